@@ -1,0 +1,36 @@
+# Compile settings shared by every target of this tree: warnings are errors,
+# the sanitizers and the coverage counters are chosen by preset.
+
+include(CheckCXXCompilerFlag)
+
+add_library(velarix_compile INTERFACE)
+target_compile_options(velarix_compile INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+  -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
+  -Wmissing-declarations -Werror)
+
+if(VELARIX_SANITIZE)
+  target_compile_options(velarix_compile INTERFACE
+    -fsanitize=${VELARIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(velarix_compile INTERFACE -fsanitize=${VELARIX_SANITIZE})
+else()
+  # The C library's checked functions need an optimising build.
+  target_compile_options(velarix_compile INTERFACE
+    -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
+    $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  target_link_options(velarix_compile INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
+if(VELARIX_COVERAGE)
+  target_compile_options(velarix_compile INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(velarix_compile INTERFACE --coverage)
+endif()
+
+# velarix_room(NAME SOURCES... DEPENDS...): one static library per folder.
+function(velarix_room name)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${ROOM_SOURCES})
+  target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} PRIVATE velarix_compile)
+endfunction()

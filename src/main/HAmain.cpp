@@ -1,0 +1,90 @@
+/// The daemon's entry point. Everything else links into the tests without it.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <unistd.h>
+
+#include <Poco/Thread.h>
+
+#include "CAgent.h"
+#include "Configuraion.h"
+#include "HAmain.h"
+#include "VelarixLog.h"
+#include "velarix/paths.h"
+
+void ExitProgram(const char* text)
+{
+	if (text != nullptr)
+	{
+		std::printf("Good Bye!!! [%s]\r\n", text);
+	}
+	else
+	{
+		std::puts("Good Bye!!! \r");
+	}
+	std::exit(0);
+}
+
+MODE getAgentMode()
+{
+	switch (Configuraion::getInstance(velarix::kSettingsPath)->getInt("AGENT.MODE"))
+	{
+	case 1:
+		return MODE_MASTER;
+	case 2:
+	default:
+		return MODE_SLAVE;
+	}
+}
+
+namespace
+{
+
+/// Bare digits without a line feed. Without a pid file nobody could stop this
+/// daemon, so it does not go on.
+void writePidFile()
+{
+	char text[10] = {};
+	std::snprintf(text, sizeof text, "%d", static_cast<int>(::getpid()));
+	std::FILE* pFile = std::fopen(velarix::kPidPath, "wb");
+	if (pFile == nullptr)
+	{
+		std::fprintf(stderr, "VelarixHA: cannot write the pid file %s: %s\n", velarix::kPidPath, std::strerror(errno));
+		std::abort();
+	}
+	std::fwrite(text, 1, std::strlen(text), pFile);
+	std::fclose(pFile);
+}
+
+} // namespace
+
+int main()
+{
+	const pid_t pid = ::fork();
+	if (pid > 0)
+	{
+		ExitProgram("fork parent");
+	}
+	if (pid == -1)
+	{
+		ExitProgram("fork fail");
+	}
+	Poco::Thread::sleep(2000);
+	writePidFile();
+	velarixLog = new VelarixLog;
+	velarixLog->init();
+	// Read so that a missing role ends the start, and then left aside: every node
+	// starts as slave and the heartbeats promote it. Two nodes that started in
+	// their configured roles would raise the address before they had heard of
+	// each other. Pinned by Daemon.StartsAsSlaveWhateverItsConfiguredRole.
+	[[maybe_unused]] const MODE configuredMode = getAgentMode();
+	CAgent agent(MODE_SLAVE);
+	agent.startThread();
+	for (;;)
+	{
+		Poco::Thread::sleep(100000000);
+	}
+}

@@ -1,0 +1,6 @@
+#include "Database.h"
+
+bool DBFileCheck(MODE* /*pMode*/)
+{
+	return true;
+}

@@ -1,0 +1,77 @@
+#include "Outside.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <unistd.h>
+
+#include <Poco/DirectoryIterator.h>
+#include <Poco/Exception.h>
+#include <Poco/Net/ICMPClient.h>
+#include <Poco/NumberParser.h>
+
+namespace
+{
+
+/// For kernels before 5.11, which cannot mark a range.
+void markEachDescriptor()
+{
+	try
+	{
+		for (Poco::DirectoryIterator it(std::string("/proc/self/fd")), end; it != end; ++it)
+		{
+			int descriptor = 0;
+			if (Poco::NumberParser::tryParse(it.name(), descriptor) && descriptor > STDERR_FILENO)
+			{
+				::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+			}
+		}
+	}
+	catch (const Poco::Exception&)
+	{
+		// Without /proc the launch goes on: starting the service counts more.
+	}
+}
+
+void keepDescriptorsFromChildren()
+{
+	if (::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0)
+	{
+		markEachDescriptor();
+	}
+}
+
+} // namespace
+
+namespace outside
+{
+
+std::FILE* openPipe(const std::string& command)
+{
+	keepDescriptorsFromChildren();
+	return ::popen(command.c_str(), "r");
+}
+
+int closePipe(std::FILE* pipe)
+{
+	return ::pclose(pipe);
+}
+
+int runShell(const std::string& command)
+{
+	keepDescriptorsFromChildren();
+	return std::system(command.c_str());
+}
+
+Poco::ProcessHandle launch(const std::string& path, const std::vector<std::string>& arguments)
+{
+	keepDescriptorsFromChildren();
+	return Poco::Process::launch(path, arguments);
+}
+
+int ping(const std::string& address, int count)
+{
+	return Poco::Net::ICMPClient::pingIPv4(address, count);
+}
+
+} // namespace outside

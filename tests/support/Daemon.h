@@ -1,0 +1,63 @@
+/// What a test needs around the daemon's code: settings, log, shared values.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Events.h"
+#include "velarix/velarix.h"
+
+/// A whole settings file; every key has a working value until it is changed.
+class Settings
+{
+public:
+	Settings();
+	/// @param key "SECTION.KEY"
+	Settings& set(const std::string& key, const std::string& value);
+	Settings& remove(const std::string& key);
+	/// The managed programs' paths; sets PROCESS_NUM too.
+	Settings& programs(const std::vector<std::string>& paths);
+	/// Writes the file and makes the daemon's store read it at the next use.
+	void write() const;
+
+private:
+	std::map<std::string, std::map<std::string, std::string>> m_sections;
+};
+
+/// Fixture with settings, an empty run-info record, and the real log whose lines
+/// are recorded as events ("log D Utill:490 set virtual ip...") beside the
+/// outward actions. The events are empty when the test's body begins.
+class DaemonTest : public testing::Test
+{
+protected:
+	void SetUp() override;
+	void TearDown() override;
+
+	/// Writes `settings` after a change.
+	void apply() { settings.write(); }
+
+	Settings settings;
+};
+
+/// The default run-info record.
+extern const char kRunInfo[];
+
+/// Makes the log anew with its real file (LOG.PATH), without recording.
+void useRealLogFile();
+/// Makes the log anew with its lines recorded as events.
+void useRecordedLog();
+/// Leaves `velarixLog` without a logger, as after a failed init.
+void useUnsetLog();
+
+/// The line that the C library prints for a failed assertion, without the
+/// program's name.
+std::string assertionReport(const std::string& expression, const std::string& source, unsigned line,
+                            const std::string& function);
+
+/// Death test of a fatal condition: SIGABRT and the exact report line.
+#define EXPECT_FATAL(statement, expression, source, line, function)                                                    \
+	EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT),                                                           \
+	            testing::HasSubstr(assertionReport(expression, source, line, function)))

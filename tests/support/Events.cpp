@@ -1,0 +1,113 @@
+#include "Events.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace
+{
+
+std::mutex g_mutex;
+events::List g_events;
+std::function<void(long)> g_onSleep;
+
+bool beginsWithOneOf(const std::string& text, const std::vector<std::string>& prefixes)
+{
+	return std::any_of(prefixes.begin(), prefixes.end(),
+	                   [&](const std::string& prefix) { return text.compare(0, prefix.size(), prefix) == 0; });
+}
+
+} // namespace
+
+namespace events
+{
+
+void clear()
+{
+	const std::lock_guard lock(g_mutex);
+	g_events.clear();
+	g_onSleep = nullptr;
+}
+
+void add(const std::string& event)
+{
+	const std::lock_guard lock(g_mutex);
+	g_events.push_back(event);
+}
+
+List all()
+{
+	const std::lock_guard lock(g_mutex);
+	return g_events;
+}
+
+List only(const std::vector<std::string>& prefixes)
+{
+	List result;
+	for (const std::string& event : all())
+	{
+		if (beginsWithOneOf(event, prefixes))
+		{
+			result.push_back(event);
+		}
+	}
+	return result;
+}
+
+List without(const std::vector<std::string>& prefixes)
+{
+	List result;
+	for (const std::string& event : all())
+	{
+		if (!beginsWithOneOf(event, prefixes))
+		{
+			result.push_back(event);
+		}
+	}
+	return result;
+}
+
+void onSleep(std::function<void(long)> handler)
+{
+	const std::lock_guard lock(g_mutex);
+	g_onSleep = std::move(handler);
+}
+
+void sleepForReal()
+{
+	onSleep([](long milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); });
+}
+
+void endAtSleep(int n)
+{
+	auto left = std::make_shared<std::atomic<int>>(n);
+	onSleep(
+	    [left](long)
+	    {
+		    if (--*left <= 0)
+		    {
+			    throw EndOfScript{};
+		    }
+	    });
+}
+
+} // namespace events
+
+// The library's inline Thread::sleep ends here; production waits for real.
+extern "C" void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long milliseconds);
+extern "C" void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long milliseconds)
+{
+	events::add("sleep " + std::to_string(milliseconds));
+	std::function<void(long)> handler;
+	{
+		const std::lock_guard lock(g_mutex);
+		handler = g_onSleep;
+	}
+	if (handler)
+	{
+		handler(milliseconds);
+	}
+}

@@ -1,0 +1,48 @@
+/// The tests' one way to the private state of the workers and the agent.
+#pragma once
+
+#include "CAgent.h"
+#include "CHeartReciver.h"
+#include "CHeartSender.h"
+#include "ProcessChecker.h"
+
+class WorkerAccess
+{
+public:
+	static std::int32_t& myStatus(CHeartReciver& worker) { return worker.m_myStatus; }
+	static std::int32_t& specialAskCount(CHeartReciver& worker) { return worker.m_specialAskCount; }
+	static std::time_t& lastReceivedTime(CHeartReciver& worker) { return worker.m_lastReceivedTime; }
+	static int& ignoreTime(CHeartReciver& worker) { return worker.m_ignoreTime; }
+	static bool& connectionDone(CHeartReciver& worker) { return worker.m_connectionDone; }
+	static int& refCount(CHeartReciver& worker) { return worker.m_refCount; }
+
+	static int& port(CHeartSender& worker) { return worker.m_nPort; }
+	static std::string& partnerIP(CHeartSender& worker) { return worker.m_partnerIP; }
+	static int& refCount(CHeartSender& worker) { return worker.m_refCount; }
+
+	static bool*& runningFlag(ProcessChecker& worker) { return worker.m_bProcessRunning; }
+	static const std::string& killCommand(ProcessChecker& worker) { return worker.m_killCommand; }
+	static const std::string& relatedProcess(ProcessChecker& worker) { return worker.m_relatedProcess; }
+	static const std::string& startTime(ProcessChecker& worker) { return worker.m_startTime; }
+	static const std::vector<std::string>& processList(ProcessChecker& worker) { return worker.m_processList; }
+	static int checkingCycle(ProcessChecker& worker) { return worker.m_nCheckingCycle; }
+	static OBSERVATION_MODE observationMode(ProcessChecker& worker) { return worker.m_observationMode; }
+	static int& refCount(ProcessChecker& worker) { return worker.m_refCount; }
+};
+
+class AgentAccess
+{
+public:
+	static MODE& mode(CAgent& agent) { return agent.m_mode; }
+	static bool& running(CAgent& agent) { return agent.m_bProcessRunning; }
+	static std::string& processLocation(CAgent& agent) { return agent.m_processLocation; }
+	static std::vector<Poco::ProcessHandle*>*& handles(CAgent& agent) { return agent.m_pProcessHandles; }
+	static OBSERVATION_MODE observationMode(CAgent& agent) { return agent.m_observationMode; }
+	static Poco::AutoPtr<ProcessChecker>& checker(CAgent& agent) { return agent.m_pChecker; }
+	static Poco::AutoPtr<CHeartSender>& sender(CAgent& agent) { return agent.m_pSender; }
+	static Poco::AutoPtr<CHeartReciver>& reciver(CAgent& agent) { return agent.m_pReciver; }
+	static Poco::Thread& checkerThread(CAgent& agent) { return agent.m_checkerThread; }
+	static Poco::Thread& senderThread(CAgent& agent) { return agent.m_senderThread; }
+	static Poco::Thread& reciverThread(CAgent& agent) { return agent.m_reciverThread; }
+	static Poco::Thread& spareThread(CAgent& agent) { return agent.m_spareThread; }
+};
