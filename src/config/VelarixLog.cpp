@@ -82,7 +82,9 @@ std::string VelarixLog::varFormat(const char* format, va_list arguments)
 		const std::unique_ptr<char[]> buffer(new char[size]);
 		va_list attempt;
 		va_copy(attempt, arguments);
-		const int n = std::vsnprintf(buffer.get(), size, format, attempt);
+		// The analyser does not see that va_copy started the list.
+		const int n =
+		    std::vsnprintf(buffer.get(), size, format, attempt); // NOLINT(clang-analyzer-valist.Uninitialized)
 		va_end(attempt);
 		if (n >= 0 && static_cast<std::size_t>(n) < size)
 		{

@@ -125,7 +125,9 @@ std::vector<Poco::ProcessHandle*>* Utill::processRun()
 	return handles.release();
 }
 
-void Utill::shellFileRun(std::string key)
+// The interface is by value.
+// cppcheck-suppress passedByValue
+void Utill::shellFileRun(std::string key) // NOLINT(performance-unnecessary-value-param)
 {
 	const std::string command = Configuraion::getInstance(velarix::kSettingsPath)->getString(key);
 	outside::launch(command, {});
