@@ -1,5 +1,6 @@
 /// The shared header: the node's role, how processes are observed, the four
-/// locks and the pending-ask flag. Every source file of the daemon includes it.
+/// locks and the pending-ask flag. Every source file of the daemon includes it,
+/// and so has its own copy of the locks.
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 #include <cassert>
 
 #include "velarix/fatal.h"
+#include "velarix/velarix.h"
 
 namespace velarix
 {

@@ -1,6 +1,7 @@
 #include "CHeartReciver.h"
 
 #include <array>
+#include <cmath>
 
 #include <Poco/Exception.h>
 #include <Poco/Net/StreamSocket.h>
@@ -229,8 +230,7 @@ void CHeartReciver::takeOverFromSilentPartner()
 bool CHeartReciver::isKeepingUpMessage()
 {
 	Poco::Thread::sleep(500);
-	const auto elapsed = static_cast<int>(std::difftime(std::time(nullptr), m_lastReceivedTime));
-	return m_ignoreTime >= elapsed;
+	return m_ignoreTime >= std::trunc(std::difftime(std::time(nullptr), m_lastReceivedTime));
 }
 
 CHeartReciver* CHeartReciver::duplicate()

@@ -8,8 +8,9 @@
 /// Own status: OK (1) at the start, NOT OK (0) after a failed network check,
 /// back to OK only by the decision table. It selects the half of the table.
 /// Listening socket: none, listening, none again after every served connection,
-/// counted silence, take-over and error; a master's silence and card errors
-/// keep it.
+/// counted silence, take-over and error. It is kept when the own checks end the
+/// iteration, over a master's silence, a card without carrier and a silent
+/// partner that still answers pings.
 ///
 /// The role is the agent's, written here alone once the threads run; the sender
 /// and the checker read it. Everything else belongs to the receiver's thread.

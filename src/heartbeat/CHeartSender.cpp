@@ -142,8 +142,8 @@ bool CHeartSender::isPartnerNetworkOK()
 
 // The reader and the two writers of the record choose the key by rules that
 // differ: "master1" and "master2" are known here alone ("master2" being the slave
-// key), "slaveAlone" to this class's writer alone. Partners compare these times
-// across versions, so the rules stay apart. Pinned by RunInfoKeys.
+// key), "slaveAlone" to this class's writer alone. Records on operators' disks were
+// written by these rules, so they stay apart. Pinned by RunInfoKeys.
 std::string CHeartSender::getProcessStartedTime()
 {
 	const Poco::Mutex::ScopedLock lock(g_runTimeRecodeMutex);

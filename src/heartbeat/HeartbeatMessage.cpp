@@ -6,6 +6,8 @@
 
 #include <Poco/Exception.h>
 
+#include "velarix/velarix.h"
+
 namespace
 {
 

@@ -20,13 +20,13 @@ bool isDBOn(MODE* pMode)
 	{
 		if (DBFileCheck(pMode))
 		{
-			velarixLog->debug(kSource, 728, "DB is working");
+			velarixLog->debug(kSource, 728, "%s", "DB is working");
 			return true;
 		}
 		++tries;
 		Poco::Thread::sleep(1000);
 		std::cout << "waiting database...: " << tries << std::endl;
 	}
-	velarixLog->debug(kSource, 739, "DB is not working");
+	velarixLog->debug(kSource, 739, "%s", "DB is not working");
 	return false;
 }

@@ -1,5 +1,6 @@
 #include "Outside.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -9,6 +10,8 @@
 #include <Poco/Exception.h>
 #include <Poco/Net/ICMPClient.h>
 #include <Poco/NumberParser.h>
+
+#include "velarix/velarix.h"
 
 namespace
 {
@@ -41,6 +44,29 @@ void keepDescriptorsFromChildren()
 	}
 }
 
+/// Unblocks, for its lifetime, the signals that the library blocks in its
+/// threads; a program started meanwhile begins without them blocked.
+class OrdinarySignals
+{
+public:
+	OrdinarySignals()
+	{
+		sigset_t blocked;
+		sigemptyset(&blocked);
+		for (const int signal : {SIGQUIT, SIGTERM, SIGPIPE})
+		{
+			sigaddset(&blocked, signal);
+		}
+		::pthread_sigmask(SIG_UNBLOCK, &blocked, &m_previous);
+	}
+	~OrdinarySignals() { ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+	OrdinarySignals(const OrdinarySignals&) = delete;
+	OrdinarySignals& operator=(const OrdinarySignals&) = delete;
+
+private:
+	sigset_t m_previous{};
+};
+
 } // namespace
 
 namespace outside
@@ -49,6 +75,7 @@ namespace outside
 std::FILE* openPipe(const std::string& command)
 {
 	keepDescriptorsFromChildren();
+	const OrdinarySignals signals;
 	return ::popen(command.c_str(), "r");
 }
 
@@ -60,12 +87,14 @@ int closePipe(std::FILE* pipe)
 int runShell(const std::string& command)
 {
 	keepDescriptorsFromChildren();
+	const OrdinarySignals signals;
 	return std::system(command.c_str());
 }
 
 Poco::ProcessHandle launch(const std::string& path, const std::vector<std::string>& arguments)
 {
 	keepDescriptorsFromChildren();
+	const OrdinarySignals signals;
 	return Poco::Process::launch(path, arguments);
 }
 

@@ -8,6 +8,7 @@
 #include "Outside.h"
 #include "VelarixLog.h"
 #include "velarix/paths.h"
+#include "velarix/velarix.h"
 
 namespace
 {

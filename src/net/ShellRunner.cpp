@@ -7,6 +7,7 @@
 
 #include "Outside.h"
 #include "VelarixLog.h"
+#include "velarix/velarix.h"
 
 namespace
 {
