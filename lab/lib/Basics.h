@@ -1,0 +1,107 @@
+/// What every file of the lab uses: the hosts' names, time, errors told in plain
+/// words, and an owned file descriptor.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace velarix::lab
+{
+
+using Millis = std::chrono::milliseconds;
+
+/// The four hosts of a lab.
+enum class HostId
+{
+	a,
+	b,
+	gateway,
+	client
+};
+
+inline constexpr std::array<HostId, 2> nodes{HostId::a, HostId::b};
+inline constexpr std::array<HostId, 4> allHosts{HostId::a, HostId::b, HostId::gateway, HostId::client};
+
+/// @return "a", "b", "gateway" or "client"
+const char* nameOf(HostId host);
+
+/// @return the host of that name; empty when there is none
+std::optional<HostId> hostNamed(std::string_view name);
+
+/// @return node b for a, node a for b
+constexpr HostId otherNode(HostId node)
+{
+	return node == HostId::a ? HostId::b : HostId::a;
+}
+
+constexpr bool isNode(HostId host)
+{
+	return host == HostId::a || host == HostId::b;
+}
+
+/// @return "12.345 s"
+std::string secondsText(Millis time);
+
+/// Something outside the lab's own code is not as it has to be. what() is a
+/// sentence for the person at the keyboard.
+class LabError : public std::runtime_error
+{
+public:
+	using std::runtime_error::runtime_error;
+};
+
+/// This machine or this user cannot have the namespaces a lab is made of.
+class NamespacesUnavailable : public LabError
+{
+public:
+	using LabError::LabError;
+};
+
+/// @throws LabError "WHAT: reason of errno"
+[[noreturn]] void throwErrno(const std::string& what);
+
+/// Milliseconds since the lab was made, on a clock that never jumps.
+class LabClock
+{
+public:
+	Millis now() const;
+	/// The local wall clock time at which now() was `time`.
+	std::chrono::system_clock::time_point wallAt(Millis time) const;
+
+private:
+	std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+	std::chrono::system_clock::time_point m_wallStart = std::chrono::system_clock::now();
+};
+
+/// Owns one file descriptor and closes it.
+class UniqueFd
+{
+public:
+	UniqueFd() = default;
+	explicit UniqueFd(int fd) : m_fd(fd) {}
+	UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+	UniqueFd& operator=(UniqueFd&& other) noexcept
+	{
+		if (this != &other)
+		{
+			reset(std::exchange(other.m_fd, -1));
+		}
+		return *this;
+	}
+	~UniqueFd() { reset(); }
+
+	int get() const { return m_fd; }
+	explicit operator bool() const { return m_fd >= 0; }
+	int release() { return std::exchange(m_fd, -1); }
+	void reset(int fd = -1);
+
+private:
+	int m_fd = -1;
+};
+
+} // namespace velarix::lab

@@ -1,0 +1,62 @@
+/// The faults a lab can inject, one row of a table each.
+///
+/// A new fault is one enumerator and one row: its name, its words, and two
+/// functions that work on the public operations of Lab, Node and Wiring. Nothing
+/// else knows the list, so scenarios, command line and pictures take it up by
+/// themselves.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Basics.h"
+
+namespace velarix::lab
+{
+
+class Lab;
+
+enum class FaultKind
+{
+	powerOff,
+	reboot,
+	agentKilled,
+	agentFrozen,
+	programKilled,
+	serviceCardPulled,
+	communicationCardPulled,
+	communicationCut,
+	gatewayGone
+};
+
+struct Fault
+{
+	FaultKind kind = FaultKind::powerOff;
+	HostId node = HostId::a; ///< not used by faults that are not on a node
+};
+
+struct FaultInfo
+{
+	FaultKind kind;
+	const char* name;   ///< on the command line
+	bool onNode;        ///< it strikes one node
+	const char* what;   ///< in the timeline, when it is injected
+	const char* healed; ///< in the timeline, when it is healed; null when it heals by itself
+	void (*inject)(Lab& lab, HostId node);
+	void (*heal)(Lab& lab, HostId node); ///< null when it heals by itself
+};
+
+/// All faults, in the order of the enumerators.
+const std::vector<FaultInfo>& allFaults();
+
+const FaultInfo& infoOf(FaultKind kind);
+
+/// @return the fault of that command line name; empty when there is none
+std::optional<FaultKind> faultNamed(std::string_view name);
+
+/// "power-off of node a"
+std::string toText(const Fault& fault);
+
+} // namespace velarix::lab

@@ -1,0 +1,198 @@
+#include "Lab.h"
+
+#include <csignal>
+
+#include "Disk.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+Lab::Lab(const LabOptions& options)
+    : m_programs(findPrograms(options.installRoot)), m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, {}}),
+      m_wiring(m_rack)
+{
+	m_gateway = std::make_unique<Host>(HostSpec{m_programs.init, "gateway", HostKind::host, 0, {}});
+	m_client = std::make_unique<Host>(HostSpec{m_programs.init, "client", HostKind::host, 0, {}});
+	m_wiring.plugIn(HostId::gateway, *m_gateway);
+	m_wiring.plugIn(HostId::client, *m_client);
+
+	m_logWatch.emplace(m_timeline, m_clock);
+	m_addressSampler.emplace(m_timeline, m_clock);
+	m_serviceSampler.emplace(m_timeline, m_clock, *m_client);
+	for (const HostId id : nodes)
+	{
+		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
+		m_nodes[static_cast<std::size_t>(id)] = std::make_unique<Node>(id, m_rack, m_programs);
+		node(id).writeSettings(settings);
+		m_logWatch->follow(id, node(id).diskFile(settings.get("LOG.PATH")));
+		bootAndConnect(id);
+	}
+}
+
+Lab::~Lab() = default;
+
+const Host& Lab::host(HostId id)
+{
+	switch (id)
+	{
+	case HostId::gateway:
+		return *m_gateway;
+	case HostId::client:
+		return *m_client;
+	default:
+		return node(id).host();
+	}
+}
+
+void Lab::setRole(HostId id, const std::string& role)
+{
+	m_timeline.change(roleLane(id), m_clock.now(), role);
+}
+
+void Lab::bootAndConnect(HostId id)
+{
+	node(id).boot();
+	m_wiring.plugIn(id, node(id).host());
+	m_addressSampler->attach(id, node(id).host());
+	setRole(id, "no agent");
+}
+
+void Lab::startAgents()
+{
+	for (const HostId id : nodes)
+	{
+		startAgent(id);
+	}
+}
+
+void Lab::startAgent(HostId id)
+{
+	if (node(id).agent())
+	{
+		throw LabError("node " + std::string(nameOf(id)) + " has an agent already");
+	}
+	setRole(id, "starting");
+	node(id).startAgent();
+	if (const std::optional<ProcessEntry> agent = node(id).agent())
+	{
+		m_logWatch->agentRuns(id, agent->pid);
+	}
+}
+
+void Lab::killAgent(HostId id)
+{
+	m_logWatch->forgetAgent(id);
+	if (!node(id).signalAgent(SIGKILL))
+	{
+		throw LabError("node " + std::string(nameOf(id)) + " has no agent to kill");
+	}
+	waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone");
+	m_logWatch->catchUp(id);
+	setRole(id, "no agent");
+}
+
+void Lab::freezeAgent(HostId id)
+{
+	if (!node(id).signalAgent(SIGSTOP))
+	{
+		throw LabError("node " + std::string(nameOf(id)) + " has no agent to freeze");
+	}
+	m_logWatch->catchUp(id);
+	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
+	setRole(id, "frozen");
+}
+
+void Lab::thawAgent(HostId id)
+{
+	if (role(id) != "frozen")
+	{
+		throw LabError("the agent of node " + std::string(nameOf(id)) + " is not frozen");
+	}
+	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
+	node(id).signalAgent(SIGCONT);
+}
+
+void Lab::powerOff(HostId id)
+{
+	node(id).host();
+	m_logWatch->forgetAgent(id);
+	m_wiring.setAllPorts(id, false);
+	node(id).switchOff();
+	m_addressSampler->detach(id);
+	m_logWatch->catchUp(id);
+	setRole(id, "off");
+	m_wiring.unplug(id);
+}
+
+void Lab::powerOn(HostId id, bool withAgent)
+{
+	if (node(id).isOn())
+	{
+		throw LabError("node " + std::string(nameOf(id)) + " is on already");
+	}
+	bootAndConnect(id);
+	if (withAgent)
+	{
+		startAgent(id);
+	}
+}
+
+void Lab::note(EventKind kind, const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	const std::optional<HostId> host = info.onNode ? std::optional<HostId>(fault.node) : std::nullopt;
+	m_timeline.add({m_clock.now(), kind, host, kind == EventKind::fault ? info.what : info.healed});
+}
+
+void Lab::inject(const Fault& fault)
+{
+	note(EventKind::fault, fault);
+	infoOf(fault.kind).inject(*this, fault.node);
+}
+
+void Lab::heal(const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	if (info.heal == nullptr)
+	{
+		throw LabError(std::string("there is nothing to heal after ") + info.name);
+	}
+	note(EventKind::heal, fault);
+	info.heal(*this, fault.node);
+}
+
+CommandResult Lab::run(HostId id, const std::vector<std::string>& argv, Millis limit)
+{
+	return lab::run({argv, {}, host(id).inside(), limit});
+}
+
+std::string Lab::stateText() const
+{
+	return "address " + owners() + ", answer " + answeredBy() + ", a " + role(HostId::a) + ", b " + role(HostId::b);
+}
+
+bool Lab::waitForService(HostId node, Millis limit, Millis steady, const WaitObserver& observer)
+{
+	std::optional<Millis> since;
+	const auto holds = [&]
+	{
+		const bool well = owners() == nameOf(node) && answeredBy() == nameOf(node);
+		since = well ? since.value_or(m_clock.now()) : std::optional<Millis>();
+		return since && m_clock.now() - *since >= steady;
+	};
+	const std::string what = std::string("node ") + nameOf(node) + " to serve alone";
+	return Wait{what, limit, [&] { return stateText(); }, observer}.until(holds);
+}
+
+void requireLab(const std::filesystem::path& installRoot)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		throw NamespacesUnavailable(*problem);
+	}
+	requireTools();
+	findPrograms(installRoot);
+}
+
+} // namespace velarix::lab

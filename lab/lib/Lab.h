@@ -1,0 +1,117 @@
+/// A whole pair on one machine: two nodes, a gateway and a client in namespaces
+/// of their own, two networks, the observers and the timeline.
+///
+/// Everything lives as long as the Lab object and is removed by the kernel when
+/// its process ends in any way. Any number of labs may run side by side.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Basics.h"
+#include "Command.h"
+#include "Fault.h"
+#include "Host.h"
+#include "LogWatch.h"
+#include "Node.h"
+#include "NodeSettings.h"
+#include "Programs.h"
+#include "Samplers.h"
+#include "Timeline.h"
+#include "Wait.h"
+#include "Wiring.h"
+
+namespace velarix::lab
+{
+
+struct LabOptions
+{
+	/// Where the agent is installed; empty: see findPrograms.
+	std::filesystem::path installRoot{};
+	NodeSettings settingsA = NodeSettings::standard(HostId::a);
+	NodeSettings settingsB = NodeSettings::standard(HostId::b);
+};
+
+class Lab
+{
+public:
+	/// Switches all four hosts on and connects them. No agent runs yet.
+	/// @throws NamespacesUnavailable, LabError
+	explicit Lab(const LabOptions& options = {});
+	~Lab();
+	Lab(const Lab&) = delete;
+	Lab& operator=(const Lab&) = delete;
+
+	const LabClock& clock() const { return m_clock; }
+	Timeline& timeline() { return m_timeline; }
+	Node& node(HostId id) { return *m_nodes[static_cast<std::size_t>(id)]; }
+	/// @throws LabError when the node is off
+	const Host& host(HostId id);
+	/// The rack holds the bridges and the disks.
+	const Host& rack() const { return m_rack; }
+	Wiring& wiring() { return m_wiring; }
+
+	/// Starts the agents of both nodes.
+	void startAgents();
+	void startAgent(HostId id);
+	/// SIGKILL to the agent alone. @throws LabError when there is none
+	void killAgent(HostId id);
+	/// SIGSTOP and SIGCONT to the agent. @throws LabError when there is none
+	void freezeAgent(HostId id);
+	void thawAgent(HostId id);
+
+	/// Takes all links down and ends every process of the node at once.
+	void powerOff(HostId id);
+	/// Boots the node from its disk, connects it and, if wanted, starts its agent.
+	void powerOn(HostId id, bool withAgent = true);
+
+	/// Injects or heals a fault and notes it in the timeline.
+	/// @throws LabError when the fault has no place at present
+	void inject(const Fault& fault);
+	void heal(const Fault& fault);
+
+	/// Runs a program on a host, in all its namespaces.
+	CommandResult run(HostId id, const std::vector<std::string>& argv, Millis limit = Millis(15000));
+
+	/// What the timeline shows now: "none", "a", "b", "a+b".
+	std::string owners() const { return m_timeline.current(addressLane); }
+	/// "none", "a", "b"
+	std::string answeredBy() const { return m_timeline.current(serviceLane); }
+	/// "starting", "master", "slave", "frozen", "no agent", "off"
+	std::string role(HostId id) const { return m_timeline.current(roleLane(id)); }
+	/// One line with all of these.
+	std::string stateText() const;
+
+	/// Waits until `node` alone holds the virtual address and answers the
+	/// client, without a break for `steady`.
+	bool waitForService(HostId node, Millis limit, Millis steady = Millis(3000), const WaitObserver& observer = {});
+
+private:
+	LabClock m_clock;
+	Timeline m_timeline;
+	Programs m_programs;
+	Host m_rack;
+	Wiring m_wiring;
+	std::array<std::unique_ptr<Node>, 2> m_nodes;
+	std::unique_ptr<Host> m_gateway;
+	std::unique_ptr<Host> m_client;
+	std::array<std::string, 2> m_roleBeforeFreeze;
+	std::optional<LogWatch> m_logWatch;
+	std::optional<AddressSampler> m_addressSampler;
+	std::optional<ServiceSampler> m_serviceSampler;
+
+	void setRole(HostId id, const std::string& role);
+	void bootAndConnect(HostId id);
+	void note(EventKind kind, const Fault& fault);
+};
+
+/// Checks tools, programs and namespaces; to be called before the first Lab for
+/// an early and plain message.
+/// @throws NamespacesUnavailable, LabError
+void requireLab(const std::filesystem::path& installRoot = {});
+
+} // namespace velarix::lab

@@ -1,0 +1,121 @@
+#include "Node.h"
+
+#include <csignal>
+#include <fstream>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Disk.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis startLimit{10000};
+
+} // namespace
+
+Node::Node(HostId id, const Host& rack, const Programs& programs) : m_id(id), m_rack(rack), m_initProgram(programs.init)
+{
+	prepareDisk(disk(), programs);
+}
+
+std::filesystem::path Node::disk() const
+{
+	return m_rack.root() / "mnt" / nameOf(m_id);
+}
+
+void Node::boot()
+{
+	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_rack.pid(), nameOf(m_id)});
+}
+
+const Host& Node::host() const
+{
+	if (!m_host)
+	{
+		throw LabError("node " + std::string(nameOf(m_id)) + " is switched off");
+	}
+	return *m_host;
+}
+
+std::filesystem::path Node::file(const std::string& path) const
+{
+	if (m_host)
+	{
+		return m_host->root() / path.substr(1);
+	}
+	return diskFile(path);
+}
+
+std::filesystem::path Node::diskFile(const std::string& path) const
+{
+	return path.starts_with("/usr/") ? fileOnDisk(disk(), path) : std::filesystem::path();
+}
+
+void Node::writeSettings(const NodeSettings& settings)
+{
+	const std::filesystem::path path = file(plan::settingsFile);
+	std::ofstream stream(path, std::ios::trunc);
+	stream << settings.ini();
+	stream.close();
+	if (!stream)
+	{
+		throw LabError("cannot write the settings of node " + std::string(nameOf(m_id)));
+	}
+}
+
+void Node::startAgent()
+{
+	const std::filesystem::path path = file(plan::consoleFile);
+	const UniqueFd console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+	if (!console)
+	{
+		throwErrno("cannot open the console file of node " + std::string(nameOf(m_id)));
+	}
+	const pid_t child = spawn({{plan::agentProgram}, host().inside(), -1, console.get(), console.get()});
+	const std::optional<int> status = waitForChild(child, startLimit);
+	if (!status)
+	{
+		::kill(child, SIGKILL);
+		::waitpid(child, nullptr, 0);
+	}
+	if (status.value_or(1) != 0)
+	{
+		throw LabError("the agent of node " + std::string(nameOf(m_id)) + " did not start: " +
+		               (status ? "status " + std::to_string(*status) : "it does not return to its caller"));
+	}
+}
+
+std::optional<ProcessEntry> Node::agent() const
+{
+	if (!m_host)
+	{
+		return std::nullopt;
+	}
+	const std::vector<ProcessEntry> found = processesNamed(m_host->pid(), plan::agentName);
+	return found.empty() ? std::nullopt : std::optional<ProcessEntry>(found.front());
+}
+
+bool Node::signalAgent(int signal) const
+{
+	const std::optional<ProcessEntry> found = agent();
+	return found && signalInHost(m_host->pid(), found->pid, signal);
+}
+
+int Node::killService() const
+{
+	int count = 0;
+	for (const ProcessEntry& entry : processesNamed(host().pid(), plan::serviceProgramName))
+	{
+		count += signalInHost(host().pid(), entry.pid, SIGKILL) ? 1 : 0;
+	}
+	return count;
+}
+
+} // namespace velarix::lab

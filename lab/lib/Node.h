@@ -1,0 +1,76 @@
+/// One of the two servers: a disk that outlives it, a host while it is switched
+/// on, and the agent on it.
+///
+/// The disk is the upper directory of the node's overlay on /usr. It is kept in
+/// memory by the rack for as long as the lab runs, so a node that is switched
+/// off and on again finds its settings, its log and its pid file as it left
+/// them, and everything else (processes, addresses, /run, /tmp) fresh.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "Basics.h"
+#include "Host.h"
+#include "NodeSettings.h"
+#include "ProcessTable.h"
+#include "Programs.h"
+
+namespace velarix::lab
+{
+
+class Node
+{
+public:
+	/// Prepares the disk: the installed tree, the managed service, no settings.
+	/// `rack` must outlive the node.
+	/// @throws LabError when the installed tree is not complete
+	Node(HostId id, const Host& rack, const Programs& programs);
+
+	HostId id() const { return m_id; }
+	/// Name of the host inside and outside, "node-a" or "node-b".
+	std::string hostName() const { return std::string("node-") + nameOf(m_id); }
+
+	/// Switches the node on, without cards and without an agent.
+	void boot();
+	/// Ends every process at once.
+	void switchOff() { m_host.reset(); }
+	bool isOn() const { return m_host.has_value(); }
+
+	/// @throws LabError when the node is off
+	const Host& host() const;
+
+	/// A file of the node, as the lab sees it; also for a node that is off, then
+	/// below /usr only.
+	std::filesystem::path file(const std::string& path) const;
+	/// The same file on the node's disk, whether the node is on or off. For
+	/// reading: a node that is on takes no changes from there. Empty for a path
+	/// that is not below /usr.
+	std::filesystem::path diskFile(const std::string& path) const;
+
+	/// Writes the settings file; the agent reads it at its next start.
+	void writeSettings(const NodeSettings& settings);
+
+	/// Starts the agent as an operator does and waits until the program has
+	/// returned to its caller.
+	/// @throws LabError when it does not end with status 0
+	void startAgent();
+	/// The running agent; empty when there is none.
+	std::optional<ProcessEntry> agent() const;
+	/// Sends a signal to the agent. @return false when there is none
+	bool signalAgent(int signal) const;
+	/// Sends SIGKILL to every process of the managed service.
+	/// @return how many there were
+	int killService() const;
+
+private:
+	HostId m_id;
+	const Host& m_rack;
+	std::filesystem::path m_initProgram;
+	std::optional<Host> m_host;
+
+	std::filesystem::path disk() const;
+};
+
+} // namespace velarix::lab

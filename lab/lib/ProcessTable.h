@@ -1,0 +1,36 @@
+/// The processes of one host, seen from the machine, and signals to them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace velarix::lab
+{
+
+struct ProcessEntry
+{
+	pid_t pid = -1;       ///< as the lab sees it
+	pid_t pidInHost = -1; ///< as the host sees it
+	std::string name;     ///< the short name the kernel keeps
+	char state = '?';     ///< R, S, D, T, Z ...
+};
+
+/// Every process in the process namespace of `hostInit`, process 1 included, in
+/// the order of their pids. Empty when the host is off.
+std::vector<ProcessEntry> processesOf(pid_t hostInit);
+
+/// The host's processes of that short name, zombies left out.
+std::vector<ProcessEntry> processesNamed(pid_t hostInit, const std::string& name);
+
+/// Sends a signal to a process of the host.
+/// @return false when it is gone, or is not the host's: then nothing is sent
+bool signalInHost(pid_t hostInit, pid_t pid, int signal);
+
+/// What each open descriptor of a process is, for example "socket:[123]",
+/// in the order of the descriptor numbers, as "NUMBER TARGET".
+std::vector<std::string> descriptorsOf(pid_t pid);
+
+} // namespace velarix::lab

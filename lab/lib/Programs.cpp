@@ -1,0 +1,166 @@
+#include "Programs.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+struct Tool
+{
+	const char* name;
+	const char* package;
+};
+
+constexpr std::array<Tool, 8> tools{{{"ip", "iproute2"},
+                                     {"ifconfig", "net-tools"},
+                                     {"ps", "procps"},
+                                     {"killall", "psmisc"},
+                                     {"arping", "iputils-arping"},
+                                     {"grep", "grep"},
+                                     {"chmod", "coreutils"},
+                                     {"sh", "dash"}}};
+
+constexpr std::array<const char*, 6> toolDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
+                                                     "/usr/bin",        "/sbin",          "/bin"};
+
+bool present(const Tool& tool)
+{
+	for (const char* directory : toolDirectories)
+	{
+		if (::access((std::string(directory) + "/" + tool.name).c_str(), X_OK) == 0)
+		{
+			return true;
+		}
+	}
+	return false;
+}
+
+fs::path agentBelow(const fs::path& root)
+{
+	return root / (plan::agentProgram + 1);
+}
+
+fs::path chooseInstallRoot(const fs::path& wanted)
+{
+	const fs::path staged = VELARIX_LAB_STAGE;
+	if (!wanted.empty())
+	{
+		if (!fs::exists(agentBelow(wanted)))
+		{
+			throw LabError("no installed agent below " + wanted.string() + ": " + agentBelow(wanted).string() +
+			               " is missing (fill the directory with: DESTDIR=" + wanted.string() +
+			               " cmake --install BUILD-DIRECTORY)");
+		}
+		return fs::absolute(wanted);
+	}
+	for (const fs::path& root : {staged, fs::path("/")})
+	{
+		if (fs::exists(agentBelow(root)))
+		{
+			return root;
+		}
+	}
+	throw LabError("the agent is not built: neither " + agentBelow(staged).string() + " nor " +
+	               agentBelow("/").string() + " is there (build the project first, or give --install-root)");
+}
+
+/// Beside the running program, or else where the build put it.
+fs::path ownProgram(const char* name, const char* built)
+{
+	std::error_code ignored;
+	const fs::path beside = fs::read_symlink("/proc/self/exe", ignored).parent_path() / name;
+	for (const fs::path& path : {beside, fs::path(built)})
+	{
+		if (fs::exists(path, ignored))
+		{
+			return path;
+		}
+	}
+	throw LabError(std::string(name) + " is missing: it was built as " + built);
+}
+
+/// Runs in a child of its own. @return 0, or which step failed
+int tryNamespaces()
+{
+	if (::unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWUTS | CLONE_NEWIPC) != 0)
+	{
+		return 1;
+	}
+	if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+	    ::mount("lab", "/mnt", "tmpfs", 0, nullptr) != 0)
+	{
+		return 2;
+	}
+	::mkdir("/mnt/upper", 0755);
+	::mkdir("/mnt/scratch", 0755);
+	return ::mount("lab", "/usr", "overlay", 0, "lowerdir=/usr,upperdir=/mnt/upper,workdir=/mnt/scratch") == 0 ? 0 : 3;
+}
+
+} // namespace
+
+Programs findPrograms(const fs::path& installRoot)
+{
+	return {chooseInstallRoot(installRoot), ownProgram("velarix-lab-init", VELARIX_LAB_INIT),
+	        ownProgram("labhttpd", VELARIX_LAB_HTTPD)};
+}
+
+void requireTools()
+{
+	for (const Tool& tool : tools)
+	{
+		if (!present(tool))
+		{
+			throw LabError(std::string("the tool ") + tool.name + " is missing on this machine (Debian package " +
+			               tool.package + ")");
+		}
+	}
+}
+
+std::optional<std::string> namespaceProblem()
+{
+	if (::geteuid() != 0)
+	{
+		return "namespaces unavailable: a lab has to be run as root (it makes network, process and mount "
+		       "namespaces)";
+	}
+	const pid_t child = ::fork();
+	if (child == 0)
+	{
+		_exit(tryNamespaces());
+	}
+	int status = -1;
+	if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+	{
+		return "namespaces unavailable: no process can be made for the trial";
+	}
+	switch (WEXITSTATUS(status))
+	{
+	case 0:
+		return std::nullopt;
+	case 1:
+		return "namespaces unavailable: this kernel or container refuses new namespaces";
+	case 2:
+		return "namespaces unavailable: this kernel or container refuses mounts in a new namespace";
+	case 3:
+		return "namespaces unavailable: this kernel or container refuses an overlay on /usr";
+	default:
+		return "namespaces unavailable: the trial ended with status " + std::to_string(WEXITSTATUS(status));
+	}
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,67 @@
+/// Two observers that do not rely on the agents: who holds the virtual address,
+/// and who answers the client. Both sample every 20 ms on a thread of their own.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "Basics.h"
+#include "Host.h"
+#include "Timeline.h"
+
+namespace velarix::lab
+{
+
+/// Asks the kernel, through a socket opened inside each node's network
+/// namespace, whether a card of the node holds the virtual address.
+class AddressSampler
+{
+public:
+	/// `timeline` and `clock` must outlive the sampler.
+	AddressSampler(Timeline& timeline, const LabClock& clock);
+	~AddressSampler();
+	AddressSampler(const AddressSampler&) = delete;
+	AddressSampler& operator=(const AddressSampler&) = delete;
+
+	void attach(HostId node, const Host& host);
+	/// The node is switched off: it holds nothing from now on. Its namespace is
+	/// let go.
+	void detach(HostId node);
+
+private:
+	Timeline& m_timeline;
+	const LabClock& m_clock;
+	std::mutex m_mutex;
+	std::array<UniqueFd, 2> m_sockets;
+	std::atomic<bool> m_stop{false};
+	std::thread m_thread;
+
+	void sampleLocked();
+};
+
+/// Fetches http://VIRTUAL-ADDRESS:8080/ from the client and takes the node's
+/// name from the answer. Each sample is a request of its own, up to 300 ms long,
+/// that does not wait for the one before; an outage begins when the first
+/// unanswered request was sent and ends when the first answer is in.
+class ServiceSampler
+{
+public:
+	/// `client` is needed during the call only; `timeline` and `clock` must outlive the sampler.
+	ServiceSampler(Timeline& timeline, const LabClock& clock, const Host& client);
+	~ServiceSampler();
+	ServiceSampler(const ServiceSampler&) = delete;
+	ServiceSampler& operator=(const ServiceSampler&) = delete;
+
+private:
+	Timeline& m_timeline;
+	const LabClock& m_clock;
+	std::atomic<bool> m_stop{false};
+	std::thread m_thread;
+
+	void loop(int networkNamespace);
+};
+
+} // namespace velarix::lab

@@ -1,0 +1,106 @@
+#include "Console.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis repeatPause{5000};
+constexpr const char* eraseLine = "\r\033[K";
+
+std::size_t terminalWidth()
+{
+	winsize size{};
+	return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+const char* colourOf(EventKind kind)
+{
+	switch (kind)
+	{
+	case EventKind::phase:
+		return "1";
+	case EventKind::fault:
+		return "1;31";
+	case EventKind::heal:
+		return "32";
+	case EventKind::address:
+	case EventKind::service:
+		return "36";
+	default:
+		return "";
+	}
+}
+
+} // namespace
+
+Console::Console()
+    : m_terminal(::isatty(STDOUT_FILENO) == 1), m_colour(m_terminal && std::getenv("NO_COLOR") == nullptr)
+{
+}
+
+Console::~Console()
+{
+	const std::lock_guard lock(m_mutex);
+	clearWaiting();
+	std::cout.flush();
+}
+
+void Console::clearWaiting()
+{
+	if (m_waitingShown)
+	{
+		std::cout << eraseLine;
+		m_waitingShown = false;
+	}
+}
+
+std::string Console::coloured(const std::string& text, const char* code) const
+{
+	return m_colour && *code != '\0' ? std::string("\033[") + code + "m" + text + "\033[0m" : text;
+}
+
+void Console::line(const std::string& text)
+{
+	const std::lock_guard lock(m_mutex);
+	clearWaiting();
+	std::cout << text << std::endl;
+}
+
+void Console::event(const Event& event)
+{
+	line(coloured(toText(event), colourOf(event.kind)));
+}
+
+void Console::waiting(const WaitProgress& progress)
+{
+	const std::lock_guard lock(m_mutex);
+	const std::string text = "waiting " + std::to_string(progress.elapsed.count() / 1000) + " of " +
+	                         std::to_string(progress.limit.count() / 1000) + " s for " + progress.what +
+	                         (progress.seen.empty() ? std::string() : " (now: " + progress.seen + ")");
+	if (m_terminal)
+	{
+		clearWaiting();
+		std::cout << text.substr(0, terminalWidth() - 1) << std::flush;
+		m_waitingShown = true;
+	}
+	else if (m_clock.now() - m_lastWaiting >= repeatPause)
+	{
+		m_lastWaiting = m_clock.now();
+		std::cout << "           " << text << std::endl;
+	}
+}
+
+WaitObserver Console::observer()
+{
+	return [this](const WaitProgress& progress) { waiting(progress); };
+}
+
+} // namespace velarix::lab

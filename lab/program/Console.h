@@ -1,0 +1,44 @@
+/// What velarix-lab writes on its standard output while a person looks on.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "Timeline.h"
+#include "Wait.h"
+
+namespace velarix::lab
+{
+
+/// Lines that stay, and one line at the bottom that tells what is being waited
+/// for: rewritten in place on a terminal, repeated every five seconds elsewhere.
+/// Colours on a terminal only, and not when NO_COLOR is set. Any thread may call.
+class Console
+{
+public:
+	Console();
+	/// Takes the waiting line away.
+	~Console();
+	Console(const Console&) = delete;
+	Console& operator=(const Console&) = delete;
+
+	void line(const std::string& text);
+	void event(const Event& event);
+	void waiting(const WaitProgress& progress);
+
+	/// waiting(), for a Wait.
+	WaitObserver observer();
+
+private:
+	bool m_terminal;
+	bool m_colour;
+	bool m_waitingShown = false;
+	Millis m_lastWaiting{-10000};
+	std::mutex m_mutex;
+	LabClock m_clock;
+
+	void clearWaiting();
+	std::string coloured(const std::string& text, const char* code) const;
+};
+
+} // namespace velarix::lab

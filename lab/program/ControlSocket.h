@@ -1,0 +1,33 @@
+/// How velarix-lab talks to the supervisor of a pair it keeps running: one line
+/// of request and a text of answer per connection, on a UNIX socket.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "Basics.h"
+
+namespace velarix::lab
+{
+
+class ControlServer
+{
+public:
+	/// Listens at `path`, for root only. @throws LabError
+	explicit ControlServer(const std::filesystem::path& path);
+
+	/// Answers every request until `goOn` is false after one, or a signal is
+	/// readable from `signals`.
+	void serve(int signals, const std::function<std::string(const std::string&)>& answer,
+	           const std::function<bool()>& goOn);
+
+private:
+	UniqueFd m_socket;
+};
+
+/// Sends a request and reads the whole answer.
+/// @throws LabError when nobody listens at `path` or no answer comes in time
+std::string ask(const std::filesystem::path& path, const std::string& request, Millis limit = Millis(60000));
+
+} // namespace velarix::lab

@@ -1,0 +1,217 @@
+/// velarix-lab: a whole pair of nodes on one machine. The command line.
+
+#include <cstdio>
+
+#include <CLI/CLI.hpp>
+
+#include "Demo.h"
+#include "Fault.h"
+#include "Lab.h"
+#include "PairCommands.h"
+#include "Plan.h"
+
+namespace
+{
+
+using namespace velarix::lab;
+
+constexpr const char* overview =
+    "Runs two nodes, a gateway and a client in namespaces on this machine, with the agent as it is\n"
+    "installed. Nothing of the machine is changed, and nothing is left behind however it ends.\n"
+    "Needs root.";
+
+std::string faultList()
+{
+	std::string text = "Faults:\n";
+	for (const FaultInfo& info : allFaults())
+	{
+		text += "  " + std::string(info.name) + (info.onNode ? " NODE" : "") + "  (" + info.what +
+		        (info.heal == nullptr ? "; heals by itself" : "") + ")\n";
+	}
+	return text;
+}
+
+/// What the options of all commands are read into.
+struct Arguments
+{
+	DemoOptions demo;
+	SupervisorOptions pair;
+	std::string installRoot;
+	PairTimes times;
+	std::string name = "lab";
+	std::string stateBase = "/run/velarix-lab";
+	bool noWait = false;
+	bool noAgents = false;
+	bool json = false;
+	std::string fault;
+	std::string node;
+	std::string form = "text";
+};
+
+void addLabOptions(CLI::App& command, Arguments& arguments)
+{
+	command.add_option("--install-root", arguments.installRoot,
+	                   "Tree with the installed agent (default: the one staged by the build, else this machine's)");
+	command.add_option("--interval", arguments.times.interval, "Seconds between heartbeats")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 60));
+	command.add_option("--receiving-time", arguments.times.receivingTime, "Seconds of silence that count as one")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 60));
+	command.add_option("--waiting-time", arguments.times.waitingTime, "Seconds between address and programs")
+	    ->capture_default_str()
+	    ->check(CLI::Range(0, 60));
+}
+
+void addPairOptions(CLI::App& command, Arguments& arguments)
+{
+	command.add_option("--name", arguments.name, "Name of the lab")->capture_default_str();
+	command.add_option("--state-dir", arguments.stateBase, "Directory of all labs that are kept running")
+	    ->capture_default_str();
+}
+
+void addFaultArguments(CLI::App& command, Arguments& arguments)
+{
+	addPairOptions(command, arguments);
+	command.add_option("fault", arguments.fault, "Name of the fault")->required();
+	command.add_option("node", arguments.node, "Node it strikes: a or b");
+	command.footer(faultList());
+}
+
+int runDemoCommand(Arguments& arguments)
+{
+	arguments.demo.installRoot = arguments.installRoot;
+	arguments.demo.times = arguments.times;
+	return runDemo(arguments.demo);
+}
+
+int runUp(Arguments& arguments, bool asSupervisor)
+{
+	StateDirectory directory(arguments.stateBase, arguments.name);
+	const SupervisorOptions options{arguments.installRoot, arguments.times, !arguments.noAgents};
+	if (asSupervisor)
+	{
+		supervise(directory, options);
+		return 0;
+	}
+	return pairUp(directory, options, !arguments.noWait);
+}
+
+int runExec(const Arguments& arguments, std::vector<std::string> words)
+{
+	if (words.size() > 1 && words[1] == "--")
+	{
+		words.erase(words.begin() + 1);
+	}
+	if (words.size() < 2)
+	{
+		throw LabError("exec needs a host and a command, for example: velarix-lab exec a ip addr");
+	}
+	return pairExec({arguments.stateBase, arguments.name}, words.front(), {words.begin() + 1, words.end()});
+}
+
+void addDemo(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* demo = app.add_subcommand("demo", "Show what the pair does: election, take-over, return, hand-over");
+	addLabOptions(*demo, arguments);
+	demo->add_option("--svg", arguments.demo.svgFile, "Write the timeline as a picture to this file");
+	demo->add_option("--json", arguments.demo.jsonFile, "Write phases and timeline to this file");
+	demo->callback([&] { status = runDemoCommand(arguments); });
+}
+
+void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* up = app.add_subcommand("up", "Start a pair and keep it running");
+	addLabOptions(*up, arguments);
+	addPairOptions(*up, arguments);
+	up->add_flag("--no-wait", arguments.noWait, "Do not wait until the service answers");
+	up->add_flag("--no-agents", arguments.noAgents, "Start the hosts only, not the agents");
+	up->callback([&] { status = runUp(arguments, false); });
+
+	CLI::App* supervisor = app.add_subcommand("supervise", "")->group("");
+	addLabOptions(*supervisor, arguments);
+	addPairOptions(*supervisor, arguments);
+	supervisor->add_flag("--no-agents", arguments.noAgents);
+	supervisor->callback([&] { status = runUp(arguments, true); });
+
+	CLI::App* down = app.add_subcommand("down", "End a pair that is kept running");
+	addPairOptions(*down, arguments);
+	down->callback([&] { status = pairDown({arguments.stateBase, arguments.name}); });
+}
+
+void addStatusAndExec(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* state = app.add_subcommand("status", "Print roles, owner of the address and who answers the client");
+	addPairOptions(*state, arguments);
+	state->add_flag("--json", arguments.json, "As JSON");
+	state->callback([&] { status = pairStatus({arguments.stateBase, arguments.name}, arguments.json); });
+
+	CLI::App* exec = app.add_subcommand("exec", "Run a program on a host of the pair: exec HOST COMMAND...");
+	addPairOptions(*exec, arguments);
+	// No positionals of its own: from the host's name on nothing is parsed here.
+	exec->prefix_command();
+	exec->footer("HOST is a, b, gateway or client.\n"
+	             "The host's own /usr (of a node), /run and /tmp can be written; every other file is this\n"
+	             "machine's, read-only.");
+	exec->callback([&, exec] { status = runExec(arguments, exec->remaining()); });
+}
+
+void addFaults(CLI::App& app, Arguments& arguments, int& status)
+{
+	for (const std::string verb : {"inject", "heal"})
+	{
+		CLI::App* command = app.add_subcommand(verb, verb == "inject" ? "Inject a fault" : "Heal a fault");
+		addFaultArguments(*command, arguments);
+		command->callback(
+		    [&, verb] {
+			    status = pairRequest({arguments.stateBase, arguments.name},
+			                         verb + " " + arguments.fault + " " + arguments.node);
+		    });
+	}
+	CLI::App* timeline = app.add_subcommand("timeline", "Print what has happened so far");
+	addPairOptions(*timeline, arguments);
+	timeline->add_option("--format", arguments.form, "text, json or svg")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json", "svg"}));
+	timeline->callback(
+	    [&] {
+		    status = pairRequest({arguments.stateBase, arguments.name}, "timeline " + arguments.form);
+	    });
+}
+
+int runProgram(int argc, char** argv)
+{
+	CLI::App app(overview, "velarix-lab");
+	Arguments arguments;
+	int status = 0;
+	app.set_version_flag("--version", "velarix-lab " VELARIX_LAB_VERSION);
+	app.require_subcommand(1);
+	addDemo(app, arguments, status);
+	addUpAndDown(app, arguments, status);
+	addStatusAndExec(app, arguments, status);
+	addFaults(app, arguments, status);
+	try
+	{
+		app.parse(argc, argv);
+	}
+	catch (const CLI::ParseError& error)
+	{
+		return app.exit(error) == 0 ? 0 : 2;
+	}
+	return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+	try
+	{
+		return runProgram(argc, argv);
+	}
+	catch (const std::exception& error)
+	{
+		std::fprintf(stderr, "velarix-lab: %s\n", error.what());
+		return 2;
+	}
+}

@@ -1,0 +1,265 @@
+#include "PairCommands.h"
+
+#include <charconv>
+#include <csignal>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Command.h"
+#include "Console.h"
+#include "ControlSocket.h"
+#include "Lab.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis startLimit{30000};
+constexpr Millis electionLimit{60000};
+constexpr Millis downLimit{30000};
+
+void requireUp(const StateDirectory& directory)
+{
+	if (directory.inUse())
+	{
+		return;
+	}
+	const std::string hint = directory.exists()
+	                             ? " (a supervisor that died left its directory; \"velarix-lab down\" removes it)"
+	                             : " (start it with: velarix-lab up)";
+	throw LabError("no lab \"" + directory.name() + "\" is up" + hint);
+}
+
+/// @throws LabError when the answer tells of an error
+std::string askOrThrow(const StateDirectory& directory, const std::string& request)
+{
+	requireUp(directory);
+	std::string answer = ask(directory.controlSocket(), request);
+	if (answer.starts_with("error: "))
+	{
+		throw LabError(answer.substr(7));
+	}
+	return answer;
+}
+
+std::string contentOf(const std::filesystem::path& path)
+{
+	std::ifstream stream(path);
+	std::ostringstream content;
+	content << stream.rdbuf();
+	return content.str();
+}
+
+std::vector<std::string> supervisorCommand(const StateDirectory& directory, const SupervisorOptions& options)
+{
+	std::vector<std::string> words{std::filesystem::read_symlink("/proc/self/exe").string(),
+	                               "supervise",
+	                               "--name",
+	                               directory.name(),
+	                               "--state-dir",
+	                               directory.path().parent_path().string(),
+	                               "--interval",
+	                               std::to_string(options.times.interval),
+	                               "--receiving-time",
+	                               std::to_string(options.times.receivingTime),
+	                               "--waiting-time",
+	                               std::to_string(options.times.waitingTime)};
+	if (!options.installRoot.empty())
+	{
+		words.insert(words.end(), {"--install-root", std::filesystem::absolute(options.installRoot).string()});
+	}
+	if (!options.startAgents)
+	{
+		words.emplace_back("--no-agents");
+	}
+	return words;
+}
+
+pid_t startSupervisor(const StateDirectory& directory, const SupervisorOptions& options)
+{
+	directory.create();
+	const UniqueFd messages(
+	    ::open(directory.messages().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600));
+	SpawnPlan plan;
+	plan.argv = supervisorCommand(directory, options);
+	plan.output = messages.get();
+	plan.error = messages.get();
+	plan.outlivesCaller = true;
+	return spawn(plan);
+}
+
+nlohmann::json statusOf(const StateDirectory& directory)
+{
+	return nlohmann::json::parse(askOrThrow(directory, "status"));
+}
+
+std::string stateIn(const nlohmann::json& status)
+{
+	return "address " + status["address"].get<std::string>() + ", answer " + status["service"].get<std::string>() +
+	       ", a " + status["nodes"]["a"]["role"].get<std::string>() + ", b " +
+	       status["nodes"]["b"]["role"].get<std::string>();
+}
+
+void awaitSupervisor(const StateDirectory& directory, pid_t supervisor, Console& console)
+{
+	bool ended = false;
+	const Wait ready{"the lab to be made", startLimit, {}, console.observer()};
+	const bool came = ready.until(
+	    [&]
+	    {
+		    ended = ::waitpid(supervisor, nullptr, WNOHANG) == supervisor;
+		    return ended || (directory.inUse() && std::filesystem::exists(directory.controlSocket()));
+	    });
+	if (ended || !came)
+	{
+		const std::string messages = contentOf(directory.messages());
+		if (!directory.inUse())
+		{
+			directory.remove();
+		}
+		throw LabError("the lab did not come up: " + (messages.empty() ? "no word from its supervisor" : messages));
+	}
+}
+
+bool awaitService(const StateDirectory& directory, Console& console)
+{
+	nlohmann::json status = statusOf(directory);
+	const Wait served{"one node to serve alone", electionLimit, [&] { return stateIn(status); }, console.observer()};
+	return served.until(
+	    [&]
+	    {
+		    status = statusOf(directory);
+		    return status["service"] != "none" && status["service"] == status["address"];
+	    });
+}
+
+pid_t hostPid(const StateDirectory& directory, const std::string& host)
+{
+	const std::string answer = askOrThrow(directory, "pid " + host);
+	pid_t pid = -1;
+	std::from_chars(answer.data(), answer.data() + answer.size(), pid);
+	return pid;
+}
+
+} // namespace
+
+int pairUp(StateDirectory& directory, const SupervisorOptions& options, bool wait)
+{
+	requireLab(options.installRoot);
+	Console console;
+	if (directory.inUse())
+	{
+		throw LabError("the lab \"" + directory.name() + "\" is up already (velarix-lab status, velarix-lab down)");
+	}
+	if (directory.exists())
+	{
+		directory.remove();
+		console.line("removed what a supervisor that died had left at " + directory.path().string());
+	}
+	awaitSupervisor(directory, startSupervisor(directory, options), console);
+	const bool served = !wait || !options.startAgents || awaitService(directory, console);
+	console.line("the lab \"" + directory.name() + "\" is up: " + stateIn(statusOf(directory)));
+	return served ? 0 : 1;
+}
+
+int pairDown(const StateDirectory& directory)
+{
+	if (!directory.exists())
+	{
+		throw LabError("no lab \"" + directory.name() + "\" is up");
+	}
+	Console console;
+	if (!directory.inUse())
+	{
+		directory.remove();
+		console.line("removed what a supervisor that died had left at " + directory.path().string());
+		return 0;
+	}
+	askOrThrow(directory, "down");
+	const Wait gone{"the supervisor to end", downLimit, {}, console.observer()};
+	if (!gone.until([&] { return !directory.exists(); }))
+	{
+		throw LabError("the supervisor of \"" + directory.name() + "\" does not end");
+	}
+	console.line("the lab \"" + directory.name() + "\" is down");
+	return 0;
+}
+
+int pairStatus(const StateDirectory& directory, bool json)
+{
+	const nlohmann::json status = statusOf(directory);
+	if (json)
+	{
+		std::cout << status.dump(1, '\t') << '\n';
+		return 0;
+	}
+	std::cout << "lab      " << directory.name() << ", up for " << status["upMs"].get<long>() / 1000
+	          << " s, supervisor " << status["supervisor"].get<long>() << '\n';
+	for (const HostId id : nodes)
+	{
+		const nlohmann::json& node = status["nodes"][nameOf(id)];
+		const long agent = node["agentPid"].get<long>();
+		std::cout << "node " << nameOf(id) << "   " << node["role"].get<std::string>()
+		          << (agent > 0 ? ", agent is process " + std::to_string(agent) : std::string()) << '\n';
+	}
+	const std::string owner = status["address"].get<std::string>();
+	const std::string answer = status["service"].get<std::string>();
+	std::cout << "address  " << plan::virtualAddress << " held by "
+	          << (owner == "none" ? "nobody" : (owner == "a+b" ? "both nodes" : "node " + owner)) << '\n';
+	std::cout << "service  http://" << plan::virtualAddress << ":" << plan::servicePort << "/ "
+	          << (answer == "none" ? "does not answer the client" : "answered by node " + answer) << '\n';
+	return 0;
+}
+
+int pairExec(const StateDirectory& directory, const std::string& host, const std::vector<std::string>& command)
+{
+	const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, hostPid(directory, host), 0)));
+	if (!pidFd)
+	{
+		throwErrno("cannot reach host " + host);
+	}
+	SpawnPlan plan;
+	plan.argv = command;
+	plan.inside = {pidFd.get(), CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNS};
+	plan.input = STDIN_FILENO;
+	plan.output = STDOUT_FILENO;
+	plan.error = STDERR_FILENO;
+	plan.terminal = true;
+	// The keyboard's signals are for the program.
+	::signal(SIGINT, SIG_IGN);
+	::signal(SIGQUIT, SIG_IGN);
+	const pid_t child = spawn(plan);
+	int status = 0;
+	while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
+	{
+	}
+	const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+	if (code == 127)
+	{
+		std::cerr << "velarix-lab: " << command.front() << " was not found on host " << host << '\n';
+	}
+	return code;
+}
+
+int pairRequest(const StateDirectory& directory, const std::string& request)
+{
+	const std::string answer = askOrThrow(directory, request);
+	if (answer != "ok")
+	{
+		std::cout << answer;
+	}
+	return 0;
+}
+
+} // namespace velarix::lab

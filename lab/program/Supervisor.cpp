@@ -1,0 +1,175 @@
+#include "Supervisor.h"
+
+#include <csignal>
+#include <iostream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "ControlSocket.h"
+#include "Lab.h"
+#include "SvgTimeline.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+/// Before any thread: all of them keep the signals blocked.
+UniqueFd endingSignals()
+{
+	sigset_t ending;
+	sigemptyset(&ending);
+	sigaddset(&ending, SIGTERM);
+	sigaddset(&ending, SIGINT);
+	::sigprocmask(SIG_BLOCK, &ending, nullptr);
+	return UniqueFd(::signalfd(-1, &ending, SFD_CLOEXEC));
+}
+
+class Supervisor
+{
+public:
+	Supervisor(std::string name, Lab& lab) : m_name(std::move(name)), m_lab(lab) {}
+
+	bool goOn() const { return !m_down; }
+
+	std::string answer(const std::string& request)
+	{
+		std::istringstream words(request);
+		std::string verb;
+		std::string first;
+		std::string second;
+		words >> verb >> first >> second;
+		try
+		{
+			return act(verb, first, second);
+		}
+		catch (const std::exception& error)
+		{
+			return std::string("error: ") + error.what();
+		}
+	}
+
+private:
+	std::string m_name;
+	Lab& m_lab;
+	bool m_down = false;
+
+	std::string act(const std::string& verb, const std::string& first, const std::string& second)
+	{
+		if (verb == "status")
+		{
+			return status();
+		}
+		if (verb == "pid")
+		{
+			return std::to_string(m_lab.host(hostOrThrow(first)).pid());
+		}
+		if (verb == "inject")
+		{
+			m_lab.inject(faultOrThrow(first, second));
+			return "ok";
+		}
+		if (verb == "heal")
+		{
+			m_lab.heal(faultOrThrow(first, second));
+			return "ok";
+		}
+		if (verb == "timeline")
+		{
+			return timeline(first);
+		}
+		if (verb == "down")
+		{
+			m_down = true;
+			return "ok";
+		}
+		throw LabError("unknown request: " + verb);
+	}
+
+	static HostId hostOrThrow(const std::string& name)
+	{
+		const std::optional<HostId> host = hostNamed(name);
+		if (!host)
+		{
+			throw LabError("there is no host \"" + name + "\" (a, b, gateway, client)");
+		}
+		return *host;
+	}
+
+	static Fault faultOrThrow(const std::string& name, const std::string& node)
+	{
+		const std::optional<FaultKind> kind = faultNamed(name);
+		if (!kind)
+		{
+			throw LabError("there is no fault \"" + name + "\"");
+		}
+		Fault fault{*kind};
+		if (infoOf(*kind).onNode)
+		{
+			fault.node = hostOrThrow(node);
+			if (!isNode(fault.node))
+			{
+				throw LabError("the fault " + name + " strikes node a or b");
+			}
+		}
+		return fault;
+	}
+
+	std::string status()
+	{
+		nlohmann::ordered_json answer{{"name", m_name},
+		                              {"supervisor", ::getpid()},
+		                              {"upMs", m_lab.clock().now().count()},
+		                              {"address", m_lab.owners()},
+		                              {"service", m_lab.answeredBy()}};
+		for (const HostId id : nodes)
+		{
+			const std::optional<ProcessEntry> agent = m_lab.node(id).agent();
+			answer["nodes"][nameOf(id)] = {
+			    {"role", m_lab.role(id)}, {"on", m_lab.node(id).isOn()}, {"agentPid", agent ? agent->pidInHost : -1}};
+		}
+		return answer.dump();
+	}
+
+	std::string timeline(const std::string& form)
+	{
+		if (form == "svg")
+		{
+			return toSvg(m_lab.timeline(), "velarix-lab " + m_name, m_lab.clock().now());
+		}
+		return form == "json" ? toJson(m_lab.timeline()) : toText(m_lab.timeline());
+	}
+};
+
+} // namespace
+
+void supervise(StateDirectory& directory, const SupervisorOptions& options)
+{
+	const UniqueFd signals = endingSignals();
+	directory.lock();
+	std::error_code ignored;
+	std::filesystem::remove(directory.controlSocket(), ignored);
+	requireLab(options.installRoot);
+
+	LabOptions labOptions;
+	labOptions.installRoot = options.installRoot;
+	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times);
+	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times);
+	Lab lab(labOptions);
+	if (options.startAgents)
+	{
+		lab.startAgents();
+	}
+	Supervisor supervisor(directory.name(), lab);
+	ControlServer server(directory.controlSocket());
+	server.serve(
+	    signals.get(), [&](const std::string& request) { return supervisor.answer(request); },
+	    [&] { return supervisor.goOn(); });
+	directory.remove();
+}
+
+} // namespace velarix::lab

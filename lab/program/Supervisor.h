@@ -1,0 +1,28 @@
+/// The background process that keeps a pair running between two commands.
+#pragma once
+
+#include <filesystem>
+
+#include "NodeSettings.h"
+#include "StateDirectory.h"
+
+namespace velarix::lab
+{
+
+struct SupervisorOptions
+{
+	std::filesystem::path installRoot{};
+	PairTimes times{};
+	bool startAgents = true;
+};
+
+/// Makes the lab, serves requests at the control socket until "down", SIGTERM or
+/// SIGINT, and removes the state directory.
+///
+/// Requests: "status" (JSON), "pid HOST" (process 1 of the host), "inject FAULT
+/// NODE", "heal FAULT NODE", "timeline text|json|svg", "down". An answer that
+/// begins with "error: " tells what was wrong.
+/// @throws LabError when the lab cannot be made
+void supervise(StateDirectory& directory, const SupervisorOptions& options);
+
+} // namespace velarix::lab

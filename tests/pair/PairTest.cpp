@@ -1,0 +1,115 @@
+#include "PairTest.h"
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+/// GTEST_SKIP and FAIL return from a function without a value.
+void makeLab(std::unique_ptr<Lab>& made, const LabOptions& options)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	try
+	{
+		requireLab(options.installRoot);
+		made = std::make_unique<Lab>(options);
+	}
+	catch (const NamespacesUnavailable& error)
+	{
+		GTEST_SKIP() << error.what();
+	}
+	catch (const LabError& error)
+	{
+		FAIL() << error.what();
+	}
+}
+
+} // namespace
+
+bool PairTest::startPair(const LabOptions& options)
+{
+	makeLab(m_lab, options);
+	if (m_lab)
+	{
+		m_lab->startAgents();
+	}
+	return m_lab != nullptr;
+}
+
+bool PairTest::startServingPair(const LabOptions& options)
+{
+	if (!startPair(options))
+	{
+		return false;
+	}
+	const bool served = lab().waitForService(HostId::a, moveLimit, Millis(1000));
+	EXPECT_TRUE(served) << "the pair did not get going";
+	return served;
+}
+
+void PairTest::TearDown()
+{
+	if (m_lab && HasFailure())
+	{
+		std::cout << "the timeline of the failed test:\n" << toText(m_lab->timeline());
+	}
+}
+
+bool PairTest::waitForAction(HostId node, const std::string& action, Millis since, Millis limit)
+{
+	const auto told = [&]
+	{
+		for (const Event& event : lab().timeline().events())
+		{
+			if (event.kind == EventKind::action && event.host == node && event.at >= since &&
+			    event.text.find(action) != std::string::npos)
+			{
+				return true;
+			}
+		}
+		return false;
+	};
+	return waitFor(told, limit, std::string("node ") + nameOf(node) + " to say \"" + action + "\"",
+	               [&] { return lab().stateText(); });
+}
+
+Millis PairTest::heldBy(const std::string& owners, Millis since)
+{
+	const Millis now = lab().clock().now();
+	return timeWith(lab().timeline().intervals(addressLane, now), {owners}, since, now);
+}
+
+Millis PairTest::outageSince(Millis since)
+{
+	const Millis now = lab().clock().now();
+	return longestWith(lab().timeline().intervals(serviceLane, now), {"none"}, since, now);
+}
+
+std::string contentOf(const std::filesystem::path& path)
+{
+	std::ifstream stream(path, std::ios::binary);
+	std::ostringstream content;
+	content << stream.rdbuf();
+	return content.str();
+}
+
+std::vector<std::string> linesOf(const std::filesystem::path& path)
+{
+	std::vector<std::string> lines;
+	std::ifstream stream(path);
+	for (std::string line; std::getline(stream, line);)
+	{
+		lines.push_back(line);
+	}
+	return lines;
+}
+
+} // namespace velarix::lab

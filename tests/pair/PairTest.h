@@ -1,0 +1,59 @@
+/// A test on a pair of its own. Without namespaces it is skipped; when it fails
+/// it prints the timeline.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Lab.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+class PairTest : public testing::Test
+{
+protected:
+	/// Generous: a loaded machine needs several times what the pair takes.
+	static constexpr Millis moveLimit{60000};
+
+	/// Makes the lab and starts both agents.
+	/// @return false when there is no lab: the test is skipped or has failed
+	bool startPair(const LabOptions& options = {});
+	/// The same, and waits until node a holds the service.
+	bool startServingPair(const LabOptions& options = {});
+
+	void TearDown() override;
+
+	Lab& lab() { return *m_lab; }
+	/// Removes it before the end of the test.
+	void endLab() { m_lab.reset(); }
+
+	/// Waits until the node's log told this action, after `since`.
+	bool waitForAction(HostId node, const std::string& action, Millis since, Millis limit = moveLimit);
+
+	/// How long the address was held as `owners` says, since then.
+	Millis heldBy(const std::string& owners, Millis since);
+	/// The longest time the client had no answer, since then.
+	Millis outageSince(Millis since);
+
+private:
+	std::unique_ptr<Lab> m_lab;
+};
+
+/// A test begins with one of these; `call` is startPair or startServingPair.
+#define PAIR_OR_RETURN(call)                                                                                           \
+	if (!(call))                                                                                                       \
+	{                                                                                                                  \
+		return;                                                                                                        \
+	}
+
+std::string contentOf(const std::filesystem::path& path);
+std::vector<std::string> linesOf(const std::filesystem::path& path);
+
+} // namespace velarix::lab
