@@ -13,13 +13,17 @@ if(VELARIX_SANITIZE)
   target_compile_options(velarix_compile INTERFACE
     -fsanitize=${VELARIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velarix_compile INTERFACE -fsanitize=${VELARIX_SANITIZE})
-else()
-  # The C library's checked functions need an optimising build.
-  target_compile_options(velarix_compile INTERFACE
+endif()
+
+# Hardening of what is installed. The C library's checked functions need an
+# optimising build, and the sanitizers bring their own.
+add_library(velarix_hardened INTERFACE)
+if(NOT VELARIX_SANITIZE)
+  target_compile_options(velarix_hardened INTERFACE
     -fstack-protector-strong
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
     $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
-  target_link_options(velarix_compile INTERFACE -Wl,-z,relro,-z,now)
+  target_link_options(velarix_hardened INTERFACE -Wl,-z,relro,-z,now)
 endif()
 
 if(VELARIX_COVERAGE)
@@ -32,5 +36,5 @@ function(velarix_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-  target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} PRIVATE velarix_compile)
+  target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} PRIVATE velarix_compile velarix_hardened)
 endfunction()

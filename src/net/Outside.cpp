@@ -1,7 +1,9 @@
 #include "Outside.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <unistd.h>
@@ -57,6 +59,7 @@ public:
 		{
 			sigaddset(&blocked, signal);
 		}
+		forgetBrokenPipes();
 		::pthread_sigmask(SIG_UNBLOCK, &blocked, &m_previous);
 	}
 	~OrdinarySignals() { ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
@@ -64,6 +67,19 @@ public:
 	OrdinarySignals& operator=(const OrdinarySignals&) = delete;
 
 private:
+	/// A write to a console that has gone leaves this thread a pending SIGPIPE,
+	/// which would end the daemon as soon as it is unblocked.
+	static void forgetBrokenPipes()
+	{
+		sigset_t brokenPipe;
+		sigemptyset(&brokenPipe);
+		sigaddset(&brokenPipe, SIGPIPE);
+		const timespec atOnce{};
+		while (::sigtimedwait(&brokenPipe, nullptr, &atOnce) == SIGPIPE || errno == EINTR)
+		{
+		}
+	}
+
 	sigset_t m_previous{};
 };
 
