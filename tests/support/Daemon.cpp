@@ -1,5 +1,6 @@
 #include "Daemon.h"
 
+#include <cstring>
 #include <sstream>
 
 #include <Poco/AutoPtr.h>
@@ -16,6 +17,8 @@
 namespace
 {
 
+std::function<void(const std::string&)> g_onLogLine;
+
 class RecordingChannel : public Poco::Channel
 {
 public:
@@ -25,6 +28,10 @@ public:
 		event << "log " << letterOf(message.getPriority()) << ' ' << message.getSourceFile() << ':'
 		      << message.getSourceLine() << ' ' << message.getText();
 		events::add(event.str());
+		if (g_onLogLine)
+		{
+			g_onLogLine(event.str());
+		}
 	}
 
 private:
@@ -55,6 +62,21 @@ void forgetLog()
 	Poco::Logger::destroy("FileLogger");
 	delete velarixLog;
 	velarixLog = nullptr;
+	g_onLogLine = nullptr;
+}
+
+std::string escaped(const std::string& text)
+{
+	std::string result;
+	for (const char c : text)
+	{
+		if (std::strchr("^$\\.[]|()?*+{}", c) != nullptr)
+		{
+			result += '\\';
+		}
+		result += c;
+	}
+	return result;
 }
 
 } // namespace
@@ -139,6 +161,11 @@ void useRecordedLog()
 	Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new RecordingChannel));
 }
 
+void onLogLine(std::function<void(const std::string&)> handler)
+{
+	g_onLogLine = std::move(handler);
+}
+
 void useUnsetLog()
 {
 	forgetLog();
@@ -149,6 +176,7 @@ void DaemonTest::SetUp()
 {
 	events::clear();
 	velarix::storeShared(g_specialAsking, std::int32_t{0});
+	sandbox::cleanDirectories();
 	settings.write();
 	sandbox::writeFile(velarix::kRunInfoPath, kRunInfo);
 	useRecordedLog();
@@ -165,4 +193,10 @@ std::string assertionReport(const std::string& expression, const std::string& so
                             const std::string& function)
 {
 	return ": " + source + ":" + std::to_string(line) + ": " + function + ": Assertion `" + expression + "' failed.\n";
+}
+
+std::string endOfDaemon(const std::string& errorLine, const std::string& expression, const std::string& source,
+                        unsigned line, const std::string& function)
+{
+	return escaped(errorLine) + "\n[^\n]*" + escaped(assertionReport(expression, source, line, function));
 }

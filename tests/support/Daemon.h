@@ -1,6 +1,7 @@
 /// What a test needs around the daemon's code: settings, log, shared values.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -49,6 +50,9 @@ extern const char kRunInfo[];
 void useRealLogFile();
 /// Makes the log anew with its lines recorded as events.
 void useRecordedLog();
+/// Called with the event of each recorded log line after it was recorded; what it
+/// throws leaves the log's channel. Forgotten when the log is made anew.
+void onLogLine(std::function<void(const std::string&)> handler);
 /// Leaves `velarixLog` without a logger, as after a failed init.
 void useUnsetLog();
 
@@ -61,3 +65,13 @@ std::string assertionReport(const std::string& expression, const std::string& so
 #define EXPECT_FATAL(statement, expression, source, line, function)                                                    \
 	EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT),                                                           \
 	            testing::HasSubstr(assertionReport(expression, source, line, function)))
+
+/// The two lines that EXPECT_FATAL_AFTER looks for, as a regular expression.
+std::string endOfDaemon(const std::string& errorLine, const std::string& expression, const std::string& source,
+                        unsigned line, const std::string& function);
+
+/// Death test of a fatal condition with the error line (`errorLine`: its echo "**ERROR**(FILE:LINE)TEXT")
+/// that tells the operator why, directly before the report.
+#define EXPECT_FATAL_AFTER(statement, errorLine, expression, source, line, function)                                   \
+	EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT),                                                           \
+	            testing::ContainsRegex(endOfDaemon(errorLine, expression, source, line, function)))

@@ -3,12 +3,16 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <thread>
 
 namespace
 {
+
+constexpr std::size_t kMostEvents = 1000000;
 
 std::mutex g_mutex;
 events::List g_events;
@@ -36,6 +40,12 @@ void add(const std::string& event)
 {
 	const std::lock_guard lock(g_mutex);
 	g_events.push_back(event);
+	if (g_events.size() > kMostEvents)
+	{
+		// A loop that was to end runs away; without its waits it would eat the machine.
+		std::fprintf(stderr, "events: more than %zu, the last one: %s\n", kMostEvents, event.c_str());
+		std::abort();
+	}
 }
 
 List all()

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -138,12 +139,24 @@ int run(int argc, char** argv, int (*body)(int, char**))
 	while (::waitpid(child, &status, 0) == -1 && errno == EINTR)
 	{
 	}
-	return statusOf(status);
+	// Past the exit handlers: a leak checker could not start its helper here, since
+	// whatever this process starts belongs to the other PID namespace.
+	::_exit(statusOf(status));
 }
 
 const std::string& whyUnavailable()
 {
 	return g_whyUnavailable;
+}
+
+void cleanDirectories()
+{
+	std::error_code error;
+	for (const auto& entry : std::filesystem::directory_iterator("/usr/velarix", error))
+	{
+		std::filesystem::remove_all(entry.path(), error);
+	}
+	makeDirectories();
 }
 
 void addCard(const std::string& name, bool carrier)

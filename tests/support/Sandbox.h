@@ -11,11 +11,17 @@ namespace sandbox
 /// Runs `body` in a new process inside a fresh sandbox: its own /proc and /sys,
 /// loopback up, /usr/velarix with its directories and the run-info record. Works
 /// as root and, with a user namespace, without. Call it before any thread starts.
-/// @return the exit status of `body`, 128 + n when signal n ended it
+/// Ends the calling process with the exit status of `body`, 128 + n when signal n
+/// ended it.
+/// @return only without a sandbox: what `body` returned in this very process
 int run(int argc, char** argv, int (*body)(int, char**));
 
 /// @return why there is no sandbox; empty inside one
 const std::string& whyUnavailable();
+
+/// Empties /usr/velarix down to its directories, so that no test finds what
+/// another one left.
+void cleanDirectories();
 
 /// Makes the network card `name` (a virtual pair) and raises it.
 /// @param carrier whether it has carrier

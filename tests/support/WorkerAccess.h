@@ -16,9 +16,14 @@ public:
 	static bool& connectionDone(CHeartReciver& worker) { return worker.m_connectionDone; }
 	static int& refCount(CHeartReciver& worker) { return worker.m_refCount; }
 
+	/// The part of an iteration before listening.
+	static bool judgeOwnNode(CHeartReciver& worker) { return worker.judgeOwnNode(); }
+
 	static int& port(CHeartSender& worker) { return worker.m_nPort; }
 	static std::string& partnerIP(CHeartSender& worker) { return worker.m_partnerIP; }
 	static int& refCount(CHeartSender& worker) { return worker.m_refCount; }
+
+	static std::string composeMessage(CHeartSender& worker) { return worker.composeMessage(); }
 
 	static bool*& runningFlag(ProcessChecker& worker) { return worker.m_bProcessRunning; }
 	static const std::string& killCommand(ProcessChecker& worker) { return worker.m_killCommand; }
@@ -28,6 +33,14 @@ public:
 	static int checkingCycle(ProcessChecker& worker) { return worker.m_nCheckingCycle; }
 	static OBSERVATION_MODE observationMode(ProcessChecker& worker) { return worker.m_observationMode; }
 	static int& refCount(ProcessChecker& worker) { return worker.m_refCount; }
+
+	// What the agent handed to any of the three workers.
+	template <typename Worker> static MODE* sharedMode(Worker& worker) { return worker.m_pMode; }
+	template <typename Worker> static auto sharedHandles(Worker& worker) { return worker.m_ppProcessHandles; }
+	template <typename Worker> static const std::string& location(Worker& worker) { return worker.m_processLocation; }
+	static bool* sharedFlag(CHeartReciver& worker) { return worker.m_pProcessRunning; }
+	static bool* sharedFlag(CHeartSender& worker) { return worker.m_pProcessRunning; }
+	static bool* sharedFlag(ProcessChecker& worker) { return worker.m_bProcessRunning; }
 };
 
 class AgentAccess

@@ -1,0 +1,238 @@
+// Where the receiver ends the daemon.
+
+#include <cerrno>
+#include <stdexcept>
+
+#include <unistd.h>
+
+#include <Poco/Exception.h>
+
+#include "FakeOutside.h"
+#include "ReceiverLoop.h"
+#include "SocketCalls.h"
+#include "Told.h"
+
+namespace
+{
+
+constexpr char kStartFunction[] = "bool CHeartReciver::startProcess()";
+constexpr char kRunFunction[] = "virtual void CHeartReciver::run()";
+constexpr char kGetInt[] = "int Configuraion::getInt(const std::string&)";
+constexpr char kGetString[] = "std::string Configuraion::getString(const std::string&)";
+
+class ReceiverStart : public ReceiverTest
+{
+protected:
+	void SetUp() override
+	{
+		ReceiverTest::SetUp();
+		onLogLine(tell);
+		fakeoutside::onAction(tell);
+	}
+
+	/// A start whose script raises `exception`.
+	template <typename Exception> void startThatThrows(const Exception& exception)
+	{
+		fakeoutside::onAction(
+		    [exception](const std::string& event)
+		    {
+			    tell(event);
+			    if (event == "system /usr/velarix/bin/ini/processList.sh")
+			    {
+				    throw exception;
+			    }
+		    });
+		receiver->startProcess();
+	}
+
+	/// The events of such a start, `last` being the error line.
+	static std::string toldUpTo(const std::string& last)
+	{
+		events::List list = steps::runPrograms();
+		list.back() = last;
+		list.insert(list.begin(), "log D CHeartReciver:601 try to process run");
+		return told(list);
+	}
+};
+
+TEST_F(ReceiverStart, ASecondStartEndsTheDaemon)
+{
+	running = true;
+	EXPECT_FATAL_AFTER(receiver->startProcess(),
+	                   told({"log E CHeartReciver:604 tried to start process. but it's already running"}), "1== 0",
+	                   "CHeartReciver", 618, kStartFunction);
+}
+
+TEST_F(ReceiverStart, TheSecondOfTwoStartsEndsTheDaemon)
+{
+	ASSERT_TRUE(receiver->startProcess());
+	EXPECT_FATAL_AFTER(receiver->startProcess(),
+	                   "**ERROR**(CHeartReciver:604)tried to start process. but it's already running", "1== 0",
+	                   "CHeartReciver", 618, kStartFunction);
+}
+
+TEST_F(ReceiverStart, AFailOverWithRunningProgramsEndsTheDaemon)
+{
+	running = true;
+	EXPECT_FATAL_AFTER(receiver->failOver(),
+	                   told({"log E CHeartReciver:604 tried to start process. but it's already running"}), "1== 0",
+	                   "CHeartReciver", 618, kStartFunction);
+}
+
+TEST_F(ReceiverStart, ASomethingNotFoundEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(startThatThrows(Poco::NotFoundException("script")),
+	                   toldUpTo("log E CHeartReciver:606 Not found: script: NotFoundException"), "1== 0",
+	                   "CHeartReciver", 618, kStartFunction);
+}
+
+TEST_F(ReceiverStart, AMissingPermissionEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(startThatThrows(Poco::NoPermissionException("script")),
+	                   toldUpTo("log E CHeartReciver:608 No permission: script: NoPermissionException"), "1== 0",
+	                   "CHeartReciver", 618, kStartFunction);
+}
+
+TEST_F(ReceiverStart, ASystemErrorEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(startThatThrows(Poco::SystemException("fork", 12)),
+	                   toldUpTo("log E CHeartReciver:610 System exception: fork: SystemException"), "1== 0",
+	                   "CHeartReciver", 618, kStartFunction);
+}
+
+TEST_F(ReceiverStart, AnyOtherErrorOfTheLibraryEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(startThatThrows(Poco::TimeoutException("script")),
+	                   toldUpTo("log E CHeartReciver:612 Timeout: script"), "1== 0", "CHeartReciver", 618,
+	                   kStartFunction);
+}
+
+TEST_F(ReceiverStart, AnyErrorAtAllEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(startThatThrows(std::runtime_error("not of the library")),
+	                   toldUpTo("log E CHeartReciver:614 UNKNOWN ERROR"), "1== 0", "CHeartReciver", 618,
+	                   kStartFunction);
+}
+
+class ReceiverFatal : public ReceiverLoop
+{
+protected:
+	void expectNoListening(const std::string& errorText)
+	{
+		EXPECT_FATAL_AFTER(
+		    {
+			    onLogLine(tell);
+			    ::alarm(10); // a receiver that listens would never end
+			    receiver->run();
+		    },
+		    told({"log D CHeartReciver:124 new server", "log E CHeartReciver:137 " + errorText}), "0", "CHeartReciver",
+		    138, kRunFunction);
+	}
+};
+
+TEST_F(ReceiverFatal, APortInUseEndsTheDaemon)
+{
+	const peer::Listener other(kPort);
+	expectNoListening("Net Exception: Address already in use: 127.0.0.1:7001");
+}
+
+TEST_F(ReceiverFatal, APortThatAnotherProgramWouldShareEndsTheDaemonToo)
+{
+	const peer::Listener other(kPort, "127.0.0.1", true);
+	expectNoListening("Net Exception: Address already in use: 127.0.0.1:7001");
+}
+
+TEST_F(ReceiverFatal, ThePortOnEveryAddressInUseEndsTheDaemon)
+{
+	const peer::Listener other(kPort, "0.0.0.0");
+	expectNoListening("Net Exception: Address already in use: 127.0.0.1:7001");
+}
+
+TEST_F(ReceiverFatal, ASecondAgentOnTheAddressEnds)
+{
+	CHeartReciver second(&handles, &running, &mode, location);
+	atListen(1,
+	         [&]
+	         {
+		         EXPECT_FATAL_AFTER(second.run(),
+		                            "**ERROR**(CHeartReciver:137)Net Exception: Address already in use: 127.0.0.1:7001",
+		                            "0", "CHeartReciver", 138, kRunFunction);
+	         });
+	passes(2);
+}
+
+TEST_F(ReceiverFatal, ThePortTakenBetweenTwoPassesEndsTheDaemon)
+{
+	std::unique_ptr<peer::Listener> other;
+	atPass(2, [&] { other = std::make_unique<peer::Listener>(kPort); });
+	EXPECT_FATAL_AFTER(passes(3), "**ERROR**(CHeartReciver:137)Net Exception: Address already in use: 127.0.0.1:7001",
+	                   "0", "CHeartReciver", 138, kRunFunction);
+}
+
+TEST_F(ReceiverFatal, AnAddressThatIsNotTheNodesEndsTheDaemon)
+{
+	settings.set("AGENT.THIS_SERVER_IP", "10.9.9.9");
+	apply();
+	expectNoListening("Net Exception: Cannot assign requested address: 10.9.9.9:7001");
+}
+
+TEST_F(ReceiverFatal, ASocketThatCannotListenEndsTheDaemon)
+{
+	socketcalls::failNext("listen", EADDRINUSE);
+	expectNoListening("Net Exception: Address already in use");
+}
+
+TEST_F(ReceiverFatal, AKeepAliveThatCannotBeSwitchedOffEndsTheDaemon)
+{
+	socketcalls::failNext("option SO_KEEPALIVE", ENOPROTOOPT);
+	expectNoListening("Net Exception: Protocol not available");
+}
+
+TEST_F(ReceiverFatal, ATimeOutThatCannotBeSetEndsTheDaemon)
+{
+	socketcalls::failNext("option SO_RCVTIMEO", EDOM);
+	expectNoListening("I/O error: 33");
+}
+
+TEST_F(ReceiverFatal, AMissingIgnoreTimeEndsTheDaemonAtConstruction)
+{
+	settings.remove("AGENT.IGNORE_TIME");
+	apply();
+	EXPECT_FATAL_AFTER(CHeartReciver(&handles, &running, &mode, location),
+	                   "**ERROR**(Configuraion:82)Not found: AGENT.IGNORE_TIME", "0", "Configuraion", 83, kGetInt);
+}
+
+TEST_F(ReceiverFatal, AMissingReceivingTimeEndsTheDaemon)
+{
+	settings.remove("AGENT.MAX_HEART_BEAT_RECEIING_TIME");
+	apply();
+	EXPECT_FATAL_AFTER(receiver->run(), "**ERROR**(Configuraion:82)Not found: AGENT.MAX_HEART_BEAT_RECEIING_TIME", "0",
+	                   "Configuraion", 83, kGetInt);
+}
+
+TEST_F(ReceiverFatal, AMissingOwnAddressEndsTheDaemon)
+{
+	settings.remove("AGENT.THIS_SERVER_IP");
+	apply();
+	EXPECT_FATAL_AFTER(receiver->run(), "**ERROR**(Configuraion:65)Not found: AGENT.THIS_SERVER_IP", "0",
+	                   "Configuraion", 66, kGetString);
+}
+
+TEST_F(ReceiverFatal, AMissingPortEndsTheDaemon)
+{
+	settings.remove("AGENT.HEART_BEAT_RECEIVE_PORT");
+	apply();
+	EXPECT_FATAL_AFTER(receiver->run(), "**ERROR**(Configuraion:82)Not found: AGENT.HEART_BEAT_RECEIVE_PORT", "0",
+	                   "Configuraion", 83, kGetInt);
+}
+
+TEST_F(ReceiverFatal, AMissingObservationModeEndsTheDaemonAtTheTakeOver)
+{
+	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
+	apply();
+	fakeoutside::pingGives("10.0.0.2", 0);
+	EXPECT_FATAL_AFTER(passes(3), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.OBSERVATION_MODE", "0",
+	                   "Configuraion", 83, kGetInt);
+}
+
+} // namespace

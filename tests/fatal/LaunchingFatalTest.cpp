@@ -1,0 +1,84 @@
+// Launches that cannot be carried out end the daemon: better no agent than one
+// that believes in a service it could not start.
+
+#include <Poco/Exception.h>
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Utill.h"
+
+namespace
+{
+
+constexpr char kScript[] = "/usr/velarix/bin/ini/processList.sh";
+constexpr char kVoidProcessRun[] = "static void Utill::voidProcessRun(bool)";
+constexpr char kProcessRunOf[] =
+    "static std::vector<Poco::ProcessHandle*>* Utill::processRun(std::vector<std::string>&)";
+constexpr char kProcessRun[] = "static std::vector<Poco::ProcessHandle*>* Utill::processRun()";
+
+class LaunchingFatal : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		settings.programs({"/opt/app/one", "/opt/app/two"});
+		apply();
+	}
+
+	std::vector<std::string> commands{"/opt/app/one", "/opt/app/two"};
+};
+
+TEST_F(LaunchingFatal, AScriptThatNoShellCouldRunEndsTheDaemon)
+{
+	fakeoutside::systemGives(kScript, 127);
+	EXPECT_FATAL_AFTER(Utill::voidProcessRun(true), "**ERROR**(Utill:72)can't run processes[127]", "1==0", "Utill", 73,
+	                   kVoidProcessRun);
+}
+
+TEST_F(LaunchingFatal, AScriptThatNoProcessCouldBeMadeForEndsTheDaemon)
+{
+	fakeoutside::systemGives(kScript, -1);
+	EXPECT_FATAL_AFTER(Utill::voidProcessRun(false), "**ERROR**(Utill:72)can't run processes[-1]", "1==0", "Utill", 73,
+	                   kVoidProcessRun);
+}
+
+TEST_F(LaunchingFatal, AProgramThatCannotBeLaunchedEndsTheDaemon)
+{
+	fakeoutside::launchThrows("/opt/app/two", [] { throw Poco::SystemException("Cannot fork process for", "two"); });
+	EXPECT_FATAL_AFTER(Utill::processRun(commands),
+	                   "**ERROR**(Utill:115)System exception: Cannot fork process for: two", "1 == 0", "Utill", 116,
+	                   kProcessRunOf);
+}
+
+TEST_F(LaunchingFatal, AConfiguredProgramThatCannotBeLaunchedEndsTheDaemon)
+{
+	fakeoutside::launchThrows("/opt/app/two", [] { throw Poco::NotFoundException("two"); });
+	EXPECT_FATAL_AFTER(Utill::processRun(), "**ERROR**(Utill:136)Not found: two", "1 == 0", "Utill", 137, kProcessRun);
+}
+
+TEST_F(LaunchingFatal, AnErrorOfTheLogDuringALaunchEndsTheDaemonToo)
+{
+	onLogLine(
+	    [](const std::string& event)
+	    {
+		    if (event == "log D Utill:96 /opt/app/one started run..")
+		    {
+			    throw Poco::WriteFileException("disk full");
+		    }
+	    });
+	EXPECT_FATAL_AFTER(Utill::processRun(commands), "**ERROR**(Utill:115)Cannot write file: disk full", "1 == 0",
+	                   "Utill", 116, kProcessRunOf);
+	EXPECT_FATAL_AFTER(Utill::processRun(), "**ERROR**(Utill:136)Cannot write file: disk full", "1 == 0", "Utill", 137,
+	                   kProcessRun);
+}
+
+TEST_F(LaunchingFatal, AMissingKeyOfAShellFileEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(Utill::shellFileRun("AGENT.NO_SUCH_COMMAND"),
+	                   "**ERROR**(Configuraion:65)Not found: AGENT.NO_SUCH_COMMAND", "0", "Configuraion", 66,
+	                   "std::string Configuraion::getString(const std::string&)");
+}
+
+} // namespace

@@ -1,0 +1,129 @@
+// The process checker's settings, in the order in which they are read, and the
+// running flag that it cannot do without.
+
+#include "ProcessChecker.h"
+
+#include <cstddef>
+#include <new>
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "WorkerAccess.h"
+
+namespace
+{
+
+constexpr char kConstructor[] =
+    "ProcessChecker::ProcessChecker(std::vector<Poco::ProcessHandle*>**, bool*, MODE*, std::string&)";
+constexpr char kGetString[] = "std::string Configuraion::getString(const std::string&)";
+constexpr char kGetInt[] = "int Configuraion::getInt(const std::string&)";
+
+class CheckerFatal : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+	}
+
+	void make(bool* pRunning) { const ProcessChecker checker(&m_pHandles, pRunning, &m_mode, m_location); }
+	void make() { make(&m_running); }
+
+	/// Keeps the settings before the n-th read only: the n-th read ends the daemon.
+	void removeFromReadOn(int n)
+	{
+		const std::vector<std::string> order{
+		    "AGENT.RELATED_PROCESS",          "ADVENCE.PROCESS_KILL_COMMAND", "PROCESS_CHECK.PROCESS_CHECK_CYCLE",
+		    "PROCESS_CHECK.OBSERVATION_MODE", "PROCESS_CHECK.PROCESS_NUM",    "PROCESS_CHECK.PROCESS_PATH1"};
+		for (std::size_t i = static_cast<std::size_t>(n) - 1; i < order.size(); ++i)
+		{
+			settings.remove(order[i]);
+		}
+		apply();
+	}
+
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+	bool m_running = false;
+	MODE m_mode = MODE_SLAVE;
+	std::string m_location = "noName";
+};
+
+TEST_F(CheckerFatal, TheRelatedProcessIsReadFirst)
+{
+	removeFromReadOn(1);
+	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:65)Not found: AGENT.RELATED_PROCESS", "0", "Configuraion", 66,
+	                   kGetString);
+}
+
+TEST_F(CheckerFatal, TheKillCommandIsReadSecond)
+{
+	removeFromReadOn(2);
+	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:65)Not found: ADVENCE.PROCESS_KILL_COMMAND", "0", "Configuraion",
+	                   66, kGetString);
+}
+
+TEST_F(CheckerFatal, TheCycleIsReadThird)
+{
+	removeFromReadOn(3);
+	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.PROCESS_CHECK_CYCLE", "0",
+	                   "Configuraion", 83, kGetInt);
+}
+
+TEST_F(CheckerFatal, TheObservationModeIsReadFourth)
+{
+	removeFromReadOn(4);
+	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.OBSERVATION_MODE", "0",
+	                   "Configuraion", 83, kGetInt);
+}
+
+TEST_F(CheckerFatal, TheNumberOfProgramsIsReadFifth)
+{
+	removeFromReadOn(5);
+	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.PROCESS_NUM", "0", "Configuraion",
+	                   83, kGetInt);
+}
+
+TEST_F(CheckerFatal, TheProgramsAreReadLast)
+{
+	removeFromReadOn(6);
+	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH1", "0", "Configuraion",
+	                   66, kGetString);
+}
+
+TEST_F(CheckerFatal, ConstructionWithoutARunningFlagEndsTheDaemon)
+{
+	EXPECT_FATAL(make(nullptr), "bProcessRuning != __null", "ProcessChecker", 33, kConstructor);
+}
+
+TEST_F(CheckerFatal, TheRunningFlagIsTestedAfterTheKillCommandIsRead)
+{
+	removeFromReadOn(2);
+	EXPECT_FATAL_AFTER(make(nullptr), "**ERROR**(Configuraion:65)Not found: ADVENCE.PROCESS_KILL_COMMAND", "0",
+	                   "Configuraion", 66, kGetString);
+}
+
+TEST_F(CheckerFatal, TheRunningFlagIsTestedBeforeTheCycleIsRead)
+{
+	removeFromReadOn(3);
+	EXPECT_FATAL(make(nullptr), "bProcessRuning != __null", "ProcessChecker", 33, kConstructor);
+}
+
+TEST_F(CheckerFatal, ARunningFlagLostDuringConstructionEndsTheDaemon)
+{
+	alignas(ProcessChecker) std::byte place[sizeof(ProcessChecker)];
+	onLogLine([&](const std::string&)
+	          { WorkerAccess::runningFlag(*reinterpret_cast<ProcessChecker*>(place)) = nullptr; });
+	EXPECT_FATAL(new (place) ProcessChecker(&m_pHandles, &m_running, &m_mode, m_location),
+	             "m_bProcessRunning != __null", "ProcessChecker", 43, kConstructor);
+}
+
+TEST_F(CheckerFatal, ARunningFlagLostLaterEndsTheDaemonInTheNextCycle)
+{
+	ProcessChecker checker(&m_pHandles, &m_running, &m_mode, m_location);
+	WorkerAccess::runningFlag(checker) = nullptr;
+	EXPECT_FATAL(checker.run(), "m_bProcessRunning != __null", "ProcessChecker", 96,
+	             "virtual void ProcessChecker::run()");
+}
+
+} // namespace

@@ -1,0 +1,169 @@
+#include <sys/stat.h>
+
+#include <Poco/AutoPtr.h>
+
+#include "CAgent.h"
+#include "CHeartReciver.h"
+#include "CHeartSender.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "LogLines.h"
+#include "PlainUser.h"
+#include "QuorinINI.h"
+#include "Sandbox.h"
+#include "velarix/paths.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+
+constexpr char kLog[] = "/usr/velarix/log/run-info-fatal.log";
+constexpr char kFile[] = "/usr/velarix/bin/log/record.txt";
+
+constexpr char kOpenFailed[] = "(1 == 0) && \"ini File fopen fail.\"";
+constexpr char kLoadFile[] = "bool initialization::loadFile(const std::string&)";
+constexpr char kReadError[] = "(1==0) && \"read ini error\"";
+constexpr char kGetTime[] = "std::string CHeartSender::getProcessStartedTime()";
+
+class RunInfoFatal : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		sandbox::writeFile(kLog, "");
+		settings.set("LOG.PATH", kLog);
+		apply();
+		useRealLogFile();
+	}
+
+	Poco::AutoPtr<CHeartSender> sender(const std::string& label)
+	{
+		m_location = label;
+		return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location);
+	}
+	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
+
+	/// Expects that the load of `path` ends the daemon after one line with `text`.
+	static void expectLoadFails(const std::string& path, const std::string& text)
+	{
+		EXPECT_FATAL_AFTER(initialization().loadFile(path), "**ERROR**(QuorinINI:29)" + text, kOpenFailed, "QuorinINI",
+		                   30, kLoadFile);
+		EXPECT_THAT(logFileTexts(kLog), ElementsAre("[QuorinINI:29] <E> " + text));
+	}
+
+private:
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+	bool m_running = false;
+	MODE m_mode = MODE_SLAVE;
+	std::string m_location = "noName";
+};
+
+TEST_F(RunInfoFatal, AMissingFileCannotBeLoaded)
+{
+	expectLoadFails("/usr/velarix/bin/log/no-such.txt", "File not found: /usr/velarix/bin/log/no-such.txt");
+}
+
+TEST_F(RunInfoFatal, ADirectoryCannotBeLoaded)
+{
+	expectLoadFails("/usr/velarix/bin/log", "Cannot open file: /usr/velarix/bin/log");
+}
+
+TEST_F(RunInfoFatal, AnUnreadableFileCannotBeLoaded)
+{
+	sandbox::writeFile(kFile, kRunInfo);
+	ASSERT_EQ(::chmod(kFile, 0), 0);
+	const PlainUser plainUser;
+	expectLoadFails(kFile, "Access to file denied: /usr/velarix/bin/log/record.txt");
+}
+
+// A shortened path would let a later change rewrite another file.
+TEST_F(RunInfoFatal, APathOf100CharactersCannotBeLoaded)
+{
+	std::string path = "/usr/velarix/bin/log/";
+	path.append(100 - path.size(), 'p');
+	sandbox::writeFile(path, kRunInfo);
+	expectLoadFails(path, "Bad path syntax: path longer than 99 characters: " + path);
+}
+
+TEST_F(RunInfoFatal, WithoutARecordTheAgentEndsAtItsStart)
+{
+	CAgent agent(MODE_SLAVE);
+	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	EXPECT_FATAL_AFTER(agent.startThread(), "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt",
+	                   kOpenFailed, "QuorinINI", 30, kLoadFile);
+}
+
+TEST_F(RunInfoFatal, WithoutARecordTheReceiversWriterEndsTheDaemon)
+{
+	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	EXPECT_FATAL_AFTER(reciver()->saveStartedTime(),
+	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
+	                   "QuorinINI", 30, kLoadFile);
+	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
+}
+
+TEST_F(RunInfoFatal, WithoutARecordTheSendersWriterEndsTheDaemon)
+{
+	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	EXPECT_FATAL_AFTER(sender("noName")->saveStartedTime(),
+	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
+	                   "QuorinINI", 30, kLoadFile);
+	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
+}
+
+// The editor's assertion comes before the reader's own.
+TEST_F(RunInfoFatal, WithoutARecordTheSendersReaderEndsInTheEditor)
+{
+	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	EXPECT_FATAL_AFTER(sender("noName")->getProcessStartedTime(),
+	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
+	                   "QuorinINI", 30, kLoadFile);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[QuorinINI:29] <E> File not found: /usr/velarix/bin/log/runinfo.txt"));
+}
+
+TEST_F(RunInfoFatal, WithoutARecordTheComparisonOfStartTimesEndsTheDaemon)
+{
+	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	std::string partnerTime = "20240131235959";
+	EXPECT_FATAL_AFTER(reciver()->isStartedProcessFaster(partnerTime),
+	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
+	                   "QuorinINI", 30, kLoadFile);
+}
+
+TEST_F(RunInfoFatal, ARecordWithoutTheGeneralKeyEndsTheSender)
+{
+	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nMASTER_LAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n");
+	EXPECT_FATAL_AFTER(sender("noName")->getProcessStartedTime(),
+	                   "**ERROR**(CHeartSender:176)Not found: TRACE.LAST_RUN_TIME[noName]", kReadError, "CHeartSender",
+	                   177, kGetTime);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[CHeartSender:176] <E> Not found: TRACE.LAST_RUN_TIME[noName]"));
+}
+
+TEST_F(RunInfoFatal, ARecordWithoutTheMastersKeyEndsASenderWithThatLabel)
+{
+	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nLAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n");
+	EXPECT_FATAL_AFTER(sender("master1")->getProcessStartedTime(),
+	                   "**ERROR**(CHeartSender:176)Not found: TRACE.MASTER_LAST_RUN_TIME[master1]", kReadError,
+	                   "CHeartSender", 177, kGetTime);
+}
+
+TEST_F(RunInfoFatal, ARecordWithoutTheSlavesKeyEndsASenderWithThatLabel)
+{
+	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nLAST_RUN_TIME = 1\nMASTER_LAST_RUN_TIME = 2\n");
+	EXPECT_FATAL_AFTER(sender("master2")->getProcessStartedTime(),
+	                   "**ERROR**(CHeartSender:176)Not found: TRACE.SLAVE_LAST_RUN_TIME[master2]", kReadError,
+	                   "CHeartSender", 177, kGetTime);
+}
+
+TEST_F(RunInfoFatal, AnEmptyRecordEndsTheSender)
+{
+	sandbox::writeFile(velarix::kRunInfoPath, "");
+	EXPECT_FATAL_AFTER(sender("noName")->getProcessStartedTime(),
+	                   "**ERROR**(CHeartSender:176)Not found: TRACE.LAST_RUN_TIME[noName]", kReadError, "CHeartSender",
+	                   177, kGetTime);
+}
+
+} // namespace

@@ -1,0 +1,273 @@
+#include <utility>
+
+#include <Poco/Exception.h>
+
+#include <sys/stat.h>
+
+#include "Configuraion.h"
+#include "Daemon.h"
+#include "LogLines.h"
+#include "PlainUser.h"
+#include "Sandbox.h"
+#include "Utill.h"
+#include "VelarixLog.h"
+#include "velarix/paths.h"
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace
+{
+
+constexpr char kOther[] = "/usr/velarix/bin/ini/other.ini";
+constexpr char kLog[] = "/usr/velarix/log/settings-fatal.log";
+
+constexpr char kGetInstance[] = "static Configuraion* Configuraion::getInstance(const std::string&)";
+constexpr char kLoadFile[] = "bool Configuraion::loadFile(const std::string&)";
+constexpr char kGetString[] = "std::string Configuraion::getString(const std::string&)";
+constexpr char kGetInt[] = "int Configuraion::getInt(const std::string&)";
+constexpr char kGetBool[] = "bool Configuraion::getBool(const std::string&)";
+constexpr char kSetInt[] = "void Configuraion::setInt(const std::string&, int)";
+
+/// Set while the allocation of the store's object raises an error of the library.
+bool g_storeRaisesLibraryError = false;
+
+void moveAwayAndSetInt()
+{
+	Configuraion store(velarix::kSettingsPath);
+	const Configuraion taken(std::move(store));
+	store.setInt("AGENT.MODE", 1); // NOLINT(bugprone-use-after-move)
+}
+
+/// The real log file tells that the report reached it too.
+class SettingsFatal : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::writeFile(kLog, "");
+		settings.set("LOG.PATH", kLog);
+		apply();
+		useRealLogFile();
+		sandbox::writeFile(kOther, "[AGENT]\nEMPTY =\nTEXT = master\nHALF = 1.5\nBIG = 2147483648\n"
+		                           "TAIL = 12s\nLOOP = ${AGENT.LOOP}\n");
+	}
+
+	static Configuraion other() { return Configuraion(kOther); }
+};
+
+/// Expects the load of `path` to end in the bare report: the log may not exist yet.
+void expectSilentEnd(const std::string& path)
+{
+	EXPECT_EXIT(Configuraion{path}, testing::KilledBySignal(SIGABRT),
+	            AllOf(HasSubstr(assertionReport("0", "Configuraion", 50, kLoadFile)), Not(HasSubstr("**ERROR**"))));
+	EXPECT_THAT(logFileTexts(kLog), IsEmpty());
+}
+
+} // namespace
+
+extern "C" void* __real__Znwm(std::size_t size);
+extern "C" void* __wrap__Znwm(std::size_t size);
+extern "C" void* __wrap__Znwm(std::size_t size)
+{
+	if (g_storeRaisesLibraryError && size == sizeof(Configuraion))
+	{
+		throw Poco::OutOfMemoryException("no room for the settings");
+	}
+	return __real__Znwm(size);
+}
+
+namespace
+{
+
+TEST_F(SettingsFatal, AMissingFileEndsTheDaemonWithTheReportAlone)
+{
+	expectSilentEnd("/usr/velarix/bin/ini/no-such.ini");
+}
+
+TEST_F(SettingsFatal, ADirectoryInPlaceOfTheFileEndsTheDaemonToo)
+{
+	expectSilentEnd("/usr/velarix/bin/ini");
+}
+
+TEST_F(SettingsFatal, AnUnreadableFileEndsTheDaemon)
+{
+	ASSERT_EQ(::chmod(kOther, 0), 0);
+	const PlainUser plainUser;
+	expectSilentEnd(kOther);
+}
+
+TEST_F(SettingsFatal, ALinkThatLeadsNowhereEndsTheDaemon)
+{
+	sandbox::shell("ln -sfn /usr/velarix/nowhere /usr/velarix/bin/ini/dangling.ini");
+	expectSilentEnd("/usr/velarix/bin/ini/dangling.ini");
+}
+
+TEST_F(SettingsFatal, AnEmptyPathEndsTheDaemon)
+{
+	expectSilentEnd("");
+}
+
+// The assertion of the load comes first; getInstance never sees an exception.
+TEST_F(SettingsFatal, AtTheFirstUseAMissingFileEndsInTheLoadWithoutAnyLog)
+{
+	EXPECT_EXIT(
+	    {
+		    velarixLog = nullptr;
+		    Configuraion::pConf = nullptr;
+		    Configuraion::getInstance("/usr/velarix/bin/ini/no-such.ini");
+	    },
+	    testing::KilledBySignal(SIGABRT),
+	    AllOf(HasSubstr(assertionReport("0", "Configuraion", 50, kLoadFile)), Not(HasSubstr("Configuraion:33")),
+	          Not(HasSubstr("**ERROR**"))));
+}
+
+TEST_F(SettingsFatal, ALibraryErrorAtTheFirstUseIsLoggedAndEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(
+	    {
+		    Configuraion::pConf = nullptr;
+		    g_storeRaisesLibraryError = true;
+		    Configuraion::getInstance(velarix::kSettingsPath);
+	    },
+	    "**ERROR**(Configuraion:32)Out of memory: no room for the settings", "0", "Configuraion", 33, kGetInstance);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:32] <E> Out of memory: no room for the settings"));
+}
+
+TEST_F(SettingsFatal, AMissingTextKeyIsNamedInTheLog)
+{
+	EXPECT_FATAL_AFTER(other().getString("AGENT.PARTNER_IP"), "**ERROR**(Configuraion:65)Not found: AGENT.PARTNER_IP",
+	                   "0", "Configuraion", 66, kGetString);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:65] <E> Not found: AGENT.PARTNER_IP"));
+}
+
+TEST_F(SettingsFatal, AMissingNumberKeyIsNamedInTheLog)
+{
+	EXPECT_FATAL_AFTER(other().getInt("AGENT.MODE"), "**ERROR**(Configuraion:82)Not found: AGENT.MODE", "0",
+	                   "Configuraion", 83, kGetInt);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:82] <E> Not found: AGENT.MODE"));
+}
+
+TEST_F(SettingsFatal, AMissingSwitchKeyIsNamedInTheLog)
+{
+	EXPECT_FATAL_AFTER(other().getBool("AGENT.QUIET"), "**ERROR**(Configuraion:99)Not found: AGENT.QUIET", "0",
+	                   "Configuraion", 100, kGetBool);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:99] <E> Not found: AGENT.QUIET"));
+}
+
+TEST_F(SettingsFatal, AKeyIsNotLookedForInOtherSections)
+{
+	EXPECT_FATAL_AFTER(other().getString("LOG.TEXT"), "**ERROR**(Configuraion:65)Not found: LOG.TEXT", "0",
+	                   "Configuraion", 66, kGetString);
+}
+
+TEST_F(SettingsFatal, AnEmptyFileHoldsNoKey)
+{
+	sandbox::writeFile(kOther, "");
+	EXPECT_FATAL_AFTER(other().getString("AGENT.MODE"), "**ERROR**(Configuraion:65)Not found: AGENT.MODE", "0",
+	                   "Configuraion", 66, kGetString);
+}
+
+TEST_F(SettingsFatal, AnEmptyValueIsNoNumber)
+{
+	EXPECT_FATAL_AFTER(other().getInt("AGENT.EMPTY"), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer",
+	                   "0", "Configuraion", 83, kGetInt);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:82] <E> Syntax error: Not a valid integer"));
+}
+
+TEST_F(SettingsFatal, AWordIsNoNumber)
+{
+	EXPECT_FATAL_AFTER(other().getInt("AGENT.TEXT"),
+	                   "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: master", "0", "Configuraion", 83,
+	                   kGetInt);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:82] <E> Syntax error: Not a valid integer: master"));
+}
+
+TEST_F(SettingsFatal, AFractionIsNoNumber)
+{
+	EXPECT_FATAL_AFTER(other().getInt("AGENT.HALF"), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: 1.5",
+	                   "0", "Configuraion", 83, kGetInt);
+}
+
+TEST_F(SettingsFatal, ANumberBeyondThirtyTwoBitsIsRefused)
+{
+	EXPECT_FATAL_AFTER(other().getInt("AGENT.BIG"),
+	                   "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: 2147483648", "0", "Configuraion",
+	                   83, kGetInt);
+}
+
+TEST_F(SettingsFatal, ANumberWithAUnitIsRefused)
+{
+	EXPECT_FATAL_AFTER(other().getInt("AGENT.TAIL"), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: 12s",
+	                   "0", "Configuraion", 83, kGetInt);
+}
+
+TEST_F(SettingsFatal, AWordThatIsNoSwitchIsRefused)
+{
+	EXPECT_FATAL_AFTER(other().getBool("AGENT.TEXT"),
+	                   "**ERROR**(Configuraion:99)Syntax error: Cannot convert to boolean: master", "0", "Configuraion",
+	                   100, kGetBool);
+	EXPECT_THAT(logFileTexts(kLog),
+	            ElementsAre("[Configuraion:99] <E> Syntax error: Cannot convert to boolean: master"));
+}
+
+TEST_F(SettingsFatal, AValueThatRefersToItselfEndsTheTextGetterToo)
+{
+	EXPECT_FATAL_AFTER(other().getString("AGENT.LOOP"),
+	                   "**ERROR**(Configuraion:65)Circular reference: Too many property references encountered", "0",
+	                   "Configuraion", 66, kGetString);
+}
+
+TEST_F(SettingsFatal, AnErrorOfTheLibraryWhileSettingANumberEndsTheDaemon)
+{
+	EXPECT_FATAL_AFTER(moveAwayAndSetInt(), "**ERROR**(Configuraion:113)Null pointer", "0", "Configuraion", 114,
+	                   kSetInt);
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:113] <E> Null pointer"));
+}
+
+TEST_F(SettingsFatal, AProgramPathThatIsMissingIsNamedWithItsIndex)
+{
+	settings.programs({"/opt/one", "/opt/two", "/opt/three"}).remove("PROCESS_CHECK.PROCESS_PATH3");
+	apply();
+	EXPECT_FATAL_AFTER(Utill::getProcessList(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH3", "0",
+	                   "Configuraion", 66, kGetString);
+}
+
+// The report cannot reach a file that does not exist yet; the console has it.
+TEST_F(SettingsFatal, WithoutALogPathTheStartOfTheLogEndsTheDaemon)
+{
+	settings.remove("LOG.PATH");
+	apply();
+	useUnsetLog();
+	EXPECT_FATAL_AFTER(velarixLog->init(), "**ERROR**(Configuraion:65)Not found: LOG.PATH", "0", "Configuraion", 66,
+	                   kGetString);
+	EXPECT_THAT(logFileTexts(kLog), IsEmpty());
+}
+
+TEST_F(SettingsFatal, WithoutAPurgeAgeTheStartOfTheLogEndsTheDaemonBeforeTheFileIsMade)
+{
+	settings.set("LOG.PATH", "/usr/velarix/log/never.log").remove("LOG.PURGEAGE");
+	apply();
+	useUnsetLog();
+	EXPECT_FATAL_AFTER(velarixLog->init(), "**ERROR**(Configuraion:65)Not found: LOG.PURGEAGE", "0", "Configuraion", 66,
+	                   kGetString);
+	EXPECT_NE(::access("/usr/velarix/log/never.log", F_OK), 0);
+}
+
+TEST_F(SettingsFatal, TheStartOfTheLogReadsTheInstalledSettingsFile)
+{
+	ASSERT_EQ(std::remove(velarix::kSettingsPath), 0);
+	EXPECT_EXIT(
+	    {
+		    velarixLog = new VelarixLog;
+		    Configuraion::pConf = nullptr;
+		    velarixLog->init();
+	    },
+	    testing::KilledBySignal(SIGABRT), HasSubstr(assertionReport("0", "Configuraion", 50, kLoadFile)));
+}
+
+} // namespace

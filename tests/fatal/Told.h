@@ -1,0 +1,30 @@
+/// Events that a death test can see: repeated on standard error as they happen.
+#pragma once
+
+#include <iostream>
+#include <string>
+
+#include "Events.h"
+
+/// Repeats an event on standard error.
+inline void tell(const std::string& event)
+{
+	std::cerr << event << '\n';
+}
+
+/// @return what `tell` and the log's echo leave on standard error for these events,
+///         without the last line feed
+inline std::string told(const events::List& list)
+{
+	std::string text;
+	for (const std::string& event : list)
+	{
+		text += (text.empty() ? "" : "\n") + event;
+		if (event.rfind("log E ", 0) == 0)
+		{
+			const std::size_t blank = event.find(' ', 6);
+			text += "\n**ERROR**(" + event.substr(6, blank - 6) + ")" + event.substr(blank + 1);
+		}
+	}
+	return text;
+}

@@ -1,0 +1,133 @@
+// The log on a file system that is really full. The exceptions that leave debug,
+// warning and critical reach the workers; operators see the console lines.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <Poco/Exception.h>
+
+#include "Console.h"
+#include "Daemon.h"
+#include "LogLines.h"
+#include "Sandbox.h"
+#include "VelarixLog.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace
+{
+
+constexpr char kLog[] = "/usr/velarix/full/velarix.log";
+constexpr char kRefused[] = "Cannot write file: /usr/velarix/full/velarix.log";
+
+class LogOnAFullDisk : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::shell("mkdir -p /usr/velarix/full && mount -t tmpfs -o size=64k full /usr/velarix/full");
+		settings.set("LOG.PATH", kLog);
+		apply();
+		useRealLogFile();
+		velarixLog->info("Source", 1, "%s", "before");
+		fill();
+	}
+	void TearDown() override
+	{
+		useRecordedLog();
+		sandbox::shell("umount -l /usr/velarix/full");
+		DaemonTest::TearDown();
+	}
+
+	/// Takes all the room that is left, that behind the log's last line too.
+	static void fill()
+	{
+		sandbox::shell("dd if=/dev/zero of=/usr/velarix/full/rest bs=1k count=100 2>/dev/null || true");
+		const std::string line(4200, 'x');
+		testing::internal::CaptureStdout();
+		velarixLog->info("Source", 2, "%s", line.c_str());
+		EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(kRefused) + "\n");
+	}
+
+	static void expectThrows(const std::function<void()>& call)
+	{
+		std::string thrown;
+		const Console console = consoleOf(
+		    [&]
+		    {
+			    try
+			    {
+				    call();
+			    }
+			    catch (const Poco::Exception& exc)
+			    {
+				    thrown = exc.displayText();
+			    }
+		    });
+		EXPECT_EQ(thrown, kRefused);
+		EXPECT_EQ(console.out, "");
+		EXPECT_EQ(console.err, "");
+	}
+
+	/// Makes room again and writes a line that must be refused all the same.
+	static void expectStillRefusedWithRoom()
+	{
+		ASSERT_EQ(::unlink("/usr/velarix/full/rest"), 0);
+		EXPECT_EQ(consoleOf([] { velarixLog->info("Source", 3, "%s", "with room"); }).out,
+		          std::string(kRefused) + "\n");
+		EXPECT_THAT(sandbox::readFile(kLog), Not(HasSubstr("with room")));
+	}
+};
+
+TEST_F(LogOnAFullDisk, DebugLeavesWithAnExceptionAndWithoutAnEcho)
+{
+	expectThrows([] { velarixLog->debug("Source", 11, "%s", "text"); });
+}
+
+TEST_F(LogOnAFullDisk, WarningLeavesWithAnExceptionAndWithoutAnEcho)
+{
+	expectThrows([] { velarixLog->warning("Source", 14, "%s", "text"); });
+}
+
+TEST_F(LogOnAFullDisk, CriticalLeavesWithAnExceptionAndWithoutAnEcho)
+{
+	expectThrows([] { velarixLog->critical("Source", 16, "%s", "text"); });
+}
+
+TEST_F(LogOnAFullDisk, InfoPrintsTheExceptionAndReturns)
+{
+	const Console console = consoleOf([] { velarixLog->info("Source", 12, "%s", "text"); });
+	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
+	EXPECT_EQ(console.err, "");
+}
+
+TEST_F(LogOnAFullDisk, NoticePrintsTheExceptionAndReturns)
+{
+	const Console console = consoleOf([] { velarixLog->notice("Source", 13, "%s", "text"); });
+	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
+	EXPECT_EQ(console.err, "");
+}
+
+TEST_F(LogOnAFullDisk, ErrorPrintsTheExceptionAndStillEchoes)
+{
+	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%s", "text"); });
+	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
+	EXPECT_EQ(console.err, "**ERROR**(Source:15)text\n");
+}
+
+// The library's stream stays bad; a restart of the daemon is what helps.
+TEST_F(LogOnAFullDisk, RoomMadeLaterDoesNotBringTheLogBack)
+{
+	expectStillRefusedWithRoom();
+}
+
+TEST_F(LogOnAFullDisk, ANewStartWithRoomBringsTheLogBack)
+{
+	ASSERT_EQ(::unlink("/usr/velarix/full/rest"), 0);
+	useRealLogFile();
+	EXPECT_EQ(consoleOf([] { velarixLog->info("Source", 4, "%s", "after the start"); }).out, "");
+	EXPECT_THAT(sandbox::readFile(kLog), HasSubstr("[Source:4] <I> after the start\n"));
+}
+
+} // namespace

@@ -1,0 +1,102 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <ctime>
+
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeFormatter.h>
+#include <Poco/File.h>
+#include <Poco/Timestamp.h>
+
+#include "Daemon.h"
+#include "LogLines.h"
+#include "Sandbox.h"
+#include "VelarixLog.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::UnorderedElementsAre;
+
+namespace
+{
+
+constexpr char kDirectory[] = "/usr/velarix/log/rotation";
+constexpr char kLog[] = "/usr/velarix/log/rotation/v.log";
+constexpr std::time_t kHour = 3600;
+
+/// A log directory of its own, with purge age "3 days".
+class LogRotation : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::shell("rm -rf /usr/velarix/log/rotation && mkdir /usr/velarix/log/rotation");
+		settings.set("LOG.PATH", kLog).set("LOG.PURGEAGE", "3 days");
+		apply();
+	}
+
+	/// Leaves a log file whose first line says that it was begun `age` ago.
+	static void leaveLogOf(std::time_t age)
+	{
+		const Poco::Timestamp begun = Poco::Timestamp() - age * Poco::Timestamp::resolution();
+		sandbox::writeFile(kLog, "# Log file created/rotated " +
+		                             Poco::DateTimeFormatter::format(begun, Poco::DateTimeFormat::RFC1036_FORMAT) +
+		                             "\nan old line\n");
+	}
+
+	/// Leaves an archive that was last written `age` ago.
+	static void leaveArchive(const std::string& name, std::time_t age)
+	{
+		const std::string path = std::string(kDirectory) + "/" + name;
+		sandbox::writeFile(path, "archived\n");
+		const timespec times[2] = {{std::time(nullptr) - age, 0}, {std::time(nullptr) - age, 0}};
+		ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+	}
+
+	static void writeOneLine()
+	{
+		useRealLogFile();
+		velarixLog->info("Source", 1, "%s", "a new line");
+	}
+
+	static std::vector<std::string> archives()
+	{
+		std::vector<std::string> names;
+		Poco::File(kDirectory).list(names);
+		names.erase(std::remove(names.begin(), names.end(), "v.log"), names.end());
+		return names;
+	}
+};
+
+TEST_F(LogRotation, AFileOfTwentyThreeHoursIsContinued)
+{
+	leaveLogOf(23 * kHour);
+	writeOneLine();
+	EXPECT_THAT(archives(), IsEmpty());
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("an old line", "[Source:1] <I> a new line"));
+}
+
+TEST_F(LogRotation, AFileOfTwentyFiveHoursIsArchivedUnderATimeStamp)
+{
+	leaveLogOf(25 * kHour);
+	writeOneLine();
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
+	ASSERT_THAT(archives(), ElementsAre(MatchesRegex("v\\.log\\.20[0-9]{15}")));
+	EXPECT_THAT(logFileLines(std::string(kDirectory) + "/" + archives().front()), ElementsAre("an old line"));
+}
+
+TEST_F(LogRotation, OnlyArchivesBeyondThePurgeAgeAreRemoved)
+{
+	leaveLogOf(25 * kHour);
+	leaveArchive("v.log.20240101000000000", 71 * kHour);
+	leaveArchive("v.log.20240101000000001", 73 * kHour);
+	leaveArchive("w.log.20240101000000002", 73 * kHour);
+	writeOneLine();
+	EXPECT_THAT(archives(), UnorderedElementsAre("v.log.20240101000000000", "w.log.20240101000000002",
+	                                             MatchesRegex("v\\.log\\.20[0-9]{15}")));
+}
+
+} // namespace

@@ -1,0 +1,223 @@
+// Counting the managed programs in the real /proc. All names begin with "vx", so
+// that no other process of the sandbox contains them.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Daemon.h"
+#include "ProcessChecker.h"
+#include "RealPrograms.h"
+#include "Utill.h"
+
+using programs::NoMoreDescriptors;
+using programs::Sleeper;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class ProcessCount : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		programs::warmUpLog();
+	}
+
+	void configure(const std::vector<std::string>& paths)
+	{
+		settings.programs(paths);
+		apply();
+	}
+
+	/// The answer is the same in both modes.
+	static bool isRunning()
+	{
+		const bool first = Utill::isProcessRunning(OBSERVATION_MODE_1);
+		const events::List lines = events::all();
+		events::clear();
+		EXPECT_EQ(Utill::isProcessRunning(OBSERVATION_MODE_2), first);
+		EXPECT_EQ(events::all(), lines);
+		return first;
+	}
+};
+
+/// While it lives the root directory is an empty one: there is no /proc.
+class EmptyRoot
+{
+public:
+	EmptyRoot() : m_root(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+	{
+		::mkdir("/usr/velarix/empty", 0755);
+		EXPECT_EQ(::chroot("/usr/velarix/empty"), 0);
+	}
+	~EmptyRoot()
+	{
+		EXPECT_EQ(::fchdir(m_root), 0);
+		EXPECT_EQ(::chroot("."), 0);
+		::close(m_root);
+	}
+	EmptyRoot(const EmptyRoot&) = delete;
+	EmptyRoot& operator=(const EmptyRoot&) = delete;
+
+private:
+	int m_root;
+};
+
+TEST_F(ProcessCount, ARunningProgramIsFound)
+{
+	configure({"/opt/app/vxalpha"});
+	const Sleeper alpha("vxalpha");
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, AProgramThatDoesNotRunIsNotFound)
+{
+	configure({"/opt/app/vxalpha"});
+	const Sleeper beta("vxbeta");
+	EXPECT_FALSE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, TwoProgramsThatBothRunAreFound)
+{
+	configure({"/opt/app/vxalpha", "/opt/app/vxbeta"});
+	const Sleeper alpha("vxalpha");
+	const Sleeper beta("vxbeta");
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, OneOfTwoProgramsIsNotEnough)
+{
+	configure({"/opt/app/vxalpha", "/opt/app/vxbeta"});
+	const Sleeper alpha("vxalpha");
+	EXPECT_FALSE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, TwoInstancesStandInForTheOther)
+{
+	configure({"/opt/app/vxalpha", "/opt/app/vxbeta"});
+	const Sleeper first("vxalpha");
+	const Sleeper second("vxalpha");
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, ThreeInstancesOfTheOnlyProgramAreReported)
+{
+	configure({"/opt/app/vxalpha"});
+	const Sleeper first("vxalpha");
+	const Sleeper second("vxalpha");
+	const Sleeper third("vxalpha");
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:241  3processes are running at the same time"));
+}
+
+TEST_F(ProcessCount, OneProcessCountsForEachNameThatItContains)
+{
+	configure({"/opt/app/vxalpha", "/opt/app/vxalp"});
+	const Sleeper alpha("vxalpha");
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, ANameWithinAnotherProgramsNameCounts)
+{
+	configure({"/opt/app/xsq"});
+	const Sleeper database("vxsqld");
+	EXPECT_TRUE(isRunning());
+}
+
+TEST_F(ProcessCount, UpperAndLowerCaseDiffer)
+{
+	configure({"/opt/app/VXalpha"});
+	const Sleeper alpha("vxalpha");
+	EXPECT_FALSE(isRunning());
+}
+
+TEST_F(ProcessCount, AZombieCounts)
+{
+	configure({"/opt/app/vxalpha"});
+	Sleeper alpha("vxalpha");
+	alpha.makeZombie();
+	EXPECT_TRUE(isRunning());
+}
+
+TEST_F(ProcessCount, ANameOfFifteenCharactersIsFound)
+{
+	configure({"/opt/app/vxfifteenlettrs"});
+	const Sleeper program("vxfifteenlettrs");
+	EXPECT_TRUE(isRunning());
+}
+
+TEST_F(ProcessCount, ANameOfSixteenCharactersIsNeverFound)
+{
+	configure({"/opt/app/vxsixteenletters"});
+	const Sleeper program("vxsixteenletters");
+	EXPECT_FALSE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, AConfiguredArgumentKeepsAProgramFromBeingFound)
+{
+	configure({"/opt/app/vxalpha 1000"});
+	const Sleeper alpha("vxalpha");
+	EXPECT_FALSE(isRunning());
+}
+
+TEST_F(ProcessCount, WithoutProgramsTheServiceRuns)
+{
+	configure({});
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessCount, AMissingProcIsLoggedAndNothingRuns)
+{
+	configure({"/opt/app/vxalpha"});
+	const Sleeper alpha("vxalpha");
+	EXPECT_TRUE(isRunning());
+	const EmptyRoot root;
+	EXPECT_FALSE(isRunning());
+	EXPECT_THAT(events::all(), ElementsAre("log E Utill:204 NO_DIR(/proc)"));
+}
+
+TEST_F(ProcessCount, AnUnreadableProcIsNotRunningEvenWithoutPrograms)
+{
+	configure({});
+	EXPECT_TRUE(isRunning());
+	EXPECT_FALSE(programs::withoutDescriptors(isRunning));
+	EXPECT_THAT(events::all(), ElementsAre("log E Utill:204 NO_DIR(/proc)"));
+}
+
+TEST_F(ProcessCount, TheCheckersFlagFallsWhenProcCannotBeRead)
+{
+	configure({"/opt/app/vxalpha"});
+	const Sleeper alpha("vxalpha");
+	std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
+	bool running = false;
+	MODE mode = MODE_MASTER;
+	std::string location = "noName";
+	ProcessChecker checker(&pHandles, &running, &mode, location);
+	events::clear();
+	events::endAtSleep(1);
+	EXPECT_THROW(checker.run(), events::EndOfScript);
+	EXPECT_TRUE(running);
+	events::endAtSleep(1);
+	{
+		const NoMoreDescriptors limit;
+		EXPECT_THROW(checker.run(), events::EndOfScript);
+	}
+	EXPECT_FALSE(running);
+	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 1", "sleep 5000",
+	                                       "log E Utill:204 NO_DIR(/proc)",
+	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 0", "sleep 5000"));
+}
+
+} // namespace

@@ -1,0 +1,109 @@
+// The shell runner with real commands.
+
+#include "ShellRunner.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+
+#include <sys/wait.h>
+
+#include "Daemon.h"
+#include "RealPrograms.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+
+class RealCommand : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		programs::warmUpLog();
+	}
+
+	static std::string outputOf(std::string command) { return shellCommand(command); }
+
+	static std::size_t openDescriptors()
+	{
+		const std::filesystem::directory_iterator begin("/proc/self/fd");
+		return static_cast<std::size_t>(std::distance(begin, std::filesystem::directory_iterator()));
+	}
+};
+
+TEST_F(RealCommand, TwoLinesComeWithDoubledLineFeeds)
+{
+	EXPECT_EQ(outputOf("echo first; echo second"), "first\n\nsecond\n\n");
+	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(echo first; echo second) : first\n\nsecond\n\n"));
+}
+
+TEST_F(RealCommand, AnUnfinishedLineGetsOneLineFeed)
+{
+	EXPECT_EQ(outputOf("printf first"), "first\n");
+}
+
+TEST_F(RealCommand, ALongLineComesInPiecesOf255Bytes)
+{
+	EXPECT_EQ(outputOf("printf '%0600d\\n' 7"),
+	          std::string(255, '0') + "\n" + std::string(255, '0') + "\n" + std::string(89, '0') + "7\n\n");
+}
+
+TEST_F(RealCommand, ACommandThatPrintsNothingGivesTheEmptyText)
+{
+	EXPECT_EQ(outputOf("true"), "");
+	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(true) : "));
+}
+
+TEST_F(RealCommand, StandardErrorIsNotPartOfTheOutput)
+{
+	EXPECT_EQ(outputOf("(echo wrong >&2) 2>/dev/null; echo right"), "right\n\n");
+}
+
+TEST_F(RealCommand, AFailingCommandIsJudgedByItsOutput)
+{
+	EXPECT_EQ(outputOf("echo sorry; exit 3"), "sorry\n\n");
+}
+
+TEST_F(RealCommand, AProgramThatDoesNotExistGivesTheEmptyText)
+{
+	EXPECT_EQ(outputOf("/usr/velarix/noSuchProgram 2>/dev/null"), "");
+	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(/usr/velarix/noSuchProgram 2>/dev/null) : "));
+}
+
+TEST_F(RealCommand, TheOutputOfABackgroundProcessIsAwaited)
+{
+	EXPECT_EQ(outputOf("(sleep 0.2; echo late) & echo early"), "early\n\nlate\n\n");
+}
+
+TEST_F(RealCommand, ABackgroundProcessWithoutThePipeIsNotAwaited)
+{
+	EXPECT_EQ(outputOf("sleep 1000 >/dev/null 2>&1 & echo early"), "early\n\n");
+}
+
+TEST_F(RealCommand, AnOutputOfManyPiecesIsWhole)
+{
+	const std::string output = outputOf("yes | head -n 50000");
+	EXPECT_EQ(output.size(), 150000U);
+	EXPECT_EQ(output.substr(0, 6), "y\n\ny\n\n");
+}
+
+TEST_F(RealCommand, NothingOfACommandIsLeftBehind)
+{
+	const std::size_t before = openDescriptors();
+	outputOf("echo first");
+	EXPECT_EQ(openDescriptors(), before);
+	EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+	EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(RealCommand, ACommandThatCannotBeStartedGivesTheMarker)
+{
+	EXPECT_EQ(programs::withoutDescriptors([] { return outputOf("echo first"); }), "velarixErr");
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log E Utill:550 shell command run error(fp is NULL): echo first", "sleep 1000"));
+}
+
+} // namespace

@@ -1,0 +1,197 @@
+// Kills of real programs, inside the process table of the sandbox.
+
+#include <csignal>
+#include <memory>
+
+#include <sys/wait.h>
+
+#include <Poco/Exception.h>
+#include <Poco/Process.h>
+
+#include "Daemon.h"
+#include "RealPrograms.h"
+#include "Utill.h"
+#include "WaitFor.h"
+
+using testing::ElementsAre;
+using testing::SizeIs;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+/// Three sleepers with their handles, as the direct launcher returns them.
+class Handles
+{
+public:
+	Handles()
+	{
+		std::vector<std::string> commands;
+		for (const char* name : {"vxone", "vxtwo", "vxthree"})
+		{
+			commands.push_back(programs::installSleeper(name));
+		}
+		m_pHandles.reset(Utill::processRun(commands));
+		events::clear();
+	}
+	~Handles()
+	{
+		for (Poco::ProcessHandle* pHandle : *m_pHandles)
+		{
+			::kill(pHandle->id(), SIGKILL);
+			::waitpid(pHandle->id(), nullptr, 0);
+			delete pHandle;
+		}
+	}
+	Handles(const Handles&) = delete;
+	Handles& operator=(const Handles&) = delete;
+
+	std::vector<Poco::ProcessHandle*>* get() { return m_pHandles.get(); }
+	pid_t id(std::size_t i) const { return m_pHandles->at(i)->id(); }
+	std::string killed(std::size_t i) const { return "log D Utill:296 [" + std::to_string(id(i)) + "] killed"; }
+	std::string notAwaited(std::size_t i) const
+	{
+		return "log E Utill:300 System exception: Cannot wait for process: " + std::to_string(id(i));
+	}
+
+	/// Ends process i behind the handle's back.
+	void end(std::size_t i)
+	{
+		::kill(id(i), SIGKILL);
+		::waitpid(id(i), nullptr, 0);
+	}
+	bool exists(std::size_t i) const { return ::kill(id(i), 0) == 0; }
+
+private:
+	std::unique_ptr<std::vector<Poco::ProcessHandle*>> m_pHandles;
+};
+
+class RealKill : public DaemonTest
+{
+protected:
+	void configure(const std::vector<std::string>& paths)
+	{
+		settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall -q -9").programs(paths);
+		apply();
+	}
+};
+
+TEST_F(RealKill, EveryProgramIsKilledByItsName)
+{
+	configure({"/opt/app/vxalpha", "/opt/app/vxbeta"});
+	Poco::ProcessHandle alpha = Poco::Process::launch(programs::installSleeper("vxalpha"), {});
+	Poco::ProcessHandle beta = Poco::Process::launch(programs::installSleeper("vxbeta"), {});
+	Poco::ProcessHandle other = Poco::Process::launch(programs::installSleeper("vxother"), {});
+	ASSERT_TRUE(waitFor([] { return programs::running("vxalpha").size() == 1; }, 5s, "vxalpha"));
+	ASSERT_TRUE(waitFor([] { return programs::running("vxbeta").size() == 1; }, 5s, "vxbeta"));
+	ASSERT_TRUE(waitFor([] { return programs::running("vxother").size() == 1; }, 5s, "vxother"));
+	EXPECT_TRUE(Utill::isProcessRunning(OBSERVATION_MODE_1));
+	EXPECT_TRUE(Utill::processKill());
+	alpha.wait();
+	beta.wait();
+	EXPECT_FALSE(Utill::isProcessRunning(OBSERVATION_MODE_1));
+	EXPECT_THAT(programs::running("vxother"), SizeIs(1));
+	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(killall -q -9 vxalpha) : ",
+	                                       "log I Utill:573 command(killall -q -9 vxbeta) : "));
+	Poco::Process::kill(other);
+	other.wait();
+}
+
+TEST_F(RealKill, WithoutAProgramToKillTheResultIsTrueToo)
+{
+	configure({"/opt/app/vxnobody"});
+	EXPECT_TRUE(Utill::processKill());
+	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(killall -q -9 vxnobody) : "));
+}
+
+TEST_F(RealKill, HandlesAreKilledAndAwaitedFromTheLastToTheFirst)
+{
+	Handles handles;
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	EXPECT_THAT(events::all(), ElementsAre(handles.killed(2), handles.killed(1), handles.killed(0)));
+	EXPECT_FALSE(handles.exists(0));
+	EXPECT_FALSE(handles.exists(1));
+	EXPECT_FALSE(handles.exists(2));
+}
+
+TEST_F(RealKill, TheCallerKeepsTheListAndTheHandles)
+{
+	Handles handles;
+	const std::vector<Poco::ProcessHandle*> before = *handles.get();
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	EXPECT_EQ(*handles.get(), before);
+}
+
+TEST_F(RealKill, AProcessThatIsGoneIsLoggedAndTheOthersAreKilled)
+{
+	Handles handles;
+	handles.end(1);
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	EXPECT_THAT(events::all(),
+	            ElementsAre(handles.killed(2), "log E Utill:300 Not found: cannot kill process", handles.killed(0)));
+	EXPECT_FALSE(handles.exists(0));
+	EXPECT_FALSE(handles.exists(2));
+}
+
+TEST_F(RealKill, EveryProcessThatIsGoneIsLoggedForItself)
+{
+	Handles handles;
+	for (std::size_t i = 0; i < 3; ++i)
+	{
+		handles.end(i);
+	}
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	EXPECT_THAT(events::all(), ElementsAre("log E Utill:300 Not found: cannot kill process",
+	                                       "log E Utill:300 Not found: cannot kill process",
+	                                       "log E Utill:300 Not found: cannot kill process"));
+}
+
+TEST_F(RealKill, AProcessThatCannotBeAwaitedIsKilledButNotReportedSo)
+{
+	Handles handles;
+	const auto before = std::signal(SIGCHLD, SIG_IGN);
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	std::signal(SIGCHLD, before);
+	EXPECT_THAT(events::all(), ElementsAre(handles.notAwaited(2), handles.notAwaited(1), handles.notAwaited(0)));
+	EXPECT_FALSE(handles.exists(0));
+	EXPECT_FALSE(handles.exists(1));
+	EXPECT_FALSE(handles.exists(2));
+}
+
+TEST_F(RealKill, AnErrorOfTheLogConcernsOneHandleAlone)
+{
+	Handles handles;
+	const std::string second = handles.killed(1);
+	onLogLine(
+	    [&](const std::string& event)
+	    {
+		    if (event == second)
+		    {
+			    throw Poco::WriteFileException("disk full");
+		    }
+	    });
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	EXPECT_THAT(events::all(), ElementsAre(handles.killed(2), second, "log E Utill:300 Cannot write file: disk full",
+	                                       handles.killed(0)));
+}
+
+TEST_F(RealKill, ADefunctProgramIsFoundByTheKeyword)
+{
+	configure({"/opt/app/vxzombie"});
+	settings.set("ADVENCE.KEYWORD", "<defunct>");
+	apply();
+	programs::Sleeper zombie("vxzombie");
+	EXPECT_TRUE(Utill::advenceRunCheck(0));
+	zombie.makeZombie();
+	EXPECT_FALSE(Utill::advenceRunCheck(0));
+}
+
+TEST_F(RealKill, TheKeywordIsFoundInTheSearchItself)
+{
+	configure({"/opt/app/vxnobody"});
+	settings.set("ADVENCE.KEYWORD", "grep vxnobody");
+	apply();
+	EXPECT_FALSE(Utill::advenceRunCheck(0));
+}
+
+} // namespace

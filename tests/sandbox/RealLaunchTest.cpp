@@ -1,0 +1,208 @@
+// Launches of real programs: the run script from the agent's hands to the
+// process table, and the direct launchers.
+
+#include <csignal>
+#include <filesystem>
+#include <memory>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Poco/Process.h>
+
+#include "CAgent.h"
+#include "Daemon.h"
+#include "RealPrograms.h"
+#include "Sandbox.h"
+#include "Utill.h"
+#include "WaitFor.h"
+#include "velarix/paths.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+constexpr char kBanner[] = "log E Utill:78 \n"
+                           "======================================================\n"
+                           "================ process run =========================\n"
+                           "======================================================";
+constexpr char kProof[] = "/usr/velarix/log/proof";
+
+class RealLaunch : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "true")
+		    .set("ADVENCE.PROCESS_KILL_COMMAND", "killall -q -9")
+		    .programs({});
+		apply();
+		::unlink(kProof);
+		::unlink(velarix::kRunScriptPath);
+	}
+
+	void TearDown() override
+	{
+		::unlink(kProof);
+		::unlink(velarix::kRunScriptPath);
+		DaemonTest::TearDown();
+	}
+
+	static mode_t permissions()
+	{
+		struct stat status
+		{
+		};
+		EXPECT_EQ(::stat(velarix::kRunScriptPath, &status), 0);
+		return status.st_mode & 07777U;
+	}
+
+	static void runScript(const std::string& text)
+	{
+		sandbox::writeFile(velarix::kRunScriptPath, text);
+		Utill::voidProcessRun(true);
+	}
+};
+
+TEST_F(RealLaunch, TheAgentsScriptStartsTheConfiguredProgramsInTheirDirectory)
+{
+	settings.programs({programs::installSleeper("vxalpha"), programs::installSleeper("vxbeta")});
+	apply();
+	const CAgent agent(MODE_SLAVE);
+	EXPECT_FALSE(Utill::isProcessRunning(OBSERVATION_MODE_1));
+	Utill::voidProcessRun(true);
+	ASSERT_TRUE(waitFor([] { return Utill::isProcessRunning(OBSERVATION_MODE_1); }, 5s, "both programs"));
+	const std::vector<pid_t> alpha = programs::running("vxalpha");
+	ASSERT_THAT(alpha, SizeIs(1));
+	EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(alpha[0]) + "/cwd"), "/usr/velarix/programs");
+	EXPECT_TRUE(Utill::processKill());
+	EXPECT_TRUE(waitFor([] { return !Utill::isProcessRunning(OBSERVATION_MODE_1); }, 5s, "end of both programs"));
+}
+
+TEST_F(RealLaunch, TheScriptBecomesExecutable)
+{
+	const mode_t before = ::umask(0);
+	sandbox::writeFile(velarix::kRunScriptPath, "true\n");
+	::umask(before);
+	EXPECT_EQ(permissions(), 0666U);
+	Utill::voidProcessRun(true);
+	EXPECT_EQ(permissions(), 0755U);
+}
+
+TEST_F(RealLaunch, TheEndOfTheScriptIsAwaited)
+{
+	runScript("sleep 0.2\necho done > /usr/velarix/log/proof\n");
+	EXPECT_EQ(sandbox::readFile(kProof), "done\n");
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes", kBanner));
+}
+
+TEST_F(RealLaunch, AScriptThatEndsWithStatus127IsTakenAsStarted)
+{
+	runScript("exit 127\n");
+	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
+}
+
+TEST_F(RealLaunch, AScriptThatIsEndedByASignalIsTakenAsStarted)
+{
+	runScript("kill -9 $$\n");
+	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
+}
+
+TEST_F(RealLaunch, AMissingScriptIsTakenAsStarted)
+{
+	testing::internal::CaptureStderr();
+	Utill::voidProcessRun(true);
+	testing::internal::GetCapturedStderr();
+	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
+}
+
+TEST_F(RealLaunch, AScriptWhoseProgramsAreMissingIsTakenAsStarted)
+{
+	settings.programs({"/usr/velarix/none/vxnobody"});
+	apply();
+	const CAgent agent(MODE_SLAVE);
+	events::clear();
+	Utill::voidProcessRun(true);
+	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
+}
+
+TEST_F(RealLaunch, AScriptWhoseEndCannotBeAwaitedEndsTheDaemon)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "true\n");
+	const auto runWithoutEnds = []
+	{
+		std::signal(SIGCHLD, SIG_IGN);
+		Utill::voidProcessRun(true);
+	};
+	EXPECT_FATAL_AFTER(runWithoutEnds(), "**ERROR**(Utill:72)can't run processes[-1]", "1==0", "Utill", 73,
+	                   "static void Utill::voidProcessRun(bool)");
+}
+
+TEST_F(RealLaunch, HandleIBelongsToProgramI)
+{
+	std::vector<std::string> commands;
+	const std::vector<std::string> names{"vxone", "vxtwo", "vxthree"};
+	for (const std::string& name : names)
+	{
+		commands.push_back(programs::installSleeper(name));
+	}
+	const std::unique_ptr<std::vector<Poco::ProcessHandle*>> handles(Utill::processRun(commands));
+	ASSERT_THAT(*handles, SizeIs(3));
+	for (std::size_t i = 0; i < names.size(); ++i)
+	{
+		EXPECT_TRUE(waitFor([&] { return programs::running(names[i]) == std::vector<pid_t>{handles->at(i)->id()}; }, 5s,
+		                    names[i]));
+	}
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	for (Poco::ProcessHandle* pHandle : *handles)
+	{
+		delete pHandle;
+	}
+}
+
+TEST_F(RealLaunch, AMissingProgramRaisesNothingAndItsProcessEndsWith72)
+{
+	settings.programs({"/usr/velarix/none/vxnobody"});
+	apply();
+	const std::unique_ptr<std::vector<Poco::ProcessHandle*>> handles(Utill::processRun());
+	ASSERT_THAT(*handles, SizeIs(1));
+	EXPECT_EQ(handles->at(0)->wait(), 72);
+	EXPECT_THAT(events::only({"log D"}), ElementsAre("log D Utill:96 /usr/velarix/none/vxnobody started run.."));
+	delete handles->at(0);
+}
+
+TEST_F(RealLaunch, AProgramPathWithABlankIsNotSplit)
+{
+	std::vector<std::string> commands{programs::installScript("vx one", "echo \"$#\" > /usr/velarix/log/proof\n")};
+	const std::unique_ptr<std::vector<Poco::ProcessHandle*>> handles(Utill::processRun(commands));
+	ASSERT_THAT(*handles, SizeIs(1));
+	EXPECT_EQ(handles->at(0)->wait(), 0);
+	EXPECT_EQ(sandbox::readFile(kProof), "0\n");
+	delete handles->at(0);
+}
+
+TEST_F(RealLaunch, AShellFileRunsWithoutBeingAwaited)
+{
+	const std::string gate = "/usr/velarix/log/gate";
+	settings.set("AGENT.BACKUP_COMMAND",
+	             programs::installScript("vxbackup", "while [ ! -e " + gate +
+	                                                     " ]; do sleep 0.01; done\n"
+	                                                     "echo saved > /usr/velarix/log/proof\n"));
+	apply();
+	Utill::shellFileRun("AGENT.BACKUP_COMMAND");
+	EXPECT_EQ(sandbox::readFile(kProof), "");
+	EXPECT_THAT(events::all(), IsEmpty());
+	sandbox::writeFile(gate, "");
+	EXPECT_TRUE(waitFor([] { return sandbox::readFile(kProof) == "saved\n"; }, 5s, "proof of the shell file"));
+	EXPECT_GT(::waitpid(-1, nullptr, 0), 0);
+	::unlink(gate.c_str());
+}
+
+} // namespace

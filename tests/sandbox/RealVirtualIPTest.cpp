@@ -1,0 +1,160 @@
+// The virtual IP on a network card of the sandbox, with the real listing.
+
+#include "VirtualIP.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <sys/wait.h>
+
+#include "Daemon.h"
+#include "RealPrograms.h"
+#include "Sandbox.h"
+#include "Utill.h"
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+namespace
+{
+
+constexpr char kStart[] = "ip addr add 10.77.0.100/24 dev eth0 label eth0:ha";
+constexpr char kStop[] = "ip addr del 10.77.0.100/24 dev eth0 2>/dev/null";
+constexpr char kNotListed[] = "log D Utill:680 myVirtualIP not working";
+constexpr char kListed[] = "log D Utill:668 myVirtualIP working";
+
+class RealVirtualIP : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::addCard("eth0", true);
+		sandbox::shell("ip addr add 10.77.0.1/24 dev eth0");
+		configure(kStart);
+		programs::warmUpLog();
+	}
+
+	void TearDown() override
+	{
+		sandbox::shell("ip link del eth0");
+		DaemonTest::TearDown();
+	}
+
+	/// The settings file is read here already: some tests forbid it later.
+	void configure(const std::string& startCommand)
+	{
+		settings.set("AGENT.VIRTUAL_IP", "10.77.0.100")
+		    .set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand)
+		    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", kStop);
+		apply();
+		Utill::getProcessList();
+	}
+
+	static bool start()
+	{
+		MODE mode = MODE_MASTER;
+		return Utill::startVirtualIP(&mode);
+	}
+
+	static std::string ran(const std::string& command, const std::string& output = "")
+	{
+		return "log I Utill:573 command(" + command + ") : " + output;
+	}
+};
+
+TEST_F(RealVirtualIP, ASilentCommandWithALabelRaisesTheAddressInOnePass)
+{
+	EXPECT_TRUE(start());
+	EXPECT_THAT(events::all(), ElementsAre(ran(kStop), kNotListed, "sleep 1000", "sleep 1000", "sleep 1000",
+	                                       "sleep 1000", "sleep 1000", ran(kStart), "log D Utill:490 set virtual ip...",
+	                                       MatchesRegex("log D Utill:496 ping: [1-9]0?")));
+	EXPECT_TRUE(isMyVirtualIPWorking());
+}
+
+TEST_F(RealVirtualIP, ACommandThatPrintsIsFoundRightByTheListingInTheNextPass)
+{
+	const std::string loud = std::string(kStart) + "; echo done";
+	configure(loud);
+	EXPECT_TRUE(start());
+	EXPECT_THAT(events::all(), ElementsAre(ran(kStop), kNotListed, "sleep 1000", "sleep 1000", "sleep 1000",
+	                                       "sleep 1000", "sleep 1000", ran(loud, "done\n\n"),
+	                                       "log E Utill:432 can't start virtual ip: done\n\n", "sleep 500", kListed));
+}
+
+TEST_F(RealVirtualIP, AStandingAddressIsDroppedFirstAndRaisedAnew)
+{
+	EXPECT_TRUE(start());
+	events::clear();
+	EXPECT_TRUE(start());
+	EXPECT_THAT(events::only({"log I", "log D Utill:6"}), ElementsAre(ran(kStop), kNotListed, ran(kStart)));
+}
+
+TEST_F(RealVirtualIP, StopDropsTheAddress)
+{
+	EXPECT_TRUE(start());
+	EXPECT_TRUE(Utill::stopVirtualIP());
+	EXPECT_FALSE(isMyVirtualIPWorking());
+}
+
+TEST_F(RealVirtualIP, StopWithoutTheAddressIsTrueToo)
+{
+	EXPECT_TRUE(Utill::stopVirtualIP());
+	EXPECT_THAT(events::all(), ElementsAre(ran(kStop)));
+}
+
+TEST_F(RealVirtualIP, AnUnlabelledSecondaryAddressIsNotListed)
+{
+	sandbox::shell("ip addr add 10.77.0.100/24 dev eth0");
+	EXPECT_FALSE(isMyVirtualIPWorking());
+	sandbox::shell("ip addr del 10.77.0.100/24 dev eth0");
+	sandbox::shell(kStart);
+	EXPECT_TRUE(isMyVirtualIPWorking());
+	EXPECT_THAT(events::all(), ElementsAre(kNotListed, kListed));
+}
+
+TEST_F(RealVirtualIP, AnAddressThatBeginsTheCardsOwnCountsAsPresent)
+{
+	settings.set("AGENT.VIRTUAL_IP", "127.0.0");
+	apply();
+	EXPECT_TRUE(isMyVirtualIPWorking());
+	settings.set("AGENT.VIRTUAL_IP", "10.77.0.");
+	apply();
+	EXPECT_TRUE(isMyVirtualIPWorking());
+}
+
+TEST_F(RealVirtualIP, NothingOfAListingIsLeftBehind)
+{
+	EXPECT_FALSE(isMyVirtualIPWorking());
+	EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+	sandbox::shell(kStart);
+	EXPECT_TRUE(isMyVirtualIPWorking());
+	EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+	EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(RealVirtualIP, AMissingListingToolCountsAsNotWorking)
+{
+	const std::string path = std::getenv("PATH");
+	::setenv("PATH", "/usr/velarix/none", 1);
+	testing::internal::CaptureStderr();
+	EXPECT_FALSE(isMyVirtualIPWorking());
+	testing::internal::GetCapturedStderr();
+	::setenv("PATH", path.c_str(), 1);
+	EXPECT_THAT(events::all(), ElementsAre(kNotListed));
+}
+
+TEST_F(RealVirtualIP, AListingThatCannotBeStartedIsLogged)
+{
+	EXPECT_FALSE(programs::withoutDescriptors(isMyVirtualIPWorking));
+	EXPECT_THAT(events::all(), ElementsAre("log E Utill:652 popen error"));
+}
+
+TEST_F(RealVirtualIP, AStopCommandThatCannotBeStartedIsFalse)
+{
+	EXPECT_FALSE(programs::withoutDescriptors(Utill::stopVirtualIP));
+	EXPECT_THAT(events::all(), ElementsAre(std::string("log E Utill:550 shell command run error(fp is NULL): ") + kStop,
+	                                       "sleep 1000"));
+}
+
+} // namespace

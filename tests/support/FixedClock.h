@@ -1,0 +1,16 @@
+/// A clock that stands still, in a time zone of the test's choice, so that time
+/// stamps are literal. A program that lists FixedClock.cpp links -Wl,--wrap=time.
+#pragma once
+
+#include <ctime>
+
+namespace fixedclock
+{
+
+/// From now on the clock shows `seconds` since 1970, local time being `zone` (TZ).
+void stopAt(std::time_t seconds, const char* zone);
+
+/// Gives the real clock back, in UTC.
+void go();
+
+} // namespace fixedclock

@@ -1,0 +1,109 @@
+#include "ReceiverTest.h"
+
+#include <filesystem>
+
+#include "FakeOutside.h"
+#include "Sandbox.h"
+#include "velarix/shared_value.h"
+
+ReceiverTest::ReceiverTest()
+{
+	settings.programs({"/opt/app/bin/dbServer"});
+}
+
+void ReceiverTest::SetUp()
+{
+	DaemonTest::SetUp();
+	fakeoutside::reset();
+	fakeoutside::commandPrints("ifconfig", "eth0:ha: flags=4163\n        inet 10.0.1.100  netmask 255.255.255.0\n");
+	sandbox::coverProc();
+	std::filesystem::create_directory("/proc/7");
+	programRuns(false);
+	receiver = std::make_unique<CHeartReciver>(&handles, &running, &mode, location);
+}
+
+void ReceiverTest::TearDown()
+{
+	receiver.reset();
+	sandbox::showRealProc();
+	fakeoutside::reset();
+	DaemonTest::TearDown();
+}
+
+void ReceiverTest::programRuns(bool runs)
+{
+	sandbox::writeFile("/proc/7/status", runs ? "Name:\tdbServer\n" : "Name:\tbash\n");
+}
+
+void ReceiverTest::configureRole(const std::string& role)
+{
+	settings.set("AGENT.MODE", role);
+	apply();
+}
+
+void ReceiverTest::hear(const std::string& partnerRole, const std::string& ask)
+{
+	receiver->ParsingReceivedMessage("/process/1/" + partnerRole + "/20240131235959/" + ask + "/");
+}
+
+void ReceiverTest::recordStateAtActions()
+{
+	fakeoutside::onAction(
+	    [this](const std::string&)
+	    {
+		    events::add("role " + std::to_string(velarix::loadShared(mode)) + " ask " +
+		                std::to_string(velarix::loadShared(g_specialAsking)));
+	    });
+}
+
+namespace steps
+{
+
+events::List join(std::initializer_list<Step> steps)
+{
+	events::List all;
+	for (const Step& step : steps)
+	{
+		all.insert(all.end(), step.events.begin(), step.events.end());
+	}
+	return all;
+}
+
+events::List heard(std::initializer_list<Step> steps)
+{
+	return join({"log D CHeartReciver:249 szTmp[process] szPreFix[process]", join(steps)});
+}
+
+events::List killPrograms()
+{
+	return {"command kill-by-name dbServer", "log I Utill:573 command(kill-by-name dbServer) : "};
+}
+
+events::List dropAddress()
+{
+	return {"command vip-stop", "log I Utill:573 command(vip-stop) : "};
+}
+
+events::List findAddress()
+{
+	return {"command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
+	        "log D Utill:668 myVirtualIP working"};
+}
+
+events::List runPrograms()
+{
+	return {"log D Utill:48 try to start virtual ip",
+	        "command vip-stop",
+	        "log I Utill:573 command(vip-stop) : ",
+	        "command ifconfig",
+	        "log D Utill:668 myVirtualIP working",
+	        "log D Utill:62 try to run processes",
+	        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	        "system /usr/velarix/bin/ini/processList.sh",
+	        "log E Utill:78 \n"
+	        "======================================================\n"
+	        "================ process run =========================\n"
+	        "======================================================"};
+}
+
+} // namespace steps

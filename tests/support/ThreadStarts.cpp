@@ -1,0 +1,74 @@
+#include "ThreadStarts.h"
+
+#include <map>
+
+#include "CHeartReciver.h"
+#include "CHeartSender.h"
+#include "Events.h"
+#include "ProcessChecker.h"
+
+namespace
+{
+
+struct Start
+{
+	const Poco::Thread* pThread = nullptr;
+	const Poco::Runnable* pWorker = nullptr;
+};
+
+std::map<std::string, Start> g_starts;
+std::map<std::string, std::function<void()>> g_throwers;
+
+std::string nameOf(Poco::Runnable& worker)
+{
+	if (dynamic_cast<ProcessChecker*>(&worker) != nullptr)
+	{
+		return "ProcessChecker";
+	}
+	if (dynamic_cast<CHeartReciver*>(&worker) != nullptr)
+	{
+		return "CHeartReciver";
+	}
+	return dynamic_cast<CHeartSender*>(&worker) != nullptr ? "CHeartSender" : "unknown";
+}
+
+} // namespace
+
+namespace threadstarts
+{
+
+void reset()
+{
+	g_starts.clear();
+	g_throwers.clear();
+}
+
+void startThrows(const std::string& worker, std::function<void()> thrower)
+{
+	g_throwers[worker] = std::move(thrower);
+}
+
+const Poco::Thread* threadOf(const std::string& worker)
+{
+	return g_starts[worker].pThread;
+}
+
+const Poco::Runnable* startedObject(const std::string& worker)
+{
+	return g_starts[worker].pWorker;
+}
+
+} // namespace threadstarts
+
+// Poco::Thread::start(Poco::Runnable&); a member function takes its object first.
+extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThread, Poco::Runnable& worker);
+extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThread, Poco::Runnable& worker)
+{
+	const std::string name = nameOf(worker);
+	events::add("start " + name);
+	if (const auto it = g_throwers.find(name); it != g_throwers.end())
+	{
+		it->second();
+	}
+	g_starts[name] = {pThread, &worker};
+}

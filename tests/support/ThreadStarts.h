@@ -1,0 +1,27 @@
+/// Stand-in for the start of a library thread: the start is recorded and no
+/// thread runs, so the order in which the workers come up is a plain sequence.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <Poco/Runnable.h>
+#include <Poco/Thread.h>
+
+/// Each start is recorded in Events as "start ProcessChecker", "start
+/// CHeartReciver" or "start CHeartSender".
+namespace threadstarts
+{
+
+/// Forgets every script and every start.
+void reset();
+
+/// From now on the start of `worker` (a class name) calls `thrower`, which throws.
+void startThrows(const std::string& worker, std::function<void()> thrower);
+
+/// @return the thread object on which `worker` was started last, or null
+const Poco::Thread* threadOf(const std::string& worker);
+/// @return the worker object that was started last under that name, or null
+const Poco::Runnable* startedObject(const std::string& worker);
+
+} // namespace threadstarts

@@ -1,0 +1,122 @@
+// How a received text falls into fields. A "/" at the very end closes the message
+// and yields no field.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Poco/Exception.h>
+
+#include "HeartbeatMessage.h"
+
+using namespace std::string_literals;
+
+namespace
+{
+
+struct Row
+{
+	const char* name;
+	std::string text;
+	std::string prefix;
+	std::string processRunning;
+	std::string role;
+	std::string startedTime;
+	std::string specialAsk;
+};
+
+void PrintTo(const Row& row, std::ostream* pStream)
+{
+	*pStream << row.name;
+}
+
+// clang-format off
+const Row kRows[] = {
+	// name                     text                                    prefix      running role   time              ask
+	{"master_running",          "/process/1/1/20240131235959/0/",       "process",  "1",    "1",   "20240131235959", "0"},
+	{"slave_asking",            "/process/0/2/20240131235959/1/",       "process",  "0",    "2",   "20240131235959", "1"},
+	{"time_empty",              "/process/0/2//0/",                     "process",  "0",    "2",   "",               "0"},
+	{"not_closed",              "/process/0/2/x/0",                     "process",  "0",    "2",   "x",              "0"},
+	{"ask_empty",               "/process/0/2/x//",                     "process",  "0",    "2",   "x",              ""},
+	{"all_empty",               "//////",                               "",         "",     "",    "",               ""},
+	{"text_before_the_message", "x/process/0/2/t/1/",                   "process",  "0",    "2",   "t",              "1"},
+	{"prefix_longer",           "/processX/1/1/x/0/",                   "processX", "1",    "1",   "x",              "0"},
+	{"fields_beyond_the_fifth", "/process/1/1/x/0/a/b/c/",              "process",  "1",    "1",   "x",              "0"},
+	{"two_messages",            "/process/1/1/x/0//process/0/2/y/1/",   "process",  "1",    "1",   "x",              "0"},
+	{"blanks_are_kept",         "/ process/ 1/1 / x / 1/",              " process", " 1",   "1 ",  " x ",            " 1"},
+	{"line_feed_is_kept",       "/process/1/1/x/0\n/",                  "process",  "1",    "1",   "x",              "0\n"},
+	{"nuls_are_kept",           "/process\0/\0/1\0/x/\0/"s,             "process\0"s, "\0"s, "1\0"s, "x",            "\0"s},
+	{"bytes_above_ascii",       "/\xff/\x80/1/x/\xfe/",                 "\xff",     "\x80", "1",   "x",              "\xfe"},
+};
+// clang-format on
+
+class HeartbeatSplit : public testing::TestWithParam<Row>
+{
+};
+
+TEST_P(HeartbeatSplit, GivesTheFields)
+{
+	const HeartbeatMessage message = splitHeartbeat(GetParam().text);
+	EXPECT_EQ(message.prefix, GetParam().prefix);
+	EXPECT_EQ(message.processRunning, GetParam().processRunning);
+	EXPECT_EQ(message.role, GetParam().role);
+	EXPECT_EQ(message.startedTime, GetParam().startedTime);
+	EXPECT_EQ(message.specialAsk, GetParam().specialAsk);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatSplit, testing::ValuesIn(kRows),
+                         [](const testing::TestParamInfo<Row>& row) { return std::string(row.param.name); });
+
+struct ShortRow
+{
+	const char* name;
+	std::string text;
+};
+
+void PrintTo(const ShortRow& row, std::ostream* pStream)
+{
+	*pStream << row.name;
+}
+
+// clang-format off
+const ShortRow kShortRows[] = {
+	// name                        text
+	{"nothing",                    ""},
+	{"a_slash",                    "/"},
+	{"five_slashes",               "/////"},
+	{"a_nul",                      "\0"s},
+	{"no_slash",                   "process"},
+	{"five_fields_closed",         "/process/1/1/x/"},
+	{"five_fields_not_closed",     "/process/1/1/x"},
+	{"no_leading_slash",           "process/1/1/x/0/"},
+	{"two_hundred_fifty_six_x",    std::string(256, 'x')},
+};
+// clang-format on
+
+class HeartbeatTooShort : public testing::TestWithParam<ShortRow>
+{
+};
+
+TEST_P(HeartbeatTooShort, IsARangeError)
+{
+	try
+	{
+		splitHeartbeat(GetParam().text);
+		FAIL() << "no exception";
+	}
+	catch (const Poco::RangeException& exc)
+	{
+		EXPECT_EQ(exc.displayText(), "Out of range");
+	}
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTooShort, testing::ValuesIn(kShortRows),
+                         [](const testing::TestParamInfo<ShortRow>& row) { return std::string(row.param.name); });
+
+TEST(HeartbeatSplitSize, AnyNumberOfSlashesIsSplit)
+{
+	const HeartbeatMessage message = splitHeartbeat(std::string(100000, '/'));
+	EXPECT_EQ(message.prefix, "");
+	EXPECT_EQ(message.specialAsk, "");
+}
+
+} // namespace

@@ -1,0 +1,185 @@
+// Which key of the run-info record each of its users takes for a label. The three
+// rules differ on purpose: "master1" and "master2" are known to the reader alone,
+// "slaveAlone" to the sender's writer alone, and "master2" is the slave's key.
+#include <Poco/AutoPtr.h>
+
+#include "CAgent.h"
+#include "CHeartReciver.h"
+#include "CHeartSender.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "FixedClock.h"
+#include "Sandbox.h"
+#include "WorkerAccess.h"
+#include "velarix/paths.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+enum class Key
+{
+	last,
+	master,
+	slave
+};
+constexpr Key kLast = Key::last;
+constexpr Key kMaster = Key::master;
+constexpr Key kSlave = Key::slave;
+
+struct Row
+{
+	const char* name;
+	const char* label;
+	Key agentWrites;
+	Key reciverWrites;
+	Key senderWrites;
+	Key senderReads;
+};
+
+void PrintTo(const Row& row, std::ostream* pStream)
+{
+	*pStream << row.name;
+}
+
+const char* keyName(Key key)
+{
+	switch (key)
+	{
+	case Key::master:
+		return "TRACE.MASTER_LAST_RUN_TIME";
+	case Key::slave:
+		return "TRACE.SLAVE_LAST_RUN_TIME";
+	default:
+		return "TRACE.LAST_RUN_TIME";
+	}
+}
+
+/// @return the default record with the value of `key` replaced by the clock's time
+const char* recordAfter(Key key)
+{
+	switch (key)
+	{
+	case Key::master:
+		return "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20231114221320\n"
+		       "SLAVE_LAST_RUN_TIME = 20240102000000\n";
+	case Key::slave:
+		return "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+		       "SLAVE_LAST_RUN_TIME = 20231114221320\n";
+	default:
+		return "[TRACE]\nLAST_RUN_TIME = 20231114221320\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+		       "SLAVE_LAST_RUN_TIME = 20240102000000\n";
+	}
+}
+
+/// @return the value of `key` in the default record
+const char* valueOf(Key key)
+{
+	switch (key)
+	{
+	case Key::master:
+		return "20240101000000";
+	case Key::slave:
+		return "20240102000000";
+	default:
+		return "20240131235959";
+	}
+}
+
+class RunInfoKeys : public DaemonTest, public testing::WithParamInterface<Row>
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		fixedclock::stopAt(1700000000, "UTC0");
+		m_location = GetParam().label;
+	}
+	void TearDown() override
+	{
+		fixedclock::go();
+		DaemonTest::TearDown();
+	}
+
+	Poco::AutoPtr<CHeartSender> sender() { return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location); }
+	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
+
+	/// Expects exactly the write of `key` and the one log line that begins with `lead`.
+	void expectWritten(Key key, const std::string& lead)
+	{
+		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), recordAfter(key));
+		EXPECT_THAT(events::all(), ElementsAre(lead + keyName(key) + "(20231114221320)[" + m_location + "]"));
+	}
+
+	std::string m_location;
+
+private:
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+	bool m_running = false;
+	MODE m_mode = MODE_SLAVE;
+};
+
+TEST_P(RunInfoKeys, OfTheAgentsWriter)
+{
+	CAgent agent(MODE_SLAVE);
+	AgentAccess::processLocation(agent) = m_location;
+	events::clear();
+	agent.saveStartedTime();
+	expectWritten(GetParam().agentWrites, "log D CAgent:179 run time wrote:");
+}
+
+TEST_P(RunInfoKeys, OfTheReceiversWriter)
+{
+	reciver()->saveStartedTime();
+	expectWritten(GetParam().reciverWrites, "log D CHeartReciver:627 run info file changed:");
+}
+
+TEST_P(RunInfoKeys, OfTheSendersWriter)
+{
+	sender()->saveStartedTime();
+	expectWritten(GetParam().senderWrites, "log D CHeartSender:249 run info file changed:");
+}
+
+TEST_P(RunInfoKeys, OfTheSendersReader)
+{
+	EXPECT_EQ(sender()->getProcessStartedTime(), valueOf(GetParam().senderReads));
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+std::string nameOf(const testing::TestParamInfo<Row>& info)
+{
+	return info.param.name;
+}
+
+// clang-format off
+const Row kRows[] = {
+    // name                  label          agent w. receiver w. sender w. sender reads
+    {"NoName",               "noName",      kLast,   kLast,      kLast,    kLast},
+    {"Empty",                "",            kLast,   kLast,      kLast,    kLast},
+    {"Master",               "master",      kLast,   kMaster,    kMaster,  kMaster},
+    {"MasterOne",            "master1",     kLast,   kLast,      kLast,    kMaster},
+    {"MasterTwo",            "master2",     kLast,   kLast,      kLast,    kSlave},
+    {"MasterThree",          "master3",     kLast,   kLast,      kLast,    kLast},
+    {"MasterAlone",          "masterAlone", kLast,   kLast,      kLast,    kLast},
+    {"MasterUpperCase",      "MASTER",      kLast,   kLast,      kLast,    kLast},
+    {"MasterCapital",        "Master",      kLast,   kLast,      kLast,    kLast},
+    {"MasterAndBlank",       "master ",     kLast,   kLast,      kLast,    kLast},
+    {"MasterBeginning",      "maste",       kLast,   kLast,      kLast,    kLast},
+    {"Slave",                "slave",       kLast,   kSlave,     kSlave,   kSlave},
+    {"SlaveAlone",           "slaveAlone",  kLast,   kLast,      kSlave,   kLast},
+    {"SlaveAloneLowerCase",  "slavealone",  kLast,   kLast,      kLast,    kLast},
+    {"SlaveAloneOne",        "slaveAlone1", kLast,   kLast,      kLast,    kLast},
+    {"SlaveOne",             "slave1",      kLast,   kLast,      kLast,    kLast},
+    {"SlaveTwo",             "slave2",      kLast,   kLast,      kLast,    kLast},
+    {"SlaveUpperCase",       "SLAVE",       kLast,   kLast,      kLast,    kLast},
+    {"SlaveAfterBlank",      " slave",      kLast,   kLast,      kLast,    kLast},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Labels, RunInfoKeys, testing::ValuesIn(kRows), nameOf);
+
+} // namespace

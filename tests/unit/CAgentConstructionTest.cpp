@@ -1,0 +1,240 @@
+// What the construction of the agent does to the node, in order.
+
+#include <type_traits>
+
+#include <sys/stat.h>
+
+#include "CAgent.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Sandbox.h"
+#include "WorkerAccess.h"
+#include "velarix/paths.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class CAgentConstruction : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+	}
+
+	void TearDown() override
+	{
+		fakeoutside::reset();
+		DaemonTest::TearDown();
+	}
+
+	/// The events of the construction alone, without those of the destruction.
+	static events::List eventsOfConstruction(MODE mode)
+	{
+		events::clear();
+		const CAgent agent(mode);
+		return events::all();
+	}
+};
+
+TEST_F(CAgentConstruction, ASlaveDropsTheAddressThenKillsEveryProgramThenSaysSo)
+{
+	settings.programs({"/opt/app/bin/server", "/opt/app/bin/worker"});
+	apply();
+	EXPECT_THAT(eventsOfConstruction(2),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",        //
+	                        "command vip-stop",                                //
+	                        "log I Utill:573 command(vip-stop) : ",            //
+	                        "command kill-by-name server",                     //
+	                        "log I Utill:573 command(kill-by-name server) : ", //
+	                        "command kill-by-name worker",                     //
+	                        "log I Utill:573 command(kill-by-name worker) : ", //
+	                        "log I CAgent:38 Slave CAgent()"));
+}
+
+TEST_F(CAgentConstruction, AMasterIsMadeCleanInTheSameWay)
+{
+	EXPECT_THAT(eventsOfConstruction(1),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
+	                        "command vip-stop",                                      //
+	                        "log I Utill:573 command(vip-stop) : ",                  //
+	                        "command kill-by-name noSuchServer",                     //
+	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+	                        "log I CAgent:33 Master CAgent()"));
+}
+
+TEST_F(CAgentConstruction, ARoleThatDoesNotExistIsLoggedAndKept)
+{
+	EXPECT_THAT(eventsOfConstruction(3),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
+	                        "command vip-stop",                                      //
+	                        "log I Utill:573 command(vip-stop) : ",                  //
+	                        "command kill-by-name noSuchServer",                     //
+	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+	                        "log E CAgent:42 wrong mode setting: 3"));
+	CAgent agent(3);
+	EXPECT_EQ(AgentAccess::mode(agent), 3);
+}
+
+TEST_F(CAgentConstruction, AnUnsetRoleIsWrongToo)
+{
+	EXPECT_EQ(eventsOfConstruction(0).back(), "log E CAgent:42 wrong mode setting: 0");
+}
+
+TEST_F(CAgentConstruction, ANegativeRoleIsShownWithItsSign)
+{
+	EXPECT_EQ(eventsOfConstruction(-7).back(), "log E CAgent:42 wrong mode setting: -7");
+}
+
+TEST_F(CAgentConstruction, AStopCommandThatCannotBeStartedChangesNothing)
+{
+	fakeoutside::commandFails("vip-stop");
+	EXPECT_THAT(eventsOfConstruction(2),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",                      //
+	                        "command vip-stop",                                              //
+	                        "log E Utill:550 shell command run error(fp is NULL): vip-stop", //
+	                        "sleep 1000",                                                    //
+	                        "command kill-by-name noSuchServer",                             //
+	                        "log I Utill:573 command(kill-by-name noSuchServer) : ",         //
+	                        "log I CAgent:38 Slave CAgent()"));
+}
+
+TEST_F(CAgentConstruction, AKillCommandThatCannotBeStartedChangesNothing)
+{
+	fakeoutside::commandFails("kill-by-name noSuchServer");
+	EXPECT_THAT(eventsOfConstruction(2),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",                                       //
+	                        "command vip-stop",                                                               //
+	                        "log I Utill:573 command(vip-stop) : ",                                           //
+	                        "command kill-by-name noSuchServer",                                              //
+	                        "log E Utill:550 shell command run error(fp is NULL): kill-by-name noSuchServer", //
+	                        "sleep 1000",                                                                     //
+	                        "log I CAgent:38 Slave CAgent()"));
+}
+
+TEST_F(CAgentConstruction, WithoutProgramsThereIsNothingToKill)
+{
+	settings.programs({});
+	apply();
+	EXPECT_THAT(eventsOfConstruction(2),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process", //
+	                        "command vip-stop",                         //
+	                        "log I Utill:573 command(vip-stop) : ",     //
+	                        "log I CAgent:38 Slave CAgent()"));
+}
+
+TEST_F(CAgentConstruction, TheRunScriptIsRewrittenBeforeAnythingElse)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
+	std::string scriptAtFirstCommand;
+	fakeoutside::onAction(
+	    [&](const std::string& event)
+	    {
+		    if (event == "command vip-stop")
+		    {
+			    scriptAtFirstCommand = sandbox::readFile(velarix::kRunScriptPath);
+		    }
+	    });
+	const CAgent agent(2);
+	EXPECT_EQ(scriptAtFirstCommand, "cd /opt/app/bin/\n/opt/app/bin/noSuchServer &\n");
+}
+
+TEST_F(CAgentConstruction, AScriptThatCannotBeWrittenEndsTheDaemonBeforeAnyCommand)
+{
+	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
+	sandbox::writeFile(std::string(velarix::kRunScriptPath) + "/full", "");
+	fakeoutside::onAction([](const std::string& event) { FAIL() << event; });
+	EXPECT_FATAL(CAgent(2), "0", "CAgent", 219, "void CAgent::makeProcessRunShellScript()");
+}
+
+TEST_F(CAgentConstruction, AMissingObservationModeEndsTheDaemonWithTheOldScriptUntouched)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
+	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
+	apply();
+	EXPECT_FATAL(CAgent(2), "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
+	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "an older script\n");
+}
+
+TEST_F(CAgentConstruction, AMissingKillCommandEndsTheDaemonAfterTheAddressWasDropped)
+{
+	settings.remove("ADVENCE.PROCESS_KILL_COMMAND");
+	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "drop");
+	apply();
+	fakeoutside::onAction([](const std::string& event) { sandbox::writeFile("/usr/velarix/log/last-action", event); });
+	EXPECT_FATAL(CAgent(2), "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
+	EXPECT_EQ(sandbox::readFile("/usr/velarix/log/last-action"), "command drop");
+}
+
+TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
+{
+	CAgent agent(2);
+	EXPECT_EQ(AgentAccess::handles(agent), nullptr);
+	EXPECT_EQ(AgentAccess::mode(agent), 2);
+	EXPECT_FALSE(AgentAccess::running(agent));
+	EXPECT_FALSE(agent.isRunning());
+	EXPECT_EQ(AgentAccess::processLocation(agent), "noName");
+	EXPECT_TRUE(AgentAccess::checker(agent).isNull());
+	EXPECT_TRUE(AgentAccess::sender(agent).isNull());
+	EXPECT_TRUE(AgentAccess::reciver(agent).isNull());
+	EXPECT_FALSE(AgentAccess::checkerThread(agent).isRunning());
+	EXPECT_FALSE(AgentAccess::senderThread(agent).isRunning());
+	EXPECT_FALSE(AgentAccess::reciverThread(agent).isRunning());
+	EXPECT_FALSE(AgentAccess::spareThread(agent).isRunning());
+}
+
+TEST_F(CAgentConstruction, TheObservationModeIsTheConfiguredOne)
+{
+	CAgent agent(2);
+	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_1);
+}
+
+TEST_F(CAgentConstruction, AnUnknownObservationModeCountsAsTheSecond)
+{
+	settings.set("PROCESS_CHECK.OBSERVATION_MODE", "7");
+	apply();
+	CAgent agent(2);
+	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_2);
+}
+
+TEST_F(CAgentConstruction, TheRoleSpecificStepsDoNothing)
+{
+	CAgent agent(2);
+	events::clear();
+	agent.masterInit();
+	agent.slaveInit();
+	EXPECT_THAT(events::all(), IsEmpty());
+	EXPECT_EQ(AgentAccess::mode(agent), 2);
+}
+
+TEST_F(CAgentConstruction, TheDestructorLogsTheRoleAndLeavesAddressAndProgramsAlone)
+{
+	{
+		const CAgent agent(2);
+		events::clear();
+	}
+	EXPECT_THAT(events::all(), ElementsAre("log I CAgent:49 ~CAgent()[2]"));
+}
+
+TEST_F(CAgentConstruction, TheDestructorLogsTheRoleOfThatMoment)
+{
+	{
+		CAgent agent(2);
+		AgentAccess::mode(agent) = 1;
+		events::clear();
+	}
+	EXPECT_THAT(events::all(), ElementsAre("log I CAgent:49 ~CAgent()[1]"));
+}
+
+TEST_F(CAgentConstruction, TheDestructorIsTheOnlyVirtualOperation)
+{
+	EXPECT_TRUE(std::has_virtual_destructor_v<CAgent>);
+	EXPECT_FALSE(std::is_copy_constructible_v<CAgent>);
+	EXPECT_FALSE(std::is_copy_assignable_v<CAgent>);
+}
+
+} // namespace

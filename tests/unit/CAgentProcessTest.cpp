@@ -1,0 +1,276 @@
+// The agent's own process start and kill, its flag and its start time.
+
+#include <future>
+#include <stdexcept>
+
+#include <Poco/Exception.h>
+
+#include "CAgent.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Sandbox.h"
+#include "Utilities.h"
+#include "WorkerAccess.h"
+#include "velarix/paths.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+namespace
+{
+
+constexpr char kBanner[] = "log E Utill:78 \n"
+                           "======================================================\n"
+                           "================ process run =========================\n"
+                           "======================================================";
+/// The managed program of the tests in which one runs: this program's own name.
+constexpr char kOwnName[] = "/opt/app/bin/agent_proc_test";
+
+class CAgentProcess : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		agent = std::make_unique<CAgent>(2);
+		events::clear();
+	}
+
+	void TearDown() override
+	{
+		fakeoutside::reset();
+		agent.reset();
+		DaemonTest::TearDown();
+	}
+
+	/// From now on the log fails at the line "run time wrote", as on a full disk.
+	static void refuseTheTimeLine(std::function<void()> thrower)
+	{
+		onLogLine(
+		    [thrower](const std::string& event)
+		    {
+			    if (event.find("CAgent:179") != std::string::npos)
+			    {
+				    thrower();
+			    }
+		    });
+	}
+
+	/// From now on the run of the script throws.
+	static void scriptThrows(std::function<void()> thrower)
+	{
+		fakeoutside::onAction(
+		    [thrower](const std::string& event)
+		    {
+			    if (event == "system /usr/velarix/bin/ini/processList.sh")
+			    {
+				    thrower();
+			    }
+		    });
+	}
+
+	/// Runs `action` on another thread; a lock left behind makes it hang.
+	static void expectNotLocked(const std::function<void()>& action)
+	{
+		auto done = std::async(std::launch::async, action);
+		ASSERT_EQ(done.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+		done.get();
+	}
+
+	/// The start ends the daemon; the error line comes first.
+	void expectFatalStart(std::function<void()> thrower, const std::string& errorLine)
+	{
+		scriptThrows(std::move(thrower));
+		EXPECT_FATAL_AFTER(agent->processStart(), errorLine, "1 == 0", "CAgent", 100, "bool CAgent::processStart()");
+	}
+
+	static std::string recordedTime()
+	{
+		const std::string record = sandbox::readFile(velarix::kRunInfoPath);
+		return record.substr(std::string("[TRACE]\nLAST_RUN_TIME = ").size(), 14);
+	}
+
+	std::unique_ptr<CAgent> agent;
+};
+
+TEST_F(CAgentProcess, SaveStartedTimeWritesTheTimeOfNowUnderTheGenericKeyAlone)
+{
+	const std::string before = getCurrentTime();
+	agent->saveStartedTime();
+	const std::string after = getCurrentTime();
+	const std::string time = recordedTime();
+	EXPECT_THAT(time, MatchesRegex("[0-9]{14}"));
+	EXPECT_GE(time, before);
+	EXPECT_LE(time, after);
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), "[TRACE]\nLAST_RUN_TIME = " + time +
+	                                                        "\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+	                                                        "SLAVE_LAST_RUN_TIME = 20240102000000\n");
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]"));
+}
+
+TEST_F(CAgentProcess, SaveStartedTimeUsesTheGenericKeyWhateverTheLabel)
+{
+	AgentAccess::processLocation(*agent) = "master";
+	agent->saveStartedTime();
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + recordedTime() + ")[master]"));
+	EXPECT_THAT(sandbox::readFile(velarix::kRunInfoPath), HasSubstr("MASTER_LAST_RUN_TIME = 20240101000000\n"));
+}
+
+TEST_F(CAgentProcess, SaveStartedTimeReportsSuccessAlsoWithoutTheKeyInTheRecord)
+{
+	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nOTHER = 1\n");
+	agent->saveStartedTime();
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), "[TRACE]\nOTHER = 1\n");
+	EXPECT_THAT(events::all(), ElementsAre(MatchesRegex(
+	                               "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME.[0-9]{14}.\\[noName\\]")));
+}
+
+TEST_F(CAgentProcess, AMissingRecordEndsTheDaemon)
+{
+	sandbox::shell(std::string("rm ") + velarix::kRunInfoPath);
+	EXPECT_FATAL(agent->saveStartedTime(), "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30,
+	             "bool initialization::loadFile(const std::string&)");
+}
+
+TEST_F(CAgentProcess, AnErrorWhileSavingTheTimeIsLoggedAndForgotten)
+{
+	refuseTheTimeLine([] { throw Poco::WriteFileException("disk full"); });
+	agent->saveStartedTime();
+	EXPECT_THAT(events::without({"log D CAgent:179"}), ElementsAre("log E CAgent:183 Cannot write file: disk full"));
+	expectNotLocked([&] { agent->saveStartedTime(); });
+}
+
+TEST_F(CAgentProcess, AForeignErrorWhileSavingTheTimeReachesTheCallerWithTheLockFree)
+{
+	refuseTheTimeLine([] { throw std::runtime_error("foreign"); });
+	EXPECT_THROW(agent->saveStartedTime(), std::runtime_error);
+	EXPECT_THAT(events::only({"log E"}), IsEmpty());
+	expectNotLocked([&] { EXPECT_THROW(agent->saveStartedTime(), std::runtime_error); });
+}
+
+TEST_F(CAgentProcess, ProcessStartRunsTheScriptWithoutTheAddressAndRecordsTheTime)
+{
+	EXPECT_TRUE(agent->processStart());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D CAgent:71 try to process run",                   //
+	                        "log D Utill:48 try to start virtual ip",               //
+	                        "log D Utill:62 try to run processes",                  //
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh", //
+	                        "system /usr/velarix/bin/ini/processList.sh",           //
+	                        kBanner,                                                //
+	                        "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + recordedTime() + ")[noName]"));
+	EXPECT_TRUE(agent->isRunning());
+	EXPECT_NE(recordedTime(), "20240131235959");
+}
+
+TEST_F(CAgentProcess, TheRunningFlagIsSetOnlyAfterTheScriptRan)
+{
+	bool flagAtScript = true;
+	scriptThrows([&] { flagAtScript = agent->isRunning(); });
+	EXPECT_TRUE(agent->processStart());
+	EXPECT_FALSE(flagAtScript);
+}
+
+TEST_F(CAgentProcess, TheRunningFlagIsSetBeforeTheTimeIsRecorded)
+{
+	refuseTheTimeLine([] { throw std::runtime_error("foreign"); });
+	EXPECT_THROW(agent->processStart(), std::runtime_error);
+	EXPECT_TRUE(agent->isRunning());
+}
+
+TEST_F(CAgentProcess, ASecondProcessStartRunsTheScriptAgain)
+{
+	EXPECT_TRUE(agent->processStart());
+	events::clear();
+	EXPECT_TRUE(agent->processStart());
+	EXPECT_THAT(events::only({"system"}), ElementsAre("system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                                                  "system /usr/velarix/bin/ini/processList.sh"));
+}
+
+TEST_F(CAgentProcess, ProcessStartLeavesItsLockFree)
+{
+	EXPECT_TRUE(agent->processStart());
+	expectNotLocked([&] { EXPECT_TRUE(agent->processStart()); });
+}
+
+TEST_F(CAgentProcess, SomethingNotFoundAtTheStartEndsTheDaemon)
+{
+	expectFatalStart([] { throw Poco::NotFoundException("script"); },
+	                 "**ERROR**(CAgent:84)Not found: script: NotFoundException");
+}
+
+TEST_F(CAgentProcess, AMissingPermissionAtTheStartEndsTheDaemon)
+{
+	expectFatalStart([] { throw Poco::NoPermissionException("script"); },
+	                 "**ERROR**(CAgent:88)No permission: script: NoPermissionException");
+}
+
+TEST_F(CAgentProcess, ASystemErrorAtTheStartEndsTheDaemon)
+{
+	expectFatalStart([] { throw Poco::SystemException("fork"); },
+	                 "**ERROR**(CAgent:92)System exception: fork: SystemException");
+}
+
+TEST_F(CAgentProcess, AnyOtherLibraryErrorAtTheStartEndsTheDaemon)
+{
+	expectFatalStart([] { throw Poco::TimeoutException("script"); }, "**ERROR**(CAgent:96)Timeout: script");
+}
+
+TEST_F(CAgentProcess, AForeignErrorAtTheStartReachesTheCallerWithTheLockFree)
+{
+	scriptThrows([] { throw std::runtime_error("foreign"); });
+	EXPECT_THROW(agent->processStart(), std::runtime_error);
+	EXPECT_FALSE(agent->isRunning());
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
+	expectNotLocked([&] { EXPECT_THROW(agent->processStart(), std::runtime_error); });
+}
+
+TEST_F(CAgentProcess, IsRunningGivesTheSharedFlag)
+{
+	EXPECT_FALSE(agent->isRunning());
+	AgentAccess::running(*agent) = true;
+	EXPECT_TRUE(agent->isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(CAgentProcess, KillWithNoProgramRunningDoesNothing)
+{
+	EXPECT_TRUE(agent->kill());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(CAgentProcess, KillOfARunningProgramRunsTheCommandAndLogsAtErrorLevel)
+{
+	settings.programs({kOwnName});
+	apply();
+	EXPECT_TRUE(agent->kill());
+	EXPECT_THAT(events::without({"log D Utill:241"}),
+	            ElementsAre("command kill-by-name agent_proc_test",                     //
+	                        "log I Utill:573 command(kill-by-name agent_proc_test) : ", //
+	                        "log E CAgent:123 process killed[noName]"));
+}
+
+TEST_F(CAgentProcess, KillSaysKilledAlsoWhenTheCommandCouldNotBeStarted)
+{
+	settings.programs({kOwnName});
+	apply();
+	fakeoutside::commandFails("kill-by-name agent_proc_test");
+	EXPECT_TRUE(agent->kill());
+	EXPECT_EQ(events::all().back(), "log E CAgent:123 process killed[noName]");
+}
+
+TEST_F(CAgentProcess, KillLogsTheAgentsLabel)
+{
+	settings.programs({kOwnName});
+	apply();
+	AgentAccess::processLocation(*agent) = "slave";
+	EXPECT_TRUE(agent->kill());
+	EXPECT_EQ(events::all().back(), "log E CAgent:123 process killed[slave]");
+}
+
+} // namespace

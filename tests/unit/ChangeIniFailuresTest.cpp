@@ -1,0 +1,197 @@
+#include <sys/stat.h>
+
+#include "Daemon.h"
+#include "OwnProcess.h"
+#include "PlainUser.h"
+#include "QuorinINI.h"
+#include "Sandbox.h"
+#include "WaitingThread.h"
+
+using testing::IsEmpty;
+
+namespace
+{
+
+constexpr char kFile[] = "/usr/velarix/bin/log/failing.txt";
+constexpr char kGood[] = "/usr/velarix/bin/log/good.txt";
+
+/// Every test has a process of its own, since a lock that stays taken would
+/// reach into the next one.
+class ChangeIniFailures : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::writeFile(kFile, "[T]\nK = 1\n");
+		sandbox::writeFile(kGood, "[T]\nK = 1\n");
+	}
+};
+
+/// Expects that the change is refused with the one line on the console.
+void expectRefusal(initialization& editor)
+{
+	testing::internal::CaptureStdout();
+	testing::internal::CaptureStderr();
+	const bool done = editor.changeINI("T.K", "2");
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "ini File fopen fail.\n");
+	EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+	EXPECT_FALSE(done);
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+void failToRead()
+{
+	initialization editor;
+	editor.loadFile(kFile);
+	ASSERT_EQ(std::remove(kFile), 0);
+	expectRefusal(editor);
+}
+
+void failToWrite()
+{
+	initialization editor;
+	editor.loadFile(kFile);
+	ASSERT_EQ(::chmod(kFile, 0444), 0);
+	const PlainUser plainUser;
+	expectRefusal(editor);
+}
+
+bool changeGood(const std::string& value)
+{
+	initialization editor;
+	editor.loadFile(kGood);
+	return editor.changeINI("T.K", value);
+}
+
+void expectOthersWait()
+{
+	const WaitingThread other([] { changeGood("3"); });
+	EXPECT_TRUE(other.waits());
+	EXPECT_EQ(sandbox::readFile(kGood), "[T]\nK = 1\n");
+}
+
+void expectOthersGoOn()
+{
+	const WaitingThread other([] { changeGood("3"); });
+	EXPECT_TRUE(other.returns());
+	EXPECT_EQ(sandbox::readFile(kGood), "[T]\nK = 3\n");
+}
+
+TEST_F(ChangeIniFailures, AFileThatVanishedAfterTheLoadGivesTheMessageAndFalse)
+{
+	inOwnProcess(failToRead);
+	EXPECT_NE(::access(kFile, F_OK), 0);
+}
+
+TEST_F(ChangeIniFailures, AFileThatBecameUnreadableGivesTheMessageAndFalse)
+{
+	inOwnProcess(
+	    []
+	    {
+		    initialization editor;
+		    editor.loadFile(kFile);
+		    ASSERT_EQ(::chmod(kFile, 0), 0);
+		    const PlainUser plainUser;
+		    expectRefusal(editor);
+	    });
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 1\n");
+}
+
+TEST_F(ChangeIniFailures, AReadOnlyFileGivesTheMessageAndFalseAndIsLeft)
+{
+	inOwnProcess(failToWrite);
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 1\n");
+}
+
+TEST_F(ChangeIniFailures, WithoutALoadThereIsNoFileToChange)
+{
+	inOwnProcess(
+	    []
+	    {
+		    initialization editor;
+		    expectRefusal(editor);
+	    });
+}
+
+TEST_F(ChangeIniFailures, AfterAReadFailureEveryOtherThreadWaits)
+{
+	inOwnProcess(
+	    []
+	    {
+		    failToRead();
+		    expectOthersWait();
+	    });
+}
+
+TEST_F(ChangeIniFailures, AfterAWriteFailureEveryOtherThreadWaits)
+{
+	inOwnProcess(
+	    []
+	    {
+		    failToWrite();
+		    expectOthersWait();
+	    });
+}
+
+TEST_F(ChangeIniFailures, TheThreadThatFailedToReadCanTryAgain)
+{
+	inOwnProcess(
+	    []
+	    {
+		    initialization editor;
+		    editor.loadFile(kFile);
+		    ASSERT_EQ(std::remove(kFile), 0);
+		    expectRefusal(editor);
+		    sandbox::writeFile(kFile, "[T]\nK = 1\n");
+		    EXPECT_TRUE(editor.changeINI("T.K", "2"));
+	    });
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 2\n");
+}
+
+TEST_F(ChangeIniFailures, TheThreadThatFailedToWriteCanTryAgain)
+{
+	inOwnProcess(
+	    []
+	    {
+		    failToWrite();
+		    failToWrite();
+		    EXPECT_TRUE(changeGood("2"));
+	    });
+	EXPECT_EQ(sandbox::readFile(kGood), "[T]\nK = 2\n");
+}
+
+TEST_F(ChangeIniFailures, ALaterSuccessOfThatThreadDoesNotFreeTheOthers)
+{
+	inOwnProcess(
+	    []
+	    {
+		    failToWrite();
+		    EXPECT_TRUE(changeGood("1"));
+		    expectOthersWait();
+	    });
+}
+
+TEST_F(ChangeIniFailures, ASuccessFreesTheLock)
+{
+	inOwnProcess(
+	    []
+	    {
+		    EXPECT_TRUE(changeGood("2"));
+		    expectOthersGoOn();
+	    });
+}
+
+TEST_F(ChangeIniFailures, ARefusedKeyLeavesTheLockFree)
+{
+	inOwnProcess(
+	    []
+	    {
+		    initialization editor;
+		    editor.loadFile(kGood);
+		    EXPECT_FALSE(editor.changeINI(std::string(100, 'k'), "2"));
+		    expectOthersGoOn();
+	    });
+}
+
+} // namespace

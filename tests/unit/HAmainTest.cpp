@@ -1,0 +1,286 @@
+// The daemon's entry, called as a function: its main is compiled under another
+// name, fork is scripted, no worker thread runs and every wait is recorded.
+
+#include <csignal>
+
+#include <unistd.h>
+
+#include "Configuraion.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "HAmain.h"
+#include "LogFile.h"
+#include "Sandbox.h"
+#include "ThreadStarts.h"
+#include "VelarixLog.h"
+#include "velarix/paths.h"
+
+int velarixMain();
+
+namespace
+{
+
+/// What the next fork gives; the real fork is used while it is not set.
+bool g_forkScripted = false;
+pid_t g_forkResult = 0;
+
+} // namespace
+
+extern "C" pid_t __real_fork();
+extern "C" pid_t __wrap_fork();
+extern "C" pid_t __wrap_fork()
+{
+	if (!g_forkScripted)
+	{
+		return __real_fork();
+	}
+	g_forkScripted = false;
+	events::add("fork");
+	return g_forkResult;
+}
+
+using testing::ElementsAre;
+using testing::Eq;
+using testing::ExitedWithCode;
+using testing::KilledBySignal;
+
+namespace
+{
+
+void forkGives(pid_t result)
+{
+	g_forkScripted = true;
+	g_forkResult = result;
+}
+
+/// For death tests, which see standard error only.
+void sendOutputToError()
+{
+	::dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+void exitProgram(const char* text)
+{
+	sendOutputToError();
+	ExitProgram(text);
+}
+
+void runMain(pid_t forkResult)
+{
+	forkGives(forkResult);
+	velarixMain();
+}
+
+class HAmain : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		threadstarts::reset();
+		// The entry makes its own.
+		useUnsetLog();
+		delete velarixLog;
+		velarixLog = nullptr;
+		apply();
+	}
+
+	void TearDown() override
+	{
+		fakeoutside::reset();
+		threadstarts::reset();
+		DaemonTest::TearDown();
+	}
+
+	/// Runs the daemon's side of the entry until its n-th wait.
+	static void runDaemonUntilWait(int n)
+	{
+		events::endAtSleep(n);
+		EXPECT_THROW(runMain(0), events::EndOfScript);
+	}
+
+	MODE modeFor(const std::string& configured)
+	{
+		settings.set("AGENT.MODE", configured);
+		apply();
+		return getAgentMode();
+	}
+};
+
+TEST_F(HAmain, TheFarewellNamesItsReasonAndEndsWithStatusZero)
+{
+	EXPECT_EXIT(exitProgram("fork parent"), ExitedWithCode(0), Eq("Good Bye!!! [fork parent]\r\n"));
+}
+
+TEST_F(HAmain, AFarewellWithAnEmptyReasonKeepsTheBrackets)
+{
+	EXPECT_EXIT(exitProgram(""), ExitedWithCode(0), Eq("Good Bye!!! []\r\n"));
+}
+
+TEST_F(HAmain, AFarewellWithoutAReasonHasNoBrackets)
+{
+	EXPECT_EXIT(exitProgram(nullptr), ExitedWithCode(0), Eq("Good Bye!!! \r\n"));
+}
+
+TEST_F(HAmain, AReasonIsNoFormat)
+{
+	EXPECT_EXIT(exitProgram("%s%d"), ExitedWithCode(0), Eq("Good Bye!!! [%s%d]\r\n"));
+}
+
+TEST_F(HAmain, TheParentSaysGoodbyeAndEndsWithStatusZero)
+{
+	EXPECT_EXIT(
+	    {
+		    sendOutputToError();
+		    runMain(4711);
+	    },
+	    ExitedWithCode(0), Eq("Good Bye!!! [fork parent]\r\n"));
+}
+
+TEST_F(HAmain, AFailedForkSaysSoAndStillEndsWithStatusZero)
+{
+	EXPECT_EXIT(
+	    {
+		    sendOutputToError();
+		    runMain(-1);
+	    },
+	    ExitedWithCode(0), Eq("Good Bye!!! [fork fail]\r\n"));
+}
+
+TEST_F(HAmain, TheDaemonWaitsTwoSecondsBeforeItLeavesAnyTrace)
+{
+	runDaemonUntilWait(1);
+	EXPECT_THAT(events::all(), ElementsAre("fork", "sleep 2000"));
+	EXPECT_NE(::access(velarix::kPidPath, F_OK), 0);
+	EXPECT_EQ(velarixLog, nullptr);
+	EXPECT_EQ(Configuraion::pConf, nullptr);
+}
+
+TEST_F(HAmain, TheStartCleansTheNodeThenStartsTheWorkersThenSleepsForEver)
+{
+	runDaemonUntilWait(4);
+	EXPECT_THAT(events::all(), ElementsAre("fork",                              //
+	                                       "sleep 2000",                        //
+	                                       "command vip-stop",                  //
+	                                       "command kill-by-name noSuchServer", //
+	                                       "start ProcessChecker",              //
+	                                       "start CHeartReciver",               //
+	                                       "start CHeartSender",                //
+	                                       "sleep 100000000",                   //
+	                                       "sleep 100000000",                   //
+	                                       "sleep 100000000"));
+}
+
+TEST_F(HAmain, AConfiguredMasterStartsAsSlave)
+{
+	settings.set("AGENT.MODE", "1");
+	apply();
+	runDaemonUntilWait(2);
+	const std::string time = sandbox::readFile(velarix::kRunInfoPath).substr(24, 14);
+	// The last line only comes because this test leaves the endless sleep.
+	EXPECT_THAT(eventsOf(readLogFile()),
+	            ElementsAre("D CAgent:25 stop virtual ip, process",                                  //
+	                        "I Utill:573 command(vip-stop) : ",                                      //
+	                        "I Utill:573 command(kill-by-name noSuchServer) : ",                     //
+	                        "I CAgent:38 Slave CAgent()",                                            //
+	                        "D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]", //
+	                        "D ProcessChecker:69 process list loaded[noName]",                       //
+	                        "I CAgent:49 ~CAgent()[2]"));
+}
+
+TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
+{
+	std::string pidAtStop;
+	fakeoutside::onAction(
+	    [&](const std::string& event)
+	    {
+		    if (event == "command vip-stop")
+		    {
+			    pidAtStop = sandbox::readFile(velarix::kPidPath);
+		    }
+	    });
+	runDaemonUntilWait(2);
+	EXPECT_EQ(pidAtStop, std::to_string(::getpid()));
+	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
+}
+
+TEST_F(HAmain, AnOlderPidFileIsReplacedAsAWhole)
+{
+	sandbox::writeFile(velarix::kPidPath, "1234567890123\n");
+	runDaemonUntilWait(2);
+	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
+}
+
+TEST_F(HAmain, WithoutThePidDirectoryOneClearLineIsPrintedAndTheDaemonAborts)
+{
+	sandbox::shell("rmdir /usr/velarix/pid");
+	EXPECT_EXIT(runMain(0), KilledBySignal(SIGABRT),
+	            Eq("VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: No such file or directory\n"));
+	EXPECT_EQ(sandbox::readFile("/usr/velarix/log/velarix.log").find("CAgent"), std::string::npos);
+}
+
+TEST_F(HAmain, AMissingRoleEndsTheStartBeforeTheAgentIsMade)
+{
+	settings.remove("AGENT.MODE");
+	apply();
+	fakeoutside::onAction([](const std::string& event) { sandbox::writeFile("/usr/velarix/log/last-action", event); });
+	EXPECT_FATAL_AFTER(runMain(0), "**ERROR**(Configuraion:82)Not found: AGENT.MODE", "0", "Configuraion", 83,
+	                   "int Configuraion::getInt(const std::string&)");
+	EXPECT_THAT(eventsOf(readLogFile()), ElementsAre("E Configuraion:82 Not found: AGENT.MODE"));
+	EXPECT_EQ(sandbox::readFile("/usr/velarix/log/last-action"), "");
+	EXPECT_NE(::access(velarix::kRunScriptPath, F_OK), 0);
+}
+
+TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)
+{
+	settings.remove("LOG.PATH");
+	apply();
+	EXPECT_FATAL_AFTER(runMain(0), "**ERROR**(Configuraion:65)Not found: LOG.PATH", "0", "Configuraion", 66,
+	                   "std::string Configuraion::getString(const std::string&)");
+}
+
+TEST_F(HAmain, AMissingSettingsFileEndsTheStartAfterThePidFile)
+{
+	sandbox::shell(std::string("rm ") + velarix::kSettingsPath);
+	EXPECT_FATAL(runMain(0), "0", "Configuraion", 50, "bool Configuraion::loadFile(const std::string&)");
+	EXPECT_NE(sandbox::readFile(velarix::kPidPath), "");
+}
+
+TEST_F(HAmain, ALogThatCannotBeOpenedDoesNotKeepTheWorkersFromStarting)
+{
+	settings.set("LOG.PATH", "/usr/velarix/noSuchDirectory/velarix.log");
+	apply();
+	runDaemonUntilWait(2);
+	EXPECT_THAT(events::only({"start"}),
+	            ElementsAre("start ProcessChecker", "start CHeartReciver", "start CHeartSender"));
+}
+
+TEST_F(HAmain, RoleOneIsMaster)
+{
+	EXPECT_EQ(modeFor("1"), 1);
+}
+
+TEST_F(HAmain, RoleTwoIsSlave)
+{
+	EXPECT_EQ(modeFor("2"), 2);
+}
+
+TEST_F(HAmain, EveryOtherRoleIsSlave)
+{
+	EXPECT_EQ(modeFor("7"), 2);
+	EXPECT_EQ(modeFor("3"), 2);
+	EXPECT_EQ(modeFor("0"), 2);
+	EXPECT_EQ(modeFor("-1"), 2);
+}
+
+TEST_F(HAmain, ARoleThatIsNoNumberEndsTheDaemon)
+{
+	useUnsetLog();
+	settings.set("AGENT.MODE", "master");
+	apply();
+	EXPECT_FATAL_AFTER(getAgentMode(), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: master", "0",
+	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
+}
+
+} // namespace

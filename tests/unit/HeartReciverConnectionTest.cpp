@@ -1,0 +1,250 @@
+// A connection of the partner: what is received, what counts as a message, and
+// the pauses.
+
+#include "FakeOutside.h"
+#include "ReceiverLoop.h"
+#include "SocketCalls.h"
+#include "velarix/shared_value.h"
+
+using steps::are;
+using steps::dropped;
+using steps::heartbeatOfMaster;
+using steps::slaveJudged;
+using testing::ElementsAre;
+
+namespace
+{
+
+constexpr char kNewServer[] = "log D CHeartReciver:124 new server";
+constexpr char kPoll[] = "log D CHeartReciver:150 poll";
+constexpr char kAccepted[] = "log D CHeartReciver:249 szTmp[process] szPreFix[process]";
+constexpr char kRangeError[] = "log E CHeartReciver:246 Out of range";
+constexpr char kPause[] = "sleep 500";
+
+std::string received(const std::string& text)
+{
+	return "log D CHeartReciver:164 received message: " + text;
+}
+
+class ReceiverConnection : public ReceiverLoop
+{
+protected:
+	/// The partner sends the messages so that each arrives in a receive of its own.
+	void partnerSendsInTurn(const std::vector<std::string>& messages)
+	{
+		atListen(1, [this] { partnerConnects(); });
+		socketcalls::before("receive",
+		                    [this, messages, next = std::make_shared<std::size_t>(0)]
+		                    {
+			                    if (*next < messages.size())
+			                    {
+				                    connections.front()->send(messages[(*next)++]);
+			                    }
+			                    else
+			                    {
+				                    connections.front()->shutdownSend();
+			                    }
+		                    });
+	}
+};
+
+TEST_F(ReceiverConnection, AHeartbeatIsServedAndTheSocketDropped)
+{
+	atListen(1, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, heartbeatOfMaster(), dropped()}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverConnection, ItIsReceivedAgainBeforeThePause)
+{
+	for (const char* call : {"poll", "accept", "receive"})
+	{
+		socketcalls::record(call);
+	}
+	atListen(1, [this] { partnerSends(kMasterBeat); });
+	passes(1);
+	EXPECT_THAT(events::only({"poll", "accept", "receive", "sleep", "log D CHeartReciver:164"}),
+	            ElementsAre("poll 1000", "accept", "receive 256", received(kMasterBeat), "receive 256", kPause));
+}
+
+TEST_F(ReceiverConnection, WithoutBytesNothingIsParsedAndNoPauseIsMade)
+{
+	WorkerAccess::connectionDone(*receiver) = false;
+	atListen(1, [this] { partnerConnects().close(); });
+	atPass(1, [this] { WorkerAccess::lastReceivedTime(*receiver) = 4711; });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, dropped()}));
+	EXPECT_EQ(WorkerAccess::lastReceivedTime(*receiver), 4711);
+	EXPECT_TRUE(WorkerAccess::connectionDone(*receiver));
+}
+
+TEST_F(ReceiverConnection, SeveralMessagesAreEachJudgedWithAPauseAndNoPollBetween)
+{
+	socketcalls::record("poll");
+	partnerSendsInTurn({kMasterBeat, "/process/0/1/x/1/", kMasterBeat});
+	EXPECT_THAT(
+	    passes(1),
+	    are({slaveJudged(), kNewServer, "poll 1000", kPoll, heartbeatOfMaster(), received("/process/0/1/x/1/"),
+	         kAccepted, "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
+	         "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[1]", kPause, heartbeatOfMaster(), dropped()}));
+}
+
+TEST_F(ReceiverConnection, TheReceiverClosesItsSideAfterThePartner)
+{
+	atListen(1,
+	         [this]
+	         {
+		         partnerConnects().send(kMasterBeat);
+		         connections.front()->shutdownSend();
+	         });
+	atPass(2, [this] { EXPECT_TRUE(connections.front()->isAtEnd()); });
+	passes(1);
+	EXPECT_EQ(connections.front()->receiveAll(), "");
+}
+
+TEST_F(ReceiverConnection, AMessageIsNeverAnswered)
+{
+	partnerSendsInTurn({kMasterBeat, kMasterBeat});
+	passes(1);
+	EXPECT_EQ(connections.front()->receiveAll(), "");
+}
+
+TEST_F(ReceiverConnection, AParsedMessageSetsTheTimeOfTheLastHeartbeat)
+{
+	const std::time_t before = std::time(nullptr);
+	atPass(1, [this] { WorkerAccess::lastReceivedTime(*receiver) = 0; });
+	atListen(1, [this] { partnerSends("garbage"); });
+	passes(1);
+	EXPECT_GE(WorkerAccess::lastReceivedTime(*receiver), before);
+}
+
+TEST_F(ReceiverConnection, ASecondPartnerThatWaitsIsCutOffWithTheSocket)
+{
+	atListen(1,
+	         [this]
+	         {
+		         partnerSends(kMasterBeat);
+		         partnerConnects().send(kMasterBeat);
+	         });
+	atPass(2, [this] { EXPECT_TRUE(connections.front()->isAtEnd()); });
+	const events::List all = passes(1);
+	EXPECT_EQ(std::count(all.begin(), all.end(), received(kMasterBeat)), 1);
+}
+
+TEST_F(ReceiverConnection, OneByteIsAMessage)
+{
+	partnerSendsInTurn({"x"});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("x"), kRangeError, kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, ASlashAloneIsDropped)
+{
+	partnerSendsInTurn({"/"});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("/"), kRangeError, kPause, dropped()}));
+}
+
+/// A heartbeat with a start time that makes it `size` bytes long.
+std::string heartbeatOf(std::size_t size)
+{
+	const std::string frame = "/process/1/1//0/";
+	return "/process/1/1/" + std::string(size - frame.size(), '7') + "/0/";
+}
+
+TEST_F(ReceiverConnection, AMessageOf255BytesIsWhole)
+{
+	const std::string message = heartbeatOf(255);
+	partnerSendsInTurn({message});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(message), kAccepted,
+	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
+	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, AMessageOf256BytesIsWhole)
+{
+	const std::string message = heartbeatOf(256);
+	partnerSendsInTurn({message});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(message), kAccepted,
+	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
+	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, AMessageOf257BytesIsCutInTwo)
+{
+	const std::string message = heartbeatOf(257);
+	partnerSendsInTurn({message});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(message.substr(0, 256)), kAccepted,
+	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
+	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause, received("/"),
+	                            kRangeError, kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, AMessageOf300BytesIsCutInTwoAndNeitherIsAHeartbeat)
+{
+	const std::string message = heartbeatOf(300);
+	partnerSendsInTurn({message});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(message.substr(0, 256)), kRangeError, kPause,
+	                            received(message.substr(256)), kRangeError, kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, TwoMessagesInOneReceiveAreOneText)
+{
+	partnerSendsInTurn({"/process/1/2/20240131235959/1//process/1/1/20240131235959/0/"});
+	velarix::storeShared(g_specialAsking, std::int32_t{1});
+	EXPECT_THAT(passes(1),
+	            are({slaveJudged(), kNewServer, kPoll,
+	                 received("/process/1/2/20240131235959/1//process/1/1/20240131235959/0/"), kAccepted,
+	                 "log D CHeartReciver:403 My NetWork Status: OK  MY:SLAVE PARTNER:SLAVE Special ask <-- waiting "
+	                 "result [1/3]",
+	                 kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, NoByteOfALongerMessageBeforeIsSeenAgain)
+{
+	partnerSendsInTurn({heartbeatOf(200), "/process/1/1/x"});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(heartbeatOf(200)), kAccepted,
+	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
+	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause,
+	                            received("/process/1/1/x"), kRangeError, kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, BytesAboveTheAsciiRangeAreTakenAsTheyAre)
+{
+	partnerSendsInTurn({"\xff\xfe/\x80\n%s%n/\x01"});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("\xff\xfe/\x80\n%s%n/\x01"), kRangeError,
+	                            kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, AConversionInTheTextIsNotInterpreted)
+{
+	partnerSendsInTurn({"/%s%n%d/1/1/x/0/"});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("/%s%n%d/1/1/x/0/"),
+	                            "log D CHeartReciver:249 szTmp[process] szPreFix[%s%n%d]",
+	                            "log D CHeartReciver:252 preFix unknown: [%s%n%d]", kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, ANulEndsTheLogLineAndNotTheMessage)
+{
+	partnerSendsInTurn({std::string("/process/1\0/1/x\0y/0/", 20)});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("/process/1"), kAccepted,
+	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
+	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, NulsAloneAreDropped)
+{
+	partnerSendsInTurn({std::string(256, '\0')});
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(""), kRangeError, kPause, dropped()}));
+}
+
+TEST_F(ReceiverConnection, AnAskOfThePartnerIsHonouredWithinTheConnection)
+{
+	partnerSendsInTurn({"/process/0/2/x/1/", "/process/0/2/x/1/"});
+	EXPECT_THAT(
+	    passes(1),
+	    are({slaveJudged(), kNewServer, kPoll, received("/process/0/2/x/1/"), kAccepted,
+	         "log D CHeartReciver:411 szTmp[1] specialAsk[1]", "log D CHeartReciver:414 special ask: slave -> master",
+	         steps::findAddress(), steps::runPrograms(), kPause, received("/process/0/2/x/1/"), kAccepted,
+	         "log D CHeartReciver:278 My NetWork Status: OK   MY:MASTER PARTNER:SLAVE OK", kPause, dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+} // namespace

@@ -1,0 +1,370 @@
+// Exceptions on the receiver's thread: which of them cost one pass and which the
+// thread.
+
+#include <cerrno>
+#include <stdexcept>
+#include <thread>
+
+#include <Poco/Channel.h>
+#include <Poco/Exception.h>
+#include <Poco/Logger.h>
+#include <Poco/Thread.h>
+
+#include "FakeOutside.h"
+#include "ReceiverLoop.h"
+#include "SocketCalls.h"
+#include "WaitFor.h"
+#include "velarix/shared_value.h"
+
+using steps::are;
+using steps::cardLookedAt;
+using steps::dropped;
+using steps::heartbeatOfMaster;
+using steps::silence;
+using steps::slaveJudged;
+using testing::ElementsAre;
+
+namespace
+{
+
+constexpr char kPassBegins[] = "log D CHeartReciver:94 Reciver while start";
+constexpr char kNewServer[] = "log D CHeartReciver:124 new server";
+constexpr char kPoll[] = "log D CHeartReciver:150 poll";
+constexpr char kCardOK[] = "log D CHeartReciver:185 COMUNICATION LAN CARD OK";
+constexpr char kCounted1[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[1]";
+constexpr char kEth1[] = "command cat /sys/class/net/eth1/carrier";
+constexpr char kPartnerAsks[] = "/process/0/2/20240131235959/1/";
+
+std::string serverError(const std::string& text)
+{
+	return "log E CHeartReciver:79 Server Error: " + text;
+}
+
+/// What the action throws the first time that it is recorded.
+template <typename Exception> void throwAt(const std::string& action, const Exception& exception)
+{
+	fakeoutside::onAction(
+	    [action, exception, thrown = std::make_shared<bool>(false)](const std::string& event)
+	    {
+		    if (event == action && !std::exchange(*thrown, true))
+		    {
+			    throw exception;
+		    }
+	    });
+}
+
+class ReceiverErrors : public ReceiverLoop
+{
+protected:
+	/// Runs the loop on a thread as the agent does, until the thread ends.
+	testing::AssertionResult threadEnds()
+	{
+		Poco::Thread thread;
+		thread.start(*receiver);
+		const auto ended = waitFor([&] { return !thread.isRunning(); }, std::chrono::seconds(10), "end of the thread");
+		if (!ended)
+		{
+			throwAt("ping 10.0.0.2 x10", events::EndOfScript{});
+		}
+		thread.join();
+		return ended;
+	}
+};
+
+TEST_F(ReceiverErrors, ASilentClientEndsInATimeOutAndDropsTheSocket)
+{
+	atListen(1, [this] { partnerConnects(); });
+	EXPECT_THAT(passes(1),
+	            are({slaveJudged(), kNewServer, kPoll, serverError("Timeout[CODE: 11][noName]"), dropped()}));
+	EXPECT_TRUE(connections.front()->isAtEnd());
+}
+
+TEST_F(ReceiverErrors, ASilentClientThatConnectsAtTheFirstMomentEndsInATimeOutToo)
+{
+	// The partner gives up after a while: a receiver without a time-out fails here instead of waiting for ever.
+	std::thread partner;
+	socketcalls::after("listen",
+	                   [&]
+	                   {
+		                   partner = std::thread(
+		                       [&socket = partnerConnects()]
+		                       {
+			                       EXPECT_TRUE(socket.isAtEnd(std::chrono::seconds(4)));
+			                       socket.close();
+		                       });
+	                   });
+	EXPECT_THAT(passes(1),
+	            are({slaveJudged(), kNewServer, kPoll, serverError("Timeout[CODE: 11][noName]"), dropped()}));
+	partner.join();
+}
+
+TEST_F(ReceiverErrors, AClientSilentAfterItsMessageEndsInATimeOutWithoutThePause)
+{
+	atListen(1, [this] { partnerConnects().send(kMasterBeat); });
+	events::List heartbeat = heartbeatOfMaster();
+	heartbeat.pop_back();
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, heartbeat, serverError("Timeout[CODE: 11][noName]"),
+	                            dropped()}));
+}
+
+TEST_F(ReceiverErrors, APartnerThatResetsIsAServerError)
+{
+	atListen(1, [this] { partnerConnects().reset(); });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll,
+	                            serverError("Connection reset by peer[CODE: 104][noName]"), dropped()}));
+}
+
+TEST_F(ReceiverErrors, AFailedReceiveIsAServerError)
+{
+	socketcalls::failNext("receive", EIO);
+	atListen(1, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(passes(1),
+	            are({slaveJudged(), kNewServer, kPoll, serverError("I/O error: 5[CODE: 5][noName]"), dropped()}));
+}
+
+TEST_F(ReceiverErrors, AFailedPollIsAServerErrorAndTheNextPassListensAnew)
+{
+	socketcalls::failNext("poll", EBADF);
+	EXPECT_THAT(
+	    passes(2),
+	    are({slaveJudged(), kNewServer, serverError("I/O error: Bad socket descriptor[CODE: 9][noName]"), dropped(),
+	         slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverErrors, AnAbortedConnectionIsAServerError)
+{
+	socketcalls::failNext("accept", ECONNABORTED);
+	atListen(1, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll,
+	                            serverError("Software caused connection abort[CODE: 103][noName]"), dropped()}));
+}
+
+TEST_F(ReceiverErrors, ANodeOutOfDescriptorsGoesOn)
+{
+	socketcalls::failNext("accept", EMFILE);
+	atListen(1, [this] { partnerSends(kMasterBeat); });
+	atListen(2, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(passes(2),
+	            are({slaveJudged(), kNewServer, kPoll, serverError("I/O error: Too many open files[CODE: 24][noName]"),
+	                 dropped(), slaveJudged(), kNewServer, kPoll, heartbeatOfMaster(), dropped()}));
+}
+
+TEST_F(ReceiverErrors, TheLabelOfTheWorkerIsInTheLine)
+{
+	location = "slave";
+	receiver = std::make_unique<CHeartReciver>(&handles, &running, &mode, location);
+	location = "changed";
+	socketcalls::failNext("poll", EBADF);
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer,
+	                            serverError("I/O error: Bad socket descriptor[CODE: 9][slave]"), dropped()}));
+}
+
+TEST_F(ReceiverErrors, AConnectionThatCannotBeAcceptedResetsTheCountOfSilences)
+{
+	socketcalls::failNext("accept", ECONNABORTED);
+	atListen(3, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(pass(4), are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverErrors, AFailedPollLeavesTheCountOfSilences)
+{
+	atPass(3, [] { socketcalls::failNext("poll", EBADF); });
+	EXPECT_THAT(pass(4), are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK,
+	                          "log D CHeartReciver:192 Reciver : no received message", cardLookedAt("1"),
+	                          steps::partnerAnswers(),
+	                          "log E CHeartReciver:201 Reciver : Partner IP and Service IP are working, but I did not "
+	                          "get any message from partner"}));
+}
+
+TEST_F(ReceiverErrors, AnExceptionAtTheCardCheckIsAServerErrorAndNothingIsCounted)
+{
+	throwAt(kEth1, Poco::SystemException("fork", 12));
+	EXPECT_THAT(passes(2), are({slaveJudged(), kNewServer, silence(), kEth1,
+	                            serverError("System exception: fork[CODE: 12][noName]"), dropped(), slaveJudged(),
+	                            kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverErrors, AnExceptionAtTheDecisionIsAServerErrorAndTheRoleStays)
+{
+	throwAt("command vip-stop", Poco::SystemException("fork", 12));
+	atPass(1, [this] { WorkerAccess::lastReceivedTime(*receiver) = 4711; });
+	atListen(1, [this] { partnerConnects().send(kPartnerAsks); });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll,
+	                            "log D CHeartReciver:164 received message: /process/0/2/20240131235959/1/",
+	                            "log D CHeartReciver:249 szTmp[process] szPreFix[process]",
+	                            "log D CHeartReciver:411 szTmp[1] specialAsk[1]",
+	                            "log D CHeartReciver:414 special ask: slave -> master", "command vip-stop",
+	                            serverError("System exception: fork[CODE: 12][noName]"), dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(WorkerAccess::lastReceivedTime(*receiver), 4711);
+	EXPECT_TRUE(connections.front()->isAtEnd());
+}
+
+TEST_F(ReceiverErrors, AnExceptionDuringATakeOverIsAServerErrorAndTheRoleStays)
+{
+	fakeoutside::pingGives("10.0.0.2", 0);
+	throwAt("command vip-stop", Poco::SystemException("fork", 12));
+	EXPECT_THAT(pass(3), are({steps::slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK,
+	                          "log D CHeartReciver:192 Reciver : no received message", cardLookedAt("1"),
+	                          steps::partnerIsSilent(), "log D CHeartReciver:218 try to process run",
+	                          "log D Utill:48 try to start virtual ip", "command vip-stop",
+	                          serverError("System exception: fork[CODE: 12][noName]"), dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+TEST_F(ReceiverErrors, APortLeftInTimeWaitIsListenedOnAgain)
+{
+	// The node closes first, so the port itself is left in the time-wait state.
+	atListen(1, [this] { partnerConnects(); });
+	atPass(2,
+	       [this]
+	       {
+		       connections.front()->close();
+		       EXPECT_THROW(peer::bindTo(kPort, "127.0.0.1", false, false), std::runtime_error);
+	       });
+	atListen(2, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(pass(2), are({slaveJudged(), kNewServer, kPoll, heartbeatOfMaster(), dropped()}));
+}
+
+TEST_F(ReceiverErrors, NobodyCanShareThePort)
+{
+	atListen(1,
+	         []
+	         {
+		         EXPECT_THROW(peer::bindTo(kPort, "127.0.0.1", true, true), std::runtime_error);
+		         EXPECT_THROW(peer::bindTo(kPort, "127.0.0.1", false, true), std::runtime_error);
+		         EXPECT_THROW(peer::bindTo(kPort, "127.0.0.1", true, false), std::runtime_error);
+	         });
+	atPass(2, [] { peer::bindTo(kPort, "127.0.0.1", true, false); });
+	EXPECT_THAT(passes(1),
+	            are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverErrors, AnExceptionOfAnotherTypeEndsTheThreadSilently)
+{
+	throwAt(kEth1, std::runtime_error("not of the library"));
+	ASSERT_TRUE(threadEnds());
+	EXPECT_THAT(events::all(), are({slaveJudged(), kNewServer, silence(), kEth1}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverErrors, AnExceptionOfTheNetworkCheckEndsTheThreadSilently)
+{
+	beMaster();
+	throwAt("command cat /sys/class/net/eth0/carrier", Poco::SystemException("fork", 12));
+	ASSERT_TRUE(threadEnds());
+	events::List judged = steps::masterJudged();
+	judged.resize(10);
+	EXPECT_THAT(events::all(), are({judged}));
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+TEST_F(ReceiverErrors, AnExceptionAtTheStopOfTheAddressEndsTheThreadWithoutTheAsk)
+{
+	mode = MODE_MASTER;
+	throwAt("command vip-stop", Poco::SystemException("fork", 12));
+	ASSERT_TRUE(threadEnds());
+	EXPECT_EQ(events::all().back(), "command vip-stop");
+	EXPECT_EQ(mode, MODE_SLAVE);
+	EXPECT_EQ(g_specialAsking, 0);
+}
+
+TEST_F(ReceiverErrors, AnAddressThatCannotBeResolvedEndsTheThreadSilently)
+{
+	settings.set("AGENT.THIS_SERVER_IP", "not an address");
+	apply();
+	ASSERT_TRUE(threadEnds());
+	EXPECT_THAT(events::all(), ElementsAre());
+}
+
+/// Throws like the log file on a full disk, from one line on.
+class FullDisk : public Poco::Channel
+{
+public:
+	FullDisk(int line, Poco::Message::Priority level) : m_line(line), m_level(level) {}
+
+	void log(const Poco::Message& message) override
+	{
+		m_full = m_full || (message.getSourceLine() == m_line && message.getPriority() == m_level);
+		if (m_full)
+		{
+			throw Poco::WriteFileException("velarix.log");
+		}
+		events::add(std::to_string(message.getSourceLine()) + " " + message.getText());
+	}
+
+	static void from(int line, Poco::Message::Priority level = Poco::Message::PRIO_DEBUG)
+	{
+		Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new FullDisk(line, level)));
+	}
+
+private:
+	int m_line;
+	Poco::Message::Priority m_level;
+	bool m_full = false;
+};
+
+TEST_F(ReceiverErrors, ADiskThatIsFullAtTheFirstLineEndsTheThreadSilently)
+{
+	FullDisk::from(94);
+	ASSERT_TRUE(threadEnds());
+	EXPECT_THAT(events::all(), ElementsAre());
+}
+
+TEST_F(ReceiverErrors, ADiskThatIsFullDuringTheNetworkCheckEndsTheThread)
+{
+	FullDisk::from(538);
+	ASSERT_TRUE(threadEnds());
+	EXPECT_THAT(events::all(), ElementsAre("94 Reciver while start", "500 networkStatus : start"));
+}
+
+TEST_F(ReceiverErrors, ADiskThatIsFullDuringTheProcessCheckEndsTheThread)
+{
+	beMaster();
+	FullDisk::from(561);
+	ASSERT_TRUE(threadEnds());
+	EXPECT_EQ(events::all().back(), "96 networkResult: 1");
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(g_specialAsking, 0);
+}
+
+TEST_F(ReceiverErrors, ADiskThatIsFullWhenTheSocketIsMadeEndsTheThread)
+{
+	FullDisk::from(124);
+	ASSERT_TRUE(threadEnds());
+	EXPECT_EQ(events::all().back(), "96 networkResult: 1");
+}
+
+TEST_F(ReceiverErrors, ADiskThatIsFullWhileAHeartbeatIsServedEndsTheThreadAtTheEndOfThePass)
+{
+	// The error is caught, its line cannot be written, and the next line is not guarded.
+	FullDisk::from(164);
+	atListen(1, [this] { partnerSends(kMasterBeat); });
+	ASSERT_TRUE(threadEnds());
+	EXPECT_EQ(events::all().back(), "150 poll");
+	EXPECT_FALSE(partnerFindsReceiver());
+}
+
+TEST_F(ReceiverErrors, AFullDiskDoesNotKeepTheTimeOutLineFromTheRest)
+{
+	FullDisk::from(146, Poco::Message::PRIO_ERROR);
+	beMaster();
+	ASSERT_TRUE(threadEnds());
+	EXPECT_EQ(events::all().back(), "sleep 1000");
+}
+
+TEST_F(ReceiverErrors, AnExceptionInsideTheFirstLineOfAPassIsNotSwallowed)
+{
+	onLogLine(
+	    [](const std::string& event)
+	    {
+		    if (event == kPassBegins)
+		    {
+			    throw Poco::WriteFileException("velarix.log");
+		    }
+	    });
+	EXPECT_THROW(receiver->run(), Poco::WriteFileException);
+	EXPECT_THAT(events::all(), ElementsAre(kPassBegins));
+}
+
+} // namespace

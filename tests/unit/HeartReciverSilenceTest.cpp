@@ -1,0 +1,254 @@
+// What the receiver makes of a partner that is not heard.
+
+#include "FakeOutside.h"
+#include "ReceiverLoop.h"
+#include "Sandbox.h"
+#include "velarix/shared_value.h"
+
+using steps::are;
+using steps::cardLookedAt;
+using steps::dropped;
+using steps::heartbeatOfMaster;
+using steps::join;
+using steps::masterJudged;
+using steps::partnerAnswers;
+using steps::partnerIsSilent;
+using steps::runPrograms;
+using steps::silence;
+using steps::slaveJudged;
+using steps::slaveJudgedWithPartnerSilent;
+
+namespace
+{
+
+constexpr char kNewServer[] = "log D CHeartReciver:124 new server";
+constexpr char kCardOK[] = "log D CHeartReciver:185 COMUNICATION LAN CARD OK";
+constexpr char kCardError[] = "log D CHeartReciver:182 COMUNICATION LAN CARD ERROR";
+constexpr char kCounted1[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[1]";
+constexpr char kCounted2[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[2]";
+constexpr char kThird[] = "log D CHeartReciver:192 Reciver : no received message";
+constexpr char kCardProblem[] = "log D CHeartReciver:196 Reciver : my comunicationLanCard problem";
+constexpr char kPartnerIsThere[] = "log E CHeartReciver:201 Reciver : Partner IP and Service IP are working, but I did "
+                                   "not get any message from partner";
+constexpr char kKill[] = "log D CHeartReciver:215 Reciver : kill";
+constexpr char kRun[] = "log D CHeartReciver:218 try to process run";
+constexpr char kEth1[] = "cat /sys/class/net/eth1/carrier";
+
+class ReceiverSilence : public ReceiverLoop
+{
+protected:
+	static void partnerHostIsDead() { fakeoutside::pingGives("10.0.0.2", 0); }
+};
+
+TEST_F(ReceiverSilence, AMasterOnlyLogsItAndKeepsItsSocket)
+{
+	beMaster();
+	EXPECT_THAT(passes(3),
+	            are({masterJudged(), kNewServer, silence(), masterJudged(), silence(), masterJudged(), silence()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(status(), 1);
+}
+
+TEST_F(ReceiverSilence, AMastersSocketTakesAConnectionInALaterPass)
+{
+	beMaster();
+	atPass(3, [this] { partnerConnects().close(); });
+	EXPECT_THAT(pass(3), are({masterJudged(), "log D CHeartReciver:150 poll", dropped()}));
+}
+
+TEST_F(ReceiverSilence, ASlaveWithoutCarrierNeverCountsAndNeverTakesOver)
+{
+	partnerHostIsDead();
+	fakeoutside::commandPrints(kEth1, "0\n");
+	const events::List laterPass = join({slaveJudgedWithPartnerSilent(), silence(), cardLookedAt("0"), kCardError});
+	EXPECT_THAT(passes(5), are({slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("0"), kCardError,
+	                            laterPass, laterPass, laterPass, laterPass}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, TheFirstAndTheSecondAreCountedAndDropTheSocket)
+{
+	EXPECT_THAT(passes(2),
+	            are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped(),
+	                 slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted2, dropped()}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, TheThirdFindsAPartnerThatStillAnswersPings)
+{
+	EXPECT_THAT(pass(3), are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kThird,
+	                          cardLookedAt("1"), partnerAnswers(), kPartnerIsThere}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+	EXPECT_EQ(g_specialAsking, 0);
+}
+
+TEST_F(ReceiverSilence, EveryThirdOneIsReportedWhileThePartnerAnswersPings)
+{
+	const events::List all = passes(9);
+	EXPECT_EQ(std::count(all.begin(), all.end(), kPartnerIsThere), 3);
+	EXPECT_EQ(std::count(all.begin(), all.end(), kCounted1), 3);
+	EXPECT_EQ(std::count(all.begin(), all.end(), kCounted2), 3);
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, AnAnsweringPartnerLetsTheSocketBeKept)
+{
+	EXPECT_THAT(pass(4), are({slaveJudged(), silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverSilence, ACardLostAtTheSecondLookStopsTheTakeOver)
+{
+	partnerHostIsDead();
+	fakeoutside::commandPrintsInTurn(kEth1, {"1\n", "1\n", "1\n", "0\n", "1\n"});
+	EXPECT_THAT(pass(3), are({slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kThird,
+	                          cardLookedAt("0"), kCardProblem}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, ACardLostAtTheSecondLookKeepsTheSocketAndStartsTheCountAnew)
+{
+	partnerHostIsDead();
+	fakeoutside::commandPrintsInTurn(kEth1, {"1\n", "1\n", "1\n", "0\n", "1\n"});
+	EXPECT_THAT(pass(4),
+	            are({slaveJudgedWithPartnerSilent(), silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverSilence, ACardErrorBetweenIsNeitherCountedNorForgetsTheCount)
+{
+	fakeoutside::commandPrintsInTurn(kEth1, {"1\n", "0\n", "1\n"});
+	EXPECT_THAT(passes(3), are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped(),
+	                            slaveJudged(), kNewServer, silence(), cardLookedAt("0"), kCardError, slaveJudged(),
+	                            silence(), cardLookedAt("1"), kCardOK, kCounted2, dropped()}));
+}
+
+TEST_F(ReceiverSilence, ACommandThatFailsCountsAsACardWithoutCarrier)
+{
+	fakeoutside::commandFails(kEth1);
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, silence(), "command cat /sys/class/net/eth1/carrier",
+	                            "log E Utill:550 shell command run error(fp is NULL): cat /sys/class/net/eth1/carrier",
+	                            "sleep 1000", kCardError}));
+}
+
+TEST_F(ReceiverSilence, TheThirdFromADeadPartnerIsATakeOver)
+{
+	partnerHostIsDead();
+	EXPECT_THAT(pass(3), are({slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kThird,
+	                          cardLookedAt("1"), partnerIsSilent(), kRun, runPrograms(), dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(status(), 1);
+	EXPECT_EQ(g_specialAsking, 0);
+	EXPECT_FALSE(running);
+}
+
+TEST_F(ReceiverSilence, ATakeOverKillsRunningProgramsFirst)
+{
+	partnerHostIsDead();
+	programRuns(true);
+	EXPECT_THAT(pass(3), are({slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kThird,
+	                          cardLookedAt("1"), partnerIsSilent(), kKill, steps::killPrograms(), kRun, runPrograms(),
+	                          dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+TEST_F(ReceiverSilence, TheRoleIsMasterBeforeATakeOverActs)
+{
+	partnerHostIsDead();
+	programRuns(true);
+	std::vector<MODE> roles;
+	fakeoutside::onAction(
+	    [&](const std::string& event)
+	    {
+		    if (event == "command kill-by-name dbServer" || event.rfind("system ", 0) == 0)
+		    {
+			    roles.push_back(velarix::loadShared(mode));
+		    }
+	    });
+	passes(3);
+	EXPECT_THAT(roles, testing::ElementsAre(MODE_MASTER, MODE_MASTER, MODE_MASTER));
+}
+
+TEST_F(ReceiverSilence, ATakeOverLeavesTheStartTimeRecordAlone)
+{
+	partnerHostIsDead();
+	passes(3);
+	EXPECT_EQ(sandbox::readFile("/usr/velarix/bin/log/runinfo.txt"), kRunInfo);
+}
+
+TEST_F(ReceiverSilence, AfterATakeOverTheNodeIsJudgedAsAMaster)
+{
+	partnerHostIsDead();
+	atPass(4, [this] { programRuns(true); });
+	EXPECT_THAT(pass(4), are({masterJudged(), kNewServer, silence()}));
+}
+
+TEST_F(ReceiverSilence, AfterATakeOverTheCountStartsAnew)
+{
+	partnerHostIsDead();
+	atPass(4, [this] { mode = MODE_SLAVE; });
+	EXPECT_THAT(pass(4), are({slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK,
+	                          kCounted1, dropped()}));
+}
+
+TEST_F(ReceiverSilence, TwoTimeOutsThenAHeartbeatResetTheCount)
+{
+	atListen(3, [this] { partnerSends(kMasterBeat); });
+	EXPECT_THAT(passes(4), are({slaveJudged(),
+	                            kNewServer,
+	                            silence(),
+	                            cardLookedAt("1"),
+	                            kCardOK,
+	                            kCounted1,
+	                            dropped(),
+	                            slaveJudged(),
+	                            kNewServer,
+	                            silence(),
+	                            cardLookedAt("1"),
+	                            kCardOK,
+	                            kCounted2,
+	                            dropped(),
+	                            slaveJudged(),
+	                            kNewServer,
+	                            "log D CHeartReciver:150 poll",
+	                            heartbeatOfMaster(),
+	                            dropped(),
+	                            slaveJudged(),
+	                            kNewServer,
+	                            silence(),
+	                            cardLookedAt("1"),
+	                            kCardOK,
+	                            kCounted1,
+	                            dropped()}));
+}
+
+TEST_F(ReceiverSilence, AConnectionWithoutBytesResetsTheCountToo)
+{
+	partnerHostIsDead();
+	atListen(3, [this] { partnerConnects().close(); });
+	const events::List all = passes(5);
+	EXPECT_EQ(std::count(all.begin(), all.end(), kCounted1), 2);
+	EXPECT_EQ(std::count(all.begin(), all.end(), kCounted2), 2);
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, TheCountOutlivesATimeAsMaster)
+{
+	atPass(2, [this] { beMaster(); });
+	atPass(3, [this] { mode = MODE_SLAVE; });
+	EXPECT_THAT(pass(3), are({slaveJudged(), silence(), cardLookedAt("1"), kCardOK, kCounted2, dropped()}));
+}
+
+TEST_F(ReceiverSilence, TheRoleIsLookedAtAfterThePause)
+{
+	events::onSleep([this](long) { velarix::storeShared(mode, MODE_MASTER); });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, silence()}));
+}
+
+TEST_F(ReceiverSilence, AnUnknownRoleCountsLikeASlave)
+{
+	mode = 3;
+	EXPECT_THAT(passes(1),
+	            are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+	EXPECT_EQ(mode, 3);
+}
+
+} // namespace

@@ -1,0 +1,333 @@
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <functional>
+#include <thread>
+#include <utility>
+
+#include <Poco/Exception.h>
+
+#include "Daemon.h"
+#include "OwnProcess.h"
+#include "QuorinINI.h"
+#include "Sandbox.h"
+
+using testing::IsEmpty;
+
+namespace
+{
+
+constexpr char kFile[] = "/usr/velarix/bin/log/editor.txt";
+constexpr char kOther[] = "/usr/velarix/bin/log/other.txt";
+
+/// Called once, when the emptied file is about to be written.
+std::function<void()> g_beforeTheWrite;
+
+class IniEditor : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::writeFile(kFile, "[T]\nK = 1\n");
+	}
+
+	/// One whole use of the editor, as the daemon does it.
+	static bool change(const std::string& key, const std::string& value)
+	{
+		initialization editor;
+		editor.loadFile(kFile);
+		return editor.changeINI(key, value);
+	}
+
+	static std::string valueOf(const std::string& key)
+	{
+		initialization reader;
+		reader.loadFile(kFile);
+		return reader.getString(key);
+	}
+};
+
+int openDescriptors()
+{
+	int count = 0;
+	DIR* const pDirectory = ::opendir("/proc/self/fd");
+	while (::readdir(pDirectory) != nullptr)
+	{
+		++count;
+	}
+	::closedir(pDirectory);
+	return count;
+}
+
+} // namespace
+
+extern "C" std::size_t __real_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* pFile);
+extern "C" std::size_t __wrap_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* pFile);
+extern "C" std::size_t __wrap_fwrite(const void* data, std::size_t size, std::size_t count, std::FILE* pFile)
+{
+	if (const auto call = std::exchange(g_beforeTheWrite, nullptr))
+	{
+		call();
+	}
+	return __real_fwrite(data, size, count, pFile);
+}
+
+namespace
+{
+
+TEST_F(IniEditor, EachGetterGivesItsOwnType)
+{
+	sandbox::writeFile(kFile, "[T]\nTEXT = a b\nINT = -7\nUINT = 4294967295\nHALF = 2.5\nON = true\nOFF = false\n");
+	initialization reader;
+	EXPECT_TRUE(reader.loadFile(kFile));
+	EXPECT_EQ(reader.getString("T.TEXT"), "a b");
+	EXPECT_EQ(reader.getInt("T.INT"), -7);
+	EXPECT_EQ(reader.getUInt("T.UINT"), 4294967295U);
+	EXPECT_EQ(reader.getDouble("T.HALF"), 2.5);
+	EXPECT_TRUE(reader.getBool("T.ON"));
+	EXPECT_FALSE(reader.getBool("T.OFF"));
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(IniEditor, AMissingKeyReachesTheCallerOfEachGetterUnlogged)
+{
+	initialization reader;
+	reader.loadFile(kFile);
+	EXPECT_THROW(reader.getString("T.NONE"), Poco::NotFoundException);
+	EXPECT_THROW(reader.getInt("T.NONE"), Poco::NotFoundException);
+	EXPECT_THROW(reader.getBool("T.NONE"), Poco::NotFoundException);
+	EXPECT_THROW(reader.getDouble("T.NONE"), Poco::NotFoundException);
+	EXPECT_THROW(reader.getUInt("T.NONE"), Poco::NotFoundException);
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(IniEditor, AValueOfTheWrongTypeReachesTheCallerUnlogged)
+{
+	sandbox::writeFile(kFile, "[T]\nWORD = two\nMINUS = -1\n");
+	initialization reader;
+	reader.loadFile(kFile);
+	EXPECT_THROW(reader.getInt("T.WORD"), Poco::SyntaxException);
+	EXPECT_THROW(reader.getBool("T.WORD"), Poco::SyntaxException);
+	EXPECT_THROW(reader.getDouble("T.WORD"), Poco::SyntaxException);
+	EXPECT_THROW(reader.getUInt("T.MINUS"), Poco::SyntaxException);
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(IniEditor, AnEmptyValueIsReadAsAnEmptyText)
+{
+	sandbox::writeFile(kFile, "[T]\nK =\n");
+	EXPECT_EQ(valueOf("T.K"), "");
+}
+
+TEST_F(IniEditor, AChangedValueIsSeenByANewObjectOnly)
+{
+	initialization editor;
+	editor.loadFile(kFile);
+	EXPECT_TRUE(editor.changeINI("T.K", "2"));
+	EXPECT_EQ(editor.getString("T.K"), "1");
+	EXPECT_EQ(valueOf("T.K"), "2");
+}
+
+TEST_F(IniEditor, OneObjectCanChangeTwice)
+{
+	initialization editor;
+	editor.loadFile(kFile);
+	EXPECT_TRUE(editor.changeINI("T.K", "2"));
+	EXPECT_TRUE(editor.changeINI("T.K", "33"));
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 33\n");
+}
+
+TEST_F(IniEditor, TheFileOfTheLastLoadIsEdited)
+{
+	sandbox::writeFile(kOther, "[T]\nK=8\n");
+	initialization editor;
+	editor.loadFile(kFile);
+	editor.loadFile(kOther);
+	EXPECT_EQ(editor.getString("T.K"), "8");
+	EXPECT_TRUE(editor.changeINI("T.K", "9"));
+	EXPECT_EQ(sandbox::readFile(kOther), "[T]\nK = 9\n");
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 1\n");
+}
+
+TEST_F(IniEditor, AShorterPathLeavesNothingOfTheOneBefore)
+{
+	const std::string longer = std::string(kOther) + ".old";
+	sandbox::writeFile(longer, "[T]\nK=8\n");
+	sandbox::writeFile(kOther, "[T]\nK=8\n");
+	initialization editor;
+	editor.loadFile(longer);
+	editor.loadFile(kOther);
+	EXPECT_TRUE(editor.changeINI("T.K", "9"));
+	EXPECT_EQ(sandbox::readFile(kOther), "[T]\nK = 9\n");
+	EXPECT_EQ(sandbox::readFile(longer), "[T]\nK=8\n");
+}
+
+TEST_F(IniEditor, APathOf99CharactersIsKeptWhole)
+{
+	std::string path = "/usr/velarix/bin/log/";
+	path.append(99 - path.size(), 'p');
+	sandbox::writeFile(path, "[T]\nK=8\n");
+	initialization editor;
+	editor.loadFile(path);
+	EXPECT_TRUE(editor.changeINI("T.K", "9"));
+	EXPECT_EQ(sandbox::readFile(path), "[T]\nK = 9\n");
+}
+
+// The file as it is now counts, not as it was parsed.
+TEST_F(IniEditor, LinesWrittenSinceTheLoadAreKept)
+{
+	initialization editor;
+	editor.loadFile(kFile);
+	sandbox::writeFile(kFile, "[T]\nNEW = 5\nK = 1\n");
+	EXPECT_TRUE(editor.changeINI("T.K", "2"));
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nNEW = 5\nK = 2\n");
+}
+
+TEST_F(IniEditor, AKeyOf99CharactersIsAccepted)
+{
+	const std::string name(97, 'N');
+	sandbox::writeFile(kFile, "[T]\n" + name + "=1\n");
+	EXPECT_TRUE(change("T." + name, "2"));
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\n" + name + " = 2\n");
+}
+
+TEST_F(IniEditor, ASectionOf97CharactersIsAccepted)
+{
+	const std::string section(97, 'S');
+	sandbox::writeFile(kFile, "[" + section + "]\nK=1\n");
+	EXPECT_TRUE(change(section + ".K", "2"));
+	EXPECT_EQ(sandbox::readFile(kFile), "[" + section + "]\nK = 2\n");
+}
+
+TEST_F(IniEditor, AKeyOf100CharactersIsRefusedAndNothingIsTouched)
+{
+	const std::string name(98, 'N');
+	const std::string content = "[T]\n" + name + "=1\n";
+	sandbox::writeFile(kFile, content);
+	initialization editor;
+	editor.loadFile(kFile);
+	EXPECT_FALSE(editor.changeINI("T." + name, "2"));
+	EXPECT_EQ(sandbox::readFile(kFile), content);
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+// In a process of its own: an editor that failed would hold up the other tests.
+TEST_F(IniEditor, ARefusedKeyDoesNotEvenOpenTheFile)
+{
+	inOwnProcess(
+	    []
+	    {
+		    initialization editor;
+		    editor.loadFile(kFile);
+		    ASSERT_EQ(std::remove(kFile), 0);
+		    testing::internal::CaptureStdout();
+		    const bool done = editor.changeINI("T." + std::string(98, 'N'), "2");
+		    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+		    EXPECT_FALSE(done);
+	    });
+	EXPECT_NE(::access(kFile, F_OK), 0);
+}
+
+TEST_F(IniEditor, ALongValueIsWrittenWhole)
+{
+	const std::string value(5000, 'v');
+	EXPECT_TRUE(change("T.K", value));
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = " + value + "\n");
+	EXPECT_EQ(valueOf("T.K"), value);
+}
+
+// A long value is read in pieces of 199 like any long line.
+TEST_F(IniEditor, ReplacingALongValueLeavesTheRestOfItsLine)
+{
+	EXPECT_TRUE(change("T.K", std::string(300, 'v')));
+	EXPECT_TRUE(change("T.K", "2"));
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 2\n" + std::string(105, 'v') + "\n");
+}
+
+TEST_F(IniEditor, TheFileIsRewrittenInPlace)
+{
+	ASSERT_EQ(::chmod(kFile, 0640), 0);
+	struct stat before
+	{
+	};
+	struct stat after
+	{
+	};
+	ASSERT_EQ(::stat(kFile, &before), 0);
+	EXPECT_TRUE(change("T.K", "2"));
+	ASSERT_EQ(::stat(kFile, &after), 0);
+	EXPECT_EQ(after.st_ino, before.st_ino);
+	EXPECT_EQ(after.st_mode, before.st_mode);
+}
+
+TEST_F(IniEditor, ALinkedFileIsRewrittenThroughTheLink)
+{
+	sandbox::shell("ln -sfn /usr/velarix/bin/log/editor.txt /usr/velarix/bin/log/link.txt");
+	initialization editor;
+	editor.loadFile("/usr/velarix/bin/log/link.txt");
+	EXPECT_TRUE(editor.changeINI("T.K", "2"));
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 2\n");
+}
+
+TEST_F(IniEditor, NothingIsPrintedOrLoggedOnSuccess)
+{
+	testing::internal::CaptureStdout();
+	testing::internal::CaptureStderr();
+	EXPECT_TRUE(change("T.K", "2"));
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+	EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(IniEditor, NoDescriptorStaysOpen)
+{
+	const int before = openDescriptors();
+	for (int i = 0; i < 20; ++i)
+	{
+		EXPECT_TRUE(change("T.K", std::to_string(i)));
+		EXPECT_FALSE(change(std::string(100, 'k'), "0"));
+	}
+	EXPECT_EQ(openDescriptors(), before);
+}
+
+// Readers take no lock; a reader at the wrong moment finds no key.
+TEST_F(IniEditor, AReaderInTheMiddleOfARewriteSeesAnEmptyFile)
+{
+	std::string seen = "not called";
+	g_beforeTheWrite = [&seen]
+	{
+		seen = sandbox::readFile(kFile);
+		EXPECT_THROW(valueOf("T.K"), Poco::NotFoundException);
+	};
+	EXPECT_TRUE(change("T.K", "2"));
+	EXPECT_EQ(seen, "");
+	EXPECT_EQ(valueOf("T.K"), "2");
+}
+
+// Without the editor's lock one writer would put back the other's old value.
+TEST_F(IniEditor, TwoWritersLoseNoChange)
+{
+	sandbox::writeFile(kFile, "[T]\nA = 0\nB = 0\n");
+	const auto writer = [](const std::string& key)
+	{
+		initialization editor;
+		editor.loadFile(kFile);
+		for (int i = 1; i <= 300; ++i)
+		{
+			editor.changeINI(key, std::to_string(i));
+		}
+	};
+	inOwnProcess(
+	    [&writer]
+	    {
+		    std::thread first(writer, "T.A");
+		    std::thread second(writer, "T.B");
+		    first.join();
+		    second.join();
+	    });
+	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nA = 300\nB = 300\n");
+}
+
+} // namespace

@@ -1,0 +1,208 @@
+// The start of the managed programs through the run script.
+
+#include <iostream>
+
+#include <Poco/Exception.h>
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Utill.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace
+{
+
+constexpr char kBanner[] = "log E Utill:78 \n"
+                           "======================================================\n"
+                           "================ process run =========================\n"
+                           "======================================================";
+
+class Launching : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+	}
+
+	void waitingTime(const std::string& seconds)
+	{
+		settings.set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", seconds);
+		apply();
+	}
+
+	/// Runs without the virtual IP and leaves at the n-th wait.
+	/// @return the console's lines of the countdown
+	static std::string countdownUntilSleep(int n)
+	{
+		events::endAtSleep(n);
+		testing::internal::CaptureStdout();
+		EXPECT_THROW(Utill::voidProcessRun(true), events::EndOfScript);
+		return testing::internal::GetCapturedStdout();
+	}
+};
+
+TEST_F(Launching, TheVirtualIPComesBeforeTheScript)
+{
+	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
+	Utill::voidProcessRun(false);
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "command vip-stop",
+	                                       "log I Utill:573 command(vip-stop) : ", "command ifconfig",
+	                                       "log D Utill:668 myVirtualIP working", "log D Utill:62 try to run processes",
+	                                       "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                                       "system /usr/velarix/bin/ini/processList.sh", kBanner));
+}
+
+TEST_F(Launching, TheLaunchWaitsUntilTheVirtualIPAnswers)
+{
+	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 1});
+	waitingTime("1");
+	Utill::voidProcessRun(false);
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "command vip-stop",
+	                        "log I Utill:573 command(vip-stop) : ", "command ifconfig",
+	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
+	                        "sleep 1000", "sleep 1000", "command vip-start",
+	                        "log I Utill:573 command(vip-start) : ", "log D Utill:490 set virtual ip...",
+	                        "ping 10.0.1.100 x10", "log D Utill:496 ping: 0", "sleep 1000", "ping 10.0.1.100 x10",
+	                        "log D Utill:496 ping: 1", "sleep 1000", "log D Utill:62 try to run processes",
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
+}
+
+TEST_F(Launching, WithTheSkipFlagTheVirtualIPIsAnnouncedButNotStarted)
+{
+	Utill::voidProcessRun(true);
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
+}
+
+TEST_F(Launching, AWaitingTimeOfThreeCountsThreeTwoOneOnTheConsole)
+{
+	waitingTime("3");
+	testing::internal::CaptureStdout();
+	Utill::voidProcessRun(true);
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:48)try to start virtual ip\n"
+	                                                  "process is waiting for ip setup:3\n"
+	                                                  "process is waiting for ip setup:2\n"
+	                                                  "process is waiting for ip setup:1\n"
+	                                                  "**DEBUG**(Utill:62)try to run processes\n");
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000", "sleep 1000",
+	                                       "sleep 1000", "log D Utill:62 try to run processes",
+	                                       "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                                       "system /usr/velarix/bin/ini/processList.sh", kBanner));
+}
+
+TEST_F(Launching, ALineOfTheCountdownIsPrintedBeforeItsSecond)
+{
+	waitingTime("2");
+	EXPECT_EQ(countdownUntilSleep(1), "**DEBUG**(Utill:48)try to start virtual ip\n"
+	                                  "process is waiting for ip setup:2\n");
+}
+
+TEST_F(Launching, AWaitingTimeOfZeroPrintsNothingAndRunsTheScriptAtOnce)
+{
+	waitingTime("0");
+	testing::internal::CaptureStdout();
+	Utill::voidProcessRun(true);
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:48)try to start virtual ip\n"
+	                                                  "**DEBUG**(Utill:62)try to run processes\n");
+	EXPECT_THAT(events::only({"sleep "}), IsEmpty());
+}
+
+TEST_F(Launching, ANegativeWaitingTimeCountsAwayFromZero)
+{
+	waitingTime("-1");
+	EXPECT_EQ(countdownUntilSleep(3), "**DEBUG**(Utill:48)try to start virtual ip\n"
+	                                  "process is waiting for ip setup:-1\n"
+	                                  "process is waiting for ip setup:-2\n"
+	                                  "process is waiting for ip setup:-3\n");
+	EXPECT_THAT(events::only({"system "}), IsEmpty());
+}
+
+TEST_F(Launching, ANegativeWaitingTimeStillWaitsAfterALongWhile)
+{
+	waitingTime("-1");
+	EXPECT_THAT(countdownUntilSleep(5000), HasSubstr("process is waiting for ip setup:-5000\n"));
+	EXPECT_THAT(events::only({"system "}), IsEmpty());
+}
+
+TEST_F(Launching, BelowTheLowestNumberTheCountdownGoesOnWithTheHighest)
+{
+	waitingTime("-2147483648");
+	EXPECT_EQ(countdownUntilSleep(2), "**DEBUG**(Utill:48)try to start virtual ip\n"
+	                                  "process is waiting for ip setup:-2147483648\n"
+	                                  "process is waiting for ip setup:2147483647\n");
+}
+
+TEST_F(Launching, TheWaitingTimeIsReadAfterTheVirtualIPIsUp)
+{
+	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
+	settings.remove("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN");
+	apply();
+	const auto runWithConsoleOnStandardError = []
+	{
+		std::cout.rdbuf(std::cerr.rdbuf());
+		Utill::voidProcessRun(false);
+	};
+	EXPECT_FATAL_AFTER(runWithConsoleOnStandardError(),
+	                   "**DEBUG**(Utill:668)myVirtualIP working\n"
+	                   "**ERROR**(Configuraion:82)Not found: AGENT.WAITING_TIME_BEFORE_PROCESS_RUN",
+	                   "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
+}
+
+TEST_F(Launching, AFailedChangeOfModeDoesNotStopTheLaunch)
+{
+	fakeoutside::systemGives("chmod 755 /usr/velarix/bin/ini/processList.sh", -1);
+	Utill::voidProcessRun(true);
+	EXPECT_THAT(events::only({"system ", "log E"}), ElementsAre("system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                                                            "system /usr/velarix/bin/ini/processList.sh", kBanner));
+}
+
+TEST_F(Launching, TheBannerIsOneMessageOnStandardErrorAsWell)
+{
+	testing::internal::CaptureStderr();
+	Utill::voidProcessRun(true);
+	EXPECT_EQ(testing::internal::GetCapturedStderr(), "**ERROR**(Utill:78)\n"
+	                                                  "======================================================\n"
+	                                                  "================ process run =========================\n"
+	                                                  "======================================================\n");
+}
+
+TEST_F(Launching, AnExceptionPassesToTheCaller)
+{
+	fakeoutside::onAction(
+	    [](const std::string& event)
+	    {
+		    if (event == "system /usr/velarix/bin/ini/processList.sh")
+		    {
+			    throw Poco::NoPermissionException("script");
+		    }
+	    });
+	EXPECT_THROW(Utill::voidProcessRun(true), Poco::NoPermissionException);
+	EXPECT_THAT(events::only({"log E"}), IsEmpty());
+}
+
+TEST_F(Launching, AnExceptionOfTheLogPassesToTheCaller)
+{
+	onLogLine([](const std::string&) { throw Poco::WriteFileException("full"); });
+	EXPECT_THROW(Utill::voidProcessRun(true), Poco::WriteFileException);
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip"));
+}
+
+TEST_F(Launching, TheDatabaseHookDoesNothing)
+{
+	MODE mode = MODE_MASTER;
+	Utill::DBRun(&mode);
+	Utill::DBRun(nullptr);
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+} // namespace

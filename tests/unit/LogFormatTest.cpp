@@ -1,0 +1,171 @@
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "VelarixLog.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+
+/// Records the buffer size of every attempt while a test formats.
+bool g_recording = false;
+std::vector<std::size_t> g_sizes;
+/// How many of the next attempts fail, as with a text that cannot be encoded.
+int g_failures = 0;
+
+int attempt(char* buffer, std::size_t size, const char* format, va_list arguments);
+
+} // namespace
+
+// An optimising build calls the checked function.
+extern "C" int __real_vsnprintf(char* buffer, std::size_t size, const char* format, va_list arguments);
+extern "C" int __wrap_vsnprintf(char* buffer, std::size_t size, const char* format, va_list arguments);
+extern "C" int __wrap_vsnprintf(char* buffer, std::size_t size, const char* format, va_list arguments)
+{
+	return attempt(buffer, size, format, arguments);
+}
+extern "C" int __wrap___vsnprintf_chk(char* buffer, std::size_t size, int flag, std::size_t room, const char* format,
+                                      va_list arguments);
+extern "C" int __wrap___vsnprintf_chk(char* buffer, std::size_t size, int /*flag*/, std::size_t /*room*/,
+                                      const char* format, va_list arguments)
+{
+	return attempt(buffer, size, format, arguments);
+}
+
+namespace
+{
+
+int attempt(char* buffer, std::size_t size, const char* format, va_list arguments)
+{
+	if (g_recording)
+	{
+		g_sizes.push_back(size);
+		if (g_failures > 0)
+		{
+			--g_failures;
+			return -1;
+		}
+	}
+	return __real_vsnprintf(buffer, size, format, arguments);
+}
+
+[[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...)
+{
+	g_sizes.clear();
+	g_recording = true;
+	va_list arguments;
+	va_start(arguments, format);
+	const std::string text = VelarixLog::varFormat(format, arguments);
+	va_end(arguments);
+	g_recording = false;
+	return text;
+}
+
+[[gnu::format(printf, 1, 2)]] std::vector<std::string> formattedTwiceFromOneList(const char* format, ...)
+{
+	va_list arguments;
+	va_start(arguments, format);
+	std::vector<std::string> texts;
+	texts.push_back(VelarixLog::varFormat(format, arguments));
+	texts.push_back(VelarixLog::varFormat(format, arguments));
+	va_end(arguments);
+	return texts;
+}
+
+class VarFormat : public testing::Test
+{
+protected:
+	void SetUp() override
+	{
+		g_failures = 0;
+		g_recording = false;
+	}
+};
+
+TEST_F(VarFormat, FormatsLikePrintf)
+{
+	EXPECT_EQ(formatted("%s:%d [%5.2f|%-4s|%c|%%|%x]", "a", -7, 3.14159, "b", 'z', 255U), "a:-7 [ 3.14|b   |z|%|ff]");
+	EXPECT_THAT(g_sizes, ElementsAre(1024));
+}
+
+TEST_F(VarFormat, AnEmptyTextIsEmpty)
+{
+	EXPECT_EQ(formatted("%s", ""), "");
+	EXPECT_THAT(g_sizes, ElementsAre(1024));
+}
+
+TEST_F(VarFormat, ATextOf1023CharactersFitsTheFirstBuffer)
+{
+	const std::string text(1023, 'x');
+	EXPECT_EQ(formatted("%s", text.c_str()), text);
+	EXPECT_THAT(g_sizes, ElementsAre(1024));
+}
+
+TEST_F(VarFormat, ATextOf1024CharactersGrowsOnceTo1025)
+{
+	const std::string text(1024, 'x');
+	EXPECT_EQ(formatted("%s", text.c_str()), text);
+	EXPECT_THAT(g_sizes, ElementsAre(1024, 1025));
+}
+
+TEST_F(VarFormat, ATextOf1025CharactersGrowsOnceTo1026)
+{
+	const std::string text(1025, 'x');
+	EXPECT_EQ(formatted("%s", text.c_str()), text);
+	EXPECT_THAT(g_sizes, ElementsAre(1024, 1026));
+}
+
+TEST_F(VarFormat, AHugeTextGrowsOnceToItsSize)
+{
+	const std::string text(3000000, 'x');
+	EXPECT_EQ(formatted("%s", text.c_str()), text);
+	EXPECT_THAT(g_sizes, ElementsAre(1024, 3000001));
+}
+
+TEST_F(VarFormat, AFailedAttemptDoublesTheBuffer)
+{
+	g_failures = 3;
+	EXPECT_EQ(formatted("%d-%s", 5, "six"), "5-six");
+	EXPECT_THAT(g_sizes, ElementsAre(1024, 2048, 4096, 8192));
+}
+
+TEST_F(VarFormat, AKnownSizeFollowsAFailedAttempt)
+{
+	g_failures = 1;
+	const std::string text(5000, 'x');
+	EXPECT_EQ(formatted("%s", text.c_str()), text);
+	EXPECT_THAT(g_sizes, ElementsAre(1024, 2048, 5001));
+}
+
+TEST_F(VarFormat, EveryAttemptBeginsAtTheFirstArgument)
+{
+	const std::string text(2000, 'y');
+	EXPECT_EQ(formatted("%d %s %s %ld", 1, "two", text.c_str(), 4L), "1 two " + text + " 4");
+	EXPECT_THAT(g_sizes, ElementsAre(1024, 2009));
+}
+
+TEST_F(VarFormat, TheCallersListIsLeftAsItWas)
+{
+	const std::string text(1500, 'y');
+	EXPECT_THAT(formattedTwiceFromOneList("%d %s %s", 1, text.c_str(), "end"),
+	            ElementsAre("1 " + text + " end", "1 " + text + " end"));
+}
+
+TEST_F(VarFormat, BytesOfAStringAreTakenAsTheyAre)
+{
+	const std::string text("\001\033[1m\r\n\t\177\200\376\377 gr\303\274n");
+	EXPECT_EQ(formatted("<%s>", text.c_str()), "<" + text + ">");
+}
+
+TEST_F(VarFormat, ANulEndsTheText)
+{
+	EXPECT_EQ(formatted("ab%ccd", '\0'), "ab");
+	EXPECT_THAT(g_sizes, ElementsAre(1024));
+}
+
+} // namespace

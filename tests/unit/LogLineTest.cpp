@@ -1,0 +1,152 @@
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <thread>
+
+#include <Poco/Thread.h>
+
+#include "Console.h"
+#include "Daemon.h"
+#include "LogLines.h"
+#include "OwnProcess.h"
+#include "Sandbox.h"
+#include "VelarixLog.h"
+
+using testing::Each;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+namespace
+{
+
+constexpr char kLog[] = "/usr/velarix/log/line.log";
+constexpr char kTime[] = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9] ";
+
+class LogLine : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		sandbox::writeFile(kLog, "");
+		settings.set("LOG.PATH", kLog);
+		apply();
+		useRealLogFile();
+	}
+
+	/// @return the one line of the log file
+	static std::string line()
+	{
+		const std::vector<std::string> lines = logFileLines(kLog);
+		EXPECT_EQ(lines.size(), 1U);
+		return lines.empty() ? std::string() : lines.front();
+	}
+};
+
+/// @return tenths of a second since 1970
+std::int64_t tenthsNow()
+{
+	timeval now{};
+	::gettimeofday(&now, nullptr);
+	return std::int64_t{now.tv_sec} * 10 + now.tv_usec / 100000;
+}
+
+/// @return the line's time stamp in tenths of a second, read as universal time
+std::int64_t tenthsOf(const std::string& line)
+{
+	std::tm time{};
+	const char* const pRest = ::strptime(line.c_str(), "%Y-%m-%d %H:%M:%S.", &time);
+	EXPECT_NE(pRest, nullptr) << line;
+	return pRest == nullptr ? 0 : std::int64_t{::timegm(&time)} * 10 + (*pRest - '0');
+}
+
+/// Writes one line in the time zone `zone`, which is `offset` seconds ahead of
+/// universal time, and expects its time stamp to lie within the call.
+void expectLocalTime(const char* zone, std::int64_t offset)
+{
+	::setenv("TZ", zone, 1);
+	::tzset();
+	const std::int64_t before = tenthsNow();
+	velarixLog->info("Source", 1, "%s", "text");
+	const std::int64_t after = tenthsNow();
+	const std::int64_t stamp = tenthsOf(logFileLines(kLog).back()) - offset * 10;
+	EXPECT_GE(stamp, before);
+	EXPECT_LE(stamp, after);
+}
+
+TEST_F(LogLine, HoldsTimeProcessThreadPlaceLetterAndText)
+{
+	velarixLog->info("CHeartReciver", 627, "%s", "some text");
+	EXPECT_THAT(line(), MatchesRegex(std::string("^") + kTime + "\\[" + std::to_string(::getpid()) +
+	                                 ":0\\]\\[CHeartReciver:627\\] <I> some text$"));
+}
+
+TEST_F(LogLine, NamesTheProcessThatWritesIt)
+{
+	inOwnProcess([] { velarixLog->info("Source", 1, "%s", std::to_string(::getpid()).c_str()); });
+	const std::string text = line();
+	const std::string writer = text.substr(text.rfind(' ') + 1);
+	EXPECT_THAT(text, HasSubstr(" [" + writer + ":0]"));
+	EXPECT_NE(writer, std::to_string(::getpid()));
+}
+
+TEST_F(LogLine, NamesTheThreadThatWritesIt)
+{
+	Poco::Thread thread;
+	thread.startFunc([] { velarixLog->info("Source", 1, "%s", "text"); });
+	thread.join();
+	ASSERT_GT(thread.id(), 0);
+	EXPECT_THAT(line(), HasSubstr(" [" + std::to_string(::getpid()) + ":" + std::to_string(thread.id()) +
+	                              "][Source:1] <I> text"));
+}
+
+TEST_F(LogLine, IsInLocalTimeAheadOfUniversalTime)
+{
+	inOwnProcess([] { expectLocalTime("XYZ-05:45", 20700); });
+}
+
+TEST_F(LogLine, IsInLocalTimeBehindUniversalTime)
+{
+	inOwnProcess([] { expectLocalTime("XYZ+09:30", -34200); });
+}
+
+TEST_F(LogLine, OfSeveralLinesOfTextKeepsThemTogether)
+{
+	velarixLog->info("Source", 1, "%s", "first\nsecond");
+	const std::vector<std::string> lines = logFileLines(kLog);
+	ASSERT_EQ(lines.size(), 2U);
+	EXPECT_THAT(lines[0], MatchesRegex(std::string(kTime) + ".*<I> first"));
+	EXPECT_EQ(lines[1], "second");
+}
+
+TEST_F(LogLine, IsWholeHoweverManyThreadsWrite)
+{
+	constexpr int kThreads = 8;
+	constexpr int kLines = 200;
+	consoleOf(
+	    []
+	    {
+		    std::vector<std::thread> threads;
+		    for (int i = 0; i < kThreads; ++i)
+		    {
+			    threads.emplace_back(
+			        []
+			        {
+				        for (int j = 0; j < kLines; ++j)
+				        {
+					        velarixLog->debug("Source", 1, "%s", "a line that must not be torn");
+				        }
+			        });
+		    }
+		    for (std::thread& thread : threads)
+		    {
+			    thread.join();
+		    }
+	    });
+	const std::vector<std::string> lines = logFileTexts(kLog);
+	EXPECT_EQ(lines.size(), std::size_t{kThreads * kLines});
+	EXPECT_THAT(lines, Each("[Source:1] <D> a line that must not be torn"));
+}
+
+} // namespace

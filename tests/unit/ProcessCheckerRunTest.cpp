@@ -1,0 +1,344 @@
+// The loop of the process checker. The check itself is scripted here, the locks
+// around it are recorded.
+
+#include "ProcessChecker.h"
+
+#include <algorithm>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <pthread.h>
+
+#include <Poco/AutoPtr.h>
+#include <Poco/Exception.h>
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Utill.h"
+#include "WorkerAccess.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+
+/// What the check answers, one after the other; the last for good.
+std::vector<std::function<bool()>> g_answers;
+std::size_t g_checks = 0;
+
+struct Locking
+{
+	std::string step; ///< "lock", "unlock" or one of the loop's own steps
+	const void* mutex;
+	bool operator==(const Locking&) const = default;
+};
+
+bool g_recordLocks = false;
+std::vector<Locking> g_locks;
+
+void recordStep(const std::string& step, const void* mutex)
+{
+	if (!g_recordLocks)
+	{
+		return;
+	}
+	// The recorder's and the log's own locks enclose nothing; they are dropped.
+	if (step == "unlock" && !g_locks.empty() && g_locks.back() == Locking{"lock", mutex})
+	{
+		g_locks.pop_back();
+		return;
+	}
+	g_locks.push_back({step, mutex});
+}
+
+} // namespace
+
+// Utill::isProcessRunning(OBSERVATION_MODE)
+extern "C" bool __wrap__ZN5Utill16isProcessRunningE16OBSERVATION_MODE(OBSERVATION_MODE mode);
+extern "C" bool __wrap__ZN5Utill16isProcessRunningE16OBSERVATION_MODE(OBSERVATION_MODE mode)
+{
+	events::add("check in mode " + std::to_string(mode));
+	recordStep("check", nullptr);
+	const std::size_t turn = std::min(g_checks++, g_answers.size() - 1);
+	return g_answers[turn]();
+}
+
+extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* pMutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* pMutex);
+extern "C" int __wrap_pthread_mutex_lock(pthread_mutex_t* pMutex)
+{
+	recordStep("lock", pMutex);
+	return __real_pthread_mutex_lock(pMutex);
+}
+
+extern "C" int __real_pthread_mutex_unlock(pthread_mutex_t* pMutex);
+extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex);
+extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex)
+{
+	recordStep("unlock", pMutex);
+	return __real_pthread_mutex_unlock(pMutex);
+}
+
+namespace
+{
+
+bool yes()
+{
+	return true;
+}
+
+bool no()
+{
+	return false;
+}
+
+class CheckerRun : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		g_answers = {&yes};
+		g_checks = 0;
+	}
+
+	void TearDown() override
+	{
+		g_recordLocks = false;
+		g_locks.clear();
+		DaemonTest::TearDown();
+	}
+
+	Poco::AutoPtr<ProcessChecker> make()
+	{
+		Poco::AutoPtr<ProcessChecker> pChecker(new ProcessChecker(&m_pHandles, &running, &mode, location));
+		events::clear();
+		return pChecker;
+	}
+
+	/// Runs the loop until its n-th sleep.
+	void runCycles(int n)
+	{
+		Poco::AutoPtr<ProcessChecker> pChecker = make();
+		events::endAtSleep(n);
+		EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	}
+
+	void set(const std::string& key, const std::string& value)
+	{
+		settings.set(key, value);
+		apply();
+	}
+
+	bool running = false;
+	MODE mode = MODE_SLAVE;
+	std::string location = "noName";
+
+private:
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+};
+
+TEST_F(CheckerRun, EachCycleChecksStoresLogsAndSleeps)
+{
+	g_answers = {&yes, &no};
+	std::vector<bool> flags;
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	events::onSleep(
+	    [&](long)
+	    {
+		    flags.push_back(running);
+		    if (flags.size() == 2)
+		    {
+			    throw events::EndOfScript{};
+		    }
+	    });
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_THAT(flags, ElementsAre(true, false));
+	EXPECT_THAT(events::all(),
+	            ElementsAre("check in mode 1", "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
+	                        "sleep 5000", "check in mode 1",
+	                        "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0", "sleep 5000"));
+}
+
+TEST_F(CheckerRun, TheResultIsNotEchoedOnTheConsole)
+{
+	testing::internal::CaptureStdout();
+	runCycles(1);
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(ProcessChecker:69)process list loaded[noName]\n");
+}
+
+TEST_F(CheckerRun, ACycleOfZeroChecksBackToBack)
+{
+	set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "0");
+	runCycles(2);
+	EXPECT_THAT(events::only({"check", "sleep "}),
+	            ElementsAre("check in mode 1", "sleep 0", "check in mode 1", "sleep 0"));
+}
+
+TEST_F(CheckerRun, TheCycleIsNotReadAgain)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "9");
+	events::endAtSleep(1);
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_THAT(events::only({"sleep "}), ElementsAre("sleep 5000"));
+}
+
+TEST_F(CheckerRun, TheCheckIsGivenTheObservationMode)
+{
+	set("PROCESS_CHECK.OBSERVATION_MODE", "3");
+	runCycles(1);
+	EXPECT_THAT(events::only({"check"}), ElementsAre("check in mode 2"));
+}
+
+TEST_F(CheckerRun, ARoleThatChangesShowsInTheNextLine)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	events::onSleep(
+	    [&](long)
+	    {
+		    if (mode == MODE_MASTER)
+		    {
+			    throw events::EndOfScript{};
+		    }
+		    mode = MODE_MASTER;
+	    });
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_THAT(events::only({"log "}), ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
+	                                                "log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 1"));
+}
+
+TEST_F(CheckerRun, TheLineIsLabelledWithTheLocationOfConstruction)
+{
+	location = "hall7";
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	location = "changed";
+	events::endAtSleep(1);
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_THAT(events::only({"log "}), ElementsAre("log D ProcessChecker:103 ProcessRuning[hall7][MODE:S]: 1"));
+}
+
+TEST_F(CheckerRun, TheRoleIsOnlyRead)
+{
+	mode = 3;
+	runCycles(2);
+	EXPECT_EQ(mode, 3);
+}
+
+TEST_F(CheckerRun, AnExceptionOfTheCheckKeepsTheFlagAndTheLoop)
+{
+	running = true;
+	g_answers = {[]() -> bool { throw Poco::FileException("proc", 3); }, &no};
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	std::vector<bool> flags;
+	events::onSleep(
+	    [&](long)
+	    {
+		    flags.push_back(running);
+		    if (flags.size() == 2)
+		    {
+			    throw events::EndOfScript{};
+		    }
+	    });
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_THAT(flags, ElementsAre(true, false));
+	EXPECT_THAT(events::all(), ElementsAre("check in mode 1", "log E ProcessChecker:107 File access error: proc",
+	                                       "sleep 5000", "check in mode 1",
+	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0", "sleep 5000"));
+}
+
+TEST_F(CheckerRun, AnExceptionOfAnotherKindIsAnUnknownErrorAndKeepsTheFlag)
+{
+	running = true;
+	g_answers = {[]() -> bool { throw std::runtime_error("other"); }, []() -> bool { throw 7; }, &yes};
+	runCycles(3);
+	EXPECT_TRUE(running);
+	EXPECT_THAT(events::all(), ElementsAre("check in mode 1", "log E ProcessChecker:111 UNKNOWN ERROR", "sleep 5000",
+	                                       "check in mode 1", "log E ProcessChecker:111 UNKNOWN ERROR", "sleep 5000",
+	                                       "check in mode 1",
+	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1", "sleep 5000"));
+}
+
+TEST_F(CheckerRun, AFailingCheckKeepsAFlagThatIsDown)
+{
+	g_answers = {[]() -> bool { throw Poco::FileException("proc"); }};
+	runCycles(1);
+	EXPECT_FALSE(running);
+}
+
+TEST_F(CheckerRun, AnErrorOfTheLogLineKeepsTheNewValue)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	onLogLine(
+	    [](const std::string& event)
+	    {
+		    if (event.find(":103 ") != std::string::npos)
+		    {
+			    throw std::runtime_error("channel");
+		    }
+	    });
+	events::endAtSleep(1);
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_TRUE(running);
+	EXPECT_THAT(events::all(),
+	            ElementsAre("check in mode 1", "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
+	                        "log E ProcessChecker:111 UNKNOWN ERROR", "sleep 5000"));
+}
+
+TEST_F(CheckerRun, AFullLogDiskIsShownOnTheConsoleAndKeepsTheNewValue)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	onLogLine([](const std::string&) { throw Poco::WriteFileException("disk full"); });
+	events::endAtSleep(1);
+	testing::internal::CaptureStdout();
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "Cannot write file: disk full\n");
+	EXPECT_TRUE(running);
+	EXPECT_THAT(events::all(), ElementsAre("check in mode 1",
+	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1", "sleep 5000"));
+}
+
+TEST_F(CheckerRun, TheLocksAreTakenAndGivenBackInTheSameOrderAndNotHeldWhileSleeping)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	events::onSleep(
+	    [](long)
+	    {
+		    recordStep("sleep", nullptr);
+		    throw events::EndOfScript{};
+	    });
+	g_recordLocks = true;
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	g_recordLocks = false;
+	ASSERT_EQ(g_locks.size(), 6U);
+	const void* pFirst = g_locks[0].mutex;
+	const void* pSecond = g_locks[1].mutex;
+	EXPECT_NE(pFirst, pSecond);
+	EXPECT_THAT(g_locks, ElementsAre(Locking{"lock", pFirst}, Locking{"lock", pSecond}, Locking{"check", nullptr},
+	                                 Locking{"unlock", pFirst}, Locking{"unlock", pSecond}, Locking{"sleep", nullptr}));
+}
+
+TEST_F(CheckerRun, ACheckThatThrowsGivesTheLocksBackToo)
+{
+	g_answers = {[]() -> bool { throw Poco::FileException("proc"); }};
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	events::onSleep(
+	    [](long)
+	    {
+		    recordStep("sleep", nullptr);
+		    throw events::EndOfScript{};
+	    });
+	g_recordLocks = true;
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	g_recordLocks = false;
+	ASSERT_EQ(g_locks.size(), 6U);
+	const void* pFirst = g_locks[0].mutex;
+	const void* pSecond = g_locks[1].mutex;
+	EXPECT_THAT(g_locks, ElementsAre(Locking{"lock", pFirst}, Locking{"lock", pSecond}, Locking{"check", nullptr},
+	                                 Locking{"unlock", pFirst}, Locking{"unlock", pSecond}, Locking{"sleep", nullptr}));
+}
+
+} // namespace

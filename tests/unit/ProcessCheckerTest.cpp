@@ -1,0 +1,207 @@
+// The process checker without its loop: construction, the related process and
+// the reference count. Its loop is in ProcessCheckerRunTest.cpp.
+
+#include "ProcessChecker.h"
+
+#include <ctime>
+
+#include <Poco/AutoPtr.h>
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "WorkerAccess.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class Checker : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+	}
+
+	/// A checker that tells when it is deleted.
+	class Observed : public ProcessChecker
+	{
+	public:
+		Observed(std::vector<Poco::ProcessHandle*>** ppHandles, bool* pRunning, MODE* pMode, std::string& location)
+		    : ProcessChecker(ppHandles, pRunning, pMode, location)
+		{
+		}
+		~Observed() override { events::add("checker deleted"); }
+	};
+
+	Poco::AutoPtr<ProcessChecker> make() { return new Observed(&m_pHandles, &running, &mode, location); }
+
+	bool running = false;
+	MODE mode = MODE_SLAVE;
+	std::string location = "noName";
+
+private:
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+};
+
+TEST_F(Checker, ConstructionLogsTheLocationAndNothingElse)
+{
+	location = "hall7";
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:69 process list loaded[hall7]"));
+}
+
+TEST_F(Checker, ConstructionReadsTheProgramsOnce)
+{
+	settings.programs({"/opt/app/one", "/opt/app/two"});
+	apply();
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	settings.programs({"/opt/app/other"});
+	apply();
+	EXPECT_THAT(WorkerAccess::processList(*pChecker), ElementsAre("/opt/app/one", "/opt/app/two"));
+}
+
+TEST_F(Checker, WithoutProgramsTheListIsEmpty)
+{
+	settings.set("PROCESS_CHECK.PROCESS_NUM", "0");
+	apply();
+	EXPECT_THAT(WorkerAccess::processList(*make()), IsEmpty());
+}
+
+TEST_F(Checker, ReadingTheProgramsAgainAppends)
+{
+	settings.programs({"/opt/app/one"});
+	apply();
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	settings.programs({"/opt/app/other"});
+	apply();
+	pChecker->getProcessList();
+	EXPECT_THAT(WorkerAccess::processList(*pChecker), ElementsAre("/opt/app/one", "/opt/app/other"));
+	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:69 process list loaded[noName]",
+	                                       "log D ProcessChecker:69 process list loaded[noName]"));
+}
+
+TEST_F(Checker, ConstructionLeavesFlagAndRoleAsTheyAre)
+{
+	running = true;
+	mode = MODE_MASTER;
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	EXPECT_TRUE(running);
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+TEST_F(Checker, TheCycleIsTheSettingInMilliseconds)
+{
+	EXPECT_EQ(WorkerAccess::checkingCycle(*make()), 5000);
+}
+
+TEST_F(Checker, TheObservationModeIsTheSettings)
+{
+	EXPECT_EQ(WorkerAccess::observationMode(*make()), OBSERVATION_MODE_1);
+	settings.set("PROCESS_CHECK.OBSERVATION_MODE", "7");
+	apply();
+	EXPECT_EQ(WorkerAccess::observationMode(*make()), OBSERVATION_MODE_2);
+}
+
+TEST_F(Checker, TheKillCommandEndsInTheRelatedProcess)
+{
+	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall").set("AGENT.RELATED_PROCESS", "agentd");
+	apply();
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	EXPECT_EQ(WorkerAccess::killCommand(*pChecker), "killall agentd");
+	EXPECT_EQ(WorkerAccess::relatedProcess(*pChecker), "agentd");
+}
+
+TEST_F(Checker, WithoutARelatedProcessTheKillCommandEndsInABlank)
+{
+	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall").set("AGENT.RELATED_PROCESS", "");
+	apply();
+	EXPECT_EQ(WorkerAccess::killCommand(*make()), "killall ");
+}
+
+TEST_F(Checker, TheStartTimeIsTheTimeOfConstruction)
+{
+	const std::time_t before = std::time(nullptr);
+	const std::string startTime = WorkerAccess::startTime(*make());
+	const std::time_t after = std::time(nullptr);
+	std::tm parts{};
+	ASSERT_NE(::strptime(startTime.c_str(), "%Y%m%d%H%M%S", &parts), nullptr) << startTime;
+	parts.tm_isdst = -1;
+	const std::time_t stamp = std::mktime(&parts);
+	EXPECT_EQ(startTime.size(), 14U);
+	EXPECT_GE(stamp, before);
+	EXPECT_LE(stamp, after);
+}
+
+TEST_F(Checker, TheRelatedProcessIsKilledByTheCommandWithItsName)
+{
+	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall -q").set("AGENT.RELATED_PROCESS", "agentd");
+	apply();
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	events::clear();
+	fakeoutside::commandPrints("killall -q agentd", "agentd: no process found\n");
+	pChecker->killRelatedProcess();
+	EXPECT_THAT(events::all(),
+	            ElementsAre("command killall -q agentd",
+	                        "log I Utill:573 command(killall -q agentd) : agentd: no process found\n\n"));
+}
+
+TEST_F(Checker, WithoutARelatedProcessNothingIsKilled)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	events::clear();
+	pChecker->killRelatedProcess();
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(Checker, TheKillCommandIsNotReadAgain)
+{
+	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall").set("AGENT.RELATED_PROCESS", "agentd");
+	apply();
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "other").set("AGENT.RELATED_PROCESS", "");
+	apply();
+	pChecker->killRelatedProcess();
+	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall agentd"));
+}
+
+TEST_F(Checker, TheReferenceCountBeginsAtOne)
+{
+	EXPECT_EQ(WorkerAccess::refCount(*make()), 1);
+}
+
+TEST_F(Checker, TheLastPointerDeletesTheChecker)
+{
+	Poco::AutoPtr<ProcessChecker> pFirst = make();
+	Poco::AutoPtr<ProcessChecker> pSecond = pFirst;
+	EXPECT_EQ(WorkerAccess::refCount(*pFirst), 2);
+	events::clear();
+	pFirst = nullptr;
+	EXPECT_EQ(WorkerAccess::refCount(*pSecond), 1);
+	EXPECT_THAT(events::all(), IsEmpty());
+	pSecond = nullptr;
+	EXPECT_THAT(events::all(), ElementsAre("checker deleted"));
+}
+
+TEST_F(Checker, TheDestructorLeavesTheFlagAlone)
+{
+	running = true;
+	make();
+	EXPECT_TRUE(running);
+}
+
+TEST_F(Checker, DuplicateAndReleaseCountOneByOne)
+{
+	Poco::AutoPtr<ProcessChecker> pChecker = make();
+	EXPECT_EQ(pChecker->duplicate(), pChecker.get());
+	pChecker->duplicate();
+	EXPECT_EQ(WorkerAccess::refCount(*pChecker), 3);
+	pChecker->release();
+	pChecker->release();
+	EXPECT_EQ(WorkerAccess::refCount(*pChecker), 1);
+}
+
+} // namespace

@@ -1,0 +1,101 @@
+// The configured programs and the names they are known by.
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Utill.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class ProcessList : public DaemonTest
+{
+};
+
+TEST_F(ProcessList, ThePathsComeInTheOrderOfTheirIndex)
+{
+	settings.programs({"/opt/app/one", "/opt/app/two -d", "three"});
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/one", "/opt/app/two -d", "three"));
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessList, TheIndexIsDecimalBeyondNine)
+{
+	settings.programs({"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"});
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), ElementsAre("a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"));
+}
+
+TEST_F(ProcessList, PathsBeyondTheConfiguredNumberAreNotRead)
+{
+	settings.programs({"/opt/app/one", "/opt/app/two"}).set("PROCESS_CHECK.PROCESS_NUM", "1");
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/one"));
+}
+
+TEST_F(ProcessList, ANumberOfZeroGivesAnEmptyList)
+{
+	settings.set("PROCESS_CHECK.PROCESS_NUM", "0");
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
+}
+
+TEST_F(ProcessList, ANegativeNumberGivesAnEmptyList)
+{
+	settings.set("PROCESS_CHECK.PROCESS_NUM", "-3");
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
+}
+
+TEST_F(ProcessList, TheSettingsAreAskedAnewAtEveryCall)
+{
+	settings.programs({"/opt/app/one"});
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/one"));
+	settings.programs({"/opt/app/other", "/opt/app/more"});
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/other", "/opt/app/more"));
+}
+
+TEST_F(ProcessList, AMissingNumberEndsTheDaemon)
+{
+	settings.remove("PROCESS_CHECK.PROCESS_NUM");
+	apply();
+	EXPECT_FATAL_AFTER(Utill::getProcessList(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.PROCESS_NUM", "0",
+	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
+}
+
+TEST_F(ProcessList, AMissingPathEndsTheDaemon)
+{
+	settings.programs({"/opt/app/one", "/opt/app/two"}).remove("PROCESS_CHECK.PROCESS_PATH2");
+	apply();
+	EXPECT_FATAL_AFTER(Utill::getProcessList(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH2", "0",
+	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
+}
+
+TEST_F(ProcessList, TheNameOfAnEmptyPathIsEmptyAndTheTokenizersErrorIsLogged)
+{
+	std::string path;
+	EXPECT_EQ(getProcessName(path), "");
+	EXPECT_THAT(events::all(), ElementsAre("log E Utill:178 Out of range"));
+}
+
+TEST_F(ProcessList, TakingANameLeavesThePathAsItWas)
+{
+	std::string path = "/opt/app/one";
+	EXPECT_EQ(getProcessName(path), "one");
+	EXPECT_EQ(path, "/opt/app/one");
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcessList, TheCheckByHandlesMustNotBeCalled)
+{
+	std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
+	EXPECT_FATAL(Utill::isProcessRunning(&pHandles), "1 == 0", "Utill", 254,
+	             "static bool Utill::isProcessRunning(std::vector<Poco::ProcessHandle*>**)");
+}
+
+} // namespace

@@ -1,0 +1,139 @@
+#include <Poco/AutoPtr.h>
+
+#include "CAgent.h"
+#include "CHeartReciver.h"
+#include "CHeartSender.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "OwnProcess.h"
+#include "QuorinINI.h"
+#include "Sandbox.h"
+#include "WaitingThread.h"
+#include "velarix/paths.h"
+
+namespace
+{
+
+constexpr char kVanishing[] = "/usr/velarix/bin/log/vanishing.txt";
+
+class RunInfoLocks : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+	}
+
+	Poco::AutoPtr<CHeartSender> sender() { return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location); }
+	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
+
+private:
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+	bool m_running = false;
+	MODE m_mode = MODE_SLAVE;
+	std::string m_location = "noName";
+};
+
+/// Leaves the editor's lock taken by the calling thread.
+void jamTheEditor()
+{
+	sandbox::writeFile(kVanishing, "[T]\nK = 1\n");
+	initialization editor;
+	editor.loadFile(kVanishing);
+	ASSERT_EQ(std::remove(kVanishing), 0);
+	ASSERT_FALSE(editor.changeINI("T.K", "2"));
+}
+
+// With one shared lock the sender's reader would wait behind the failed editor
+// and no further heartbeat would go out.
+TEST_F(RunInfoLocks, EachSourceFileHasItsOwnCopy)
+{
+	inOwnProcess(
+	    [this]
+	    {
+		    CAgent agent(MODE_SLAVE);
+		    auto pSender = sender();
+		    auto pReciver = reciver();
+		    jamTheEditor();
+
+		    const WaitingThread agentWriter([&agent] { agent.saveStartedTime(); });
+		    EXPECT_TRUE(agentWriter.waits());
+
+		    std::string time;
+		    const WaitingThread senderReader([&] { time = pSender->getProcessStartedTime(); });
+		    ASSERT_TRUE(senderReader.returns());
+		    EXPECT_EQ(time, "20240131235959");
+
+		    std::string partnerTime = "20240131235958";
+		    bool faster = true;
+		    const WaitingThread reciverReader([&] { faster = pReciver->isStartedProcessFaster(partnerTime); });
+		    ASSERT_TRUE(reciverReader.returns());
+		    EXPECT_FALSE(faster);
+		    EXPECT_FALSE(agentWriter.isDone());
+	    });
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
+}
+
+// Each writer holds its own file's copy while it waits in the editor, so a second
+// call of the same class stops before it, a reader of that class too.
+TEST_F(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
+{
+	inOwnProcess(
+	    [this]
+	    {
+		    auto pSender = sender();
+		    auto pReciver = reciver();
+		    jamTheEditor();
+
+		    const WaitingThread reciverWriter([&] { pReciver->saveStartedTime(); });
+		    EXPECT_TRUE(reciverWriter.waits());
+		    std::string partnerTime = "20240131235958";
+		    const WaitingThread reciverReader([&] { pReciver->isStartedProcessFaster(partnerTime); });
+		    EXPECT_TRUE(reciverReader.waits());
+		    EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959");
+
+		    const WaitingThread senderWriter([&] { pSender->saveStartedTime(); });
+		    EXPECT_TRUE(senderWriter.waits());
+		    const WaitingThread senderReader([&] { pSender->getProcessStartedTime(); });
+		    EXPECT_TRUE(senderReader.waits());
+		    EXPECT_FALSE(reciverWriter.isDone());
+		    EXPECT_FALSE(reciverReader.isDone());
+	    });
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
+}
+
+// This file has its copies as well: taking them stops nobody.
+TEST_F(RunInfoLocks, ALockTakenInAnotherSourceFileStopsNobody)
+{
+	inOwnProcess(
+	    [this]
+	    {
+		    CAgent agent(MODE_SLAVE);
+		    auto pSender = sender();
+		    auto pReciver = reciver();
+		    const Poco::Mutex::ScopedLock lock(g_runTimeRecodeMutex);
+		    const WaitingThread everybody(
+		        [&]
+		        {
+			        agent.saveStartedTime();
+			        pSender->saveStartedTime();
+			        pReciver->saveStartedTime();
+			        pSender->getProcessStartedTime();
+		        });
+		    EXPECT_TRUE(everybody.returns());
+	    });
+}
+
+// A lock that is already held by its own thread can be taken again.
+TEST_F(RunInfoLocks, TheFourLocksAreRecursive)
+{
+	for (Poco::Mutex* pMutex : {&g_handlerMutex, &g_pIDMutex, &g_modeMutex, &g_runTimeRecodeMutex})
+	{
+		const Poco::Mutex::ScopedLock outer(*pMutex);
+		EXPECT_TRUE(pMutex->tryLock());
+		pMutex->unlock();
+	}
+}
+
+} // namespace

@@ -1,0 +1,217 @@
+// The run script that the agent writes at its construction.
+
+#include <functional>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <Poco/File.h>
+
+#include "CAgent.h"
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "Sandbox.h"
+#include "velarix/paths.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// Called after the library has created a file, when set.
+std::function<void()> g_afterCreation;
+
+} // namespace
+
+// Poco::File::createFile()
+extern "C" bool __real__ZN4Poco4File10createFileEv(Poco::File* pFile);
+extern "C" bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile);
+extern "C" bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile)
+{
+	const bool created = __real__ZN4Poco4File10createFileEv(pFile);
+	if (g_afterCreation)
+	{
+		g_afterCreation();
+	}
+	return created;
+}
+
+namespace
+{
+
+class RunScript : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fakeoutside::reset();
+		removeScript();
+	}
+
+	void TearDown() override
+	{
+		g_afterCreation = nullptr;
+		removeScript();
+		DaemonTest::TearDown();
+	}
+
+	static void removeScript()
+	{
+		::unlink(velarix::kRunScriptPath);
+		::rmdir(velarix::kRunScriptPath);
+	}
+
+	/// @return the script that an agent for these programs writes
+	std::string scriptFor(const std::vector<std::string>& paths)
+	{
+		settings.programs(paths);
+		apply();
+		const CAgent agent(MODE_SLAVE);
+		return sandbox::readFile(velarix::kRunScriptPath);
+	}
+
+	/// @return the permission bits of the script
+	static mode_t permissions()
+	{
+		struct stat status
+		{
+		};
+		EXPECT_EQ(::stat(velarix::kRunScriptPath, &status), 0);
+		return status.st_mode & 07777U;
+	}
+};
+
+TEST_F(RunScript, EachProgramGivesADirectoryLineAndAStartLine)
+{
+	EXPECT_EQ(scriptFor({"/opt/app/bin/server -d", "/srv/worker"}), "cd /opt/app/bin/\n"
+	                                                                "/opt/app/bin/server -d &\n"
+	                                                                "cd /srv/\n"
+	                                                                "/srv/worker &\n");
+}
+
+TEST_F(RunScript, TwoProgramsOfOneDirectoryGiveTwoIdenticalDirectoryLines)
+{
+	EXPECT_EQ(scriptFor({"/opt/app/bin/server", "/opt/app/bin/worker"}), "cd /opt/app/bin/\n"
+	                                                                     "/opt/app/bin/server &\n"
+	                                                                     "cd /opt/app/bin/\n"
+	                                                                     "/opt/app/bin/worker &\n");
+}
+
+TEST_F(RunScript, AProgramWithoutDirectoryGivesABareChangeOfDirectory)
+{
+	EXPECT_EQ(scriptFor({"worker"}), "cd \nworker &\n");
+}
+
+TEST_F(RunScript, AnArgumentWithASlashMovesTheCut)
+{
+	EXPECT_EQ(scriptFor({"/opt/app/server -c /etc/app.conf"}), "cd /opt/app/server -c /etc/\n"
+	                                                           "/opt/app/server -c /etc/app.conf &\n");
+}
+
+TEST_F(RunScript, WithoutProgramsTheFileIsThereAndEmpty)
+{
+	EXPECT_EQ(scriptFor({}), "");
+	EXPECT_EQ(::access(velarix::kRunScriptPath, F_OK), 0);
+}
+
+TEST_F(RunScript, ElevenProgramsComeInTheOrderOfTheirIndex)
+{
+	EXPECT_EQ(scriptFor({"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"}),
+	          "cd \na &\ncd \nb &\ncd \nc &\ncd \nd &\ncd \ne &\ncd \nf &\ncd \ng &\ncd \nh &\ncd \ni &\ncd \nj &\n"
+	          "cd \nk &\n");
+}
+
+TEST_F(RunScript, AnExistingScriptIsReplacedAndNeverAppendedTo)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "rm -rf /opt/app\nand a good deal more than the new script needs\n");
+	EXPECT_EQ(scriptFor({"/opt/app/server"}), "cd /opt/app/\n/opt/app/server &\n");
+	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
+}
+
+TEST_F(RunScript, AnExistingScriptIsReplacedByAnEmptyOneToo)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
+	EXPECT_EQ(scriptFor({}), "");
+}
+
+TEST_F(RunScript, TheScriptIsANewFileAndNotTheOldOneRewritten)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
+	const std::string other = "/usr/velarix/bin/ini/otherName";
+	ASSERT_EQ(::link(velarix::kRunScriptPath, other.c_str()), 0);
+	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
+	EXPECT_EQ(sandbox::readFile(other), "old\n");
+	::unlink(other.c_str());
+}
+
+TEST_F(RunScript, WhateverTheNewFileHoldsMeanwhileIsDropped)
+{
+	g_afterCreation = [] { sandbox::writeFile(velarix::kRunScriptPath, "somebody else's line\n"); };
+	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
+}
+
+TEST_F(RunScript, TheFileIsCreatedWithTheDefaultPermissions)
+{
+	const mode_t before = ::umask(0);
+	scriptFor({"/srv/worker"});
+	EXPECT_EQ(permissions(), 0666U);
+	::umask(077);
+	scriptFor({"/srv/worker"});
+	EXPECT_EQ(permissions(), 0600U);
+	::umask(before);
+}
+
+TEST_F(RunScript, AnExecutableScriptIsReplacedByOneThatIsNot)
+{
+	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
+	ASSERT_EQ(::chmod(velarix::kRunScriptPath, 0755), 0);
+	const mode_t before = ::umask(022);
+	scriptFor({"/srv/worker"});
+	::umask(before);
+	EXPECT_EQ(permissions(), 0644U);
+}
+
+TEST_F(RunScript, AnEmptyDirectoryInItsPlaceIsReplaced)
+{
+	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
+	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
+}
+
+TEST_F(RunScript, ALinkInItsPlaceIsReplacedAndItsTargetKept)
+{
+	const std::string target = "/usr/velarix/bin/ini/target";
+	sandbox::writeFile(target, "kept\n");
+	ASSERT_EQ(::symlink(target.c_str(), velarix::kRunScriptPath), 0);
+	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
+	EXPECT_EQ(sandbox::readFile(target), "kept\n");
+	::unlink(target.c_str());
+}
+
+TEST_F(RunScript, TheScriptIsThereBeforeTheVirtualIPIsStopped)
+{
+	settings.programs({"/srv/worker"});
+	apply();
+	std::string script = "not there";
+	fakeoutside::onAction(
+	    [&](const std::string& event)
+	    {
+		    if (event == "command vip-stop")
+		    {
+			    script = sandbox::readFile(velarix::kRunScriptPath);
+		    }
+	    });
+	const CAgent agent(MODE_SLAVE);
+	EXPECT_EQ(script, "cd /srv/\n/srv/worker &\n");
+}
+
+TEST_F(RunScript, WritingLogsNothingAndRunsNothing)
+{
+	CAgent agent(MODE_SLAVE);
+	events::clear();
+	agent.makeProcessRunShellScript();
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+} // namespace

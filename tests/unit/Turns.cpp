@@ -1,0 +1,80 @@
+#include "Turns.h"
+
+#include "Events.h"
+
+namespace
+{
+
+thread_local TurnTaker* g_pCurrent = nullptr;
+
+} // namespace
+
+TurnTaker::TurnTaker(std::function<void()> body) : m_body(std::move(body)), m_thread([this] { runBody(); })
+{
+}
+
+TurnTaker::~TurnTaker()
+{
+	{
+		std::unique_lock lock(m_mutex);
+		m_stopping = true;
+		giveTurn(lock, Owner::body);
+	}
+	m_thread.join();
+}
+
+void TurnTaker::takeTurn()
+{
+	std::unique_lock lock(m_mutex);
+	giveTurn(lock, Owner::body);
+	awaitTurn(lock, Owner::caller);
+}
+
+void TurnTaker::pause()
+{
+	TurnTaker& self = *current();
+	std::unique_lock lock(self.m_mutex);
+	self.giveTurn(lock, Owner::caller);
+	self.awaitTurn(lock, Owner::body);
+	if (self.m_stopping)
+	{
+		throw events::EndOfScript{};
+	}
+}
+
+TurnTaker* TurnTaker::current()
+{
+	return g_pCurrent;
+}
+
+void TurnTaker::runBody()
+{
+	g_pCurrent = this;
+	std::unique_lock lock(m_mutex);
+	awaitTurn(lock, Owner::body);
+	if (!m_stopping)
+	{
+		lock.unlock();
+		try
+		{
+			m_body();
+		}
+		catch (const events::EndOfScript&)
+		{
+			// Ended on purpose.
+		}
+		lock.lock();
+	}
+	giveTurn(lock, Owner::caller);
+}
+
+void TurnTaker::giveTurn(std::unique_lock<std::mutex>& /*lock*/, Owner to)
+{
+	m_owner = to;
+	m_changed.notify_all();
+}
+
+void TurnTaker::awaitTurn(std::unique_lock<std::mutex>& lock, Owner whose)
+{
+	m_changed.wait(lock, [&] { return m_owner == whose; });
+}
