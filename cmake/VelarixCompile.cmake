@@ -1,8 +1,6 @@
 # Compile settings shared by every target of this tree: warnings are errors,
 # the sanitizers and the coverage counters are chosen by preset.
 
-include(CheckCXXCompilerFlag)
-
 add_library(velarix_compile INTERFACE)
 target_compile_options(velarix_compile INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion

@@ -7,7 +7,8 @@
 ///
 /// The role, the running flag and the list of handles are plain values that the
 /// worker threads read and write through their addresses; the receiver alone
-/// writes the role, the checker the flag. The list stays null: the run-script
+/// writes the role, the checker the flag (besides it only processStart and the
+/// workers' startProcess, which no loop calls). The list stays null: the run-script
 /// launcher yields no handles.
 #pragma once
 

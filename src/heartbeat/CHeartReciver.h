@@ -140,16 +140,16 @@ private:
 	void becomeMasterOnAsk();
 	void askPartner();
 
-	// The agent's, shared with the other workers.
+	// The three pointers lead to the agent's values, shared with the other
+	// workers; the settings and the label are constant after construction; the
+	// rest is this thread's own.
 	MODE* m_pMode;
-	int m_ignoreTime = 0; ///< seconds
-	std::vector<Poco::ProcessHandle*>** m_ppProcessHandles;
+	int m_ignoreTime = 0;                                   ///< seconds
+	std::vector<Poco::ProcessHandle*>** m_ppProcessHandles; ///< kept, not used
 	bool* m_pProcessRunning;
-
-	// This thread's own.
 	std::string m_processLocation;
 	std::time_t m_lastReceivedTime = 0;
-	bool m_connectionDone = true;
+	bool m_connectionDone = true; ///< set when a connection ends; nothing reads it
 	int m_refCount = 1;
 	std::int32_t m_myStatus = 1;        ///< 1 OK, 0 NOT OK
 	std::int32_t m_specialAskCount = 0; ///< heartbeats counted while an ask is pending

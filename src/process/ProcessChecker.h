@@ -59,9 +59,9 @@ private:
 	std::string m_processLocation;
 	std::string m_relatedProcess;
 	std::string m_killCommand;
-	std::vector<std::string> m_processList;
-	std::string m_startTime;
-	int m_nCheckingCycle = 0; ///< milliseconds
+	std::vector<std::string> m_processList; ///< kept; each check asks the settings anew
+	std::string m_startTime;                ///< time of construction, 14 digits; nothing reads it
+	int m_nCheckingCycle = 0;               ///< milliseconds
 	OBSERVATION_MODE m_observationMode = OBSERVATION_MODE_2;
 
 	int m_refCount = 1;
