@@ -277,7 +277,7 @@ private:
 	/// @return the place below it
 	double drawLegend(double y)
 	{
-		double x = left;
+		double x = 20;
 		for (const Colour& colour : colours)
 		{
 			m_out << "<rect x=\"" << x << "\" y=\"" << y - 10 << "\" width=\"14\" height=\"12\" fill=\"" << colour.fill

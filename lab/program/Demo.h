@@ -13,8 +13,8 @@ struct DemoOptions
 {
 	std::filesystem::path installRoot{};
 	PairTimes times{};
-	std::string svgFile{};  ///< empty: none
-	std::string jsonFile{}; ///< empty: none
+	std::string svgFile = "velarix-demo.svg"; ///< empty: none
+	std::string jsonFile{};                   ///< empty: none
 };
 
 /// Runs all phases on a lab of its own and prints what happens, a table of the

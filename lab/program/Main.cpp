@@ -114,7 +114,8 @@ void addDemo(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* demo = app.add_subcommand("demo", "Show what the pair does: election, take-over, return, hand-over");
 	addLabOptions(*demo, arguments);
-	demo->add_option("--svg", arguments.demo.svgFile, "Write the timeline as a picture to this file");
+	demo->add_option("--svg", arguments.demo.svgFile, "Write the timeline as a picture to this file")
+	    ->capture_default_str();
 	demo->add_option("--json", arguments.demo.jsonFile, "Write phases and timeline to this file");
 	demo->callback([&] { status = runDemoCommand(arguments); });
 }

@@ -92,11 +92,14 @@ TEST_F(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
 	    {
 		    auto pSender = sender();
 		    auto pReciver = reciver();
+		    // The threads wait until the process ends, so what they use is never destroyed.
+		    pSender.duplicate();
+		    pReciver.duplicate();
+		    static std::string partnerTime = "20240131235958";
 		    jamTheEditor();
 
 		    const WaitingThread reciverWriter([&] { pReciver->saveStartedTime(); });
 		    EXPECT_TRUE(reciverWriter.waits());
-		    std::string partnerTime = "20240131235958";
 		    const WaitingThread reciverReader([&] { pReciver->isStartedProcessFaster(partnerTime); });
 		    EXPECT_TRUE(reciverReader.waits());
 		    EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959");
