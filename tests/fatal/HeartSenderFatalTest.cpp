@@ -74,6 +74,14 @@ TEST_F(SenderFatal, AMissingPartnerPortEndsTheDaemon)
 	                   "Configuraion", 83, kGetInt);
 }
 
+TEST_F(SenderFatal, OfTheMissingAddressAndPortTheAddressIsTold)
+{
+	settings.remove("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT");
+	removeSetting("AGENT.PARTNER_IP");
+	EXPECT_FATAL_AFTER(runTelling(), "**ERROR**(Configuraion:65)Not found: AGENT.PARTNER_IP", "0", "Configuraion", 66,
+	                   kGetString);
+}
+
 TEST_F(SenderFatal, AMissingIntervalEndsTheDaemonBeforeTheFirstHeartbeat)
 {
 	removeSetting("AGENT.HEART_BEAT_INTERVAL");

@@ -38,6 +38,7 @@ struct Script
 
 std::recursive_mutex g_mutex;
 Script g_script;
+int g_openPipes = 0;
 
 void record(const std::string& event)
 {
@@ -71,6 +72,7 @@ void reset()
 {
 	const std::lock_guard lock(g_mutex);
 	g_script = Script();
+	g_openPipes = 0;
 }
 
 void commandPrints(const std::string& command, const std::string& output)
@@ -127,6 +129,12 @@ void onAction(std::function<void(const std::string&)> handler)
 	g_script.onAction = std::move(handler);
 }
 
+int openPipes()
+{
+	const std::lock_guard lock(g_mutex);
+	return g_openPipes;
+}
+
 } // namespace fakeoutside
 
 namespace outside
@@ -141,11 +149,14 @@ std::FILE* openPipe(const std::string& command)
 		return nullptr;
 	}
 	const auto it = g_script.outputs.find(command);
+	++g_openPipes;
 	return streamOf(it == g_script.outputs.end() ? "" : it->second.next());
 }
 
 int closePipe(std::FILE* pipe)
 {
+	const std::lock_guard lock(g_mutex);
+	--g_openPipes;
 	return std::fclose(pipe);
 }
 

@@ -32,5 +32,7 @@ void launchThrows(const std::string& path, std::function<void()> thrower);
 /// Called after every recorded action with the event's text; it may change the
 /// world (a carrier, a role) or throw events::EndOfScript.
 void onAction(std::function<void(const std::string&)> handler);
+/// Commands whose output is still open: each waits for its end when it is closed.
+int openPipes();
 
 } // namespace fakeoutside

@@ -56,6 +56,34 @@ void ReceiverTest::recordStateAtActions()
 	    });
 }
 
+std::vector<std::string> ReceiverTest::stateChanges(const std::function<void()>& call)
+{
+	const auto state = [this]
+	{
+		return "role " + std::to_string(velarix::loadShared(mode)) + " status " + std::to_string(status()) + " ask " +
+		       std::to_string(velarix::loadShared(g_specialAsking)) + " count " + std::to_string(count());
+	};
+	std::vector<std::string> changes;
+	std::string last = state();
+	const auto look = [&](const std::string& event)
+	{
+		if (const std::string now = state(); now != last)
+		{
+			changes.push_back(now + " at " + event);
+			last = now;
+		}
+	};
+	onLogLine(look);
+	fakeoutside::onAction(look);
+	events::onSleep([&look](long milliseconds) { look("sleep " + std::to_string(milliseconds)); });
+	call();
+	look("the end");
+	onLogLine(nullptr);
+	fakeoutside::onAction(nullptr);
+	events::onSleep(nullptr);
+	return changes;
+}
+
 namespace steps
 {
 

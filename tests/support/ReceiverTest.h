@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -30,6 +31,10 @@ protected:
 	void hear(const std::string& partnerRole, const std::string& ask);
 	/// From now on "role R ask A" is recorded after every outward action.
 	void recordStateAtActions();
+	/// Runs `call` and looks at the state at each log line, action and wait, and in the
+	/// end. @return every change as "role R status S ask A count C at EVENT", EVENT being
+	///         the first one that saw it; in the end it is "the end"
+	std::vector<std::string> stateChanges(const std::function<void()>& call);
 
 	std::int32_t& status() { return WorkerAccess::myStatus(*receiver); }
 	std::int32_t& count() { return WorkerAccess::specialAskCount(*receiver); }

@@ -133,7 +133,7 @@ TEST_F(HAmain, TheParentSaysGoodbyeAndEndsWithStatusZero)
 	EXPECT_EXIT(
 	    {
 		    sendOutputToError();
-		    runMain(4711);
+		    runMain(1);
 	    },
 	    ExitedWithCode(0), Eq("Good Bye!!! [fork parent]\r\n"));
 }

@@ -117,6 +117,17 @@ TEST_F(ReceiverConnection, AParsedMessageSetsTheTimeOfTheLastHeartbeat)
 	EXPECT_GE(WorkerAccess::lastReceivedTime(*receiver), before);
 }
 
+TEST_F(ReceiverConnection, TheTimeOfAHeartbeatIsNotedBeforeTheNextIsAwaited)
+{
+	std::vector<std::time_t> noted;
+	atPass(1, [this] { WorkerAccess::lastReceivedTime(*receiver) = 0; });
+	atListen(1, [this] { partnerSends("garbage"); });
+	socketcalls::before("receive", [this, &noted] { noted.push_back(WorkerAccess::lastReceivedTime(*receiver)); });
+	const std::time_t before = std::time(nullptr);
+	passes(1);
+	EXPECT_THAT(noted, ElementsAre(0, testing::Ge(before)));
+}
+
 TEST_F(ReceiverConnection, ASecondPartnerThatWaitsIsCutOffWithTheSocket)
 {
 	atListen(1,

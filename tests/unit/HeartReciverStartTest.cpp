@@ -71,6 +71,21 @@ TEST_F(ReceiverStart, TheFlagIsSetOnlyAfterTheProgramsHaveBeenStarted)
 	EXPECT_THAT(flags, ElementsAre(false, false, false, false));
 }
 
+TEST_F(ReceiverStart, TheFlagIsSetBeforeTheTimeIsRecorded)
+{
+	std::vector<bool> flags;
+	onLogLine(
+	    [&](const std::string& line)
+	    {
+		    if (line.find("run info file changed") != std::string::npos)
+		    {
+			    flags.push_back(velarix::loadShared(running));
+		    }
+	    });
+	receiver->startProcess();
+	EXPECT_THAT(flags, ElementsAre(true));
+}
+
 TEST_F(ReceiverStart, AnExceptionWhileRecordingIsLoggedAndTheStartCounts)
 {
 	onLogLine(
@@ -221,6 +236,7 @@ TEST_F(ReceiverStart, TheIgnoreTimeIsReadAtConstruction)
 TEST_F(ReceiverStart, ANewReceiverHasOneReferenceAndWaitsForNoConnection)
 {
 	EXPECT_EQ(WorkerAccess::refCount(*receiver), 1);
+	EXPECT_EQ(WorkerAccess::lastReceivedTime(*receiver), 0);
 	EXPECT_TRUE(WorkerAccess::connectionDone(*receiver));
 	EXPECT_THAT(events::all(), ElementsAre());
 }

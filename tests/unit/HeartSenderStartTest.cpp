@@ -96,6 +96,21 @@ TEST_F(SenderStart, TheFlagIsSetOnlyAfterTheProgramsHaveBeenStarted)
 	EXPECT_THAT(flags, ElementsAre(false, false, false, false));
 }
 
+TEST_F(SenderStart, TheFlagIsSetBeforeTheTimeIsRecorded)
+{
+	std::vector<bool> flags;
+	onLogLine(
+	    [&](const std::string& line)
+	    {
+		    if (line.find("run info file changed") != std::string::npos)
+		    {
+			    flags.push_back(velarix::loadShared(running));
+		    }
+	    });
+	sender->startProcess();
+	EXPECT_THAT(flags, ElementsAre(true));
+}
+
 TEST_F(SenderStart, RunningProgramsAreNotStartedAgainAndTheDaemonGoesOn)
 {
 	running = true;

@@ -1,8 +1,10 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdio>
 #include <functional>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -12,6 +14,7 @@
 #include "OwnProcess.h"
 #include "QuorinINI.h"
 #include "Sandbox.h"
+#include "WaitingThread.h"
 
 using testing::IsEmpty;
 
@@ -23,6 +26,8 @@ constexpr char kOther[] = "/usr/velarix/bin/log/other.txt";
 
 /// Called once, when the emptied file is about to be written.
 std::function<void()> g_beforeTheWrite;
+/// Called before each closing of a file.
+std::function<void()> g_beforeAClose;
 
 class IniEditor : public DaemonTest
 {
@@ -72,6 +77,17 @@ extern "C" std::size_t __wrap_fwrite(const void* data, std::size_t size, std::si
 		call();
 	}
 	return __real_fwrite(data, size, count, pFile);
+}
+
+extern "C" int __real_fclose(std::FILE* pFile);
+extern "C" int __wrap_fclose(std::FILE* pFile);
+extern "C" int __wrap_fclose(std::FILE* pFile)
+{
+	if (g_beforeAClose)
+	{
+		g_beforeAClose();
+	}
+	return __real_fclose(pFile);
 }
 
 namespace
@@ -304,6 +320,27 @@ TEST_F(IniEditor, AReaderInTheMiddleOfARewriteSeesAnEmptyFile)
 	EXPECT_TRUE(change("T.K", "2"));
 	EXPECT_EQ(seen, "");
 	EXPECT_EQ(valueOf("T.K"), "2");
+}
+
+// A second writer that began before the close could read a half of the file.
+TEST_F(IniEditor, TheRewrittenFileIsClosedBeforeAnotherWriterMayBegin)
+{
+	std::atomic<int> closes = 0;
+	std::optional<WaitingThread> other;
+	g_beforeAClose = [&closes, &other]
+	{
+		if (++closes == 2)
+		{
+			other.emplace([] { change("T.K", "3"); });
+			EXPECT_TRUE(other->waits());
+		}
+	};
+	EXPECT_TRUE(change("T.K", "2"));
+	ASSERT_TRUE(other.has_value());
+	EXPECT_TRUE(other->returns());
+	g_beforeAClose = nullptr;
+	EXPECT_EQ(closes, 4);
+	EXPECT_EQ(valueOf("T.K"), "3");
 }
 
 // Without the editor's lock one writer would put back the other's old value.

@@ -62,6 +62,14 @@ TEST_F(ShellRunner, TheCommandIsLoggedWithItsDoubledOutput)
 	EXPECT_THAT(events::all(), ElementsAre("command show", "log I Utill:573 command(show) : first\n\nsecond\n\n"));
 }
 
+TEST_F(ShellRunner, TheCommandHasEndedWhenItIsLogged)
+{
+	int open = -1;
+	onLogLine([&open](const std::string&) { open = fakeoutside::openPipes(); });
+	outputOf("first\n");
+	EXPECT_EQ(open, 0);
+}
+
 TEST_F(ShellRunner, ACommandThatPrintsNothingGivesTheEmptyTextAndAnEmptyOutputInTheLog)
 {
 	EXPECT_EQ(outputOf(""), "");

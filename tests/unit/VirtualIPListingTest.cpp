@@ -19,11 +19,16 @@ protected:
 		fakeoutside::reset();
 	}
 
-	/// @return the answer, after the log line of that answer was checked
+	/// @return the answer, after the log line of that answer was checked, which comes
+	///         before the listing is closed
 	static bool isListedIn(const std::string& listing)
 	{
+		int openAtTheLine = -1;
+		onLogLine([&openAtTheLine](const std::string&) { openAtTheLine = fakeoutside::openPipes(); });
 		fakeoutside::commandPrints("ifconfig", listing);
 		const bool listed = isMyVirtualIPWorking();
+		EXPECT_EQ(openAtTheLine, 1);
+		EXPECT_EQ(fakeoutside::openPipes(), 0);
 		EXPECT_THAT(events::all(), ElementsAre("command ifconfig", listed ? "log D Utill:668 myVirtualIP working"
 		                                                                  : "log D Utill:680 myVirtualIP not working"));
 		return listed;

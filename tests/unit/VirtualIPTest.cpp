@@ -99,6 +99,26 @@ TEST_F(VirtualIP, TheConsoleCountsFromFourToZeroBeforeTheStart)
 	                                                  "**DEBUG**(Utill:496)ping: 10\n");
 }
 
+TEST_F(VirtualIP, EachNumberOfTheCountdownIsShownBeforeItsSecond)
+{
+	std::string shown;
+	testing::internal::CaptureStdout();
+	events::onSleep(
+	    [&shown](long)
+	    {
+		    shown += testing::internal::GetCapturedStdout() + "|";
+		    testing::internal::CaptureStdout();
+	    });
+	EXPECT_TRUE(start());
+	testing::internal::GetCapturedStdout();
+	EXPECT_EQ(shown, "**DEBUG**(Utill:680)myVirtualIP not working\n"
+	                 "virtual ip starting..: 4\n|"
+	                 "virtual ip starting..: 3\n|"
+	                 "virtual ip starting..: 2\n|"
+	                 "virtual ip starting..: 1\n|"
+	                 "virtual ip starting..: 0\n|");
+}
+
 TEST_F(VirtualIP, AStartCommandThatPrintsIsRepeatedUntilTheAddressIsListed)
 {
 	fakeoutside::commandPrints("vip-start", "eth0 is up\n");
