@@ -1,0 +1,52 @@
+"""Pages with figures that a script renews, and lists of explained exceptions."""
+
+import os
+
+BEGIN = "<!-- figures: begin -->\n"
+END = "<!-- figures: end -->\n"
+
+
+class PageError(Exception):
+    """A page or a list that cannot be used, with the reason in plain words."""
+
+
+def put_figures(path, text):
+    """Replaces what stands between the two marks of the page."""
+    with open(path, encoding="utf-8") as handle:
+        page = handle.read()
+    if BEGIN not in page or END not in page:
+        raise PageError(f"{path} has no marks for the figures ({BEGIN.strip()} ... {END.strip()})")
+    head, rest = page.split(BEGIN, 1)
+    tail = rest.split(END, 1)[1]
+    with open(path, "w", encoding="utf-8") as handle:
+        handle.write(head + BEGIN + "\n" + text + "\n" + END + tail)
+
+
+def read_entries(path, names):
+    """Reads blocks of "name: value" lines, parted by blank lines; "#" begins a comment.
+
+    Every entry has exactly the given names; "reason" may go over several lines.
+    """
+    entries = []
+    fields = {}
+    if not os.path.exists(path):
+        return entries
+    with open(path, encoding="utf-8") as handle:
+        for number, line in enumerate([*handle, "\n"], start=1):
+            line = line.rstrip("\n")
+            if line.startswith("#"):
+                continue
+            if not line.strip():
+                if fields and set(fields) != set(names):
+                    raise PageError(f"{path}:{number}: an entry has {', '.join(names)}; this one has {', '.join(fields)}")
+                if fields:
+                    entries.append(fields)
+                fields = {}
+            elif line.startswith(" ") and "reason" in fields:
+                fields["reason"] += " " + line.strip()
+            else:
+                name, _, value = line.partition(": ")
+                if name not in names or name in fields:
+                    raise PageError(f"{path}:{number}: \"{name}\" has no place here")
+                fields[name] = value.strip()
+    return entries
