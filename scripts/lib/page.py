@@ -1,23 +1,24 @@
 """Pages with figures that a script renews, and lists of explained exceptions."""
 
-import os
+from common import Unusable
 
 BEGIN = "<!-- figures: begin -->\n"
 END = "<!-- figures: end -->\n"
 
 
-class PageError(Exception):
-    """A page or a list that cannot be used, with the reason in plain words."""
+def parts_of(path):
+    """What stands before and behind the figures of a page."""
+    with open(path, encoding="utf-8") as handle:
+        whole = handle.read()
+    if BEGIN not in whole or END not in whole:
+        raise Unusable(f"{path} has no marks for the figures ({BEGIN.strip()} ... {END.strip()})")
+    head, rest = whole.split(BEGIN, 1)
+    return head, rest.split(END, 1)[1]
 
 
 def put_figures(path, text):
     """Replaces what stands between the two marks of the page."""
-    with open(path, encoding="utf-8") as handle:
-        page = handle.read()
-    if BEGIN not in page or END not in page:
-        raise PageError(f"{path} has no marks for the figures ({BEGIN.strip()} ... {END.strip()})")
-    head, rest = page.split(BEGIN, 1)
-    tail = rest.split(END, 1)[1]
+    head, tail = parts_of(path)
     with open(path, "w", encoding="utf-8") as handle:
         handle.write(head + BEGIN + "\n" + text + "\n" + END + tail)
 
@@ -29,8 +30,6 @@ def read_entries(path, names):
     """
     entries = []
     fields = {}
-    if not os.path.exists(path):
-        return entries
     with open(path, encoding="utf-8") as handle:
         for number, line in enumerate([*handle, "\n"], start=1):
             line = line.rstrip("\n")
@@ -38,7 +37,7 @@ def read_entries(path, names):
                 continue
             if not line.strip():
                 if fields and set(fields) != set(names):
-                    raise PageError(f"{path}:{number}: an entry has {', '.join(names)}; this one has {', '.join(fields)}")
+                    raise Unusable(f"{path}:{number}: an entry has {', '.join(names)}; this one has {', '.join(fields)}")
                 if fields:
                     entries.append(fields)
                 fields = {}
@@ -47,6 +46,6 @@ def read_entries(path, names):
             else:
                 name, _, value = line.partition(": ")
                 if name not in names or name in fields:
-                    raise PageError(f"{path}:{number}: \"{name}\" has no place here")
+                    raise Unusable(f'{path}:{number}: "{name}" has no place here')
                 fields[name] = value.strip()
     return entries

@@ -71,7 +71,7 @@ private:
 	/// which would end the daemon as soon as it is unblocked.
 	static void forgetBrokenPipes()
 	{
-		sigset_t brokenPipe;
+		sigset_t brokenPipe{};
 		sigemptyset(&brokenPipe);
 		sigaddset(&brokenPipe, SIGPIPE);
 		const timespec atOnce{};

@@ -1,0 +1,40 @@
+"""What the Python scripts share: where the tree is, how they end, what they need first."""
+
+import os
+import subprocess
+import sys
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+NAME = os.path.basename(sys.argv[0])
+
+
+class Unusable(Exception):
+    """The script cannot do its work; the text says why in plain words."""
+
+
+def require_root(why):
+    if os.geteuid() != 0:
+        raise Unusable(f"root is needed, {why}: sudo scripts/{NAME}")
+
+
+def require_namespaces():
+    if subprocess.run(["unshare", "--net", "--mount", "--pid", "--fork", "true"], capture_output=True).returncode != 0:
+        raise Unusable("this machine does not let us make namespaces (unshare --net --mount --pid fails)")
+
+
+def install(*groups):
+    command = [os.path.join(ROOT, "scripts", "install-deps"), *groups]
+    if subprocess.run(command).returncode != 0:
+        raise Unusable("the packages of the groups " + ", ".join(groups) + " are not all there, see above")
+
+
+def run_main(main):
+    """Runs main and ends with its status: 2 with one line when the work could not be done."""
+    try:
+        status = main()
+    except KeyboardInterrupt:
+        status = 130
+    except (Unusable, OSError) as error:
+        print(f"{NAME}: {error}", file=sys.stderr)
+        status = 2
+    sys.exit(status)
