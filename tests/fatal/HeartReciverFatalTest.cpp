@@ -164,9 +164,13 @@ TEST_F(ReceiverFatal, ASecondAgentOnTheAddressEnds)
 TEST_F(ReceiverFatal, ThePortTakenBetweenTwoPassesEndsTheDaemon)
 {
 	std::unique_ptr<peer::Listener> other;
-	atPass(2, [&] { other = std::make_unique<peer::Listener>(kPort); });
-	EXPECT_FATAL_AFTER(passes(3), "**ERROR**(CHeartReciver:137)Net Exception: Address already in use: 127.0.0.1:7001",
-	                   "0", "CHeartReciver", 138, kRunFunction);
+	EXPECT_FATAL_AFTER(
+	    {
+		    atPass(2, [&] { other = std::make_unique<peer::Listener>(kPort); });
+		    passes(3);
+	    },
+	    "**ERROR**(CHeartReciver:137)Net Exception: Address already in use: 127.0.0.1:7001", "0", "CHeartReciver", 138,
+	    kRunFunction);
 }
 
 TEST_F(ReceiverFatal, AnAddressThatIsNotTheNodesEndsTheDaemon)

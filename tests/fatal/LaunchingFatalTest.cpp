@@ -5,6 +5,7 @@
 
 #include "Daemon.h"
 #include "FakeOutside.h"
+#include "Told.h"
 #include "Utill.h"
 
 namespace
@@ -27,21 +28,67 @@ protected:
 		apply();
 	}
 
+	static void runTelling(bool skipVirtualIP)
+	{
+		tellEverything();
+		Utill::voidProcessRun(skipVirtualIP);
+	}
+
 	std::vector<std::string> commands{"/opt/app/one", "/opt/app/two"};
 };
 
 TEST_F(LaunchingFatal, AScriptThatNoShellCouldRunEndsTheDaemon)
 {
 	fakeoutside::systemGives(kScript, 127);
-	EXPECT_FATAL_AFTER(Utill::voidProcessRun(true), "**ERROR**(Utill:72)can't run processes[127]", "1==0", "Utill", 73,
-	                   kVoidProcessRun);
+	EXPECT_FATAL_AFTER(runTelling(true),
+	                   told({kBegin, "log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                         "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                         "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[127]"}),
+	                   "1==0", "Utill", 73, kVoidProcessRun);
 }
 
 TEST_F(LaunchingFatal, AScriptThatNoProcessCouldBeMadeForEndsTheDaemon)
 {
 	fakeoutside::systemGives(kScript, -1);
-	EXPECT_FATAL_AFTER(Utill::voidProcessRun(false), "**ERROR**(Utill:72)can't run processes[-1]", "1==0", "Utill", 73,
-	                   kVoidProcessRun);
+	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
+	EXPECT_FATAL_AFTER(
+	    runTelling(false),
+	    told({kBegin, "log D Utill:48 try to start virtual ip", "command vip-stop",
+	          "log I Utill:573 command(vip-stop) : ", "command ifconfig", "log D Utill:668 myVirtualIP working",
+	          "log D Utill:62 try to run processes", "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	          "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[-1]"}),
+	    "1==0", "Utill", 73, kVoidProcessRun);
+}
+
+TEST_F(LaunchingFatal, ARaisedAddressAndTheWaitingTimeComeBeforeTheScriptThatEndsTheDaemon)
+{
+	fakeoutside::systemGives(kScript, 127);
+	settings.set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", "2");
+	apply();
+	EXPECT_FATAL_AFTER(runTelling(false),
+	                   told({kBegin,
+	                         "log D Utill:48 try to start virtual ip",
+	                         "command vip-stop",
+	                         "log I Utill:573 command(vip-stop) : ",
+	                         "command ifconfig",
+	                         "log D Utill:680 myVirtualIP not working",
+	                         "sleep 1000",
+	                         "sleep 1000",
+	                         "sleep 1000",
+	                         "sleep 1000",
+	                         "sleep 1000",
+	                         "command vip-start",
+	                         "log I Utill:573 command(vip-start) : ",
+	                         "log D Utill:490 set virtual ip...",
+	                         "ping 10.0.1.100 x10",
+	                         "log D Utill:496 ping: 10",
+	                         "sleep 1000",
+	                         "sleep 1000",
+	                         "log D Utill:62 try to run processes",
+	                         "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                         "system /usr/velarix/bin/ini/processList.sh",
+	                         "log E Utill:72 can't run processes[127]"}),
+	                   "1==0", "Utill", 73, kVoidProcessRun);
 }
 
 TEST_F(LaunchingFatal, AProgramThatCannotBeLaunchedEndsTheDaemon)

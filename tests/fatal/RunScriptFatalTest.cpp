@@ -13,6 +13,7 @@
 #include "Daemon.h"
 #include "FakeOutside.h"
 #include "Sandbox.h"
+#include "Told.h"
 #include "velarix/paths.h"
 
 namespace
@@ -55,7 +56,13 @@ protected:
 		DaemonTest::TearDown();
 	}
 
-	static void makeAgent() { const CAgent agent(MODE_SLAVE); }
+	/// The construction, told on standard error: no line and no command comes before
+	/// the script is written.
+	static void makeAgent()
+	{
+		tellEverything();
+		const CAgent agent(MODE_SLAVE);
+	}
 
 	/// Mounts an empty tmpfs over the script's directory.
 	static void coverDirectory(const std::string& options)
@@ -68,15 +75,15 @@ protected:
 TEST_F(RunScriptFatal, AFileThatWasNotCreatedEndsTheDaemon)
 {
 	g_createFile = [] { return false; };
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(CAgent:212)failed to creat processList", "1 == 0", "CAgent", 213,
-	                   kFunction);
+	EXPECT_FATAL_AFTER(makeAgent(), told({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0", "CAgent",
+	                   213, kFunction);
 }
 
 TEST_F(RunScriptFatal, ALinkToNowhereInItsPlaceEndsTheDaemon)
 {
 	ASSERT_EQ(::symlink("/usr/velarix/nowhere", velarix::kRunScriptPath), 0);
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(CAgent:212)failed to creat processList", "1 == 0", "CAgent", 213,
-	                   kFunction);
+	EXPECT_FATAL_AFTER(makeAgent(), told({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0", "CAgent",
+	                   213, kFunction);
 	::unlink(velarix::kRunScriptPath);
 }
 
@@ -84,7 +91,8 @@ TEST_F(RunScriptFatal, AMissingDirectoryEndsTheDaemon)
 {
 	const std::string away = std::string(kDirectory) + ".away";
 	ASSERT_EQ(::rename(kDirectory, away.c_str()), 0);
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(CAgent:218)File not found: /usr/velarix/bin/ini/processList.sh", "0",
+	EXPECT_FATAL_AFTER(makeAgent(),
+	                   told({kBegin, "log E CAgent:218 File not found: /usr/velarix/bin/ini/processList.sh"}), "0",
 	                   "CAgent", 219, kFunction);
 	ASSERT_EQ(::rename(away.c_str(), kDirectory), 0);
 }
@@ -94,8 +102,9 @@ TEST_F(RunScriptFatal, AFilledDirectoryInItsPlaceEndsTheDaemon)
 	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
 	const std::string inside = std::string(velarix::kRunScriptPath) + "/kept";
 	sandbox::writeFile(inside, "kept\n");
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(CAgent:218)Directory not empty: /usr/velarix/bin/ini/processList.sh",
-	                   "0", "CAgent", 219, kFunction);
+	EXPECT_FATAL_AFTER(makeAgent(),
+	                   told({kBegin, "log E CAgent:218 Directory not empty: /usr/velarix/bin/ini/processList.sh"}), "0",
+	                   "CAgent", 219, kFunction);
 	EXPECT_EQ(sandbox::readFile(inside), "kept\n");
 	::unlink(inside.c_str());
 	::rmdir(velarix::kRunScriptPath);
@@ -104,7 +113,8 @@ TEST_F(RunScriptFatal, AFilledDirectoryInItsPlaceEndsTheDaemon)
 TEST_F(RunScriptFatal, AReadOnlyDirectoryEndsTheDaemon)
 {
 	coverDirectory("ro");
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(CAgent:218)File is read-only: /usr/velarix/bin/ini/processList.sh", "0",
+	EXPECT_FATAL_AFTER(makeAgent(),
+	                   told({kBegin, "log E CAgent:218 File is read-only: /usr/velarix/bin/ini/processList.sh"}), "0",
 	                   "CAgent", 219, kFunction);
 	showDirectory();
 }
@@ -113,7 +123,8 @@ TEST_F(RunScriptFatal, AFullDiskAfterTheCreationEndsTheDaemon)
 {
 	coverDirectory("size=4k");
 	sandbox::writeFile(std::string(kDirectory) + "/filling", "the one page there is");
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(CAgent:250)Cannot write file: /usr/velarix/bin/ini/processList.sh",
+	EXPECT_FATAL_AFTER(makeAgent(),
+	                   told({kBegin, "log E CAgent:250 Cannot write file: /usr/velarix/bin/ini/processList.sh"}),
 	                   "1 == 0", "CAgent", 251, kFunction);
 	showDirectory();
 }
@@ -121,9 +132,10 @@ TEST_F(RunScriptFatal, AFullDiskAfterTheCreationEndsTheDaemon)
 TEST_F(RunScriptFatal, AFileThatCannotBeOpenedAfterTheCreationEndsTheDaemon)
 {
 	g_createFile = [] { return ::mkdir(velarix::kRunScriptPath, 0755) == 0; };
-	EXPECT_FATAL_AFTER(makeAgent(),
-	                   "**ERROR**(CAgent:250)Cannot open file: not a file: /usr/velarix/bin/ini/processList.sh",
-	                   "1 == 0", "CAgent", 251, kFunction);
+	EXPECT_FATAL_AFTER(
+	    makeAgent(),
+	    told({kBegin, "log E CAgent:250 Cannot open file: not a file: /usr/velarix/bin/ini/processList.sh"}), "1 == 0",
+	    "CAgent", 251, kFunction);
 	::rmdir(velarix::kRunScriptPath);
 }
 
@@ -132,7 +144,7 @@ TEST_F(RunScriptFatal, AMissingProgramPathEndsTheDaemonBeforeTheOldScriptGoes)
 	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
 	settings.remove("PROCESS_CHECK.PROCESS_PATH1");
 	apply();
-	EXPECT_FATAL_AFTER(makeAgent(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH1", "0",
+	EXPECT_FATAL_AFTER(makeAgent(), told({kBegin, "log E Configuraion:65 Not found: PROCESS_CHECK.PROCESS_PATH1"}), "0",
 	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "old\n");
 	::unlink(velarix::kRunScriptPath);

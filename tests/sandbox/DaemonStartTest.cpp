@@ -64,12 +64,11 @@ std::string groupSessionAndTerminal(const std::string& stat)
 	return group + " " + session + " " + terminal;
 }
 
-TEST_F(Daemon, ReturnsToTheShellAtOnceAfterOneLine)
+TEST_F(Daemon, ReturnsToTheShellBeforeThePidFileIsDue)
 {
 	DaemonProcess daemon;
-	const auto begin = Clock::now();
 	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_LT(Clock::now() - begin, 1500ms);
+	EXPECT_FALSE(exists(velarix::kPidPath));
 	EXPECT_EQ(daemon.output(), "Good Bye!!! [fork parent]\r\n");
 	EXPECT_EQ(daemon.errors(), "");
 	EXPECT_NE(daemon.pid(), 0);
@@ -81,10 +80,8 @@ TEST_F(Daemon, WritesItsPidAfterAboutTwoSecondsAndNothingBeforeThat)
 	const auto begin = Clock::now();
 	EXPECT_EQ(daemon.start(), 0);
 	EXPECT_FALSE(exists(velarix::kPidPath));
-	EXPECT_TRUE(waitFor([] { return !sandbox::readFile(velarix::kPidPath).empty(); }, 10s, "pid file"));
-	const auto delay = Clock::now() - begin;
-	EXPECT_GE(delay, 1900ms);
-	EXPECT_LE(delay, 4s);
+	EXPECT_TRUE(waitFor([] { return !sandbox::readFile(velarix::kPidPath).empty(); }, 30s, "pid file"));
+	EXPECT_GE(Clock::now() - begin, 2000ms);
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(daemon.pid()));
 }
 
@@ -165,9 +162,9 @@ TEST_F(Daemon, RunsInFourThreads)
 	const auto eachHasSpoken = []
 	{
 		const std::vector<std::string> events = eventsOf(readLogFile());
-		return testing::Matches(Contains(StartsWith("D ProcessChecker:103 ")))(events) &&
-		       testing::Matches(Contains(StartsWith("D CHeartReciver:124 ")))(events) &&
-		       testing::Matches(Contains(StartsWith("I CHeartSender:37 ")))(events);
+		return testing::Matches(Contains("D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"))(events) &&
+		       testing::Matches(Contains("D CHeartReciver:124 new server"))(events) &&
+		       testing::Matches(Contains("I CHeartSender:37 Sender thread run started[noName]"))(events);
 	};
 	EXPECT_TRUE(waitFor(eachHasSpoken, 10s, "line of each worker"));
 	EXPECT_EQ(daemon.threads(), 4);

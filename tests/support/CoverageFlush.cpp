@@ -13,8 +13,8 @@ extern "C"
 namespace
 {
 
-/// abort() raises the signal in the thread that failed, between two of its own
-/// instructions, and ends the process once this returns.
+/// abort() raises the signal synchronously, so this thread has written no counter by
+/// half, and ends the process once this returns.
 void flush(int)
 {
 	__gcov_dump();

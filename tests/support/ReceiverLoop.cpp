@@ -9,11 +9,22 @@ namespace
 
 constexpr char kPassBegins[] = "log D CHeartReciver:94 Reciver while start";
 
-void runAction(const std::map<int, std::function<void()>>& actions, std::size_t n)
+using Actions = std::map<int, std::function<void()>>;
+
+/// Each action is run once at most: what is left in the end was never run.
+void runAction(Actions& actions, std::size_t n)
 {
-	if (const auto it = actions.find(static_cast<int>(n)); it != actions.end())
+	if (auto action = actions.extract(static_cast<int>(n)); !action.empty())
 	{
-		it->second();
+		action.mapped()();
+	}
+}
+
+void expectNoneLeft(const Actions& actions, const char* moment)
+{
+	for (const auto& [n, action] : actions)
+	{
+		ADD_FAILURE() << "the action of " << moment << " " << n << " was never run";
 	}
 }
 
@@ -32,6 +43,8 @@ void ReceiverLoop::SetUp()
 
 void ReceiverLoop::TearDown()
 {
+	expectNoneLeft(m_atPass, "pass");
+	expectNoneLeft(m_atListen, "listening");
 	socketcalls::reset();
 	ReceiverTest::TearDown();
 }

@@ -6,8 +6,11 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <memory>
+#include <utility>
 #include <vector>
 
+#include "FakeOutside.h"
 #include "Peer.h"
 #include "ReceiverTest.h"
 
@@ -31,10 +34,12 @@ protected:
 	/// @return the events of pass `n` alone
 	events::List pass(int n);
 
-	/// When pass `n` begins, before anything else of it.
+	/// When pass `n` begins, before anything else of it. The test fails when the
+	/// action is never run.
 	void atPass(int n, std::function<void()> action);
 	/// When the loop has begun to listen for the n-th time: the partner can
-	/// connect, and the poll that follows finds it.
+	/// connect, and the poll that follows finds it. The test fails when the action is
+	/// never run.
 	void atListen(int n, std::function<void()> action);
 
 	/// Connects, sends the bytes and closes.
@@ -43,6 +48,19 @@ protected:
 	peer::Socket& partnerConnects();
 	/// @return whether a partner that connects finds the receiver
 	bool partnerFindsReceiver();
+
+	/// The action throws the exception the first time that it is recorded.
+	template <typename Exception> static void throwAt(const std::string& action, const Exception& exception)
+	{
+		fakeoutside::onAction(
+		    [action, exception, thrown = std::make_shared<bool>(false)](const std::string& event)
+		    {
+			    if (event == action && !std::exchange(*thrown, true))
+			    {
+				    throw exception;
+			    }
+		    });
+	}
 
 	std::vector<std::unique_ptr<peer::Socket>> connections;
 

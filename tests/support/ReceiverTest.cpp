@@ -56,6 +56,31 @@ void ReceiverTest::recordStateAtActions()
 	    });
 }
 
+namespace
+{
+
+/// Looks at every event as long as it lives.
+class Looking
+{
+public:
+	explicit Looking(const std::function<void(const std::string&)>& look)
+	{
+		onLogLine(look);
+		fakeoutside::onAction(look);
+		events::onSleep([look](long milliseconds) { look("sleep " + std::to_string(milliseconds)); });
+	}
+	~Looking()
+	{
+		onLogLine(nullptr);
+		fakeoutside::onAction(nullptr);
+		events::onSleep(nullptr);
+	}
+	Looking(const Looking&) = delete;
+	Looking& operator=(const Looking&) = delete;
+};
+
+} // namespace
+
 std::vector<std::string> ReceiverTest::stateChanges(const std::function<void()>& call)
 {
 	const auto state = [this]
@@ -73,14 +98,9 @@ std::vector<std::string> ReceiverTest::stateChanges(const std::function<void()>&
 			last = now;
 		}
 	};
-	onLogLine(look);
-	fakeoutside::onAction(look);
-	events::onSleep([&look](long milliseconds) { look("sleep " + std::to_string(milliseconds)); });
+	const Looking looking(look);
 	call();
 	look("the end");
-	onLogLine(nullptr);
-	fakeoutside::onAction(nullptr);
-	events::onSleep(nullptr);
 	return changes;
 }
 

@@ -31,9 +31,11 @@ protected:
 	void hear(const std::string& partnerRole, const std::string& ask);
 	/// From now on "role R ask A" is recorded after every outward action.
 	void recordStateAtActions();
-	/// Runs `call` and looks at the state at each log line, action and wait, and in the
-	/// end. @return every change as "role R status S ask A count C at EVENT", EVENT being
-	///         the first one that saw it; in the end it is "the end"
+	/// Runs `call` and looks at role, status, ask and count at each log line, action and
+	/// wait, and in the end. What changes and changes back between two of these is not
+	/// seen. Takes the places of the handlers of recordStateAtActions and onLogLine.
+	/// @return every change as "role R status S ask A count C at EVENT", EVENT being the
+	///         first one that saw it, "the end" after the last
 	std::vector<std::string> stateChanges(const std::function<void()>& call);
 
 	std::int32_t& status() { return WorkerAccess::myStatus(*receiver); }

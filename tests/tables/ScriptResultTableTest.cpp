@@ -47,8 +47,9 @@ TEST_P(ScriptResultTable, CountsAsStarted)
 	fakeoutside::reset();
 	fakeoutside::systemGives("/usr/velarix/bin/ini/processList.sh", GetParam().raw);
 	Utill::voidProcessRun(true);
-	EXPECT_THAT(events::only({"system ", "log E"}),
-	            ElementsAre("system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
 	                        "system /usr/velarix/bin/ini/processList.sh",
 	                        "log E Utill:78 \n"
 	                        "======================================================\n"

@@ -8,6 +8,7 @@
 #include "Daemon.h"
 #include "FakeOutside.h"
 #include "Sandbox.h"
+#include "Told.h"
 #include "WorkerAccess.h"
 #include "velarix/paths.h"
 
@@ -38,6 +39,13 @@ protected:
 		events::clear();
 		const CAgent agent(mode);
 		return events::all();
+	}
+
+	/// The construction, told on standard error.
+	static void makeAgentTelling()
+	{
+		tellEverything();
+		const CAgent agent(2);
 	}
 };
 
@@ -82,12 +90,24 @@ TEST_F(CAgentConstruction, ARoleThatDoesNotExistIsLoggedAndKept)
 
 TEST_F(CAgentConstruction, AnUnsetRoleIsWrongToo)
 {
-	EXPECT_EQ(eventsOfConstruction(0).back(), "log E CAgent:42 wrong mode setting: 0");
+	EXPECT_THAT(eventsOfConstruction(0),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
+	                        "command vip-stop",                                      //
+	                        "log I Utill:573 command(vip-stop) : ",                  //
+	                        "command kill-by-name noSuchServer",                     //
+	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+	                        "log E CAgent:42 wrong mode setting: 0"));
 }
 
 TEST_F(CAgentConstruction, ANegativeRoleIsShownWithItsSign)
 {
-	EXPECT_EQ(eventsOfConstruction(-7).back(), "log E CAgent:42 wrong mode setting: -7");
+	EXPECT_THAT(eventsOfConstruction(-7),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
+	                        "command vip-stop",                                      //
+	                        "log I Utill:573 command(vip-stop) : ",                  //
+	                        "command kill-by-name noSuchServer",                     //
+	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+	                        "log E CAgent:42 wrong mode setting: -7"));
 }
 
 TEST_F(CAgentConstruction, AStopCommandThatCannotBeStartedChangesNothing)
@@ -130,25 +150,27 @@ TEST_F(CAgentConstruction, WithoutProgramsThereIsNothingToKill)
 TEST_F(CAgentConstruction, TheRunScriptIsRewrittenBeforeAnythingElse)
 {
 	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
-	std::string scriptAtFirstCommand;
-	fakeoutside::onAction(
+	std::string scriptAtFirstLine;
+	onLogLine(
 	    [&](const std::string& event)
 	    {
-		    if (event == "command vip-stop")
+		    if (event == "log D CAgent:25 stop virtual ip, process")
 		    {
-			    scriptAtFirstCommand = sandbox::readFile(velarix::kRunScriptPath);
+			    scriptAtFirstLine = sandbox::readFile(velarix::kRunScriptPath);
 		    }
 	    });
 	const CAgent agent(2);
-	EXPECT_EQ(scriptAtFirstCommand, "cd /opt/app/bin/\n/opt/app/bin/noSuchServer &\n");
+	EXPECT_EQ(events::all().front(), "log D CAgent:25 stop virtual ip, process");
+	EXPECT_EQ(scriptAtFirstLine, "cd /opt/app/bin/\n/opt/app/bin/noSuchServer &\n");
 }
 
 TEST_F(CAgentConstruction, AScriptThatCannotBeWrittenEndsTheDaemonBeforeAnyCommand)
 {
 	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
 	sandbox::writeFile(std::string(velarix::kRunScriptPath) + "/full", "");
-	fakeoutside::onAction([](const std::string& event) { FAIL() << event; });
-	EXPECT_FATAL(CAgent(2), "0", "CAgent", 219, "void CAgent::makeProcessRunShellScript()");
+	EXPECT_FATAL_AFTER(makeAgentTelling(),
+	                   told({kBegin, "log E CAgent:218 Directory not empty: /usr/velarix/bin/ini/processList.sh"}), "0",
+	                   "CAgent", 219, "void CAgent::makeProcessRunShellScript()");
 }
 
 TEST_F(CAgentConstruction, AMissingObservationModeEndsTheDaemonWithTheOldScriptUntouched)
@@ -156,7 +178,9 @@ TEST_F(CAgentConstruction, AMissingObservationModeEndsTheDaemonWithTheOldScriptU
 	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
 	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
 	apply();
-	EXPECT_FATAL(CAgent(2), "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
+	EXPECT_FATAL_AFTER(makeAgentTelling(),
+	                   told({kBegin, "log E Configuraion:82 Not found: PROCESS_CHECK.OBSERVATION_MODE"}), "0",
+	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
 	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "an older script\n");
 }
 
@@ -165,9 +189,11 @@ TEST_F(CAgentConstruction, AMissingKillCommandEndsTheDaemonAfterTheAddressWasDro
 	settings.remove("ADVENCE.PROCESS_KILL_COMMAND");
 	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "drop");
 	apply();
-	fakeoutside::onAction([](const std::string& event) { sandbox::writeFile("/usr/velarix/log/last-action", event); });
-	EXPECT_FATAL(CAgent(2), "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
-	EXPECT_EQ(sandbox::readFile("/usr/velarix/log/last-action"), "command drop");
+	EXPECT_FATAL_AFTER(
+	    makeAgentTelling(),
+	    told({kBegin, "log D CAgent:25 stop virtual ip, process", "command drop",
+	          "log I Utill:573 command(drop) : ", "log E Configuraion:65 Not found: ADVENCE.PROCESS_KILL_COMMAND"}),
+	    "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 }
 
 TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)

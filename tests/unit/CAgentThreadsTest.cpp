@@ -15,7 +15,6 @@
 
 using testing::ElementsAre;
 using testing::MatchesRegex;
-using testing::StartsWith;
 
 namespace
 {
@@ -44,6 +43,31 @@ protected:
 		events::clear();
 	}
 
+	/// The line about the start time that is in the record now.
+	static std::string timeRecorded()
+	{
+		const std::string record = sandbox::readFile(velarix::kRunInfoPath);
+		const std::string time = record.substr(std::string("[TRACE]\nLAST_RUN_TIME = ").size(), 14);
+		EXPECT_EQ(record, "[TRACE]\nLAST_RUN_TIME = " + time +
+		                      "\nMASTER_LAST_RUN_TIME = 20240101000000\nSLAVE_LAST_RUN_TIME = 20240102000000\n");
+		EXPECT_THAT(time, MatchesRegex("[0-9]{14}"));
+		EXPECT_NE(time, "20240131235959");
+		return "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]";
+	}
+
+	/// The log throws after it has taken the line `event`.
+	static void refuse(const std::string& event)
+	{
+		onLogLine(
+		    [event](const std::string& line)
+		    {
+			    if (line.compare(0, event.size(), event) == 0)
+			    {
+				    throw Poco::WriteFileException("disk full");
+			    }
+		    });
+	}
+
 	std::unique_ptr<CAgent> agent;
 };
 
@@ -55,7 +79,7 @@ void noMoreThreads()
 TEST_F(CAgentThreads, TheTimeIsRecordedThenTheCheckerTheReceiverAndTheSenderStart)
 {
 	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(StartsWith("log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME("),
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
 	                                       "log D ProcessChecker:69 process list loaded[noName]", //
 	                                       "start ProcessChecker",                                //
 	                                       "start CHeartReciver",                                 //
@@ -131,7 +155,7 @@ TEST_F(CAgentThreads, AFailureOfTheCheckersThreadIsLoggedAndNoLaterWorkerIsMade)
 {
 	threadstarts::startThrows("ProcessChecker", noMoreThreads);
 	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(StartsWith("log D CAgent:179 run time wrote:"),
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
 	                                       "log D ProcessChecker:69 process list loaded[noName]", //
 	                                       "start ProcessChecker",                                //
 	                                       "log E CAgent:160 System exception: no more threads"));
@@ -144,7 +168,7 @@ TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSend
 {
 	threadstarts::startThrows("CHeartReciver", noMoreThreads);
 	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(StartsWith("log D CAgent:179 run time wrote:"),
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
 	                                       "log D ProcessChecker:69 process list loaded[noName]", //
 	                                       "start ProcessChecker",                                //
 	                                       "start CHeartReciver",                                 //
@@ -158,7 +182,7 @@ TEST_F(CAgentThreads, AFailureOfTheSendersThreadLeavesTheOtherTwo)
 {
 	threadstarts::startThrows("CHeartSender", noMoreThreads);
 	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(StartsWith("log D CAgent:179 run time wrote:"),
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
 	                                       "log D ProcessChecker:69 process list loaded[noName]", //
 	                                       "start ProcessChecker",                                //
 	                                       "start CHeartReciver",                                 //
@@ -166,11 +190,58 @@ TEST_F(CAgentThreads, AFailureOfTheSendersThreadLeavesTheOtherTwo)
 	                                       "log E CAgent:160 System exception: no more threads"));
 }
 
+TEST_F(CAgentThreads, AnErrorOfTheCheckersConstructionIsLoggedAndNothingStarts)
+{
+	refuse("log D ProcessChecker:69 ");
+	agent->startThread();
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
+	                                       "log D ProcessChecker:69 process list loaded[noName]", //
+	                                       "log E CAgent:160 Cannot write file: disk full"));
+	EXPECT_TRUE(AgentAccess::checker(*agent).isNull());
+	EXPECT_TRUE(AgentAccess::reciver(*agent).isNull());
+	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
+	EXPECT_EQ(AgentAccess::handles(*agent), nullptr);
+	EXPECT_EQ(AgentAccess::mode(*agent), 2);
+	EXPECT_FALSE(AgentAccess::running(*agent));
+}
+
+TEST_F(CAgentThreads, AnErrorOfALaterConstructionLeavesTheWorkersOfAnEarlierStart)
+{
+	agent->startThread();
+	const ProcessChecker* pChecker = AgentAccess::checker(*agent).get();
+	const CHeartReciver* pReciver = AgentAccess::reciver(*agent).get();
+	const CHeartSender* pSender = AgentAccess::sender(*agent).get();
+	events::clear();
+	refuse("log D ProcessChecker:69 ");
+	agent->startThread();
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
+	                                       "log D ProcessChecker:69 process list loaded[noName]", //
+	                                       "log E CAgent:160 Cannot write file: disk full"));
+	EXPECT_EQ(AgentAccess::checker(*agent).get(), pChecker);
+	EXPECT_EQ(AgentAccess::reciver(*agent).get(), pReciver);
+	EXPECT_EQ(AgentAccess::sender(*agent).get(), pSender);
+}
+
+TEST_F(CAgentThreads, AfterAnErrorWhileTheTimeIsRecordedAllThreeStart)
+{
+	refuse("log D CAgent:179 ");
+	agent->startThread();
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
+	                                       "log E CAgent:183 Cannot write file: disk full",       //
+	                                       "log D ProcessChecker:69 process list loaded[noName]", //
+	                                       "start ProcessChecker",                                //
+	                                       "start CHeartReciver",                                 //
+	                                       "start CHeartSender"));
+}
+
 TEST_F(CAgentThreads, AnErrorOfAnotherFamilyReachesTheCaller)
 {
 	threadstarts::startThrows("CHeartReciver", [] { throw std::runtime_error("foreign"); });
 	EXPECT_THROW(agent->startThread(), std::runtime_error);
-	EXPECT_EQ(events::all().back(), "start CHeartReciver");
+	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
+	                                       "log D ProcessChecker:69 process list loaded[noName]", //
+	                                       "start ProcessChecker",                                //
+	                                       "start CHeartReciver"));
 }
 
 TEST_F(CAgentThreads, WithARoleThatDoesNotExistAllThreeWorkersStart)

@@ -125,20 +125,6 @@ TEST_F(DecisionSettings, TheConfiguredRoleIsReadByAResetAlone)
 	EXPECT_EQ(mode, 1);
 }
 
-TEST_F(DecisionSettings, AResetNeedsTheConfiguredRole)
-{
-	settings.remove("AGENT.MODE");
-	apply();
-	EXPECT_FATAL(receiver->resetProcess(), "0", "Configuraion", 83, kGetInt);
-}
-
-TEST_F(DecisionSettings, AResetNeedsTheObservationMode)
-{
-	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
-	apply();
-	EXPECT_FATAL(receiver->resetProcess(), "0", "Configuraion", 83, kGetInt);
-}
-
 TEST_F(DecisionSettings, AConfiguredRoleThatIsNoNumberEndsTheDaemon)
 {
 	configureRole("master");

@@ -32,25 +32,14 @@ constexpr char kNewServer[] = "log D CHeartReciver:124 new server";
 constexpr char kPoll[] = "log D CHeartReciver:150 poll";
 constexpr char kCardOK[] = "log D CHeartReciver:185 COMUNICATION LAN CARD OK";
 constexpr char kCounted1[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[1]";
+constexpr char kCounted2[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[2]";
+constexpr char kThird[] = "log D CHeartReciver:192 Reciver : no received message";
 constexpr char kEth1[] = "command cat /sys/class/net/eth1/carrier";
 constexpr char kPartnerAsks[] = "/process/0/2/20240131235959/1/";
 
 std::string serverError(const std::string& text)
 {
 	return "log E CHeartReciver:79 Server Error: " + text;
-}
-
-/// What the action throws the first time that it is recorded.
-template <typename Exception> void throwAt(const std::string& action, const Exception& exception)
-{
-	fakeoutside::onAction(
-	    [action, exception, thrown = std::make_shared<bool>(false)](const std::string& event)
-	    {
-		    if (event == action && !std::exchange(*thrown, true))
-		    {
-			    throw exception;
-		    }
-	    });
 }
 
 class ReceiverErrors : public ReceiverLoop
@@ -169,9 +158,8 @@ TEST_F(ReceiverErrors, AConnectionThatCannotBeAcceptedResetsTheCountOfSilences)
 TEST_F(ReceiverErrors, AFailedPollLeavesTheCountOfSilences)
 {
 	atPass(3, [] { socketcalls::failNext("poll", EBADF); });
-	EXPECT_THAT(pass(4), are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK,
-	                          "log D CHeartReciver:192 Reciver : no received message", cardLookedAt("1"),
-	                          steps::partnerAnswers(),
+	EXPECT_THAT(pass(4), are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kThird,
+	                          cardLookedAt("1"), steps::partnerAnswers(),
 	                          "log E CHeartReciver:201 Reciver : Partner IP and Service IP are working, but I did not "
 	                          "get any message from partner"}));
 }
@@ -205,11 +193,24 @@ TEST_F(ReceiverErrors, AnExceptionDuringATakeOverIsAServerErrorAndTheRoleStays)
 	fakeoutside::pingGives("10.0.0.2", 0);
 	throwAt("command vip-stop", Poco::SystemException("fork", 12));
 	EXPECT_THAT(pass(3), are({steps::slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK,
-	                          "log D CHeartReciver:192 Reciver : no received message", cardLookedAt("1"),
-	                          steps::partnerIsSilent(), "log D CHeartReciver:218 try to process run",
-	                          "log D Utill:48 try to start virtual ip", "command vip-stop",
+	                          kThird, cardLookedAt("1"), steps::partnerIsSilent(),
+	                          "log D CHeartReciver:218 try to process run", "log D Utill:48 try to start virtual ip",
+	                          "command vip-stop", serverError("System exception: fork[CODE: 12][noName]"), dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+TEST_F(ReceiverErrors, AnExceptionAtTheKillOfATakeOverIsAServerErrorAndNothingIsRun)
+{
+	fakeoutside::pingGives("10.0.0.2", 0);
+	programRuns(true);
+	throwAt("command kill-by-name dbServer", Poco::SystemException("fork", 12));
+	EXPECT_THAT(pass(3), are({steps::slaveJudgedWithPartnerSilent(), kNewServer, silence(), cardLookedAt("1"), kCardOK,
+	                          kThird, cardLookedAt("1"), steps::partnerIsSilent(),
+	                          "log D CHeartReciver:215 Reciver : kill", "command kill-by-name dbServer",
 	                          serverError("System exception: fork[CODE: 12][noName]"), dropped()}));
 	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(status(), 1);
+	EXPECT_EQ(g_specialAsking, 0);
 }
 
 TEST_F(ReceiverErrors, APortLeftInTimeWaitIsListenedOnAgain)
@@ -236,8 +237,9 @@ TEST_F(ReceiverErrors, NobodyCanShareThePort)
 		         EXPECT_THROW(peer::bindTo(kPort, "127.0.0.1", true, false), std::runtime_error);
 	         });
 	atPass(2, [] { peer::bindTo(kPort, "127.0.0.1", true, false); });
-	EXPECT_THAT(passes(1),
-	            are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped()}));
+	EXPECT_THAT(passes(2),
+	            are({slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted1, dropped(),
+	                 slaveJudged(), kNewServer, silence(), cardLookedAt("1"), kCardOK, kCounted2, dropped()}));
 }
 
 TEST_F(ReceiverErrors, AnExceptionOfAnotherTypeEndsTheThreadSilently)
@@ -264,7 +266,9 @@ TEST_F(ReceiverErrors, AnExceptionAtTheStopOfTheAddressEndsTheThreadWithoutTheAs
 	mode = MODE_MASTER;
 	throwAt("command vip-stop", Poco::SystemException("fork", 12));
 	ASSERT_TRUE(threadEnds());
-	EXPECT_EQ(events::all().back(), "command vip-stop");
+	events::List judged = steps::masterJudged();
+	judged.back() = "log D CHeartReciver:567 processStatus : ERROR";
+	EXPECT_THAT(events::all(), are({judged, "log D CHeartReciver:106 stop virtual IP", "command vip-stop"}));
 	EXPECT_EQ(mode, MODE_SLAVE);
 	EXPECT_EQ(g_specialAsking, 0);
 }
@@ -277,11 +281,15 @@ TEST_F(ReceiverErrors, AnAddressThatCannotBeResolvedEndsTheThreadSilently)
 	EXPECT_THAT(events::all(), ElementsAre());
 }
 
-/// Throws like the log file on a full disk, from one line on.
+/// Throws like the log file on a full disk, from one line on; the lines before go to
+/// the channel that was there.
 class FullDisk : public Poco::Channel
 {
 public:
-	FullDisk(int line, Poco::Message::Priority level) : m_line(line), m_level(level) {}
+	FullDisk(Poco::AutoPtr<Poco::Channel> lines, int line, Poco::Message::Priority level)
+	    : m_lines(std::move(lines)), m_line(line), m_level(level)
+	{
+	}
 
 	void log(const Poco::Message& message) override
 	{
@@ -290,15 +298,17 @@ public:
 		{
 			throw Poco::WriteFileException("velarix.log");
 		}
-		events::add(std::to_string(message.getSourceLine()) + " " + message.getText());
+		m_lines->log(message);
 	}
 
 	static void from(int line, Poco::Message::Priority level = Poco::Message::PRIO_DEBUG)
 	{
-		Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new FullDisk(line, level)));
+		Poco::Logger& logger = Poco::Logger::get("FileLogger");
+		logger.setChannel(Poco::AutoPtr<Poco::Channel>(new FullDisk(logger.getChannel(), line, level)));
 	}
 
 private:
+	Poco::AutoPtr<Poco::Channel> m_lines;
 	int m_line;
 	Poco::Message::Priority m_level;
 	bool m_full = false;
@@ -315,7 +325,7 @@ TEST_F(ReceiverErrors, ADiskThatIsFullDuringTheNetworkCheckEndsTheThread)
 {
 	FullDisk::from(538);
 	ASSERT_TRUE(threadEnds());
-	EXPECT_THAT(events::all(), ElementsAre("94 Reciver while start", "500 networkStatus : start"));
+	EXPECT_THAT(events::all(), ElementsAre(kPassBegins, "log D CHeartReciver:500 networkStatus : start"));
 }
 
 TEST_F(ReceiverErrors, ADiskThatIsFullDuringTheProcessCheckEndsTheThread)
@@ -323,7 +333,10 @@ TEST_F(ReceiverErrors, ADiskThatIsFullDuringTheProcessCheckEndsTheThread)
 	beMaster();
 	FullDisk::from(561);
 	ASSERT_TRUE(threadEnds());
-	EXPECT_EQ(events::all().back(), "96 networkResult: 1");
+	events::List judged = steps::masterJudged();
+	judged.resize(judged.size() - 2);
+	EXPECT_EQ(judged.back(), "log D CHeartReciver:96 networkResult: 1");
+	EXPECT_THAT(events::all(), are({judged}));
 	EXPECT_EQ(mode, MODE_MASTER);
 	EXPECT_EQ(g_specialAsking, 0);
 }
@@ -332,7 +345,7 @@ TEST_F(ReceiverErrors, ADiskThatIsFullWhenTheSocketIsMadeEndsTheThread)
 {
 	FullDisk::from(124);
 	ASSERT_TRUE(threadEnds());
-	EXPECT_EQ(events::all().back(), "96 networkResult: 1");
+	EXPECT_THAT(events::all(), are({slaveJudged()}));
 }
 
 TEST_F(ReceiverErrors, ADiskThatIsFullWhileAHeartbeatIsServedEndsTheThreadAtTheEndOfThePass)
@@ -341,7 +354,7 @@ TEST_F(ReceiverErrors, ADiskThatIsFullWhileAHeartbeatIsServedEndsTheThreadAtTheE
 	FullDisk::from(164);
 	atListen(1, [this] { partnerSends(kMasterBeat); });
 	ASSERT_TRUE(threadEnds());
-	EXPECT_EQ(events::all().back(), "150 poll");
+	EXPECT_THAT(events::all(), are({slaveJudged(), kNewServer, kPoll}));
 	EXPECT_FALSE(partnerFindsReceiver());
 }
 
@@ -350,7 +363,7 @@ TEST_F(ReceiverErrors, AFullDiskDoesNotKeepTheTimeOutLineFromTheRest)
 	FullDisk::from(146, Poco::Message::PRIO_ERROR);
 	beMaster();
 	ASSERT_TRUE(threadEnds());
-	EXPECT_EQ(events::all().back(), "sleep 1000");
+	EXPECT_THAT(events::all(), are({steps::masterJudged(), kNewServer, "sleep 1000"}));
 }
 
 TEST_F(ReceiverErrors, AnExceptionInsideTheFirstLineOfAPassIsNotSwallowed)

@@ -7,8 +7,6 @@
 #include "LoopPair.h"
 #include "Peer.h"
 
-using testing::Each;
-
 namespace
 {
 

@@ -9,7 +9,7 @@
 #include "Utill.h"
 
 using testing::ElementsAre;
-using testing::HasSubstr;
+using testing::EndsWith;
 using testing::IsEmpty;
 
 namespace
@@ -104,6 +104,7 @@ TEST_F(Launching, ALineOfTheCountdownIsPrintedBeforeItsSecond)
 	waitingTime("2");
 	EXPECT_EQ(countdownUntilSleep(1), "**DEBUG**(Utill:48)try to start virtual ip\n"
 	                                  "process is waiting for ip setup:2\n");
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000"));
 }
 
 TEST_F(Launching, AWaitingTimeOfZeroPrintsNothingAndRunsTheScriptAtOnce)
@@ -113,7 +114,10 @@ TEST_F(Launching, AWaitingTimeOfZeroPrintsNothingAndRunsTheScriptAtOnce)
 	Utill::voidProcessRun(true);
 	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:48)try to start virtual ip\n"
 	                                                  "**DEBUG**(Utill:62)try to run processes\n");
-	EXPECT_THAT(events::only({"sleep "}), IsEmpty());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
 }
 
 TEST_F(Launching, ANegativeWaitingTimeCountsAwayFromZero)
@@ -123,14 +127,18 @@ TEST_F(Launching, ANegativeWaitingTimeCountsAwayFromZero)
 	                                  "process is waiting for ip setup:-1\n"
 	                                  "process is waiting for ip setup:-2\n"
 	                                  "process is waiting for ip setup:-3\n");
-	EXPECT_THAT(events::only({"system "}), IsEmpty());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000", "sleep 1000", "sleep 1000"));
 }
 
 TEST_F(Launching, ANegativeWaitingTimeStillWaitsAfterALongWhile)
 {
 	waitingTime("-1");
-	EXPECT_THAT(countdownUntilSleep(5000), HasSubstr("process is waiting for ip setup:-5000\n"));
-	EXPECT_THAT(events::only({"system "}), IsEmpty());
+	EXPECT_THAT(countdownUntilSleep(5000),
+	            EndsWith("\nprocess is waiting for ip setup:-4999\nprocess is waiting for ip setup:-5000\n"));
+	events::List expected(5001, "sleep 1000");
+	expected.front() = "log D Utill:48 try to start virtual ip";
+	EXPECT_EQ(events::all(), expected);
 }
 
 TEST_F(Launching, BelowTheLowestNumberTheCountdownGoesOnWithTheHighest)
@@ -139,6 +147,7 @@ TEST_F(Launching, BelowTheLowestNumberTheCountdownGoesOnWithTheHighest)
 	EXPECT_EQ(countdownUntilSleep(2), "**DEBUG**(Utill:48)try to start virtual ip\n"
 	                                  "process is waiting for ip setup:-2147483648\n"
 	                                  "process is waiting for ip setup:2147483647\n");
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000", "sleep 1000"));
 }
 
 TEST_F(Launching, TheWaitingTimeIsReadAfterTheVirtualIPIsUp)
@@ -161,8 +170,10 @@ TEST_F(Launching, AFailedChangeOfModeDoesNotStopTheLaunch)
 {
 	fakeoutside::systemGives("chmod 755 /usr/velarix/bin/ini/processList.sh", -1);
 	Utill::voidProcessRun(true);
-	EXPECT_THAT(events::only({"system ", "log E"}), ElementsAre("system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                                                            "system /usr/velarix/bin/ini/processList.sh", kBanner));
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
 }
 
 TEST_F(Launching, TheBannerIsOneMessageOnStandardErrorAsWell)
@@ -186,7 +197,10 @@ TEST_F(Launching, AnExceptionPassesToTheCaller)
 		    }
 	    });
 	EXPECT_THROW(Utill::voidProcessRun(true), Poco::NoPermissionException);
-	EXPECT_THAT(events::only({"log E"}), IsEmpty());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                        "system /usr/velarix/bin/ini/processList.sh"));
 }
 
 TEST_F(Launching, AnExceptionOfTheLogPassesToTheCaller)

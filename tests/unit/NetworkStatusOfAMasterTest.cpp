@@ -14,6 +14,7 @@ namespace
 
 const char kGateway[] = "10.0.0.254";
 const char kService[] = "10.0.1.100";
+const char kKill[] = "kill-by-name dbServer";
 const char kCat[] = "cat /sys/class/net/eth0/carrier";
 
 class NetworkStatusOfAMaster : public ReceiverTest
@@ -69,25 +70,36 @@ protected:
 		                    "command cat /sys/class/net/eth0/carrier"});
 	}
 
-	static events::List communicationFailed()
+	static events::List communicationFailed(const events::List& kill = steps::killPrograms())
 	{
 		return steps::join({"log D Utill:791 myComunicationIPcheck : FALSE",
 		                    "log D CHeartReciver:508 my comunication IP is not OK (1)",
-		                    "log D CHeartReciver:509 master -> slave  process kill", steps::killPrograms()});
+		                    "log D CHeartReciver:509 master -> slave  process kill", kill});
 	}
 
-	static events::List serviceFailed()
+	static events::List serviceFailed(const events::List& kill = steps::killPrograms())
 	{
 		return steps::join({"log D Utill:817 serviceIPcheck : false",
 		                    "log D CHeartReciver:516 my service IP is not OK (2)",
-		                    "log D CHeartReciver:517 master -> slave  process kill", steps::killPrograms()});
+		                    "log D CHeartReciver:517 master -> slave  process kill", kill});
 	}
 
-	static events::List cardFailed()
+	static events::List cardFailed(const events::List& kill = steps::killPrograms(),
+	                               const events::List& stop = steps::dropAddress())
 	{
 		return steps::join({"log D CHeartReciver:524 my service LanCard is not OK (3)",
-		                    "log D CHeartReciver:525 master -> slave  process kill", steps::killPrograms(),
-		                    steps::dropAddress()});
+		                    "log D CHeartReciver:525 master -> slave  process kill", kill, stop});
+	}
+
+	/// A command that cannot be started.
+	static events::List notStarted(const std::string& command)
+	{
+		return {"command " + command, "log E Utill:550 shell command run error(fp is NULL): " + command, "sleep 1000"};
+	}
+
+	static events::List cardHasNoCarrier()
+	{
+		return steps::join({serviceAnswers(), "log I Utill:573 command(cat /sys/class/net/eth0/carrier) : 0\n\n"});
 	}
 };
 
@@ -134,8 +146,7 @@ TEST_F(NetworkStatusOfAMaster, ASilentServiceAddressGivesUpWithTheVirtualIPLeftA
 TEST_F(NetworkStatusOfAMaster, AServiceCardWithoutCarrierDropsTheVirtualIPAndAsksThePartner)
 {
 	fakeoutside::commandPrints(kCat, "0\n");
-	expectVerdict(0, steps::join({serviceAnswers(), "log I Utill:573 command(cat /sys/class/net/eth0/carrier) : 0\n\n",
-	                              cardFailed()}));
+	expectVerdict(0, steps::join({cardHasNoCarrier(), cardFailed()}));
 	expectGivenUpWithAnAsk();
 }
 
@@ -146,6 +157,38 @@ TEST_F(NetworkStatusOfAMaster, AnUnreadableServiceCardIsACardWithoutCarrier)
 	                              "log E Utill:550 shell command run error(fp is NULL): cat "
 	                              "/sys/class/net/eth0/carrier",
 	                              "sleep 1000", cardFailed()}));
+	expectGivenUpWithAnAsk();
+}
+
+TEST_F(NetworkStatusOfAMaster, ThePartnerIsAskedEvenWhenTheStopCommandCannotStart)
+{
+	fakeoutside::commandPrints(kCat, "0\n");
+	fakeoutside::commandFails("vip-stop");
+	expectVerdict(0, steps::join({cardHasNoCarrier(), cardFailed(steps::killPrograms(), notStarted("vip-stop"))}));
+	expectGivenUpWithAnAsk();
+}
+
+TEST_F(NetworkStatusOfAMaster, AnIsolatedMasterGivesUpEvenWhenTheKillCommandCannotStart)
+{
+	fakeoutside::pingGives(kGateway, 0);
+	fakeoutside::commandFails(kKill);
+	expectVerdict(0, steps::join({start(), communicationFailed(notStarted(kKill))}));
+	expectGivenUpInSilence();
+}
+
+TEST_F(NetworkStatusOfAMaster, ASilentServiceAddressGivesUpEvenWhenTheKillCommandCannotStart)
+{
+	fakeoutside::pingGives(kService, 0);
+	fakeoutside::commandFails(kKill);
+	expectVerdict(0, steps::join({gatewayAnswers(), serviceFailed(notStarted(kKill))}));
+	expectGivenUpInSilence();
+}
+
+TEST_F(NetworkStatusOfAMaster, TheVirtualIPIsDroppedEvenWhenTheKillCommandCannotStart)
+{
+	fakeoutside::commandPrints(kCat, "0\n");
+	fakeoutside::commandFails(kKill);
+	expectVerdict(0, steps::join({cardHasNoCarrier(), cardFailed(notStarted(kKill))}));
 	expectGivenUpWithAnAsk();
 }
 

@@ -1,6 +1,5 @@
-// The moment at which roles, status, ask and count change: the sender and the checker
-// read the role and the ask from other threads, so the place between two log lines,
-// commands or waits is what the partner gets to see.
+// Other threads read role and ask at any moment. These tests pin between which two
+// events each value changes.
 #include "FakeOutside.h"
 #include "ReceiverTest.h"
 #include "velarix/shared_value.h"
@@ -19,12 +18,20 @@ const char kServiceCard[] = "cat /sys/class/net/eth0/carrier";
 class StateChanges : public ReceiverTest
 {
 protected:
-	void begin(MODE role, int ownStatus, int ask, int asked)
+	struct State
 	{
-		mode = role;
-		status() = ownStatus;
-		velarix::storeShared(g_specialAsking, ask);
-		count() = asked;
+		MODE role;
+		int status;
+		int ask;
+		int count;
+	};
+
+	void begin(const State& state)
+	{
+		mode = state.role;
+		status() = state.status;
+		velarix::storeShared(g_specialAsking, state.ask);
+		count() = state.count;
 	}
 
 	std::vector<std::string> ofNetworkStatus()
@@ -45,21 +52,21 @@ protected:
 
 TEST_F(StateChanges, AMasterWithoutGatewayIsASlaveBeforeItsProgramsAreKilled)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	fakeoutside::pingGives(kGateway, 0);
 	EXPECT_THAT(ofNetworkStatus(), ElementsAre("role 2 status 1 ask 0 count 2 at command kill-by-name dbServer"));
 }
 
 TEST_F(StateChanges, AMasterWhoseServiceAddressIsSilentIsASlaveBeforeItsProgramsAreKilled)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	fakeoutside::pingGives(kService, 0);
 	EXPECT_THAT(ofNetworkStatus(), ElementsAre("role 2 status 1 ask 0 count 2 at command kill-by-name dbServer"));
 }
 
 TEST_F(StateChanges, AMasterWithoutServiceCarrierAsksOnlyAfterItDroppedTheAddress)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	fakeoutside::commandPrints(kServiceCard, "0\n");
 	EXPECT_THAT(ofNetworkStatus(), ElementsAre("role 2 status 1 ask 0 count 2 at command kill-by-name dbServer",
 	                                           "role 2 status 1 ask 1 count 0 at the end"));
@@ -67,7 +74,7 @@ TEST_F(StateChanges, AMasterWithoutServiceCarrierAsksOnlyAfterItDroppedTheAddres
 
 TEST_F(StateChanges, ASlaveWithoutAPartnerIsMasterBeforeItStartsThePrograms)
 {
-	begin(2, 1, 0, 2);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 0, .count = 2});
 	fakeoutside::pingGives(kPartner, 0);
 	fakeoutside::pingGives(kService, 0);
 	EXPECT_THAT(ofNetworkStatus(),
@@ -76,7 +83,7 @@ TEST_F(StateChanges, ASlaveWithoutAPartnerIsMasterBeforeItStartsThePrograms)
 
 TEST_F(StateChanges, AMasterWithoutProgramsIsASlaveAfterTheLineAndAsksAfterTheAddressIsDropped)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	fakeoutside::commandPrints(kServiceCard, "1\n");
 	EXPECT_THAT(ofOwnJudgement(), ElementsAre("role 2 status 1 ask 0 count 2 at command vip-stop",
 	                                          "role 2 status 1 ask 1 count 0 at sleep 1000"));
@@ -84,7 +91,7 @@ TEST_F(StateChanges, AMasterWithoutProgramsIsASlaveAfterTheLineAndAsksAfterTheAd
 
 TEST_F(StateChanges, AFailedNetworkMakesTheStatusNotOKAfterTheLineAndBeforeThePause)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	fakeoutside::pingGives(kGateway, 0);
 	EXPECT_THAT(ofOwnJudgement(), ElementsAre("role 2 status 1 ask 0 count 2 at command kill-by-name dbServer",
 	                                          "role 2 status 0 ask 0 count 2 at sleep 1000"));
@@ -92,7 +99,7 @@ TEST_F(StateChanges, AFailedNetworkMakesTheStatusNotOKAfterTheLineAndBeforeThePa
 
 TEST_F(StateChanges, AMastersHeartbeatMakesTheStatusOKBeforeItsAskIsLookedAt)
 {
-	begin(2, 0, 0, 2);
+	begin({.role = MODE_SLAVE, .status = 0, .ask = 0, .count = 2});
 	EXPECT_THAT(
 	    ofHearing("1", "0"),
 	    ElementsAre("role 2 status 1 ask 0 count 2 at log D CHeartReciver:376 szTmp[1] szPartnerProcessRunning[0]"));
@@ -100,13 +107,13 @@ TEST_F(StateChanges, AMastersHeartbeatMakesTheStatusOKBeforeItsAskIsLookedAt)
 
 TEST_F(StateChanges, AMastersHeartbeatWithoutAnAskEndsTheOwnAskAfterTheLine)
 {
-	begin(2, 1, 1, 2);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 1, .count = 2});
 	EXPECT_THAT(ofHearing("1", "0"), ElementsAre("role 2 status 1 ask 0 count 2 at the end"));
 }
 
 TEST_F(StateChanges, TheCountGrowsBeforeTheWaitIsLogged)
 {
-	begin(2, 1, 1, 1);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 1, .count = 1});
 	EXPECT_THAT(ofHearing("1", "1"),
 	            ElementsAre("role 2 status 1 ask 1 count 2 at log D CHeartReciver:363 My NetWork "
 	                        "Status: OK MY:SLAVE PARTNER:MASTER Special ask <-- answer wait [2/3]"));
@@ -114,7 +121,7 @@ TEST_F(StateChanges, TheCountGrowsBeforeTheWaitIsLogged)
 
 TEST_F(StateChanges, TheAskEndsAfterTheLineThatTellsTheAnswer)
 {
-	begin(2, 1, 1, 3);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 1, .count = 3});
 	EXPECT_THAT(ofHearing("1", "1"), ElementsAre("role 2 status 1 ask 1 count 4 at log D CHeartReciver:368 My NetWork "
 	                                             "Status: OK MY:SLAVE PARTNER:MASTER Special ask <-- answer OK [4/4]",
 	                                             "role 2 status 1 ask 0 count 0 at the end"));
@@ -122,7 +129,7 @@ TEST_F(StateChanges, TheAskEndsAfterTheLineThatTellsTheAnswer)
 
 TEST_F(StateChanges, WithTheStatusNotOKTheAskEndsAfterTheLineThatTellsTheAnswerToo)
 {
-	begin(2, 0, 1, 3);
+	begin({.role = MODE_SLAVE, .status = 0, .ask = 1, .count = 3});
 	EXPECT_THAT(
 	    ofHearing("1", "1"),
 	    ElementsAre("role 2 status 1 ask 1 count 3 at log D CHeartReciver:376 szTmp[1] szPartnerProcessRunning[1]",
@@ -133,7 +140,7 @@ TEST_F(StateChanges, WithTheStatusNotOKTheAskEndsAfterTheLineThatTellsTheAnswerT
 
 TEST_F(StateChanges, AnUnansweredAskEndsBeforeThePartnersIsLookedAt)
 {
-	begin(2, 1, 1, 3);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 1, .count = 3});
 	EXPECT_THAT(ofHearing("2", "1"),
 	            ElementsAre("role 2 status 1 ask 0 count 0 at log D CHeartReciver:411 szTmp[1] specialAsk[1]",
 	                        "role 1 status 1 ask 0 count 0 at command vip-stop"));
@@ -141,7 +148,7 @@ TEST_F(StateChanges, AnUnansweredAskEndsBeforeThePartnersIsLookedAt)
 
 TEST_F(StateChanges, WithTheStatusNotOKAnUnansweredAskEndsAfterTheLineAndBeforeThePartnersIsLookedAt)
 {
-	begin(2, 0, 1, 3);
+	begin({.role = MODE_SLAVE, .status = 0, .ask = 1, .count = 3});
 	EXPECT_THAT(
 	    ofHearing("2", "1"),
 	    ElementsAre("role 2 status 0 ask 1 count 4 at log D CHeartReciver:434 My NetWork Status: NOT OK MY:SLAVE "
@@ -152,7 +159,7 @@ TEST_F(StateChanges, WithTheStatusNotOKAnUnansweredAskEndsAfterTheLineAndBeforeT
 
 TEST_F(StateChanges, AConfiguredMasterIsMasterBeforeItsProgramsAreKilled)
 {
-	begin(2, 1, 0, 2);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 0, .count = 2});
 	configureRole("1");
 	programRuns(true);
 	EXPECT_THAT(ofHearing("2", "0"),
@@ -161,7 +168,7 @@ TEST_F(StateChanges, AConfiguredMasterIsMasterBeforeItsProgramsAreKilled)
 
 TEST_F(StateChanges, AConfiguredSlaveIsASlaveBeforeItsProgramsAreKilled)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	configureRole("2");
 	programRuns(true);
 	EXPECT_THAT(ofHearing("1", "0"),
@@ -170,20 +177,20 @@ TEST_F(StateChanges, AConfiguredSlaveIsASlaveBeforeItsProgramsAreKilled)
 
 TEST_F(StateChanges, AMasterWhoseProgramsRunIsOKAgainInSilence)
 {
-	begin(1, 0, 0, 2);
+	begin({.role = MODE_MASTER, .status = 0, .ask = 0, .count = 2});
 	programRuns(true);
 	EXPECT_THAT(ofHearing("2", "0"), ElementsAre("role 1 status 1 ask 0 count 2 at the end"));
 }
 
 TEST_F(StateChanges, AMasterThatHearsASlaveChangesNothing)
 {
-	begin(1, 1, 0, 2);
+	begin({.role = MODE_MASTER, .status = 1, .ask = 0, .count = 2});
 	EXPECT_THAT(ofHearing("2", "1"), IsEmpty());
 }
 
 TEST_F(StateChanges, AFailOverIsMasterBeforeItStartsAnything)
 {
-	begin(2, 1, 0, 2);
+	begin({.role = MODE_SLAVE, .status = 1, .ask = 0, .count = 2});
 	EXPECT_THAT(stateChanges([this] { receiver->failOver(); }),
 	            ElementsAre("role 1 status 1 ask 0 count 2 at log D CHeartReciver:601 try to process run"));
 }

@@ -170,6 +170,62 @@ TEST_F(VirtualIP, APingErrorAfterASilentStartCommandIsLoggedWithTheEmptyOutput)
 	                        "log D Utill:668 myVirtualIP working"));
 }
 
+TEST_F(VirtualIP, APingErrorAfterASilentRoundIsLoggedAndTheListingLookedAtAgain)
+{
+	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 10});
+	fakeoutside::onAction(
+	    [](const std::string& event)
+	    {
+		    if (event == "ping 10.0.1.100 x10" && events::only({event}).size() == 2)
+		    {
+			    fakeoutside::pingThrows("10.0.1.100", [] { throw Poco::IOException("no raw socket"); });
+		    }
+	    });
+	fakeoutside::commandPrintsInTurn("ifconfig", {kListingWithout, kListing});
+	EXPECT_TRUE(start());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
+	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
+	                        "sleep 1000", "sleep 1000", "command vip-start",
+	                        "log I Utill:573 command(vip-start) : ", "log D Utill:490 set virtual ip...",
+	                        "ping 10.0.1.100 x10", "log D Utill:496 ping: 0", "sleep 1000", "ping 10.0.1.100 x10",
+	                        "log E Utill:504 set virtual ip failed: I/O error: no raw socket",
+	                        "log E Utill:432 can't start virtual ip: ", "sleep 500", "command ifconfig",
+	                        "log D Utill:668 myVirtualIP working"));
+}
+
+TEST_F(VirtualIP, AListingThatCannotBeMadeCountsAsAnAbsentAddress)
+{
+	fakeoutside::commandFails("ifconfig");
+	EXPECT_TRUE(start());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
+	                        "log E Utill:652 popen error", "sleep 1000", "sleep 1000", "sleep 1000", "sleep 1000",
+	                        "sleep 1000", "command vip-start", "log I Utill:573 command(vip-start) : ",
+	                        "log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 10"));
+}
+
+TEST_F(VirtualIP, AListingThatCanBeMadeAgainIsBelieved)
+{
+	fakeoutside::commandFails("ifconfig");
+	fakeoutside::commandPrints("vip-start", "busy\n");
+	fakeoutside::onAction(
+	    [](const std::string& event)
+	    {
+		    if (event == "command vip-start")
+		    {
+			    fakeoutside::commandPrints("ifconfig", kListing);
+		    }
+	    });
+	EXPECT_TRUE(start());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
+	                        "log E Utill:652 popen error", "sleep 1000", "sleep 1000", "sleep 1000", "sleep 1000",
+	                        "sleep 1000", "command vip-start", "log I Utill:573 command(vip-start) : busy\n\n",
+	                        "log E Utill:432 can't start virtual ip: busy\n\n", "sleep 500", "command ifconfig",
+	                        "log D Utill:668 myVirtualIP working"));
+}
+
 TEST_F(VirtualIP, AStopCommandThatCannotBeRunDoesNotPreventTheStart)
 {
 	fakeoutside::commandFails("vip-stop");

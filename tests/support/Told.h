@@ -4,12 +4,28 @@
 #include <iostream>
 #include <string>
 
+#include "Daemon.h"
 #include "Events.h"
+#include "FakeOutside.h"
 
 /// Repeats an event on standard error.
 inline void tell(const std::string& event)
 {
 	std::cerr << event << '\n';
+}
+
+/// The first line of a death test's account: what stands between it and the
+/// report is all that happened.
+inline constexpr char kBegin[] = "begin";
+
+/// Says kBegin; from now on every log line, outward action and wait is told.
+/// Needs FakeOutside.
+inline void tellEverything()
+{
+	tell(kBegin);
+	onLogLine(tell);
+	fakeoutside::onAction(tell);
+	events::onSleep([](long milliseconds) { tell("sleep " + std::to_string(milliseconds)); });
 }
 
 /// @return what `tell` and the log's echo leave on standard error for these events,
