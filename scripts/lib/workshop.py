@@ -18,6 +18,7 @@ ROOMS = ("unit", "tables", "fatal", "sandbox")
 FILE_LIMIT = 256 << 20  # bytes a runaway mutant may write into one file
 MEMORY_LIMIT = 4 << 30  # bytes of data it may hold
 BUILD_LIMIT = 900  # seconds for one build
+SLOW = 15.0  # seconds; a program that takes longer is not asked
 PASSED = re.compile(r"^\[  PASSED  \] (\d+) tests?\.", re.MULTILINE)
 # Verdicts besides the name of the program that noticed.
 SURVIVED = ""
@@ -63,7 +64,9 @@ class Experience:
         self.flaky = collections.Counter()  # by program, failures that a second run did not have
 
     def order(self, file, programs):
-        """The programs that noticed mutants of the file so far first, the quick ones before the slow."""
+        """The programs that noticed mutants of the file so far first, the quick ones before the
+        slow; the slowest not at all."""
+        programs = [name for name in programs if self.seconds[name] < SLOW]
         with self.lock:
             kills = {name: self.kills[file, name] for name in programs}
         link = 0.5  # seconds
