@@ -178,8 +178,10 @@ protected:
 	{
 		LoopPair::SetUp();
 		const char* text = std::getenv("VELARIX_TEST_SEED");
+		char* pEnd = nullptr;
 		const std::uint32_t seed =
-		    text != nullptr ? static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10)) : std::random_device{}();
+		    text != nullptr ? static_cast<std::uint32_t>(std::strtoul(text, &pEnd, 10)) : std::random_device{}();
+		ASSERT_TRUE(text == nullptr || (pEnd != text && *pEnd == '\0')) << "VELARIX_TEST_SEED is no number: " << text;
 		m_trace =
 		    std::make_unique<testing::ScopedTrace>(__FILE__, __LINE__, "VELARIX_TEST_SEED=" + std::to_string(seed));
 		std::cout << "VELARIX_TEST_SEED=" << seed << std::endl;
