@@ -5,6 +5,7 @@
 
 #include "Daemon.h"
 #include "FakeOutside.h"
+#include "ReceiverTest.h"
 #include "Told.h"
 #include "Utill.h"
 
@@ -65,30 +66,13 @@ TEST_F(LaunchingFatal, ARaisedAddressAndTheWaitingTimeComeBeforeTheScriptThatEnd
 	fakeoutside::systemGives(kScript, 127);
 	settings.set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", "2");
 	apply();
-	EXPECT_FATAL_AFTER(runTelling(false),
-	                   told({kBegin,
-	                         "log D Utill:48 try to start virtual ip",
-	                         "command vip-stop",
-	                         "log I Utill:573 command(vip-stop) : ",
-	                         "command ifconfig",
-	                         "log D Utill:680 myVirtualIP not working",
-	                         "sleep 1000",
-	                         "sleep 1000",
-	                         "sleep 1000",
-	                         "sleep 1000",
-	                         "sleep 1000",
-	                         "command vip-start",
-	                         "log I Utill:573 command(vip-start) : ",
-	                         "log D Utill:490 set virtual ip...",
-	                         "ping 10.0.1.100 x10",
-	                         "log D Utill:496 ping: 10",
-	                         "sleep 1000",
-	                         "sleep 1000",
-	                         "log D Utill:62 try to run processes",
-	                         "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                         "system /usr/velarix/bin/ini/processList.sh",
-	                         "log E Utill:72 can't run processes[127]"}),
-	                   "1==0", "Utill", 73, kVoidProcessRun);
+	EXPECT_FATAL_AFTER(
+	    runTelling(false),
+	    told(steps::join({kBegin, "log D Utill:48 try to start virtual ip", steps::raiseAddress(), "sleep 1000",
+	                      "sleep 1000", "log D Utill:62 try to run processes",
+	                      "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	                      "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[127]"})),
+	    "1==0", "Utill", 73, kVoidProcessRun);
 }
 
 TEST_F(LaunchingFatal, AProgramThatCannotBeLaunchedEndsTheDaemon)

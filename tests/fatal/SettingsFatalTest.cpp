@@ -49,10 +49,7 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		sandbox::writeFile(kLog, "");
-		settings.set("LOG.PATH", kLog);
-		apply();
-		useRealLogFile();
+		useRealLogFileAt(kLog);
 		sandbox::writeFile(kOther, "[AGENT]\nEMPTY =\nTEXT = master\nHALF = 1.5\nBIG = 2147483648\n"
 		                           "TAIL = 12s\nLOOP = ${AGENT.LOOP}\n");
 	}

@@ -155,6 +155,14 @@ void useRealLogFile()
 	velarixLog->init();
 }
 
+void DaemonTest::useRealLogFileAt(const char* path)
+{
+	sandbox::writeFile(path, "");
+	settings.set("LOG.PATH", path);
+	apply();
+	useRealLogFile();
+}
+
 void useRecordedLog()
 {
 	useRealLogFile();

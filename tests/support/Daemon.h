@@ -39,6 +39,8 @@ protected:
 
 	/// Writes `settings` after a change.
 	void apply() { settings.write(); }
+	/// Makes the log anew with its real file at `path`, which is empty.
+	void useRealLogFileAt(const char* path);
 
 	Settings settings;
 };

@@ -138,20 +138,47 @@ events::List findAddress()
 	        "log D Utill:668 myVirtualIP working"};
 }
 
-events::List runPrograms()
+events::List raiseAddress()
 {
-	return {"log D Utill:48 try to start virtual ip",
-	        "command vip-stop",
+	return {"command vip-stop",
 	        "log I Utill:573 command(vip-stop) : ",
 	        "command ifconfig",
-	        "log D Utill:668 myVirtualIP working",
-	        "log D Utill:62 try to run processes",
-	        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	        "system /usr/velarix/bin/ini/processList.sh",
-	        "log E Utill:78 \n"
-	        "======================================================\n"
-	        "================ process run =========================\n"
-	        "======================================================"};
+	        "log D Utill:680 myVirtualIP not working",
+	        "sleep 1000",
+	        "sleep 1000",
+	        "sleep 1000",
+	        "sleep 1000",
+	        "sleep 1000",
+	        "command vip-start",
+	        "log I Utill:573 command(vip-start) : ",
+	        "log D Utill:490 set virtual ip...",
+	        "ping 10.0.1.100 x10",
+	        "log D Utill:496 ping: 10"};
+}
+
+namespace
+{
+
+events::List runProgramsAfter(const events::List& address)
+{
+	return join({"log D Utill:48 try to start virtual ip", address, "log D Utill:62 try to run processes",
+	             "system chmod 755 /usr/velarix/bin/ini/processList.sh", "system /usr/velarix/bin/ini/processList.sh",
+	             "log E Utill:78 \n"
+	             "======================================================\n"
+	             "================ process run =========================\n"
+	             "======================================================"});
+}
+
+} // namespace
+
+events::List runPrograms()
+{
+	return runProgramsAfter(findAddress());
+}
+
+events::List raiseAddressAndRunPrograms()
+{
+	return runProgramsAfter(raiseAddress());
 }
 
 } // namespace steps

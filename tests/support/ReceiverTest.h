@@ -73,7 +73,12 @@ events::List killPrograms();
 events::List dropAddress();
 /// The virtual IP asked to be up, which is listed already.
 events::List findAddress();
+/// The virtual IP asked to be up, which is not listed: the countdown, the start
+/// command and the first answered ping.
+events::List raiseAddress();
 /// The managed programs started, the virtual IP being listed already.
 events::List runPrograms();
+/// The same, the virtual IP being raised first.
+events::List raiseAddressAndRunPrograms();
 
 } // namespace steps

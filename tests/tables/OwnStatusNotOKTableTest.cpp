@@ -1,52 +1,17 @@
 // The decision on a heartbeat after a failed check of the own network. Only a
 // master's heartbeat, or running programs on a master, make the status OK again.
-#include "ReceiverTest.h"
-#include "velarix/shared_value.h"
-
-using testing::ElementsAreArray;
+#include "OwnStatusTable.h"
 
 namespace
 {
 
-struct Row
-{
-	const char* name;
-	std::int32_t status;
-	MODE role;
-	const char* partner;
-	const char* ask;
-	const char* configured;
-	bool programs;
-	MODE roleAfter;
-	std::int32_t statusAfter;
-	events::List steps;
-};
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
-
-class OwnStatusNotOK : public ReceiverTest, public testing::WithParamInterface<Row>
+class OwnStatusNotOK : public OwnStatusTable
 {
 };
 
 TEST_P(OwnStatusNotOK, Decides)
 {
-	const Row& row = GetParam();
-	configureRole(row.configured);
-	programRuns(row.programs);
-	mode = row.role;
-	status() = row.status;
-
-	hear(row.partner, row.ask);
-
-	EXPECT_EQ(mode, row.roleAfter);
-	EXPECT_EQ(status(), row.statusAfter);
-	EXPECT_EQ(count(), 0);
-	EXPECT_EQ(velarix::loadShared(g_specialAsking), 0);
-	EXPECT_FALSE(running);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({row.steps})));
+	expectAsWritten();
 }
 
 const char kStopped0[] = "log E CHeartReciver:319 m_myStatus[0]:ERRRRREEEEEEERRRRRRR";
@@ -67,7 +32,7 @@ const char kMasterKill[] = "log D CHeartReciver:470 MASTER kill";
 const char kRun[] = "log D CHeartReciver:473 try to process run";
 const char kSlaveKill[] = "log D CHeartReciver:480 SLAVE kill";
 
-std::vector<Row> rows()
+std::vector<OwnStatusRow> rows()
 {
 	using namespace steps;
 	// clang-format off
@@ -113,6 +78,6 @@ std::vector<Row> rows()
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, OwnStatusNotOK, testing::ValuesIn(rows()),
-                         [](const testing::TestParamInfo<Row>& row) { return row.param.name; });
+                         [](const testing::TestParamInfo<OwnStatusRow>& row) { return row.param.name; });
 
 } // namespace

@@ -26,10 +26,7 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		sandbox::writeFile(kLog, "");
-		settings.set("LOG.PATH", kLog);
-		apply();
-		useRealLogFile();
+		useRealLogFileAt(kLog);
 	}
 
 	static std::vector<std::string> file() { return logFileTexts(kLog); }

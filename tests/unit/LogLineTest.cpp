@@ -29,10 +29,7 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		sandbox::writeFile(kLog, "");
-		settings.set("LOG.PATH", kLog);
-		apply();
-		useRealLogFile();
+		useRealLogFileAt(kLog);
 	}
 
 	/// @return the one line of the log file

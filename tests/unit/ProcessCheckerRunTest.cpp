@@ -301,9 +301,10 @@ TEST_F(CheckerRun, AFullLogDiskIsShownOnTheConsoleAndKeepsTheNewValue)
 	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1", "sleep 5000"));
 }
 
-TEST_F(CheckerRun, TheLocksAreTakenAndGivenBackInTheSameOrderAndNotHeldWhileSleeping)
+/// Runs one pass of the checker and expects both locks around its check and neither
+/// around its wait.
+void expectLocksAroundTheCheck(ProcessChecker& checker)
 {
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
 	events::onSleep(
 	    [](long)
 	    {
@@ -311,7 +312,7 @@ TEST_F(CheckerRun, TheLocksAreTakenAndGivenBackInTheSameOrderAndNotHeldWhileSlee
 		    throw events::EndOfScript{};
 	    });
 	g_recordLocks = true;
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
+	EXPECT_THROW(checker.run(), events::EndOfScript);
 	g_recordLocks = false;
 	ASSERT_EQ(g_locks.size(), 6U);
 	const void* pFirst = g_locks[0].mutex;
@@ -321,24 +322,15 @@ TEST_F(CheckerRun, TheLocksAreTakenAndGivenBackInTheSameOrderAndNotHeldWhileSlee
 	                                 Locking{"unlock", pFirst}, Locking{"unlock", pSecond}, Locking{"sleep", nullptr}));
 }
 
+TEST_F(CheckerRun, TheLocksAreTakenAndGivenBackInTheSameOrderAndNotHeldWhileSleeping)
+{
+	expectLocksAroundTheCheck(*make());
+}
+
 TEST_F(CheckerRun, ACheckThatThrowsGivesTheLocksBackToo)
 {
 	g_answers = {[]() -> bool { throw Poco::FileException("proc"); }};
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	events::onSleep(
-	    [](long)
-	    {
-		    recordStep("sleep", nullptr);
-		    throw events::EndOfScript{};
-	    });
-	g_recordLocks = true;
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	g_recordLocks = false;
-	ASSERT_EQ(g_locks.size(), 6U);
-	const void* pFirst = g_locks[0].mutex;
-	const void* pSecond = g_locks[1].mutex;
-	EXPECT_THAT(g_locks, ElementsAre(Locking{"lock", pFirst}, Locking{"lock", pSecond}, Locking{"check", nullptr},
-	                                 Locking{"unlock", pFirst}, Locking{"unlock", pSecond}, Locking{"sleep", nullptr}));
+	expectLocksAroundTheCheck(*make());
 }
 
 } // namespace

@@ -17,39 +17,13 @@ const char kQuiet[] = "log D CHeartReciver:278 My NetWork Status: OK   MY:MASTER
 
 events::List restart()
 {
-	return {"log D CHeartReciver:470 MASTER kill",
-	        "command kill-by-name dbServer",
-	        "log I Utill:573 command(kill-by-name dbServer) : ",
-	        "log D CHeartReciver:473 try to process run",
-	        "log D Utill:48 try to start virtual ip",
-	        "command vip-stop",
-	        "log I Utill:573 command(vip-stop) : ",
-	        "command ifconfig",
-	        "log D Utill:680 myVirtualIP not working",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "command vip-start",
-	        "log I Utill:573 command(vip-start) : ",
-	        "log D Utill:490 set virtual ip...",
-	        "ping 10.0.1.100 x10",
-	        "log D Utill:496 ping: 10",
-	        "log D Utill:62 try to run processes",
-	        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	        "system /usr/velarix/bin/ini/processList.sh",
-	        "log E Utill:78 \n"
-	        "======================================================\n"
-	        "================ process run =========================\n"
-	        "======================================================"};
+	return steps::join({"log D CHeartReciver:470 MASTER kill", steps::killPrograms(),
+	                    "log D CHeartReciver:473 try to process run", steps::raiseAddressAndRunPrograms()});
 }
 
 events::List rest()
 {
-	return {"log D CHeartReciver:480 SLAVE kill", "command kill-by-name dbServer",
-	        "log I Utill:573 command(kill-by-name dbServer) : ", "command vip-stop",
-	        "log I Utill:573 command(vip-stop) : "};
+	return steps::join({"log D CHeartReciver:480 SLAVE kill", steps::killPrograms(), steps::dropAddress()});
 }
 
 TEST_F(RoleConflict, OfTwoMastersTheConfiguredOneRestartsAndTheOtherRests)

@@ -54,37 +54,6 @@ std::string waitNot(int n)
 	       std::to_string(n) + "/3]";
 }
 
-/// The address is not up when a start begins: the countdown, the start command
-/// and the first answered ping.
-events::List raiseAddress()
-{
-	return {"command vip-stop",
-	        "log I Utill:573 command(vip-stop) : ",
-	        "command ifconfig",
-	        "log D Utill:680 myVirtualIP not working",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "sleep 1000",
-	        "command vip-start",
-	        "log I Utill:573 command(vip-start) : ",
-	        "log D Utill:490 set virtual ip...",
-	        "ping 10.0.1.100 x10",
-	        "log D Utill:496 ping: 10"};
-}
-
-events::List startService()
-{
-	return steps::join({"log D Utill:48 try to start virtual ip", raiseAddress(), "log D Utill:62 try to run processes",
-	                    "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                    "system /usr/velarix/bin/ini/processList.sh",
-	                    "log E Utill:78 \n"
-	                    "======================================================\n"
-	                    "================ process run =========================\n"
-	                    "======================================================"});
-}
-
 TEST_F(SpecialAskExchange, AMasterWithoutItsProgramsAsksInEveryHeartbeat)
 {
 	EXPECT_EQ(first->beat(), "/process/1/1/20240131235959/0/");
@@ -101,9 +70,10 @@ TEST_F(SpecialAskExchange, AnAskedSlaveRaisesTheAddressThenStartsTheService)
 	loseThePrograms(*first);
 	const std::string ask = first->beat();
 	second->hears(ask);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({"log D CHeartReciver:411 szTmp[1] specialAsk[1]",
-	                                                          "log D CHeartReciver:414 special ask: slave -> master",
-	                                                          raiseAddress(), startService()})));
+	EXPECT_THAT(events::all(),
+	            ElementsAreArray(steps::heard({"log D CHeartReciver:411 szTmp[1] specialAsk[1]",
+	                                           "log D CHeartReciver:414 special ask: slave -> master",
+	                                           steps::raiseAddress(), steps::raiseAddressAndRunPrograms()})));
 	EXPECT_EQ(second->role, 1);
 	EXPECT_EQ(second->asking, 0);
 	EXPECT_TRUE(second->serves());
@@ -198,10 +168,11 @@ TEST_F(SpecialAskExchange, TheFourthHeartbeatOfAPartnerThatStaysSlaveReturnsTheM
 		expectWait(*first, kIdleSlave, waitOK(i));
 	}
 	first->hears(kIdleSlave);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard(
-	                               {"log D CHeartReciver:411 szTmp[1] specialAsk[0]",
-	                                "log D CHeartReciver:418 My NetWork Status: OK MY:SLAVE PARTNER:SLAVE OK",
-	                                "log D CHeartReciver:473 try to process run", startService()})));
+	EXPECT_THAT(events::all(),
+	            ElementsAreArray(
+	                steps::heard({"log D CHeartReciver:411 szTmp[1] specialAsk[0]",
+	                              "log D CHeartReciver:418 My NetWork Status: OK MY:SLAVE PARTNER:SLAVE OK",
+	                              "log D CHeartReciver:473 try to process run", steps::raiseAddressAndRunPrograms()})));
 	EXPECT_EQ(first->role, 1);
 	EXPECT_EQ(first->count(), 0);
 	EXPECT_TRUE(first->serves());
@@ -217,12 +188,13 @@ TEST_F(SpecialAskExchange, TheFourthHeartbeatWithTheStatusNotOKReturnsTheMasterR
 		expectWait(*first, kIdleSlave, waitNot(i));
 	}
 	first->hears(kIdleSlave);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard(
-	                               {"log D CHeartReciver:434 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE "
-	                                "Special ask <-- answer OK [4/3]",
-	                                "log D CHeartReciver:440 szTmp[1] specialAsk[0]",
-	                                "log D CHeartReciver:447 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE Reset",
-	                                "log D CHeartReciver:473 try to process run", startService()})));
+	EXPECT_THAT(events::all(),
+	            ElementsAreArray(
+	                steps::heard({"log D CHeartReciver:434 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE "
+	                              "Special ask <-- answer OK [4/3]",
+	                              "log D CHeartReciver:440 szTmp[1] specialAsk[0]",
+	                              "log D CHeartReciver:447 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE Reset",
+	                              "log D CHeartReciver:473 try to process run", steps::raiseAddressAndRunPrograms()})));
 	EXPECT_EQ(first->role, 1);
 	EXPECT_EQ(first->status(), 0);
 	EXPECT_EQ(first->asking, 0);
@@ -287,9 +259,10 @@ TEST_F(SpecialAskExchange, CrossingAsksAreCountedForThreeHeartbeatsThenHonoured)
 	}
 
 	first->hears(kAskingSlave);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({"log D CHeartReciver:411 szTmp[1] specialAsk[1]",
-	                                                          "log D CHeartReciver:414 special ask: slave -> master",
-	                                                          raiseAddress(), startService()})));
+	EXPECT_THAT(events::all(),
+	            ElementsAreArray(steps::heard({"log D CHeartReciver:411 szTmp[1] specialAsk[1]",
+	                                           "log D CHeartReciver:414 special ask: slave -> master",
+	                                           steps::raiseAddress(), steps::raiseAddressAndRunPrograms()})));
 	EXPECT_EQ(first->role, 1);
 	EXPECT_EQ(first->asking, 0);
 
