@@ -65,8 +65,8 @@ class Experience:
 
     def order(self, file, programs):
         """The programs that noticed mutants of the file so far first, the quick ones before the
-        slow; the slowest not at all."""
-        programs = [name for name in programs if self.seconds[name] < SLOW]
+        slow; the slowest only where there is no other."""
+        programs = [name for name in programs if self.seconds[name] < SLOW] or programs
         with self.lock:
             kills = {name: self.kills[file, name] for name in programs}
         link = 0.5  # seconds
