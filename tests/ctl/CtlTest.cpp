@@ -1,0 +1,86 @@
+#include "CtlTest.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "Program.h"
+
+namespace fs = std::filesystem;
+
+CtlTest::CtlTest() : now(std::chrono::sys_days{std::chrono::year{2026} / 3 / 1} + std::chrono::hours{12})
+{
+	freshHost();
+	std::string name = (fs::temp_directory_path() / "velarixctl-XXXXXX").string();
+	if (::mkdtemp(name.data()) == nullptr)
+	{
+		throw std::runtime_error("no temporary directory");
+	}
+	m_root = name;
+}
+
+CtlTest::~CtlTest()
+{
+	std::error_code ignored;
+	fs::remove_all(m_root, ignored);
+}
+
+fs::path CtlTest::below(const std::string& absolute) const
+{
+	return m_root / fs::path(absolute).relative_path();
+}
+
+fs::path CtlTest::write(const std::string& absolute, const std::string& text) const
+{
+	fs::path path = below(absolute);
+	fs::create_directories(path.parent_path());
+	std::ofstream(path, std::ios::binary) << text;
+	return path;
+}
+
+Outcome CtlTest::run(const std::vector<std::string>& arguments) const
+{
+	std::ostringstream out;
+	std::ostringstream err;
+	velarix::ctl::Context context{
+	    .out = out, .err = err, .now = [time = now] { return time; }, .colour = colour, .paths = {}, .action = {}};
+	const int code = velarix::ctl::run(arguments, context);
+	return {code, out.str(), err.str()};
+}
+
+Outcome CtlTest::runBelow(std::vector<std::string> arguments) const
+{
+	arguments.insert(arguments.end(), {"--root", m_root.string()});
+	return run(arguments);
+}
+
+std::string CtlTest::anonymous(std::string text) const
+{
+	const std::string name = m_root.string();
+	for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at))
+	{
+		text.erase(at, name.size());
+	}
+	return text;
+}
+
+std::string readFile(const fs::path& path)
+{
+	std::ostringstream text;
+	text << std::ifstream(path, std::ios::binary).rdbuf();
+	return text.str();
+}
+
+void expectGolden(const std::string& name, const std::string& text)
+{
+	const fs::path path = fs::path(VELARIX_CTL_GOLDEN) / name;
+	if (const char* how = std::getenv("VELARIX_GOLDEN"); how != nullptr && std::string(how) == "write")
+	{
+		std::ofstream(path, std::ios::binary) << text;
+		ADD_FAILURE() << "written: " << path;
+		return;
+	}
+	ASSERT_TRUE(fs::exists(path)) << path;
+	EXPECT_EQ(readFile(path), text) << path;
+}

@@ -1,0 +1,61 @@
+/// What the tests of the operator's program share: a directory that stands for a
+/// node's disk, the program run inside the test, golden files.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "FakeHost.h"
+
+/// What one run of the program gave.
+struct Outcome
+{
+	int code = -1;
+	std::string out;
+	std::string err;
+};
+
+/// A test with a fresh machine and a fresh directory, removed at its end.
+class CtlTest : public testing::Test
+{
+protected:
+	CtlTest();
+	~CtlTest() override;
+
+	/// @return the directory
+	const std::filesystem::path& root() const { return m_root; }
+
+	/// @return an absolute path of the node, below the directory
+	std::filesystem::path below(const std::string& absolute) const;
+
+	/// Writes a file below the directory and makes the folders above it.
+	std::filesystem::path write(const std::string& absolute, const std::string& text) const;
+
+	/// Runs the program with the clock at `now`; no "--root" is added.
+	Outcome run(const std::vector<std::string>& arguments) const;
+
+	/// As run, with "--root" the directory.
+	Outcome runBelow(std::vector<std::string> arguments) const;
+
+	/// @return the text with the directory's name taken out of it
+	std::string anonymous(std::string text) const;
+
+	/// 2026-03-01 12:00:00 UTC unless the test changes it.
+	std::chrono::system_clock::time_point now;
+	bool colour = false;
+
+private:
+	std::filesystem::path m_root;
+};
+
+/// @return the whole file
+std::string readFile(const std::filesystem::path& path);
+
+/// Expects the text to be that of the golden file tests/ctl/golden/NAME.
+/// VELARIX_GOLDEN=write in the environment writes the file instead and fails.
+void expectGolden(const std::string& name, const std::string& text);

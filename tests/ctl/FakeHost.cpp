@@ -1,0 +1,71 @@
+#include "FakeHost.h"
+
+#include <sys/stat.h>
+
+using namespace velarix::ctl::host;
+
+FakeHost& fakeHost()
+{
+	static FakeHost host;
+	return host;
+}
+
+void freshHost()
+{
+	fakeHost() = FakeHost{};
+	fakeHost().cards = {{"eth0", {true, true}}, {"eth1", {true, true}}};
+	fakeHost().addresses = {{"lo", "lo", "127.0.0.1", 8, true},
+	                        {"eth0", "eth0", "198.51.100.1", 24, true},
+	                        {"eth1", "eth1", "192.0.2.1", 24, true}};
+}
+
+namespace velarix::ctl::host
+{
+
+FileFacts fileFacts(const std::filesystem::path& path)
+{
+	if (const auto told = fakeHost().files.find(path.string()); told != fakeHost().files.end())
+	{
+		return told->second;
+	}
+	FileFacts facts;
+	struct stat status = {};
+	if (::stat(path.c_str(), &status) == 0)
+	{
+		const auto kind = S_ISDIR(status.st_mode) ? FileKind::directory : FileKind::other;
+		facts.kind = S_ISREG(status.st_mode) ? FileKind::regular : kind;
+		facts.mode = status.st_mode & 07777U;
+	}
+	return facts;
+}
+
+std::optional<std::filesystem::path> findTool(const std::string& name)
+{
+	if (fakeHost().missingTools.contains(name))
+	{
+		return std::nullopt;
+	}
+	return std::filesystem::path("/usr/bin") / name;
+}
+
+uid_t user()
+{
+	return fakeHost().user;
+}
+
+std::optional<std::string> whyNoPing()
+{
+	return fakeHost().whyNoPing;
+}
+
+Card card(const std::string& name)
+{
+	return fakeHost().cards[name];
+}
+
+std::vector<Address> addresses()
+{
+	return fakeHost().addresses;
+}
+
+} // namespace velarix::ctl::host

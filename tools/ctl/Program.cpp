@@ -1,0 +1,68 @@
+#include "Program.h"
+
+#include <exception>
+#include <filesystem>
+
+#include <CLI/CLI.hpp>
+
+#include "verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+constexpr char kName[] = "velarixctl";
+
+void setUp(CLI::App& app, std::string& root, Context& context)
+{
+	app.set_version_flag("--version", std::string(kName) + " " VELARIX_VERSION);
+	app.add_option("--root", root, "look for the node's files below DIR; the kernel is not asked then")
+	    ->type_name("DIR")
+	    ->check(CLI::ExistingDirectory);
+	app.require_subcommand(1);
+	app.fallthrough();
+	for (const AddVerb add : kVerbs)
+	{
+		add(app, context);
+	}
+}
+
+/// @return the status for a command line that asks for help or is wrong
+int explain(const CLI::App& app, const CLI::ParseError& error, Context& context)
+{
+	if (app.get_subcommands().empty() && !app.remaining().empty())
+	{
+		context.err << kName << ": there is no verb \"" << app.remaining().front() << "\"; see --help\n";
+		return number(ExitCode::usage);
+	}
+	const bool asked = app.exit(error, context.out, context.err) == number(ExitCode::fine);
+	return number(asked ? ExitCode::fine : ExitCode::usage);
+}
+
+} // namespace
+
+int run(const std::vector<std::string>& arguments, Context& context)
+{
+	CLI::App app("Sets up, checks, watches and moves a node of a Velarix HA pair.", kName);
+	std::string root = "/";
+	setUp(app, root, context);
+	try
+	{
+		app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+		context.paths = Paths(std::filesystem::absolute(root));
+		return number(context.action());
+	}
+	catch (const CLI::ParseError& error)
+	{
+		return explain(app, error, context);
+	}
+	catch (const Failure& failure)
+	{
+		context.err << kName << ": " << failure.what() << '\n';
+		return number(failure.code());
+	}
+}
+
+} // namespace velarix::ctl

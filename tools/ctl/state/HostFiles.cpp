@@ -1,0 +1,66 @@
+#include "Host.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace velarix::ctl::host
+{
+
+namespace
+{
+
+FileKind kindOf(mode_t mode)
+{
+	if (S_ISREG(mode))
+	{
+		return FileKind::regular;
+	}
+	return S_ISDIR(mode) ? FileKind::directory : FileKind::other;
+}
+
+} // namespace
+
+FileFacts fileFacts(const std::filesystem::path& path)
+{
+	FileFacts facts;
+	struct stat status = {};
+	if (::stat(path.c_str(), &status) != 0)
+	{
+		facts.kind = errno == EACCES ? FileKind::notKnown : FileKind::missing;
+		return facts;
+	}
+	facts.kind = kindOf(status.st_mode);
+	facts.mode = status.st_mode & 07777U;
+	facts.owner = status.st_uid;
+	facts.group = status.st_gid;
+	return facts;
+}
+
+std::optional<std::filesystem::path> findTool(const std::string& name)
+{
+	const char* path = std::getenv("PATH");
+	std::string_view rest(path == nullptr ? "" : path);
+	while (!rest.empty())
+	{
+		const std::string_view directory = rest.substr(0, rest.find(':'));
+		rest.remove_prefix(std::min(rest.size(), directory.size() + 1));
+		const std::filesystem::path candidate = std::filesystem::path(directory) / name;
+		if (!directory.empty() && fileFacts(candidate).kind == FileKind::regular &&
+		    ::access(candidate.c_str(), X_OK) == 0)
+		{
+			return candidate;
+		}
+	}
+	return std::nullopt;
+}
+
+uid_t user()
+{
+	return ::geteuid();
+}
+
+} // namespace velarix::ctl::host
