@@ -4,7 +4,6 @@
 
 #include <Poco/Ascii.h>
 #include <Poco/Exception.h>
-#include <Poco/NumberFormatter.h>
 #include <Poco/String.h>
 
 #include "settings/InputFile.h"
@@ -112,11 +111,6 @@ std::vector<SettingLine> splitSettings(std::string_view text)
 	return Splitter(text).split();
 }
 
-bool sameKey(std::string_view left, std::string_view right)
-{
-	return Poco::icompare(std::string(left), std::string(right)) == 0;
-}
-
 SettingsFile SettingsFile::load(const std::filesystem::path& path)
 {
 	return parse(path, readInputFile(path));
@@ -191,7 +185,7 @@ std::vector<std::string> SettingsFile::programs() const
 	const int number = integer(key::kProcessNumber).value_or(0);
 	for (int i = 1; i <= number; ++i)
 	{
-		const std::optional<std::string> program = text(key::kProcessPath + Poco::NumberFormatter::format(i));
+		const std::optional<std::string> program = text(programKey(i));
 		if (!program)
 		{
 			break;

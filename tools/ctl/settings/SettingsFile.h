@@ -35,9 +35,6 @@ struct SettingLine
 /// @return every key line, in the order of the file, duplicates included
 std::vector<SettingLine> splitSettings(std::string_view text);
 
-/// @return whether two keys are the same to the parser (letter case ignored)
-bool sameKey(std::string_view left, std::string_view right);
-
 class SettingsFile
 {
 public:

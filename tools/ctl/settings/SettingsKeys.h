@@ -3,6 +3,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace velarix::ctl
@@ -65,11 +66,17 @@ struct KeyInfo
 	std::string_view example;
 };
 
+/// @return whether two keys are the same to the parser (letter case ignored)
+bool sameKey(std::string_view left, std::string_view right);
+
 /// @return all keys, in the order in which they stand in the file
 std::span<const KeyInfo> settingsKeys();
 
 /// @return the key's row (PROCESS_PATH7 gives that of PROCESS_PATH); null for an
 ///         unknown one
 const KeyInfo* findKey(std::string_view name);
+
+/// @return the key of a managed program, from 1
+std::string programKey(int number);
 
 } // namespace velarix::ctl
