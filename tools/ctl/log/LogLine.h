@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace velarix::ctl
 {
@@ -57,13 +58,12 @@ public:
 
 private:
 	std::optional<Instant> m_last;
-	/// The last hour read and its two readings, since asking the library for each
-	/// line costs more than the line.
-	std::string m_hour;
-	std::optional<Instant> m_earlier;
-	std::optional<Instant> m_later;
+	/// The last minute read and what it may mean, since asking the C library for
+	/// each line costs more than the line.
+	std::string m_minute;
+	std::vector<std::chrono::seconds> m_meanings;
 
-	void readHour(std::string_view hour);
+	void readMinute(std::string_view minute);
 };
 
 /// Reads the head of a line and takes the rest as text.

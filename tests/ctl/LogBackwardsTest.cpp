@@ -1,0 +1,183 @@
+// The log from its end: only as much as is asked for, the archives behind.
+
+#include <fstream>
+
+#include <Poco/DeflatingStream.h>
+
+#include "CtlTest.h"
+#include "LogTestSupport.h"
+
+using namespace velarix::ctl;
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class LogBackwards : public CtlTest
+{
+protected:
+	const LocalZone zone{"UTC0"};
+	const fs::path log = below("/log/v.log");
+	std::vector<LogTrouble> trouble;
+
+	std::vector<std::string> last(std::size_t count)
+	{
+		std::vector<std::string> texts;
+		for (const LogLine& line : lastLines(log, count, now, trouble))
+		{
+			texts.push_back(line.hasHead() ? line.place() + " " + line.text : line.text);
+		}
+		return texts;
+	}
+};
+
+TEST_F(LogBackwards, TheLastMessagesComeInTheirOrder)
+{
+	write("/log/v.log", "# remark\n" + logLine("08:00:00.0", "A:1", "first") +
+	                        logLine("08:00:01.0", "A:2", "second\nfurther\n\nlines") +
+	                        logLine("08:00:02.0", "A:3", "third"));
+	EXPECT_THAT(last(0), IsEmpty());
+	EXPECT_THAT(last(1), ElementsAre("A:3 third"));
+	EXPECT_THAT(last(2), ElementsAre("A:2 second\nfurther\n\nlines", "A:3 third"));
+	EXPECT_THAT(last(99), ElementsAre("# remark", "A:1 first", "A:2 second\nfurther\n\nlines", "A:3 third"));
+	EXPECT_THAT(trouble, IsEmpty());
+}
+
+TEST_F(LogBackwards, AsMuchIsReadAsIsWanted)
+{
+	std::string text;
+	for (int number = 1; number <= 50000; ++number)
+	{
+		text += logLine("08:00:00.0", "A:" + std::to_string(number), "a message");
+	}
+	write("/log/v.log", text);
+	std::vector<int> numbers;
+	readBackwards(
+	    log, now,
+	    [&](const LogLine& line)
+	    {
+		    numbers.push_back(line.number);
+		    return line.number > 49998;
+	    },
+	    trouble);
+	EXPECT_THAT(numbers, ElementsAre(50000, 49999, 49998));
+}
+
+TEST_F(LogBackwards, EveryMessageOfALongLogComesOnce)
+{
+	std::string text;
+	for (int number = 1; number <= 20000; ++number)
+	{
+		text += logLine("08:00:00.0", "A:" + std::to_string(number),
+		                std::string(static_cast<std::size_t>(number % 97), 'x'));
+	}
+	write("/log/v.log", text);
+	int expected = 20000;
+	readBackwards(
+	    log, now,
+	    [&](const LogLine& line)
+	    {
+		    EXPECT_EQ(line.number, expected);
+		    EXPECT_EQ(line.text.size(), static_cast<std::size_t>(expected % 97));
+		    --expected;
+		    return true;
+	    },
+	    trouble);
+	EXPECT_EQ(expected, 0);
+}
+
+TEST_F(LogBackwards, ArchivesFollowNewestFirst)
+{
+	write("/log/v.log.20261121070000100", logLine("06:00:00.0", "A:1", "first"));
+	write("/log/v.log.20261121080000100", logLine("07:00:00.0", "A:2", "second"));
+	write("/log/v.log", "# remark\n" + logLine("08:00:02.0", "A:3", "third"));
+	EXPECT_THAT(last(9), ElementsAre("A:1 first", "A:2 second", "# remark", "A:3 third"));
+	EXPECT_THAT(last(3), ElementsAre("A:2 second", "# remark", "A:3 third"));
+}
+
+TEST_F(LogBackwards, APackedArchiveIsReadLikeAnother)
+{
+	{
+		std::ofstream packed(write("/log/v.log.20261121080000100.gz", ""), std::ios::binary);
+		Poco::DeflatingOutputStream stream(packed, Poco::DeflatingStreamBuf::STREAM_GZIP);
+		stream << logLine("07:00:00.0", "A:1", "first") << logLine("07:00:00.0", "A:2", "second");
+		stream.close();
+	}
+	write("/log/v.log", logLine("08:00:02.0", "A:3", "third"));
+	EXPECT_THAT(last(2), ElementsAre("A:2 second", "A:3 third"));
+	EXPECT_THAT(trouble, IsEmpty());
+}
+
+TEST_F(LogBackwards, ALineThatIsStillBeingWrittenIsLeftOut)
+{
+	write("/log/v.log.20261121080000100", logLine("07:00:00.0", "A:1", "first") + "cut off");
+	write("/log/v.log", logLine("08:00:02.0", "A:2", "second") + "2026-11-21 08:00:03.0 [4711:3][A:3] <D> thi");
+	EXPECT_THAT(last(9), ElementsAre("A:1 first\ncut off", "A:2 second"));
+}
+
+TEST_F(LogBackwards, TheMessageBehindAnUnfinishedOneIsFound)
+{
+	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + "2026-11-21 08:00:01.0 [47" +
+	                        logLine("08:00:09.0", "CAgent:25", "stop", "4712:0"));
+	EXPECT_THAT(last(9), ElementsAre("A:1 first\n2026-11-21 08:00:01.0 [47", "CAgent:25 stop"));
+}
+
+TEST_F(LogBackwards, AHugeLineIsCutAndSaysByHowMuch)
+{
+	const std::string huge(5 * kLongestText + 7, 'x');
+	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + logLine("08:00:01.0", "A:2", huge) +
+	                        logLine("08:00:02.0", "A:3", "third"));
+	const std::vector<LogLine> lines = lastLines(log, 9, now, trouble);
+	ASSERT_EQ(lines.size(), 3U);
+	EXPECT_EQ(lines.at(1).place(), "A:2");
+	EXPECT_LE(lines.at(1).text.size(), 2 * kLongestText);
+	EXPECT_EQ(lines.at(1).text.size() + lines.at(1).cut, huge.size());
+}
+
+TEST_F(LogBackwards, AMessageOfManyLinesIsCutAndSaysByHowMuch)
+{
+	std::string many;
+	for (int count = 0; count < 20000; ++count)
+	{
+		many += "further line\n";
+	}
+	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + many + logLine("08:00:02.0", "A:3", "third"));
+	const std::vector<LogLine> lines = lastLines(log, 9, now, trouble);
+	ASSERT_EQ(lines.size(), 2U);
+	EXPECT_EQ(lines.at(0).text.size(), kLongestText);
+	EXPECT_EQ(lines.at(0).text.substr(0, 19), "first\nfurther line\n");
+	EXPECT_EQ(lines.at(0).text.size() + lines.at(0).cut, std::string("first\n").size() + many.size() - 1);
+}
+
+TEST_F(LogBackwards, TheSecondOfTwoHoursIsTakenWhenItIsNearer)
+{
+	const LocalZone other(kCentralEurope);
+	write("/log/v.log", "2026-10-25 02:59:59.0 [1:3][A:1] <D> summer\n"
+	                    "2026-10-25 02:00:01.0 [1:3][A:2] <D> winter\n");
+	const Instant midnight = std::chrono::sys_days(std::chrono::year(2026) / 10 / 25);
+	const std::vector<LogLine> lines = lastLines(log, 9, midnight + 1h + 5s, trouble);
+	ASSERT_EQ(lines.size(), 2U);
+	EXPECT_EQ(lines.at(0).time, midnight + 59min + 59s);
+	EXPECT_EQ(lines.at(1).time, midnight + 1h + 1s);
+}
+
+TEST_F(LogBackwards, AMissingFileIsToldAndItsArchivesAreRead)
+{
+	write("/log/v.log.20261121080000100", logLine("07:00:00.0", "A:1", "first"));
+	EXPECT_THAT(last(9), ElementsAre("A:1 first"));
+	ASSERT_EQ(trouble.size(), 1U);
+	EXPECT_EQ(trouble.front().path, log);
+	EXPECT_EQ(trouble.front().error, ENOENT);
+}
+
+TEST_F(LogBackwards, AnEmptyFileHasNoMessages)
+{
+	write("/log/v.log", "");
+	EXPECT_THAT(last(9), IsEmpty());
+	EXPECT_THAT(trouble, IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,65 @@
+/// What the tests of the log's readers share.
+#pragma once
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "log/LogReader.h"
+
+/// The local zone of this process, until the end of the test.
+class LocalZone
+{
+public:
+	explicit LocalZone(const char* zone)
+	{
+		const char* const before = std::getenv("TZ");
+		m_had = before != nullptr;
+		m_before = m_had ? before : "";
+		set(zone);
+	}
+	~LocalZone() { set(m_had ? m_before.c_str() : nullptr); }
+	LocalZone(const LocalZone&) = delete;
+	LocalZone& operator=(const LocalZone&) = delete;
+
+private:
+	bool m_had = false;
+	std::string m_before;
+
+	static void set(const char* zone)
+	{
+		if (zone != nullptr)
+		{
+			::setenv("TZ", zone, 1);
+		}
+		else
+		{
+			::unsetenv("TZ");
+		}
+		::tzset();
+	}
+};
+
+/// Clocks of central Europe: forward on 29 March 2026 at 02:00, back on 25
+/// October 2026 at 03:00. Needs no time zone database.
+inline constexpr char kCentralEurope[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+/// A line of the log with its end.
+inline std::string logLine(const std::string& time, const std::string& place, const std::string& text,
+                           const std::string& process = "4711:3", char letter = 'D')
+{
+	return "2026-11-21 " + time + " [" + process + "][" + place + "] <" + letter + "> " + text + "\n";
+}
+
+/// Everything that is there, as "PLACE text" and "text" without a head.
+template <typename Reader> std::vector<std::string> readAll(Reader& reader)
+{
+	std::vector<std::string> texts;
+	for (velarix::ctl::LogLine line; reader.next(line);)
+	{
+		texts.push_back(line.hasHead() ? line.place() + " " + line.text : line.text);
+	}
+	return texts;
+}
