@@ -1,0 +1,170 @@
+/// Takes this node out of service: the settings' stop command of the virtual
+/// address, then its kill command for each program, as the agent itself does at
+/// every start. For the time after the agent has ended, when nobody raises again
+/// what is dropped here.
+///
+/// Exit status: 0 neither address nor programs are left, 1 something is left,
+/// 66, 77, 78 as velarixctl's for settings missing, unreadable or wrong.
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <Poco/DirectoryIterator.h>
+#include <Poco/Exception.h>
+
+#include "ExitCode.h"
+#include "Paths.h"
+#include "settings/SettingsFile.h"
+#include "settings/SettingsKeys.h"
+#include "state/Host.h"
+
+namespace
+{
+
+using namespace velarix::ctl;
+
+/// A command that the ended agent had under way may undo what was just done.
+constexpr int kAttempts = 3;
+
+struct Service
+{
+	std::string address;
+	std::string stopCommand;
+	std::string killCommand;
+	std::vector<std::string> programs;
+};
+
+Service readService(const Paths& paths)
+{
+	const SettingsFile settings = SettingsFile::load(paths.settings);
+	try
+	{
+		Service service{.address = settings.textOrThrow(key::kVirtualIP),
+		                .stopCommand = settings.textOrThrow(key::kStopCommand),
+		                .killCommand = settings.textOrThrow(key::kKillCommand),
+		                .programs = {}};
+		const int number = settings.integerOrThrow(key::kProcessNumber);
+		for (int i = 1; i <= number; ++i)
+		{
+			service.programs.push_back(programName(settings.textOrThrow(key::kProcessPath + std::to_string(i))));
+		}
+		return service;
+	}
+	catch (const Poco::Exception& exc)
+	{
+		throw Failure(ExitCode::settings, paths.settings.string() + ": " + exc.displayText());
+	}
+}
+
+void runShell(const std::string& command)
+{
+	std::cout << "running: " << command << std::endl;
+	// What the command is worth is seen by what is left, not by its status.
+	[[maybe_unused]] const int status = std::system(command.c_str());
+}
+
+void releaseOnce(const Service& service)
+{
+	runShell(service.stopCommand);
+	for (const std::string& program : service.programs)
+	{
+		runShell(service.killCommand + " " + program);
+	}
+}
+
+/// @return the process's short name as the kernel has it; empty for one that has
+///         gone or is a zombie
+std::string liveName(const std::string& pid)
+{
+	std::ifstream status("/proc/" + pid + "/status");
+	std::string name;
+	for (std::string line; std::getline(status, line);)
+	{
+		if (line.starts_with("Name:\t"))
+		{
+			name = line.substr(6);
+		}
+		else if (line.starts_with("State:\t"))
+		{
+			return line.compare(7, 1, "Z") == 0 ? std::string() : name;
+		}
+	}
+	return {};
+}
+
+std::vector<std::string> namesOfAllProcesses()
+{
+	std::vector<std::string> names;
+	for (Poco::DirectoryIterator it(std::string("/proc")), end; it != end; ++it)
+	{
+		if (it.name().find_first_not_of("0123456789") == std::string::npos)
+		{
+			names.push_back(liveName(it.name()));
+		}
+	}
+	return names;
+}
+
+/// @return what of the service is still on this node, in words
+std::vector<std::string> leftOf(const Service& service)
+{
+	std::vector<std::string> left;
+	const auto addresses = host::addresses();
+	if (std::any_of(addresses.begin(), addresses.end(),
+	                [&](const host::Address& held) { return held.address == service.address; }))
+	{
+		left.push_back("the address " + service.address);
+	}
+	const std::vector<std::string> names = namesOfAllProcesses();
+	for (const std::string& program : service.programs)
+	{
+		if (std::find(names.begin(), names.end(), program) != names.end())
+		{
+			left.push_back("the program " + program);
+		}
+	}
+	return left;
+}
+
+int release()
+{
+	const Service service = readService(Paths());
+	std::vector<std::string> left;
+	for (int i = 0; i < kAttempts; ++i)
+	{
+		releaseOnce(service);
+		std::this_thread::sleep_for(std::chrono::seconds(1));
+		left = leftOf(service);
+		if (left.empty())
+		{
+			std::cout << "released: neither the address nor a program is left on this node\n";
+			return number(ExitCode::fine);
+		}
+	}
+	for (const std::string& item : left)
+	{
+		std::cerr << "velarix-ha: " << item << " is still on this node, although the commands have run\n";
+	}
+	return number(ExitCode::notAsWished);
+}
+
+} // namespace
+
+int main()
+{
+	try
+	{
+		return release();
+	}
+	catch (const Failure& failure)
+	{
+		std::cerr << "velarix-ha: nothing is released: " << failure.what() << '\n';
+		return number(failure.code());
+	}
+}
