@@ -35,6 +35,7 @@ enum class Role
 enum class EventKind
 {
 	agentStarted,
+	agentResumed,       ///< two agents at once: the earlier one goes on
 	agentEnded,         ///< found when the next agent starts; time: its last message; duration: its life
 	roleChanged,        ///< duration: how long the role before was held
 	takeOverBegan,      ///< the node takes the service; the cause tells why
@@ -60,7 +61,7 @@ enum class EventKind
 	programsStarted,    ///< the run script was run; duration: since it was begun
 	programsRunning,    ///< the checker counts enough programs; duration: without them
 	programsStopped,    ///< the checker misses programs; duration: with them
-	logGap,             ///< nothing was logged for `duration`
+	logGap,             ///< nothing was logged for `duration` (five minutes and more)
 	clockSetBack,       ///< by `duration`
 	error               ///< an error line that none of the above tells
 };
@@ -187,9 +188,19 @@ struct Picture
 
 	/// Counts over everything fed so far.
 	std::map<EventKind, std::uint64_t> events;
-	std::map<char, std::uint64_t> letters; ///< messages by letter
+	std::map<char, std::uint64_t> letters; ///< messages by letter; '?' for those without a head
 	std::uint64_t heartbeatsSent = 0;
 	std::uint64_t heartbeatsReceived = 0;
+};
+
+/// The configured commands, by which their lines in the log are told apart. The
+/// history learns them from the agent's start; given ones serve as long as the
+/// log has none (its beginning was purged or is not read).
+struct Commands
+{
+	std::string start;
+	std::string stop;
+	std::string kill;
 };
 
 class History
@@ -198,7 +209,7 @@ public:
 	using Sink = std::function<void(const Event&)>;
 
 	/// @param sink gets each event; may be empty
-	explicit History(Sink sink = {});
+	explicit History(Sink sink = {}, Commands commands = {});
 	~History();
 	History(const History&) = delete;
 	History& operator=(const History&) = delete;
