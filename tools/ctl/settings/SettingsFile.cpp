@@ -1,5 +1,6 @@
 #include "SettingsFile.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include <Poco/Ascii.h>
@@ -23,7 +24,7 @@ class Splitter
 public:
 	explicit Splitter(std::string_view text) : m_text(text) {}
 
-	std::vector<SettingLine> split()
+	SettingLines split()
 	{
 		while (skipSpace())
 		{
@@ -33,8 +34,7 @@ public:
 			}
 			else if (m_text[m_at] == '[')
 			{
-				++m_at;
-				m_section = Poco::trim(takeUntil("]\n"));
+				takeSection();
 			}
 			else
 			{
@@ -79,6 +79,14 @@ private:
 		return taken;
 	}
 
+	void takeSection()
+	{
+		const int line = m_line;
+		++m_at;
+		m_section = Poco::trim(takeUntil("]\n"));
+		m_result.sections.push_back({m_section, line});
+	}
+
 	void takeKey()
 	{
 		SettingLine line;
@@ -93,7 +101,7 @@ private:
 		{
 			line.value = Poco::trim(takeUntil("\n"));
 		}
-		m_result.push_back(std::move(line));
+		m_result.keys.push_back(std::move(line));
 	}
 
 	std::string_view m_text;
@@ -101,12 +109,12 @@ private:
 	int m_line = 1;
 	char m_stop = '\0';
 	std::string m_section;
-	std::vector<SettingLine> m_result;
+	SettingLines m_result;
 };
 
 } // namespace
 
-std::vector<SettingLine> splitSettings(std::string_view text)
+SettingLines splitSettings(std::string_view text)
 {
 	return Splitter(text).split();
 }
@@ -129,7 +137,7 @@ SettingsFile SettingsFile::parse(const std::filesystem::path& path, const std::s
 const SettingLine* SettingsFile::find(std::string_view key) const
 {
 	const SettingLine* found = nullptr;
-	for (const SettingLine& line : m_lines)
+	for (const SettingLine& line : m_lines.keys)
 	{
 		if (sameKey(line.key, key))
 		{
@@ -137,6 +145,13 @@ const SettingLine* SettingsFile::find(std::string_view key) const
 		}
 	}
 	return found;
+}
+
+int SettingsFile::lineOfSection(std::string_view name) const
+{
+	const auto found =
+	    std::ranges::find_if(m_lines.sections, [&](const SectionLine& section) { return sameKey(section.name, name); });
+	return found == m_lines.sections.end() ? 0 : found->line;
 }
 
 int SettingsFile::lineOf(std::string_view key) const

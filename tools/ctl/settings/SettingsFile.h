@@ -31,9 +31,21 @@ struct SettingLine
 	bool assigned = false;
 };
 
-/// Splits a text as the library's parser does.
-/// @return every key line, in the order of the file, duplicates included
-std::vector<SettingLine> splitSettings(std::string_view text);
+struct SectionLine
+{
+	std::string name;
+	int line = 0;
+};
+
+/// A text split as the library's parser splits it.
+struct SettingLines
+{
+	/// Every key line, in the order of the file, duplicates included.
+	std::vector<SettingLine> keys;
+	std::vector<SectionLine> sections;
+};
+
+SettingLines splitSettings(std::string_view text);
 
 class SettingsFile
 {
@@ -49,7 +61,10 @@ public:
 	const std::filesystem::path& path() const { return m_path; }
 
 	/// Every key line, duplicates included.
-	const std::vector<SettingLine>& lines() const { return m_lines; }
+	const std::vector<SettingLine>& lines() const { return m_lines.keys; }
+
+	/// @return the line of the section's first header; 0 when there is none
+	int lineOfSection(std::string_view name) const;
 
 	/// @return the line whose value counts (the last one), null for a missing key
 	const SettingLine* find(std::string_view key) const;
@@ -76,7 +91,7 @@ public:
 
 private:
 	std::filesystem::path m_path;
-	std::vector<SettingLine> m_lines;
+	SettingLines m_lines;
 	Poco::AutoPtr<Poco::Util::IniFileConfiguration> m_values;
 };
 

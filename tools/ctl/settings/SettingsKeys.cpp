@@ -256,6 +256,12 @@ const KeyInfo* findKey(std::string_view name)
 	return &*found;
 }
 
+std::string emptyEffect(const KeyInfo& info)
+{
+	constexpr std::string_view kFront("empty: ");
+	return std::string(info.zero.starts_with(kFront) ? info.zero.substr(kFront.size()) : info.zero);
+}
+
 std::string programKey(int number)
 {
 	return key::kProcessPath + std::to_string(number);

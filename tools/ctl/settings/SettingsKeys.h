@@ -76,6 +76,9 @@ std::span<const KeyInfo> settingsKeys();
 ///         unknown one
 const KeyInfo* findKey(std::string_view name);
 
+/// @return what an empty text does, as a sentence of its own
+std::string emptyEffect(const KeyInfo& info);
+
 /// @return the key of a managed program, from 1
 std::string programKey(int number);
 
