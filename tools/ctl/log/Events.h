@@ -66,6 +66,8 @@ enum class EventKind
 	error               ///< an error line that none of the above tells
 };
 
+inline constexpr std::size_t kEventKinds = 30;
+
 /// Why something happened. `none` when there is no cause to tell.
 enum class Cause
 {
@@ -170,7 +172,8 @@ struct Picture
 	std::optional<Event> lastRoleChange;
 	/// A take-over that has begun and is not done.
 	std::optional<Event> takeOver;
-	/// The node's verdict on its own network; false after a failed check.
+	/// The node's verdict on its own network; false after a failed check and after
+	/// a take-over by probes, until a heartbeat has been judged.
 	std::optional<Told<bool>> networkOk;
 	/// This node asks its partner to take the service.
 	std::optional<Told<bool>> asking;
@@ -203,6 +206,8 @@ struct Commands
 	std::string kill;
 };
 
+class HistoryMachine;
+
 class History
 {
 public:
@@ -219,8 +224,7 @@ public:
 	const Picture& picture() const;
 
 private:
-	class Machine;
-	std::unique_ptr<Machine> m_machine;
+	std::unique_ptr<HistoryMachine> m_machine;
 };
 
 } // namespace velarix::ctl
