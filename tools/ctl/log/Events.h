@@ -61,7 +61,7 @@ enum class EventKind
 	programsStarted,    ///< the run script was run; duration: since it was begun
 	programsRunning,    ///< the checker counts enough programs; duration: without them
 	programsStopped,    ///< the checker misses programs; duration: with them
-	logGap,             ///< nothing was logged for `duration` (five minutes and more)
+	logGap,             ///< nothing was logged for `duration`, much longer than usual
 	clockSetBack,       ///< by `duration`
 	error               ///< an error line that none of the above tells
 };
@@ -150,6 +150,10 @@ template <typename Value> struct Told
 	Instant at;
 };
 
+/// A fault stays until it was looked at again and found gone, and each is looked
+/// at in some situations only: gateway, service address and service card on a
+/// master, the partner's address and the communication card when the partner is
+/// silent. `told.at` tells when it was looked at last.
 struct FaultState
 {
 	bool there = false;

@@ -12,8 +12,13 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// The agent says something at least every receiving time or checking cycle.
-constexpr auto kGap = 5min;
+/// What counts as a gap: four times the longest usual one, which the settings'
+/// intervals give, and no less than half a minute; before that is known, five
+/// minutes.
+constexpr auto kGap = 30s;
+constexpr auto kGapAtFirst = 5min;
+constexpr int kUsual = 4;
+constexpr int kEnoughMessages = 100;
 /// Workers' messages are written a little out of their order.
 constexpr auto kSetBack = 2s;
 /// An error behind which the daemon ends is its last word, but for what other
@@ -94,14 +99,21 @@ void HistoryMachine::noteGap()
 	{
 		return;
 	}
-	const auto passed = m_now - *m_picture.lastMessage;
-	if (passed >= kGap)
+	const std::chrono::nanoseconds passed = m_now - *m_picture.lastMessage;
+	const std::chrono::nanoseconds usual = kUsual * m_agent.usualGap;
+	const std::chrono::nanoseconds limit =
+	    ++m_agent.messages > kEnoughMessages ? std::max<std::chrono::nanoseconds>(kGap, usual) : kGapAtFirst;
+	if (passed >= limit)
 	{
 		emit(EventKind::logGap, Cause::none, {}, {}, between(*m_picture.lastMessage, m_now));
 	}
 	else if (passed <= -kSetBack)
 	{
 		emit(EventKind::clockSetBack, Cause::none, {}, {}, between(m_now, *m_picture.lastMessage));
+	}
+	else
+	{
+		m_agent.usualGap = std::max(m_agent.usualGap, passed);
 	}
 }
 
@@ -154,16 +166,13 @@ void HistoryMachine::begin()
 		return;
 	}
 	m_picture.agentStarted = m_now;
-	m_picture.role = fresh.role;
 	emit(EventKind::agentStarted, Cause::none, {}, fromItsStart ? "" : "its first messages are missing", without);
-	if (fresh.role)
+	if (fresh.role && fresh.role->value == Role::master)
 	{
+		m_picture.role = fresh.role;
 		setRole(Role::slave, Cause::agentStart);
 	}
-	else
-	{
-		tell(m_picture.role, Role::slave);
-	}
+	tell(m_picture.role, Role::slave);
 }
 
 /// Of the agent whose messages end here.

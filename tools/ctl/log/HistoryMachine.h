@@ -125,6 +125,10 @@ private:
 		std::string probeError;
 		std::string takeOverError;
 
+		/// The longest time between two messages so far that was no gap.
+		std::chrono::nanoseconds usualGap{0};
+		int messages = 0;
+
 		/// The last error behind which the daemon ends.
 		std::optional<Event> fatal;
 	};
@@ -169,6 +173,7 @@ private:
 	void endAsk(EventKind kind);
 	void setNetwork(bool ok);
 	void heard(const Heartbeat& heartbeat);
+	void tellSilence();
 	void setAddress(AddressState state);
 	void addressUp(const std::string& how);
 	void killed(std::string_view program, const std::string& output);

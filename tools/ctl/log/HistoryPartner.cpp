@@ -42,6 +42,8 @@ void HistoryMachine::heard(const Heartbeat& heartbeat)
 		emit(EventKind::partnerBack, Cause::none, {}, {}, before ? std::optional(since(before->at)) : std::nullopt);
 	}
 	gone(Fault::heartbeats);
+	// A master never pings it again.
+	gone(Fault::partnerAddress, "its heartbeat came");
 	if (state(Fault::stranger).there && m_now - state(Fault::stranger).told.at >= kQuiet)
 	{
 		gone(Fault::stranger);
@@ -77,10 +79,11 @@ void HistoryMachine::heartbeatSent()
 	tell(m_picture.sent, *heartbeat);
 	// A heartbeat composed just before a change tells the old value, one after it
 	// never does.
-	const bool agrees = m_picture.asking && m_picture.asking->value == heartbeat->asking;
-	m_agent.beatsThatDiffer = agrees ? 0 : m_agent.beatsThatDiffer + 1;
-	if (agrees || m_agent.beatsThatDiffer >= 2 || !m_picture.asking)
+	const bool differs = m_picture.asking && m_picture.asking->value != heartbeat->asking;
+	m_agent.beatsThatDiffer = differs ? m_agent.beatsThatDiffer + 1 : 0;
+	if (!differs || m_agent.beatsThatDiffer >= 2)
 	{
+		m_agent.beatsThatDiffer = 0;
 		tell(m_picture.asking, heartbeat->asking);
 	}
 }
@@ -112,13 +115,23 @@ void HistoryMachine::silenceCounted()
 {
 	const std::string count = behind("Reciver : nReceiveFailCount[");
 	m_picture.silences = count.starts_with('1') ? 1 : 2;
-	emit(EventKind::silenceCounted, Cause::none, {}, std::to_string(m_picture.silences) + " of 3");
+	tellSilence();
 }
 
 void HistoryMachine::thirdSilence()
 {
 	m_picture.silences = 3;
-	emit(EventKind::silenceCounted, Cause::none, {}, "3 of 3");
+	tellSilence();
+}
+
+/// Once it is known that the partner's host is there, the count begins again and
+/// again and tells nothing new.
+void HistoryMachine::tellSilence()
+{
+	if (!m_picture.fault(Fault::heartbeats).there)
+	{
+		emit(EventKind::silenceCounted, Cause::none, {}, std::to_string(m_picture.silences) + " of 3");
+	}
 }
 
 void HistoryMachine::hostWithoutHeartbeats()

@@ -151,6 +151,7 @@ void HistoryMachine::scriptWasRun()
 	m_agent.killedFor = Cause::none;
 	emit(EventKind::programsStarted, m_picture.takeOver ? m_picture.takeOver->cause : Cause::notTold, {}, {}, duration);
 	endTakeOver(EventKind::takeOverDone);
+	m_agent.doing = Cause::none;
 }
 
 void HistoryMachine::setAddress(AddressState address)
@@ -224,8 +225,12 @@ void HistoryMachine::addressUp(const std::string& how)
 		duration = since(*m_agent.addressBegun);
 	}
 	const bool news = duration || !m_picture.address || m_picture.address->value != AddressState::up;
-	const std::string tries =
-	    m_agent.addressTries > 0 ? ", after " + std::to_string(m_agent.addressTries) + " failed start(s)" : "";
+	std::string tries;
+	if (m_agent.addressTries > 0)
+	{
+		tries = ", after " + std::to_string(m_agent.addressTries) + " failed start";
+		tries += m_agent.addressTries > 1 ? "s" : "";
+	}
 	m_agent.addressBegun.reset();
 	m_agent.addressTries = 0;
 	setAddress(AddressState::up);

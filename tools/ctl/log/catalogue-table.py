@@ -14,6 +14,7 @@ ROW = re.compile(
     r"\| (?P<when>[^|]+) \| (?P<action>[^|]+) \| [^|]+ \|$"
 )
 AFTER = re.compile(r"after lines? (\d+)(?: to (\d+))?")
+REFERENCE = re.compile(r"(as|after) line (\d+)")
 ESCAPES = {"n": "\n", "r": "\r"}
 
 
@@ -69,8 +70,23 @@ def fatal_numbers(rows):
     return result
 
 
+def resolve(rows):
+    """Puts in what "as line 82" and "after line 82" refer to, since here nobody sees that line."""
+    by_place = {(row["label"], row["number"]): row for row in rows}
+    for column in ("when", "action"):
+        for row in rows:
+            reference = REFERENCE.match(row[column])
+            if not reference:
+                continue
+            other = by_place.get((row["label"], reference[2]))
+            if other is None:
+                sys.exit(f"{row['label']}:{row['number']} refers to line {reference[2]}, which is not there")
+            row[column] = f"{reference[0]} ({other[column]}){row[column][reference.end():]}"
+
+
 def main(page, output):
     rows = read(page)
+    resolve(rows)
     fatal = fatal_numbers(rows)
     lines = []
     for row in rows:

@@ -1,0 +1,48 @@
+// The history of real logs: what two agents wrote in the lab while hosts, cards,
+// programs and agents failed (logs/README.md).
+
+#include <algorithm>
+
+#include "CtlTest.h"
+#include "LogTestSupport.h"
+
+namespace
+{
+
+class EventsOfARealLog : public CtlTest, public testing::WithParamInterface<const char*>
+{
+protected:
+	const LocalZone zone{"UTC0"};
+
+	static std::string log() { return std::string(VELARIX_CTL_LOGS) + "/" + GetParam() + ".log"; }
+};
+
+TEST_P(EventsOfARealLog, AsText)
+{
+	const Outcome outcome = run({"events", "--log", log()});
+	expectGolden(std::string("events/") + GetParam() + ".txt", outcome.out);
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+}
+
+TEST_P(EventsOfARealLog, AsJson)
+{
+	const Outcome outcome = run({"events", "--json", "--log", log()});
+	expectGolden(std::string("events/") + GetParam() + ".json", outcome.out);
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Log, EventsOfARealLog,
+                         testing::Values("host-loss-a", "host-loss-b", "program-loss-a", "program-loss-b",
+                                         "service-card-a", "service-card-b", "communication-card-a",
+                                         "communication-card-b", "both-masters-a", "both-masters-b", "agent-killed-a",
+                                         "agent-killed-b", "agent-frozen-a", "printing-start-command-a"),
+                         [](const auto& row)
+                         {
+	                         std::string name = row.param;
+	                         std::replace(name.begin(), name.end(), '-', '_');
+	                         return name;
+                         });
+
+} // namespace
