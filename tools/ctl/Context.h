@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <functional>
+#include <istream>
 #include <ostream>
 
 #include "ExitCode.h"
@@ -23,12 +24,16 @@ struct Context
 	/// Diagnostics.
 	std::ostream& err;
 	Clock now;
-	/// Standard output is a terminal that wants colours.
+	/// Standard output is a terminal.
+	bool terminal = false;
+	/// ... that wants colours.
 	bool colour = false;
-	/// Set after the command line has been read and before `action` runs.
+	/// The running system's; others with --root, set before `action` runs.
 	Paths paths;
 	/// What the chosen verb does; set by the verb's own callback.
 	std::function<ExitCode()> action;
+	/// Where answers come from; null when nobody is there to be asked.
+	std::istream* in = nullptr;
 };
 
 } // namespace velarix::ctl

@@ -46,12 +46,15 @@ int explain(const CLI::App& app, const CLI::ParseError& error, Context& context)
 int run(const std::vector<std::string>& arguments, Context& context)
 {
 	CLI::App app("Sets up, checks, watches and moves a node of a Velarix HA pair.", kName);
-	std::string root = "/";
+	std::string root;
 	setUp(app, root, context);
 	try
 	{
 		app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-		context.paths = Paths(std::filesystem::absolute(root));
+		if (!root.empty())
+		{
+			context.paths = Paths(std::filesystem::absolute(root));
+		}
 		return number(context.action());
 	}
 	catch (const CLI::ParseError& error)

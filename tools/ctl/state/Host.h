@@ -3,6 +3,7 @@
 /// test links answers of its own in their place (tests/ctl/FakeHost).
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -36,6 +37,9 @@ struct FileFacts
 
 /// Follows symbolic links.
 FileFacts fileFacts(const std::filesystem::path& path);
+
+/// @return when the file's content was changed last; nothing without the file
+std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path);
 
 /// ---- tools and privileges ------------------------------------------------
 
@@ -74,5 +78,9 @@ struct Address
 
 /// @return the IPv4 addresses of this machine
 std::vector<Address> addresses();
+
+/// Sends `count` echo requests, a tenth of a second of patience each.
+/// @return whether one was answered; nothing when this user may not ask
+std::optional<bool> answersPing(const std::string& address, int count);
 
 } // namespace velarix::ctl::host

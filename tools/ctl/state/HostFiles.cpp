@@ -40,6 +40,17 @@ FileFacts fileFacts(const std::filesystem::path& path)
 	return facts;
 }
 
+std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path)
+{
+	struct stat status = {};
+	if (::stat(path.c_str(), &status) != 0)
+	{
+		return std::nullopt;
+	}
+	return std::chrono::system_clock::from_time_t(status.st_mtim.tv_sec) +
+	       std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+}
+
 std::optional<std::filesystem::path> findTool(const std::string& name)
 {
 	const char* path = std::getenv("PATH");

@@ -1,7 +1,9 @@
 #include "HostProcesses.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -123,6 +125,11 @@ std::optional<std::vector<Process>> processes()
 	}
 	std::ranges::sort(result, {}, &Process::pid);
 	return result;
+}
+
+bool isThere(pid_t pid)
+{
+	return ::kill(pid, 0) == 0 || errno == EPERM;
 }
 
 std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid)

@@ -31,6 +31,10 @@ std::optional<std::vector<Process>> processes();
 /// @return one process; nothing when there is none of that id
 std::optional<Process> process(pid_t pid);
 
+/// @return whether there is a process of that id, also one that /proc hides from
+///         this user
+bool isThere(pid_t pid);
+
 /// @return when it was started, to about a second; nothing when it is gone
 std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid);
 

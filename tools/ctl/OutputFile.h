@@ -1,0 +1,16 @@
+/// Writing a file whole or not at all.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace velarix::ctl
+{
+
+/// Puts the text into a file of its own beside `path`, brings it to the disk and
+/// renames it: readers see the former content or the new one, never a part.
+/// @throws Failure cannotWrite, or noPermission when only the rights are lacking;
+///         the former file is as it was then
+void replaceFile(const std::filesystem::path& path, const std::string& text);
+
+} // namespace velarix::ctl

@@ -1,0 +1,21 @@
+/// A node's state for programs. The names are listed in velarixctl(1) and do not
+/// change.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "Judgement.h"
+#include "NodeState.h"
+
+namespace velarix::ctl
+{
+
+/// Each figure is an object: "value" (null when it is not known), "age_seconds",
+/// "why" when it is not known, "told" for what was told last then, "since" where
+/// it is known.
+nlohmann::ordered_json statusJson(const NodeState& state, const Judgement& judgement);
+
+/// What of a state is compared to see a change: everything but times.
+nlohmann::ordered_json withoutTimes(nlohmann::ordered_json status);
+
+} // namespace velarix::ctl

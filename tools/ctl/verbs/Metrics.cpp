@@ -1,0 +1,62 @@
+#include "state/Metrics.h"
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "OutputFile.h"
+#include "settings/InputFile.h"
+#include "state/Host.h"
+#include "verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+/// @return the counts that the former run left; zeros when there is none
+Counters formerCounters(const std::filesystem::path& file)
+{
+	return host::fileFacts(file).kind == host::FileKind::missing ? Counters{} : readCounters(readInputFile(file));
+}
+
+ExitCode run(const std::string& textfile, const Context& context)
+{
+	const NodeState state = Observer(context.paths, textfile.empty()).look(context.now());
+	const Judgement judgement = judge(state);
+	if (textfile.empty())
+	{
+		context.out << metricsText(state, judgement, {});
+	}
+	else
+	{
+		Counters counters = formerCounters(textfile);
+		if (state.tail.problem.empty())
+		{
+			countOn(counters, state.logWish());
+		}
+		replaceFile(textfile, metricsText(state, judgement, counters));
+	}
+	if (!state.settingsProblem.empty())
+	{
+		context.err << "velarixctl: " << state.settingsProblem << '\n';
+		return state.settingsCode;
+	}
+	return ExitCode::fine;
+}
+
+} // namespace
+
+void addMetrics(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("metrics", "the state as Prometheus metrics");
+	const auto textfile = std::make_shared<std::string>();
+	verb->add_option("--textfile", *textfile,
+	                 "write FILE (whole or not at all) instead of standard output, with counters that go on from run "
+	                 "to run")
+	    ->type_name("FILE");
+	verb->callback([textfile, &context] { context.action = [textfile, &context] { return run(*textfile, context); }; });
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,48 @@
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "state/Judgement.h"
+#include "state/NagiosLine.h"
+#include "state/NodeState.h"
+#include "verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+ExitCode run(const NagiosLimits& limits, const Context& context)
+{
+	const NodeState state = Observer(context.paths, false).look(context.now());
+	const NagiosLine line = nagiosLine(state, judge(state), limits);
+	context.out << line.text << '\n';
+	return static_cast<ExitCode>(line.status);
+}
+
+} // namespace
+
+void addNagios(CLI::App& app, Context& context)
+{
+	CLI::App* verb =
+	    app.add_subcommand("nagios", "the state as one line of a monitoring plug-in, with its exit status");
+	const auto limits = std::make_shared<NagiosLimits>();
+	verb->add_option("--warning", limits->warning, "warn when the partner's last heartbeat is this old (15)")
+	    ->type_name("SECONDS")
+	    ->check(CLI::NonNegativeNumber);
+	verb->add_option("--critical", limits->critical, "alarm when it is this old (60)")
+	    ->type_name("SECONDS")
+	    ->check(CLI::NonNegativeNumber);
+	verb->callback(
+	    [limits, &context]
+	    {
+		    if (limits->critical < limits->warning)
+		    {
+			    throw CLI::ValidationError("--critical", "is below --warning");
+		    }
+		    context.action = [limits, &context] { return run(*limits, context); };
+	    });
+}
+
+} // namespace velarix::ctl
