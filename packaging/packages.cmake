@@ -47,8 +47,8 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "two-node high-availability agent")
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /)
-set(CPACK_INSTALL_PREFIX /)
-set(CPACK_SET_DESTDIR ON)
+# A rule with an absolute path would install on this very machine.
+set(CPACK_ERROR_ON_ABSOLUTE_INSTALL_DESTINATION ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_SOURCE_DIR}/package-parts.cmake)
@@ -96,9 +96,9 @@ add_custom_target(velarix_changelogs ALL DEPENDS ${debianChangelog}.gz ${CMAKE_C
 install(FILES ${debianChangelog}.gz DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz DESTINATION ${VELARIX_DOC})
 install(FILES debian/copyright debian/README.Debian DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
-install(FILES debian/lintian-overrides DESTINATION /usr/share/lintian/overrides RENAME velarix-ha
+install(FILES debian/lintian-overrides DESTINATION usr/share/lintian/overrides RENAME velarix-ha
         COMPONENT debian EXCLUDE_FROM_ALL)
-install(FILES service/velarix-ha.needrestart DESTINATION /etc/needrestart/conf.d RENAME velarix-ha.conf
+install(FILES service/velarix-ha.needrestart DESTINATION etc/needrestart/conf.d RENAME velarix-ha.conf
         COMPONENT debian EXCLUDE_FROM_ALL)
 
 # --- RPM -----------------------------------------------------------------------------
@@ -122,8 +122,8 @@ set(CPACK_RPM_USER_FILELIST
   "%config(noreplace) /etc/default/velarix-ha"
   "%config(noreplace) /etc/logrotate.d/velarix-ha"
   "%config /etc/init.d/velarix-ha"
-  "%doc ${VELARIX_DOC}/README.md"
-  "%license ${VELARIX_DOC}/LICENSE")
+  "%doc /${VELARIX_DOC}/README.md"
+  "%license /${VELARIX_DOC}/LICENSE")
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${VELARIX_DOC} COMPONENT rpm EXCLUDE_FROM_ALL)
 # Directories of the system, which other packages own.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION

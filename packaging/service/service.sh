@@ -91,6 +91,19 @@ need_root() {
 	}
 }
 
+# systemd removes the pid file of a start that failed, also one that is another
+# agent's: with it gone, that agent would pass for dead.
+restore_pid_file() {
+	tries=25
+	while [ -e "$pid_file" ] && [ "$tries" -gt 0 ]; do
+		tries=$((tries - 1))
+		sleep 0.2
+	done
+	if is_agent "$1" && [ ! -e "$pid_file" ]; then
+		printf '%s' "$1" >"$pid_file"
+	fi
+}
+
 prepare() {
 	[ -x "$agent" ] || {
 		say "$agent is not installed"
@@ -100,6 +113,9 @@ prepare() {
 	# before it finds the heartbeat port taken.
 	if running=$(find_agent); then
 		say "an agent runs already (pid $running), and not under this service: end it first"
+		if [ -n "${INVOCATION_ID:-}" ]; then
+			restore_pid_file "$running" &
+		fi
 		exit "$failed"
 	fi
 	# Left by an agent that was not stopped but died with its host: the number
@@ -138,7 +154,10 @@ start() {
 	# nothing of the terminal that this was typed on.
 	cd /
 	umask 022
-	env -i PATH="$PATH" LANG="${LANG:-C}" setsid "$agent" </dev/null >/dev/null 2>>"$console"
+	env -i PATH="$PATH" LANG="${LANG:-C}" setsid "$agent" </dev/null >/dev/null 2>>"$console" || {
+		say "$agent cannot be run, or $console not be written"
+		exit "$failed"
+	}
 	if within "$pid_file_within" has_pid_file && pid=$(find_agent) &&
 		within "$threads_within" has_settled "$pid" && is_agent "$pid"; then
 		return 0
