@@ -9,13 +9,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <Poco/DirectoryIterator.h>
 #include <Poco/Exception.h>
 
 #include "ExitCode.h"
@@ -23,6 +21,7 @@
 #include "settings/SettingsFile.h"
 #include "settings/SettingsKeys.h"
 #include "state/Host.h"
+#include "state/HostProcesses.h"
 
 namespace
 {
@@ -78,37 +77,12 @@ void releaseOnce(const Service& service)
 	}
 }
 
-/// @return the process's short name as the kernel has it; empty for one that has
-///         gone or is a zombie
-std::string liveName(const std::string& pid)
+/// @return whether a program runs under that name, as far as the kernel keeps it
+bool runs(const std::vector<host::Process>& processes, const std::string& program)
 {
-	std::ifstream status("/proc/" + pid + "/status");
-	std::string name;
-	for (std::string line; std::getline(status, line);)
-	{
-		if (line.starts_with("Name:\t"))
-		{
-			name = line.substr(6);
-		}
-		else if (line.starts_with("State:\t"))
-		{
-			return line.compare(7, 1, "Z") == 0 ? std::string() : name;
-		}
-	}
-	return {};
-}
-
-std::vector<std::string> namesOfAllProcesses()
-{
-	std::vector<std::string> names;
-	for (Poco::DirectoryIterator it(std::string("/proc")), end; it != end; ++it)
-	{
-		if (it.name().find_first_not_of("0123456789") == std::string::npos)
-		{
-			names.push_back(liveName(it.name()));
-		}
-	}
-	return names;
+	constexpr std::size_t kShortName = 15;
+	return std::ranges::any_of(processes, [&](const host::Process& process)
+	                           { return process.name == program.substr(0, kShortName) && process.state != 'Z'; });
 }
 
 /// @return what of the service is still on this node, in words
@@ -116,15 +90,14 @@ std::vector<std::string> leftOf(const Service& service)
 {
 	std::vector<std::string> left;
 	const auto addresses = host::addresses();
-	if (std::any_of(addresses.begin(), addresses.end(),
-	                [&](const host::Address& held) { return held.address == service.address; }))
+	if (std::ranges::any_of(addresses, [&](const host::Address& held) { return held.address == service.address; }))
 	{
 		left.push_back("the address " + service.address);
 	}
-	const std::vector<std::string> names = namesOfAllProcesses();
+	const std::vector<host::Process> processes = host::processes().value_or(std::vector<host::Process>());
 	for (const std::string& program : service.programs)
 	{
-		if (std::find(names.begin(), names.end(), program) != names.end())
+		if (runs(processes, program))
 		{
 			left.push_back("the program " + program);
 		}

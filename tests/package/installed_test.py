@@ -1,0 +1,220 @@
+#!/usr/bin/env python3
+"""The Debian package: what an installation puts where, and what upgrade, removal
+and purge leave of what belongs to the operator and to the agent."""
+
+import unittest
+
+import arguments
+import node
+from arguments import Place
+from machine import wait_for
+
+RUN_INFO = "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"
+OWN_SETTINGS = node.settings(AGENT__IGNORE_TIME="11")
+
+TREE = """\
+drwxr-xr-x root:root /usr/velarix
+drwxr-xr-x root:root /usr/velarix/bin
+-rwxr-xr-x root:root /usr/velarix/bin/VelarixHA
+drwxr-x--- root:root /usr/velarix/bin/ini
+-rw-r--r-- root:root /usr/velarix/bin/ini/config.ini.sample
+drwxr-xr-x root:root /usr/velarix/bin/log
+-rw-r--r-- root:root /usr/velarix/bin/log/runinfo.txt
+drwxr-x--- root:root /usr/velarix/log
+drwxr-xr-x root:root /usr/velarix/pid
+"""
+
+# Libraries are looked at by themselves.
+TOOLS = ["ifconfig", "ps", "grep", "chmod", "killall", "ip", "arping", "cat", "setsid"]
+
+
+class OnASystem(unittest.TestCase):
+    """A machine for each test, since each one changes what is installed."""
+
+    maxDiff = None
+    init = "none"
+
+    def setUp(self):
+        self.machine = node.Node(Place.directory, self._testMethodName[5:60], Place.base, init=self.init)
+        self.machine.power_on()
+        self.addCleanup(self.machine.power_off)
+
+    def apt(self, words):
+        return self.machine.run("apt-get -y " + words)
+
+    def installed_version(self):
+        return self.machine.run("dpkg-query -W -f '${Version}' velarix-ha").out
+
+    def tree(self):
+        return self.machine.run("find /usr/velarix | sort | xargs -d '\\n' stat -c '%A %U:%G %n'").out
+
+    def make_state(self):
+        """What a node that was in use has."""
+        self.machine.write(node.SETTINGS_PATH, OWN_SETTINGS, "0600")
+        self.machine.write("/usr/velarix/bin/ini/processList.sh", "cd /opt/\n/opt/x &\n", "0755")
+        self.machine.write(node.RUN_INFO_PATH, RUN_INFO.replace("LAST_RUN_TIME = \n", "LAST_RUN_TIME = 20261121080910\n", 1))
+        self.machine.write(node.LOG_PATH, "a line\n")
+        self.machine.write(node.LOG_PATH + ".20261120070605123", "an older line\n")
+        self.machine.write("/usr/velarix/log/console.err", "an abort\n")
+        self.machine.write(node.PID_PATH, "4711")
+        self.machine.on_stop("release")
+
+    def state(self):
+        return self.machine.run(
+            f"stat -c %a {node.SETTINGS_PATH}; "
+            f"cat {node.SETTINGS_PATH} {node.RUN_INFO_PATH} {node.LOG_PATH}* {node.DEFAULTS_PATH}").out
+
+
+class InstallationTest(OnASystem):
+    def test_every_file_has_its_place_owner_and_mode(self):
+        self.machine.install(Place.deb)
+        self.assertEqual(self.tree(), TREE)
+        self.assertEqual(self.machine.read(node.RUN_INFO_PATH), RUN_INFO)
+        self.assertEqual(self.machine.run("dpkg --verify velarix-ha").text, "")
+
+    def test_it_pulls_in_all_that_the_agent_needs(self):
+        for tool in ("ifconfig", "ip", "arping", "killall"):
+            self.assertNotEqual(self.machine.run(f"command -v {tool}", check=False).status, 0, tool)
+        self.machine.install(Place.deb)
+        for tool in TOOLS:
+            self.machine.run(f"command -v {tool}")
+        libraries = self.machine.run("ldd /usr/velarix/bin/VelarixHA /usr/bin/velarixctl /usr/libexec/velarix-ha/release")
+        self.assertNotIn("not found", libraries.text)
+        self.assertRegex(self.machine.run("velarixctl --version").out, r"1\.0\.0")
+
+    def test_manual_and_documents_are_there(self):
+        self.machine.install(Place.deb)
+        for path in ("/usr/share/man/man8/velarixha.8.gz", "/usr/share/man/man5/velarix.ini.5.gz",
+                     "/usr/share/doc/velarix-ha/copyright", "/usr/share/doc/velarix-ha/README.Debian",
+                     "/usr/share/doc/velarix-ha/changelog.Debian.gz", "/usr/share/doc/velarix-ha/changelog.gz",
+                     "/usr/share/doc/velarix-ha/docs/log-messages.md"):
+            self.assertTrue(self.machine.exists(path), path)
+        page = self.machine.run("zcat /usr/share/man/man5/velarix.ini.5.gz").out
+        for key in node.SETTINGS:
+            name = key.split(".")[1].rstrip("1")
+            self.assertIn(f"\\fB{name}\\fR", page)
+
+    def test_it_says_what_to_do_first_and_starts_nothing(self):
+        said = self.machine.install(Place.deb).out
+        self.assertIn("velarix-ha: installed and not started; see /usr/share/doc/velarix-ha/README.Debian", said)
+        self.assertEqual(self.machine.agents(), [])
+        self.assertEqual(self.machine.run("ls /etc/rc2.d | grep velarix", check=False).out, "K01velarix-ha\n")
+        self.assertEqual(self.machine.run("systemctl is-enabled velarix-ha", check=False).out, "disabled\n")
+
+    def test_settings_that_were_there_before_are_kept(self):
+        self.machine.write(node.SETTINGS_PATH, OWN_SETTINGS, "0600")
+        self.machine.write(node.RUN_INFO_PATH, RUN_INFO + "; mine\n")
+        self.machine.install(Place.deb)
+        self.assertEqual(self.machine.read(node.SETTINGS_PATH), OWN_SETTINGS)
+        self.assertEqual(self.machine.read(node.RUN_INFO_PATH), RUN_INFO + "; mine\n")
+
+
+class UpgradeTest(OnASystem):
+    def test_settings_record_logs_and_choices_are_kept(self):
+        self.machine.install(Place.old_deb)
+        self.assertTrue(self.installed_version().startswith("0.9.0-"))
+        self.make_state()
+        self.machine.run("dpkg-statoverride --update --add root adm 0750 /usr/velarix/log")
+        before = self.state()
+        said = self.machine.install(Place.deb).out
+        self.assertTrue(self.installed_version().startswith("1.0.0-"))
+        self.assertEqual(self.state(), before)
+        self.assertIn("VELARIX_ON_STOP=release", before)
+        self.assertIn("20261121080910", before)
+        self.assertEqual(self.machine.run("stat -c '%a %G' /usr/velarix/log").out, "750 adm\n")
+        self.assertNotIn("installed and not started", said)
+
+    def test_a_record_that_was_lost_is_made_anew(self):
+        self.machine.install(Place.old_deb)
+        self.machine.run(f"rm {node.RUN_INFO_PATH}")
+        self.machine.install(Place.deb)
+        self.assertEqual(self.machine.read(node.RUN_INFO_PATH), RUN_INFO)
+
+
+class RemovalTest(OnASystem):
+    def test_removal_keeps_what_belongs_to_the_node_and_a_new_installation_finds_it(self):
+        self.machine.install(Place.deb)
+        self.make_state()
+        before = self.state()
+        self.apt("remove velarix-ha")
+        self.assertEqual(self.state(), before)
+        left = self.machine.run("find /usr/velarix /usr/bin/velarixctl /usr/libexec/velarix-ha /usr/lib/systemd/system/velarix* "
+                                "/usr/share/man/man8/velarix* -type f", check=False).out.split()
+        self.assertEqual(sorted(left), sorted([
+            node.SETTINGS_PATH, "/usr/velarix/bin/ini/processList.sh", node.RUN_INFO_PATH, node.PID_PATH, node.LOG_PATH,
+            node.LOG_PATH + ".20261120070605123", "/usr/velarix/log/console.err"]))
+        # The init script is a settings file and stays; it knows that there is nothing to start.
+        self.assertEqual(self.machine.run("/etc/init.d/velarix-ha stop", check=False).status, 0)
+        self.assertEqual(self.machine.run("/etc/init.d/velarix-ha start", check=False).status, 5)
+        self.machine.install(Place.deb)
+        self.assertEqual(self.state(), before)
+
+    def test_purge_leaves_nothing(self):
+        before = self.machine.run("find / -xdev -iname '*velarix*'", check=False).out
+        self.machine.install(Place.deb)
+        self.make_state()
+        self.apt("purge velarix-ha")
+        after = self.machine.run("find / -xdev -iname '*velarix*'", check=False).out
+        self.assertEqual(after, before)
+
+    def test_purge_after_removal_leaves_nothing(self):
+        before = self.machine.run("find / -xdev -iname '*velarix*'", check=False).out
+        self.machine.install(Place.deb)
+        self.make_state()
+        self.apt("remove velarix-ha")
+        self.apt("purge velarix-ha")
+        self.assertEqual(self.machine.run("find / -xdev -iname '*velarix*'", check=False).out, before)
+
+    def test_purge_spares_files_that_are_neither_ours_nor_the_agents(self):
+        self.machine.install(Place.deb)
+        self.make_state()
+        self.machine.write("/usr/velarix/bin/ini/config.ini.mine", "x\n")
+        self.machine.write("/usr/velarix/log/report", "x\n")
+        self.apt("purge velarix-ha")
+        self.assertEqual(self.machine.run("find /usr/velarix -type f | sort").out,
+                         "/usr/velarix/bin/ini/config.ini.mine\n/usr/velarix/log/report\n")
+
+
+class RunningTest(OnASystem):
+    """The package's scripts beside a running systemd and a running agent."""
+
+    init = "systemd"
+
+    def setUp(self):
+        super().setUp()
+        self.machine.install(Place.old_deb)
+        self.machine.equip()
+        self.machine.run("systemctl enable --now velarix-ha")
+        self.agent = self.machine.agent()
+
+    def test_an_upgrade_leaves_the_agent_running_and_enabled_and_says_so(self):
+        said = self.machine.install(Place.deb).out
+        self.assertEqual(self.machine.agent(), self.agent)
+        self.assertRegex(said, r"velarix-ha: the running agent is still the one of version 0\.9\.0-\S+; "
+                               "move the service, then restart it")
+        self.assertEqual(self.machine.run("systemctl is-enabled velarix-ha").out, "enabled\n")
+        self.assertEqual(self.machine.run("systemctl is-active velarix-ha").out, "active\n")
+        # Its program file is gone from the disk, and it is found nevertheless.
+        self.assertIn("(deleted)", self.machine.run(f"readlink /proc/{self.agent}/exe").out)
+        self.assertEqual(self.machine.run(f"{node.SERVICE} status").out, f"velarix-ha: runs (pid {self.agent})\n")
+        self.machine.run("systemctl restart velarix-ha")
+        self.assertNotEqual(self.machine.agent(), self.agent)
+
+    def test_removal_ends_the_agent_and_purge_forgets_that_it_was_enabled(self):
+        self.apt("remove velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+        self.assertTrue(self.machine.exists(node.SETTINGS_PATH))
+        self.apt("purge velarix-ha")
+        self.assertEqual(self.machine.run("systemctl list-unit-files --no-legend 'velarix*'", check=False).out, "")
+        self.assertEqual(self.machine.run("find /etc/systemd -name 'velarix*'").out, "")
+
+    def test_removal_ends_an_agent_that_was_started_by_hand(self):
+        self.machine.run("systemctl stop velarix-ha")
+        self.machine.start_by_hand()
+        wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
+        self.apt("remove velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+
+
+if __name__ == "__main__":
+    arguments.run()

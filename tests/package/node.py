@@ -1,0 +1,153 @@
+"""A machine with the package installed and all that an agent needs around it: two
+cards, a gateway that answers, a partner that does not, and a program to manage."""
+
+import glob
+import os
+import unittest
+
+from machine import Machine, wait_for
+
+ADDRESS = "192.0.2.100"
+PROGRAM = "demoserver"
+PROGRAM_PATH = "/opt/demo/bin/" + PROGRAM
+SETTINGS_PATH = "/usr/velarix/bin/ini/config.ini"
+RUN_INFO_PATH = "/usr/velarix/bin/log/runinfo.txt"
+PID_PATH = "/usr/velarix/pid/VelarixHA.pid"
+LOG_PATH = "/usr/velarix/log/velarix.log"
+DEFAULTS_PATH = "/etc/default/velarix-ha"
+SERVICE = "/usr/libexec/velarix-ha/service"
+
+DROP = f"ip addr del {ADDRESS}/24 dev eth0 >/dev/null 2>&1"
+SETTINGS = {
+    "AGENT.MODE": "1",
+    "AGENT.THIS_SERVER_IP": "198.51.100.11",
+    "AGENT.HEART_BEAT_RECEIVE_PORT": "7000",
+    "AGENT.PARTNER_IP": "198.51.100.12",
+    "AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT": "7000",
+    "AGENT.HEART_BEAT_INTERVAL": "1",
+    "AGENT.MAX_HEART_BEAT_RECEIING_TIME": "2",
+    "AGENT.IGNORE_TIME": "10",
+    "AGENT.GATEWAY_IP": "198.51.100.1",
+    "AGENT.VIRTUAL_IP": ADDRESS,
+    "AGENT.VIRTUAL_IP_START_COMMAND":
+        f"(ip addr add {ADDRESS}/24 dev eth0 label eth0:ha; (while ip -4 -o addr show dev eth0 | grep -q {ADDRESS}/; "
+        f"do arping -q -A -c 1 -w 1 -I eth0 {ADDRESS}; sleep 4; done) &) >/dev/null 2>&1",
+    "AGENT.VIRTUAL_IP_STOP_COMMAND": DROP,
+    "AGENT.WAITING_TIME_BEFORE_PROCESS_RUN": "0",
+    "AGENT.RELATED_PROCESS": "",
+    "PROCESS_CHECK.PROCESS_NUM": "1",
+    "PROCESS_CHECK.PROCESS_PATH1": PROGRAM_PATH,
+    "PROCESS_CHECK.PROCESS_CHECK_CYCLE": "1",
+    "PROCESS_CHECK.OBSERVATION_MODE": "1",
+    "ADVENCE.PROCESS_KILL_COMMAND": DROP + "; killall -q -9",
+    "ADVENCE.KEYWORD": "defunct",
+    "LOG.PATH": LOG_PATH,
+    "LOG.PURGEAGE": "7 days",
+}
+
+# The other ends of the cards are in the machine, too, and the gateway on one of them.
+CARDS = """#!/bin/sh
+set -e
+ip link set lo up
+for i in 0 1; do
+	ip link add eth$i type veth peer name wire$i
+	ip link set eth$i up
+	ip link set wire$i up
+done
+ip addr add 192.0.2.11/24 dev eth0
+ip addr add 198.51.100.11/24 dev eth1
+ip addr add 198.51.100.1/24 dev wire1
+"""
+
+# The kernel names a process after the script it interprets.
+PROGRAM_TEXT = """#!/usr/bin/perl
+print STDERR "demoserver: at work\\n";
+sleep;
+"""
+
+# Takes heartbeats and throws them away.
+PARTNER = """
+use IO::Socket::INET;
+my $s = IO::Socket::INET->new(LocalAddr => '198.51.100.12', LocalPort => 7000, Listen => 5, ReuseAddr => 1) or die;
+while (my $c = $s->accept()) { 1 while <$c>; close $c }
+"""
+
+
+def settings(**changes):
+    """The text of the settings file; a change of None leaves the key out."""
+    values = dict(SETTINGS)
+    for name, value in changes.items():
+        values[name.replace("__", ".")] = value
+    text, section = "", None
+    for name, value in values.items():
+        if value is None:
+            continue
+        if name.split(".")[0] != section:
+            section = name.split(".")[0]
+            text += f"[{section}]\n"
+        text += f"{name.split('.')[1]} = {value}\n"
+    return text
+
+
+class Node(Machine):
+    def install(self, package):
+        self.put(package, "/root/package.deb")
+        return self.run("apt-get install -y --no-install-recommends /root/package.deb")
+
+    def equip(self):
+        """Cards, program and settings. The tools for it come with the package."""
+        self.write("/opt/demo/cards", CARDS, "0755")
+        self.write(PROGRAM_PATH, PROGRAM_TEXT, "0755")
+        self.write(SETTINGS_PATH, settings(), "0600")
+        self.run("/opt/demo/cards")
+
+    def agents(self):
+        """The pids of all agents that run."""
+        found = self.run("for p in /proc/[0-9]*; do case $(readlink $p/exe) in "
+                         "/usr/velarix/bin/VelarixHA*) echo ${p#/proc/};; esac; done", check=False)
+        return [int(pid) for pid in found.out.split()]
+
+    def agent(self):
+        agents = self.agents()
+        if len(agents) != 1:
+            raise AssertionError(f"one agent should run, there are {agents}")
+        return agents[0]
+
+    def programs(self):
+        found = self.run(f"for p in /proc/[0-9]*; do [ \"$(cat $p/comm 2>/dev/null)\" = {PROGRAM} ] && "
+                         "echo ${p#/proc/}; done; true", check=False)
+        return [int(pid) for pid in found.out.split()]
+
+    def holds_address(self):
+        return ADDRESS + "/" in self.run("ip -4 -o addr show dev eth0").out
+
+    def serves(self):
+        return self.programs() if self.holds_address() else []
+
+    def wait_until_serving(self):
+        """A lone node takes over after some nine seconds."""
+        return wait_for("the node serves", self.serves, 40)[0]
+
+    def alive(self, pid):
+        return self.exists(f"/proc/{pid}/exe")
+
+    def start_by_hand(self):
+        self.run("setsid /usr/velarix/bin/VelarixHA </dev/null >/dev/null 2>&1")
+
+    def calm_down(self):
+        """No agent, no service, good settings: what every test starts from."""
+        self.run(f"pkill -9 -x VelarixHA; pkill -9 -x {PROGRAM}; {DROP}; rm -f {PID_PATH} {LOG_PATH}", check=False)
+        wait_for("the agents have ended", lambda: not self.agents(), 10)
+        self.write(SETTINGS_PATH, settings(), "0600")
+        self.run(f"cp /usr/share/velarix-ha/runinfo.initial {RUN_INFO_PATH}")
+        self.on_stop("leave")
+
+    def on_stop(self, what):
+        self.run(f"sed -i 's/^VELARIX_ON_STOP=.*/VELARIX_ON_STOP={what}/' {DEFAULTS_PATH}")
+
+
+def package(directory, kind="deb"):
+    found = glob.glob(os.path.join(directory, f"*.{kind}"))
+    if len(found) != 1:
+        raise unittest.SkipTest(f"one {kind} should be in {directory}, there are {found}")
+    return found[0]

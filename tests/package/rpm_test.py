@@ -1,0 +1,82 @@
+#!/usr/bin/env python3
+"""The RPM: what is in it, and its installation, upgrade and removal in a tree of its own."""
+
+import unittest
+
+import arguments
+import node
+from arguments import Place
+from installed_test import OWN_SETTINGS, RUN_INFO, TREE
+
+RPM = "rpm --root /tree --dbpath /var/lib/rpm"
+
+
+class RpmTest(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.machine = node.Node(Place.directory, "rpm", Place.build)
+        base = node.Node(Place.directory, "base", Place.base)
+        cls.machine.shared = [(base.lower, "/base")]
+        cls.machine.power_on()
+        cls.addClassCleanup(cls.machine.power_off)
+        for name, source in (("old", Place.old_rpm), ("new", Place.rpm)):
+            cls.machine.put(source, f"/root/{name}.rpm")
+
+    def setUp(self):
+        self.machine.run("mkdir -p /tree /over && mount -t tmpfs tmpfs /over && mkdir /over/upper /over/work && "
+                         "mount -t overlay overlay -o lowerdir=/base,upperdir=/over/upper,workdir=/over/work /tree")
+        self.addCleanup(self.machine.run, "umount /tree /over")
+        # Nothing in this tree is known to rpm, so it cannot count on other packages.
+        self.machine.run(f"{RPM} --initdb && {RPM} --nodeps -i /root/old.rpm")
+
+    def test_it_is_what_it_says(self):
+        said = self.machine.run("rpm -qp --qf '%{name} %{version} %{license} %{vendor} %{arch}' /root/new.rpm").out
+        self.assertEqual(said, "velarix-ha 1.0.0 MIT Velarix HA x86_64")
+        self.machine.run("rpm -K --nosignature /root/new.rpm")
+
+    def test_it_owns_no_directory_of_the_system(self):
+        listed = self.machine.run("rpm -qp --qf '[%{filemodes:perms} %{filenames}\\n]' /root/new.rpm").out
+        directories = [line.split()[1] for line in listed.splitlines() if line.startswith("d")]
+        for directory in directories:
+            self.assertRegex(directory, r"^/usr/velarix|/velarix-ha(/docs)?$")
+
+    def test_the_operators_files_are_marked(self):
+        self.assertEqual(self.machine.run("rpm -qpc /root/new.rpm").out.split(),
+                         ["/etc/default/velarix-ha", "/etc/init.d/velarix-ha", "/etc/logrotate.d/velarix-ha"])
+
+    def test_it_asks_for_libraries_and_tools(self):
+        needs = self.machine.run("rpm -qp --requires /root/new.rpm").out
+        for need in ("libPocoNet.so.", "(net-tools or net-tools-deprecated)", "(iproute or iproute2)", "iputils", "psmisc",
+                     "(procps-ng or procps)"):
+            self.assertIn(need, needs)
+
+    def test_every_file_has_its_place_owner_and_mode(self):
+        tree = self.machine.run("chroot /tree find /usr/velarix | sort | "
+                                "xargs -d '\\n' chroot /tree stat -c '%A %U:%G %n'").out
+        self.assertEqual(tree, TREE)
+        self.assertEqual(self.machine.read("/tree" + node.RUN_INFO_PATH), RUN_INFO)
+        self.assertEqual(self.machine.run(f"{RPM} -V --nodeps velarix-ha").text, "")
+
+    def test_an_upgrade_keeps_settings_record_and_choices(self):
+        self.machine.write("/tree" + node.SETTINGS_PATH, OWN_SETTINGS, "0600")
+        record = RUN_INFO.replace("LAST_RUN_TIME = \n", "LAST_RUN_TIME = 20261121080910\n", 1)
+        self.machine.write("/tree" + node.RUN_INFO_PATH, record)
+        self.machine.write("/tree" + node.DEFAULTS_PATH, "VELARIX_ON_STOP=release\n")
+        self.machine.run(f"{RPM} --nodeps -U /root/new.rpm")
+        self.assertEqual(self.machine.run(f"{RPM} -q --qf '%{{version}}' velarix-ha").out, "1.0.0")
+        self.assertEqual(self.machine.read("/tree" + node.SETTINGS_PATH), OWN_SETTINGS)
+        self.assertEqual(self.machine.read("/tree" + node.RUN_INFO_PATH), record)
+        self.assertEqual(self.machine.read("/tree" + node.DEFAULTS_PATH), "VELARIX_ON_STOP=release\n")
+
+    def test_removal_keeps_settings_and_record(self):
+        self.machine.write("/tree" + node.SETTINGS_PATH, OWN_SETTINGS, "0600")
+        self.machine.run(f"{RPM} --nodeps -e velarix-ha")
+        left = self.machine.run("chroot /tree find /usr/velarix /usr/libexec/velarix-ha /etc/default/velarix-ha -type f",
+                                check=False).out.split()
+        self.assertEqual(sorted(left), [node.SETTINGS_PATH, node.RUN_INFO_PATH])
+
+
+if __name__ == "__main__":
+    arguments.run()

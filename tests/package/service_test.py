@@ -1,0 +1,268 @@
+#!/usr/bin/env python3
+"""The systemd unit, tried for real: systemd is process 1 of a machine of its own."""
+
+import time
+import unittest
+
+import arguments
+import node
+from arguments import Place
+from machine import wait_for
+
+# A unit of the machine's that makes its cards at boot, like any network service.
+CARDS_UNIT = """[Unit]
+Before=network-online.target network.target
+[Service]
+Type=oneshot
+RemainAfterExit=yes
+ExecStart=/opt/demo/cards
+[Install]
+WantedBy=multi-user.target
+"""
+
+
+class OnAMachine(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.machine = node.Node(Place.directory, "service", Place.base, init="systemd")
+        cls.machine.power_on()
+        cls.addClassCleanup(cls.machine.power_off)
+        cls.machine.install(Place.deb)
+        cls.machine.equip()
+
+    def setUp(self):
+        self.machine.run("systemctl stop velarix-ha", check=False)
+        self.machine.calm_down()
+        self.machine.run("rm -rf /run/systemd/system/velarix-ha.service.d; systemctl daemon-reload; "
+                         "systemctl reset-failed velarix-ha", check=False)
+        self.since = self.machine.run("date +%s.%N").out.strip()
+
+    def start(self, check=True):
+        return self.machine.run("systemctl start velarix-ha", check=check)
+
+    def property(self, name):
+        return self.machine.run(f"systemctl show --value --property={name} velarix-ha").out.strip()
+
+    def journal(self):
+        return self.machine.run(f"journalctl --no-pager -o cat --since @{self.since} -u velarix-ha").out
+
+    def wait_for_state(self, state):
+        wait_for(f"the unit is {state}", lambda: self.property("ActiveState") == state, 30)
+
+    def change_unit(self, lines):
+        self.machine.write("/run/systemd/system/velarix-ha.service.d/test.conf", lines)
+        self.machine.run("systemctl daemon-reload")
+
+
+class StartTest(OnAMachine):
+    """How the unit starts the agent, and when it does not."""
+
+    def test_the_unit_has_no_fault_that_systemd_finds(self):
+        # The minimal system has no man command, with which the pages are looked for.
+        self.machine.write("/usr/local/bin/man", "#!/bin/sh\n", "0755")
+        verified = self.machine.run("systemd-analyze verify velarix-ha.service")
+        self.assertEqual(verified.text, "")
+
+    def test_start_ends_when_the_pid_file_is_there(self):
+        begin = time.monotonic()
+        self.start()
+        self.assertGreaterEqual(time.monotonic() - begin, 2.0)
+        self.assertEqual(self.property("ActiveState"), "active")
+        self.assertEqual(self.property("MainPID"), self.machine.read(node.PID_PATH))
+        self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+
+    def test_without_settings_it_is_not_started_and_says_why(self):
+        self.machine.run(f"rm {node.SETTINGS_PATH}")
+        self.assertNotEqual(self.start(check=False).status, 0)
+        self.assertEqual(self.property("ActiveState"), "failed")
+        self.assertIn("there is no /usr/velarix/bin/ini/config.ini", self.journal())
+        self.assertEqual(self.machine.agents(), [])
+
+    def test_wrong_settings_are_not_started_and_not_tried_again(self):
+        self.machine.write(node.SETTINGS_PATH, node.settings(AGENT__VIRTUAL_IP=None), "0600")
+        self.assertNotEqual(self.start(check=False).status, 0)
+        self.assertEqual(self.property("ActiveState"), "failed")
+        self.assertIn("status=78", self.property("ExecStartPre"))
+        self.assertEqual(self.property("NRestarts"), "0")
+        journal = self.journal()
+        self.assertIn("VIRTUAL_IP", journal)
+        self.assertIn("not started: velarixctl check did not accept /usr/velarix/bin/ini/config.ini (status 78)", journal)
+        self.assertEqual(self.machine.agents(), [])
+
+    def test_a_stale_pid_file_with_the_number_of_a_living_process_is_not_believed(self):
+        other = self.machine.run("systemctl show --value --property=MainPID systemd-journald").out.strip()
+        self.machine.write(node.PID_PATH, other)
+        self.start()
+        self.assertNotEqual(self.property("MainPID"), other)
+        self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertTrue(self.machine.alive(other))
+
+    def test_a_second_agent_is_refused(self):
+        self.machine.start_by_hand()
+        # In its first two seconds it has no pid file.
+        self.assertNotEqual(self.start(check=False).status, 0)
+        first = self.machine.agent()
+        wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
+        self.assertNotEqual(self.start(check=False).status, 0)
+        self.assertEqual(self.machine.agent(), first)
+        self.assertEqual(self.journal().count(f"an agent runs already (pid {first})"), 2)
+        # systemd removes it, the service puts it back.
+        wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
+        time.sleep(0.5)
+        self.assertEqual(self.machine.read(node.PID_PATH), str(first))
+
+    def test_enabled_it_comes_back_after_a_power_failure(self):
+        self.machine.write("/etc/systemd/system/cards.service", CARDS_UNIT)
+        self.machine.run("systemctl enable cards velarix-ha")
+        self.start()
+        self.machine.run("sync")
+        self.assertTrue(self.machine.exists(node.PID_PATH))
+        self.machine.power_off()
+        self.machine.power_on()
+        # The number in the pid file is somebody else's now, or nobody's.
+        wait_for("the unit is active", lambda: self.property("ActiveState") == "active", 30)
+        self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+        self.assertEqual(self.machine.read(node.PID_PATH), self.property("MainPID"))
+        self.machine.run("systemctl disable cards velarix-ha")
+
+    def test_standard_output_is_discarded_and_the_programs_errors_are_kept(self):
+        self.start()
+        self.machine.wait_until_serving()
+        journal = self.journal()
+        self.assertNotIn("**DEBUG**", journal)
+        self.assertIn("**ERROR**", journal)
+        self.assertIn("demoserver: at work", journal)
+
+
+class CrashTest(OnAMachine):
+    """What becomes of agent and programs when one of them dies."""
+
+    def test_a_crash_leaves_the_programs_and_the_agent_is_started_again(self):
+        self.machine.on_stop("release")
+        self.start()
+        program, first = self.machine.wait_until_serving(), self.machine.agent()
+        self.machine.run(f"kill -SEGV {first}")
+        wait_for("systemd has seen it", lambda: self.property("SubState") == "auto-restart", 5)
+        time.sleep(1)
+        self.assertEqual(self.machine.serves(), [program])
+        self.wait_for_state("active")
+        self.assertNotEqual(self.machine.agent(), first)
+        self.assertEqual(self.property("NRestarts"), "1")
+        self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+        # Its own first deed, as at every start.
+        wait_for("the agent has killed the program", lambda: not self.machine.alive(program), 10)
+        self.assertNotEqual(self.machine.wait_until_serving(), program)
+
+    def test_the_end_of_a_program_leaves_the_agent(self):
+        self.start()
+        program, agent = self.machine.wait_until_serving(), self.machine.agent()
+        self.machine.run(f"kill -9 {program}")
+        self.assertNotEqual(self.machine.wait_until_serving(), program)
+        self.assertEqual(self.machine.agent(), agent)
+        self.assertEqual(self.property("OOMPolicy"), "continue")
+        self.assertEqual(self.property("TasksMax"), "infinity")
+
+    def test_an_abort_is_told_in_the_journal_and_a_refused_restart_is_the_last(self):
+        self.machine.run("ip addr add 198.51.100.12/24 dev wire1")
+        self.addCleanup(self.machine.run, "pkill -x partner.pl; ip addr del 198.51.100.12/24 dev wire1")
+        self.machine.write("/opt/demo/partner.pl", "#!/usr/bin/perl" + node.PARTNER, "0755")
+        self.machine.run("setsid /opt/demo/partner.pl </dev/null >/dev/null 2>&1 &")
+        self.change_unit("[Service]\nRestartSec=100ms\n")
+        self.start()
+        wait_for("heartbeats are sent",
+                 lambda: "beat sent" in self.machine.run(f"cat {node.LOG_PATH}", check=False).out, 15)
+        self.machine.run(f"rm {node.RUN_INFO_PATH}")
+        self.wait_for_state("failed")
+        journal = self.journal()
+        self.assertIn("Assertion `", journal)
+        self.assertIn("**ERROR**(QuorinINI:29)", journal)
+        self.assertIn("velarixctl check did not accept", journal)
+        self.assertEqual(self.property("NRestarts"), "1")
+
+    def test_an_agent_that_aborts_again_and_again_is_given_up(self):
+        self.change_unit("[Service]\nRestartSec=100ms\n")
+        self.start()
+        for number in range(1, 6):
+            wait_for(f"start number {number}",
+                     lambda: (self.property("NRestarts"), self.property("ActiveState")) == (str(number - 1), "active"), 20)
+            self.machine.run(f"kill -ABRT {self.machine.agent()}")
+        self.wait_for_state("failed")
+        time.sleep(1)
+        self.assertEqual(self.machine.agents(), [])
+        self.machine.run("systemctl reset-failed velarix-ha")
+        self.start()
+
+    def test_a_kill_by_hand_is_no_crash_and_no_stop(self):
+        self.machine.on_stop("release")
+        self.start()
+        program = self.machine.wait_until_serving()
+        self.machine.run(f"kill {self.machine.agent()}")
+        self.wait_for_state("inactive")
+        self.assertEqual(self.machine.serves(), [program])
+
+
+class StopTest(OnAMachine):
+    """What a stop of the service does with address and programs."""
+
+    def test_stop_leaves_address_and_program_and_the_next_start_clears_them(self):
+        self.start()
+        program = self.machine.wait_until_serving()
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+        self.assertEqual(self.machine.serves(), [program])
+        self.assertFalse(self.machine.exists(node.PID_PATH))
+        self.assertEqual((self.property("ActiveState"), self.property("Result")), ("inactive", "success"))
+        self.assertIn("the address and the programs of this node stay as they are", self.journal())
+        self.start()
+        wait_for("the agent has killed the program", lambda: not self.machine.alive(program), 10)
+        self.assertIn(f"({node.PROGRAM})", self.journal_of_manager())
+
+    def journal_of_manager(self):
+        return self.machine.run(f"journalctl --no-pager -o cat --since @{self.since} | grep -i left-over", check=False).out
+
+    def test_release_on_stop_drops_the_address_and_kills_the_program(self):
+        self.machine.on_stop("release")
+        self.start()
+        program = self.machine.wait_until_serving()
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+        self.assertFalse(self.machine.alive(program))
+        self.assertFalse(self.machine.holds_address())
+        self.assertEqual((self.property("ActiveState"), self.property("Result")), ("inactive", "success"))
+        self.assertIn("released: neither the address nor a program is left on this node", self.journal())
+
+    def test_a_release_that_does_not_work_is_a_failure_that_names_what_is_left(self):
+        self.machine.write(node.SETTINGS_PATH, node.settings(ADVENCE__PROCESS_KILL_COMMAND="true",
+                                                             AGENT__VIRTUAL_IP_STOP_COMMAND="true"), "0600")
+        self.machine.on_stop("release")
+        self.start()
+        self.machine.wait_until_serving()
+        self.machine.run("systemctl stop velarix-ha", check=False)
+        self.assertEqual(self.property("ActiveState"), "failed")
+        journal = self.journal()
+        self.assertIn(f"the address {node.ADDRESS} is still on this node, although the commands have run", journal)
+        self.assertIn(f"the program {node.PROGRAM} is still on this node, although the commands have run", journal)
+
+    def test_a_hand_over_without_a_partner_leaves_everything_in_place(self):
+        self.machine.on_stop("handover")
+        self.start()
+        program = self.machine.wait_until_serving()
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+        self.assertEqual(self.machine.serves(), [program])
+        self.assertIn("nothing was handed over (see above)", self.journal())
+
+    def test_an_unknown_wish_for_the_stop_is_told_and_releases_nothing(self):
+        self.machine.on_stop("perhaps")
+        self.start()
+        program = self.machine.wait_until_serving()
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertEqual(self.machine.serves(), [program])
+        self.assertIn('VELARIX_ON_STOP is "perhaps" and not leave, release or handover', self.journal())
+
+
+if __name__ == "__main__":
+    arguments.run()
