@@ -212,7 +212,7 @@ constexpr std::array kKeys{
     KeyInfo{
         .name = key::kPurgeAge, .type = KeyType::text, .unit = "",
         .meaning = "The age at which renamed logs are deleted: a number above zero and one of seconds, minutes, hours, "
-                   "days, months (30 days); or none. A node that idles writes some 100 MB a day.",
+                   "days, weeks, months (30 days), always in the plural; or none. A node that idles writes some 100 MB a day.",
         .whenRead = kAtStart,
         .missing = kEndsAtStart,
         .zero = "empty: nothing is ever deleted",

@@ -1,0 +1,29 @@
+/// Runs all checks that apply.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+#include "Paths.h"
+#include "check/Finding.h"
+#include "settings/SettingsFile.h"
+
+namespace velarix::ctl
+{
+
+struct CheckRequest
+{
+	std::filesystem::path file;
+	std::optional<std::filesystem::path> partner;
+	/// Look at nothing but the two files.
+	bool filesOnly = false;
+};
+
+/// @param paths where the node's other files are
+/// @throws Failure noPermission when a file may not be read
+CheckReport check(const CheckRequest& request, const Paths& paths);
+
+/// The checks of the two texts alone, of both.
+CheckReport checkTexts(const SettingsFile& own, const SettingsFile& partner);
+
+} // namespace velarix::ctl

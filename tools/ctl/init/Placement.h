@@ -1,0 +1,35 @@
+/// Putting new files where they belong without losing the operator's.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace velarix::ctl
+{
+
+struct NewFile
+{
+	std::filesystem::path path;
+	std::string text;
+	/// A file that is there already stays as it is and is no obstacle.
+	bool keepExisting = false;
+};
+
+struct PlacementRules
+{
+	/// Replace a file that is there; a copy stays beside it.
+	bool force = false;
+	/// Goes into the copy's name, as UTC.
+	std::chrono::system_clock::time_point now;
+};
+
+/// Writes the files, readable by all and writable by the owner alone. When one of
+/// them is there and must not be replaced, nothing is written at all.
+/// @param out gets a line for each file: "written: PATH", "kept: PATH", "copy: PATH"
+/// @throws Failure cannotWrite or noPermission
+void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out);
+
+} // namespace velarix::ctl

@@ -1,0 +1,55 @@
+#include "check/Check.h"
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "check/CheckOutput.h"
+#include "verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+struct Options
+{
+	std::string file;
+	std::string partner;
+	bool filesOnly = false;
+	bool strict = false;
+	bool json = false;
+};
+
+ExitCode run(const Options& options, const Context& context)
+{
+	CheckRequest request{.file = options.file.empty() ? context.paths.settings : std::filesystem::path(options.file),
+	                     .partner = {},
+	                     .filesOnly = options.filesOnly};
+	if (!options.partner.empty())
+	{
+		request.partner = options.partner;
+	}
+	const CheckReport report = check(request, context.paths);
+	options.json ? printReportJson(context.out, report) : printReport(context.out, report, context.colour);
+	const bool wrong = report.count(Severity::error) > 0 || (options.strict && report.count(Severity::warning) > 0);
+	return wrong ? ExitCode::settings : ExitCode::fine;
+}
+
+} // namespace
+
+void addCheck(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("check", "find what would abort or cripple the agent, before it is started");
+	const auto options = std::make_shared<Options>();
+	verb->add_option("FILE", options->file, "settings file; the installed one without it");
+	verb->add_option("--partner", options->partner, "the partner's settings file: check that the two fit")
+	    ->type_name("FILE");
+	verb->add_flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine");
+	verb->add_flag("--strict", options->strict, "let warnings count as errors");
+	verb->add_flag("--json", options->json, "print the findings as JSON");
+	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+}
+
+} // namespace velarix::ctl
