@@ -1,0 +1,62 @@
+#include "CheckTest.h"
+
+#include "check/Checks.h"
+
+using namespace velarix::ctl;
+namespace fs = std::filesystem;
+
+CheckTest::CheckTest()
+{
+	for (const char* tool : {"sh", "cat", "chmod", "ifconfig", "ip", "grep", "arping", "sleep", "killall"})
+	{
+		executable(std::string("/usr/bin/") + tool);
+	}
+	executable("/opt/service/bin/server");
+	write("/usr/velarix/bin/log/runinfo.txt",
+	      "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");
+	write("/usr/velarix/bin/ini/config.ini", "");
+	fs::create_directories(below("/usr/velarix/pid"));
+	fs::create_directories(below("/usr/velarix/log"));
+}
+
+fs::path CheckTest::settings() const
+{
+	return below("/usr/velarix/bin/ini/config.ini");
+}
+
+void CheckTest::executable(const std::string& absolute, const std::string& text) const
+{
+	fs::permissions(write(absolute, text), fs::perms{0755});
+}
+
+std::vector<std::string> CheckTest::shortForms(const CheckReport& report) const
+{
+	std::vector<std::string> result;
+	for (const Finding& finding : report.findings)
+	{
+		std::string text = finding.severity == Severity::error ? "error " : "warning ";
+		text += finding.id + " " + anonymous(finding.file.string());
+		result.push_back(finding.line == 0 ? text : text + ":" + std::to_string(finding.line));
+	}
+	return result;
+}
+
+std::vector<std::string> CheckTest::found(const CheckRequest& request) const
+{
+	return shortForms(check(request, Paths(root())));
+}
+
+std::vector<std::string> CheckTest::found() const
+{
+	write("/usr/velarix/bin/ini/config.ini", joined(lines));
+	return found({.file = settings(), .partner = {}, .filesOnly = false});
+}
+
+std::vector<std::string> CheckTest::foundOnMachine() const
+{
+	CheckReport report;
+	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
+	Findings findings(file, report);
+	checks::machine(findings, Paths());
+	return shortForms(report);
+}

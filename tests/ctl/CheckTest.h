@@ -1,0 +1,37 @@
+/// What the tests of the checks share: a node's disk without a fault.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "CtlTest.h"
+#include "SoundSettings.h"
+#include "check/Check.h"
+
+/// A sound node below the test's directory, which counts as another root; the
+/// made-up machine is asked where a test says so.
+class CheckTest : public CtlTest
+{
+protected:
+	CheckTest();
+
+	/// @return what is found on that disk, one "SEVERITY ID FILE:LINE" each; the
+	///         directory's name is left out of the files
+	std::vector<std::string> found(const velarix::ctl::CheckRequest& request) const;
+	std::vector<std::string> found() const;
+
+	/// @return the findings of the machine, the disk being the running system's
+	std::vector<std::string> foundOnMachine() const;
+
+	/// Makes a file executable.
+	void executable(const std::string& absolute, const std::string& text = "\x7f"
+	                                                                       "ELF") const;
+
+	/// The settings as they are written.
+	std::vector<std::string> lines = soundLines();
+
+	std::filesystem::path settings() const;
+
+private:
+	std::vector<std::string> shortForms(const velarix::ctl::CheckReport& report) const;
+};

@@ -1,0 +1,217 @@
+// The verb check: its texts, its JSON, its exit codes.
+
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "CheckTest.h"
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+/// For its lifetime the process is a user without rights, if it was root before.
+class AsNobody
+{
+public:
+	explicit AsNobody(const fs::path& reachable)
+	{
+		fs::permissions(reachable, fs::perms{0755});
+		EXPECT_TRUE(m_former != 0 || ::seteuid(kNobody) == 0);
+	}
+	~AsNobody() { EXPECT_EQ(::seteuid(m_former), 0); }
+	AsNobody(const AsNobody&) = delete;
+	AsNobody& operator=(const AsNobody&) = delete;
+
+private:
+	static constexpr uid_t kNobody = 65534;
+	uid_t m_former = ::geteuid();
+};
+
+class CheckVerb : public CheckTest
+{
+protected:
+	CheckVerb() { put(); }
+
+	void put() const { write("/usr/velarix/bin/ini/config.ini", joined(lines)); }
+
+	/// One fault of each kind of place: a line, a file, another file, the partner's.
+	void breakNode()
+	{
+		setKey(lines, "HEART_BEAT_INTERVAL", "0");
+		setKey(lines, "PURGEAGE", "none");
+		dropKey(lines, "GATEWAY_IP");
+		put();
+		fs::remove(below("/usr/velarix/pid"));
+		std::vector<std::string> partner = soundLines();
+		setKey(partner, "THIS_SERVER_IP", "192.0.2.2");
+		setKey(partner, "PARTNER_IP", "192.0.2.9");
+		write("/partner.ini", joined(partner));
+	}
+};
+
+} // namespace
+
+TEST_F(CheckVerb, ASoundNodeIsCleanAndSaysWhatItDidNotLookAt)
+{
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.out, "not checked: cards, addresses, ports, pings and processes (another root)\n"
+	                       "0 errors, 0 warnings\n");
+	EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(CheckVerb, FindingsAreText)
+{
+	breakNode();
+	const Outcome outcome = runBelow({"check", "--partner", below("/partner.ini").string()});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("check.txt", anonymous(outcome.out));
+}
+
+TEST_F(CheckVerb, FindingsAreJson)
+{
+	breakNode();
+	const Outcome outcome = runBelow({"check", "--json", "--partner", below("/partner.ini").string()});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("check.json", anonymous(outcome.out));
+	EXPECT_EQ(nlohmann::json::parse(outcome.out)["errors"], 5);
+}
+
+TEST_F(CheckVerb, JsonOfASoundNodeIsComplete)
+{
+	const Outcome outcome = runBelow({"check", "--json"});
+	EXPECT_EQ(outcome.code, 0);
+	expectGolden("check-clean.json", anonymous(outcome.out));
+}
+
+TEST_F(CheckVerb, AValueThatIsNoTextStaysReadableJson)
+{
+	setKey(lines, "GATEWAY_IP", "\xff\xfe");
+	put();
+	const Outcome outcome = runBelow({"check", "--json"});
+	EXPECT_TRUE(nlohmann::json::accept(outcome.out));
+	EXPECT_THAT(outcome.out, HasSubstr("address-is-a-name"));
+}
+
+TEST_F(CheckVerb, SeveritiesAreColouredOnATerminal)
+{
+	breakNode();
+	colour = true;
+	const std::string coloured = runBelow({"check"}).out;
+	EXPECT_THAT(coloured, HasSubstr(": \033[1;31merror\033[0m: "));
+	EXPECT_THAT(coloured, HasSubstr(": \033[1;33mwarning\033[0m: "));
+	colour = false;
+	EXPECT_THAT(runBelow({"check"}).out, Not(HasSubstr("\033")));
+}
+
+TEST_F(CheckVerb, JsonIsNeverColoured)
+{
+	breakNode();
+	colour = true;
+	EXPECT_THAT(runBelow({"check", "--json"}).out, Not(HasSubstr("\033")));
+}
+
+TEST_F(CheckVerb, WarningsAloneAreFineUnlessStrict)
+{
+	setKey(lines, "PURGEAGE", "none");
+	put();
+	EXPECT_EQ(runBelow({"check"}).code, 0);
+	EXPECT_EQ(runBelow({"check", "--strict"}).code, 78);
+	setKey(lines, "PURGEAGE", "30 days");
+	put();
+	EXPECT_EQ(runBelow({"check", "--strict"}).code, 0);
+}
+
+TEST_F(CheckVerb, AMissingFileIsAFinding)
+{
+	fs::remove(settings());
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_THAT(outcome.out, HasSubstr("/usr/velarix/bin/ini/config.ini: error: there is no settings file "));
+}
+
+TEST_F(CheckVerb, AFileThatThisUserMayNotReadIsNoFinding)
+{
+	fs::permissions(settings(), fs::perms::none);
+	const AsNobody user(root());
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_EQ(outcome.code, 77);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: Permission denied\n");
+}
+
+TEST_F(CheckVerb, AnotherFileIsCheckedInPlaceOfTheInstalledOne)
+{
+	setKey(lines, "MODE", "master");
+	const std::string other = write("/other.ini", joined(lines)).string();
+	const Outcome outcome = runBelow({"check", other});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_THAT(outcome.out, HasSubstr("/other.ini:2: error: AGENT.MODE is \"master\", which is no whole number"));
+	EXPECT_THAT(anonymous(outcome.out),
+	            HasSubstr("not checked: who may write /other.ini (it is not the installed file)\n"));
+}
+
+TEST_F(CheckVerb, FilesOnlyLeavesDiskAndMachineAlone)
+{
+	fs::remove_all(below("/opt"));
+	fs::remove_all(below("/usr/bin"));
+	EXPECT_EQ(runBelow({"check"}).code, 78);
+	const Outcome outcome = runBelow({"check", "--files-only"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.out, "not checked: directories, programs, tools and this machine (--files-only)\n"
+	                       "0 errors, 0 warnings\n");
+}
+
+TEST_F(CheckVerb, TheMachineIsAskedOnTheRunningSystem)
+{
+	fakeHost().cards.clear();
+	const Outcome outcome = run({"check", settings().string()});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_THAT(outcome.out, HasSubstr("there is no network card eth0, the service card [missing-card]"));
+	EXPECT_THAT(outcome.out, Not(HasSubstr("another root")));
+}
+
+TEST_F(CheckVerb, AnUnknownOptionIsAUsageError)
+{
+	EXPECT_EQ(runBelow({"check", "--fix"}).code, 2);
+	EXPECT_EQ(run({"check", "--partner"}).code, 2);
+	EXPECT_EQ(run({"check", "one.ini", "two.ini"}).code, 2);
+}
+
+TEST_F(CheckVerb, TheSampleIsCleanWhereItsProgramIs)
+{
+	write("/usr/velarix/bin/ini/config.ini", readFile(VELARIX_PACKAGING "/config.ini.sample"));
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(outcome.out, EndsWith("0 errors, 0 warnings\n"));
+}
+
+TEST_F(CheckVerb, TheSampleLacksItsProgramElsewhere)
+{
+	write("/usr/velarix/bin/ini/config.ini", readFile(VELARIX_PACKAGING "/config.ini.sample"));
+	fs::remove_all(below("/opt"));
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_THAT(outcome.out, HasSubstr("[missing-program-file]"));
+	EXPECT_THAT(outcome.out, EndsWith("1 error, 0 warnings\n"));
+}
+
+TEST_F(CheckVerb, NothingIsRunAndNothingIsChanged)
+{
+	setKey(lines, "VIRTUAL_IP_START_COMMAND", "touch " + below("/ran").string());
+	setKey(lines, "VIRTUAL_IP_STOP_COMMAND", "touch " + below("/ran").string());
+	setKey(lines, "PROCESS_KILL_COMMAND", "touch " + below("/ran").string());
+	put();
+	const std::string before = readFile(settings());
+	runBelow({"check"});
+	EXPECT_FALSE(fs::exists(below("/ran")));
+	EXPECT_EQ(readFile(settings()), before);
+}

@@ -1,0 +1,348 @@
+// What init writes, what it asks for, and what it never overwrites.
+
+#include <sstream>
+
+#include <sys/stat.h>
+
+#include "CheckTest.h"
+#include "settings/RunInfo.h"
+#include "settings/SettingsKeys.h"
+
+using namespace velarix::ctl;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class Init : public CheckTest
+{
+protected:
+	/// The answers of the sample, and where the files go.
+	std::vector<std::string> arguments(const std::vector<std::string>& more = {}) const
+	{
+		std::vector<std::string> result{"init",
+		                                "--address-a=192.0.2.1",
+		                                "--address-b=192.0.2.2",
+		                                "--gateway=192.0.2.254",
+		                                "--virtual-ip=198.51.100.10/24",
+		                                "--program=/opt/service/bin/server",
+		                                "--output=" + output().string()};
+		result.insert(result.end(), more.begin(), more.end());
+		return result;
+	}
+
+	fs::path output() const { return below("/pair"); }
+	fs::path file(const std::string& name) const { return output() / name; }
+	SettingsFile settingsOf(const std::string& node) const { return SettingsFile::load(file(node + "/config.ini")); }
+
+	Outcome answering(const std::string& answers)
+	{
+		std::istringstream input(answers);
+		in = &input;
+		return run({"init", "--output=" + output().string()});
+	}
+};
+
+mode_t rightsOf(const fs::path& path)
+{
+	struct stat status = {};
+	EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
+	return status.st_mode & 07777U;
+}
+
+} // namespace
+
+TEST_F(Init, WritesTheFilesOfBothNodes)
+{
+	const Outcome outcome = run(arguments());
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(anonymous(outcome.out), "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/runinfo.txt\n"
+	                                  "written: /pair/b/config.ini\n"
+	                                  "written: /pair/b/runinfo.txt\n");
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("init-a.ini", readFile(file("a/config.ini")));
+	expectGolden("init-b.ini", readFile(file("b/config.ini")));
+	EXPECT_EQ(readFile(file("a/runinfo.txt")), kInitialRunInfo);
+	EXPECT_EQ(readFile(file("b/runinfo.txt")), kInitialRunInfo);
+}
+
+TEST_F(Init, WhatItWritesPassesTheCheckOnBothSides)
+{
+	run(arguments());
+	const std::string a = file("a/config.ini").string();
+	const std::string b = file("b/config.ini").string();
+	const Outcome left = run({"check", "--files-only", a, "--partner", b});
+	EXPECT_EQ(left.code, 0);
+	EXPECT_THAT(left.out, EndsWith("0 errors, 0 warnings\n"));
+	const Outcome right = run({"check", "--files-only", b, "--partner", a});
+	EXPECT_EQ(right.code, 0);
+	EXPECT_THAT(right.out, EndsWith("0 errors, 0 warnings\n"));
+}
+
+TEST_F(Init, WhatItPutsInPlaceMakesASoundNode)
+{
+	fs::remove(settings());
+	const Outcome outcome = runBelow(arguments({"--this=a"}));
+	EXPECT_EQ(outcome.code, 0);
+	const Outcome checked = runBelow({"check", "--partner", file("b/config.ini").string()});
+	EXPECT_EQ(checked.code, 0);
+	EXPECT_THAT(checked.out, EndsWith("0 errors, 0 warnings\n"));
+}
+
+TEST_F(Init, TheTwoFilesMirrorEachOther)
+{
+	run(arguments({"--program=/opt/service/bin/worker"}));
+	const SettingsFile a = settingsOf("a");
+	const SettingsFile b = settingsOf("b");
+	EXPECT_EQ(a.text(key::kThisServerIP), b.text(key::kPartnerIP));
+	EXPECT_EQ(b.text(key::kThisServerIP), a.text(key::kPartnerIP));
+	EXPECT_EQ(a.integer(key::kMode), 1);
+	EXPECT_EQ(b.integer(key::kMode), 2);
+	std::vector<std::string> different;
+	ASSERT_EQ(a.lines().size(), b.lines().size());
+	for (const SettingLine& line : a.lines())
+	{
+		if (a.text(line.key) != b.text(line.key))
+		{
+			different.push_back(line.key);
+		}
+	}
+	EXPECT_THAT(different, ElementsAre(key::kMode, key::kThisServerIP, key::kPartnerIP));
+	EXPECT_THAT(a.programs(), ElementsAre("/opt/service/bin/server", "/opt/service/bin/worker"));
+}
+
+TEST_F(Init, EveryKeyIsWritten)
+{
+	run(arguments());
+	const SettingsFile a = settingsOf("a");
+	for (const KeyInfo& info : settingsKeys())
+	{
+		const std::string name(info.name);
+		EXPECT_NE(a.find(name == key::kProcessPath ? programKey(1) : name), nullptr) << name;
+	}
+}
+
+TEST_F(Init, ItsValuesAreThoseOfTheSample)
+{
+	run(arguments());
+	const SettingsFile a = settingsOf("a");
+	const SettingsFile sample = SettingsFile::load(VELARIX_PACKAGING "/config.ini.sample");
+	ASSERT_EQ(a.lines().size(), sample.lines().size());
+	for (const SettingLine& line : sample.lines())
+	{
+		EXPECT_EQ(a.text(line.key), sample.text(line.key)) << line.key;
+	}
+}
+
+TEST_F(Init, TheSecondNodeCanBeTheMaster)
+{
+	run(arguments({"--master=b"}));
+	EXPECT_EQ(settingsOf("a").integer(key::kMode), 2);
+	EXPECT_EQ(settingsOf("b").integer(key::kMode), 1);
+}
+
+TEST_F(Init, TheOptionsReachTheFiles)
+{
+	run(arguments({"--port=7777", "--interval=3", "--receiving-time=7", "--waiting-time=0", "--check-cycle=5",
+	               "--log=/var/log/velarix/agent.log", "--purge-age=2 weeks"}));
+	const SettingsFile b = settingsOf("b");
+	EXPECT_EQ(b.integer(key::kReceivePort), 7777);
+	EXPECT_EQ(b.integer(key::kPartnerPort), 7777);
+	EXPECT_EQ(b.integer(key::kInterval), 3);
+	EXPECT_EQ(b.integer(key::kReceivingTime), 7);
+	EXPECT_EQ(b.integer(key::kWaitingTime), 0);
+	EXPECT_EQ(b.integer(key::kCheckCycle), 5);
+	EXPECT_EQ(b.text(key::kLogPath), "/var/log/velarix/agent.log");
+	EXPECT_EQ(b.text(key::kPurgeAge), "2 weeks");
+}
+
+// ---- what it refuses to write
+
+TEST_F(Init, WithoutAnybodyToAskTheMissingOptionsAreNamed)
+{
+	const Outcome outcome = run({"init", "--gateway=192.0.2.254", "--output=" + output().string()});
+	EXPECT_EQ(outcome.code, 2);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(outcome.err,
+	          "velarixctl: needed: --address-a --address-b --virtual-ip --program (asked for when the input "
+	          "is a terminal)\n");
+	EXPECT_FALSE(fs::exists(output()));
+}
+
+TEST_F(Init, AWrongAnswerIsAUsageError)
+{
+	struct Row
+	{
+		const char* argument;
+		const char* fault;
+	};
+	for (const Row& row :
+	     {Row{"--address-a=192.0.2", "--address-a: no IPv4 address: \"192.0.2\""},
+	      Row{"--gateway=fe80::1", "--gateway: no IPv4 address: \"fe80::1\""},
+	      Row{"--virtual-ip=198.51.100.10", "--virtual-ip: no prefix length: write 198.51.100.10/24, "
+	                                        "for example"},
+	      Row{"--virtual-ip=198.51.100.10/33", "--virtual-ip: no prefix length from 1 to 32 behind the "
+	                                           "\"/\": \"198.51.100.10/33\""},
+	      Row{"--program=server", "--program: no absolute path of a program: \"server\""}})
+	{
+		const Outcome outcome = run({"init", row.argument, "--output=" + output().string()});
+		EXPECT_EQ(outcome.code, 2) << row.argument;
+		EXPECT_EQ(outcome.err, std::string("velarixctl: ") + row.fault + "\n");
+		EXPECT_FALSE(fs::exists(output()));
+	}
+}
+
+TEST_F(Init, APairThatWouldNotWorkIsNotWritten)
+{
+	const Outcome outcome = run(arguments({"--program=/opt/a-name-that-is-too-long"}));
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_THAT(outcome.err, HasSubstr("[long-program-name]"));
+	EXPECT_THAT(outcome.err, EndsWith("nothing was written\n"));
+	EXPECT_FALSE(fs::exists(output()));
+}
+
+TEST_F(Init, APairWithWarningsIsWrittenAndTheyAreTold)
+{
+	const Outcome outcome = run(arguments({"--interval=2", "--receiving-time=3"}));
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(outcome.err, HasSubstr("[short-receiving-time]"));
+	EXPECT_TRUE(fs::exists(file("b/config.ini")));
+}
+
+TEST_F(Init, AnExistingFileIsNeverOverwritten)
+{
+	write("/pair/b/config.ini", "mine");
+	const Outcome outcome = run(arguments());
+	EXPECT_EQ(outcome.code, 73);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: /pair/b/config.ini is there already; nothing was written (--force "
+	                                  "replaces it and keeps a copy)\n");
+	EXPECT_EQ(readFile(file("b/config.ini")), "mine");
+	EXPECT_FALSE(fs::exists(file("a/config.ini")));
+}
+
+TEST_F(Init, ALinkToNowhereIsSomethingThatIsThere)
+{
+	fs::create_directories(file("a"));
+	fs::create_symlink("/nowhere", file("a/config.ini"));
+	EXPECT_EQ(run(arguments()).code, 73);
+	EXPECT_TRUE(fs::is_symlink(file("a/config.ini")));
+}
+
+TEST_F(Init, ForcedItKeepsACopyOfWhatItReplaces)
+{
+	write("/pair/a/config.ini", "mine");
+	write("/pair/a/runinfo.txt", "my record");
+	const Outcome outcome = run(arguments({"--force"}));
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(anonymous(outcome.out), "copy: /pair/a/config.ini.20260301T120000Z\n"
+	                                  "written: /pair/a/config.ini\n"
+	                                  "copy: /pair/a/runinfo.txt.20260301T120000Z\n"
+	                                  "written: /pair/a/runinfo.txt\n"
+	                                  "written: /pair/b/config.ini\n"
+	                                  "written: /pair/b/runinfo.txt\n");
+	EXPECT_EQ(readFile(file("a/config.ini.20260301T120000Z")), "mine");
+	EXPECT_EQ(readFile(file("a/runinfo.txt.20260301T120000Z")), "my record");
+}
+
+TEST_F(Init, ACopyIsNotOverwrittenEither)
+{
+	write("/pair/a/config.ini", "mine");
+	write("/pair/a/config.ini.20260301T120000Z", "older");
+	const Outcome outcome = run(arguments({"--force"}));
+	EXPECT_EQ(outcome.code, 73);
+	EXPECT_THAT(outcome.err, HasSubstr("File exists"));
+	EXPECT_EQ(readFile(file("a/config.ini")), "mine");
+	EXPECT_EQ(readFile(file("a/config.ini.20260301T120000Z")), "older");
+}
+
+TEST_F(Init, InPlaceTheRecordOfStartsIsKept)
+{
+	fs::remove(settings());
+	write("/usr/velarix/bin/log/runinfo.txt", "[TRACE]\nLAST_RUN_TIME = 20260228000000\n");
+	const Outcome outcome = runBelow(arguments({"--this=b", "--force"}));
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(anonymous(outcome.out), "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/runinfo.txt\n"
+	                                  "written: /usr/velarix/bin/ini/config.ini\n"
+	                                  "kept: /usr/velarix/bin/log/runinfo.txt\n");
+	EXPECT_EQ(SettingsFile::load(settings()).integer(key::kMode), 2);
+	EXPECT_THAT(readFile(below("/usr/velarix/bin/log/runinfo.txt")), HasSubstr("20260228000000"));
+	EXPECT_FALSE(fs::exists(file("b")));
+}
+
+TEST_F(Init, InPlaceTheOperatorsSettingsAreNotOverwritten)
+{
+	write("/usr/velarix/bin/ini/config.ini", "mine");
+	EXPECT_EQ(runBelow(arguments({"--this=a"})).code, 73);
+	EXPECT_EQ(readFile(settings()), "mine");
+	EXPECT_FALSE(fs::exists(file("b/config.ini")));
+}
+
+TEST_F(Init, WithoutTheAgentsDirectoriesNothingIsPutInPlace)
+{
+	fs::remove_all(below("/usr/velarix"));
+	const Outcome outcome = runBelow(arguments({"--this=a"}));
+	EXPECT_EQ(outcome.code, 73);
+	EXPECT_THAT(outcome.err, HasSubstr("No such file or directory"));
+}
+
+TEST_F(Init, AFileInPlaceOfTheOutputDirectoryIsAnError)
+{
+	write("/pair", "");
+	const Outcome outcome = run(arguments());
+	EXPECT_EQ(outcome.code, 73);
+	EXPECT_THAT(outcome.err, HasSubstr("cannot make"));
+}
+
+TEST_F(Init, TheFilesAreWritableByTheOwnerAloneWhateverTheMask)
+{
+	const mode_t mask = ::umask(0);
+	run(arguments());
+	::umask(mask);
+	EXPECT_EQ(rightsOf(file("a/config.ini")), 0644U);
+	EXPECT_EQ(rightsOf(file("b/runinfo.txt")), 0644U);
+}
+
+// ---- questions
+
+TEST_F(Init, AsksForWhatIsMissing)
+{
+	const Outcome outcome = answering("192.0.2.1\n192.0.2.2\n192.0.2.254\n198.51.100.10/24\n"
+	                                  "/opt/service/bin/server\n\n");
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "Address of node a on the communication network (eth1): "
+	                       "Address of node b on the communication network (eth1): "
+	                       "Address that answers pings as long as a node's network works (the gateway): "
+	                       "Shared service address with its prefix length, as 198.51.100.10/24: "
+	                       "Path of the managed program, without arguments: "
+	                       "Path of another program (nothing: no more): ");
+	EXPECT_EQ(readFile(file("a/config.ini")), readFile(fs::path(VELARIX_CTL_GOLDEN) / "init-a.ini"));
+}
+
+TEST_F(Init, AsksAgainAfterAWrongAnswer)
+{
+	const Outcome outcome = answering("node-a\n\n 192.0.2.1 \n192.0.2.2\n192.0.2.254\n198.51.100.10\n198.51.100.10/24\n"
+	                                  "\nserver\n/opt/service/bin/server\n/opt/service/bin/worker\n\n");
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"node-a\"\nAddress of node a"));
+	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"\"\nAddress of node a"));
+	EXPECT_THAT(outcome.err, HasSubstr("no absolute path of a program: \"server\"\nPath of the managed"));
+	EXPECT_EQ(settingsOf("b").text(key::kPartnerIP), "192.0.2.1");
+	EXPECT_THAT(settingsOf("b").programs(), ElementsAre("/opt/service/bin/server", "/opt/service/bin/worker"));
+}
+
+TEST_F(Init, AnInputThatEndsEarlyWritesNothing)
+{
+	const Outcome outcome = answering("192.0.2.1\n192.0.2.2\n");
+	EXPECT_EQ(outcome.code, 2);
+	EXPECT_THAT(outcome.err, HasSubstr("the input ended before everything was answered; nothing was written\n"));
+	EXPECT_FALSE(fs::exists(output()));
+}

@@ -1,0 +1,290 @@
+// What is found on the disk: directories, rights, programs, tools, the run-info record.
+
+#include "CheckTest.h"
+
+using namespace velarix::ctl;
+using host::FileKind;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class InstallationCheck : public CheckTest
+{
+protected:
+	void rights(const std::string& absolute, unsigned mode) const
+	{
+		fs::permissions(below(absolute), static_cast<fs::perms>(mode));
+	}
+
+	void record(const std::string& text) const { write("/usr/velarix/bin/log/runinfo.txt", text); }
+};
+
+} // namespace
+
+TEST_F(InstallationCheck, ASoundNodeHasNoFinding)
+{
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---- the settings file as a whole
+
+TEST_F(InstallationCheck, AMissingSettingsFileIsFound)
+{
+	fs::remove(settings());
+	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
+	            ElementsAre("error settings-missing /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, AnEmptySettingsFileIsFound)
+{
+	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
+	            ElementsAre("error settings-empty /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, AFileOfCommentsIsEmpty)
+{
+	lines = {"; nothing", "[AGENT]", "; MODE = 1"};
+	EXPECT_THAT(found(), ElementsAre("error settings-empty /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, ADirectoryInPlaceOfTheSettingsIsFound)
+{
+	fs::remove(settings());
+	fs::create_directory(settings());
+	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
+	            ElementsAre("error settings-is-a-directory /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, SettingsThatOthersMayWriteAreFound)
+{
+	rights("/usr/velarix/bin/ini/config.ini", 0664);
+	EXPECT_THAT(found(), ElementsAre("error settings-writable /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, SettingsThatOthersMayReadAreFine)
+{
+	rights("/usr/velarix/bin/ini/config.ini", 0644);
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(InstallationCheck, SettingsOfAnotherUserAreFoundOnTheRunningSystemAlone)
+{
+	write("/usr/velarix/bin/ini/config.ini", joined(lines));
+	fakeHost().files[settings().string()] = {FileKind::regular, 0644, 1000, 0};
+	EXPECT_THAT(found(), IsEmpty());
+	Paths running;
+	running.settings = settings();
+	const CheckReport report = check({.file = settings(), .partner = {}, .filesOnly = false}, running);
+	EXPECT_THAT(report.findings, testing::Contains(testing::Field(&Finding::id, "settings-owner")));
+}
+
+// ---- directories
+
+TEST_F(InstallationCheck, AMissingPidDirectoryIsFound)
+{
+	fs::remove(below("/usr/velarix/pid"));
+	EXPECT_THAT(found(), ElementsAre("error missing-directory /usr/velarix/pid"));
+}
+
+TEST_F(InstallationCheck, AFileInPlaceOfThePidDirectoryIsFound)
+{
+	fs::remove(below("/usr/velarix/pid"));
+	write("/usr/velarix/pid", "");
+	EXPECT_THAT(found(), ElementsAre("error no-directory /usr/velarix/pid"));
+}
+
+TEST_F(InstallationCheck, AMissingLogDirectoryIsToldAtItsSetting)
+{
+	fs::remove(below("/usr/velarix/log"));
+	EXPECT_THAT(found(), ElementsAre("error missing-directory /usr/velarix/bin/ini/config.ini:25"));
+}
+
+TEST_F(InstallationCheck, ADirectoryInPlaceOfTheLogIsFound)
+{
+	setKey(lines, "PATH", "/usr/velarix/log");
+	EXPECT_THAT(found(), ElementsAre("error log-is-a-directory /usr/velarix/bin/ini/config.ini:25"));
+}
+
+TEST_F(InstallationCheck, ADirectoryOfTheRunScriptThatOthersMayWriteIsAnError)
+{
+	rights("/usr/velarix/bin/ini", 0775);
+	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini"));
+}
+
+TEST_F(InstallationCheck, OtherDirectoriesThatOthersMayWriteAreWarnedOf)
+{
+	rights("/usr/velarix/pid", 0777);
+	rights("/usr/velarix/bin/log", 0775);
+	rights("/usr/velarix/log", 0777);
+	EXPECT_THAT(found(), ElementsAre("warning writable-directory /usr/velarix/bin/ini/config.ini:25",
+	                                 "warning writable-directory /usr/velarix/bin/log",
+	                                 "warning writable-directory /usr/velarix/pid"));
+}
+
+TEST_F(InstallationCheck, ALogDirectoryOfAGroupOrWithTheStickyBitIsFine)
+{
+	rights("/usr/velarix/log", 0775);
+	EXPECT_THAT(found(), IsEmpty());
+	rights("/usr/velarix/log", 01777);
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(InstallationCheck, ADirectoryInPlaceOfTheRunScriptIsFound)
+{
+	fs::create_directory(below("/usr/velarix/bin/ini/processList.sh"));
+	EXPECT_THAT(found(), ElementsAre("error run-script-is-a-directory /usr/velarix/bin/ini/processList.sh"));
+}
+
+TEST_F(InstallationCheck, WhatThisUserMayNotLookAtIsSaid)
+{
+	write("/usr/velarix/bin/ini/config.ini", soundSettings());
+	fakeHost().files[below("/usr/velarix/pid").string()] = {FileKind::notKnown, 0, 0, 0};
+	const CheckReport report = check({.file = settings(), .partner = {}, .filesOnly = false}, Paths(root()));
+	EXPECT_THAT(report.findings, IsEmpty());
+	ASSERT_FALSE(report.notChecked.empty());
+	EXPECT_EQ(anonymous(report.notChecked.front().what), "/usr/velarix/pid");
+	EXPECT_EQ(report.notChecked.front().why, "this user may not look there");
+}
+
+// ---- the run-info record
+
+TEST_F(InstallationCheck, AMissingRecordIsFound)
+{
+	fs::remove(below("/usr/velarix/bin/log/runinfo.txt"));
+	EXPECT_THAT(found(), ElementsAre("error run-info-missing /usr/velarix/bin/log/runinfo.txt"));
+}
+
+TEST_F(InstallationCheck, ADirectoryInPlaceOfTheRecordIsFound)
+{
+	fs::remove(below("/usr/velarix/bin/log/runinfo.txt"));
+	fs::create_directory(below("/usr/velarix/bin/log/runinfo.txt"));
+	EXPECT_THAT(found(), ElementsAre("error run-info-is-a-directory /usr/velarix/bin/log/runinfo.txt"));
+}
+
+TEST_F(InstallationCheck, ARecordWithoutTheKeyThatIsReadIsAnError)
+{
+	record("[TRACE]\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");
+	EXPECT_THAT(found(), ElementsAre("error run-info-key-missing /usr/velarix/bin/log/runinfo.txt:1"));
+}
+
+TEST_F(InstallationCheck, ARecordWithoutTheOtherKeysIsWarnedOf)
+{
+	record("[TRACE]\nLAST_RUN_TIME = \n");
+	EXPECT_THAT(found(), ElementsAre("warning run-info-key-missing /usr/velarix/bin/log/runinfo.txt:1",
+	                                 "warning run-info-key-missing /usr/velarix/bin/log/runinfo.txt:1"));
+}
+
+TEST_F(InstallationCheck, KeysThatTheAgentCannotEditAreFound)
+{
+	record("[TRACE]\n LAST_RUN_TIME = \nmaster_last_run_time = \nSLAVE_LAST_RUN_TIME\t= \n");
+	EXPECT_THAT(found(), ElementsAre("warning run-info-key-not-edited /usr/velarix/bin/log/runinfo.txt:2",
+	                                 "warning run-info-key-not-edited /usr/velarix/bin/log/runinfo.txt:3",
+	                                 "warning run-info-key-not-edited /usr/velarix/bin/log/runinfo.txt:4"));
+}
+
+TEST_F(InstallationCheck, ATimeThatWouldShiftTheHeartbeatIsAnError)
+{
+	record("[TRACE]\nLAST_RUN_TIME = 2026/03/01\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");
+	EXPECT_THAT(found(), ElementsAre("error run-info-time-with-slash /usr/velarix/bin/log/runinfo.txt:2"));
+}
+
+TEST_F(InstallationCheck, ATimeThatIsNoneIsWarnedOf)
+{
+	record("[TRACE]\nLAST_RUN_TIME = yesterday\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");
+	EXPECT_THAT(found(), ElementsAre("warning run-info-time /usr/velarix/bin/log/runinfo.txt:2"));
+}
+
+TEST_F(InstallationCheck, ARecordWithATimeIsFine)
+{
+	record("[TRACE]\nLAST_RUN_TIME = 20260301120000\nMASTER_LAST_RUN_TIME=\nSLAVE_LAST_RUN_TIME =\n");
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---- programs
+
+TEST_F(InstallationCheck, AMissingProgramIsFound)
+{
+	fs::remove(below("/opt/service/bin/server"));
+	EXPECT_THAT(found(), ElementsAre("error missing-program-file /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, ADirectoryIsNoProgram)
+{
+	setKey(lines, "PROCESS_PATH1", "/opt/service/bin");
+	EXPECT_THAT(found(), ElementsAre("error not-a-program /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AProgramThatIsNotExecutableIsFound)
+{
+	rights("/opt/service/bin/server", 0644);
+	EXPECT_THAT(found(), ElementsAre("error program-not-executable /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AProgramThatEverybodyMayWriteIsWarnedOf)
+{
+	rights("/opt/service/bin/server", 0757);
+	EXPECT_THAT(found(), ElementsAre("warning writable-program /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AScriptWithoutInterpreterIsFound)
+{
+	executable("/opt/service/bin/server", "exec /opt/other/server -d\n");
+	EXPECT_THAT(found(), ElementsAre("error script-without-interpreter /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AWrapperThatTurnsIntoAnotherNameIsFound)
+{
+	executable("/opt/service/bin/server", "#!/bin/sh\ncd /var\nexec /opt/other/daemon -d\n");
+	EXPECT_THAT(found(), ElementsAre("warning wrapper-of-another-name /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AWrapperOfTheSameNameIsFine)
+{
+	executable("/opt/service/bin/server", "#!/bin/sh\n# exec other\nexec /opt/other/server -c /etc/server.conf\n");
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+// ---- tools
+
+TEST_F(InstallationCheck, AMissingToolOfTheAgentIsFound)
+{
+	fs::remove(below("/usr/bin/ifconfig"));
+	EXPECT_THAT(found(), ElementsAre("error missing-tool /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, AToolThatIsNotExecutableIsNotThere)
+{
+	rights("/usr/bin/chmod", 0644);
+	EXPECT_THAT(found(), ElementsAre("error missing-tool /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, AMissingToolOfACommandIsToldAtTheCommand)
+{
+	fs::remove(below("/usr/bin/killall"));
+	EXPECT_THAT(found(), ElementsAre("error missing-tool /usr/velarix/bin/ini/config.ini:22"));
+}
+
+TEST_F(InstallationCheck, AMissingArpingCostsTheAnnouncementAlone)
+{
+	fs::remove(below("/usr/bin/arping"));
+	EXPECT_THAT(found(), ElementsAre("warning missing-tool /usr/velarix/bin/ini/config.ini:12"));
+}
+
+TEST_F(InstallationCheck, AnOwnScriptOfACommandMustBeThere)
+{
+	setKey(lines, "VIRTUAL_IP_STOP_COMMAND", "/opt/ha/drop");
+	EXPECT_THAT(found(), ElementsAre("error missing-tool /usr/velarix/bin/ini/config.ini:13"));
+	executable("/opt/ha/drop", "#!/bin/sh\n");
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(InstallationCheck, AlternativePlacesOfToolsAreKnown)
+{
+	fs::remove(below("/usr/bin/ip"));
+	executable("/usr/local/sbin/ip");
+	EXPECT_THAT(found(), IsEmpty());
+}

@@ -1,0 +1,152 @@
+// What is found on the machine: cards, addresses, privileges, ports, space, other processes.
+
+#include "CheckTest.h"
+
+using namespace velarix::ctl;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+class MachineCheck : public CheckTest
+{
+};
+
+host::Process process(pid_t pid, const std::string& name)
+{
+	return {pid, "Name:\t" + name, name, 'S', 1};
+}
+
+} // namespace
+
+TEST_F(MachineCheck, ASoundMachineHasNoFinding)
+{
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, MissingCardsAreFound)
+{
+	fakeHost().cards.clear();
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error missing-card config.ini", "error missing-card config.ini"));
+}
+
+TEST_F(MachineCheck, ACardWithoutCarrierIsWarnedOf)
+{
+	fakeHost().cards["eth0"].carrier = false;
+	fakeHost().cards["eth1"].carrier = std::nullopt;
+	EXPECT_THAT(foundOnMachine(),
+	            ElementsAre("warning card-without-carrier config.ini", "warning card-without-carrier config.ini"));
+}
+
+TEST_F(MachineCheck, AnAddressOfAnotherMachineIsFound)
+{
+	setKey(lines, "THIS_SERVER_IP", "192.0.2.7");
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error not-this-node config.ini:3"));
+}
+
+TEST_F(MachineCheck, AnAddressOnTheServiceCardIsWarnedOf)
+{
+	setKey(lines, "THIS_SERVER_IP", "198.51.100.1");
+	EXPECT_THAT(foundOnMachine(), ElementsAre("warning not-on-communication-card config.ini:3"));
+}
+
+TEST_F(MachineCheck, ListeningEverywhereIsNoAddressOfAnotherMachine)
+{
+	setKey(lines, "THIS_SERVER_IP", "0.0.0.0");
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, AVirtualIPInsideAnAddressOfTheMachineIsFound)
+{
+	fakeHost().addresses.push_back({"eth0", "eth0:1", "198.51.100.101", 24, true});
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error address-inside-another config.ini:11"));
+}
+
+TEST_F(MachineCheck, AVirtualIPInsideABroadcastAddressIsFound)
+{
+	setKey(lines, "VIRTUAL_IP", "198.51.100.25");
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error address-inside-another config.ini:11"));
+}
+
+TEST_F(MachineCheck, AnAddressThatIsNotListedDoesNotCount)
+{
+	fakeHost().addresses.push_back({"eth0", "eth0", "198.51.100.101", 24, false});
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, TheVirtualIPItselfMayBeThere)
+{
+	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, RootWithoutRawSocketsIsFound)
+{
+	fakeHost().whyNoPing = "Operation not permitted";
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error no-raw-sockets config.ini"));
+}
+
+TEST_F(MachineCheck, AnotherUserCannotTellWhetherRootMayPing)
+{
+	fakeHost().whyNoPing = "Operation not permitted";
+	fakeHost().user = 1000;
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, APortInUseIsFound)
+{
+	fakeHost().takenPorts = {7000};
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error port-taken config.ini:4"));
+}
+
+TEST_F(MachineCheck, ThePortOfTheRunningAgentIsNotTried)
+{
+	fakeHost().takenPorts = {7000};
+	fakeHost().processes = {process(4711, "VelarixHA")};
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, APortOfOutgoingConnectionsIsWarnedOf)
+{
+	setKey(lines, "HEART_BEAT_RECEIVE_PORT", "40000");
+	fakeHost().outgoingPorts = {40000};
+	EXPECT_THAT(foundOnMachine(), ElementsAre("warning port-of-outgoing-connections config.ini:4"));
+}
+
+TEST_F(MachineCheck, RoomForTheLogsOfThirtyDaysIsNeeded)
+{
+	fakeHost().freeSpace = 31ULL * 110 * 1000 * 1000;
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+	fakeHost().freeSpace -= 1;
+	EXPECT_THAT(foundOnMachine(), ElementsAre("warning little-log-space config.ini:26"));
+}
+
+TEST_F(MachineCheck, AgesAreDaysForTheRoomOfTheLogs)
+{
+	struct Row
+	{
+		const char* age;
+		std::uintmax_t days;
+	};
+	for (const Row& row : {Row{"2 months", 60}, Row{"2 weeks", 14}, Row{"2 days", 2}, Row{"36 hours", 1}})
+	{
+		setKey(lines, "PURGEAGE", row.age);
+		fakeHost().freeSpace = (row.days + 1) * 110 * 1000 * 1000;
+		EXPECT_THAT(foundOnMachine(), IsEmpty()) << row.age;
+		fakeHost().freeSpace -= 1;
+		EXPECT_THAT(foundOnMachine(), ElementsAre("warning little-log-space config.ini:26")) << row.age;
+	}
+}
+
+TEST_F(MachineCheck, AProcessWhoseNameContainsAProgramsIsWarnedOf)
+{
+	fakeHost().processes = {process(1, "init"), process(4242, "xserver-helper")};
+	EXPECT_THAT(foundOnMachine(), ElementsAre("warning name-of-another-process config.ini:18"));
+}
+
+TEST_F(MachineCheck, TheProgramItselfMayRun)
+{
+	fakeHost().processes = {process(4242, "server")};
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}

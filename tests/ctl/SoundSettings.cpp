@@ -1,0 +1,87 @@
+#include "SoundSettings.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace
+{
+
+std::string& lineOf(std::vector<std::string>& lines, const std::string& key)
+{
+	const auto found =
+	    std::ranges::find_if(lines, [&](const std::string& line) { return line.starts_with(key + " ="); });
+	if (found == lines.end())
+	{
+		throw std::invalid_argument("no line of " + key);
+	}
+	return *found;
+}
+
+} // namespace
+
+std::vector<std::string> soundLines()
+{
+	return {
+	    "[AGENT]",                                // 1
+	    "MODE = 1",                               // 2
+	    "THIS_SERVER_IP = 192.0.2.1",             // 3
+	    "HEART_BEAT_RECEIVE_PORT = 7000",         // 4
+	    "PARTNER_IP = 192.0.2.2",                 // 5
+	    "PARTNER_HEART_BEAT_RECEIVE_PORT = 7000", // 6
+	    "HEART_BEAT_INTERVAL = 1",                // 7
+	    "MAX_HEART_BEAT_RECEIING_TIME = 2",       // 8
+	    "IGNORE_TIME = 10",                       // 9
+	    "GATEWAY_IP = 192.0.2.254",               // 10
+	    "VIRTUAL_IP = 198.51.100.10",             // 11
+	    "VIRTUAL_IP_START_COMMAND = (ip addr add 198.51.100.10/24 dev eth0 label eth0:ha; (while ip -4 -o addr show "
+	    "dev "
+	    "eth0 | grep -q 198.51.100.10/; do arping -q -A -c 1 -w 1 -I eth0 198.51.100.10; sleep 4; done) &) "
+	    ">/dev/null 2>&1",                                                                             // 12
+	    "VIRTUAL_IP_STOP_COMMAND = ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1",             // 13
+	    "WAITING_TIME_BEFORE_PROCESS_RUN = 1",                                                         // 14
+	    "RELATED_PROCESS =",                                                                           // 15
+	    "[PROCESS_CHECK]",                                                                             // 16
+	    "PROCESS_NUM = 1",                                                                             // 17
+	    "PROCESS_PATH1 = /opt/service/bin/server",                                                     // 18
+	    "PROCESS_CHECK_CYCLE = 1",                                                                     // 19
+	    "OBSERVATION_MODE = 1",                                                                        // 20
+	    "[ADVENCE]",                                                                                   // 21
+	    "PROCESS_KILL_COMMAND = ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1; killall -q -9", // 22
+	    "KEYWORD = defunct",                                                                           // 23
+	    "[LOG]",                                                                                       // 24
+	    "PATH = /usr/velarix/log/velarix.log",                                                         // 25
+	    "PURGEAGE = 30 days",                                                                          // 26
+	};
+}
+
+std::string joined(const std::vector<std::string>& lines)
+{
+	std::string text;
+	for (const std::string& line : lines)
+	{
+		text += line + "\n";
+	}
+	return text;
+}
+
+std::string soundSettings(int node)
+{
+	std::vector<std::string> lines = soundLines();
+	if (node == 2)
+	{
+		setKey(lines, "MODE", "2");
+		setKey(lines, "THIS_SERVER_IP", "192.0.2.2");
+		setKey(lines, "PARTNER_IP", "192.0.2.1");
+	}
+	return joined(lines);
+}
+
+void setKey(std::vector<std::string>& lines, const std::string& key, const std::string& value)
+{
+	lineOf(lines, key) = key + " = " + value;
+}
+
+void dropKey(std::vector<std::string>& lines, const std::string& key)
+{
+	lineOf(lines, key).clear();
+}
