@@ -43,8 +43,14 @@ Outcome CtlTest::run(const std::vector<std::string>& arguments) const
 {
 	std::ostringstream out;
 	std::ostringstream err;
-	velarix::ctl::Context context{
-	    .out = out, .err = err, .now = [time = now] { return time; }, .colour = colour, .paths = {}, .action = {}};
+	velarix::ctl::Context context{.out = out,
+	                              .err = err,
+	                              .now = [this] { return now; },
+	                              .terminal = terminal,
+	                              .colour = colour,
+	                              .paths = paths,
+	                              .action = {},
+	                              .in = in};
 	const int code = velarix::ctl::run(arguments, context);
 	return {code, out.str(), err.str()};
 }

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "FakeHost.h"
+#include "Paths.h"
 
 /// What one run of the program gave.
 struct Outcome
@@ -45,9 +46,16 @@ protected:
 	/// @return the text with the directory's name taken out of it
 	std::string anonymous(std::string text) const;
 
-	/// 2026-03-01 12:00:00 UTC unless the test changes it.
+	/// 2026-03-01 12:00:00 UTC unless the test changes it, also while the program runs.
 	std::chrono::system_clock::time_point now;
+	/// What standard output is.
+	bool terminal = false;
 	bool colour = false;
+	/// The running system's unless the test changes them or gives "--root".
+	velarix::ctl::Paths paths;
+
+	/// What the program may ask; null when nobody is there.
+	std::istream* in = nullptr;
 
 private:
 	std::filesystem::path m_root;

@@ -1,6 +1,12 @@
 #include "FakeHost.h"
 
+#include <algorithm>
+#include <cerrno>
+
 #include <sys/stat.h>
+
+#include "FakeMachine.h"
+#include "state/HostResources.h"
 
 using namespace velarix::ctl::host;
 
@@ -13,6 +19,7 @@ FakeHost& fakeHost()
 void freshHost()
 {
 	fakeHost() = FakeHost{};
+	fakeMachine() = FakeMachine{};
 	fakeHost().cards = {{"eth0", {true, true}}, {"eth1", {true, true}}};
 	fakeHost().addresses = {{"lo", "lo", "127.0.0.1", 8, true},
 	                        {"eth0", "eth0", "198.51.100.1", 24, true},
@@ -30,12 +37,14 @@ FileFacts fileFacts(const std::filesystem::path& path)
 	}
 	FileFacts facts;
 	struct stat status = {};
-	if (::stat(path.c_str(), &status) == 0)
+	if (::stat(path.c_str(), &status) != 0)
 	{
-		const auto kind = S_ISDIR(status.st_mode) ? FileKind::directory : FileKind::other;
-		facts.kind = S_ISREG(status.st_mode) ? FileKind::regular : kind;
-		facts.mode = status.st_mode & 07777U;
+		facts.kind = errno == EACCES ? FileKind::notKnown : FileKind::missing;
+		return facts;
 	}
+	const auto kind = S_ISDIR(status.st_mode) ? FileKind::directory : FileKind::other;
+	facts.kind = S_ISREG(status.st_mode) ? FileKind::regular : kind;
+	facts.mode = status.st_mode & 07777U;
 	return facts;
 }
 
@@ -66,6 +75,32 @@ Card card(const std::string& name)
 std::vector<Address> addresses()
 {
 	return fakeHost().addresses;
+}
+
+std::optional<std::vector<Process>> processes()
+{
+	return fakeHost().processes;
+}
+
+std::optional<Process> process(pid_t pid)
+{
+	const auto found = std::ranges::find(fakeHost().processes, pid, &Process::pid);
+	return found == fakeHost().processes.end() ? std::nullopt : std::optional<Process>(*found);
+}
+
+bool isPortTaken(const std::string& /*address*/, int port)
+{
+	return fakeHost().takenPorts.contains(port);
+}
+
+std::optional<bool> isOutgoingPort(int port)
+{
+	return fakeHost().outgoingPorts.contains(port);
+}
+
+std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& /*directory*/)
+{
+	return fakeHost().freeSpace;
 }
 
 } // namespace velarix::ctl::host

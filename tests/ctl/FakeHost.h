@@ -3,6 +3,7 @@
 /// what it is about.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "state/Host.h"
+#include "state/HostProcesses.h"
 
 struct FakeHost
 {
@@ -21,6 +23,14 @@ struct FakeHost
 	std::optional<std::string> whyNoPing;
 	std::map<std::string, velarix::ctl::host::Card> cards;
 	std::vector<velarix::ctl::host::Address> addresses;
+	/// By ascending pid.
+	std::vector<velarix::ctl::host::Process> processes;
+	/// Ports that another program listens on.
+	std::set<int> takenPorts;
+	/// Ports that the kernel may give to outgoing connections.
+	std::set<int> outgoingPorts;
+	/// Bytes, of every disk.
+	std::uintmax_t freeSpace = 100ULL * 1000 * 1000 * 1000;
 };
 
 /// @return the one machine of this test program

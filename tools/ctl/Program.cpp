@@ -29,6 +29,14 @@ void setUp(CLI::App& app, std::string& root, Context& context)
 	}
 }
 
+/// A monitoring system takes the first line of standard output, and every status
+/// of its own four as a verdict on the node.
+int unknownToPlugin(const std::string& reason, Context& context)
+{
+	context.out << "VELARIX UNKNOWN - " << reason << '\n';
+	return number(ExitCode::notRunning);
+}
+
 /// @return the status for a command line that asks for help or is wrong
 int explain(const CLI::App& app, const CLI::ParseError& error, Context& context)
 {
@@ -45,6 +53,7 @@ int explain(const CLI::App& app, const CLI::ParseError& error, Context& context)
 
 int run(const std::vector<std::string>& arguments, Context& context)
 {
+	const bool plugin = std::ranges::find(arguments, "nagios") != arguments.end();
 	CLI::App app("Sets up, checks, watches and moves a node of a Velarix HA pair.", kName);
 	std::string root;
 	setUp(app, root, context);
@@ -59,10 +68,15 @@ int run(const std::vector<std::string>& arguments, Context& context)
 	}
 	catch (const CLI::ParseError& error)
 	{
-		return explain(app, error, context);
+		const bool asked = error.get_exit_code() == number(ExitCode::fine);
+		return plugin && !asked ? unknownToPlugin(error.what(), context) : explain(app, error, context);
 	}
 	catch (const Failure& failure)
 	{
+		if (plugin)
+		{
+			return unknownToPlugin(failure.what(), context);
+		}
 		context.err << kName << ": " << failure.what() << '\n';
 		return number(failure.code());
 	}

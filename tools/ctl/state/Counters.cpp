@@ -33,6 +33,7 @@ constexpr std::string_view kEvents = "velarix_events_total";
 constexpr std::string_view kMessages = "velarix_log_messages_total";
 constexpr std::string_view kSent = "velarix_heartbeats_sent_total";
 constexpr std::string_view kReceived = "velarix_heartbeats_received_total";
+constexpr std::string_view kChanged = "velarix_last_role_change_timestamp_seconds";
 
 /// Letters of the log; notices carry that of a debug line.
 constexpr std::array<std::pair<char, const char*>, 5> kLevels{
@@ -59,13 +60,22 @@ std::string labelIn(std::string_view name)
 	                                                      : std::string();
 }
 
+Instant instantOf(double value)
+{
+	return Instant(std::chrono::milliseconds(std::llround(value * 1000)));
+}
+
 /// Takes one sample line into the counters.
 void takeSample(Counters& counters, std::string_view name, double value)
 {
 	const auto count = static_cast<std::uint64_t>(std::llround(value));
 	if (name == kUntil)
 	{
-		counters.until = Instant(std::chrono::milliseconds(std::llround(value * 1000)));
+		counters.until = instantOf(value);
+	}
+	else if (name == kChanged)
+	{
+		counters.roleChanged = instantOf(value);
 	}
 	else if (name.starts_with(kEvents))
 	{

@@ -24,6 +24,9 @@ struct Counters
 	std::map<std::string, std::uint64_t> messages; ///< by level
 	std::uint64_t heartbeatsSent = 0;
 	std::uint64_t heartbeatsReceived = 0;
+	/// The role changed last, as the former run knew it; kept so that the log need
+	/// not be searched each time.
+	std::optional<Instant> roleChanged;
 };
 
 /// @return the counts of a file that writeCounters wrote; zeros and no moment for

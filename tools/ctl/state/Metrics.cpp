@@ -72,11 +72,12 @@ void addPair(Exposition& out, const NodeState& state)
 	out.single("partner_asking", "Whether the partner asks this node to take the service.", flag(state.partnerAsks));
 	out.single("asking", "Whether this node asks its partner to take the service.", flag(state.asking));
 	out.single("network_ok", "This node's own verdict on its network.", flag(state.networkOk));
-	if (state.lastChange.event)
-	{
-		out.single("last_role_change_timestamp_seconds", "When the role changed last.",
-		           epoch(state.lastChange.event->time));
-	}
+}
+
+void addChange(Exposition& out, const NodeState& state, const Counters& former)
+{
+	out.single("last_role_change_timestamp_seconds", "When the role changed last.",
+	           epoch(state.lastChange.event ? state.lastChange.event->time : former.roleChanged));
 }
 
 void addPrograms(Exposition& out, const NodeState& state)
@@ -148,6 +149,7 @@ std::string metricsText(const NodeState& state, const Judgement& judgement, cons
 	addInfo(out, state);
 	addAgent(out, state);
 	addPair(out, state);
+	addChange(out, state, counters);
 	addKernel(out, state);
 	addFaults(out, state);
 	addJudgement(out, judgement);

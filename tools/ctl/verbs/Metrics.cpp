@@ -23,21 +23,14 @@ Counters formerCounters(const std::filesystem::path& file)
 
 ExitCode run(const std::string& textfile, const Context& context)
 {
-	const NodeState state = Observer(context.paths, textfile.empty()).look(context.now());
-	const Judgement judgement = judge(state);
-	if (textfile.empty())
+	Counters counters = textfile.empty() ? Counters{} : formerCounters(textfile);
+	const NodeState state = Observer(context.paths, !counters.roleChanged).look(context.now());
+	if (!textfile.empty() && state.tail.problem.empty())
 	{
-		context.out << metricsText(state, judgement, {});
+		countOn(counters, state.logWish());
 	}
-	else
-	{
-		Counters counters = formerCounters(textfile);
-		if (state.tail.problem.empty())
-		{
-			countOn(counters, state.logWish());
-		}
-		replaceFile(textfile, metricsText(state, judgement, counters));
-	}
+	const std::string text = metricsText(state, judge(state), counters);
+	textfile.empty() ? void(context.out << text) : replaceFile(textfile, text);
 	if (!state.settingsProblem.empty())
 	{
 		context.err << "velarixctl: " << state.settingsProblem << '\n';

@@ -1,0 +1,216 @@
+// The metrics on standard output and in a file of their own.
+
+#include <filesystem>
+
+#include <sys/stat.h>
+
+#include "PlainUser.h"
+#include "StateTest.h"
+#include "state/Exposition.h"
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+class Metrics : public StateTest
+{
+protected:
+	fs::path file() const { return root() / "velarix.prom"; }
+	Outcome write() const { return runHere({"metrics", "--textfile", file().string()}); }
+
+	/// @return the value of a sample of the file; "none" without it
+	std::string sample(const std::string& name) const
+	{
+		const std::string text = "\n" + readFile(file());
+		const std::size_t at = text.find("\n" + name + " ");
+		return at == std::string::npos
+		           ? "none"
+		           : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
+	}
+};
+
+TEST_F(Metrics, OfASoundMaster)
+{
+	soundMaster();
+	const Outcome outcome = runHere({"metrics"});
+	expectGolden("metrics-master.txt", outcome.out);
+	EXPECT_EQ(outcome.err, "");
+	EXPECT_EQ(outcome.code, 0);
+}
+
+TEST_F(Metrics, LeaveOutWhatIsNotKnown)
+{
+	soundMaster();
+	endProcess(kAgent);
+	const Outcome outcome = runHere({"metrics"});
+	expectGolden("metrics-dead.txt", outcome.out);
+	EXPECT_EQ(outcome.code, 0);
+}
+
+TEST_F(Metrics, WithoutSettingsAreWrittenAndTheReasonIsTold)
+{
+	soundMaster();
+	fs::remove(below(kSettings));
+	const Outcome outcome = write();
+	EXPECT_EQ(sample("velarix_agent_up"), "1");
+	EXPECT_EQ(sample("velarix_log_trusted"), "0");
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(outcome.err, "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: No such file or directory\n");
+	EXPECT_EQ(outcome.code, 66);
+}
+
+TEST_F(Metrics, WithoutTheRightToReadTheSettings)
+{
+	soundMaster();
+	fs::permissions(below(kSettings), fs::perms::none);
+	const PlainUser plain;
+	const Outcome outcome = runHere({"metrics"});
+	EXPECT_THAT(outcome.out, HasSubstr("velarix_agent_up 1\n"));
+	EXPECT_THAT(outcome.err, HasSubstr("Permission denied"));
+	EXPECT_EQ(outcome.code, 77);
+}
+
+TEST_F(Metrics, GoIntoTheFileAloneForAllToRead)
+{
+	soundMaster();
+	const mode_t mask = ::umask(022);
+	const Outcome outcome = write();
+	::umask(mask);
+	EXPECT_EQ(outcome.out + outcome.err, "");
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(sample("velarix_role{role=\"master\"}"), "1");
+	EXPECT_EQ(fs::status(file()).permissions(), fs::perms(0644));
+	EXPECT_EQ(std::distance(fs::directory_iterator(root()), fs::directory_iterator()), 2) << "the file and usr";
+}
+
+TEST_F(Metrics, LeaveTheFormerFileWhenTheyCannotBeWritten)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	const std::string former = readFile(file());
+	now += 60s;
+	fs::permissions(root(), fs::perms(0555));
+	{
+		const PlainUser plain;
+		const Outcome outcome = write();
+		EXPECT_EQ(outcome.err, "velarixctl: cannot write /velarix.prom: Permission denied\n");
+		EXPECT_EQ(outcome.code, 77);
+	}
+	fs::permissions(root(), fs::perms(0755));
+	EXPECT_EQ(readFile(file()), former);
+}
+
+TEST_F(Metrics, TellADirectoryThatIsNotThere)
+{
+	soundMaster();
+	const Outcome outcome = runHere({"metrics", "--textfile", (root() / "nowhere/velarix.prom").string()});
+	EXPECT_EQ(outcome.err, "velarixctl: cannot write /nowhere/velarix.prom: No such file or directory\n");
+	EXPECT_EQ(outcome.code, 73);
+}
+
+TEST_F(Metrics, CountFromTheFirstRunOn)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
+	EXPECT_EQ(sample("velarix_heartbeats_received_total"), "0");
+	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366399");
+
+	// The last line of before is younger than a second then, and counts now.
+	now += 30s;
+	writeLog(emptyLog().start(228s).slaveFor(228s, 221s).takeService(220s).masterFor(213300ms, 300ms));
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "30");
+	EXPECT_EQ(sample("velarix_heartbeats_received_total"), "30");
+	EXPECT_EQ(sample("velarix_log_messages_total{level=\"debug\"}"), "600");
+	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366429");
+}
+
+TEST_F(Metrics, CountEventsOnceHoweverOftenTheyRun)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	now += 20s;
+	const NodeLog log = emptyLog()
+	                        .start(218s)
+	                        .slaveFor(218s, 211s)
+	                        .takeService(210s)
+	                        .masterFor(203300ms, 10s)
+	                        .giveUp(9s)
+	                        .slaveFor(8s, 300ms, "/process/1/1/20260301110000/0/");
+	writeLog(log);
+	for (int run = 0; run < 3; ++run)
+	{
+		ASSERT_EQ(write().code, 0);
+		EXPECT_EQ(sample("velarix_events_total{event=\"role-changed\"}"), "1");
+		EXPECT_EQ(sample("velarix_events_total{event=\"ask-made\"}"), "1");
+		now += 100ms;
+	}
+}
+
+TEST_F(Metrics, CountAcrossAGapOfHoursAndARotation)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	const std::string before = readFile(below(kLog));
+	now += 7200s;
+	// Rotated half an hour ago, at 13:30 UTC.
+	CtlTest::write(std::string(kLog) + ".20260301133000000", before + emptyLog().masterFor(7199s, 1801s).text());
+	writeLog(emptyLog().masterFor(1799s, 300ms));
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), std::to_string(1 + 5399 + 1799));
+}
+
+TEST_F(Metrics, GoOnWhenTheClockWasSetBack)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	now -= 100s;
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
+	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366299");
+	now += 10s;
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "10");
+}
+
+TEST_F(Metrics, StartAnewAfterAFileThatIsNotTheirs)
+{
+	soundMaster();
+	CtlTest::write("/velarix.prom",
+	               "velarix_heartbeats_sent_total 7\nvelarix_heartbeats_received_total many\nnonsense\n");
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
+}
+
+TEST_F(Metrics, RememberTheLastChangeOfTheRole)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_last_role_change_timestamp_seconds"), "1772366210");
+	now += 86400s;
+	fakeMachine().starts[kAgent] = now - 90000s;
+	writeLog(emptyLog().masterFor(400s, 300ms));
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_last_role_change_timestamp_seconds"), "1772366210");
+}
+
+TEST(Exposition, EscapesLabelsAndHelp)
+{
+	velarix::ctl::Exposition out;
+	out.gauge("thing", "A \\ and\na line.");
+	out.sample(1.5, {{"path", "C:\\\"x\"\ny"}, {"empty", ""}});
+	EXPECT_EQ(out.text(), "# HELP velarix_thing A \\\\ and\\na line.\n# TYPE velarix_thing gauge\n"
+	                      "velarix_thing{path=\"C:\\\\\\\"x\\\"\\ny\",empty=\"\"} 1.5\n");
+}
+
+TEST(Exposition, LeavesOutAFamilyWithoutSamples)
+{
+	velarix::ctl::Exposition out;
+	out.counter("lost_total", "Never seen.");
+	out.gauge("here", "Seen.");
+	out.sample(true);
+	EXPECT_EQ(out.text(), "# HELP velarix_here Seen.\n# TYPE velarix_here gauge\nvelarix_here 1\n");
+}

@@ -1,0 +1,81 @@
+#include "StateTest.h"
+
+#include "SoundSettings.h"
+
+using namespace std::chrono_literals;
+using velarix::ctl::host::FileFacts;
+using velarix::ctl::host::FileKind;
+
+StateTest::StateTest()
+{
+	// Files of the directory, but the running system: its kernel may be asked.
+	paths = velarix::ctl::Paths(root());
+	paths.root = "/";
+}
+
+void StateTest::makeNode()
+{
+	write(kPid, std::to_string(kAgent));
+	write(kRunScript, std::string("cd /opt/service/bin/\n") + kProgram + " &\n");
+	fakeHost().files[kProgram] = FileFacts{FileKind::regular, 0755, 0, 0};
+	addProcess(1, "systemd");
+	addProcess(kAgent, "VelarixHA", 'S', 4);
+	fakeMachine().starts[kAgent] = now - 200s;
+	fakeMachine().answering = {"192.0.2.254", "192.0.2.2"};
+}
+
+void StateTest::soundMaster()
+{
+	makeNode();
+	writeSettings(1);
+	addProcess(kServer, "server");
+	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
+	fakeMachine().answering.insert("198.51.100.10");
+	writeLog(emptyLog().start(198s).slaveFor(198s, 191s).takeService(190s).masterFor(183300ms, 300ms));
+}
+
+void StateTest::soundSlave()
+{
+	makeNode();
+	writeSettings(2);
+	fakeMachine().answering = {"192.0.2.254", "192.0.2.1", "198.51.100.10"};
+	writeLog(emptyLog().start(198s).slaveFor(197300ms, 300ms));
+}
+
+void StateTest::writeSettings(int node, const std::vector<std::pair<std::string, std::string>>& changes) const
+{
+	std::string text = soundSettings(node);
+	std::vector<std::string> lines;
+	for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1)
+	{
+		lines.push_back(text.substr(at, text.find('\n', at) - at));
+	}
+	setKey(lines, "PATH", below(kLog).string());
+	for (const auto& [key, value] : changes)
+	{
+		setKey(lines, key, value);
+	}
+	write(kSettings, joined(lines));
+}
+
+void StateTest::addProcess(pid_t pid, const std::string& name, char state, int threads)
+{
+	fakeHost().processes.push_back({pid, "Name:\t" + name, name, state, threads});
+	std::ranges::sort(fakeHost().processes, {}, &velarix::ctl::host::Process::pid);
+}
+
+void StateTest::endProcess(pid_t pid)
+{
+	std::erase_if(fakeHost().processes, [pid](const auto& process) { return process.pid == pid; });
+}
+
+void StateTest::dropAddress()
+{
+	std::erase_if(fakeHost().addresses, [](const auto& address) { return address.address == "198.51.100.10"; });
+}
+
+Outcome StateTest::runHere(const std::vector<std::string>& arguments) const
+{
+	const Outcome outcome = run(arguments);
+	return {outcome.code, anonymous(outcome.out), anonymous(outcome.err)};
+}
