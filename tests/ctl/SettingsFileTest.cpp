@@ -1,12 +1,23 @@
 // The reader of the settings: the library's values, our lines.
 
+#include <random>
+#include <regex>
+#include <set>
 #include <sstream>
+
+#include <Poco/AutoPtr.h>
+#include <Poco/Exception.h>
+#include <Poco/Util/IniFileConfiguration.h>
 
 #include "CtlTest.h"
 #include "ExitCode.h"
+#include "settings/InputFile.h"
+#include "settings/RunInfo.h"
 #include "settings/SettingsFile.h"
+#include "settings/SettingsKeys.h"
 
 using namespace velarix::ctl;
+using testing::ElementsAre;
 
 namespace
 {
@@ -15,6 +26,34 @@ SettingsFile parse(const std::string& text)
 {
 	return SettingsFile::parse("config.ini", text);
 }
+
+/// @return "LINE KEY=VALUE", with "?" in place of "=" where the line has none
+std::vector<std::string> split(const std::string& text)
+{
+	std::vector<std::string> result;
+	for (const SettingLine& line : splitSettings(text).keys)
+	{
+		result.push_back(std::to_string(line.line) + " " + line.key + (line.assigned ? "=" : "?") + line.value);
+	}
+	return result;
+}
+
+ExitCode codeOf(const std::function<void()>& read)
+{
+	try
+	{
+		read();
+	}
+	catch (const Failure& failure)
+	{
+		return failure.code();
+	}
+	return ExitCode::fine;
+}
+
+class InputFiles : public CtlTest
+{
+};
 
 } // namespace
 
@@ -26,4 +65,198 @@ TEST(SettingsFile, TellsValueAndLineOfAKey)
 	EXPECT_EQ(file.text("AGENT.VIRTUAL_IP"), "192.0.2.9");
 	EXPECT_EQ(file.lineOf("AGENT.VIRTUAL_IP"), 5);
 	EXPECT_EQ(file.lineOf("AGENT.GATEWAY_IP"), 0);
+	EXPECT_EQ(file.lineOfSection("agent"), 3);
+	EXPECT_EQ(file.lineOfSection("LOG"), 0);
+}
+
+TEST(SettingsFile, TheLastOfTwoLinesCountsInAnyLetterCase)
+{
+	const SettingsFile file = parse("[A]\nK=1\n[a]\nk=2\n");
+	EXPECT_EQ(file.integer("A.K"), 2);
+	EXPECT_EQ(file.lineOf("A.K"), 4);
+	EXPECT_EQ(file.lineOfSection("A"), 1);
+}
+
+TEST(SettingsFile, MissingAndUnreadableValuesAreNothing)
+{
+	const SettingsFile file = parse("[A]\nTEXT=x\nEMPTY=\nLOOP=${A.LOOP}\n");
+	EXPECT_EQ(file.integer("A.TEXT"), std::nullopt);
+	EXPECT_EQ(file.integer("A.EMPTY"), std::nullopt);
+	EXPECT_EQ(file.integer("A.NONE"), std::nullopt);
+	EXPECT_EQ(file.text("A.NONE"), std::nullopt);
+	EXPECT_EQ(file.text("A.LOOP"), std::nullopt);
+	EXPECT_EQ(file.text("A.EMPTY"), "");
+	EXPECT_THROW(static_cast<void>(file.textOrThrow("A.NONE")), Poco::NotFoundException);
+	EXPECT_THROW(static_cast<void>(file.integerOrThrow("A.TEXT")), Poco::SyntaxException);
+}
+
+TEST(SettingsFile, ProgramsAreReadUpToTheFirstThatIsMissing)
+{
+	EXPECT_THAT(
+	    parse("[PROCESS_CHECK]\nPROCESS_NUM=3\nPROCESS_PATH1=/a\nPROCESS_PATH2=/b\nPROCESS_PATH4=/d\n").programs(),
+	    ElementsAre("/a", "/b"));
+	EXPECT_THAT(parse("[PROCESS_CHECK]\nPROCESS_NUM=1\nPROCESS_PATH1=/a\nPROCESS_PATH2=/b\n").programs(),
+	            ElementsAre("/a"));
+	EXPECT_THAT(parse("[PROCESS_CHECK]\nPROCESS_NUM=-1\nPROCESS_PATH1=/a\n").programs(), testing::IsEmpty());
+}
+
+TEST(SettingsFile, TheProgramsNameIsWhatStandsBehindTheLastSlash)
+{
+	EXPECT_EQ(programName("/usr/bin/mysqld"), "mysqld");
+	EXPECT_EQ(programName("worker"), "worker");
+	EXPECT_EQ(programName("/opt/app/server -c /etc/app.conf"), "app.conf");
+	EXPECT_EQ(programName("/opt/app/"), "");
+}
+
+TEST(SettingsLines, FollowTheLibrarysRules)
+{
+	// clang-format off
+	EXPECT_THAT(split(""),                                ElementsAre());
+	EXPECT_THAT(split("[S]\nA = 1\nB=2"),                 ElementsAre("2 S.A=1", "3 S.B=2"));
+	EXPECT_THAT(split("A=1\n[S]\n"),                      ElementsAre("1 A=1"));
+	EXPECT_THAT(split("[S] A=1\n"),                       ElementsAre("1 S.A=1"));
+	EXPECT_THAT(split("[S] ; A=1\nB=2\n"),                ElementsAre("2 S.B=2"));
+	EXPECT_THAT(split("[S\nB=2\n"),                       ElementsAre("2 S.B=2"));
+	EXPECT_THAT(split("[ S ]\nB=2\n"),                    ElementsAre("2 S.B=2"));
+	EXPECT_THAT(split("[S]\n  ; A=1\n;\nB=2;3\n"),        ElementsAre("4 S.B=2;3"));
+	EXPECT_THAT(split("[S]\n# A=1\n"),                    ElementsAre("2 S.# A=1"));
+	EXPECT_THAT(split("[S]\nB\nC\n\n\nD=\n"),             ElementsAre("2 S.B?", "3 S.C?", "6 S.D="));
+	EXPECT_THAT(split("[S]\r\nB = 2\r\nC=3\r\n"),         ElementsAre("2 S.B=2", "3 S.C=3"));
+	EXPECT_THAT(split("[S]\nB = x = y\n"),                ElementsAre("2 S.B=x = y"));
+	EXPECT_THAT(split("[]\nB=2\n"),                       ElementsAre("2 B=2"));
+	EXPECT_THAT(split("[S]\n=2\n"),                       ElementsAre("2 S.=2"));
+	// clang-format on
+}
+
+/// Whatever the text, the keys and raw values are those of the library.
+TEST(SettingsLines, AgreeWithTheLibraryOnAnyText)
+{
+	const unsigned seed = std::random_device{}();
+	SCOPED_TRACE("seed " + std::to_string(seed));
+	std::mt19937 random(seed);
+	const std::string letters = "AB=;[] \t\n\n\r.#\"$\xe4";
+	for (int round = 0; round < 2000; ++round)
+	{
+		std::string text(random() % 40, ' ');
+		std::ranges::generate(text, [&] { return letters[random() % letters.size()]; });
+		std::istringstream stream(text);
+		const Poco::AutoPtr<Poco::Util::IniFileConfiguration> library(new Poco::Util::IniFileConfiguration(stream));
+		const SettingsFile file = parse(text);
+		std::set<std::string> seen;
+		for (const SettingLine& line : file.lines())
+		{
+			ASSERT_TRUE(library->has(line.key)) << testing::PrintToString(text) << " has no " << line.key;
+			ASSERT_EQ(library->getRawString(line.key), file.find(line.key)->value) << testing::PrintToString(text);
+		}
+		std::vector<std::string> open{""};
+		while (!open.empty())
+		{
+			const std::string at = open.back();
+			open.pop_back();
+			std::vector<std::string> below;
+			library->keys(at, below);
+			for (const std::string& name : below)
+			{
+				const std::string whole = at.empty() ? name : at + "." + name;
+				ASSERT_TRUE(!library->has(whole) || file.find(whole) != nullptr)
+				    << testing::PrintToString(text) << " lacks " << whole;
+				if (!name.empty() && whole != at && seen.insert(whole).second)
+				{
+					open.push_back(whole);
+				}
+			}
+		}
+	}
+}
+
+TEST_F(InputFiles, AMissingFileIsNoInput)
+{
+	EXPECT_EQ(codeOf([&] { SettingsFile::load(root() / "none.ini"); }), ExitCode::noInput);
+}
+
+TEST_F(InputFiles, ADirectoryIsNoInput)
+{
+	EXPECT_EQ(codeOf([&] { SettingsFile::load(root()); }), ExitCode::noInput);
+}
+
+TEST_F(InputFiles, AFileIsReadByteForByte)
+{
+	const std::string text("a\0b\r\n\xff", 6);
+	EXPECT_EQ(readInputFile(write("/file", text)), text);
+	EXPECT_EQ(readInputFile(write("/empty", "")), "");
+}
+
+TEST_F(InputFiles, TheRunInfoRecordIsRead)
+{
+	const RunInfo first = readRunInfo(write("/runinfo.txt", kInitialRunInfo));
+	EXPECT_EQ(first.lastRun, "");
+	EXPECT_EQ(first.masterLastRun, "");
+	EXPECT_EQ(first.slaveLastRun, "");
+	const RunInfo later = readRunInfo(write("/runinfo.txt", "[TRACE]\nLAST_RUN_TIME = 20260301120000\n"));
+	EXPECT_EQ(later.lastRun, "20260301120000");
+	EXPECT_EQ(later.masterLastRun, std::nullopt);
+}
+
+TEST_F(InputFiles, TheInitialRecordIsTheInstalledOne)
+{
+	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
+}
+
+// ---- the table of the keys
+
+TEST(SettingsKeys, EachKeyIsFoundInAnyLetterCase)
+{
+	EXPECT_EQ(findKey("agent.mode")->name, "AGENT.MODE");
+	EXPECT_EQ(findKey("AGENT.NONE"), nullptr);
+	EXPECT_EQ(findKey("MODE"), nullptr);
+}
+
+TEST(SettingsKeys, ProgramsAreNumberedFromOne)
+{
+	EXPECT_EQ(findKey("PROCESS_CHECK.PROCESS_PATH1")->name, key::kProcessPath);
+	EXPECT_EQ(findKey("process_check.process_path12")->name, key::kProcessPath);
+	EXPECT_EQ(findKey("PROCESS_CHECK.PROCESS_PATH"), nullptr);
+	EXPECT_EQ(findKey("PROCESS_CHECK.PROCESS_PATH0"), nullptr);
+	EXPECT_EQ(findKey("PROCESS_CHECK.PROCESS_PATH01"), nullptr);
+	EXPECT_EQ(findKey("PROCESS_CHECK.PROCESS_PATHX"), nullptr);
+}
+
+/// What the daemon's sources name is what the table has, in both directions.
+TEST(SettingsKeys, TheTableHasTheKeysOfTheDaemon)
+{
+	const std::regex name("\"((?:AGENT|PROCESS_CHECK|ADVENCE|LOG)\\.[A-Z_]+)\"");
+	std::set<std::string> sources;
+	for (const auto& entry : std::filesystem::recursive_directory_iterator(VELARIX_DAEMON_SOURCES))
+	{
+		if (entry.path().extension() != ".cpp")
+		{
+			continue;
+		}
+		const std::string text = readFile(entry.path());
+		for (std::sregex_iterator it(text.begin(), text.end(), name), end; it != end; ++it)
+		{
+			sources.insert((*it)[1]);
+		}
+	}
+	std::set<std::string> table;
+	for (const KeyInfo& info : settingsKeys())
+	{
+		EXPECT_FALSE(info.meaning.empty() || info.whenRead.empty() || info.missing.empty() || info.zero.empty())
+		    << info.name;
+		EXPECT_TRUE(info.type != KeyType::integer || !info.negative.empty()) << info.name;
+		table.insert(std::string(info.name));
+	}
+	EXPECT_EQ(table, sources);
+}
+
+/// An example is a value that the daemon can read.
+TEST(SettingsKeys, ExamplesOfNumbersAreNumbers)
+{
+	for (const KeyInfo& info : settingsKeys())
+	{
+		if (info.type == KeyType::integer)
+		{
+			EXPECT_TRUE(parse("[S]\nK=" + std::string(info.example)).integer("S.K")) << info.name;
+		}
+	}
 }
