@@ -1,0 +1,165 @@
+/// The operator's check and init against a real pair: what init writes drives
+/// one, a node of it passes the check, and what the check says of a missing
+/// setting is what the agent does.
+
+#include <fstream>
+
+#include "PairTest.h"
+#include "settings/SettingsKeys.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr char kEndsAtStart[] = "the agent ends at its start";
+/// Two seconds until the daemon does anything, and time for its threads.
+constexpr Millis kUntilItRuns{6000};
+
+} // namespace
+
+class OperatorCheck : public PairTest
+{
+protected:
+	CommandResult ctl(HostId node, std::vector<std::string> arguments)
+	{
+		arguments.insert(arguments.begin(), VELARIX_CTL_PROGRAM);
+		return lab().run(node, arguments);
+	}
+
+	/// The whole lab's answers to init.
+	static std::vector<std::string> initArguments()
+	{
+		return {"init",
+		        std::string("--address-a=") + plan::addressOf(HostId::a, Network::communication),
+		        std::string("--address-b=") + plan::addressOf(HostId::b, Network::communication),
+		        std::string("--gateway=") + plan::addressOf(HostId::gateway, Network::communication),
+		        std::string("--virtual-ip=") + plan::virtualAddress + "/" + std::to_string(plan::prefixLength),
+		        std::string("--program=") + plan::serviceProgram,
+		        std::string("--log=") + plan::logFile,
+		        "--port=" + std::to_string(plan::heartbeatPort),
+		        "--this=a",
+		        "--output=/tmp/pair",
+		        "--force"};
+	}
+
+	/// What init wrote for node b goes to node b.
+	void carryOver()
+	{
+		const std::string text = contentOf(lab().node(HostId::a).file("/tmp/pair/b/config.ini"));
+		ASSERT_FALSE(text.empty());
+		std::ofstream(lab().node(HostId::b).file(plan::settingsFile), std::ios::trunc) << text;
+		std::ofstream(lab().node(HostId::b).file("/tmp/partner.ini"))
+		    << contentOf(lab().node(HostId::a).file(plan::settingsFile));
+	}
+
+	bool runs(HostId node) { return lab().node(node).agent().has_value(); }
+
+	/// Starts the agent of a node with one key missing.
+	void startWithout(HostId node, const std::string& key)
+	{
+		NodeSettings settings = NodeSettings::standard(node);
+		lab().node(node).writeSettings(settings.remove(key));
+		lab().node(node).startAgent();
+	}
+
+	/// @return the keys whose absence ends the agent at its start (or not)
+	static std::vector<std::string> keysThatEndTheStart(bool wanted)
+	{
+		std::vector<std::string> keys;
+		for (const ctl::KeyInfo& info : ctl::settingsKeys())
+		{
+			const std::string name(info.name);
+			if ((info.missing == kEndsAtStart) == wanted)
+			{
+				keys.push_back(name == ctl::key::kProcessPath ? ctl::programKey(1) : name);
+			}
+		}
+		return keys;
+	}
+};
+
+TEST_F(OperatorCheck, WhatInitWritesPassesTheCheckAndDrivesThePair)
+{
+	PAIR_OR_RETURN(startServingPair());
+	lab().killAgent(HostId::a);
+	lab().killAgent(HostId::b);
+
+	const CommandResult written = ctl(HostId::a, initArguments());
+	ASSERT_TRUE(written.ok()) << written.output;
+	carryOver();
+	for (const auto& [node, partner] :
+	     {std::pair(HostId::a, "/tmp/pair/b/config.ini"), std::pair(HostId::b, "/tmp/partner.ini")})
+	{
+		const CommandResult checked = ctl(node, {"check", "--partner", partner});
+		EXPECT_EQ(checked.status, 0) << checked.output;
+		EXPECT_NE(checked.output.find("0 errors, 0 warnings"), std::string::npos) << checked.output;
+	}
+
+	const Millis started = lab().clock().now();
+	lab().startAgents();
+	ASSERT_TRUE(waitForAction(HostId::a, "starts the programs", started));
+	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	EXPECT_EQ(lab().role(HostId::b), "slave");
+	// The agent that runs now is no fault: its port is not tried, its address is held.
+	const CommandResult running = ctl(HostId::a, {"check"});
+	EXPECT_EQ(running.status, 0) << running.output;
+}
+
+TEST_F(OperatorCheck, WhatIsBrokenOnTheMachineIsFound)
+{
+	PAIR_OR_RETURN(startServingPair());
+	lab().inject({FaultKind::serviceCardPulled, HostId::b});
+	lab().run(HostId::b, {"ip", "addr", "del", std::string(plan::addressOf(HostId::b, Network::communication)) + "/24",
+	                      "dev", plan::communicationCard});
+	lab().run(HostId::b, {"rm", "-r", "/usr/velarix/pid", plan::runInfoFile});
+	const CommandResult checked = ctl(HostId::b, {"check"});
+	EXPECT_EQ(checked.status, 78);
+	for (const char* id : {"[card-without-carrier]", "[not-this-node]", "[missing-directory]", "[run-info-missing]"})
+	{
+		EXPECT_NE(checked.output.find(id), std::string::npos) << id << " in\n" << checked.output;
+	}
+}
+
+TEST_F(OperatorCheck, AMissingKeyEndsTheAgentWhenTheTableSaysSo)
+{
+	PAIR_OR_RETURN(startServingPair());
+	lab().killAgent(HostId::a);
+	lab().killAgent(HostId::b);
+	std::vector<std::string> keys = keysThatEndTheStart(true);
+	ASSERT_GT(keys.size(), 10U);
+	while (!keys.empty())
+	{
+		std::vector<std::pair<HostId, std::string>> started;
+		for (const HostId node : {HostId::a, HostId::b})
+		{
+			if (!keys.empty())
+			{
+				startWithout(node, keys.back());
+				started.emplace_back(node, keys.back());
+				keys.pop_back();
+			}
+		}
+		for (const auto& [node, key] : started)
+		{
+			EXPECT_TRUE(
+			    waitFor([&, at = node] { return !runs(at); }, moveLimit, "the end of the agent without " + key));
+		}
+	}
+}
+
+TEST_F(OperatorCheck, AMissingKeyIsNotedLaterWhenTheTableSaysSo)
+{
+	PAIR_OR_RETURN(startServingPair());
+	lab().killAgent(HostId::b);
+	for (const std::string& key : keysThatEndTheStart(false))
+	{
+		startWithout(HostId::b, key);
+		EXPECT_FALSE(waitFor([&] { return !runs(HostId::b); }, kUntilItRuns,
+		                     "an end of the agent without " + key + ", which is not to come"));
+		lab().killAgent(HostId::b);
+	}
+}
+
+} // namespace velarix::lab
