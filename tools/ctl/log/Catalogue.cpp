@@ -92,8 +92,28 @@ std::string_view trimmed(std::string_view text)
 	return text;
 }
 
-/// The first place of each literal behind the one before is as good as any other,
-/// but for the last, which stands at the end.
+/// Whether the pieces from `index` on can follow, each behind its gap; the last
+/// one stands at the end.
+bool fits(const std::vector<Pattern::Piece>& pieces, std::size_t index, std::string_view text)
+{
+	const Pattern::Piece& piece = pieces[index];
+	if (index + 1 == pieces.size())
+	{
+		const std::string_view literal = trimmed(piece.text);
+		const std::string_view rest = trimmed(text);
+		return rest.ends_with(literal) && (!piece.digits || isNumber(rest.substr(0, rest.size() - literal.size())));
+	}
+	for (std::size_t at = text.find(piece.text); at != std::string_view::npos; at = text.find(piece.text, at + 1))
+	{
+		if ((!piece.digits || isNumber(text.substr(0, at))) &&
+		    fits(pieces, index + 1, text.substr(at + piece.text.size())))
+		{
+			return true;
+		}
+	}
+	return false;
+}
+
 bool fits(const Pattern& pattern, std::string_view text)
 {
 	const std::string_view first = pattern.pieces.front().text;
@@ -101,29 +121,7 @@ bool fits(const Pattern& pattern, std::string_view text)
 	{
 		return trimmed(text) == trimmed(first);
 	}
-	if (!text.starts_with(first))
-	{
-		return false;
-	}
-	text.remove_prefix(first.size());
-	for (std::size_t index = 1; index < pattern.pieces.size(); ++index)
-	{
-		const Pattern::Piece& piece = pattern.pieces[index];
-		const bool last = index + 1 == pattern.pieces.size();
-		const std::string_view literal = last ? trimmed(piece.text) : piece.text;
-		if (last)
-		{
-			text = trimmed(text);
-		}
-		const bool atEnd = last && text.ends_with(literal);
-		const std::size_t at = atEnd ? text.size() - literal.size() : (last ? text.npos : text.find(literal));
-		if (at == std::string_view::npos || (piece.digits && !isNumber(text.substr(0, at))))
-		{
-			return false;
-		}
-		text.remove_prefix(at + literal.size());
-	}
-	return true;
+	return text.starts_with(first) && fits(pattern.pieces, 1, text.substr(first.size()));
 }
 
 using Place = std::pair<std::string_view, int>;

@@ -273,7 +273,7 @@ nlohmann::ordered_json eventJson(const Event& event)
 	nlohmann::ordered_json json;
 	json["time"] = isoText(event.time);
 	json["event"] = wordOf(event.kind);
-	json["process"] = event.process;
+	json["pid"] = event.process;
 	if (event.kind == EventKind::roleChanged || event.kind == EventKind::partnerChanged)
 	{
 		json["from"] = wordOf(event.from);

@@ -11,6 +11,10 @@ void HistoryMachine::setRole(Role role, Cause cause)
 		m_picture.role->at = m_now;
 		return;
 	}
+	if (role == Role::slave)
+	{
+		endTakeOver(EventKind::takeOverUnfinished);
+	}
 	Event change = event(EventKind::roleChanged, cause);
 	change.from = before;
 	change.to = role;

@@ -41,6 +41,16 @@ struct Wish
 	Commands commands;
 };
 
+std::filesystem::path logOf(const SettingsFile& settings, const Context& context)
+{
+	const std::string path = settings.text(key::kLogPath).value_or("");
+	if (path.empty())
+	{
+		throw Failure(ExitCode::settings, settings.path().string() + " has no LOG.PATH");
+	}
+	return context.paths.below(path);
+}
+
 /// The settings tell where the log is; a log that is named needs them no more.
 Wish readWish(const Options& options, const Context& context)
 {
@@ -50,20 +60,13 @@ Wish readWish(const Options& options, const Context& context)
 		const SettingsFile settings = SettingsFile::load(context.paths.settings);
 		wish.commands = {settings.text(key::kStartCommand).value_or(""), settings.text(key::kStopCommand).value_or(""),
 		                 settings.text(key::kKillCommand).value_or("")};
-		const std::string path = settings.text(key::kLogPath).value_or("");
-		if (wish.log.empty() && path.empty())
-		{
-			throw Failure(ExitCode::settings,
-			              context.paths.settings.string() + " has no LOG.PATH; name the log with --log");
-		}
-		wish.log = wish.log.empty() ? context.paths.below(path) : wish.log;
+		wish.log = wish.log.empty() ? logOf(settings, context) : wish.log;
 	}
 	catch (const Failure& failure)
 	{
 		if (wish.log.empty())
 		{
-			throw Failure(failure.code(),
-			              std::string(failure.what()) + " (it tells where the log is; --log names one)");
+			throw Failure(failure.code(), std::string(failure.what()) + "; name the log with --log");
 		}
 	}
 	return wish;

@@ -1,0 +1,372 @@
+// The verb events: where it finds the log, from when on it tells, what it says of
+// what it cannot read, and how it goes on with a log that is being written. The
+// last is tried with the real program.
+
+#include <csignal>
+#include <fstream>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <Poco/Pipe.h>
+#include <Poco/Process.h>
+#include <nlohmann/json.hpp>
+
+#include "CtlTest.h"
+#include "LogTestSupport.h"
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace
+{
+
+constexpr char kSettings[] = "[AGENT]\n"
+                             "VIRTUAL_IP_START_COMMAND = raise\n"
+                             "VIRTUAL_IP_STOP_COMMAND = drop\n"
+                             "[ADVENCE]\n"
+                             "PROCESS_KILL_COMMAND = killall -9\n"
+                             "[LOG]\n"
+                             "PATH = /var/v.log\n";
+constexpr char kSettingsPath[] = "/usr/velarix/bin/ini/config.ini";
+
+std::string start(const std::string& time, const std::string& process)
+{
+	return logLine(time, "CAgent:25", "stop virtual ip, process", process + ":0");
+}
+
+std::string receiver(const std::string& time, const std::string& number, const std::string& text)
+{
+	return logLine(time, "CHeartReciver:" + number, text);
+}
+
+class EventsVerb : public CtlTest
+{
+protected:
+	const LocalZone zone{"UTC0"};
+	const std::string log = "/var/v.log";
+
+	EventsVerb() { now = std::chrono::sys_days(std::chrono::year(2026) / 11 / 21) + 12h; }
+
+	/// A start, a take-over at nine and giving up at ten.
+	std::string story() const
+	{
+		return start("08:00:00.0", "4711") + receiver("09:00:00.0", "538", "networkStatus : SLAVE") +
+		       receiver("09:00:00.5", "549", "slave -> master  process run") +
+		       receiver("10:00:00.0", "508", "my comunication IP is not OK (1)") +
+		       receiver("10:00:00.1", "509", "master -> slave  process kill");
+	}
+};
+
+TEST_F(EventsVerb, FindsTheLogByTheSettings)
+{
+	write(kSettingsPath, kSettings);
+	write(log, story());
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("events-story.txt", outcome.out);
+}
+
+TEST_F(EventsVerb, ColoursAreForATerminal)
+{
+	write(kSettingsPath, kSettings);
+	write(log, story());
+	colour = true;
+	const std::string coloured = runBelow({"events"}).out;
+	EXPECT_THAT(coloured, HasSubstr("\033[1mrole-changed       \033[0m  1 h"));
+	EXPECT_THAT(coloured, HasSubstr("\033[31mfault-found        \033[0m  "));
+}
+
+TEST_F(EventsVerb, JsonIsAnObjectALine)
+{
+	write(kSettingsPath, kSettings);
+	write(log, story());
+	expectGolden("events-story.json", runBelow({"events", "--json"}).out);
+}
+
+TEST_F(EventsVerb, TellsWhatHappenedSinceATimeAndKnowsWhatWasBefore)
+{
+	write(kSettingsPath, kSettings);
+	write(log, story());
+	const Outcome outcome = runBelow({"events", "--since", "2h"});
+	EXPECT_EQ(outcome.code, 0);
+	expectGolden("events-since.txt", outcome.out);
+	EXPECT_EQ(runBelow({"events", "--since", "2026-11-21 10:00"}).out, outcome.out);
+	EXPECT_EQ(runBelow({"events", "--since", "10:00"}).out, outcome.out);
+	EXPECT_EQ(runBelow({"events", "--since", "11:00"}).out, "");
+}
+
+TEST_F(EventsVerb, ATimeThatIsNoneIsAUsageError)
+{
+	write(kSettingsPath, kSettings);
+	write(log, story());
+	const Outcome outcome = runBelow({"events", "--since", "soon"});
+	EXPECT_EQ(outcome.code, 2);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(outcome.err,
+	          "velarixctl: --since \"soon\" is no time: give a span (2h, 1d12h), a date (2026-11-21 09:07) or "
+	          "a time of today (09:07)\n");
+	EXPECT_EQ(runBelow({"events", "--nonsense"}).code, 2);
+	EXPECT_EQ(runBelow({"events", "extra"}).code, 2);
+}
+
+TEST_F(EventsVerb, ArchivesAreTold)
+{
+	write(kSettingsPath, kSettings);
+	write(log + ".20261121083000000", start("08:00:00.0", "4711"));
+	write(log, start("09:00:00.0", "4712"));
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_THAT(outcome.out, HasSubstr("08:00:00.0  agent-started                     process 4711"));
+	EXPECT_THAT(outcome.out, HasSubstr("08:00:00.0  agent-ended          0.0 s        process 4711"));
+	EXPECT_THAT(outcome.out, HasSubstr("09:00:00.0  agent-started        1 h          process 4712"));
+}
+
+TEST_F(EventsVerb, ALogThatIsNamedNeedsNoSettings)
+{
+	const fs::path path = write("/elsewhere/x.log", story());
+	const Outcome outcome = run({"events", "--root", root().string(), "--log", path.string()});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("events-story.txt", outcome.out);
+}
+
+TEST_F(EventsVerb, WithoutSettingsTheWayOutIsTold)
+{
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 66);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(anonymous(outcome.err),
+	          "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: No such file or directory; "
+	          "name the log with --log\n");
+}
+
+TEST_F(EventsVerb, SettingsWithoutALogPathAreToldApart)
+{
+	write(kSettingsPath, "[LOG]\nPURGEAGE = 1 days\n");
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: /usr/velarix/bin/ini/config.ini has no LOG.PATH; name the log with "
+	                                  "--log\n");
+}
+
+TEST_F(EventsVerb, AMissingLogIsSaid)
+{
+	write(kSettingsPath, kSettings);
+	write("/var/other", "");
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 66);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: No such file or directory\n");
+}
+
+TEST_F(EventsVerb, ADirectoryInItsPlaceIsSaid)
+{
+	write(kSettingsPath, kSettings);
+	fs::create_directories(below(log));
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 66);
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: Is a directory\n");
+}
+
+TEST_F(EventsVerb, AnEmptyLogHasNoEvents)
+{
+	write(kSettingsPath, kSettings);
+	write(log, "");
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(EventsVerb, GarbageIsNeitherAnEventNorAnError)
+{
+	write(kSettingsPath, kSettings);
+	write(log, std::string("\0\xff\x1b[31m\n\n\n=====\n[1:2]", 20) + story() + std::string(100000, '\xfe'));
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("events-story.txt", outcome.out);
+}
+
+TEST_F(EventsVerb, AStrangersBytesDoNotReachTheTerminal)
+{
+	write(kSettingsPath, kSettings);
+	write(log, receiver("09:00:00.0", "164", "received message: \x1b]0;owned\x07\xff"));
+	EXPECT_THAT(runBelow({"events"}).out,
+	            HasSubstr("something else than a heartbeat came in: \\x1b]0;owned\\x07\\xff  [CHeartReciver:164]\n"));
+	EXPECT_THAT(runBelow({"events", "--json"}).out, HasSubstr("\"detail\":\"\\\\x1b]0;owned\\\\x07\\\\xff\""));
+}
+
+TEST_F(EventsVerb, TheLastLineCountsAlsoWithoutAnEnd)
+{
+	write(kSettingsPath, kSettings);
+	std::string text = story();
+	text.pop_back();
+	write(log, text);
+	expectGolden("events-story.txt", runBelow({"events"}).out);
+}
+
+TEST_F(EventsVerb, WithoutRightsTheReasonIsSaid)
+{
+	write(kSettingsPath, kSettings);
+	write(log, story());
+	fs::permissions(root(), fs::perms::all);
+	fs::permissions(below(log), fs::perms::none);
+	const bool wasRoot = ::geteuid() == 0;
+	ASSERT_TRUE(!wasRoot || ::seteuid(65534) == 0);
+	const Outcome outcome = runBelow({"events"});
+	ASSERT_TRUE(!wasRoot || ::seteuid(0) == 0);
+	EXPECT_EQ(outcome.code, 77);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: Permission denied\n");
+}
+
+TEST_F(EventsVerb, AnArchiveThatCannotBeReadIsSaidAndTheRestIsTold)
+{
+	write(kSettingsPath, kSettings);
+	fs::create_directories(below(log + ".20261121083000000"));
+	write(log, start("09:00:00.0", "4712"));
+	const Outcome outcome = runBelow({"events"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(outcome.out, HasSubstr("process 4712"));
+	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log.20261121083000000: Is a directory\n");
+}
+
+TEST_F(EventsVerb, MemoryDoesNotGrowWithTheLog)
+{
+	write(kSettingsPath, kSettings);
+	{
+		std::ofstream file(write(log, ""), std::ios::binary);
+		std::string pass = receiver("09:00:00.0", "94", "Reciver while start") +
+		                   receiver("09:00:00.0", "538", "networkStatus : SLAVE");
+		for (std::size_t size = 0; size < 24UL * 1024 * 1024; size += pass.size())
+		{
+			file << pass;
+		}
+		file << std::string(8UL * 1024 * 1024, 'x'); // one line
+	}
+	rusage before{};
+	rusage after{};
+	ASSERT_EQ(::getrusage(RUSAGE_SELF, &before), 0);
+	const Outcome outcome = runBelow({"events"});
+	ASSERT_EQ(::getrusage(RUSAGE_SELF, &after), 0);
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 6000) << "KiB";
+}
+
+/// The program as an operator runs it, with its output read line by line.
+class EventsFollow : public EventsVerb
+{
+protected:
+	~EventsFollow() override { stop(); }
+
+	void follow(const std::vector<std::string>& more = {})
+	{
+		write(kSettingsPath, kSettings);
+		std::vector<std::string> arguments{"events", "--follow", "--json", "--root", root().string()};
+		arguments.insert(arguments.end(), more.begin(), more.end());
+		m_process = std::make_unique<Poco::ProcessHandle>(
+		    Poco::Process::launch(VELARIX_CTL_PROGRAM, arguments, nullptr, &m_out, &m_err));
+	}
+
+	/// Ends it as Control-C does.
+	void stop()
+	{
+		if (m_process)
+		{
+			::kill(m_process->id(), SIGINT);
+			m_process->wait();
+			m_process.reset();
+		}
+	}
+
+	/// @return the word of the next event; the test's time limit ends a wait in vain
+	std::string nextEvent()
+	{
+		std::string line;
+		for (char c = 0; m_out.readBytes(&c, 1) == 1 && c != '\n';)
+		{
+			line += c;
+		}
+		return line.empty() ? line : nlohmann::json::parse(line).at("event").get<std::string>();
+	}
+
+	std::string errorLine()
+	{
+		std::string line;
+		for (char c = 0; m_err.readBytes(&c, 1) == 1 && c != '\n';)
+		{
+			line += c;
+		}
+		return anonymous(line);
+	}
+
+	void append(const std::string& text) const
+	{
+		std::ofstream(below(log), std::ios::binary | std::ios::app) << text << std::flush;
+	}
+
+	bool runs() const { return Poco::Process::isRunning(*m_process); }
+
+private:
+	Poco::Pipe m_out;
+	Poco::Pipe m_err;
+	std::unique_ptr<Poco::ProcessHandle> m_process;
+};
+
+TEST_F(EventsFollow, WhatHappensLaterIsToldWhenItHappens)
+{
+	write(log, start("08:00:00.0", "4711"));
+	follow();
+	EXPECT_EQ(nextEvent(), "agent-started");
+	append(receiver("09:00:00.0", "549", "slave -> master  process run"));
+	EXPECT_EQ(nextEvent(), "log-gap");
+	EXPECT_EQ(nextEvent(), "role-changed");
+	EXPECT_EQ(nextEvent(), "takeover-began");
+	EXPECT_TRUE(runs());
+}
+
+TEST_F(EventsFollow, ARotationATruncationAndARestartAreFollowed)
+{
+	write(log, start("08:00:00.0", "4711"));
+	follow();
+	EXPECT_EQ(nextEvent(), "agent-started");
+	append(logLine("08:00:01.0", "CHeartReciver:146", "Reciver Connect Timed Out", "4711:3", 'E'));
+	fs::rename(below(log), below(log + ".20261121080002000"));
+	append("# Log file created/rotated ...\n" +
+	       receiver("08:00:03.0", "164", "received message: /process/1/1/20261121080000/0/"));
+	EXPECT_EQ(nextEvent(), "partner-lost");
+	EXPECT_EQ(nextEvent(), "partner-back");
+	fs::resize_file(below(log), 0);
+	append(start("08:00:04.0", "4712"));
+	EXPECT_EQ(nextEvent(), "agent-ended");
+	EXPECT_EQ(nextEvent(), "agent-started");
+}
+
+TEST_F(EventsFollow, ALogThatIsNotThereYetIsWaitedFor)
+{
+	write("/var/other", "");
+	follow();
+	EXPECT_EQ(errorLine(), "velarixctl: cannot read /var/v.log: No such file or directory");
+	append(start("08:00:00.0", "4711"));
+	EXPECT_EQ(nextEvent(), "agent-started");
+}
+
+TEST_F(EventsFollow, OnlyWhatIsYoungEnoughIsTold)
+{
+	write(log, story());
+	follow({"--since", "2026-11-21 09:59"});
+	EXPECT_EQ(nextEvent(), "log-gap");
+	EXPECT_EQ(nextEvent(), "fault-found");
+	EXPECT_EQ(nextEvent(), "takeover-unfinished");
+	EXPECT_EQ(nextEvent(), "role-changed");
+	append(start("11:00:00.0", "4712"));
+	EXPECT_EQ(nextEvent(), "agent-ended");
+}
+
+} // namespace

@@ -1,0 +1,333 @@
+// What a message means, found by its place, by a pasted line in any of its forms,
+// and by its text; the verb around it.
+
+#include <algorithm>
+#include <iostream>
+#include <set>
+#include <sstream>
+
+#include "CtlTest.h"
+#include "log/Explain.h"
+
+using namespace velarix::ctl;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace
+{
+
+std::vector<std::string> placesOf(const std::string& message)
+{
+	std::vector<std::string> places;
+	for (const Explanation& explanation : explain(message))
+	{
+		places.push_back(explanation.row->place() + (explanation.otherText ? " (other text)" : ""));
+	}
+	return places;
+}
+
+TEST(Catalogue, HasEveryRowOfThePage)
+{
+	const std::string page = readFile(VELARIX_CTL_PAGE);
+	std::size_t rows = 0;
+	std::istringstream lines(page);
+	for (std::string line; std::getline(lines, line);)
+	{
+		const bool numbered = line.starts_with("| ") && line.size() > 2 && (std::isdigit(line[2]) != 0);
+		rows += numbered || line.starts_with("| - |") ? 1 : 0;
+	}
+	EXPECT_GT(rows, 150U);
+	EXPECT_EQ(catalogue().size(), rows);
+}
+
+TEST(Catalogue, ARowIsAsOnThePage)
+{
+	const CatalogueRow* row = findMessage("CHeartReciver", 549);
+	ASSERT_NE(row, nullptr);
+	EXPECT_EQ(row->file, "src/heartbeat/CHeartReciverStatus.cpp");
+	EXPECT_EQ(row->level, "debug");
+	EXPECT_EQ(row->letter(), 'D');
+	EXPECT_EQ(row->text, "slave -> master  process run");
+	EXPECT_EQ(row->when, "this node becomes master and starts the programs");
+	EXPECT_EQ(row->action, "nothing");
+	EXPECT_EQ(row->fatal, 0);
+	EXPECT_EQ(row->function, "");
+}
+
+TEST(Catalogue, LineFeedsAndCarriageReturnsAreReal)
+{
+	const CatalogueRow* banner = findMessage("Utill", 78);
+	ASSERT_NE(banner, nullptr);
+	EXPECT_EQ(std::count(banner->text.begin(), banner->text.end(), '\n'), 3);
+}
+
+TEST(Catalogue, AnErrorKnowsTheFatalConditionBehindIt)
+{
+	EXPECT_EQ(findMessage("CHeartReciver", 137)->fatal, 138);
+	EXPECT_EQ(findMessage("CAgent", 84)->fatal, 100);
+	EXPECT_EQ(findMessage("CAgent", 96)->fatal, 100);
+	EXPECT_EQ(findMessage("CAgent", 127)->fatal, 131);
+	EXPECT_EQ(findMessage("Configuraion", 82)->fatal, 83);
+	EXPECT_EQ(findMessage("CHeartReciver", 79)->fatal, 0);
+}
+
+TEST(Catalogue, ReferencesToOtherLinesAreFilledIn)
+{
+	for (const CatalogueRow& row : catalogue())
+	{
+		for (const std::string_view text : {row.when, row.action})
+		{
+			if (text.starts_with("as line ") || text.starts_with("after line "))
+			{
+				EXPECT_THAT(std::string(text), HasSubstr(" (")) << row.place();
+			}
+		}
+	}
+}
+
+TEST(Catalogue, PlacesAreKnownByTheirWholeName)
+{
+	EXPECT_EQ(findMessage("CHeartReciver", 550), nullptr);
+	EXPECT_EQ(findMessage("CHeartRec", 549), nullptr);
+	EXPECT_EQ(findMessage("", 0), nullptr);
+}
+
+struct TextRow
+{
+	const char* label;
+	int number;
+	const char* text;
+	bool fits;
+};
+
+class CatalogueText : public testing::TestWithParam<TextRow>
+{
+};
+
+TEST_P(CatalogueText, FitsOrNot)
+{
+	const TextRow& row = GetParam();
+	const CatalogueRow* const message = findMessage(row.label, row.number);
+	ASSERT_NE(message, nullptr);
+	EXPECT_EQ(canBe(*message, row.text), row.fits);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Row, CatalogueText,
+    testing::Values(
+        TextRow{"CHeartReciver", 549, "slave -> master  process run", true},
+        TextRow{"CHeartReciver", 549, "slave -> master process run", false},
+        TextRow{"CHeartReciver", 549, "slave -> master  process run ", false}, TextRow{"CHeartReciver", 88, "", true},
+        TextRow{"CHeartReciver", 88, "x", false}, TextRow{"CHeartReciver", 96, "networkResult: 1", true},
+        TextRow{"CHeartReciver", 96, "networkResult: -1", true},
+        TextRow{"CHeartReciver", 96, "networkResult: x", false}, TextRow{"CHeartReciver", 96, "networkResult: ", false},
+        TextRow{"CHeartReciver", 99, "networkStatus [0] m_myStatus[1]", true},
+        TextRow{"CHeartReciver", 99, "networkStatus [0] m_myStatus[]", false},
+        TextRow{"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", true},
+        TextRow{"CHeartSender", 79, "Sender a(CODE: b) (CODE: 1)[x][noName]", true},
+        TextRow{"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName", false},
+        TextRow{"Utill", 573, "command(a (b) : c) : d\n\n", true}, TextRow{"Utill", 573, "command(a) :", false},
+        TextRow{"Utill", 241, " 3processes are running at the same time", true},
+        TextRow{"Utill", 78,
+                "\n======================================================\n================ process run "
+                "=========================\n======================================================",
+                true}));
+
+TEST(ExplainMessage, ByItsPlace)
+{
+	EXPECT_THAT(placesOf("CHeartReciver:549"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(placesOf("cheartreciver:549"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(placesOf("[CHeartReciver:549]"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(placesOf("CAgent:100"), ElementsAre("CAgent:100"));
+}
+
+TEST(ExplainMessage, ByALineOfTheLog)
+{
+	const std::string head = "2026-11-21 09:07:05.3 [4711:3][CHeartReciver:549] <D> ";
+	EXPECT_THAT(placesOf(head + "slave -> master  process run"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(placesOf(head + "something else"), ElementsAre("CHeartReciver:549 (other text)"));
+	EXPECT_THAT(placesOf("node-a: " + head + "slave -> master  process run"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(placesOf("2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> beat sent[noName]:/process/1/1/x/0/"),
+	            ElementsAre("CHeartSender:124"));
+}
+
+TEST(ExplainMessage, ByTheEchoOnTheConsole)
+{
+	EXPECT_THAT(placesOf("**ERROR**(CHeartSender:79)Sender Connection refused(CODE: 111)[noName]"),
+	            ElementsAre("CHeartSender:79"));
+	EXPECT_THAT(placesOf("**DEBUG**(CHeartReciver:549)slave -> master  process run"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(
+	    placesOf("Nov 21 09:07:05 node-a VelarixHA[4711]: **ERROR**(CHeartReciver:146)Reciver Connect Timed Out"),
+	    ElementsAre("CHeartReciver:146"));
+	EXPECT_THAT(placesOf("**ERROR**(CHeartReciver:146)other"), ElementsAre("CHeartReciver:146 (other text)"));
+	ASSERT_EQ(explain("**WARNING**something").size(), 1U);
+	EXPECT_EQ(explain("**WARNING**something").front().row->text, "**WARNING**<text>");
+	EXPECT_EQ(explain("**CRITICAL**something").front().row->text, "**CRITICAL**<text>");
+}
+
+TEST(ExplainMessage, ByTheReportOfAFatalCondition)
+{
+	EXPECT_THAT(placesOf("VelarixHA: CHeartReciver:138: virtual void CHeartReciver::run(): Assertion `0' failed."),
+	            ElementsAre("CHeartReciver:138"));
+	EXPECT_THAT(
+	    placesOf("VelarixHA: QuorinINI:30: bool initialization::loadFile(const std::string&): Assertion `(1 == 0) "
+	             "&& \"ini File fopen fail.\"' failed."),
+	    ElementsAre("QuorinINI:30"));
+	EXPECT_THAT(placesOf("VelarixHA: CHeartReciver:138: void f(): Assertion `x' failed."),
+	            ElementsAre("CHeartReciver:138 (other text)"));
+}
+
+TEST(ExplainMessage, ByItsText)
+{
+	EXPECT_THAT(placesOf("slave -> master  process run"), ElementsAre("CHeartReciver:549"));
+	EXPECT_THAT(placesOf("Sender Timeout(CODE: 0)[noName]"), ElementsAre("CHeartSender:79"));
+	EXPECT_THAT(placesOf("master -> slave  process kill"),
+	            ElementsAre("CHeartReciver:509", "CHeartReciver:517", "CHeartReciver:525"));
+	EXPECT_THAT(placesOf("process is waiting for ip setup:3"), ElementsAre("Utill"));
+	EXPECT_THAT(placesOf("Good Bye!!! [fork parent]\r"), ElementsAre("HAmain"));
+	EXPECT_THAT(placesOf("# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT"), ElementsAre("POCO"));
+}
+
+TEST(ExplainMessage, WhatIsNotKnownIsNothing)
+{
+	for (const char* message :
+	     {"", "x", "CHeartReciver", "CHeartReciver:", "CHeartReciver:0", "CHeartReciver:550", "CHeartReciver:-549",
+	      "NoLabel:12", "hello world", "[1:2]", ":::::", "549", "CHeartReciver:99999999999999999999"})
+	{
+		EXPECT_THAT(placesOf(message), IsEmpty()) << message;
+	}
+}
+
+TEST(ExplainMessage, WhyItIsNotKnown)
+{
+	EXPECT_EQ(whyUnknown("CHeartReciver:550"),
+	          "there is no message CHeartReciver:550; the nearest: CHeartReciver:549, CHeartReciver:561");
+	EXPECT_EQ(whyUnknown("CAgent:1"), "there is no message CAgent:1; the nearest: CAgent:25");
+	EXPECT_EQ(whyUnknown("CAgent:9999"), "there is no message CAgent:9999; the nearest: CAgent:251");
+	EXPECT_EQ(whyUnknown("2026-11-21 09:07:05.3 [1:3][Other:5] <D> x"),
+	          "there is no message Other:5: the daemon has no such label");
+	EXPECT_EQ(whyUnknown("hello\x1b[31m"), "no message of the daemon says \"hello\\x1b[31m\"");
+}
+
+/// The verb, with its standard input.
+class ExplainVerb : public CtlTest
+{
+protected:
+	Outcome runWith(const std::string& input, const std::vector<std::string>& arguments) const
+	{
+		std::istringstream stream(input);
+		std::streambuf* const before = std::cin.rdbuf(stream.rdbuf());
+		std::cin.clear();
+		const Outcome outcome = run(arguments);
+		std::cin.rdbuf(before);
+		std::cin.clear();
+		return outcome;
+	}
+};
+
+TEST_F(ExplainVerb, PrintsTheExplanation)
+{
+	const Outcome outcome = run({"explain", "CHeartReciver:137"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("explain-error.txt", outcome.out);
+}
+
+TEST_F(ExplainVerb, PrintsEveryMessageThatATextCanBe)
+{
+	const Outcome outcome = run({"explain", "master -> slave  process kill"});
+	EXPECT_EQ(outcome.code, 0);
+	expectGolden("explain-text.txt", outcome.out);
+}
+
+TEST_F(ExplainVerb, TakesTheWordsOfATextThatWasNotQuoted)
+{
+	const Outcome outcome = run({"explain", "DB", "is", "working"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(outcome.out, HasSubstr("Utill:728  debug  DB is working\n"));
+}
+
+TEST_F(ExplainVerb, PrintsAFatalCondition)
+{
+	const Outcome outcome =
+	    run({"explain", "VelarixHA: CAgent:100: bool CAgent::processStart(): Assertion `1 == 0' failed."});
+	EXPECT_EQ(outcome.code, 0);
+	expectGolden("explain-fatal.txt", outcome.out);
+}
+
+TEST_F(ExplainVerb, SaysWhenTheTextIsAnother)
+{
+	const Outcome outcome = run({"explain", "**ERROR**(CHeartReciver:146)Something new"});
+	EXPECT_EQ(outcome.code, 0);
+	expectGolden("explain-other-text.txt", outcome.out);
+}
+
+TEST_F(ExplainVerb, PrintsJson)
+{
+	const Outcome outcome = run({"explain", "--json", "CHeartReciver:137"});
+	EXPECT_EQ(outcome.code, 0);
+	expectGolden("explain.json", outcome.out);
+}
+
+TEST_F(ExplainVerb, ColoursThePlaceOnATerminal)
+{
+	colour = true;
+	EXPECT_THAT(run({"explain", "CAgent:25"}).out, HasSubstr("\033[1mCAgent:25\033[0m  debug"));
+}
+
+TEST_F(ExplainVerb, WhatIsNotKnownEndsWithOne)
+{
+	const Outcome outcome = run({"explain", "CHeartReciver:550"});
+	EXPECT_EQ(outcome.code, 1);
+	EXPECT_EQ(outcome.out, "");
+	EXPECT_EQ(outcome.err, "velarixctl: there is no message CHeartReciver:550; the nearest: CHeartReciver:549, "
+	                       "CHeartReciver:561\n");
+}
+
+TEST_F(ExplainVerb, WithoutAMessageTheCommandLineIsWrong)
+{
+	EXPECT_EQ(run({"explain"}).code, 2);
+	EXPECT_EQ(run({"explain", "--nonsense", "x"}).code, 2);
+}
+
+TEST_F(ExplainVerb, ReadsStandardInputAndTellsEachPlaceOnce)
+{
+	const std::string beat = "2026-11-21 09:07:05.3 [1:2][CHeartSender:124] <D> beat sent[noName]:/process/1/1/x/0/\n";
+	const Outcome outcome = runWith("# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT\n" + beat + beat +
+	                                    "2026-11-21 09:07:05.3 [1:3][Utill:573] <I> command(x) : a\n\nb\n\n" + beat,
+	                                {"explain", "-"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.err, "");
+	expectGolden("explain-input.txt", outcome.out);
+}
+
+TEST_F(ExplainVerb, OneUnknownLineOfManyEndsWithOne)
+{
+	const Outcome outcome = runWith("CAgent:25\nhello\nCAgent:38\n", {"explain", "-"});
+	EXPECT_EQ(outcome.code, 1);
+	EXPECT_EQ(outcome.err, "velarixctl: no message of the daemon says \"hello\"\n");
+	EXPECT_THAT(outcome.out, HasSubstr("CAgent:25"));
+	EXPECT_THAT(outcome.out, HasSubstr("CAgent:38"));
+}
+
+TEST_F(ExplainVerb, AnEmptyInputIsNothingToExplain)
+{
+	const Outcome outcome = runWith("", {"explain", "-"});
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_EQ(outcome.out, "");
+}
+
+TEST_F(ExplainVerb, EveryLineOfARealLogIsKnown)
+{
+	for (const char* name : {"host-loss-b", "service-card-a", "both-masters-a", "printing-start-command-a"})
+	{
+		const Outcome outcome =
+		    runWith(readFile(std::string(VELARIX_CTL_LOGS) + "/" + name + ".log"), {"explain", "--json", "-"});
+		EXPECT_EQ(outcome.code, 0) << name;
+		EXPECT_EQ(outcome.err, "") << name;
+		EXPECT_THAT(outcome.out, testing::Not(HasSubstr("\"text_agrees\":false"))) << name;
+	}
+}
+
+} // namespace
