@@ -70,7 +70,7 @@ void HandOver::runCommands(milliseconds timeOut)
 	for (const std::string& command : m_plan.commands)
 	{
 		tell("runs without a network: " + command);
-		switch (host::runWithoutNetwork(command, timeOut - duration()))
+		switch (host::runWithoutNetwork(command, std::max(timeOut - duration(), milliseconds(0))))
 		{
 		case host::CommandEnd::ended:
 			break;

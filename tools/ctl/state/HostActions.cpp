@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Descriptor.h"
 #include "HostProcesses.h"
 
 namespace velarix::ctl::host
@@ -20,29 +21,6 @@ namespace velarix::ctl::host
 
 namespace
 {
-
-/// A descriptor that is closed with it.
-class Descriptor
-{
-public:
-	explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
-	~Descriptor() { close(); }
-	Descriptor(const Descriptor&) = delete;
-	Descriptor& operator=(const Descriptor&) = delete;
-
-	int get() const { return m_descriptor; }
-	void close()
-	{
-		if (m_descriptor >= 0)
-		{
-			::close(m_descriptor);
-		}
-		m_descriptor = -1;
-	}
-
-private:
-	int m_descriptor;
-};
 
 int processDescriptor(pid_t pid)
 {

@@ -1,0 +1,214 @@
+// The functions that ask and change the real machine, tried on processes of the
+// test's own.
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "state/Host.h"
+#include "state/HostActions.h"
+#include "state/HostProcesses.h"
+
+using namespace velarix::ctl;
+using namespace std::chrono_literals;
+
+namespace
+{
+
+/// A child that sleeps under a name of its own until it is ended.
+class Sleeper
+{
+public:
+	explicit Sleeper(const char* name)
+	{
+		std::array<int, 2> ready{};
+		EXPECT_EQ(::pipe(ready.data()), 0);
+		m_pid = ::fork();
+		if (m_pid == 0)
+		{
+			::prctl(PR_SET_NAME, name);
+			::prctl(PR_SET_PDEATHSIG, SIGKILL);
+			::close(ready[1]);
+			::pause();
+			::_exit(0);
+		}
+		::close(ready[1]);
+		::close(ready[0]);
+		awaitName(name);
+	}
+	~Sleeper()
+	{
+		::kill(m_pid, SIGKILL);
+		reap();
+	}
+	Sleeper(const Sleeper&) = delete;
+	Sleeper& operator=(const Sleeper&) = delete;
+
+	pid_t pid() const { return m_pid; }
+	int reap()
+	{
+		int status = 0;
+		::waitpid(m_pid, &status, 0);
+		return status;
+	}
+
+	/// Waits until /proc shows what is wished.
+	bool await(const std::function<bool(const host::Process&)>& wished) const
+	{
+		for (int tries = 0; tries < 500; ++tries)
+		{
+			const std::optional<host::Process> found = host::process(m_pid);
+			if (found && wished(*found))
+			{
+				return true;
+			}
+			std::this_thread::sleep_for(10ms);
+		}
+		return false;
+	}
+
+private:
+	pid_t m_pid = -1;
+
+	void awaitName(const std::string& name) const
+	{
+		EXPECT_TRUE(await([&](const host::Process& process) { return process.name == name; }));
+	}
+};
+
+std::string content(const std::filesystem::path& path)
+{
+	std::ostringstream text;
+	text << std::ifstream(path).rdbuf();
+	return text.str();
+}
+
+} // namespace
+
+TEST(RealProcesses, AreToldAsProcShowsThem)
+{
+	Sleeper sleeper("velarix-sleeper");
+	const std::optional<host::Process> found = host::process(sleeper.pid());
+	ASSERT_TRUE(found);
+	EXPECT_EQ(found->pid, sleeper.pid());
+	EXPECT_EQ(found->name, "velarix-sleeper");
+	EXPECT_EQ(found->statusLine, "Name:\tvelarix-sleeper");
+	EXPECT_EQ(found->threads, 1);
+
+	const std::optional<std::vector<host::Process>> all = host::processes();
+	ASSERT_TRUE(all);
+	EXPECT_TRUE(std::ranges::is_sorted(*all, {}, &host::Process::pid));
+	EXPECT_EQ(std::ranges::count(*all, sleeper.pid(), &host::Process::pid), 1);
+	EXPECT_EQ(std::ranges::count(*all, ::getpid(), &host::Process::pid), 1);
+}
+
+TEST(RealProcesses, AreAsleepStoppedAndEndedInTurn)
+{
+	Sleeper sleeper("velarix-states");
+	EXPECT_TRUE(sleeper.await([](const host::Process& process) { return process.state == 'S'; }));
+	::kill(sleeper.pid(), SIGSTOP);
+	EXPECT_TRUE(sleeper.await([](const host::Process& process) { return process.state == 'T'; }));
+	::kill(sleeper.pid(), SIGKILL);
+	EXPECT_TRUE(sleeper.await([](const host::Process& process) { return process.state == 'Z'; }));
+	EXPECT_TRUE(host::isThere(sleeper.pid()));
+	sleeper.reap();
+	EXPECT_FALSE(host::process(sleeper.pid()));
+	EXPECT_FALSE(host::isThere(sleeper.pid()));
+	EXPECT_FALSE(host::startOf(sleeper.pid()));
+}
+
+TEST(RealProcesses, KnowWhenTheyWereStarted)
+{
+	const auto before = std::chrono::system_clock::now();
+	const Sleeper sleeper("a) b (c");
+	const std::optional<std::chrono::system_clock::time_point> start = host::startOf(sleeper.pid());
+	ASSERT_TRUE(start);
+	EXPECT_LT(std::chrono::abs(*start - before), 3s);
+}
+
+TEST(RealSignals, ReachTheProcessOfThatNameAlone)
+{
+	Sleeper sleeper("velarix-target");
+	EXPECT_FALSE(host::signalProcess(sleeper.pid(), "velarix-other", SIGKILL));
+	EXPECT_TRUE(host::signalProcess(sleeper.pid(), "velarix-target", SIGTERM));
+	EXPECT_EQ(WTERMSIG(sleeper.reap()), SIGTERM);
+	EXPECT_FALSE(host::signalProcess(sleeper.pid(), "velarix-target", SIGTERM));
+}
+
+class RealCommand : public testing::Test
+{
+protected:
+	void SetUp() override
+	{
+		std::string name = (std::filesystem::temp_directory_path() / "velarixctl-XXXXXX").string();
+		ASSERT_NE(::mkdtemp(name.data()), nullptr);
+		m_directory = name;
+		if (host::runWithoutNetwork("true", 10s) == host::CommandEnd::noNamespace)
+		{
+			GTEST_SKIP() << "no network namespace can be had";
+		}
+	}
+	void TearDown() override { std::filesystem::remove_all(m_directory); }
+
+	std::filesystem::path file() const { return m_directory / "out"; }
+
+private:
+	std::filesystem::path m_directory;
+};
+
+TEST_F(RealCommand, SeesNoCardButLoopbackAndSharesProcessesAndFiles)
+{
+	const Sleeper sleeper("velarix-seen");
+	const std::string out = file().string();
+	EXPECT_EQ(host::runWithoutNetwork("ls /proc/self/net/dev_snmp6 2>/dev/null >" + out +
+	                                      "; tail -n +3 /proc/self/net/dev | cut "
+	                                      "-d: -f1 | tr -d ' ' >" +
+	                                      out + "; test -d /proc/" + std::to_string(sleeper.pid()) +
+	                                      " && echo shared >>" + out,
+	                                  10s),
+	          host::CommandEnd::ended);
+	EXPECT_EQ(content(file()), "lo\nshared\n");
+}
+
+TEST_F(RealCommand, EndsWhateverItsStatus)
+{
+	EXPECT_EQ(host::runWithoutNetwork("exit 3", 10s), host::CommandEnd::ended);
+	EXPECT_EQ(host::runWithoutNetwork("no-such-program-of-velarix", 10s), host::CommandEnd::ended);
+}
+
+TEST_F(RealCommand, HasNothingToRead)
+{
+	EXPECT_EQ(host::runWithoutNetwork("cat >" + file().string(), 10s), host::CommandEnd::ended);
+	EXPECT_EQ(content(file()), "");
+}
+
+TEST_F(RealCommand, IsKilledWithItsChildrenWhenItTakesTooLong)
+{
+	const auto begin = host::elapsed();
+	EXPECT_EQ(host::runWithoutNetwork("sh -c 'echo $$ >" + file().string() + "; exec sleep 60'; true", 300ms),
+	          host::CommandEnd::tooLong);
+	EXPECT_LT(host::elapsed() - begin, 10s);
+	const pid_t child = std::stoi(content(file()));
+	for (int tries = 0; tries < 500 && host::process(child) && host::process(child)->state != 'Z'; ++tries)
+	{
+		host::pause(10ms);
+	}
+	EXPECT_TRUE(!host::process(child) || host::process(child)->state == 'Z');
+}
+
+TEST(RealFiles, KnowWhenTheyWereChanged)
+{
+	EXPECT_FALSE(host::changedAt("/nowhere/at/all"));
+	const std::optional<std::chrono::system_clock::time_point> changed = host::changedAt("/proc/self/exe");
+	ASSERT_TRUE(changed);
+	EXPECT_LT(*changed, std::chrono::system_clock::now());
+}

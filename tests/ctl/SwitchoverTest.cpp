@@ -1,0 +1,328 @@
+// The planned move of the service: when it is refused, what it does, how it ends.
+
+#include <filesystem>
+
+#include "StateTest.h"
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using velarix::ctl::host::CommandEnd;
+
+namespace
+{
+
+constexpr char kCommand[] = "ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1; killall -q -9 server";
+constexpr char kPartnerMaster[] = "/process/0/1/20260301110000/0/";
+constexpr char kPartnerServes[] = "/process/1/1/20260301120009/0/";
+
+} // namespace
+
+class Switchover : public StateTest
+{
+protected:
+	/// Steps of a hand-over as the node sees them; each happens once, at the first
+	/// pause after its time.
+	struct Step
+	{
+		std::chrono::milliseconds at;
+		std::function<void()> happens;
+	};
+
+	/// Lets time pass: the log goes on each second and the steps happen.
+	void play(std::vector<Step> steps)
+	{
+		fakeMachine().onPause = [this, steps = std::move(steps)](std::chrono::milliseconds time) mutable
+		{
+			now += time;
+			while (!steps.empty() && fakeMachine().elapsed >= steps.front().at)
+			{
+				steps.front().happens();
+				steps.erase(steps.begin());
+			}
+			m_says ? m_says() : void();
+		};
+	}
+
+	/// From now on the end of the log is this, at each moment.
+	void says(std::function<void(NodeLog&)> tail)
+	{
+		m_says = [this, tail = std::move(tail)]
+		{
+			NodeLog log = emptyLog().start(98s).takeService(90s).masterFor(83300ms, 80s);
+			tail(log);
+			writeLog(log);
+		};
+	}
+
+	/// What a sound pair does.
+	void playASoundPair()
+	{
+		fakeMachine().onAct = [this](const std::string&) { endProcess(kServer); };
+		play({{1000ms,
+		       [this]
+		       {
+			       dropAddress();
+			       fakeMachine().answering.erase("198.51.100.10");
+			       says([](NodeLog& log) { log.giveUp(900ms).slave(300ms, NodeLog::kSlaveBeat, true); });
+		       }},
+		      {3000ms, [this] { says([](NodeLog& log) { log.giveUp(900ms).slave(300ms, kPartnerMaster); }); }},
+		      {9000ms, [] { fakeMachine().answering.insert("198.51.100.10"); }},
+		      {10000ms, [this] { says([](NodeLog& log) { log.giveUp(900ms).slave(300ms, kPartnerServes); }); }}});
+	}
+
+	Outcome refused(const std::vector<std::string>& arguments = {"switchover"})
+	{
+		const Outcome outcome = runHere(arguments);
+		EXPECT_EQ(outcome.code, 69);
+		EXPECT_EQ(outcome.out, "");
+		EXPECT_THAT(fakeMachine().acts, IsEmpty());
+		return outcome;
+	}
+
+private:
+	std::function<void()> m_says;
+};
+
+TEST_F(Switchover, MovesTheServiceAndTellsEachStepAndTheTime)
+{
+	soundMaster();
+	playASoundPair();
+	const Outcome outcome = runHere({"switchover"});
+	expectGolden("switchover.txt", outcome.out);
+	EXPECT_EQ(outcome.err, "");
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(fakeMachine().acts, ElementsAre(kCommand));
+}
+
+TEST_F(Switchover, OnlyTellsWhatItWouldDoInADryRun)
+{
+	soundMaster();
+	fakeHost().user = 1000;
+	const Outcome outcome = runHere({"switchover", "--dry-run"});
+	expectGolden("switchover-dry-run.txt", outcome.out);
+	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(fakeMachine().acts, IsEmpty());
+	EXPECT_EQ(fakeMachine().elapsed, 0s);
+}
+
+TEST_F(Switchover, RunsTheKillCommandOnceForEachProgram)
+{
+	soundMaster();
+	writeSettings(1, {{"PROCESS_NUM", "2"}, {"PROCESS_CHECK_CYCLE", "1\nPROCESS_PATH2 = /opt/service/bin/worker"}});
+	fakeHost().files["/opt/service/bin/worker"] = fakeHost().files[kProgram];
+	write(kRunScript,
+	      std::string("cd /opt/service/bin/\n") + kProgram + " &\ncd /opt/service/bin/\n/opt/service/bin/worker &\n");
+	addProcess(5001, "worker");
+	playASoundPair();
+	EXPECT_EQ(runHere({"switchover"}).code, 0);
+	EXPECT_THAT(fakeMachine().acts,
+	            ElementsAre(kCommand, "ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1; killall -q -9 worker"));
+}
+
+TEST_F(Switchover, NeedsRoot)
+{
+	soundMaster();
+	fakeHost().user = 1000;
+	const Outcome outcome = runHere({"switchover"});
+	EXPECT_EQ(outcome.err, "velarixctl: only root may end the programs\n");
+	EXPECT_EQ(outcome.code, 77);
+	EXPECT_THAT(fakeMachine().acts, IsEmpty());
+}
+
+TEST_F(Switchover, IsRefusedOnASlave)
+{
+	soundSlave();
+	EXPECT_EQ(refused().err, "velarixctl: refused: this node is slave: run it on the master, the partner 192.0.2.1\n");
+	refused({"switchover", "--dry-run"});
+}
+
+TEST_F(Switchover, IsRefusedWhenTheRoleIsNotKnown)
+{
+	soundMaster();
+	endProcess(kAgent);
+	EXPECT_EQ(refused().err, "velarixctl: refused: the role of this node is not known: process 4711 of the pid file "
+	                         "has ended\n");
+}
+
+TEST_F(Switchover, IsRefusedWithoutSettings)
+{
+	soundMaster();
+	std::filesystem::remove(below(kSettings));
+	EXPECT_THAT(refused().err, HasSubstr("refused: cannot read /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(Switchover, IsRefusedForAnotherRoot)
+{
+	soundMaster();
+	EXPECT_EQ(runBelow({"switchover"}).code, 69);
+}
+
+TEST_F(Switchover, IsRefusedUnlessThePartnerIsAliveStandbyAndNotAsking)
+{
+	struct Row
+	{
+		const char* partner;
+		const char* text;
+	};
+	for (const Row& row : {Row{"", "refused: the partner is silent: no heartbeat for 13 s"},
+	                       Row{NodeLog::kMasterBeat, "refused: both nodes are master"},
+	                       Row{"/process/0/2/20260301110000/1/", "refused: the partner asks"}})
+	{
+		soundMaster();
+		writeLog(emptyLog()
+		             .start(198s)
+		             .slaveFor(198s, 191s)
+		             .takeService(190s)
+		             .masterFor(183300ms, 13300ms)
+		             .masterFor(12300ms, 300ms, row.partner));
+		EXPECT_THAT(refused().err, HasSubstr(row.text));
+		freshHost();
+	}
+}
+
+TEST_F(Switchover, IsRefusedWhileTheServiceIsNotWholeHere)
+{
+	soundMaster();
+	dropAddress();
+	EXPECT_THAT(refused().err, HasSubstr("refused: this node is master, but the virtual address 198.51.100.10 is not "
+	                                     "on it"));
+	freshHost();
+	soundMaster();
+	endProcess(kServer);
+	EXPECT_THAT(refused().err, HasSubstr("refused: this node is master, but its programs do not run"));
+	freshHost();
+	soundMaster();
+	fakeMachine().answering.erase("192.0.2.254");
+	EXPECT_THAT(refused().err, HasSubstr("refused: the gateway 192.0.2.254 does not answer"));
+}
+
+TEST_F(Switchover, IsRefusedWhenOtherProcessesCountAsThePrograms)
+{
+	soundMaster();
+	addProcess(700, "dbserver");
+	addProcess(701, "serverd", 'Z');
+	EXPECT_EQ(refused().err, "velarixctl: refused: the agent would not notice that the programs have gone, since it "
+	                         "counts these too: dbserver (700), serverd (701, ended but not awaited)\n");
+}
+
+TEST_F(Switchover, IsRefusedWithoutPrograms)
+{
+	soundMaster();
+	writeSettings(1, {{"PROCESS_NUM", "0"}});
+	write(kRunScript, "");
+	EXPECT_THAT(refused().err, HasSubstr("refused: no program is configured"));
+}
+
+TEST_F(Switchover, IsRefusedWhenTheAgentStartedOtherPrograms)
+{
+	soundMaster();
+	write(kRunScript, "cd /opt/service/bin/\n/opt/service/bin/former &\n");
+	EXPECT_THAT(refused().err, HasSubstr("refused: the programs in the settings are not those in"));
+	std::filesystem::remove(below(kRunScript));
+	EXPECT_THAT(refused().err, HasSubstr("processList.sh: No such file or directory"));
+}
+
+TEST_F(Switchover, IsNotRefusedForSettingsThatWereOnlyTouched)
+{
+	soundMaster();
+	fakeMachine().changed[below(kSettings).string()] = now - 10s;
+	EXPECT_EQ(runHere({"switchover", "--dry-run"}).code, 0);
+}
+
+TEST_F(Switchover, SendsSignalsWhenTheKernelGivesNoNamespace)
+{
+	soundMaster();
+	fakeMachine().commandEnd = CommandEnd::noNamespace;
+	playASoundPair();
+	const Outcome outcome = runHere({"switchover"});
+	EXPECT_THAT(outcome.out, HasSubstr("the kernel gives no network namespace: the command is not run, the programs "
+	                                   "get a signal"));
+	EXPECT_THAT(outcome.out, HasSubstr("SIGTERM to server, process 5000"));
+	EXPECT_THAT(fakeMachine().acts, ElementsAre("15 5000"));
+	EXPECT_EQ(outcome.code, 0);
+}
+
+TEST_F(Switchover, HelpsProgramsToTheirEndThatTheCommandLeftAlive)
+{
+	soundMaster();
+	play({});
+	says([](NodeLog& log) { log.masterFor(20s, 300ms); });
+	std::vector<std::chrono::milliseconds> times;
+	fakeMachine().onAct = [&](const std::string&) { times.push_back(fakeMachine().elapsed); };
+	const Outcome outcome = runHere({"switchover", "--timeout", "25"});
+	EXPECT_THAT(fakeMachine().acts, ElementsAre(kCommand, "15 5000", "9 5000"));
+	EXPECT_THAT(times, ElementsAre(0s, 10s, 20s));
+	EXPECT_EQ(outcome.code, 75);
+}
+
+TEST_F(Switchover, GivesUpWaitingAndSaysWhatIsMissing)
+{
+	soundMaster();
+	fakeMachine().onAct = [this](const std::string&) { endProcess(kServer); };
+	play({{1000ms, [this]
+	       {
+		       dropAddress();
+		       fakeMachine().answering.erase("198.51.100.10");
+		       says([](NodeLog& log) { log.giveUp(900ms).slave(300ms, NodeLog::kSlaveBeat, true); });
+	       }}});
+	const Outcome outcome = runHere({"switchover", "--timeout", "5"});
+	EXPECT_EQ(outcome.err,
+	          "velarixctl: not done after 5.0 s; not yet seen: the partner is master, the service "
+	          "address answers, the programs run on the partner. The agents go on; see velarixctl watch\n");
+	EXPECT_EQ(outcome.code, 75);
+}
+
+TEST_F(Switchover, WaitsAMinuteOrThreeTimesWhatTheSettingsMakeItTake)
+{
+	soundMaster();
+	play({});
+	says([](NodeLog& log) { log.masterFor(20s, 300ms); });
+	EXPECT_EQ(runHere({"switchover"}).code, 75);
+	EXPECT_EQ(fakeMachine().elapsed, 60s);
+
+	freshHost();
+	soundMaster();
+	writeSettings(1, {{"WAITING_TIME_BEFORE_PROCESS_RUN", "30"}});
+	play({});
+	EXPECT_EQ(runHere({"switchover"}).code, 75);
+	EXPECT_EQ(fakeMachine().elapsed, 135s);
+}
+
+TEST_F(Switchover, TellsThatThisNodeTookTheServiceBack)
+{
+	soundMaster();
+	fakeMachine().onAct = [this](const std::string&) { endProcess(kServer); };
+	play({{1000ms,
+	       [this]
+	       {
+		       dropAddress();
+		       fakeMachine().answering.erase("198.51.100.10");
+		       says([](NodeLog& log) { log.giveUp(900ms).slave(300ms, NodeLog::kSlaveBeat, true); });
+	       }},
+	      {6000ms, [this] {
+		       says([](NodeLog& log) { log.giveUp(20s).slaveFor(19s, 17s).takeService(16s).masterFor(9300ms, 300ms); });
+	       }}});
+	const Outcome outcome = runHere({"switchover"});
+	EXPECT_EQ(outcome.err, "velarixctl: this node has taken the service back after 6.0 s; see velarixctl events here "
+	                       "and on 192.0.2.2\n");
+	EXPECT_EQ(outcome.code, 1);
+}
+
+TEST_F(Switchover, TellsOfACommandThatDoesNotEnd)
+{
+	soundMaster();
+	fakeMachine().commandEnd = CommandEnd::tooLong;
+	playASoundPair();
+	EXPECT_THAT(runHere({"switchover"}).out, HasSubstr("the command did not end in time and was killed"));
+}
+
+TEST_F(Switchover, RefusesATimeOutThatMakesNoSense)
+{
+	for (const char* option : {"--timeout=0", "--timeout=-1", "--timeout=soon"})
+	{
+		EXPECT_EQ(runHere({"switchover", option}).code, 2) << option;
+	}
+}

@@ -1,0 +1,42 @@
+#include "OperatorTest.h"
+
+namespace velarix::lab
+{
+
+CommandResult OperatorTest::ctl(HostId node, std::vector<std::string> arguments, Millis limit)
+{
+	arguments.insert(arguments.begin(), "/usr/bin/velarixctl");
+	return lab().run(node, arguments, limit);
+}
+
+nlohmann::json OperatorTest::status(HostId node)
+{
+	return nlohmann::json::parse(ctl(node, {"status", "--json"}).output);
+}
+
+bool OperatorTest::waitForStatus(HostId node, const std::string& what,
+                                 const std::function<bool(const nlohmann::json&)>& wished, Millis limit)
+{
+	nlohmann::json last;
+	return waitFor(
+	    [&]
+	    {
+		    last = status(node);
+		    return wished(last);
+	    },
+	    limit, std::string("the status of node ") + nameOf(node) + " to tell " + what, [&] { return last.dump(); });
+}
+
+bool OperatorTest::waitUntilReady()
+{
+	const auto ready = [](const nlohmann::json& status)
+	{ return status["fail_over"]["works"] == true && status["problems"].empty(); };
+	return waitForStatus(HostId::a, "that all is well", ready) && waitForStatus(HostId::b, "that all is well", ready);
+}
+
+bool OperatorTest::startReadyPair(const LabOptions& options)
+{
+	return startServingPair(options) && waitUntilReady();
+}
+
+} // namespace velarix::lab
