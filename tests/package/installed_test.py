@@ -29,13 +29,26 @@ TOOLS = ["ifconfig", "ps", "grep", "chmod", "killall", "ip", "arping", "cat", "s
 
 
 class OnASystem(unittest.TestCase):
-    """A machine for each test, since each one changes what is installed."""
+    """A machine for each test, since each one changes what is installed. What all
+    tests of a class begin with is installed once, on a machine below theirs."""
 
     maxDiff = None
     init = "none"
 
+    @staticmethod
+    def installed_before():
+        return None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.below = Place.base
+        if cls.installed_before() is not None:
+            cls.below = node.Node(Place.directory, "below-" + cls.__name__, Place.base)
+            with cls.below:
+                cls.below.install(cls.installed_before())
+
     def setUp(self):
-        self.machine = node.Node(Place.directory, self._testMethodName[5:60], Place.base, init=self.init)
+        self.machine = node.Node(Place.directory, self._testMethodName[5:60], self.below, init=self.init)
         self.machine.power_on()
         self.addCleanup(self.machine.power_off)
 
@@ -110,8 +123,11 @@ class InstallationTest(OnASystem):
 
 
 class UpgradeTest(OnASystem):
+    @staticmethod
+    def installed_before():
+        return Place.old_deb
+
     def test_settings_record_logs_and_choices_are_kept(self):
-        self.machine.install(Place.old_deb)
         self.assertTrue(self.installed_version().startswith("0.9.0-"))
         self.make_state()
         self.machine.run("dpkg-statoverride --update --add root adm 0750 /usr/velarix/log")
@@ -125,15 +141,21 @@ class UpgradeTest(OnASystem):
         self.assertNotIn("installed and not started", said)
 
     def test_a_record_that_was_lost_is_made_anew(self):
-        self.machine.install(Place.old_deb)
         self.machine.run(f"rm {node.RUN_INFO_PATH}")
         self.machine.install(Place.deb)
         self.assertEqual(self.machine.read(node.RUN_INFO_PATH), RUN_INFO)
 
 
 class RemovalTest(OnASystem):
+    @staticmethod
+    def installed_before():
+        return Place.deb
+
+    def everything_of_ours(self):
+        """The test's own copy of the package and what names this kind of machine are not."""
+        return self.machine.run("find / -xdev -iname '*velarix*' ! -path '/proc/*'", check=False).out
+
     def test_removal_keeps_what_belongs_to_the_node_and_a_new_installation_finds_it(self):
-        self.machine.install(Place.deb)
         self.make_state()
         before = self.state()
         self.apt("remove velarix-ha")
@@ -150,23 +172,17 @@ class RemovalTest(OnASystem):
         self.assertEqual(self.state(), before)
 
     def test_purge_leaves_nothing(self):
-        before = self.machine.run("find / -xdev -iname '*velarix*'", check=False).out
-        self.machine.install(Place.deb)
         self.make_state()
         self.apt("purge velarix-ha")
-        after = self.machine.run("find / -xdev -iname '*velarix*'", check=False).out
-        self.assertEqual(after, before)
+        self.assertEqual(self.everything_of_ours(), "")
 
     def test_purge_after_removal_leaves_nothing(self):
-        before = self.machine.run("find / -xdev -iname '*velarix*'", check=False).out
-        self.machine.install(Place.deb)
         self.make_state()
         self.apt("remove velarix-ha")
         self.apt("purge velarix-ha")
-        self.assertEqual(self.machine.run("find / -xdev -iname '*velarix*'", check=False).out, before)
+        self.assertEqual(self.everything_of_ours(), "")
 
     def test_purge_spares_files_that_are_neither_ours_nor_the_agents(self):
-        self.machine.install(Place.deb)
         self.make_state()
         self.machine.write("/usr/velarix/bin/ini/config.ini.mine", "x\n")
         self.machine.write("/usr/velarix/log/report", "x\n")
@@ -180,9 +196,12 @@ class RunningTest(OnASystem):
 
     init = "systemd"
 
+    @staticmethod
+    def installed_before():
+        return Place.old_deb
+
     def setUp(self):
         super().setUp()
-        self.machine.install(Place.old_deb)
         self.machine.equip()
         self.machine.run("systemctl enable --now velarix-ha")
         self.agent = self.machine.agent()

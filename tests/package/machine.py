@@ -59,15 +59,27 @@ class Result:
         return f"status {self.status}\n--- stdout\n{self.out}--- stderr\n{self.err}"
 
 
+def mounted(place, image):
+    """Where the image is mounted for this test program."""
+    directory = os.path.join(place, os.path.basename(image) + ".lower")
+    if not os.path.isdir(directory):
+        os.makedirs(directory)
+        subprocess.run(["mount", "-t", "squashfs", "-o", "loop,ro", image, directory], check=True)
+    return directory
+
+
 class Machine:
-    """One machine: an image below, a disk of its own above. The disk stays when the machine goes."""
+    """One machine: an image below, a disk of its own above. The disk stays when the machine goes.
+
+    IMAGE is a file, or another machine that is off: what is on its disk is there, too.
+    """
 
     def __init__(self, place, name, image, init="none", shared=()):
         self.base = os.path.join(place, name)
-        self.lower = os.path.join(place, os.path.basename(image) + ".lower")
-        if not os.path.isdir(self.lower):
-            os.makedirs(self.lower)
-            subprocess.run(["mount", "-t", "squashfs", "-o", "loop,ro", image, self.lower], check=True)
+        if isinstance(image, Machine):
+            self.lower = f"{image.base}/disk/files:{image.lower}"
+        else:
+            self.lower = mounted(place, image)
         self.name, self.init, self.shared, self.watcher, self.pid = name, init, list(shared), None, None
 
     def __enter__(self):

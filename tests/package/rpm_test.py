@@ -7,6 +7,7 @@ import arguments
 import node
 from arguments import Place
 from installed_test import OWN_SETTINGS, RUN_INFO, TREE
+from machine import mounted
 
 RPM = "rpm --root /tree --dbpath /var/lib/rpm"
 
@@ -17,8 +18,7 @@ class RpmTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.machine = node.Node(Place.directory, "rpm", Place.build)
-        base = node.Node(Place.directory, "base", Place.base)
-        cls.machine.shared = [(base.lower, "/base")]
+        cls.machine.shared = [(mounted(Place.directory, Place.base), "/base")]
         cls.machine.power_on()
         cls.addClassCleanup(cls.machine.power_off)
         for name, source in (("old", Place.old_rpm), ("new", Place.rpm)):

@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""Two servers with the package, joined by two cables: what an operator does to a
+running pair."""
+
+import subprocess
+import time
+import unittest
+
+import arguments
+import node
+from arguments import Place
+from machine import wait_for
+
+# The gateway is on each node itself: it answers as long as the node lives.
+CARDS = """#!/bin/sh
+set -e
+ip link set lo up
+ip addr add 192.0.2.{number}/24 dev eth0
+ip addr add 198.51.100.{number}/24 dev eth1
+ip link add gate type dummy 2>/dev/null || ip link add gate type veth peer name gate1
+ip addr add 203.0.113.1/24 dev gate
+for card in eth0 eth1 gate; do ip link set $card up; done
+"""
+
+
+def settings(number, partner):
+    return node.settings(AGENT__MODE=str(number - 10), AGENT__THIS_SERVER_IP=f"198.51.100.{number}",
+                         AGENT__PARTNER_IP=f"198.51.100.{partner}", AGENT__GATEWAY_IP="203.0.113.1")
+
+
+class PairTest(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        below = node.Node(Place.directory, "below-" + cls.__name__, Place.base)
+        with below:
+            below.install(Place.deb)
+        cls.a = node.Node(Place.directory, "a", below, init="systemd")
+        cls.b = node.Node(Place.directory, "b", below, init="systemd")
+        for machine in (cls.a, cls.b):
+            machine.power_on()
+            cls.addClassCleanup(machine.power_off)
+            machine.write(node.PROGRAM_PATH, node.PROGRAM_TEXT, "0755")
+        cls.join(cls.a, cls.b)
+        cls.configure(cls.a, 11, 12)
+        cls.configure(cls.b, 12, 11)
+
+    @staticmethod
+    def join(a, b):
+        """Two cables; each end is a card of one machine."""
+        for card in ("eth0", "eth1"):
+            for command in (["ip", "link", "add", card, "type", "veth", "peer", "name", "far"],
+                            ["ip", "link", "set", "far", "netns", str(b.pid)]):
+                subprocess.run(["nsenter", "--target", str(a.pid), "--net", *command], check=True)
+            b.run(f"ip link set far name {card}")
+
+    @staticmethod
+    def configure(machine, number, partner):
+        machine.write("/opt/demo/cards", CARDS.format(number=number), "0755")
+        machine.run("/opt/demo/cards")
+        machine.write(node.SETTINGS_PATH, settings(number, partner), "0600")
+
+    def setUp(self):
+        for machine in (self.a, self.b):
+            machine.run("systemctl stop velarix-ha", check=False)
+            machine.on_stop("leave")
+            machine.run(f"pkill -9 -x {node.PROGRAM}; {node.DROP}; rm -f {node.LOG_PATH}", check=False)
+        for machine in (self.a, self.b):
+            machine.run("systemctl reset-failed velarix-ha; systemctl start velarix-ha")
+        wait_for("the configured master serves", self.a.serves, 40)
+        time.sleep(2)
+        self.assertEqual(self.b.serves(), [])
+
+    def journal(self, machine):
+        return machine.run("journalctl --no-pager -o cat -u velarix-ha").out
+
+    def test_a_stop_with_handover_moves_the_service_first(self):
+        self.a.on_stop("handover")
+        self.a.run("systemctl stop velarix-ha", limit=150)
+        self.assertNotIn("nothing was handed over", self.journal(self.a))
+        self.assertEqual(self.a.agents(), [])
+        self.assertEqual(self.a.programs(), [])
+        self.assertFalse(self.a.holds_address())
+        wait_for("the partner serves", self.b.serves, 20)
+        self.assertEqual(self.a.run("systemctl is-active velarix-ha", check=False).out, "inactive\n")
+
+    def test_a_stop_with_release_leaves_nobody_serving(self):
+        self.a.on_stop("release")
+        self.a.run("systemctl stop velarix-ha")
+        self.assertEqual(self.a.serves(), [])
+        # As long as its host answers pings.
+        time.sleep(15)
+        self.assertEqual(self.b.serves(), [])
+
+    def test_a_stop_that_leaves_the_service_keeps_the_partner_waiting(self):
+        program = self.a.serves()
+        self.a.run("systemctl stop velarix-ha")
+        time.sleep(15)
+        self.assertEqual(self.a.serves(), program)
+        self.assertEqual(self.b.serves(), [])
+
+    def test_the_standby_can_be_restarted_at_any_time(self):
+        program = self.a.serves()
+        self.b.on_stop("handover")
+        self.b.run("systemctl restart velarix-ha")
+        time.sleep(5)
+        self.assertEqual(self.a.serves(), program)
+        self.assertEqual(self.b.serves(), [])
+
+
+if __name__ == "__main__":
+    arguments.run()
