@@ -64,7 +64,7 @@ std::string faultText(const std::string& subject, bool there)
 }
 
 /// Puts two parts together, the second of which may be missing.
-std::string joined(std::string first, const std::string& between, const std::string& second)
+std::string joined(const std::string& first, const std::string& between, const std::string& second)
 {
 	return second.empty() ? first : first + between + second;
 }

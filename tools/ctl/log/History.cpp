@@ -287,7 +287,7 @@ Event HistoryMachine::event(EventKind kind, Cause cause) const
 	return event;
 }
 
-void HistoryMachine::emit(Event event)
+void HistoryMachine::emit(const Event& event)
 {
 	++m_picture.events[event.kind];
 	if (event.kind == EventKind::roleChanged)
@@ -307,7 +307,7 @@ void HistoryMachine::emit(EventKind kind, Cause cause, std::string subject, std:
 	one.subject = std::move(subject);
 	one.detail = std::move(detail);
 	one.duration = duration;
-	emit(std::move(one));
+	emit(one);
 }
 
 Milliseconds HistoryMachine::since(Instant time) const

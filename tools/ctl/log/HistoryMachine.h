@@ -158,7 +158,7 @@ private:
 
 	// Shared
 	Event event(EventKind kind, Cause cause = Cause::none) const;
-	void emit(Event event);
+	void emit(const Event& event);
 	void emit(EventKind kind, Cause cause = Cause::none, std::string subject = {}, std::string detail = {},
 	          std::optional<Milliseconds> duration = std::nullopt);
 	Milliseconds since(Instant time) const;

@@ -57,7 +57,7 @@ void HistoryMachine::heard(const Heartbeat& heartbeat)
 		Event change = event(EventKind::partnerChanged);
 		change.from = roleOf(before->value);
 		change.to = roleOf(heartbeat);
-		emit(std::move(change));
+		emit(change);
 	}
 	if (heartbeat.asking && (!before || !before->value.asking))
 	{

@@ -23,7 +23,7 @@ void HistoryMachine::setRole(Role role, Cause cause)
 		change.duration = since(m_picture.role->since);
 	}
 	tell(m_picture.role, role);
-	emit(std::move(change));
+	emit(change);
 	if (role == Role::slave)
 	{
 		gone(Fault::programs, "the service was given up");

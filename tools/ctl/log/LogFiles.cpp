@@ -110,6 +110,7 @@ std::vector<LogFile> logFiles(const std::filesystem::path& path, std::vector<Log
 	}
 	std::sort(archives.begin(), archives.end());
 	std::vector<LogFile> files;
+	files.reserve(archives.size() + 1);
 	for (const Archive& archive : archives)
 	{
 		files.push_back({archive.path, archive.rotated});

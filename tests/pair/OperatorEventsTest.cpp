@@ -1,0 +1,159 @@
+/// The history that a node's log tells against what the lab did to the pair, and
+/// the meaning of every line that the agents wrote meanwhile.
+
+#include <algorithm>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "PairTest.h"
+
+namespace velarix::lab
+{
+
+class OperatorEvents : public PairTest
+{
+protected:
+	CommandResult ctl(HostId node, const std::string& arguments)
+	{
+		return lab().run(node, {"/bin/sh", "-c", std::string(VELARIX_CTL_PROGRAM) + " " + arguments}, Millis(60000));
+	}
+
+	static std::vector<nlohmann::json> parse(const std::string& lines)
+	{
+		std::vector<nlohmann::json> events;
+		std::istringstream stream(lines);
+		for (std::string line; std::getline(stream, line);)
+		{
+			events.push_back(nlohmann::json::parse(line));
+		}
+		return events;
+	}
+
+	std::vector<nlohmann::json> eventsOf(HostId node)
+	{
+		const CommandResult result = ctl(node, "events --json");
+		EXPECT_TRUE(result.ok()) << result.output;
+		return parse(result.output);
+	}
+
+	/// "role-changed programs-gone": the event's word and its cause or subject.
+	static std::string nameOf(const nlohmann::json& event)
+	{
+		std::string name = event.at("event");
+		for (const char* key : {"cause", "subject"})
+		{
+			name += event.contains(key) && name.find(' ') == std::string::npos ? " " + event.at(key).get<std::string>()
+			                                                                   : "";
+		}
+		return name;
+	}
+
+	/// Expects the events in this order, others between them.
+	static void expectInOrder(const std::vector<nlohmann::json>& events, const std::vector<std::string>& expected)
+	{
+		auto at = events.begin();
+		for (const std::string& name : expected)
+		{
+			at = std::find_if(at, events.end(), [&](const nlohmann::json& event) { return nameOf(event) == name; });
+			ASSERT_NE(at, events.end()) << "no \"" << name << "\" (in this order) among\n" << namesOf(events);
+		}
+	}
+
+	static std::string namesOf(const std::vector<nlohmann::json>& events)
+	{
+		std::string names;
+		for (const nlohmann::json& event : events)
+		{
+			names += nameOf(event) + "\n";
+		}
+		return names;
+	}
+
+	bool told(HostId node, const std::string& name)
+	{
+		const std::vector<nlohmann::json> events = eventsOf(node);
+		return std::any_of(events.begin(), events.end(),
+		                   [&](const nlohmann::json& event) { return nameOf(event) == name; });
+	}
+
+	/// @return how long the last event of that name took; 0 without one
+	static double seconds(const std::vector<nlohmann::json>& events, const std::string& name)
+	{
+		const auto found = std::find_if(events.rbegin(), events.rend(),
+		                                [&](const nlohmann::json& event) { return nameOf(event) == name; });
+		return found == events.rend() ? 0 : found->value("duration_seconds", 0.0);
+	}
+
+	/// Every line that the node's agent has written is in the catalogue, with a
+	/// text that its place can have.
+	void expectAllExplained(HostId node)
+	{
+		const CommandResult result = ctl(node, std::string("explain --json - <") + plan::logFile);
+		EXPECT_TRUE(result.ok()) << result.output;
+		EXPECT_EQ(result.output.find("\"text_agrees\":false"), std::string::npos) << result.output;
+	}
+};
+
+TEST_F(OperatorEvents, ALostProgramAndTheHandOverAreTold)
+{
+	PAIR_OR_RETURN(startServingPair());
+	const Millis killed = lab().clock().now();
+	lab().inject({FaultKind::programKilled, HostId::a});
+	ASSERT_TRUE(waitForAction(HostId::a, "asks the partner", killed));
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	ASSERT_TRUE(waitFor([this] { return told(HostId::a, "ask-answered"); }, moveLimit, "the answer to the ask"));
+
+	expectInOrder(eventsOf(HostId::a),
+	              {"agent-started", "address-dropped agent-start", "program-killed agent-start",
+	               "role-changed configured-role", "takeover-began configured-role", "address-up",
+	               "takeover-done configured-role", "programs-running", "fault-found programs",
+	               "role-changed programs-gone", "ask-made programs-gone", "address-dropped give-up", "ask-answered"});
+	const std::vector<nlohmann::json> events = eventsOf(HostId::b);
+	expectInOrder(events, {"agent-started", "ask-received", "role-changed partner-asked",
+	                       "takeover-began partner-asked", "address-up", "address-dropped takeover", "address-up",
+	                       "programs-started partner-asked", "takeover-done partner-asked"});
+	// The address is raised twice on this way, five seconds of countdown each.
+	EXPECT_GE(seconds(events, "takeover-done partner-asked"), 9.9);
+	EXPECT_LE(seconds(events, "takeover-done partner-asked"), 25);
+	expectAllExplained(HostId::a);
+	expectAllExplained(HostId::b);
+}
+
+TEST_F(OperatorEvents, AHostThatFailsAndComesBackIsToldOnBothNodes)
+{
+	PAIR_OR_RETURN(startServingPair());
+	lab().powerOff(HostId::a);
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	lab().powerOn(HostId::a);
+	ASSERT_TRUE(waitFor([this] { return told(HostId::b, "partner-back"); }, moveLimit, "the partner's return"));
+
+	expectInOrder(eventsOf(HostId::a), {"agent-started", "takeover-done configured-role", "agent-ended killed",
+	                                    "agent-started", "role-changed agent-start"});
+	const std::vector<nlohmann::json> events = eventsOf(HostId::b);
+	const bool byProbes = told(HostId::b, "role-changed partner-and-service-silent");
+	const std::string cause = byProbes ? "partner-and-service-silent" : "partner-silent";
+	expectInOrder(events, {"agent-started", "role-changed " + cause, "takeover-began " + cause,
+	                       "takeover-done " + cause, "partner-back"});
+	expectAllExplained(HostId::a);
+	expectAllExplained(HostId::b);
+}
+
+TEST_F(OperatorEvents, AFollowedLogTellsATakeOverWhileItHappens)
+{
+	PAIR_OR_RETURN(startServingPair());
+	const std::string program = VELARIX_CTL_PROGRAM;
+	ASSERT_TRUE(lab()
+	                .run(HostId::b,
+	                     {"/bin/sh", "-c", program + " events --follow --json >/tmp/followed 2>&1 </dev/null & exit 0"})
+	                .ok());
+	const std::filesystem::path followed = lab().node(HostId::b).file("/tmp/followed");
+	lab().inject({FaultKind::serviceCardPulled, HostId::a});
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	ASSERT_TRUE(waitFor([&] { return contentOf(followed).find("takeover-done") != std::string::npos; }, moveLimit,
+	                    "the end of the take-over"));
+	expectInOrder(parse(contentOf(followed)),
+	              {"agent-started", "ask-received", "takeover-began partner-asked", "takeover-done partner-asked"});
+}
+
+} // namespace velarix::lab
