@@ -1,9 +1,9 @@
 #include "Counters.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <ranges>
 #include <sstream>
 #include <string_view>
 #include <utility>
@@ -156,10 +156,7 @@ void readShortGap(Count& count, const LogWish& log, Instant from)
 		    return before < kBefore;
 	    },
 	    ignored);
-	for (const LogLine& line : newestFirst | std::views::reverse)
-	{
-		count.feed(line);
-	}
+	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { count.feed(line); });
 }
 
 void readLongGap(Count& count, const LogWish& log, Instant from)

@@ -1,8 +1,8 @@
 #include "LogTail.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <deque>
-#include <ranges>
 #include <system_error>
 #include <vector>
 
@@ -37,10 +37,7 @@ Role repeatedRole(const LogLine& line)
 template <typename Messages> Picture pictureOf(const Messages& newestFirst, const Commands& commands)
 {
 	History history({}, commands);
-	for (const LogLine& line : newestFirst | std::views::reverse)
-	{
-		history.feed(line);
-	}
+	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { history.feed(line); });
 	return history.picture();
 }
 
