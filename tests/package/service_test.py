@@ -114,6 +114,18 @@ class StartTest(OnAMachine):
         time.sleep(0.5)
         self.assertEqual(self.machine.read(node.PID_PATH), str(first))
 
+    def test_the_init_script_hands_over_to_the_unit(self):
+        # With the functions of Debian, and without.
+        for prepare in ("true", "mv /lib/lsb/init-functions /lib/lsb/init-functions.away"):
+            self.machine.run(prepare)
+            self.machine.run("/etc/init.d/velarix-ha start")
+            self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+            self.assertEqual(self.machine.run("/etc/init.d/velarix-ha status", check=False).status, 0)
+            self.machine.run("/etc/init.d/velarix-ha stop")
+            self.assertEqual(self.property("ActiveState"), "inactive")
+            self.assertEqual(self.machine.run("/etc/init.d/velarix-ha status", check=False).status, 3)
+        self.machine.run("mv /lib/lsb/init-functions.away /lib/lsb/init-functions")
+
     def test_enabled_it_comes_back_after_a_power_failure(self):
         self.machine.write("/etc/systemd/system/cards.service", CARDS_UNIT)
         self.machine.run("systemctl enable cards velarix-ha")
