@@ -97,6 +97,10 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths)
 		return;
 	}
 	checks::machine(findings, paths);
+	if (request.tryCommands)
+	{
+		checks::trial(findings);
+	}
 }
 
 void compare(Findings& own, CheckReport& report, const fs::path& file)

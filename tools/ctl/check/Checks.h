@@ -1,5 +1,5 @@
-/// The single checks, one topic each. None of them changes anything or runs a
-/// configured command.
+/// The single checks, one topic each. None of them changes anything, and but for
+/// `trial` none runs a configured command.
 #pragma once
 
 #include "Paths.h"
@@ -49,5 +49,8 @@ void tools(Findings& findings, const Paths& paths);
 
 /// Cards, addresses, privileges, space, other processes.
 void machine(Findings& findings, const Paths& paths);
+
+/// Runs the two virtual IP commands, away from the network.
+void trial(Findings& findings);
 
 } // namespace velarix::ctl::checks

@@ -86,16 +86,26 @@ std::string broadcastOf(const Address& address)
 	return (IPAddress(address.address) | ~mask).toString();
 }
 
+/// @return what "ifconfig" shows of an address
+std::vector<std::string> listed(const Address& address)
+{
+	return address.listed ? std::vector<std::string>{address.address, broadcastOf(address)}
+	                      : std::vector<std::string>{};
+}
+
 void listing(Findings& findings, const std::vector<Address>& addresses)
 {
 	const std::string wanted = findings.file.text(key::kVirtualIP).value_or("");
 	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
+	if (wanted.empty())
+	{
+		return;
+	}
 	for (const Address& address : addresses)
 	{
-		for (const std::string& text : {address.address, broadcastOf(address)})
+		for (const std::string& text : listed(address))
 		{
-			const bool inside = text != wanted && text != own && text.find(wanted) != std::string::npos;
-			if (!wanted.empty() && address.listed && inside)
+			if (text != wanted && text != own && text.find(wanted) != std::string::npos)
 			{
 				findings.error(key::kVirtualIP, {"address-inside-another",
 				                                 "the text " + wanted + " is a part of " + text +

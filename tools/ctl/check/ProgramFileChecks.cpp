@@ -22,7 +22,7 @@ using host::FileFacts;
 using host::FileKind;
 
 /// Of a script more than this is not looked at.
-constexpr std::size_t kScriptLength = 64 * 1024;
+constexpr std::size_t kScriptLength = 65536;
 constexpr std::size_t kNameLength = 15;
 
 std::string beginning(const fs::path& file)
@@ -58,7 +58,7 @@ std::string execOf(const std::string& script)
 class ProgramFile
 {
 public:
-	ProgramFile(Findings& findings, std::string key, std::string configured, fs::path file)
+	ProgramFile(Findings& findings, std::string key, const std::string& configured, fs::path file)
 	    : m_findings(findings), m_key(std::move(key)), m_name(programName(configured)), m_file(std::move(file))
 	{
 	}

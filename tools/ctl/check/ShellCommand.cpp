@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <initializer_list>
+#include <ranges>
 #include <set>
 #include <string_view>
 
@@ -381,11 +382,9 @@ std::string baseName(const std::string& path)
 
 bool hasOption(const std::vector<std::string>& words, char option)
 {
-	return std::any_of(words.begin() + (words.empty() ? 0 : 1), words.end(),
-	                   [&](const std::string& word) {
-		                   return word.size() > 1 && word[0] == '-' && word[1] != '-' &&
-		                          word.find(option, 1) != std::string::npos;
-	                   });
+	return std::ranges::any_of(
+	    words | std::views::drop(1), [&](const std::string& word)
+	    { return word.size() > 1 && word[0] == '-' && word[1] != '-' && word.find(option, 1) != std::string::npos; });
 }
 
 } // namespace velarix::ctl::shell

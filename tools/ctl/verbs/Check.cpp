@@ -18,6 +18,7 @@ struct Options
 	std::string file;
 	std::string partner;
 	bool filesOnly = false;
+	bool tryCommands = false;
 	bool strict = false;
 	bool json = false;
 };
@@ -26,7 +27,8 @@ ExitCode run(const Options& options, const Context& context)
 {
 	CheckRequest request{.file = options.file.empty() ? context.paths.settings : std::filesystem::path(options.file),
 	                     .partner = {},
-	                     .filesOnly = options.filesOnly};
+	                     .filesOnly = options.filesOnly,
+	                     .tryCommands = options.tryCommands};
 	if (!options.partner.empty())
 	{
 		request.partner = options.partner;
@@ -46,7 +48,12 @@ void addCheck(CLI::App& app, Context& context)
 	verb->add_option("FILE", options->file, "settings file; the installed one without it");
 	verb->add_option("--partner", options->partner, "the partner's settings file: check that the two fit")
 	    ->type_name("FILE");
-	verb->add_flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine");
+	CLI::Option* const filesOnly =
+	    verb->add_flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine");
+	verb->add_flag("--try-commands", options->tryCommands,
+	               "run the virtual IP commands in a network of their own and see what they do; what they do to files "
+	               "happens")
+	    ->excludes(filesOnly);
 	verb->add_flag("--strict", options->strict, "let warnings count as errors");
 	verb->add_flag("--json", options->json, "print the findings as JSON");
 	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
