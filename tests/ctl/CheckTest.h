@@ -32,6 +32,6 @@ protected:
 
 	std::filesystem::path settings() const;
 
-private:
+	/// @return the findings as `found` tells them
 	std::vector<std::string> shortForms(const velarix::ctl::CheckReport& report) const;
 };

@@ -204,6 +204,22 @@ TEST_F(CheckVerb, TheSampleLacksItsProgramElsewhere)
 	EXPECT_THAT(outcome.out, EndsWith("1 error, 0 warnings\n"));
 }
 
+TEST_F(CheckVerb, CommandsAreTriedOnlyWhenAskedFor)
+{
+	run({"check", settings().string()});
+	EXPECT_TRUE(fakeHost().trials.empty());
+	const Outcome outcome = run({"check", "--try-commands", settings().string()});
+	EXPECT_EQ(fakeHost().trials.size(), 1U);
+	EXPECT_THAT(outcome.out, HasSubstr("not checked: what the virtual IP commands do (not made up)\n"));
+}
+
+TEST_F(CheckVerb, CommandsAreNotTriedForAnotherRootOrForFilesAlone)
+{
+	runBelow({"check", "--try-commands"});
+	EXPECT_TRUE(fakeHost().trials.empty());
+	EXPECT_EQ(run({"check", "--try-commands", "--files-only"}).code, 2);
+}
+
 TEST_F(CheckVerb, NothingIsRunAndNothingIsChanged)
 {
 	setKey(lines, "VIRTUAL_IP_START_COMMAND", "touch " + below("/ran").string());

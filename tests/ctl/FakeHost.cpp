@@ -103,4 +103,10 @@ std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& /*directory
 	return fakeHost().freeSpace;
 }
 
+Trial tryCommands(const TrialPlan& plan)
+{
+	fakeHost().trials.push_back(plan);
+	return fakeHost().trial;
+}
+
 } // namespace velarix::ctl::host

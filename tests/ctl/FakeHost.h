@@ -12,6 +12,7 @@
 
 #include "state/Host.h"
 #include "state/HostProcesses.h"
+#include "state/HostTrial.h"
 
 struct FakeHost
 {
@@ -31,6 +32,9 @@ struct FakeHost
 	std::set<int> outgoingPorts;
 	/// Bytes, of every disk.
 	std::uintmax_t freeSpace = 100ULL * 1000 * 1000 * 1000;
+	/// What a rehearsal of the commands gives, and the plans it got.
+	velarix::ctl::host::Trial trial{.whyNot = "not made up", .start = {}, .stop = {}};
+	std::vector<velarix::ctl::host::TrialPlan> trials;
 };
 
 /// @return the one machine of this test program

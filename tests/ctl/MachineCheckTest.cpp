@@ -1,6 +1,7 @@
 // What is found on the machine: cards, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
+#include "check/Checks.h"
 
 using namespace velarix::ctl;
 using testing::ElementsAre;
@@ -149,4 +150,87 @@ TEST_F(MachineCheck, TheProgramItselfMayRun)
 {
 	fakeHost().processes = {process(4242, "server")};
 	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+// ---- the commands, tried
+
+namespace
+{
+
+class CommandTrial : public CheckTest
+{
+protected:
+	CommandTrial()
+	{
+		fakeHost().trial = {.whyNot = "", .start = {"", true, {kOwn, kRaised}}, .stop = {"", true, {kOwn}}};
+		fakeHost().addresses = {kOwn, kRaised};
+	}
+
+	std::vector<std::string> foundByTrial() const
+	{
+		CheckReport report;
+		const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
+		Findings findings(file, report);
+		checks::trial(findings);
+		return shortForms(report);
+	}
+
+	const host::Address kOwn{"eth0", "eth0", "198.51.100.1", 24, true};
+	const host::Address kRaised{"eth0", "eth0:ha", "198.51.100.10", 24, true};
+};
+
+} // namespace
+
+TEST_F(CommandTrial, CommandsThatWorkHaveNoFinding)
+{
+	EXPECT_THAT(foundByTrial(), IsEmpty());
+	ASSERT_EQ(fakeHost().trials.size(), 1U);
+	const host::TrialPlan& plan = fakeHost().trials.front();
+	EXPECT_EQ(plan.start, SettingsFile::parse("", joined(lines)).text("AGENT.VIRTUAL_IP_START_COMMAND"));
+	EXPECT_EQ(plan.stop, SettingsFile::parse("", joined(lines)).text("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+	EXPECT_THAT(plan.addresses, ElementsAre(testing::Field(&host::Address::address, "198.51.100.1")));
+}
+
+TEST_F(CommandTrial, OutputOfTheStartCommandIsFound)
+{
+	fakeHost().trial.start.output = "up\nand running\n";
+	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-prints config.ini:12"));
+}
+
+TEST_F(CommandTrial, OutputOfTheStopCommandDoesNoHarm)
+{
+	fakeHost().trial.stop.output = "down\n";
+	EXPECT_THAT(foundByTrial(), IsEmpty());
+}
+
+TEST_F(CommandTrial, AnAddressThatIsNotRaisedIsFound)
+{
+	fakeHost().trial.start.addresses = {kOwn};
+	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-not-raised config.ini:12"));
+}
+
+TEST_F(CommandTrial, AnAddressThatIsNotListedIsWarnedOf)
+{
+	fakeHost().trial.start.addresses = {kOwn, {"eth0", "eth0", "198.51.100.10", 24, false}};
+	EXPECT_THAT(foundByTrial(), ElementsAre("warning trial-not-listed config.ini:12"));
+}
+
+TEST_F(CommandTrial, AnAddressThatIsNotDroppedIsFound)
+{
+	fakeHost().trial.stop.addresses = {kOwn, kRaised};
+	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-not-dropped config.ini:13"));
+}
+
+TEST_F(CommandTrial, ACommandThatDoesNotEndIsFound)
+{
+	fakeHost().trial.stop.ended = false;
+	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-endless config.ini:13"));
+	fakeHost().trial.start.ended = false;
+	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-endless config.ini:12"));
+}
+
+TEST_F(CommandTrial, WithoutNamespacesNothingIsFound)
+{
+	fakeHost().trial.whyNot = "no namespaces of its own: Operation not permitted";
+	EXPECT_THAT(foundByTrial(), IsEmpty());
 }

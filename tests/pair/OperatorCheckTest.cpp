@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "PairTest.h"
+#include "ProcessTable.h"
 #include "settings/SettingsKeys.h"
 
 namespace velarix::lab
@@ -120,6 +121,37 @@ TEST_F(OperatorCheck, WhatIsBrokenOnTheMachineIsFound)
 	{
 		EXPECT_NE(checked.output.find(id), std::string::npos) << id << " in\n" << checked.output;
 	}
+}
+
+TEST_F(OperatorCheck, CommandsAreTriedWithoutTouchingThePair)
+{
+	PAIR_OR_RETURN(startServingPair());
+	const Millis before = lab().clock().now();
+	const CommandResult sound = ctl(HostId::b, {"check", "--try-commands"});
+	EXPECT_EQ(sound.status, 0) << sound.output;
+	EXPECT_EQ(sound.output.find("what the virtual IP commands do"), std::string::npos) << sound.output;
+
+	struct Broken
+	{
+		const char* key;
+		std::string command;
+		const char* id;
+	};
+	const std::string add = std::string("ip addr add ") + plan::virtualAddress + "/24 dev eth0";
+	for (const Broken& fault :
+	     {Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add + " label eth0:ha; printf up", "[trial-prints]"},
+	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add, "[trial-not-listed]"},
+	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", "/bin/false", "[trial-not-raised]"},
+	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "true", "[trial-not-dropped]"},
+	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "sleep 1000 &", "[trial-endless]"}})
+	{
+		NodeSettings settings = NodeSettings::standard(HostId::b);
+		lab().node(HostId::b).writeSettings(settings.set(fault.key, fault.command));
+		const CommandResult tried = lab().run(HostId::b, {VELARIX_CTL_PROGRAM, "check", "--try-commands"}, moveLimit);
+		EXPECT_NE(tried.output.find(fault.id), std::string::npos) << fault.id << " in\n" << tried.output;
+	}
+	EXPECT_TRUE(processesNamed(lab().host(HostId::b).pid(), "sleep").empty());
+	EXPECT_EQ(heldBy("none", before) + heldBy("b", before) + heldBy("a+b", before), Millis(0));
 }
 
 TEST_F(OperatorCheck, AMissingKeyEndsTheAgentWhenTheTableSaysSo)
