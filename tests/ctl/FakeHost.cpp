@@ -48,15 +48,6 @@ FileFacts fileFacts(const std::filesystem::path& path)
 	return facts;
 }
 
-std::optional<std::filesystem::path> findTool(const std::string& name)
-{
-	if (fakeHost().missingTools.contains(name))
-	{
-		return std::nullopt;
-	}
-	return std::filesystem::path("/usr/bin") / name;
-}
-
 uid_t user()
 {
 	return fakeHost().user;

@@ -18,8 +18,6 @@ struct FakeHost
 {
 	/// Told for these paths; all others are those of the real file, owned by root.
 	std::map<std::string, velarix::ctl::host::FileFacts> files;
-	/// Names that are not on the path; every other one is in /usr/bin.
-	std::set<std::string> missingTools;
 	uid_t user = 0;
 	std::optional<std::string> whyNoPing;
 	std::map<std::string, velarix::ctl::host::Card> cards;
@@ -40,6 +38,6 @@ struct FakeHost
 /// @return the one machine of this test program
 FakeHost& fakeHost();
 
-/// Makes it a sound node again: root, all tools, eth0 and eth1 with carrier and
+/// Makes it a sound node again: root, eth0 and eth1 with carrier and
 /// 192.0.2.1 on eth1.
 void freshHost();

@@ -1,6 +1,7 @@
 // What is found on the disk: directories, rights, programs, tools, the run-info record.
 
 #include "CheckTest.h"
+#include "check/Checks.h"
 
 using namespace velarix::ctl;
 using host::FileKind;
@@ -71,15 +72,21 @@ TEST_F(InstallationCheck, SettingsThatOthersMayReadAreFine)
 	EXPECT_THAT(found(), IsEmpty());
 }
 
-TEST_F(InstallationCheck, SettingsOfAnotherUserAreFoundOnTheRunningSystemAlone)
+TEST_F(InstallationCheck, WhatAnotherUserOwnsIsFoundOnTheRunningSystemAlone)
 {
 	write("/usr/velarix/bin/ini/config.ini", joined(lines));
 	fakeHost().files[settings().string()] = {FileKind::regular, 0644, 1000, 0};
+	fakeHost().files[below("/usr/velarix/pid").string()] = {FileKind::directory, 0755, 1000, 0};
 	EXPECT_THAT(found(), IsEmpty());
-	Paths running;
-	running.settings = settings();
-	const CheckReport report = check({.file = settings(), .partner = {}, .filesOnly = false}, running);
-	EXPECT_THAT(report.findings, testing::Contains(testing::Field(&Finding::id, "settings-owner")));
+
+	Paths running(root());
+	running.root = "/";
+	CheckReport report;
+	const SettingsFile file = SettingsFile::load(settings());
+	Findings findings(file, report);
+	checks::installation(findings, running);
+	EXPECT_THAT(shortForms(report), testing::IsSupersetOf({"error settings-owner /usr/velarix/bin/ini/config.ini",
+	                                                       "error directory-owner /usr/velarix/pid"}));
 }
 
 // ---- directories

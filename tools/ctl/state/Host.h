@@ -41,10 +41,7 @@ FileFacts fileFacts(const std::filesystem::path& path);
 /// @return when the file's content was changed last; nothing without the file
 std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path);
 
-/// ---- tools and privileges ------------------------------------------------
-
-/// @return where the first program of that name on PATH is; nothing without one
-std::optional<std::filesystem::path> findTool(const std::string& name);
+/// ---- privileges ----------------------------------------------------------
 
 /// @return the effective user id
 uid_t user();

@@ -1,8 +1,6 @@
 #include "Host.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <string_view>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -49,24 +47,6 @@ std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesy
 	}
 	return std::chrono::system_clock::from_time_t(status.st_mtim.tv_sec) +
 	       std::chrono::nanoseconds(status.st_mtim.tv_nsec);
-}
-
-std::optional<std::filesystem::path> findTool(const std::string& name)
-{
-	const char* path = std::getenv("PATH");
-	std::string_view rest(path == nullptr ? "" : path);
-	while (!rest.empty())
-	{
-		const std::string_view directory = rest.substr(0, rest.find(':'));
-		rest.remove_prefix(std::min(rest.size(), directory.size() + 1));
-		const std::filesystem::path candidate = std::filesystem::path(directory) / name;
-		if (!directory.empty() && fileFacts(candidate).kind == FileKind::regular &&
-		    ::access(candidate.c_str(), X_OK) == 0)
-		{
-			return candidate;
-		}
-	}
-	return std::nullopt;
 }
 
 uid_t user()

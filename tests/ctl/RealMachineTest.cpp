@@ -1,0 +1,147 @@
+// What the checks ask of the real machine: files, cards, addresses, ports, space.
+// Only the loopback and a directory of the test's own are touched.
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "state/Host.h"
+#include "state/HostResources.h"
+
+using namespace velarix::ctl;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+class FilesOfTheMachine : public testing::Test
+{
+protected:
+	FilesOfTheMachine()
+	{
+		std::string name = (fs::temp_directory_path() / "velarixctl-XXXXXX").string();
+		EXPECT_NE(::mkdtemp(name.data()), nullptr);
+		m_directory = name;
+	}
+	~FilesOfTheMachine() override { fs::remove_all(m_directory); }
+
+	fs::path in(const std::string& name) const { return m_directory / name; }
+
+private:
+	fs::path m_directory;
+};
+
+/// A listening socket on a port that the kernel chose.
+class Listener
+{
+public:
+	Listener() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+	{
+		m_address.sin_family = AF_INET;
+		m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+		EXPECT_EQ(::bind(m_socket, reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address), 0);
+		EXPECT_EQ(::listen(m_socket, 1), 0);
+		socklen_t size = sizeof m_address;
+		EXPECT_EQ(::getsockname(m_socket, reinterpret_cast<sockaddr*>(&m_address), &size), 0);
+	}
+	~Listener() { ::close(m_socket); }
+	Listener(const Listener&) = delete;
+	Listener& operator=(const Listener&) = delete;
+
+	int port() const { return ntohs(m_address.sin_port); }
+
+private:
+	int m_socket;
+	sockaddr_in m_address{};
+};
+
+} // namespace
+
+TEST_F(FilesOfTheMachine, TellKindRightsAndOwner)
+{
+	std::ofstream(in("file")) << "x";
+	fs::permissions(in("file"), fs::perms{0640});
+	const host::FileFacts file = host::fileFacts(in("file"));
+	EXPECT_EQ(file.kind, host::FileKind::regular);
+	EXPECT_EQ(file.mode, 0640U);
+	EXPECT_EQ(file.owner, ::geteuid());
+	EXPECT_EQ(file.group, ::getegid());
+
+	fs::create_directory(in("directory"));
+	fs::permissions(in("directory"), fs::perms{01777});
+	EXPECT_EQ(host::fileFacts(in("directory")).kind, host::FileKind::directory);
+	EXPECT_EQ(host::fileFacts(in("directory")).mode, 01777U);
+
+	fs::create_symlink("file", in("link"));
+	EXPECT_EQ(host::fileFacts(in("link")).kind, host::FileKind::regular);
+	EXPECT_EQ(host::fileFacts(in("none")).kind, host::FileKind::missing);
+	EXPECT_EQ(host::fileFacts("/dev/null").kind, host::FileKind::other);
+}
+
+TEST_F(FilesOfTheMachine, BelowADirectoryThatMayNotBeSearchedNothingIsKnown)
+{
+	fs::create_directory(in("closed"));
+	std::ofstream(in("closed/file")) << "x";
+	fs::permissions(in("closed"), fs::perms::none);
+	const uid_t former = ::geteuid();
+	if (former == 0)
+	{
+		fs::permissions(in(""), fs::perms{0755});
+		ASSERT_EQ(::seteuid(65534), 0);
+	}
+	const host::FileKind kind = host::fileFacts(in("closed/file")).kind;
+	ASSERT_EQ(::seteuid(former), 0);
+	fs::permissions(in("closed"), fs::perms{0700});
+	EXPECT_EQ(kind, host::FileKind::notKnown);
+}
+
+TEST_F(FilesOfTheMachine, HaveSpace)
+{
+	EXPECT_GT(host::freeSpace(in("")).value_or(0), 0U);
+	EXPECT_EQ(host::freeSpace(in("none")), std::nullopt);
+}
+
+TEST(RealNetwork, TheLoopbackIsListed)
+{
+	const std::vector<host::Address> all = host::addresses();
+	const auto found = std::ranges::find(all, std::string("127.0.0.1"), &host::Address::address);
+	ASSERT_NE(found, all.end());
+	EXPECT_EQ(found->card, "lo");
+	EXPECT_EQ(found->label, "lo");
+	EXPECT_EQ(found->prefix, 8);
+	EXPECT_TRUE(found->listed);
+}
+
+TEST(RealNetwork, CardsAreThereOrNot)
+{
+	EXPECT_TRUE(host::card("lo").present);
+	EXPECT_EQ(host::card("lo").carrier, true);
+	EXPECT_FALSE(host::card("velarix-none").present);
+	EXPECT_EQ(host::card("velarix-none").carrier, std::nullopt);
+}
+
+TEST(RealNetwork, APortIsTakenWhileSomebodyListens)
+{
+	int port = 0;
+	{
+		const Listener listener;
+		port = listener.port();
+		EXPECT_TRUE(host::isPortTaken("127.0.0.1", port));
+		EXPECT_TRUE(host::isPortTaken("0.0.0.0", port));
+	}
+	EXPECT_FALSE(host::isPortTaken("127.0.0.1", port));
+	EXPECT_FALSE(host::isPortTaken("no address", port));
+}
+
+TEST(RealNetwork, TheKernelChoosesFromTheOutgoingPorts)
+{
+	const Listener listener;
+	EXPECT_EQ(host::isOutgoingPort(listener.port()), true);
+	EXPECT_EQ(host::isOutgoingPort(7), false);
+}
