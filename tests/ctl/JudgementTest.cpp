@@ -284,6 +284,19 @@ TEST_P(JudgementOfAState, ListsWhatIsWrong)
 INSTANTIATE_TEST_SUITE_P(Row, JudgementOfAState, testing::ValuesIn(rows()),
                          [](const auto& row) { return row.param.name; });
 
+TEST(Judgement, KnowsNoProblemThatTheMonitoringPageDoesNotExplain)
+{
+	const std::string page = readFile(VELARIX_CTL_MONITORING);
+	for (const Row& row : rows())
+	{
+		for (const std::string& problem : row.problems)
+		{
+			const std::string id = problem.substr(0, problem.find(' '));
+			EXPECT_THAT(page, testing::HasSubstr("\n| `" + id + "` | ")) << row.name;
+		}
+	}
+}
+
 TEST(Judgement, GivesTheTextsOfWhatStandsInTheWay)
 {
 	Judgement judgement;

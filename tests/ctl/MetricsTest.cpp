@@ -214,3 +214,21 @@ TEST(Exposition, LeavesOutAFamilyWithoutSamples)
 	out.sample(true);
 	EXPECT_EQ(out.text(), "# HELP velarix_here Seen.\n# TYPE velarix_here gauge\nvelarix_here 1\n");
 }
+
+TEST_F(Metrics, AreListedInTheMonitoringPage)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	const std::string page = readFile(VELARIX_CTL_MONITORING);
+	std::istringstream lines(readFile(file()));
+	int families = 0;
+	for (std::string word, name; lines >> word;)
+	{
+		if (word == "TYPE" && lines >> name)
+		{
+			EXPECT_THAT(page, HasSubstr("`" + name + "`"));
+			++families;
+		}
+	}
+	EXPECT_GE(families, 25);
+}

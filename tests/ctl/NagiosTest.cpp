@@ -106,6 +106,16 @@ TEST_F(Nagios, WithoutSettingsIsUnknown)
 	EXPECT_EQ(outcome.code, 3);
 }
 
+TEST_F(Nagios, CountsUnknownAsWorseThanAWarningAndBetterThanAnAlarm)
+{
+	soundMaster();
+	addProcess(6000, "VelarixHA");
+	std::filesystem::remove(below(kSettings));
+	EXPECT_THAT(runHere({"nagios"}).out, StartsWith("VELARIX UNKNOWN - cannot read"));
+	endProcess(kAgent);
+	EXPECT_THAT(runHere({"nagios"}).out, StartsWith("VELARIX CRITICAL - the agent is dead: "));
+}
+
 TEST_F(Nagios, OfAnotherRootIsUnknown)
 {
 	soundMaster();

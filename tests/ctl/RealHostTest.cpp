@@ -205,7 +205,7 @@ TEST_F(RealCommand, IsKilledWithItsChildrenWhenItTakesTooLong)
 	EXPECT_TRUE(!host::process(child) || host::process(child)->state == 'Z');
 }
 
-TEST(RealFiles, KnowWhenTheyWereChanged)
+TEST(RealChangeTime, IsKnownOfAFileThatIsThere)
 {
 	EXPECT_FALSE(host::changedAt("/nowhere/at/all"));
 	const std::optional<std::chrono::system_clock::time_point> changed = host::changedAt("/proc/self/exe");

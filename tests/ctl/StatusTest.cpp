@@ -283,6 +283,35 @@ TEST_F(Status, TellsOfASecondAgent)
 	                                               "not name"));
 }
 
+TEST_F(Status, TellsNoRoleOfAPartnerAfterOneSilentPass)
+{
+	soundMaster();
+	writeLog(emptyLog().start(198s).takeService(190s).masterFor(183300ms, 5300ms).masterFor(4300ms, 300ms, ""));
+	const Outcome outcome = runHere({"status"});
+	EXPECT_EQ(row(outcome, "partner"),
+	          "partner      192.0.2.2 not known: no heartbeat for 5.3 s; told last: slave, its "
+	          "programs do not run  [5.3 s]");
+	EXPECT_EQ(outcome.code, 0);
+}
+
+TEST_F(Status, TellsNoRoleOfAPartnerWhenTheReceiverReadsNothing)
+{
+	soundMaster();
+	const auto writeReceiverSilentFor = [this](std::chrono::milliseconds silence)
+	{
+		writeLog(emptyLog()
+		             .start(198s)
+		             .takeService(190s)
+		             .masterFor(silence + 150s, silence)
+		             .line(300ms, 1, "ProcessChecker:103", "ProcessRuning[noName][MODE:M]: 1"));
+	};
+	// Twice interval and receiving time, and five seconds for a loaded machine.
+	writeReceiverSilentFor(11s);
+	EXPECT_THAT(row(runHere({"status"}), "partner"), StartsWith("partner      192.0.2.2 slave"));
+	writeReceiverSilentFor(11100ms);
+	EXPECT_THAT(row(runHere({"status"}), "partner"), StartsWith("partner      192.0.2.2 not known: no heartbeat for"));
+}
+
 TEST_F(Status, FindsTheLastChangeFarBackInTheLog)
 {
 	soundMaster();

@@ -56,7 +56,7 @@ Figure<HeldAddress> addressOf(const NodeState& state)
 	{
 		if (address.address == wanted)
 		{
-			held = {true, address.card, address.label, address.prefix, held.listed || address.listed};
+			held = {true, address.card, address.label, address.prefix, address.listed};
 		}
 	}
 	return seen(held, state.now);
