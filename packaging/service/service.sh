@@ -23,7 +23,9 @@ release=/usr/libexec/velarix-ha/release
 
 # The pid file comes two seconds after the parent has gone.
 pid_file_within=15
-# Then the address is dropped and the programs are killed before the threads start.
+# At boot a card, its address or a mounted program may come late.
+cards_within=30
+# After the pid file the address is dropped and the programs are killed before the threads start.
 threads_within=15
 end_within=10
 
@@ -104,6 +106,22 @@ restore_pid_file() {
 	fi
 }
 
+at_boot() {
+	if [ -d /run/systemd/system ]; then
+		case $(systemctl is-system-running 2>/dev/null) in
+		initializing | starting) return 0 ;;
+		esac
+		return 1
+	fi
+	read -r uptime _ </proc/uptime
+	[ "${uptime%.*}" -lt 300 ]
+}
+
+# Or hopeless: what is wrong with the settings themselves stays wrong.
+accepted() {
+	velarixctl check "$settings" >/dev/null 2>&1 || ! velarixctl check --files-only "$settings" >/dev/null 2>&1
+}
+
 prepare() {
 	[ -x "$agent" ] || {
 		say "$agent is not installed"
@@ -125,6 +143,9 @@ prepare() {
 		say "there is no $settings: make it with \"velarixctl init\" or from config.ini.sample beside it"
 		exit 6
 	}
+	if at_boot; then
+		within "$cards_within" accepted || true
+	fi
 	status=0
 	velarixctl check "$settings" >&2 || status=$?
 	[ "$status" = 0 ] || {

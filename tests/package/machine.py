@@ -64,7 +64,9 @@ def mounted(place, image):
     directory = os.path.join(place, os.path.basename(image) + ".lower")
     if not os.path.isdir(directory):
         os.makedirs(directory)
-        subprocess.run(["mount", "-t", "squashfs", "-o", "loop,ro", image, directory], check=True)
+        done = subprocess.run(["mount", "-t", "squashfs", "-o", "loop,ro", image, directory])
+        if done.returncode != 0:
+            raise AssertionError(f"{image} cannot be mounted: does this kernel have squashfs and loop devices?")
     return directory
 
 
@@ -109,6 +111,11 @@ class Machine:
             self.watcher.wait()
             self.watcher.stdout.close()
             self.watcher = None
+
+    def wait_for_end(self, limit):
+        """Waits until the machine has switched itself off."""
+        wait_for(f"the machine {self.name} is off", lambda: self.watcher.poll() is not None, limit)
+        self.power_off()
 
     def _is_up(self):
         return self.run("systemctl is-system-running", check=False).out.strip() in ("running", "degraded")

@@ -15,10 +15,10 @@ from machine import wait_for
 CARDS = """#!/bin/sh
 set -e
 ip link set lo up
-ip addr add 192.0.2.{number}/24 dev eth0
-ip addr add 198.51.100.{number}/24 dev eth1
-ip link add gate type dummy 2>/dev/null || ip link add gate type veth peer name gate1
-ip addr add 203.0.113.1/24 dev gate
+ip addr replace 192.0.2.{number}/24 dev eth0
+ip addr replace 198.51.100.{number}/24 dev eth1
+ip link show gate >/dev/null 2>&1 || ip link add gate type veth peer name gate1
+ip addr replace 203.0.113.1/24 dev gate
 for card in eth0 eth1 gate; do ip link set $card up; done
 """
 
@@ -75,6 +75,10 @@ class PairTest(unittest.TestCase):
     def journal(self, machine):
         return machine.run("journalctl --no-pager -o cat -u velarix-ha").out
 
+    def assert_asked(self, machine):
+        """It took the service over because it was asked to, not because it missed its partner."""
+        self.assertIn("special ask: slave -> master", machine.read(node.LOG_PATH))
+
     def test_a_stop_with_handover_moves_the_service_first(self):
         self.a.on_stop("handover")
         self.a.run("systemctl stop velarix-ha", limit=150)
@@ -83,7 +87,19 @@ class PairTest(unittest.TestCase):
         self.assertEqual(self.a.programs(), [])
         self.assertFalse(self.a.holds_address())
         wait_for("the partner serves", self.b.serves, 20)
+        self.assert_asked(self.b)
         self.assertEqual(self.a.run("systemctl is-active velarix-ha", check=False).out, "inactive\n")
+
+    def test_a_shutdown_with_handover_moves_the_service_first(self):
+        self.a.on_stop("handover")
+        self.a.run("systemctl poweroff")
+        wait_for("the partner serves", self.b.serves, 60)
+        self.a.wait_for_end(60)
+        self.a.power_on()
+        self.join(self.a, self.b)
+        self.configure(self.a, 11, 12)
+        self.b.run("/opt/demo/cards")
+        self.assert_asked(self.b)
 
     def test_a_stop_with_release_leaves_nobody_serving(self):
         self.a.on_stop("release")

@@ -9,12 +9,9 @@ import node
 from arguments import Place
 from machine import wait_for
 
-# A unit of the machine's that makes its cards at boot, like any network service.
-CARDS_UNIT = """[Unit]
-Before=network-online.target network.target
-[Service]
-Type=oneshot
-RemainAfterExit=yes
+# A unit of the machine's that makes its cards at boot.
+CARDS_UNIT = """[Service]
+ExecStartPre=/bin/sleep 4
 ExecStart=/opt/demo/cards
 [Install]
 WantedBy=multi-user.target
@@ -127,6 +124,7 @@ class StartTest(OnAMachine):
         self.machine.run("mv /lib/lsb/init-functions.away /lib/lsb/init-functions")
 
     def test_enabled_it_comes_back_after_a_power_failure(self):
+        # The cards come late, after what waits for the network has gone on.
         self.machine.write("/etc/systemd/system/cards.service", CARDS_UNIT)
         self.machine.run("systemctl enable cards velarix-ha")
         self.start()
@@ -266,6 +264,15 @@ class StopTest(OnAMachine):
         self.assertEqual(self.machine.agents(), [])
         self.assertEqual(self.machine.serves(), [program])
         self.assertIn("nothing was handed over (see above)", self.journal())
+
+    def test_a_release_without_settings_is_a_failure_that_says_why(self):
+        self.machine.on_stop("release")
+        self.start()
+        self.machine.run(f"rm {node.SETTINGS_PATH}")
+        self.machine.run("systemctl stop velarix-ha", check=False)
+        self.assertEqual(self.machine.agents(), [])
+        self.assertEqual(self.property("ActiveState"), "failed")
+        self.assertIn(f"velarix-ha: nothing is released: {node.SETTINGS_PATH}", self.journal())
 
     def test_an_unknown_wish_for_the_stop_is_told_and_releases_nothing(self):
         self.machine.on_stop("perhaps")
