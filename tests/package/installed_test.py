@@ -97,7 +97,8 @@ class InstallationTest(OnASystem):
 
     def test_manual_and_documents_are_there(self):
         self.machine.install(Place.deb)
-        for path in ("/usr/share/man/man8/velarixha.8.gz", "/usr/share/man/man5/velarix.ini.5.gz",
+        for path in ("/usr/share/man/man1/velarixctl.1.gz", "/usr/share/bash-completion/completions/velarixctl",
+                     "/usr/share/man/man8/velarixha.8.gz", "/usr/share/man/man5/velarix.ini.5.gz",
                      "/usr/share/doc/velarix-ha/copyright", "/usr/share/doc/velarix-ha/README.Debian",
                      "/usr/share/doc/velarix-ha/changelog.Debian.gz", "/usr/share/doc/velarix-ha/changelog.gz",
                      "/usr/share/doc/velarix-ha/docs/log-messages.md"):
