@@ -272,7 +272,7 @@ class StopTest(OnAMachine):
         self.machine.run("systemctl stop velarix-ha", check=False)
         self.assertEqual(self.machine.agents(), [])
         self.assertEqual(self.property("ActiveState"), "failed")
-        self.assertIn(f"velarix-ha: nothing is released: {node.SETTINGS_PATH}", self.journal())
+        self.assertIn(f"velarix-ha: nothing is released: cannot read {node.SETTINGS_PATH}: No such file", self.journal())
 
     def test_an_unknown_wish_for_the_stop_is_told_and_releases_nothing(self):
         self.machine.on_stop("perhaps")
