@@ -4,7 +4,6 @@
 #include <array>
 #include <cctype>
 #include <initializer_list>
-#include <ranges>
 #include <set>
 #include <string_view>
 
@@ -382,9 +381,15 @@ std::string baseName(const std::string& path)
 
 bool hasOption(const std::vector<std::string>& words, char option)
 {
-	return std::ranges::any_of(
-	    words | std::views::drop(1), [&](const std::string& word)
-	    { return word.size() > 1 && word[0] == '-' && word[1] != '-' && word.find(option, 1) != std::string::npos; });
+	for (std::size_t i = 1; i < words.size(); ++i)
+	{
+		const std::string& word = words[i];
+		if (word.size() > 1 && word[0] == '-' && word[1] != '-' && word.find(option, 1) != std::string::npos)
+		{
+			return true;
+		}
+	}
+	return false;
 }
 
 } // namespace velarix::ctl::shell
