@@ -17,6 +17,7 @@ namespace velarix::lab
 {
 
 class Lab;
+struct LabOptions;
 
 enum class FaultKind
 {
@@ -28,7 +29,38 @@ enum class FaultKind
 	serviceCardPulled,
 	communicationCardPulled,
 	communicationCut,
-	gatewayGone
+	gatewayGone,
+	agentTerminated,
+	programCrashes,
+	programCrashesEverywhere,
+	programZombie,
+	gatewayGoneForOne,
+	addressRemoved,
+	startHangs,
+	startFails,
+	startPrints,
+	stopFails,
+	killFails,
+	runInfoMissing,
+	runInfoReadOnly,
+	diskFull,
+	clockAhead,
+	clockBehind,
+	coldStart,
+	coldStartAlone,
+	heartbeatGarbage,
+	heartbeatReplay,
+	askReplay,
+	serviceLoss10,
+	serviceLoss30,
+	serviceLoss50,
+	serviceDelay,
+	communicationLoss10,
+	communicationLoss30,
+	communicationLoss50,
+	communicationDelay,
+	communicationDeaf,
+	communicationMute
 };
 
 struct Fault
@@ -46,6 +78,8 @@ struct FaultInfo
 	const char* healed; ///< in the timeline, when it is healed; null when it heals by itself
 	void (*inject)(Lab& lab, HostId node);
 	void (*heal)(Lab& lab, HostId node); ///< null when it heals by itself
+	/// What the lab has to be made with; null: nothing.
+	void (*prepare)(LabOptions& options) = nullptr;
 };
 
 /// All faults, in the order of the enumerators.
@@ -58,5 +92,12 @@ std::optional<FaultKind> faultNamed(std::string_view name);
 
 /// "power-off of node a"
 std::string toText(const Fault& fault);
+
+/// Reads "NAME:NODE", or "NAME" for a fault that is not on a node.
+/// @throws LabError in words for the person who wrote it
+Fault faultFrom(std::string_view text);
+
+/// The reverse.
+std::string toName(const Fault& fault);
 
 } // namespace velarix::lab

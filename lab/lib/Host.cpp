@@ -30,7 +30,7 @@ std::vector<std::string> initArguments(const HostSpec& spec, int control, int ra
 	switch (spec.kind)
 	{
 	case HostKind::rack:
-		arguments.emplace_back("rack");
+		arguments.insert(arguments.end(), {"rack", nameOf(HostId::a), nameOf(HostId::b)});
 		break;
 	case HostKind::host:
 		arguments.emplace_back("host");

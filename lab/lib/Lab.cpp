@@ -9,8 +9,8 @@ namespace velarix::lab
 {
 
 Lab::Lab(const LabOptions& options)
-    : m_programs(findPrograms(options.installRoot)), m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, {}}),
-      m_wiring(m_rack)
+    : m_seed(options.seed), m_programs(findPrograms(options.installRoot)),
+      m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, {}}), m_wiring(m_rack)
 {
 	m_gateway = std::make_unique<Host>(HostSpec{m_programs.init, "gateway", HostKind::host, 0, {}});
 	m_client = std::make_unique<Host>(HostSpec{m_programs.init, "client", HostKind::host, 0, {}});
@@ -25,6 +25,7 @@ Lab::Lab(const LabOptions& options)
 		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
 		m_nodes[static_cast<std::size_t>(id)] = std::make_unique<Node>(id, m_rack, m_programs);
 		node(id).writeSettings(settings);
+		options.clockShim ? node(id).useClockShim() : void();
 		m_logWatch->follow(id, node(id).diskFile(settings.get("LOG.PATH")));
 		bootAndConnect(id);
 	}
@@ -80,14 +81,17 @@ void Lab::startAgent(HostId id)
 	}
 }
 
-void Lab::killAgent(HostId id)
+void Lab::killAgent(HostId id, int signal)
 {
 	m_logWatch->forgetAgent(id);
-	if (!node(id).signalAgent(SIGKILL))
+	if (!node(id).signalAgent(signal))
 	{
 		throw LabError("node " + std::string(nameOf(id)) + " has no agent to kill");
 	}
-	waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone");
+	if (!waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone"))
+	{
+		throw LabError("the agent of node " + std::string(nameOf(id)) + " does not end");
+	}
 	m_logWatch->catchUp(id);
 	setRole(id, "no agent");
 }

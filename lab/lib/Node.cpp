@@ -1,6 +1,7 @@
 #include "Node.h"
 
 #include <csignal>
+#include <cstdint>
 #include <fstream>
 
 #include <fcntl.h>
@@ -70,6 +71,46 @@ void Node::writeSettings(const NodeSettings& settings)
 	}
 }
 
+/// Written in place: the agent has the file mapped.
+void Node::writeClock(std::chrono::seconds ahead) const
+{
+	const std::int64_t difference = ahead.count();
+	const std::filesystem::path path = file(plan::clockDifferenceFile);
+	const UniqueFd opened(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+	if (!opened || ::pwrite(opened.get(), &difference, sizeof difference, 0) != sizeof difference)
+	{
+		throwErrno("cannot set the clock of node " + std::string(nameOf(m_id)));
+	}
+}
+
+std::vector<std::string> Node::agentCommand() const
+{
+	if (!m_clockShim)
+	{
+		return {plan::agentProgram};
+	}
+	if (!std::filesystem::exists(file(plan::clockDifferenceFile)))
+	{
+		writeClock(std::chrono::seconds(0));
+	}
+	return {"env", std::string("LD_PRELOAD=") + plan::clockShim, std::string("LAB_CLOCK=") + plan::clockDifferenceFile,
+	        plan::agentProgram};
+}
+
+void Node::stepClock(std::chrono::seconds ahead) const
+{
+	if (!m_clockShim || !agent())
+	{
+		throw LabError("the agent of node " + std::string(nameOf(m_id)) + " has no clock that can be stepped");
+	}
+	writeClock(ahead);
+}
+
+void Node::setDiskFull(bool full) const
+{
+	setFull(disk(), full);
+}
+
 void Node::startAgent()
 {
 	const std::filesystem::path path = file(plan::consoleFile);
@@ -78,7 +119,7 @@ void Node::startAgent()
 	{
 		throwErrno("cannot open the console file of node " + std::string(nameOf(m_id)));
 	}
-	const pid_t child = spawn({{plan::agentProgram}, host().inside(), -1, console.get(), console.get()});
+	const pid_t child = spawn({agentCommand(), host().inside(), -1, console.get(), console.get()});
 	const std::optional<int> status = waitForChild(child, startLimit);
 	if (!status)
 	{

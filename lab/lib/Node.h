@@ -7,9 +7,11 @@
 /// them, and everything else (processes, addresses, /run, /tmp) fresh.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Basics.h"
 #include "Host.h"
@@ -52,6 +54,15 @@ public:
 	/// Writes the settings file; the agent reads it at its next start.
 	void writeSettings(const NodeSettings& settings);
 
+	/// From the next start on the agent sees a wall clock that can be stepped.
+	void useClockShim() { m_clockShim = true; }
+	/// Steps that clock: this many seconds ahead of the machine's.
+	/// @throws LabError when the running agent has no such clock
+	void stepClock(std::chrono::seconds ahead) const;
+
+	/// Leaves the node's disk no room, or gives it its room back.
+	void setDiskFull(bool full) const;
+
 	/// Starts the agent as an operator does and waits until the program has
 	/// returned to its caller.
 	/// @throws LabError when it does not end with status 0
@@ -69,8 +80,11 @@ private:
 	const Host& m_rack;
 	std::filesystem::path m_initProgram;
 	std::optional<Host> m_host;
+	bool m_clockShim = false;
 
 	std::filesystem::path disk() const;
+	std::vector<std::string> agentCommand() const;
+	void writeClock(std::chrono::seconds ahead) const;
 };
 
 } // namespace velarix::lab

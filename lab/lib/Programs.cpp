@@ -116,7 +116,7 @@ int tryNamespaces()
 Programs findPrograms(const fs::path& installRoot)
 {
 	return {chooseInstallRoot(installRoot), ownProgram("velarix-lab-init", VELARIX_LAB_INIT),
-	        ownProgram("labhttpd", VELARIX_LAB_HTTPD)};
+	        ownProgram("labhttpd", VELARIX_LAB_HTTPD), ownProgram("liblabclock.so", VELARIX_LAB_CLOCK)};
 }
 
 void requireTools()

@@ -15,6 +15,7 @@ struct Programs
 	std::filesystem::path installRoot; ///< the tree that holds usr/velarix; "/" for this machine's own
 	std::filesystem::path init;        ///< velarix-lab-init
 	std::filesystem::path service;     ///< labhttpd
+	std::filesystem::path clockShim;   ///< liblabclock.so
 };
 
 /// The lab's own programs as built, and the agent: below `installRoot`, or when

@@ -104,7 +104,7 @@ TEST(LabFaults, TheTableIsWholeAndInOrder)
 		EXPECT_EQ(faultNamed(info.name), info.kind);
 		EXPECT_EQ(info.heal == nullptr, info.healed == nullptr) << info.name;
 	}
-	EXPECT_EQ(allFaults().size(), 9U);
+	EXPECT_EQ(allFaults().size(), 40U);
 	EXPECT_FALSE(faultNamed("earthquake"));
 }
 
