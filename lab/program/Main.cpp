@@ -7,6 +7,7 @@
 #include "Demo.h"
 #include "Fault.h"
 #include "Lab.h"
+#include "Matrix.h"
 #include "PairCommands.h"
 #include "Plan.h"
 
@@ -36,6 +37,8 @@ struct Arguments
 {
 	DemoOptions demo;
 	SupervisorOptions pair;
+	MatrixOptions matrix;
+	int slack = 2000;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";
@@ -180,6 +183,39 @@ void addFaults(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
+int runMatrixCommand(Arguments& arguments)
+{
+	arguments.matrix.installRoot = arguments.installRoot;
+	arguments.matrix.times.pair = arguments.times;
+	arguments.matrix.times.slack = Millis(arguments.slack);
+	return runMatrix(arguments.matrix);
+}
+
+void addMatrix(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
+	addLabOptions(*command, arguments);
+	MatrixOptions& matrix = arguments.matrix;
+	command->add_option("--runs", matrix.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
+	command->add_option("--seed", matrix.seed, "The moments of the faults follow from it")->capture_default_str();
+	command->add_option("--only", matrix.only, "A cell or a group of cells (again for more)");
+	command->add_option("--jobs", matrix.jobs, "Pairs side by side; they mostly wait")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the prescribed waits")
+	    ->capture_default_str()
+	    ->check(CLI::Range(0, 60000));
+	command->add_option("--expectations", matrix.expectations, "Table of what is expected (default: the built-in one)");
+	command->add_option("--format", matrix.form, "text, json or markdown")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json", "markdown"}));
+	command->add_option("--output", matrix.output, "Write the report to this file");
+	command->add_option("--timelines", matrix.timelines, "Directory for the timelines of runs that differ");
+	command->add_flag("--list", matrix.list, "Name the cells and end");
+	command->footer("Ends with 0 when every run was as expected, with 1 when not.");
+	command->callback([&] { status = runMatrixCommand(arguments); });
+}
+
 int runProgram(int argc, char** argv)
 {
 	CLI::App app(overview, "velarix-lab");
@@ -191,6 +227,7 @@ int runProgram(int argc, char** argv)
 	addUpAndDown(app, arguments, status);
 	addStatusAndExec(app, arguments, status);
 	addFaults(app, arguments, status);
+	addMatrix(app, arguments, status);
 	try
 	{
 		app.parse(argc, argv);

@@ -1,0 +1,110 @@
+#include "Observe.h"
+
+#include <algorithm>
+#include <map>
+#include <thread>
+
+#include "Measure.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis betweenLooks{1500};
+
+/// All processes of a node that are neither the system's nor meant to be there.
+std::map<pid_t, ProcessEntry> strangersOn(Lab& lab, HostId node)
+{
+	std::map<pid_t, ProcessEntry> found;
+	for (const ProcessEntry& entry : processesOf(lab.node(node).host().pid()))
+	{
+		const bool service = entry.name == plan::serviceProgramName && entry.state != 'Z';
+		if (entry.pidInHost != 1 && entry.name != plan::agentName && !service)
+		{
+			found[entry.pid] = entry;
+		}
+	}
+	return found;
+}
+
+std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t, ProcessEntry>& first)
+{
+	std::vector<std::string> left;
+	const std::string owners = lab.owners();
+	const bool owns = owners == nameOf(node) || owners == "a+b";
+	// An owner has one announcer: a shell, and what that runs for the moment.
+	int allowedShells = owns ? 1 : 0;
+	for (const auto& [pid, entry] : strangersOn(lab, node))
+	{
+		const bool passing = !first.contains(pid) || entry.name == "sleep" || entry.name == "arping";
+		if (passing || (entry.name == "sh" && allowedShells-- > 0))
+		{
+			continue;
+		}
+		left.push_back(std::string("node ") + nameOf(node) + ": process " + entry.name +
+		               (entry.state == 'Z' ? " (zombie)" : ""));
+	}
+	if (!owns && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty())
+	{
+		left.push_back(std::string("node ") + nameOf(node) + ": the managed program without the address");
+	}
+	return left;
+}
+
+} // namespace
+
+LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit)
+{
+	LegRecord leg;
+	leg.from = from;
+	Millis now = lab.clock().now();
+	Millis change = from;
+	while (!leg.steady && now - from < limit)
+	{
+		std::this_thread::sleep_for(Millis(50));
+		now = lab.clock().now();
+		change = lastChange(lab.timeline(), from, now);
+		leg.steady = now - change >= quiet;
+	}
+	leg.to = now;
+	leg.steadyAfter = change - from;
+	leg.programs = programsOf(lab);
+	measure(lab.timeline(), leg);
+	return leg;
+}
+
+std::string programsOf(Lab& lab)
+{
+	std::array<bool, 2> runs{};
+	for (const HostId node : nodes)
+	{
+		runs[static_cast<std::size_t>(node)] =
+		    lab.node(node).isOn() && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty();
+	}
+	return nodesText(runs[0], runs[1]);
+}
+
+std::vector<std::string> leftOn(Lab& lab)
+{
+	std::map<HostId, std::map<pid_t, ProcessEntry>> first;
+	std::vector<std::string> left;
+	for (const HostId node : nodes)
+	{
+		if (lab.node(node).isOn())
+		{
+			first[node] = strangersOn(lab, node);
+		}
+	}
+	std::this_thread::sleep_for(betweenLooks);
+	for (const auto& [node, processes] : first)
+	{
+		const std::vector<std::string> here = leftOnNode(lab, node, processes);
+		left.insert(left.end(), here.begin(), here.end());
+	}
+	return left;
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,369 @@
+#include "Report.h"
+
+#include <algorithm>
+#include <map>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+#include <sys/utsname.h>
+
+#include "Statistics.h"
+#include "Waits.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis medianGoal{150};
+constexpr Millis p95Goal{400};
+
+using Row = std::vector<std::string>;
+
+std::vector<const RunRecord*> runsOf(const MatrixResults& results, const Cell& cell)
+{
+	std::vector<const RunRecord*> runs;
+	for (const RunRecord& record : results.records)
+	{
+		if (record.cell == cell.name)
+		{
+			runs.push_back(&record);
+		}
+	}
+	return runs;
+}
+
+/// "a 3, a+b 1": each value and how often it was seen; without numbers when there is one only.
+std::string tally(const std::vector<std::string>& values)
+{
+	std::map<std::string, int> counts;
+	for (const std::string& value : values)
+	{
+		++counts[value];
+	}
+	std::string text;
+	for (const auto& [value, count] : counts)
+	{
+		text += (text.empty() ? "" : ", ") + value + (counts.size() > 1 ? " " + std::to_string(count) : "");
+	}
+	return text.empty() ? "-" : text;
+}
+
+std::string namesOf(const std::vector<Fault>& faults)
+{
+	std::string text;
+	for (const Fault& fault : faults)
+	{
+		text += (text.empty() ? "" : " ") + toName(fault);
+	}
+	return text;
+}
+
+std::string boundText(const MatrixResults& results, const Outcome& expected)
+{
+	const std::optional<Millis> bound =
+	    outageBound(expected, results.expectations.paths, results.times.pair, results.times.blink, Millis(0));
+	return expected.path == "-" ? "none" : (bound ? secondsText(*bound) : "no bound");
+}
+
+struct Leg
+{
+	const Cell& cell;
+	bool first;
+
+	const Outcome& expected() const { return first ? cell.stands : cell.healed; }
+	std::size_t index() const { return first ? 0 : 1; }
+};
+
+std::vector<const LegRecord*> legsOf(const MatrixResults& results, const Leg& leg)
+{
+	std::vector<const LegRecord*> found;
+	for (const RunRecord* run : runsOf(results, leg.cell))
+	{
+		if (run->legs.size() > leg.index())
+		{
+			found.push_back(&run->legs[leg.index()]);
+		}
+	}
+	return found;
+}
+
+template <typename Value> std::vector<Value> valuesOf(const std::vector<const LegRecord*>& legs, Value LegRecord::*part)
+{
+	std::vector<Value> values;
+	for (const LegRecord* leg : legs)
+	{
+		values.push_back(leg->*part);
+	}
+	return values;
+}
+
+std::vector<Millis> overheadsOf(const std::vector<const LegRecord*>& legs)
+{
+	std::vector<Millis> values;
+	for (const LegRecord* leg : legs)
+	{
+		if (leg->overhead)
+		{
+			values.push_back(*leg->overhead);
+		}
+	}
+	return values;
+}
+
+std::string ownersText(const std::vector<const LegRecord*>& legs)
+{
+	std::vector<std::string> owners;
+	for (const LegRecord* leg : legs)
+	{
+		owners.push_back(leg->steady ? leg->owner : "unsteady");
+	}
+	return tally(owners);
+}
+
+std::string movesText(const std::vector<const LegRecord*>& legs)
+{
+	int most = 0;
+	for (const LegRecord* leg : legs)
+	{
+		most = std::max(most, leg->moves);
+	}
+	return std::to_string(most);
+}
+
+/// How many runs of the cell differ in this leg, or in the whole when it is the only one.
+std::string verdictOf(const MatrixResults& results, const Leg& leg)
+{
+	std::size_t good = 0;
+	const std::vector<const RunRecord*> runs = runsOf(results, leg.cell);
+	for (const RunRecord* run : runs)
+	{
+		const bool differs = std::any_of(run->differences.begin(), run->differences.end(),
+		                                 [&](const std::string& text)
+		                                 {
+			                                 const bool inFirst = text.starts_with("fault: ");
+			                                 const bool inSecond = text.starts_with("healed: ");
+			                                 return leg.first ? inFirst || !inSecond : inSecond;
+		                                 });
+		good += differs ? 0 : 1;
+	}
+	return std::to_string(good) + " of " + std::to_string(runs.size());
+}
+
+const Row& head()
+{
+	static const Row titles{"cell",  "leg",        "expected owner", "owner", "answer",   "programs",   "outage",
+	                        "bound", "two owners", "none",           "moves", "overhead", "as expected"};
+	return titles;
+}
+
+Row rowOf(const MatrixResults& results, const Leg& leg)
+{
+	const std::vector<const LegRecord*> legs = legsOf(results, leg);
+	return {leg.first ? leg.cell.name : "",
+	        leg.first ? namesOf(leg.cell.inject) : "healed",
+	        leg.expected().owner,
+	        ownersText(legs),
+	        tally(valuesOf(legs, &LegRecord::answer)),
+	        tally(valuesOf(legs, &LegRecord::programs)),
+	        toText(summaryOf(valuesOf(legs, &LegRecord::outage))),
+	        boundText(results, leg.expected()),
+	        toText(summaryOf(valuesOf(legs, &LegRecord::twoOwners))),
+	        toText(summaryOf(valuesOf(legs, &LegRecord::noOwner))),
+	        movesText(legs),
+	        toText(summaryOf(overheadsOf(legs))),
+	        verdictOf(results, leg)};
+}
+
+std::vector<Row> rowsOf(const MatrixResults& results)
+{
+	std::vector<Row> rows;
+	for (const Cell& cell : results.cells)
+	{
+		rows.push_back(rowOf(results, {cell, true}));
+		if (!cell.heal.empty())
+		{
+			rows.push_back(rowOf(results, {cell, false}));
+		}
+	}
+	return rows;
+}
+
+/// One row for each path that was taken.
+std::vector<Row> pathRows(const MatrixResults& results)
+{
+	std::map<std::string, std::vector<Millis>> overheads;
+	for (const Cell& cell : results.cells)
+	{
+		for (const Leg& leg : {Leg{cell, true}, Leg{cell, false}})
+		{
+			const std::vector<Millis> here = overheadsOf(legsOf(results, leg));
+			overheads[leg.expected().path].insert(overheads[leg.expected().path].end(), here.begin(), here.end());
+		}
+	}
+	std::vector<Row> rows;
+	for (const auto& [name, values] : overheads)
+	{
+		const std::optional<Summary> summary = summaryOf(values);
+		if (!summary)
+		{
+			continue;
+		}
+		const Path& path = results.expectations.paths.at(name);
+		const bool reached = summary->median <= medianGoal && summary->p95 <= p95Goal;
+		rows.push_back({name, explained(path.before, results.times.pair), explained(path.after, results.times.pair),
+		                std::to_string(summary->count), toText(summary), reached ? "yes" : "no"});
+	}
+	return rows;
+}
+
+const Row& pathHead()
+{
+	static const Row titles{"path",     "waits until the decision, at most", "waits after it", "times",
+	                        "overhead", "median <= 150 ms, p95 <= 400 ms"};
+	return titles;
+}
+
+std::string aligned(const Row& titles, std::vector<Row> rows)
+{
+	rows.insert(rows.begin(), titles);
+	std::vector<std::size_t> widths(titles.size(), 0);
+	for (const Row& row : rows)
+	{
+		for (std::size_t column = 0; column < row.size(); ++column)
+		{
+			widths[column] = std::max(widths[column], row[column].size());
+		}
+	}
+	std::string text;
+	for (const Row& row : rows)
+	{
+		std::string line;
+		for (std::size_t column = 0; column < row.size(); ++column)
+		{
+			line += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
+		}
+		text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+	}
+	return text;
+}
+
+std::string markdownTable(const Row& titles, const std::vector<Row>& rows)
+{
+	const auto line = [](const Row& row)
+	{
+		std::string text = "|";
+		for (const std::string& cell : row)
+		{
+			text += " " + cell + " |";
+		}
+		return text + "\n";
+	};
+	std::string text = line(titles) + "|";
+	for (std::size_t column = 0; column < titles.size(); ++column)
+	{
+		text += "---|";
+	}
+	text += "\n";
+	for (const Row& row : rows)
+	{
+		text += line(row);
+	}
+	return text;
+}
+
+std::string settingsText(const MatrixResults& results)
+{
+	const PairTimes& times = results.times.pair;
+	utsname system{};
+	::uname(&system);
+	std::ostringstream text;
+	text << "interval " << times.interval << " s, receiving time " << times.receivingTime << " s, waiting time "
+	     << times.waitingTime << " s; node a is configured as master; " << results.runs << " run"
+	     << (results.runs == 1 ? "" : "s") << " of each cell, seed " << results.seed << ", " << results.jobs
+	     << " side by side; Linux " << system.release;
+	return text.str();
+}
+
+std::vector<std::string> differenceLines(const MatrixResults& results)
+{
+	std::vector<std::string> lines;
+	for (const RunRecord& record : results.records)
+	{
+		for (const std::string& difference : record.differences)
+		{
+			lines.push_back(record.cell + ", run " + std::to_string(record.run) + ": " + difference);
+		}
+	}
+	return lines;
+}
+
+constexpr const char* legend =
+    "Times in seconds: median / p95 / max over the runs. Outage: longest time without an answer to the client; "
+    "bound: sum of the prescribed waits on the path; none: time in which nobody held the address.";
+
+} // namespace
+
+bool MatrixResults::allAsExpected() const
+{
+	return records.size() == cells.size() * static_cast<std::size_t>(runs) &&
+	       std::all_of(records.begin(), records.end(),
+	                   [](const RunRecord& record) { return record.differences.empty(); });
+}
+
+std::string toText(const MatrixResults& results)
+{
+	std::string text = settingsText(results) + "\n" + legend + "\n\n" + aligned(head(), rowsOf(results));
+	const std::vector<Row> paths = pathRows(results);
+	text += paths.empty() ? "" : "\n" + aligned(pathHead(), paths);
+	const std::vector<std::string> lines = differenceLines(results);
+	text += lines.empty() ? "\nevery run was as expected\n" : "\nnot as expected:\n";
+	for (const std::string& line : lines)
+	{
+		text += "  " + line + "\n";
+	}
+	return text;
+}
+
+std::string toMarkdown(const MatrixResults& results)
+{
+	std::string text = settingsText(results) + ".\n\n" + legend + "\n\n" + markdownTable(head(), rowsOf(results));
+	const std::vector<Row> paths = pathRows(results);
+	text += paths.empty() ? "" : "\n" + markdownTable(pathHead(), paths);
+	std::string notes;
+	for (const Cell& cell : results.cells)
+	{
+		notes += cell.note.empty() ? "" : "- `" + cell.name + "`: " + cell.note + "\n";
+	}
+	text += notes.empty() ? "" : "\n" + notes;
+	const std::vector<std::string> lines = differenceLines(results);
+	text += lines.empty() ? "\nEvery run was as expected.\n" : "\nNot as expected:\n\n";
+	for (const std::string& line : lines)
+	{
+		text += "- " + line + "\n";
+	}
+	return text;
+}
+
+std::string toJson(const MatrixResults& results)
+{
+	nlohmann::ordered_json records = nlohmann::ordered_json::array();
+	for (const RunRecord& record : results.records)
+	{
+		records.push_back(nlohmann::ordered_json::parse(toJson(record)));
+	}
+	const PairTimes& times = results.times.pair;
+	const nlohmann::ordered_json whole{{"seed", results.seed},
+	                                   {"runs", results.runs},
+	                                   {"jobs", results.jobs},
+	                                   {"intervalS", times.interval},
+	                                   {"receivingTimeS", times.receivingTime},
+	                                   {"waitingTimeS", times.waitingTime},
+	                                   {"slackMs", results.times.slack.count()},
+	                                   {"asExpected", results.allAsExpected()},
+	                                   {"records", std::move(records)}};
+	return whole.dump(1, '\t') + "\n";
+}
+
+} // namespace velarix::lab

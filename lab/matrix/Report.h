@@ -1,0 +1,33 @@
+/// The results of a matrix, for a person, for a program and for a document.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "CellRun.h"
+
+namespace velarix::lab
+{
+
+struct MatrixResults
+{
+	Expectations expectations;
+	std::vector<Cell> cells; ///< those that were run
+	MatrixTimes times{};
+	std::uint64_t seed = 1;
+	int runs = 1;
+	int jobs = 1;
+	std::vector<RunRecord> records;
+
+	/// @return true when every run of every cell is there and as expected
+	bool allAsExpected() const;
+};
+
+/// A table with a line for each leg of each cell, and what was not as expected.
+std::string toText(const MatrixResults& results);
+/// The same as tables of a document.
+std::string toMarkdown(const MatrixResults& results);
+/// All records, the expectations and the settings.
+std::string toJson(const MatrixResults& results);
+
+} // namespace velarix::lab
