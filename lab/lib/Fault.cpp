@@ -60,7 +60,7 @@ const std::vector<FaultInfo>& allFaults()
 	     removeRunInfo, restoreRunInfo},
 	    {FaultKind::runInfoReadOnly, "run-info-read-only", true, "run-info record read-only",
 	     "run-info record writable", protectRunInfo, freeRunInfo},
-	    {FaultKind::diskFull, "disk-full", true, "disk full", "disk has room", setDisk<true>, setDisk<false>},
+	    {FaultKind::diskFull, "disk-full", true, "disk full", "disk has room", fillDisk, freeDisk},
 	    {FaultKind::clockAhead, "clock-ahead", true, "agent's clock two hours ahead", "agent's clock set right",
 	     stepClock<2>, stepClock<0>, wantClockShim},
 	    {FaultKind::clockBehind, "clock-behind", true, "agent's clock two hours behind", "agent's clock set right",

@@ -282,6 +282,29 @@ void freeRunInfo(Lab& lab, HostId node)
 	runOn(lab, node, {"umount", plan::runInfoFile});
 }
 
+void fillDisk(Lab& lab, HostId node)
+{
+	constexpr Millis stillFor{3000};
+	lab.node(node).setDiskFull(true);
+	const fs::path log = lab.node(node).diskFile(plan::logFile);
+	std::uintmax_t size = 0;
+	Millis since = lab.clock().now();
+	const auto still = [&]
+	{
+		std::error_code none;
+		const std::uintmax_t now = fs::file_size(log, none);
+		since = now != size ? lab.clock().now() : since;
+		size = now;
+		return lab.clock().now() - since >= stillFor;
+	};
+	waitFor(still, Millis(30000), "the log to come to its end");
+}
+
+void freeDisk(Lab& lab, HostId node)
+{
+	lab.node(node).setDiskFull(false);
+}
+
 void sendGarbage(Lab& lab, HostId node)
 {
 	// Nothing, too little, another prefix, binary, longer than one read.

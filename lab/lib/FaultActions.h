@@ -71,7 +71,9 @@ void removeRunInfo(Lab& lab, HostId node);
 void restoreRunInfo(Lab& lab, HostId node);
 void protectRunInfo(Lab& lab, HostId node);
 void freeRunInfo(Lab& lab, HostId node);
-template <bool full> void setDisk(Lab& lab, HostId node);
+/// Returns when the log has come to its end, too: its last page has room left.
+void fillDisk(Lab& lab, HostId node);
+void freeDisk(Lab& lab, HostId node);
 
 // A stranger on the communication network.
 void sendGarbage(Lab& lab, HostId node);

@@ -60,9 +60,4 @@ template <SetCommand command> void repairCommand(Lab& lab, HostId node)
 	repair(lab.node(node), command);
 }
 
-template <bool full> void setDisk(Lab& lab, HostId node)
-{
-	lab.node(node).setDiskFull(full);
-}
-
 } // namespace velarix::lab::action

@@ -79,7 +79,8 @@ LegRecord runLeg(Lab& lab, const CellPlan& plan, const Outcome& expected, void (
 	{
 		(lab.*step)(fault);
 	}
-	LegRecord leg = observe(lab, from, plan.times.quiet(), plan.times.patience + plan.times.quiet());
+	const Millis took = lab.clock().now() - from;
+	LegRecord leg = observe(lab, from, plan.times.quiet(), took + plan.times.patience + plan.times.quiet(), took);
 	if (plan.paths.contains(expected.path))
 	{
 		leg.overhead = overheadOf(lab.timeline(), {lab.passes(HostId::a), lab.passes(HostId::b)}, leg,

@@ -189,6 +189,14 @@ void addChaos(Expectations& expectations, const std::vector<std::string>& column
 	}
 }
 
+void addShort(Expectations& expectations, const std::vector<std::string>& columns)
+{
+	for (const std::string& word : wordsOf(columns.size() == 2 ? columns[1] : std::string()))
+	{
+		expectations.shortForm.push_back(word);
+	}
+}
+
 void addRow(Expectations& expectations, const std::string& line)
 {
 	const std::vector<std::string> columns = columnsOf(line);
@@ -199,6 +207,10 @@ void addRow(Expectations& expectations, const std::string& line)
 	else if (columns.front() == "chaos")
 	{
 		addChaos(expectations, columns);
+	}
+	else if (columns.front() == "short")
+	{
+		addShort(expectations, columns);
 	}
 	else
 	{
@@ -247,6 +259,7 @@ Expectations parseExpectations(const std::string& text)
 		}
 	}
 	requirePaths(expectations);
+	expectations.shortForm.empty() ? void() : void(chosenCells(expectations, expectations.shortForm));
 	return expectations;
 }
 

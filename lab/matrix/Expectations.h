@@ -61,6 +61,8 @@ struct Expectations
 	std::vector<Cell> cells;
 	/// Faults after which, once healed, the pair has to be well again by itself.
 	std::vector<FaultKind> forChaos;
+	/// Names of the cells that stand for the whole where time is short.
+	std::vector<std::string> shortForm;
 };
 
 /// @throws LabError with the line's number and what is wrong with it

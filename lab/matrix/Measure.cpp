@@ -196,7 +196,7 @@ std::optional<Millis> overheadOf(const Timeline& timeline, const std::array<std:
 		const auto later = std::upper_bound(own.begin(), own.end(), decided);
 		decided = later == own.begin() ? decided : *std::prev(later);
 	}
-	const Millis early = decided - leg.outageBegin - sumOf(path.before, times);
+	const Millis early = decided - leg.outageBegin - leg.took - sumOf(path.before, times);
 	return leg.outageEnd - decided - sumOf(path.after, times) + std::max(early, Millis(0));
 }
 

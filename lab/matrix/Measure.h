@@ -25,7 +25,8 @@ Millis lastChange(const Timeline& timeline, Millis from, Millis to);
 
 /// How long the outage of the leg lasted beyond the prescribed waits of the path:
 /// what came after the decision less the waits prescribed there, and what came
-/// before it less the longest waits prescribed there, if that is positive.
+/// before it less the longest waits prescribed there and what the lab itself took,
+/// if that is positive.
 /// @param passes  beginnings of the receivers' passes, of node a and node b
 /// @return empty when there was no ended outage or the path was not taken
 std::optional<Millis> overheadOf(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes,

@@ -35,8 +35,9 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 	std::vector<std::string> left;
 	const std::string owners = lab.owners();
 	const bool owns = owners == nameOf(node) || owners == "a+b";
-	// An owner has one announcer: a shell, and what that runs for the moment.
-	int allowedShells = owns ? 1 : 0;
+	// An owner has an announcer: a shell, and what that runs for the moment. When
+	// the address was raised twice in a row, the first one goes on as well.
+	int allowedShells = owns ? 2 : 0;
 	for (const auto& [pid, entry] : strangersOn(lab, node))
 	{
 		const bool passing = !first.contains(pid) || entry.name == "sleep" || entry.name == "arping";
@@ -56,10 +57,11 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 
 } // namespace
 
-LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit)
+LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took)
 {
 	LegRecord leg;
 	leg.from = from;
+	leg.took = took;
 	Millis now = lab.clock().now();
 	Millis change = from;
 	while (!leg.steady && now - from < limit)

@@ -12,7 +12,8 @@ namespace velarix::lab
 
 /// Waits until owners and roles have not changed for `quiet`, at most `limit`
 /// since `from`, and measures the whole.
-LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit);
+/// @param took  see LegRecord
+LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took = Millis(0));
 
 /// Nodes on which the managed program runs (zombies left out).
 std::string programsOf(Lab& lab);

@@ -14,6 +14,7 @@ Json jsonOf(const LegRecord& leg)
 {
 	return {{"fromMs", leg.from.count()},
 	        {"toMs", leg.to.count()},
+	        {"tookMs", leg.took.count()},
 	        {"steady", leg.steady},
 	        {"steadyAfterMs", leg.steadyAfter.count()},
 	        {"owner", leg.owner},
@@ -42,6 +43,7 @@ LegRecord legFrom(const Json& json)
 	LegRecord leg;
 	leg.from = millisIn(json, "fromMs");
 	leg.to = millisIn(json, "toMs");
+	leg.took = millisIn(json, "tookMs");
 	leg.steady = json.at("steady").get<bool>();
 	leg.steadyAfter = millisIn(json, "steadyAfterMs");
 	leg.owner = json.at("owner").get<std::string>();

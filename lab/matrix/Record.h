@@ -16,6 +16,7 @@ struct LegRecord
 {
 	Millis from{0}; ///< just before the fault or the healing
 	Millis to{0};
+	Millis took{0};        ///< for the lab to inject or heal; booting a host is the longest
 	bool steady = false;   ///< nothing changed any more for the quiet time
 	Millis steadyAfter{0}; ///< the last change, since the beginning of the leg
 	std::string owner;     ///< in the end: none, a, b, a+b

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Chaos.h"
 #include "Demo.h"
 #include "Fault.h"
 #include "Lab.h"
@@ -38,6 +39,7 @@ struct Arguments
 	DemoOptions demo;
 	SupervisorOptions pair;
 	MatrixOptions matrix;
+	ChaosCommand chaos;
 	int slack = 2000;
 	std::string installRoot;
 	PairTimes times;
@@ -211,9 +213,42 @@ void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 	    ->check(CLI::IsMember({"text", "json", "markdown"}));
 	command->add_option("--output", matrix.output, "Write the report to this file");
 	command->add_option("--timelines", matrix.timelines, "Directory for the timelines of runs that differ");
+	command->add_flag("--short", matrix.shortForm, "The ten or so cells that stand for the whole");
 	command->add_flag("--list", matrix.list, "Name the cells and end");
 	command->footer("Ends with 0 when every run was as expected, with 1 when not.");
 	command->callback([&] { status = runMatrixCommand(arguments); });
+}
+
+int runChaosCommand(Arguments& arguments)
+{
+	arguments.chaos.options.installRoot = arguments.installRoot;
+	arguments.chaos.options.times.pair = arguments.times;
+	return runChaos(arguments.chaos);
+}
+
+void addChaos(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command = app.add_subcommand("chaos", "Inject and heal faults at random and check the invariants");
+	addLabOptions(*command, arguments);
+	ChaosCommand& chaos = arguments.chaos;
+	command->add_option("--seed", chaos.options.seed, "The whole schedule follows from it")->capture_default_str();
+	command->add_option("--minutes", chaos.minutes, "Begin no step after that (default 10 without --steps)")
+	    ->check(CLI::Range(1, 100000));
+	command->add_option("--steps", chaos.steps, "End after so many steps, of all lanes together")
+	    ->check(CLI::Range(1, 1000000));
+	command->add_option("--jobs", chaos.jobs, "Lanes side by side, each a pair with a schedule of its own")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	command->add_option("--lane", chaos.lane, "Only this lane, from 0 on: to repeat what it did")
+	    ->check(CLI::Range(0, 63));
+	command->add_option("--expectations", chaos.expectations,
+	                    "Table that names the faults (default: the built-in one)");
+	command->add_option("--format", chaos.form, "text or json")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json"}));
+	command->add_option("--output", chaos.output, "Write the report to this file");
+	command->footer("Ends with 0 when all invariants held after every step, with 1 when not.");
+	command->callback([&] { status = runChaosCommand(arguments); });
 }
 
 int runProgram(int argc, char** argv)
@@ -228,6 +263,7 @@ int runProgram(int argc, char** argv)
 	addStatusAndExec(app, arguments, status);
 	addFaults(app, arguments, status);
 	addMatrix(app, arguments, status);
+	addChaos(app, arguments, status);
 	try
 	{
 		app.parse(argc, argv);

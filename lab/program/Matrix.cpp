@@ -115,7 +115,13 @@ int runMatrix(const MatrixOptions& options)
 {
 	MatrixResults results;
 	results.expectations = readExpectations(options.expectations);
-	results.cells = chosenCells(results.expectations, options.only);
+	std::vector<std::string> names = options.only;
+	if (options.shortForm)
+	{
+		const std::vector<std::string>& more = results.expectations.shortForm;
+		names.insert(names.end(), more.begin(), more.end());
+	}
+	results.cells = chosenCells(results.expectations, names);
 	results.times = options.times;
 	results.seed = options.seed;
 	results.runs = options.runs;

@@ -23,6 +23,7 @@ struct MatrixOptions
 	std::string form = "text";       ///< text, json, markdown
 	std::string output{};            ///< file; empty: standard output
 	std::string timelines{};         ///< directory for the timelines of runs that differ; empty: none
+	bool shortForm = false;          ///< the cells that stand for the whole
 	bool list = false;               ///< only tell the cells
 };
 

@@ -1,0 +1,108 @@
+#include "Chaos.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+
+#include "ChaosReport.h"
+#include "Children.h"
+#include "Lab.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr int defaultMinutes = 10;
+
+/// A step lasts at most this long; a lane that takes longer hangs.
+constexpr Millis stepLimit{400000};
+
+/// From a lane's process; one write for each step keeps the lines whole.
+void tell(const ChaosStepRecord& record)
+{
+	std::string text = "lane " + std::to_string(record.lane) + ", step " + std::to_string(record.step) + ": " +
+	                   record.faults + ": " + (record.violations.empty() ? "well" : "NOT WELL") + "\n";
+	for (const std::string& violation : record.violations)
+	{
+		text += "    " + violation + "\n";
+	}
+	std::cerr << text + record.timeline << std::flush;
+}
+
+std::vector<ChaosOptions> lanesFor(const ChaosCommand& command)
+{
+	std::vector<ChaosOptions> lanes;
+	const int count = command.lane ? 1 : command.jobs;
+	for (int index = 0; index < count; ++index)
+	{
+		ChaosOptions options = command.options;
+		options.lane = command.lane.value_or(index);
+		if (command.steps)
+		{
+			options.steps = *command.steps / count + (index < *command.steps % count ? 1 : 0);
+		}
+		if (command.minutes || !command.steps)
+		{
+			options.duration = std::chrono::minutes(command.minutes.value_or(defaultMinutes));
+		}
+		lanes.push_back(options);
+	}
+	return lanes;
+}
+
+Millis limitOf(const ChaosOptions& options)
+{
+	const Millis bySteps = options.steps ? stepLimit * (*options.steps + 1) : Millis(0);
+	return std::max(bySteps, options.duration.value_or(Millis(0)) + 2 * stepLimit);
+}
+
+ChaosResults runLanes(const std::vector<ChaosOptions>& lanes)
+{
+	ChaosResults results;
+	results.seed = lanes.front().seed;
+	results.times = lanes.front().times.pair;
+	runInChildren(
+	    lanes.size(), static_cast<int>(lanes.size()), limitOf(lanes.front()),
+	    [&](std::size_t index) { return toJson(runChaosLane(lanes[index], tell)); },
+	    [&](const ChildResult& result)
+	    {
+		    const std::vector<ChaosStepRecord> records =
+		        result.problem.empty() ? chaosRecordsFrom(result.text) : std::vector<ChaosStepRecord>();
+		    results.records.insert(results.records.end(), records.begin(), records.end());
+		    if (!result.problem.empty())
+		    {
+			    results.problems.push_back("lane " + std::to_string(lanes[result.index].lane) + ": " + result.problem);
+		    }
+	    });
+	std::stable_sort(results.records.begin(), results.records.end(),
+	                 [](const ChaosStepRecord& left, const ChaosStepRecord& right) { return left.lane < right.lane; });
+	return results;
+}
+
+} // namespace
+
+int runChaos(const ChaosCommand& command)
+{
+	ChaosCommand whole = command;
+	whole.options.kinds = readExpectations(command.expectations).forChaos;
+	requireLab(command.options.installRoot);
+	const ChaosResults results = runLanes(lanesFor(whole));
+	const std::string report = command.form == "json" ? toJson(results) : toText(results);
+	if (command.output.empty())
+	{
+		std::cout << report;
+		return results.good() ? 0 : 1;
+	}
+	std::ofstream stream(command.output, std::ios::trunc);
+	stream << report;
+	stream.close();
+	if (!stream)
+	{
+		throw LabError("cannot write " + command.output);
+	}
+	return results.good() ? 0 : 1;
+}
+
+} // namespace velarix::lab
