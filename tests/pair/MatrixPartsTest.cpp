@@ -1,0 +1,385 @@
+/// The parts of the fault matrix that need no lab: sums of waits, the table of
+/// what is expected, measuring, judging, figures, random schedules.
+
+#include <set>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "CellRun.h"
+#include "ChaosPlan.h"
+#include "ChaosReport.h"
+#include "Children.h"
+#include "Expectations.h"
+#include "Measure.h"
+#include "Report.h"
+#include "Statistics.h"
+#include "Waits.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr const char* smallTable = "path | asked | 2*beat | 2*count+wait | line | takes over: the partner asks # why\n"
+                                   "\n"
+                                   "kill/a | a | program-kill:a | b owner owner 1 0 asked | - | - | a note\n"
+                                   "cut | a | communication-cut | a+b any a+b * * * log=differs "
+                                   "| communication-cut | a a a 1 two -\n"
+                                   "chaos | reboot deaf\n"
+                                   "short | cut\n";
+
+std::string problemOfTable(const std::string& text)
+{
+	try
+	{
+		parseExpectations(text);
+		return "";
+	}
+	catch (const LabError& error)
+	{
+		return error.what();
+	}
+}
+
+/// The program of node a dies at 1 s, node b decides at 3 s and serves at 13.2 s.
+struct AskedTakeOver
+{
+	Timeline timeline;
+	LegRecord leg;
+
+	AskedTakeOver()
+	{
+		for (const HostId node : nodes)
+		{
+			timeline.change(roleLane(node), Millis(0), node == HostId::a ? "master" : "slave");
+		}
+		timeline.change(addressLane, Millis(0), "a");
+		timeline.change(serviceLane, Millis(0), "a");
+		timeline.change(serviceLane, Millis(1000), "none");
+		timeline.change(roleLane(HostId::a), Millis(2000), "slave");
+		timeline.change(addressLane, Millis(2050), "none");
+		timeline.add({Millis(3000), EventKind::action, HostId::b, "takes over: the partner asks"});
+		timeline.change(roleLane(HostId::b), Millis(3000), "master");
+		timeline.change(addressLane, Millis(13100), "b");
+		timeline.change(serviceLane, Millis(13200), "b");
+		leg.from = Millis(1000);
+		leg.to = Millis(30000);
+		leg.steady = true;
+		measure(timeline, leg);
+	}
+};
+
+CellPlan planOf(const std::string& cell)
+{
+	const Expectations table = parseExpectations(smallTable);
+	return {chosenCells(table, {cell}).front(), table.paths};
+}
+
+} // namespace
+
+TEST(MatrixWaits, FollowTheSettings)
+{
+	EXPECT_EQ(sumOf("silence+2*ping+count+wait", {1, 2, 0}), Millis(10000));
+	EXPECT_EQ(sumOf("silence+2*ping+count+wait", {1, 3, 1}), Millis(12000));
+	EXPECT_EQ(sumOf("beat", {2, 4, 0}), Millis(2500));
+	EXPECT_EQ(sumOf("0", {}), Millis(0));
+	EXPECT_EQ(explained("2*beat+count", {1, 2, 0}), "2 * beat 1.5 s + count 5 s");
+	for (const char* wrong : {"", "silence+", "x*ping", "2*", "nap", "*ping"})
+	{
+		EXPECT_THROW(sumOf(wrong, {}), LabError) << wrong;
+	}
+}
+
+TEST(MatrixTable, IsReadRowByRow)
+{
+	const Expectations table = parseExpectations(smallTable);
+	ASSERT_EQ(table.cells.size(), 2U);
+	const Cell& kill = table.cells[0];
+	EXPECT_EQ(kill.inject.size(), 1U);
+	EXPECT_EQ(toName(kill.inject[0]), "program-kill:a");
+	EXPECT_TRUE(kill.heal.empty());
+	EXPECT_EQ(kill.note, "a note");
+	EXPECT_EQ(outageBound(kill.stands, table.paths, {1, 2, 1}, Millis(7), Millis(10)), Millis(14010));
+	const Cell& cut = table.cells[1];
+	EXPECT_FALSE(cut.stands.moves);
+	EXPECT_FALSE(cut.stands.twice);
+	EXPECT_TRUE(cut.stands.logDiffers);
+	EXPECT_FALSE(outageBound(cut.stands, table.paths, {}, Millis(7), Millis(10)));
+	EXPECT_EQ(outageBound(cut.healed, table.paths, {}, Millis(7), Millis(10)), Millis(7));
+	EXPECT_EQ(table.forChaos.size(), 2U);
+	EXPECT_EQ(chosenCells(table, {}).size(), 2U);
+	EXPECT_EQ(chosenCells(table, {"kill"}).size(), 1U);
+	EXPECT_THROW(chosenCells(table, {"kil"}), LabError);
+}
+
+TEST(MatrixTable, TellsTheLineAndWhatIsWrong)
+{
+	const std::string path = "path | p | beat | count | line | -\n";
+	const std::string good = "a a a 0 0 p";
+	EXPECT_EQ(problemOfTable(path + "c | a | reboot:a | " + good + " | - | -\n"), "");
+	const std::vector<std::pair<std::string, std::string>> wrong{
+	    {"c | c | reboot:a | " + good + " | - | -", "\"c\" is no node"},
+	    {"c | a | quake:a | " + good + " | - | -", "there is no fault \"quake\""},
+	    {"c | a | reboot | " + good + " | - | -", "reboot needs a node"},
+	    {"c | a | gateway:a | " + good + " | - | -", "strikes no single node"},
+	    {"c | a | reboot:x | " + good + " | - | -", "names no node"},
+	    {"c | a | reboot:a | a a a 0 | - | -", "an outcome is"},
+	    {"c | a | reboot:a | q a a 0 0 p | - | -", "\"q\" is no owner"},
+	    {"c | a | reboot:a | a a a -1 0 p | - | -", "\"-1\" is no number of moves"},
+	    {"c | a | reboot:a | a a a 0 nap p | - | -", "\"nap\" is no prescribed wait"},
+	    {"c | a | reboot:a | a a a 0 0 p loud | - | -", "\"loud\" is no remark"},
+	    {"c | a | reboot:a | " + good + " | reboot:a | " + good, "nothing to heal after reboot:a"},
+	    {"c | a | - | " + good + " | - | -", "without a name or a fault"},
+	    {"c | a | reboot:a | " + good, "six or seven columns"},
+	    {"path | p | beat | count | line | -", "there twice"},
+	    {"path | r | beat | count | side | -", "\"side\" is no kind of anchor"},
+	    {"chaos | quake", "there is no fault \"quake\""}};
+	for (const auto& [row, problem] : wrong)
+	{
+		const std::string told = problemOfTable(path + row + "\n");
+		EXPECT_TRUE(told.starts_with("line 2 of the expectations: ")) << row << ": " << told;
+		EXPECT_NE(told.find(problem), std::string::npos) << row << ": " << told;
+	}
+	EXPECT_NE(problemOfTable("c | a | reboot:a | " + good + " | - | -\n").find("path that is not there: p"),
+	          std::string::npos);
+	EXPECT_THROW(readExpectations("/no/such/file"), LabError);
+}
+
+TEST(MatrixTable, OfThisBuildCoversEveryFault)
+{
+	const Expectations table = readExpectations("");
+	std::set<FaultKind> struck;
+	for (const Cell& cell : table.cells)
+	{
+		for (const Fault& fault : cell.inject)
+		{
+			struck.insert(fault.kind);
+		}
+	}
+	for (const FaultInfo& info : allFaults())
+	{
+		EXPECT_TRUE(struck.contains(info.kind)) << info.name;
+	}
+	EXPECT_GE(table.shortForm.size(), 10U);
+	EXPECT_GE(table.forChaos.size(), 10U);
+}
+
+TEST(MatrixMeasure, TellsOutageOwnersAndMoves)
+{
+	const AskedTakeOver seen;
+	EXPECT_EQ(seen.leg.outage, Millis(12200));
+	EXPECT_FALSE(seen.leg.outageOpen);
+	EXPECT_EQ(seen.leg.noOwner, Millis(11050));
+	EXPECT_EQ(seen.leg.twoOwners, Millis(0));
+	EXPECT_EQ(seen.leg.moves, 1);
+	EXPECT_EQ(seen.leg.owner, "b");
+	EXPECT_EQ(seen.leg.answer, "b");
+	EXPECT_TRUE(seen.leg.disagreements.empty());
+	EXPECT_EQ(lastChange(seen.timeline, Millis(1000), Millis(30000)), Millis(13100));
+}
+
+TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
+{
+	const AskedTakeOver seen;
+	const Path line{"asked", "2*beat", "2*count", false, "takes over: the partner asks"};
+	EXPECT_EQ(overheadOf(seen.timeline, {}, seen.leg, line, {}), Millis(200));
+	const Path hasty{"asked", "second", "2*count", false, "takes over: the partner asks"};
+	EXPECT_EQ(overheadOf(seen.timeline, {}, seen.leg, hasty, {}), Millis(1200));
+	const Path pass{"asked", "2*beat", "2*count", true, "takes over: the partner asks"};
+	EXPECT_EQ(overheadOf(seen.timeline, {{{}, {Millis(100), Millis(2900), Millis(3100)}}}, seen.leg, pass, {}),
+	          Millis(300));
+	const Path other{"other", "0", "0", false, "third silence in a row"};
+	EXPECT_FALSE(overheadOf(seen.timeline, {}, seen.leg, other, {}));
+}
+
+TEST(MatrixMeasure, SeesWhereTheLogIsWrong)
+{
+	AskedTakeOver seen;
+	seen.timeline.change(roleLane(HostId::b), Millis(20000), "slave");
+	LegRecord leg;
+	leg.from = Millis(1000);
+	leg.to = Millis(30000);
+	leg.steady = true;
+	measure(seen.timeline, leg);
+	ASSERT_EQ(leg.disagreements.size(), 1U);
+	EXPECT_EQ(leg.disagreements[0], "the log of node b says slave, and it holds the address");
+	Timeline other;
+	other.change(roleLane(HostId::b), Millis(0), "slave");
+	other.change(addressLane, Millis(0), "none");
+	other.change(addressLane, Millis(5000), "b");
+	leg.disagreements.clear();
+	leg.steady = false;
+	measure(other, leg);
+	ASSERT_EQ(leg.disagreements.size(), 1U);
+	EXPECT_EQ(leg.disagreements[0], "node b got the address at 5.000 s while its log says slave");
+}
+
+TEST(MatrixJudge, NamesEachDifference)
+{
+	AskedTakeOver seen;
+	seen.leg.programs = "b";
+	const CellPlan plan = planOf("kill/a");
+	EXPECT_TRUE(differencesOf(seen.leg, plan.cell.stands, plan).empty());
+	LegRecord bad = seen.leg;
+	bad.owner = "a+b";
+	bad.answer = "mixed";
+	bad.programs = "a";
+	bad.moves = 2;
+	bad.outage = Millis(60000);
+	bad.twoOwners = Millis(1);
+	bad.ended = "a";
+	bad.disagreements = {"x"};
+	const std::vector<std::string> told = differencesOf(bad, plan.cell.stands, plan);
+	ASSERT_EQ(told.size(), 8U);
+	EXPECT_EQ(told[0], "owner a+b, expected b");
+	EXPECT_EQ(told[4], "outage 60.000 s, expected at most 15.000 s");
+	EXPECT_EQ(told[5], "two owners for 0.001 s, expected at most 0.000 s");
+	LegRecord restless = seen.leg;
+	restless.steady = false;
+	EXPECT_EQ(differencesOf(restless, plan.cell.stands, plan).size(), 1U);
+	Outcome unsteady = plan.cell.stands;
+	unsteady.owner = "unsteady";
+	EXPECT_EQ(differencesOf(seen.leg, unsteady, plan).size(), 1U);
+	EXPECT_TRUE(differencesOf(restless, unsteady, plan).empty());
+}
+
+TEST(MatrixRecord, SurvivesItsJourney)
+{
+	RunRecord record;
+	record.cell = "kill/a";
+	record.run = 3;
+	record.seed = 18446744073709551615U;
+	record.legs.resize(2);
+	record.legs[0].outage = Millis(1234);
+	record.legs[0].overhead = Millis(-5);
+	record.legs[1].owner = "a+b";
+	record.left = {"x"};
+	record.differences = {"\"y\"\n"};
+	const std::string json = toJson(record);
+	const RunRecord copy = recordFrom(json);
+	EXPECT_EQ(toJson(copy), json);
+	EXPECT_EQ(copy.legs[0].overhead, Millis(-5));
+	EXPECT_FALSE(copy.legs[1].overhead);
+	EXPECT_THROW(recordFrom("{}"), LabError);
+	EXPECT_THROW(recordFrom("nonsense"), LabError);
+}
+
+TEST(MatrixStatistics, AreOfTheSortedValues)
+{
+	EXPECT_FALSE(summaryOf({}));
+	std::vector<Millis> values;
+	for (int value = 100; value > 0; --value)
+	{
+		values.push_back(Millis(value));
+	}
+	const std::optional<Summary> hundred = summaryOf(values);
+	EXPECT_EQ(hundred->median, Millis(50));
+	EXPECT_EQ(hundred->p95, Millis(95));
+	EXPECT_EQ(hundred->max, Millis(100));
+	EXPECT_EQ(summaryOf({Millis(7)})->p95, Millis(7));
+	EXPECT_EQ(summaryOf({Millis(9), Millis(1), Millis(2)})->median, Millis(2));
+	EXPECT_EQ(toText(summaryOf({Millis(1500)})), "1.500 / 1.500 / 1.500");
+	EXPECT_EQ(toText(std::optional<Summary>()), "-");
+}
+
+TEST(MatrixReport, ShowsFiguresAndDifferencesInEachForm)
+{
+	MatrixResults results;
+	results.expectations = parseExpectations(smallTable);
+	results.cells = chosenCells(results.expectations, {"kill"});
+	EXPECT_FALSE(results.allAsExpected());
+	RunRecord record;
+	record.cell = "kill/a";
+	record.run = 1;
+	record.legs.push_back(AskedTakeOver().leg);
+	record.legs[0].overhead = Millis(200);
+	results.records.push_back(record);
+	EXPECT_TRUE(results.allAsExpected());
+	EXPECT_NE(toText(results).find("12.200 / 12.200 / 12.200  13.000 s"), std::string::npos) << toText(results);
+	EXPECT_NE(toText(results).find("every run was as expected"), std::string::npos);
+	results.records[0].differences = {"fault: owner a, expected b"};
+	EXPECT_FALSE(results.allAsExpected());
+	EXPECT_NE(toMarkdown(results).find("| 0 of 1 |"), std::string::npos) << toMarkdown(results);
+	EXPECT_NE(toMarkdown(results).find("- kill/a, run 1: fault: owner a, expected b"), std::string::npos);
+	EXPECT_NE(toMarkdown(results).find("- `kill/a`: a note"), std::string::npos);
+	EXPECT_NE(toJson(results).find("\"overheadMs\": 200"), std::string::npos);
+}
+
+TEST(MatrixChildren, HandBackTextsAndProblems)
+{
+	std::vector<std::string> seen(4);
+	runInChildren(
+	    4, 2, Millis(1000),
+	    [](std::size_t index) -> std::string
+	    {
+		    switch (index)
+		    {
+		    case 1:
+			    throw LabError("no luck");
+		    case 2:
+			    _exit(3);
+		    case 3:
+			    for (;;)
+			    {
+				    ::pause();
+			    }
+		    default:
+			    return std::string(100000, 'x');
+		    }
+	    },
+	    [&](const ChildResult& result)
+	    { seen[result.index] = result.problem.empty() ? std::to_string(result.text.size()) : result.problem; });
+	EXPECT_EQ(seen,
+	          (std::vector<std::string>{"100000", "no luck", "it ended without a word", "it did not end in time"}));
+}
+
+TEST(Chaos, AScheduleFollowsFromItsSeed)
+{
+	const std::vector<FaultKind> kinds{FaultKind::powerOff, FaultKind::gatewayGone, FaultKind::reboot};
+	const auto drawn = [&](std::uint64_t seed, int lane)
+	{
+		ChaosSchedule schedule(seed, lane, kinds);
+		std::string text;
+		for (int step = 0; step < 50; ++step)
+		{
+			const ChaosStep next = schedule.next();
+			EXPECT_GE(next.faults.size(), 1U);
+			EXPECT_LE(next.faults.size(), 2U);
+			text += toText(next) + std::to_string(next.stands.count()) + "\n";
+		}
+		return text;
+	};
+	EXPECT_EQ(drawn(7, 0), drawn(7, 0));
+	EXPECT_NE(drawn(7, 0), drawn(8, 0));
+	EXPECT_NE(drawn(7, 0), drawn(7, 1));
+	EXPECT_NE(drawn(7, 0).find("power-off of the master, "), std::string::npos);
+	EXPECT_NE(drawn(7, 0).find("power-off of the other one"), std::string::npos);
+	EXPECT_THROW(ChaosSchedule(1, 0, {}), LabError);
+}
+
+TEST(Chaos, TheReportNamesTheCommandThatRepeatsAViolation)
+{
+	ChaosResults results;
+	EXPECT_FALSE(results.good());
+	ChaosStepRecord record;
+	record.lane = 2;
+	record.step = 9;
+	record.faults = "reboot of the master";
+	record.struck = {"reboot:a"};
+	results.seed = 5;
+	results.records = {record};
+	EXPECT_TRUE(results.good());
+	results.records[0].violations = {"owner of the address: a+b"};
+	EXPECT_FALSE(results.good());
+	const std::string text = toText(results);
+	EXPECT_NE(text.find("velarix-lab chaos --seed 5 --lane 2 --steps 9"), std::string::npos) << text;
+	EXPECT_NE(text.find("lane 2, step 9 (reboot of the master): owner of the address: a+b"), std::string::npos);
+	const std::vector<ChaosStepRecord> copy = chaosRecordsFrom(toJson(results.records));
+	EXPECT_EQ(toJson(copy), toJson(results.records));
+	EXPECT_THROW(chaosRecordsFrom("[{}]"), LabError);
+}
+
+} // namespace velarix::lab
