@@ -146,7 +146,7 @@ RunRecord runCell(const CellPlan& plan)
 	}
 	if (!record.differences.empty())
 	{
-		record.timeline = toText(lab.timeline());
+		record.timeline = toText(lab.timeline()) + errorsIn(lab);
 	}
 	return record;
 }

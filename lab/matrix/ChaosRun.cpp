@@ -143,7 +143,7 @@ ChaosStepRecord runStep(Lab& lab, const ChaosStep& step, const MatrixTimes& time
 	record.noAnswer = whole.noAnswer;
 	record.twoOwners = whole.twoOwners;
 	record.violations = violationsOf(lab, after, whole);
-	record.timeline = record.violations.empty() ? "" : timelineFrom(lab.timeline(), whole.from);
+	record.timeline = record.violations.empty() ? "" : timelineFrom(lab.timeline(), whole.from) + errorsIn(lab);
 	return record;
 }
 

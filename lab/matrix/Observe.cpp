@@ -1,9 +1,11 @@
 #include "Observe.h"
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <thread>
 
+#include "LogLine.h"
 #include "Measure.h"
 #include "Plan.h"
 
@@ -87,6 +89,24 @@ std::string programsOf(Lab& lab)
 		    lab.node(node).isOn() && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty();
 	}
 	return nodesText(runs[0], runs[1]);
+}
+
+std::string errorsIn(Lab& lab)
+{
+	std::string text;
+	for (const HostId node : nodes)
+	{
+		std::ifstream log(lab.node(node).diskFile(plan::logFile));
+		for (std::string line; std::getline(log, line);)
+		{
+			const std::optional<LogLine> parsed = parseLogLine(line);
+			const bool told = parsed && parsed->priority == 'E' &&
+			                  parsed->text.find("Timed Out") == std::string::npos &&
+			                  !parsed->text.starts_with("Sender ");
+			text += told ? std::string("log of node ") + nameOf(node) + ": " + line + "\n" : std::string();
+		}
+	}
+	return text;
 }
 
 std::vector<std::string> leftOn(Lab& lab)

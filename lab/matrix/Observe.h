@@ -23,4 +23,8 @@ std::string programsOf(Lab& lab);
 /// two looks, a second and a half apart.
 std::vector<std::string> leftOn(Lab& lab);
 
+/// The errors that the nodes' logs tell, one line each, but for the two that every
+/// silence brings.
+std::string errorsIn(Lab& lab);
+
 } // namespace velarix::lab
