@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Chaos.h"
+#include "Controls.h"
 #include "Demo.h"
 #include "Fault.h"
 #include "Lab.h"
@@ -41,6 +42,7 @@ struct Arguments
 	MatrixOptions matrix;
 	ChaosCommand chaos;
 	int slack = 2000;
+	ControlOptions controls;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";
@@ -251,6 +253,38 @@ void addChaos(CLI::App& app, Arguments& arguments, int& status)
 	command->callback([&] { status = runChaosCommand(arguments); });
 }
 
+void addControls(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command =
+	    app.add_subcommand("controls", "Strike keepalived and ucarp with the faults of the matrix that apply to them");
+	ControlOptions& controls = arguments.controls;
+	command->add_option("--install-root", arguments.installRoot,
+	                    "Tree with the installed agent; it is not started, but is a part of every lab");
+	command->add_option("--runs", controls.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
+	command->add_option("--seed", controls.seed, "The moments of the faults follow from it")->capture_default_str();
+	command->add_option("--only", controls.only, "A cell or a group of cells (again for more)");
+	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
+	    ->check(CLI::IsMember({"keepalived", "ucarp"}));
+	command->add_option("--settings", controls.settings, "defaults or short (default: both)")
+	    ->check(CLI::IsMember({"defaults", "short"}));
+	command->add_option("--jobs", controls.jobs, "Pairs side by side; they mostly wait")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	CLI::Option* json = command->add_flag("--json", controls.json, "As JSON");
+	command->add_flag("--markdown", controls.markdown, "As tables of a document")->excludes(json);
+	command->add_option("--output", controls.output, "Write the report to this file");
+	command->add_option("--timelines", controls.timelines, "Directory for the timelines and logs of all runs");
+	command->add_flag("--list", controls.list, "Name the cells and end");
+	command->footer("keepalived and ucarp are started inside the lab's hosts only.\n"
+	                "Ends with 0 when every run got to its end, with 1 when not.");
+	command->callback(
+	    [&]
+	    {
+		    arguments.controls.installRoot = arguments.installRoot;
+		    status = runControls(arguments.controls);
+	    });
+}
+
 int runProgram(int argc, char** argv)
 {
 	CLI::App app(overview, "velarix-lab");
@@ -263,6 +297,7 @@ int runProgram(int argc, char** argv)
 	addStatusAndExec(app, arguments, status);
 	addFaults(app, arguments, status);
 	addMatrix(app, arguments, status);
+	addControls(app, arguments, status);
 	addChaos(app, arguments, status);
 	try
 	{
