@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -35,6 +36,14 @@ struct Request
 	Millis begun{0};
 	bool sent = false;
 	std::string answer{};
+};
+
+/// What came of a request.
+struct Answer
+{
+	Millis begun{0};
+	Millis at{0};
+	std::string node;
 };
 
 sockaddr_in serviceAddress()
@@ -128,8 +137,10 @@ private:
 	Timeline& m_timeline;
 	const LabClock& m_clock;
 	std::vector<Request> m_open;
-	Millis m_lastAnswered{-1}; ///< when the youngest answered request was sent
-	Millis m_lastAnswer{0};    ///< when the last answer came in
+	Millis m_lastAnswered{-1};    ///< when the youngest answered request was sent
+	Millis m_lastAnswer{0};       ///< when the last answer came in
+	Millis m_told{0};             ///< outages until then are in the timeline
+	std::deque<Answer> m_answers; ///< those that an unanswered request may be compared with
 
 	void judge(const std::vector<pollfd>& watched)
 	{
@@ -157,12 +168,42 @@ private:
 		{
 			m_lastAnswered = std::max(m_lastAnswered, request.begun);
 			m_lastAnswer = m_clock.now();
+			m_told = m_timeline.current(serviceLane) == "none" ? m_lastAnswer : m_told;
 			m_timeline.change(serviceLane, m_lastAnswer, nodeIn(request.answer));
+			remember({request.begun, m_lastAnswer, nodeIn(request.answer)});
 		}
 		else if (outcome == Outcome::failed && request.begun > m_lastAnswered)
 		{
 			m_timeline.change(serviceLane, std::max(request.begun, m_lastAnswer), "none");
 		}
+		else if (outcome == Outcome::failed)
+		{
+			tellShortOutage(request.begun);
+		}
+	}
+
+	void remember(const Answer& answer)
+	{
+		while (!m_answers.empty() && m_answers.front().at + 4 * patience < answer.at)
+		{
+			m_answers.pop_front();
+		}
+		m_answers.push_back(answer);
+	}
+
+	/// Younger requests were answered before this one was given up. The end is
+	/// told first, so that the present value never seems to be the outage.
+	void tellShortOutage(Millis begun)
+	{
+		const auto next = std::find_if(m_answers.begin(), m_answers.end(),
+		                               [&](const Answer& answer) { return answer.begun > begun; });
+		if (begun < m_told || next == m_answers.end() || next->at <= begun)
+		{
+			return;
+		}
+		m_timeline.add({next->at, EventKind::service, std::nullopt, next->node});
+		m_timeline.add({begun, EventKind::service, std::nullopt, "none"});
+		m_told = next->at;
 	}
 };
 
