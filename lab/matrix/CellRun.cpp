@@ -91,13 +91,12 @@ LegRecord runLeg(Lab& lab, const CellPlan& plan, const Outcome& expected, void (
 
 void judge(RunRecord& record, const CellPlan& plan)
 {
-	const char* names[] = {"fault: ", "healed: "};
 	for (std::size_t index = 0; index < record.legs.size(); ++index)
 	{
 		const Outcome& expected = index == 0 ? plan.cell.stands : plan.cell.healed;
 		for (const std::string& difference : differencesOf(record.legs[index], expected, plan))
 		{
-			record.differences.push_back(names[index] + difference);
+			record.differences.push_back((index == 0 ? "fault: " : "healed: ") + difference);
 		}
 	}
 	const Outcome& last = plan.cell.heal.empty() ? plan.cell.stands : plan.cell.healed;

@@ -100,7 +100,7 @@ std::string errorsIn(Lab& lab)
 		for (std::string line; std::getline(log, line);)
 		{
 			const std::optional<LogLine> parsed = parseLogLine(line);
-			const bool told = parsed && parsed->priority == 'E' &&
+			const bool told = parsed && parsed->priority == 'E' && !parsed->text.empty() &&
 			                  parsed->text.find("Timed Out") == std::string::npos &&
 			                  !parsed->text.starts_with("Sender ");
 			text += told ? std::string("log of node ") + nameOf(node) + ": " + line + "\n" : std::string();
