@@ -67,6 +67,16 @@ std::string boundText(const MatrixResults& results, const Outcome& expected)
 	return expected.path == "-" ? "none" : (bound ? secondsText(*bound) : "no bound");
 }
 
+std::string twiceBoundText(const MatrixResults& results, const Outcome& expected)
+{
+	if (!expected.twice)
+	{
+		return "for good";
+	}
+	const Millis bound = sumOf(*expected.twice, results.times.pair);
+	return bound == Millis(0) ? "none" : secondsText(bound);
+}
+
 struct Leg
 {
 	const Cell& cell;
@@ -132,6 +142,14 @@ std::string movesText(const std::vector<const LegRecord*>& legs)
 	return std::to_string(most);
 }
 
+/// Whether the logs tell who holds the address, in all of the runs or in how many not.
+std::string logText(const std::vector<const LegRecord*>& legs)
+{
+	const auto differ =
+	    std::count_if(legs.begin(), legs.end(), [](const LegRecord* leg) { return !leg->disagreements.empty(); });
+	return differ == 0 ? "agrees" : "differs " + std::to_string(differ);
+}
+
 /// How many runs of the cell differ in this leg, or in the whole when it is the only one.
 std::string verdictOf(const MatrixResults& results, const Leg& leg)
 {
@@ -153,8 +171,9 @@ std::string verdictOf(const MatrixResults& results, const Leg& leg)
 
 const Row& head()
 {
-	static const Row titles{"cell",  "leg",        "expected owner", "owner", "answer",   "programs",   "outage",
-	                        "bound", "two owners", "none",           "moves", "overhead", "as expected"};
+	static const Row titles{"cell",     "leg",    "expected owner", "owner",      "answer",
+	                        "programs", "outage", "bound",          "two owners", "bound",
+	                        "none",     "moves",  "overhead",       "log",        "as expected"};
 	return titles;
 }
 
@@ -170,9 +189,11 @@ Row rowOf(const MatrixResults& results, const Leg& leg)
 	        toText(summaryOf(valuesOf(legs, &LegRecord::outage))),
 	        boundText(results, leg.expected()),
 	        toText(summaryOf(valuesOf(legs, &LegRecord::twoOwners))),
+	        twiceBoundText(results, leg.expected()),
 	        toText(summaryOf(valuesOf(legs, &LegRecord::noOwner))),
 	        movesText(legs),
 	        toText(summaryOf(overheadsOf(legs))),
+	        logText(legs),
 	        verdictOf(results, leg)};
 }
 
