@@ -102,6 +102,7 @@ std::vector<const LegRecord*> legsOf(const MatrixResults& results, const Leg& le
 template <typename Value> std::vector<Value> valuesOf(const std::vector<const LegRecord*>& legs, Value LegRecord::*part)
 {
 	std::vector<Value> values;
+	values.reserve(legs.size());
 	for (const LegRecord* leg : legs)
 	{
 		values.push_back(leg->*part);
@@ -125,6 +126,7 @@ std::vector<Millis> overheadsOf(const std::vector<const LegRecord*>& legs)
 std::string ownersText(const std::vector<const LegRecord*>& legs)
 {
 	std::vector<std::string> owners;
+	owners.reserve(legs.size());
 	for (const LegRecord* leg : legs)
 	{
 		owners.push_back(leg->steady ? leg->owner : "unsteady");
