@@ -34,12 +34,12 @@ void reboot(ControlPair& pair, HostId node, Seed /*seed*/)
 	pair.powerOn(node);
 }
 
+/// The one that does not hold the address first: it must not take over meanwhile.
 void bothOff(ControlPair& pair)
 {
-	for (const HostId node : nodes)
-	{
-		pair.powerOff(node);
-	}
+	const HostId owner = pair.lab().owners() == nameOf(HostId::b) ? HostId::b : HostId::a;
+	pair.powerOff(otherNode(owner));
+	pair.powerOff(owner);
 }
 
 void coldStart(ControlPair& pair, HostId /*node*/, Seed /*seed*/)
