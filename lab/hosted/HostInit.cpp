@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 
 #include <fcntl.h>
@@ -113,6 +114,17 @@ void mountNode(int rackMountNamespace, const std::string& disk)
 	mountHost(true);
 }
 
+/// Real servers have processes of different numbers. Ping tells its answers apart by
+/// them, so two hosts that both begin at 1 could take each other's for their own.
+void beginProcessNumbersAnywhere()
+{
+	std::random_device random;
+	const std::string number = std::to_string(1000 + random() % 30000);
+	const int file = ::open("/proc/sys/kernel/ns_last_pid", O_WRONLY | O_CLOEXEC);
+	need(file >= 0 && ::write(file, number.data(), number.size()) > 0, "cannot set the first process number");
+	::close(file);
+}
+
 void silenceStreams()
 {
 	const int null = ::open("/dev/null", O_RDWR);
@@ -178,11 +190,13 @@ int main(int argc, char** argv)
 	else if (kind == "node" && argc == 6)
 	{
 		mountNode(std::atoi(argv[4]), argv[5]);
+		beginProcessNumbersAnywhere();
 	}
 	else
 	{
 		ownMountNamespace();
 		mountHost(false);
+		beginProcessNumbersAnywhere();
 	}
 	reapUntilTheLabEnds();
 }

@@ -260,7 +260,9 @@ void addControls(CLI::App& app, Arguments& arguments, int& status)
 	ControlOptions& controls = arguments.controls;
 	command->add_option("--install-root", arguments.installRoot,
 	                    "Tree with the installed agent; it is not started, but is a part of every lab");
-	command->add_option("--runs", controls.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
+	command->add_option("--runs", controls.runs, "Runs of each cell")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 1000));
 	command->add_option("--seed", controls.seed, "The moments of the faults follow from it")->capture_default_str();
 	command->add_option("--only", controls.only, "A cell or a group of cells (again for more)");
 	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
