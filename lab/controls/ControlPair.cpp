@@ -2,12 +2,11 @@
 
 #include <array>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Files.h"
 #include "Plan.h"
 
 namespace velarix::lab
@@ -89,12 +88,10 @@ void ControlPair::writeFiles(HostId node) const
 	for (const ControlFile& file : controlFiles(node, m_settings))
 	{
 		const std::filesystem::path path = directory / file.name;
-		std::ofstream stream(path, std::ios::trunc);
-		stream << file.text;
-		stream.close();
-		if (!stream || ::chmod(path.c_str(), file.executable ? 0755 : 0644) != 0)
+		writeFile(path, file.text);
+		if (::chmod(path.c_str(), file.executable ? 0755 : 0644) != 0)
 		{
-			throw LabError("cannot write " + file.name + " of " + nodeText(node));
+			throw LabError("cannot make an executable of " + file.name + " of " + nodeText(node));
 		}
 	}
 }
@@ -176,10 +173,7 @@ void ControlPair::powerOn(HostId node)
 
 std::string ControlPair::logOf(HostId node) const
 {
-	std::ifstream stream(m_lab.node(node).file(logPath));
-	std::ostringstream content;
-	content << stream.rdbuf();
-	return content.str();
+	return contentIfAny(m_lab.node(node).file(logPath));
 }
 
 /// Nobody goes back to a preferred node, so the first one up keeps the address.

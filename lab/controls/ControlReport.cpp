@@ -1,11 +1,13 @@
 #include "ControlReport.h"
 
 #include <algorithm>
-#include <map>
+
+#include <set>
 
 #include <nlohmann/json.hpp>
 
 #include "Statistics.h"
+#include "Table.h"
 
 namespace velarix::lab
 {
@@ -13,25 +15,12 @@ namespace velarix::lab
 namespace
 {
 
-using Row = std::vector<std::string>;
-
-/// How often each value was seen; the number is left out when there is one only.
-std::string tally(const std::map<std::string, int>& counts)
-{
-	std::string text;
-	for (const auto& [value, count] : counts)
-	{
-		text += (text.empty() ? "" : ", ") + value + (counts.size() > 1 ? " " + std::to_string(count) : "");
-	}
-	return text.empty() ? "-" : text;
-}
-
 /// One leg of one cell over all its runs.
 struct Collected
 {
-	std::map<std::string, int> owners;
-	std::map<std::string, int> answers;
-	std::map<std::string, int> programs;
+	std::vector<std::string> owners;
+	std::vector<std::string> answers;
+	std::vector<std::string> programs;
 	std::vector<Millis> outages;
 	std::vector<Millis> twoOwners;
 	std::vector<Millis> noOwner;
@@ -40,9 +29,9 @@ struct Collected
 
 	void add(const LegRecord& leg)
 	{
-		++owners[leg.steady ? leg.owner : "unsteady"];
-		++answers[leg.answer];
-		++programs[leg.programs];
+		owners.push_back(leg.steady ? leg.owner : "unsteady");
+		answers.push_back(leg.answer);
+		programs.push_back(leg.programs);
 		outages.push_back(leg.outage);
 		twoOwners.push_back(leg.twoOwners);
 		noOwner.push_back(leg.noOwner);
@@ -111,54 +100,10 @@ std::vector<Row> rowsOf(const ControlResults& results, const ControlTable& table
 	return rows;
 }
 
-std::string aligned(std::vector<Row> rows)
-{
-	rows.insert(rows.begin(), head());
-	std::vector<std::size_t> widths(head().size(), 0);
-	for (const Row& row : rows)
-	{
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			widths[column] = std::max(widths[column], row[column].size());
-		}
-	}
-	std::string text;
-	for (const Row& row : rows)
-	{
-		std::string line;
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			line += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
-		}
-		text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-	}
-	return text;
-}
-
-std::string markdownLine(const Row& row)
-{
-	std::string text = "|";
-	for (const std::string& cell : row)
-	{
-		text += " " + cell + " |";
-	}
-	return text + "\n";
-}
-
-std::string markdownTable(const std::vector<Row>& rows)
-{
-	std::string text = markdownLine(head()) + markdownLine(Row(head().size(), "---"));
-	for (const Row& row : rows)
-	{
-		text += markdownLine(row);
-	}
-	return text;
-}
-
 std::string settingsText(const ControlResults& results)
 {
 	return std::to_string(results.runs) + (results.runs == 1 ? " run" : " runs") + " of each cell, seed " +
-	       std::to_string(results.seed) + ", " + std::to_string(results.jobs) + " side by side";
+	       std::to_string(results.seed) + ", " + std::to_string(results.jobs) + " side by side; " + results.machine;
 }
 
 std::vector<std::string> failures(const ControlResults& results)
@@ -202,7 +147,7 @@ std::string toText(const ControlResults& results)
 	std::string text = settingsText(results) + "\n" + legend + "\n";
 	for (const ControlTable& table : results.tables)
 	{
-		text += "\n" + toText(table.settings) + "\n\n" + aligned(rowsOf(results, table));
+		text += "\n" + toText(table.settings) + "\n\n" + aligned(head(), rowsOf(results, table));
 	}
 	for (const std::string& line : failures(results))
 	{
@@ -217,7 +162,7 @@ std::string toMarkdown(const ControlResults& results)
 	for (const ControlTable& table : results.tables)
 	{
 		text += "\n### " + std::string(nameOf(table.settings.program)) + ", " + table.settings.name + "\n\n" +
-		        toText(table.settings) + ".\n\n" + markdownTable(rowsOf(results, table));
+		        toText(table.settings) + ".\n\n" + markdownTable(head(), rowsOf(results, table));
 	}
 	for (const std::string& line : failures(results))
 	{
@@ -241,12 +186,41 @@ std::string toJson(const ControlResults& results)
 		                    {"settings", table.settings.name},
 		                    {"records", std::move(records)}});
 	}
-	const nlohmann::ordered_json whole{{"seed", results.seed},
-	                                   {"runs", results.runs},
-	                                   {"jobs", results.jobs},
-	                                   {"complete", results.complete()},
-	                                   {"controls", std::move(controls)}};
+	const nlohmann::ordered_json whole{{"seed", results.seed},           {"runs", results.runs},
+	                                   {"jobs", results.jobs},           {"machine", results.machine},
+	                                   {"complete", results.complete()}, {"controls", std::move(controls)}};
 	return whole.dump(1, '\t') + "\n";
+}
+
+ControlResults controlsFrom(const std::string& json)
+try
+{
+	const auto whole = nlohmann::ordered_json::parse(json);
+	ControlResults results;
+	results.seed = whole.at("seed").get<std::uint64_t>();
+	results.runs = whole.at("runs").get<int>();
+	results.jobs = whole.at("jobs").get<int>();
+	results.machine = whole.at("machine").get<std::string>();
+	std::set<std::string> names;
+	for (const auto& control : whole.at("controls"))
+	{
+		ControlTable table{
+		    settingsNamed(control.at("program").get<std::string>(), control.at("settings").get<std::string>()), {}};
+		for (const auto& record : control.at("records"))
+		{
+			table.records.push_back(recordFrom(record.dump()));
+			names.insert(table.records.back().cell);
+		}
+		results.tables.push_back(std::move(table));
+	}
+	const std::vector<ControlCell> all = controlCells({});
+	std::copy_if(all.begin(), all.end(), std::back_inserter(results.cells),
+	             [&](const ControlCell& cell) { return names.contains(cell.name); });
+	return results;
+}
+catch (const nlohmann::json::exception& error)
+{
+	throw LabError(std::string("this is no report of the controls: ") + error.what());
 }
 
 } // namespace velarix::lab

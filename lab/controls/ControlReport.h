@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ControlRun.h"
+#include "Machine.h"
 
 namespace velarix::lab
 {
@@ -23,6 +24,7 @@ struct ControlResults
 	std::uint64_t seed = 1;
 	int runs = 1;
 	int jobs = 1;
+	std::string machine = machineText();
 
 	/// @return true when every run of every cell got to its end
 	bool complete() const;
@@ -30,8 +32,11 @@ struct ControlResults
 
 std::string toText(const ControlResults& results);
 std::string toMarkdown(const ControlResults& results);
-/// {"seed", "runs", "jobs", "controls": [{"program", "settings", "records": [...]}, ...]};
+/// {"seed", "runs", "jobs", "machine", "complete", "controls": [{"program", "settings", "records": [...]}, ...]};
 /// the records are those of the matrix, without their timelines.
 std::string toJson(const ControlResults& results);
+/// Reads what toJson wrote.
+/// @throws LabError when the text is no such report
+ControlResults controlsFrom(const std::string& json);
 
 } // namespace velarix::lab

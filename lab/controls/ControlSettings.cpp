@@ -140,6 +140,18 @@ const std::vector<ControlSettings>& allControls()
 	return controls;
 }
 
+const ControlSettings& settingsNamed(const std::string& program, const std::string& name)
+{
+	for (const ControlSettings& settings : allControls())
+	{
+		if (program == nameOf(settings.program) && name == settings.name)
+		{
+			return settings;
+		}
+	}
+	throw LabError("there is no control " + program + " with the settings " + name);
+}
+
 std::string toText(const ControlSettings& settings)
 {
 	std::string text = std::string(nameOf(settings.program)) + " (" + settings.name + "): advertisement every " +

@@ -55,6 +55,10 @@ const char* nameOf(ControlProgram program);
 /// directions.
 const std::vector<ControlSettings>& allControls();
 
+/// @return the one of them with these names
+/// @throws LabError when there is none
+const ControlSettings& settingsNamed(const std::string& program, const std::string& name);
+
 /// "keepalived, advertisement every 0.1 s, ..."
 std::string toText(const ControlSettings& settings);
 

@@ -1,10 +1,11 @@
 #include "CommandHooks.h"
 
 #include <filesystem>
-#include <fstream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+
+#include "Files.h"
 
 namespace velarix::lab
 {
@@ -35,7 +36,7 @@ void placeHook(const Node& node, SetCommand command, const std::string& text)
 		throw LabError("a command of node " + std::string(nameOf(node.id())) + " is spoilt already");
 	}
 	const fs::path fresh = path.string() + ".new";
-	std::ofstream(fresh) << text << '\n';
+	writeFile(fresh, text + "\n");
 	fs::rename(fresh, path);
 }
 

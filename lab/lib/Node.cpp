@@ -2,13 +2,13 @@
 
 #include <csignal>
 #include <cstdint>
-#include <fstream>
 
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "Disk.h"
+#include "Files.h"
 #include "Plan.h"
 
 namespace velarix::lab
@@ -61,14 +61,7 @@ std::filesystem::path Node::diskFile(const std::string& path) const
 
 void Node::writeSettings(const NodeSettings& settings)
 {
-	const std::filesystem::path path = file(plan::settingsFile);
-	std::ofstream stream(path, std::ios::trunc);
-	stream << settings.ini();
-	stream.close();
-	if (!stream)
-	{
-		throw LabError("cannot write the settings of node " + std::string(nameOf(m_id)));
-	}
+	writeFile(file(plan::settingsFile), settings.ini());
 }
 
 /// Written in place: the agent has the file mapped.

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
 #include <set>
 #include <sstream>
 
+#include "Files.h"
 #include "Waits.h"
 
 namespace velarix::lab
@@ -265,15 +265,7 @@ Expectations parseExpectations(const std::string& text)
 
 Expectations readExpectations(const std::string& path)
 {
-	const std::string file = path.empty() ? VELARIX_LAB_EXPECTATIONS : path;
-	std::ifstream stream(file);
-	std::ostringstream content;
-	content << stream.rdbuf();
-	if (!stream)
-	{
-		throw LabError("cannot read the expectations from " + file);
-	}
-	return parseExpectations(content.str());
+	return parseExpectations(contentOf(path.empty() ? VELARIX_LAB_EXPECTATIONS : path));
 }
 
 std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
-#include <sys/utsname.h>
 
 #include "Statistics.h"
+#include "Table.h"
 #include "Waits.h"
 
 namespace velarix::lab
@@ -18,8 +19,6 @@ namespace
 
 constexpr Millis medianGoal{150};
 constexpr Millis p95Goal{400};
-
-using Row = std::vector<std::string>;
 
 std::vector<const RunRecord*> runsOf(const MatrixResults& results, const Cell& cell)
 {
@@ -32,22 +31,6 @@ std::vector<const RunRecord*> runsOf(const MatrixResults& results, const Cell& c
 		}
 	}
 	return runs;
-}
-
-/// "a 3, a+b 1": each value and how often it was seen; without numbers when there is one only.
-std::string tally(const std::vector<std::string>& values)
-{
-	std::map<std::string, int> counts;
-	for (const std::string& value : values)
-	{
-		++counts[value];
-	}
-	std::string text;
-	for (const auto& [value, count] : counts)
-	{
-		text += (text.empty() ? "" : ", ") + value + (counts.size() > 1 ? " " + std::to_string(count) : "");
-	}
-	return text.empty() ? "-" : text;
 }
 
 std::string namesOf(const std::vector<Fault>& faults)
@@ -248,64 +231,14 @@ const Row& pathHead()
 	return titles;
 }
 
-std::string aligned(const Row& titles, std::vector<Row> rows)
-{
-	rows.insert(rows.begin(), titles);
-	std::vector<std::size_t> widths(titles.size(), 0);
-	for (const Row& row : rows)
-	{
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			widths[column] = std::max(widths[column], row[column].size());
-		}
-	}
-	std::string text;
-	for (const Row& row : rows)
-	{
-		std::string line;
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			line += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
-		}
-		text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-	}
-	return text;
-}
-
-std::string markdownTable(const Row& titles, const std::vector<Row>& rows)
-{
-	const auto line = [](const Row& row)
-	{
-		std::string text = "|";
-		for (const std::string& cell : row)
-		{
-			text += " " + cell + " |";
-		}
-		return text + "\n";
-	};
-	std::string text = line(titles) + "|";
-	for (std::size_t column = 0; column < titles.size(); ++column)
-	{
-		text += "---|";
-	}
-	text += "\n";
-	for (const Row& row : rows)
-	{
-		text += line(row);
-	}
-	return text;
-}
-
 std::string settingsText(const MatrixResults& results)
 {
 	const PairTimes& times = results.times.pair;
-	utsname system{};
-	::uname(&system);
 	std::ostringstream text;
 	text << "interval " << times.interval << " s, receiving time " << times.receivingTime << " s, waiting time "
 	     << times.waitingTime << " s; node a is configured as master; " << results.runs << " run"
 	     << (results.runs == 1 ? "" : "s") << " of each cell, seed " << results.seed << ", " << results.jobs
-	     << " side by side; Linux " << system.release;
+	     << " side by side; " << results.machine;
 	return text.str();
 }
 
@@ -384,9 +317,43 @@ std::string toJson(const MatrixResults& results)
 	                                   {"receivingTimeS", times.receivingTime},
 	                                   {"waitingTimeS", times.waitingTime},
 	                                   {"slackMs", results.times.slack.count()},
+	                                   {"machine", results.machine},
 	                                   {"asExpected", results.allAsExpected()},
 	                                   {"records", std::move(records)}};
 	return whole.dump(1, '\t') + "\n";
+}
+
+MatrixResults matrixFrom(const std::string& json, const Expectations& expectations)
+try
+{
+	const auto whole = nlohmann::ordered_json::parse(json);
+	MatrixResults results;
+	results.expectations = expectations;
+	results.seed = whole.at("seed").get<std::uint64_t>();
+	results.runs = whole.at("runs").get<int>();
+	results.jobs = whole.at("jobs").get<int>();
+	results.machine = whole.at("machine").get<std::string>();
+	results.times.pair.interval = whole.at("intervalS").get<int>();
+	results.times.pair.receivingTime = whole.at("receivingTimeS").get<int>();
+	results.times.pair.waitingTime = whole.at("waitingTimeS").get<int>();
+	results.times.slack = Millis(whole.at("slackMs").get<Millis::rep>());
+	std::set<std::string> names;
+	for (const auto& record : whole.at("records"))
+	{
+		results.records.push_back(recordFrom(record.dump()));
+		names.insert(results.records.back().cell);
+	}
+	std::copy_if(expectations.cells.begin(), expectations.cells.end(), std::back_inserter(results.cells),
+	             [&](const Cell& cell) { return names.erase(cell.name) != 0; });
+	if (!names.empty())
+	{
+		throw LabError("the table of expectations has no cell \"" + *names.begin() + "\"");
+	}
+	return results;
+}
+catch (const nlohmann::json::exception& error)
+{
+	throw LabError(std::string("this is no report of a matrix: ") + error.what());
 }
 
 } // namespace velarix::lab

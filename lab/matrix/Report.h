@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CellRun.h"
+#include "Machine.h"
 
 namespace velarix::lab
 {
@@ -17,6 +18,7 @@ struct MatrixResults
 	std::uint64_t seed = 1;
 	int runs = 1;
 	int jobs = 1;
+	std::string machine = machineText();
 	std::vector<RunRecord> records;
 
 	/// @return true when every run of every cell is there and as expected
@@ -27,7 +29,11 @@ struct MatrixResults
 std::string toText(const MatrixResults& results);
 /// The same as tables of a document.
 std::string toMarkdown(const MatrixResults& results);
-/// All records, the expectations and the settings.
+/// All records and the settings.
 std::string toJson(const MatrixResults& results);
+/// Reads what toJson wrote; the runs are not judged again.
+/// @param expectations  the table to lay beside; cells of which there is no run are left out
+/// @throws LabError when the text is no such report, or tells of cells that the table does not have
+MatrixResults matrixFrom(const std::string& json, const Expectations& expectations);
 
 } // namespace velarix::lab

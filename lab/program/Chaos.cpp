@@ -1,11 +1,10 @@
 #include "Chaos.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 
+#include "Campaign.h"
 #include "ChaosReport.h"
-#include "Children.h"
 #include "Lab.h"
 
 namespace velarix::lab
@@ -89,19 +88,7 @@ int runChaos(const ChaosCommand& command)
 	whole.options.kinds = readExpectations(command.expectations).forChaos;
 	requireLab(command.options.installRoot);
 	const ChaosResults results = runLanes(lanesFor(whole));
-	const std::string report = command.form == "json" ? toJson(results) : toText(results);
-	if (command.output.empty())
-	{
-		std::cout << report;
-		return results.good() ? 0 : 1;
-	}
-	std::ofstream stream(command.output, std::ios::trunc);
-	stream << report;
-	stream.close();
-	if (!stream)
-	{
-		throw LabError("cannot write " + command.output);
-	}
+	deliver(command.form == "json" ? toJson(results) : toText(results), command.output);
 	return results.good() ? 0 : 1;
 }
 

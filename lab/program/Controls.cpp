@@ -1,11 +1,10 @@
 #include "Controls.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iostream>
 
-#include "Children.h"
 #include "ControlReport.h"
+#include "Files.h"
 #include "Lab.h"
 
 namespace velarix::lab
@@ -43,48 +42,10 @@ int listCells(const std::vector<ControlCell>& cells)
 	return 0;
 }
 
-void write(const std::filesystem::path& path, const std::string& text)
-{
-	std::ofstream stream(path, std::ios::trunc);
-	stream << text;
-	stream.close();
-	if (!stream)
-	{
-		throw LabError("cannot write " + path.string());
-	}
-}
-
 std::string titleOf(const ControlPlan& plan)
 {
 	return std::string(nameOf(plan.settings.program)) + " " + plan.settings.name + " " + plan.cell.name + ", run " +
 	       std::to_string(plan.run);
-}
-
-void keepTimeline(const ControlOptions& options, const ControlPlan& plan, const RunRecord& record)
-{
-	if (options.timelines.empty())
-	{
-		return;
-	}
-	std::string name = titleOf(plan) + ".txt";
-	std::replace_if(
-	    name.begin(), name.end(), [](char letter) { return letter == '/' || letter == ' '; }, '-');
-	std::filesystem::create_directories(options.timelines);
-	write(std::filesystem::path(options.timelines) / name, record.timeline);
-}
-
-RunRecord recordOf(const ChildResult& result, const ControlPlan& plan)
-{
-	if (result.problem.empty())
-	{
-		return recordFrom(result.text);
-	}
-	RunRecord record;
-	record.cell = plan.cell.name;
-	record.run = plan.run;
-	record.seed = plan.seed;
-	record.differences.push_back("the run failed: " + result.problem);
-	return record;
 }
 
 std::vector<ControlPlan> plansFor(const ControlOptions& options, const ControlResults& results)
@@ -105,6 +66,15 @@ std::vector<ControlPlan> plansFor(const ControlOptions& options, const ControlRe
 
 void runAll(const ControlOptions& options, ControlResults& results)
 {
+	results.tables = chosenTables(options);
+	results.seed = options.seed;
+	results.runs = options.runs;
+	results.jobs = options.jobs;
+	requireLab(options.installRoot);
+	for (const ControlTable& table : results.tables)
+	{
+		requireControl(table.settings.program);
+	}
 	const std::vector<ControlPlan> plans = plansFor(options, results);
 	std::vector<RunRecord> records(plans.size());
 	std::size_t done = 0;
@@ -113,9 +83,9 @@ void runAll(const ControlOptions& options, ControlResults& results)
 	    [&](const ChildResult& result)
 	    {
 		    const ControlPlan& plan = plans[result.index];
-		    const RunRecord record = recordOf(result, plan);
+		    const RunRecord record = recordOf(result, plan.cell.name, plan.run, plan.seed);
 		    records[result.index] = record;
-		    keepTimeline(options, plan, record);
+		    keepTimeline(options.timelines, titleOf(plan), record.timeline);
 		    std::cerr << "[" << ++done << "/" << plans.size() << "] " << titleOf(plan)
 		              << (record.differences.empty() ? "" : ": " + record.differences.front()) << '\n';
 	    });
@@ -124,6 +94,11 @@ void runAll(const ControlOptions& options, ControlResults& results)
 	{
 		results.tables[index / each].records.push_back(std::move(records[index]));
 	}
+}
+
+std::string rendered(const ControlResults& results, const std::string& form)
+{
+	return form == "json" ? toJson(results) : (form == "markdown" ? toMarkdown(results) : toText(results));
 }
 
 } // namespace
@@ -136,19 +111,16 @@ int runControls(const ControlOptions& options)
 	{
 		return listCells(results.cells);
 	}
-	results.tables = chosenTables(options);
-	results.seed = options.seed;
-	results.runs = options.runs;
-	results.jobs = options.jobs;
-	requireLab(options.installRoot);
-	for (const ControlTable& table : results.tables)
+	if (!options.from.empty())
 	{
-		requireControl(table.settings.program);
+		results = controlsFrom(contentOf(options.from));
 	}
-	runAll(options, results);
-	const std::string report =
-	    options.json ? toJson(results) : (options.markdown ? toMarkdown(results) : toText(results));
-	options.output.empty() ? void(std::cout << report) : write(options.output, report);
+	else
+	{
+		runAll(options, results);
+	}
+	keepRecords(toJson(results), options.records);
+	deliver(rendered(results, options.form), options.output);
 	return results.complete() ? 0 : 1;
 }
 

@@ -2,28 +2,18 @@
 /// that apply to them.
 #pragma once
 
-#include <cstdint>
-#include <filesystem>
 #include <string>
 #include <vector>
+
+#include "Campaign.h"
 
 namespace velarix::lab
 {
 
-struct ControlOptions
+struct ControlOptions : CampaignOptions ///< timelines and logs are kept of all runs
 {
-	std::filesystem::path installRoot{};
-	int runs = 1;
-	int jobs = 4;
-	std::uint64_t seed = 1;
-	std::vector<std::string> only;     ///< cells or groups of cells; empty: all
-	std::vector<std::string> programs; ///< "keepalived", "ucarp"; empty: both
-	std::vector<std::string> settings; ///< "defaults", "short"; empty: both
-	bool json = false;
-	bool markdown = false;
-	bool list = false;
-	std::string output{};    ///< file for the report; empty: standard output
-	std::string timelines{}; ///< directory for the timelines and logs of all runs; empty: none
+	std::vector<std::string> programs{}; ///< "keepalived", "ucarp"; empty: both
+	std::vector<std::string> settings{}; ///< "defaults", "short"; empty: both
 };
 
 /// @return exit status: 0 when every run got to its end, else 1

@@ -195,28 +195,35 @@ int runMatrixCommand(Arguments& arguments)
 	return runMatrix(arguments.matrix);
 }
 
+void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
+{
+	command.add_option("--runs", campaign.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
+	command.add_option("--seed", campaign.seed, "The moments of the faults follow from it")->capture_default_str();
+	command.add_option("--only", campaign.only, "A cell or a group of cells (again for more)");
+	command.add_option("--jobs", campaign.jobs, "Pairs side by side; they mostly wait")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	command.add_option("--format", campaign.form, "text, json or markdown")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json", "markdown"}));
+	command.add_option("--output", campaign.output, "Write the report to this file");
+	command.add_option("--records", campaign.records, "Write the report as JSON to this file as well");
+	command.add_option("--from", campaign.from, "Run nothing; tell what such a JSON file holds");
+	command.add_flag("--list", campaign.list, "Name the cells and end");
+}
+
 void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
 	addLabOptions(*command, arguments);
 	MatrixOptions& matrix = arguments.matrix;
-	command->add_option("--runs", matrix.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
-	command->add_option("--seed", matrix.seed, "The moments of the faults follow from it")->capture_default_str();
-	command->add_option("--only", matrix.only, "A cell or a group of cells (again for more)");
-	command->add_option("--jobs", matrix.jobs, "Pairs side by side; they mostly wait")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
+	addCampaignOptions(*command, matrix);
 	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the prescribed waits")
 	    ->capture_default_str()
 	    ->check(CLI::Range(0, 60000));
 	command->add_option("--expectations", matrix.expectations, "Table of what is expected (default: the built-in one)");
-	command->add_option("--format", matrix.form, "text, json or markdown")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json", "markdown"}));
-	command->add_option("--output", matrix.output, "Write the report to this file");
 	command->add_option("--timelines", matrix.timelines, "Directory for the timelines of runs that differ");
 	command->add_flag("--short", matrix.shortForm, "The ten or so cells that stand for the whole");
-	command->add_flag("--list", matrix.list, "Name the cells and end");
 	command->footer("Ends with 0 when every run was as expected, with 1 when not.");
 	command->callback([&] { status = runMatrixCommand(arguments); });
 }
@@ -260,23 +267,12 @@ void addControls(CLI::App& app, Arguments& arguments, int& status)
 	ControlOptions& controls = arguments.controls;
 	command->add_option("--install-root", arguments.installRoot,
 	                    "Tree with the installed agent; it is not started, but is a part of every lab");
-	command->add_option("--runs", controls.runs, "Runs of each cell")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 1000));
-	command->add_option("--seed", controls.seed, "The moments of the faults follow from it")->capture_default_str();
-	command->add_option("--only", controls.only, "A cell or a group of cells (again for more)");
+	addCampaignOptions(*command, controls);
 	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
 	    ->check(CLI::IsMember({"keepalived", "ucarp"}));
 	command->add_option("--settings", controls.settings, "defaults or short (default: both)")
 	    ->check(CLI::IsMember({"defaults", "short"}));
-	command->add_option("--jobs", controls.jobs, "Pairs side by side; they mostly wait")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
-	CLI::Option* json = command->add_flag("--json", controls.json, "As JSON");
-	command->add_flag("--markdown", controls.markdown, "As tables of a document")->excludes(json);
-	command->add_option("--output", controls.output, "Write the report to this file");
 	command->add_option("--timelines", controls.timelines, "Directory for the timelines and logs of all runs");
-	command->add_flag("--list", controls.list, "Name the cells and end");
 	command->footer("keepalived and ucarp are started inside the lab's hosts only.\n"
 	                "Ends with 0 when every run got to its end, with 1 when not.");
 	command->callback(

@@ -1,10 +1,8 @@
 #include "Matrix.h"
 
-#include <algorithm>
-#include <fstream>
 #include <iostream>
 
-#include "Children.h"
+#include "Files.h"
 #include "Lab.h"
 #include "Report.h"
 
@@ -26,30 +24,6 @@ int listCells(const std::vector<Cell>& cells)
 	return 0;
 }
 
-void write(const std::string& path, const std::string& text)
-{
-	std::ofstream stream(path, std::ios::trunc);
-	stream << text;
-	stream.close();
-	if (!stream)
-	{
-		throw LabError("cannot write " + path);
-	}
-}
-
-void keepTimeline(const MatrixOptions& options, const RunRecord& record)
-{
-	if (options.timelines.empty() || record.timeline.empty())
-	{
-		return;
-	}
-	std::string name = record.cell;
-	std::replace(name.begin(), name.end(), '/', '-');
-	std::filesystem::create_directories(options.timelines);
-	write((std::filesystem::path(options.timelines) / (name + "-" + std::to_string(record.run) + ".txt")).string(),
-	      record.timeline);
-}
-
 /// On standard error, so that the report can go elsewhere.
 void tell(const RunRecord& record, std::size_t done, std::size_t all)
 {
@@ -59,20 +33,6 @@ void tell(const RunRecord& record, std::size_t done, std::size_t all)
 	{
 		std::cerr << "    " << difference << '\n';
 	}
-}
-
-RunRecord recordOf(const ChildResult& result, const CellPlan& plan)
-{
-	if (result.problem.empty())
-	{
-		return recordFrom(result.text);
-	}
-	RunRecord record;
-	record.cell = plan.cell.name;
-	record.run = plan.run;
-	record.seed = plan.seed;
-	record.differences.push_back("the run failed: " + result.problem);
-	return record;
 }
 
 std::vector<CellPlan> plansFor(const MatrixOptions& options, const MatrixResults& results)
@@ -97,9 +57,11 @@ void runAll(const MatrixOptions& options, MatrixResults& results)
 	    plans.size(), options.jobs, runLimit, [&](std::size_t index) { return toJson(runCell(plans[index])); },
 	    [&](const ChildResult& result)
 	    {
-		    records[result.index] = recordOf(result, plans[result.index]);
-		    tell(records[result.index], ++done, plans.size());
-		    keepTimeline(options, records[result.index]);
+		    const CellPlan& plan = plans[result.index];
+		    const RunRecord record = recordOf(result, plan.cell.name, plan.run, plan.seed);
+		    tell(record, ++done, plans.size());
+		    keepTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
+		    records[result.index] = record;
 	    });
 	results.records = std::move(records);
 }
@@ -130,10 +92,17 @@ int runMatrix(const MatrixOptions& options)
 	{
 		return listCells(results.cells);
 	}
-	requireLab(options.installRoot);
-	runAll(options, results);
-	const std::string report = rendered(results, options.form);
-	options.output.empty() ? void(std::cout << report) : write(options.output, report);
+	if (!options.from.empty())
+	{
+		results = matrixFrom(contentOf(options.from), results.expectations);
+	}
+	else
+	{
+		requireLab(options.installRoot);
+		runAll(options, results);
+	}
+	keepRecords(toJson(results), options.records);
+	deliver(rendered(results, options.form), options.output);
 	return results.allAsExpected() ? 0 : 1;
 }
 

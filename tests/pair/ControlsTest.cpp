@@ -238,7 +238,7 @@ TEST(ControlProgramLine, TellsInPlainWordsWhatIsWrong)
 	EXPECT_NE(cell.output.find("no cell of the controls is called earthquake"), std::string::npos) << cell.output;
 	EXPECT_EQ(run({{VELARIX_LAB_PROGRAM, "controls", "--program", "other"}}).status, 2);
 	EXPECT_EQ(run({{VELARIX_LAB_PROGRAM, "controls", "--runs", "0"}}).status, 2);
-	EXPECT_EQ(run({{VELARIX_LAB_PROGRAM, "controls", "--json", "--markdown"}}).status, 2);
+	EXPECT_EQ(run({{VELARIX_LAB_PROGRAM, "controls", "--format", "xml"}}).status, 2);
 	const CommandResult list = run({{VELARIX_LAB_PROGRAM, "controls", "--list", "--only", "mute"}});
 	EXPECT_TRUE(list.ok());
 	EXPECT_EQ(std::count(list.output.begin(), list.output.end(), '\n'), 2);
