@@ -1,8 +1,5 @@
 #include "ControlPair.h"
 
-#include <array>
-#include <csignal>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,11 +34,6 @@ std::string quoted(const std::vector<std::string>& command)
 		text += "'" + word + "' ";
 	}
 	return text;
-}
-
-std::string nodeText(HostId node)
-{
-	return std::string("node ") + nameOf(node);
 }
 
 } // namespace

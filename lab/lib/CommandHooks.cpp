@@ -33,7 +33,7 @@ void placeHook(const Node& node, SetCommand command, const std::string& text)
 	const fs::path path = node.file(hookPath(command));
 	if (fs::exists(path))
 	{
-		throw LabError("a command of node " + std::string(nameOf(node.id())) + " is spoilt already");
+		throw LabError("a command of " + nodeText(node.id()) + " is spoilt already");
 	}
 	const fs::path fresh = path.string() + ".new";
 	writeFile(fresh, text + "\n");
@@ -73,7 +73,7 @@ void repair(const Node& node, SetCommand command)
 	node.host();
 	if (!fs::remove(node.file(hookPath(command))))
 	{
-		throw LabError("no command of node " + std::string(nameOf(node.id())) + " is spoilt");
+		throw LabError("no command of " + nodeText(node.id()) + " is spoilt");
 	}
 	const fs::path gate = node.file(gatePath(command));
 	const UniqueFd opened(::open(gate.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));

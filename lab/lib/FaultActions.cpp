@@ -13,11 +13,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-std::string nodeText(HostId node)
-{
-	return std::string("node ") + nameOf(node);
-}
-
 /// @throws LabError with the command's own words when it fails
 void runOn(Lab& lab, HostId host, const std::vector<std::string>& argv)
 {

@@ -71,7 +71,7 @@ void Lab::startAgent(HostId id)
 {
 	if (node(id).agent())
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " has an agent already");
+		throw LabError(nodeText(id) + " has an agent already");
 	}
 	setRole(id, "starting");
 	node(id).startAgent();
@@ -86,11 +86,11 @@ void Lab::killAgent(HostId id, int signal)
 	m_logWatch->forgetAgent(id);
 	if (!node(id).signalAgent(signal))
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " has no agent to kill");
+		throw LabError(nodeText(id) + " has no agent to kill");
 	}
 	if (!waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone"))
 	{
-		throw LabError("the agent of node " + std::string(nameOf(id)) + " does not end");
+		throw LabError("the agent of " + nodeText(id) + " does not end");
 	}
 	m_logWatch->catchUp(id);
 	setRole(id, "no agent");
@@ -100,7 +100,7 @@ void Lab::freezeAgent(HostId id)
 {
 	if (!node(id).signalAgent(SIGSTOP))
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " has no agent to freeze");
+		throw LabError(nodeText(id) + " has no agent to freeze");
 	}
 	m_logWatch->catchUp(id);
 	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
@@ -111,7 +111,7 @@ void Lab::thawAgent(HostId id)
 {
 	if (role(id) != "frozen")
 	{
-		throw LabError("the agent of node " + std::string(nameOf(id)) + " is not frozen");
+		throw LabError("the agent of " + nodeText(id) + " is not frozen");
 	}
 	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
 	node(id).signalAgent(SIGCONT);
@@ -133,7 +133,7 @@ void Lab::powerOn(HostId id, bool withAgent)
 {
 	if (node(id).isOn())
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " is on already");
+		throw LabError(nodeText(id) + " is on already");
 	}
 	bootAndConnect(id);
 	if (withAgent)
@@ -185,7 +185,7 @@ bool Lab::waitForService(HostId node, Millis limit, Millis steady, const WaitObs
 		since = well ? since.value_or(m_clock.now()) : std::optional<Millis>();
 		return since && m_clock.now() - *since >= steady;
 	};
-	const std::string what = std::string("node ") + nameOf(node) + " to serve alone";
+	const std::string what = nodeText(node) + " to serve alone";
 	return Wait{what, limit, [&] { return stateText(); }, observer}.until(holds);
 }
 

@@ -40,7 +40,7 @@ const Host& Node::host() const
 {
 	if (!m_host)
 	{
-		throw LabError("node " + std::string(nameOf(m_id)) + " is switched off");
+		throw LabError(nodeText(m_id) + " is switched off");
 	}
 	return *m_host;
 }
@@ -72,7 +72,7 @@ void Node::writeClock(std::chrono::seconds ahead) const
 	const UniqueFd opened(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
 	if (!opened || ::pwrite(opened.get(), &difference, sizeof difference, 0) != sizeof difference)
 	{
-		throwErrno("cannot set the clock of node " + std::string(nameOf(m_id)));
+		throwErrno("cannot set the clock of " + nodeText(m_id));
 	}
 }
 
@@ -94,7 +94,7 @@ void Node::stepClock(std::chrono::seconds ahead) const
 {
 	if (!m_clockShim || !agent())
 	{
-		throw LabError("the agent of node " + std::string(nameOf(m_id)) + " has no clock that can be stepped");
+		throw LabError("the agent of " + nodeText(m_id) + " has no clock that can be stepped");
 	}
 	writeClock(ahead);
 }
@@ -110,7 +110,7 @@ void Node::startAgent()
 	const UniqueFd console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 	if (!console)
 	{
-		throwErrno("cannot open the console file of node " + std::string(nameOf(m_id)));
+		throwErrno("cannot open the console file of " + nodeText(m_id));
 	}
 	const pid_t child = spawn({agentCommand(), host().inside(), -1, console.get(), console.get()});
 	const std::optional<int> status = waitForChild(child, startLimit);
@@ -121,7 +121,7 @@ void Node::startAgent()
 	}
 	if (status.value_or(1) != 0)
 	{
-		throw LabError("the agent of node " + std::string(nameOf(m_id)) + " did not start: " +
+		throw LabError("the agent of " + nodeText(m_id) + " did not start: " +
 		               (status ? "status " + std::to_string(*status) : "it does not return to its caller"));
 	}
 }

@@ -5,6 +5,7 @@
 #include "Fault.h"
 #include "LogLine.h"
 #include "NodeSettings.h"
+#include "Owners.h"
 #include "Scenario.h"
 #include "SvgTimeline.h"
 #include "Timeline.h"
@@ -106,6 +107,26 @@ TEST(LabFaults, TheTableIsWholeAndInOrder)
 	}
 	EXPECT_EQ(allFaults().size(), 40U);
 	EXPECT_FALSE(faultNamed("earthquake"));
+}
+
+TEST(LabOwners, AreASetOfNodes)
+{
+	EXPECT_EQ(ownersText(false, false), "none");
+	EXPECT_EQ(ownersText(true, false), "a");
+	EXPECT_EQ(ownersText(false, true), "b");
+	EXPECT_EQ(ownersText(true, true), "a+b");
+	EXPECT_TRUE(holds("a", HostId::a));
+	EXPECT_TRUE(holds("a+b", HostId::b));
+	EXPECT_FALSE(holds("a", HostId::b));
+	EXPECT_FALSE(holds("none", HostId::a));
+	EXPECT_FALSE(holds("", HostId::a));
+	EXPECT_TRUE(isSingle("a"));
+	EXPECT_TRUE(isSingle("b"));
+	for (const char* other : {"", "none", "a+b"})
+	{
+		EXPECT_FALSE(isSingle(other)) << other;
+	}
+	EXPECT_EQ(nodeText(HostId::b), "node b");
 }
 
 TEST(LabScenario, ATableRowTellsWhatWasNotAsExpected)
