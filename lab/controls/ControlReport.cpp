@@ -6,7 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Statistics.h"
+#include "LegFigures.h"
 #include "Table.h"
 
 namespace velarix::lab
@@ -15,69 +15,15 @@ namespace velarix::lab
 namespace
 {
 
-/// One leg of one cell over all its runs.
-struct Collected
-{
-	std::vector<std::string> owners;
-	std::vector<std::string> answers;
-	std::vector<std::string> programs;
-	std::vector<Millis> outages;
-	std::vector<Millis> twoOwners;
-	std::vector<Millis> noOwner;
-	int moves = 0;
-	std::size_t open = 0; ///< outages that lasted to the end of the leg
-
-	void add(const LegRecord& leg)
-	{
-		owners.push_back(leg.steady ? leg.owner : "unsteady");
-		answers.push_back(leg.answer);
-		programs.push_back(leg.programs);
-		outages.push_back(leg.outage);
-		twoOwners.push_back(leg.twoOwners);
-		noOwner.push_back(leg.noOwner);
-		moves = std::max(moves, leg.moves);
-		open += leg.outageOpen ? 1 : 0;
-	}
-};
-
-Collected collect(const ControlTable& table, const std::string& cell, std::size_t leg)
-{
-	Collected collected;
-	for (const RunRecord& record : table.records)
-	{
-		if (record.cell == cell && record.legs.size() > leg)
-		{
-			collected.add(record.legs[leg]);
-		}
-	}
-	return collected;
-}
-
-/// An outage that did not end has no length.
-std::string outageText(const Collected& collected)
-{
-	if (collected.open == 0 || collected.outages.empty())
-	{
-		return toText(summaryOf(collected.outages));
-	}
-	return collected.open == collected.outages.size()
-	           ? "for good"
-	           : toText(summaryOf(collected.outages)) + ", for good " + std::to_string(collected.open);
-}
-
 Row rowOf(const ControlTable& table, const ControlCell& cell, bool first)
 {
-	const Collected collected = collect(table, cell.name, first ? 0 : 1);
+	const LegFigures figures(table.records, cell.name, first ? 0 : 1);
 	const std::string place = cell.fault->onNode ? std::string(":") + nameOf(cell.node) : std::string();
-	return {first ? cell.name : "",
-	        first ? cell.fault->name + place : "healed",
-	        tally(collected.owners),
-	        tally(collected.answers),
-	        tally(collected.programs),
-	        outageText(collected),
-	        toText(summaryOf(collected.twoOwners)),
-	        toText(summaryOf(collected.noOwner)),
-	        std::to_string(collected.moves)};
+	return {first ? cell.name : "", first ? cell.fault->name + place : "healed",
+	        figures.owners(),       figures.answers(),
+	        figures.programs(),     figures.outage(),
+	        figures.twoOwners(),    figures.noOwner(),
+	        figures.moves()};
 }
 
 const Row& head()

@@ -1,8 +1,8 @@
 #include "ControlRun.h"
 
-#include <random>
-#include <thread>
+#include <functional>
 
+#include "Moment.h"
 #include "Observe.h"
 
 namespace velarix::lab
@@ -11,49 +11,45 @@ namespace velarix::lab
 namespace
 {
 
-std::uint64_t seedOf(const ControlPlan& plan)
-{
-	std::uint64_t mixed = plan.seed * 1000003U + static_cast<std::uint64_t>(plan.run);
-	for (const char letter : plan.cell.name)
-	{
-		mixed = mixed * 131U + static_cast<unsigned char>(letter);
-	}
-	return mixed;
-}
-
-/// A fault comes at any moment between two advertisements or checks.
-void waitForTheMoment(std::mt19937_64& random)
-{
-	std::this_thread::sleep_for(Millis(static_cast<Millis::rep>(random() % 1000)));
-}
+/// Of a second, the longest interval of both.
+constexpr Millis pass{1000};
 
 /// The matrix compares the logs of agents with what was observed; there are none.
-LegRecord watch(Lab& lab, Millis from, const ControlPlan& plan)
+LegRecord runLeg(ControlPair& pair, const ControlPlan& plan, const std::function<void()>& step)
 {
-	LegRecord leg = observe(lab, from, plan.quiet(), plan.patience + plan.quiet());
+	const LabClock& clock = pair.lab().clock();
+	const Millis from = clock.now();
+	step();
+	const Millis took = clock.now() - from;
+	LegRecord leg = observe(pair.lab(), from, plan.quiet(), took + plan.patience + plan.quiet(), took);
 	leg.disagreements.clear();
 	return leg;
 }
 
 void runLegs(ControlPair& pair, const ControlPlan& plan, RunRecord& record)
 {
-	std::mt19937_64 random(seedOf(plan));
+	std::mt19937_64 random(seedOfRun(plan.seed, plan.run, plan.cell.name));
 	const ControlFault& fault = *plan.cell.fault;
 	const std::optional<HostId> node = fault.onNode ? std::optional<HostId>(plan.cell.node) : std::nullopt;
 	pair.letServe(plan.cell.master);
-	waitForTheMoment(random);
-	Millis from = pair.lab().clock().now();
-	pair.note(EventKind::fault, node, fault.what);
-	fault.inject(pair, plan.cell.node, random());
-	record.legs.push_back(watch(pair.lab(), from, plan));
-	if (fault.heal != nullptr)
+	waitForTheMoment(random, pass);
+	record.legs.push_back(runLeg(pair, plan,
+	                             [&]
+	                             {
+		                             pair.note(EventKind::fault, node, fault.what);
+		                             fault.inject(pair, plan.cell.node, random());
+	                             }));
+	if (fault.heal == nullptr)
 	{
-		waitForTheMoment(random);
-		from = pair.lab().clock().now();
-		pair.note(EventKind::heal, node, fault.healed);
-		fault.heal(pair, plan.cell.node);
-		record.legs.push_back(watch(pair.lab(), from, plan));
+		return;
 	}
+	waitForTheMoment(random, pass);
+	record.legs.push_back(runLeg(pair, plan,
+	                             [&]
+	                             {
+		                             pair.note(EventKind::heal, node, fault.healed);
+		                             fault.heal(pair, plan.cell.node);
+	                             }));
 }
 
 std::string logsOf(const ControlPair& pair, Lab& lab)
@@ -83,7 +79,7 @@ RunRecord runControlCell(const ControlPlan& plan)
 	record.seed = plan.seed;
 	LabOptions options;
 	options.installRoot = plan.installRoot;
-	options.seed = seedOf(plan);
+	options.seed = seedOfRun(plan.seed, plan.run, plan.cell.name);
 	Lab lab(options);
 	ControlPair pair(lab, plan.settings);
 	try

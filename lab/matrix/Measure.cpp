@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Owners.h"
 #include "Waits.h"
 
 namespace velarix::lab
@@ -14,13 +15,9 @@ namespace
 constexpr Millis lastSeconds{5000};
 constexpr double clearShare = 0.8;
 
-/// The observers look every 20 ms, each on a thread of its own.
+/// Logs and addresses are observed by threads of their own; on a loaded machine one of
+/// them may be late by some tenths of a second.
 constexpr Millis observersDiffer{700};
-
-bool holds(const std::string& owners, HostId node)
-{
-	return owners == nameOf(node) || owners == "a+b";
-}
 
 std::string valueAt(const std::vector<Interval>& lane, Millis time)
 {
@@ -71,11 +68,15 @@ void measureMoves(const std::vector<Interval>& address, LegRecord& leg)
 	std::string last;
 	for (const Interval& interval : address)
 	{
-		const bool single = interval.value == "a" || interval.value == "b";
-		if (interval.from <= leg.to && interval.to > leg.from && single)
+		const bool inLeg = interval.to > leg.from && interval.from <= leg.to;
+		if (isSingle(interval.value) && interval.from <= leg.to)
 		{
-			leg.moves += !last.empty() && last != interval.value ? 1 : 0;
+			leg.moves += inLeg && !last.empty() && last != interval.value ? 1 : 0;
 			last = interval.value;
+		}
+		if (inLeg && interval.from > leg.from && !leg.firstChange)
+		{
+			leg.firstChange = interval.from - leg.from;
 		}
 	}
 }
@@ -91,7 +92,7 @@ void measureEnded(const Timeline& timeline, LegRecord& leg)
 			ended[static_cast<std::size_t>(*event.host)] = true;
 		}
 	}
-	leg.ended = ended[0] || ended[1] ? nodesText(ended[0], ended[1]) : std::string();
+	leg.ended = ended[0] || ended[1] ? ownersText(ended[0], ended[1]) : std::string();
 }
 
 /// A node gains the address only while its log calls it master.
@@ -131,12 +132,22 @@ void compareEnd(const Timeline& timeline, HostId node, LegRecord& leg)
 	}
 }
 
-} // namespace
-
-std::string nodesText(bool a, bool b)
+/// The last one of the path that was made before the service came back.
+std::optional<Event> decisionIn(const Timeline& timeline, const LegRecord& leg, const Path& path)
 {
-	return a ? (b ? "a+b" : "a") : (b ? "b" : "none");
+	std::optional<Event> decision;
+	for (const Event& event : timeline.events())
+	{
+		if (event.kind == EventKind::action && event.host && event.text == path.anchor && event.at >= leg.from &&
+		    event.at <= leg.outageEnd)
+		{
+			decision = event;
+		}
+	}
+	return decision;
 }
+
+} // namespace
 
 void measure(const Timeline& timeline, LegRecord& leg)
 {
@@ -148,11 +159,15 @@ void measure(const Timeline& timeline, LegRecord& leg)
 	measureMoves(address, leg);
 	measureEnded(timeline, leg);
 	leg.twoOwners = timeWith(address, {"a+b"}, leg.from, leg.to);
+	leg.twoOwnersLongest = longestWith(address, {"a+b"}, leg.from, leg.to);
 	leg.noOwner = timeWith(address, {"none"}, leg.from, leg.to);
 	for (const HostId node : nodes)
 	{
 		compareGains(timeline, address, node, leg);
-		leg.steady ? compareEnd(timeline, node, leg) : void();
+		if (leg.steady)
+		{
+			compareEnd(timeline, node, leg);
+		}
 	}
 }
 
@@ -169,35 +184,31 @@ Millis lastChange(const Timeline& timeline, Millis from, Millis to)
 	return last;
 }
 
-std::optional<Millis> overheadOf(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes,
-                                 const LegRecord& leg, const Path& path, const PairTimes& times)
+void measureOverhead(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes, const Path& path,
+                     const PairTimes& times, LegRecord& leg)
 {
 	if (leg.outage == Millis(0) || leg.outageOpen || path.anchor.empty())
 	{
-		return std::nullopt;
+		return;
 	}
-	std::optional<Event> decision;
-	for (const Event& event : timeline.events())
-	{
-		if (event.kind == EventKind::action && event.host && event.text == path.anchor && event.at >= leg.from &&
-		    event.at <= leg.outageEnd)
-		{
-			decision = event;
-		}
-	}
+	const std::optional<Event> decision = decisionIn(timeline, leg, path);
 	if (!decision)
 	{
-		return std::nullopt;
+		return;
 	}
 	Millis decided = decision->at;
+	Millis begun = leg.outageBegin + leg.took;
 	if (path.wholePass)
 	{
 		const std::vector<Millis>& own = passes[static_cast<std::size_t>(*decision->host)];
 		const auto later = std::upper_bound(own.begin(), own.end(), decided);
-		decided = later == own.begin() ? decided : *std::prev(later);
+		const auto index = later - own.begin();
+		decided = index > 0 ? own[static_cast<std::size_t>(index - 1)] : decided;
+		begun = index > 1 ? own[static_cast<std::size_t>(index - 2)] : begun;
 	}
-	const Millis early = decided - leg.outageBegin - leg.took - sumOf(path.before, times);
-	return leg.outageEnd - decided - sumOf(path.after, times) + std::max(early, Millis(0));
+	const Millis early = decided - begun - sumOf(path.before, times);
+	leg.noticed = decided - leg.outageBegin;
+	leg.overhead = leg.outageEnd - decided - sumOf(path.after, times) + std::max(early, Millis(0));
 }
 
 } // namespace velarix::lab

@@ -23,16 +23,14 @@ void measure(const Timeline& timeline, LegRecord& leg);
 /// When a lane of roles or owners last changed between two times; `from` when none did.
 Millis lastChange(const Timeline& timeline, Millis from, Millis to);
 
-/// How long the outage of the leg lasted beyond the prescribed waits of the path:
-/// what came after the decision less the waits prescribed there, and what came
-/// before it less the longest waits prescribed there and what the lab itself took,
-/// if that is positive.
+/// Fills in leg.noticed and leg.overhead: how long the outage of the leg lasted beyond
+/// the prescribed waits of the path. That is what came after the decision less the waits
+/// prescribed there, and what came before it beyond the waits prescribed there at most.
+/// Where the decision begins with a pass of the receiver, the pass before it counts;
+/// else all the time since the outage began, less what the lab itself took. Leaves both
+/// empty when there was no ended outage or the path was not taken.
 /// @param passes  beginnings of the receivers' passes, of node a and node b
-/// @return empty when there was no ended outage or the path was not taken
-std::optional<Millis> overheadOf(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes,
-                                 const LegRecord& leg, const Path& path, const PairTimes& times);
-
-/// "none", "a", "b", "a+b"
-std::string nodesText(bool a, bool b);
+void measureOverhead(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes, const Path& path,
+                     const PairTimes& times, LegRecord& leg);
 
 } // namespace velarix::lab

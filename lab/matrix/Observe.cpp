@@ -1,12 +1,12 @@
 #include "Observe.h"
 
-#include <algorithm>
 #include <fstream>
 #include <map>
 #include <thread>
 
 #include "LogLine.h"
 #include "Measure.h"
+#include "Owners.h"
 #include "Plan.h"
 
 namespace velarix::lab
@@ -36,7 +36,7 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 {
 	std::vector<std::string> left;
 	const std::string owners = lab.owners();
-	const bool owns = owners == nameOf(node) || owners == "a+b";
+	const bool owns = holds(owners, node);
 	// An owner has an announcer: a shell, and what that runs for the moment. When
 	// the address was raised twice in a row, the first one goes on as well.
 	int allowedShells = owns ? 2 : 0;
@@ -53,6 +53,10 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 	if (!owns && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty())
 	{
 		left.push_back(std::string("node ") + nameOf(node) + ": the managed program without the address");
+	}
+	if (processesNamed(lab.node(node).host().pid(), plan::agentName).size() > 1)
+	{
+		left.push_back(std::string("node ") + nameOf(node) + ": more than one agent");
 	}
 	return left;
 }
@@ -88,7 +92,7 @@ std::string programsOf(Lab& lab)
 		runs[static_cast<std::size_t>(node)] =
 		    lab.node(node).isOn() && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty();
 	}
-	return nodesText(runs[0], runs[1]);
+	return ownersText(runs[0], runs[1]);
 }
 
 std::string errorsIn(Lab& lab)

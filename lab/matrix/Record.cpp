@@ -10,6 +10,11 @@ namespace
 
 using Json = nlohmann::ordered_json;
 
+Json jsonOf(const std::optional<Millis>& time)
+{
+	return time ? Json(time->count()) : Json();
+}
+
 Json jsonOf(const LegRecord& leg)
 {
 	return {{"fromMs", leg.from.count()},
@@ -26,16 +31,25 @@ Json jsonOf(const LegRecord& leg)
 	        {"outageOpen", leg.outageOpen},
 	        {"noAnswerMs", leg.noAnswer.count()},
 	        {"twoOwnersMs", leg.twoOwners.count()},
+	        {"twoOwnersLongestMs", leg.twoOwnersLongest.count()},
 	        {"noOwnerMs", leg.noOwner.count()},
+	        {"firstChangeMs", jsonOf(leg.firstChange)},
 	        {"moves", leg.moves},
 	        {"ended", leg.ended},
 	        {"disagreements", leg.disagreements},
-	        {"overheadMs", leg.overhead ? Json(leg.overhead->count()) : Json()}};
+	        {"noticedMs", jsonOf(leg.noticed)},
+	        {"overheadMs", jsonOf(leg.overhead)},
+	        {"differences", leg.differences}};
 }
 
 Millis millisIn(const Json& json, const char* key)
 {
 	return Millis(json.at(key).get<Millis::rep>());
+}
+
+std::optional<Millis> perhapsMillisIn(const Json& json, const char* key)
+{
+	return json.at(key).is_null() ? std::nullopt : std::optional<Millis>(millisIn(json, key));
 }
 
 LegRecord legFrom(const Json& json)
@@ -55,18 +69,38 @@ LegRecord legFrom(const Json& json)
 	leg.outageOpen = json.at("outageOpen").get<bool>();
 	leg.noAnswer = millisIn(json, "noAnswerMs");
 	leg.twoOwners = millisIn(json, "twoOwnersMs");
+	leg.twoOwnersLongest = millisIn(json, "twoOwnersLongestMs");
 	leg.noOwner = millisIn(json, "noOwnerMs");
+	leg.firstChange = perhapsMillisIn(json, "firstChangeMs");
 	leg.moves = json.at("moves").get<int>();
 	leg.ended = json.at("ended").get<std::string>();
 	leg.disagreements = json.at("disagreements").get<std::vector<std::string>>();
-	if (!json.at("overheadMs").is_null())
-	{
-		leg.overhead = millisIn(json, "overheadMs");
-	}
+	leg.noticed = perhapsMillisIn(json, "noticedMs");
+	leg.overhead = perhapsMillisIn(json, "overheadMs");
+	leg.differences = json.at("differences").get<std::vector<std::string>>();
 	return leg;
 }
 
 } // namespace
+
+bool RunRecord::asExpected() const
+{
+	return differencesOf(*this).empty();
+}
+
+std::vector<std::string> differencesOf(const RunRecord& record)
+{
+	std::vector<std::string> lines;
+	for (std::size_t index = 0; index < record.legs.size(); ++index)
+	{
+		for (const std::string& difference : record.legs[index].differences)
+		{
+			lines.push_back((index == 0 ? "fault: " : "healed: ") + difference);
+		}
+	}
+	lines.insert(lines.end(), record.differences.begin(), record.differences.end());
+	return lines;
+}
 
 std::string toJson(const RunRecord& record)
 {

@@ -28,11 +28,15 @@ struct LegRecord
 	bool outageOpen = false; ///< it had not ended when the leg did
 	Millis noAnswer{0};      ///< all the time without an answer
 	Millis twoOwners{0};
+	Millis twoOwnersLongest{0}; ///< longest stretch of it
 	Millis noOwner{0};
-	int moves = 0;                          ///< of the address from one node to the other
-	std::string ended;                      ///< nodes whose agent ended by itself: "", a, b, a+b
+	std::optional<Millis> firstChange; ///< of the owner, since the beginning; empty: it did not change
+	int moves = 0;     ///< of the address from one node to the other, the last owner before the leg included
+	std::string ended; ///< nodes whose agent ended by itself: "", a, b, a+b
 	std::vector<std::string> disagreements; ///< between the logs and what was observed
+	std::optional<Millis> noticed;          ///< from the beginning of the outage to the decision; empty: as overhead
 	std::optional<Millis> overhead;         ///< outage beyond the prescribed waits; empty: another path, or no outage
+	std::vector<std::string> differences;   ///< from what was expected of the leg; empty: all as expected
 };
 
 struct RunRecord
@@ -42,10 +46,18 @@ struct RunRecord
 	std::uint64_t seed = 0;
 	std::vector<LegRecord> legs;
 	std::vector<std::string> left;        ///< what was left on the nodes in the end
-	std::vector<std::string> differences; ///< from what was expected; empty: all as expected
-	std::string timeline;                 ///< as text, when there are differences
+	std::vector<std::string> differences; ///< of the run as a whole, beside those of its legs
+	std::string timeline;                 ///< as text; of the matrix only when something differs
+
+	/// @return true when neither a leg nor the whole differs
+	bool asExpected() const;
 };
 
+/// @return one line for each difference; "fault: " and "healed: " tell the leg
+std::vector<std::string> differencesOf(const RunRecord& record);
+
+/// An object with the members of RunRecord; times in milliseconds have names that
+/// end in "Ms", "overheadMs" is null where there is none.
 std::string toJson(const RunRecord& record);
 /// @throws LabError when the text is no record
 RunRecord recordFrom(const std::string& json);

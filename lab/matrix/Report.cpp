@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "LegFigures.h"
 #include "Statistics.h"
 #include "Table.h"
 #include "Waits.h"
@@ -46,7 +47,7 @@ std::string namesOf(const std::vector<Fault>& faults)
 std::string boundText(const MatrixResults& results, const Outcome& expected)
 {
 	const std::optional<Millis> bound =
-	    outageBound(expected, results.expectations.paths, results.times.pair, results.times.blink, Millis(0));
+	    outageBound(expected, results.expectations.paths, results.times.pair, results.times.noOutage, Millis(0));
 	return expected.path == "-" ? "none" : (bound ? secondsText(*bound) : "no bound");
 }
 
@@ -69,89 +70,24 @@ struct Leg
 	std::size_t index() const { return first ? 0 : 1; }
 };
 
-std::vector<const LegRecord*> legsOf(const MatrixResults& results, const Leg& leg)
-{
-	std::vector<const LegRecord*> found;
-	for (const RunRecord* run : runsOf(results, leg.cell))
-	{
-		if (run->legs.size() > leg.index())
-		{
-			found.push_back(&run->legs[leg.index()]);
-		}
-	}
-	return found;
-}
-
-template <typename Value> std::vector<Value> valuesOf(const std::vector<const LegRecord*>& legs, Value LegRecord::*part)
-{
-	std::vector<Value> values;
-	values.reserve(legs.size());
-	for (const LegRecord* leg : legs)
-	{
-		values.push_back(leg->*part);
-	}
-	return values;
-}
-
-std::vector<Millis> overheadsOf(const std::vector<const LegRecord*>& legs)
-{
-	std::vector<Millis> values;
-	for (const LegRecord* leg : legs)
-	{
-		if (leg->overhead)
-		{
-			values.push_back(*leg->overhead);
-		}
-	}
-	return values;
-}
-
-std::string ownersText(const std::vector<const LegRecord*>& legs)
-{
-	std::vector<std::string> owners;
-	owners.reserve(legs.size());
-	for (const LegRecord* leg : legs)
-	{
-		owners.push_back(leg->steady ? leg->owner : "unsteady");
-	}
-	return tally(owners);
-}
-
-std::string movesText(const std::vector<const LegRecord*>& legs)
-{
-	int most = 0;
-	for (const LegRecord* leg : legs)
-	{
-		most = std::max(most, leg->moves);
-	}
-	return std::to_string(most);
-}
-
-/// Whether the logs tell who holds the address, in all of the runs or in how many not.
-std::string logText(const std::vector<const LegRecord*>& legs)
-{
-	const auto differ =
-	    std::count_if(legs.begin(), legs.end(), [](const LegRecord* leg) { return !leg->disagreements.empty(); });
-	return differ == 0 ? "agrees" : "differs " + std::to_string(differ);
-}
-
-/// How many runs of the cell differ in this leg, or in the whole when it is the only one.
+/// How many runs of the cell do not differ in this leg; what differs in a run as a
+/// whole counts for the first one.
 std::string verdictOf(const MatrixResults& results, const Leg& leg)
 {
 	std::size_t good = 0;
 	const std::vector<const RunRecord*> runs = runsOf(results, leg.cell);
 	for (const RunRecord* run : runs)
 	{
-		const bool differs = std::any_of(run->differences.begin(), run->differences.end(),
-		                                 [&](const std::string& text)
-		                                 {
-			                                 const bool inFirst = text.starts_with("fault: ");
-			                                 const bool inSecond = text.starts_with("healed: ");
-			                                 return leg.first ? inFirst || !inSecond : inSecond;
-		                                 });
-		good += differs ? 0 : 1;
+		const bool wholeDiffers = leg.first && !run->differences.empty();
+		const bool ran = run->legs.size() > leg.index();
+		good += ran && !wholeDiffers && run->legs[leg.index()].differences.empty() ? 1U : 0U;
 	}
 	return std::to_string(good) + " of " + std::to_string(runs.size());
+}
+
+LegFigures figuresOf(const MatrixResults& results, const Leg& leg)
+{
+	return {results.records, leg.cell.name, leg.index()};
 }
 
 const Row& head()
@@ -164,21 +100,21 @@ const Row& head()
 
 Row rowOf(const MatrixResults& results, const Leg& leg)
 {
-	const std::vector<const LegRecord*> legs = legsOf(results, leg);
+	const LegFigures figures = figuresOf(results, leg);
 	return {leg.first ? leg.cell.name : "",
 	        leg.first ? namesOf(leg.cell.inject) : "healed",
 	        leg.expected().owner,
-	        ownersText(legs),
-	        tally(valuesOf(legs, &LegRecord::answer)),
-	        tally(valuesOf(legs, &LegRecord::programs)),
-	        toText(summaryOf(valuesOf(legs, &LegRecord::outage))),
+	        figures.owners(),
+	        figures.answers(),
+	        figures.programs(),
+	        figures.outage(),
 	        boundText(results, leg.expected()),
-	        toText(summaryOf(valuesOf(legs, &LegRecord::twoOwners))),
+	        figures.twoOwners(),
 	        twiceBoundText(results, leg.expected()),
-	        toText(summaryOf(valuesOf(legs, &LegRecord::noOwner))),
-	        movesText(legs),
-	        toText(summaryOf(overheadsOf(legs))),
-	        logText(legs),
+	        figures.noOwner(),
+	        figures.moves(),
+	        toText(summaryOf(figures.overheads())),
+	        figures.log(),
 	        verdictOf(results, leg)};
 }
 
@@ -196,38 +132,55 @@ std::vector<Row> rowsOf(const MatrixResults& results)
 	return rows;
 }
 
-/// One row for each path that was taken.
-std::vector<Row> pathRows(const MatrixResults& results)
+struct PathTimes
 {
-	std::map<std::string, std::vector<Millis>> overheads;
+	std::vector<Millis> noticed;
+	std::vector<Millis> overheads;
+};
+
+std::map<std::string, PathTimes> timesByPath(const MatrixResults& results)
+{
+	std::map<std::string, PathTimes> times;
 	for (const Cell& cell : results.cells)
 	{
 		for (const Leg& leg : {Leg{cell, true}, Leg{cell, false}})
 		{
-			const std::vector<Millis> here = overheadsOf(legsOf(results, leg));
-			overheads[leg.expected().path].insert(overheads[leg.expected().path].end(), here.begin(), here.end());
+			const LegFigures figures = figuresOf(results, leg);
+			PathTimes& path = times[leg.expected().path];
+			const std::vector<Millis> noticed = figures.noticed();
+			const std::vector<Millis> overheads = figures.overheads();
+			path.noticed.insert(path.noticed.end(), noticed.begin(), noticed.end());
+			path.overheads.insert(path.overheads.end(), overheads.begin(), overheads.end());
 		}
 	}
+	return times;
+}
+
+/// One row for each path that was taken.
+std::vector<Row> pathRows(const MatrixResults& results)
+{
 	std::vector<Row> rows;
-	for (const auto& [name, values] : overheads)
+	for (const auto& [name, times] : timesByPath(results))
 	{
-		const std::optional<Summary> summary = summaryOf(values);
+		const std::optional<Summary> summary = summaryOf(times.overheads);
 		if (!summary)
 		{
 			continue;
 		}
 		const Path& path = results.expectations.paths.at(name);
 		const bool reached = summary->median <= medianGoal && summary->p95 <= p95Goal;
-		rows.push_back({name, explained(path.before, results.times.pair), explained(path.after, results.times.pair),
-		                std::to_string(summary->count), toText(summary), reached ? "yes" : "no"});
+		rows.push_back({name, explained(path.before, results.times.pair), toText(summaryOf(times.noticed)),
+		                explained(path.after, results.times.pair), std::to_string(summary->count), toText(summary),
+		                reached ? "yes" : "no"});
 	}
 	return rows;
 }
 
 const Row& pathHead()
 {
-	static const Row titles{"path",     "waits until the decision, at most", "waits after it", "times",
-	                        "overhead", "median <= 150 ms, p95 <= 400 ms"};
+	static const Row titles{
+	    "path",     "waits until the decision, at most", "until the decision", "waits after it", "times",
+	    "overhead", "median <= 150 ms, p95 <= 400 ms"};
 	return titles;
 }
 
@@ -247,7 +200,7 @@ std::vector<std::string> differenceLines(const MatrixResults& results)
 	std::vector<std::string> lines;
 	for (const RunRecord& record : results.records)
 	{
-		for (const std::string& difference : record.differences)
+		for (const std::string& difference : differencesOf(record))
 		{
 			lines.push_back(record.cell + ", run " + std::to_string(record.run) + ": " + difference);
 		}
@@ -264,8 +217,7 @@ constexpr const char* legend =
 bool MatrixResults::allAsExpected() const
 {
 	return records.size() == cells.size() * static_cast<std::size_t>(runs) &&
-	       std::all_of(records.begin(), records.end(),
-	                   [](const RunRecord& record) { return record.differences.empty(); });
+	       std::all_of(records.begin(), records.end(), [](const RunRecord& record) { return record.asExpected(); });
 }
 
 std::string toText(const MatrixResults& results)

@@ -29,7 +29,8 @@ struct MatrixResults
 std::string toText(const MatrixResults& results);
 /// The same as tables of a document.
 std::string toMarkdown(const MatrixResults& results);
-/// All records and the settings.
+/// An object: "seed", "runs", "jobs", "intervalS", "receivingTimeS", "waitingTimeS",
+/// "slackMs", "machine", "asExpected", and "records" as toJson(RunRecord) makes them.
 std::string toJson(const MatrixResults& results);
 /// Reads what toJson wrote; the runs are not judged again.
 /// @param expectations  the table to lay beside; cells of which there is no run are left out

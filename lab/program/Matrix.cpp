@@ -12,9 +12,6 @@ namespace velarix::lab
 namespace
 {
 
-/// Generous: the longest run is a pair's start, a move and two legs.
-constexpr Millis runLimit{600000};
-
 int listCells(const std::vector<Cell>& cells)
 {
 	for (const Cell& cell : cells)
@@ -28,8 +25,8 @@ int listCells(const std::vector<Cell>& cells)
 void tell(const RunRecord& record, std::size_t done, std::size_t all)
 {
 	std::cerr << "[" << done << "/" << all << "] " << record.cell << ", run " << record.run << ": "
-	          << (record.differences.empty() ? "as expected" : "NOT AS EXPECTED") << '\n';
-	for (const std::string& difference : record.differences)
+	          << (record.asExpected() ? "as expected" : "NOT AS EXPECTED") << '\n';
+	for (const std::string& difference : differencesOf(record))
 	{
 		std::cerr << "    " << difference << '\n';
 	}
@@ -54,7 +51,8 @@ void runAll(const MatrixOptions& options, MatrixResults& results)
 	std::vector<RunRecord> records(plans.size());
 	std::size_t done = 0;
 	runInChildren(
-	    plans.size(), options.jobs, runLimit, [&](std::size_t index) { return toJson(runCell(plans[index])); },
+	    plans.size(), options.jobs, options.times.runLimit(),
+	    [&](std::size_t index) { return toJson(runCell(plans[index])); },
 	    [&](const ChildResult& result)
 	    {
 		    const CellPlan& plan = plans[result.index];

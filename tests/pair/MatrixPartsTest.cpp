@@ -12,6 +12,7 @@
 #include "ChaosReport.h"
 #include "Children.h"
 #include "Expectations.h"
+#include "Judge.h"
 #include "Measure.h"
 #include "Report.h"
 #include "Statistics.h"
@@ -183,16 +184,30 @@ TEST(MatrixMeasure, TellsOutageOwnersAndMoves)
 
 TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 {
-	const AskedTakeOver seen;
-	const Path line{"asked", "2*beat", "2*count", false, "takes over: the partner asks"};
-	EXPECT_EQ(overheadOf(seen.timeline, {}, seen.leg, line, {}), Millis(200));
-	const Path hasty{"asked", "second", "2*count", false, "takes over: the partner asks"};
-	EXPECT_EQ(overheadOf(seen.timeline, {}, seen.leg, hasty, {}), Millis(1200));
-	const Path pass{"asked", "2*beat", "2*count", true, "takes over: the partner asks"};
-	EXPECT_EQ(overheadOf(seen.timeline, {{{}, {Millis(100), Millis(2900), Millis(3100)}}}, seen.leg, pass, {}),
-	          Millis(300));
-	const Path other{"other", "0", "0", false, "third silence in a row"};
-	EXPECT_FALSE(overheadOf(seen.timeline, {}, seen.leg, other, {}));
+	AskedTakeOver seen;
+	using Passes = std::array<std::vector<Millis>, 2>;
+	const auto overhead = [&](const Path& path, const Passes& passes)
+	{
+		seen.leg.noticed.reset();
+		seen.leg.overhead.reset();
+		measureOverhead(seen.timeline, passes, path, {}, seen.leg);
+		return seen.leg.overhead;
+	};
+	const std::string words = "takes over: the partner asks";
+	EXPECT_EQ(overhead({"asked", "2*beat", "2*count", false, words}, {}), Millis(200));
+	EXPECT_EQ(seen.leg.noticed, Millis(2000));
+	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(1200));
+	const Path pass{"asked", "silence", "2*count", true, words};
+	EXPECT_EQ(overhead(pass, {{{}, {Millis(100), Millis(2900), Millis(3100)}}}), Millis(300));
+	EXPECT_EQ(seen.leg.noticed, Millis(1900));
+	// The pass before the deciding one lasted half a second longer than its waits.
+	EXPECT_EQ(overhead(pass, {{{}, {Millis(-600), Millis(2900)}}}), Millis(800));
+	EXPECT_FALSE(overhead({"other", "0", "0", false, "third silence in a row"}, {}));
+	EXPECT_FALSE(seen.leg.noticed);
+	seen.leg.took = Millis(700);
+	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(500));
+	seen.leg.outageOpen = true;
+	EXPECT_FALSE(overhead({"asked", "second", "2*count", false, words}, {}));
 }
 
 TEST(MatrixMeasure, SeesWhereTheLogIsWrong)
@@ -222,7 +237,7 @@ TEST(MatrixJudge, NamesEachDifference)
 	AskedTakeOver seen;
 	seen.leg.programs = "b";
 	const CellPlan plan = planOf("kill/a");
-	EXPECT_TRUE(differencesOf(seen.leg, plan.cell.stands, plan).empty());
+	EXPECT_TRUE(differencesOf(seen.leg, plan.cell.stands, plan.paths, plan.times).empty());
 	LegRecord bad = seen.leg;
 	bad.owner = "a+b";
 	bad.answer = "mixed";
@@ -232,18 +247,18 @@ TEST(MatrixJudge, NamesEachDifference)
 	bad.twoOwners = Millis(1);
 	bad.ended = "a";
 	bad.disagreements = {"x"};
-	const std::vector<std::string> told = differencesOf(bad, plan.cell.stands, plan);
+	const std::vector<std::string> told = differencesOf(bad, plan.cell.stands, plan.paths, plan.times);
 	ASSERT_EQ(told.size(), 8U);
 	EXPECT_EQ(told[0], "owner a+b, expected b");
 	EXPECT_EQ(told[4], "outage 60.000 s, expected at most 15.000 s");
 	EXPECT_EQ(told[5], "two owners for 0.001 s, expected at most 0.000 s");
 	LegRecord restless = seen.leg;
 	restless.steady = false;
-	EXPECT_EQ(differencesOf(restless, plan.cell.stands, plan).size(), 1U);
+	EXPECT_EQ(differencesOf(restless, plan.cell.stands, plan.paths, plan.times).size(), 1U);
 	Outcome unsteady = plan.cell.stands;
 	unsteady.owner = "unsteady";
-	EXPECT_EQ(differencesOf(seen.leg, unsteady, plan).size(), 1U);
-	EXPECT_TRUE(differencesOf(restless, unsteady, plan).empty());
+	EXPECT_EQ(differencesOf(seen.leg, unsteady, plan.paths, plan.times).size(), 1U);
+	EXPECT_TRUE(differencesOf(restless, unsteady, plan.paths, plan.times).empty());
 }
 
 TEST(MatrixRecord, SurvivesItsJourney)
