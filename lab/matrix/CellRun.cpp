@@ -53,6 +53,18 @@ void letServe(Lab& lab, HostId master, Millis limit)
 	}
 }
 
+/// What has no bound is expected to stay so: it is watched for longer.
+Millis quietFor(const Outcome& expected, const MatrixTimes& times)
+{
+	const bool forGood = expected.path == "*" && expected.owner != "unsteady";
+	return forGood ? times.patience() : times.quiet();
+}
+
+Millis limitFor(const Outcome& expected, const MatrixTimes& times)
+{
+	return expected.lasts ? sumOf(*expected.lasts, times.pair) : times.patience() + quietFor(expected, times);
+}
+
 LegRecord runLeg(Lab& lab, const CellPlan& plan, const Outcome& expected, void (Lab::*step)(const Fault&),
                  const std::vector<Fault>& faults)
 {
@@ -62,7 +74,7 @@ LegRecord runLeg(Lab& lab, const CellPlan& plan, const Outcome& expected, void (
 		(lab.*step)(fault);
 	}
 	const Millis took = lab.clock().now() - from;
-	LegRecord leg = observe(lab, from, plan.times.quiet(), took + plan.times.patience() + plan.times.quiet(), took);
+	LegRecord leg = observe(lab, from, quietFor(expected, plan.times), took + limitFor(expected, plan.times), took);
 	if (plan.paths.contains(expected.path))
 	{
 		measureOverhead(lab.timeline(), {lab.passes(HostId::a), lab.passes(HostId::b)}, plan.paths.at(expected.path),
@@ -80,7 +92,10 @@ void runLegs(Lab& lab, const CellPlan& plan, RunRecord& record)
 	record.legs.push_back(runLeg(lab, plan, plan.cell.stands, &Lab::inject, plan.cell.inject));
 	if (!plan.cell.heal.empty())
 	{
-		waitForTheMoment(random, pass);
+		if (!plan.cell.stands.lasts)
+		{
+			waitForTheMoment(random, pass);
+		}
 		record.legs.push_back(runLeg(lab, plan, plan.cell.healed, &Lab::heal, plan.cell.heal));
 	}
 	record.left = leftOn(lab);

@@ -79,15 +79,25 @@ std::optional<int> movesFrom(const std::string& word)
 	return moves;
 }
 
+std::string requiredSum(const std::string& expression)
+{
+	sumOf(expression, {});
+	return expression;
+}
+
 void addRemark(Outcome& outcome, const std::string& word)
 {
 	if (word == "log=differs")
 	{
 		outcome.logDiffers = true;
 	}
-	else if (word == "leaves")
+	else if (word.starts_with("since="))
 	{
-		outcome.leaves = true;
+		outcome.since = requiredSum(word.substr(6));
+	}
+	else if (word.starts_with("for="))
+	{
+		outcome.lasts = requiredSum(word.substr(4));
 	}
 	else if (word.starts_with("ended="))
 	{
@@ -96,7 +106,7 @@ void addRemark(Outcome& outcome, const std::string& word)
 	}
 	else
 	{
-		throw LabError("\"" + word + "\" is no remark on an outcome (ended=NODE, log=differs, leaves)");
+		throw LabError("\"" + word + "\" is no remark on an outcome (ended=NODE, log=differs, since=SUM, for=SUM)");
 	}
 }
 
@@ -109,8 +119,8 @@ Outcome outcomeFrom(const std::string& column)
 		               "\" is not");
 	}
 	requireOneOf(words[0], {"a", "b", "a+b", "none", "one", "unsteady", "any"}, "owner");
-	requireOneOf(words[1], {"a", "b", "none", "owner", "any"}, "answer");
-	requireOneOf(words[2], {"a", "b", "a+b", "none", "owner", "any"}, "place of programs");
+	requireOneOf(words[1], {"a", "b", "none", "owner", "served", "any"}, "answer");
+	requireOneOf(words[2], {"a", "b", "a+b", "none", "owner", "not-both", "any"}, "place of programs");
 	Outcome outcome;
 	outcome.owner = words[0];
 	outcome.answer = words[1];
@@ -119,8 +129,7 @@ Outcome outcomeFrom(const std::string& column)
 	outcome.path = words[5];
 	if (words[4] != "*")
 	{
-		sumOf(words[4], {});
-		outcome.twice = words[4];
+		outcome.twice = requiredSum(words[4]);
 	}
 	for (std::size_t index = 6; index < words.size(); ++index)
 	{

@@ -33,15 +33,16 @@ struct Path
 /// Where a leg of a cell has to end, and at what cost.
 struct Outcome
 {
-	std::string owner;                ///< a, b, a+b, none, one (a or b), unsteady, any
-	std::string answer;               ///< a, b, none, owner (the one that holds the address), any
-	std::string programs;             ///< a, b, a+b, none, owner, any
-	std::optional<int> moves;         ///< at most; empty: any number
+	std::string owner;        ///< a, b, a+b, none, one (a or b), unsteady, any
+	std::string answer;       ///< a, b, none, owner (the one that holds the address), served (a, b or both), any
+	std::string programs;     ///< a, b, a+b, none, owner, not-both, any
+	std::optional<int> moves; ///< at most; empty: any number
 	std::optional<std::string> twice; ///< bound of double ownership, a sum of waits; empty: for good
 	std::string path;                 ///< name of a path; "-": no outage; "*": no bound
 	std::string ended;                ///< nodes whose agent ends by itself: "", a, b, a+b
 	bool logDiffers = false;          ///< the logs do not tell who holds the address
-	bool leaves = false;              ///< something stays on the nodes that should not
+	std::optional<std::string> since; ///< the owner does not change before, a sum of waits; empty: at any time
+	std::optional<std::string> lasts; ///< how long the leg is watched, a sum of waits; empty: until it rests
 };
 
 struct Cell

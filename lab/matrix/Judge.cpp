@@ -27,6 +27,14 @@ bool ownerFits(const LegRecord& leg, const std::string& expected)
 /// "owner" stands for whoever holds the address.
 bool placeFits(const std::string& seen, const std::string& expected, const std::string& owner)
 {
+	if (expected == "served")
+	{
+		return seen != "none";
+	}
+	if (expected == "not-both")
+	{
+		return seen != "a+b";
+	}
 	return expected == "any" || seen == (expected == "owner" ? owner : expected);
 }
 
@@ -38,24 +46,70 @@ std::string orNothing(const std::string& text)
 /// Told with what was seen, and what was wanted.
 using Tell = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
 
-void boundDifferences(const LegRecord& leg, const Outcome& expected, const std::map<std::string, Path>& paths,
-                      const MatrixTimes& times, const Tell& differs)
+/// No more than the bound allows; the lab's own work is excused where there is an outage at all.
+void outageDifferences(const LegRecord& leg, const Outcome& expected, const std::map<std::string, Path>& paths,
+                       const MatrixTimes& times, const Tell& differs)
 {
 	const std::optional<Millis> bound = outageBound(expected, paths, times.pair, times.noOutage, times.slack);
-	const Millis excused = expected.path == "-" ? Millis(0) : leg.took;
-	if (bound && leg.outage > *bound + excused)
+	if (!bound)
 	{
-		differs("outage", secondsText(leg.outage), "at most " + secondsText(*bound + excused));
+		return;
 	}
+	const Millis allowed = *bound + (expected.path == "-" ? Millis(0) : leg.took);
+	const auto atMost = [&](const char* what, Millis seen, Millis most)
+	{
+		if (seen > most)
+		{
+			differs(what, secondsText(seen), "at most " + secondsText(most));
+		}
+	};
+	atMost("outage", leg.outage, allowed);
+	const bool one = leg.steady && isSingle(expected.owner) && expected.twice;
+	if (one)
+	{
+		atMost("without an answer in all", leg.noAnswer, allowed);
+		atMost("without an owner", leg.noOwner, expected.path == "-" ? Millis(0) : allowed);
+	}
+}
+
+/// In a leg that never rests the longest stretch counts.
+void twoOwnersDifferences(const LegRecord& leg, const Outcome& expected, const MatrixTimes& times, const Tell& differs)
+{
 	if (!expected.twice)
 	{
 		return;
 	}
 	const Millis twice = sumOf(*expected.twice, times.pair);
 	const Millis allowed = twice == Millis(0) ? Millis(0) : twice + times.slack;
-	if (leg.twoOwners > allowed)
+	const Millis seen = expected.owner == "unsteady" ? leg.twoOwnersLongest : leg.twoOwners;
+	if (seen > allowed)
 	{
-		differs("two owners for", secondsText(leg.twoOwners), "at most " + secondsText(allowed));
+		differs("two owners for", secondsText(seen), "at most " + secondsText(allowed));
+	}
+}
+
+void changeDifferences(const LegRecord& leg, const Outcome& expected, const MatrixTimes& times, const Tell& differs)
+{
+	const Millis since = expected.since ? sumOf(*expected.since, times.pair) : Millis(0);
+	if (leg.firstChange && *leg.firstChange < since)
+	{
+		differs("the owner changed after", secondsText(*leg.firstChange), "not before " + secondsText(since));
+	}
+}
+
+void logDifferences(const LegRecord& leg, const Outcome& expected, const Tell& differs)
+{
+	if (expected.logDiffers)
+	{
+		if (leg.disagreements.empty())
+		{
+			differs("log and observation", "agree", "that they differ");
+		}
+		return;
+	}
+	for (const std::string& disagreement : leg.disagreements)
+	{
+		differs("log and observation:", disagreement, "that they agree");
 	}
 }
 
@@ -83,18 +137,14 @@ std::vector<std::string> differencesOf(const LegRecord& leg, const Outcome& expe
 	{
 		differs("moves", std::to_string(leg.moves), "at most " + std::to_string(*expected.moves));
 	}
-	boundDifferences(leg, expected, paths, times, differs);
+	outageDifferences(leg, expected, paths, times, differs);
+	twoOwnersDifferences(leg, expected, times, differs);
+	changeDifferences(leg, expected, times, differs);
 	if (leg.ended != expected.ended)
 	{
 		differs("agents that ended by themselves:", orNothing(leg.ended), orNothing(expected.ended));
 	}
-	for (const std::string& disagreement : leg.disagreements)
-	{
-		if (!expected.logDiffers)
-		{
-			found.push_back("log and observation: " + disagreement);
-		}
-	}
+	logDifferences(leg, expected, differs);
 	return found;
 }
 
@@ -105,13 +155,9 @@ void judge(RunRecord& record, const Cell& cell, const std::map<std::string, Path
 		LegRecord& leg = record.legs[index];
 		leg.differences = differencesOf(leg, index == 0 ? cell.stands : cell.healed, paths, times);
 	}
-	const Outcome& last = cell.heal.empty() ? cell.stands : cell.healed;
 	for (const std::string& left : record.left)
 	{
-		if (!last.leaves)
-		{
-			record.differences.push_back("left behind: " + left);
-		}
+		record.differences.push_back("left behind: " + left);
 	}
 }
 

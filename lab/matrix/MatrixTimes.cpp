@@ -7,7 +7,7 @@ namespace velarix::lab
 
 Millis MatrixTimes::quiet() const
 {
-	return sumOf("3*silence+4*ping+2*second", pair);
+	return sumOf("3*silence+4*ping+2*second+count+wait", pair) + slack;
 }
 
 } // namespace velarix::lab

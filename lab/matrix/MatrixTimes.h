@@ -14,8 +14,8 @@ struct MatrixTimes
 	Millis noOutage{1000}; ///< an outage up to this counts as none
 	Millis slack{2000};    ///< allowed beyond the prescribed waits: a loaded machine
 
-	/// As long as the agent can be about something without a visible change:
-	/// three silences are counted and the partner probed.
+	/// As long as the agent can be about something without a visible change: three
+	/// silences are counted, the partner is probed, the address counted down to.
 	Millis quiet() const;
 	/// A leg that is not steady by then is not going to be.
 	Millis patience() const { return 3 * quiet(); }
