@@ -34,13 +34,12 @@ Json jsonOf(const std::vector<ChaosStepRecord>& records)
 	return steps;
 }
 
-std::string replayCommand(const ChaosResults& results, const ChaosStepRecord& record)
+std::string replayCommand(const ChaosResults& results, int lane, int step)
 {
 	const PairTimes& times = results.times;
 	std::ostringstream text;
-	text << "velarix-lab chaos --seed " << results.seed << " --lane " << record.lane << " --steps " << record.step
-	     << " --interval " << times.interval << " --receiving-time " << times.receivingTime << " --waiting-time "
-	     << times.waitingTime;
+	text << "velarix-lab chaos --seed " << results.seed << " --lane " << lane << " --steps " << step << " --interval "
+	     << times.interval << " --receiving-time " << times.receivingTime << " --waiting-time " << times.waitingTime;
 	return text.str();
 }
 
@@ -104,11 +103,15 @@ std::string toText(const ChaosResults& results)
 			text << "lane " << record.lane << ", step " << record.step << " (" << record.faults << "): " << violation
 			     << '\n';
 		}
-		text << (record.violations.empty() ? "" : "  again: " + replayCommand(results, record) + "\n");
+		if (!record.violations.empty())
+		{
+			text << "  again: " << replayCommand(results, record.lane, record.step) << '\n';
+		}
 	}
-	for (const std::string& problem : results.problems)
+	for (const ChaosProblem& problem : results.problems)
 	{
-		text << problem << '\n';
+		text << "lane " << problem.lane << " did not get to its end, step " << problem.step << ": " << problem.text
+		     << "\n  again: " << replayCommand(results, problem.lane, problem.step) << '\n';
 	}
 	text << (results.good() ? "the invariants held after every step\n" : "the invariants did NOT hold\n");
 	return text.str();
@@ -121,12 +124,17 @@ std::string toJson(const std::vector<ChaosStepRecord>& records)
 
 std::string toJson(const ChaosResults& results)
 {
+	Json problems = Json::array();
+	for (const ChaosProblem& problem : results.problems)
+	{
+		problems.push_back({{"lane", problem.lane}, {"step", problem.step}, {"problem", problem.text}});
+	}
 	const Json whole{{"seed", results.seed},
 	                 {"intervalS", results.times.interval},
 	                 {"receivingTimeS", results.times.receivingTime},
 	                 {"waitingTimeS", results.times.waitingTime},
 	                 {"good", results.good()},
-	                 {"problems", results.problems},
+	                 {"problems", std::move(problems)},
 	                 {"steps", jsonOf(results.records)}};
 	return whole.dump(1, '\t', false, Json::error_handler_t::replace) + "\n";
 }

@@ -7,15 +7,13 @@
 #include "Lab.h"
 #include "Measure.h"
 #include "Observe.h"
+#include "Owners.h"
 
 namespace velarix::lab
 {
 
 namespace
 {
-
-constexpr Millis serveLimit{90000};
-constexpr Millis recoveryLimit{120000};
 
 std::unique_ptr<Lab> freshPair(const ChaosOptions& options)
 {
@@ -27,11 +25,14 @@ std::unique_ptr<Lab> freshPair(const ChaosOptions& options)
 	for (const FaultKind kind : options.kinds)
 	{
 		const FaultInfo& info = infoOf(kind);
-		info.prepare != nullptr ? info.prepare(labOptions) : void();
+		if (info.prepare != nullptr)
+		{
+			info.prepare(labOptions);
+		}
 	}
 	auto lab = std::make_unique<Lab>(labOptions);
 	lab->startAgents();
-	if (!lab->waitForService(HostId::a, serveLimit))
+	if (!lab->waitForService(HostId::a, options.times.serveLimit()))
 	{
 		throw LabError("a fresh pair did not come to serve: " + lab->stateText());
 	}
@@ -88,29 +89,9 @@ void healAll(Lab& lab, const std::vector<Fault>& struck, Millis pause)
 	}
 }
 
-std::vector<std::string> violationsOf(Lab& lab, const LegRecord& after, const LegRecord& whole)
+std::string agentsOf(Lab& lab)
 {
-	std::vector<std::string> found;
-	const bool single = after.owner == "a" || after.owner == "b";
-	const auto check = [&](bool well, const std::string& text) { well ? void() : found.push_back(text); };
-	check(after.steady, "the pair does not come to rest");
-	check(single, "owner of the address: " + after.owner);
-	check(after.answer == after.owner, "the client is answered by: " + after.answer);
-	check(after.programs == after.owner, "the managed program runs on: " + after.programs);
-	check(whole.ended.empty(), "an agent has ended by itself on: " + whole.ended);
-	for (const HostId node : nodes)
-	{
-		check(lab.node(node).agent().has_value(), std::string("no agent on node ") + nameOf(node));
-	}
-	for (const std::string& disagreement : after.disagreements)
-	{
-		found.push_back("log and observation: " + disagreement);
-	}
-	if (found.empty())
-	{
-		found = leftOn(lab);
-	}
-	return found;
+	return ownersText(lab.node(HostId::a).agent().has_value(), lab.node(HostId::b).agent().has_value());
 }
 
 std::string timelineFrom(const Timeline& timeline, Millis from)
@@ -132,7 +113,7 @@ ChaosStepRecord runStep(Lab& lab, const ChaosStep& step, const MatrixTimes& time
 	const std::vector<Fault> struck = strike(lab, step);
 	std::this_thread::sleep_for(step.stands);
 	healAll(lab, struck, step.betweenHealings);
-	const LegRecord after = observe(lab, lab.clock().now(), times.quiet(), recoveryLimit);
+	const LegRecord after = observe(lab, lab.clock().now(), times.quiet(), 8 * times.quiet());
 	whole.to = after.to;
 	measure(lab.timeline(), whole);
 	for (const Fault& fault : struck)
@@ -142,18 +123,18 @@ ChaosStepRecord runStep(Lab& lab, const ChaosStep& step, const MatrixTimes& time
 	record.recovery = after.steadyAfter;
 	record.noAnswer = whole.noAnswer;
 	record.twoOwners = whole.twoOwners;
-	record.violations = violationsOf(lab, after, whole);
+	record.violations = violationsOf(after, whole.ended, agentsOf(lab));
+	if (record.violations.empty())
+	{
+		record.violations = leftOn(lab);
+	}
 	record.timeline = record.violations.empty() ? "" : timelineFrom(lab.timeline(), whole.from) + errorsIn(lab);
 	return record;
 }
 
-} // namespace
-
-std::vector<ChaosStepRecord> runChaosLane(const ChaosOptions& options,
-                                          const std::function<void(const ChaosStepRecord&)>& told)
+void runSteps(const ChaosOptions& options, const std::function<void(const ChaosStepRecord&)>& told)
 {
 	ChaosSchedule schedule(options.seed, options.lane, options.kinds);
-	std::vector<ChaosStepRecord> records;
 	const LabClock clock;
 	std::unique_ptr<Lab> lab;
 	for (int step = 1; !options.steps || step <= *options.steps; ++step)
@@ -174,9 +155,48 @@ std::vector<ChaosStepRecord> runChaosLane(const ChaosOptions& options,
 		{
 			lab.reset();
 		}
-		records.push_back(std::move(record));
 	}
-	return records;
+}
+
+} // namespace
+
+std::vector<std::string> violationsOf(const LegRecord& after, const std::string& ended, const std::string& agents)
+{
+	std::vector<std::string> found;
+	const auto require = [&](bool well, const std::string& otherwise)
+	{
+		if (!well)
+		{
+			found.push_back(otherwise);
+		}
+	};
+	require(after.steady, "the pair does not come to rest");
+	require(isSingle(after.owner), "owner of the address: " + after.owner);
+	require(after.answer == after.owner, "the client is answered by: " + after.answer);
+	require(after.programs == after.owner, "the managed program runs on: " + after.programs);
+	require(ended.empty(), "an agent has ended by itself on: " + ended);
+	for (const HostId node : nodes)
+	{
+		require(holds(agents, node), "no agent on " + nodeText(node));
+	}
+	for (const std::string& disagreement : after.disagreements)
+	{
+		found.push_back("log and observation: " + disagreement);
+	}
+	return found;
+}
+
+std::string runChaosLane(const ChaosOptions& options, const std::function<void(const ChaosStepRecord&)>& told)
+{
+	try
+	{
+		runSteps(options, told);
+		return "";
+	}
+	catch (const LabError& error)
+	{
+		return error.what();
+	}
 }
 
 } // namespace velarix::lab

@@ -9,6 +9,7 @@
 
 #include "CellRun.h"
 #include "ChaosPlan.h"
+#include "Record.h"
 
 namespace velarix::lab
 {
@@ -37,11 +38,17 @@ struct ChaosStepRecord
 	std::string timeline;                ///< of the step, when they do not
 };
 
+/// What is wrong with a pair that has come to rest; empty: the invariants hold.
+/// @param after   from the last healing until then
+/// @param ended   nodes on which an agent ended by itself since the first fault: "", a, b, a+b
+/// @param agents  nodes on which an agent runs: none, a, b, a+b
+std::vector<std::string> violationsOf(const LegRecord& after, const std::string& ended, const std::string& agents);
+
 /// Runs the schedule of one lane. A pair that is not well after a step is
 /// replaced by a fresh one.
-/// @param told  after each step
-std::vector<ChaosStepRecord> runChaosLane(const ChaosOptions& options,
-                                          const std::function<void(const ChaosStepRecord&)>& told);
+/// @param told  after each step, with its record
+/// @return why the lane did not get to its end; empty when it did
+std::string runChaosLane(const ChaosOptions& options, const std::function<void(const ChaosStepRecord&)>& told);
 
 std::string toJson(const std::vector<ChaosStepRecord>& records);
 /// @throws LabError when the text holds no such records

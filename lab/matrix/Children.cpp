@@ -1,11 +1,16 @@
 #include "Children.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <list>
 
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,140 +20,286 @@ namespace velarix::lab
 namespace
 {
 
+/// A message is its kind, the length of its text and the text, so that a cut one
+/// is known.
+constexpr char partMark = '*';
 constexpr char wellMark = '+';
 constexpr char illMark = '-';
 
-struct Child
-{
-	std::size_t index = 0;
-	pid_t pid = -1;
-	UniqueFd pipe;
-	std::string text;
-	Millis deadline{0};
-};
+using Length = std::uint64_t;
+constexpr std::size_t headSize = 1 + sizeof(Length);
 
-void sendAll(int socket, const std::string& text)
+/// Readings of one child before the next one is looked at.
+constexpr int turnsEach = 64;
+
+/// @return false when the other end is gone
+bool sendAll(int socket, const std::string& text)
 {
 	for (std::size_t sent = 0; sent < text.size();)
 	{
 		const ssize_t count = ::send(socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-		if (count <= 0)
+		if (count < 0 && errno != EINTR)
 		{
-			return;
+			return false;
 		}
-		sent += static_cast<std::size_t>(count);
+		sent += count > 0 ? static_cast<std::size_t>(count) : 0;
 	}
+	return true;
+}
+
+bool sendMessage(int socket, char kind, const std::string& text)
+{
+	const Length length = text.size();
+	std::string head(headSize, kind);
+	std::memcpy(head.data() + 1, &length, sizeof length);
+	return sendAll(socket, head) && sendAll(socket, text);
 }
 
 /// Leaves without the caller's own clean-up.
-[[noreturn]] void beChild(int socket, std::size_t index, const std::function<std::string(std::size_t)>& work)
+[[noreturn]] void beChild(int socket, pid_t parent, std::size_t index, const WorkInParts& work)
 {
-	::prctl(PR_SET_PDEATHSIG, SIGKILL);
+	// A parent that ended before the call would send no signal any more.
+	if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent)
+	{
+		_exit(1);
+	}
+	char kind = illMark;
 	std::string text;
 	try
 	{
-		text = wellMark + work(index);
+		text = work(index, [socket](const std::string& part) { sendMessage(socket, partMark, part); });
+		kind = wellMark;
 	}
 	catch (const std::exception& error)
 	{
-		text = illMark + std::string(error.what());
+		text = error.what();
 	}
-	sendAll(socket, text);
-	_exit(0);
+	catch (...)
+	{
+		text = "it threw something that is no error";
+	}
+	_exit(sendMessage(socket, kind, text) ? 0 : 1);
 }
 
-Child startChild(std::size_t index, Millis deadline, const std::function<std::string(std::size_t)>& work)
+/// One process and what it has said so far.
+class Child
+{
+public:
+	Child(std::size_t index, Millis deadline, const WorkInParts& work);
+	/// Ends it, should it still run.
+	~Child();
+	Child(const Child&) = delete;
+	Child& operator=(const Child&) = delete;
+
+	/// What poll has to watch: new words, and the end.
+	std::array<pollfd, 2> watched() const { return {{{m_socket.get(), POLLIN, 0}, {m_pidFd.get(), POLLIN, 0}}}; }
+	/// Takes in what it has said by now, but not so much that the others would wait.
+	void listen();
+	/// @return true when the process has ended by itself
+	bool ended();
+	bool late(Millis now) const { return now > m_deadline; }
+	/// To be called in the end. Kills a process that has not ended.
+	ChildResult result();
+
+private:
+	std::size_t m_index;
+	Millis m_deadline;
+	UniqueFd m_socket;
+	UniqueFd m_pidFd;
+	pid_t m_pid = -1; ///< -1: its status has been taken
+	int m_status = 0;
+	std::string m_said;
+
+	void kill();
+	/// @return true when there may be more
+	bool hear();
+};
+
+Child::Child(std::size_t index, Millis deadline, const WorkInParts& work) : m_index(index), m_deadline(deadline)
 {
 	int ends[2];
 	if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
 	{
 		throwErrno("cannot make a socket pair");
 	}
-	Child child{index, -1, UniqueFd(ends[0]), {}, deadline};
+	m_socket.reset(ends[0]);
 	const UniqueFd theirs(ends[1]);
-	child.pid = ::fork();
-	if (child.pid == 0)
+	const pid_t parent = ::getpid();
+	m_pid = ::fork();
+	if (m_pid == 0)
 	{
-		child.pipe.reset();
-		beChild(theirs.get(), index, work);
+		m_socket.reset();
+		beChild(theirs.get(), parent, index, work);
 	}
-	if (child.pid < 0)
+	if (m_pid < 0)
 	{
 		throwErrno("cannot make a process for a run");
 	}
-	return child;
+	m_pidFd.reset(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
+	if (!m_pidFd)
+	{
+		const int reason = errno;
+		kill();
+		errno = reason;
+		throwErrno("cannot watch the process of a run");
+	}
 }
 
-/// @return true when the child has said everything
-bool readFrom(Child& child)
+Child::~Child()
 {
-	char buffer[16384];
-	const ssize_t count = ::recv(child.pipe.get(), buffer, sizeof buffer, MSG_DONTWAIT);
-	child.text.append(buffer, count > 0 ? static_cast<std::size_t>(count) : 0);
-	return count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
+	kill();
 }
 
-ChildResult resultOf(Child& child, bool late)
+void Child::kill()
+{
+	if (m_pid > 0)
+	{
+		::kill(m_pid, SIGKILL);
+		while (::waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR)
+		{
+		}
+		m_pid = -1;
+	}
+}
+
+bool Child::hear()
+{
+	if (!m_socket)
+	{
+		return false;
+	}
+	char buffer[16384];
+	const ssize_t count = ::recv(m_socket.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+	m_said.append(buffer, count > 0 ? static_cast<std::size_t>(count) : 0);
+	if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR))
+	{
+		m_socket.reset();
+	}
+	return count > 0 || (count < 0 && errno == EINTR);
+}
+
+void Child::listen()
+{
+	for (int turn = 0; turn < turnsEach && hear(); ++turn)
+	{
+	}
+}
+
+bool Child::ended()
+{
+	if (m_pid > 0 && ::waitpid(m_pid, &m_status, WNOHANG) == m_pid)
+	{
+		m_pid = -1;
+	}
+	return m_pid < 0;
+}
+
+std::string endingOf(bool late, int status)
 {
 	if (late)
 	{
-		::kill(child.pid, SIGKILL);
+		return "it did not end in time";
 	}
-	while (::waitpid(child.pid, nullptr, 0) < 0 && errno == EINTR)
+	if (WIFSIGNALED(status))
+	{
+		return "it was killed by signal " + std::to_string(WTERMSIG(status));
+	}
+	return WEXITSTATUS(status) == 0 ? "it ended before it had said everything"
+	                                : "it ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+/// All that was said and arrived whole: parts into `result`.
+/// @return the last word, of the kind wellMark or illMark; of the kind partMark: there is none
+std::pair<char, std::string> heardOut(const std::string& said, ChildResult& result)
+{
+	Length length = 0;
+	for (std::size_t at = 0; at + headSize <= said.size(); at += headSize + length)
+	{
+		std::memcpy(&length, said.data() + at + 1, sizeof length);
+		if (said.size() - at - headSize < length)
+		{
+			break;
+		}
+		std::string text = said.substr(at + headSize, length);
+		if (said[at] != partMark)
+		{
+			return {said[at], std::move(text)};
+		}
+		result.parts.push_back(std::move(text));
+	}
+	return {partMark, {}};
+}
+
+ChildResult Child::result()
+{
+	const bool late = !ended();
+	kill();
+	while (hear())
 	{
 	}
-	ChildResult result{child.index, {}, {}};
-	if (!child.text.empty() && child.text.front() == wellMark)
+	ChildResult result{m_index, {}, {}, {}};
+	const auto [lastKind, last] = heardOut(m_said, result);
+	if (lastKind == wellMark && !late && m_status == 0)
 	{
-		result.text = child.text.substr(1);
+		result.text = last;
+	}
+	else if (lastKind == illMark)
+	{
+		result.problem = last.empty() ? "it failed and did not say why" : last;
 	}
 	else
 	{
-		const std::string silent = late ? "it did not end in time" : "it ended without a word";
-		result.problem = child.text.empty() ? silent : child.text.substr(1);
+		result.problem = endingOf(late, m_status);
 	}
 	return result;
 }
 
-void waitForAny(std::vector<Child>& children)
+void waitForAny(const std::list<Child>& children)
 {
 	std::vector<pollfd> watched;
-	watched.reserve(children.size());
 	for (const Child& child : children)
 	{
-		watched.push_back({child.pipe.get(), POLLIN, 0});
+		const std::array<pollfd, 2> both = child.watched();
+		watched.insert(watched.end(), both.begin(), both.end());
 	}
 	::poll(watched.data(), watched.size(), 500);
 }
 
 } // namespace
 
-void runInChildren(std::size_t count, int jobs, Millis limit, const std::function<std::string(std::size_t)>& work,
+void runInChildren(std::size_t count, int jobs, Millis limit, const WorkInParts& work,
                    const std::function<void(const ChildResult&)>& done)
 {
 	const LabClock clock;
-	std::vector<Child> children;
+	std::list<Child> children;
 	std::size_t next = 0;
 	while (next < count || !children.empty())
 	{
 		while (next < count && children.size() < static_cast<std::size_t>(jobs))
 		{
-			children.push_back(startChild(next++, clock.now() + limit, work));
+			children.emplace_back(next++, clock.now() + limit, work);
 		}
 		waitForAny(children);
-		for (std::size_t index = 0; index < children.size();)
+		for (auto child = children.begin(); child != children.end();)
 		{
-			const bool ended = readFrom(children[index]);
-			const bool late = clock.now() > children[index].deadline;
-			if (!ended && !late)
+			child->listen();
+			if (!child->ended() && !child->late(clock.now()))
 			{
-				++index;
+				++child;
 				continue;
 			}
-			done(resultOf(children[index], !ended));
-			children.erase(children.begin() + static_cast<std::ptrdiff_t>(index));
+			const ChildResult result = child->result();
+			child = children.erase(child);
+			done(result);
 		}
 	}
+}
+
+void runInChildren(std::size_t count, int jobs, Millis limit, const Work& work,
+                   const std::function<void(const ChildResult&)>& done)
+{
+	runInChildren(
+	    count, jobs, limit, [&work](std::size_t index, const HandOver&) { return work(index); }, done);
 }
 
 } // namespace velarix::lab

@@ -57,6 +57,23 @@ Millis limitOf(const ChaosOptions& options)
 	return std::max(bySteps, options.duration.value_or(Millis(0)) + 2 * stepLimit);
 }
 
+/// A lane that was ended has told its steps up to then.
+void takeIn(const ChildResult& lane, int number, ChaosResults& results)
+{
+	int step = 1;
+	for (const std::string& part : lane.parts)
+	{
+		const std::vector<ChaosStepRecord> records = chaosRecordsFrom(part);
+		results.records.insert(results.records.end(), records.begin(), records.end());
+		step += static_cast<int>(records.size());
+	}
+	const std::string& problem = lane.problem.empty() ? lane.text : lane.problem;
+	if (!problem.empty())
+	{
+		results.problems.push_back({number, step, problem});
+	}
+}
+
 ChaosResults runLanes(const std::vector<ChaosOptions>& lanes)
 {
 	ChaosResults results;
@@ -64,17 +81,16 @@ ChaosResults runLanes(const std::vector<ChaosOptions>& lanes)
 	results.times = lanes.front().times.pair;
 	runInChildren(
 	    lanes.size(), static_cast<int>(lanes.size()), limitOf(lanes.front()),
-	    [&](std::size_t index) { return toJson(runChaosLane(lanes[index], tell)); },
-	    [&](const ChildResult& result)
+	    [&](std::size_t index, const HandOver& handOver)
 	    {
-		    const std::vector<ChaosStepRecord> records =
-		        result.problem.empty() ? chaosRecordsFrom(result.text) : std::vector<ChaosStepRecord>();
-		    results.records.insert(results.records.end(), records.begin(), records.end());
-		    if (!result.problem.empty())
-		    {
-			    results.problems.push_back("lane " + std::to_string(lanes[result.index].lane) + ": " + result.problem);
-		    }
-	    });
+		    return runChaosLane(lanes[index],
+		                        [&](const ChaosStepRecord& record)
+		                        {
+			                        tell(record);
+			                        handOver(toJson(std::vector<ChaosStepRecord>{record}));
+		                        });
+	    },
+	    [&](const ChildResult& result) { takeIn(result, lanes[result.index].lane, results); });
 	std::stable_sort(results.records.begin(), results.records.end(),
 	                 [](const ChaosStepRecord& left, const ChaosStepRecord& right) { return left.lane < right.lane; });
 	return results;

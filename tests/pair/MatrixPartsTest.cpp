@@ -3,14 +3,9 @@
 
 #include <set>
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "CellRun.h"
-#include "ChaosPlan.h"
-#include "ChaosReport.h"
-#include "Children.h"
 #include "Expectations.h"
 #include "Judge.h"
 #include "Measure.h"
@@ -114,6 +109,9 @@ TEST(MatrixTable, IsReadRowByRow)
 	EXPECT_EQ(chosenCells(table, {}).size(), 2U);
 	EXPECT_EQ(chosenCells(table, {"kill"}).size(), 1U);
 	EXPECT_THROW(chosenCells(table, {"kil"}), LabError);
+	const std::vector<Cell> both = chosenCells(table, {"cut", "kill", "kill/a"});
+	ASSERT_EQ(both.size(), 2U) << "in the order of the table, each once";
+	EXPECT_EQ(both[0].name, "kill/a");
 }
 
 TEST(MatrixTable, TellsTheLineAndWhatIsWrong)
@@ -137,6 +135,15 @@ TEST(MatrixTable, TellsTheLineAndWhatIsWrong)
 	    {"c | a | reboot:a | " + good, "six or seven columns"},
 	    {"path | p | beat | count | line | -", "there twice"},
 	    {"path | r | beat | count | side | -", "\"side\" is no kind of anchor"},
+	    {"c | a | reboot:a - | " + good + " | - | -", "there is no fault \"-\""},
+	    {"c | a | reboot:a | " + good + " | | " + good, "there are no faults in a column"},
+	    {"c | a | reboot:a | " + good + " | - | " + good, "where nothing is healed"},
+	    {"c | a | reboot:a | a a a 0 0 q | - | -", "path that is not there: q"},
+	    {"short | c", "there is no cell \"c\""},
+	    {"short", "a row of short has two columns"},
+	    {"short | | c", "a row of short has two columns"},
+	    {"chaos |", "a row of chaos has two columns"},
+	    {"chaos | reboot | gateway", "a row of chaos has two columns"},
 	    {"chaos | quake", "there is no fault \"quake\""}};
 	for (const auto& [row, problem] : wrong)
 	{
@@ -321,80 +328,6 @@ TEST(MatrixReport, ShowsFiguresAndDifferencesInEachForm)
 	EXPECT_NE(toMarkdown(results).find("- kill/a, run 1: fault: owner a, expected b"), std::string::npos);
 	EXPECT_NE(toMarkdown(results).find("- `kill/a`: a note"), std::string::npos);
 	EXPECT_NE(toJson(results).find("\"overheadMs\": 200"), std::string::npos);
-}
-
-TEST(MatrixChildren, HandBackTextsAndProblems)
-{
-	std::vector<std::string> seen(4);
-	runInChildren(
-	    4, 2, Millis(1000),
-	    [](std::size_t index) -> std::string
-	    {
-		    switch (index)
-		    {
-		    case 1:
-			    throw LabError("no luck");
-		    case 2:
-			    _exit(3);
-		    case 3:
-			    for (;;)
-			    {
-				    ::pause();
-			    }
-		    default:
-			    return std::string(100000, 'x');
-		    }
-	    },
-	    [&](const ChildResult& result)
-	    { seen[result.index] = result.problem.empty() ? std::to_string(result.text.size()) : result.problem; });
-	EXPECT_EQ(seen,
-	          (std::vector<std::string>{"100000", "no luck", "it ended without a word", "it did not end in time"}));
-}
-
-TEST(Chaos, AScheduleFollowsFromItsSeed)
-{
-	const std::vector<FaultKind> kinds{FaultKind::powerOff, FaultKind::gatewayGone, FaultKind::reboot};
-	const auto drawn = [&](std::uint64_t seed, int lane)
-	{
-		ChaosSchedule schedule(seed, lane, kinds);
-		std::string text;
-		for (int step = 0; step < 50; ++step)
-		{
-			const ChaosStep next = schedule.next();
-			EXPECT_GE(next.faults.size(), 1U);
-			EXPECT_LE(next.faults.size(), 2U);
-			text += toText(next) + std::to_string(next.stands.count()) + "\n";
-		}
-		return text;
-	};
-	EXPECT_EQ(drawn(7, 0), drawn(7, 0));
-	EXPECT_NE(drawn(7, 0), drawn(8, 0));
-	EXPECT_NE(drawn(7, 0), drawn(7, 1));
-	EXPECT_NE(drawn(7, 0).find("power-off of the master, "), std::string::npos);
-	EXPECT_NE(drawn(7, 0).find("power-off of the other one"), std::string::npos);
-	EXPECT_THROW(ChaosSchedule(1, 0, {}), LabError);
-}
-
-TEST(Chaos, TheReportNamesTheCommandThatRepeatsAViolation)
-{
-	ChaosResults results;
-	EXPECT_FALSE(results.good());
-	ChaosStepRecord record;
-	record.lane = 2;
-	record.step = 9;
-	record.faults = "reboot of the master";
-	record.struck = {"reboot:a"};
-	results.seed = 5;
-	results.records = {record};
-	EXPECT_TRUE(results.good());
-	results.records[0].violations = {"owner of the address: a+b"};
-	EXPECT_FALSE(results.good());
-	const std::string text = toText(results);
-	EXPECT_NE(text.find("velarix-lab chaos --seed 5 --lane 2 --steps 9"), std::string::npos) << text;
-	EXPECT_NE(text.find("lane 2, step 9 (reboot of the master): owner of the address: a+b"), std::string::npos);
-	const std::vector<ChaosStepRecord> copy = chaosRecordsFrom(toJson(results.records));
-	EXPECT_EQ(toJson(copy), toJson(results.records));
-	EXPECT_THROW(chaosRecordsFrom("[{}]"), LabError);
 }
 
 } // namespace velarix::lab
