@@ -1,9 +1,9 @@
 #include "ControlCells.h"
 
-#include <algorithm>
 #include <csignal>
 
 #include "Plan.h"
+#include "Wishes.h"
 
 namespace velarix::lab
 {
@@ -35,11 +35,17 @@ void reboot(ControlPair& pair, HostId node, Seed /*seed*/)
 }
 
 /// The one that does not hold the address first: it must not take over meanwhile.
+/// One that is off already stays so.
 void bothOff(ControlPair& pair)
 {
 	const HostId owner = pair.lab().owners() == nameOf(HostId::b) ? HostId::b : HostId::a;
-	pair.powerOff(otherNode(owner));
-	pair.powerOff(owner);
+	for (const HostId node : {otherNode(owner), owner})
+	{
+		if (pair.lab().node(node).isOn())
+		{
+			pair.powerOff(node);
+		}
+	}
 }
 
 void coldStart(ControlPair& pair, HostId /*node*/, Seed /*seed*/)
@@ -60,7 +66,10 @@ void coldStartAlone(ControlPair& pair, HostId node, Seed /*seed*/)
 void endControl(ControlPair& pair, HostId node, int number, bool all)
 {
 	pair.signal(node, number, all);
-	waitFor([&] { return !pair.controlRuns(node); }, Millis(10000), "the control to be gone");
+	if (!waitFor([&] { return !pair.controlRuns(node); }, Millis(10000), "the control to be gone"))
+	{
+		throw LabError("the control of " + nodeText(node) + " does not end");
+	}
 }
 
 void terminate(ControlPair& pair, HostId node, Seed /*seed*/)
@@ -191,12 +200,6 @@ constexpr Network service = Network::service;
 constexpr Network communication = Network::communication;
 constexpr const char* wireWell = "wire repaired";
 
-/// The name itself, or a group of names.
-bool fits(const std::string& name, const std::string& wish)
-{
-	return name == wish || name.starts_with(wish + "/");
-}
-
 } // namespace
 
 const std::vector<ControlFault>& controlFaults()
@@ -246,17 +249,7 @@ std::vector<ControlCell> controlCells(const std::vector<std::string>& only)
 			}
 		}
 	}
-	for (const std::string& wish : only)
-	{
-		if (std::none_of(cells.begin(), cells.end(), [&](const ControlCell& cell) { return fits(cell.name, wish); }))
-		{
-			throw LabError("no cell of the controls is called " + wish);
-		}
-	}
-	const auto unwanted = [&](const ControlCell& cell)
-	{ return std::none_of(only.begin(), only.end(), [&](const std::string& wish) { return fits(cell.name, wish); }); };
-	std::erase_if(cells, [&](const ControlCell& cell) { return !only.empty() && unwanted(cell); });
-	return cells;
+	return wished(cells, only);
 }
 
 } // namespace velarix::lab

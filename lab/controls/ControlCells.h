@@ -36,9 +36,7 @@ struct ControlCell
 	HostId master = HostId::a; ///< serves at the time
 };
 
-/// All cells, both nodes and roles, or those whose name is, or begins with, one
-/// of `only` and a "/".
-/// @throws LabError when a wish fits none
+/// All cells, both nodes and roles, or those that `only` asks for by name, see wished().
 std::vector<ControlCell> controlCells(const std::vector<std::string>& only = {});
 
 } // namespace velarix::lab

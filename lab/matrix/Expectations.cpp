@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <functional>
 #include <set>
 #include <sstream>
 
 #include "Files.h"
 #include "Waits.h"
+#include "Wishes.h"
 
 namespace velarix::lab
 {
@@ -51,15 +53,21 @@ void requireOneOf(const std::string& word, const std::set<std::string>& allowed,
 	}
 }
 
+/// "-" stands for no faults.
 std::vector<Fault> faultsFrom(const std::string& column)
 {
 	std::vector<Fault> faults;
+	if (column == "-")
+	{
+		return faults;
+	}
+	if (column.empty())
+	{
+		throw LabError("there are no faults in a column of faults (\"-\" stands for none)");
+	}
 	for (const std::string& word : wordsOf(column))
 	{
-		if (word != "-")
-		{
-			faults.push_back(faultFrom(word));
-		}
+		faults.push_back(faultFrom(word));
 	}
 	return faults;
 }
@@ -167,7 +175,14 @@ void addCell(Expectations& expectations, const std::vector<std::string>& columns
 	cell.inject = faultsFrom(columns[2]);
 	cell.stands = outcomeFrom(columns[3]);
 	cell.heal = faultsFrom(columns[4]);
-	cell.healed = cell.heal.empty() ? Outcome{} : outcomeFrom(columns[5]);
+	if (!cell.heal.empty())
+	{
+		cell.healed = outcomeFrom(columns[5]);
+	}
+	else if (columns[5] != "-")
+	{
+		throw LabError("an outcome of a healing where nothing is healed: \"" + columns[5] + "\"");
+	}
 	cell.note = columns.size() == 7 ? columns[6] : std::string();
 	for (const Fault& fault : cell.heal)
 	{
@@ -185,9 +200,19 @@ void addCell(Expectations& expectations, const std::vector<std::string>& columns
 	expectations.cells.push_back(cell);
 }
 
+std::vector<std::string> wordsOfRow(const std::vector<std::string>& columns)
+{
+	std::vector<std::string> words = columns.size() == 2 ? wordsOf(columns[1]) : std::vector<std::string>();
+	if (words.empty())
+	{
+		throw LabError("a row of " + columns.front() + " has two columns, and words in the second");
+	}
+	return words;
+}
+
 void addChaos(Expectations& expectations, const std::vector<std::string>& columns)
 {
-	for (const std::string& word : wordsOf(columns.size() == 2 ? columns[1] : std::string()))
+	for (const std::string& word : wordsOfRow(columns))
 	{
 		const std::optional<FaultKind> kind = faultNamed(word);
 		if (!kind)
@@ -198,47 +223,84 @@ void addChaos(Expectations& expectations, const std::vector<std::string>& column
 	}
 }
 
-void addShort(Expectations& expectations, const std::vector<std::string>& columns)
+/// Calls, and tells the line's number with whatever goes wrong.
+void atLine(int number, const std::function<void()>& call)
 {
-	for (const std::string& word : wordsOf(columns.size() == 2 ? columns[1] : std::string()))
+	try
 	{
-		expectations.shortForm.push_back(word);
+		call();
+	}
+	catch (const LabError& error)
+	{
+		throw LabError("line " + std::to_string(number) + " of the expectations: " + error.what());
 	}
 }
 
-void addRow(Expectations& expectations, const std::string& line)
+/// The table as far as it is read, and on which lines it has said what.
+class Reader
+{
+public:
+	void addRow(int number, const std::string& line);
+	/// What is left to look at when all rows are known.
+	void checkNames() const;
+	const Expectations& table() const { return m_table; }
+
+private:
+	Expectations m_table;
+	std::vector<int> m_lineOfCell;  ///< by index of the cell
+	std::vector<int> m_lineOfShort; ///< by index of the name
+
+	void requirePath(const Cell& cell, const Outcome& outcome) const;
+};
+
+void Reader::addRow(int number, const std::string& line)
 {
 	const std::vector<std::string> columns = columnsOf(line);
 	if (columns.front() == "path")
 	{
-		addPath(expectations, columns);
+		addPath(m_table, columns);
 	}
 	else if (columns.front() == "chaos")
 	{
-		addChaos(expectations, columns);
+		addChaos(m_table, columns);
 	}
 	else if (columns.front() == "short")
 	{
-		addShort(expectations, columns);
+		const std::vector<std::string> words = wordsOfRow(columns);
+		m_table.shortForm.insert(m_table.shortForm.end(), words.begin(), words.end());
+		m_lineOfShort.insert(m_lineOfShort.end(), words.size(), number);
 	}
 	else
 	{
-		addCell(expectations, columns);
+		addCell(m_table, columns);
+		m_lineOfCell.push_back(number);
 	}
 }
 
-void requirePaths(const Expectations& expectations)
+void Reader::requirePath(const Cell& cell, const Outcome& outcome) const
 {
-	for (const Cell& cell : expectations.cells)
+	const std::string& path = outcome.path;
+	if (!path.empty() && path != "-" && path != "*" && !m_table.paths.contains(path))
 	{
-		for (const Outcome* outcome : {&cell.stands, &cell.healed})
-		{
-			const std::string& path = outcome->path;
-			if (!path.empty() && path != "-" && path != "*" && !expectations.paths.contains(path))
-			{
-				throw LabError("the cell " + cell.name + " takes a path that is not there: " + path);
-			}
-		}
+		throw LabError("the cell " + cell.name + " takes a path that is not there: " + path);
+	}
+}
+
+void Reader::checkNames() const
+{
+	for (std::size_t index = 0; index < m_table.cells.size(); ++index)
+	{
+		const Cell& cell = m_table.cells[index];
+		atLine(m_lineOfCell[index],
+		       [&]
+		       {
+			       requirePath(cell, cell.stands);
+			       requirePath(cell, cell.healed);
+		       });
+	}
+	for (std::size_t index = 0; index < m_table.shortForm.size(); ++index)
+	{
+		atLine(m_lineOfShort[index], [&] { chosenCells(m_table, {m_table.shortForm[index]}); });
 	}
 }
 
@@ -251,25 +313,20 @@ Millis Path::bound(const PairTimes& times) const
 
 Expectations parseExpectations(const std::string& text)
 {
-	Expectations expectations;
+	Reader reader;
 	std::istringstream stream(text);
 	int number = 0;
 	for (std::string line; std::getline(stream, line);)
 	{
 		++number;
 		const std::string content = trimmed(line.substr(0, line.find('#')));
-		try
+		if (!content.empty())
 		{
-			content.empty() ? void() : addRow(expectations, content);
-		}
-		catch (const LabError& error)
-		{
-			throw LabError("line " + std::to_string(number) + " of the expectations: " + error.what());
+			atLine(number, [&] { reader.addRow(number, content); });
 		}
 	}
-	requirePaths(expectations);
-	expectations.shortForm.empty() ? void() : void(chosenCells(expectations, expectations.shortForm));
-	return expectations;
+	reader.checkNames();
+	return reader.table();
 }
 
 Expectations readExpectations(const std::string& path)
@@ -289,22 +346,7 @@ std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::st
 
 std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only)
 {
-	if (only.empty())
-	{
-		return expectations.cells;
-	}
-	std::vector<Cell> chosen;
-	for (const std::string& name : only)
-	{
-		const std::size_t before = chosen.size();
-		std::copy_if(expectations.cells.begin(), expectations.cells.end(), std::back_inserter(chosen),
-		             [&](const Cell& cell) { return cell.name == name || cell.name.starts_with(name + "/"); });
-		if (chosen.size() == before)
-		{
-			throw LabError("there is no cell \"" + name + "\" (velarix-lab matrix --list)");
-		}
-	}
-	return chosen;
+	return wished(expectations.cells, only);
 }
 
 } // namespace velarix::lab

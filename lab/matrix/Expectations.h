@@ -78,8 +78,7 @@ Expectations readExpectations(const std::string& path);
 std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,
                                   const PairTimes& times, Millis blink, Millis slack);
 
-/// The cells whose name is, or begins with, `only` and a "/" or nothing; all when it is empty.
-/// @throws LabError when there is none
+/// The cells that `only` asks for by name, see wished().
 std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only);
 
 } // namespace velarix::lab
