@@ -68,13 +68,13 @@ void measureMoves(const std::vector<Interval>& address, LegRecord& leg)
 	std::string last;
 	for (const Interval& interval : address)
 	{
-		const bool inLeg = interval.to > leg.from && interval.from <= leg.to;
+		const bool begins = interval.from > leg.from && interval.from <= leg.to;
 		if (isSingle(interval.value) && interval.from <= leg.to)
 		{
-			leg.moves += inLeg && !last.empty() && last != interval.value ? 1 : 0;
+			leg.moves += begins && !last.empty() && last != interval.value ? 1 : 0;
 			last = interval.value;
 		}
-		if (inLeg && interval.from > leg.from && !leg.firstChange)
+		if (begins && !leg.firstChange)
 		{
 			leg.firstChange = interval.from - leg.from;
 		}

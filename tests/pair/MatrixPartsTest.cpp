@@ -189,6 +189,31 @@ TEST(MatrixMeasure, TellsOutageOwnersAndMoves)
 	EXPECT_EQ(lastChange(seen.timeline, Millis(1000), Millis(30000)), Millis(13100));
 }
 
+TEST(MatrixMeasure, CountsMovesFromTheLastOwnerBeforeTheLeg)
+{
+	Timeline timeline;
+	for (const auto& [at, owners] : std::vector<std::pair<int, const char*>>{
+	         {0, "a"}, {1000, "none"}, {3000, "b"}, {4000, "a+b"}, {4300, "b"}, {5000, "a+b"}, {5900, "a"}})
+	{
+		timeline.change(addressLane, Millis(at), owners);
+	}
+	const auto measured = [&](int from, int to)
+	{
+		LegRecord leg;
+		leg.from = Millis(from);
+		leg.to = Millis(to);
+		measure(timeline, leg);
+		return leg;
+	};
+	EXPECT_EQ(measured(2000, 3500).moves, 1);
+	EXPECT_EQ(measured(2000, 3500).firstChange, Millis(1000));
+	EXPECT_EQ(measured(3200, 3900).moves, 0);
+	EXPECT_FALSE(measured(3200, 3900).firstChange);
+	EXPECT_EQ(measured(0, 7000).moves, 2);
+	EXPECT_EQ(measured(0, 7000).twoOwners, Millis(1200));
+	EXPECT_EQ(measured(0, 7000).twoOwnersLongest, Millis(900));
+}
+
 TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 {
 	AskedTakeOver seen;
@@ -254,11 +279,16 @@ TEST(MatrixJudge, NamesEachDifference)
 	bad.twoOwners = Millis(1);
 	bad.ended = "a";
 	bad.disagreements = {"x"};
-	const std::vector<std::string> told = differencesOf(bad, plan.cell.stands, plan.paths, plan.times);
-	ASSERT_EQ(told.size(), 8U);
-	EXPECT_EQ(told[0], "owner a+b, expected b");
-	EXPECT_EQ(told[4], "outage 60.000 s, expected at most 15.000 s");
-	EXPECT_EQ(told[5], "two owners for 0.001 s, expected at most 0.000 s");
+	bad.noAnswer = Millis(61000);
+	bad.noOwner = Millis(15001);
+	EXPECT_EQ(
+	    differencesOf(bad, plan.cell.stands, plan.paths, plan.times),
+	    (std::vector<std::string>{
+	        "owner a+b, expected b", "answer mixed, expected owner", "programs on a, expected owner",
+	        "moves 2, expected at most 1", "outage 60.000 s, expected at most 15.000 s",
+	        "without an answer in all 61.000 s, expected at most 15.000 s",
+	        "without an owner 15.001 s, expected at most 15.000 s", "two owners for 0.001 s, expected at most 0.000 s",
+	        "agents that ended by themselves: a, expected none", "log and observation: x, expected that they agree"}));
 	LegRecord restless = seen.leg;
 	restless.steady = false;
 	EXPECT_EQ(differencesOf(restless, plan.cell.stands, plan.paths, plan.times).size(), 1U);
@@ -266,6 +296,35 @@ TEST(MatrixJudge, NamesEachDifference)
 	unsteady.owner = "unsteady";
 	EXPECT_EQ(differencesOf(seen.leg, unsteady, plan.paths, plan.times).size(), 1U);
 	EXPECT_TRUE(differencesOf(restless, unsteady, plan.paths, plan.times).empty());
+}
+
+TEST(MatrixJudge, KnowsWordsForWhatTheDesignLeavesOpen)
+{
+	LegRecord leg;
+	leg.steady = true;
+	leg.owner = "a+b";
+	leg.answer = "mixed";
+	leg.programs = "a+b";
+	leg.firstChange = Millis(5000);
+	leg.twoOwners = Millis(9000);
+	leg.twoOwnersLongest = Millis(1000);
+	const auto told = [&](const std::string& outcome)
+	{
+		const Expectations table =
+		    parseExpectations("x | a | power-off:a | " + outcome + " | - | -\nchaos | reboot\nshort | x\n");
+		return differencesOf(leg, table.cells[0].stands, {}, {});
+	};
+	using Told = std::vector<std::string>;
+	EXPECT_EQ(told("a+b served any * * * since=count"), Told{});
+	EXPECT_EQ(told("a+b served any * * * since=count+half"),
+	          Told{"the owner changed after 5.000 s, expected not before 5.500 s"});
+	EXPECT_EQ(told("a+b served not-both * * *"), Told{"programs on a+b, expected not-both"});
+	EXPECT_EQ(told("a+b any any * second *"), Told{"two owners for 9.000 s, expected at most 3.000 s"});
+	EXPECT_EQ(told("a+b any any * * * log=differs"), Told{"log and observation agree, expected that they differ"});
+	leg.steady = false;
+	EXPECT_EQ(told("unsteady any any * second *"), Told{});
+	leg.answer = "none";
+	EXPECT_EQ(told("unsteady served any * * *"), Told{"answer none, expected served"});
 }
 
 TEST(MatrixRecord, SurvivesItsJourney)
