@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cerrno>
-#include <deque>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -20,7 +19,13 @@ namespace
 {
 
 constexpr Millis period{20};
-constexpr Millis patience{300};
+
+/// Enough for a lost frame to be sent again, or for a slow wire: such a client is
+/// served, if late.
+constexpr Millis patience{2000};
+
+/// Longer than this without an answer is an outage.
+constexpr Millis longestGap{100};
 
 enum class Outcome
 {
@@ -36,14 +41,6 @@ struct Request
 	Millis begun{0};
 	bool sent = false;
 	std::string answer{};
-};
-
-/// What came of a request.
-struct Answer
-{
-	Millis begun{0};
-	Millis at{0};
-	std::string node;
 };
 
 sockaddr_in serviceAddress()
@@ -137,10 +134,7 @@ private:
 	Timeline& m_timeline;
 	const LabClock& m_clock;
 	std::vector<Request> m_open;
-	Millis m_lastAnswered{-1};    ///< when the youngest answered request was sent
-	Millis m_lastAnswer{0};       ///< when the last answer came in
-	Millis m_told{0};             ///< outages until then are in the timeline
-	std::deque<Answer> m_answers; ///< those that an unanswered request may be compared with
+	Millis m_lastAnswer{0}; ///< when it came in
 
 	void judge(const std::vector<pollfd>& watched)
 	{
@@ -148,62 +142,35 @@ private:
 		for (std::size_t index = 0; index < watched.size(); ++index)
 		{
 			Request& request = m_open[index];
-			Outcome outcome = advance(request, watched[index].revents);
-			if (outcome == Outcome::pending && m_clock.now() - request.begun > patience)
+			const Outcome outcome = advance(request, watched[index].revents);
+			if (outcome == Outcome::answered)
 			{
-				outcome = Outcome::failed;
+				noteAnswer(nodeIn(request.answer));
 			}
-			conclude(request, outcome);
-			if (outcome == Outcome::pending)
+			else if (outcome == Outcome::pending && m_clock.now() - request.begun <= patience)
 			{
 				stillOpen.push_back(std::move(request));
 			}
 		}
 		m_open = std::move(stillOpen);
+		noteSilence(m_clock.now());
 	}
 
-	void conclude(const Request& request, Outcome outcome)
+	void noteAnswer(const std::string& node)
 	{
-		if (outcome == Outcome::answered)
-		{
-			m_lastAnswered = std::max(m_lastAnswered, request.begun);
-			m_lastAnswer = m_clock.now();
-			m_told = m_timeline.current(serviceLane) == "none" ? m_lastAnswer : m_told;
-			m_timeline.change(serviceLane, m_lastAnswer, nodeIn(request.answer));
-			remember({request.begun, m_lastAnswer, nodeIn(request.answer)});
-		}
-		else if (outcome == Outcome::failed && request.begun > m_lastAnswered)
-		{
-			m_timeline.change(serviceLane, std::max(request.begun, m_lastAnswer), "none");
-		}
-		else if (outcome == Outcome::failed)
-		{
-			tellShortOutage(request.begun);
-		}
+		const Millis now = m_clock.now();
+		noteSilence(now);
+		m_timeline.change(serviceLane, now, node);
+		m_lastAnswer = now;
 	}
 
-	void remember(const Answer& answer)
+	/// The outage began with the last answer and ends with the next one.
+	void noteSilence(Millis now)
 	{
-		while (!m_answers.empty() && m_answers.front().at + 4 * patience < answer.at)
+		if (now - m_lastAnswer > longestGap)
 		{
-			m_answers.pop_front();
+			m_timeline.change(serviceLane, m_lastAnswer, "none");
 		}
-		m_answers.push_back(answer);
-	}
-
-	/// Younger requests were answered before this one was given up. The end is
-	/// told first, so that the present value never seems to be the outage.
-	void tellShortOutage(Millis begun)
-	{
-		const auto next = std::find_if(m_answers.begin(), m_answers.end(),
-		                               [&](const Answer& answer) { return answer.begun > begun; });
-		if (begun < m_told || next == m_answers.end() || next->at <= begun)
-		{
-			return;
-		}
-		m_timeline.add({next->at, EventKind::service, std::nullopt, next->node});
-		m_timeline.add({begun, EventKind::service, std::nullopt, "none"});
-		m_told = next->at;
 	}
 };
 
