@@ -99,19 +99,82 @@ std::string keepalivedSettings(HostId node, const ControlTimes& times)
 	return text.str();
 }
 
-/// Words that make keepalived enter a namespace, load modules or set what holds
-/// for the whole machine.
-constexpr std::array<const char*, 7> badWords{
-    "net_namespace", "net_namespace_ipvs", "namespace_with_ipsets", "linkbeat_use_polling",
-    "include",       "virtual_server",     "lvs_sync_daemon"};
-constexpr std::array<const char*, 11> badOptions{"-s", "--namespace",         "-m", "--core-dump",
-                                                 "-M", "--core-dump-pattern", "-x", "--snmp",
-                                                 "-A", "--snmp-agent-socket", "-C"};
+// What follows is a list of its own, not taken from the settings above: a word that
+// is new there has to be looked at here.
 
-bool isBadOption(const std::string& word)
+/// The options of the commands; those of ucarp have values.
+constexpr std::array<const char*, 6> keepalivedOptions{"--dont-fork", "--log-console",  "--no-syslog",
+                                                       "--vrrp",      "--release-vips", "--use-file"};
+constexpr std::array<const char*, 11> ucarpOptions{"--interface", "--srcip",      "--vhid",    "--pass",
+                                                   "--addr",      "--advbase",    "--advskew", "--deadratio",
+                                                   "--upscript",  "--downscript", "--shutdown"};
+
+/// Every word of the settings file but for numbers.
+constexpr std::array<const char*, 35> keepalivedWords{"{",
+                                                      "}",
+                                                      "global_defs",
+                                                      "router_id",
+                                                      "node_a",
+                                                      "node_b",
+                                                      "script_user",
+                                                      "root",
+                                                      "enable_script_security",
+                                                      "vrrp_version",
+                                                      "vrrp_garp_master_refresh",
+                                                      "vrrp_script",
+                                                      "service",
+                                                      "script",
+                                                      "\"/usr/velarix-controls/check\"",
+                                                      "interval",
+                                                      "timeout",
+                                                      "fall",
+                                                      "rise",
+                                                      "vrrp_instance",
+                                                      "pair",
+                                                      "state",
+                                                      "BACKUP",
+                                                      "nopreempt",
+                                                      "interface",
+                                                      "virtual_router_id",
+                                                      "priority",
+                                                      "advert_int",
+                                                      "track_interface",
+                                                      "track_script",
+                                                      "virtual_ipaddress",
+                                                      "192.0.2.100/24",
+                                                      "dev",
+                                                      "eth0",
+                                                      "eth1"};
+
+template <std::size_t size> bool oneOf(const std::string& word, const std::array<const char*, size>& words)
 {
-	const std::string option = word.starts_with("--") ? word.substr(0, word.find('=')) : word.substr(0, 2);
-	return std::find(badOptions.begin(), badOptions.end(), option) != badOptions.end();
+	return std::any_of(words.begin(), words.end(), [&](const char* known) { return word == known; });
+}
+
+bool isNumber(const std::string& word)
+{
+	return word.find_first_not_of("0123456789.") == std::string::npos;
+}
+
+/// @return the first word that is not allowed; empty: there is none
+std::optional<std::string> strangeOption(const std::vector<std::string>& command)
+{
+	const bool keepalived = command.front() == nameOf(ControlProgram::keepalived);
+	for (auto word = command.begin() + 1; word != command.end(); ++word)
+	{
+		const std::size_t equals = word->find('=');
+		const std::string option = word->substr(0, equals);
+		const std::string value = equals == std::string::npos ? std::string() : word->substr(equals + 1);
+		const bool allowed = keepalived ? oneOf(*word, keepalivedOptions) || *word == pathOf("keepalived.conf")
+		                                : oneOf(option, ucarpOptions);
+		const bool script = option == "--upscript" || option == "--downscript";
+		const bool own = !script || value == pathOf("up") || value == pathOf("down");
+		if (!allowed || !own)
+		{
+			return *word;
+		}
+	}
+	return std::nullopt;
 }
 
 } // namespace
@@ -198,23 +261,28 @@ std::vector<std::string> controlCommand(HostId node, const ControlSettings& sett
 
 std::optional<std::string> escapeIn(const std::vector<std::string>& command, const std::vector<ControlFile>& files)
 {
-	if (command.empty() || command.front() == nameOf(ControlProgram::ucarp))
+	const std::string program = command.empty() ? std::string() : command.front();
+	if (program != nameOf(ControlProgram::keepalived) && program != nameOf(ControlProgram::ucarp))
 	{
-		return std::nullopt;
+		return "the program \"" + program + "\"";
 	}
-	const auto bad = std::find_if(command.begin() + 1, command.end(), isBadOption);
-	if (bad != command.end())
+	if (const std::optional<std::string> word = strangeOption(command))
 	{
-		return "the option " + *bad;
+		return "the word \"" + *word + "\" of the command";
+	}
+	if (program == nameOf(ControlProgram::keepalived) &&
+	    std::find(command.begin(), command.end(), "--vrrp") == command.end())
+	{
+		return "a command without --vrrp: the other parts load modules";
 	}
 	for (const ControlFile& file : files)
 	{
 		std::istringstream text(file.executable ? std::string() : file.text);
 		for (std::string word; text >> word;)
 		{
-			if (std::any_of(badWords.begin(), badWords.end(), [&](const char* known) { return word == known; }))
+			if (!isNumber(word) && !oneOf(word, keepalivedWords))
 			{
-				return "\"" + word + "\" in " + file.name;
+				return "the word \"" + word + "\" in " + file.name;
 			}
 		}
 	}

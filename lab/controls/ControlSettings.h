@@ -79,8 +79,10 @@ std::vector<ControlFile> controlFiles(HostId node, const ControlSettings& settin
 /// The command that runs in the foreground and logs to its standard streams.
 std::vector<std::string> controlCommand(HostId node, const ControlSettings& settings);
 
-/// @return what in the command or the files would let the program leave its
-///         namespaces or change the whole machine; empty when nothing does
+/// Only what is known to keep the program in its namespaces is allowed: the options
+/// of controlCommand, written out, and the words of controlFiles' settings. Scripts
+/// are not looked into: they run where the program does.
+/// @return the first thing that is not allowed; empty when all is
 std::optional<std::string> escapeIn(const std::vector<std::string>& command, const std::vector<ControlFile>& files);
 
 } // namespace velarix::lab

@@ -163,15 +163,31 @@ TEST(ControlSettings, NoneLeavesItsNamespaces)
 			EXPECT_FALSE(escapeIn(controlCommand(node, settings), controlFiles(node, settings)));
 		}
 	}
-	for (const char* option : {"-s", "-sother", "--namespace=other", "-m", "--core-dump-pattern=x", "-M", "-C"})
+	const std::vector<std::string> good = controlCommand(HostId::a, keepalived());
+	const std::vector<ControlFile> files = controlFiles(HostId::a, keepalived());
+	for (const char* option : {"-s", "-sother", "-lsother", "--namespace=other", "--vrrp=x", "-m",
+	                           "--core-dump-pattern=x", "-M", "-C", "other", "/usr/velarix-controls/other.conf", ""})
 	{
-		EXPECT_TRUE(escapeIn({"keepalived", option}, {})) << option;
+		std::vector<std::string> command = good;
+		command.emplace_back(option);
+		EXPECT_TRUE(escapeIn(command, files)) << option;
 	}
-	for (const char* word : {"net_namespace other", "include other.conf", "virtual_server 192.0.2.100 80"})
+	for (const char* word : {"net_namespace other", "include other.conf", "virtual_server 192.0.2.100 80",
+	                         "router_id x", "@^a", "$X=include", "linkbeat_use_polling"})
 	{
-		EXPECT_TRUE(escapeIn({"keepalived"}, {{"keepalived.conf", std::string("global_defs {\n ") + word + "\n}\n"}}))
-		    << word;
+		EXPECT_TRUE(escapeIn(good, {{"keepalived.conf", std::string("global_defs {\n ") + word + "\n}\n"}})) << word;
 	}
+	std::vector<std::string> whole = good;
+	std::erase(whole, "--vrrp");
+	EXPECT_TRUE(escapeIn(whole, files)) << "all parts of it";
+	for (const char* option : {"--daemonize", "-B", "--upscript=/bin/other", "--downscript"})
+	{
+		std::vector<std::string> command = controlCommand(HostId::a, ucarp());
+		command.emplace_back(option);
+		EXPECT_TRUE(escapeIn(command, {})) << option;
+	}
+	EXPECT_TRUE(escapeIn({}, {}));
+	EXPECT_TRUE(escapeIn({"sh", "-c", "true"}, {}));
 }
 
 TEST(ControlCells, HaveOneNameEach)
