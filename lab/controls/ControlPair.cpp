@@ -117,13 +117,7 @@ void ControlPair::startControl(HostId node)
 
 void ControlPair::startProgram(HostId node)
 {
-	const Host& host = m_lab.node(node).host();
-	runOrThrow({{"sh", "-c", std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &"}, {}, host.inside()});
-	const auto runs = [&] { return !processesNamed(host.pid(), plan::serviceProgramName).empty(); };
-	if (!waitFor(runs, startLimit, "the managed program to run"))
-	{
-		throw LabError("the managed program of " + nodeText(node) + " did not start");
-	}
+	m_lab.node(node).startService();
 }
 
 bool ControlPair::controlRuns(HostId node) const

@@ -5,14 +5,18 @@
 ///
 /// The file named in LAB_CLOCK holds the difference in seconds as a signed 64-bit
 /// number. It is mapped, so a change is a step in the running process. Programs
-/// that the process starts are not concerned.
+/// that the process starts are not concerned. A process that cannot have its
+/// difference ends at once with status 126: its clock would be a right one.
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -22,16 +26,35 @@ namespace
 
 const volatile std::int64_t* g_difference = nullptr;
 
+[[noreturn]] void endLoudly(const char* what)
+{
+	std::perror(what);
+	_exit(126);
+}
+
 __attribute__((constructor)) void mapDifference()
 {
 	const char* path = std::getenv("LAB_CLOCK");
-	const int file = path != nullptr ? ::open(path, O_RDONLY | O_CLOEXEC) : -1;
-	if (file >= 0)
+	const int file = ::open(path != nullptr ? path : "", O_RDONLY | O_CLOEXEC);
+	struct stat found
 	{
-		void* mapped = ::mmap(nullptr, sizeof(std::int64_t), PROT_READ, MAP_SHARED, file, 0);
-		::close(file);
-		g_difference = mapped != MAP_FAILED ? static_cast<const std::int64_t*>(mapped) : nullptr;
+	};
+	if (file < 0 || ::fstat(file, &found) != 0)
+	{
+		endLoudly("liblabclock: the file named in LAB_CLOCK cannot be opened");
 	}
+	if (found.st_size < static_cast<off_t>(sizeof(std::int64_t)))
+	{
+		errno = EINVAL;
+		endLoudly("liblabclock: the file named in LAB_CLOCK holds no difference");
+	}
+	void* mapped = ::mmap(nullptr, sizeof(std::int64_t), PROT_READ, MAP_SHARED, file, 0);
+	if (mapped == MAP_FAILED)
+	{
+		endLoudly("liblabclock: the file named in LAB_CLOCK cannot be mapped");
+	}
+	::close(file);
+	g_difference = static_cast<const std::int64_t*>(mapped);
 	::unsetenv("LD_PRELOAD");
 	::unsetenv("LAB_CLOCK");
 }
@@ -40,6 +63,7 @@ timespec wallClock()
 {
 	timespec now{};
 	::syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+	// Before the constructor has run there is no difference yet.
 	now.tv_sec += g_difference != nullptr ? *g_difference : 0;
 	return now;
 }

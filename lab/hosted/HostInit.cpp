@@ -7,21 +7,21 @@
 /// other process of the host and removes its interfaces and mounts.
 ///
 ///   velarix-lab-init CONTROL-FD HOST-NAME rack DISK...
-///   velarix-lab-init CONTROL-FD HOST-NAME host
-///   velarix-lab-init CONTROL-FD HOST-NAME node RACK-MOUNT-NAMESPACE-FD DISK
+///   velarix-lab-init CONTROL-FD HOST-NAME host FIRST-PROCESS
+///   velarix-lab-init CONTROL-FD HOST-NAME node FIRST-PROCESS RACK-MOUNT-NAMESPACE-FD DISK
 ///
 /// rack: holds the disks of the nodes below /mnt of its own mount namespace, a
 ///       tmpfs each, and the bridges in its network namespace.
 /// host: everything read-only but /run and /tmp.
 /// node: as host, and /usr is writable: an overlay whose changes go to the
 ///       directory DISK in the rack's /mnt, so that they outlive the node.
+/// FIRST-PROCESS: processes of the host are numbered from the next one on.
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <string>
 
 #include <fcntl.h>
@@ -114,12 +114,8 @@ void mountNode(int rackMountNamespace, const std::string& disk)
 	mountHost(true);
 }
 
-/// Real servers have processes of different numbers. Ping tells its answers apart by
-/// them, so two hosts that both begin at 1 could take each other's for their own.
-void beginProcessNumbersAnywhere()
+void beginProcessNumbersAt(const std::string& number)
 {
-	std::random_device random;
-	const std::string number = std::to_string(1000 + random() % 30000);
 	const int file = ::open("/proc/sys/kernel/ns_last_pid", O_WRONLY | O_CLOEXEC);
 	need(file >= 0 && ::write(file, number.data(), number.size()) > 0, "cannot set the first process number");
 	::close(file);
@@ -187,16 +183,17 @@ int main(int argc, char** argv)
 	{
 		mountRack(argv + 4);
 	}
-	else if (kind == "node" && argc == 6)
+	else if (kind == "node" && argc == 7)
 	{
-		mountNode(std::atoi(argv[4]), argv[5]);
-		beginProcessNumbersAnywhere();
+		mountNode(std::atoi(argv[5]), argv[6]);
+		beginProcessNumbersAt(argv[4]);
 	}
 	else
 	{
+		need(kind == "host" && argc == 5, "these arguments do not make a host");
 		ownMountNamespace();
 		mountHost(false);
-		beginProcessNumbersAnywhere();
+		beginProcessNumbersAt(argv[4]);
 	}
 	reapUntilTheLabEnds();
 }

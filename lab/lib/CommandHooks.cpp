@@ -15,36 +15,45 @@ namespace
 
 namespace fs = std::filesystem;
 
-std::string hookPath(SetCommand command)
-{
-	const char* name = command == SetCommand::start ? "start" : (command == SetCommand::stop ? "stop" : "kill");
-	return std::string("/usr/velarix/app/on-") + name;
-}
-
+/// A command that hangs waits at its gate, a named pipe.
 std::string gatePath(SetCommand command)
 {
 	return hookPath(command) + ".gate";
 }
 
+void removeIfAny(const fs::path& path)
+{
+	std::error_code ignored;
+	fs::remove(path, ignored);
+}
+
 /// In one step, so that no command includes half a hook.
 void placeHook(const Node& node, SetCommand command, const std::string& text)
 {
-	node.host();
+	requireWhole(node, command);
 	const fs::path path = node.file(hookPath(command));
-	if (fs::exists(path))
-	{
-		throw LabError("a command of " + nodeText(node.id()) + " is spoilt already");
-	}
 	const fs::path fresh = path.string() + ".new";
-	writeFile(fresh, text + "\n");
-	fs::rename(fresh, path);
+	try
+	{
+		writeFile(fresh, text + "\n");
+		fs::rename(fresh, path);
+	}
+	catch (...)
+	{
+		removeIfAny(fresh);
+		throw;
+	}
 }
 
 } // namespace
 
-std::string hookGuard(SetCommand command)
+void requireWhole(const Node& node, SetCommand command)
 {
-	return "[ ! -e " + hookPath(command) + " ] || . " + hookPath(command) + "; ";
+	node.host();
+	if (fs::exists(node.file(hookPath(command))))
+	{
+		throw LabError("a command of " + nodeText(node.id()) + " is spoilt already");
+	}
 }
 
 void makeFail(const Node& node, SetCommand command)
@@ -57,13 +66,24 @@ void makePrint(const Node& node, SetCommand command)
 	placeHook(node, command, "echo done");
 }
 
+/// The gate comes first: a hook without one would print.
 void makeHang(const Node& node, SetCommand command)
 {
-	if (::mkfifo(node.file(gatePath(command)).c_str(), 0600) != 0)
+	requireWhole(node, command);
+	const fs::path gate = node.file(gatePath(command));
+	if (::mkfifo(gate.c_str(), 0600) != 0)
 	{
-		throwErrno("cannot make a command of the node hang");
+		throwErrno("cannot make a command of " + nodeText(node.id()) + " hang");
 	}
-	placeHook(node, command, "cat " + gatePath(command));
+	try
+	{
+		placeHook(node, command, "cat " + gatePath(command));
+	}
+	catch (...)
+	{
+		removeIfAny(gate);
+		throw;
+	}
 }
 
 /// Whoever waits at the gate finds the end of the file once it has been opened
@@ -77,8 +97,7 @@ void repair(const Node& node, SetCommand command)
 	}
 	const fs::path gate = node.file(gatePath(command));
 	const UniqueFd opened(::open(gate.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
-	std::error_code ignored;
-	fs::remove(gate, ignored);
+	removeIfAny(gate);
 }
 
 } // namespace velarix::lab

@@ -1,9 +1,14 @@
 #include "Errands.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <optional>
 
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "Command.h"
 
@@ -12,6 +17,8 @@ namespace velarix::lab
 
 namespace
 {
+
+constexpr off_t lastWordsSize = 500;
 
 /// The child waits outside the host for the program inside, which the kernel
 /// ends with it.
@@ -23,13 +30,26 @@ void endChild(pid_t child)
 	}
 }
 
+std::string lastWordsOf(int words)
+{
+	struct stat found
+	{
+	};
+	::fstat(words, &found);
+	std::string text(static_cast<std::size_t>(std::min(found.st_size, lastWordsSize)), ' ');
+	const off_t from = found.st_size - static_cast<off_t>(text.size());
+	const ssize_t count = ::pread(words, text.data(), text.size(), from);
+	text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+	return text;
+}
+
 } // namespace
 
 Errands::~Errands()
 {
-	for (const auto& [name, child] : m_errands)
+	for (const auto& [name, errand] : m_errands)
 	{
-		endChild(child);
+		endChild(errand.child);
 	}
 }
 
@@ -39,7 +59,19 @@ void Errands::start(const Host& host, const std::string& name, const std::vector
 	{
 		throw LabError("this is done already: " + name);
 	}
-	m_errands[name] = spawn({argv, host.inside()});
+	Errand errand;
+	errand.words.reset(::memfd_create("lab-errand", MFD_CLOEXEC));
+	if (!errand.words)
+	{
+		throwErrno("cannot keep what a program says");
+	}
+	SpawnPlan plan;
+	plan.argv = argv;
+	plan.inside = host.inside();
+	plan.output = errand.words.get();
+	plan.error = errand.words.get();
+	errand.child = spawn(plan);
+	m_errands.emplace(name, std::move(errand));
 }
 
 void Errands::end(const std::string& name)
@@ -49,8 +81,15 @@ void Errands::end(const std::string& name)
 	{
 		throw LabError("this is not being done: " + name);
 	}
-	endChild(found->second);
+	const Errand errand = std::move(found->second);
 	m_errands.erase(found);
+	const std::optional<int> status = waitForChild(errand.child, Millis(0));
+	if (status)
+	{
+		throw LabError("this had ended by itself with status " + std::to_string(*status) + ": " + name + ": " +
+		               lastWordsOf(errand.words.get()));
+	}
+	endChild(errand.child);
 }
 
 } // namespace velarix::lab

@@ -8,6 +8,7 @@
 
 #include <sys/types.h>
 
+#include "Basics.h"
 #include "Host.h"
 
 namespace velarix::lab
@@ -27,13 +28,22 @@ public:
 	/// @throws LabError when an errand of that name is under way
 	void start(const Host& host, const std::string& name, const std::vector<std::string>& argv);
 
-	/// Ends the errand. @throws LabError when there is none of that name
+	/// Ends the errand. In any case it is not under way afterwards.
+	/// @throws LabError when there is none of that name, or when its program had
+	///         ended already, with its status and its last words
 	void end(const std::string& name);
 
+	/// Also when its program has ended by itself.
 	bool underWay(const std::string& name) const { return m_errands.contains(name); }
 
 private:
-	std::map<std::string, pid_t> m_errands;
+	struct Errand
+	{
+		pid_t child = -1;
+		UniqueFd words; ///< a file in memory: what the program says
+	};
+
+	std::map<std::string, Errand> m_errands;
 };
 
 } // namespace velarix::lab

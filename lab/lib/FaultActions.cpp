@@ -3,7 +3,10 @@
 #include <csignal>
 #include <filesystem>
 
+#include <sys/statvfs.h>
+
 #include "Lab.h"
+#include "Owners.h"
 
 namespace velarix::lab::action
 {
@@ -19,23 +22,15 @@ void runOn(Lab& lab, HostId host, const std::vector<std::string>& argv)
 	runOrThrow({argv, {}, lab.host(host).inside()});
 }
 
-void requireProgram(Lab& lab, HostId node)
+void bothOff(Lab& lab)
 {
-	if (processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty())
+	for (const HostId node : nodes)
 	{
-		throw LabError("no managed program runs on " + nodeText(node));
+		if (lab.node(node).isOn())
+		{
+			lab.powerOff(node);
+		}
 	}
-}
-
-std::string crashErrand(HostId node)
-{
-	return "crash the managed program of " + nodeText(node);
-}
-
-void startCrashing(Lab& lab, HostId node)
-{
-	const std::string loop = std::string("while :; do killall -q -9 ") + plan::serviceProgramName + "; sleep 0.1; done";
-	lab.errands().start(lab.node(node).host(), crashErrand(node), {"sh", "-c", loop});
 }
 
 fs::path hiddenRunInfo(Lab& lab, HostId node)
@@ -43,37 +38,89 @@ fs::path hiddenRunInfo(Lab& lab, HostId node)
 	return lab.node(node).file(std::string(plan::runInfoFile) + ".away");
 }
 
-/// The stranger is the gateway: it is on the communication network and no node.
-std::string connectionTo(HostId node)
+bool runInfoReadOnly(Lab& lab, HostId node)
 {
-	return std::string("/dev/tcp/") + plan::addressOf(node, Network::communication) + "/" +
-	       std::to_string(plan::heartbeatPort);
-}
-
-/// One connection after the other, each with the next of `messages`, as printf knows them.
-std::vector<std::string> strangerCommand(HostId node, const std::string& messages)
-{
-	return {"bash", "-c",
-	        "while :; do for text in " + messages + "; do printf \"$text\" >" + connectionTo(node) +
-	            "; sleep 0.5; done; done 2>/dev/null"};
-}
-
-std::string garbageErrand(HostId node)
-{
-	return "send garbage to " + nodeText(node);
-}
-
-std::string replayErrand(HostId node)
-{
-	return "replay a master's heartbeat to " + nodeText(node);
-}
-
-std::string askErrand(HostId node)
-{
-	return "replay an ask to " + nodeText(node);
+	struct statvfs found
+	{
+	};
+	const fs::path record = lab.node(node).file(plan::runInfoFile);
+	return ::statvfs(record.c_str(), &found) == 0 && (found.f_flag & ST_RDONLY) != 0;
 }
 
 } // namespace
+
+void nodeOn(Lab& lab, HostId node)
+{
+	lab.node(node).host();
+}
+
+void agentRuns(Lab& lab, HostId node)
+{
+	if (!lab.node(node).agent())
+	{
+		throw LabError(nodeText(node) + " has no agent");
+	}
+}
+
+void agentNotFrozen(Lab& lab, HostId node)
+{
+	agentRuns(lab, node);
+	if (lab.role(node) == "frozen")
+	{
+		throw LabError("the agent of " + nodeText(node) + " is frozen already");
+	}
+}
+
+void clockSteppable(Lab& lab, HostId node)
+{
+	if (!lab.node(node).hasClock())
+	{
+		throw LabError("the agent of " + nodeText(node) + " has no clock that can be stepped");
+	}
+}
+
+void programRuns(Lab& lab, HostId node)
+{
+	if (processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty())
+	{
+		throw LabError("no managed program runs on " + nodeText(node));
+	}
+}
+
+void addressHeld(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	if (!holds(lab.owners(), node))
+	{
+		throw LabError(nodeText(node) + " does not hold the virtual address");
+	}
+}
+
+void runInfoThere(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	if (fs::exists(hiddenRunInfo(lab, node)))
+	{
+		throw LabError("the record of " + nodeText(node) + " is away already");
+	}
+	if (runInfoReadOnly(lab, node))
+	{
+		throw LabError("the record of " + nodeText(node) + " is read-only: it cannot be removed");
+	}
+}
+
+void runInfoWritable(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	if (!fs::exists(lab.node(node).file(plan::runInfoFile)))
+	{
+		throw LabError("the record of " + nodeText(node) + " is away");
+	}
+	if (runInfoReadOnly(lab, node))
+	{
+		throw LabError("the record of " + nodeText(node) + " is read-only already");
+	}
+}
 
 void powerOff(Lab& lab, HostId node)
 {
@@ -93,10 +140,7 @@ void reboot(Lab& lab, HostId node)
 
 void coldStart(Lab& lab, HostId /*node*/)
 {
-	for (const HostId node : nodes)
-	{
-		lab.powerOff(node);
-	}
+	bothOff(lab);
 	for (const HostId node : nodes)
 	{
 		lab.powerOn(node, false);
@@ -106,10 +150,7 @@ void coldStart(Lab& lab, HostId /*node*/)
 
 void coldStartAlone(Lab& lab, HostId node)
 {
-	for (const HostId each : nodes)
-	{
-		lab.powerOff(each);
-	}
+	bothOff(lab);
 	lab.powerOn(node);
 }
 
@@ -156,67 +197,9 @@ void killProgram(Lab& lab, HostId node)
 	}
 }
 
-void crashProgram(Lab& lab, HostId node)
-{
-	startCrashing(lab, node);
-}
-
-void endCrashing(Lab& lab, HostId node)
-{
-	lab.errands().end(crashErrand(node));
-}
-
-void crashEverywhere(Lab& lab, HostId /*node*/)
-{
-	for (const HostId node : nodes)
-	{
-		startCrashing(lab, node);
-	}
-}
-
-void endCrashingEverywhere(Lab& lab, HostId /*node*/)
-{
-	for (const HostId node : nodes)
-	{
-		lab.errands().end(crashErrand(node));
-	}
-}
-
-/// A second copy finds its port taken and ends at once; its parent, which is
-/// not the first process of the host, never asks for its status.
-void makeZombie(Lab& lab, HostId node)
-{
-	requireProgram(lab, node);
-	const Host& host = lab.node(node).host();
-	lab.errands().start(host, "keep a zombie on " + nodeText(node),
-	                    {"sh", "-c", std::string(plan::serviceProgram) + " & exec sleep infinity"});
-	const auto zombieThere = [&]
-	{
-		for (const ProcessEntry& entry : processesOf(host.pid()))
-		{
-			if (entry.name == plan::serviceProgramName && entry.state == 'Z')
-			{
-				return true;
-			}
-		}
-		return false;
-	};
-	if (!waitFor(zombieThere, Millis(5000), "the zombie"))
-	{
-		throw LabError("no zombie could be made on " + nodeText(node));
-	}
-	lab.node(node).killService();
-}
-
-void reapZombie(Lab& lab, HostId node)
-{
-	lab.errands().end("keep a zombie on " + nodeText(node));
-}
-
 /// The gateway sends its answers to a card that nobody has.
 void loseGateway(Lab& lab, HostId node)
 {
-	lab.node(node).host();
 	runOn(lab, HostId::gateway,
 	      {"ip", "neigh", "replace", plan::addressOf(node, Network::communication), "lladdr", "02:00:00:00:00:01",
 	       "nud", "permanent", "dev", plan::communicationCard});
@@ -251,13 +234,16 @@ void removeAddress(Lab& lab, HostId node)
 
 void removeRunInfo(Lab& lab, HostId node)
 {
-	lab.node(node).host();
 	fs::rename(lab.node(node).file(plan::runInfoFile), hiddenRunInfo(lab, node));
 }
 
 void restoreRunInfo(Lab& lab, HostId node)
 {
-	lab.node(node).host();
+	nodeOn(lab, node);
+	if (!fs::exists(hiddenRunInfo(lab, node)))
+	{
+		throw LabError("the record of " + nodeText(node) + " is not away");
+	}
 	fs::rename(hiddenRunInfo(lab, node), lab.node(node).file(plan::runInfoFile));
 	if (!lab.node(node).agent())
 	{
@@ -269,11 +255,25 @@ void restoreRunInfo(Lab& lab, HostId node)
 void protectRunInfo(Lab& lab, HostId node)
 {
 	runOn(lab, node, {"mount", "--bind", plan::runInfoFile, plan::runInfoFile});
-	runOn(lab, node, {"mount", "-o", "remount,bind,ro", plan::runInfoFile});
+	try
+	{
+		runOn(lab, node, {"mount", "-o", "remount,bind,ro", plan::runInfoFile});
+	}
+	catch (const LabError&)
+	{
+		runOn(lab, node, {"umount", plan::runInfoFile});
+		throw;
+	}
 }
 
+/// A node that was off since has the mount no more.
 void freeRunInfo(Lab& lab, HostId node)
 {
+	nodeOn(lab, node);
+	if (!runInfoReadOnly(lab, node))
+	{
+		throw LabError("the record of " + nodeText(node) + " is not read-only");
+	}
 	runOn(lab, node, {"umount", plan::runInfoFile});
 }
 
@@ -292,47 +292,16 @@ void fillDisk(Lab& lab, HostId node)
 		size = now;
 		return lab.clock().now() - since >= stillFor;
 	};
-	waitFor(still, Millis(30000), "the log to come to its end");
+	if (!waitFor(still, Millis(30000), "the log to come to its end"))
+	{
+		lab.node(node).setDiskFull(false);
+		throw LabError("the log of " + nodeText(node) + " goes on, though its disk is full");
+	}
 }
 
 void freeDisk(Lab& lab, HostId node)
 {
 	lab.node(node).setDiskFull(false);
-}
-
-void sendGarbage(Lab& lab, HostId node)
-{
-	// Nothing, too little, another prefix, binary, longer than one read.
-	const std::string messages = "'' '/process/' '/other/1/1/20260101000000/1/' '\\000\\377\\001\\n' "
-	                             "'/process/1/1' '%0300d'";
-	lab.errands().start(lab.host(HostId::gateway), garbageErrand(node), strangerCommand(node, messages));
-}
-
-void endGarbage(Lab& lab, HostId node)
-{
-	lab.errands().end(garbageErrand(node));
-}
-
-void replayMaster(Lab& lab, HostId node)
-{
-	lab.errands().start(lab.host(HostId::gateway), replayErrand(node),
-	                    strangerCommand(node, "'/process/1/1/20260101000000/0/'"));
-}
-
-void endReplayMaster(Lab& lab, HostId node)
-{
-	lab.errands().end(replayErrand(node));
-}
-
-void replayAsk(Lab& lab, HostId node)
-{
-	lab.errands().start(lab.host(HostId::gateway), askErrand(node),
-	                    strangerCommand(node, "'/process/0/2/20260101000000/1/'"));
-}
-
-void endReplayAsk(Lab& lab, HostId node)
-{
-	lab.errands().end(askErrand(node));
 }
 
 } // namespace velarix::lab::action

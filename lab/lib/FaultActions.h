@@ -1,10 +1,11 @@
-/// What the rows of the table of faults do. For Fault.cpp only: everybody else
-/// goes through Lab::inject and Lab::heal.
+/// What the rows of the table of faults need and do. For Fault.cpp only: everybody
+/// else goes through Lab::inject and Lab::heal.
+///
+/// What a fault needs has been looked at when its action begins.
 #pragma once
 
 #include "Basics.h"
 #include "CommandHooks.h"
-#include "Plan.h"
 
 namespace velarix::lab
 {
@@ -15,13 +16,26 @@ struct LabOptions;
 namespace action
 {
 
+// What a fault needs: each throws LabError when it is not so.
+void nodeOn(Lab& lab, HostId node);
+void agentRuns(Lab& lab, HostId node);
+void agentNotFrozen(Lab& lab, HostId node);
+void clockSteppable(Lab& lab, HostId node);
+void programRuns(Lab& lab, HostId node);
+void programNoZombie(Lab& lab, HostId node);
+void noCrashing(Lab& lab, HostId node);
+void noCrashingAnywhere(Lab& lab, HostId node);
+void addressHeld(Lab& lab, HostId node);
+void runInfoThere(Lab& lab, HostId node);
+void runInfoWritable(Lab& lab, HostId node);
+
 // The server.
 void powerOff(Lab& lab, HostId node);
 void powerOn(Lab& lab, HostId node);
 void reboot(Lab& lab, HostId node);
-/// Both are off; then both come up together.
+/// Both are off, also one that was so before; then both come up together.
 void coldStart(Lab& lab, HostId node);
-/// Both are off; then only this one comes up.
+/// Both are off, likewise; then only this one comes up.
 void coldStartAlone(Lab& lab, HostId node);
 void powerOnOther(Lab& lab, HostId node);
 
@@ -32,8 +46,6 @@ void startAgent(Lab& lab, HostId node);
 void freezeAgent(Lab& lab, HostId node);
 void thawAgent(Lab& lab, HostId node);
 void wantClockShim(LabOptions& options);
-/// @param hours  ahead of the machine's clock
-template <int hours> void stepClock(Lab& lab, HostId node);
 
 // The managed program.
 void killProgram(Lab& lab, HostId node);
@@ -46,26 +58,16 @@ void makeZombie(Lab& lab, HostId node);
 void reapZombie(Lab& lab, HostId node);
 
 // The wires.
-template <Network network, bool up> void setCard(Lab& lab, HostId node);
-template <bool isolated> void setCut(Lab& lab, HostId node);
-template <bool up> void setGateway(Lab& lab, HostId node);
 /// The gateway answers everybody but this node.
 void loseGateway(Lab& lab, HostId node);
 void findGateway(Lab& lab, HostId node);
-/// Frames of the node's card are lost, each way.
-template <Network network, int percent> void lose(Lab& lab, HostId node);
-/// 200 ms with 50 ms of jitter, each way.
-template <Network network> void delay(Lab& lab, HostId node);
 /// The node does not get what the other one sends.
 void makeDeaf(Lab& lab, HostId node);
 /// The other node does not get what this one sends.
 void makeMute(Lab& lab, HostId node);
-template <Network network> void repairWire(Lab& lab, HostId node);
 
 // Addresses, commands, files.
 void removeAddress(Lab& lab, HostId node);
-template <SetCommand command, void (*spoil)(const Node&, SetCommand)> void spoilCommand(Lab& lab, HostId node);
-template <SetCommand command> void repairCommand(Lab& lab, HostId node);
 void removeRunInfo(Lab& lab, HostId node);
 /// Puts it back and starts the agent, should it have ended.
 void restoreRunInfo(Lab& lab, HostId node);
@@ -86,5 +88,3 @@ void endReplayAsk(Lab& lab, HostId node);
 } // namespace action
 
 } // namespace velarix::lab
-
-#include "FaultTemplates.h"

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 
-#include <arpa/inet.h>
 #include <net/ethernet.h>
 
 namespace velarix::lab

@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -58,8 +57,6 @@ public:
 	Node& node(HostId id) { return *m_nodes[static_cast<std::size_t>(id)]; }
 	/// @throws LabError when the node is off
 	const Host& host(HostId id);
-	/// The rack holds the bridges and the disks.
-	const Host& rack() const { return m_rack; }
 	Wiring& wiring() { return m_wiring; }
 
 	/// Starts the agents of both nodes.
@@ -82,7 +79,8 @@ public:
 	Errands& errands() { return m_errands; }
 
 	/// Injects or heals a fault and notes it in the timeline.
-	/// @throws LabError when the fault has no place at present
+	/// @throws LabError when the fault has no place at present; an inject that
+	///         throws has changed nothing
 	void inject(const Fault& fault);
 	void heal(const Fault& fault);
 
@@ -121,8 +119,10 @@ private:
 	std::optional<ServiceSampler> m_serviceSampler;
 
 	void setRole(HostId id, const std::string& role);
+	std::unique_ptr<Host> makeHost(HostId id) const;
 	void bootAndConnect(HostId id);
 	void note(EventKind kind, const Fault& fault);
+	void carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node));
 };
 
 /// Checks tools, programs and namespaces; to be called before the first Lab for

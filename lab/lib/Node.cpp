@@ -10,6 +10,7 @@
 #include "Disk.h"
 #include "Files.h"
 #include "Plan.h"
+#include "Wait.h"
 
 namespace velarix::lab
 {
@@ -21,7 +22,8 @@ constexpr Millis startLimit{10000};
 
 } // namespace
 
-Node::Node(HostId id, const Host& rack, const Programs& programs) : m_id(id), m_rack(rack), m_initProgram(programs.init)
+Node::Node(HostId id, const Host& rack, const Programs& programs, int firstProcess)
+    : m_id(id), m_rack(rack), m_initProgram(programs.init), m_firstProcess(firstProcess)
 {
 	prepareDisk(disk(), programs);
 }
@@ -33,7 +35,7 @@ std::filesystem::path Node::disk() const
 
 void Node::boot()
 {
-	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_rack.pid(), nameOf(m_id)});
+	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_firstProcess, m_rack.pid(), nameOf(m_id)});
 }
 
 const Host& Node::host() const
@@ -92,7 +94,7 @@ std::vector<std::string> Node::agentCommand() const
 
 void Node::stepClock(std::chrono::seconds ahead) const
 {
-	if (!m_clockShim || !agent())
+	if (!hasClock())
 	{
 		throw LabError("the agent of " + nodeText(m_id) + " has no clock that can be stepped");
 	}
@@ -140,6 +142,17 @@ bool Node::signalAgent(int signal) const
 {
 	const std::optional<ProcessEntry> found = agent();
 	return found && signalInHost(m_host->pid(), found->pid, signal);
+}
+
+void Node::startService() const
+{
+	const std::string line = std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &";
+	runOrThrow({{"sh", "-c", line}, {}, host().inside()});
+	const auto runs = [this] { return !processesNamed(m_host->pid(), plan::serviceProgramName).empty(); };
+	if (!waitFor(runs, startLimit, "the managed program to run"))
+	{
+		throw LabError("the managed program of " + nodeText(m_id) + " did not start");
+	}
 }
 
 int Node::killService() const

@@ -28,7 +28,8 @@ public:
 	/// Prepares the disk: the installed tree, the managed service, no settings.
 	/// `rack` must outlive the node.
 	/// @throws LabError when the installed tree is not complete
-	Node(HostId id, const Host& rack, const Programs& programs);
+	/// @param firstProcess  see HostSpec
+	Node(HostId id, const Host& rack, const Programs& programs, int firstProcess);
 
 	HostId id() const { return m_id; }
 	/// Name of the host inside and outside, "node-a" or "node-b".
@@ -60,6 +61,9 @@ public:
 	/// @throws LabError when the running agent has no such clock
 	void stepClock(std::chrono::seconds ahead) const;
 
+	/// @return true when the running agent has such a clock
+	bool hasClock() const { return m_clockShim && agent(); }
+
 	/// Leaves the node's disk no room, or gives it its room back.
 	void setDiskFull(bool full) const;
 
@@ -71,6 +75,9 @@ public:
 	std::optional<ProcessEntry> agent() const;
 	/// Sends a signal to the agent. @return false when there is none
 	bool signalAgent(int signal) const;
+	/// Starts the managed service by hand and waits until it runs.
+	/// @throws LabError when the node is off, or the service does not start
+	void startService() const;
 	/// Sends SIGKILL to every process of the managed service.
 	/// @return how many there were
 	int killService() const;
@@ -80,6 +87,7 @@ private:
 	const Host& m_rack;
 	std::filesystem::path m_initProgram;
 	std::optional<Host> m_host;
+	int m_firstProcess;
 	bool m_clockShim = false;
 
 	std::filesystem::path disk() const;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "CommandHooks.h"
 #include "Plan.h"
+#include "SetCommand.h"
 
 namespace velarix::lab
 {
