@@ -84,7 +84,10 @@ std::string toText(const ChaosResults& results)
 	{
 		all += count;
 	}
+	const auto idle = std::count_if(results.records.begin(), results.records.end(),
+	                                [](const ChaosStepRecord& record) { return record.struck.empty(); });
 	text << results.records.size() << " steps of faults and healings, " << all << " faults, seed " << results.seed
+	     << "\nin " << idle << " of the steps no fault found a place (a standby runs no program to kill)"
 	     << "\nfrom the last healing to rest (median / p95 / max, s): "
 	     << toText(summaryOf(timesOf(results, &ChaosStepRecord::recovery)))
 	     << "\nwithout an answer, each step (median / p95 / max, s):    "
@@ -164,6 +167,28 @@ std::vector<ChaosStepRecord> chaosRecordsFrom(const std::string& json)
 	{
 		throw LabError(std::string("these are no records of random schedules: ") + error.what());
 	}
+}
+
+ChaosResults chaosFrom(const std::string& json)
+try
+{
+	const Json whole = Json::parse(json);
+	ChaosResults results;
+	results.seed = whole.at("seed").get<std::uint64_t>();
+	results.times.interval = whole.at("intervalS").get<int>();
+	results.times.receivingTime = whole.at("receivingTimeS").get<int>();
+	results.times.waitingTime = whole.at("waitingTimeS").get<int>();
+	for (const Json& problem : whole.at("problems"))
+	{
+		results.problems.push_back(
+		    {problem.at("lane").get<int>(), problem.at("step").get<int>(), problem.at("problem").get<std::string>()});
+	}
+	results.records = chaosRecordsFrom(whole.at("steps").dump());
+	return results;
+}
+catch (const nlohmann::json::exception& error)
+{
+	throw LabError(std::string("this is no report of random schedules: ") + error.what());
 }
 
 } // namespace velarix::lab

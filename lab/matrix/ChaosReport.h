@@ -32,5 +32,8 @@ struct ChaosResults
 /// and each violation and problem with the command that repeats it.
 std::string toText(const ChaosResults& results);
 std::string toJson(const ChaosResults& results);
+/// Reads what toJson wrote.
+/// @throws LabError when the text is no such report
+ChaosResults chaosFrom(const std::string& json);
 
 } // namespace velarix::lab

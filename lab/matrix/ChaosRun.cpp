@@ -77,16 +77,20 @@ std::vector<Fault> strike(Lab& lab, const ChaosStep& step)
 	return struck;
 }
 
-void healAll(Lab& lab, const std::vector<Fault>& struck, Millis pause)
+/// @return when the last healing began
+Millis healAll(Lab& lab, const std::vector<Fault>& struck, Millis pause)
 {
+	std::optional<Millis> last;
 	for (auto fault = struck.rbegin(); fault != struck.rend(); ++fault)
 	{
 		if (infoOf(fault->kind).heal != nullptr)
 		{
+			std::this_thread::sleep_for(last ? pause : Millis(0));
+			last = lab.clock().now();
 			attempted([&] { lab.heal(*fault); });
-			std::this_thread::sleep_for(pause);
 		}
 	}
+	return last.value_or(lab.clock().now());
 }
 
 std::string agentsOf(Lab& lab)
@@ -112,8 +116,8 @@ ChaosStepRecord runStep(Lab& lab, const ChaosStep& step, const MatrixTimes& time
 	whole.from = lab.clock().now();
 	const std::vector<Fault> struck = strike(lab, step);
 	std::this_thread::sleep_for(step.stands);
-	healAll(lab, struck, step.betweenHealings);
-	const LegRecord after = observe(lab, lab.clock().now(), times.quiet(), 8 * times.quiet());
+	const Millis healed = healAll(lab, struck, step.betweenHealings);
+	const LegRecord after = observe(lab, healed, times.quiet(), 8 * times.quiet());
 	whole.to = after.to;
 	measure(lab.timeline(), whole);
 	for (const Fault& fault : struck)

@@ -5,6 +5,7 @@
 
 #include "Campaign.h"
 #include "ChaosReport.h"
+#include "Files.h"
 #include "Lab.h"
 
 namespace velarix::lab
@@ -96,14 +97,19 @@ ChaosResults runLanes(const std::vector<ChaosOptions>& lanes)
 	return results;
 }
 
-} // namespace
-
-int runChaos(const ChaosCommand& command)
+ChaosResults runAll(const ChaosCommand& command)
 {
 	ChaosCommand whole = command;
 	whole.options.kinds = readExpectations(command.expectations).forChaos;
 	requireLab(command.options.installRoot);
-	const ChaosResults results = runLanes(lanesFor(whole));
+	return runLanes(lanesFor(whole));
+}
+
+} // namespace
+
+int runChaos(const ChaosCommand& command)
+{
+	const ChaosResults results = command.from.empty() ? runAll(command) : chaosFrom(contentOf(command.from));
 	deliver(command.form == "json" ? toJson(results) : toText(results), command.output);
 	return results.good() ? 0 : 1;
 }

@@ -19,6 +19,7 @@ struct ChaosCommand
 	std::string expectations{};   ///< the file that names the faults; empty: that of this build
 	std::string form = "text";    ///< text or json
 	std::string output{};         ///< file; empty: standard output
+	std::string from{};           ///< a report as JSON: tell its results, run nothing; empty: run
 };
 
 /// @return exit status: 0 when every invariant held after every step, else 1

@@ -256,6 +256,7 @@ void addChaos(CLI::App& app, Arguments& arguments, int& status)
 	    ->capture_default_str()
 	    ->check(CLI::IsMember({"text", "json"}));
 	command->add_option("--output", chaos.output, "Write the report to this file");
+	command->add_option("--from", chaos.from, "Run nothing; tell what a report as JSON holds");
 	command->footer("Ends with 0 when all invariants held after every step, with 1 when not.");
 	command->callback([&] { status = runChaosCommand(arguments); });
 }

@@ -168,6 +168,29 @@ TEST(Chaos, TheReportNamesTheCommandThatRepeatsAProblem)
 	EXPECT_NE(toJson(results).find("\"problem\": \"it did not end in time\""), std::string::npos);
 }
 
+TEST(Chaos, TheReportIsReadAgain)
+{
+	ChaosResults results;
+	results.seed = 18446744073709551615U;
+	results.times.interval = 7;
+	ChaosStepRecord struck;
+	struck.step = 1;
+	struck.struck = {"reboot:a"};
+	ChaosStepRecord idle;
+	idle.step = 2;
+	idle.violations = {"no agent on node a"};
+	results.records = {struck, idle};
+	results.problems = {{3, 4, "no luck"}};
+	const ChaosResults copy = chaosFrom(toJson(results));
+	EXPECT_EQ(toJson(copy), toJson(results));
+	EXPECT_EQ(toText(copy), toText(results));
+	EXPECT_NE(toText(copy).find("2 steps of faults and healings, 1 faults, seed 18446744073709551615\n"
+	                            "in 1 of the steps no fault found a place"),
+	          std::string::npos)
+	    << toText(copy);
+	EXPECT_THROW(chaosFrom("{}"), LabError);
+}
+
 TEST(Chaos, APairThatIsWellHasNoViolation)
 {
 	LegRecord after;
