@@ -206,6 +206,10 @@ void measureOverhead(const Timeline& timeline, const std::array<std::vector<Mill
 		decided = index > 0 ? own[static_cast<std::size_t>(index - 1)] : decided;
 		begun = index > 1 ? own[static_cast<std::size_t>(index - 2)] : begun;
 	}
+	if (decided < leg.from)
+	{
+		return; // made before the leg: it does not answer what happened in it
+	}
 	const Millis early = decided - begun - sumOf(path.before, times);
 	leg.noticed = decided - leg.outageBegin;
 	leg.overhead = leg.outageEnd - decided - sumOf(path.after, times) + std::max(early, Millis(0));

@@ -236,6 +236,8 @@ TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 	EXPECT_EQ(overhead(pass, {{{}, {Millis(-600), Millis(2900)}}}), Millis(800));
 	EXPECT_FALSE(overhead({"other", "0", "0", false, "third silence in a row"}, {}));
 	EXPECT_FALSE(seen.leg.noticed);
+	// The pass had begun before the leg did.
+	EXPECT_FALSE(overhead(pass, {{{}, {Millis(-600), Millis(100)}}}));
 	seen.leg.took = Millis(700);
 	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(500));
 	seen.leg.outageOpen = true;
