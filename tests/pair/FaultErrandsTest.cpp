@@ -161,6 +161,7 @@ TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 
 TEST_F(FaultAction, AddressIsRemovedFromWhoHoldsIt)
 {
+	EXPECT_TRUE(waitFor([] { return lab().owners() == "none"; }, soon, "nobody to hold the address"));
 	EXPECT_EQ(refusalOf(FaultKind::addressRemoved), "node a does not hold the virtual address");
 	EXPECT_TRUE(shell(a, std::string("ip addr add ") + plan::virtualAddress + "/24 dev eth0").ok());
 	EXPECT_TRUE(waitFor([] { return lab().owners() == "a"; }, soon, "node a to hold the address"));
