@@ -276,8 +276,8 @@ TEST_F(BadWire, LosesTheShareOnEachNetwork)
 			Impairment loss{percent};
 			loss.direction = Direction::toHost;
 			wiring().impair(HostId::b, network, loss);
-			// Of 500, five standard deviations are 11 of a hundred at most.
-			EXPECT_NEAR(pingFrom(HostId::a, HostId::b, network, 500, Millis(4)).lossPercent(), percent, 11);
+			const double fiveDeviations = 5 * std::sqrt(percent * (100 - percent) / 500);
+			EXPECT_NEAR(pingFrom(HostId::a, HostId::b, network, 500, Millis(4)).lossPercent(), percent, fiveDeviations);
 		}
 		EXPECT_EQ(wiring().impairmentOf(HostId::b, network)->lossPercent, 50);
 		wiring().unimpair(HostId::b, network);
