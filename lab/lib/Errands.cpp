@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <optional>
 
 #include <sys/mman.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include "Command.h"
+#include "Wait.h"
 
 namespace velarix::lab
 {
@@ -20,14 +22,34 @@ namespace
 
 constexpr off_t lastWordsSize = 500;
 
-/// The child waits outside the host for the program inside, which the kernel
-/// ends with it.
-void endChild(pid_t child)
+constexpr Millis endLimit{5000};
+
+void reap(pid_t child)
 {
 	::kill(child, SIGKILL);
 	while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR)
 	{
 	}
+}
+
+/// The program inside: the only child of the one that waits for it, and the leader
+/// of a process group as soon as it has a session of its own.
+/// @return -1 when it has ended already
+pid_t groupOf(pid_t child)
+{
+	pid_t leader = -1;
+	const auto leads = [&] { return leader > 0 && ::getpgid(leader) == leader; };
+	const std::string children = "/proc/" + std::to_string(child) + "/task/" + std::to_string(child) + "/children";
+	waitFor(
+	    [&]
+	    {
+		    siginfo_t ended{};
+		    std::ifstream(children) >> leader;
+		    ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT);
+		    return ended.si_pid == child || leads();
+	    },
+	    endLimit, "a program to be started");
+	return leads() ? leader : -1;
 }
 
 std::string lastWordsOf(int words)
@@ -49,7 +71,7 @@ Errands::~Errands()
 {
 	for (const auto& [name, errand] : m_errands)
 	{
-		endChild(errand.child);
+		reap(errand.child);
 	}
 }
 
@@ -71,6 +93,7 @@ void Errands::start(const Host& host, const std::string& name, const std::vector
 	plan.output = errand.words.get();
 	plan.error = errand.words.get();
 	errand.child = spawn(plan);
+	errand.group = groupOf(errand.child);
 	m_errands.emplace(name, std::move(errand));
 }
 
@@ -89,7 +112,14 @@ void Errands::end(const std::string& name)
 		throw LabError("this had ended by itself with status " + std::to_string(*status) + ": " + name + ": " +
 		               lastWordsOf(errand.words.get()));
 	}
-	endChild(errand.child);
+	// The number of a group is not given away while one of it is left.
+	const auto gone = [&] { return errand.group <= 0 || ::kill(-errand.group, SIGKILL) != 0; };
+	const bool all = waitFor(gone, endLimit, "an errand to end");
+	reap(errand.child);
+	if (!all)
+	{
+		throw LabError("something of this goes on: " + name);
+	}
 }
 
 } // namespace velarix::lab

@@ -28,9 +28,11 @@ public:
 	/// @throws LabError when an errand of that name is under way
 	void start(const Host& host, const std::string& name, const std::vector<std::string>& argv);
 
-	/// Ends the errand. In any case it is not under way afterwards.
+	/// Ends the errand, and waits until everything it has started is gone. In any
+	/// case it is not under way afterwards.
 	/// @throws LabError when there is none of that name, or when its program had
-	///         ended already, with its status and its last words
+	///         ended already, with its status and its last words, or when
+	///         something of it goes on
 	void end(const std::string& name);
 
 	/// Also when its program has ended by itself.
@@ -39,8 +41,9 @@ public:
 private:
 	struct Errand
 	{
-		pid_t child = -1;
-		UniqueFd words; ///< a file in memory: what the program says
+		pid_t child = -1; ///< waits outside of the host
+		pid_t group = -1; ///< of the processes inside, as the lab sees it
+		UniqueFd words;   ///< a file in memory: what the program says
 	};
 
 	std::map<std::string, Errand> m_errands;

@@ -19,7 +19,11 @@ namespace fs = std::filesystem;
 /// Everything that a fault could have changed.
 std::string stateOf(Lab& lab)
 {
-	std::string text = std::to_string(lab.timeline().events().size()) + " events\n";
+	std::string text;
+	for (const Event& event : lab.timeline().events())
+	{
+		text += event.kind == EventKind::fault ? event.text + "\n" : "";
+	}
 	for (const HostId id : nodes)
 	{
 		text += nodeText(id) + (lab.node(id).isOn() ? " is on\n" : " is off\n");
@@ -72,6 +76,8 @@ TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
 	                                   "communication-delay",
 	                                   "deaf",
 	                                   "mute"};
+	const auto quiet = [] { return processesNamed(node(a).host().pid(), "sh").empty(); };
+	EXPECT_TRUE(waitFor(quiet, soon, "the announcers of other tests to be gone"));
 	lab().powerOff(b);
 	for (const FaultInfo& info : allFaults())
 	{

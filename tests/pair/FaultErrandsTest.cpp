@@ -81,6 +81,12 @@ bool reaches(Lab& lab, HostId from, HostId to)
 	return readableWithin(receiver.get(), Millis(700));
 }
 
+/// A frame may be lost at the moment in which a wire becomes bad or good.
+bool reachesSoon(Lab& lab, HostId from, HostId to)
+{
+	return reaches(lab, from, to) || reaches(lab, from, to);
+}
+
 } // namespace
 
 TEST_F(FaultAction, ProgramCrashesForAsLongAsTheFaultStands)
@@ -91,7 +97,8 @@ TEST_F(FaultAction, ProgramCrashesForAsLongAsTheFaultStands)
 	EXPECT_TRUE(waitFor([] { return !programRunsOn(a); }, soon, "the program to be killed"));
 	EXPECT_EQ(shell(a, plan::serviceProgram).status, 128 + SIGKILL) << "and again";
 	heal(FaultKind::programCrashes);
-	EXPECT_EQ(shell(a, plan::serviceProgram, Millis(1000)).timedOut, true) << "it stays";
+	EXPECT_TRUE(processesNamed(node(a).host().pid(), "killall").empty()) << "what the loop was about";
+	EXPECT_TRUE(shell(a, plan::serviceProgram, Millis(1000)).timedOut) << "it stays";
 	node(a).killService();
 }
 
@@ -125,7 +132,7 @@ TEST_F(FaultAction, AZombieHasTheNameOfTheProgram)
 	EXPECT_EQ(refusalOf(FaultKind::programZombie), "no managed program runs on node a");
 	node(a).startService();
 	inject(FaultKind::programZombie);
-	EXPECT_EQ(zombies(), 1);
+	EXPECT_TRUE(waitFor([&] { return zombies() == 1; }, soon, "one zombie, that of the fault"));
 	EXPECT_TRUE(waitFor([] { return !programRunsOn(a); }, soon, "the program to be gone"));
 	heal(FaultKind::programZombie);
 	EXPECT_TRUE(waitFor([&] { return zombies() == 0; }, soon, "the zombie to be gone"));
@@ -133,30 +140,37 @@ TEST_F(FaultAction, AZombieHasTheNameOfTheProgram)
 
 TEST_F(FaultAction, GatewayIsGoneForOneNode)
 {
-	EXPECT_TRUE(reaches(lab(), HostId::gateway, a));
+	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
 	inject(FaultKind::gatewayGoneForOne);
 	EXPECT_FALSE(reaches(lab(), HostId::gateway, a));
-	EXPECT_TRUE(reaches(lab(), HostId::gateway, b));
-	EXPECT_TRUE(reaches(lab(), a, HostId::gateway)) << "asked, but not answered";
+	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, b));
+	EXPECT_TRUE(reachesSoon(lab(), a, HostId::gateway)) << "asked, but not answered";
 	heal(FaultKind::gatewayGoneForOne);
-	EXPECT_TRUE(reaches(lab(), HostId::gateway, a));
+	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
 }
 
 TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 {
-	EXPECT_TRUE(reaches(lab(), a, b) && reaches(lab(), b, a)) << "and both know each other's card";
+	EXPECT_TRUE(reachesSoon(lab(), a, b) && reachesSoon(lab(), b, a));
+	// Neither has to ask for the other's card, which takes both ways.
+	for (const HostId id : nodes)
+	{
+		const char* other = plan::addressOf(otherNode(id), Network::communication);
+		const CommandResult kept = lab().run(id, {"ip", "neigh", "change", other, "dev", "eth1", "nud", "permanent"});
+		EXPECT_TRUE(kept.ok()) << kept.output;
+	}
 	inject(FaultKind::communicationDeaf);
-	EXPECT_TRUE(reaches(lab(), a, b));
+	EXPECT_TRUE(reachesSoon(lab(), a, b));
 	EXPECT_FALSE(reaches(lab(), b, a));
-	EXPECT_TRUE(reaches(lab(), HostId::gateway, a));
+	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
 	heal(FaultKind::communicationDeaf);
-	EXPECT_TRUE(reaches(lab(), b, a));
+	EXPECT_TRUE(reachesSoon(lab(), b, a));
 	inject(FaultKind::communicationMute);
 	EXPECT_FALSE(reaches(lab(), a, b));
-	EXPECT_TRUE(reaches(lab(), b, a));
-	EXPECT_TRUE(reaches(lab(), a, HostId::gateway));
+	EXPECT_TRUE(reachesSoon(lab(), b, a));
+	EXPECT_TRUE(reachesSoon(lab(), a, HostId::gateway));
 	heal(FaultKind::communicationMute);
-	EXPECT_TRUE(reaches(lab(), a, b));
+	EXPECT_TRUE(reachesSoon(lab(), a, b));
 }
 
 TEST_F(FaultAction, AddressIsRemovedFromWhoHoldsIt)
