@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "ControlStranger.h"
 #include "Plan.h"
 #include "Wishes.h"
 
@@ -196,6 +197,26 @@ void healMute(ControlPair& pair, HostId node)
 	pair.lab().wiring().unimpair(otherNode(node), Network::service);
 }
 
+template <int hours> void stepClock(ControlPair& pair, HostId node, Seed /*seed*/)
+{
+	pair.lab().node(node).setClock(std::chrono::hours(hours));
+}
+
+void setClockRight(ControlPair& pair, HostId node)
+{
+	pair.lab().node(node).setClock(std::chrono::seconds(0));
+}
+
+template <StrangersWords words> void speak(ControlPair& pair, HostId /*node*/, Seed /*seed*/)
+{
+	letStrangerSpeak(pair, words);
+}
+
+void fallSilent(ControlPair& pair, HostId /*node*/)
+{
+	silenceStranger(pair);
+}
+
 constexpr Network service = Network::service;
 constexpr Network communication = Network::communication;
 constexpr const char* wireWell = "wire repaired";
@@ -230,6 +251,14 @@ const std::vector<ControlFault>& controlFaults()
 	    {"service-loss-30", true, true, "service card: 30 % lost", wireWell, lose<service, 30>, repairWire<service>},
 	    {"service-loss-50", true, true, "service card: 50 % lost", wireWell, lose<service, 50>, repairWire<service>},
 	    {"service-delay", true, true, "service card: 200 ms late", wireWell, delay<service>, repairWire<service>},
+	    {"clock-ahead", true, true, "control's clock two hours ahead", "control's clock set right", stepClock<2>,
+	     setClockRight, true},
+	    {"clock-behind", true, true, "control's clock two hours behind", "control's clock set right", stepClock<-2>,
+	     setClockRight, true},
+	    {"garbage", false, false, "a stranger sends garbage", "the stranger is silent", speak<StrangersWords::garbage>,
+	     fallSilent},
+	    {"replay-master", false, false, "a stranger replays the master's advertisement", "the stranger is silent",
+	     speak<StrangersWords::replay>, fallSilent},
 	};
 	return faults;
 }

@@ -24,6 +24,7 @@ struct ControlFault
 	const char* healed; ///< null when it heals by itself
 	void (*inject)(ControlPair& pair, HostId node, std::uint64_t seed);
 	void (*heal)(ControlPair& pair, HostId node);
+	bool stepsClock = false; ///< the controls are started with a clock that can be stepped
 };
 
 const std::vector<ControlFault>& controlFaults();

@@ -65,7 +65,8 @@ void requireControl(ControlProgram program)
 	               ", or: scripts/install-deps controls)");
 }
 
-ControlPair::ControlPair(Lab& lab, ControlSettings settings) : m_lab(lab), m_settings(std::move(settings))
+ControlPair::ControlPair(Lab& lab, ControlSettings settings, bool ownClock)
+    : m_lab(lab), m_settings(std::move(settings)), m_ownClock(ownClock)
 {
 	for (const HostId node : nodes)
 	{
@@ -107,7 +108,9 @@ void ControlPair::startControl(HostId node)
 	{
 		throw LabError(nodeText(node) + " has a control already");
 	}
-	const std::string line = "exec >>" + std::string(logPath) + " 2>&1 </dev/null; exec " + quoted(command) + "&";
+	std::vector<std::string> words = m_ownClock ? m_lab.node(node).clockWords() : std::vector<std::string>();
+	words.insert(words.end(), command.begin(), command.end());
+	const std::string line = "exec >>" + std::string(logPath) + " 2>&1 </dev/null; exec " + quoted(words) + "&";
 	runOrThrow({{"sh", "-c", "(" + line + ")"}, {}, host.inside()});
 	if (!waitFor([&] { return controlRuns(node); }, startLimit, "the control to run"))
 	{

@@ -23,7 +23,8 @@ class ControlPair
 public:
 	/// Writes the control's files to both nodes; starts nothing. `lab` must outlive it.
 	/// @throws LabError when a file cannot be written
-	ControlPair(Lab& lab, ControlSettings settings);
+	/// @param ownClock  the controls see a wall clock that Node::setClock steps
+	ControlPair(Lab& lab, ControlSettings settings, bool ownClock = false);
 
 	Lab& lab() { return m_lab; }
 
@@ -57,6 +58,7 @@ public:
 private:
 	Lab& m_lab;
 	ControlSettings m_settings;
+	bool m_ownClock;
 
 	void writeFiles(HostId node) const;
 };

@@ -81,7 +81,7 @@ RunRecord runControlCell(const ControlPlan& plan)
 	options.installRoot = plan.installRoot;
 	options.seed = seedOfRun(plan.seed, plan.run, plan.cell.name);
 	Lab lab(options);
-	ControlPair pair(lab, plan.settings);
+	ControlPair pair(lab, plan.settings, plan.cell.fault->stepsClock);
 	try
 	{
 		runLegs(pair, plan, record);

@@ -67,7 +67,7 @@ void Node::writeSettings(const NodeSettings& settings)
 }
 
 /// Written in place: the agent has the file mapped.
-void Node::writeClock(std::chrono::seconds ahead) const
+void Node::setClock(std::chrono::seconds ahead) const
 {
 	const std::int64_t difference = ahead.count();
 	const std::filesystem::path path = file(plan::clockDifferenceFile);
@@ -80,16 +80,18 @@ void Node::writeClock(std::chrono::seconds ahead) const
 
 std::vector<std::string> Node::agentCommand() const
 {
-	if (!m_clockShim)
-	{
-		return {plan::agentProgram};
-	}
+	std::vector<std::string> words = m_clockShim ? clockWords() : std::vector<std::string>();
+	words.emplace_back(plan::agentProgram);
+	return words;
+}
+
+std::vector<std::string> Node::clockWords() const
+{
 	if (!std::filesystem::exists(file(plan::clockDifferenceFile)))
 	{
-		writeClock(std::chrono::seconds(0));
+		setClock(std::chrono::seconds(0));
 	}
-	return {"env", std::string("LD_PRELOAD=") + plan::clockShim, std::string("LAB_CLOCK=") + plan::clockDifferenceFile,
-	        plan::agentProgram};
+	return {"env", std::string("LD_PRELOAD=") + plan::clockShim, std::string("LAB_CLOCK=") + plan::clockDifferenceFile};
 }
 
 void Node::stepClock(std::chrono::seconds ahead) const
@@ -98,7 +100,7 @@ void Node::stepClock(std::chrono::seconds ahead) const
 	{
 		throw LabError("the agent of " + nodeText(m_id) + " has no clock that can be stepped");
 	}
-	writeClock(ahead);
+	setClock(ahead);
 }
 
 void Node::setDiskFull(bool full) const

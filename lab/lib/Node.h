@@ -61,6 +61,11 @@ public:
 	/// @throws LabError when the running agent has no such clock
 	void stepClock(std::chrono::seconds ahead) const;
 
+	/// Words in front of a program's that give it a wall clock which setClock steps.
+	std::vector<std::string> clockWords() const;
+	/// As stepClock, for whatever program has such a clock.
+	void setClock(std::chrono::seconds ahead) const;
+
 	/// @return true when the running agent has such a clock
 	bool hasClock() const { return m_clockShim && agent(); }
 
@@ -92,7 +97,6 @@ private:
 
 	std::filesystem::path disk() const;
 	std::vector<std::string> agentCommand() const;
-	void writeClock(std::chrono::seconds ahead) const;
 };
 
 } // namespace velarix::lab

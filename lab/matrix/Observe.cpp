@@ -1,5 +1,6 @@
 #include "Observe.h"
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <thread>
@@ -16,6 +17,19 @@ namespace
 {
 
 constexpr Millis betweenLooks{1500};
+
+/// An agent that starts a command is two of that name for a moment, so what matters is
+/// who is there at both looks.
+std::size_t lastingAgents(const std::vector<ProcessEntry>& first, const std::vector<ProcessEntry>& second)
+{
+	return static_cast<std::size_t>(std::count_if(second.begin(), second.end(),
+	                                              [&](const ProcessEntry& entry)
+	                                              {
+		                                              return std::any_of(first.begin(), first.end(),
+		                                                                 [&](const ProcessEntry& before)
+		                                                                 { return before.pid == entry.pid; });
+	                                              }));
+}
 
 /// All processes of a node that are neither the system's nor meant to be there.
 std::map<pid_t, ProcessEntry> strangersOn(Lab& lab, HostId node)
@@ -47,16 +61,11 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 		{
 			continue;
 		}
-		left.push_back(std::string("node ") + nameOf(node) + ": process " + entry.name +
-		               (entry.state == 'Z' ? " (zombie)" : ""));
+		left.push_back(nodeText(node) + ": process " + entry.name + (entry.state == 'Z' ? " (zombie)" : ""));
 	}
 	if (!owns && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty())
 	{
-		left.push_back(std::string("node ") + nameOf(node) + ": the managed program without the address");
-	}
-	if (processesNamed(lab.node(node).host().pid(), plan::agentName).size() > 1)
-	{
-		left.push_back(std::string("node ") + nameOf(node) + ": more than one agent");
+		left.push_back(nodeText(node) + ": the managed program without the address");
 	}
 	return left;
 }
@@ -115,20 +124,30 @@ std::string errorsIn(Lab& lab)
 
 std::vector<std::string> leftOn(Lab& lab)
 {
-	std::map<HostId, std::map<pid_t, ProcessEntry>> first;
-	std::vector<std::string> left;
+	struct Look
+	{
+		std::map<pid_t, ProcessEntry> strangers;
+		std::vector<ProcessEntry> agents;
+	};
+	const auto agentsOn = [&](HostId node) { return processesNamed(lab.node(node).host().pid(), plan::agentName); };
+	std::map<HostId, Look> first;
 	for (const HostId node : nodes)
 	{
 		if (lab.node(node).isOn())
 		{
-			first[node] = strangersOn(lab, node);
+			first[node] = {strangersOn(lab, node), agentsOn(node)};
 		}
 	}
 	std::this_thread::sleep_for(betweenLooks);
-	for (const auto& [node, processes] : first)
+	std::vector<std::string> left;
+	for (const auto& [node, look] : first)
 	{
-		const std::vector<std::string> here = leftOnNode(lab, node, processes);
+		const std::vector<std::string> here = leftOnNode(lab, node, look.strangers);
 		left.insert(left.end(), here.begin(), here.end());
+		if (lastingAgents(look.agents, agentsOn(node)) > 1)
+		{
+			left.push_back(nodeText(node) + ": more than one agent");
+		}
 	}
 	return left;
 }
