@@ -43,8 +43,7 @@ PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer)
 	lab.timeline().add({result.from, EventKind::phase, std::nullopt, phase.title});
 	phase.happens(lab);
 	const HostId other = otherNode(phase.ownerAfter);
-	const Wait standby{nodeText(other) + " to be on standby", phase.limit,
-	                   [&] { return lab.stateText(); }, observer};
+	const Wait standby{nodeText(other) + " to be on standby", phase.limit, [&] { return lab.stateText(); }, observer};
 	const bool reached = (!phase.standbyAfter || standby.until([&] { return lab.role(other) == "slave"; })) &&
 	                     lab.waitForService(phase.ownerAfter, phase.limit, Millis(3000), observer);
 	result.to = lab.clock().now();
