@@ -10,7 +10,10 @@ namespace velarix::lab
 std::string machineText()
 {
 	utsname system{};
-	const std::string kernel = ::uname(&system) == 0 ? std::string(system.sysname) + " " + system.release : "Linux";
+	::uname(&system);
+	const std::string release = system.release;
+	// The version; what a distribution or a host appends says nothing to others.
+	const std::string kernel = "Linux " + release.substr(0, release.find_first_not_of("0123456789."));
 	const unsigned processors = std::thread::hardware_concurrency();
 	return kernel + ", " + std::to_string(processors) + (processors == 1 ? " processor" : " processors");
 }
