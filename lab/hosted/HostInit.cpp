@@ -6,15 +6,16 @@
 /// is closed, by whatever means the lab ended, and the kernel then ends every
 /// other process of the host and removes its interfaces and mounts.
 ///
-///   velarix-lab-init CONTROL-FD HOST-NAME rack
-///   velarix-lab-init CONTROL-FD HOST-NAME host
-///   velarix-lab-init CONTROL-FD HOST-NAME node RACK-MOUNT-NAMESPACE-FD DISK
+///   velarix-lab-init CONTROL-FD HOST-NAME rack DISK...
+///   velarix-lab-init CONTROL-FD HOST-NAME host FIRST-PROCESS
+///   velarix-lab-init CONTROL-FD HOST-NAME node FIRST-PROCESS RACK-MOUNT-NAMESPACE-FD DISK
 ///
-/// rack: holds the disks of the nodes on a tmpfs at /mnt of its own mount
-///       namespace, and the bridges in its network namespace.
+/// rack: holds the disks of the nodes below /mnt of its own mount namespace, a
+///       tmpfs each, and the bridges in its network namespace.
 /// host: everything read-only but /run and /tmp.
 /// node: as host, and /usr is writable: an overlay whose changes go to the
 ///       directory DISK in the rack's /mnt, so that they outlive the node.
+/// FIRST-PROCESS: processes of the host are numbered from the next one on.
 
 #include <cerrno>
 #include <csignal>
@@ -28,6 +29,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -65,10 +67,16 @@ void ownMountNamespace()
 	need(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "cannot detach the mounts");
 }
 
-void mountRack()
+void mountRack(char* const* disks)
 {
 	ownMountNamespace();
 	mountOrEnd("lab-disks", "/mnt", "tmpfs", "mode=0755");
+	for (; *disks != nullptr; ++disks)
+	{
+		const std::string path = std::string("/mnt/") + *disks;
+		need(::mkdir(path.c_str(), 0755) == 0, "cannot make " + path);
+		mountOrEnd("lab-disk", path.c_str(), "tmpfs", "mode=0755");
+	}
 }
 
 void setReadOnly(const char* path, bool readOnly, unsigned flags)
@@ -104,6 +112,13 @@ void mountNode(int rackMountNamespace, const std::string& disk)
 	const std::string options = "lowerdir=/usr,upperdir=" + base + "/upper,workdir=" + base + "/scratch";
 	mountOrEnd("lab-usr", "/usr", "overlay", options.c_str());
 	mountHost(true);
+}
+
+void beginProcessNumbersAt(const std::string& number)
+{
+	const int file = ::open("/proc/sys/kernel/ns_last_pid", O_WRONLY | O_CLOEXEC);
+	need(file >= 0 && ::write(file, number.data(), number.size()) > 0, "cannot set the first process number");
+	::close(file);
 }
 
 void silenceStreams()
@@ -166,16 +181,19 @@ int main(int argc, char** argv)
 	need(::sethostname(name.c_str(), name.size()) == 0, "cannot set the host name");
 	if (kind == "rack")
 	{
-		mountRack();
+		mountRack(argv + 4);
 	}
-	else if (kind == "node" && argc == 6)
+	else if (kind == "node" && argc == 7)
 	{
-		mountNode(std::atoi(argv[4]), argv[5]);
+		mountNode(std::atoi(argv[5]), argv[6]);
+		beginProcessNumbersAt(argv[4]);
 	}
 	else
 	{
+		need(kind == "host" && argc == 5, "these arguments do not make a host");
 		ownMountNamespace();
 		mountHost(false);
+		beginProcessNumbersAt(argv[4]);
 	}
 	reapUntilTheLabEnds();
 }

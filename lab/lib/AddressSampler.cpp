@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "Owners.h"
 #include "Plan.h"
 #include "Samplers.h"
 
@@ -52,11 +53,6 @@ bool holdsVirtualAddress(int socket)
 		}
 	}
 	return false;
-}
-
-std::string ownersText(bool a, bool b)
-{
-	return a ? (b ? "a+b" : "a") : (b ? "b" : "none");
 }
 
 } // namespace

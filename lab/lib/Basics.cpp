@@ -25,6 +25,11 @@ const char* nameOf(HostId host)
 	return "?";
 }
 
+std::string nodeText(HostId node)
+{
+	return std::string("node ") + nameOf(node);
+}
+
 std::optional<HostId> hostNamed(std::string_view name)
 {
 	for (const HostId host : allHosts)

@@ -30,6 +30,9 @@ inline constexpr std::array<HostId, 4> allHosts{HostId::a, HostId::b, HostId::ga
 /// @return "a", "b", "gateway" or "client"
 const char* nameOf(HostId host);
 
+/// @return "node a" or "node b"
+std::string nodeText(HostId node);
+
 /// @return the host of that name; empty when there is none
 std::optional<HostId> hostNamed(std::string_view name);
 

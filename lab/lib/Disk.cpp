@@ -2,6 +2,9 @@
 
 #include <array>
 
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 
 #include "Plan.h"
@@ -82,11 +85,33 @@ void prepareDisk(const fs::path& disk, const Programs& programs)
 		const fs::path service = fileOnDisk(disk, plan::serviceProgram);
 		fs::create_directories(service.parent_path());
 		fs::copy_file(programs.service, service);
+		fs::copy_file(programs.clockShim, fileOnDisk(disk, plan::clockShim));
 		fs::create_directories(fileOnDisk(disk, plan::logFile).parent_path());
 	}
 	catch (const fs::filesystem_error& error)
 	{
 		throw LabError(std::string("cannot fill the disk of a node: ") + error.what());
+	}
+}
+
+void setFull(const fs::path& disk, bool full)
+{
+	struct statvfs found
+	{
+	};
+	if (::statvfs(disk.c_str(), &found) != 0)
+	{
+		throwErrno("cannot look at the disk of a node");
+	}
+	// The size that is in use, in pages: what the last page of a file has left
+	// is all that can be written.
+	const std::string size =
+	    full ? std::to_string((found.f_blocks - found.f_bfree) * found.f_frsize / 1024) + "k" : "50%";
+	const UniqueFd system(::fspick(AT_FDCWD, disk.c_str(), FSPICK_CLOEXEC));
+	if (!system || ::fsconfig(system.get(), FSCONFIG_SET_STRING, "size", size.c_str(), 0) != 0 ||
+	    ::fsconfig(system.get(), FSCONFIG_CMD_RECONFIGURE, nullptr, nullptr, 0) != 0)
+	{
+		throwErrno("cannot change the size of a node's disk");
 	}
 }
 

@@ -16,6 +16,10 @@ namespace velarix::lab
 /// @throws LabError when the installed tree lacks something the agent needs
 void prepareDisk(const std::filesystem::path& disk, const Programs& programs);
 
+/// Leaves the disk no room for another byte, or gives it all its room back.
+/// @throws LabError
+void setFull(const std::filesystem::path& disk, bool full);
+
 /// The file that the node knows as `path`, which begins with "/usr/".
 std::filesystem::path fileOnDisk(const std::filesystem::path& disk, const std::string& path);
 

@@ -1,5 +1,8 @@
 #include "Fault.h"
 
+#include <array>
+
+#include "FaultActions.h"
 #include "Lab.h"
 
 namespace velarix::lab
@@ -8,91 +11,165 @@ namespace velarix::lab
 namespace
 {
 
-void powerOff(Lab& lab, HostId node)
-{
-	lab.powerOff(node);
-}
+using namespace action;
+using enum SetCommand;
 
-void powerOn(Lab& lab, HostId node)
-{
-	lab.powerOn(node);
-}
+constexpr auto service = Network::service;
+constexpr auto communication = Network::communication;
 
-void reboot(Lab& lab, HostId node)
-{
-	lab.powerOff(node);
-	lab.powerOn(node);
-}
+constexpr const char* wireWell = "wire is good again";
 
-void killAgent(Lab& lab, HostId node)
-{
-	lab.killAgent(node);
-}
+// Actions that differ by a value only.
 
-void startAgent(Lab& lab, HostId node)
+/// @param hours  ahead of the machine's clock
+template <int hours> void stepClock(Lab& lab, HostId node)
 {
-	lab.startAgent(node);
-}
-
-void freezeAgent(Lab& lab, HostId node)
-{
-	lab.freezeAgent(node);
-}
-
-void thawAgent(Lab& lab, HostId node)
-{
-	lab.thawAgent(node);
-}
-
-void killProgram(Lab& lab, HostId node)
-{
-	if (lab.node(node).killService() == 0)
-	{
-		throw LabError("no managed program runs on node " + std::string(nameOf(node)));
-	}
+	lab.node(node).stepClock(std::chrono::hours(hours));
 }
 
 template <Network network, bool up> void setCard(Lab& lab, HostId node)
 {
-	lab.node(node).host();
 	lab.wiring().setPort(node, network, up);
 }
 
-template <bool isolated> void setCut(Lab& lab, HostId)
+template <bool isolated> void setCut(Lab& lab, HostId /*node*/)
 {
 	lab.wiring().isolateNodes(Network::communication, isolated);
 }
 
-template <bool up> void setGateway(Lab& lab, HostId)
+template <bool up> void setGateway(Lab& lab, HostId /*node*/)
 {
 	lab.wiring().setAllPorts(HostId::gateway, up);
 }
 
+/// Frames of the node's card are lost, each way.
+template <Network network, int percent> void lose(Lab& lab, HostId node)
+{
+	Impairment impairment;
+	impairment.lossPercent = percent;
+	impairment.seed = lab.seed();
+	lab.wiring().impair(node, network, impairment);
+}
+
+/// 200 ms with 50 ms of jitter, each way.
+template <Network network> void delay(Lab& lab, HostId node)
+{
+	Impairment impairment;
+	impairment.delay = Millis(200);
+	impairment.jitter = Millis(50);
+	impairment.seed = lab.seed();
+	lab.wiring().impair(node, network, impairment);
+}
+
+template <Network network> void repairWire(Lab& lab, HostId node)
+{
+	lab.wiring().unimpair(node, network);
+}
+
+template <SetCommand command, void (*spoil)(const Node&, SetCommand)> void spoilCommand(Lab& lab, HostId node)
+{
+	spoil(lab.node(node), command);
+}
+
+template <SetCommand command> void repairCommand(Lab& lab, HostId node)
+{
+	repair(lab.node(node), command);
+}
+
+template <SetCommand command> void commandWhole(Lab& lab, HostId node)
+{
+	requireWhole(lab.node(node), command);
+}
+
+/// All faults, in the order of the enumerators.
+constexpr std::array<FaultInfo, 40> faults{{
+    {FaultKind::powerOff, "power-off", true, "host powered off", "host powered on", powerOff, powerOn, nodeOn},
+    {FaultKind::reboot, "reboot", true, "host rebooted", nullptr, reboot, nullptr, nodeOn},
+    {FaultKind::agentKilled, "agent-kill", true, "agent killed", "agent started", killAgent, startAgent, agentRuns},
+    {FaultKind::agentFrozen, "agent-freeze", true, "agent frozen", "agent thawed", freezeAgent, thawAgent,
+     agentNotFrozen},
+    {FaultKind::programKilled, "program-kill", true, "managed program killed", nullptr, killProgram, nullptr,
+     programRuns},
+    {FaultKind::serviceCardPulled, "service-card", true, "service card: cable pulled", "service card: cable plugged in",
+     setCard<service, false>, setCard<service, true>, nodeOn},
+    {FaultKind::communicationCardPulled, "communication-card", true, "communication card: cable pulled",
+     "communication card: cable plugged in", setCard<communication, false>, setCard<communication, true>, nodeOn},
+    {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
+     "communication network joined", setCut<true>, setCut<false>},
+    {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
+    {FaultKind::agentTerminated, "agent-term", true, "agent terminated", "agent started", terminateAgent, startAgent,
+     agentRuns},
+    {FaultKind::programCrashes, "program-crash", true, "managed program crashes again and again",
+     "managed program is well", crashProgram, endCrashing, noCrashing},
+    {FaultKind::programCrashesEverywhere, "program-crash-both", false,
+     "managed program crashes again and again on both nodes", "managed program is well", crashEverywhere,
+     endCrashingEverywhere, noCrashingAnywhere},
+    {FaultKind::programZombie, "program-zombie", true, "managed program is a zombie", "zombie reaped", makeZombie,
+     reapZombie, programNoZombie},
+    {FaultKind::gatewayGoneForOne, "gateway-for", true, "gateway does not answer the node", "gateway answers the node",
+     loseGateway, findGateway, nodeOn},
+    {FaultKind::addressRemoved, "address-removed", true, "virtual address removed by hand", nullptr, removeAddress,
+     nullptr, addressHeld},
+    {FaultKind::startHangs, "start-hangs", true, "start command hangs", "start command goes on",
+     spoilCommand<start, makeHang>, repairCommand<start>, commandWhole<start>},
+    {FaultKind::startFails, "start-fails", true, "start command fails silently", "start command repaired",
+     spoilCommand<start, makeFail>, repairCommand<start>, commandWhole<start>},
+    {FaultKind::startPrints, "start-prints", true, "start command prints", "start command is silent",
+     spoilCommand<start, makePrint>, repairCommand<start>, commandWhole<start>},
+    {FaultKind::stopFails, "stop-fails", true, "stop command fails", "stop command repaired",
+     spoilCommand<stop, makeFail>, repairCommand<stop>, commandWhole<stop>},
+    {FaultKind::killFails, "kill-fails", true, "kill command fails", "kill command repaired",
+     spoilCommand<SetCommand::kill, makeFail>, repairCommand<SetCommand::kill>, commandWhole<SetCommand::kill>},
+    {FaultKind::runInfoMissing, "run-info-missing", true, "run-info record removed", "run-info record restored",
+     removeRunInfo, restoreRunInfo, runInfoThere},
+    {FaultKind::runInfoReadOnly, "run-info-read-only", true, "run-info record read-only", "run-info record writable",
+     protectRunInfo, freeRunInfo, runInfoWritable},
+    {FaultKind::diskFull, "disk-full", true, "disk full", "disk has room", fillDisk, freeDisk},
+    {FaultKind::clockAhead, "clock-ahead", true, "agent's clock two hours ahead", "agent's clock set right",
+     stepClock<2>, stepClock<0>, clockSteppable, wantClockShim},
+    {FaultKind::clockBehind, "clock-behind", true, "agent's clock two hours behind", "agent's clock set right",
+     stepClock<-2>, stepClock<0>, clockSteppable, wantClockShim},
+    {FaultKind::coldStart, "cold-start", false, "both hosts off, and on at once", nullptr, coldStart, nullptr},
+    {FaultKind::coldStartAlone, "cold-start-alone", true, "both hosts off, only this one on", "the other host on, too",
+     coldStartAlone, powerOnOther},
+    {FaultKind::heartbeatGarbage, "garbage", true, "a stranger sends garbage", "the stranger is silent", sendGarbage,
+     endGarbage},
+    {FaultKind::heartbeatReplay, "replay-master", true, "a stranger replays a master's heartbeat",
+     "the stranger is silent", replayMaster, endReplayMaster},
+    {FaultKind::askReplay, "replay-ask", true, "a stranger replays an ask", "the stranger is silent", replayAsk,
+     endReplayAsk},
+    {FaultKind::serviceLoss10, "service-loss-10", true, "service card: 10 % lost", wireWell, lose<service, 10>,
+     repairWire<service>},
+    {FaultKind::serviceLoss30, "service-loss-30", true, "service card: 30 % lost", wireWell, lose<service, 30>,
+     repairWire<service>},
+    {FaultKind::serviceLoss50, "service-loss-50", true, "service card: 50 % lost", wireWell, lose<service, 50>,
+     repairWire<service>},
+    {FaultKind::serviceDelay, "service-delay", true, "service card: 200 ms late", wireWell, delay<service>,
+     repairWire<service>},
+    {FaultKind::communicationLoss10, "communication-loss-10", true, "communication card: 10 % lost", wireWell,
+     lose<communication, 10>, repairWire<communication>},
+    {FaultKind::communicationLoss30, "communication-loss-30", true, "communication card: 30 % lost", wireWell,
+     lose<communication, 30>, repairWire<communication>},
+    {FaultKind::communicationLoss50, "communication-loss-50", true, "communication card: 50 % lost", wireWell,
+     lose<communication, 50>, repairWire<communication>},
+    {FaultKind::communicationDelay, "communication-delay", true, "communication card: 200 ms late", wireWell,
+     delay<communication>, repairWire<communication>},
+    {FaultKind::communicationDeaf, "deaf", true, "does not get what the other node sends", wireWell, makeDeaf,
+     repairWire<communication>},
+    {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
+     [](Lab& lab, HostId node) { repairWire<communication>(lab, otherNode(node)); }},
+}};
+
 } // namespace
 
-const std::vector<FaultInfo>& allFaults()
+std::span<const FaultInfo> allFaults()
 {
-	static const std::vector<FaultInfo> faults{
-	    {FaultKind::powerOff, "power-off", true, "host powered off", "host powered on", powerOff, powerOn},
-	    {FaultKind::reboot, "reboot", true, "host rebooted", nullptr, reboot, nullptr},
-	    {FaultKind::agentKilled, "agent-kill", true, "agent killed", "agent started", killAgent, startAgent},
-	    {FaultKind::agentFrozen, "agent-freeze", true, "agent frozen", "agent thawed", freezeAgent, thawAgent},
-	    {FaultKind::programKilled, "program-kill", true, "managed program killed", nullptr, killProgram, nullptr},
-	    {FaultKind::serviceCardPulled, "service-card", true, "service card: cable pulled",
-	     "service card: cable plugged in", setCard<Network::service, false>, setCard<Network::service, true>},
-	    {FaultKind::communicationCardPulled, "communication-card", true, "communication card: cable pulled",
-	     "communication card: cable plugged in", setCard<Network::communication, false>,
-	     setCard<Network::communication, true>},
-	    {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
-	     "communication network joined", setCut<true>, setCut<false>},
-	    {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
-	};
 	return faults;
 }
 
 const FaultInfo& infoOf(FaultKind kind)
 {
-	return allFaults().at(static_cast<std::size_t>(kind));
+	return faults.at(static_cast<std::size_t>(kind));
 }
 
 std::optional<FaultKind> faultNamed(std::string_view name)
@@ -111,6 +188,40 @@ std::string toText(const Fault& fault)
 {
 	const FaultInfo& info = infoOf(fault.kind);
 	return std::string(info.name) + (info.onNode ? std::string(" of node ") + nameOf(fault.node) : std::string());
+}
+
+std::string toName(const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	return std::string(info.name) + (info.onNode ? std::string(":") + nameOf(fault.node) : std::string());
+}
+
+Fault faultFrom(std::string_view text)
+{
+	const std::size_t colon = text.find(':');
+	const std::optional<FaultKind> kind = faultNamed(text.substr(0, colon));
+	if (!kind)
+	{
+		throw LabError("there is no fault \"" + std::string(text.substr(0, colon)) + "\"");
+	}
+	Fault fault{*kind};
+	const bool nodeGiven = colon != std::string_view::npos;
+	if (nodeGiven != infoOf(*kind).onNode)
+	{
+		throw LabError(std::string(infoOf(*kind).name) +
+		               (nodeGiven ? " strikes no single node" : " needs a node, for example ") +
+		               (nodeGiven ? "" : std::string(infoOf(*kind).name) + ":a"));
+	}
+	if (nodeGiven)
+	{
+		const std::optional<HostId> node = hostNamed(text.substr(colon + 1));
+		if (!node || !isNode(*node))
+		{
+			throw LabError("\"" + std::string(text) + "\" names no node (a or b)");
+		}
+		fault.node = *node;
+	}
+	return fault;
 }
 
 } // namespace velarix::lab

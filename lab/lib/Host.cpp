@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <thread>
@@ -30,13 +29,14 @@ std::vector<std::string> initArguments(const HostSpec& spec, int control, int ra
 	switch (spec.kind)
 	{
 	case HostKind::rack:
-		arguments.emplace_back("rack");
+		arguments.insert(arguments.end(), {"rack", nameOf(HostId::a), nameOf(HostId::b)});
 		break;
 	case HostKind::host:
-		arguments.emplace_back("host");
+		arguments.insert(arguments.end(), {"host", std::to_string(spec.firstProcess)});
 		break;
 	case HostKind::node:
-		arguments.insert(arguments.end(), {"node", std::to_string(rackMounts), spec.disk});
+		arguments.insert(arguments.end(),
+		                 {"node", std::to_string(spec.firstProcess), std::to_string(rackMounts), spec.disk});
 		break;
 	}
 	return arguments;
@@ -59,6 +59,14 @@ std::vector<std::string> initArguments(const HostSpec& spec, int control, int ra
 }
 
 } // namespace
+
+int firstProcessOf(HostId host, std::uint64_t seed)
+{
+	constexpr std::uint64_t apart = 7000;
+	// Neighbouring seeds lie anywhere.
+	const std::uint64_t mixed = (seed * 0x9e3779b97f4a7c15U) >> 32U;
+	return static_cast<int>(1000 + mixed % apart + apart * static_cast<std::uint64_t>(host));
+}
 
 Host::Host(const HostSpec& spec)
 {
@@ -174,7 +182,10 @@ void inNetworkOf(const Host& host, const std::function<void()>& work)
 		    entered = ::setns(network.get(), CLONE_NEWNET) == 0;
 		    try
 		    {
-			    entered ? work() : void();
+			    if (entered)
+			    {
+				    work();
+			    }
 		    }
 		    catch (...)
 		    {

@@ -6,6 +6,7 @@
 /// so the kernel removes a host however the lab ends.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -29,9 +30,15 @@ struct HostSpec
 	std::filesystem::path initProgram; ///< velarix-lab-init
 	std::string hostName;
 	HostKind kind = HostKind::host;
-	pid_t rackPid = 0; ///< node: process 1 of the rack
-	std::string disk;  ///< node: directory in the rack's /mnt with "upper" and "scratch"
+	int firstProcess = 0; ///< not for the rack: processes are numbered from the next one on
+	pid_t rackPid = 0;    ///< node: process 1 of the rack
+	std::string disk;     ///< node: directory in the rack's /mnt with "upper" and "scratch"
 };
+
+/// Real servers have processes of different numbers. Ping tells its answers apart
+/// by them, so two agents of one number could take each other's for their own.
+/// @return where the numbers of that host begin; hosts of one seed lie 7000 apart
+int firstProcessOf(HostId host, std::uint64_t seed);
 
 class Host
 {

@@ -1,19 +1,38 @@
 #include "Lab.h"
 
 #include <csignal>
+#include <filesystem>
+#include <functional>
 
-#include "Disk.h"
 #include "Plan.h"
 
 namespace velarix::lab
 {
 
-Lab::Lab(const LabOptions& options)
-    : m_programs(findPrograms(options.installRoot)), m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, {}}),
-      m_wiring(m_rack)
+namespace
 {
-	m_gateway = std::make_unique<Host>(HostSpec{m_programs.init, "gateway", HostKind::host, 0, {}});
-	m_client = std::make_unique<Host>(HostSpec{m_programs.init, "client", HostKind::host, 0, {}});
+
+/// The files of a node fail in the library's own words.
+void inLabErrors(const std::function<void()>& step)
+{
+	try
+	{
+		step();
+	}
+	catch (const std::filesystem::filesystem_error& error)
+	{
+		throw LabError(error.what());
+	}
+}
+
+} // namespace
+
+Lab::Lab(const LabOptions& options)
+    : m_seed(options.seed), m_programs(findPrograms(options.installRoot)),
+      m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, 0, {}}), m_wiring(m_rack)
+{
+	m_gateway = makeHost(HostId::gateway);
+	m_client = makeHost(HostId::client);
 	m_wiring.plugIn(HostId::gateway, *m_gateway);
 	m_wiring.plugIn(HostId::client, *m_client);
 
@@ -23,14 +42,25 @@ Lab::Lab(const LabOptions& options)
 	for (const HostId id : nodes)
 	{
 		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
-		m_nodes[static_cast<std::size_t>(id)] = std::make_unique<Node>(id, m_rack, m_programs);
+		m_nodes[static_cast<std::size_t>(id)] =
+		    std::make_unique<Node>(id, m_rack, m_programs, firstProcessOf(id, m_seed));
 		node(id).writeSettings(settings);
+		if (options.clockShim)
+		{
+			node(id).useClockShim();
+		}
 		m_logWatch->follow(id, node(id).diskFile(settings.get("LOG.PATH")));
 		bootAndConnect(id);
 	}
 }
 
 Lab::~Lab() = default;
+
+std::unique_ptr<Host> Lab::makeHost(HostId id) const
+{
+	return std::make_unique<Host>(
+	    HostSpec{m_programs.init, nameOf(id), HostKind::host, firstProcessOf(id, m_seed), 0, {}});
+}
 
 const Host& Lab::host(HostId id)
 {
@@ -70,24 +100,37 @@ void Lab::startAgent(HostId id)
 {
 	if (node(id).agent())
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " has an agent already");
+		throw LabError(nodeText(id) + " has an agent already");
 	}
+	node(id).host();
 	setRole(id, "starting");
-	node(id).startAgent();
+	try
+	{
+		node(id).startAgent();
+	}
+	catch (const LabError&)
+	{
+		setRole(id, "no agent");
+		throw;
+	}
 	if (const std::optional<ProcessEntry> agent = node(id).agent())
 	{
 		m_logWatch->agentRuns(id, agent->pid);
 	}
 }
 
-void Lab::killAgent(HostId id)
+void Lab::killAgent(HostId id, int signal)
 {
-	m_logWatch->forgetAgent(id);
-	if (!node(id).signalAgent(SIGKILL))
+	if (!node(id).agent())
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " has no agent to kill");
+		throw LabError(nodeText(id) + " has no agent to kill");
 	}
-	waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone");
+	m_logWatch->forgetAgent(id);
+	node(id).signalAgent(signal);
+	if (!waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone"))
+	{
+		throw LabError("the agent of " + nodeText(id) + " does not end");
+	}
 	m_logWatch->catchUp(id);
 	setRole(id, "no agent");
 }
@@ -96,7 +139,7 @@ void Lab::freezeAgent(HostId id)
 {
 	if (!node(id).signalAgent(SIGSTOP))
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " has no agent to freeze");
+		throw LabError(nodeText(id) + " has no agent to freeze");
 	}
 	m_logWatch->catchUp(id);
 	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
@@ -107,7 +150,7 @@ void Lab::thawAgent(HostId id)
 {
 	if (role(id) != "frozen")
 	{
-		throw LabError("the agent of node " + std::string(nameOf(id)) + " is not frozen");
+		throw LabError("the agent of " + nodeText(id) + " is not frozen");
 	}
 	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
 	node(id).signalAgent(SIGCONT);
@@ -129,7 +172,7 @@ void Lab::powerOn(HostId id, bool withAgent)
 {
 	if (node(id).isOn())
 	{
-		throw LabError("node " + std::string(nameOf(id)) + " is on already");
+		throw LabError(nodeText(id) + " is on already");
 	}
 	bootAndConnect(id);
 	if (withAgent)
@@ -145,10 +188,29 @@ void Lab::note(EventKind kind, const Fault& fault)
 	m_timeline.add({m_clock.now(), kind, host, kind == EventKind::fault ? info.what : info.healed});
 }
 
+void Lab::carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node))
+{
+	note(kind, fault);
+	try
+	{
+		inLabErrors([&] { step(*this, fault.node); });
+	}
+	catch (const LabError& error)
+	{
+		m_timeline.add(
+		    {m_clock.now(), EventKind::action, std::nullopt, toName(fault) + " did not come about: " + error.what()});
+		throw;
+	}
+}
+
 void Lab::inject(const Fault& fault)
 {
-	note(EventKind::fault, fault);
-	infoOf(fault.kind).inject(*this, fault.node);
+	const FaultInfo& info = infoOf(fault.kind);
+	if (info.require != nullptr)
+	{
+		inLabErrors([&] { info.require(*this, fault.node); });
+	}
+	carryOut(EventKind::fault, fault, info.inject);
 }
 
 void Lab::heal(const Fault& fault)
@@ -158,8 +220,7 @@ void Lab::heal(const Fault& fault)
 	{
 		throw LabError(std::string("there is nothing to heal after ") + info.name);
 	}
-	note(EventKind::heal, fault);
-	info.heal(*this, fault.node);
+	carryOut(EventKind::heal, fault, info.heal);
 }
 
 CommandResult Lab::run(HostId id, const std::vector<std::string>& argv, Millis limit)
@@ -181,7 +242,7 @@ bool Lab::waitForService(HostId node, Millis limit, Millis steady, const WaitObs
 		since = well ? since.value_or(m_clock.now()) : std::optional<Millis>();
 		return since && m_clock.now() - *since >= steady;
 	};
-	const std::string what = std::string("node ") + nameOf(node) + " to serve alone";
+	const std::string what = nodeText(node) + " to serve alone";
 	return Wait{what, limit, [&] { return stateText(); }, observer}.until(holds);
 }
 

@@ -6,14 +6,16 @@
 #pragma once
 
 #include <array>
+#include <csignal>
+#include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Basics.h"
 #include "Command.h"
+#include "Errands.h"
 #include "Fault.h"
 #include "Host.h"
 #include "LogWatch.h"
@@ -34,6 +36,10 @@ struct LabOptions
 	std::filesystem::path installRoot{};
 	NodeSettings settingsA = NodeSettings::standard(HostId::a);
 	NodeSettings settingsB = NodeSettings::standard(HostId::b);
+	/// The agents see a wall clock that the clock faults can step.
+	bool clockShim = false;
+	/// Whatever the lab does by chance follows from it.
+	std::uint64_t seed = 1;
 };
 
 class Lab
@@ -51,15 +57,14 @@ public:
 	Node& node(HostId id) { return *m_nodes[static_cast<std::size_t>(id)]; }
 	/// @throws LabError when the node is off
 	const Host& host(HostId id);
-	/// The rack holds the bridges and the disks.
-	const Host& rack() const { return m_rack; }
 	Wiring& wiring() { return m_wiring; }
 
 	/// Starts the agents of both nodes.
 	void startAgents();
 	void startAgent(HostId id);
-	/// SIGKILL to the agent alone. @throws LabError when there is none
-	void killAgent(HostId id);
+	/// SIGKILL to the agent alone, or another signal that ends it.
+	/// @throws LabError when there is none, or it goes on
+	void killAgent(HostId id, int signal = SIGKILL);
 	/// SIGSTOP and SIGCONT to the agent. @throws LabError when there is none
 	void freezeAgent(HostId id);
 	void thawAgent(HostId id);
@@ -69,8 +74,13 @@ public:
 	/// Boots the node from its disk, connects it and, if wanted, starts its agent.
 	void powerOn(HostId id, bool withAgent = true);
 
+	std::uint64_t seed() const { return m_seed; }
+	/// What faults keep running on the hosts.
+	Errands& errands() { return m_errands; }
+
 	/// Injects or heals a fault and notes it in the timeline.
-	/// @throws LabError when the fault has no place at present
+	/// @throws LabError when the fault has no place at present; an inject that
+	///         throws has changed nothing
 	void inject(const Fault& fault);
 	void heal(const Fault& fault);
 
@@ -83,6 +93,8 @@ public:
 	std::string answeredBy() const { return m_timeline.current(serviceLane); }
 	/// "starting", "master", "slave", "frozen", "no agent", "off"
 	std::string role(HostId id) const { return m_timeline.current(roleLane(id)); }
+	/// When each pass of the node's receiver began, as its log tells.
+	std::vector<Millis> passes(HostId id) const { return m_logWatch->passes(id); }
 	/// One line with all of these.
 	std::string stateText() const;
 
@@ -93,20 +105,24 @@ public:
 private:
 	LabClock m_clock;
 	Timeline m_timeline;
+	std::uint64_t m_seed;
 	Programs m_programs;
 	Host m_rack;
 	Wiring m_wiring;
 	std::array<std::unique_ptr<Node>, 2> m_nodes;
 	std::unique_ptr<Host> m_gateway;
 	std::unique_ptr<Host> m_client;
+	Errands m_errands;
 	std::array<std::string, 2> m_roleBeforeFreeze;
 	std::optional<LogWatch> m_logWatch;
 	std::optional<AddressSampler> m_addressSampler;
 	std::optional<ServiceSampler> m_serviceSampler;
 
 	void setRole(HostId id, const std::string& role);
+	std::unique_ptr<Host> makeHost(HostId id) const;
 	void bootAndConnect(HostId id);
 	void note(EventKind kind, const Fault& fault);
+	void carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node));
 };
 
 /// Checks tools, programs and namespaces; to be called before the first Lab for

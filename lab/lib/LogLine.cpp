@@ -79,6 +79,11 @@ std::optional<LogLine> parseLogLine(const std::string& text)
 	return line;
 }
 
+bool beginsPass(const LogLine& line)
+{
+	return line.source == "CHeartReciver" && line.text == "Reciver while start";
+}
+
 const LogMeaning* meaningOf(const LogLine& line)
 {
 	for (const LogMeaning& meaning : meanings)

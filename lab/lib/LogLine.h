@@ -24,6 +24,9 @@ struct LogLine
 ///         the library's own remark
 std::optional<LogLine> parseLogLine(const std::string& text);
 
+/// @return true for the line with which each pass of the receiver begins
+bool beginsPass(const LogLine& line);
+
 /// What a log line means for the lab.
 struct LogMeaning
 {

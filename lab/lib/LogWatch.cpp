@@ -73,6 +73,12 @@ void LogWatch::catchUp(HostId node)
 	readLog(node);
 }
 
+std::vector<Millis> LogWatch::passes(HostId node) const
+{
+	const std::lock_guard lock(m_mutex);
+	return m_watched[static_cast<std::size_t>(node)].passes;
+}
+
 void LogWatch::agentRuns(HostId node, pid_t agent)
 {
 	const std::lock_guard lock(m_mutex);
@@ -101,6 +107,10 @@ void LogWatch::readLog(HostId node)
 	for (const std::string& text : log.tail.readNew(log.log))
 	{
 		const std::optional<LogLine> line = parseLogLine(text);
+		if (line && beginsPass(*line))
+		{
+			log.passes.push_back(m_clock.now());
+		}
 		const LogMeaning* meaning = line ? meaningOf(*line) : nullptr;
 		if (meaning == nullptr)
 		{

@@ -49,6 +49,9 @@ public:
 	/// Reads at once what the file has.
 	void catchUp(HostId node);
 
+	/// When each pass of the node's receiver began, in their order.
+	std::vector<Millis> passes(HostId node) const;
+
 	/// The node's agent runs as this process (as the lab sees it).
 	void agentRuns(HostId node, pid_t agent);
 	/// The node has no agent, or one whose end is known.
@@ -61,11 +64,12 @@ private:
 		LogTail tail;
 		pid_t agent = -1;
 		std::string lastAction;
+		std::vector<Millis> passes;
 	};
 
 	Timeline& m_timeline;
 	const LabClock& m_clock;
-	std::mutex m_mutex;
+	mutable std::mutex m_mutex;
 	std::array<Watched, 2> m_watched;
 	std::atomic<bool> m_stop{false};
 	std::thread m_thread;

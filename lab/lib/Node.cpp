@@ -1,14 +1,16 @@
 #include "Node.h"
 
 #include <csignal>
-#include <fstream>
+#include <cstdint>
 
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "Disk.h"
+#include "Files.h"
 #include "Plan.h"
+#include "Wait.h"
 
 namespace velarix::lab
 {
@@ -20,7 +22,8 @@ constexpr Millis startLimit{10000};
 
 } // namespace
 
-Node::Node(HostId id, const Host& rack, const Programs& programs) : m_id(id), m_rack(rack), m_initProgram(programs.init)
+Node::Node(HostId id, const Host& rack, const Programs& programs, int firstProcess)
+    : m_id(id), m_rack(rack), m_initProgram(programs.init), m_firstProcess(firstProcess)
 {
 	prepareDisk(disk(), programs);
 }
@@ -32,14 +35,14 @@ std::filesystem::path Node::disk() const
 
 void Node::boot()
 {
-	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_rack.pid(), nameOf(m_id)});
+	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_firstProcess, m_rack.pid(), nameOf(m_id)});
 }
 
 const Host& Node::host() const
 {
 	if (!m_host)
 	{
-		throw LabError("node " + std::string(nameOf(m_id)) + " is switched off");
+		throw LabError(nodeText(m_id) + " is switched off");
 	}
 	return *m_host;
 }
@@ -60,14 +63,49 @@ std::filesystem::path Node::diskFile(const std::string& path) const
 
 void Node::writeSettings(const NodeSettings& settings)
 {
-	const std::filesystem::path path = file(plan::settingsFile);
-	std::ofstream stream(path, std::ios::trunc);
-	stream << settings.ini();
-	stream.close();
-	if (!stream)
+	writeFile(file(plan::settingsFile), settings.ini());
+}
+
+/// Written in place: the agent has the file mapped.
+void Node::setClock(std::chrono::seconds ahead) const
+{
+	const std::int64_t difference = ahead.count();
+	const std::filesystem::path path = file(plan::clockDifferenceFile);
+	const UniqueFd opened(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+	if (!opened || ::pwrite(opened.get(), &difference, sizeof difference, 0) != sizeof difference)
 	{
-		throw LabError("cannot write the settings of node " + std::string(nameOf(m_id)));
+		throwErrno("cannot set the clock of " + nodeText(m_id));
 	}
+}
+
+std::vector<std::string> Node::agentCommand() const
+{
+	std::vector<std::string> words = m_clockShim ? clockWords() : std::vector<std::string>();
+	words.emplace_back(plan::agentProgram);
+	return words;
+}
+
+std::vector<std::string> Node::clockWords() const
+{
+	if (!std::filesystem::exists(file(plan::clockDifferenceFile)))
+	{
+		setClock(std::chrono::seconds(0));
+	}
+	return {"env", std::string("LD_PRELOAD=") + plan::clockShim, std::string("LAB_CLOCK=") + plan::clockDifferenceFile};
+}
+
+void Node::stepClock(std::chrono::seconds ahead) const
+{
+	if (!hasClock())
+	{
+		throw LabError("the agent of " + nodeText(m_id) + " has no clock that can be stepped");
+	}
+	setClock(ahead);
+}
+
+void Node::setDiskFull(bool full) const
+{
+	setFull(disk(), full);
 }
 
 void Node::startAgent()
@@ -76,9 +114,9 @@ void Node::startAgent()
 	const UniqueFd console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 	if (!console)
 	{
-		throwErrno("cannot open the console file of node " + std::string(nameOf(m_id)));
+		throwErrno("cannot open the console file of " + nodeText(m_id));
 	}
-	const pid_t child = spawn({{plan::agentProgram}, host().inside(), -1, console.get(), console.get()});
+	const pid_t child = spawn({agentCommand(), host().inside(), -1, console.get(), console.get()});
 	const std::optional<int> status = waitForChild(child, startLimit);
 	if (!status)
 	{
@@ -87,7 +125,7 @@ void Node::startAgent()
 	}
 	if (status.value_or(1) != 0)
 	{
-		throw LabError("the agent of node " + std::string(nameOf(m_id)) + " did not start: " +
+		throw LabError("the agent of " + nodeText(m_id) + " did not start: " +
 		               (status ? "status " + std::to_string(*status) : "it does not return to its caller"));
 	}
 }
@@ -106,6 +144,17 @@ bool Node::signalAgent(int signal) const
 {
 	const std::optional<ProcessEntry> found = agent();
 	return found && signalInHost(m_host->pid(), found->pid, signal);
+}
+
+void Node::startService() const
+{
+	const std::string line = std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &";
+	runOrThrow({{"sh", "-c", line}, {}, host().inside()});
+	const auto runs = [this] { return !processesNamed(m_host->pid(), plan::serviceProgramName).empty(); };
+	if (!waitFor(runs, startLimit, "the managed program to run"))
+	{
+		throw LabError("the managed program of " + nodeText(m_id) + " did not start");
+	}
 }
 
 int Node::killService() const

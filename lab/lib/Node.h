@@ -7,9 +7,11 @@
 /// them, and everything else (processes, addresses, /run, /tmp) fresh.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Basics.h"
 #include "Host.h"
@@ -26,7 +28,8 @@ public:
 	/// Prepares the disk: the installed tree, the managed service, no settings.
 	/// `rack` must outlive the node.
 	/// @throws LabError when the installed tree is not complete
-	Node(HostId id, const Host& rack, const Programs& programs);
+	/// @param firstProcess  see HostSpec
+	Node(HostId id, const Host& rack, const Programs& programs, int firstProcess);
 
 	HostId id() const { return m_id; }
 	/// Name of the host inside and outside, "node-a" or "node-b".
@@ -52,6 +55,23 @@ public:
 	/// Writes the settings file; the agent reads it at its next start.
 	void writeSettings(const NodeSettings& settings);
 
+	/// From the next start on the agent sees a wall clock that can be stepped.
+	void useClockShim() { m_clockShim = true; }
+	/// Steps that clock: this many seconds ahead of the machine's.
+	/// @throws LabError when the running agent has no such clock
+	void stepClock(std::chrono::seconds ahead) const;
+
+	/// Words in front of a program's that give it a wall clock which setClock steps.
+	std::vector<std::string> clockWords() const;
+	/// As stepClock, for whatever program has such a clock.
+	void setClock(std::chrono::seconds ahead) const;
+
+	/// @return true when the running agent has such a clock
+	bool hasClock() const { return m_clockShim && agent(); }
+
+	/// Leaves the node's disk no room, or gives it its room back.
+	void setDiskFull(bool full) const;
+
 	/// Starts the agent as an operator does and waits until the program has
 	/// returned to its caller.
 	/// @throws LabError when it does not end with status 0
@@ -60,6 +80,9 @@ public:
 	std::optional<ProcessEntry> agent() const;
 	/// Sends a signal to the agent. @return false when there is none
 	bool signalAgent(int signal) const;
+	/// Starts the managed service by hand and waits until it runs.
+	/// @throws LabError when the node is off, or the service does not start
+	void startService() const;
 	/// Sends SIGKILL to every process of the managed service.
 	/// @return how many there were
 	int killService() const;
@@ -69,8 +92,11 @@ private:
 	const Host& m_rack;
 	std::filesystem::path m_initProgram;
 	std::optional<Host> m_host;
+	int m_firstProcess;
+	bool m_clockShim = false;
 
 	std::filesystem::path disk() const;
+	std::vector<std::string> agentCommand() const;
 };
 
 } // namespace velarix::lab

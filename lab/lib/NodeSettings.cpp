@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Plan.h"
+#include "SetCommand.h"
 
 namespace velarix::lab
 {
@@ -19,7 +20,7 @@ const std::string card = plan::serviceCard;
 /// with no pipe open, so that neighbours learn of the move.
 std::string startCommand()
 {
-	return "(ip addr add " + addressAndLength + " dev " + card + " label " + card +
+	return hookGuard(SetCommand::start) + "(ip addr add " + addressAndLength + " dev " + card + " label " + card +
 	       ":ha; (while ip -4 -o addr show dev " + card + " | grep -q " + address + "/; do arping -q -A -c 1 -w 1 -I " +
 	       card + " " + address + "; sleep 4; done) &) >/dev/null 2>&1";
 }
@@ -46,14 +47,14 @@ NodeSettings NodeSettings::standard(HostId node, const PairTimes& times)
 	    .set("AGENT.GATEWAY_IP", plan::addressOf(HostId::gateway, Network::communication))
 	    .set("AGENT.VIRTUAL_IP", address)
 	    .set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand())
-	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", dropCommand())
+	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + dropCommand())
 	    .set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", times.waitingTime)
 	    .set("AGENT.RELATED_PROCESS", "")
 	    .set("PROCESS_CHECK.PROCESS_NUM", 1)
 	    .set("PROCESS_CHECK.PROCESS_PATH1", plan::serviceProgram)
 	    .set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", 1)
 	    .set("PROCESS_CHECK.OBSERVATION_MODE", 1)
-	    .set("ADVENCE.PROCESS_KILL_COMMAND", dropCommand() + "; killall -q -9")
+	    .set("ADVENCE.PROCESS_KILL_COMMAND", hookGuard(SetCommand::kill) + dropCommand() + "; killall -q -9")
 	    .set("ADVENCE.KEYWORD", "defunct")
 	    .set("LOG.PATH", plan::logFile)
 	    .set("LOG.PURGEAGE", "7 days");

@@ -43,6 +43,10 @@ inline constexpr const char* settingsFile = "/usr/velarix/bin/ini/config.ini";
 inline constexpr const char* runInfoFile = "/usr/velarix/bin/log/runinfo.txt";
 inline constexpr const char* pidFile = "/usr/velarix/pid/VelarixHA.pid";
 inline constexpr const char* logFile = "/usr/velarix/log/velarix.log";
+/// Preloaded into an agent whose wall clock is to be stepped, and the file with
+/// the difference in seconds.
+inline constexpr const char* clockShim = "/usr/velarix/app/liblabclock.so";
+inline constexpr const char* clockDifferenceFile = "/usr/velarix/app/clock-difference";
 /// Standard output and error of the agent.
 inline constexpr const char* consoleFile = "/usr/velarix/log/console.txt";
 

@@ -1,5 +1,6 @@
 #include "Programs.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -26,28 +27,29 @@ struct Tool
 	const char* package;
 };
 
-constexpr std::array<Tool, 8> tools{{{"ip", "iproute2"},
-                                     {"ifconfig", "net-tools"},
-                                     {"ps", "procps"},
-                                     {"killall", "psmisc"},
-                                     {"arping", "iputils-arping"},
-                                     {"grep", "grep"},
-                                     {"chmod", "coreutils"},
-                                     {"sh", "dash"}}};
+/// Those of the agent, of its commands, of the lab and of its faults.
+constexpr std::array<Tool, 14> tools{{{"ip", "iproute2"},
+                                      {"ifconfig", "net-tools"},
+                                      {"ps", "procps"},
+                                      {"killall", "psmisc"},
+                                      {"arping", "iputils-arping"},
+                                      {"grep", "grep"},
+                                      {"cat", "coreutils"},
+                                      {"chmod", "coreutils"},
+                                      {"env", "coreutils"},
+                                      {"sleep", "coreutils"},
+                                      {"mount", "mount"},
+                                      {"umount", "mount"},
+                                      {"bash", "bash"},
+                                      {"sh", "dash"}}};
 
 constexpr std::array<const char*, 6> toolDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                                      "/usr/bin",        "/sbin",          "/bin"};
 
-bool present(const Tool& tool)
+bool present(const Tool& tool, const std::vector<fs::path>& directories)
 {
-	for (const char* directory : toolDirectories)
-	{
-		if (::access((std::string(directory) + "/" + tool.name).c_str(), X_OK) == 0)
-		{
-			return true;
-		}
-	}
-	return false;
+	return std::any_of(directories.begin(), directories.end(),
+	                   [&](const fs::path& directory) { return ::access((directory / tool.name).c_str(), X_OK) == 0; });
 }
 
 fs::path agentBelow(const fs::path& root)
@@ -116,18 +118,33 @@ int tryNamespaces()
 Programs findPrograms(const fs::path& installRoot)
 {
 	return {chooseInstallRoot(installRoot), ownProgram("velarix-lab-init", VELARIX_LAB_INIT),
-	        ownProgram("labhttpd", VELARIX_LAB_HTTPD)};
+	        ownProgram("labhttpd", VELARIX_LAB_HTTPD), ownProgram("liblabclock.so", VELARIX_LAB_CLOCK)};
+}
+
+std::vector<std::string> missingTools(const std::vector<fs::path>& directories)
+{
+	std::vector<std::string> missing;
+	for (const Tool& tool : tools)
+	{
+		if (!present(tool, directories))
+		{
+			missing.push_back(std::string(tool.name) + " (Debian package " + tool.package + ")");
+		}
+	}
+	return missing;
 }
 
 void requireTools()
 {
-	for (const Tool& tool : tools)
+	const std::vector<std::string> missing = missingTools({toolDirectories.begin(), toolDirectories.end()});
+	std::string text;
+	for (const std::string& tool : missing)
 	{
-		if (!present(tool))
-		{
-			throw LabError(std::string("the tool ") + tool.name + " is missing on this machine (Debian package " +
-			               tool.package + ")");
-		}
+		text += (text.empty() ? "" : ", ") + tool;
+	}
+	if (!missing.empty())
+	{
+		throw LabError("missing on this machine: " + text);
 	}
 }
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Basics.h"
 
@@ -15,6 +16,7 @@ struct Programs
 	std::filesystem::path installRoot; ///< the tree that holds usr/velarix; "/" for this machine's own
 	std::filesystem::path init;        ///< velarix-lab-init
 	std::filesystem::path service;     ///< labhttpd
+	std::filesystem::path clockShim;   ///< liblabclock.so
 };
 
 /// The lab's own programs as built, and the agent: below `installRoot`, or when
@@ -22,8 +24,11 @@ struct Programs
 /// @throws LabError in plain words when one is missing
 Programs findPrograms(const std::filesystem::path& installRoot = {});
 
-/// @throws LabError naming the first tool that is missing and the package that
-///         has it
+/// The tools that a lab needs and none of the directories has.
+/// @return "NAME (Debian package PACKAGE)" each
+std::vector<std::string> missingTools(const std::vector<std::filesystem::path>& directories);
+
+/// @throws LabError naming every tool that is missing on this machine, and its package
 void requireTools();
 
 /// Tries the namespaces and mounts a lab needs, without leaving anything.

@@ -42,10 +42,10 @@ private:
 	void sampleLocked();
 };
 
-/// Fetches http://VIRTUAL-ADDRESS:8080/ from the client and takes the node's
-/// name from the answer. Each sample is a request of its own, up to 300 ms long,
-/// that does not wait for the one before; an outage begins when the first
-/// unanswered request was sent and ends when the first answer is in.
+/// Fetches http://VIRTUAL-ADDRESS:8080/ from the client and takes the node's name
+/// from the answer. Every 20 ms there is a request of its own, up to 2 s long, that
+/// does not wait for the one before. An outage begins with the last answer before a
+/// gap of more than 100 ms and ends with the next answer.
 class ServiceSampler
 {
 public:

@@ -4,16 +4,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Owners.h"
+
 namespace velarix::lab
 {
 
 namespace
 {
-
-bool singleOwner(const std::string& owners)
-{
-	return owners == "a" || owners == "b";
-}
 
 void measure(Lab& lab, PhaseResult& result)
 {
@@ -46,8 +43,7 @@ PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer)
 	lab.timeline().add({result.from, EventKind::phase, std::nullopt, phase.title});
 	phase.happens(lab);
 	const HostId other = otherNode(phase.ownerAfter);
-	const Wait standby{std::string("node ") + nameOf(other) + " to be on standby", phase.limit,
-	                   [&] { return lab.stateText(); }, observer};
+	const Wait standby{nodeText(other) + " to be on standby", phase.limit, [&] { return lab.stateText(); }, observer};
 	const bool reached = (!phase.standbyAfter || standby.until([&] { return lab.role(other) == "slave"; })) &&
 	                     lab.waitForService(phase.ownerAfter, phase.limit, Millis(3000), observer);
 	result.to = lab.clock().now();
@@ -56,7 +52,7 @@ PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer)
 	result.standbyAfter = lab.role(other);
 	measure(lab, result);
 	result.asExpected =
-	    reached && result.ownersAfter == result.expected && (singleOwner(result.ownersBefore) || !phase.ownerBefore);
+	    reached && result.ownersAfter == result.expected && (isSingle(result.ownersBefore) || !phase.ownerBefore);
 	return result;
 }
 

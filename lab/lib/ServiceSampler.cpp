@@ -19,7 +19,13 @@ namespace
 {
 
 constexpr Millis period{20};
-constexpr Millis patience{300};
+
+/// Enough for a lost frame to be sent again, or for a slow wire: such a client is
+/// served, if late.
+constexpr Millis patience{2000};
+
+/// Longer than this without an answer is an outage.
+constexpr Millis longestGap{100};
 
 enum class Outcome
 {
@@ -128,8 +134,7 @@ private:
 	Timeline& m_timeline;
 	const LabClock& m_clock;
 	std::vector<Request> m_open;
-	Millis m_lastAnswered{-1}; ///< when the youngest answered request was sent
-	Millis m_lastAnswer{0};    ///< when the last answer came in
+	Millis m_lastAnswer{0}; ///< when it came in
 
 	void judge(const std::vector<pollfd>& watched)
 	{
@@ -137,31 +142,34 @@ private:
 		for (std::size_t index = 0; index < watched.size(); ++index)
 		{
 			Request& request = m_open[index];
-			Outcome outcome = advance(request, watched[index].revents);
-			if (outcome == Outcome::pending && m_clock.now() - request.begun > patience)
+			const Outcome outcome = advance(request, watched[index].revents);
+			if (outcome == Outcome::answered)
 			{
-				outcome = Outcome::failed;
+				noteAnswer(nodeIn(request.answer));
 			}
-			conclude(request, outcome);
-			if (outcome == Outcome::pending)
+			else if (outcome == Outcome::pending && m_clock.now() - request.begun <= patience)
 			{
 				stillOpen.push_back(std::move(request));
 			}
 		}
 		m_open = std::move(stillOpen);
+		noteSilence(m_clock.now());
 	}
 
-	void conclude(const Request& request, Outcome outcome)
+	void noteAnswer(const std::string& node)
 	{
-		if (outcome == Outcome::answered)
+		const Millis now = m_clock.now();
+		noteSilence(now);
+		m_timeline.change(serviceLane, now, node);
+		m_lastAnswer = now;
+	}
+
+	/// The outage began with the last answer and ends with the next one.
+	void noteSilence(Millis now)
+	{
+		if (now - m_lastAnswer > longestGap)
 		{
-			m_lastAnswered = std::max(m_lastAnswered, request.begun);
-			m_lastAnswer = m_clock.now();
-			m_timeline.change(serviceLane, m_lastAnswer, nodeIn(request.answer));
-		}
-		else if (outcome == Outcome::failed && request.begun > m_lastAnswered)
-		{
-			m_timeline.change(serviceLane, std::max(request.begun, m_lastAnswer), "none");
+			m_timeline.change(serviceLane, m_lastAnswer, "none");
 		}
 	}
 };

@@ -3,16 +3,23 @@
 ///
 /// A port that is set down takes the carrier from the host's card, as a pulled
 /// cable does. Isolated ports of one bridge keep their carrier and reach every
-/// port but each other. Further faults of the wire (loss, one-way cuts) belong
-/// here: the ports have fixed names in one namespace, so packet filters and
-/// queueing rules can be hung on them in the same way.
+/// port but each other. An impaired port keeps its carrier too; its frames go
+/// through a Relay between the port and the bridge, which loses or delays them.
+///
+/// Isolation and impairments belong to the network, not to the host: they stay
+/// when a host is unplugged and plugged in again.
 #pragma once
 
+#include <array>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "Basics.h"
 #include "Host.h"
+#include "Impairment.h"
 #include "Plan.h"
+#include "Relay.h"
 
 namespace velarix::lab
 {
@@ -36,9 +43,38 @@ public:
 	/// Cuts the path between the two nodes on one network, or joins it again.
 	void isolateNodes(Network network, bool isolated);
 
-private:
-	const Host& m_rack;
+	/// Makes the host's port on that network a bad one, from now on; replaces what
+	/// the port suffered from before.
+	/// @throws LabError when the host is not on that network, or the impairment is
+	///         not sound
+	void impair(HostId id, Network network, const Impairment& impairment);
+	/// Makes the port a good one again; frames under way in the relay are lost.
+	void unimpair(HostId id, Network network);
+	/// What the port suffers from; empty when it is a good one.
+	std::optional<Impairment> impairmentOf(HostId id, Network network) const;
+	/// What the port's relay has done so far; all zero when it has none.
+	RelayCounts relayCounts(HostId id, Network network) const;
 
+private:
+	/// What is known of one switch port.
+	struct Port
+	{
+		std::optional<Impairment> impairment;
+		std::unique_ptr<Relay> relay;
+		bool plugged = false;
+	};
+
+	const Host& m_rack;
+	std::array<std::array<Port, 2>, 4> m_ports; ///< by host and network
+	std::array<bool, 2> m_isolated{};           ///< by network
+
+	Port& port(HostId id, Network network);
+	const Port& port(HostId id, Network network) const;
+	/// Puts a relay between port and bridge.
+	void insertRelay(HostId id, Network network);
+	/// The name of the interface that stands in the bridge for the host.
+	std::string bridgeSide(HostId id, Network network) const;
+	std::string isolationLine(HostId id, Network network) const;
 	void batch(const std::string& lines) const;
 };
 

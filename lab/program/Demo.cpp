@@ -1,11 +1,11 @@
 #include "Demo.h"
 
-#include <fstream>
 #include <iostream>
 
 #include <nlohmann/json.hpp>
 
 #include "Console.h"
+#include "Files.h"
 #include "Lab.h"
 #include "Plan.h"
 #include "Scenario.h"
@@ -54,19 +54,13 @@ void introduce(Console& console, const PairTimes& times)
 	console.line("  columns: seconds since the start, node, what happened");
 }
 
-void writeFile(const std::string& path, const std::string& text, Console& console)
+void keep(const std::string& path, const std::string& text, Console& console)
 {
 	if (path.empty())
 	{
 		return;
 	}
-	std::ofstream stream(path, std::ios::trunc);
-	stream << text;
-	stream.close();
-	if (!stream)
-	{
-		throw LabError("cannot write " + path);
-	}
+	writeFile(path, text);
 	console.line("wrote " + path);
 }
 
@@ -108,8 +102,8 @@ int runDemo(const DemoOptions& options)
 	const bool good = allAsExpected(results);
 	console.line(good ? "every phase ended as expected"
 	                  : "the last phase did not end as expected; the phases after it were left out");
-	writeFile(options.svgFile, toSvg(lab.timeline(), "velarix-lab demo", lab.clock().now()), console);
-	writeFile(options.jsonFile, jsonOf(lab.timeline(), results), console);
+	keep(options.svgFile, toSvg(lab.timeline(), "velarix-lab demo", lab.clock().now()), console);
+	keep(options.jsonFile, jsonOf(lab.timeline(), results), console);
 	return good ? 0 : 1;
 }
 

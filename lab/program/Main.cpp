@@ -4,9 +4,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Chaos.h"
+#include "Controls.h"
 #include "Demo.h"
 #include "Fault.h"
 #include "Lab.h"
+#include "Matrix.h"
 #include "PairCommands.h"
 #include "Plan.h"
 
@@ -36,6 +39,10 @@ struct Arguments
 {
 	DemoOptions demo;
 	SupervisorOptions pair;
+	MatrixOptions matrix;
+	ChaosCommand chaos;
+	int slack = 2000;
+	ControlOptions controls;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";
@@ -180,6 +187,103 @@ void addFaults(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
+int runMatrixCommand(Arguments& arguments)
+{
+	arguments.matrix.installRoot = arguments.installRoot;
+	arguments.matrix.times.pair = arguments.times;
+	arguments.matrix.times.slack = Millis(arguments.slack);
+	return runMatrix(arguments.matrix);
+}
+
+void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
+{
+	command.add_option("--runs", campaign.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
+	command.add_option("--seed", campaign.seed, "The moments of the faults follow from it")->capture_default_str();
+	command.add_option("--only", campaign.only, "A cell or a group of cells (again for more)");
+	command.add_option("--jobs", campaign.jobs, "Pairs side by side; they mostly wait")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	command.add_option("--format", campaign.form, "text, json or markdown")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json", "markdown"}));
+	command.add_option("--output", campaign.output, "Write the report to this file");
+	command.add_option("--records", campaign.records, "Write the report as JSON to this file as well");
+	command.add_option("--from", campaign.from, "Run nothing; tell what such a JSON file holds");
+	command.add_flag("--list", campaign.list, "Name the cells and end");
+}
+
+void addMatrix(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
+	addLabOptions(*command, arguments);
+	MatrixOptions& matrix = arguments.matrix;
+	addCampaignOptions(*command, matrix);
+	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the prescribed waits")
+	    ->capture_default_str()
+	    ->check(CLI::Range(0, 60000));
+	command->add_option("--expectations", matrix.expectations, "Table of what is expected (default: the built-in one)");
+	command->add_option("--timelines", matrix.timelines, "Directory for the timelines of runs that differ");
+	command->add_flag("--short", matrix.shortForm, "The ten or so cells that stand for the whole");
+	command->footer("Ends with 0 when every run was as expected, with 1 when not.");
+	command->callback([&] { status = runMatrixCommand(arguments); });
+}
+
+int runChaosCommand(Arguments& arguments)
+{
+	arguments.chaos.options.installRoot = arguments.installRoot;
+	arguments.chaos.options.times.pair = arguments.times;
+	return runChaos(arguments.chaos);
+}
+
+void addChaos(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command = app.add_subcommand("chaos", "Inject and heal faults at random and check the invariants");
+	addLabOptions(*command, arguments);
+	ChaosCommand& chaos = arguments.chaos;
+	command->add_option("--seed", chaos.options.seed, "The whole schedule follows from it")->capture_default_str();
+	command->add_option("--minutes", chaos.minutes, "Begin no step after that (default 10 without --steps)")
+	    ->check(CLI::Range(1, 100000));
+	command->add_option("--steps", chaos.steps, "End after so many steps, of all lanes together")
+	    ->check(CLI::Range(1, 1000000));
+	command->add_option("--jobs", chaos.jobs, "Lanes side by side, each a pair with a schedule of its own")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	command->add_option("--lane", chaos.lane, "Only this lane, from 0 on: to repeat what it did")
+	    ->check(CLI::Range(0, 63));
+	command->add_option("--expectations", chaos.expectations,
+	                    "Table that names the faults (default: the built-in one)");
+	command->add_option("--format", chaos.form, "text or json")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json"}));
+	command->add_option("--output", chaos.output, "Write the report to this file");
+	command->add_option("--from", chaos.from, "Run nothing; tell what a report as JSON holds");
+	command->footer("Ends with 0 when all invariants held after every step, with 1 when not.");
+	command->callback([&] { status = runChaosCommand(arguments); });
+}
+
+void addControls(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command =
+	    app.add_subcommand("controls", "Strike keepalived and ucarp with the faults of the matrix that apply to them");
+	ControlOptions& controls = arguments.controls;
+	command->add_option("--install-root", arguments.installRoot,
+	                    "Tree with the installed agent; it is not started, but is a part of every lab");
+	addCampaignOptions(*command, controls);
+	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
+	    ->check(CLI::IsMember({"keepalived", "ucarp"}));
+	command->add_option("--settings", controls.settings, "defaults or short (default: both)")
+	    ->check(CLI::IsMember({"defaults", "short"}));
+	command->add_option("--timelines", controls.timelines, "Directory for the timelines and logs of all runs");
+	command->footer("keepalived and ucarp are started inside the lab's hosts only.\n"
+	                "Ends with 0 when every run got to its end, with 1 when not.");
+	command->callback(
+	    [&]
+	    {
+		    arguments.controls.installRoot = arguments.installRoot;
+		    status = runControls(arguments.controls);
+	    });
+}
+
 int runProgram(int argc, char** argv)
 {
 	CLI::App app(overview, "velarix-lab");
@@ -191,6 +295,9 @@ int runProgram(int argc, char** argv)
 	addUpAndDown(app, arguments, status);
 	addStatusAndExec(app, arguments, status);
 	addFaults(app, arguments, status);
+	addMatrix(app, arguments, status);
+	addControls(app, arguments, status);
+	addChaos(app, arguments, status);
 	try
 	{
 		app.parse(argc, argv);

@@ -2,9 +2,7 @@
 
 #include <charconv>
 #include <csignal>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -16,6 +14,7 @@
 #include "Command.h"
 #include "Console.h"
 #include "ControlSocket.h"
+#include "Files.h"
 #include "Lab.h"
 #include "Plan.h"
 
@@ -51,14 +50,6 @@ std::string askOrThrow(const StateDirectory& directory, const std::string& reque
 		throw LabError(answer.substr(7));
 	}
 	return answer;
-}
-
-std::string contentOf(const std::filesystem::path& path)
-{
-	std::ifstream stream(path);
-	std::ostringstream content;
-	content << stream.rdbuf();
-	return content.str();
 }
 
 std::vector<std::string> supervisorCommand(const StateDirectory& directory, const SupervisorOptions& options)
@@ -123,7 +114,7 @@ void awaitSupervisor(const StateDirectory& directory, pid_t supervisor, Console&
 	    });
 	if (ended || !came)
 	{
-		const std::string messages = contentOf(directory.messages());
+		const std::string messages = contentIfAny(directory.messages());
 		if (!directory.inUse())
 		{
 			directory.remove();

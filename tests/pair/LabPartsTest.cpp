@@ -1,10 +1,16 @@
 /// Parts of the lab that need no namespaces.
 
+#include <algorithm>
+#include <set>
+
 #include <gtest/gtest.h>
 
 #include "Fault.h"
+#include "Host.h"
 #include "LogLine.h"
 #include "NodeSettings.h"
+#include "Owners.h"
+#include "Programs.h"
 #include "Scenario.h"
 #include "SvgTimeline.h"
 #include "Timeline.h"
@@ -104,8 +110,57 @@ TEST(LabFaults, TheTableIsWholeAndInOrder)
 		EXPECT_EQ(faultNamed(info.name), info.kind);
 		EXPECT_EQ(info.heal == nullptr, info.healed == nullptr) << info.name;
 	}
-	EXPECT_EQ(allFaults().size(), 9U);
+	EXPECT_EQ(allFaults().size(), 40U);
 	EXPECT_FALSE(faultNamed("earthquake"));
+}
+
+TEST(LabHosts, BeginTheirProcessNumbersApart)
+{
+	std::set<int> seen;
+	for (const std::uint64_t seed : {0U, 1U, 2U, 4000000000U})
+	{
+		for (std::size_t index = 0; index < allHosts.size(); ++index)
+		{
+			const int first = firstProcessOf(allHosts[index], seed);
+			EXPECT_GE(first, 1000);
+			EXPECT_LT(first, 30000) << "below the least number of processes a kernel allows";
+			EXPECT_EQ(first, firstProcessOf(allHosts[0], seed) + 7000 * static_cast<int>(index));
+			seen.insert(first);
+		}
+	}
+	EXPECT_EQ(seen.size(), 16U);
+}
+
+TEST(LabTools, AreAllToldWhenTheyAreMissing)
+{
+	const std::vector<std::string> missing = missingTools({"/no/such/directory"});
+	EXPECT_EQ(missing.front(), "ip (Debian package iproute2)");
+	EXPECT_EQ(missing.back(), "sh (Debian package dash)");
+	for (const char* tool : {"bash (Debian package bash)", "mount (Debian package mount)",
+	                         "umount (Debian package mount)", "env (Debian package coreutils)"})
+	{
+		EXPECT_NE(std::find(missing.begin(), missing.end(), tool), missing.end()) << tool;
+	}
+}
+
+TEST(LabOwners, AreASetOfNodes)
+{
+	EXPECT_EQ(ownersText(false, false), "none");
+	EXPECT_EQ(ownersText(true, false), "a");
+	EXPECT_EQ(ownersText(false, true), "b");
+	EXPECT_EQ(ownersText(true, true), "a+b");
+	EXPECT_TRUE(holds("a", HostId::a));
+	EXPECT_TRUE(holds("a+b", HostId::b));
+	EXPECT_FALSE(holds("a", HostId::b));
+	EXPECT_FALSE(holds("none", HostId::a));
+	EXPECT_FALSE(holds("", HostId::a));
+	EXPECT_TRUE(isSingle("a"));
+	EXPECT_TRUE(isSingle("b"));
+	for (const char* other : {"", "none", "a+b"})
+	{
+		EXPECT_FALSE(isSingle(other)) << other;
+	}
+	EXPECT_EQ(nodeText(HostId::b), "node b");
 }
 
 TEST(LabScenario, ATableRowTellsWhatWasNotAsExpected)

@@ -59,7 +59,7 @@ std::vector<pid_t> childrenOf(pid_t parent)
 	{
 		const std::string name = entry.path().filename();
 		const std::string status = name.find_first_not_of("0123456789") == std::string::npos
-		                               ? contentOf(entry.path() / "status")
+		                               ? contentIfAny(entry.path() / "status")
 		                               : std::string();
 		if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") != std::string::npos)
 		{

@@ -2,7 +2,6 @@
 
 #include <fstream>
 #include <iostream>
-#include <sstream>
 
 namespace velarix::lab
 {
@@ -91,14 +90,6 @@ Millis PairTest::outageSince(Millis since)
 {
 	const Millis now = lab().clock().now();
 	return longestWith(lab().timeline().intervals(serviceLane, now), {"none"}, since, now);
-}
-
-std::string contentOf(const std::filesystem::path& path)
-{
-	std::ifstream stream(path, std::ios::binary);
-	std::ostringstream content;
-	content << stream.rdbuf();
-	return content.str();
 }
 
 std::vector<std::string> linesOf(const std::filesystem::path& path)

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Files.h"
 #include "Lab.h"
 #include "Plan.h"
 
@@ -53,7 +54,6 @@ private:
 		return;                                                                                                        \
 	}
 
-std::string contentOf(const std::filesystem::path& path);
 std::vector<std::string> linesOf(const std::filesystem::path& path);
 
 } // namespace velarix::lab

@@ -1,0 +1,29 @@
+/// One run of one cell of the matrix, on a lab of its own.
+#pragma once
+
+#include <filesystem>
+
+#include "Expectations.h"
+#include "MatrixTimes.h"
+#include "Record.h"
+
+namespace velarix::lab
+{
+
+struct CellPlan
+{
+	Cell cell;
+	std::map<std::string, Path> paths;
+	MatrixTimes times{};
+	int run = 1;
+	std::uint64_t seed = 1; ///< of the matrix; the moment of the fault follows from it
+	std::filesystem::path installRoot{};
+};
+
+/// Makes a lab, lets the cell's node serve, injects, watches, heals, watches.
+/// What is not as expected, a fault that found no place included, is told in
+/// differences; nothing is thrown for it.
+/// @throws LabError when no lab can be made
+RunRecord runCell(const CellPlan& plan);
+
+} // namespace velarix::lab

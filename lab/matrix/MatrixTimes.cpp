@@ -1,0 +1,13 @@
+#include "MatrixTimes.h"
+
+#include "Waits.h"
+
+namespace velarix::lab
+{
+
+Millis MatrixTimes::quiet() const
+{
+	return sumOf("3*silence+4*ping+2*second+count+wait", pair) + slack;
+}
+
+} // namespace velarix::lab

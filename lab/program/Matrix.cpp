@@ -1,0 +1,107 @@
+#include "Matrix.h"
+
+#include <iostream>
+
+#include "Files.h"
+#include "Lab.h"
+#include "Report.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+int listCells(const std::vector<Cell>& cells)
+{
+	for (const Cell& cell : cells)
+	{
+		std::cout << cell.name << (cell.note.empty() ? "" : ": " + cell.note) << '\n';
+	}
+	return 0;
+}
+
+/// On standard error, so that the report can go elsewhere.
+void tell(const RunRecord& record, std::size_t done, std::size_t all)
+{
+	std::cerr << "[" << done << "/" << all << "] " << record.cell << ", run " << record.run << ": "
+	          << (record.asExpected() ? "as expected" : "NOT AS EXPECTED") << '\n';
+	for (const std::string& difference : differencesOf(record))
+	{
+		std::cerr << "    " << difference << '\n';
+	}
+}
+
+std::vector<CellPlan> plansFor(const MatrixOptions& options, const MatrixResults& results)
+{
+	std::vector<CellPlan> plans;
+	for (int run = 1; run <= options.runs; ++run)
+	{
+		for (const Cell& cell : results.cells)
+		{
+			plans.push_back({cell, results.expectations.paths, options.times, run, options.seed, options.installRoot});
+		}
+	}
+	return plans;
+}
+
+void runAll(const MatrixOptions& options, MatrixResults& results)
+{
+	const std::vector<CellPlan> plans = plansFor(options, results);
+	std::vector<RunRecord> records(plans.size());
+	std::size_t done = 0;
+	runInChildren(
+	    plans.size(), options.jobs, options.times.runLimit(),
+	    [&](std::size_t index) { return toJson(runCell(plans[index])); },
+	    [&](const ChildResult& result)
+	    {
+		    const CellPlan& plan = plans[result.index];
+		    const RunRecord record = recordOf(result, plan.cell.name, plan.run, plan.seed);
+		    tell(record, ++done, plans.size());
+		    keepTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
+		    records[result.index] = record;
+	    });
+	results.records = std::move(records);
+}
+
+std::string rendered(const MatrixResults& results, const std::string& form)
+{
+	return form == "json" ? toJson(results) : (form == "markdown" ? toMarkdown(results) : toText(results));
+}
+
+} // namespace
+
+int runMatrix(const MatrixOptions& options)
+{
+	MatrixResults results;
+	results.expectations = readExpectations(options.expectations);
+	std::vector<std::string> names = options.only;
+	if (options.shortForm)
+	{
+		const std::vector<std::string>& more = results.expectations.shortForm;
+		names.insert(names.end(), more.begin(), more.end());
+	}
+	results.cells = chosenCells(results.expectations, names);
+	results.times = options.times;
+	results.seed = options.seed;
+	results.runs = options.runs;
+	results.jobs = options.jobs;
+	if (options.list)
+	{
+		return listCells(results.cells);
+	}
+	if (!options.from.empty())
+	{
+		results = matrixFrom(contentOf(options.from), results.expectations);
+	}
+	else
+	{
+		requireLab(options.installRoot);
+		runAll(options, results);
+	}
+	keepRecords(toJson(results), options.records);
+	deliver(rendered(results, options.form), options.output);
+	return results.allAsExpected() ? 0 : 1;
+}
+
+} // namespace velarix::lab

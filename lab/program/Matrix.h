@@ -1,0 +1,24 @@
+/// `velarix-lab matrix`: strikes pairs with every fault and compares what happens
+/// with what was written down before.
+#pragma once
+
+#include <string>
+
+#include "Campaign.h"
+#include "CellRun.h"
+
+namespace velarix::lab
+{
+
+struct MatrixOptions : CampaignOptions ///< timelines are kept of runs that differ
+{
+	MatrixTimes times{};
+	std::string expectations{}; ///< file; empty: the table of this build
+	bool shortForm = false;     ///< the cells that stand for the whole
+};
+
+/// @return exit status: 0 when every run was as expected, else 1
+/// @throws LabError
+int runMatrix(const MatrixOptions& options);
+
+} // namespace velarix::lab
