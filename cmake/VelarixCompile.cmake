@@ -13,10 +13,21 @@ if(VELARIX_SANITIZE)
   target_link_options(velarix_compile INTERFACE -fsanitize=${VELARIX_SANITIZE})
 endif()
 
+# Everything is compiled for the fuzzers, whose programs are made in fuzz/. A
+# finding ends the program, whatever kind it is.
+if(VELARIX_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "VELARIX_FUZZ needs clang (-DCMAKE_CXX_COMPILER=clang++)")
+  endif()
+  target_compile_options(velarix_compile INTERFACE
+    -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(velarix_compile INTERFACE -fsanitize=address,undefined)
+endif()
+
 # Hardening of what is installed. The C library's checked functions need an
 # optimising build, and the sanitizers bring their own.
 add_library(velarix_hardened INTERFACE)
-if(NOT VELARIX_SANITIZE)
+if(NOT VELARIX_SANITIZE AND NOT VELARIX_FUZZ)
   target_compile_options(velarix_hardened INTERFACE
     -fstack-protector-strong
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>

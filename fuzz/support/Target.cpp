@@ -1,0 +1,102 @@
+#include "Target.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace
+{
+
+void print(const char* label, std::string_view text)
+{
+	std::fprintf(stderr, "%s (%zu bytes): ", label, text.size());
+	for (const char c : text)
+	{
+		const auto byte = static_cast<unsigned char>(c);
+		if (byte >= 0x20 && byte < 0x7f)
+		{
+			std::fputc(byte, stderr);
+		}
+		else
+		{
+			std::fprintf(stderr, "\\x%02x", byte);
+		}
+	}
+	std::fputc('\n', stderr);
+}
+
+} // namespace
+
+// What the address sanitizer is to do: a small quarantine and short stacks make
+// the runs several times as fast, and a fuzzer's run is short.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __asan_default_options()
+{
+	return "quarantine_size_mb=4:thread_local_quarantine_size_kb=64:malloc_context_size=1:"
+	       "max_malloc_fill_size=0:detect_stack_use_after_return=0";
+}
+
+namespace fuzz
+{
+
+Input::Input(const std::uint8_t* data, std::size_t size) : m_rest(reinterpret_cast<const char*>(data), size)
+{
+}
+
+unsigned Input::byte()
+{
+	if (m_rest.empty())
+	{
+		return 0;
+	}
+	const auto value = static_cast<unsigned char>(m_rest.front());
+	m_rest.remove_prefix(1);
+	return value;
+}
+
+std::string Input::field()
+{
+	const std::size_t end = m_rest.find('\xff');
+	std::string text(m_rest.substr(0, end));
+	m_rest.remove_prefix(end == std::string_view::npos ? m_rest.size() : end + 1);
+	return text;
+}
+
+std::string Input::rest()
+{
+	std::string text(m_rest);
+	m_rest = {};
+	return text;
+}
+
+void expectEqual(const char* what, std::string_view is, std::string_view expected)
+{
+	if (is == expected)
+	{
+		return;
+	}
+	std::fprintf(stderr, "FINDING: %s\n", what);
+	print("is", is);
+	print("expected", expected);
+	std::abort();
+}
+
+void expectEqual(const char* what, long long is, long long expected)
+{
+	if (is != expected)
+	{
+		std::fprintf(stderr, "FINDING: %s\nis %lld, expected %lld\n", what, is, expected);
+		std::abort();
+	}
+}
+
+void expect(const char* what, bool holds, std::string_view detail)
+{
+	if (!holds)
+	{
+		std::fprintf(stderr, "FINDING: %s\n", what);
+		print("detail", detail);
+		std::abort();
+	}
+}
+
+} // namespace fuzz

@@ -1,0 +1,43 @@
+/// What every fuzz target shares: the two entry points, the taking apart of the
+/// input, and how a finding is told.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+// The entry points that the fuzzer and the replaying program call.
+extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace fuzz
+{
+
+/// Takes the bytes of a run apart, from the front. Behind the end everything is
+/// zero or empty, so that any input is a whole one.
+class Input
+{
+public:
+	Input(const std::uint8_t* data, std::size_t size);
+
+	unsigned byte();
+	/// @return what stands before the next 0xff, which is consumed
+	std::string field();
+	/// @return everything that is left
+	std::string rest();
+	bool empty() const { return m_rest.empty(); }
+
+private:
+	std::string_view m_rest;
+};
+
+/// Ends the program, with both texts, when they differ.
+/// @param what names the invariant
+void expectEqual(const char* what, std::string_view is, std::string_view expected);
+/// The same for numbers.
+void expectEqual(const char* what, long long is, long long expected);
+/// Ends the program when `holds` is false.
+void expect(const char* what, bool holds, std::string_view detail = {});
+
+} // namespace fuzz
