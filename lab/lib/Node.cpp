@@ -1,5 +1,6 @@
 #include "Node.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
 
@@ -137,7 +138,12 @@ std::optional<ProcessEntry> Node::agent() const
 		return std::nullopt;
 	}
 	const std::vector<ProcessEntry> found = processesNamed(m_host->pid(), plan::agentName);
-	return found.empty() ? std::nullopt : std::optional<ProcessEntry>(found.front());
+	const auto named = [&](pid_t pid)
+	{ return std::any_of(found.begin(), found.end(), [&](const ProcessEntry& entry) { return entry.pid == pid; }); };
+	// About to start a command it is two of that name for a moment, and the numbers begin anew at their end.
+	const auto agent =
+	    std::find_if(found.begin(), found.end(), [&](const ProcessEntry& entry) { return !named(entry.parent); });
+	return agent == found.end() ? std::nullopt : std::optional<ProcessEntry>(*agent);
 }
 
 bool Node::signalAgent(int signal) const

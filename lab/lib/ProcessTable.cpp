@@ -56,6 +56,10 @@ ProcessEntry readEntry(pid_t pid)
 		{
 			entry.state = line[7];
 		}
+		else if (line.starts_with("PPid:\t"))
+		{
+			entry.parent = numberIn(lastWord(line)).value_or(-1);
+		}
 		else if (line.starts_with("NSpid:"))
 		{
 			entry.pidInHost = numberIn(lastWord(line)).value_or(-1);

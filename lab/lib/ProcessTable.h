@@ -14,6 +14,7 @@ struct ProcessEntry
 {
 	pid_t pid = -1;       ///< as the lab sees it
 	pid_t pidInHost = -1; ///< as the host sees it
+	pid_t parent = -1;    ///< its parent, as the lab sees it; 0: outside of what the lab sees
 	std::string name;     ///< the short name the kernel keeps
 	char state = '?';     ///< R, S, D, T, Z ...
 };

@@ -1,10 +1,8 @@
 #include "ChaosRun.h"
 
 #include <algorithm>
-#include <memory>
 #include <thread>
 
-#include "Lab.h"
 #include "Measure.h"
 #include "Observe.h"
 #include "Owners.h"
@@ -14,38 +12,6 @@ namespace velarix::lab
 
 namespace
 {
-
-std::unique_ptr<Lab> freshPair(const ChaosOptions& options)
-{
-	LabOptions labOptions;
-	labOptions.installRoot = options.installRoot;
-	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times.pair);
-	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times.pair);
-	labOptions.seed = options.seed;
-	for (const FaultKind kind : options.kinds)
-	{
-		const FaultInfo& info = infoOf(kind);
-		if (info.prepare != nullptr)
-		{
-			info.prepare(labOptions);
-		}
-	}
-	auto lab = std::make_unique<Lab>(labOptions);
-	lab->startAgents();
-	if (!lab->waitForService(HostId::a, options.times.serveLimit()))
-	{
-		throw LabError("a fresh pair did not come to serve: " + lab->stateText());
-	}
-	return lab;
-}
-
-/// The master is the node that holds the address alone, or else node a.
-Fault resolved(Lab& lab, const DrawnFault& drawn)
-{
-	const std::optional<HostId> owner = hostNamed(lab.owners());
-	const HostId master = owner && isNode(*owner) ? *owner : HostId::a;
-	return {drawn.kind, drawn.onMaster ? master : otherNode(master)};
-}
 
 /// Two faults may exclude each other: a node that is off has no program to kill,
 /// and comes back with an agent.
@@ -149,7 +115,7 @@ void runSteps(const ChaosOptions& options, const std::function<void(const ChaosS
 		}
 		if (!lab)
 		{
-			lab = freshPair(options);
+			lab = servingPair(options);
 		}
 		ChaosStepRecord record = runStep(*lab, schedule.next(), options.times);
 		record.lane = options.lane;
@@ -163,6 +129,37 @@ void runSteps(const ChaosOptions& options, const std::function<void(const ChaosS
 }
 
 } // namespace
+
+std::unique_ptr<Lab> servingPair(const ChaosOptions& options)
+{
+	LabOptions labOptions;
+	labOptions.installRoot = options.installRoot;
+	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times.pair);
+	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times.pair);
+	labOptions.seed = options.seed;
+	for (const FaultKind kind : options.kinds)
+	{
+		const FaultInfo& info = infoOf(kind);
+		if (info.prepare != nullptr)
+		{
+			info.prepare(labOptions);
+		}
+	}
+	auto lab = std::make_unique<Lab>(labOptions);
+	lab->startAgents();
+	if (!lab->waitForService(HostId::a, options.times.serveLimit()))
+	{
+		throw LabError("a fresh pair did not come to serve: " + lab->stateText());
+	}
+	return lab;
+}
+
+Fault resolved(Lab& lab, const DrawnFault& drawn)
+{
+	const std::optional<HostId> owner = hostNamed(lab.owners());
+	const HostId master = owner && isNode(*owner) ? *owner : HostId::a;
+	return {drawn.kind, drawn.onMaster ? master : otherNode(master)};
+}
 
 std::vector<std::string> violationsOf(const LegRecord& after, const std::string& ended, const std::string& agents)
 {

@@ -3,12 +3,14 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "CellRun.h"
 #include "ChaosPlan.h"
+#include "Lab.h"
 #include "Record.h"
 
 namespace velarix::lab
@@ -37,6 +39,14 @@ struct ChaosStepRecord
 	std::vector<std::string> violations; ///< empty: the invariants hold
 	std::string timeline;                ///< of the step, when they do not
 };
+
+/// A pair that serves, made ready for the faults of `options.kinds`.
+/// @throws LabError when it does not come to that
+std::unique_ptr<Lab> servingPair(const ChaosOptions& options);
+
+/// The node that a drawn fault strikes now. The master is the node that holds the
+/// address alone, or else node a.
+Fault resolved(Lab& lab, const DrawnFault& drawn);
 
 /// What is wrong with a pair that has come to rest; empty: the invariants hold.
 /// @param after   from the last healing until then

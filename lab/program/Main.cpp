@@ -12,6 +12,7 @@
 #include "Matrix.h"
 #include "PairCommands.h"
 #include "Plan.h"
+#include "Soak.h"
 
 namespace
 {
@@ -41,6 +42,7 @@ struct Arguments
 	SupervisorOptions pair;
 	MatrixOptions matrix;
 	ChaosCommand chaos;
+	SoakCommand soak;
 	int slack = 2000;
 	ControlOptions controls;
 	std::string installRoot;
@@ -261,6 +263,32 @@ void addChaos(CLI::App& app, Arguments& arguments, int& status)
 	command->callback([&] { status = runChaosCommand(arguments); });
 }
 
+int runSoakCommand(Arguments& arguments)
+{
+	arguments.soak.options.installRoot = arguments.installRoot;
+	arguments.soak.options.times.pair = arguments.times;
+	return runSoak(arguments.soak);
+}
+
+void addSoak(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command =
+	    app.add_subcommand("soak", "Keep a pair under faults for long and look whether its agents grow");
+	addLabOptions(*command, arguments);
+	SoakCommand& soak = arguments.soak;
+	command->add_option("--minutes", soak.minutes, "How long")->capture_default_str()->check(CLI::Range(1, 100000));
+	command->add_option("--seed", soak.options.seed, "The schedule of the faults follows from it")
+	    ->capture_default_str();
+	command->add_option("--warm-up", soak.warmUp, "Seconds until growth of memory counts")
+	    ->capture_default_str()
+	    ->check(CLI::Range(0, 100000));
+	command->add_flag("--restarts", soak.restarts, "Also faults that end an agent; each begins a new series");
+	command->add_option("--expectations", soak.expectations, "Table that names the faults (default: the built-in one)");
+	command->add_option("--json", soak.json, "Write all samples to this file");
+	command->footer("Ends with 0 when no bound was crossed, with 1 when one was.");
+	command->callback([&] { status = runSoakCommand(arguments); });
+}
+
 void addControls(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
@@ -298,6 +326,7 @@ int runProgram(int argc, char** argv)
 	addMatrix(app, arguments, status);
 	addControls(app, arguments, status);
 	addChaos(app, arguments, status);
+	addSoak(app, arguments, status);
 	try
 	{
 		app.parse(argc, argv);

@@ -33,11 +33,12 @@ void makeLab(std::unique_ptr<Lab>& made, const LabOptions& options)
 
 } // namespace
 
-bool PairTest::startPair(const LabOptions& options)
+bool PairTest::startPair(const LabOptions& options, const std::function<void(Lab&)>& prepare)
 {
 	makeLab(m_lab, options);
 	if (m_lab)
 	{
+		prepare ? prepare(lab()) : void();
 		m_lab->startAgents();
 	}
 	return m_lab != nullptr;

@@ -24,8 +24,9 @@ protected:
 	static constexpr Millis moveLimit{60000};
 
 	/// Makes the lab and starts both agents.
+	/// @param prepare  called with the lab before they start
 	/// @return false when there is no lab: the test is skipped or has failed
-	bool startPair(const LabOptions& options = {});
+	bool startPair(const LabOptions& options = {}, const std::function<void(Lab&)>& prepare = {});
 	/// The same, and waits until node a holds the service.
 	bool startServingPair(const LabOptions& options = {});
 

@@ -1,0 +1,29 @@
+#include "Soak.h"
+
+#include <iostream>
+
+#include "Campaign.h"
+#include "Expectations.h"
+#include "Lab.h"
+
+namespace velarix::lab
+{
+
+int runSoak(const SoakCommand& command)
+{
+	SoakOptions options = command.options;
+	options.duration = std::chrono::minutes(command.minutes);
+	options.bounds.warmUp = std::chrono::seconds(command.warmUp);
+	options.kinds = kindsForSoak(readExpectations(command.expectations).forChaos, command.restarts);
+	requireLab(options.installRoot);
+	const LabClock clock;
+	const auto tell = [&](const std::string& line) {
+		std::cerr << "[" << secondsText(clock.now()) << "] " << line << '\n' << std::flush;
+	};
+	const SoakResults results = runSoak(options, tell);
+	keepRecords(toJson(results), command.json);
+	deliver(toText(results), "");
+	return crossingsOf(results).empty() ? 0 : 1;
+}
+
+} // namespace velarix::lab

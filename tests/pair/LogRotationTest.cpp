@@ -1,0 +1,157 @@
+/// Ten days of the log of a real agent in some seconds: the clock that the agent sees
+/// is stepped on by a day and an hour again and again.
+///
+/// The kernel stamps files with the machine's clock, which stays. So the agent's days
+/// lie in the past: a file that was just written is never too old for it, and the test
+/// gives each archive the time at which the agent wrote its last line.
+
+#include <algorithm>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "PairTest.h"
+#include "ProcessTable.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using std::chrono::hours;
+
+constexpr hours firstDay{-240};
+constexpr hours day{25};
+constexpr int days = 9;
+constexpr Millis rotationLimit{30000};
+
+class LogOfDays : public PairTest
+{
+protected:
+	/// Both agents run and have begun their logs, ten days ago.
+	bool startLongAgo()
+	{
+		LabOptions options;
+		options.clockShim = true;
+		options.settingsA.set("LOG.PURGEAGE", "3 days");
+		options.settingsB.set("LOG.PURGEAGE", "3 days");
+		const auto goBack = [](Lab& made)
+		{
+			made.node(HostId::a).setClock(firstDay);
+			made.node(HostId::b).setClock(firstDay);
+		};
+		return startPair(options, goBack) && waitForLines(HostId::a) && waitForLines(HostId::b);
+	}
+
+	bool waitForLines(HostId node)
+	{
+		const auto written = [&] { return linesOf(lab().node(node).file(plan::logFile)).size() > 2; };
+		const bool begun = waitFor(written, rotationLimit, "lines in the log of " + nodeText(node));
+		EXPECT_TRUE(begun);
+		return begun;
+	}
+
+	fs::path logDirectory(HostId node) { return lab().node(node).file(plan::logFile).parent_path(); }
+
+	/// Names of the archives, the oldest first: they end in their time.
+	std::vector<std::string> archives(HostId node)
+	{
+		std::vector<std::string> names;
+		for (const fs::directory_entry& entry : fs::directory_iterator(logDirectory(node)))
+		{
+			const std::string name = entry.path().filename();
+			name.starts_with("velarix.log.") ? names.push_back(name) : void();
+		}
+		std::sort(names.begin(), names.end());
+		return names;
+	}
+
+	/// What the log's descriptors of the running agent lead to.
+	std::vector<std::string> openLogs(HostId node)
+	{
+		std::vector<std::string> found;
+		for (const std::string& descriptor : descriptorsOf(lab().node(node).agent()->pid))
+		{
+			const bool log = descriptor.find("velarix.log") != std::string::npos;
+			log ? found.push_back(descriptor.substr(descriptor.find(' ') + 1)) : void();
+		}
+		return found;
+	}
+
+	/// Steps the clock to that day and waits for the archive of the day before.
+	/// @return its name; empty when there is none
+	std::string passDay(HostId node, int number)
+	{
+		const std::vector<std::string> before = archives(node);
+		const auto fresh = [&]
+		{
+			std::vector<std::string> now = archives(node);
+			std::erase_if(now, [&](const std::string& name)
+			              { return std::find(before.begin(), before.end(), name) != before.end(); });
+			return now.empty() ? std::string() : now.front();
+		};
+		lab().node(node).stepClock(firstDay + number * day);
+		const auto rotated = [&] { return !fresh().empty() && fs::exists(lab().node(node).file(plan::logFile)); };
+		if (!waitFor(rotated, rotationLimit, nodeText(node) + " to archive its log"))
+		{
+			return "";
+		}
+		const std::string name = fresh();
+		stamp(logDirectory(node) / name, firstDay + (number - 1) * day);
+		return name;
+	}
+
+private:
+	static void stamp(const fs::path& file, hours ahead)
+	{
+		const std::time_t time = std::time(nullptr) + std::chrono::seconds(ahead).count();
+		const timespec times[2] = {{time, 0}, {time, 0}};
+		EXPECT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0) << file;
+	}
+};
+
+} // namespace
+
+TEST_F(LogOfDays, AreArchivedEachDayAndRemovedAfterThree)
+{
+	PAIR_OR_RETURN(startLongAgo());
+	const pid_t agent = lab().node(HostId::a).agent()->pid;
+	std::vector<std::string> all;
+	for (int number = 1; number <= days; ++number)
+	{
+		const std::string name = passDay(HostId::a, number);
+		ASSERT_NE(name, "") << "on day " << number;
+		all.push_back(name);
+		// Older than three days are those whose last line is 75 hours old or more.
+		const std::size_t kept = std::min(all.size(), std::size_t{2});
+		EXPECT_EQ(archives(HostId::a), std::vector<std::string>(all.end() - static_cast<long>(kept), all.end()))
+		    << "on day " << number;
+	}
+	EXPECT_EQ(openLogs(HostId::a), std::vector<std::string>{plan::logFile});
+	EXPECT_EQ(lab().node(HostId::a).agent()->pid, agent);
+	EXPECT_EQ(archives(HostId::b), std::vector<std::string>{});
+}
+
+TEST_F(LogOfDays, LoseNoLineBetweenOneFileAndTheNext)
+{
+	PAIR_OR_RETURN(startLongAgo());
+	const std::string archive = passDay(HostId::a, 1);
+	ASSERT_NE(archive, "");
+	ASSERT_TRUE(waitForLines(HostId::a));
+	const std::vector<std::string> before = linesOf(logDirectory(HostId::a) / archive);
+	const std::vector<std::string> after = linesOf(lab().node(HostId::a).file(plan::logFile));
+	ASSERT_GT(before.size(), 2U);
+	EXPECT_TRUE(before.front().starts_with("# Log file created/rotated ")) << before.front();
+	EXPECT_TRUE(after.front().starts_with("# Log file created/rotated ")) << after.front();
+	EXPECT_NE(after.front(), before.front());
+	// Both ends are whole lines: a date in front, a text behind the priority.
+	for (const std::string& line : {before[1], before.back(), after[1]})
+	{
+		EXPECT_EQ(line.substr(0, 2), "20") << line;
+		EXPECT_NE(line.find("> "), std::string::npos) << line;
+	}
+}
+
+} // namespace velarix::lab
