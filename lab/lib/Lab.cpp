@@ -75,6 +75,17 @@ const Host& Lab::host(HostId id)
 	}
 }
 
+const Host& Lab::stranger()
+{
+	if (!m_stranger)
+	{
+		auto host = std::make_unique<Host>(HostSpec{m_programs.init, "stranger", HostKind::host, 40000, 0, {}});
+		m_wiring.plugInStranger(*host);
+		m_stranger = std::move(host);
+	}
+	return *m_stranger;
+}
+
 void Lab::setRole(HostId id, const std::string& role)
 {
 	m_timeline.change(roleLane(id), m_clock.now(), role);

@@ -57,6 +57,9 @@ public:
 	Node& node(HostId id) { return *m_nodes[static_cast<std::size_t>(id)]; }
 	/// @throws LabError when the node is off
 	const Host& host(HostId id);
+	/// A third host on the communication network, which neither serves nor is pinged.
+	/// It comes into being when it is first asked for.
+	const Host& stranger();
 	Wiring& wiring() { return m_wiring; }
 
 	/// Starts the agents of both nodes.
@@ -112,6 +115,7 @@ private:
 	std::array<std::unique_ptr<Node>, 2> m_nodes;
 	std::unique_ptr<Host> m_gateway;
 	std::unique_ptr<Host> m_client;
+	std::unique_ptr<Host> m_stranger;
 	Errands m_errands;
 	std::array<std::string, 2> m_roleBeforeFreeze;
 	std::optional<LogWatch> m_logWatch;

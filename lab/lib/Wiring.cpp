@@ -139,6 +139,19 @@ void Wiring::plugIn(HostId id, const Host& host)
 	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
 }
 
+void Wiring::plugInStranger(const Host& host)
+{
+	const std::string port = "vlx-stranger";
+	const std::string card = plan::communicationCard;
+	batch("link add " + port + " type veth peer name " + card + " address 02:00:00:00:01:66 netns " +
+	      std::to_string(host.pid()) + "\nlink set " + port + " master " + bridgeName(Network::communication) +
+	      " up\n");
+	const std::string address = std::string(plan::strangerAddress) + "/" + std::to_string(plan::prefixLength);
+	runOrThrow({{"ip", "-batch", "-"},
+	            "link set lo up\naddr add " + address + " dev " + card + "\nlink set " + card + " up\n",
+	            host.insideNetwork()});
+}
+
 void Wiring::unplug(HostId id)
 {
 	std::string lines;

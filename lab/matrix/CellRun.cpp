@@ -37,22 +37,6 @@ bool onStandby(Lab& lab, HostId node, Millis limit)
 	               [&] { return lab.stateText(); });
 }
 
-/// @throws LabError when it does not come to that
-void letServe(Lab& lab, HostId master, Millis limit)
-{
-	lab.startAgents();
-	bool served = lab.waitForService(HostId::a, limit, Millis(2000)) && onStandby(lab, HostId::b, limit);
-	if (served && master == HostId::b)
-	{
-		lab.inject({FaultKind::programKilled, HostId::a});
-		served = lab.waitForService(HostId::b, limit) && onStandby(lab, HostId::a, limit);
-	}
-	if (!served)
-	{
-		throw LabError(std::string("node ") + nameOf(master) + " did not come to serve: " + lab.stateText());
-	}
-}
-
 /// What has no bound is expected to stay so: it is watched for longer.
 Millis quietFor(const Outcome& expected, const MatrixTimes& times)
 {
@@ -102,6 +86,21 @@ void runLegs(Lab& lab, const CellPlan& plan, RunRecord& record)
 }
 
 } // namespace
+
+void letServe(Lab& lab, HostId master, Millis limit)
+{
+	lab.startAgents();
+	bool served = lab.waitForService(HostId::a, limit, Millis(2000)) && onStandby(lab, HostId::b, limit);
+	if (served && master == HostId::b)
+	{
+		lab.inject({FaultKind::programKilled, HostId::a});
+		served = lab.waitForService(HostId::b, limit) && onStandby(lab, HostId::a, limit);
+	}
+	if (!served)
+	{
+		throw LabError(std::string("node ") + nameOf(master) + " did not come to serve: " + lab.stateText());
+	}
+}
 
 RunRecord runCell(const CellPlan& plan)
 {

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "Expectations.h"
+#include "Lab.h"
 #include "MatrixTimes.h"
 #include "Record.h"
 
@@ -19,6 +20,10 @@ struct CellPlan
 	std::uint64_t seed = 1; ///< of the matrix; the moment of the fault follows from it
 	std::filesystem::path installRoot{};
 };
+
+/// Starts both agents and waits until this node serves and the other one is on standby.
+/// @throws LabError when it does not come to that within twice the limit
+void letServe(Lab& lab, HostId master, Millis limit);
 
 /// Makes a lab, lets the cell's node serve, injects, watches, heals, watches.
 /// What is not as expected, a fault that found no place included, is told in

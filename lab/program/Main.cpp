@@ -8,6 +8,7 @@
 #include "Controls.h"
 #include "Demo.h"
 #include "Fault.h"
+#include "Hostile.h"
 #include "Lab.h"
 #include "Matrix.h"
 #include "PairCommands.h"
@@ -45,6 +46,7 @@ struct Arguments
 	SoakCommand soak;
 	int slack = 2000;
 	ControlOptions controls;
+	HostileOptions hostile;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";
@@ -312,6 +314,35 @@ void addControls(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
+void addHostile(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command = app.add_subcommand("hostile", "Let strangers loose on pairs and compare with what is expected");
+	addLabOptions(*command, arguments);
+	HostileOptions& hostile = arguments.hostile;
+	command->add_option("--attack", hostile.attacks, "A case or a group of cases, or all (again for more)");
+	command->add_option("--seed", hostile.seed, "Random messages follow from it")->capture_default_str();
+	command->add_option("--count", hostile.count, "Random messages of an attack")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 1000000));
+	command->add_flag("--firewall", hostile.firewall, "Behind the packet filter of docs/operating.md");
+	command->add_flag("--neighbours", hostile.neighbours, "And with the fixed neighbours of docs/security.md");
+	command->add_option("--jobs", hostile.jobs, "Pairs side by side")->capture_default_str()->check(CLI::Range(1, 64));
+	command->add_flag("--json", hostile.json, "The report as JSON");
+	command->add_flag("--markdown", hostile.markdown, "The report as a table for a document");
+	command->add_option("--output", hostile.output, "Write the report to this file");
+	command->add_option("--expectations", hostile.table, "Table of what is expected (default: the built-in one)");
+	command->add_option("--timelines", hostile.timelines, "Directory for the timelines of cases that differ");
+	command->add_flag("--list", hostile.list, "Name the cases and end");
+	command->footer("Ends with 0 when every case was as expected, with 1 when not.");
+	command->callback(
+	    [&]
+	    {
+		    arguments.hostile.installRoot = arguments.installRoot;
+		    arguments.hostile.times = arguments.times;
+		    status = runHostileCommand(arguments.hostile);
+	    });
+}
+
 int runProgram(int argc, char** argv)
 {
 	CLI::App app(overview, "velarix-lab");
@@ -325,6 +356,7 @@ int runProgram(int argc, char** argv)
 	addFaults(app, arguments, status);
 	addMatrix(app, arguments, status);
 	addControls(app, arguments, status);
+	addHostile(app, arguments, status);
 	addChaos(app, arguments, status);
 	addSoak(app, arguments, status);
 	try

@@ -1,0 +1,167 @@
+#include "Guard.h"
+
+#include <sstream>
+#include <vector>
+
+#include "Files.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+/// What stands in the documents' examples.
+constexpr const char* examplePort = "7000";
+constexpr const char* examplePartner = "192.0.2.2";
+constexpr const char* exampleGateway = "192.0.2.254";
+constexpr const char* examplePartnerHardware = "52:54:00:00:00:02";
+constexpr const char* exampleGatewayHardware = "52:54:00:00:00:fe";
+
+/// The indented block with the line that begins so.
+std::string blockWith(const std::string& document, const std::string& beginning, const std::string& what)
+{
+	std::istringstream stream(document);
+	std::string block;
+	bool found = false;
+	for (std::string line; std::getline(stream, line);)
+	{
+		if (line.starts_with("    "))
+		{
+			block += line.substr(4) + "\n";
+			found = found || line.substr(4).starts_with(beginning);
+		}
+		else if (found)
+		{
+			return block;
+		}
+		else
+		{
+			block.clear();
+		}
+	}
+	if (!found)
+	{
+		throw LabError("the document has no " + what);
+	}
+	return block;
+}
+
+/// Each has to be there; longer ones come first, since one may begin like another.
+std::string fitted(std::string text, const std::vector<std::pair<std::string, std::string>>& replacements)
+{
+	for (const auto& [example, real] : replacements)
+	{
+		std::size_t at = text.find(example);
+		if (at == std::string::npos)
+		{
+			throw LabError("the example in the document does not have " + example);
+		}
+		for (; at != std::string::npos; at = text.find(example, at + real.size()))
+		{
+			text.replace(at, example.size(), real);
+		}
+	}
+	return text;
+}
+
+std::string partnerOf(HostId node)
+{
+	return plan::addressOf(otherNode(node), Network::communication);
+}
+
+void give(Lab& lab, HostId node, const std::vector<std::string>& argv, const std::string& input)
+{
+	runOrThrow({argv, input, lab.node(node).host().inside()});
+}
+
+std::string hardwareOn(Lab& lab, HostId host)
+{
+	const CommandResult shown =
+	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationCard + "/address"});
+	if (!shown.ok())
+	{
+		throw LabError("the card of " + std::string(nameOf(host)) + " does not tell its address: " + shown.output);
+	}
+	return shown.output.substr(0, shown.output.find('\n'));
+}
+
+} // namespace
+
+const char* nameOf(Guard guard)
+{
+	switch (guard)
+	{
+	case Guard::firewall:
+		return "firewall";
+	case Guard::neighbours:
+		return "neighbours";
+	default:
+		return "none";
+	}
+}
+
+std::string firewallRules(const std::string& document, HostId node)
+{
+	return fitted(blockWith(document, "table inet velarix {", "rules for nftables"),
+	              {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, partnerOf(node)}});
+}
+
+std::string iptablesCommands(const std::string& document, HostId node)
+{
+	return fitted(blockWith(document, "iptables -N VELARIX", "rules for iptables"),
+	              {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, partnerOf(node)}});
+}
+
+std::string neighbourCommands(const std::string& document, HostId node, const std::string& partnerHardware,
+                              const std::string& gatewayHardware)
+{
+	return fitted(blockWith(document, "ip neigh replace", "commands that fix the neighbours"),
+	              {{exampleGateway, plan::addressOf(HostId::gateway, Network::communication)},
+	               {examplePartner, partnerOf(node)},
+	               {examplePartnerHardware, partnerHardware},
+	               {exampleGatewayHardware, gatewayHardware}});
+}
+
+std::string operatingDocument()
+{
+	return contentOf(std::filesystem::path(VELARIX_LAB_DOCUMENTS) / "operating.md");
+}
+
+std::string securityDocument()
+{
+	return contentOf(std::filesystem::path(VELARIX_LAB_DOCUMENTS) / "security.md");
+}
+
+void setUpGuard(Lab& lab, Guard guard)
+{
+	if (guard == Guard::none)
+	{
+		return;
+	}
+	for (const HostId node : nodes)
+	{
+		give(lab, node, {"nft", "-f", "-"}, firewallRules(operatingDocument(), node));
+		if (guard == Guard::neighbours)
+		{
+			give(lab, node, {"sh", "-e"},
+			     neighbourCommands(securityDocument(), node, hardwareOn(lab, otherNode(node)),
+			                       hardwareOn(lab, HostId::gateway)));
+		}
+	}
+}
+
+long droppedByFirewall(Lab& lab, HostId node)
+{
+	const CommandResult shown = lab.run(node, {"nft", "list", "chain", "inet", "velarix", "input"});
+	const std::string counter = "counter packets ";
+	const std::size_t at = shown.output.find(counter);
+	if (!shown.ok() || at == std::string::npos)
+	{
+		throw LabError("the firewall of " + nodeText(node) + " tells no counter: " + shown.output);
+	}
+	return std::stol(shown.output.substr(at + counter.size()));
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,59 @@
+/// The table of what strangers can and cannot do, written down before it is tried:
+/// one row for each case. lab/hostile/expectations explains the columns.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Attack.h"
+#include "Basics.h"
+#include "Fault.h"
+#include "Guard.h"
+
+namespace velarix::lab
+{
+
+/// How the client is served while the attack goes on.
+enum class Away
+{
+	none,    ///< never away for longer than a second
+	some,    ///< away, and back
+	lasting, ///< away in the end
+	any
+};
+
+/// @return "-", "some", "lasting", "any"
+const char* nameOf(Away away);
+
+struct HostileOutcome
+{
+	std::string owner;           ///< in the end of the attack: a, b, a+b, none, any
+	Away away = Away::none;      ///< at the client
+	std::optional<bool> twice{}; ///< two owners for a time; empty: perhaps
+	std::string after;           ///< owner once the attack is over and all is at rest: a, b
+};
+
+struct HostileCell
+{
+	std::string name; ///< attack / target / role of the target
+	std::string attack;
+	std::string detail; ///< of "forged": the fields; of "replay": whose heartbeat; else empty
+	HostId master = HostId::a;
+	HostId target = HostId::a;
+	std::optional<Fault> event;             ///< comes while the attack goes on
+	std::array<HostileOutcome, 3> outcomes; ///< by guard
+	std::string note;
+
+	const HostileOutcome& expected(Guard guard) const { return outcomes[static_cast<std::size_t>(guard)]; }
+};
+
+/// @throws LabError with the line's number and what is wrong with it
+std::vector<HostileCell> parseHostileTable(const std::string& text);
+
+/// @param path  empty: the table of this build
+/// @throws LabError also when the file cannot be read
+std::vector<HostileCell> readHostileTable(const std::string& path);
+
+} // namespace velarix::lab
