@@ -6,13 +6,13 @@
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
-#include <Poco/FileChannel.h>
 #include <Poco/FormattingChannel.h>
 #include <Poco/Logger.h>
 #include <Poco/Message.h>
 #include <Poco/PatternFormatter.h>
 
 #include "Configuraion.h"
+#include "LogFileChannel.h"
 #include "velarix/paths.h"
 #include "velarix/velarix.h"
 
@@ -60,7 +60,7 @@ void VelarixLog::init()
 		    new Poco::PatternFormatter("%Y-%m-%d %H:%M:%S.%c [%P:%I][%U:%u] <%q> %t"));
 		pFormatter->setProperty("times", "local");
 		Poco::AutoPtr<Poco::FormattingChannel> pFormatting(new Poco::FormattingChannel(pFormatter));
-		Poco::AutoPtr<Poco::FileChannel> pFile(new Poco::FileChannel);
+		Poco::AutoPtr<LogFileChannel> pFile(new LogFileChannel);
 		pFile->setProperty("path", path);
 		pFile->setProperty("rotation", "daily");
 		pFile->setProperty("purgeAge", purgeAge);

@@ -154,4 +154,25 @@ TEST_F(LogOfDays, LoseNoLineBetweenOneFileAndTheNext)
 	}
 }
 
+TEST_F(LogOfDays, ThatCannotBeArchivedEndTheReceiverInSilence)
+{
+	PAIR_OR_RETURN(startLongAgo());
+	const pid_t agent = lab().node(HostId::a).agent()->pid;
+	ASSERT_TRUE(lab()
+	                .run(HostId::a, {"sh", "-c",
+	                                 "mount --bind /usr/velarix/log /usr/velarix/log && "
+	                                 "mount -o remount,bind,ro /usr/velarix/log"})
+	                .ok());
+	lab().node(HostId::a).stepClock(firstDay + day);
+	const auto threads = [&]
+	{
+		const std::filesystem::path tasks = "/proc/" + std::to_string(agent) + "/task";
+		std::error_code failure;
+		return std::distance(fs::directory_iterator(tasks, failure), fs::directory_iterator());
+	};
+	EXPECT_TRUE(waitFor([&] { return threads() == 3; }, rotationLimit, "the end of the receiver",
+	                    [&] { return std::to_string(threads()) + " threads"; }));
+	EXPECT_EQ(lab().node(HostId::a).agent()->pid, agent);
+}
+
 } // namespace velarix::lab

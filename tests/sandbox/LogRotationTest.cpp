@@ -9,12 +9,14 @@
 #include <Poco/File.h>
 #include <Poco/Timestamp.h>
 
+#include "Console.h"
 #include "Daemon.h"
 #include "LogLines.h"
 #include "Sandbox.h"
 #include "VelarixLog.h"
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::UnorderedElementsAre;
@@ -97,6 +99,38 @@ TEST_F(LogRotation, OnlyArchivesBeyondThePurgeAgeAreRemoved)
 	writeOneLine();
 	EXPECT_THAT(archives(), UnorderedElementsAre("v.log.20240101000000000", "w.log.20240101000000002",
 	                                             MatchesRegex("v\\.log\\.20[0-9]{15}")));
+}
+
+/// What the log says on standard output when it is given a line it cannot write.
+std::string refusalOfALine()
+{
+	return consoleOf([] { velarixLog->info("Source", 2, "%s", "a line"); }).out;
+}
+
+TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
+{
+	leaveLogOf(25 * kHour);
+	useRealLogFile();
+	sandbox::shell("mount --bind /usr/velarix/log/rotation /usr/velarix/log/rotation && "
+	               "mount -o remount,bind,ro /usr/velarix/log/rotation");
+	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
+	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
+	sandbox::shell("umount -l /usr/velarix/log/rotation");
+	// A restart of the daemon is what helps.
+	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
+	writeOneLine();
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
+}
+
+TEST_F(LogRotation, ADirectoryThatIsGoneRefusesEveryLineFromThenOn)
+{
+	leaveLogOf(25 * kHour);
+	useRealLogFile();
+	sandbox::shell("mv /usr/velarix/log/rotation /usr/velarix/log/away");
+	const std::string refusal = refusalOfALine();
+	EXPECT_THAT(refusal, HasSubstr("/usr/velarix/log/rotation/v.log"));
+	EXPECT_EQ(refusalOfALine(), refusal);
+	sandbox::shell("rm -rf /usr/velarix/log/away");
 }
 
 } // namespace

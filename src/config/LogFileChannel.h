@@ -1,0 +1,28 @@
+/// The log's file, with a guard for the moment at which it is archived.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include <Poco/Exception.h>
+#include <Poco/FileChannel.h>
+
+/// The library gives its file up before it renames it. When then neither the archive
+/// nor a new file can be made (a directory that has become read-only, or is gone), it
+/// throws and keeps a pointer to the file it has given up; its next line would end the
+/// daemon. From such a failure on this channel refuses every line with the same
+/// exception and touches the library's file no more, as a full disk has it; a restart
+/// of the daemon is what helps. Pinned by LogRotationTest.
+class LogFileChannel : public Poco::FileChannel
+{
+public:
+	/// @throws what the library's channel throws; after a failed archiving always that
+	void log(const Poco::Message& message) override;
+
+protected:
+	~LogFileChannel() override = default;
+
+private:
+	std::mutex m_mutex;
+	std::unique_ptr<Poco::Exception> m_lost; ///< why the file is given up; null: it is not
+};
