@@ -1,0 +1,234 @@
+/// velarixctl's reader of the agent's log.
+///
+/// Input: a byte for the size of the reads, a byte of choices, the log; in it 0x01
+/// and a byte N stand for N KiB of one letter, twice at most. Read forwards and
+/// backwards the log must give the same messages, none of its bytes may be lost,
+/// the events of its history can be printed, and a heartbeat in it is read as the
+/// agent itself reads it.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <unistd.h>
+
+#include <Poco/Exception.h>
+
+#include "HeartbeatMessage.h"
+#include "log/EventReport.h"
+#include "log/Events.h"
+#include "log/LineStream.h"
+#include "log/LogReader.h"
+#include "log/MessageJoiner.h"
+#include "log/Printable.h"
+
+#include "Daemon.h"
+#include "LogModel.h"
+#include "Target.h"
+
+namespace
+{
+
+using namespace velarix::ctl;
+
+constexpr unsigned kReadOn = 1; // the backwards reader goes on to the archives
+constexpr unsigned kWithRest = 2;
+
+/// The log as the kernel would hand it out, a few bytes at a time.
+class Bytes : public ByteSource
+{
+public:
+	ssize_t read(char* buffer, std::size_t size) override
+	{
+		const std::size_t count = std::min({size, m_step, m_text.size() - m_at});
+		std::memcpy(buffer, m_text.data() + m_at, count);
+		m_at += count;
+		return static_cast<ssize_t>(count);
+	}
+	FileId id() const override { return {}; }
+
+	void give(std::string_view text, std::size_t step)
+	{
+		m_text = text;
+		m_step = step;
+		m_at = 0;
+	}
+
+private:
+	std::string_view m_text;
+	std::size_t m_step = 1;
+	std::size_t m_at = 0;
+};
+
+/// One stream for all runs: its buffer is larger than most logs here.
+struct Reading
+{
+	Bytes* pBytes = new Bytes;
+	LineStream lines{std::unique_ptr<ByteSource>(pBytes), kLongestText};
+	std::string path = fuzz::memoryFile("");
+	int file = std::stoi(path.substr(path.rfind('/') + 1));
+};
+
+Reading* g_pReading = nullptr;
+
+std::string unfolded(const std::string& text)
+{
+	std::string result;
+	int folds = 0;
+	for (std::size_t at = 0; at < text.size(); ++at)
+	{
+		if (text[at] == '\x01' && at + 1 < text.size() && folds++ < 2)
+		{
+			result.append(1024UL * static_cast<unsigned char>(text[++at]), 'x');
+		}
+		else
+		{
+			result += text[at];
+		}
+	}
+	return result;
+}
+
+std::vector<LogLine> forwards(const std::string& text, std::size_t step, bool withRest)
+{
+	g_pReading->pBytes->give(text, step);
+	MessageJoiner joiner;
+	RawLine line;
+	std::vector<LogLine> messages;
+	LogLine message;
+	const auto take = [&]
+	{
+		while (joiner.take(message))
+		{
+			messages.push_back(message);
+		}
+	};
+	while (g_pReading->lines.next(line))
+	{
+		joiner.add(line);
+		take();
+	}
+	if (g_pReading->lines.rest(line) && withRest)
+	{
+		joiner.add(line);
+	}
+	joiner.finish();
+	take();
+	return messages;
+}
+
+std::vector<LogLine> backwards(const std::string& text, std::size_t expected, bool readOn)
+{
+	const auto size = static_cast<off_t>(text.size());
+	fuzz::expect("the file is written", ::ftruncate(g_pReading->file, 0) == 0 &&
+	                                        ::pwrite(g_pReading->file, text.data(), text.size(), 0) == size);
+	std::vector<LogLine> messages;
+	std::vector<LogTrouble> trouble;
+	readBackwards(
+	    g_pReading->path, Instant(),
+	    [&](const LogLine& message)
+	    {
+		    messages.push_back(message);
+		    return readOn || messages.size() < expected;
+	    },
+	    trouble);
+	fuzz::expect("no trouble", trouble.empty());
+	std::reverse(messages.begin(), messages.end());
+	return messages;
+}
+
+void compare(const std::vector<LogLine>& forward, const std::vector<LogLine>& backward)
+{
+	fuzz::expectEqual("messages backwards", static_cast<long long>(backward.size()),
+	                  static_cast<long long>(forward.size()));
+	for (std::size_t i = 0; i < forward.size(); ++i)
+	{
+		fuzz::expectEqual("place backwards", backward[i].place(), forward[i].place());
+		fuzz::expect("head backwards", backward[i].time == forward[i].time && backward[i].letter == forward[i].letter &&
+		                                   backward[i].process == forward[i].process &&
+		                                   backward[i].thread == forward[i].thread);
+		fuzz::expectEqual("text backwards", backward[i].text, forward[i].text);
+		fuzz::expectEqual("cut backwards", static_cast<long long>(backward[i].cut),
+		                  static_cast<long long>(forward[i].cut));
+	}
+}
+
+/// Without control characters; what is no UTF-8 cannot be written as JSON.
+void expectPrintable(const char* what, const std::string& text)
+{
+	fuzz::expect(what, std::ranges::none_of(text, [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; }), text);
+	fuzz::expect(what, !nlohmann::json(text).dump().empty(), text);
+	fuzz::expectEqual("printing twice", printable(text), text);
+}
+
+void tellHistory(const std::vector<LogLine>& messages)
+{
+	History history(
+	    [](const Event& event)
+	    {
+		    expectPrintable("an event can be printed", textLine(event, false));
+		    fuzz::expect("an event can be JSON", !eventJson(event).dump().empty());
+	    });
+	for (const LogLine& message : messages)
+	{
+		history.feed(message);
+	}
+}
+
+/// The agent's splitter and velarixctl's must take the same texts.
+void compareHeartbeat(const std::string& text)
+{
+	const std::optional<Heartbeat> told = parseHeartbeat(text);
+	try
+	{
+		const HeartbeatMessage heard = splitHeartbeat(text);
+		const bool accepted = heard.prefix.starts_with("process");
+		fuzz::expect("velarixctl takes what the agent takes", told.has_value() == accepted, text);
+		fuzz::expect("the heartbeat's fields",
+		             !accepted ||
+		                 (told->running == (heard.processRunning == "1") && told->master == (heard.role == "1") &&
+		                  told->started == heard.startedTime && told->asking == heard.specialAsk.starts_with('1')),
+		             text);
+	}
+	catch (const Poco::RangeException&)
+	{
+		fuzz::expect("velarixctl drops what the agent drops", !told, text);
+	}
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+	::setenv("TZ", "UTC", 1);
+	g_pReading = new Reading;
+	return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+	fuzz::Input input(data, size);
+	const unsigned step = input.byte();
+	const unsigned choices = input.byte();
+	const std::string text = unfolded(input.rest());
+	// Few bytes at a time are many reads: only a short log is read so.
+	const std::size_t bytes = step == 0 || text.size() > 4096 ? 65536 : step;
+	const bool withRest = (choices & kWithRest) != 0;
+	const std::vector<LogLine> messages = forwards(text, bytes, withRest);
+	const std::size_t whole = withRest ? text.size() : text.rfind('\n') + 1;
+	if (std::ranges::none_of(messages, [](const LogLine& message) { return message.cut != 0; }))
+	{
+		fuzz::expectWhole(text.substr(0, whole), messages);
+	}
+	if (!withRest)
+	{
+		compare(messages, backwards(text, messages.size(), (choices & kReadOn) != 0));
+	}
+	for (const LogLine& message : messages)
+	{
+		expectPrintable("a text can be printed", printable(message.text));
+		compareHeartbeat(message.text.substr(std::min(message.text.find('/'), message.text.size())));
+	}
+	tellHistory(messages);
+	return 0;
+}
