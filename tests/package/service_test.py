@@ -147,6 +147,39 @@ class StartTest(OnAMachine):
         self.assertIn("demoserver: at work", journal)
 
 
+    def test_little_is_taken_from_agent_and_programs(self):
+        self.start()
+        program, agent = self.machine.wait_until_serving(), self.machine.agent()
+        for pid in (program, agent):
+            status = self.machine.run(f"cat /proc/{pid}/status").out
+            self.assertRegex(status, r"\nSeccomp:\t2\n")
+            # A program may be one that changes its user, and needs all of root.
+            self.assertRegex(status, r"\nNoNewPrivs:\t0\n")
+            root = self.machine.run("cat /proc/self/status").out
+            for line in ("CapEff", "CapBnd", "Cpus_allowed"):
+                self.assertEqual(*(text.split(line + ":")[1].split()[0] for text in (status, root)))
+            # What is mounted later has to be seen there as well.
+            for space in ("mnt", "net", "pid", "ipc", "uts", "user"):
+                self.assertEqual(*(self.machine.run(f"readlink /proc/{of}/ns/{space}").out for of in (pid, 1)))
+
+    def test_a_command_is_refused_what_no_service_needs_and_nothing_else(self):
+        tries = (
+            # What is tried, and the error: 22 has come through to the kernel's own look at it.
+            ("swapoff", 168, 1), ("kexec_load", 246, 1), ("uselib", 134, 38), ("reboot", 169, 22),
+        )
+        calls = "; ".join(f'syscall({number}, 0, 0, 0, 0) == -1 and print "{name} ", 0 + $!, "\\n"'
+                          for name, number, _ in tries)
+        families = "; ".join(f'print "family {family} ", (socket(my $s{family}, {family}, {kind}, 0) ? 0 : 0 + $!), "\\n"'
+                             for family, kind in ((1, 1), (2, 1), (16, 3), (17, 3), (4, 2), (9, 5)))
+        self.machine.write("/opt/demo/tries", f"#!/usr/bin/perl\nuse strict;\n{calls};\n{families};\n", "0755")
+        self.addCleanup(self.machine.run, "rm -f /opt/demo/tries /opt/demo/told")
+        self.change_unit("[Service]\nExecStartPre=/bin/sh -c '/opt/demo/tries >/opt/demo/told'\n")
+        self.start()
+        told = self.machine.read("/opt/demo/told").splitlines()
+        self.assertEqual(told, [f"{name} {error}" for name, _, error in tries] +
+                         ["family 1 0", "family 2 0", "family 16 0", "family 17 0", "family 4 97", "family 9 97"])
+
+
 class CrashTest(OnAMachine):
     """What becomes of agent and programs when one of them dies."""
 
