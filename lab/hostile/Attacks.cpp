@@ -223,39 +223,40 @@ void pretend(const AttackOrders& orders, AttackTally& tally)
 void whileLying(const AttackOrders& orders, AttackTally& tally, const std::function<void(const std::string&)>& work)
 {
 	const std::string partner = plan::addressOf(otherNode(orders.target), Network::communication);
-	AttackTally lies;
-	std::atomic<bool> done{false};
-	std::thread liar(
-	    [&]
+	ArpLiar lying(plan::communicationCard, plan::addressOf(orders.target, Network::communication));
+	const std::jthread liar(
+	    [&](const std::stop_token& end)
 	    {
-		    ArpLiar lying(plan::communicationCard, plan::addressOf(orders.target, Network::communication));
-		    while (!done)
+		    while (!end.stop_requested())
 		    {
-			    lying.claim(partner, lies);
+			    lying.claim(partner, tally);
 			    std::this_thread::sleep_for(Millis(50));
 		    }
 	    });
 	work(partner);
-	done = true;
-	liar.join();
-	tally.tries += lies.tries;
+}
+
+void untilStopped(const AttackOrders& orders)
+{
+	while (!orders.stop)
+	{
+		std::this_thread::sleep_for(Millis(20));
+	}
 }
 
 void spoofed(const AttackOrders& orders, AttackTally& tally)
 {
-	whileLying(orders, tally, [&](const std::string& partner) { sayOnce(orders, tally, partner); });
+	whileLying(orders, tally,
+	           [&](const std::string& partner)
+	           {
+		           sayOnce(orders, tally, partner);
+		           untilStopped(orders);
+	           });
 }
 
 void lie(const AttackOrders& orders, AttackTally& tally)
 {
-	whileLying(orders, tally,
-	           [&](const std::string&)
-	           {
-		           while (!orders.stop)
-		           {
-			           std::this_thread::sleep_for(Millis(20));
-		           }
-	           });
+	whileLying(orders, tally, [&](const std::string&) { untilStopped(orders); });
 }
 
 constexpr std::array<AttackInfo, 18> attacks{{
@@ -274,7 +275,7 @@ constexpr std::array<AttackInfo, 18> attacks{{
     {"replay", false, nullptr, false, forged, "a heartbeat overheard on a node's card, said again"},
     {"forged", false, nullptr, false, forged, "one heartbeat that no agent sent"},
     {"pretend", true, nullptr, false, pretend, "a master's heartbeat twice a second"},
-    {"spoofed", false, nullptr, true, spoofed,
+    {"spoofed", true, nullptr, true, spoofed,
      "one forged heartbeat from the partner's address, with ARP answers to match"},
     {"stand-in", true, nullptr, true, lie, "the partner's address taken over, with ARP answers to match"},
     {"cut", true, nullptr, false, lie, "ARP answers that lead the partner's address to nobody"},

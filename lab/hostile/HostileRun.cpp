@@ -6,11 +6,9 @@
 #include <thread>
 
 #include "CellRun.h"
-#include "Frames.h"
 #include "Moment.h"
 #include "Observe.h"
-#include "Plan.h"
-#include "Words.h"
+#include "Stranger.h"
 
 namespace velarix::lab
 {
@@ -18,8 +16,6 @@ namespace velarix::lab
 namespace
 {
 
-/// A stranger that is served at all is served by then.
-constexpr Millis heardLimit{30000};
 /// A service that comes back at all is back by then: a burst holds up the receiver.
 constexpr Millis backLimit{240000};
 
@@ -56,150 +52,9 @@ std::array<std::string, 2> rolesOf(Lab& lab)
 	return {lab.role(HostId::a), lab.role(HostId::b)};
 }
 
-std::string heard(Lab& lab, HostId node)
+StrangerPlan ordersOf(const HostilePlan& plan)
 {
-	std::string words;
-	inNetworkOf(lab.node(node).host(),
-	            [&] {
-		            words = overhearHeartbeat(plan::communicationCard, plan::addressOf(node, Network::communication),
-		                                      Millis(15000));
-	            });
-	if (words.empty())
-	{
-		throw LabError("no heartbeat of " + nodeText(node) + " was overheard");
-	}
-	return words;
-}
-
-/// The stranger neither forwards what reaches him by mistake, nor answers questions
-/// about an address that he has borrowed: he lies to his target alone.
-void prepareStranger(Lab& lab, const AttackInfo& attack, HostId target)
-{
-	std::string commands = "echo 1 >/proc/sys/net/ipv4/conf/all/arp_ignore; echo 0 >/proc/sys/net/ipv4/ip_forward";
-	if (attack.asPartner)
-	{
-		commands +=
-		    std::string("; ip addr add ") + plan::addressOf(otherNode(target), Network::communication) + "/32 dev lo";
-	}
-	runOrThrow({{"sh", "-ec", commands}, {}, lab.stranger().inside()});
-}
-
-/// A running attack; ended with its object.
-class Stranger
-{
-public:
-	Stranger(Lab& lab, const HostilePlan& plan)
-	    : m_lab(lab),
-	      m_attack(attackNamed(plan.cell.attack)), m_orders{plan.cell.target,
-	                                                        plan.seed,
-	                                                        plan.count,
-	                                                        wordsFor(lab, plan.cell),
-	                                                        lab.node(plan.cell.target).diskFile(plan::logFile),
-	                                                        m_stop}
-	{
-		prepareStranger(lab, m_attack, plan.cell.target);
-		m_thread = std::thread(
-		    [this]
-		    {
-			    try
-			    {
-				    inNetworkOf(m_lab.stranger(), [this] { m_attack.carryOut(m_orders, m_tally); });
-			    }
-			    catch (const LabError& error)
-			    {
-				    m_problem = error.what();
-			    }
-			    m_ended = true;
-		    });
-	}
-	~Stranger() { end(); }
-	Stranger(const Stranger&) = delete;
-	Stranger& operator=(const Stranger&) = delete;
-
-	/// Until he has got hold of the receiver, or at least begun.
-	void awaitHold(bool guarded)
-	{
-		const auto begun = [&] { return m_tally.tries >= 5 || m_ended; };
-		const auto marked = [&] { return contains(m_orders.log, m_attack.mark); };
-		const bool well = guarded || m_attack.mark == nullptr ? waitFor(begun, heardLimit, "a stranger to begin")
-		                                                      : waitFor(marked, heardLimit, "a stranger to be heard");
-		if (!well)
-		{
-			throw LabError(std::string("the attack ") + m_attack.name + " did not get going");
-		}
-	}
-
-	void awaitEnd() { m_thread.join(); }
-
-	/// @throws LabError when the attack failed by itself
-	void endWell()
-	{
-		end();
-		if (!m_problem.empty())
-		{
-			throw LabError("the attack failed: " + m_problem);
-		}
-		run({{"ip", "addr", "flush", "dev", "lo", "label", "lo", "to", "198.51.100.0/24"},
-		     {},
-		     m_lab.stranger().inside()});
-	}
-
-	bool lasting() const { return m_attack.lasting; }
-	const std::string& words() const { return m_orders.words; }
-	const AttackTally& tally() const { return m_tally; }
-	const std::filesystem::path& log() const { return m_orders.log; }
-
-private:
-	Lab& m_lab;
-	const AttackInfo& m_attack;
-	std::atomic<bool> m_stop{false};
-	std::atomic<bool> m_ended{false};
-	AttackOrders m_orders;
-	AttackTally m_tally;
-	std::string m_problem;
-	std::thread m_thread;
-
-	static std::string wordsFor(Lab& lab, const HostileCell& cell)
-	{
-		if (cell.attack == "replay")
-		{
-			return heard(lab, *hostNamed(cell.detail));
-		}
-		return cell.detail.empty() ? std::string() : forgedHeartbeat(cell.detail);
-	}
-
-	static bool contains(const std::filesystem::path& log, const std::string& text)
-	{
-		std::ifstream stream(log, std::ios::binary);
-		for (std::string line; std::getline(stream, line);)
-		{
-			if (line.find(text) != std::string::npos)
-			{
-				return true;
-			}
-		}
-		return false;
-	}
-
-	void end()
-	{
-		m_stop = true;
-		if (m_thread.joinable())
-		{
-			m_thread.join();
-		}
-	}
-};
-
-long messagesRead(const std::filesystem::path& log)
-{
-	std::ifstream stream(log, std::ios::binary);
-	long count = 0;
-	for (std::string line; std::getline(stream, line);)
-	{
-		count += line.find("received message: ") != std::string::npos ? 1 : 0;
-	}
-	return count;
+	return {plan.cell.attack, plan.cell.detail, plan.cell.target, plan.seed, plan.count};
 }
 
 void watchAttack(Lab& lab, const HostilePlan& plan, Stranger& stranger, HostileRecord& record)
@@ -230,7 +85,7 @@ void watchAttack(Lab& lab, const HostilePlan& plan, Stranger& stranger, HostileR
 void watchAftermath(Lab& lab, const HostilePlan& plan, Stranger& stranger)
 {
 	const bool lasting = stranger.lasting();
-	stranger.endWell();
+	stranger.end();
 	if (lasting)
 	{
 		const HostId after = *hostNamed(plan.cell.expected(plan.guard).after);
@@ -244,11 +99,11 @@ void runInLab(Lab& lab, const HostilePlan& plan, HostileRecord& record)
 	setUpGuard(lab, plan.guard);
 	letServe(lab, plan.cell.master, plan.times.serveLimit());
 	record.before = momentOf(lab);
-	const auto stranger = std::make_unique<Stranger>(lab, plan);
+	const auto stranger = std::make_unique<Stranger>(lab, ordersOf(plan));
 	record.words = stranger->words();
-	const long readBefore = messagesRead(stranger->log());
+	const long readBefore = stranger->messagesRead();
 	watchAttack(lab, plan, *stranger, record);
-	record.read = messagesRead(stranger->log()) - readBefore;
+	record.read = stranger->messagesRead() - readBefore;
 	watchAftermath(lab, plan, *stranger);
 	record.tries = stranger->tally().tries;
 	record.connections = stranger->tally().connections;

@@ -29,10 +29,6 @@ struct Client
 UniqueFd beginConnect(const sockaddr_in& to, const std::string& from)
 {
 	UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-	if (!socket)
-	{
-		throwErrno("a stranger gets no socket");
-	}
 	if (!from.empty())
 	{
 		const sockaddr_in own = socketAddress(from, 0);
