@@ -101,6 +101,15 @@ TEST_F(CheckVerb, AValueThatIsNoTextStaysReadableJson)
 	EXPECT_THAT(outcome.out, HasSubstr("address-is-a-name"));
 }
 
+TEST_F(CheckVerb, WhatATerminalWouldObeyIsShownAsText)
+{
+	lines.emplace_back("KEY\x1b[2J\x9b = 1");
+	put();
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_THAT(outcome.out, HasSubstr("KEY\\x1b[2J\\x9b"));
+	EXPECT_THAT(outcome.out, Not(HasSubstr("\x1b")));
+}
+
 TEST_F(CheckVerb, SeveritiesAreColouredOnATerminal)
 {
 	breakNode();

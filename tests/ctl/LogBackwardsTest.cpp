@@ -133,8 +133,22 @@ TEST_F(LogBackwards, AHugeLineIsCutAndSaysByHowMuch)
 	const std::vector<LogLine> lines = lastLines(log, 9, now, trouble);
 	ASSERT_EQ(lines.size(), 3U);
 	EXPECT_EQ(lines.at(1).place(), "A:2");
-	EXPECT_LE(lines.at(1).text.size(), 2 * kLongestText);
 	EXPECT_EQ(lines.at(1).text.size() + lines.at(1).cut, huge.size());
+}
+
+TEST_F(LogBackwards, ALongLineIsCutWhereTheForwardReaderCutsIt)
+{
+	for (const std::size_t size : {kLongestText - 100, kLongestText, kLongestText + 1, 2 * kLongestText + 7})
+	{
+		write("/log/v.log", logLine("08:00:00.0", "A:1", std::string(size, 'x')) + logLine("08:00:02.0", "A:3", "y"));
+		LogReader reader(log);
+		LogLine forward;
+		ASSERT_TRUE(reader.next(forward));
+		const LogLine backward = lastLines(log, 2, now, trouble).at(0);
+		EXPECT_EQ(backward.text.size(), forward.text.size()) << size;
+		EXPECT_EQ(backward.cut, forward.cut) << size;
+		EXPECT_LE(backward.text.size(), kLongestText);
+	}
 }
 
 TEST_F(LogBackwards, AMessageOfManyLinesIsCutAndSaysByHowMuch)

@@ -95,10 +95,10 @@ TEST_F(LogReaderTest, OfTwoArchivesWithOneStampTheHigherNumberIsTheOlder)
 
 TEST_F(LogReaderTest, OnlyWhatTheRotationNamesIsAnArchive)
 {
-	for (const char* name :
-	     {"v.log.1", "v.log.bak", "v.log.2026112109000010", "v.log.202611210900001000", "v.log.20261321090000100",
-	      "v.log.20261121240000100", "v.log.20261121090000100.x", "v.log.20261121090000100x",
-	      "v.log.20261121090000100.", "w.log.20261121090000100", "v.log20261121090000100", "v.log.-0261121090000100"})
+	for (const char* name : {"v.log.1", "v.log.bak", "v.log.2026112109000010", "v.log.202611210900001000",
+	                         "v.log.20261321090000100", "v.log.20261121240000100", "v.log.20261121090000100.x",
+	                         "v.log.20261121090000100x", "v.log.20261121090000100.", "w.log.20261121090000100",
+	                         "v.log20261121090000100", "v.log.-0261121090000100", "v.log.99991121090000100"})
 	{
 		write(std::string("/log/") + name, logLine("08:00:00.0", "A:1", name));
 	}

@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "log/Printable.h"
+
 namespace velarix::ctl
 {
 
@@ -27,16 +29,17 @@ std::string counted(std::size_t number, const std::string& what)
 	return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
+/// What is quoted from the file may hold anything, and a terminal obeys it.
 void print(std::ostream& out, const Finding& finding, bool colour)
 {
-	out << finding.file.string();
+	out << printable(finding.file.string());
 	if (finding.line != 0)
 	{
 		out << ':' << finding.line;
 	}
-	out << ": " << coloured(finding.severity, colour) << ": " << finding.what << " [" << finding.id << "]\n"
-	    << "    if left: " << finding.effect << '\n'
-	    << "    mend it: " << finding.remedy << '\n';
+	out << ": " << coloured(finding.severity, colour) << ": " << printable(finding.what) << " [" << finding.id << "]\n"
+	    << "    if left: " << printable(finding.effect) << '\n'
+	    << "    mend it: " << printable(finding.remedy) << '\n';
 }
 
 } // namespace

@@ -117,8 +117,8 @@ public:
 				return false;
 			}
 			line.text = end == std::string::npos ? m_text : m_text.substr(end + 1);
-			line.cut = m_cut;
-			m_cut = 0;
+			line.cut = std::exchange(m_cut, 0);
+			cutToLongest(line);
 			m_done = end == std::string::npos;
 			m_text.resize(m_done ? 0 : end);
 			// What is behind the last line feed is no line yet, or nothing.
@@ -141,6 +141,16 @@ private:
 	std::string m_text;
 	std::uint64_t m_cut = 0;
 	int m_error = 0;
+
+	/// A line is kept as far as it is read forwards.
+	static void cutToLongest(RawLine& line)
+	{
+		if (line.text.size() > kLongestText)
+		{
+			line.cut += line.text.size() - kLongestText;
+			line.text.resize(kLongestText);
+		}
+	}
 
 	/// Puts the block before in front. Of a line longer than is kept only its
 	/// beginning counts.

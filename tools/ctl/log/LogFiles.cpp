@@ -53,7 +53,7 @@ std::optional<Instant> instantOf(std::string_view stamp)
 		return std::nullopt;
 	}
 	const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
-	if (!date.ok() || hour > 23 || minute > 59 || second > 60)
+	if (!date.ok() || year < kFirstYear || year > kLastYear || hour > 23 || minute > 59 || second > 60)
 	{
 		return std::nullopt;
 	}

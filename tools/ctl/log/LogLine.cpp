@@ -126,7 +126,8 @@ bool exists(const std::tm& date)
 	const std::chrono::year_month_day day(std::chrono::year(date.tm_year + 1900),
 	                                      std::chrono::month(static_cast<unsigned>(date.tm_mon + 1)),
 	                                      std::chrono::day(static_cast<unsigned>(date.tm_mday)));
-	return day.ok() && date.tm_hour < 24 && date.tm_min < 60;
+	return day.ok() && date.tm_year + 1900 >= kFirstYear && date.tm_year + 1900 <= kLastYear && date.tm_hour < 24 &&
+	       date.tm_min < 60;
 }
 
 /// What a local minute may mean: two instants when the clocks are set back, else

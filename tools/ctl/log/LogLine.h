@@ -14,6 +14,11 @@ namespace velarix::ctl
 
 using Instant = std::chrono::system_clock::time_point;
 
+/// The years of a log. An instant counts nanoseconds and ends in 2262, and the
+/// distance of any two of these must fit, too; all other years are no dates.
+inline constexpr int kFirstYear = 1970;
+inline constexpr int kLastYear = 2200;
+
 /// A message: its head line in the layout
 ///
 ///     2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> text

@@ -52,6 +52,7 @@ std::optional<std::chrono::seconds> unitOf(std::string_view word)
 std::optional<std::chrono::seconds> spanOf(std::string_view text)
 {
 	constexpr std::int64_t most = 1'000'000'000;
+	constexpr std::chrono::hours longest = 24h * 366 * 200;
 	std::chrono::seconds span{0};
 	do
 	{
@@ -69,6 +70,10 @@ std::optional<std::chrono::seconds> spanOf(std::string_view text)
 			return std::nullopt;
 		}
 		span += *unit * count;
+		if (span > longest)
+		{
+			return std::nullopt;
+		}
 	} while (!text.empty());
 	return span;
 }
