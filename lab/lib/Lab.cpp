@@ -45,6 +45,7 @@ Lab::Lab(const LabOptions& options)
 		m_nodes[static_cast<std::size_t>(id)] =
 		    std::make_unique<Node>(id, m_rack, m_programs, firstProcessOf(id, m_seed));
 		node(id).writeSettings(settings);
+		node(id).wrapAgent(options.wrapper);
 		if (options.clockShim)
 		{
 			node(id).useClockShim();
@@ -138,7 +139,7 @@ void Lab::killAgent(HostId id, int signal)
 	}
 	m_logWatch->forgetAgent(id);
 	node(id).signalAgent(signal);
-	if (!waitFor([&] { return !node(id).agent(); }, Millis(5000), "the killed agent to be gone"))
+	if (!waitFor([&] { return !node(id).agent(); }, Millis(30000), "the killed agent to be gone"))
 	{
 		throw LabError("the agent of " + nodeText(id) + " does not end");
 	}

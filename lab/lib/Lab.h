@@ -38,6 +38,8 @@ struct LabOptions
 	NodeSettings settingsB = NodeSettings::standard(HostId::b);
 	/// The agents see a wall clock that the clock faults can step.
 	bool clockShim = false;
+	/// Words in front of the agent's program, for example those of an analyser that runs it.
+	std::vector<std::string> wrapper{};
 	/// Whatever the lab does by chance follows from it.
 	std::uint64_t seed = 1;
 };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
+#include <fstream>
+#include <sstream>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -20,6 +22,7 @@ namespace
 {
 
 constexpr Millis startLimit{10000};
+constexpr Millis wrappedStartLimit{120000};
 
 } // namespace
 
@@ -82,6 +85,7 @@ void Node::setClock(std::chrono::seconds ahead) const
 std::vector<std::string> Node::agentCommand() const
 {
 	std::vector<std::string> words = m_clockShim ? clockWords() : std::vector<std::string>();
+	words.insert(words.end(), m_wrapper.begin(), m_wrapper.end());
 	words.emplace_back(plan::agentProgram);
 	return words;
 }
@@ -118,7 +122,7 @@ void Node::startAgent()
 		throwErrno("cannot open the console file of " + nodeText(m_id));
 	}
 	const pid_t child = spawn({agentCommand(), host().inside(), -1, console.get(), console.get()});
-	const std::optional<int> status = waitForChild(child, startLimit);
+	const std::optional<int> status = waitForChild(child, m_wrapper.empty() ? startLimit : wrappedStartLimit);
 	if (!status)
 	{
 		::kill(child, SIGKILL);
@@ -131,13 +135,34 @@ void Node::startAgent()
 	}
 }
 
+/// What runs the agent's program has a name of its own: it is known by its command line, which ends in that program.
+std::vector<ProcessEntry> Node::agentProcesses() const
+{
+	if (m_wrapper.empty())
+	{
+		return processesNamed(m_host->pid(), plan::agentName);
+	}
+	std::vector<ProcessEntry> found = processesOf(m_host->pid());
+	const std::string end = plan::agentProgram + std::string(1, '\0');
+	std::erase_if(found,
+	              [&](const ProcessEntry& entry)
+	              {
+		              std::ifstream stream("/proc/" + std::to_string(entry.pid) + "/cmdline");
+		              std::ostringstream words;
+		              // A process that ends in the meantime has no words.
+		              words << stream.rdbuf();
+		              return entry.state == 'Z' || !words.str().ends_with(end);
+	              });
+	return found;
+}
+
 std::optional<ProcessEntry> Node::agent() const
 {
 	if (!m_host)
 	{
 		return std::nullopt;
 	}
-	const std::vector<ProcessEntry> found = processesNamed(m_host->pid(), plan::agentName);
+	const std::vector<ProcessEntry> found = agentProcesses();
 	const auto named = [&](pid_t pid)
 	{ return std::any_of(found.begin(), found.end(), [&](const ProcessEntry& entry) { return entry.pid == pid; }); };
 	// About to start a command it is two of that name for a moment, and the numbers begin anew at their end.

@@ -55,6 +55,9 @@ public:
 	/// Writes the settings file; the agent reads it at its next start.
 	void writeSettings(const NodeSettings& settings);
 
+	/// From the next start on these words stand in front of the agent's program.
+	void wrapAgent(std::vector<std::string> words) { m_wrapper = std::move(words); }
+
 	/// From the next start on the agent sees a wall clock that can be stepped.
 	void useClockShim() { m_clockShim = true; }
 	/// Steps that clock: this many seconds ahead of the machine's.
@@ -94,9 +97,11 @@ private:
 	std::optional<Host> m_host;
 	int m_firstProcess;
 	bool m_clockShim = false;
+	std::vector<std::string> m_wrapper{};
 
 	std::filesystem::path disk() const;
 	std::vector<std::string> agentCommand() const;
+	std::vector<ProcessEntry> agentProcesses() const;
 };
 
 } // namespace velarix::lab

@@ -53,6 +53,7 @@ struct Arguments
 	std::string stateBase = "/run/velarix-lab";
 	bool noWait = false;
 	bool noAgents = false;
+	std::string wrapper;
 	bool json = false;
 	std::string fault;
 	std::string node;
@@ -99,7 +100,7 @@ int runDemoCommand(Arguments& arguments)
 int runUp(Arguments& arguments, bool asSupervisor)
 {
 	StateDirectory directory(arguments.stateBase, arguments.name);
-	const SupervisorOptions options{arguments.installRoot, arguments.times, !arguments.noAgents};
+	const SupervisorOptions options{arguments.installRoot, arguments.times, !arguments.noAgents, arguments.wrapper};
 	if (asSupervisor)
 	{
 		supervise(directory, options);
@@ -138,12 +139,14 @@ void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
 	addPairOptions(*up, arguments);
 	up->add_flag("--no-wait", arguments.noWait, "Do not wait until the service answers");
 	up->add_flag("--no-agents", arguments.noAgents, "Start the hosts only, not the agents");
+	up->add_option("--wrap", arguments.wrapper, "Words in front of the agent's program, for example of an analyser");
 	up->callback([&] { status = runUp(arguments, false); });
 
 	CLI::App* supervisor = app.add_subcommand("supervise", "")->group("");
 	addLabOptions(*supervisor, arguments);
 	addPairOptions(*supervisor, arguments);
 	supervisor->add_flag("--no-agents", arguments.noAgents);
+	supervisor->add_option("--wrap", arguments.wrapper);
 	supervisor->callback([&] { status = runUp(arguments, true); });
 
 	CLI::App* down = app.add_subcommand("down", "End a pair that is kept running");

@@ -70,6 +70,10 @@ std::vector<std::string> supervisorCommand(const StateDirectory& directory, cons
 	{
 		words.insert(words.end(), {"--install-root", std::filesystem::absolute(options.installRoot).string()});
 	}
+	if (!options.wrapper.empty())
+	{
+		words.insert(words.end(), {"--wrap", options.wrapper});
+	}
 	if (!options.startAgents)
 	{
 		words.emplace_back("--no-agents");

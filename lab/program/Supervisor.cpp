@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
@@ -159,6 +160,8 @@ void supervise(StateDirectory& directory, const SupervisorOptions& options)
 	labOptions.installRoot = options.installRoot;
 	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times);
 	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times);
+	std::istringstream words(options.wrapper);
+	labOptions.wrapper = {std::istream_iterator<std::string>(words), {}};
 	Lab lab(labOptions);
 	if (options.startAgents)
 	{

@@ -14,6 +14,7 @@ struct SupervisorOptions
 	std::filesystem::path installRoot{};
 	PairTimes times{};
 	bool startAgents = true;
+	std::string wrapper{}; ///< words in front of the agent's program, with blanks between them
 };
 
 /// Makes the lab, serves requests at the control socket until "down", SIGTERM or
