@@ -28,12 +28,14 @@ void print(const char* label, std::string_view text)
 
 // What the address sanitizer is to do: a small quarantine and short stacks make
 // the runs several times as fast, and a fuzzer's run is short.
+// NOLINTBEGIN(bugprone-reserved-identifier): the sanitizer asks for this name.
 extern "C" const char* __asan_default_options();
 extern "C" const char* __asan_default_options()
 {
 	return "quarantine_size_mb=4:thread_local_quarantine_size_kb=64:malloc_context_size=1:"
 	       "max_malloc_fill_size=0:detect_stack_use_after_return=0";
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace fuzz
 {

@@ -1,9 +1,10 @@
 /// The editor of the run-info record.
 ///
 /// Input: one byte that says whether opening fails, the key, 0xff, the value, 0xff,
-/// the bytes of the file. The editor's own fopen (the one for large files) ends in
-/// a text of this program, so that no run needs the kernel. The rewritten bytes
-/// must be those of IniModel; a failed open is told and changes only what it must.
+/// the bytes of the file. The editor's own fopen (which one depends on the library's
+/// flags) ends in a text of this program, so that no run needs the kernel. The
+/// rewritten bytes must be those of IniModel; a failed open is told and changes
+/// only what it must.
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -17,8 +18,12 @@
 #include "IniModel.h"
 #include "Target.h"
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for a wrapped call.
 extern "C" std::FILE* __real_fopen64(const char* path, const char* how);
 extern "C" std::FILE* __wrap_fopen64(const char* path, const char* how);
+extern "C" std::FILE* __real_fopen(const char* path, const char* how);
+extern "C" std::FILE* __wrap_fopen(const char* path, const char* how);
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace
 {
@@ -73,6 +78,11 @@ std::FILE* openFile(bool writing)
 extern "C" std::FILE* __wrap_fopen64(const char* path, const char* how)
 {
 	return g_file.path == path ? openFile(how[0] == 'w') : __real_fopen64(path, how);
+}
+
+extern "C" std::FILE* __wrap_fopen(const char* path, const char* how)
+{
+	return g_file.path == path ? openFile(how[0] == 'w') : __real_fopen(path, how);
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)

@@ -25,6 +25,7 @@
 #include "Target.h"
 
 // The library's calls for the script's file.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names for wrapped calls.
 extern "C" bool __wrap__ZNK4Poco4File6existsEv(const Poco::File* pFile);
 extern "C" void __wrap__ZN4Poco4File6removeEb(Poco::File* pFile, bool recursive);
 extern "C" bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile);
@@ -34,6 +35,7 @@ __wrap__ZN4Poco16FileOutputStreamC1ERKNSt7__cxx1112basic_stringIcSt11char_traits
 extern "C" void
 __real__ZN4Poco16FileOutputStreamC1ERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt13_Ios_Openmode(
     Poco::FileOutputStream* pStream, const std::string& path, std::ios::openmode mode);
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace
 {
@@ -59,9 +61,29 @@ std::string& commands()
 	return *pCommands;
 }
 
-void expectScript(const Poco::File* pFile)
+/// Stands for the script's place while the wrapping is tried out: nothing can be
+/// made or removed there.
+constexpr char kNowhere[] = "/proc/velarix-nowhere";
+
+void expectPlace(const std::string& path)
 {
-	fuzz::expectEqual("the script's place", pFile->path(), velarix::kRunScriptPath);
+	fuzz::expectEqual("the script's place", path,
+	                  g_pAgent == nullptr && path == kNowhere ? kNowhere : velarix::kRunScriptPath);
+}
+
+/// A call of the library that were not wrapped would reach the script of an
+/// installed agent; here it ends the program.
+void expectWrapped()
+{
+	g_script.there = true;
+	Poco::File nowhere(kNowhere);
+	fuzz::expect("the library's exists is wrapped", nowhere.exists());
+	nowhere.remove();
+	fuzz::expect("the library's remove is wrapped", !g_script.there);
+	fuzz::expect("the library's createFile is wrapped", nowhere.createFile());
+	Poco::FileOutputStream stream(kNowhere, std::ios::out | std::ios::trunc);
+	fuzz::expect("the library's stream is wrapped", g_script.opened);
+	stream.close();
 }
 
 /// References are the settings' matter; one without an end would end the daemon
@@ -118,20 +140,20 @@ struct Expected
 
 bool __wrap__ZNK4Poco4File6existsEv(const Poco::File* pFile)
 {
-	expectScript(pFile);
+	expectPlace(pFile->path());
 	return g_script.there;
 }
 
 void __wrap__ZN4Poco4File6removeEb(Poco::File* pFile, bool /*recursive*/)
 {
-	expectScript(pFile);
+	expectPlace(pFile->path());
 	fuzz::expect("only a script that is there is removed", g_script.there);
 	g_script.there = false;
 }
 
 bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile)
 {
-	expectScript(pFile);
+	expectPlace(pFile->path());
 	fuzz::expect("the script is made anew", !g_script.there);
 	g_script.there = true;
 	return true;
@@ -140,7 +162,7 @@ bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile)
 void __wrap__ZN4Poco16FileOutputStreamC1ERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt13_Ios_Openmode(
     Poco::FileOutputStream* pStream, const std::string& path, std::ios::openmode mode)
 {
-	fuzz::expectEqual("the script's place", path, velarix::kRunScriptPath);
+	expectPlace(path);
 	fuzz::expect("the script is there before it is written", g_script.there);
 	g_script.opened = true;
 	__real__ZN4Poco16FileOutputStreamC1ERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEESt13_Ios_Openmode(
@@ -190,6 +212,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 	velarixLog = new VelarixLog;
 	g_script.path = fuzz::memoryFile("");
 	g_script.file = std::stoi(g_script.path.substr(g_script.path.rfind('/') + 1));
+	expectWrapped();
 	g_pAgent = new CAgent(MODE_SLAVE);
 	return 0;
 }
