@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "Files.h"
@@ -60,12 +61,19 @@ std::uint64_t loggedOn(const Node& node)
 	return bytes;
 }
 
-int countKept(const std::vector<std::string>& before, const std::vector<std::string>& now)
+/// Both are in the order of the descriptors' texts.
+std::vector<std::string> inBoth(const std::vector<std::string>& left, const std::vector<std::string>& right)
 {
-	return static_cast<int>(
-	    std::count_if(now.begin(), now.end(),
-	                  [&](const std::string& descriptor)
-	                  { return std::find(before.begin(), before.end(), descriptor) != before.end(); }));
+	std::vector<std::string> both;
+	std::set_intersection(left.begin(), left.end(), right.begin(), right.end(), std::back_inserter(both));
+	return both;
+}
+
+std::vector<std::string> sortedDescriptorsOf(pid_t pid)
+{
+	std::vector<std::string> descriptors = descriptorsOf(pid);
+	std::sort(descriptors.begin(), descriptors.end());
+	return descriptors;
 }
 
 } // namespace
@@ -115,6 +123,7 @@ void AgentSampler::look(HostId node, bool atRest)
 	if (watched.pid != 0)
 	{
 		watchZombies(node, watched, atRest);
+		watched.descriptors = inBoth(watched.descriptors, sortedDescriptorsOf(watched.pid));
 	}
 }
 
@@ -163,11 +172,11 @@ void AgentSampler::sample(HostId node, bool atRest)
 	{
 		return;
 	}
-	std::vector<std::string> descriptors = descriptorsOf(watched.pid);
+	std::vector<std::string> descriptors = sortedDescriptorsOf(watched.pid);
 	sample.descriptors = static_cast<int>(descriptors.size());
 	if (watched.wasAtRest && atRest && !watched.descriptors.empty())
 	{
-		sample.kept = countKept(watched.descriptors, descriptors);
+		sample.kept = static_cast<int>(inBoth(watched.descriptors, descriptors).size());
 	}
 	sample.zombies = static_cast<int>(watched.zombies.size());
 	sample.oldestZombie = watched.oldestZombie;

@@ -18,7 +18,8 @@ class AgentSampler
 public:
 	explicit AgentSampler(Lab& lab) : m_lab(lab) {}
 
-	/// A quick look that notes zombies and whether the agent is still the same.
+	/// A quick look that notes zombies, descriptors that stayed and whether the agent is
+	/// still the same.
 	/// @param atRest  no fault is about
 	void look(bool atRest);
 	/// A sample of both agents, after a look.
@@ -31,11 +32,11 @@ private:
 	/// One of the two agents as it was at the last look.
 	struct Watched
 	{
-		pid_t pid = 0;          ///< as the lab sees it; 0: there is none
-		std::size_t series = 0; ///< its place in m_series
-		std::vector<std::string> descriptors{};
-		bool wasAtRest = false;            ///< since the last sample no fault was about
-		std::map<pid_t, Millis> zombies{}; ///< at rest, and when each was first seen
+		pid_t pid = 0;                          ///< as the lab sees it; 0: there is none
+		std::size_t series = 0;                 ///< its place in m_series
+		std::vector<std::string> descriptors{}; ///< at each look since the last sample, sorted
+		bool wasAtRest = false;                 ///< since the last sample no fault was about
+		std::map<pid_t, Millis> zombies{};      ///< at rest, and when each was first seen
 		Millis oldestZombie{0};
 	};
 

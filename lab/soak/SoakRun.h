@@ -23,7 +23,9 @@ struct SoakOptions
 	Millis duration{3600000};
 	Millis period{60000};         ///< a step begins so often, the first one after that time
 	Millis betweenSamples{10000}; ///< of memory, descriptors, threads and log files
-	Millis betweenLooks{1000};    ///< for zombies
+	/// For zombies and kept descriptors. No part of a second: an agent that works in
+	/// whole seconds would be met in the same moment of its work each time.
+	Millis betweenLooks{290};
 	Millis settle{0}; ///< after the last healing, until the pair is at rest; 0: as long as it can be about something
 	SoakBounds bounds{};
 };

@@ -11,8 +11,8 @@
 ///   memory has a wider bound: a first change of the role alone reads in some 700 KiB
 ///   of the program and its libraries.
 /// - A descriptor is kept when it has the same number and the same target in two
-///   samples in a row. Connections and pipes come and go, so what a leak leaves is
-///   what is kept.
+///   samples in a row and at each look between them. Connections, pipes and scans of
+///   /proc come and go, so what a leak leaves is what is kept.
 /// - Kept descriptors and threads are judged while no fault stands and the agent has
 ///   had time to finish what it was about; the limits to all descriptors and to the
 ///   log hold at any time.
