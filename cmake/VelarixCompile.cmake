@@ -24,15 +24,22 @@ if(VELARIX_FUZZ)
   target_link_options(velarix_compile INTERFACE -fsanitize=address,undefined)
 endif()
 
-# Hardening of what is installed. The C library's checked functions need an
-# optimising build, and the sanitizers bring their own.
+# Hardening of what is installed; tests/sandbox/HardeningTest.cpp looks for each of
+# these in the built programs. The C library's checked functions need an optimising
+# build, and the sanitizers bring their own.
 add_library(velarix_hardened INTERFACE)
 if(NOT VELARIX_SANITIZE AND NOT VELARIX_FUZZ)
   target_compile_options(velarix_hardened INTERFACE
-    -fstack-protector-strong
+    -fPIE -fstack-protector-strong -fstack-clash-protection
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
-    $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
-  target_link_options(velarix_hardened INTERFACE -Wl,-z,relro,-z,now)
+    $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
+  target_link_options(velarix_hardened INTERFACE
+    $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>
+    -Wl,-z,relro,-z,now,-z,noexecstack)
+  # Processors of that kind check where an indirect jump lands and a return leads.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i[3-6]86)$")
+    target_compile_options(velarix_hardened INTERFACE -fcf-protection=full)
+  endif()
 endif()
 
 if(VELARIX_COVERAGE)

@@ -2,6 +2,9 @@
 """The Debian package: what an installation puts where, and what upgrade, removal
 and purge leave of what belongs to the operator and to the agent."""
 
+import os
+import platform
+import subprocess
 import unittest
 
 import arguments
@@ -26,6 +29,46 @@ drwxr-xr-x root:root /usr/velarix/pid
 
 # Libraries are looked at by themselves.
 TOOLS = ["ifconfig", "ps", "grep", "chmod", "killall", "ip", "arping", "cat", "setsid"]
+
+
+PROGRAMS = ["usr/velarix/bin/VelarixHA", "usr/bin/velarixctl", "usr/libexec/velarix-ha/release"]
+
+
+class ProgramsTest(unittest.TestCase):
+    """The programs of the package, as files: every protection of the build is in them."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.tree = os.path.join(Place.directory, "programs")
+        subprocess.run(["dpkg-deb", "-x", Place.deb, cls.tree], check=True)
+
+    def tell(self, tool, program):
+        return subprocess.run([*tool.split(), os.path.join(self.tree, program)],
+                              capture_output=True, text=True, check=True).stdout
+
+    def test_every_program_is_hardened(self):
+        wanted = {
+            "readelf -dW": [r"FLAGS_1.*\bNOW\b", r"FLAGS_1.*\bPIE\b"],
+            "readelf -lW": [r"GNU_RELRO", r"GNU_STACK.* RW "],
+            "readelf --dyn-syms -W": [r"__stack_chk_fail"],
+        }
+        for program in PROGRAMS:
+            for tool, patterns in wanted.items():
+                for pattern in patterns:
+                    with self.subTest(program=program, pattern=pattern):
+                        self.assertRegex(self.tell(tool, program), pattern)
+
+    def test_the_librarys_checked_functions_are_used(self):
+        # The third program calls none that has a checked form.
+        for program in PROGRAMS[:2]:
+            with self.subTest(program=program):
+                self.assertRegex(self.tell("readelf --dyn-syms -W", program), r"__[a-z]+_chk@")
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "marks of one kind of processor")
+    def test_the_beginnings_of_functions_are_marked_for_indirect_jumps(self):
+        for program in PROGRAMS:
+            with self.subTest(program=program):
+                self.assertGreater(self.tell("objdump -d -j .text", program).count("endbr64"), 50)
 
 
 class OnASystem(unittest.TestCase):
