@@ -158,6 +158,20 @@ TEST_F(LabOfItsOwn, EndsWithTheObjectAndHasNotTouchedTheMachine)
 	EXPECT_TRUE(tracesOnThisMachine().empty());
 }
 
+TEST_F(LabOfItsOwn, RunsTheAgentsBehindTheWordsThatWrapThem)
+{
+	LabOptions options;
+	options.wrapper = {"env", "LAB_WRAPPED=yes"};
+	PAIR_OR_RETURN(startServingPair(options));
+	const std::optional<ProcessEntry> agent = lab().node(HostId::b).agent();
+	ASSERT_TRUE(agent);
+	EXPECT_EQ(agent->name, plan::agentName);
+	const std::string environment = contentOf("/proc/" + std::to_string(agent->pid) + "/environ");
+	EXPECT_NE(environment.find("LAB_WRAPPED=yes"), std::string::npos);
+	lab().killAgent(HostId::b);
+	EXPECT_FALSE(lab().node(HostId::b).agent());
+}
+
 TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 {
 	if (const std::optional<std::string> problem = namespaceProblem())

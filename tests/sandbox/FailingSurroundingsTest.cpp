@@ -149,6 +149,21 @@ TEST_F(FailingSurroundings, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
 	EXPECT_EQ(daemon.threads(), 4);
 }
 
+TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartner)
+{
+	sandbox::addCard("eth1", true);
+	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", "false");
+	apply();
+	DaemonProcess daemon;
+	startWith(daemon, dropRawSockets);
+	// The partner's host is this one, and would answer.
+	waitForEvents(daemon,
+	              {"D CHeartReciver:192 Reciver : no received message",
+	               "E Utill:766 partner Comunication IP Check Failed: I/O error: 1[CODE:1]",
+	               "D CHeartReciver:218 try to process run", "E Utill:504 set virtual ip failed: I/O error: 1"});
+	sandbox::shell("ip link del eth1");
+}
+
 TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
 {
 	settings.set("PROCESS_CHECK.PROCESS_PATH1", "/usr/velarix/bin/VelarixHA");
