@@ -2,7 +2,6 @@
 
 #include "OperatorTest.h"
 
-
 #include <gmock/gmock.h>
 
 namespace velarix::lab
