@@ -1,0 +1,21 @@
+/// Whole texts read as numbers.
+#pragma once
+
+#include <charconv>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+namespace velarix::ctl
+{
+
+/// @return the decimal number that the whole text is; nothing for any other text
+///         and for a number out of range
+template <typename Number> std::optional<Number> numberIn(std::string_view text)
+{
+	Number value{};
+	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+	return error == std::errc() && end == text.data() + text.size() ? std::optional<Number>(value) : std::nullopt;
+}
+
+} // namespace velarix::ctl
