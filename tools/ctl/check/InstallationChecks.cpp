@@ -1,6 +1,7 @@
 #include "Checks.h"
 
 #include <string>
+#include <system_error>
 
 #include <sys/stat.h>
 
@@ -41,7 +42,9 @@ public:
 
 	void settingsFile()
 	{
-		if (m_findings.file.path() != m_paths.settings)
+		std::error_code none;
+		if (m_findings.file.path() != m_paths.settings &&
+		    !fs::equivalent(m_findings.file.path(), m_paths.settings, none))
 		{
 			m_findings.notChecked("who may write " + m_findings.file.path().string(), "it is not the installed file");
 			return;
