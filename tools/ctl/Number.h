@@ -1,4 +1,4 @@
-/// Whole texts read as numbers.
+/// Digits, and whole texts read as numbers.
 #pragma once
 
 #include <charconv>
@@ -8,6 +8,12 @@
 
 namespace velarix::ctl
 {
+
+/// In every locale.
+constexpr bool isDigit(char c)
+{
+	return c >= '0' && c <= '9';
+}
 
 /// @return the decimal number that the whole text is; nothing for any other text
 ///         and for a number out of range
