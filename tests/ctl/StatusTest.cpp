@@ -38,6 +38,17 @@ TEST_F(Status, OfAMasterAsJson)
 	EXPECT_EQ(outcome.code, 0);
 }
 
+TEST_F(Status, AsJsonIsUtf8WhateverTheSettingsHold)
+{
+	soundMaster();
+	writeSettings(1, {{"PARTNER_IP", "192.0.2.\xff"}});
+	for (const std::vector<std::string>& words :
+	     {std::vector<std::string>{"status", "--json"}, {"watch", "--json", "--count", "1"}})
+	{
+		EXPECT_THAT(runHere(words).out, HasSubstr("\"192.0.2.\uFFFD\"")) << words.front();
+	}
+}
+
 TEST_F(Status, OfASlaveThatNeverChangedItsRole)
 {
 	soundSlave();

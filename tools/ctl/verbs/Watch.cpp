@@ -50,7 +50,7 @@ private:
 		nlohmann::ordered_json steady = withoutTimes(status);
 		if (steady != m_last)
 		{
-			m_context.out << status.dump() << '\n';
+			m_context.out << jsonText(status) << '\n';
 			m_last = std::move(steady);
 		}
 	}
@@ -82,7 +82,7 @@ ExitCode run(const Options& options, const Context& context)
 	for (int shown = 1;; ++shown)
 	{
 		screen.show(observer.look(context.now()));
-		if (shown == options.count)
+		if (shown == options.count || !context.out)
 		{
 			return ExitCode::fine;
 		}
