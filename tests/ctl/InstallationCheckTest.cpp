@@ -137,6 +137,18 @@ TEST_F(InstallationCheck, ADirectoryInPlaceOfTheLogIsFound)
 	EXPECT_THAT(found(), ElementsAre("error log-is-a-directory /usr/velarix/bin/ini/config.ini:25"));
 }
 
+TEST_F(InstallationCheck, ALogThatIsAFileOfTheAgentsOwnIsFound)
+{
+	for (const char* path : {"/usr/velarix/bin/ini/config.ini", "/usr/velarix/bin/log/../log/runinfo.txt",
+	                         "/usr/velarix/bin/ini/processList.sh", "/usr/velarix/pid/VelarixHA.pid"})
+	{
+		setKey(lines, "PATH", path);
+		EXPECT_THAT(found(), ElementsAre("error log-into-own-file /usr/velarix/bin/ini/config.ini:25")) << path;
+	}
+	setKey(lines, "PATH", "/usr/velarix/bin/log/velarix.log");
+	EXPECT_THAT(found(), IsEmpty());
+}
+
 TEST_F(InstallationCheck, ADirectoryOfTheRunScriptThatOthersMayWriteIsAnError)
 {
 	rights("/usr/velarix/bin/ini", 0775);
