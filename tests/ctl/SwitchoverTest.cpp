@@ -188,6 +188,18 @@ TEST_F(Switchover, IsRefusedUnlessThePartnerIsAliveStandbyAndNotAsking)
 	}
 }
 
+// A receiver with much patience has not yet counted a silence. With a partner that
+// has frozen nobody would serve after the move.
+TEST_F(Switchover, IsRefusedAlreadyWhenTheLastHeartbeatIsLate)
+{
+	soundMaster();
+	writeSettings(1, {{"MAX_HEART_BEAT_RECEIING_TIME", "20"}, {"PROCESS_CHECK_CYCLE", "10"}});
+	now += 3500ms;
+	EXPECT_EQ(runHere({"switchover", "--dry-run"}).code, 0);
+	now += 2s;
+	EXPECT_THAT(refused().err, StartsWith("velarixctl: refused: the partner's last heartbeat is "));
+}
+
 TEST_F(Switchover, IsRefusedWhileTheServiceIsNotWholeHere)
 {
 	soundMaster();
