@@ -165,7 +165,7 @@ TEST_F(Status, OfAFrozenAgentTellsNoRole)
 	addProcess(kAgent, "VelarixHA", 'T', 4);
 	const Outcome outcome = runHere({"status"});
 	EXPECT_EQ(row(outcome, "agent"), "agent        FROZEN: process 4711 is stopped and does nothing until it is "
-	                                 "continued, for 3 min 20 s");
+	                                 "continued; started 3 min 20 s ago");
 	EXPECT_THAT(row(outcome, "role"), StartsWith("role         not known: process 4711 is stopped"));
 	EXPECT_EQ(outcome.code, 4);
 }
