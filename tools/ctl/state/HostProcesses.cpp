@@ -41,9 +41,10 @@ std::optional<long long> bootTime()
 	std::ifstream file("/proc/stat");
 	for (std::string word; file >> word;)
 	{
-		if (word == "btime" && file >> word)
+		long long seconds = 0;
+		if (word == "btime" && file >> seconds)
 		{
-			return numberIn<long long>(word);
+			return seconds;
 		}
 	}
 	return std::nullopt;
