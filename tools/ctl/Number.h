@@ -20,6 +20,8 @@ constexpr bool isDigit(char c)
 template <typename Number> std::optional<Number> numberIn(std::string_view text)
 {
 	Number value{};
+	// A number holds nothing of the text, which cppcheck does not see.
+	// cppcheck-suppress invalidLifetime
 	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
 	return error == std::errc() && end == text.data() + text.size() ? std::optional<Number>(value) : std::nullopt;
 }
