@@ -98,8 +98,7 @@ void writeKey(std::ostream& page, const KeyInfo& info)
 	writeFact(page, "Read", info.whenRead);
 	writeFact(page, "Missing", info.missing);
 	// The table's column is one for both: a text that is empty, a number that is zero.
-	writeFact(page, info.type == KeyType::integer ? "Zero" : "Empty",
-	          info.zero.starts_with("empty: ") ? info.zero.substr(7) : info.zero);
+	writeFact(page, info.type == KeyType::integer ? "Zero" : "Empty", emptyEffect(info));
 	writeFact(page, "Negative", info.negative);
 	if (!info.example.empty())
 	{

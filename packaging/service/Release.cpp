@@ -17,6 +17,7 @@
 #include <Poco/Exception.h>
 
 #include "ExitCode.h"
+#include "Names.h"
 #include "Paths.h"
 #include "settings/SettingsFile.h"
 #include "settings/SettingsKeys.h"
@@ -51,7 +52,7 @@ Service readService(const Paths& paths)
 		const int number = settings.integerOrThrow(key::kProcessNumber);
 		for (int i = 1; i <= number; ++i)
 		{
-			service.programs.push_back(programName(settings.textOrThrow(key::kProcessPath + std::to_string(i))));
+			service.programs.push_back(programName(settings.textOrThrow(programKey(i))));
 		}
 		return service;
 	}
@@ -80,9 +81,10 @@ void releaseOnce(const Service& service)
 /// @return whether a program runs under that name, as far as the kernel keeps it
 bool runs(const std::vector<host::Process>& processes, const std::string& program)
 {
-	constexpr std::size_t kShortName = 15;
-	return std::ranges::any_of(processes, [&](const host::Process& process)
-	                           { return process.name == program.substr(0, kShortName) && process.state != 'Z'; });
+	return std::ranges::any_of(processes,
+	                           [&](const host::Process& process) {
+		                           return process.name == program.substr(0, kProcessNameLength) && process.state != 'Z';
+	                           });
 }
 
 /// @return what of the service is still on this node, in words

@@ -98,7 +98,7 @@ TEST_F(CheckVerb, AValueThatIsNoTextStaysReadableJson)
 	put();
 	const Outcome outcome = runBelow({"check", "--json"});
 	EXPECT_TRUE(nlohmann::json::accept(outcome.out));
-	EXPECT_THAT(outcome.out, HasSubstr("address-is-a-name"));
+	EXPECT_THAT(outcome.out, HasSubstr("not-an-address"));
 }
 
 TEST_F(CheckVerb, WhatATerminalWouldObeyIsShownAsText)

@@ -72,6 +72,11 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	EXPECT_EQ(readFile(file("b/runinfo.txt")), kInitialRunInfo);
 }
 
+TEST_F(Init, TheRecordIsTheOneThatThePackagesInstall)
+{
+	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
+}
+
 TEST_F(Init, WhatItWritesPassesTheCheckOnBothSides)
 {
 	run(arguments());

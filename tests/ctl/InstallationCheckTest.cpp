@@ -66,6 +66,27 @@ TEST_F(InstallationCheck, SettingsThatOthersMayWriteAreFound)
 	EXPECT_THAT(found(), ElementsAre("error settings-writable /usr/velarix/bin/ini/config.ini"));
 }
 
+TEST_F(InstallationCheck, WhoMayWriteTheSettingsIsFoundByAnotherNameOfThem)
+{
+	write("/usr/velarix/bin/ini/config.ini", joined(lines));
+	fs::create_symlink(settings(), root() / "config.ini");
+	rights("/usr/velarix/bin/ini/config.ini", 0664);
+	EXPECT_THAT(found({.file = root() / "config.ini", .partner = {}, .filesOnly = false}),
+	            ElementsAre("error settings-writable /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, AByteOrderMarkIsFound)
+{
+	lines[0].insert(0, "\xEF\xBB\xBF");
+	const std::vector<std::string> marked = found();
+	EXPECT_THAT(marked, testing::Contains("error byte-order-mark /usr/velarix/bin/ini/config.ini:1"));
+	EXPECT_THAT(marked, testing::Contains("error missing-key /usr/velarix/bin/ini/config.ini"));
+
+	lines[0] = "\xEF\xBB\xBF; a comment";
+	lines.insert(lines.begin() + 1, "[AGENT]");
+	EXPECT_THAT(found(), ElementsAre("warning byte-order-mark /usr/velarix/bin/ini/config.ini:1"));
+}
+
 TEST_F(InstallationCheck, SettingsThatOthersMayReadAreFine)
 {
 	rights("/usr/velarix/bin/ini/config.ini", 0644);
@@ -114,6 +135,18 @@ TEST_F(InstallationCheck, ADirectoryInPlaceOfTheLogIsFound)
 {
 	setKey(lines, "PATH", "/usr/velarix/log");
 	EXPECT_THAT(found(), ElementsAre("error log-is-a-directory /usr/velarix/bin/ini/config.ini:25"));
+}
+
+TEST_F(InstallationCheck, ALogThatIsAFileOfTheAgentsOwnIsFound)
+{
+	for (const char* path : {"/usr/velarix/bin/ini/config.ini", "/usr/velarix/bin/log/../log/runinfo.txt",
+	                         "/usr/velarix/bin/ini/processList.sh", "/usr/velarix/pid/VelarixHA.pid"})
+	{
+		setKey(lines, "PATH", path);
+		EXPECT_THAT(found(), ElementsAre("error log-into-own-file /usr/velarix/bin/ini/config.ini:25")) << path;
+	}
+	setKey(lines, "PATH", "/usr/velarix/bin/log/velarix.log");
+	EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(InstallationCheck, ADirectoryOfTheRunScriptThatOthersMayWriteIsAnError)

@@ -1,6 +1,8 @@
 // The metrics on standard output and in a file of their own.
 
 #include <filesystem>
+#include <set>
+#include <sstream>
 
 #include <sys/stat.h>
 
@@ -183,6 +185,53 @@ TEST_F(Metrics, StartAnewAfterAFileThatIsNotTheirs)
 	               "velarix_heartbeats_sent_total 7\nvelarix_heartbeats_received_total many\nnonsense\n");
 	ASSERT_EQ(write().code, 0);
 	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
+}
+
+TEST_F(Metrics, DoNotGoOnFromCountsThatNoRunWrote)
+{
+	soundMaster();
+	const std::string until = "velarix_counted_until_timestamp_seconds 1772366399\n";
+	CtlTest::write("/velarix.prom", until + "velarix_heartbeats_sent_total -5\n"
+	                                        "velarix_heartbeats_received_total NaN\n"
+	                                        "velarix_events_total 3\n"
+	                                        "velarix_log_messages_total{level=\"debug\"} 1e300\n"
+	                                        "velarix_last_role_change_timestamp_seconds 1e12\n");
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
+	EXPECT_EQ(sample("velarix_heartbeats_received_total"), "0");
+	EXPECT_EQ(sample("velarix_events_total{event=\"\"}"), "none");
+	EXPECT_EQ(sample("velarix_log_messages_total{level=\"debug\"}"), "none");
+	EXPECT_EQ(sample("velarix_last_role_change_timestamp_seconds"), "1772366210");
+
+	CtlTest::write("/velarix.prom", "velarix_counted_until_timestamp_seconds 1e15\n");
+	ASSERT_EQ(write().code, 0);
+	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366399");
+}
+
+// What a scraper refuses: two samples with the same name and labels.
+TEST_F(Metrics, HaveEachSampleOnce)
+{
+	soundSlave();
+	writeSettings(2, {{"PROCESS_NUM", "2\nPROCESS_PATH2 = /elsewhere/server"}});
+	fakeHost().files[kProgram] = velarix::ctl::host::FileFacts{};
+	fakeHost().files["/elsewhere/server"] = velarix::ctl::host::FileFacts{};
+	const Outcome outcome = runHere({"metrics"});
+	EXPECT_THAT(outcome.out, HasSubstr("velarix_program_processes{program=\"server\"} 0\n"));
+	EXPECT_THAT(outcome.out, HasSubstr("velarix_problem{problem=\"program-file\",severity=\"warning\"} 1\n"));
+	std::istringstream lines(outcome.out);
+	std::set<std::string> told;
+	for (std::string line; std::getline(lines, line);)
+	{
+		EXPECT_TRUE(told.insert(line.substr(0, line.rfind(' '))).second || line.starts_with('#')) << line;
+	}
+	EXPECT_GE(told.size(), 30U);
+}
+
+TEST_F(Metrics, HaveLabelsInUtf8)
+{
+	soundMaster();
+	writeSettings(1, {{"PARTNER_IP", "192.0.2.\xff"}});
+	EXPECT_THAT(runHere({"metrics"}).out, HasSubstr(R"(partner="192.0.2.\\xff")"));
 }
 
 TEST_F(Metrics, RememberTheLastChangeOfTheRole)

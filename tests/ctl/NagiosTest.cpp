@@ -134,6 +134,7 @@ TEST_F(Nagios, WithAWrongCommandLineIsUnknown)
 	soundMaster();
 	for (const std::vector<std::string>& arguments : {std::vector<std::string>{"nagios", "--warning", "soon"},
 	                                                  {"nagios", "--warning", "-1"},
+	                                                  {"nagios", "--critical", "nan"},
 	                                                  {"nagios", "--warning", "20", "--critical", "10"},
 	                                                  {"nagios", "--perhaps"},
 	                                                  {"--root", "/nowhere/at/all", "nagios"}})

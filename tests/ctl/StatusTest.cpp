@@ -38,6 +38,17 @@ TEST_F(Status, OfAMasterAsJson)
 	EXPECT_EQ(outcome.code, 0);
 }
 
+TEST_F(Status, AsJsonIsUtf8WhateverTheSettingsHold)
+{
+	soundMaster();
+	writeSettings(1, {{"PARTNER_IP", "192.0.2.\xff"}});
+	for (const std::vector<std::string>& words :
+	     {std::vector<std::string>{"status", "--json"}, {"watch", "--json", "--count", "1"}})
+	{
+		EXPECT_THAT(runHere(words).out, HasSubstr("\"192.0.2.\uFFFD\"")) << words.front();
+	}
+}
+
 TEST_F(Status, OfASlaveThatNeverChangedItsRole)
 {
 	soundSlave();
@@ -154,7 +165,7 @@ TEST_F(Status, OfAFrozenAgentTellsNoRole)
 	addProcess(kAgent, "VelarixHA", 'T', 4);
 	const Outcome outcome = runHere({"status"});
 	EXPECT_EQ(row(outcome, "agent"), "agent        FROZEN: process 4711 is stopped and does nothing until it is "
-	                                 "continued, for 3 min 20 s");
+	                                 "continued; started 3 min 20 s ago");
 	EXPECT_THAT(row(outcome, "role"), StartsWith("role         not known: process 4711 is stopped"));
 	EXPECT_EQ(outcome.code, 4);
 }

@@ -188,6 +188,18 @@ TEST_F(Switchover, IsRefusedUnlessThePartnerIsAliveStandbyAndNotAsking)
 	}
 }
 
+// A receiver with much patience has not yet counted a silence. With a partner that
+// has frozen nobody would serve after the move.
+TEST_F(Switchover, IsRefusedAlreadyWhenTheLastHeartbeatIsLate)
+{
+	soundMaster();
+	writeSettings(1, {{"MAX_HEART_BEAT_RECEIING_TIME", "20"}, {"PROCESS_CHECK_CYCLE", "10"}});
+	now += 3500ms;
+	EXPECT_EQ(runHere({"switchover", "--dry-run"}).code, 0);
+	now += 2s;
+	EXPECT_THAT(refused().err, StartsWith("velarixctl: refused: the partner's last heartbeat is "));
+}
+
 TEST_F(Switchover, IsRefusedWhileTheServiceIsNotWholeHere)
 {
 	soundMaster();
@@ -293,20 +305,28 @@ TEST_F(Switchover, GivesUpWaitingAndSaysWhatIsMissing)
 	EXPECT_EQ(outcome.code, 75);
 }
 
-TEST_F(Switchover, WaitsAMinuteOrThreeTimesWhatTheSettingsMakeItTake)
+TEST_F(Switchover, WaitsAMinuteOrThreeTimesWhatTheSettingsMakeItTakeAndACheckCycle)
 {
 	soundMaster();
 	play({});
 	says([](NodeLog& log) { log.masterFor(20s, 300ms); });
 	EXPECT_EQ(runHere({"switchover"}).code, 75);
-	EXPECT_EQ(fakeMachine().elapsed, 60s);
+	EXPECT_EQ(fakeMachine().elapsed, 61s);
 
 	freshHost();
 	soundMaster();
 	writeSettings(1, {{"WAITING_TIME_BEFORE_PROCESS_RUN", "30"}});
 	play({});
 	EXPECT_EQ(runHere({"switchover"}).code, 75);
-	EXPECT_EQ(fakeMachine().elapsed, 135s);
+	EXPECT_EQ(fakeMachine().elapsed, 136s);
+
+	// The partner's heartbeats tell of its programs what its checker saw last.
+	freshHost();
+	soundMaster();
+	writeSettings(1, {{"PROCESS_CHECK_CYCLE", "90"}});
+	play({});
+	EXPECT_EQ(runHere({"switchover"}).code, 75);
+	EXPECT_EQ(fakeMachine().elapsed, 150s);
 }
 
 TEST_F(Switchover, TellsThatThisNodeTookTheServiceBack)
@@ -333,7 +353,8 @@ TEST_F(Switchover, TellsOfACommandThatDoesNotEnd)
 
 TEST_F(Switchover, RefusesATimeOutThatMakesNoSense)
 {
-	for (const char* option : {"--timeout=0", "--timeout=-1", "--timeout=soon"})
+	for (const char* option :
+	     {"--timeout=0", "--timeout=-1", "--timeout=soon", "--timeout=nan", "--timeout=inf", "--timeout=1e300"})
 	{
 		EXPECT_EQ(runHere({"switchover", option}).code, 2) << option;
 	}

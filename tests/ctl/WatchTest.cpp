@@ -134,7 +134,8 @@ TEST_F(Watch, AsJsonTellsAChangeThereAndBackBetweenTwoLooks)
 
 TEST_F(Watch, RefusesAnIntervalOrCountThatMakesNoSense)
 {
-	for (const char* option : {"--interval=0", "--interval=-1", "--interval=x", "--count=0", "--count=-2"})
+	for (const char* option :
+	     {"--interval=0", "--interval=-1", "--interval=x", "--interval=nan", "--count=0", "--count=-2"})
 	{
 		EXPECT_EQ(runHere({"watch", option}).code, 2) << option;
 	}

@@ -37,7 +37,8 @@ std::string stateOf(Lab& lab)
 		}
 		if (lab.node(id).isOn())
 		{
-			text += lab.run(id, {"ip", "-o", "addr", "show"}).output;
+			// IPv4 only: the cards' own IPv6 addresses become "permanent" by themselves.
+			text += lab.run(id, {"ip", "-4", "-o", "addr", "show"}).output;
 			for (const ProcessEntry& process : processesOf(lab.node(id).host().pid()))
 			{
 				text += process.name + "\n";

@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "PairTest.h"
+#include "OperatorTest.h"
 #include "ProcessTable.h"
 #include "settings/SettingsKeys.h"
 
@@ -20,15 +20,9 @@ constexpr Millis kUntilItRuns{6000};
 
 } // namespace
 
-class OperatorCheck : public PairTest
+class OperatorCheck : public OperatorTest
 {
 protected:
-	CommandResult ctl(HostId node, std::vector<std::string> arguments)
-	{
-		arguments.insert(arguments.begin(), VELARIX_CTL_PROGRAM);
-		return lab().run(node, arguments);
-	}
-
 	/// The whole lab's answers to init.
 	static std::vector<std::string> initArguments()
 	{
@@ -147,7 +141,7 @@ TEST_F(OperatorCheck, CommandsAreTriedWithoutTouchingThePair)
 	{
 		NodeSettings settings = NodeSettings::standard(HostId::b);
 		lab().node(HostId::b).writeSettings(settings.set(fault.key, fault.command));
-		const CommandResult tried = lab().run(HostId::b, {VELARIX_CTL_PROGRAM, "check", "--try-commands"}, moveLimit);
+		const CommandResult tried = ctl(HostId::b, {"check", "--try-commands"}, moveLimit);
 		EXPECT_NE(tried.output.find(fault.id), std::string::npos) << fault.id << " in\n" << tried.output;
 	}
 	EXPECT_TRUE(processesNamed(lab().host(HostId::b).pid(), "sleep").empty());

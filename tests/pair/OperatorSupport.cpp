@@ -5,7 +5,7 @@ namespace velarix::lab
 
 CommandResult OperatorTest::ctl(HostId node, std::vector<std::string> arguments, Millis limit)
 {
-	arguments.insert(arguments.begin(), "/usr/bin/velarixctl");
+	arguments.insert(arguments.begin(), program);
 	return lab().run(node, arguments, limit);
 }
 

@@ -2,7 +2,6 @@
 
 #include "OperatorTest.h"
 
-
 #include <gmock/gmock.h>
 
 namespace velarix::lab
@@ -142,8 +141,8 @@ TEST_F(Operator, TellsWhatAnUnprivilegedUserMayNotRead)
 {
 	PAIR_OR_RETURN(startReadyPair());
 
-	const std::vector<std::string> asNobody{"setpriv",        "--reuid=65534",       "--regid=65534",
-	                                        "--clear-groups", "/usr/bin/velarixctl", "status"};
+	const std::vector<std::string> asNobody{"setpriv",        "--reuid=65534", "--regid=65534",
+	                                        "--clear-groups", program,         "status"};
 	const CommandResult result = lab().run(HostId::a, asNobody);
 	EXPECT_EQ(result.status, 4);
 	EXPECT_THAT(result.output, HasSubstr("Permission denied"));

@@ -11,7 +11,10 @@ namespace velarix::lab
 class OperatorTest : public PairTest
 {
 protected:
-	/// Runs velarixctl on a node.
+	/// Where the nodes have it.
+	static constexpr char program[] = "/usr/bin/velarixctl";
+
+	/// Runs it on a node.
 	CommandResult ctl(HostId node, std::vector<std::string> arguments, Millis limit = Millis(15000));
 
 	/// @return what `status --json` prints there

@@ -49,11 +49,33 @@ int explain(const CLI::App& app, const CLI::ParseError& error, Context& context)
 	return number(asked ? ExitCode::fine : ExitCode::usage);
 }
 
+/// @return whether the verb is the monitoring plug-in, in a line that need not be right
+bool isPlugin(const std::vector<std::string>& arguments)
+{
+	auto word = arguments.begin();
+	while (word != arguments.end() && word->starts_with('-'))
+	{
+		word += *word == "--root" && word + 1 != arguments.end() ? 2 : 1;
+	}
+	return word != arguments.end() && *word == "nagios";
+}
+
+/// A full disk behind standard output must not pass for an answer.
+ExitCode delivered(ExitCode code, const Context& context)
+{
+	context.out.flush();
+	if (!context.out)
+	{
+		throw Failure(ExitCode::cannotWrite, "cannot write standard output");
+	}
+	return code;
+}
+
 } // namespace
 
 int run(const std::vector<std::string>& arguments, Context& context)
 {
-	const bool plugin = std::ranges::find(arguments, "nagios") != arguments.end();
+	const bool plugin = isPlugin(arguments);
 	CLI::App app("Sets up, checks, watches and moves a node of a Velarix HA pair.", kName);
 	std::string root;
 	setUp(app, root, context);
@@ -64,7 +86,7 @@ int run(const std::vector<std::string>& arguments, Context& context)
 		{
 			context.paths = Paths(std::filesystem::absolute(root));
 		}
-		return number(context.action());
+		return number(delivered(context.action(), context));
 	}
 	catch (const CLI::ParseError& error)
 	{

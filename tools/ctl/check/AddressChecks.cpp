@@ -17,9 +17,20 @@ using Poco::Net::IPAddress;
 
 constexpr std::array kAddressKeys{key::kThisServerIP, key::kPartnerIP, key::kGatewayIP, key::kVirtualIP};
 
-bool looksNumeric(const std::string& text)
+/// @return whether a name server or a hosts file could know it
+bool looksLikeAName(const std::string& text)
 {
-	return text.find_first_not_of("0123456789.") == std::string::npos;
+	constexpr char kLetters[] = "0123456789.-_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+	return text.find_first_not_of(kLetters) == std::string::npos &&
+	       text.find_first_not_of("0123456789.") != std::string::npos;
+}
+
+/// @return what to write instead: an address with something behind it is common
+std::string withoutRest(const std::string& text)
+{
+	IPAddress address;
+	const std::string front = text.substr(0, text.find_first_of("/:"));
+	return IPAddress::tryParse(front, address) ? "write " + front + " alone" : "write an IPv4 address";
 }
 
 void name(Findings& findings, const std::string& key, const std::string& text)
@@ -32,8 +43,11 @@ void name(Findings& findings, const std::string& key, const std::string& text)
 		return;
 	}
 	findings.warning(key, {"address-is-a-name", key + " is a name, " + text,
-	                       "it is looked up at each use: without a name server pings count as lost and heartbeats are "
-	                       "not sent",
+	                       key == key::kThisServerIP
+	                           ? "it is looked up at the start: when the name is not found then, the receiver thread "
+	                             "ends, and the node never hears its partner"
+	                           : "it is looked up at each use: without a name server pings count as lost and "
+	                             "heartbeats are not sent",
 	                       "write the IPv4 address"});
 }
 
@@ -67,17 +81,17 @@ bool form(Findings& findings, const std::string& key, const std::string& text)
 	{
 		return inFull(findings, key, text, parsed);
 	}
-	else if (looksNumeric(text))
+	else if (looksLikeAName(text))
+	{
+		name(findings, key, text);
+	}
+	else
 	{
 		findings.error(key,
 		               {"not-an-address", key + " is no address: " + text,
 		                key == key::kThisServerIP ? emptyEffect(*findKey(key))
 		                                          : "it is never found: no ping is answered and nothing sent there",
-		                "write an IPv4 address"});
-	}
-	else
-	{
-		name(findings, key, text);
+		                withoutRest(text)});
 	}
 	return false;
 }

@@ -1,12 +1,12 @@
 #include "AddressCommand.h"
 
 #include <algorithm>
-#include <charconv>
 #include <set>
 #include <string_view>
-#include <system_error>
 
 #include <Poco/Net/IPAddress.h>
+
+#include "Number.h"
 
 namespace velarix::ctl::shell
 {
@@ -20,21 +20,13 @@ bool abbreviates(const std::string& word, std::string_view whole)
 	return !word.empty() && whole.starts_with(word);
 }
 
-/// @return nothing for what is no number
-std::optional<int> numberOf(std::string_view text)
-{
-	int number = 0;
-	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-	return error == std::errc() && end == text.data() + text.size() ? std::optional<int>(number) : std::nullopt;
-}
-
 void splitPrefix(AddressAction& action, const std::string& word)
 {
 	const std::size_t slash = word.find('/');
 	action.address = word.substr(0, slash);
 	if (slash != std::string::npos)
 	{
-		action.prefix = numberOf(std::string_view(word).substr(slash + 1));
+		action.prefix = numberIn<int>(std::string_view(word).substr(slash + 1));
 	}
 	else if (action.adds)
 	{

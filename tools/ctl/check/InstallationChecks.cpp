@@ -1,6 +1,7 @@
 #include "Checks.h"
 
 #include <string>
+#include <system_error>
 
 #include <sys/stat.h>
 
@@ -41,7 +42,9 @@ public:
 
 	void settingsFile()
 	{
-		if (m_findings.file.path() != m_paths.settings)
+		std::error_code none;
+		if (m_findings.file.path() != m_paths.settings &&
+		    !fs::equivalent(m_findings.file.path(), m_paths.settings, none))
 		{
 			m_findings.notChecked("who may write " + m_findings.file.path().string(), "it is not the installed file");
 			return;
@@ -130,6 +133,22 @@ Room logRoom(const Findings& findings, const Paths& paths)
 	        S_IWOTH};
 }
 
+/// The log is appended to whatever file it names.
+void logIntoOwnFile(Findings& findings, const Paths& paths, const fs::path& log)
+{
+	for (const fs::path& own : {paths.settings, paths.runInfo, paths.runScript, paths.pid})
+	{
+		if (paths.below(log).lexically_normal() == own.lexically_normal())
+		{
+			findings.error(key::kLogPath,
+			               {"log-into-own-file", "LOG.PATH is a file of the agent's own: " + log.string(),
+			                "the agent writes its log into that file and renames it after 24 hours: it ends at its "
+			                "next start, or before",
+			                "name a file that nothing else uses"});
+		}
+	}
+}
+
 void logFile(Findings& findings, const Paths& paths)
 {
 	const fs::path log = findings.file.text(key::kLogPath).value_or("");
@@ -138,6 +157,7 @@ void logFile(Findings& findings, const Paths& paths)
 		return; // told by the check of the setting
 	}
 	Disk(findings, paths).room(logRoom(findings, paths));
+	logIntoOwnFile(findings, paths, log);
 	if (host::fileFacts(paths.below(log)).kind == FileKind::directory)
 	{
 		findings.error(key::kLogPath, {"log-is-a-directory", "LOG.PATH is a directory: " + paths.below(log).string(),

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <numeric>
+#include <string_view>
 #include <vector>
 
 #include <Poco/Exception.h>
@@ -15,6 +16,8 @@ namespace velarix::ctl::checks
 
 namespace
 {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 /// @return how many letters must be changed, added or left out to make one text
 ///         of the other
@@ -89,6 +92,17 @@ void repeatedKey(Findings& findings, const SettingLine& line)
 		             {"repeated-key", line.key + " stands again in line " + std::to_string(counts->line),
 		              "the last one counts, this line has no effect", "keep one of the two lines"});
 	}
+}
+
+/// Some editors begin a file with it. It turns what follows into a key.
+void byteOrderMark(Findings& findings, const SettingLine& line)
+{
+	const bool section = line.key.compare(kByteOrderMark.size(), 1, "[") == 0;
+	findings.add(
+	    section ? Severity::error : Severity::warning, findings.file.path(), line.line,
+	    {"byte-order-mark", "the file begins with a byte order mark",
+	     section ? "the section behind it is none: its keys count as missing" : "the line behind it has no effect",
+	     "save the file as UTF-8 without a byte order mark"});
 }
 
 /// @return whether a blank and a comment sign stand in the value
@@ -175,6 +189,11 @@ void lines(Findings& findings)
 {
 	for (const SettingLine& line : findings.file.lines())
 	{
+		if (line.key.starts_with(kByteOrderMark))
+		{
+			byteOrderMark(findings, line);
+			continue;
+		}
 		if (!line.assigned && !isComment(line))
 		{
 			findings.add(Severity::warning, findings.file.path(), line.line,

@@ -7,6 +7,7 @@
 
 #include <Poco/Net/IPAddress.h>
 
+#include "Names.h"
 #include "settings/SettingsKeys.h"
 #include "state/AgentProcess.h"
 #include "state/Host.h"
@@ -22,8 +23,6 @@ namespace
 using host::Address;
 using Poco::Net::IPAddress;
 
-constexpr char kServiceCard[] = "eth0";
-constexpr char kCommunicationCard[] = "eth1";
 /// What a node logs in a day, both workers at a pace of a second.
 constexpr std::uintmax_t kLogPerDay = 110ULL * 1000 * 1000;
 constexpr std::uintmax_t kMegabyte = 1000ULL * 1000;
@@ -228,7 +227,7 @@ void namesakes(Findings& findings)
 		                                        {
 			                                        return !name.empty() && process.name != name &&
 			                                               process.name.find(name) != std::string::npos &&
-			                                               process.name != "VelarixHA";
+			                                               process.name != kAgentName;
 		                                        });
 		if (other != processes.end())
 		{

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Names.h"
 #include "check/ShellCommand.h"
 #include "settings/SettingsKeys.h"
 
@@ -15,11 +16,8 @@ namespace velarix::ctl::checks
 namespace
 {
 
-/// The kernel keeps this many characters of a program's file name.
-constexpr std::size_t kNameLength = 15;
 /// What stands before the name in the line that the agent searches.
 constexpr std::string_view kStatusFront = "Name:\t";
-constexpr std::string_view kOwnName = "VelarixHA";
 
 struct Program
 {
@@ -98,7 +96,7 @@ void path(Findings& findings, const Program& program)
 void name(Findings& findings, const Program& program)
 {
 	const std::string called = "the name \"" + program.name + "\" of " + program.key;
-	if (program.name.size() > kNameLength)
+	if (program.name.size() > kProcessNameLength)
 	{
 		findings.error(program.key,
 		               {"long-program-name", called + " has " + std::to_string(program.name.size()) + " characters",
@@ -114,7 +112,7 @@ void name(Findings& findings, const Program& program)
 		                "program has died is never noticed",
 		                "choose a longer name"});
 	}
-	else if (kOwnName.find(program.name) != std::string_view::npos)
+	else if (kAgentName.find(program.name) != std::string_view::npos)
 	{
 		findings.error(program.key,
 		               {"name-of-the-agent", called + " is a part of the agent's own, VelarixHA",
@@ -130,7 +128,8 @@ void helper(Findings& findings, const Program& program)
 	                     [&](const shell::Command& command, const shell::Place&)
 	                     {
 		                     const std::vector<std::string> words = shell::programWords(command);
-		                     helpers.insert(words.empty() ? "" : shell::baseName(words[0]).substr(0, kNameLength));
+		                     helpers.insert(words.empty() ? ""
+		                                                  : shell::baseName(words[0]).substr(0, kProcessNameLength));
 	                     });
 	const auto found = std::ranges::find_if(helpers, [&](const std::string& name)
 	                                        { return name.find(program.name) != std::string::npos; });

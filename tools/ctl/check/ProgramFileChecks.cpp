@@ -7,6 +7,7 @@
 
 #include <sys/stat.h>
 
+#include "Names.h"
 #include "check/ShellCommand.h"
 #include "settings/SettingsKeys.h"
 #include "state/Host.h"
@@ -23,7 +24,6 @@ using host::FileKind;
 
 /// Of a script more than this is not looked at.
 constexpr std::size_t kScriptLength = 65536;
-constexpr std::size_t kNameLength = 15;
 
 std::string beginning(const fs::path& file)
 {
@@ -131,7 +131,7 @@ private:
 	/// A script that turns into a program of another name is lost from sight.
 	void wrapper(const std::string& program)
 	{
-		const std::string shown = shell::baseName(program).substr(0, kNameLength);
+		const std::string shown = shell::baseName(program).substr(0, kProcessNameLength);
 		if (shown.empty() || shown.find_first_of("$\"'`") != std::string::npos ||
 		    shown.find(m_name) != std::string::npos)
 		{

@@ -2,6 +2,7 @@
 
 #include "Checks.h"
 
+#include "Names.h"
 #include "check/CommandChecks.h"
 #include "check/CommandOutput.h"
 #include "settings/SettingsKeys.h"
@@ -17,8 +18,6 @@ using shell::Command;
 using shell::Output;
 using shell::Place;
 
-/// The card whose carrier the agent takes for the service's.
-constexpr char kServiceCard[] = "eth0";
 /// The kernel's limit for a label.
 constexpr std::size_t kLabelLength = 15;
 

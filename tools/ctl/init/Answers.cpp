@@ -1,14 +1,13 @@
 #include "Answers.h"
 
-#include <charconv>
 #include <istream>
 #include <ostream>
-#include <system_error>
 
 #include <Poco/Net/IPAddress.h>
 #include <Poco/String.h>
 
 #include "ExitCode.h"
+#include "Number.h"
 
 namespace velarix::ctl
 {
@@ -35,10 +34,8 @@ std::string virtualIPFault(const std::string& text)
 	{
 		return "no prefix length: write " + text + "/24, for example";
 	}
-	int prefix = 0;
-	const char* const end = text.data() + text.size();
-	const auto [stop, error] = std::from_chars(text.data() + slash + 1, end, prefix);
-	if (error != std::errc() || stop != end || prefix < 1 || prefix > 32)
+	const std::optional<int> prefix = numberIn<int>(std::string_view(text).substr(slash + 1));
+	if (!prefix || *prefix < 1 || *prefix > 32)
 	{
 		return "no prefix length from 1 to 32 behind the \"/\": \"" + text + "\"";
 	}

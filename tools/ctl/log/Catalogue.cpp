@@ -6,6 +6,8 @@
 #include <map>
 #include <utility>
 
+#include "Number.h"
+
 namespace velarix::ctl
 {
 
@@ -75,7 +77,7 @@ bool isNumber(std::string_view text)
 	{
 		text.remove_prefix(1);
 	}
-	return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+	return !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
 }
 
 /// Without the line feeds at the ends, where pasting changes them.

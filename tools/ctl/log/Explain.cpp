@@ -24,11 +24,6 @@ struct Given
 	std::optional<std::string> text;
 };
 
-bool isOfLabel(char c)
-{
-	return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
-
 bool sameLabel(std::string_view left, std::string_view right)
 {
 	return std::equal(left.begin(), left.end(), right.begin(), right.end(),

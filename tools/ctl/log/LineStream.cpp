@@ -28,17 +28,14 @@ FileId idOf(const struct stat& found)
 class PlainBytes : public ByteSource
 {
 public:
-	PlainBytes(int file, const FileId& id) : m_file(file), m_id(id) {}
-	~PlainBytes() override { ::close(m_file); }
-	PlainBytes(const PlainBytes&) = delete;
-	PlainBytes& operator=(const PlainBytes&) = delete;
+	PlainBytes(Descriptor file, const FileId& id) : m_file(std::move(file)), m_id(id) {}
 
 	ssize_t read(char* buffer, std::size_t size) override
 	{
 		ssize_t count = 0;
 		do
 		{
-			count = ::read(m_file, buffer, size);
+			count = ::read(m_file.get(), buffer, size);
 		} while (count < 0 && errno == EINTR);
 		return count;
 	}
@@ -46,7 +43,7 @@ public:
 	FileId id() const override { return m_id; }
 
 private:
-	int m_file;
+	Descriptor m_file;
 	FileId m_id;
 };
 
@@ -103,41 +100,35 @@ bool lookAt(const std::filesystem::path& path, FileId& id, std::uint64_t& size)
 	return true;
 }
 
-int openRegular(const std::filesystem::path& path)
+Descriptor openRegular(const std::filesystem::path& path)
 {
 	// Without O_NONBLOCK a pipe in the file's place would be waited for.
-	const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+	Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 	struct stat found
 	{
 	};
-	if (file < 0 || ::fstat(file, &found) != 0)
+	if (file && ::fstat(file.get(), &found) == 0 && !S_ISREG(found.st_mode))
 	{
-		return -1;
-	}
-	if (!S_ISREG(found.st_mode))
-	{
-		::close(file);
+		file.close();
 		errno = S_ISDIR(found.st_mode) ? EISDIR : EINVAL;
-		return -1;
 	}
 	return file;
 }
 
 std::unique_ptr<ByteSource> openBytes(const std::filesystem::path& path)
 {
-	const int file = openRegular(path);
+	Descriptor file = openRegular(path);
 	struct stat found
 	{
 	};
-	if (file < 0 || ::fstat(file, &found) != 0)
+	if (!file || ::fstat(file.get(), &found) != 0)
 	{
 		return nullptr;
 	}
 	if (path.extension() != ".gz")
 	{
-		return std::make_unique<PlainBytes>(file, idOf(found));
+		return std::make_unique<PlainBytes>(std::move(file), idOf(found));
 	}
-	::close(file);
 	try
 	{
 		return std::make_unique<PackedBytes>(path, idOf(found));

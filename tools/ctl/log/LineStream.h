@@ -8,6 +8,8 @@
 
 #include <sys/types.h>
 
+#include "Descriptor.h"
+
 namespace velarix::ctl
 {
 
@@ -34,9 +36,9 @@ struct FileId
 /// @return the file's id and size; false when there is no such file (errno)
 bool lookAt(const std::filesystem::path& path, FileId& id, std::uint64_t& size);
 
-/// @return a descriptor of a regular file open for reading; -1 with errno, EISDIR
-///         and EINVAL included for what is no regular file
-int openRegular(const std::filesystem::path& path);
+/// @return a regular file open for reading; none, with errno, otherwise: EISDIR or
+///         EINVAL for what is no regular file
+Descriptor openRegular(const std::filesystem::path& path);
 
 /// Where bytes come from.
 class ByteSource

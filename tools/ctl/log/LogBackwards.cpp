@@ -20,57 +20,33 @@ namespace
 
 constexpr std::size_t kBlock = 64UL * 1024UL;
 
-/// An open file, closed at the end.
-class OpenFile
+/// @return which file it is and how long; zeros when that cannot be told
+struct stat statusOf(const Descriptor& file)
 {
-public:
-	explicit OpenFile(int file) : m_file(file) {}
-	OpenFile(OpenFile&& other) noexcept : m_file(std::exchange(other.m_file, -1)) {}
-	~OpenFile()
+	struct stat found
 	{
-		if (m_file >= 0)
-		{
-			::close(m_file);
-		}
-	}
-	OpenFile(const OpenFile&) = delete;
-	OpenFile& operator=(const OpenFile&) = delete;
-	OpenFile& operator=(OpenFile&&) = delete;
+	};
+	::fstat(file.get(), &found);
+	return found;
+}
 
-	explicit operator bool() const { return m_file >= 0; }
-	int get() const { return m_file; }
-
-	FileId id() const
-	{
-		struct stat found
-		{
-		};
-		return ::fstat(m_file, &found) == 0 ? FileId{found.st_dev, found.st_ino} : FileId{};
-	}
-
-	off_t size() const
-	{
-		struct stat found
-		{
-		};
-		return ::fstat(m_file, &found) == 0 ? found.st_size : 0;
-	}
-
-private:
-	int m_file;
-};
+FileId idOf(const Descriptor& file)
+{
+	const struct stat found = statusOf(file);
+	return {found.st_dev, found.st_ino};
+}
 
 /// Unpacks a file into one without a name, since packed bytes cannot be read
 /// from their end.
-OpenFile unpack(const std::filesystem::path& path)
+Descriptor unpack(const std::filesystem::path& path)
 {
 	const std::unique_ptr<ByteSource> bytes = openBytes(path);
 	std::FILE* const plain = bytes != nullptr ? std::tmpfile() : nullptr;
 	if (plain == nullptr)
 	{
-		return OpenFile(-1);
+		return Descriptor(-1);
 	}
-	OpenFile file(::dup(::fileno(plain)));
+	Descriptor file(::dup(::fileno(plain)));
 	std::string buffer(kBlock, '\0');
 	ssize_t count = 0;
 	while ((count = bytes->read(buffer.data(), buffer.size())) > 0)
@@ -84,12 +60,12 @@ OpenFile unpack(const std::filesystem::path& path)
 	const int error = errno;
 	const bool written = std::fclose(plain) == 0 && count == 0;
 	errno = error;
-	return written ? std::move(file) : OpenFile(-1);
+	return written ? std::move(file) : Descriptor(-1);
 }
 
-OpenFile openFile(const std::filesystem::path& path)
+Descriptor openFile(const std::filesystem::path& path)
 {
-	return path.extension() == ".gz" ? unpack(path) : OpenFile(openRegular(path));
+	return path.extension() == ".gz" ? unpack(path) : openRegular(path);
 }
 
 /// The lines of a file from the last to the first.
@@ -97,8 +73,8 @@ class BackwardLines
 {
 public:
 	/// @param unfinished whether a last line without an end counts
-	BackwardLines(const OpenFile& file, bool unfinished)
-	    : m_file(file.get()), m_offset(file.size()), m_first(!unfinished)
+	BackwardLines(const Descriptor& file, bool unfinished)
+	    : m_file(file.get()), m_offset(statusOf(file).st_size), m_first(!unfinished)
 	{
 	}
 
@@ -254,7 +230,7 @@ private:
 };
 
 /// @return false when no more is wanted
-bool readFile(const OpenFile& file, bool beingWritten, BackwardMessages& messages, int& error)
+bool readFile(const Descriptor& file, bool beingWritten, BackwardMessages& messages, int& error)
 {
 	BackwardLines lines(file, !beingWritten);
 	RawLine line;
@@ -275,7 +251,7 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 	BackwardMessages messages(near, take);
 	// Opened before the archives are listed: a rotation between the two makes this
 	// file an archive, and nothing is missed.
-	const OpenFile written = openFile(path);
+	const Descriptor written = openFile(path);
 	int error = written ? 0 : errno;
 	bool more = !written || readFile(written, true, messages, error);
 	if (error != 0)
@@ -289,12 +265,12 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 		{
 			continue;
 		}
-		const OpenFile file = openFile(archive->path);
+		const Descriptor file = openFile(archive->path);
 		if (!file)
 		{
 			trouble.push_back({archive->path, errno});
 		}
-		else if (!written || file.id() != written.id())
+		else if (!written || idOf(file) != idOf(written))
 		{
 			more = readFile(file, false, messages, error);
 			if (error != 0)

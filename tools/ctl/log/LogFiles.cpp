@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "LogReader.h"
+#include "Number.h"
 
 namespace velarix::ctl
 {
@@ -30,8 +31,7 @@ struct Archive
 
 template <typename Number> bool readDigits(std::string_view text, Number& value)
 {
-	const bool digits =
-	    !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+	const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
 	return digits && std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
 }
 

@@ -6,6 +6,8 @@
 #include <ctime>
 #include <vector>
 
+#include "Number.h"
+
 namespace velarix::ctl
 {
 
@@ -15,16 +17,6 @@ namespace
 constexpr std::size_t kDateSize = sizeof("2026-11-21 09:07:05.3") - 1;
 constexpr std::size_t kMinuteSize = sizeof("2026-11-21 09:07") - 1;
 constexpr std::size_t kLongestLabel = 64;
-
-bool isDigit(char c)
-{
-	return c >= '0' && c <= '9';
-}
-
-bool isOfLabel(char c)
-{
-	return isDigit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
-}
 
 /// Takes a text apart from its beginning; everything after a failure fails.
 class Scanner
@@ -154,6 +146,11 @@ std::vector<std::chrono::seconds> meaningsOf(const std::tm& date)
 }
 
 } // namespace
+
+bool isOfLabel(char c)
+{
+	return isDigit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+}
 
 std::string LogLine::place() const
 {

@@ -71,6 +71,9 @@ private:
 	void readMinute(std::string_view minute);
 };
 
+/// @return whether it can stand in a label of the log
+bool isOfLabel(char c);
+
 /// Reads the head of a line and takes the rest as text.
 /// @return empty when the line has no head
 std::optional<LogLine> parseHead(std::string_view line, LogClock& clock);

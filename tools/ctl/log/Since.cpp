@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "Number.h"
+
 namespace velarix::ctl
 {
 
@@ -14,11 +16,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-
-bool isDigit(char c)
-{
-	return c >= '0' && c <= '9';
-}
 
 std::string_view takeDigits(std::string_view& text)
 {

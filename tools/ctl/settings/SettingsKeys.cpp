@@ -93,7 +93,8 @@ constexpr std::array kKeys{
     KeyInfo{
         .name = key::kGatewayIP, .type = KeyType::address, .unit = "",
         .meaning = "An address that answers pings as long as this node's own network works. A master that cannot reach "
-                   "it gives up; a slave that cannot reach it does not take over on lost pings.",
+                   "it gives up; a slave that cannot reach it does not take over on lost pings, and gives up at once what it "
+		           "takes after three silences.",
         .whenRead = kAtEachUse,
         .missing = "the agent ends at its first own check as master, or at a slave's first look at its own network "
                    "when partner and service address are silent",

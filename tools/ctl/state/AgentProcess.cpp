@@ -1,10 +1,12 @@
 #include "AgentProcess.h"
 
-#include <charconv>
+#include <algorithm>
 
 #include "ExitCode.h"
 #include "Host.h"
 #include "HostProcesses.h"
+#include "Names.h"
+#include "Number.h"
 #include "settings/InputFile.h"
 
 namespace velarix::ctl
@@ -12,8 +14,6 @@ namespace velarix::ctl
 
 namespace
 {
-
-constexpr std::string_view kProgram = "VelarixHA";
 
 Agent withoutProcess(AgentState state, const std::string& text, pid_t pid = 0)
 {
@@ -29,9 +29,7 @@ Agent withoutProcess(AgentState state, const std::string& text, pid_t pid = 0)
 pid_t pidIn(std::string text)
 {
 	text.erase(text.find_last_not_of(" \t\r\n") + 1);
-	pid_t pid = 0;
-	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
-	return error == std::errc() && end == text.data() + text.size() && pid > 0 ? pid : 0;
+	return std::max(numberIn<pid_t>(text).value_or(0), 0);
 }
 
 Agent judge(pid_t pid)
@@ -45,7 +43,7 @@ Agent judge(pid_t pid)
 		                            "process " + number + " of the pid file is hidden from this user", pid)
 		           : withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
 	}
-	if (process->name != kProgram)
+	if (process->name != kAgentName)
 	{
 		return withoutProcess(AgentState::otherProgram,
 		                      "process " + number + " of the pid file is another program now (" + process->name + ")",
@@ -88,7 +86,7 @@ pid_t strangerBeside(const Agent& agent)
 {
 	for (const host::Process& process : host::processes().value_or(std::vector<host::Process>{}))
 	{
-		if (process.name == kProgram && process.state != 'Z' && !(agent.lives() && process.pid == agent.pid))
+		if (process.name == kAgentName && process.state != 'Z' && !(agent.lives() && process.pid == agent.pid))
 		{
 			return process.pid;
 		}

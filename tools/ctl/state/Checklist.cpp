@@ -116,7 +116,8 @@ void Checklist::cards()
 	{
 		add("gateway", Grade::warning, m_state.role.is(Role::slave),
 		    "the gateway " + m_state.setting(key::kGatewayIP) + " does not answer: " +
-		        (m_state.role.is(Role::slave) ? "this node would not take over" : "this node gives up the service"));
+		        (m_state.role.is(Role::slave) ? "this node would not keep the service"
+		                                      : "this node gives up the service"));
 	}
 }
 

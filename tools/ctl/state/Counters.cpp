@@ -65,6 +65,14 @@ Instant instantOf(double value)
 	return Instant(std::chrono::milliseconds(std::llround(value * 1000)));
 }
 
+/// @return whether a sample of ours can have that value: a double counts exactly
+///         up to 2^53, and the clock ends in the year 2262
+bool isPlausible(std::string_view name, double value)
+{
+	const bool time = name == kUntil || name == kChanged;
+	return value >= 0 && value < (time ? 9.2e9 : 9007199254740992.0);
+}
+
 /// Takes one sample line into the counters.
 void takeSample(Counters& counters, std::string_view name, double value)
 {
@@ -77,13 +85,13 @@ void takeSample(Counters& counters, std::string_view name, double value)
 	{
 		counters.roleChanged = instantOf(value);
 	}
-	else if (name.starts_with(kEvents))
+	else if (const std::string label = labelIn(name); !label.empty() && name.starts_with(kEvents))
 	{
-		counters.events[labelIn(name)] = count;
+		counters.events[label] = count;
 	}
-	else if (name.starts_with(kMessages))
+	else if (!label.empty() && name.starts_with(kMessages))
 	{
-		counters.messages[labelIn(name)] = count;
+		counters.messages[label] = count;
 	}
 	else if (name == kSent)
 	{
@@ -177,11 +185,16 @@ Counters readCounters(const std::string& exposition)
 	for (std::string line; std::getline(lines, line);)
 	{
 		const std::size_t blank = line.rfind(' ');
-		double value = 0;
-		if (line.starts_with("velarix_") && blank != std::string::npos &&
-		    std::from_chars(line.data() + blank + 1, line.data() + line.size(), value).ec == std::errc())
+		if (!line.starts_with("velarix_") || blank == std::string::npos)
 		{
-			takeSample(counters, std::string_view(line).substr(0, blank), value);
+			continue;
+		}
+		const std::string_view name = std::string_view(line).substr(0, blank);
+		double value = 0;
+		if (std::from_chars(line.data() + blank + 1, line.data() + line.size(), value).ec == std::errc() &&
+		    isPlausible(name, value))
+		{
+			takeSample(counters, name, value);
 		}
 	}
 	return counters.until ? counters : Counters{};

@@ -20,7 +20,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kPause = 200ms;
 /// What programs get to end by themselves before they are sent a signal.
 constexpr milliseconds kGrace = 10s;
-constexpr int kPings = 2;
+constexpr int kServicePings = 2;
 
 } // namespace
 
@@ -115,7 +115,7 @@ void HandOver::ping(const NodeState& state)
 		m_silence += now - m_lastPing;
 	}
 	m_lastPing = now;
-	m_answers = host::answersPing(state.setting(key::kVirtualIP), kPings);
+	m_answers = host::answersPing(state.setting(key::kVirtualIP), kServicePings);
 }
 
 bool HandOver::allHold(const NodeState& state)

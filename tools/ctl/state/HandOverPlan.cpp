@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "TimeText.h"
 #include "settings/InputFile.h"
 #include "settings/SettingsKeys.h"
 
@@ -16,6 +17,9 @@ namespace
 
 /// What may be wrong and leaves a hand-over possible all the same.
 constexpr std::array<std::string_view, 2> kTolerated{"settings-newer", "address-unlisted"};
+
+/// What two passes of the receiver take beyond the partner's interval.
+constexpr std::chrono::seconds kLate{3};
 
 void refuseByRole(HandOverPlan& plan, const NodeState& state)
 {
@@ -42,6 +46,20 @@ void refuseByProblems(HandOverPlan& plan, const Judgement& judgement)
 		{
 			plan.refusals.push_back(problem.text);
 		}
+	}
+}
+
+/// The state calls a partner silent after what a loaded machine may take. A
+/// service that is given away needs a partner that lives now: one that has frozen
+/// leaves both nodes slave.
+void refuseBySilence(HandOverPlan& plan, const NodeState& state)
+{
+	const Milliseconds limit = 2 * state.timing.interval + kLate;
+	const std::optional<Milliseconds> age = state.age(state.heartbeat);
+	if (state.partnerRole.known() && age && *age > limit)
+	{
+		plan.refusals.push_back("the partner's last heartbeat is " + spanText(*age) +
+		                        " old: it is not certain that the partner lives");
 	}
 }
 
@@ -125,6 +143,7 @@ HandOverPlan planHandOver(const NodeState& state, const Judgement& judgement, co
 		return plan;
 	}
 	refuseByProblems(plan, judgement);
+	refuseBySilence(plan, state);
 	const std::vector<std::string> programs = state.settings->programs();
 	plan.names = programNames(*state.settings);
 	for (const std::string& name : plan.names)

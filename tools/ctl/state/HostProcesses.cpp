@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +10,8 @@
 #include <system_error>
 
 #include <unistd.h>
+
+#include "Number.h"
 
 namespace velarix::ctl::host
 {
@@ -22,14 +23,6 @@ namespace fs = std::filesystem;
 
 /// The agent reads no more of the line.
 constexpr std::size_t kStatusLineKept = 127;
-
-/// @return the number a whole text is; nothing for any other text
-template <typename Number> std::optional<Number> numberIn(std::string_view text)
-{
-	Number value{};
-	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-	return error == std::errc() && end == text.data() + text.size() ? std::optional<Number>(value) : std::nullopt;
-}
 
 std::string_view behindTab(std::string_view line)
 {
@@ -48,9 +41,10 @@ std::optional<long long> bootTime()
 	std::ifstream file("/proc/stat");
 	for (std::string word; file >> word;)
 	{
-		if (word == "btime" && file >> word)
+		long long seconds = 0;
+		if (word == "btime" && file >> seconds)
 		{
-			return numberIn<long long>(word);
+			return seconds;
 		}
 	}
 	return std::nullopt;

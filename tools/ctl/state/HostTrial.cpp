@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "Descriptor.h"
+#include "Names.h"
 
 namespace velarix::ctl::host
 {
@@ -29,8 +30,6 @@ namespace
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
 
-constexpr char kServiceCard[] = "eth0";
-constexpr char kCommunicationCard[] = "eth1";
 constexpr std::size_t kOutputLength = 4096;
 
 std::string lastError(const char* what)

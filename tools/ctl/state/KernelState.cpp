@@ -11,7 +11,7 @@ namespace velarix::ctl
 namespace
 {
 
-constexpr int kPings = 3;
+constexpr int kGatewayPings = 3;
 
 /// @return whether the file of a configured program may be executed. What stands
 ///         behind the path (arguments) makes it another file, as for the agent
@@ -74,7 +74,7 @@ Figure<bool> carrierOf(const NodeState& state, const char* name)
 
 Figure<bool> gatewayOf(const NodeState& state)
 {
-	const std::optional<bool> answers = host::answersPing(state.setting(key::kGatewayIP), kPings);
+	const std::optional<bool> answers = host::answersPing(state.setting(key::kGatewayIP), kGatewayPings);
 	return answers ? seen(*answers, state.now) : notKnown<bool>("this user may not send pings");
 }
 

@@ -16,8 +16,8 @@ namespace
 
 /// Messages around a change that the history is given to tell its cause, older
 /// and newer ones.
-constexpr std::size_t kBefore = 500;
-constexpr std::size_t kAfter = 500;
+constexpr std::size_t kBeforeChange = 500;
+constexpr std::size_t kAfterChange = 500;
 
 /// @return the role that a message tells which every pass or cycle repeats
 Role repeatedRole(const LogLine& line)
@@ -81,7 +81,7 @@ LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
 	    [&](const LogLine& line)
 	    {
 		    around.push_back(line);
-		    if (!found && around.size() > kAfter)
+		    if (!found && around.size() > kAfterChange)
 		    {
 			    around.pop_front();
 		    }
@@ -92,7 +92,7 @@ LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
 		    const Role told = repeatedRole(line);
 		    found = found || (told != Role::unknown && told != role);
 		    sinceFound += found ? 1 : 0;
-		    return sinceFound < kBefore && ++looked < limit;
+		    return sinceFound < kBeforeChange && ++looked < limit;
 	    },
 	    ignored);
 	result.event = pictureOf(around, wish.commands).lastRoleChange;

@@ -1,8 +1,12 @@
 #include "Metrics.h"
 
+#include <set>
+#include <string>
+
 #include "Exposition.h"
 #include "KernelState.h"
 #include "TimeText.h"
+#include "log/Printable.h"
 #include "settings/SettingsKeys.h"
 
 namespace velarix::ctl
@@ -36,9 +40,9 @@ void addInfo(Exposition& out, const NodeState& state)
 	out.gauge("info", "What this node is, in its labels; always 1.");
 	out.sample(true, {{"version", VELARIX_VERSION},
 	                  {"configured_role", state.settings ? configured : ""},
-	                  {"address", state.setting(key::kThisServerIP)},
-	                  {"partner", state.setting(key::kPartnerIP)},
-	                  {"virtual_ip", state.setting(key::kVirtualIP)}});
+	                  {"address", printable(state.setting(key::kThisServerIP))},
+	                  {"partner", printable(state.setting(key::kPartnerIP))},
+	                  {"virtual_ip", printable(state.setting(key::kVirtualIP))}});
 }
 
 void addAgent(Exposition& out, const NodeState& state)
@@ -91,9 +95,15 @@ void addPrograms(Exposition& out, const NodeState& state)
 	           std::optional(static_cast<double>(programs.each.size())));
 	out.single("programs_running", "Whether the programs run, by the agent's count.", std::optional(programs.run));
 	out.gauge("program_processes", "Processes whose name contains that of a managed program.");
+	std::set<std::string> told;
 	for (const ProgramCount& program : programs.each)
 	{
-		out.sample(static_cast<double>(program.processes), {{"program", program.name}});
+		// Programs of one name have the same processes, and one sample.
+		if (!told.insert(program.name).second)
+		{
+			continue;
+		}
+		out.sample(static_cast<double>(program.processes), {{"program", printable(program.name)}});
 	}
 }
 
@@ -135,9 +145,14 @@ void addJudgement(Exposition& out, const Judgement& judgement)
 {
 	out.single("fail_over_ready", "Whether a fail-over would work now.", judgement.failOverWorks);
 	out.gauge("problem", "What velarixctl status finds wrong now; 1 for each.");
+	// Two samples with the same labels make the whole text unreadable.
+	std::set<std::string_view> told;
 	for (const Problem& problem : judgement.problems)
 	{
-		out.sample(true, {{"problem", problem.id}, {"severity", wordOf(problem.grade)}});
+		if (told.insert(problem.id).second)
+		{
+			out.sample(true, {{"problem", problem.id}, {"severity", wordOf(problem.grade)}});
+		}
 	}
 }
 

@@ -39,7 +39,7 @@ NagiosStatus statusOf(Grade grade)
 	return NagiosStatus::unknown;
 }
 
-std::string numberText(double value)
+std::string shortestText(double value)
 {
 	std::array<char, 32> digits{};
 	return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr};
@@ -92,12 +92,13 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 	const auto add = [&](const std::string& figure) { text += (text.empty() ? "|" : " ") + figure; };
 	if (state.heartbeat.known())
 	{
-		add("heartbeat_age=" + numberText(inSeconds(*state.age(state.heartbeat))) + "s;" + numberText(limits.warning) +
-		    ";" + numberText(limits.critical) + ";0");
+		add("heartbeat_age=" + shortestText(inSeconds(*state.age(state.heartbeat))) + "s;" +
+		    shortestText(limits.warning) + ";" + shortestText(limits.critical) + ";0");
 	}
 	if (const std::optional<Milliseconds> age = state.age(state.picture().lastMessage))
 	{
-		add("log_age=" + numberText(inSeconds(*age)) + "s;" + numberText(inSeconds(state.timing.logPause())) + ";;0");
+		add("log_age=" + shortestText(inSeconds(*age)) + "s;" + shortestText(inSeconds(state.timing.logPause())) +
+		    ";;0");
 	}
 	if (state.agent.lives())
 	{

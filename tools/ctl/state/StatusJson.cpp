@@ -194,6 +194,11 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	return json;
 }
 
+std::string jsonText(const Json& json, int indent)
+{
+	return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
 Json withoutTimes(Json status)
 {
 	// A change there and back between two looks shows by its time alone.

@@ -2,6 +2,8 @@
 /// change.
 #pragma once
 
+#include <string>
+
 #include <nlohmann/json.hpp>
 
 #include "Judgement.h"
@@ -14,6 +16,10 @@ namespace velarix::ctl
 /// "why" when it is not known, "told" for what was told last then, "since" where
 /// it is known.
 nlohmann::ordered_json statusJson(const NodeState& state, const Judgement& judgement);
+
+/// @param indent blanks a level; negative: one line
+/// @return the text; bytes of the settings that are no UTF-8 become U+FFFD
+std::string jsonText(const nlohmann::ordered_json& json, int indent = -1);
 
 /// What of a state is compared to see a change: everything but times.
 nlohmann::ordered_json withoutTimes(nlohmann::ordered_json status);

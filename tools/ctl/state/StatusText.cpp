@@ -91,17 +91,18 @@ std::string carrierWords(const NodeState& state, const Figure<bool>& card)
 void addAgent(Rows& rows, const NodeState& state)
 {
 	const Agent& agent = state.agent;
-	const std::string since = agent.since ? ", for " + spanText(*state.age(agent.since)) : std::string();
+	const std::string life = agent.since ? spanText(*state.age(agent.since)) : std::string();
 	switch (agent.state)
 	{
 	case AgentState::running:
 		rows.add("agent",
 		         "runs as process " + std::to_string(agent.pid) + ", " + std::to_string(agent.threads) + " threads" +
-		             since + ageMark(state, state.now),
+		             (agent.since ? ", for " + life : std::string()) + ageMark(state, state.now),
 		         agent.threads < kAgentThreads ? Tone::bad : Tone::good);
 		break;
 	case AgentState::frozen:
-		rows.add("agent", "FROZEN: " + agent.text + since, Tone::bad);
+		rows.add("agent", "FROZEN: " + agent.text + (agent.since ? "; started " + life + " ago" : std::string()),
+		         Tone::bad);
 		break;
 	case AgentState::dead:
 	case AgentState::otherProgram:

@@ -85,6 +85,10 @@ ExitCode run(const Options& options, const Context& context)
 	{
 		message += (message.empty() ? "" : " ") + word;
 	}
+	if (message.empty())
+	{
+		throw Failure(ExitCode::usage, "nothing to explain: MESSAGE is empty");
+	}
 	explainer.take(message);
 	return explainer.result();
 }

@@ -5,6 +5,7 @@
 #include "state/Judgement.h"
 #include "state/NagiosLine.h"
 #include "state/NodeState.h"
+#include "verbs/Seconds.h"
 #include "verbs/Verbs.h"
 
 namespace velarix::ctl
@@ -12,6 +13,9 @@ namespace velarix::ctl
 
 namespace
 {
+
+/// Some thirty years.
+constexpr double kLongest = 1e9;
 
 ExitCode run(const NagiosLimits& limits, const Context& context)
 {
@@ -30,10 +34,10 @@ void addNagios(CLI::App& app, Context& context)
 	const auto limits = std::make_shared<NagiosLimits>();
 	verb->add_option("--warning", limits->warning, "warn when the partner's last heartbeat is this old (15)")
 	    ->type_name("SECONDS")
-	    ->check(CLI::NonNegativeNumber);
+	    ->check(secondsFrom(0, kLongest));
 	verb->add_option("--critical", limits->critical, "alarm when it is this old (60)")
 	    ->type_name("SECONDS")
-	    ->check(CLI::NonNegativeNumber);
+	    ->check(secondsFrom(0, kLongest));
 	verb->callback(
 	    [limits, &context]
 	    {

@@ -38,7 +38,7 @@ ExitCode run(bool json, const Context& context)
 	const Judgement judgement = judge(state);
 	if (json)
 	{
-		context.out << statusJson(state, judgement).dump(2) << '\n';
+		context.out << jsonText(statusJson(state, judgement), 2) << '\n';
 	}
 	else
 	{

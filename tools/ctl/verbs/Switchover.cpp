@@ -8,6 +8,7 @@
 #include "settings/SettingsKeys.h"
 #include "state/HandOver.h"
 #include "state/Host.h"
+#include "verbs/Seconds.h"
 #include "verbs/Verbs.h"
 
 namespace velarix::ctl
@@ -18,10 +19,14 @@ namespace
 
 using std::chrono::milliseconds;
 
+/// A day.
+constexpr double kLongest = 86400;
+
 struct Options
 {
 	bool dryRun = false;
-	/// Seconds; 0: what the settings make it take, three times, a minute at least.
+	/// Seconds; 0: what the settings make it take, three times, a minute at least,
+	/// and a check cycle.
 	double timeOut = 0;
 };
 
@@ -31,7 +36,8 @@ milliseconds allowed(const Options& options, const NodeState& state)
 	{
 		return milliseconds(static_cast<long>(options.timeOut * 1000));
 	}
-	return std::max<milliseconds>(std::chrono::minutes(1), 3 * state.timing.handOver());
+	// The partner's heartbeats tell of its programs what its checker saw last.
+	return std::max<milliseconds>(std::chrono::minutes(1), 3 * state.timing.handOver()) + state.timing.checkCycle;
 }
 
 ExitCode refuse(const HandOverPlan& plan, const Context& context)
@@ -112,9 +118,10 @@ void addSwitchover(CLI::App& app, Context& context)
 	const auto options = std::make_shared<Options>();
 	verb->add_flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing");
 	verb->add_option("--timeout", options->timeOut,
-	                 "give up waiting after this time (three times what the settings make it take, 60 at least)")
+	                 "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
+	                 "check cycle)")
 	    ->type_name("SECONDS")
-	    ->check(CLI::PositiveNumber);
+	    ->check(secondsFrom(0.1, kLongest));
 	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
 }
 

@@ -9,6 +9,7 @@
 #include "state/NodeState.h"
 #include "state/StatusJson.h"
 #include "state/StatusText.h"
+#include "verbs/Seconds.h"
 #include "verbs/Verbs.h"
 
 namespace velarix::ctl
@@ -50,7 +51,7 @@ private:
 		nlohmann::ordered_json steady = withoutTimes(status);
 		if (steady != m_last)
 		{
-			m_context.out << status.dump() << '\n';
+			m_context.out << jsonText(status) << '\n';
 			m_last = std::move(steady);
 		}
 	}
@@ -82,7 +83,7 @@ ExitCode run(const Options& options, const Context& context)
 	for (int shown = 1;; ++shown)
 	{
 		screen.show(observer.look(context.now()));
-		if (shown == options.count)
+		if (shown == options.count || !context.out)
 		{
 			return ExitCode::fine;
 		}
@@ -98,7 +99,7 @@ void addWatch(CLI::App& app, Context& context)
 	const auto options = std::make_shared<Options>();
 	verb->add_option("--interval", options->interval, "seconds between two looks (1)")
 	    ->type_name("SECONDS")
-	    ->check(CLI::Range(0.1, 3600.0));
+	    ->check(secondsFrom(0.1, 3600));
 	verb->add_option("--count", options->count, "end after this many looks")
 	    ->type_name("N")
 	    ->check(CLI::PositiveNumber);

@@ -1,0 +1,256 @@
+// What the history tells of the agents of a node: their starts and ends, their
+// errors, gaps and clocks.
+
+#include "HistoryTest.h"
+
+using namespace velarix::ctl;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+TEST_F(HistoryTest, AStartBeginsCleanAsSlave)
+{
+	start();
+	EXPECT_THAT(events(), ElementsAre("agent-started", "address-dropped (agent-start)",
+	                                  "program-killed (agent-start) server", "program-killed (agent-start) worker"));
+	EXPECT_EQ(picture().process, 4711);
+	EXPECT_EQ(picture().role->value, Role::slave);
+	EXPECT_EQ(picture().agentStarted, picture().role->since);
+	EXPECT_EQ(picture().address->value, AddressState::dropped);
+	EXPECT_FALSE(picture().lastRoleChange);
+}
+
+TEST_F(HistoryTest, ALogThatBeginsInTheMiddleTellsNoStartAndNoChange)
+{
+	pass(true);
+	checked('M', 1);
+	sent("/process/1/1/20261121090601/0/");
+	EXPECT_THAT(events(), IsEmpty());
+	EXPECT_EQ(picture().process, 4711);
+	EXPECT_FALSE(picture().agentStarted);
+	EXPECT_EQ(picture().role->value, Role::master);
+	EXPECT_TRUE(picture().programsRun->value);
+	EXPECT_FALSE(picture().asking->value);
+	EXPECT_FALSE(picture().lastRoleChange);
+}
+
+TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
+{
+	becomeMaster();
+	const Instant last = now;
+	now += 10s;
+	process = 4712;
+	start();
+	const std::vector<Event> told = takeEvents();
+	ASSERT_GE(told.size(), 3U);
+	EXPECT_EQ(textOf(told[0]), "agent-ended (killed) 1900ms");
+	EXPECT_EQ(told[0].time, last);
+	EXPECT_EQ(told[0].process, 4711);
+	EXPECT_EQ(told[0].place, "");
+	EXPECT_EQ(textOf(told[1]), "agent-started 10100ms");
+	EXPECT_EQ(told[1].process, 4712);
+	EXPECT_EQ(textOf(told[2]), "role-changed master->slave (agent-start) 11000ms");
+	EXPECT_EQ(picture().process, 4712);
+	EXPECT_FALSE(picture().received);
+	EXPECT_FALSE(picture().programsRun);
+}
+
+TEST_F(HistoryTest, ARebootMayGiveTheSameProcessIdAgain)
+{
+	start();
+	pass(false);
+	events();
+	now += 1min;
+	start();
+	EXPECT_THAT(events(), testing::Contains("agent-ended (killed) 600ms"));
+}
+
+TEST_F(HistoryTest, AStartWhoseFirstMessageIsLostIsAStart)
+{
+	start();
+	pass(false);
+	events();
+	thread = 0;
+	say("CAgent", 38, "Slave CAgent()", 'I');
+	EXPECT_THAT(events(), ElementsAre("agent-ended (killed) 600ms", "agent-started 100ms"));
+	say("CAgent", 179, "run time wrote:...");
+	EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(HistoryTest, AnAgentThatEndsInTheMiddleOfATakeOver)
+{
+	start();
+	pass(false);
+	receiver(218);
+	service(48);
+	events();
+	process = 4712;
+	start();
+	std::vector<std::string> told = events();
+	told.resize(4);
+	EXPECT_THAT(told,
+	            ElementsAre("takeover-unfinished (partner-silent) the agent ended 100ms", "agent-ended (killed) 800ms",
+	                        "agent-started 100ms", "role-changed master->slave (agent-start) 200ms"));
+}
+
+TEST_F(HistoryTest, AFatalErrorIsTheCauseOfTheEnd)
+{
+	start();
+	pass(false);
+	receiver(137, "Net Exception: Address already in use: 192.0.2.1:7000", 'E');
+	sent("/process/0/2/x/0/");
+	EXPECT_THAT(events(), testing::Contains("error Net Exception: Address already in use: 192.0.2.1:7000"));
+	process = 4712;
+	start();
+	EXPECT_EQ(events().front(),
+	          "agent-ended (fatal-error) Net Exception: Address already in use: 192.0.2.1:7000 800ms");
+}
+
+TEST_F(HistoryTest, AnErrorLongBeforeTheEndIsNotItsCause)
+{
+	start();
+	receiver(137, "Net Exception", 'E');
+	now += 2s;
+	pass(false);
+	process = 4712;
+	events();
+	start();
+	EXPECT_EQ(events().front(), "agent-ended (killed) 2700ms");
+}
+
+TEST_F(HistoryTest, AnAgentThatStartsBesideAnotherCannotStay)
+{
+	becomeMaster();
+	process = 4712;
+	start();
+	pass(false);
+	receiver(137, "Net Exception: Address already in use", 'E');
+	events();
+	process = 4711;
+	pass(true);
+	EXPECT_THAT(events(),
+	            ElementsAre("agent-ended (fatal-error) Net Exception: Address already in use 700ms", "agent-resumed"));
+	EXPECT_EQ(picture().process, 4711);
+	EXPECT_EQ(picture().role->value, Role::master);
+	EXPECT_EQ(picture().events.at(EventKind::agentStarted), 2U);
+}
+
+TEST_F(HistoryTest, AnAgentWithoutAnyMessageOfItsStartIsTold)
+{
+	start();
+	pass(false);
+	events();
+	process = 5000;
+	pass(true);
+	EXPECT_THAT(events(),
+	            ElementsAre("agent-ended (killed) 600ms", "agent-started its first messages are missing 100ms",
+	                        "role-changed slave->master (not-told) 100ms"));
+}
+
+TEST_F(HistoryTest, AnErrorIsToldOnceInAnHour)
+{
+	becomeMaster();
+	const auto again = [this]
+	{
+		thread = 1;
+		service(204, "NO_DIR(/proc)", 'E');
+	};
+	again();
+	again();
+	EXPECT_THAT(events(), ElementsAre("error NO_DIR(/proc)"));
+	service(204, "another text", 'E');
+	again();
+	EXPECT_THAT(events(), ElementsAre("error another text", "error NO_DIR(/proc)"));
+	for (int minute = 0; minute < 60; ++minute)
+	{
+		now += 1min;
+		checked('M', 1);
+	}
+	events();
+	again();
+	EXPECT_THAT(events(), ElementsAre("error NO_DIR(/proc)"));
+}
+
+TEST_F(HistoryTest, AnErrorOfAnUnknownPlaceIsToldToo)
+{
+	start();
+	events();
+	say("SomethingNew", 12, "broke", 'E');
+	EXPECT_THAT(events(), ElementsAre("error broke"));
+}
+
+TEST_F(HistoryTest, AGapIsMeasuredByWhatIsUsual)
+{
+	start();
+	for (int count = 0; count < 100; ++count)
+	{
+		now += 20s;
+		checked('S', 0);
+	}
+	events();
+	now += 79s;
+	checked('S', 0);
+	EXPECT_THAT(events(), IsEmpty());
+	now += 330s;
+	checked('S', 0);
+	EXPECT_THAT(events(), ElementsAre("log-gap 330100ms"));
+}
+
+TEST_F(HistoryTest, AClockThatIsSetBackIsTold)
+{
+	start();
+	events();
+	now -= 2100ms;
+	checked('S', 0);
+	EXPECT_THAT(events(), ElementsAre("clock-set-back 2000ms"));
+	now -= 2000ms;
+	checked('S', 0);
+	EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(HistoryTest, MessagesWithoutADateHappenedWhenTheOneBeforeDid)
+{
+	LogLine line;
+	line.letter = 'D';
+	line.process = 1;
+	line.thread = 3;
+	line.label = "CHeartReciver";
+	line.number = 505;
+	history.feed(line);
+	EXPECT_EQ(picture().process, 0);
+	start();
+	line.process = 4711;
+	history.feed(line);
+	EXPECT_EQ(picture().role->value, Role::master);
+	EXPECT_EQ(picture().role->since, now);
+}
+
+TEST_F(HistoryTest, WhatHasNoHeadIsCountedAndNothingElse)
+{
+	LogLine line;
+	line.text = "garbage";
+	history.feed(line);
+	EXPECT_EQ(picture().letters.at('?'), 1U);
+	EXPECT_FALSE(picture().lastMessage);
+}
+
+TEST_F(HistoryTest, EachWorkersLastMessageIsKnown)
+{
+	start();
+	EXPECT_FALSE(picture().lastOfReceiver);
+	receiver(94);
+	const Instant ofReceiver = now;
+	service(756); // on the receiver's thread
+	EXPECT_EQ(picture().lastOfReceiver, ofReceiver + 100ms);
+	checked('S', 0);
+	EXPECT_EQ(picture().lastOfChecker, now);
+	sent("/process/0/2/x/0/");
+	EXPECT_EQ(picture().lastOfSender, now);
+	EXPECT_EQ(picture().lastOfReceiver, ofReceiver + 100ms);
+	EXPECT_EQ(picture().lastMessage, now);
+}
+
+} // namespace

@@ -1,0 +1,286 @@
+// What the history tells of the role: take-overs, giving up, asks and silences.
+
+#include "HistoryTest.h"
+
+using namespace velarix::ctl;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+TEST_F(HistoryTest, TheWholeWayToMasterIsTold)
+{
+	start();
+	events();
+	takeConfiguredRole();
+	checked('M', 0);
+	checked('M', 1);
+	EXPECT_THAT(events(), ElementsAre("role-changed slave->master (configured-role) 1000ms",
+	                                  "takeover-began (configured-role)", "address-starting (takeover)",
+	                                  "address-up answers 300ms", "programs-started (configured-role) 100ms",
+	                                  "takeover-done (configured-role) 800ms", "programs-running 100ms"));
+	EXPECT_EQ(picture().lastRoleChange->cause, Cause::configuredRole);
+	EXPECT_EQ(picture().lastRoleChange->place, "CHeartReciver:473");
+	EXPECT_FALSE(picture().takeOver);
+	EXPECT_EQ(picture().address->value, AddressState::up);
+	EXPECT_TRUE(picture().programsRun->value);
+}
+
+TEST_F(HistoryTest, ATakeOverThatGoesOnIsInThePicture)
+{
+	becomeMaster();
+	receiver(94);
+	EXPECT_FALSE(picture().takeOver);
+	receiver(164, "received message: /process/1/1/20261121090601/0/");
+	receiver(282);
+	receiver(470);
+	ASSERT_TRUE(picture().takeOver);
+	EXPECT_EQ(picture().takeOver->cause, Cause::bothMasters);
+	EXPECT_EQ(picture().role->value, Role::master);
+}
+
+/// How a master gives up: the numbers of the two messages, its cause and fault.
+struct GiveUpRow
+{
+	int found;
+	int done;
+	const char* cause;
+	const char* fault;
+	bool asks;
+};
+
+class GiveUp : public HistoryTest, public testing::WithParamInterface<GiveUpRow>
+{
+};
+
+TEST_P(GiveUp, IsToldWithItsCause)
+{
+	const GiveUpRow& row = GetParam();
+	const std::string cause = row.cause;
+	becomeMaster();
+	pass(true);
+	receiver(row.found);
+	receiver(row.done);
+	ran(std::string(kKill) + " server");
+	ran(std::string(kKill) + " worker");
+	std::vector<std::string> expected{std::string("fault-found ") + row.fault,
+	                                  "role-changed master->slave (" + cause + ") 1300ms"};
+	if (row.asks)
+	{
+		ran(kStop);
+		expected.push_back("ask-made (" + cause + ")");
+	}
+	expected.insert(expected.end(), {"program-killed (give-up) server", "program-killed (give-up) worker"});
+	if (row.asks)
+	{
+		expected.push_back("address-dropped (give-up)");
+	}
+	EXPECT_EQ(events(), expected);
+	EXPECT_EQ(picture().role->value, Role::slave);
+	EXPECT_EQ(picture().asking.has_value() && picture().asking->value, row.asks);
+	checked('S', 0);
+	EXPECT_THAT(events(), ElementsAre("programs-stopped (give-up) " + std::string(row.asks ? "800ms" : "700ms")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cause, GiveUp,
+                         testing::Values(GiveUpRow{508, 509, "gateway-silent", "gateway", false},
+                                         GiveUpRow{516, 517, "service-address-silent", "service-address", false},
+                                         GiveUpRow{524, 525, "service-card-down", "service-card", true}));
+
+TEST_F(HistoryTest, AMasterWithoutItsProgramsGivesUpAndAsks)
+{
+	becomeMaster();
+	pass(true);
+	receiver(567);
+	receiver(106);
+	ran(kStop);
+	EXPECT_THAT(events(), ElementsAre("fault-found programs", "role-changed master->slave (programs-gone) 1300ms",
+	                                  "fault-gone programs the service was given up 100ms", "ask-made (programs-gone)",
+	                                  "address-dropped (give-up)"));
+	EXPECT_TRUE(picture().asking->value);
+}
+
+TEST_F(HistoryTest, AnAskEndsWhenThePartnerIsMasterAndAsksNothing)
+{
+	becomeMaster();
+	receiver(106);
+	events();
+	receiver(403, "My NetWork Status: OK  MY:SLAVE PARTNER:SLAVE Special ask <-- waiting result [1/3]");
+	receiver(350, "szTmp[1] szPartnerProcessRunning[1]");
+	EXPECT_THAT(events(), IsEmpty());
+	receiver(350, "szTmp[1] szPartnerProcessRunning[0]");
+	EXPECT_THAT(events(), ElementsAre("ask-answered 300ms"));
+	EXPECT_FALSE(picture().asking->value);
+	receiver(350, "szTmp[1] szPartnerProcessRunning[0]");
+	EXPECT_THAT(events(), IsEmpty());
+}
+
+/// The messages that end an ask with a partner that asks too, or stays slave.
+class AskEnd : public HistoryTest, public testing::WithParamInterface<std::pair<int, const char*>>
+{
+};
+
+TEST_P(AskEnd, IsToldOnce)
+{
+	becomeMaster();
+	receiver(106);
+	events();
+	receiver(GetParam().first);
+	EXPECT_THAT(events(), ElementsAre(std::string(GetParam().second) + " 100ms"));
+	receiver(GetParam().first);
+	EXPECT_THAT(events(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Message, AskEnd,
+                         testing::Values(std::pair(368, "ask-answered"), std::pair(389, "ask-answered"),
+                                         std::pair(411, "ask-unanswered"), std::pair(434, "ask-unanswered")));
+
+TEST_F(HistoryTest, WithItsStatusNotOKTheAskStaysPending)
+{
+	becomeMaster();
+	receiver(106);
+	events();
+	receiver(329);
+	receiver(376, "szTmp[1] szPartnerProcessRunning[0]");
+	EXPECT_THAT(events(), IsEmpty());
+	EXPECT_TRUE(picture().asking->value);
+}
+
+TEST_F(HistoryTest, TwoHeartbeatsThatDifferCorrectTheAskOneDoesNot)
+{
+	becomeMaster();
+	sent("/process/1/1/20261121090601/1/");
+	EXPECT_TRUE(picture().asking->value); // not told before
+	sent("/process/1/1/20261121090601/0/");
+	EXPECT_TRUE(picture().asking->value);
+	sent("/process/1/1/20261121090601/1/");
+	sent("/process/1/1/20261121090601/0/");
+	EXPECT_TRUE(picture().asking->value);
+	sent("/process/1/1/20261121090601/0/");
+	EXPECT_FALSE(picture().asking->value);
+	EXPECT_THAT(events(), IsEmpty());
+	EXPECT_EQ(picture().heartbeatsSent, 5U);
+}
+
+TEST_F(HistoryTest, TheThirdSilenceTakesOver)
+{
+	start();
+	pass(false);
+	heartbeat("/process/1/1/20261121090601/0/");
+	events();
+	receiver(146, "Reciver Connect Timed Out", 'E');
+	receiver(185);
+	receiver(189, "Reciver : nReceiveFailCount[1]");
+	EXPECT_EQ(picture().silences, 1);
+	receiver(146, "Reciver Connect Timed Out", 'E');
+	receiver(189, "Reciver : nReceiveFailCount[2]");
+	receiver(146, "Reciver Connect Timed Out", 'E');
+	receiver(192, "Reciver : no received message");
+	service(768);
+	receiver(215, "Reciver : kill");
+	ran(std::string(kKill) + " server");
+	receiver(218);
+	EXPECT_THAT(events(), ElementsAre("partner-lost 100ms", "silence-counted 1 of 3", "silence-counted 2 of 3",
+	                                  "silence-counted 3 of 3", "fault-found partner-address",
+	                                  "role-changed slave->master (partner-silent) 1600ms",
+	                                  "takeover-began (partner-silent)", "program-killed (takeover) server"));
+	EXPECT_TRUE(picture().partnerLost);
+	EXPECT_EQ(picture().silences, 3);
+}
+
+TEST_F(HistoryTest, AHostWithoutHeartbeatsIsToldOnceHoweverOftenItIsCounted)
+{
+	start();
+	pass(false);
+	events();
+	for (int round = 0; round < 3; ++round)
+	{
+		receiver(146, "Reciver Connect Timed Out", 'E');
+		receiver(189, "Reciver : nReceiveFailCount[1]");
+		receiver(189, "Reciver : nReceiveFailCount[2]");
+		receiver(192);
+		receiver(201, "Reciver : Partner IP and Service IP are working, ...", 'E');
+	}
+	EXPECT_THAT(events(), ElementsAre("partner-lost no heartbeat yet", "silence-counted 1 of 3",
+	                                  "silence-counted 2 of 3", "silence-counted 3 of 3", "fault-found heartbeats"));
+	EXPECT_TRUE(picture().fault(Fault::heartbeats).there);
+	receiver(150, "poll");
+	heartbeat("/process/1/1/20261121090601/0/");
+	EXPECT_THAT(events(), ElementsAre("partner-back", "fault-gone heartbeats 1200ms"));
+	EXPECT_EQ(picture().silences, 0);
+}
+
+TEST_F(HistoryTest, ATakeOverByProbesIsTold)
+{
+	start();
+	pass(false);
+	events();
+	service(766, "partner Comunication IP Check Failed: Net Exception: Host is down[CODE:112]", 'E');
+	service(768);
+	service(817);
+	receiver(543);
+	service(783);
+	receiver(548);
+	receiver(549);
+	receiver(99, "networkStatus [0] m_myStatus[1]");
+	EXPECT_THAT(events(), ElementsAre("fault-found partner-address Net Exception: Host is down[CODE:112]",
+	                                  "fault-found service-address",
+	                                  "role-changed slave->master (partner-and-service-silent) 1300ms",
+	                                  "takeover-began (partner-and-service-silent)"));
+	EXPECT_FALSE(picture().networkOk->value);
+	receiver(278);
+	EXPECT_TRUE(picture().networkOk->value);
+}
+
+TEST_F(HistoryTest, ATakeOverThatAnErrorEndsIsUnfinished)
+{
+	start();
+	pass(false);
+	heartbeat("/process/0/2/x/1/");
+	receiver(414);
+	events();
+	receiver(79, "Server Error: Exception: no memory[CODE: 0][noName]", 'E');
+	pass(true);
+	EXPECT_THAT(events(),
+	            ElementsAre("error Server Error: Exception: no memory[CODE: 0][noName]",
+	                        "takeover-unfinished (partner-asked) Exception: no memory[CODE: 0][noName] 200ms"));
+	EXPECT_FALSE(picture().takeOver);
+}
+
+TEST_F(HistoryTest, BothMastersEndInTheConfiguredRole)
+{
+	becomeMaster();
+	heartbeat("/process/1/1/x/0/");
+	receiver(282);
+	receiver(480, "SLAVE kill");
+	ran(std::string(kKill) + " server");
+	ran(std::string(kKill) + " worker");
+	ran(kStop);
+	receiver(287);
+	EXPECT_THAT(events(), ElementsAre("partner-restarted x", "partner-changed slave->master",
+	                                  "fault-found both-masters", "role-changed master->slave (both-masters) 1200ms",
+	                                  "program-killed (both-masters) server", "program-killed (both-masters) worker",
+	                                  "address-dropped (both-masters)", "fault-gone both-masters 500ms"));
+}
+
+TEST_F(HistoryTest, ASlaveWithoutProgramsGoesBackInSilence)
+{
+	becomeMaster();
+	receiver(324);
+	EXPECT_FALSE(picture().networkOk->value);
+	pass(false);
+	EXPECT_THAT(events(), ElementsAre("fault-found both-masters", "role-changed master->slave (both-masters) 1200ms"));
+}
+
+TEST_F(HistoryTest, AChangeWhoseMessagesAreMissingIsToldWithoutACause)
+{
+	becomeMaster();
+	pass(false);
+	pass(true);
+	EXPECT_THAT(events(), ElementsAre("role-changed master->slave (not-told) 1100ms",
+	                                  "role-changed slave->master (not-told) 200ms"));
+}
+
+} // namespace

@@ -1,0 +1,201 @@
+// What the history tells of the service and what surrounds it: address, programs,
+// commands, cards, and who speaks on the heartbeat ports.
+
+#include "HistoryTest.h"
+
+using namespace velarix::ctl;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+TEST_F(HistoryTest, AnAskedSlaveRaisesTheAddressTwice)
+{
+	start();
+	pass(false);
+	heartbeat("/process/1/1/20261121090601/0/");
+	events();
+	heartbeat("/process/0/2/20261121090601/1/");
+	receiver(414);
+	ran(kStop);
+	service(680);
+	ran(kStart);
+	service(496, "ping: 10");
+	takeService();
+	EXPECT_THAT(events(),
+	            ElementsAre("partner-changed master->slave", "ask-received",
+	                        "role-changed slave->master (partner-asked) 900ms", "takeover-began (partner-asked)",
+	                        "address-starting (takeover)", "address-up answers 200ms", "address-dropped (takeover)",
+	                        "address-starting (takeover)", "address-up answers 300ms",
+	                        "programs-started (partner-asked) 100ms", "takeover-done (partner-asked) 1200ms"));
+}
+
+TEST_F(HistoryTest, AnAddressThatDoesNotAnswerIsToldOnce)
+{
+	becomeMaster();
+	service(680);
+	ran(kStart);
+	service(490);
+	service(496, "ping: 0");
+	service(496, "ping: 0");
+	EXPECT_THAT(events(), ElementsAre("address-starting", "address-waiting"));
+	EXPECT_EQ(picture().address->value, AddressState::waiting);
+	EXPECT_EQ(picture().address->at, now);
+	service(496, "ping: 1");
+	EXPECT_THAT(events(), ElementsAre("address-up answers 500ms"));
+}
+
+TEST_F(HistoryTest, FailedStartsAreToldNowAndThen)
+{
+	becomeMaster();
+	for (int attempt = 1; attempt <= 100; ++attempt)
+	{
+		service(680);
+		ran(kStart, "RTNETLINK answers: File exists\n\n");
+		service(432, "can't start virtual ip: RTNETLINK answers: File exists\n\n", 'E');
+	}
+	EXPECT_THAT(events(),
+	            ElementsAre("address-starting",
+	                        "address-failed try 1: the start command printed \"RTNETLINK answers: File exists\"",
+	                        "address-failed try 10: the start command printed \"RTNETLINK answers: File exists\"",
+	                        "address-failed try 100: the start command printed \"RTNETLINK answers: File exists\""));
+	service(668);
+	EXPECT_THAT(events(), ElementsAre("address-up listed, after 100 failed starts 30000ms"));
+}
+
+TEST_F(HistoryTest, AFailedWaitForTheAddressTellsItsError)
+{
+	becomeMaster();
+	service(680);
+	service(504, "set virtual ip failed: No permission: Operation not permitted", 'E');
+	service(432, "can't start virtual ip: ", 'E');
+	service(432, "can't start virtual ip: ", 'E');
+	EXPECT_THAT(events(),
+	            ElementsAre("address-starting", "address-failed try 1: No permission: Operation not permitted"));
+}
+
+TEST_F(HistoryTest, AStrangerIsToldAndGoneAfterAQuietMinute)
+{
+	becomeMaster();
+	heartbeat("GET / HTTP/1.1\r\n\x1b[31m\r\n\r\n");
+	receiver(246, "Range error", 'E');
+	heartbeat("GET / HTTP/1.1\r\n\r\n");
+	heartbeat("/process/0/2/20261121090601/0/");
+	EXPECT_THAT(events(), ElementsAre("fault-found stranger GET / HTTP/1.1 \x1b[31m"));
+	EXPECT_EQ(picture().heartbeatsReceived, 2U);
+	now += 1min;
+	heartbeat("/process/0/2/20261121090601/0/");
+	EXPECT_THAT(events(), ElementsAre("fault-gone stranger 60400ms"));
+}
+
+TEST_F(HistoryTest, ACardIsKnownByTheCommandThatReadsIt)
+{
+	becomeMaster();
+	ran("cat /sys/class/net/eth1/carrier", "0\n\n");
+	ran("cat /sys/class/net/eth1/carrier", "");
+	ran("cat /sys/class/net/eth0/carrier", "");
+	ran("cat /sys/class/net/eth1/carrier", "1\n\n");
+	ran("cat /sys/class/net/eth0/carrier", "1\n\n");
+	EXPECT_THAT(events(), ElementsAre("fault-found communication-card", "fault-found service-card",
+	                                  "fault-gone communication-card 300ms", "fault-gone service-card 200ms"));
+}
+
+TEST_F(HistoryTest, OneCycleWithoutProgramsIsNoFaultYet)
+{
+	becomeMaster();
+	checked('M', 0);
+	EXPECT_THAT(events(), ElementsAre("programs-stopped 100ms"));
+	checked('M', 0);
+	EXPECT_THAT(events(), ElementsAre("fault-found programs"));
+	checked('M', 1);
+	EXPECT_THAT(events(), ElementsAre("programs-running 200ms", "fault-gone programs 100ms"));
+	EXPECT_EQ(picture().fault(Fault::programs).count, 1U);
+}
+
+TEST_F(HistoryTest, ASlaveWithoutProgramsIsNoFault)
+{
+	start();
+	pass(false);
+	events();
+	checked('S', 0);
+	checked('S', 0);
+	checked('S', 0);
+	EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(HistoryTest, GivenCommandsServeUntilTheLogTellsThem)
+{
+	std::vector<std::string> told;
+	History given([&](const Event& event) { told.push_back(textOf(event)); }, {"raise", "drop (a) : b", "killall -9"});
+	const auto feed = [&](int number, const std::string& text)
+	{
+		LogLine line;
+		line.time = now += 100ms;
+		line.process = 1;
+		line.thread = 3;
+		line.label = number == 573 ? "Utill" : "CHeartReciver";
+		line.number = number;
+		line.letter = 'D';
+		line.text = text;
+		given.feed(line);
+	};
+	feed(505, "");
+	feed(524, "");
+	feed(525, "");
+	feed(573, "command(killall -9 server) : ");
+	feed(573, "command(drop (a) : b) : gone");
+	EXPECT_THAT(told, ElementsAre("fault-found service-card", "role-changed master->slave (service-card-down) 200ms",
+	                              "ask-made (service-card-down)", "program-killed (give-up) server",
+	                              "address-dropped (give-up) gone"));
+}
+
+TEST_F(HistoryTest, WithoutTheStartTheCommandsAreKnownByWhatIsGoingOn)
+{
+	pass(true);
+	receiver(525);
+	events();
+	ran("kill-it server");
+	ran("kill-it worker");
+	ran("drop-it", "an output\n\nof lines\n\n");
+	EXPECT_THAT(events(), ElementsAre("program-killed (give-up) server", "program-killed (give-up) worker",
+	                                  "address-dropped (give-up) an output of lines"));
+}
+
+TEST_F(HistoryTest, ACommandThatNobodyAwaitsIsNothing)
+{
+	becomeMaster();
+	receiver(94);
+	ran("something else");
+	EXPECT_THAT(events(), IsEmpty());
+}
+
+TEST_F(HistoryTest, TheHeartbeatsOfBothSidesAreInThePicture)
+{
+	start();
+	heartbeat("/process/1/1/20261121090601/0/");
+	const Instant first = now;
+	heartbeat("/process/1/1/20261121090601/0/");
+	EXPECT_EQ(picture().received->value, (Heartbeat{true, true, "20261121090601", false}));
+	EXPECT_EQ(picture().received->since, first);
+	EXPECT_EQ(picture().received->at, now);
+	sent("/process/0/2/20261121090602/1/");
+	EXPECT_EQ(picture().sent->value, (Heartbeat{false, false, "20261121090602", true}));
+}
+
+TEST_F(HistoryTest, APortThatRefusesIsOneFault)
+{
+	start();
+	events();
+	for (int count = 0; count < 3; ++count)
+	{
+		thread = 2;
+		say("CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", 'E');
+	}
+	sent("/process/0/2/x/0/");
+	EXPECT_THAT(events(),
+	            ElementsAre("fault-found partner-port Connection refused(CODE: 111)", "fault-gone partner-port 300ms"));
+}
+
+} // namespace
