@@ -1,6 +1,7 @@
 #include "BareLibrary.h"
 
 #include <array>
+#include <cstdio>
 #include <iostream>
 #include <stdexcept>
 
@@ -149,6 +150,18 @@ void rewriteRecord(const std::string& path, Log& log, const std::vector<Line>& l
 		}
 	}
 	Poco::FileOutputStream(path, std::ios::out | std::ios::trunc) << text;
+	log.write(lines);
+}
+
+void command(const char* words, Log& log, const std::vector<Line>& lines)
+{
+	std::array<char, 256> buffer{};
+	std::FILE* pPipe = ::popen(words, "re");
+	if (pPipe == nullptr || std::fgets(buffer.data(), static_cast<int>(buffer.size()), pPipe) == nullptr)
+	{
+		throw std::runtime_error(std::string("nothing came from ") + words);
+	}
+	::pclose(pPipe);
 	log.write(lines);
 }
 

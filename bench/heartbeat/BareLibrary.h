@@ -53,4 +53,7 @@ void receive(Poco::Net::ServerSocket& server, Log& log, const std::vector<Line>&
 /// Loads the record, copies the file's lines with one of them replaced; logs the lines.
 void rewriteRecord(const std::string& path, Log& log, const std::vector<Line>& lines);
 
+/// Runs the command and reads what it prints; logs the lines.
+void command(const char* words, Log& log, const std::vector<Line>& lines);
+
 } // namespace bare

@@ -1,9 +1,11 @@
 #include "Steps.h"
 
 #include <array>
-#include <iostream>
 #include <memory>
+#include <stdexcept>
 
+#include <Poco/Exception.h>
+#include <Poco/File.h>
 #include <Poco/Net/SocketAddress.h>
 #include <Poco/Net/StreamSocket.h>
 #include <Poco/Timespan.h>
@@ -98,6 +100,14 @@ void rewriteRecord()
 	g_node->sender.saveStartedTime();
 }
 
+void lookAtCard()
+{
+	if (g_node->receiver.ComunicationLanCardCheck() != 1)
+	{
+		throw std::runtime_error("the card has no carrier");
+	}
+}
+
 void logLine()
 {
 	velarixLog->info(kSource, 124, "beat sent[%s]:%s", g_node->location.c_str(), kHeartbeat);
@@ -106,6 +116,27 @@ void logLine()
 void logEchoedLine()
 {
 	velarixLog->debug(kSource, 124, "beat sent[%s]:%s", g_node->location.c_str(), kHeartbeat);
+}
+
+/// The file's type used to be asked for each time before the record was read.
+void lookAtType()
+{
+	if (Poco::File(velarix::kRunInfoPath).isDirectory())
+	{
+		throw Poco::OpenFileException(velarix::kRunInfoPath);
+	}
+}
+
+void composeEarlier()
+{
+	lookAtType();
+	compose();
+}
+
+void rewriteRecordEarlier()
+{
+	lookAtType();
+	rewriteRecord();
 }
 
 Lines linesOfReceiving()
@@ -123,7 +154,7 @@ Lines linesOfSending()
 
 Step logStep(const char* name, void (*agent)())
 {
-	return {name, agent, [lines = bare::linesOf(agent)] { g_node->log.write(lines); }, {}, {}};
+	return {name, agent, [lines = bare::linesOf(agent)] { g_node->log.write(lines); }, {}, {}, {}};
 }
 
 } // namespace
@@ -139,16 +170,19 @@ std::vector<Step> makeSteps()
 	const Lines sent = linesOfSending();
 	const Lines recorded = bare::linesOf(rewriteRecord);
 	std::vector<Step> steps;
-	steps.push_back({"compose", compose, [] { bare::compose(velarix::kRunInfoPath); }, {}, {}});
+	steps.push_back({"compose", compose, [] { bare::compose(velarix::kRunInfoPath); }, {}, {}, composeEarlier});
 	const auto bareSend = [sent] { bare::send(velarix::kRunInfoPath, g_node->log, sent); };
-	steps.push_back({"send", sendHeartbeat, bareSend, {}, partnerReceives});
+	steps.push_back({"send", sendHeartbeat, bareSend, {}, partnerReceives, {}});
 	const auto bareReceive = [first, decided] { bare::receive(*g_node->loop.server, g_node->log, first, decided); };
-	steps.push_back({"receive", receiveHeartbeat, bareReceive, partnerSends, {}});
+	steps.push_back({"receive", receiveHeartbeat, bareReceive, partnerSends, {}, {}});
 	const auto bareDecide = [decided] { bare::decide(g_node->heartbeat, g_node->log, decided); };
-	steps.push_back({"decide", decide, bareDecide, {}, {}});
+	steps.push_back({"decide", decide, bareDecide, {}, {}, {}});
 	steps.push_back(logStep("log", logLine));
 	steps.push_back(logStep("log-echoed", logEchoedLine));
 	const auto bareRecord = [recorded] { bare::rewriteRecord(velarix::kRunInfoPath, g_node->log, recorded); };
-	steps.push_back({"record", rewriteRecord, bareRecord, {}, {}});
+	steps.push_back({"record", rewriteRecord, bareRecord, {}, {}, rewriteRecordEarlier});
+	const Lines looked = bare::linesOf(lookAtCard);
+	const auto bareLook = [looked] { bare::command("cat /sys/class/net/eth1/carrier", g_node->log, looked); };
+	steps.push_back({"card", lookAtCard, bareLook, {}, {}, {}});
 	return steps;
 }

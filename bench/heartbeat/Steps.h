@@ -15,6 +15,7 @@ struct Step
 	std::function<void()> library;
 	std::function<void()> prepare; ///< may be empty
 	std::function<void()> finish;  ///< may be empty
+	std::function<void()> earlier; ///< as the agent did it before it was made faster; may be empty
 };
 
 /// The steps, in the order in which the page tells them. Call it once; what the
