@@ -20,28 +20,46 @@ def save(figure, path):
 
 
 def growth(results, programs, path):
-    """Milliseconds of a check against the number of processes, both in powers of ten."""
-    figure, axes = pyplot.subplots(figsize=(7, 4.2))
+    """A check against the number of processes, and against the number of programs."""
+    figure, (left, right) = pyplot.subplots(1, 2, figsize=(10, 4), gridspec_kw={"wspace": 0.3})
+    against_processes(left, results)
+    against_programs(right, results, programs)
+    save(figure, path)
+
+
+def against_processes(axes, results):
+    """Milliseconds with three programs, both axes in powers of ten."""
     numbers = list(results)
-
-    def line(label, value, **look):
-        axes.plot(numbers, [value(result) / 1000 for result in results.values()], marker="o", markersize=4, label=label,
-                  **look)
-
-    for tool, colour in (("pgrep", ORANGE), ("pidof", GREEN)):
-        line(f"{tool}, its scan, 3 programs", lambda result, tool=tool: result.scan(tool, 3), color=colour)
-    for number, style in zip(programs, (":", "-", "--")):
-        line(f"agent, {number} program" + "s" * (number > 1), lambda result, n=number: result.median(f"agent/{n}"),
-             color=BLUE, linestyle=style)
-    line("floor: a bare C loop", lambda result: result.median("floor/0"), color=GREY, linewidth=1)
+    for label, colour, value in (
+            ("pgrep's scan", ORANGE, lambda result: result.scan("pgrep", 3)),
+            ("pidof's scan", GREEN, lambda result: result.scan("pidof", 3)),
+            ("agent", BLUE, lambda result: result.median("agent/3")),
+            ("floor: a bare C loop", GREY, lambda result: result.median("floor/0"))):
+        axes.plot(numbers, [value(result) / 1000 for result in results.values()], marker="o", markersize=4,
+                  color=colour, label=label, linewidth=1 if colour == GREY else 1.5)
     axes.set_xscale("log")
     axes.set_yscale("log")
     axes.set_xticks(numbers, [f"{number:,}" for number in numbers])
+    axes.yaxis.set_major_formatter("{x:g}")
     axes.minorticks_off()
-    axes.set_xlabel("processes on the machine")
+    axes.set_xlabel("processes on the machine (3 programs)")
     axes.set_ylabel("milliseconds of processor time")
     axes.legend(frameon=False)
-    save(figure, path)
+
+
+def against_programs(axes, results, programs):
+    """How many times the floor's time, now and before."""
+    for (processes, result), style in zip(results.items(), (":", "--", "-")):
+        floor = result.median("floor/0")
+        for name, colour, label in (("earlier", ORANGE, "before"), ("agent", BLUE, "now")):
+            axes.plot(programs, [result.median(f"{name}/{number}") / floor for number in programs], marker="o",
+                      markersize=4, color=colour, linestyle=style, label=f"{label}, {processes:,} processes")
+    axes.axhline(1, color=GREY, linewidth=1)
+    axes.set_xticks(programs)
+    axes.set_ylim(bottom=0.9)
+    axes.set_xlabel("configured programs")
+    axes.set_ylabel("times the floor")
+    axes.legend(frameon=False, loc="upper left", bbox_to_anchor=(1.0, 1.0))
 
 
 def own_parts(heartbeat, steps, path):
