@@ -133,7 +133,7 @@ def idle_rows(found):
             f"{alone['proportionalKiB'] / 1024:.1f}" if alone else "-",
             f"{node['processes']} / {node['threads']}", f"{node['wakeUpsPerSecond']:.1f}",
             f"{node['newProcessesPerSecond']:.2f}", packets(node["eth0"]), packets(node["eth1"]),
-            f"{(node['logBytesPerDay'] + node['consoleBytesPerDay']) / 1e6:.1f}"])
+            f"{node['logBytesPerDay'] / 1e6:.1f} + {node['consoleBytesPerDay'] / 1e6:.1f}"])
     return rows
 
 
@@ -164,13 +164,18 @@ def idle_section(found):
         "own. The client is still, so the packets are the guards' own.", "",
         table(["guard", "CPU, % of a core", "own + children, s/h", "RSS, MiB", "PSS, MiB", "PSS alone, MiB",
                "processes / threads", "wake-ups/s", "new processes/s", "eth0 in / out, /s", "eth1 in / out, /s",
-               "log, MB/day"], idle_rows(found)),
+               "log + console, MB/day"], idle_rows(found)),
         "- *CPU*: user and kernel time of the guard and of the children it has waited for.",
         "- *PSS*: each page divided by the processes that share it; the two nodes and the machine's other programs "
         "share libraries here. *Alone*: measured again with one guard only.",
         "- *Wake-ups*: voluntary switches of all its threads, children not counted. *New processes*: threads, "
         "commands and the announcer of the address included.",
-        "- *Log*: log file and console.", "",
+        "- *Console*: what the agent's lines echo; the unit sends it to `/dev/null`.",
+        "- The agent's children are the shell and the `cat` with which a master looks at the carrier of its service "
+        "card in every pass. A standby that hears heartbeats starts none. keepalived's are its check, a shell script "
+        "every second.",
+        "- Packets on eth1 are a heartbeat's connection each way and the ten pings that every pass of a master sends "
+        "to the gateway (a standby: to its partner); keepalived's advertisements are on eth0.", "",
     ]
     announcer = [node for node in found["nodes"] if node["announcerCpuSecondsPerHour"] > 0]
     if announcer:
