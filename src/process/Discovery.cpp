@@ -29,25 +29,17 @@ struct CloseDirectory
 	void operator()(DIR* pDirectory) const { ::closedir(pDirectory); }
 };
 
-/// An open file descriptor, or -1.
-class Descriptor
+/// Closes a file at the end of its scope.
+class Closer
 {
 public:
-	explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
-	~Descriptor()
-	{
-		if (m_descriptor != -1)
-		{
-			::close(m_descriptor);
-		}
-	}
-	Descriptor(const Descriptor&) = delete;
-	Descriptor& operator=(const Descriptor&) = delete;
-
-	int get() const { return m_descriptor; }
+	explicit Closer(int file) : m_file(file) {}
+	~Closer() { ::close(m_file); }
+	Closer(const Closer&) = delete;
+	Closer& operator=(const Closer&) = delete;
 
 private:
-	int m_descriptor;
+	int m_file;
 };
 
 /// Process directories begin with a digit. The test is coarse: whatever sorts
@@ -89,13 +81,14 @@ bool readStatusLine(const char* directory, std::string& line)
 {
 	std::array<char, kStatusLineSize + sizeof(dirent::d_name)> path{};
 	std::snprintf(path.data(), path.size(), "/proc/%s/status", directory);
-	const Descriptor file(::open(path.data(), O_RDONLY | O_CLOEXEC));
-	if (file.get() == -1)
+	const int file = ::open(path.data(), O_RDONLY | O_CLOEXEC);
+	if (file == -1)
 	{
 		velarixLog->error(kSource, 216, "Can't read file [%s]", path.data());
 		return false;
 	}
-	return readFirstLine(file.get(), line);
+	const Closer closer(file);
+	return readFirstLine(file, line);
 }
 
 /// @return how many of the configured programs' names the line contains
