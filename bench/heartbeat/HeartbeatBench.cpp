@@ -33,8 +33,9 @@ extern "C" void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long /*milliseconds*/)
 namespace
 {
 
-/// As many as wait before the listening socket at once, at most.
-constexpr int kBatch = 16;
+/// A repetition is short, so that the contenders take turns within milliseconds: what
+/// else the machine does meanwhile meets all of them.
+constexpr int kIterations = 2;
 constexpr int kCalls = 10;
 
 void repeat(const std::function<void()>& action, int times)
@@ -50,16 +51,17 @@ void measure(benchmark::State& state, const Step& step, const std::function<void
 	unsigned long allocated = 0;
 	for (auto iteration : state)
 	{
-		repeat(step.prepare, kBatch);
+		repeat(step.prepare, step.batch);
 		const unsigned long before = allocations();
 		const double start = cpuSeconds();
-		repeat(contender, kBatch);
+		repeat(contender, step.batch);
 		state.SetIterationTime(cpuSeconds() - start);
 		allocated += allocations() - before;
-		repeat(step.finish, kBatch);
+		repeat(step.finish, step.batch);
 	}
-	state.counters["runs"] = kBatch;
-	state.counters["allocations"] = static_cast<double>(allocated) / static_cast<double>(state.iterations()) / kBatch;
+	state.counters["runs"] = step.batch;
+	state.counters["allocations"] =
+	    static_cast<double>(allocated) / static_cast<double>(state.iterations()) / step.batch;
 }
 
 /// Something that strace shows and that does nothing.
@@ -118,6 +120,7 @@ int body(int argc, char** argv)
 			}
 			benchmark::RegisterBenchmark((step.name + "/" + name).c_str(), [&step, contender](benchmark::State& state)
 			                             { measure(state, step, contender); })
+			    ->Iterations(kIterations)
 			    ->UseManualTime()
 			    ->Unit(benchmark::kMicrosecond);
 		};

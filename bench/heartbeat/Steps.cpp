@@ -154,7 +154,7 @@ Lines linesOfSending()
 
 Step logStep(const char* name, void (*agent)())
 {
-	return {name, agent, [lines = bare::linesOf(agent)] { g_node->log.write(lines); }, {}, {}, {}};
+	return {name, agent, [lines = bare::linesOf(agent)] { g_node->log.write(lines); }, {}, {}};
 }
 
 } // namespace
@@ -170,19 +170,19 @@ std::vector<Step> makeSteps()
 	const Lines sent = linesOfSending();
 	const Lines recorded = bare::linesOf(rewriteRecord);
 	std::vector<Step> steps;
-	steps.push_back({"compose", compose, [] { bare::compose(velarix::kRunInfoPath); }, {}, {}, composeEarlier});
+	steps.push_back({"compose", compose, [] { bare::compose(velarix::kRunInfoPath); }, {}, {}, 16, composeEarlier});
 	const auto bareSend = [sent] { bare::send(velarix::kRunInfoPath, g_node->log, sent); };
-	steps.push_back({"send", sendHeartbeat, bareSend, {}, partnerReceives, {}});
+	steps.push_back({"send", sendHeartbeat, bareSend, {}, partnerReceives});
 	const auto bareReceive = [first, decided] { bare::receive(*g_node->loop.server, g_node->log, first, decided); };
-	steps.push_back({"receive", receiveHeartbeat, bareReceive, partnerSends, {}, {}});
+	steps.push_back({"receive", receiveHeartbeat, bareReceive, partnerSends, {}});
 	const auto bareDecide = [decided] { bare::decide(g_node->heartbeat, g_node->log, decided); };
-	steps.push_back({"decide", decide, bareDecide, {}, {}, {}});
+	steps.push_back({"decide", decide, bareDecide, {}, {}});
 	steps.push_back(logStep("log", logLine));
 	steps.push_back(logStep("log-echoed", logEchoedLine));
 	const auto bareRecord = [recorded] { bare::rewriteRecord(velarix::kRunInfoPath, g_node->log, recorded); };
-	steps.push_back({"record", rewriteRecord, bareRecord, {}, {}, rewriteRecordEarlier});
+	steps.push_back({"record", rewriteRecord, bareRecord, {}, {}, 16, rewriteRecordEarlier});
 	const Lines looked = bare::linesOf(lookAtCard);
 	const auto bareLook = [looked] { bare::command("cat /sys/class/net/eth1/carrier", g_node->log, looked); };
-	steps.push_back({"card", lookAtCard, bareLook, {}, {}, {}});
+	steps.push_back({"card", lookAtCard, bareLook, {}, {}, 1});
 	return steps;
 }

@@ -15,6 +15,7 @@ struct Step
 	std::function<void()> library;
 	std::function<void()> prepare; ///< may be empty
 	std::function<void()> finish;  ///< may be empty
+	int batch = 16;                ///< how often at once; a listening socket holds no more than 64
 	std::function<void()> earlier; ///< as the agent did it before it was made faster; may be empty
 };
 
