@@ -100,8 +100,15 @@ public:
 	std::string role(HostId id) const { return m_timeline.current(roleLane(id)); }
 	/// When each pass of the node's receiver began, as its log tells.
 	std::vector<Millis> passes(HostId id) const { return m_logWatch->passes(id); }
+	/// The node's probes that nobody answered, as its log tells.
+	std::vector<Stretch> silentProbes(HostId id) const { return m_logWatch->silentProbes(id); }
+	/// When the node's agents began their work, as its log tells.
+	std::vector<Millis> agentStarts(HostId id) const { return m_logWatch->starts(id); }
 	/// One line with all of these.
 	std::string stateText() const;
+
+	/// From now on the client asks for nothing, and the timeline no longer tells who answers.
+	void stillClient() { m_serviceSampler.reset(); }
 
 	/// Waits until `node` alone holds the virtual address and answers the
 	/// client, without a break for `steady`.

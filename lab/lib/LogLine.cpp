@@ -5,6 +5,7 @@
 #include <ctime>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 namespace velarix::lab
 {
@@ -45,6 +46,19 @@ constexpr std::array<LogMeaning, 25> meanings{{
     {"Utill", "try to run processes", nullptr, "starts the programs"},
 }};
 
+/// The agent probes its partner, its gateway and the service address.
+constexpr std::array<std::pair<const char*, ProbeMark>, 9> probeTexts{{
+    {"partnerComunicationIPcheck : partnerIP", ProbeMark::begins},
+    {"partnerComunicationIPcheck : true", ProbeMark::answered},
+    {"partnerComunicationIPcheck : false", ProbeMark::silent},
+    {"myComunicationIPcheck : START", ProbeMark::begins},
+    {"myComunicationIPcheck : TRUE", ProbeMark::answered},
+    {"myComunicationIPcheck : FALSE", ProbeMark::silent},
+    {"serviceIPcheck : START", ProbeMark::begins},
+    {"serviceIP[", ProbeMark::answered},
+    {"serviceIPcheck : false", ProbeMark::silent},
+}};
+
 /// The C library keeps the time zone in memory that all threads share.
 std::chrono::system_clock::time_point localTime(std::tm& date)
 {
@@ -82,6 +96,26 @@ std::optional<LogLine> parseLogLine(const std::string& text)
 bool beginsPass(const LogLine& line)
 {
 	return line.source == "CHeartReciver" && line.text == "Reciver while start";
+}
+
+bool beginsWork(const LogLine& line)
+{
+	return line.source == "CAgent" && line.text.starts_with("stop virtual ip, process");
+}
+
+ProbeMark probeMarkOf(const LogLine& line)
+{
+	if (line.source == "Utill")
+	{
+		for (const auto& [text, mark] : probeTexts)
+		{
+			if (line.text.starts_with(text))
+			{
+				return mark;
+			}
+		}
+	}
+	return ProbeMark::none;
 }
 
 const LogMeaning* meaningOf(const LogLine& line)

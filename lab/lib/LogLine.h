@@ -27,6 +27,20 @@ std::optional<LogLine> parseLogLine(const std::string& text);
 /// @return true for the line with which each pass of the receiver begins
 bool beginsPass(const LogLine& line);
 
+/// @return true for the line with which a fresh agent begins its work
+bool beginsWork(const LogLine& line);
+
+/// What a line tells of a probe, that is of ten pings to one address.
+enum class ProbeMark
+{
+	none,     ///< nothing
+	begins,   ///< it begins
+	answered, ///< it is over, something answered
+	silent    ///< it is over, nothing answered
+};
+
+ProbeMark probeMarkOf(const LogLine& line);
+
 /// What a log line means for the lab.
 struct LogMeaning
 {

@@ -7,8 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "LogLine.h"
-
 namespace velarix::lab
 {
 
@@ -79,6 +77,18 @@ std::vector<Millis> LogWatch::passes(HostId node) const
 	return m_watched[static_cast<std::size_t>(node)].passes;
 }
 
+std::vector<Stretch> LogWatch::silentProbes(HostId node) const
+{
+	const std::lock_guard lock(m_mutex);
+	return m_watched[static_cast<std::size_t>(node)].silentProbes;
+}
+
+std::vector<Millis> LogWatch::starts(HostId node) const
+{
+	const std::lock_guard lock(m_mutex);
+	return m_watched[static_cast<std::size_t>(node)].starts;
+}
+
 void LogWatch::agentRuns(HostId node, pid_t agent)
 {
 	const std::lock_guard lock(m_mutex);
@@ -111,6 +121,11 @@ void LogWatch::readLog(HostId node)
 		{
 			log.passes.push_back(m_clock.now());
 		}
+		if (line && beginsWork(*line))
+		{
+			log.starts.push_back(m_clock.now());
+		}
+		followProbe(log, line ? probeMarkOf(*line) : ProbeMark::none, m_clock.now());
 		const LogMeaning* meaning = line ? meaningOf(*line) : nullptr;
 		if (meaning == nullptr)
 		{
@@ -126,6 +141,18 @@ void LogWatch::readLog(HostId node)
 		{
 			m_timeline.change(roleLane(node), now, meaning->role);
 		}
+	}
+}
+
+void LogWatch::followProbe(Watched& log, ProbeMark mark, Millis now)
+{
+	if (mark == ProbeMark::silent && log.probing)
+	{
+		log.silentProbes.push_back({*log.probing, now});
+	}
+	if (mark != ProbeMark::none)
+	{
+		log.probing = mark == ProbeMark::begins ? std::optional<Millis>(now) : std::nullopt;
 	}
 }
 

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +17,7 @@
 #include <sys/types.h>
 
 #include "Basics.h"
+#include "LogLine.h"
 #include "Timeline.h"
 
 namespace velarix::lab
@@ -32,6 +34,15 @@ public:
 private:
 	off_t m_offset = 0;
 	std::string m_rest;
+};
+
+/// A stretch of time.
+struct Stretch
+{
+	Millis from{0};
+	Millis to{0};
+
+	Millis length() const { return to - from; }
 };
 
 class LogWatch
@@ -52,6 +63,13 @@ public:
 	/// When each pass of the node's receiver began, in their order.
 	std::vector<Millis> passes(HostId node) const;
 
+	/// The node's probes that nobody answered, in their order. Each end is as exact as
+	/// every line is, so a length is exact within about 20 ms.
+	std::vector<Stretch> silentProbes(HostId node) const;
+
+	/// When an agent of the node began its work, in their order.
+	std::vector<Millis> starts(HostId node) const;
+
 	/// The node's agent runs as this process (as the lab sees it).
 	void agentRuns(HostId node, pid_t agent);
 	/// The node has no agent, or one whose end is known.
@@ -65,6 +83,9 @@ private:
 		pid_t agent = -1;
 		std::string lastAction;
 		std::vector<Millis> passes;
+		std::vector<Millis> starts;
+		std::optional<Millis> probing; ///< since when
+		std::vector<Stretch> silentProbes;
 	};
 
 	Timeline& m_timeline;
@@ -77,6 +98,7 @@ private:
 	Watched& watched(HostId node) { return m_watched[static_cast<std::size_t>(node)]; }
 	void loop();
 	void readLog(HostId node);
+	static void followProbe(Watched& log, ProbeMark mark, Millis now);
 	void checkAgent(HostId node);
 };
 

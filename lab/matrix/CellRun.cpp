@@ -49,6 +49,29 @@ Millis limitFor(const Outcome& expected, const MatrixTimes& times)
 	return expected.lasts ? sumOf(*expected.lasts, times.pair) : times.patience() + quietFor(expected, times);
 }
 
+Observed observedBy(Lab& lab)
+{
+	return {{lab.passes(HostId::a), lab.passes(HostId::b)},
+	        {lab.silentProbes(HostId::a), lab.silentProbes(HostId::b)},
+	        {lab.agentStarts(HostId::a), lab.agentStarts(HostId::b)}};
+}
+
+LegRecord watched(Lab& lab, const CellPlan& plan, const Outcome& expected, Millis from, Millis took)
+{
+	const Millis quiet = quietFor(expected, plan.times);
+	if (!plan.untilBack || expected.lasts)
+	{
+		return observe(lab, from, quiet, took + limitFor(expected, plan.times), took);
+	}
+	if (plan.paths.contains(expected.path))
+	{
+		return observeUntilBack(lab, from, plan.times.noOutage, took + plan.times.patience(), took);
+	}
+	// Where there is nothing to see, what is begun has its time to happen, and no more.
+	const Millis rest = expected.path == "*" ? plan.times.quiet() : Millis(2000);
+	return observe(lab, from, rest, took + rest, took);
+}
+
 LegRecord runLeg(Lab& lab, const CellPlan& plan, const Outcome& expected, void (Lab::*step)(const Fault&),
                  const std::vector<Fault>& faults)
 {
@@ -58,11 +81,10 @@ LegRecord runLeg(Lab& lab, const CellPlan& plan, const Outcome& expected, void (
 		(lab.*step)(fault);
 	}
 	const Millis took = lab.clock().now() - from;
-	LegRecord leg = observe(lab, from, quietFor(expected, plan.times), took + limitFor(expected, plan.times), took);
+	LegRecord leg = watched(lab, plan, expected, from, took);
 	if (plan.paths.contains(expected.path))
 	{
-		measureOverhead(lab.timeline(), {lab.passes(HostId::a), lab.passes(HostId::b)}, plan.paths.at(expected.path),
-		                plan.times.pair, leg);
+		measureOverhead(lab.timeline(), observedBy(lab), plan.paths.at(expected.path), plan.times.pair, leg);
 	}
 	return leg;
 }
@@ -74,7 +96,7 @@ void runLegs(Lab& lab, const CellPlan& plan, RunRecord& record)
 	letServe(lab, plan.cell.master, plan.times.serveLimit());
 	waitForTheMoment(random, pass);
 	record.legs.push_back(runLeg(lab, plan, plan.cell.stands, &Lab::inject, plan.cell.inject));
-	if (!plan.cell.heal.empty())
+	if (!plan.cell.heal.empty() && (!plan.untilBack || !plan.paths.contains(plan.cell.stands.path)))
 	{
 		if (!plan.cell.stands.lasts)
 		{
@@ -82,7 +104,7 @@ void runLegs(Lab& lab, const CellPlan& plan, RunRecord& record)
 		}
 		record.legs.push_back(runLeg(lab, plan, plan.cell.healed, &Lab::heal, plan.cell.heal));
 	}
-	record.left = leftOn(lab);
+	record.left = plan.untilBack ? std::vector<std::string>() : leftOn(lab);
 }
 
 } // namespace
@@ -112,7 +134,10 @@ RunRecord runCell(const CellPlan& plan)
 	try
 	{
 		runLegs(lab, plan, record);
-		judge(record, plan.cell, plan.paths, plan.times);
+		if (!plan.untilBack)
+		{
+			judge(record, plan.cell, plan.paths, plan.times);
+		}
 	}
 	catch (const LabError& error)
 	{

@@ -19,6 +19,9 @@ struct CellPlan
 	int run = 1;
 	std::uint64_t seed = 1; ///< of the matrix; the moment of the fault follows from it
 	std::filesystem::path installRoot{};
+	/// Only the leg with an outage along a path is watched, until the service is back;
+	/// the pair is not judged. For many measurements of take-overs in a short time.
+	bool untilBack = false;
 };
 
 /// Starts both agents and waits until this node serves and the other one is on standby.

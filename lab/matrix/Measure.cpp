@@ -147,6 +147,25 @@ std::optional<Event> decisionIn(const Timeline& timeline, const LegRecord& leg, 
 	return decision;
 }
 
+/// When the agent that runs at that time began; long ago when its start was not seen.
+Millis lastStart(const std::vector<Millis>& starts, Millis at)
+{
+	const auto later = std::upper_bound(starts.begin(), starts.end(), at);
+	return later == starts.begin() ? Millis::min() : *std::prev(later);
+}
+
+/// What the probes that began between two times lasted beyond a second each.
+Millis beyondASecond(const std::vector<Stretch>& probes, Millis from, Millis to)
+{
+	Millis sum{0};
+	for (const Stretch& probe : probes)
+	{
+		const bool within = probe.from >= from && probe.from < to;
+		sum += within ? std::max(probe.length() - Millis(1000), Millis(0)) : Millis(0);
+	}
+	return sum;
+}
+
 } // namespace
 
 void measure(const Timeline& timeline, LegRecord& leg)
@@ -184,8 +203,8 @@ Millis lastChange(const Timeline& timeline, Millis from, Millis to)
 	return last;
 }
 
-void measureOverhead(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes, const Path& path,
-                     const PairTimes& times, LegRecord& leg)
+void measureOverhead(const Timeline& timeline, const Observed& observed, const Path& path, const PairTimes& times,
+                     LegRecord& leg)
 {
 	if (leg.outage == Millis(0) || leg.outageOpen || path.anchor.empty())
 	{
@@ -196,23 +215,29 @@ void measureOverhead(const Timeline& timeline, const std::array<std::vector<Mill
 	{
 		return;
 	}
+	const auto node = static_cast<std::size_t>(*decision->host);
 	Millis decided = decision->at;
 	Millis begun = leg.outageBegin + leg.took;
 	if (path.wholePass)
 	{
-		const std::vector<Millis>& own = passes[static_cast<std::size_t>(*decision->host)];
+		const std::vector<Millis>& own = observed.passes[node];
 		const auto later = std::upper_bound(own.begin(), own.end(), decided);
 		const auto index = later - own.begin();
+		const Millis started = lastStart(observed.starts[node], decided);
 		decided = index > 0 ? own[static_cast<std::size_t>(index - 1)] : decided;
-		begun = index > 1 ? own[static_cast<std::size_t>(index - 2)] : begun;
+		// A pass of the agent that ran before a reboot is none of this one's.
+		const bool another = index > 1 && own[static_cast<std::size_t>(index - 2)] >= started;
+		begun = another ? own[static_cast<std::size_t>(index - 2)] : begun;
 	}
 	if (decided < leg.from)
 	{
 		return; // made before the leg: it does not answer what happened in it
 	}
-	const Millis early = decided - begun - sumOf(path.before, times);
+	const std::vector<Stretch>& probes = observed.silentProbes[node];
+	const Millis early = std::max(decided - begun - sumOf(path.before, times), Millis(0));
 	leg.noticed = decided - leg.outageBegin;
-	leg.overhead = leg.outageEnd - decided - sumOf(path.after, times) + std::max(early, Millis(0));
+	leg.overhead = leg.outageEnd - decided - sumOf(path.after, times) + early;
+	leg.pings = beyondASecond(probes, decided, leg.outageEnd) + std::min(early, beyondASecond(probes, begun, decided));
 }
 
 } // namespace velarix::lab

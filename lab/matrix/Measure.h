@@ -8,6 +8,7 @@
 
 #include "Basics.h"
 #include "Expectations.h"
+#include "LogWatch.h"
 #include "NodeSettings.h"
 #include "Record.h"
 #include "Timeline.h"
@@ -23,14 +24,24 @@ void measure(const Timeline& timeline, LegRecord& leg);
 /// When a lane of roles or owners last changed between two times; `from` when none did.
 Millis lastChange(const Timeline& timeline, Millis from, Millis to);
 
-/// Fills in leg.noticed and leg.overhead: how long the outage of the leg lasted beyond
+/// What the logs tell beside the timeline, of node a and node b.
+struct Observed
+{
+	std::array<std::vector<Millis>, 2> passes{};        ///< beginnings of the receivers' passes
+	std::array<std::vector<Stretch>, 2> silentProbes{}; ///< probes that nobody answered
+	std::array<std::vector<Millis>, 2> starts{};        ///< of the agents
+};
+
+/// Fills in leg.noticed, leg.overhead and leg.pings: how long the outage of the leg lasted beyond
 /// the prescribed waits of the path. That is what came after the decision less the waits
 /// prescribed there, and what came before it beyond the waits prescribed there at most.
 /// Where the decision begins with a pass of the receiver, the pass before it counts;
-/// else all the time since the outage began, less what the lab itself took. Leaves both
-/// empty when there was no ended outage or the path was not taken.
-/// @param passes  beginnings of the receivers' passes, of node a and node b
-void measureOverhead(const Timeline& timeline, const std::array<std::vector<Millis>, 2>& passes, const Path& path,
-                     const PairTimes& times, LegRecord& leg);
+/// else all the time since the outage began, less what the lab itself took. leg.pings is
+/// the part of it in which the deciding node's probes were silent beyond the second that
+/// is counted for each: how long ten pings are waited for is up to the library and to the
+/// kernel's answers. Leaves all empty when there was no ended outage or the path was not
+/// taken.
+void measureOverhead(const Timeline& timeline, const Observed& observed, const Path& path, const PairTimes& times,
+                     LegRecord& leg);
 
 } // namespace velarix::lab

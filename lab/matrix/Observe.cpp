@@ -70,6 +70,16 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 	return left;
 }
 
+/// Answered for the last second, after a time without an answer.
+bool backAgain(const std::vector<Interval>& service, Millis from, Millis blink, Millis now)
+{
+	const bool was =
+	    std::any_of(service.begin(), service.end(),
+	                [&](const Interval& interval)
+	                { return interval.value == "none" && interval.to - std::max(interval.from, from) > blink; });
+	return was && timeWith(service, {"none"}, std::max(from, now - Millis(1000)), now) == Millis(0);
+}
+
 } // namespace
 
 LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took)
@@ -88,6 +98,23 @@ LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took
 	}
 	leg.to = now;
 	leg.steadyAfter = change - from;
+	leg.programs = programsOf(lab);
+	measure(lab.timeline(), leg);
+	return leg;
+}
+
+LegRecord observeUntilBack(Lab& lab, Millis from, Millis blink, Millis limit, Millis took)
+{
+	LegRecord leg;
+	leg.from = from;
+	leg.took = took;
+	while (!leg.steady && lab.clock().now() - from < limit)
+	{
+		std::this_thread::sleep_for(Millis(50));
+		leg.to = lab.clock().now();
+		leg.steady = backAgain(lab.timeline().intervals(serviceLane, leg.to), from, blink, leg.to);
+	}
+	leg.steadyAfter = leg.to - from;
 	leg.programs = programsOf(lab);
 	measure(lab.timeline(), leg);
 	return leg;

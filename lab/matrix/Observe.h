@@ -15,6 +15,10 @@ namespace velarix::lab
 /// @param took  see LegRecord
 LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took = Millis(0));
 
+/// Waits until the service is back after an outage of more than `blink`, and measures.
+/// The leg is not steady where that did not happen within `limit` since `from`.
+LegRecord observeUntilBack(Lab& lab, Millis from, Millis blink, Millis limit, Millis took = Millis(0));
+
 /// Nodes on which the managed program runs (zombies left out).
 std::string programsOf(Lab& lab);
 

@@ -39,6 +39,7 @@ Json jsonOf(const LegRecord& leg)
 	        {"disagreements", leg.disagreements},
 	        {"noticedMs", jsonOf(leg.noticed)},
 	        {"overheadMs", jsonOf(leg.overhead)},
+	        {"pingsMs", jsonOf(leg.pings)},
 	        {"differences", leg.differences}};
 }
 
@@ -77,6 +78,8 @@ LegRecord legFrom(const Json& json)
 	leg.disagreements = json.at("disagreements").get<std::vector<std::string>>();
 	leg.noticed = perhapsMillisIn(json, "noticedMs");
 	leg.overhead = perhapsMillisIn(json, "overheadMs");
+	// Older records have none.
+	leg.pings = json.contains("pingsMs") ? perhapsMillisIn(json, "pingsMs") : std::nullopt;
 	leg.differences = json.at("differences").get<std::vector<std::string>>();
 	return leg;
 }

@@ -9,11 +9,13 @@
 #include "Demo.h"
 #include "Fault.h"
 #include "Hostile.h"
+#include "Idle.h"
 #include "Lab.h"
 #include "Matrix.h"
 #include "PairCommands.h"
 #include "Plan.h"
 #include "Soak.h"
+#include "Takeover.h"
 
 namespace
 {
@@ -47,6 +49,8 @@ struct Arguments
 	int slack = 2000;
 	ControlOptions controls;
 	HostileOptions hostile;
+	TakeoverOptions takeover;
+	IdleOptions idle;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";
@@ -219,6 +223,37 @@ void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
 	command.add_flag("--list", campaign.list, "Name the cells and end");
 }
 
+void addTakeover(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command =
+	    app.add_subcommand("takeover", "Measure what take-overs last beyond the waits that the agent prescribes");
+	addLabOptions(*command, arguments);
+	TakeoverOptions& takeover = arguments.takeover;
+	takeover.runs = 30;
+	command->add_option("--runs", takeover.runs, "Samples of each path")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 1000));
+	command->add_option("--seed", takeover.seed, "The moments of the faults follow from it")->capture_default_str();
+	command->add_option("--only", takeover.only, "A path (again for more)");
+	command->add_option("--jobs", takeover.jobs, "Pairs side by side; they mostly wait")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	command->add_option("--format", takeover.form, "text or json")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json"}));
+	command->add_option("--output", takeover.output, "Write the report to this file");
+	command->add_option("--records", takeover.records, "Write the report as JSON to this file as well");
+	command->add_option("--timelines", takeover.timelines, "Directory for the timelines of runs that failed");
+	command->footer("Ends with 0 when every path has its samples, with 1 when not.");
+	command->callback(
+	    [&]
+	    {
+		    arguments.takeover.installRoot = arguments.installRoot;
+		    arguments.takeover.times = arguments.times;
+		    status = runTakeover(arguments.takeover);
+	    });
+}
+
 void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
@@ -346,6 +381,33 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
+void addIdle(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* command =
+	    app.add_subcommand("idle", "Measure what agent, keepalived and monit cost while nothing happens");
+	addLabOptions(*command, arguments);
+	IdleOptions& idle = arguments.idle;
+	command->add_option("--seconds", idle.seconds, "How long is watched")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 86400));
+	command->add_option("--guard", idle.guards, "Only this one (again for more): VelarixHA, keepalived, monit")
+	    ->check(CLI::IsMember({"VelarixHA", "keepalived", "monit"}));
+	command->add_option("--format", idle.form, "text or json")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json"}));
+	command->add_option("--output", idle.output, "Write the report to this file");
+	command->add_option("--records", idle.records, "Write the report as JSON to this file as well");
+	command->footer("The guards are started inside the lab's hosts only.\n"
+	                "Ends with 0 when all was measured, with 1 when not.");
+	command->callback(
+	    [&]
+	    {
+		    arguments.idle.installRoot = arguments.installRoot;
+		    arguments.idle.times = arguments.times;
+		    status = runIdle(arguments.idle);
+	    });
+}
+
 int runProgram(int argc, char** argv)
 {
 	CLI::App app(overview, "velarix-lab");
@@ -360,6 +422,8 @@ int runProgram(int argc, char** argv)
 	addMatrix(app, arguments, status);
 	addControls(app, arguments, status);
 	addHostile(app, arguments, status);
+	addTakeover(app, arguments, status);
+	addIdle(app, arguments, status);
 	addChaos(app, arguments, status);
 	addSoak(app, arguments, status);
 	try

@@ -2,25 +2,28 @@
 
 from common import Unusable
 
-BEGIN = "<!-- figures: begin -->\n"
-END = "<!-- figures: end -->\n"
+
+def marks(name):
+    return f"<!-- {name}: begin -->\n", f"<!-- {name}: end -->\n"
 
 
-def parts_of(path):
-    """What stands before and behind the figures of a page."""
+def parts_of(path, name="figures"):
+    """What stands before and behind the figures of that name on a page."""
+    begin, end = marks(name)
     with open(path, encoding="utf-8") as handle:
         whole = handle.read()
-    if BEGIN not in whole or END not in whole:
-        raise Unusable(f"{path} has no marks for the figures ({BEGIN.strip()} ... {END.strip()})")
-    head, rest = whole.split(BEGIN, 1)
-    return head, rest.split(END, 1)[1]
+    if begin not in whole or end not in whole:
+        raise Unusable(f"{path} has no marks for the figures ({begin.strip()} ... {end.strip()})")
+    head, rest = whole.split(begin, 1)
+    return head, rest.split(end, 1)[1]
 
 
-def put_figures(path, text):
-    """Replaces what stands between the two marks of the page."""
-    head, tail = parts_of(path)
+def put_figures(path, text, name="figures"):
+    """Replaces what stands between the two marks of that name."""
+    head, tail = parts_of(path, name)
+    begin, end = marks(name)
     with open(path, "w", encoding="utf-8") as handle:
-        handle.write(head + BEGIN + "\n" + text + "\n" + END + tail)
+        handle.write(head + begin + "\n" + text + "\n" + end + tail)
 
 
 def read_entries(path, names):

@@ -56,6 +56,32 @@ TEST(LabLogLine, MeaningsTellRoles)
 	EXPECT_EQ(meaningOf(line), nullptr);
 }
 
+TEST(LabLogLine, TellsWhereAProbeBeginsAndEnds)
+{
+	LogLine line;
+	line.source = "Utill";
+	const std::vector<std::pair<const char*, ProbeMark>> rows{
+	    {"partnerComunicationIPcheck : partnerIP: 192.0.2.1", ProbeMark::begins},
+	    {"partnerComunicationIPcheck : true", ProbeMark::answered},
+	    {"partnerComunicationIPcheck : false", ProbeMark::silent},
+	    {"myComunicationIPcheck : START", ProbeMark::begins},
+	    {"myComunicationIPcheck : TRUE", ProbeMark::answered},
+	    {"myComunicationIPcheck : FALSE", ProbeMark::silent},
+	    {"serviceIPcheck : START", ProbeMark::begins},
+	    {"serviceIP[192.0.2.100],serviceIPcheck : true", ProbeMark::answered},
+	    {"serviceIPcheck : false", ProbeMark::silent},
+	    {"set virtual ip...", ProbeMark::none},
+	};
+	for (const auto& [text, mark] : rows)
+	{
+		line.text = text;
+		EXPECT_EQ(probeMarkOf(line), mark) << text;
+	}
+	line.source = "CHeartReciver";
+	line.text = "serviceIPcheck : START";
+	EXPECT_EQ(probeMarkOf(line), ProbeMark::none);
+}
+
 TEST(LabSettings, WriteEveryKeyOnceInItsSection)
 {
 	NodeSettings settings = NodeSettings::standard(HostId::b);

@@ -45,6 +45,17 @@ struct AskedTakeOver
 	}
 };
 
+/// What the log of node b tells beside the timeline.
+Observed onNodeB(const std::vector<Millis>& passes, const std::vector<Stretch>& probes = {},
+                 const std::vector<Millis>& starts = {})
+{
+	Observed observed;
+	observed.passes[1] = passes;
+	observed.silentProbes[1] = probes;
+	observed.starts[1] = starts;
+	return observed;
+}
+
 CellPlan planOf(const std::string& cell)
 {
 	const Expectations table = parseExpectations(smallTable);
@@ -100,7 +111,7 @@ TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 	{
 		seen.leg.noticed.reset();
 		seen.leg.overhead.reset();
-		measureOverhead(seen.timeline, passes, path, {}, seen.leg);
+		measureOverhead(seen.timeline, {passes, {}, {}}, path, {}, seen.leg);
 		return seen.leg.overhead;
 	};
 	const std::string words = "takes over: the partner asks";
@@ -120,6 +131,49 @@ TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(500));
 	seen.leg.outageOpen = true;
 	EXPECT_FALSE(overhead({"asked", "second", "2*count", false, words}, {}));
+}
+
+TEST(MatrixMeasure, LeavesThePassesOfAnEarlierAgentAside)
+{
+	AskedTakeOver seen;
+	const Path pass{"asked", "second", "2*count", true, "takes over: the partner asks"};
+	const auto overhead = [&](const std::vector<Millis>& starts)
+	{
+		measureOverhead(seen.timeline, onNodeB({Millis(-600), Millis(2900)}, {}, starts), pass, {}, seen.leg);
+		return seen.leg.overhead;
+	};
+	EXPECT_EQ(overhead({}), Millis(2800)); // a pass of 3.5 s where one second is prescribed
+	EXPECT_EQ(overhead({Millis(-5000)}), Millis(2800));
+	EXPECT_EQ(overhead({Millis(-5000), Millis(1200)}), Millis(1200)); // 1.9 s since the outage began
+	EXPECT_EQ(overhead({Millis(-5000), Millis(3100)}), Millis(2800)); // the start of another one, later
+}
+
+TEST(MatrixMeasure, TellsHowMuchOfTheOverheadSilentPingsAre)
+{
+	AskedTakeOver seen;
+	const Path late{"asked", "silence", "2*count", true, "takes over: the partner asks"};
+	const auto pings = [&](const Observed& observed)
+	{
+		seen.leg.pings.reset();
+		measureOverhead(seen.timeline, observed, late, {}, seen.leg);
+		return seen.leg.pings;
+	};
+	const std::vector<Millis> inTime{Millis(100), Millis(2900)};
+	const std::vector<Millis> tooLate{Millis(-600), Millis(2900)}; // half a second longer than its waits
+	// One before the deciding pass, two within it, one once the service is back.
+	const std::vector<Stretch> probes{{Millis(1000), Millis(2900)},
+	                                  {Millis(2900), Millis(3950)},
+	                                  {Millis(3960), Millis(5000)},
+	                                  {Millis(13300), Millis(15200)}};
+	EXPECT_EQ(pings(onNodeB(inTime, probes)), Millis(90));
+	EXPECT_EQ(pings(onNodeB(tooLate, probes)), Millis(590));
+	Observed ofTheOther = onNodeB(tooLate);
+	ofTheOther.silentProbes[0] = probes;
+	EXPECT_EQ(pings(ofTheOther), Millis(0));
+	// Shorter than a second is no gain: it was not the whole probe that was seen.
+	EXPECT_EQ(pings(onNodeB(inTime, {{Millis(2900), Millis(3800)}})), Millis(0));
+	seen.leg.outageOpen = true;
+	EXPECT_FALSE(pings(onNodeB(inTime, probes)));
 }
 
 TEST(MatrixMeasure, SeesWhereTheLogIsWrong)

@@ -1,7 +1,11 @@
 // Counting in a /proc made by hand: what of a directory is looked at, and how
 // much of a status file.
 
+#include <thread>
+
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +13,7 @@
 #include "PlainUser.h"
 #include "Sandbox.h"
 #include "Utill.h"
+#include "WaitFor.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -94,6 +99,40 @@ TEST_F(ProcDirectory, AFirstLineWithoutLineFeedIsUsed)
 {
 	process("1", "Name:\tserver");
 	EXPECT_TRUE(isRunning());
+}
+
+TEST_F(ProcDirectory, ANulEndsTheLine)
+{
+	process("1", std::string("Name:\tother\0server\n", 19));
+	EXPECT_FALSE(isRunning());
+	process("2", std::string("Name:\tserver\0\n", 14));
+	EXPECT_TRUE(isRunning());
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_F(ProcDirectory, ALineThatComesInPiecesIsReadToItsEnd)
+{
+	directory("1");
+	ASSERT_EQ(::mkfifo("/proc/1/status", 0600), 0);
+	std::thread writer(
+	    []
+	    {
+		    const int fifo = ::open("/proc/1/status", O_WRONLY | O_CLOEXEC);
+		    EXPECT_EQ(::write(fifo, "Name:\tser", 9), 9);
+		    waitFor(
+		        [fifo]
+		        {
+			        int unread = 0;
+			        EXPECT_EQ(::ioctl(fifo, FIONREAD, &unread), 0);
+			        return unread == 0;
+		        },
+		        std::chrono::seconds(10), "the first piece to be read");
+		    EXPECT_EQ(::write(fifo, "ver\nmore", 8), 8);
+		    ::close(fifo);
+	    });
+	EXPECT_TRUE(isRunning());
+	writer.join();
+	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 TEST_F(ProcDirectory, TheNameMayBeAnywhereInTheLine)
@@ -196,6 +235,8 @@ TEST_F(ProcDirectory, AnEmptyStatusDoesNotMatchAnEmptyNameEither)
 	settings.programs({"/opt/app/"});
 	apply();
 	process("1", "");
+	directory("2");
+	directory("2/status");
 	EXPECT_FALSE(isRunning());
 }
 

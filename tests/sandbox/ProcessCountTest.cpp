@@ -1,6 +1,8 @@
 // Counting the managed programs in the real /proc. All names begin with "vx", so
 // that no other process of the sandbox contains them.
 
+#include <filesystem>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -194,6 +196,19 @@ TEST_F(ProcessCount, AnUnreadableProcIsNotRunningEvenWithoutPrograms)
 	EXPECT_TRUE(isRunning());
 	EXPECT_FALSE(programs::withoutDescriptors(isRunning));
 	EXPECT_THAT(events::all(), ElementsAre("log E Utill:204 NO_DIR(/proc)"));
+}
+
+TEST_F(ProcessCount, NoFileStaysOpen)
+{
+	configure({"/opt/app/vxalpha"});
+	const auto openFiles = []
+	{
+		const std::filesystem::directory_iterator first("/proc/self/fd");
+		return std::distance(begin(first), end(first));
+	};
+	const auto before = openFiles();
+	isRunning();
+	EXPECT_EQ(openFiles(), before);
 }
 
 TEST_F(ProcessCount, TheCheckersFlagFallsWhenProcCannotBeRead)

@@ -1,0 +1,25 @@
+/// The steps of a heartbeat, each as the agent does it and as it would be done with
+/// the library's bare calls.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// One step with its two contenders. Both are called on equal terms: `prepare` so
+/// many times, then the contender as often, then `finish` as often.
+struct Step
+{
+	std::string name;
+	std::function<void()> agent;
+	std::function<void()> library;
+	std::function<void()> prepare; ///< may be empty
+	std::function<void()> finish;  ///< may be empty
+	int batch = 16;                ///< how often at once; a listening socket holds no more than 64
+	std::function<void()> earlier; ///< as the agent did it before it was made faster; may be empty
+};
+
+/// The steps, in the order in which the page tells them. Call it once; what the
+/// contenders work on lives as long as the program.
+/// @throws Poco::Exception when the sockets or files cannot be made
+std::vector<Step> makeSteps();

@@ -1,0 +1,246 @@
+#include "IdleRun.h"
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "ControlPair.h"
+#include "Files.h"
+#include "Lab.h"
+#include "Monit.h"
+#include "Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis serveLimit{90000};
+constexpr const char* controlLog = "/run/control.log";
+/// Every second as the agent's own look, and the package's default.
+constexpr int monitSecondsOf(HostId node)
+{
+	return node == HostId::a ? 1 : 120;
+}
+
+using Clock = std::chrono::steady_clock;
+
+/// A guard's lasting processes: a child is of the same name until it has become another program.
+std::vector<pid_t> guardsOn(Lab& lab, HostId node, const std::string& guard)
+{
+	const pid_t init = lab.node(node).host().pid();
+	const std::vector<ProcessEntry> first = processesNamed(init, guard);
+	std::this_thread::sleep_for(Millis(300));
+	const std::vector<ProcessEntry> second = processesNamed(init, guard);
+	std::vector<pid_t> lasting;
+	for (const ProcessEntry& entry : first)
+	{
+		const bool there = std::any_of(second.begin(), second.end(),
+		                               [&](const ProcessEntry& other) { return other.pid == entry.pid; });
+		if (there)
+		{
+			lasting.push_back(entry.pid);
+		}
+	}
+	if (lasting.empty())
+	{
+		throw LabError(guard + " does not run on " + nodeText(node));
+	}
+	return lasting;
+}
+
+pid_t parentOf(pid_t pid)
+{
+	const std::string stat = contentIfAny("/proc/" + std::to_string(pid) + "/stat");
+	const std::size_t nameEnd = stat.rfind(')');
+	std::istringstream words(nameEnd == std::string::npos ? std::string() : stat.substr(nameEnd + 1));
+	std::string state;
+	pid_t parent = -1;
+	words >> state >> parent;
+	return parent;
+}
+
+/// The shells that the start command has left to process 1 of the node.
+ProcessTotals announcerOn(const Host& host)
+{
+	ProcessTotals totals;
+	for (const ProcessEntry& entry : processesNamed(host.pid(), "sh"))
+	{
+		if (parentOf(entry.pid) == host.pid())
+		{
+			totals += totalsOf(entry.pid);
+		}
+	}
+	return totals;
+}
+
+std::int64_t sizeOf(const std::filesystem::path& file)
+{
+	std::error_code missing;
+	const auto size = std::filesystem::file_size(file, missing);
+	return missing ? 0 : static_cast<std::int64_t>(size);
+}
+
+NodeLook lookAt(Lab& lab, HostId node, const std::vector<pid_t>& guards)
+{
+	const Host& host = lab.node(node).host();
+	NodeLook look;
+	for (const pid_t guard : guards)
+	{
+		look.guard += totalsOf(guard);
+	}
+	look.announcer = announcerOn(host);
+	look.lastProcess = lastProcessIn(lab.run(node, {"cat", "/proc/loadavg"}).output);
+	const std::string cards = contentOf("/proc/" + std::to_string(host.pid()) + "/net/dev");
+	look.cards = {cardIn(cards, plan::serviceCard), cardIn(cards, plan::communicationCard)};
+	look.logBytes = sizeOf(lab.node(node).file(plan::logFile)) + sizeOf(lab.node(node).file(controlLog)) +
+	                sizeOf(lab.node(node).file(monitLog));
+	look.consoleBytes = sizeOf(lab.node(node).file(plan::consoleFile));
+	return look;
+}
+
+MemoryByMapping memoryOfAll(const std::vector<pid_t>& guards)
+{
+	MemoryByMapping memory;
+	for (const pid_t guard : guards)
+	{
+		for (const auto& [name, figures] : memoryOf(guard))
+		{
+			memory[name] += figures;
+		}
+	}
+	return memory;
+}
+
+void awaitService(Lab& lab)
+{
+	if (!lab.waitForService(HostId::a, serveLimit, Millis(2000)))
+	{
+		throw LabError("node a did not come to serve: " + lab.stateText());
+	}
+}
+
+/// Starts the guard on one node or on both, and waits until it has nothing to do.
+void letRest(Lab& lab, const IdlePlan& plan, const std::vector<HostId>& where)
+{
+	if (plan.guard == "monit")
+	{
+		for (const HostId node : where)
+		{
+			lab.node(node).startService();
+			startMonit(lab, node, monitSecondsOf(node));
+		}
+	}
+	else if (plan.guard == "keepalived")
+	{
+		ControlPair pair(lab, settingsNamed("keepalived", "defaults"));
+		for (const HostId node : where)
+		{
+			pair.start(node);
+			awaitService(lab);
+		}
+	}
+	else
+	{
+		for (const HostId node : where)
+		{
+			lab.startAgent(node);
+		}
+		awaitService(lab);
+	}
+	std::this_thread::sleep_for(plan.settle);
+}
+
+std::string settingsText(const IdlePlan& plan, HostId node)
+{
+	if (plan.guard == "monit")
+	{
+		return "every " + std::to_string(monitSecondsOf(node)) + " s";
+	}
+	return plan.guard == "keepalived" ? "advertisement and check every 1 s"
+	                                  : "heartbeat every " + std::to_string(plan.times.interval) + " s";
+}
+
+std::string roleText(const IdlePlan& plan, HostId node)
+{
+	return plan.guard == "monit" ? "watches" : (node == HostId::a ? "master" : "standby");
+}
+
+LabOptions optionsFor(const IdlePlan& plan)
+{
+	LabOptions options;
+	options.installRoot = plan.installRoot;
+	options.settingsA = NodeSettings::standard(HostId::a, plan.times);
+	options.settingsB = NodeSettings::standard(HostId::b, plan.times);
+	return options;
+}
+
+} // namespace
+
+const std::vector<std::string>& idleGuards()
+{
+	static const std::vector<std::string> guards{plan::agentName, "keepalived", "monit"};
+	return guards;
+}
+
+void requireGuard(const std::string& guard)
+{
+	if (guard == "keepalived")
+	{
+		requireControl(ControlProgram::keepalived);
+	}
+	else if (guard == "monit")
+	{
+		requireMonit();
+	}
+}
+
+std::vector<IdleFigures> measureIdle(const IdlePlan& plan)
+{
+	Lab lab(optionsFor(plan));
+	letRest(lab, plan, {HostId::a, HostId::b});
+	lab.stillClient();
+	struct Watch
+	{
+		HostId node;
+		std::vector<pid_t> guards;
+		NodeLook before;
+		Clock::time_point begin;
+	};
+	std::vector<Watch> watches;
+	for (const HostId node : nodes)
+	{
+		const std::vector<pid_t> guards = guardsOn(lab, node, plan.guard);
+		watches.push_back({node, guards, lookAt(lab, node, guards), Clock::now()});
+	}
+	std::this_thread::sleep_for(plan.length);
+	std::vector<IdleFigures> figures;
+	for (const Watch& watch : watches)
+	{
+		const NodeLook after = lookAt(lab, watch.node, watch.guards);
+		const std::chrono::duration<double> seconds = Clock::now() - watch.begin;
+		IdleFigures node;
+		node.guard = plan.guard;
+		node.settings = settingsText(plan, watch.node);
+		node.node = nameOf(watch.node);
+		node.role = roleText(plan, watch.node);
+		compare(watch.before, after, seconds.count(), node);
+		node.mappings = memoryOfAll(watch.guards);
+		node.memory = sumOf(node.mappings);
+		figures.push_back(std::move(node));
+	}
+	return figures;
+}
+
+MemoryFigures measureAlone(const IdlePlan& plan)
+{
+	Lab lab(optionsFor(plan));
+	lab.powerOff(HostId::b);
+	letRest(lab, plan, {HostId::a});
+	return sumOf(memoryOfAll(guardsOn(lab, HostId::a, plan.guard)));
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,40 @@
+/// Measures what guards cost while nothing happens, each on a lab of its own.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Basics.h"
+#include "IdleFigures.h"
+#include "NodeSettings.h"
+
+namespace velarix::lab
+{
+
+struct IdlePlan
+{
+	std::string guard; ///< one of idleGuards()
+	Millis settle{10000};
+	Millis length{300000};
+	PairTimes times{};
+	std::filesystem::path installRoot{};
+};
+
+/// VelarixHA, keepalived and monit.
+const std::vector<std::string>& idleGuards();
+
+/// @throws LabError when the guard is not installed, naming its package
+void requireGuard(const std::string& guard);
+
+/// Lets the guards of both nodes come to rest, looks, waits, looks again.
+/// The client is still meanwhile, so that the cards carry the guards' packets only.
+/// @throws LabError when they do not come to rest
+std::vector<IdleFigures> measureIdle(const IdlePlan& plan);
+
+/// The memory of a guard on node a while nobody else has it: nobody shares its libraries
+/// but what the machine runs besides.
+/// @throws LabError as above
+MemoryFigures measureAlone(const IdlePlan& plan);
+
+} // namespace velarix::lab

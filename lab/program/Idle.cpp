@@ -1,0 +1,107 @@
+#include "Idle.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "Campaign.h"
+#include "Children.h"
+#include "IdleRun.h"
+#include "Lab.h"
+#include "Machine.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis toRest{200000};
+
+std::vector<IdlePlan> plansFor(const IdleOptions& options)
+{
+	std::vector<IdlePlan> plans;
+	for (const std::string& guard : options.guards.empty() ? idleGuards() : options.guards)
+	{
+		requireGuard(guard);
+		IdlePlan plan;
+		plan.guard = guard;
+		plan.length = std::chrono::seconds(options.seconds);
+		plan.settle = std::min(plan.settle, plan.length);
+		plan.times = options.times;
+		plan.installRoot = options.installRoot;
+		plans.push_back(plan);
+	}
+	return plans;
+}
+
+void measureAll(const std::vector<IdlePlan>& plans, IdleResults& results)
+{
+	std::vector<std::vector<IdleFigures>> found(plans.size());
+	runInChildren(
+	    plans.size(), static_cast<int>(plans.size()), plans.front().length + toRest,
+	    [&](std::size_t index) { return toJson(measureIdle(plans[index])); },
+	    [&](const ChildResult& result)
+	    {
+		    const std::string& guard = plans[result.index].guard;
+		    std::cerr << guard << ": " << (result.problem.empty() ? "measured" : result.problem) << '\n';
+		    if (result.problem.empty())
+		    {
+			    found[result.index] = idleFiguresFrom(result.text);
+		    }
+		    else
+		    {
+			    results.problems.push_back(guard + ": " + result.problem);
+		    }
+	    });
+	for (const std::vector<IdleFigures>& both : found)
+	{
+		results.nodes.insert(results.nodes.end(), both.begin(), both.end());
+	}
+}
+
+/// Handed over as the one figure of a node that is otherwise empty.
+void measureEachAlone(const std::vector<IdlePlan>& plans, IdleResults& results)
+{
+	runInChildren(
+	    plans.size(), 1, toRest,
+	    [&](std::size_t index)
+	    {
+		    IdleFigures alone;
+		    alone.memory = measureAlone(plans[index]);
+		    return toJson(std::vector<IdleFigures>{alone});
+	    },
+	    [&](const ChildResult& result)
+	    {
+		    const std::string& guard = plans[result.index].guard;
+		    std::cerr << guard << " alone: " << (result.problem.empty() ? "measured" : result.problem) << '\n';
+		    if (!result.problem.empty())
+		    {
+			    results.problems.push_back(guard + " alone: " + result.problem);
+			    return;
+		    }
+		    for (IdleFigures& node : results.nodes)
+		    {
+			    if (node.guard == guard && node.node == "a")
+			    {
+				    node.memoryAlone = idleFiguresFrom(result.text).front().memory;
+			    }
+		    }
+	    });
+}
+
+} // namespace
+
+int runIdle(const IdleOptions& options)
+{
+	const std::vector<IdlePlan> plans = plansFor(options);
+	requireLab(options.installRoot);
+	IdleResults results;
+	results.machine = machineText();
+	measureAll(plans, results);
+	measureEachAlone(plans, results);
+	keepRecords(toJson(results), options.records);
+	deliver(options.form == "json" ? toJson(results) : toText(results), options.output);
+	return results.problems.empty() ? 0 : 1;
+}
+
+} // namespace velarix::lab
