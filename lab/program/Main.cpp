@@ -4,18 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Chaos.h"
-#include "Controls.h"
-#include "Demo.h"
+#include "CommandLine.h"
 #include "Fault.h"
-#include "Hostile.h"
-#include "Idle.h"
 #include "Lab.h"
-#include "Matrix.h"
 #include "PairCommands.h"
 #include "Plan.h"
-#include "Soak.h"
-#include "Takeover.h"
 
 namespace
 {
@@ -36,47 +29,6 @@ std::string faultList()
 		        (info.heal == nullptr ? "; heals by itself" : "") + ")\n";
 	}
 	return text;
-}
-
-/// What the options of all commands are read into.
-struct Arguments
-{
-	DemoOptions demo;
-	SupervisorOptions pair;
-	MatrixOptions matrix;
-	ChaosCommand chaos;
-	SoakCommand soak;
-	int slack = 2000;
-	ControlOptions controls;
-	HostileOptions hostile;
-	TakeoverOptions takeover;
-	IdleOptions idle;
-	std::string installRoot;
-	PairTimes times;
-	std::string name = "lab";
-	std::string stateBase = "/run/velarix-lab";
-	bool noWait = false;
-	bool noAgents = false;
-	std::string wrapper;
-	bool json = false;
-	std::string fault;
-	std::string node;
-	std::string form = "text";
-};
-
-void addLabOptions(CLI::App& command, Arguments& arguments)
-{
-	command.add_option("--install-root", arguments.installRoot,
-	                   "Tree with the installed agent (default: the one staged by the build, else this machine's)");
-	command.add_option("--interval", arguments.times.interval, "Seconds between heartbeats")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 60));
-	command.add_option("--receiving-time", arguments.times.receivingTime, "Seconds of silence that count as one")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 60));
-	command.add_option("--waiting-time", arguments.times.waitingTime, "Seconds between address and programs")
-	    ->capture_default_str()
-	    ->check(CLI::Range(0, 60));
 }
 
 void addPairOptions(CLI::App& command, Arguments& arguments)
@@ -198,216 +150,6 @@ void addFaults(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
-int runMatrixCommand(Arguments& arguments)
-{
-	arguments.matrix.installRoot = arguments.installRoot;
-	arguments.matrix.times.pair = arguments.times;
-	arguments.matrix.times.slack = Millis(arguments.slack);
-	return runMatrix(arguments.matrix);
-}
-
-void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
-{
-	command.add_option("--runs", campaign.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
-	command.add_option("--seed", campaign.seed, "The moments of the faults follow from it")->capture_default_str();
-	command.add_option("--only", campaign.only, "A cell or a group of cells (again for more)");
-	command.add_option("--jobs", campaign.jobs, "Pairs side by side; they mostly wait")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
-	command.add_option("--format", campaign.form, "text, json or markdown")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json", "markdown"}));
-	command.add_option("--output", campaign.output, "Write the report to this file");
-	command.add_option("--records", campaign.records, "Write the report as JSON to this file as well");
-	command.add_option("--from", campaign.from, "Run nothing; tell what such a JSON file holds");
-	command.add_flag("--list", campaign.list, "Name the cells and end");
-}
-
-void addTakeover(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("takeover", "Measure what take-overs last beyond the waits that the agent prescribes");
-	addLabOptions(*command, arguments);
-	TakeoverOptions& takeover = arguments.takeover;
-	takeover.runs = 30;
-	command->add_option("--runs", takeover.runs, "Samples of each path")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 1000));
-	command->add_option("--seed", takeover.seed, "The moments of the faults follow from it")->capture_default_str();
-	command->add_option("--only", takeover.only, "A path (again for more)");
-	command->add_option("--jobs", takeover.jobs, "Pairs side by side; they mostly wait")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
-	command->add_option("--format", takeover.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", takeover.output, "Write the report to this file");
-	command->add_option("--records", takeover.records, "Write the report as JSON to this file as well");
-	command->add_option("--timelines", takeover.timelines, "Directory for the timelines of runs that failed");
-	command->footer("Ends with 0 when every path has its samples, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.takeover.installRoot = arguments.installRoot;
-		    arguments.takeover.times = arguments.times;
-		    status = runTakeover(arguments.takeover);
-	    });
-}
-
-void addMatrix(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
-	addLabOptions(*command, arguments);
-	MatrixOptions& matrix = arguments.matrix;
-	addCampaignOptions(*command, matrix);
-	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the prescribed waits")
-	    ->capture_default_str()
-	    ->check(CLI::Range(0, 60000));
-	command->add_option("--expectations", matrix.expectations, "Table of what is expected (default: the built-in one)");
-	command->add_option("--timelines", matrix.timelines, "Directory for the timelines of runs that differ");
-	command->add_flag("--short", matrix.shortForm, "The ten or so cells that stand for the whole");
-	command->footer("Ends with 0 when every run was as expected, with 1 when not.");
-	command->callback([&] { status = runMatrixCommand(arguments); });
-}
-
-int runChaosCommand(Arguments& arguments)
-{
-	arguments.chaos.options.installRoot = arguments.installRoot;
-	arguments.chaos.options.times.pair = arguments.times;
-	return runChaos(arguments.chaos);
-}
-
-void addChaos(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command = app.add_subcommand("chaos", "Inject and heal faults at random and check the invariants");
-	addLabOptions(*command, arguments);
-	ChaosCommand& chaos = arguments.chaos;
-	command->add_option("--seed", chaos.options.seed, "The whole schedule follows from it")->capture_default_str();
-	command->add_option("--minutes", chaos.minutes, "Begin no step after that (default 10 without --steps)")
-	    ->check(CLI::Range(1, 100000));
-	command->add_option("--steps", chaos.steps, "End after so many steps, of all lanes together")
-	    ->check(CLI::Range(1, 1000000));
-	command->add_option("--jobs", chaos.jobs, "Lanes side by side, each a pair with a schedule of its own")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
-	command->add_option("--lane", chaos.lane, "Only this lane, from 0 on: to repeat what it did")
-	    ->check(CLI::Range(0, 63));
-	command->add_option("--expectations", chaos.expectations,
-	                    "Table that names the faults (default: the built-in one)");
-	command->add_option("--format", chaos.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", chaos.output, "Write the report to this file");
-	command->add_option("--from", chaos.from, "Run nothing; tell what a report as JSON holds");
-	command->footer("Ends with 0 when all invariants held after every step, with 1 when not.");
-	command->callback([&] { status = runChaosCommand(arguments); });
-}
-
-int runSoakCommand(Arguments& arguments)
-{
-	arguments.soak.options.installRoot = arguments.installRoot;
-	arguments.soak.options.times.pair = arguments.times;
-	return runSoak(arguments.soak);
-}
-
-void addSoak(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("soak", "Keep a pair under faults for long and look whether its agents grow");
-	addLabOptions(*command, arguments);
-	SoakCommand& soak = arguments.soak;
-	command->add_option("--minutes", soak.minutes, "How long")->capture_default_str()->check(CLI::Range(1, 100000));
-	command->add_option("--seed", soak.options.seed, "The schedule of the faults follows from it")
-	    ->capture_default_str();
-	command->add_option("--warm-up", soak.warmUp, "Seconds until growth of memory counts")
-	    ->capture_default_str()
-	    ->check(CLI::Range(0, 100000));
-	command->add_flag("--restarts", soak.restarts, "Also faults that end an agent; each begins a new series");
-	command->add_option("--expectations", soak.expectations, "Table that names the faults (default: the built-in one)");
-	command->add_option("--json", soak.json, "Write all samples to this file");
-	command->footer("Ends with 0 when no bound was crossed, with 1 when one was.");
-	command->callback([&] { status = runSoakCommand(arguments); });
-}
-
-void addControls(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("controls", "Strike keepalived and ucarp with the faults of the matrix that apply to them");
-	ControlOptions& controls = arguments.controls;
-	command->add_option("--install-root", arguments.installRoot,
-	                    "Tree with the installed agent; it is not started, but is a part of every lab");
-	addCampaignOptions(*command, controls);
-	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
-	    ->check(CLI::IsMember({"keepalived", "ucarp"}));
-	command->add_option("--settings", controls.settings, "defaults or short (default: both)")
-	    ->check(CLI::IsMember({"defaults", "short"}));
-	command->add_option("--timelines", controls.timelines, "Directory for the timelines and logs of all runs");
-	command->footer("keepalived and ucarp are started inside the lab's hosts only.\n"
-	                "Ends with 0 when every run got to its end, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.controls.installRoot = arguments.installRoot;
-		    status = runControls(arguments.controls);
-	    });
-}
-
-void addHostile(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command = app.add_subcommand("hostile", "Let strangers loose on pairs and compare with what is expected");
-	addLabOptions(*command, arguments);
-	HostileOptions& hostile = arguments.hostile;
-	command->add_option("--attack", hostile.attacks, "A case or a group of cases, or all (again for more)");
-	command->add_option("--seed", hostile.seed, "Random messages follow from it")->capture_default_str();
-	command->add_option("--count", hostile.count, "Random messages of an attack")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 1000000));
-	command->add_flag("--firewall", hostile.firewall, "Behind the packet filter of docs/operating.md");
-	command->add_flag("--neighbours", hostile.neighbours, "And with the fixed neighbours of docs/security.md");
-	command->add_option("--jobs", hostile.jobs, "Pairs side by side")->capture_default_str()->check(CLI::Range(1, 64));
-	command->add_flag("--json", hostile.json, "The report as JSON");
-	command->add_flag("--markdown", hostile.markdown, "The report as a table for a document");
-	command->add_option("--output", hostile.output, "Write the report to this file");
-	command->add_option("--expectations", hostile.table, "Table of what is expected (default: the built-in one)");
-	command->add_option("--timelines", hostile.timelines, "Directory for the timelines of cases that differ");
-	command->add_flag("--list", hostile.list, "Name the cases and end");
-	command->footer("Ends with 0 when every case was as expected, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.hostile.installRoot = arguments.installRoot;
-		    arguments.hostile.times = arguments.times;
-		    status = runHostileCommand(arguments.hostile);
-	    });
-}
-
-void addIdle(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("idle", "Measure what agent, keepalived and monit cost while nothing happens");
-	addLabOptions(*command, arguments);
-	IdleOptions& idle = arguments.idle;
-	command->add_option("--seconds", idle.seconds, "How long is watched")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 86400));
-	command->add_option("--guard", idle.guards, "Only this one (again for more): VelarixHA, keepalived, monit")
-	    ->check(CLI::IsMember({"VelarixHA", "keepalived", "monit"}));
-	command->add_option("--format", idle.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", idle.output, "Write the report to this file");
-	command->add_option("--records", idle.records, "Write the report as JSON to this file as well");
-	command->footer("The guards are started inside the lab's hosts only.\n"
-	                "Ends with 0 when all was measured, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.idle.installRoot = arguments.installRoot;
-		    arguments.idle.times = arguments.times;
-		    status = runIdle(arguments.idle);
-	    });
-}
-
 int runProgram(int argc, char** argv)
 {
 	CLI::App app(overview, "velarix-lab");
@@ -419,13 +161,7 @@ int runProgram(int argc, char** argv)
 	addUpAndDown(app, arguments, status);
 	addStatusAndExec(app, arguments, status);
 	addFaults(app, arguments, status);
-	addMatrix(app, arguments, status);
-	addControls(app, arguments, status);
-	addHostile(app, arguments, status);
-	addTakeover(app, arguments, status);
-	addIdle(app, arguments, status);
-	addChaos(app, arguments, status);
-	addSoak(app, arguments, status);
+	addCampaigns(app, arguments, status);
 	try
 	{
 		app.parse(argc, argv);
