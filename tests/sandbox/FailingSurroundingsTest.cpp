@@ -152,7 +152,7 @@ TEST_F(FailingSurroundings, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
 TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartner)
 {
 	sandbox::addCard("eth1", true);
-	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", "false");
+	settings.set("AGENT.VIRTUAL_IP", "192.0.2.100").set("AGENT.VIRTUAL_IP_START_COMMAND", "true");
 	apply();
 	DaemonProcess daemon;
 	startWith(daemon, dropRawSockets);
