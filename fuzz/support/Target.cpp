@@ -1,5 +1,6 @@
 #include "Target.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -57,9 +58,14 @@ unsigned Input::byte()
 
 std::string Input::field()
 {
-	const std::size_t end = m_rest.find('\xff');
-	std::string text(m_rest.substr(0, end));
-	m_rest.remove_prefix(end == std::string_view::npos ? m_rest.size() : end + 1);
+	std::string text;
+	std::size_t at = 0;
+	for (; at < m_rest.size() && m_rest[at] != '\xff'; ++at)
+	{
+		const bool escapes = m_rest[at] == '\xfe' && at + 1 < m_rest.size();
+		text += m_rest[escapes ? ++at : at];
+	}
+	m_rest.remove_prefix(std::min(at + 1, m_rest.size()));
 	return text;
 }
 

@@ -22,7 +22,8 @@ public:
 	Input(const std::uint8_t* data, std::size_t size);
 
 	unsigned byte();
-	/// @return what stands before the next 0xff, which is consumed
+	/// @return what stands before the next 0xff, which is consumed. Behind 0xfe a byte,
+	///         whichever it is, stands for itself.
 	std::string field();
 	/// @return everything that is left
 	std::string rest();

@@ -2,8 +2,8 @@
 ///
 /// Input: the kill command and the configured paths with 0xff between them. The
 /// script's file is this program's: making and removing it is recorded, its bytes
-/// go into a file in memory. Script, names and kill commands must be those that
-/// cutting each path behind its last "/" gives.
+/// go into a file in memory. Script, names and kill commands must be those of
+/// ScriptModel.
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -22,6 +22,7 @@
 #include "velarix/paths.h"
 
 #include "Daemon.h"
+#include "ScriptModel.h"
 #include "Target.h"
 
 // The library's calls for the script's file.
@@ -116,26 +117,6 @@ std::string readScript(std::size_t expected)
 	return buffer.substr(0, static_cast<std::size_t>(count));
 }
 
-/// What all of it must be.
-struct Expected
-{
-	std::string script;
-	std::string commands;
-	std::string console;
-
-	Expected(const std::string& kill, const std::vector<std::string>& programs)
-	{
-		for (const std::string& path : programs)
-		{
-			const std::size_t cut = path.rfind('/') + 1;
-			script += "cd " + path.substr(0, cut) + "\n" + path + " &\n";
-			commands += kill + " " + path.substr(cut) + "\n";
-			// An empty path has no last component, which is told.
-			console += path.empty() ? "**ERROR**(Utill:178)Out of range\n" : "";
-		}
-	}
-};
-
 } // namespace
 
 bool __wrap__ZNK4Poco4File6existsEv(const Poco::File* pFile)
@@ -227,7 +208,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 		programs.push_back(withoutReferences(input.field()));
 	}
 	configure(kill, programs);
-	const Expected expected(kill, programs);
+	const fuzz::ScriptModel expected = fuzz::scriptOf(kill, programs);
 	fuzz::console().clear();
 	commands().clear();
 	g_script.opened = false;
