@@ -23,6 +23,8 @@ void LogFileChannel::log(const Poco::Message& message)
 	{
 		m_lost->rethrow();
 	}
+	// Nothing is lost by a file that cannot be opened: the next line tries again.
+	open();
 	try
 	{
 		Poco::FileChannel::log(message);

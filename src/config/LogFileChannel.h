@@ -12,7 +12,10 @@
 /// throws and keeps a pointer to the file it has given up; its next line would end the
 /// daemon. From such a failure on this channel refuses every line with the same
 /// exception and touches the library's file no more, as a full disk has it; a restart
-/// of the daemon is what helps. Pinned by LogRotationTest.
+/// of the daemon is what helps. A file that cannot be opened is no such failure: the
+/// next line tries again. The lock keeps the other workers' lines, which wait for the
+/// library's own, from the file between the failure and its mark. Pinned by
+/// LogRotationTest.
 class LogFileChannel : public Poco::FileChannel
 {
 public:
