@@ -4,13 +4,16 @@
 #include <algorithm>
 #include <ctime>
 
+#include <Poco/AutoPtr.h>
 #include <Poco/DateTimeFormat.h>
 #include <Poco/DateTimeFormatter.h>
 #include <Poco/File.h>
+#include <Poco/Message.h>
 #include <Poco/Timestamp.h>
 
 #include "Console.h"
 #include "Daemon.h"
+#include "LogFileChannel.h"
 #include "LogLines.h"
 #include "Sandbox.h"
 #include "VelarixLog.h"
@@ -131,6 +134,18 @@ TEST_F(LogRotation, ADirectoryThatIsGoneRefusesEveryLineFromThenOn)
 	EXPECT_THAT(refusal, HasSubstr("/usr/velarix/log/rotation/v.log"));
 	EXPECT_EQ(refusalOfALine(), refusal);
 	sandbox::shell("rm -rf /usr/velarix/log/away");
+}
+
+TEST_F(LogRotation, AFileThatCannotBeOpenedIsTriedAgainWithTheNextLine)
+{
+	Poco::AutoPtr<LogFileChannel> channel(new LogFileChannel);
+	channel->setProperty(Poco::FileChannel::PROP_PATH, "/usr/velarix/log/rotation/later/v.log");
+	const Poco::Message line("Source", "a line", Poco::Message::PRIO_INFORMATION);
+	EXPECT_THROW(channel->log(line), Poco::FileException);
+	EXPECT_THROW(channel->log(line), Poco::FileException);
+	sandbox::shell("mkdir /usr/velarix/log/rotation/later");
+	channel->log(line);
+	EXPECT_THAT(sandbox::readFile("/usr/velarix/log/rotation/later/v.log"), HasSubstr("a line\n"));
 }
 
 } // namespace

@@ -1,3 +1,6 @@
+#include <csignal>
+
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "Daemon.h"
@@ -102,6 +105,26 @@ TEST_F(ChangeIniFailures, AReadOnlyFileGivesTheMessageAndFalseAndIsLeft)
 {
 	inOwnProcess(failToWrite);
 	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 1\n");
+}
+
+/// A real failure of the write alone, as on a disk that fills up between the file's
+/// emptying and its new bytes.
+TEST_F(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsTold)
+{
+	inOwnProcess(
+	    []
+	    {
+		    initialization editor;
+		    editor.loadFile(kFile);
+		    std::signal(SIGXFSZ, SIG_IGN);
+		    const rlimit nothing{0, RLIM_INFINITY};
+		    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &nothing), 0);
+		    const bool done = editor.changeINI("T.K", "2");
+		    const rlimit all{RLIM_INFINITY, RLIM_INFINITY};
+		    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &all), 0);
+		    EXPECT_TRUE(done);
+	    });
+	EXPECT_EQ(sandbox::readFile(kFile), "");
 }
 
 TEST_F(ChangeIniFailures, WithoutALoadThereIsNoFileToChange)

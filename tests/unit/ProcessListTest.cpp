@@ -1,5 +1,11 @@
 // The configured programs and the names they are known by.
 
+#include <algorithm>
+#include <iostream>
+#include <random>
+
+#include <Poco/StringTokenizer.h>
+
 #include "Daemon.h"
 #include "FakeOutside.h"
 #include "Utill.h"
@@ -81,6 +87,22 @@ TEST_F(ProcessList, TheNameOfAnEmptyPathIsEmptyAndTheTokenizersErrorIsLogged)
 	std::string path;
 	EXPECT_EQ(getProcessName(path), "");
 	EXPECT_THAT(events::all(), ElementsAre("log E Utill:178 Out of range"));
+}
+
+TEST_F(ProcessList, TheNameIsTheTokenizersLastTokenWhateverThePath)
+{
+	const unsigned seed = std::random_device{}();
+	std::cout << "seed " << seed << '\n';
+	std::mt19937 random(seed);
+	const std::string letters("/ab .\0\xff\n", 8);
+	for (int count = 0; count < 20000; ++count)
+	{
+		std::string path(1 + random() % 12, '/');
+		std::generate(path.begin(), path.end(), [&] { return letters[random() % letters.size()]; });
+		const Poco::StringTokenizer tokens(path, "/");
+		ASSERT_EQ(getProcessName(path), tokens[tokens.count() - 1]) << testing::PrintToString(path);
+	}
+	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 TEST_F(ProcessList, TakingANameLeavesThePathAsItWas)
