@@ -15,6 +15,8 @@ namespace velarix::lab
 namespace
 {
 
+constexpr int fewestLooks = 5;
+
 /// The number behind "KEY:" in a file of lines; empty when it is not there.
 std::optional<long> numberBehind(const std::string& text, const std::string& key)
 {
@@ -124,6 +126,7 @@ void AgentSampler::look(HostId node, bool atRest)
 	{
 		watchZombies(node, watched, atRest);
 		watched.descriptors = inBoth(watched.descriptors, sortedDescriptorsOf(watched.pid));
+		++watched.looks;
 	}
 }
 
@@ -174,7 +177,7 @@ void AgentSampler::sample(HostId node, bool atRest)
 	}
 	std::vector<std::string> descriptors = sortedDescriptorsOf(watched.pid);
 	sample.descriptors = static_cast<int>(descriptors.size());
-	if (watched.wasAtRest && atRest && !watched.descriptors.empty())
+	if (watched.wasAtRest && atRest && watched.looks >= fewestLooks)
 	{
 		sample.kept = static_cast<int>(inBoth(watched.descriptors, descriptors).size());
 	}
@@ -183,6 +186,7 @@ void AgentSampler::sample(HostId node, bool atRest)
 	sample.logged = loggedOn(m_lab.node(node));
 	m_series[watched.series].samples.push_back(sample);
 	watched.descriptors = std::move(descriptors);
+	watched.looks = 0;
 	watched.wasAtRest = atRest;
 	watched.oldestZombie = Millis(0);
 }

@@ -22,7 +22,9 @@ public:
 	/// still the same.
 	/// @param atRest  no fault is about
 	void look(bool atRest);
-	/// A sample of both agents, after a look.
+	/// A sample of both agents, after a look. Which descriptors are kept is told when that
+	/// was the fifth look since the sample before: two samples at once meet a connection, or
+	/// a listening socket, that is about to be closed.
 	void sample(bool atRest);
 
 	/// In the order in which they began.
@@ -35,6 +37,7 @@ private:
 		pid_t pid = 0;                          ///< as the lab sees it; 0: there is none
 		std::size_t series = 0;                 ///< its place in m_series
 		std::vector<std::string> descriptors{}; ///< at each look since the last sample, sorted
+		int looks = 0;                          ///< since the last sample
 		bool wasAtRest = false;                 ///< since the last sample no fault was about
 		std::map<pid_t, Millis> zombies{};      ///< at rest, and when each was first seen
 		Millis oldestZombie{0};

@@ -110,10 +110,15 @@ Json jsonOf(const SoakSeries& series)
 
 Json jsonOf(const SoakBounds& bounds)
 {
-	return {{"warmUpMs", bounds.warmUp.count()},     {"ownKibPerHour", bounds.ownKibPerHour},
-	        {"rssKibPerHour", bounds.rssKibPerHour}, {"kept", bounds.kept},
-	        {"descriptors", bounds.descriptors},     {"threads", bounds.threads},
-	        {"zombieMs", bounds.zombie.count()},     {"logKibPerMinute", bounds.logKibPerMinute}};
+	return {{"warmUpMs", bounds.warmUp.count()},
+	        {"settled", bounds.settled},
+	        {"ownKibPerHour", bounds.ownKibPerHour},
+	        {"rssKibPerHour", bounds.rssKibPerHour},
+	        {"kept", bounds.kept},
+	        {"descriptors", bounds.descriptors},
+	        {"threads", bounds.threads},
+	        {"zombieMs", bounds.zombie.count()},
+	        {"logKibPerMinute", bounds.logKibPerMinute}};
 }
 
 /// How often each fault struck, in the order of their names.
@@ -178,6 +183,7 @@ std::string toJson(const SoakResults& results)
 	}
 	const Json whole{{"seed", results.seed},
 	                 {"durationMs", results.duration.count()},
+	                 {"periodMs", results.period.count()},
 	                 {"intervalS", results.times.interval},
 	                 {"receivingTimeS", results.times.receivingTime},
 	                 {"waitingTimeS", results.times.waitingTime},

@@ -79,7 +79,7 @@ SoakResults Soak::run()
 		if (now >= nextSample)
 		{
 			m_sampler->sample(atRest(now));
-			nextSample += m_options.betweenSamples;
+			nextSample = now + m_options.betweenSamples;
 			nextLook = now + m_options.betweenLooks;
 		}
 		else if (now >= nextLook)
@@ -188,6 +188,7 @@ void Soak::finish(Millis from)
 	m_results.problems.insert(m_results.problems.end(), left.begin(), left.end());
 	m_results.seed = m_options.seed;
 	m_results.duration = m_options.duration;
+	m_results.period = m_options.period;
 	m_results.times = m_options.times.pair;
 	m_results.bounds = m_options.bounds;
 	m_results.series = m_sampler->series();
@@ -208,7 +209,7 @@ std::vector<FaultKind> kindsForSoak(const std::vector<FaultKind>& forChaos, bool
 
 SoakResults runSoak(const SoakOptions& options, const std::function<void(const std::string&)>& told)
 {
-	if (options.duration < options.bounds.warmUp + 6 * options.betweenSamples)
+	if (options.duration < options.bounds.warmUp + static_cast<int>(options.bounds.settled) * options.betweenSamples)
 	{
 		throw LabError("a soak of " + secondsText(options.duration) + " is too short for a warm-up of " +
 		               secondsText(options.bounds.warmUp));
@@ -217,9 +218,21 @@ SoakResults runSoak(const SoakOptions& options, const std::function<void(const s
 	return Soak(options, told).run();
 }
 
+int fewestFaults(const SoakResults& results)
+{
+	return std::max(1, static_cast<int>(results.duration / results.period / 2));
+}
+
 std::vector<std::string> crossingsOf(const SoakResults& results)
 {
 	std::vector<std::string> found = results.problems;
+	const auto struck =
+	    std::count_if(results.faults.begin(), results.faults.end(), [](const SoakFault& fault) { return !fault.heal; });
+	if (struck < fewestFaults(results))
+	{
+		found.push_back("only " + std::to_string(struck) + " faults struck, expected are at least " +
+		                std::to_string(fewestFaults(results)));
+	}
 	for (const HostId node : nodes)
 	{
 		const bool judged = std::any_of(results.series.begin(), results.series.end(),

@@ -41,6 +41,7 @@ struct SoakResults
 {
 	std::uint64_t seed = 1;
 	Millis duration{0};
+	Millis period{60000}; ///< a step was due so often
 	PairTimes times{};
 	SoakBounds bounds{};
 	std::vector<SoakFault> faults;
@@ -58,8 +59,11 @@ std::vector<FaultKind> kindsForSoak(const std::vector<FaultKind>& forChaos, bool
 /// @throws LabError when there is no pair, or no time for a warm-up
 SoakResults runSoak(const SoakOptions& options, const std::function<void(const std::string&)>& told);
 
+/// How many faults have to have struck: half as many as there were periods, at least one.
+int fewestFaults(const SoakResults& results);
+
 /// Everything that crosses a bound, one sentence each, the pair's problems as well. A
-/// node without a series that is long enough to be judged is one, too.
+/// node without a series that is long enough to be judged is one, too, and so are too few faults.
 std::vector<std::string> crossingsOf(const SoakResults& results);
 
 /// What was done and seen: a line for each series, the faults, the verdict.

@@ -12,7 +12,7 @@ namespace
 
 constexpr double millisPerHour = 3600000;
 constexpr double millisPerMinute = 60000;
-constexpr std::size_t fewestSettled = 3;
+constexpr std::size_t fewestForLine = 3;
 
 double hoursOf(Millis time)
 {
@@ -88,7 +88,7 @@ std::string toText(const SoakBounds& bounds)
 
 std::optional<SoakLine> lineThrough(const std::vector<SoakSample>& samples, long SoakSample::*value)
 {
-	if (samples.size() < fewestSettled || samples.back().at <= samples.front().at)
+	if (samples.size() < fewestForLine || samples.back().at <= samples.front().at)
 	{
 		return std::nullopt;
 	}
@@ -135,7 +135,7 @@ bool isJudged(const SoakSeries& series, const SoakBounds& bounds)
 {
 	const bool keptSeen = std::any_of(series.samples.begin(), series.samples.end(),
 	                                  [](const SoakSample& sample) { return sample.kept.has_value(); });
-	return keptSeen && settled(series, bounds).size() >= fewestSettled;
+	return keptSeen && settled(series, bounds).size() >= std::max(bounds.settled, fewestForLine);
 }
 
 std::vector<std::string> crossingsOf(const SoakSeries& series, const SoakBounds& bounds)
@@ -146,8 +146,11 @@ std::vector<std::string> crossingsOf(const SoakSeries& series, const SoakBounds&
 		return found;
 	}
 	const std::vector<SoakSample> late = settled(series, bounds);
-	judgeGrowth(late, &SoakSample::ownKib, "memory of its own", bounds.ownKibPerHour, found);
-	judgeGrowth(late, &SoakSample::rssKib, "resident memory", bounds.rssKibPerHour, found);
+	if (late.size() >= bounds.settled)
+	{
+		judgeGrowth(late, &SoakSample::ownKib, "memory of its own", bounds.ownKibPerHour, found);
+		judgeGrowth(late, &SoakSample::rssKib, "resident memory", bounds.rssKibPerHour, found);
+	}
 	for (const SoakSample& sample : series.samples)
 	{
 		judgeSample(sample, bounds, found);

@@ -11,7 +11,7 @@
 ///   memory has a wider bound: a first change of the role alone reads in some 700 KiB
 ///   of the program and its libraries.
 /// - A descriptor is kept when it has the same number and the same target in two
-///   samples in a row and at each look between them. Connections, pipes and scans of
+///   samples in a row and at each look between them, of which there are several. Connections, pipes and scans of
 ///   /proc come and go, so what a leak leaves is what is kept.
 /// - Kept descriptors and threads are judged while no fault stands and the agent has
 ///   had time to finish what it was about; the limits to all descriptors and to the
@@ -39,7 +39,7 @@ struct SoakSample
 	long pssKib = 0;     ///< the same, shared pages divided among those who have them
 	int descriptors = 0; ///< open at this moment
 	std::optional<int>
-	    kept{}; ///< of them, those of the sample before; empty: that was no neighbour, or a fault was about
+	    kept{}; ///< of them, those of the sample before; empty: there was no pause since, or a fault was about
 	int threads = 0;
 	int zombies = 0;         ///< children that have ended and are not waited for, at this moment
 	Millis oldestZombie{0};  ///< longest time one was seen at rest, since the sample before
@@ -57,6 +57,7 @@ struct SoakSeries
 struct SoakBounds
 {
 	Millis warmUp{600000};
+	std::size_t settled = 10; ///< samples after the warm-up, without which growth is not judged
 	long ownKibPerHour = 64;
 	long rssKibPerHour = 1024;
 	int kept = 4; ///< the three standard streams and the log file

@@ -1,5 +1,7 @@
 /// Which series of samples are within the bounds of a soak, and which are not.
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "SoakRun.h"
@@ -59,6 +61,8 @@ SoakResults resultsOf(const SoakSeries& ofA, const SoakSeries& ofB)
 	SoakResults results;
 	results.series = {ofA, ofB};
 	results.series[1].node = HostId::b;
+	results.duration = Millis(3600000);
+	results.faults.resize(30);
 	return results;
 }
 
@@ -204,7 +208,8 @@ TEST(SoakSeries, ALogThatIsWrittenWithoutAPauseIsFound)
 TEST(SoakSeries, ShortSeriesAreNotJudgedByTheirGrowth)
 {
 	SoakSeries brief = hourWith([](SoakSample& sample, long index) { sample.ownKib += index * 100; });
-	brief.samples.resize(62);
+	// Behind the sixty of the warm-up.
+	brief.samples.resize(69);
 	EXPECT_EQ(crossingsOf(brief, SoakBounds{}), Texts{});
 	EXPECT_FALSE(isJudged(brief, SoakBounds{}));
 	SoakSeries restless = hourWith([](SoakSample& sample, long) { sample.kept.reset(); });
@@ -219,8 +224,36 @@ TEST(SoakResults, ANodeWithoutAJudgedSeriesCrossesABound)
 	SoakSeries brief = soundHour();
 	brief.samples.resize(62);
 	EXPECT_EQ(crossingsOf(resultsOf(soundHour(), brief)), Texts{"node b: no series is long enough to be judged"});
-	EXPECT_EQ(crossingsOf(SoakResults{}), (Texts{"node a: no series is long enough to be judged",
-	                                             "node b: no series is long enough to be judged"}));
+	EXPECT_EQ(crossingsOf(SoakResults{}),
+	          (Texts{"only 0 faults struck, expected are at least 1", "node a: no series is long enough to be judged",
+	                 "node b: no series is long enough to be judged"}));
+}
+
+TEST(SoakResults, AFaultHasToStrikeInEverySecondPeriod)
+{
+	SoakResults results = resultsOf(soundHour(), soundHour());
+	results.faults.resize(29);
+	EXPECT_EQ(crossingsOf(results), Texts{"only 29 faults struck, expected are at least 30"});
+	// What is healed does not count.
+	results.faults.resize(60);
+	std::for_each(results.faults.begin(), results.faults.begin() + 31, [](SoakFault& fault) { fault.heal = true; });
+	EXPECT_EQ(crossingsOf(results), Texts{"only 29 faults struck, expected are at least 30"});
+	results.faults.front().heal = false;
+	EXPECT_EQ(crossingsOf(results), Texts{});
+	results.faults.clear();
+	results.duration = Millis(61000);
+	EXPECT_EQ(crossingsOf(results), Texts{"only 0 faults struck, expected are at least 1"});
+}
+
+TEST(SoakSeries, TenSamplesAfterTheWarmUpAreJudged)
+{
+	SoakSeries leaking = hourWith([](SoakSample& sample, long index) { sample.ownKib += index * 100; });
+	leaking.samples.resize(70);
+	EXPECT_TRUE(isJudged(leaking, SoakBounds{}));
+	EXPECT_EQ(crossingsOf(leaking, SoakBounds{}).size(), 1U);
+	leaking.samples.resize(69);
+	EXPECT_FALSE(isJudged(leaking, SoakBounds{}));
+	EXPECT_EQ(crossingsOf(leaking, SoakBounds{}), Texts{});
 }
 
 TEST(SoakResults, TellWhichAgentCrossesWhatAndWhatThePairDid)

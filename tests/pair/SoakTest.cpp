@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "AgentSampler.h"
 #include "PairTest.h"
 #include "SoakRun.h"
 
@@ -16,7 +17,7 @@ void expectSeen(const SoakSeries& series)
 {
 	SCOPED_TRACE(nodeText(series.node));
 	EXPECT_EQ(series.ended, "");
-	EXPECT_GE(series.samples.size(), 10U);
+	EXPECT_GE(series.samples.size(), 5U);
 	const auto kept = std::count_if(series.samples.begin(), series.samples.end(),
 	                                [](const SoakSample& sample) { return sample.kept.has_value(); });
 	EXPECT_GE(kept, 2);
@@ -38,9 +39,10 @@ TEST(Soak, HalfAMinuteWithADeadProgramLeavesNothingBehind)
 	options.kinds = {FaultKind::programKilled};
 	options.seed = 3;
 	options.duration = Millis(30000);
-	options.period = Millis(12000);
-	options.betweenSamples = Millis(2000);
+	options.period = Millis(18000);
+	options.betweenSamples = Millis(4000);
 	options.bounds.warmUp = Millis(10000);
+	options.bounds.settled = 3;
 	// Whatever a path of the code touches for the first time lies behind the warm-up here.
 	options.bounds.ownKibPerHour = 1024;
 	options.bounds.rssKibPerHour = 4096;
@@ -53,6 +55,31 @@ TEST(Soak, HalfAMinuteWithADeadProgramLeavesNothingBehind)
 	ASSERT_FALSE(results.faults.empty()) << testing::PrintToString(told);
 	EXPECT_EQ(toName(results.faults.front().fault).substr(0, 12), "program-kill");
 	EXPECT_EQ(told.front(), toText(options.bounds));
+}
+
+using SoakSampler = PairTest;
+
+TEST_F(SoakSampler, TellsWhatIsKeptAfterFiveLooksAtRest)
+{
+	PAIR_OR_RETURN(startPair());
+	AgentSampler sampler(lab());
+	const auto keptAfter = [&](int looks, bool atRest)
+	{
+		for (int look = 0; look < looks; ++look)
+		{
+			sampler.look(atRest);
+		}
+		sampler.sample(atRest);
+		return sampler.series().front().samples.back().kept;
+	};
+	// Each sample is a look as well.
+	EXPECT_FALSE(keptAfter(9, true)) << "the first sample";
+	EXPECT_FALSE(keptAfter(0, true));
+	EXPECT_FALSE(keptAfter(3, true));
+	EXPECT_TRUE(keptAfter(4, true));
+	EXPECT_FALSE(keptAfter(9, false));
+	EXPECT_FALSE(keptAfter(9, true)) << "the sample before was not at rest";
+	EXPECT_TRUE(keptAfter(9, true));
 }
 
 } // namespace velarix::lab

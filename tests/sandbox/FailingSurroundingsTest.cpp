@@ -2,20 +2,19 @@
 // doing. Each failure is made for the daemon alone.
 
 #include <csignal>
+#include <filesystem>
 
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <linux/capability.h>
 
-#include "DaemonProcess.h"
-#include "LogFile.h"
+#include "FailingSurroundings.h"
 #include "Sandbox.h"
 #include "WaitFor.h"
-#include "velarix/paths.h"
 
 using testing::AllOf;
 using testing::Contains;
@@ -27,51 +26,11 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr int kAborted = 128 + SIGABRT;
-/// Nobody else's: the limit counts all processes of a user.
-constexpr uid_t kOtherUser = 61235;
-
-class FailingSurroundings : public DaemonSandbox
-{
-protected:
-	/// Starts the daemon with a failure and waits for its workers.
-	static void startWith(DaemonProcess& daemon, const std::function<void()>& failure)
-	{
-		ASSERT_EQ(daemon.start(failure), 0);
-		ASSERT_TRUE(waitFor([&] { return daemon.threads() == 4; }, 20s, "three workers besides the main thread",
-		                    [&] { return std::to_string(daemon.threads()) + " threads\n" + daemon.errors(); }));
-	}
-
-	/// Waits until the log holds each of the events.
-	static void waitForEvents(const DaemonProcess& daemon, const std::vector<std::string>& wanted)
-	{
-		std::string missing;
-		const auto allThere = [&]
-		{
-			const std::vector<std::string> events = eventsOf(readLogFile());
-			missing.clear();
-			for (const std::string& event : wanted)
-			{
-				const bool there = std::find(events.begin(), events.end(), event) != events.end();
-				missing += there ? std::string() : event + "\n";
-			}
-			return missing.empty();
-		};
-		EXPECT_TRUE(waitFor(allThere, 40s, "lines in the log", [&] { return missing + daemon.errors(); }));
-	}
-
-	/// The node has nobody to talk to: its partner and the service are silent.
-	void leaveAlone()
-	{
-		settings.set("AGENT.PARTNER_IP", "192.0.2.2").set("AGENT.VIRTUAL_IP", "192.0.2.100");
-		apply();
-	}
-};
-
 /// In a mount namespace of the daemon's own.
-void mountOver(const char* source, const char* target, const char* type, unsigned long flags)
+void mountOver(const char* source, const char* target, const char* type, unsigned long flags,
+               const char* options = nullptr)
 {
-	if (::unshare(CLONE_NEWNS) != 0 || ::mount(source, target, type, flags, nullptr) != 0)
+	if (::unshare(CLONE_NEWNS) != 0 || ::mount(source, target, type, flags, options) != 0)
 	{
 		::_exit(126);
 	}
@@ -86,12 +45,20 @@ void makeLogDirectoryReadOnly()
 	}
 }
 
+void drop(std::initializer_list<unsigned long> capabilities)
+{
+	for (const unsigned long capability : capabilities)
+	{
+		if (::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0)
+		{
+			::_exit(126);
+		}
+	}
+}
+
 void dropRawSockets()
 {
-	if (::prctl(PR_CAPBSET_DROP, CAP_NET_RAW, 0, 0, 0) != 0)
-	{
-		::_exit(126);
-	}
+	drop({CAP_NET_RAW});
 }
 
 void hideProc()
@@ -102,12 +69,21 @@ void hideProc()
 /// Nobody may open it but those whom modes do not bind, and the daemon is none of them.
 void lockProc()
 {
-	if (::unshare(CLONE_NEWNS) != 0 || ::mount("tmpfs", "/proc", "tmpfs", 0, "mode=0") != 0 ||
-	    ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) != 0 ||
-	    ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0) != 0)
-	{
-		::_exit(126);
-	}
+	mountOver("tmpfs", "/proc", "tmpfs", 0, "mode=0");
+	drop({CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH});
+}
+
+/// Shows each user his own processes, and all of them to a group (root's, where none is
+/// named, and root is in it) and to who may trace any.
+void hideOtherUsers()
+{
+	mountOver("proc", "/proc", "proc", 0, ("hidepid=2,gid=" + std::to_string(otherUser())).c_str());
+}
+
+void hideOtherUsersFromRootToo()
+{
+	hideOtherUsers();
+	drop({CAP_SYS_PTRACE});
 }
 
 /// The daemon finds these two and no other tool.
@@ -116,15 +92,47 @@ void leaveOnlyShellAndCat()
 	::setenv("PATH", "/usr/velarix/tools", 1);
 }
 
-/// As a user that has the daemon's own four threads and no process besides.
-void becomeUserOfFourThreads()
+/// A program of the other user, which sleeps; killed and awaited at the end.
+class ProgramOfOtherUser
 {
-	const rlimit four{4, 4};
-	if (::setuid(kOtherUser) != 0 || ::setrlimit(RLIMIT_NPROC, &four) != 0)
+public:
+	explicit ProgramOfOtherUser(const std::string& path)
 	{
-		::_exit(126);
+		std::filesystem::copy_file("/bin/sleep", path);
+		m_pid = ::fork();
+		if (m_pid == 0)
+		{
+			::setuid(otherUser()) == 0 ? ::execl(path.c_str(), path.c_str(), "1000", nullptr) : 0;
+			::_exit(126);
+		}
+		const std::string comm = "/proc/" + std::to_string(m_pid) + "/comm";
+		const std::string name = std::filesystem::path(path).filename();
+		EXPECT_TRUE(waitFor([&] { return sandbox::readFile(comm) == name + "\n"; }, 10s, "name of the program"));
 	}
-}
+	~ProgramOfOtherUser()
+	{
+		::kill(m_pid, SIGKILL);
+		::waitpid(m_pid, nullptr, 0);
+	}
+	ProgramOfOtherUser(const ProgramOfOtherUser&) = delete;
+	ProgramOfOtherUser& operator=(const ProgramOfOtherUser&) = delete;
+
+private:
+	pid_t m_pid = 0;
+};
+
+/// A card with carrier, for as long as it lives.
+class Card
+{
+public:
+	explicit Card(std::string name) : m_name(std::move(name)) { sandbox::addCard(m_name, true); }
+	~Card() { sandbox::shell("ip link del " + m_name); }
+	Card(const Card&) = delete;
+	Card& operator=(const Card&) = delete;
+
+private:
+	std::string m_name;
+};
 
 TEST_F(FailingSurroundings, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithoutALog)
 {
@@ -151,7 +159,7 @@ TEST_F(FailingSurroundings, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
 
 TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartner)
 {
-	sandbox::addCard("eth1", true);
+	const Card card("eth1");
 	settings.set("AGENT.VIRTUAL_IP", "192.0.2.100").set("AGENT.VIRTUAL_IP_START_COMMAND", "true");
 	apply();
 	DaemonProcess daemon;
@@ -161,7 +169,6 @@ TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartn
 	              {"D CHeartReciver:192 Reciver : no received message",
 	               "E Utill:766 partner Comunication IP Check Failed: I/O error: 1[CODE:1]",
 	               "D CHeartReciver:218 try to process run", "E Utill:504 set virtual ip failed: I/O error: 1"});
-	sandbox::shell("ip link del eth1");
 }
 
 TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
@@ -177,6 +184,25 @@ TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
 	DaemonProcess blind("blind");
 	startWith(blind, hideProc);
 	waitForEvents(blind, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
+}
+
+TEST_F(FailingSurroundings, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNotTrace)
+{
+	SCOPED_TRACE("user " + std::to_string(otherUser()));
+	const std::string path = "/usr/velarix/bin/ofAnotherUser";
+	const ProgramOfOtherUser program(path);
+	settings.set("PROCESS_CHECK.PROCESS_PATH1", path);
+	apply();
+	DaemonProcess tracing("tracing");
+	startWith(tracing, hideOtherUsers);
+	waitForEvents(tracing, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1"});
+	sandbox::shell("rm /usr/velarix/log/velarix.log");
+	settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
+	apply();
+	DaemonProcess blind("blind");
+	startWith(blind, hideOtherUsersFromRootToo);
+	waitForEvents(blind, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
+	EXPECT_THAT(eventsOf(readLogFile()), Not(Contains("D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1")));
 }
 
 TEST_F(FailingSurroundings, AProcThatCannotBeOpenedIsAnErrorAtEveryCheck)
@@ -199,34 +225,6 @@ TEST_F(FailingSurroundings, WithoutTheListingToolTheAddressCountsAsNotRaised)
 	waitForEvents(daemon, {"D CHeartReciver:549 slave -> master  process run", "D Utill:680 myVirtualIP not working",
 	                       "I Utill:573 command(false) : ", "D Utill:490 set virtual ip...", "D Utill:496 ping: 0"});
 	EXPECT_THAT(daemon.errors(), HasSubstr("ifconfig: not found"));
-}
-
-TEST_F(FailingSurroundings, ALimitOfDescriptorsThatIsReachedEndsTheDaemonAtTheNextListeningSocket)
-{
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	waitForEvents(daemon, {"D CHeartReciver:124 new server"});
-	const rlimit none{4, 4};
-	ASSERT_EQ(::prlimit(daemon.pid(), RLIMIT_NOFILE, &none, nullptr), 0);
-	EXPECT_EQ(daemon.waitForEnd(60s), kAborted);
-	EXPECT_THAT(daemon.errors(), HasSubstr("VelarixHA: CHeartReciver:138: virtual void CHeartReciver::run(): "
-	                                       "Assertion `0' failed.\n"));
-	EXPECT_THAT(eventsOf(readLogFile()),
-	            Contains(AllOf(StartsWith("E CHeartReciver:137 "), HasSubstr("oo many open files"))));
-}
-
-TEST_F(FailingSurroundings, ADaemonThatCannotForkSaysSoAndKeepsItsRole)
-{
-	sandbox::shell("chown -R 61235 /usr/velarix");
-	leaveAlone();
-	settings.set("AGENT.GATEWAY_IP", "192.0.2.101");
-	apply();
-	DaemonProcess daemon;
-	startWith(daemon, becomeUserOfFourThreads);
-	waitForEvents(daemon, {"E Utill:550 shell command run error(fp is NULL): cat /sys/class/net/eth1/carrier",
-	                       "D CHeartReciver:182 COMUNICATION LAN CARD ERROR"});
-	EXPECT_THAT(eventsOf(readLogFile()), Not(Contains(HasSubstr("slave -> master"))));
-	EXPECT_EQ(daemon.threads(), 4);
 }
 
 } // namespace

@@ -1,0 +1,67 @@
+/// The real daemon when the system under it fails: what it says, and what it goes on
+/// doing. Each failure is made for the daemon alone.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "DaemonProcess.h"
+#include "LogFile.h"
+#include "WaitFor.h"
+
+/// A user that nobody else is, this program's next run on the host included: the limit of
+/// processes counts those of a user in every namespace.
+inline uid_t otherUser()
+{
+	static const uid_t user = []
+	{
+		std::random_device chance;
+		return std::uniform_int_distribution<uid_t>(1U << 20, 1U << 30)(chance);
+	}();
+	return user;
+}
+
+class FailingSurroundings : public DaemonSandbox
+{
+protected:
+	/// Starts the daemon with a failure and waits for its workers.
+	static void startWith(DaemonProcess& daemon, const std::function<void()>& failure)
+	{
+		ASSERT_EQ(daemon.start(failure), 0);
+		ASSERT_TRUE(waitFor([&] { return daemon.threads() == 4; }, std::chrono::seconds(20),
+		                    "three workers besides the main thread",
+		                    [&] { return std::to_string(daemon.threads()) + " threads\n" + daemon.errors(); }));
+	}
+
+	/// Waits until the log holds each of the events.
+	static void waitForEvents(const DaemonProcess& daemon, const std::vector<std::string>& wanted)
+	{
+		std::string missing;
+		const auto allThere = [&]
+		{
+			const std::vector<std::string> events = eventsOf(readLogFile());
+			missing.clear();
+			for (const std::string& event : wanted)
+			{
+				const bool there = std::find(events.begin(), events.end(), event) != events.end();
+				missing += there ? std::string() : event + "\n";
+			}
+			return missing.empty();
+		};
+		EXPECT_TRUE(
+		    waitFor(allThere, std::chrono::seconds(40), "lines in the log", [&] { return missing + daemon.errors(); }));
+	}
+
+	/// The node has nobody to talk to: its partner and the service are silent.
+	void leaveAlone()
+	{
+		settings.set("AGENT.PARTNER_IP", "192.0.2.2").set("AGENT.VIRTUAL_IP", "192.0.2.100");
+		apply();
+	}
+};
