@@ -22,6 +22,16 @@ constexpr Millis tick{100};
 constexpr std::array endAgents{FaultKind::powerOff,        FaultKind::reboot,    FaultKind::agentKilled,
                                FaultKind::agentTerminated, FaultKind::coldStart, FaultKind::coldStartAlone};
 
+ChaosOptions pairOf(const SoakOptions& options)
+{
+	ChaosOptions pair;
+	pair.installRoot = options.installRoot;
+	pair.times = options.times;
+	pair.kinds = options.kinds;
+	pair.seed = options.seed;
+	return pair;
+}
+
 /// One soak. Faults and samples come from one thread, in turns, so that no sample
 /// meets a node that is just switched off.
 class Soak
@@ -29,15 +39,9 @@ class Soak
 public:
 	Soak(const SoakOptions& options, const std::function<void(const std::string&)>& told)
 	    : m_options(options), m_told(told), m_schedule(options.seed, 0, options.kinds),
-	      m_settle(options.settle > Millis(0) ? options.settle : options.times.quiet())
+	      m_settle(options.settle > Millis(0) ? options.settle : options.times.quiet()),
+	      m_lab(servingPair(pairOf(options))), m_sampler(*m_lab)
 	{
-		ChaosOptions pair;
-		pair.installRoot = options.installRoot;
-		pair.times = options.times;
-		pair.kinds = options.kinds;
-		pair.seed = options.seed;
-		m_lab = servingPair(pair);
-		m_sampler = std::make_unique<AgentSampler>(*m_lab);
 	}
 
 	SoakResults run();
@@ -48,7 +52,7 @@ private:
 	ChaosSchedule m_schedule;
 	Millis m_settle;
 	std::unique_ptr<Lab> m_lab;
-	std::unique_ptr<AgentSampler> m_sampler;
+	AgentSampler m_sampler;
 	SoakResults m_results{};
 
 	// The step that is under way.
@@ -78,13 +82,13 @@ SoakResults Soak::run()
 	{
 		if (now >= nextSample)
 		{
-			m_sampler->sample(atRest(now));
+			m_sampler.sample(atRest(now));
 			nextSample = now + m_options.betweenSamples;
 			nextLook = now + m_options.betweenLooks;
 		}
 		else if (now >= nextLook)
 		{
-			m_sampler->look(atRest(now));
+			m_sampler.look(atRest(now));
 			nextLook = now + m_options.betweenLooks;
 		}
 		tellSeries();
@@ -161,9 +165,9 @@ bool Soak::act(const Fault& fault, bool heal)
 
 void Soak::tellSeries()
 {
-	for (const std::size_t count = m_sampler->series().size(); m_seriesTold < count; ++m_seriesTold)
+	for (const std::size_t count = m_sampler.series().size(); m_seriesTold < count; ++m_seriesTold)
 	{
-		const SoakSeries& series = m_sampler->series()[m_seriesTold];
+		const SoakSeries& series = m_sampler.series()[m_seriesTold];
 		m_told(nodeText(series.node) + ": a series begins, agent " + std::to_string(series.pid));
 	}
 }
@@ -191,7 +195,7 @@ void Soak::finish(Millis from)
 	m_results.period = m_options.period;
 	m_results.times = m_options.times.pair;
 	m_results.bounds = m_options.bounds;
-	m_results.series = m_sampler->series();
+	m_results.series = m_sampler.series();
 }
 
 } // namespace
