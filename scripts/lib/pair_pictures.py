@@ -44,11 +44,11 @@ def idle_svg(results, name_of):
     block = 56 + row * len(nodes)
     parts = [head(left + width + 80, 2 * block + 10, "")]
     cpu = [(node["ownCpuSecondsPerHour"], node["childrenCpuSecondsPerHour"]) for node in nodes]
-    memory = [(node["memory"]["proportionalKiB"] / 1024,
-               (node["memory"]["residentKiB"] - node["memory"]["proportionalKiB"]) / 1024) for node in nodes]
+    memory = [(node["memory"]["proportionalKiB"] * 1024 / 1e6,
+               (node["memory"]["residentKiB"] - node["memory"]["proportionalKiB"]) * 1024 / 1e6) for node in nodes]
     for top, title, values, colours in (
             (0, "CPU seconds an hour: own (blue), children (orange)", cpu, (BLUE, ORANGE)),
-            (block, "MiB: proportional (blue), shared with others (grey)", memory, (BLUE, GREY))):
+            (block, "MB: proportional (blue), shared with others (grey)", memory, (BLUE, GREY))):
         parts.append(text(10, top + 24, title, "start", INK, 14))
         longest = max([sum(value) for value in values] + [0.001])
         for index, (node, value) in enumerate(zip(nodes, values)):
