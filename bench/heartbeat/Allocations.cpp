@@ -9,6 +9,7 @@
 
 #include <malloc.h>
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library names them so
 extern "C"
 {
 	void* __libc_malloc(std::size_t size);
@@ -16,6 +17,7 @@ extern "C"
 	void* __libc_realloc(void* pMemory, std::size_t size);
 	void* __libc_memalign(std::size_t alignment, std::size_t size);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace
 {

@@ -2,6 +2,7 @@
 
 #include "Aside.h"
 
+#include <cerrno>
 #include <stdexcept>
 
 #include <sys/socket.h>
@@ -42,13 +43,23 @@ extern "C"
 	int listen(int socket, int backlog) noexcept
 	{
 		const long result = ::syscall(SYS_listen, socket, backlog);
-		if (result == 0 && g_partner != nullptr)
+		if (result != 0 || g_partner == nullptr)
+		{
+			return static_cast<int>(result);
+		}
+		try
 		{
 			doAside(g_partner);
 		}
-		return static_cast<int>(result);
+		catch (...)
+		{
+			errno = ECANCELED; // as if listening had failed, since nobody may throw here
+			return -1;
+		}
+		return 0;
 	}
 
+	// NOLINTBEGIN(bugprone-reserved-identifier): the linker wants these names
 	// The receiver's pause between two reads.
 	void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long milliseconds);
 	void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long /*milliseconds*/)
@@ -63,6 +74,7 @@ extern "C"
 	{
 		return count;
 	}
+	// NOLINTEND(bugprone-reserved-identifier)
 }
 
 aside::Taken aside::taken()

@@ -129,7 +129,7 @@ void File::write(const Poco::Message& message)
 std::vector<Line> linesOf(void (*action)())
 {
 	Poco::Logger& logger = Poco::Logger::get("FileLogger");
-	const Poco::AutoPtr<Poco::Channel> usual(logger.getChannel(), true);
+	const Poco::Channel::Ptr usual = logger.getChannel();
 	const Poco::AutoPtr<KeepingChannel> keeping(new KeepingChannel);
 	logger.setChannel(keeping);
 	action();
@@ -216,9 +216,13 @@ void rewriteRecord(const std::string& path, Log& log, const std::vector<Line>& l
 		{
 			if (std::strncmp(text.data() + size, "LAST_RUN_TIME", std::strlen("LAST_RUN_TIME")) == 0)
 			{
-				std::strcpy(text.data() + size, entry.data());
+				std::memcpy(text.data() + size, entry.data(), entry.size());
 			}
 			size += std::strlen(text.data() + size);
+		}
+		if (std::feof(input.get()) == 0)
+		{
+			throw std::runtime_error(path + " is too long");
 		}
 	}
 	const FileStream output = openStream(path, "we");
