@@ -9,6 +9,9 @@
 // first is the tool's own scan.
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 #include <benchmark/benchmark.h>
@@ -79,6 +82,30 @@ void contendWithTool(const std::string& name, int programs, const std::vector<st
 	contend(name + "-alone", programs, [words, alone] { return !runTool(alone, words); });
 }
 
+/// All of them have to find the same processes, and no more of them than there are.
+void compareAnswers(int programs, const Place& crowd)
+{
+	const int counted = std::atoi(outputOf(crowd, pgrepWords(programs)).c_str());
+	std::istringstream listed(outputOf(crowd, pidofWords(programs)));
+	const auto found = std::distance(std::istream_iterator<long>(listed), std::istream_iterator<long>());
+	if (counted != programs || found != programs)
+	{
+		throw std::runtime_error("pgrep finds " + std::to_string(counted) + " processes and pidof " +
+		                         std::to_string(found) + " of " + std::to_string(programs));
+	}
+	bench::configurePrograms(programs);
+	if (!Utill::isProcessRunning(OBSERVATION_MODE_1))
+	{
+		throw std::runtime_error("the agent does not find all of the programs");
+	}
+	std::ifstream log("/usr/velarix/log/velarix.log");
+	const std::string lines{std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>()};
+	if (!log || lines.find("running at the same time") != std::string::npos)
+	{
+		throw std::runtime_error("the agent finds more processes than there are: " + lines);
+	}
+}
+
 void registerAll(long processes)
 {
 	const Place crowd = thisPlace();
@@ -89,6 +116,7 @@ void registerAll(long processes)
 	contend("streams", 0, [processes] { return floor_with_streams() == processes; });
 	for (const int programs : {1, 3, 10})
 	{
+		compareAnswers(programs, crowd);
 		contend("agent", programs, [] { return Utill::isProcessRunning(OBSERVATION_MODE_1); });
 		contend("earlier", programs, [] { return earlierCheck(); });
 		contendWithTool("pgrep", programs, pgrepWords(programs), crowd, alone);

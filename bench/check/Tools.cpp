@@ -108,10 +108,19 @@ Place emptyPlace()
 	return {openNamespace(process, "pid_for_children"), openNamespace(process, "mnt")};
 }
 
-bool runTool(const Place& place, const std::vector<std::string>& words)
+namespace
+{
+
+int nowhere()
+{
+	static const int descriptor = require(::open("/dev/null", O_WRONLY | O_CLOEXEC), "/dev/null");
+	return descriptor;
+}
+
+bool runInto(int output, const Place& place, const std::vector<std::string>& words)
 {
 	const std::vector<char*> arguments = argumentsOf(words);
-	static const int nowhere = require(::open("/dev/null", O_WRONLY | O_CLOEXEC), "/dev/null");
+	const int errors = nowhere();
 	require(::setns(place.processes, CLONE_NEWPID), "setns");
 	// A fork would copy this program's page tables, which is none of the tool's cost.
 	// The child has descriptors and mounts of its own; nothing else is touched.
@@ -119,8 +128,8 @@ bool runTool(const Place& place, const std::vector<std::string>& words)
 	const pid_t child = require(::vfork(), "vfork");
 	if (child == 0)
 	{
-		if (::setns(place.mounts, CLONE_NEWNS) == 0 && ::dup2(nowhere, STDOUT_FILENO) != -1 &&
-		    ::dup2(nowhere, STDERR_FILENO) != -1)
+		if (::setns(place.mounts, CLONE_NEWNS) == 0 && ::dup2(output, STDOUT_FILENO) != -1 &&
+		    ::dup2(errors, STDERR_FILENO) != -1)
 		{
 			::execv(arguments.front(), arguments.data());
 		}
@@ -134,6 +143,27 @@ bool runTool(const Place& place, const std::vector<std::string>& words)
 		throw std::runtime_error(words.front() + " ended with status " + std::to_string(status));
 	}
 	return WEXITSTATUS(status) == 0;
+}
+
+} // namespace
+
+bool runTool(const Place& place, const std::vector<std::string>& words)
+{
+	return runInto(nowhere(), place, words);
+}
+
+std::string outputOf(const Place& place, const std::vector<std::string>& words)
+{
+	int ends[2] = {-1, -1};
+	require(::pipe2(ends, O_CLOEXEC), "pipe");
+	// Less than what a pipe holds: nobody reads before the program has ended.
+	std::string text(4096, '\0');
+	runInto(ends[1], place, words);
+	::close(ends[1]);
+	const ssize_t size = ::read(ends[0], text.data(), text.size());
+	::close(ends[0]);
+	text.resize(static_cast<std::size_t>(require(static_cast<int>(size), "read")));
+	return text;
 }
 
 void startCrowd(long number, const std::vector<std::string>& names)

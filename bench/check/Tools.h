@@ -24,6 +24,11 @@ Place emptyPlace();
 ///         other than these
 bool runTool(const Place& place, const std::vector<std::string>& words);
 
+/// Runs a program to its end.
+/// @return what it printed, 4 KiB at most
+/// @throws std::runtime_error as runTool
+std::string outputOf(const Place& place, const std::vector<std::string>& words);
+
 /// Starts `number` processes that sleep for ever, the first ones with these names,
 /// and returns when all are there.
 void startCrowd(long number, const std::vector<std::string>& names);

@@ -2,14 +2,14 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 
 #include <Poco/Channel.h>
-#include <Poco/DateTimeFormatter.h>
 #include <Poco/FileChannel.h>
-#include <Poco/FileStream.h>
-#include <Poco/LocalDateTime.h>
 #include <Poco/Logger.h>
 #include <Poco/Net/SocketAddress.h>
 #include <Poco/Net/SocketStream.h>
@@ -41,22 +41,48 @@ private:
 	std::vector<bare::Line> m_lines;
 };
 
-} // namespace
-
-namespace bare
-{
-
-Log::Log(const std::string& path)
+Poco::AutoPtr<Poco::PatternFormatter> formatterOfLog()
 {
 	Poco::AutoPtr<Poco::PatternFormatter> formatter(
 	    new Poco::PatternFormatter("%Y-%m-%d %H:%M:%S.%c [%P:%I][%U:%u] <%q> %t"));
 	formatter->setProperty("times", "local");
+	return formatter;
+}
+
+Poco::AutoPtr<Poco::FileChannel> fileOfLog(const std::string& path)
+{
 	Poco::AutoPtr<Poco::FileChannel> file(new Poco::FileChannel);
 	file->setProperty("path", path);
 	file->setProperty("rotation", "daily");
 	file->setProperty("purgeAge", "30 days");
 	file->setProperty("archive", "timestamp");
-	m_channel = new Poco::FormattingChannel(formatter, file);
+	return file;
+}
+
+struct CloseFile
+{
+	void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+};
+using FileStream = std::unique_ptr<std::FILE, CloseFile>;
+
+FileStream openStream(const std::string& path, const char* how)
+{
+	FileStream stream(std::fopen(path.c_str(), how));
+	if (stream == nullptr)
+	{
+		throw std::runtime_error("cannot open " + path);
+	}
+	return stream;
+}
+
+} // namespace
+
+namespace bare
+{
+
+Log::Log(const std::string& path, bool echoes)
+    : m_channel(new Poco::FormattingChannel(formatterOfLog(), fileOfLog(path))), m_echoes(echoes)
+{
 	m_channel->open();
 }
 
@@ -66,7 +92,7 @@ void Log::write(const Line& line)
 	const Poco::Message message("FileLogger", line.message.getText(), line.message.getPriority(),
 	                            line.message.getSourceFile(), line.message.getSourceLine());
 	m_channel->log(message);
-	if (line.echoed)
+	if (m_echoes && line.echoed)
 	{
 		std::cout << "**DEBUG**(" << message.getSourceFile() << ":" << message.getSourceLine() << ")"
 		          << message.getText() << std::endl;
@@ -81,10 +107,29 @@ void Log::write(const std::vector<Line>& lines)
 	}
 }
 
+File::File(const std::string& path) : m_channel(fileOfLog(path))
+{
+	m_channel->open();
+}
+
+Poco::Message File::formatted(const Line& line)
+{
+	std::string text;
+	formatterOfLog()->format(line.message, text);
+	Poco::Message message(line.message);
+	message.setText(text);
+	return message;
+}
+
+void File::write(const Poco::Message& message)
+{
+	m_channel->log(message);
+}
+
 std::vector<Line> linesOf(void (*action)())
 {
 	Poco::Logger& logger = Poco::Logger::get("FileLogger");
-	const Poco::AutoPtr<Poco::Channel> usual(logger.getChannel(), true);
+	const Poco::Channel::Ptr usual = logger.getChannel();
 	const Poco::AutoPtr<KeepingChannel> keeping(new KeepingChannel);
 	logger.setChannel(keeping);
 	action();
@@ -137,19 +182,54 @@ void receive(Poco::Net::ServerSocket& server, Log& log, const std::vector<Line>&
 	connection.close();
 }
 
+void pass(const Poco::Net::SocketAddress& address, Log& log, const PassLines& lines)
+{
+	{
+		Poco::Net::ServerSocket server;
+		server.bind(address, true, false);
+		server.listen(64);
+		server.setKeepAlive(false);
+		server.setReceiveTimeout(kTimeout);
+		if (!server.poll(kTimeout, Poco::Net::Socket::SELECT_READ))
+		{
+			throw std::logic_error("the partner did not call");
+		}
+		log.write(lines.before);
+		receive(server, log, lines.first, lines.rest);
+	}
+	log.write(lines.after);
+}
+
 void rewriteRecord(const std::string& path, Log& log, const std::vector<Line>& lines)
 {
-	const std::string time = Poco::DateTimeFormatter::format(Poco::LocalDateTime(), "%Y%m%d%H%M%S");
+	const std::time_t now = std::time(nullptr);
+	std::tm local{};
+	std::array<char, 48> entry{};
+	std::strftime(entry.data(), entry.size(), "LAST_RUN_TIME = %Y%m%d%H%M%S\n", ::localtime_r(&now, &local));
 	const Poco::AutoPtr<Poco::Util::IniFileConfiguration> record(new Poco::Util::IniFileConfiguration(path));
-	std::string text;
+	std::array<char, 1024> text{};
+	std::size_t size = 0;
 	{
-		Poco::FileInputStream input(path);
-		for (std::string line; std::getline(input, line);)
+		const FileStream input = openStream(path, "re");
+		while (size < text.size() - entry.size() &&
+		       std::fgets(text.data() + size, static_cast<int>(text.size() - size), input.get()) != nullptr)
 		{
-			text += (line.starts_with("LAST_RUN_TIME") ? "LAST_RUN_TIME = " + time : line) + "\n";
+			if (std::strncmp(text.data() + size, "LAST_RUN_TIME", std::strlen("LAST_RUN_TIME")) == 0)
+			{
+				std::memcpy(text.data() + size, entry.data(), entry.size());
+			}
+			size += std::strlen(text.data() + size);
+		}
+		if (std::feof(input.get()) == 0)
+		{
+			throw std::runtime_error(path + " is too long");
 		}
 	}
-	Poco::FileOutputStream(path, std::ios::out | std::ios::trunc) << text;
+	const FileStream output = openStream(path, "we");
+	if (std::fputs(text.data(), output.get()) == EOF || std::fflush(output.get()) != 0)
+	{
+		throw std::runtime_error("cannot write " + path);
+	}
 	log.write(lines);
 }
 

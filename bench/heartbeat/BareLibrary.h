@@ -7,9 +7,11 @@
 #include <vector>
 
 #include <Poco/AutoPtr.h>
+#include <Poco/FileChannel.h>
 #include <Poco/FormattingChannel.h>
 #include <Poco/Message.h>
 #include <Poco/Net/ServerSocket.h>
+#include <Poco/Net/SocketAddress.h>
 
 namespace bare
 {
@@ -25,13 +27,27 @@ struct Line
 class Log
 {
 public:
-	explicit Log(const std::string& path);
-	/// Writes the line, and its echo.
+	/// @param echoes  the echo on the console is written, too
+	Log(const std::string& path, bool echoes);
 	void write(const Line& line);
 	void write(const std::vector<Line>& lines);
 
 private:
 	Poco::AutoPtr<Poco::FormattingChannel> m_channel;
+	bool m_echoes;
+};
+
+/// The file channel alone: of a line that is ready as it stands in the file.
+class File
+{
+public:
+	explicit File(const std::string& path);
+	/// @return the line's message with the text that the agent's log has for it
+	static Poco::Message formatted(const Line& line);
+	void write(const Poco::Message& message);
+
+private:
+	Poco::AutoPtr<Poco::FileChannel> m_channel;
 };
 
 /// @return what the agent logs while `action` runs
@@ -50,7 +66,21 @@ void decide(const std::string& text, Log& log, const std::vector<Line>& lines);
 /// decision, `rest` by it.
 void receive(Poco::Net::ServerSocket& server, Log& log, const std::vector<Line>& first, const std::vector<Line>& rest);
 
-/// Loads the record, copies the file's lines with one of them replaced; logs the lines.
+/// The lines of a pass of the receiver, by where they are logged.
+struct PassLines
+{
+	std::vector<Line> before; ///< the connection is accepted
+	std::vector<Line> first;  ///< see receive()
+	std::vector<Line> rest;   ///< see receive()
+	std::vector<Line> after;
+};
+
+/// Listens, polls, receives, closes all.
+void pass(const Poco::Net::SocketAddress& address, Log& log, const PassLines& lines);
+
+/// Loads the record with the library's parser, copies the file's lines with one of them
+/// replaced, by the C library's streams; logs the lines.
+/// @throws std::runtime_error when the file cannot be read or written
 void rewriteRecord(const std::string& path, Log& log, const std::vector<Line>& lines);
 
 /// Runs the command and reads what it prints; logs the lines.

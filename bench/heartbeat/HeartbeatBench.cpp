@@ -4,9 +4,8 @@
 //   velarix-bench-heartbeat [options of Google Benchmark]
 //   velarix-bench-heartbeat --calls      each contender between two marks, for strace
 //
-// Contenders are named STEP/agent, STEP/library and, where the agent has been made
-// faster, STEP/earlier. The time is that of "runs" runs of
-// the step; "allocations" are those of one.
+// Contenders are named STEP/agent, STEP/library and so on, see Steps.h. The time is
+// that of "runs" runs of the step; "allocations" are those of one.
 
 #include <cstring>
 #include <stdexcept>
@@ -18,17 +17,12 @@
 #include <benchmark/benchmark.h>
 
 #include "Allocations.h"
+#include "Aside.h"
 #include "CpuTime.h"
 #include "Host.h"
 #include "RunBenchmarks.h"
 #include "Sandbox.h"
 #include "Steps.h"
-
-// The receiver's pause between two reads.
-extern "C" void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long milliseconds);
-extern "C" void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long /*milliseconds*/)
-{
-}
 
 namespace
 {
@@ -52,11 +46,13 @@ void measure(benchmark::State& state, const Step& step, const std::function<void
 	for (auto iteration : state)
 	{
 		repeat(step.prepare, step.batch);
+		const aside::Taken aside = aside::taken();
 		const unsigned long before = allocations();
 		const double start = cpuSeconds();
 		repeat(contender, step.batch);
-		state.SetIterationTime(cpuSeconds() - start);
-		allocated += allocations() - before;
+		const double seconds = cpuSeconds() - start;
+		state.SetIterationTime(seconds - (aside::taken().seconds - aside.seconds));
+		allocated += allocations() - before - (aside::taken().allocations - aside.allocations);
 		repeat(step.finish, step.batch);
 	}
 	state.counters["runs"] = step.batch;
@@ -64,25 +60,36 @@ void measure(benchmark::State& state, const Step& step, const std::function<void
 	    static_cast<double>(allocated) / static_cast<double>(state.iterations()) / step.batch;
 }
 
-/// Something that strace shows and that does nothing.
-void mark(const std::string& text)
-{
-	if (::write(-1, text.data(), text.size()) != -1)
-	{
-		throw std::runtime_error("a mark was written somewhere");
-	}
-}
-
-void showCalls(const Step& step, const std::string& name, const std::function<void()>& contender)
+void showCalls(const Step& step, const Contender& contender)
 {
 	// The first ones make what is made once.
 	for (int i = 0; i < kCalls; ++i)
 	{
 		repeat(step.prepare, 1);
-		mark((i == kCalls - 1 ? "begin " : "warm-up ") + step.name + "/" + name);
-		contender();
-		mark("end");
+		aside::mark((i == kCalls - 1 ? "begin " : "warm-up ") + step.name + "/" + contender.name);
+		contender.run();
+		aside::mark("end");
 		repeat(step.finish, 1);
+	}
+}
+
+void add(const Step& step, const Contender& contender)
+{
+	benchmark::RegisterBenchmark((step.name + "/" + contender.name).c_str(),
+	                             [&](benchmark::State& state) { measure(state, step, contender.run); })
+	    ->Iterations(kIterations)
+	    ->UseManualTime()
+	    ->Unit(benchmark::kMicrosecond);
+}
+
+void forEach(const std::vector<Step>& steps, void (*action)(const Step&, const Contender&))
+{
+	for (const Step& step : steps)
+	{
+		for (const Contender& contender : step.contenders)
+		{
+			action(step, contender);
+		}
 	}
 }
 
@@ -103,31 +110,11 @@ int body(int argc, char** argv)
 	const std::vector<Step> steps = makeSteps();
 	if (argc == 2 && std::strcmp(argv[1], "--calls") == 0)
 	{
-		for (const Step& step : steps)
-		{
-			showCalls(step, "agent", step.agent);
-			showCalls(step, "library", step.library);
-		}
+		aside::showMarks();
+		forEach(steps, showCalls);
 		return 0;
 	}
-	for (const Step& step : steps)
-	{
-		const auto add = [&step](const char* name, const std::function<void()>& contender)
-		{
-			if (!contender)
-			{
-				return;
-			}
-			benchmark::RegisterBenchmark((step.name + "/" + name).c_str(), [&step, contender](benchmark::State& state)
-			                             { measure(state, step, contender); })
-			    ->Iterations(kIterations)
-			    ->UseManualTime()
-			    ->Unit(benchmark::kMicrosecond);
-		};
-		add("agent", step.agent);
-		add("library", step.library);
-		add("earlier", step.earlier);
-	}
+	forEach(steps, add);
 	return runBenchmarks(argc, argv);
 }
 

@@ -1,6 +1,7 @@
 #include "Steps.h"
 
 #include <array>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -10,7 +11,9 @@
 #include <Poco/Net/StreamSocket.h>
 #include <Poco/Timespan.h>
 
+#include "Aside.h"
 #include "BareLibrary.h"
+#include "Configuraion.h"
 #include "Host.h"
 #include "VelarixLog.h"
 #include "WorkerAccess.h"
@@ -39,7 +42,12 @@ struct Node
 	CHeartSender sender{&pHandles, &running, &mode, location};
 	CHeartReciver receiver{&pHandles, &running, &mode, location};
 	decltype(WorkerAccess::loopWith(nullptr)) loop;
-	bare::Log log{"/usr/velarix/log/bare.log"};
+	decltype(loop) passLoop;
+	const Poco::Net::SocketAddress passAddress{"127.0.0.1", bench::kPort + 1};
+	Configuraion* pConf = Configuraion::getInstance(velarix::kSettingsPath);
+	bare::Log log{"/usr/velarix/log/bare.log", true};
+	bare::Log quietLog{"/usr/velarix/log/bare-quiet.log", false};
+	bare::File file{"/usr/velarix/log/bare-file.log"};
 };
 
 Node* g_node = nullptr;
@@ -52,16 +60,24 @@ Node::Node()
 	server->setReceiveTimeout(kTimeout);
 	loop = WorkerAccess::loopWith(std::move(server));
 	loop.timeout = kTimeout;
+	passLoop.timeout = kTimeout;
+	passLoop.address = passAddress;
+	WorkerAccess::myStatus(receiver) = 1;
 	WorkerAccess::partnerIP(sender) = "127.0.0.1";
 	WorkerAccess::port(sender) = bench::kPort;
 }
 
 /// A partner that has said all when the receiver looks.
-void partnerSends()
+void partnerSendsTo(unsigned short port)
 {
-	Poco::Net::StreamSocket socket(Poco::Net::SocketAddress("127.0.0.1", bench::kPort));
+	Poco::Net::StreamSocket socket(Poco::Net::SocketAddress("127.0.0.1", port));
 	socket.sendBytes(g_node->heartbeat.data(), static_cast<int>(g_node->heartbeat.size()));
 	socket.close();
+}
+
+void partnerSends()
+{
+	partnerSendsTo(bench::kPort);
 }
 
 /// A partner that takes what was sent.
@@ -79,9 +95,11 @@ void compose()
 	WorkerAccess::composeMessage(g_node->sender);
 }
 
+/// As the sender's thread does it: the time-out is read for each heartbeat.
 void sendHeartbeat()
 {
-	const auto socket = WorkerAccess::connect(g_node->sender, kTimeout);
+	const Poco::Timespan timeout(g_node->pConf->getInt("AGENT.MAX_HEART_BEAT_RECEIING_TIME"), 0);
+	const auto socket = WorkerAccess::connect(g_node->sender, timeout);
 	WorkerAccess::sendMessage(g_node->sender, *socket);
 }
 
@@ -93,6 +111,11 @@ void decide()
 void receiveHeartbeat()
 {
 	WorkerAccess::serveConnection(g_node->receiver, g_node->loop);
+}
+
+void pass()
+{
+	WorkerAccess::iterate(g_node->receiver, g_node->passLoop);
 }
 
 void rewriteRecord()
@@ -152,9 +175,59 @@ Lines linesOfSending()
 	return lines;
 }
 
+/// Parted at what is logged while the connection is served.
+/// @throws std::logic_error when the pass was not that of a heartbeat
+bare::PassLines linesOfPass(const Lines& first, const Lines& rest)
+{
+	constexpr Lines::difference_type kAfter = 3;
+	const Lines all = bare::linesOf(pass);
+	const auto served = static_cast<Lines::difference_type>(first.size() + rest.size());
+	const auto begin = all.end() - kAfter - served;
+	if (begin <= all.begin() || std::prev(begin)->message.getText() != "poll" ||
+	    begin->message.getText() != first.front().message.getText())
+	{
+		throw std::logic_error("the receiver's pass was not that of a heartbeat");
+	}
+	return {Lines(all.begin(), begin), first, rest, Lines(all.end() - kAfter, all.end())};
+}
+
+/// The agent, and the library with the echo of the agent's lines and without.
+std::vector<Contender> threeOf(void (*agent)(), const std::function<void(bare::Log&)>& library)
+{
+	return {{"agent", agent}, {"library", [library] { library(g_node->log); }}, {"library-quiet", [library] {
+		                                                                             library(g_node->quietLog);
+	                                                                             }}};
+}
+
 Step logStep(const char* name, void (*agent)())
 {
-	return {name, agent, [lines = bare::linesOf(agent)] { g_node->log.write(lines); }, {}, {}};
+	const Lines lines = bare::linesOf(agent);
+	std::vector<Contender> contenders = threeOf(agent, [lines](bare::Log& log) { log.write(lines); });
+	if (!lines.front().echoed)
+	{
+		contenders.pop_back(); // it would be the library's once more
+	}
+	contenders.push_back(
+	    {"file-channel", [ready = bare::File::formatted(lines.front())] { g_node->file.write(ready); }});
+	return {name, std::move(contenders)};
+}
+
+std::vector<Step> stepsOfReceiver()
+{
+	// What a heartbeat received logs is its own lines and then those of the decision.
+	const Lines decided = bare::linesOf(decide);
+	const Lines received = linesOfReceiving();
+	const Lines first(received.begin(), received.end() - static_cast<Lines::difference_type>(decided.size()));
+	const bare::PassLines passed = linesOfPass(first, decided);
+	std::vector<Step> steps;
+	steps.push_back(
+	    {"pass", threeOf(pass, [passed](bare::Log& log) { bare::pass(g_node->passAddress, log, passed); })});
+	const auto bareReceive = [first, decided](bare::Log& log)
+	{ bare::receive(*g_node->loop.server, log, first, decided); };
+	steps.push_back({"receive", threeOf(receiveHeartbeat, bareReceive), partnerSends});
+	const auto bareDecide = [decided](bare::Log& log) { bare::decide(g_node->heartbeat, log, decided); };
+	steps.push_back({"decide", threeOf(decide, bareDecide)});
+	return steps;
 }
 
 } // namespace
@@ -163,26 +236,27 @@ std::vector<Step> makeSteps()
 {
 	static Node node;
 	g_node = &node;
-	// What a heartbeat received logs is its own lines and then those of the decision.
-	const Lines decided = bare::linesOf(decide);
-	const Lines received = linesOfReceiving();
-	const Lines first(received.begin(), received.end() - static_cast<Lines::difference_type>(decided.size()));
+	aside::onListening([] { partnerSendsTo(bench::kPort + 1); });
 	const Lines sent = linesOfSending();
 	const Lines recorded = bare::linesOf(rewriteRecord);
 	std::vector<Step> steps;
-	steps.push_back({"compose", compose, [] { bare::compose(velarix::kRunInfoPath); }, {}, {}, 16, composeEarlier});
-	const auto bareSend = [sent] { bare::send(velarix::kRunInfoPath, g_node->log, sent); };
-	steps.push_back({"send", sendHeartbeat, bareSend, {}, partnerReceives});
-	const auto bareReceive = [first, decided] { bare::receive(*g_node->loop.server, g_node->log, first, decided); };
-	steps.push_back({"receive", receiveHeartbeat, bareReceive, partnerSends, {}});
-	const auto bareDecide = [decided] { bare::decide(g_node->heartbeat, g_node->log, decided); };
-	steps.push_back({"decide", decide, bareDecide, {}, {}});
+	steps.push_back(
+	    {"compose",
+	     {{"agent", compose}, {"library", [] { bare::compose(velarix::kRunInfoPath); }}, {"earlier", composeEarlier}}});
+	const auto bareSend = [sent](bare::Log& log) { bare::send(velarix::kRunInfoPath, log, sent); };
+	steps.push_back({"send", threeOf(sendHeartbeat, bareSend), {}, partnerReceives});
+	for (Step& step : stepsOfReceiver())
+	{
+		steps.push_back(std::move(step));
+	}
 	steps.push_back(logStep("log", logLine));
 	steps.push_back(logStep("log-echoed", logEchoedLine));
-	const auto bareRecord = [recorded] { bare::rewriteRecord(velarix::kRunInfoPath, g_node->log, recorded); };
-	steps.push_back({"record", rewriteRecord, bareRecord, {}, {}, 16, rewriteRecordEarlier});
+	const auto bareRecord = [recorded](bare::Log& log) { bare::rewriteRecord(velarix::kRunInfoPath, log, recorded); };
+	std::vector<Contender> ofRecord = threeOf(rewriteRecord, bareRecord);
+	ofRecord.push_back({"earlier", rewriteRecordEarlier});
+	steps.push_back({"record", std::move(ofRecord)});
 	const Lines looked = bare::linesOf(lookAtCard);
-	const auto bareLook = [looked] { bare::command("cat /sys/class/net/eth1/carrier", g_node->log, looked); };
-	steps.push_back({"card", lookAtCard, bareLook, {}, {}, 1});
+	const auto bareLook = [looked](bare::Log& log) { bare::command("cat /sys/class/net/eth1/carrier", log, looked); };
+	steps.push_back({"card", threeOf(lookAtCard, bareLook), {}, {}, 1});
 	return steps;
 }

@@ -6,17 +6,24 @@
 #include <string>
 #include <vector>
 
-/// One step with its two contenders. Both are called on equal terms: `prepare` so
-/// many times, then the contender as often, then `finish` as often.
+/// "agent"; "library": the bare calls with the agent's echo of its lines on the console;
+/// "library-quiet": without that echo, where there is one; "file-channel": of a line
+/// that is ready as it stands in the file; "earlier": the agent before it was made faster.
+struct Contender
+{
+	std::string name;
+	std::function<void()> run;
+};
+
+/// One step with its contenders. All are called on equal terms: `prepare` so many
+/// times, then the contender as often, then `finish` as often.
 struct Step
 {
 	std::string name;
-	std::function<void()> agent;
-	std::function<void()> library;
-	std::function<void()> prepare; ///< may be empty
-	std::function<void()> finish;  ///< may be empty
-	int batch = 16;                ///< how often at once; a listening socket holds no more than 64
-	std::function<void()> earlier; ///< as the agent did it before it was made faster; may be empty
+	std::vector<Contender> contenders;
+	std::function<void()> prepare{}; ///< may be empty
+	std::function<void()> finish{};  ///< may be empty
+	int batch = 16;                  ///< how often at once; a listening socket holds no more than 64
 };
 
 /// The steps, in the order in which the page tells them. Call it once; what the

@@ -1,5 +1,8 @@
 #include "IdleFigures.h"
 
+#include <algorithm>
+#include <type_traits>
+
 #include "Basics.h"
 
 namespace velarix::lab
@@ -28,7 +31,59 @@ CardRates ratesOf(const CardTotals& before, const CardTotals& after, double seco
 	        rate(before.receivedBytes + before.sentBytes, after.receivedBytes + after.sentBytes, seconds)};
 }
 
+/// Of an even number the mean of the two in the middle.
+template <typename Value> auto middleOf(const std::vector<IdleFigures>& windows, Value value)
+{
+	std::vector<std::remove_cvref_t<decltype(value(windows.front()))>> values;
+	for (const IdleFigures& window : windows)
+	{
+		values.push_back(value(window));
+	}
+	std::sort(values.begin(), values.end());
+	return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
+}
+
 } // namespace
+
+IdleFigures medianOf(const std::vector<IdleFigures>& windows)
+{
+	if (windows.empty())
+	{
+		throw LabError("a node was not looked at");
+	}
+	IdleFigures middle = windows.back();
+	for (double IdleFigures::*part :
+	     {&IdleFigures::seconds, &IdleFigures::ownCpuPerHour, &IdleFigures::childrenCpuPerHour,
+	      &IdleFigures::announcerCpuPerHour, &IdleFigures::wakeUps, &IdleFigures::switches, &IdleFigures::newProcesses,
+	      &IdleFigures::logPerDay, &IdleFigures::consolePerDay})
+	{
+		middle.*part = middleOf(windows, [part](const IdleFigures& window) { return window.*part; });
+	}
+	for (int IdleFigures::*part : {&IdleFigures::threads, &IdleFigures::processes})
+	{
+		middle.*part = middleOf(windows, [part](const IdleFigures& window) { return window.*part; });
+	}
+	for (std::int64_t MemoryFigures::*part :
+	     {&MemoryFigures::resident, &MemoryFigures::proportional, &MemoryFigures::ownPages})
+	{
+		middle.memory.*part = middleOf(windows, [part](const IdleFigures& window) { return window.memory.*part; });
+	}
+	for (std::size_t card = 0; card < middle.cards.size(); ++card)
+	{
+		for (double CardRates::*part : {&CardRates::received, &CardRates::sent, &CardRates::bytes})
+		{
+			middle.cards[card].*part =
+			    middleOf(windows, [card, part](const IdleFigures& window) { return window.cards[card].*part; });
+		}
+	}
+	const auto [least, most] = std::minmax_element(windows.begin(), windows.end(),
+	                                               [](const IdleFigures& one, const IdleFigures& other)
+	                                               { return one.cpuPercent() < other.cpuPercent(); });
+	middle.windows = static_cast<int>(windows.size());
+	middle.leastCpu = least->cpuPercent();
+	middle.mostCpu = most->cpuPercent();
+	return middle;
+}
 
 void compare(const NodeLook& before, const NodeLook& after, double seconds, IdleFigures& figures)
 {

@@ -38,6 +38,9 @@ struct IdleFigures
 	std::string node;         ///< a or b
 	std::string role;         ///< master, standby, or both where there are no roles
 	double seconds = 0;       ///< between the looks
+	int windows = 1;          ///< of how many such times this is the median
+	double leastCpu = 0;      ///< percent of a processor, in the quietest window
+	double mostCpu = 0;       ///< the same in the busiest
 	double ownCpuPerHour = 0; ///< seconds of a processor
 	double childrenCpuPerHour = 0;
 	double announcerCpuPerHour = 0;
@@ -50,7 +53,7 @@ struct IdleFigures
 	double logPerDay = 0; ///< bytes
 	double consolePerDay = 0;
 	MemoryFigures memory{};
-	std::optional<MemoryFigures> memoryAlone; ///< once no other guard of the same kind ran any more
+	std::optional<MemoryFigures> memoryAlone; ///< once nobody else had its program or the agent's library
 	MemoryByMapping mappings;
 
 	/// Of a processor, children included.
@@ -62,11 +65,16 @@ struct IdleFigures
 /// @throws LabError when no time lies between them
 void compare(const NodeLook& before, const NodeLook& after, double seconds, IdleFigures& figures);
 
+/// One node's figures of several windows in one: of each the median, alone; the mappings
+/// are those of the last window.
+/// @throws LabError when there is none
+IdleFigures medianOf(const std::vector<IdleFigures>& windows);
+
 /// What was aimed at for the agent.
 namespace idleGoal
 {
-inline constexpr std::int64_t resident = 12 * 1024;    ///< KiB
-inline constexpr std::int64_t proportional = 6 * 1024; ///< KiB
+inline constexpr std::int64_t resident = 12'000'000;    ///< bytes
+inline constexpr std::int64_t proportional = 6'000'000; ///< bytes
 inline constexpr double cpuPercent = 0.2;
 } // namespace idleGoal
 

@@ -22,9 +22,10 @@ std::string decimal(double value, int places)
 	return text;
 }
 
-std::string mebibytes(std::int64_t kibibytes)
+/// Millions of bytes.
+std::string megabytes(std::int64_t kibibytes)
 {
-	return decimal(static_cast<double>(kibibytes) / 1024, 1);
+	return decimal(static_cast<double>(kibibytes) * 1024 / 1e6, 1);
 }
 
 std::string packets(const CardRates& rates)
@@ -41,8 +42,8 @@ const Row& head()
 	                        "children",
 	                        "announcer",
 	                        "CPU %",
-	                        "RSS MiB",
-	                        "PSS MiB",
+	                        "RSS MB",
+	                        "PSS MB",
 	                        "PSS alone",
 	                        "threads",
 	                        "wake-ups/s",
@@ -62,9 +63,9 @@ Row rowOf(const IdleFigures& node)
 	        decimal(node.childrenCpuPerHour, 2),
 	        decimal(node.announcerCpuPerHour, 2),
 	        decimal(node.cpuPercent(), 3),
-	        mebibytes(node.memory.resident),
-	        mebibytes(node.memory.proportional),
-	        node.memoryAlone ? mebibytes(node.memoryAlone->proportional) : "-",
+	        megabytes(node.memory.resident),
+	        megabytes(node.memory.proportional),
+	        node.memoryAlone ? megabytes(node.memoryAlone->proportional) : "-",
 	        std::to_string(node.threads),
 	        decimal(node.wakeUps, 1),
 	        decimal(node.newProcesses, 1),
@@ -108,6 +109,9 @@ Json jsonOf(const IdleFigures& node)
 	        {"node", node.node},
 	        {"role", node.role},
 	        {"seconds", node.seconds},
+	        {"windows", node.windows},
+	        {"leastCpuPercent", node.leastCpu},
+	        {"mostCpuPercent", node.mostCpu},
 	        {"ownCpuSecondsPerHour", node.ownCpuPerHour},
 	        {"childrenCpuSecondsPerHour", node.childrenCpuPerHour},
 	        {"announcerCpuSecondsPerHour", node.announcerCpuPerHour},
@@ -135,6 +139,9 @@ IdleFigures figuresFrom(const Json& json)
 	node.node = json.at("node").get<std::string>();
 	node.role = json.at("role").get<std::string>();
 	node.seconds = json.at("seconds").get<double>();
+	node.windows = json.at("windows").get<int>();
+	node.leastCpu = json.at("leastCpuPercent").get<double>();
+	node.mostCpu = json.at("mostCpuPercent").get<double>();
 	node.ownCpuPerHour = json.at("ownCpuSecondsPerHour").get<double>();
 	node.childrenCpuPerHour = json.at("childrenCpuSecondsPerHour").get<double>();
 	node.announcerCpuPerHour = json.at("announcerCpuSecondsPerHour").get<double>();
@@ -188,7 +195,9 @@ std::string toText(const IdleResults& results)
 		last = node.guard;
 	}
 	const double seconds = results.nodes.empty() ? 0 : results.nodes.front().seconds;
-	std::string text = results.machine + ", " + decimal(seconds, 0) + " s\n\n" + aligned(head(), rows) + memory;
+	const int windows = results.nodes.empty() ? 0 : results.nodes.front().windows;
+	std::string text = results.machine + ", medians of " + std::to_string(windows) + " x " + decimal(seconds, 0) +
+	                   " s\n\n" + aligned(head(), rows) + memory;
 	for (const std::string& problem : results.problems)
 	{
 		text += "\nnot measured: " + problem + "\n";
@@ -200,8 +209,8 @@ std::string toJson(const IdleResults& results)
 {
 	return Json{{"machine", results.machine},
 	            {"goals",
-	             {{"residentKiB", idleGoal::resident},
-	              {"proportionalKiB", idleGoal::proportional},
+	             {{"residentBytes", idleGoal::resident},
+	              {"proportionalBytes", idleGoal::proportional},
 	              {"cpuPercent", idleGoal::cpuPercent}}},
 	            {"nodes", Json::parse(toJson(results.nodes))},
 	            {"problems", results.problems}}

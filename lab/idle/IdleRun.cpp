@@ -154,6 +154,15 @@ void letRest(Lab& lab, const IdlePlan& plan, const std::vector<HostId>& where)
 	std::this_thread::sleep_for(plan.settle);
 }
 
+struct Watch
+{
+	HostId node;
+	std::vector<pid_t> guards;
+	NodeLook before;
+	Clock::time_point begin;
+	std::vector<IdleFigures> windows;
+};
+
 std::string settingsText(const IdlePlan& plan, HostId node)
 {
 	if (plan.guard == "monit")
@@ -167,6 +176,24 @@ std::string settingsText(const IdlePlan& plan, HostId node)
 std::string roleText(const IdlePlan& plan, HostId node)
 {
 	return plan.guard == "monit" ? "watches" : (node == HostId::a ? "master" : "standby");
+}
+
+/// The end of a window is the beginning of the next one.
+void endWindow(Lab& lab, const IdlePlan& plan, Watch& watch)
+{
+	const NodeLook after = lookAt(lab, watch.node, watch.guards);
+	const Clock::time_point end = Clock::now();
+	IdleFigures node;
+	node.guard = plan.guard;
+	node.settings = settingsText(plan, watch.node);
+	node.node = nameOf(watch.node);
+	node.role = roleText(plan, watch.node);
+	compare(watch.before, after, std::chrono::duration<double>(end - watch.begin).count(), node);
+	node.mappings = memoryOfAll(watch.guards);
+	node.memory = sumOf(node.mappings);
+	watch.windows.push_back(std::move(node));
+	watch.before = after;
+	watch.begin = end;
 }
 
 LabOptions optionsFor(const IdlePlan& plan)
@@ -203,44 +230,50 @@ std::vector<IdleFigures> measureIdle(const IdlePlan& plan)
 	Lab lab(optionsFor(plan));
 	letRest(lab, plan, {HostId::a, HostId::b});
 	lab.stillClient();
-	struct Watch
-	{
-		HostId node;
-		std::vector<pid_t> guards;
-		NodeLook before;
-		Clock::time_point begin;
-	};
 	std::vector<Watch> watches;
 	for (const HostId node : nodes)
 	{
 		const std::vector<pid_t> guards = guardsOn(lab, node, plan.guard);
-		watches.push_back({node, guards, lookAt(lab, node, guards), Clock::now()});
+		watches.push_back({node, guards, lookAt(lab, node, guards), Clock::now(), {}});
 	}
-	std::this_thread::sleep_for(plan.length);
+	for (int window = 0; window < plan.windows; ++window)
+	{
+		std::this_thread::sleep_for(plan.length);
+		for (Watch& watch : watches)
+		{
+			endWindow(lab, plan, watch);
+		}
+	}
 	std::vector<IdleFigures> figures;
 	for (const Watch& watch : watches)
 	{
-		const NodeLook after = lookAt(lab, watch.node, watch.guards);
-		const std::chrono::duration<double> seconds = Clock::now() - watch.begin;
-		IdleFigures node;
-		node.guard = plan.guard;
-		node.settings = settingsText(plan, watch.node);
-		node.node = nameOf(watch.node);
-		node.role = roleText(plan, watch.node);
-		compare(watch.before, after, seconds.count(), node);
-		node.mappings = memoryOfAll(watch.guards);
-		node.memory = sumOf(node.mappings);
-		figures.push_back(std::move(node));
+		figures.push_back(medianOf(watch.windows));
 	}
 	return figures;
 }
 
-MemoryFigures measureAlone(const IdlePlan& plan)
+MemoryFigures measureAlone(const IdlePlan& plan, HostId node)
 {
 	Lab lab(optionsFor(plan));
-	lab.powerOff(HostId::b);
-	letRest(lab, plan, {HostId::a});
-	return sumOf(memoryOfAll(guardsOn(lab, HostId::a, plan.guard)));
+	const bool standby = roleText(plan, node) == "standby";
+	if (!standby)
+	{
+		lab.powerOff(otherNode(node));
+	}
+	letRest(lab, plan, standby ? std::vector<HostId>(nodes.begin(), nodes.end()) : std::vector<HostId>{node});
+	const std::vector<pid_t> guards = guardsOn(lab, node, plan.guard);
+	if (standby)
+	{
+		lab.powerOff(otherNode(node));
+	}
+	const std::vector<std::string> before = sharersOf(guards);
+	const MemoryFigures memory = sumOf(memoryOfAll(guards));
+	const std::vector<std::string> after = sharersOf(guards);
+	if (!before.empty() || !after.empty())
+	{
+		throw LabError("other processes of the machine share its pages: " + (before.empty() ? after : before).front());
+	}
+	return memory;
 }
 
 } // namespace velarix::lab

@@ -16,7 +16,8 @@ struct IdlePlan
 {
 	std::string guard; ///< one of idleGuards()
 	Millis settle{10000};
-	Millis length{300000};
+	Millis length{60000}; ///< of a window
+	int windows = 5;
 	PairTimes times{};
 	std::filesystem::path installRoot{};
 };
@@ -27,14 +28,16 @@ const std::vector<std::string>& idleGuards();
 /// @throws LabError when the guard is not installed, naming its package
 void requireGuard(const std::string& guard);
 
-/// Lets the guards of both nodes come to rest, looks, waits, looks again.
-/// The client is still meanwhile, so that the cards carry the guards' packets only.
+/// Lets the guards of both nodes come to rest, looks, waits, looks again, once for each
+/// window. The client is still meanwhile, so that the cards carry the guards' packets only.
 /// @throws LabError when they do not come to rest
 std::vector<IdleFigures> measureIdle(const IdlePlan& plan);
 
-/// The memory of a guard on node a while nobody else has it: nobody shares its libraries
-/// but what the machine runs besides.
-/// @throws LabError as above
-MemoryFigures measureAlone(const IdlePlan& plan);
+/// The memory of a guard on that node while nobody else has it: only libraries that are
+/// not the agent's own are shared with what the machine runs besides. A standby's is
+/// taken as soon as its partner's host is off, before it notices.
+/// @throws LabError as above; when somebody else on the machine shares its pages, naming
+///         them
+MemoryFigures measureAlone(const IdlePlan& plan, HostId node);
 
 } // namespace velarix::lab

@@ -1,7 +1,10 @@
 #include "ProcessFigures.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <set>
 #include <sstream>
 
 #include <unistd.h>
@@ -64,7 +67,69 @@ std::uint64_t numberAfter(const std::string& text, const std::string& title)
 	return std::stoull(text.substr(at + title.size()));
 }
 
+/// The names of the files that count for sharing, out of the text of a maps file.
+std::set<std::string> filesIn(const std::string& maps, const std::string& program)
+{
+	std::set<std::string> files;
+	std::istringstream text(maps);
+	for (std::string line; std::getline(text, line);)
+	{
+		const std::string name = beginsMapping(line) ? nameOfMapping(line) : std::string();
+		if (name == program || name.starts_with("libPoco"))
+		{
+			files.insert(name);
+		}
+	}
+	return files;
+}
+
+/// Empty of a process that is gone, or that nobody may look at.
+std::string mapsOf(pid_t pid)
+{
+	std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+	std::ostringstream text;
+	text << maps.rdbuf();
+	return text.str();
+}
+
+/// @return the parent, or -1 when the process is gone
+pid_t parentOf(pid_t pid)
+{
+	const std::string status = contentIfAny("/proc/" + std::to_string(pid) + "/status");
+	const std::size_t at = status.find("\nPPid:");
+	return at == std::string::npos ? -1 : std::stoi(status.substr(at + std::strlen("\nPPid:")));
+}
+
 } // namespace
+
+std::vector<std::string> sharersOf(const std::vector<pid_t>& guards)
+{
+	std::error_code unreadable;
+	const std::string program =
+	    std::filesystem::read_symlink("/proc/" + std::to_string(guards.at(0)) + "/exe", unreadable).filename();
+	const std::set<std::string> own = filesIn(mapsOf(guards.at(0)), program);
+	const auto isGuard = [&](pid_t pid) { return std::find(guards.begin(), guards.end(), pid) != guards.end(); };
+	std::vector<std::string> sharers;
+	for (const auto& entry : std::filesystem::directory_iterator("/proc"))
+	{
+		const std::string name = entry.path().filename();
+		if (name.find_first_not_of("0123456789") != std::string::npos)
+		{
+			continue;
+		}
+		const pid_t pid = std::stoi(name);
+		const std::set<std::string> files = filesIn(mapsOf(pid), program);
+		const bool shares =
+		    std::any_of(files.begin(), files.end(), [&](const auto& file) { return own.contains(file); });
+		if (shares && !isGuard(pid) && !isGuard(parentOf(pid)))
+		{
+			std::string title = contentIfAny("/proc/" + name + "/comm");
+			title.erase(std::remove(title.begin(), title.end(), '\n'), title.end());
+			sharers.push_back(title + " (" + name + ")");
+		}
+	}
+	return sharers;
+}
 
 ProcessTotals& ProcessTotals::operator+=(const ProcessTotals& other)
 {

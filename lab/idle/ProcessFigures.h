@@ -72,6 +72,12 @@ CardTotals cardIn(const std::string& text, const std::string& card);
 /// @throws LabError when it is no such text
 std::int64_t lastProcessIn(const std::string& loadAverages);
 
+/// Processes besides the given ones and their children that have the program of the first
+/// one in their memory, or the library that the agent's memory consists of, where that
+/// one has it: they share its pages. Looked for among all that this process may look at.
+/// @return "NAME (PID)" of each
+std::vector<std::string> sharersOf(const std::vector<pid_t>& guards);
+
 /// All of the process, threads and memory. @throws LabError when it is gone
 ProcessTotals totalsOf(pid_t pid);
 MemoryByMapping memoryOf(pid_t pid);

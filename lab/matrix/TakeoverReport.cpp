@@ -58,28 +58,35 @@ std::string verdictOf(const std::optional<Summary>& summary)
 
 const Row& head()
 {
-	static const Row titles{"path",           "waits until the decision, at most",
-	                        "waits after it", "runs",
-	                        "outage",         "beyond the waits",
-	                        "of it: pings",   "pings alone",
-	                        "own part",       "median <= 100 ms"};
+	static const Row titles{"path",
+	                        "waits until the decision, at most",
+	                        "waits after it",
+	                        "runs",
+	                        "outage",
+	                        "until the decision",
+	                        "beyond the waits",
+	                        "of it: pings",
+	                        "pings alone",
+	                        "own part",
+	                        "beyond: median <= 100 ms"};
 	return titles;
 }
 
 Row rowOf(const TakeoverResults& results, const Path& path)
 {
 	const Samples& samples = samplesOf(results, path);
-	const auto own = summaryOf(valuesOf(samples, &TakeoverSample::own));
+	const auto overhead = summaryOf(valuesOf(samples, &TakeoverSample::overhead));
 	return {path.name,
 	        explained(path.before, results.times),
 	        explained(path.after, results.times),
 	        std::to_string(samples.size()),
 	        toText(summaryOf(valuesOf(samples, &TakeoverSample::outage))),
-	        toText(summaryOf(valuesOf(samples, &TakeoverSample::overhead))),
+	        toText(summaryOf(valuesOf(samples, &TakeoverSample::noticed))),
+	        toText(overhead),
 	        toText(summaryOf(valuesOf(samples, &TakeoverSample::pings))),
 	        toText(summaryOf(floorOf(results, path.name))),
-	        toText(own),
-	        verdictOf(own)};
+	        toText(summaryOf(valuesOf(samples, &TakeoverSample::own))),
+	        verdictOf(overhead)};
 }
 
 Json jsonOf(const std::optional<Summary>& summary)
@@ -108,8 +115,11 @@ Json jsonOf(const TakeoverResults& results, const Path& path)
 	return {{"path", path.name},
 	        {"before", explained(path.before, results.times)},
 	        {"after", explained(path.after, results.times)},
+	        {"beforeMs", sumOf(path.before, results.times).count()},
+	        {"afterMs", sumOf(path.after, results.times).count()},
 	        {"waitsMs", path.bound(results.times).count()},
 	        {"outage", jsonOf(summaryOf(valuesOf(samples, &TakeoverSample::outage)))},
+	        {"noticed", jsonOf(summaryOf(valuesOf(samples, &TakeoverSample::noticed)))},
 	        {"overhead", jsonOf(summaryOf(valuesOf(samples, &TakeoverSample::overhead)))},
 	        {"pings", jsonOf(summaryOf(valuesOf(samples, &TakeoverSample::pings)))},
 	        {"pingsAlone", jsonOf(summaryOf(floorOf(results, path.name)))},

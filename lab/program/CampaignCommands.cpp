@@ -195,9 +195,12 @@ void addIdle(CLI::App& app, Arguments& arguments, int& status)
 	    app.add_subcommand("idle", "Measure what agent, keepalived and monit cost while nothing happens");
 	addLabOptions(*command, arguments);
 	IdleOptions& idle = arguments.idle;
-	command->add_option("--seconds", idle.seconds, "How long is watched")
+	command->add_option("--seconds", idle.seconds, "How long a window is")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 86400));
+	command->add_option("--windows", idle.windows, "How many windows; the median of them is told")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 1000));
 	command->add_option("--guard", idle.guards, "Only this one (again for more): VelarixHA, keepalived, monit")
 	    ->check(CLI::IsMember({"VelarixHA", "keepalived", "monit"}));
 	command->add_option("--format", idle.form, "text or json")

@@ -26,6 +26,7 @@ std::vector<IdlePlan> plansFor(const IdleOptions& options)
 		IdlePlan plan;
 		plan.guard = guard;
 		plan.length = std::chrono::seconds(options.seconds);
+		plan.windows = options.windows;
 		plan.settle = std::min(plan.settle, plan.length);
 		plan.times = options.times;
 		plan.installRoot = options.installRoot;
@@ -38,7 +39,7 @@ void measureAll(const std::vector<IdlePlan>& plans, IdleResults& results)
 {
 	std::vector<std::vector<IdleFigures>> found(plans.size());
 	runInChildren(
-	    plans.size(), static_cast<int>(plans.size()), plans.front().length + toRest,
+	    plans.size(), static_cast<int>(plans.size()), plans.front().length * plans.front().windows + toRest,
 	    [&](std::size_t index) { return toJson(measureIdle(plans[index])); },
 	    [&](const ChildResult& result)
 	    {
@@ -62,26 +63,30 @@ void measureAll(const std::vector<IdlePlan>& plans, IdleResults& results)
 /// Handed over as the one figure of a node that is otherwise empty.
 void measureEachAlone(const std::vector<IdlePlan>& plans, IdleResults& results)
 {
+	// Both nodes of a guard, one guard after the other.
+	const auto nodeOf = [](std::size_t index) { return index % 2 == 0 ? HostId::a : HostId::b; };
 	runInChildren(
-	    plans.size(), 1, toRest,
+	    plans.size() * 2, 1, toRest,
 	    [&](std::size_t index)
 	    {
 		    IdleFigures alone;
-		    alone.memory = measureAlone(plans[index]);
+		    alone.memory = measureAlone(plans[index / 2], nodeOf(index));
 		    return toJson(std::vector<IdleFigures>{alone});
 	    },
 	    [&](const ChildResult& result)
 	    {
-		    const std::string& guard = plans[result.index].guard;
-		    std::cerr << guard << " alone: " << (result.problem.empty() ? "measured" : result.problem) << '\n';
+		    const std::string& guard = plans[result.index / 2].guard;
+		    const std::string name = nameOf(nodeOf(result.index));
+		    std::cerr << guard << " alone, node " << name << ": "
+		              << (result.problem.empty() ? "measured" : result.problem) << '\n';
 		    if (!result.problem.empty())
 		    {
-			    results.problems.push_back(guard + " alone: " + result.problem);
+			    results.problems.push_back(guard + " alone, node " + name + ": " + result.problem);
 			    return;
 		    }
 		    for (IdleFigures& node : results.nodes)
 		    {
-			    if (node.guard == guard && node.node == "a")
+			    if (node.guard == guard && node.node == name)
 			    {
 				    node.memoryAlone = idleFiguresFrom(result.text).front().memory;
 			    }

@@ -15,7 +15,8 @@ struct IdleOptions
 {
 	std::filesystem::path installRoot{};
 	PairTimes times{};
-	int seconds = 300;
+	int seconds = 60; ///< of a window
+	int windows = 5;
 	std::vector<std::string> guards{}; ///< empty: all
 	std::string form = "text";         ///< text, json
 	std::string output{};              ///< file for the report; empty: standard output

@@ -27,6 +27,11 @@ def growth(results, programs, path):
     save(figure, path)
 
 
+def milliseconds(microseconds):
+    """No point where nothing could be measured."""
+    return microseconds / 1000 if microseconds is not None else float("nan")
+
+
 def against_processes(axes, results):
     """Milliseconds with three programs, both axes in powers of ten."""
     numbers = list(results)
@@ -35,7 +40,7 @@ def against_processes(axes, results):
             ("pidof's scan", GREEN, lambda result: result.scan("pidof", 3)),
             ("agent", BLUE, lambda result: result.median("agent/3")),
             ("floor: a bare C loop", GREY, lambda result: result.median("floor/0"))):
-        axes.plot(numbers, [value(result) / 1000 for result in results.values()], marker="o", markersize=4,
+        axes.plot(numbers, [milliseconds(value(result)) for result in results.values()], marker="o", markersize=4,
                   color=colour, label=label, linewidth=1 if colour == GREY else 1.5)
     axes.set_xscale("log")
     axes.set_yscale("log")
@@ -63,12 +68,17 @@ def against_programs(axes, results, programs):
 
 
 def own_parts(heartbeat, steps, path):
-    """For each step a bar of what the library takes and what the agent adds."""
+    """For each step a bar of what the library takes, the echo of the agent's lines, and what the agent adds."""
     figure, axes = pyplot.subplots(figsize=(7, 3.4))
     places = range(len(steps))
     library = [heartbeat.median(f"{step}/library") for step in steps]
     own = [max(0.0, heartbeat.median(f"{step}/agent") - cost) for step, cost in zip(steps, library)]
-    axes.barh(places, library, color=GREY, label="the library's bare calls")
+    quiet = [heartbeat.median(f"{step}/library-quiet") if f"{step}/library-quiet" in heartbeat else cost
+             for step, cost in zip(steps, library)]
+    echo = [max(0.0, cost - least) for cost, least in zip(library, quiet)]
+    axes.barh(places, [cost - part for cost, part in zip(library, echo)], color=GREY, label="the library's bare calls")
+    axes.barh(places, echo, left=[cost - part for cost, part in zip(library, echo)], color=ORANGE,
+              label="the echo on the console")
     axes.barh(places, own, left=library, color=BLUE, label="the agent's own part")
     axes.set_yticks(places, steps)
     axes.invert_yaxis()

@@ -32,6 +32,14 @@ def compiler_text(command="c++"):
     return first or "an unknown compiler"
 
 
+def flags_text(build):
+    """The flags for C++ with which the build directory is configured."""
+    cache = os.path.join(build, "CMakeCache.txt")
+    kind = first_value(cache, "CMAKE_BUILD_TYPE:STRING", "=") or ""
+    names = ("CMAKE_CXX_FLAGS:STRING", f"CMAKE_CXX_FLAGS_{kind.upper()}:STRING")
+    return " ".join(filter(None, (first_value(cache, name, "=") for name in names))) or "no flags"
+
+
 def poco_version():
     """The version that was compiled with, as 1.11.0."""
     with open(POCO_VERSION_HEADER, encoding="utf-8") as handle:

@@ -10,13 +10,13 @@ GREY = "#999999"
 
 
 def takeover_svg(results):
-    """A strip of points for each path: every run's own part, and its median."""
+    """A strip of points for each path: what every run lasted beyond its waits; two medians."""
     paths = [path for path in results["paths"] if path["samples"]]
     left, width, row, top = 130, 560, 26, 40
-    longest = max([results["goalMs"] * 2] + [sample["ownMs"] for path in paths for sample in path["samples"]])
+    longest = max([results["goalMs"] * 2] + [sample["overheadMs"] for path in paths for sample in path["samples"]])
     scale = width / longest
     height = top + row * len(paths) + 40
-    parts = [head(left + width + 30, height, "Own part of a take-over, ms: each run, and the median")]
+    parts = [head(left + width + 30, height, "Take-over beyond its waits, ms: each run, the median (black), and without the pings (grey)")]
     step = nice_step(longest)
     for tick in range(0, int(longest) + 1, step):
         x = left + tick * scale
@@ -29,10 +29,11 @@ def takeover_svg(results):
         y = top + row * index + row / 2
         parts.append(text(left - 10, y + 4, path["path"], "end"))
         for sample in path["samples"]:
-            x = left + max(sample["ownMs"], 0) * scale
+            x = left + max(sample["overheadMs"], 0) * scale
             parts.append(f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3" fill="{BLUE}" fill-opacity="0.35"/>')
-        median = left + max(path["own"]["medianMs"], 0) * scale
-        parts.append(line(median, y - 9, median, y + 9, INK, 2))
+        for part, colour in (("own", GREY), ("overhead", INK)):
+            median = left + max(path[part]["medianMs"], 0) * scale
+            parts.append(line(median, y - 9, median, y + 9, colour, 2))
     return "\n".join(parts + ["</svg>", ""])
 
 
@@ -43,11 +44,11 @@ def idle_svg(results, name_of):
     block = 56 + row * len(nodes)
     parts = [head(left + width + 80, 2 * block + 10, "")]
     cpu = [(node["ownCpuSecondsPerHour"], node["childrenCpuSecondsPerHour"]) for node in nodes]
-    memory = [(node["memory"]["proportionalKiB"] / 1024,
-               (node["memory"]["residentKiB"] - node["memory"]["proportionalKiB"]) / 1024) for node in nodes]
+    memory = [(node["memory"]["proportionalKiB"] * 1024 / 1e6,
+               (node["memory"]["residentKiB"] - node["memory"]["proportionalKiB"]) * 1024 / 1e6) for node in nodes]
     for top, title, values, colours in (
             (0, "CPU seconds an hour: own (blue), children (orange)", cpu, (BLUE, ORANGE)),
-            (block, "MiB: proportional (blue), shared with others (grey)", memory, (BLUE, GREY))):
+            (block, "MB: proportional (blue), shared with others (grey)", memory, (BLUE, GREY))):
         parts.append(text(10, top + 24, title, "start", INK, 14))
         longest = max([sum(value) for value in values] + [0.001])
         for index, (node, value) in enumerate(zip(nodes, values)):

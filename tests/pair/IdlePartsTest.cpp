@@ -1,5 +1,11 @@
 /// What the measurement of idle nodes makes of the kernel's texts, and one short run.
 
+#include <algorithm>
+#include <csignal>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -149,6 +155,47 @@ TEST(IdleFigures, AreWhatTwoLooksDifferIn)
 	EXPECT_THROW(compare(firstLook(), secondLook(), 0, figures), LabError);
 }
 
+TEST(IdleFigures, AreMediansOfWindows)
+{
+	std::vector<IdleFigures> windows(4);
+	const double cpu[] = {36, 3600, 72, 108};
+	for (std::size_t i = 0; i < windows.size(); ++i)
+	{
+		windows[i].ownCpuPerHour = cpu[i];
+		windows[i].cards[1].sent = cpu[i];
+		windows[i].memory.resident = static_cast<std::int64_t>(cpu[i]);
+		windows[i].threads = 4;
+	}
+	const IdleFigures middle = medianOf(windows);
+	EXPECT_EQ(middle.windows, 4);
+	EXPECT_NEAR(middle.ownCpuPerHour, 90, 1e-9);
+	EXPECT_NEAR(middle.cards[1].sent, 90, 1e-9);
+	EXPECT_EQ(middle.memory.resident, 90);
+	EXPECT_EQ(middle.threads, 4);
+	EXPECT_NEAR(middle.leastCpu, 1, 1e-9);
+	EXPECT_NEAR(middle.mostCpu, 100, 1e-9);
+	EXPECT_THROW(medianOf({}), LabError);
+}
+
+TEST(ProcessMemory, KnowsWhoSharesAProgram)
+{
+	const pid_t child = ::fork();
+	ASSERT_NE(child, -1);
+	if (child == 0)
+	{
+		::pause();
+		::_exit(0);
+	}
+	const auto isThis = [](const std::string& sharer)
+	{ return sharer.ends_with(" (" + std::to_string(::getpid()) + ")"); };
+	const std::vector<std::string> others = sharersOf({child});
+	EXPECT_TRUE(std::any_of(others.begin(), others.end(), isThis));
+	const std::vector<std::string> rest = sharersOf({::getpid(), child});
+	EXPECT_FALSE(std::any_of(rest.begin(), rest.end(), isThis));
+	::kill(child, SIGKILL);
+	::waitpid(child, nullptr, 0);
+}
+
 TEST(IdleFigures, SurviveTheirJourney)
 {
 	IdleFigures figures;
@@ -178,12 +225,12 @@ TEST(IdleReport, ShowsEachNodeAndWhereItsMemoryIs)
 	results.nodes = {figures};
 	results.problems = {"monit: it did not start"};
 	const std::string text = toText(results);
-	for (const char* part : {"VelarixHA (heartbeat every 1 s)", "7.0", "2.0", "3.000", "2.0 / 0.1", "[stack]",
+	for (const char* part : {"VelarixHA (heartbeat every 1 s)", "7.3", "2.1", "3.000", "2.0 / 0.1", "[stack]",
 	                         "not measured: monit: it did not start"})
 	{
 		EXPECT_NE(text.find(part), std::string::npos) << part << " in\n" << text;
 	}
-	EXPECT_EQ(nlohmann::json::parse(toJson(results)).at("goals").at("residentKiB"), 12288);
+	EXPECT_EQ(nlohmann::json::parse(toJson(results)).at("goals").at("residentBytes"), 12000000);
 }
 
 TEST(Monit, IsToldToLookAtWhatTheAgentLooksAt)
@@ -205,7 +252,8 @@ TEST(IdleRun, MeasuresBothNodesOfAPair)
 	IdlePlan plan;
 	plan.guard = "VelarixHA";
 	plan.settle = Millis(1000);
-	plan.length = Millis(4000);
+	plan.length = Millis(2000);
+	plan.windows = 2;
 	const std::vector<IdleFigures> figures = measureIdle(plan);
 	ASSERT_EQ(figures.size(), 2U);
 	EXPECT_EQ(figures[0].role, "master");

@@ -101,6 +101,8 @@ TEST(TakeoverReport, TellsMediansAndWhatThePingsTookAlone)
 	EXPECT_EQ(path.at("own").at("medianMs"), 40);
 	EXPECT_EQ(path.at("own").at("p95Ms"), 50);
 	EXPECT_EQ(path.at("overhead").at("medianMs"), 325);
+	EXPECT_EQ(path.at("noticed").at("medianMs"), 2000);
+	EXPECT_EQ(path.at("beforeMs"), 2000);
 	EXPECT_EQ(path.at("pingsAlone").at("count"), 1);
 	EXPECT_EQ(path.at("pingsAlone").at("medianMs"), 440);
 	EXPECT_NE(toText(results).find("0.040 / 0.050 / 0.050"), std::string::npos);

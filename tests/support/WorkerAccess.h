@@ -31,6 +31,9 @@ public:
 		worker.serveConnection(loop);
 	}
 
+	/// One whole pass.
+	template <typename Loop> static void iterate(CHeartReciver& worker, Loop& loop) { worker.iterate(loop); }
+
 	static int& port(CHeartSender& worker) { return worker.m_nPort; }
 	static std::string& partnerIP(CHeartSender& worker) { return worker.m_partnerIP; }
 	static int& refCount(CHeartSender& worker) { return worker.m_refCount; }
