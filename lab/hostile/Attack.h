@@ -60,7 +60,7 @@ struct AttackInfo
 
 	/// What is said a few times and no more comes when the event has turned the
 	/// target's role; the others are about it already.
-	bool comesAfterEvent() const { return !lasting && goal(1).heard > 0; }
+	bool comesAfterEvent() const { return !lasting && mark == nullptr && goal(1).heard > 0; }
 };
 
 std::span<const AttackInfo> allAttacks();

@@ -140,17 +140,23 @@ void neverCloses(const AttackOrders& orders, AttackTally& tally)
 	Crowd{.size = 1, .firstWords = "/staying/", .staysWhenLeft = true}.besiege(doorOf(orders), tally, orders.stop);
 }
 
-/// 16 KiB and the farewell at once: 64 messages of 256 bytes for the receiver.
+/// 16 KiB and the farewell at once: 64 messages of 256 bytes for the receiver. A
+/// connection that waits when the node has served another one is dropped unread.
 void burst(const AttackOrders& orders, AttackTally& tally)
 {
-	while (!orders.stop && tally.messages == 0 && tally.tries < 200)
+	const std::string first = "received message: " + std::string(256, '~');
+	const LabClock clock;
+	while (!orders.stop && tally.heard == 0 && clock.now() < Millis(45000))
 	{
-		const UniqueFd connection = connectTo(doorOf(orders), patience, tally);
-		if (connection && say(connection, std::string(16384, '~'), tally))
+		UniqueFd connection = connectTo(doorOf(orders), patience, tally);
+		const bool said = connection && say(connection, std::string(16384, '~'), tally);
+		connection.reset();
+		for (int look = 0; said && look < 40 && tally.heard == 0 && !orders.stop; ++look)
 		{
-			return;
+			std::this_thread::sleep_for(Millis(50));
+			tally.heard = timesIn(orders.log, first);
 		}
-		std::this_thread::sleep_for(Millis(50));
+		std::this_thread::sleep_for(Millis(20));
 	}
 }
 
@@ -335,7 +341,8 @@ constexpr std::array<AttackInfo, 20> attacks{{
      Knock::connects, speaks},
     {"never-closes", true, "received message: /staying/", false, neverCloses, "clients that never close their end",
      Knock::connects, speaks},
-    {"burst", false, nullptr, false, burst, "16 KiB in one connection, closed at once", Knock::connects, speaks},
+    {"burst", false, "received message: ~", false, burst, "16 KiB in one connection, closed at once", Knock::connects,
+     heardOnce},
     {"resets", false, nullptr, false, resets, "half a message, then a reset", Knock::connects,
      [](long count) { return AttackGoal{.connections = resetsOf(count)}; }},
     {"syn-flood", true, nullptr, false, synFlood, "connection requests from hosts that are not there", Knock::frames},

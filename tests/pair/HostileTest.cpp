@@ -198,6 +198,8 @@ TEST(HostileJudge, TellsEachAttackThatDidNotHappen)
 	          "messages heard by the target 0, expected at least 1");
 	EXPECT_EQ(told("repeated:2-0-0", [](HostileRecord& record) { record.heard = 3; }),
 	          "messages heard by the target 3, expected at least 4");
+	EXPECT_EQ(told("burst", [](HostileRecord& record) { record.heard = 0; }),
+	          "messages heard by the target 0, expected at least 1");
 	EXPECT_EQ(told("cut", [](HostileRecord& record) { record.connections = 0; }), "0 differences");
 }
 
