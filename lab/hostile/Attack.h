@@ -24,6 +24,24 @@ struct AttackOrders
 	const std::atomic<bool>& stop;
 };
 
+/// What an attack comes to where nothing keeps it out; less, and it did not happen.
+struct AttackGoal
+{
+	long connections = 1;
+	long messages = 0;
+	long atOnce = 0; ///< clients, connected or connecting
+	long open = 0;   ///< clients, connected at once
+	long heard = 0;  ///< messages that the target has read
+};
+
+/// How packets of an attack get to the heartbeat port.
+enum class Knock
+{
+	none,    ///< not at all
+	frames,  ///< requests that are never followed up
+	connects ///< connections
+};
+
 struct AttackInfo
 {
 	const char* name; ///< in the table of expectations
@@ -35,14 +53,19 @@ struct AttackInfo
 	bool asPartner;
 	void (*carryOut)(const AttackOrders& orders, AttackTally& tally);
 	const char* what; ///< for a person
+	Knock knock = Knock::connects;
+	AttackGoal (*goal)(long count) = [](long) { return AttackGoal{}; }; ///< of an attack that connects
+	/// Tried also where a guard keeps it out: connections and frames.
+	long leastTries = 1;
+
+	/// What is said a few times and no more comes when the event has turned the
+	/// target's role; the others are about it already.
+	bool comesAfterEvent() const { return !lasting && mark == nullptr && goal(1).heard > 0; }
 };
 
 std::span<const AttackInfo> allAttacks();
 
 /// @throws LabError when there is none of that name
 const AttackInfo& attackNamed(std::string_view name);
-
-/// How often the log tells that this text was received.
-long timesReceived(const std::filesystem::path& log, const std::string& text);
 
 } // namespace velarix::lab

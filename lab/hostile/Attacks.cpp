@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <thread>
 
 #include <poll.h>
 #include <sys/socket.h>
 
 #include "Attack.h"
+#include "Files.h"
 #include "Frames.h"
 #include "Plan.h"
 #include "Words.h"
@@ -21,22 +21,41 @@ constexpr Millis knock{250};     ///< for a handshake, where thousands are made
 constexpr Millis patience{2000}; ///< for a handshake, where one matters
 constexpr Millis floodLimit{900000};
 constexpr int highestPort = 65535;
+constexpr int crowdSize = 200;
+/// What the kernel lets wait at a port that the agent opens for 64.
+constexpr long openAtOnce = 64;
+
+long resetsOf(long count)
+{
+	return std::max(1L, count / 10);
+}
+
+long readOnesOf(long count)
+{
+	return std::max(1L, count / 20);
+}
+
+/// How often the node has told in its log that it received the words.
+long timesHeard(const AttackOrders& orders)
+{
+	return timesIn(orders.log, "received message: " + orders.words + "\n");
+}
 
 sockaddr_in doorOf(const AttackOrders& orders)
 {
 	return socketAddress(plan::addressOf(orders.target, Network::communication), plan::heartbeatPort);
 }
 
-/// Many connections after each other, from several threads, until `wanted` were
-/// accepted, or as many were tried in vain.
-void flood(const AttackOrders& orders, AttackTally& tally, long wanted,
+/// Many connections after each other, from several threads, until what is counted
+/// comes to `wanted`, or as many were tried in vain.
+void flood(const AttackOrders& orders, AttackTally& tally, const std::atomic<long>& counted, long wanted,
            const std::function<void(UniqueFd& connection, std::mt19937_64& random)>& visit)
 {
 	const LabClock clock;
 	const auto goesOn = [&]
 	{
 		const bool inVain = tally.connections == 0 && tally.tries >= wanted;
-		return !orders.stop && !inVain && tally.connections < wanted && clock.now() < floodLimit;
+		return !orders.stop && !inVain && counted < wanted && clock.now() < floodLimit;
 	};
 	std::vector<std::thread> threads;
 	for (std::uint64_t number = 0; number < 16; ++number)
@@ -60,13 +79,13 @@ void flood(const AttackOrders& orders, AttackTally& tally, long wanted,
 
 void random(const AttackOrders& orders, AttackTally& tally)
 {
-	flood(orders, tally, orders.count,
+	flood(orders, tally, tally.messages, orders.count,
 	      [&](UniqueFd& connection, std::mt19937_64& numbers) { say(connection, randomWords(numbers), tally); });
 }
 
 void resets(const AttackOrders& orders, AttackTally& tally)
 {
-	flood(orders, tally, std::max(1L, orders.count / 10),
+	flood(orders, tally, tally.connections, resetsOf(orders.count),
 	      [&](UniqueFd& connection, std::mt19937_64& numbers)
 	      {
 		      say(connection, randomWords(numbers).substr(0, numbers() % 40), tally);
@@ -80,7 +99,7 @@ void randomRead(const AttackOrders& orders, AttackTally& tally)
 {
 	std::mt19937_64 numbers(orders.seed);
 	const LabClock clock;
-	const long wanted = std::max(1L, orders.count / 20);
+	const long wanted = readOnesOf(orders.count);
 	UniqueFd connection;
 	while (tally.messages < wanted && !orders.stop && (tally.connections > 0 || clock.now() < Millis(30000)))
 	{
@@ -98,7 +117,7 @@ void randomRead(const AttackOrders& orders, AttackTally& tally)
 
 void connections(const AttackOrders& orders, AttackTally& tally)
 {
-	Crowd{.size = 200}.besiege(doorOf(orders), tally, orders.stop);
+	Crowd{.size = crowdSize}.besiege(doorOf(orders), tally, orders.stop);
 }
 
 void silent(const AttackOrders& orders, AttackTally& tally)
@@ -121,17 +140,23 @@ void neverCloses(const AttackOrders& orders, AttackTally& tally)
 	Crowd{.size = 1, .firstWords = "/staying/", .staysWhenLeft = true}.besiege(doorOf(orders), tally, orders.stop);
 }
 
-/// 16 KiB and the farewell at once: 64 messages of 256 bytes for the receiver.
+/// 16 KiB and the farewell at once: 64 messages of 256 bytes for the receiver. A
+/// connection that waits when the node has served another one is dropped unread.
 void burst(const AttackOrders& orders, AttackTally& tally)
 {
-	while (!orders.stop && tally.messages == 0 && tally.tries < 200)
+	const std::string first = "received message: " + std::string(256, '~');
+	const LabClock clock;
+	while (!orders.stop && tally.heard == 0 && clock.now() < Millis(45000))
 	{
-		const UniqueFd connection = connectTo(doorOf(orders), patience, tally);
-		if (connection && say(connection, std::string(16384, '~'), tally))
+		UniqueFd connection = connectTo(doorOf(orders), patience, tally);
+		const bool said = connection && say(connection, std::string(16384, '~'), tally);
+		connection.reset();
+		for (int look = 0; said && look < 40 && tally.heard == 0 && !orders.stop; ++look)
 		{
-			return;
+			std::this_thread::sleep_for(Millis(50));
+			tally.heard = timesIn(orders.log, first);
 		}
-		std::this_thread::sleep_for(Millis(50));
+		std::this_thread::sleep_for(Millis(20));
 	}
 }
 
@@ -165,10 +190,18 @@ void scanBySyn(const AttackOrders& orders, AttackTally& tally)
 void scanByConnect(const AttackOrders& orders, AttackTally& tally)
 {
 	sockaddr_in door = doorOf(orders);
+	AttackTally others;
 	for (int port = 1; port <= highestPort && !orders.stop; ++port)
 	{
 		door.sin_port = htons(static_cast<std::uint16_t>(port));
-		connectTo(door, knock, tally);
+		connectTo(door, knock, port == plan::heartbeatPort ? tally : others);
+	}
+	tally.tries += others.tries;
+	// The receiver closes its port between two heartbeats: a scanner looks again.
+	for (int look = 0; look < 100 && tally.connections == 0 && !orders.stop; ++look)
+	{
+		connectTo(doorOf(orders), knock, tally);
+		std::this_thread::sleep_for(Millis(20));
 	}
 }
 
@@ -184,25 +217,50 @@ bool isServed(const UniqueFd& connection, const std::string& words, AttackTally&
 	       ::poll(&watched, 1, answerMs) == 1 && ::recv(connection.get(), &byte, 1, MSG_DONTWAIT) == 0;
 }
 
-/// Until the node has read it, and told so in its log.
+/// Until the node has read it, and told so in its log. An answer that is lost makes
+/// the stranger say it again.
 void sayOnce(const AttackOrders& orders, AttackTally& tally, const std::string& from)
 {
-	const long before = timesReceived(orders.log, orders.words);
+	const long before = timesHeard(orders);
 	const LabClock clock;
 	while (!orders.stop && clock.now() < Millis(45000))
 	{
 		const UniqueFd connection = connectTo(doorOf(orders), patience, tally, from);
-		if (connection && isServed(connection, orders.words, tally) && timesReceived(orders.log, orders.words) > before)
+		if (connection && isServed(connection, orders.words, tally) && timesHeard(orders) > before)
 		{
-			return;
+			break;
 		}
 		std::this_thread::sleep_for(Millis(20));
 	}
+	tally.heard = timesHeard(orders) - before;
 }
 
 void forged(const AttackOrders& orders, AttackTally& tally)
 {
 	sayOnce(orders, tally, {});
+}
+
+/// On one connection, each when the one before has been read: the receiver pauses
+/// half a second after each.
+void repeated(const AttackOrders& orders, AttackTally& tally)
+{
+	constexpr long wanted = 4;
+	const long before = timesHeard(orders);
+	const LabClock clock;
+	UniqueFd connection;
+	while (!orders.stop && tally.heard < wanted && clock.now() < Millis(45000))
+	{
+		if (!connection)
+		{
+			connection = connectTo(doorOf(orders), patience, tally);
+		}
+		if (connection && !say(connection, orders.words, tally))
+		{
+			connection.reset();
+		}
+		std::this_thread::sleep_for(connection ? Millis(600) : Millis(20));
+		tally.heard = timesHeard(orders) - before;
+	}
 }
 
 void pretend(const AttackOrders& orders, AttackTally& tally)
@@ -259,26 +317,51 @@ void lie(const AttackOrders& orders, AttackTally& tally)
 	whileLying(orders, tally, [&](const std::string&) { untilStopped(orders); });
 }
 
-constexpr std::array<AttackInfo, 18> attacks{{
-    {"random", false, nullptr, false, random, "random messages, each on a connection of its own"},
-    {"random-read", false, nullptr, false, randomRead, "random messages on one connection, each waited for"},
-    {"connections", true, nullptr, false, connections, "200 connections at once that say nothing"},
+AttackGoal heardOnce(long)
+{
+	return {.messages = 1, .heard = 1};
+}
+
+AttackGoal speaks(long)
+{
+	return {.messages = 1};
+}
+
+constexpr std::array<AttackInfo, 20> attacks{{
+    {"random", false, nullptr, false, random, "random messages, each on a connection of its own", Knock::connects,
+     [](long count) { return AttackGoal{.messages = count}; }},
+    {"random-read", false, nullptr, false, randomRead, "random messages on one connection, each waited for",
+     Knock::connects, [](long count) { return AttackGoal{.messages = readOnesOf(count)}; }},
+    {"connections", true, nullptr, false, connections, "200 clients at once that say nothing", Knock::connects,
+     [](long) { return AttackGoal{.atOnce = crowdSize, .open = openAtOnce}; }},
     {"silent", true, nullptr, false, silent, "a connection that says nothing, again and again"},
-    {"slow", true, "received message: ~", false, slow, "20 clients that write one byte a second"},
-    {"hold", true, "received message: /held/", false, hold, "one client that says something every second"},
-    {"never-closes", true, "received message: /staying/", false, neverCloses, "clients that never close their end"},
-    {"burst", false, nullptr, false, burst, "16 KiB in one connection, closed at once"},
-    {"resets", false, nullptr, false, resets, "half a message, then a reset"},
-    {"syn-flood", true, nullptr, false, synFlood, "connection requests from hosts that are not there"},
-    {"scan-connect", false, nullptr, false, scanByConnect, "a connection to each of the 65535 ports"},
-    {"scan-syn", false, nullptr, false, scanBySyn, "a request to each of the 65535 ports, never followed up"},
-    {"replay", false, nullptr, false, forged, "a heartbeat overheard on a node's card, said again"},
-    {"forged", false, nullptr, false, forged, "one heartbeat that no agent sent"},
-    {"pretend", true, nullptr, false, pretend, "a master's heartbeat twice a second"},
+    {"slow", true, "received message: ~", false, slow, "20 clients that write one byte a second", Knock::connects,
+     speaks},
+    {"hold", true, "received message: /held/", false, hold, "one client that says something every second",
+     Knock::connects, speaks},
+    {"never-closes", true, "received message: /staying/", false, neverCloses, "clients that never close their end",
+     Knock::connects, speaks},
+    {"burst", false, "received message: ~", false, burst, "16 KiB in one connection, closed at once", Knock::connects,
+     heardOnce},
+    {"resets", false, nullptr, false, resets, "half a message, then a reset", Knock::connects,
+     [](long count) { return AttackGoal{.connections = resetsOf(count)}; }},
+    {"syn-flood", true, nullptr, false, synFlood, "connection requests from hosts that are not there", Knock::frames},
+    {"scan-connect", false, nullptr, false, scanByConnect, "a connection to each of the 65535 ports", Knock::connects,
+     [](long) { return AttackGoal{}; }, highestPort},
+    {"scan-syn", false, nullptr, false, scanBySyn, "a request to each of the 65535 ports, never followed up",
+     Knock::frames, [](long) { return AttackGoal{}; }, highestPort},
+    {"replay", false, nullptr, false, forged, "a heartbeat overheard on a node's card, said again", Knock::connects,
+     heardOnce},
+    {"forged", false, nullptr, false, forged, "one heartbeat that no agent sent", Knock::connects, heardOnce},
+    {"repeated", false, nullptr, false, repeated, "the same four times on one connection", Knock::connects,
+     [](long) { return AttackGoal{.messages = 4, .heard = 4}; }},
+    {"line-feeds", false, nullptr, false, forged, "a message that looks like lines of the log", Knock::connects,
+     heardOnce},
+    {"pretend", true, nullptr, false, pretend, "a master's heartbeat twice a second", Knock::connects, speaks},
     {"spoofed", true, nullptr, true, spoofed,
-     "one forged heartbeat from the partner's address, with ARP answers to match"},
-    {"stand-in", true, nullptr, true, lie, "the partner's address taken over, with ARP answers to match"},
-    {"cut", true, nullptr, false, lie, "ARP answers that lead the partner's address to nobody"},
+     "one forged heartbeat from the partner's address, with ARP answers to match", Knock::connects, heardOnce},
+    {"stand-in", true, nullptr, true, lie, "the partner's address taken over, with ARP answers to match", Knock::none},
+    {"cut", true, nullptr, false, lie, "ARP answers that lead the partner's address to nobody", Knock::none},
 }};
 
 } // namespace
@@ -298,18 +381,6 @@ const AttackInfo& attackNamed(std::string_view name)
 		}
 	}
 	throw LabError("there is no attack \"" + std::string(name) + "\"");
-}
-
-long timesReceived(const std::filesystem::path& log, const std::string& text)
-{
-	std::ifstream stream(log, std::ios::binary);
-	const std::string wanted = "received message: " + text;
-	long times = 0;
-	for (std::string line; std::getline(stream, line);)
-	{
-		times += line.ends_with(wanted) ? 1 : 0;
-	}
-	return times;
 }
 
 } // namespace velarix::lab

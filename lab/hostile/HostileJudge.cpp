@@ -11,28 +11,45 @@ namespace
 /// Told with what was seen, and what was wanted.
 using Tell = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
 
-Away awayOf(const LegRecord& leg, Millis noOutage)
+bool isAway(const LegRecord& leg, Away expected, Millis noOutage)
 {
-	if (leg.outageOpen && leg.outage > noOutage)
+	const bool some = leg.outage > noOutage;
+	switch (expected)
 	{
-		return Away::lasting;
+	case Away::none:
+		return !some;
+	case Away::some:
+		return some && !leg.outageOpen;
+	case Away::mostly:
+		return leg.noAnswer > (leg.to - leg.from) / 2;
+	case Away::lasting:
+		return some && leg.outageOpen;
+	default:
+		return true;
 	}
-	return leg.outage > noOutage ? Away::some : Away::none;
+}
+
+std::string awayText(const LegRecord& leg, Away expected, Millis noOutage)
+{
+	if (expected == Away::mostly)
+	{
+		return "for " + secondsText(leg.noAnswer) + " of " + secondsText(leg.to - leg.from);
+	}
+	const Away seen = leg.outage <= noOutage ? Away::none : (leg.outageOpen ? Away::lasting : Away::some);
+	return std::string(nameOf(seen)) + " (" + secondsText(leg.outage) + ")";
 }
 
 void serviceDifferences(const HostileRecord& record, const HostileOutcome& expected, Millis noOutage,
                         const Tell& differs)
 {
 	const LegRecord& leg = record.during;
-	if (expected.owner != "any" && leg.owner != expected.owner)
+	if (!isOwner(leg.owner, expected.owner))
 	{
 		differs("owner while attacked", leg.owner, expected.owner);
 	}
-	const Away away = awayOf(leg, noOutage);
-	if (expected.away != Away::any && away != expected.away)
+	if (!isAway(leg, expected.away, noOutage))
 	{
-		differs("service away", std::string(nameOf(away)) + " (" + secondsText(leg.outage) + ")",
-		        nameOf(expected.away));
+		differs("service away", awayText(leg, expected.away, noOutage), nameOf(expected.away));
 	}
 	if (expected.away == Away::none && leg.moves > 0)
 	{
@@ -46,13 +63,13 @@ void serviceDifferences(const HostileRecord& record, const HostileOutcome& expec
 	{
 		differs("agents that ended by themselves:", leg.ended, "none");
 	}
-	if (record.owner != expected.after)
+	if (!isOwner(record.owner, expected.after))
 	{
 		differs("owner at rest", record.owner, expected.after);
 	}
 }
 
-void agentDifferences(const HostileRecord& record, HostId node, bool isOwner, const GrowthBounds& bounds,
+void agentDifferences(const HostileRecord& record, HostId node, bool serves, const GrowthBounds& bounds,
                       const Tell& differs)
 {
 	const auto index = static_cast<std::size_t>(node);
@@ -61,7 +78,7 @@ void agentDifferences(const HostileRecord& record, HostId node, bool isOwner, co
 	{
 		return;
 	}
-	const char* wanted = isOwner ? "master" : "slave";
+	const char* wanted = serves ? "master" : "slave";
 	if (role != wanted)
 	{
 		differs("role of " + nodeText(node), role, wanted);
@@ -88,6 +105,41 @@ void agentDifferences(const HostileRecord& record, HostId node, bool isOwner, co
 	atMost("resident KiB of ", after.residentKib, before.residentKib + bounds.residentKib);
 }
 
+void atLeast(const char* what, long seen, long least, const Tell& differs)
+{
+	if (seen < least)
+	{
+		differs(what, std::to_string(seen), "at least " + std::to_string(least));
+	}
+}
+
+/// Whether the attack happened at all, and whether what keeps it out did so. With the
+/// partner's address the stranger passes the firewall; then the neighbours stop him.
+void attackDifferences(const HostileRecord& record, const HostilePlan& plan, const Tell& differs)
+{
+	const AttackInfo& attack = attackNamed(plan.cell.attack);
+	atLeast("tries", record.tries, attack.leastTries, differs);
+	const bool keptOut = attack.asPartner ? plan.guard == Guard::neighbours : plan.guard != Guard::none;
+	if (keptOut && record.connections > 0)
+	{
+		differs("connections behind the guard", std::to_string(record.connections), "none");
+	}
+	if (keptOut && !attack.asPartner && attack.knock != Knock::none)
+	{
+		atLeast("packets dropped by the firewall", record.dropped, 1, differs);
+	}
+	if (keptOut || attack.knock != Knock::connects)
+	{
+		return;
+	}
+	const AttackGoal goal = attack.goal(plan.count);
+	atLeast("connections", record.connections, goal.connections, differs);
+	atLeast("messages written", record.messages, goal.messages, differs);
+	atLeast("clients at once", record.atOnce, goal.atOnce, differs);
+	atLeast("clients connected at once", record.open, goal.open, differs);
+	atLeast("messages heard by the target", record.heard, goal.heard, differs);
+}
+
 } // namespace
 
 std::vector<std::string> differencesOf(const HostileRecord& record, const HostilePlan& plan, const GrowthBounds& bounds)
@@ -96,10 +148,12 @@ std::vector<std::string> differencesOf(const HostileRecord& record, const Hostil
 	const auto differs = [&](const std::string& what, const std::string& seen, const std::string& wanted)
 	{ found.push_back(what + " " + seen + ", expected " + wanted); };
 	const HostileOutcome& expected = plan.cell.expected(plan.guard);
+	attackDifferences(record, plan, differs);
 	serviceDifferences(record, expected, plan.times.noOutage, differs);
+	const std::string& after = expected.after == "either" ? record.owner : expected.after;
 	for (const HostId node : nodes)
 	{
-		agentDifferences(record, node, expected.after == nameOf(node), bounds, differs);
+		agentDifferences(record, node, after == nameOf(node), bounds, differs);
 	}
 	return found;
 }

@@ -43,7 +43,10 @@ Json recordJson(const HostileRecord& record)
 	         {{"tries", record.tries},
 	          {"connections", record.connections},
 	          {"messages", record.messages},
-	          {"bytes", record.bytes}}},
+	          {"bytes", record.bytes},
+	          {"atOnce", record.atOnce},
+	          {"open", record.open},
+	          {"heard", record.heard}}},
 	        {"words", record.words},
 	        {"read", record.read},
 	        {"dropped", record.dropped},
@@ -51,6 +54,9 @@ Json recordJson(const HostileRecord& record)
 	        {"after", momentJson(record.after)},
 	        {"rolesDuring", record.roles},
 	        {"ownerDuring", record.during.owner},
+	        {"duringMs", (record.during.to - record.during.from).count()},
+	        {"noAnswerMs", record.during.noAnswer.count()},
+	        {"moves", record.during.moves},
 	        {"outageMs", record.during.outage.count()},
 	        {"outageOpen", record.during.outageOpen},
 	        {"twoOwnersMs", record.during.twoOwners.count()},
@@ -159,6 +165,9 @@ HostileRecord hostileRecordFrom(const std::string& text)
 		record.connections = json.at("sent").at("connections");
 		record.messages = json.at("sent").at("messages");
 		record.bytes = json.at("sent").at("bytes");
+		record.atOnce = json.at("sent").at("atOnce");
+		record.open = json.at("sent").at("open");
+		record.heard = json.at("sent").at("heard");
 		record.words = json.at("words");
 		record.read = json.at("read");
 		record.dropped = json.at("dropped");
@@ -166,6 +175,9 @@ HostileRecord hostileRecordFrom(const std::string& text)
 		record.after = momentFrom(json.at("after"));
 		record.roles = json.at("rolesDuring");
 		record.during.owner = json.at("ownerDuring");
+		record.during.to = Millis(json.at("duringMs").get<long>());
+		record.during.noAnswer = Millis(json.at("noAnswerMs").get<long>());
+		record.during.moves = json.at("moves");
 		record.during.outage = Millis(json.at("outageMs").get<long>());
 		record.during.outageOpen = json.at("outageOpen");
 		record.during.twoOwners = Millis(json.at("twoOwnersMs").get<long>());

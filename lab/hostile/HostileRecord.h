@@ -38,6 +38,9 @@ struct HostileRecord
 	long connections = 0; ///< that the node's kernel accepted
 	long messages = 0;    ///< written whole
 	long bytes = 0;
+	long atOnce = 0;  ///< clients of a crowd at once, connected or connecting
+	long open = 0;    ///< clients of a crowd that were connected at once
+	long heard = 0;   ///< of what was forged or replayed: messages that the target read
 	long read = 0;    ///< messages that the target read during the attack, its partner's among them
 	long dropped = 0; ///< packets that the target's firewall dropped
 	PairMoment before;

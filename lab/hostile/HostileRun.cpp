@@ -6,9 +6,12 @@
 #include <thread>
 
 #include "CellRun.h"
+#include "Files.h"
 #include "Moment.h"
 #include "Observe.h"
+#include "Plan.h"
 #include "Stranger.h"
+#include "Wait.h"
 
 namespace velarix::lab
 {
@@ -57,22 +60,50 @@ StrangerPlan ordersOf(const HostilePlan& plan)
 	return {plan.cell.attack, plan.cell.detail, plan.cell.target, plan.seed, plan.count};
 }
 
-void watchAttack(Lab& lab, const HostilePlan& plan, Stranger& stranger, HostileRecord& record)
+/// All messages that the target has read so far, its partner's among them.
+long messagesRead(Lab& lab, const HostilePlan& plan)
+{
+	return timesIn(lab.node(plan.cell.target).diskFile(plan::logFile), "received message: ");
+}
+
+/// The attack and the event, in the order that is the attack's.
+std::unique_ptr<Stranger> beginAttack(Lab& lab, const HostilePlan& plan)
+{
+	const std::optional<Fault>& event = plan.cell.event;
+	if (event && attackNamed(plan.cell.attack).comesAfterEvent())
+	{
+		const std::string before = lab.role(plan.cell.target);
+		lab.inject(*event);
+		const auto turned = [&] { return lab.role(plan.cell.target) != before; };
+		if (!waitFor(turned, plan.times.patience(), "the role to turn", [&] { return lab.stateText(); }))
+		{
+			throw LabError("the event has not turned the role of " + nodeText(plan.cell.target));
+		}
+		return std::make_unique<Stranger>(lab, ordersOf(plan));
+	}
+	auto stranger = std::make_unique<Stranger>(lab, ordersOf(plan));
+	if (event)
+	{
+		stranger->awaitHold(plan.guard != Guard::none);
+		lab.inject(*event);
+	}
+	return stranger;
+}
+
+std::unique_ptr<Stranger> watchAttack(Lab& lab, const HostilePlan& plan, HostileRecord& record)
 {
 	const HostileOutcome& expected = plan.cell.expected(plan.guard);
+	const long readBefore = messagesRead(lab, plan);
 	const Millis from = lab.clock().now();
-	if (plan.cell.event)
+	std::unique_ptr<Stranger> stranger = beginAttack(lab, plan);
+	record.words = stranger->words();
+	if (!stranger->lasting())
 	{
-		stranger.awaitHold(plan.guard != Guard::none);
-		lab.inject(*plan.cell.event);
-	}
-	if (!stranger.lasting())
-	{
-		stranger.awaitEnd();
+		stranger->awaitEnd();
 	}
 	if (plan.cell.event && expected.away == Away::some)
 	{
-		const auto back = [&] { return lab.owners() == expected.owner && lab.answeredBy() == expected.owner; };
+		const auto back = [&] { return isOwner(lab.owners(), expected.owner) && lab.answeredBy() == lab.owners(); };
 		waitFor(back, backLimit, "the service to be back", [&] { return lab.stateText(); });
 	}
 	const bool forGood = expected.away == Away::lasting;
@@ -80,6 +111,8 @@ void watchAttack(Lab& lab, const HostilePlan& plan, Stranger& stranger, HostileR
 	const Millis took = lab.clock().now() - from;
 	record.during = observe(lab, from, quiet, took + plan.times.patience() + quiet, took);
 	record.roles = rolesOf(lab);
+	record.read = messagesRead(lab, plan) - readBefore;
+	return stranger;
 }
 
 void watchAftermath(Lab& lab, const HostilePlan& plan, Stranger& stranger)
@@ -94,21 +127,25 @@ void watchAftermath(Lab& lab, const HostilePlan& plan, Stranger& stranger)
 	}
 }
 
+void keepTally(const AttackTally& tally, HostileRecord& record)
+{
+	record.tries = tally.tries;
+	record.connections = tally.connections;
+	record.messages = tally.messages;
+	record.bytes = tally.bytes;
+	record.atOnce = tally.mostAtOnce;
+	record.open = tally.mostOpen;
+	record.heard = tally.heard;
+}
+
 void runInLab(Lab& lab, const HostilePlan& plan, HostileRecord& record)
 {
 	setUpGuard(lab, plan.guard);
 	letServe(lab, plan.cell.master, plan.times.serveLimit());
 	record.before = momentOf(lab);
-	const auto stranger = std::make_unique<Stranger>(lab, ordersOf(plan));
-	record.words = stranger->words();
-	const long readBefore = stranger->messagesRead();
-	watchAttack(lab, plan, *stranger, record);
-	record.read = stranger->messagesRead() - readBefore;
+	const std::unique_ptr<Stranger> stranger = watchAttack(lab, plan, record);
 	watchAftermath(lab, plan, *stranger);
-	record.tries = stranger->tally().tries;
-	record.connections = stranger->tally().connections;
-	record.messages = stranger->tally().messages;
-	record.bytes = stranger->tally().bytes;
+	keepTally(stranger->tally(), record);
 	record.dropped = plan.guard == Guard::none ? 0 : droppedByFirewall(lab, plan.cell.target);
 	record.owner = lab.owners();
 	record.after = momentOf(lab);

@@ -52,14 +52,14 @@ std::string oneOf(const std::string& word, const std::set<std::string>& allowed,
 
 Away awayFrom(const std::string& word)
 {
-	for (const Away away : {Away::none, Away::some, Away::lasting, Away::any})
+	for (const Away away : {Away::none, Away::some, Away::mostly, Away::lasting, Away::any})
 	{
 		if (word == nameOf(away))
 		{
 			return away;
 		}
 	}
-	throw LabError("\"" + word + "\" does not tell how the service is away (-, some, lasting, any)");
+	throw LabError("\"" + word + "\" does not tell how the service is away (-, some, mostly, lasting, any)");
 }
 
 std::optional<bool> twiceFrom(const std::string& word)
@@ -81,8 +81,8 @@ HostileOutcome outcomeFrom(const std::string& column)
 		throw LabError("an outcome is owner, how the service is away, two owners, owner after it: \"" + column +
 		               "\" is not");
 	}
-	return {oneOf(owner, {"a", "b", "a+b", "none", "any"}, "owner"), awayFrom(away), twiceFrom(twice),
-	        oneOf(after, {"a", "b"}, "node")};
+	return {oneOf(owner, {"a", "b", "a+b", "none", "either", "any"}, "owner"), awayFrom(away), twiceFrom(twice),
+	        oneOf(after, {"a", "b", "either"}, "node")};
 }
 
 void readAttack(const std::string& word, HostileCell& cell)
@@ -91,7 +91,7 @@ void readAttack(const std::string& word, HostileCell& cell)
 	cell.attack = word.substr(0, colon);
 	cell.detail = colon == std::string::npos ? std::string() : word.substr(colon + 1);
 	attackNamed(cell.attack);
-	if (cell.attack == "forged" || cell.attack == "spoofed")
+	if (cell.attack == "forged" || cell.attack == "repeated" || cell.attack == "spoofed")
 	{
 		forgedHeartbeat(cell.detail);
 	}
@@ -126,6 +126,12 @@ HostileCell cellFrom(const std::vector<std::string>& columns)
 	cell.outcomes[0] = outcomeFrom(columns[4]);
 	cell.outcomes[1] = outcomeFrom(columns[5]);
 	cell.outcomes[2] = columns[6] == "=" ? cell.outcomes[1] : outcomeFrom(columns[6]);
+	const bool open = std::any_of(cell.outcomes.begin(), cell.outcomes.end(),
+	                              [](const HostileOutcome& outcome) { return outcome.after == "either"; });
+	if (open && attackNamed(cell.attack).lasting)
+	{
+		throw LabError("the node that serves after the attack " + cell.attack + " has to be told");
+	}
 	cell.note = columns.size() == 8 ? columns[7] : std::string();
 	return cell;
 }
@@ -140,11 +146,18 @@ const char* nameOf(Away away)
 		return "-";
 	case Away::some:
 		return "some";
+	case Away::mostly:
+		return "mostly";
 	case Away::lasting:
 		return "lasting";
 	default:
 		return "any";
 	}
+}
+
+bool isOwner(const std::string& owners, const std::string& word)
+{
+	return word == "any" || owners == word || (word == "either" && (owners == "a" || owners == "b"));
 }
 
 std::vector<HostileCell> parseHostileTable(const std::string& text)

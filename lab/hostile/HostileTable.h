@@ -20,26 +20,27 @@ enum class Away
 {
 	none,    ///< never away for longer than a second
 	some,    ///< away, and back
+	mostly,  ///< away for more than half of the time
 	lasting, ///< away in the end
 	any
 };
 
-/// @return "-", "some", "lasting", "any"
+/// @return "-", "some", "mostly", "lasting", "any"
 const char* nameOf(Away away);
 
 struct HostileOutcome
 {
-	std::string owner;           ///< in the end of the attack: a, b, a+b, none, any
+	std::string owner;           ///< in the end of the attack: a, b, a+b, none, either (a or b), any
 	Away away = Away::none;      ///< at the client
 	std::optional<bool> twice{}; ///< two owners for a time; empty: perhaps
-	std::string after;           ///< owner once the attack is over and all is at rest: a, b
+	std::string after;           ///< owner once the attack is over and all is at rest: a, b, either
 };
 
 struct HostileCell
 {
 	std::string name; ///< attack / target / role of the target
 	std::string attack;
-	std::string detail; ///< of "forged": the fields; of "replay": whose heartbeat; else empty
+	std::string detail; ///< of "forged", "repeated", "spoofed": the fields; of "replay": whose heartbeat; else empty
 	HostId master = HostId::a;
 	HostId target = HostId::a;
 	std::optional<Fault> event;             ///< comes while the attack goes on
@@ -48,6 +49,9 @@ struct HostileCell
 
 	const HostileOutcome& expected(Guard guard) const { return outcomes[static_cast<std::size_t>(guard)]; }
 };
+
+/// @return whether the owners are those of an outcome's word
+bool isOwner(const std::string& owners, const std::string& word);
 
 /// @throws LabError with the line's number and what is wrong with it
 std::vector<HostileCell> parseHostileTable(const std::string& text);

@@ -1,5 +1,6 @@
 #include "Sockets.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <thread>
 
@@ -73,6 +74,7 @@ public:
 		{
 			attend(m_clients[index], watched[index].revents);
 		}
+		count();
 	}
 
 private:
@@ -81,6 +83,15 @@ private:
 	AttackTally& m_tally;
 	std::vector<Client> m_clients;
 	std::vector<UniqueFd> m_left;
+
+	void count()
+	{
+		const auto those = [&](auto which)
+		{ return static_cast<long>(std::count_if(m_clients.begin(), m_clients.end(), which)); };
+		const auto raise = [](std::atomic<long>& most, long now) { most = std::max(most.load(), now); };
+		raise(m_tally.mostAtOnce, those([](const Client& client) { return static_cast<bool>(client.socket); }));
+		raise(m_tally.mostOpen, those([](const Client& client) { return client.open; }));
+	}
 
 	void attend(Client& client, short events)
 	{

@@ -22,6 +22,9 @@ struct AttackTally
 	std::atomic<long> connections{0}; ///< accepted by the node's kernel
 	std::atomic<long> bytes{0};       ///< written to such connections
 	std::atomic<long> messages{0};    ///< written whole
+	std::atomic<long> mostAtOnce{0};  ///< clients of a crowd that were connected or connecting at once
+	std::atomic<long> mostOpen{0};    ///< those of them that were connected
+	std::atomic<long> heard{0};       ///< messages that the node's log tells as received
 };
 
 sockaddr_in socketAddress(const std::string& address, int port);

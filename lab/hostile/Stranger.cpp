@@ -1,7 +1,6 @@
 #include "Stranger.h"
 
-#include <fstream>
-
+#include "Files.h"
 #include "Frames.h"
 #include "Plan.h"
 #include "Wait.h"
@@ -15,17 +14,6 @@ namespace
 
 /// A stranger that is served at all is served by then.
 constexpr Millis heardLimit{30000};
-
-long linesWith(const std::filesystem::path& log, const std::string& text)
-{
-	std::ifstream stream(log, std::ios::binary);
-	long count = 0;
-	for (std::string line; std::getline(stream, line);)
-	{
-		count += line.find(text) != std::string::npos ? 1 : 0;
-	}
-	return count;
-}
 
 std::string heard(Lab& lab, HostId node)
 {
@@ -60,6 +48,10 @@ std::string wordsFor(Lab& lab, const StrangerPlan& plan)
 	if (plan.attack == "replay")
 	{
 		return heard(lab, hostNamed(plan.detail).value());
+	}
+	if (plan.attack == "line-feeds")
+	{
+		return forgedLogLine();
 	}
 	return plan.detail.empty() ? std::string() : forgedHeartbeat(plan.detail);
 }
@@ -110,7 +102,7 @@ void Stranger::awaitHold(bool guarded)
 	// answered is tried once for a long time.
 	const long first = m_attack.asPartner ? 5 : 1;
 	const auto begun = [&] { return m_tally.tries >= first || m_ended; };
-	const auto marked = [&] { return linesWith(m_orders.log, m_attack.mark) > 0; };
+	const auto marked = [&] { return timesIn(m_orders.log, m_attack.mark) > 0; };
 	const bool well = guarded || m_attack.mark == nullptr ? waitFor(begun, heardLimit, "a stranger to begin")
 	                                                      : waitFor(marked, heardLimit, "a stranger to be heard");
 	if (!well)
@@ -138,11 +130,6 @@ void Stranger::end()
 		     {},
 		     m_lab.stranger().inside()});
 	}
-}
-
-long Stranger::messagesRead() const
-{
-	return linesWith(m_orders.log, "received message: ");
 }
 
 } // namespace velarix::lab

@@ -16,7 +16,7 @@ namespace velarix::lab
 struct StrangerPlan
 {
 	std::string attack;
-	std::string detail{}; ///< of "forged" and "spoofed": the fields; of "replay": whose heartbeat
+	std::string detail{}; ///< of "forged", "repeated" and "spoofed": the fields; of "replay": whose heartbeat
 	HostId target = HostId::a;
 	std::uint64_t seed = 1;
 	long count = 10000; ///< see AttackOrders
@@ -48,8 +48,6 @@ public:
 	/// The heartbeat that is forged or replayed; empty: the attack has none.
 	const std::string& words() const { return m_orders.words; }
 	const AttackTally& tally() const { return m_tally; }
-	/// All messages that the target has read so far, its partner's among them.
-	long messagesRead() const;
 
 private:
 	Lab& m_lab;

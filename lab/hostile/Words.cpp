@@ -1,6 +1,7 @@
 #include "Words.h"
 
 #include <array>
+#include <ctime>
 
 #include "Basics.h"
 
@@ -62,6 +63,16 @@ std::string forgedHeartbeat(const std::string& fields)
 		throw LabError("\"" + fields + "\" is no heartbeat: ROLE-RUNNING-ASK, for example 2-0-1");
 	}
 	return forgedHeartbeat(fields.substr(0, 1), fields.substr(2, 1), fields.substr(4, 1));
+}
+
+std::string forgedLogLine()
+{
+	const std::time_t now = std::time(nullptr);
+	std::tm date{};
+	::localtime_r(&now, &date);
+	std::array<char, 32> text{};
+	std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &date);
+	return "\n" + std::string(text.data()) + ".0 [1:3][CHeartReciver:516] <D> my service IP is not OK (2)";
 }
 
 std::string randomWords(std::mt19937_64& random)

@@ -21,6 +21,10 @@ std::string forgedHeartbeat(const std::string& role, const std::string& running,
 /// @throws LabError when the text is not of that form
 std::string forgedHeartbeat(const std::string& fields);
 
+/// A line feed, and what the log would show of a service address that is silent:
+/// a head with this moment and a process that no agent is.
+std::string forgedLogLine();
+
 /// Up to 600 bytes that hold no heartbeat, however they are cut into reads: noise,
 /// heartbeats with a wrong prefix or too few fields, format directives, slashes only.
 std::string randomWords(std::mt19937_64& random);

@@ -57,6 +57,17 @@ std::string contentOf(const std::filesystem::path& path)
 	return *content;
 }
 
+long timesIn(const std::filesystem::path& path, const std::string& text)
+{
+	const std::string content = contentIfAny(path);
+	long times = 0;
+	for (std::size_t at = content.find(text); at != std::string::npos; at = content.find(text, at + text.size()))
+	{
+		++times;
+	}
+	return times;
+}
+
 void writeFile(const std::filesystem::path& path, const std::string& text)
 {
 	std::ofstream stream(path, std::ios::trunc | std::ios::binary);

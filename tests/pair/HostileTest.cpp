@@ -1,10 +1,8 @@
 /// Strangers on the communication network, in short; the long form is
 /// "velarix-lab hostile". The guards are set up as the documents have them.
 
-#include <algorithm>
 #include <iostream>
 #include <random>
-#include <thread>
 
 #include "HostileRun.h"
 #include "PairTest.h"
@@ -37,25 +35,6 @@ bool isHeartbeat(const std::string& text)
 	return fields.size() > 5 && fields[1].starts_with("process");
 }
 
-HostileRecord calmRecord()
-{
-	HostileRecord record;
-	record.during.owner = "a";
-	record.owner = "a";
-	record.before.roles = {"master", "slave"};
-	record.after.roles = {"master", "slave"};
-	record.before.agents = {AgentVitals{10, 4, 5, 7000}, AgentVitals{11, 4, 5, 7000}};
-	record.after.agents = record.before.agents;
-	return record;
-}
-
-HostilePlan planOf(const std::string& row)
-{
-	HostilePlan plan;
-	plan.cell = parseHostileTable(row).front();
-	return plan;
-}
-
 } // namespace
 
 TEST(HostileWords, RandomOnesHoldNoHeartbeatHoweverTheyAreRead)
@@ -80,99 +59,6 @@ TEST(HostileWords, AForgedHeartbeatHasTheFieldsThatWereAskedFor)
 	EXPECT_EQ(forgedHeartbeat("1-1-0"), "/process/1/1/20000101000000/0/");
 	EXPECT_THROW(forgedHeartbeat("2-0"), LabError);
 	EXPECT_THROW(forgedHeartbeat("2/0/1"), LabError);
-}
-
-TEST(HostileTable, RefusesWhatItDoesNotKnow)
-{
-	const std::string good = "hold | a | b | power-off:a | none lasting 0 b | b some 0 b | =\n";
-	EXPECT_EQ(parseHostileTable(good).front().name, "hold/b/standby/power-off:a");
-	EXPECT_EQ(parseHostileTable(good).front().expected(Guard::neighbours).away, Away::some);
-	for (const char* bad :
-	     {"hold | a | b | - | a - 0 a | a - 0 a\n", "hug | a | b | - | a - 0 a | a - 0 a | =\n",
-	      "hold | c | b | - | a - 0 a | a - 0 a | =\n", "hold | a | b | - | a - 0 | a - 0 a | =\n",
-	      "hold | a | b | - | a never 0 a | a - 0 a | =\n", "hold | a | b | - | a - 1 a | a - 0 a | =\n",
-	      "forged:3 | a | b | - | a - 0 a | a - 0 a | =\n", "hold:a | a | b | - | a - 0 a | a - 0 a | =\n",
-	      "replay:x | a | b | - | a - 0 a | a - 0 a | =\n", "hold | a | b | nap:a | a - 0 a | a - 0 a | =\n"})
-	{
-		EXPECT_THROW(parseHostileTable(bad), LabError) << bad;
-	}
-	EXPECT_THROW(parseHostileTable(good + good), LabError);
-}
-
-TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
-{
-	const std::vector<HostileCell> cells = readHostileTable("");
-	for (const AttackInfo& attack : allAttacks())
-	{
-		EXPECT_TRUE(std::any_of(cells.begin(), cells.end(),
-		                        [&](const HostileCell& cell) { return cell.attack == attack.name; }))
-		    << attack.name;
-	}
-	EXPECT_EQ(std::count_if(cells.begin(), cells.end(), [](const auto& cell) { return cell.attack == "forged"; }),
-	          2 * 2 * 8);
-}
-
-TEST(HostileJudge, TellsEachDifference)
-{
-	const HostilePlan plan = planOf("hold | a | b | - | a - 0 a | a - 0 a | =\n");
-	EXPECT_EQ(differencesOf(calmRecord(), plan), std::vector<std::string>{});
-	const auto told = [&](const std::function<void(HostileRecord&)>& change)
-	{
-		HostileRecord record = calmRecord();
-		change(record);
-		const std::vector<std::string> found = differencesOf(record, plan);
-		return found.size() == 1 ? found.front() : std::to_string(found.size()) + " differences";
-	};
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.outage = Millis(1200); }),
-	          "service away some (1.200 s), expected -");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.moves = 2; }), "moves 2, expected none");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.twoOwners = Millis(20); }),
-	          "two owners for 0.020 s, expected no time");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.ended = "b"; }),
-	          "agents that ended by themselves: b, expected none");
-	EXPECT_EQ(told([](HostileRecord& record) { record.owner = "none"; }), "owner at rest none, expected a");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.roles[1] = "master"; }),
-	          "role of node b master, expected slave");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[1].pid = 0; }),
-	          "agent of node b gone, expected the same process");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[0].threads = 3; }),
-	          "threads of node a 3, expected 4");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[0].descriptors = 8; }),
-	          "descriptors of node a 8, expected at most 7");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[0].residentKib = 11097; }),
-	          "resident KiB of node a 11097, expected at most 11096");
-}
-
-TEST(HostileJudge, HarmThatDoesNotComeIsADifferenceToo)
-{
-	const HostilePlan plan = planOf("cut | a | b | - | a some + a | a - 0 a | =\n");
-	const std::vector<std::string> expected{"service away - (0.000 s), expected some",
-	                                        "two owners for 0.000 s, expected some time"};
-	EXPECT_EQ(differencesOf(calmRecord(), plan), expected);
-}
-
-TEST(HostileRecord, TravelsWhole)
-{
-	HostileRecord record = calmRecord();
-	record.name = "hold/b/standby";
-	record.guard = "firewall";
-	record.words = "/process/1/1/20000101000000/0/";
-	record.tries = 1;
-	record.connections = 2;
-	record.messages = 3;
-	record.bytes = 4;
-	record.read = 5;
-	record.dropped = 6;
-	record.roles = {"off", "master"};
-	record.during.outage = Millis(7);
-	record.during.outageOpen = true;
-	record.during.twoOwners = Millis(8);
-	record.differences = {"one"};
-	record.timeline = "what was";
-	EXPECT_EQ(toJson(hostileRecordFrom(toJson(record))), toJson(record));
-	EXPECT_NE(toText({record}).find("hold/b/standby: one"), std::string::npos);
-	EXPECT_THROW(hostileRecordFrom("{}"), LabError);
 }
 
 /// What an operator copies has to be what the lab tries.
@@ -208,14 +94,16 @@ TEST(Guard, ADocumentWithoutThemIsRefused)
 class Hostile : public PairTest
 {
 protected:
-	/// Carries an attack out and waits for its end; one that lasts goes on for so long.
-	void attack(const StrangerPlan& plan, Millis lasts = Millis(0))
+	/// Carries an attack out and waits for its end; one that lasts goes on until it
+	/// has that many connections.
+	void attack(const StrangerPlan& plan, long wanted = 0)
 	{
 		Stranger stranger(lab(), plan);
 		if (stranger.lasting())
 		{
-			stranger.awaitHold(true);
-			std::this_thread::sleep_for(lasts);
+			EXPECT_TRUE(waitFor([&] { return stranger.tally().connections >= wanted; }, moveLimit,
+			                    "the connections of " + plan.attack,
+			                    [&] { return std::to_string(stranger.tally().connections); }));
 		}
 		else
 		{
@@ -224,6 +112,7 @@ protected:
 		stranger.end();
 		m_messages = stranger.tally().messages;
 		m_connections = stranger.tally().connections;
+		m_heard = stranger.tally().heard;
 	}
 
 	bool strangerGetsIn(HostId node)
@@ -246,10 +135,7 @@ protected:
 	/// How many received messages of the node's log begin so.
 	long timesHeard(HostId node, const std::string& beginning)
 	{
-		const std::vector<std::string> lines = linesOf(lab().node(node).diskFile(plan::logFile));
-		return std::count_if(lines.begin(), lines.end(),
-		                     [&](const std::string& line)
-		                     { return line.find("received message: " + beginning) != std::string::npos; });
+		return timesIn(lab().node(node).diskFile(plan::logFile), "received message: " + beginning);
 	}
 
 	bool serviceCameBackAfter(Millis since)
@@ -261,24 +147,29 @@ protected:
 
 	long m_messages = 0;
 	long m_connections = 0;
+	long m_heard = 0;
 };
 
 TEST_F(Hostile, NoiseLeavesRolesAndAgentsAloneAndIptablesKeepItOut)
 {
 	PAIR_OR_RETURN(startServingPair());
 	HostileRecord record;
-	const HostilePlan plan = planOf("random | a | b | - | a - 0 a | a - 0 a | =\n");
+	HostilePlan plan;
+	plan.cell = parseHostileTable("random | a | b | - | a - 0 a | a - 0 a | =\n").front();
+	plan.count = 200;
 	record.before = momentOf(lab());
 	const Millis from = lab().clock().now();
 	const std::uint64_t seed = seedOfTest();
 
 	attack({"random", "", HostId::b, seed, 200});
 	EXPECT_GE(m_messages, 200);
+	record.tries = record.connections = m_connections;
+	record.messages = m_messages;
 	attack({"resets", "", HostId::a, seed, 200});
 	EXPECT_GE(m_connections, 20);
-	attack({"connections", "", HostId::a, seed, 50}, Millis(4000));
-	EXPECT_GE(m_connections, 50);
+	attack({"connections", "", HostId::a, seed, 50}, 50);
 
+	record.during.to = lab().clock().now();
 	record.during.outage = outageSince(from);
 	record.during.twoOwners = heldBy("a+b", from);
 	record.during.owner = lab().owners();
@@ -302,6 +193,7 @@ TEST_F(Hostile, OneForgedHeartbeatStopsTheServiceUntilTheGuardsStand)
 	PAIR_OR_RETURN(startServingPair());
 	const Millis open = lab().clock().now();
 	attack({"forged", "1-1-0", HostId::a});
+	ASSERT_GE(m_heard, 1);
 	ASSERT_TRUE(serviceCameBackAfter(open)) << "one packet is enough";
 
 	setUpGuard(lab(), Guard::firewall);
@@ -312,10 +204,12 @@ TEST_F(Hostile, OneForgedHeartbeatStopsTheServiceUntilTheGuardsStand)
 	const std::string words = forgedHeartbeat("1-0-0");
 	{
 		Stranger borrower(lab(), {"spoofed", "1-0-0", HostId::b});
-		EXPECT_TRUE(waitFor([&] { return timesHeard(HostId::b, words) == 1; }, moveLimit, "the borrower to be heard"))
+		EXPECT_TRUE(waitFor([&] { return timesHeard(HostId::b, words) >= 1; }, moveLimit, "the borrower to be heard"))
 		    << "the firewall takes a borrowed address for the partner";
 		borrower.end();
 	}
+	// An answer that was lost has made him say it again.
+	const long heardBefore = timesHeard(HostId::b, words);
 	setUpGuard(lab(), Guard::neighbours);
 	{
 		Stranger borrower(lab(), {"spoofed", "1-0-0", HostId::b});
@@ -323,7 +217,7 @@ TEST_F(Hostile, OneForgedHeartbeatStopsTheServiceUntilTheGuardsStand)
 		EXPECT_EQ(borrower.tally().connections, 0) << "the answers to him went to the partner";
 		borrower.end();
 	}
-	EXPECT_EQ(timesHeard(HostId::b, words), 1);
+	EXPECT_EQ(timesHeard(HostId::b, words), heardBefore);
 
 	// It is a heartbeat that brings the ask.
 	const Millis killed = lab().clock().now();

@@ -1,0 +1,37 @@
+/// A message with line feeds in it, in a node's log and in what velarixctl makes of it.
+
+#include "OperatorTest.h"
+#include "Stranger.h"
+
+namespace velarix::lab
+{
+
+class HostileLog : public OperatorTest
+{
+};
+
+/// What docs/security.md says of the log: lines that the agent has not written are taken
+/// for its own.
+TEST_F(HostileLog, LineFeedsMakeEventsTellOfWhatHasNotHappened)
+{
+	PAIR_OR_RETURN(startReadyPair());
+	const auto told = [&] { return ctl(HostId::a, {"events"}, moveLimit).output; };
+	const std::string before = told();
+	ASSERT_EQ(before.find("agent-ended"), std::string::npos) << before;
+	const std::optional<ProcessEntry> agent = lab().node(HostId::a).agent();
+	ASSERT_TRUE(agent);
+
+	Stranger stranger(lab(), {"line-feeds", "", HostId::a});
+	stranger.awaitEnd();
+	stranger.end();
+	ASSERT_GE(stranger.tally().heard, 1);
+
+	const std::string after = told();
+	EXPECT_NE(after.find("agent-ended"), std::string::npos) << after;
+	EXPECT_NE(after.find("CHeartReciver:516"), std::string::npos) << after;
+	EXPECT_EQ(lab().node(HostId::a).agent()->pid, agent->pid) << "no agent has ended";
+	EXPECT_TRUE(waitUntilReady()) << "the agent's next lines put the status right";
+	EXPECT_EQ(lab().owners(), "a");
+}
+
+} // namespace velarix::lab
