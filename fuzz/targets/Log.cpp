@@ -212,7 +212,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
 	fuzz::Input input(data, size);
 	const unsigned level = input.byte();
-	const unsigned which = input.byte() % kFormats.size();
+	const auto which = static_cast<unsigned>(input.byte() % kFormats.size());
 	const char* const label = kLabels.at(input.byte() % kLabels.size());
 	const unsigned padding = input.byte();
 	Arguments arguments;
