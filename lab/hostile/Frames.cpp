@@ -211,7 +211,7 @@ std::string overhearHeartbeat(const std::string& card, const std::string& from, 
 		std::string frame(2048, '\0');
 		const ssize_t count = ::recv(socket.get(), frame.data(), frame.size(), MSG_DONTWAIT);
 		frame.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-		const std::string words = payloadOf(frame, from);
+		std::string words = payloadOf(frame, from);
 		if (words.starts_with("/process/"))
 		{
 			return words;

@@ -1,5 +1,6 @@
 #include "HostileRecord.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "Table.h"
@@ -128,11 +129,8 @@ const Row& head()
 
 std::vector<Row> rowsOf(const std::vector<HostileRecord>& records)
 {
-	std::vector<Row> rows;
-	for (const HostileRecord& record : records)
-	{
-		rows.push_back(rowOf(record));
-	}
+	std::vector<Row> rows(records.size());
+	std::transform(records.begin(), records.end(), rows.begin(), rowOf);
 	return rows;
 }
 

@@ -35,6 +35,7 @@ CardRates ratesOf(const CardTotals& before, const CardTotals& after, double seco
 template <typename Value> auto middleOf(const std::vector<IdleFigures>& windows, Value value)
 {
 	std::vector<std::remove_cvref_t<decltype(value(windows.front()))>> values;
+	values.reserve(windows.size());
 	for (const IdleFigures& window : windows)
 	{
 		values.push_back(value(window));

@@ -172,6 +172,7 @@ std::string mappingsText(const IdleFigures& node)
 	std::stable_sort(mappings.begin(), mappings.end(),
 	                 [](const auto& one, const auto& other) { return one.second.resident > other.second.resident; });
 	std::vector<Row> rows;
+	rows.reserve(mappings.size());
 	for (const auto& [name, memory] : mappings)
 	{
 		rows.push_back({name, std::to_string(memory.resident), std::to_string(memory.proportional),

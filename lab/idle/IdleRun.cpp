@@ -245,6 +245,7 @@ std::vector<IdleFigures> measureIdle(const IdlePlan& plan)
 		}
 	}
 	std::vector<IdleFigures> figures;
+	figures.reserve(watches.size());
 	for (const Watch& watch : watches)
 	{
 		figures.push_back(medianOf(watch.windows));

@@ -125,7 +125,7 @@ std::vector<std::string> sharersOf(const std::vector<pid_t>& guards)
 		{
 			std::string title = contentIfAny("/proc/" + name + "/comm");
 			title.erase(std::remove(title.begin(), title.end(), '\n'), title.end());
-			sharers.push_back(title + " (" + name + ")");
+			sharers.push_back(title.append(" (").append(name).append(")"));
 		}
 	}
 	return sharers;
