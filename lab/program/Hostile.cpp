@@ -63,6 +63,7 @@ std::vector<HostileRecord> runAll(const HostileOptions& options, const std::vect
 	requireLab(options.installRoot);
 	const Guard guard = options.neighbours ? Guard::neighbours : (options.firewall ? Guard::firewall : Guard::none);
 	std::vector<HostilePlan> plans;
+	plans.reserve(cells.size());
 	for (const HostileCell& cell : cells)
 	{
 		plans.push_back({cell, guard, {options.times}, options.seed, options.count, options.installRoot});
