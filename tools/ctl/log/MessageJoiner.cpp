@@ -54,27 +54,33 @@ void MessageJoiner::addPiece(std::string_view piece, std::uint64_t cut)
 	if (std::optional<LogLine> message = parseHead(piece, m_clock))
 	{
 		finish();
-		m_begun = std::move(message);
-		m_begun->cut = cut;
+		begin(std::move(*message), cut);
 	}
-	else if (m_begun)
+	else if (m_hasBegun)
 	{
-		appendLine(*m_begun, piece, cut);
+		appendLine(m_begun, piece, cut);
 	}
 	else
 	{
-		m_begun.emplace();
-		m_begun->text = piece;
-		m_begun->cut = cut;
+		LogLine rest;
+		rest.text = piece;
+		begin(std::move(rest), cut);
 	}
+}
+
+void MessageJoiner::begin(LogLine message, std::uint64_t cut)
+{
+	m_begun = std::move(message);
+	m_begun.cut = cut;
+	m_hasBegun = true;
 }
 
 void MessageJoiner::finish()
 {
-	if (m_begun)
+	if (m_hasBegun)
 	{
-		m_whole.push_back(std::move(*m_begun));
-		m_begun.reset();
+		m_whole.push_back(std::move(m_begun));
+		m_hasBegun = false;
 	}
 }
 

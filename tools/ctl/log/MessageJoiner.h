@@ -2,7 +2,6 @@
 #pragma once
 
 #include <deque>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -29,10 +28,12 @@ public:
 
 private:
 	LogClock m_clock;
-	std::optional<LogLine> m_begun;
+	LogLine m_begun{}; ///< of use only when there is one
+	bool m_hasBegun = false;
 	std::deque<LogLine> m_whole;
 
 	void addPiece(std::string_view piece, std::uint64_t cut);
+	void begin(LogLine message, std::uint64_t cut);
 };
 
 } // namespace velarix::ctl
