@@ -49,9 +49,8 @@ bool isProcessDirectory(const dirent& entry)
 	return entry.d_type == DT_DIR && entry.d_name[0] != '.' && static_cast<signed char>(entry.d_name[0]) <= '9';
 }
 
-/// Reads a line of at most 127 bytes, without its line feed and as far as a NUL; no
-/// configured name holds either. With a stream of the C library the whole check
-/// would take nearly a tenth longer.
+/// Reads a line of at most 127 bytes, its line feed included, as far as a NUL. With a
+/// stream of the C library the whole check would take nearly a tenth longer.
 /// @return false when there is nothing to read or the reading fails
 bool readFirstLine(int file, std::string& line)
 {
@@ -71,7 +70,8 @@ bool readFirstLine(int file, std::string& line)
 		size += static_cast<std::size_t>(got);
 	}
 	const std::string_view text(buffer.data());
-	line = text.substr(0, text.find('\n'));
+	const std::size_t end = text.find('\n');
+	line = text.substr(0, end == std::string_view::npos ? end : end + 1);
 	return size > 0;
 }
 
@@ -122,15 +122,13 @@ std::vector<std::string> Utill::getProcessList()
 
 std::string getProcessName(std::string& path)
 {
-	// The tokenizer makes a text of every component, and this is asked for each
-	// program and each process. A path that ends without a name is left to it.
-	if (!path.empty() && path.back() != '/')
-	{
-		return path.substr(path.rfind('/') + 1);
-	}
+	// What stands before the last "/" cannot change the last token, and to split it too,
+	// for each program and each process, would cost nearly a tenth of the check. Behind a
+	// "/" at the very end there is no text: such a path goes to the tokenizer whole.
+	const bool named = !path.empty() && path.back() != '/';
 	try
 	{
-		const Poco::StringTokenizer tokens(path, "/");
+		const Poco::StringTokenizer tokens(named ? path.substr(path.rfind('/') + 1) : path, "/");
 		return tokens[tokens.count() - 1];
 	}
 	catch (const Poco::Exception& exc)
