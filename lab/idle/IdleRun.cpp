@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "ControlPair.h"
@@ -52,24 +50,13 @@ std::vector<pid_t> guardsOn(Lab& lab, HostId node, const std::string& guard)
 	return lasting;
 }
 
-pid_t parentOf(pid_t pid)
-{
-	const std::string stat = contentIfAny("/proc/" + std::to_string(pid) + "/stat");
-	const std::size_t nameEnd = stat.rfind(')');
-	std::istringstream words(nameEnd == std::string::npos ? std::string() : stat.substr(nameEnd + 1));
-	std::string state;
-	pid_t parent = -1;
-	words >> state >> parent;
-	return parent;
-}
-
 /// The shells that the start command has left to process 1 of the node.
 ProcessTotals announcerOn(const Host& host)
 {
 	ProcessTotals totals;
 	for (const ProcessEntry& entry : processesNamed(host.pid(), "sh"))
 	{
-		if (parentOf(entry.pid) == host.pid())
+		if (entry.parent == host.pid())
 		{
 			totals += totalsOf(entry.pid);
 		}

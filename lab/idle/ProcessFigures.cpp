@@ -1,7 +1,6 @@
 #include "ProcessFigures.h"
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -11,6 +10,7 @@
 
 #include "Basics.h"
 #include "Files.h"
+#include "ProcessTable.h"
 
 namespace velarix::lab
 {
@@ -92,14 +92,6 @@ std::string mapsOf(pid_t pid)
 	return text.str();
 }
 
-/// @return the parent, or -1 when the process is gone
-pid_t parentOf(pid_t pid)
-{
-	const std::string status = contentIfAny("/proc/" + std::to_string(pid) + "/status");
-	const std::size_t at = status.find("\nPPid:");
-	return at == std::string::npos ? -1 : std::stoi(status.substr(at + std::strlen("\nPPid:")));
-}
-
 } // namespace
 
 std::vector<std::string> sharersOf(const std::vector<pid_t>& guards)
@@ -121,7 +113,7 @@ std::vector<std::string> sharersOf(const std::vector<pid_t>& guards)
 		const std::set<std::string> files = filesIn(mapsOf(pid), program);
 		const bool shares =
 		    std::any_of(files.begin(), files.end(), [&](const auto& file) { return own.contains(file); });
-		if (shares && !isGuard(pid) && !isGuard(parentOf(pid)))
+		if (shares && !isGuard(pid) && !isGuard(processEntryOf(pid).parent))
 		{
 			std::string title = contentIfAny("/proc/" + name + "/comm");
 			title.erase(std::remove(title.begin(), title.end(), '\n'), title.end());

@@ -17,8 +17,6 @@ namespace velarix::lab
 namespace
 {
 
-constexpr Millis period{20};
-
 /// A socket stays in the network namespace it was opened in.
 UniqueFd socketInside(const Host& host)
 {
@@ -68,7 +66,7 @@ AddressSampler::AddressSampler(Timeline& timeline, const LabClock& clock) : m_ti
 				    const std::lock_guard lock(m_mutex);
 				    sampleLocked();
 			    }
-			    std::this_thread::sleep_for(period);
+			    std::this_thread::sleep_for(samplingPeriod);
 		    }
 	    });
 }

@@ -13,7 +13,7 @@ namespace velarix::lab
 namespace
 {
 
-constexpr Millis period{20};
+constexpr Millis watchPeriod{20};
 
 } // namespace
 
@@ -107,7 +107,7 @@ void LogWatch::loop()
 				checkAgent(node);
 			}
 		}
-		std::this_thread::sleep_for(period);
+		std::this_thread::sleep_for(watchPeriod);
 	}
 }
 

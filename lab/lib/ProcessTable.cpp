@@ -41,7 +41,9 @@ std::string lastWord(const std::string& line)
 	return line.substr(line.find_last_of(" \t") + 1);
 }
 
-ProcessEntry readEntry(pid_t pid)
+} // namespace
+
+ProcessEntry processEntryOf(pid_t pid)
 {
 	ProcessEntry entry;
 	entry.pid = pid;
@@ -68,8 +70,6 @@ ProcessEntry readEntry(pid_t pid)
 	return entry;
 }
 
-} // namespace
-
 std::vector<ProcessEntry> processesOf(pid_t hostInit)
 {
 	std::vector<ProcessEntry> found;
@@ -80,7 +80,7 @@ std::vector<ProcessEntry> processesOf(pid_t hostInit)
 		const std::optional<pid_t> pid = numberIn(entry.path().filename().string());
 		if (wanted != 0 && pid && processNamespaceOf(*pid) == wanted)
 		{
-			found.push_back(readEntry(*pid));
+			found.push_back(processEntryOf(*pid));
 		}
 	}
 	std::sort(found.begin(), found.end(),

@@ -19,6 +19,9 @@ struct ProcessEntry
 	char state = '?';     ///< R, S, D, T, Z ...
 };
 
+/// Of a process of any host; all but its pid unknown when it is gone.
+ProcessEntry processEntryOf(pid_t pid);
+
 /// Every process in the process namespace of `hostInit`, process 1 included, in
 /// the order of their pids. Empty when the host is off.
 std::vector<ProcessEntry> processesOf(pid_t hostInit);

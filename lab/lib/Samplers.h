@@ -1,5 +1,5 @@
 /// Two observers that do not rely on the agents: who holds the virtual address,
-/// and who answers the client. Both sample every 20 ms on a thread of their own.
+/// and who answers the client. Both sample every `samplingPeriod` on a thread of their own.
 #pragma once
 
 #include <array>
@@ -14,6 +14,8 @@
 
 namespace velarix::lab
 {
+
+inline constexpr Millis samplingPeriod{20};
 
 /// Asks the kernel, through a socket opened inside each node's network
 /// namespace, whether a card of the node holds the virtual address.

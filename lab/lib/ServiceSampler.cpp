@@ -18,8 +18,6 @@ namespace velarix::lab
 namespace
 {
 
-constexpr Millis period{20};
-
 /// Enough for a lost frame to be sent again, or for a slow wire: such a client is
 /// served, if late.
 constexpr Millis patience{2000};
@@ -206,7 +204,7 @@ void ServiceSampler::loop(int networkNamespace)
 	for (Millis next = m_clock.now(); !m_stop;)
 	{
 		requests.begin();
-		next = std::max(next + period, m_clock.now());
+		next = std::max(next + samplingPeriod, m_clock.now());
 		requests.serve(next);
 	}
 }

@@ -90,7 +90,7 @@ LegFigures figuresOf(const MatrixResults& results, const Leg& leg)
 	return {results.records, leg.cell.name, leg.index()};
 }
 
-const Row& head()
+const Row& legHead()
 {
 	static const Row titles{"cell",     "leg",    "expected owner", "owner",      "answer",
 	                        "programs", "outage", "bound",          "two owners", "bound",
@@ -222,7 +222,7 @@ bool MatrixResults::allAsExpected() const
 
 std::string toText(const MatrixResults& results)
 {
-	std::string text = settingsText(results) + "\n" + legend + "\n\n" + aligned(head(), rowsOf(results));
+	std::string text = settingsText(results) + "\n" + legend + "\n\n" + aligned(legHead(), rowsOf(results));
 	const std::vector<Row> paths = pathRows(results);
 	text += paths.empty() ? "" : "\n" + aligned(pathHead(), paths);
 	const std::vector<std::string> lines = differenceLines(results);
@@ -236,7 +236,7 @@ std::string toText(const MatrixResults& results)
 
 std::string toMarkdown(const MatrixResults& results)
 {
-	std::string text = settingsText(results) + ".\n\n" + legend + "\n\n" + markdownTable(head(), rowsOf(results));
+	std::string text = settingsText(results) + ".\n\n" + legend + "\n\n" + markdownTable(legHead(), rowsOf(results));
 	const std::vector<Row> paths = pathRows(results);
 	text += paths.empty() ? "" : "\n" + markdownTable(pathHead(), paths);
 	std::string notes;

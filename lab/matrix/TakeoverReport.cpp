@@ -56,7 +56,7 @@ std::string verdictOf(const std::optional<Summary>& summary)
 	return !summary ? "-" : (summary->median <= takeoverGoal ? "yes" : "no");
 }
 
-const Row& head()
+const Row& takeoverHead()
 {
 	static const Row titles{"path",
 	                        "waits until the decision, at most",
@@ -142,7 +142,7 @@ std::string toText(const TakeoverResults& results)
 	                   std::to_string(results.jobs) + " side by side; " + results.machine +
 	                   "\nSeconds: median / p95 / max. Own part: beyond the waits, less what silent pings lasted "
 	                   "beyond a second a probe.\n\n" +
-	                   aligned(head(), rows);
+	                   aligned(takeoverHead(), rows);
 	for (const std::string& line : results.missed)
 	{
 		text += "\nwithout a sample: " + line;
