@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "ToolThreads.h"
 #include "state/Host.h"
 #include "state/HostActions.h"
 #include "state/HostProcesses.h"
@@ -102,7 +103,7 @@ TEST(RealProcesses, AreToldAsProcShowsThem)
 	EXPECT_EQ(found->pid, sleeper.pid());
 	EXPECT_EQ(found->name, "velarix-sleeper");
 	EXPECT_EQ(found->statusLine, "Name:\tvelarix-sleeper");
-	EXPECT_EQ(found->threads, 1);
+	EXPECT_EQ(found->threads, 1 + kToolThreadsAtFirst);
 
 	const std::optional<std::vector<host::Process>> all = host::processes();
 	ASSERT_TRUE(all);

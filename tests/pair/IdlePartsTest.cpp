@@ -14,6 +14,7 @@
 #include "Lab.h"
 #include "Monit.h"
 #include "ProcessFigures.h"
+#include "ToolThreads.h"
 
 namespace velarix::lab
 {
@@ -260,7 +261,7 @@ TEST(IdleRun, MeasuresBothNodesOfAPair)
 	EXPECT_EQ(figures[1].role, "standby");
 	for (const IdleFigures& node : figures)
 	{
-		EXPECT_EQ(node.threads, 4) << node.node;
+		EXPECT_EQ(node.threads, 4 + kToolThreads) << node.node;
 		EXPECT_EQ(node.processes, 1) << node.node;
 		EXPECT_GT(node.wakeUps, 1) << node.node;
 		EXPECT_GT(node.cards[1].sent, 1) << node.node;

@@ -12,6 +12,7 @@
 
 #include "PairTest.h"
 #include "ProcessTable.h"
+#include "ToolThreads.h"
 
 namespace velarix::lab
 {
@@ -170,7 +171,7 @@ TEST_F(LogOfDays, ThatCannotBeArchivedEndTheReceiverInSilence)
 		std::error_code failure;
 		return std::distance(fs::directory_iterator(tasks, failure), fs::directory_iterator());
 	};
-	EXPECT_TRUE(waitFor([&] { return threads() == 3; }, rotationLimit, "the end of the receiver",
+	EXPECT_TRUE(waitFor([&] { return threads() == 3 + kToolThreads; }, rotationLimit, "the end of the receiver",
 	                    [&] { return std::to_string(threads()) + " threads"; }));
 	EXPECT_EQ(lab().node(HostId::a).agent()->pid, agent);
 }

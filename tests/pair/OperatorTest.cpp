@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include "ToolThreads.h"
+
 namespace velarix::lab
 {
 
@@ -21,7 +23,7 @@ TEST_F(Operator, SeesASoundPairFromBothNodes)
 	const nlohmann::json a = status(HostId::a);
 	EXPECT_EQ(a["role"]["value"], "master");
 	EXPECT_EQ(a["partner"]["role"]["value"], "slave");
-	EXPECT_EQ(a["agent"]["threads"], 4);
+	EXPECT_EQ(a["agent"]["threads"], 4 + kToolThreads);
 	EXPECT_EQ(a["programs"]["value"]["run"], true);
 	EXPECT_EQ(a["virtual_ip"]["value"]["held"], true);
 	EXPECT_EQ(a["virtual_ip"]["value"]["label"], "eth0:ha");

@@ -10,16 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "Daemon.h"
-
-/// Threads that ThreadSanitizer adds to the daemon, before and after it makes its
-/// own ones.
-#if defined(__SANITIZE_THREAD__)
-inline constexpr int kToolThreadsAtFirst = 1;
-inline constexpr int kToolThreads = 2;
-#else
-inline constexpr int kToolThreadsAtFirst = 0;
-inline constexpr int kToolThreads = 0;
-#endif
+#include "ToolThreads.h"
 
 /// One start of the daemon. The started process is killed with the object.
 class DaemonProcess

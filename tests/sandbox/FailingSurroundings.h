@@ -13,6 +13,7 @@
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
+#include "Sandbox.h"
 #include "WaitFor.h"
 
 /// A user that nobody else is, this program's next run on the host included: the limit of
@@ -56,6 +57,22 @@ protected:
 		};
 		EXPECT_TRUE(
 		    waitFor(allThere, std::chrono::seconds(40), "lines in the log", [&] { return missing + daemon.errors(); }));
+	}
+
+	/// One daemon sees the program run; another, started in its own way, never does.
+	void loseSight(const std::function<void()>& seeing, const std::function<void()>& blind)
+	{
+		const std::string running = "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1";
+		DaemonProcess first("seeing");
+		startWith(first, seeing);
+		waitForEvents(first, {running});
+		sandbox::shell("rm /usr/velarix/log/velarix.log");
+		settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
+		apply();
+		DaemonProcess second("blind");
+		startWith(second, blind);
+		waitForEvents(second, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
+		EXPECT_THAT(eventsOf(readLogFile()), testing::Not(testing::Contains(running)));
 	}
 
 	/// The node has nobody to talk to: its partner and the service are silent.

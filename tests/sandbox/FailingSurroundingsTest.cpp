@@ -183,15 +183,7 @@ TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
 {
 	settings.set("PROCESS_CHECK.PROCESS_PATH1", "/usr/velarix/bin/VelarixHA");
 	apply();
-	DaemonProcess seeing("seeing");
-	startWith(seeing, {});
-	waitForEvents(seeing, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1"});
-	sandbox::shell("rm /usr/velarix/log/velarix.log");
-	settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
-	apply();
-	DaemonProcess blind("blind");
-	startWith(blind, hideProc);
-	waitForEvents(blind, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
+	loseSight({}, hideProc);
 }
 #endif
 
@@ -202,16 +194,7 @@ TEST_F(FailingSurroundings, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNo
 	const ProgramOfOtherUser program(path);
 	settings.set("PROCESS_CHECK.PROCESS_PATH1", path);
 	apply();
-	DaemonProcess tracing("tracing");
-	startWith(tracing, hideOtherUsers);
-	waitForEvents(tracing, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1"});
-	sandbox::shell("rm /usr/velarix/log/velarix.log");
-	settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
-	apply();
-	DaemonProcess blind("blind");
-	startWith(blind, hideOtherUsersFromRootToo);
-	waitForEvents(blind, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
-	EXPECT_THAT(eventsOf(readLogFile()), Not(Contains("D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1")));
+	loseSight(hideOtherUsers, hideOtherUsersFromRootToo);
 }
 
 #if !defined(__SANITIZE_ADDRESS__)
