@@ -204,7 +204,7 @@ TEST_F(Daemon, KeepsStreamsDirectoryMaskGroupSessionAndSignals)
 	const std::string status = daemon.proc("status");
 	EXPECT_EQ(statusField(status, "Umask"), "0027");
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-	// Signals 32 and 33 are the C library's own.
+	// Signals 32 and 33 are the C library's own; a sanitizer catches others.
 	EXPECT_EQ(std::stoull(statusField(status, "SigCgt"), nullptr, 16) & ~0x180000000ULL, 0U);
 #endif
 	EXPECT_EQ(statusField(status, "SigIgn"), statusField("\n" + sandbox::readFile("/proc/self/status"), "SigIgn"));

@@ -2,10 +2,7 @@
 // and, where a program does not show it, in the commands that compiled them. Builds
 // with a sanitizer come without them.
 
-#include <array>
-#include <cstdio>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,29 +10,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ToolOutput.h"
+
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace
 {
-
-struct ClosePipe
-{
-	void operator()(std::FILE* pPipe) const { ::pclose(pPipe); }
-};
-
-std::string outputOf(const std::string& command)
-{
-	const std::unique_ptr<std::FILE, ClosePipe> pipe(::popen(command.c_str(), "r"));
-	std::string text;
-	std::array<char, 256> piece{};
-	while (std::fgets(piece.data(), static_cast<int>(piece.size()), pipe.get()) != nullptr)
-	{
-		text += piece.data();
-	}
-	return text;
-}
 
 /// A program that is installed, by its path.
 class Hardening : public testing::TestWithParam<std::string>
