@@ -18,6 +18,9 @@ constexpr const char* examplePartner = "192.0.2.2";
 constexpr const char* exampleGateway = "192.0.2.254";
 constexpr const char* examplePartnerHardware = "52:54:00:00:00:02";
 constexpr const char* exampleGatewayHardware = "52:54:00:00:00:fe";
+constexpr const char* exampleNodeA = "192.0.2.1 ";
+constexpr const char* exampleHardwareA = "52:54:00:00:00:01";
+constexpr const char* exampleDirectory = "/etc/sysctl.d";
 
 /// The indented block with the line that begins so.
 std::string blockWith(const std::string& document, const std::string& beginning, const std::string& what)
@@ -66,25 +69,14 @@ std::string fitted(std::string text, const std::vector<std::pair<std::string, st
 	return text;
 }
 
-std::string partnerOf(HostId node)
+std::string onCommunication(HostId host)
 {
-	return plan::addressOf(otherNode(node), Network::communication);
+	return plan::addressOf(host, Network::communication);
 }
 
-void give(Lab& lab, HostId node, const std::vector<std::string>& argv, const std::string& input)
+void give(Lab& lab, HostId host, const std::vector<std::string>& argv, const std::string& input)
 {
-	runOrThrow({argv, input, lab.node(node).host().inside()});
-}
-
-std::string hardwareOn(Lab& lab, HostId host)
-{
-	const CommandResult shown =
-	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationCard + "/address"});
-	if (!shown.ok())
-	{
-		throw LabError("the card of " + std::string(nameOf(host)) + " does not tell its address: " + shown.output);
-	}
-	return shown.output.substr(0, shown.output.find('\n'));
+	runOrThrow({argv, input, lab.host(host).inside()});
 }
 
 } // namespace
@@ -104,24 +96,65 @@ const char* nameOf(Guard guard)
 
 std::string firewallRules(const std::string& document, HostId node)
 {
-	return fitted(blockWith(document, "table inet velarix {", "rules for nftables"),
-	              {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, partnerOf(node)}});
+	return fitted(
+	    blockWith(document, "table inet velarix {", "rules for nftables"),
+	    {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, onCommunication(otherNode(node))}});
+}
+
+std::string firewallRulesWithCard(const std::string& operating, const std::string& security, HostId node,
+                                  const std::string& partnerHardware)
+{
+	const std::string plain = "tcp dport 7000 iifname \"eth1\" ip saddr 192.0.2.2 accept";
+	std::string strong = blockWith(security, "tcp dport 7000 iifname \"eth1\" ether saddr ", "rule with a card");
+	strong.pop_back();
+	return fitted(blockWith(operating, "table inet velarix {", "rules for nftables"),
+	              {{plain, strong},
+	               {examplePort, std::to_string(plan::heartbeatPort)},
+	               {examplePartner, onCommunication(otherNode(node))},
+	               {examplePartnerHardware, partnerHardware}});
 }
 
 std::string iptablesCommands(const std::string& document, HostId node)
 {
-	return fitted(blockWith(document, "iptables -N VELARIX", "rules for iptables"),
-	              {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, partnerOf(node)}});
+	return fitted(
+	    blockWith(document, "iptables -N VELARIX", "rules for iptables"),
+	    {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, onCommunication(otherNode(node))}});
 }
 
 std::string neighbourCommands(const std::string& document, HostId node, const std::string& partnerHardware,
                               const std::string& gatewayHardware)
 {
-	return fitted(blockWith(document, "ip neigh replace", "commands that fix the neighbours"),
-	              {{exampleGateway, plan::addressOf(HostId::gateway, Network::communication)},
-	               {examplePartner, partnerOf(node)},
+	return fitted(blockWith(document, "ip neigh replace 192.0.2.2 ", "commands that fix a node's neighbours"),
+	              {{exampleGateway, onCommunication(HostId::gateway)},
+	               {examplePartner, onCommunication(otherNode(node))},
 	               {examplePartnerHardware, partnerHardware},
 	               {exampleGatewayHardware, gatewayHardware}});
+}
+
+std::string gatewayCommands(const std::string& document, const std::string& hardwareA, const std::string& hardwareB)
+{
+	return fitted(blockWith(document, "ip neigh replace 192.0.2.1 ", "commands that fix the gateway's neighbours"),
+	              {{exampleNodeA, onCommunication(HostId::a) + " "},
+	               {examplePartner, onCommunication(HostId::b)},
+	               {exampleHardwareA, hardwareA},
+	               {examplePartnerHardware, hardwareB}});
+}
+
+std::string reversePathCommands(const std::string& document, const std::string& directory)
+{
+	return fitted(blockWith(document, "echo net.ipv4.conf.eth0.rp_filter", "setting of the reverse path"),
+	              {{exampleDirectory, directory}});
+}
+
+std::string hardwareOn(Lab& lab, HostId host)
+{
+	const CommandResult shown =
+	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationCard + "/address"});
+	if (!shown.ok())
+	{
+		throw LabError("the card of " + std::string(nameOf(host)) + " does not tell its address: " + shown.output);
+	}
+	return shown.output.substr(0, shown.output.find('\n'));
 }
 
 std::string operatingDocument()
@@ -149,6 +182,11 @@ void setUpGuard(Lab& lab, Guard guard)
 			     neighbourCommands(securityDocument(), node, hardwareOn(lab, otherNode(node)),
 			                       hardwareOn(lab, HostId::gateway)));
 		}
+	}
+	if (guard == Guard::neighbours)
+	{
+		give(lab, HostId::gateway, {"sh", "-e"},
+		     gatewayCommands(securityDocument(), hardwareOn(lab, HostId::a), hardwareOn(lab, HostId::b)));
 	}
 }
 

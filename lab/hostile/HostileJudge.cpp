@@ -1,6 +1,6 @@
-#include <functional>
+#include "HostileJudge.h"
 
-#include "HostileRun.h"
+#include <functional>
 
 namespace velarix::lab
 {
@@ -113,18 +113,40 @@ void atLeast(const char* what, long seen, long least, const Tell& differs)
 	}
 }
 
-/// Whether the attack happened at all, and whether what keeps it out did so. With the
-/// partner's address the stranger passes the firewall; then the neighbours stop him.
+/// A pair that has lost a node, or is busy with a failure, says nothing about who is heard.
+void partnerDifferences(const HostileRecord& record, const HostilePlan& plan, bool keptOut, const Tell& differs)
+{
+	const Millis lasted = record.during.to - record.during.from;
+	const PartnerHeard open = attackNamed(plan.cell.attack).partner;
+	const PartnerHeard wanted = keptOut ? PartnerHeard::always : open;
+	if (plan.cell.event || wanted == PartnerHeard::sometimes)
+	{
+		return;
+	}
+	if (wanted == PartnerHeard::always)
+	{
+		atLeast("heartbeats of the partner read", record.partner, lasted / longestUnheard, differs);
+	}
+	else if (record.partner > lasted / hardlyHeard)
+	{
+		differs("heartbeats of the partner read", std::to_string(record.partner),
+		        "at most " + std::to_string(lasted / hardlyHeard));
+	}
+}
+
+/// Whether the attack happened at all, and whether what keeps it out did so. What the
+/// firewall lets pass, the neighbours stop without a packet dropped.
 void attackDifferences(const HostileRecord& record, const HostilePlan& plan, const Tell& differs)
 {
 	const AttackInfo& attack = attackNamed(plan.cell.attack);
 	atLeast("tries", record.tries, attack.leastTries, differs);
-	const bool keptOut = attack.asPartner ? plan.guard == Guard::neighbours : plan.guard != Guard::none;
+	const bool keptOut = attack.isStoppedBy(plan.guard);
+	partnerDifferences(record, plan, keptOut, differs);
 	if (keptOut && record.connections > 0)
 	{
 		differs("connections behind the guard", std::to_string(record.connections), "none");
 	}
-	if (keptOut && !attack.asPartner && attack.knock != Knock::none)
+	if (keptOut && attack.stoppedBy == Guard::firewall)
 	{
 		atLeast("packets dropped by the firewall", record.dropped, 1, differs);
 	}
@@ -138,6 +160,7 @@ void attackDifferences(const HostileRecord& record, const HostilePlan& plan, con
 	atLeast("clients at once", record.atOnce, goal.atOnce, differs);
 	atLeast("clients connected at once", record.open, goal.open, differs);
 	atLeast("messages heard by the target", record.heard, goal.heard, differs);
+	atLeast("messages read that are not the partner's", record.read - record.partner, goal.read, differs);
 }
 
 } // namespace

@@ -50,6 +50,7 @@ Json recordJson(const HostileRecord& record)
 	          {"heard", record.heard}}},
 	        {"words", record.words},
 	        {"read", record.read},
+	        {"partner", record.partner},
 	        {"dropped", record.dropped},
 	        {"before", momentJson(record.before)},
 	        {"after", momentJson(record.after)},
@@ -104,7 +105,7 @@ Row rowOf(const HostileRecord& record)
 {
 	return {record.name,
 	        sentText(record),
-	        std::to_string(record.read),
+	        std::to_string(record.read) + " / " + std::to_string(record.partner),
 	        std::to_string(record.dropped),
 	        pairText(record.before.roles),
 	        pairText(record.roles),
@@ -118,12 +119,18 @@ Row rowOf(const HostileRecord& record)
 
 const Row& head()
 {
-	static const Row titles{"case",       "tries / connections / messages",
-	                        "read",       "dropped",
-	                        "before",     "during",
-	                        "after",      "service away",
-	                        "two owners", "agent a",
-	                        "agent b",    "verdict"};
+	static const Row titles{"case",
+	                        "tries / connections / messages",
+	                        "read / of the partner",
+	                        "dropped",
+	                        "before",
+	                        "during",
+	                        "after",
+	                        "service away",
+	                        "two owners",
+	                        "agent a",
+	                        "agent b",
+	                        "verdict"};
 	return titles;
 }
 
@@ -168,6 +175,7 @@ HostileRecord hostileRecordFrom(const std::string& text)
 		record.heard = json.at("sent").at("heard");
 		record.words = json.at("words");
 		record.read = json.at("read");
+		record.partner = json.at("partner");
 		record.dropped = json.at("dropped");
 		record.before = momentFrom(json.at("before"));
 		record.after = momentFrom(json.at("after"));

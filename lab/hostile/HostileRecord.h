@@ -42,6 +42,7 @@ struct HostileRecord
 	long open = 0;    ///< clients of a crowd that were connected at once
 	long heard = 0;   ///< of what was forged or replayed: messages that the target read
 	long read = 0;    ///< messages that the target read during the attack, its partner's among them
+	long partner = 0; ///< its partner's
 	long dropped = 0; ///< packets that the target's firewall dropped
 	PairMoment before;
 	PairMoment after;                     ///< once all is at rest

@@ -1,15 +1,16 @@
 #include "HostileRun.h"
 
 #include <algorithm>
-#include <fstream>
 #include <memory>
 #include <thread>
 
 #include "CellRun.h"
 #include "Files.h"
+#include "HostileJudge.h"
 #include "Moment.h"
 #include "Observe.h"
 #include "Plan.h"
+#include "ProcessTable.h"
 #include "Stranger.h"
 #include "Wait.h"
 
@@ -34,12 +35,9 @@ LabOptions optionsFor(const HostilePlan& plan)
 
 void takeLowest(AgentVitals& lowest, pid_t pid)
 {
-	AgentVitals now{pid, 0, static_cast<int>(descriptorsOf(pid).size()), 0};
-	std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-	for (std::string word; status >> word;)
-	{
-		word == "Threads:" ? status >> now.threads : word == "VmRSS:" ? status >> now.residentKib : status;
-	}
+	const std::string status = procText(pid, "status");
+	const AgentVitals now{pid, static_cast<int>(numberBehind(status, "Threads").value_or(0)),
+	                      static_cast<int>(descriptorsOf(pid).size()), numberBehind(status, "VmRSS").value_or(0)};
 	if (lowest.pid != pid)
 	{
 		lowest = now;
@@ -60,12 +58,6 @@ StrangerPlan ordersOf(const HostilePlan& plan)
 	return {plan.cell.attack, plan.cell.detail, plan.cell.target, plan.seed, plan.count};
 }
 
-/// All messages that the target has read so far, its partner's among them.
-long messagesRead(Lab& lab, const HostilePlan& plan)
-{
-	return timesIn(lab.node(plan.cell.target).diskFile(plan::logFile), "received message: ");
-}
-
 /// The attack and the event, in the order that is the attack's.
 std::unique_ptr<Stranger> beginAttack(Lab& lab, const HostilePlan& plan)
 {
@@ -82,9 +74,12 @@ std::unique_ptr<Stranger> beginAttack(Lab& lab, const HostilePlan& plan)
 		return std::make_unique<Stranger>(lab, ordersOf(plan));
 	}
 	auto stranger = std::make_unique<Stranger>(lab, ordersOf(plan));
-	if (event)
+	if (event || stranger->lasting())
 	{
 		stranger->awaitHold(plan.guard != Guard::none);
+	}
+	if (event)
+	{
 		lab.inject(*event);
 	}
 	return stranger;
@@ -93,7 +88,7 @@ std::unique_ptr<Stranger> beginAttack(Lab& lab, const HostilePlan& plan)
 std::unique_ptr<Stranger> watchAttack(Lab& lab, const HostilePlan& plan, HostileRecord& record)
 {
 	const HostileOutcome& expected = plan.cell.expected(plan.guard);
-	const long readBefore = messagesRead(lab, plan);
+	const HeardCounts heardBefore = heardBy(lab, plan.cell.target);
 	const Millis from = lab.clock().now();
 	std::unique_ptr<Stranger> stranger = beginAttack(lab, plan);
 	record.words = stranger->words();
@@ -111,7 +106,9 @@ std::unique_ptr<Stranger> watchAttack(Lab& lab, const HostilePlan& plan, Hostile
 	const Millis took = lab.clock().now() - from;
 	record.during = observe(lab, from, quiet, took + plan.times.patience() + quiet, took);
 	record.roles = rolesOf(lab);
-	record.read = messagesRead(lab, plan) - readBefore;
+	const HeardCounts heard = heardBy(lab, plan.cell.target);
+	record.read = heard.all - heardBefore.all;
+	record.partner = heard.partner - heardBefore.partner;
 	return stranger;
 }
 
@@ -125,17 +122,6 @@ void watchAftermath(Lab& lab, const HostilePlan& plan, Stranger& stranger)
 		lab.waitForService(after, plan.times.serveLimit());
 		observe(lab, lab.clock().now(), plan.times.quiet(), plan.times.patience());
 	}
-}
-
-void keepTally(const AttackTally& tally, HostileRecord& record)
-{
-	record.tries = tally.tries;
-	record.connections = tally.connections;
-	record.messages = tally.messages;
-	record.bytes = tally.bytes;
-	record.atOnce = tally.mostAtOnce;
-	record.open = tally.mostOpen;
-	record.heard = tally.heard;
 }
 
 void runInLab(Lab& lab, const HostilePlan& plan, HostileRecord& record)
@@ -152,6 +138,22 @@ void runInLab(Lab& lab, const HostilePlan& plan, HostileRecord& record)
 }
 
 } // namespace
+
+void keepTally(const AttackTally& tally, HostileRecord& record)
+{
+	record.tries = tally.tries;
+	record.connections = tally.connections;
+	record.messages = tally.messages;
+	record.bytes = tally.bytes;
+	record.atOnce = tally.mostAtOnce;
+	record.open = tally.mostOpen;
+	record.heard = tally.heard;
+}
+
+HeardCounts heardBy(Lab& lab, HostId node)
+{
+	return heardIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
+}
 
 PairMoment momentOf(Lab& lab)
 {

@@ -91,7 +91,8 @@ void readAttack(const std::string& word, HostileCell& cell)
 	cell.attack = word.substr(0, colon);
 	cell.detail = colon == std::string::npos ? std::string() : word.substr(colon + 1);
 	attackNamed(cell.attack);
-	if (cell.attack == "forged" || cell.attack == "repeated" || cell.attack == "spoofed")
+	static const std::set<std::string> forging{"forged", "forged-service", "repeated", "spoofed"};
+	if (forging.contains(cell.attack))
 	{
 		forgedHeartbeat(cell.detail);
 	}

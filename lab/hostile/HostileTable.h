@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Attack.h"
+#include "Attacks.h"
 #include "Basics.h"
 #include "Fault.h"
 #include "Guard.h"
@@ -40,7 +40,7 @@ struct HostileCell
 {
 	std::string name; ///< attack / target / role of the target
 	std::string attack;
-	std::string detail; ///< of "forged", "repeated", "spoofed": the fields; of "replay": whose heartbeat; else empty
+	std::string detail; ///< of forged heartbeats: the fields; of "replay": whose heartbeat; else empty
 	HostId master = HostId::a;
 	HostId target = HostId::a;
 	std::optional<Fault> event;             ///< comes while the attack goes on

@@ -30,17 +30,39 @@ std::string heard(Lab& lab, HostId node)
 	return words;
 }
 
+/// @return what he answers for besides his own addresses; empty: nothing
+std::string borrowedAddress(const AttackInfo& attack, HostId target)
+{
+	switch (attack.borrowed)
+	{
+	case Borrowed::partner:
+		return plan::addressOf(otherNode(target), Network::communication);
+	case Borrowed::service:
+		return plan::virtualAddress;
+	default:
+		return {};
+	}
+}
+
 /// The stranger neither forwards what reaches him by mistake, nor answers questions
-/// about an address that he has borrowed: he lies to his target alone.
+/// about an address that he has borrowed: he lies to his victim alone.
 void prepareStranger(Lab& lab, const AttackInfo& attack, HostId target)
 {
 	std::string commands = "echo 1 >/proc/sys/net/ipv4/conf/all/arp_ignore; echo 0 >/proc/sys/net/ipv4/ip_forward";
-	if (attack.asPartner)
+	if (const std::string borrowed = borrowedAddress(attack, target); !borrowed.empty())
 	{
-		commands += std::string("; ip addr replace ") + plan::addressOf(otherNode(target), Network::communication) +
-		            "/32 dev lo";
+		commands += "; ip addr replace " + borrowed + "/32 dev lo";
+	}
+	if (attack.overService)
+	{
+		commands += std::string("; ip route replace ") + plan::addressOf(target, Network::communication) + " via " +
+		            plan::addressOf(target, Network::service) + " dev " + plan::serviceCard;
 	}
 	runOrThrow({{"sh", "-ec", commands}, {}, lab.stranger().inside()});
+	if (attack.bareTarget)
+	{
+		runOrThrow({{"sh", "-ec", "echo 0 >/proc/sys/net/ipv4/tcp_syncookies"}, {}, lab.node(target).host().inside()});
+	}
 }
 
 std::string wordsFor(Lab& lab, const StrangerPlan& plan)
@@ -100,7 +122,7 @@ void Stranger::awaitHold(bool guarded)
 {
 	// A lie is believed when it has been said a few times; a connection that is not
 	// answered is tried once for a long time.
-	const long first = m_attack.asPartner ? 5 : 1;
+	const long first = m_attack.knock == Knock::none ? 5 : 1;
 	const auto begun = [&] { return m_tally.tries >= first || m_ended; };
 	const auto marked = [&] { return timesIn(m_orders.log, m_attack.mark) > 0; };
 	const bool well = guarded || m_attack.mark == nullptr ? waitFor(begun, heardLimit, "a stranger to begin")
@@ -123,13 +145,16 @@ void Stranger::end()
 	{
 		throw LabError("the attack failed: " + m_problem);
 	}
-	if (m_attack.asPartner)
+	std::string commands;
+	if (const std::string borrowed = borrowedAddress(m_attack, m_orders.target); !borrowed.empty())
 	{
-		run({{"ip", "addr", "del",
-		      std::string(plan::addressOf(otherNode(m_orders.target), Network::communication)) + "/32", "dev", "lo"},
-		     {},
-		     m_lab.stranger().inside()});
+		commands += "ip addr del " + borrowed + "/32 dev lo; ";
 	}
+	if (m_attack.overService)
+	{
+		commands += std::string("ip route del ") + plan::addressOf(m_orders.target, Network::communication);
+	}
+	run({{"sh", "-c", commands}, {}, m_lab.stranger().inside()});
 }
 
 } // namespace velarix::lab

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "Attack.h"
+#include "Attacks.h"
 #include "Lab.h"
 
 namespace velarix::lab
@@ -16,7 +16,7 @@ namespace velarix::lab
 struct StrangerPlan
 {
 	std::string attack;
-	std::string detail{}; ///< of "forged", "repeated" and "spoofed": the fields; of "replay": whose heartbeat
+	std::string detail{}; ///< of forged heartbeats: the fields; of "replay": whose heartbeat
 	HostId target = HostId::a;
 	std::uint64_t seed = 1;
 	long count = 10000; ///< see AttackOrders

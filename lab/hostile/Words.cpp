@@ -39,14 +39,14 @@ std::string repeated(const std::string& piece, std::size_t times)
 /// Five tokens at most: the sixth is what makes a heartbeat of it.
 std::string shortened(std::mt19937_64& random)
 {
-	const std::string whole = "/process/1/1/20260101000000";
+	const std::string whole = std::string("/process/1/1/") + randomTime;
 	return whole.substr(0, 1 + below(random, whole.size()));
 }
 
 std::string wrongPrefix(std::mt19937_64& random)
 {
 	static const std::array<std::string, 5> prefixes{"proces", "Process", " process", "PROCESS", "xprocess"};
-	return "/" + prefixes[below(random, prefixes.size())] + "/1/1/20260101000000/1/";
+	return "/" + prefixes[below(random, prefixes.size())] + "/1/1/" + randomTime + "/1/";
 }
 
 } // namespace
@@ -88,7 +88,7 @@ std::string randomWords(std::mt19937_64& random)
 	case 3:
 		return repeated("/", 1 + below(random, 600));
 	case 4:
-		return "/" + noise(random, 1 + below(random, 20)) + "/1/1/20260101000000/1/";
+		return "/" + noise(random, 1 + below(random, 20)) + "/1/1/" + randomTime + "/1/";
 	default:
 		return noise(random, 1 + below(random, 600));
 	}

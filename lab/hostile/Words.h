@@ -12,6 +12,9 @@ namespace velarix::lab
 /// so a log tells who was heard.
 inline constexpr const char* forgedTime = "20000101000000";
 
+/// The same in random messages that resemble heartbeats.
+inline constexpr const char* randomTime = "20260101000000";
+
 /// @param role     field 3: "1" master, "2" slave
 /// @param running  field 2
 /// @param ask      field 5

@@ -59,7 +59,7 @@ public:
 	Node& node(HostId id) { return *m_nodes[static_cast<std::size_t>(id)]; }
 	/// @throws LabError when the node is off
 	const Host& host(HostId id);
-	/// A third host on the communication network, which neither serves nor is pinged.
+	/// A third host on both networks, which neither serves nor is pinged.
 	/// It comes into being when it is first asked for.
 	const Host& stranger();
 	Wiring& wiring() { return m_wiring; }

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -104,6 +105,29 @@ bool signalInHost(pid_t hostInit, pid_t pid, int signal)
 		return false;
 	}
 	return ::syscall(SYS_pidfd_send_signal, pidFd.get(), signal, nullptr, 0) == 0;
+}
+
+std::string procText(pid_t pid, const char* name)
+{
+	std::ifstream stream("/proc/" + std::to_string(pid) + "/" + name);
+	std::ostringstream text;
+	text << stream.rdbuf();
+	return text.str();
+}
+
+std::optional<long> numberBehind(const std::string& text, const std::string& key)
+{
+	std::istringstream stream(text);
+	for (std::string line; std::getline(stream, line);)
+	{
+		if (line.starts_with(key + ":"))
+		{
+			std::istringstream words(line.substr(key.size() + 1));
+			long number = 0;
+			return words >> number ? std::optional<long>(number) : std::nullopt;
+		}
+	}
+	return std::nullopt;
 }
 
 std::vector<std::string> descriptorsOf(pid_t pid)

@@ -33,6 +33,12 @@ std::vector<ProcessEntry> processesNamed(pid_t hostInit, const std::string& name
 /// @return false when it is gone, or is not the host's: then nothing is sent
 bool signalInHost(pid_t hostInit, pid_t pid, int signal);
 
+/// What the kernel tells in /proc/PID/NAME; empty when the process is gone.
+std::string procText(pid_t pid, const char* name);
+
+/// The number behind "KEY:" in such a text of lines; empty when it is not there.
+std::optional<long> numberBehind(const std::string& text, const std::string& key);
+
 /// What each open descriptor of a process is, for example "socket:[123]",
 /// in the order of the descriptor numbers, as "NUMBER TARGET".
 std::vector<std::string> descriptorsOf(pid_t pid);

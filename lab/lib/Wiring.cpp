@@ -141,15 +141,23 @@ void Wiring::plugIn(HostId id, const Host& host)
 
 void Wiring::plugInStranger(const Host& host)
 {
-	const std::string port = "vlx-stranger";
-	const std::string card = plan::communicationCard;
-	batch("link add " + port + " type veth peer name " + card + " address 02:00:00:00:01:66 netns " +
-	      std::to_string(host.pid()) + "\nlink set " + port + " master " + bridgeName(Network::communication) +
-	      " up\n");
-	const std::string address = std::string(plan::strangerAddress) + "/" + std::to_string(plan::prefixLength);
-	runOrThrow({{"ip", "-batch", "-"},
-	            "link set lo up\naddr add " + address + " dev " + card + "\nlink set " + card + " up\n",
-	            host.insideNetwork()});
+	std::string outside;
+	std::string inside = "link set lo up\n";
+	for (const Network network : networks)
+	{
+		const bool service = network == Network::service;
+		const std::string port = service ? "vlx-str-svc" : "vlx-str-com";
+		const std::string card = cardName(network);
+		const std::string address = service ? plan::strangerServiceAddress : plan::strangerAddress;
+		outside.append("link add ").append(port).append(" type veth peer name ").append(card);
+		outside.append(service ? " address 02:00:00:00:00:66" : " address 02:00:00:00:01:66");
+		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
+		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
+		inside.append("addr add ").append(address).append("/").append(std::to_string(plan::prefixLength));
+		inside.append(" dev ").append(card).append("\nlink set ").append(card).append(" up\n");
+	}
+	batch(outside);
+	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
 }
 
 void Wiring::unplug(HostId id)

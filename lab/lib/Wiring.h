@@ -33,8 +33,8 @@ public:
 
 	/// Gives the host its cards, addresses and loopback, and plugs it in.
 	void plugIn(HostId id, const Host& host);
-	/// Gives a host that is no part of the plan a card on the communication network,
-	/// with the address plan::strangerAddress.
+	/// Gives a host that is no part of the plan a card on each network, with the addresses
+	/// plan::strangerAddress and plan::strangerServiceAddress.
 	void plugInStranger(const Host& host);
 	/// Removes the host's cards on both networks, also those already gone.
 	void unplug(HostId id);

@@ -1,4 +1,4 @@
-/// Choosing cells by their names, for the matrix and for the controls.
+/// Choosing cells by their names, for the matrix, the controls and the strangers.
 #pragma once
 
 #include <algorithm>
@@ -18,15 +18,17 @@ inline bool fitsWish(const std::string& name, const std::string& wish)
 
 /// The cells that fit one of the wishes, in their own order and each once; all
 /// when there are no wishes.
+/// @param what  a cell's name in the words of the command
 /// @throws LabError when a wish fits none
 template <typename Cell>
-std::vector<Cell> wished(const std::vector<Cell>& cells, const std::vector<std::string>& wishes)
+std::vector<Cell> wished(const std::vector<Cell>& cells, const std::vector<std::string>& wishes,
+                         const std::string& what = "cell")
 {
 	for (const std::string& wish : wishes)
 	{
 		if (std::none_of(cells.begin(), cells.end(), [&](const Cell& cell) { return fitsWish(cell.name, wish); }))
 		{
-			throw LabError("there is no cell \"" + wish + "\" (--list names them)");
+			throw LabError("there is no " + what + " \"" + wish + "\" (--list names them)");
 		}
 	}
 	std::vector<Cell> chosen;

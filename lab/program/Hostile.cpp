@@ -21,7 +21,7 @@ std::vector<HostileCell> chosen(const HostileOptions& options)
 {
 	const std::vector<HostileCell> all = readHostileTable(options.table);
 	const bool every = std::find(options.attacks.begin(), options.attacks.end(), "all") != options.attacks.end();
-	return wished(all, every ? std::vector<std::string>() : options.attacks);
+	return wished(all, every ? std::vector<std::string>() : options.attacks, "case");
 }
 
 int listCases(const std::vector<HostileCell>& cells)

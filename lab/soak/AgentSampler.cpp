@@ -1,9 +1,7 @@
 #include "AgentSampler.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 
 #include "Files.h"
 #include "Plan.h"
@@ -16,31 +14,6 @@ namespace
 {
 
 constexpr int fewestLooks = 5;
-
-/// The number behind "KEY:" in a file of lines; empty when it is not there.
-std::optional<long> numberBehind(const std::string& text, const std::string& key)
-{
-	std::istringstream stream(text);
-	for (std::string line; std::getline(stream, line);)
-	{
-		if (line.starts_with(key + ":"))
-		{
-			std::istringstream words(line.substr(key.size() + 1));
-			long number = 0;
-			return words >> number ? std::optional<long>(number) : std::nullopt;
-		}
-	}
-	return std::nullopt;
-}
-
-/// A file of /proc; empty when the process is gone.
-std::string procFile(pid_t pid, const char* name)
-{
-	std::ifstream stream("/proc/" + std::to_string(pid) + "/" + name);
-	std::ostringstream text;
-	text << stream.rdbuf();
-	return text.str();
-}
 
 std::vector<ProcessEntry> zombieChildren(pid_t hostInit, pid_t parent)
 {
@@ -82,8 +55,8 @@ std::vector<std::string> sortedDescriptorsOf(pid_t pid)
 
 bool readProcess(pid_t pid, SoakSample& sample)
 {
-	const std::string memory = procFile(pid, "smaps_rollup");
-	const std::string status = procFile(pid, "status");
+	const std::string memory = procText(pid, "smaps_rollup");
+	const std::string status = procText(pid, "status");
 	const auto anonymous = numberBehind(memory, "Anonymous");
 	const auto swapped = numberBehind(memory, "Swap");
 	const auto resident = numberBehind(memory, "Rss");

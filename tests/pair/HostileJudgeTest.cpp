@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "HostileRun.h"
+#include "HostileJudge.h"
 
 namespace velarix::lab
 {
@@ -29,6 +29,8 @@ HostileRecord calmRecord()
 	record.atOnce = 200;
 	record.open = 64;
 	record.heard = 4;
+	record.read = 210;
+	record.partner = 10;
 	return record;
 }
 
@@ -60,6 +62,7 @@ std::string toldOfAttack(const std::string& attack, Guard guard, const std::func
 void keepOut(HostileRecord& record)
 {
 	record.connections = record.messages = record.atOnce = record.open = record.heard = 0;
+	record.read = record.partner;
 	record.dropped = 1;
 }
 
@@ -81,6 +84,7 @@ TEST(HostileTable, RefusesWhatItDoesNotKnow)
 		EXPECT_THROW(parseHostileTable(bad), LabError) << bad;
 	}
 	EXPECT_THROW(parseHostileTable(good + good), LabError);
+	EXPECT_THROW(parseHostileTable("forged-service | a | b | - | a - 0 a | a - 0 a | =\n"), LabError);
 }
 
 TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
@@ -99,7 +103,7 @@ TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
 
 TEST(HostileJudge, TellsEachDifference)
 {
-	const HostilePlan plan = planOf("hold | a | b | - | a - 0 a | a - 0 a | =\n");
+	const HostilePlan plan = planOf("silent | a | b | - | a - 0 a | a - 0 a | =\n");
 	EXPECT_EQ(differencesOf(calmRecord(), plan), std::vector<std::string>{});
 	const auto told = [&](const std::function<void(HostileRecord&)>& change) { return toldOf(plan, change); };
 	EXPECT_EQ(told([](HostileRecord& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
@@ -153,6 +157,67 @@ TEST(HostileJudge, TellsEachAttackThatDidNotHappen)
 	EXPECT_EQ(told("burst", [](HostileRecord& record) { record.heard = 0; }),
 	          "messages heard by the target 0, expected at least 1");
 	EXPECT_EQ(told("cut", [](HostileRecord& record) { record.connections = 0; }), "0 differences");
+}
+
+/// What was written need not have been read: the receiver drops those that wait.
+TEST(HostileJudge, TellsMessagesThatNobodyRead)
+{
+	const auto told = [](const std::string& attack, long strangers)
+	{
+		return toldOfAttack(attack, Guard::none,
+		                    [&](HostileRecord& record)
+		                    {
+			                    record.partner = 2;
+			                    record.read = 2 + strangers;
+		                    });
+	};
+	EXPECT_EQ(told("random", 0), "messages read that are not the partner's 0, expected at least 1");
+	EXPECT_EQ(told("random-read", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(told("hold", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(told("slow", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(told("never-closes", 2), "messages read that are not the partner's 2, expected at least 3");
+	EXPECT_EQ(told("silent", 0), "0 differences");
+}
+
+TEST(HostileJudge, ThePartnerHasToPassWhereStrangersAreKeptOut)
+{
+	const auto seldom = [](HostileRecord& record)
+	{
+		record.partner = 2;
+		record.read = 202;
+	};
+	const auto keptOut = [&](HostileRecord& record)
+	{
+		seldom(record);
+		keepOut(record);
+	};
+	const std::string told = "heartbeats of the partner read 2, expected at least 3";
+	EXPECT_EQ(toldOfAttack("syn-flood", Guard::none, seldom), told);
+	EXPECT_EQ(toldOfAttack("syn-flood-bare", Guard::none, seldom), "0 differences");
+	EXPECT_EQ(toldOfAttack("syn-flood-bare", Guard::firewall, keptOut), told);
+	EXPECT_EQ(toldOfAttack("hold", Guard::none, seldom), "0 differences");
+	EXPECT_EQ(toldOfAttack("hold", Guard::firewall, keptOut), told);
+	EXPECT_EQ(toldOfAttack("cut-gateway", Guard::firewall, seldom), "0 differences");
+	const auto often = [](HostileRecord& record) { record.partner = 3; };
+	for (const char* attack : {"hold", "slow", "never-closes", "syn-flood-bare"})
+	{
+		EXPECT_EQ(toldOfAttack(attack, Guard::none, often), "heartbeats of the partner read 3, expected at most 2");
+	}
+	EXPECT_EQ(toldOfAttack("cut-gateway", Guard::neighbours, keptOut), told);
+	EXPECT_EQ(toldOfAttack("claim", Guard::neighbours, seldom), "0 differences");
+}
+
+TEST(HostileHeard, TellsThePartnersHeartbeatsFromTheStrangers)
+{
+	const std::string head = "2026-11-21 19:00:00.0 [1:3][CHeartReciver:164] <D> received message: ";
+	const HeardCounts counts =
+	    heardIn(head + "/process/1/1/20261121190000/0/\n" + head + "/process/0/2/20261121190000/1/\n" + head +
+	            "/process/1/1/20000101000000/0/\n" + head + "/process/1/1/20260101000000/1/\n" + head +
+	            "/process/1/1/2026112119000/0/\n" + head + "/proces/1/1/20261121190000/0/\n" + head + "\n" + "poll\n" +
+	            head + "~");
+	EXPECT_EQ(counts.all, 8);
+	EXPECT_EQ(counts.partner, 2);
+	EXPECT_EQ(heardIn("").all, 0);
 }
 
 TEST(HostileJudge, TellsAGuardThatKeptNobodyOut)
@@ -247,6 +312,7 @@ TEST(HostileRecord, TravelsWhole)
 	record.during.noAnswer = Millis(12);
 	record.during.moves = 13;
 	record.read = 5;
+	record.partner = 14;
 	record.dropped = 6;
 	record.roles = {"off", "master"};
 	record.during.outage = Millis(7);

@@ -1,14 +1,17 @@
-/// The hostile clients: what each does to the heartbeat port of one node.
+/// The hostile clients: what each does to a pair, and what it comes to where nothing
+/// keeps it out.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "Basics.h"
+#include "Guard.h"
 #include "Sockets.h"
 
 namespace velarix::lab
@@ -31,7 +34,8 @@ struct AttackGoal
 	long messages = 0;
 	long atOnce = 0; ///< clients, connected or connecting
 	long open = 0;   ///< clients, connected at once
-	long heard = 0;  ///< messages that the target has read
+	long heard = 0;  ///< of what was forged or replayed: messages that the target has read
+	long read = 0;   ///< messages that are not the partner's and that the target has read
 };
 
 /// How packets of an attack get to the heartbeat port.
@@ -42,18 +46,38 @@ enum class Knock
 	connects ///< connections
 };
 
+/// Whether the target hears its partner meanwhile, where nothing keeps the attack out.
+enum class PartnerHeard
+{
+	sometimes, ///< as it comes
+	always,
+	hardly
+};
+
+/// An address that is not his, and that the stranger answers for.
+enum class Borrowed
+{
+	nothing,
+	partner, ///< of the target's partner, on the communication network
+	service  ///< the virtual one
+};
+
 struct AttackInfo
 {
-	const char* name; ///< in the table of expectations
-	bool lasting;     ///< goes on until it is stopped; the others end by themselves
+	const char* name = ""; ///< in the table of expectations
+	bool lasting = false;  ///< goes on until it is stopped; the others end by themselves
 	/// In the target's log once the stranger has got hold of the receiver; null:
 	/// nothing has to be waited for.
-	const char* mark;
-	/// The stranger also has the address of the target's partner, and says so.
-	bool asPartner;
-	void (*carryOut)(const AttackOrders& orders, AttackTally& tally);
-	const char* what; ///< for a person
+	const char* mark = nullptr;
+	Borrowed borrowed = Borrowed::nothing;
+	bool overService = false; ///< comes over the service network
+	bool bareTarget = false;  ///< the target's kernel makes no SYN cookies
+	void (*carryOut)(const AttackOrders& orders, AttackTally& tally) = nullptr;
+	const char* what = ""; ///< for a person
 	Knock knock = Knock::connects;
+	/// The weakest guard that keeps it out; none: no guard does.
+	Guard stoppedBy = Guard::firewall;
+	PartnerHeard partner = PartnerHeard::sometimes;
 	AttackGoal (*goal)(long count) = [](long) { return AttackGoal{}; }; ///< of an attack that connects
 	/// Tried also where a guard keeps it out: connections and frames.
 	long leastTries = 1;
@@ -61,6 +85,8 @@ struct AttackInfo
 	/// What is said a few times and no more comes when the event has turned the
 	/// target's role; the others are about it already.
 	bool comesAfterEvent() const { return !lasting && mark == nullptr && goal(1).heard > 0; }
+
+	bool isStoppedBy(Guard guard) const { return stoppedBy != Guard::none && guard >= stoppedBy; }
 };
 
 std::span<const AttackInfo> allAttacks();
