@@ -3,7 +3,8 @@
 # the same path and mode, without being listed again. What a distribution wants
 # besides (its change log, its scripts) is in the components "debian" and "rpm".
 
-# Who answers for the packages; a distributor puts in their own.
+# Who answers for the packages, and is told of holes; whoever hands packages on puts in
+# their own (scripts/package --maintainer).
 set(VELARIX_MAINTAINER "Velarix HA maintainers <velarix-ha@localhost>" CACHE STRING "Maintainer of the packages")
 # Part of the packages' versions: packages of one release are built once for each
 # distribution, and one for a newer distribution must be an upgrade.
@@ -130,7 +131,8 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /etc /etc/default /etc/init.d /etc/logrotate.d /usr /usr/bin /usr/lib /usr/lib/systemd /usr/lib/systemd/system
   /usr/libexec /usr/share /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/doc
   /usr/share/man /usr/share/man/man1 /usr/share/man/man5 /usr/share/man/man8)
-# The programs of two packages of one build may not collide over these links.
-set(CPACK_RPM_SPEC_MORE_DEFINE "%define _build_id_links none")
+# The programs of two packages of one build may not collide over these links. And CPack
+# has no other way to name the packager.
+set(CPACK_RPM_SPEC_MORE_DEFINE "%define _build_id_links none\n%define packager ${VELARIX_MAINTAINER}")
 
 include(CPack)

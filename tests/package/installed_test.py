@@ -8,8 +8,10 @@ import subprocess
 import unittest
 
 import arguments
+import images
 import node
 from arguments import Place
+from build_packages import MAINTAINER
 from machine import wait_for
 
 RUN_INFO = "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"
@@ -69,6 +71,28 @@ class ProgramsTest(unittest.TestCase):
         for program in PROGRAMS:
             with self.subTest(program=program):
                 self.assertGreater(self.tell("objdump -d -j .text", program).count("endbr64"), 50)
+
+
+class BuildTest(unittest.TestCase):
+    """What the build of the packages says."""
+
+    def said(self, directory):
+        with open(os.path.join(os.path.dirname(Place.deb), directory, "said")) as file:
+            return file.read()
+
+    def test_a_build_for_which_nobody_answers_warns(self):
+        self.assertIn("package: WARNING: nobody answers for these packages: their maintainer is "
+                      "Velarix HA maintainers <velarix-ha@localhost>.", self.said("unnamed"))
+        self.assertIn('--maintainer "NAME <ADDRESS>"', self.said("unnamed"))
+        self.assertNotIn("nobody answers", self.said("."))
+
+    def test_a_maintainer_without_an_address_is_refused(self):
+        script = os.path.join(images.ROOT, "scripts", "package")
+        for maintainer in ("", "Somebody", "ha@example.com", "Somebody <ha>", "Some;body <ha@example.com>"):
+            with self.subTest(maintainer=maintainer):
+                done = subprocess.run([script, "--no-install", "--maintainer", maintainer], capture_output=True, text=True)
+                self.assertEqual((done.returncode, done.stdout), (1, ""))
+                self.assertIn(f'and "{maintainer}" is not that', done.stderr)
 
 
 class OnASystem(unittest.TestCase):
@@ -137,6 +161,10 @@ class InstallationTest(OnASystem):
         libraries = self.machine.run("ldd /usr/velarix/bin/VelarixHA /usr/bin/velarixctl /usr/libexec/velarix-ha/release")
         self.assertNotIn("not found", libraries.text)
         self.assertRegex(self.machine.run("velarixctl --version").out, r"1\.0\.0")
+
+    def test_it_names_the_maintainer_that_was_given(self):
+        self.machine.install(Place.deb)
+        self.assertEqual(self.machine.run("dpkg-query -W -f '${Maintainer}\\n' velarix-ha").out, MAINTAINER + "\n")
 
     def test_manual_and_documents_are_there(self):
         self.machine.install(Place.deb)

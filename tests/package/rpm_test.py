@@ -6,6 +6,7 @@ import unittest
 import arguments
 import node
 from arguments import Place
+from build_packages import MAINTAINER
 from installed_test import OWN_SETTINGS, RUN_INFO, TREE
 from machine import mounted
 
@@ -35,6 +36,9 @@ class RpmTest(unittest.TestCase):
         said = self.machine.run("rpm -qp --qf '%{name} %{version} %{license} %{vendor} %{arch}' /root/new.rpm").out
         self.assertEqual(said, "velarix-ha 1.0.0 MIT Velarix HA x86_64")
         self.machine.run("rpm -K --nosignature /root/new.rpm")
+
+    def test_it_names_the_maintainer_that_was_given(self):
+        self.assertEqual(self.machine.run(f"{RPM} -q --qf '%{{PACKAGER}}\\n' velarix-ha").out, MAINTAINER + "\n")
 
     def test_it_owns_no_directory_of_the_system(self):
         listed = self.machine.run("rpm -qp --qf '[%{filemodes:perms} %{filenames}\\n]' /root/new.rpm").out
