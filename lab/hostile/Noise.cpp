@@ -8,6 +8,7 @@
 
 #include "Files.h"
 #include "Frames.h"
+#include "Heard.h"
 #include "Plan.h"
 #include "Words.h"
 
@@ -50,6 +51,32 @@ void flood(const AttackOrders& orders, AttackTally& tally, const std::atomic<lon
 	}
 }
 
+/// How many messages that are not its partner's the target has read so far.
+long readByTarget(const AttackOrders& orders)
+{
+	const HeardCounts heard = heardIn(contentIfAny(orders.log));
+	return heard.all - heard.partner;
+}
+
+/// The receiver's buffer holds 256 bytes.
+long readsOf(const std::string& words)
+{
+	return static_cast<long>((words.size() + 255) / 256);
+}
+
+/// Waits for it. A connection that the target has dropped unread waits in vain.
+bool isReadByTarget(const AttackOrders& orders, long wanted)
+{
+	const LabClock clock;
+	bool read = false;
+	while (!read && !orders.stop && clock.now() < Millis(15000))
+	{
+		std::this_thread::sleep_for(Millis(50));
+		read = readByTarget(orders) >= wanted;
+	}
+	return read;
+}
+
 } // namespace
 
 long resetsOf(long count)
@@ -83,8 +110,8 @@ void resetOften(const AttackOrders& orders, AttackTally& tally)
 	      });
 }
 
-/// One message every 600 ms on one connection: the receiver pauses half a second
-/// after each, so that each is read for itself.
+/// On one connection, each when all of the one before has been read: two that are read
+/// together may make a heartbeat that neither of them is.
 void sayRandomSlowly(const AttackOrders& orders, AttackTally& tally)
 {
 	std::mt19937_64 numbers(orders.seed);
@@ -95,13 +122,16 @@ void sayRandomSlowly(const AttackOrders& orders, AttackTally& tally)
 	{
 		if (!connection)
 		{
+			std::this_thread::sleep_for(Millis(20));
 			connection = connectTo(doorOf(orders), handshakeLimit, tally);
+			continue;
 		}
-		else if (!say(connection, randomWords(numbers), tally))
+		const std::string words = randomWords(numbers);
+		const long before = readByTarget(orders);
+		if (!say(connection, words, tally) || !isReadByTarget(orders, before + readsOf(words)))
 		{
 			connection.reset();
 		}
-		std::this_thread::sleep_for(connection ? Millis(600) : Millis(20));
 	}
 }
 

@@ -34,4 +34,20 @@ TEST_F(HostileLog, LineFeedsMakeEventsTellOfWhatHasNotHappened)
 	EXPECT_EQ(lab().owners(), "a");
 }
 
+/// The agent counts no silence while somebody speaks, whoever it is; the operator's tool
+/// looks for the partner's heartbeats.
+TEST_F(HostileLog, APartnerThatIsKeptOutIsMissedByTheStatus)
+{
+	PAIR_OR_RETURN(startReadyPair());
+	Stranger holder(lab(), {"hold", "", HostId::a});
+	holder.awaitHold(false);
+	EXPECT_TRUE(waitForStatus(HostId::a, "that the partner is silent",
+	                          [](const nlohmann::json& status) {
+		                          return status["problems"].dump().find("the partner is silent") != std::string::npos;
+	                          }));
+	EXPECT_EQ(lab().owners(), "a");
+	holder.end();
+	EXPECT_TRUE(waitUntilReady());
+}
+
 } // namespace velarix::lab
