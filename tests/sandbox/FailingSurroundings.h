@@ -1,33 +1,19 @@
-/// The real daemon when the system under it fails: what it says, and what it goes on
-/// doing. Each failure is made for the daemon alone.
+/// Starting the daemon with a failure, waiting for what it says, and comparing one that
+/// sees its programs with one that does not.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <random>
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
 #include "Sandbox.h"
 #include "WaitFor.h"
 
-/// A user that nobody else is, this program's next run on the host included: the limit of
-/// processes counts those of a user in every namespace.
-inline uid_t otherUser()
-{
-	static const uid_t user = []
-	{
-		std::random_device chance;
-		return std::uniform_int_distribution<uid_t>(1U << 20, 1U << 30)(chance);
-	}();
-	return user;
-}
-
+/// Each failure is made for the daemon alone, by what startWith runs before the program.
 class FailingSurroundings : public DaemonSandbox
 {
 protected:
@@ -73,6 +59,13 @@ protected:
 		startWith(second, blind);
 		waitForEvents(second, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
 		EXPECT_THAT(eventsOf(readLogFile()), testing::Not(testing::Contains(running)));
+	}
+
+	/// Its own receiver waits for its first heartbeat all the while, and nobody looks into /proc.
+	void beStill()
+	{
+		settings.set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", "60").set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "60");
+		apply();
 	}
 
 	/// The node has nobody to talk to: its partner and the service are silent.

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include <sched.h>
 #include <sys/mount.h>
@@ -14,7 +15,9 @@
 
 #include "FailingSurroundings.h"
 #include "Sandbox.h"
+#include "UserOfItsOwn.h"
 #include "WaitFor.h"
+#include "velarix/paths.h"
 
 using testing::AllOf;
 using testing::Contains;
@@ -62,13 +65,13 @@ void dropRawSockets()
 }
 
 #if !defined(__SANITIZE_ADDRESS__)
+// AddressSanitizer's own start reads /proc, which each of these two takes from it.
+
 void hideProc()
 {
 	mountOver("tmpfs", "/proc", "tmpfs", 0);
 }
-#endif
 
-#if !defined(__SANITIZE_ADDRESS__)
 /// Nobody may open it but those whom modes do not bind, and the daemon is none of them.
 void lockProc()
 {
@@ -81,7 +84,7 @@ void lockProc()
 /// named, and root is in it) and to who may trace any.
 void hideOtherUsers()
 {
-	mountOver("proc", "/proc", "proc", 0, ("hidepid=2,gid=" + std::to_string(otherUser())).c_str());
+	mountOver("proc", "/proc", "proc", 0, ("hidepid=2,gid=" + std::to_string(userOfItsOwn())).c_str());
 }
 
 void hideOtherUsersFromRootToo()
@@ -106,7 +109,7 @@ public:
 		m_pid = ::fork();
 		if (m_pid == 0)
 		{
-			::setuid(otherUser()) == 0 ? ::execl(path.c_str(), path.c_str(), "1000", nullptr) : 0;
+			::setuid(userOfItsOwn()) == 0 ? ::execl(path.c_str(), path.c_str(), "1000", nullptr) : 0;
 			::_exit(126);
 		}
 		const std::string comm = "/proc/" + std::to_string(m_pid) + "/comm";
@@ -138,6 +141,32 @@ private:
 	std::string m_name;
 };
 
+/// A disk of one page over the directory of the run-info record, which takes the page.
+class FullDisk
+{
+public:
+	explicit FullDisk(std::string directory) : m_directory(std::move(directory))
+	{
+		sandbox::shell("mount -t tmpfs -o size=4k full " + m_directory);
+		sandbox::writeFile(velarix::kRunInfoPath, kRunInfo);
+		EXPECT_FALSE(hasRoom());
+	}
+	~FullDisk() { sandbox::shell("umount -l " + m_directory); }
+	FullDisk(const FullDisk&) = delete;
+	FullDisk& operator=(const FullDisk&) = delete;
+
+	/// Whether a byte can be written.
+	bool hasRoom() const
+	{
+		std::ofstream other(m_directory + "/other");
+		other << "x" << std::flush;
+		return other.good();
+	}
+
+private:
+	std::string m_directory;
+};
+
 TEST_F(FailingSurroundings, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithoutALog)
 {
 	DaemonProcess daemon;
@@ -147,6 +176,17 @@ TEST_F(FailingSurroundings, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithout
 	{ return daemon.output().find("**DEBUG**(CHeartReciver:94)Reciver while start\n") != std::string::npos; };
 	EXPECT_TRUE(waitFor(receives, 20s, "a receiver at work", [&] { return daemon.output(); }));
 	EXPECT_NE(::access("/usr/velarix/log/velarix.log", F_OK), 0);
+	EXPECT_EQ(daemon.waitForEnd(0ms), -1);
+}
+
+// Emptied first, it gives back the room that its new bytes need; they are as many.
+TEST_F(FailingSurroundings, ARunInfoRecordOnAFullDiskIsRewrittenInItsOwnRoom)
+{
+	const FullDisk disk("/usr/velarix/bin/log");
+	DaemonProcess daemon;
+	startAndWaitForWorkers(daemon);
+	EXPECT_GT(recordedStart(), "20200000000000");
+	EXPECT_FALSE(disk.hasRoom());
 	EXPECT_EQ(daemon.waitForEnd(0ms), -1);
 }
 
@@ -177,8 +217,7 @@ TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartn
 	               "D CHeartReciver:218 try to process run", "E Utill:504 set virtual ip failed: I/O error: 1"});
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
-// AddressSanitizer's own start reads /proc.
+#if !defined(__SANITIZE_ADDRESS__) // as above
 TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
 {
 	settings.set("PROCESS_CHECK.PROCESS_PATH1", "/usr/velarix/bin/VelarixHA");
@@ -189,7 +228,7 @@ TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
 
 TEST_F(FailingSurroundings, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNotTrace)
 {
-	SCOPED_TRACE("user " + std::to_string(otherUser()));
+	SCOPED_TRACE("user " + std::to_string(userOfItsOwn()));
 	const std::string path = "/usr/velarix/bin/ofAnotherUser";
 	const ProgramOfOtherUser program(path);
 	settings.set("PROCESS_CHECK.PROCESS_PATH1", path);
@@ -197,7 +236,7 @@ TEST_F(FailingSurroundings, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNo
 	loseSight(hideOtherUsers, hideOtherUsersFromRootToo);
 }
 
-#if !defined(__SANITIZE_ADDRESS__)
+#if !defined(__SANITIZE_ADDRESS__) // as above
 TEST_F(FailingSurroundings, AProcThatCannotBeOpenedIsAnErrorAtEveryCheck)
 {
 	DaemonProcess daemon;
