@@ -218,15 +218,20 @@ stop() {
 	handover) hand_over || true ;;
 	*) say "$defaults: VELARIX_ON_STOP is \"$VELARIX_ON_STOP\" and not leave, release or handover: nothing is released" ;;
 	esac
+	# When the agent has ended, systemd reads the file once more, takes a living process of
+	# that number for the agent, whatever it is, and ends it with the stop.
+	rm -f "$pid_file"
 	kill -TERM "$pid" 2>/dev/null || true
 	within "$end_within" has_ended "$pid" || {
 		say "the agent (pid $pid) does not end by itself and is killed"
 		kill -KILL "$pid" 2>/dev/null || true
 		within "$end_within" has_ended "$pid" || {
 			say "the agent (pid $pid) cannot be ended"
+			printf '%s' "$pid" >"$pid_file"
 			exit "$failed"
 		}
 	}
+	# An agent two seconds old may have written it meanwhile.
 	rm -f "$pid_file"
 	# The agent must be gone: it would raise again what is dropped here.
 	case $VELARIX_ON_STOP in

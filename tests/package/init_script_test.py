@@ -76,7 +76,12 @@ class InitScriptTest(unittest.TestCase):
         self.script("stop", 0)
         self.assertTrue(self.machine.alive(other))
         self.script("start", 0)
-        self.assertEqual(self.machine.read(node.PID_PATH), str(self.machine.agent()))
+        agent = self.machine.agent()
+        self.assertEqual(self.machine.read(node.PID_PATH), str(agent))
+        self.machine.write(node.PID_PATH, other)
+        self.script("stop", 0)
+        self.assertFalse(self.machine.alive(agent))
+        self.assertTrue(self.machine.alive(other))
 
     def test_restart_starts_anew_and_also_from_rest(self):
         self.script("restart", 0)

@@ -1,14 +1,19 @@
 #!/usr/bin/env python3
 """The systemd unit, tried for real: systemd is process 1 of a machine of its own."""
 
+import os
 import platform
+import re
 import time
 import unittest
 
 import arguments
+import images
 import node
 from arguments import Place
 from machine import wait_for
+
+SECURITY_PAGE = os.path.join(images.ROOT, "docs", "security.md")
 
 # A unit of the machine's that makes its cards at boot.
 CARDS_UNIT = """[Service]
@@ -98,6 +103,18 @@ class StartTest(OnAMachine):
         self.machine.run("systemctl stop velarix-ha")
         self.assertTrue(self.machine.alive(other))
 
+    def test_a_stop_ends_the_agent_whatever_number_stands_in_the_pid_file(self):
+        other = self.machine.run("systemctl show --value --property=MainPID systemd-journald").out.strip()
+        self.start()
+        agent = self.machine.agent()
+        self.machine.write(node.PID_PATH, other)
+        self.assertEqual(self.property("MainPID"), str(agent))
+        # systemd would read the file again as soon as the agent has ended.
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+        self.assertTrue(self.machine.alive(other))
+        self.assertEqual(self.property("Result"), "success")
+
     def test_a_second_agent_is_refused(self):
         self.machine.start_by_hand()
         # In its first two seconds it has no pid file.
@@ -178,9 +195,41 @@ class StartTest(OnAMachine):
         outside = self.errors_of_calls(obsolete, self.machine.run)
         there = [call for call in obsolete if f"{call[0]} 22" in outside]
         self.assertTrue(there, outside)
-        tries = [*there, ("swapoff", 168), ("kexec_load", 246), ("reboot", 169)]
-        self.assertEqual(self.errors_of_calls(tries, self.run_in_unit),
-                         [f"{name} 38" for name, _ in there] + ["swapoff 1", "kexec_load 1", "reboot 22"])
+        self.assertEqual(self.errors_of_calls([*there, ("reboot", 169)], self.run_in_unit),
+                         [f"{name} 38" for name, _ in there] + ["reboot 22"])
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "numbers of calls of one kind of processor")
+    def test_it_is_the_unit_that_refuses_a_command_swap_space_and_another_kernel(self):
+        # None of them does anything: the file's name is at no address (14), the flag is none (22).
+        swap = [("swapon", 167), ("swapoff", 168)]
+        kernel = [("kexec_load", 246, 0, 0, 0, 0x4000), ("kexec_file_load", 320, 0, 0, 0, 0, 0x4000)]
+        outside = self.errors_of_calls([*swap, *kernel], self.machine.run)
+        self.assertEqual(outside[:2], ["swapon 14", "swapoff 14"])
+        # A kernel may lack them (38), or refuse root one of them itself (1), under Secure Boot.
+        for told in outside[2:]:
+            self.assertRegex(told, "^kexec_(file_)?load (22|38|1)$")
+        self.assertNotEqual(outside[2:], ["kexec_load 1", "kexec_file_load 1"])
+        self.assertEqual(self.errors_of_calls([*swap, *kernel], self.run_in_unit),
+                         ["swapon 1", "swapoff 1", "kexec_load 1", "kexec_file_load 1"])
+
+    def test_what_is_left_out_deliberately_is_as_for_any_service(self):
+        with open(SECURITY_PAGE) as page:
+            table = page.read().split("Left out deliberately:")[1].split("\n\n")[1]
+        options = re.findall("`([A-Za-z]+)`", "".join(line.split("|")[1] for line in table.splitlines()))
+        self.assertEqual(len(options), len(set(options)))
+        self.assertGreater(len(options), 30)
+        self.machine.write("/run/systemd/system/any.service",
+                           "[Service]\nType=oneshot\nRemainAfterExit=yes\nExecStart=/bin/true\n")
+        self.machine.run("systemctl daemon-reload; systemctl start any")
+        self.addCleanup(self.machine.run, "systemctl stop any; rm /run/systemd/system/any.service")
+        self.start()
+        for option in options:
+            with self.subTest(option=option):
+                ours, anys = (self.machine.run(f"systemctl show --property={option} {unit}").out
+                              for unit in ("velarix-ha", "any"))
+                self.assertTrue(ours.startswith(option + "="), "systemd does not know it")
+                self.assertEqual(ours, anys)
+        self.assertEqual(self.property("KeyringMode"), "private")
 
     def test_a_command_may_use_the_networks_that_are_in_use(self):
         families = "; ".join(f'print "family {family} ", (socket(my $s{family}, {family}, {kind}, 0) ? 0 : 0 + $!), "\\n"'
@@ -189,9 +238,10 @@ class StartTest(OnAMachine):
                          ["family 1 0", "family 2 0", "family 16 0", "family 17 0"])
 
     def errors_of_calls(self, calls, run):
-        """NAME ERROR of each call, all of whose arguments are 0."""
-        return self.told_by("; ".join(f'syscall({number}, 0, 0, 0, 0) == -1 and print "{name} ", 0 + $!, "\\n"'
-                                      for name, number in calls), run)
+        """NAME ERROR of each call: NAME, NUMBER and its arguments, four of 0 where there are none."""
+        return self.told_by("; ".join(
+            f'syscall({", ".join(map(str, (number, *(arguments or (0, 0, 0, 0)))))}) == -1 and print "{name} ", 0 + $!, "\\n"'
+            for name, number, *arguments in calls), run)
 
     def told_by(self, perl, run):
         """The lines that a piece of Perl prints, run by the given function."""
