@@ -27,6 +27,16 @@ protected:
 	/// The program of node a ends, so that it hands the service over.
 	void handOver() { lab().inject({FaultKind::programKilled, HostId::a}); }
 
+	/// With the machine's tool, in the node's network.
+	void raiseByHand(HostId node)
+	{
+		const std::string address = std::string(plan::virtualAddress) + "/" + std::to_string(plan::prefixLength);
+		const std::string label = std::string(plan::serviceCard) + ":ha";
+		runOrThrow({{"ip", "addr", "add", address, "dev", plan::serviceCard, "label", label},
+		            {},
+		            lab().node(node).host().insideNetwork()});
+	}
+
 	std::string cardOf(HostId node)
 	{
 		std::string card;
@@ -89,6 +99,9 @@ TEST_F(MissingTools, WithoutIpAStandbyThatTakesOverNeverServesAndItsPartnerWaits
 	EXPECT_EQ(lab().role(HostId::b), "master");
 	EXPECT_EQ(programsOn(HostId::a) + programsOn(HostId::b), 0U);
 	EXPECT_EQ(heldBy("b", Millis(0)) + heldBy("a+b", Millis(0)), Millis(0));
+
+	raiseByHand(HostId::b);
+	EXPECT_TRUE(lab().waitForService(HostId::b, moveLimit, Millis(1000)));
 }
 
 TEST_F(MissingTools, WithoutIpAMasterThatGivesUpKeepsTheAddress)
