@@ -1,7 +1,10 @@
 #include "Configuraion.h"
 
+#include <iterator>
+#include <sstream>
+
 #include <Poco/Exception.h>
-#include <Poco/File.h>
+#include <Poco/FileStream.h>
 
 #include "VelarixLog.h"
 #include "velarix/fatal.h"
@@ -42,12 +45,11 @@ bool Configuraion::loadFile(const std::string& path)
 {
 	try
 	{
-		// The library's parser never ends on a directory.
-		if (Poco::File(path).isDirectory())
-		{
-			throw Poco::OpenFileException(path);
-		}
-		m_pFile = new Poco::Util::IniFileConfiguration(path);
+		// The library's parser never ends on what can be opened and not read: a
+		// directory, a disk that fails.
+		Poco::FileInputStream file(path);
+		std::istringstream text(std::string(std::istreambuf_iterator<char>(file), {}));
+		m_pFile = new Poco::Util::IniFileConfiguration(text);
 	}
 	catch (const Poco::Exception&)
 	{

@@ -91,6 +91,13 @@ TEST_F(SettingsFatal, ADirectoryInPlaceOfTheFileEndsTheDaemonToo)
 	expectSilentEnd("/usr/velarix/bin/ini");
 }
 
+/// This file opens, and every read of it fails as on a broken disk.
+TEST_F(SettingsFatal, AFileThatOpensAndCannotBeReadEndsTheDaemon)
+{
+	sandbox::shell("ln -sfn /proc/self/mem /usr/velarix/bin/ini/broken.ini");
+	expectSilentEnd("/usr/velarix/bin/ini/broken.ini");
+}
+
 TEST_F(SettingsFatal, AnUnreadableFileEndsTheDaemon)
 {
 	ASSERT_EQ(::chmod(kOther, 0), 0);
