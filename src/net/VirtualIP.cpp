@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 
 #include <Poco/Exception.h>
 #include <Poco/Thread.h>
@@ -100,24 +101,23 @@ void Utill::rollBackMacAddress()
 bool isMyVirtualIPWorking()
 {
 	std::string address = Configuraion::getInstance(velarix::kSettingsPath)->getString("AGENT.VIRTUAL_IP");
-	std::FILE* pipe = outside::openPipe("ifconfig");
+	// Closed behind the last line, and also when the log does not take that one.
+	const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(outside::openPipe("ifconfig"), &outside::closePipe);
 	if (pipe == nullptr)
 	{
 		velarixLog->error(kSource, 652, "popen error");
 		return false;
 	}
 	std::array<char, 128> piece{};
-	while (std::fgets(piece.data(), static_cast<int>(piece.size()), pipe) != nullptr)
+	while (std::fgets(piece.data(), static_cast<int>(piece.size()), pipe.get()) != nullptr)
 	{
 		std::string text(piece.data());
 		if (stringFinder(text, address))
 		{
 			velarixLog->debug(kSource, 668, "myVirtualIP working");
-			outside::closePipe(pipe);
 			return true;
 		}
 	}
 	velarixLog->debug(kSource, 680, "myVirtualIP not working");
-	outside::closePipe(pipe);
 	return false;
 }

@@ -2,6 +2,8 @@
 
 #include "VirtualIP.h"
 
+#include <Poco/Exception.h>
+
 #include "Daemon.h"
 #include "FakeOutside.h"
 
@@ -43,6 +45,18 @@ TEST_F(VirtualIPListing, AListedAddressIsWorking)
 TEST_F(VirtualIPListing, AnAbsentAddressIsNotWorking)
 {
 	EXPECT_FALSE(isListedIn("eth0: flags\n        inet 10.0.1.1  netmask 255.255.255.0\n"));
+}
+
+TEST_F(VirtualIPListing, ALogThatTakesNoLineLeavesNoListingOpen)
+{
+	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
+	onLogLine([](const std::string&) { throw Poco::WriteFileException("no room"); });
+	EXPECT_THROW(isMyVirtualIPWorking(), Poco::WriteFileException);
+	EXPECT_EQ(fakeoutside::openPipes(), 0);
+	settings.set("AGENT.VIRTUAL_IP", "10.0.1.101");
+	apply();
+	EXPECT_THROW(isMyVirtualIPWorking(), Poco::WriteFileException);
+	EXPECT_EQ(fakeoutside::openPipes(), 0);
 }
 
 TEST_F(VirtualIPListing, AnEmptyListingIsNotWorking)
