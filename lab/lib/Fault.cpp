@@ -14,8 +14,8 @@ namespace
 using namespace action;
 using enum SetCommand;
 
-constexpr auto service = Network::service;
-constexpr auto communication = Network::communication;
+constexpr auto serviceCards = Network::service;
+constexpr auto communicationCards = Network::communication;
 
 constexpr const char* wireWell = "wire is good again";
 
@@ -91,9 +91,10 @@ constexpr std::array<FaultInfo, 40> faults{{
     {FaultKind::programKilled, "program-kill", true, "managed program killed", nullptr, killProgram, nullptr,
      programRuns},
     {FaultKind::serviceCardPulled, "service-card", true, "service card: cable pulled", "service card: cable plugged in",
-     setCard<service, false>, setCard<service, true>, nodeOn},
+     setCard<serviceCards, false>, setCard<serviceCards, true>, nodeOn},
     {FaultKind::communicationCardPulled, "communication-card", true, "communication card: cable pulled",
-     "communication card: cable plugged in", setCard<communication, false>, setCard<communication, true>, nodeOn},
+     "communication card: cable plugged in", setCard<communicationCards, false>, setCard<communicationCards, true>,
+     nodeOn},
     {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
      "communication network joined", setCut<true>, setCut<false>},
     {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
@@ -138,26 +139,26 @@ constexpr std::array<FaultInfo, 40> faults{{
      "the stranger is silent", replayMaster, endReplayMaster},
     {FaultKind::askReplay, "replay-ask", true, "a stranger replays an ask", "the stranger is silent", replayAsk,
      endReplayAsk},
-    {FaultKind::serviceLoss10, "service-loss-10", true, "service card: 10 % lost", wireWell, lose<service, 10>,
-     repairWire<service>},
-    {FaultKind::serviceLoss30, "service-loss-30", true, "service card: 30 % lost", wireWell, lose<service, 30>,
-     repairWire<service>},
-    {FaultKind::serviceLoss50, "service-loss-50", true, "service card: 50 % lost", wireWell, lose<service, 50>,
-     repairWire<service>},
-    {FaultKind::serviceDelay, "service-delay", true, "service card: 200 ms late", wireWell, delay<service>,
-     repairWire<service>},
+    {FaultKind::serviceLoss10, "service-loss-10", true, "service card: 10 % lost", wireWell, lose<serviceCards, 10>,
+     repairWire<serviceCards>},
+    {FaultKind::serviceLoss30, "service-loss-30", true, "service card: 30 % lost", wireWell, lose<serviceCards, 30>,
+     repairWire<serviceCards>},
+    {FaultKind::serviceLoss50, "service-loss-50", true, "service card: 50 % lost", wireWell, lose<serviceCards, 50>,
+     repairWire<serviceCards>},
+    {FaultKind::serviceDelay, "service-delay", true, "service card: 200 ms late", wireWell, delay<serviceCards>,
+     repairWire<serviceCards>},
     {FaultKind::communicationLoss10, "communication-loss-10", true, "communication card: 10 % lost", wireWell,
-     lose<communication, 10>, repairWire<communication>},
+     lose<communicationCards, 10>, repairWire<communicationCards>},
     {FaultKind::communicationLoss30, "communication-loss-30", true, "communication card: 30 % lost", wireWell,
-     lose<communication, 30>, repairWire<communication>},
+     lose<communicationCards, 30>, repairWire<communicationCards>},
     {FaultKind::communicationLoss50, "communication-loss-50", true, "communication card: 50 % lost", wireWell,
-     lose<communication, 50>, repairWire<communication>},
+     lose<communicationCards, 50>, repairWire<communicationCards>},
     {FaultKind::communicationDelay, "communication-delay", true, "communication card: 200 ms late", wireWell,
-     delay<communication>, repairWire<communication>},
+     delay<communicationCards>, repairWire<communicationCards>},
     {FaultKind::communicationDeaf, "deaf", true, "does not get what the other node sends", wireWell, makeDeaf,
-     repairWire<communication>},
+     repairWire<communicationCards>},
     {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
-     [](Lab& lab, HostId node) { repairWire<communication>(lab, otherNode(node)); }},
+     [](Lab& lab, HostId node) { repairWire<communicationCards>(lab, otherNode(node)); }},
 }};
 
 } // namespace

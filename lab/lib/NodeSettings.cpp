@@ -11,23 +11,24 @@ namespace velarix::lab
 namespace
 {
 
-const std::string address = plan::virtualAddress;
-const std::string addressAndLength = address + "/" + std::to_string(plan::prefixLength);
-const std::string card = plan::serviceCard;
+const std::string sharedAddress = plan::virtualAddress;
+const std::string addressAndLength = sharedAddress + "/" + std::to_string(plan::prefixLength);
+const std::string sharedCard = plan::serviceCard;
 
 /// The label makes the address show up in ifconfig, where the agent looks for
 /// it. The announcements go on as long as the address is held, in the background
 /// with no pipe open, so that neighbours learn of the move.
 std::string startCommand()
 {
-	return hookGuard(SetCommand::start) + "(ip addr add " + addressAndLength + " dev " + card + " label " + card +
-	       ":ha; (while ip -4 -o addr show dev " + card + " | grep -q " + address + "/; do arping -q -A -c 1 -w 1 -I " +
-	       card + " " + address + "; sleep 4; done) &) >/dev/null 2>&1";
+	return hookGuard(SetCommand::start) + "(ip addr add " + addressAndLength + " dev " + sharedCard + " label " +
+	       sharedCard + ":ha; (while ip -4 -o addr show dev " + sharedCard + " | grep -q " + sharedAddress +
+	       "/; do arping -q -A -c 1 -w 1 -I " + sharedCard + " " + sharedAddress +
+	       "; sleep 4; done) &) >/dev/null 2>&1";
 }
 
 std::string dropCommand()
 {
-	return "ip addr del " + addressAndLength + " dev " + card + " >/dev/null 2>&1";
+	return "ip addr del " + addressAndLength + " dev " + sharedCard + " >/dev/null 2>&1";
 }
 
 } // namespace
@@ -45,7 +46,7 @@ NodeSettings NodeSettings::standard(HostId node, const PairTimes& times)
 	    .set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", times.receivingTime)
 	    .set("AGENT.IGNORE_TIME", 5)
 	    .set("AGENT.GATEWAY_IP", plan::addressOf(HostId::gateway, Network::communication))
-	    .set("AGENT.VIRTUAL_IP", address)
+	    .set("AGENT.VIRTUAL_IP", sharedAddress)
 	    .set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand())
 	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + dropCommand())
 	    .set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", times.waitingTime)
