@@ -1,3 +1,5 @@
+// The options of the commands that run many pairs, or one for long.
+
 #include "CommandLine.h"
 
 namespace velarix::lab
