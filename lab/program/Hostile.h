@@ -1,4 +1,4 @@
-/// `velarix-lab hostile`: strangers on the communication network against pairs, and
+/// `velarix-lab hostile`: strangers on the networks against pairs, and
 /// what the guards of the documents do about it.
 #pragma once
 

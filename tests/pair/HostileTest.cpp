@@ -1,4 +1,4 @@
-/// Strangers on the communication network, in short; the long form is
+/// Strangers on the pair's networks, in short; the long form is
 /// "velarix-lab hostile". The guards are set up as the documents have them.
 
 #include <iostream>
@@ -363,6 +363,19 @@ TEST_F(Hostile, TheGatewayIsLiedToUntilItsNeighboursAreFixed)
 	// What docs/security.md says of the entries and of their end.
 	const auto entryOnB = [&] { return lab().run(HostId::b, {"ip", "neigh", "show", gateway}).output; };
 	EXPECT_NE(entryOnB().find("PERMANENT"), std::string::npos) << entryOnB();
+	const auto carrier = [&](const char* wanted)
+	{
+		return waitFor(
+		    [&] {
+			    return lab().run(HostId::b, {"cat", "/sys/class/net/eth1/carrier"}).output == wanted;
+		    },
+		    moveLimit, "the carrier to be as wanted");
+	};
+	lab().wiring().setPort(HostId::b, Network::communication, false);
+	ASSERT_TRUE(carrier("0\n"));
+	EXPECT_NE(entryOnB().find("PERMANENT"), std::string::npos) << entryOnB();
+	lab().wiring().setPort(HostId::b, Network::communication, true);
+	ASSERT_TRUE(carrier("1\n"));
 	const CommandResult down = lab().run(HostId::b, {"sh", "-ec", "ip link set eth1 down; ip link set eth1 up"});
 	ASSERT_TRUE(down.ok()) << down.output;
 	EXPECT_EQ(entryOnB().find("PERMANENT"), std::string::npos) << entryOnB();
