@@ -54,7 +54,8 @@ protected:
 #endif
 };
 
-// What it cannot go on without ends it, and it is started again, as systemd does.
+// What it cannot go on without ends it at each start. The service would not start it: the
+// missing record is seen before.
 TEST_F(FailingMaster, ThatEndsServesOnUntilItIsStartedAgainAndThenNobodyDoes)
 {
 	PAIR_OR_RETURN(startServingPair());
