@@ -300,6 +300,19 @@ class CrashTest(OnAMachine):
         self.assertIn("velarixctl check did not accept", journal)
         self.assertEqual(self.property("NRestarts"), "1")
 
+    def test_after_a_crash_systemd_takes_whom_the_pid_file_names_for_the_agent(self):
+        # Why nobody but root may write that file: see the page on security.
+        self.machine.run("systemd-run --unit=other sleep 1000")
+        other = self.machine.run("systemctl show --value --property=MainPID other").out.strip()
+        self.start()
+        self.machine.write(node.PID_PATH, other)
+        self.machine.run(f"kill -ABRT {self.machine.agent()}")
+        wait_for("systemd follows the file", lambda: self.property("MainPID") == other, 10)
+        self.assertEqual((self.property("ActiveState"), self.property("NRestarts")), ("active", "0"))
+        self.assertEqual(self.machine.agents(), [])
+        self.machine.run("systemctl stop velarix-ha")
+        wait_for("the stop has ended it", lambda: not self.machine.alive(other), 10)
+
     def test_an_agent_that_aborts_again_and_again_is_given_up(self):
         self.change_unit("[Service]\nRestartSec=100ms\n")
         self.start()
