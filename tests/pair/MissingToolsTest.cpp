@@ -115,8 +115,8 @@ TEST_F(MissingTools, WithoutIpAMasterThatGivesUpKeepsTheAddress)
 	EXPECT_EQ(lab().role(HostId::a), "slave");
 }
 
-// The address is raised a second time, since it is not seen to be there.
-TEST_F(MissingTools, WithoutIfconfigATakeOverRaisesTheAddressTwiceAndServes)
+// As with it: each raising drops the address first, so that there is none to be seen.
+TEST_F(MissingTools, WithoutIfconfigATakeOverGoesAsWithIt)
 {
 	PAIR_OR_RETURN(startServingWithout("ifconfig", HostId::b));
 	handOver();
