@@ -6,6 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
+
 #include "Files.h"
 #include "Frames.h"
 #include "Heard.h"
@@ -64,12 +66,18 @@ long readsOf(const std::string& words)
 	return static_cast<long>((words.size() + 255) / 256);
 }
 
-/// Waits for it. A connection that the target has dropped unread waits in vain.
-bool isReadByTarget(const AttackOrders& orders, long wanted)
+bool isDropped(const UniqueFd& connection)
+{
+	pollfd watched{connection.get(), POLLRDHUP, 0};
+	return ::poll(&watched, 1, 0) != 0;
+}
+
+/// Waits for it, unless the target drops the connection unread.
+bool isReadByTarget(const AttackOrders& orders, const UniqueFd& connection, long wanted)
 {
 	const LabClock clock;
 	bool read = false;
-	while (!read && !orders.stop && clock.now() < Millis(15000))
+	while (!read && !isDropped(connection) && !orders.stop && clock.now() < Millis(15000))
 	{
 		std::this_thread::sleep_for(Millis(50));
 		read = readByTarget(orders) >= wanted;
@@ -117,8 +125,10 @@ void sayRandomSlowly(const AttackOrders& orders, AttackTally& tally)
 	std::mt19937_64 numbers(orders.seed);
 	const LabClock clock;
 	const long wanted = readOnesOf(orders.count);
+	long readWhole = 0;
 	UniqueFd connection;
-	while (tally.messages < wanted && !orders.stop && (tally.connections > 0 || clock.now() < Millis(30000)))
+	const auto limit = [&] { return tally.connections > 0 ? floodLimit : Millis(30000); };
+	while (readWhole < wanted && !orders.stop && clock.now() < limit())
 	{
 		if (!connection)
 		{
@@ -128,7 +138,11 @@ void sayRandomSlowly(const AttackOrders& orders, AttackTally& tally)
 		}
 		const std::string words = randomWords(numbers);
 		const long before = readByTarget(orders);
-		if (!say(connection, words, tally) || !isReadByTarget(orders, before + readsOf(words)))
+		if (say(connection, words, tally) && isReadByTarget(orders, connection, before + readsOf(words)))
+		{
+			++readWhole;
+		}
+		else
 		{
 			connection.reset();
 		}
