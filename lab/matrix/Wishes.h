@@ -28,7 +28,8 @@ std::vector<Cell> wished(const std::vector<Cell>& cells, const std::vector<std::
 	{
 		if (std::none_of(cells.begin(), cells.end(), [&](const Cell& cell) { return fitsWish(cell.name, wish); }))
 		{
-			throw LabError("there is no " + what + " \"" + wish + "\" (--list names them)");
+			throw LabError(std::string("there is no ").append(what).append(" \"").append(wish) +
+			               "\" (--list names them)");
 		}
 	}
 	std::vector<Cell> chosen;
