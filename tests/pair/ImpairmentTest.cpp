@@ -248,9 +248,19 @@ protected:
 		return ping(m_lab->host(from), plan::addressOf(to, network), count, interval, patience);
 	}
 
-	/// Nothing is lost and a first ping has filled the neighbour tables.
+	/// Until there are answers: a neighbour that was silent is asked for again only after
+	/// seconds, and until then all that is sent to it is dropped.
+	void awaitAnswers(HostId from, HostId to, Network network)
+	{
+		const auto answered = [&]
+		{ return pingFrom(from, to, network, 3, Millis(10), Millis(500)).lossPercent() == 0; };
+		EXPECT_TRUE(waitFor(answered, Millis(30000), std::string(nameOf(to)) + " to answer " + nameOf(from)));
+	}
+
+	/// Nothing is lost once the neighbours know each other.
 	void expectGood(HostId from, HostId to, Network network)
 	{
+		awaitAnswers(from, to, network);
 		EXPECT_EQ(pingFrom(from, to, network, 10, Millis(10), Millis(20000)).lossPercent(), 0)
 		    << nameOf(from) << " to " << nameOf(to);
 	}
@@ -345,23 +355,16 @@ TEST_F(BadWire, KeepsCarrierIsolationAndItselfOverAReboot)
 	wiring().isolateNodes(Network::communication, true);
 	lab().powerOff(HostId::a);
 	lab().powerOn(HostId::a, false);
-	// A neighbour that was silent is asked for again only after seconds.
-	const auto awaitAnswers = [&](const std::string& what)
-	{
-		const auto answered = [&]
-		{ return pingFrom(HostId::a, HostId::b, Network::communication, 3).lossPercent() == 0; };
-		EXPECT_TRUE(waitFor(answered, Millis(20000), what));
-	};
 	EXPECT_EQ(pingFrom(HostId::a, HostId::b, Network::communication, 10).lossPercent(), 100);
 	wiring().isolateNodes(Network::communication, false);
-	awaitAnswers("the node that is no longer alone to be answered");
+	awaitAnswers(HostId::a, HostId::b, Network::communication);
 	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median(), Millis(60));
 	const auto carrier = [&] { return lab().run(HostId::a, {"cat", "/sys/class/net/eth1/carrier"}).output; };
 	EXPECT_EQ(carrier(), "1\n");
 	wiring().setPort(HostId::a, Network::communication, false);
 	EXPECT_EQ(carrier(), "0\n");
 	wiring().setPort(HostId::a, Network::communication, true);
-	awaitAnswers("the plugged in card to answer");
+	awaitAnswers(HostId::a, HostId::b, Network::communication);
 	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median(), Millis(60));
 	wiring().unimpair(HostId::a, Network::communication);
 	expectGood(HostId::a, HostId::b, Network::communication);
