@@ -123,7 +123,7 @@ std::vector<std::string> Utill::getProcessList()
 std::string getProcessName(std::string& path)
 {
 	// What stands before the last "/" cannot change the last token, and to split it too,
-	// for each program and each process, would cost nearly a tenth of the check. Behind a
+	// for each program and each process, would cost some five percent of the check. Behind a
 	// "/" at the very end there is no text: such a path goes to the tokenizer whole.
 	const bool named = !path.empty() && path.back() != '/';
 	try
