@@ -13,7 +13,7 @@ namespace velarix::ctl
 namespace
 {
 
-struct Options
+struct CheckOptions
 {
 	std::string file;
 	std::string partner;
@@ -23,7 +23,7 @@ struct Options
 	bool json = false;
 };
 
-ExitCode run(const Options& options, const Context& context)
+ExitCode runCheck(const CheckOptions& options, const Context& context)
 {
 	CheckRequest request{.file = options.file.empty() ? context.paths.settings : std::filesystem::path(options.file),
 	                     .partner = {},
@@ -44,7 +44,7 @@ ExitCode run(const Options& options, const Context& context)
 void addCheck(CLI::App& app, Context& context)
 {
 	CLI::App* verb = app.add_subcommand("check", "find what would abort or cripple the agent, before it is started");
-	const auto options = std::make_shared<Options>();
+	const auto options = std::make_shared<CheckOptions>();
 	verb->add_option("FILE", options->file, "settings file; the installed one without it");
 	verb->add_option("--partner", options->partner, "the partner's settings file: check that the two fit")
 	    ->type_name("FILE");
@@ -56,7 +56,8 @@ void addCheck(CLI::App& app, Context& context)
 	    ->excludes(filesOnly);
 	verb->add_flag("--strict", options->strict, "let warnings count as errors");
 	verb->add_flag("--json", options->json, "print the findings as JSON");
-	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runCheck(*options, context); }; });
 }
 
 } // namespace velarix::ctl

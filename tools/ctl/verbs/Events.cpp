@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kLook = 200ms;
 
-struct Options
+struct EventsOptions
 {
 	std::string since;
 	std::string log;
@@ -52,7 +52,7 @@ std::filesystem::path logOf(const SettingsFile& settings, const Context& context
 }
 
 /// The settings tell where the log is; a log that is named needs them no more.
-Wish readWish(const Options& options, const Context& context)
+Wish readWish(const EventsOptions& options, const Context& context)
 {
 	Wish wish{options.log, {}};
 	try
@@ -72,7 +72,7 @@ Wish readWish(const Options& options, const Context& context)
 	return wish;
 }
 
-Instant readSince(const Options& options, const Context& context)
+Instant readSince(const EventsOptions& options, const Context& context)
 {
 	if (options.since.empty())
 	{
@@ -93,7 +93,7 @@ Instant readSince(const Options& options, const Context& context)
 class Printer
 {
 public:
-	Printer(const Options& options, const Context& context, Instant since)
+	Printer(const EventsOptions& options, const Context& context, Instant since)
 	    : m_json(options.json), m_context(context), m_since(since)
 	{
 	}
@@ -141,7 +141,7 @@ ExitCode unread(const std::vector<LogTrouble>& trouble)
 	return forbidden ? ExitCode::noPermission : ExitCode::noInput;
 }
 
-ExitCode run(const Options& options, const Context& context)
+ExitCode runEvents(const EventsOptions& options, const Context& context)
 {
 	const Instant since = readSince(options, context);
 	const Wish wish = readWish(options, context);
@@ -177,7 +177,7 @@ ExitCode run(const Options& options, const Context& context)
 void addEvents(CLI::App& app, Context& context)
 {
 	CLI::App* verb = app.add_subcommand("events", "what has happened on this node, told from the log and its archives");
-	const auto options = std::make_shared<Options>();
+	const auto options = std::make_shared<EventsOptions>();
 	verb->add_option("--since", options->since,
 	                 "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today")
 	    ->type_name("TIME");
@@ -185,7 +185,8 @@ void addEvents(CLI::App& app, Context& context)
 	verb->add_flag("--json", options->json, "print an object of JSON a line");
 	verb->add_option("--log", options->log, "read this log instead of the one that the settings name")
 	    ->type_name("FILE");
-	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runEvents(*options, context); }; });
 }
 
 } // namespace velarix::ctl

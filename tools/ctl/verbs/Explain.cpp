@@ -15,7 +15,7 @@ namespace velarix::ctl
 namespace
 {
 
-struct Options
+struct ExplainOptions
 {
 	std::vector<std::string> words;
 	bool json = false;
@@ -25,7 +25,7 @@ struct Options
 class Explainer
 {
 public:
-	Explainer(const Options& options, const Context& context) : m_json(options.json), m_context(context) {}
+	Explainer(const ExplainOptions& options, const Context& context) : m_json(options.json), m_context(context) {}
 
 	void take(const std::string& message)
 	{
@@ -67,7 +67,7 @@ private:
 	}
 };
 
-ExitCode run(const Options& options, const Context& context)
+ExitCode runExplain(const ExplainOptions& options, const Context& context)
 {
 	Explainer explainer(options, context);
 	if (options.words == std::vector<std::string>{"-"})
@@ -98,12 +98,13 @@ ExitCode run(const Options& options, const Context& context)
 void addExplain(CLI::App& app, Context& context)
 {
 	CLI::App* verb = app.add_subcommand("explain", "what a message of the agent means and what to do");
-	const auto options = std::make_shared<Options>();
+	const auto options = std::make_shared<ExplainOptions>();
 	verb->add_option("MESSAGE", options->words,
 	                 "LABEL:NUMBER, a line of the log or of the console, a text; \"-\" reads standard input")
 	    ->required();
 	verb->add_flag("--json", options->json, "print an object of JSON a line");
-	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runExplain(*options, context); }; });
 }
 
 } // namespace velarix::ctl

@@ -20,7 +20,7 @@ namespace
 
 namespace fs = std::filesystem;
 
-struct Options
+struct InitOptions
 {
 	Answers answers;
 	std::string output = "velarix-pair";
@@ -36,7 +36,7 @@ struct NodeFiles
 	bool installed = false;
 };
 
-NodeFiles filesOf(const Options& options, NodeName node, const Paths& paths)
+NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
 {
 	if (options.here == node)
 	{
@@ -93,7 +93,7 @@ void makeDirectory(const fs::path& directory)
 	}
 }
 
-ExitCode run(Options& options, const Context& context)
+ExitCode runInit(InitOptions& options, const Context& context)
 {
 	complete(options.answers, context);
 	std::vector<NewFile> files;
@@ -156,7 +156,7 @@ void addAnswers(CLI::App& verb, Answers& answers)
 void addInit(CLI::App& app, Context& context)
 {
 	CLI::App* verb = app.add_subcommand("init", "write the settings files and run-info records of both nodes");
-	const auto options = std::make_shared<Options>();
+	const auto options = std::make_shared<InitOptions>();
 	addAnswers(*verb, options->answers);
 	const CLI::IsMember nodes({"a", "b"});
 	verb->add_option_function<std::string>(
@@ -174,7 +174,8 @@ void addInit(CLI::App& app, Context& context)
 	    ->type_name("a|b")
 	    ->check(nodes.description(""));
 	verb->add_flag("--force", options->force, "replace files that are there, keeping a copy of each");
-	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runInit(*options, context); }; });
 }
 
 } // namespace velarix::ctl

@@ -21,7 +21,7 @@ Counters formerCounters(const std::filesystem::path& file)
 	return host::fileFacts(file).kind == host::FileKind::missing ? Counters{} : readCounters(readInputFile(file));
 }
 
-ExitCode run(const std::string& textfile, const Context& context)
+ExitCode runMetrics(const std::string& textfile, const Context& context)
 {
 	Counters counters = textfile.empty() ? Counters{} : formerCounters(textfile);
 	const NodeState state = Observer(context.paths, !counters.roleChanged).look(context.now());
@@ -49,7 +49,8 @@ void addMetrics(CLI::App& app, Context& context)
 	                 "write FILE (whole or not at all) instead of standard output, with counters that go on from run "
 	                 "to run")
 	    ->type_name("FILE");
-	verb->callback([textfile, &context] { context.action = [textfile, &context] { return run(*textfile, context); }; });
+	verb->callback([textfile, &context]
+	               { context.action = [textfile, &context] { return runMetrics(*textfile, context); }; });
 }
 
 } // namespace velarix::ctl

@@ -15,9 +15,9 @@ namespace
 {
 
 /// Some thirty years.
-constexpr double kLongest = 1e9;
+constexpr double kLongestLimit = 1e9;
 
-ExitCode run(const NagiosLimits& limits, const Context& context)
+ExitCode runNagios(const NagiosLimits& limits, const Context& context)
 {
 	const NodeState state = Observer(context.paths, false).look(context.now());
 	const NagiosLine line = nagiosLine(state, judge(state), limits);
@@ -34,10 +34,10 @@ void addNagios(CLI::App& app, Context& context)
 	const auto limits = std::make_shared<NagiosLimits>();
 	verb->add_option("--warning", limits->warning, "warn when the partner's last heartbeat is this old (15)")
 	    ->type_name("SECONDS")
-	    ->check(secondsFrom(0, kLongest));
+	    ->check(secondsFrom(0, kLongestLimit));
 	verb->add_option("--critical", limits->critical, "alarm when it is this old (60)")
 	    ->type_name("SECONDS")
-	    ->check(secondsFrom(0, kLongest));
+	    ->check(secondsFrom(0, kLongestLimit));
 	verb->callback(
 	    [limits, &context]
 	    {
@@ -45,7 +45,7 @@ void addNagios(CLI::App& app, Context& context)
 		    {
 			    throw CLI::ValidationError("--critical", "is below --warning");
 		    }
-		    context.action = [limits, &context] { return run(*limits, context); };
+		    context.action = [limits, &context] { return runNagios(*limits, context); };
 	    });
 }
 

@@ -32,7 +32,7 @@ ExitCode codeOf(const NodeState& state)
 	return state.role.known() ? ExitCode::fine : ExitCode::notKnown;
 }
 
-ExitCode run(bool json, const Context& context)
+ExitCode runStatus(bool json, const Context& context)
 {
 	const NodeState state = Observer(context.paths).look(context.now());
 	const Judgement judgement = judge(state);
@@ -54,7 +54,7 @@ void addStatus(CLI::App& app, Context& context)
 	CLI::App* verb = app.add_subcommand("status", "how this node and its pair are now, and whether a fail-over works");
 	const auto json = std::make_shared<bool>(false);
 	verb->add_flag("--json", *json, "print it as JSON");
-	verb->callback([json, &context] { context.action = [json, &context] { return run(*json, context); }; });
+	verb->callback([json, &context] { context.action = [json, &context] { return runStatus(*json, context); }; });
 }
 
 } // namespace velarix::ctl

@@ -20,9 +20,9 @@ namespace
 using std::chrono::milliseconds;
 
 /// A day.
-constexpr double kLongest = 86400;
+constexpr double kLongestWait = 86400;
 
-struct Options
+struct SwitchoverOptions
 {
 	bool dryRun = false;
 	/// Seconds; 0: what the settings make it take, three times, a minute at least,
@@ -30,7 +30,7 @@ struct Options
 	double timeOut = 0;
 };
 
-milliseconds allowed(const Options& options, const NodeState& state)
+milliseconds allowed(const SwitchoverOptions& options, const NodeState& state)
 {
 	if (options.timeOut > 0)
 	{
@@ -85,7 +85,7 @@ ExitCode conclude(HandOver::End end, const HandOver& handOver, const NodeState& 
 	return ExitCode::timeOut;
 }
 
-ExitCode run(const Options& options, const Context& context)
+ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 {
 	Observer observer(context.paths, false);
 	const NodeState before = observer.look(context.now());
@@ -115,14 +115,15 @@ ExitCode run(const Options& options, const Context& context)
 void addSwitchover(CLI::App& app, Context& context)
 {
 	CLI::App* verb = app.add_subcommand("switchover", "on the master: hand the service over to the partner");
-	const auto options = std::make_shared<Options>();
+	const auto options = std::make_shared<SwitchoverOptions>();
 	verb->add_flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing");
 	verb->add_option("--timeout", options->timeOut,
 	                 "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
 	                 "check cycle)")
 	    ->type_name("SECONDS")
-	    ->check(secondsFrom(0.1, kLongest));
-	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+	    ->check(secondsFrom(0.1, kLongestWait));
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runSwitchover(*options, context); }; });
 }
 
 } // namespace velarix::ctl

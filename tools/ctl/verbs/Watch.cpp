@@ -18,7 +18,7 @@ namespace velarix::ctl
 namespace
 {
 
-struct Options
+struct WatchOptions
 {
 	double interval = 1;
 	/// 0: without end.
@@ -30,7 +30,7 @@ struct Options
 class Screen
 {
 public:
-	Screen(const Options& options, const Context& context) : m_json(options.json), m_context(context) {}
+	Screen(const WatchOptions& options, const Context& context) : m_json(options.json), m_context(context) {}
 
 	void show(const NodeState& state)
 	{
@@ -75,7 +75,7 @@ private:
 	}
 };
 
-ExitCode run(const Options& options, const Context& context)
+ExitCode runWatch(const WatchOptions& options, const Context& context)
 {
 	const std::chrono::milliseconds interval(static_cast<long>(options.interval * 1000));
 	Observer observer(context.paths);
@@ -96,7 +96,7 @@ ExitCode run(const Options& options, const Context& context)
 void addWatch(CLI::App& app, Context& context)
 {
 	CLI::App* verb = app.add_subcommand("watch", "the status again and again");
-	const auto options = std::make_shared<Options>();
+	const auto options = std::make_shared<WatchOptions>();
 	verb->add_option("--interval", options->interval, "seconds between two looks (1)")
 	    ->type_name("SECONDS")
 	    ->check(secondsFrom(0.1, 3600));
@@ -104,7 +104,8 @@ void addWatch(CLI::App& app, Context& context)
 	    ->type_name("N")
 	    ->check(CLI::PositiveNumber);
 	verb->add_flag("--json", options->json, "print a line of JSON at the begin and at each change");
-	verb->callback([options, &context] { context.action = [options, &context] { return run(*options, context); }; });
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runWatch(*options, context); }; });
 }
 
 } // namespace velarix::ctl
