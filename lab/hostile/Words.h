@@ -29,8 +29,8 @@ std::string forgedHeartbeat(const std::string& fields);
 std::string forgedLogLine();
 
 /// Up to 600 bytes that hold no heartbeat, however they are cut into reads (two that are
-/// read as one may): noise,
-/// heartbeats with a wrong prefix or too few fields, format directives, slashes only.
+/// read as one may): noise, heartbeats with a wrong prefix or too few fields, format
+/// directives, slashes only.
 std::string randomWords(std::mt19937_64& random);
 
 } // namespace velarix::lab

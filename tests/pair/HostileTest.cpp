@@ -48,9 +48,11 @@ TEST(HostileWords, RandomOnesHoldNoHeartbeatHoweverTheyAreRead)
 	{
 		const std::string words = randomWords(random);
 		ASSERT_LE(words.size(), 600U);
-		for (std::size_t from = 0; from < words.size(); ++from)
+		// What is read begins anywhere; a heartbeat begins so.
+		for (std::size_t from = words.find("/process"); from != std::string::npos;
+		     from = words.find("/process", from + 1))
 		{
-			ASSERT_FALSE(words[from] == '/' && isHeartbeat(words.substr(from, 256))) << words;
+			ASSERT_FALSE(isHeartbeat(words.substr(from, 256))) << words;
 		}
 	}
 }
