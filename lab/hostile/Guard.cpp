@@ -51,8 +51,11 @@ std::string blockWith(const std::string& document, const std::string& beginning,
 	return block;
 }
 
+/// What stands in a document, and what it is in the lab.
+using Replacements = std::vector<std::pair<std::string, std::string>>;
+
 /// Each has to be there; longer ones come first, since one may begin like another.
-std::string fitted(std::string text, const std::vector<std::pair<std::string, std::string>>& replacements)
+std::string fitted(std::string text, const Replacements& replacements)
 {
 	for (const auto& [example, real] : replacements)
 	{
@@ -72,6 +75,34 @@ std::string fitted(std::string text, const std::vector<std::pair<std::string, st
 std::string onCommunication(HostId host)
 {
 	return plan::addressOf(host, Network::communication);
+}
+
+std::string nftablesIn(const std::string& document)
+{
+	return blockWith(document, "table inet velarix {", "rules for nftables");
+}
+
+std::string iptablesIn(const std::string& document)
+{
+	return blockWith(document, "iptables -N VELARIX", "rules for iptables");
+}
+
+Replacements forFirewallOf(HostId node)
+{
+	return {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, onCommunication(otherNode(node))}};
+}
+
+/// @param plain      the accepting line of the rules
+/// @param beginning  of the one that knows the card
+std::string withCard(const std::string& rules, const std::string& plain, const std::string& security,
+                     const std::string& beginning, HostId node, const std::string& partnerHardware)
+{
+	std::string strong = blockWith(security, beginning, "rule with a card");
+	strong.pop_back();
+	Replacements replacements = forFirewallOf(node);
+	replacements.insert(replacements.begin(), {plain, strong});
+	replacements.emplace_back(examplePartnerHardware, partnerHardware);
+	return fitted(rules, replacements);
 }
 
 void give(Lab& lab, HostId host, const std::vector<std::string>& argv, const std::string& input)
@@ -96,29 +127,27 @@ const char* nameOf(Guard guard)
 
 std::string firewallRules(const std::string& document, HostId node)
 {
-	return fitted(
-	    blockWith(document, "table inet velarix {", "rules for nftables"),
-	    {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, onCommunication(otherNode(node))}});
+	return fitted(nftablesIn(document), forFirewallOf(node));
 }
 
 std::string firewallRulesWithCard(const std::string& operating, const std::string& security, HostId node,
                                   const std::string& partnerHardware)
 {
-	const std::string plain = "tcp dport 7000 iifname \"eth1\" ip saddr 192.0.2.2 accept";
-	std::string strong = blockWith(security, "tcp dport 7000 iifname \"eth1\" ether saddr ", "rule with a card");
-	strong.pop_back();
-	return fitted(blockWith(operating, "table inet velarix {", "rules for nftables"),
-	              {{plain, strong},
-	               {examplePort, std::to_string(plan::heartbeatPort)},
-	               {examplePartner, onCommunication(otherNode(node))},
-	               {examplePartnerHardware, partnerHardware}});
+	return withCard(nftablesIn(operating), "tcp dport 7000 iifname \"eth1\" ip saddr 192.0.2.2 accept", security,
+	                "tcp dport 7000 iifname \"eth1\" ether saddr ", node, partnerHardware);
 }
 
 std::string iptablesCommands(const std::string& document, HostId node)
 {
-	return fitted(
-	    blockWith(document, "iptables -N VELARIX", "rules for iptables"),
-	    {{examplePort, std::to_string(plan::heartbeatPort)}, {examplePartner, onCommunication(otherNode(node))}});
+	return fitted(iptablesIn(document), forFirewallOf(node));
+}
+
+std::string iptablesCommandsWithCard(const std::string& operating, const std::string& security, HostId node,
+                                     const std::string& partnerHardware)
+{
+	const std::string beginning = "iptables -A VELARIX -i eth1 -s 192.0.2.2 ";
+	return withCard(iptablesIn(operating), beginning + "-j ACCEPT", security, beginning + "-m mac ", node,
+	                partnerHardware);
 }
 
 std::string neighbourCommands(const std::string& document, HostId node, const std::string& partnerHardware,

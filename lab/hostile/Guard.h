@@ -33,6 +33,10 @@ std::string firewallRulesWithCard(const std::string& operating, const std::strin
 /// Likewise for iptables: a shell script.
 std::string iptablesCommands(const std::string& document, HostId node);
 
+/// The same with the partner's hardware address, as for nftables.
+std::string iptablesCommandsWithCard(const std::string& operating, const std::string& security, HostId node,
+                                     const std::string& partnerHardware);
+
 /// The commands that fix a node's neighbours, likewise: a shell script.
 /// @param partnerHardware, gatewayHardware  addresses of their cards
 std::string neighbourCommands(const std::string& document, HostId node, const std::string& partnerHardware,

@@ -1,6 +1,8 @@
 /// Strangers on the pair's networks, in short; the long form is
 /// "velarix-lab hostile". The guards are set up as the documents have them.
 
+#include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <random>
 #include <sstream>
@@ -96,6 +98,12 @@ TEST(Guard, TheRulesComeFromTheDocumentWithTheLabsAddresses)
 	          "        tcp dport 15001 counter drop\n"
 	          "    }\n"
 	          "}\n");
+	EXPECT_EQ(iptablesCommandsWithCard(operatingDocument(), securityDocument(), HostId::b, "02:00:00:00:01:01"),
+	          "iptables -N VELARIX\n"
+	          "iptables -A VELARIX -i eth1 -s 198.51.100.11 -m mac --mac-source 02:00:00:00:01:01 -j ACCEPT\n"
+	          "iptables -A VELARIX -j DROP\n"
+	          "iptables -I INPUT -p tcp --dport 15001 -j VELARIX\n"
+	          "ip6tables -I INPUT -p tcp --dport 15001 -j DROP\n");
 	EXPECT_EQ(reversePathCommands(securityDocument(), "/run"),
 	          "echo net.ipv4.conf.eth0.rp_filter = 1 >/run/90-velarix.conf\n"
 	          "sysctl -p /run/90-velarix.conf\n");
@@ -186,6 +194,31 @@ protected:
 	{
 		const long heard = heardBy(lab(), node).partner;
 		return waitFor([&] { return heardBy(lab(), node).partner > heard; }, moveLimit, "the partner to be heard");
+	}
+
+	void expectToEndAHeldConnection(const std::function<void()>& loadRules)
+	{
+		Stranger holder(lab(), {"hold", "", HostId::b});
+		holder.awaitHold(false);
+		const Millis loaded = lab().clock().now();
+		loadRules();
+		EXPECT_TRUE(partnerIsHeard(HostId::b));
+		std::cout << "heard again after " << secondsText(lab().clock().now() - loaded) << '\n';
+		const long held = timesHeard(HostId::b, "/held/");
+		EXPECT_TRUE(partnerIsHeard(HostId::b));
+		EXPECT_EQ(timesHeard(HostId::b, "/held/"), held);
+		holder.end();
+	}
+
+	void expectToKeepABorrowerOut(const std::function<long()>& dropped)
+	{
+		EXPECT_TRUE(partnerIsHeard(HostId::b));
+		const long before = dropped();
+		Stranger borrower(lab(), {"spoofed", "1-0-0", HostId::b});
+		EXPECT_TRUE(waitFor([&] { return dropped() > before; }, moveLimit, "the borrower to be dropped"));
+		borrower.end();
+		EXPECT_EQ(borrower.tally().connections, 0);
+		EXPECT_EQ(timesHeard(HostId::b, forgedHeartbeat("1-0-0")), 0);
 	}
 
 	HostileRecord m_done; ///< the tally of the last attack
@@ -306,35 +339,39 @@ TEST_F(Hostile, TheServiceNetworkReachesThePortUntilTheGuardsStand)
 	EXPECT_EQ(lab().owners(), "a");
 }
 
-/// A rule that knows the card keeps out who has borrowed the address alone, and rules
-/// that are loaded end a connection that is there already.
-TEST_F(Hostile, TheRulesEndAHeldConnectionAndCanNameTheCard)
+/// Rules that are loaded end a connection that is there already, and a rule that knows the
+/// card keeps out who has borrowed the address alone.
+TEST_F(Hostile, NftablesEndAHeldConnectionAndCanNameTheCard)
 {
 	PAIR_OR_RETURN(startServingPair());
-	Stranger holder(lab(), {"hold", "", HostId::b});
-	holder.awaitHold(false);
-	const Millis loaded = lab().clock().now();
-	setUpGuard(lab(), Guard::firewall);
-	EXPECT_TRUE(partnerIsHeard(HostId::b));
-	std::cout << "heard again after " << secondsText(lab().clock().now() - loaded) << '\n';
-	const long held = timesHeard(HostId::b, "/held/");
-	EXPECT_TRUE(partnerIsHeard(HostId::b));
-	EXPECT_EQ(timesHeard(HostId::b, "/held/"), held);
-	holder.end();
-
+	expectToEndAHeldConnection([&] { setUpGuard(lab(), Guard::firewall); });
 	const std::string rules =
 	    firewallRulesWithCard(operatingDocument(), securityDocument(), HostId::b, hardwareOn(lab(), HostId::a));
 	const CommandResult set =
 	    run({{"nft", "-f", "-"}, "delete table inet velarix\n" + rules, lab().host(HostId::b).inside()});
 	ASSERT_TRUE(set.ok()) << set.output;
-	EXPECT_TRUE(partnerIsHeard(HostId::b));
-	const long dropped = droppedByFirewall(lab(), HostId::b);
-	Stranger borrower(lab(), {"spoofed", "1-0-0", HostId::b});
-	EXPECT_TRUE(waitFor([&] { return droppedByFirewall(lab(), HostId::b) > dropped; }, moveLimit,
-	                    "the borrower to be dropped"));
-	borrower.end();
-	EXPECT_EQ(borrower.tally().connections, 0);
-	EXPECT_EQ(timesHeard(HostId::b, forgedHeartbeat("1-0-0")), 0);
+	expectToKeepABorrowerOut([&] { return droppedByFirewall(lab(), HostId::b); });
+}
+
+TEST_F(Hostile, IptablesEndAHeldConnectionAndCanNameTheCard)
+{
+	PAIR_OR_RETURN(startServingPair());
+	const auto give = [&](const std::string& commands)
+	{
+		const CommandResult set = lab().run(HostId::b, {"sh", "-ec", commands});
+		EXPECT_TRUE(set.ok()) << set.output;
+	};
+	expectToEndAHeldConnection([&] { give(iptablesCommands(operatingDocument(), HostId::b)); });
+	give("iptables -F; iptables -X VELARIX; ip6tables -F");
+	give(iptablesCommandsWithCard(operatingDocument(), securityDocument(), HostId::b, hardwareOn(lab(), HostId::a)));
+	expectToKeepABorrowerOut(
+	    [&]
+	    {
+		    // The last rule of the two, in a line that begins with its packets.
+		    const CommandResult told = lab().run(HostId::b, {"sh", "-c", "iptables -nvxL VELARIX 2"});
+		    EXPECT_NE(told.output.find(" DROP "), std::string::npos) << told.output;
+		    return std::atol(told.output.c_str());
+	    });
 }
 
 /// The nodes' own entries bind nobody but the nodes.

@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <new>
 
@@ -14,6 +16,8 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <Poco/String.h>
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
@@ -279,20 +283,20 @@ TEST_F(LocalUser, HisProcessStandsInForAProgramThatIsDown)
 	EXPECT_TRUE(isTold(running, timesTold(running) + 3));
 }
 
-/// @return the rules from the page, for the given port
-std::string rulesOfThePage(const std::string& port)
+/// @return what the page has from a beginning to an end, for the test's port
+std::string rulesOfThePage(const std::string& beginning, const std::string& ending)
 {
 	std::ifstream page(VELARIX_SECURITY_PAGE);
 	const std::string text((std::istreambuf_iterator<char>(page)), std::istreambuf_iterator<char>());
-	const std::size_t begin = text.find("    table inet velarix_users {");
-	const std::size_t end = text.find("\n    }\n", begin);
+	const std::size_t begin = text.find(beginning);
+	const std::size_t end = text.find(ending, begin);
 	if (begin == std::string::npos || end == std::string::npos)
 	{
 		return "the rules are not on the page";
 	}
-	std::string rules = text.substr(begin, end + 7 - begin);
-	const std::size_t number = rules.find("7000");
-	return number == std::string::npos ? "no port in the rules" : rules.replace(number, 4, port);
+	const std::string rules = text.substr(begin, end + ending.size() - begin);
+	const std::string fitted = Poco::replace(rules, "7000", "7001");
+	return fitted == rules ? "no port in the rules" : fitted;
 }
 
 /// The user speaks as the partner, as often as the port lets him.
@@ -311,37 +315,54 @@ void speak(std::atomic<int>& heard)
 	}
 }
 
-/// @return how many packets the rules have refused
-int refused()
+/// @return the number behind the beginning in what the command tells
+int counted(const std::string& command, const std::string& beginning)
 {
-	sandbox::shell("nft list table inet velarix_users >/usr/velarix/counted");
-	const std::string counted = sandbox::readFile("/usr/velarix/counted");
-	const std::size_t number = counted.find("counter packets ");
-	return number == std::string::npos ? -1 : std::stoi(counted.substr(number + 16));
+	sandbox::shell(command + " >/usr/velarix/counted");
+	const std::string told = sandbox::readFile("/usr/velarix/counted");
+	const std::size_t at = told.find(beginning);
+	return at == std::string::npos ? -1 : std::atoi(told.c_str() + at + beginning.size());
 }
 
-TEST_F(LocalUser, HeSpeaksWithTheNodesAddressUntilTheRulesForUsersStand)
+/// The user speaks as the partner until the rules are loaded; root's agents are not meant.
+class LocalUserAndRules : public LocalUser
 {
-	const std::string his = std::string("D CHeartReciver:164 received message: ") + kHisHeartbeat;
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	ASSERT_TRUE(waitFor([] { return peer::isListenedOn(7001); }, 20s, "the agent's socket"));
-	const Shared<std::atomic<int>> before;
+protected:
+	void expectToRefuseTheUserAlone(const std::string& load, const std::function<int()>& refused)
 	{
-		const UsersProcess user([&] { speak(*before); });
-		EXPECT_TRUE(isTold(his));
+		const std::string his = std::string("D CHeartReciver:164 received message: ") + kHisHeartbeat;
+		DaemonProcess daemon;
+		startAndWaitForWorkers(daemon);
+		ASSERT_TRUE(waitFor([] { return peer::isListenedOn(7001); }, 20s, "the agent's socket"));
+		const Shared<std::atomic<int>> before;
+		{
+			const UsersProcess user([&] { speak(*before); });
+			EXPECT_TRUE(isTold(his));
+		}
+		sandbox::shell(load);
+		const Shared<std::atomic<int>> behind;
+		const UsersProcess user([&] { speak(*behind); });
+		EXPECT_TRUE(waitFor([&] { return refused() >= 10; }, 30s, "ten refusals"));
+		ASSERT_TRUE(waitFor([] { return peer::isListenedOn(7001); }, 20s, "the agent's socket"));
+		peer::connectTo(7001).send(kHeartbeat);
+		EXPECT_TRUE(isTold(std::string("D CHeartReciver:164 received message: ") + kHeartbeat));
+		EXPECT_EQ(*behind, 0);
 	}
-	sandbox::writeFile("/usr/velarix/rules", rulesOfThePage("7001"));
-	sandbox::shell("nft -f /usr/velarix/rules");
-	const Shared<std::atomic<int>> behind;
-	const UsersProcess user([&] { speak(*behind); });
-	EXPECT_TRUE(waitFor([] { return refused() >= 10; }, 30s, "ten refusals"));
-	ASSERT_TRUE(waitFor([] { return peer::isListenedOn(7001); }, 20s, "the agent's socket"));
-	// Root's agents are not meant.
-	peer::connectTo(7001).send(kHeartbeat);
-	EXPECT_TRUE(isTold(std::string("D CHeartReciver:164 received message: ") + kHeartbeat));
-	EXPECT_EQ(*behind, 0);
+};
+
+TEST_F(LocalUserAndRules, HeSpeaksWithTheNodesAddressUntilNftablesRefuseHim)
+{
+	sandbox::writeFile("/usr/velarix/rules", rulesOfThePage("    table inet velarix_users {", "\n    }\n"));
+	expectToRefuseTheUserAlone("nft -f /usr/velarix/rules",
+	                           [] { return counted("nft list table inet velarix_users", "counter packets "); });
 	sandbox::shell("nft delete table inet velarix_users");
+}
+
+TEST_F(LocalUserAndRules, HeSpeaksWithTheNodesAddressUntilIptablesRefuseHim)
+{
+	expectToRefuseTheUserAlone(rulesOfThePage("    iptables -I OUTPUT ", "\n\n"),
+	                           [] { return counted("iptables -nvxL OUTPUT 1", ""); });
+	sandbox::shell("iptables -F; ip6tables -F");
 }
 
 } // namespace
