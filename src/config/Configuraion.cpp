@@ -1,8 +1,5 @@
 #include "Configuraion.h"
 
-#include <iterator>
-#include <sstream>
-
 #include <Poco/Exception.h>
 #include <Poco/FileStream.h>
 
@@ -45,11 +42,11 @@ bool Configuraion::loadFile(const std::string& path)
 {
 	try
 	{
-		// The library's parser never ends on what can be opened and not read: a
-		// directory, a disk that fails.
+		// The library's parser waits for the end of the file alone. What can be opened
+		// and not read to its end, a directory or a disk that fails, has to throw.
 		Poco::FileInputStream file(path);
-		std::istringstream text(std::string(std::istreambuf_iterator<char>(file), {}));
-		m_pFile = new Poco::Util::IniFileConfiguration(text);
+		file.exceptions(std::ios::badbit);
+		m_pFile = new Poco::Util::IniFileConfiguration(file);
 	}
 	catch (const Poco::Exception&)
 	{

@@ -4,6 +4,8 @@
 
 #include <Poco/AutoPtr.h>
 
+#include "velarix/velarix.h"
+
 namespace
 {
 

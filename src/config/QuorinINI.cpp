@@ -138,15 +138,10 @@ bool initialization::loadFile(const std::string& path)
 		}
 		m_filePath.fill('\0');
 		path.copy(m_filePath.data(), path.size());
-		// The library's parser never ends on a directory, which can be opened and
-		// not read. The record is read for every heartbeat: asking the file for its
-		// type would be a fifth of that.
+		// The library's parser waits for the end of the file alone. What can be opened
+		// and not read to its end, a directory or a disk that fails, has to throw.
 		Poco::FileInputStream file(path);
-		file.peek();
-		if (file.bad())
-		{
-			throw Poco::OpenFileException(path);
-		}
+		file.exceptions(std::ios::badbit);
 		m_pFile = new Poco::Util::IniFileConfiguration(file);
 	}
 	catch (const Poco::Exception& exc)

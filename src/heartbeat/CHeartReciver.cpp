@@ -83,6 +83,7 @@ void CHeartReciver::iterate(Loop& loop)
 	}
 	catch (const Poco::Exception& exc)
 	{
+		// No pause: the partner may be at the door behind whoever has failed.
 		velarixLog->error(kSource, 79, "Server Error: %s[CODE: %d][%s]", exc.displayText().c_str(), exc.code(),
 		                  m_processLocation.c_str());
 	}

@@ -6,8 +6,9 @@
 /// listening socket keeps it alive after the daemon has dropped it and swallows
 /// half of the partner's heartbeats. Each launch marks everything above
 /// standard error close-on-exec first. The receiver's thread both listens and
-/// launches, so its sockets are always covered; a heartbeat's socket that the
-/// sender makes within the same microseconds could slip through, half-closed.
+/// launches, so its sockets are always covered. What another thread opens within
+/// the same microseconds could slip through: a heartbeat's socket of the sender,
+/// half-closed, the run-info record that it reads, a log file begun anew.
 ///
 /// The worker threads block SIGQUIT, SIGTERM and SIGPIPE. What they start does
 /// not inherit that: a managed program must be stoppable by an ordinary kill.

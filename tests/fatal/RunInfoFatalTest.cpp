@@ -1,4 +1,8 @@
+#include <cerrno>
+
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <Poco/AutoPtr.h>
 
@@ -25,6 +29,9 @@ constexpr char kOpenFailed[] = "(1 == 0) && \"ini File fopen fail.\"";
 constexpr char kLoadFile[] = "bool initialization::loadFile(const std::string&)";
 constexpr char kReadError[] = "(1==0) && \"read ini error\"";
 constexpr char kGetTime[] = "std::string CHeartSender::getProcessStartedTime()";
+
+/// How many reads still succeed; negative: all of them.
+int g_goodReads = -1;
 
 class RunInfoFatal : public DaemonTest
 {
@@ -61,6 +68,24 @@ private:
 	std::string m_location = "noName";
 };
 
+} // namespace
+
+/// Stands before the C library's, also for the library that reads the record: no disk can
+/// be made to fail behind its first bytes.
+ssize_t read(int descriptor, void* buffer, size_t size)
+{
+	if (g_goodReads == 0)
+	{
+		errno = EIO;
+		return -1;
+	}
+	g_goodReads -= g_goodReads > 0 ? 1 : 0;
+	return ::syscall(SYS_read, descriptor, buffer, size);
+}
+
+namespace
+{
+
 TEST_F(RunInfoFatal, AMissingFileCannotBeLoaded)
 {
 	expectLoadFails("/usr/velarix/bin/log/no-such.txt", "File not found: /usr/velarix/bin/log/no-such.txt");
@@ -68,7 +93,26 @@ TEST_F(RunInfoFatal, AMissingFileCannotBeLoaded)
 
 TEST_F(RunInfoFatal, ADirectoryCannotBeLoaded)
 {
-	expectLoadFails("/usr/velarix/bin/log", "Cannot open file: /usr/velarix/bin/log");
+	expectLoadFails("/usr/velarix/bin/log", "Cannot open file: not a file: /usr/velarix/bin/log");
+}
+
+/// This file opens, and every read of it fails as on a broken disk.
+TEST_F(RunInfoFatal, AFileThatOpensAndCannotBeReadCannotBeLoaded)
+{
+	sandbox::shell("ln -sfn /proc/self/mem /usr/velarix/bin/log/broken.txt");
+	expectLoadFails("/usr/velarix/bin/log/broken.txt", "I/O error: /usr/velarix/bin/log/broken.txt");
+}
+
+TEST_F(RunInfoFatal, AFileThatCannotBeReadToItsEndCannotBeLoaded)
+{
+	sandbox::writeFile(kFile, kRunInfo);
+	const auto loadWithABadEnd = []
+	{
+		g_goodReads = 1;
+		initialization().loadFile(kFile);
+	};
+	EXPECT_FATAL_AFTER(loadWithABadEnd(), "**ERROR**(QuorinINI:29)I/O error: /usr/velarix/bin/log/record.txt",
+	                   kOpenFailed, "QuorinINI", 30, kLoadFile);
 }
 
 TEST_F(RunInfoFatal, AnUnreadableFileCannotBeLoaded)
