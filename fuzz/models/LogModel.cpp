@@ -21,11 +21,12 @@ public:
 
 	void pass(const LogLine& message)
 	{
-		const bool lineBegins = m_at == 0 || (m_at < m_text.size() && m_text[m_at] == '\n');
-		if (m_at > 0 && lineBegins)
+		// The first message may be an empty line: not each one moves the walk.
+		if (m_underWay && m_at < m_text.size() && m_text[m_at] == '\n')
 		{
 			++m_at;
 		}
+		m_underWay = true;
 		if (message.hasHead())
 		{
 			passHead(message);
@@ -43,6 +44,7 @@ public:
 private:
 	const std::string& m_text;
 	std::size_t m_at = 0;
+	bool m_underWay = false;
 
 	void passHead(const LogLine& message)
 	{
