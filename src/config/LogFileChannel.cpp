@@ -1,8 +1,18 @@
 #include "LogFileChannel.h"
 
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include <Poco/AutoPtr.h>
+#include <Poco/DateTime.h>
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeFormatter.h>
+#include <Poco/DateTimeParser.h>
+#include <Poco/File.h>
 
 #include "velarix/velarix.h"
 
@@ -16,7 +26,53 @@ void keepForEver(LogFileChannel* channel)
 	kept->emplace_back(channel, true);
 }
 
+/// @return whether the library would throw at the file's first line
+bool hasUnreadableDate(const std::string& path)
+{
+	constexpr std::string_view remark = "# Log file created/rotated ";
+	std::array<char, 128> beginning{};
+	std::ifstream file(path, std::ios::binary);
+	file.read(beginning.data(), beginning.size());
+	std::string line(beginning.data(), static_cast<std::size_t>(file.gcount()));
+	line.resize(std::min(line.find('\n'), line.size()));
+	if (!line.starts_with(remark))
+	{
+		return false;
+	}
+	int zone = 0;
+	Poco::DateTime date;
+	try
+	{
+		return !Poco::DateTimeParser::tryParse(Poco::DateTimeFormat::RFC1036_FORMAT, line.substr(remark.size()), date,
+		                                       zone);
+	}
+	catch (const Poco::Exception&)
+	{
+		return true;
+	}
+}
+
+/// Under a name as the library gives it.
+void archive(const std::string& path)
+{
+	Poco::File(path).renameTo(path + "." + Poco::DateTimeFormatter::format(Poco::DateTime(), "%Y%m%d%H%M%S%i"));
+}
+
 } // namespace
+
+void LogFileChannel::open()
+{
+	if (!m_isBegun)
+	{
+		m_isBegun = true;
+		const std::string path = getProperty("path");
+		if (hasUnreadableDate(path))
+		{
+			archive(path);
+		}
+	}
+	Poco::FileChannel::open();
+}
 
 void LogFileChannel::log(const Poco::Message& message)
 {

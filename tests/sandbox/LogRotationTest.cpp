@@ -18,6 +18,7 @@
 #include "Sandbox.h"
 #include "VelarixLog.h"
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -91,6 +92,32 @@ TEST_F(LogRotation, AFileOfTwentyFiveHoursIsArchivedUnderATimeStamp)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
 	ASSERT_THAT(archives(), ElementsAre(MatchesRegex("v\\.log\\.20[0-9]{15}")));
 	EXPECT_THAT(logFileLines(std::string(kDirectory) + "/" + archives().front()), ElementsAre("an old line"));
+}
+
+/// The library would end the daemon at it, at each start anew.
+TEST_F(LogRotation, AFileWhoseFirstLineHasNoDateIsArchivedAtTheStart)
+{
+	for (const char* cut : {"", "Sunday, 22 N", "Sunday, 22 Xyz 26 00:08:12 GMT"})
+	{
+		sandbox::writeFile(kLog, std::string("# Log file created/rotated ") + cut + "\nan old line\n");
+		writeOneLine();
+		EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line")) << cut;
+		ASSERT_THAT(archives(), ElementsAre(MatchesRegex("v\\.log\\.20[0-9]{15}"))) << cut;
+		EXPECT_THAT(logFileLines(std::string(kDirectory) + "/" + archives().front()), Contains("an old line"));
+		ASSERT_EQ(std::remove((std::string(kDirectory) + "/" + archives().front()).c_str()), 0);
+		ASSERT_EQ(std::remove(kLog), 0);
+	}
+}
+
+TEST_F(LogRotation, AFileOfEachDayOfTheWeekIsContinuedOrArchived)
+{
+	for (long day = 0; day < 7; ++day)
+	{
+		leaveLogOf(day * 24 * kHour + kHour);
+		writeOneLine();
+		EXPECT_THAT(logFileTexts(kLog), Contains("[Source:1] <I> a new line")) << day;
+		ASSERT_EQ(std::remove(kLog), 0);
+	}
 }
 
 TEST_F(LogRotation, OnlyArchivesBeyondThePurgeAgeAreRemoved)
