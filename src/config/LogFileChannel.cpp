@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include <Poco/AutoPtr.h>
@@ -26,10 +28,16 @@ void keepForEver(LogFileChannel* channel)
 	kept->emplace_back(channel, true);
 }
 
-/// @return whether the library would throw at the file's first line
+/// @return whether the library would throw at the file's first line. A terminal has none,
+///         and would be waited for.
 bool hasUnreadableDate(const std::string& path)
 {
 	constexpr std::string_view remark = "# Log file created/rotated ";
+	std::error_code error;
+	if (!std::filesystem::is_regular_file(path, error))
+	{
+		return false;
+	}
 	std::array<char, 128> beginning{};
 	std::ifstream file(path, std::ios::binary);
 	file.read(beginning.data(), beginning.size());
@@ -39,12 +47,11 @@ bool hasUnreadableDate(const std::string& path)
 	{
 		return false;
 	}
-	int zone = 0;
-	Poco::DateTime date;
 	try
 	{
-		return !Poco::DateTimeParser::tryParse(Poco::DateTimeFormat::RFC1036_FORMAT, line.substr(remark.size()), date,
-		                                       zone);
+		int zone = 0;
+		Poco::DateTimeParser::parse(Poco::DateTimeFormat::RFC1036_FORMAT, line.substr(remark.size()), zone);
+		return false;
 	}
 	catch (const Poco::Exception&)
 	{

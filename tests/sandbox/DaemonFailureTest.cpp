@@ -174,6 +174,20 @@ TEST_F(DaemonFailure, ALogThatCannotBeOpenedIsSaidAndTheDaemonGoesOn)
 	EXPECT_NE(::access("/usr/velarix/noSuchDirectory", F_OK), 0);
 }
 
+TEST_F(DaemonFailure, ALogWhoseFirstLineIsCutDoesNotKeepItFromStarting)
+{
+	settings.set("LOG.PATH", "/usr/velarix/log/cut.log");
+	apply();
+	sandbox::writeFile("/usr/velarix/log/cut.log", "# Log file created/rotated Sunday, 22 N");
+	Poco::Net::ServerSocket partner(Poco::Net::SocketAddress("127.0.0.1", 7002));
+	DaemonProcess daemon;
+	startAndWaitForWorkers(daemon);
+	EXPECT_TRUE(hear(partner));
+	EXPECT_EQ(daemon.threads(), 4);
+	sandbox::shell("grep -qx '# Log file created/rotated Sunday, 22 N' /usr/velarix/log/cut.log.2* &&"
+	               " grep -q 'CAgent:25] <D> stop virtual ip, process' /usr/velarix/log/cut.log");
+}
+
 TEST_F(DaemonFailure, AFullLogDiskEndsTheReceiverInSilenceWhileTheSenderGoesOn)
 {
 	const SmallLogDisk disk;

@@ -109,6 +109,7 @@ TEST_F(LogRotation, AFileWhoseFirstLineHasNoDateIsArchivedAtTheStart)
 	}
 }
 
+/// Which days it can read differs between the library's versions.
 TEST_F(LogRotation, AFileOfEachDayOfTheWeekIsContinuedOrArchived)
 {
 	for (long day = 0; day < 7; ++day)
