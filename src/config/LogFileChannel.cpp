@@ -50,7 +50,8 @@ bool hasUnreadableDate(const std::string& path)
 	try
 	{
 		int zone = 0;
-		Poco::DateTimeParser::parse(Poco::DateTimeFormat::RFC1036_FORMAT, line.substr(remark.size()), zone);
+		[[maybe_unused]] const Poco::DateTime date =
+		    Poco::DateTimeParser::parse(Poco::DateTimeFormat::RFC1036_FORMAT, line.substr(remark.size()), zone);
 		return false;
 	}
 	catch (const Poco::Exception&)
