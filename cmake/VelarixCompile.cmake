@@ -47,10 +47,49 @@ if(VELARIX_COVERAGE)
   target_link_options(velarix_compile INTERFACE --coverage)
 endif()
 
-# velarix_room(NAME SOURCES... DEPENDS...): one static library per folder.
+# What is compiled once and run briefly.
+add_library(velarix_quick_build INTERFACE)
+target_compile_options(velarix_quick_build INTERFACE
+  $<$<CONFIG:RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
+
+# velarix_room(NAME SOURCES... DEPENDS...): one static library per folder of the daemon.
 function(velarix_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} PRIVATE velarix_compile velarix_hardened)
+endfunction()
+
+# velarix_sources(RESULT FOLDER...): the source files of these folders.
+function(velarix_sources result)
+  set(all)
+  foreach(folder ${ARGN})
+    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp)
+    list(APPEND all ${sources})
+  endforeach()
+  set(${result} ${all} PARENT_SCOPE)
+endfunction()
+
+# The headers that most files of the companion programs include, precompiled: once for
+# what is installed and hardened, once for what is not.
+function(velarix_headers name)
+  add_library(${name} OBJECT EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/cmake/headers.cpp)
+  # The libraries' own definitions have to be the same where the headers are used.
+  target_link_libraries(${name} PRIVATE velarix_shared nlohmann_json::nlohmann_json ${ARGN})
+  target_precompile_headers(${name} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/headers.h)
+endfunction()
+
+# velarix_companion(TARGET): compile settings of a target that is installed beside the daemon.
+function(velarix_companion target)
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE velarix_compile velarix_hardened)
+  target_precompile_headers(${target} REUSE_FROM velarix_headers_installed)
+endfunction()
+
+# velarix_apparatus(TARGET): the same for what runs on a developer's machine alone; there
+# a quick build counts for more than speed.
+function(velarix_apparatus target)
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE velarix_compile velarix_quick_build)
+  target_precompile_headers(${target} REUSE_FROM velarix_headers_quick)
 endfunction()

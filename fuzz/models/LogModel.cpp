@@ -11,7 +11,7 @@ namespace fuzz
 namespace
 {
 
-using velarix::ctl::LogLine;
+using velarix::inspect::LogLine;
 
 /// Walks over the text as the messages tell.
 class Walk

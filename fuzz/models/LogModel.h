@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "log/LogLine.h"
+#include "inspect/LogLine.h"
 
 namespace fuzz
 {
@@ -12,6 +12,6 @@ namespace fuzz
 /// Ends the program unless the messages, one after the other, are the text: each
 /// head as it is written there, each text byte for byte.
 /// @param messages none of them cut
-void expectWhole(const std::string& text, const std::vector<velarix::ctl::LogLine>& messages);
+void expectWhole(const std::string& text, const std::vector<velarix::inspect::LogLine>& messages);
 
 } // namespace fuzz

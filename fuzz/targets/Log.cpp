@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "VelarixLog.h"
-#include "log/MessageJoiner.h"
+#include "inspect/MessageJoiner.h"
 
 #include "Daemon.h"
 #include "Target.h"
@@ -23,8 +23,8 @@
 namespace
 {
 
-using velarix::ctl::Instant;
-using velarix::ctl::LogLine;
+using velarix::inspect::Instant;
+using velarix::inspect::LogLine;
 
 /// A call's arguments, enough for each of the formats.
 struct Arguments
@@ -172,8 +172,8 @@ void checkFileLine(const std::string& bytes, char letter, const std::string& pla
 	fuzz::expect("the file line begins with a date", bytes.size() > dateSize, bytes);
 	fuzz::expectEqual("the file line behind its date", bytes.substr(dateSize), head + text + "\n");
 
-	velarix::ctl::LogClock clock;
-	const std::optional<LogLine> message = velarix::ctl::parseHead(bytes.substr(0, bytes.find('\n')), clock);
+	velarix::inspect::LogClock clock;
+	const std::optional<LogLine> message = velarix::inspect::parseHead(bytes.substr(0, bytes.find('\n')), clock);
 	fuzz::expect("velarixctl finds the head", message.has_value(), bytes);
 	checkTime(*message, before);
 	fuzz::expectEqual("velarixctl's place", message->place(), place);

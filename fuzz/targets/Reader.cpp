@@ -15,12 +15,12 @@
 #include <Poco/Exception.h>
 
 #include "HeartbeatMessage.h"
-#include "log/EventReport.h"
-#include "log/Events.h"
-#include "log/LineStream.h"
-#include "log/LogReader.h"
-#include "log/MessageJoiner.h"
-#include "log/Printable.h"
+#include "ctl/history/Events.h"
+#include "ctl/render/EventReport.h"
+#include "inspect/LineStream.h"
+#include "inspect/LogReader.h"
+#include "inspect/MessageJoiner.h"
+#include "inspect/Printable.h"
 
 #include "Daemon.h"
 #include "LogModel.h"
@@ -30,6 +30,7 @@ namespace
 {
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 
 constexpr unsigned kReadOn = 1; // the backwards reader goes on to the archives
 constexpr unsigned kWithRest = 2;

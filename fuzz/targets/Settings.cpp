@@ -10,11 +10,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "check/CheckOutput.h"
-#include "check/Checks.h"
-#include "log/Printable.h"
-#include "settings/SettingsFile.h"
-#include "settings/SettingsKeys.h"
+#include "ctl/check/Checks.h"
+#include "ctl/render/CheckOutput.h"
+#include "inspect/Printable.h"
+#include "inspect/SettingsFile.h"
+#include "inspect/SettingsKeys.h"
 
 #include "Target.h"
 
@@ -22,6 +22,7 @@ namespace
 {
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using Parser = Poco::AutoPtr<Poco::Util::IniFileConfiguration>;
 
 constexpr int kDeepest = 8;

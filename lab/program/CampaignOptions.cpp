@@ -1,6 +1,6 @@
 // The options of the commands that run many pairs, or one for long.
 
-#include "CommandLine.h"
+#include "lab/program/CommandLine.h"
 
 namespace velarix::lab
 {
@@ -16,58 +16,10 @@ int runMatrixCommand(Arguments& arguments)
 	return runMatrix(arguments.matrix);
 }
 
-void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
-{
-	command.add_option("--runs", campaign.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
-	command.add_option("--seed", campaign.seed, "The moments of the faults follow from it")->capture_default_str();
-	command.add_option("--only", campaign.only, "A cell or a group of cells (again for more)");
-	command.add_option("--jobs", campaign.jobs, "Pairs side by side; they mostly wait")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
-	command.add_option("--format", campaign.form, "text, json or markdown")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json", "markdown"}));
-	command.add_option("--output", campaign.output, "Write the report to this file");
-	command.add_option("--records", campaign.records, "Write the report as JSON to this file as well");
-	command.add_option("--from", campaign.from, "Run nothing; tell what such a JSON file holds");
-	command.add_flag("--list", campaign.list, "Name the cells and end");
-}
-
-void addTakeover(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("takeover", "Measure what take-overs last beyond the waits that the agent prescribes");
-	addLabOptions(*command, arguments);
-	TakeoverOptions& takeover = arguments.takeover;
-	takeover.runs = 30;
-	command->add_option("--runs", takeover.runs, "Samples of each path")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 1000));
-	command->add_option("--seed", takeover.seed, "The moments of the faults follow from it")->capture_default_str();
-	command->add_option("--only", takeover.only, "A path (again for more)");
-	command->add_option("--jobs", takeover.jobs, "Pairs side by side; they mostly wait")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 64));
-	command->add_option("--format", takeover.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", takeover.output, "Write the report to this file");
-	command->add_option("--records", takeover.records, "Write the report as JSON to this file as well");
-	command->add_option("--timelines", takeover.timelines, "Directory for the timelines of runs that failed");
-	command->footer("Ends with 0 when every path has its samples, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.takeover.installRoot = arguments.installRoot;
-		    arguments.takeover.times = arguments.times;
-		    status = runTakeover(arguments.takeover);
-	    });
-}
-
 void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
-	addLabOptions(*command, arguments);
+	addLabOptions(*command, arguments.installRoot, arguments.times);
 	MatrixOptions& matrix = arguments.matrix;
 	addCampaignOptions(*command, matrix);
 	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the prescribed waits")
@@ -90,7 +42,7 @@ int runChaosCommand(Arguments& arguments)
 void addChaos(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command = app.add_subcommand("chaos", "Inject and heal faults at random and check the invariants");
-	addLabOptions(*command, arguments);
+	addLabOptions(*command, arguments.installRoot, arguments.times);
 	ChaosCommand& chaos = arguments.chaos;
 	command->add_option("--seed", chaos.options.seed, "The whole schedule follows from it")->capture_default_str();
 	command->add_option("--minutes", chaos.minutes, "Begin no step after that (default 10 without --steps)")
@@ -124,7 +76,7 @@ void addSoak(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
 	    app.add_subcommand("soak", "Keep a pair under faults for long and look whether its agents grow");
-	addLabOptions(*command, arguments);
+	addLabOptions(*command, arguments.installRoot, arguments.times);
 	SoakCommand& soak = arguments.soak;
 	command->add_option("--minutes", soak.minutes, "How long")->capture_default_str()->check(CLI::Range(1, 100000));
 	command->add_option("--seed", soak.options.seed, "The schedule of the faults follows from it")
@@ -139,33 +91,10 @@ void addSoak(CLI::App& app, Arguments& arguments, int& status)
 	command->callback([&] { status = runSoakCommand(arguments); });
 }
 
-void addControls(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("controls", "Strike keepalived and ucarp with the faults of the matrix that apply to them");
-	ControlOptions& controls = arguments.controls;
-	command->add_option("--install-root", arguments.installRoot,
-	                    "Tree with the installed agent; it is not started, but is a part of every lab");
-	addCampaignOptions(*command, controls);
-	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
-	    ->check(CLI::IsMember({"keepalived", "ucarp"}));
-	command->add_option("--settings", controls.settings, "defaults or short (default: both)")
-	    ->check(CLI::IsMember({"defaults", "short"}));
-	command->add_option("--timelines", controls.timelines, "Directory for the timelines and logs of all runs");
-	command->footer("keepalived and ucarp are started inside the lab's hosts only.\n"
-	                "Ends with 0 when every run got to its end, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.controls.installRoot = arguments.installRoot;
-		    status = runControls(arguments.controls);
-	    });
-}
-
 void addHostile(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command = app.add_subcommand("hostile", "Let strangers loose on pairs and compare with what is expected");
-	addLabOptions(*command, arguments);
+	addLabOptions(*command, arguments.installRoot, arguments.times);
 	HostileOptions& hostile = arguments.hostile;
 	command->add_option("--attack", hostile.attacks, "A case or a group of cases, or all (again for more)");
 	command->add_option("--seed", hostile.seed, "Random messages follow from it")->capture_default_str();
@@ -191,60 +120,12 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
-void addIdle(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("idle", "Measure what agent, keepalived and monit cost while nothing happens");
-	addLabOptions(*command, arguments);
-	IdleOptions& idle = arguments.idle;
-	command->add_option("--seconds", idle.seconds, "How long a window is")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 86400));
-	command->add_option("--windows", idle.windows, "How many windows; the median of them is told")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 1000));
-	command->add_option("--guard", idle.guards, "Only this one (again for more): VelarixHA, keepalived, monit")
-	    ->check(CLI::IsMember({"VelarixHA", "keepalived", "monit"}));
-	command->add_option("--format", idle.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", idle.output, "Write the report to this file");
-	command->add_option("--records", idle.records, "Write the report as JSON to this file as well");
-	command->footer("The guards are started inside the lab's hosts only.\n"
-	                "Ends with 0 when all was measured, with 1 when not.");
-	command->callback(
-	    [&]
-	    {
-		    arguments.idle.installRoot = arguments.installRoot;
-		    arguments.idle.times = arguments.times;
-		    status = runIdle(arguments.idle);
-	    });
-}
-
 } // namespace
-
-void addLabOptions(CLI::App& command, Arguments& arguments)
-{
-	command.add_option("--install-root", arguments.installRoot,
-	                   "Tree with the installed agent (default: the one staged by the build, else this machine's)");
-	command.add_option("--interval", arguments.times.interval, "Seconds between heartbeats")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 60));
-	command.add_option("--receiving-time", arguments.times.receivingTime, "Seconds of silence that count as one")
-	    ->capture_default_str()
-	    ->check(CLI::Range(1, 60));
-	command.add_option("--waiting-time", arguments.times.waitingTime, "Seconds between address and programs")
-	    ->capture_default_str()
-	    ->check(CLI::Range(0, 60));
-}
 
 void addCampaigns(CLI::App& app, Arguments& arguments, int& status)
 {
 	addMatrix(app, arguments, status);
-	addControls(app, arguments, status);
 	addHostile(app, arguments, status);
-	addTakeover(app, arguments, status);
-	addIdle(app, arguments, status);
 	addChaos(app, arguments, status);
 	addSoak(app, arguments, status);
 }

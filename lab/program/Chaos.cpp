@@ -1,12 +1,12 @@
-#include "Chaos.h"
+#include "lab/program/Chaos.h"
 
 #include <algorithm>
 #include <iostream>
 
-#include "Campaign.h"
-#include "ChaosReport.h"
-#include "Files.h"
-#include "Lab.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/chaos/ChaosReport.h"
+#include "lab/core/Files.h"
+#include "lab/core/Lab.h"
 
 namespace velarix::lab
 {

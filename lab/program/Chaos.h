@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "ChaosRun.h"
+#include "lab/campaigns/chaos/ChaosRun.h"
 
 namespace velarix::lab
 {

@@ -5,15 +5,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Chaos.h"
-#include "Controls.h"
-#include "Demo.h"
-#include "Hostile.h"
-#include "Idle.h"
-#include "Matrix.h"
-#include "PairCommands.h"
-#include "Soak.h"
-#include "Takeover.h"
+#include "lab/program/Chaos.h"
+#include "lab/program/Demo.h"
+#include "lab/program/Hostile.h"
+#include "lab/program/Matrix.h"
+#include "lab/program/PairCommands.h"
+#include "lab/program/SharedOptions.h"
+#include "lab/program/Soak.h"
 
 namespace velarix::lab
 {
@@ -27,10 +25,7 @@ struct Arguments
 	ChaosCommand chaos;
 	SoakCommand soak;
 	int slack = 2000;
-	ControlOptions controls;
 	HostileOptions hostile;
-	TakeoverOptions takeover;
-	IdleOptions idle;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";
@@ -44,11 +39,8 @@ struct Arguments
 	std::string form = "text";
 };
 
-/// The options of every command that makes a pair: the installed tree and the waits.
-void addLabOptions(CLI::App& command, Arguments& arguments);
-
-/// The commands that run many pairs, or one for long: matrix, controls, hostile,
-/// takeover, idle, chaos, soak. Each writes its exit status to `status`.
+/// The commands that run many pairs, or one for long: matrix, hostile, chaos,
+/// soak. Each writes its exit status to `status`.
 void addCampaigns(CLI::App& app, Arguments& arguments, int& status);
 
 } // namespace velarix::lab

@@ -1,4 +1,4 @@
-#include "Console.h"
+#include "lab/program/Console.h"
 
 #include <cstdlib>
 #include <iostream>

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <string>
 
-#include "Timeline.h"
-#include "Wait.h"
+#include "lab/core/Timeline.h"
+#include "lab/core/Wait.h"
 
 namespace velarix::lab
 {

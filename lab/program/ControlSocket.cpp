@@ -1,4 +1,4 @@
-#include "ControlSocket.h"
+#include "lab/program/ControlSocket.h"
 
 #include <cstring>
 

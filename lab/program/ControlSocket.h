@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "Basics.h"
+#include "lab/core/Basics.h"
 
 namespace velarix::lab
 {

@@ -1,15 +1,15 @@
-#include "Demo.h"
+#include "lab/program/Demo.h"
 
 #include <iostream>
 
 #include <nlohmann/json.hpp>
 
-#include "Console.h"
-#include "Files.h"
-#include "Lab.h"
-#include "Plan.h"
-#include "Scenario.h"
-#include "SvgTimeline.h"
+#include "lab/core/Files.h"
+#include "lab/core/Lab.h"
+#include "lab/core/Plan.h"
+#include "lab/core/Scenario.h"
+#include "lab/core/SvgTimeline.h"
+#include "lab/program/Console.h"
 
 namespace velarix::lab
 {

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "NodeSettings.h"
+#include "lab/core/NodeSettings.h"
 
 namespace velarix::lab
 {

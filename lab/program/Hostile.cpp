@@ -1,12 +1,12 @@
-#include "Hostile.h"
+#include "lab/program/Hostile.h"
 
 #include <algorithm>
 #include <iostream>
 
-#include "Campaign.h"
-#include "HostileRun.h"
-#include "Lab.h"
-#include "Wishes.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/hostile/HostileRun.h"
+#include "lab/campaigns/matrix/Wishes.h"
+#include "lab/core/Lab.h"
 
 namespace velarix::lab
 {

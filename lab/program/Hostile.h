@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "NodeSettings.h"
+#include "lab/core/NodeSettings.h"
 
 namespace velarix::lab
 {

@@ -4,11 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "CommandLine.h"
-#include "Fault.h"
-#include "Lab.h"
-#include "PairCommands.h"
-#include "Plan.h"
+#include "lab/core/Fault.h"
+#include "lab/core/Lab.h"
+#include "lab/core/Plan.h"
+#include "lab/program/CommandLine.h"
+#include "lab/program/PairCommands.h"
 
 namespace
 {
@@ -81,7 +81,7 @@ int runExec(const Arguments& arguments, std::vector<std::string> words)
 void addDemo(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* demo = app.add_subcommand("demo", "Show what the pair does: election, take-over, return, hand-over");
-	addLabOptions(*demo, arguments);
+	addLabOptions(*demo, arguments.installRoot, arguments.times);
 	demo->add_option("--svg", arguments.demo.svgFile, "Write the timeline as a picture to this file")
 	    ->capture_default_str();
 	demo->add_option("--json", arguments.demo.jsonFile, "Write phases and timeline to this file");
@@ -91,7 +91,7 @@ void addDemo(CLI::App& app, Arguments& arguments, int& status)
 void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* up = app.add_subcommand("up", "Start a pair and keep it running");
-	addLabOptions(*up, arguments);
+	addLabOptions(*up, arguments.installRoot, arguments.times);
 	addPairOptions(*up, arguments);
 	up->add_flag("--no-wait", arguments.noWait, "Do not wait until the service answers");
 	up->add_flag("--no-agents", arguments.noAgents, "Start the hosts only, not the agents");
@@ -99,7 +99,7 @@ void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
 	up->callback([&] { status = runUp(arguments, false); });
 
 	CLI::App* supervisor = app.add_subcommand("supervise", "")->group("");
-	addLabOptions(*supervisor, arguments);
+	addLabOptions(*supervisor, arguments.installRoot, arguments.times);
 	addPairOptions(*supervisor, arguments);
 	supervisor->add_flag("--no-agents", arguments.noAgents);
 	supervisor->add_option("--wrap", arguments.wrapper);

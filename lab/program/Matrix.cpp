@@ -1,10 +1,10 @@
-#include "Matrix.h"
+#include "lab/program/Matrix.h"
 
 #include <iostream>
 
-#include "Files.h"
-#include "Lab.h"
-#include "Report.h"
+#include "lab/campaigns/matrix/Report.h"
+#include "lab/core/Files.h"
+#include "lab/core/Lab.h"
 
 namespace velarix::lab
 {

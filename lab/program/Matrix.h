@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "Campaign.h"
-#include "CellRun.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/matrix/CellRun.h"
 
 namespace velarix::lab
 {

@@ -1,4 +1,4 @@
-#include "PairCommands.h"
+#include "lab/program/PairCommands.h"
 
 #include <charconv>
 #include <csignal>
@@ -11,12 +11,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Command.h"
-#include "Console.h"
-#include "ControlSocket.h"
-#include "Files.h"
-#include "Lab.h"
-#include "Plan.h"
+#include "lab/core/Command.h"
+#include "lab/core/Files.h"
+#include "lab/core/Lab.h"
+#include "lab/core/Plan.h"
+#include "lab/program/Console.h"
+#include "lab/program/ControlSocket.h"
 
 namespace velarix::lab
 {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "StateDirectory.h"
-#include "Supervisor.h"
+#include "lab/program/StateDirectory.h"
+#include "lab/program/Supervisor.h"
 
 namespace velarix::lab
 {

@@ -1,10 +1,10 @@
-#include "Soak.h"
+#include "lab/program/Soak.h"
 
 #include <iostream>
 
-#include "Campaign.h"
-#include "Expectations.h"
-#include "Lab.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/core/Lab.h"
+#include "lab/tables/Expectations.h"
 
 namespace velarix::lab
 {

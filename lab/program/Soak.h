@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "SoakRun.h"
+#include "lab/campaigns/soak/SoakRun.h"
 
 namespace velarix::lab
 {

@@ -1,4 +1,4 @@
-#include "StateDirectory.h"
+#include "lab/program/StateDirectory.h"
 
 #include <algorithm>
 #include <cctype>

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Basics.h"
+#include "lab/core/Basics.h"
 
 namespace velarix::lab
 {

@@ -1,4 +1,4 @@
-#include "Supervisor.h"
+#include "lab/program/Supervisor.h"
 
 #include <csignal>
 #include <iostream>
@@ -9,9 +9,9 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include "ControlSocket.h"
-#include "Lab.h"
-#include "SvgTimeline.h"
+#include "lab/core/Lab.h"
+#include "lab/core/SvgTimeline.h"
+#include "lab/program/ControlSocket.h"
 
 namespace velarix::lab
 {

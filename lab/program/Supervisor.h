@@ -3,8 +3,8 @@
 
 #include <filesystem>
 
-#include "NodeSettings.h"
-#include "StateDirectory.h"
+#include "lab/core/NodeSettings.h"
+#include "lab/program/StateDirectory.h"
 
 namespace velarix::lab
 {

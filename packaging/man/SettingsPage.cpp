@@ -11,12 +11,12 @@
 #include <string>
 #include <string_view>
 
-#include "settings/SettingsKeys.h"
+#include "inspect/SettingsKeys.h"
 
 namespace
 {
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 
 /// @return the text as the page formatter prints it letter for letter
 std::string escaped(std::string_view text)

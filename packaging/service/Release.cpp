@@ -16,18 +16,18 @@
 
 #include <Poco/Exception.h>
 
-#include "ExitCode.h"
-#include "Names.h"
-#include "Paths.h"
-#include "settings/SettingsFile.h"
-#include "settings/SettingsKeys.h"
-#include "state/Host.h"
-#include "state/HostProcesses.h"
+#include "inspect/ExitCode.h"
+#include "inspect/Host.h"
+#include "inspect/HostProcesses.h"
+#include "inspect/Names.h"
+#include "inspect/Paths.h"
+#include "inspect/SettingsFile.h"
+#include "inspect/SettingsKeys.h"
 
 namespace
 {
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 
 /// A command that the ended agent had under way may undo what was just done.
 constexpr int kAttempts = 3;

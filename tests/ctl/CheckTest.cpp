@@ -1,8 +1,9 @@
 #include "CheckTest.h"
 
-#include "check/Checks.h"
+#include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 namespace fs = std::filesystem;
 
 CheckTest::CheckTest()

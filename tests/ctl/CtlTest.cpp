@@ -5,7 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "Program.h"
+#include "ctl/Program.h"
 
 namespace fs = std::filesystem;
 

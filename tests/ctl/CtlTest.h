@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "FakeHost.h"
-#include "Paths.h"
+#include "inspect/Paths.h"
 
 /// What one run of the program gave.
 struct Outcome
@@ -52,7 +52,7 @@ protected:
 	bool terminal = false;
 	bool colour = false;
 	/// The running system's unless the test changes them or gives "--root".
-	velarix::ctl::Paths paths;
+	velarix::inspect::Paths paths;
 
 	/// What the program may ask; null when nobody is there.
 	std::istream* in = nullptr;

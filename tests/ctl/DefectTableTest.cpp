@@ -6,9 +6,10 @@
 
 #include "CtlTest.h"
 #include "SoundSettings.h"
-#include "check/Check.h"
+#include "ctl/check/Check.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 
 namespace
 {

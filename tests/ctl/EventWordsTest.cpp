@@ -5,9 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "log/Events.h"
+#include "ctl/history/Events.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 
 namespace
 {

@@ -7,9 +7,10 @@
 #include <sstream>
 
 #include "CtlTest.h"
-#include "log/Explain.h"
+#include "ctl/history/Explain.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 
 #include "FakeMachine.h"
-#include "state/HostResources.h"
+#include "inspect/HostResources.h"
 
-using namespace velarix::ctl::host;
+using namespace velarix::inspect::host;
 
 FakeHost& fakeHost()
 {
@@ -26,7 +26,7 @@ void freshHost()
 	                        {"eth1", "eth1", "192.0.2.1", 24, true}};
 }
 
-namespace velarix::ctl::host
+namespace velarix::inspect::host
 {
 
 FileFacts fileFacts(const std::filesystem::path& path)
@@ -100,4 +100,4 @@ Trial tryCommands(const TrialPlan& plan)
 	return fakeHost().trial;
 }
 
-} // namespace velarix::ctl::host
+} // namespace velarix::inspect::host

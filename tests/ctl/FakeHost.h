@@ -1,5 +1,5 @@
 /// The machine as a test wants it, linked in place of what asks the kernel
-/// (tools/ctl/state/Host.h). `freshHost` sets up a sound node; a test changes
+/// (inspect/Host.h). `freshHost` sets up a sound node; a test changes
 /// what it is about.
 #pragma once
 
@@ -10,20 +10,20 @@
 #include <string>
 #include <vector>
 
-#include "state/Host.h"
-#include "state/HostProcesses.h"
-#include "state/HostTrial.h"
+#include "inspect/Host.h"
+#include "inspect/HostProcesses.h"
+#include "inspect/HostTrial.h"
 
 struct FakeHost
 {
 	/// Told for these paths; all others are those of the real file, owned by root.
-	std::map<std::string, velarix::ctl::host::FileFacts> files;
+	std::map<std::string, velarix::inspect::host::FileFacts> files;
 	uid_t user = 0;
 	std::optional<std::string> whyNoPing;
-	std::map<std::string, velarix::ctl::host::Card> cards;
-	std::vector<velarix::ctl::host::Address> addresses;
+	std::map<std::string, velarix::inspect::host::Card> cards;
+	std::vector<velarix::inspect::host::Address> addresses;
 	/// By ascending pid.
-	std::vector<velarix::ctl::host::Process> processes;
+	std::vector<velarix::inspect::host::Process> processes;
 	/// Ports that another program listens on.
 	std::set<int> takenPorts;
 	/// Ports that the kernel may give to outgoing connections.
@@ -31,8 +31,8 @@ struct FakeHost
 	/// Bytes, of every disk.
 	std::uintmax_t freeSpace = 100ULL * 1000 * 1000 * 1000;
 	/// What a rehearsal of the commands gives, and the plans it got.
-	velarix::ctl::host::Trial trial{.whyNot = "not made up", .start = {}, .stop = {}};
-	std::vector<velarix::ctl::host::TrialPlan> trials;
+	velarix::inspect::host::Trial trial{.whyNot = "not made up", .start = {}, .stop = {}};
+	std::vector<velarix::inspect::host::TrialPlan> trials;
 };
 
 /// @return the one machine of this test program

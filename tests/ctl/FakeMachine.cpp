@@ -2,7 +2,7 @@
 
 #include "FakeHost.h"
 
-using namespace velarix::ctl::host;
+using namespace velarix::inspect::host;
 
 namespace
 {
@@ -24,7 +24,7 @@ FakeMachine& fakeMachine()
 	return machine;
 }
 
-namespace velarix::ctl::host
+namespace velarix::inspect::host
 {
 
 bool isThere(pid_t pid)
@@ -83,4 +83,4 @@ std::chrono::milliseconds elapsed()
 	return fakeMachine().elapsed;
 }
 
-} // namespace velarix::ctl::host
+} // namespace velarix::inspect::host

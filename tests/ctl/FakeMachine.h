@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "state/HostActions.h"
+#include "inspect/HostActions.h"
 
 struct FakeMachine
 {
@@ -29,7 +29,7 @@ struct FakeMachine
 
 	/// Command lines that were run without a network, and "SIGNAL PID" sent.
 	std::vector<std::string> acts;
-	velarix::ctl::host::CommandEnd commandEnd = velarix::ctl::host::CommandEnd::ended;
+	velarix::inspect::host::CommandEnd commandEnd = velarix::inspect::host::CommandEnd::ended;
 	/// Called for each of the acts.
 	std::function<void(const std::string&)> onAct;
 };

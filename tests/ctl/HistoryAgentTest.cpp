@@ -4,6 +4,7 @@
 #include "HistoryTest.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -11,10 +11,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "log/Events.h"
+#include "ctl/history/Events.h"
 
 namespace velarix::ctl
 {
+
+using namespace inspect;
 
 inline constexpr char kStop[] = "drop address";
 inline constexpr char kKill[] = "drop address; killall -9";

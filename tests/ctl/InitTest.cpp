@@ -5,10 +5,11 @@
 #include <sys/stat.h>
 
 #include "CheckTest.h"
-#include "settings/RunInfo.h"
-#include "settings/SettingsKeys.h"
+#include "inspect/RunInfo.h"
+#include "inspect/SettingsKeys.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;

@@ -1,9 +1,10 @@
 // What is found on the disk: directories, rights, programs, tools, the run-info record.
 
 #include "CheckTest.h"
-#include "check/Checks.h"
+#include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using host::FileKind;
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -3,9 +3,10 @@
 #include <functional>
 
 #include "StateTest.h"
-#include "state/Judgement.h"
+#include "ctl/status/Judgement.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 using testing::ElementsAreArray;
 

@@ -7,7 +7,7 @@
 #include "CtlTest.h"
 #include "LogTestSupport.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 using testing::ElementsAre;

@@ -5,7 +5,7 @@
 #include "CtlTest.h"
 #include "LogTestSupport.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 using testing::ElementsAre;
 
 namespace

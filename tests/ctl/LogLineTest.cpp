@@ -6,10 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "LogTestSupport.h"
-#include "log/LogLine.h"
-#include "log/MessageJoiner.h"
+#include "inspect/LogLine.h"
+#include "inspect/MessageJoiner.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 
 namespace

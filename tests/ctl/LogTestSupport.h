@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "log/LogReader.h"
+#include "inspect/LogReader.h"
 
 /// The local zone of this process, until the end of the test.
 class LocalZone
@@ -57,7 +57,7 @@ inline std::string logLine(const std::string& time, const std::string& place, co
 template <typename Reader> std::vector<std::string> readAll(Reader& reader)
 {
 	std::vector<std::string> texts;
-	for (velarix::ctl::LogLine line; reader.next(line);)
+	for (velarix::inspect::LogLine line; reader.next(line);)
 	{
 		texts.push_back(line.hasHead() ? line.place() + " " + line.text : line.text);
 	}

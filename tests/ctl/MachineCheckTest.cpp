@@ -1,9 +1,10 @@
 // What is found on the machine: cards, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
-#include "check/Checks.h"
+#include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

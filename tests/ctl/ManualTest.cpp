@@ -236,7 +236,7 @@ TEST_F(Manual, GivesExamplesThatTheProgramTakes)
 
 TEST_F(Manual, HasEveryExitStatusAndNoOther)
 {
-	const std::string header = readFile(VELARIX_CTL_SOURCES "/ExitCode.h");
+	const std::string header = readFile(VELARIX_INSPECT_SOURCES "/ExitCode.h");
 	const std::regex value("\\w+ = (\\d+)[,\\n]");
 	std::vector<std::string> statuses;
 	for (std::sregex_iterator match(header.begin(), header.end(), value), end; match != end; ++match)

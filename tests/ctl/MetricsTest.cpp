@@ -8,7 +8,7 @@
 
 #include "PlainUser.h"
 #include "StateTest.h"
-#include "state/Exposition.h"
+#include "ctl/render/Exposition.h"
 
 using namespace std::chrono_literals;
 using testing::HasSubstr;
@@ -213,8 +213,8 @@ TEST_F(Metrics, HaveEachSampleOnce)
 {
 	soundSlave();
 	writeSettings(2, {{"PROCESS_NUM", "2\nPROCESS_PATH2 = /elsewhere/server"}});
-	fakeHost().files[kProgram] = velarix::ctl::host::FileFacts{};
-	fakeHost().files["/elsewhere/server"] = velarix::ctl::host::FileFacts{};
+	fakeHost().files[kProgram] = velarix::inspect::host::FileFacts{};
+	fakeHost().files["/elsewhere/server"] = velarix::inspect::host::FileFacts{};
 	const Outcome outcome = runHere({"metrics"});
 	EXPECT_THAT(outcome.out, HasSubstr("velarix_program_processes{program=\"server\"} 0\n"));
 	EXPECT_THAT(outcome.out, HasSubstr("velarix_problem{problem=\"program-file\",severity=\"warning\"} 1\n"));

@@ -1,9 +1,9 @@
 #include "NodeLog.h"
 
 #include "SoundSettings.h"
-#include "TimeText.h"
+#include "inspect/TimeText.h"
 
-using velarix::ctl::isoText;
+using velarix::inspect::isoText;
 
 namespace
 {

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "log/LogLine.h"
+#include "inspect/LogLine.h"
 
 class NodeLog
 {
@@ -13,7 +13,7 @@ public:
 	using Span = std::chrono::milliseconds;
 
 	/// @param end the moment from which spans count back, in UTC as the log shows it
-	explicit NodeLog(velarix::ctl::Instant end, long process = 4711) : m_end(end), m_process(process) {}
+	explicit NodeLog(velarix::inspect::Instant end, long process = 4711) : m_end(end), m_process(process) {}
 
 	/// One line.
 	NodeLog& line(Span before, int thread, const std::string& place, const std::string& text, char letter = 'D');
@@ -44,7 +44,7 @@ public:
 	static constexpr char kMasterBeat[] = "/process/1/1/20260301110000/0/";
 
 private:
-	velarix::ctl::Instant m_end;
+	velarix::inspect::Instant m_end;
 	long m_process;
 	std::string m_text;
 

@@ -4,6 +4,7 @@
 #include "CheckTest.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

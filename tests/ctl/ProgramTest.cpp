@@ -4,7 +4,7 @@
 #include <sstream>
 
 #include "CtlTest.h"
-#include "Program.h"
+#include "ctl/Program.h"
 
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -78,7 +78,7 @@ TEST_F(Program, AnOutputThatCannotBeWrittenIsNoSuccess)
 		velarix::ctl::Context context{.out = full,
 		                              .err = errors,
 		                              .now = std::chrono::system_clock::now,
-		                              .paths = velarix::ctl::Paths(root()),
+		                              .paths = velarix::inspect::Paths(root()),
 		                              .action = {}};
 		EXPECT_EQ(velarix::ctl::run(words, context), 73) << words.front();
 	}

@@ -15,11 +15,11 @@
 #include <unistd.h>
 
 #include "ToolThreads.h"
-#include "state/Host.h"
-#include "state/HostActions.h"
-#include "state/HostProcesses.h"
+#include "inspect/Host.h"
+#include "inspect/HostActions.h"
+#include "inspect/HostProcesses.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 
 namespace

@@ -11,10 +11,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "state/Host.h"
-#include "state/HostResources.h"
+#include "inspect/Host.h"
+#include "inspect/HostResources.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 namespace fs = std::filesystem;
 
 namespace

@@ -10,13 +10,13 @@
 #include <Poco/Util/IniFileConfiguration.h>
 
 #include "CtlTest.h"
-#include "ExitCode.h"
-#include "settings/InputFile.h"
-#include "settings/RunInfo.h"
-#include "settings/SettingsFile.h"
-#include "settings/SettingsKeys.h"
+#include "inspect/ExitCode.h"
+#include "inspect/InputFile.h"
+#include "inspect/RunInfo.h"
+#include "inspect/SettingsFile.h"
+#include "inspect/SettingsKeys.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 using testing::ElementsAre;
 
 namespace

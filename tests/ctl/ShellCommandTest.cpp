@@ -4,9 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "check/AddressCommand.h"
-#include "check/CommandOutput.h"
-#include "check/ShellCommand.h"
+#include "ctl/check/AddressCommand.h"
+#include "ctl/check/CommandOutput.h"
+#include "ctl/check/ShellCommand.h"
 
 using namespace velarix::ctl::shell;
 

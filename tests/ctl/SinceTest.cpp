@@ -3,10 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "LogTestSupport.h"
-#include "log/Printable.h"
-#include "log/Since.h"
+#include "ctl/history/Since.h"
+#include "inspect/Printable.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 
 namespace

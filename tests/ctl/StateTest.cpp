@@ -3,13 +3,13 @@
 #include "SoundSettings.h"
 
 using namespace std::chrono_literals;
-using velarix::ctl::host::FileFacts;
-using velarix::ctl::host::FileKind;
+using velarix::inspect::host::FileFacts;
+using velarix::inspect::host::FileKind;
 
 StateTest::StateTest()
 {
 	// Files of the directory, but the running system: its kernel may be asked.
-	paths = velarix::ctl::Paths(root());
+	paths = velarix::inspect::Paths(root());
 	paths.root = "/";
 }
 
@@ -61,7 +61,7 @@ void StateTest::writeSettings(int node, const std::vector<std::pair<std::string,
 void StateTest::addProcess(pid_t pid, const std::string& name, char state, int threads)
 {
 	fakeHost().processes.push_back({pid, "Name:\t" + name, name, state, threads});
-	std::ranges::sort(fakeHost().processes, {}, &velarix::ctl::host::Process::pid);
+	std::ranges::sort(fakeHost().processes, {}, &velarix::inspect::host::Process::pid);
 }
 
 void StateTest::endProcess(pid_t pid)

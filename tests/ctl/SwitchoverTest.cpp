@@ -9,7 +9,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-using velarix::ctl::host::CommandEnd;
+using velarix::inspect::host::CommandEnd;
 
 namespace
 {

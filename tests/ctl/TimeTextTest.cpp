@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "TimeText.h"
+#include "inspect/TimeText.h"
 
-using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 
 namespace

@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "state/Timing.h"
+#include "ctl/status/Timing.h"
 
 using namespace velarix::ctl;
+using namespace velarix::inspect;
 using namespace std::chrono_literals;
 
 namespace

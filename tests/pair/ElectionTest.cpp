@@ -12,8 +12,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "LogLine.h"
-#include "ProcessTable.h"
+#include "lab/core/LogLine.h"
+#include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
 {

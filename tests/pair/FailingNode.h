@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "PairTest.h"
-#include "ProcessTable.h"
+#include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
 {

@@ -1,7 +1,7 @@
 /// A message with line feeds in it, in a node's log and in what velarixctl makes of it.
 
 #include "OperatorTest.h"
-#include "Stranger.h"
+#include "lab/campaigns/hostile/Stranger.h"
 
 namespace velarix::lab
 {

@@ -11,8 +11,8 @@
 #include <sys/stat.h>
 
 #include "PairTest.h"
-#include "ProcessTable.h"
 #include "ToolThreads.h"
+#include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
 {

@@ -3,8 +3,8 @@
 
 #include <fstream>
 
-#include "CommandHooks.h"
 #include "FailingNode.h"
+#include "lab/core/CommandHooks.h"
 
 namespace velarix::lab
 {

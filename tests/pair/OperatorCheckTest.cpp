@@ -5,8 +5,8 @@
 #include <fstream>
 
 #include "OperatorTest.h"
-#include "ProcessTable.h"
-#include "settings/SettingsKeys.h"
+#include "inspect/SettingsKeys.h"
+#include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
 {
@@ -63,12 +63,12 @@ protected:
 	static std::vector<std::string> keysThatEndTheStart(bool wanted)
 	{
 		std::vector<std::string> keys;
-		for (const ctl::KeyInfo& info : ctl::settingsKeys())
+		for (const inspect::KeyInfo& info : inspect::settingsKeys())
 		{
 			const std::string name(info.name);
 			if ((info.missing == kEndsAtStart) == wanted)
 			{
-				keys.push_back(name == ctl::key::kProcessPath ? ctl::programKey(1) : name);
+				keys.push_back(name == inspect::key::kProcessPath ? inspect::programKey(1) : name);
 			}
 		}
 		return keys;

@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include "Files.h"
-#include "Lab.h"
-#include "Plan.h"
+#include "lab/core/Files.h"
+#include "lab/core/Lab.h"
+#include "lab/core/Plan.h"
 
 namespace velarix::lab
 {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "AgentSampler.h"
 #include "PairTest.h"
-#include "SoakRun.h"
+#include "lab/campaigns/soak/AgentSampler.h"
+#include "lab/campaigns/soak/SoakRun.h"
 
 namespace velarix::lab
 {

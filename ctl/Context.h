@@ -1,0 +1,41 @@
+/// What every verb gets: where the node's files are, where its words go, what
+/// time it is. Nothing else reaches a verb from outside, so that a test can give
+/// it a directory, two string streams and a clock of its own.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <istream>
+#include <ostream>
+
+#include "inspect/ExitCode.h"
+#include "inspect/Paths.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+/// @return the time of day now
+using Clock = std::function<std::chrono::system_clock::time_point()>;
+
+struct Context
+{
+	/// Data; nothing else is written there.
+	std::ostream& out;
+	/// Diagnostics.
+	std::ostream& err;
+	Clock now;
+	/// Standard output is a terminal.
+	bool terminal = false;
+	/// ... that wants colours.
+	bool colour = false;
+	/// The running system's; others with --root, set before `action` runs.
+	Paths paths;
+	/// What the chosen verb does; set by the verb's own callback.
+	std::function<ExitCode()> action;
+	/// Where answers come from; null when nobody is there to be asked.
+	std::istream* in = nullptr;
+};
+
+} // namespace velarix::ctl

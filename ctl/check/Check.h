@@ -1,0 +1,33 @@
+/// Runs all checks that apply.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+#include "ctl/check/Finding.h"
+#include "inspect/Paths.h"
+#include "inspect/SettingsFile.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+struct CheckRequest
+{
+	std::filesystem::path file;
+	std::optional<std::filesystem::path> partner;
+	/// Look at nothing but the two files.
+	bool filesOnly = false;
+	/// Run the virtual IP commands, away from the network.
+	bool tryCommands = false;
+};
+
+/// @param paths where the node's other files are
+/// @throws Failure noPermission when a file may not be read
+CheckReport check(const CheckRequest& request, const Paths& paths);
+
+/// The checks of the two texts alone, of both.
+CheckReport checkTexts(const SettingsFile& own, const SettingsFile& partner);
+
+} // namespace velarix::ctl

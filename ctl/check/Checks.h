@@ -1,0 +1,58 @@
+/// The single checks, one topic each. None of them changes anything, and but for
+/// `trial` none runs a configured command.
+#pragma once
+
+#include "ctl/check/Findings.h"
+#include "inspect/Paths.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+/// ---- on the text alone -----------------------------------------------------
+
+/// Lines that do not do what they look like: unknown and repeated keys, lines
+/// without "=", comments and quotes in a value, references.
+void lines(Findings& findings);
+/// Every key is there, and numbers are numbers.
+void keys(Findings& findings);
+/// The role, the ports, the times.
+void numbers(Findings& findings);
+/// @param withPartner the partner's own interval is known and is looked at by `pair`
+void timing(Findings& findings, bool withPartner);
+void addresses(Findings& findings);
+/// The programs' names and how the run script cuts their paths.
+void programs(Findings& findings);
+/// The commands that raise and drop the address and kill programs.
+void startCommand(Findings& findings);
+void stopCommand(Findings& findings);
+void killCommand(Findings& findings);
+/// The log's path and purge age.
+void log(Findings& findings);
+
+/// ---- on two files ------------------------------------------------------------
+
+/// What must fit between the two nodes.
+void pair(Findings& own, Findings& partner);
+
+/// ---- on the node's disk --------------------------------------------------------
+
+/// The directories, the run-info record and who may write what.
+void installation(Findings& findings, const Paths& paths);
+/// The run-info record alone; a part of `installation`.
+void runInfo(Findings& findings, const Paths& paths);
+/// The programs' files.
+void programFiles(Findings& findings, const Paths& paths);
+/// The tools that the agent and the commands call.
+void tools(Findings& findings, const Paths& paths);
+
+/// ---- on this machine's kernel -----------------------------------------------------
+
+/// Cards, addresses, privileges, space, other processes.
+void machine(Findings& findings, const Paths& paths);
+
+/// Runs the two virtual IP commands, away from the network.
+void trial(Findings& findings);
+
+} // namespace velarix::ctl::checks

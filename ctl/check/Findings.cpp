@@ -1,0 +1,25 @@
+#include "ctl/check/Findings.h"
+
+#include <algorithm>
+
+namespace velarix::ctl
+{
+
+std::size_t CheckReport::count(Severity severity) const
+{
+	return static_cast<std::size_t>(std::ranges::count(findings, severity, &Finding::severity));
+}
+
+void Findings::add(Severity severity, const std::filesystem::path& where, int line, Words words)
+{
+	m_report.findings.push_back({std::move(words.id), severity, where, line, std::move(words.what),
+	                             std::move(words.effect), std::move(words.remedy)});
+}
+
+int Findings::lineFor(std::string_view key) const
+{
+	const int line = file.lineOf(key);
+	return line != 0 ? line : file.lineOfSection(key.substr(0, key.find('.')));
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,189 @@
+#include "ctl/check/Checks.h"
+
+#include <string>
+#include <system_error>
+
+#include <sys/stat.h>
+
+#include "inspect/Host.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using host::FileFacts;
+using host::FileKind;
+
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
+
+/// A directory that the agent needs.
+struct Room
+{
+	fs::path path;
+	/// Its setting's line; 0 for the fixed ones.
+	int line = 0;
+	/// What happens without it.
+	const char* missing;
+	/// What someone who may write there can do.
+	const char* open;
+	Severity openSeverity;
+	/// The permission bits that open it.
+	mode_t openBits;
+};
+
+class Disk
+{
+public:
+	Disk(Findings& findings, const Paths& paths) : m_findings(findings), m_paths(paths) {}
+
+	void settingsFile()
+	{
+		std::error_code none;
+		if (m_findings.file.path() != m_paths.settings &&
+		    !fs::equivalent(m_findings.file.path(), m_paths.settings, none))
+		{
+			m_findings.notChecked("who may write " + m_findings.file.path().string(), "it is not the installed file");
+			return;
+		}
+		const FileFacts facts = host::fileFacts(m_paths.settings);
+		const char* effect = "its commands are run as root: whoever may write it is root";
+		if ((facts.mode & kOthersWrite) != 0)
+		{
+			add(Severity::error, m_paths.settings, 0,
+			    {"settings-writable", "others than root may write the settings", effect,
+			     "chmod go-w " + m_paths.settings.string()});
+		}
+		owner(m_paths.settings, facts, effect, "settings-owner");
+	}
+
+	void room(const Room& room)
+	{
+		const FileFacts facts = host::fileFacts(room.path);
+		const std::string name = room.path.string();
+		if (facts.kind == FileKind::notKnown)
+		{
+			m_findings.notChecked(name, "this user may not look there");
+			return;
+		}
+		if (facts.kind != FileKind::directory)
+		{
+			const bool missing = facts.kind == FileKind::missing;
+			add(Severity::error, where(room), room.line,
+			    {missing ? "missing-directory" : "no-directory", name + (missing ? " is missing" : " is no directory"),
+			     room.missing, "mkdir -p " + name});
+			return;
+		}
+		const bool sticky = (facts.mode & S_ISVTX) != 0;
+		if ((facts.mode & room.openBits) != 0 && !sticky)
+		{
+			add(room.openSeverity, where(room), room.line,
+			    {"writable-directory", "others than root may write in " + name, room.open, "chmod go-w " + name});
+		}
+		owner(room.path, facts, room.open, "directory-owner");
+	}
+
+	void runScript()
+	{
+		if (host::fileFacts(m_paths.runScript).kind == FileKind::directory)
+		{
+			add(Severity::error, m_paths.runScript, 0,
+			    {"run-script-is-a-directory", m_paths.runScript.string() + " is a directory",
+			     "the agent cannot replace it by its run script and ends at its start",
+			     "remove it; the agent makes the file anew at every start"});
+		}
+	}
+
+private:
+	void add(Severity severity, const fs::path& file, int line, Words words)
+	{
+		m_findings.add(severity, file, line, std::move(words));
+	}
+
+	/// A directory that a setting names is told at the setting.
+	fs::path where(const Room& room) const { return room.line != 0 ? m_findings.file.path() : room.path; }
+
+	/// Another system's owners are numbers of that system.
+	void owner(const fs::path& path, const FileFacts& facts, const char* effect, const char* id)
+	{
+		if (m_paths.elsewhere() || facts.owner == 0 || facts.kind == FileKind::missing)
+		{
+			return;
+		}
+		add(Severity::error, path, 0,
+		    {id, path.string() + " belongs to user " + std::to_string(facts.owner), effect,
+		     "chown root:root " + path.string()});
+	}
+
+	Findings& m_findings;
+	const Paths& m_paths;
+};
+
+Room logRoom(const Findings& findings, const Paths& paths)
+{
+	const fs::path log = findings.file.text(key::kLogPath).value_or("");
+	return {paths.below(log.parent_path()),
+	        findings.lineFor(key::kLogPath),
+	        "the agent says \"initLog fail\" on its console and runs without a log file",
+	        "whoever may write there can turn what root logs into another file",
+	        Severity::warning,
+	        S_IWOTH};
+}
+
+/// The log is appended to whatever file it names.
+void logIntoOwnFile(Findings& findings, const Paths& paths, const fs::path& log)
+{
+	for (const fs::path& own : {paths.settings, paths.runInfo, paths.runScript, paths.pid})
+	{
+		if (paths.below(log).lexically_normal() == own.lexically_normal())
+		{
+			findings.error(key::kLogPath,
+			               {"log-into-own-file", "LOG.PATH is a file of the agent's own: " + log.string(),
+			                "the agent writes its log into that file and renames it after 24 hours: it ends at its "
+			                "next start, or before",
+			                "name a file that nothing else uses"});
+		}
+	}
+}
+
+void logFile(Findings& findings, const Paths& paths)
+{
+	const fs::path log = findings.file.text(key::kLogPath).value_or("");
+	if (!log.is_absolute())
+	{
+		return; // told by the check of the setting
+	}
+	Disk(findings, paths).room(logRoom(findings, paths));
+	logIntoOwnFile(findings, paths, log);
+	if (host::fileFacts(paths.below(log)).kind == FileKind::directory)
+	{
+		findings.error(key::kLogPath, {"log-is-a-directory", "LOG.PATH is a directory: " + paths.below(log).string(),
+		                               "the agent says \"initLog fail\" on its console and runs without a log file",
+		                               "add the file's name"});
+	}
+}
+
+} // namespace
+
+void installation(Findings& findings, const Paths& paths)
+{
+	Disk disk(findings, paths);
+	disk.settingsFile();
+	disk.room({paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start",
+	           "the run script there is run as root: whoever may replace it is root", Severity::error, kOthersWrite});
+	disk.runScript();
+	disk.room({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start",
+	           "whoever may replace the pid file there chooses the process that a stop of the agent kills",
+	           Severity::warning, kOthersWrite});
+	disk.room({paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start",
+	           "whoever may replace the run-info record there can end the agent", Severity::warning, kOthersWrite});
+	logFile(findings, paths);
+	runInfo(findings, paths);
+}
+
+} // namespace velarix::ctl::checks

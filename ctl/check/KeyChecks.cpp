@@ -1,0 +1,111 @@
+#include "ctl/check/Checks.h"
+
+#include <algorithm>
+#include <string>
+
+#include <Poco/Exception.h>
+
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+void missing(Findings& findings, const std::string& name, const KeyInfo& info)
+{
+	const Words words{"missing-key", name + " is missing", std::string(info.missing),
+	                  "add the line \"" + name.substr(name.find('.') + 1) + " = " + std::string(info.example) +
+	                      "\" with your value to section [" + name.substr(0, name.find('.')) + "]"};
+	if (info.whenRead == "never")
+	{
+		findings.warning(name, words);
+	}
+	else
+	{
+		findings.error(name, words);
+	}
+}
+
+void unreadable(Findings& findings, const std::string& name, const Poco::Exception& reason)
+{
+	findings.error(name, {"endless-reference", name + " refers to itself",
+	                      "the agent ends when it reads the key (" + reason.displayText() + ")", "write the value"});
+}
+
+void notANumber(Findings& findings, const std::string& name, const KeyInfo& info)
+{
+	const std::string text = findings.file.text(name).value_or("");
+	const std::string kind = text.empty() ? "empty" : "\"" + text + "\", which is no whole number";
+	findings.error(name, {"not-a-number", name + " is " + kind, std::string(info.missing),
+	                      "write a whole number (" + std::string(info.unit.empty() ? "1 or 2" : info.unit) +
+	                          ") and nothing behind it"});
+}
+
+void check(Findings& findings, const std::string& name, const KeyInfo& info)
+{
+	if (findings.file.find(name) == nullptr)
+	{
+		missing(findings, name, info);
+		return;
+	}
+	try
+	{
+		findings.file.textOrThrow(name);
+	}
+	catch (const Poco::Exception& reason)
+	{
+		unreadable(findings, name, reason);
+		return;
+	}
+	if (info.type == KeyType::integer && !findings.file.integer(name))
+	{
+		notANumber(findings, name, info);
+	}
+}
+
+/// The paths up to PROCESS_NUM, told once when several are missing.
+void programPaths(Findings& findings, const KeyInfo& info)
+{
+	const int number = findings.file.integer(key::kProcessNumber).value_or(0);
+	const auto there = std::ranges::count_if(findings.file.lines(),
+	                                         [&](const SettingLine& line)
+	                                         {
+		                                         const KeyInfo* known = findKey(line.key);
+		                                         return known != nullptr && known->name == key::kProcessPath;
+	                                         });
+	// Looking further than one beyond those that are there would tell nothing new.
+	for (int i = 1; i <= number && i <= there + 1; ++i)
+	{
+		const std::string name = programKey(i);
+		if (findings.file.find(name) == nullptr)
+		{
+			findings.error(name, {"missing-program", name + " is missing, and PROCESS_NUM is " + std::to_string(number),
+			                      std::string(info.missing), "add the program's path, or lower PROCESS_NUM"});
+			return;
+		}
+		check(findings, name, info);
+	}
+}
+
+} // namespace
+
+void keys(Findings& findings)
+{
+	for (const KeyInfo& info : settingsKeys())
+	{
+		if (info.name == key::kProcessPath)
+		{
+			programPaths(findings, info);
+		}
+		else
+		{
+			check(findings, std::string(info.name), info);
+		}
+	}
+}
+
+} // namespace velarix::ctl::checks

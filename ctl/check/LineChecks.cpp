@@ -1,0 +1,213 @@
+#include "ctl/check/Checks.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <string_view>
+#include <vector>
+
+#include <Poco/Exception.h>
+#include <Poco/String.h>
+
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+/// @return how many letters must be changed, added or left out to make one text
+///         of the other
+std::size_t distance(const std::string& left, const std::string& right)
+{
+	std::vector<std::size_t> row(right.size() + 1);
+	std::iota(row.begin(), row.end(), std::size_t{0});
+	for (std::size_t i = 0; i < left.size(); ++i)
+	{
+		std::size_t diagonal = row[0];
+		row[0] = i + 1;
+		for (std::size_t j = 0; j < right.size(); ++j)
+		{
+			const std::size_t change = diagonal + (left[i] == right[j] ? 0 : 1);
+			diagonal = row[j + 1];
+			row[j + 1] = std::min({change, row[j] + 1, row[j + 1] + 1});
+		}
+	}
+	return row[right.size()];
+}
+
+/// @return the known key that is spelled most alike; empty when none is near
+std::string likelyMeant(const std::string& key)
+{
+	constexpr std::size_t kNear = 4;
+	std::string best;
+	std::size_t nearest = kNear + 1;
+	for (const KeyInfo& info : settingsKeys())
+	{
+		const std::size_t far = distance(Poco::toUpper(key), std::string(info.name));
+		if (far < nearest)
+		{
+			nearest = far;
+			best = info.name;
+		}
+	}
+	return best;
+}
+
+bool isComment(const SettingLine& line)
+{
+	const std::size_t name = line.key.rfind('.') + 1;
+	return line.key.compare(name, 1, "#") == 0;
+}
+
+void unknownKey(Findings& findings, const SettingLine& line)
+{
+	const std::string meant = likelyMeant(line.key);
+	findings.add(Severity::warning, findings.file.path(), line.line,
+	             {"unknown-key", line.key + " is no key of the agent", "the line has no effect",
+	              meant.empty() ? "remove the line" : "write " + meant + " (spelled so) if that is meant"});
+}
+
+void numberedProgram(Findings& findings, const SettingLine& line)
+{
+	const int number = findings.file.integer(key::kProcessNumber).value_or(std::numeric_limits<int>::max());
+	const std::string digits = line.key.substr(std::string(key::kProcessPath).size());
+	if (digits.size() > 9 || std::stoi(digits) > number)
+	{
+		findings.add(Severity::warning, findings.file.path(), line.line,
+		             {"program-not-counted", line.key + " is beyond PROCESS_NUM, which is " + std::to_string(number),
+		              "the program is not started, watched or killed", "raise PROCESS_NUM or remove the line"});
+	}
+}
+
+void repeatedKey(Findings& findings, const SettingLine& line)
+{
+	const SettingLine* counts = findings.file.find(line.key);
+	if (counts != nullptr && counts->line != line.line)
+	{
+		findings.add(Severity::warning, findings.file.path(), line.line,
+		             {"repeated-key", line.key + " stands again in line " + std::to_string(counts->line),
+		              "the last one counts, this line has no effect", "keep one of the two lines"});
+	}
+}
+
+/// Some editors begin a file with it. It turns what follows into a key.
+void byteOrderMark(Findings& findings, const SettingLine& line)
+{
+	const bool section = line.key.compare(kByteOrderMark.size(), 1, "[") == 0;
+	findings.add(
+	    section ? Severity::error : Severity::warning, findings.file.path(), line.line,
+	    {"byte-order-mark", "the file begins with a byte order mark",
+	     section ? "the section behind it is none: its keys count as missing" : "the line behind it has no effect",
+	     "save the file as UTF-8 without a byte order mark"});
+}
+
+/// @return whether a blank and a comment sign stand in the value
+bool looksCommented(const std::string& value)
+{
+	return value.find(" ;") != std::string::npos || value.find("\t;") != std::string::npos ||
+	       value.find(" #") != std::string::npos || value.find("\t#") != std::string::npos;
+}
+
+bool isQuoted(const std::string& value)
+{
+	return value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.front() == value.back();
+}
+
+/// Integers with a comment or quotes behind them are no integers, which is told there.
+void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
+{
+	if (type == KeyType::command || type == KeyType::integer)
+	{
+		return;
+	}
+	if (looksCommented(line.value))
+	{
+		// The library reads an address up to the first blank, the agent itself does not.
+		const bool harmless = type == KeyType::address && !sameKey(line.key, key::kVirtualIP);
+		findings.add(harmless ? Severity::warning : Severity::error, findings.file.path(), line.line,
+		             {"comment-in-value", "the value of " + line.key + " holds a comment",
+		              "a comment is one only at the beginning of a line; here it is a part of the value",
+		              "move the comment to a line of its own that begins with \";\""});
+	}
+	else if (isQuoted(line.value))
+	{
+		findings.error(line.key, {"quoted-value", "the value of " + line.key + " stands in quotes",
+		                          "the quotes are a part of the value", "remove the quotes"});
+	}
+}
+
+/// What "${...}" in a value becomes.
+void reference(Findings& findings, const SettingLine& line, KeyType type)
+{
+	const std::size_t begin = line.value.find("${");
+	if (begin == std::string::npos)
+	{
+		return;
+	}
+	if (line.value.find('}', begin) == std::string::npos)
+	{
+		findings.warning(line.key, {"reference-not-closed", "\"${\" in " + line.key + " is not closed",
+		                            "everything behind it is taken for the name of a key", "close it with \"}\""});
+	}
+	const std::optional<std::string> expanded = findings.file.text(line.key);
+	if (expanded && type != KeyType::command && expanded->find("${") != std::string::npos)
+	{
+		findings.error(line.key, {"reference-to-nothing", line.key + " refers to a key that is not there",
+		                          "the reference stays in the value as it is",
+		                          "name a key as ${SECTION.KEY}, or write the value"});
+	}
+}
+
+void value(Findings& findings, const SettingLine& line)
+{
+	const KeyInfo* info = findKey(line.key);
+	if (info == nullptr)
+	{
+		unknownKey(findings, line);
+		return;
+	}
+	if (findings.file.find(line.key) != &line)
+	{
+		repeatedKey(findings, line);
+		return;
+	}
+	if (info->name == key::kProcessPath)
+	{
+		numberedProgram(findings, line);
+	}
+	decoratedValue(findings, line, info->type);
+	reference(findings, line, info->type);
+}
+
+} // namespace
+
+void lines(Findings& findings)
+{
+	for (const SettingLine& line : findings.file.lines())
+	{
+		if (line.key.starts_with(kByteOrderMark))
+		{
+			byteOrderMark(findings, line);
+			continue;
+		}
+		if (!line.assigned && !isComment(line))
+		{
+			findings.add(Severity::warning, findings.file.path(), line.line,
+			             {"no-assignment", "the line has no \"=\"",
+			              "it counts as the key " + line.key + " with an empty value",
+			              "write KEY = VALUE, or begin a comment with \";\""});
+		}
+		if (!isComment(line))
+		{
+			value(findings, line);
+		}
+	}
+}
+
+} // namespace velarix::ctl::checks

@@ -1,0 +1,260 @@
+#include "ctl/check/Checks.h"
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <vector>
+
+#include <Poco/Net/IPAddress.h>
+
+#include "ctl/status/AgentProcess.h"
+#include "inspect/Host.h"
+#include "inspect/HostProcesses.h"
+#include "inspect/HostResources.h"
+#include "inspect/Names.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+using host::Address;
+using Poco::Net::IPAddress;
+
+/// What a node logs in a day, both workers at a pace of a second.
+constexpr std::uintmax_t kLogPerDay = 110ULL * 1000 * 1000;
+constexpr std::uintmax_t kMegabyte = 1000ULL * 1000;
+
+void card(Findings& findings, const std::string& name, const std::string& use, const std::string& effect)
+{
+	const host::Card card = host::card(name);
+	if (!card.present)
+	{
+		findings.add(Severity::error, findings.file.path(), 0,
+		             {"missing-card", "there is no network card " + name + ", the " + use + " card", effect,
+		              "give the card that name; the names are fixed"});
+	}
+	else if (!card.carrier.value_or(false))
+	{
+		findings.add(Severity::warning, findings.file.path(), 0,
+		             {"card-without-carrier", "the " + use + " card " + name + " has no carrier", effect,
+		              "plug in the cable, or bring the card up"});
+	}
+}
+
+void cards(Findings& findings)
+{
+	card(findings, kServiceCard, "service", "a node that becomes master gives up at once");
+	card(findings, kCommunicationCard, "communication",
+	     "a slave counts no silences: it does not take over from a partner that has fallen silent while the service "
+	     "address still answers");
+}
+
+void ownAddress(Findings& findings, const std::vector<Address>& addresses)
+{
+	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
+	IPAddress parsed;
+	if (!IPAddress::tryParse(own, parsed) || parsed.isWildcard() || parsed.family() != IPAddress::IPv4)
+	{
+		return; // told by the check of the addresses
+	}
+	const auto found = std::ranges::find(addresses, own, &Address::address);
+	if (found == addresses.end())
+	{
+		findings.error(key::kThisServerIP,
+		               {"not-this-node", "THIS_SERVER_IP is " + own + ", which is no address of this machine",
+		                "the agent cannot listen there and ends at its start",
+		                "write this node's address on the communication network"});
+	}
+	else if (found->card != kCommunicationCard && !parsed.isLoopback())
+	{
+		findings.warning(key::kThisServerIP,
+		                 {"not-on-communication-card", "THIS_SERVER_IP is on " + found->card + ", not on eth1",
+		                  "the agent watches the carrier of eth1 while the heartbeats come over " + found->card +
+		                      ": it counts silences, or does not, for the wrong reason",
+		                  "use the address on eth1"});
+	}
+}
+
+/// "ifconfig" lists the broadcast address too.
+std::string broadcastOf(const Address& address)
+{
+	const IPAddress mask(static_cast<unsigned>(std::clamp(address.prefix, 0, 32)), IPAddress::IPv4);
+	return (IPAddress(address.address) | ~mask).toString();
+}
+
+/// @return what "ifconfig" shows of an address
+std::vector<std::string> listed(const Address& address)
+{
+	return address.listed ? std::vector<std::string>{address.address, broadcastOf(address)}
+	                      : std::vector<std::string>{};
+}
+
+void insideAnother(Findings& findings, const std::string& wanted, const std::string& text, const std::string& card)
+{
+	findings.error(key::kVirtualIP,
+	               {"address-inside-another",
+	                "the text " + wanted + " is a part of " + text + ", which \"ifconfig\" lists on " + card,
+	                "the agent takes the virtual IP for raised: it never is",
+	                "choose an address whose text is no part of another one on the node"});
+}
+
+void listing(Findings& findings, const std::vector<Address>& addresses)
+{
+	const std::string wanted = findings.file.text(key::kVirtualIP).value_or("");
+	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
+	if (wanted.empty())
+	{
+		return;
+	}
+	for (const Address& address : addresses)
+	{
+		for (const std::string& text : listed(address))
+		{
+			// The text of the node's own address is looked at without the machine too.
+			if (text != wanted && text != own && text.find(wanted) != std::string::npos)
+			{
+				insideAnother(findings, wanted, text, address.card);
+				return;
+			}
+		}
+	}
+}
+
+void pings(Findings& findings)
+{
+	const std::optional<std::string> why = host::whyNoPing();
+	if (!why)
+	{
+		return;
+	}
+	if (host::user() != 0)
+	{
+		findings.notChecked("whether the agent may send pings", "only root may try");
+		return;
+	}
+	findings.add(Severity::error, findings.file.path(), 0,
+	             {"no-raw-sockets", "root may not open a raw socket here: " + *why,
+	              "every ping counts as lost: whichever node becomes master gives up at once",
+	              "give the agent CAP_NET_RAW"});
+}
+
+void ports(Findings& findings, const Paths& paths)
+{
+	const int port = findings.file.integer(key::kReceivePort).value_or(0);
+	if (port < 1 || port > 65535)
+	{
+		return;
+	}
+	if (host::isOutgoingPort(port).value_or(false))
+	{
+		findings.warning(
+		    key::kReceivePort,
+		    {"port-of-outgoing-connections",
+		     "the kernel gives port " + std::to_string(port) + " to outgoing connections",
+		     "the agent listens anew in each pass: when a connection has got the port meanwhile, the agent "
+		     "ends",
+		     "choose a port outside of net.ipv4.ip_local_port_range, or add it to "
+		     "net.ipv4.ip_local_reserved_ports"});
+	}
+	const Agent agent = lookForAgent(paths);
+	if (agent.lives() || agent.stranger != 0)
+	{
+		findings.notChecked("whether port " + std::to_string(port) + " is free", "the agent runs and uses it");
+	}
+	else if (host::isPortTaken(findings.file.text(key::kThisServerIP).value_or(""), port))
+	{
+		findings.error(key::kReceivePort,
+		               {"port-taken", "another program listens on port " + std::to_string(port),
+		                "the agent cannot listen there and ends at its start", "choose another port, in both files"});
+	}
+}
+
+/// @return whole days of the purge age, at least one; nothing for what has no age
+std::optional<std::uintmax_t> daysOf(const std::string& age)
+{
+	const std::size_t digits = std::min(age.find_first_not_of("0123456789"), age.size());
+	if (digits == 0 || digits > 6)
+	{
+		return std::nullopt;
+	}
+	const std::uintmax_t number = std::stoul(age.substr(0, digits));
+	if (age.find("month") != std::string::npos)
+	{
+		return number * 30;
+	}
+	if (age.find("week") != std::string::npos)
+	{
+		return number * 7;
+	}
+	return age.find("day") != std::string::npos ? number : std::uintmax_t{1};
+}
+
+void logSpace(Findings& findings, const Paths& paths)
+{
+	const std::filesystem::path log = findings.file.text(key::kLogPath).value_or("");
+	const std::optional<std::uintmax_t> days = daysOf(findings.file.text(key::kPurgeAge).value_or(""));
+	const std::optional<std::uintmax_t> space = host::freeSpace(paths.below(log.parent_path()));
+	// The day that is being written comes on top.
+	if (!log.is_absolute() || !days || !space || (*days + 1) * kLogPerDay <= *space)
+	{
+		return;
+	}
+	findings.warning(
+	    key::kPurgeAge,
+	    {"little-log-space",
+	     "logs of " + std::to_string(*days) + " days take about " +
+	         std::to_string((*days + 1) * kLogPerDay / kMegabyte) + " MB, and " + std::to_string(*space / kMegabyte) +
+	         " MB are free",
+	     "on a full disk the receiver thread ends in silence while heartbeats still go out, and nobody takes "
+	     "over",
+	     "shorten the age, or move the log to a larger disk"});
+}
+
+/// Processes of other programs that the agent will take for a managed one.
+void namesakes(Findings& findings)
+{
+	const std::vector<host::Process> processes = host::processes().value_or(std::vector<host::Process>{});
+	int number = 0;
+	for (const std::string& program : findings.file.programs())
+	{
+		++number;
+		const std::string name = programName(program);
+		const auto other = std::ranges::find_if(processes,
+		                                        [&](const host::Process& process)
+		                                        {
+			                                        return !name.empty() && process.name != name &&
+			                                               process.name.find(name) != std::string::npos &&
+			                                               process.name != kAgentName;
+		                                        });
+		if (other != processes.end())
+		{
+			findings.warning(programKey(number),
+			                 {"name-of-another-process",
+			                  "\"" + name + "\" is a part of \"" + other->name + "\", process " +
+			                      std::to_string(other->pid) + " of this machine",
+			                  "the agent counts that process as the program: that the program has died is not noticed",
+			                  "choose a name that nothing else on the node contains"});
+		}
+	}
+}
+
+} // namespace
+
+void machine(Findings& findings, const Paths& paths)
+{
+	const std::vector<Address> addresses = host::addresses();
+	cards(findings);
+	ownAddress(findings, addresses);
+	listing(findings, addresses);
+	pings(findings);
+	ports(findings, paths);
+	logSpace(findings, paths);
+	namesakes(findings);
+}
+
+} // namespace velarix::ctl::checks

@@ -1,0 +1,205 @@
+#include "ctl/check/Checks.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "ctl/check/AddressCommand.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+/// An asking node drops its ask with the fourth heartbeat of a partner that has
+/// not heard it yet.
+constexpr int kHeartbeatsOfAnAsk = 3;
+/// Silences in a row until a slave gives its partner up.
+constexpr int kSilences = 3;
+
+std::string bare(const std::string& key)
+{
+	return key.substr(key.find('.') + 1);
+}
+
+/// "KEY is VALUE here, and OTHER is VALUE in FILE:LINE"
+std::string against(const Findings& here, const std::string& key, const Findings& there, const std::string& other)
+{
+	return bare(key) + " is " + here.file.text(key).value_or("") + ", and " + bare(other) + " is " +
+	       there.file.text(other).value_or("") + " in " + there.file.path().string() + ":" +
+	       std::to_string(there.file.lineOf(other));
+}
+
+/// What one node says of its partner must be what the partner says of itself.
+void mirrors(Findings& here, Findings& there)
+{
+	const std::optional<std::string> address = here.file.text(key::kPartnerIP);
+	const std::optional<std::string> itself = there.file.text(key::kThisServerIP);
+	if (address && itself && *address != *itself && *itself != "0.0.0.0")
+	{
+		here.error(key::kPartnerIP,
+		           {"addresses-not-mirrored", against(here, key::kPartnerIP, there, key::kThisServerIP),
+		            "heartbeats and pings go elsewhere: each node takes the other for silent, and both may serve",
+		            "write the partner's THIS_SERVER_IP"});
+	}
+	const std::optional<int> port = here.file.integer(key::kPartnerPort);
+	const std::optional<int> listening = there.file.integer(key::kReceivePort);
+	if (port && listening && *port != *listening)
+	{
+		here.error(key::kPartnerPort,
+		           {"ports-not-mirrored", against(here, key::kPartnerPort, there, key::kReceivePort),
+		            "no heartbeat arrives there: the partner counts silences, and takes over as soon as a ping is lost",
+		            "write the partner's HEART_BEAT_RECEIVE_PORT"});
+	}
+}
+
+void roles(Findings& own, Findings& partner)
+{
+	const std::optional<int> left = own.file.integer(key::kMode);
+	const std::optional<int> right = partner.file.integer(key::kMode);
+	if (!left || !right)
+	{
+		return;
+	}
+	if (*left == 1 && *right == 1)
+	{
+		own.error(key::kMode, {"two-masters", "MODE is 1 on both nodes",
+		                       "both become master, and with each heartbeat both restart the service, without end",
+		                       "write 1 on one node and 2 on the other"});
+	}
+	else if (*left != 1 && *right != 1)
+	{
+		own.error(key::kMode, {"no-master", "MODE is 1 on neither node",
+		                       "as long as both live no node becomes master: the service is never started",
+		                       "write 1 on one node and 2 on the other"});
+	}
+}
+
+void virtualIP(Findings& own, Findings& partner)
+{
+	const std::optional<std::string> left = own.file.text(key::kVirtualIP);
+	const std::optional<std::string> right = partner.file.text(key::kVirtualIP);
+	if (left && right && *left != *right)
+	{
+		own.error(key::kVirtualIP,
+		          {"virtual-ip-differs", against(own, key::kVirtualIP, partner, key::kVirtualIP),
+		           "the service has another address after each move, and a slave does not see that its "
+		           "partner serves",
+		           "write the same address in both"});
+	}
+}
+
+std::vector<int> prefixes(const Findings& findings)
+{
+	std::vector<int> result;
+	for (const shell::AddressAction& action :
+	     shell::addressActions(shell::parse(findings.file.text(key::kStartCommand).value_or(""))))
+	{
+		if (action.adds && action.prefix)
+		{
+			result.push_back(*action.prefix);
+		}
+	}
+	return result;
+}
+
+void prefix(Findings& own, Findings& partner)
+{
+	const std::vector<int> left = prefixes(own);
+	const std::vector<int> right = prefixes(partner);
+	if (left.size() == 1 && right.size() == 1 && left[0] != right[0])
+	{
+		own.warning(key::kStartCommand,
+		            {"prefix-differs",
+		             "the address is raised as /" + std::to_string(left[0]) + " here, and as /" +
+		                 std::to_string(right[0]) + " by the partner",
+		             "one of the nodes routes wrongly while it holds the address", "write the same prefix in both"});
+	}
+}
+
+void programs(Findings& own, Findings& partner)
+{
+	std::vector<std::string> left = own.file.programs();
+	std::vector<std::string> right = partner.file.programs();
+	std::ranges::sort(left);
+	std::ranges::sort(right);
+	if (left != right)
+	{
+		own.warning(key::kProcessNumber,
+		            {"programs-differ",
+		             "the programs are not those of the partner (" + std::to_string(left.size()) + " here, " +
+		                 std::to_string(right.size()) + " there)",
+		             "after a move the service is another one", "name the same programs in both files"});
+	}
+}
+
+/// @return nothing for a time that is missing, zero or negative, told elsewhere
+std::optional<long> above(const Findings& findings, const std::string& key)
+{
+	const std::optional<int> seconds = findings.file.integer(key);
+	return seconds && *seconds > 0 ? std::optional<long>(*seconds) : std::nullopt;
+}
+
+/// One node's patience against the other one's pace.
+void silence(Findings& here, const Findings& there)
+{
+	const std::optional<long> receiving = above(here, key::kReceivingTime);
+	const std::optional<long> interval = above(there, key::kInterval);
+	if (!receiving || !interval || *receiving >= 2 * *interval)
+	{
+		return;
+	}
+	const std::string what = against(here, key::kReceivingTime, there, key::kInterval);
+	const std::string remedy = "write at least " + std::to_string(2 * *interval);
+	if (kSilences * (*receiving + 1) <= *interval)
+	{
+		here.error(key::kReceivingTime,
+		           {"receiving-time-below-interval", what,
+		            "three silences are counted between two heartbeats of a partner that is well: one round of lost "
+		            "pings, and both nodes are master",
+		            remedy});
+		return;
+	}
+	here.warning(key::kReceivingTime,
+	             {"short-receiving-time", what + ": less than twice as long",
+	              "the partner's heartbeats come too late now and then: silences are logged as errors and counted "
+	              "although it is well",
+	              remedy});
+}
+
+void paces(Findings& own, Findings& partner)
+{
+	const std::optional<long> left = above(own, key::kInterval);
+	const std::optional<long> right = above(partner, key::kInterval);
+	if (!left || !right || std::max(*left, *right) < kHeartbeatsOfAnAsk * std::min(*left, *right) || *left == *right)
+	{
+		return;
+	}
+	own.warning(
+	    key::kInterval,
+	    {"paces-differ", against(own, key::kInterval, partner, key::kInterval),
+	     "a node that asks its partner to take over counts four of the partner's heartbeats and drops the ask: "
+	     "the slower one may not have been heard by then, and the service falls back to the node that gave it up",
+	     "write the same interval in both"});
+}
+
+} // namespace
+
+void pair(Findings& own, Findings& partner)
+{
+	mirrors(own, partner);
+	mirrors(partner, own);
+	roles(own, partner);
+	virtualIP(own, partner);
+	prefix(own, partner);
+	programs(own, partner);
+	silence(own, partner);
+	silence(partner, own);
+	paces(own, partner);
+}
+
+} // namespace velarix::ctl::checks

@@ -1,0 +1,342 @@
+#include <algorithm>
+#include <cctype>
+
+#include "ctl/history/HistoryMachine.h"
+#include "inspect/Catalogue.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+/// What counts as a gap: four times the longest usual one, which the settings'
+/// intervals give, and no less than half a minute; before that is known, five
+/// minutes.
+constexpr auto kGap = 30s;
+constexpr auto kGapAtFirst = 5min;
+constexpr int kUsual = 4;
+constexpr int kEnoughMessages = 100;
+/// Workers' messages are written a little out of their order.
+constexpr auto kSetBack = 2s;
+/// An error behind which the daemon ends is its last word, but for what other
+/// threads say meanwhile.
+constexpr auto kLastWord = 1s;
+constexpr auto kRepeat = 1h;
+constexpr std::size_t kMostErrors = 256;
+constexpr std::size_t kMostThreads = 16;
+constexpr std::size_t kLongestDetail = 300;
+
+constexpr std::string_view kReceiver = "CHeartReciver";
+constexpr std::string_view kSender = "CHeartSender";
+constexpr std::string_view kChecker = "ProcessChecker";
+
+Milliseconds between(Instant from, Instant to)
+{
+	return std::chrono::duration_cast<Milliseconds>(to - from);
+}
+
+} // namespace
+
+std::string oneLine(std::string_view text)
+{
+	std::string line;
+	for (const char c : text.substr(0, kLongestDetail))
+	{
+		const bool blank = std::isspace(static_cast<unsigned char>(c)) != 0;
+		if (!blank || (!line.empty() && line.back() != ' '))
+		{
+			line += blank ? ' ' : c;
+		}
+	}
+	while (!line.empty() && line.back() == ' ')
+	{
+		line.pop_back();
+	}
+	return line;
+}
+
+HistoryMachine::HistoryMachine(History::Sink sink, Commands commands)
+    : m_sink(std::move(sink)), m_commands(std::move(commands))
+{
+}
+
+void HistoryMachine::feed(const LogLine& line)
+{
+	m_line = &line;
+	++m_picture.letters[line.letter];
+	if (!line.hasHead() || !readTime())
+	{
+		return;
+	}
+	noteAgent();
+	noteGap();
+	m_picture.lastMessage = m_now;
+	noteWorker();
+	if (const Handler handler = handlerOf(line.label, line.number))
+	{
+		(this->*handler)();
+	}
+	else if (line.letter == 'E')
+	{
+		noteError();
+	}
+}
+
+/// A message without a date happened when the one before did.
+bool HistoryMachine::readTime()
+{
+	const std::optional<Instant> time = m_line->time ? m_line->time : m_picture.lastMessage;
+	m_now = time.value_or(Instant());
+	return time.has_value();
+}
+
+void HistoryMachine::noteGap()
+{
+	if (!m_picture.lastMessage)
+	{
+		return;
+	}
+	const std::chrono::nanoseconds passed = m_now - *m_picture.lastMessage;
+	const std::chrono::nanoseconds usual = kUsual * m_agent.usualGap;
+	const std::chrono::nanoseconds limit =
+	    ++m_agent.messages > kEnoughMessages ? std::max<std::chrono::nanoseconds>(kGap, usual) : kGapAtFirst;
+	if (passed >= limit)
+	{
+		emit(EventKind::logGap, Cause::none, {}, {}, between(*m_picture.lastMessage, m_now));
+	}
+	else if (passed <= -kSetBack)
+	{
+		emit(EventKind::clockSetBack, Cause::none, {}, {}, between(m_now, *m_picture.lastMessage));
+	}
+	else
+	{
+		m_agent.usualGap = std::max(m_agent.usualGap, passed);
+	}
+}
+
+void HistoryMachine::noteAgent()
+{
+	const bool mainThread = m_line->thread == 0;
+	if (m_before && m_line->process == m_before->first.process && m_line->process != m_picture.process && !mainThread)
+	{
+		resume();
+	}
+	else if (m_line->process != m_picture.process || startsAnew())
+	{
+		begin();
+	}
+	m_agent.startSeen = m_agent.startSeen || m_line->is("CAgent", 25);
+	m_agent.workersSeen = m_agent.workersSeen || !mainThread;
+}
+
+/// The same process id again, as after a reboot: the main thread speaks at the
+/// start alone.
+bool HistoryMachine::startsAnew() const
+{
+	if (m_line->is("CAgent", 25))
+	{
+		return m_agent.startSeen || m_agent.workersSeen;
+	}
+	const bool ofStart = m_line->is("CAgent", 38) || m_line->is("CAgent", 179) || m_line->is(kChecker, 69);
+	return ofStart && m_line->thread == 0 && m_agent.workersSeen;
+}
+
+void HistoryMachine::begin()
+{
+	const bool first = m_picture.process == 0;
+	const bool fromItsStart = m_line->thread == 0;
+	std::optional<Milliseconds> without;
+	if (!first)
+	{
+		end();
+		without = since(*m_picture.lastMessage);
+		m_before.emplace(m_picture, m_agent);
+	}
+	Picture fresh;
+	std::swap(fresh, m_picture);
+	carryCountsFrom(fresh);
+	m_picture.lastRoleChange = fresh.lastRoleChange;
+	m_picture.process = m_line->process;
+	m_agent = {};
+	if (first && !fromItsStart)
+	{
+		return;
+	}
+	m_picture.agentStarted = m_now;
+	emit(EventKind::agentStarted, Cause::none, {}, fromItsStart ? "" : "its first messages are missing", without);
+	if (fresh.role && fresh.role->value == Role::master)
+	{
+		m_picture.role = fresh.role;
+		setRole(Role::slave, Cause::agentStart);
+	}
+	tell(m_picture.role, Role::slave);
+}
+
+/// Of the agent whose messages end here.
+void HistoryMachine::end()
+{
+	const Instant last = m_picture.lastMessage.value_or(m_now);
+	std::optional<Milliseconds> life;
+	if (m_picture.agentStarted)
+	{
+		life = between(*m_picture.agentStarted, last);
+	}
+	if (m_picture.takeOver)
+	{
+		Event unfinished = event(EventKind::takeOverUnfinished, m_picture.takeOver->cause);
+		unfinished.time = last;
+		unfinished.process = m_picture.process;
+		unfinished.duration = between(m_picture.takeOver->time, last);
+		unfinished.detail = "the agent ended";
+		unfinished.place.clear();
+		emit(unfinished);
+	}
+	Event ended = event(EventKind::agentEnded, Cause::killed);
+	ended.place.clear();
+	if (m_agent.fatal && last - m_agent.fatal->time <= kLastWord)
+	{
+		ended = *m_agent.fatal;
+	}
+	ended.time = last;
+	ended.process = m_picture.process;
+	ended.duration = life;
+	emit(ended);
+}
+
+/// The agent that was taken for gone speaks again: another one was started
+/// beside it and could not stay.
+void HistoryMachine::resume()
+{
+	end();
+	const Picture other = m_picture;
+	m_picture = m_before->first;
+	m_agent = m_before->second;
+	m_before.reset();
+	carryCountsFrom(other);
+	emit(EventKind::agentResumed);
+}
+
+void HistoryMachine::carryCountsFrom(const Picture& other)
+{
+	m_picture.events = other.events;
+	m_picture.letters = other.letters;
+	m_picture.heartbeatsSent = other.heartbeatsSent;
+	m_picture.heartbeatsReceived = other.heartbeatsReceived;
+	for (std::size_t fault = 0; fault < kFaults; ++fault)
+	{
+		m_picture.faults.at(fault).count = other.faults.at(fault).count;
+	}
+}
+
+void HistoryMachine::noteWorker()
+{
+	for (const std::string_view worker : {kReceiver, kSender, kChecker})
+	{
+		if (m_line->thread != 0 && m_line->label == worker && m_agent.workers.size() < kMostThreads)
+		{
+			m_agent.workers[m_line->thread] = worker;
+		}
+	}
+	const auto worker = m_agent.workers.find(m_line->thread);
+	if (worker != m_agent.workers.end())
+	{
+		auto& last = worker->second == kReceiver ? m_picture.lastOfReceiver
+		             : worker->second == kSender ? m_picture.lastOfSender
+		                                         : m_picture.lastOfChecker;
+		last = m_now;
+	}
+}
+
+void HistoryMachine::noteError()
+{
+	const std::string place = m_line->place();
+	const CatalogueRow* const row = findMessage(m_line->label, m_line->number);
+	if (row != nullptr && row->fatal != 0)
+	{
+		m_agent.fatal = event(EventKind::agentEnded, Cause::fatalError);
+		m_agent.fatal->detail = oneLine(m_line->text);
+	}
+	if (m_line->text.find("======") != std::string::npos)
+	{
+		return; // a banner
+	}
+	const auto told = m_errors.find(place);
+	if (told != m_errors.end() && told->second.first == m_line->text && m_now - told->second.second < kRepeat)
+	{
+		return;
+	}
+	if (m_errors.size() >= kMostErrors)
+	{
+		m_errors.clear();
+	}
+	m_errors[place] = {m_line->text, m_now};
+	emit(EventKind::error, Cause::none, {}, oneLine(m_line->text));
+}
+
+Event HistoryMachine::event(EventKind kind, Cause cause) const
+{
+	Event event;
+	event.kind = kind;
+	event.cause = cause;
+	event.time = m_now;
+	event.process = m_picture.process;
+	event.place = m_line->place();
+	return event;
+}
+
+void HistoryMachine::emit(const Event& event)
+{
+	++m_picture.events[event.kind];
+	if (event.kind == EventKind::roleChanged)
+	{
+		m_picture.lastRoleChange = event;
+	}
+	if (m_sink)
+	{
+		m_sink(event);
+	}
+}
+
+void HistoryMachine::emit(EventKind kind, Cause cause, std::string subject, std::string detail,
+                          std::optional<Milliseconds> duration)
+{
+	Event one = event(kind, cause);
+	one.subject = std::move(subject);
+	one.detail = std::move(detail);
+	one.duration = duration;
+	emit(one);
+}
+
+Milliseconds HistoryMachine::since(Instant time) const
+{
+	return between(time, m_now);
+}
+
+std::string HistoryMachine::behind(std::string_view prefix) const
+{
+	return m_line->text.starts_with(prefix) ? m_line->text.substr(prefix.size()) : m_line->text;
+}
+
+History::History(Sink sink, Commands commands)
+    : m_machine(std::make_unique<HistoryMachine>(std::move(sink), std::move(commands)))
+{
+}
+
+History::~History() = default;
+
+void History::feed(const LogLine& line)
+{
+	m_machine->feed(line);
+}
+
+const Picture& History::picture() const
+{
+	return m_machine->picture();
+}
+
+} // namespace velarix::ctl

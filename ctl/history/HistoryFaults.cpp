@@ -1,0 +1,92 @@
+#include "ctl/history/HistoryMachine.h"
+
+namespace velarix::ctl
+{
+
+void HistoryMachine::found(Fault fault, std::string detail)
+{
+	FaultState& is = state(fault);
+	is.told.at = m_now;
+	if (is.there)
+	{
+		return;
+	}
+	is.there = true;
+	is.told.since = m_now;
+	is.told.value = detail;
+	++is.count;
+	emit(EventKind::faultFound, Cause::none, std::string(wordOf(fault)), std::move(detail));
+}
+
+void HistoryMachine::gone(Fault fault, std::string detail)
+{
+	FaultState& is = state(fault);
+	is.told.at = m_now;
+	if (!is.there)
+	{
+		return;
+	}
+	const Milliseconds there = since(is.told.since);
+	is.there = false;
+	is.told.since = m_now;
+	is.told.value.clear();
+	emit(EventKind::faultGone, Cause::none, std::string(wordOf(fault)), std::move(detail), there);
+}
+
+void HistoryMachine::gatewayAnswers()
+{
+	gone(Fault::gateway);
+}
+
+void HistoryMachine::gatewaySilent()
+{
+	found(Fault::gateway, std::exchange(m_agent.probeError, {}));
+}
+
+void HistoryMachine::partnerAddressAnswers()
+{
+	gone(Fault::partnerAddress);
+}
+
+void HistoryMachine::partnerAddressSilent()
+{
+	found(Fault::partnerAddress, std::exchange(m_agent.probeError, {}));
+}
+
+void HistoryMachine::serviceAddressAnswers()
+{
+	gone(Fault::serviceAddress);
+}
+
+void HistoryMachine::serviceAddressSilent()
+{
+	found(Fault::serviceAddress, std::exchange(m_agent.probeError, {}));
+}
+
+void HistoryMachine::communicationCardDown()
+{
+	found(Fault::communicationCard);
+}
+
+void HistoryMachine::communicationCardUp()
+{
+	gone(Fault::communicationCard);
+}
+
+/// "service IP Check Failed: TEXT[CODE:1]": the reason, which the line behind it
+/// does not tell.
+void HistoryMachine::probeError()
+{
+	constexpr std::string_view mark = " Check Failed: ";
+	const std::size_t at = m_line->text.find(mark);
+	m_agent.probeError = oneLine(at == std::string::npos ? m_line->text : m_line->text.substr(at + mark.size()));
+}
+
+/// Also ends an action on a heartbeat in its middle.
+void HistoryMachine::serverError()
+{
+	m_agent.takeOverError = oneLine(behind("Server Error: "));
+	noteError();
+}
+
+} // namespace velarix::ctl

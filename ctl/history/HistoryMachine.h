@@ -1,0 +1,205 @@
+/// The works of a History: what each message of the agent tells.
+///
+/// The messages that matter are in one table (HistoryTable.cpp), place by place
+/// with what is done at it. Roles are taken from the receiver's messages alone:
+/// it changes them, the other workers only read them, a little early or late.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "ctl/history/Events.h"
+
+namespace velarix::ctl
+{
+
+class HistoryMachine
+{
+public:
+	HistoryMachine(History::Sink sink, Commands commands);
+
+	void feed(const LogLine& line);
+	const Picture& picture() const { return m_picture; }
+
+	/// ---- what is done at a message; HistoryTable.cpp says at which ------------
+	void nothing() {}
+
+	// HistoryRole.cpp
+	void passBegins();
+	void judgedAsMaster();
+	void judgedAsSlave();
+	void gatewayLost();
+	void serviceAddressLost();
+	void serviceCardLost();
+	void givesUp();
+	void givesUpAndAsks();
+	void givesUpWithoutPrograms();
+	void takesOverFromSilence();
+	void takesOverFromProbes();
+	void takesOverAsAsked();
+	void takesConfiguredRole();
+	void leavesForConfiguredRole();
+	void bothSlaves();
+	void bothMasters();
+	void networkFailed();
+	void statusOK();
+	void statusNotOK();
+
+	// HistoryPartner.cpp
+	void heartbeatReceived();
+	void heartbeatSent();
+	void partnerRefuses();
+	void nobodyConnected();
+	void partnerConnects();
+	void silenceCounted();
+	void thirdSilence();
+	void hostWithoutHeartbeats();
+	void answerSeen();
+	void askAnswered();
+	void askComparedAmongSlaves();
+	void askUnanswered();
+
+	// HistoryService.cpp
+	void commandRun();
+	void agentCleans();
+	void startsPrograms();
+	void runsScript();
+	void scriptWasRun();
+	void addressListed();
+	void addressNotListed();
+	void addressPinged();
+	void addressFailed();
+	void addressError();
+	void programsCounted();
+	void programsThere();
+	void programsMissing();
+
+	// HistoryFaults.cpp
+	void gatewayAnswers();
+	void gatewaySilent();
+	void partnerAddressAnswers();
+	void partnerAddressSilent();
+	void serviceAddressAnswers();
+	void serviceAddressSilent();
+	void communicationCardDown();
+	void communicationCardUp();
+	void probeError();
+	void serverError();
+
+private:
+	/// What the next command of the receiver (or of the start) is.
+	enum class Awaited
+	{
+		notKnown,
+		stop,
+		start,
+		kill,
+		killThenStop
+	};
+
+	/// What is forgotten when another agent starts.
+	struct Agent
+	{
+		bool startSeen = false;
+		bool workersSeen = false;
+		/// Which worker a thread is, from the label of its own messages.
+		std::map<long, std::string_view> workers;
+
+		/// What is going on, for the cause of commands: agentStart, giveUp, takeOver,
+		/// bothMasters or configuredRole.
+		Cause doing = Cause::none;
+		Cause giveUpCause = Cause::notTold;
+		Cause resetCause = Cause::notTold;
+		Awaited awaited = Awaited::notKnown;
+		std::optional<Instant> askMade;
+		int beatsThatDiffer = 0;
+
+		std::optional<Instant> scriptBegun;
+		std::optional<Instant> addressBegun;
+		int addressTries = 0;
+		std::string addressError;
+		Cause killedFor = Cause::none;
+		int cyclesWithoutPrograms = 0;
+		std::string probeError;
+		std::string takeOverError;
+
+		/// The longest time between two messages so far that was no gap.
+		std::chrono::nanoseconds usualGap{0};
+		int messages = 0;
+
+		/// The last error behind which the daemon ends.
+		std::optional<Event> fatal;
+	};
+
+	History::Sink m_sink;
+	Commands m_commands;
+	Picture m_picture;
+	Agent m_agent;
+	/// The agent before this one, in case it is not gone.
+	std::optional<std::pair<Picture, Agent>> m_before;
+	const LogLine* m_line = nullptr;
+	Instant m_now;
+	/// The last text of an error by its place, so that it is told once.
+	std::map<std::string, std::pair<std::string, Instant>> m_errors;
+
+	// History.cpp
+	bool readTime();
+	void noteGap();
+	void noteAgent();
+	bool startsAnew() const;
+	void begin();
+	void end();
+	void resume();
+	void noteWorker();
+	void noteError();
+	void carryCountsFrom(const Picture& other);
+
+	// Shared
+	Event event(EventKind kind, Cause cause = Cause::none) const;
+	void emit(const Event& event);
+	void emit(EventKind kind, Cause cause = Cause::none, std::string subject = {}, std::string detail = {},
+	          std::optional<Milliseconds> duration = std::nullopt);
+	Milliseconds since(Instant time) const;
+	/// The text behind `prefix`; all of it when it begins differently.
+	std::string behind(std::string_view prefix) const;
+	template <typename Value> void tell(std::optional<Told<Value>>& told, const Value& value);
+
+	void setRole(Role role, Cause cause);
+	void beginTakeOver(Cause cause);
+	void endTakeOver(EventKind kind, std::string detail = {});
+	void ask();
+	void endAsk(EventKind kind);
+	void setNetwork(bool ok);
+	void heard(const Heartbeat& heartbeat);
+	void tellSilence();
+	void setAddress(AddressState state);
+	void addressUp(const std::string& how);
+	void killed(std::string_view program, const std::string& output);
+	void dropped(const std::string& output);
+	void cardRead(Fault card, bool carrier);
+	void found(Fault fault, std::string detail = {});
+	void gone(Fault fault, std::string detail = {});
+	FaultState& state(Fault fault) { return m_picture.faults[static_cast<std::size_t>(fault)]; }
+};
+
+template <typename Value> void HistoryMachine::tell(std::optional<Told<Value>>& told, const Value& value)
+{
+	if (!told || !(told->value == value))
+	{
+		told = Told<Value>{value, m_now, m_now};
+	}
+	told->at = m_now;
+}
+
+/// What is done at a place of the log.
+using Handler = void (HistoryMachine::*)();
+
+/// The words of a text on one line, no more than a line holds.
+std::string oneLine(std::string_view text);
+
+/// @return null when the history makes nothing of the place
+Handler handlerOf(std::string_view label, int number);
+
+} // namespace velarix::ctl

@@ -1,0 +1,255 @@
+#include "ctl/history/HistoryMachine.h"
+
+namespace velarix::ctl
+{
+
+void HistoryMachine::setRole(Role role, Cause cause)
+{
+	const Role before = m_picture.role ? m_picture.role->value : Role::unknown;
+	if (before == role)
+	{
+		m_picture.role->at = m_now;
+		return;
+	}
+	if (role == Role::slave)
+	{
+		endTakeOver(EventKind::takeOverUnfinished);
+	}
+	Event change = event(EventKind::roleChanged, cause);
+	change.from = before;
+	change.to = role;
+	if (m_picture.role)
+	{
+		change.duration = since(m_picture.role->since);
+	}
+	tell(m_picture.role, role);
+	emit(change);
+	if (role == Role::slave)
+	{
+		gone(Fault::programs, "the service was given up");
+	}
+}
+
+/// Each pass of the receiver begins here; whatever an action of the pass before
+/// was interrupted by, it is over.
+void HistoryMachine::passBegins()
+{
+	if (m_picture.takeOver)
+	{
+		endTakeOver(EventKind::takeOverUnfinished, m_agent.takeOverError);
+	}
+	m_agent.doing = Cause::none;
+	m_agent.awaited = Awaited::notKnown;
+}
+
+void HistoryMachine::judgedAsMaster()
+{
+	if (m_picture.role)
+	{
+		setRole(Role::master, Cause::notTold);
+	}
+	else
+	{
+		tell(m_picture.role, Role::master);
+	}
+}
+
+/// A node that goes back to its configured role as slave, and whose programs do
+/// not run, does not say so: its next judgement does.
+void HistoryMachine::judgedAsSlave()
+{
+	if (m_picture.role)
+	{
+		setRole(Role::slave, m_picture.fault(Fault::bothMasters).there ? Cause::bothMasters : Cause::notTold);
+	}
+	else
+	{
+		tell(m_picture.role, Role::slave);
+	}
+}
+
+void HistoryMachine::gatewayLost()
+{
+	found(Fault::gateway);
+	m_agent.giveUpCause = Cause::gatewaySilent;
+}
+
+void HistoryMachine::serviceAddressLost()
+{
+	found(Fault::serviceAddress);
+	m_agent.giveUpCause = Cause::serviceAddressSilent;
+}
+
+void HistoryMachine::serviceCardLost()
+{
+	found(Fault::serviceCard);
+	m_agent.giveUpCause = Cause::serviceCardDown;
+}
+
+void HistoryMachine::givesUp()
+{
+	setRole(Role::slave, m_agent.giveUpCause);
+	m_agent.doing = Cause::giveUp;
+	m_agent.awaited = Awaited::kill;
+}
+
+void HistoryMachine::givesUpAndAsks()
+{
+	givesUp();
+	m_agent.awaited = Awaited::killThenStop;
+	ask();
+}
+
+void HistoryMachine::givesUpWithoutPrograms()
+{
+	m_agent.giveUpCause = Cause::programsGone;
+	givesUp();
+	m_agent.awaited = Awaited::stop;
+	ask();
+}
+
+void HistoryMachine::takesOverFromSilence()
+{
+	setRole(Role::master, Cause::partnerSilent);
+	beginTakeOver(Cause::partnerSilent);
+}
+
+void HistoryMachine::takesOverFromProbes()
+{
+	setRole(Role::master, Cause::partnerAndServiceSilent);
+	beginTakeOver(Cause::partnerAndServiceSilent);
+}
+
+void HistoryMachine::takesOverAsAsked()
+{
+	setRole(Role::master, Cause::partnerAsked);
+	beginTakeOver(Cause::partnerAsked);
+	m_agent.awaited = Awaited::stop;
+}
+
+void HistoryMachine::takesConfiguredRole()
+{
+	setRole(Role::master, m_agent.resetCause);
+	beginTakeOver(m_agent.resetCause);
+}
+
+void HistoryMachine::leavesForConfiguredRole()
+{
+	setRole(Role::slave, m_agent.resetCause);
+	m_agent.doing = m_agent.resetCause;
+	m_agent.awaited = Awaited::killThenStop;
+}
+
+void HistoryMachine::bothSlaves()
+{
+	m_agent.resetCause = Cause::configuredRole;
+	gone(Fault::bothMasters);
+}
+
+void HistoryMachine::bothMasters()
+{
+	m_agent.resetCause = Cause::bothMasters;
+	setNetwork(m_line->number == 282);
+	found(Fault::bothMasters);
+}
+
+void HistoryMachine::networkFailed()
+{
+	setNetwork(false);
+}
+
+void HistoryMachine::statusOK()
+{
+	setNetwork(true);
+	gone(Fault::bothMasters);
+}
+
+void HistoryMachine::statusNotOK()
+{
+	setNetwork(false);
+	gone(Fault::bothMasters);
+}
+
+void HistoryMachine::setNetwork(bool ok)
+{
+	tell(m_picture.networkOk, ok);
+}
+
+/// A first message of it may be missing: the kill before the start, or the start.
+void HistoryMachine::beginTakeOver(Cause cause)
+{
+	m_agent.doing = Cause::takeOver;
+	m_agent.awaited = Awaited::kill;
+	if (!m_picture.takeOver)
+	{
+		m_picture.takeOver = event(EventKind::takeOverBegan, cause);
+		m_agent.takeOverError.clear();
+		emit(*m_picture.takeOver);
+	}
+}
+
+void HistoryMachine::endTakeOver(EventKind kind, std::string detail)
+{
+	if (m_picture.takeOver)
+	{
+		const Event began = *m_picture.takeOver;
+		m_picture.takeOver.reset();
+		emit(kind, began.cause, {}, std::move(detail), since(began.time));
+	}
+}
+
+void HistoryMachine::ask()
+{
+	m_agent.askMade = m_now;
+	tell(m_picture.asking, true);
+	emit(EventKind::askMade, m_agent.giveUpCause);
+}
+
+void HistoryMachine::endAsk(EventKind kind)
+{
+	if (!m_picture.asking || !m_picture.asking->value)
+	{
+		return;
+	}
+	std::optional<Milliseconds> duration;
+	if (m_agent.askMade)
+	{
+		duration = since(*m_agent.askMade);
+	}
+	m_agent.askMade.reset();
+	tell(m_picture.asking, false);
+	emit(kind, Cause::none, {}, {}, duration);
+}
+
+/// A master's heartbeat, judged with the own status OK: without an ask of its own
+/// it ends this node's.
+void HistoryMachine::answerSeen()
+{
+	statusOK();
+	if (!behind("szTmp[1] szPartnerProcessRunning[").starts_with('1'))
+	{
+		endAsk(EventKind::askAnswered);
+	}
+}
+
+void HistoryMachine::askAnswered()
+{
+	setNetwork(m_line->number == 368);
+	endAsk(EventKind::askAnswered);
+}
+
+/// The ask field of a slave's heartbeat is looked at only when this node does not
+/// ask, or has counted the last heartbeat that it waits for.
+void HistoryMachine::askComparedAmongSlaves()
+{
+	statusOK();
+	endAsk(EventKind::askUnanswered);
+}
+
+void HistoryMachine::askUnanswered()
+{
+	statusNotOK();
+	endAsk(EventKind::askUnanswered);
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,277 @@
+#include <algorithm>
+
+#include "ctl/history/HistoryMachine.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+constexpr std::string_view kBegin = "command(";
+constexpr std::string_view kEnd = ") : ";
+constexpr std::string_view kServiceCarrier = "cat /sys/class/net/eth0/carrier";
+constexpr std::string_view kCommunicationCarrier = "cat /sys/class/net/eth1/carrier";
+
+struct CommandLine
+{
+	std::string_view command;
+	std::string_view output;
+};
+
+/// Where the command ends is told by the ones that are known: its output and the
+/// command itself may hold anything.
+CommandLine split(std::string_view text, const Commands& known)
+{
+	text.remove_prefix(text.starts_with(kBegin) ? kBegin.size() : 0);
+	for (const std::string& command : {known.stop, known.start})
+	{
+		if (!command.empty() && text.starts_with(command + std::string(kEnd)))
+		{
+			return {text.substr(0, command.size()), text.substr(command.size() + kEnd.size())};
+		}
+	}
+	const std::size_t end = text.find(kEnd);
+	return end == std::string_view::npos ? CommandLine{text, {}}
+	                                     : CommandLine{text.substr(0, end), text.substr(end + kEnd.size())};
+}
+
+/// 1, 10, 100, ...: an endless failure is told now and then.
+bool isRound(int count)
+{
+	while (count > 1 && count % 10 == 0)
+	{
+		count /= 10;
+	}
+	return count == 1;
+}
+
+} // namespace
+
+void HistoryMachine::agentCleans()
+{
+	m_agent.doing = Cause::agentStart;
+	m_agent.awaited = Awaited::stop;
+}
+
+void HistoryMachine::commandRun()
+{
+	const auto [command, output] = split(m_line->text, m_commands);
+	if (command == kServiceCarrier || command == kCommunicationCarrier)
+	{
+		cardRead(command == kServiceCarrier ? Fault::serviceCard : Fault::communicationCard,
+		         output.find('1') != std::string_view::npos);
+		return;
+	}
+	const bool learning = m_agent.doing == Cause::agentStart;
+	if (learning && m_agent.awaited == Awaited::stop)
+	{
+		m_commands.stop = command;
+		m_agent.awaited = Awaited::kill;
+	}
+	const bool isKill = !m_commands.kill.empty() && command.starts_with(m_commands.kill + " ");
+	if (command == m_commands.stop)
+	{
+		dropped(oneLine(output));
+	}
+	else if (isKill || m_agent.awaited == Awaited::kill ||
+	         (m_agent.awaited == Awaited::killThenStop && m_commands.kill.empty()))
+	{
+		if (!isKill)
+		{
+			m_commands.kill = command.substr(0, command.rfind(' '));
+		}
+		killed(command.substr(std::min(command.size(), m_commands.kill.size() + 1)), oneLine(output));
+	}
+	else if (m_agent.awaited == Awaited::stop || m_agent.awaited == Awaited::killThenStop)
+	{
+		m_commands.stop = command;
+		dropped(oneLine(output));
+	}
+	else if (m_agent.awaited == Awaited::start)
+	{
+		m_commands.start = command;
+	}
+	if (m_agent.awaited == Awaited::stop || m_agent.awaited == Awaited::start)
+	{
+		m_agent.awaited = Awaited::notKnown;
+	}
+}
+
+void HistoryMachine::cardRead(Fault card, bool carrier)
+{
+	if (carrier)
+	{
+		gone(card);
+	}
+	else
+	{
+		found(card);
+	}
+}
+
+void HistoryMachine::killed(std::string_view program, const std::string& output)
+{
+	m_agent.killedFor = m_agent.doing;
+	emit(EventKind::programKilled, m_agent.doing, std::string(program), output);
+}
+
+/// Each start of the address begins with a stop: that tells something only when
+/// the address may have been there.
+void HistoryMachine::dropped(const std::string& output)
+{
+	const bool mayHaveBeenThere = m_picture.address && m_picture.address->value != AddressState::dropped;
+	if (m_agent.doing != Cause::takeOver || mayHaveBeenThere)
+	{
+		emit(EventKind::addressDropped, m_agent.doing, {}, output);
+	}
+	m_agent.addressBegun.reset();
+	setAddress(AddressState::dropped);
+}
+
+void HistoryMachine::startsPrograms()
+{
+	m_agent.doing = Cause::takeOver;
+	m_agent.awaited = Awaited::stop;
+}
+
+void HistoryMachine::runsScript()
+{
+	m_agent.scriptBegun = m_now;
+}
+
+void HistoryMachine::scriptWasRun()
+{
+	std::optional<Milliseconds> duration;
+	if (m_agent.scriptBegun)
+	{
+		duration = since(*m_agent.scriptBegun);
+	}
+	m_agent.scriptBegun.reset();
+	m_agent.killedFor = Cause::none;
+	emit(EventKind::programsStarted, m_picture.takeOver ? m_picture.takeOver->cause : Cause::notTold, {}, {}, duration);
+	endTakeOver(EventKind::takeOverDone);
+	m_agent.doing = Cause::none;
+}
+
+void HistoryMachine::setAddress(AddressState address)
+{
+	tell(m_picture.address, address);
+}
+
+void HistoryMachine::addressListed()
+{
+	addressUp("listed");
+}
+
+void HistoryMachine::addressNotListed()
+{
+	m_agent.awaited = Awaited::start;
+	if (!m_agent.addressBegun)
+	{
+		m_agent.addressBegun = m_now;
+		m_agent.addressTries = 0;
+		setAddress(AddressState::starting);
+		emit(EventKind::addressStarting, m_agent.doing);
+	}
+}
+
+void HistoryMachine::addressPinged()
+{
+	if (behind("ping: ") != "0")
+	{
+		addressUp("answers");
+		return;
+	}
+	if (!m_picture.address || m_picture.address->value != AddressState::waiting)
+	{
+		setAddress(AddressState::waiting);
+		emit(EventKind::addressWaiting);
+	}
+	setAddress(AddressState::waiting);
+}
+
+void HistoryMachine::addressError()
+{
+	m_agent.addressError = oneLine(behind("set virtual ip failed: "));
+}
+
+void HistoryMachine::addressFailed()
+{
+	++m_agent.addressTries;
+	setAddress(AddressState::starting);
+	const std::string output = oneLine(behind("can't start virtual ip: "));
+	if (isRound(m_agent.addressTries))
+	{
+		std::string detail = "try " + std::to_string(m_agent.addressTries) + ": ";
+		if (!output.empty())
+		{
+			detail += "the start command printed \"" + output + "\"";
+		}
+		else
+		{
+			detail += m_agent.addressError.empty() ? "the wait for the address failed" : m_agent.addressError;
+		}
+		emit(EventKind::addressFailed, Cause::none, {}, detail);
+	}
+	m_agent.addressError.clear();
+}
+
+void HistoryMachine::addressUp(const std::string& how)
+{
+	std::optional<Milliseconds> duration;
+	if (m_agent.addressBegun)
+	{
+		duration = since(*m_agent.addressBegun);
+	}
+	const bool news = duration || !m_picture.address || m_picture.address->value != AddressState::up;
+	std::string tries;
+	if (m_agent.addressTries > 0)
+	{
+		tries = ", after " + std::to_string(m_agent.addressTries) + " failed start";
+		tries += m_agent.addressTries > 1 ? "s" : "";
+	}
+	m_agent.addressBegun.reset();
+	m_agent.addressTries = 0;
+	setAddress(AddressState::up);
+	if (news)
+	{
+		emit(EventKind::addressUp, Cause::none, {}, how + tries, duration);
+	}
+}
+
+void HistoryMachine::programsCounted()
+{
+	const bool running = m_line->text.ends_with('1');
+	const std::optional<Told<bool>> before = m_picture.programsRun;
+	tell(m_picture.programsRun, running);
+	if (before && before->value != running)
+	{
+		emit(running ? EventKind::programsRunning : EventKind::programsStopped,
+		     running ? Cause::none : m_agent.killedFor, {}, {}, since(before->since));
+	}
+	const bool master = m_picture.role && m_picture.role->value == Role::master;
+	// One cycle without them is usual while they are being started.
+	const bool missing = master && !running && !m_picture.takeOver;
+	m_agent.cyclesWithoutPrograms = missing ? m_agent.cyclesWithoutPrograms + 1 : 0;
+	if (m_agent.cyclesWithoutPrograms >= 2)
+	{
+		found(Fault::programs);
+	}
+	else if (running)
+	{
+		gone(Fault::programs);
+	}
+}
+
+void HistoryMachine::programsThere()
+{
+	gone(Fault::programs);
+}
+
+void HistoryMachine::programsMissing()
+{
+	found(Fault::programs);
+}
+
+} // namespace velarix::ctl

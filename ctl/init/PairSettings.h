@@ -1,0 +1,15 @@
+/// The settings file of each node, made from the answers.
+#pragma once
+
+#include <string>
+
+#include "ctl/init/Answers.h"
+
+namespace velarix::ctl
+{
+
+/// @param node whose file; the two differ in MODE and the two addresses alone
+/// @return the whole file, each key with a comment from the table of the keys
+std::string settingsText(const Answers& answers, NodeName node);
+
+} // namespace velarix::ctl

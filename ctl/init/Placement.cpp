@@ -1,0 +1,106 @@
+#include "ctl/init/Placement.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <sstream>
+#include <system_error>
+
+#include "ctl/OutputFile.h"
+#include "inspect/ExitCode.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr auto kRights =
+    fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read;
+
+/// A dangling link counts as something that is there.
+bool isThere(const fs::path& path)
+{
+	std::error_code error;
+	return fs::exists(fs::symlink_status(path, error));
+}
+
+[[noreturn]] void fail(const std::string& what, const std::error_code& error)
+{
+	throw Failure(error == std::errc::permission_denied ? ExitCode::noPermission : ExitCode::cannotWrite,
+	              what + ": " + error.message());
+}
+
+fs::path copyName(const fs::path& path, std::chrono::system_clock::time_point now)
+{
+	const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+	std::tm utc{};
+	::gmtime_r(&seconds, &utc);
+	std::ostringstream name;
+	name << path.string() << '.' << std::put_time(&utc, "%Y%m%dT%H%M%SZ");
+	return name.str();
+}
+
+void keepCopy(const fs::path& path, std::chrono::system_clock::time_point now, std::ostream& out)
+{
+	const fs::path copy = copyName(path, now);
+	std::error_code error;
+	if (!fs::copy_file(path, copy, fs::copy_options::none, error))
+	{
+		fail("cannot copy " + path.string() + " to " + copy.string(), error);
+	}
+	out << "copy: " << copy.string() << '\n';
+}
+
+void write(const NewFile& file)
+{
+	replaceFile(file.path, file.text);
+	std::error_code error;
+	fs::permissions(file.path, kRights, error);
+	if (error)
+	{
+		fail("cannot set the rights of " + file.path.string(), error);
+	}
+}
+
+void demandRoom(const std::vector<NewFile>& files)
+{
+	const auto obstacle =
+	    std::ranges::find_if(files, [](const NewFile& file) { return !file.keepExisting && isThere(file.path); });
+	if (obstacle != files.end())
+	{
+		throw Failure(ExitCode::cannotWrite, obstacle->path.string() +
+		                                         " is there already; nothing was written (--force replaces it and "
+		                                         "keeps a copy)");
+	}
+}
+
+} // namespace
+
+void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out)
+{
+	if (!rules.force)
+	{
+		demandRoom(files);
+	}
+	for (const NewFile& file : files)
+	{
+		const bool there = isThere(file.path);
+		if (there && file.keepExisting)
+		{
+			out << "kept: " << file.path.string() << '\n';
+			continue;
+		}
+		if (there)
+		{
+			keepCopy(file.path, rules.now, out);
+		}
+		write(file);
+		out << "written: " << file.path.string() << '\n';
+	}
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,90 @@
+#include "ctl/render/CheckOutput.h"
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "inspect/Printable.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+std::string word(Severity severity)
+{
+	return severity == Severity::error ? "error" : "warning";
+}
+
+std::string coloured(Severity severity, bool colour)
+{
+	const std::string text = word(severity);
+	const std::string begin = severity == Severity::error ? "\033[1;31m" : "\033[1;33m";
+	return colour ? begin + text + "\033[0m" : text;
+}
+
+std::string counted(std::size_t number, const std::string& what)
+{
+	return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+/// What is quoted from the file may hold anything, and a terminal obeys it.
+void print(std::ostream& out, const Finding& finding, bool colour)
+{
+	out << printable(finding.file.string());
+	if (finding.line != 0)
+	{
+		out << ':' << finding.line;
+	}
+	out << ": " << coloured(finding.severity, colour) << ": " << printable(finding.what) << " [" << finding.id << "]\n"
+	    << "    if left: " << printable(finding.effect) << '\n'
+	    << "    mend it: " << printable(finding.remedy) << '\n';
+}
+
+} // namespace
+
+void printReport(std::ostream& out, const CheckReport& report, bool colour)
+{
+	for (const Finding& finding : report.findings)
+	{
+		print(out, finding, colour);
+	}
+	for (const NotChecked& gap : report.notChecked)
+	{
+		out << "not checked: " << gap.what << " (" << gap.why << ")\n";
+	}
+	out << counted(report.count(Severity::error), "error") << ", "
+	    << counted(report.count(Severity::warning), "warning") << '\n';
+}
+
+void printReportJson(std::ostream& out, const CheckReport& report)
+{
+	using Json = nlohmann::ordered_json;
+	Json findings = Json::array();
+	for (const Finding& finding : report.findings)
+	{
+		findings.push_back({{"id", finding.id},
+		                    {"severity", word(finding.severity)},
+		                    {"file", finding.file.string()},
+		                    {"line", finding.line == 0 ? Json(nullptr) : Json(finding.line)},
+		                    {"what", finding.what},
+		                    {"effect", finding.effect},
+		                    {"remedy", finding.remedy}});
+	}
+	Json gaps = Json::array();
+	for (const NotChecked& gap : report.notChecked)
+	{
+		gaps.push_back({{"what", gap.what}, {"why", gap.why}});
+	}
+	const Json whole{{"findings", findings},
+	                 {"not_checked", gaps},
+	                 {"errors", report.count(Severity::error)},
+	                 {"warnings", report.count(Severity::warning)}};
+	// A value of the file that is no UTF-8 must not cost the report.
+	out << whole.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,26 @@
+/// Events as people and programs read them.
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "ctl/history/Events.h"
+
+namespace velarix::ctl
+{
+
+/// What happened, in words: "slave -> master: the partner gave up and asked".
+std::string describe(const Event& event);
+
+/// One line with aligned columns: local time, the event's word, how long it took
+/// or lasted, what happened, the place in the log. No line feed.
+std::string textLine(const Event& event, bool colour);
+
+/// The header of these columns.
+std::string textHeader();
+
+/// One object; members without a value are left out. Times are UTC.
+nlohmann::ordered_json eventJson(const Event& event);
+
+} // namespace velarix::ctl

@@ -1,0 +1,177 @@
+#include "ctl/render/Metrics.h"
+
+#include <set>
+#include <string>
+
+#include "ctl/render/Exposition.h"
+#include "ctl/status/KernelState.h"
+#include "inspect/Printable.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+std::optional<double> epoch(const std::optional<Instant>& time)
+{
+	return time ? std::optional(inSeconds(*time)) : std::nullopt;
+}
+
+std::optional<bool> flag(const Figure<bool>& figure)
+{
+	return figure.known() ? figure.told : std::nullopt;
+}
+
+void addRoles(Exposition& out, std::string_view name, std::string_view help, const Figure<Role>& role)
+{
+	out.gauge(name, help);
+	for (const Role each : {Role::master, Role::slave})
+	{
+		out.sample(role.is(each), {{"role", wordOf(each)}});
+	}
+}
+
+void addInfo(Exposition& out, const NodeState& state)
+{
+	const std::string configured = state.setting(key::kMode) == "1" ? "master" : "slave";
+	out.gauge("info", "What this node is, in its labels; always 1.");
+	out.sample(true, {{"version", VELARIX_VERSION},
+	                  {"configured_role", state.settings ? configured : ""},
+	                  {"address", printable(state.setting(key::kThisServerIP))},
+	                  {"partner", printable(state.setting(key::kPartnerIP))},
+	                  {"virtual_ip", printable(state.setting(key::kVirtualIP))}});
+}
+
+void addAgent(Exposition& out, const NodeState& state)
+{
+	const Agent& agent = state.agent;
+	if (agent.state != AgentState::notKnown)
+	{
+		out.single("agent_up", "Whether the agent of the pid file runs.",
+		           std::optional(agent.state == AgentState::running));
+	}
+	out.single("agent_start_time_seconds", "When the agent was started.", epoch(agent.since));
+	if (agent.lives())
+	{
+		out.single("agent_threads", "Threads of the agent; four are right.", std::optional<double>(agent.threads));
+	}
+	out.single("log_last_message_timestamp_seconds", "When the log's last message was written.",
+	           epoch(state.picture().lastMessage));
+	out.single("log_trusted", "Whether the log tells how the node is now.", std::optional(state.distrust.empty()));
+}
+
+void addPair(Exposition& out, const NodeState& state)
+{
+	addRoles(out, "role", "The role of this node; both 0 when it is not known.", state.role);
+	addRoles(out, "partner_role", "The role in the partner's heartbeats; both 0 when it is not heard.",
+	         state.partnerRole);
+	out.single("partner_last_heartbeat_timestamp_seconds", "When the partner's last heartbeat came in.",
+	           epoch(state.heartbeat.at));
+	out.single("last_heartbeat_sent_timestamp_seconds", "When this node's last heartbeat went out.",
+	           epoch(state.sent.at));
+	out.single("partner_programs_running", "Whether the programs run on the partner.", flag(state.partnerRuns));
+	out.single("partner_asking", "Whether the partner asks this node to take the service.", flag(state.partnerAsks));
+	out.single("asking", "Whether this node asks its partner to take the service.", flag(state.asking));
+	out.single("network_ok", "This node's own verdict on its network.", flag(state.networkOk));
+}
+
+void addChange(Exposition& out, const NodeState& state, const Counters& former)
+{
+	out.single("last_role_change_timestamp_seconds", "When the role changed last.",
+	           epoch(state.lastChange.event ? state.lastChange.event->time : former.roleChanged));
+}
+
+void addPrograms(Exposition& out, const NodeState& state)
+{
+	if (!state.programs.known())
+	{
+		return;
+	}
+	const Programs& programs = *state.programs.told;
+	out.single("programs_configured", "Managed programs in the settings.",
+	           std::optional(static_cast<double>(programs.each.size())));
+	out.single("programs_running", "Whether the programs run, by the agent's count.", std::optional(programs.run));
+	out.gauge("program_processes", "Processes whose name contains that of a managed program.");
+	std::set<std::string> told;
+	for (const ProgramCount& program : programs.each)
+	{
+		// Programs of one name have the same processes, and one sample.
+		if (!told.insert(program.name).second)
+		{
+			continue;
+		}
+		out.sample(static_cast<double>(program.processes), {{"program", printable(program.name)}});
+	}
+}
+
+void addKernel(Exposition& out, const NodeState& state)
+{
+	addPrograms(out, state);
+	if (state.address.known())
+	{
+		out.single("virtual_ip_held", "Whether the virtual address is on this node.",
+		           std::optional(state.address.told->held));
+	}
+	out.gauge("card_carrier", "Whether a card has carrier; left out for one that is not there or down.");
+	for (const auto& [name, use, card] : {std::tuple(kServiceCard, "service", &state.serviceCard),
+	                                      std::tuple(kCommunicationCard, "communication", &state.communicationCard)})
+	{
+		if (card->known())
+		{
+			out.sample(*card->told, {{"card", name}, {"use", use}});
+		}
+	}
+	out.single("gateway_reachable", "Whether the gateway answers a ping.", flag(state.gatewayAnswers));
+}
+
+void addFaults(Exposition& out, const NodeState& state)
+{
+	if (!state.distrust.empty())
+	{
+		return;
+	}
+	out.gauge("fault", "What the agent found wrong and not yet right again.");
+	for (std::size_t number = 0; number < kFaults; ++number)
+	{
+		const auto fault = static_cast<Fault>(number);
+		out.sample(state.picture().fault(fault).there, {{"fault", wordOf(fault)}});
+	}
+}
+
+void addJudgement(Exposition& out, const Judgement& judgement)
+{
+	out.single("fail_over_ready", "Whether a fail-over would work now.", judgement.failOverWorks);
+	out.gauge("problem", "What velarixctl status finds wrong now; 1 for each.");
+	// Two samples with the same labels make the whole text unreadable.
+	std::set<std::string_view> told;
+	for (const Problem& problem : judgement.problems)
+	{
+		if (told.insert(problem.id).second)
+		{
+			out.sample(true, {{"problem", problem.id}, {"severity", wordOf(problem.grade)}});
+		}
+	}
+}
+
+} // namespace
+
+std::string metricsText(const NodeState& state, const Judgement& judgement, const Counters& counters)
+{
+	Exposition out;
+	addInfo(out, state);
+	addAgent(out, state);
+	addPair(out, state);
+	addChange(out, state, counters);
+	addKernel(out, state);
+	addFaults(out, state);
+	addJudgement(out, judgement);
+	writeCounters(out, counters);
+	return out.text();
+}
+
+} // namespace velarix::ctl

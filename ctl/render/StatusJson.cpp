@@ -1,0 +1,213 @@
+#include "ctl/render/StatusJson.h"
+
+#include <utility>
+
+#include "ctl/render/EventReport.h"
+#include "ctl/status/KernelState.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+Json secondsOrNull(const std::optional<Milliseconds>& span)
+{
+	return span ? Json(inSeconds(*span)) : Json();
+}
+
+Json isoOrNull(const std::optional<Instant>& time)
+{
+	return time ? Json(isoText(*time)) : Json();
+}
+
+/// @param say makes the value's JSON
+template <typename Value, typename Say> Json figureJson(const NodeState& state, const Figure<Value>& figure, Say say)
+{
+	Json json{{"value", figure.known() ? Json(say(*figure.told)) : Json()}};
+	if (figure.at)
+	{
+		json["age_seconds"] = secondsOrNull(state.age(figure));
+	}
+	if (figure.since && figure.known())
+	{
+		json["since"] = isoText(*figure.since);
+	}
+	if (!figure.known())
+	{
+		json["why"] = figure.why;
+		if (figure.told)
+		{
+			json["told"] = say(*figure.told);
+		}
+	}
+	return json;
+}
+
+Json figureJson(const NodeState& state, const Figure<bool>& figure)
+{
+	return figureJson(state, figure, [](bool value) { return value; });
+}
+
+Json roleJson(const NodeState& state, const Figure<Role>& figure)
+{
+	return figureJson(state, figure, [](Role role) { return std::string(wordOf(role)); });
+}
+
+Json agentJson(const NodeState& state)
+{
+	const Agent& agent = state.agent;
+	Json json{{"state", wordOf(agent.state)}, {"age_seconds", 0.0}};
+	json["pid"] = agent.pid > 0 ? Json(agent.pid) : Json();
+	json["threads"] = agent.lives() ? Json(agent.threads) : Json();
+	json["since"] = isoOrNull(agent.since);
+	if (!agent.text.empty())
+	{
+		json["why"] = agent.text;
+	}
+	return json;
+}
+
+Json partnerJson(const NodeState& state)
+{
+	return {{"address", state.setting(key::kPartnerIP)},
+	        {"role", roleJson(state, state.partnerRole)},
+	        {"programs_run", figureJson(state, state.partnerRuns)},
+	        {"asks", figureJson(state, state.partnerAsks)},
+	        {"heartbeat_received_age_seconds", secondsOrNull(state.age(state.heartbeat))},
+	        {"heartbeat_sent_age_seconds", secondsOrNull(state.age(state.sent))}};
+}
+
+Json programsJson(const NodeState& state)
+{
+	const auto say = [](const Programs& programs)
+	{
+		Json each = Json::array();
+		for (const ProgramCount& program : programs.each)
+		{
+			each.push_back({{"path", program.path},
+			                {"name", program.name},
+			                {"processes", program.processes},
+			                {"executable", program.executable ? Json(*program.executable) : Json()}});
+		}
+		return Json{{"run", programs.run}, {"configured", programs.each.size()}, {"programs", std::move(each)}};
+	};
+	return figureJson(state, state.programs, say);
+}
+
+Json addressJson(const NodeState& state)
+{
+	const auto say = [](const HeldAddress& address)
+	{
+		return address.held ? Json{{"held", true},
+		                           {"card", address.card},
+		                           {"label", address.label},
+		                           {"prefix", address.prefix},
+		                           {"listed", address.listed}}
+		                    : Json{{"held", false}};
+	};
+	Json json{{"address", state.setting(key::kVirtualIP)}};
+	json.update(figureJson(state, state.address, say));
+	return json;
+}
+
+Json changeJson(const NodeState& state)
+{
+	const LastChange& change = state.lastChange;
+	if (!change.event)
+	{
+		return {{"time", nullptr}, {"searched_to", isoOrNull(change.searchedTo)}};
+	}
+	return {{"time", isoText(change.event->time)},  {"age_seconds", secondsOrNull(state.age(change.event->time))},
+	        {"from", wordOf(change.event->from)},   {"to", wordOf(change.event->to)},
+	        {"cause", wordOf(change.event->cause)}, {"text", describe(*change.event)}};
+}
+
+Json logJson(const NodeState& state)
+{
+	Json json{{"path", state.log.empty() ? Json() : Json(state.log.string())},
+	          {"age_seconds", secondsOrNull(state.age(state.picture().lastMessage))},
+	          {"trusted", state.distrust.empty()}};
+	if (!state.distrust.empty())
+	{
+		json["why"] = state.distrust;
+	}
+	return json;
+}
+
+Json problemsJson(const Judgement& judgement)
+{
+	Json json = Json::array();
+	for (const Problem& problem : judgement.problems)
+	{
+		json.push_back({{"id", problem.id},
+		                {"severity", wordOf(problem.grade)},
+		                {"blocks_fail_over", problem.blocks},
+		                {"text", problem.text}});
+	}
+	return json;
+}
+
+void removeTimes(Json& json)
+{
+	for (const char* name : {"time", "age_seconds", "since", "searched_to", "why", "text", "reasons",
+	                         "heartbeat_received_age_seconds", "heartbeat_sent_age_seconds"})
+	{
+		if (json.is_object())
+		{
+			json.erase(name);
+		}
+	}
+	for (Json& inner : json)
+	{
+		if (inner.is_structured())
+		{
+			removeTimes(inner);
+		}
+	}
+}
+
+} // namespace
+
+Json statusJson(const NodeState& state, const Judgement& judgement)
+{
+	Json json{{"time", isoText(state.now)}};
+	json["role"] = roleJson(state, state.role);
+	json["own_network_ok"] = figureJson(state, state.networkOk);
+	json["asks"] = figureJson(state, state.asking);
+	json["agent"] = agentJson(state);
+	json["partner"] = partnerJson(state);
+	json["programs"] = programsJson(state);
+	json["virtual_ip"] = addressJson(state);
+	json["cards"] = {{kServiceCard, figureJson(state, state.serviceCard)},
+	                 {kCommunicationCard, figureJson(state, state.communicationCard)}};
+	json["gateway_answers"] = figureJson(state, state.gatewayAnswers);
+	json["last_change"] = changeJson(state);
+	json["log"] = logJson(state);
+	json["fail_over"] = {{"works", judgement.failOverWorks ? Json(*judgement.failOverWorks) : Json()},
+	                     {"reasons", judgement.reasons()}};
+	json["problems"] = problemsJson(judgement);
+	return json;
+}
+
+std::string jsonText(const Json& json, int indent)
+{
+	return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+Json withoutTimes(Json status)
+{
+	// A change there and back between two looks shows by its time alone.
+	const Json changed = status["last_change"]["time"];
+	removeTimes(status);
+	status["last_change"]["time"] = changed;
+	return status;
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,255 @@
+#include "ctl/render/StatusText.h"
+
+#include <array>
+#include <functional>
+
+#include "ctl/render/EventReport.h"
+#include "ctl/status/KernelState.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+constexpr std::size_t kLabelWidth = 13;
+
+enum class Tone
+{
+	plain,
+	good,
+	doubtful,
+	bad
+};
+
+class Rows
+{
+public:
+	explicit Rows(bool colour) : m_colour(colour) {}
+
+	void add(const std::string& label, const std::string& text, Tone tone = Tone::plain)
+	{
+		m_text += label + std::string(kLabelWidth - label.size(), ' ') + painted(text, tone) + '\n';
+	}
+
+	std::string text() && { return std::move(m_text); }
+
+private:
+	std::string m_text;
+	bool m_colour;
+
+	std::string painted(const std::string& text, Tone tone) const
+	{
+		static constexpr std::array<const char*, 4> kCodes{"", "\033[32m", "\033[33m", "\033[31m"};
+		const char* code = kCodes[static_cast<std::size_t>(tone)];
+		return m_colour && *code != '\0' ? code + text + "\033[0m" : text;
+	}
+};
+
+/// "  [0.4 s]"; what was looked at just now has "[now]".
+std::string ageMark(const NodeState& state, const std::optional<Instant>& at)
+{
+	const std::optional<Milliseconds> age = state.age(at);
+	if (!age)
+	{
+		return {};
+	}
+	return "  [" + (*age == Milliseconds(0) ? "now" : spanText(*age)) + "]";
+}
+
+/// The figure in words with its age, or why it is not known and what was told
+/// last. The reason that all figures of the log share stands in the rows of role
+/// and log alone.
+template <typename Value>
+std::string words(const NodeState& state, const Figure<Value>& figure,
+                  const std::function<std::string(const Value&)>& say, bool shareReason = true)
+{
+	if (figure.known())
+	{
+		return say(*figure.told) + ageMark(state, figure.at);
+	}
+	const bool shared = shareReason && figure.why == state.distrust;
+	const std::string last =
+	    figure.told ? "; told last: " + say(*figure.told) + ageMark(state, figure.at) : std::string();
+	return "not known" + (shared ? "" : ": " + figure.why) + last;
+}
+
+/// The setting with a blank behind it; empty without it.
+std::string named(const NodeState& state, const char* name)
+{
+	const std::string text = state.setting(name);
+	return text.empty() ? text : text + " ";
+}
+
+std::string carrierWords(const NodeState& state, const Figure<bool>& card)
+{
+	return words<bool>(state, card, [](bool has) { return std::string(has ? "carrier" : "NO carrier"); });
+}
+
+void addAgent(Rows& rows, const NodeState& state)
+{
+	const Agent& agent = state.agent;
+	const std::string life = agent.since ? spanText(*state.age(agent.since)) : std::string();
+	switch (agent.state)
+	{
+	case AgentState::running:
+		rows.add("agent",
+		         "runs as process " + std::to_string(agent.pid) + ", " + std::to_string(agent.threads) + " threads" +
+		             (agent.since ? ", for " + life : std::string()) + ageMark(state, state.now),
+		         agent.threads < kAgentThreads ? Tone::bad : Tone::good);
+		break;
+	case AgentState::frozen:
+		rows.add("agent", "FROZEN: " + agent.text + (agent.since ? "; started " + life + " ago" : std::string()),
+		         Tone::bad);
+		break;
+	case AgentState::dead:
+	case AgentState::otherProgram:
+		rows.add("agent", "DEAD: " + agent.text, Tone::bad);
+		break;
+	case AgentState::noPidFile:
+		rows.add("agent", "DOES NOT RUN: " + agent.text, Tone::bad);
+		break;
+	case AgentState::notKnown:
+		rows.add("agent", "not known: " + agent.text, Tone::doubtful);
+		break;
+	}
+}
+
+void addRole(Rows& rows, const NodeState& state)
+{
+	const std::string since =
+	    state.role.known() && state.role.since ? ", for " + spanText(*state.age(state.role.since)) : std::string();
+	const std::string text = words<Role>(
+	    state, state.role, [&](Role role) { return std::string(wordOf(role)) + since; }, false);
+	rows.add("role", text, state.role.known() ? Tone::good : Tone::doubtful);
+	rows.add("own network", words<bool>(state, state.networkOk,
+	                                    [](bool fine) { return std::string(fine ? "judged OK" : "judged NOT OK"); }));
+	rows.add("ask", words<bool>(state, state.asking,
+	                            [](bool asks) {
+		                            return std::string(asks ? "PENDING: the partner is asked to take the service"
+		                                                    : "none pending");
+	                            }));
+}
+
+std::string partnerWords(const Heartbeat& heartbeat)
+{
+	return std::string(heartbeat.master ? "master" : "slave") +
+	       (heartbeat.running ? ", its programs run" : ", its programs do not run") +
+	       (heartbeat.asking ? ", ASKS for a take-over" : "");
+}
+
+void addPartner(Rows& rows, const NodeState& state)
+{
+	Figure<Heartbeat> partner = state.heartbeat;
+	if (partner.known())
+	{
+		partner.why = state.partnerRole.why;
+	}
+	rows.add("partner", named(state, key::kPartnerIP) + words<Heartbeat>(state, partner, partnerWords),
+	         partner.known() ? Tone::good : Tone::doubtful);
+	const auto ago = [&](const Figure<Heartbeat>& beat, const char* what)
+	{ return beat.at ? what + (" " + spanText(*state.age(beat))) + " ago" : "none " + std::string(what); };
+	rows.add("heartbeats", ago(state.heartbeat, "received") + ", " + ago(state.sent, "sent"));
+}
+
+std::string programWords(const Programs& programs)
+{
+	std::string text =
+	    std::to_string(programs.each.size()) + " configured, " + (programs.run ? "running" : "not running");
+	const char* separator = ": ";
+	for (const ProgramCount& program : programs.each)
+	{
+		text += separator + program.name + " (" + std::to_string(program.processes) +
+		        (program.processes == 1 ? " process)" : " processes)");
+		separator = ", ";
+	}
+	return text;
+}
+
+std::string addressWords(const NodeState& state, const HeldAddress& address)
+{
+	const std::string name = state.setting(key::kVirtualIP);
+	if (!address.held)
+	{
+		return name + " is not on this node";
+	}
+	return name + "/" + std::to_string(address.prefix) + " is on " + address.card +
+	       (address.label == address.card ? "" : " as " + address.label);
+}
+
+void addKernel(Rows& rows, const NodeState& state)
+{
+	rows.add("programs", words<Programs>(state, state.programs, programWords));
+	rows.add("address", words<HeldAddress>(state, state.address,
+	                                       [&](const HeldAddress& address) { return addressWords(state, address); }));
+	rows.add("cards", std::string(kServiceCard) + " (service) " + carrierWords(state, state.serviceCard) + ", " +
+	                      kCommunicationCard + " (communication) " + carrierWords(state, state.communicationCard));
+	rows.add("gateway",
+	         named(state, key::kGatewayIP) +
+	             words<bool>(state, state.gatewayAnswers,
+	                         [](bool answers) { return std::string(answers ? "answers" : "does NOT answer"); }));
+}
+
+void addChange(Rows& rows, const NodeState& state)
+{
+	const LastChange& change = state.lastChange;
+	if (change.event)
+	{
+		rows.add("last change",
+		         localText(change.event->time) + " " + describe(*change.event) + ageMark(state, change.event->time));
+	}
+	else
+	{
+		rows.add("last change",
+		         change.searchedTo ? "none since " + localText(*change.searchedTo) + ", as far back as the log was read"
+		                           : std::string("not known: the log does not tell"));
+	}
+}
+
+void addLog(Rows& rows, const NodeState& state)
+{
+	const std::optional<Instant>& last = state.picture().lastMessage;
+	rows.add("log",
+	         state.tail.problem.empty() ? state.log.string() + ", last line" + ageMark(state, last)
+	                                    : state.tail.problem,
+	         state.distrust.empty() ? Tone::plain : Tone::doubtful);
+}
+
+void addJudgement(Rows& rows, const Judgement& judgement)
+{
+	if (!judgement.failOverWorks)
+	{
+		rows.add("fail-over", "not known whether it would work", Tone::doubtful);
+	}
+	else
+	{
+		rows.add("fail-over", *judgement.failOverWorks ? "would work now" : "would NOT work now",
+		         *judgement.failOverWorks ? Tone::good : Tone::bad);
+	}
+	for (const Problem& problem : judgement.problems)
+	{
+		rows.add("", std::string(wordOf(problem.grade)) + ": " + problem.text,
+		         problem.grade == Grade::critical ? Tone::bad : Tone::doubtful);
+	}
+}
+
+} // namespace
+
+std::string statusText(const NodeState& state, const Judgement& judgement, bool colour)
+{
+	Rows rows(colour);
+	addRole(rows, state);
+	addAgent(rows, state);
+	addPartner(rows, state);
+	addKernel(rows, state);
+	addChange(rows, state);
+	addLog(rows, state);
+	addJudgement(rows, judgement);
+	return std::move(rows).text();
+}
+
+} // namespace velarix::ctl

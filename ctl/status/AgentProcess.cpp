@@ -1,0 +1,133 @@
+#include "ctl/status/AgentProcess.h"
+
+#include <algorithm>
+
+#include "inspect/ExitCode.h"
+#include "inspect/Host.h"
+#include "inspect/HostProcesses.h"
+#include "inspect/InputFile.h"
+#include "inspect/Names.h"
+#include "inspect/Number.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+Agent withoutProcess(AgentState state, const std::string& text, pid_t pid = 0)
+{
+	Agent agent;
+	agent.state = state;
+	agent.text = text;
+	agent.pid = pid;
+	return agent;
+}
+
+/// @return the number; 0 when the text is none. A line feed behind it, as of an
+///         edited file, does no harm
+pid_t pidIn(std::string text)
+{
+	text.erase(text.find_last_not_of(" \t\r\n") + 1);
+	return std::max(numberIn<pid_t>(text).value_or(0), 0);
+}
+
+Agent judge(pid_t pid)
+{
+	const std::string number = std::to_string(pid);
+	const std::optional<host::Process> process = host::process(pid);
+	if (!process)
+	{
+		return host::isThere(pid)
+		           ? withoutProcess(AgentState::notKnown,
+		                            "process " + number + " of the pid file is hidden from this user", pid)
+		           : withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
+	}
+	if (process->name != kAgentName)
+	{
+		return withoutProcess(AgentState::otherProgram,
+		                      "process " + number + " of the pid file is another program now (" + process->name + ")",
+		                      pid);
+	}
+	if (process->state == 'Z' || process->state == 'X')
+	{
+		return withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
+	}
+	const bool frozen = process->state == 'T' || process->state == 't';
+	Agent agent =
+	    withoutProcess(frozen ? AgentState::frozen : AgentState::running,
+	                   frozen ? "process " + number + " is stopped and does nothing until it is continued" : "", pid);
+	agent.threads = process->threads;
+	agent.since = host::startOf(pid);
+	return agent;
+}
+
+Agent readPidFile(const Paths& paths)
+{
+	const std::string file = paths.pid.string();
+	if (host::fileFacts(paths.pid).kind == host::FileKind::missing)
+	{
+		return withoutProcess(AgentState::noPidFile, "there is no pid file " + file);
+	}
+	try
+	{
+		const pid_t pid = pidIn(readInputFile(paths.pid));
+		return pid > 0 ? judge(pid)
+		               : withoutProcess(AgentState::notKnown, "the pid file " + file + " holds no process id");
+	}
+	catch (const Failure& failure)
+	{
+		return withoutProcess(AgentState::notKnown, failure.what());
+	}
+}
+
+/// A second agent, or one that has not yet written its pid file.
+pid_t strangerBeside(const Agent& agent)
+{
+	for (const host::Process& process : host::processes().value_or(std::vector<host::Process>{}))
+	{
+		if (process.name == kAgentName && process.state != 'Z' && !(agent.lives() && process.pid == agent.pid))
+		{
+			return process.pid;
+		}
+	}
+	return 0;
+}
+
+} // namespace
+
+std::string_view wordOf(AgentState state)
+{
+	switch (state)
+	{
+	case AgentState::running:
+		return "running";
+	case AgentState::frozen:
+		return "frozen";
+	case AgentState::dead:
+		return "dead";
+	case AgentState::otherProgram:
+		return "other-program";
+	case AgentState::noPidFile:
+		return "no-pid-file";
+	case AgentState::notKnown:
+		break;
+	}
+	return "not-known";
+}
+
+Agent lookForAgent(const Paths& paths)
+{
+	if (paths.elsewhere())
+	{
+		return withoutProcess(AgentState::notKnown,
+		                      "these are the files of another root, whose processes are not known");
+	}
+	Agent agent = readPidFile(paths);
+	agent.stranger = strangerBeside(agent);
+	return agent;
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,234 @@
+#include "ctl/status/Checklist.h"
+
+#include <utility>
+
+#include "ctl/status/KernelState.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+constexpr bool kBlocks = true;
+constexpr bool kHarmless = false;
+
+} // namespace
+
+void Checklist::add(std::string_view id, Grade grade, bool blocks, std::string text)
+{
+	m_problems.push_back({id, grade, blocks, std::move(text)});
+}
+
+void Checklist::agent()
+{
+	const Agent& agent = m_state.agent;
+	switch (agent.state)
+	{
+	case AgentState::running:
+		break;
+	case AgentState::frozen:
+		add("agent-frozen", Grade::critical, kBlocks, "the agent is frozen: " + agent.text);
+		break;
+	case AgentState::dead:
+	case AgentState::otherProgram:
+		add("agent-dead", Grade::critical, kBlocks,
+		    "the agent is dead: " + agent.text + "; the programs and the address are as it left them");
+		break;
+	case AgentState::noPidFile:
+		add("agent-not-running", Grade::critical, kBlocks, "the agent does not run: " + agent.text);
+		break;
+	case AgentState::notKnown:
+		add("agent-not-known", Grade::unknown, kHarmless, agent.text);
+		break;
+	}
+	if (agent.stranger > 0)
+	{
+		add("agent-stranger", Grade::warning, kHarmless,
+		    "an agent runs as process " + std::to_string(agent.stranger) +
+		        ", which the pid file does not name (a new agent writes it two seconds after its start)");
+	}
+}
+
+void Checklist::sources()
+{
+	const bool watched = m_state.agent.state == AgentState::running;
+	if (!m_state.settings)
+	{
+		add("settings-unreadable", Grade::unknown, kHarmless, m_state.settingsProblem);
+	}
+	else if (watched && m_state.starting)
+	{
+		add("agent-starting", Grade::warning, kBlocks, "the agent was started just now and has not told its role");
+	}
+	else if (watched && m_state.logStale)
+	{
+		add("log-stale", Grade::critical, kBlocks, m_state.distrust);
+	}
+	else if (!m_state.tail.problem.empty())
+	{
+		add("log-unreadable", Grade::unknown, kHarmless, m_state.tail.problem);
+	}
+	else if (watched && !m_state.role.known())
+	{
+		add("role-not-known", Grade::unknown, kHarmless, "the role is not known: " + m_state.role.why);
+	}
+	if (m_state.settingsNewer)
+	{
+		add("settings-newer", Grade::warning, kHarmless,
+		    "the settings were changed after the agent's start: it still works with the former ones");
+	}
+}
+
+void Checklist::workers()
+{
+	const Picture& picture = m_state.picture();
+	if (m_state.agent.threads < kAgentThreads)
+	{
+		add("thread-lost", Grade::critical, kBlocks,
+		    "the agent has " + std::to_string(m_state.agent.threads) + " threads instead of " +
+		        std::to_string(kAgentThreads) + ": a worker has ended, restart the agent");
+	}
+	else if (const std::optional<Milliseconds> silent = m_state.age(picture.lastOfReceiver);
+	         silent && !picture.takeOver && *silent > m_state.timing.receiverPause())
+	{
+		add("receiver-stuck", Grade::critical, kBlocks,
+		    "the receiver has logged nothing for " + spanText(*silent) + ": a command or ping of it does not end");
+	}
+}
+
+void Checklist::cards()
+{
+	if (!m_state.communicationCard.is(true))
+	{
+		add("communication-card", Grade::warning, kBlocks,
+		    std::string("the communication card ") + kCommunicationCard + " has no carrier");
+	}
+	if (!m_state.serviceCard.is(true))
+	{
+		// A master without it gives up by itself: a fail-over at work.
+		add("service-card", m_state.role.is(Role::master) ? Grade::critical : Grade::warning,
+		    m_state.role.is(Role::slave), std::string("the service card ") + kServiceCard + " has no carrier");
+	}
+	if (m_state.gatewayAnswers.is(false))
+	{
+		add("gateway", Grade::warning, m_state.role.is(Role::slave),
+		    "the gateway " + m_state.setting(key::kGatewayIP) + " does not answer: " +
+		        (m_state.role.is(Role::slave) ? "this node would not keep the service"
+		                                      : "this node gives up the service"));
+	}
+}
+
+void Checklist::silentPartner()
+{
+	const Picture& picture = m_state.picture();
+	const std::string since = m_state.heartbeat.at ? "no heartbeat for " + spanText(*m_state.age(m_state.heartbeat))
+	                                               : "no heartbeat in the part of the log that was read";
+	if (m_state.role.is(Role::master))
+	{
+		add(kPartnerSilent, Grade::warning, kBlocks, "the partner is silent: " + since);
+	}
+	else if (picture.fault(Fault::heartbeats).there)
+	{
+		add("partner-mute", Grade::critical, kBlocks,
+		    "the partner's host answers pings but its agent is silent (" + since +
+		        "): this node does not take over while it answers");
+	}
+	else
+	{
+		add(kPartnerSilent, Grade::warning, kHarmless,
+		    "the partner is silent: " + since + "; this node has counted " + std::to_string(picture.silences) +
+		        " of 3 silences");
+	}
+}
+
+void Checklist::partner()
+{
+	if (!m_state.partnerRole.known())
+	{
+		silentPartner();
+		return;
+	}
+	if (m_state.role.is(Role::master) && m_state.partnerRole.is(Role::master))
+	{
+		add("two-masters", Grade::critical, kBlocks, "both nodes are master");
+	}
+	else if (m_state.role.is(Role::slave) && m_state.partnerRole.is(Role::slave))
+	{
+		add("no-master", Grade::critical, kBlocks, "both nodes are slave: nobody serves");
+	}
+	if (m_state.partnerAsks.is(true))
+	{
+		add("partner-asks", Grade::warning, kBlocks, "the partner asks: it has given up the service");
+	}
+	if (m_state.asking.is(true))
+	{
+		add("asks", Grade::warning, kBlocks, "this node asks its partner: it has given up the service");
+	}
+	if (m_state.picture().fault(Fault::partnerPort).there)
+	{
+		add("partner-refuses", Grade::warning, kBlocks,
+		    "the partner does not accept this node's heartbeats: its receiver does not work, or a firewall is "
+		    "between them");
+	}
+}
+
+void Checklist::master()
+{
+	if (const std::optional<Event>& takeOver = m_state.picture().takeOver)
+	{
+		add("taking-over", Grade::warning, kBlocks,
+		    "this node is taking the service since " + spanText(*m_state.age(takeOver->time)));
+		return;
+	}
+	if (m_state.address.known() && !m_state.address.told->held)
+	{
+		add("address-missing", Grade::critical, kHarmless,
+		    "this node is master, but the virtual address " + m_state.setting(key::kVirtualIP) + " is not on it");
+	}
+	else if (m_state.address.known() && !m_state.address.told->listed)
+	{
+		add("address-unlisted", Grade::warning, kHarmless,
+		    "ifconfig, where the agent looks, does not list the virtual address: give it a label");
+	}
+	if (m_state.programs.known() && !m_state.programs.told->run)
+	{
+		add("programs-missing", Grade::critical, kHarmless, "this node is master, but its programs do not run");
+	}
+}
+
+void Checklist::slave()
+{
+	if (m_state.address.known() && m_state.address.told->held)
+	{
+		add("address-on-slave", Grade::critical, kHarmless,
+		    "this node is slave, but the virtual address " + m_state.setting(key::kVirtualIP) + " is on it");
+	}
+	programs();
+}
+
+void Checklist::programs()
+{
+	if (!m_state.programs.known())
+	{
+		return;
+	}
+	for (const ProgramCount& program : m_state.programs.told->each)
+	{
+		if (program.executable == false)
+		{
+			add("program-file", Grade::warning, kBlocks, program.path + " is not there or may not be executed");
+		}
+	}
+	if (m_state.programs.told->run && !m_state.programs.told->each.empty())
+	{
+		add("programs-on-slave", Grade::warning, kHarmless,
+		    "this node is slave, but its programs run: a take-over would kill them first");
+	}
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,56 @@
+/// What is wrong with the node, and whether a fail-over would work now.
+///
+/// One list answers all: `status` prints it, `nagios` takes the worst of it, and
+/// a fail-over works when nothing on it stands in its way. On a master the
+/// question is whether its partner could take the service, on a slave whether
+/// this node could.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ctl/status/NodeState.h"
+
+namespace velarix::ctl
+{
+
+enum class Grade
+{
+	/// The service is there, but something is not as it should be.
+	warning,
+	/// The service is away, at risk now or not watched over.
+	critical,
+	/// It cannot be told how things are.
+	unknown
+};
+
+std::string_view wordOf(Grade grade);
+
+/// The problem that `nagios` judges by limits of its own.
+inline constexpr std::string_view kPartnerSilent = "partner-silent";
+
+struct Problem
+{
+	/// For programs; does not change.
+	std::string_view id;
+	Grade grade;
+	/// A fail-over would not work with it.
+	bool blocks;
+	std::string text;
+};
+
+struct Judgement
+{
+	std::vector<Problem> problems;
+	/// Empty: it cannot be told.
+	std::optional<bool> failOverWorks;
+
+	/// @return the texts of what stands in a fail-over's way, or of what is not known
+	std::vector<std::string> reasons() const;
+};
+
+Judgement judge(const NodeState& state);
+
+} // namespace velarix::ctl

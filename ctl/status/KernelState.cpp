@@ -1,0 +1,130 @@
+#include "ctl/status/KernelState.h"
+
+#include <algorithm>
+
+#include "inspect/HostProcesses.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+constexpr int kGatewayPings = 3;
+
+/// @return whether the file of a configured program may be executed. What stands
+///         behind the path (arguments) makes it another file, as for the agent
+std::optional<bool> executable(const Paths& paths, const std::string& program)
+{
+	const host::FileFacts facts = host::fileFacts(paths.below(program));
+	if (facts.kind == host::FileKind::notKnown)
+	{
+		return std::nullopt;
+	}
+	return facts.kind == host::FileKind::regular && (facts.mode & 0111U) != 0;
+}
+
+Figure<Programs> programsOf(const NodeState& state, const Paths& paths)
+{
+	const std::optional<std::vector<host::Process>> processes = host::processes();
+	if (!processes)
+	{
+		return notKnown<Programs>("/proc cannot be read");
+	}
+	Programs programs;
+	int total = 0;
+	for (const std::string& path : state.settings->programs())
+	{
+		ProgramCount program{path, programName(path), 0, executable(paths, path)};
+		for (const host::Process& process : *processes)
+		{
+			program.processes += matches(process.statusLine, {program.name});
+		}
+		total += program.processes;
+		programs.each.push_back(std::move(program));
+	}
+	programs.run = total >= static_cast<int>(programs.each.size());
+	return seen(std::move(programs), state.now);
+}
+
+Figure<HeldAddress> addressOf(const NodeState& state)
+{
+	const std::string wanted = state.setting(key::kVirtualIP);
+	HeldAddress held;
+	for (const host::Address& address : host::addresses())
+	{
+		if (address.address == wanted)
+		{
+			held = {true, address.card, address.label, address.prefix, address.listed};
+		}
+	}
+	return seen(held, state.now);
+}
+
+Figure<bool> carrierOf(const NodeState& state, const char* name)
+{
+	const host::Card card = host::card(name);
+	if (!card.present)
+	{
+		return notKnown<bool>("there is no card " + std::string(name));
+	}
+	return card.carrier ? seen(*card.carrier, state.now) : notKnown<bool>("the card is down");
+}
+
+Figure<bool> gatewayOf(const NodeState& state)
+{
+	const std::optional<bool> answers = host::answersPing(state.setting(key::kGatewayIP), kGatewayPings);
+	return answers ? seen(*answers, state.now) : notKnown<bool>("this user may not send pings");
+}
+
+void forgetKernel(NodeState& state, const std::string& why)
+{
+	state.programs = notKnown<Programs>(why);
+	state.address = notKnown<HeldAddress>(why);
+	state.gatewayAnswers = notKnown<bool>(why);
+}
+
+} // namespace
+
+std::vector<std::string> programNames(const SettingsFile& settings)
+{
+	std::vector<std::string> names;
+	for (const std::string& path : settings.programs())
+	{
+		names.push_back(programName(path));
+	}
+	return names;
+}
+
+int matches(const std::string& statusLine, const std::vector<std::string>& names)
+{
+	return static_cast<int>(std::ranges::count_if(names, [&](const std::string& name)
+	                                              { return statusLine.find(name) != std::string::npos; }));
+}
+
+void askKernel(NodeState& state, const Paths& paths)
+{
+	if (state.elsewhere)
+	{
+		const std::string why = "another root";
+		forgetKernel(state, why);
+		state.serviceCard = notKnown<bool>(why);
+		state.communicationCard = notKnown<bool>(why);
+		return;
+	}
+	state.serviceCard = carrierOf(state, kServiceCard);
+	state.communicationCard = carrierOf(state, kCommunicationCard);
+	if (!state.settings)
+	{
+		forgetKernel(state, "the settings cannot be read");
+		return;
+	}
+	state.programs = programsOf(state, paths);
+	state.address = addressOf(state);
+	state.gatewayAnswers = gatewayOf(state);
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,104 @@
+#include "ctl/status/LogTail.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <deque>
+#include <system_error>
+#include <vector>
+
+#include "inspect/LogReader.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+/// Messages around a change that the history is given to tell its cause, older
+/// and newer ones.
+constexpr std::size_t kBeforeChange = 500;
+constexpr std::size_t kAfterChange = 500;
+
+/// @return the role that a message tells which every pass or cycle repeats
+Role repeatedRole(const LogLine& line)
+{
+	if (line.is("ProcessChecker", 103))
+	{
+		return line.text.find("[MODE:M]") != std::string::npos ? Role::master : Role::slave;
+	}
+	if (line.is("CHeartReciver", 505))
+	{
+		return Role::master;
+	}
+	return line.is("CHeartReciver", 538) ? Role::slave : Role::unknown;
+}
+
+/// @param newestFirst messages in the order in which they were read back
+template <typename Messages> Picture pictureOf(const Messages& newestFirst, const Commands& commands)
+{
+	History history({}, commands);
+	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { history.feed(line); });
+	return history.picture();
+}
+
+} // namespace
+
+LogTail readTail(const LogWish& wish, std::optional<Instant> until)
+{
+	std::vector<LogLine> messages;
+	std::vector<LogTrouble> trouble;
+	readBackwards(
+	    wish.path, wish.now,
+	    [&](const LogLine& line)
+	    {
+		    messages.push_back(line);
+		    return messages.size() < kTailMessages || (until && line.time && *line.time > *until);
+	    },
+	    trouble);
+	LogTail tail;
+	tail.picture = pictureOf(messages, wish.commands);
+	if (!tail.picture.lastMessage)
+	{
+		const int error = trouble.empty() ? 0 : trouble.front().error;
+		tail.forbidden = error == EACCES;
+		tail.problem = trouble.empty() ? "the log " + wish.path.string() + " holds no message of an agent"
+		                               : "cannot read the log " + wish.path.string() + ": " +
+		                                     std::generic_category().message(error);
+	}
+	return tail;
+}
+
+LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
+{
+	LastChange result;
+	std::deque<LogLine> around;
+	std::size_t looked = 0;
+	std::size_t sinceFound = 0;
+	bool found = false;
+	std::vector<LogTrouble> ignored;
+	readBackwards(
+	    wish.path, wish.now,
+	    [&](const LogLine& line)
+	    {
+		    around.push_back(line);
+		    if (!found && around.size() > kAfterChange)
+		    {
+			    around.pop_front();
+		    }
+		    if (line.time)
+		    {
+			    result.searchedTo = line.time;
+		    }
+		    const Role told = repeatedRole(line);
+		    found = found || (told != Role::unknown && told != role);
+		    sinceFound += found ? 1 : 0;
+		    return sinceFound < kBeforeChange && ++looked < limit;
+	    },
+	    ignored);
+	result.event = pictureOf(around, wish.commands).lastRoleChange;
+	return result;
+}
+
+} // namespace velarix::ctl

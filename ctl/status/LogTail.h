@@ -1,0 +1,53 @@
+/// The end of a log, made into the picture that its last messages give, and the
+/// search for the last change of the role further back.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "ctl/history/Events.h"
+
+namespace velarix::ctl
+{
+
+/// Messages that surely hold everything an agent tells periodically.
+inline constexpr std::size_t kTailMessages = 3000;
+/// Messages after which the search for the last change of the role gives up:
+/// most of a day, a second or two of reading.
+inline constexpr std::size_t kSearchedMessages = 1'000'000;
+
+struct LogTail
+{
+	/// Why nothing could be read; empty when something was.
+	std::string problem;
+	/// The problem is a lack of rights.
+	bool forbidden = false;
+	/// Adds up what was read.
+	Picture picture;
+};
+
+/// Which log, when, and by what its commands are known.
+struct LogWish
+{
+	std::filesystem::path path;
+	/// About when the last message was written.
+	Instant now;
+	Commands commands;
+};
+
+/// @param until read back at least to there, if that is further than kTailMessages
+LogTail readTail(const LogWish& wish, std::optional<Instant> until = std::nullopt);
+
+struct LastChange
+{
+	/// The event roleChanged; nothing when none was found.
+	std::optional<Event> event;
+	/// The oldest message that was looked at.
+	std::optional<Instant> searchedTo;
+};
+
+/// Looks back for the last change of the role, which is `role` now.
+LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit = kSearchedMessages);
+
+} // namespace velarix::ctl

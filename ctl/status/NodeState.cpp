@@ -1,0 +1,240 @@
+#include "ctl/status/NodeState.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ctl/status/KernelState.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+/// What a fresh agent gets before silence of its log counts: it drops the
+/// address and kills the programs before it says who it is.
+constexpr std::chrono::seconds kStart{15};
+/// A message may be this far in the future: the tenths of two clocks.
+constexpr std::chrono::seconds kFuture{2};
+
+void readSettings(NodeState& state, const Paths& paths)
+{
+	try
+	{
+		state.settings = SettingsFile::load(paths.settings);
+		state.timing = Timing::of(*state.settings);
+	}
+	catch (const Failure& failure)
+	{
+		state.settingsProblem = failure.what();
+		state.settingsCode = failure.code();
+		return;
+	}
+	const std::optional<Instant> changed = host::changedAt(paths.settings);
+	state.settingsNewer = changed && state.agent.since && *changed > *state.agent.since + std::chrono::seconds(5);
+}
+
+void readLog(NodeState& state, const Paths& paths, std::optional<Instant> until)
+{
+	const std::string path = state.setting(key::kLogPath);
+	if (!state.settings)
+	{
+		state.tail.problem = "where the log is stands in the settings: " + state.settingsProblem;
+		state.tail.forbidden = state.settingsCode == ExitCode::noPermission;
+	}
+	else if (!path.starts_with('/'))
+	{
+		state.tail.problem =
+		    path.empty() ? "the settings name no log file"
+		                 : "LOG.PATH is relative (" + path + "): where it is depends on where the agent was started";
+	}
+	else
+	{
+		state.log = paths.below(path);
+		state.tail = readTail(state.logWish(), until);
+	}
+}
+
+/// @return why what the log told may not be true now; empty when it may
+std::string doubt(NodeState& state)
+{
+	const Picture& picture = state.picture();
+	if (!state.agent.lives() || state.agent.state == AgentState::frozen)
+	{
+		return state.agent.text;
+	}
+	const bool young = state.agent.since && state.now - *state.agent.since < kStart;
+	if (!state.tail.problem.empty())
+	{
+		state.starting = young && !state.tail.forbidden;
+		return state.tail.problem;
+	}
+	if (picture.process != state.agent.pid)
+	{
+		state.starting = young;
+		state.logStale = !young;
+		return "the log's last lines are of process " + std::to_string(picture.process) + ", not of the agent (" +
+		       std::to_string(state.agent.pid) + ")";
+	}
+	const Milliseconds age = *state.age(picture.lastMessage);
+	if (age < -kFuture)
+	{
+		state.logStale = true;
+		return "the log's last line is " + spanText(-age) +
+		       " in the future: clock or time zone are not those of the agent";
+	}
+	if (age > state.timing.logPause())
+	{
+		state.logStale = true;
+		return "the agent lives, but its log is silent for " + spanText(age) + " (" +
+		       spanText(state.timing.logPause()) + " at most are usual)";
+	}
+	return {};
+}
+
+template <typename Value> Figure<Value> fromLog(const NodeState& state, const std::optional<Told<Value>>& told)
+{
+	Figure<Value> figure;
+	figure.why = state.distrust;
+	if (told)
+	{
+		figure.told = told->value;
+		figure.at = told->at;
+		figure.since = told->since;
+	}
+	else if (figure.why.empty())
+	{
+		figure.why = "the log does not tell";
+	}
+	return figure;
+}
+
+void takeRole(NodeState& state)
+{
+	const std::optional<Told<Role>>& told = state.picture().role;
+	state.role = fromLog(state, told && told->value != Role::unknown ? told : std::nullopt);
+	if (state.role.known() && *state.age(state.role) > state.timing.rolePause())
+	{
+		state.role.why = "the log told it last " + spanText(*state.age(state.role)) + " ago";
+	}
+}
+
+/// @return whether the heartbeat is fresh enough to tell how the partner is now.
+///         While the service is being started nobody reads heartbeats.
+bool heard(const NodeState& state)
+{
+	return state.heartbeat.known() && !state.picture().partnerLost &&
+	       (state.picture().takeOver || *state.age(state.heartbeat) <= state.timing.heartbeatPause());
+}
+
+template <typename Value> Figure<Value> ofPartner(const NodeState& state, Value value)
+{
+	Figure<Value> figure{value, state.heartbeat.at, std::nullopt, state.heartbeat.why};
+	if (state.heartbeat.known() && !heard(state))
+	{
+		figure.why = "no heartbeat for " + spanText(*state.age(state.heartbeat));
+	}
+	return figure;
+}
+
+void takePartner(NodeState& state)
+{
+	state.heartbeat = fromLog(state, state.picture().received);
+	state.sent = fromLog(state, state.picture().sent);
+	if (!state.heartbeat.told)
+	{
+		const std::string why =
+		    state.distrust.empty() ? "no heartbeat of it in the part of the log that was read" : state.distrust;
+		state.heartbeat.why = why;
+		state.partnerRole = notKnown<Role>(why);
+		state.partnerAsks = notKnown<bool>(why);
+		state.partnerRuns = notKnown<bool>(why);
+		return;
+	}
+	const Heartbeat& last = *state.heartbeat.told;
+	state.partnerRole = ofPartner(state, last.master ? Role::master : Role::slave);
+	state.partnerAsks = ofPartner(state, last.asking);
+	state.partnerRuns = ofPartner(state, last.running);
+}
+
+void takeLog(NodeState& state)
+{
+	const Picture& picture = state.picture();
+	takeRole(state);
+	takePartner(state);
+	state.networkOk = fromLog(state, picture.networkOk);
+	state.asking = fromLog(state, picture.asking);
+	state.programsRunToAgent = fromLog(state, picture.programsRun);
+}
+
+/// @return when the role began; nothing when the log was not read far enough back
+std::optional<Instant> roleSince(const NodeState& state)
+{
+	const std::optional<Instant>& started = state.agent.since;
+	const LastChange& change = state.lastChange;
+	if (change.event)
+	{
+		// Every agent starts as slave, so a start may have ended an earlier one.
+		return change.event->to == state.role.told ? std::max(change.event->time, started.value_or(Instant::min()))
+		                                           : std::optional<Instant>();
+	}
+	const bool whole = started && change.searchedTo && *change.searchedTo <= *started + kStart;
+	return whole ? started : std::nullopt;
+}
+
+} // namespace
+
+std::string NodeState::setting(const char* name) const
+{
+	return settings ? settings->text(name).value_or("") : std::string();
+}
+
+LogWish NodeState::logWish() const
+{
+	return {log, now, {setting(key::kStartCommand), setting(key::kStopCommand), setting(key::kKillCommand)}};
+}
+
+std::optional<Milliseconds> NodeState::age(const std::optional<Instant>& time) const
+{
+	return time ? std::optional(std::chrono::duration_cast<Milliseconds>(now - *time)) : std::nullopt;
+}
+
+NodeState Observer::look(Instant now)
+{
+	NodeState state;
+	state.now = now;
+	state.elsewhere = m_paths.elsewhere();
+	state.agent = lookForAgent(m_paths);
+	readSettings(state, m_paths);
+	readLog(state, m_paths, m_lastLook);
+	state.distrust = doubt(state);
+	takeLog(state);
+	askKernel(state, m_paths);
+	noteChange(state);
+	m_lastLook = now - kStart;
+	return state;
+}
+
+/// The search far back is made once for each agent; later changes are in the
+/// part of the log that is read anyway.
+void Observer::noteChange(NodeState& state)
+{
+	if (state.picture().lastRoleChange)
+	{
+		m_change = {state.picture().lastRoleChange, std::nullopt};
+		m_process = state.picture().process;
+	}
+	else if (m_search && state.picture().role && m_process != state.picture().process)
+	{
+		m_process = state.picture().process;
+		m_change = findLastChange(state.logWish(), state.picture().role->value);
+	}
+	state.lastChange = m_change;
+	state.role.since = roleSince(state);
+}
+
+} // namespace velarix::ctl

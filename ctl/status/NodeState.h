@@ -1,0 +1,146 @@
+/// What is known of this node now: from its settings, its agent's process, its
+/// log and the kernel, each figure with its age or the reason why it is not known.
+///
+/// A figure that the log told counts as known only while the agent of the pid
+/// file lives and the log's last lines are its own and fresh. A role is never
+/// taken from a file alone.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ctl/history/Events.h"
+#include "ctl/status/AgentProcess.h"
+#include "ctl/status/Figure.h"
+#include "ctl/status/LogTail.h"
+#include "ctl/status/Timing.h"
+#include "inspect/ExitCode.h"
+#include "inspect/Host.h"
+#include "inspect/Paths.h"
+#include "inspect/SettingsFile.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+/// One configured program and the processes whose names contain its name, as the
+/// agent counts them.
+struct ProgramCount
+{
+	std::string path;
+	std::string name;
+	int processes = 0;
+	/// Its file is there and may be executed; empty when that is not known.
+	std::optional<bool> executable;
+};
+
+struct Programs
+{
+	std::vector<ProgramCount> each;
+	/// The agent's rule: at least as many matches in total as programs.
+	bool run = false;
+};
+
+/// Where the virtual address is on this machine.
+struct HeldAddress
+{
+	bool held = false;
+	/// Of the card that holds it.
+	std::string card;
+	std::string label;
+	int prefix = 0;
+	/// `ifconfig`, which the agent asks, lists it.
+	bool listed = false;
+};
+
+struct NodeState
+{
+	Instant now;
+	/// The files are those of another root: the kernel was not asked.
+	bool elsewhere = false;
+
+	std::optional<SettingsFile> settings;
+	/// Why there are none; empty when they were read.
+	std::string settingsProblem;
+	ExitCode settingsCode = ExitCode::fine;
+	/// The file was changed after the agent had read it.
+	bool settingsNewer = false;
+	Timing timing;
+
+	Agent agent;
+
+	/// Empty without settings.
+	std::filesystem::path log;
+	LogTail tail;
+	/// Why what the log told may not be true now; empty when it may be believed.
+	std::string distrust;
+	/// The agent lives and its log is silent for longer than a sound agent's.
+	bool logStale = false;
+	/// The agent has not had the time to say anything yet.
+	bool starting = false;
+
+	Figure<Role> role;
+	/// This node's own verdict on its network.
+	Figure<bool> networkOk;
+	/// This node asks its partner to take the service.
+	Figure<bool> asking;
+	Figure<bool> programsRunToAgent;
+	/// The last one received. Known although old: its age tells.
+	Figure<Heartbeat> heartbeat;
+	Figure<Heartbeat> sent;
+	/// Of the partner, known only while it is heard.
+	Figure<Role> partnerRole;
+	Figure<bool> partnerAsks;
+	Figure<bool> partnerRuns;
+	/// The last change of the own role; what became known of it only with
+	/// `searchedTo` when none was found.
+	LastChange lastChange;
+
+	Figure<Programs> programs;
+	Figure<HeldAddress> address;
+	/// True: has carrier. Not known for a card that is not there or down.
+	Figure<bool> serviceCard;
+	Figure<bool> communicationCard;
+	Figure<bool> gatewayAnswers;
+
+	const Picture& picture() const { return tail.picture; }
+	/// @return how its log is read
+	LogWish logWish() const;
+	/// @return a setting's text; empty without it
+	std::string setting(const char* name) const;
+	/// @return how old it is; nothing without a time
+	std::optional<Milliseconds> age(const std::optional<Instant>& time) const;
+	template <typename Value> std::optional<Milliseconds> age(const Figure<Value>& figure) const
+	{
+		return age(figure.at);
+	}
+};
+
+/// Looks again and again, and keeps what need not be read anew.
+class Observer
+{
+public:
+	/// @param search looks for the last change of the role also far back in the log
+	explicit Observer(Paths paths, bool search = true) : m_paths(std::move(paths)), m_search(search) {}
+
+	NodeState look(Instant now);
+
+private:
+	Paths m_paths;
+	bool m_search;
+	std::optional<Instant> m_lastLook;
+	long m_process = 0;
+	LastChange m_change;
+
+	void noteChange(NodeState& state);
+};
+
+/// Names of the configured programs as the agent looks for them.
+std::vector<std::string> programNames(const SettingsFile& settings);
+
+/// @return how many of the names the status line contains, the agent's rule
+int matches(const std::string& statusLine, const std::vector<std::string>& names);
+
+} // namespace velarix::ctl

@@ -1,0 +1,63 @@
+#include "ctl/check/Check.h"
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl/render/CheckOutput.h"
+#include "ctl/verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+struct CheckOptions
+{
+	std::string file;
+	std::string partner;
+	bool filesOnly = false;
+	bool tryCommands = false;
+	bool strict = false;
+	bool json = false;
+};
+
+ExitCode runCheck(const CheckOptions& options, const Context& context)
+{
+	CheckRequest request{.file = options.file.empty() ? context.paths.settings : std::filesystem::path(options.file),
+	                     .partner = {},
+	                     .filesOnly = options.filesOnly,
+	                     .tryCommands = options.tryCommands};
+	if (!options.partner.empty())
+	{
+		request.partner = options.partner;
+	}
+	const CheckReport report = check(request, context.paths);
+	options.json ? printReportJson(context.out, report) : printReport(context.out, report, context.colour);
+	const bool wrong = report.count(Severity::error) > 0 || (options.strict && report.count(Severity::warning) > 0);
+	return wrong ? ExitCode::settings : ExitCode::fine;
+}
+
+} // namespace
+
+void addCheck(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("check", "find what would abort or cripple the agent, before it is started");
+	const auto options = std::make_shared<CheckOptions>();
+	verb->add_option("FILE", options->file, "settings file; the installed one without it");
+	verb->add_option("--partner", options->partner, "the partner's settings file: check that the two fit")
+	    ->type_name("FILE");
+	CLI::Option* const filesOnly =
+	    verb->add_flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine");
+	verb->add_flag("--try-commands", options->tryCommands,
+	               "run the virtual IP commands in a network of their own and see what they do; what they do to files "
+	               "happens")
+	    ->excludes(filesOnly);
+	verb->add_flag("--strict", options->strict, "let warnings count as errors");
+	verb->add_flag("--json", options->json, "print the findings as JSON");
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runCheck(*options, context); }; });
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,194 @@
+#include "ctl/history/Events.h"
+
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "inspect/HostActions.h"
+#include "ctl/history/Since.h"
+#include "ctl/render/EventReport.h"
+#include "ctl/verbs/Verbs.h"
+#include "inspect/LogReader.h"
+#include "inspect/SettingsFile.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto kLook = 200ms;
+
+struct EventsOptions
+{
+	std::string since;
+	std::string log;
+	bool follow = false;
+	bool json = false;
+};
+
+/// Which log, and by what its commands are known.
+struct Wish
+{
+	std::filesystem::path log;
+	Commands commands;
+};
+
+std::filesystem::path logOf(const SettingsFile& settings, const Context& context)
+{
+	const std::string path = settings.text(key::kLogPath).value_or("");
+	if (path.empty())
+	{
+		throw Failure(ExitCode::settings, settings.path().string() + " has no LOG.PATH");
+	}
+	return context.paths.below(path);
+}
+
+/// The settings tell where the log is; a log that is named needs them no more.
+Wish readWish(const EventsOptions& options, const Context& context)
+{
+	Wish wish{options.log, {}};
+	try
+	{
+		const SettingsFile settings = SettingsFile::load(context.paths.settings);
+		wish.commands = {settings.text(key::kStartCommand).value_or(""), settings.text(key::kStopCommand).value_or(""),
+		                 settings.text(key::kKillCommand).value_or("")};
+		wish.log = wish.log.empty() ? logOf(settings, context) : wish.log;
+	}
+	catch (const Failure& failure)
+	{
+		if (wish.log.empty())
+		{
+			throw Failure(failure.code(), std::string(failure.what()) + "; name the log with --log");
+		}
+	}
+	return wish;
+}
+
+Instant readSince(const EventsOptions& options, const Context& context)
+{
+	if (options.since.empty())
+	{
+		return Instant::min();
+	}
+	const std::optional<Instant> since = parseSince(options.since, context.now());
+	if (!since)
+	{
+		throw Failure(ExitCode::usage,
+		              "--since \"" + options.since +
+		                  "\" is no time: give a span (2h, 1d12h), a date (2026-11-21 09:07) or a time "
+		                  "of today (09:07)");
+	}
+	return *since;
+}
+
+/// Writes events and what could not be read.
+class Printer
+{
+public:
+	Printer(const EventsOptions& options, const Context& context, Instant since)
+	    : m_json(options.json), m_context(context), m_since(since)
+	{
+	}
+
+	void print(const Event& event)
+	{
+		if (event.time < m_since)
+		{
+			return;
+		}
+		if (m_json)
+		{
+			m_context.out << eventJson(event).dump() << '\n';
+			return;
+		}
+		if (!std::exchange(m_begun, true))
+		{
+			m_context.out << textHeader() << '\n';
+		}
+		m_context.out << textLine(event, m_context.colour) << '\n';
+	}
+
+	void tell(const std::vector<LogTrouble>& trouble)
+	{
+		for (; m_told < trouble.size(); ++m_told)
+		{
+			const LogTrouble& one = trouble[m_told];
+			m_context.err << "velarixctl: cannot read " << one.path.string() << ": "
+			              << std::generic_category().message(one.error) << '\n';
+		}
+	}
+
+private:
+	bool m_json;
+	const Context& m_context;
+	Instant m_since;
+	bool m_begun = false;
+	std::size_t m_told = 0;
+};
+
+/// @return what a log of which nothing could be read means for the exit status
+ExitCode unread(const std::vector<LogTrouble>& trouble)
+{
+	const bool forbidden = !trouble.empty() && trouble.back().error == EACCES;
+	return forbidden ? ExitCode::noPermission : ExitCode::noInput;
+}
+
+ExitCode runEvents(const EventsOptions& options, const Context& context)
+{
+	const Instant since = readSince(options, context);
+	const Wish wish = readWish(options, context);
+	Printer printer(options, context, since);
+	History history([&printer](const Event& event) { printer.print(event); }, wish.commands);
+	LogReader reader(wish.log, since == Instant::min() ? std::nullopt : std::optional(since));
+	bool anything = false;
+	LogLine line;
+	do
+	{
+		while (context.out && reader.next(line))
+		{
+			anything = true;
+			history.feed(line);
+		}
+		printer.tell(reader.trouble());
+		context.out << std::flush;
+		if (options.follow && context.out)
+		{
+			host::pause(kLook);
+		}
+	} while (options.follow && context.out);
+	while (reader.last(line))
+	{
+		anything = true;
+		history.feed(line);
+	}
+	return anything || reader.trouble().empty() ? ExitCode::fine : unread(reader.trouble());
+}
+
+} // namespace
+
+void addEvents(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("events", "what has happened on this node, told from the log and its archives");
+	const auto options = std::make_shared<EventsOptions>();
+	verb->add_option("--since", options->since,
+	                 "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today")
+	    ->type_name("TIME");
+	verb->add_flag("-f,--follow", options->follow, "go on with what happens from now on");
+	verb->add_flag("--json", options->json, "print an object of JSON a line");
+	verb->add_option("--log", options->log, "read this log instead of the one that the settings name")
+	    ->type_name("FILE");
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runEvents(*options, context); }; });
+}
+
+} // namespace velarix::ctl

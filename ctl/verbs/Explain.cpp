@@ -1,0 +1,110 @@
+#include "ctl/history/Explain.h"
+
+#include <iostream>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl/verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+struct ExplainOptions
+{
+	std::vector<std::string> words;
+	bool json = false;
+};
+
+/// Explains one message after the other, each place once.
+class Explainer
+{
+public:
+	Explainer(const ExplainOptions& options, const Context& context) : m_json(options.json), m_context(context) {}
+
+	void take(const std::string& message)
+	{
+		if (message.empty())
+		{
+			return;
+		}
+		const std::vector<Explanation> explanations = explain(message);
+		if (explanations.empty())
+		{
+			m_known = false;
+			m_context.err << "velarixctl: " << whyUnknown(message) << '\n';
+		}
+		for (const Explanation& explanation : explanations)
+		{
+			if (m_told.insert({explanation.row, explanation.otherText}).second)
+			{
+				print(explanation);
+			}
+		}
+	}
+
+	ExitCode result() const { return m_known ? ExitCode::fine : ExitCode::notAsWished; }
+
+private:
+	bool m_json;
+	const Context& m_context;
+	bool m_known = true;
+	std::set<std::pair<const CatalogueRow*, bool>> m_told;
+
+	void print(const Explanation& explanation)
+	{
+		if (m_json)
+		{
+			m_context.out << explanationJson(explanation).dump() << '\n';
+			return;
+		}
+		m_context.out << (m_told.size() > 1 ? "\n" : "") << explanationText(explanation, m_context.colour);
+	}
+};
+
+ExitCode runExplain(const ExplainOptions& options, const Context& context)
+{
+	Explainer explainer(options, context);
+	if (options.words == std::vector<std::string>{"-"})
+	{
+		MessageSplitter splitter;
+		for (std::string line; std::getline(std::cin, line);)
+		{
+			explainer.take(splitter.add(line));
+		}
+		explainer.take(splitter.finish());
+		return explainer.result();
+	}
+	std::string message;
+	for (const std::string& word : options.words)
+	{
+		message += (message.empty() ? "" : " ") + word;
+	}
+	if (message.empty())
+	{
+		throw Failure(ExitCode::usage, "nothing to explain: MESSAGE is empty");
+	}
+	explainer.take(message);
+	return explainer.result();
+}
+
+} // namespace
+
+void addExplain(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("explain", "what a message of the agent means and what to do");
+	const auto options = std::make_shared<ExplainOptions>();
+	verb->add_option("MESSAGE", options->words,
+	                 "LABEL:NUMBER, a line of the log or of the console, a text; \"-\" reads standard input")
+	    ->required();
+	verb->add_flag("--json", options->json, "print an object of JSON a line");
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runExplain(*options, context); }; });
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,183 @@
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl/check/Check.h"
+#include "ctl/init/Answers.h"
+#include "ctl/init/PairSettings.h"
+#include "ctl/init/Placement.h"
+#include "ctl/render/CheckOutput.h"
+#include "ctl/verbs/Verbs.h"
+#include "inspect/RunInfo.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+struct InitOptions
+{
+	Answers answers;
+	std::string output = "velarix-pair";
+	std::optional<NodeName> here;
+	bool force = false;
+};
+
+/// The files of one node in a directory, or where this node has them.
+struct NodeFiles
+{
+	fs::path settings;
+	fs::path runInfo;
+	bool installed = false;
+};
+
+NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
+{
+	if (options.here == node)
+	{
+		return {paths.settings, paths.runInfo, true};
+	}
+	const fs::path directory = fs::path(options.output) / textOf(node);
+	return {directory / paths.settings.filename(), directory / paths.runInfo.filename(), false};
+}
+
+void complete(Answers& answers, const Context& context)
+{
+	const std::vector<std::string> wrong = faults(answers);
+	if (!wrong.empty())
+	{
+		throw Failure(ExitCode::usage, wrong.front());
+	}
+	const std::vector<std::string> missing = missingOptions(answers);
+	if (missing.empty())
+	{
+		return;
+	}
+	if (context.in == nullptr)
+	{
+		std::string list;
+		for (const std::string& option : missing)
+		{
+			list += " " + option;
+		}
+		throw Failure(ExitCode::usage, "needed:" + list + " (asked for when the input is a terminal)");
+	}
+	askFor(answers, *context.in, context.err);
+}
+
+/// What the checks have against the pair goes to the diagnostics.
+/// @return whether it may be written
+bool isSound(const SettingsFile& left, const SettingsFile& right, const Context& context)
+{
+	const CheckReport report = checkTexts(left, right);
+	if (!report.findings.empty())
+	{
+		printReport(context.err, report, false);
+	}
+	return report.count(Severity::error) == 0;
+}
+
+void makeDirectory(const fs::path& directory)
+{
+	std::error_code error;
+	fs::create_directories(directory, error);
+	if (error)
+	{
+		throw Failure(error == std::errc::permission_denied ? ExitCode::noPermission : ExitCode::cannotWrite,
+		              "cannot make " + directory.string() + ": " + error.message());
+	}
+}
+
+ExitCode runInit(InitOptions& options, const Context& context)
+{
+	complete(options.answers, context);
+	std::vector<NewFile> files;
+	std::vector<SettingsFile> texts;
+	std::vector<NodeFiles> places;
+	for (const NodeName node : {NodeName::a, NodeName::b})
+	{
+		const NodeFiles place = filesOf(options, node, context.paths);
+		const std::string text = settingsText(options.answers, node);
+		texts.push_back(SettingsFile::parse(place.settings, text));
+		files.push_back({place.settings, text, false});
+		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
+		places.push_back(place);
+	}
+	if (!isSound(texts[0], texts[1], context))
+	{
+		context.err << "nothing was written\n";
+		return ExitCode::settings;
+	}
+	for (const NodeFiles& place : places)
+	{
+		if (!place.installed)
+		{
+			makeDirectory(place.settings.parent_path());
+		}
+	}
+	place(files, {.force = options.force, .now = context.now()}, context.out);
+	return ExitCode::fine;
+}
+
+NodeName nodeOf(const std::string& name)
+{
+	return name == textOf(NodeName::a) ? NodeName::a : NodeName::b;
+}
+
+void addAnswers(CLI::App& verb, Answers& answers)
+{
+	for (const Question& question : questions())
+	{
+		verb.add_option(std::string("--") + question.option, answers.*question.answer, question.text)
+		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS");
+	}
+	verb.add_option("--program", answers.programs, "a managed program's path, without arguments; once for each")
+	    ->type_name("PATH")
+	    ->allow_extra_args(false);
+	verb.add_option("--port", answers.port, "TCP port of the heartbeats, on both nodes")->capture_default_str();
+	verb.add_option("--interval", answers.interval, "seconds between heartbeats")->capture_default_str();
+	verb.add_option("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")
+	    ->capture_default_str();
+	verb.add_option("--waiting-time", answers.waitingTime, "seconds between the address and the programs")
+	    ->capture_default_str();
+	verb.add_option("--check-cycle", answers.checkCycle, "seconds between looks at the programs")
+	    ->capture_default_str();
+	verb.add_option("--log", answers.log, "the log file")->type_name("PATH")->capture_default_str();
+	verb.add_option("--purge-age", answers.purgeAge, "age at which old logs are deleted")->capture_default_str();
+}
+
+} // namespace
+
+void addInit(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("init", "write the settings files and run-info records of both nodes");
+	const auto options = std::make_shared<InitOptions>();
+	addAnswers(*verb, options->answers);
+	const CLI::IsMember nodes({"a", "b"});
+	verb->add_option_function<std::string>(
+	        "--master", [options](const std::string& name) { options->answers.master = nodeOf(name); },
+	        "the node that serves when both are well")
+	    ->type_name("a|b")
+	    ->check(nodes.description(""))
+	    ->default_str("a");
+	verb->add_option("--output", options->output, "where the files go, in a directory for each node")
+	    ->type_name("DIR")
+	    ->capture_default_str();
+	verb->add_option_function<std::string>(
+	        "--this", [options](const std::string& name) { options->here = nodeOf(name); },
+	        "put the files of this node in place; the other one's go to --output")
+	    ->type_name("a|b")
+	    ->check(nodes.description(""));
+	verb->add_flag("--force", options->force, "replace files that are there, keeping a copy of each");
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runInit(*options, context); }; });
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,58 @@
+#include "ctl/render/Metrics.h"
+
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl/OutputFile.h"
+#include "ctl/verbs/Verbs.h"
+#include "inspect/Host.h"
+#include "inspect/InputFile.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+/// @return the counts that the former run left; zeros when there is none
+Counters formerCounters(const std::filesystem::path& file)
+{
+	return host::fileFacts(file).kind == host::FileKind::missing ? Counters{} : readCounters(readInputFile(file));
+}
+
+ExitCode runMetrics(const std::string& textfile, const Context& context)
+{
+	Counters counters = textfile.empty() ? Counters{} : formerCounters(textfile);
+	const NodeState state = Observer(context.paths, !counters.roleChanged).look(context.now());
+	if (!textfile.empty() && state.tail.problem.empty())
+	{
+		countOn(counters, state.logWish());
+	}
+	const std::string text = metricsText(state, judge(state), counters);
+	textfile.empty() ? void(context.out << text) : replaceFile(textfile, text);
+	if (!state.settingsProblem.empty())
+	{
+		context.err << "velarixctl: " << state.settingsProblem << '\n';
+		return state.settingsCode;
+	}
+	return ExitCode::fine;
+}
+
+} // namespace
+
+void addMetrics(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("metrics", "the state as Prometheus metrics");
+	const auto textfile = std::make_shared<std::string>();
+	verb->add_option("--textfile", *textfile,
+	                 "write FILE (whole or not at all) instead of standard output, with counters that go on from run "
+	                 "to run")
+	    ->type_name("FILE");
+	verb->callback([textfile, &context]
+	               { context.action = [textfile, &context] { return runMetrics(*textfile, context); }; });
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,60 @@
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl/render/StatusJson.h"
+#include "ctl/render/StatusText.h"
+#include "ctl/status/Judgement.h"
+#include "ctl/status/NodeState.h"
+#include "ctl/verbs/Verbs.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+/// The statuses that init scripts give.
+ExitCode codeOf(const NodeState& state)
+{
+	switch (state.agent.state)
+	{
+	case AgentState::dead:
+	case AgentState::otherProgram:
+		return ExitCode::notAsWished;
+	case AgentState::noPidFile:
+		return ExitCode::notRunning;
+	case AgentState::running:
+	case AgentState::frozen:
+	case AgentState::notKnown:
+		break;
+	}
+	return state.role.known() ? ExitCode::fine : ExitCode::notKnown;
+}
+
+ExitCode runStatus(bool json, const Context& context)
+{
+	const NodeState state = Observer(context.paths).look(context.now());
+	const Judgement judgement = judge(state);
+	if (json)
+	{
+		context.out << jsonText(statusJson(state, judgement), 2) << '\n';
+	}
+	else
+	{
+		context.out << statusText(state, judgement, context.colour);
+	}
+	return codeOf(state);
+}
+
+} // namespace
+
+void addStatus(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("status", "how this node and its pair are now, and whether a fail-over works");
+	const auto json = std::make_shared<bool>(false);
+	verb->add_flag("--json", *json, "print it as JSON");
+	verb->callback([json, &context] { context.action = [json, &context] { return runStatus(*json, context); }; });
+}
+
+} // namespace velarix::ctl

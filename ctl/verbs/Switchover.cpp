@@ -1,0 +1,131 @@
+#include <algorithm>
+#include <iomanip>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl/handover/HandOver.h"
+#include "ctl/verbs/Seconds.h"
+#include "ctl/verbs/Verbs.h"
+#include "inspect/Host.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+/// A day.
+constexpr double kLongestWait = 86400;
+
+struct SwitchoverOptions
+{
+	bool dryRun = false;
+	/// Seconds; 0: what the settings make it take, three times, a minute at least,
+	/// and a check cycle.
+	double timeOut = 0;
+};
+
+milliseconds allowed(const SwitchoverOptions& options, const NodeState& state)
+{
+	if (options.timeOut > 0)
+	{
+		return milliseconds(static_cast<long>(options.timeOut * 1000));
+	}
+	// The partner's heartbeats tell of its programs what its checker saw last.
+	return std::max<milliseconds>(std::chrono::minutes(1), 3 * state.timing.handOver()) + state.timing.checkCycle;
+}
+
+ExitCode refuse(const HandOverPlan& plan, const Context& context)
+{
+	for (const std::string& refusal : plan.refusals)
+	{
+		context.err << "velarixctl: refused: " << refusal << '\n';
+	}
+	return ExitCode::refused;
+}
+
+void describe(const HandOverPlan& plan, const NodeState& state, const Context& context)
+{
+	context.out << "would hand the service over to " << state.setting(key::kPartnerIP) << ":\n";
+	for (const std::string& command : plan.commands)
+	{
+		context.out << "  run without a network: " << command << '\n';
+	}
+	for (const host::Process& process : plan.targets)
+	{
+		context.out << "  which is to end " << process.name << ", process " << process.pid << '\n';
+	}
+	context.out << "  the agent then misses its programs, drops " << state.setting(key::kVirtualIP)
+	            << " and asks its partner\nexpected to take about " << spanText(state.timing.handOver()) << '\n';
+}
+
+ExitCode conclude(HandOver::End end, const HandOver& handOver, const NodeState& before, const Context& context)
+{
+	const std::string partner = before.setting(key::kPartnerIP);
+	switch (end)
+	{
+	case HandOver::End::moved:
+		context.out << "the service moved to " << partner << " in " << spanText(handOver.duration())
+		            << "; its address did not answer for " << spanText(handOver.silence()) << '\n';
+		return ExitCode::fine;
+	case HandOver::End::cameBack:
+		context.err << "velarixctl: this node has taken the service back after " << spanText(handOver.duration())
+		            << "; see velarixctl events here and on " << partner << '\n';
+		return ExitCode::notAsWished;
+	case HandOver::End::timeOut:
+		break;
+	}
+	context.err << "velarixctl: not done after " << spanText(handOver.duration()) << "; " << handOver.missing()
+	            << ". The agents go on; see velarixctl watch\n";
+	return ExitCode::timeOut;
+}
+
+ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
+{
+	Observer observer(context.paths, false);
+	const NodeState before = observer.look(context.now());
+	const HandOverPlan plan = planHandOver(before, judge(before), context.paths);
+	if (!plan.refusals.empty())
+	{
+		return refuse(plan, context);
+	}
+	if (options.dryRun)
+	{
+		describe(plan, before, context);
+		return ExitCode::fine;
+	}
+	if (host::user() != 0)
+	{
+		throw Failure(ExitCode::noPermission, "only root may end the programs");
+	}
+	HandOver handOver(
+	    plan, [&] { return observer.look(context.now()); },
+	    [&](milliseconds since, const std::string& text)
+	    { context.out << std::setw(8) << spanText(since) << "  " << text << std::endl; });
+	return conclude(handOver.run(allowed(options, before)), handOver, before, context);
+}
+
+} // namespace
+
+void addSwitchover(CLI::App& app, Context& context)
+{
+	CLI::App* verb = app.add_subcommand("switchover", "on the master: hand the service over to the partner");
+	const auto options = std::make_shared<SwitchoverOptions>();
+	verb->add_flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing");
+	verb->add_option("--timeout", options->timeOut,
+	                 "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
+	                 "check cycle)")
+	    ->type_name("SECONDS")
+	    ->check(secondsFrom(0.1, kLongestWait));
+	verb->callback([options, &context]
+	               { context.action = [options, &context] { return runSwitchover(*options, context); }; });
+}
+
+} // namespace velarix::ctl

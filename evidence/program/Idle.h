@@ -1,0 +1,32 @@
+/// `velarix-lab idle`: what agent, keepalived and monit cost while nothing happens.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "lab/core/Basics.h"
+#include "lab/core/NodeSettings.h"
+
+namespace velarix::lab
+{
+
+struct IdleOptions
+{
+	std::filesystem::path installRoot{};
+	PairTimes times{};
+	int seconds = 60; ///< of a window
+	int windows = 5;
+	std::vector<std::string> guards{}; ///< empty: all
+	std::string form = "text";         ///< text, json
+	std::string output{};              ///< file for the report; empty: standard output
+	std::string records{};             ///< file for the report as JSON, besides; empty: none
+};
+
+/// The guards run side by side, each in a lab of its own; then their memory is measured
+/// once more, one after the other.
+/// @return exit status: 0 when all was measured, else 1
+/// @throws LabError when a guard is not installed or no lab can be made
+int runIdle(const IdleOptions& options);
+
+} // namespace velarix::lab

@@ -1,0 +1,20 @@
+/// `velarix-lab takeover`: how long take-overs last beyond their prescribed waits.
+#pragma once
+
+#include "lab/campaigns/Campaign.h"
+#include "lab/core/NodeSettings.h"
+
+namespace velarix::lab
+{
+
+/// `only` names paths; `runs` counts the samples of each path.
+struct TakeoverOptions : CampaignOptions
+{
+	PairTimes times{};
+};
+
+/// @return exit status: 0 when every path has its samples, else 1
+/// @throws LabError when no lab can be made
+int runTakeover(const TakeoverOptions& options);
+
+} // namespace velarix::lab

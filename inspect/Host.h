@@ -1,0 +1,83 @@
+/// What is asked of this machine: files' rights, tools, cards, addresses,
+/// privileges, processes. All of it goes through these functions, so that a
+/// test links answers of its own in their place (tests/ctl/FakeHost).
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace velarix::inspect::host
+{
+
+/// ---- files -------------------------------------------------------------
+
+enum class FileKind
+{
+	missing,
+	regular,
+	directory,
+	other,
+	/// A directory above it cannot be searched by this user.
+	notKnown
+};
+
+struct FileFacts
+{
+	FileKind kind = FileKind::missing;
+	/// Permission bits alone (07777).
+	mode_t mode = 0;
+	uid_t owner = 0;
+	gid_t group = 0;
+};
+
+/// Follows symbolic links.
+FileFacts fileFacts(const std::filesystem::path& path);
+
+/// @return when the file's content was changed last; nothing without the file
+std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path);
+
+/// ---- privileges ----------------------------------------------------------
+
+/// @return the effective user id
+uid_t user();
+
+/// Tries to open the raw socket that a ping needs.
+/// @return nothing when it may be opened, else the system's reason
+std::optional<std::string> whyNoPing();
+
+/// ---- cards and addresses -------------------------------------------------
+
+struct Card
+{
+	bool present = false;
+	/// Not known for a card that is down.
+	std::optional<bool> carrier;
+};
+
+Card card(const std::string& name);
+
+struct Address
+{
+	std::string card;
+	/// As the kernel has it: "eth0:ha", or the card's own name without a label.
+	std::string label;
+	/// Dotted IPv4.
+	std::string address;
+	int prefix = 0;
+	/// `ifconfig` lists it: the first address of each label only.
+	bool listed = false;
+};
+
+/// @return the IPv4 addresses of this machine
+std::vector<Address> addresses();
+
+/// Sends `count` echo requests, a tenth of a second of patience each.
+/// @return whether one was answered; nothing when this user may not ask
+std::optional<bool> answersPing(const std::string& address, int count);
+
+} // namespace velarix::inspect::host

@@ -1,0 +1,57 @@
+#include "inspect/Host.h"
+
+#include <cerrno>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace velarix::inspect::host
+{
+
+namespace
+{
+
+FileKind kindOf(mode_t mode)
+{
+	if (S_ISREG(mode))
+	{
+		return FileKind::regular;
+	}
+	return S_ISDIR(mode) ? FileKind::directory : FileKind::other;
+}
+
+} // namespace
+
+FileFacts fileFacts(const std::filesystem::path& path)
+{
+	FileFacts facts;
+	struct stat status = {};
+	if (::stat(path.c_str(), &status) != 0)
+	{
+		facts.kind = errno == EACCES ? FileKind::notKnown : FileKind::missing;
+		return facts;
+	}
+	facts.kind = kindOf(status.st_mode);
+	facts.mode = status.st_mode & 07777U;
+	facts.owner = status.st_uid;
+	facts.group = status.st_gid;
+	return facts;
+}
+
+std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path)
+{
+	struct stat status = {};
+	if (::stat(path.c_str(), &status) != 0)
+	{
+		return std::nullopt;
+	}
+	return std::chrono::system_clock::from_time_t(status.st_mtim.tv_sec) +
+	       std::chrono::nanoseconds(status.st_mtim.tv_nsec);
+}
+
+uid_t user()
+{
+	return ::geteuid();
+}
+
+} // namespace velarix::inspect::host

@@ -1,0 +1,86 @@
+#include "inspect/Host.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <fstream>
+#include <memory>
+#include <system_error>
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace velarix::inspect::host
+{
+
+std::optional<std::string> whyNoPing()
+{
+	const int raw = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+	if (raw < 0)
+	{
+		return std::generic_category().message(errno);
+	}
+	::close(raw);
+	return std::nullopt;
+}
+
+Card card(const std::string& name)
+{
+	Card result;
+	result.present = ::if_nametoindex(name.c_str()) != 0;
+	std::ifstream file("/sys/class/net/" + name + "/carrier");
+	if (char carrier = '\0'; file.get(carrier))
+	{
+		result.carrier = carrier == '1';
+	}
+	return result;
+}
+
+namespace
+{
+
+using List = std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)>;
+
+std::string dotted(const sockaddr* address)
+{
+	std::array<char, INET_ADDRSTRLEN> text{};
+	const auto* internet = reinterpret_cast<const sockaddr_in*>(address);
+	::inet_ntop(AF_INET, &internet->sin_addr, text.data(), text.size());
+	return text.data();
+}
+
+int prefixOf(const sockaddr* mask)
+{
+	return mask == nullptr ? 32 : std::popcount(reinterpret_cast<const sockaddr_in*>(mask)->sin_addr.s_addr);
+}
+
+} // namespace
+
+std::vector<Address> addresses()
+{
+	ifaddrs* all = nullptr;
+	std::vector<Address> result;
+	if (::getifaddrs(&all) != 0)
+	{
+		return result;
+	}
+	const List list(all, &::freeifaddrs);
+	for (const ifaddrs* entry = all; entry != nullptr; entry = entry->ifa_next)
+	{
+		if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET)
+		{
+			const std::string label(entry->ifa_name);
+			const bool first = std::ranges::find(result, label, &Address::label) == result.end();
+			result.push_back({label.substr(0, label.find(':')), label, dotted(entry->ifa_addr),
+			                  prefixOf(entry->ifa_netmask), first});
+		}
+	}
+	return result;
+}
+
+} // namespace velarix::inspect::host

@@ -1,0 +1,142 @@
+#include "inspect/HostProcesses.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+
+#include <unistd.h>
+
+#include "inspect/Number.h"
+
+namespace velarix::inspect::host
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// The agent reads no more of the line.
+constexpr std::size_t kStatusLineKept = 127;
+
+std::string_view behindTab(std::string_view line)
+{
+	const std::size_t tab = line.find('\t');
+	return tab == std::string_view::npos ? std::string_view() : line.substr(tab + 1);
+}
+
+fs::path directoryOf(pid_t pid)
+{
+	return fs::path("/proc") / std::to_string(pid);
+}
+
+/// @return seconds since 1970 at which the machine was started
+std::optional<long long> bootTime()
+{
+	std::ifstream file("/proc/stat");
+	for (std::string word; file >> word;)
+	{
+		long long seconds = 0;
+		if (word == "btime" && file >> seconds)
+		{
+			return seconds;
+		}
+	}
+	return std::nullopt;
+}
+
+/// @return clock ticks since the machine's start, the 22nd field of the line
+std::optional<long long> startTicks(pid_t pid)
+{
+	std::ifstream file(directoryOf(pid) / "stat");
+	std::string line;
+	std::getline(file, line, '\0');
+	// The name stands in parentheses and may hold anything; two fields lie
+	// before the end of it.
+	const std::size_t nameEnd = line.rfind(')');
+	if (nameEnd == std::string::npos)
+	{
+		return std::nullopt;
+	}
+	std::istringstream fields(line.substr(nameEnd + 1));
+	std::string field;
+	for (int number = 3; number <= 22; ++number)
+	{
+		fields >> field;
+	}
+	return numberIn<long long>(field);
+}
+
+} // namespace
+
+std::optional<Process> process(pid_t pid)
+{
+	std::ifstream file(directoryOf(pid) / "status");
+	Process result;
+	result.pid = pid;
+	if (!std::getline(file, result.statusLine))
+	{
+		return std::nullopt;
+	}
+	result.name = behindTab(result.statusLine);
+	result.statusLine.resize(std::min(result.statusLine.size(), kStatusLineKept));
+	for (std::string line; std::getline(file, line);)
+	{
+		if (line.starts_with("State:") && !behindTab(line).empty())
+		{
+			result.state = behindTab(line).front();
+		}
+		else if (line.starts_with("Threads:"))
+		{
+			result.threads = numberIn<int>(behindTab(line)).value_or(0);
+			break;
+		}
+	}
+	return result;
+}
+
+std::optional<std::vector<Process>> processes()
+{
+	std::error_code error;
+	fs::directory_iterator entries("/proc", error);
+	if (error)
+	{
+		return std::nullopt;
+	}
+	std::vector<Process> result;
+	for (const fs::directory_iterator end; entries != end && !error; entries.increment(error))
+	{
+		const std::optional<pid_t> pid = numberIn<pid_t>(entries->path().filename().string());
+		if (std::optional<Process> found = pid ? process(*pid) : std::nullopt)
+		{
+			result.push_back(*std::move(found));
+		}
+	}
+	std::ranges::sort(result, {}, &Process::pid);
+	return result;
+}
+
+bool isThere(pid_t pid)
+{
+	return ::kill(pid, 0) == 0 || errno == EPERM;
+}
+
+std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid)
+{
+	const std::optional<long long> boot = bootTime();
+	const std::optional<long long> ticks = startTicks(pid);
+	const long perSecond = ::sysconf(_SC_CLK_TCK);
+	if (!boot || !ticks || perSecond <= 0)
+	{
+		return std::nullopt;
+	}
+	return std::chrono::system_clock::time_point(std::chrono::seconds(*boot)) +
+	       std::chrono::milliseconds(*ticks * 1000 / perSecond);
+}
+
+} // namespace velarix::inspect::host

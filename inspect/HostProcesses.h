@@ -1,0 +1,41 @@
+/// The processes of this machine, as /proc shows them. Part of the seam that
+/// Host.h describes.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace velarix::inspect::host
+{
+
+struct Process
+{
+	pid_t pid = 0;
+	/// First line of the status file without its line feed, "Name:\tlabhttpd": the
+	/// text in which the agent looks for its programs' names.
+	std::string statusLine;
+	/// Short name, 15 characters at most, as the kernel escapes it.
+	std::string name;
+	/// R, S, D, T (stopped), Z (ended, not yet awaited by its parent) ...
+	char state = '?';
+	int threads = 0;
+};
+
+/// @return every process, by ascending pid; nothing when /proc cannot be listed
+std::optional<std::vector<Process>> processes();
+
+/// @return one process; nothing when there is none of that id
+std::optional<Process> process(pid_t pid);
+
+/// @return whether there is a process of that id, also one that /proc hides from
+///         this user
+bool isThere(pid_t pid);
+
+/// @return when it was started, to about a second; nothing when it is gone
+std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid);
+
+} // namespace velarix::inspect::host

@@ -1,0 +1,88 @@
+/// The agent's log as one stream: the archives of the rotation and the file that
+/// is being written, oldest message first.
+///
+/// Memory does not grow with the log. A message longer than kLongestText is cut
+/// and says by how much. Nothing here writes, locks or needs more than the right
+/// to read.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "inspect/LogLine.h"
+
+namespace velarix::inspect
+{
+
+/// Bytes of one message that are kept.
+inline constexpr std::size_t kLongestText = 64UL * 1024UL;
+
+/// One file of the log.
+struct LogFile
+{
+	std::filesystem::path path;
+	/// When it was rotated away, from its name (stamped in UTC by the library);
+	/// every message in it is older. Empty for the file that is being written.
+	std::optional<Instant> rotated;
+};
+
+/// A file or directory that could not be read, for the diagnostics.
+struct LogTrouble
+{
+	std::filesystem::path path;
+	/// errno
+	int error = 0;
+};
+
+/// The files of the log `path`, oldest first, the file itself last. Other files
+/// beside it are not taken for archives.
+/// @param trouble gets the directory when it cannot be listed
+std::vector<LogFile> logFiles(const std::filesystem::path& path, std::vector<LogTrouble>& trouble);
+
+/// Reads a log from its oldest message on and, when asked again, what was
+/// written meanwhile: across a rotation (also several at a time) and when the
+/// file was cut down or replaced.
+class LogReader
+{
+public:
+	/// @param since archives that were rotated away before it are not opened
+	explicit LogReader(std::filesystem::path path, std::optional<Instant> since = std::nullopt);
+	~LogReader();
+	LogReader(const LogReader&) = delete;
+	LogReader& operator=(const LogReader&) = delete;
+
+	/// The next message. A message whose last line is still being written is
+	/// held back until it is whole.
+	/// @return false at the end of what is there; ask again later to go on
+	bool next(LogLine& line);
+
+	/// The rest of a line that never got its end. Call it when no more is awaited.
+	/// @return false when there is none
+	bool last(LogLine& line);
+
+	/// What could not be read so far; each file is told once.
+	const std::vector<LogTrouble>& trouble() const;
+
+private:
+	class Source;
+	std::unique_ptr<Source> m_source;
+};
+
+/// Reads a log backwards, newest message first, until `take` returns false. Only
+/// the part that is asked for is read; archives follow the file.
+/// @param near    about when the newest message was written (now, mostly); tells
+///                apart the two hours when the clocks are set back
+/// @param trouble gets what could not be read
+void readBackwards(const std::filesystem::path& path, Instant near, const std::function<bool(const LogLine&)>& take,
+                   std::vector<LogTrouble>& trouble);
+
+/// The last `count` messages, oldest of them first.
+std::vector<LogLine> lastLines(const std::filesystem::path& path, std::size_t count, Instant near,
+                               std::vector<LogTrouble>& trouble);
+
+} // namespace velarix::inspect

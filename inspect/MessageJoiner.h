@@ -1,0 +1,39 @@
+/// Puts lines together to messages.
+#pragma once
+
+#include <deque>
+#include <string_view>
+#include <vector>
+
+#include "inspect/LineStream.h"
+#include "inspect/LogLine.h"
+
+namespace velarix::inspect
+{
+
+/// A line, cut where a head begins in its middle (what an agent wrote behind the
+/// unfinished last line of the one before) and behind the zero bytes that a
+/// power failure leaves. One piece for every line that is in order.
+std::vector<std::string_view> piecesOf(std::string_view line);
+
+class MessageJoiner
+{
+public:
+	void add(const RawLine& line);
+	/// The message begun last is whole: the file ends here, or nothing more of it
+	/// is awaited.
+	void finish();
+	/// @return false when there is no whole message
+	bool take(LogLine& message);
+
+private:
+	LogClock m_clock;
+	LogLine m_begun{}; ///< of use only when there is one
+	bool m_hasBegun = false;
+	std::deque<LogLine> m_whole;
+
+	void addPiece(std::string_view piece, std::uint64_t cut);
+	void begin(LogLine message, std::uint64_t cut);
+};
+
+} // namespace velarix::inspect

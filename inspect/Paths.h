@@ -1,0 +1,32 @@
+/// Where a node's files are, as seen from a root directory.
+#pragma once
+
+#include <filesystem>
+
+namespace velarix::inspect
+{
+
+/// The fixed files of the agent below a root. With a root other than "/" the
+/// files are those of another system (a mounted disk, a copy), and facts of
+/// this machine's kernel say nothing about it.
+class Paths
+{
+public:
+	/// The running system.
+	Paths() : Paths("/") {}
+	explicit Paths(const std::filesystem::path& root);
+
+	/// @return an absolute path of that system, as this one reaches it
+	std::filesystem::path below(const std::filesystem::path& absolute) const;
+
+	/// @return true when the files are not those of the running system
+	bool elsewhere() const { return root != "/"; }
+
+	std::filesystem::path root;
+	std::filesystem::path settings;
+	std::filesystem::path runInfo;
+	std::filesystem::path pid;
+	std::filesystem::path runScript;
+};
+
+} // namespace velarix::inspect

@@ -1,0 +1,58 @@
+#include "lab/campaigns/Campaign.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "lab/core/Basics.h"
+#include "lab/core/Files.h"
+
+namespace velarix::lab
+{
+
+RunRecord recordOf(const ChildResult& result, const std::string& cell, int run, std::uint64_t seed)
+{
+	if (result.problem.empty())
+	{
+		return recordFrom(result.text);
+	}
+	RunRecord record;
+	record.cell = cell;
+	record.run = run;
+	record.seed = seed;
+	record.differences.push_back("the run failed: " + result.problem);
+	return record;
+}
+
+void keepTimeline(const std::string& directory, const std::string& title, const std::string& timeline)
+{
+	if (directory.empty() || timeline.empty())
+	{
+		return;
+	}
+	std::string name = title + ".txt";
+	std::replace_if(
+	    name.begin(), name.end(), [](char letter) { return letter == '/' || letter == ' '; }, '-');
+	std::filesystem::create_directories(directory);
+	writeFile(std::filesystem::path(directory) / name, timeline);
+}
+
+void deliver(const std::string& report, const std::string& output)
+{
+	if (output.empty())
+	{
+		std::cout << report << std::flush;
+		if (!std::cout)
+		{
+			throw LabError("cannot write the report to standard output");
+		}
+		return;
+	}
+	writeFile(output, report);
+}
+
+void keepRecords(const std::string& json, const std::string& file)
+{
+	file.empty() ? void() : writeFile(file, json);
+}
+
+} // namespace velarix::lab

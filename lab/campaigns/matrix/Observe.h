@@ -1,0 +1,34 @@
+/// Watching a lab until nothing happens any more, and looking what is on it then.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lab/campaigns/matrix/Record.h"
+#include "lab/core/Lab.h"
+
+namespace velarix::lab
+{
+
+/// Waits until owners and roles have not changed for `quiet`, at most `limit`
+/// since `from`, and measures the whole.
+/// @param took  see LegRecord
+LegRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took = Millis(0));
+
+/// Waits until the service is back after an outage of more than `blink`, and measures.
+/// The leg is not steady where that did not happen within `limit` since `from`.
+LegRecord observeUntilBack(Lab& lab, Millis from, Millis blink, Millis limit, Millis took = Millis(0));
+
+/// Nodes on which the managed program runs (zombies left out).
+std::string programsOf(Lab& lab);
+
+/// What is on the nodes and should not be: zombies, programs where the address is
+/// not, announcers of an address that is not held, commands that do not end. Takes
+/// two looks, a second and a half apart.
+std::vector<std::string> leftOn(Lab& lab);
+
+/// The errors that the nodes' logs tell, one line each, but for the two that every
+/// silence brings.
+std::string errorsIn(Lab& lab);
+
+} // namespace velarix::lab

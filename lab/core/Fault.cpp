@@ -1,0 +1,228 @@
+#include "lab/core/Fault.h"
+
+#include <array>
+
+#include "lab/core/FaultActions.h"
+#include "lab/core/Lab.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+using namespace action;
+using enum SetCommand;
+
+constexpr auto serviceCards = Network::service;
+constexpr auto communicationCards = Network::communication;
+
+constexpr const char* wireWell = "wire is good again";
+
+// Actions that differ by a value only.
+
+/// @param hours  ahead of the machine's clock
+template <int hours> void stepClock(Lab& lab, HostId node)
+{
+	lab.node(node).stepClock(std::chrono::hours(hours));
+}
+
+template <Network network, bool up> void setCard(Lab& lab, HostId node)
+{
+	lab.wiring().setPort(node, network, up);
+}
+
+template <bool isolated> void setCut(Lab& lab, HostId /*node*/)
+{
+	lab.wiring().isolateNodes(Network::communication, isolated);
+}
+
+template <bool up> void setGateway(Lab& lab, HostId /*node*/)
+{
+	lab.wiring().setAllPorts(HostId::gateway, up);
+}
+
+/// Frames of the node's card are lost, each way.
+template <Network network, int percent> void lose(Lab& lab, HostId node)
+{
+	Impairment impairment;
+	impairment.lossPercent = percent;
+	impairment.seed = lab.seed();
+	lab.wiring().impair(node, network, impairment);
+}
+
+/// 200 ms with 50 ms of jitter, each way.
+template <Network network> void delay(Lab& lab, HostId node)
+{
+	Impairment impairment;
+	impairment.delay = Millis(200);
+	impairment.jitter = Millis(50);
+	impairment.seed = lab.seed();
+	lab.wiring().impair(node, network, impairment);
+}
+
+template <Network network> void repairWire(Lab& lab, HostId node)
+{
+	lab.wiring().unimpair(node, network);
+}
+
+template <SetCommand command, void (*spoil)(const Node&, SetCommand)> void spoilCommand(Lab& lab, HostId node)
+{
+	spoil(lab.node(node), command);
+}
+
+template <SetCommand command> void repairCommand(Lab& lab, HostId node)
+{
+	repair(lab.node(node), command);
+}
+
+template <SetCommand command> void commandWhole(Lab& lab, HostId node)
+{
+	requireWhole(lab.node(node), command);
+}
+
+/// All faults, in the order of the enumerators.
+constexpr std::array<FaultInfo, 40> faults{{
+    {FaultKind::powerOff, "power-off", true, "host powered off", "host powered on", powerOff, powerOn, nodeOn},
+    {FaultKind::reboot, "reboot", true, "host rebooted", nullptr, reboot, nullptr, nodeOn},
+    {FaultKind::agentKilled, "agent-kill", true, "agent killed", "agent started", killAgent, startAgent, agentRuns},
+    {FaultKind::agentFrozen, "agent-freeze", true, "agent frozen", "agent thawed", freezeAgent, thawAgent,
+     agentNotFrozen},
+    {FaultKind::programKilled, "program-kill", true, "managed program killed", nullptr, killProgram, nullptr,
+     programRuns},
+    {FaultKind::serviceCardPulled, "service-card", true, "service card: cable pulled", "service card: cable plugged in",
+     setCard<serviceCards, false>, setCard<serviceCards, true>, nodeOn},
+    {FaultKind::communicationCardPulled, "communication-card", true, "communication card: cable pulled",
+     "communication card: cable plugged in", setCard<communicationCards, false>, setCard<communicationCards, true>,
+     nodeOn},
+    {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
+     "communication network joined", setCut<true>, setCut<false>},
+    {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
+    {FaultKind::agentTerminated, "agent-term", true, "agent terminated", "agent started", terminateAgent, startAgent,
+     agentRuns},
+    {FaultKind::programCrashes, "program-crash", true, "managed program crashes again and again",
+     "managed program is well", crashProgram, endCrashing, noCrashing},
+    {FaultKind::programCrashesEverywhere, "program-crash-both", false,
+     "managed program crashes again and again on both nodes", "managed program is well", crashEverywhere,
+     endCrashingEverywhere, noCrashingAnywhere},
+    {FaultKind::programZombie, "program-zombie", true, "managed program is a zombie", "zombie reaped", makeZombie,
+     reapZombie, programNoZombie},
+    {FaultKind::gatewayGoneForOne, "gateway-for", true, "gateway does not answer the node", "gateway answers the node",
+     loseGateway, findGateway, nodeOn},
+    {FaultKind::addressRemoved, "address-removed", true, "virtual address removed by hand", nullptr, removeAddress,
+     nullptr, addressHeld},
+    {FaultKind::startHangs, "start-hangs", true, "start command hangs", "start command goes on",
+     spoilCommand<start, makeHang>, repairCommand<start>, commandWhole<start>},
+    {FaultKind::startFails, "start-fails", true, "start command fails silently", "start command repaired",
+     spoilCommand<start, makeFail>, repairCommand<start>, commandWhole<start>},
+    {FaultKind::startPrints, "start-prints", true, "start command prints", "start command is silent",
+     spoilCommand<start, makePrint>, repairCommand<start>, commandWhole<start>},
+    {FaultKind::stopFails, "stop-fails", true, "stop command fails", "stop command repaired",
+     spoilCommand<stop, makeFail>, repairCommand<stop>, commandWhole<stop>},
+    {FaultKind::killFails, "kill-fails", true, "kill command fails", "kill command repaired",
+     spoilCommand<SetCommand::kill, makeFail>, repairCommand<SetCommand::kill>, commandWhole<SetCommand::kill>},
+    {FaultKind::runInfoMissing, "run-info-missing", true, "run-info record removed", "run-info record restored",
+     removeRunInfo, restoreRunInfo, runInfoThere},
+    {FaultKind::runInfoReadOnly, "run-info-read-only", true, "run-info record read-only", "run-info record writable",
+     protectRunInfo, freeRunInfo, runInfoWritable},
+    {FaultKind::diskFull, "disk-full", true, "disk full", "disk has room", fillDisk, freeDisk},
+    {FaultKind::clockAhead, "clock-ahead", true, "agent's clock two hours ahead", "agent's clock set right",
+     stepClock<2>, stepClock<0>, clockSteppable, wantClockShim},
+    {FaultKind::clockBehind, "clock-behind", true, "agent's clock two hours behind", "agent's clock set right",
+     stepClock<-2>, stepClock<0>, clockSteppable, wantClockShim},
+    {FaultKind::coldStart, "cold-start", false, "both hosts off, and on at once", nullptr, coldStart, nullptr},
+    {FaultKind::coldStartAlone, "cold-start-alone", true, "both hosts off, only this one on", "the other host on, too",
+     coldStartAlone, powerOnOther},
+    {FaultKind::heartbeatGarbage, "garbage", true, "a stranger sends garbage", "the stranger is silent", sendGarbage,
+     endGarbage},
+    {FaultKind::heartbeatReplay, "replay-master", true, "a stranger replays a master's heartbeat",
+     "the stranger is silent", replayMaster, endReplayMaster},
+    {FaultKind::askReplay, "replay-ask", true, "a stranger replays an ask", "the stranger is silent", replayAsk,
+     endReplayAsk},
+    {FaultKind::serviceLoss10, "service-loss-10", true, "service card: 10 % lost", wireWell, lose<serviceCards, 10>,
+     repairWire<serviceCards>},
+    {FaultKind::serviceLoss30, "service-loss-30", true, "service card: 30 % lost", wireWell, lose<serviceCards, 30>,
+     repairWire<serviceCards>},
+    {FaultKind::serviceLoss50, "service-loss-50", true, "service card: 50 % lost", wireWell, lose<serviceCards, 50>,
+     repairWire<serviceCards>},
+    {FaultKind::serviceDelay, "service-delay", true, "service card: 200 ms late", wireWell, delay<serviceCards>,
+     repairWire<serviceCards>},
+    {FaultKind::communicationLoss10, "communication-loss-10", true, "communication card: 10 % lost", wireWell,
+     lose<communicationCards, 10>, repairWire<communicationCards>},
+    {FaultKind::communicationLoss30, "communication-loss-30", true, "communication card: 30 % lost", wireWell,
+     lose<communicationCards, 30>, repairWire<communicationCards>},
+    {FaultKind::communicationLoss50, "communication-loss-50", true, "communication card: 50 % lost", wireWell,
+     lose<communicationCards, 50>, repairWire<communicationCards>},
+    {FaultKind::communicationDelay, "communication-delay", true, "communication card: 200 ms late", wireWell,
+     delay<communicationCards>, repairWire<communicationCards>},
+    {FaultKind::communicationDeaf, "deaf", true, "does not get what the other node sends", wireWell, makeDeaf,
+     repairWire<communicationCards>},
+    {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
+     [](Lab& lab, HostId node) { repairWire<communicationCards>(lab, otherNode(node)); }},
+}};
+
+} // namespace
+
+std::span<const FaultInfo> allFaults()
+{
+	return faults;
+}
+
+const FaultInfo& infoOf(FaultKind kind)
+{
+	return faults.at(static_cast<std::size_t>(kind));
+}
+
+std::optional<FaultKind> faultNamed(std::string_view name)
+{
+	for (const FaultInfo& info : allFaults())
+	{
+		if (name == info.name)
+		{
+			return info.kind;
+		}
+	}
+	return std::nullopt;
+}
+
+std::string toText(const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	return std::string(info.name) + (info.onNode ? std::string(" of node ") + nameOf(fault.node) : std::string());
+}
+
+std::string toName(const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	return std::string(info.name) + (info.onNode ? std::string(":") + nameOf(fault.node) : std::string());
+}
+
+Fault faultFrom(std::string_view text)
+{
+	const std::size_t colon = text.find(':');
+	const std::optional<FaultKind> kind = faultNamed(text.substr(0, colon));
+	if (!kind)
+	{
+		throw LabError("there is no fault \"" + std::string(text.substr(0, colon)) + "\"");
+	}
+	Fault fault{*kind};
+	const bool nodeGiven = colon != std::string_view::npos;
+	if (nodeGiven != infoOf(*kind).onNode)
+	{
+		throw LabError(std::string(infoOf(*kind).name) +
+		               (nodeGiven ? " strikes no single node" : " needs a node, for example ") +
+		               (nodeGiven ? "" : std::string(infoOf(*kind).name) + ":a"));
+	}
+	if (nodeGiven)
+	{
+		const std::optional<HostId> node = hostNamed(text.substr(colon + 1));
+		if (!node || !isNode(*node))
+		{
+			throw LabError("\"" + std::string(text) + "\" names no node (a or b)");
+		}
+		fault.node = *node;
+	}
+	return fault;
+}
+
+} // namespace velarix::lab

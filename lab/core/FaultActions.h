@@ -1,0 +1,90 @@
+/// What the rows of the table of faults need and do. For Fault.cpp only: everybody
+/// else goes through Lab::inject and Lab::heal.
+///
+/// What a fault needs has been looked at when its action begins.
+#pragma once
+
+#include "lab/core/Basics.h"
+#include "lab/core/CommandHooks.h"
+
+namespace velarix::lab
+{
+
+class Lab;
+struct LabOptions;
+
+namespace action
+{
+
+// What a fault needs: each throws LabError when it is not so.
+void nodeOn(Lab& lab, HostId node);
+void agentRuns(Lab& lab, HostId node);
+void agentNotFrozen(Lab& lab, HostId node);
+void clockSteppable(Lab& lab, HostId node);
+void programRuns(Lab& lab, HostId node);
+void programNoZombie(Lab& lab, HostId node);
+void noCrashing(Lab& lab, HostId node);
+void noCrashingAnywhere(Lab& lab, HostId node);
+void addressHeld(Lab& lab, HostId node);
+void runInfoThere(Lab& lab, HostId node);
+void runInfoWritable(Lab& lab, HostId node);
+
+// The server.
+void powerOff(Lab& lab, HostId node);
+void powerOn(Lab& lab, HostId node);
+void reboot(Lab& lab, HostId node);
+/// Both are off, also one that was so before; then both come up together.
+void coldStart(Lab& lab, HostId node);
+/// Both are off, likewise; then only this one comes up.
+void coldStartAlone(Lab& lab, HostId node);
+void powerOnOther(Lab& lab, HostId node);
+
+// The agent.
+void killAgent(Lab& lab, HostId node);
+void terminateAgent(Lab& lab, HostId node);
+void startAgent(Lab& lab, HostId node);
+void freezeAgent(Lab& lab, HostId node);
+void thawAgent(Lab& lab, HostId node);
+void wantClockShim(LabOptions& options);
+
+// The managed program.
+void killProgram(Lab& lab, HostId node);
+void crashProgram(Lab& lab, HostId node);
+void endCrashing(Lab& lab, HostId node);
+void crashEverywhere(Lab& lab, HostId node);
+void endCrashingEverywhere(Lab& lab, HostId node);
+/// Ended, but its entry in the process table stays.
+void makeZombie(Lab& lab, HostId node);
+void reapZombie(Lab& lab, HostId node);
+
+// The wires.
+/// The gateway answers everybody but this node.
+void loseGateway(Lab& lab, HostId node);
+void findGateway(Lab& lab, HostId node);
+/// The node does not get what the other one sends.
+void makeDeaf(Lab& lab, HostId node);
+/// The other node does not get what this one sends.
+void makeMute(Lab& lab, HostId node);
+
+// Addresses, commands, files.
+void removeAddress(Lab& lab, HostId node);
+void removeRunInfo(Lab& lab, HostId node);
+/// Puts it back and starts the agent, should it have ended.
+void restoreRunInfo(Lab& lab, HostId node);
+void protectRunInfo(Lab& lab, HostId node);
+void freeRunInfo(Lab& lab, HostId node);
+/// Returns when the log has come to its end, too: its last page has room left.
+void fillDisk(Lab& lab, HostId node);
+void freeDisk(Lab& lab, HostId node);
+
+// A stranger on the communication network.
+void sendGarbage(Lab& lab, HostId node);
+void endGarbage(Lab& lab, HostId node);
+void replayMaster(Lab& lab, HostId node);
+void endReplayMaster(Lab& lab, HostId node);
+void replayAsk(Lab& lab, HostId node);
+void endReplayAsk(Lab& lab, HostId node);
+
+} // namespace action
+
+} // namespace velarix::lab

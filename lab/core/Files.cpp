@@ -1,0 +1,82 @@
+#include "lab/core/Files.h"
+
+#include <cerrno>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <system_error>
+
+#include "lab/core/Basics.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+std::optional<std::string> readIfOpen(const std::filesystem::path& path)
+{
+	const std::ifstream stream(path, std::ios::binary);
+	if (!stream.is_open())
+	{
+		return std::nullopt;
+	}
+	std::ostringstream content;
+	// Inserting nothing at all would count as a failure.
+	if (stream.rdbuf()->sgetc() != std::char_traits<char>::eof())
+	{
+		content << stream.rdbuf();
+	}
+	return content.str();
+}
+
+[[noreturn]] void fail(const std::string& what, const std::filesystem::path& path)
+{
+	throw LabError("cannot " + what + " " + path.string() + ": " + std::generic_category().message(errno));
+}
+
+} // namespace
+
+std::string contentIfAny(const std::filesystem::path& path)
+{
+	const std::optional<std::string> content = readIfOpen(path);
+	if (!content && errno != ENOENT)
+	{
+		fail("read", path);
+	}
+	return content.value_or("");
+}
+
+std::string contentOf(const std::filesystem::path& path)
+{
+	const std::optional<std::string> content = readIfOpen(path);
+	if (!content)
+	{
+		fail("read", path);
+	}
+	return *content;
+}
+
+long timesIn(const std::filesystem::path& path, const std::string& text)
+{
+	const std::string content = contentIfAny(path);
+	long times = 0;
+	for (std::size_t at = content.find(text); at != std::string::npos; at = content.find(text, at + text.size()))
+	{
+		++times;
+	}
+	return times;
+}
+
+void writeFile(const std::filesystem::path& path, const std::string& text)
+{
+	std::ofstream stream(path, std::ios::trunc | std::ios::binary);
+	stream << text;
+	stream.close();
+	if (!stream)
+	{
+		fail("write", path);
+	}
+}
+
+} // namespace velarix::lab

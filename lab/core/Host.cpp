@@ -1,0 +1,206 @@
+#include "lab/core/Host.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <thread>
+
+#include <fcntl.h>
+#include <linux/sched.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr int readyLimitMs = 20000;
+
+std::vector<std::string> initArguments(const HostSpec& spec, int control, int rackMounts)
+{
+	std::vector<std::string> arguments{spec.initProgram.string(), std::to_string(control), spec.hostName};
+	switch (spec.kind)
+	{
+	case HostKind::rack:
+		arguments.insert(arguments.end(), {"rack", nameOf(HostId::a), nameOf(HostId::b)});
+		break;
+	case HostKind::host:
+		arguments.insert(arguments.end(), {"host", std::to_string(spec.firstProcess)});
+		break;
+	case HostKind::node:
+		arguments.insert(arguments.end(),
+		                 {"node", std::to_string(spec.firstProcess), std::to_string(rackMounts), spec.disk});
+		break;
+	}
+	return arguments;
+}
+
+/// Runs in the new process 1 until it becomes velarix-lab-init.
+[[noreturn]] void becomeInit(char* const* argv, int control, int rackMounts)
+{
+	::fcntl(control, F_SETFD, 0);
+	if (rackMounts >= 0)
+	{
+		::fcntl(rackMounts, F_SETFD, 0);
+	}
+	sigset_t none;
+	sigemptyset(&none);
+	::sigprocmask(SIG_SETMASK, &none, nullptr);
+	char* const environment[] = {nullptr};
+	::execve(argv[0], argv, environment);
+	_exit(127);
+}
+
+} // namespace
+
+int firstProcessOf(HostId host, std::uint64_t seed)
+{
+	constexpr std::uint64_t apart = 7000;
+	// Neighbouring seeds lie anywhere.
+	const std::uint64_t mixed = (seed * 0x9e3779b97f4a7c15U) >> 32U;
+	return static_cast<int>(1000 + mixed % apart + apart * static_cast<std::uint64_t>(host));
+}
+
+Host::Host(const HostSpec& spec)
+{
+	int ends[2];
+	if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+	{
+		throwErrno("cannot make a control socket");
+	}
+	m_control.reset(ends[0]);
+	const UniqueFd theirs(ends[1]);
+	UniqueFd rackMounts;
+	if (spec.kind == HostKind::node)
+	{
+		const std::string path = "/proc/" + std::to_string(spec.rackPid) + "/ns/mnt";
+		rackMounts.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+	}
+	start(spec, theirs.get(), rackMounts.get());
+	try
+	{
+		awaitReady(spec.hostName);
+	}
+	catch (...)
+	{
+		switchOff();
+		throw;
+	}
+}
+
+Host::~Host()
+{
+	switchOff();
+}
+
+void Host::start(const HostSpec& spec, int control, int rackMounts)
+{
+	const std::vector<std::string> arguments = initArguments(spec, control, rackMounts);
+	std::vector<char*> argv;
+	argv.reserve(arguments.size() + 1);
+	for (const std::string& argument : arguments)
+	{
+		argv.push_back(const_cast<char*>(argument.c_str()));
+	}
+	argv.push_back(nullptr);
+
+	int pidFd = -1;
+	clone_args options{};
+	options.flags = CLONE_PIDFD | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC;
+	options.pidfd = reinterpret_cast<std::uintptr_t>(&pidFd);
+	options.exit_signal = SIGCHLD;
+	const long pid = ::syscall(SYS_clone3, &options, sizeof options);
+	if (pid == 0)
+	{
+		becomeInit(argv.data(), control, rackMounts);
+	}
+	if (pid < 0)
+	{
+		throw NamespacesUnavailable(std::string("namespaces unavailable: ") + std::strerror(errno));
+	}
+	m_pid = static_cast<pid_t>(pid);
+	m_pidFd.reset(pidFd);
+}
+
+/// The other end of the control socket is still open in this process, so an
+/// init that ends without a word is noticed through its pidfd.
+void Host::awaitReady(const std::string& hostName)
+{
+	pollfd watched[2] = {{m_control.get(), POLLIN, 0}, {m_pidFd.get(), POLLIN, 0}};
+	::poll(watched, 2, readyLimitMs);
+	char buffer[512];
+	const ssize_t count = ::recv(m_control.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+	const std::string answer(buffer, count > 0 ? static_cast<std::size_t>(count) : 0);
+	if (answer == "ready\n")
+	{
+		return;
+	}
+	throw NamespacesUnavailable("namespaces unavailable: host " + hostName + " did not start" +
+	                            (answer.empty() ? std::string() : ": " + answer.substr(0, answer.find('\n'))));
+}
+
+Inside Host::inside() const
+{
+	return {m_pidFd.get(), CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNS};
+}
+
+Inside Host::insideNetwork() const
+{
+	return {m_pidFd.get(), CLONE_NEWNET};
+}
+
+void Host::switchOff()
+{
+	if (m_pid < 0)
+	{
+		return;
+	}
+	::syscall(SYS_pidfd_send_signal, m_pidFd.get(), SIGKILL, nullptr, 0);
+	while (::waitpid(m_pid, nullptr, 0) < 0 && errno == EINTR)
+	{
+	}
+	m_pid = -1;
+	m_control.reset();
+}
+
+void inNetworkOf(const Host& host, const std::function<void()>& work)
+{
+	const std::string path = "/proc/" + std::to_string(host.pid()) + "/ns/net";
+	const UniqueFd network(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+	bool entered = false;
+	std::exception_ptr failure;
+	std::thread(
+	    [&]
+	    {
+		    entered = ::setns(network.get(), CLONE_NEWNET) == 0;
+		    try
+		    {
+			    if (entered)
+			    {
+				    work();
+			    }
+		    }
+		    catch (...)
+		    {
+			    failure = std::current_exception();
+		    }
+	    })
+	    .join();
+	if (failure)
+	{
+		std::rethrow_exception(failure);
+	}
+	if (!entered)
+	{
+		throw LabError("cannot enter the network of " + path);
+	}
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,271 @@
+#include "lab/core/Lab.h"
+
+#include <csignal>
+#include <filesystem>
+#include <functional>
+
+#include "lab/core/Plan.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+/// The files of a node fail in the library's own words.
+void inLabErrors(const std::function<void()>& step)
+{
+	try
+	{
+		step();
+	}
+	catch (const std::filesystem::filesystem_error& error)
+	{
+		throw LabError(error.what());
+	}
+}
+
+} // namespace
+
+Lab::Lab(const LabOptions& options)
+    : m_seed(options.seed), m_programs(findPrograms(options.installRoot)),
+      m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, 0, {}}), m_wiring(m_rack)
+{
+	m_gateway = makeHost(HostId::gateway);
+	m_client = makeHost(HostId::client);
+	m_wiring.plugIn(HostId::gateway, *m_gateway);
+	m_wiring.plugIn(HostId::client, *m_client);
+
+	m_logWatch.emplace(m_timeline, m_clock);
+	m_addressSampler.emplace(m_timeline, m_clock);
+	m_serviceSampler.emplace(m_timeline, m_clock, *m_client);
+	for (const HostId id : nodes)
+	{
+		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
+		m_nodes[static_cast<std::size_t>(id)] =
+		    std::make_unique<Node>(id, m_rack, m_programs, firstProcessOf(id, m_seed));
+		node(id).writeSettings(settings);
+		node(id).wrapAgent(options.wrapper);
+		if (options.clockShim)
+		{
+			node(id).useClockShim();
+		}
+		m_logWatch->follow(id, node(id).diskFile(settings.get("LOG.PATH")));
+		bootAndConnect(id);
+	}
+}
+
+Lab::~Lab() = default;
+
+std::unique_ptr<Host> Lab::makeHost(HostId id) const
+{
+	return std::make_unique<Host>(
+	    HostSpec{m_programs.init, nameOf(id), HostKind::host, firstProcessOf(id, m_seed), 0, {}});
+}
+
+const Host& Lab::host(HostId id)
+{
+	switch (id)
+	{
+	case HostId::gateway:
+		return *m_gateway;
+	case HostId::client:
+		return *m_client;
+	default:
+		return node(id).host();
+	}
+}
+
+const Host& Lab::stranger()
+{
+	if (!m_stranger)
+	{
+		auto host = std::make_unique<Host>(HostSpec{m_programs.init, "stranger", HostKind::host, 40000, 0, {}});
+		m_wiring.plugInStranger(*host);
+		m_stranger = std::move(host);
+	}
+	return *m_stranger;
+}
+
+void Lab::setRole(HostId id, const std::string& role)
+{
+	m_timeline.change(roleLane(id), m_clock.now(), role);
+}
+
+void Lab::bootAndConnect(HostId id)
+{
+	node(id).boot();
+	m_wiring.plugIn(id, node(id).host());
+	m_addressSampler->attach(id, node(id).host());
+	setRole(id, "no agent");
+}
+
+void Lab::startAgents()
+{
+	for (const HostId id : nodes)
+	{
+		startAgent(id);
+	}
+}
+
+void Lab::startAgent(HostId id)
+{
+	if (node(id).agent())
+	{
+		throw LabError(nodeText(id) + " has an agent already");
+	}
+	node(id).host();
+	setRole(id, "starting");
+	try
+	{
+		node(id).startAgent();
+	}
+	catch (const LabError&)
+	{
+		setRole(id, "no agent");
+		throw;
+	}
+	if (const std::optional<ProcessEntry> agent = node(id).agent())
+	{
+		m_logWatch->agentRuns(id, agent->pid);
+	}
+}
+
+void Lab::killAgent(HostId id, int signal)
+{
+	if (!node(id).agent())
+	{
+		throw LabError(nodeText(id) + " has no agent to kill");
+	}
+	m_logWatch->forgetAgent(id);
+	node(id).signalAgent(signal);
+	if (!waitFor([&] { return !node(id).agent(); }, Millis(30000), "the killed agent to be gone"))
+	{
+		throw LabError("the agent of " + nodeText(id) + " does not end");
+	}
+	m_logWatch->catchUp(id);
+	setRole(id, "no agent");
+}
+
+void Lab::freezeAgent(HostId id)
+{
+	if (!node(id).signalAgent(SIGSTOP))
+	{
+		throw LabError(nodeText(id) + " has no agent to freeze");
+	}
+	m_logWatch->catchUp(id);
+	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
+	setRole(id, "frozen");
+}
+
+void Lab::thawAgent(HostId id)
+{
+	if (role(id) != "frozen")
+	{
+		throw LabError("the agent of " + nodeText(id) + " is not frozen");
+	}
+	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
+	node(id).signalAgent(SIGCONT);
+}
+
+void Lab::powerOff(HostId id)
+{
+	node(id).host();
+	m_logWatch->forgetAgent(id);
+	m_wiring.setAllPorts(id, false);
+	node(id).switchOff();
+	m_addressSampler->detach(id);
+	m_logWatch->catchUp(id);
+	setRole(id, "off");
+	m_wiring.unplug(id);
+}
+
+void Lab::powerOn(HostId id, bool withAgent)
+{
+	if (node(id).isOn())
+	{
+		throw LabError(nodeText(id) + " is on already");
+	}
+	bootAndConnect(id);
+	if (withAgent)
+	{
+		startAgent(id);
+	}
+}
+
+void Lab::note(EventKind kind, const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	const std::optional<HostId> host = info.onNode ? std::optional<HostId>(fault.node) : std::nullopt;
+	m_timeline.add({m_clock.now(), kind, host, kind == EventKind::fault ? info.what : info.healed});
+}
+
+void Lab::carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node))
+{
+	note(kind, fault);
+	try
+	{
+		inLabErrors([&] { step(*this, fault.node); });
+	}
+	catch (const LabError& error)
+	{
+		m_timeline.add(
+		    {m_clock.now(), EventKind::action, std::nullopt, toName(fault) + " did not come about: " + error.what()});
+		throw;
+	}
+}
+
+void Lab::inject(const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	if (info.require != nullptr)
+	{
+		inLabErrors([&] { info.require(*this, fault.node); });
+	}
+	carryOut(EventKind::fault, fault, info.inject);
+}
+
+void Lab::heal(const Fault& fault)
+{
+	const FaultInfo& info = infoOf(fault.kind);
+	if (info.heal == nullptr)
+	{
+		throw LabError(std::string("there is nothing to heal after ") + info.name);
+	}
+	carryOut(EventKind::heal, fault, info.heal);
+}
+
+CommandResult Lab::run(HostId id, const std::vector<std::string>& argv, Millis limit)
+{
+	return lab::run({argv, {}, host(id).inside(), limit});
+}
+
+std::string Lab::stateText() const
+{
+	return "address " + owners() + ", answer " + answeredBy() + ", a " + role(HostId::a) + ", b " + role(HostId::b);
+}
+
+bool Lab::waitForService(HostId node, Millis limit, Millis steady, const WaitObserver& observer)
+{
+	std::optional<Millis> since;
+	const auto holds = [&]
+	{
+		const bool well = owners() == nameOf(node) && answeredBy() == nameOf(node);
+		since = well ? since.value_or(m_clock.now()) : std::optional<Millis>();
+		return since && m_clock.now() - *since >= steady;
+	};
+	const std::string what = nodeText(node) + " to serve alone";
+	return Wait{what, limit, [&] { return stateText(); }, observer}.until(holds);
+}
+
+void requireLab(const std::filesystem::path& installRoot)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		throw NamespacesUnavailable(*problem);
+	}
+	requireTools();
+	findPrograms(installRoot);
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,105 @@
+/// Follows the logs of both nodes from outside and writes roles and actions into
+/// the timeline; also notices an agent that ends by itself.
+///
+/// A line's time is when the lab read it, at most about 20 ms after it was
+/// written: the log's own stamps are tenths of a second.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "lab/core/Basics.h"
+#include "lab/core/LogLine.h"
+#include "lab/core/Timeline.h"
+
+namespace velarix::lab
+{
+
+/// Reads what is new in a growing text file.
+class LogTail
+{
+public:
+	/// @return the complete lines written since the last call; none when there is
+	///         no such file. Begins anew when the file became shorter.
+	std::vector<std::string> readNew(const std::filesystem::path& path);
+
+private:
+	off_t m_offset = 0;
+	std::string m_rest;
+};
+
+/// A stretch of time.
+struct Stretch
+{
+	Millis from{0};
+	Millis to{0};
+
+	Millis length() const { return to - from; }
+};
+
+class LogWatch
+{
+public:
+	/// `timeline` and `clock` must outlive the watch.
+	LogWatch(Timeline& timeline, const LabClock& clock);
+	~LogWatch();
+	LogWatch(const LogWatch&) = delete;
+	LogWatch& operator=(const LogWatch&) = delete;
+
+	/// Follows this file, on the node's disk, so that it is there whether the
+	/// node is on or off.
+	void follow(HostId node, const std::filesystem::path& log);
+	/// Reads at once what the file has.
+	void catchUp(HostId node);
+
+	/// When each pass of the node's receiver began, in their order.
+	std::vector<Millis> passes(HostId node) const;
+
+	/// The node's probes that nobody answered, in their order. Each end is as exact as
+	/// every line is, so a length is exact within about 20 ms.
+	std::vector<Stretch> silentProbes(HostId node) const;
+
+	/// When an agent of the node began its work, in their order.
+	std::vector<Millis> starts(HostId node) const;
+
+	/// The node's agent runs as this process (as the lab sees it).
+	void agentRuns(HostId node, pid_t agent);
+	/// The node has no agent, or one whose end is known.
+	void forgetAgent(HostId node) { agentRuns(node, -1); }
+
+private:
+	struct Watched
+	{
+		std::filesystem::path log;
+		LogTail tail;
+		pid_t agent = -1;
+		std::string lastAction;
+		std::vector<Millis> passes;
+		std::vector<Millis> starts;
+		std::optional<Millis> probing; ///< since when
+		std::vector<Stretch> silentProbes;
+	};
+
+	Timeline& m_timeline;
+	const LabClock& m_clock;
+	mutable std::mutex m_mutex;
+	std::array<Watched, 2> m_watched;
+	std::atomic<bool> m_stop{false};
+	std::thread m_thread;
+
+	Watched& watched(HostId node) { return m_watched[static_cast<std::size_t>(node)]; }
+	void loop();
+	void readLog(HostId node);
+	static void followProbe(Watched& log, ProbeMark mark, Millis now);
+	void checkAgent(HostId node);
+};
+
+} // namespace velarix::lab

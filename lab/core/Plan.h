@@ -1,0 +1,77 @@
+/// The fixed plan of a lab: addresses, interface names, paths. Every lab uses the
+/// same ones, since each lives in namespaces of its own.
+///
+/// Service network 192.0.2.0/24 (eth0): both nodes, gateway, client, virtual IP.
+/// Communication network 198.51.100.0/24 (eth1): both nodes and the gateway.
+///
+/// The gateway stands on the communication network too, and that address is the
+/// one the nodes ping: the agent's check of its "own communication IP" is a ping
+/// of the configured gateway, so it fails when the communication card is pulled
+/// and goes on answering while only the path between the two nodes is cut.
+#pragma once
+
+#include "lab/core/Basics.h"
+
+namespace velarix::lab
+{
+
+enum class Network
+{
+	service,
+	communication
+};
+
+namespace plan
+{
+
+inline constexpr const char* virtualAddress = "192.0.2.100";
+inline constexpr int prefixLength = 24;
+inline constexpr int heartbeatPort = 15001;
+inline constexpr int servicePort = 8080;
+
+inline constexpr const char* serviceCard = "eth0";
+inline constexpr const char* communicationCard = "eth1";
+
+/// The managed service inside a node. Its file name stays below 16 characters:
+/// the agent knows a program by the short name the kernel keeps.
+inline constexpr const char* serviceProgram = "/usr/velarix/app/labhttpd";
+inline constexpr const char* serviceProgramName = "labhttpd";
+
+inline constexpr const char* agentProgram = "/usr/velarix/bin/VelarixHA";
+inline constexpr const char* agentName = "VelarixHA";
+inline constexpr const char* settingsFile = "/usr/velarix/bin/ini/config.ini";
+inline constexpr const char* runInfoFile = "/usr/velarix/bin/log/runinfo.txt";
+inline constexpr const char* pidFile = "/usr/velarix/pid/VelarixHA.pid";
+inline constexpr const char* logFile = "/usr/velarix/log/velarix.log";
+/// Preloaded into an agent whose wall clock is to be stepped, and the file with
+/// the difference in seconds.
+inline constexpr const char* clockShim = "/usr/velarix/app/liblabclock.so";
+inline constexpr const char* clockDifferenceFile = "/usr/velarix/app/clock-difference";
+/// Standard output and error of the agent.
+inline constexpr const char* consoleFile = "/usr/velarix/log/console.txt";
+
+/// A host that belongs to nobody, on both networks.
+inline constexpr const char* strangerAddress = "198.51.100.66"; ///< on the communication network
+inline constexpr const char* strangerServiceAddress = "192.0.2.66";
+
+/// @return the host's address on that network; null when it is not on it
+constexpr const char* addressOf(HostId host, Network network)
+{
+	const bool service = network == Network::service;
+	switch (host)
+	{
+	case HostId::a:
+		return service ? "192.0.2.11" : "198.51.100.11";
+	case HostId::b:
+		return service ? "192.0.2.12" : "198.51.100.12";
+	case HostId::gateway:
+		return service ? "192.0.2.1" : "198.51.100.1";
+	case HostId::client:
+		return service ? "192.0.2.50" : nullptr;
+	}
+	return nullptr;
+}
+
+} // namespace plan
+
+} // namespace velarix::lab

@@ -1,0 +1,69 @@
+/// Two observers that do not rely on the agents: who holds the virtual address,
+/// and who answers the client. Both sample every `samplingPeriod` on a thread of their own.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "lab/core/Basics.h"
+#include "lab/core/Host.h"
+#include "lab/core/Timeline.h"
+
+namespace velarix::lab
+{
+
+inline constexpr Millis samplingPeriod{20};
+
+/// Asks the kernel, through a socket opened inside each node's network
+/// namespace, whether a card of the node holds the virtual address.
+class AddressSampler
+{
+public:
+	/// `timeline` and `clock` must outlive the sampler.
+	AddressSampler(Timeline& timeline, const LabClock& clock);
+	~AddressSampler();
+	AddressSampler(const AddressSampler&) = delete;
+	AddressSampler& operator=(const AddressSampler&) = delete;
+
+	void attach(HostId node, const Host& host);
+	/// The node is switched off: it holds nothing from now on. Its namespace is
+	/// let go.
+	void detach(HostId node);
+
+private:
+	Timeline& m_timeline;
+	const LabClock& m_clock;
+	std::mutex m_mutex;
+	std::array<UniqueFd, 2> m_sockets;
+	std::atomic<bool> m_stop{false};
+	std::thread m_thread;
+
+	void sampleLocked();
+};
+
+/// Fetches http://VIRTUAL-ADDRESS:8080/ from the client and takes the node's name
+/// from the answer. Every 20 ms there is a request of its own, up to 2 s long, that
+/// does not wait for the one before. An outage begins with the last answer before a
+/// gap of more than 100 ms and ends with the next answer.
+class ServiceSampler
+{
+public:
+	/// `client` is needed during the call only; `timeline` and `clock` must outlive the sampler.
+	ServiceSampler(Timeline& timeline, const LabClock& clock, const Host& client);
+	~ServiceSampler();
+	ServiceSampler(const ServiceSampler&) = delete;
+	ServiceSampler& operator=(const ServiceSampler&) = delete;
+
+private:
+	Timeline& m_timeline;
+	const LabClock& m_clock;
+	std::atomic<bool> m_stop{false};
+	std::thread m_thread;
+
+	void loop(int networkNamespace);
+};
+
+} // namespace velarix::lab

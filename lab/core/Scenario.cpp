@@ -1,0 +1,117 @@
+#include "lab/core/Scenario.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+#include "lab/core/Owners.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+void measure(Lab& lab, PhaseResult& result)
+{
+	const std::vector<Interval> service = lab.timeline().intervals(serviceLane, result.to);
+	const std::vector<Interval> address = lab.timeline().intervals(addressLane, result.to);
+	result.outage = longestWith(service, {"none"}, result.from, result.to);
+	result.twoOwners = timeWith(address, {"a+b"}, result.from, result.to);
+}
+
+std::string padded(std::string text, std::size_t width)
+{
+	text.resize(std::max(width, text.size()), ' ');
+	return text;
+}
+
+std::string verdictOf(const PhaseResult& result)
+{
+	return result.asExpected ? "as expected" : "NOT AS EXPECTED";
+}
+
+} // namespace
+
+PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer)
+{
+	PhaseResult result;
+	result.title = phase.title;
+	result.expected = nameOf(phase.ownerAfter);
+	result.ownersBefore = lab.owners();
+	result.from = lab.clock().now();
+	lab.timeline().add({result.from, EventKind::phase, std::nullopt, phase.title});
+	phase.happens(lab);
+	const HostId other = otherNode(phase.ownerAfter);
+	const Wait standby{nodeText(other) + " to be on standby", phase.limit, [&] { return lab.stateText(); }, observer};
+	const bool reached = (!phase.standbyAfter || standby.until([&] { return lab.role(other) == "slave"; })) &&
+	                     lab.waitForService(phase.ownerAfter, phase.limit, Millis(3000), observer);
+	result.to = lab.clock().now();
+	result.ownersAfter = lab.owners();
+	result.answeredAfter = lab.answeredBy();
+	result.standbyAfter = lab.role(other);
+	measure(lab, result);
+	result.asExpected =
+	    reached && result.ownersAfter == result.expected && (isSingle(result.ownersBefore) || !phase.ownerBefore);
+	return result;
+}
+
+std::string toTable(const std::vector<PhaseResult>& results)
+{
+	const std::vector<std::string> head{"",        "phase",  "expected",   "owner before", "owner after",
+	                                    "answers", "outage", "two owners", "verdict"};
+	std::vector<std::vector<std::string>> rows{head};
+	for (const PhaseResult& result : results)
+	{
+		rows.push_back({std::to_string(rows.size()), result.title, result.expected, result.ownersBefore,
+		                result.ownersAfter, result.answeredAfter, secondsText(result.outage),
+		                secondsText(result.twoOwners), verdictOf(result)});
+	}
+	std::vector<std::size_t> widths(head.size(), 0);
+	for (const std::vector<std::string>& row : rows)
+	{
+		for (std::size_t column = 0; column < row.size(); ++column)
+		{
+			widths[column] = std::max(widths[column], row[column].size());
+		}
+	}
+	std::string text;
+	for (const std::vector<std::string>& row : rows)
+	{
+		std::string line;
+		for (std::size_t column = 0; column < row.size(); ++column)
+		{
+			line += padded(row[column], widths[column]) + "  ";
+		}
+		text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+	}
+	return text;
+}
+
+std::string toJson(const std::vector<PhaseResult>& results)
+{
+	nlohmann::ordered_json phases = nlohmann::ordered_json::array();
+	for (const PhaseResult& result : results)
+	{
+		phases.push_back({{"title", result.title},
+		                  {"expected", result.expected},
+		                  {"ownersBefore", result.ownersBefore},
+		                  {"ownersAfter", result.ownersAfter},
+		                  {"answeredAfter", result.answeredAfter},
+		                  {"standbyAfter", result.standbyAfter},
+		                  {"fromMs", result.from.count()},
+		                  {"toMs", result.to.count()},
+		                  {"outageMs", result.outage.count()},
+		                  {"twoOwnersMs", result.twoOwners.count()},
+		                  {"asExpected", result.asExpected}});
+	}
+	return nlohmann::ordered_json{{"phases", std::move(phases)}}.dump(1, '\t') + "\n";
+}
+
+bool allAsExpected(const std::vector<PhaseResult>& results)
+{
+	return !results.empty() &&
+	       std::all_of(results.begin(), results.end(), [](const PhaseResult& result) { return result.asExpected; });
+}
+
+} // namespace velarix::lab

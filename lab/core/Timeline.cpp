@@ -1,0 +1,212 @@
+#include "lab/core/Timeline.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+bool inLane(const Event& event, Lane lane)
+{
+	return event.kind == lane.kind && event.host == lane.host;
+}
+
+bool oneOf(const std::string& value, const std::vector<std::string>& values)
+{
+	return std::find(values.begin(), values.end(), value) != values.end();
+}
+
+std::string sentenceFor(const Event& event)
+{
+	switch (event.kind)
+	{
+	case EventKind::phase:
+		return "---- " + event.text;
+	case EventKind::fault:
+		return "FAULT    " + event.text;
+	case EventKind::heal:
+		return "healed   " + event.text;
+	case EventKind::role:
+		return "role     " + event.text;
+	case EventKind::action:
+		return "         " + event.text;
+	case EventKind::address:
+		return "address  owned by " + event.text;
+	case EventKind::service:
+		return "service  " +
+		       (event.text == "none" ? std::string("does not answer the client") : "answered by node " + event.text);
+	}
+	return event.text;
+}
+
+} // namespace
+
+const char* nameOf(EventKind kind)
+{
+	switch (kind)
+	{
+	case EventKind::phase:
+		return "phase";
+	case EventKind::fault:
+		return "fault";
+	case EventKind::heal:
+		return "heal";
+	case EventKind::role:
+		return "role";
+	case EventKind::action:
+		return "action";
+	case EventKind::address:
+		return "address";
+	case EventKind::service:
+		return "service";
+	}
+	return "?";
+}
+
+void Timeline::add(const Event& event)
+{
+	{
+		const std::lock_guard lock(m_mutex);
+		insertLocked(event);
+	}
+	tellListener(event);
+}
+
+void Timeline::change(Lane lane, Millis at, const std::string& value)
+{
+	const Event event{at, lane.kind, lane.host, value};
+	{
+		const std::lock_guard lock(m_mutex);
+		if (currentLocked(lane) == value)
+		{
+			return;
+		}
+		insertLocked(event);
+	}
+	tellListener(event);
+}
+
+std::string Timeline::current(Lane lane) const
+{
+	const std::lock_guard lock(m_mutex);
+	return currentLocked(lane);
+}
+
+std::string Timeline::currentLocked(Lane lane) const
+{
+	const auto last =
+	    std::find_if(m_events.rbegin(), m_events.rend(), [&](const Event& event) { return inLane(event, lane); });
+	return last == m_events.rend() ? std::string() : last->text;
+}
+
+void Timeline::insertLocked(const Event& event)
+{
+	const auto place = std::upper_bound(m_events.begin(), m_events.end(), event,
+	                                    [](const Event& left, const Event& right) { return left.at < right.at; });
+	m_events.insert(place, event);
+}
+
+void Timeline::tellListener(const Event& event)
+{
+	const std::lock_guard lock(m_listenerMutex);
+	if (m_listener)
+	{
+		m_listener(event);
+	}
+}
+
+void Timeline::listen(Listener listener)
+{
+	const std::lock_guard lock(m_listenerMutex);
+	m_listener = std::move(listener);
+}
+
+std::vector<Event> Timeline::events() const
+{
+	const std::lock_guard lock(m_mutex);
+	return m_events;
+}
+
+std::vector<Interval> Timeline::intervals(Lane lane, Millis until) const
+{
+	std::vector<Interval> found;
+	for (const Event& event : events())
+	{
+		if (!inLane(event, lane))
+		{
+			continue;
+		}
+		if (!found.empty())
+		{
+			found.back().to = event.at;
+		}
+		found.push_back({event.at, std::max(event.at, until), event.text});
+	}
+	return found;
+}
+
+Millis timeWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from, Millis to)
+{
+	Millis total{0};
+	for (const Interval& interval : intervals)
+	{
+		const Millis length = std::min(interval.to, to) - std::max(interval.from, from);
+		total += oneOf(interval.value, values) ? std::max(length, Millis(0)) : Millis(0);
+	}
+	return total;
+}
+
+Millis longestWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from,
+                   Millis to)
+{
+	Millis longest{0};
+	Millis running{0};
+	for (const Interval& interval : intervals)
+	{
+		const Millis length = std::max(std::min(interval.to, to) - std::max(interval.from, from), Millis(0));
+		running = oneOf(interval.value, values) ? running + length : Millis(0);
+		longest = std::max(longest, running);
+	}
+	return longest;
+}
+
+std::string toText(const Event& event)
+{
+	char time[32];
+	std::snprintf(time, sizeof time, "%9.3f", static_cast<double>(event.at.count()) / 1000.0);
+	const std::string who = event.host ? nameOf(*event.host) : " ";
+	return std::string(time) + "  " + who + "  " + sentenceFor(event);
+}
+
+std::string toText(const Timeline& timeline)
+{
+	std::string text;
+	for (const Event& event : timeline.events())
+	{
+		text += toText(event) + "\n";
+	}
+	return text;
+}
+
+std::string toJson(const Timeline& timeline)
+{
+	nlohmann::ordered_json events = nlohmann::ordered_json::array();
+	for (const Event& event : timeline.events())
+	{
+		nlohmann::ordered_json entry{{"ms", event.at.count()}, {"kind", nameOf(event.kind)}};
+		if (event.host)
+		{
+			entry["host"] = nameOf(*event.host);
+		}
+		entry["text"] = event.text;
+		events.push_back(std::move(entry));
+	}
+	return nlohmann::ordered_json{{"events", std::move(events)}}.dump(1, '\t') + "\n";
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,109 @@
+/// What happened on a lab, in milliseconds since it was made.
+///
+/// Four lanes hold states that change (role of each node, owners of the virtual
+/// address, who answers the client); beside them stand faults, healings, phases
+/// of a scenario and single actions of the agents. Any thread may add.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lab/core/Basics.h"
+
+namespace velarix::lab
+{
+
+enum class EventKind
+{
+	phase,   ///< a scenario begins a phase
+	fault,   ///< a fault was injected
+	heal,    ///< a fault was healed
+	role,    ///< lane of one node: starting, master, slave, frozen, no agent, off
+	action,  ///< what a node's log tells that it does
+	address, ///< lane: owners of the virtual address: none, a, b, a+b
+	service  ///< lane: the node that answers the client: none, a, b
+};
+
+/// @return "phase", "fault", ...
+const char* nameOf(EventKind kind);
+
+struct Event
+{
+	Millis at{0};
+	EventKind kind = EventKind::action;
+	std::optional<HostId> host{}; ///< the node it is about
+	std::string text;             ///< a lane's new value, or what happened
+};
+
+/// One lane: a kind, and for the roles the node.
+struct Lane
+{
+	EventKind kind;
+	std::optional<HostId> host{};
+};
+
+inline constexpr Lane addressLane{EventKind::address};
+inline constexpr Lane serviceLane{EventKind::service};
+constexpr Lane roleLane(HostId node)
+{
+	return {EventKind::role, node};
+}
+
+/// A stretch of time in which a lane had one value.
+struct Interval
+{
+	Millis from{0};
+	Millis to{0};
+	std::string value;
+};
+
+class Timeline
+{
+public:
+	using Listener = std::function<void(const Event&)>;
+
+	/// Adds an event in its place by time.
+	void add(const Event& event);
+	/// Adds to a lane, unless the lane has that value already.
+	void change(Lane lane, Millis at, const std::string& value);
+
+	/// The lane's present value; empty before its first.
+	std::string current(Lane lane) const;
+	/// All events, in the order of their times.
+	std::vector<Event> events() const;
+	/// The lane's values from its first to `until`.
+	std::vector<Interval> intervals(Lane lane, Millis until) const;
+
+	/// The listener is told of every event added from now on, by the thread that
+	/// adds it; it must not add events itself. Null ends it.
+	void listen(Listener listener);
+
+private:
+	mutable std::mutex m_mutex;
+	std::mutex m_listenerMutex;
+	std::vector<Event> m_events;
+	Listener m_listener;
+
+	std::string currentLocked(Lane lane) const;
+	void insertLocked(const Event& event);
+	void tellListener(const Event& event);
+};
+
+/// How long, between two times, the value was one of `values`.
+Millis timeWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from, Millis to);
+
+/// The longest time without a break, between two times, in which the value was one of `values`.
+Millis longestWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from,
+                   Millis to);
+
+/// One line per event.
+std::string toText(const Timeline& timeline);
+/// One line: time, host, what happened.
+std::string toText(const Event& event);
+/// {"events": [{"ms", "kind", "host", "text"}, ...]}
+std::string toJson(const Timeline& timeline);
+
+} // namespace velarix::lab

@@ -1,0 +1,292 @@
+#include "lab/core/Wiring.h"
+
+#include <array>
+#include <cstdio>
+
+#include <arpa/inet.h>
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr std::array<Network, 2> networks{Network::service, Network::communication};
+
+std::string bridgeName(Network network)
+{
+	return network == Network::service ? "vlx-svc" : "vlx-com";
+}
+
+std::string cardName(Network network)
+{
+	return network == Network::service ? plan::serviceCard : plan::communicationCard;
+}
+
+/// At most 15 characters, the kernel's limit.
+std::string interfaceName(const char* kind, HostId id, Network network)
+{
+	return std::string(kind) + nameOf(id) + (network == Network::service ? "-svc" : "-com");
+}
+
+/// The other end of a host's card.
+std::string portName(HostId id, Network network)
+{
+	return interfaceName("vlx-", id, network);
+}
+
+/// The virtual cable between the relay of a bad port and the bridge.
+std::string relayEnd(HostId id, Network network)
+{
+	return interfaceName("vlr-", id, network);
+}
+
+std::string bridgeEnd(HostId id, Network network)
+{
+	return interfaceName("vlb-", id, network);
+}
+
+/// A card keeps its hardware address when its host is switched off and on.
+std::array<std::uint8_t, 6> hardwareAddress(HostId id, Network network)
+{
+	return {2, 0, 0, 0, static_cast<std::uint8_t>(network), static_cast<std::uint8_t>(static_cast<int>(id) + 1)};
+}
+
+std::string hardwareText(HostId id, Network network)
+{
+	char text[18];
+	const std::array<std::uint8_t, 6> bytes = hardwareAddress(id, network);
+	std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
+	              bytes[5]);
+	return text;
+}
+
+CardAddress cardAddress(HostId id, Network network)
+{
+	CardAddress card;
+	card.hardware = hardwareAddress(id, network);
+	::inet_pton(AF_INET, plan::addressOf(id, network), card.internet.data());
+	return card;
+}
+
+bool onNetwork(HostId id, Network network)
+{
+	return plan::addressOf(id, network) != nullptr;
+}
+
+std::string upOrDown(bool up)
+{
+	return up ? "up" : "down";
+}
+
+std::string placeText(HostId id, Network network)
+{
+	return std::string(nameOf(id)) + " on the " + (network == Network::service ? "service" : "communication") +
+	       " network";
+}
+
+} // namespace
+
+Wiring::Wiring(const Host& rack) : m_rack(rack)
+{
+	std::string lines;
+	for (const Network network : networks)
+	{
+		const std::string bridge = bridgeName(network);
+		lines.append("link add ").append(bridge).append(" type bridge stp_state 0 forward_delay 0\n");
+		lines.append("link set ").append(bridge).append(" up\n");
+	}
+	try
+	{
+		batch(lines);
+	}
+	catch (const LabError& error)
+	{
+		throw NamespacesUnavailable(std::string("namespaces unavailable: no bridge can be made: ") + error.what());
+	}
+}
+
+void Wiring::plugIn(HostId id, const Host& host)
+{
+	std::string outside;
+	std::string inside = "link set lo up\n";
+	for (const Network network : networks)
+	{
+		if (!onNetwork(id, network))
+		{
+			continue;
+		}
+		const std::string port = portName(id, network);
+		const std::string card = cardName(network);
+		outside.append("link add ").append(port).append(" type veth peer name ").append(card);
+		outside.append(" address ").append(hardwareText(id, network));
+		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
+		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
+		outside.append(isolationLine(id, network));
+		inside.append("addr add ").append(plan::addressOf(id, network)).append("/");
+		inside.append(std::to_string(plan::prefixLength)).append(" dev ").append(card).append("\n");
+		inside.append("link set ").append(card).append(" up\n");
+	}
+	batch(outside);
+	for (const Network network : networks)
+	{
+		port(id, network).plugged = onNetwork(id, network);
+		if (port(id, network).plugged && port(id, network).impairment)
+		{
+			insertRelay(id, network);
+		}
+	}
+	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
+}
+
+void Wiring::plugInStranger(const Host& host)
+{
+	std::string outside;
+	std::string inside = "link set lo up\n";
+	for (const Network network : networks)
+	{
+		const bool service = network == Network::service;
+		const std::string port = service ? "vlx-str-svc" : "vlx-str-com";
+		const std::string card = cardName(network);
+		const std::string address = service ? plan::strangerServiceAddress : plan::strangerAddress;
+		outside.append("link add ").append(port).append(" type veth peer name ").append(card);
+		outside.append(service ? " address 02:00:00:00:00:66" : " address 02:00:00:00:01:66");
+		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
+		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
+		inside.append("addr add ").append(address).append("/").append(std::to_string(plan::prefixLength));
+		inside.append(" dev ").append(card).append("\nlink set ").append(card).append(" up\n");
+	}
+	batch(outside);
+	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
+}
+
+void Wiring::unplug(HostId id)
+{
+	std::string lines;
+	for (const Network network : networks)
+	{
+		lines += onNetwork(id, network) ? "link del " + portName(id, network) + "\n" : "";
+		lines += port(id, network).relay ? "link del " + bridgeEnd(id, network) + "\n" : "";
+		port(id, network).relay.reset();
+		port(id, network).plugged = false;
+	}
+	// The kernel may be removing the cards of a dead host at the same time:
+	// each line is tried, and one that finds its port gone is none to report.
+	run({{"ip", "-force", "-batch", "-"}, lines, m_rack.insideNetwork()});
+}
+
+void Wiring::setPort(HostId id, Network network, bool up)
+{
+	batch("link set " + portName(id, network) + " " + upOrDown(up) + "\n");
+}
+
+void Wiring::setAllPorts(HostId id, bool up)
+{
+	std::string lines;
+	for (const Network network : networks)
+	{
+		lines += onNetwork(id, network) ? "link set " + portName(id, network) + " " + upOrDown(up) + "\n" : "";
+	}
+	batch(lines);
+}
+
+void Wiring::isolateNodes(Network network, bool isolated)
+{
+	m_isolated[static_cast<std::size_t>(network)] = isolated;
+	std::string lines;
+	for (const HostId node : nodes)
+	{
+		lines += port(node, network).plugged ? isolationLine(node, network) : "";
+	}
+	batch(lines);
+}
+
+void Wiring::impair(HostId id, Network network, const Impairment& impairment)
+{
+	if (!onNetwork(id, network) || (impairment.peer && !onNetwork(*impairment.peer, network)))
+	{
+		throw LabError("there is no " + placeText(onNetwork(id, network) ? *impairment.peer : id, network));
+	}
+	if (const std::optional<std::string> problem = problemOf(impairment))
+	{
+		throw LabError(*problem);
+	}
+	Port& bad = port(id, network);
+	bad.impairment = impairment;
+	if (bad.relay)
+	{
+		bad.relay->change(impairment, cardAddress(impairment.peer.value_or(id), network));
+	}
+	else if (bad.plugged)
+	{
+		insertRelay(id, network);
+	}
+}
+
+void Wiring::unimpair(HostId id, Network network)
+{
+	Port& good = port(id, network);
+	good.impairment.reset();
+	if (good.relay)
+	{
+		good.relay.reset();
+		batch("link del " + bridgeEnd(id, network) + "\nlink set " + portName(id, network) + " master " +
+		      bridgeName(network) + "\n" + isolationLine(id, network));
+	}
+}
+
+std::optional<Impairment> Wiring::impairmentOf(HostId id, Network network) const
+{
+	return port(id, network).impairment;
+}
+
+RelayCounts Wiring::relayCounts(HostId id, Network network) const
+{
+	const Port& asked = port(id, network);
+	return asked.relay ? asked.relay->counts() : RelayCounts{};
+}
+
+Wiring::Port& Wiring::port(HostId id, Network network)
+{
+	return m_ports[static_cast<std::size_t>(id)][static_cast<std::size_t>(network)];
+}
+
+const Wiring::Port& Wiring::port(HostId id, Network network) const
+{
+	return m_ports[static_cast<std::size_t>(id)][static_cast<std::size_t>(network)];
+}
+
+/// The relay works before the bridge has its end of the cable: a frame goes one
+/// way or the other or is lost, and none comes twice.
+void Wiring::insertRelay(HostId id, Network network)
+{
+	Port& bad = port(id, network);
+	const Impairment& impairment = bad.impairment.value();
+	const std::string bridgeSideName = bridgeEnd(id, network);
+	const std::string relaySide = relayEnd(id, network);
+	batch("link add " + bridgeSideName + " type veth peer name " + relaySide + "\nlink set " + bridgeSideName +
+	      " addrgenmode none\nlink set " + relaySide + " addrgenmode none up\n");
+	bad.relay = std::make_unique<Relay>(m_rack, RelayPlan{portName(id, network), relaySide, impairment,
+	                                                      cardAddress(impairment.peer.value_or(id), network)});
+	batch("link set " + portName(id, network) + " nomaster\nlink set " + bridgeSideName + " master " +
+	      bridgeName(network) + " up\n" + isolationLine(id, network));
+}
+
+std::string Wiring::bridgeSide(HostId id, Network network) const
+{
+	return port(id, network).relay ? bridgeEnd(id, network) : portName(id, network);
+}
+
+std::string Wiring::isolationLine(HostId id, Network network) const
+{
+	return isNode(id) ? "link set " + bridgeSide(id, network) + " type bridge_slave isolated " +
+	                        (m_isolated[static_cast<std::size_t>(network)] ? "on" : "off") + "\n"
+	                  : "";
+}
+
+void Wiring::batch(const std::string& lines) const
+{
+	runOrThrow({{"ip", "-batch", "-"}, lines, m_rack.insideNetwork()});
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,84 @@
+/// The table of what has to happen, read from a text file: one row for each cell
+/// of the matrix, and one for each path along which the service comes back.
+///
+/// Rows have columns between "|"; "#" begins a comment. lab/expectations explains
+/// the columns where they are used.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "lab/core/Basics.h"
+#include "lab/core/Fault.h"
+#include "lab/core/NodeSettings.h"
+
+namespace velarix::lab
+{
+
+/// How the service comes back, and what the agent waits for on the way.
+struct Path
+{
+	std::string name;
+	std::string before;     ///< sum of the longest waits until the decision
+	std::string after;      ///< sum of the waits from the decision on
+	bool wholePass = false; ///< the decision begins with the pass that holds the anchor
+	std::string anchor;     ///< action in a node's log; empty: none is waited for
+
+	/// The longest outage that the prescribed waits explain.
+	Millis bound(const PairTimes& times) const;
+};
+
+/// Where a leg of a cell has to end, and at what cost.
+struct Outcome
+{
+	std::string owner;        ///< a, b, a+b, none, one (a or b), unsteady, any
+	std::string answer;       ///< a, b, none, owner (the one that holds the address), served (a, b or both), any
+	std::string programs;     ///< a, b, a+b, none, owner, not-both, any
+	std::optional<int> moves; ///< at most; empty: any number
+	std::optional<std::string> twice; ///< bound of double ownership, a sum of waits; empty: for good
+	std::string path;                 ///< name of a path; "-": no outage; "*": no bound
+	std::string ended;                ///< nodes whose agent ends by itself: "", a, b, a+b
+	bool logDiffers = false;          ///< the logs do not tell who holds the address
+	std::optional<std::string> since; ///< the owner does not change before, a sum of waits; empty: at any time
+	std::optional<std::string> lasts; ///< how long the leg is watched, a sum of waits; empty: until it rests
+};
+
+struct Cell
+{
+	std::string name;
+	HostId master = HostId::a; ///< node that serves when the fault comes
+	std::vector<Fault> inject;
+	Outcome stands;          ///< while the fault stands
+	std::vector<Fault> heal; ///< empty: the cell ends with the first leg
+	Outcome healed;
+	std::string note;
+};
+
+struct Expectations
+{
+	std::map<std::string, Path> paths;
+	std::vector<Cell> cells;
+	/// Faults after which, once healed, the pair has to be well again by itself.
+	std::vector<FaultKind> forChaos;
+	/// Names of the cells that stand for the whole where time is short.
+	std::vector<std::string> shortForm;
+};
+
+/// @throws LabError with the line's number and what is wrong with it
+Expectations parseExpectations(const std::string& text);
+
+/// @param path  empty: the table of this build
+/// @throws LabError also when the file cannot be read
+Expectations readExpectations(const std::string& path);
+
+/// The bound of an outcome's outage. Empty: there is none.
+/// @param blink  what counts as no outage
+std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,
+                                  const PairTimes& times, Millis blink, Millis slack);
+
+/// The cells that `only` asks for by name, see wished().
+std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only);
+
+} // namespace velarix::lab

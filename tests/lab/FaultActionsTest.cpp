@@ -1,0 +1,288 @@
+/// Faults of the commands, files and agents of a node; and what a fault that is
+/// refused has done: nothing.
+
+#include <cmath>
+#include <set>
+
+#include "FaultActionTest.h"
+#include "lab/core/LogLine.h"
+#include "lab/core/LogWatch.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// Everything that a fault could have changed.
+std::string stateOf(Lab& lab)
+{
+	std::string text;
+	for (const Event& event : lab.timeline().events())
+	{
+		text += event.kind == EventKind::fault ? event.text + "\n" : "";
+	}
+	for (const HostId id : nodes)
+	{
+		text += nodeText(id) + (lab.node(id).isOn() ? " is on\n" : " is off\n");
+		for (const auto& entry : fs::recursive_directory_iterator(lab.node(id).diskFile("/usr/velarix")))
+		{
+			text += entry.path().string() + "\n";
+		}
+		for (const Network network : {Network::service, Network::communication})
+		{
+			text += lab.wiring().impairmentOf(id, network) ? "a bad wire\n" : "";
+		}
+		if (lab.node(id).isOn())
+		{
+			// IPv4 only: the cards' own IPv6 addresses become "permanent" by themselves.
+			text += lab.run(id, {"ip", "-4", "-o", "addr", "show"}).output;
+			for (const ProcessEntry& process : processesOf(lab.node(id).host().pid()))
+			{
+				text += process.name + "\n";
+			}
+		}
+	}
+	return text;
+}
+
+} // namespace
+
+/// A fault is in one of the two lists.
+TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
+{
+	const std::set<std::string> refused{"power-off",          "reboot",       "agent-kill",       "agent-freeze",
+	                                    "agent-term",         "program-kill", "program-crash",    "program-zombie",
+	                                    "program-crash-both", "service-card", "gateway-for",      "communication-card",
+	                                    "address-removed",    "start-hangs",  "start-fails",      "start-prints",
+	                                    "stop-fails",         "kill-fails",   "run-info-missing", "run-info-read-only",
+	                                    "clock-ahead",        "clock-behind"};
+	const std::set<std::string> always{"communication-cut",
+	                                   "gateway",
+	                                   "disk-full",
+	                                   "cold-start",
+	                                   "cold-start-alone",
+	                                   "garbage",
+	                                   "replay-master",
+	                                   "replay-ask",
+	                                   "service-loss-10",
+	                                   "service-loss-30",
+	                                   "service-loss-50",
+	                                   "service-delay",
+	                                   "communication-loss-10",
+	                                   "communication-loss-30",
+	                                   "communication-loss-50",
+	                                   "communication-delay",
+	                                   "deaf",
+	                                   "mute"};
+	const auto quiet = [] { return processesNamed(node(a).host().pid(), "sh").empty(); };
+	EXPECT_TRUE(waitFor(quiet, soon, "the announcers of other tests to be gone"));
+	lab().powerOff(b);
+	for (const FaultInfo& info : allFaults())
+	{
+		SCOPED_TRACE(info.name);
+		EXPECT_NE(refused.contains(info.name), always.contains(info.name));
+		if (refused.contains(info.name))
+		{
+			const std::string before = stateOf(lab());
+			EXPECT_NE(refusalOf(info.kind, b), "");
+			EXPECT_EQ(stateOf(lab()), before);
+		}
+	}
+	lab().powerOn(b, false);
+}
+
+TEST_F(FaultAction, ThatFailsIsToldInTheTimeline)
+{
+	EXPECT_NE(refusalOf([] { heal(FaultKind::programCrashes); }), "");
+	const std::string told = toText(lab().timeline());
+	EXPECT_NE(told.find("program-crash:a did not come about: this is not being done"), std::string::npos) << told;
+}
+
+TEST_F(FaultAction, HostsNumberTheirProcessesFromTheSeed)
+{
+	for (const HostId id : allHosts)
+	{
+		const int first = firstProcessOf(id, seed);
+		const int number = std::stoi(shell(id, "echo $$").output);
+		EXPECT_GT(number, first) << nameOf(id);
+		EXPECT_LT(number, first + 2000) << nameOf(id);
+	}
+}
+
+TEST_F(FaultAction, StartCommandFailsInSilence)
+{
+	const std::string start = setting("AGENT.VIRTUAL_IP_START_COMMAND");
+	const std::string stop = setting("AGENT.VIRTUAL_IP_STOP_COMMAND");
+	inject(FaultKind::startFails);
+	EXPECT_EQ(refusalOf(FaultKind::startPrints), "a command of node a is spoilt already");
+	const CommandResult failed = shell(a, start);
+	EXPECT_EQ(failed.status, 1);
+	EXPECT_EQ(failed.output, "");
+	EXPECT_FALSE(holdsAddress(a));
+	heal(FaultKind::startFails);
+	EXPECT_EQ(refusalOf([] { heal(FaultKind::startFails); }), "no command of node a is spoilt");
+	EXPECT_TRUE(shell(a, start).ok());
+	EXPECT_TRUE(holdsAddress(a));
+	shell(a, stop);
+	EXPECT_FALSE(holdsAddress(a));
+}
+
+TEST_F(FaultAction, StartCommandPrints)
+{
+	const std::string start = setting("AGENT.VIRTUAL_IP_START_COMMAND");
+	inject(FaultKind::startPrints);
+	EXPECT_EQ(shell(a, start).output, "done\n");
+	EXPECT_TRUE(holdsAddress(a)) << "and does its work";
+	heal(FaultKind::startPrints);
+	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+	EXPECT_EQ(shell(a, start).output, "");
+	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+}
+
+TEST_F(FaultAction, StartCommandHangsUntilItIsRepaired)
+{
+	const std::string start = setting("AGENT.VIRTUAL_IP_START_COMMAND");
+	inject(FaultKind::startHangs);
+	EXPECT_EQ(refusalOf(FaultKind::startHangs), "a command of node a is spoilt already");
+	const pid_t child = spawn({{"sh", "-c", start}, node(a).host().inside()});
+	EXPECT_FALSE(waitForChild(child, Millis(500)));
+	EXPECT_FALSE(holdsAddress(a));
+	heal(FaultKind::startHangs);
+	EXPECT_EQ(waitForChild(child, soon), 0);
+	EXPECT_TRUE(holdsAddress(a)) << "it goes on where it hung";
+	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+}
+
+TEST_F(FaultAction, StopAndKillCommandsFail)
+{
+	const std::string kill = setting("ADVENCE.PROCESS_KILL_COMMAND") + " " + plan::serviceProgramName;
+	const std::string stop = setting("AGENT.VIRTUAL_IP_STOP_COMMAND");
+	node(a).startService();
+	shell(a, setting("AGENT.VIRTUAL_IP_START_COMMAND"));
+	inject(FaultKind::stopFails);
+	inject(FaultKind::killFails);
+	EXPECT_EQ(shell(a, stop).status, 1);
+	EXPECT_EQ(shell(a, kill).status, 1);
+	EXPECT_TRUE(holdsAddress(a));
+	EXPECT_TRUE(programRunsOn(a));
+	heal(FaultKind::stopFails);
+	shell(a, stop);
+	EXPECT_FALSE(holdsAddress(a));
+	heal(FaultKind::killFails);
+	shell(a, kill);
+	EXPECT_TRUE(waitFor([] { return !programRunsOn(a); }, soon, "the program to be killed"));
+}
+
+TEST_F(FaultAction, AFullDiskTakesNoByteAndNoHook)
+{
+	const std::string write = "echo something >/usr/velarix/log/something";
+	inject(FaultKind::diskFull);
+	const CommandResult failed = lab().run(a, {"bash", "-c", write});
+	EXPECT_FALSE(failed.ok());
+	EXPECT_NE(failed.output.find("No space left on device"), std::string::npos) << failed.output;
+	EXPECT_TRUE(shell(b, write).ok()) << "the other node has a disk of its own";
+	const std::string refusal = refusalOf(FaultKind::startHangs);
+	EXPECT_NE(refusal.find("No space left on device"), std::string::npos) << refusal;
+	for (const char* left : {"on-start", "on-start.new", "on-start.gate"})
+	{
+		EXPECT_FALSE(fs::exists(node(a).file(std::string("/usr/velarix/app/") + left))) << left;
+	}
+	heal(FaultKind::diskFull);
+	EXPECT_TRUE(shell(a, write).ok());
+	EXPECT_EQ(refusalOf(FaultKind::startHangs), "") << "nothing of the first attempt is in the way";
+	heal(FaultKind::startHangs);
+}
+
+TEST_F(FaultAction, RunInfoRecordCannotBeWritten)
+{
+	const std::string write = std::string("echo >>") + plan::runInfoFile;
+	inject(FaultKind::runInfoReadOnly);
+	EXPECT_EQ(refusalOf(FaultKind::runInfoReadOnly), "the record of node a is read-only already");
+	EXPECT_EQ(refusalOf(FaultKind::runInfoMissing), "the record of node a is read-only: it cannot be removed");
+	const CommandResult failed = shell(a, write);
+	EXPECT_FALSE(failed.ok());
+	EXPECT_NE(failed.output.find("Read-only file system"), std::string::npos) << failed.output;
+	heal(FaultKind::runInfoReadOnly);
+	EXPECT_TRUE(shell(a, write).ok());
+	EXPECT_EQ(refusalOf([] { heal(FaultKind::runInfoReadOnly); }), "the record of node a is not read-only");
+}
+
+TEST_F(FaultAction, AClockThatCannotBeSteppedEndsTheProgram)
+{
+	const std::string preload = std::string("LD_PRELOAD=") + plan::clockShim;
+	for (const char* file : {"LAB_CLOCK=/no/such/file", "LAB_CLOCK=/dev/null", "OTHER=1"})
+	{
+		const CommandResult result = lab().run(a, {"env", preload, file, "true"});
+		EXPECT_EQ(result.status, 126) << file;
+		EXPECT_NE(result.output.find("liblabclock: the file named in LAB_CLOCK"), std::string::npos) << result.output;
+	}
+}
+
+TEST_F(FaultAction, AgentSeesASteppedClock)
+{
+	const auto hoursAhead = []
+	{
+		std::optional<LogLine> last;
+		LogTail tail;
+		for (const std::string& text : tail.readNew(node(a).diskFile(plan::logFile)))
+		{
+			const std::optional<LogLine> line = parseLogLine(text);
+			last = line ? line : last;
+		}
+		const auto now = std::chrono::system_clock::now();
+		const auto ahead = last ? std::chrono::duration_cast<std::chrono::minutes>(last->time - now).count() : 10000;
+		return static_cast<double>(ahead) / 60.0;
+	};
+	const auto becomes = [&](double hours)
+	{
+		return waitFor([&] { return std::abs(hoursAhead() - hours) < 0.1; }, soon, "the stamp of the log to jump",
+		               [&] { return std::to_string(hoursAhead()) + " h ahead"; });
+	};
+	EXPECT_EQ(refusalOf(FaultKind::clockAhead), "the agent of node a has no clock that can be stepped");
+	lab().startAgent(a);
+	EXPECT_TRUE(becomes(0));
+	inject(FaultKind::clockAhead);
+	EXPECT_TRUE(becomes(2));
+	heal(FaultKind::clockAhead);
+	EXPECT_TRUE(becomes(0));
+	inject(FaultKind::clockBehind);
+	EXPECT_TRUE(becomes(-2));
+	heal(FaultKind::clockBehind);
+	EXPECT_TRUE(becomes(0));
+	lab().killAgent(a);
+}
+
+TEST_F(FaultAction, RunInfoRecordIsAwayOnceOnly)
+{
+	inject(FaultKind::runInfoMissing);
+	EXPECT_FALSE(fs::exists(node(a).file(plan::runInfoFile)));
+	EXPECT_EQ(refusalOf(FaultKind::runInfoMissing), "the record of node a is away already");
+	EXPECT_EQ(refusalOf(FaultKind::runInfoReadOnly), "the record of node a is away");
+	heal(FaultKind::runInfoMissing);
+	EXPECT_TRUE(fs::exists(node(a).file(plan::runInfoFile)));
+	EXPECT_TRUE(node(a).agent()) << "it is started where there is none";
+	EXPECT_EQ(refusalOf([] { heal(FaultKind::runInfoMissing); }), "the record of node a is not away");
+	inject(FaultKind::agentFrozen);
+	EXPECT_EQ(refusalOf(FaultKind::agentFrozen), "the agent of node a is frozen already");
+	heal(FaultKind::agentFrozen);
+	lab().killAgent(a);
+}
+
+TEST_F(FaultAction, AColdStartTakesWhatIsOn)
+{
+	lab().powerOff(b);
+	inject(FaultKind::coldStartAlone, a);
+	EXPECT_TRUE(node(a).isOn() && node(a).agent());
+	EXPECT_FALSE(node(b).isOn());
+	inject(FaultKind::coldStart);
+	for (const HostId id : nodes)
+	{
+		EXPECT_TRUE(node(id).isOn() && node(id).agent()) << nameOf(id);
+		lab().killAgent(id);
+	}
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,220 @@
+/// Parts of the lab that need no namespaces.
+
+#include <algorithm>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "lab/core/Fault.h"
+#include "lab/core/Host.h"
+#include "lab/core/LogLine.h"
+#include "lab/core/NodeSettings.h"
+#include "lab/core/Owners.h"
+#include "lab/core/Programs.h"
+#include "lab/core/Scenario.h"
+#include "lab/core/SvgTimeline.h"
+#include "lab/core/Timeline.h"
+#include "lab/core/Wait.h"
+
+namespace velarix::lab
+{
+
+TEST(LabLogLine, IsTakenApart)
+{
+	const auto line = parseLogLine("2031-01-02 03:04:05.6 [12:3][CHeartReciver:77] <D> SLAVE kill");
+	ASSERT_TRUE(line);
+	EXPECT_EQ(line->process, 12);
+	EXPECT_EQ(line->thread, 3);
+	EXPECT_EQ(line->source, "CHeartReciver");
+	EXPECT_EQ(line->line, 77);
+	EXPECT_EQ(line->priority, 'D');
+	EXPECT_EQ(line->text, "SLAVE kill");
+	const auto later = parseLogLine("2031-01-02 03:04:06.0 [12:3][CHeartReciver:77] <D> ");
+	ASSERT_TRUE(later);
+	EXPECT_EQ(later->text, "");
+	EXPECT_EQ(later->time - line->time, std::chrono::milliseconds(400));
+}
+
+TEST(LabLogLine, OtherTextIsNone)
+{
+	EXPECT_FALSE(parseLogLine("# Log file created/rotated 2031-01-02 03:04:05"));
+	EXPECT_FALSE(parseLogLine("================ process run ========================="));
+	EXPECT_FALSE(parseLogLine("2031-01-02 03:04:05.6 [12:3][CHeartReciver:77] D SLAVE kill"));
+	EXPECT_FALSE(parseLogLine(""));
+}
+
+TEST(LabLogLine, MeaningsTellRoles)
+{
+	LogLine line;
+	line.source = "CHeartReciver";
+	line.text = "special ask: slave -> master";
+	ASSERT_NE(meaningOf(line), nullptr);
+	EXPECT_STREQ(meaningOf(line)->role, "master");
+	line.text = "networkStatus : SLAVE 1";
+	EXPECT_STREQ(meaningOf(line)->role, "slave");
+	line.source = "Utill";
+	EXPECT_EQ(meaningOf(line), nullptr);
+}
+
+TEST(LabLogLine, TellsWhereAProbeBeginsAndEnds)
+{
+	LogLine line;
+	line.source = "Utill";
+	const std::vector<std::pair<const char*, ProbeMark>> rows{
+	    {"partnerComunicationIPcheck : partnerIP: 192.0.2.1", ProbeMark::begins},
+	    {"partnerComunicationIPcheck : true", ProbeMark::answered},
+	    {"partnerComunicationIPcheck : false", ProbeMark::silent},
+	    {"myComunicationIPcheck : START", ProbeMark::begins},
+	    {"myComunicationIPcheck : TRUE", ProbeMark::answered},
+	    {"myComunicationIPcheck : FALSE", ProbeMark::silent},
+	    {"serviceIPcheck : START", ProbeMark::begins},
+	    {"serviceIP[192.0.2.100],serviceIPcheck : true", ProbeMark::answered},
+	    {"serviceIPcheck : false", ProbeMark::silent},
+	    {"set virtual ip...", ProbeMark::none},
+	};
+	for (const auto& [text, mark] : rows)
+	{
+		line.text = text;
+		EXPECT_EQ(probeMarkOf(line), mark) << text;
+	}
+	line.source = "CHeartReciver";
+	line.text = "serviceIPcheck : START";
+	EXPECT_EQ(probeMarkOf(line), ProbeMark::none);
+}
+
+TEST(LabSettings, WriteEveryKeyOnceInItsSection)
+{
+	NodeSettings settings = NodeSettings::standard(HostId::b);
+	settings.set("AGENT.MODE", 1).set("NEW.KEY", "value").remove("LOG.PURGEAGE");
+	const std::string ini = settings.ini();
+	EXPECT_NE(ini.find("[AGENT]\nMODE = 1\n"), std::string::npos) << ini;
+	EXPECT_NE(ini.find("[NEW]\nKEY = value\n"), std::string::npos) << ini;
+	EXPECT_EQ(ini.find("PURGEAGE"), std::string::npos) << ini;
+	EXPECT_EQ(ini.find("MODE", ini.find("MODE") + 1), ini.find("OBSERVATION_MODE") + 12) << ini;
+}
+
+TEST(LabTimeline, KeepsTheOrderOfTimesAndOfChanges)
+{
+	Timeline timeline;
+	timeline.change(serviceLane, Millis(0), "none");
+	timeline.change(serviceLane, Millis(500), "a");
+	timeline.change(serviceLane, Millis(600), "a");
+	timeline.add({Millis(300), EventKind::fault, HostId::a, "host powered off"});
+	timeline.change(serviceLane, Millis(800), "none");
+	EXPECT_EQ(timeline.current(serviceLane), "none");
+	EXPECT_EQ(timeline.current(addressLane), "");
+	ASSERT_EQ(timeline.events().size(), 4U);
+	EXPECT_EQ(timeline.events()[1].kind, EventKind::fault);
+
+	const std::vector<Interval> intervals = timeline.intervals(serviceLane, Millis(1000));
+	ASSERT_EQ(intervals.size(), 3U);
+	EXPECT_EQ(intervals[1].from, Millis(500));
+	EXPECT_EQ(intervals[1].to, Millis(800));
+	EXPECT_EQ(timeWith(intervals, {"none"}, Millis(100), Millis(1000)), Millis(600));
+	EXPECT_EQ(longestWith(intervals, {"none"}, Millis(100), Millis(1000)), Millis(400));
+	EXPECT_EQ(longestWith(intervals, {"none", "a"}, Millis(0), Millis(1000)), Millis(1000));
+}
+
+TEST(LabTimeline, IsDrawnWithItsFaults)
+{
+	Timeline timeline;
+	timeline.change(roleLane(HostId::a), Millis(0), "master");
+	timeline.add({Millis(10), EventKind::phase, std::nullopt, "a <phase> & more"});
+	timeline.add({Millis(3000), EventKind::fault, HostId::a, "agent frozen"});
+	const std::string svg = toSvg(timeline, "title", Millis(20000));
+	EXPECT_NE(svg.find("agent frozen (a)"), std::string::npos);
+	EXPECT_NE(svg.find("a &lt;phase&gt; &amp; more"), std::string::npos);
+	EXPECT_EQ(svg.find("<phase>"), std::string::npos);
+}
+
+TEST(LabFaults, TheTableIsWholeAndInOrder)
+{
+	for (std::size_t index = 0; index < allFaults().size(); ++index)
+	{
+		const FaultInfo& info = allFaults()[index];
+		EXPECT_EQ(static_cast<std::size_t>(info.kind), index) << info.name;
+		EXPECT_EQ(faultNamed(info.name), info.kind);
+		EXPECT_EQ(info.heal == nullptr, info.healed == nullptr) << info.name;
+	}
+	EXPECT_EQ(allFaults().size(), 40U);
+	EXPECT_FALSE(faultNamed("earthquake"));
+}
+
+TEST(LabHosts, BeginTheirProcessNumbersApart)
+{
+	std::set<int> seen;
+	for (const std::uint64_t seed : {0U, 1U, 2U, 4000000000U})
+	{
+		for (std::size_t index = 0; index < allHosts.size(); ++index)
+		{
+			const int first = firstProcessOf(allHosts[index], seed);
+			EXPECT_GE(first, 1000);
+			EXPECT_LT(first, 30000) << "below the least number of processes a kernel allows";
+			EXPECT_EQ(first, firstProcessOf(allHosts[0], seed) + 7000 * static_cast<int>(index));
+			seen.insert(first);
+		}
+	}
+	EXPECT_EQ(seen.size(), 16U);
+}
+
+TEST(LabTools, AreAllToldWhenTheyAreMissing)
+{
+	const std::vector<std::string> missing = missingTools({"/no/such/directory"});
+	EXPECT_EQ(missing.front(), "ip (Debian package iproute2)");
+	EXPECT_EQ(missing.back(), "sh (Debian package dash)");
+	for (const char* tool : {"bash (Debian package bash)", "mount (Debian package mount)",
+	                         "umount (Debian package mount)", "env (Debian package coreutils)"})
+	{
+		EXPECT_NE(std::find(missing.begin(), missing.end(), tool), missing.end()) << tool;
+	}
+}
+
+TEST(LabOwners, AreASetOfNodes)
+{
+	EXPECT_EQ(ownersText(false, false), "none");
+	EXPECT_EQ(ownersText(true, false), "a");
+	EXPECT_EQ(ownersText(false, true), "b");
+	EXPECT_EQ(ownersText(true, true), "a+b");
+	EXPECT_TRUE(holds("a", HostId::a));
+	EXPECT_TRUE(holds("a+b", HostId::b));
+	EXPECT_FALSE(holds("a", HostId::b));
+	EXPECT_FALSE(holds("none", HostId::a));
+	EXPECT_FALSE(holds("", HostId::a));
+	EXPECT_TRUE(isSingle("a"));
+	EXPECT_TRUE(isSingle("b"));
+	for (const char* other : {"", "none", "a+b"})
+	{
+		EXPECT_FALSE(isSingle(other)) << other;
+	}
+	EXPECT_EQ(nodeText(HostId::b), "node b");
+}
+
+TEST(LabScenario, ATableRowTellsWhatWasNotAsExpected)
+{
+	PhaseResult good;
+	good.title = "start";
+	good.expected = good.ownersAfter = "a";
+	good.asExpected = true;
+	PhaseResult bad = good;
+	bad.title = "cut";
+	bad.ownersAfter = "a+b";
+	bad.asExpected = false;
+	bad.twoOwners = Millis(1234);
+	EXPECT_TRUE(allAsExpected({good}));
+	EXPECT_FALSE(allAsExpected({good, bad}));
+	EXPECT_FALSE(allAsExpected({}));
+	const std::string table = toTable({good, bad});
+	EXPECT_NE(table.find("NOT AS EXPECTED"), std::string::npos) << table;
+	EXPECT_NE(table.find("1.234 s"), std::string::npos) << table;
+}
+
+TEST(LabWait, TellsWhatItLastSaw)
+{
+	testing::internal::CaptureStderr();
+	EXPECT_FALSE(waitFor([] { return false; }, Millis(30), "the impossible", [] { return std::string("nothing"); }));
+	EXPECT_EQ(testing::internal::GetCapturedStderr(),
+	          "gave up waiting for the impossible after 0.030 s; last seen: nothing\n");
+	EXPECT_TRUE(waitFor([] { return true; }, Millis(0), "the present"));
+}
+
+} // namespace velarix::lab

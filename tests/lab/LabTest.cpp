@@ -1,0 +1,263 @@
+/// The lab itself: labs side by side, the program, and what is left behind.
+
+#include "PairTest.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+
+#include "lab/core/Command.h"
+#include "lab/core/ProcessTable.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// What a lab could leave in this machine's own namespaces.
+std::vector<std::string> tracesOnThisMachine()
+{
+	std::vector<std::string> traces;
+	for (const std::string& line : linesOf("/proc/self/mountinfo"))
+	{
+		if (line.find("lab-") != std::string::npos || line.find("vlx-") != std::string::npos)
+		{
+			traces.push_back(line);
+		}
+	}
+	for (const std::string& line : linesOf("/proc/net/dev"))
+	{
+		if (line.find("vlx-") != std::string::npos)
+		{
+			traces.push_back(line);
+		}
+	}
+	return traces;
+}
+
+/// A file under /proc/PID/ns as a number.
+ino_t processNamespace(pid_t pid)
+{
+	struct stat found
+	{
+	};
+	return ::stat(("/proc/" + std::to_string(pid) + "/ns/pid").c_str(), &found) == 0 ? found.st_ino : 0;
+}
+
+/// Live processes of this machine whose parent is `parent`.
+std::vector<pid_t> childrenOf(pid_t parent)
+{
+	std::vector<pid_t> children;
+	for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
+	{
+		const std::string name = entry.path().filename();
+		const std::string status = name.find_first_not_of("0123456789") == std::string::npos
+		                               ? contentIfAny(entry.path() / "status")
+		                               : std::string();
+		if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") != std::string::npos)
+		{
+			children.push_back(std::stoi(name));
+		}
+	}
+	return children;
+}
+
+std::size_t processesIn(const std::vector<ino_t>& namespaces)
+{
+	std::size_t count = 0;
+	for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
+	{
+		const std::string name = entry.path().filename();
+		if (name.find_first_not_of("0123456789") == std::string::npos)
+		{
+			const ino_t found = processNamespace(std::stoi(name));
+			count += static_cast<std::size_t>(std::count(namespaces.begin(), namespaces.end(), found));
+		}
+	}
+	return count;
+}
+
+/// A directory of its own below /tmp, removed in the end.
+class TemporaryDirectory
+{
+public:
+	TemporaryDirectory()
+	{
+		char name[] = "/tmp/velarix-lab-test-XXXXXX";
+		m_path = ::mkdtemp(name);
+	}
+	~TemporaryDirectory()
+	{
+		std::error_code ignored;
+		fs::remove_all(m_path, ignored);
+	}
+	TemporaryDirectory(const TemporaryDirectory&) = delete;
+	TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+	const fs::path& path() const { return m_path; }
+
+private:
+	fs::path m_path;
+};
+
+CommandResult velarixLab(std::vector<std::string> words, const fs::path& stateBase, Millis limit = Millis(90000))
+{
+	words.insert(words.begin(), VELARIX_LAB_PROGRAM);
+	words.insert(words.begin() + 2, {"--state-dir", stateBase.string()});
+	return run({words, {}, {}, limit});
+}
+
+} // namespace
+
+class LabOfItsOwn : public PairTest
+{
+};
+
+TEST_F(LabOfItsOwn, TwoLabsSideBySideDoNotConcernEachOther)
+{
+	PAIR_OR_RETURN(startPair());
+	Lab second;
+	second.startAgents();
+	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit));
+	ASSERT_TRUE(second.waitForService(HostId::a, moveLimit));
+
+	const Millis off = second.clock().now();
+	lab().inject({FaultKind::powerOff, HostId::a});
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	const Millis now = second.clock().now();
+	EXPECT_EQ(timeWith(second.timeline().intervals(addressLane, now), {"a"}, off, now), now - off);
+	EXPECT_LT(longestWith(second.timeline().intervals(serviceLane, now), {"none"}, off, now), Millis(1000));
+	EXPECT_TRUE(tracesOnThisMachine().empty());
+}
+
+TEST_F(LabOfItsOwn, EndsWithTheObjectAndHasNotTouchedTheMachine)
+{
+	std::vector<ino_t> namespaces;
+	{
+		PAIR_OR_RETURN(startPair());
+		for (const HostId id : allHosts)
+		{
+			namespaces.push_back(processNamespace(lab().host(id).pid()));
+		}
+		EXPECT_GE(processesIn(namespaces), 6U) << "four hosts and two agents";
+		EXPECT_TRUE(tracesOnThisMachine().empty());
+		// What the nodes write stays in the nodes.
+		const CommandResult written = lab().run(HostId::a, {"touch", "/usr/lab-was-here"});
+		EXPECT_TRUE(written.ok()) << written.output;
+		EXPECT_FALSE(lab().run(HostId::a, {"touch", "/etc/lab-was-here"}).ok());
+		EXPECT_FALSE(fs::exists("/usr/lab-was-here"));
+		endLab();
+	}
+	EXPECT_TRUE(waitFor([&] { return processesIn(namespaces) == 0; }, Millis(10000), "all its processes to be gone"));
+	EXPECT_TRUE(tracesOnThisMachine().empty());
+}
+
+TEST_F(LabOfItsOwn, RunsTheAgentsBehindTheWordsThatWrapThem)
+{
+	LabOptions options;
+	options.wrapper = {"env", "LAB_WRAPPED=yes"};
+	PAIR_OR_RETURN(startServingPair(options));
+	const std::optional<ProcessEntry> agent = lab().node(HostId::b).agent();
+	ASSERT_TRUE(agent);
+	EXPECT_EQ(agent->name, plan::agentName);
+	const std::string environment = contentOf("/proc/" + std::to_string(agent->pid) + "/environ");
+	EXPECT_NE(environment.find("LAB_WRAPPED=yes"), std::string::npos);
+	lab().killAgent(HostId::b);
+	EXPECT_FALSE(lab().node(HostId::b).agent());
+}
+
+TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	const TemporaryDirectory base;
+	const CommandResult up = velarixLab({"up", "--name", "kept"}, base.path());
+	ASSERT_TRUE(up.ok()) << up.output;
+	const CommandResult again = velarixLab({"up", "--name", "kept"}, base.path());
+	EXPECT_NE(again.output.find("is up already"), std::string::npos) << again.output;
+
+	const CommandResult status = velarixLab({"status", "--name", "kept", "--json"}, base.path());
+	const nlohmann::json told = nlohmann::json::parse(status.output);
+	EXPECT_EQ(told["address"], "a");
+	EXPECT_EQ(told["service"], "a");
+	EXPECT_EQ(told["nodes"]["b"]["role"], "slave");
+	const CommandResult name = velarixLab({"exec", "--name", "kept", "b", "uname", "-n"}, base.path());
+	EXPECT_EQ(name.output, "node-b\n");
+	EXPECT_EQ(velarixLab({"exec", "--name", "kept", "client", "sh", "-c", "exit 7"}, base.path()).status, 7);
+
+	const pid_t supervisor = told["supervisor"].get<pid_t>();
+	std::vector<ino_t> namespaces;
+	for (const pid_t init : childrenOf(supervisor))
+	{
+		namespaces.push_back(processNamespace(init));
+	}
+	ASSERT_EQ(namespaces.size(), 5U) << "four hosts and the rack";
+	EXPECT_GE(processesIn(namespaces), 8U);
+	ASSERT_EQ(::kill(supervisor, SIGKILL), 0);
+	EXPECT_TRUE(waitFor([&] { return processesIn(namespaces) == 0; }, Millis(10000), "all its processes to be gone"));
+	EXPECT_TRUE(tracesOnThisMachine().empty());
+
+	// What is left is a directory, which the next command recognises.
+	const CommandResult dead = velarixLab({"status", "--name", "kept"}, base.path());
+	EXPECT_EQ(dead.status, 2);
+	EXPECT_NE(dead.output.find("a supervisor that died"), std::string::npos) << dead.output;
+	const CommandResult anew = velarixLab({"up", "--name", "kept", "--no-agents"}, base.path());
+	EXPECT_TRUE(anew.ok()) << anew.output;
+	EXPECT_NE(anew.output.find("removed what a supervisor that died had left"), std::string::npos) << anew.output;
+	const CommandResult down = velarixLab({"down", "--name", "kept"}, base.path());
+	EXPECT_TRUE(down.ok()) << down.output;
+	EXPECT_FALSE(fs::exists(base.path() / "kept"));
+}
+
+TEST(LabProgram, TellsInPlainWordsWhatIsWrong)
+{
+	const TemporaryDirectory base;
+	const CommandResult noAgent = velarixLab({"up", "--install-root", base.path().string()}, base.path());
+	EXPECT_EQ(noAgent.status, 2);
+	EXPECT_NE(noAgent.output.find("velarix-lab: "), std::string::npos) << noAgent.output;
+	const CommandResult notUp = velarixLab({"status", "--name", "nobody"}, base.path());
+	EXPECT_EQ(notUp.status, 2);
+	EXPECT_NE(notUp.output.find("no lab \"nobody\" is up"), std::string::npos) << notUp.output;
+	EXPECT_EQ(velarixLab({"status", "--name", "no/body"}, base.path()).status, 2);
+	const CommandResult version = run({{VELARIX_LAB_PROGRAM, "--version"}});
+	EXPECT_EQ(version.output, std::string("velarix-lab ") + VELARIX_LAB_VERSION + "\n");
+}
+
+/// The project's show piece, run as a newcomer runs it.
+TEST(LabProgram, DemoEndsAsExpectedAndDrawsItsPicture)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	const TemporaryDirectory base;
+	const fs::path picture = base.path() / "demo.svg";
+	const fs::path data = base.path() / "demo.json";
+	const CommandResult demo = run(
+	    {{VELARIX_LAB_PROGRAM, "demo", "--svg", picture.string(), "--json", data.string()}, {}, {}, Millis(280000)});
+	EXPECT_TRUE(demo.ok()) << demo.output;
+	EXPECT_NE(demo.output.find("every phase ended as expected"), std::string::npos) << demo.output;
+	EXPECT_EQ(demo.output.find('\033'), std::string::npos) << "colours only on a terminal";
+
+	const nlohmann::json told = nlohmann::json::parse(contentOf(data));
+	ASSERT_EQ(told["phases"].size(), 6U);
+	for (const nlohmann::json& phase : told["phases"])
+	{
+		EXPECT_EQ(phase["twoOwnersMs"], 0) << phase;
+		EXPECT_EQ(phase["ownersAfter"], phase["expected"]) << phase;
+	}
+	const std::string svg = contentOf(picture);
+	EXPECT_TRUE(svg.starts_with("<svg ")) << svg.substr(0, 80);
+	EXPECT_TRUE(svg.ends_with("</svg>\n"));
+	EXPECT_NE(svg.find("host powered off (a)"), std::string::npos);
+}
+
+} // namespace velarix::lab

@@ -1,0 +1,135 @@
+/// The short form of the fault matrix: each of its cells once, on a pair of its
+/// own, against what was written down before.
+
+#include <cctype>
+#include <filesystem>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "lab/campaigns/matrix/CellRun.h"
+#include "lab/campaigns/matrix/Report.h"
+#include "lab/core/Command.h"
+#include "lab/core/Files.h"
+#include "lab/core/Lab.h"
+#include "lab/tables/Expectations.h"
+
+namespace velarix::lab
+{
+
+class ShortMatrix : public testing::TestWithParam<std::string>
+{
+};
+
+TEST_P(ShortMatrix, EndsAsWrittenDown)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	requireLab();
+	MatrixResults results;
+	results.expectations = readExpectations("");
+	results.cells = chosenCells(results.expectations, {GetParam()});
+	ASSERT_EQ(results.cells.size(), 1U);
+	// Less than a countdown: one too many has to be noticed, on a loaded machine as well.
+	results.times.slack = Millis(4000);
+	results.times.noOutage = Millis(2500);
+	const RunRecord record = runCell({results.cells.front(), results.expectations.paths, results.times});
+	results.records.push_back(record);
+	EXPECT_TRUE(record.asExpected()) << toText(results) << record.timeline;
+}
+
+namespace
+{
+
+/// @param words  command and options, without the table
+CommandResult tableCommand(const std::string& table, const std::vector<std::string>& words)
+{
+	const std::filesystem::path file =
+	    std::filesystem::temp_directory_path() / ("velarix-table-" + std::to_string(::getpid()));
+	writeFile(file, table);
+	std::vector<std::string> all{VELARIX_LAB_PROGRAM};
+	all.insert(all.end(), words.begin(), words.end());
+	all.insert(all.end(), {"--expectations", file});
+	const CommandResult result = run({all, {}, {}, Millis(250000)});
+	std::filesystem::remove(file);
+	return result;
+}
+
+CommandResult matrixWith(const std::string& table, std::vector<std::string> words)
+{
+	words.insert(words.begin(), "matrix");
+	return tableCommand(table, words);
+}
+
+constexpr const char* anyOther = "chaos | reboot\nshort | wrong/a\n";
+
+} // namespace
+
+/// The matrix has to be able to fail.
+TEST(MatrixProgram, EndsWithOneWhereTheTableIsWrong)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	const CommandResult result =
+	    matrixWith(std::string("wrong/a | a | agent-kill:b | b b b 1 0 - | - | -\n") + anyOther, {});
+	EXPECT_EQ(result.status, 1) << result.output;
+	EXPECT_NE(result.output.find("wrong/a, run 1: fault: owner a, expected b\n"), std::string::npos) << result.output;
+	EXPECT_NE(result.output.find("wrong/a, run 1: fault: programs on a, expected b\n"), std::string::npos);
+}
+
+TEST(MatrixProgram, TellsInPlainWordsWhatIsWrong)
+{
+	const std::string good = std::string("wrong/a | a | agent-kill:b | a a a 0 0 - | - | -\n") + anyOther;
+	const auto told = [&](const std::vector<std::string>& words)
+	{
+		const CommandResult result = matrixWith(good, words);
+		EXPECT_EQ(result.status, 2) << result.output;
+		return result.output;
+	};
+	EXPECT_NE(told({"--only", "earthquake"}).find("earthquake"), std::string::npos);
+	EXPECT_NE(told({"--runs", "0"}).find("--runs"), std::string::npos);
+	EXPECT_NE(told({"--format", "xml"}).find("--format"), std::string::npos);
+	EXPECT_NE(told({"--from", "/no/such/file"}).find("cannot read /no/such/file: No such file or directory"),
+	          std::string::npos);
+	const CommandResult broken = matrixWith("wrong/a | c | agent-kill:b | a a a 0 0 - | - | -\n", {"--list"});
+	EXPECT_EQ(broken.status, 2);
+	EXPECT_NE(broken.output.find("line 1 of the expectations: \"c\" is no node"), std::string::npos) << broken.output;
+	const CommandResult list = matrixWith(good, {"--list"});
+	EXPECT_TRUE(list.ok()) << list.output;
+	EXPECT_EQ(list.output, "wrong/a\n");
+}
+
+/// One lane, one step: the whole way from the schedule to the report.
+TEST(ChaosProgram, RunsAStepAndTellsIt)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	// A take-over on silence may leave the program on both nodes where a loaded machine
+	// starts it slowly, so the fault is one that ends well on any machine.
+	const CommandResult result = tableCommand("x | a | reboot:a | a a a 0 0 - | - | -\nchaos | reboot\nshort | x\n",
+	                                          {"chaos", "--seed", "3", "--steps", "1"});
+	EXPECT_EQ(result.status, 0) << result.output;
+	EXPECT_NE(result.output.find("lane 0, step 1: "), std::string::npos) << result.output;
+	EXPECT_NE(result.output.find("1 steps of faults and healings, "), std::string::npos) << result.output;
+	EXPECT_NE(result.output.find("the invariants held after every step\n"), std::string::npos) << result.output;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cells, ShortMatrix, testing::ValuesIn(readExpectations("").shortForm),
+                         [](const testing::TestParamInfo<std::string>& cell)
+                         {
+	                         std::string name;
+	                         for (const char letter : cell.param)
+	                         {
+		                         name += std::isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
+	                         }
+	                         return name;
+                         });
+
+} // namespace velarix::lab
