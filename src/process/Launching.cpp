@@ -40,6 +40,25 @@ void waitForIPSetup(std::int32_t seconds)
 	}
 }
 
+using Handles = std::vector<Poco::ProcessHandle*>;
+
+/// The started handles; the caller of the public operation becomes their owner.
+std::unique_ptr<Handles> launchEach(const std::vector<std::string>& commands)
+{
+	auto handles = std::make_unique<Handles>();
+	const std::vector<std::string> noArguments;
+	for (const std::string& command : commands)
+	{
+		handles->push_back(new Poco::ProcessHandle(outside::launch(command, noArguments)));
+		velarixLog->debug(kSource, 96, "%s started run..", command.c_str());
+	}
+	if (commands.size() != handles->size())
+	{
+		velarixLog->error(kSource, 101, "%s", "some of processes did not start");
+	}
+	return handles;
+}
+
 } // namespace
 
 void Utill::voidProcessRun(bool skipVirtualIP)
@@ -65,30 +84,6 @@ void Utill::voidProcessRun(bool skipVirtualIP)
 	// A banner at error level, so that a start stands out in any log filter.
 	velarixLog->error(kSource, 78, "%s", kProcessRunBanner);
 }
-
-namespace
-{
-
-using Handles = std::vector<Poco::ProcessHandle*>;
-
-/// The started handles; the caller of the public operation becomes their owner.
-std::unique_ptr<Handles> launchEach(const std::vector<std::string>& commands)
-{
-	auto handles = std::make_unique<Handles>();
-	const std::vector<std::string> noArguments;
-	for (const std::string& command : commands)
-	{
-		handles->push_back(new Poco::ProcessHandle(outside::launch(command, noArguments)));
-		velarixLog->debug(kSource, 96, "%s started run..", command.c_str());
-	}
-	if (commands.size() != handles->size())
-	{
-		velarixLog->error(kSource, 101, "%s", "some of processes did not start");
-	}
-	return handles;
-}
-
-} // namespace
 
 std::vector<Poco::ProcessHandle*>* Utill::processRun(std::vector<std::string>& commands)
 {
