@@ -170,7 +170,7 @@ void CHeartReciver::serveConnection(Loop& loop)
 	std::array<char, kMessageSize> buffer{};
 	Poco::Net::StreamSocket connection = loop.server->acceptConnection();
 	// A client that came before the listening socket had its time-out inherited
-	// none, and being silent would hold this thread for ever.
+	// none, and sending nothing would hold this thread for ever.
 	connection.setReceiveTimeout(loop.timeout);
 	int received = connection.receiveBytes(buffer.data(), kMessageSize);
 	while (received > 0)

@@ -3,14 +3,14 @@
 ///
 /// Each iteration of its loop first judges the node's own network and, on a
 /// master, its managed programs; then it listens for one heartbeat connection.
-/// Every message goes to the decision table; a silence is counted on a slave.
+/// Every message goes to the decision table; a time-out is counted on a standby.
 ///
 /// Own status: OK (1) at the start, NOT OK (0) after a failed network check,
 /// back to OK only by the decision table. It selects the half of the table.
 /// Listening socket: none, listening, none again after every served connection,
-/// counted silence, take-over and error. It is kept when the own checks end the
-/// iteration, over a master's silence, a card without carrier and a silent
-/// partner that still answers pings.
+/// counted time-out, take-over and error. It is kept when the own checks end the
+/// iteration, over a master's time-out, an interface without carrier and a partner that
+/// sends nothing but still answers pings.
 ///
 /// The role is the agent's, written here alone once the threads run; the sender
 /// and the checker read it. Everything else belongs to the receiver's thread.

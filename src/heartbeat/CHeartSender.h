@@ -1,4 +1,4 @@
-/// The worker that tells the partner, at a fixed interval, what this node does.
+/// The worker that reports to the partner, at a fixed interval, what this node does.
 ///
 /// Each heartbeat goes out on a connection of its own; no answer is awaited. An
 /// unreachable partner is tried again every two seconds without end. It runs on

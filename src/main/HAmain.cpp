@@ -96,10 +96,10 @@ int main()
 	writePidFile();
 	velarixLog = new VelarixLog;
 	velarixLog->init();
-	// Read so that a missing role ends the start, and then left aside: every node
-	// starts as slave and the heartbeats promote it. Two nodes that started in
-	// their configured roles would raise the address before they had heard of
-	// each other. Pinned by Daemon.StartsAsSlaveWhateverItsConfiguredRole.
+	// Read so that a missing role ends the start, and then not used: every node
+	// starts as standby and the heartbeats promote it. Two nodes that started in
+	// their configured roles would raise the address before they knew of each
+	// other. Pinned by Daemon.StartsAsSlaveWhateverItsConfiguredRole.
 	[[maybe_unused]] const MODE configuredMode = getAgentMode();
 	CAgent agent(MODE_SLAVE);
 	agent.startThread();

@@ -30,7 +30,7 @@ public:
 	/// Not called by the daemon.
 	/// @return one handle per command, in order; the caller owns vector and handles
 	static std::vector<Poco::ProcessHandle*>* processRun(std::vector<std::string>& commands);
-	/// The same for the configured programs, with the fail-over banner. Not called by the daemon.
+	/// The same for the configured programs, with the failover banner. Not called by the daemon.
 	static std::vector<Poco::ProcessHandle*>* processRun();
 
 	/// Starts the command that the settings hold under `key` and forgets it.
@@ -80,7 +80,7 @@ public:
 	/// Pings the virtual IP without a time limit.
 	/// @return true once it answers, false when the ping raises an error
 	static bool waitngForVirtualIPSet();
-	/// Places for a change of the card's address; they do nothing. Not called by the daemon.
+	/// Places for a change of the interface's address; they do nothing. Not called by the daemon.
 	static void changeMacAddress();
 	static void rollBackMacAddress();
 

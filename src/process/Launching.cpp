@@ -28,7 +28,7 @@ constexpr char kFailoverBanner[] = "\n"
                                    "===================  failover  ==========================\n"
                                    "=======================================================";
 
-/// Waits `seconds`, telling the console the rest each second. It ends at zero
+/// Waits `seconds`, printing the rest on the console each second. It ends at zero
 /// only: a negative time waits for the whole range of the integer.
 void waitForIPSetup(std::int32_t seconds)
 {
@@ -74,7 +74,7 @@ void Utill::voidProcessRun(bool skipVirtualIP)
 	const std::string script(velarix::kRunScriptPath);
 	outside::runShell("chmod 755 " + script);
 	// The raw value is judged: a script that itself ends with status 127 (raw
-	// 32512) has been run, and the process checker tells what came of it.
+	// 32512) has been run, and the process checker sees what came of it.
 	const int result = outside::runShell(script);
 	if (result == 127 || result == -1)
 	{
