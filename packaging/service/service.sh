@@ -193,7 +193,7 @@ refuse_without_room_for_pid_file() {
 # The log's age counts from its first line, that of its archives from their last change. Begun
 # while the clock was ahead, neither is archived or removed before that date comes. The
 # new name is that of any archive: velarixctl reads it, and it goes with them.
-put_aside_log_of_the_future() {
+archive_log_of_the_future() {
 	if [ ! -f "$log" ]; then
 		return 0
 	fi
@@ -243,7 +243,7 @@ prepare() {
 		say "not started: velarixctl check did not accept $settings (status $status)"
 		exit "$status"
 	}
-	put_aside_log_of_the_future
+	archive_log_of_the_future
 }
 
 has_pid_file() {
