@@ -254,26 +254,23 @@ TEST_F(ServiceScript, ALogPathThatIsNoRegularFileIsRefused)
 /// What the agent's own reader makes of each: SettingsStoreTest.
 TEST_F(ServiceScript, TheLogPathIsReadAsTheAgentReadsIt)
 {
-	sandbox::shell("mkfifo /usr/velarix/log/fifo && mkdir -p /usr/velarix/log/real");
-	const std::string fifo = "/usr/velarix/log/fifo";
-	const std::string file = "/usr/velarix/log/real/v.log";
-	for (const std::string& text : std::vector<std::string>{
-	         "[LOG]\nPATH=" + fifo, "[log]\n  path \t=  " + fifo + "  \r\n", "[ LOG ] PATH = " + fifo,
-	         "LOG.PATH = " + fifo, "[LOG]\nPATH = " + file + "\n[AGENT]\nMODE = 1\n[LOG]\nPath = " + fifo,
-	         "[AGENT]\nPATH = " + file + "\n[LOG]\nPATH = " + fifo + "\n;PATH = " + file,
-	         "[LOG]\nPATH = usr/velarix/log/fifo"})
+	sandbox::shell("mkfifo /usr/fifo");
+	for (const char* text : {"[LOG]\nPATH=/usr/fifo", "[log]\n  path \t=  /usr/fifo  \r\n", "[ LOG ] PATH = /usr/fifo",
+	                         "LOG.PATH = /usr/fifo", "[LOG]\nPATH = usr/fifo",
+	                         "[LOG]\nPATH = /usr/file\n[AGENT]\nMODE = 1\n[LOG]\nPath = /usr/fifo",
+	                         "[AGENT]\nPATH = /usr/file\n[LOG]\nPATH = /usr/fifo\n;PATH = /usr/file"})
 	{
 		sandbox::writeFile(velarix::kSettingsPath, text);
 		EXPECT_EQ(service("prepare").status, kWrongSettings) << text;
 	}
-	for (const std::string& text :
-	     std::vector<std::string>{"[LOG]\nPATH = " + fifo + "\nPATH = " + file,
-	                              "[LOG]\n; PATH = " + fifo + "\nPATH = " + file, "[AGENT]\nPATH = " + fifo,
-	                              "[LOG]\nPATHS = " + fifo, "[LOG]\nPATH = ${AGENT.DIRECTORY}/fifo", std::string()})
+	for (const char* text :
+	     {"[LOG]\nPATH = /usr/fifo\nPATH = /usr/file", "[LOG]\n; PATH = /usr/fifo\nPATH = /usr/file",
+	      "[AGENT]\nPATH = /usr/fifo", "[LOG]\nPATHS = /usr/fifo", "[LOG]\nPATH = ${AGENT.DIRECTORY}/fifo", ""})
 	{
 		sandbox::writeFile(velarix::kSettingsPath, text);
 		EXPECT_EQ(service("prepare").status, 0) << text;
 	}
+	sandbox::shell("rm /usr/fifo");
 }
 
 std::string logOf(std::chrono::hours age)
