@@ -1,4 +1,5 @@
-/// The one way in which the daemon ends itself.
+/// How the daemon ends itself when it cannot go on. Other ends are: a pid file that cannot
+/// be opened (HAmain.cpp), and an exception that leaves main.
 #pragma once
 
 namespace velarix

@@ -2,17 +2,24 @@
 # What the systemd unit and the init script have in common: how the agent is
 # started, stopped and found. Installed as /usr/libexec/velarix-ha/service.
 #
-#   service prepare   before a start: nothing runs, nothing stale lies about,
-#                     the settings are right
+#   service prepare   before a start: nothing runs, nothing stale is left, the
+#                     settings are right, log and pid file can be written
+#   service launch    for the unit, which has prepared: starts the agent with the
+#                     unit's streams, and waits until its pid file is there
 #   service start     prepares, starts, and waits until the agent is at work
 #   service stop      ends the agent; VELARIX_ON_STOP says what becomes of the
 #                     address and the programs
-#   service status    tells whether the agent runs
+#   service status    says whether the agent runs
 #
 # The exit statuses are those of the Linux Standard Base for init scripts, and
-# 78 for settings that "velarixctl check" does not accept. All but the status is
-# said on standard error: systemd throws standard output away.
+# 78 for settings that the agent cannot work with. All but the status is printed
+# on standard error: systemd discards standard output.
 set -eu
+
+# Whoever calls: a pid file that everybody may write could name any process to
+# systemd, and a relative LOG.PATH counts from here.
+umask 022
+cd /
 
 agent=/usr/velarix/bin/VelarixHA
 settings=/usr/velarix/bin/ini/config.ini
@@ -23,28 +30,31 @@ release=/usr/libexec/velarix-ha/release
 
 # The pid file comes two seconds after the parent has gone.
 pid_file_within=15
-# At boot a card, its address or a mounted program may come late.
-cards_within=30
+# At boot an interface, its address or a mounted program may come late.
+interfaces_within=30
 # After the pid file the address is dropped and the programs are killed before the threads start.
 threads_within=15
 end_within=10
 
 not_running=3
 failed=1
+wrong_settings=78
 
 say() {
 	printf 'velarix-ha: %s\n' "$*" >&2
 }
 
-# is_agent PID: a process of this PID namespace that runs our program, which may
-# have been replaced on the disk since (an upgrade). A pid file outlives its
-# agent, and its number may belong to anything by now.
+# is_agent PID: a process of this PID namespace that root runs our program in, which
+# may have been replaced on the disk since (an upgrade). A pid file outlives its
+# agent, and its number may belong to anything by now. Everybody may run the
+# program; the owner of /proc/PID can be root's for a user's process, too.
 is_agent() {
 	case $(readlink "/proc/$1/exe" 2>/dev/null) in
 	"$agent" | "$agent (deleted)") ;;
 	*) return 1 ;;
 	esac
-	[ "$(readlink "/proc/$1/ns/pid")" = "$(readlink /proc/self/ns/pid)" ]
+	[ "$(readlink "/proc/$1/ns/pid")" = "$(readlink /proc/self/ns/pid)" ] &&
+		[ "$(sed -n 's/^Uid:[[:space:]]*\([0-9]*\).*/\1/p' "/proc/$1/status" 2>/dev/null)" = 0 ]
 }
 
 # Prints the agent's pid. In its first two seconds it has no pid file.
@@ -75,13 +85,21 @@ find_agent() {
 	return 1
 }
 
-# within SECONDS COMMAND...: tries five times a second until it succeeds.
+# Sets uptime, in seconds. Unlike the time of day it is never set.
+read_uptime() {
+	read -r uptime _ </proc/uptime
+	uptime=${uptime%.*}
+}
+
+# within SECONDS COMMAND...: tries five times a second, as far as the command lets it,
+# until it succeeds.
 within() {
-	tries=$(($1 * 5))
+	read_uptime
+	end=$((uptime + $1))
 	shift
 	while ! "$@"; do
-		tries=$((tries - 1))
-		[ "$tries" -gt 0 ] || return 1
+		read_uptime
+		[ "$uptime" -le "$end" ] || return 1
 		sleep 0.2
 	done
 }
@@ -93,16 +111,16 @@ need_root() {
 	}
 }
 
+is_missing() {
+	[ ! -e "$1" ]
+}
+
 # systemd removes the pid file of a start that failed, also one that is another
 # agent's: with it gone, that agent would pass for dead.
 restore_pid_file() {
-	tries=25
-	while [ -e "$pid_file" ] && [ "$tries" -gt 0 ]; do
-		tries=$((tries - 1))
-		sleep 0.2
-	done
+	within 5 is_missing "$pid_file" || true
 	if is_agent "$1" && [ ! -e "$pid_file" ]; then
-		printf '%s' "$1" >"$pid_file"
+		write_pid_file "$1"
 	fi
 }
 
@@ -113,13 +131,84 @@ at_boot() {
 		esac
 		return 1
 	fi
-	read -r uptime _ </proc/uptime
-	[ "${uptime%.*}" -lt 300 ]
+	read_uptime
+	[ "$uptime" -lt 300 ]
 }
 
 # Or hopeless: what is wrong with the settings themselves stays wrong.
 accepted() {
 	velarixctl check "$settings" >/dev/null 2>&1 || ! velarixctl check --files-only "$settings" >/dev/null 2>&1
+}
+
+# Prints LOG.PATH as the agent reads it: names in any case, the last one counts. Prints
+# nothing where it is put together from other keys.
+log_path() {
+	awk '
+		function trimmed(text) {
+			gsub(/^[[:space:]]+|[[:space:]]+$/, "", text)
+			return text
+		}
+		{ line = trimmed($0) }
+		line ~ /^\[[^]]*\]/ {
+			section = trimmed(substr(line, 2, index(line, "]") - 2)) "."
+			line = trimmed(substr(line, index(line, "]") + 1))
+		}
+		line !~ /^;/ && (at = index(line, "=")) {
+			key = trimmed(substr(line, 1, at - 1))
+			if (tolower((section == "." ? "" : section) key) == "log.path") {
+				path = trimmed(substr(line, at + 1))
+			}
+		}
+		END {
+			if (!index(path, "${")) {
+				print path
+			}
+		}
+	' "$settings"
+}
+
+# Without a line feed, as the agent writes it.
+write_pid_file() {
+	printf '%s' "$1" >"$pid_file"
+}
+
+refuse_what_is_no_log_file() {
+	log=$(log_path)
+	if [ -e "$log" ] && [ ! -f "$log" ]; then
+		say "not started: LOG.PATH, $log, is no regular file: the agent would wait for ever for its end, or fill it"
+		exit "$wrong_settings"
+	fi
+}
+
+refuse_without_room_for_pid_file() {
+	# Nobody takes blanks for a process.
+	why=$(write_pid_file '       ' 2>&1) || {
+		say "not started: the agent would be without a pid file: $why"
+		rm -f "$pid_file"
+		exit "$failed"
+	}
+	rm -f "$pid_file"
+}
+
+# The log's age counts from its first line, that of its archives from their last change. Begun
+# while the clock was ahead, neither is archived or removed before that date comes. The
+# new name is that of any archive: velarixctl reads it, and it goes with them.
+archive_log_of_the_future() {
+	if [ ! -f "$log" ]; then
+		return 0
+	fi
+	begun=$(head -c 128 "$log" | sed -n '1s,^# Log file created/rotated ,,p')
+	now=$(date +%s)
+	if [ -n "$begun" ] && seconds=$(date -d "$begun" +%s 2>/dev/null) && [ "$seconds" -gt $((now + 3600)) ]; then
+		archive=$log.$(date -u -d "@$now" +%Y%m%d%H%M%S)000
+		if mv "$log" "$archive"; then
+			say "$log was begun while the clock was ahead ($begun): it is now $archive"
+		else
+			say "$log was begun while the clock was ahead ($begun) and will not be archived before that date"
+		fi
+	fi
+	find "$(dirname "$log")/" -maxdepth 1 -type f -name "$(basename "$log").[0-9]*" -newermt '1 hour' -exec touch {} + ||
+		say "archives of $log are dated in the future and will not be removed in time"
 }
 
 prepare() {
@@ -143,8 +232,10 @@ prepare() {
 		say "there is no $settings: make it with \"velarixctl init\" or from config.ini.sample beside it"
 		exit 6
 	}
+	refuse_what_is_no_log_file
+	refuse_without_room_for_pid_file
 	if at_boot; then
-		within "$cards_within" accepted || true
+		within "$interfaces_within" accepted || true
 	fi
 	status=0
 	velarixctl check "$settings" >&2 || status=$?
@@ -152,15 +243,68 @@ prepare() {
 		say "not started: velarixctl check did not accept $settings (status $status)"
 		exit "$status"
 	}
+	archive_log_of_the_future
 }
 
 has_pid_file() {
 	[ -s "$pid_file" ]
 }
 
+has_threads() {
+	[ "$(find "/proc/$1/task" -mindepth 1 -maxdepth 1 2>/dev/null | wc -l)" -ge 4 ]
+}
+
 # At work with its four threads, or dead.
 has_settled() {
-	! is_agent "$1" || [ "$(find "/proc/$1/task" -mindepth 1 -maxdepth 1 2>/dev/null | wc -l)" -ge 4 ]
+	! is_agent "$1" || has_threads "$1"
+}
+
+# The threads come later: where they are there, no pid will come.
+has_pid_file_or_threads() {
+	has_pid_file || { pid=$(find_agent) && has_threads "$pid"; }
+}
+
+has_ended() {
+	! is_agent "$1"
+}
+
+end_agent() {
+	kill -TERM "$1" 2>/dev/null || true
+	within "$end_within" has_ended "$1" || {
+		say "the agent (pid $1) does not end by itself and is killed"
+		kill -KILL "$1" 2>/dev/null || true
+		within "$end_within" has_ended "$1" || {
+			say "the agent (pid $1) cannot be ended"
+			return 1
+		}
+	}
+}
+
+# Sets pid. The agent does not look whether its pid has found room on the disk; without
+# it systemd would take the start for failed and leave the agent to itself.
+wait_for_pid_file() {
+	within "$pid_file_within" has_pid_file_or_threads || true
+	pid=$(find_agent) || return 1
+	has_pid_file || write_pid_file "$pid" || {
+		say "the agent (pid $pid) is ended again: there is no room for its pid in $pid_file"
+		end_agent "$pid" || true
+		rm -f "$pid_file"
+		exit "$failed"
+	}
+}
+
+launch() {
+	# systemd ends this script alone when the unit is stopped before its start is complete,
+	# or that takes too long.
+	trap 'pid=$(find_agent) && end_agent "$pid"; exit "$failed"' TERM
+	"$agent" || {
+		say "$agent cannot be run"
+		exit "$failed"
+	}
+	wait_for_pid_file || {
+		say "the agent did not start; what it said stands before this line"
+		exit "$failed"
+	}
 }
 
 start() {
@@ -170,26 +314,23 @@ start() {
 		return 0
 	fi
 	prepare
-	# What it echoes of its log is not wanted twice; what it says on standard
-	# error when it aborts stands nowhere else. The programs get what it gets, and
-	# nothing of the terminal that this was typed on.
-	cd /
-	umask 022
+	# Its echo of the log is not wanted twice; what it prints on standard error when
+	# it aborts stands nowhere else. The programs get what it gets, and nothing of
+	# the terminal that this was typed on.
 	env -i PATH="$PATH" LANG="${LANG:-C}" setsid "$agent" </dev/null >/dev/null 2>>"$console" || {
 		say "$agent cannot be run, or $console not be written"
 		exit "$failed"
 	}
-	if within "$pid_file_within" has_pid_file && pid=$(find_agent) &&
-		within "$threads_within" has_settled "$pid" && is_agent "$pid"; then
-		return 0
+	if wait_for_pid_file; then
+		within "$threads_within" has_settled "$pid" ||
+			say "the agent (pid $pid) runs, and its threads do not yet: does a command of the settings take so long?"
+		if is_agent "$pid"; then
+			return 0
+		fi
 	fi
 	say "the agent did not start; its last words in $console:"
 	tail -n 3 "$console" >&2
 	exit "$failed"
-}
-
-has_ended() {
-	! is_agent "$1"
 }
 
 # Both nodes keep running meanwhile: the agent gives the service up and asks its
@@ -221,15 +362,9 @@ stop() {
 	# When the agent has ended, systemd reads the file once more, takes a living process of
 	# that number for the agent, whatever it is, and ends it with the stop.
 	rm -f "$pid_file"
-	kill -TERM "$pid" 2>/dev/null || true
-	within "$end_within" has_ended "$pid" || {
-		say "the agent (pid $pid) does not end by itself and is killed"
-		kill -KILL "$pid" 2>/dev/null || true
-		within "$end_within" has_ended "$pid" || {
-			say "the agent (pid $pid) cannot be ended"
-			printf '%s' "$pid" >"$pid_file"
-			exit "$failed"
-		}
+	end_agent "$pid" || {
+		write_pid_file "$pid"
+		exit "$failed"
 	}
 	# An agent two seconds old may have written it meanwhile.
 	rm -f "$pid_file"
@@ -243,6 +378,7 @@ stop() {
 status() {
 	if pid=$(find_agent); then
 		echo "velarix-ha: runs (pid $pid)"
+		has_pid_file || say "its pid file $pid_file is missing or empty"
 	elif [ -e "$pid_file" ]; then
 		echo "velarix-ha: dead, though $pid_file is there"
 		return 1
@@ -253,9 +389,9 @@ status() {
 }
 
 case ${1:-} in
-prepare | start | stop | status) "$1" ;;
+prepare | launch | start | stop | status) "$1" ;;
 *)
-	say "usage: $0 {prepare|start|stop|status}"
+	say "usage: $0 {prepare|launch|start|stop|status}"
 	exit 2
 	;;
 esac

@@ -45,14 +45,16 @@ public:
 	void saveStartedTime();
 
 	/// Starts the managed programs without the virtual IP. Ends the daemon on a
-	/// Poco::Exception.
+	/// Poco::Exception. Not called by the daemon.
 	/// @return true
 	bool processStart();
 
+	/// Not called by the daemon.
 	/// @return the shared running flag
 	bool isRunning();
 
 	/// Kills the managed programs if any runs. Ends the daemon when that fails.
+	/// Not called by the daemon.
 	/// @return true
 	bool kill();
 

@@ -31,9 +31,9 @@ public:
 	/// the daemon with the assertion "0".
 	std::string getString(const std::string& key);
 	int getInt(const std::string& key);
-	bool getBool(const std::string& key);
+	bool getBool(const std::string& key); ///< Not called by the daemon.
 
-	/// Set a value in memory only; the file is never written.
+	/// Set a value in memory only; the file is never written. Not called by the daemon.
 	void setInt(const std::string& key, int value);
 	void setString(const std::string& key, std::string& value);
 

@@ -13,7 +13,9 @@
 /// daemon. From such a failure on this channel refuses every line with the same
 /// exception and touches the library's file no more, as a full disk has it; a restart
 /// of the daemon is what helps. A file that cannot be opened is no such failure: the
-/// next line tries again. The lock keeps the other workers' lines, which wait for the
+/// next line tries again. What the library reports in the same way is taken for one, too:
+/// a first line that cannot be read for want of a descriptor and, from POCO 1.13 on, a full
+/// disk (before, its stream stays bad of itself). The lock keeps the other workers' lines, which wait for the
 /// library's own, from the file between the failure and its mark.
 ///
 /// The library reads from a file's first line when it was begun, and ends the daemon

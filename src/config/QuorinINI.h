@@ -23,6 +23,7 @@ public:
 	/// @throws Poco::NotFoundException for a missing key, Poco::SyntaxException
 	///         for a value that cannot be converted
 	std::string getString(const std::string& key);
+	/// Not called by the daemon.
 	int getInt(const std::string& key);
 	bool getBool(const std::string& key);
 	double getDouble(const std::string& key);

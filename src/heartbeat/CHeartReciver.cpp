@@ -22,6 +22,8 @@ namespace
 
 constexpr char kSource[] = "CHeartReciver";
 constexpr int kBacklog = 64;
+/// At so many silences in a row the partner is given up: the third acts.
+/// (kCountedHeartbeats of CHeartReciverDecision.cpp acts at the fourth heartbeat.)
 constexpr int kCountedSilences = 3;
 constexpr int kMessageSize = 256;
 
@@ -83,7 +85,9 @@ void CHeartReciver::iterate(Loop& loop)
 	}
 	catch (const Poco::Exception& exc)
 	{
-		// No pause: the partner may be at the door behind whoever has failed.
+		// No pause after a failure: the socket goes below, with whoever still waits in
+		// its backlog, and the next pass listens anew for the partner's next heartbeat.
+		// A failure that lasts repeats as fast as the loop runs.
 		velarixLog->error(kSource, 79, "Server Error: %s[CODE: %d][%s]", exc.displayText().c_str(), exc.code(),
 		                  m_processLocation.c_str());
 	}
@@ -166,7 +170,7 @@ void CHeartReciver::serveConnection(Loop& loop)
 	std::array<char, kMessageSize> buffer{};
 	Poco::Net::StreamSocket connection = loop.server->acceptConnection();
 	// A client that came before the listening socket had its time-out inherited
-	// none, and being silent would hold this thread for ever.
+	// none, and sending nothing would hold this thread for ever.
 	connection.setReceiveTimeout(loop.timeout);
 	int received = connection.receiveBytes(buffer.data(), kMessageSize);
 	while (received > 0)

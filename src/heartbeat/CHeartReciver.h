@@ -3,14 +3,14 @@
 ///
 /// Each iteration of its loop first judges the node's own network and, on a
 /// master, its managed programs; then it listens for one heartbeat connection.
-/// Every message goes to the decision table; a silence is counted on a slave.
+/// Every message goes to the decision table; a time-out is counted on a standby.
 ///
 /// Own status: OK (1) at the start, NOT OK (0) after a failed network check,
 /// back to OK only by the decision table. It selects the half of the table.
 /// Listening socket: none, listening, none again after every served connection,
-/// counted silence, take-over and error. It is kept when the own checks end the
-/// iteration, over a master's silence, a card without carrier and a silent
-/// partner that still answers pings.
+/// counted time-out, take-over and error. It is kept when the own checks end the
+/// iteration, over a master's time-out, an interface without carrier and a partner that
+/// sends nothing but still answers pings.
 ///
 /// The role is the agent's, written here alone once the threads run; the sender
 /// and the checker read it. Everything else belongs to the receiver's thread.
@@ -41,6 +41,9 @@ public:
 	              std::string& processLocation);
 	~CHeartReciver() override;
 
+	CHeartReciver(const CHeartReciver&) = delete;
+	CHeartReciver& operator=(const CHeartReciver&) = delete;
+
 	/// Reads "AGENT.IGNORE_TIME".
 	void init();
 
@@ -48,7 +51,7 @@ public:
 	/// cannot be made; an exception of the own checks ends the thread.
 	void run() override;
 
-	/// Writes the shared role.
+	/// Writes the shared role. Not called by the daemon.
 	void setMode(MODE mode);
 
 	/// Splits, checks and judges one received text (CHeartReciverDecision.cpp).
@@ -72,28 +75,31 @@ public:
 	int serviceLanCardCheck();
 	int ComunicationLanCardCheck();
 
+	/// Not called by the daemon.
 	/// @return true when the gateway answers at least one of ten pings
 	bool isMyNetworkOK();
 
-	/// Waits half a second.
+	/// Waits half a second. Not called by the daemon.
 	/// @return true when the last heartbeat is no older than "AGENT.IGNORE_TIME" seconds
 	bool isKeepingUpMessage();
 
-	/// Makes this node master and starts the programs (CHeartReciverStart.cpp).
+	/// Makes this node master and starts the programs (CHeartReciverStart.cpp). Not called by the daemon.
 	void failOver();
 
 	/// Starts the managed programs and records the time. Ends the daemon
 	/// (assertion "1== 0") when the shared flag says that they run already or
-	/// when the start raises an exception.
+	/// when the start raises an exception. Called by failOver alone.
 	/// @return true
 	bool startProcess();
 
 	/// Writes the current time into the run-info record; a Poco::Exception is logged.
+	/// Called by startProcess alone.
 	void saveStartedTime();
 
 	/// @return the local time now as 14 digits
 	std::string getCurrentTime();
 
+	/// Not called by the daemon.
 	/// @param partnerTime the partner's start time, 14 digits
 	/// @return true when this node's programs started earlier; false when equal
 	bool isStartedProcessFaster(std::string& partnerTime);

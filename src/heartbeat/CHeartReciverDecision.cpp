@@ -12,15 +12,9 @@ namespace
 {
 
 constexpr char kSource[] = "CHeartReciver";
-constexpr char kPrefix[] = "process";
-constexpr char kAsking[] = "1";
+/// So many heartbeats pass while an ask is pending: what follows happens at the fourth.
+/// (kCountedSilences of CHeartReciver.cpp acts at the third silence.)
 constexpr std::int32_t kCountedHeartbeats = 3;
-
-/// The comparison is on the reference's length: whatever follows is not looked at.
-bool beginsWith(const std::string& text, const std::string& reference)
-{
-	return text.compare(0, reference.size(), reference) == 0;
-}
 
 } // namespace
 
@@ -36,13 +30,13 @@ void CHeartReciver::ParsingReceivedMessage(const std::string& message)
 		velarixLog->error(kSource, 246, "%s", exc.displayText().c_str());
 		return;
 	}
-	velarixLog->debug(kSource, 249, "szTmp[%s] szPreFix[%s]", kPrefix, heartbeat.prefix.c_str());
-	if (!beginsWith(heartbeat.prefix, kPrefix))
+	velarixLog->debug(kSource, 249, "szTmp[%s] szPreFix[%s]", kHeartbeatPrefix, heartbeat.prefix.c_str());
+	if (!heartbeat.prefix.starts_with(kHeartbeatPrefix))
 	{
 		velarixLog->debug(kSource, 252, "preFix unknown: [%s]", heartbeat.prefix.c_str());
 		return;
 	}
-	const MODE partnerMode = heartbeat.role == "1" ? MODE_MASTER : MODE_SLAVE;
+	const MODE partnerMode = heartbeat.role == kHeartbeatMaster ? MODE_MASTER : MODE_SLAVE;
 	if (m_myStatus == 1)
 	{
 		decideWhileOK(partnerMode, heartbeat.specialAsk);
@@ -137,8 +131,8 @@ void CHeartReciver::decideWhileNotOK(MODE partnerMode, const std::string& specia
 // partner as slave. Pinned by AnswerCheck and AskCheck.
 void CHeartReciver::answerCheckOK(const std::string& specialAsk)
 {
-	velarixLog->debug(kSource, 350, "szTmp[%s] szPartnerProcessRunning[%s]", kAsking, specialAsk.c_str());
-	if (!beginsWith(specialAsk, kAsking))
+	velarixLog->debug(kSource, 350, "szTmp[%s] szPartnerProcessRunning[%s]", kHeartbeatAsking, specialAsk.c_str());
+	if (!specialAsk.starts_with(kHeartbeatAsking))
 	{
 		velarix::storeShared(g_specialAsking, std::int32_t{0});
 		return;
@@ -163,8 +157,8 @@ void CHeartReciver::answerCheckOK(const std::string& specialAsk)
 
 void CHeartReciver::answerCheckNotOK(const std::string& specialAsk)
 {
-	velarixLog->debug(kSource, 376, "szTmp[%s] szPartnerProcessRunning[%s]", kAsking, specialAsk.c_str());
-	if (!beginsWith(specialAsk, kAsking) || velarix::loadShared(g_specialAsking) != 1)
+	velarixLog->debug(kSource, 376, "szTmp[%s] szPartnerProcessRunning[%s]", kHeartbeatAsking, specialAsk.c_str());
+	if (!specialAsk.starts_with(kHeartbeatAsking) || velarix::loadShared(g_specialAsking) != 1)
 	{
 		return;
 	}
@@ -197,8 +191,8 @@ void CHeartReciver::askCheckOK(const std::string& specialAsk)
 		m_specialAskCount = 0;
 		velarix::storeShared(g_specialAsking, std::int32_t{0});
 	}
-	velarixLog->debug(kSource, 411, "szTmp[%s] specialAsk[%s]", kAsking, specialAsk.c_str());
-	if (beginsWith(specialAsk, kAsking))
+	velarixLog->debug(kSource, 411, "szTmp[%s] specialAsk[%s]", kHeartbeatAsking, specialAsk.c_str());
+	if (specialAsk.starts_with(kHeartbeatAsking))
 	{
 		velarixLog->debug(kSource, 414, "%s", "special ask: slave -> master");
 		becomeMasterOnAsk();
@@ -226,8 +220,8 @@ void CHeartReciver::askCheckNotOK(const std::string& specialAsk)
 		m_specialAskCount = 0;
 		velarix::storeShared(g_specialAsking, std::int32_t{0});
 	}
-	velarixLog->debug(kSource, 440, "szTmp[%s] specialAsk[%s]", kAsking, specialAsk.c_str());
-	if (beginsWith(specialAsk, kAsking))
+	velarixLog->debug(kSource, 440, "szTmp[%s] specialAsk[%s]", kHeartbeatAsking, specialAsk.c_str());
+	if (specialAsk.starts_with(kHeartbeatAsking))
 	{
 		velarixLog->debug(kSource, 443, "%s", "special ask: slave -> master");
 		becomeMasterOnAsk();

@@ -1,3 +1,6 @@
+// Each source file has its own copy of the shared locks: every user of the receiver's
+// stays in this file.
+
 #include <Poco/Exception.h>
 
 #include "CHeartReciver.h"

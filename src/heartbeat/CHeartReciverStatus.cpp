@@ -15,7 +15,7 @@ namespace
 
 constexpr char kSource[] = "CHeartReciver";
 
-/// @param command prints the card's carrier file
+/// @param command prints the interface's carrier file
 /// @return 1 when the output holds a "1" anywhere, else 0
 int carrierOf(std::string command)
 {
@@ -24,7 +24,7 @@ int carrierOf(std::string command)
 
 } // namespace
 
-// Only the card failure of a master drops the virtual IP and asks the partner;
+// Only the lost carrier of a master drops the virtual IP and asks the partner;
 // the two ping failures leave both alone, since whoever cannot ping cannot know
 // whether the partner serves already. Pinned by NetworkStatusOfAMaster.
 int CHeartReciver::networkStatus()

@@ -3,6 +3,7 @@
 #include <ios>
 
 #include <Poco/Exception.h>
+#include <Poco/Net/NetException.h>
 #include <Poco/Net/SocketAddress.h>
 #include <Poco/Net/SocketStream.h>
 #include <Poco/Net/StreamSocket.h>
@@ -10,6 +11,7 @@
 #include <Poco/Timespan.h>
 
 #include "Configuraion.h"
+#include "HeartbeatMessage.h"
 #include "Outside.h"
 #include "QuorinINI.h"
 #include "Utilities.h"
@@ -24,10 +26,11 @@ namespace
 
 constexpr char kSource[] = "CHeartSender";
 
-/// Writes the whole text. A stream swallows errors unless told otherwise, and a
-/// heartbeat that did not go out must not be logged as sent.
-/// @throws Poco::Exception when the text could not be written
-void writeWhole(Poco::Net::StreamSocket& socket, const std::string& text)
+/// Sends the text as the connection's only one, and closes the connection. A stream
+/// swallows errors unless told otherwise, and a heartbeat that did not go out must
+/// not be logged as sent.
+/// @throws Poco::Exception when the text could not be sent
+void sendAndClose(Poco::Net::StreamSocket& socket, const std::string& text)
 {
 	Poco::Net::SocketStream stream(socket);
 	stream.exceptions(std::ios::badbit | std::ios::failbit);
@@ -38,7 +41,7 @@ void writeWhole(Poco::Net::StreamSocket& socket, const std::string& text)
 	}
 	catch (const std::ios_base::failure& exc)
 	{
-		throw Poco::WriteFileException("heartbeat", exc.what());
+		throw Poco::Net::NetException("heartbeat", exc.what());
 	}
 	socket.shutdownSend();
 	socket.close();
@@ -111,19 +114,19 @@ std::unique_ptr<Poco::Net::StreamSocket> CHeartSender::connect(const Poco::Times
 
 std::string CHeartSender::composeMessage()
 {
-	std::string message = "/process";
-	message += "/" + boolToString(velarix::loadShared(*m_pProcessRunning));
-	message += velarix::loadShared(*m_pMode) == MODE_MASTER ? "/1" : "/2";
-	message += "/" + getProcessStartedTime();
-	message += velarix::loadShared(g_specialAsking) == 1 ? "/1" : "/0";
-	message += "/";
-	return message;
+	HeartbeatMessage message;
+	message.prefix = kHeartbeatPrefix;
+	message.processRunning = boolToString(velarix::loadShared(*m_pProcessRunning));
+	message.role = velarix::loadShared(*m_pMode) == MODE_MASTER ? kHeartbeatMaster : kHeartbeatSlave;
+	message.startedTime = getProcessStartedTime();
+	message.specialAsk = velarix::loadShared(g_specialAsking) == 1 ? kHeartbeatAsking : kHeartbeatNotAsking;
+	return composeHeartbeat(message);
 }
 
 void CHeartSender::sendMessage(Poco::Net::StreamSocket& socket)
 {
 	const std::string message = composeMessage();
-	writeWhole(socket, message);
+	sendAndClose(socket, message);
 	velarixLog->debug(kSource, 124, "beat sent[%s]:%s", m_processLocation.c_str(), message.c_str());
 }
 

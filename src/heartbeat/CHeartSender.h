@@ -1,4 +1,4 @@
-/// The worker that tells the partner, at a fixed interval, what this node does.
+/// The worker that reports to the partner, at a fixed interval, what this node does.
 ///
 /// Each heartbeat goes out on a connection of its own; no answer is awaited. An
 /// unreachable partner is tried again every two seconds without end. It runs on
@@ -31,6 +31,9 @@ public:
 	             std::string& processLocation);
 	~CHeartSender() override;
 
+	CHeartSender(const CHeartSender&) = delete;
+	CHeartSender& operator=(const CHeartSender&) = delete;
+
 	/// The thread body. Returns at once when the role is unset; otherwise never.
 	/// Ends the daemon when the partner's port is 0 or the run-info record
 	/// cannot be read.
@@ -41,19 +44,23 @@ public:
 	std::string getProcessStartedTime();
 
 	/// Writes the current time into the run-info record; a Poco::Exception is logged.
+	/// Called by startProcess alone.
 	void saveStartedTime();
 
 	/// Starts the managed programs unless the shared flag says that they run.
+	/// Not called by the daemon.
 	/// @return true when they were started; false, logged, when they ran already
 	///         or the start raised an exception
 	bool startProcess();
 
+	/// Not called by the daemon.
 	/// @return true when the partner answers at least one of five pings
 	bool isPartnerNetworkOK();
 
 	/// @return the local time now as 14 digits
 	std::string getCurrentTime();
 
+	/// Not called by the daemon.
 	/// @return 1
 	int getDBMode();
 

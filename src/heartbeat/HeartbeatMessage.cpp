@@ -43,6 +43,17 @@ const std::string& take(const std::vector<std::string>& tokens, std::size_t inde
 
 } // namespace
 
+std::string composeHeartbeat(const HeartbeatMessage& message)
+{
+	std::string text;
+	for (const std::string* pField :
+	     {&message.prefix, &message.processRunning, &message.role, &message.startedTime, &message.specialAsk})
+	{
+		text += "/" + *pField;
+	}
+	return text + "/";
+}
+
 HeartbeatMessage splitHeartbeat(const std::string& text)
 {
 	const std::vector<std::string> tokens = splitAtSlashes(text);

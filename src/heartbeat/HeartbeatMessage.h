@@ -7,15 +7,24 @@
 
 #include <string>
 
-/// The fields as received, unchecked.
+inline constexpr char kHeartbeatPrefix[] = "process";
+inline constexpr char kHeartbeatMaster[] = "1";
+inline constexpr char kHeartbeatSlave[] = "2";
+inline constexpr char kHeartbeatAsking[] = "1";
+inline constexpr char kHeartbeatNotAsking[] = "0";
+
+/// The fields: as received, unchecked, or as they are to be sent.
 struct HeartbeatMessage
 {
-	std::string prefix;         ///< begins with "process" in a heartbeat
+	std::string prefix;         ///< begins with kHeartbeatPrefix in a heartbeat
 	std::string processRunning; ///< "1" or "0"; no decision reads it
-	std::string role;           ///< exactly "1" means master, all else slave
+	std::string role;           ///< exactly kHeartbeatMaster means master, all else slave
 	std::string startedTime;    ///< 14 digits or empty; no decision reads it
-	std::string specialAsk;     ///< begins with "1" when the partner asks
+	std::string specialAsk;     ///< begins with kHeartbeatAsking when the partner asks
 };
+
+/// @return the text as it goes on the wire
+std::string composeHeartbeat(const HeartbeatMessage& message);
 
 /// Splits a received text at every "/". A "/" at the very end closes the message
 /// and yields no field of its own; fields beyond the fifth are ignored.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <Poco/Thread.h>
@@ -43,8 +44,26 @@ MODE getAgentMode()
 namespace
 {
 
-/// Bare digits without a line feed. Without a pid file nobody could stop this
-/// daemon, so it does not go on.
+/// A descriptor that is opened takes the lowest free number. Under that of a closed
+/// standard stream the log would get the console's lines, and every managed program would
+/// inherit the listening socket, so that this node could not listen a second time. Streams
+/// that are open stay as they are. Pinned by ClosedStreams.
+void occupyClosedStandardStreams()
+{
+	int descriptor = STDIN_FILENO;
+	while (descriptor != -1 && descriptor <= STDERR_FILENO)
+	{
+		descriptor = ::open("/dev/null", O_RDWR);
+	}
+	if (descriptor > STDERR_FILENO)
+	{
+		::close(descriptor);
+	}
+}
+
+/// Bare digits without a line feed. A file that cannot be opened ends the daemon: nobody
+/// could find it to stop it. What is written is not checked: on a full disk the file stays
+/// empty and the daemon goes on, and the service script deals with that.
 void writePidFile()
 {
 	char text[10] = {};
@@ -63,6 +82,7 @@ void writePidFile()
 
 int main()
 {
+	occupyClosedStandardStreams();
 	const pid_t pid = ::fork();
 	if (pid > 0)
 	{
@@ -76,10 +96,10 @@ int main()
 	writePidFile();
 	velarixLog = new VelarixLog;
 	velarixLog->init();
-	// Read so that a missing role ends the start, and then left aside: every node
-	// starts as slave and the heartbeats promote it. Two nodes that started in
-	// their configured roles would raise the address before they had heard of
-	// each other. Pinned by Daemon.StartsAsSlaveWhateverItsConfiguredRole.
+	// Read so that a missing role ends the start, and then not used: every node
+	// starts as standby and the heartbeats promote it. Two nodes that started in
+	// their configured roles would raise the address before they knew of each
+	// other. Pinned by Daemon.StartsAsSlaveWhateverItsConfiguredRole.
 	[[maybe_unused]] const MODE configuredMode = getAgentMode();
 	CAgent agent(MODE_SLAVE);
 	agent.startThread();

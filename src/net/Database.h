@@ -1,5 +1,5 @@
 /// Readiness of a database beside the managed programs. The daemon ships the
-/// waiting loop and a check that always succeeds.
+/// waiting loop and a check that always succeeds. Not called by the daemon.
 #pragma once
 
 #include "velarix/velarix.h"

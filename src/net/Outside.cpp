@@ -53,14 +53,14 @@ class OrdinarySignals
 public:
 	OrdinarySignals()
 	{
-		sigset_t blocked;
-		sigemptyset(&blocked);
+		sigset_t ordinary;
+		sigemptyset(&ordinary);
 		for (const int signal : {SIGQUIT, SIGTERM, SIGPIPE})
 		{
-			sigaddset(&blocked, signal);
+			sigaddset(&ordinary, signal);
 		}
 		forgetBrokenPipes();
-		::pthread_sigmask(SIG_UNBLOCK, &blocked, &m_previous);
+		::pthread_sigmask(SIG_UNBLOCK, &ordinary, &m_previous);
 	}
 	~OrdinarySignals() { ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
 	OrdinarySignals(const OrdinarySignals&) = delete;

@@ -16,7 +16,7 @@ double string2double(std::string& text)
 	std::istringstream stream(text, std::ios::in);
 	double value = 0;
 	stream >> value;
-	return stream.fail() ? 0 : value;
+	return value;
 }
 
 std::string getCurrentTime()

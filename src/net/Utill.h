@@ -27,15 +27,17 @@ public:
 
 	/// Starts each command directly, without arguments: the whole text is the
 	/// program path. Ends the daemon (assertion "1 == 0") on a Poco::Exception.
+	/// Not called by the daemon.
 	/// @return one handle per command, in order; the caller owns vector and handles
 	static std::vector<Poco::ProcessHandle*>* processRun(std::vector<std::string>& commands);
-	/// The same for the configured programs, with the fail-over banner.
+	/// The same for the configured programs, with the failover banner. Not called by the daemon.
 	static std::vector<Poco::ProcessHandle*>* processRun();
 
 	/// Starts the command that the settings hold under `key` and forgets it.
+	/// Not called by the daemon.
 	static void shellFileRun(std::string key);
 
-	/// A place for starting a database; does nothing.
+	/// A place for starting a database; does nothing. Not called by the daemon.
 	static void DBRun(MODE* pMode);
 
 	// --- Discovery and kill (process/Discovery.cpp, process/Kill.cpp) ---
@@ -48,7 +50,7 @@ public:
 	/// status lines that contain the program's name.
 	/// @return true when the count is at least the number of configured programs
 	static bool isProcessRunning(OBSERVATION_MODE mode);
-	/// Must not be called: ends the daemon (assertion "1 == 0").
+	/// Must not be called, and is not: ends the daemon (assertion "1 == 0").
 	static bool isProcessRunning(std::vector<Poco::ProcessHandle*>** ppHandles);
 
 	/// @return OBSERVATION_MODE_1 when the setting is 1, else OBSERVATION_MODE_2
@@ -58,12 +60,12 @@ public:
 	/// @return true, whatever the commands did
 	static bool processKill();
 	/// Kills and awaits each handle, the last one first; null is allowed. The
-	/// caller keeps vector and handles.
+	/// caller keeps vector and handles. Not called by the daemon.
 	/// @return true, also when a handle could not be killed
 	static bool processKill(std::vector<Poco::ProcessHandle*>* pHandles);
 
 	/// Looks for the configured keyword in the process table's lines of each
-	/// program. The argument is not consulted.
+	/// program. The argument is not consulted. Not called by the daemon.
 	/// @return false as soon as one output holds the keyword
 	static bool advenceRunCheck(int unused);
 
@@ -78,6 +80,7 @@ public:
 	/// Pings the virtual IP without a time limit.
 	/// @return true once it answers, false when the ping raises an error
 	static bool waitngForVirtualIPSet();
+	/// Places for a change of the interface's address; they do nothing. Not called by the daemon.
 	static void changeMacAddress();
 	static void rollBackMacAddress();
 

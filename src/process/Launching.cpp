@@ -28,7 +28,7 @@ constexpr char kFailoverBanner[] = "\n"
                                    "===================  failover  ==========================\n"
                                    "=======================================================";
 
-/// Waits `seconds`, telling the console the rest each second. It ends at zero
+/// Waits `seconds`, printing the rest on the console each second. It ends at zero
 /// only: a negative time waits for the whole range of the integer.
 void waitForIPSetup(std::int32_t seconds)
 {
@@ -39,35 +39,6 @@ void waitForIPSetup(std::int32_t seconds)
 		seconds = static_cast<std::int32_t>(static_cast<std::uint32_t>(seconds) - 1U);
 	}
 }
-
-} // namespace
-
-void Utill::voidProcessRun(bool skipVirtualIP)
-{
-	velarixLog->debug(kSource, 48, "%s", "try to start virtual ip");
-	if (!skipVirtualIP)
-	{
-		MODE mode = MODE_MASTER;
-		startVirtualIP(&mode);
-	}
-	waitForIPSetup(Configuraion::getInstance(velarix::kSettingsPath)->getInt("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN"));
-	velarixLog->debug(kSource, 62, "%s", "try to run processes");
-	const std::string script(velarix::kRunScriptPath);
-	outside::runShell("chmod 755 " + script);
-	// The raw value is judged: a script that itself ends with status 127 (raw
-	// 32512) has been run, and the process checker tells what came of it.
-	const int result = outside::runShell(script);
-	if (result == 127 || result == -1)
-	{
-		velarixLog->error(kSource, 72, "can't run processes[%d]", result);
-		velarix::fatal("1==0", kSource, 73, "static void Utill::voidProcessRun(bool)");
-	}
-	// A banner at error level, so that a start stands out in any log filter.
-	velarixLog->error(kSource, 78, "%s", kProcessRunBanner);
-}
-
-namespace
-{
 
 using Handles = std::vector<Poco::ProcessHandle*>;
 
@@ -89,6 +60,30 @@ std::unique_ptr<Handles> launchEach(const std::vector<std::string>& commands)
 }
 
 } // namespace
+
+void Utill::voidProcessRun(bool skipVirtualIP)
+{
+	velarixLog->debug(kSource, 48, "%s", "try to start virtual ip");
+	if (!skipVirtualIP)
+	{
+		MODE mode = MODE_MASTER;
+		startVirtualIP(&mode);
+	}
+	waitForIPSetup(Configuraion::getInstance(velarix::kSettingsPath)->getInt("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN"));
+	velarixLog->debug(kSource, 62, "%s", "try to run processes");
+	const std::string script(velarix::kRunScriptPath);
+	outside::runShell("chmod 755 " + script);
+	// The raw value is judged: a script that itself ends with status 127 (raw
+	// 32512) has been run, and the process checker sees what came of it.
+	const int result = outside::runShell(script);
+	if (result == 127 || result == -1)
+	{
+		velarixLog->error(kSource, 72, "can't run processes[%d]", result);
+		velarix::fatal("1==0", kSource, 73, "static void Utill::voidProcessRun(bool)");
+	}
+	// A banner at error level, so that a start stands out in any log filter.
+	velarixLog->error(kSource, 78, "%s", kProcessRunBanner);
+}
 
 std::vector<Poco::ProcessHandle*>* Utill::processRun(std::vector<std::string>& commands)
 {

@@ -55,6 +55,8 @@ ProcessChecker::~ProcessChecker() = default;
 int ProcessChecker::getCheckingCycle()
 {
 	const int seconds = Configuraion::getInstance(velarix::kSettingsPath)->getInt("PROCESS_CHECK.PROCESS_CHECK_CYCLE");
+	// An int holds 24 days of milliseconds. A longer cycle must not overflow into a negative
+	// pause: the node would check without any.
 	return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{seconds} * 1000, std::numeric_limits<int>::min(),
 	                                                 std::numeric_limits<int>::max()));
 }

@@ -26,6 +26,9 @@ public:
 	               std::string& processLocation);
 	~ProcessChecker() override;
 
+	ProcessChecker(const ProcessChecker&) = delete;
+	ProcessChecker& operator=(const ProcessChecker&) = delete;
+
 	/// The thread body; never returns. An exception of one cycle is logged and
 	/// the next cycle follows.
 	void run() override;
@@ -38,6 +41,7 @@ public:
 	void getProcessList();
 
 	/// Runs the kill command on "AGENT.RELATED_PROCESS", if there is one.
+	/// Not called by the daemon.
 	void killRelatedProcess();
 
 	/// Reference count for Poco::AutoPtr: 1 at construction; the object deletes

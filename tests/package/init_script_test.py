@@ -89,6 +89,26 @@ class InitScriptTest(unittest.TestCase):
         self.script("restart", 0)
         self.assertNotEqual(self.machine.agent(), first)
 
+    def test_a_restart_whose_release_fails_starts_again_and_says_so(self):
+        self.machine.write(node.SETTINGS_PATH, node.settings(ADVENCE__PROCESS_KILL_COMMAND="true",
+                                                             AGENT__VIRTUAL_IP_STOP_COMMAND="true"), "0600")
+        self.machine.on_stop("release")
+        self.script("start", 0)
+        self.machine.wait_until_serving()
+        before = self.machine.agent()
+        result = self.script("restart", 0)
+        self.assertIn("is still on this node, although the commands have run", result.err)
+        self.assertIn("velarix-ha: the stop failed (status 1), but the agent has ended: it is started again", result.err)
+        self.assertNotEqual(self.machine.agent(), before)
+
+    def test_a_user_who_runs_the_program_and_stops_it_keeps_nothing_from_starting(self):
+        user = self.machine.stopped_agent_of_a_user()
+        self.script("status", 3)
+        self.script("start", 0)
+        self.assertNotEqual(self.machine.read(node.PID_PATH), str(user))
+        self.script("stop", 0)
+        self.assertEqual(self.machine.agents(), [user])
+
     def test_try_restart_and_force_reload_restart_what_runs_and_nothing_else(self):
         for word in ("try-restart", "force-reload"):
             self.script(word, 0)

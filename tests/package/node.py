@@ -134,6 +134,13 @@ class Node(Machine):
     def start_by_hand(self):
         self.run("setsid /usr/velarix/bin/VelarixHA </dev/null >/dev/null 2>&1")
 
+    def stopped_agent_of_a_user(self):
+        """The pid of an agent that nobody started, who has stopped it before it could fail."""
+        self.run("setpriv --reuid 65534 --regid 65534 --clear-groups /usr/velarix/bin/VelarixHA </dev/null >/dev/null 2>&1")
+        agent = self.agent()
+        self.run(f"kill -STOP {agent}")
+        return agent
+
     def calm_down(self):
         """No agent, no service, good settings: what every test starts from."""
         self.run(f"pkill -9 -x VelarixHA; pkill -9 -x {PROGRAM}; {DROP}; rm -f {PID_PATH} {LOG_PATH}", check=False)

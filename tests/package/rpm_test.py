@@ -8,7 +8,7 @@ import node
 from arguments import Place
 from build_packages import MAINTAINER
 from installed_test import OWN_SETTINGS, RUN_INFO, TREE
-from machine import mounted
+from machine import mounted, wait_for
 
 RPM = "rpm --root /tree --dbpath /var/lib/rpm"
 
@@ -73,6 +73,21 @@ class RpmTest(unittest.TestCase):
         self.assertEqual(self.machine.read("/tree" + node.SETTINGS_PATH), OWN_SETTINGS)
         self.assertEqual(self.machine.read("/tree" + node.RUN_INFO_PATH), record)
         self.assertEqual(self.machine.read("/tree" + node.DEFAULTS_PATH), "VELARIX_ON_STOP=release\n")
+
+    def test_an_upgrade_leaves_the_running_agent_and_a_removal_ends_it(self):
+        # Not in the tree: the agent finds its libraries in the machine itself.
+        self.machine.run("rpm --nodeps -i /root/old.rpm")
+        own = {name: "127.0.0.1" for name in ("AGENT__THIS_SERVER_IP", "AGENT__PARTNER_IP", "AGENT__GATEWAY_IP",
+                                              "AGENT__VIRTUAL_IP")}
+        self.machine.write(node.SETTINGS_PATH, node.settings(**own), "0600")
+        self.machine.start_by_hand()
+        agent = self.machine.agent()
+        wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
+        self.machine.run("rpm --nodeps -U /root/new.rpm")
+        self.assertEqual(self.machine.agent(), agent)
+        self.machine.run("rpm --nodeps -e velarix-ha")
+        self.assertEqual(self.machine.agents(), [])
+        self.assertTrue(self.machine.exists(node.SETTINGS_PATH))
 
     def test_removal_keeps_settings_and_record(self):
         self.machine.write("/tree" + node.SETTINGS_PATH, OWN_SETTINGS, "0600")

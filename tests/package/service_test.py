@@ -76,6 +76,59 @@ class StartTest(OnAMachine):
         self.assertEqual(self.property("MainPID"), self.machine.read(node.PID_PATH))
         self.assertEqual(int(self.property("MainPID")), self.machine.agent())
 
+    def test_a_user_who_runs_the_program_and_stops_it_keeps_nothing_from_starting(self):
+        user = self.machine.stopped_agent_of_a_user()
+        self.start()
+        main = int(self.property("MainPID"))
+        self.assertEqual(sorted(self.machine.agents()), sorted([user, main]))
+        self.assertEqual(self.machine.read(node.PID_PATH), str(main))
+        self.machine.run("systemctl stop velarix-ha")
+        self.assertEqual(self.machine.agents(), [user])
+
+    def test_a_full_disk_at_the_pid_file_is_found_before_the_start(self):
+        self.fill_pid_disk()
+        self.assertNotEqual(self.start(check=False).status, 0)
+        self.assertEqual(self.property("ActiveState"), "failed")
+        self.assertIn("not started: the agent would be without a pid file: ", self.journal())
+        self.assertEqual(self.machine.agents(), [])
+
+    def test_a_disk_that_fills_up_during_the_start_leaves_no_agent_behind(self):
+        self.machine.run("mount -t tmpfs -o size=4k full /usr/velarix/pid")
+        self.addCleanup(self.machine.run, "umount -l /usr/velarix/pid", check=False)
+        self.change_unit("[Service]\nExecStartPre=/bin/sh -c 'head -c 4096 /dev/zero >/usr/velarix/pid/other'\n")
+        begin = time.monotonic()
+        self.assertNotEqual(self.start(check=False).status, 0)
+        self.assertLess(time.monotonic() - begin, 60)
+        self.assertEqual(self.property("ActiveState"), "failed")
+        self.assertRegex(self.journal(), "the agent \\(pid [0-9]+\\) is ended again: there is no room for its pid")
+        self.assertEqual(self.machine.agents(), [])
+        self.machine.run("umount -l /usr/velarix/pid; rm -r /run/systemd/system/velarix-ha.service.d; systemctl daemon-reload")
+        self.start()
+
+    def test_a_stop_before_the_start_is_complete_leaves_no_agent_behind(self):
+        self.machine.run("systemctl start --no-block velarix-ha")
+        wait_for("the agent runs", self.machine.agents, 30)
+        self.machine.run("systemctl stop velarix-ha")
+        wait_for("the agent has ended", lambda: not self.machine.agents(), 10)
+
+    def test_a_log_that_is_no_file_is_refused(self):
+        self.machine.run("mkfifo /usr/velarix/log/fifo")
+        self.addCleanup(self.machine.run, "rm /usr/velarix/log/fifo")
+        self.machine.write(node.SETTINGS_PATH, node.settings(LOG__PATH="/usr/velarix/log/fifo"), "0600")
+        self.assertNotEqual(self.start(check=False).status, 0)
+        self.assertIn("status=78", self.property("ExecStartPre"))
+        self.assertIn("LOG.PATH, /usr/velarix/log/fifo, is no regular file", self.journal())
+
+    def test_nobody_but_root_may_write_the_pid_file(self):
+        self.start()
+        self.assertEqual(self.machine.run(f"stat -c '%a %u' {node.PID_PATH}").out, "644 0\n")
+        self.assertIn("\nUmask:\t0022\n", self.machine.run(f"cat /proc/{self.machine.agent()}/status").out)
+
+    def fill_pid_disk(self):
+        self.machine.run("mount -t tmpfs -o size=4k full /usr/velarix/pid && "
+                         "head -c 4096 /dev/zero >/usr/velarix/pid/other")
+        self.addCleanup(self.machine.run, "umount -l /usr/velarix/pid")
+
     def test_without_settings_it_is_not_started_and_says_why(self):
         self.machine.run(f"rm {node.SETTINGS_PATH}")
         self.assertNotEqual(self.start(check=False).status, 0)
@@ -159,11 +212,10 @@ class StartTest(OnAMachine):
     def test_standard_output_is_discarded_and_the_programs_errors_are_kept(self):
         self.start()
         self.machine.wait_until_serving()
+        wait_for("the program's line is in the journal", lambda: "demoserver: at work" in self.journal(), 10)
         journal = self.journal()
         self.assertNotIn("**DEBUG**", journal)
         self.assertIn("**ERROR**", journal)
-        self.assertIn("demoserver: at work", journal)
-
 
     def test_little_is_taken_from_agent_and_programs(self):
         self.start()

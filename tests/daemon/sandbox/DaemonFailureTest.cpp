@@ -20,6 +20,7 @@
 
 using testing::AllOf;
 using testing::Contains;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -94,6 +95,34 @@ TEST_F(DaemonFailure, APidFileThatCannotBeWrittenIsSaidInOneLineAndEndsItUnlogge
 	EXPECT_EQ(daemon.output(), kFarewell);
 	EXPECT_EQ(daemon.errors(), "VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: Is a directory\n");
 	EXPECT_NE(::access(kLogPath, F_OK), 0);
+}
+
+/// Disks that have room but no inode for a new file.
+TEST_F(DaemonFailure, APidFileWithoutAnInodeEndsItUnlogged)
+{
+	sandbox::shell("mount -t tmpfs -o nr_inodes=1 none /usr/velarix/pid");
+	DaemonProcess daemon;
+	EXPECT_EQ(daemon.start(), 0);
+	EXPECT_EQ(daemon.waitForEnd(10s), kAborted);
+	sandbox::shell("umount -l /usr/velarix/pid");
+	EXPECT_EQ(daemon.errors(),
+	          "VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: No space left on device\n");
+	EXPECT_NE(::access(kLogPath, F_OK), 0);
+}
+
+TEST_F(DaemonFailure, ARunScriptWithoutAnInodeEndsItBeforeItTouchesTheNode)
+{
+	markEveryCommand(settings);
+	sandbox::shell("mount -t tmpfs -o nr_inodes=2 none /usr/velarix/bin/ini");
+	apply();
+	DaemonProcess daemon;
+	EXPECT_EQ(daemon.start(), 0);
+	EXPECT_EQ(daemon.waitForEnd(10s), kAborted);
+	sandbox::shell("umount -l /usr/velarix/bin/ini");
+	EXPECT_THAT(daemon.errors(), HasSubstr("VelarixHA: CAgent:219: void CAgent::makeProcessRunShellScript(): "
+	                                       "Assertion `0' failed.\n"));
+	EXPECT_THAT(eventsOf(readLogFile()), ElementsAre(HasSubstr("E CAgent:218 ")));
+	EXPECT_EQ(sandbox::readFile("/usr/velarix/marks"), "");
 }
 
 TEST_F(DaemonFailure, MissingSettingsEndItWithTheReportAlone)
@@ -213,9 +242,12 @@ TEST_F(DaemonFailure, AFullLogDiskEndsTheReceiverInSilenceWhileTheSenderGoesOn)
 	EXPECT_EQ(daemon.waitForEnd(0ms), -1);
 	EXPECT_THROW(Poco::Net::StreamSocket(Poco::Net::SocketAddress("127.0.0.1", 7001)),
 	             Poco::Net::ConnectionRefusedException);
-	EXPECT_THAT(daemon.errors(),
-	            AllOf(HasSubstr("**ERROR**(CHeartSender:128)Cannot write file: /usr/velarix/log/velarix.log[noName]\n"),
-	                  Not(HasSubstr("Assertion")), Not(HasSubstr("terminate"))));
+	EXPECT_THAT(
+	    daemon.errors(),
+	    AllOf(ContainsRegex(
+	              "\\*\\*ERROR\\*\\*\\(CHeartSender:128\\)(Cannot write file|File access error: no space left on "
+	              "device): /usr/velarix/log/velarix.log\\[noName\\]\n"),
+	          Not(HasSubstr("Assertion")), Not(HasSubstr("terminate"))));
 }
 
 TEST_F(DaemonFailure, AProcessTableThatIsFullIsSaidWithStatusZero)

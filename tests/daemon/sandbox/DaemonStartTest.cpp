@@ -1,16 +1,20 @@
 // The real daemon from its start to its running workers.
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <Poco/Net/ServerSocket.h>
 #include <Poco/Net/StreamSocket.h>
+#include <Poco/String.h>
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
+#include "Peer.h"
 #include "Sandbox.h"
 #include "Utilities.h"
 #include "WaitFor.h"
@@ -220,5 +224,90 @@ TEST_F(Daemon, EndsWhenItIsToldToAndLeavesThePidFile)
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), pid);
 	EXPECT_THAT(eventsOf(readLogFile()), Not(Contains(HasSubstr("~CAgent()"))));
 }
+
+constexpr char kStandardInput[] = "/usr/velarix/console.first.in";
+constexpr char kProgramPid[] = "/usr/velarix/program.pid";
+
+/// The parameter is a set of standard streams: bit N is descriptor N.
+class ClosedStreams : public DaemonSandbox, public testing::WithParamInterface<int>
+{
+protected:
+	void SetUp() override
+	{
+		DaemonSandbox::SetUp();
+		sandbox::shell("mkdir -p /usr/velarix/programs");
+		sandbox::writeFile("/usr/velarix/programs/vxserver",
+		                   std::string("#!/bin/sh\necho $$ >") + kProgramPid + "; exec sleep 1000\n");
+		sandbox::shell("chmod 755 /usr/velarix/programs/vxserver");
+		settings.programs({"/usr/velarix/programs/vxserver"});
+		apply();
+	}
+
+	void TearDown() override
+	{
+		sandbox::shell(std::string("kill -9 $(cat ") + kProgramPid + "); rm " + kProgramPid);
+		DaemonSandbox::TearDown();
+	}
+
+	static bool isClosed(int stream) { return (GetParam() & 1 << stream) != 0; }
+
+	static void closeStreams()
+	{
+		::dup2(::open(kStandardInput, O_RDONLY | O_CREAT | O_CLOEXEC, 0600), STDIN_FILENO);
+		for (int stream = 0; stream <= 2; ++stream)
+		{
+			isClosed(stream) ? ::close(stream) : 0;
+		}
+	}
+
+	/// The partner asks this node to take over, and the node does, with its address and program.
+	static void takeOver()
+	{
+		ASSERT_TRUE(waitFor([] { return peer::isListenedOn(7001); }, 20s, "the listening socket"));
+		peer::connectTo(7001).send("/process/0/2/20240131235959/1/");
+		ASSERT_TRUE(waitFor([] { return !sandbox::readFile(kProgramPid).empty(); }, 20s, "the program"));
+	}
+
+	static std::string streamOf(const std::string& pid, int stream)
+	{
+		std::error_code error;
+		return fs::read_symlink("/proc/" + pid + "/fd/" + std::to_string(stream), error);
+	}
+};
+
+/// Where log or socket took their place, a program would inherit the listening socket, and
+/// the daemon could not listen again.
+TEST_P(ClosedStreams, GetAPlaceholderAndATakeOverKeepsTheListeningSocket)
+{
+	DaemonProcess daemon;
+	ASSERT_EQ(daemon.start(closeStreams), 0);
+	takeOver();
+	const std::string program = Poco::trim(sandbox::readFile(kProgramPid));
+	const char* const opened[] = {kStandardInput, "/usr/velarix/console.first.out", "/usr/velarix/console.first.err"};
+	for (int stream = 0; stream <= 2; ++stream)
+	{
+		const std::string expected = isClosed(stream) ? "/dev/null" : opened[stream];
+		EXPECT_EQ(streamOf(std::to_string(daemon.pid()), stream), expected) << "daemon, descriptor " << stream;
+		// A program in the background gets no standard input from the shell.
+		EXPECT_EQ(streamOf(program, stream), stream == 0 ? "/dev/null" : expected) << "program, " << stream;
+	}
+	const auto listensAnew = []
+	{
+		const std::vector<std::string> events = eventsOf(readLogFile());
+		return peer::isListenedOn(7001) &&
+		       std::count(events.begin(), events.end(), "D CHeartReciver:124 new server") > 1;
+	};
+	EXPECT_TRUE(waitFor(listensAnew, 20s, "a listening socket after the take-over", [&] { return daemon.errors(); }));
+	EXPECT_EQ(daemon.threads(), 4);
+	EXPECT_EQ(daemon.waitForEnd(0ms), -1) << daemon.errors();
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryCombination, ClosedStreams, testing::Range(1, 8),
+                         [](const testing::TestParamInfo<int>& closed)
+                         {
+	                         const int set = closed.param;
+	                         return std::string((set & 1) != 0 ? "In" : "") + ((set & 2) != 0 ? "Out" : "") +
+	                                ((set & 4) != 0 ? "Err" : "");
+                         });
 
 } // namespace

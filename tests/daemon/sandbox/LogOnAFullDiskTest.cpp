@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <Poco/Exception.h>
+#include <Poco/String.h>
 
 #include "Console.h"
 #include "Daemon.h"
@@ -11,6 +12,7 @@
 #include "Sandbox.h"
 #include "VelarixLog.h"
 
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -18,7 +20,9 @@ namespace
 {
 
 constexpr char kLog[] = "/usr/velarix/full/velarix.log";
-constexpr char kRefused[] = "Cannot write file: /usr/velarix/full/velarix.log";
+
+/// What the library says; its versions (1.11 and 1.13) differ.
+std::string g_refusal;
 
 class LogOnAFullDisk : public DaemonTest
 {
@@ -47,7 +51,9 @@ protected:
 		const std::string line(4200, 'x');
 		testing::internal::CaptureStdout();
 		velarixLog->info("Source", 2, "%s", line.c_str());
-		EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(kRefused) + "\n");
+		g_refusal = Poco::trim(testing::internal::GetCapturedStdout());
+		EXPECT_THAT(g_refusal, AnyOf(std::string("Cannot write file: ") + kLog,
+		                             std::string("File access error: no space left on device: ") + kLog));
 	}
 
 	static void expectThrows(const std::function<void()>& call)
@@ -65,7 +71,7 @@ protected:
 				    thrown = exc.displayText();
 			    }
 		    });
-		EXPECT_EQ(thrown, kRefused);
+		EXPECT_EQ(thrown, g_refusal);
 		EXPECT_EQ(console.out, "");
 		EXPECT_EQ(console.err, "");
 	}
@@ -74,8 +80,7 @@ protected:
 	static void expectStillRefusedWithRoom()
 	{
 		ASSERT_EQ(::unlink("/usr/velarix/full/rest"), 0);
-		EXPECT_EQ(consoleOf([] { velarixLog->info("Source", 3, "%s", "with room"); }).out,
-		          std::string(kRefused) + "\n");
+		EXPECT_EQ(consoleOf([] { velarixLog->info("Source", 3, "%s", "with room"); }).out, g_refusal + "\n");
 		EXPECT_THAT(sandbox::readFile(kLog), Not(HasSubstr("with room")));
 	}
 };
@@ -98,21 +103,21 @@ TEST_F(LogOnAFullDisk, CriticalLeavesWithAnExceptionAndWithoutAnEcho)
 TEST_F(LogOnAFullDisk, InfoPrintsTheExceptionAndReturns)
 {
 	const Console console = consoleOf([] { velarixLog->info("Source", 12, "%s", "text"); });
-	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
+	EXPECT_EQ(console.out, g_refusal + "\n");
 	EXPECT_EQ(console.err, "");
 }
 
 TEST_F(LogOnAFullDisk, NoticePrintsTheExceptionAndReturns)
 {
 	const Console console = consoleOf([] { velarixLog->notice("Source", 13, "%s", "text"); });
-	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
+	EXPECT_EQ(console.out, g_refusal + "\n");
 	EXPECT_EQ(console.err, "");
 }
 
 TEST_F(LogOnAFullDisk, ErrorPrintsTheExceptionAndStillEchoes)
 {
 	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%s", "text"); });
-	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
+	EXPECT_EQ(console.out, g_refusal + "\n");
 	EXPECT_EQ(console.err, "**ERROR**(Source:15)text\n");
 }
 

@@ -133,6 +133,20 @@ TEST_F(RealVirtualIP, NothingOfAListingIsLeftBehind)
 	EXPECT_EQ(errno, ECHILD);
 }
 
+/// Only the words are translated, and the agent looks for the address.
+TEST_F(RealVirtualIP, AListingInAnotherLanguageShowsTheAddressAsWell)
+{
+	sandbox::shell("mkdir -p /usr/velarix/locales && localedef -i de_DE -f UTF-8 /usr/velarix/locales/de_DE.UTF-8");
+	::setenv("LOCPATH", "/usr/velarix/locales", 1);
+	::setenv("LC_ALL", "de_DE.UTF-8", 1);
+	sandbox::shell("ifconfig lo | grep -q 'Lokale Schleife'");
+	EXPECT_FALSE(isMyVirtualIPWorking());
+	sandbox::shell(kStart);
+	EXPECT_TRUE(isMyVirtualIPWorking());
+	::unsetenv("LC_ALL");
+	::unsetenv("LOCPATH");
+}
+
 TEST_F(RealVirtualIP, AMissingListingToolCountsAsNotWorking)
 {
 	const std::string path = std::getenv("PATH");

@@ -89,6 +89,12 @@ TEST(StringToDouble, IsZeroForATextThatBeginsWithNoNumber)
 	EXPECT_EQ(number(""), 0.0);
 }
 
+TEST(StringToDouble, IsTheEndOfTheRangeForANumberBeyondIt)
+{
+	EXPECT_EQ(number("1e999"), std::numeric_limits<double>::max());
+	EXPECT_EQ(number("-1e999"), std::numeric_limits<double>::lowest());
+}
+
 TEST_F(CurrentTime, FiveSecondsPastSevenPastNineOnTheThirdOfJanuary2026)
 {
 	fixedclock::stopAt(1767431225, "UTC0");
