@@ -43,7 +43,7 @@ Plan planOf(const std::string& row, Mitigation mitigation = Mitigation::none)
 	return plan;
 }
 
-/// What is told of a record that was calm but for the change.
+/// What is reported of a record that was calm but for the change.
 std::string reportedOf(const Plan& plan, const std::function<void(Record&)>& change)
 {
 	Record record = calmRecord();
@@ -83,7 +83,9 @@ TEST(HostileTable, RefusesWhatItDoesNotKnow)
 	      "forged:3 | a | b | - | a - 0 a | a - 0 a | = | =\n",
 	      "hold-connection:a | a | b | - | a - 0 a | a - 0 a | = | =\n",
 	      "false-master | a | b | - | a - 0 either | a - 0 a | = | =\n",
-	      "repeated | a | b | - | a - 0 a | a - 0 a | = | =\n", "replay:x | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "repeated | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "icmp-wrong-id:client | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "replay:x | a | b | - | a - 0 a | a - 0 a | = | =\n",
 	      "hold-connection | a | b | nap:a | a - 0 a | a - 0 a | = | =\n"})
 	{
 		EXPECT_THROW(parseTable(bad), LabError) << bad;
@@ -106,7 +108,7 @@ TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
 	          2 * 2 * 8);
 }
 
-TEST(HostileJudge, TellsEachDifference)
+TEST(HostileJudge, ReportsEachDifference)
 {
 	const Plan plan = planOf("silent | a | b | - | a - 0 a | a - 0 a | = | =\n");
 	EXPECT_EQ(differencesOf(calmRecord(), plan), std::vector<std::string>{});
@@ -129,7 +131,7 @@ TEST(HostileJudge, TellsEachDifference)
 	          "resident KiB of node a 11097, expected at most 11096");
 }
 
-TEST(HostileJudge, TellsEachAttackThatDidNotHappen)
+TEST(HostileJudge, ReportsEachAttackThatDidNotHappen)
 {
 	const auto told = [](const std::string& attack, const std::function<void(Record&)>& change)
 	{ return reportedOfAttack(attack, Mitigation::none, change); };
@@ -159,7 +161,7 @@ TEST(HostileJudge, TellsEachAttackThatDidNotHappen)
 }
 
 /// What was written need not have been read: the receiver drops those that wait.
-TEST(HostileJudge, TellsMessagesThatNobodyRead)
+TEST(HostileJudge, ReportsMessagesThatWereNotRead)
 {
 	const auto told = [](const std::string& attack, long attackers)
 	{
@@ -178,7 +180,7 @@ TEST(HostileJudge, TellsMessagesThatNobodyRead)
 	EXPECT_EQ(told("silent", 0), "0 differences");
 }
 
-TEST(HostileJudge, ThePartnerHasToPassWhereStrangersAreKeptOut)
+TEST(HostileJudge, ThePartnerHasToPassWhereAttackersAreKeptOut)
 {
 	const auto seldom = [](Record& record)
 	{
@@ -207,7 +209,7 @@ TEST(HostileJudge, ThePartnerHasToPassWhereStrangersAreKeptOut)
 	EXPECT_EQ(reportedOfAttack("arp-claim-service", Mitigation::neighbours, seldom), "0 differences");
 }
 
-TEST(HostileHeard, TellsThePartnersHeartbeatsFromTheStrangers)
+TEST(HostileReceived, TellsThePartnersHeartbeatsFromTheAttackers)
 {
 	const std::string head = "2026-11-21 19:00:00.0 [1:3][CHeartReciver:164] <D> received message: ";
 	const ReceivedCounts counts =
@@ -220,7 +222,7 @@ TEST(HostileHeard, TellsThePartnersHeartbeatsFromTheStrangers)
 	EXPECT_EQ(receivedIn("").all, 0);
 }
 
-TEST(HostileJudge, TellsAGuardThatKeptNobodyOut)
+TEST(HostileJudge, ReportsAMitigationThatStoppedNothing)
 {
 	for (const char* attack : {"random", "client-pool", "scan-connect", "forged:1-0-0"})
 	{
@@ -244,8 +246,8 @@ TEST(HostileJudge, TellsAGuardThatKeptNobodyOut)
 	          "packets dropped by the firewall 0, expected at least 1");
 }
 
-/// He passes the firewall, and has to; the neighbours stop him, and nothing is dropped.
-TEST(HostileJudge, AStrangerWithThePartnersAddressIsStoppedByTheNeighboursAlone)
+/// It passes the firewall, and has to; fixed hardware addresses stop it, and nothing need be dropped.
+TEST(HostileJudge, ASpoofedPartnerIsStoppedByTheNeighboursAlone)
 {
 	const auto heardNothing = [](Record& record) { record.received = 0; };
 	EXPECT_EQ(reportedOfAttack("spoofed-partner:1-0-0", Mitigation::firewall, heardNothing),
@@ -261,7 +263,24 @@ TEST(HostileJudge, AStrangerWithThePartnersAddressIsStoppedByTheNeighboursAlone)
 	          "0 differences");
 }
 
-TEST(HostileJudge, MostlyAwayIsMoreThanHalfOfTheTime)
+/// It sends nothing to the heartbeat port; the rules for it let the packets pass.
+TEST(HostileJudge, ForgedIcmpHasToBeDroppedByTheWholeFirewall)
+{
+	const auto reported = [](Mitigation mitigation, long dropped)
+	{
+		return reportedOf(planOf("icmp-wrong-id:gateway | a | a | - | a - 0 a | = | = | =\n", mitigation),
+		                  [&](Record& record)
+		                  {
+			                  keepOut(record);
+			                  record.dropped = dropped;
+		                  });
+	};
+	EXPECT_EQ(reported(Mitigation::port, 0), "0 differences");
+	EXPECT_EQ(reported(Mitigation::firewall, 0), "packets dropped by the firewall 0, expected at least 1");
+	EXPECT_EQ(reported(Mitigation::firewall, 1), "0 differences");
+}
+
+TEST(HostileJudge, AnOutageIsMostlyWhenItIsMoreThanHalfOfTheTime)
 {
 	const Plan plan = planOf("false-master | a | a | - | any mostly 0 a | a - 0 a | = | =\n");
 	EXPECT_EQ(reportedOf(plan, [](Record& record) { record.during.noAnswerMs = 5001; }), "0 differences");
@@ -289,7 +308,7 @@ TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 	EXPECT_EQ(told("a", "none"), "owner at rest none, expected either");
 }
 
-TEST(HostileJudge, HarmThatDoesNotComeIsADifferenceToo)
+TEST(HostileJudge, AnEffectThatDoesNotComeIsADifferenceToo)
 {
 	const Plan plan = planOf("arp-cut-partner | a | b | - | a some + a | a - 0 a | = | =\n");
 	const std::vector<std::string> expected{"outage - (0.000 s), expected some",
@@ -297,7 +316,7 @@ TEST(HostileJudge, HarmThatDoesNotComeIsADifferenceToo)
 	EXPECT_EQ(differencesOf(calmRecord(), plan), expected);
 }
 
-TEST(Record, TravelsWhole)
+TEST(HostileRecord, TravelsWhole)
 {
 	Record record = calmRecord();
 	record.name = "hold-connection/b/standby";
