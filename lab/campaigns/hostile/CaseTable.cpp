@@ -102,7 +102,7 @@ void readAttack(const std::string& word, Case& cell)
 	}
 	else if (cell.attack == "icmp-wrong-id" || cell.attack == "icmp-requests")
 	{
-		pingedAddresses(cell.target, cell.detail);
+		sourcesNamed(cell.target, cell.detail);
 	}
 	else if (!cell.detail.empty())
 	{

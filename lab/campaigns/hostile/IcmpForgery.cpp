@@ -20,7 +20,7 @@ constexpr int packetsAtOnce = 20;
 void flood(const AttackParameters& parameters, AttackTally& tally, std::uint8_t type)
 {
 	RawSender sender;
-	const std::vector<std::string> sources = pingedAddresses(parameters.target, parameters.payload);
+	const std::vector<std::string> sources = sourcesNamed(parameters.target, parameters.payload);
 	const std::string target = targetsAddress(parameters, Network::communication);
 	std::uint16_t id = 0; // of one agent in 65536
 	while (!parameters.stop)
@@ -38,7 +38,7 @@ void flood(const AttackParameters& parameters, AttackTally& tally, std::uint8_t 
 
 } // namespace
 
-std::vector<std::string> pingedAddresses(HostId target, const std::string& word)
+std::vector<std::string> sourcesNamed(HostId target, const std::string& word)
 {
 	if (word == "gateway")
 	{
@@ -48,7 +48,11 @@ std::vector<std::string> pingedAddresses(HostId target, const std::string& word)
 	{
 		return {plan::addressOf(otherNode(target), Network::communication), plan::virtualAddress};
 	}
-	throw LabError("\"" + word + "\" is no address that a node pings: gateway, partner");
+	if (word == "attacker")
+	{
+		return {plan::strangerAddress};
+	}
+	throw LabError("\"" + word + "\" is no source of forged ICMP: gateway, partner, attacker");
 }
 
 void floodReplies(const AttackParameters& parameters, AttackTally& tally)

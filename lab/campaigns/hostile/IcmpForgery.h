@@ -12,10 +12,10 @@
 namespace velarix::lab::hostile
 {
 
-/// Addresses that a node pings: "gateway", or "partner" for the partner's and the virtual
-/// one, which a standby asks before it takes over.
+/// Where messages claim to come from: "gateway", "partner" for the partner's and the virtual
+/// address, which a standby pings before it takes over, or "attacker" for its own.
 /// @throws LabError for any other word
-std::vector<std::string> pingedAddresses(HostId target, const std::string& word);
+std::vector<std::string> sourcesNamed(HostId target, const std::string& word);
 
 /// Echo replies with wrong identifiers from those addresses.
 void floodReplies(const AttackParameters& parameters, AttackTally& tally);
