@@ -70,10 +70,11 @@ TEST(HostilePayload, AForgedHeartbeatHasTheFieldsThatWereAskedFor)
 namespace
 {
 
-/// In a network namespace of its own.
+/// In a network namespace of its own; the rules are in the file "rules".
 CommandResult loaded(const std::string& command, const std::string& rules)
 {
-	return run({{"unshare", "-n", "sh", "-ec", command}, rules, {}});
+	const std::string prepare = "d=$(mktemp -d); trap 'rm -r $d' EXIT; cd $d; cat >rules; ";
+	return run({{"unshare", "-rn", "sh", "-ec", prepare + command}, rules, {}});
 }
 
 } // namespace
@@ -83,11 +84,9 @@ TEST(Firewall, TheShippedRulesLoadAndAreReplacedWhenLoadedAgain)
 	const HardwareAddresses hardware{"02:00:00:00:01:02", "02:00:00:00:01:03"};
 	for (const std::string& rules : {nftRules(HostId::a), nftRules(HostId::a, hardware)})
 	{
-		const CommandResult nft =
-		    loaded("cat >/dev/shm/$$.nft; nft -c -f /dev/shm/$$.nft; nft -f /dev/shm/$$.nft;"
-		           "nft list ruleset >/dev/shm/$$.once; nft -f /dev/shm/$$.nft; nft list ruleset |"
-		           "cmp - /dev/shm/$$.once; cat /dev/shm/$$.once; rm /dev/shm/$$.*",
-		           rules);
+		const CommandResult nft = loaded("nft -c -f rules; nft -f rules; nft list ruleset >once; nft -f rules;"
+		                                 "nft list ruleset | cmp - once; cat once",
+		                                 rules);
 		ASSERT_TRUE(nft.ok()) << nft.output;
 		EXPECT_NE(
 		    nft.output.find("tcp dport 15001 iifname \"eth1\" ip saddr 198.51.100.12 ip daddr 198.51.100.11 accept"),
@@ -99,11 +98,9 @@ TEST(Firewall, TheShippedRulesLoadAndAreReplacedWhenLoadedAgain)
 
 TEST(Firewall, TheRulesForIptablesLoadAndAreReplacedWhenLoadedAgain)
 {
-	const CommandResult shown =
-	    loaded("cat >/dev/shm/$$.sh; sh /dev/shm/$$.sh; iptables-save | grep -v '^#' >/dev/shm/$$.once;"
-	           "sh /dev/shm/$$.sh; iptables-save | grep -v '^#' | cmp - /dev/shm/$$.once;"
-	           "cat /dev/shm/$$.once; rm /dev/shm/$$.*",
-	           iptablesRules(HostId::b, {"02:00:00:00:01:01", "02:00:00:00:01:03"}));
+	const CommandResult shown = loaded("sh rules; iptables-save | grep -v '^#' >once;"
+	                                   "sh rules; iptables-save | grep -v '^#' | cmp - once; cat once",
+	                                   iptablesRules(HostId::b, {"02:00:00:00:01:01", "02:00:00:00:01:03"}));
 	ASSERT_TRUE(shown.ok()) << shown.output;
 	EXPECT_NE(shown.output.find("-A VELARIX -s 198.51.100.11/32 -d 198.51.100.12/32 -i eth1 -j ACCEPT"),
 	          std::string::npos)
