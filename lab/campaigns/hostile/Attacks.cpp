@@ -332,7 +332,7 @@ constexpr std::array<AttackInfo, 30> attacks{{
      .lasting = true,
      .slowPings = true,
      .carryOut = floodRequests,
-     .what = "echo requests, from an address that the target pings or the attacker's own",
+     .what = "echo requests from an address that the target pings",
      .portUse = PortUse::none,
      .stoppedBy = Mitigation::firewall},
     {.name = "icmp-known-id",

@@ -48,11 +48,7 @@ std::vector<std::string> sourcesNamed(HostId target, const std::string& word)
 	{
 		return {plan::addressOf(otherNode(target), Network::communication), plan::virtualAddress};
 	}
-	if (word == "attacker")
-	{
-		return {plan::strangerAddress};
-	}
-	throw LabError("\"" + word + "\" is no source of forged ICMP: gateway, partner, attacker");
+	throw LabError("\"" + word + "\" is no source of forged ICMP: gateway, partner");
 }
 
 void floodReplies(const AttackParameters& parameters, AttackTally& tally)

@@ -12,8 +12,8 @@
 namespace velarix::lab::hostile
 {
 
-/// Where messages claim to come from: "gateway", "partner" for the partner's and the virtual
-/// address, which a standby pings before it takes over, or "attacker" for its own.
+/// Where messages claim to come from: "gateway", or "partner" for the partner's and the
+/// virtual address, which a standby pings before it takes over.
 /// @throws LabError for any other word
 std::vector<std::string> sourcesNamed(HostId target, const std::string& word);
 
