@@ -9,7 +9,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -111,6 +110,6 @@ struct KeyInfo
 	const char* range;
 };
 
-std::span<const KeyInfo> keyTable();
+std::vector<KeyInfo> keyTable();
 
 } // namespace velarix::keeper

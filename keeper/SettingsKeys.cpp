@@ -193,4 +193,14 @@ std::span<const Key> keys()
 	return kKeys;
 }
 
+std::vector<KeyInfo> keyTable()
+{
+	std::vector<KeyInfo> table;
+	for (const Key& key : kKeys)
+	{
+		table.push_back(key.info);
+	}
+	return table;
+}
+
 } // namespace velarix::keeper

@@ -2,6 +2,8 @@
 /// manual and the checks use.
 #pragma once
 
+#include <span>
+
 #include "Settings.h"
 
 namespace velarix::keeper
