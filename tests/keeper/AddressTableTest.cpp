@@ -445,7 +445,8 @@ private:
 TEST(AddressTable, WhateverComes)
 {
 	const char* given = std::getenv("VELARIX_TEST_SEED");
-	const unsigned first = given != nullptr ? static_cast<unsigned>(std::atoi(given)) : std::random_device()() % 100'000;
+	const unsigned first =
+	    given != nullptr ? static_cast<unsigned>(std::atoi(given)) : std::random_device()() % 100'000;
 	for (unsigned seed = first; seed < first + 400; ++seed)
 	{
 		SCOPED_TRACE("VELARIX_TEST_SEED=" + std::to_string(seed));

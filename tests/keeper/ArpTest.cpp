@@ -102,8 +102,8 @@ TEST(Arp, ShortFramesAreNothingAndPaddedOnesAre)
 
 TEST(Arp, AsOnTheWire)
 {
-	const std::vector<std::uint8_t> probe{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 0, 1, 8, 6,
-	                                      0,    1,    8,    0,    6,    4,    0, 1, 2, 0, 0, 0, 0, 1,
+	const std::vector<std::uint8_t> probe{0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 2, 0, 0, 0, 0,   1, 8, 6,
+	                                      0,    1,    8,    0,    6,    4,    0, 1, 2, 0, 0,   0, 0, 1,
 	                                      0,    0,    0,    0,    0,    0,    0, 0, 0, 0, 192, 0, 2, 100};
 	EXPECT_EQ(bytesOf(arpProbe(kAddress, kOwn)), probe);
 	std::vector<std::uint8_t> announcement = probe;

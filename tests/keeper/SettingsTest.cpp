@@ -18,11 +18,12 @@ const std::string kAddressSection = "[address]\naddress = 192.0.2.100\ninterface
 TEST(Settings, TheWholeOfThem)
 {
 	const ParsedSettings parsed = parseSettings(
-		"; a comment\n# another\n\n[address]\n address=192.0.2.100/24 ; the shared one\ninterface = eth0\non_conflict = defend\n"
-		"[service web]\ncommand = /usr/sbin/nginx -g \"daemon off;\"   ; or: unit = x.service\nuser = www-data\n"
-		"group = adm\ndirectory = /var/www\nenvironment = A=1 \"B=two words\"\ncheck = curl -fsS 'http://x/;y'\n"
-		"check_interval = 5\ncheck_failures = 2\ncheck_timeout = 1\nrestarts = 4 in 120\nstop_timeout = 0\n"
-		"[service db]\nunit = postgresql@15-main.service\r\n");
+	    "; a comment\n# another\n\n[address]\n address=192.0.2.100/24 ; the shared one\ninterface = eth0\non_conflict "
+	    "= defend\n"
+	    "[service web]\ncommand = /usr/sbin/nginx -g \"daemon off;\"   ; or: unit = x.service\nuser = www-data\n"
+	    "group = adm\ndirectory = /var/www\nenvironment = A=1 \"B=two words\"\ncheck = curl -fsS 'http://x/;y'\n"
+	    "check_interval = 5\ncheck_failures = 2\ncheck_timeout = 1\nrestarts = 4 in 120\nstop_timeout = 0\n"
+	    "[service db]\nunit = postgresql@15-main.service\r\n");
 	EXPECT_TRUE(parsed.findings.empty()) << parsed.findings.front().text;
 	const AddressSettings& address = parsed.settings.address;
 	EXPECT_EQ(address.address, ::inet_addr("192.0.2.100"));
@@ -148,9 +149,9 @@ void expectFinding(const std::string& text, const Wrong& wrong)
 		EXPECT_EQ(finding.status, EX_CONFIG);
 		EXPECT_FALSE(finding.cure.empty());
 	}
-	EXPECT_TRUE(found) << wrong.finding << ", but: "
-					   << (parsed.findings.empty() ? "nothing" : parsed.findings.front().text) << " in line "
-					   << (parsed.findings.empty() ? 0 : parsed.findings.front().line);
+	EXPECT_TRUE(found) << wrong.finding
+	                   << ", but: " << (parsed.findings.empty() ? "nothing" : parsed.findings.front().text)
+	                   << " in line " << (parsed.findings.empty() ? 0 : parsed.findings.front().line);
 	EXPECT_NE(parsed.error(), nullptr);
 }
 
@@ -200,11 +201,12 @@ TEST(Settings, EveryKeyIsToldWithItsRange)
 
 TEST(SettingsOfThisMachine, WhatIsMissingIsFoundWithItsStatus)
 {
-	Settings settings = parseSettings("[address]\naddress=192.0.2.1\ninterface=nosuch0\non_conflict=yield\n"
-	                                  "[service a]\ncommand = /nonexistent\nuser = nosuchuser\n"
-	                                  "[service b]\ncommand = sh -c true\ngroup = nosuchgroup\ndirectory = /nonexistent\n"
-	                                  "[service c]\ncommand = sh\ncheck = nosuchcheck\n")
-							.settings;
+	Settings settings =
+	    parseSettings("[address]\naddress=192.0.2.1\ninterface=nosuch0\non_conflict=yield\n"
+	                  "[service a]\ncommand = /nonexistent\nuser = nosuchuser\n"
+	                  "[service b]\ncommand = sh -c true\ngroup = nosuchgroup\ndirectory = /nonexistent\n"
+	                  "[service c]\ncommand = sh\ncheck = nosuchcheck\n")
+	        .settings;
 	std::vector<std::string> found;
 	for (const Finding& finding : checkMachine(settings))
 	{
@@ -214,13 +216,13 @@ TEST(SettingsOfThisMachine, WhatIsMissingIsFoundWithItsStatus)
 		}
 	}
 	EXPECT_EQ(found, (std::vector<std::string>{
-						 "1 0 there is no interface nosuch0",
-						 "6 69 command: /nonexistent is no program here",
-						 "7 67 there is no user nosuchuser",
-						 "10 67 there is no group nosuchgroup",
-						 "8 69 there is no directory /nonexistent",
-						 "12 69 check: nosuchcheck is no program here",
-					 }));
+	                     "1 0 there is no interface nosuch0",
+	                     "6 69 command: /nonexistent is no program here",
+	                     "7 67 there is no user nosuchuser",
+	                     "10 67 there is no group nosuchgroup",
+	                     "8 69 there is no directory /nonexistent",
+	                     "12 69 check: nosuchcheck is no program here",
+	                 }));
 }
 
 using Words = std::vector<std::string>;
@@ -228,19 +230,19 @@ using Words = std::vector<std::string>;
 TEST(Arguments, AreSplitAsAShellWouldWithoutItsExpansions)
 {
 	const std::vector<std::pair<std::string, Words>> rows{
-		{"", {}},
-		{"  \t ", {}},
-		{"a", {"a"}},
-		{" a  b\tc ", {"a", "b", "c"}},
-		{"\"a b\" 'c d'", {"a b", "c d"}},
-		{"a\"b c\"d", {"ab cd"}},
-		{"''", {""}},
-		{"a '' b", {"a", "", "b"}},
-		{"a\\ b", {"a b"}},
-		{"\\\"a\\\"", {"\"a\""}},
-		{"\"a\\\"b\\\\c\\d\"", {"a\"b\\c\\d"}},
-		{"'a\\b'", {"a\\b"}},
-		{"$HOME `id` * ; | > &", {"$HOME", "`id`", "*", ";", "|", ">", "&"}},
+	    {"", {}},
+	    {"  \t ", {}},
+	    {"a", {"a"}},
+	    {" a  b\tc ", {"a", "b", "c"}},
+	    {"\"a b\" 'c d'", {"a b", "c d"}},
+	    {"a\"b c\"d", {"ab cd"}},
+	    {"''", {""}},
+	    {"a '' b", {"a", "", "b"}},
+	    {"a\\ b", {"a b"}},
+	    {"\\\"a\\\"", {"\"a\""}},
+	    {"\"a\\\"b\\\\c\\d\"", {"a\"b\\c\\d"}},
+	    {"'a\\b'", {"a\\b"}},
+	    {"$HOME `id` * ; | > &", {"$HOME", "`id`", "*", ";", "|", ">", "&"}},
 	};
 	for (const auto& [text, expected] : rows)
 	{
