@@ -121,8 +121,9 @@ int AddressHolder::run()
 	setMarker(m_netlink, m_settings.address);
 	m_journal.event("started", m_settings.text + " on " + m_settings.interface +
 	                               (m_settings.defend ? ", defends it" : ", yields on a conflict"));
-	publish(true);
+	// Before anybody reads that there is no carrier.
 	readLink();
+	publish(true);
 	Millis lastTurn = now();
 	while (m_machine.state != AddressState::stopped)
 	{

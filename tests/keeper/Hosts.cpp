@@ -396,6 +396,26 @@ void Speaker::answerProbes(const Mac& from, milliseconds time) const
 	}
 }
 
+bool answers()
+{
+	// Nobody listens there: who has the address refuses, where nobody has it nothing comes.
+	const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+	sockaddr_in place{};
+	place.sin_family = AF_INET;
+	place.sin_port = htons(9);
+	place.sin_addr.s_addr = ::inet_addr(kVirtual);
+	const int connected = ::connect(socket, reinterpret_cast<const sockaddr*>(&place), sizeof place);
+	pollfd waiting{socket, POLLOUT, 0};
+	int error = connected == 0 ? 0 : errno;
+	socklen_t length = sizeof error;
+	if (error == EINPROGRESS && ::poll(&waiting, 1, 1500) > 0)
+	{
+		::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length);
+	}
+	::close(socket);
+	return error == ECONNREFUSED;
+}
+
 milliseconds timeUntil(const std::function<bool()>& predicate, milliseconds limit, const std::string& what)
 {
 	const auto begin = Clock::now();

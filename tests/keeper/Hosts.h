@@ -94,6 +94,9 @@ private:
 	int m_interface;
 };
 
+/// @return whether a host answers at the virtual address, seen from the bridge
+bool answers();
+
 /// @return how long `predicate` took to become true; fails the test after `limit`
 milliseconds timeUntil(const std::function<bool()>& predicate, milliseconds limit, const std::string& what);
 
