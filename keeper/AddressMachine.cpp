@@ -11,10 +11,10 @@ namespace
 using State = AddressState;
 using namespace timing;
 
-void enter(AddressMachine& machine, State state, Millis now)
+void enter(AddressMachine& machine, State state, Millis since)
 {
 	machine.state = state;
-	machine.since = now;
+	machine.since = since;
 	machine.sent = 0;
 	machine.answered = false;
 	machine.probeAt = kNever;
@@ -41,7 +41,7 @@ void startProbing(AddressStep& step, Millis now)
 void startRechecking(AddressStep& step, Millis now)
 {
 	const Millis raiseAt = step.machine.raiseAt;
-	enter(step.machine, State::rechecking, now);
+	enter(step.machine, State::rechecking, step.machine.since);
 	step.machine.raiseAt = raiseAt;
 	probe(step, now);
 }
@@ -72,7 +72,7 @@ void raise(AddressStep& step, Millis now)
 void startHolding(AddressMachine& machine, Millis now)
 {
 	const Millis raiseAt = machine.raiseAt;
-	enter(machine, State::holding, now);
+	enter(machine, State::holding, machine.since);
 	machine.probeAt = now + kWatch;
 	machine.announceAt = now + kAnnounceAgain;
 	machine.raiseAt = raiseAt;

@@ -114,7 +114,7 @@ struct AddressMachine
 	bool link = false;          ///< interface up and with carrier
 	bool answered = false;      ///< a claim came since the last probe of WAITING
 	int sent = 0;               ///< probes or announcements of this round
-	Millis since = 0;           ///< when this state began; of WAITING: since when this holder
+	Millis since = 0;           ///< when this state began; held: when it was raised; WAITING: since when this holder
 	std::optional<Mac> holder;  ///< who holds it instead of us
 	Millis probeAt = kNever;    ///< when the next probe or verdict is due
 	Millis announceAt = kNever; ///< when the next announcement is due

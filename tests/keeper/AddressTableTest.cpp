@@ -237,6 +237,20 @@ TEST(AddressTable, AnnouncesFiveTimesInTheFirstSecondAndThenOnceAMinute)
 	EXPECT_EQ(announced, (std::vector<Millis>{0, 250, 500, 750, 1000, 61'000, 121'000}));
 }
 
+TEST(AddressTable, ItIsHeldSinceItWasRaised)
+{
+	AddressMachine machine;
+	machine.state = probing;
+	machine.sent = 3;
+	AddressStep step = next(machine, {E::timer, kNow, {}, 0});
+	step = next(step.machine, {E::stall, kNow + 5000, {}, 0});
+	while (step.machine.state != holding)
+	{
+		step = next(step.machine, {E::timer, step.machine.deadline(), {}, 0});
+	}
+	EXPECT_EQ(step.machine.since, kNow);
+}
+
 TEST(AddressTable, WatchesOnceASecondWhileHolding)
 {
 	AddressMachine machine;
