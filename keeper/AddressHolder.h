@@ -2,6 +2,7 @@
 /// marker (Netlink.h).
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "AddressMachine.h"
@@ -34,7 +35,8 @@ public:
 	int run();
 
 private:
-	void readLink();
+	void readLinks();
+	bool isOwn(const Mac& mac) const;
 	void onLink(const Link& link);
 	void onRemoved(const Address& address);
 	void readNetlink();
@@ -55,6 +57,7 @@ private:
 	NetlinkMonitor m_monitor;
 	ArpSocket m_arp;
 	Link m_link;
+	std::map<int, Mac> m_ownMacs; ///< of all interfaces of this machine, by index
 	AddressMachine m_machine;
 	Millis m_arpAgainAt = kNever; ///< reading of a flood goes on then
 	Millis m_markerAt = kNever;   ///< a removed marker is set then

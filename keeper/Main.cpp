@@ -4,8 +4,8 @@
 #include <exception>
 #include <string>
 
+#include <sys/stat.h>
 #include <sysexits.h>
-#include <unistd.h>
 
 #include "Commands.h"
 #include "Journal.h"
@@ -103,6 +103,7 @@ int main(int argc, char** argv)
 {
 	const char* slash = argc > 0 ? std::strrchr(argv[0], '/') : nullptr;
 	const std::string name = argc > 0 ? (slash != nullptr ? slash + 1 : argv[0]) : "";
+	::umask(022);
 	try
 	{
 		if (name.starts_with(kPrefix))

@@ -152,25 +152,18 @@ int Netlink::request(nlmsghdr* message, const std::function<void(const nlmsghdr*
 		}
 		result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), m_sequence, port, forward,
 		                    const_cast<std::function<void(const nlmsghdr*)>*>(&answer));
-		// A request for one thing is answered by one message, without an end.
-		if (result == MNL_CB_OK && (message->nlmsg_flags & (NLM_F_ACK | NLM_F_DUMP)) == 0)
-		{
-			break;
-		}
 	}
 	return result < 0 ? errno : 0;
 }
 
-Link Netlink::link(const std::string& name)
+std::vector<Link> Netlink::links()
 {
 	std::array<char, 256> buffer{};
-	nlmsghdr* message = putHeader(buffer, RTM_GETLINK, 0);
-	auto* info = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
-	info->ifi_family = AF_UNSPEC;
-	mnl_attr_put_strz(message, IFLA_IFNAME, name.c_str());
-	Link link;
-	request(message, [&](const nlmsghdr* received) { link = readLink(received); });
-	return link;
+	nlmsghdr* message = putHeader(buffer, RTM_GETLINK, NLM_F_DUMP);
+	static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)))->ifi_family = AF_UNSPEC;
+	std::vector<Link> found;
+	request(message, [&](const nlmsghdr* received) { found.push_back(readLink(received)); });
+	return found;
 }
 
 std::vector<Address> Netlink::addresses(int family)
@@ -223,7 +216,9 @@ bool NetlinkMonitor::receive(const std::function<void(const Link&)>& onLink,
 	const auto forward = [](const nlmsghdr* message, void* data)
 	{
 		const auto* to = static_cast<const Handlers*>(data);
-		if (message->nlmsg_type == RTM_NEWLINK || message->nlmsg_type == RTM_DELLINK)
+		const bool link = message->nlmsg_type == RTM_NEWLINK || message->nlmsg_type == RTM_DELLINK;
+		// Bridges tell of their ports in the same words: one that leaves a bridge is not gone.
+		if (link && static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message))->ifi_family == AF_UNSPEC)
 		{
 			to->onLink(readLink(message));
 		}

@@ -49,8 +49,7 @@ class Netlink
 public:
 	Netlink();
 
-	/// @return an interface without an index when there is none of that name
-	Link link(const std::string& name);
+	std::vector<Link> links();
 	std::vector<Address> addresses(int family);
 	/// Adds or, when it is there, changes it. @return 0 or errno
 	int add(const Address& address, const std::string& label);

@@ -22,6 +22,14 @@ using velarix::keeper::Mac;
 
 inline constexpr const char* kVirtual = "192.0.2.100";
 
+/// What a command may take that finds nothing to do: 10 ms are promised, and a machine under
+/// load or a sanitizer needs more for the start of any program.
+#ifdef KEEPER_INSTRUMENTED
+inline constexpr milliseconds kQuick{250};
+#else
+inline constexpr milliseconds kQuick{25};
+#endif
+
 /// Runs `body` as in a machine of its own: with its own processes, mounts, network, and
 /// /usr/libexec/velarix-ha/keeper. @return its exit status, or 77 without privilege
 int inMachine(int (*body)());
@@ -62,6 +70,8 @@ public:
 	std::vector<pid_t> processes(const std::string& name) const;
 	std::string events() const { return read("/usr/velarix/log/keeper.log"); }
 	Mac mac() const;
+	/// @return a process in this host's namespaces, for "ip link ... netns"
+	std::string namespaces() const { return std::to_string(m_pid); }
 	std::string port() const { return "h" + std::to_string(m_number); }
 
 private:

@@ -1,4 +1,6 @@
 // keeper.ini: one row for each thing that can be wrong, with its line.
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -191,11 +193,15 @@ TEST(Settings, AFileThatIsNoneIsAFinding)
 
 TEST(Settings, EveryKeyIsToldWithItsRange)
 {
+	std::ifstream page(KEEPER_PAGE);
+	const std::string text((std::istreambuf_iterator<char>(page)), std::istreambuf_iterator<char>());
 	EXPECT_EQ(keyTable().size(), 15U);
 	for (const KeyInfo& key : keyTable())
 	{
 		EXPECT_NE(std::string(key.meaning), "");
 		EXPECT_NE(std::string(key.range), "");
+		EXPECT_NE(text.find("`" + std::string(key.name) + "`"), std::string::npos)
+		    << key.name << " is not in docs/keeper.md";
 	}
 }
 
