@@ -166,10 +166,12 @@ TEST_F(AddressTest, AKilledHolderLeavesNoAddress)
 {
 	hold(m_a);
 	// The guard first: its worker tidies up.
+	ASSERT_FALSE(m_a.processes("ha-address").empty());
 	::kill(m_a.processes("ha-address").front(), SIGKILL);
 	EXPECT_TRUE(waitFor([&] { return !m_a.hasAddress(); }, 2s, "end of the address"));
 	EXPECT_TRUE(waitFor([&] { return m_a.processes("keeper").empty(); }, 2s, "end of the worker"));
 	hold(m_a);
+	ASSERT_FALSE(m_a.processes("keeper").empty());
 	::kill(m_a.processes("keeper").front(), SIGKILL);
 	EXPECT_TRUE(
 	    waitFor([&] { return !m_a.hasAddress() && m_a.processes("ha-address").empty(); }, 2s, "end of the guard"));

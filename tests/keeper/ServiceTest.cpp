@@ -208,6 +208,7 @@ TEST_F(ServiceTest, StopEndsOnlyItsOwnAndIsQuickWithNothingToDo)
 {
 	configure("exec sleep 1000");
 	start();
+	ASSERT_TRUE(comes("sleep"));
 	const pid_t stranger = m_host.processes("sleep").front();
 	EXPECT_EQ(m_host.keeper({"stop", "ha-db"}).status, 0);
 	EXPECT_EQ(m_host.keeper({"stop", "sleep"}).status, 64);
@@ -311,7 +312,8 @@ TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopAndByTheNextStart)
 		if (byStop)
 		{
 			EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).output, "");
-			EXPECT_NE(::kill(left, 0), 0);
+			// Its number is there until the first process has taken note of it.
+			EXPECT_TRUE(waitFor([&] { return ::kill(left, 0) != 0; }, kSoon, "end of what was left"));
 			continue;
 		}
 		m_host.startProgram("ha-web");
