@@ -9,7 +9,6 @@
 
 #include <linux/capability.h>
 #include <net/if.h>
-#include <sched.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sysexits.h>
@@ -106,10 +105,6 @@ Address AddressHolder::address() const
 int AddressHolder::run()
 {
 	const Descriptor signals = takeSignals();
-	// Little to do, and in time: a machine under load must not lose its address to a probe
-	// that nobody answered. Where it is not allowed it works without.
-	const sched_param priority{1};
-	::sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &priority);
 	keepCapabilities({CAP_NET_ADMIN, CAP_NET_RAW});
 	m_loop.watch(signals.get(),
 	             [&]

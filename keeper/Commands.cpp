@@ -13,6 +13,7 @@
 #include "AddressHolder.h"
 #include "Guard.h"
 #include "Loop.h"
+#include "Process.h"
 #include "Programs.h"
 #include "Runtime.h"
 #include "ServiceSupervisor.h"
@@ -128,6 +129,7 @@ std::string obstacle(const Fields& fields)
 
 int raise(const Settings& settings)
 {
+	beInTime();
 	makeRuntimeDirectory();
 	AddressWatch watch;
 	const bool started = holderOf(kAddressProgram, Part::guard) == 0;

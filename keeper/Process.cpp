@@ -15,6 +15,7 @@
 #include <linux/close_range.h>
 #include <poll.h>
 #include <pwd.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -299,6 +300,12 @@ bool endAll(std::vector<pid_t> (*find)(const std::string&), const std::string& p
 void setProcessName(const std::string& name)
 {
 	::prctl(PR_SET_NAME, name.c_str());
+}
+
+void beInTime()
+{
+	const sched_param priority{1};
+	::sched_setscheduler(0, SCHED_RR, &priority);
 }
 
 void keepCapabilities(std::initializer_list<int> kept)

@@ -54,6 +54,11 @@ bool endAll(std::vector<pid_t> (*find)(const std::string&), const std::string& p
 /// The name that the agent looks for, as ps shows it.
 void setProcessName(const std::string& name);
 
+/// Runs before ordinary processes, for those that have little to do, and that in time: a
+/// machine under load must neither be late with the address nor lose it to a probe that it
+/// did not answer. What is not allowed is done without. Inherited by what is forked.
+void beInTime();
+
 /// Keeps these capabilities and drops all others. What is started as root afterwards gets
 /// its full set from the kernel, so that a service can change its user.
 void keepCapabilities(std::initializer_list<int> kept);

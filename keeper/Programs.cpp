@@ -7,6 +7,7 @@
 #include "AddressHolder.h"
 #include "Guard.h"
 #include "Journal.h"
+#include "Process.h"
 #include "ServiceSupervisor.h"
 
 namespace velarix::keeper::programs
@@ -33,6 +34,7 @@ int reported(const std::string& program, const std::function<int()>& work)
 
 int runAddress(const Settings& settings)
 {
+	beInTime();
 	const auto worker = [&] { return AddressHolder(settings.address).run(); };
 	const auto aftermath = [&]
 	{
