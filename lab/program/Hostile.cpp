@@ -4,11 +4,11 @@
 #include <iostream>
 
 #include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/Filter.h"
 #include "lab/campaigns/hostile/HostileRun.h"
-#include "lab/campaigns/matrix/Wishes.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -21,7 +21,7 @@ std::vector<HostileCell> chosen(const HostileOptions& options)
 {
 	const std::vector<HostileCell> all = readHostileTable(options.table);
 	const bool every = std::find(options.attacks.begin(), options.attacks.end(), "all") != options.attacks.end();
-	return wished(all, every ? std::vector<std::string>() : options.attacks, "case");
+	return filtered(all, every ? std::vector<std::string>() : options.attacks, "case");
 }
 
 int listCases(const std::vector<HostileCell>& cells)
@@ -45,7 +45,7 @@ void tell(const HostileRecord& record, std::size_t done, std::size_t all)
 	}
 }
 
-HostileRecord recordFromChild(const ChildResult& result, const HostilePlan& plan)
+HostileRecord recordFromChild(const WorkerResult& result, const HostilePlan& plan)
 {
 	if (result.problem.empty())
 	{
@@ -70,13 +70,13 @@ std::vector<HostileRecord> runAll(const HostileOptions& options, const std::vect
 	}
 	std::vector<HostileRecord> records(plans.size());
 	std::size_t done = 0;
-	runInChildren(
+	runInWorkers(
 	    plans.size(), options.jobs, caseLimit, [&](std::size_t index) { return toJson(runHostile(plans[index])); },
-	    [&](const ChildResult& result)
+	    [&](const WorkerResult& result)
 	    {
 		    HostileRecord record = recordFromChild(result, plans[result.index]);
 		    tell(record, ++done, plans.size());
-		    keepTimeline(options.timelines, record.name + " " + record.guard, record.timeline);
+		    saveTimeline(options.timelines, record.name + " " + record.guard, record.timeline);
 		    records[result.index] = std::move(record);
 	    });
 	return records;
@@ -100,4 +100,4 @@ int runHostileCommand(const HostileOptions& options)
 	           : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

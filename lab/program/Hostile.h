@@ -9,7 +9,7 @@
 
 #include "lab/core/NodeSettings.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 struct HostileOptions
@@ -34,4 +34,4 @@ struct HostileOptions
 /// @throws LabError
 int runHostileCommand(const HostileOptions& options);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

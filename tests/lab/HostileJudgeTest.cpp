@@ -110,7 +110,7 @@ TEST(HostileJudge, TellsEachDifference)
 	EXPECT_EQ(told([](HostileRecord& record) { record.during.outage = Millis(1200); }),
 	          "service away some (1.200 s), expected -");
 	EXPECT_EQ(told([](HostileRecord& record) { record.during.moves = 2; }), "moves 2, expected none");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.twoOwners = Millis(20); }),
+	EXPECT_EQ(told([](HostileRecord& record) { record.during.splitBrain = Millis(20); }),
 	          "two owners for 0.020 s, expected no time");
 	EXPECT_EQ(told([](HostileRecord& record) { record.during.ended = "b"; }),
 	          "agents that ended by themselves: b, expected none");
@@ -317,7 +317,7 @@ TEST(HostileRecord, TravelsWhole)
 	record.roles = {"off", "master"};
 	record.during.outage = Millis(7);
 	record.during.outageOpen = true;
-	record.during.twoOwners = Millis(8);
+	record.during.splitBrain = Millis(8);
 	record.differences = {"one"};
 	record.timeline = "what was";
 	EXPECT_EQ(toJson(hostileRecordFrom(toJson(record))), toJson(record));

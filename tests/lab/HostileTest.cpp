@@ -8,11 +8,11 @@
 #include <sstream>
 
 #include "PairTest.h"
+#include "lab/campaigns/Observe.h"
 #include "lab/campaigns/hostile/HostileJudge.h"
 #include "lab/campaigns/hostile/Sockets.h"
 #include "lab/campaigns/hostile/Stranger.h"
 #include "lab/campaigns/hostile/Words.h"
-#include "lab/campaigns/matrix/Observe.h"
 
 namespace velarix::lab
 {

@@ -30,7 +30,7 @@ long timesHeard(const AttackOrders& orders)
 /// Says the words and a farewell. Many a connection is reset unread: the node drops
 /// those that wait when it has served one.
 /// @return true when the node has answered the farewell with its own
-bool isServed(const UniqueFd& connection, const std::string& words, AttackTally& tally)
+bool isServed(const Descriptor& connection, const std::string& words, AttackTally& tally)
 {
 	constexpr int answerMs = 15000; // a node that starts its programs takes its time
 	pollfd watched{connection.get(), POLLIN, 0};
@@ -47,7 +47,7 @@ void sayOnce(const AttackOrders& orders, AttackTally& tally, const std::string& 
 	const LabClock clock;
 	while (!orders.stop && clock.now() < Millis(45000))
 	{
-		const UniqueFd connection = connectTo(doorOf(orders), handshakeLimit, tally, from);
+		const Descriptor connection = connectTo(doorOf(orders), handshakeLimit, tally, from);
 		if (connection && isServed(connection, orders.words, tally) && timesHeard(orders) > before)
 		{
 			break;
@@ -64,7 +64,7 @@ void forged(const AttackOrders& orders, AttackTally& tally)
 
 void forgedOverService(const AttackOrders& orders, AttackTally& tally)
 {
-	sayOnce(orders, tally, plan::strangerServiceAddress);
+	sayOnce(orders, tally, plan::attackerServiceAddress);
 }
 
 /// On one connection, each when the one before has been read: the receiver pauses
@@ -74,7 +74,7 @@ void repeated(const AttackOrders& orders, AttackTally& tally)
 	constexpr long wanted = 4;
 	const long before = timesHeard(orders);
 	const LabClock clock;
-	UniqueFd connection;
+	Descriptor connection;
 	while (!orders.stop && tally.heard < wanted && clock.now() < Millis(45000))
 	{
 		if (!connection)
@@ -95,7 +95,7 @@ void pretend(const AttackOrders& orders, AttackTally& tally)
 	const std::string words = forgedHeartbeat("1", "1", "0");
 	while (!orders.stop)
 	{
-		const UniqueFd connection = connectTo(doorOf(orders), knockLimit, tally);
+		const Descriptor connection = connectTo(doorOf(orders), knockLimit, tally);
 		if (connection)
 		{
 			say(connection, words, tally);

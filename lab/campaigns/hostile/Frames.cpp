@@ -93,7 +93,7 @@ using HardwareAddress = std::array<std::uint8_t, 6>;
 /// Makes the kernel ask for the address, and reads what it was told.
 std::optional<HardwareAddress> hardwareOf(const std::string& card, const std::string& address)
 {
-	const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+	const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 	const sockaddr_in to = socketAddress(address, 9);
 	::sendto(socket.get(), "", 0, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
 	HardwareAddress found{};
@@ -191,7 +191,7 @@ void ArpLiar::claim(const std::string& address, AttackTally& tally)
 
 std::string overhearHeartbeat(const std::string& card, const std::string& from, Millis limit)
 {
-	const UniqueFd socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
+	const Descriptor socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
 	sockaddr_ll place{};
 	place.sll_family = AF_PACKET;
 	place.sll_protocol = htons(ETH_P_ALL);

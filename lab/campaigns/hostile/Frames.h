@@ -25,7 +25,7 @@ public:
 	void send(const sockaddr_in& to, const sockaddr_in& from, AttackTally& tally);
 
 private:
-	UniqueFd m_socket;
+	Descriptor m_socket;
 };
 
 /// Tells one host that an address belongs to this host's card: an answer to a
@@ -40,7 +40,7 @@ public:
 	void claim(const std::string& address, AttackTally& tally);
 
 private:
-	UniqueFd m_socket;
+	Descriptor m_socket;
 	int m_index = 0;
 	std::string m_victim;
 	std::array<std::uint8_t, 6> m_own{};

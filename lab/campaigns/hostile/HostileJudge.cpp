@@ -11,57 +11,57 @@ namespace
 /// Told with what was seen, and what was wanted.
 using Tell = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
 
-bool isAway(const LegRecord& leg, Away expected, Millis noOutage)
+bool isAway(const PhaseRecord& phase, Away expected, Millis noOutage)
 {
-	const bool some = leg.outage > noOutage;
+	const bool some = phase.outage > noOutage;
 	switch (expected)
 	{
 	case Away::none:
 		return !some;
 	case Away::some:
-		return some && !leg.outageOpen;
+		return some && !phase.outageOpen;
 	case Away::mostly:
-		return leg.noAnswer > (leg.to - leg.from) / 2;
+		return phase.noAnswer > (phase.to - phase.from) / 2;
 	case Away::lasting:
-		return some && leg.outageOpen;
+		return some && phase.outageOpen;
 	default:
 		return true;
 	}
 }
 
-std::string awayText(const LegRecord& leg, Away expected, Millis noOutage)
+std::string awayText(const PhaseRecord& phase, Away expected, Millis noOutage)
 {
 	if (expected == Away::mostly)
 	{
-		return "for " + secondsText(leg.noAnswer) + " of " + secondsText(leg.to - leg.from);
+		return "for " + secondsText(phase.noAnswer) + " of " + secondsText(phase.to - phase.from);
 	}
-	const Away seen = leg.outage <= noOutage ? Away::none : (leg.outageOpen ? Away::lasting : Away::some);
-	return std::string(nameOf(seen)) + " (" + secondsText(leg.outage) + ")";
+	const Away seen = phase.outage <= noOutage ? Away::none : (phase.outageOpen ? Away::lasting : Away::some);
+	return std::string(nameOf(seen)) + " (" + secondsText(phase.outage) + ")";
 }
 
 void serviceDifferences(const HostileRecord& record, const HostileOutcome& expected, Millis noOutage,
                         const Tell& differs)
 {
-	const LegRecord& leg = record.during;
-	if (!isOwner(leg.owner, expected.owner))
+	const PhaseRecord& phase = record.during;
+	if (!isOwner(phase.owner, expected.owner))
 	{
-		differs("owner while attacked", leg.owner, expected.owner);
+		differs("owner while attacked", phase.owner, expected.owner);
 	}
-	if (!isAway(leg, expected.away, noOutage))
+	if (!isAway(phase, expected.away, noOutage))
 	{
-		differs("service away", awayText(leg, expected.away, noOutage), nameOf(expected.away));
+		differs("service away", awayText(phase, expected.away, noOutage), nameOf(expected.away));
 	}
-	if (expected.away == Away::none && leg.moves > 0)
+	if (expected.away == Away::none && phase.moves > 0)
 	{
-		differs("moves", std::to_string(leg.moves), "none");
+		differs("moves", std::to_string(phase.moves), "none");
 	}
-	if (expected.twice && *expected.twice != (leg.twoOwners > Millis(0)))
+	if (expected.twice && *expected.twice != (phase.splitBrain > Millis(0)))
 	{
-		differs("two owners for", secondsText(leg.twoOwners), *expected.twice ? "some time" : "no time");
+		differs("two owners for", secondsText(phase.splitBrain), *expected.twice ? "some time" : "no time");
 	}
-	if (!leg.ended.empty())
+	if (!phase.ended.empty())
 	{
-		differs("agents that ended by themselves:", leg.ended, "none");
+		differs("agents that ended by themselves:", phase.ended, "none");
 	}
 	if (!isOwner(record.owner, expected.after))
 	{

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "lab/tables/Table.h"
+#include "lab/core/TextTable.h"
 
 namespace velarix::lab
 {
@@ -61,7 +61,7 @@ Json recordJson(const HostileRecord& record)
 	        {"moves", record.during.moves},
 	        {"outageMs", record.during.outage.count()},
 	        {"outageOpen", record.during.outageOpen},
-	        {"twoOwnersMs", record.during.twoOwners.count()},
+	        {"twoOwnersMs", record.during.splitBrain.count()},
 	        {"owner", record.owner},
 	        {"differences", record.differences},
 	        {"timeline", record.timeline}};
@@ -90,9 +90,9 @@ std::string agentText(const HostileRecord& record, std::size_t node)
 	       change(before.residentKib, after.residentKib) + " K";
 }
 
-std::string outageText(const LegRecord& leg)
+std::string outageText(const PhaseRecord& phase)
 {
-	return secondsText(leg.outage) + (leg.outageOpen && leg.outage > Millis(1000) ? ", for good" : "");
+	return secondsText(phase.outage) + (phase.outageOpen && phase.outage > Millis(1000) ? ", for good" : "");
 }
 
 std::string sentText(const HostileRecord& record)
@@ -111,7 +111,7 @@ Row rowOf(const HostileRecord& record)
 	        pairText(record.roles),
 	        pairText(record.after.roles),
 	        outageText(record.during),
-	        secondsText(record.during.twoOwners),
+	        secondsText(record.during.splitBrain),
 	        agentText(record, 0),
 	        agentText(record, 1),
 	        record.differences.empty() ? "as expected" : "DIFFERS"};
@@ -186,7 +186,7 @@ HostileRecord hostileRecordFrom(const std::string& text)
 		record.during.moves = json.at("moves");
 		record.during.outage = Millis(json.at("outageMs").get<long>());
 		record.during.outageOpen = json.at("outageOpen");
-		record.during.twoOwners = Millis(json.at("twoOwnersMs").get<long>());
+		record.during.splitBrain = Millis(json.at("twoOwnersMs").get<long>());
 		record.owner = json.at("owner");
 		record.differences = json.at("differences");
 		record.timeline = json.at("timeline");

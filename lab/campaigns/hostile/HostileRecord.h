@@ -8,7 +8,7 @@
 
 #include <sys/types.h>
 
-#include "lab/campaigns/matrix/Record.h"
+#include "lab/campaigns/Record.h"
 #include "lab/core/Basics.h"
 
 namespace velarix::lab
@@ -48,7 +48,7 @@ struct HostileRecord
 	PairMoment after;                     ///< once all is at rest
 	std::array<std::string, 2> roles;     ///< in the end of the attack
 	std::string words;                    ///< the heartbeat that was forged or replayed
-	LegRecord during;                     ///< of the attack
+	PhaseRecord during;                     ///< of the attack
 	std::string owner;                    ///< once all is at rest
 	std::vector<std::string> differences; ///< from what was written down; empty: none
 	std::string timeline;                 ///< when there are differences

@@ -6,9 +6,9 @@
 
 #include "lab/campaigns/hostile/HostileJudge.h"
 #include "lab/campaigns/hostile/Stranger.h"
-#include "lab/campaigns/matrix/CellRun.h"
-#include "lab/campaigns/matrix/Moment.h"
-#include "lab/campaigns/matrix/Observe.h"
+#include "lab/campaigns/Observe.h"
+#include "lab/campaigns/Jitter.h"
+#include "lab/campaigns/Observe.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 #include "lab/core/ProcessTable.h"
@@ -162,7 +162,7 @@ PairMoment momentOf(Lab& lab)
 	{
 		for (const HostId node : nodes)
 		{
-			const std::optional<ProcessEntry> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
+			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
 			if (agent)
 			{
 				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);

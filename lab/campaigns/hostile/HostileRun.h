@@ -7,7 +7,7 @@
 #include "lab/campaigns/hostile/Heard.h"
 #include "lab/campaigns/hostile/HostileRecord.h"
 #include "lab/campaigns/hostile/HostileTable.h"
-#include "lab/campaigns/matrix/MatrixTimes.h"
+#include "lab/campaigns/Times.h"
 #include "lab/core/Lab.h"
 
 namespace velarix::lab
@@ -17,7 +17,7 @@ struct HostilePlan
 {
 	HostileCell cell;
 	Guard guard = Guard::none;
-	MatrixTimes times{};
+	CampaignTimes times{};
 	std::uint64_t seed = 1;
 	long count = 10000; ///< see AttackOrders
 	std::filesystem::path installRoot{};

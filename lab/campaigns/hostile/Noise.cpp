@@ -25,7 +25,7 @@ constexpr Millis floodLimit{900000};
 /// Many connections after each other, from several threads, until what is counted
 /// comes to `wanted`, or as many were tried in vain.
 void flood(const AttackOrders& orders, AttackTally& tally, const std::atomic<long>& counted, long wanted,
-           const std::function<void(UniqueFd& connection, std::mt19937_64& random)>& visit)
+           const std::function<void(Descriptor& connection, std::mt19937_64& random)>& visit)
 {
 	const LabClock clock;
 	const auto goesOn = [&]
@@ -42,7 +42,7 @@ void flood(const AttackOrders& orders, AttackTally& tally, const std::atomic<lon
 			    std::mt19937_64 random(orders.seed * 1000 + number);
 			    while (goesOn())
 			    {
-				    UniqueFd connection = connectTo(doorOf(orders), knockLimit, tally);
+				    Descriptor connection = connectTo(doorOf(orders), knockLimit, tally);
 				    connection ? visit(connection, random) : std::this_thread::sleep_for(Millis(5));
 			    }
 		    });
@@ -66,14 +66,14 @@ long readsOf(const std::string& words)
 	return static_cast<long>((words.size() + 255) / 256);
 }
 
-bool isDropped(const UniqueFd& connection)
+bool isDropped(const Descriptor& connection)
 {
 	pollfd watched{connection.get(), POLLRDHUP, 0};
 	return ::poll(&watched, 1, 0) != 0;
 }
 
 /// Waits for it, unless the target drops the connection unread.
-bool isReadByTarget(const AttackOrders& orders, const UniqueFd& connection, long wanted)
+bool isReadByTarget(const AttackOrders& orders, const Descriptor& connection, long wanted)
 {
 	const LabClock clock;
 	bool read = false;
@@ -105,13 +105,13 @@ sockaddr_in doorOf(const AttackOrders& orders)
 void sayRandom(const AttackOrders& orders, AttackTally& tally)
 {
 	flood(orders, tally, tally.messages, orders.count,
-	      [&](UniqueFd& connection, std::mt19937_64& numbers) { say(connection, randomWords(numbers), tally); });
+	      [&](Descriptor& connection, std::mt19937_64& numbers) { say(connection, randomWords(numbers), tally); });
 }
 
 void resetOften(const AttackOrders& orders, AttackTally& tally)
 {
 	flood(orders, tally, tally.connections, resetsOf(orders.count),
-	      [&](UniqueFd& connection, std::mt19937_64& numbers)
+	      [&](Descriptor& connection, std::mt19937_64& numbers)
 	      {
 		      say(connection, randomWords(numbers).substr(0, numbers() % 40), tally);
 		      resetConnection(connection);
@@ -126,7 +126,7 @@ void sayRandomSlowly(const AttackOrders& orders, AttackTally& tally)
 	const LabClock clock;
 	const long wanted = readOnesOf(orders.count);
 	long readWhole = 0;
-	UniqueFd connection;
+	Descriptor connection;
 	const auto limit = [&] { return tally.connections > 0 ? floodLimit : Millis(30000); };
 	while (readWhole < wanted && !orders.stop && clock.now() < limit())
 	{
@@ -182,7 +182,7 @@ void burst(const AttackOrders& orders, AttackTally& tally)
 	const LabClock clock;
 	while (!orders.stop && tally.heard == 0 && clock.now() < Millis(45000))
 	{
-		UniqueFd connection = connectTo(doorOf(orders), handshakeLimit, tally);
+		Descriptor connection = connectTo(doorOf(orders), handshakeLimit, tally);
 		const bool said = connection && say(connection, std::string(16384, '~'), tally);
 		connection.reset();
 		for (int look = 0; said && look < 40 && tally.heard == 0 && !orders.stop; ++look)
@@ -216,7 +216,7 @@ void scanBySyn(const AttackOrders& orders, AttackTally& tally)
 	for (int port = 1; port <= highestPort && !orders.stop; ++port)
 	{
 		door.sin_port = htons(static_cast<std::uint16_t>(port));
-		sender.send(door, socketAddress(plan::strangerAddress, 41000 + port % 20000), tally);
+		sender.send(door, socketAddress(plan::attackerAddress, 41000 + port % 20000), tally);
 		std::this_thread::sleep_for(Millis(port % 100 == 0 ? 10 : 0));
 	}
 }

@@ -32,14 +32,14 @@ sockaddr_in socketAddress(const std::string& address, int port);
 /// Connects, waiting at most that long.
 /// @param from  the address to speak from; empty: the host's own
 /// @return empty when it is refused or not answered
-UniqueFd connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, const std::string& from = {});
+Descriptor connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, const std::string& from = {});
 
 /// Writes without waiting, and counts it.
 /// @return false when not all was taken
-bool say(const UniqueFd& connection, std::string_view words, AttackTally& tally);
+bool say(const Descriptor& connection, std::string_view words, AttackTally& tally);
 
 /// Ends the connection with a reset instead of a farewell.
-void resetConnection(UniqueFd& connection);
+void resetConnection(Descriptor& connection);
 
 /// Clients that are connected all the time: one that is refused or thrown out
 /// comes again.

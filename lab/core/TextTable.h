@@ -1,0 +1,17 @@
+/// Tables of texts, for a terminal and for a document.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace velarix::lab
+{
+
+/// One line of a table; every row has as many cells as the row of titles.
+using Row = std::vector<std::string>;
+
+/// Columns as wide as their widest cell, two blanks between them.
+std::string aligned(const Row& titles, std::vector<Row> rows);
+std::string markdownTable(const Row& titles, const std::vector<Row>& rows);
+
+} // namespace velarix::lab
