@@ -6,16 +6,6 @@ namespace velarix::lab
 namespace
 {
 
-std::string markdownLine(const Row& row)
-{
-	std::string text = "|";
-	for (const std::string& cell : row)
-	{
-		text += " " + cell + " |";
-	}
-	return text + "\n";
-}
-
 std::string alignedLine(const Row& row, const std::vector<std::size_t>& widths)
 {
 	std::string line;
@@ -43,21 +33,6 @@ std::string aligned(const Row& titles, std::vector<Row> rows)
 	for (const Row& row : rows)
 	{
 		text += alignedLine(row, widths);
-	}
-	return text;
-}
-
-std::string markdownTable(const Row& titles, const std::vector<Row>& rows)
-{
-	std::string text = markdownLine(titles) + "|";
-	for (std::size_t column = 0; column < titles.size(); ++column)
-	{
-		text += "---|";
-	}
-	text += "\n";
-	for (const Row& row : rows)
-	{
-		text += markdownLine(row);
 	}
 	return text;
 }

@@ -1,4 +1,4 @@
-/// Tables of texts, for a terminal and for a document.
+/// Tables of texts for a terminal.
 #pragma once
 
 #include <string>
@@ -12,6 +12,5 @@ using Row = std::vector<std::string>;
 
 /// Columns as wide as their widest cell, two blanks between them.
 std::string aligned(const Row& titles, std::vector<Row> rows);
-std::string markdownTable(const Row& titles, const std::vector<Row>& rows);
 
 } // namespace velarix::lab

@@ -6,7 +6,6 @@
 
 #include "FaultActionTest.h"
 #include "lab/core/LogWatch.h"
-#include "lab/core/LogWatch.h"
 
 namespace velarix::lab
 {

@@ -258,7 +258,8 @@ TEST(MatrixJudge, KnowsWordsForWhatTheDesignLeavesOpen)
 	EXPECT_EQ(differences(forGood + "programs = \"not-both\""), Texts{"programs on a+b, expected not-both"});
 	EXPECT_EQ(differences(both + "split_brain_max = \"second\""),
 	          Texts{"split-brain for 9.000 s, expected at most 3.000 s"});
-	EXPECT_EQ(differences(forGood + "log_differs = true"), Texts{"log and observation agree, expected that they differ"});
+	EXPECT_EQ(differences(forGood + "log_differs = true"),
+	          Texts{"log and observation agree, expected that they differ"});
 	phase.steady = false;
 	EXPECT_EQ(differences("owner = \"unsteady\"\nsplit_brain_max = \"second\""), Texts{});
 	phase.answer = "none";

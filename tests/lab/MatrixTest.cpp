@@ -115,8 +115,8 @@ TEST(ChaosProgram, RunsAStepAndTellsIt)
 	}
 	// A take-over on silence may leave the program on both nodes where a loaded machine
 	// starts it slowly, so the fault is one that ends well on any machine.
-	const CommandResult result = tableCommand(tableWith("a", "{ owner = \"a\" }", "reboot:a"),
-	                                          {"chaos", "--seed", "3", "--steps", "1"});
+	const CommandResult result =
+	    tableCommand(tableWith("a", "{ owner = \"a\" }", "reboot:a"), {"chaos", "--seed", "3", "--steps", "1"});
 	EXPECT_EQ(result.status, 0) << result.output;
 	EXPECT_NE(result.output.find("worker 0, step 1: "), std::string::npos) << result.output;
 	EXPECT_NE(result.output.find("1 steps of faults and repairs, "), std::string::npos) << result.output;

@@ -6,9 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "lab/core/TextTable.h"
 #include "lab/core/Files.h"
 #include "lab/core/Lab.h"
+#include "lab/core/TextTable.h"
 
 namespace velarix::lab
 {

@@ -267,8 +267,7 @@ TEST(SoakResults, TellWhereASeriesEnds)
 	cut.samples.resize(30);
 	results.series.insert(results.series.begin(), cut);
 	const std::string text = toText(results);
-	EXPECT_NE(text.find("; the agent was started again, a new series begins\n"), std::string::npos)
-	    << text;
+	EXPECT_NE(text.find("; the agent was started again, a new series begins\n"), std::string::npos) << text;
 	EXPECT_NE(text.find("nothing grew beyond the bounds\n"), std::string::npos) << text;
 	EXPECT_EQ(jsonOf(results).at("series").at(0).at("ended"), "the agent was started again");
 }

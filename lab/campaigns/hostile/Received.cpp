@@ -1,10 +1,10 @@
-#include "lab/campaigns/hostile/Heard.h"
+#include "lab/campaigns/hostile/Received.h"
 
 #include <string_view>
 
-#include "lab/campaigns/hostile/Words.h"
+#include "lab/campaigns/hostile/Payload.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
@@ -28,9 +28,9 @@ bool isOfAgent(std::string_view message)
 
 } // namespace
 
-HeardCounts heardIn(const std::string& log)
+ReceivedCounts receivedIn(const std::string& log)
 {
-	HeardCounts counts;
+	ReceivedCounts counts;
 	const std::string_view text = log;
 	for (std::size_t at = text.find(headOfMessage); at != std::string_view::npos; at = text.find(headOfMessage, at))
 	{
@@ -41,4 +41,4 @@ HeardCounts heardIn(const std::string& log)
 	return counts;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

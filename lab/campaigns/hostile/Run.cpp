@@ -1,20 +1,19 @@
-#include "lab/campaigns/hostile/HostileRun.h"
+#include "lab/campaigns/hostile/Run.h"
 
 #include <algorithm>
 #include <memory>
 #include <thread>
 
-#include "lab/campaigns/hostile/HostileJudge.h"
-#include "lab/campaigns/hostile/Stranger.h"
-#include "lab/campaigns/Observe.h"
 #include "lab/campaigns/Jitter.h"
 #include "lab/campaigns/Observe.h"
+#include "lab/campaigns/hostile/Attacker.h"
+#include "lab/campaigns/hostile/Judge.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 #include "lab/core/ProcessTable.h"
 #include "lab/core/Wait.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
@@ -23,7 +22,7 @@ namespace
 /// A service that comes back at all is back by then: a burst holds up the receiver.
 constexpr Millis backLimit{240000};
 
-LabOptions optionsFor(const HostilePlan& plan)
+LabOptions optionsFor(const Plan& plan)
 {
 	LabOptions options;
 	options.installRoot = plan.installRoot;
@@ -33,11 +32,11 @@ LabOptions optionsFor(const HostilePlan& plan)
 	return options;
 }
 
-void takeLowest(AgentVitals& lowest, pid_t pid)
+void takeLowest(AgentFigures& lowest, pid_t pid)
 {
 	const std::string status = procText(pid, "status");
-	const AgentVitals now{pid, static_cast<int>(numberBehind(status, "Threads").value_or(0)),
-	                      static_cast<int>(descriptorsOf(pid).size()), numberBehind(status, "VmRSS").value_or(0)};
+	const AgentFigures now{pid, static_cast<int>(numberBehind(status, "Threads").value_or(0)),
+	                       static_cast<int>(descriptorsOf(pid).size()), numberBehind(status, "VmRSS").value_or(0)};
 	if (lowest.pid != pid)
 	{
 		lowest = now;
@@ -53,13 +52,13 @@ std::array<std::string, 2> rolesOf(Lab& lab)
 	return {lab.role(HostId::a), lab.role(HostId::b)};
 }
 
-StrangerPlan ordersOf(const HostilePlan& plan)
+AttackerPlan attackerPlanOf(const Plan& plan)
 {
 	return {plan.cell.attack, plan.cell.detail, plan.cell.target, plan.seed, plan.count};
 }
 
 /// The attack and the event, in the order that is the attack's.
-std::unique_ptr<Stranger> beginAttack(Lab& lab, const HostilePlan& plan)
+std::unique_ptr<Attacker> beginAttack(Lab& lab, const Plan& plan)
 {
 	const std::optional<Fault>& event = plan.cell.event;
 	if (event && attackNamed(plan.cell.attack).comesAfterEvent())
@@ -71,75 +70,89 @@ std::unique_ptr<Stranger> beginAttack(Lab& lab, const HostilePlan& plan)
 		{
 			throw LabError("the event has not turned the role of " + nodeText(plan.cell.target));
 		}
-		return std::make_unique<Stranger>(lab, ordersOf(plan));
+		return std::make_unique<Attacker>(lab, attackerPlanOf(plan));
 	}
-	auto stranger = std::make_unique<Stranger>(lab, ordersOf(plan));
-	if (event || stranger->lasting())
+	auto attacker = std::make_unique<Attacker>(lab, attackerPlanOf(plan));
+	if (event || attacker->lasting())
 	{
-		stranger->awaitHold(plan.guard != Guard::none);
+		attacker->awaitHold(plan.mitigation != Mitigation::none);
 	}
 	if (event)
 	{
 		lab.inject(*event);
 	}
-	return stranger;
+	return attacker;
 }
 
-std::unique_ptr<Stranger> watchAttack(Lab& lab, const HostilePlan& plan, HostileRecord& record)
+std::unique_ptr<Attacker> watchAttack(Lab& lab, const Plan& plan, Record& record)
 {
-	const HostileOutcome& expected = plan.cell.expected(plan.guard);
-	const HeardCounts heardBefore = heardBy(lab, plan.cell.target);
+	const Outcome& expected = plan.cell.expected(plan.mitigation);
+	const ReceivedCounts receivedBefore = receivedBy(lab, plan.cell.target);
 	const Millis from = lab.clock().now();
-	std::unique_ptr<Stranger> stranger = beginAttack(lab, plan);
-	record.words = stranger->words();
-	if (!stranger->lasting())
+	std::unique_ptr<Attacker> attacker = beginAttack(lab, plan);
+	record.payload = attacker->payload();
+	if (!attacker->lasting())
 	{
-		stranger->awaitEnd();
+		attacker->awaitEnd();
 	}
-	if (plan.cell.event && expected.away == Away::some)
+	if (plan.cell.event && expected.outage == Outage::some)
 	{
 		const auto back = [&] { return isOwner(lab.owners(), expected.owner) && lab.answeredBy() == lab.owners(); };
 		waitFor(back, backLimit, "the service to be back", [&] { return lab.stateText(); });
 	}
-	const bool forGood = expected.away == Away::lasting;
+	const bool forGood = expected.outage == Outage::lasting;
 	const Millis quiet = forGood ? plan.times.patience() : plan.times.quiet();
 	const Millis took = lab.clock().now() - from;
-	record.during = observe(lab, from, quiet, took + plan.times.patience() + quiet, took);
-	record.roles = rolesOf(lab);
-	const HeardCounts heard = heardBy(lab, plan.cell.target);
-	record.read = heard.all - heardBefore.all;
-	record.partner = heard.partner - heardBefore.partner;
-	return stranger;
+	record.during = observationOf(observe(lab, from, quiet, took + plan.times.patience() + quiet, took));
+	record.during.roles = rolesOf(lab);
+	const ReceivedCounts received = receivedBy(lab, plan.cell.target);
+	record.read = received.all - receivedBefore.all;
+	record.partner = received.partner - receivedBefore.partner;
+	return attacker;
 }
 
-void watchAftermath(Lab& lab, const HostilePlan& plan, Stranger& stranger)
+void watchAftermath(Lab& lab, const Plan& plan, Attacker& attacker)
 {
-	const bool lasting = stranger.lasting();
-	stranger.end();
+	const bool lasting = attacker.lasting();
+	attacker.end();
 	if (lasting)
 	{
-		const HostId after = *hostNamed(plan.cell.expected(plan.guard).after);
+		const HostId after = *hostNamed(plan.cell.expected(plan.mitigation).after);
 		lab.waitForService(after, plan.times.serveLimit());
 		observe(lab, lab.clock().now(), plan.times.quiet(), plan.times.patience());
 	}
 }
 
-void runInLab(Lab& lab, const HostilePlan& plan, HostileRecord& record)
+void runInLab(Lab& lab, const Plan& plan, Record& record)
 {
-	setUpGuard(lab, plan.guard);
+	applyMitigation(lab, plan.mitigation);
 	letServe(lab, plan.cell.master, plan.times.serveLimit());
-	record.before = momentOf(lab);
-	const std::unique_ptr<Stranger> stranger = watchAttack(lab, plan, record);
-	watchAftermath(lab, plan, *stranger);
-	keepTally(stranger->tally(), record);
-	record.dropped = plan.guard == Guard::none ? 0 : droppedByFirewall(lab, plan.cell.target);
+	record.before = snapshotOf(lab);
+	const std::unique_ptr<Attacker> attacker = watchAttack(lab, plan, record);
+	watchAftermath(lab, plan, *attacker);
+	keepTally(attacker->tally(), record);
+	record.dropped = plan.mitigation == Mitigation::none ? 0 : droppedByFirewall(lab, plan.cell.target);
 	record.owner = lab.owners();
-	record.after = momentOf(lab);
+	record.after = snapshotOf(lab);
 }
 
 } // namespace
 
-void keepTally(const AttackTally& tally, HostileRecord& record)
+Observation observationOf(const PhaseRecord& seen)
+{
+	Observation observation;
+	observation.owner = seen.owner;
+	observation.durationMs = (seen.to - seen.from).count();
+	observation.outageMs = seen.outage.count();
+	observation.outageOpen = seen.outageOpen;
+	observation.noAnswerMs = seen.noAnswer.count();
+	observation.duplicateMs = seen.splitBrain.count();
+	observation.moves = seen.moves;
+	observation.ended = seen.ended;
+	return observation;
+}
+
+void keepTally(const AttackTally& tally, Record& record)
 {
 	record.tries = tally.tries;
 	record.connections = tally.connections;
@@ -147,17 +160,17 @@ void keepTally(const AttackTally& tally, HostileRecord& record)
 	record.bytes = tally.bytes;
 	record.atOnce = tally.mostAtOnce;
 	record.open = tally.mostOpen;
-	record.heard = tally.heard;
+	record.received = tally.received;
 }
 
-HeardCounts heardBy(Lab& lab, HostId node)
+ReceivedCounts receivedBy(Lab& lab, HostId node)
 {
-	return heardIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
+	return receivedIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
 }
 
-PairMoment momentOf(Lab& lab)
+PairSnapshot snapshotOf(Lab& lab)
 {
-	PairMoment moment;
+	PairSnapshot moment;
 	for (int look = 0; look < 8; ++look)
 	{
 		for (const HostId node : nodes)
@@ -174,11 +187,11 @@ PairMoment momentOf(Lab& lab)
 	return moment;
 }
 
-HostileRecord runHostile(const HostilePlan& plan)
+Record runCase(const Plan& plan)
 {
-	HostileRecord record;
+	Record record;
 	record.name = plan.cell.name;
-	record.guard = nameOf(plan.guard);
+	record.mitigation = nameOf(plan.mitigation);
 	Lab lab(optionsFor(plan));
 	try
 	{
@@ -196,4 +209,4 @@ HostileRecord runHostile(const HostilePlan& plan)
 	return record;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

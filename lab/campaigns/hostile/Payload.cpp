@@ -1,11 +1,11 @@
-#include "lab/campaigns/hostile/Words.h"
+#include "lab/campaigns/hostile/Payload.h"
 
 #include <array>
 #include <ctime>
 
 #include "lab/core/Basics.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
@@ -75,7 +75,7 @@ std::string forgedLogLine()
 	return "\n" + std::string(text.data()) + ".0 [1:3][CHeartReciver:516] <D> my service IP is not OK (2)";
 }
 
-std::string randomWords(std::mt19937_64& random)
+std::string randomPayload(std::mt19937_64& random)
 {
 	switch (below(random, 6))
 	{
@@ -94,4 +94,4 @@ std::string randomWords(std::mt19937_64& random)
 	}
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

@@ -1,13 +1,14 @@
-#include "lab/campaigns/hostile/HostileTable.h"
+#include "lab/campaigns/hostile/CaseTable.h"
 
 #include <algorithm>
 #include <set>
 #include <sstream>
 
-#include "lab/campaigns/hostile/Words.h"
+#include "lab/campaigns/hostile/IcmpForgery.h"
+#include "lab/campaigns/hostile/Payload.h"
 #include "lab/core/Files.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
@@ -50,48 +51,47 @@ std::string oneOf(const std::string& word, const std::set<std::string>& allowed,
 	return word;
 }
 
-Away awayFrom(const std::string& word)
+Outage outageFrom(const std::string& word)
 {
-	for (const Away away : {Away::none, Away::some, Away::mostly, Away::lasting, Away::any})
+	for (const Outage outage : {Outage::none, Outage::some, Outage::mostly, Outage::lasting, Outage::any})
 	{
-		if (word == nameOf(away))
+		if (word == nameOf(outage))
 		{
-			return away;
+			return outage;
 		}
 	}
-	throw LabError("\"" + word + "\" does not tell how the service is away (-, some, mostly, lasting, any)");
+	throw LabError("\"" + word + "\" is no outage (-, some, mostly, lasting, any)");
 }
 
-std::optional<bool> twiceFrom(const std::string& word)
+std::optional<bool> duplicateFrom(const std::string& word)
 {
-	oneOf(word, {"0", "+", "*"}, "word for two owners (0, +, *)");
+	oneOf(word, {"0", "+", "*"}, "word for a duplicate address (0, +, *)");
 	return word == "*" ? std::optional<bool>() : word == "+";
 }
 
-HostileOutcome outcomeFrom(const std::string& column)
+Outcome outcomeFrom(const std::string& column)
 {
 	std::istringstream stream(column);
 	std::string owner;
-	std::string away;
-	std::string twice;
+	std::string outage;
+	std::string duplicate;
 	std::string after;
 	std::string more;
-	if (!(stream >> owner >> away >> twice >> after) || stream >> more)
+	if (!(stream >> owner >> outage >> duplicate >> after) || stream >> more)
 	{
-		throw LabError("an outcome is owner, how the service is away, two owners, owner after it: \"" + column +
-		               "\" is not");
+		throw LabError("an outcome is owner, outage, duplicate address, owner after it: \"" + column + "\" is not");
 	}
-	return {oneOf(owner, {"a", "b", "a+b", "none", "either", "any"}, "owner"), awayFrom(away), twiceFrom(twice),
-	        oneOf(after, {"a", "b", "either"}, "node")};
+	return {oneOf(owner, {"a", "b", "a+b", "none", "either", "any"}, "owner"), outageFrom(outage),
+	        duplicateFrom(duplicate), oneOf(after, {"a", "b", "either"}, "node")};
 }
 
-void readAttack(const std::string& word, HostileCell& cell)
+void readAttack(const std::string& word, Case& cell)
 {
 	const std::size_t colon = word.find(':');
 	cell.attack = word.substr(0, colon);
 	cell.detail = colon == std::string::npos ? std::string() : word.substr(colon + 1);
 	attackNamed(cell.attack);
-	static const std::set<std::string> forging{"forged", "forged-service", "repeated", "spoofed"};
+	static const std::set<std::string> forging{"forged", "forged-service", "repeated", "spoofed-partner"};
 	if (forging.contains(cell.attack))
 	{
 		forgedHeartbeat(cell.detail);
@@ -100,20 +100,24 @@ void readAttack(const std::string& word, HostileCell& cell)
 	{
 		nodeFrom(cell.detail);
 	}
+	else if (cell.attack == "icmp-wrong-id" || cell.attack == "icmp-requests")
+	{
+		sourcesNamed(cell.target, cell.detail);
+	}
 	else if (!cell.detail.empty())
 	{
-		throw LabError("the attack " + cell.attack + " has no further words");
+		throw LabError("the attack " + cell.attack + " has no detail");
 	}
 }
 
-HostileCell cellFrom(const std::vector<std::string>& columns)
+Case cellFrom(const std::vector<std::string>& columns)
 {
-	if (columns.size() < 7 || columns.size() > 8)
+	if (columns.size() < 8 || columns.size() > 9)
 	{
-		throw LabError("a row has seven or eight columns: attack, node that serves, target, event, outcome without "
-		               "guard, with the firewall, with fixed neighbours, note");
+		throw LabError("a row has eight or nine columns: attack, node that serves, target, event, outcome without "
+		               "mitigation, with the port closed, with the firewall, with fixed neighbours, note");
 	}
-	HostileCell cell;
+	Case cell;
 	readAttack(columns[0], cell);
 	cell.master = nodeFrom(columns[1]);
 	cell.target = nodeFrom(columns[2]);
@@ -125,31 +129,34 @@ HostileCell cellFrom(const std::vector<std::string>& columns)
 		cell.name += "/" + columns[3];
 	}
 	cell.outcomes[0] = outcomeFrom(columns[4]);
-	cell.outcomes[1] = outcomeFrom(columns[5]);
-	cell.outcomes[2] = columns[6] == "=" ? cell.outcomes[1] : outcomeFrom(columns[6]);
+	for (std::size_t step = 1; step < cell.outcomes.size(); ++step)
+	{
+		const std::string& column = columns[4 + step];
+		cell.outcomes[step] = column == "=" ? cell.outcomes[step - 1] : outcomeFrom(column);
+	}
 	const bool open = std::any_of(cell.outcomes.begin(), cell.outcomes.end(),
-	                              [](const HostileOutcome& outcome) { return outcome.after == "either"; });
+	                              [](const Outcome& outcome) { return outcome.after == "either"; });
 	if (open && attackNamed(cell.attack).lasting)
 	{
-		throw LabError("the node that serves after the attack " + cell.attack + " has to be told");
+		throw LabError("the node that serves after the attack " + cell.attack + " has to be given");
 	}
-	cell.note = columns.size() == 8 ? columns[7] : std::string();
+	cell.note = columns.size() == 9 ? columns[8] : std::string();
 	return cell;
 }
 
 } // namespace
 
-const char* nameOf(Away away)
+const char* nameOf(Outage outage)
 {
-	switch (away)
+	switch (outage)
 	{
-	case Away::none:
+	case Outage::none:
 		return "-";
-	case Away::some:
+	case Outage::some:
 		return "some";
-	case Away::mostly:
+	case Outage::mostly:
 		return "mostly";
-	case Away::lasting:
+	case Outage::lasting:
 		return "lasting";
 	default:
 		return "any";
@@ -161,9 +168,9 @@ bool isOwner(const std::string& owners, const std::string& word)
 	return word == "any" || owners == word || (word == "either" && (owners == "a" || owners == "b"));
 }
 
-std::vector<HostileCell> parseHostileTable(const std::string& text)
+std::vector<Case> parseTable(const std::string& text)
 {
-	std::vector<HostileCell> cells;
+	std::vector<Case> cells;
 	std::istringstream stream(text);
 	int number = 0;
 	for (std::string line; std::getline(stream, line);)
@@ -176,9 +183,8 @@ std::vector<HostileCell> parseHostileTable(const std::string& text)
 		}
 		try
 		{
-			const HostileCell cell = cellFrom(columnsOf(content));
-			if (std::any_of(cells.begin(), cells.end(),
-			                [&](const HostileCell& other) { return other.name == cell.name; }))
+			const Case cell = cellFrom(columnsOf(content));
+			if (std::any_of(cells.begin(), cells.end(), [&](const Case& other) { return other.name == cell.name; }))
 			{
 				throw LabError("the case " + cell.name + " is there twice");
 			}
@@ -192,9 +198,9 @@ std::vector<HostileCell> parseHostileTable(const std::string& text)
 	return cells;
 }
 
-std::vector<HostileCell> readHostileTable(const std::string& path)
+std::vector<Case> readTable(const std::string& path)
 {
-	return parseHostileTable(contentOf(path.empty() ? VELARIX_LAB_HOSTILE : path));
+	return parseTable(contentOf(path.empty() ? VELARIX_LAB_HOSTILE : path));
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

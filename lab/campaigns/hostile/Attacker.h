@@ -10,43 +10,43 @@
 #include "lab/campaigns/hostile/Attacks.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
-struct StrangerPlan
+struct AttackerPlan
 {
 	std::string attack;
 	std::string detail{}; ///< of forged heartbeats: the fields; of "replay": whose heartbeat
 	HostId target = HostId::a;
 	std::uint64_t seed = 1;
-	long count = 10000; ///< see AttackOrders
+	long count = 10000; ///< see AttackParameters
 };
 
-class Stranger
+class Attacker
 {
 public:
-	/// Begins. For a replay it first waits for the heartbeat that is overheard.
-	/// `lab` must outlive the stranger.
+	/// Begins. For a replay it first waits for the heartbeat that is captured.
+	/// `lab` must outlive the attacker.
 	/// @throws LabError when there is no such attack, or nothing is overheard
-	Stranger(Lab& lab, const StrangerPlan& plan);
+	Attacker(Lab& lab, const AttackerPlan& plan);
 	/// Ends it.
-	~Stranger();
-	Stranger(const Stranger&) = delete;
-	Stranger& operator=(const Stranger&) = delete;
+	~Attacker();
+	Attacker(const Attacker&) = delete;
+	Attacker& operator=(const Attacker&) = delete;
 
-	/// Waits until he has got hold of the receiver, or at least begun.
-	/// @param guarded  he cannot get hold of it
+	/// Waits until the receiver serves its connection, or it has at least begun.
+	/// @param mitigated  the receiver will not serve it
 	/// @throws LabError when it does not come to that
-	void awaitHold(bool guarded);
+	void awaitHold(bool mitigated);
 	/// Waits for an attack that ends by itself.
 	void awaitEnd();
-	/// Ends the attack and gives back what the stranger has borrowed.
+	/// Ends the attack and gives the taken address back.
 	/// @throws LabError when the attack failed by itself
 	void end();
 
 	bool lasting() const { return m_attack.lasting; }
 	/// The heartbeat that is forged or replayed; empty: the attack has none.
-	const std::string& words() const { return m_orders.words; }
+	const std::string& payload() const { return m_parameters.payload; }
 	const AttackTally& tally() const { return m_tally; }
 
 private:
@@ -54,7 +54,7 @@ private:
 	const AttackInfo& m_attack;
 	std::atomic<bool> m_stop{false};
 	std::atomic<bool> m_ended{false};
-	AttackOrders m_orders;
+	AttackParameters m_parameters;
 	AttackTally m_tally;
 	std::string m_problem;
 	std::thread m_thread;
@@ -62,4 +62,4 @@ private:
 	void join();
 };
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

@@ -1,15 +1,15 @@
-/// What a stranger says to a heartbeat port: heartbeats that no agent sent, and
+/// What an attacker says to a heartbeat port: heartbeats that no agent sent, and
 /// texts that are none.
 #pragma once
 
 #include <random>
 #include <string>
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 /// The start time that every forged heartbeat carries; no agent of a lab sends it,
-/// so a log tells who was heard.
+/// so a log shows which messages were forged.
 inline constexpr const char* forgedTime = "20000101000000";
 
 /// The same in random messages that resemble heartbeats.
@@ -31,6 +31,6 @@ std::string forgedLogLine();
 /// Up to 600 bytes that hold no heartbeat, however they are cut into reads (two that are
 /// read as one may): noise, heartbeats with a wrong prefix or too few fields, format
 /// directives, slashes only.
-std::string randomWords(std::mt19937_64& random);
+std::string randomPayload(std::mt19937_64& random);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

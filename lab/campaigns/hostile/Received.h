@@ -3,16 +3,16 @@
 
 #include <string>
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
-struct HeardCounts
+struct ReceivedCounts
 {
 	long all = 0;     ///< messages, each read of the socket being one
 	long partner = 0; ///< of them heartbeats of an agent: its partner's, and what is replayed of them
 };
 
 /// @param log  text of a node's log
-HeardCounts heardIn(const std::string& log);
+ReceivedCounts receivedIn(const std::string& log);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile
