@@ -37,7 +37,7 @@ int loopback()
 std::uint32_t randomNumber()
 {
 	std::uint32_t number = 0;
-	static_cast<void>(::getrandom(&number, sizeof number, 0));
+	[[maybe_unused]] const ssize_t length = ::getrandom(&number, sizeof number, 0);
 	return number;
 }
 
