@@ -113,13 +113,14 @@ void atLeast(const char* what, long seen, long least, const Report& differs)
 	}
 }
 
-/// A pair that has lost a node, or is busy with a failure, says nothing about received heartbeats.
+/// A pair that has lost a node, is busy with a failure, or may be, says nothing about received heartbeats.
 void partnerDifferences(const Record& record, const Plan& plan, bool keptOut, const Report& differs)
 {
 	const Millis lasted(record.during.durationMs);
 	const PartnerReceived open = attackNamed(plan.cell.attack).partner;
 	const PartnerReceived wanted = keptOut ? PartnerReceived::always : open;
-	if (plan.cell.event || wanted == PartnerReceived::sometimes)
+	const bool undecided = plan.cell.expected(plan.mitigation).outage == Outage::any;
+	if (plan.cell.event || undecided || wanted == PartnerReceived::sometimes)
 	{
 		return;
 	}
