@@ -6,6 +6,7 @@
 
 #include "ctl/check/Check.h"
 #include "ctl/init/Answers.h"
+#include "ctl/init/FirewallRules.h"
 #include "ctl/init/PairSettings.h"
 #include "ctl/init/Placement.h"
 #include "ctl/render/CheckOutput.h"
@@ -34,6 +35,7 @@ struct InitOptions
 struct NodeFiles
 {
 	fs::path settings;
+	fs::path firewall; ///< beside the settings
 	fs::path runInfo;
 	bool installed = false;
 };
@@ -42,10 +44,11 @@ NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
 {
 	if (options.here == node)
 	{
-		return {paths.settings, paths.runInfo, true};
+		return {paths.settings, paths.settings.parent_path() / kFirewallFile, paths.runInfo, true};
 	}
 	const fs::path directory = fs::path(options.output) / textOf(node);
-	return {directory / paths.settings.filename(), directory / paths.runInfo.filename(), false};
+	return {directory / paths.settings.filename(), directory / kFirewallFile, directory / paths.runInfo.filename(),
+	        false};
 }
 
 void complete(Answers& answers, const Context& context)
@@ -107,6 +110,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		const std::string text = settingsText(options.answers, node);
 		texts.push_back(SettingsFile::parse(place.settings, text));
 		files.push_back({place.settings, text, false});
+		files.push_back({place.firewall, firewallRules(options.answers, node), false});
 		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
 		places.push_back(place);
 	}
@@ -157,7 +161,7 @@ void addAnswers(CLI::App& verb, Answers& answers)
 
 void addInit(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("init", "write the settings files and run-info records of both nodes");
+	CLI::App* verb = app.add_subcommand("init", "write settings, firewall rules and run-info records of both nodes");
 	const auto options = std::make_shared<InitOptions>();
 	addAnswers(*verb, options->answers);
 	const CLI::IsMember nodes({"a", "b"});

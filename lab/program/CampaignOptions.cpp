@@ -93,19 +93,23 @@ void addSoak(CLI::App& app, Arguments& arguments, int& status)
 
 void addHostile(CLI::App& app, Arguments& arguments, int& status)
 {
-	CLI::App* command = app.add_subcommand("hostile", "Let strangers loose on pairs and compare with what is expected");
+	CLI::App* command =
+	    app.add_subcommand("hostile", "Attack pairs from a third host and compare with what is expected");
 	addLabOptions(*command, arguments.installRoot, arguments.times);
-	HostileOptions& hostile = arguments.hostile;
+	hostile::Options& hostile = arguments.hostile;
 	command->add_option("--attack", hostile.attacks, "A case or a group of cases, or all (again for more)");
 	command->add_option("--seed", hostile.seed, "Random messages follow from it")->capture_default_str();
 	command->add_option("--count", hostile.count, "Random messages of an attack")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 1000000));
-	command->add_flag("--firewall", hostile.firewall, "Behind the packet filter of docs/operating.md");
-	command->add_flag("--neighbours", hostile.neighbours, "And with the fixed neighbours of docs/security.md");
+	command
+	    ->add_option("--mitigation", hostile.mitigation,
+	                 "port: the shipped rules for the heartbeat port; firewall: all shipped rules; neighbours: "
+	                 "and fixed ARP entries, and hardware addresses in the rules")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"none", "port", "firewall", "neighbours"}));
 	command->add_option("--jobs", hostile.jobs, "Pairs side by side")->capture_default_str()->check(CLI::Range(1, 64));
-	command->add_flag("--json", hostile.json, "The report as JSON");
-	command->add_flag("--markdown", hostile.markdown, "The report as a table for a document");
+	command->add_flag("--json", hostile.json, "The records as JSON, for evidence/scripts/render_attacks.py");
 	command->add_option("--output", hostile.output, "Write the report to this file");
 	command->add_option("--expectations", hostile.table, "Table of what is expected (default: the built-in one)");
 	command->add_option("--timelines", hostile.timelines, "Directory for the timelines of cases that differ");
@@ -116,7 +120,7 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 	    {
 		    arguments.hostile.installRoot = arguments.installRoot;
 		    arguments.hostile.times = arguments.times;
-		    status = runHostileCommand(arguments.hostile);
+		    status = hostile::runCommand(arguments.hostile);
 	    });
 }
 

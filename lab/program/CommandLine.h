@@ -25,7 +25,7 @@ struct Arguments
 	ChaosCommand chaos;
 	SoakCommand soak;
 	int slack = 2000;
-	HostileOptions hostile;
+	hostile::Options hostile;
 	std::string installRoot;
 	PairTimes times;
 	std::string name = "lab";

@@ -4,11 +4,11 @@
 #include <iostream>
 
 #include "lab/campaigns/Campaign.h"
-#include "lab/campaigns/hostile/HostileRun.h"
+#include "lab/campaigns/hostile/Run.h"
 #include "lab/campaigns/matrix/Wishes.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
@@ -17,16 +17,16 @@ namespace
 /// The longest case waits for thousands of messages.
 constexpr Millis caseLimit{3600000};
 
-std::vector<HostileCell> chosen(const HostileOptions& options)
+std::vector<Case> chosen(const Options& options)
 {
-	const std::vector<HostileCell> all = readHostileTable(options.table);
+	const std::vector<Case> all = readTable(options.table);
 	const bool every = std::find(options.attacks.begin(), options.attacks.end(), "all") != options.attacks.end();
 	return wished(all, every ? std::vector<std::string>() : options.attacks, "case");
 }
 
-int listCases(const std::vector<HostileCell>& cells)
+int listCases(const std::vector<Case>& cells)
 {
-	for (const HostileCell& cell : cells)
+	for (const Case& cell : cells)
 	{
 		std::cout << cell.name << ": " << attackNamed(cell.attack).what << (cell.note.empty() ? "" : "; " + cell.note)
 		          << '\n';
@@ -35,9 +35,9 @@ int listCases(const std::vector<HostileCell>& cells)
 }
 
 /// On standard error, so that the report can go elsewhere.
-void tell(const HostileRecord& record, std::size_t done, std::size_t all)
+void report(const Record& record, std::size_t done, std::size_t all)
 {
-	std::cerr << "[" << done << "/" << all << "] " << record.name << ", guard " << record.guard << ": "
+	std::cerr << "[" << done << "/" << all << "] " << record.name << ", mitigation " << record.mitigation << ": "
 	          << (record.differences.empty() ? "as expected" : "DIFFERS") << '\n';
 	for (const std::string& difference : record.differences)
 	{
@@ -45,38 +45,38 @@ void tell(const HostileRecord& record, std::size_t done, std::size_t all)
 	}
 }
 
-HostileRecord recordFromChild(const ChildResult& result, const HostilePlan& plan)
+Record recordFromChild(const ChildResult& result, const Plan& plan)
 {
 	if (result.problem.empty())
 	{
-		return hostileRecordFrom(result.text);
+		return recordFrom(result.text);
 	}
-	HostileRecord record;
+	Record record;
 	record.name = plan.cell.name;
-	record.guard = nameOf(plan.guard);
+	record.mitigation = nameOf(plan.mitigation);
 	record.differences.push_back("the run failed: " + result.problem);
 	return record;
 }
 
-std::vector<HostileRecord> runAll(const HostileOptions& options, const std::vector<HostileCell>& cells)
+std::vector<Record> runAll(const Options& options, const std::vector<Case>& cells)
 {
 	requireLab(options.installRoot);
-	const Guard guard = options.neighbours ? Guard::neighbours : (options.firewall ? Guard::firewall : Guard::none);
-	std::vector<HostilePlan> plans;
+	const Mitigation mitigation = mitigationNamed(options.mitigation);
+	std::vector<Plan> plans;
 	plans.reserve(cells.size());
-	for (const HostileCell& cell : cells)
+	for (const Case& cell : cells)
 	{
-		plans.push_back({cell, guard, {options.times}, options.seed, options.count, options.installRoot});
+		plans.push_back({cell, mitigation, {options.times}, options.seed, options.count, options.installRoot});
 	}
-	std::vector<HostileRecord> records(plans.size());
+	std::vector<Record> records(plans.size());
 	std::size_t done = 0;
 	runInChildren(
-	    plans.size(), options.jobs, caseLimit, [&](std::size_t index) { return toJson(runHostile(plans[index])); },
+	    plans.size(), options.jobs, caseLimit, [&](std::size_t index) { return toJson(runCase(plans[index])); },
 	    [&](const ChildResult& result)
 	    {
-		    HostileRecord record = recordFromChild(result, plans[result.index]);
-		    tell(record, ++done, plans.size());
-		    keepTimeline(options.timelines, record.name + " " + record.guard, record.timeline);
+		    Record record = recordFromChild(result, plans[result.index]);
+		    report(record, ++done, plans.size());
+		    keepTimeline(options.timelines, record.name + " " + record.mitigation, record.timeline);
 		    records[result.index] = std::move(record);
 	    });
 	return records;
@@ -84,20 +84,18 @@ std::vector<HostileRecord> runAll(const HostileOptions& options, const std::vect
 
 } // namespace
 
-int runHostileCommand(const HostileOptions& options)
+int runCommand(const Options& options)
 {
-	const std::vector<HostileCell> cells = chosen(options);
+	const std::vector<Case> cells = chosen(options);
 	if (options.list)
 	{
 		return listCases(cells);
 	}
-	const std::vector<HostileRecord> records = runAll(options, cells);
-	deliver(options.json ? toJson(records) : (options.markdown ? toMarkdown(records) : toText(records)),
-	        options.output);
-	return std::all_of(records.begin(), records.end(),
-	                   [](const HostileRecord& record) { return record.differences.empty(); })
+	const std::vector<Record> records = runAll(options, cells);
+	deliver(options.json ? toJson(records) : toText(records), options.output);
+	return std::all_of(records.begin(), records.end(), [](const Record& record) { return record.differences.empty(); })
 	           ? 0
 	           : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

@@ -1,5 +1,5 @@
-/// `velarix-lab hostile`: strangers on the networks against pairs, and
-/// what the guards of the documents do about it.
+/// `velarix-lab hostile`: attacks on pairs from a third host, and what each mitigation
+/// does about them.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,10 @@
 
 #include "lab/core/NodeSettings.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
-struct HostileOptions
+struct Options
 {
 	std::filesystem::path installRoot{};
 	PairTimes times{};
@@ -20,18 +20,16 @@ struct HostileOptions
 	std::uint64_t seed = 1;
 	long count = 10000;
 	int jobs = 4;
-	bool firewall = false;
-	bool neighbours = false; ///< and the firewall
+	std::string mitigation = "none"; ///< see mitigationNamed
 	bool json = false;
-	bool markdown = false;
 	bool list = false;
 	std::string output{};    ///< file for the report; empty: standard output
 	std::string table{};     ///< file with the expectations; empty: that of this build
 	std::string timelines{}; ///< directory for the timelines of cases that differ; empty: none
 };
 
-/// @return exit status: 0 when every case was as written down, else 1
+/// @return exit status: 0 when every case was as expected, else 1
 /// @throws LabError
-int runHostileCommand(const HostileOptions& options);
+int runCommand(const Options& options);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

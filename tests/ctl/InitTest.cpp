@@ -63,8 +63,10 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	const Outcome outcome = run(arguments());
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(anonymous(outcome.out), "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/firewall.nft\n"
 	                                  "written: /pair/a/runinfo.txt\n"
 	                                  "written: /pair/b/config.ini\n"
+	                                  "written: /pair/b/firewall.nft\n"
 	                                  "written: /pair/b/runinfo.txt\n");
 	EXPECT_EQ(outcome.err, "");
 	expectGolden("init-a.ini", readFile(file("a/config.ini")));
@@ -76,6 +78,29 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 TEST_F(Init, TheRecordIsTheOneThatThePackagesInstall)
 {
 	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
+}
+
+TEST_F(Init, TheFirewallKnowsTheNodeAndItsPartner)
+{
+	run(arguments({"--port=300"}));
+	const std::string a = readFile(file("a/firewall.nft"));
+	const std::string b = readFile(file("b/firewall.nft"));
+	EXPECT_THAT(a, HasSubstr("define port = 300 "));
+	EXPECT_THAT(a, HasSubstr("define address = 192.0.2.1 "));
+	EXPECT_THAT(a, HasSubstr("define partner = 192.0.2.2\n"));
+	EXPECT_THAT(b, HasSubstr("define address = 192.0.2.2 "));
+	EXPECT_THAT(b, HasSubstr("define partner = 192.0.2.1\n"));
+	for (const std::string& rules : {a, b})
+	{
+		EXPECT_THAT(rules, HasSubstr("define gateway = 192.0.2.254 "));
+		EXPECT_THAT(rules, HasSubstr("define virtual_ip = 198.51.100.10\n")) << "without the prefix length";
+	}
+}
+
+TEST_F(Init, WithTheAnswersOfTheExampleTheFirewallIsTheShippedOne)
+{
+	run(arguments());
+	EXPECT_EQ(readFile(file("a/firewall.nft")), readFile(VELARIX_PACKAGING "/firewall/velarix-ha.nft"));
 }
 
 TEST_F(Init, WhatItWritesPassesTheCheckOnBothSides)
@@ -250,9 +275,11 @@ TEST_F(Init, ForcedItKeepsACopyOfWhatItReplaces)
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(anonymous(outcome.out), "copy: /pair/a/config.ini.20260301T120000Z\n"
 	                                  "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/firewall.nft\n"
 	                                  "copy: /pair/a/runinfo.txt.20260301T120000Z\n"
 	                                  "written: /pair/a/runinfo.txt\n"
 	                                  "written: /pair/b/config.ini\n"
+	                                  "written: /pair/b/firewall.nft\n"
 	                                  "written: /pair/b/runinfo.txt\n");
 	EXPECT_EQ(readFile(file("a/config.ini.20260301T120000Z")), "mine");
 	EXPECT_EQ(readFile(file("a/runinfo.txt.20260301T120000Z")), "my record");
@@ -276,8 +303,10 @@ TEST_F(Init, InPlaceTheRecordOfStartsIsKept)
 	const Outcome outcome = runBelow(arguments({"--this=b", "--force"}));
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(anonymous(outcome.out), "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/firewall.nft\n"
 	                                  "written: /pair/a/runinfo.txt\n"
 	                                  "written: /usr/velarix/bin/ini/config.ini\n"
+	                                  "written: /usr/velarix/bin/ini/firewall.nft\n"
 	                                  "kept: /usr/velarix/bin/log/runinfo.txt\n");
 	EXPECT_EQ(SettingsFile::load(settings()).integer(key::kMode), 2);
 	EXPECT_THAT(readFile(below("/usr/velarix/bin/log/runinfo.txt")), HasSubstr("20260228000000"));

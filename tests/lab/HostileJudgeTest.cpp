@@ -5,63 +5,64 @@
 
 #include <gtest/gtest.h>
 
-#include "lab/campaigns/hostile/HostileJudge.h"
+#include "lab/campaigns/hostile/Judge.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
 {
 
-HostileRecord calmRecord()
+Record calmRecord()
 {
-	HostileRecord record;
+	Record record;
 	record.during.owner = "a";
 	record.owner = "a";
 	record.before.roles = {"master", "slave"};
 	record.after.roles = {"master", "slave"};
-	record.before.agents = {AgentVitals{10, 4, 5, 7000}, AgentVitals{11, 4, 5, 7000}};
+	record.before.agents = {AgentFigures{10, 4, 5, 7000}, AgentFigures{11, 4, 5, 7000}};
 	record.after.agents = record.before.agents;
-	record.during.to = Millis(10000);
+	record.during.durationMs = 10000;
 	record.tries = 200;
 	record.connections = 200;
 	record.messages = 200;
 	record.atOnce = 200;
 	record.open = 64;
-	record.heard = 4;
+	record.received = 4;
 	record.read = 210;
 	record.partner = 10;
 	return record;
 }
 
-HostilePlan planOf(const std::string& row, Guard guard = Guard::none)
+Plan planOf(const std::string& row, Mitigation mitigation = Mitigation::none)
 {
-	HostilePlan plan;
-	plan.cell = parseHostileTable(row).front();
-	plan.guard = guard;
+	Plan plan;
+	plan.cell = parseTable(row).front();
+	plan.mitigation = mitigation;
 	plan.count = 200;
 	return plan;
 }
 
-/// What is told of a record that was calm but for the change.
-std::string toldOf(const HostilePlan& plan, const std::function<void(HostileRecord&)>& change)
+/// What is reported of a record that was calm but for the change.
+std::string reportedOf(const Plan& plan, const std::function<void(Record&)>& change)
 {
-	HostileRecord record = calmRecord();
+	Record record = calmRecord();
 	change(record);
 	const std::vector<std::string> found = differencesOf(record, plan);
 	return found.size() == 1 ? found.front() : std::to_string(found.size()) + " differences";
 }
 
 /// The same for an attack that leaves the service on node a.
-std::string toldOfAttack(const std::string& attack, Guard guard, const std::function<void(HostileRecord&)>& change)
+std::string reportedOfAttack(const std::string& attack, Mitigation mitigation,
+                             const std::function<void(Record&)>& change)
 {
-	return toldOf(planOf(attack + " | a | b | - | a - 0 a | a - 0 a | =\n", guard), change);
+	return reportedOf(planOf(attack + " | a | b | - | a - 0 a | a - 0 a | = | =\n", mitigation), change);
 }
 
-/// What the record has behind a guard that keeps the stranger out.
-void keepOut(HostileRecord& record)
+/// What the record has behind a mitigation that keeps the attacker out.
+void keepOut(Record& record)
 {
-	record.connections = record.messages = record.atOnce = record.open = record.heard = 0;
+	record.connections = record.messages = record.atOnce = record.open = record.received = 0;
 	record.read = record.partner;
 	record.dropped = 1;
 }
@@ -70,30 +71,36 @@ void keepOut(HostileRecord& record)
 
 TEST(HostileTable, RefusesWhatItDoesNotKnow)
 {
-	const std::string good = "hold | a | b | power-off:a | none lasting 0 b | b some 0 b | =\n";
-	EXPECT_EQ(parseHostileTable(good).front().name, "hold/b/standby/power-off:a");
-	EXPECT_EQ(parseHostileTable(good).front().expected(Guard::neighbours).away, Away::some);
+	const std::string good = "hold-connection | a | b | power-off:a | none lasting 0 b | b some 0 b | = | =\n";
+	EXPECT_EQ(parseTable(good).front().name, "hold-connection/b/standby/power-off:a");
+	EXPECT_EQ(parseTable(good).front().expected(Mitigation::neighbours).outage, Outage::some);
 	for (const char* bad :
-	     {"hold | a | b | - | a - 0 a | a - 0 a\n", "hug | a | b | - | a - 0 a | a - 0 a | =\n",
-	      "hold | c | b | - | a - 0 a | a - 0 a | =\n", "hold | a | b | - | a - 0 | a - 0 a | =\n",
-	      "hold | a | b | - | a never 0 a | a - 0 a | =\n", "hold | a | b | - | a - 1 a | a - 0 a | =\n",
-	      "forged:3 | a | b | - | a - 0 a | a - 0 a | =\n", "hold:a | a | b | - | a - 0 a | a - 0 a | =\n",
-	      "pretend | a | b | - | a - 0 either | a - 0 a | =\n", "repeated | a | b | - | a - 0 a | a - 0 a | =\n",
-	      "replay:x | a | b | - | a - 0 a | a - 0 a | =\n", "hold | a | b | nap:a | a - 0 a | a - 0 a | =\n"})
+	     {"hold-connection | a | b | - | a - 0 a | a - 0 a\n", "hug | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "hold-connection | c | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "hold-connection | a | b | - | a - 0 | a - 0 a | = | =\n",
+	      "hold-connection | a | b | - | a never 0 a | a - 0 a | = | =\n",
+	      "hold-connection | a | b | - | a - 1 a | a - 0 a | = | =\n",
+	      "forged:3 | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "hold-connection:a | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "false-master | a | b | - | a - 0 either | a - 0 a | = | =\n",
+	      "repeated | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "icmp-wrong-id:client | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "replay:x | a | b | - | a - 0 a | a - 0 a | = | =\n",
+	      "hold-connection | a | b | nap:a | a - 0 a | a - 0 a | = | =\n"})
 	{
-		EXPECT_THROW(parseHostileTable(bad), LabError) << bad;
+		EXPECT_THROW(parseTable(bad), LabError) << bad;
 	}
-	EXPECT_THROW(parseHostileTable(good + good), LabError);
-	EXPECT_THROW(parseHostileTable("forged-service | a | b | - | a - 0 a | a - 0 a | =\n"), LabError);
+	EXPECT_THROW(parseTable(good + good), LabError);
+	EXPECT_THROW(parseTable("forged-service | a | b | - | a - 0 a | a - 0 a | = | =\n"), LabError);
 }
 
 TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
 {
-	const std::vector<HostileCell> cells = readHostileTable("");
+	const std::vector<Case> cells = readTable("");
 	for (const AttackInfo& attack : allAttacks())
 	{
-		EXPECT_TRUE(std::any_of(cells.begin(), cells.end(),
-		                        [&](const HostileCell& cell) { return cell.attack == attack.name; }))
+		EXPECT_TRUE(
+		    std::any_of(cells.begin(), cells.end(), [&](const Case& cell) { return cell.attack == attack.name; }))
 		    << attack.name;
 	}
 	EXPECT_EQ(std::count_if(cells.begin(), cells.end(),
@@ -101,186 +108,199 @@ TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
 	          2 * 2 * 8);
 }
 
-TEST(HostileJudge, TellsEachDifference)
+TEST(HostileJudge, ReportsEachDifference)
 {
-	const HostilePlan plan = planOf("silent | a | b | - | a - 0 a | a - 0 a | =\n");
+	const Plan plan = planOf("silent | a | b | - | a - 0 a | a - 0 a | = | =\n");
 	EXPECT_EQ(differencesOf(calmRecord(), plan), std::vector<std::string>{});
-	const auto told = [&](const std::function<void(HostileRecord&)>& change) { return toldOf(plan, change); };
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.outage = Millis(1200); }),
-	          "service away some (1.200 s), expected -");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.moves = 2; }), "moves 2, expected none");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.twoOwners = Millis(20); }),
-	          "two owners for 0.020 s, expected no time");
-	EXPECT_EQ(told([](HostileRecord& record) { record.during.ended = "b"; }),
+	const auto told = [&](const std::function<void(Record&)>& change) { return reportedOf(plan, change); };
+	EXPECT_EQ(told([](Record& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
+	EXPECT_EQ(told([](Record& record) { record.during.outageMs = 1200; }), "outage some (1.200 s), expected -");
+	EXPECT_EQ(told([](Record& record) { record.during.moves = 2; }), "moves 2, expected none");
+	EXPECT_EQ(told([](Record& record) { record.during.duplicateMs = 20; }),
+	          "duplicate address for 0.020 s, expected no time");
+	EXPECT_EQ(told([](Record& record) { record.during.ended = "b"; }),
 	          "agents that ended by themselves: b, expected none");
-	EXPECT_EQ(told([](HostileRecord& record) { record.owner = "none"; }), "owner at rest none, expected a");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.roles[1] = "master"; }),
-	          "role of node b master, expected slave");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[1].pid = 0; }),
+	EXPECT_EQ(told([](Record& record) { record.owner = "none"; }), "owner at rest none, expected a");
+	EXPECT_EQ(told([](Record& record) { record.after.roles[1] = "master"; }), "role of node b master, expected slave");
+	EXPECT_EQ(told([](Record& record) { record.after.agents[1].pid = 0; }),
 	          "agent of node b gone, expected the same process");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[0].threads = 3; }),
-	          "threads of node a 3, expected 4");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[0].descriptors = 8; }),
+	EXPECT_EQ(told([](Record& record) { record.after.agents[0].threads = 3; }), "threads of node a 3, expected 4");
+	EXPECT_EQ(told([](Record& record) { record.after.agents[0].descriptors = 8; }),
 	          "descriptors of node a 8, expected at most 7");
-	EXPECT_EQ(told([](HostileRecord& record) { record.after.agents[0].residentKib = 11097; }),
+	EXPECT_EQ(told([](Record& record) { record.after.agents[0].residentKib = 11097; }),
 	          "resident KiB of node a 11097, expected at most 11096");
 }
 
-TEST(HostileJudge, TellsEachAttackThatDidNotHappen)
+TEST(HostileJudge, ReportsEachAttackThatDidNotHappen)
 {
-	const auto told = [](const std::string& attack, const std::function<void(HostileRecord&)>& change)
-	{ return toldOfAttack(attack, Guard::none, change); };
-	EXPECT_EQ(told("silent", [](HostileRecord& record) { record.connections = 0; }),
-	          "connections 0, expected at least 1");
-	EXPECT_EQ(told("syn-flood", [](HostileRecord& record) { record.tries = 0; }), "tries 0, expected at least 1");
-	EXPECT_EQ(told("scan-syn", [](HostileRecord& record) { record.tries = 65534; }),
-	          "tries 65534, expected at least 65535");
-	EXPECT_EQ(told("random", [](HostileRecord& record) { record.messages = 199; }),
+	const auto told = [](const std::string& attack, const std::function<void(Record&)>& change)
+	{ return reportedOfAttack(attack, Mitigation::none, change); };
+	EXPECT_EQ(told("silent", [](Record& record) { record.connections = 0; }), "connections 0, expected at least 1");
+	EXPECT_EQ(told("syn-flood", [](Record& record) { record.tries = 0; }), "tries 0, expected at least 1");
+	EXPECT_EQ(told("scan-syn", [](Record& record) { record.tries = 65534; }), "tries 65534, expected at least 65535");
+	EXPECT_EQ(told("random", [](Record& record) { record.messages = 199; }),
 	          "messages written 199, expected at least 200");
-	EXPECT_EQ(told("random-read", [](HostileRecord& record) { record.messages = 9; }),
+	EXPECT_EQ(told("random-one-by-one", [](Record& record) { record.messages = 9; }),
 	          "messages written 9, expected at least 10");
-	EXPECT_EQ(told("resets", [](HostileRecord& record) { record.connections = 19; }),
-	          "connections 19, expected at least 20");
-	EXPECT_EQ(told("connections", [](HostileRecord& record) { record.atOnce = 199; }),
+	EXPECT_EQ(told("resets", [](Record& record) { record.connections = 19; }), "connections 19, expected at least 20");
+	EXPECT_EQ(told("client-pool", [](Record& record) { record.atOnce = 199; }),
 	          "clients at once 199, expected at least 200");
-	EXPECT_EQ(told("connections", [](HostileRecord& record) { record.open = 63; }),
+	EXPECT_EQ(told("client-pool", [](Record& record) { record.open = 63; }),
 	          "clients connected at once 63, expected at least 64");
-	EXPECT_EQ(told("forged:1-0-0", [](HostileRecord& record) { record.heard = 0; }),
-	          "messages heard by the target 0, expected at least 1");
-	EXPECT_EQ(told("replay:a", [](HostileRecord& record) { record.heard = 0; }),
-	          "messages heard by the target 0, expected at least 1");
-	EXPECT_EQ(told("line-feeds", [](HostileRecord& record) { record.heard = 0; }),
-	          "messages heard by the target 0, expected at least 1");
-	EXPECT_EQ(told("repeated:2-0-0", [](HostileRecord& record) { record.heard = 3; }),
-	          "messages heard by the target 3, expected at least 4");
-	EXPECT_EQ(told("burst", [](HostileRecord& record) { record.heard = 0; }),
-	          "messages heard by the target 0, expected at least 1");
-	EXPECT_EQ(told("cut", [](HostileRecord& record) { record.connections = 0; }), "0 differences");
+	EXPECT_EQ(told("forged:1-0-0", [](Record& record) { record.received = 0; }),
+	          "messages received by the target 0, expected at least 1");
+	EXPECT_EQ(told("replay:a", [](Record& record) { record.received = 0; }),
+	          "messages received by the target 0, expected at least 1");
+	EXPECT_EQ(told("line-feeds", [](Record& record) { record.received = 0; }),
+	          "messages received by the target 0, expected at least 1");
+	EXPECT_EQ(told("repeated:2-0-0", [](Record& record) { record.received = 3; }),
+	          "messages received by the target 3, expected at least 4");
+	EXPECT_EQ(told("burst", [](Record& record) { record.received = 0; }),
+	          "messages received by the target 0, expected at least 1");
+	EXPECT_EQ(told("arp-cut-partner", [](Record& record) { record.connections = 0; }), "0 differences");
 }
 
 /// What was written need not have been read: the receiver drops those that wait.
-TEST(HostileJudge, TellsMessagesThatNobodyRead)
+TEST(HostileJudge, ReportsMessagesThatWereNotRead)
 {
-	const auto told = [](const std::string& attack, long strangers)
+	const auto told = [](const std::string& attack, long attackers)
 	{
-		return toldOfAttack(attack, Guard::none,
-		                    [&](HostileRecord& record)
-		                    {
-			                    record.partner = 2;
-			                    record.read = 2 + strangers;
-		                    });
+		return reportedOfAttack(attack, Mitigation::none,
+		                        [&](Record& record)
+		                        {
+			                        record.partner = 2;
+			                        record.read = 2 + attackers;
+		                        });
 	};
 	EXPECT_EQ(told("random", 0), "messages read that are not the partner's 0, expected at least 1");
-	EXPECT_EQ(told("random-read", 9), "messages read that are not the partner's 9, expected at least 10");
-	EXPECT_EQ(told("hold", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(told("random-one-by-one", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(told("hold-connection", 9), "messages read that are not the partner's 9, expected at least 10");
 	EXPECT_EQ(told("slow", 9), "messages read that are not the partner's 9, expected at least 10");
-	EXPECT_EQ(told("never-closes", 2), "messages read that are not the partner's 2, expected at least 3");
+	EXPECT_EQ(told("half-closed", 2), "messages read that are not the partner's 2, expected at least 3");
 	EXPECT_EQ(told("silent", 0), "0 differences");
 }
 
-TEST(HostileJudge, ThePartnerHasToPassWhereStrangersAreKeptOut)
+TEST(HostileJudge, ThePartnerHasToPassWhereAttackersAreKeptOut)
 {
-	const auto seldom = [](HostileRecord& record)
+	const auto seldom = [](Record& record)
 	{
 		record.partner = 2;
 		record.read = 202;
 	};
-	const auto keptOut = [&](HostileRecord& record)
+	const auto keptOut = [&](Record& record)
 	{
 		seldom(record);
 		keepOut(record);
 	};
 	const std::string told = "heartbeats of the partner read 2, expected at least 3";
-	EXPECT_EQ(toldOfAttack("syn-flood", Guard::none, seldom), told);
-	EXPECT_EQ(toldOfAttack("syn-flood-bare", Guard::none, seldom), "0 differences");
-	EXPECT_EQ(toldOfAttack("syn-flood-bare", Guard::firewall, keptOut), told);
-	EXPECT_EQ(toldOfAttack("hold", Guard::none, seldom), "0 differences");
-	EXPECT_EQ(toldOfAttack("hold", Guard::firewall, keptOut), told);
-	EXPECT_EQ(toldOfAttack("cut-gateway", Guard::firewall, seldom), "0 differences");
-	const auto often = [](HostileRecord& record) { record.partner = 3; };
-	for (const char* attack : {"hold", "slow", "never-closes", "syn-flood-bare"})
+	EXPECT_EQ(reportedOfAttack("syn-flood", Mitigation::none, seldom), told);
+	EXPECT_EQ(reportedOfAttack("syn-flood-no-cookies", Mitigation::none, seldom), "0 differences");
+	EXPECT_EQ(reportedOfAttack("syn-flood-no-cookies", Mitigation::firewall, keptOut), told);
+	EXPECT_EQ(reportedOfAttack("hold-connection", Mitigation::none, seldom), "0 differences");
+	EXPECT_EQ(reportedOfAttack("hold-connection", Mitigation::firewall, keptOut), told);
+	EXPECT_EQ(reportedOfAttack("arp-cut-gateway", Mitigation::firewall, seldom), "0 differences");
+	const auto often = [](Record& record) { record.partner = 3; };
+	for (const char* attack : {"hold-connection", "slow", "half-closed", "syn-flood-no-cookies"})
 	{
-		EXPECT_EQ(toldOfAttack(attack, Guard::none, often), "heartbeats of the partner read 3, expected at most 2");
+		EXPECT_EQ(reportedOfAttack(attack, Mitigation::none, often),
+		          "heartbeats of the partner read 3, expected at most 2");
 	}
-	EXPECT_EQ(toldOfAttack("cut-gateway", Guard::neighbours, keptOut), told);
-	EXPECT_EQ(toldOfAttack("claim", Guard::neighbours, seldom), "0 differences");
+	EXPECT_EQ(reportedOfAttack("arp-cut-gateway", Mitigation::neighbours, keptOut), told);
+	EXPECT_EQ(reportedOfAttack("arp-claim-service", Mitigation::neighbours, seldom), "0 differences");
 }
 
-TEST(HostileHeard, TellsThePartnersHeartbeatsFromTheStrangers)
+TEST(HostileReceived, TellsThePartnersHeartbeatsFromTheAttackers)
 {
 	const std::string head = "2026-11-21 19:00:00.0 [1:3][CHeartReciver:164] <D> received message: ";
-	const HeardCounts counts =
-	    heardIn(head + "/process/1/1/20261121190000/0/\n" + head + "/process/0/2/20261121190000/1/\n" + head +
-	            "/process/1/1/20000101000000/0/\n" + head + "/process/1/1/20260101000000/1/\n" + head +
-	            "/process/1/1/2026112119000/0/\n" + head + "/proces/1/1/20261121190000/0/\n" + head + "\n" + "poll\n" +
-	            head + "~");
+	const ReceivedCounts counts =
+	    receivedIn(head + "/process/1/1/20261121190000/0/\n" + head + "/process/0/2/20261121190000/1/\n" + head +
+	               "/process/1/1/20000101000000/0/\n" + head + "/process/1/1/20260101000000/1/\n" + head +
+	               "/process/1/1/2026112119000/0/\n" + head + "/proces/1/1/20261121190000/0/\n" + head + "\n" +
+	               "poll\n" + head + "~");
 	EXPECT_EQ(counts.all, 8);
 	EXPECT_EQ(counts.partner, 2);
-	EXPECT_EQ(heardIn("").all, 0);
+	EXPECT_EQ(receivedIn("").all, 0);
 }
 
-TEST(HostileJudge, TellsAGuardThatKeptNobodyOut)
+TEST(HostileJudge, ReportsAMitigationThatStoppedNothing)
 {
-	for (const char* attack : {"random", "connections", "scan-connect", "forged:1-0-0"})
+	for (const char* attack : {"random", "client-pool", "scan-connect", "forged:1-0-0"})
 	{
-		const auto told = [&](const std::function<void(HostileRecord&)>& change)
+		const auto told = [&](const std::function<void(Record&)>& change)
 		{
-			return toldOfAttack(attack, Guard::firewall,
-			                    [&](HostileRecord& record)
-			                    {
-				                    record.tries = 65535;
-				                    keepOut(record);
-				                    change(record);
-			                    });
+			return reportedOfAttack(attack, Mitigation::firewall,
+			                        [&](Record& record)
+			                        {
+				                        record.tries = 65535;
+				                        keepOut(record);
+				                        change(record);
+			                        });
 		};
-		EXPECT_EQ(told([](HostileRecord&) {}), "0 differences") << attack;
-		EXPECT_EQ(told([](HostileRecord& record) { record.connections = 1; }),
-		          "connections behind the guard 1, expected none");
-		EXPECT_EQ(told([](HostileRecord& record) { record.dropped = 0; }),
+		EXPECT_EQ(told([](Record&) {}), "0 differences") << attack;
+		EXPECT_EQ(told([](Record& record) { record.connections = 1; }),
+		          "connections behind the mitigation 1, expected none");
+		EXPECT_EQ(told([](Record& record) { record.dropped = 0; }),
 		          "packets dropped by the firewall 0, expected at least 1");
 	}
-	EXPECT_EQ(toldOfAttack("syn-flood", Guard::neighbours, [](HostileRecord& record) { record.connections = 0; }),
+	EXPECT_EQ(reportedOfAttack("syn-flood", Mitigation::neighbours, [](Record& record) { record.connections = 0; }),
 	          "packets dropped by the firewall 0, expected at least 1");
 }
 
-/// He passes the firewall, and has to; the neighbours stop him, and nothing is dropped.
-TEST(HostileJudge, AStrangerWithThePartnersAddressIsStoppedByTheNeighboursAlone)
+/// It passes the firewall, and has to; fixed hardware addresses stop it, and nothing need be dropped.
+TEST(HostileJudge, ASpoofedPartnerIsStoppedByTheNeighboursAlone)
 {
-	const auto heardNothing = [](HostileRecord& record) { record.heard = 0; };
-	EXPECT_EQ(toldOfAttack("spoofed:1-0-0", Guard::firewall, heardNothing),
-	          "messages heard by the target 0, expected at least 1");
-	EXPECT_EQ(toldOfAttack("spoofed:1-0-0", Guard::neighbours, heardNothing),
-	          "connections behind the guard 200, expected none");
-	EXPECT_EQ(toldOfAttack("spoofed:1-0-0", Guard::neighbours,
-	                       [](HostileRecord& record)
-	                       {
-		                       keepOut(record);
-		                       record.dropped = 0;
-	                       }),
+	const auto heardNothing = [](Record& record) { record.received = 0; };
+	EXPECT_EQ(reportedOfAttack("spoofed-partner:1-0-0", Mitigation::firewall, heardNothing),
+	          "messages received by the target 0, expected at least 1");
+	EXPECT_EQ(reportedOfAttack("spoofed-partner:1-0-0", Mitigation::neighbours, heardNothing),
+	          "connections behind the mitigation 200, expected none");
+	EXPECT_EQ(reportedOfAttack("spoofed-partner:1-0-0", Mitigation::neighbours,
+	                           [](Record& record)
+	                           {
+		                           keepOut(record);
+		                           record.dropped = 0;
+	                           }),
 	          "0 differences");
 }
 
-TEST(HostileJudge, MostlyAwayIsMoreThanHalfOfTheTime)
+/// It sends nothing to the heartbeat port; the rules for it let the packets pass.
+TEST(HostileJudge, ForgedIcmpHasToBeDroppedByTheWholeFirewall)
 {
-	const HostilePlan plan = planOf("pretend | a | a | - | any mostly 0 a | a - 0 a | =\n");
-	EXPECT_EQ(toldOf(plan, [](HostileRecord& record) { record.during.noAnswer = Millis(5001); }), "0 differences");
-	EXPECT_EQ(toldOf(plan, [](HostileRecord& record) { record.during.noAnswer = Millis(5000); }),
-	          "service away for 5.000 s of 10.000 s, expected mostly");
+	const auto reported = [](Mitigation mitigation, long dropped)
+	{
+		return reportedOf(planOf("icmp-wrong-id:gateway | a | a | - | a - 0 a | = | = | =\n", mitigation),
+		                  [&](Record& record)
+		                  {
+			                  keepOut(record);
+			                  record.dropped = dropped;
+		                  });
+	};
+	EXPECT_EQ(reported(Mitigation::port, 0), "0 differences");
+	EXPECT_EQ(reported(Mitigation::firewall, 0), "packets dropped by the firewall 0, expected at least 1");
+	EXPECT_EQ(reported(Mitigation::firewall, 1), "0 differences");
+}
+
+TEST(HostileJudge, AnOutageIsMostlyWhenItIsMoreThanHalfOfTheTime)
+{
+	const Plan plan = planOf("false-master | a | a | - | any mostly 0 a | a - 0 a | = | =\n");
+	EXPECT_EQ(reportedOf(plan, [](Record& record) { record.during.noAnswerMs = 5001; }), "0 differences");
+	EXPECT_EQ(reportedOf(plan, [](Record& record) { record.during.noAnswerMs = 5000; }),
+	          "outage for 5.000 s of 10.000 s, expected mostly");
 }
 
 TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 {
-	const HostilePlan plan = planOf("forged:1-0-0 | a | a | - | either - * either | a - 0 a | =\n");
+	const Plan plan = planOf("forged:1-0-0 | a | a | - | either - * either | a - 0 a | = | =\n");
 	const auto told = [&](const std::string& during, const std::string& after)
 	{
-		return toldOf(plan,
-		              [&](HostileRecord& record)
-		              {
-			              record.during.owner = during;
-			              record.owner = after;
-			              record.after.roles = {after == "a" ? "master" : "slave", after == "b" ? "master" : "slave"};
-		              });
+		return reportedOf(
+		    plan,
+		    [&](Record& record)
+		    {
+			    record.during.owner = during;
+			    record.owner = after;
+			    record.after.roles = {after == "a" ? "master" : "slave", after == "b" ? "master" : "slave"};
+		    });
 	};
 	EXPECT_EQ(told("a", "b"), "0 differences");
 	EXPECT_EQ(told("b", "a"), "0 differences");
@@ -288,41 +308,41 @@ TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 	EXPECT_EQ(told("a", "none"), "owner at rest none, expected either");
 }
 
-TEST(HostileJudge, HarmThatDoesNotComeIsADifferenceToo)
+TEST(HostileJudge, AnEffectThatDoesNotComeIsADifferenceToo)
 {
-	const HostilePlan plan = planOf("cut | a | b | - | a some + a | a - 0 a | =\n");
-	const std::vector<std::string> expected{"service away - (0.000 s), expected some",
-	                                        "two owners for 0.000 s, expected some time"};
+	const Plan plan = planOf("arp-cut-partner | a | b | - | a some + a | a - 0 a | = | =\n");
+	const std::vector<std::string> expected{"outage - (0.000 s), expected some",
+	                                        "duplicate address for 0.000 s, expected some time"};
 	EXPECT_EQ(differencesOf(calmRecord(), plan), expected);
 }
 
 TEST(HostileRecord, TravelsWhole)
 {
-	HostileRecord record = calmRecord();
-	record.name = "hold/b/standby";
-	record.guard = "firewall";
-	record.words = "/process/1/1/20000101000000/0/";
+	Record record = calmRecord();
+	record.name = "hold-connection/b/standby";
+	record.mitigation = "firewall";
+	record.payload = "/process/1/1/20000101000000/0/";
 	record.tries = 1;
 	record.connections = 2;
 	record.messages = 3;
 	record.bytes = 4;
 	record.atOnce = 9;
 	record.open = 10;
-	record.heard = 11;
-	record.during.noAnswer = Millis(12);
+	record.received = 11;
+	record.during.noAnswerMs = 12;
 	record.during.moves = 13;
 	record.read = 5;
 	record.partner = 14;
 	record.dropped = 6;
-	record.roles = {"off", "master"};
-	record.during.outage = Millis(7);
+	record.during.roles = {"off", "master"};
+	record.during.outageMs = 7;
 	record.during.outageOpen = true;
-	record.during.twoOwners = Millis(8);
+	record.during.duplicateMs = 8;
 	record.differences = {"one"};
 	record.timeline = "what was";
-	EXPECT_EQ(toJson(hostileRecordFrom(toJson(record))), toJson(record));
-	EXPECT_NE(toText({record}).find("hold/b/standby: one"), std::string::npos);
-	EXPECT_THROW(hostileRecordFrom("{}"), LabError);
+	EXPECT_EQ(toJson(recordFrom(toJson(record))), toJson(record));
+	EXPECT_NE(toText({record}).find("hold-connection/b/standby: one"), std::string::npos);
+	EXPECT_THROW(recordFrom("{}"), LabError);
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

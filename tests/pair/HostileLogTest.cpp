@@ -1,32 +1,32 @@
 /// A message with line feeds in it, in a node's log and in what velarixctl makes of it.
 
 #include "OperatorTest.h"
-#include "lab/campaigns/hostile/Stranger.h"
+#include "lab/campaigns/hostile/Attacker.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 class HostileLog : public OperatorTest
 {
 };
 
-/// What docs/security.md says of the log: lines that the agent has not written are taken
+/// Lines that the agent has not written are taken
 /// for its own.
 TEST_F(HostileLog, LineFeedsMakeEventsTellOfWhatHasNotHappened)
 {
 	PAIR_OR_RETURN(startReadyPair());
-	const auto told = [&] { return ctl(HostId::a, {"events"}, moveLimit).output; };
-	const std::string before = told();
+	const auto events = [&] { return ctl(HostId::a, {"events"}, moveLimit).output; };
+	const std::string before = events();
 	ASSERT_EQ(before.find("agent-ended"), std::string::npos) << before;
 	const std::optional<ProcessEntry> agent = lab().node(HostId::a).agent();
 	ASSERT_TRUE(agent);
 
-	Stranger stranger(lab(), {"line-feeds", "", HostId::a});
-	stranger.awaitEnd();
-	stranger.end();
-	ASSERT_GE(stranger.tally().heard, 1);
+	Attacker attacker(lab(), {"line-feeds", "", HostId::a});
+	attacker.awaitEnd();
+	attacker.end();
+	ASSERT_GE(attacker.tally().received, 1);
 
-	const std::string after = told();
+	const std::string after = events();
 	EXPECT_NE(after.find("agent-ended"), std::string::npos) << after;
 	EXPECT_NE(after.find("CHeartReciver:516"), std::string::npos) << after;
 	EXPECT_EQ(lab().node(HostId::a).agent()->pid, agent->pid) << "no agent has ended";
@@ -34,12 +34,12 @@ TEST_F(HostileLog, LineFeedsMakeEventsTellOfWhatHasNotHappened)
 	EXPECT_EQ(lab().owners(), "a");
 }
 
-/// The agent counts no silence while somebody speaks, whoever it is; the operator's tool
+/// The agent counts no silence while a connection is served, whoever made it; the operator's tool
 /// looks for the partner's heartbeats.
 TEST_F(HostileLog, APartnerThatIsKeptOutIsMissedByTheStatus)
 {
 	PAIR_OR_RETURN(startReadyPair());
-	Stranger holder(lab(), {"hold", "", HostId::a});
+	Attacker holder(lab(), {"hold-connection", "", HostId::a});
 	holder.awaitHold(false);
 	EXPECT_TRUE(waitForStatus(HostId::a, "that the partner is silent",
 	                          [](const nlohmann::json& status) {
@@ -50,4 +50,4 @@ TEST_F(HostileLog, APartnerThatIsKeptOutIsMissedByTheStatus)
 	EXPECT_TRUE(waitUntilReady());
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

@@ -8,136 +8,139 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "lab/campaigns/hostile/ArpSpoofing.h"
+#include "lab/campaigns/hostile/Floods.h"
 #include "lab/campaigns/hostile/Frames.h"
-#include "lab/campaigns/hostile/Lies.h"
-#include "lab/campaigns/hostile/Noise.h"
-#include "lab/campaigns/hostile/Words.h"
+#include "lab/campaigns/hostile/IcmpForgery.h"
+#include "lab/campaigns/hostile/Payload.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
 {
 
-/// How often the node has told in its log that it received the words.
-long timesHeard(const AttackOrders& orders)
+/// How often the node has logged the payload as received.
+long timesReceived(const AttackParameters& parameters)
 {
-	return timesIn(orders.log, "received message: " + orders.words + "\n");
+	return timesIn(parameters.log, "received message: " + parameters.payload + "\n");
 }
 
-/// Says the words and a farewell. Many a connection is reset unread: the node drops
+/// Says the payload and a farewell. Many a connection is reset unread: the node drops
 /// those that wait when it has served one.
 /// @return true when the node has answered the farewell with its own
-bool isServed(const UniqueFd& connection, const std::string& words, AttackTally& tally)
+bool isServed(const UniqueFd& connection, const std::string& payload, AttackTally& tally)
 {
 	constexpr int answerMs = 15000; // a node that starts its programs takes its time
 	pollfd watched{connection.get(), POLLIN, 0};
 	char byte = 0;
-	return say(connection, words, tally) && ::shutdown(connection.get(), SHUT_WR) == 0 &&
+	return sendPayload(connection, payload, tally) && ::shutdown(connection.get(), SHUT_WR) == 0 &&
 	       ::poll(&watched, 1, answerMs) == 1 && ::recv(connection.get(), &byte, 1, MSG_DONTWAIT) == 0;
 }
 
-/// Until the node has read it, and told so in its log. An answer that is lost makes
-/// the stranger say it again.
-void sayOnce(const AttackOrders& orders, AttackTally& tally, const std::string& from)
+/// Until the node has logged it as received. An answer that is lost makes
+/// the attacker say it again.
+void sendOnce(const AttackParameters& parameters, AttackTally& tally, const std::string& from)
 {
-	const long before = timesHeard(orders);
+	const long before = timesReceived(parameters);
 	const LabClock clock;
-	while (!orders.stop && clock.now() < Millis(45000))
+	while (!parameters.stop && clock.now() < Millis(45000))
 	{
-		const UniqueFd connection = connectTo(doorOf(orders), handshakeLimit, tally, from);
-		if (connection && isServed(connection, orders.words, tally) && timesHeard(orders) > before)
+		const UniqueFd connection = connectTo(heartbeatPortOf(parameters), handshakeLimit, tally, from);
+		if (connection && isServed(connection, parameters.payload, tally) && timesReceived(parameters) > before)
 		{
 			break;
 		}
 		std::this_thread::sleep_for(Millis(20));
 	}
-	tally.heard = timesHeard(orders) - before;
+	tally.received = timesReceived(parameters) - before;
 }
 
-void forged(const AttackOrders& orders, AttackTally& tally)
+void forged(const AttackParameters& parameters, AttackTally& tally)
 {
-	sayOnce(orders, tally, {});
+	sendOnce(parameters, tally, {});
 }
 
-void forgedOverService(const AttackOrders& orders, AttackTally& tally)
+void forgedOverService(const AttackParameters& parameters, AttackTally& tally)
 {
-	sayOnce(orders, tally, plan::strangerServiceAddress);
+	sendOnce(parameters, tally, plan::strangerServiceAddress);
 }
 
 /// On one connection, each when the one before has been read: the receiver pauses
 /// half a second after each.
-void repeated(const AttackOrders& orders, AttackTally& tally)
+void repeated(const AttackParameters& parameters, AttackTally& tally)
 {
 	constexpr long wanted = 4;
-	const long before = timesHeard(orders);
+	const long before = timesReceived(parameters);
 	const LabClock clock;
 	UniqueFd connection;
-	while (!orders.stop && tally.heard < wanted && clock.now() < Millis(45000))
+	while (!parameters.stop && tally.received < wanted && clock.now() < Millis(45000))
 	{
 		if (!connection)
 		{
-			connection = connectTo(doorOf(orders), handshakeLimit, tally);
+			connection = connectTo(heartbeatPortOf(parameters), handshakeLimit, tally);
 		}
-		if (connection && !say(connection, orders.words, tally))
+		if (connection && !sendPayload(connection, parameters.payload, tally))
 		{
 			connection.reset();
 		}
 		std::this_thread::sleep_for(connection ? Millis(600) : Millis(20));
-		tally.heard = timesHeard(orders) - before;
+		tally.received = timesReceived(parameters) - before;
 	}
 }
 
-void pretend(const AttackOrders& orders, AttackTally& tally)
+void pretend(const AttackParameters& parameters, AttackTally& tally)
 {
-	const std::string words = forgedHeartbeat("1", "1", "0");
-	while (!orders.stop)
+	const std::string payload = forgedHeartbeat("1", "1", "0");
+	while (!parameters.stop)
 	{
-		const UniqueFd connection = connectTo(doorOf(orders), knockLimit, tally);
+		const UniqueFd connection = connectTo(heartbeatPortOf(parameters), connectLimit, tally);
 		if (connection)
 		{
-			say(connection, words, tally);
+			sendPayload(connection, payload, tally);
 		}
 		std::this_thread::sleep_for(Millis(400));
 	}
 }
 
-void spoofed(const AttackOrders& orders, AttackTally& tally)
+void spoofed(const AttackParameters& parameters, AttackTally& tally)
 {
-	whileLying({Network::communication, targetsAddress(orders, Network::communication), partnersAddress(orders)}, tally,
-	           [&]
-	           {
-		           sayOnce(orders, tally, partnersAddress(orders));
-		           untilStopped(orders);
-	           });
+	whileSpoofing(
+	    {Network::communication, targetsAddress(parameters, Network::communication), partnersAddress(parameters)},
+	    tally,
+	    [&]
+	    {
+		    sendOnce(parameters, tally, partnersAddress(parameters));
+		    untilStopped(parameters);
+	    });
 }
 
-/// The answers to his requests go to the partner, by the node's other card.
-void requestBlindly(const AttackOrders& orders, AttackTally& tally)
+/// The answers to the requests go to the partner, by the node's other interface.
+void requestBlindly(const AttackParameters& parameters, AttackTally& tally)
 {
-	SynSender sender;
-	std::mt19937_64 numbers(orders.seed);
-	while (!orders.stop)
+	RawSender sender;
+	std::mt19937_64 numbers(parameters.seed);
+	while (!parameters.stop)
 	{
-		sender.send(doorOf(orders), socketAddress(partnersAddress(orders), static_cast<int>(1024 + numbers() % 60000)),
-		            tally);
+		sender.sendSyn(heartbeatPortOf(parameters),
+		               socketAddress(partnersAddress(parameters), static_cast<int>(1024 + numbers() % 60000)), tally);
 		std::this_thread::sleep_for(Millis(100));
 	}
 }
 
-AttackGoal heardOnce(long)
+AttackGoal receivedOnce(long)
 {
-	return {.messages = 1, .heard = 1};
+	return {.messages = 1, .received = 1};
 }
 
-AttackGoal saidAll(long count)
+AttackGoal sentAll(long count)
 {
 	return {.messages = count, .read = std::max(1L, count / 500)};
 }
 
-AttackGoal saidOneByOne(long count)
+AttackGoal sentOneByOne(long count)
 {
 	return {.messages = readOnesOf(count), .read = readOnesOf(count)};
 }
@@ -154,10 +157,10 @@ AttackGoal stays(long)
 	return {.messages = 3, .read = 3};
 }
 
-AttackGoal crowd(long)
+AttackGoal clientPool(long)
 {
 	// What the kernel lets wait at a port that the agent opens for 64.
-	return {.atOnce = crowdSize, .open = 64};
+	return {.atOnce = clientPoolSize, .open = 64};
 }
 
 AttackGoal resetAll(long count)
@@ -165,9 +168,9 @@ AttackGoal resetAll(long count)
 	return {.connections = resetsOf(count)};
 }
 
-AttackGoal heardFourTimes(long)
+AttackGoal receivedFourTimes(long)
 {
-	return {.messages = 4, .heard = 4};
+	return {.messages = 4, .received = 4};
 }
 
 AttackGoal speaks(long)
@@ -175,64 +178,64 @@ AttackGoal speaks(long)
 	return {.messages = 1, .read = 1};
 }
 
-constexpr std::array<AttackInfo, 27> attacks{{
+constexpr std::array<AttackInfo, 30> attacks{{
     {.name = "random",
-     .carryOut = sayRandom,
+     .carryOut = sendRandom,
      .what = "random messages, each on a connection of its own",
-     .goal = saidAll},
-    {.name = "random-read",
-     .carryOut = sayRandomSlowly,
+     .goal = sentAll},
+    {.name = "random-one-by-one",
+     .carryOut = sendRandomOneByOne,
      .what = "random messages on one connection, each waited for",
-     .goal = saidOneByOne},
-    {.name = "connections",
+     .goal = sentOneByOne},
+    {.name = "client-pool",
      .lasting = true,
-     .carryOut = crowdIn,
+     .carryOut = connectClientPool,
      .what = "200 clients at once that say nothing",
-     .goal = crowd},
+     .goal = clientPool},
     {.name = "silent",
      .lasting = true,
-     .carryOut = keepSilent,
+     .carryOut = connectSilently,
      .what = "a connection that says nothing, again and again"},
     {.name = "slow",
      .lasting = true,
      .mark = "received message: ~",
-     .carryOut = dribble,
+     .carryOut = sendSlowly,
      .what = "20 clients that write one byte a second",
-     .partner = PartnerHeard::hardly,
+     .partner = PartnerReceived::hardly,
      .goal = holdsReceiver},
-    {.name = "hold",
+    {.name = "hold-connection",
      .lasting = true,
      .mark = "received message: /held/",
-     .carryOut = hold,
+     .carryOut = holdConnection,
      .what = "one client that says something every second",
-     .partner = PartnerHeard::hardly,
+     .partner = PartnerReceived::hardly,
      .goal = holdsReceiver},
-    {.name = "never-closes",
+    {.name = "half-closed",
      .lasting = true,
      .mark = "received message: /staying/",
      .carryOut = neverClose,
      .what = "clients that never close their end",
-     .partner = PartnerHeard::hardly,
+     .partner = PartnerReceived::hardly,
      .goal = stays},
     {.name = "burst",
      .mark = "received message: ~",
-     .carryOut = burst,
+     .carryOut = sendBurst,
      .what = "16 KiB in one connection, closed at once",
-     .goal = heardOnce},
-    {.name = "resets", .carryOut = resetOften, .what = "half a message, then a reset", .goal = resetAll},
+     .goal = receivedOnce},
+    {.name = "resets", .carryOut = connectAndReset, .what = "half a message, then a reset", .goal = resetAll},
     {.name = "syn-flood",
      .lasting = true,
      .carryOut = synFlood,
      .what = "connection requests from hosts that are not there",
-     .knock = Knock::frames,
-     .partner = PartnerHeard::always},
-    {.name = "syn-flood-bare",
+     .portUse = PortUse::frames,
+     .partner = PartnerReceived::always},
+    {.name = "syn-flood-no-cookies",
      .lasting = true,
      .bareTarget = true,
      .carryOut = synFlood,
      .what = "the same, and the kernel of the target answers without SYN cookies",
-     .knock = Knock::frames,
-     .partner = PartnerHeard::hardly},
+     .portUse = PortUse::frames,
+     .partner = PartnerReceived::hardly},
     {.name = "scan-connect",
      .carryOut = scanByConnect,
      .what = "a connection to each of the 65535 ports",
@@ -240,78 +243,104 @@ constexpr std::array<AttackInfo, 27> attacks{{
     {.name = "scan-syn",
      .carryOut = scanBySyn,
      .what = "a request to each of the 65535 ports, never followed up",
-     .knock = Knock::frames,
-     .partner = PartnerHeard::always,
+     .portUse = PortUse::frames,
+     .partner = PartnerReceived::always,
      .leastTries = highestPort},
     {.name = "replay",
      .carryOut = forged,
-     .what = "a heartbeat overheard on a node's card, said again",
-     .goal = heardOnce},
-    {.name = "forged", .carryOut = forged, .what = "one heartbeat that no agent sent", .goal = heardOnce},
+     .what = "a heartbeat overheard on a node's card, sent again",
+     .goal = receivedOnce},
+    {.name = "forged", .carryOut = forged, .what = "one heartbeat that no agent sent", .goal = receivedOnce},
     {.name = "forged-service",
      .overService = true,
      .carryOut = forgedOverService,
      .what = "one heartbeat that no agent sent, from the service network",
-     .goal = heardOnce},
-    {.name = "repeated", .carryOut = repeated, .what = "the same four times on one connection", .goal = heardFourTimes},
-    {.name = "line-feeds", .carryOut = forged, .what = "a message that looks like lines of the log", .goal = heardOnce},
-    {.name = "pretend",
+     .goal = receivedOnce},
+    {.name = "repeated",
+     .carryOut = repeated,
+     .what = "the same four times on one connection",
+     .goal = receivedFourTimes},
+    {.name = "line-feeds",
+     .carryOut = forged,
+     .what = "a message that looks like lines of the log",
+     .goal = receivedOnce},
+    {.name = "false-master",
      .lasting = true,
      .carryOut = pretend,
      .what = "a master's heartbeat twice a second",
      .goal = speaks},
-    {.name = "blind",
+    {.name = "blind-syn",
      .lasting = true,
      .overService = true,
      .carryOut = requestBlindly,
      .what = "connection requests with the partner's address, from the service network",
-     .knock = Knock::frames,
-     .partner = PartnerHeard::always},
-    {.name = "spoofed",
+     .portUse = PortUse::frames,
+     .partner = PartnerReceived::always},
+    {.name = "spoofed-partner",
      .lasting = true,
-     .borrowed = Borrowed::partner,
+     .takes = TakenAddress::partner,
      .carryOut = spoofed,
      .what = "one forged heartbeat from the partner's address, with ARP answers to match",
-     .stoppedBy = Guard::neighbours,
-     .goal = heardOnce},
-    {.name = "stand-in",
+     .stoppedBy = Mitigation::neighbours,
+     .goal = receivedOnce},
+    {.name = "impersonate-partner",
      .lasting = true,
-     .borrowed = Borrowed::partner,
+     .takes = TakenAddress::partner,
      .carryOut = cutPartner,
      .what = "the partner's address taken over, with ARP answers to match",
-     .knock = Knock::none,
-     .stoppedBy = Guard::neighbours},
-    {.name = "cut",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::neighbours},
+    {.name = "arp-cut-partner",
      .lasting = true,
      .carryOut = cutPartner,
      .what = "ARP answers that lead the partner's address to nobody",
-     .knock = Knock::none,
-     .stoppedBy = Guard::neighbours},
-    {.name = "cut-gateway",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::neighbours},
+    {.name = "arp-cut-gateway",
      .lasting = true,
      .carryOut = cutGateway,
      .what = "ARP answers that lead the gateway's address to nobody",
-     .knock = Knock::none,
-     .stoppedBy = Guard::neighbours},
-    {.name = "cut-from-gateway",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::neighbours},
+    {.name = "arp-cut-node",
      .lasting = true,
      .carryOut = cutFromGateway,
      .what = "ARP answers to the gateway that lead the node's address to nobody",
-     .knock = Knock::none,
-     .stoppedBy = Guard::neighbours},
-    {.name = "claim",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::neighbours},
+    {.name = "arp-claim-service",
      .lasting = true,
      .carryOut = claimFromClient,
      .what = "ARP answers to a client that lead the service address to nobody",
-     .knock = Knock::none,
-     .stoppedBy = Guard::none},
-    {.name = "stand-in-service",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::none},
+    {.name = "impersonate-service",
      .lasting = true,
-     .borrowed = Borrowed::service,
+     .takes = TakenAddress::service,
      .carryOut = claimFromNode,
      .what = "the service address answered for, to the target alone",
-     .knock = Knock::none,
-     .stoppedBy = Guard::none},
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::none},
+    {.name = "icmp-wrong-id",
+     .lasting = true,
+     .slowPings = true,
+     .carryOut = floodReplies,
+     .what = "echo replies with wrong identifiers from an address that the target pings",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::firewall},
+    {.name = "icmp-requests",
+     .lasting = true,
+     .slowPings = true,
+     .carryOut = floodRequests,
+     .what = "echo requests from an address that the target pings",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::firewall},
+    {.name = "icmp-known-id",
+     .lasting = true,
+     .carryOut = answerForPartner,
+     .what = "echo replies from the partner's address with the identifier of the target's pings",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::neighbours},
 }};
 
 } // namespace
@@ -333,4 +362,4 @@ const AttackInfo& attackNamed(std::string_view name)
 	throw LabError("there is no attack \"" + std::string(name) + "\"");
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

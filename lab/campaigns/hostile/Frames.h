@@ -1,41 +1,48 @@
-/// Packets that a stranger makes by hand, and those that he overhears. To be used
-/// on a thread inside the network in question.
+/// Packets that an attacker makes by hand, and those it captures. To be used on a
+/// thread inside the network in question.
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "lab/campaigns/hostile/Sockets.h"
 #include "lab/core/Basics.h"
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
-/// Sends connection requests that are never followed up.
-class SynSender
+/// Sends IPv4 packets of its own making.
+class RawSender
 {
 public:
 	/// @throws LabError without the privilege for raw sockets
-	SynSender();
+	RawSender();
 
+	/// A connection request that is never followed up.
 	/// @param from  source address; need not be the host's own
-	void send(const sockaddr_in& to, const sockaddr_in& from, AttackTally& tally);
+	void sendSyn(const sockaddr_in& to, const sockaddr_in& from, AttackTally& tally);
+	/// An ICMP message with that type and identifier, as the wire has it.
+	void sendIcmp(const std::string& to, const std::string& from, std::uint8_t type, std::uint16_t id,
+	              AttackTally& tally);
 
 private:
 	UniqueFd m_socket;
+
+	void send(const void* packet, std::size_t size, in_addr_t to, AttackTally& tally);
 };
 
-/// Tells one host that an address belongs to this host's card: an answer to a
-/// question that nobody asked.
-class ArpLiar
+/// Changes one host's ARP cache: an answer that it did not ask for leads an address to
+/// this host's interface.
+class ArpSpoofer
 {
 public:
-	/// @param victim  address of the host that is lied to; it has to answer questions
-	/// @throws LabError when there is no such card or host
-	ArpLiar(const std::string& card, const std::string& victim);
+	/// @param victim  address of the host whose cache is changed; it has to answer ARP
+	/// @throws LabError when there is no such interface or host
+	ArpSpoofer(const std::string& interface, const std::string& victim);
 
 	void claim(const std::string& address, AttackTally& tally);
 
@@ -47,10 +54,13 @@ private:
 	std::array<std::uint8_t, 6> m_theirs{};
 };
 
-/// Waits for a heartbeat that goes past a card, as somebody with a tap on the cable
-/// does.
+/// Waits for a heartbeat on an interface, as a tap on the cable sees it.
 /// @param from  sender's address
 /// @return its text; empty when none came within the limit
-std::string overhearHeartbeat(const std::string& card, const std::string& from, Millis limit);
+std::string captureHeartbeat(const std::string& interface, const std::string& from, Millis limit);
 
-} // namespace velarix::lab
+/// Waits for a ping likewise.
+/// @return its identifier, as the wire has it; empty when none came within the limit
+std::optional<std::uint16_t> capturePing(const std::string& interface, const std::string& from, Millis limit);
+
+} // namespace velarix::lab::hostile

@@ -9,14 +9,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-namespace velarix::lab
+namespace velarix::lab::hostile
 {
 
 namespace
 {
 
 /// What a client that "stays when left" may keep open at most.
-constexpr std::size_t mostLeft = 400;
+constexpr std::size_t mostHalfClosed = 400;
 
 constexpr Millis nextTry{20};
 
@@ -35,7 +35,7 @@ UniqueFd beginConnect(const sockaddr_in& to, const std::string& from)
 		const sockaddr_in own = socketAddress(from, 0);
 		if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0)
 		{
-			throwErrno("a stranger cannot speak from " + from);
+			throwErrno("an attacker cannot speak from " + from);
 		}
 	}
 	if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0 && errno != EINPROGRESS)
@@ -53,11 +53,11 @@ bool isConnected(const UniqueFd& socket)
 }
 
 /// One look at all clients.
-class Siege
+class ClientPoolRun
 {
 public:
-	Siege(const Crowd& crowd, const sockaddr_in& door, AttackTally& tally)
-	    : m_crowd(crowd), m_door(door), m_tally(tally), m_clients(static_cast<std::size_t>(crowd.size))
+	ClientPoolRun(const ClientPool& clientPool, const sockaddr_in& target, AttackTally& tally)
+	    : m_pool(clientPool), m_port(target), m_tally(tally), m_clients(static_cast<std::size_t>(clientPool.size))
 	{
 	}
 
@@ -72,17 +72,17 @@ public:
 		::poll(watched.data(), watched.size(), static_cast<int>(nextTry.count()));
 		for (std::size_t index = 0; index < m_clients.size(); ++index)
 		{
-			attend(m_clients[index], watched[index].revents);
+			serve(m_clients[index], watched[index].revents);
 		}
 		count();
 	}
 
 private:
-	const Crowd& m_crowd;
-	const sockaddr_in& m_door;
+	const ClientPool& m_pool;
+	const sockaddr_in& m_port;
 	AttackTally& m_tally;
 	std::vector<Client> m_clients;
-	std::vector<UniqueFd> m_left;
+	std::vector<UniqueFd> m_halfClosed;
 
 	void count()
 	{
@@ -93,51 +93,51 @@ private:
 		raise(m_tally.mostOpen, those([](const Client& client) { return client.open; }));
 	}
 
-	void attend(Client& client, short events)
+	void serve(Client& client, short events)
 	{
 		if (!client.socket)
 		{
-			comeAgain(client);
+			reconnect(client);
 			return;
 		}
 		if (!client.open && events != 0 && isConnected(client.socket))
 		{
-			welcome(client);
+			onConnected(client);
 		}
 		else if ((events & (POLLERR | POLLHUP | POLLRDHUP)) != 0 || (!client.open && events != 0))
 		{
-			leave(client);
+			disconnect(client);
 			return;
 		}
-		if (client.open && !m_crowd.words.empty() && client.next <= std::chrono::steady_clock::now())
+		if (client.open && !m_pool.payload.empty() && client.next <= std::chrono::steady_clock::now())
 		{
-			client.next = std::chrono::steady_clock::now() + m_crowd.period;
-			say(client.socket, m_crowd.words, m_tally);
+			client.next = std::chrono::steady_clock::now() + m_pool.period;
+			sendPayload(client.socket, m_pool.payload, m_tally);
 		}
 	}
 
-	void comeAgain(Client& client)
+	void reconnect(Client& client)
 	{
 		++m_tally.tries;
 		client.open = false;
-		client.socket = beginConnect(m_door, {});
+		client.socket = beginConnect(m_port, {});
 	}
 
-	void welcome(Client& client)
+	void onConnected(Client& client)
 	{
 		++m_tally.connections;
 		client.open = true;
-		if (!m_crowd.firstWords.empty())
+		if (!m_pool.firstPayload.empty())
 		{
-			say(client.socket, m_crowd.firstWords, m_tally);
+			sendPayload(client.socket, m_pool.firstPayload, m_tally);
 		}
 	}
 
-	void leave(Client& client)
+	void disconnect(Client& client)
 	{
-		if (client.open && m_crowd.staysWhenLeft && m_left.size() < mostLeft)
+		if (client.open && m_pool.staysHalfClosed && m_halfClosed.size() < mostHalfClosed)
 		{
-			m_left.push_back(std::move(client.socket));
+			m_halfClosed.push_back(std::move(client.socket));
 		}
 		client.socket.reset();
 		client.open = false;
@@ -172,15 +172,15 @@ UniqueFd connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, cons
 	return socket;
 }
 
-bool say(const UniqueFd& connection, std::string_view words, AttackTally& tally)
+bool sendPayload(const UniqueFd& connection, std::string_view payload, AttackTally& tally)
 {
-	const ssize_t taken = ::send(connection.get(), words.data(), words.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+	const ssize_t taken = ::send(connection.get(), payload.data(), payload.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 	if (taken > 0)
 	{
 		tally.bytes += taken;
 	}
-	const bool whole = taken >= 0 && static_cast<std::size_t>(taken) == words.size();
-	tally.messages += whole && !words.empty() ? 1 : 0;
+	const bool whole = taken >= 0 && static_cast<std::size_t>(taken) == payload.size();
+	tally.messages += whole && !payload.empty() ? 1 : 0;
 	return whole;
 }
 
@@ -191,13 +191,13 @@ void resetConnection(UniqueFd& connection)
 	connection.reset();
 }
 
-void Crowd::besiege(const sockaddr_in& door, AttackTally& tally, const std::atomic<bool>& stop) const
+void ClientPool::keepConnected(const sockaddr_in& target, AttackTally& tally, const std::atomic<bool>& stop) const
 {
-	Siege siege(*this, door, tally);
+	ClientPoolRun poolRun(*this, target, tally);
 	while (!stop)
 	{
-		siege.step();
+		poolRun.step();
 	}
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::hostile

@@ -1,0 +1,248 @@
+#include "Commands.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include "AddressHolder.h"
+#include "Guard.h"
+#include "Loop.h"
+#include "Process.h"
+#include "Programs.h"
+#include "Runtime.h"
+#include "ServiceSupervisor.h"
+
+namespace velarix::keeper::commands
+{
+
+namespace
+{
+
+/// Probing, a few times backing off, and a loaded machine: longer takes nothing that works.
+constexpr Millis kRaiseLimit = 5'000;
+constexpr Millis kAddressPatience = 2'000;
+/// More than a supervisor needs after stop_timeout.
+constexpr Millis kSupervisorPatience = 3'000;
+
+void say(const std::string& text)
+{
+	std::printf("%s\n", text.c_str());
+	std::fflush(stdout);
+}
+
+/// TERM, and KILL after `patience`, to both processes of a program.
+void endProgram(const std::string& program, Millis patience)
+{
+	for (const Part part : {Part::guard, Part::worker})
+	{
+		const LivingProcess process(program, part);
+		if (!process)
+		{
+			continue;
+		}
+		process.signal(SIGTERM);
+		// Frozen, it would not hear it.
+		process.signal(SIGCONT);
+		if (process.waitForEnd(patience))
+		{
+			continue;
+		}
+		// The guard ends what is left of a worker that is killed.
+		const LivingProcess worker(program, Part::worker);
+		if (worker)
+		{
+			worker.signal(SIGKILL);
+		}
+		if (!process.waitForEnd(kSupervisorPatience))
+		{
+			process.signal(SIGKILL);
+			process.waitForEnd(kSupervisorPatience);
+		}
+	}
+}
+
+int endAddress(const Settings& settings)
+{
+	if (settings.address.address == 0 || settings.address.interface.empty())
+	{
+		say("keeper.ini has no address");
+		return EX_CONFIG;
+	}
+	endProgram(kAddressProgram, kAddressPatience);
+	Netlink netlink;
+	const int error = removeAddress(netlink, settings.address);
+	if (error != 0)
+	{
+		say(settings.address.text + " cannot be removed from " + settings.address.interface + ": " +
+		    std::strerror(error));
+		return EX_OSERR;
+	}
+	return EX_OK;
+}
+
+/// A copy of this process becomes ha-address, with nothing of our caller's.
+void startHolder(const Settings& settings)
+{
+	if (::fork() != 0)
+	{
+		return;
+	}
+	const int null = ::open("/dev/null", O_RDWR);
+	for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+	{
+		::dup2(null, standard);
+	}
+	::_exit(programs::runAddress(settings));
+}
+
+/// @return the state of the living holder; empty when there is none or it has not told yet
+Fields stateOfHolder()
+{
+	Fields fields = readState(kAddressProgram);
+	const pid_t worker = holderOf(kAddressProgram, Part::worker);
+	return worker != 0 && valueOf(fields, "pid") == std::to_string(worker) ? fields : Fields();
+}
+
+/// Why it is not held, when that is known for certain.
+std::string obstacle(const Fields& fields)
+{
+	const std::string state = valueOf(fields, "state");
+	if (state == "waiting" || state == "yielded")
+	{
+		return valueOf(fields, "address") + " is held by " + valueOf(fields, "holder") + " since " +
+		       timeText(std::strtoll(valueOf(fields, "since").c_str(), nullptr, 10), 0);
+	}
+	if (state == "offline")
+	{
+		return valueOf(fields, "interface") + " is missing, down or without carrier";
+	}
+	return {};
+}
+
+} // namespace
+
+int raise(const Settings& settings)
+{
+	beInTime();
+	makeRuntimeDirectory();
+	AddressWatch watch;
+	const bool started = holderOf(kAddressProgram, Part::guard) == 0;
+	if (started)
+	{
+		startHolder(settings);
+	}
+	std::string reason;
+	const Millis end = now() + kRaiseLimit;
+	bool held = watch.look();
+	while (!held && reason.empty() && now() < end)
+	{
+		pollfd waiting{watch.changes(), POLLIN, 0};
+		::poll(&waiting, 1, static_cast<int>(std::max<Millis>(end - now(), 0)));
+		held = watch.look();
+		reason = held ? "" : obstacle(stateOfHolder());
+	}
+	if (held)
+	{
+		return EX_OK;
+	}
+	say(reason.empty() ? settings.address.text + " could not be raised within 5 s" : reason);
+	if (started)
+	{
+		endProgram(kAddressProgram, kAddressPatience);
+	}
+	return EX_TEMPFAIL;
+}
+
+int drop(const Settings& settings)
+{
+	const int result = endAddress(settings);
+	for (const ServiceSettings& service : settings.services)
+	{
+		// A frozen supervisor would keep its service running without the address.
+		for (const Part part : {Part::guard, Part::worker})
+		{
+			const LivingProcess process(service.program, part);
+			if (process)
+			{
+				process.signal(SIGCONT);
+			}
+		}
+	}
+	if (settings.address.address != 0)
+	{
+		Netlink netlink;
+		setMarker(netlink, settings.address.address);
+	}
+	return result;
+}
+
+int stop(const Settings& settings, const std::string& program)
+{
+	if (program == kAddressProgram)
+	{
+		return endAddress(settings);
+	}
+	if (!program.starts_with(kPrefix) || program.size() > kLongestName || program.find('/') != std::string::npos)
+	{
+		say(program + " is no program of the keeper: make it a [service]");
+		return EX_USAGE;
+	}
+	const ServiceSettings* service = settings.find(program);
+	const Millis patience = service != nullptr ? service->stopTimeout * 1000LL : 20'000;
+	endProgram(program, patience + kSupervisorPatience);
+	// Both processes were killed while the service ran.
+	if (!valueOf(readState(program), "started").empty() && !endRemains(program, service))
+	{
+		say("something of " + program + " is left and does not end");
+		return EX_OSERR;
+	}
+	return EX_OK;
+}
+
+int mark(const Settings& settings)
+{
+	Netlink netlink;
+	const int error = setMarker(netlink, settings.address.address);
+	if (error != 0)
+	{
+		say("the marker ::" + settings.address.text + " cannot be set (" + std::strerror(error) +
+		    "): without IPv6 on lo every take-over takes five seconds longer");
+		return EX_UNAVAILABLE;
+	}
+	return EX_OK;
+}
+
+int unmark(const Settings& settings)
+{
+	Netlink netlink;
+	const int error =
+	    hasMarker(netlink, settings.address.address) ? removeMarker(netlink, settings.address.address) : 0;
+	if (error != 0)
+	{
+		say("the marker ::" + settings.address.text + " cannot be removed: " + std::strerror(error));
+	}
+	return error != 0 ? EX_OSERR : EX_OK;
+}
+
+int check()
+{
+	ParsedSettings parsed = readSettings();
+	const std::vector<Finding> more = checkMachine(parsed.settings);
+	parsed.findings.insert(parsed.findings.end(), more.begin(), more.end());
+	std::ranges::stable_sort(parsed.findings, {}, &Finding::line);
+	for (const Finding& finding : parsed.findings)
+	{
+		say(std::string(kSettingsFile) + ":" + std::to_string(finding.line) + ": " +
+		    (finding.status == 0 ? "warning: " : "error: ") + finding.text + "; " + finding.cure);
+	}
+	const Finding* error = parsed.error();
+	return error != nullptr ? error->status : EX_OK;
+}
+
+} // namespace velarix::keeper::commands

@@ -1,0 +1,115 @@
+/// keeper.ini: what the keeper is to hold and to run, read strictly. Everything in
+/// the file that is not understood is a finding, with its line and its cure, for
+/// "velarixctl check" and "keeper check"; the keeper itself starts only without errors.
+///
+///   [address]              once
+///   [service NAME]         one for each program ha-NAME
+///   key = value            a comment begins with ; or # at the line's beginning,
+///                          or with ; behind a blank, outside quotes
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velarix::keeper
+{
+
+inline constexpr const char* kSettingsFile = "/usr/velarix/bin/ini/keeper.ini";
+inline constexpr const char* kLinkDirectory = "/usr/velarix/run";
+inline constexpr const char* kAddressProgram = "ha-address";
+/// What every managed program's name begins with.
+inline constexpr std::string_view kPrefix = "ha-";
+/// The kernel keeps this much of a program's name, and the agent looks there.
+inline constexpr std::size_t kLongestName = 15;
+
+struct Finding
+{
+	int line = 0;     ///< 0 when it is about the whole file
+	int status = 0;   ///< of sysexits.h; 0: a warning that does not keep the keeper from working
+	std::string text; ///< what is wrong
+	std::string cure; ///< what to do
+};
+
+struct AddressSettings
+{
+	std::uint32_t address = 0; ///< in network byte order; 0 when there is none
+	std::string text;          ///< the same, dotted
+	/// 32: the kernel deletes the other addresses of a subnet together with the first
+	/// one of it, and a host route never is the first of anybody else's.
+	int prefix = 32;
+	std::string interface;
+	bool defend = false;
+	int line = 0;
+};
+
+struct ServiceSettings
+{
+	std::string program; ///< "ha-web"
+	std::vector<std::string> command;
+	std::string unit;
+	std::string user;
+	std::string group;
+	std::string directory;
+	std::vector<std::string> environment; ///< "NAME=value"
+	std::vector<std::string> check;
+	int checkInterval = 2; ///< seconds
+	int checkFailures = 3;
+	int checkTimeout = 0; ///< seconds; 0: half of checkInterval
+	int restarts = 3;
+	int restartsWithin = 60; ///< seconds
+	int stopTimeout = 20;    ///< seconds
+	int line = 0;
+	int commandLine = 0;
+	int userLine = 0;
+};
+
+struct Settings
+{
+	AddressSettings address;
+	std::vector<ServiceSettings> services;
+
+	const ServiceSettings* find(std::string_view program) const;
+};
+
+struct ParsedSettings
+{
+	Settings settings;
+	std::vector<Finding> findings;
+
+	/// @return the first finding that is an error; nullptr for none
+	const Finding* error() const;
+};
+
+/// Reads the text of a keeper.ini. Looks at nothing but the text.
+ParsedSettings parseSettings(std::string_view text);
+
+/// Reads the file, which has to be there, to be a file, and to be below 1 MiB.
+ParsedSettings readSettings(const char* path = kSettingsFile);
+
+/// What this machine lacks for the settings: commands, users, directories, and (as
+/// warnings) interfaces and links. Runs nothing.
+std::vector<Finding> checkMachine(const Settings& settings);
+
+/// Splits as a shell would, without any of its expansions: blanks separate, '...'
+/// and "..." keep them, a backslash keeps the next character (inside "..." only " and \).
+/// @return false, with the reason in `error`, for an open quote or a lone backslash
+bool splitArguments(std::string_view text, std::vector<std::string>& arguments, std::string& error);
+
+/// @return the file that execvp() would run for `command`; empty for none
+std::string findCommand(const std::string& command);
+
+/// A key of keeper.ini, for the manual and for "keeper check".
+struct KeyInfo
+{
+	const char* section; ///< "address" or "service"
+	const char* name;
+	const char* meaning;
+	const char* fallback; ///< the default; empty when the key must be there
+	const char* range;
+};
+
+std::vector<KeyInfo> keyTable();
+
+} // namespace velarix::keeper

@@ -1,0 +1,174 @@
+#include "lab/campaigns/hostile/Mitigation.h"
+
+#include <array>
+#include <regex>
+#include <vector>
+
+#include "lab/core/Files.h"
+#include "lab/core/Plan.h"
+
+namespace velarix::lab::hostile
+{
+
+namespace
+{
+
+constexpr std::array<const char*, 4> names{"none", "port", "firewall", "neighbours"};
+
+std::string onCommunication(HostId host)
+{
+	return plan::addressOf(host, Network::communication);
+}
+
+std::string shippedFile(const char* name)
+{
+	return contentOf(std::filesystem::path(VELARIX_LAB_FIREWALL) / name);
+}
+
+void replace(std::string& text, const std::string& pattern, const std::string& replacement)
+{
+	const std::regex line(pattern);
+	if (!std::regex_search(text, line))
+	{
+		throw LabError("the rules do not have " + pattern);
+	}
+	text = std::regex_replace(text, line, replacement);
+}
+
+struct Value
+{
+	const char* nft;
+	const char* iptables;
+	std::string value;
+};
+
+std::vector<Value> valuesOf(HostId node)
+{
+	return {{"interface", "INTERFACE", plan::communicationCard},
+	        {"port", "PORT", std::to_string(plan::heartbeatPort)},
+	        {"address", "ADDRESS", onCommunication(node)},
+	        {"partner", "PARTNER", onCommunication(otherNode(node))},
+	        {"gateway", "GATEWAY", onCommunication(HostId::gateway)},
+	        {"virtual_ip", "VIRTUAL_IP", plan::virtualAddress}};
+}
+
+/// Removes the "#" of the rule for that address of the example.
+void enableHardwareRule(std::string& rules, const std::string& example, const std::string& address,
+                        const std::string& hardware)
+{
+	if (!hardware.empty())
+	{
+		replace(rules, "#(iifname .* )" + example + "( ether saddr != )\\S+", "$01" + address + "$02" + hardware);
+	}
+}
+
+} // namespace
+
+const char* nameOf(Mitigation mitigation)
+{
+	return names[static_cast<std::size_t>(mitigation)];
+}
+
+Mitigation mitigationNamed(const std::string& name)
+{
+	for (std::size_t index = 0; index < names.size(); ++index)
+	{
+		if (name == names[index])
+		{
+			return static_cast<Mitigation>(index);
+		}
+	}
+	throw LabError("there is no mitigation \"" + name + "\"");
+}
+
+std::string nftRules(HostId node, const HardwareAddresses& hardware)
+{
+	std::string rules = shippedFile("velarix-ha.nft");
+	for (const auto& [name, unused, value] : valuesOf(node))
+	{
+		replace(rules, std::string("(define ") + name + " = )\\S+", "$01" + value);
+	}
+	enableHardwareRule(rules, "192\\.0\\.2\\.2", onCommunication(otherNode(node)), hardware.partner);
+	enableHardwareRule(rules, "192\\.0\\.2\\.254", onCommunication(HostId::gateway), hardware.gateway);
+	return rules;
+}
+
+std::string iptablesRules(HostId node, const HardwareAddresses& hardware)
+{
+	std::string rules = shippedFile("velarix-ha.iptables");
+	for (const auto& [unused, name, value] : valuesOf(node))
+	{
+		replace(rules, std::string("(\n") + name + "=)\\S+", "$01" + value);
+	}
+	replace(rules, "(PARTNER_MAC=)\n", "$01" + hardware.partner + "\n");
+	replace(rules, "(GATEWAY_MAC=)\n", "$01" + hardware.gateway + "\n");
+	return rules;
+}
+
+std::string hardwareOn(Lab& lab, HostId host)
+{
+	const CommandResult shown =
+	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationCard + "/address"});
+	if (!shown.ok())
+	{
+		throw LabError("the interface of " + std::string(nameOf(host)) + " has no address: " + shown.output);
+	}
+	return shown.output.substr(0, shown.output.find('\n'));
+}
+
+void fixNeighbours(Lab& lab, HostId host)
+{
+	for (const HostId other : {HostId::a, HostId::b, HostId::gateway})
+	{
+		if (other != host)
+		{
+			runOrThrow({{"ip", "neigh", "replace", onCommunication(other), "lladdr", hardwareOn(lab, other), "nud",
+			             "permanent", "dev", plan::communicationCard},
+			            {},
+			            lab.host(host).inside()});
+		}
+	}
+}
+
+void applyMitigation(Lab& lab, Mitigation mitigation)
+{
+	if (mitigation == Mitigation::none)
+	{
+		return;
+	}
+	const bool fixed = mitigation == Mitigation::neighbours;
+	for (const HostId node : nodes)
+	{
+		const HardwareAddresses hardware =
+		    fixed ? HardwareAddresses{hardwareOn(lab, otherNode(node)), hardwareOn(lab, HostId::gateway)}
+		          : HardwareAddresses{};
+		const std::string portAlone = mitigation == Mitigation::port ? "flush chain inet velarix probes\n" : "";
+		runOrThrow({{"nft", "-f", "-"}, nftRules(node, hardware) + portAlone, lab.host(node).inside()});
+	}
+	for (const HostId host : {HostId::a, HostId::b, HostId::gateway})
+	{
+		if (fixed)
+		{
+			fixNeighbours(lab, host);
+		}
+	}
+}
+
+long droppedByFirewall(Lab& lab, HostId node)
+{
+	const CommandResult shown = lab.run(node, {"nft", "list", "table", "inet", "velarix"});
+	static const std::regex counter("counter packets (\\d+)");
+	long dropped = 0;
+	auto found = std::sregex_iterator(shown.output.begin(), shown.output.end(), counter);
+	if (!shown.ok() || found == std::sregex_iterator())
+	{
+		throw LabError("the firewall of " + nodeText(node) + " has no counter: " + shown.output);
+	}
+	for (; found != std::sregex_iterator(); ++found)
+	{
+		dropped += std::stol((*found)[1].str());
+	}
+	return dropped;
+}
+
+} // namespace velarix::lab::hostile

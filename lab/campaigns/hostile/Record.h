@@ -1,0 +1,75 @@
+/// What one case came to. A case has a process of its own and hands its record back as
+/// JSON; evidence/scripts/render_attacks.py makes a table of a file of them.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace velarix::lab::hostile
+{
+
+/// An agent as the kernel shows it: the lowest figures of two seconds.
+struct AgentFigures
+{
+	pid_t pid = 0; ///< as the lab sees it; 0: there is none
+	int threads = 0;
+	int descriptors = 0;
+	long residentKib = 0;
+};
+
+struct PairSnapshot
+{
+	std::array<std::string, 2> roles;
+	std::array<AgentFigures, 2> agents;
+};
+
+/// The pair while the attack went on.
+struct Observation
+{
+	std::string owner; ///< in the end
+	std::array<std::string, 2> roles;
+	long durationMs = 0;
+	long outageMs = 0; ///< the longest
+	bool outageOpen = false;
+	long noAnswerMs = 0;  ///< all outages
+	long duplicateMs = 0; ///< both nodes held the address
+	int moves = 0;        ///< of the address from one node to the other
+	std::string ended;    ///< nodes whose agent ended by itself
+};
+
+struct Record
+{
+	std::string name;
+	std::string mitigation;
+	long tries = 0;       ///< connections begun and frames made by hand
+	long connections = 0; ///< that the node's kernel accepted
+	long messages = 0;    ///< written completely
+	long bytes = 0;
+	long atOnce = 0;     ///< clients of a pool at once, connected or connecting
+	long open = 0;       ///< clients of a pool that were connected at once
+	long received = 0;   ///< of what was forged or replayed: messages that the target read
+	long read = 0;       ///< messages that the target read during the attack, its partner's among them
+	long partner = 0;    ///< its partner's
+	long dropped = 0;    ///< packets that the target's firewall dropped
+	std::string payload; ///< the heartbeat that was forged or replayed
+	PairSnapshot before;
+	Observation during;
+	PairSnapshot after;                   ///< once nothing changes any more
+	std::string owner;                    ///< then
+	std::vector<std::string> differences; ///< from what is expected; empty: none
+	std::string timeline;                 ///< when there are differences
+};
+
+std::string toJson(const Record& record);
+/// All records of a run of the command.
+std::string toJson(const std::vector<Record>& records);
+/// @throws LabError when the text is no record
+Record recordFrom(const std::string& json);
+
+/// One line for each with the figures that an attack is judged by, and below it the differences.
+std::string toText(const std::vector<Record>& records);
+
+} // namespace velarix::lab::hostile

@@ -1,0 +1,213 @@
+#include "lab/campaigns/hostile/Run.h"
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+#include "lab/campaigns/hostile/Attacker.h"
+#include "lab/campaigns/hostile/Judge.h"
+#include "lab/campaigns/matrix/CellRun.h"
+#include "lab/campaigns/matrix/Moment.h"
+#include "lab/campaigns/matrix/Observe.h"
+#include "lab/core/Files.h"
+#include "lab/core/Plan.h"
+#include "lab/core/ProcessTable.h"
+#include "lab/core/Wait.h"
+
+namespace velarix::lab::hostile
+{
+
+namespace
+{
+
+/// A service that comes back at all is back by then: a burst holds up the receiver.
+constexpr Millis backLimit{240000};
+
+LabOptions optionsFor(const Plan& plan)
+{
+	LabOptions options;
+	options.installRoot = plan.installRoot;
+	options.settingsA = NodeSettings::standard(HostId::a, plan.times.pair);
+	options.settingsB = NodeSettings::standard(HostId::b, plan.times.pair);
+	options.seed = seedOfRun(plan.seed, 1, plan.cell.name);
+	return options;
+}
+
+void takeLowest(AgentFigures& lowest, pid_t pid)
+{
+	const std::string status = procText(pid, "status");
+	const AgentFigures now{pid, static_cast<int>(numberBehind(status, "Threads").value_or(0)),
+	                       static_cast<int>(descriptorsOf(pid).size()), numberBehind(status, "VmRSS").value_or(0)};
+	if (lowest.pid != pid)
+	{
+		lowest = now;
+		return;
+	}
+	lowest.threads = std::min(lowest.threads, now.threads);
+	lowest.descriptors = std::min(lowest.descriptors, now.descriptors);
+	lowest.residentKib = std::min(lowest.residentKib, now.residentKib);
+}
+
+std::array<std::string, 2> rolesOf(Lab& lab)
+{
+	return {lab.role(HostId::a), lab.role(HostId::b)};
+}
+
+AttackerPlan attackerPlanOf(const Plan& plan)
+{
+	return {plan.cell.attack, plan.cell.detail, plan.cell.target, plan.seed, plan.count};
+}
+
+/// The attack and the event, in the order that is the attack's.
+std::unique_ptr<Attacker> beginAttack(Lab& lab, const Plan& plan)
+{
+	const std::optional<Fault>& event = plan.cell.event;
+	if (event && attackNamed(plan.cell.attack).comesAfterEvent())
+	{
+		const std::string before = lab.role(plan.cell.target);
+		lab.inject(*event);
+		const auto turned = [&] { return lab.role(plan.cell.target) != before; };
+		if (!waitFor(turned, plan.times.patience(), "the role to turn", [&] { return lab.stateText(); }))
+		{
+			throw LabError("the event has not turned the role of " + nodeText(plan.cell.target));
+		}
+		return std::make_unique<Attacker>(lab, attackerPlanOf(plan));
+	}
+	auto attacker = std::make_unique<Attacker>(lab, attackerPlanOf(plan));
+	if (event || attacker->lasting())
+	{
+		attacker->awaitHold(plan.mitigation != Mitigation::none);
+	}
+	if (event)
+	{
+		lab.inject(*event);
+	}
+	return attacker;
+}
+
+std::unique_ptr<Attacker> watchAttack(Lab& lab, const Plan& plan, Record& record)
+{
+	const Outcome& expected = plan.cell.expected(plan.mitigation);
+	const ReceivedCounts receivedBefore = receivedBy(lab, plan.cell.target);
+	const Millis from = lab.clock().now();
+	std::unique_ptr<Attacker> attacker = beginAttack(lab, plan);
+	record.payload = attacker->payload();
+	if (!attacker->lasting())
+	{
+		attacker->awaitEnd();
+	}
+	if (plan.cell.event && expected.outage == Outage::some)
+	{
+		const auto back = [&] { return isOwner(lab.owners(), expected.owner) && lab.answeredBy() == lab.owners(); };
+		waitFor(back, backLimit, "the service to be back", [&] { return lab.stateText(); });
+	}
+	const bool forGood = expected.outage == Outage::lasting;
+	const Millis quiet = forGood ? plan.times.patience() : plan.times.quiet();
+	const Millis took = lab.clock().now() - from;
+	record.during = observationOf(observe(lab, from, quiet, took + plan.times.patience() + quiet, took));
+	record.during.roles = rolesOf(lab);
+	const ReceivedCounts received = receivedBy(lab, plan.cell.target);
+	record.read = received.all - receivedBefore.all;
+	record.partner = received.partner - receivedBefore.partner;
+	return attacker;
+}
+
+void watchAftermath(Lab& lab, const Plan& plan, Attacker& attacker)
+{
+	const bool lasting = attacker.lasting();
+	attacker.end();
+	if (lasting)
+	{
+		const HostId after = *hostNamed(plan.cell.expected(plan.mitigation).after);
+		lab.waitForService(after, plan.times.serveLimit());
+		observe(lab, lab.clock().now(), plan.times.quiet(), plan.times.patience());
+	}
+}
+
+void runInLab(Lab& lab, const Plan& plan, Record& record)
+{
+	applyMitigation(lab, plan.mitigation);
+	letServe(lab, plan.cell.master, plan.times.serveLimit());
+	record.before = snapshotOf(lab);
+	const std::unique_ptr<Attacker> attacker = watchAttack(lab, plan, record);
+	watchAftermath(lab, plan, *attacker);
+	keepTally(attacker->tally(), record);
+	record.dropped = plan.mitigation == Mitigation::none ? 0 : droppedByFirewall(lab, plan.cell.target);
+	record.owner = lab.owners();
+	record.after = snapshotOf(lab);
+}
+
+} // namespace
+
+Observation observationOf(const LegRecord& seen)
+{
+	Observation observation;
+	observation.owner = seen.owner;
+	observation.durationMs = (seen.to - seen.from).count();
+	observation.outageMs = seen.outage.count();
+	observation.outageOpen = seen.outageOpen;
+	observation.noAnswerMs = seen.noAnswer.count();
+	observation.duplicateMs = seen.twoOwners.count();
+	observation.moves = seen.moves;
+	observation.ended = seen.ended;
+	return observation;
+}
+
+void keepTally(const AttackTally& tally, Record& record)
+{
+	record.tries = tally.tries;
+	record.connections = tally.connections;
+	record.messages = tally.messages;
+	record.bytes = tally.bytes;
+	record.atOnce = tally.mostAtOnce;
+	record.open = tally.mostOpen;
+	record.received = tally.received;
+}
+
+ReceivedCounts receivedBy(Lab& lab, HostId node)
+{
+	return receivedIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
+}
+
+PairSnapshot snapshotOf(Lab& lab)
+{
+	PairSnapshot moment;
+	for (int look = 0; look < 8; ++look)
+	{
+		for (const HostId node : nodes)
+		{
+			const std::optional<ProcessEntry> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
+			if (agent)
+			{
+				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);
+			}
+		}
+		std::this_thread::sleep_for(Millis(250));
+	}
+	moment.roles = rolesOf(lab);
+	return moment;
+}
+
+Record runCase(const Plan& plan)
+{
+	Record record;
+	record.name = plan.cell.name;
+	record.mitigation = nameOf(plan.mitigation);
+	Lab lab(optionsFor(plan));
+	try
+	{
+		runInLab(lab, plan, record);
+		record.differences = differencesOf(record, plan);
+	}
+	catch (const LabError& error)
+	{
+		record.differences.push_back(std::string("the run did not get to its end: ") + error.what());
+	}
+	if (!record.differences.empty())
+	{
+		record.timeline = toText(lab.timeline()) + errorsIn(lab);
+	}
+	return record;
+}
+
+} // namespace velarix::lab::hostile

@@ -1,0 +1,44 @@
+/// One case of the table of attacks, on a lab of its own.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "lab/campaigns/hostile/CaseTable.h"
+#include "lab/campaigns/hostile/Received.h"
+#include "lab/campaigns/hostile/Record.h"
+#include "lab/campaigns/matrix/MatrixTimes.h"
+#include "lab/campaigns/matrix/Record.h"
+#include "lab/core/Lab.h"
+
+namespace velarix::lab::hostile
+{
+
+struct Plan
+{
+	Case cell;
+	Mitigation mitigation = Mitigation::none;
+	MatrixTimes times{};
+	std::uint64_t seed = 1;
+	long count = 10000; ///< see AttackParameters
+	std::filesystem::path installRoot{};
+};
+
+/// Lets the pair serve behind the mitigation, starts the attack, injects the event, watches,
+/// ends the attack, watches again. The record has the differences from what is expected.
+/// @throws LabError when no lab can be made
+Record runCase(const Plan& plan);
+
+/// The agents' figures and roles now. Takes two seconds.
+PairSnapshot snapshotOf(Lab& lab);
+
+/// What the watched time came to, without its roles.
+Observation observationOf(const LegRecord& seen);
+
+/// What the attacker has done, into the record of the case.
+void keepTally(const AttackTally& tally, Record& record);
+
+/// What the node has read from its heartbeat port so far.
+ReceivedCounts receivedBy(Lab& lab, HostId node);
+
+} // namespace velarix::lab::hostile

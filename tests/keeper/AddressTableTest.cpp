@@ -1,0 +1,472 @@
+// The states of the address: every state with every event, one row a line, and what must
+// hold whatever comes in whatever order.
+#include <cstdlib>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "AddressMachine.h"
+
+namespace
+{
+
+using namespace velarix::keeper;
+using enum AddressState;
+using E = AddressEvent;
+
+constexpr Millis kNow = 1'000'000;
+const Mac kOther{2, 0, 0, 0, 0, 1};
+const Mac kThird{2, 0, 0, 0, 0, 3};
+
+/// Actions as letters: x lower, ! raise, p probe, a announce.
+std::string letters(const AddressActions& actions)
+{
+	return std::string(actions.lower ? "x" : "") + (actions.raise ? "!" : "") + (actions.probe ? "p" : "") +
+	       (actions.announce ? "a" : "");
+}
+
+std::string atText(Millis at)
+{
+	return at == kNever ? "-" : std::to_string(at - kNow);
+}
+
+struct Row
+{
+	const char* name;
+	AddressState state;
+	bool defend;
+	bool link;
+	int sent;
+	bool answered;
+	E event;
+	AddressState after;
+	const char* actions;
+	const char* deadline; ///< milliseconds from now, "-" for none
+};
+
+// clang-format off
+const std::vector<Row> kRows{
+	// name                          state        defend link  sent answered event         after        actions deadline
+	{"offline, carrier comes",       offline,     false, false, 0, false, E::linkUp,       probing,     "p",  "75"},
+	{"offline, still none",          offline,     false, false, 0, false, E::linkDown,     offline,     "",   "-"},
+	{"offline, retry",               offline,     false, true,  0, false, E::timer,        probing,     "p",  "75"},
+	{"offline, retry, no carrier",   offline,     false, false, 0, false, E::timer,        offline,     "",   "-"},
+	{"offline, claim",               offline,     false, false, 0, false, E::claim,        offline,     "",   "-"},
+	{"offline, probe",               offline,     false, false, 0, false, E::foreignProbe, offline,     "",   "-"},
+	{"offline, removed",             offline,     false, false, 0, false, E::removed,      offline,     "",   "-"},
+	{"offline, raise failed",        offline,     false, false, 0, false, E::raiseFailed,  offline,     "",   "-"},
+	{"offline, stall",               offline,     false, false, 0, false, E::stall,        offline,     "",   "-"},
+	{"offline, stop",                offline,     false, false, 0, false, E::stop,         stopped,     "",   "-"},
+
+	{"probing, carrier again",       probing,     false, true,  1, false, E::linkUp,       probing,     "",   "0"},
+	{"probing, carrier lost",        probing,     false, true,  1, false, E::linkDown,     offline,     "",   "-"},
+	{"probing, second probe",        probing,     false, true,  1, false, E::timer,        probing,     "p",  "75"},
+	{"probing, third probe",         probing,     false, true,  2, false, E::timer,        probing,     "p",  "100"},
+	{"probing, free",                probing,     false, true,  3, false, E::timer,        announcing,  "!a", "250"},
+	{"probing, claim",               probing,     false, true,  1, false, E::claim,        waiting,     "",   "200"},
+	{"probing, claim, defends",      probing,     true,  true,  1, false, E::claim,        waiting,     "",   "200"},
+	{"probing, probe",               probing,     false, true,  1, false, E::foreignProbe, backingOff,  "",   "507"},
+	{"probing, probe, defends",      probing,     true,  true,  1, false, E::foreignProbe, backingOff,  "",   "7"},
+	{"probing, removed",             probing,     false, true,  1, false, E::removed,      probing,     "",   "0"},
+	{"probing, raise failed",        probing,     false, true,  1, false, E::raiseFailed,  probing,     "",   "0"},
+	{"probing, stall",               probing,     false, true,  3, false, E::stall,        probing,     "p",  "75"},
+	{"probing, stop",                probing,     false, true,  1, false, E::stop,         stopped,     "",   "-"},
+
+	{"backing off, carrier again",   backingOff,  false, true,  0, false, E::linkUp,       backingOff,  "",   "0"},
+	{"backing off, carrier lost",    backingOff,  false, true,  0, false, E::linkDown,     offline,     "",   "-"},
+	{"backing off, over",            backingOff,  false, true,  0, false, E::timer,        probing,     "p",  "75"},
+	{"backing off, claim",           backingOff,  false, true,  0, false, E::claim,        waiting,     "",   "200"},
+	{"backing off, probe",           backingOff,  false, true,  0, false, E::foreignProbe, backingOff,  "",   "0"},
+	{"backing off, removed",         backingOff,  false, true,  0, false, E::removed,      backingOff,  "",   "0"},
+	{"backing off, raise failed",    backingOff,  false, true,  0, false, E::raiseFailed,  backingOff,  "",   "0"},
+	{"backing off, stall",           backingOff,  false, true,  0, false, E::stall,        probing,     "p",  "75"},
+	{"backing off, stop",            backingOff,  false, true,  0, false, E::stop,         stopped,     "",   "-"},
+
+	{"waiting, carrier again",       waiting,     false, true,  0, false, E::linkUp,       waiting,     "",   "0"},
+	{"waiting, carrier lost",        waiting,     false, true,  0, false, E::linkDown,     offline,     "",   "-"},
+	{"waiting, asks",                waiting,     false, true,  0, false, E::timer,        waiting,     "p",  "75"},
+	{"waiting, answered",            waiting,     false, true,  1, true,  E::timer,        waiting,     "",   "125"},
+	{"waiting, unanswered",          waiting,     false, true,  1, false, E::timer,        probing,     "p",  "75"},
+	{"waiting, claim",               waiting,     false, true,  1, false, E::claim,        waiting,     "",   "0"},
+	{"waiting, claim, defends",      waiting,     true,  true,  1, false, E::claim,        waiting,     "",   "0"},
+	{"waiting, probe",               waiting,     false, true,  0, false, E::foreignProbe, waiting,     "",   "0"},
+	{"waiting, removed",             waiting,     false, true,  0, false, E::removed,      waiting,     "",   "0"},
+	{"waiting, raise failed",        waiting,     false, true,  0, false, E::raiseFailed,  waiting,     "",   "0"},
+	{"waiting, stall",               waiting,     false, true,  0, false, E::stall,        probing,     "p",  "75"},
+	{"waiting, stop",                waiting,     false, true,  0, false, E::stop,         stopped,     "",   "-"},
+
+	{"announcing, carrier again",    announcing,  false, true,  2, false, E::linkUp,       rechecking,  "p",  "75"},
+	{"announcing, carrier lost",     announcing,  false, true,  2, false, E::linkDown,     announcing,  "",   "0"},
+	{"announcing, next",             announcing,  false, true,  2, false, E::timer,        announcing,  "a",  "250"},
+	{"announcing, fifth",            announcing,  false, true,  4, false, E::timer,        holding,     "a",  "1000"},
+	{"announcing, claim",            announcing,  false, true,  2, false, E::claim,        rechecking,  "p",  "75"},
+	{"announcing, claim, defends",   announcing,  true,  true,  2, false, E::claim,        announcing,  "a",  "0"},
+	{"announcing, probe",            announcing,  false, true,  2, false, E::foreignProbe, announcing,  "",   "0"},
+	{"announcing, removed",          announcing,  false, true,  2, false, E::removed,      announcing,  "!a", "0"},
+	{"announcing, raise failed",     announcing,  false, true,  2, false, E::raiseFailed,  offline,     "x",  "1000"},
+	{"announcing, stall",            announcing,  true,  true,  2, false, E::stall,        rechecking,  "p",  "75"},
+	{"announcing, stop",             announcing,  false, true,  2, false, E::stop,         stopped,     "x",  "-"},
+
+	{"holding, carrier again",       holding,     true,  true,  0, false, E::linkUp,       rechecking,  "p",  "75"},
+	{"holding, carrier lost",        holding,     false, true,  0, false, E::linkDown,     holding,     "",   "0"},
+	{"holding, watches",             holding,     false, true,  0, false, E::timer,        holding,     "p",  "1000"},
+	{"holding, claim",               holding,     false, true,  0, false, E::claim,        rechecking,  "p",  "75"},
+	{"holding, claim, defends",      holding,     true,  true,  0, false, E::claim,        holding,     "a",  "0"},
+	{"holding, probe",               holding,     false, true,  0, false, E::foreignProbe, holding,     "",   "0"},
+	{"holding, removed",             holding,     false, true,  0, false, E::removed,      holding,     "!a", "0"},
+	{"holding, raise failed",        holding,     false, true,  0, false, E::raiseFailed,  offline,     "x",  "1000"},
+	{"holding, stall",               holding,     true,  true,  0, false, E::stall,        rechecking,  "p",  "75"},
+	{"holding, stop",                holding,     false, true,  0, false, E::stop,         stopped,     "x",  "-"},
+
+	{"rechecking, carrier again",    rechecking,  false, true,  2, false, E::linkUp,       rechecking,  "p",  "75"},
+	{"rechecking, carrier lost",     rechecking,  false, true,  2, false, E::linkDown,     rechecking,  "",   "0"},
+	{"rechecking, second probe",     rechecking,  false, true,  1, false, E::timer,        rechecking,  "p",  "75"},
+	{"rechecking, third probe",      rechecking,  false, true,  2, false, E::timer,        rechecking,  "p",  "100"},
+	{"rechecking, nobody",           rechecking,  false, true,  3, false, E::timer,        holding,     "a",  "1000"},
+	{"rechecking, claim",            rechecking,  false, true,  1, false, E::claim,        yielded,     "x",  "200"},
+	{"rechecking, claim, defends",   rechecking,  true,  true,  1, false, E::claim,        yielded,     "x",  "200"},
+	{"rechecking, probe",            rechecking,  false, true,  1, false, E::foreignProbe, rechecking,  "",   "0"},
+	{"rechecking, removed",          rechecking,  false, true,  1, false, E::removed,      rechecking,  "!a", "0"},
+	{"rechecking, raise failed",     rechecking,  false, true,  1, false, E::raiseFailed,  offline,     "x",  "1000"},
+	{"rechecking, stall",            rechecking,  false, true,  3, false, E::stall,        rechecking,  "p",  "75"},
+	{"rechecking, stop",             rechecking,  false, true,  1, false, E::stop,         stopped,     "x",  "-"},
+
+	{"yielded, carrier again",       yielded,     false, true,  0, false, E::linkUp,       yielded,     "",   "0"},
+	{"yielded, carrier lost",        yielded,     false, true,  0, false, E::linkDown,     offline,     "",   "-"},
+	{"yielded, asks",                yielded,     false, true,  0, false, E::timer,        yielded,     "p",  "75"},
+	{"yielded, answered",            yielded,     false, true,  1, true,  E::timer,        yielded,     "",   "125"},
+	{"yielded, unanswered",          yielded,     false, true,  1, false, E::timer,        probing,     "p",  "75"},
+	{"yielded, claim",               yielded,     true,  true,  1, false, E::claim,        yielded,     "",   "0"},
+	{"yielded, probe",               yielded,     false, true,  0, false, E::foreignProbe, yielded,     "",   "0"},
+	{"yielded, removed",             yielded,     false, true,  0, false, E::removed,      yielded,     "",   "0"},
+	{"yielded, raise failed",        yielded,     false, true,  0, false, E::raiseFailed,  yielded,     "",   "0"},
+	{"yielded, stall",               yielded,     false, true,  0, false, E::stall,        probing,     "p",  "75"},
+	{"yielded, stop",                yielded,     false, true,  0, false, E::stop,         stopped,     "",   "-"},
+
+	{"stopped, carrier",             stopped,     false, false, 0, false, E::linkUp,       stopped,     "",   "-"},
+	{"stopped, carrier lost",        stopped,     false, true,  0, false, E::linkDown,     stopped,     "",   "-"},
+	{"stopped, timer",               stopped,     false, true,  0, false, E::timer,        stopped,     "",   "-"},
+	{"stopped, claim",               stopped,     true,  true,  0, false, E::claim,        stopped,     "",   "-"},
+	{"stopped, probe",               stopped,     false, true,  0, false, E::foreignProbe, stopped,     "",   "-"},
+	{"stopped, removed",             stopped,     false, true,  0, false, E::removed,      stopped,     "",   "-"},
+	{"stopped, raise failed",        stopped,     false, true,  0, false, E::raiseFailed,  stopped,     "",   "-"},
+	{"stopped, stall",               stopped,     false, true,  0, false, E::stall,        stopped,     "",   "-"},
+	{"stopped, stop",                stopped,     false, true,  0, false, E::stop,         stopped,     "",   "-"},
+};
+// clang-format on
+
+AddressMachine machineOf(const Row& row)
+{
+	AddressMachine machine;
+	machine.state = row.state;
+	machine.defend = row.defend;
+	machine.link = row.link;
+	machine.sent = row.sent;
+	machine.answered = row.answered;
+	machine.since = kNow - 500;
+	if (row.state == announcing)
+	{
+		machine.announceAt = kNow;
+	}
+	else if (row.state != stopped && row.state != offline)
+	{
+		machine.probeAt = kNow;
+	}
+	if (row.state == waiting || row.state == yielded)
+	{
+		machine.holder = kOther;
+	}
+	return machine;
+}
+
+TEST(AddressTable, EveryRow)
+{
+	for (const Row& row : kRows)
+	{
+		SCOPED_TRACE(row.name);
+		const AddressStep step = next(machineOf(row), {row.event, kNow, kOther, 7});
+		EXPECT_STREQ(nameOf(step.machine.state), nameOf(row.after));
+		EXPECT_EQ(letters(step.actions), row.actions);
+		EXPECT_EQ(atText(step.machine.deadline()), row.deadline);
+	}
+}
+
+TEST(AddressTable, EveryStateWithEveryEvent)
+{
+	std::set<std::pair<AddressState, E>> decided;
+	for (const Row& row : kRows)
+	{
+		decided.emplace(row.state, row.event);
+	}
+	EXPECT_EQ(decided.size(), 9U * 9U);
+}
+
+TEST(AddressTable, ProbesThreeTimesAndIsSilentBeforeItRaises)
+{
+	AddressMachine machine;
+	AddressStep step = next(machine, {E::linkUp, kNow, {}, 0});
+	EXPECT_EQ(letters(step.actions), "p");
+	step = next(step.machine, {E::timer, kNow + 75, {}, 0});
+	EXPECT_EQ(letters(step.actions), "p");
+	step = next(step.machine, {E::timer, kNow + 150, {}, 0});
+	EXPECT_EQ(letters(step.actions), "p");
+	EXPECT_EQ(step.machine.deadline(), kNow + 250);
+	step = next(step.machine, {E::timer, kNow + 250, {}, 0});
+	EXPECT_EQ(letters(step.actions), "!a");
+}
+
+TEST(AddressTable, AnnouncesFiveTimesInTheFirstSecondAndThenOnceAMinute)
+{
+	AddressMachine machine;
+	machine.state = probing;
+	machine.sent = 3;
+	AddressStep step = next(machine, {E::timer, kNow, {}, 0});
+	std::vector<Millis> announced{0};
+	while (step.machine.deadline() <= kNow + 130'000)
+	{
+		const Millis at = step.machine.deadline();
+		step = next(step.machine, {E::timer, at, {}, 0});
+		if (step.actions.announce)
+		{
+			announced.push_back(at - kNow);
+		}
+	}
+	EXPECT_EQ(announced, (std::vector<Millis>{0, 250, 500, 750, 1000, 61'000, 121'000}));
+}
+
+TEST(AddressTable, ItIsHeldSinceItWasRaised)
+{
+	AddressMachine machine;
+	machine.state = probing;
+	machine.sent = 3;
+	AddressStep step = next(machine, {E::timer, kNow, {}, 0});
+	step = next(step.machine, {E::stall, kNow + 5000, {}, 0});
+	while (step.machine.state != holding)
+	{
+		step = next(step.machine, {E::timer, step.machine.deadline(), {}, 0});
+	}
+	EXPECT_EQ(step.machine.since, kNow);
+}
+
+TEST(AddressTable, WatchesOnceASecondWhileHolding)
+{
+	AddressMachine machine;
+	machine.state = holding;
+	machine.probeAt = kNow + 1000;
+	machine.announceAt = kNow + 60'000;
+	AddressStep step{machine, {}};
+	for (Millis at = kNow + 1000; at <= kNow + 5000; at += 1000)
+	{
+		ASSERT_EQ(step.machine.deadline(), at);
+		step = next(step.machine, {E::timer, at, {}, 0});
+		EXPECT_EQ(letters(step.actions), "p");
+	}
+}
+
+TEST(AddressTable, AFloodOfClaimsIsDefendedTenTimesASecond)
+{
+	AddressMachine machine;
+	machine.state = holding;
+	machine.defend = true;
+	machine.probeAt = kNow + 1000;
+	int announced = 0;
+	for (Millis at = kNow; at < kNow + 1000; ++at)
+	{
+		AddressStep step = next(machine, {E::claim, at, kThird, 0});
+		announced += step.actions.announce ? 1 : 0;
+		machine = step.machine;
+		if (machine.deadline() <= at)
+		{
+			step = next(machine, {E::timer, at, {}, 0});
+			announced += step.actions.announce ? 1 : 0;
+			machine = step.machine;
+		}
+	}
+	EXPECT_EQ(announced, 10);
+	// The last claim was not defended yet: that comes.
+	EXPECT_EQ(machine.deadline(), kNow + 1000);
+}
+
+TEST(AddressTable, AStormOfRemovalsIsAnsweredFiftyTimesASecond)
+{
+	AddressMachine machine;
+	machine.state = holding;
+	machine.probeAt = kNow + 10'000;
+	int raised = 0;
+	Millis longest = 0;
+	Millis missing = -1;
+	for (Millis at = kNow; at < kNow + 1000; ++at)
+	{
+		missing = missing < 0 ? at : missing;
+		AddressStep step = next(machine, {E::removed, at, {}, 0});
+		if (!step.actions.raise && step.machine.deadline() <= at)
+		{
+			step = next(step.machine, {E::timer, at, {}, 0});
+		}
+		machine = step.machine;
+		if (step.actions.raise)
+		{
+			++raised;
+			longest = std::max(longest, at - missing);
+			missing = -1;
+		}
+	}
+	EXPECT_EQ(raised, 50);
+	EXPECT_LE(longest, 50);
+}
+
+TEST(AddressTable, AReleaseIsSeenWithinHalfASecond)
+{
+	AddressMachine machine;
+	machine.state = probing;
+	machine.sent = 1;
+	machine.link = true;
+	AddressStep step = next(machine, {E::claim, kNow, kOther, 0});
+	// The holder goes in the worst moment: right after its last answer.
+	Millis answeredAt = 0;
+	while (step.machine.state == waiting && answeredAt == 0)
+	{
+		const Millis at = step.machine.deadline();
+		step = next(step.machine, {E::timer, at, {}, 0});
+		if (step.actions.probe)
+		{
+			step = next(step.machine, {E::claim, at, kOther, 0});
+			answeredAt = at;
+		}
+	}
+	Millis raisedAt = 0;
+	while (raisedAt == 0)
+	{
+		const Millis at = step.machine.deadline();
+		ASSERT_NE(at, kNever);
+		step = next(step.machine, {E::timer, at, {}, 0});
+		raisedAt = step.actions.raise ? at : 0;
+	}
+	EXPECT_EQ(raisedAt - answeredAt, 450);
+}
+
+TEST(AddressTable, AHolderIsKnownSinceItWasFirstHeard)
+{
+	AddressMachine machine;
+	machine.state = probing;
+	machine.sent = 1;
+	AddressStep step = next(machine, {E::claim, kNow, kOther, 0});
+	EXPECT_EQ(step.machine.holder, kOther);
+	EXPECT_EQ(step.machine.since, kNow);
+	// One answer is lost: PROBING, and back.
+	step = next(step.machine, {E::timer, kNow + 200, {}, 0});
+	step = next(step.machine, {E::timer, kNow + 275, {}, 0});
+	ASSERT_EQ(step.machine.state, probing);
+	step = next(step.machine, {E::claim, kNow + 280, kOther, 0});
+	EXPECT_EQ(step.machine.since, kNow);
+	step = next(step.machine, {E::claim, kNow + 300, kThird, 0});
+	EXPECT_EQ(step.machine.holder, kThird);
+	EXPECT_EQ(step.machine.since, kNow + 300);
+}
+
+TEST(AddressTable, TwoThatProbeAtOnceDoNotMeetAgain)
+{
+	for (unsigned random = 0; random < 5000; ++random)
+	{
+		AddressMachine machine;
+		machine.state = probing;
+		machine.sent = 1;
+		const Millis yields = next(machine, {E::foreignProbe, kNow, kOther, random}).machine.deadline() - kNow;
+		machine.defend = true;
+		const Millis defends = next(machine, {E::foreignProbe, kNow, kOther, random * 7}).machine.deadline() - kNow;
+		ASSERT_GE(yields - defends, 250);
+		ASSERT_LT(yields, 1000);
+	}
+}
+
+/// What must hold whatever comes: the kernel as the machine sees it, and the network.
+class Walk
+{
+public:
+	explicit Walk(unsigned seed) : m_random(seed) { m_machine.defend = seed % 2 == 0; }
+
+	void run(int steps)
+	{
+		for (int i = 0; i < steps && m_machine.state != stopped; ++i)
+		{
+			const bool timer = pick(2) == 0 && m_machine.deadline() != kNever;
+			m_now = timer ? std::max(m_now, m_machine.deadline()) : m_now + pick(120);
+			feed(timer ? E::timer : static_cast<E>(pick(i % 100 == 99 ? 9 : 8)));
+			if (testing::Test::HasFatalFailure())
+			{
+				return;
+			}
+		}
+	}
+
+private:
+	Millis pick(unsigned below) { return static_cast<Millis>(m_random() % below); }
+
+	void feed(E event)
+	{
+		if (event == E::claim)
+		{
+			m_claimedAt = m_now;
+		}
+		if (event == E::removed)
+		{
+			m_present = false;
+		}
+		const AddressMachine before = m_machine;
+		const AddressStep step = next(before, {event, m_now, kOther, static_cast<std::uint32_t>(m_random())});
+		m_machine = step.machine;
+		m_present = (m_present && !step.actions.lower) || step.actions.raise;
+		SCOPED_TRACE(std::string(nameOf(before.state)) + " to " + nameOf(m_machine.state));
+		if (!m_machine.held())
+		{
+			ASSERT_FALSE(m_present) << "an address that is not held is on the interface";
+		}
+		else if (!m_present)
+		{
+			ASSERT_LE(m_machine.deadline(), m_now + timing::kRaiseGap) << "nothing will raise it again";
+		}
+		if (!before.held() && m_machine.held())
+		{
+			ASSERT_GE(m_now - m_claimedAt, timing::kProbeWait) << "raised though somebody had claimed it";
+		}
+		if (step.actions.announce)
+		{
+			// Or it is raised again within 20 ms, and is defended meanwhile.
+			ASSERT_TRUE(m_machine.held());
+			ASSERT_GE(m_now - m_announcedAt, timing::kDefendGap);
+			m_announcedAt = m_now;
+		}
+		if (m_machine.state != stopped && m_machine.state != offline)
+		{
+			ASSERT_NE(m_machine.deadline(), kNever) << "nothing would ever happen again";
+			ASSERT_LE(m_machine.deadline(), m_now + 1000);
+		}
+		ASSERT_EQ(m_machine.state == waiting || m_machine.state == yielded,
+		          (m_machine.state == waiting || m_machine.state == yielded) && m_machine.holder.has_value());
+	}
+
+	std::mt19937 m_random;
+	AddressMachine m_machine;
+	Millis m_now = kNow;
+	Millis m_claimedAt = 0;
+	Millis m_announcedAt = 0;
+	bool m_present = false;
+};
+
+TEST(AddressTable, WhateverComes)
+{
+	const char* given = std::getenv("VELARIX_TEST_SEED");
+	const unsigned first =
+	    given != nullptr ? static_cast<unsigned>(std::atoi(given)) : std::random_device()() % 100'000;
+	for (unsigned seed = first; seed < first + 400; ++seed)
+	{
+		SCOPED_TRACE("VELARIX_TEST_SEED=" + std::to_string(seed));
+		Walk(seed).run(500);
+		ASSERT_FALSE(HasFatalFailure());
+	}
+}
+
+} // namespace

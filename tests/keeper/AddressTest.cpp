@@ -1,0 +1,471 @@
+// The address on real hosts with real ARP: who holds it, and how soon.
+#include <csignal>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Hosts.h"
+#include "WaitFor.h"
+
+namespace
+{
+
+using namespace keepertest;
+using namespace std::chrono_literals;
+
+/// Long enough for a machine under load; figures that are promised are told apart.
+constexpr milliseconds kSoon = 10s;
+
+class AddressTest : public testing::Test
+{
+protected:
+	AddressTest()
+	{
+		m_a.configure(true);
+		m_b.configure(false);
+	}
+
+	static void hold(const Host& host)
+	{
+		host.startProgram("ha-address");
+		ASSERT_TRUE(waitFor([&] { return host.state("ha-address", "held") == "yes" && host.hasAddress(); }, kSoon,
+		                    "address", [&] { return host.state("ha-address") + "\n" + host.events(); }));
+	}
+
+	static testing::AssertionResult reaches(const Host& host, const std::string& state, milliseconds limit = kSoon)
+	{
+		return waitFor([&] { return host.state("ha-address") == state; }, limit, state,
+		               [&] { return host.state("ha-address") + "\n" + host.events(); });
+	}
+
+	static bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+	/// Both ports may speak to the bridge, and not to each other: no carrier is lost.
+	void cut(bool apart) const
+	{
+		for (const Host* host : {&m_a, &m_b})
+		{
+			shell("bridge link set dev " + host->port() + " isolated " + (apart ? "on" : "off"));
+		}
+	}
+
+	Host m_a{1};
+	Host m_b{2};
+};
+
+TEST_F(AddressTest, AFreeAddressIsRaisedAnnouncedAndAnswers)
+{
+	const Speaker speaker;
+	m_a.startProgram("ha-address");
+	const auto [probes, announcements] = speaker.count(m_a.mac(), 2500ms);
+	EXPECT_TRUE(reaches(m_a, "holding"));
+	EXPECT_GE(probes, 4);
+	EXPECT_EQ(announcements, 5);
+	EXPECT_TRUE(
+	    has(m_a.run({"ip", "-4", "-o", "addr", "show", "dev", "eth0"}).output, "192.0.2.100/32 scope global eth0:ha"));
+	EXPECT_TRUE(has(m_a.run({"ifconfig"}).output, "inet 192.0.2.100 "));
+	EXPECT_TRUE(answers());
+	EXPECT_TRUE(has(m_a.events(), " raised: 192.0.2.100 on eth0\n"));
+}
+
+TEST_F(AddressTest, TheAgentSeesOneProgramOfItsName)
+{
+	hold(m_a);
+	EXPECT_EQ(m_a.processes("ha-address").size(), 1U);
+	m_a.startProgram("ha-address");
+	EXPECT_TRUE(waitFor([&] { return m_a.processes("ha-address").size() == 1; }, kSoon, "end of the second one"));
+	EXPECT_EQ(m_a.keeper({"stop", "ha-address"}).status, 0);
+	EXPECT_TRUE(m_a.processes("ha-address").empty());
+	EXPECT_TRUE(m_a.processes("keeper").empty());
+	EXPECT_FALSE(m_a.hasAddress());
+}
+
+TEST_F(AddressTest, ATakenAddressIsWaitedForAndTakenOverWhenItIsReleased)
+{
+	hold(m_a);
+	m_b.startProgram("ha-address");
+	ASSERT_TRUE(reaches(m_b, "waiting"));
+	EXPECT_EQ(m_b.state("ha-address", "holder"), "02:00:00:00:00:01");
+	EXPECT_FALSE(m_b.hasAddress());
+	EXPECT_TRUE(has(m_b.keeper({"status"}).output, "waits: 02:00:00:00:00:01 holds it and serves"));
+	EXPECT_EQ(m_a.keeper({"drop"}).output, "");
+	const milliseconds took = timeUntil([&] { return m_b.hasAddress(); }, kSoon, "address on b");
+	std::printf("release to raised: %lld ms\n", static_cast<long long>(took.count()));
+	EXPECT_LE(took, 2s);
+}
+
+TEST_F(AddressTest, RaiseIsSilentWhenItHoldsAndNamesTheHolderWhenItIsTaken)
+{
+	const Result raised = m_a.keeper({"raise"});
+	EXPECT_EQ(raised.status, 0);
+	EXPECT_EQ(raised.output, "");
+	EXPECT_TRUE(m_a.hasAddress());
+	EXPECT_EQ(m_a.processes("ha-address").size(), 1U);
+	EXPECT_EQ(m_a.keeper({"raise"}).output, "");
+	const Result taken = m_b.keeper({"raise"});
+	EXPECT_NE(taken.status, 0);
+	EXPECT_TRUE(taken.output.starts_with("192.0.2.100 is held by 02:00:00:00:00:01 since 20")) << taken.output;
+	EXPECT_EQ(std::count(taken.output.begin(), taken.output.end(), '\n'), 1);
+	EXPECT_FALSE(m_b.hasAddress());
+	EXPECT_TRUE(m_b.processes("ha-address").empty());
+}
+
+TEST_F(AddressTest, RaiseTellsOfAnInterfaceWithoutCarrier)
+{
+	shell("ip link set " + m_a.port() + " down");
+	EXPECT_EQ(m_a.keeper({"raise"}).output, "eth0 is missing, down or without carrier\n");
+	EXPECT_TRUE(m_a.processes("ha-address").empty());
+}
+
+TEST_F(AddressTest, DropLeavesNothingAndIsQuickWithNothingToDo)
+{
+	hold(m_a);
+	const Result dropped = m_a.keeper({"drop"});
+	EXPECT_EQ(dropped.status, 0);
+	EXPECT_EQ(dropped.output, "");
+	EXPECT_FALSE(m_a.hasAddress());
+	EXPECT_TRUE(m_a.processes("ha-address").empty());
+	EXPECT_EQ(m_a.keeper({"drop"}).status, 0);
+	// The best of ten: what it costs, and not what else this machine does.
+	milliseconds best = kSoon;
+	for (int i = 0; i < 10; ++i)
+	{
+		const auto begin = std::chrono::steady_clock::now();
+		m_a.keeper({"drop"});
+		best = std::min(best, std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin));
+	}
+	std::printf("drop with nothing to do: %lld ms\n", static_cast<long long>(best.count()));
+	EXPECT_LE(best, kQuick);
+}
+
+TEST_F(AddressTest, DropRemovesWhatSomebodyElseHasSet)
+{
+	m_a.run({"ip", "addr", "add", "192.0.2.100/24", "dev", "eth0"});
+	m_a.run({"ip", "addr", "add", "192.0.2.100/32", "dev", "eth0"});
+	EXPECT_EQ(m_a.keeper({"drop"}).output, "");
+	EXPECT_FALSE(m_a.hasAddress());
+	EXPECT_TRUE(has(m_a.run({"ip", "addr"}).output, "192.0.2.1/24"));
+}
+
+TEST_F(AddressTest, DropEndsAFrozenHolder)
+{
+	hold(m_a);
+	for (const char* name : {"ha-address", "keeper"})
+	{
+		for (const pid_t pid : m_a.processes(name))
+		{
+			::kill(pid, SIGSTOP);
+		}
+	}
+	EXPECT_EQ(m_a.keeper({"drop"}).output, "");
+	EXPECT_FALSE(m_a.hasAddress());
+	EXPECT_TRUE(m_a.processes("ha-address").empty());
+}
+
+TEST_F(AddressTest, AKilledHolderLeavesNoAddress)
+{
+	hold(m_a);
+	// The guard first: its worker tidies up.
+	ASSERT_FALSE(m_a.processes("ha-address").empty());
+	::kill(m_a.processes("ha-address").front(), SIGKILL);
+	EXPECT_TRUE(waitFor([&] { return !m_a.hasAddress(); }, 2s, "end of the address"));
+	EXPECT_TRUE(waitFor([&] { return m_a.processes("keeper").empty(); }, 2s, "end of the worker"));
+	hold(m_a);
+	ASSERT_FALSE(m_a.processes("keeper").empty());
+	::kill(m_a.processes("keeper").front(), SIGKILL);
+	EXPECT_TRUE(
+	    waitFor([&] { return !m_a.hasAddress() && m_a.processes("ha-address").empty(); }, 2s, "end of the guard"));
+	EXPECT_TRUE(has(m_a.events(), "killed: the worker ended by signal 9"));
+}
+
+TEST_F(AddressTest, AnAddressThatIsRemovedByHandIsBackAtOnce)
+{
+	hold(m_a);
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	milliseconds best = kSoon;
+	for (int i = 0; i < 5; ++i)
+	{
+		m_a.run({"ip", "addr", "del", "192.0.2.100/32", "dev", "eth0"});
+		best = std::min(best, timeUntil([&] { return m_a.hasAddress(); }, kSoon, "address again"));
+	}
+	EXPECT_LE(best, 50ms);
+	EXPECT_TRUE(waitFor([&] { return m_a.state("ha-address", "removals") == "5"; }, kSoon, "five removals"));
+	EXPECT_EQ(m_a.state("ha-address"), "holding");
+	EXPECT_TRUE(has(m_a.events(), "removed: 192.0.2.100 on eth0 was removed by somebody"));
+}
+
+TEST_F(AddressTest, AStormOfRemovalsIsSurvived)
+{
+	hold(m_a);
+	m_a.run({"/bin/sh", "-c", "i=0; while [ $i -lt 300 ]; do ip addr flush dev eth0 to 192.0.2.100; i=$((i+1)); done"});
+	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address again"));
+	const std::string events = m_a.events();
+	std::size_t lines = 0;
+	for (std::size_t at = 0; (at = events.find(" removed: ", at)) != std::string::npos; ++at)
+	{
+		++lines;
+	}
+	EXPECT_LE(lines, 20U) << "the log must not be filled";
+}
+
+TEST_F(AddressTest, TheMarkerIsSetAndKept)
+{
+	const auto marked = [&] { return has(m_a.run({"ifconfig", "lo"}).output, "::192.0.2.100"); };
+	EXPECT_FALSE(marked());
+	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
+	EXPECT_TRUE(marked());
+	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
+	EXPECT_EQ(m_a.keeper({"unmark"}).status, 0);
+	EXPECT_FALSE(marked());
+	EXPECT_TRUE(has(m_a.keeper({"status"}).output, "the marker ::192.0.2.100 is missing"));
+	// The agent looks for it right after the stop command.
+	m_a.keeper({"drop"});
+	EXPECT_TRUE(marked());
+	m_a.keeper({"unmark"});
+	hold(m_a);
+	EXPECT_TRUE(marked());
+	m_a.run({"ip", "-6", "addr", "flush", "dev", "lo"});
+	EXPECT_TRUE(waitFor(marked, 2s, "marker again"));
+	// It is for the eyes of ifconfig alone.
+	m_a.keeper({"drop"});
+	EXPECT_FALSE(answers());
+}
+
+TEST_F(AddressTest, WithoutIPv6MarkSaysWhatItCosts)
+{
+	m_a.run({"/bin/sh", "-c", "echo 1 > /proc/sys/net/ipv6/conf/lo/disable_ipv6"});
+	const Result marked = m_a.keeper({"mark"});
+	EXPECT_EQ(marked.status, 69);
+	EXPECT_TRUE(has(marked.output, "five seconds longer")) << marked.output;
+	EXPECT_EQ(m_a.keeper({"raise"}).status, 0);
+}
+
+TEST_F(AddressTest, TwoThatStartAtOnceAgreeOnOne)
+{
+	for (int i = 0; i < 3; ++i)
+	{
+		m_a.startProgram("ha-address");
+		m_b.startProgram("ha-address");
+		const milliseconds took = timeUntil([&] { return m_a.hasAddress() || m_b.hasAddress(); }, kSoon, "holder");
+		EXPECT_LE(took, 4s);
+		const Host& holder = m_a.hasAddress() ? m_a : m_b;
+		const Host& other = m_a.hasAddress() ? m_b : m_a;
+		EXPECT_TRUE(reaches(holder, "holding"));
+		EXPECT_TRUE(reaches(other, "waiting"));
+		EXPECT_FALSE(other.hasAddress());
+		m_a.keeper({"drop"});
+		m_b.keeper({"drop"});
+	}
+}
+
+TEST_F(AddressTest, AfterASplitTheOneThatYieldsYields)
+{
+	cut(true);
+	hold(m_a);
+	hold(m_b);
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	ASSERT_TRUE(reaches(m_b, "holding"));
+	cut(false);
+	const milliseconds took = timeUntil([&] { return !m_b.hasAddress(); }, kSoon, "b to yield");
+	std::printf("split healed to one holder: %lld ms\n", static_cast<long long>(took.count()));
+	EXPECT_LE(took, 2s);
+	EXPECT_EQ(m_b.state("ha-address"), "yielded");
+	EXPECT_EQ(m_b.state("ha-address", "holder"), "02:00:00:00:00:01");
+	EXPECT_EQ(m_a.state("ha-address"), "holding");
+	EXPECT_TRUE(m_a.hasAddress());
+	EXPECT_TRUE(has(m_b.events(), "yielded: 192.0.2.100 to 02:00:00:00:00:01"));
+	EXPECT_TRUE(has(m_b.keeper({"status"}).output, "given up to 02:00:00:00:00:01"));
+}
+
+TEST_F(AddressTest, AnotherInterfaceOfThisHostOnTheSameNetworkIsNoConflict)
+{
+	shell("ip link add out type veth peer name eth1 netns " + m_b.namespaces() + " && ip link set out master br0 up");
+	m_b.run({"ip", "link", "set", "eth1", "up"});
+	EXPECT_TRUE(waitFor(
+	    [&] {
+		    return has(m_b.run({"ip", "-o", "link", "show", "dev", "eth1"}).output, "LOWER_UP");
+	    },
+	    kSoon, "carrier"));
+	hold(m_b);
+	ASSERT_TRUE(reaches(m_b, "holding"));
+	const Speaker speaker;
+	EXPECT_GE(speaker.count(m_b.mac(), 2500ms).first, 2);
+	EXPECT_EQ(m_b.state("ha-address", "conflicts"), "0");
+	EXPECT_TRUE(m_b.hasAddress());
+	shell("ip link del out");
+}
+
+TEST_F(AddressTest, OneForgedPacketCostsNothing)
+{
+	hold(m_b);
+	ASSERT_TRUE(reaches(m_b, "holding"));
+	const Speaker speaker;
+	speaker.claim({2, 0, 0, 0, 0, 0x66});
+	ASSERT_TRUE(waitFor([&] { return m_b.state("ha-address", "conflicts") == "1"; }, kSoon, "conflict"));
+	EXPECT_TRUE(reaches(m_b, "holding"));
+	EXPECT_TRUE(m_b.hasAddress());
+	EXPECT_FALSE(has(m_b.events(), "lowered"));
+}
+
+TEST_F(AddressTest, TheOneThatDefendsAnnouncesAtOnceAndNotOftener)
+{
+	hold(m_a);
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	const Speaker speaker;
+	speaker.claim({2, 0, 0, 0, 0, 0x66});
+	EXPECT_GE(speaker.count(m_a.mac(), 300ms).second, 1);
+	std::jthread flood(
+	    [&](const std::stop_token& stop)
+	    {
+		    while (!stop.stop_requested())
+		    {
+			    speaker.claim({2, 0, 0, 0, 0, 0x66});
+			    std::this_thread::sleep_for(1ms);
+		    }
+	    });
+	const Speaker listener;
+	const int announced = listener.count(m_a.mac(), 2s).second;
+	EXPECT_GE(announced, 3);
+	EXPECT_LE(announced, 22);
+	EXPECT_TRUE(m_a.hasAddress());
+}
+
+TEST_F(AddressTest, AHolderThatStoodStillYieldsToWhoeverHoldsItNow)
+{
+	hold(m_a);
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	const pid_t worker = std::stoi(m_a.state("ha-address", "pid"));
+	::kill(worker, SIGSTOP);
+	// The rest of the machine, too, as a virtual machine that is paused.
+	shell("ip link set " + m_a.port() + " nomaster");
+	hold(m_b);
+	std::this_thread::sleep_for(3200ms); // The stall itself is what is tested.
+	shell("ip link set " + m_a.port() + " master br0");
+	::kill(worker, SIGCONT);
+	EXPECT_TRUE(reaches(m_a, "yielded"));
+	EXPECT_FALSE(m_a.hasAddress());
+	EXPECT_TRUE(m_b.hasAddress()) << m_b.events();
+	EXPECT_TRUE(has(m_a.events(), "stalled: "));
+}
+
+TEST_F(AddressTest, AShortPauseIsNoStall)
+{
+	hold(m_a);
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	const pid_t worker = std::stoi(m_a.state("ha-address", "pid"));
+	::kill(worker, SIGSTOP);
+	std::this_thread::sleep_for(500ms);
+	::kill(worker, SIGCONT);
+	const Speaker speaker;
+	EXPECT_GE(speaker.count(m_a.mac(), 1500ms).first, 1);
+	EXPECT_FALSE(has(m_a.events(), "stalled"));
+}
+
+TEST_F(AddressTest, AnInterfaceThatComesLateIsWaitedFor)
+{
+	shell("ip link set " + m_a.port() + " down");
+	m_a.startProgram("ha-address");
+	ASSERT_TRUE(reaches(m_a, "offline"));
+	shell("ip link set " + m_a.port() + " up");
+	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address"));
+	// A carrier that goes and comes does not cost the address, and asks who else has it.
+	shell("ip link set " + m_a.port() + " down");
+	ASSERT_TRUE(waitFor(
+	    [&] {
+		    return has(m_a.run({"ip", "link", "show", "dev", "eth0"}).output, "NO-CARRIER");
+	    },
+	    kSoon, "loss"));
+	EXPECT_TRUE(m_a.hasAddress());
+	hold(m_b);
+	shell("ip link set " + m_a.port() + " up");
+	EXPECT_TRUE(reaches(m_a, "yielded"));
+	EXPECT_TRUE(m_b.hasAddress());
+}
+
+TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)
+{
+	hold(m_a);
+	shell("ip link del " + m_a.port());
+	ASSERT_TRUE(reaches(m_a, "offline"));
+	const pid_t worker = std::stoi(m_a.state("ha-address", "pid"));
+	shell("ip link add h1 type veth peer name eth0 address 02:00:00:00:00:01 netns " + std::to_string(worker) +
+	      " && ip link set h1 master br0 up");
+	m_a.run({"ip", "link", "set", "eth0", "up"});
+	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address", [&] { return m_a.events(); }));
+}
+
+TEST_F(AddressTest, MalformedAndForeignARPIsIgnored)
+{
+	hold(m_a);
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	const Speaker speaker;
+	const auto claim = velarix::keeper::arpAnnouncement(0x640200c0, {2, 0, 0, 0, 0, 0x66});
+	for (std::size_t place = 14; place < 22; ++place)
+	{
+		std::vector<std::uint8_t> frame(claim.begin(), claim.end());
+		frame[place] = 0xee;
+		speaker.send(frame);
+	}
+	for (std::size_t length = 14; length < claim.size(); ++length)
+	{
+		speaker.send({claim.begin(), claim.begin() + static_cast<std::ptrdiff_t>(length)});
+	}
+	// One that counts, behind all of them.
+	speaker.claim({2, 0, 0, 0, 0, 0x66});
+	ASSERT_TRUE(waitFor([&] { return m_a.state("ha-address", "conflicts") != "0"; }, kSoon, "conflict"));
+	EXPECT_EQ(m_a.state("ha-address", "conflicts"), "1");
+}
+
+TEST_F(AddressTest, SomebodyWhoAnswersEveryProbeIsWaitedFor)
+{
+	const Speaker speaker;
+	std::jthread attacker([&] { speaker.answerProbes({2, 0, 0, 0, 0, 0x66}, 1500ms); });
+	m_a.startProgram("ha-address");
+	EXPECT_TRUE(reaches(m_a, "waiting"));
+	EXPECT_EQ(m_a.state("ha-address", "holder"), "02:00:00:00:00:66");
+	EXPECT_FALSE(m_a.hasAddress());
+	attacker.join();
+	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address"));
+}
+
+TEST_F(AddressTest, WhatItMayDoIsLittle)
+{
+	hold(m_a);
+	const std::string pid = m_a.state("ha-address", "pid");
+	const std::string status = shell("cat /proc/" + pid + "/status");
+	// CAP_NET_ADMIN and CAP_NET_RAW.
+	EXPECT_TRUE(has(status, "CapEff:\t0000000000003000")) << status;
+	EXPECT_TRUE(has(status, "CapPrm:\t0000000000003000")) << status;
+	EXPECT_EQ(shell("ls /proc/" + pid + "/task | wc -l"), "1\n");
+	const int resident = std::stoi(shell("sed -n 's/^VmRSS:[ \\t]*\\([0-9]*\\) kB/\\1/p' /proc/" + pid + "/status"));
+	std::printf("resident: %d kB\n", resident);
+#ifndef KEEPER_INSTRUMENTED
+	EXPECT_LE(resident, 4096 + 1024) << "an unoptimised build may have a little more than 4 MiB";
+#endif
+}
+
+TEST_F(AddressTest, WithoutSoundSettingsNothingStarts)
+{
+	m_a.write("/usr/velarix/bin/ini/keeper.ini", "[address]\naddress = nowhere\n");
+	const Result refused = m_a.run({"/bin/sh", "-c", "/usr/velarix/run/ha-address 2>&1"});
+	EXPECT_EQ(refused.status, 78);
+	EXPECT_TRUE(refused.output.starts_with("ha-address: keeper.ini line 2: address = nowhere is no IPv4 address"))
+	    << refused.output;
+	EXPECT_EQ(m_a.keeper({"raise"}).status, 78);
+	EXPECT_EQ(m_a.keeper({"check"}).status, 78);
+	EXPECT_EQ(m_a.run({"/bin/sh", "-c", "/usr/libexec/velarix-ha/keeper nonsense 2>&1"}).status, 64);
+	EXPECT_NE(m_a.keeper({"drop"}).output, "");
+}
+
+TEST_F(AddressTest, StatusIsJSONWhenAsked)
+{
+	hold(m_a);
+	const std::string json = m_a.keeper({"status", "--json"}).output;
+	EXPECT_TRUE(has(json, "\"address\": \"192.0.2.100\"")) << json;
+	EXPECT_TRUE(has(json, "\"held\": true")) << json;
+	EXPECT_TRUE(has(json, "\"marker\": true")) << json;
+	EXPECT_TRUE(has(m_b.keeper({"status", "--json"}).output, "\"state\": \"stopped\""));
+	shell("echo '" + json + "' | python3 -c 'import json, sys; json.load(sys.stdin)'");
+}
+
+} // namespace

@@ -1,0 +1,432 @@
+// Services on a real host: started with the address, ended with it, whatever they are.
+#include <csignal>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Hosts.h"
+#include "WaitFor.h"
+
+namespace
+{
+
+using namespace keepertest;
+using namespace std::chrono_literals;
+
+constexpr milliseconds kSoon = 15s;
+
+class ServiceTest : public testing::Test
+{
+protected:
+	/// A service whose command is a script of the shell.
+	void configure(const std::string& script, const std::string& more = "") const
+	{
+		m_host.write("/usr/velarix/serve", "#!/bin/sh\n" + script + "\n");
+		m_host.run({"chmod", "755", "/usr/velarix/serve"});
+		m_host.configure(true, "[service web]\ncommand = /usr/velarix/serve\n" + more);
+	}
+
+	void start() const
+	{
+		m_host.startProgram("ha-address");
+		m_host.startProgram("ha-web");
+		ASSERT_TRUE(reaches("running"));
+	}
+
+	testing::AssertionResult reaches(const std::string& state) const
+	{
+		return waitFor([&] { return m_host.state("ha-web") == state; }, kSoon, state,
+		               [&] { return m_host.state("ha-web") + "\n" + m_host.events(); });
+	}
+
+	testing::AssertionResult ends(const std::string& name) const
+	{
+		return waitFor([&] { return m_host.processes(name).empty(); }, kSoon, "end of " + name,
+		               [&] { return m_host.events(); });
+	}
+
+	testing::AssertionResult comes(const std::string& name, std::size_t count = 1) const
+	{
+		return waitFor([&] { return m_host.processes(name).size() == count; }, kSoon, name,
+		               [&] { return m_host.events(); });
+	}
+
+	bool told(const std::string& part) const { return m_host.events().find(part) != std::string::npos; }
+
+	Host m_host{1};
+};
+
+TEST_F(ServiceTest, RunsWhereTheAddressIsAndNowhereElse)
+{
+	configure("exec sleep 1000");
+	m_host.startProgram("ha-web");
+	ASSERT_TRUE(reaches("waiting"));
+	EXPECT_TRUE(m_host.processes("sleep").empty());
+	m_host.startProgram("ha-address");
+	EXPECT_TRUE(comes("sleep"));
+	EXPECT_EQ(m_host.processes("ha-web").size(), 1U);
+	m_host.keeper({"drop"});
+	EXPECT_TRUE(ends("sleep"));
+	EXPECT_TRUE(reaches("waiting"));
+	m_host.startProgram("ha-address");
+	EXPECT_TRUE(comes("sleep"));
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).output, "");
+	EXPECT_TRUE(m_host.processes("sleep").empty());
+	EXPECT_TRUE(m_host.processes("ha-web").empty());
+	EXPECT_EQ(m_host.processes("keeper").size(), 1U) << "the address's";
+	EXPECT_TRUE(m_host.hasAddress());
+}
+
+TEST_F(ServiceTest, EndsWhenTheHolderIsKilled)
+{
+	configure("exec sleep 1000");
+	start();
+	::kill(std::stoi(m_host.state("ha-address", "pid")), SIGKILL);
+	EXPECT_TRUE(ends("sleep"));
+	EXPECT_TRUE(reaches("waiting"));
+}
+
+TEST_F(ServiceTest, HasItsArgumentsUserDirectoryAndEnvironmentAndNothingOfOurs)
+{
+	m_host.configure(true, "[service web]\ncommand = sh -c 'id -un; pwd; echo $A; ls /proc/self/fd | tr \"\\n\" \" \"; "
+	                       "grep -E \"SigBlk|SigIgn|CapEff\" /proc/self/status; exec sleep 1000' "
+	                       "> /dev/null\nuser = nobody\ndirectory = /tmp\nenvironment = A=\"two words\"\n");
+	// There is no redirection: a service's words are its arguments.
+	m_host.write("/usr/velarix/tell", "#!/bin/sh\nexec >/dev/shm/told 2>&1\nid -un; id -gn; pwd; echo \"$A\"; echo "
+	                                  "\"$1\"; ls /proc/self/fd | tr '\\n' ' '; "
+	                                  "grep -E 'SigBlk|SigIgn|CapEff' /proc/self/status; echo done; exec sleep 1000\n");
+	m_host.run({"chmod", "755", "/usr/velarix/tell", "/usr/velarix"});
+	m_host.run({"mount", "-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/dev/shm"});
+	m_host.configure(true, "[service web]\ncommand = /usr/velarix/tell \"a b\"\nuser = nobody\ndirectory = "
+	                       "/tmp\nenvironment = \"A=two words\"\n");
+	start();
+	ASSERT_TRUE(waitFor([&] { return m_host.read("/dev/shm/told").find("done") != std::string::npos; }, kSoon,
+	                    "its words", [&] { return m_host.read("/dev/shm/told"); }));
+	EXPECT_EQ(m_host.read("/dev/shm/told"),
+	          "nobody\nnogroup\n/tmp\ntwo words\na b\n0 1 2 3 "
+	          "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nCapEff:\t0000000000000000\ndone\n");
+}
+
+TEST_F(ServiceTest, OneThatRunsAsRootIsAsTheKernelMakesIt)
+{
+	configure("grep CapEff /proc/self/status > /run/told; exec sleep 1000");
+	start();
+	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/told").empty(); }, kSoon, "its words"));
+	EXPECT_EQ(m_host.read("/run/told"), shell("grep CapEff /proc/self/status"));
+	const std::string status = shell("grep CapEff /proc/" + m_host.state("ha-web", "pid") + "/status");
+	// CAP_KILL, CAP_SETGID, CAP_SETUID.
+	EXPECT_EQ(status, "CapEff:\t00000000000000e0\n");
+}
+
+TEST_F(ServiceTest, ACrashIsRestartedHere)
+{
+	configure("exec sleep 1000");
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	const pid_t before = m_host.processes("sleep").front();
+	::kill(before, SIGKILL);
+	const milliseconds took = timeUntil(
+	    [&]
+	    {
+		    const std::vector<pid_t> now = m_host.processes("sleep");
+		    return now.size() == 1 && now.front() != before;
+	    },
+	    kSoon, "new one");
+	std::printf("crash to started again: %lld ms\n", static_cast<long long>(took.count()));
+	EXPECT_LE(took, 1s);
+	EXPECT_TRUE(waitFor([&] { return m_host.state("ha-web", "restarts") == "1"; }, kSoon, "count"));
+	EXPECT_EQ(m_host.processes("ha-web").size(), 1U);
+	EXPECT_TRUE(told("died: ended with signal 9; is started again here"));
+}
+
+TEST_F(ServiceTest, OneThatDiesTooOftenIsGivenToTheOtherNode)
+{
+	configure("exit 3", "restarts = 2 in 60\n");
+	m_host.startProgram("ha-address");
+	m_host.startProgram("ha-web");
+	EXPECT_TRUE(
+	    waitFor([&] { return told("this node gives it up"); }, kSoon, "its end", [&] { return m_host.events(); }));
+	EXPECT_TRUE(ends("ha-web"));
+	EXPECT_EQ(m_host.state("ha-web"), "failed");
+	EXPECT_TRUE(told("failed: ended with status 3; died more often than 2 in 60 s"));
+	EXPECT_TRUE(m_host.keeper({"status"}).output.find("ha-web: failed; last death: ended with status 3") !=
+	            std::string::npos);
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
+}
+
+TEST_F(ServiceTest, AHangIsFoundByItsCheck)
+{
+	configure("touch /run/well; while [ -e /run/well ] || true; do sleep 1000; done",
+	          "check = test -e /run/well\ncheck_interval = 1\ncheck_failures = 2\n");
+	start();
+	ASSERT_TRUE(waitFor([&] { return m_host.state("ha-web", "check") == "ok"; }, kSoon, "check"));
+	const std::string main = m_host.state("ha-web", "main");
+	m_host.run({"rm", "/run/well"});
+	const milliseconds took = timeUntil([&] { return m_host.state("ha-web", "restarts") == "1"; }, kSoon, "restart");
+	std::printf("ill to started again: %lld ms\n", static_cast<long long>(took.count()));
+	EXPECT_LE(took, 2500ms + 1s);
+	EXPECT_NE(m_host.state("ha-web", "main"), main);
+	EXPECT_TRUE(told("check-failed: check ended with status 1 (2 of 2)"));
+}
+
+TEST_F(ServiceTest, ACheckThatHangsHasFailedAndLeavesNothing)
+{
+	configure("exec sleep 1000",
+	          "check = sh -c 'sleep 2000'\ncheck_interval = 1\ncheck_failures = 2\nrestarts = 0 in 60\n");
+	start();
+	EXPECT_TRUE(ends("ha-web"));
+	EXPECT_TRUE(told("check-failed: check ended with signal 9 (2 of 2)"));
+	EXPECT_TRUE(ends("sleep"));
+}
+
+TEST_F(ServiceTest, OneThatIsStoppedIsEndedAnyway)
+{
+	configure("exec sleep 1000", "check = false\ncheck_interval = 1\ncheck_failures = 1\nstop_timeout = 1\n");
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	const pid_t before = m_host.processes("sleep").front();
+	::kill(before, SIGSTOP);
+	EXPECT_TRUE(waitFor([&] { return ::kill(before, 0) != 0; }, kSoon, "its end"));
+	EXPECT_TRUE(waitFor([&] { return m_host.state("ha-web", "restarts") != "0"; }, kSoon, "restart"));
+}
+
+TEST_F(ServiceTest, StopIsTermAndAfterItsTimeoutKill)
+{
+	configure("trap 'echo asked > /run/asked' TERM; while :; do sleep 0.1; done", "stop_timeout = 1\n");
+	start();
+	ASSERT_TRUE(comes("serve"));
+	const auto begin = std::chrono::steady_clock::now();
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
+	const auto took = std::chrono::steady_clock::now() - begin;
+	EXPECT_EQ(m_host.read("/run/asked"), "asked\n");
+	EXPECT_TRUE(m_host.processes("serve").empty());
+	EXPECT_GE(took, 900ms);
+	EXPECT_LE(took, 5s);
+}
+
+TEST_F(ServiceTest, StopEndsOnlyItsOwnAndIsQuickWithNothingToDo)
+{
+	configure("exec sleep 1000");
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	const pid_t stranger = m_host.processes("sleep").front();
+	EXPECT_EQ(m_host.keeper({"stop", "ha-db"}).status, 0);
+	EXPECT_EQ(m_host.keeper({"stop", "sleep"}).status, 64);
+	EXPECT_EQ(m_host.keeper({"stop", "ha-../web"}).status, 64);
+	EXPECT_EQ(::kill(stranger, 0), 0);
+	milliseconds best = kSoon;
+	for (int i = 0; i < 10; ++i)
+	{
+		const auto begin = std::chrono::steady_clock::now();
+		m_host.keeper({"stop", "ha-db"});
+		best = std::min(best, std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - begin));
+	}
+	EXPECT_LE(best, kQuick);
+}
+
+TEST_F(ServiceTest, ADaemonThatForksTwiceIsItsServiceToo)
+{
+	configure("(setsid sh -c 'setsid sleep 1000 & setsid sleep 2000 & exit 0' &) ; sleep 0.2; exit 0",
+	          "stop_timeout = 2\n");
+	start();
+	ASSERT_TRUE(comes("sleep", 2));
+	EXPECT_TRUE(waitFor([&] { return told("running: in the background"); }, kSoon, "background",
+	                    [&] { return m_host.events(); }));
+	EXPECT_EQ(m_host.state("ha-web", "restarts"), "0");
+	// One of them ends: the other one is the service still. Then both.
+	::kill(m_host.processes("sleep").front(), SIGKILL);
+	ASSERT_TRUE(comes("sleep", 1));
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
+	EXPECT_TRUE(m_host.processes("sleep").empty());
+}
+
+TEST_F(ServiceTest, TheLastOfADaemonsProcessesIsItsDeath)
+{
+	configure("sleep 1000 & exit 0");
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	const pid_t before = m_host.processes("sleep").front();
+	::kill(before, SIGKILL);
+	EXPECT_TRUE(waitFor([&] { return m_host.state("ha-web", "restarts") == "1"; }, kSoon, "restart",
+	                    [&] { return m_host.events(); }));
+}
+
+TEST_F(ServiceTest, NoZombieIsLeft)
+{
+	configure("i=0; while [ $i -lt 20 ]; do (setsid true &); i=$((i+1)); done; exec sleep 1000");
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	EXPECT_TRUE(waitFor(
+	    [&]
+	    {
+		    for (const pid_t pid : m_host.processes(""))
+		    {
+			    if (shell("grep State /proc/" + std::to_string(pid) + "/status || true").find("Z (") !=
+			        std::string::npos)
+			    {
+				    return false;
+			    }
+		    }
+		    return true;
+	    },
+	    kSoon, "end of all zombies"));
+}
+
+TEST_F(ServiceTest, AKilledWorkerTakesItsServiceAlong)
+{
+	configure("setsid sleep 1000 & sleep 2000 & wait");
+	start();
+	ASSERT_TRUE(comes("sleep", 2));
+	::kill(std::stoi(m_host.state("ha-web", "pid")), SIGKILL);
+	EXPECT_TRUE(ends("sleep"));
+	EXPECT_TRUE(ends("ha-web"));
+	EXPECT_TRUE(told("killed: the worker ended by signal 9"));
+}
+
+TEST_F(ServiceTest, AKilledGuardTakesTheServiceAlong)
+{
+	configure("setsid sleep 1000 & sleep 2000 & wait");
+	start();
+	ASSERT_TRUE(comes("sleep", 2));
+	::kill(m_host.processes("ha-web").front(), SIGKILL);
+	EXPECT_TRUE(ends("sleep"));
+	EXPECT_TRUE(waitFor([&] { return m_host.processes("keeper").size() == 1; }, kSoon, "end of the worker"));
+}
+
+TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopAndByTheNextStart)
+{
+	configure("setsid sleep 1000 & wait", "stop_timeout = 1\n");
+	for (const bool byStop : {true, false})
+	{
+		start();
+		ASSERT_TRUE(comes("sleep"));
+		const pid_t left = m_host.processes("sleep").front();
+		// Neither may see the other one's end.
+		const pid_t worker = std::stoi(m_host.state("ha-web", "pid"));
+		const pid_t guardian = m_host.processes("ha-web").front();
+		::kill(guardian, SIGSTOP);
+		::kill(worker, SIGKILL);
+		::kill(guardian, SIGKILL);
+		ASSERT_TRUE(ends("ha-web"));
+		ASSERT_EQ(::kill(left, 0), 0);
+		if (byStop)
+		{
+			EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).output, "");
+			// Its number is there until the first process has taken note of it.
+			EXPECT_TRUE(waitFor([&] { return ::kill(left, 0) != 0; }, kSoon, "end of what was left"));
+			continue;
+		}
+		m_host.startProgram("ha-web");
+		EXPECT_TRUE(waitFor([&] { return ::kill(left, 0) != 0; }, kSoon, "end of what was left"));
+		EXPECT_TRUE(comes("sleep"));
+	}
+}
+
+TEST_F(ServiceTest, AFrozenSupervisorIsEnded)
+{
+	configure("exec sleep 1000", "stop_timeout = 1\n");
+	start();
+	::kill(m_host.processes("ha-web").front(), SIGSTOP);
+	::kill(std::stoi(m_host.state("ha-web", "pid")), SIGSTOP);
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
+	EXPECT_TRUE(m_host.processes("ha-web").empty());
+	EXPECT_TRUE(m_host.processes("sleep").empty());
+}
+
+TEST_F(ServiceTest, DropWakesAFrozenSupervisorSoThatTheServiceGoesWithTheAddress)
+{
+	configure("exec sleep 1000", "stop_timeout = 1\n");
+	start();
+	::kill(std::stoi(m_host.state("ha-web", "pid")), SIGSTOP);
+	EXPECT_EQ(m_host.keeper({"drop"}).status, 0);
+	EXPECT_TRUE(ends("sleep"));
+}
+
+TEST_F(ServiceTest, WhatCannotRunIsRefusedWithAStatusOfItsOwn)
+{
+	const auto refusal = [&] { return m_host.run({"/bin/sh", "-c", "/usr/velarix/run/ha-web 2>&1"}); };
+	m_host.configure(true, "[service web]\ncommand = /nonexistent/program\n");
+	EXPECT_EQ(refusal().status, 69);
+	EXPECT_EQ(refusal().output, "ha-web: keeper.ini line 6: command: /nonexistent/program is no program here; "
+	                            "install it, or correct its path\n");
+	m_host.configure(true, "[service web]\ncommand = sleep 1\nuser = nosuchuser\n");
+	EXPECT_EQ(refusal().status, 67);
+	m_host.configure(true);
+	EXPECT_EQ(refusal().status, 78);
+	EXPECT_TRUE(told("failed: keeper.ini line 6: command: /nonexistent/program is no program here"));
+}
+
+TEST_F(ServiceTest, ASecondSupervisorLeavesTheFirstAlone)
+{
+	configure("exec sleep 1000");
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	const pid_t before = m_host.processes("ha-web").front();
+	m_host.startProgram("ha-web");
+	EXPECT_TRUE(
+	    waitFor([&] { return m_host.processes("ha-web") == std::vector<pid_t>{before}; }, kSoon, "one supervisor"));
+	EXPECT_EQ(m_host.processes("sleep").size(), 1U);
+}
+
+/// A systemctl of the test's own: units are processes, remembered by files.
+class UnitTest : public ServiceTest
+{
+protected:
+	UnitTest()
+	{
+		m_host.write("/usr/velarix/systemctl", "#!/bin/sh\n"
+		                                       "echo \"$*\" >> /run/asked\n"
+		                                       "pid=$(cat /run/unit 2>/dev/null)\n"
+		                                       "case $1 in\n"
+		                                       "start) [ ! -e /run/broken ] || exit 1; setsid sleep 3000 </dev/null "
+		                                       ">/dev/null 2>&1 & echo $! > /run/unit ;;\n"
+		                                       "show) echo ${pid:-0} ;;\n"
+		                                       "stop) [ -z \"$pid\" ] || kill $pid 2>/dev/null; rm -f /run/unit ;;\n"
+		                                       "kill) [ -z \"$pid\" ] || kill -KILL $pid 2>/dev/null ;;\n"
+		                                       "esac\nexit 0\n");
+		m_host.run({"chmod", "755", "/usr/velarix/systemctl"});
+		// Both as on a machine with systemd.
+		m_host.run({"/bin/sh", "-c",
+		            "mkdir -p /run/systemd/system; : > /run/systemd/system/web.service; "
+		            "mount --bind /usr/velarix/systemctl $(readlink -f $(command -v systemctl))"});
+		m_host.configure(true, "[service web]\nunit = web.service\nstop_timeout = 1\nrestarts = 1 in 60\n");
+	}
+
+	std::string asked() const { return m_host.read("/run/asked"); }
+};
+
+TEST_F(UnitTest, IsStartedWatchedAndStopped)
+{
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	ASSERT_TRUE(waitFor([&] { return asked() == "start web.service\nshow -p MainPID --value web.service\n"; }, kSoon,
+	                    "question", [&] { return asked() + m_host.events(); }));
+	::kill(m_host.processes("sleep").front(), SIGKILL);
+	EXPECT_TRUE(waitFor([&]
+	                    { return m_host.state("ha-web", "restarts") == "1" && m_host.processes("sleep").size() == 1; },
+	                    kSoon, "restart", [&] { return asked() + m_host.events(); }));
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
+	EXPECT_TRUE(m_host.processes("sleep").empty());
+	EXPECT_TRUE(asked().ends_with("stop web.service\n")) << asked();
+}
+
+TEST_F(UnitTest, OneThatCannotBeStartedIsGivenUp)
+{
+	m_host.write("/run/broken", "");
+	m_host.startProgram("ha-address");
+	m_host.startProgram("ha-web");
+	EXPECT_TRUE(
+	    waitFor([&] { return told("this node gives it up"); }, kSoon, "its end", [&] { return m_host.events(); }));
+	EXPECT_TRUE(ends("ha-web"));
+}
+
+TEST_F(UnitTest, AKilledWorkersUnitIsStopped)
+{
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	::kill(std::stoi(m_host.state("ha-web", "pid")), SIGKILL);
+	EXPECT_TRUE(ends("ha-web"));
+	EXPECT_TRUE(ends("sleep"));
+}
+
+} // namespace
