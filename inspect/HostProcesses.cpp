@@ -91,6 +91,14 @@ std::optional<Process> process(pid_t pid)
 		{
 			result.state = behindTab(line).front();
 		}
+		else if (line.starts_with("PPid:"))
+		{
+			result.parent = numberIn<pid_t>(behindTab(line)).value_or(-1);
+		}
+		else if (line.starts_with("NSpid:"))
+		{
+			result.pidInside = numberIn<pid_t>(line.substr(line.rfind('\t') + 1)).value_or(-1);
+		}
 		else if (line.starts_with("Threads:"))
 		{
 			result.threads = numberIn<int>(behindTab(line)).value_or(0);
@@ -100,7 +108,7 @@ std::optional<Process> process(pid_t pid)
 	return result;
 }
 
-std::optional<std::vector<Process>> processes()
+std::optional<std::vector<pid_t>> processIds()
 {
 	std::error_code error;
 	fs::directory_iterator entries("/proc", error);
@@ -108,16 +116,33 @@ std::optional<std::vector<Process>> processes()
 	{
 		return std::nullopt;
 	}
-	std::vector<Process> result;
+	std::vector<pid_t> ids;
 	for (const fs::directory_iterator end; entries != end && !error; entries.increment(error))
 	{
-		const std::optional<pid_t> pid = numberIn<pid_t>(entries->path().filename().string());
-		if (std::optional<Process> found = pid ? process(*pid) : std::nullopt)
+		if (const std::optional<pid_t> pid = numberIn<pid_t>(entries->path().filename().string()))
+		{
+			ids.push_back(*pid);
+		}
+	}
+	std::ranges::sort(ids);
+	return ids;
+}
+
+std::optional<std::vector<Process>> processes()
+{
+	const std::optional<std::vector<pid_t>> ids = processIds();
+	if (!ids)
+	{
+		return std::nullopt;
+	}
+	std::vector<Process> result;
+	for (const pid_t pid : *ids)
+	{
+		if (std::optional<Process> found = process(pid))
 		{
 			result.push_back(*std::move(found));
 		}
 	}
-	std::ranges::sort(result, {}, &Process::pid);
 	return result;
 }
 

@@ -23,7 +23,14 @@ struct Process
 	/// R, S, D, T (stopped), Z (ended, not yet awaited by its parent) ...
 	char state = '?';
 	int threads = 0;
+	/// 0: outside of what this process sees.
+	pid_t parent = -1;
+	/// In the innermost process namespace that it is in.
+	pid_t pidInside = -1;
 };
+
+/// @return the ids of all processes, ascending; nothing when /proc cannot be listed
+std::optional<std::vector<pid_t>> processIds();
 
 /// @return every process, by ascending pid; nothing when /proc cannot be listed
 std::optional<std::vector<Process>> processes();

@@ -5,12 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "evidence/peers/ControlPair.h"
+#include "evidence/peers/Pair.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 #include "lab/core/Wait.h"
 
-namespace velarix::lab
+namespace velarix::evidence::idle
 {
 
 namespace
@@ -43,14 +43,14 @@ void requireMonit()
 {
 	if (::access("/usr/bin/monit", X_OK) != 0)
 	{
-		throw LabError("monit is missing on this machine (Debian package monit, or: scripts/install-deps controls)");
+		throw LabError("monit is missing on this machine (Debian package monit, or: scripts/install-deps peers)");
 	}
 }
 
 void startMonit(Lab& lab, HostId node, int seconds)
 {
 	const Host& host = lab.node(node).host();
-	requireOwnNamespaces(host.pid());
+	peers::requireOwnNamespaces(host.pid());
 	const std::filesystem::path settings = lab.node(node).file(settingsPath);
 	writeFile(settings, monitSettings(seconds));
 	if (::chmod(settings.c_str(), 0600) != 0)
@@ -70,4 +70,4 @@ void startMonit(Lab& lab, HostId node, int seconds)
 	}
 }
 
-} // namespace velarix::lab
+} // namespace velarix::evidence::idle

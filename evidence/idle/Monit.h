@@ -1,14 +1,15 @@
 /// monit on a node of a lab: told to look at what the agent looks at.
 ///
-/// As the other controls it is started in the hosts of a lab and nowhere else. It
+/// As the other peers it is started in the hosts of a lab and nowhere else. It
 /// moves no address: it only watches, and beside it nobody would take over.
 #pragma once
 
 #include <string>
 
+#include "evidence/Lab.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::evidence::idle
 {
 
 inline constexpr const char* monitLog = "/run/monit.log";
@@ -24,4 +25,4 @@ void requireMonit();
 /// @throws LabError when it does not start
 void startMonit(Lab& lab, HostId node, int seconds);
 
-} // namespace velarix::lab
+} // namespace velarix::evidence::idle

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -12,7 +11,7 @@
 #include "lab/core/Files.h"
 #include "lab/core/ProcessTable.h"
 
-namespace velarix::lab
+namespace velarix::evidence::idle
 {
 
 namespace
@@ -86,10 +85,7 @@ std::set<std::string> filesIn(const std::string& maps, const std::string& progra
 /// Empty of a process that is gone, or that nobody may look at.
 std::string mapsOf(pid_t pid)
 {
-	std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
-	std::ostringstream text;
-	text << maps.rdbuf();
-	return text.str();
+	return procText(pid, "maps");
 }
 
 } // namespace
@@ -102,22 +98,14 @@ std::vector<std::string> sharersOf(const std::vector<pid_t>& guards)
 	const std::set<std::string> own = filesIn(mapsOf(guards.at(0)), program);
 	const auto isGuard = [&](pid_t pid) { return std::find(guards.begin(), guards.end(), pid) != guards.end(); };
 	std::vector<std::string> sharers;
-	for (const auto& entry : std::filesystem::directory_iterator("/proc"))
+	for (const Process& process : inspect::host::processes().value_or(std::vector<Process>()))
 	{
-		const std::string name = entry.path().filename();
-		if (name.find_first_not_of("0123456789") != std::string::npos)
-		{
-			continue;
-		}
-		const pid_t pid = std::stoi(name);
-		const std::set<std::string> files = filesIn(mapsOf(pid), program);
+		const std::set<std::string> files = filesIn(mapsOf(process.pid), program);
 		const bool shares =
 		    std::any_of(files.begin(), files.end(), [&](const auto& file) { return own.contains(file); });
-		if (shares && !isGuard(pid) && !isGuard(processEntryOf(pid).parent))
+		if (shares && !isGuard(process.pid) && !isGuard(process.parent))
 		{
-			std::string title = contentIfAny("/proc/" + name + "/comm");
-			title.erase(std::remove(title.begin(), title.end(), '\n'), title.end());
-			sharers.push_back(title.append(" (").append(name).append(")"));
+			sharers.push_back(process.name + " (" + std::to_string(process.pid) + ")");
 		}
 	}
 	return sharers;
@@ -263,4 +251,4 @@ MemoryByMapping memoryOf(pid_t pid)
 	return memoryIn(contentOf("/proc/" + std::to_string(pid) + "/smaps"));
 }
 
-} // namespace velarix::lab
+} // namespace velarix::evidence::idle

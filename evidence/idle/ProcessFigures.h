@@ -10,7 +10,10 @@
 
 #include <sys/types.h>
 
-namespace velarix::lab
+#include "evidence/Lab.h"
+#include "lab/core/Json.h"
+
+namespace velarix::evidence::idle
 {
 
 /// Running totals of a process, or of several added up.
@@ -48,6 +51,8 @@ struct CardTotals
 	std::uint64_t sentBytes = 0;
 };
 
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(MemoryFigures, resident, proportional, ownPages)
+
 /// Adds the times of a line of /proc/PID/stat.
 /// @param ticks  per second
 /// @throws LabError when it is no such line
@@ -82,4 +87,4 @@ std::vector<std::string> sharersOf(const std::vector<pid_t>& guards);
 ProcessTotals totalsOf(pid_t pid);
 MemoryByMapping memoryOf(pid_t pid);
 
-} // namespace velarix::lab
+} // namespace velarix::evidence::idle

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <iostream>
 
-#include "evidence/idle/IdleRun.h"
+#include "evidence/idle/Run.h"
 #include "lab/campaigns/Campaign.h"
-#include "lab/campaigns/matrix/Children.h"
-#include "lab/campaigns/matrix/Machine.h"
+#include "lab/campaigns/Machine.h"
+#include "lab/campaigns/Workers.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::evidence
 {
 
 namespace
@@ -17,13 +17,13 @@ namespace
 
 constexpr Millis toRest{200000};
 
-std::vector<IdlePlan> plansFor(const IdleOptions& options)
+std::vector<idle::Plan> plansFor(const IdleOptions& options)
 {
-	std::vector<IdlePlan> plans;
-	for (const std::string& guard : options.guards.empty() ? idleGuards() : options.guards)
+	std::vector<idle::Plan> plans;
+	for (const std::string& guard : options.guards.empty() ? idle::allGuards() : options.guards)
 	{
-		requireGuard(guard);
-		IdlePlan plan;
+		idle::requireGuard(guard);
+		idle::Plan plan;
 		plan.guard = guard;
 		plan.length = std::chrono::seconds(options.seconds);
 		plan.windows = options.windows;
@@ -35,45 +35,39 @@ std::vector<IdlePlan> plansFor(const IdleOptions& options)
 	return plans;
 }
 
-void measureAll(const std::vector<IdlePlan>& plans, IdleResults& results)
+void measureAll(const std::vector<idle::Plan>& plans, idle::Results& results)
 {
-	std::vector<std::vector<IdleFigures>> found(plans.size());
-	runInChildren(
+	std::vector<std::vector<idle::Figures>> found(plans.size());
+	runInWorkers(
 	    plans.size(), static_cast<int>(plans.size()), plans.front().length * plans.front().windows + toRest,
-	    [&](std::size_t index) { return toJson(measureIdle(plans[index])); },
-	    [&](const ChildResult& result)
+	    [&](std::size_t index) { return jsonText(idle::measureIdle(plans[index])); },
+	    [&](const WorkerResult& result)
 	    {
 		    const std::string& guard = plans[result.index].guard;
 		    std::cerr << guard << ": " << (result.problem.empty() ? "measured" : result.problem) << '\n';
 		    if (result.problem.empty())
 		    {
-			    found[result.index] = idleFiguresFrom(result.text);
+			    found[result.index] = recordIn<std::vector<idle::Figures>>(result.text);
 		    }
 		    else
 		    {
 			    results.problems.push_back(guard + ": " + result.problem);
 		    }
 	    });
-	for (const std::vector<IdleFigures>& both : found)
+	for (const std::vector<idle::Figures>& both : found)
 	{
 		results.nodes.insert(results.nodes.end(), both.begin(), both.end());
 	}
 }
 
-/// Handed over as the one figure of a node that is otherwise empty.
-void measureEachAlone(const std::vector<IdlePlan>& plans, IdleResults& results)
+void measureEachAlone(const std::vector<idle::Plan>& plans, idle::Results& results)
 {
 	// Both nodes of a guard, one guard after the other.
 	const auto nodeOf = [](std::size_t index) { return index % 2 == 0 ? HostId::a : HostId::b; };
-	runInChildren(
+	runInWorkers(
 	    plans.size() * 2, 1, toRest,
-	    [&](std::size_t index)
-	    {
-		    IdleFigures alone;
-		    alone.memory = measureAlone(plans[index / 2], nodeOf(index));
-		    return toJson(std::vector<IdleFigures>{alone});
-	    },
-	    [&](const ChildResult& result)
+	    [&](std::size_t index) { return jsonText(idle::measureAlone(plans[index / 2], nodeOf(index))); },
+	    [&](const WorkerResult& result)
 	    {
 		    const std::string& guard = plans[result.index / 2].guard;
 		    const std::string name = nameOf(nodeOf(result.index));
@@ -84,11 +78,11 @@ void measureEachAlone(const std::vector<IdlePlan>& plans, IdleResults& results)
 			    results.problems.push_back(guard + " alone, node " + name + ": " + result.problem);
 			    return;
 		    }
-		    for (IdleFigures& node : results.nodes)
+		    for (idle::Figures& node : results.nodes)
 		    {
 			    if (node.guard == guard && node.node == name)
 			    {
-				    node.memoryAlone = idleFiguresFrom(result.text).front().memory;
+				    node.memoryAlone = recordIn<idle::MemoryFigures>(result.text);
 			    }
 		    }
 	    });
@@ -98,15 +92,14 @@ void measureEachAlone(const std::vector<IdlePlan>& plans, IdleResults& results)
 
 int runIdle(const IdleOptions& options)
 {
-	const std::vector<IdlePlan> plans = plansFor(options);
+	const std::vector<idle::Plan> plans = plansFor(options);
 	requireLab(options.installRoot);
-	IdleResults results;
+	idle::Results results;
 	results.machine = machineText();
 	measureAll(plans, results);
 	measureEachAlone(plans, results);
-	keepRecords(toJson(results), options.records);
-	deliver(options.form == "json" ? toJson(results) : toText(results), options.output);
+	deliver(options, toText(results), jsonOf(results));
 	return results.problems.empty() ? 0 : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::evidence

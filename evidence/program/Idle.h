@@ -1,26 +1,24 @@
-/// `velarix-lab idle`: what agent, keepalived and monit cost while nothing happens.
+/// `velarix-evidence idle`: what agent, keepalived and monit cost while nothing happens.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "lab/core/Basics.h"
+#include "evidence/Lab.h"
+#include "lab/campaigns/Campaign.h"
 #include "lab/core/NodeSettings.h"
 
-namespace velarix::lab
+namespace velarix::evidence
 {
 
-struct IdleOptions
+struct IdleOptions : ReportOptions
 {
 	std::filesystem::path installRoot{};
 	PairTimes times{};
 	int seconds = 60; ///< of a window
 	int windows = 5;
 	std::vector<std::string> guards{}; ///< empty: all
-	std::string form = "text";         ///< text, json
-	std::string output{};              ///< file for the report; empty: standard output
-	std::string records{};             ///< file for the report as JSON, besides; empty: none
 };
 
 /// The guards run side by side, each in a lab of its own; then their memory is measured
@@ -29,4 +27,4 @@ struct IdleOptions
 /// @throws LabError when a guard is not installed or no lab can be made
 int runIdle(const IdleOptions& options);
 
-} // namespace velarix::lab
+} // namespace velarix::evidence

@@ -5,21 +5,22 @@
 
 #include <CLI/CLI.hpp>
 
-#include "evidence/program/Controls.h"
 #include "evidence/program/Idle.h"
+#include "evidence/program/Peers.h"
 #include "evidence/program/Takeover.h"
 #include "lab/program/SharedOptions.h"
 
 namespace
 {
 
-using namespace velarix::lab;
+using namespace velarix;
+using namespace velarix::evidence;
 
 struct Arguments
 {
 	std::string installRoot;
 	PairTimes times;
-	ControlOptions controls;
+	PeerOptions peers;
 	TakeoverOptions takeover;
 	IdleOptions idle;
 };
@@ -28,7 +29,7 @@ void addTakeover(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
 	    app.add_subcommand("takeover", "Measure what take-overs last beyond the waits that the agent prescribes");
-	addLabOptions(*command, arguments.installRoot, arguments.times);
+	lab::program::addLabOptions(*command, arguments.installRoot, arguments.times);
 	TakeoverOptions& takeover = arguments.takeover;
 	takeover.runs = 30;
 	command->add_option("--runs", takeover.runs, "Samples of each path")
@@ -39,11 +40,7 @@ void addTakeover(CLI::App& app, Arguments& arguments, int& status)
 	command->add_option("--jobs", takeover.jobs, "Pairs side by side; they mostly wait")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 64));
-	command->add_option("--format", takeover.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", takeover.output, "Write the report to this file");
-	command->add_option("--records", takeover.records, "Write the report as JSON to this file as well");
+	lab::program::addReportOptions(*command, takeover);
 	command->add_option("--timelines", takeover.timelines, "Directory for the timelines of runs that failed");
 	command->footer("Ends with 0 when every path has its samples, with 1 when not.");
 	command->callback(
@@ -55,26 +52,26 @@ void addTakeover(CLI::App& app, Arguments& arguments, int& status)
 	    });
 }
 
-void addControls(CLI::App& app, Arguments& arguments, int& status)
+void addPeers(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
 	    app.add_subcommand("peers", "Strike keepalived and ucarp with the faults of the matrix that apply to them");
-	ControlOptions& controls = arguments.controls;
+	PeerOptions& peers = arguments.peers;
 	command->add_option("--install-root", arguments.installRoot,
 	                    "Tree with the installed agent; it is not started, but is a part of every lab");
-	addCampaignOptions(*command, controls);
-	command->add_option("--program", controls.programs, "keepalived or ucarp (default: both)")
+	lab::program::addCampaignOptions(*command, peers);
+	command->add_option("--program", peers.programs, "keepalived or ucarp (default: both)")
 	    ->check(CLI::IsMember({"keepalived", "ucarp"}));
-	command->add_option("--settings", controls.settings, "defaults or short (default: both)")
+	command->add_option("--settings", peers.settings, "defaults or short (default: both)")
 	    ->check(CLI::IsMember({"defaults", "short"}));
-	command->add_option("--timelines", controls.timelines, "Directory for the timelines and logs of all runs");
+	command->add_option("--timelines", peers.timelines, "Directory for the timelines and logs of all runs");
 	command->footer("keepalived and ucarp are started inside the lab's hosts only.\n"
 	                "Ends with 0 when every run got to its end, with 1 when not.");
 	command->callback(
 	    [&]
 	    {
-		    arguments.controls.installRoot = arguments.installRoot;
-		    status = runControls(arguments.controls);
+		    arguments.peers.installRoot = arguments.installRoot;
+		    status = runPeers(arguments.peers);
 	    });
 }
 
@@ -82,7 +79,7 @@ void addIdle(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
 	    app.add_subcommand("idle", "Measure what agent, keepalived and monit cost while nothing happens");
-	addLabOptions(*command, arguments.installRoot, arguments.times);
+	lab::program::addLabOptions(*command, arguments.installRoot, arguments.times);
 	IdleOptions& idle = arguments.idle;
 	command->add_option("--seconds", idle.seconds, "How long a window is")
 	    ->capture_default_str()
@@ -92,11 +89,7 @@ void addIdle(CLI::App& app, Arguments& arguments, int& status)
 	    ->check(CLI::Range(1, 1000));
 	command->add_option("--guard", idle.guards, "Only this one (again for more): VelarixHA, keepalived, monit")
 	    ->check(CLI::IsMember({"VelarixHA", "keepalived", "monit"}));
-	command->add_option("--format", idle.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", idle.output, "Write the report to this file");
-	command->add_option("--records", idle.records, "Write the report as JSON to this file as well");
+	lab::program::addReportOptions(*command, idle);
 	command->footer("The guards are started inside the lab's hosts only.\n"
 	                "Ends with 0 when all was measured, with 1 when not.");
 	command->callback(
@@ -114,7 +107,7 @@ int runProgram(int argc, char** argv)
 	Arguments arguments;
 	int status = 0;
 	app.require_subcommand(1);
-	addControls(app, arguments, status);
+	addPeers(app, arguments, status);
 	addTakeover(app, arguments, status);
 	addIdle(app, arguments, status);
 	try

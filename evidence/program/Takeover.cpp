@@ -2,12 +2,12 @@
 
 #include <iostream>
 
-#include "evidence/takeover/TakeoverFigures.h"
+#include "evidence/takeover/Figures.h"
+#include "lab/campaigns/Machine.h"
 #include "lab/campaigns/matrix/CellRun.h"
-#include "lab/campaigns/matrix/Machine.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::evidence
 {
 
 namespace
@@ -16,16 +16,16 @@ namespace
 /// A run that takes another path is made up for, but not without end.
 constexpr int rounds = 3;
 
-struct Errand
+struct Job
 {
 	std::string path;
-	CellPlan plan;
+	matrix::CellPlan plan;
 };
 
-std::vector<Errand> errandsFor(const TakeoverOptions& options, const std::vector<TakeoverPath>& paths,
-                               const TakeoverResults& results, int& run)
+std::vector<Job> jobsFor(const TakeoverOptions& options, const std::vector<takeover::PathCells>& paths,
+                         const takeover::Results& results, int& run)
 {
-	std::vector<Errand> errands;
+	std::vector<Job> jobs;
 	for (int turn = 0; turn < options.runs; ++turn)
 	{
 		++run;
@@ -37,7 +37,7 @@ std::vector<Errand> errandsFor(const TakeoverOptions& options, const std::vector
 			{
 				continue;
 			}
-			CellPlan plan;
+			matrix::CellPlan plan;
 			plan.cell = cells[static_cast<std::size_t>(run) % cells.size()];
 			plan.paths = {{path.name, path}};
 			plan.times.pair = options.times;
@@ -45,49 +45,49 @@ std::vector<Errand> errandsFor(const TakeoverOptions& options, const std::vector
 			plan.seed = options.seed;
 			plan.installRoot = options.installRoot;
 			plan.untilBack = true;
-			errands.push_back({path.name, plan});
+			jobs.push_back({path.name, plan});
 		}
 	}
-	return errands;
+	return jobs;
 }
 
-void take(const Errand& errand, const RunRecord& record, TakeoverResults& results)
+void take(const Job& job, const RunRecord& record, takeover::Results& results)
 {
 	const std::string title = record.cell + ", run " + std::to_string(record.run);
-	const std::optional<TakeoverSample> sample = sampleOf(record);
+	const std::optional<takeover::Sample> sample = takeover::sampleOf(record);
 	if (sample)
 	{
-		results.samples[errand.path].push_back(*sample);
+		results.samples[job.path].push_back(*sample);
 	}
 	else
 	{
 		const std::vector<std::string> differences = differencesOf(record);
 		results.missed.push_back(title + ": " + (differences.empty() ? "took another path" : differences.front()));
 	}
-	std::cerr << errand.path << ": " << title << ": "
+	std::cerr << job.path << ": " << title << ": "
 	          << (sample ? std::to_string(sample->own().count()) + " ms" : "no sample") << '\n';
 }
 
-void runRound(const TakeoverOptions& options, const std::vector<Errand>& errands, TakeoverResults& results)
+void runRound(const TakeoverOptions& options, const std::vector<Job>& jobs, takeover::Results& results)
 {
-	runInChildren(
-	    errands.size(), options.jobs, MatrixTimes{options.times}.runLimit(),
-	    [&](std::size_t index) { return toJson(runCell(errands[index].plan)); },
-	    [&](const ChildResult& result)
+	runInWorkers(
+	    jobs.size(), options.jobs, CampaignTimes{options.times}.runLimit(),
+	    [&](std::size_t index) { return jsonText(matrix::runCell(jobs[index].plan)); },
+	    [&](const WorkerResult& result)
 	    {
-		    const Errand& errand = errands[result.index];
-		    const RunRecord record = recordOf(result, errand.plan.cell.name, errand.plan.run, errand.plan.seed);
-		    keepTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
-		    take(errand, record, results);
+		    const Job& job = jobs[result.index];
+		    const RunRecord record = recordOf(result, job.plan.cell.name, job.plan.run, job.plan.seed);
+		    saveTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
+		    take(job, record, results);
 	    });
 }
 
-void runFloors(const TakeoverOptions& options, TakeoverResults& results)
+void runFloors(const TakeoverOptions& options, takeover::Results& results)
 {
-	std::vector<PingFloorPlan> plans;
+	std::vector<takeover::PingFloorPlan> plans;
 	for (int run = 1; run <= options.runs; ++run)
 	{
-		for (const std::string& path : pingFloorPaths())
+		for (const std::string& path : takeover::pingFloorPaths())
 		{
 			if (results.samples.contains(path))
 			{
@@ -95,14 +95,14 @@ void runFloors(const TakeoverOptions& options, TakeoverResults& results)
 			}
 		}
 	}
-	runInChildren(
+	runInWorkers(
 	    plans.size(), options.jobs, Millis(60000),
-	    [&](std::size_t index) { return toJson(measurePingFloor(plans[index])); },
-	    [&](const ChildResult& result)
+	    [&](std::size_t index) { return jsonText(takeover::measurePingFloor(plans[index])); },
+	    [&](const WorkerResult& result)
 	    {
-		    PingFloor floor{plans[result.index].path, plans[result.index].run, {}, result.problem};
-		    results.floors.push_back(result.problem.empty() ? pingFloorFrom(result.text) : floor);
-		    const PingFloor& last = results.floors.back();
+		    takeover::PingFloor floor{plans[result.index].path, plans[result.index].run, {}, result.problem};
+		    results.floors.push_back(result.problem.empty() ? recordIn<takeover::PingFloor>(result.text) : floor);
+		    const takeover::PingFloor& last = results.floors.back();
 		    std::cerr << "pings alone, " << last.path << ", run " << last.run << ": "
 		              << (last.problem.empty() ? "done" : last.problem) << '\n';
 	    });
@@ -112,8 +112,8 @@ void runFloors(const TakeoverOptions& options, TakeoverResults& results)
 
 int runTakeover(const TakeoverOptions& options)
 {
-	const std::vector<TakeoverPath> paths = takeoverPaths(readExpectations({}), options.only);
-	TakeoverResults results;
+	const std::vector<takeover::PathCells> paths = takeover::pathsFor(readExpectations({}), options.only);
+	takeover::Results results;
 	for (const auto& [path, cells] : paths)
 	{
 		results.paths.push_back(path);
@@ -127,12 +127,11 @@ int runTakeover(const TakeoverOptions& options)
 	int run = 0;
 	for (int round = 0; round < rounds && !results.complete(); ++round)
 	{
-		runRound(options, errandsFor(options, paths, results, run), results);
+		runRound(options, jobsFor(options, paths, results, run), results);
 	}
 	runFloors(options, results);
-	keepRecords(toJson(results), options.records);
-	deliver(options.form == "json" ? toJson(results) : toText(results), options.output);
+	deliver(options, toText(results), jsonOf(results));
 	return results.complete() ? 0 : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::evidence

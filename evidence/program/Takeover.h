@@ -1,10 +1,11 @@
-/// `velarix-lab takeover`: how long take-overs last beyond their prescribed waits.
+/// `velarix-evidence takeover`: how long take-overs last beyond their prescribed waits.
 #pragma once
 
+#include "evidence/Lab.h"
 #include "lab/campaigns/Campaign.h"
 #include "lab/core/NodeSettings.h"
 
-namespace velarix::lab
+namespace velarix::evidence
 {
 
 /// `only` names paths; `runs` counts the samples of each path.
@@ -17,4 +18,4 @@ struct TakeoverOptions : CampaignOptions
 /// @throws LabError when no lab can be made
 int runTakeover(const TakeoverOptions& options);
 
-} // namespace velarix::lab
+} // namespace velarix::evidence

@@ -7,6 +7,7 @@ import re
 import statistics
 import subprocess
 
+import render
 from common import ROOT, Unusable
 
 TARGETS = ["velarix-bench-check", "velarix-bench-heartbeat"]
@@ -62,7 +63,7 @@ class Results:
 
     def __init__(self, path):
         if not path.exists():
-            raise Unusable(f"there are no results in {path}; leave --tell out")
+            raise Unusable(f"there are no results in {path}; leave --render out")
         self.times = collections.defaultdict(list)  # by repetition
         self.counters = {}
         runs = json.loads(path.read_text(encoding="utf-8"))["benchmarks"]
@@ -106,11 +107,6 @@ def check_results(folder):
     return {processes: Results(folder / f"check-{processes}.json") for processes in crowds(quick(folder))}
 
 
-def table(head, rows):
-    lines = [head, ["---"] + ["---:"] * (len(head) - 1), *rows]
-    return "".join("| " + " | ".join(line) + " |\n" for line in lines)
-
-
 def check_table(results):
     head = ["processes", "programs", "agent", "spread", "÷ floor", "÷ pgrep's scan", "÷ pidof's scan", "÷ pgrep whole",
             "÷ pidof whole"]
@@ -123,7 +119,7 @@ def check_table(results):
             ratios = [f"{agent / other:.2f}" if other else "not measurable" for other in others]
             rows.append([f"{processes:,}", str(programs), f"{agent / 1000:.2f} ms",
                          f"±{result.spread(f'agent/{programs}'):.0%}", *ratios])
-    return table(head, rows)
+    return render.table(head, rows, numbers=True)
 
 
 def check_goals(results):
@@ -153,7 +149,7 @@ def growth_table(results):
     names = [*(f"agent/{programs}" for programs in PROGRAMS), "floor/0", "streams/0"]
     rows = [[f"{processes:,}", *(f"{result.median(name) / processes:.2f} µs" for name in names),
              f"{further_program(result, processes):.0f} ns"] for processes, result in results.items()]
-    return table(head, rows)
+    return render.table(head, rows, numbers=True)
 
 
 def further_program(result, processes):
@@ -168,19 +164,6 @@ def growth_text(results):
              for result in results.values()]
     return (f"With {PROGRAMS[-1]} programs a check takes {min(parts):+.1%} to {max(parts):+.1%} beyond what it takes with "
             f"{PROGRAMS[0]}.\n")
-
-
-def before_and_after(results, heartbeat):
-    rows = []
-    for processes, result in results.items():
-        for programs in PROGRAMS:
-            rows.append([f"check of {processes:,} processes, {programs} program" + "s" * (programs > 1),
-                         f"{result.median(f'agent/{programs}') / result.median(f'earlier/{programs}'):.2f}"])
-    for step in STEPS:
-        if f"{step}/earlier" in heartbeat:
-            ratio = heartbeat.median(f"{step}/agent") / heartbeat.median(f"{step}/earlier")
-            rows.append([STEPS[step], f"{ratio:.2f}"])
-    return table(["now ÷ earlier", "ratio"], rows)
 
 
 def calls(folder):
@@ -224,14 +207,14 @@ def heartbeat_table(heartbeat, counted):
                      percent(own_part(heartbeat, step)), percent(own_part(heartbeat, step, QUIET)),
                      f"{allocations[0]} ({allocations[1]})",
                      f"{numbers[0]} ({numbers[1]})"])
-    return table(head, rows)
+    return render.table(head, rows, numbers=True)
 
 
 def calls_table(counted):
     rows = [[short(step),
              ", ".join(name + (f" × {number}" if number > 1 else "")
                        for name, number in counted[f"{step}/agent"].most_common())] for step in HEARTBEAT]
-    return table(["step of the agent", "system calls"], rows).replace("---:", "---")
+    return render.table(["step of the agent", "system calls"], rows)
 
 
 def heartbeat_goals(heartbeat):
@@ -258,28 +241,27 @@ def log_table(heartbeat):
         chain = f"{step}/{QUIET}" if f"{step}/{QUIET}" in heartbeat else f"{step}/library"
         rows.append([STEPS[step], f"{channel:.1f} µs", f"{heartbeat.median(chain) / channel:.2f}",
                      f"{heartbeat.median(f'{step}/agent') / channel:.2f}"])
-    return table(["step", "file channel alone", "library's chain ÷ file channel", "agent ÷ file channel"], rows)
+    return render.table(["step", "file channel alone", "library's chain ÷ file channel", "agent ÷ file channel"], rows, True)
 
 
 def goals(folder):
     return check_goals(check_results(folder)) + heartbeat_goals(Results(folder / "heartbeat.json"))
 
 
-def tell(folder):
+def text(folder):
     results, heartbeat, counted = check_results(folder), Results(folder / "heartbeat.json"), calls(folder)
-    told = "".join(f"- {'reached' if reached else '**missed**'}: {text}\n" for text, reached in goals(folder))
+    verdicts = "".join(f"- {'reached' if reached else '**missed**'}: {goal}\n" for goal, reached in goals(folder))
     return "\n".join([
         "### One check of the managed processes\n", check_table(results),
         "![Time of one check against the number of processes, and how many times the floor it takes with 1 to 10 "
-        "programs, before and now](performance-check.svg)\n",
+        "programs](performance-check.svg)\n",
         "For each process of the machine:\n", growth_table(results), growth_text(results),
         "### A heartbeat\n", heartbeat_table(heartbeat, counted),
         "![Each step of a heartbeat: the library's cost and the agent's own part](performance-heartbeat.svg)\n",
         "One log line beside the library's file channel, which is given the text as it stands in the file. The "
         "formatting is the library's as well, so what is judged is the own part over the whole chain.\n",
         log_table(heartbeat), calls_table(counted),
-        "### Before and after\n", before_and_after(results, heartbeat),
-        "### Goals\n", told])
+        "### Goals\n", verdicts])
 
 
 def draw(folder, pictures):

@@ -6,6 +6,7 @@ import subprocess
 import sys
 
 import pair_pictures
+import render
 from common import ROOT, Unusable
 
 TARGETS = ["velarix-evidence"]
@@ -42,7 +43,7 @@ def goals(folder):
     return takeover_goals(results(folder, "takeover")) + idle_goals(results(folder, "idle"))
 
 
-def tell(folder):
+def text(folder):
     return takeover_section(results(folder, "takeover")) + "\n" + idle_section(results(folder, "idle"))
 
 
@@ -54,22 +55,28 @@ def draw(folder, pictures):
         pair_pictures.idle_svg(results(folder, "idle"), idle_name), encoding="utf-8")
 
 
-def told(all_goals):
+def goal_list(all_goals):
     return "".join(f"- {'reached' if good else '**missed**'}: {text}\n" for text, good in all_goals)
 
 
-def table(titles, rows):
-    """A Markdown table; the first column to the left, the others to the right."""
-    lines = ["| " + " | ".join(titles) + " |", "|---|" + "---:|" * (len(titles) - 1)]
-    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows]) + "\n"
+def figures(found):
+    """median / p95 / max in milliseconds, or a dash."""
+    return render.figures(found, 1, 0)
 
 
-def figures(summary, unit=1):
-    """median / p95 / max, or a dash."""
-    if not summary:
-        return "-"
-    digits = 3 if unit == 1000 else 0
-    return " / ".join(f"{summary[part] / unit:.{digits}f}" for part in ("medianMs", "p95Ms", "maxMs"))
+def own(sample):
+    """What is neither a prescribed wait nor the library's wait for answers."""
+    return sample["overhead"] - sample["pings"]
+
+
+def figures_of(path, found):
+    """The path's summaries; the pings alone are what all probes of a run lasted beyond a second each."""
+    samples = path["samples"]
+    alone = [sum(probe - 1000 for probe in floor["probes"]) for floor in found["pingFloors"]
+             if floor["path"] == path["path"] and floor["probes"]]
+    return {**{part: render.summary(sample[part] for sample in samples)
+               for part in ("outage", "noticed", "overhead", "pings")},
+            "own": render.summary(map(own, samples)), "pingsAlone": render.summary(alone)}
 
 
 def floor_problems(found):
@@ -82,18 +89,19 @@ def floor_problems(found):
 
 def takeover_goal(path, found):
     """One path's goal as (text, reached): what an outage lasted beyond the waits, pings and all."""
-    goal, wanted, beyond = found["goalMs"], found["runs"], path["overhead"]
+    goal, wanted, measured = found["goal"], found["runs"], figures_of(path, found)
+    beyond, pings, alone = (measured[part] for part in ("overhead", "pings", "pingsAlone"))
     name = f"take-over, {path['path']}"
     if not beyond:
         return f"{name}: not measured, 0 of {wanted} runs", False
-    text = f"{name}: {beyond['medianMs']} ms, median of {beyond['count']} (goal ≤ {goal} ms)"
-    if path["pings"] and path["pings"]["medianMs"] > 0:
-        text += f"; {path['pings']['medianMs']} ms of it are silent pings"
-        if path["pingsAlone"]:
-            text += f", for which the library alone takes {path['pingsAlone']['medianMs']} ms as well"
+    text = f"{name}: {beyond['median']:.0f} ms, median of {beyond['count']} (goal ≤ {goal} ms)"
+    if pings["median"] > 0:
+        text += f"; {pings['median']:.0f} ms of it are silent pings"
+        if alone:
+            text += f", for which the library alone takes {alone['median']:.0f} ms as well"
     if beyond["count"] < wanted:
         return f"{text}; only {beyond['count']} of {wanted} runs", False
-    return text, beyond["medianMs"] <= goal
+    return text, beyond["median"] <= goal
 
 
 def takeover_goals(found):
@@ -107,22 +115,22 @@ def takeover_goals(found):
     return all_goals
 
 
-def noticed(path):
+def noticed(path, found):
     """Seconds until the decision, median / p95, and what the waits before it are at most."""
-    if not path["noticed"]:
+    if not found:
         return "-"
-    return (f"{path['noticed']['medianMs'] / 1000:.3f} / {path['noticed']['p95Ms'] / 1000:.3f} of at most "
-            f"{path['beforeMs'] / 1000:.1f} ({path['before']})")
+    return (f"{found['median'] / 1000:.3f} / {found['p95'] / 1000:.3f} of at most "
+            f"{path['longestBefore'] / 1000:.1f} ({path['before']})")
 
 
 def takeover_rows(found):
     rows = []
     for path in found["paths"]:
-        beyond = path["overhead"]
-        text = f"{beyond['count'] if beyond else 0} of {found['runs']}"
-        rows.append([f"`{path['path']}`", text, figures(path["outage"], 1000), noticed(path),
-                     f"{path['afterMs'] / 1000:.1f} ({path['after']})", figures(beyond), figures(path["pings"]),
-                     figures(path["pingsAlone"]), figures(path["own"]),
+        measured = figures_of(path, found)
+        rows.append([f"`{path['path']}`", f"{len(path['samples'])} of {found['runs']}",
+                     render.figures(measured["outage"]), noticed(path, measured["noticed"]),
+                     f"{path['longestAfter'] / 1000:.1f} ({path['after']})",
+                     *(figures(measured[part]) for part in ("overhead", "pings", "pingsAlone", "own")),
                      "yes" if takeover_goal(path, found)[1] else "no"])
     return rows
 
@@ -139,12 +147,12 @@ def takeover_section(found):
         "### Take-over: beyond the prescribed waits", "",
         "What an outage lasted beyond the waits that the agent prescribes, for each way on which the service "
         "comes back. The waits are those of the settings (interval "
-        f"{found['intervalS']} s, receiving time {found['receivingTimeS']} s, waiting time "
-        f"{found['waitingTimeS']} s), the agent's own pauses and countdown, and one second for every probe "
+        f"{found['times']['interval']} s, receiving time {found['times']['receivingTime']} s, waiting time "
+        f"{found['times']['waitingTime']} s), the agent's own pauses and countdown, and one second for every probe "
         "that nobody answers. Median / p95 / max.", "",
-        table(["path", "runs", "outage, s", "until the decision, s (median / p95)", "waits after it, s", "beyond, ms",
-               "of it pings, ms", "pings alone, ms", "own part, ms", f"median beyond at most {found['goalMs']} ms"],
-              takeover_rows(found)),
+        render.table(["path", "runs", "outage, s", "until the decision, s (median / p95)", "waits after it, s", "beyond, ms",
+               "of it pings, ms", "pings alone, ms", "own part, ms", f"median beyond at most {found['goal']} ms"],
+              takeover_rows(found), numbers=True),
         "- *Until the decision*: from the first request without an answer. Something fails at any moment of a pause "
         "or of a receiving time, so what passes before the decision has no fixed length, but a longest one.",
         "- *Beyond*: what passed from the decision until the answer, less the waits after it, and what passed before "
@@ -162,8 +170,18 @@ def takeover_section(found):
         "the goal and is not what is judged: that is *beyond*, pings and all.", "",
         *missed_text(found)]
     lines += ["![What each take-over lasted beyond its waits, path by path](performance-takeover.svg)", "",
-              told(takeover_goals(found))]
+              goal_list(takeover_goals(found))]
     return "\n".join(lines)
+
+
+def own_cpu_percent(node):
+    """Of a processor."""
+    return node["ownCpuPerHour"] / 36
+
+
+def cpu_percent(node):
+    """The same, children included."""
+    return (node["ownCpuPerHour"] + node["childrenCpuPerHour"]) / 36
 
 
 def idle_name(node):
@@ -175,14 +193,14 @@ def idle_rows(found):
     for node in found["nodes"]:
         alone = node["memoryAlone"]
         rows.append([
-            idle_name(node), f"{node['cpuPercent']:.3f}",
-            f"{node['leastCpuPercent']:.3f} to {node['mostCpuPercent']:.3f}",
-            f"{node['ownCpuSecondsPerHour']:.1f} + {node['childrenCpuSecondsPerHour']:.1f}",
-            megabytes(node["memory"]["residentKiB"]), megabytes(node["memory"]["proportionalKiB"]),
-            megabytes(alone["proportionalKiB"]) if alone else "-",
-            f"{node['processes']} / {node['threads']}", f"{node['wakeUpsPerSecond']:.1f}",
-            f"{node['newProcessesPerSecond']:.2f}", packets(node["eth0"]), packets(node["eth1"]),
-            f"{node['logBytesPerDay'] / 1e6:.1f} + {node['consoleBytesPerDay'] / 1e6:.1f}"])
+            idle_name(node), f"{cpu_percent(node):.3f}",
+            f"{node['leastCpu']:.3f} to {node['mostCpu']:.3f}",
+            f"{node['ownCpuPerHour']:.1f} + {node['childrenCpuPerHour']:.1f}",
+            megabytes(node["memory"]["resident"]), megabytes(node["memory"]["proportional"]),
+            megabytes(alone["proportional"]) if alone else "-",
+            f"{node['processes']} / {node['threads']}", f"{node['wakeUps']:.1f}",
+            f"{node['newProcesses']:.2f}", packets(node["cards"][0]), packets(node["cards"][1]),
+            f"{node['logPerDay'] / 1e6:.1f} + {node['consolePerDay'] / 1e6:.1f}"])
     return rows
 
 
@@ -198,17 +216,17 @@ def of_others(found):
         for other in found["nodes"]:
             if node["guard"] != AGENT or other["guard"] not in OTHERS or other["node"] != node["node"]:
                 continue
-            values = [(node["ownCpuPercent"], other["ownCpuPercent"]), (node["cpuPercent"], other["cpuPercent"]),
-                      *((node["memory"][part], other["memory"][part]) for part in ("residentKiB", "proportionalKiB")),
-                      *([(node["memoryAlone"]["proportionalKiB"], other["memoryAlone"]["proportionalKiB"])]
+            values = [(own_cpu_percent(node), own_cpu_percent(other)), (cpu_percent(node), cpu_percent(other)),
+                      *((node["memory"][part], other["memory"][part]) for part in ("resident", "proportional")),
+                      *([(node["memoryAlone"]["proportional"], other["memoryAlone"]["proportional"])]
                         if node["memoryAlone"] and other["memoryAlone"] else [(0, 0)])]
             rows.append([f"{node['role']} ÷ {idle_name(other)}",
                          *(f"{own / theirs:.2f}" if theirs else "-" for own, theirs in values)])
-    return table(["agent ÷ another guard", "CPU, itself", "CPU, with children", "RSS", "PSS", "PSS alone"], rows)
+    return render.table(["agent ÷ another guard", "CPU, itself", "CPU, with children", "RSS", "PSS", "PSS alone"], rows, True)
 
 
 def packets(card):
-    return f"{card['receivedPerSecond']:.1f} / {card['sentPerSecond']:.1f}"
+    return f"{card['received']:.1f} / {card['sent']:.1f}"
 
 
 def mapping_table(found, most=12):
@@ -216,14 +234,14 @@ def mapping_table(found, most=12):
     node = next((node for node in found["nodes"] if node["guard"] == AGENT), None)
     if node is None:
         return ""
-    ordered = sorted(node["mappings"].items(), key=lambda entry: -entry[1]["residentKiB"])
-    rows = [[f"`{name}`", str(memory["residentKiB"]), str(memory["proportionalKiB"]), str(memory["ownPagesKiB"])]
+    ordered = sorted(node["mappings"].items(), key=lambda entry: -entry[1]["resident"])
+    rows = [[f"`{name}`", str(memory["resident"]), str(memory["proportional"]), str(memory["ownPages"])]
             for name, memory in ordered[:most]]
     rest = [memory for _, memory in ordered[most:]]
     if rest:
         rows.append(["the rest"] + [str(sum(memory[part] for memory in rest))
-                                    for part in ("residentKiB", "proportionalKiB", "ownPagesKiB")])
-    return table(["mapped", "resident, KiB", "proportional, KiB", "own pages, KiB"], rows)
+                                    for part in ("resident", "proportional", "ownPages")])
+    return render.table(["mapped", "resident, KiB", "proportional, KiB", "own pages, KiB"], rows, True)
 
 
 def idle_section(found):
@@ -232,9 +250,9 @@ def idle_section(found):
         "### An idle pair, beside keepalived and monit", "",
         f"{windows} windows of {seconds} s in which nothing happens, the median of each figure, all at the same time "
         "on the same machine, each guard in hosts of its own. The client is still, so the packets are the guards' own.", "",
-        table(["guard", "CPU, % of a core", "least to most", "own + children, s/h", "RSS, MB", "PSS, MB", "PSS alone, MB",
+        render.table(["guard", "CPU, % of a core", "least to most", "own + children, s/h", "RSS, MB", "PSS, MB", "PSS alone, MB",
                "processes / threads", "wake-ups/s", "new processes/s", "eth0 in / out, /s", "eth1 in / out, /s",
-               "log + console, MB/day"], idle_rows(found)),
+               "log + console, MB/day"], idle_rows(found), numbers=True),
         of_others(found),
         "- *CPU*: user and kernel time of the guard and of the children it has waited for.",
         "- *PSS*: each page divided by the processes that share it; the two nodes and the machine's other programs "
@@ -250,15 +268,15 @@ def idle_section(found):
         "- Packets on eth1 are a heartbeat's connection each way and the ten pings that every pass of a master sends "
         "to the gateway (a standby: to its partner); keepalived's advertisements are on eth0.", "",
     ]
-    announcer = [node for node in found["nodes"] if node["announcerCpuSecondsPerHour"] > 0]
+    announcer = [node for node in found["nodes"] if node["announcerCpuPerHour"] > 0]
     if announcer:
-        cost = max(node["announcerCpuSecondsPerHour"] for node in announcer)
+        cost = max(node["announcerCpuPerHour"] for node in announcer)
         lines += ["Besides, the loop that the start command leaves on the master (it announces the address every "
                   f"4 s) takes {cost:.1f} CPU seconds an hour; it is the settings' and not in the table.", ""]
     lines += ["Where the memory of the agent is (master):", "", mapping_table(found)]
     if found["problems"]:
         lines += ["Not measured:", ""] + [f"- {problem}" for problem in found["problems"]] + [""]
-    lines += ["![Processor time and memory of idle guards](performance-idle.svg)", "", told(idle_goals(found))]
+    lines += ["![Processor time and memory of idle guards](performance-idle.svg)", "", goal_list(idle_goals(found))]
     return "\n".join(lines)
 
 
@@ -272,20 +290,20 @@ def idle_missing(found):
 def idle_goals(found):
     """By the worse of the agent's two nodes."""
     goals_of = found["goals"]
-    own = [node for node in found["nodes"] if node["guard"] == AGENT]
+    agents = [node for node in found["nodes"] if node["guard"] == AGENT]
     missing = idle_missing(found)
-    if not own:
+    if not agents:
         return [("the idle pair was not measured", False), *missing]
-    resident = 1024 * max(node["memory"]["residentKiB"] for node in own)
-    proportional = 1024 * max(max(node["memory"]["proportionalKiB"],
-                                  node["memoryAlone"]["proportionalKiB"] if node["memoryAlone"] else 0) for node in own)
-    cpu = max(node["cpuPercent"] for node in own)
-    itself = max(node["ownCpuPercent"] for node in own)
+    resident = 1024 * max(node["memory"]["resident"] for node in agents)
+    proportional = 1024 * max(max(node["memory"]["proportional"],
+                                  node["memoryAlone"]["proportional"] if node["memoryAlone"] else 0) for node in agents)
+    cpu = max(cpu_percent(node) for node in agents)
+    itself = max(own_cpu_percent(node) for node in agents)
     return [
-        (f"resident memory: {resident / 1e6:.2f} MB (goal ≤ {goals_of['residentBytes'] / 1e6:.0f} MB)",
-         resident <= goals_of["residentBytes"]),
-        (f"proportional memory: {proportional / 1e6:.2f} MB (goal ≤ {goals_of['proportionalBytes'] / 1e6:.0f} MB)",
-         proportional <= goals_of["proportionalBytes"]),
+        (f"resident memory: {resident / 1e6:.2f} MB (goal ≤ {goals_of['resident'] / 1e6:.0f} MB)",
+         resident <= goals_of["resident"]),
+        (f"proportional memory: {proportional / 1e6:.2f} MB (goal ≤ {goals_of['proportional'] / 1e6:.0f} MB)",
+         proportional <= goals_of["proportional"]),
         (f"processor, the agent itself: {itself:.3f} % of a core (goal ≤ {goals_of['cpuPercent']} %)",
          itself <= goals_of["cpuPercent"]),
         (f"processor, with the commands it runs: {cpu:.3f} % of a core (goal ≤ {goals_of['cpuPercent']} %)",

@@ -53,12 +53,11 @@ def against_processes(axes, results):
 
 
 def against_programs(axes, results, programs):
-    """How many times the floor's time, now and before."""
+    """How many times the floor's time."""
     for (processes, result), style in zip(results.items(), (":", "--", "-")):
         floor = result.median("floor/0")
-        for name, colour, label in (("earlier", ORANGE, "before"), ("agent", BLUE, "now")):
-            axes.plot(programs, [result.median(f"{name}/{number}") / floor for number in programs], marker="o",
-                      markersize=4, color=colour, linestyle=style, label=f"{label}, {processes:,} processes")
+        axes.plot(programs, [result.median(f"agent/{number}") / floor for number in programs], marker="o", markersize=4,
+                  color=BLUE, linestyle=style, label=f"{processes:,} processes")
     axes.axhline(1, color=GREY, linewidth=1)
     axes.set_xticks(programs)
     axes.set_ylim(bottom=0.9)

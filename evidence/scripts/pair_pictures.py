@@ -1,6 +1,7 @@
 """Pictures of the pair's measurements, as SVG that is the same for the same figures."""
 
 import html
+import statistics
 
 GRID = "#dddddd"
 INK = "#24292f"
@@ -9,11 +10,19 @@ ORANGE = "#c2570c"
 GREY = "#999999"
 
 
+def beyond(sample):
+    return sample["overhead"]
+
+
+def own(sample):
+    return sample["overhead"] - sample["pings"]
+
+
 def takeover_svg(results):
     """A strip of points for each path: what every run lasted beyond its waits; two medians."""
     paths = [path for path in results["paths"] if path["samples"]]
     left, width, row, top = 130, 560, 26, 40
-    longest = max([results["goalMs"] * 2] + [sample["overheadMs"] for path in paths for sample in path["samples"]])
+    longest = max([results["goal"] * 2] + [sample["overhead"] for path in paths for sample in path["samples"]])
     scale = width / longest
     height = top + row * len(paths) + 40
     parts = [head(left + width + 30, height, "Take-over beyond its waits, ms: each run, the median (black), and without the pings (grey)")]
@@ -22,17 +31,17 @@ def takeover_svg(results):
         x = left + tick * scale
         parts.append(line(x, top - 8, x, height - 32, GRID))
         parts.append(text(x, height - 16, str(tick), "middle"))
-    goal = left + results["goalMs"] * scale
+    goal = left + results["goal"] * scale
     parts.append(line(goal, top - 8, goal, height - 32, ORANGE))
     parts.append(text(goal + 4, top - 12, "goal of the median", "start", ORANGE))
     for index, path in enumerate(paths):
         y = top + row * index + row / 2
         parts.append(text(left - 10, y + 4, path["path"], "end"))
         for sample in path["samples"]:
-            x = left + max(sample["overheadMs"], 0) * scale
+            x = left + max(beyond(sample), 0) * scale
             parts.append(f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3" fill="{BLUE}" fill-opacity="0.35"/>')
-        for part, colour in (("own", GREY), ("overhead", INK)):
-            median = left + max(path[part]["medianMs"], 0) * scale
+        for value, colour in ((own, GREY), (beyond, INK)):
+            median = left + max(statistics.median(map(value, path["samples"])), 0) * scale
             parts.append(line(median, y - 9, median, y + 9, colour, 2))
     return "\n".join(parts + ["</svg>", ""])
 
@@ -43,9 +52,9 @@ def idle_svg(results, name_of):
     left, width, row = 330, 420, 22
     block = 56 + row * len(nodes)
     parts = [head(left + width + 80, 2 * block + 10, "")]
-    cpu = [(node["ownCpuSecondsPerHour"], node["childrenCpuSecondsPerHour"]) for node in nodes]
-    memory = [(node["memory"]["proportionalKiB"] * 1024 / 1e6,
-               (node["memory"]["residentKiB"] - node["memory"]["proportionalKiB"]) * 1024 / 1e6) for node in nodes]
+    cpu = [(node["ownCpuPerHour"], node["childrenCpuPerHour"]) for node in nodes]
+    memory = [(node["memory"]["proportional"] * 1024 / 1e6,
+               (node["memory"]["resident"] - node["memory"]["proportional"]) * 1024 / 1e6) for node in nodes]
     for top, title, values, colours in (
             (0, "CPU seconds an hour: own (blue), children (orange)", cpu, (BLUE, ORANGE)),
             (block, "MB: proportional (blue), shared with others (grey)", memory, (BLUE, GREY))):

@@ -4,14 +4,12 @@
 #include <sstream>
 #include <thread>
 
-#include <nlohmann/json.hpp>
-
-#include "lab/campaigns/matrix/Moment.h"
-#include "lab/campaigns/matrix/Waits.h"
+#include "lab/campaigns/Jitter.h"
+#include "lab/campaigns/Waits.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
 
-namespace velarix::lab
+namespace velarix::evidence::takeover
 {
 
 namespace
@@ -57,7 +55,7 @@ void prepareSilentPartner(Lab& lab, HostId node, HostId partner, std::mt19937_64
 	giveAddress(lab, partner);
 	getToKnow(lab, node, partner);
 	lab.powerOff(partner);
-	waitForTheMoment(random, sumOf("silence", times));
+	waitForJitter(random, sumOf("silence", times));
 }
 
 void prepareIsolated(Lab& lab, HostId node, HostId partner, const PairTimes& times)
@@ -141,33 +139,4 @@ std::vector<Millis> silentProbesIn(const std::string& output)
 	return probes;
 }
 
-std::string toJson(const PingFloor& floor)
-{
-	nlohmann::ordered_json probes = nlohmann::ordered_json::array();
-	for (const Millis probe : floor.probes)
-	{
-		probes.push_back(probe.count());
-	}
-	return nlohmann::ordered_json{
-	    {"path", floor.path}, {"run", floor.run}, {"probesMs", probes}, {"problem", floor.problem}}
-	    .dump();
-}
-
-PingFloor pingFloorFrom(const std::string& json)
-try
-{
-	const auto whole = nlohmann::ordered_json::parse(json);
-	PingFloor floor{whole.at("path").get<std::string>(), whole.at("run").get<int>()};
-	for (const auto& probe : whole.at("probesMs"))
-	{
-		floor.probes.emplace_back(probe.get<Millis::rep>());
-	}
-	floor.problem = whole.at("problem").get<std::string>();
-	return floor;
-}
-catch (const nlohmann::json::exception& error)
-{
-	throw LabError(std::string("this is no measurement of pings: ") + error.what());
-}
-
-} // namespace velarix::lab
+} // namespace velarix::evidence::takeover

@@ -11,10 +11,11 @@
 #include <string>
 #include <vector>
 
+#include "evidence/Lab.h"
 #include "lab/core/Basics.h"
 #include "lab/core/NodeSettings.h"
 
-namespace velarix::lab
+namespace velarix::evidence::takeover
 {
 
 /// Ten pings to the partner, then to the virtual address.
@@ -47,8 +48,6 @@ PingFloor measurePingFloor(const PingFloorPlan& plan);
 /// @throws LabError when it is something else, or somebody answered
 std::vector<Millis> silentProbesIn(const std::string& output);
 
-std::string toJson(const PingFloor& floor);
-/// @throws LabError when the text is none
-PingFloor pingFloorFrom(const std::string& json);
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PingFloor, path, run, probes, problem)
 
-} // namespace velarix::lab
+} // namespace velarix::evidence::takeover

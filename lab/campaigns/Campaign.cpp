@@ -9,11 +9,11 @@
 namespace velarix::lab
 {
 
-RunRecord recordOf(const ChildResult& result, const std::string& cell, int run, std::uint64_t seed)
+RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed)
 {
 	if (result.problem.empty())
 	{
-		return recordFrom(result.text);
+		return recordIn<RunRecord>(result.text);
 	}
 	RunRecord record;
 	record.cell = cell;
@@ -23,7 +23,7 @@ RunRecord recordOf(const ChildResult& result, const std::string& cell, int run, 
 	return record;
 }
 
-void keepTimeline(const std::string& directory, const std::string& title, const std::string& timeline)
+void saveTimeline(const std::string& directory, const std::string& title, const std::string& timeline)
 {
 	if (directory.empty() || timeline.empty())
 	{
@@ -38,21 +38,25 @@ void keepTimeline(const std::string& directory, const std::string& title, const 
 
 void deliver(const std::string& report, const std::string& output)
 {
-	if (output.empty())
+	if (!output.empty())
 	{
-		std::cout << report << std::flush;
-		if (!std::cout)
-		{
-			throw LabError("cannot write the report to standard output");
-		}
+		writeFile(output, report);
 		return;
 	}
-	writeFile(output, report);
+	std::cout << report << std::flush;
+	if (!std::cout)
+	{
+		throw LabError("cannot write the report to standard output");
+	}
 }
 
-void keepRecords(const std::string& json, const std::string& file)
+void deliver(const ReportOptions& options, const std::string& text, const nlohmann::json& report)
 {
-	file.empty() ? void() : writeFile(file, json);
+	if (!options.records.empty())
+	{
+		writeFile(options.records, jsonFileText(report));
+	}
+	deliver(options.form == "json" ? jsonFileText(report) : text, options.output);
 }
 
 } // namespace velarix::lab

@@ -7,41 +7,44 @@
 #include <string>
 #include <vector>
 
-#include "lab/campaigns/matrix/Children.h"
-#include "lab/campaigns/matrix/Record.h"
+#include "lab/campaigns/Record.h"
+#include "lab/campaigns/Workers.h"
 
 namespace velarix::lab
 {
 
-struct CampaignOptions
+/// Where a report goes.
+struct ReportOptions
+{
+	std::string form = "text"; ///< text, json
+	std::string output{};      ///< file; empty: standard output
+	std::string records{};     ///< file for the JSON, besides; empty: none
+};
+
+struct CampaignOptions : ReportOptions
 {
 	std::filesystem::path installRoot{};
 	int runs = 1; ///< of each cell
 	std::uint64_t seed = 1;
 	int jobs = 4;                    ///< pairs side by side
 	std::vector<std::string> only{}; ///< cells, or groups of them; empty: all
-	std::string form = "text";       ///< text, json, markdown
-	std::string output{};            ///< file for the report; empty: standard output
-	std::string records{};           ///< file for the report as JSON, besides; empty: none
-	std::string from{};              ///< such a file: tell its results, run nothing; empty: run
 	std::string timelines{};         ///< directory for the timelines of runs; empty: none
-	bool list = false;               ///< only tell the cells
+	bool list = false;               ///< only name the cells
 };
 
 /// @return the record that a run's process handed back, or one that tells why there is none
-RunRecord recordOf(const ChildResult& result, const std::string& cell, int run, std::uint64_t seed);
+RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed);
 
 /// Writes a run's timeline to a file of the directory; does nothing without a directory or a timeline.
 /// @param title names the run; its slashes and blanks become hyphens
 /// @throws LabError when it cannot be written
-void keepTimeline(const std::string& directory, const std::string& title, const std::string& timeline);
+void saveTimeline(const std::string& directory, const std::string& title, const std::string& timeline);
 
 /// Writes a report to a file, or to standard output when no file is named.
 /// @throws LabError when it cannot be written
 void deliver(const std::string& report, const std::string& output);
-
-/// Writes the report as JSON to a file; does nothing when no file is named.
+/// Writes a report in the form and to the places that were asked for.
 /// @throws LabError when it cannot be written
-void keepRecords(const std::string& json, const std::string& file);
+void deliver(const ReportOptions& options, const std::string& text, const nlohmann::json& report);
 
 } // namespace velarix::lab

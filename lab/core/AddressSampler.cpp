@@ -18,9 +18,9 @@ namespace
 {
 
 /// A socket stays in the network namespace it was opened in.
-UniqueFd socketInside(const Host& host)
+Descriptor socketInside(const Host& host)
 {
-	UniqueFd opened;
+	Descriptor opened;
 	inNetworkOf(host, [&] { opened.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)); });
 	if (!opened)
 	{
@@ -79,7 +79,7 @@ AddressSampler::~AddressSampler()
 
 void AddressSampler::attach(HostId node, const Host& host)
 {
-	UniqueFd opened = socketInside(host);
+	Descriptor opened = socketInside(host);
 	const std::lock_guard lock(m_mutex);
 	m_sockets[static_cast<std::size_t>(node)] = std::move(opened);
 }
@@ -95,7 +95,7 @@ void AddressSampler::sampleLocked()
 {
 	const bool a = holdsVirtualAddress(m_sockets[0].get());
 	const bool b = holdsVirtualAddress(m_sockets[1].get());
-	m_timeline.change(addressLane, m_clock.now(), ownersText(a, b));
+	m_timeline.change(addressTrack, m_clock.now(), ownersText(a, b));
 }
 
 } // namespace velarix::lab

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <unistd.h>
-
 namespace velarix::lab
 {
 
@@ -62,15 +60,6 @@ Millis LabClock::now() const
 std::chrono::system_clock::time_point LabClock::wallAt(Millis time) const
 {
 	return m_wallStart + time;
-}
-
-void UniqueFd::reset(int fd)
-{
-	if (m_fd >= 0)
-	{
-		::close(m_fd);
-	}
-	m_fd = fd;
 }
 
 } // namespace velarix::lab

@@ -1,5 +1,4 @@
-/// What every file of the lab uses: the hosts' names, time, errors told in plain
-/// words, and an owned file descriptor.
+/// What every file of the lab uses: the hosts' names, time, and errors as plain sentences.
 #pragma once
 
 #include <array>
@@ -8,11 +7,13 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "inspect/Descriptor.h"
 
 namespace velarix::lab
 {
 
+using inspect::Descriptor;
 using Millis = std::chrono::milliseconds;
 
 /// The four hosts of a lab.
@@ -79,32 +80,6 @@ public:
 private:
 	std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
 	std::chrono::system_clock::time_point m_wallStart = std::chrono::system_clock::now();
-};
-
-/// Owns one file descriptor and closes it.
-class UniqueFd
-{
-public:
-	UniqueFd() = default;
-	explicit UniqueFd(int fd) : m_fd(fd) {}
-	UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-	UniqueFd& operator=(UniqueFd&& other) noexcept
-	{
-		if (this != &other)
-		{
-			reset(std::exchange(other.m_fd, -1));
-		}
-		return *this;
-	}
-	~UniqueFd() { reset(); }
-
-	int get() const { return m_fd; }
-	explicit operator bool() const { return m_fd >= 0; }
-	int release() { return std::exchange(m_fd, -1); }
-	void reset(int fd = -1);
-
-private:
-	int m_fd = -1;
 };
 
 } // namespace velarix::lab

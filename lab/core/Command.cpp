@@ -143,8 +143,8 @@ void placeStreams(const SpawnPlan& plan)
 /// A socket pair, since writing to a socket can be had without SIGPIPE.
 struct Channel
 {
-	UniqueFd read;
-	UniqueFd write;
+	Descriptor read;
+	Descriptor write;
 };
 
 Channel makeChannel()
@@ -154,7 +154,7 @@ Channel makeChannel()
 	{
 		throwErrno("cannot make a socket pair");
 	}
-	return {UniqueFd(ends[0]), UniqueFd(ends[1])};
+	return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
 /// Moves input and output until the output is closed or the limit passes.
@@ -211,7 +211,7 @@ pid_t spawn(const SpawnPlan& plan)
 
 std::optional<int> waitForChild(pid_t child, Millis limit)
 {
-	const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 	pollfd watched{pidFd.get(), POLLIN, 0};
 	const LabClock clock;
 	Millis left = limit;

@@ -96,7 +96,7 @@ void repair(const Node& node, SetCommand command)
 		throw LabError("no command of " + nodeText(node.id()) + " is spoilt");
 	}
 	const fs::path gate = node.file(gatePath(command));
-	const UniqueFd opened(::open(gate.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+	const Descriptor opened(::open(gate.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
 	removeIfAny(gate);
 }
 

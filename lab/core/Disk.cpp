@@ -107,7 +107,7 @@ void setFull(const fs::path& disk, bool full)
 	// is all that can be written.
 	const std::string size =
 	    full ? std::to_string((found.f_blocks - found.f_bfree) * found.f_frsize / 1024) + "k" : "50%";
-	const UniqueFd system(::fspick(AT_FDCWD, disk.c_str(), FSPICK_CLOEXEC));
+	const Descriptor system(::fspick(AT_FDCWD, disk.c_str(), FSPICK_CLOEXEC));
 	if (!system || ::fsconfig(system.get(), FSCONFIG_SET_STRING, "size", size.c_str(), 0) != 0 ||
 	    ::fsconfig(system.get(), FSCONFIG_CMD_RECONFIGURE, nullptr, nullptr, 0) != 0)
 	{

@@ -133,11 +133,11 @@ constexpr std::array<FaultInfo, 40> faults{{
     {FaultKind::coldStart, "cold-start", false, "both hosts off, and on at once", nullptr, coldStart, nullptr},
     {FaultKind::coldStartAlone, "cold-start-alone", true, "both hosts off, only this one on", "the other host on, too",
      coldStartAlone, powerOnOther},
-    {FaultKind::heartbeatGarbage, "garbage", true, "a stranger sends garbage", "the stranger is silent", sendGarbage,
+    {FaultKind::heartbeatGarbage, "garbage", true, "an attacker sends garbage", "the attacker is silent", sendGarbage,
      endGarbage},
-    {FaultKind::heartbeatReplay, "replay-master", true, "a stranger replays a master's heartbeat",
-     "the stranger is silent", replayMaster, endReplayMaster},
-    {FaultKind::askReplay, "replay-ask", true, "a stranger replays an ask", "the stranger is silent", replayAsk,
+    {FaultKind::heartbeatReplay, "replay-master", true, "an attacker replays a master's heartbeat",
+     "the attacker is silent", replayMaster, endReplayMaster},
+    {FaultKind::askReplay, "replay-ask", true, "an attacker replays an ask", "the attacker is silent", replayAsk,
      endReplayAsk},
     {FaultKind::serviceLoss10, "service-loss-10", true, "service card: 10 % lost", wireWell, lose<serviceCards, 10>,
      repairWire<serviceCards>},
@@ -210,7 +210,7 @@ Fault faultFrom(std::string_view text)
 	if (nodeGiven != infoOf(*kind).onNode)
 	{
 		throw LabError(std::string(infoOf(*kind).name) +
-		               (nodeGiven ? " strikes no single node" : " needs a node, for example ") +
+		               (nodeGiven ? " is on no single node" : " needs a node, for example ") +
 		               (nodeGiven ? "" : std::string(infoOf(*kind).name) + ":a"));
 	}
 	if (nodeGiven)

@@ -75,12 +75,12 @@ struct Fault
 struct FaultInfo
 {
 	FaultKind kind;
-	const char* name;   ///< on the command line
-	bool onNode;        ///< it strikes one node
-	const char* what;   ///< in the timeline, when it is injected
-	const char* healed; ///< in the timeline, when it is healed; null when it heals by itself
+	const char* name;     ///< on the command line
+	bool onNode;          ///< it strikes one node
+	const char* what;     ///< in the timeline, when it is injected
+	const char* repaired; ///< in the timeline, when it is repaired; null when it repairs by itself
 	void (*inject)(Lab& lab, HostId node);
-	void (*heal)(Lab& lab, HostId node); ///< null when it heals by itself
+	void (*repair)(Lab& lab, HostId node); ///< null when it repairs by itself
 	/// Throws LabError when the fault has no place at present, and changes nothing;
 	/// null: it always has, or its only step is one that happens or does not.
 	void (*require)(Lab& lab, HostId node) = nullptr;

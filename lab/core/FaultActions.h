@@ -1,5 +1,5 @@
 /// What the rows of the table of faults need and do. For Fault.cpp only: everybody
-/// else goes through Lab::inject and Lab::heal.
+/// else goes through Lab::inject and Lab::repair.
 ///
 /// What a fault needs has been looked at when its action begins.
 #pragma once
@@ -77,7 +77,7 @@ void freeRunInfo(Lab& lab, HostId node);
 void fillDisk(Lab& lab, HostId node);
 void freeDisk(Lab& lab, HostId node);
 
-// A stranger on the communication network.
+// An attacker on the communication network.
 void sendGarbage(Lab& lab, HostId node);
 void endGarbage(Lab& lab, HostId node);
 void replayMaster(Lab& lab, HostId node);

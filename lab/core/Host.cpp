@@ -76,8 +76,8 @@ Host::Host(const HostSpec& spec)
 		throwErrno("cannot make a control socket");
 	}
 	m_control.reset(ends[0]);
-	const UniqueFd theirs(ends[1]);
-	UniqueFd rackMounts;
+	const Descriptor theirs(ends[1]);
+	Descriptor rackMounts;
 	if (spec.kind == HostKind::node)
 	{
 		const std::string path = "/proc/" + std::to_string(spec.rackPid) + "/ns/mnt";
@@ -173,7 +173,7 @@ void Host::switchOff()
 void inNetworkOf(const Host& host, const std::function<void()>& work)
 {
 	const std::string path = "/proc/" + std::to_string(host.pid()) + "/ns/net";
-	const UniqueFd network(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+	const Descriptor network(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 	bool entered = false;
 	std::exception_ptr failure;
 	std::thread(

@@ -67,8 +67,8 @@ public:
 
 private:
 	pid_t m_pid = -1;
-	UniqueFd m_pidFd;
-	UniqueFd m_control;
+	Descriptor m_pidFd;
+	Descriptor m_control;
 
 	void start(const HostSpec& spec, int control, int rackMounts);
 	void awaitReady(const std::string& hostName);

@@ -89,7 +89,7 @@ const Host& Lab::stranger()
 
 void Lab::setRole(HostId id, const std::string& role)
 {
-	m_timeline.change(roleLane(id), m_clock.now(), role);
+	m_timeline.change(roleTrack(id), m_clock.now(), role);
 }
 
 void Lab::bootAndConnect(HostId id)
@@ -125,7 +125,7 @@ void Lab::startAgent(HostId id)
 		setRole(id, "no agent");
 		throw;
 	}
-	if (const std::optional<ProcessEntry> agent = node(id).agent())
+	if (const std::optional<Process> agent = node(id).agent())
 	{
 		m_logWatch->agentRuns(id, agent->pid);
 	}
@@ -197,7 +197,7 @@ void Lab::note(EventKind kind, const Fault& fault)
 {
 	const FaultInfo& info = infoOf(fault.kind);
 	const std::optional<HostId> host = info.onNode ? std::optional<HostId>(fault.node) : std::nullopt;
-	m_timeline.add({m_clock.now(), kind, host, kind == EventKind::fault ? info.what : info.healed});
+	m_timeline.add({m_clock.now(), kind, host, kind == EventKind::fault ? info.what : info.repaired});
 }
 
 void Lab::carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node))
@@ -225,14 +225,14 @@ void Lab::inject(const Fault& fault)
 	carryOut(EventKind::fault, fault, info.inject);
 }
 
-void Lab::heal(const Fault& fault)
+void Lab::repair(const Fault& fault)
 {
 	const FaultInfo& info = infoOf(fault.kind);
-	if (info.heal == nullptr)
+	if (info.repair == nullptr)
 	{
-		throw LabError(std::string("there is nothing to heal after ") + info.name);
+		throw LabError(std::string("there is nothing to repair after ") + info.name);
 	}
-	carryOut(EventKind::heal, fault, info.heal);
+	carryOut(EventKind::repair, fault, info.repair);
 }
 
 CommandResult Lab::run(HostId id, const std::vector<std::string>& argv, Millis limit)

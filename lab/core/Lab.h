@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "lab/core/BackgroundJobs.h"
 #include "lab/core/Basics.h"
 #include "lab/core/Command.h"
-#include "lab/core/Errands.h"
 #include "lab/core/Fault.h"
 #include "lab/core/Host.h"
 #include "lab/core/LogWatch.h"
@@ -81,27 +81,27 @@ public:
 
 	std::uint64_t seed() const { return m_seed; }
 	/// What faults keep running on the hosts.
-	Errands& errands() { return m_errands; }
+	BackgroundJobs& jobs() { return m_jobs; }
 
-	/// Injects or heals a fault and notes it in the timeline.
+	/// Injects or repairs a fault and notes it in the timeline.
 	/// @throws LabError when the fault has no place at present; an inject that
 	///         throws has changed nothing
 	void inject(const Fault& fault);
-	void heal(const Fault& fault);
+	void repair(const Fault& fault);
 
 	/// Runs a program on a host, in all its namespaces.
 	CommandResult run(HostId id, const std::vector<std::string>& argv, Millis limit = Millis(15000));
 
 	/// What the timeline shows now: "none", "a", "b", "a+b".
-	std::string owners() const { return m_timeline.current(addressLane); }
+	std::string owners() const { return m_timeline.current(addressTrack); }
 	/// "none", "a", "b"
-	std::string answeredBy() const { return m_timeline.current(serviceLane); }
+	std::string answeredBy() const { return m_timeline.current(serviceTrack); }
 	/// "starting", "master", "slave", "frozen", "no agent", "off"
-	std::string role(HostId id) const { return m_timeline.current(roleLane(id)); }
+	std::string role(HostId id) const { return m_timeline.current(roleTrack(id)); }
 	/// When each pass of the node's receiver began, as its log tells.
 	std::vector<Millis> passes(HostId id) const { return m_logWatch->passes(id); }
 	/// The node's probes that nobody answered, as its log tells.
-	std::vector<Stretch> silentProbes(HostId id) const { return m_logWatch->silentProbes(id); }
+	std::vector<ProbeInterval> silentProbes(HostId id) const { return m_logWatch->silentProbes(id); }
 	/// When the node's agents began their work, as its log tells.
 	std::vector<Millis> agentStarts(HostId id) const { return m_logWatch->starts(id); }
 	/// One line with all of these.
@@ -125,7 +125,7 @@ private:
 	std::unique_ptr<Host> m_gateway;
 	std::unique_ptr<Host> m_client;
 	std::unique_ptr<Host> m_stranger;
-	Errands m_errands;
+	BackgroundJobs m_jobs;
 	std::array<std::string, 2> m_roleBeforeFreeze;
 	std::optional<LogWatch> m_logWatch;
 	std::optional<AddressSampler> m_addressSampler;

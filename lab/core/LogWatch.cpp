@@ -20,7 +20,7 @@ constexpr Millis watchPeriod{20};
 std::vector<std::string> LogTail::readNew(const std::filesystem::path& path)
 {
 	std::vector<std::string> lines;
-	const UniqueFd file(path.empty() ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+	const Descriptor file(path.empty() ? -1 : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 	struct stat found
 	{
 	};
@@ -77,7 +77,7 @@ std::vector<Millis> LogWatch::passes(HostId node) const
 	return m_watched[static_cast<std::size_t>(node)].passes;
 }
 
-std::vector<Stretch> LogWatch::silentProbes(HostId node) const
+std::vector<ProbeInterval> LogWatch::silentProbes(HostId node) const
 {
 	const std::lock_guard lock(m_mutex);
 	return m_watched[static_cast<std::size_t>(node)].silentProbes;
@@ -116,22 +116,14 @@ void LogWatch::readLog(HostId node)
 	Watched& log = watched(node);
 	for (const std::string& text : log.tail.readNew(log.log))
 	{
-		const std::optional<LogLine> line = parseLogLine(text);
-		if (line && beginsPass(*line))
-		{
-			log.passes.push_back(m_clock.now());
-		}
-		if (line && beginsWork(*line))
-		{
-			log.starts.push_back(m_clock.now());
-		}
-		followProbe(log, line ? probeMarkOf(*line) : ProbeMark::none, m_clock.now());
+		const std::optional<inspect::LogLine> line = inspect::parseHead(text, log.clock);
 		const LogMeaning* meaning = line ? meaningOf(*line) : nullptr;
 		if (meaning == nullptr)
 		{
 			continue;
 		}
 		const Millis now = m_clock.now();
+		keepMark(log, meaning->mark, now);
 		if (meaning->action != nullptr && log.lastAction != meaning->action)
 		{
 			log.lastAction = meaning->action;
@@ -139,20 +131,36 @@ void LogWatch::readLog(HostId node)
 		}
 		if (meaning->role != nullptr)
 		{
-			m_timeline.change(roleLane(node), now, meaning->role);
+			m_timeline.change(roleTrack(node), now, meaning->role);
 		}
 	}
 }
 
-void LogWatch::followProbe(Watched& log, ProbeMark mark, Millis now)
+void LogWatch::keepMark(Watched& log, LogMark mark, Millis now)
 {
-	if (mark == ProbeMark::silent && log.probing)
+	switch (mark)
 	{
-		log.silentProbes.push_back({*log.probing, now});
-	}
-	if (mark != ProbeMark::none)
-	{
-		log.probing = mark == ProbeMark::begins ? std::optional<Millis>(now) : std::nullopt;
+	case LogMark::workBegins:
+		log.starts.push_back(now);
+		break;
+	case LogMark::passBegins:
+		log.passes.push_back(now);
+		break;
+	case LogMark::probeBegins:
+		log.probing = now;
+		break;
+	case LogMark::probeSilent:
+		if (log.probing)
+		{
+			log.silentProbes.push_back({*log.probing, now});
+		}
+		log.probing.reset();
+		break;
+	case LogMark::probeAnswered:
+		log.probing.reset();
+		break;
+	case LogMark::none:
+		break;
 	}
 }
 
@@ -163,7 +171,7 @@ void LogWatch::checkAgent(HostId node)
 	{
 		log.agent = -1;
 		m_timeline.add({m_clock.now(), EventKind::action, node, "the agent has ended by itself"});
-		m_timeline.change(roleLane(node), m_clock.now(), "no agent");
+		m_timeline.change(roleTrack(node), m_clock.now(), "no agent");
 	}
 }
 

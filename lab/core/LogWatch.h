@@ -17,7 +17,7 @@
 #include <sys/types.h>
 
 #include "lab/core/Basics.h"
-#include "lab/core/LogLine.h"
+#include "lab/core/LogMeaning.h"
 #include "lab/core/Timeline.h"
 
 namespace velarix::lab
@@ -36,8 +36,8 @@ private:
 	std::string m_rest;
 };
 
-/// A stretch of time.
-struct Stretch
+/// An interval.
+struct ProbeInterval
 {
 	Millis from{0};
 	Millis to{0};
@@ -65,7 +65,7 @@ public:
 
 	/// The node's probes that nobody answered, in their order. Each end is as exact as
 	/// every line is, so a length is exact within about 20 ms.
-	std::vector<Stretch> silentProbes(HostId node) const;
+	std::vector<ProbeInterval> silentProbes(HostId node) const;
 
 	/// When an agent of the node began its work, in their order.
 	std::vector<Millis> starts(HostId node) const;
@@ -80,12 +80,13 @@ private:
 	{
 		std::filesystem::path log;
 		LogTail tail;
+		inspect::LogClock clock;
 		pid_t agent = -1;
 		std::string lastAction;
 		std::vector<Millis> passes;
 		std::vector<Millis> starts;
 		std::optional<Millis> probing; ///< since when
-		std::vector<Stretch> silentProbes;
+		std::vector<ProbeInterval> silentProbes;
 	};
 
 	Timeline& m_timeline;
@@ -98,7 +99,7 @@ private:
 	Watched& watched(HostId node) { return m_watched[static_cast<std::size_t>(node)]; }
 	void loop();
 	void readLog(HostId node);
-	static void followProbe(Watched& log, ProbeMark mark, Millis now);
+	static void keepMark(Watched& log, LogMark mark, Millis now);
 	void checkAgent(HostId node);
 };
 

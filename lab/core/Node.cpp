@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdint>
-#include <fstream>
-#include <sstream>
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -75,7 +73,7 @@ void Node::setClock(std::chrono::seconds ahead) const
 {
 	const std::int64_t difference = ahead.count();
 	const std::filesystem::path path = file(plan::clockDifferenceFile);
-	const UniqueFd opened(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+	const Descriptor opened(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
 	if (!opened || ::pwrite(opened.get(), &difference, sizeof difference, 0) != sizeof difference)
 	{
 		throwErrno("cannot set the clock of " + nodeText(m_id));
@@ -116,7 +114,7 @@ void Node::setDiskFull(bool full) const
 void Node::startAgent()
 {
 	const std::filesystem::path path = file(plan::consoleFile);
-	const UniqueFd console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+	const Descriptor console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 	if (!console)
 	{
 		throwErrno("cannot open the console file of " + nodeText(m_id));
@@ -136,44 +134,41 @@ void Node::startAgent()
 }
 
 /// What runs the agent's program has a name of its own: it is known by its command line, which ends in that program.
-std::vector<ProcessEntry> Node::agentProcesses() const
+std::vector<Process> Node::agentProcesses() const
 {
 	if (m_wrapper.empty())
 	{
 		return processesNamed(m_host->pid(), plan::agentName);
 	}
-	std::vector<ProcessEntry> found = processesOf(m_host->pid());
+	std::vector<Process> found = processesOf(m_host->pid());
 	const std::string end = plan::agentProgram + std::string(1, '\0');
 	std::erase_if(found,
-	              [&](const ProcessEntry& entry)
+	              [&](const Process& entry)
 	              {
-		              std::ifstream stream("/proc/" + std::to_string(entry.pid) + "/cmdline");
-		              std::ostringstream words;
-		              // A process that ends in the meantime has no words.
-		              words << stream.rdbuf();
-		              return entry.state == 'Z' || !words.str().ends_with(end);
+		              // A process that ends in the meantime has no command line.
+		              return entry.state == 'Z' || !procText(entry.pid, "cmdline").ends_with(end);
 	              });
 	return found;
 }
 
-std::optional<ProcessEntry> Node::agent() const
+std::optional<Process> Node::agent() const
 {
 	if (!m_host)
 	{
 		return std::nullopt;
 	}
-	const std::vector<ProcessEntry> found = agentProcesses();
+	const std::vector<Process> found = agentProcesses();
 	const auto named = [&](pid_t pid)
-	{ return std::any_of(found.begin(), found.end(), [&](const ProcessEntry& entry) { return entry.pid == pid; }); };
+	{ return std::any_of(found.begin(), found.end(), [&](const Process& entry) { return entry.pid == pid; }); };
 	// About to start a command it is two of that name for a moment, and the numbers begin anew at their end.
 	const auto agent =
-	    std::find_if(found.begin(), found.end(), [&](const ProcessEntry& entry) { return !named(entry.parent); });
-	return agent == found.end() ? std::nullopt : std::optional<ProcessEntry>(*agent);
+	    std::find_if(found.begin(), found.end(), [&](const Process& entry) { return !named(entry.parent); });
+	return agent == found.end() ? std::nullopt : std::optional<Process>(*agent);
 }
 
 bool Node::signalAgent(int signal) const
 {
-	const std::optional<ProcessEntry> found = agent();
+	const std::optional<Process> found = agent();
 	return found && signalInHost(m_host->pid(), found->pid, signal);
 }
 
@@ -191,7 +186,7 @@ void Node::startService() const
 int Node::killService() const
 {
 	int count = 0;
-	for (const ProcessEntry& entry : processesNamed(host().pid(), plan::serviceProgramName))
+	for (const Process& entry : processesNamed(host().pid(), plan::serviceProgramName))
 	{
 		count += signalInHost(host().pid(), entry.pid, SIGKILL) ? 1 : 0;
 	}

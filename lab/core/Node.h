@@ -80,7 +80,7 @@ public:
 	/// @throws LabError when it does not end with status 0
 	void startAgent();
 	/// The running agent; empty when there is none.
-	std::optional<ProcessEntry> agent() const;
+	std::optional<Process> agent() const;
 	/// Sends a signal to the agent. @return false when there is none
 	bool signalAgent(int signal) const;
 	/// Starts the managed service by hand and waits until it runs.
@@ -101,7 +101,7 @@ private:
 
 	std::filesystem::path disk() const;
 	std::vector<std::string> agentCommand() const;
-	std::vector<ProcessEntry> agentProcesses() const;
+	std::vector<Process> agentProcesses() const;
 };
 
 } // namespace velarix::lab

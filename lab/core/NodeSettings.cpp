@@ -33,6 +33,12 @@ std::string dropCommand()
 
 } // namespace
 
+std::string toText(const PairTimes& times)
+{
+	return "interval " + std::to_string(times.interval) + " s, receiving time " + std::to_string(times.receivingTime) +
+	       " s, waiting time " + std::to_string(times.waitingTime) + " s";
+}
+
 NodeSettings NodeSettings::standard(HostId node, const PairTimes& times)
 {
 	const HostId partner = otherNode(node);

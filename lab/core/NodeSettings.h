@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lab/core/Basics.h"
+#include "lab/core/Json.h"
 
 namespace velarix::lab
 {
@@ -17,6 +18,11 @@ struct PairTimes
 	int receivingTime = 2; ///< a silence; keep it at least twice the interval
 	int waitingTime = 0;   ///< between the address and the programs
 };
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairTimes, interval, receivingTime, waitingTime)
+
+/// "interval 1 s, receiving time 2 s, waiting time 0 s"
+std::string toText(const PairTimes& times);
 
 class NodeSettings
 {

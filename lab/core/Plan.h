@@ -51,8 +51,8 @@ inline constexpr const char* clockDifferenceFile = "/usr/velarix/app/clock-diffe
 inline constexpr const char* consoleFile = "/usr/velarix/log/console.txt";
 
 /// A host that belongs to nobody, on both networks.
-inline constexpr const char* strangerAddress = "198.51.100.66"; ///< on the communication network
-inline constexpr const char* strangerServiceAddress = "192.0.2.66";
+inline constexpr const char* attackerAddress = "198.51.100.66"; ///< on the communication network
+inline constexpr const char* attackerServiceAddress = "192.0.2.66";
 
 /// @return the host's address on that network; null when it is not on it
 constexpr const char* addressOf(HostId host, Network network)

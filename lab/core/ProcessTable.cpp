@@ -1,7 +1,6 @@
 #include "lab/core/ProcessTable.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -10,6 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "inspect/Number.h"
 #include "lab/core/Basics.h"
 
 namespace velarix::lab
@@ -19,13 +19,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-std::optional<pid_t> numberIn(const std::string& text)
-{
-	pid_t number = 0;
-	const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-	return failure == std::errc() && end == text.data() + text.size() ? std::optional<pid_t>(number) : std::nullopt;
-}
 
 /// The process namespace, as a number; 0 when there is no such process.
 ino_t processNamespaceOf(pid_t pid)
@@ -37,68 +30,33 @@ ino_t processNamespaceOf(pid_t pid)
 	return ::stat(path.c_str(), &found) == 0 ? found.st_ino : 0;
 }
 
-std::string lastWord(const std::string& line)
-{
-	return line.substr(line.find_last_of(" \t") + 1);
-}
-
 } // namespace
 
-ProcessEntry processEntryOf(pid_t pid)
+std::vector<Process> processesOf(pid_t hostInit)
 {
-	ProcessEntry entry;
-	entry.pid = pid;
-	std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-	for (std::string line; std::getline(status, line);)
-	{
-		if (line.starts_with("Name:\t"))
-		{
-			entry.name = line.substr(6);
-		}
-		else if (line.starts_with("State:\t"))
-		{
-			entry.state = line[7];
-		}
-		else if (line.starts_with("PPid:\t"))
-		{
-			entry.parent = numberIn(lastWord(line)).value_or(-1);
-		}
-		else if (line.starts_with("NSpid:"))
-		{
-			entry.pidInHost = numberIn(lastWord(line)).value_or(-1);
-		}
-	}
-	return entry;
-}
-
-std::vector<ProcessEntry> processesOf(pid_t hostInit)
-{
-	std::vector<ProcessEntry> found;
+	std::vector<Process> found;
 	const ino_t wanted = processNamespaceOf(hostInit);
-	std::error_code ignored;
-	for (const fs::directory_entry& entry : fs::directory_iterator("/proc", ignored))
+	for (const pid_t pid : inspect::host::processIds().value_or(std::vector<pid_t>()))
 	{
-		const std::optional<pid_t> pid = numberIn(entry.path().filename().string());
-		if (wanted != 0 && pid && processNamespaceOf(*pid) == wanted)
+		const bool here = wanted != 0 && processNamespaceOf(pid) == wanted;
+		if (std::optional<Process> process = here ? inspect::host::process(pid) : std::nullopt)
 		{
-			found.push_back(processEntryOf(*pid));
+			found.push_back(*std::move(process));
 		}
 	}
-	std::sort(found.begin(), found.end(),
-	          [](const ProcessEntry& left, const ProcessEntry& right) { return left.pid < right.pid; });
 	return found;
 }
 
-std::vector<ProcessEntry> processesNamed(pid_t hostInit, const std::string& name)
+std::vector<Process> processesNamed(pid_t hostInit, const std::string& name)
 {
-	std::vector<ProcessEntry> found = processesOf(hostInit);
-	std::erase_if(found, [&](const ProcessEntry& entry) { return entry.name != name || entry.state == 'Z'; });
+	std::vector<Process> found = processesOf(hostInit);
+	std::erase_if(found, [&](const Process& entry) { return entry.name != name || entry.state == 'Z'; });
 	return found;
 }
 
 bool signalInHost(pid_t hostInit, pid_t pid, int signal)
 {
-	const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
 	const ino_t wanted = processNamespaceOf(hostInit);
 	if (!pidFd || wanted == 0 || processNamespaceOf(pid) != wanted)
 	{
@@ -136,7 +94,7 @@ std::vector<std::string> descriptorsOf(pid_t pid)
 	std::error_code failure;
 	for (const fs::directory_entry& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", failure))
 	{
-		const std::optional<pid_t> number = numberIn(entry.path().filename().string());
+		const std::optional<pid_t> number = inspect::numberIn<pid_t>(entry.path().filename().string());
 		const fs::path target = fs::read_symlink(entry.path(), failure);
 		if (number && !failure)
 		{

@@ -7,27 +7,19 @@
 
 #include <sys/types.h>
 
+#include "inspect/HostProcesses.h"
+
 namespace velarix::lab
 {
 
-struct ProcessEntry
-{
-	pid_t pid = -1;       ///< as the lab sees it
-	pid_t pidInHost = -1; ///< as the host sees it
-	pid_t parent = -1;    ///< its parent, as the lab sees it; 0: outside of what the lab sees
-	std::string name;     ///< the short name the kernel keeps
-	char state = '?';     ///< R, S, D, T, Z ...
-};
-
-/// Of a process of any host; all but its pid unknown when it is gone.
-ProcessEntry processEntryOf(pid_t pid);
+using inspect::host::Process;
 
 /// Every process in the process namespace of `hostInit`, process 1 included, in
 /// the order of their pids. Empty when the host is off.
-std::vector<ProcessEntry> processesOf(pid_t hostInit);
+std::vector<Process> processesOf(pid_t hostInit);
 
 /// The host's processes of that short name, zombies left out.
-std::vector<ProcessEntry> processesNamed(pid_t hostInit, const std::string& name);
+std::vector<Process> processesNamed(pid_t hostInit, const std::string& name);
 
 /// Sends a signal to a process of the host.
 /// @return false when it is gone, or is not the host's: then nothing is sent

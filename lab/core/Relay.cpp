@@ -45,9 +45,9 @@ void setOption(int socket, int level, int option, int value, const char* what)
 
 /// Called in the network the interface is in. It is bound last, so that nothing
 /// is received before the options hold.
-UniqueFd openOn(const std::string& interface)
+Descriptor openOn(const std::string& interface)
 {
-	UniqueFd opened(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+	Descriptor opened(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 	if (!opened)
 	{
 		throwErrno("cannot open a packet socket");
@@ -222,8 +222,8 @@ struct Relay::Lines
 		return nextDue();
 	}
 
-	UniqueFd hostSide;
-	UniqueFd bridgeSide;
+	Descriptor hostSide;
+	Descriptor bridgeSide;
 	Line fromHost;
 	Line toHost;
 	std::mutex mutex;

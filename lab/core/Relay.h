@@ -58,7 +58,7 @@ private:
 	struct Lines;
 
 	std::unique_ptr<Lines> m_lines;
-	UniqueFd m_wake;
+	Descriptor m_wake;
 	std::atomic<bool> m_stop{false};
 	std::thread m_thread;
 

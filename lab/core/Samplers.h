@@ -37,7 +37,7 @@ private:
 	Timeline& m_timeline;
 	const LabClock& m_clock;
 	std::mutex m_mutex;
-	std::array<UniqueFd, 2> m_sockets;
+	std::array<Descriptor, 2> m_sockets;
 	std::atomic<bool> m_stop{false};
 	std::thread m_thread;
 

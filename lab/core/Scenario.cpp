@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/core/Owners.h"
+#include "lab/core/TextTable.h"
 
 namespace velarix::lab
 {
@@ -14,16 +15,10 @@ namespace
 
 void measure(Lab& lab, PhaseResult& result)
 {
-	const std::vector<Interval> service = lab.timeline().intervals(serviceLane, result.to);
-	const std::vector<Interval> address = lab.timeline().intervals(addressLane, result.to);
+	const std::vector<Interval> service = lab.timeline().intervals(serviceTrack, result.to);
+	const std::vector<Interval> address = lab.timeline().intervals(addressTrack, result.to);
 	result.outage = longestWith(service, {"none"}, result.from, result.to);
-	result.twoOwners = timeWith(address, {"a+b"}, result.from, result.to);
-}
-
-std::string padded(std::string text, std::size_t width)
-{
-	text.resize(std::max(width, text.size()), ' ');
-	return text;
+	result.splitBrain = timeWith(address, {"a+b"}, result.from, result.to);
 }
 
 std::string verdictOf(const PhaseResult& result)
@@ -58,34 +53,15 @@ PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer)
 
 std::string toTable(const std::vector<PhaseResult>& results)
 {
-	const std::vector<std::string> head{"",        "phase",  "expected",   "owner before", "owner after",
-	                                    "answers", "outage", "two owners", "verdict"};
-	std::vector<std::vector<std::string>> rows{head};
+	std::vector<Row> rows;
 	for (const PhaseResult& result : results)
 	{
-		rows.push_back({std::to_string(rows.size()), result.title, result.expected, result.ownersBefore,
+		rows.push_back({std::to_string(rows.size() + 1), result.title, result.expected, result.ownersBefore,
 		                result.ownersAfter, result.answeredAfter, secondsText(result.outage),
-		                secondsText(result.twoOwners), verdictOf(result)});
+		                secondsText(result.splitBrain), verdictOf(result)});
 	}
-	std::vector<std::size_t> widths(head.size(), 0);
-	for (const std::vector<std::string>& row : rows)
-	{
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			widths[column] = std::max(widths[column], row[column].size());
-		}
-	}
-	std::string text;
-	for (const std::vector<std::string>& row : rows)
-	{
-		std::string line;
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			line += padded(row[column], widths[column]) + "  ";
-		}
-		text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-	}
-	return text;
+	return aligned({"", "phase", "expected", "owner before", "owner after", "answers", "outage", "split-brain", "verdict"},
+	               rows);
 }
 
 std::string toJson(const std::vector<PhaseResult>& results)
@@ -102,7 +78,7 @@ std::string toJson(const std::vector<PhaseResult>& results)
 		                  {"fromMs", result.from.count()},
 		                  {"toMs", result.to.count()},
 		                  {"outageMs", result.outage.count()},
-		                  {"twoOwnersMs", result.twoOwners.count()},
+		                  {"twoOwnersMs", result.splitBrain.count()},
 		                  {"asExpected", result.asExpected}});
 	}
 	return nlohmann::ordered_json{{"phases", std::move(phases)}}.dump(1, '\t') + "\n";

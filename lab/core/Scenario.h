@@ -18,7 +18,7 @@ struct Phase
 	std::string title;                 ///< what happens, for the table and the picture
 	std::string prospect;              ///< what a person will see, one sentence
 	HostId ownerAfter;                 ///< the node that has to hold the service alone in the end
-	std::function<void(Lab&)> happens; ///< faults, healings, starts
+	std::function<void(Lab&)> happens; ///< faults, repairs, starts
 	Millis limit{60000};               ///< to reach the end
 	bool ownerBefore = true;           ///< the phase begins with a single owner
 	bool standbyAfter = true;          ///< the other node has to be on standby in the end
@@ -34,8 +34,8 @@ struct PhaseResult
 	std::string standbyAfter;  ///< role of the other node in the end
 	Millis from{0};
 	Millis to{0};
-	Millis outage{0};    ///< longest time without a break in which the client had no answer
-	Millis twoOwners{0}; ///< time in which both nodes held the address
+	Millis outage{0};     ///< longest time without a break in which the client had no answer
+	Millis splitBrain{0}; ///< time in which both nodes held the address
 	bool asExpected = false;
 };
 

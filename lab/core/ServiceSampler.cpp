@@ -35,7 +35,7 @@ enum class Outcome
 /// One HTTP request on its own connection.
 struct Request
 {
-	UniqueFd connection;
+	Descriptor connection;
 	Millis begun{0};
 	bool sent = false;
 	std::string answer{};
@@ -52,7 +52,7 @@ sockaddr_in serviceAddress()
 
 Request beginRequest(Millis now)
 {
-	Request request{UniqueFd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), now};
+	Request request{Descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)), now};
 	// Closing resets the connection: thousands of them would else wait in TIME_WAIT.
 	const linger hard{1, 0};
 	::setsockopt(request.connection.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
@@ -107,7 +107,7 @@ class Requests
 public:
 	Requests(Timeline& timeline, const LabClock& clock) : m_timeline(timeline), m_clock(clock)
 	{
-		m_timeline.change(serviceLane, m_clock.now(), "none");
+		m_timeline.change(serviceTrack, m_clock.now(), "none");
 	}
 
 	void begin() { m_open.push_back(beginRequest(m_clock.now())); }
@@ -158,7 +158,7 @@ private:
 	{
 		const Millis now = m_clock.now();
 		noteSilence(now);
-		m_timeline.change(serviceLane, now, node);
+		m_timeline.change(serviceTrack, now, node);
 		m_lastAnswer = now;
 	}
 
@@ -167,7 +167,7 @@ private:
 	{
 		if (now - m_lastAnswer > longestGap)
 		{
-			m_timeline.change(serviceLane, m_lastAnswer, "none");
+			m_timeline.change(serviceTrack, m_lastAnswer, "none");
 		}
 	}
 };
@@ -194,10 +194,10 @@ ServiceSampler::~ServiceSampler()
 
 void ServiceSampler::loop(int networkNamespace)
 {
-	const UniqueFd network(networkNamespace);
+	const Descriptor network(networkNamespace);
 	if (::setns(network.get(), CLONE_NEWNET) != 0)
 	{
-		m_timeline.change(serviceLane, m_clock.now(), "none");
+		m_timeline.change(serviceTrack, m_clock.now(), "none");
 		return;
 	}
 	Requests requests(m_timeline, m_clock);

@@ -98,10 +98,10 @@ public:
 		const double labels = 76;
 		const double lanesTop = labels + 12 + placeLabels() * labelRowHeight;
 		const double lanesBottom = lanesTop + 4 * laneStep;
-		drawLane("node a", roleLane(HostId::a), lanesTop, HostId::a);
-		drawLane("node b", roleLane(HostId::b), lanesTop + laneStep, HostId::b);
-		drawLane("address owner", addressLane, lanesTop + 2 * laneStep, std::nullopt);
-		drawLane("answers client", serviceLane, lanesTop + 3 * laneStep, std::nullopt);
+		drawTrack("node a", roleTrack(HostId::a), lanesTop, HostId::a);
+		drawTrack("node b", roleTrack(HostId::b), lanesTop + laneStep, HostId::b);
+		drawTrack("address owner", addressTrack, lanesTop + 2 * laneStep, std::nullopt);
+		drawTrack("answers client", serviceTrack, lanesTop + 3 * laneStep, std::nullopt);
 		drawFaults(labels, lanesBottom - 8);
 		m_out << m_overLines.str();
 		drawAxis(lanesBottom);
@@ -119,7 +119,7 @@ private:
 		int row = 0;
 		bool toTheLeft = false;
 		std::string text{};
-		bool healing = false;
+		bool repair = false;
 	};
 
 	const Timeline& m_timeline;
@@ -128,7 +128,7 @@ private:
 	double m_plotWidth = 0;
 	std::vector<Label> m_labels;
 	std::ostringstream m_out;
-	std::ostringstream m_overLines; ///< words of the lanes, drawn after the lines of the faults
+	std::ostringstream m_overLines; ///< words of the tracks, drawn after the lines of the faults
 
 	double xOf(Millis time) const
 	{
@@ -178,18 +178,18 @@ private:
 		}
 	}
 
-	/// Gives every fault and healing a label on the first row with room for it.
+	/// Gives every fault and repair a label on the first row with room for it.
 	/// @return the number of rows
 	int placeLabels()
 	{
 		std::vector<double> rowEnds;
 		for (const Event& event : m_timeline.events())
 		{
-			if ((event.kind != EventKind::fault && event.kind != EventKind::heal) || event.at > m_until)
+			if ((event.kind != EventKind::fault && event.kind != EventKind::repair) || event.at > m_until)
 			{
 				continue;
 			}
-			Label label{xOf(event.at), 0, false, event.text, event.kind == EventKind::heal};
+			Label label{xOf(event.at), 0, false, event.text, event.kind == EventKind::repair};
 			label.text += event.host ? std::string(" (") + nameOf(*event.host) + ")" : std::string();
 			label.toTheLeft = label.x + widthOf(label.text) + 6 > left + m_plotWidth + right;
 			const double begin = label.toTheLeft ? label.x - widthOf(label.text) - 6 : label.x;
@@ -210,20 +210,20 @@ private:
 		for (const Label& label : m_labels)
 		{
 			const double y = top + label.row * labelRowHeight;
-			const std::string colour = label.healing ? "#1b5e20" : "#b71c1c";
+			const std::string colour = label.repair ? "#1b5e20" : "#b71c1c";
 			m_out << "<line x1=\"" << label.x << "\" y1=\"" << y - 8 << "\" x2=\"" << label.x << "\" y2=\"" << bottom
 			      << "\" stroke=\"" << colour << "\" stroke-width=\"1.6\""
-			      << (label.healing ? " stroke-dasharray=\"5,3\"" : "") << "/>\n";
+			      << (label.repair ? " stroke-dasharray=\"5,3\"" : "") << "/>\n";
 			text(label.toTheLeft ? label.x - 4 : label.x + 4, y + 3, label.text,
 			     "paint-order=\"stroke\" stroke=\"#ffffff\" stroke-width=\"4\" fill=\"" + colour + "\"" +
 			         (label.toTheLeft ? " text-anchor=\"end\"" : ""));
 		}
 	}
 
-	void drawLane(const std::string& name, Lane lane, double y, std::optional<HostId> actionsOf)
+	void drawTrack(const std::string& name, Track track, double y, std::optional<HostId> actionsOf)
 	{
 		text(left - 12, y + laneHeight / 2 + 4, name, "text-anchor=\"end\" fill=\"#212121\" font-weight=\"bold\"");
-		for (const Interval& interval : m_timeline.intervals(lane, m_until))
+		for (const Interval& interval : m_timeline.intervals(track, m_until))
 		{
 			const Colour& colour = colourOf(interval.value);
 			const double from = xOf(interval.from);
@@ -282,7 +282,7 @@ private:
 		{
 			m_out << "<rect x=\"" << x << "\" y=\"" << y - 10 << "\" width=\"14\" height=\"12\" fill=\"" << colour.fill
 			      << "\" stroke=\"#90a4ae\"/>\n";
-			const std::string words = std::string(colour.value) == "a+b" ? "two owners" : colour.value;
+			const std::string words = std::string(colour.value) == "a+b" ? "split-brain" : colour.value;
 			text(x + 19, y, words, "fill=\"#424242\"");
 			x += 30 + widthOf(words);
 		}

@@ -11,9 +11,9 @@ namespace velarix::lab
 namespace
 {
 
-bool inLane(const Event& event, Lane lane)
+bool inTrack(const Event& event, Track track)
 {
-	return event.kind == lane.kind && event.host == lane.host;
+	return event.kind == track.kind && event.host == track.host;
 }
 
 bool oneOf(const std::string& value, const std::vector<std::string>& values)
@@ -29,8 +29,8 @@ std::string sentenceFor(const Event& event)
 		return "---- " + event.text;
 	case EventKind::fault:
 		return "FAULT    " + event.text;
-	case EventKind::heal:
-		return "healed   " + event.text;
+	case EventKind::repair:
+		return "repaired   " + event.text;
 	case EventKind::role:
 		return "role     " + event.text;
 	case EventKind::action:
@@ -54,8 +54,8 @@ const char* nameOf(EventKind kind)
 		return "phase";
 	case EventKind::fault:
 		return "fault";
-	case EventKind::heal:
-		return "heal";
+	case EventKind::repair:
+		return "repair";
 	case EventKind::role:
 		return "role";
 	case EventKind::action:
@@ -77,12 +77,12 @@ void Timeline::add(const Event& event)
 	tellListener(event);
 }
 
-void Timeline::change(Lane lane, Millis at, const std::string& value)
+void Timeline::change(Track track, Millis at, const std::string& value)
 {
-	const Event event{at, lane.kind, lane.host, value};
+	const Event event{at, track.kind, track.host, value};
 	{
 		const std::lock_guard lock(m_mutex);
-		if (currentLocked(lane) == value)
+		if (currentLocked(track) == value)
 		{
 			return;
 		}
@@ -91,16 +91,16 @@ void Timeline::change(Lane lane, Millis at, const std::string& value)
 	tellListener(event);
 }
 
-std::string Timeline::current(Lane lane) const
+std::string Timeline::current(Track track) const
 {
 	const std::lock_guard lock(m_mutex);
-	return currentLocked(lane);
+	return currentLocked(track);
 }
 
-std::string Timeline::currentLocked(Lane lane) const
+std::string Timeline::currentLocked(Track track) const
 {
 	const auto last =
-	    std::find_if(m_events.rbegin(), m_events.rend(), [&](const Event& event) { return inLane(event, lane); });
+	    std::find_if(m_events.rbegin(), m_events.rend(), [&](const Event& event) { return inTrack(event, track); });
 	return last == m_events.rend() ? std::string() : last->text;
 }
 
@@ -132,12 +132,12 @@ std::vector<Event> Timeline::events() const
 	return m_events;
 }
 
-std::vector<Interval> Timeline::intervals(Lane lane, Millis until) const
+std::vector<Interval> Timeline::intervals(Track track, Millis until) const
 {
 	std::vector<Interval> found;
 	for (const Event& event : events())
 	{
-		if (!inLane(event, lane))
+		if (!inTrack(event, track))
 		{
 			continue;
 		}

@@ -1,7 +1,7 @@
 /// What happened on a lab, in milliseconds since it was made.
 ///
-/// Four lanes hold states that change (role of each node, owners of the virtual
-/// address, who answers the client); beside them stand faults, healings, phases
+/// Four tracks hold states that change (role of each node, owners of the virtual
+/// address, who answers the client); beside them stand faults, repairs, phases
 /// of a scenario and single actions of the agents. Any thread may add.
 #pragma once
 
@@ -20,11 +20,11 @@ enum class EventKind
 {
 	phase,   ///< a scenario begins a phase
 	fault,   ///< a fault was injected
-	heal,    ///< a fault was healed
-	role,    ///< lane of one node: starting, master, slave, frozen, no agent, off
+	repair,  ///< a fault was repaired
+	role,    ///< track of one node: starting, master, slave, frozen, no agent, off
 	action,  ///< what a node's log tells that it does
-	address, ///< lane: owners of the virtual address: none, a, b, a+b
-	service  ///< lane: the node that answers the client: none, a, b
+	address, ///< track: owners of the virtual address: none, a, b, a+b
+	service  ///< track: the node that answers the client: none, a, b
 };
 
 /// @return "phase", "fault", ...
@@ -35,24 +35,24 @@ struct Event
 	Millis at{0};
 	EventKind kind = EventKind::action;
 	std::optional<HostId> host{}; ///< the node it is about
-	std::string text;             ///< a lane's new value, or what happened
+	std::string text;             ///< a track's new value, or what happened
 };
 
-/// One lane: a kind, and for the roles the node.
-struct Lane
+/// One track: a kind, and for the roles the node.
+struct Track
 {
 	EventKind kind;
 	std::optional<HostId> host{};
 };
 
-inline constexpr Lane addressLane{EventKind::address};
-inline constexpr Lane serviceLane{EventKind::service};
-constexpr Lane roleLane(HostId node)
+inline constexpr Track addressTrack{EventKind::address};
+inline constexpr Track serviceTrack{EventKind::service};
+constexpr Track roleTrack(HostId node)
 {
 	return {EventKind::role, node};
 }
 
-/// A stretch of time in which a lane had one value.
+/// An interval in which a track had one value.
 struct Interval
 {
 	Millis from{0};
@@ -67,15 +67,15 @@ public:
 
 	/// Adds an event in its place by time.
 	void add(const Event& event);
-	/// Adds to a lane, unless the lane has that value already.
-	void change(Lane lane, Millis at, const std::string& value);
+	/// Adds to a track, unless the track has that value already.
+	void change(Track track, Millis at, const std::string& value);
 
-	/// The lane's present value; empty before its first.
-	std::string current(Lane lane) const;
+	/// The track's present value; empty before its first.
+	std::string current(Track track) const;
 	/// All events, in the order of their times.
 	std::vector<Event> events() const;
-	/// The lane's values from its first to `until`.
-	std::vector<Interval> intervals(Lane lane, Millis until) const;
+	/// The track's values from its first to `until`.
+	std::vector<Interval> intervals(Track track, Millis until) const;
 
 	/// The listener is told of every event added from now on, by the thread that
 	/// adds it; it must not add events itself. Null ends it.
@@ -87,7 +87,7 @@ private:
 	std::vector<Event> m_events;
 	Listener m_listener;
 
-	std::string currentLocked(Lane lane) const;
+	std::string currentLocked(Track track) const;
 	void insertLocked(const Event& event);
 	void tellListener(const Event& event);
 };

@@ -148,7 +148,7 @@ void Wiring::plugInStranger(const Host& host)
 		const bool service = network == Network::service;
 		const std::string port = service ? "vlx-str-svc" : "vlx-str-com";
 		const std::string card = cardName(network);
-		const std::string address = service ? plan::strangerServiceAddress : plan::strangerAddress;
+		const std::string address = service ? plan::attackerServiceAddress : plan::attackerAddress;
 		outside.append("link add ").append(port).append(" type veth peer name ").append(card);
 		outside.append(service ? " address 02:00:00:00:00:66" : " address 02:00:00:00:01:66");
 		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");

@@ -34,7 +34,7 @@ public:
 	/// Gives the host its cards, addresses and loopback, and plugs it in.
 	void plugIn(HostId id, const Host& host);
 	/// Gives a host that is no part of the plan a card on each network, with the addresses
-	/// plan::strangerAddress and plan::strangerServiceAddress.
+	/// plan::attackerAddress and plan::attackerServiceAddress.
 	void plugInStranger(const Host& host);
 	/// Removes the host's cards on both networks, also those already gone.
 	void unplug(HostId id);

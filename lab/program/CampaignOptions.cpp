@@ -2,7 +2,7 @@
 
 #include "lab/program/CommandLine.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -18,7 +18,7 @@ int runMatrixCommand(Arguments& arguments)
 
 void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 {
-	CLI::App* command = app.add_subcommand("matrix", "Strike pairs with every fault and compare with what is expected");
+	CLI::App* command = app.add_subcommand("matrix", "Inject every fault into pairs and compare with what is expected");
 	addLabOptions(*command, arguments.installRoot, arguments.times);
 	MatrixOptions& matrix = arguments.matrix;
 	addCampaignOptions(*command, matrix);
@@ -41,26 +41,22 @@ int runChaosCommand(Arguments& arguments)
 
 void addChaos(CLI::App& app, Arguments& arguments, int& status)
 {
-	CLI::App* command = app.add_subcommand("chaos", "Inject and heal faults at random and check the invariants");
+	CLI::App* command = app.add_subcommand("chaos", "Inject and repair faults at random and check the invariants");
 	addLabOptions(*command, arguments.installRoot, arguments.times);
 	ChaosCommand& chaos = arguments.chaos;
 	command->add_option("--seed", chaos.options.seed, "The whole schedule follows from it")->capture_default_str();
 	command->add_option("--minutes", chaos.minutes, "Begin no step after that (default 10 without --steps)")
 	    ->check(CLI::Range(1, 100000));
-	command->add_option("--steps", chaos.steps, "End after so many steps, of all lanes together")
+	command->add_option("--steps", chaos.steps, "End after so many steps, of all workers together")
 	    ->check(CLI::Range(1, 1000000));
-	command->add_option("--jobs", chaos.jobs, "Lanes side by side, each a pair with a schedule of its own")
+	command->add_option("--jobs", chaos.jobs, "Workers side by side, each a pair with a schedule of its own")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 64));
-	command->add_option("--lane", chaos.lane, "Only this lane, from 0 on: to repeat what it did")
+	command->add_option("--worker", chaos.worker, "Only this worker, from 0 on: to repeat what it did")
 	    ->check(CLI::Range(0, 63));
 	command->add_option("--expectations", chaos.expectations,
 	                    "Table that names the faults (default: the built-in one)");
-	command->add_option("--format", chaos.form, "text or json")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json"}));
-	command->add_option("--output", chaos.output, "Write the report to this file");
-	command->add_option("--from", chaos.from, "Run nothing; tell what a report as JSON holds");
+	addReportOptions(*command, chaos);
 	command->footer("Ends with 0 when all invariants held after every step, with 1 when not.");
 	command->callback([&] { status = runChaosCommand(arguments); });
 }
@@ -134,4 +130,4 @@ void addCampaigns(CLI::App& app, Arguments& arguments, int& status)
 	addSoak(app, arguments, status);
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -4,11 +4,10 @@
 #include <iostream>
 
 #include "lab/campaigns/Campaign.h"
-#include "lab/campaigns/chaos/ChaosReport.h"
-#include "lab/core/Files.h"
+#include "lab/campaigns/chaos/Report.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -16,13 +15,13 @@ namespace
 
 constexpr int defaultMinutes = 10;
 
-/// A step lasts at most this long; a lane that takes longer hangs.
+/// A step lasts at most this long; a worker that takes longer hangs.
 constexpr Millis stepLimit{400000};
 
-/// From a lane's process; one write for each step keeps the lines whole.
-void tell(const ChaosStepRecord& record)
+/// From a worker's process; one write for each step keeps the lines whole.
+void report(const chaos::StepRecord& record)
 {
-	std::string text = "lane " + std::to_string(record.lane) + ", step " + std::to_string(record.step) + ": " +
+	std::string text = "worker " + std::to_string(record.worker) + ", step " + std::to_string(record.step) + ": " +
 	                   record.faults + ": " + (record.violations.empty() ? "well" : "NOT WELL") + "\n";
 	for (const std::string& violation : record.violations)
 	{
@@ -31,14 +30,14 @@ void tell(const ChaosStepRecord& record)
 	std::cerr << text + record.timeline << std::flush;
 }
 
-std::vector<ChaosOptions> lanesFor(const ChaosCommand& command)
+std::vector<chaos::Options> workersFor(const ChaosCommand& command)
 {
-	std::vector<ChaosOptions> lanes;
-	const int count = command.lane ? 1 : command.jobs;
+	std::vector<chaos::Options> workers;
+	const int count = command.worker ? 1 : command.jobs;
 	for (int index = 0; index < count; ++index)
 	{
-		ChaosOptions options = command.options;
-		options.lane = command.lane.value_or(index);
+		chaos::Options options = command.options;
+		options.worker = command.worker.value_or(index);
 		if (command.steps)
 		{
 			options.steps = *command.steps / count + (index < *command.steps % count ? 1 : 0);
@@ -47,71 +46,69 @@ std::vector<ChaosOptions> lanesFor(const ChaosCommand& command)
 		{
 			options.duration = std::chrono::minutes(command.minutes.value_or(defaultMinutes));
 		}
-		lanes.push_back(options);
+		workers.push_back(options);
 	}
-	return lanes;
+	return workers;
 }
 
-Millis limitOf(const ChaosOptions& options)
+Millis limitOf(const chaos::Options& options)
 {
 	const Millis bySteps = options.steps ? stepLimit * (*options.steps + 1) : Millis(0);
 	return std::max(bySteps, options.duration.value_or(Millis(0)) + 2 * stepLimit);
 }
 
-/// A lane that was ended has told its steps up to then.
-void takeIn(const ChildResult& lane, int number, ChaosResults& results)
+/// A worker that was ended has told its steps up to then.
+void takeIn(const WorkerResult& worker, int number, chaos::Results& results)
 {
-	int step = 1;
-	for (const std::string& part : lane.parts)
+	for (const std::string& part : worker.parts)
 	{
-		const std::vector<ChaosStepRecord> records = chaosRecordsFrom(part);
-		results.records.insert(results.records.end(), records.begin(), records.end());
-		step += static_cast<int>(records.size());
+		results.records.push_back(recordIn<chaos::StepRecord>(part));
 	}
-	const std::string& problem = lane.problem.empty() ? lane.text : lane.problem;
+	const std::string& problem = worker.problem.empty() ? worker.text : worker.problem;
 	if (!problem.empty())
 	{
-		results.problems.push_back({number, step, problem});
+		results.problems.push_back({number, static_cast<int>(worker.parts.size()) + 1, problem});
 	}
 }
 
-ChaosResults runLanes(const std::vector<ChaosOptions>& lanes)
+chaos::Results runWorkers(const std::vector<chaos::Options>& workers)
 {
-	ChaosResults results;
-	results.seed = lanes.front().seed;
-	results.times = lanes.front().times.pair;
-	runInChildren(
-	    lanes.size(), static_cast<int>(lanes.size()), limitOf(lanes.front()),
+	chaos::Results results;
+	results.seed = workers.front().seed;
+	results.times = workers.front().times.pair;
+	runInWorkers(
+	    workers.size(), static_cast<int>(workers.size()), limitOf(workers.front()),
 	    [&](std::size_t index, const HandOver& handOver)
 	    {
-		    return runChaosLane(lanes[index],
-		                        [&](const ChaosStepRecord& record)
-		                        {
-			                        tell(record);
-			                        handOver(toJson(std::vector<ChaosStepRecord>{record}));
-		                        });
+		    return chaos::runWorker(workers[index],
+		                            [&](const chaos::StepRecord& record)
+		                            {
+			                            report(record);
+			                            handOver(jsonText(record));
+		                            });
 	    },
-	    [&](const ChildResult& result) { takeIn(result, lanes[result.index].lane, results); });
+	    [&](const WorkerResult& result) { takeIn(result, workers[result.index].worker, results); });
 	std::stable_sort(results.records.begin(), results.records.end(),
-	                 [](const ChaosStepRecord& left, const ChaosStepRecord& right) { return left.lane < right.lane; });
+	                 [](const chaos::StepRecord& left, const chaos::StepRecord& right)
+	                 { return left.worker < right.worker; });
 	return results;
 }
 
-ChaosResults runAll(const ChaosCommand& command)
+chaos::Results runAll(const ChaosCommand& command)
 {
 	ChaosCommand whole = command;
 	whole.options.kinds = readExpectations(command.expectations).forChaos;
 	requireLab(command.options.installRoot);
-	return runLanes(lanesFor(whole));
+	return runWorkers(workersFor(whole));
 }
 
 } // namespace
 
 int runChaos(const ChaosCommand& command)
 {
-	const ChaosResults results = command.from.empty() ? runAll(command) : chaosFrom(contentOf(command.from));
-	deliver(command.form == "json" ? toJson(results) : toText(results), command.output);
+	const chaos::Results results = runAll(command);
+	deliver(command, toText(results), jsonOf(results));
 	return results.good() ? 0 : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -1,29 +1,27 @@
-/// `velarix-lab chaos`: random faults and healings, repeatable from a seed.
+/// `velarix-lab chaos`: random faults and repairs, repeatable from a seed.
 #pragma once
 
 #include <optional>
 #include <string>
 
-#include "lab/campaigns/chaos/ChaosRun.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/chaos/Run.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
-struct ChaosCommand
+struct ChaosCommand : ReportOptions
 {
-	ChaosOptions options{};
-	std::optional<int> steps{};   ///< of all lanes together
+	chaos::Options options{};
+	std::optional<int> steps{};   ///< of all workers together
 	std::optional<int> minutes{}; ///< neither of both: ten minutes
-	int jobs = 1;                 ///< lanes side by side
-	std::optional<int> lane{};    ///< only this one
+	int jobs = 1;                 ///< workers side by side
+	std::optional<int> worker{};  ///< only this one
 	std::string expectations{};   ///< the file that names the faults; empty: that of this build
-	std::string form = "text";    ///< text or json
-	std::string output{};         ///< file; empty: standard output
-	std::string from{};           ///< a report as JSON: tell its results, run nothing; empty: run
 };
 
 /// @return exit status: 0 when every invariant held after every step, else 1
 /// @throws LabError
 int runChaos(const ChaosCommand& command);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

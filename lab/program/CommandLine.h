@@ -13,7 +13,7 @@
 #include "lab/program/SharedOptions.h"
 #include "lab/program/Soak.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 /// What the options of all commands are read into.
@@ -43,4 +43,4 @@ struct Arguments
 /// soak. Each writes its exit status to `status`.
 void addCampaigns(CLI::App& app, Arguments& arguments, int& status);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

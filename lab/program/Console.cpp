@@ -6,7 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -29,7 +29,7 @@ const char* colourOf(EventKind kind)
 		return "1";
 	case EventKind::fault:
 		return "1;31";
-	case EventKind::heal:
+	case EventKind::repair:
 		return "32";
 	case EventKind::address:
 	case EventKind::service:
@@ -103,4 +103,4 @@ WaitObserver Console::observer()
 	return [this](const WaitProgress& progress) { waiting(progress); };
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

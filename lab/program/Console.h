@@ -7,7 +7,7 @@
 #include "lab/core/Timeline.h"
 #include "lab/core/Wait.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 /// Lines that stay, and one line at the bottom that tells what is being waited
@@ -41,4 +41,4 @@ private:
 	std::string coloured(const std::string& text, const char* code) const;
 };
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -9,7 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -27,9 +27,9 @@ sockaddr_un addressFor(const std::filesystem::path& path)
 	return address;
 }
 
-UniqueFd makeSocket()
+Descriptor makeSocket()
 {
-	UniqueFd made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+	Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 	if (!made)
 	{
 		throwErrno("cannot make a control socket");
@@ -104,7 +104,7 @@ void ControlServer::serve(int signals, const std::function<std::string(const std
 		{
 			return;
 		}
-		const UniqueFd connection(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+		const Descriptor connection(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
 		std::string request;
 		setReceiveLimit(connection.get(), Millis(2000));
 		if (connection && readText(connection.get(), '\n', request))
@@ -116,7 +116,7 @@ void ControlServer::serve(int signals, const std::function<std::string(const std
 
 std::string ask(const std::filesystem::path& path, const std::string& request, Millis limit)
 {
-	const UniqueFd connection = makeSocket();
+	const Descriptor connection = makeSocket();
 	const sockaddr_un address = addressFor(path);
 	if (::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
 	{
@@ -132,4 +132,4 @@ std::string ask(const std::filesystem::path& path, const std::string& request, M
 	return answer;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -8,7 +8,7 @@
 
 #include "lab/core/Basics.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 class ControlServer
@@ -23,11 +23,11 @@ public:
 	           const std::function<bool()>& goOn);
 
 private:
-	UniqueFd m_socket;
+	Descriptor m_socket;
 };
 
 /// Sends a request and reads the whole answer.
 /// @throws LabError when nobody listens at `path` or no answer comes in time
 std::string ask(const std::filesystem::path& path, const std::string& request, Millis limit = Millis(60000));
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

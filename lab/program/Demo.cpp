@@ -11,7 +11,7 @@
 #include "lab/core/SvgTimeline.h"
 #include "lab/program/Console.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -33,7 +33,7 @@ std::vector<Phase> demoPhases()
 	return {start,
 	        off,
 	        {"node a is powered on again", "node a comes back as standby: the service is not moved back", HostId::b,
-	         [powerA](Lab& lab) { lab.heal(powerA); }},
+	         [powerA](Lab& lab) { lab.repair(powerA); }},
 	        {"the managed program on node b is killed",
 	         "node b notices, drops the address and asks node a, which takes over", HostId::a,
 	         [programB](Lab& lab) { lab.inject(programB); }},
@@ -41,7 +41,7 @@ std::vector<Phase> demoPhases()
 	         "node a has no carrier, drops the address and asks node b, which takes over", HostId::b,
 	         [cardA](Lab& lab) { lab.inject(cardA); }},
 	        {"the service card of node a is plugged in again", "nothing moves: node a stays standby", HostId::b,
-	         [cardA](Lab& lab) { lab.heal(cardA); }}};
+	         [cardA](Lab& lab) { lab.repair(cardA); }}};
 }
 
 void introduce(Console& console, const PairTimes& times)
@@ -107,4 +107,4 @@ int runDemo(const DemoOptions& options)
 	return good ? 0 : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

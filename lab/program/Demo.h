@@ -6,7 +6,7 @@
 
 #include "lab/core/NodeSettings.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 struct DemoOptions
@@ -23,4 +23,4 @@ struct DemoOptions
 /// @throws LabError when the lab cannot run or a file cannot be written
 int runDemo(const DemoOptions& options);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -4,8 +4,8 @@
 #include <iostream>
 
 #include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/Filter.h"
 #include "lab/campaigns/hostile/Run.h"
-#include "lab/campaigns/matrix/Wishes.h"
 #include "lab/core/Lab.h"
 
 namespace velarix::lab::hostile
@@ -21,7 +21,7 @@ std::vector<Case> chosen(const Options& options)
 {
 	const std::vector<Case> all = readTable(options.table);
 	const bool every = std::find(options.attacks.begin(), options.attacks.end(), "all") != options.attacks.end();
-	return wished(all, every ? std::vector<std::string>() : options.attacks, "case");
+	return filtered(all, every ? std::vector<std::string>() : options.attacks, "case");
 }
 
 int listCases(const std::vector<Case>& cells)
@@ -45,7 +45,7 @@ void report(const Record& record, std::size_t done, std::size_t all)
 	}
 }
 
-Record recordFromChild(const ChildResult& result, const Plan& plan)
+Record recordFromChild(const WorkerResult& result, const Plan& plan)
 {
 	if (result.problem.empty())
 	{
@@ -70,13 +70,13 @@ std::vector<Record> runAll(const Options& options, const std::vector<Case>& cell
 	}
 	std::vector<Record> records(plans.size());
 	std::size_t done = 0;
-	runInChildren(
+	runInWorkers(
 	    plans.size(), options.jobs, caseLimit, [&](std::size_t index) { return toJson(runCase(plans[index])); },
-	    [&](const ChildResult& result)
+	    [&](const WorkerResult& result)
 	    {
 		    Record record = recordFromChild(result, plans[result.index]);
 		    report(record, ++done, plans.size());
-		    keepTimeline(options.timelines, record.name + " " + record.mitigation, record.timeline);
+		    saveTimeline(options.timelines, record.name + " " + record.mitigation, record.timeline);
 		    records[result.index] = std::move(record);
 	    });
 	return records;

@@ -14,6 +14,7 @@ namespace
 {
 
 using namespace velarix::lab;
+using namespace velarix::lab::program;
 
 constexpr const char* overview =
     "Runs two nodes, a gateway and a client in namespaces on this machine, with the agent as it is\n"
@@ -26,7 +27,7 @@ std::string faultList()
 	for (const FaultInfo& info : allFaults())
 	{
 		text += "  " + std::string(info.name) + (info.onNode ? " NODE" : "") + "  (" + info.what +
-		        (info.heal == nullptr ? "; heals by itself" : "") + ")\n";
+		        (info.repair == nullptr ? "; recovers by itself" : "") + ")\n";
 	}
 	return text;
 }
@@ -42,7 +43,7 @@ void addFaultArguments(CLI::App& command, Arguments& arguments)
 {
 	addPairOptions(command, arguments);
 	command.add_option("fault", arguments.fault, "Name of the fault")->required();
-	command.add_option("node", arguments.node, "Node it strikes: a or b");
+	command.add_option("node", arguments.node, "Node it is injected into: a or b");
 	command.footer(faultList());
 }
 
@@ -129,9 +130,9 @@ void addStatusAndExec(CLI::App& app, Arguments& arguments, int& status)
 
 void addFaults(CLI::App& app, Arguments& arguments, int& status)
 {
-	for (const std::string verb : {"inject", "heal"})
+	for (const std::string verb : {"inject", "repair"})
 	{
-		CLI::App* command = app.add_subcommand(verb, verb == "inject" ? "Inject a fault" : "Heal a fault");
+		CLI::App* command = app.add_subcommand(verb, verb == "inject" ? "Inject a fault" : "Repair a fault");
 		addFaultArguments(*command, arguments);
 		command->callback(
 		    [&, verb] {

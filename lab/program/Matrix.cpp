@@ -3,10 +3,9 @@
 #include <iostream>
 
 #include "lab/campaigns/matrix/Report.h"
-#include "lab/core/Files.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -22,7 +21,7 @@ int listCells(const std::vector<Cell>& cells)
 }
 
 /// On standard error, so that the report can go elsewhere.
-void tell(const RunRecord& record, std::size_t done, std::size_t all)
+void report(const RunRecord& record, std::size_t done, std::size_t all)
 {
 	std::cerr << "[" << done << "/" << all << "] " << record.cell << ", run " << record.run << ": "
 	          << (record.asExpected() ? "as expected" : "NOT AS EXPECTED") << '\n';
@@ -32,9 +31,9 @@ void tell(const RunRecord& record, std::size_t done, std::size_t all)
 	}
 }
 
-std::vector<CellPlan> plansFor(const MatrixOptions& options, const MatrixResults& results)
+std::vector<matrix::CellPlan> plansFor(const MatrixOptions& options, const matrix::Results& results)
 {
-	std::vector<CellPlan> plans;
+	std::vector<matrix::CellPlan> plans;
 	for (int run = 1; run <= options.runs; ++run)
 	{
 		for (const Cell& cell : results.cells)
@@ -45,35 +44,30 @@ std::vector<CellPlan> plansFor(const MatrixOptions& options, const MatrixResults
 	return plans;
 }
 
-void runAll(const MatrixOptions& options, MatrixResults& results)
+void runAll(const MatrixOptions& options, matrix::Results& results)
 {
-	const std::vector<CellPlan> plans = plansFor(options, results);
+	const std::vector<matrix::CellPlan> plans = plansFor(options, results);
 	std::vector<RunRecord> records(plans.size());
 	std::size_t done = 0;
-	runInChildren(
+	runInWorkers(
 	    plans.size(), options.jobs, options.times.runLimit(),
-	    [&](std::size_t index) { return toJson(runCell(plans[index])); },
-	    [&](const ChildResult& result)
+	    [&](std::size_t index) { return jsonText(matrix::runCell(plans[index])); },
+	    [&](const WorkerResult& result)
 	    {
-		    const CellPlan& plan = plans[result.index];
+		    const matrix::CellPlan& plan = plans[result.index];
 		    const RunRecord record = recordOf(result, plan.cell.name, plan.run, plan.seed);
-		    tell(record, ++done, plans.size());
-		    keepTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
+		    report(record, ++done, plans.size());
+		    saveTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
 		    records[result.index] = record;
 	    });
 	results.records = std::move(records);
-}
-
-std::string rendered(const MatrixResults& results, const std::string& form)
-{
-	return form == "json" ? toJson(results) : (form == "markdown" ? toMarkdown(results) : toText(results));
 }
 
 } // namespace
 
 int runMatrix(const MatrixOptions& options)
 {
-	MatrixResults results;
+	matrix::Results results;
 	results.expectations = readExpectations(options.expectations);
 	std::vector<std::string> names = options.only;
 	if (options.shortForm)
@@ -90,18 +84,10 @@ int runMatrix(const MatrixOptions& options)
 	{
 		return listCells(results.cells);
 	}
-	if (!options.from.empty())
-	{
-		results = matrixFrom(contentOf(options.from), results.expectations);
-	}
-	else
-	{
-		requireLab(options.installRoot);
-		runAll(options, results);
-	}
-	keepRecords(toJson(results), options.records);
-	deliver(rendered(results, options.form), options.output);
+	requireLab(options.installRoot);
+	runAll(options, results);
+	deliver(options, toText(results), jsonOf(results));
 	return results.allAsExpected() ? 0 : 1;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -7,12 +7,12 @@
 #include "lab/campaigns/Campaign.h"
 #include "lab/campaigns/matrix/CellRun.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 struct MatrixOptions : CampaignOptions ///< timelines are kept of runs that differ
 {
-	MatrixTimes times{};
+	CampaignTimes times{};
 	std::string expectations{}; ///< file; empty: the table of this build
 	bool shortForm = false;     ///< the cells that stand for the whole
 };
@@ -21,4 +21,4 @@ struct MatrixOptions : CampaignOptions ///< timelines are kept of runs that diff
 /// @throws LabError
 int runMatrix(const MatrixOptions& options);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -18,7 +18,7 @@
 #include "lab/program/Console.h"
 #include "lab/program/ControlSocket.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
@@ -84,7 +84,7 @@ std::vector<std::string> supervisorCommand(const StateDirectory& directory, cons
 pid_t startSupervisor(const StateDirectory& directory, const SupervisorOptions& options)
 {
 	directory.create();
-	const UniqueFd messages(
+	const Descriptor messages(
 	    ::open(directory.messages().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600));
 	SpawnPlan plan;
 	plan.argv = supervisorCommand(directory, options);
@@ -219,7 +219,7 @@ int pairStatus(const StateDirectory& directory, bool json)
 
 int pairExec(const StateDirectory& directory, const std::string& host, const std::vector<std::string>& command)
 {
-	const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, hostPid(directory, host), 0)));
+	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, hostPid(directory, host), 0)));
 	if (!pidFd)
 	{
 		throwErrno("cannot reach host " + host);
@@ -257,4 +257,4 @@ int pairRequest(const StateDirectory& directory, const std::string& request)
 	return 0;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

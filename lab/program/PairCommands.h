@@ -1,5 +1,5 @@
 /// The commands for a pair that is kept running: up, down, status, exec, inject,
-/// heal, timeline. Each returns the exit status of velarix-lab and throws
+/// repair, timeline. Each returns the exit status of velarix-lab and throws
 /// LabError with a sentence for the person at the keyboard.
 #pragma once
 
@@ -9,7 +9,7 @@
 #include "lab/program/StateDirectory.h"
 #include "lab/program/Supervisor.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 /// Starts the supervisor and waits, if `wait`, until one node holds the address
@@ -29,4 +29,4 @@ int pairExec(const StateDirectory& directory, const std::string& host, const std
 /// Sends one request whose answer is printed when it is not just "ok".
 int pairRequest(const StateDirectory& directory, const std::string& request);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

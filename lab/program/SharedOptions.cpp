@@ -1,7 +1,16 @@
 #include "lab/program/SharedOptions.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
+
+void addReportOptions(CLI::App& command, ReportOptions& report)
+{
+	command.add_option("--format", report.form, "text or json")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json"}));
+	command.add_option("--output", report.output, "Write the report to this file");
+	command.add_option("--records", report.records, "Write the report as JSON to this file as well");
+}
 
 void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
 {
@@ -11,12 +20,7 @@ void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
 	command.add_option("--jobs", campaign.jobs, "Pairs side by side; they mostly wait")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 64));
-	command.add_option("--format", campaign.form, "text, json or markdown")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json", "markdown"}));
-	command.add_option("--output", campaign.output, "Write the report to this file");
-	command.add_option("--records", campaign.records, "Write the report as JSON to this file as well");
-	command.add_option("--from", campaign.from, "Run nothing; tell what such a JSON file holds");
+	addReportOptions(command, campaign);
 	command.add_flag("--list", campaign.list, "Name the cells and end");
 }
 
@@ -35,4 +39,4 @@ void addLabOptions(CLI::App& command, std::string& installRoot, PairTimes& times
 	    ->check(CLI::Range(0, 60));
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -3,14 +3,14 @@
 
 #include <string>
 
-#include "lab/campaigns/soak/SoakRun.h"
+#include "lab/campaigns/soak/Run.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 struct SoakCommand
 {
-	SoakOptions options{};
+	soak::Options options{};
 	int minutes = 60;
 	int warmUp = 600;           ///< seconds
 	bool restarts = false;      ///< faults that end an agent as well
@@ -22,4 +22,4 @@ struct SoakCommand
 /// @throws LabError
 int runSoak(const SoakCommand& command);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

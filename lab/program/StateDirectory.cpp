@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace fs = std::filesystem;
@@ -29,14 +29,14 @@ bool StateDirectory::exists() const
 	return fs::exists(m_path);
 }
 
-UniqueFd StateDirectory::openLock(int flags) const
+Descriptor StateDirectory::openLock(int flags) const
 {
-	return UniqueFd(::open((m_path / "lock").c_str(), flags | O_CLOEXEC, 0600));
+	return Descriptor(::open((m_path / "lock").c_str(), flags | O_CLOEXEC, 0600));
 }
 
 bool StateDirectory::inUse() const
 {
-	const UniqueFd file = openLock(O_RDONLY);
+	const Descriptor file = openLock(O_RDONLY);
 	return file && ::flock(file.get(), LOCK_EX | LOCK_NB) != 0;
 }
 
@@ -68,4 +68,4 @@ void StateDirectory::remove() const
 	fs::remove(m_path.parent_path(), ignored); // fails while other pairs are there
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

@@ -11,7 +11,7 @@
 
 #include "lab/core/Basics.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 class StateDirectory
@@ -42,9 +42,9 @@ public:
 private:
 	std::string m_name;
 	std::filesystem::path m_path;
-	UniqueFd m_lock;
+	Descriptor m_lock;
 
-	UniqueFd openLock(int flags) const;
+	Descriptor openLock(int flags) const;
 };
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

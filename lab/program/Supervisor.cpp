@@ -13,21 +13,21 @@
 #include "lab/core/SvgTimeline.h"
 #include "lab/program/ControlSocket.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 namespace
 {
 
 /// Before any thread: all of them keep the signals blocked.
-UniqueFd endingSignals()
+Descriptor endingSignals()
 {
 	sigset_t ending;
 	sigemptyset(&ending);
 	sigaddset(&ending, SIGTERM);
 	sigaddset(&ending, SIGINT);
 	::sigprocmask(SIG_BLOCK, &ending, nullptr);
-	return UniqueFd(::signalfd(-1, &ending, SFD_CLOEXEC));
+	return Descriptor(::signalfd(-1, &ending, SFD_CLOEXEC));
 }
 
 class Supervisor
@@ -74,9 +74,9 @@ private:
 			m_lab.inject(faultOrThrow(first, second));
 			return "ok";
 		}
-		if (verb == "heal")
+		if (verb == "repair")
 		{
-			m_lab.heal(faultOrThrow(first, second));
+			m_lab.repair(faultOrThrow(first, second));
 			return "ok";
 		}
 		if (verb == "timeline")
@@ -129,9 +129,9 @@ private:
 		                              {"service", m_lab.answeredBy()}};
 		for (const HostId id : nodes)
 		{
-			const std::optional<ProcessEntry> agent = m_lab.node(id).agent();
+			const std::optional<Process> agent = m_lab.node(id).agent();
 			answer["nodes"][nameOf(id)] = {
-			    {"role", m_lab.role(id)}, {"on", m_lab.node(id).isOn()}, {"agentPid", agent ? agent->pidInHost : -1}};
+			    {"role", m_lab.role(id)}, {"on", m_lab.node(id).isOn()}, {"agentPid", agent ? agent->pidInside : -1}};
 		}
 		return answer.dump();
 	}
@@ -150,7 +150,7 @@ private:
 
 void supervise(StateDirectory& directory, const SupervisorOptions& options)
 {
-	const UniqueFd signals = endingSignals();
+	const Descriptor signals = endingSignals();
 	directory.lock();
 	std::error_code ignored;
 	std::filesystem::remove(directory.controlSocket(), ignored);
@@ -175,4 +175,4 @@ void supervise(StateDirectory& directory, const SupervisorOptions& options)
 	directory.remove();
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

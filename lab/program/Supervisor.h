@@ -6,7 +6,7 @@
 #include "lab/core/NodeSettings.h"
 #include "lab/program/StateDirectory.h"
 
-namespace velarix::lab
+namespace velarix::lab::program
 {
 
 struct SupervisorOptions
@@ -21,9 +21,9 @@ struct SupervisorOptions
 /// SIGINT, and removes the state directory.
 ///
 /// Requests: "status" (JSON), "pid HOST" (process 1 of the host), "inject FAULT
-/// NODE", "heal FAULT NODE", "timeline text|json|svg", "down". An answer that
+/// NODE", "repair FAULT NODE", "timeline text|json|svg", "down". An answer that
 /// begins with "error: " tells what was wrong.
 /// @throws LabError when the lab cannot be made
 void supervise(StateDirectory& directory, const SupervisorOptions& options);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::program

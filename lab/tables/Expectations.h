@@ -1,8 +1,6 @@
-/// The table of what has to happen, read from a text file: one row for each cell
-/// of the matrix, and one for each path along which the service comes back.
-///
-/// Rows have columns between "|"; "#" begins a comment. lab/expectations explains
-/// the columns where they are used.
+/// The table of what has to happen, read from TOML: one row for each cell of the
+/// matrix, and one for each path along which the service comes back. lab/tables/faults.toml
+/// explains the keys where they are used.
 #pragma once
 
 #include <map>
@@ -30,7 +28,12 @@ struct Path
 	Millis bound(const PairTimes& times) const;
 };
 
-/// Where a leg of a cell has to end, and at what cost.
+/// What an outcome has in place of a path when the service is not out at all, or when
+/// nothing bounds the outage.
+inline constexpr const char* noOutagePath = "none";
+inline constexpr const char* unboundedPath = "unbounded";
+
+/// Where a phase of a cell has to end, and at what cost.
 struct Outcome
 {
 	std::string owner;        ///< a, b, a+b, none, one (a or b), unsteady, any
@@ -38,11 +41,14 @@ struct Outcome
 	std::string programs;     ///< a, b, a+b, none, owner, not-both, any
 	std::optional<int> moves; ///< at most; empty: any number
 	std::optional<std::string> twice; ///< bound of double ownership, a sum of waits; empty: for good
-	std::string path;                 ///< name of a path; "-": no outage; "*": no bound
+	std::string path;                 ///< name of a path, noOutagePath or unboundedPath
 	std::string ended;                ///< nodes whose agent ends by itself: "", a, b, a+b
 	bool logDiffers = false;          ///< the logs do not tell who holds the address
 	std::optional<std::string> since; ///< the owner does not change before, a sum of waits; empty: at any time
-	std::optional<std::string> lasts; ///< how long the leg is watched, a sum of waits; empty: until it rests
+	std::optional<std::string> lasts; ///< how long the phase is watched, a sum of waits; empty: until it rests
+
+	bool hasOutage() const { return path != noOutagePath; }
+	bool isBounded() const { return path != unboundedPath; }
 };
 
 struct Cell
@@ -50,9 +56,9 @@ struct Cell
 	std::string name;
 	HostId master = HostId::a; ///< node that serves when the fault comes
 	std::vector<Fault> inject;
-	Outcome stands;          ///< while the fault stands
-	std::vector<Fault> heal; ///< empty: the cell ends with the first leg
-	Outcome healed;
+	Outcome stands;            ///< while the fault stands
+	std::vector<Fault> repair; ///< empty: the cell ends with the first phase
+	Outcome repaired;
 	std::string note;
 };
 
@@ -60,13 +66,13 @@ struct Expectations
 {
 	std::map<std::string, Path> paths;
 	std::vector<Cell> cells;
-	/// Faults after which, once healed, the pair has to be well again by itself.
+	/// Faults after which, once repaired, the pair has to be well again by itself.
 	std::vector<FaultKind> forChaos;
 	/// Names of the cells that stand for the whole where time is short.
 	std::vector<std::string> shortForm;
 };
 
-/// @throws LabError with the line's number and what is wrong with it
+/// @throws LabError with the number of the line and what is wrong there
 Expectations parseExpectations(const std::string& text);
 
 /// @param path  empty: the table of this build
@@ -78,7 +84,7 @@ Expectations readExpectations(const std::string& path);
 std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,
                                   const PairTimes& times, Millis blink, Millis slack);
 
-/// The cells that `only` asks for by name, see wished().
+/// The cells that `only` asks for by name, see filtered().
 std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only);
 
 } // namespace velarix::lab

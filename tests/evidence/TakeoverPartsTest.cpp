@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "evidence/takeover/Figures.h"
 #include "evidence/takeover/PingFloor.h"
-#include "evidence/takeover/TakeoverFigures.h"
 #include "lab/campaigns/matrix/CellRun.h"
 
-namespace velarix::lab
+namespace velarix::evidence::takeover
 {
 
 namespace
@@ -21,18 +21,18 @@ RunRecord recordWith(std::optional<Millis> overhead, std::optional<Millis> pings
 	RunRecord record;
 	record.cell = "kill/a";
 	record.run = 3;
-	LegRecord leg;
-	leg.outage = Millis(12000);
-	leg.noticed = Millis(1500);
-	leg.overhead = overhead;
-	leg.pings = pings;
-	record.legs = {LegRecord{}, leg};
+	PhaseRecord phase;
+	phase.outage = Millis(12000);
+	phase.noticed = Millis(1500);
+	phase.overhead = overhead;
+	phase.pings = pings;
+	record.phases = {PhaseRecord{}, phase};
 	return record;
 }
 
-TakeoverResults twoRuns()
+Results twoRuns()
 {
-	TakeoverResults results;
+	Results results;
 	results.paths = {{"alone", "two", "2*ping+count+wait", true, "words"}};
 	results.samples["alone"] = {{"cold/a", 1, Millis(9500), Millis(2000), Millis(500), Millis(450)},
 	                            {"cold/a", 2, Millis(9100), Millis(2000), Millis(150), Millis(120)}};
@@ -48,7 +48,7 @@ TEST(TakeoverPaths, EveryPathWithAnOverheadHasCells)
 	const Expectations table = readExpectations({});
 	std::set<std::string> covered;
 	std::set<std::string> cells;
-	for (const TakeoverPath& path : takeoverPaths(table, {}))
+	for (const PathCells& path : pathsFor(table, {}))
 	{
 		covered.insert(path.path.name);
 		for (const Cell& cell : path.cells)
@@ -66,13 +66,13 @@ TEST(TakeoverPaths, EveryPathWithAnOverheadHasCells)
 TEST(TakeoverPaths, AreChosenByName)
 {
 	const Expectations table = readExpectations({});
-	const auto chosen = takeoverPaths(table, {"alone"});
+	const auto chosen = pathsFor(table, {"alone"});
 	ASSERT_EQ(chosen.size(), 1U);
 	ASSERT_EQ(chosen.front().cells.size(), 2U);
 	EXPECT_EQ(chosen.front().cells[0].name, "cold-start-alone/a");
 	EXPECT_EQ(chosen.front().cells[1].name, "cold-start-alone/b");
-	EXPECT_THROW(takeoverPaths(table, {"nowhere"}), LabError);
-	EXPECT_THROW(takeoverPaths(table, {"settle"}), LabError);
+	EXPECT_THROW(pathsFor(table, {"nowhere"}), LabError);
+	EXPECT_THROW(pathsFor(table, {"settle"}), LabError);
 }
 
 TEST(TakeoverSamples, AreOfTheLastLegAndOfWholeRunsOnly)
@@ -92,20 +92,16 @@ TEST(TakeoverSamples, AreOfTheLastLegAndOfWholeRunsOnly)
 	EXPECT_FALSE(sampleOf(RunRecord{}));
 }
 
-TEST(TakeoverReport, TellsMediansAndWhatThePingsTookAlone)
+TEST(TakeoverReport, HasEachSampleAndItsWaits)
 {
-	TakeoverResults results = twoRuns();
+	Results results = twoRuns();
 	EXPECT_TRUE(results.complete());
-	const auto whole = nlohmann::json::parse(toJson(results));
-	const auto& path = whole.at("paths").at(0);
-	EXPECT_EQ(path.at("own").at("medianMs"), 40);
-	EXPECT_EQ(path.at("own").at("p95Ms"), 50);
-	EXPECT_EQ(path.at("overhead").at("medianMs"), 325);
-	EXPECT_EQ(path.at("noticed").at("medianMs"), 2000);
-	EXPECT_EQ(path.at("beforeMs"), 2000);
-	EXPECT_EQ(path.at("pingsAlone").at("count"), 1);
-	EXPECT_EQ(path.at("pingsAlone").at("medianMs"), 440);
-	EXPECT_NE(toText(results).find("0.040 / 0.050 / 0.050"), std::string::npos);
+	const nlohmann::json report = jsonOf(results);
+	const auto& path = report.at("paths").at(0);
+	EXPECT_EQ(path.at("longestBefore"), 2000);
+	EXPECT_EQ(path.at("samples").at(0).at("overhead"), 500);
+	EXPECT_EQ(report.at("pingFloors").at(0).at("probes").at(1), 1400);
+	EXPECT_NE(toText(results).find("alone: 2 of 2 samples\n"), std::string::npos);
 	results.runs = 3;
 	EXPECT_FALSE(results.complete());
 	results.runs = 2;
@@ -121,11 +117,11 @@ TEST(PingFloors, AreReadFromWhatThePingerPrints)
 		EXPECT_THROW(silentProbesIn(wrong), LabError) << wrong;
 	}
 	const PingFloor floor{"alone", 7, {Millis(1040), Millis(1800)}, ""};
-	const PingFloor again = pingFloorFrom(toJson(floor));
+	const PingFloor again = recordIn<PingFloor>(jsonText(floor));
 	EXPECT_EQ(again.path, "alone");
 	EXPECT_EQ(again.run, 7);
 	EXPECT_EQ(again.probes, floor.probes);
-	EXPECT_THROW(pingFloorFrom("{}"), LabError);
+	EXPECT_THROW(recordIn<PingFloor>("{}"), LabError);
 }
 
 // Ten pings, each waited for a tenth of a second at least: shorter is another library.
@@ -142,18 +138,18 @@ TEST(PingFloors, AreTenTenthsOfASecondAtLeast)
 
 TEST(TakeoverRuns, EndAsSoonAsTheServiceIsBack)
 {
-	const std::vector<TakeoverPath> paths = takeoverPaths(readExpectations({}), {"reboot"});
-	CellPlan plan;
+	const std::vector<PathCells> paths = pathsFor(readExpectations({}), {"reboot"});
+	matrix::CellPlan plan;
 	plan.cell = paths.front().cells.front();
 	plan.paths = {{"reboot", paths.front().path}};
 	plan.untilBack = true;
-	const RunRecord record = runCell(plan);
+	const RunRecord record = matrix::runCell(plan);
 	EXPECT_TRUE(record.differences.empty()) << (record.differences.empty() ? "" : record.differences.front());
 	const auto sample = sampleOf(record);
 	ASSERT_TRUE(sample) << record.timeline;
 	EXPECT_GE(sample->outage, Millis(7000)); // the agent's two seconds and the countdown
-	EXPECT_TRUE(record.legs.back().steady);
-	EXPECT_FALSE(record.legs.back().outageOpen);
+	EXPECT_TRUE(record.phases.back().steady);
+	EXPECT_FALSE(record.phases.back().outageOpen);
 }
 
-} // namespace velarix::lab
+} // namespace velarix::evidence::takeover

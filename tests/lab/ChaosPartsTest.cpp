@@ -9,11 +9,11 @@
 
 #include <gtest/gtest.h>
 
-#include "lab/campaigns/chaos/ChaosPlan.h"
-#include "lab/campaigns/chaos/ChaosReport.h"
-#include "lab/campaigns/matrix/Children.h"
+#include "lab/campaigns/Workers.h"
+#include "lab/campaigns/chaos/Report.h"
+#include "lab/campaigns/chaos/Schedule.h"
 
-namespace velarix::lab
+namespace velarix::lab::chaos
 {
 
 TEST(MatrixChildren, HandBackTextsAndProblems)
@@ -43,10 +43,10 @@ TEST(MatrixChildren, HandBackTextsAndProblems)
 			return std::string(100000, 'x');
 		}
 	};
-	runInChildren(7, 2, Millis(2000), work,
-	              [&](const ChildResult& result) {
-		              seen[result.index] = result.problem.empty() ? std::to_string(result.text.size()) : result.problem;
-	              });
+	runInWorkers(7, 2, Millis(2000), work,
+	             [&](const WorkerResult& result) {
+		             seen[result.index] = result.problem.empty() ? std::to_string(result.text.size()) : result.problem;
+	             });
 	EXPECT_EQ(seen, (std::vector<std::string>{"100000", "no luck", "it ended with status 3", "it did not end in time",
 	                                          "it failed and did not say why", "it was killed by signal 9",
 	                                          "it ended before it had said everything"}));
@@ -54,7 +54,7 @@ TEST(MatrixChildren, HandBackTextsAndProblems)
 
 TEST(MatrixChildren, HalfAnAnswerIsNone)
 {
-	std::vector<ChildResult> seen(2);
+	std::vector<WorkerResult> seen(2);
 	const WorkInParts work = [](std::size_t index, const HandOver& handOver) -> std::string
 	{
 		if (index == 0)
@@ -71,7 +71,7 @@ TEST(MatrixChildren, HalfAnAnswerIsNone)
 		    .detach();
 		return std::string(std::size_t{64} << 20U, 'x');
 	};
-	const auto done = [&](const ChildResult& result)
+	const auto done = [&](const WorkerResult& result)
 	{
 		seen[result.index] = result;
 		if (result.index == 0)
@@ -81,7 +81,7 @@ TEST(MatrixChildren, HalfAnAnswerIsNone)
 			EXPECT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
 		}
 	};
-	runInChildren(2, 2, Millis(60000), work, done);
+	runInWorkers(2, 2, Millis(60000), work, done);
 	EXPECT_EQ(seen[0].problem, "");
 	EXPECT_EQ(seen[1].problem, "it ended before it had said everything");
 	EXPECT_EQ(seen[1].text, "");
@@ -90,7 +90,7 @@ TEST(MatrixChildren, HalfAnAnswerIsNone)
 
 TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
 {
-	ChildResult seen;
+	WorkerResult seen;
 	const WorkInParts work = [](std::size_t, const HandOver& handOver) -> std::string
 	{
 		handOver("first");
@@ -101,7 +101,7 @@ TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
 			::pause();
 		}
 	};
-	runInChildren(1, 1, Millis(500), work, [&](const ChildResult& result) { seen = result; });
+	runInWorkers(1, 1, Millis(500), work, [&](const WorkerResult& result) { seen = result; });
 	EXPECT_EQ(seen.problem, "it did not end in time");
 	EXPECT_EQ(seen.parts, (std::vector<std::string>{"first", "", "third"}));
 }
@@ -109,13 +109,13 @@ TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
 TEST(Chaos, AScheduleFollowsFromItsSeed)
 {
 	const std::vector<FaultKind> kinds{FaultKind::powerOff, FaultKind::gatewayGone, FaultKind::reboot};
-	const auto drawn = [&](std::uint64_t seed, int lane)
+	const auto drawn = [&](std::uint64_t seed, int worker)
 	{
-		ChaosSchedule schedule(seed, lane, kinds);
+		Schedule schedule(seed, worker, kinds);
 		std::string text;
 		for (int step = 0; step < 50; ++step)
 		{
-			const ChaosStep next = schedule.next();
+			const Step next = schedule.next();
 			EXPECT_GE(next.faults.size(), 1U);
 			EXPECT_LE(next.faults.size(), 2U);
 			text += toText(next) + std::to_string(next.stands.count()) + "\n";
@@ -127,89 +127,66 @@ TEST(Chaos, AScheduleFollowsFromItsSeed)
 	EXPECT_NE(drawn(7, 0), drawn(7, 1));
 	EXPECT_NE(drawn(7, 0).find("power-off of the master, "), std::string::npos);
 	EXPECT_NE(drawn(7, 0).find("power-off of the other one"), std::string::npos);
-	EXPECT_THROW(ChaosSchedule(1, 0, {}), LabError);
+	EXPECT_THROW(Schedule(1, 0, {}), LabError);
 }
 
 TEST(Chaos, TheReportNamesTheCommandThatRepeatsAViolation)
 {
-	ChaosResults results;
+	Results results;
 	EXPECT_FALSE(results.good());
-	ChaosStepRecord record;
-	record.lane = 2;
+	StepRecord record;
+	record.worker = 2;
 	record.step = 9;
 	record.faults = "reboot of the master";
-	record.struck = {"reboot:a"};
+	record.injected = {"reboot:a"};
 	results.seed = 5;
 	results.records = {record};
 	EXPECT_TRUE(results.good());
 	results.records[0].violations = {"owner of the address: a+b"};
 	EXPECT_FALSE(results.good());
 	const std::string text = toText(results);
-	EXPECT_NE(text.find("velarix-lab chaos --seed 5 --lane 2 --steps 9"), std::string::npos) << text;
-	EXPECT_NE(text.find("lane 2, step 9 (reboot of the master): owner of the address: a+b"), std::string::npos);
-	const std::vector<ChaosStepRecord> copy = chaosRecordsFrom(toJson(results.records));
-	EXPECT_EQ(toJson(copy), toJson(results.records));
-	EXPECT_THROW(chaosRecordsFrom("[{}]"), LabError);
+	EXPECT_NE(text.find("velarix-lab chaos --seed 5 --worker 2 --steps 9"), std::string::npos) << text;
+	EXPECT_NE(text.find("worker 2, step 9 (reboot of the master): owner of the address: a+b"), std::string::npos);
+	const std::string json = jsonText(results.records[0]);
+	EXPECT_EQ(jsonText(recordIn<StepRecord>(json)), json);
+	EXPECT_THROW(recordIn<StepRecord>("{}"), LabError);
 }
 
 TEST(Chaos, TheReportNamesTheCommandThatRepeatsAProblem)
 {
-	ChaosResults results;
+	Results results;
 	results.seed = 5;
 	results.records.resize(1);
 	EXPECT_TRUE(results.good());
 	results.problems = {{1, 4, "it did not end in time"}};
 	EXPECT_FALSE(results.good());
 	const std::string text = toText(results);
-	EXPECT_NE(text.find("lane 1 did not get to its end, step 4: it did not end in time\n  again: velarix-lab chaos "
-	                    "--seed 5 --lane 1 --steps 4"),
+	EXPECT_NE(text.find("worker 1 did not get to its end, step 4: it did not end in time\n  again: velarix-lab chaos "
+	                    "--seed 5 --worker 1 --steps 4"),
 	          std::string::npos)
 	    << text;
-	EXPECT_NE(toJson(results).find("\"problem\": \"it did not end in time\""), std::string::npos);
-}
-
-TEST(Chaos, TheReportIsReadAgain)
-{
-	ChaosResults results;
-	results.seed = 18446744073709551615U;
-	results.times.interval = 7;
-	ChaosStepRecord struck;
-	struck.step = 1;
-	struck.struck = {"reboot:a"};
-	ChaosStepRecord idle;
-	idle.step = 2;
-	idle.violations = {"no agent on node a"};
-	results.records = {struck, idle};
-	results.problems = {{3, 4, "no luck"}};
-	const ChaosResults copy = chaosFrom(toJson(results));
-	EXPECT_EQ(toJson(copy), toJson(results));
-	EXPECT_EQ(toText(copy), toText(results));
-	EXPECT_NE(toText(copy).find("2 steps of faults and healings, 1 faults, seed 18446744073709551615\n"
-	                            "in 1 of the steps no fault found a place"),
-	          std::string::npos)
-	    << toText(copy);
-	EXPECT_THROW(chaosFrom("{}"), LabError);
+	EXPECT_EQ(jsonOf(results).at("problems").at(0).at("problem"), "it did not end in time");
 }
 
 TEST(Chaos, APairThatIsWellHasNoViolation)
 {
-	LegRecord after;
+	PhaseRecord after;
 	after.steady = true;
 	after.owner = after.answer = after.programs = "b";
 	EXPECT_TRUE(violationsOf(after, "", "a+b").empty());
 	EXPECT_EQ(violationsOf(after, "a", "b"),
 	          (std::vector<std::string>{"an agent has ended by itself on: a", "no agent on node a"}));
-	LegRecord split = after;
+	PhaseRecord split = after;
 	split.owner = "a+b";
 	EXPECT_EQ(violationsOf(split, "", "a+b"),
 	          (std::vector<std::string>{"owner of the address: a+b", "the client is answered by: b",
 	                                    "the managed program runs on: b"}));
-	LegRecord silent = after;
+	PhaseRecord silent = after;
 	silent.answer = "none";
 	silent.disagreements = {"x"};
 	EXPECT_EQ(violationsOf(silent, "", "a+b"),
 	          (std::vector<std::string>{"the client is answered by: none", "log and observation: x"}));
-	LegRecord restless = after;
+	PhaseRecord restless = after;
 	restless.steady = false;
 	restless.programs = "a";
 	EXPECT_EQ(violationsOf(restless, "", "none"),
@@ -217,13 +194,13 @@ TEST(Chaos, APairThatIsWellHasNoViolation)
 	                                    "no agent on node a", "no agent on node b"}));
 }
 
-TEST(Chaos, ALaneWithoutAPairTellsWhy)
+TEST(Chaos, AWorkerWithoutAPairTellsWhy)
 {
-	ChaosOptions options;
+	Options options;
 	options.kinds = {FaultKind::reboot};
 	options.installRoot = "/no/such/tree";
-	const std::string problem = runChaosLane(options, [](const ChaosStepRecord&) { FAIL() << "no step can be run"; });
+	const std::string problem = runWorker(options, [](const StepRecord&) { FAIL() << "no step can be run"; });
 	EXPECT_NE(problem.find("/no/such/tree"), std::string::npos) << problem;
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::chaos

@@ -61,7 +61,7 @@ protected:
 	static Node& node(HostId id) { return lab().node(id); }
 
 	static void inject(FaultKind kind, HostId id = a) { lab().inject({kind, id}); }
-	static void heal(FaultKind kind, HostId id = a) { lab().heal({kind, id}); }
+	static void repair(FaultKind kind, HostId id = a) { lab().repair({kind, id}); }
 
 	/// Why the call is refused; empty: it is not.
 	static std::string refusalOf(const std::function<void()>& call)

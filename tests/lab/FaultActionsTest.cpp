@@ -5,7 +5,6 @@
 #include <set>
 
 #include "FaultActionTest.h"
-#include "lab/core/LogLine.h"
 #include "lab/core/LogWatch.h"
 
 namespace velarix::lab
@@ -39,7 +38,7 @@ std::string stateOf(Lab& lab)
 		{
 			// IPv4 only: the cards' own IPv6 addresses become "permanent" by themselves.
 			text += lab.run(id, {"ip", "-4", "-o", "addr", "show"}).output;
-			for (const ProcessEntry& process : processesOf(lab.node(id).host().pid()))
+			for (const Process& process : processesOf(lab.node(id).host().pid()))
 			{
 				text += process.name + "\n";
 			}
@@ -96,7 +95,7 @@ TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
 
 TEST_F(FaultAction, ThatFailsIsToldInTheTimeline)
 {
-	EXPECT_NE(refusalOf([] { heal(FaultKind::programCrashes); }), "");
+	EXPECT_NE(refusalOf([] { repair(FaultKind::programCrashes); }), "");
 	const std::string told = toText(lab().timeline());
 	EXPECT_NE(told.find("program-crash:a did not come about: this is not being done"), std::string::npos) << told;
 }
@@ -122,8 +121,8 @@ TEST_F(FaultAction, StartCommandFailsInSilence)
 	EXPECT_EQ(failed.status, 1);
 	EXPECT_EQ(failed.output, "");
 	EXPECT_FALSE(holdsAddress(a));
-	heal(FaultKind::startFails);
-	EXPECT_EQ(refusalOf([] { heal(FaultKind::startFails); }), "no command of node a is spoilt");
+	repair(FaultKind::startFails);
+	EXPECT_EQ(refusalOf([] { repair(FaultKind::startFails); }), "no command of node a is spoilt");
 	EXPECT_TRUE(shell(a, start).ok());
 	EXPECT_TRUE(holdsAddress(a));
 	shell(a, stop);
@@ -136,7 +135,7 @@ TEST_F(FaultAction, StartCommandPrints)
 	inject(FaultKind::startPrints);
 	EXPECT_EQ(shell(a, start).output, "done\n");
 	EXPECT_TRUE(holdsAddress(a)) << "and does its work";
-	heal(FaultKind::startPrints);
+	repair(FaultKind::startPrints);
 	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
 	EXPECT_EQ(shell(a, start).output, "");
 	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
@@ -150,7 +149,7 @@ TEST_F(FaultAction, StartCommandHangsUntilItIsRepaired)
 	const pid_t child = spawn({{"sh", "-c", start}, node(a).host().inside()});
 	EXPECT_FALSE(waitForChild(child, Millis(500)));
 	EXPECT_FALSE(holdsAddress(a));
-	heal(FaultKind::startHangs);
+	repair(FaultKind::startHangs);
 	EXPECT_EQ(waitForChild(child, soon), 0);
 	EXPECT_TRUE(holdsAddress(a)) << "it goes on where it hung";
 	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
@@ -168,10 +167,10 @@ TEST_F(FaultAction, StopAndKillCommandsFail)
 	EXPECT_EQ(shell(a, kill).status, 1);
 	EXPECT_TRUE(holdsAddress(a));
 	EXPECT_TRUE(programRunsOn(a));
-	heal(FaultKind::stopFails);
+	repair(FaultKind::stopFails);
 	shell(a, stop);
 	EXPECT_FALSE(holdsAddress(a));
-	heal(FaultKind::killFails);
+	repair(FaultKind::killFails);
 	shell(a, kill);
 	EXPECT_TRUE(waitFor([] { return !programRunsOn(a); }, soon, "the program to be killed"));
 }
@@ -190,10 +189,10 @@ TEST_F(FaultAction, AFullDiskTakesNoByteAndNoHook)
 	{
 		EXPECT_FALSE(fs::exists(node(a).file(std::string("/usr/velarix/app/") + left))) << left;
 	}
-	heal(FaultKind::diskFull);
+	repair(FaultKind::diskFull);
 	EXPECT_TRUE(shell(a, write).ok());
 	EXPECT_EQ(refusalOf(FaultKind::startHangs), "") << "nothing of the first attempt is in the way";
-	heal(FaultKind::startHangs);
+	repair(FaultKind::startHangs);
 }
 
 TEST_F(FaultAction, RunInfoRecordCannotBeWritten)
@@ -205,9 +204,9 @@ TEST_F(FaultAction, RunInfoRecordCannotBeWritten)
 	const CommandResult failed = shell(a, write);
 	EXPECT_FALSE(failed.ok());
 	EXPECT_NE(failed.output.find("Read-only file system"), std::string::npos) << failed.output;
-	heal(FaultKind::runInfoReadOnly);
+	repair(FaultKind::runInfoReadOnly);
 	EXPECT_TRUE(shell(a, write).ok());
-	EXPECT_EQ(refusalOf([] { heal(FaultKind::runInfoReadOnly); }), "the record of node a is not read-only");
+	EXPECT_EQ(refusalOf([] { repair(FaultKind::runInfoReadOnly); }), "the record of node a is not read-only");
 }
 
 TEST_F(FaultAction, AClockThatCannotBeSteppedEndsTheProgram)
@@ -225,15 +224,16 @@ TEST_F(FaultAction, AgentSeesASteppedClock)
 {
 	const auto hoursAhead = []
 	{
-		std::optional<LogLine> last;
+		std::optional<inspect::LogLine> last;
+		inspect::LogClock clock;
 		LogTail tail;
 		for (const std::string& text : tail.readNew(node(a).diskFile(plan::logFile)))
 		{
-			const std::optional<LogLine> line = parseLogLine(text);
+			const std::optional<inspect::LogLine> line = inspect::parseHead(text, clock);
 			last = line ? line : last;
 		}
 		const auto now = std::chrono::system_clock::now();
-		const auto ahead = last ? std::chrono::duration_cast<std::chrono::minutes>(last->time - now).count() : 10000;
+		const auto ahead = last ? std::chrono::duration_cast<std::chrono::minutes>(*last->time - now).count() : 10000;
 		return static_cast<double>(ahead) / 60.0;
 	};
 	const auto becomes = [&](double hours)
@@ -246,11 +246,11 @@ TEST_F(FaultAction, AgentSeesASteppedClock)
 	EXPECT_TRUE(becomes(0));
 	inject(FaultKind::clockAhead);
 	EXPECT_TRUE(becomes(2));
-	heal(FaultKind::clockAhead);
+	repair(FaultKind::clockAhead);
 	EXPECT_TRUE(becomes(0));
 	inject(FaultKind::clockBehind);
 	EXPECT_TRUE(becomes(-2));
-	heal(FaultKind::clockBehind);
+	repair(FaultKind::clockBehind);
 	EXPECT_TRUE(becomes(0));
 	lab().killAgent(a);
 }
@@ -261,13 +261,13 @@ TEST_F(FaultAction, RunInfoRecordIsAwayOnceOnly)
 	EXPECT_FALSE(fs::exists(node(a).file(plan::runInfoFile)));
 	EXPECT_EQ(refusalOf(FaultKind::runInfoMissing), "the record of node a is away already");
 	EXPECT_EQ(refusalOf(FaultKind::runInfoReadOnly), "the record of node a is away");
-	heal(FaultKind::runInfoMissing);
+	repair(FaultKind::runInfoMissing);
 	EXPECT_TRUE(fs::exists(node(a).file(plan::runInfoFile)));
 	EXPECT_TRUE(node(a).agent()) << "it is started where there is none";
-	EXPECT_EQ(refusalOf([] { heal(FaultKind::runInfoMissing); }), "the record of node a is not away");
+	EXPECT_EQ(refusalOf([] { repair(FaultKind::runInfoMissing); }), "the record of node a is not away");
 	inject(FaultKind::agentFrozen);
 	EXPECT_EQ(refusalOf(FaultKind::agentFrozen), "the agent of node a is frozen already");
-	heal(FaultKind::agentFrozen);
+	repair(FaultKind::agentFrozen);
 	lab().killAgent(a);
 }
 

@@ -8,11 +8,11 @@
 #include <sstream>
 
 #include "PairTest.h"
+#include "lab/campaigns/Observe.h"
 #include "lab/campaigns/hostile/Attacker.h"
 #include "lab/campaigns/hostile/Judge.h"
 #include "lab/campaigns/hostile/Payload.h"
 #include "lab/campaigns/hostile/Sockets.h"
-#include "lab/campaigns/matrix/Observe.h"
 
 namespace velarix::lab::hostile
 {

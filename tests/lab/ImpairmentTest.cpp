@@ -91,7 +91,7 @@ Pings ping(const Host& host, const std::string& address, int count, Millis inter
 	inNetworkOf(host,
 	            [&]
 	            {
-		            const UniqueFd socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+		            const Descriptor socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
 		            sockaddr_in target{};
 		            target.sin_family = AF_INET;
 		            target.sin_addr.s_addr = ::inet_addr(address.c_str());

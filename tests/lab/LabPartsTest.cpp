@@ -1,13 +1,16 @@
 /// Parts of the lab that need no namespaces.
 
 #include <algorithm>
+#include <cctype>
+#include <map>
 #include <set>
 
 #include <gtest/gtest.h>
 
+#include "inspect/Catalogue.h"
 #include "lab/core/Fault.h"
 #include "lab/core/Host.h"
-#include "lab/core/LogLine.h"
+#include "lab/core/LogMeaning.h"
 #include "lab/core/NodeSettings.h"
 #include "lab/core/Owners.h"
 #include "lab/core/Programs.h"
@@ -19,67 +22,44 @@
 namespace velarix::lab
 {
 
-TEST(LabLogLine, IsTakenApart)
+TEST(LabLogMeaning, IsFoundByLabelAndNumber)
 {
-	const auto line = parseLogLine("2031-01-02 03:04:05.6 [12:3][CHeartReciver:77] <D> SLAVE kill");
-	ASSERT_TRUE(line);
-	EXPECT_EQ(line->process, 12);
-	EXPECT_EQ(line->thread, 3);
-	EXPECT_EQ(line->source, "CHeartReciver");
-	EXPECT_EQ(line->line, 77);
-	EXPECT_EQ(line->priority, 'D');
-	EXPECT_EQ(line->text, "SLAVE kill");
-	const auto later = parseLogLine("2031-01-02 03:04:06.0 [12:3][CHeartReciver:77] <D> ");
-	ASSERT_TRUE(later);
-	EXPECT_EQ(later->text, "");
-	EXPECT_EQ(later->time - line->time, std::chrono::milliseconds(400));
-}
-
-TEST(LabLogLine, OtherTextIsNone)
-{
-	EXPECT_FALSE(parseLogLine("# Log file created/rotated 2031-01-02 03:04:05"));
-	EXPECT_FALSE(parseLogLine("================ process run ========================="));
-	EXPECT_FALSE(parseLogLine("2031-01-02 03:04:05.6 [12:3][CHeartReciver:77] D SLAVE kill"));
-	EXPECT_FALSE(parseLogLine(""));
-}
-
-TEST(LabLogLine, MeaningsTellRoles)
-{
-	LogLine line;
-	line.source = "CHeartReciver";
-	line.text = "special ask: slave -> master";
+	inspect::LogLine line;
+	line.label = "CHeartReciver";
+	line.number = 414;
 	ASSERT_NE(meaningOf(line), nullptr);
 	EXPECT_STREQ(meaningOf(line)->role, "master");
-	line.text = "networkStatus : SLAVE 1";
+	line.number = 543;
 	EXPECT_STREQ(meaningOf(line)->role, "slave");
-	line.source = "Utill";
+	line.label = "Utill";
 	EXPECT_EQ(meaningOf(line), nullptr);
 }
 
-TEST(LabLogLine, TellsWhereAProbeBeginsAndEnds)
+/// What the lab makes of a number would be nonsense if the message meant something else.
+TEST(LabLogMeaning, EveryNumberIsOneOfTheCatalogue)
 {
-	LogLine line;
-	line.source = "Utill";
-	const std::vector<std::pair<const char*, ProbeMark>> rows{
-	    {"partnerComunicationIPcheck : partnerIP: 192.0.2.1", ProbeMark::begins},
-	    {"partnerComunicationIPcheck : true", ProbeMark::answered},
-	    {"partnerComunicationIPcheck : false", ProbeMark::silent},
-	    {"myComunicationIPcheck : START", ProbeMark::begins},
-	    {"myComunicationIPcheck : TRUE", ProbeMark::answered},
-	    {"myComunicationIPcheck : FALSE", ProbeMark::silent},
-	    {"serviceIPcheck : START", ProbeMark::begins},
-	    {"serviceIP[192.0.2.100],serviceIPcheck : true", ProbeMark::answered},
-	    {"serviceIPcheck : false", ProbeMark::silent},
-	    {"set virtual ip...", ProbeMark::none},
-	};
-	for (const auto& [text, mark] : rows)
+	const std::map<LogMark, std::string> words{{LogMark::workBegins, "stop virtual ip, process"},
+	                                           {LogMark::passBegins, "reciver while start"},
+	                                           {LogMark::probeAnswered, "true"},
+	                                           {LogMark::probeSilent, "false"}};
+	std::size_t marked = 0;
+	for (const inspect::CatalogueRow& row : inspect::catalogue())
 	{
-		line.text = text;
-		EXPECT_EQ(probeMarkOf(line), mark) << text;
+		inspect::LogLine line;
+		line.label = row.label;
+		line.number = row.number;
+		const LogMeaning* meaning = meaningOf(line);
+		const auto expected = meaning == nullptr ? words.end() : words.find(meaning->mark);
+		if (expected != words.end())
+		{
+			std::string text(row.text);
+			std::transform(text.begin(), text.end(), text.begin(),
+			               [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+			EXPECT_NE(text.find(expected->second), std::string::npos) << row.place() << ": " << row.text;
+			++marked;
+		}
 	}
-	line.source = "CHeartReciver";
-	line.text = "serviceIPcheck : START";
-	EXPECT_EQ(probeMarkOf(line), ProbeMark::none);
+	EXPECT_EQ(marked, 8U);
 }
 
 TEST(LabSettings, WriteEveryKeyOnceInItsSection)
@@ -96,17 +76,17 @@ TEST(LabSettings, WriteEveryKeyOnceInItsSection)
 TEST(LabTimeline, KeepsTheOrderOfTimesAndOfChanges)
 {
 	Timeline timeline;
-	timeline.change(serviceLane, Millis(0), "none");
-	timeline.change(serviceLane, Millis(500), "a");
-	timeline.change(serviceLane, Millis(600), "a");
+	timeline.change(serviceTrack, Millis(0), "none");
+	timeline.change(serviceTrack, Millis(500), "a");
+	timeline.change(serviceTrack, Millis(600), "a");
 	timeline.add({Millis(300), EventKind::fault, HostId::a, "host powered off"});
-	timeline.change(serviceLane, Millis(800), "none");
-	EXPECT_EQ(timeline.current(serviceLane), "none");
-	EXPECT_EQ(timeline.current(addressLane), "");
+	timeline.change(serviceTrack, Millis(800), "none");
+	EXPECT_EQ(timeline.current(serviceTrack), "none");
+	EXPECT_EQ(timeline.current(addressTrack), "");
 	ASSERT_EQ(timeline.events().size(), 4U);
 	EXPECT_EQ(timeline.events()[1].kind, EventKind::fault);
 
-	const std::vector<Interval> intervals = timeline.intervals(serviceLane, Millis(1000));
+	const std::vector<Interval> intervals = timeline.intervals(serviceTrack, Millis(1000));
 	ASSERT_EQ(intervals.size(), 3U);
 	EXPECT_EQ(intervals[1].from, Millis(500));
 	EXPECT_EQ(intervals[1].to, Millis(800));
@@ -118,7 +98,7 @@ TEST(LabTimeline, KeepsTheOrderOfTimesAndOfChanges)
 TEST(LabTimeline, IsDrawnWithItsFaults)
 {
 	Timeline timeline;
-	timeline.change(roleLane(HostId::a), Millis(0), "master");
+	timeline.change(roleTrack(HostId::a), Millis(0), "master");
 	timeline.add({Millis(10), EventKind::phase, std::nullopt, "a <phase> & more"});
 	timeline.add({Millis(3000), EventKind::fault, HostId::a, "agent frozen"});
 	const std::string svg = toSvg(timeline, "title", Millis(20000));
@@ -134,7 +114,7 @@ TEST(LabFaults, TheTableIsWholeAndInOrder)
 		const FaultInfo& info = allFaults()[index];
 		EXPECT_EQ(static_cast<std::size_t>(info.kind), index) << info.name;
 		EXPECT_EQ(faultNamed(info.name), info.kind);
-		EXPECT_EQ(info.heal == nullptr, info.healed == nullptr) << info.name;
+		EXPECT_EQ(info.repair == nullptr, info.repaired == nullptr) << info.name;
 	}
 	EXPECT_EQ(allFaults().size(), 40U);
 	EXPECT_FALSE(faultNamed("earthquake"));
@@ -199,7 +179,7 @@ TEST(LabScenario, ATableRowTellsWhatWasNotAsExpected)
 	bad.title = "cut";
 	bad.ownersAfter = "a+b";
 	bad.asExpected = false;
-	bad.twoOwners = Millis(1234);
+	bad.splitBrain = Millis(1234);
 	EXPECT_TRUE(allAsExpected({good}));
 	EXPECT_FALSE(allAsExpected({good, bad}));
 	EXPECT_FALSE(allAsExpected({}));

@@ -131,8 +131,8 @@ TEST_F(LabOfItsOwn, TwoLabsSideBySideDoNotConcernEachOther)
 	lab().inject({FaultKind::powerOff, HostId::a});
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	const Millis now = second.clock().now();
-	EXPECT_EQ(timeWith(second.timeline().intervals(addressLane, now), {"a"}, off, now), now - off);
-	EXPECT_LT(longestWith(second.timeline().intervals(serviceLane, now), {"none"}, off, now), Millis(1000));
+	EXPECT_EQ(timeWith(second.timeline().intervals(addressTrack, now), {"a"}, off, now), now - off);
+	EXPECT_LT(longestWith(second.timeline().intervals(serviceTrack, now), {"none"}, off, now), Millis(1000));
 	EXPECT_TRUE(tracesOnThisMachine().empty());
 }
 
@@ -163,7 +163,7 @@ TEST_F(LabOfItsOwn, RunsTheAgentsBehindTheWordsThatWrapThem)
 	LabOptions options;
 	options.wrapper = {"env", "LAB_WRAPPED=yes"};
 	PAIR_OR_RETURN(startServingPair(options));
-	const std::optional<ProcessEntry> agent = lab().node(HostId::b).agent();
+	const std::optional<Process> agent = lab().node(HostId::b).agent();
 	ASSERT_TRUE(agent);
 	EXPECT_EQ(agent->name, plan::agentName);
 	const std::string environment = contentOf("/proc/" + std::to_string(agent->pid) + "/environ");

@@ -1,17 +1,16 @@
-/// What the fault matrix makes of a timeline: measuring, judging, figures, tables.
+/// What the fault matrix makes of a timeline: measuring, judging, reporting.
 
 #include <array>
 
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
+#include "lab/campaigns/Measure.h"
 #include "lab/campaigns/matrix/CellRun.h"
 #include "lab/campaigns/matrix/Judge.h"
-#include "lab/campaigns/matrix/Measure.h"
 #include "lab/campaigns/matrix/Report.h"
-#include "lab/campaigns/matrix/Statistics.h"
 
-namespace velarix::lab
+namespace velarix::lab::matrix
 {
 
 namespace
@@ -21,32 +20,32 @@ namespace
 struct AskedTakeOver
 {
 	Timeline timeline;
-	LegRecord leg;
+	PhaseRecord phase;
 
 	AskedTakeOver()
 	{
 		for (const HostId node : nodes)
 		{
-			timeline.change(roleLane(node), Millis(0), node == HostId::a ? "master" : "slave");
+			timeline.change(roleTrack(node), Millis(0), node == HostId::a ? "master" : "slave");
 		}
-		timeline.change(addressLane, Millis(0), "a");
-		timeline.change(serviceLane, Millis(0), "a");
-		timeline.change(serviceLane, Millis(1000), "none");
-		timeline.change(roleLane(HostId::a), Millis(2000), "slave");
-		timeline.change(addressLane, Millis(2050), "none");
+		timeline.change(addressTrack, Millis(0), "a");
+		timeline.change(serviceTrack, Millis(0), "a");
+		timeline.change(serviceTrack, Millis(1000), "none");
+		timeline.change(roleTrack(HostId::a), Millis(2000), "slave");
+		timeline.change(addressTrack, Millis(2050), "none");
 		timeline.add({Millis(3000), EventKind::action, HostId::b, "takes over: the partner asks"});
-		timeline.change(roleLane(HostId::b), Millis(3000), "master");
-		timeline.change(addressLane, Millis(13100), "b");
-		timeline.change(serviceLane, Millis(13200), "b");
-		leg.from = Millis(1000);
-		leg.to = Millis(30000);
-		leg.steady = true;
-		measure(timeline, leg);
+		timeline.change(roleTrack(HostId::b), Millis(3000), "master");
+		timeline.change(addressTrack, Millis(13100), "b");
+		timeline.change(serviceTrack, Millis(13200), "b");
+		phase.from = Millis(1000);
+		phase.to = Millis(30000);
+		phase.steady = true;
+		measure(timeline, phase);
 	}
 };
 
 /// What the log of node b tells beside the timeline.
-Observed onNodeB(const std::vector<Millis>& passes, const std::vector<Stretch>& probes = {},
+Observed onNodeB(const std::vector<Millis>& passes, const std::vector<ProbeInterval>& probes = {},
                  const std::vector<Millis>& starts = {})
 {
 	Observed observed;
@@ -67,14 +66,14 @@ CellPlan planOf(const std::string& cell)
 TEST(MatrixMeasure, TellsOutageOwnersAndMoves)
 {
 	const AskedTakeOver seen;
-	EXPECT_EQ(seen.leg.outage, Millis(12200));
-	EXPECT_FALSE(seen.leg.outageOpen);
-	EXPECT_EQ(seen.leg.noOwner, Millis(11050));
-	EXPECT_EQ(seen.leg.twoOwners, Millis(0));
-	EXPECT_EQ(seen.leg.moves, 1);
-	EXPECT_EQ(seen.leg.owner, "b");
-	EXPECT_EQ(seen.leg.answer, "b");
-	EXPECT_TRUE(seen.leg.disagreements.empty());
+	EXPECT_EQ(seen.phase.outage, Millis(12200));
+	EXPECT_FALSE(seen.phase.outageOpen);
+	EXPECT_EQ(seen.phase.noOwner, Millis(11050));
+	EXPECT_EQ(seen.phase.splitBrain, Millis(0));
+	EXPECT_EQ(seen.phase.moves, 1);
+	EXPECT_EQ(seen.phase.owner, "b");
+	EXPECT_EQ(seen.phase.answer, "b");
+	EXPECT_TRUE(seen.phase.disagreements.empty());
 	EXPECT_EQ(lastChange(seen.timeline, Millis(1000), Millis(30000)), Millis(13100));
 }
 
@@ -84,23 +83,23 @@ TEST(MatrixMeasure, CountsMovesFromTheLastOwnerBeforeTheLeg)
 	for (const auto& [at, owners] : std::vector<std::pair<int, const char*>>{
 	         {0, "a"}, {1000, "none"}, {3000, "b"}, {4000, "a+b"}, {4300, "b"}, {5000, "a+b"}, {5900, "a"}})
 	{
-		timeline.change(addressLane, Millis(at), owners);
+		timeline.change(addressTrack, Millis(at), owners);
 	}
 	const auto measured = [&](int from, int to)
 	{
-		LegRecord leg;
-		leg.from = Millis(from);
-		leg.to = Millis(to);
-		measure(timeline, leg);
-		return leg;
+		PhaseRecord phase;
+		phase.from = Millis(from);
+		phase.to = Millis(to);
+		measure(timeline, phase);
+		return phase;
 	};
 	EXPECT_EQ(measured(2000, 3500).moves, 1);
 	EXPECT_EQ(measured(2000, 3500).firstChange, Millis(1000));
 	EXPECT_EQ(measured(3200, 3900).moves, 0);
 	EXPECT_FALSE(measured(3200, 3900).firstChange);
 	EXPECT_EQ(measured(0, 7000).moves, 2);
-	EXPECT_EQ(measured(0, 7000).twoOwners, Millis(1200));
-	EXPECT_EQ(measured(0, 7000).twoOwnersLongest, Millis(900));
+	EXPECT_EQ(measured(0, 7000).splitBrain, Millis(1200));
+	EXPECT_EQ(measured(0, 7000).splitBrainLongest, Millis(900));
 }
 
 TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
@@ -109,27 +108,27 @@ TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 	using Passes = std::array<std::vector<Millis>, 2>;
 	const auto overhead = [&](const Path& path, const Passes& passes)
 	{
-		seen.leg.noticed.reset();
-		seen.leg.overhead.reset();
-		measureOverhead(seen.timeline, {passes, {}, {}}, path, {}, seen.leg);
-		return seen.leg.overhead;
+		seen.phase.noticed.reset();
+		seen.phase.overhead.reset();
+		measureOverhead(seen.timeline, {passes, {}, {}}, path, {}, seen.phase);
+		return seen.phase.overhead;
 	};
 	const std::string words = "takes over: the partner asks";
 	EXPECT_EQ(overhead({"asked", "2*beat", "2*count", false, words}, {}), Millis(200));
-	EXPECT_EQ(seen.leg.noticed, Millis(2000));
+	EXPECT_EQ(seen.phase.noticed, Millis(2000));
 	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(1200));
 	const Path pass{"asked", "silence", "2*count", true, words};
 	EXPECT_EQ(overhead(pass, {{{}, {Millis(100), Millis(2900), Millis(3100)}}}), Millis(300));
-	EXPECT_EQ(seen.leg.noticed, Millis(1900));
+	EXPECT_EQ(seen.phase.noticed, Millis(1900));
 	// The pass before the deciding one lasted half a second longer than its waits.
 	EXPECT_EQ(overhead(pass, {{{}, {Millis(-600), Millis(2900)}}}), Millis(800));
 	EXPECT_FALSE(overhead({"other", "0", "0", false, "third silence in a row"}, {}));
-	EXPECT_FALSE(seen.leg.noticed);
-	// The pass had begun before the leg did.
+	EXPECT_FALSE(seen.phase.noticed);
+	// The pass had begun before the phase did.
 	EXPECT_FALSE(overhead(pass, {{{}, {Millis(-600), Millis(100)}}}));
-	seen.leg.took = Millis(700);
+	seen.phase.took = Millis(700);
 	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(500));
-	seen.leg.outageOpen = true;
+	seen.phase.outageOpen = true;
 	EXPECT_FALSE(overhead({"asked", "second", "2*count", false, words}, {}));
 }
 
@@ -139,8 +138,8 @@ TEST(MatrixMeasure, LeavesThePassesOfAnEarlierAgentAside)
 	const Path pass{"asked", "second", "2*count", true, "takes over: the partner asks"};
 	const auto overhead = [&](const std::vector<Millis>& starts)
 	{
-		measureOverhead(seen.timeline, onNodeB({Millis(-600), Millis(2900)}, {}, starts), pass, {}, seen.leg);
-		return seen.leg.overhead;
+		measureOverhead(seen.timeline, onNodeB({Millis(-600), Millis(2900)}, {}, starts), pass, {}, seen.phase);
+		return seen.phase.overhead;
 	};
 	EXPECT_EQ(overhead({}), Millis(2800)); // a pass of 3.5 s where one second is prescribed
 	EXPECT_EQ(overhead({Millis(-5000)}), Millis(2800));
@@ -154,17 +153,17 @@ TEST(MatrixMeasure, TellsHowMuchOfTheOverheadSilentPingsAre)
 	const Path late{"asked", "silence", "2*count", true, "takes over: the partner asks"};
 	const auto pings = [&](const Observed& observed)
 	{
-		seen.leg.pings.reset();
-		measureOverhead(seen.timeline, observed, late, {}, seen.leg);
-		return seen.leg.pings;
+		seen.phase.pings.reset();
+		measureOverhead(seen.timeline, observed, late, {}, seen.phase);
+		return seen.phase.pings;
 	};
 	const std::vector<Millis> inTime{Millis(100), Millis(2900)};
 	const std::vector<Millis> tooLate{Millis(-600), Millis(2900)}; // half a second longer than its waits
 	// One before the deciding pass, two within it, one once the service is back.
-	const std::vector<Stretch> probes{{Millis(1000), Millis(2900)},
-	                                  {Millis(2900), Millis(3950)},
-	                                  {Millis(3960), Millis(5000)},
-	                                  {Millis(13300), Millis(15200)}};
+	const std::vector<ProbeInterval> probes{{Millis(1000), Millis(2900)},
+	                                        {Millis(2900), Millis(3950)},
+	                                        {Millis(3960), Millis(5000)},
+	                                        {Millis(13300), Millis(15200)}};
 	EXPECT_EQ(pings(onNodeB(inTime, probes)), Millis(90));
 	EXPECT_EQ(pings(onNodeB(tooLate, probes)), Millis(590));
 	Observed ofTheOther = onNodeB(tooLate);
@@ -172,45 +171,45 @@ TEST(MatrixMeasure, TellsHowMuchOfTheOverheadSilentPingsAre)
 	EXPECT_EQ(pings(ofTheOther), Millis(0));
 	// Shorter than a second is no gain: it was not the whole probe that was seen.
 	EXPECT_EQ(pings(onNodeB(inTime, {{Millis(2900), Millis(3800)}})), Millis(0));
-	seen.leg.outageOpen = true;
+	seen.phase.outageOpen = true;
 	EXPECT_FALSE(pings(onNodeB(inTime, probes)));
 }
 
 TEST(MatrixMeasure, SeesWhereTheLogIsWrong)
 {
 	AskedTakeOver seen;
-	seen.timeline.change(roleLane(HostId::b), Millis(20000), "slave");
-	LegRecord leg;
-	leg.from = Millis(1000);
-	leg.to = Millis(30000);
-	leg.steady = true;
-	measure(seen.timeline, leg);
-	ASSERT_EQ(leg.disagreements.size(), 1U);
-	EXPECT_EQ(leg.disagreements[0], "the log of node b says slave, and it holds the address");
+	seen.timeline.change(roleTrack(HostId::b), Millis(20000), "slave");
+	PhaseRecord phase;
+	phase.from = Millis(1000);
+	phase.to = Millis(30000);
+	phase.steady = true;
+	measure(seen.timeline, phase);
+	ASSERT_EQ(phase.disagreements.size(), 1U);
+	EXPECT_EQ(phase.disagreements[0], "the log of node b says slave, and it holds the address");
 	Timeline other;
-	other.change(roleLane(HostId::b), Millis(0), "slave");
-	other.change(addressLane, Millis(0), "none");
-	other.change(addressLane, Millis(5000), "b");
-	leg.disagreements.clear();
-	leg.steady = false;
-	measure(other, leg);
-	ASSERT_EQ(leg.disagreements.size(), 1U);
-	EXPECT_EQ(leg.disagreements[0], "node b got the address at 5.000 s while its log says slave");
+	other.change(roleTrack(HostId::b), Millis(0), "slave");
+	other.change(addressTrack, Millis(0), "none");
+	other.change(addressTrack, Millis(5000), "b");
+	phase.disagreements.clear();
+	phase.steady = false;
+	measure(other, phase);
+	ASSERT_EQ(phase.disagreements.size(), 1U);
+	EXPECT_EQ(phase.disagreements[0], "node b got the address at 5.000 s while its log says slave");
 }
 
 TEST(MatrixJudge, NamesEachDifference)
 {
 	AskedTakeOver seen;
-	seen.leg.programs = "b";
+	seen.phase.programs = "b";
 	const CellPlan plan = planOf("kill/a");
-	EXPECT_TRUE(differencesOf(seen.leg, plan.cell.stands, plan.paths, plan.times).empty());
-	LegRecord bad = seen.leg;
+	EXPECT_TRUE(differencesOf(seen.phase, plan.cell.stands, plan.paths, plan.times).empty());
+	PhaseRecord bad = seen.phase;
 	bad.owner = "a+b";
 	bad.answer = "mixed";
 	bad.programs = "a";
 	bad.moves = 2;
 	bad.outage = Millis(60000);
-	bad.twoOwners = Millis(1);
+	bad.splitBrain = Millis(1);
 	bad.ended = "a";
 	bad.disagreements = {"x"};
 	bad.noAnswer = Millis(61000);
@@ -221,44 +220,51 @@ TEST(MatrixJudge, NamesEachDifference)
 	        "owner a+b, expected b", "answer mixed, expected owner", "programs on a, expected owner",
 	        "moves 2, expected at most 1", "outage 60.000 s, expected at most 15.000 s",
 	        "without an answer in all 61.000 s, expected at most 15.000 s",
-	        "without an owner 15.001 s, expected at most 15.000 s", "two owners for 0.001 s, expected at most 0.000 s",
+	        "without an owner 15.001 s, expected at most 15.000 s", "split-brain for 0.001 s, expected at most 0.000 s",
 	        "agents that ended by themselves: a, expected none", "log and observation: x, expected that they agree"}));
-	LegRecord restless = seen.leg;
+	PhaseRecord restless = seen.phase;
 	restless.steady = false;
 	EXPECT_EQ(differencesOf(restless, plan.cell.stands, plan.paths, plan.times).size(), 1U);
 	Outcome unsteady = plan.cell.stands;
 	unsteady.owner = "unsteady";
-	EXPECT_EQ(differencesOf(seen.leg, unsteady, plan.paths, plan.times).size(), 1U);
+	EXPECT_EQ(differencesOf(seen.phase, unsteady, plan.paths, plan.times).size(), 1U);
 	EXPECT_TRUE(differencesOf(restless, unsteady, plan.paths, plan.times).empty());
 }
 
 TEST(MatrixJudge, KnowsWordsForWhatTheDesignLeavesOpen)
 {
-	LegRecord leg;
-	leg.steady = true;
-	leg.owner = "a+b";
-	leg.answer = "mixed";
-	leg.programs = "a+b";
-	leg.firstChange = Millis(5000);
-	leg.twoOwners = Millis(9000);
-	leg.twoOwnersLongest = Millis(1000);
-	const auto told = [&](const std::string& outcome)
+	PhaseRecord phase;
+	phase.steady = true;
+	phase.owner = "a+b";
+	phase.answer = "mixed";
+	phase.programs = "a+b";
+	phase.firstChange = Millis(5000);
+	phase.splitBrain = Millis(9000);
+	phase.splitBrainLongest = Millis(1000);
+	const auto differences = [&](const std::string& outcome)
 	{
-		const Expectations table =
-		    parseExpectations("x | a | power-off:a | " + outcome + " | - | -\nchaos | reboot\nshort | x\n");
-		return differencesOf(leg, table.cells[0].stands, {}, {});
+		const Expectations table = parseExpectations(
+		    "paths = []\nchaos = [\"reboot\"]\nshort = [\"x\"]\n[[cells]]\nname = \"x\"\nmaster = \"a\"\n"
+		    "inject = [\"power-off:a\"]\n[cells.during]\nmoves_max = inf\nvia = \"unbounded\"\n" +
+		    outcome);
+		return differencesOf(phase, table.cells[0].stands, {}, {});
 	};
-	using Told = std::vector<std::string>;
-	EXPECT_EQ(told("a+b served any * * * since=count"), Told{});
-	EXPECT_EQ(told("a+b served any * * * since=count+half"),
-	          Told{"the owner changed after 5.000 s, expected not before 5.500 s"});
-	EXPECT_EQ(told("a+b served not-both * * *"), Told{"programs on a+b, expected not-both"});
-	EXPECT_EQ(told("a+b any any * second *"), Told{"two owners for 9.000 s, expected at most 3.000 s"});
-	EXPECT_EQ(told("a+b any any * * * log=differs"), Told{"log and observation agree, expected that they differ"});
-	leg.steady = false;
-	EXPECT_EQ(told("unsteady any any * second *"), Told{});
-	leg.answer = "none";
-	EXPECT_EQ(told("unsteady served any * * *"), Told{"answer none, expected served"});
+	using Texts = std::vector<std::string>;
+	const std::string both = "owner = \"a+b\"\n";
+	const std::string forGood = both + "split_brain_max = \"for good\"\n";
+	EXPECT_EQ(differences(forGood + "answer = \"served\"\nunchanged_until = \"count\""), Texts{});
+	EXPECT_EQ(differences(forGood + "unchanged_until = \"count+half\""),
+	          Texts{"the owner changed after 5.000 s, expected not before 5.500 s"});
+	EXPECT_EQ(differences(forGood + "programs = \"not-both\""), Texts{"programs on a+b, expected not-both"});
+	EXPECT_EQ(differences(both + "split_brain_max = \"second\""),
+	          Texts{"split-brain for 9.000 s, expected at most 3.000 s"});
+	EXPECT_EQ(differences(forGood + "log_differs = true"),
+	          Texts{"log and observation agree, expected that they differ"});
+	phase.steady = false;
+	EXPECT_EQ(differences("owner = \"unsteady\"\nsplit_brain_max = \"second\""), Texts{});
+	phase.answer = "none";
+	EXPECT_EQ(differences("owner = \"unsteady\"\nanswer = \"served\"\nsplit_brain_max = \"for good\""),
+	          Texts{"answer none, expected served"});
 }
 
 TEST(MatrixRecord, SurvivesItsJourney)
@@ -267,60 +273,44 @@ TEST(MatrixRecord, SurvivesItsJourney)
 	record.cell = "kill/a";
 	record.run = 3;
 	record.seed = 18446744073709551615U;
-	record.legs.resize(2);
-	record.legs[0].outage = Millis(1234);
-	record.legs[0].overhead = Millis(-5);
-	record.legs[1].owner = "a+b";
+	record.phases.resize(2);
+	record.phases[0].outage = Millis(1234);
+	record.phases[0].overhead = Millis(-5);
+	record.phases[1].owner = "a+b";
 	record.left = {"x"};
 	record.differences = {"\"y\"\n"};
-	const std::string json = toJson(record);
-	const RunRecord copy = recordFrom(json);
-	EXPECT_EQ(toJson(copy), json);
-	EXPECT_EQ(copy.legs[0].overhead, Millis(-5));
-	EXPECT_FALSE(copy.legs[1].overhead);
-	EXPECT_THROW(recordFrom("{}"), LabError);
-	EXPECT_THROW(recordFrom("nonsense"), LabError);
+	const std::string json = jsonText(record);
+	const RunRecord copy = recordIn<RunRecord>(json);
+	EXPECT_EQ(jsonText(copy), json);
+	EXPECT_EQ(copy.phases[0].overhead, Millis(-5));
+	EXPECT_FALSE(copy.phases[1].overhead);
+	EXPECT_THROW(recordIn<RunRecord>("{}"), LabError);
+	EXPECT_THROW(recordIn<RunRecord>("nonsense"), LabError);
 }
 
-TEST(MatrixStatistics, AreOfTheSortedValues)
+TEST(MatrixReport, ShowsVerdictsAndDifferences)
 {
-	EXPECT_FALSE(summaryOf({}));
-	std::vector<Millis> values;
-	for (int value = 100; value > 0; --value)
-	{
-		values.push_back(Millis(value));
-	}
-	const std::optional<Summary> hundred = summaryOf(values);
-	EXPECT_EQ(hundred->median, Millis(50));
-	EXPECT_EQ(hundred->p95, Millis(95));
-	EXPECT_EQ(hundred->max, Millis(100));
-	EXPECT_EQ(summaryOf({Millis(7)})->p95, Millis(7));
-	EXPECT_EQ(summaryOf({Millis(9), Millis(1), Millis(2)})->median, Millis(2));
-	EXPECT_EQ(toText(summaryOf({Millis(1500)})), "1.500 / 1.500 / 1.500");
-	EXPECT_EQ(toText(std::optional<Summary>()), "-");
-}
-
-TEST(MatrixReport, ShowsFiguresAndDifferencesInEachForm)
-{
-	MatrixResults results;
+	Results results;
 	results.expectations = parseExpectations(smallTable);
 	results.cells = chosenCells(results.expectations, {"kill"});
 	EXPECT_FALSE(results.allAsExpected());
 	RunRecord record;
 	record.cell = "kill/a";
 	record.run = 1;
-	record.legs.push_back(AskedTakeOver().leg);
-	record.legs[0].overhead = Millis(200);
+	record.phases.push_back(AskedTakeOver().phase);
+	record.phases[0].overhead = Millis(200);
 	results.records.push_back(record);
 	EXPECT_TRUE(results.allAsExpected());
-	EXPECT_NE(toText(results).find("12.200 / 12.200 / 12.200  13.000 s"), std::string::npos) << toText(results);
+	EXPECT_NE(toText(results).find("kill/a: 1 of 1 as expected; owner b, outage 12.200 s"), std::string::npos)
+	    << toText(results);
 	EXPECT_NE(toText(results).find("every run was as expected"), std::string::npos);
 	results.records[0].differences = {"fault: owner a, expected b"};
 	EXPECT_FALSE(results.allAsExpected());
-	EXPECT_NE(toMarkdown(results).find("| 0 of 1 |"), std::string::npos) << toMarkdown(results);
-	EXPECT_NE(toMarkdown(results).find("- kill/a, run 1: fault: owner a, expected b"), std::string::npos);
-	EXPECT_NE(toMarkdown(results).find("- `kill/a`: a note"), std::string::npos);
-	EXPECT_NE(toJson(results).find("\"overheadMs\": 200"), std::string::npos);
+	EXPECT_NE(toText(results).find("kill/a, run 1: fault: owner a, expected b"), std::string::npos);
+	const nlohmann::json report = jsonOf(results);
+	EXPECT_EQ(report.at("records").at(0).at("phases").at(0).at("overhead"), 200);
+	EXPECT_EQ(report.at("cells").at(0).at("phases").at(0).at("outageBound"), 13000);
+	EXPECT_EQ(report.at("cells").at(0).at("note"), "a note");
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::matrix

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
-#include "lab/campaigns/matrix/Waits.h"
+#include "lab/campaigns/Waits.h"
 #include "lab/tables/Expectations.h"
 
 namespace velarix::lab
@@ -66,7 +66,7 @@ TEST(MatrixTable, IsReadRowByRow)
 	const Cell& kill = table.cells[0];
 	EXPECT_EQ(kill.inject.size(), 1U);
 	EXPECT_EQ(toName(kill.inject[0]), "program-kill:a");
-	EXPECT_TRUE(kill.heal.empty());
+	EXPECT_TRUE(kill.repair.empty());
 	EXPECT_EQ(kill.note, "a note");
 	EXPECT_EQ(outageBound(kill.stands, table.paths, {1, 2, 1}, Millis(7), Millis(10)), Millis(14010));
 	const Cell& cut = table.cells[1];
@@ -74,7 +74,7 @@ TEST(MatrixTable, IsReadRowByRow)
 	EXPECT_FALSE(cut.stands.twice);
 	EXPECT_TRUE(cut.stands.logDiffers);
 	EXPECT_FALSE(outageBound(cut.stands, table.paths, {}, Millis(7), Millis(10)));
-	EXPECT_EQ(outageBound(cut.healed, table.paths, {}, Millis(7), Millis(10)), Millis(7));
+	EXPECT_EQ(outageBound(cut.repaired, table.paths, {}, Millis(7), Millis(10)), Millis(7));
 	EXPECT_EQ(table.forChaos.size(), 2U);
 	EXPECT_EQ(chosenCells(table, {}).size(), 2U);
 	EXPECT_EQ(chosenCells(table, {"kill"}).size(), 1U);
@@ -84,45 +84,49 @@ TEST(MatrixTable, IsReadRowByRow)
 	EXPECT_EQ(both[0].name, "kill/a");
 }
 
-TEST(MatrixTable, TellsTheLineAndWhatIsWrong)
+TEST(MatrixTable, AWrongRowIsRefusedWithItsLine)
 {
-	const std::string path = "path | p | beat | count | line | -\n";
-	const std::string good = "a a a 0 0 p";
-	EXPECT_EQ(problemOfTable(path + "c | a | reboot:a | " + good + " | - | -\n"), "");
+	const std::string path = "{ name = \"p\", before = \"beat\", after = \"count\" }";
+	const std::string good = "{ owner = \"a\", via = \"p\" }";
+	const auto table = [&](const std::string& paths, const std::string& cells)
+	{ return "paths = [ " + paths + " ]\ncells = [ " + cells + " ]\nchaos = []\nshort = []\n"; };
+	const auto cell = [&](const std::string& fault, const std::string& during, const std::string& more = "")
+	{ return R"({ name = "c", master = "a", inject = [")" + fault + "\"], during = " + during + more + " }"; };
+	EXPECT_EQ(problemOfTable(table(path, cell("reboot:a", good))), "");
 	const std::vector<std::pair<std::string, std::string>> wrong{
-	    {"c | c | reboot:a | " + good + " | - | -", "\"c\" is no node"},
-	    {"c | a | quake:a | " + good + " | - | -", "there is no fault \"quake\""},
-	    {"c | a | reboot | " + good + " | - | -", "reboot needs a node"},
-	    {"c | a | gateway:a | " + good + " | - | -", "strikes no single node"},
-	    {"c | a | reboot:x | " + good + " | - | -", "names no node"},
-	    {"c | a | reboot:a | a a a 0 | - | -", "an outcome is"},
-	    {"c | a | reboot:a | q a a 0 0 p | - | -", "\"q\" is no owner"},
-	    {"c | a | reboot:a | a a a -1 0 p | - | -", "\"-1\" is no number of moves"},
-	    {"c | a | reboot:a | a a a 0 nap p | - | -", "\"nap\" is no prescribed wait"},
-	    {"c | a | reboot:a | a a a 0 0 p loud | - | -", "\"loud\" is no remark"},
-	    {"c | a | reboot:a | " + good + " | reboot:a | " + good, "nothing to heal after reboot:a"},
-	    {"c | a | - | " + good + " | - | -", "without a name or a fault"},
-	    {"c | a | reboot:a | " + good, "six or seven columns"},
-	    {"path | p | beat | count | line | -", "there twice"},
-	    {"path | r | beat | count | side | -", "\"side\" is no kind of anchor"},
-	    {"c | a | reboot:a - | " + good + " | - | -", "there is no fault \"-\""},
-	    {"c | a | reboot:a | " + good + " | | " + good, "there are no faults in a column"},
-	    {"c | a | reboot:a | " + good + " | - | " + good, "where nothing is healed"},
-	    {"c | a | reboot:a | a a a 0 0 q | - | -", "path that is not there: q"},
-	    {"short | c", "there is no cell \"c\""},
-	    {"short", "a row of short has two columns"},
-	    {"short | | c", "a row of short has two columns"},
-	    {"chaos |", "a row of chaos has two columns"},
-	    {"chaos | reboot | gateway", "a row of chaos has two columns"},
-	    {"chaos | quake", "there is no fault \"quake\""}};
-	for (const auto& [row, problem] : wrong)
+	    {cell("quake:a", good), "there is no fault \"quake\""},
+	    {cell("reboot", good), "reboot needs a node"},
+	    {cell("gateway:a", good), "is on no single node"},
+	    {cell("reboot:x", good), "names no node"},
+	    {cell("reboot:a", "{ via = \"p\" }"), "there is no \"owner\""},
+	    {cell("reboot:a", "{ owner = \"q\" }"), "\"q\" is no \"owner\""},
+	    {cell("reboot:a", "{ owner = 1 }"), "\"owner\" is no text"},
+	    {cell("reboot:a", "{ owner = \"a\", moves_max = -1 }"), "\"moves_max\" is no whole number"},
+	    {cell("reboot:a", "{ owner = \"a\", moves_max = \"many\" }"), "\"moves_max\" is no number"},
+	    {cell("reboot:a", "{ owner = \"a\", split_brain_max = \"nap\" }"), "\"nap\" is no prescribed wait"},
+	    {cell("reboot:a", "{ owner = \"a\", loud = true }"), "\"loud\" means nothing here"},
+	    {cell("reboot:a", "{ owner = \"a\", via = \"q\" }"), "there is no path \"q\""},
+	    {cell("reboot:a", good, ", repaired = " + good), "nothing to repair after reboot:a"},
+	    {cell("power-off:a", good, ", repair = [\"power-off:a\"]"), "an outcome after a repair"},
+	    {cell("reboot:a", good) + ", " + cell("reboot:a", good), "the cell c is there twice"},
+	    {"{ name = \"c\", master = \"c\", inject = [], during = " + good + " }", "\"c\" is no \"master\""}};
+	for (const auto& [cells, problem] : wrong)
 	{
-		const std::string told = problemOfTable(path + row + "\n");
-		EXPECT_TRUE(told.starts_with("line 2 of the expectations: ")) << row << ": " << told;
-		EXPECT_NE(told.find(problem), std::string::npos) << row << ": " << told;
+		const std::string found = problemOfTable(table(path, cells));
+		EXPECT_TRUE(found.starts_with("line 2 of the table: ")) << cells << ": " << found;
+		EXPECT_NE(found.find(problem), std::string::npos) << cells << ": " << found;
 	}
-	EXPECT_NE(problemOfTable("c | a | reboot:a | " + good + " | - | -\n").find("path that is not there: p"),
-	          std::string::npos);
+	EXPECT_NE(problemOfTable(table(path + ", " + path, "")).find("the path p is there twice"), std::string::npos);
+}
+
+TEST(MatrixTable, WhatIsNoTableIsRefused)
+{
+	EXPECT_TRUE(problemOfTable("paths = [\ncells |").starts_with("line 2 of the table: "));
+	const std::string none = "paths = []\ncells = []\n";
+	EXPECT_NE(problemOfTable(none + "chaos = [\"quake\"]\nshort = []").find("no fault \"quake\""), std::string::npos);
+	EXPECT_NE(problemOfTable(none + "chaos = []\nshort = [\"c\"]").find("there is no cell \"c\""), std::string::npos);
+	EXPECT_NE(problemOfTable(none + "chaos = []").find("there is no \"short\""), std::string::npos);
+	EXPECT_NE(problemOfTable(none + "chaos = [1]\nshort = []").find("no list of texts"), std::string::npos);
 	EXPECT_THROW(readExpectations("/no/such/file"), LabError);
 }
 

@@ -15,7 +15,7 @@
 #include "lab/core/Lab.h"
 #include "lab/tables/Expectations.h"
 
-namespace velarix::lab
+namespace velarix::lab::matrix
 {
 
 class ShortMatrix : public testing::TestWithParam<std::string>
@@ -29,7 +29,7 @@ TEST_P(ShortMatrix, EndsAsWrittenDown)
 		GTEST_SKIP() << *problem;
 	}
 	requireLab();
-	MatrixResults results;
+	Results results;
 	results.expectations = readExpectations("");
 	results.cells = chosenCells(results.expectations, {GetParam()});
 	ASSERT_EQ(results.cells.size(), 1U);
@@ -64,7 +64,12 @@ CommandResult matrixWith(const std::string& table, std::vector<std::string> word
 	return tableCommand(table, words);
 }
 
-constexpr const char* anyOther = "chaos | reboot\nshort | wrong/a\n";
+/// A table with one cell whose fault ends the standby's agent.
+std::string tableWith(const std::string& master, const std::string& during, const std::string& fault = "agent-kill:b")
+{
+	return "paths = []\ncells = [ { name = \"wrong/a\", master = \"" + master + "\", inject = [\"" + fault +
+	       "\"], during = " + during + " } ]\nchaos = [\"reboot\"]\nshort = [\"wrong/a\"]\n";
+}
 
 } // namespace
 
@@ -75,8 +80,7 @@ TEST(MatrixProgram, EndsWithOneWhereTheTableIsWrong)
 	{
 		GTEST_SKIP() << *problem;
 	}
-	const CommandResult result =
-	    matrixWith(std::string("wrong/a | a | agent-kill:b | b b b 1 0 - | - | -\n") + anyOther, {});
+	const CommandResult result = matrixWith(tableWith("a", "{ owner = \"b\", moves_max = 1 }"), {});
 	EXPECT_EQ(result.status, 1) << result.output;
 	EXPECT_NE(result.output.find("wrong/a, run 1: fault: owner a, expected b\n"), std::string::npos) << result.output;
 	EXPECT_NE(result.output.find("wrong/a, run 1: fault: programs on a, expected b\n"), std::string::npos);
@@ -84,27 +88,25 @@ TEST(MatrixProgram, EndsWithOneWhereTheTableIsWrong)
 
 TEST(MatrixProgram, TellsInPlainWordsWhatIsWrong)
 {
-	const std::string good = std::string("wrong/a | a | agent-kill:b | a a a 0 0 - | - | -\n") + anyOther;
-	const auto told = [&](const std::vector<std::string>& words)
+	const std::string good = tableWith("a", "{ owner = \"a\" }");
+	const auto outputOf = [&](const std::vector<std::string>& words)
 	{
 		const CommandResult result = matrixWith(good, words);
 		EXPECT_EQ(result.status, 2) << result.output;
 		return result.output;
 	};
-	EXPECT_NE(told({"--only", "earthquake"}).find("earthquake"), std::string::npos);
-	EXPECT_NE(told({"--runs", "0"}).find("--runs"), std::string::npos);
-	EXPECT_NE(told({"--format", "xml"}).find("--format"), std::string::npos);
-	EXPECT_NE(told({"--from", "/no/such/file"}).find("cannot read /no/such/file: No such file or directory"),
-	          std::string::npos);
-	const CommandResult broken = matrixWith("wrong/a | c | agent-kill:b | a a a 0 0 - | - | -\n", {"--list"});
+	EXPECT_NE(outputOf({"--only", "earthquake"}).find("earthquake"), std::string::npos);
+	EXPECT_NE(outputOf({"--runs", "0"}).find("--runs"), std::string::npos);
+	EXPECT_NE(outputOf({"--format", "xml"}).find("--format"), std::string::npos);
+	const CommandResult broken = matrixWith(tableWith("c", "{ owner = \"a\" }"), {"--list"});
 	EXPECT_EQ(broken.status, 2);
-	EXPECT_NE(broken.output.find("line 1 of the expectations: \"c\" is no node"), std::string::npos) << broken.output;
+	EXPECT_NE(broken.output.find("line 2 of the table: \"c\" is no \"master\""), std::string::npos) << broken.output;
 	const CommandResult list = matrixWith(good, {"--list"});
 	EXPECT_TRUE(list.ok()) << list.output;
 	EXPECT_EQ(list.output, "wrong/a\n");
 }
 
-/// One lane, one step: the whole way from the schedule to the report.
+/// One worker, one step: the whole way from the schedule to the report.
 TEST(ChaosProgram, RunsAStepAndTellsIt)
 {
 	if (const std::optional<std::string> problem = namespaceProblem())
@@ -113,11 +115,11 @@ TEST(ChaosProgram, RunsAStepAndTellsIt)
 	}
 	// A take-over on silence may leave the program on both nodes where a loaded machine
 	// starts it slowly, so the fault is one that ends well on any machine.
-	const CommandResult result = tableCommand("x | a | reboot:a | a a a 0 0 - | - | -\nchaos | reboot\nshort | x\n",
-	                                          {"chaos", "--seed", "3", "--steps", "1"});
+	const CommandResult result =
+	    tableCommand(tableWith("a", "{ owner = \"a\" }", "reboot:a"), {"chaos", "--seed", "3", "--steps", "1"});
 	EXPECT_EQ(result.status, 0) << result.output;
-	EXPECT_NE(result.output.find("lane 0, step 1: "), std::string::npos) << result.output;
-	EXPECT_NE(result.output.find("1 steps of faults and healings, "), std::string::npos) << result.output;
+	EXPECT_NE(result.output.find("worker 0, step 1: "), std::string::npos) << result.output;
+	EXPECT_NE(result.output.find("1 steps of faults and repairs, "), std::string::npos) << result.output;
 	EXPECT_NE(result.output.find("the invariants held after every step\n"), std::string::npos) << result.output;
 }
 
@@ -132,4 +134,4 @@ INSTANTIATE_TEST_SUITE_P(Cells, ShortMatrix, testing::ValuesIn(readExpectations(
 	                         return name;
                          });
 
-} // namespace velarix::lab
+} // namespace velarix::lab::matrix

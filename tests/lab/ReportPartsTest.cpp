@@ -1,5 +1,4 @@
-/// What the reports of many pairs are made of: tables, whole files, and reports
-/// that are read again.
+/// What the reports of many pairs are made of: aligned columns and whole files.
 
 #include <filesystem>
 
@@ -7,10 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "lab/campaigns/matrix/Report.h"
 #include "lab/core/Files.h"
 #include "lab/core/Lab.h"
-#include "lab/tables/Table.h"
+#include "lab/core/TextTable.h"
 
 namespace velarix::lab
 {
@@ -51,28 +49,6 @@ std::string messageOf(const std::function<void()>& call)
 	}
 }
 
-Expectations oneCell()
-{
-	return parseExpectations("path | asked | 2*beat | 2*count+wait | line | takes over: the partner asks\n"
-	                         "kill/a | a | program-kill:a | b owner owner 1 0 asked | - | - | a note\n"
-	                         "kill/b | b | program-kill:b | a owner owner 1 0 asked | - | -\n"
-	                         "chaos | reboot\n"
-	                         "short | kill/a\n");
-}
-
-RunRecord runOf(const std::string& cell)
-{
-	RunRecord record;
-	record.cell = cell;
-	record.run = 1;
-	record.legs.resize(1);
-	record.legs[0].outage = Millis(12345);
-	record.legs[0].owner = "b";
-	record.legs[0].steady = true;
-	record.differences = {"fault: something"};
-	return record;
-}
-
 } // namespace
 
 TEST(Tables, AlignColumnsAndLeaveNoBlanksAtTheEnd)
@@ -80,14 +56,6 @@ TEST(Tables, AlignColumnsAndLeaveNoBlanksAtTheEnd)
 	EXPECT_EQ(aligned({"a", "long title"}, {{"longer", "x"}, {"", "y"}}), "a       long title\n"
 	                                                                      "longer  x\n"
 	                                                                      "        y\n");
-	EXPECT_EQ(markdownTable({"a", "b"}, {{"1", "2"}}), "| a | b |\n|---|---|\n| 1 | 2 |\n");
-}
-
-TEST(Tables, TallyCountsOnlyWhereValuesDiffer)
-{
-	EXPECT_EQ(tally({}), "-");
-	EXPECT_EQ(tally({"b", "b"}), "b");
-	EXPECT_EQ(tally({"b", "a", "b"}), "a 1, b 2");
 }
 
 TEST(Files, AreReadAndWrittenWhole)
@@ -104,36 +72,6 @@ TEST(Files, AreReadAndWrittenWhole)
 	EXPECT_EQ(messageOf([&] { writeFile(folder.file("no/such/place"), "x"); }),
 	          "cannot write " + folder.file("no/such/place").string() + ": No such file or directory");
 	EXPECT_EQ(messageOf([] { writeFile("/dev/full", "x"); }), "cannot write /dev/full: No space left on device");
-}
-
-TEST(ReportRead, AgainSaysTheSameInEveryForm)
-{
-	MatrixResults results;
-	results.expectations = oneCell();
-	results.cells = chosenCells(results.expectations, {"kill/a"});
-	results.times.pair.interval = 3;
-	results.times.slack = Millis(777);
-	results.seed = 18446744073709551615U;
-	results.jobs = 9;
-	results.machine = "a machine of the past";
-	results.records = {runOf("kill/a")};
-	const MatrixResults copy = matrixFrom(toJson(results), oneCell());
-	EXPECT_EQ(toJson(copy), toJson(results));
-	EXPECT_EQ(toText(copy), toText(results));
-	EXPECT_EQ(toMarkdown(copy), toMarkdown(results));
-	EXPECT_NE(toText(copy).find("a machine of the past"), std::string::npos);
-}
-
-TEST(ReportRead, ForeignTextsAndUnknownCellsAreRefused)
-{
-	EXPECT_NE(messageOf([] { matrixFrom("{}", oneCell()); }).find("this is no report of a matrix: "),
-	          std::string::npos);
-	EXPECT_NE(messageOf([] { matrixFrom("nonsense", oneCell()); }).find("this is no report of a matrix: "),
-	          std::string::npos);
-	MatrixResults results;
-	results.records = {runOf("earthquake")};
-	EXPECT_EQ(messageOf([&] { matrixFrom(toJson(results), oneCell()); }),
-	          "the table of expectations has no cell \"earthquake\"");
 }
 
 } // namespace velarix::lab

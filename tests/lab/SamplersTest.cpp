@@ -32,7 +32,7 @@ Millis outageSince(Lab& lab, Millis since)
 {
 	std::this_thread::sleep_for(Millis(1000));
 	const Millis now = lab.clock().now();
-	return longestWith(lab.timeline().intervals(serviceLane, now), {"none"}, since, now);
+	return longestWith(lab.timeline().intervals(serviceTrack, now), {"none"}, since, now);
 }
 
 } // namespace

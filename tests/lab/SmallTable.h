@@ -4,13 +4,14 @@
 namespace velarix::lab
 {
 
-inline constexpr const char* smallTable =
-    "path | asked | 2*beat | 2*count+wait | line | takes over: the partner asks # why\n"
-    "\n"
-    "kill/a | a | program-kill:a | b owner owner 1 0 asked | - | - | a note\n"
-    "cut | a | communication-cut | a+b any a+b * * * log=differs "
-    "| communication-cut | a a a 1 two -\n"
-    "chaos | reboot deaf\n"
-    "short | cut\n";
+inline constexpr const char* smallTable = R"(
+paths = [ { name = "asked", before = "2*beat", after = "2*count+wait", decision = "takes over: the partner asks" } ] # why
+cells = [
+  { name = "kill/a", master = "a", inject = ["program-kill:a"], during = { owner = "b", answer = "owner", programs = "owner", moves_max = 1, via = "asked" }, note = "a note" },
+  { name = "cut", master = "a", inject = ["communication-cut"], during = { owner = "a+b", moves_max = inf, split_brain_max = "for good", via = "unbounded", log_differs = true }, repaired = { owner = "a", moves_max = 1, split_brain_max = "two" } },
+]
+chaos = ["reboot", "deaf"]
+short = ["cut"]
+)";
 
 } // namespace velarix::lab

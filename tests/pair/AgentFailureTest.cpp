@@ -28,7 +28,7 @@ TEST_F(AgentFailure, FrozenMasterKeepsTheServiceAndGoesOn)
 	lab().inject({FaultKind::agentFrozen, HostId::a});
 	ASSERT_TRUE(waitForAction(HostId::b, staysStandby, frozen));
 	expectNodeAServedThroughout(frozen);
-	lab().heal({FaultKind::agentFrozen, HostId::a});
+	lab().repair({FaultKind::agentFrozen, HostId::a});
 	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit));
 	expectNodeAServedThroughout(frozen);
 	EXPECT_EQ(lab().role(HostId::a), "master");
@@ -47,7 +47,7 @@ TEST_F(AgentFailure, KilledMasterKeepsTheServiceUntilItIsStartedAgain)
 	// A start begins clean: it drops the address and the programs, then the
 	// election gives them back.
 	const Millis started = lab().clock().now();
-	lab().heal({FaultKind::agentKilled, HostId::a});
+	lab().repair({FaultKind::agentKilled, HostId::a});
 	ASSERT_TRUE(waitForAction(HostId::a, "starts clean", started));
 	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit));
 	EXPECT_EQ(heldBy("b", started) + heldBy("a+b", started), Millis(0));

@@ -22,7 +22,7 @@ TEST_F(Communication, MastersCardUnpluggedWhileTheGatewayIsThere)
 	EXPECT_EQ(heldBy("a+b", pulled), Millis(0));
 
 	const Millis plugged = lab().clock().now();
-	lab().heal({FaultKind::communicationCardPulled, HostId::a});
+	lab().repair({FaultKind::communicationCardPulled, HostId::a});
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	EXPECT_EQ(lab().role(HostId::a), "slave");
 	EXPECT_EQ(heldBy("none", plugged) + heldBy("a", plugged) + heldBy("a+b", plugged), Millis(0));
@@ -36,7 +36,7 @@ TEST_F(Communication, CutBetweenTheNodesGivesTwoOwnersUntilItIsJoined)
 	lab().inject({FaultKind::communicationCut});
 	ASSERT_TRUE(waitFor([&] { return lab().owners() == "a+b"; }, moveLimit, "both nodes to hold the address",
 	                    [&] { return lab().stateText(); }));
-	lab().heal({FaultKind::communicationCut});
+	lab().repair({FaultKind::communicationCut});
 	// Two masters that hear each other go back to the roles that are set.
 	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit));
 	EXPECT_EQ(lab().role(HostId::a), "master");
@@ -52,7 +52,7 @@ TEST_F(Communication, WithoutGatewayNothingIsSteadyAndWithItOneOwner)
 	ASSERT_TRUE(waitForAction(HostId::a, "the gateway does not answer", gone));
 	ASSERT_TRUE(waitFor([&] { return heldBy("none", gone) > Millis(0); }, moveLimit, "the master to give up",
 	                    [&] { return lab().stateText(); }));
-	lab().heal({FaultKind::gatewayGone});
+	lab().repair({FaultKind::gatewayGone});
 	std::string owner;
 	ASSERT_TRUE(waitFor(
 	    [&]

@@ -12,7 +12,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "lab/core/LogLine.h"
+#include "lab/core/LogMeaning.h"
 #include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
@@ -95,7 +95,7 @@ int tryToShareHeartbeatPort(const Host& host, const char* address)
 	inNetworkOf(host,
 	            [&]
 	            {
-		            const UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+		            const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
 		            const int on = 1;
 		            ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEPORT, &on, sizeof on);
 		            sockaddr_in wanted{};
@@ -126,9 +126,9 @@ void Election::expectPidFileAndFarewell()
 {
 	for (const HostId id : nodes)
 	{
-		const std::optional<ProcessEntry> agent = lab().node(id).agent();
+		const std::optional<Process> agent = lab().node(id).agent();
 		ASSERT_TRUE(agent);
-		EXPECT_EQ(contentOf(lab().node(id).file(plan::pidFile)), std::to_string(agent->pidInHost));
+		EXPECT_EQ(contentOf(lab().node(id).file(plan::pidFile)), std::to_string(agent->pidInside));
 		EXPECT_TRUE(contentOf(lab().node(id).file(plan::consoleFile)).starts_with("Good Bye!!! [fork parent]\r\n"));
 	}
 }
@@ -141,6 +141,7 @@ void Election::expectLogLayout(HostId node)
 	                                          "ProcessChecker", "Utill",  "Configuraion", "QuorinINI"};
 	const std::string pid = contentOf(lab().node(node).file(plan::pidFile));
 	std::size_t matches = 0;
+	inspect::LogClock clock;
 	for (const std::string& line : linesOf(lab().node(node).file(plan::logFile)))
 	{
 		std::smatch parts;
@@ -152,7 +153,7 @@ void Election::expectLogLayout(HostId node)
 		EXPECT_EQ(parts[1], pid) << line;
 		EXPECT_TRUE(labels.contains(parts[2])) << line;
 		EXPECT_NE(std::string("DIE").find(parts[3]), std::string::npos) << line;
-		EXPECT_TRUE(parseLogLine(line)) << line;
+		EXPECT_TRUE(inspect::parseHead(line, clock)) << line;
 		++matches;
 	}
 	EXPECT_GT(matches, 50U);
@@ -162,7 +163,7 @@ void Election::expectLogLayout(HostId node)
 void Election::expectOnlyStandardStreamsInherited()
 {
 	const pid_t init = lab().node(HostId::a).host().pid();
-	const std::vector<ProcessEntry> services = processesNamed(init, plan::serviceProgramName);
+	const std::vector<Process> services = processesNamed(init, plan::serviceProgramName);
 	ASSERT_EQ(services.size(), 1U);
 	std::vector<std::string> foreign;
 	// A connection that ends between two looks is none of its port for a moment.
@@ -179,9 +180,9 @@ void Election::expectOnlyStandardStreamsInherited()
 	const std::string listing = contentOf(lab().node(HostId::a).file("/run/descriptors"));
 	EXPECT_EQ(listing, "0\n1\n2\n3\n");
 
-	const std::vector<ProcessEntry> shells = processesNamed(init, "sh");
+	const std::vector<Process> shells = processesNamed(init, "sh");
 	EXPECT_FALSE(shells.empty()) << "the announcing loop of the start command should run";
-	for (const ProcessEntry& shell : shells)
+	for (const Process& shell : shells)
 	{
 		EXPECT_LE(descriptorsOf(shell.pid).size(), 3U) << joined(descriptorsOf(shell.pid));
 	}
@@ -210,10 +211,11 @@ void Election::expectHeartbeatPortNotShared()
 /// the address was there when the log says that it waits for its answer.
 void Election::expectTimelineToAgreeWithLog(HostId node)
 {
-	std::vector<LogLine> log;
+	std::vector<inspect::LogLine> log;
+	inspect::LogClock clock;
 	for (const std::string& text : linesOf(lab().node(node).file(plan::logFile)))
 	{
-		if (std::optional<LogLine> line = parseLogLine(text))
+		if (std::optional<inspect::LogLine> line = inspect::parseHead(text, clock))
 		{
 			log.push_back(std::move(*line));
 		}
@@ -222,9 +224,9 @@ void Election::expectTimelineToAgreeWithLog(HostId node)
 	{
 		const auto wall = lab().clock().wallAt(at);
 		return std::any_of(log.begin(), log.end(),
-		                   [&](const LogLine& line) {
+		                   [&](const inspect::LogLine& line) {
 			                   return fits(line) &&
-			                          std::chrono::abs(line.time - wall) < std::chrono::milliseconds(1000);
+			                          std::chrono::abs(*line.time - wall) < std::chrono::milliseconds(1000);
 		                   });
 	};
 	for (const Event& event : lab().timeline().events())
@@ -232,7 +234,7 @@ void Election::expectTimelineToAgreeWithLog(HostId node)
 		if (event.kind == EventKind::role && event.host == node && (event.text == "master" || event.text == "slave"))
 		{
 			EXPECT_TRUE(near(event.at,
-			                 [&](const LogLine& line)
+			                 [&](const inspect::LogLine& line)
 			                 {
 				                 const LogMeaning* meaning = meaningOf(line);
 				                 return meaning != nullptr && meaning->role != nullptr && event.text == meaning->role;
@@ -241,7 +243,7 @@ void Election::expectTimelineToAgreeWithLog(HostId node)
 		}
 		if (event.kind == EventKind::address && event.text == nameOf(node))
 		{
-			EXPECT_TRUE(near(event.at, [](const LogLine& line) { return line.text.starts_with("set virtual ip..."); }))
+			EXPECT_TRUE(near(event.at, [](const inspect::LogLine& line) { return line.text.starts_with("set virtual ip..."); }))
 			    << toText(event);
 		}
 	}

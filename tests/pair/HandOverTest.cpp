@@ -37,7 +37,7 @@ TEST_F(HandOver, ProgramKilledThenServiceCardUnplugged)
 	EXPECT_EQ(heldBy("a+b", pulled), Millis(0));
 
 	const Millis plugged = lab().clock().now();
-	lab().heal({FaultKind::serviceCardPulled, HostId::b});
+	lab().repair({FaultKind::serviceCardPulled, HostId::b});
 	ASSERT_TRUE(settledOn(HostId::a));
 	EXPECT_EQ(heldBy("none", plugged) + heldBy("b", plugged) + heldBy("a+b", plugged), Millis(0));
 }

@@ -18,7 +18,7 @@ TEST_F(HostileLog, LineFeedsMakeEventsTellOfWhatHasNotHappened)
 	const auto events = [&] { return ctl(HostId::a, {"events"}, moveLimit).output; };
 	const std::string before = events();
 	ASSERT_EQ(before.find("agent-ended"), std::string::npos) << before;
-	const std::optional<ProcessEntry> agent = lab().node(HostId::a).agent();
+	const std::optional<Process> agent = lab().node(HostId::a).agent();
 	ASSERT_TRUE(agent);
 
 	Attacker attacker(lab(), {"line-feeds", "", HostId::a});

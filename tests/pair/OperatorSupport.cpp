@@ -15,14 +15,14 @@ nlohmann::json OperatorTest::status(HostId node)
 }
 
 bool OperatorTest::waitForStatus(HostId node, const std::string& what,
-                                 const std::function<bool(const nlohmann::json&)>& wished, Millis limit)
+                                 const std::function<bool(const nlohmann::json&)>& filtered, Millis limit)
 {
 	nlohmann::json last;
 	return waitFor(
 	    [&]
 	    {
 		    last = status(node);
-		    return wished(last);
+		    return filtered(last);
 	    },
 	    limit, std::string("the status of node ") + nameOf(node) + " to tell " + what, [&] { return last.dump(); });
 }

@@ -135,7 +135,7 @@ TEST_F(Operator, KnowsThatASlaveWithoutItsCommunicationCardTakesNothingOver)
 	                          [](const nlohmann::json& b)
 	                          { return b["cards"]["eth1"]["value"] == false && b["fail_over"]["works"] == false; }));
 	EXPECT_GE(ctl(HostId::b, {"nagios"}).status, 1);
-	lab().heal({FaultKind::communicationCardPulled, HostId::b});
+	lab().repair({FaultKind::communicationCardPulled, HostId::b});
 	EXPECT_TRUE(waitUntilReady());
 }
 

@@ -20,8 +20,8 @@ protected:
 	/// @return what `status --json` prints there
 	nlohmann::json status(HostId node);
 
-	/// Waits until the node's status, as JSON, is as wished.
-	bool waitForStatus(HostId node, const std::string& what, const std::function<bool(const nlohmann::json&)>& wished,
+	/// Waits until the node's status, as JSON, is as filtered.
+	bool waitForStatus(HostId node, const std::string& what, const std::function<bool(const nlohmann::json&)>& filtered,
 	                   Millis limit = moveLimit);
 
 	/// Waits until a fail-over would work on both nodes.

@@ -84,13 +84,13 @@ bool PairTest::waitForAction(HostId node, const std::string& action, Millis sinc
 Millis PairTest::heldBy(const std::string& owners, Millis since)
 {
 	const Millis now = lab().clock().now();
-	return timeWith(lab().timeline().intervals(addressLane, now), {owners}, since, now);
+	return timeWith(lab().timeline().intervals(addressTrack, now), {owners}, since, now);
 }
 
 Millis PairTest::outageSince(Millis since)
 {
 	const Millis now = lab().clock().now();
-	return longestWith(lab().timeline().intervals(serviceLane, now), {"none"}, since, now);
+	return longestWith(lab().timeline().intervals(serviceTrack, now), {"none"}, since, now);
 }
 
 std::vector<std::string> linesOf(const std::filesystem::path& path)

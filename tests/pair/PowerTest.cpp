@@ -25,7 +25,7 @@ TEST_F(Power, MasterHostDiesAndComesBackAsStandby)
 
 	// The service is not moved back: a returning node that hears a master stays standby.
 	const Millis on = lab().clock().now();
-	lab().heal({FaultKind::powerOff, HostId::a});
+	lab().repair({FaultKind::powerOff, HostId::a});
 	ASSERT_TRUE(waitFor([&] { return lab().role(HostId::a) == "slave"; }, moveLimit, "node a to be on standby",
 	                    [&] { return lab().stateText(); }));
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
@@ -47,7 +47,7 @@ TEST_F(Power, StandbyHostDiesAndTheMasterIsNotConcerned)
 	// Three silences of the master, during which it has no reason to act.
 	ASSERT_TRUE(waitFor([&] { return lab().clock().now() - off > Millis(10000); }, Millis(20000), "ten seconds alone"));
 	EXPECT_EQ(lab().role(HostId::a), "master");
-	lab().heal({FaultKind::powerOff, HostId::b});
+	lab().repair({FaultKind::powerOff, HostId::b});
 	ASSERT_TRUE(waitFor([&] { return lab().role(HostId::b) == "slave"; }, moveLimit, "node b to be on standby",
 	                    [&] { return lab().stateText(); }));
 	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit));

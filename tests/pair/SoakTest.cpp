@@ -4,7 +4,7 @@
 
 #include "PairTest.h"
 #include "lab/campaigns/soak/AgentSampler.h"
-#include "lab/campaigns/soak/SoakRun.h"
+#include "lab/campaigns/soak/Run.h"
 
 namespace velarix::lab
 {
@@ -13,13 +13,13 @@ namespace
 {
 
 /// The series has samples, some of them neighbours at rest, and figures that can be true.
-void expectSeen(const SoakSeries& series)
+void expectSeen(const soak::Series& series)
 {
 	SCOPED_TRACE(nodeText(series.node));
 	EXPECT_EQ(series.ended, "");
 	EXPECT_GE(series.samples.size(), 5U);
 	const auto kept = std::count_if(series.samples.begin(), series.samples.end(),
-	                                [](const SoakSample& sample) { return sample.kept.has_value(); });
+	                                [](const soak::Sample& sample) { return sample.kept.has_value(); });
 	EXPECT_GE(kept, 2);
 	ASSERT_FALSE(series.samples.empty());
 	EXPECT_GT(series.samples.back().ownKib, 500);
@@ -35,7 +35,7 @@ TEST(Soak, HalfAMinuteWithADeadProgramLeavesNothingBehind)
 	{
 		GTEST_SKIP() << *problem;
 	}
-	SoakOptions options;
+	soak::Options options;
 	options.kinds = {FaultKind::programKilled};
 	options.seed = 3;
 	options.duration = Millis(30000);
@@ -47,8 +47,8 @@ TEST(Soak, HalfAMinuteWithADeadProgramLeavesNothingBehind)
 	options.bounds.ownKibPerHour = 1024;
 	options.bounds.rssKibPerHour = 4096;
 	std::vector<std::string> told;
-	const SoakResults results = runSoak(options, [&](const std::string& line) { told.push_back(line); });
-	EXPECT_EQ(crossingsOf(results), std::vector<std::string>{}) << toText(results);
+	const soak::Results results = runSoak(options, [&](const std::string& line) { told.push_back(line); });
+	EXPECT_EQ(soak::crossingsOf(results), std::vector<std::string>{}) << toText(results);
 	ASSERT_EQ(results.series.size(), 2U) << toText(results);
 	expectSeen(results.series[0]);
 	expectSeen(results.series[1]);
@@ -62,7 +62,7 @@ using SoakSampler = PairTest;
 TEST_F(SoakSampler, TellsWhatIsKeptAfterFiveLooksAtRest)
 {
 	PAIR_OR_RETURN(startPair());
-	AgentSampler sampler(lab());
+	soak::AgentSampler sampler(lab());
 	const auto keptAfter = [&](int looks, bool atRest)
 	{
 		for (int look = 0; look < looks; ++look)

@@ -3,10 +3,9 @@
 //
 //   velarix-bench-check PROCESSES [options of Google Benchmark]
 //
-// Contenders are named NAME/PROGRAMS: "agent", "earlier" (the agent's check as it
-// was), "floor", "streams", "pgrep" and "pidof", and the tools once more with nobody
-// to look at ("pgrep-alone", "pidof-alone"). What the second takes less than the
-// first is the tool's own scan.
+// Contenders are named NAME/PROGRAMS: "agent", "floor", "streams", "pgrep" and "pidof",
+// and the tools once more with nobody to look at ("pgrep-alone", "pidof-alone"). What
+// the second takes less than the first is the tool's own scan.
 
 #include <cstdlib>
 #include <fstream>
@@ -17,7 +16,6 @@
 #include <benchmark/benchmark.h>
 
 #include "CpuTime.h"
-#include "EarlierCheck.h"
 #include "Floor.h"
 #include "Host.h"
 #include "RunBenchmarks.h"
@@ -118,7 +116,6 @@ void registerAll(long processes)
 	{
 		compareAnswers(programs, crowd);
 		contend("agent", programs, [] { return Utill::isProcessRunning(OBSERVATION_MODE_1); });
-		contend("earlier", programs, [] { return earlierCheck(); });
 		contendWithTool("pgrep", programs, pgrepWords(programs), crowd, alone);
 		contendWithTool("pidof", programs, pidofWords(programs), crowd, alone);
 	}

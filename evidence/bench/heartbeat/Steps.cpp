@@ -5,8 +5,6 @@
 #include <memory>
 #include <stdexcept>
 
-#include <Poco/Exception.h>
-#include <Poco/File.h>
 #include <Poco/Net/SocketAddress.h>
 #include <Poco/Net/StreamSocket.h>
 #include <Poco/Timespan.h>
@@ -141,27 +139,6 @@ void logEchoedLine()
 	velarixLog->debug(kSource, 124, "beat sent[%s]:%s", g_node->location.c_str(), kHeartbeat);
 }
 
-/// The file's type used to be asked for each time before the record was read.
-void lookAtType()
-{
-	if (Poco::File(velarix::kRunInfoPath).isDirectory())
-	{
-		throw Poco::OpenFileException(velarix::kRunInfoPath);
-	}
-}
-
-void composeEarlier()
-{
-	lookAtType();
-	compose();
-}
-
-void rewriteRecordEarlier()
-{
-	lookAtType();
-	rewriteRecord();
-}
-
 Lines linesOfReceiving()
 {
 	partnerSends();
@@ -240,9 +217,7 @@ std::vector<Step> makeSteps()
 	const Lines sent = linesOfSending();
 	const Lines recorded = bare::linesOf(rewriteRecord);
 	std::vector<Step> steps;
-	steps.push_back(
-	    {"compose",
-	     {{"agent", compose}, {"library", [] { bare::compose(velarix::kRunInfoPath); }}, {"earlier", composeEarlier}}});
+	steps.push_back({"compose", {{"agent", compose}, {"library", [] { bare::compose(velarix::kRunInfoPath); }}}});
 	const auto bareSend = [sent](bare::Log& log) { bare::send(velarix::kRunInfoPath, log, sent); };
 	steps.push_back({"send", threeOf(sendHeartbeat, bareSend), {}, partnerReceives});
 	for (Step& step : stepsOfReceiver())
@@ -252,9 +227,7 @@ std::vector<Step> makeSteps()
 	steps.push_back(logStep("log", logLine));
 	steps.push_back(logStep("log-echoed", logEchoedLine));
 	const auto bareRecord = [recorded](bare::Log& log) { bare::rewriteRecord(velarix::kRunInfoPath, log, recorded); };
-	std::vector<Contender> ofRecord = threeOf(rewriteRecord, bareRecord);
-	ofRecord.push_back({"earlier", rewriteRecordEarlier});
-	steps.push_back({"record", std::move(ofRecord)});
+	steps.push_back({"record", threeOf(rewriteRecord, bareRecord)});
 	const Lines looked = bare::linesOf(lookAtCard);
 	const auto bareLook = [looked](bare::Log& log) { bare::command("cat /sys/class/net/eth1/carrier", log, looked); };
 	steps.push_back({"card", threeOf(lookAtCard, bareLook), {}, {}, 1});

@@ -8,7 +8,7 @@
 
 /// "agent"; "library": the bare calls with the agent's echo of its lines on the console;
 /// "library-quiet": without that echo, where there is one; "file-channel": of a line
-/// that is ready as it stands in the file; "earlier": the agent before it was made faster.
+/// that is ready as it stands in the file.
 struct Contender
 {
 	std::string name;

@@ -31,7 +31,7 @@ long timesReceived(const AttackParameters& parameters)
 /// Says the payload and a farewell. Many a connection is reset unread: the node drops
 /// those that wait when it has served one.
 /// @return true when the node has answered the farewell with its own
-bool isServed(const UniqueFd& connection, const std::string& payload, AttackTally& tally)
+bool isServed(const Descriptor& connection, const std::string& payload, AttackTally& tally)
 {
 	constexpr int answerMs = 15000; // a node that starts its programs takes its time
 	pollfd watched{connection.get(), POLLIN, 0};
@@ -48,7 +48,7 @@ void sendOnce(const AttackParameters& parameters, AttackTally& tally, const std:
 	const LabClock clock;
 	while (!parameters.stop && clock.now() < Millis(45000))
 	{
-		const UniqueFd connection = connectTo(heartbeatPortOf(parameters), handshakeLimit, tally, from);
+		const Descriptor connection = connectTo(heartbeatPortOf(parameters), handshakeLimit, tally, from);
 		if (connection && isServed(connection, parameters.payload, tally) && timesReceived(parameters) > before)
 		{
 			break;
@@ -65,7 +65,7 @@ void forged(const AttackParameters& parameters, AttackTally& tally)
 
 void forgedOverService(const AttackParameters& parameters, AttackTally& tally)
 {
-	sendOnce(parameters, tally, plan::strangerServiceAddress);
+	sendOnce(parameters, tally, plan::attackerServiceAddress);
 }
 
 /// On one connection, each when the one before has been read: the receiver pauses
@@ -75,7 +75,7 @@ void repeated(const AttackParameters& parameters, AttackTally& tally)
 	constexpr long wanted = 4;
 	const long before = timesReceived(parameters);
 	const LabClock clock;
-	UniqueFd connection;
+	Descriptor connection;
 	while (!parameters.stop && tally.received < wanted && clock.now() < Millis(45000))
 	{
 		if (!connection)
@@ -96,7 +96,7 @@ void pretend(const AttackParameters& parameters, AttackTally& tally)
 	const std::string payload = forgedHeartbeat("1", "1", "0");
 	while (!parameters.stop)
 	{
-		const UniqueFd connection = connectTo(heartbeatPortOf(parameters), connectLimit, tally);
+		const Descriptor connection = connectTo(heartbeatPortOf(parameters), connectLimit, tally);
 		if (connection)
 		{
 			sendPayload(connection, payload, tally);

@@ -40,8 +40,7 @@ struct Case
 {
 	std::string name; ///< attack / target / role of the target
 	std::string attack;
-	std::string
-	    detail; ///< of forged heartbeats: the fields; of "replay": whose heartbeat; of ICMP: see sourcesNamed
+	std::string detail; ///< of forged heartbeats: the fields; of "replay": whose heartbeat; of ICMP: see sourcesNamed
 	HostId master = HostId::a;
 	HostId target = HostId::a;
 	std::optional<Fault> event;      ///< comes while the attack goes on

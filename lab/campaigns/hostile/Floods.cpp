@@ -25,7 +25,7 @@ constexpr Millis floodLimit{900000};
 /// Many connections after each other, from several threads, until what is counted
 /// comes to `wanted`, or as many were tried in vain.
 void flood(const AttackParameters& parameters, AttackTally& tally, const std::atomic<long>& counted, long wanted,
-           const std::function<void(UniqueFd& connection, std::mt19937_64& random)>& visit)
+           const std::function<void(Descriptor& connection, std::mt19937_64& random)>& visit)
 {
 	const LabClock clock;
 	const auto goesOn = [&]
@@ -42,7 +42,7 @@ void flood(const AttackParameters& parameters, AttackTally& tally, const std::at
 			    std::mt19937_64 random(parameters.seed * 1000 + number);
 			    while (goesOn())
 			    {
-				    UniqueFd connection = connectTo(heartbeatPortOf(parameters), connectLimit, tally);
+				    Descriptor connection = connectTo(heartbeatPortOf(parameters), connectLimit, tally);
 				    connection ? visit(connection, random) : std::this_thread::sleep_for(Millis(5));
 			    }
 		    });
@@ -66,14 +66,14 @@ long readsOf(const std::string& payload)
 	return static_cast<long>((payload.size() + 255) / 256);
 }
 
-bool isDropped(const UniqueFd& connection)
+bool isDropped(const Descriptor& connection)
 {
 	pollfd watched{connection.get(), POLLRDHUP, 0};
 	return ::poll(&watched, 1, 0) != 0;
 }
 
 /// Waits for it, unless the target drops the connection unread.
-bool isReadByTarget(const AttackParameters& parameters, const UniqueFd& connection, long wanted)
+bool isReadByTarget(const AttackParameters& parameters, const Descriptor& connection, long wanted)
 {
 	const LabClock clock;
 	bool read = false;
@@ -105,14 +105,14 @@ sockaddr_in heartbeatPortOf(const AttackParameters& parameters)
 void sendRandom(const AttackParameters& parameters, AttackTally& tally)
 {
 	flood(parameters, tally, tally.messages, parameters.count,
-	      [&](UniqueFd& connection, std::mt19937_64& numbers)
+	      [&](Descriptor& connection, std::mt19937_64& numbers)
 	      { sendPayload(connection, randomPayload(numbers), tally); });
 }
 
 void connectAndReset(const AttackParameters& parameters, AttackTally& tally)
 {
 	flood(parameters, tally, tally.connections, resetsOf(parameters.count),
-	      [&](UniqueFd& connection, std::mt19937_64& numbers)
+	      [&](Descriptor& connection, std::mt19937_64& numbers)
 	      {
 		      sendPayload(connection, randomPayload(numbers).substr(0, numbers() % 40), tally);
 		      resetConnection(connection);
@@ -127,7 +127,7 @@ void sendRandomOneByOne(const AttackParameters& parameters, AttackTally& tally)
 	const LabClock clock;
 	const long wanted = readOnesOf(parameters.count);
 	long readWhole = 0;
-	UniqueFd connection;
+	Descriptor connection;
 	const auto limit = [&] { return tally.connections > 0 ? floodLimit : Millis(30000); };
 	while (readWhole < wanted && !parameters.stop && clock.now() < limit())
 	{
@@ -185,7 +185,7 @@ void sendBurst(const AttackParameters& parameters, AttackTally& tally)
 	const LabClock clock;
 	while (!parameters.stop && tally.received == 0 && clock.now() < Millis(45000))
 	{
-		UniqueFd connection = connectTo(heartbeatPortOf(parameters), handshakeLimit, tally);
+		Descriptor connection = connectTo(heartbeatPortOf(parameters), handshakeLimit, tally);
 		const bool sent = connection && sendPayload(connection, std::string(16384, '~'), tally);
 		connection.reset();
 		for (int look = 0; sent && look < 40 && tally.received == 0 && !parameters.stop; ++look)
@@ -220,7 +220,7 @@ void scanBySyn(const AttackParameters& parameters, AttackTally& tally)
 	for (int port = 1; port <= highestPort && !parameters.stop; ++port)
 	{
 		target.sin_port = htons(static_cast<std::uint16_t>(port));
-		sender.sendSyn(target, socketAddress(plan::strangerAddress, 41000 + port % 20000), tally);
+		sender.sendSyn(target, socketAddress(plan::attackerAddress, 41000 + port % 20000), tally);
 		std::this_thread::sleep_for(Millis(port % 100 == 0 ? 10 : 0));
 	}
 }

@@ -120,7 +120,7 @@ std::string payloadOf(const std::string& segment)
 /// Reads the frames of an interface until `wanted` is content with one.
 bool capture(const std::string& interface, Millis limit, const std::function<bool(const std::string& frame)>& wanted)
 {
-	const UniqueFd socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
+	const Descriptor socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL)));
 	sockaddr_ll place{};
 	place.sll_family = AF_PACKET;
 	place.sll_protocol = htons(ETH_P_ALL);
@@ -153,7 +153,7 @@ using HardwareAddress = std::array<std::uint8_t, 6>;
 /// Makes the kernel ask for the address, and reads its ARP cache.
 std::optional<HardwareAddress> hardwareOf(const std::string& interface, const std::string& address)
 {
-	const UniqueFd socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+	const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 	const sockaddr_in to = socketAddress(address, 9);
 	::sendto(socket.get(), "", 0, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
 	HardwareAddress found{};

@@ -30,7 +30,7 @@ public:
 	              AttackTally& tally);
 
 private:
-	UniqueFd m_socket;
+	Descriptor m_socket;
 
 	void send(const void* packet, std::size_t size, in_addr_t to, AttackTally& tally);
 };
@@ -47,7 +47,7 @@ public:
 	void claim(const std::string& address, AttackTally& tally);
 
 private:
-	UniqueFd m_socket;
+	Descriptor m_socket;
 	int m_index = 0;
 	std::string m_victim;
 	std::array<std::uint8_t, 6> m_own{};

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/core/Basics.h"
-#include "lab/tables/Table.h"
+#include "lab/core/TextTable.h"
 
 namespace velarix::lab::hostile
 {

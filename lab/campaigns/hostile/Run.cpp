@@ -4,11 +4,10 @@
 #include <memory>
 #include <thread>
 
+#include "lab/campaigns/Jitter.h"
+#include "lab/campaigns/Observe.h"
 #include "lab/campaigns/hostile/Attacker.h"
 #include "lab/campaigns/hostile/Judge.h"
-#include "lab/campaigns/matrix/CellRun.h"
-#include "lab/campaigns/matrix/Moment.h"
-#include "lab/campaigns/matrix/Observe.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 #include "lab/core/ProcessTable.h"
@@ -139,7 +138,7 @@ void runInLab(Lab& lab, const Plan& plan, Record& record)
 
 } // namespace
 
-Observation observationOf(const LegRecord& seen)
+Observation observationOf(const PhaseRecord& seen)
 {
 	Observation observation;
 	observation.owner = seen.owner;
@@ -147,7 +146,7 @@ Observation observationOf(const LegRecord& seen)
 	observation.outageMs = seen.outage.count();
 	observation.outageOpen = seen.outageOpen;
 	observation.noAnswerMs = seen.noAnswer.count();
-	observation.duplicateMs = seen.twoOwners.count();
+	observation.duplicateMs = seen.splitBrain.count();
 	observation.moves = seen.moves;
 	observation.ended = seen.ended;
 	return observation;
@@ -176,7 +175,7 @@ PairSnapshot snapshotOf(Lab& lab)
 	{
 		for (const HostId node : nodes)
 		{
-			const std::optional<ProcessEntry> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
+			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
 			if (agent)
 			{
 				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);

@@ -4,11 +4,11 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "lab/campaigns/Record.h"
+#include "lab/campaigns/Times.h"
 #include "lab/campaigns/hostile/CaseTable.h"
 #include "lab/campaigns/hostile/Received.h"
 #include "lab/campaigns/hostile/Record.h"
-#include "lab/campaigns/matrix/MatrixTimes.h"
-#include "lab/campaigns/matrix/Record.h"
 #include "lab/core/Lab.h"
 
 namespace velarix::lab::hostile
@@ -18,7 +18,7 @@ struct Plan
 {
 	Case cell;
 	Mitigation mitigation = Mitigation::none;
-	MatrixTimes times{};
+	CampaignTimes times{};
 	std::uint64_t seed = 1;
 	long count = 10000; ///< see AttackParameters
 	std::filesystem::path installRoot{};
@@ -33,7 +33,7 @@ Record runCase(const Plan& plan);
 PairSnapshot snapshotOf(Lab& lab);
 
 /// What the watched time came to, without its roles.
-Observation observationOf(const LegRecord& seen);
+Observation observationOf(const PhaseRecord& seen);
 
 /// What the attacker has done, into the record of the case.
 void keepTally(const AttackTally& tally, Record& record);

@@ -22,14 +22,14 @@ constexpr Millis nextTry{20};
 
 struct Client
 {
-	UniqueFd socket{};
+	Descriptor socket{};
 	bool open = false; ///< the handshake is done
 	std::chrono::steady_clock::time_point next{};
 };
 
-UniqueFd beginConnect(const sockaddr_in& to, const std::string& from)
+Descriptor beginConnect(const sockaddr_in& to, const std::string& from)
 {
-	UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+	Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 	if (!from.empty())
 	{
 		const sockaddr_in own = socketAddress(from, 0);
@@ -45,7 +45,7 @@ UniqueFd beginConnect(const sockaddr_in& to, const std::string& from)
 	return socket;
 }
 
-bool isConnected(const UniqueFd& socket)
+bool isConnected(const Descriptor& socket)
 {
 	int problem = 0;
 	socklen_t size = sizeof problem;
@@ -82,7 +82,7 @@ private:
 	const sockaddr_in& m_port;
 	AttackTally& m_tally;
 	std::vector<Client> m_clients;
-	std::vector<UniqueFd> m_halfClosed;
+	std::vector<Descriptor> m_halfClosed;
 
 	void count()
 	{
@@ -159,20 +159,20 @@ sockaddr_in socketAddress(const std::string& address, int port)
 	return made;
 }
 
-UniqueFd connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, const std::string& from)
+Descriptor connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, const std::string& from)
 {
 	++tally.tries;
-	UniqueFd socket = beginConnect(to, from);
+	Descriptor socket = beginConnect(to, from);
 	pollfd watched{socket.get(), POLLOUT, 0};
 	if (!socket || ::poll(&watched, 1, static_cast<int>(limit.count())) != 1 || !isConnected(socket))
 	{
-		return UniqueFd();
+		return Descriptor();
 	}
 	++tally.connections;
 	return socket;
 }
 
-bool sendPayload(const UniqueFd& connection, std::string_view payload, AttackTally& tally)
+bool sendPayload(const Descriptor& connection, std::string_view payload, AttackTally& tally)
 {
 	const ssize_t taken = ::send(connection.get(), payload.data(), payload.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 	if (taken > 0)
@@ -184,7 +184,7 @@ bool sendPayload(const UniqueFd& connection, std::string_view payload, AttackTal
 	return whole;
 }
 
-void resetConnection(UniqueFd& connection)
+void resetConnection(Descriptor& connection)
 {
 	const linger atOnce{1, 0};
 	::setsockopt(connection.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);

@@ -32,14 +32,14 @@ sockaddr_in socketAddress(const std::string& address, int port);
 /// Connects, waiting at most that long.
 /// @param from  the address to speak from; empty: the host's own
 /// @return empty when it is refused or not answered
-UniqueFd connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, const std::string& from = {});
+Descriptor connectTo(const sockaddr_in& to, Millis limit, AttackTally& tally, const std::string& from = {});
 
 /// Writes without waiting, and counts it.
 /// @return false when not all was taken
-bool sendPayload(const UniqueFd& connection, std::string_view payload, AttackTally& tally);
+bool sendPayload(const Descriptor& connection, std::string_view payload, AttackTally& tally);
 
 /// Ends the connection with a reset instead of a farewell.
-void resetConnection(UniqueFd& connection);
+void resetConnection(Descriptor& connection);
 
 /// Clients that are connected all the time: one that is refused or thrown out
 /// comes again.

@@ -2,26 +2,26 @@
 
 #include <functional>
 
-#include "lab/campaigns/matrix/Waits.h"
+#include "lab/campaigns/Waits.h"
 #include "lab/core/Owners.h"
 
-namespace velarix::lab
+namespace velarix::lab::matrix
 {
 
 namespace
 {
 
-bool ownerFits(const LegRecord& leg, const std::string& expected)
+bool ownerFits(const PhaseRecord& phase, const std::string& expected)
 {
 	if (expected == "unsteady")
 	{
-		return !leg.steady;
+		return !phase.steady;
 	}
 	if (expected == "any")
 	{
 		return true;
 	}
-	return leg.steady && (expected == "one" ? isSingle(leg.owner) : leg.owner == expected);
+	return phase.steady && (expected == "one" ? isSingle(phase.owner) : phase.owner == expected);
 }
 
 /// "owner" stands for whoever holds the address.
@@ -47,15 +47,15 @@ std::string orNothing(const std::string& text)
 using Tell = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
 
 /// No more than the bound allows; the lab's own work is excused where there is an outage at all.
-void outageDifferences(const LegRecord& leg, const Outcome& expected, const std::map<std::string, Path>& paths,
-                       const MatrixTimes& times, const Tell& differs)
+void outageDifferences(const PhaseRecord& phase, const Outcome& expected, const std::map<std::string, Path>& paths,
+                       const CampaignTimes& times, const Tell& differs)
 {
 	const std::optional<Millis> bound = outageBound(expected, paths, times.pair, times.noOutage, times.slack);
 	if (!bound)
 	{
 		return;
 	}
-	const Millis allowed = *bound + (expected.path == "-" ? Millis(0) : leg.took);
+	const Millis allowed = *bound + (!expected.hasOutage() ? Millis(0) : phase.took);
 	const auto atMost = [&](const char* what, Millis seen, Millis most)
 	{
 		if (seen > most)
@@ -63,23 +63,24 @@ void outageDifferences(const LegRecord& leg, const Outcome& expected, const std:
 			differs(what, secondsText(seen), "at most " + secondsText(most));
 		}
 	};
-	atMost("outage", leg.outage, allowed);
-	if (!leg.steady || !isSingle(expected.owner) || !expected.twice)
+	atMost("outage", phase.outage, allowed);
+	if (!phase.steady || !isSingle(expected.owner) || !expected.twice)
 	{
 		return;
 	}
-	if (expected.path == "-")
+	if (!expected.hasOutage())
 	{
 		// The blinks of a loaded machine add up; an address that is never dropped does not blink.
-		atMost("without an owner", leg.noOwner, Millis(0));
+		atMost("without an owner", phase.noOwner, Millis(0));
 		return;
 	}
-	atMost("without an answer in all", leg.noAnswer, allowed);
-	atMost("without an owner", leg.noOwner, allowed);
+	atMost("without an answer in all", phase.noAnswer, allowed);
+	atMost("without an owner", phase.noOwner, allowed);
 }
 
-/// In a leg that never rests the longest stretch counts.
-void twoOwnersDifferences(const LegRecord& leg, const Outcome& expected, const MatrixTimes& times, const Tell& differs)
+/// In a phase that never rests the longest interval counts.
+void splitBrainDifferences(const PhaseRecord& phase, const Outcome& expected, const CampaignTimes& times,
+                          const Tell& differs)
 {
 	if (!expected.twice)
 	{
@@ -87,33 +88,34 @@ void twoOwnersDifferences(const LegRecord& leg, const Outcome& expected, const M
 	}
 	const Millis twice = sumOf(*expected.twice, times.pair);
 	const Millis allowed = twice == Millis(0) ? Millis(0) : twice + times.slack;
-	const Millis seen = expected.owner == "unsteady" ? leg.twoOwnersLongest : leg.twoOwners;
+	const Millis seen = expected.owner == "unsteady" ? phase.splitBrainLongest : phase.splitBrain;
 	if (seen > allowed)
 	{
-		differs("two owners for", secondsText(seen), "at most " + secondsText(allowed));
+		differs("split-brain for", secondsText(seen), "at most " + secondsText(allowed));
 	}
 }
 
-void changeDifferences(const LegRecord& leg, const Outcome& expected, const MatrixTimes& times, const Tell& differs)
+void changeDifferences(const PhaseRecord& phase, const Outcome& expected, const CampaignTimes& times,
+                       const Tell& differs)
 {
 	const Millis since = expected.since ? sumOf(*expected.since, times.pair) : Millis(0);
-	if (leg.firstChange && *leg.firstChange < since)
+	if (phase.firstChange && *phase.firstChange < since)
 	{
-		differs("the owner changed after", secondsText(*leg.firstChange), "not before " + secondsText(since));
+		differs("the owner changed after", secondsText(*phase.firstChange), "not before " + secondsText(since));
 	}
 }
 
-void logDifferences(const LegRecord& leg, const Outcome& expected, const Tell& differs)
+void logDifferences(const PhaseRecord& phase, const Outcome& expected, const Tell& differs)
 {
 	if (expected.logDiffers)
 	{
-		if (leg.disagreements.empty())
+		if (phase.disagreements.empty())
 		{
 			differs("log and observation", "agree", "that they differ");
 		}
 		return;
 	}
-	for (const std::string& disagreement : leg.disagreements)
+	for (const std::string& disagreement : phase.disagreements)
 	{
 		differs("log and observation:", disagreement, "that they agree");
 	}
@@ -121,45 +123,45 @@ void logDifferences(const LegRecord& leg, const Outcome& expected, const Tell& d
 
 } // namespace
 
-std::vector<std::string> differencesOf(const LegRecord& leg, const Outcome& expected,
-                                       const std::map<std::string, Path>& paths, const MatrixTimes& times)
+std::vector<std::string> differencesOf(const PhaseRecord& phase, const Outcome& expected,
+                                       const std::map<std::string, Path>& paths, const CampaignTimes& times)
 {
 	std::vector<std::string> found;
 	const auto differs = [&](const std::string& what, const std::string& seen, const std::string& wanted)
 	{ found.push_back(what + " " + seen + ", expected " + wanted); };
-	if (!ownerFits(leg, expected.owner))
+	if (!ownerFits(phase, expected.owner))
 	{
-		differs("owner", leg.owner + (leg.steady ? "" : " (not steady)"), expected.owner);
+		differs("owner", phase.owner + (phase.steady ? "" : " (not steady)"), expected.owner);
 	}
-	if (!placeFits(leg.answer, expected.answer, leg.owner))
+	if (!placeFits(phase.answer, expected.answer, phase.owner))
 	{
-		differs("answer", leg.answer, expected.answer);
+		differs("answer", phase.answer, expected.answer);
 	}
-	if (!placeFits(leg.programs, expected.programs, leg.owner))
+	if (!placeFits(phase.programs, expected.programs, phase.owner))
 	{
-		differs("programs on", leg.programs, expected.programs);
+		differs("programs on", phase.programs, expected.programs);
 	}
-	if (expected.moves && leg.moves > *expected.moves)
+	if (expected.moves && phase.moves > *expected.moves)
 	{
-		differs("moves", std::to_string(leg.moves), "at most " + std::to_string(*expected.moves));
+		differs("moves", std::to_string(phase.moves), "at most " + std::to_string(*expected.moves));
 	}
-	outageDifferences(leg, expected, paths, times, differs);
-	twoOwnersDifferences(leg, expected, times, differs);
-	changeDifferences(leg, expected, times, differs);
-	if (leg.ended != expected.ended)
+	outageDifferences(phase, expected, paths, times, differs);
+	splitBrainDifferences(phase, expected, times, differs);
+	changeDifferences(phase, expected, times, differs);
+	if (phase.ended != expected.ended)
 	{
-		differs("agents that ended by themselves:", orNothing(leg.ended), orNothing(expected.ended));
+		differs("agents that ended by themselves:", orNothing(phase.ended), orNothing(expected.ended));
 	}
-	logDifferences(leg, expected, differs);
+	logDifferences(phase, expected, differs);
 	return found;
 }
 
-void judge(RunRecord& record, const Cell& cell, const std::map<std::string, Path>& paths, const MatrixTimes& times)
+void judge(RunRecord& record, const Cell& cell, const std::map<std::string, Path>& paths, const CampaignTimes& times)
 {
-	for (std::size_t index = 0; index < record.legs.size(); ++index)
+	for (std::size_t index = 0; index < record.phases.size(); ++index)
 	{
-		LegRecord& leg = record.legs[index];
-		leg.differences = differencesOf(leg, index == 0 ? cell.stands : cell.healed, paths, times);
+		PhaseRecord& phase = record.phases[index];
+		phase.differences = differencesOf(phase, index == 0 ? cell.stands : cell.repaired, paths, times);
 	}
 	for (const std::string& left : record.left)
 	{
@@ -167,4 +169,4 @@ void judge(RunRecord& record, const Cell& cell, const std::map<std::string, Path
 	}
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::matrix

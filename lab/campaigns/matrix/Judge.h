@@ -5,18 +5,18 @@
 #include <string>
 #include <vector>
 
-#include "lab/campaigns/matrix/MatrixTimes.h"
-#include "lab/campaigns/matrix/Record.h"
+#include "lab/campaigns/Record.h"
+#include "lab/campaigns/Times.h"
 #include "lab/tables/Expectations.h"
 
-namespace velarix::lab
+namespace velarix::lab::matrix
 {
 
-/// How a leg differs from what was expected; empty: it does not.
-std::vector<std::string> differencesOf(const LegRecord& leg, const Outcome& expected,
-                                       const std::map<std::string, Path>& paths, const MatrixTimes& times);
+/// How a phase differs from what was expected; empty: it does not.
+std::vector<std::string> differencesOf(const PhaseRecord& phase, const Outcome& expected,
+                                       const std::map<std::string, Path>& paths, const CampaignTimes& times);
 
-/// Fills in the differences of the record's legs, and those of the whole run.
-void judge(RunRecord& record, const Cell& cell, const std::map<std::string, Path>& paths, const MatrixTimes& times);
+/// Fills in the differences of the record's phases, and those of the whole run.
+void judge(RunRecord& record, const Cell& cell, const std::map<std::string, Path>& paths, const CampaignTimes& times);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::matrix

@@ -7,7 +7,7 @@
 #include "lab/core/Plan.h"
 #include "lab/core/ProcessTable.h"
 
-namespace velarix::lab
+namespace velarix::lab::soak
 {
 
 namespace
@@ -15,10 +15,10 @@ namespace
 
 constexpr int fewestLooks = 5;
 
-std::vector<ProcessEntry> zombieChildren(pid_t hostInit, pid_t parent)
+std::vector<Process> zombieChildren(pid_t hostInit, pid_t parent)
 {
-	std::vector<ProcessEntry> found = processesOf(hostInit);
-	std::erase_if(found, [&](const ProcessEntry& entry) { return entry.parent != parent || entry.state != 'Z'; });
+	std::vector<Process> found = processesOf(hostInit);
+	std::erase_if(found, [&](const Process& entry) { return entry.parent != parent || entry.state != 'Z'; });
 	return found;
 }
 
@@ -53,7 +53,7 @@ std::vector<std::string> sortedDescriptorsOf(pid_t pid)
 
 } // namespace
 
-bool readProcess(pid_t pid, SoakSample& sample)
+bool readProcess(pid_t pid, Sample& sample)
 {
 	const std::string memory = procText(pid, "smaps_rollup");
 	const std::string status = procText(pid, "status");
@@ -106,7 +106,7 @@ void AgentSampler::look(HostId node, bool atRest)
 /// An agent that is not the one of the last look begins a series.
 void AgentSampler::follow(HostId node, Watched& watched)
 {
-	const std::optional<ProcessEntry> agent = m_lab.node(node).agent();
+	const std::optional<Process> agent = m_lab.node(node).agent();
 	const pid_t pid = agent ? agent->pid : 0;
 	if (pid == watched.pid)
 	{
@@ -121,7 +121,7 @@ void AgentSampler::follow(HostId node, Watched& watched)
 	if (agent)
 	{
 		watched.series = m_series.size();
-		m_series.push_back({node, agent->pidInHost, "", {}});
+		m_series.push_back({node, agent->pidInside, "", {}});
 	}
 }
 
@@ -129,7 +129,7 @@ void AgentSampler::watchZombies(HostId node, Watched& watched, bool atRest)
 {
 	const Millis now = m_lab.clock().now();
 	std::map<pid_t, Millis> seen;
-	for (const ProcessEntry& zombie : zombieChildren(m_lab.node(node).host().pid(), watched.pid))
+	for (const Process& zombie : zombieChildren(m_lab.node(node).host().pid(), watched.pid))
 	{
 		const auto before = watched.zombies.find(zombie.pid);
 		seen[zombie.pid] = before == watched.zombies.end() || !atRest ? now : before->second;
@@ -141,7 +141,7 @@ void AgentSampler::watchZombies(HostId node, Watched& watched, bool atRest)
 void AgentSampler::sample(HostId node, bool atRest)
 {
 	Watched& watched = m_watched[static_cast<std::size_t>(node)];
-	SoakSample sample;
+	Sample sample;
 	sample.at = m_lab.clock().now();
 	sample.atRest = atRest;
 	if (watched.pid == 0 || !readProcess(watched.pid, sample))
@@ -164,4 +164,4 @@ void AgentSampler::sample(HostId node, bool atRest)
 	watched.oldestZombie = Millis(0);
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::soak

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "lab/campaigns/soak/SoakSeries.h"
+#include "lab/campaigns/soak/Series.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::soak
 {
 
 class AgentSampler
@@ -28,7 +28,7 @@ public:
 	void sample(bool atRest);
 
 	/// In the order in which they began.
-	const std::vector<SoakSeries>& series() const { return m_series; }
+	const std::vector<Series>& series() const { return m_series; }
 
 private:
 	/// One of the two agents as it was at the last look.
@@ -44,7 +44,7 @@ private:
 	};
 
 	Lab& m_lab;
-	std::vector<SoakSeries> m_series{};
+	std::vector<Series> m_series{};
 	std::array<Watched, 2> m_watched{};
 
 	void look(HostId node, bool atRest);
@@ -56,6 +56,6 @@ private:
 /// The figures of a process that can be read at one moment: memory, threads.
 /// Nothing changes in `sample` when the process is gone.
 /// @return false then
-bool readProcess(pid_t pid, SoakSample& sample);
+bool readProcess(pid_t pid, Sample& sample);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::soak

@@ -1,0 +1,110 @@
+#include "lab/campaigns/Waits.h"
+
+#include <array>
+#include <charconv>
+#include <functional>
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+constexpr Millis seconds(int count)
+{
+	return std::chrono::seconds(count);
+}
+
+constexpr std::array<PrescribedWait, 11> waits{{
+    {"0", "nothing", [](const PairTimes&) { return Millis(0); }},
+    {"interval", "pause of the sender", [](const PairTimes& times) { return seconds(times.interval); }},
+    {"receive", "receiving time", [](const PairTimes& times) { return seconds(times.receivingTime); }},
+    {"wait", "waiting time before the programs", [](const PairTimes& times) { return seconds(times.waitingTime); }},
+    {"silence", "receiving time and the second after it",
+     [](const PairTimes& times) { return seconds(times.receivingTime + 1); }},
+    {"beat", "until the next heartbeat is heard and served",
+     [](const PairTimes& times) { return seconds(times.interval) + Millis(500); }},
+    {"ping", "a probe that nobody answers: ten pings", [](const PairTimes&) { return seconds(1); }},
+    {"count", "countdown before the start command", [](const PairTimes&) { return seconds(5); }},
+    {"second", "pause after a failed check", [](const PairTimes&) { return seconds(1); }},
+    {"half", "pause after a start command that printed", [](const PairTimes&) { return Millis(500); }},
+    {"two", "pause of a sender that is refused, or of a fresh agent before it begins",
+     [](const PairTimes&) { return seconds(2); }},
+}};
+
+struct Term
+{
+	int factor = 1;
+	const PrescribedWait* wait = nullptr;
+};
+
+Term termFrom(std::string_view text)
+{
+	Term term;
+	const std::size_t star = text.find('*');
+	std::string_view name = text;
+	if (star != std::string_view::npos)
+	{
+		const char* end = text.data() + star;
+		const auto [stopped, failure] = std::from_chars(text.data(), end, term.factor);
+		name = failure == std::errc() && stopped == end ? text.substr(star + 1) : std::string_view();
+	}
+	term.wait = waitNamed(name);
+	if (term.wait == nullptr)
+	{
+		throw LabError("\"" + std::string(text) + "\" is no prescribed wait");
+	}
+	return term;
+}
+
+void forEachTerm(std::string_view expression, const std::function<void(const Term&)>& visit)
+{
+	for (std::size_t begin = 0; begin <= expression.size();)
+	{
+		const std::size_t end = std::min(expression.find('+', begin), expression.size());
+		visit(termFrom(expression.substr(begin, end - begin)));
+		begin = end + 1;
+	}
+}
+
+std::string lengthText(Millis length)
+{
+	std::string text = std::to_string(length.count() / 1000);
+	return text + (length.count() % 1000 == 0 ? "" : ".5") + " s";
+}
+
+} // namespace
+
+const PrescribedWait* waitNamed(std::string_view name)
+{
+	for (const PrescribedWait& wait : waits)
+	{
+		if (name == wait.name)
+		{
+			return &wait;
+		}
+	}
+	return nullptr;
+}
+
+Millis sumOf(std::string_view expression, const PairTimes& times)
+{
+	Millis sum{0};
+	forEachTerm(expression, [&](const Term& term) { sum += term.factor * term.wait->length(times); });
+	return sum;
+}
+
+std::string explained(std::string_view expression, const PairTimes& times)
+{
+	std::string text;
+	forEachTerm(expression,
+	            [&](const Term& term)
+	            {
+		            text += text.empty() ? "" : " + ";
+		            text += term.factor == 1 ? std::string() : std::to_string(term.factor) + " * ";
+		            text += std::string(term.wait->name) + " " + lengthText(term.wait->length(times));
+	            });
+	return text;
+}
+
+} // namespace velarix::lab
