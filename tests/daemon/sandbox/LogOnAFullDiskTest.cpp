@@ -85,26 +85,9 @@ TEST_F(LogOnAFullDisk, DebugLeavesWithAnExceptionAndWithoutAnEcho)
 	expectThrows([] { velarixLog->debug("Source", 11, "%s", "text"); });
 }
 
-TEST_F(LogOnAFullDisk, WarningLeavesWithAnExceptionAndWithoutAnEcho)
-{
-	expectThrows([] { velarixLog->warning("Source", 14, "%s", "text"); });
-}
-
-TEST_F(LogOnAFullDisk, CriticalLeavesWithAnExceptionAndWithoutAnEcho)
-{
-	expectThrows([] { velarixLog->critical("Source", 16, "%s", "text"); });
-}
-
 TEST_F(LogOnAFullDisk, InfoPrintsTheExceptionAndReturns)
 {
 	const Console console = consoleOf([] { velarixLog->info("Source", 12, "%s", "text"); });
-	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(LogOnAFullDisk, NoticePrintsTheExceptionAndReturns)
-{
-	const Console console = consoleOf([] { velarixLog->notice("Source", 13, "%s", "text"); });
 	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
 	EXPECT_EQ(console.err, "");
 }

@@ -29,62 +29,6 @@ protected:
 	}
 };
 
-TEST_F(DecisionOrder, AnAskedSlaveIsMasterBeforeItRaisesTheVirtualIP)
-{
-	recordStateAtActions();
-	hear("2", "1");
-	expectActions({"command vip-stop", "role 1 ask 0", "command ifconfig", "role 1 ask 0", "command vip-stop",
-	               "role 1 ask 0", "command ifconfig", "role 1 ask 0", kChmod, "role 1 ask 0", kScript,
-	               "role 1 ask 0"});
-}
-
-TEST_F(DecisionOrder, AnAskThatEndsIsClearedBeforeThePartnersIsHonoured)
-{
-	velarix::storeShared(g_specialAsking, std::int32_t{1});
-	count() = 3;
-	recordStateAtActions();
-	hear("2", "1");
-	expectActions({"command vip-stop", "role 1 ask 0", "command ifconfig", "role 1 ask 0", "command vip-stop",
-	               "role 1 ask 0", "command ifconfig", "role 1 ask 0", kChmod, "role 1 ask 0", kScript,
-	               "role 1 ask 0"});
-}
-
-TEST_F(DecisionOrder, AConfiguredMasterHasItsRoleBeforeItRestarts)
-{
-	configureRole("1");
-	programRuns(true);
-	recordStateAtActions();
-	hear("2", "0");
-	expectActions({"command kill-by-name dbServer", "role 1 ask 0", "command vip-stop", "role 1 ask 0",
-	               "command ifconfig", "role 1 ask 0", kChmod, "role 1 ask 0", kScript, "role 1 ask 0"});
-}
-
-TEST_F(DecisionOrder, AConfiguredSlaveHasItsRoleBeforeItStops)
-{
-	mode = 1;
-	programRuns(true);
-	recordStateAtActions();
-	hear("1", "0");
-	expectActions({"command kill-by-name dbServer", "role 2 ask 0", "command vip-stop", "role 2 ask 0"});
-}
-
-TEST_F(DecisionOrder, AnAskedSlaveWithRunningProgramsKillsNothing)
-{
-	programRuns(true);
-	hear("2", "1");
-	EXPECT_EQ(mode, 1);
-	expectActions({"command vip-stop", "command ifconfig", "command vip-stop", "command ifconfig", kChmod, kScript});
-}
-
-TEST_F(DecisionOrder, TheConfiguredWaitComesBeforeTheProgramsOfAnAskedSlave)
-{
-	settings.set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", "2");
-	apply();
-	hear("2", "1");
-	expectActions({"command vip-stop", "command ifconfig", "command vip-stop", "command ifconfig", "sleep 1000",
-	               "sleep 1000", kChmod, kScript});
-}
-
 TEST_F(DecisionOrder, TheRunInfoRecordStaysAsItIs)
 {
 	configureRole("1");
@@ -123,12 +67,6 @@ TEST_F(DecisionSettings, TheConfiguredRoleIsReadByAResetAlone)
 	EXPECT_EQ(mode, 1);
 	hear("2", "0");
 	EXPECT_EQ(mode, 1);
-}
-
-TEST_F(DecisionSettings, AConfiguredRoleThatIsNoNumberEndsTheDaemon)
-{
-	configureRole("master");
-	EXPECT_FATAL(hear("2", "0"), "0", "Configuraion", 83, kGetInt);
 }
 
 TEST_F(DecisionSettings, AMasterWithTheStatusNotOKNeedsTheObservationMode)
@@ -198,15 +136,6 @@ TEST_F(DecisionErrors, AnErrorOfTheStartInAMastersResetIsPassedOn)
 	EXPECT_EQ(mode, 1);
 }
 
-TEST_F(DecisionErrors, AnErrorOfTheKillInASlavesResetLeavesTheVirtualIP)
-{
-	mode = 1;
-	programRuns(true);
-	breakAt("command kill-by-name dbServer");
-	expectPassedOn("1", "0", {kTwoMasters, "log D CHeartReciver:480 SLAVE kill", "command kill-by-name dbServer"});
-	EXPECT_EQ(mode, 2);
-}
-
 TEST_F(DecisionErrors, AnErrorOfTheStopCommandInASlavesResetIsPassedOn)
 {
 	mode = 1;
@@ -230,19 +159,6 @@ TEST_F(DecisionErrors, AnErrorWhileAnAskedSlaveRaisesTheVirtualIPStartsNoProgram
 	EXPECT_EQ(mode, 1);
 	EXPECT_EQ(velarix::loadShared(g_specialAsking), 0);
 	EXPECT_EQ(count(), 0);
-}
-
-TEST_F(DecisionErrors, AnErrorWhileAnAskedSlaveStartsItsProgramsIsPassedOn)
-{
-	status() = 0;
-	breakAt("command ifconfig", 2);
-	expectPassedOn("2", "1",
-	               {"log D CHeartReciver:440 szTmp[1] specialAsk[1]",
-	                "log D CHeartReciver:443 special ask: slave -> master", "command vip-stop", kStopLogged,
-	                "command ifconfig", "log D Utill:668 myVirtualIP working", "log D Utill:48 try to start virtual ip",
-	                "command vip-stop", kStopLogged, "command ifconfig"});
-	EXPECT_EQ(mode, 1);
-	EXPECT_EQ(status(), 0);
 }
 
 TEST_F(DecisionErrors, AnErrorOutsideTheLibraryIsPassedOnToo)

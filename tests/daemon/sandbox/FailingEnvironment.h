@@ -14,7 +14,7 @@
 #include "WaitFor.h"
 
 /// Each failure is made for the daemon alone, by what startWith runs before the program.
-class FailingSurroundings : public DaemonSandbox
+class FailingEnvironment : public DaemonSandbox
 {
 protected:
 	/// Starts the daemon with a failure and waits for its workers.

@@ -9,7 +9,7 @@
 #include "FakeOutside.h"
 
 /// Repeats an event on standard error.
-inline void tell(const std::string& event)
+inline void report(const std::string& event)
 {
 	std::cerr << event << '\n';
 }
@@ -20,17 +20,17 @@ inline constexpr char kBegin[] = "begin";
 
 /// Says kBegin; from now on every log line, outward action and wait is told.
 /// Needs FakeOutside.
-inline void tellEverything()
+inline void reportEverything()
 {
-	tell(kBegin);
-	onLogLine(tell);
-	fakeoutside::onAction(tell);
-	events::onSleep([](long milliseconds) { tell("sleep " + std::to_string(milliseconds)); });
+	report(kBegin);
+	onLogLine(report);
+	fakeoutside::onAction(report);
+	events::onSleep([](long milliseconds) { report("sleep " + std::to_string(milliseconds)); });
 }
 
 /// @return what `tell` and the log's echo leave on standard error for these events,
 ///         without the last line feed
-inline std::string told(const events::List& list)
+inline std::string reported(const events::List& list)
 {
 	std::string text;
 	for (const std::string& event : list)

@@ -1,12 +1,99 @@
-// The ask of a master that gave up, as both nodes see it, heartbeat by heartbeat.
+// Two nodes that hear each other: the same role on both, and the special ask from its first
+// heartbeat to its end.
+#include <memory>
+
 #include "ReceiverTest.h"
 #include "TwoNodes.h"
 
-using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 namespace
 {
+
+class RoleConflict : public TwoNodes
+{
+};
+
+const char kTwoMastersOK[] = "log D CHeartReciver:282 My NetWork Status: OK MY:MASTER PARTNER:MASTER OK";
+
+events::List restart()
+{
+	return steps::join({"log D CHeartReciver:470 MASTER kill", steps::killPrograms(),
+	                    "log D CHeartReciver:473 try to process run", steps::raiseAddressAndRunPrograms()});
+}
+
+events::List rest()
+{
+	return steps::join({"log D CHeartReciver:480 SLAVE kill", steps::killPrograms(), steps::dropAddress()});
+}
+
+TEST_F(RoleConflict, OfTwoMastersTheConfiguredOneRestartsAndTheOtherRests)
+{
+	Node first("1", 1);
+	Node second("2", 1);
+	const std::string firstBeat = first.beat();
+	first.hears(second.beat());
+	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({kTwoMastersOK, restart()})));
+	second.hears(firstBeat);
+	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({kTwoMastersOK, rest()})));
+	EXPECT_EQ(first.role, 1);
+	EXPECT_TRUE(first.serves());
+	EXPECT_EQ(second.role, 2);
+	EXPECT_TRUE(second.rests());
+}
+
+TEST_F(RoleConflict, ASlaveThatTookOverAloneRestsAgainOnceItHearsAMaster)
+{
+	Node node("2", 2);
+	node.silent = {"10.0.0.2"};
+	node.hears("/process/0/2/20240131235959/1/");
+	EXPECT_TRUE(node.serves());
+	node.hears("/process/1/1/20240131235959/0/");
+	EXPECT_EQ(node.role, 2);
+	EXPECT_TRUE(node.rests());
+}
+
+TEST_F(RoleConflict, TwoConfiguredMastersRestartAtEveryHeartbeat)
+{
+	Node first("1", 1);
+	Node second("1", 1);
+	for (int i = 0; i < 3; ++i)
+	{
+		first.hears(second.beat());
+		EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({kTwoMastersOK, restart()})));
+		second.hears(first.beat());
+		EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({kTwoMastersOK, restart()})));
+	}
+	EXPECT_EQ(first.role, 1);
+	EXPECT_EQ(second.role, 1);
+}
+
+TEST_F(RoleConflict, OfTwoSlavesTheConfiguredMasterTakesTheService)
+{
+	Node first("1", 2);
+	Node second("2", 2);
+	first.hears(second.beat());
+	second.hears(first.beat());
+	EXPECT_EQ(first.role, 1);
+	EXPECT_TRUE(first.serves());
+	EXPECT_EQ(second.role, 2);
+	EXPECT_TRUE(second.rests());
+}
+
+TEST_F(RoleConflict, TwoConfiguredSlavesStaySlaves)
+{
+	Node first("2", 2);
+	Node second("2", 2);
+	for (int i = 0; i < 3; ++i)
+	{
+		first.hears(second.beat());
+		second.hears(first.beat());
+	}
+	EXPECT_EQ(first.role, 2);
+	EXPECT_TRUE(first.rests());
+	EXPECT_EQ(second.role, 2);
+	EXPECT_TRUE(second.rests());
+}
 
 /// `first` is the configured master, `second` the configured slave.
 class SpecialAskExchange : public TwoNodes
@@ -48,12 +135,6 @@ std::string waitOK(int n)
 	       std::to_string(n) + "/3]";
 }
 
-std::string waitNot(int n)
-{
-	return "log D CHeartReciver:429 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE Special ask <-- answer wait [" +
-	       std::to_string(n) + "/3]";
-}
-
 TEST_F(SpecialAskExchange, AMasterWithoutItsProgramsAsksInEveryHeartbeat)
 {
 	EXPECT_EQ(first->beat(), "/process/1/1/20240131235959/0/");
@@ -80,20 +161,6 @@ TEST_F(SpecialAskExchange, AnAskedSlaveRaisesTheAddressThenStartsTheService)
 	EXPECT_EQ(second->beat(), "/process/1/1/20240131235959/0/");
 }
 
-TEST_F(SpecialAskExchange, APartnerThatBecameMasterEndsTheAskAtOnce)
-{
-	loseThePrograms(*first);
-	second->hears(first->beat());
-	const std::string answer = second->beat();
-	first->hears(answer);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard(
-	                               {"log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
-	                                "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]"})));
-	EXPECT_EQ(first->beat(), kIdleSlave);
-	EXPECT_TRUE(first->rests());
-	EXPECT_TRUE(second->serves());
-}
-
 TEST_F(SpecialAskExchange, AfterAnAnsweredAskTheRolesStay)
 {
 	loseThePrograms(*first);
@@ -109,55 +176,6 @@ TEST_F(SpecialAskExchange, AfterAnAnsweredAskTheRolesStay)
 	EXPECT_TRUE(first->rests());
 	EXPECT_EQ(second->role, 1);
 	EXPECT_TRUE(second->serves());
-}
-
-TEST_F(SpecialAskExchange, ARepeatedAskFindsAMasterAndDoesNothing)
-{
-	loseThePrograms(*first);
-	second->hears(first->beat());
-	second->hears(first->beat());
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard(
-	                               {"log D CHeartReciver:278 My NetWork Status: OK   MY:MASTER PARTNER:SLAVE OK"})));
-	EXPECT_TRUE(second->serves());
-}
-
-TEST_F(SpecialAskExchange, ALostServiceCardAsksWithTheStatusNotOK)
-{
-	first->serviceCarrier = false;
-	EXPECT_FALSE(first->judges());
-	EXPECT_EQ(first->role, 2);
-	EXPECT_EQ(first->status(), 0);
-	EXPECT_TRUE(first->rests());
-	EXPECT_EQ(first->beat(), kAskingSlave);
-}
-
-TEST_F(SpecialAskExchange, WithTheStatusNotOKTheAskEndsOnlyAtTheSecondMastersHeartbeat)
-{
-	first->serviceCarrier = false;
-	first->judges();
-	second->hears(first->beat());
-	const std::string answer = second->beat();
-
-	first->hears(answer);
-	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard(
-	                               {"log D CHeartReciver:329 My NetWork Status: NOT OK MY:SLAVE PARTNER:MASTER OK",
-	                                "log D CHeartReciver:376 szTmp[1] szPartnerProcessRunning[0]"})));
-	EXPECT_EQ(first->status(), 1);
-	EXPECT_EQ(first->asking, 1);
-
-	first->hears(answer);
-	EXPECT_EQ(first->asking, 0);
-	EXPECT_EQ(first->role, 2);
-	EXPECT_TRUE(second->serves());
-}
-
-TEST_F(SpecialAskExchange, ThreeHeartbeatsOfAPartnerThatStaysSlaveAreOnlyCounted)
-{
-	loseThePrograms(*first);
-	expectWait(*first, kIdleSlave, waitOK(1));
-	expectWait(*first, kIdleSlave, waitOK(2));
-	expectWait(*first, kIdleSlave, waitOK(3));
-	EXPECT_EQ(first->beat(), kAskingSlave);
 }
 
 TEST_F(SpecialAskExchange, TheFourthHeartbeatOfAPartnerThatStaysSlaveReturnsTheMasterRole)
@@ -179,28 +197,6 @@ TEST_F(SpecialAskExchange, TheFourthHeartbeatOfAPartnerThatStaysSlaveReturnsTheM
 	EXPECT_EQ(first->beat(), "/process/1/1/20240131235959/0/");
 }
 
-TEST_F(SpecialAskExchange, TheFourthHeartbeatWithTheStatusNotOKReturnsTheMasterRoleToo)
-{
-	first->serviceCarrier = false;
-	first->judges();
-	for (int i = 1; i <= 3; ++i)
-	{
-		expectWait(*first, kIdleSlave, waitNot(i));
-	}
-	first->hears(kIdleSlave);
-	EXPECT_THAT(events::all(),
-	            ElementsAreArray(
-	                steps::heard({"log D CHeartReciver:434 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE "
-	                              "Special ask <-- answer OK [4/3]",
-	                              "log D CHeartReciver:440 szTmp[1] specialAsk[0]",
-	                              "log D CHeartReciver:447 My NetWork Status: NOT OK MY:SLAVE PARTNER:SLAVE Reset",
-	                              "log D CHeartReciver:473 try to process run", steps::raiseAddressAndRunPrograms()})));
-	EXPECT_EQ(first->role, 1);
-	EXPECT_EQ(first->status(), 0);
-	EXPECT_EQ(first->asking, 0);
-	EXPECT_TRUE(first->serves());
-}
-
 TEST_F(SpecialAskExchange, AConfiguredSlaveThatAskedInVainStaysSlave)
 {
 	second = std::make_unique<Node>("2", 1);
@@ -216,18 +212,6 @@ TEST_F(SpecialAskExchange, AConfiguredSlaveThatAskedInVainStaysSlave)
 	EXPECT_EQ(second->role, 2);
 	EXPECT_TRUE(second->rests());
 	EXPECT_EQ(second->beat(), kIdleSlave);
-}
-
-TEST_F(SpecialAskExchange, APartnerThatBecomesMasterDuringTheWaitEndsTheAsk)
-{
-	loseThePrograms(*first);
-	expectWait(*first, kIdleSlave, waitOK(1));
-	expectWait(*first, kIdleSlave, waitOK(2));
-	second->hears(first->beat());
-	first->hears(second->beat());
-	EXPECT_EQ(first->asking, 0);
-	EXPECT_EQ(first->count(), 2);
-	EXPECT_EQ(first->role, 2);
 }
 
 TEST_F(SpecialAskExchange, ANewAskWaitsForThreeHeartbeatsAgain)
@@ -292,45 +276,6 @@ TEST_F(SpecialAskExchange, AsksThatCrossOnTheWireMakeTwoMastersUntilTheNextHeart
 	EXPECT_EQ(second->role, 2);
 	EXPECT_TRUE(second->rests());
 	EXPECT_TRUE(first->serves());
-}
-
-TEST_F(SpecialAskExchange, AnAskingMastersHeartbeatsAreCountedAsAnswers)
-{
-	loseThePrograms(*first);
-	const std::string master = "/process/1/1/20240131235959/1/";
-	for (int i = 1; i <= 3; ++i)
-	{
-		first->hears(master);
-		EXPECT_THAT(events::all(),
-		            ElementsAreArray(steps::heard(
-		                {"log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
-		                 "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[1]",
-		                 "log D CHeartReciver:363 My NetWork Status: OK MY:SLAVE PARTNER:MASTER Special ask <-- answer "
-		                 "wait [" +
-		                     std::to_string(i) + "/3]"})));
-		EXPECT_EQ(first->asking, 1);
-	}
-	first->hears(master);
-	EXPECT_THAT(events::all(),
-	            ElementsAreArray(steps::heard(
-	                {"log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
-	                 "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[1]",
-	                 "log D CHeartReciver:368 My NetWork Status: OK MY:SLAVE PARTNER:MASTER Special ask <-- answer OK "
-	                 "[4/4]"})));
-	EXPECT_EQ(first->asking, 0);
-	EXPECT_EQ(first->count(), 0);
-	EXPECT_EQ(first->role, 2);
-}
-
-TEST_F(SpecialAskExchange, TheAskIsSeenWhateverTheOtherFieldsSay)
-{
-	for (const char* ask : {"/process/1/2/99999999999999/1/", "/process/0/2//1/", "/process/x/0/y/10/"})
-	{
-		second = std::make_unique<Node>("2", 2);
-		second->hears(ask);
-		EXPECT_EQ(second->role, 1) << ask;
-		EXPECT_TRUE(second->serves()) << ask;
-	}
 }
 
 } // namespace

@@ -13,7 +13,7 @@
 
 #include <linux/capability.h>
 
-#include "FailingSurroundings.h"
+#include "FailingEnvironment.h"
 #include "Sandbox.h"
 #include "UserOfItsOwn.h"
 #include "WaitFor.h"
@@ -128,11 +128,11 @@ private:
 	pid_t m_pid = 0;
 };
 
-/// A card with carrier, for as long as it lives.
+/// A interface with carrier, for as long as it lives.
 class Card
 {
 public:
-	explicit Card(std::string name) : m_name(std::move(name)) { sandbox::addCard(m_name, true); }
+	explicit Card(std::string name) : m_name(std::move(name)) { sandbox::addInterface(m_name, true); }
 	~Card() { sandbox::shell("ip link del " + m_name); }
 	Card(const Card&) = delete;
 	Card& operator=(const Card&) = delete;
@@ -167,7 +167,7 @@ private:
 	std::string m_directory;
 };
 
-TEST_F(FailingSurroundings, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithoutALog)
+TEST_F(FailingEnvironment, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithoutALog)
 {
 	DaemonProcess daemon;
 	startWith(daemon, makeLogDirectoryReadOnly);
@@ -180,7 +180,7 @@ TEST_F(FailingSurroundings, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithout
 }
 
 // Emptied first, it gives back the room that its new bytes need; they are as many.
-TEST_F(FailingSurroundings, ARunInfoRecordOnAFullDiskIsRewrittenInItsOwnRoom)
+TEST_F(FailingEnvironment, ARunInfoRecordOnAFullDiskIsRewrittenInItsOwnRoom)
 {
 	const FullDisk disk("/usr/velarix/bin/log");
 	DaemonProcess daemon;
@@ -190,7 +190,7 @@ TEST_F(FailingSurroundings, ARunInfoRecordOnAFullDiskIsRewrittenInItsOwnRoom)
 	EXPECT_EQ(daemon.waitForEnd(0ms), -1);
 }
 
-TEST_F(FailingSurroundings, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
+TEST_F(FailingEnvironment, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
 {
 	leaveAlone();
 	DaemonProcess daemon;
@@ -203,7 +203,7 @@ TEST_F(FailingSurroundings, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
 	EXPECT_EQ(daemon.threads(), 4);
 }
 
-TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartner)
+TEST_F(FailingEnvironment, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartner)
 {
 	const Card card("eth1");
 	settings.set("AGENT.VIRTUAL_IP", "192.0.2.100").set("AGENT.VIRTUAL_IP_START_COMMAND", "true");
@@ -218,7 +218,7 @@ TEST_F(FailingSurroundings, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartn
 }
 
 #if !defined(__SANITIZE_ADDRESS__) // as above
-TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
+TEST_F(FailingEnvironment, AHiddenProcCountsEveryProgramAsEnded)
 {
 	settings.set("PROCESS_CHECK.PROCESS_PATH1", "/usr/velarix/bin/VelarixHA");
 	apply();
@@ -226,7 +226,7 @@ TEST_F(FailingSurroundings, AHiddenProcCountsEveryProgramAsEnded)
 }
 #endif
 
-TEST_F(FailingSurroundings, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNotTrace)
+TEST_F(FailingEnvironment, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNotTrace)
 {
 	SCOPED_TRACE("user " + std::to_string(userOfItsOwn()));
 	const std::string path = "/usr/velarix/bin/ofAnotherUser";
@@ -237,7 +237,7 @@ TEST_F(FailingSurroundings, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNo
 }
 
 #if !defined(__SANITIZE_ADDRESS__) // as above
-TEST_F(FailingSurroundings, AProcThatCannotBeOpenedIsAnErrorAtEveryCheck)
+TEST_F(FailingEnvironment, AProcThatCannotBeOpenedIsAnErrorAtEveryCheck)
 {
 	DaemonProcess daemon;
 	startWith(daemon, lockProc);
@@ -246,7 +246,7 @@ TEST_F(FailingSurroundings, AProcThatCannotBeOpenedIsAnErrorAtEveryCheck)
 }
 #endif
 
-TEST_F(FailingSurroundings, WithoutTheListingToolTheAddressCountsAsNotRaised)
+TEST_F(FailingEnvironment, WithoutTheListingToolTheAddressCountsAsNotRaised)
 {
 	sandbox::shell("mkdir -p /usr/velarix/tools && ln -s /bin/sh /bin/cat /bin/chmod /usr/velarix/tools");
 	leaveAlone();

@@ -1,19 +1,20 @@
-#include "Turns.h"
+#include "CooperativeThreads.h"
 
 #include "Events.h"
 
 namespace
 {
 
-thread_local TurnTaker* g_pCurrent = nullptr;
+thread_local CooperativeThread* g_pCurrent = nullptr;
 
 } // namespace
 
-TurnTaker::TurnTaker(std::function<void()> body) : m_body(std::move(body)), m_thread([this] { runBody(); })
+CooperativeThread::CooperativeThread(std::function<void()> body)
+    : m_body(std::move(body)), m_thread([this] { runBody(); })
 {
 }
 
-TurnTaker::~TurnTaker()
+CooperativeThread::~CooperativeThread()
 {
 	{
 		std::unique_lock lock(m_mutex);
@@ -23,16 +24,16 @@ TurnTaker::~TurnTaker()
 	m_thread.join();
 }
 
-void TurnTaker::takeTurn()
+void CooperativeThread::takeTurn()
 {
 	std::unique_lock lock(m_mutex);
 	giveTurn(lock, Owner::body);
 	awaitTurn(lock, Owner::caller);
 }
 
-void TurnTaker::pause()
+void CooperativeThread::pause()
 {
-	TurnTaker& self = *current();
+	CooperativeThread& self = *current();
 	std::unique_lock lock(self.m_mutex);
 	self.giveTurn(lock, Owner::caller);
 	self.awaitTurn(lock, Owner::body);
@@ -42,12 +43,12 @@ void TurnTaker::pause()
 	}
 }
 
-TurnTaker* TurnTaker::current()
+CooperativeThread* CooperativeThread::current()
 {
 	return g_pCurrent;
 }
 
-void TurnTaker::runBody()
+void CooperativeThread::runBody()
 {
 	g_pCurrent = this;
 	std::unique_lock lock(m_mutex);
@@ -68,13 +69,13 @@ void TurnTaker::runBody()
 	giveTurn(lock, Owner::caller);
 }
 
-void TurnTaker::giveTurn(std::unique_lock<std::mutex>& /*lock*/, Owner to)
+void CooperativeThread::giveTurn(std::unique_lock<std::mutex>& /*lock*/, Owner to)
 {
 	m_owner = to;
 	m_changed.notify_all();
 }
 
-void TurnTaker::awaitTurn(std::unique_lock<std::mutex>& lock, Owner whose)
+void CooperativeThread::awaitTurn(std::unique_lock<std::mutex>& lock, Owner whose)
 {
 	m_changed.wait(lock, [&] { return m_owner == whose; });
 }

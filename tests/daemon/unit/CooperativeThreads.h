@@ -8,14 +8,14 @@
 #include <mutex>
 #include <thread>
 
-class TurnTaker
+class CooperativeThread
 {
 public:
-	explicit TurnTaker(std::function<void()> body);
+	explicit CooperativeThread(std::function<void()> body);
 	/// Ends the body with events::EndOfScript out of its pause.
-	~TurnTaker();
-	TurnTaker(const TurnTaker&) = delete;
-	TurnTaker& operator=(const TurnTaker&) = delete;
+	~CooperativeThread();
+	CooperativeThread(const CooperativeThread&) = delete;
+	CooperativeThread& operator=(const CooperativeThread&) = delete;
 
 	/// Lets the body run to its next pause. A turn may be taken within another's.
 	void takeTurn();
@@ -23,7 +23,7 @@ public:
 	/// Gives the turn back. To be called within a body.
 	static void pause();
 	/// @return whose body runs on this thread; null on other threads
-	static TurnTaker* current();
+	static CooperativeThread* current();
 
 private:
 	enum class Owner
