@@ -17,9 +17,9 @@ TEST(FatalReport, HasTheFormOfAFailedAssertionInEveryBuild)
 
 TEST(FatalReport, PrintsTheExpressionAsItIsGiven)
 {
-	EXPECT_EXIT(velarix::fatal("(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30, "void f()"),
+	EXPECT_EXIT(velarix::fatal("(1 == 0) && \"ini File fopen fail.\"", "Label", 30, "void f()"),
 	            testing::KilledBySignal(SIGABRT),
-	            "^fatal_test: QuorinINI:30: void f\\(\\): Assertion "
+	            "^fatal_test: Label:30: void f\\(\\): Assertion "
 	            "`\\(1 == 0\\) && \"ini File fopen fail\\.\"' failed\\.\n$");
 }
 

@@ -92,13 +92,6 @@ TEST_F(LogOnAFullDisk, InfoPrintsTheExceptionAndReturns)
 	EXPECT_EQ(console.err, "");
 }
 
-TEST_F(LogOnAFullDisk, ErrorPrintsTheExceptionAndStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%s", "text"); });
-	EXPECT_EQ(console.out, std::string(kRefused) + "\n");
-	EXPECT_EQ(console.err, "**ERROR**(Source:15)text\n");
-}
-
 // The library's stream stays bad; a restart of the daemon is what helps.
 TEST_F(LogOnAFullDisk, RoomMadeLaterDoesNotBringTheLogBack)
 {

@@ -110,6 +110,62 @@ TEST_F(HeartbeatLongRun, TheServiceMovesToAndFroTwoHundredTimes)
 	}
 }
 
+TEST_F(HeartbeatLongRun, OfTwoMastersTheConfiguredOneRestartsAndTheOtherRests)
+{
+	a->serve();
+	b->serve();
+	a->pass([this] { b->beat(); });
+	b->pass([this] { a->beat(); });
+	EXPECT_EQ(a->lines("D CHeartReciver:470"), 1);
+	EXPECT_EQ(b->lines("D CHeartReciver:480"), 1);
+	expectCalm(*a, MODE_MASTER);
+	expectCalm(*b, MODE_SLAVE);
+	EXPECT_TRUE(a->serves());
+	EXPECT_FALSE(b->address || b->programs);
+}
+
+TEST_F(HeartbeatLongRun, AnAskInVainReturnsTheMasterRoleAtTheFourthHeartbeatAndANewOneCountsAnew)
+{
+	a->serve();
+	for (int ask = 1; ask <= 2; ++ask)
+	{
+		a->programs = false;
+		EXPECT_FALSE(a->pass());
+		for (int i = 1; i <= 3; ++i)
+		{
+			EXPECT_TRUE(a->pass([this] { b->beat(); }));
+			EXPECT_EQ(a->role, MODE_SLAVE);
+			EXPECT_EQ(a->asking, 1);
+			EXPECT_EQ(a->count(), i);
+		}
+		EXPECT_TRUE(a->pass([this] { b->beat(); }));
+		expectCalm(*a, MODE_MASTER);
+		EXPECT_TRUE(a->serves());
+	}
+}
+
+TEST_F(HeartbeatLongRun, AsksThatCrossOnTheWireMakeTwoMastersUntilTheNextHeartbeats)
+{
+	a->serve();
+	b->serve();
+	for (LoopNode* pNode : {a.get(), b.get()})
+	{
+		pNode->programs = false;
+		EXPECT_FALSE(pNode->pass());
+		EXPECT_EQ(pNode->asking, 1);
+	}
+	for (int i = 1; i <= 4; ++i)
+	{
+		EXPECT_TRUE(a->pass([this] { send(*a, "/process/0/2/20240131235959/1/"); }));
+		EXPECT_TRUE(b->pass([this] { send(*b, "/process/0/2/20240131235959/1/"); }));
+	}
+	EXPECT_EQ(a->role, MODE_MASTER);
+	EXPECT_EQ(b->role, MODE_MASTER);
+	EXPECT_TRUE(b->pass([this] { a->beat(); }));
+	expectCalm(*a, MODE_MASTER);
+	expectCalm(*b, MODE_SLAVE);
+}
+
 /// The bytes that a attacker or a broken partner may send.
 std::string anyBytes(std::mt19937& random)
 {

@@ -122,30 +122,6 @@ INSTANTIATE_TEST_SUITE_P(
                     CardOutput{"TheRunnersErrorTextIsNone", "velarixErr\n", 0, "velarixErr\n\n"}),
     [](const testing::TestParamInfo<CardOutput>& output) { return output.param.name; });
 
-class CardCommand : public ReceiverTest
-{
-};
-
-TEST_F(CardCommand, AServiceCardWhoseCommandCannotStartHasNoCarrier)
-{
-	fakeoutside::commandFails("cat /sys/class/net/eth0/carrier");
-	EXPECT_EQ(receiver->serviceLanCardCheck(), 0);
-	EXPECT_THAT(events::all(), ElementsAre("command cat /sys/class/net/eth0/carrier",
-	                                       "log E Utill:550 shell command run error(fp is NULL): "
-	                                       "cat /sys/class/net/eth0/carrier",
-	                                       "sleep 1000"));
-}
-
-TEST_F(CardCommand, ACommunicationCardWhoseCommandCannotStartHasNoCarrier)
-{
-	fakeoutside::commandFails("cat /sys/class/net/eth1/carrier");
-	EXPECT_EQ(receiver->ComunicationLanCardCheck(), 0);
-	EXPECT_THAT(events::all(), ElementsAre("command cat /sys/class/net/eth1/carrier",
-	                                       "log E Utill:550 shell command run error(fp is NULL): "
-	                                       "cat /sys/class/net/eth1/carrier",
-	                                       "sleep 1000"));
-}
-
 class MyNetwork : public ReceiverTest
 {
 };

@@ -83,20 +83,6 @@ protected:
 	}
 };
 
-TEST_F(RunScript, TwoProgramsOfOneDirectoryGiveTwoIdenticalDirectoryLines)
-{
-	EXPECT_EQ(scriptFor({"/opt/app/bin/server", "/opt/app/bin/worker"}), "cd /opt/app/bin/\n"
-	                                                                     "/opt/app/bin/server &\n"
-	                                                                     "cd /opt/app/bin/\n"
-	                                                                     "/opt/app/bin/worker &\n");
-}
-
-TEST_F(RunScript, WithoutProgramsTheFileIsThereAndEmpty)
-{
-	EXPECT_EQ(scriptFor({}), "");
-	EXPECT_EQ(::access(velarix::kRunScriptPath, F_OK), 0);
-}
-
 TEST_F(RunScript, AnExistingScriptIsReplacedAndNeverAppendedTo)
 {
 	sandbox::writeFile(velarix::kRunScriptPath, "rm -rf /opt/app\nand a good deal more than the new script needs\n");
@@ -131,12 +117,6 @@ TEST_F(RunScript, TheFileIsCreatedWithTheDefaultPermissions)
 	::umask(before);
 }
 
-TEST_F(RunScript, AnEmptyDirectoryInItsPlaceIsReplaced)
-{
-	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
-	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
-}
-
 TEST_F(RunScript, ALinkInItsPlaceIsReplacedAndItsTargetKept)
 {
 	const std::string target = "/usr/velarix/bin/ini/target";
@@ -162,14 +142,6 @@ TEST_F(RunScript, TheScriptIsThereBeforeTheVirtualIPIsStopped)
 	    });
 	const CAgent agent(MODE_SLAVE);
 	EXPECT_EQ(script, "cd /srv/\n/srv/worker &\n");
-}
-
-TEST_F(RunScript, WritingLogsNothingAndRunsNothing)
-{
-	CAgent agent(MODE_SLAVE);
-	events::clear();
-	agent.makeProcessRunShellScript();
-	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 } // namespace
