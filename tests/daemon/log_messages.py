@@ -70,7 +70,7 @@ def main(root, folder, *programs):
     rows, problems = read_catalogue(pathlib.Path(root))
     ran = [pathlib.Path(folder, name) for name in programs if pathlib.Path(folder, name).exists()]
     found, seen = compare(rows, ran)
-    problems += found
+    problems += dict.fromkeys(found)
     unseen = sorted(set(rows) - seen - NEVER_SEEN)
     if len(ran) == len(programs):
         problems += [f"{label}:{number} was seen by no test" for label, number in unseen]
