@@ -206,8 +206,10 @@ TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)
 	                   "std::string Configuraion::getString(const std::string&)");
 }
 
-TEST_F(HAmain, EveryOtherRoleIsSlave)
+TEST_F(HAmain, OnlyTheRoleOneIsMaster)
 {
+	EXPECT_EQ(modeFor("1"), 1);
+	EXPECT_EQ(modeFor("2"), 2);
 	EXPECT_EQ(modeFor("7"), 2);
 	EXPECT_EQ(modeFor("3"), 2);
 	EXPECT_EQ(modeFor("0"), 2);

@@ -86,6 +86,12 @@ TEST_F(SenderErrors, AnErrorWhileConnectingIsARetryNotALostHeartbeat)
 	                                      kRetry, kSent, kInterval));
 }
 
+TEST_F(SenderErrors, AnExceptionOfAnotherTypeWhileConnectingEndsTheThreadSilently)
+{
+	throwAt("connect", std::runtime_error("not of the library"));
+	EXPECT_THAT(untilWaitOnAThread(5), ElementsAre(kStarted));
+}
+
 TEST_F(SenderErrors, AnExceptionOfAnotherTypeWhileSendingEndsTheThreadSilently)
 {
 	throwAt("send", std::runtime_error("not of the library"));
