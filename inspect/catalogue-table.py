@@ -11,7 +11,7 @@ import sys
 HEADING = re.compile(r"^## `(?P<file>[^`]+)` \(label `(?P<label>\w+)`\)$")
 ROW = re.compile(
     r"^\| (?P<number>\d+|-) \| (?P<level>\w+) \| (?:`(?P<text>[^`]*)`|\(empty\))(?: in `(?P<function>[^`]*)`)? "
-    r"\| (?P<when>[^|]+) \| (?P<action>[^|]+) \| [^|]+ \|$"
+    r"\| (?P<when>[^|]+) \| (?P<action>[^|]+) \|$"
 )
 AFTER = re.compile(r"after lines? (\d+)(?: to (\d+))?")
 REFERENCE = re.compile(r"(as|after) line (\d+)")

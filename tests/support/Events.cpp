@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 namespace
 {
@@ -84,11 +82,6 @@ void onSleep(std::function<void(long)> handler)
 {
 	const std::lock_guard lock(g_mutex);
 	g_onSleep = std::move(handler);
-}
-
-void sleepForReal()
-{
-	onSleep([](long milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); });
 }
 
 void endAtSleep(int n)

@@ -38,8 +38,6 @@ struct EndOfScript
 /// Called with the milliseconds of each wait after it was recorded; the default
 /// does nothing. Reset by clear.
 void onSleep(std::function<void(long)> handler);
-/// Waits are waited for real (and still recorded) until clear.
-void sleepForReal();
 /// Leaves the code under test (EndOfScript) at the n-th wait, counted from 1.
 void endAtSleep(int n);
 

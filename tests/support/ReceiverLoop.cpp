@@ -160,7 +160,7 @@ events::List masterJudged()
 	     "log D CHeartReciver:561 processStatus : start", "log D CHeartReciver:564 processStatus : OK"});
 }
 
-events::List cardLookedAt(const std::string& carrier)
+events::List carrierLookedAt(const std::string& carrier)
 {
 	return {"command cat /sys/class/net/eth1/carrier",
 	        "log I Utill:573 command(cat /sys/class/net/eth1/carrier) : " + carrier + "\n\n"};

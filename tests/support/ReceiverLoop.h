@@ -14,7 +14,7 @@
 #include "Peer.h"
 #include "ReceiverTest.h"
 
-/// Fixture around `receiver->run()`. Everything answers pings, both cards have
+/// Fixture around `receiver->run()`. Everything answers pings, both interfaces have
 /// carrier, and a poll waits only when the partner has called.
 class ReceiverLoop : public ReceiverTest
 {
@@ -90,8 +90,8 @@ events::List slaveJudged();
 events::List slaveJudgedWithPartnerSilent();
 /// A master's checks at the beginning of a pass, all of them passed.
 events::List masterJudged();
-/// The communication card looked at, with what its carrier file holds.
-events::List cardLookedAt(const std::string& carrier);
+/// The communication interface looked at, with what its carrier file holds.
+events::List carrierLookedAt(const std::string& carrier);
 /// The virtual IP asked, which answers.
 events::List serviceAnswers();
 /// The partner asked, which answers or not.

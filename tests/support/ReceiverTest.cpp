@@ -46,16 +46,6 @@ void ReceiverTest::hear(const std::string& partnerRole, const std::string& ask)
 	receiver->ParsingReceivedMessage("/process/1/" + partnerRole + "/20240131235959/" + ask + "/");
 }
 
-void ReceiverTest::recordStateAtActions()
-{
-	fakeoutside::onAction(
-	    [this](const std::string&)
-	    {
-		    events::add("role " + std::to_string(velarix::loadShared(mode)) + " ask " +
-		                std::to_string(velarix::loadShared(g_specialAsking)));
-	    });
-}
-
 namespace
 {
 
@@ -156,29 +146,14 @@ events::List raiseAddress()
 	        "log D Utill:496 ping: 10"};
 }
 
-namespace
+events::List runPrograms()
 {
-
-events::List runProgramsAfter(const events::List& address)
-{
-	return join({"log D Utill:48 try to start virtual ip", address, "log D Utill:62 try to run processes",
+	return join({"log D Utill:48 try to start virtual ip", findAddress(), "log D Utill:62 try to run processes",
 	             "system chmod 755 /usr/velarix/bin/ini/processList.sh", "system /usr/velarix/bin/ini/processList.sh",
 	             "log E Utill:78 \n"
 	             "======================================================\n"
 	             "================ process run =========================\n"
 	             "======================================================"});
-}
-
-} // namespace
-
-events::List runPrograms()
-{
-	return runProgramsAfter(findAddress());
-}
-
-events::List raiseAddressAndRunPrograms()
-{
-	return runProgramsAfter(raiseAddress());
 }
 
 } // namespace steps

@@ -29,11 +29,9 @@ protected:
 
 	/// Hands over a heartbeat with the partner's role and ask fields as given.
 	void hear(const std::string& partnerRole, const std::string& ask);
-	/// From now on "role R ask A" is recorded after every outward action.
-	void recordStateAtActions();
 	/// Runs `call` and looks at role, status, ask and count at each log line, action and
 	/// wait, and in the end. What changes and changes back between two of these is not
-	/// seen. Takes the places of the handlers of recordStateAtActions and onLogLine.
+	/// seen. Takes the places of the handlers of actions, waits and onLogLine.
 	/// @return every change as "role R status S ask A count C at EVENT", EVENT being the
 	///         first one that saw it, "the end" after the last
 	std::vector<std::string> stateChanges(const std::function<void()>& call);
@@ -78,7 +76,5 @@ events::List findAddress();
 events::List raiseAddress();
 /// The managed programs started, the virtual IP being listed already.
 events::List runPrograms();
-/// The same, the virtual IP being raised first.
-events::List raiseAddressAndRunPrograms();
 
 } // namespace steps

@@ -159,7 +159,7 @@ void cleanDirectories()
 	makeDirectories();
 }
 
-void addCard(const std::string& name, bool carrier)
+void addInterface(const std::string& name, bool carrier)
 {
 	shell("ip link add " + name + " type veth peer name " + name + "-peer && ip link set " + name + " up");
 	setCarrier(name, carrier);

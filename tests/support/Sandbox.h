@@ -23,11 +23,11 @@ const std::string& whyUnavailable();
 /// another one left.
 void cleanDirectories();
 
-/// Makes the network card `name` (a virtual pair) and raises it.
+/// Makes the network interface `name` (a virtual pair) and raises it.
 /// @param carrier whether it has carrier
-void addCard(const std::string& name, bool carrier);
+void addInterface(const std::string& name, bool carrier);
 
-/// Gives or takes the carrier of a card made by addCard.
+/// Gives or takes the carrier of a interface made by addInterface.
 void setCarrier(const std::string& name, bool carrier);
 
 /// Puts an empty tmpfs over /proc, for a /proc made by hand. Undone by showRealProc.

@@ -10,13 +10,7 @@
 namespace
 {
 
-struct Start
-{
-	const Poco::Thread* pThread = nullptr;
-	const Poco::Runnable* pWorker = nullptr;
-};
-
-std::map<std::string, Start> g_starts;
+std::map<std::string, const Poco::Thread*> g_threads;
 std::map<std::string, std::function<void()>> g_throwers;
 
 std::string nameOf(Poco::Runnable& worker)
@@ -39,7 +33,7 @@ namespace threadstarts
 
 void reset()
 {
-	g_starts.clear();
+	g_threads.clear();
 	g_throwers.clear();
 }
 
@@ -50,12 +44,7 @@ void startThrows(const std::string& worker, std::function<void()> thrower)
 
 const Poco::Thread* threadOf(const std::string& worker)
 {
-	return g_starts[worker].pThread;
-}
-
-const Poco::Runnable* startedObject(const std::string& worker)
-{
-	return g_starts[worker].pWorker;
+	return g_threads[worker];
 }
 
 } // namespace threadstarts
@@ -70,5 +59,5 @@ extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThrea
 	{
 		it->second();
 	}
-	g_starts[name] = {pThread, &worker};
+	g_threads[name] = pThread;
 }

@@ -21,7 +21,5 @@ void startThrows(const std::string& worker, std::function<void()> thrower);
 
 /// @return the thread object on which `worker` was started last, or null
 const Poco::Thread* threadOf(const std::string& worker);
-/// @return the worker object that was started last under that name, or null
-const Poco::Runnable* startedObject(const std::string& worker);
 
 } // namespace threadstarts

@@ -47,7 +47,6 @@ public:
 	static const std::string& relatedProcess(ProcessChecker& worker) { return worker.m_relatedProcess; }
 	static const std::string& startTime(ProcessChecker& worker) { return worker.m_startTime; }
 	static const std::vector<std::string>& processList(ProcessChecker& worker) { return worker.m_processList; }
-	static int checkingCycle(ProcessChecker& worker) { return worker.m_nCheckingCycle; }
 	static OBSERVATION_MODE observationMode(ProcessChecker& worker) { return worker.m_observationMode; }
 	static int& refCount(ProcessChecker& worker) { return worker.m_refCount; }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "Sandbox.h"
+#include "SeenLines.h"
 
 namespace
 {
@@ -57,6 +58,7 @@ int main(int argc, char** argv)
 			return runTests(argc, argv);
 		}
 	}
+	seenlines::keepFor(std::strrchr(argv[0], '/') == nullptr ? argv[0] : std::strrchr(argv[0], '/') + 1);
 	const int result = sandbox::run(argc, argv, runTests);
 	// The tests ran in a process of their own. This one has no process namespace
 	// left in which a leak checker could make its helper, so it leaves without.

@@ -105,7 +105,7 @@ void sendConsoleNowhere()
 int body(int argc, char** argv)
 {
 	bench::furnishHost({"mariadbd", "nginx", "haproxy"});
-	sandbox::addCard("eth1", true);
+	sandbox::addInterface("eth1", true);
 	sendConsoleNowhere();
 	const std::vector<Step> steps = makeSteps();
 	if (argc == 2 && std::strcmp(argv[1], "--calls") == 0)

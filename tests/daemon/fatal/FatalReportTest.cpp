@@ -11,15 +11,15 @@ TEST(FatalReport, HasTheFormOfAFailedAssertionInEveryBuild)
 {
 	EXPECT_EXIT(velarix::fatal("a != b", "Label", 12, "int Class::operation(const std::string&)"),
 	            testing::KilledBySignal(SIGABRT),
-	            "^fatal_report_test: Label:12: int Class::operation\\(const std::string&\\): Assertion `a != b' "
+	            "^fatal_test: Label:12: int Class::operation\\(const std::string&\\): Assertion `a != b' "
 	            "failed\\.\n$");
 }
 
 TEST(FatalReport, PrintsTheExpressionAsItIsGiven)
 {
-	EXPECT_EXIT(velarix::fatal("(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30, "void f()"),
+	EXPECT_EXIT(velarix::fatal("(1 == 0) && \"ini File fopen fail.\"", "Label", 30, "void f()"),
 	            testing::KilledBySignal(SIGABRT),
-	            "^fatal_report_test: QuorinINI:30: void f\\(\\): Assertion "
+	            "^fatal_test: Label:30: void f\\(\\): Assertion "
 	            "`\\(1 == 0\\) && \"ini File fopen fail\\.\"' failed\\.\n$");
 }
 

@@ -4,10 +4,10 @@
 
 #include <unistd.h>
 
+#include "Reported.h"
 #include "Sandbox.h"
 #include "SenderTest.h"
 #include "SocketCalls.h"
-#include "Told.h"
 #include "velarix/paths.h"
 
 namespace
@@ -24,11 +24,11 @@ class SenderFatal : public SenderTest
 protected:
 	/// The thread's body with its log lines and connects on standard error. A
 	/// sender that goes on would never end.
-	void runTelling()
+	void runReporting()
 	{
 		::alarm(10);
-		onLogLine(tell);
-		socketcalls::before("connect", [] { tell("connect"); });
+		onLogLine(report);
+		socketcalls::before("connect", [] { report("connect"); });
 		sender->run();
 	}
 
@@ -43,7 +43,7 @@ TEST_F(SenderFatal, APortOfZeroEndsTheDaemonBeforeAnyConnect)
 {
 	settings.set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", "0");
 	apply();
-	EXPECT_FATAL_AFTER(runTelling(), beats::kStarted, "m_nPort != 0", "CHeartSender", 57, kRunFunction);
+	EXPECT_FATAL_AFTER(runReporting(), beats::kStarted, "m_nPort != 0", "CHeartSender", 57, kRunFunction);
 }
 
 TEST_F(SenderFatal, ThePortIsJudgedAtEveryPass)
@@ -56,21 +56,7 @@ TEST_F(SenderFatal, TheTimeOutIsReadBeforeThePortIsJudged)
 {
 	settings.set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", "0");
 	removeSetting("AGENT.MAX_HEART_BEAT_RECEIING_TIME");
-	EXPECT_FATAL_AFTER(runTelling(), "**ERROR**(Configuraion:82)Not found: AGENT.MAX_HEART_BEAT_RECEIING_TIME", "0",
-	                   "Configuraion", 83, kGetInt);
-}
-
-TEST_F(SenderFatal, AMissingPartnerAddressEndsTheDaemon)
-{
-	removeSetting("AGENT.PARTNER_IP");
-	EXPECT_FATAL_AFTER(runTelling(), "**ERROR**(Configuraion:65)Not found: AGENT.PARTNER_IP", "0", "Configuraion", 66,
-	                   kGetString);
-}
-
-TEST_F(SenderFatal, AMissingPartnerPortEndsTheDaemon)
-{
-	removeSetting("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT");
-	EXPECT_FATAL_AFTER(runTelling(), "**ERROR**(Configuraion:82)Not found: AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", "0",
+	EXPECT_FATAL_AFTER(runReporting(), "**ERROR**(Configuraion:82)Not found: AGENT.MAX_HEART_BEAT_RECEIING_TIME", "0",
 	                   "Configuraion", 83, kGetInt);
 }
 
@@ -78,15 +64,15 @@ TEST_F(SenderFatal, OfTheMissingAddressAndPortTheAddressIsTold)
 {
 	settings.remove("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT");
 	removeSetting("AGENT.PARTNER_IP");
-	EXPECT_FATAL_AFTER(runTelling(), "**ERROR**(Configuraion:65)Not found: AGENT.PARTNER_IP", "0", "Configuraion", 66,
+	EXPECT_FATAL_AFTER(runReporting(), "**ERROR**(Configuraion:65)Not found: AGENT.PARTNER_IP", "0", "Configuraion", 66,
 	                   kGetString);
 }
 
 TEST_F(SenderFatal, AMissingIntervalEndsTheDaemonBeforeTheFirstHeartbeat)
 {
 	removeSetting("AGENT.HEART_BEAT_INTERVAL");
-	EXPECT_FATAL_AFTER(runTelling(),
-	                   told({beats::kStarted, "log E Configuraion:82 Not found: AGENT.HEART_BEAT_INTERVAL"}), "0",
+	EXPECT_FATAL_AFTER(runReporting(),
+	                   reported({beats::kStarted, "log E Configuraion:82 Not found: AGENT.HEART_BEAT_INTERVAL"}), "0",
 	                   "Configuraion", 83, kGetInt);
 }
 
@@ -95,8 +81,8 @@ TEST_F(SenderFatal, AMissingRunInfoRecordEndsTheDaemonAfterTheConnect)
 {
 	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
 	EXPECT_FATAL_AFTER(
-	    runTelling(),
-	    told({beats::kStarted, "connect", "log E QuorinINI:29 File not found: /usr/velarix/bin/log/runinfo.txt"}),
+	    runReporting(),
+	    reported({beats::kStarted, "connect", "log E QuorinINI:29 File not found: /usr/velarix/bin/log/runinfo.txt"}),
 	    "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30, "bool initialization::loadFile(const std::string&)");
 }
 
@@ -104,16 +90,9 @@ TEST_F(SenderFatal, ARecordWithoutTheKeyEndsTheDaemonAfterTheConnect)
 {
 	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nMASTER_LAST_RUN_TIME = 1\n");
 	EXPECT_FATAL_AFTER(
-	    runTelling(),
-	    told({beats::kStarted, "connect", "log E CHeartSender:176 Not found: TRACE.LAST_RUN_TIME[noName]"}), kReadError,
-	    "CHeartSender", 177, kGetTime);
-}
-
-TEST_F(SenderFatal, ARecordThatVanishesEndsTheDaemonAtTheNextHeartbeat)
-{
-	atWait(1, [] { ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0); });
-	EXPECT_FATAL(untilWait(3), "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30,
-	             "bool initialization::loadFile(const std::string&)");
+	    runReporting(),
+	    reported({beats::kStarted, "connect", "log E CHeartSender:176 Not found: TRACE.LAST_RUN_TIME[noName]"}),
+	    kReadError, "CHeartSender", 177, kGetTime);
 }
 
 } // namespace

@@ -6,7 +6,7 @@
 #include "Daemon.h"
 #include "FakeOutside.h"
 #include "ReceiverTest.h"
-#include "Told.h"
+#include "Reported.h"
 #include "Utill.h"
 
 namespace
@@ -29,9 +29,9 @@ protected:
 		apply();
 	}
 
-	static void runTelling(bool skipVirtualIP)
+	static void runReporting(bool skipVirtualIP)
 	{
-		tellEverything();
+		reportEverything();
 		Utill::voidProcessRun(skipVirtualIP);
 	}
 
@@ -41,23 +41,11 @@ protected:
 TEST_F(LaunchingFatal, AScriptThatNoShellCouldRunEndsTheDaemon)
 {
 	fakeoutside::systemGives(kScript, 127);
-	EXPECT_FATAL_AFTER(runTelling(true),
-	                   told({kBegin, "log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
-	                         "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                         "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[127]"}),
-	                   "1==0", "Utill", 73, kVoidProcessRun);
-}
-
-TEST_F(LaunchingFatal, AScriptThatNoProcessCouldBeMadeForEndsTheDaemon)
-{
-	fakeoutside::systemGives(kScript, -1);
-	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
 	EXPECT_FATAL_AFTER(
-	    runTelling(false),
-	    told({kBegin, "log D Utill:48 try to start virtual ip", "command vip-stop",
-	          "log I Utill:573 command(vip-stop) : ", "command ifconfig", "log D Utill:668 myVirtualIP working",
-	          "log D Utill:62 try to run processes", "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	          "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[-1]"}),
+	    runReporting(true),
+	    reported({kBegin, "log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	              "system chmod 755 /usr/velarix/bin/ini/processList.sh", "system /usr/velarix/bin/ini/processList.sh",
+	              "log E Utill:72 can't run processes[127]"}),
 	    "1==0", "Utill", 73, kVoidProcessRun);
 }
 
@@ -67,11 +55,11 @@ TEST_F(LaunchingFatal, ARaisedAddressAndTheWaitingTimeComeBeforeTheScriptThatEnd
 	settings.set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", "2");
 	apply();
 	EXPECT_FATAL_AFTER(
-	    runTelling(false),
-	    told(steps::join({kBegin, "log D Utill:48 try to start virtual ip", steps::raiseAddress(), "sleep 1000",
-	                      "sleep 1000", "log D Utill:62 try to run processes",
-	                      "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                      "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[127]"})),
+	    runReporting(false),
+	    reported(steps::join(
+	        {kBegin, "log D Utill:48 try to start virtual ip", steps::raiseAddress(), "sleep 1000", "sleep 1000",
+	         "log D Utill:62 try to run processes", "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+	         "system /usr/velarix/bin/ini/processList.sh", "log E Utill:72 can't run processes[127]"})),
 	    "1==0", "Utill", 73, kVoidProcessRun);
 }
 

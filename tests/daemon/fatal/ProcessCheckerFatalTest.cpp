@@ -31,17 +31,18 @@ protected:
 	void make() { make(&m_running); }
 
 	/// Keeps the settings before the n-th read only: the n-th read ends the daemon.
-	void removeFromReadOn(int n)
+	void removeFromReadOn(std::size_t n)
 	{
-		const std::vector<std::string> order{
-		    "AGENT.RELATED_PROCESS",          "ADVENCE.PROCESS_KILL_COMMAND", "PROCESS_CHECK.PROCESS_CHECK_CYCLE",
-		    "PROCESS_CHECK.OBSERVATION_MODE", "PROCESS_CHECK.PROCESS_NUM",    "PROCESS_CHECK.PROCESS_PATH1"};
-		for (std::size_t i = static_cast<std::size_t>(n) - 1; i < order.size(); ++i)
+		for (std::size_t i = n - 1; i < order.size(); ++i)
 		{
 			settings.remove(order[i]);
 		}
 		apply();
 	}
+
+	const std::vector<std::string> order{
+	    "AGENT.RELATED_PROCESS",          "ADVENCE.PROCESS_KILL_COMMAND", "PROCESS_CHECK.PROCESS_CHECK_CYCLE",
+	    "PROCESS_CHECK.OBSERVATION_MODE", "PROCESS_CHECK.PROCESS_NUM",    "PROCESS_CHECK.PROCESS_PATH1"};
 
 	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
 	bool m_running = false;
@@ -49,46 +50,17 @@ protected:
 	std::string m_location = "noName";
 };
 
-TEST_F(CheckerFatal, TheRelatedProcessIsReadFirst)
+TEST_F(CheckerFatal, TheSettingsAreReadInThisOrder)
 {
-	removeFromReadOn(1);
-	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:65)Not found: AGENT.RELATED_PROCESS", "0", "Configuraion", 66,
-	                   kGetString);
-}
-
-TEST_F(CheckerFatal, TheKillCommandIsReadSecond)
-{
-	removeFromReadOn(2);
-	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:65)Not found: ADVENCE.PROCESS_KILL_COMMAND", "0", "Configuraion",
-	                   66, kGetString);
-}
-
-TEST_F(CheckerFatal, TheCycleIsReadThird)
-{
-	removeFromReadOn(3);
-	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.PROCESS_CHECK_CYCLE", "0",
-	                   "Configuraion", 83, kGetInt);
-}
-
-TEST_F(CheckerFatal, TheObservationModeIsReadFourth)
-{
-	removeFromReadOn(4);
-	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.OBSERVATION_MODE", "0",
-	                   "Configuraion", 83, kGetInt);
-}
-
-TEST_F(CheckerFatal, TheNumberOfProgramsIsReadFifth)
-{
-	removeFromReadOn(5);
-	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.PROCESS_NUM", "0", "Configuraion",
-	                   83, kGetInt);
-}
-
-TEST_F(CheckerFatal, TheProgramsAreReadLast)
-{
-	removeFromReadOn(6);
-	EXPECT_FATAL_AFTER(make(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH1", "0", "Configuraion",
-	                   66, kGetString);
+	for (std::size_t n = order.size(); n >= 1; --n)
+	{
+		removeFromReadOn(n);
+		const bool isNumber = n >= 3 && n <= 5;
+		EXPECT_FATAL_AFTER(make(),
+		                   (isNumber ? "**ERROR**(Configuraion:82)" : "**ERROR**(Configuraion:65)") +
+		                       ("Not found: " + order[n - 1]),
+		                   "0", "Configuraion", isNumber ? 83 : 66, isNumber ? kGetInt : kGetString);
+	}
 }
 
 TEST_F(CheckerFatal, ConstructionWithoutARunningFlagEndsTheDaemon)

@@ -132,14 +132,6 @@ TEST_F(RunInfoFatal, APathOf100CharactersCannotBeLoaded)
 	expectLoadFails(path, "Bad path syntax: path longer than 99 characters: " + path);
 }
 
-TEST_F(RunInfoFatal, WithoutARecordTheAgentEndsAtItsStart)
-{
-	CAgent agent(MODE_SLAVE);
-	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
-	EXPECT_FATAL_AFTER(agent.startThread(), "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt",
-	                   kOpenFailed, "QuorinINI", 30, kLoadFile);
-}
-
 TEST_F(RunInfoFatal, WithoutARecordTheReceiversWriterEndsTheDaemon)
 {
 	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
@@ -158,16 +150,6 @@ TEST_F(RunInfoFatal, WithoutARecordTheSendersWriterEndsTheDaemon)
 	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
 }
 
-// The editor's assertion comes before the reader's own.
-TEST_F(RunInfoFatal, WithoutARecordTheSendersReaderEndsInTheEditor)
-{
-	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
-	EXPECT_FATAL_AFTER(sender("noName")->getProcessStartedTime(),
-	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
-	                   "QuorinINI", 30, kLoadFile);
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[QuorinINI:29] <E> File not found: /usr/velarix/bin/log/runinfo.txt"));
-}
-
 TEST_F(RunInfoFatal, WithoutARecordTheComparisonOfStartTimesEndsTheDaemon)
 {
 	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
@@ -184,30 +166,6 @@ TEST_F(RunInfoFatal, ARecordWithoutTheGeneralKeyEndsTheSender)
 	                   "**ERROR**(CHeartSender:176)Not found: TRACE.LAST_RUN_TIME[noName]", kReadError, "CHeartSender",
 	                   177, kGetTime);
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[CHeartSender:176] <E> Not found: TRACE.LAST_RUN_TIME[noName]"));
-}
-
-TEST_F(RunInfoFatal, ARecordWithoutTheMastersKeyEndsASenderWithThatLabel)
-{
-	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nLAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n");
-	EXPECT_FATAL_AFTER(sender("master1")->getProcessStartedTime(),
-	                   "**ERROR**(CHeartSender:176)Not found: TRACE.MASTER_LAST_RUN_TIME[master1]", kReadError,
-	                   "CHeartSender", 177, kGetTime);
-}
-
-TEST_F(RunInfoFatal, ARecordWithoutTheSlavesKeyEndsASenderWithThatLabel)
-{
-	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nLAST_RUN_TIME = 1\nMASTER_LAST_RUN_TIME = 2\n");
-	EXPECT_FATAL_AFTER(sender("master2")->getProcessStartedTime(),
-	                   "**ERROR**(CHeartSender:176)Not found: TRACE.SLAVE_LAST_RUN_TIME[master2]", kReadError,
-	                   "CHeartSender", 177, kGetTime);
-}
-
-TEST_F(RunInfoFatal, AnEmptyRecordEndsTheSender)
-{
-	sandbox::writeFile(velarix::kRunInfoPath, "");
-	EXPECT_FATAL_AFTER(sender("noName")->getProcessStartedTime(),
-	                   "**ERROR**(CHeartSender:176)Not found: TRACE.LAST_RUN_TIME[noName]", kReadError, "CHeartSender",
-	                   177, kGetTime);
 }
 
 } // namespace

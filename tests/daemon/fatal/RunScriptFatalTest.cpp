@@ -12,8 +12,8 @@
 #include "CAgent.h"
 #include "Daemon.h"
 #include "FakeOutside.h"
+#include "Reported.h"
 #include "Sandbox.h"
-#include "Told.h"
 #include "velarix/paths.h"
 
 namespace
@@ -60,7 +60,7 @@ protected:
 	/// the script is written.
 	static void makeAgent()
 	{
-		tellEverything();
+		reportEverything();
 		const CAgent agent(MODE_SLAVE);
 	}
 
@@ -75,15 +75,15 @@ protected:
 TEST_F(RunScriptFatal, AFileThatWasNotCreatedEndsTheDaemon)
 {
 	g_createFile = [] { return false; };
-	EXPECT_FATAL_AFTER(makeAgent(), told({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0", "CAgent",
-	                   213, kFunction);
+	EXPECT_FATAL_AFTER(makeAgent(), reported({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0",
+	                   "CAgent", 213, kFunction);
 }
 
 TEST_F(RunScriptFatal, ALinkToNowhereInItsPlaceEndsTheDaemon)
 {
 	ASSERT_EQ(::symlink("/usr/velarix/nowhere", velarix::kRunScriptPath), 0);
-	EXPECT_FATAL_AFTER(makeAgent(), told({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0", "CAgent",
-	                   213, kFunction);
+	EXPECT_FATAL_AFTER(makeAgent(), reported({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0",
+	                   "CAgent", 213, kFunction);
 	::unlink(velarix::kRunScriptPath);
 }
 
@@ -92,7 +92,7 @@ TEST_F(RunScriptFatal, AMissingDirectoryEndsTheDaemon)
 	const std::string away = std::string(kDirectory) + ".away";
 	ASSERT_EQ(::rename(kDirectory, away.c_str()), 0);
 	EXPECT_FATAL_AFTER(makeAgent(),
-	                   told({kBegin, "log E CAgent:218 File not found: /usr/velarix/bin/ini/processList.sh"}), "0",
+	                   reported({kBegin, "log E CAgent:218 File not found: /usr/velarix/bin/ini/processList.sh"}), "0",
 	                   "CAgent", 219, kFunction);
 	ASSERT_EQ(::rename(away.c_str(), kDirectory), 0);
 }
@@ -103,8 +103,8 @@ TEST_F(RunScriptFatal, AFilledDirectoryInItsPlaceEndsTheDaemon)
 	const std::string inside = std::string(velarix::kRunScriptPath) + "/kept";
 	sandbox::writeFile(inside, "kept\n");
 	EXPECT_FATAL_AFTER(makeAgent(),
-	                   told({kBegin, "log E CAgent:218 Directory not empty: /usr/velarix/bin/ini/processList.sh"}), "0",
-	                   "CAgent", 219, kFunction);
+	                   reported({kBegin, "log E CAgent:218 Directory not empty: /usr/velarix/bin/ini/processList.sh"}),
+	                   "0", "CAgent", 219, kFunction);
 	EXPECT_EQ(sandbox::readFile(inside), "kept\n");
 	::unlink(inside.c_str());
 	::rmdir(velarix::kRunScriptPath);
@@ -114,8 +114,8 @@ TEST_F(RunScriptFatal, AReadOnlyDirectoryEndsTheDaemon)
 {
 	coverDirectory("ro");
 	EXPECT_FATAL_AFTER(makeAgent(),
-	                   told({kBegin, "log E CAgent:218 File is read-only: /usr/velarix/bin/ini/processList.sh"}), "0",
-	                   "CAgent", 219, kFunction);
+	                   reported({kBegin, "log E CAgent:218 File is read-only: /usr/velarix/bin/ini/processList.sh"}),
+	                   "0", "CAgent", 219, kFunction);
 	showDirectory();
 }
 
@@ -124,7 +124,7 @@ TEST_F(RunScriptFatal, AFullDiskAfterTheCreationEndsTheDaemon)
 	coverDirectory("size=4k");
 	sandbox::writeFile(std::string(kDirectory) + "/filling", "the one page there is");
 	EXPECT_FATAL_AFTER(makeAgent(),
-	                   told({kBegin, "log E CAgent:250 Cannot write file: /usr/velarix/bin/ini/processList.sh"}),
+	                   reported({kBegin, "log E CAgent:250 Cannot write file: /usr/velarix/bin/ini/processList.sh"}),
 	                   "1 == 0", "CAgent", 251, kFunction);
 	showDirectory();
 }
@@ -134,8 +134,8 @@ TEST_F(RunScriptFatal, AFileThatCannotBeOpenedAfterTheCreationEndsTheDaemon)
 	g_createFile = [] { return ::mkdir(velarix::kRunScriptPath, 0755) == 0; };
 	EXPECT_FATAL_AFTER(
 	    makeAgent(),
-	    told({kBegin, "log E CAgent:250 Cannot open file: not a file: /usr/velarix/bin/ini/processList.sh"}), "1 == 0",
-	    "CAgent", 251, kFunction);
+	    reported({kBegin, "log E CAgent:250 Cannot open file: not a file: /usr/velarix/bin/ini/processList.sh"}),
+	    "1 == 0", "CAgent", 251, kFunction);
 	::rmdir(velarix::kRunScriptPath);
 }
 
@@ -144,8 +144,8 @@ TEST_F(RunScriptFatal, AMissingProgramPathEndsTheDaemonBeforeTheOldScriptGoes)
 	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
 	settings.remove("PROCESS_CHECK.PROCESS_PATH1");
 	apply();
-	EXPECT_FATAL_AFTER(makeAgent(), told({kBegin, "log E Configuraion:65 Not found: PROCESS_CHECK.PROCESS_PATH1"}), "0",
-	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
+	EXPECT_FATAL_AFTER(makeAgent(), reported({kBegin, "log E Configuraion:65 Not found: PROCESS_CHECK.PROCESS_PATH1"}),
+	                   "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "old\n");
 	::unlink(velarix::kRunScriptPath);
 }

@@ -105,17 +105,6 @@ TEST_F(SettingsFatal, AnUnreadableFileEndsTheDaemon)
 	expectSilentEnd(kOther);
 }
 
-TEST_F(SettingsFatal, ALinkThatLeadsNowhereEndsTheDaemon)
-{
-	sandbox::shell("ln -sfn /usr/velarix/nowhere /usr/velarix/bin/ini/dangling.ini");
-	expectSilentEnd("/usr/velarix/bin/ini/dangling.ini");
-}
-
-TEST_F(SettingsFatal, AnEmptyPathEndsTheDaemon)
-{
-	expectSilentEnd("");
-}
-
 // The assertion of the load comes first; getInstance never sees an exception.
 TEST_F(SettingsFatal, AtTheFirstUseAMissingFileEndsInTheLoadWithoutAnyLog)
 {
@@ -163,51 +152,12 @@ TEST_F(SettingsFatal, AMissingSwitchKeyIsNamedInTheLog)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:99] <E> Not found: AGENT.QUIET"));
 }
 
-TEST_F(SettingsFatal, AKeyIsNotLookedForInOtherSections)
-{
-	EXPECT_FATAL_AFTER(other().getString("LOG.TEXT"), "**ERROR**(Configuraion:65)Not found: LOG.TEXT", "0",
-	                   "Configuraion", 66, kGetString);
-}
-
-TEST_F(SettingsFatal, AnEmptyFileHoldsNoKey)
-{
-	sandbox::writeFile(kOther, "");
-	EXPECT_FATAL_AFTER(other().getString("AGENT.MODE"), "**ERROR**(Configuraion:65)Not found: AGENT.MODE", "0",
-	                   "Configuraion", 66, kGetString);
-}
-
-TEST_F(SettingsFatal, AnEmptyValueIsNoNumber)
-{
-	EXPECT_FATAL_AFTER(other().getInt("AGENT.EMPTY"), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer",
-	                   "0", "Configuraion", 83, kGetInt);
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:82] <E> Syntax error: Not a valid integer"));
-}
-
 TEST_F(SettingsFatal, AWordIsNoNumber)
 {
 	EXPECT_FATAL_AFTER(other().getInt("AGENT.TEXT"),
 	                   "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: master", "0", "Configuraion", 83,
 	                   kGetInt);
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:82] <E> Syntax error: Not a valid integer: master"));
-}
-
-TEST_F(SettingsFatal, AFractionIsNoNumber)
-{
-	EXPECT_FATAL_AFTER(other().getInt("AGENT.HALF"), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: 1.5",
-	                   "0", "Configuraion", 83, kGetInt);
-}
-
-TEST_F(SettingsFatal, ANumberBeyondThirtyTwoBitsIsRefused)
-{
-	EXPECT_FATAL_AFTER(other().getInt("AGENT.BIG"),
-	                   "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: 2147483648", "0", "Configuraion",
-	                   83, kGetInt);
-}
-
-TEST_F(SettingsFatal, ANumberWithAUnitIsRefused)
-{
-	EXPECT_FATAL_AFTER(other().getInt("AGENT.TAIL"), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: 12s",
-	                   "0", "Configuraion", 83, kGetInt);
 }
 
 TEST_F(SettingsFatal, AWordThatIsNoSwitchIsRefused)
@@ -233,25 +183,6 @@ TEST_F(SettingsFatal, AnErrorOfTheLibraryWhileSettingANumberEndsTheDaemon)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Configuraion:113] <E> Null pointer"));
 }
 
-TEST_F(SettingsFatal, AProgramPathThatIsMissingIsNamedWithItsIndex)
-{
-	settings.programs({"/opt/one", "/opt/two", "/opt/three"}).remove("PROCESS_CHECK.PROCESS_PATH3");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::getProcessList(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH3", "0",
-	                   "Configuraion", 66, kGetString);
-}
-
-// The report cannot reach a file that does not exist yet; the console has it.
-TEST_F(SettingsFatal, WithoutALogPathTheStartOfTheLogEndsTheDaemon)
-{
-	settings.remove("LOG.PATH");
-	apply();
-	useUnsetLog();
-	EXPECT_FATAL_AFTER(velarixLog->init(), "**ERROR**(Configuraion:65)Not found: LOG.PATH", "0", "Configuraion", 66,
-	                   kGetString);
-	EXPECT_THAT(logFileTexts(kLog), IsEmpty());
-}
-
 TEST_F(SettingsFatal, WithoutAPurgeAgeTheStartOfTheLogEndsTheDaemonBeforeTheFileIsMade)
 {
 	settings.set("LOG.PATH", "/usr/velarix/log/never.log").remove("LOG.PURGEAGE");
@@ -260,18 +191,6 @@ TEST_F(SettingsFatal, WithoutAPurgeAgeTheStartOfTheLogEndsTheDaemonBeforeTheFile
 	EXPECT_FATAL_AFTER(velarixLog->init(), "**ERROR**(Configuraion:65)Not found: LOG.PURGEAGE", "0", "Configuraion", 66,
 	                   kGetString);
 	EXPECT_NE(::access("/usr/velarix/log/never.log", F_OK), 0);
-}
-
-TEST_F(SettingsFatal, TheStartOfTheLogReadsTheInstalledSettingsFile)
-{
-	ASSERT_EQ(std::remove(velarix::kSettingsPath), 0);
-	EXPECT_EXIT(
-	    {
-		    velarixLog = new VelarixLog;
-		    Configuraion::pConf = nullptr;
-		    velarixLog->init();
-	    },
-	    testing::KilledBySignal(SIGABRT), HasSubstr(assertionReport("0", "Configuraion", 50, kLoadFile)));
 }
 
 } // namespace

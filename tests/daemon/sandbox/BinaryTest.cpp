@@ -15,19 +15,19 @@ namespace
 {
 
 /// @return what `tool` prints about the daemon's program
-std::string tell(const std::string& tool)
+std::string report(const std::string& tool)
 {
 	return outputOf(tool + " " + VELARIX_BINARY);
 }
 
 TEST(Binary, NeedsTheSecureSocketLibraryThoughItCallsNothingOfIt)
 {
-	EXPECT_THAT(tell("readelf -dW"), ContainsRegex("NEEDED[^\n]*\\[libPocoNetSSL\\.so"));
+	EXPECT_THAT(report("readelf -dW"), ContainsRegex("NEEDED[^\n]*\\[libPocoNetSSL\\.so"));
 }
 
 TEST(Binary, FindsEveryLibraryItNeeds)
 {
-	const std::string libraries = tell("ldd");
+	const std::string libraries = report("ldd");
 	EXPECT_THAT(libraries, HasSubstr("libPocoFoundation.so"));
 	EXPECT_THAT(libraries, HasSubstr("libPocoNetSSL.so"));
 	EXPECT_THAT(libraries, Not(HasSubstr("not found")));
@@ -35,7 +35,7 @@ TEST(Binary, FindsEveryLibraryItNeeds)
 
 TEST(Binary, LooksForNoLibraryInABuildDirectory)
 {
-	EXPECT_THAT(tell("readelf -dW"), Not(ContainsRegex("RPATH|RUNPATH")));
+	EXPECT_THAT(report("readelf -dW"), Not(ContainsRegex("RPATH|RUNPATH")));
 }
 
 } // namespace

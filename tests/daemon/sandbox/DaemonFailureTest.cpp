@@ -125,48 +125,6 @@ TEST_F(DaemonFailure, ARunScriptWithoutAnInodeEndsItBeforeItTouchesTheNode)
 	EXPECT_EQ(sandbox::readFile("/usr/velarix/marks"), "");
 }
 
-TEST_F(DaemonFailure, MissingSettingsEndItWithTheReportAlone)
-{
-	sandbox::shell(std::string("rm ") + velarix::kSettingsPath);
-	DaemonProcess daemon;
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_EQ(daemon.waitForEnd(10s), kAborted);
-	EXPECT_EQ(daemon.output(), kFarewell);
-	EXPECT_EQ(daemon.errors(), "VelarixHA: Configuraion:50: bool Configuraion::loadFile(const std::string&): "
-	                           "Assertion `0' failed.\n");
-	EXPECT_NE(::access(kLogPath, F_OK), 0);
-}
-
-TEST_F(DaemonFailure, AMissingRunInfoRecordEndsItBeforeAnyWorkerStarts)
-{
-	sandbox::shell(std::string("rm ") + velarix::kRunInfoPath);
-	DaemonProcess daemon;
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_EQ(daemon.waitForEnd(10s), kAborted);
-	EXPECT_THAT(daemon.errors(), EndsWith("VelarixHA: QuorinINI:30: bool initialization::loadFile(const std::string&): "
-	                                      "Assertion `(1 == 0) && \"ini File fopen fail.\"' failed.\n"));
-	EXPECT_THAT(eventsOf(readLogFile()),
-	            ElementsAre("D CAgent:25 stop virtual ip, process",      //
-	                        "I Utill:573 command(true) : ",              //
-	                        "I Utill:573 command(true noSuchServer) : ", //
-	                        "I CAgent:38 Slave CAgent()",                //
-	                        "E QuorinINI:29 File not found: /usr/velarix/bin/log/runinfo.txt"));
-	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
-}
-
-TEST_F(DaemonFailure, APortInUseEndsIt)
-{
-	const Poco::Net::ServerSocket occupant(Poco::Net::SocketAddress("127.0.0.1", 7001));
-	DaemonProcess daemon;
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_EQ(daemon.waitForEnd(20s), kAborted);
-	// The sender's echo may come between; the report is written at once.
-	EXPECT_THAT(daemon.errors(), HasSubstr("VelarixHA: CHeartReciver:138: virtual void CHeartReciver::run(): "
-	                                       "Assertion `0' failed.\n"));
-	EXPECT_THAT(eventsOf(readLogFile()),
-	            Contains("E CHeartReciver:137 Net Exception: Address already in use: 127.0.0.1:7001"));
-}
-
 TEST_F(DaemonFailure, TwoAgentsNeverShareOneAddress)
 {
 	DaemonProcess first("first");

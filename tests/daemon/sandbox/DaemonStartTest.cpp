@@ -68,16 +68,6 @@ std::string groupSessionAndTerminal(const std::string& stat)
 	return group + " " + session + " " + terminal;
 }
 
-TEST_F(Daemon, ReturnsToTheShellBeforeThePidFileIsDue)
-{
-	DaemonProcess daemon;
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_FALSE(exists(velarix::kPidPath));
-	EXPECT_EQ(daemon.output(), "Good Bye!!! [fork parent]\r\n");
-	EXPECT_EQ(daemon.errors(), "");
-	EXPECT_NE(daemon.pid(), 0);
-}
-
 TEST_F(Daemon, WritesItsPidAfterAboutTwoSecondsAndNothingBeforeThat)
 {
 	DaemonProcess daemon;
@@ -157,30 +147,6 @@ TEST_F(Daemon, RecordsItsStartAndTellsItThePartnerInItsFirstHeartbeat)
 	char text[256];
 	const int size = connection.receiveBytes(text, sizeof text);
 	EXPECT_EQ(std::string(text, static_cast<std::size_t>(size)), "/process/0/2/" + time + "/0/");
-}
-
-TEST_F(Daemon, RunsInFourThreads)
-{
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	const auto eachHasSpoken = []
-	{
-		const std::vector<std::string> events = eventsOf(readLogFile());
-		return testing::Matches(Contains("D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"))(events) &&
-		       testing::Matches(Contains("D CHeartReciver:124 new server"))(events) &&
-		       testing::Matches(Contains("I CHeartSender:37 Sender thread run started[noName]"))(events);
-	};
-	EXPECT_TRUE(waitFor(eachHasSpoken, 10s, "line of each worker"));
-	EXPECT_EQ(daemon.threads(), 4);
-}
-
-TEST_F(Daemon, EchoesItsLogOnTheConsoleItWasStartedOn)
-{
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	EXPECT_THAT(daemon.output(), StartsWith("Good Bye!!! [fork parent]\r\n"
-	                                        "**DEBUG**(CAgent:25)stop virtual ip, process\n"
-	                                        "**DEBUG**(CAgent:179)run time wrote:"));
 }
 
 TEST_F(Daemon, KeepsStreamsDirectoryMaskGroupSessionAndSignals)

@@ -15,7 +15,7 @@
 #include <Poco/Net/ServerSocket.h>
 #include <Poco/Net/StreamSocket.h>
 
-#include "FailingSurroundings.h"
+#include "FailingEnvironment.h"
 #include "Sandbox.h"
 #include "UserOfItsOwn.h"
 
@@ -145,7 +145,7 @@ rlim_t limitWithTheListeningSocketAlone(const DaemonProcess& daemon)
 }
 
 // As where the number of the listening socket itself has gone to another.
-TEST_F(FailingSurroundings, WithoutADescriptorForTheListeningSocketTheDaemonEnds)
+TEST_F(FailingEnvironment, WithoutADescriptorForTheListeningSocketTheDaemonEnds)
 {
 	DaemonProcess daemon;
 	startAndWaitForWorkers(daemon);
@@ -160,7 +160,7 @@ TEST_F(FailingSurroundings, WithoutADescriptorForTheListeningSocketTheDaemonEnds
 
 // It has nothing to wait with at its listening socket, gives that back, opens it again and
 // so on, without a pause. Where another thread has the number at that moment it ends.
-TEST_F(FailingSurroundings, WithNoDescriptorLeftTheDaemonHearsNothingAndTriesWithoutAPause)
+TEST_F(FailingEnvironment, WithNoDescriptorLeftTheDaemonHearsNothingAndTriesWithoutAPause)
 {
 	DaemonProcess daemon;
 	startAndWaitForWorkers(daemon);
@@ -185,7 +185,7 @@ TEST_F(FailingSurroundings, WithNoDescriptorLeftTheDaemonHearsNothingAndTriesWit
 }
 
 // A connection takes two for a moment: the socket, and what its success is waited for with.
-TEST_F(FailingSurroundings, WithOneDescriptorLeftNoHeartbeatGoesOutAndTheDaemonLives)
+TEST_F(FailingEnvironment, WithOneDescriptorLeftNoHeartbeatGoesOutAndTheDaemonLives)
 {
 	const Poco::Net::ServerSocket partner(Poco::Net::SocketAddress("127.0.0.1", 7002));
 	beStill();
@@ -199,7 +199,7 @@ TEST_F(FailingSurroundings, WithOneDescriptorLeftNoHeartbeatGoesOutAndTheDaemonL
 }
 
 // While the sender waits for its partner to accept, the descriptors go.
-TEST_F(FailingSurroundings, WithNoDescriptorLeftForTheRunInfoRecordTheHeartbeatEndsTheDaemon)
+TEST_F(FailingEnvironment, WithNoDescriptorLeftForTheRunInfoRecordTheHeartbeatEndsTheDaemon)
 {
 	Poco::Net::ServerSocket partner;
 	partner.bind(Poco::Net::SocketAddress("127.0.0.1", 7002), true);
@@ -219,7 +219,7 @@ TEST_F(FailingSurroundings, WithNoDescriptorLeftForTheRunInfoRecordTheHeartbeatE
 }
 #endif
 
-TEST_F(FailingSurroundings, ADaemonThatCannotForkSaysSoAndKeepsItsRole)
+TEST_F(FailingEnvironment, ADaemonThatCannotForkSaysSoAndKeepsItsRole)
 {
 	SCOPED_TRACE("user " + std::to_string(userOfItsOwn()));
 	sandbox::shell("chown -R " + std::to_string(userOfItsOwn()) + " /usr/velarix");

@@ -23,38 +23,38 @@ namespace
 class Hardening : public testing::TestWithParam<std::string>
 {
 protected:
-	static std::string tell(const std::string& tool) { return outputOf(tool + " " + GetParam()); }
+	static std::string report(const std::string& tool) { return outputOf(tool + " " + GetParam()); }
 };
 
 TEST_P(Hardening, ItCanBeLoadedAtAnyAddress)
 {
-	EXPECT_THAT(tell("readelf -hW"), ContainsRegex("Type:[ ]+DYN"));
-	EXPECT_THAT(tell("readelf -dW"), ContainsRegex("FLAGS_1[^\n]*PIE"));
+	EXPECT_THAT(report("readelf -hW"), ContainsRegex("Type:[ ]+DYN"));
+	EXPECT_THAT(report("readelf -dW"), ContainsRegex("FLAGS_1[^\n]*PIE"));
 }
 
 TEST_P(Hardening, TheRelocatedTablesAreReadOnly)
 {
-	EXPECT_THAT(tell("readelf -lW"), HasSubstr("GNU_RELRO"));
+	EXPECT_THAT(report("readelf -lW"), HasSubstr("GNU_RELRO"));
 }
 
 TEST_P(Hardening, EverySymbolIsBoundBeforeTheStart)
 {
-	EXPECT_THAT(tell("readelf -dW"), ContainsRegex("FLAGS_1[^\n]*NOW"));
+	EXPECT_THAT(report("readelf -dW"), ContainsRegex("FLAGS_1[^\n]*NOW"));
 }
 
 TEST_P(Hardening, NothingOnTheStackIsExecuted)
 {
-	EXPECT_THAT(tell("readelf -lW"), ContainsRegex("GNU_STACK[^\n]* RW "));
+	EXPECT_THAT(report("readelf -lW"), ContainsRegex("GNU_STACK[^\n]* RW "));
 }
 
 TEST_P(Hardening, NoPartIsWrittenAndExecuted)
 {
-	EXPECT_THAT(tell("readelf -lW"), Not(ContainsRegex("LOAD[^\n]* RWE ")));
+	EXPECT_THAT(report("readelf -lW"), Not(ContainsRegex("LOAD[^\n]* RWE ")));
 }
 
 TEST_P(Hardening, TheStackIsGuarded)
 {
-	EXPECT_THAT(tell("readelf --dyn-syms -W"), HasSubstr("__stack_chk_fail"));
+	EXPECT_THAT(report("readelf --dyn-syms -W"), HasSubstr("__stack_chk_fail"));
 }
 
 #if defined(VELARIX_OPTIMISED)
@@ -63,7 +63,7 @@ TEST_P(Hardening, TheLibrarysCheckedFunctionsAreUsed)
 	// The program that releases the service calls none that has a checked form.
 	if (!GetParam().ends_with("/release"))
 	{
-		EXPECT_THAT(tell("readelf --dyn-syms -W"), ContainsRegex("__[a-z]+_chk@"));
+		EXPECT_THAT(report("readelf --dyn-syms -W"), ContainsRegex("__[a-z]+_chk@"));
 	}
 }
 #endif
@@ -71,7 +71,7 @@ TEST_P(Hardening, TheLibrarysCheckedFunctionsAreUsed)
 #if defined(__x86_64__)
 TEST_P(Hardening, TheBeginningOfAFunctionIsMarkedForIndirectJumps)
 {
-	EXPECT_THAT(tell("objdump -d --disassemble=main"), ContainsRegex("<main>:\n[^\n]*endbr64"));
+	EXPECT_THAT(report("objdump -d --disassemble=main"), ContainsRegex("<main>:\n[^\n]*endbr64"));
 }
 #endif
 
@@ -102,8 +102,9 @@ std::vector<std::string> compileCommands()
 	for (std::string line; std::getline(stream, line);)
 	{
 		// The tests compile some of the sources once more for themselves.
-		const bool installed =
-		    line.find(" -o src/") != std::string::npos || line.find(" -o inspect/") != std::string::npos || line.find(" -o ctl/") != std::string::npos;
+		const bool installed = line.find(" -o src/") != std::string::npos ||
+		                       line.find(" -o inspect/") != std::string::npos ||
+		                       line.find(" -o ctl/") != std::string::npos;
 		if (installed && line.find("\"command\"") != std::string::npos)
 		{
 			commands.push_back(line);

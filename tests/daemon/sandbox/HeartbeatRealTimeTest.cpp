@@ -1,5 +1,5 @@
 // The heartbeat in real time: intervals, pauses, time-outs and the time that a
-// take-over needs, with real sockets, pings, cards and commands.
+// take-over needs, with real sockets, pings, interfaces and commands.
 
 #include <atomic>
 #include <chrono>
@@ -44,7 +44,7 @@ protected:
 		DaemonTest::SetUp();
 		events::onSleep([this](long duration) { wait(duration); });
 		onLogLine([this](const std::string& event) { note(event); });
-		sandbox::addCard("eth1", true);
+		sandbox::addInterface("eth1", true);
 	}
 	void TearDown() override
 	{
@@ -189,24 +189,6 @@ TEST_F(HeartbeatRealTime, MessagesOnOneConnectionAreHalfASecondApart)
 	EXPECT_THAT(between("log D CHeartReciver:164 received message: /process/0/1/second/0/",
 	                    "log D CHeartReciver:84 delete server"),
 	            AllOf(Ge(500ms), Lt(500ms + kSlowMachine)));
-}
-
-TEST_F(HeartbeatRealTime, ARefusedConnectIsRetriedAfterTwoSeconds)
-{
-	startSender();
-	constexpr char kRefused[] = "log E CHeartSender:79 Sender Connection refused(CODE: 111)[noName]";
-	waitForLines(kRefused, 2, 60s);
-	EXPECT_THAT(gaps(kRefused), Each(AllOf(Ge(2000ms), Lt(2000ms + kSlowMachine))));
-}
-
-TEST_F(HeartbeatRealTime, AnUnansweredConnectIsRetriedAfterTheTimeOutAndTwoSeconds)
-{
-	silencePartner();
-	startSender();
-	constexpr char kTimedOut[] =
-	    "log E CHeartSender:79 Sender Timeout: connect timed out: 10.9.0.2:7001(CODE: 0)[noName]";
-	waitForLines(kTimedOut, 2, 60s);
-	EXPECT_THAT(gaps(kTimedOut), Each(AllOf(Ge(3000ms), Lt(3000ms + kSlowMachine))));
 }
 
 TEST_F(HeartbeatRealTime, ASilentPartnerIsReplacedAfterThreeTimeOuts)

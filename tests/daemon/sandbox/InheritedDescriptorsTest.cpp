@@ -154,14 +154,6 @@ TEST_P(InheritedDescriptors, ADirectlyLaunchedProgramHasTheStandardStreamsOnly)
 	EXPECT_GT(::waitpid(-1, nullptr, 0), 0);
 }
 
-TEST_P(InheritedDescriptors, ADescriptorOpenedBetweenTwoCommandsIsKeptBackToo)
-{
-	std::string command = "ls /proc/self/fd";
-	shellCommand(command);
-	const OpenDescriptors descriptors;
-	EXPECT_EQ(shellCommand(command), "0\n\n1\n\n2\n\n3\n\n");
-}
-
 TEST_P(InheritedDescriptors, TheStandardStreamsStayOpenInTheDaemon)
 {
 	std::string command = "true";

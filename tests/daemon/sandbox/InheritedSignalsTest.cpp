@@ -178,19 +178,4 @@ TEST_F(InheritedSignals, AnEarlierWriteToABrokenPipeDoesNotEndTheDaemonAtItsNext
 	    });
 }
 
-TEST_F(InheritedSignals, AnEarlierWriteToABrokenPipeDoesNotEndTheDaemonAtALaunch)
-{
-	sandbox::writeFile(velarix::kRunScriptPath, "true\n");
-	inOwnProcess(
-	    []
-	    {
-		    onWorkerThread(
-		        []
-		        {
-			        writeToABrokenPipe();
-			        Utill::voidProcessRun(true);
-		        });
-	    });
-}
-
 } // namespace

@@ -90,35 +90,11 @@ TEST_F(LogOnAFullDisk, DebugLeavesWithAnExceptionAndWithoutAnEcho)
 	expectThrows([] { velarixLog->debug("Source", 11, "%s", "text"); });
 }
 
-TEST_F(LogOnAFullDisk, WarningLeavesWithAnExceptionAndWithoutAnEcho)
-{
-	expectThrows([] { velarixLog->warning("Source", 14, "%s", "text"); });
-}
-
-TEST_F(LogOnAFullDisk, CriticalLeavesWithAnExceptionAndWithoutAnEcho)
-{
-	expectThrows([] { velarixLog->critical("Source", 16, "%s", "text"); });
-}
-
 TEST_F(LogOnAFullDisk, InfoPrintsTheExceptionAndReturns)
 {
 	const Console console = consoleOf([] { velarixLog->info("Source", 12, "%s", "text"); });
 	EXPECT_EQ(console.out, g_refusal + "\n");
 	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(LogOnAFullDisk, NoticePrintsTheExceptionAndReturns)
-{
-	const Console console = consoleOf([] { velarixLog->notice("Source", 13, "%s", "text"); });
-	EXPECT_EQ(console.out, g_refusal + "\n");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(LogOnAFullDisk, ErrorPrintsTheExceptionAndStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%s", "text"); });
-	EXPECT_EQ(console.out, g_refusal + "\n");
-	EXPECT_EQ(console.err, "**ERROR**(Source:15)text\n");
 }
 
 // The library's stream stays bad; a restart of the daemon is what helps.

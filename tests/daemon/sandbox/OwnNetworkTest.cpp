@@ -1,4 +1,4 @@
-// The receiver's verdict over real cards, real pings and real programs.
+// The receiver's verdict over real interfaces, real pings and real programs.
 #include <filesystem>
 
 #include <csignal>
@@ -64,18 +64,6 @@ TEST_F(OwnNetwork, AMasterWithASilentGatewayKillsAndKeepsItsAddress)
 	EXPECT_EQ(velarix::loadShared(g_specialAsking), 0);
 }
 
-TEST_F(OwnNetwork, AMasterWhoseServiceAddressIsSilentKillsWithoutAnAsk)
-{
-	addHost(kGateway);
-	EXPECT_EQ(receiver->networkStatus(), 0);
-	EXPECT_THAT(events::all(), ElementsAre(kStart, kMaster, kGatewayAsked, kGatewaySeen, kServiceAsked, kServiceSilent,
-	                                       "log D CHeartReciver:516 my service IP is not OK (2)",
-	                                       "log D CHeartReciver:517 master -> slave  process kill", kKilled));
-	EXPECT_EQ(mode, 2);
-	EXPECT_EQ(noted(), "killed dbServer\n");
-	EXPECT_EQ(velarix::loadShared(g_specialAsking), 0);
-}
-
 TEST_F(OwnNetwork, AMasterWithAPulledServiceCableDropsItsAddressAndAsks)
 {
 	addHost(kGateway);
@@ -89,25 +77,6 @@ TEST_F(OwnNetwork, AMasterWithAPulledServiceCableDropsItsAddressAndAsks)
 	EXPECT_EQ(noted(), "killed dbServer\n");
 	EXPECT_FALSE(holdsServiceAddress());
 	EXPECT_EQ(velarix::loadShared(g_specialAsking), 1);
-}
-
-TEST_F(OwnNetwork, ASlaveThatSeesItsPartnerAsksNothingElse)
-{
-	mode = 2;
-	addHost(kPartner);
-	EXPECT_EQ(receiver->networkStatus(), 1);
-	EXPECT_THAT(events::all(), ElementsAre(kStart, kSlave, kPartnerAsked, kPartnerSeen));
-	EXPECT_EQ(mode, 2);
-}
-
-TEST_F(OwnNetwork, ASlaveThatSeesTheServiceStaysSlave)
-{
-	mode = 2;
-	addHost(kService);
-	EXPECT_EQ(receiver->networkStatus(), 1);
-	EXPECT_THAT(events::all(), ElementsAre(kStart, kSlave, kPartnerAsked, kPartnerSilent, kServiceAsked, kServiceSeen));
-	EXPECT_EQ(mode, 2);
-	EXPECT_EQ(noted(), "");
 }
 
 TEST_F(OwnNetwork, ASlaveThatSeesOnlyItsGatewayTakesTheService)
@@ -132,15 +101,6 @@ TEST_F(OwnNetwork, ASlaveThatSeesOnlyItsGatewayTakesTheService)
 	                        "log D Utill:62 try to run processes", StartsWith("log E Utill:78 \n=====")));
 }
 
-TEST_F(OwnNetwork, ASlaveThatTookTheServiceIsOKAsAMaster)
-{
-	mode = 2;
-	addHost(kGateway);
-	EXPECT_EQ(receiver->networkStatus(), 0);
-	EXPECT_EQ(receiver->networkStatus(), 1);
-	EXPECT_EQ(mode, 1);
-}
-
 TEST_F(OwnNetwork, ASlaveThatSeesNothingStaysSlave)
 {
 	mode = 2;
@@ -152,36 +112,6 @@ TEST_F(OwnNetwork, ASlaveThatSeesNothingStaysSlave)
 	EXPECT_EQ(mode, 2);
 	EXPECT_EQ(noted(), "");
 	EXPECT_FALSE(holdsServiceAddress());
-}
-
-TEST_F(OwnNetwork, AGatewayThatAnswersIsOK)
-{
-	addHost(kGateway);
-	EXPECT_TRUE(receiver->isMyNetworkOK());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(OwnNetwork, ASilentGatewayIsNotOK)
-{
-	EXPECT_FALSE(receiver->isMyNetworkOK());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(OwnNetwork, AGatewayWithoutARouteIsNotOKAndNoError)
-{
-	settings.set("AGENT.GATEWAY_IP", "192.0.2.1");
-	apply();
-	EXPECT_FALSE(receiver->isMyNetworkOK());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(OwnNetwork, AnEmptyGatewayIsAnErrorInTheLog)
-{
-	settings.set("AGENT.GATEWAY_IP", "");
-	apply();
-	EXPECT_FALSE(receiver->isMyNetworkOK());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log E CHeartReciver:590 my network has some problems: Host not found[CODE:0]"));
 }
 
 TEST_F(OwnNetwork, AGatewayWhoseNameIsUnknownIsAnErrorInTheLog)

@@ -40,31 +40,9 @@ TEST_F(RealCommand, TwoLinesComeWithDoubledLineFeeds)
 	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(echo first; echo second) : first\n\nsecond\n\n"));
 }
 
-TEST_F(RealCommand, AnUnfinishedLineGetsOneLineFeed)
-{
-	EXPECT_EQ(outputOf("printf first"), "first\n");
-}
-
-TEST_F(RealCommand, ALongLineComesInPiecesOf255Bytes)
-{
-	EXPECT_EQ(outputOf("printf '%0600d\\n' 7"),
-	          std::string(255, '0') + "\n" + std::string(255, '0') + "\n" + std::string(89, '0') + "7\n\n");
-}
-
-TEST_F(RealCommand, ACommandThatPrintsNothingGivesTheEmptyText)
-{
-	EXPECT_EQ(outputOf("true"), "");
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(true) : "));
-}
-
 TEST_F(RealCommand, StandardErrorIsNotPartOfTheOutput)
 {
 	EXPECT_EQ(outputOf("(echo wrong >&2) 2>/dev/null; echo right"), "right\n\n");
-}
-
-TEST_F(RealCommand, AFailingCommandIsJudgedByItsOutput)
-{
-	EXPECT_EQ(outputOf("echo sorry; exit 3"), "sorry\n\n");
 }
 
 TEST_F(RealCommand, AProgramThatDoesNotExistGivesTheEmptyText)

@@ -97,13 +97,6 @@ TEST_F(RealKill, EveryProgramIsKilledByItsName)
 	other.wait();
 }
 
-TEST_F(RealKill, WithoutAProgramToKillTheResultIsTrueToo)
-{
-	configure({"/opt/app/vxnobody"});
-	EXPECT_TRUE(Utill::processKill());
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(killall -q -9 vxnobody) : "));
-}
-
 TEST_F(RealKill, HandlesAreKilledAndAwaitedFromTheLastToTheFirst)
 {
 	Handles handles;
@@ -112,14 +105,6 @@ TEST_F(RealKill, HandlesAreKilledAndAwaitedFromTheLastToTheFirst)
 	EXPECT_FALSE(handles.exists(0));
 	EXPECT_FALSE(handles.exists(1));
 	EXPECT_FALSE(handles.exists(2));
-}
-
-TEST_F(RealKill, TheCallerKeepsTheListAndTheHandles)
-{
-	Handles handles;
-	const std::vector<Poco::ProcessHandle*> before = *handles.get();
-	EXPECT_TRUE(Utill::processKill(handles.get()));
-	EXPECT_EQ(*handles.get(), before);
 }
 
 TEST_F(RealKill, AProcessThatIsGoneIsLoggedAndTheOthersAreKilled)
@@ -131,19 +116,6 @@ TEST_F(RealKill, AProcessThatIsGoneIsLoggedAndTheOthersAreKilled)
 	            ElementsAre(handles.killed(2), "log E Utill:300 Not found: cannot kill process", handles.killed(0)));
 	EXPECT_FALSE(handles.exists(0));
 	EXPECT_FALSE(handles.exists(2));
-}
-
-TEST_F(RealKill, EveryProcessThatIsGoneIsLoggedForItself)
-{
-	Handles handles;
-	for (std::size_t i = 0; i < 3; ++i)
-	{
-		handles.end(i);
-	}
-	EXPECT_TRUE(Utill::processKill(handles.get()));
-	EXPECT_THAT(events::all(), ElementsAre("log E Utill:300 Not found: cannot kill process",
-	                                       "log E Utill:300 Not found: cannot kill process",
-	                                       "log E Utill:300 Not found: cannot kill process"));
 }
 
 TEST_F(RealKill, AProcessThatCannotBeAwaitedIsKilledButNotReportedSo)
@@ -183,14 +155,6 @@ TEST_F(RealKill, ADefunctProgramIsFoundByTheKeyword)
 	programs::Sleeper zombie("vxzombie");
 	EXPECT_TRUE(Utill::advenceRunCheck(0));
 	zombie.makeZombie();
-	EXPECT_FALSE(Utill::advenceRunCheck(0));
-}
-
-TEST_F(RealKill, TheKeywordIsFoundInTheSearchItself)
-{
-	configure({"/opt/app/vxnobody"});
-	settings.set("ADVENCE.KEYWORD", "grep vxnobody");
-	apply();
 	EXPECT_FALSE(Utill::advenceRunCheck(0));
 }
 

@@ -103,33 +103,11 @@ TEST_F(RealLaunch, TheEndOfTheScriptIsAwaited)
 	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes", kBanner));
 }
 
-TEST_F(RealLaunch, AScriptThatEndsWithStatus127IsTakenAsStarted)
-{
-	runScript("exit 127\n");
-	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
-}
-
-TEST_F(RealLaunch, AScriptThatIsEndedByASignalIsTakenAsStarted)
-{
-	runScript("kill -9 $$\n");
-	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
-}
-
 TEST_F(RealLaunch, AMissingScriptIsTakenAsStarted)
 {
 	testing::internal::CaptureStderr();
 	Utill::voidProcessRun(true);
 	testing::internal::GetCapturedStderr();
-	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
-}
-
-TEST_F(RealLaunch, AScriptWhoseProgramsAreMissingIsTakenAsStarted)
-{
-	settings.programs({"/usr/velarix/none/vxnobody"});
-	apply();
-	const CAgent agent(MODE_SLAVE);
-	events::clear();
-	Utill::voidProcessRun(true);
 	EXPECT_THAT(events::only({"log E"}), ElementsAre(kBanner));
 }
 

@@ -29,8 +29,8 @@ void RealNode::SetUp()
 	DaemonTest::SetUp();
 	std::filesystem::remove(kNotes);
 	sandbox::writeFile(kRunScript, "#!/bin/sh\necho started >>/usr/velarix/log/notes\n");
-	sandbox::addCard("eth0", true);
-	sandbox::addCard("eth1", true);
+	sandbox::addInterface("eth0", true);
+	sandbox::addInterface("eth1", true);
 	sandbox::shell("ip addr add 10.99.2.1/24 dev eth0 && ip addr add 10.99.1.1/24 dev eth1");
 	receiver = std::make_unique<CHeartReciver>(&handles, &running, &mode, location);
 }

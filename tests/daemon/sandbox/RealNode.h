@@ -1,5 +1,5 @@
-/// A node with real cards and addresses for the receiver's own checks: eth0 is
-/// the service card, eth1 the communication card. Whatever answers pings is an
+/// A node with real interfaces and addresses for the receiver's own checks: eth0 is
+/// the service interface, eth1 the communication interface. Whatever answers pings is an
 /// address of this machine's loopback; every other address of eth1's network is
 /// silent. The node's commands are real; kills and starts are noted in a file.
 #pragma once

@@ -25,7 +25,7 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		sandbox::addCard("eth1", true);
+		sandbox::addInterface("eth1", true);
 		sandbox::shell("ip addr add 10.88.0.1/24 dev eth1");
 	}
 

@@ -1,4 +1,4 @@
-// The virtual IP on a network card of the sandbox, with the real listing.
+// The virtual IP on a network interface of the sandbox, with the real listing.
 
 #include "VirtualIP.h"
 
@@ -29,7 +29,7 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		sandbox::addCard("eth0", true);
+		sandbox::addInterface("eth0", true);
 		sandbox::shell("ip addr add 10.77.0.1/24 dev eth0");
 		configure(kStart);
 		programs::warmUpLog();
@@ -97,12 +97,6 @@ TEST_F(RealVirtualIP, StopDropsTheAddress)
 	EXPECT_FALSE(isMyVirtualIPWorking());
 }
 
-TEST_F(RealVirtualIP, StopWithoutTheAddressIsTrueToo)
-{
-	EXPECT_TRUE(Utill::stopVirtualIP());
-	EXPECT_THAT(events::all(), ElementsAre(ran(kStop)));
-}
-
 TEST_F(RealVirtualIP, AnUnlabelledSecondaryAddressIsNotListed)
 {
 	sandbox::shell("ip addr add 10.77.0.100/24 dev eth0");
@@ -111,16 +105,6 @@ TEST_F(RealVirtualIP, AnUnlabelledSecondaryAddressIsNotListed)
 	sandbox::shell(kStart);
 	EXPECT_TRUE(isMyVirtualIPWorking());
 	EXPECT_THAT(events::all(), ElementsAre(kNotListed, kListed));
-}
-
-TEST_F(RealVirtualIP, AnAddressThatBeginsTheCardsOwnCountsAsPresent)
-{
-	settings.set("AGENT.VIRTUAL_IP", "127.0.0");
-	apply();
-	EXPECT_TRUE(isMyVirtualIPWorking());
-	settings.set("AGENT.VIRTUAL_IP", "10.77.0.");
-	apply();
-	EXPECT_TRUE(isMyVirtualIPWorking());
 }
 
 TEST_F(RealVirtualIP, NothingOfAListingIsLeftBehind)
@@ -162,13 +146,6 @@ TEST_F(RealVirtualIP, AListingThatCannotBeStartedIsLogged)
 {
 	EXPECT_FALSE(programs::withoutDescriptors(isMyVirtualIPWorking));
 	EXPECT_THAT(events::all(), ElementsAre("log E Utill:652 popen error"));
-}
-
-TEST_F(RealVirtualIP, AStopCommandThatCannotBeStartedIsFalse)
-{
-	EXPECT_FALSE(programs::withoutDescriptors(Utill::stopVirtualIP));
-	EXPECT_THAT(events::all(), ElementsAre(std::string("log E Utill:550 shell command run error(fp is NULL): ") + kStop,
-	                                       "sleep 1000"));
 }
 
 } // namespace

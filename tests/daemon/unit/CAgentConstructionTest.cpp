@@ -1,5 +1,6 @@
 // What the construction of the agent does to the node, in order.
 
+#include <map>
 #include <type_traits>
 
 #include <sys/stat.h>
@@ -7,8 +8,8 @@
 #include "CAgent.h"
 #include "Daemon.h"
 #include "FakeOutside.h"
+#include "Reported.h"
 #include "Sandbox.h"
-#include "Told.h"
 #include "WorkerAccess.h"
 #include "velarix/paths.h"
 
@@ -42,9 +43,9 @@ protected:
 	}
 
 	/// The construction, told on standard error.
-	static void makeAgentTelling()
+	static void makeAgentReporting()
 	{
-		tellEverything();
+		reportEverything();
 		const CAgent agent(2);
 	}
 };
@@ -64,87 +65,23 @@ TEST_F(CAgentConstruction, ASlaveDropsTheAddressThenKillsEveryProgramThenSaysSo)
 	                        "log I CAgent:38 Slave CAgent()"));
 }
 
-TEST_F(CAgentConstruction, AMasterIsMadeCleanInTheSameWay)
+TEST_F(CAgentConstruction, EveryOtherRoleIsMadeCleanInTheSameWay)
 {
-	EXPECT_THAT(eventsOfConstruction(1),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
-	                        "command vip-stop",                                      //
-	                        "log I Utill:573 command(vip-stop) : ",                  //
-	                        "command kill-by-name noSuchServer",                     //
-	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
-	                        "log I CAgent:33 Master CAgent()"));
-}
-
-TEST_F(CAgentConstruction, ARoleThatDoesNotExistIsLoggedAndKept)
-{
-	EXPECT_THAT(eventsOfConstruction(3),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
-	                        "command vip-stop",                                      //
-	                        "log I Utill:573 command(vip-stop) : ",                  //
-	                        "command kill-by-name noSuchServer",                     //
-	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
-	                        "log E CAgent:42 wrong mode setting: 3"));
-	CAgent agent(3);
-	EXPECT_EQ(AgentAccess::mode(agent), 3);
-}
-
-TEST_F(CAgentConstruction, AnUnsetRoleIsWrongToo)
-{
-	EXPECT_THAT(eventsOfConstruction(0),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
-	                        "command vip-stop",                                      //
-	                        "log I Utill:573 command(vip-stop) : ",                  //
-	                        "command kill-by-name noSuchServer",                     //
-	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
-	                        "log E CAgent:42 wrong mode setting: 0"));
-}
-
-TEST_F(CAgentConstruction, ANegativeRoleIsShownWithItsSign)
-{
-	EXPECT_THAT(eventsOfConstruction(-7),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
-	                        "command vip-stop",                                      //
-	                        "log I Utill:573 command(vip-stop) : ",                  //
-	                        "command kill-by-name noSuchServer",                     //
-	                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
-	                        "log E CAgent:42 wrong mode setting: -7"));
-}
-
-TEST_F(CAgentConstruction, AStopCommandThatCannotBeStartedChangesNothing)
-{
-	fakeoutside::commandFails("vip-stop");
-	EXPECT_THAT(eventsOfConstruction(2),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",                      //
-	                        "command vip-stop",                                              //
-	                        "log E Utill:550 shell command run error(fp is NULL): vip-stop", //
-	                        "sleep 1000",                                                    //
-	                        "command kill-by-name noSuchServer",                             //
-	                        "log I Utill:573 command(kill-by-name noSuchServer) : ",         //
-	                        "log I CAgent:38 Slave CAgent()"));
-}
-
-TEST_F(CAgentConstruction, AKillCommandThatCannotBeStartedChangesNothing)
-{
-	fakeoutside::commandFails("kill-by-name noSuchServer");
-	EXPECT_THAT(eventsOfConstruction(2),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",                                       //
-	                        "command vip-stop",                                                               //
-	                        "log I Utill:573 command(vip-stop) : ",                                           //
-	                        "command kill-by-name noSuchServer",                                              //
-	                        "log E Utill:550 shell command run error(fp is NULL): kill-by-name noSuchServer", //
-	                        "sleep 1000",                                                                     //
-	                        "log I CAgent:38 Slave CAgent()"));
-}
-
-TEST_F(CAgentConstruction, WithoutProgramsThereIsNothingToKill)
-{
-	settings.programs({});
-	apply();
-	EXPECT_THAT(eventsOfConstruction(2),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process", //
-	                        "command vip-stop",                         //
-	                        "log I Utill:573 command(vip-stop) : ",     //
-	                        "log I CAgent:38 Slave CAgent()"));
+	for (const auto& [role, line] : std::map<MODE, std::string>{{1, "log I CAgent:33 Master CAgent()"},
+	                                                            {3, "log E CAgent:42 wrong mode setting: 3"},
+	                                                            {0, "log E CAgent:42 wrong mode setting: 0"},
+	                                                            {-7, "log E CAgent:42 wrong mode setting: -7"}})
+	{
+		EXPECT_THAT(eventsOfConstruction(role),
+		            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
+		                        "command vip-stop",                                      //
+		                        "log I Utill:573 command(vip-stop) : ",                  //
+		                        "command kill-by-name noSuchServer",                     //
+		                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+		                        line));
+		CAgent agent(role);
+		EXPECT_EQ(AgentAccess::mode(agent), role);
+	}
 }
 
 TEST_F(CAgentConstruction, TheRunScriptIsRewrittenBeforeAnythingElse)
@@ -164,22 +101,13 @@ TEST_F(CAgentConstruction, TheRunScriptIsRewrittenBeforeAnythingElse)
 	EXPECT_EQ(scriptAtFirstLine, "cd /opt/app/bin/\n/opt/app/bin/noSuchServer &\n");
 }
 
-TEST_F(CAgentConstruction, AScriptThatCannotBeWrittenEndsTheDaemonBeforeAnyCommand)
-{
-	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
-	sandbox::writeFile(std::string(velarix::kRunScriptPath) + "/full", "");
-	EXPECT_FATAL_AFTER(makeAgentTelling(),
-	                   told({kBegin, "log E CAgent:218 Directory not empty: /usr/velarix/bin/ini/processList.sh"}), "0",
-	                   "CAgent", 219, "void CAgent::makeProcessRunShellScript()");
-}
-
 TEST_F(CAgentConstruction, AMissingObservationModeEndsTheDaemonWithTheOldScriptUntouched)
 {
 	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
 	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
 	apply();
-	EXPECT_FATAL_AFTER(makeAgentTelling(),
-	                   told({kBegin, "log E Configuraion:82 Not found: PROCESS_CHECK.OBSERVATION_MODE"}), "0",
+	EXPECT_FATAL_AFTER(makeAgentReporting(),
+	                   reported({kBegin, "log E Configuraion:82 Not found: PROCESS_CHECK.OBSERVATION_MODE"}), "0",
 	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
 	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "an older script\n");
 }
@@ -190,9 +118,9 @@ TEST_F(CAgentConstruction, AMissingKillCommandEndsTheDaemonAfterTheAddressWasDro
 	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "drop");
 	apply();
 	EXPECT_FATAL_AFTER(
-	    makeAgentTelling(),
-	    told({kBegin, "log D CAgent:25 stop virtual ip, process", "command drop",
-	          "log I Utill:573 command(drop) : ", "log E Configuraion:65 Not found: ADVENCE.PROCESS_KILL_COMMAND"}),
+	    makeAgentReporting(),
+	    reported({kBegin, "log D CAgent:25 stop virtual ip, process", "command drop",
+	              "log I Utill:573 command(drop) : ", "log E Configuraion:65 Not found: ADVENCE.PROCESS_KILL_COMMAND"}),
 	    "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 }
 
@@ -219,14 +147,6 @@ TEST_F(CAgentConstruction, TheObservationModeIsTheConfiguredOne)
 	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_1);
 }
 
-TEST_F(CAgentConstruction, AnUnknownObservationModeCountsAsTheSecond)
-{
-	settings.set("PROCESS_CHECK.OBSERVATION_MODE", "7");
-	apply();
-	CAgent agent(2);
-	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_2);
-}
-
 TEST_F(CAgentConstruction, TheRoleSpecificStepsDoNothing)
 {
 	CAgent agent(2);
@@ -235,15 +155,6 @@ TEST_F(CAgentConstruction, TheRoleSpecificStepsDoNothing)
 	agent.slaveInit();
 	EXPECT_THAT(events::all(), IsEmpty());
 	EXPECT_EQ(AgentAccess::mode(agent), 2);
-}
-
-TEST_F(CAgentConstruction, TheDestructorLogsTheRoleAndLeavesAddressAndProgramsAlone)
-{
-	{
-		const CAgent agent(2);
-		events::clear();
-	}
-	EXPECT_THAT(events::all(), ElementsAre("log I CAgent:49 ~CAgent()[2]"));
 }
 
 TEST_F(CAgentConstruction, TheDestructorLogsTheRoleOfThatMoment)

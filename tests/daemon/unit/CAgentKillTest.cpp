@@ -44,12 +44,6 @@ protected:
 	std::unique_ptr<CAgent> agent;
 };
 
-TEST_F(CAgentKill, AKillThatSucceedsIsLogged)
-{
-	EXPECT_TRUE(agent->kill());
-	EXPECT_THAT(events::without({"log D Utill:241"}), ElementsAre("kill", "log E CAgent:123 process killed[noName]"));
-}
-
 TEST_F(CAgentKill, AKillThatReportsFailureIsLoggedAndEndsTheDaemon)
 {
 	fakekill::killGives(false);

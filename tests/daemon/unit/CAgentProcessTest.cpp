@@ -26,7 +26,7 @@ constexpr char kBanner[] = "log E Utill:78 \n"
                            "================ process run =========================\n"
                            "======================================================";
 /// The managed program of the tests in which one runs: this program's own name.
-constexpr char kOwnName[] = "/opt/app/bin/agent_proc_test";
+constexpr char kOwnName[] = "/opt/app/bin/daemon_unit";
 
 class CAgentProcess : public DaemonTest
 {
@@ -96,55 +96,6 @@ protected:
 	std::unique_ptr<CAgent> agent;
 };
 
-TEST_F(CAgentProcess, SaveStartedTimeWritesTheTimeOfNowUnderTheGenericKeyAlone)
-{
-	const std::string before = getCurrentTime();
-	agent->saveStartedTime();
-	const std::string after = getCurrentTime();
-	const std::string time = recordedTime();
-	EXPECT_THAT(time, MatchesRegex("[0-9]{14}"));
-	EXPECT_GE(time, before);
-	EXPECT_LE(time, after);
-	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), "[TRACE]\nLAST_RUN_TIME = " + time +
-	                                                        "\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-	                                                        "SLAVE_LAST_RUN_TIME = 20240102000000\n");
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]"));
-}
-
-TEST_F(CAgentProcess, SaveStartedTimeUsesTheGenericKeyWhateverTheLabel)
-{
-	AgentAccess::processLocation(*agent) = "master";
-	agent->saveStartedTime();
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + recordedTime() + ")[master]"));
-	EXPECT_THAT(sandbox::readFile(velarix::kRunInfoPath), HasSubstr("MASTER_LAST_RUN_TIME = 20240101000000\n"));
-}
-
-TEST_F(CAgentProcess, SaveStartedTimeReportsSuccessAlsoWithoutTheKeyInTheRecord)
-{
-	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nOTHER = 1\n");
-	agent->saveStartedTime();
-	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), "[TRACE]\nOTHER = 1\n");
-	EXPECT_THAT(events::all(), ElementsAre(MatchesRegex(
-	                               "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME.[0-9]{14}.\\[noName\\]")));
-}
-
-TEST_F(CAgentProcess, AMissingRecordEndsTheDaemon)
-{
-	sandbox::shell(std::string("rm ") + velarix::kRunInfoPath);
-	EXPECT_FATAL(agent->saveStartedTime(), "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30,
-	             "bool initialization::loadFile(const std::string&)");
-}
-
-TEST_F(CAgentProcess, AnErrorWhileSavingTheTimeIsLoggedAndForgotten)
-{
-	refuseTheTimeLine([] { throw Poco::WriteFileException("disk full"); });
-	agent->saveStartedTime();
-	EXPECT_THAT(events::without({"log D CAgent:179"}), ElementsAre("log E CAgent:183 Cannot write file: disk full"));
-	expectNotLocked([&] { agent->saveStartedTime(); });
-}
-
 TEST_F(CAgentProcess, AForeignErrorWhileSavingTheTimeReachesTheCallerWithTheLockFree)
 {
 	refuseTheTimeLine([] { throw std::runtime_error("foreign"); });
@@ -183,41 +134,14 @@ TEST_F(CAgentProcess, TheRunningFlagIsSetBeforeTheTimeIsRecorded)
 	EXPECT_TRUE(agent->isRunning());
 }
 
-TEST_F(CAgentProcess, ASecondProcessStartRunsTheScriptAgain)
-{
-	EXPECT_TRUE(agent->processStart());
-	events::clear();
-	EXPECT_TRUE(agent->processStart());
-	EXPECT_THAT(events::only({"system"}), ElementsAre("system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                                                  "system /usr/velarix/bin/ini/processList.sh"));
-}
-
-TEST_F(CAgentProcess, ProcessStartLeavesItsLockFree)
-{
-	EXPECT_TRUE(agent->processStart());
-	expectNotLocked([&] { EXPECT_TRUE(agent->processStart()); });
-}
-
-TEST_F(CAgentProcess, SomethingNotFoundAtTheStartEndsTheDaemon)
+TEST_F(CAgentProcess, AnErrorOfTheLibraryAtTheStartEndsTheDaemon)
 {
 	expectFatalStart([] { throw Poco::NotFoundException("script"); },
 	                 "**ERROR**(CAgent:84)Not found: script: NotFoundException");
-}
-
-TEST_F(CAgentProcess, AMissingPermissionAtTheStartEndsTheDaemon)
-{
 	expectFatalStart([] { throw Poco::NoPermissionException("script"); },
 	                 "**ERROR**(CAgent:88)No permission: script: NoPermissionException");
-}
-
-TEST_F(CAgentProcess, ASystemErrorAtTheStartEndsTheDaemon)
-{
 	expectFatalStart([] { throw Poco::SystemException("fork"); },
 	                 "**ERROR**(CAgent:92)System exception: fork: SystemException");
-}
-
-TEST_F(CAgentProcess, AnyOtherLibraryErrorAtTheStartEndsTheDaemon)
-{
 	expectFatalStart([] { throw Poco::TimeoutException("script"); }, "**ERROR**(CAgent:96)Timeout: script");
 }
 
@@ -250,27 +174,9 @@ TEST_F(CAgentProcess, KillOfARunningProgramRunsTheCommandAndLogsAtErrorLevel)
 	apply();
 	EXPECT_TRUE(agent->kill());
 	EXPECT_THAT(events::without({"log D Utill:241"}),
-	            ElementsAre("command kill-by-name agent_proc_test",                     //
-	                        "log I Utill:573 command(kill-by-name agent_proc_test) : ", //
+	            ElementsAre("command kill-by-name daemon_unit",                     //
+	                        "log I Utill:573 command(kill-by-name daemon_unit) : ", //
 	                        "log E CAgent:123 process killed[noName]"));
-}
-
-TEST_F(CAgentProcess, KillSaysKilledAlsoWhenTheCommandCouldNotBeStarted)
-{
-	settings.programs({kOwnName});
-	apply();
-	fakeoutside::commandFails("kill-by-name agent_proc_test");
-	EXPECT_TRUE(agent->kill());
-	EXPECT_EQ(events::all().back(), "log E CAgent:123 process killed[noName]");
-}
-
-TEST_F(CAgentProcess, KillLogsTheAgentsLabel)
-{
-	settings.programs({kOwnName});
-	apply();
-	AgentAccess::processLocation(*agent) = "slave";
-	EXPECT_TRUE(agent->kill());
-	EXPECT_EQ(events::all().back(), "log E CAgent:123 process killed[slave]");
 }
 
 } // namespace

@@ -95,24 +95,6 @@ TEST_F(CAgentThreads, EachWorkerGetsItsOwnThreadAndTheSpareOneNone)
 	EXPECT_FALSE(AgentAccess::spareThread(*agent).isRunning());
 }
 
-TEST_F(CAgentThreads, TheThreadsKeepTheDefaultNameAndPriority)
-{
-	agent->startThread();
-	for (const char* worker : {"ProcessChecker", "CHeartReciver", "CHeartSender"})
-	{
-		EXPECT_THAT(threadstarts::threadOf(worker)->name(), MatchesRegex("#[0-9]+")) << worker;
-		EXPECT_EQ(threadstarts::threadOf(worker)->getPriority(), Poco::Thread::PRIO_NORMAL) << worker;
-	}
-}
-
-TEST_F(CAgentThreads, TheStartedObjectsAreTheOnesThatTheAgentHolds)
-{
-	agent->startThread();
-	EXPECT_EQ(threadstarts::startedObject("ProcessChecker"), AgentAccess::checker(*agent).get());
-	EXPECT_EQ(threadstarts::startedObject("CHeartReciver"), AgentAccess::reciver(*agent).get());
-	EXPECT_EQ(threadstarts::startedObject("CHeartSender"), AgentAccess::sender(*agent).get());
-}
-
 TEST_F(CAgentThreads, EveryWorkerSharesTheAgentsRoleFlagAndListAndCarriesItsLabel)
 {
 	agent->startThread();
@@ -126,14 +108,6 @@ TEST_F(CAgentThreads, EveryWorkerSharesTheAgentsRoleFlagAndListAndCarriesItsLabe
 	expectShared(*AgentAccess::checker(*agent));
 	expectShared(*AgentAccess::reciver(*agent));
 	expectShared(*AgentAccess::sender(*agent));
-}
-
-TEST_F(CAgentThreads, TheAgentTakesOverTheWorkersFirstReference)
-{
-	agent->startThread();
-	EXPECT_EQ(WorkerAccess::refCount(*AgentAccess::checker(*agent)), 1);
-	EXPECT_EQ(WorkerAccess::refCount(*AgentAccess::reciver(*agent)), 1);
-	EXPECT_EQ(WorkerAccess::refCount(*AgentAccess::sender(*agent)), 1);
 }
 
 TEST_F(CAgentThreads, AWorkerWithAnotherHolderOutlivesTheAgent)
@@ -151,19 +125,6 @@ TEST_F(CAgentThreads, AWorkerWithAnotherHolderOutlivesTheAgent)
 	EXPECT_EQ(WorkerAccess::refCount(*sender), 1);
 }
 
-TEST_F(CAgentThreads, AFailureOfTheCheckersThreadIsLoggedAndNoLaterWorkerIsMade)
-{
-	threadstarts::startThrows("ProcessChecker", noMoreThreads);
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "start ProcessChecker",                                //
-	                                       "log E CAgent:160 System exception: no more threads"));
-	EXPECT_FALSE(AgentAccess::checker(*agent).isNull());
-	EXPECT_TRUE(AgentAccess::reciver(*agent).isNull());
-	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
-}
-
 TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSender)
 {
 	threadstarts::startThrows("CHeartReciver", noMoreThreads);
@@ -176,18 +137,6 @@ TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSend
 	EXPECT_FALSE(AgentAccess::checker(*agent).isNull());
 	EXPECT_FALSE(AgentAccess::reciver(*agent).isNull());
 	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
-}
-
-TEST_F(CAgentThreads, AFailureOfTheSendersThreadLeavesTheOtherTwo)
-{
-	threadstarts::startThrows("CHeartSender", noMoreThreads);
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "start ProcessChecker",                                //
-	                                       "start CHeartReciver",                                 //
-	                                       "start CHeartSender",                                  //
-	                                       "log E CAgent:160 System exception: no more threads"));
 }
 
 TEST_F(CAgentThreads, AnErrorOfTheCheckersConstructionIsLoggedAndNothingStarts)
@@ -244,15 +193,6 @@ TEST_F(CAgentThreads, AnErrorOfAnotherFamilyReachesTheCaller)
 	                                       "start CHeartReciver"));
 }
 
-TEST_F(CAgentThreads, WithARoleThatDoesNotExistAllThreeWorkersStart)
-{
-	makeAgent(3);
-	agent->startThread();
-	EXPECT_THAT(events::only({"start "}),
-	            ElementsAre("start ProcessChecker", "start CHeartReciver", "start CHeartSender"));
-	EXPECT_EQ(AgentAccess::mode(*agent), 3);
-}
-
 TEST_F(CAgentThreads, AMissingRunInfoRecordEndsTheDaemonBeforeAnyWorkerIsMade)
 {
 	const std::string record = velarix::kRunInfoPath;
@@ -261,15 +201,6 @@ TEST_F(CAgentThreads, AMissingRunInfoRecordEndsTheDaemonBeforeAnyWorkerIsMade)
 	EXPECT_FATAL(agent->startThread(), "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30,
 	             "bool initialization::loadFile(const std::string&)");
 	EXPECT_EQ(sandbox::readFile(record), "");
-}
-
-TEST_F(CAgentThreads, AMissingKeyOfTheReceiverEndsTheDaemonAfterTheCheckerStarted)
-{
-	settings.remove("AGENT.IGNORE_TIME");
-	apply();
-	threadstarts::startThrows("ProcessChecker", [] { sandbox::writeFile("/usr/velarix/log/checker-started", "yes"); });
-	EXPECT_FATAL(agent->startThread(), "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
-	EXPECT_EQ(sandbox::readFile("/usr/velarix/log/checker-started"), "yes");
 }
 
 } // namespace

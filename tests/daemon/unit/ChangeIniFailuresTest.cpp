@@ -87,26 +87,6 @@ TEST_F(ChangeIniFailures, AFileThatVanishedAfterTheLoadGivesTheMessageAndFalse)
 	EXPECT_NE(::access(kFile, F_OK), 0);
 }
 
-TEST_F(ChangeIniFailures, AFileThatBecameUnreadableGivesTheMessageAndFalse)
-{
-	inOwnProcess(
-	    []
-	    {
-		    initialization editor;
-		    editor.loadFile(kFile);
-		    ASSERT_EQ(::chmod(kFile, 0), 0);
-		    const PlainUser plainUser;
-		    expectRefusal(editor);
-	    });
-	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 1\n");
-}
-
-TEST_F(ChangeIniFailures, AReadOnlyFileGivesTheMessageAndFalseAndIsLeft)
-{
-	inOwnProcess(failToWrite);
-	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 1\n");
-}
-
 /// A real failure of the write alone, as on a disk that fills up between the file's
 /// emptying and its new bytes.
 TEST_F(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsTold)
@@ -157,21 +137,6 @@ TEST_F(ChangeIniFailures, AfterAWriteFailureEveryOtherThreadWaits)
 	    });
 }
 
-TEST_F(ChangeIniFailures, TheThreadThatFailedToReadCanTryAgain)
-{
-	inOwnProcess(
-	    []
-	    {
-		    initialization editor;
-		    editor.loadFile(kFile);
-		    ASSERT_EQ(std::remove(kFile), 0);
-		    expectRefusal(editor);
-		    sandbox::writeFile(kFile, "[T]\nK = 1\n");
-		    EXPECT_TRUE(editor.changeINI("T.K", "2"));
-	    });
-	EXPECT_EQ(sandbox::readFile(kFile), "[T]\nK = 2\n");
-}
-
 TEST_F(ChangeIniFailures, TheThreadThatFailedToWriteCanTryAgain)
 {
 	inOwnProcess(
@@ -192,16 +157,6 @@ TEST_F(ChangeIniFailures, ALaterSuccessOfThatThreadDoesNotFreeTheOthers)
 		    failToWrite();
 		    EXPECT_TRUE(changeGood("1"));
 		    expectOthersWait();
-	    });
-}
-
-TEST_F(ChangeIniFailures, ASuccessFreesTheLock)
-{
-	inOwnProcess(
-	    []
-	    {
-		    EXPECT_TRUE(changeGood("2"));
-		    expectOthersGoOn();
 	    });
 }
 

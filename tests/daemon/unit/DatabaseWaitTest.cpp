@@ -26,14 +26,6 @@ TEST_F(DatabaseWait, ADatabaseThatComesUpAfterTwoChecksIsWorking)
 	                                       "database check", "log D Utill:728 DB is working"));
 }
 
-TEST_F(DatabaseWait, ADatabaseThatComesUpAtTheHundredthCheckIsWorking)
-{
-	fakedatabase::failTimes(99);
-	EXPECT_TRUE(isDBOn(nullptr));
-	EXPECT_EQ(events::only({"sleep 1000"}).size(), 99U);
-	EXPECT_THAT(events::only({"log "}), ElementsAre("log D Utill:728 DB is working"));
-}
-
 TEST_F(DatabaseWait, AHundredFailedChecksEndTheWait)
 {
 	fakedatabase::failTimes(100);
@@ -49,22 +41,6 @@ TEST_F(DatabaseWait, AHundredFailedChecksEndTheWait)
 	EXPECT_EQ(events::only({"sleep 1000"}).size(), 100U);
 	EXPECT_THAT(events::only({"log "}), ElementsAre("log D Utill:739 DB is not working"));
 	EXPECT_EQ(events::all().size(), 201U);
-}
-
-TEST_F(DatabaseWait, TheLineOfATryIsPrintedAfterItsPause)
-{
-	fakedatabase::failTimes(1);
-	std::string atPause = "not asked";
-	testing::internal::CaptureStdout();
-	events::onSleep(
-	    [&](long)
-	    {
-		    atPause = testing::internal::GetCapturedStdout();
-		    testing::internal::CaptureStdout();
-	    });
-	EXPECT_TRUE(isDBOn(nullptr));
-	EXPECT_EQ(atPause, "");
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "waiting database...: 1\n**DEBUG**(Utill:728)DB is working\n");
 }
 
 TEST_F(DatabaseWait, TheCheckIsGivenTheRole)

@@ -68,34 +68,6 @@ TEST_F(DirectLaunch, EachCommandIsLaunchedInOrderWithoutArguments)
 	                        std::string("log E Utill:121 ") + kRule));
 }
 
-TEST_F(DirectLaunch, ArgumentsAfterABlankArePartOfTheProgramPath)
-{
-	std::vector<std::string> commands{"/opt/app/one -d /var/run"};
-	const Handles handles(Utill::processRun(commands));
-	EXPECT_THAT(
-	    events::only({"launch ", "log D"}),
-	    ElementsAre("launch /opt/app/one -d /var/run", "log D Utill:96 /opt/app/one -d /var/run started run.."));
-}
-
-TEST_F(DirectLaunch, AnEmptyListGivesAnEmptyVectorAndStillTheBanner)
-{
-	std::vector<std::string> commands;
-	std::vector<Poco::ProcessHandle*>* pHandles = Utill::processRun(commands);
-	ASSERT_NE(pHandles, nullptr);
-	const Handles handles(pHandles);
-	EXPECT_EQ(handles.size(), 0U);
-	EXPECT_THAT(events::all(), ElementsAre(std::string("log E Utill:119 ") + kRule,
-	                                       "log E Utill:120 ================ process run =========================",
-	                                       std::string("log E Utill:121 ") + kRule));
-}
-
-TEST_F(DirectLaunch, TheListOfCommandsIsLeftAsItWas)
-{
-	std::vector<std::string> commands{"/opt/app/one"};
-	const Handles handles(Utill::processRun(commands));
-	EXPECT_THAT(commands, ElementsAre("/opt/app/one"));
-}
-
 // In a process of its own: the handles of the programs launched before are lost.
 TEST_F(DirectLaunch, AnExceptionOfAnotherKindPassesToTheCaller)
 {
@@ -120,15 +92,6 @@ TEST_F(DirectLaunch, TheConfiguredProgramsAreLaunchedUnderTheFailoverBanner)
 	EXPECT_THAT(events::all(),
 	            ElementsAre("launch /opt/app/one", "log D Utill:96 /opt/app/one started run..", "launch /opt/app/two",
 	                        "log D Utill:96 /opt/app/two started run..", kFailover));
-}
-
-TEST_F(DirectLaunch, WithoutConfiguredProgramsTheFailoverBannerStillGoesOut)
-{
-	settings.programs({});
-	apply();
-	const Handles handles(Utill::processRun());
-	EXPECT_EQ(handles.size(), 0U);
-	EXPECT_THAT(events::all(), ElementsAre(kFailover));
 }
 
 TEST_F(DirectLaunch, AnExceptionOfAnotherKindPassesFromTheConfiguredProgramsToo)

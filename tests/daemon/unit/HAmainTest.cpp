@@ -108,16 +108,6 @@ protected:
 	}
 };
 
-TEST_F(HAmain, TheFarewellNamesItsReasonAndEndsWithStatusZero)
-{
-	EXPECT_EXIT(exitProgram("fork parent"), ExitedWithCode(0), Eq("Good Bye!!! [fork parent]\r\n"));
-}
-
-TEST_F(HAmain, AFarewellWithAnEmptyReasonKeepsTheBrackets)
-{
-	EXPECT_EXIT(exitProgram(""), ExitedWithCode(0), Eq("Good Bye!!! []\r\n"));
-}
-
 TEST_F(HAmain, AFarewellWithoutAReasonHasNoBrackets)
 {
 	EXPECT_EXIT(exitProgram(nullptr), ExitedWithCode(0), Eq("Good Bye!!! \r\n"));
@@ -172,23 +162,6 @@ TEST_F(HAmain, TheStartCleansTheNodeThenStartsTheWorkersThenSleepsForEver)
 	                                       "sleep 100000000"));
 }
 
-TEST_F(HAmain, AConfiguredMasterStartsAsSlave)
-{
-	settings.set("AGENT.MODE", "1");
-	apply();
-	runDaemonUntilWait(2);
-	const std::string time = sandbox::readFile(velarix::kRunInfoPath).substr(24, 14);
-	// The last line only comes because this test leaves the endless sleep.
-	EXPECT_THAT(eventsOf(readLogFile()),
-	            ElementsAre("D CAgent:25 stop virtual ip, process",                                  //
-	                        "I Utill:573 command(vip-stop) : ",                                      //
-	                        "I Utill:573 command(kill-by-name noSuchServer) : ",                     //
-	                        "I CAgent:38 Slave CAgent()",                                            //
-	                        "D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]", //
-	                        "D ProcessChecker:69 process list loaded[noName]",                       //
-	                        "I CAgent:49 ~CAgent()[2]"));
-}
-
 TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 {
 	std::string pidAtStop;
@@ -202,13 +175,6 @@ TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 	    });
 	runDaemonUntilWait(2);
 	EXPECT_EQ(pidAtStop, std::to_string(::getpid()));
-	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
-}
-
-TEST_F(HAmain, AnOlderPidFileIsReplacedAsAWhole)
-{
-	sandbox::writeFile(velarix::kPidPath, "1234567890123\n");
-	runDaemonUntilWait(2);
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
 }
 
@@ -240,47 +206,14 @@ TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)
 	                   "std::string Configuraion::getString(const std::string&)");
 }
 
-TEST_F(HAmain, AMissingSettingsFileEndsTheStartAfterThePidFile)
-{
-	sandbox::shell(std::string("rm ") + velarix::kSettingsPath);
-	EXPECT_FATAL(runMain(0), "0", "Configuraion", 50, "bool Configuraion::loadFile(const std::string&)");
-	EXPECT_NE(sandbox::readFile(velarix::kPidPath), "");
-}
-
-TEST_F(HAmain, ALogThatCannotBeOpenedDoesNotKeepTheWorkersFromStarting)
-{
-	settings.set("LOG.PATH", "/usr/velarix/noSuchDirectory/velarix.log");
-	apply();
-	runDaemonUntilWait(2);
-	EXPECT_THAT(events::only({"start"}),
-	            ElementsAre("start ProcessChecker", "start CHeartReciver", "start CHeartSender"));
-}
-
-TEST_F(HAmain, RoleOneIsMaster)
+TEST_F(HAmain, OnlyTheRoleOneIsMaster)
 {
 	EXPECT_EQ(modeFor("1"), 1);
-}
-
-TEST_F(HAmain, RoleTwoIsSlave)
-{
 	EXPECT_EQ(modeFor("2"), 2);
-}
-
-TEST_F(HAmain, EveryOtherRoleIsSlave)
-{
 	EXPECT_EQ(modeFor("7"), 2);
 	EXPECT_EQ(modeFor("3"), 2);
 	EXPECT_EQ(modeFor("0"), 2);
 	EXPECT_EQ(modeFor("-1"), 2);
-}
-
-TEST_F(HAmain, ARoleThatIsNoNumberEndsTheDaemon)
-{
-	useUnsetLog();
-	settings.set("AGENT.MODE", "master");
-	apply();
-	EXPECT_FATAL_AFTER(getAgentMode(), "**ERROR**(Configuraion:82)Syntax error: Not a valid integer: master", "0",
-	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
 }
 
 } // namespace

@@ -29,7 +29,7 @@ std::string received(const std::string& text)
 /// A pass without a partner, the first silence of a row.
 events::List silentPass()
 {
-	return steps::join({slaveJudged(), kNewServer, steps::silence(), steps::cardLookedAt("1"),
+	return steps::join({slaveJudged(), kNewServer, steps::silence(), steps::carrierLookedAt("1"),
 	                    "log D CHeartReciver:185 COMUNICATION LAN CARD OK",
 	                    "log D CHeartReciver:189 Reciver : nReceiveFailCount[1]", dropped()});
 }
@@ -109,22 +109,6 @@ TEST_F(ReceiverConnection, TheReceiverClosesItsSideAfterThePartner)
 	EXPECT_EQ(connections.front()->receiveAll(), "");
 }
 
-TEST_F(ReceiverConnection, AMessageIsNeverAnswered)
-{
-	partnerSendsInTurn({kMasterBeat, kMasterBeat});
-	passes(1);
-	EXPECT_EQ(connections.front()->receiveAll(), "");
-}
-
-TEST_F(ReceiverConnection, AParsedMessageSetsTheTimeOfTheLastHeartbeat)
-{
-	const std::time_t before = std::time(nullptr);
-	atPass(1, [this] { WorkerAccess::lastReceivedTime(*receiver) = 0; });
-	atListen(1, [this] { partnerSends("garbage"); });
-	passes(1);
-	EXPECT_GE(WorkerAccess::lastReceivedTime(*receiver), before);
-}
-
 TEST_F(ReceiverConnection, TheTimeOfAHeartbeatIsNotedBeforeTheNextIsAwaited)
 {
 	std::vector<std::time_t> noted;
@@ -136,28 +120,10 @@ TEST_F(ReceiverConnection, TheTimeOfAHeartbeatIsNotedBeforeTheNextIsAwaited)
 	EXPECT_THAT(noted, ElementsAre(0, testing::Ge(before)));
 }
 
-TEST_F(ReceiverConnection, ASecondPartnerThatWaitsIsCutOffWithTheSocket)
-{
-	atListen(1,
-	         [this]
-	         {
-		         partnerSends(kMasterBeat);
-		         partnerConnects().send(kMasterBeat);
-	         });
-	atPass(2, [this] { EXPECT_TRUE(connections.front()->isAtEnd()); });
-	EXPECT_THAT(passes(2), are({slaveJudged(), kNewServer, kPoll, heartbeatOfMaster(), dropped(), silentPass()}));
-}
-
 TEST_F(ReceiverConnection, OneByteIsAMessage)
 {
 	partnerSendsInTurn({"x"});
 	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("x"), kRangeError, kPause, dropped()}));
-}
-
-TEST_F(ReceiverConnection, ASlashAloneIsDropped)
-{
-	partnerSendsInTurn({"/"});
-	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("/"), kRangeError, kPause, dropped()}));
 }
 
 /// A heartbeat with a start time that makes it `size` bytes long.
@@ -165,15 +131,6 @@ std::string heartbeatOf(std::size_t size)
 {
 	const std::string frame = "/process/1/1//0/";
 	return "/process/1/1/" + std::string(size - frame.size(), '7') + "/0/";
-}
-
-TEST_F(ReceiverConnection, AMessageOf255BytesIsWhole)
-{
-	const std::string message = heartbeatOf(255);
-	partnerSendsInTurn({message});
-	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(message), kAccepted,
-	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
-	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause, dropped()}));
 }
 
 TEST_F(ReceiverConnection, AMessageOf256BytesIsWhole)
@@ -195,26 +152,6 @@ TEST_F(ReceiverConnection, AMessageOf257BytesIsCutInTwo)
 	                            kRangeError, kPause, dropped()}));
 }
 
-TEST_F(ReceiverConnection, AMessageOf300BytesIsCutInTwoAndNeitherIsAHeartbeat)
-{
-	const std::string message = heartbeatOf(300);
-	partnerSendsInTurn({message});
-	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(message.substr(0, 256)), kRangeError, kPause,
-	                            received(message.substr(256)), kRangeError, kPause, dropped()}));
-}
-
-TEST_F(ReceiverConnection, TwoMessagesInOneReceiveAreOneText)
-{
-	partnerSendsInTurn({"/process/1/2/20240131235959/1//process/1/1/20240131235959/0/"});
-	velarix::storeShared(g_specialAsking, std::int32_t{1});
-	EXPECT_THAT(passes(1),
-	            are({slaveJudged(), kNewServer, kPoll,
-	                 received("/process/1/2/20240131235959/1//process/1/1/20240131235959/0/"), kAccepted,
-	                 "log D CHeartReciver:403 My NetWork Status: OK  MY:SLAVE PARTNER:SLAVE Special ask <-- waiting "
-	                 "result [1/3]",
-	                 kPause, dropped()}));
-}
-
 TEST_F(ReceiverConnection, NoByteOfALongerMessageBeforeIsSeenAgain)
 {
 	partnerSendsInTurn({heartbeatOf(200), "/process/1/1/x"});
@@ -222,13 +159,6 @@ TEST_F(ReceiverConnection, NoByteOfALongerMessageBeforeIsSeenAgain)
 	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
 	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause,
 	                            received("/process/1/1/x"), kRangeError, kPause, dropped()}));
-}
-
-TEST_F(ReceiverConnection, BytesAboveTheAsciiRangeAreTakenAsTheyAre)
-{
-	partnerSendsInTurn({"\xff\xfe/\x80\n%s%n/\x01"});
-	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("\xff\xfe/\x80\n%s%n/\x01"), kRangeError,
-	                            kPause, dropped()}));
 }
 
 TEST_F(ReceiverConnection, AConversionInTheTextIsNotInterpreted)
@@ -245,24 +175,6 @@ TEST_F(ReceiverConnection, ANulEndsTheLogLineAndNotTheMessage)
 	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received("/process/1"), kAccepted,
 	                            "log D CHeartReciver:287 My NetWork Status: OK MY:SLAVE PARTNER:MASTER OK",
 	                            "log D CHeartReciver:350 szTmp[1] szPartnerProcessRunning[0]", kPause, dropped()}));
-}
-
-TEST_F(ReceiverConnection, NulsAloneAreDropped)
-{
-	partnerSendsInTurn({std::string(256, '\0')});
-	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll, received(""), kRangeError, kPause, dropped()}));
-}
-
-TEST_F(ReceiverConnection, AnAskOfThePartnerIsHonouredWithinTheConnection)
-{
-	partnerSendsInTurn({"/process/0/2/x/1/", "/process/0/2/x/1/"});
-	EXPECT_THAT(
-	    passes(1),
-	    are({slaveJudged(), kNewServer, kPoll, received("/process/0/2/x/1/"), kAccepted,
-	         "log D CHeartReciver:411 szTmp[1] specialAsk[1]", "log D CHeartReciver:414 special ask: slave -> master",
-	         steps::findAddress(), steps::runPrograms(), kPause, received("/process/0/2/x/1/"), kAccepted,
-	         "log D CHeartReciver:278 My NetWork Status: OK   MY:MASTER PARTNER:SLAVE OK", kPause, dropped()}));
-	EXPECT_EQ(mode, MODE_MASTER);
 }
 
 } // namespace

@@ -47,22 +47,6 @@ TEST_F(SenderErrors, AHeartbeatThatCannotBeWrittenIsNotLoggedAsSent)
 	EXPECT_EQ(partner->message(), "");
 }
 
-TEST_F(SenderErrors, TheNextPassConnectsAnewAndSends)
-{
-	socketcalls::record("connect");
-	socketcalls::failAlways("send", EPIPE);
-	atWait(1,
-	       []
-	       {
-		       socketcalls::reset();
-		       socketcalls::record("connect");
-	       });
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, "connect 127.0.0.1:7002", failure("I/O error: Broken pipe"),
-	                                      kInterval, "connect 127.0.0.1:7002", kSent, kInterval));
-	EXPECT_EQ(partner->message(), "");
-	EXPECT_EQ(partner->message(), kBeat);
-}
-
 TEST_F(SenderErrors, APartnerThatResetsCostsOneHeartbeat)
 {
 	// A write after the reset raises a signal that only threads of the library block.
@@ -93,15 +77,6 @@ TEST_F(SenderErrors, AMessageTakenByteByByteArrivesWhole)
 	EXPECT_EQ(partner->message(), kBeat);
 }
 
-TEST_F(SenderErrors, AMessageLargerThanTheStreamsBufferThatCannotBeWrittenIsNotLoggedAsSent)
-{
-	sandbox::writeFile(velarix::kRunInfoPath,
-	                   "[TRACE]\nLAST_RUN_TIME = " + std::string(900, '7') + std::string(900, '8') + "\n");
-	socketcalls::failAlways("send", ECONNRESET);
-	const events::List all = untilWait(1);
-	EXPECT_THAT(all, ElementsAre(kStarted, failure("Connection reset by peer"), kInterval));
-}
-
 TEST_F(SenderErrors, AnErrorWhileConnectingIsARetryNotALostHeartbeat)
 {
 	socketcalls::failNext("poll", EBADF);
@@ -109,22 +84,6 @@ TEST_F(SenderErrors, AnErrorWhileConnectingIsARetryNotALostHeartbeat)
 	                                      "log E CHeartSender:79 Sender I/O error: Bad socket descriptor(CODE: 9)"
 	                                      "[noName]",
 	                                      kRetry, kSent, kInterval));
-}
-
-TEST_F(SenderErrors, AFullLogDiskDoesNotStopTheHeartbeats)
-{
-	onLogLine(
-	    [](const std::string& event)
-	    {
-		    if (event == kSent)
-		    {
-			    throw Poco::WriteFileException("velarix.log");
-		    }
-	    });
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, kSent, failure("Cannot write file: velarix.log"), kInterval, kSent,
-	                                      failure("Cannot write file: velarix.log"), kInterval));
-	EXPECT_EQ(partner->message(), kBeat);
-	EXPECT_EQ(partner->message(), kBeat);
 }
 
 TEST_F(SenderErrors, AnExceptionOfAnotherTypeWhileConnectingEndsTheThreadSilently)

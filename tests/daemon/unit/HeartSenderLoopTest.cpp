@@ -32,7 +32,7 @@ protected:
 	/// A partner's address from which nothing ever comes back, not even an error.
 	void useAddressOfNobody()
 	{
-		sandbox::addCard("nowhere", true);
+		sandbox::addInterface("nowhere", true);
 		sandbox::shell("ip addr add 10.9.0.1/24 dev nowhere");
 		sandbox::shell("ip neigh add 10.9.0.2 lladdr 02:00:00:00:00:02 dev nowhere");
 		useSetting("AGENT.PARTNER_IP", "10.9.0.2");
@@ -54,16 +54,6 @@ protected:
 		apply();
 	}
 };
-
-TEST_F(SenderLoop, EachHeartbeatIsAConnectionOfItsOwn)
-{
-	EXPECT_THAT(untilWait(3), ElementsAre(kStarted, kSent, kInterval, kSent, kInterval, kSent, kInterval));
-	for (int i = 0; i < 3; ++i)
-	{
-		EXPECT_EQ(partner->message(), kBeat);
-	}
-	EXPECT_FALSE(partner->isAsked());
-}
 
 TEST_F(SenderLoop, TheMessageGoesOutAtOnceAndTheSendingSideIsShutDown)
 {
@@ -90,22 +80,10 @@ TEST_F(SenderLoop, TheConnectionIsClosedBeforeThePause)
 	EXPECT_FALSE(partner->isAsked());
 }
 
-TEST_F(SenderLoop, NoAnswerIsAwaited)
-{
-	// The partner's backlog takes the connections; nobody accepts them.
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, kSent, kInterval, kSent, kInterval));
-}
-
 TEST_F(SenderLoop, AnIntervalOfZeroSendsBackToBack)
 {
 	useSetting("AGENT.HEART_BEAT_INTERVAL", "0");
 	EXPECT_THAT(untilWait(3), ElementsAre(kStarted, kSent, "sleep 0", kSent, "sleep 0", kSent, "sleep 0"));
-}
-
-TEST_F(SenderLoop, ALongIntervalIsNotCutShort)
-{
-	useSetting("AGENT.HEART_BEAT_INTERVAL", "5000000");
-	EXPECT_THAT(untilWait(1), ElementsAre(kStarted, kSent, "sleep 5000000000"));
 }
 
 TEST_F(SenderLoop, ARefusedConnectIsRetriedAfterTwoSecondsAndTheIntervalPlaysNoPart)
@@ -115,22 +93,6 @@ TEST_F(SenderLoop, ARefusedConnectIsRetriedAfterTwoSecondsAndTheIntervalPlaysNoP
 	EXPECT_THAT(untilWait(4),
 	            ElementsAre(kStarted, kRefused, kRetry, kRefused, kRetry, kRefused, kRetry, kSent, kInterval));
 	EXPECT_EQ(partner->message(), kBeat);
-}
-
-TEST_F(SenderLoop, ARefusedConnectIsRetriedWithoutEnd)
-{
-	partner.reset();
-	const events::List all = untilWait(500);
-	EXPECT_EQ(all.size(), 1001U);
-	EXPECT_EQ(std::count(all.begin(), all.end(), kRefused), 500);
-	EXPECT_EQ(std::count(all.begin(), all.end(), kRetry), 500);
-}
-
-TEST_F(SenderLoop, APartnerThatComesAndGoesIsTriedAnewEachTime)
-{
-	atWait(1, [this] { partner.reset(); });
-	atWait(2, [this] { partner = std::make_unique<peer::Listener>(kPort); });
-	EXPECT_THAT(untilWait(3), ElementsAre(kStarted, kSent, kInterval, kRefused, kRetry, kSent, kInterval));
 }
 
 TEST_F(SenderLoop, AConnectThatTimesOutIsRetried)
@@ -143,35 +105,11 @@ TEST_F(SenderLoop, AConnectThatTimesOutIsRetried)
 	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, "poll 5000", kTimedOut, kRetry, "poll 5000", kTimedOut, kRetry));
 }
 
-TEST_F(SenderLoop, ARetryKeepsTheTimeOutAndThePort)
-{
-	useAddressOfNobody();
-	socketcalls::record("connect");
-	socketcalls::record("poll");
-	atWait(1,
-	       [this]
-	       {
-		       change("AGENT.MAX_HEART_BEAT_RECEIING_TIME", 9);
-		       WorkerAccess::port(*sender) = 65536;
-	       });
-	untilWait(2);
-	EXPECT_THAT(events::only({"connect", "poll"}),
-	            ElementsAre("connect 10.9.0.2:7002", "poll 1000", "connect 10.9.0.2:0", "poll 1000"));
-}
-
 TEST_F(SenderLoop, AnAddressThatCannotBeResolvedIsRetried)
 {
 	useSetting("AGENT.PARTNER_IP", "not an address");
 	constexpr char kNotFound[] = "log E CHeartSender:79 Sender Host not found: not an address(CODE: 0)[noName]";
 	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, kNotFound, kRetry, kNotFound, kRetry));
-}
-
-TEST_F(SenderLoop, AnUnreachableNetworkIsRetried)
-{
-	useSetting("AGENT.PARTNER_IP", "10.9.0.2");
-	constexpr char kUnreachable[] =
-	    "log E CHeartSender:79 Sender Net Exception: Network is unreachable(CODE: 101)[noName]";
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, kUnreachable, kRetry, kUnreachable, kRetry));
 }
 
 TEST_F(SenderLoop, APortOf70000IsPort4464)
@@ -181,13 +119,6 @@ TEST_F(SenderLoop, APortOf70000IsPort4464)
 	EXPECT_THAT(untilWait(1), ElementsAre(kStarted, kSent, kInterval));
 	EXPECT_EQ(other.message(), kBeat);
 	EXPECT_EQ(WorkerAccess::port(*sender), 70000);
-}
-
-TEST_F(SenderLoop, APortOf65536IsTriedForEver)
-{
-	useSetting("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", "65536");
-	constexpr char kPortZero[] = "log E CHeartSender:79 Sender Connection refused(CODE: 111)[noName]";
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, kPortZero, kRetry, kPortZero, kRetry));
 }
 
 TEST_F(SenderLoop, AddressPortAndIntervalAreReadOnce)

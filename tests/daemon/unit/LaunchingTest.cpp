@@ -57,23 +57,6 @@ TEST_F(Launching, TheVirtualIPComesBeforeTheScript)
 	                                       "system /usr/velarix/bin/ini/processList.sh", kBanner));
 }
 
-TEST_F(Launching, TheLaunchWaitsUntilTheVirtualIPAnswers)
-{
-	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 1});
-	waitingTime("1");
-	Utill::voidProcessRun(false);
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D Utill:48 try to start virtual ip", "command vip-stop",
-	                        "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "sleep 1000", "command vip-start",
-	                        "log I Utill:573 command(vip-start) : ", "log D Utill:490 set virtual ip...",
-	                        "ping 10.0.1.100 x10", "log D Utill:496 ping: 0", "sleep 1000", "ping 10.0.1.100 x10",
-	                        "log D Utill:496 ping: 1", "sleep 1000", "log D Utill:62 try to run processes",
-	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
-}
-
 TEST_F(Launching, WithTheSkipFlagTheVirtualIPIsAnnouncedButNotStarted)
 {
 	Utill::voidProcessRun(true);
@@ -105,30 +88,6 @@ TEST_F(Launching, ALineOfTheCountdownIsPrintedBeforeItsSecond)
 	EXPECT_EQ(countdownUntilSleep(1), "**DEBUG**(Utill:48)try to start virtual ip\n"
 	                                  "process is waiting for ip setup:2\n");
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000"));
-}
-
-TEST_F(Launching, AWaitingTimeOfZeroPrintsNothingAndRunsTheScriptAtOnce)
-{
-	waitingTime("0");
-	testing::internal::CaptureStdout();
-	Utill::voidProcessRun(true);
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:48)try to start virtual ip\n"
-	                                                  "**DEBUG**(Utill:62)try to run processes\n");
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
-	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
-}
-
-TEST_F(Launching, ANegativeWaitingTimeCountsAwayFromZero)
-{
-	waitingTime("-1");
-	EXPECT_EQ(countdownUntilSleep(3), "**DEBUG**(Utill:48)try to start virtual ip\n"
-	                                  "process is waiting for ip setup:-1\n"
-	                                  "process is waiting for ip setup:-2\n"
-	                                  "process is waiting for ip setup:-3\n");
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000", "sleep 1000", "sleep 1000"));
 }
 
 TEST_F(Launching, ANegativeWaitingTimeStillWaitsAfterALongWhile)
@@ -166,26 +125,6 @@ TEST_F(Launching, TheWaitingTimeIsReadAfterTheVirtualIPIsUp)
 	                   "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
 }
 
-TEST_F(Launching, AFailedChangeOfModeDoesNotStopTheLaunch)
-{
-	fakeoutside::systemGives("chmod 755 /usr/velarix/bin/ini/processList.sh", -1);
-	Utill::voidProcessRun(true);
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
-	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
-}
-
-TEST_F(Launching, TheBannerIsOneMessageOnStandardErrorAsWell)
-{
-	testing::internal::CaptureStderr();
-	Utill::voidProcessRun(true);
-	EXPECT_EQ(testing::internal::GetCapturedStderr(), "**ERROR**(Utill:78)\n"
-	                                                  "======================================================\n"
-	                                                  "================ process run =========================\n"
-	                                                  "======================================================\n");
-}
-
 TEST_F(Launching, AnExceptionPassesToTheCaller)
 {
 	fakeoutside::onAction(
@@ -201,13 +140,6 @@ TEST_F(Launching, AnExceptionPassesToTheCaller)
 	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
 	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
 	                        "system /usr/velarix/bin/ini/processList.sh"));
-}
-
-TEST_F(Launching, AnExceptionOfTheLogPassesToTheCaller)
-{
-	onLogLine([](const std::string&) { throw Poco::WriteFileException("full"); });
-	EXPECT_THROW(Utill::voidProcessRun(true), Poco::WriteFileException);
-	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip"));
 }
 
 TEST_F(Launching, TheDatabaseHookDoesNothing)

@@ -1,3 +1,6 @@
+// The levels of the log: what reaches the file and what the console, with a working log, with
+// none and with one that refuses every line.
+#include <functional>
 #include <stdexcept>
 
 #include <Poco/AutoPtr.h>
@@ -9,7 +12,6 @@
 #include "Console.h"
 #include "Daemon.h"
 #include "LogLines.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
 
 using testing::ElementsAre;
@@ -19,156 +21,36 @@ namespace
 {
 
 constexpr char kLog[] = "/usr/velarix/log/levels.log";
+constexpr char kRefusal[] = "Cannot write file: /var/log/v.log\n";
 
-class VelarixLogLevels : public DaemonTest
+using Operation = void (VelarixLog::*)(const char*, int, const char*, ...);
+
+struct Level
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		useRealLogFileAt(kLog);
-	}
-
-	static std::vector<std::string> file() { return logFileTexts(kLog); }
+	const char* name;
+	Operation write;
+	const char* letter;
+	const char* out; ///< the echo
+	const char* err;
+	bool throws; ///< what the log's channel throws, before any echo
 };
 
-TEST_F(VelarixLogLevels, DebugGoesToTheFileAndWithItsPlaceToStandardOutput)
+void PrintTo(const Level& level, std::ostream* pStream)
 {
-	const Console console = consoleOf([] { velarixLog->debug("Source", 11, "%d of %s", 3, "five"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:11] <D> 3 of five"));
-	EXPECT_EQ(console.out, "**DEBUG**(Source:11)3 of five\n");
-	EXPECT_EQ(console.err, "");
+	*pStream << level.name;
 }
 
-TEST_F(VelarixLogLevels, InfoGoesToTheFileAlone)
-{
-	const Console console = consoleOf([] { velarixLog->info("Source", 12, "%d of %s", 3, "five"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:12] <I> 3 of five"));
-	EXPECT_EQ(console.out, "");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(VelarixLogLevels, NoticeGoesToTheFileAloneAndCarriesTheDebugLetter)
-{
-	const Console console = consoleOf([] { velarixLog->notice("Source", 13, "%d of %s", 3, "five"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:13] <D> 3 of five"));
-	EXPECT_EQ(console.out, "");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(VelarixLogLevels, WarningGoesToTheFileAndWithoutItsPlaceToStandardOutput)
-{
-	const Console console = consoleOf([] { velarixLog->warning("Source", 14, "%d of %s", 3, "five"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:14] <W> 3 of five"));
-	EXPECT_EQ(console.out, "**WARNING**3 of five\n");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(VelarixLogLevels, ErrorGoesToTheFileAndWithItsPlaceToStandardError)
-{
-	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%d of %s", 3, "five"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:15] <E> 3 of five"));
-	EXPECT_EQ(console.out, "");
-	EXPECT_EQ(console.err, "**ERROR**(Source:15)3 of five\n");
-}
-
-TEST_F(VelarixLogLevels, CriticalGoesToTheFileAndWithoutItsPlaceToStandardOutput)
-{
-	const Console console = consoleOf([] { velarixLog->critical("Source", 16, "%d of %s", 3, "five"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:16] <C> 3 of five"));
-	EXPECT_EQ(console.out, "**CRITICAL**3 of five\n");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(VelarixLogLevels, LinesKeepTheirOrder)
-{
-	consoleOf(
-	    []
-	    {
-		    velarixLog->critical("A", 3, "%s", "first");
-		    velarixLog->notice("B", 2, "%s", "second");
-		    velarixLog->error("C", 1, "%s", "third");
-	    });
-	EXPECT_THAT(file(), ElementsAre("[A:3] <C> first", "[B:2] <D> second", "[C:1] <E> third"));
-}
-
-TEST_F(VelarixLogLevels, PercentSignsOfAnArgumentAreTextEverywhere)
-{
-	const Console console = consoleOf([] { velarixLog->debug("Source", 1, "%s", "100%d %n %t %%"); });
-	EXPECT_THAT(file(), ElementsAre("[Source:1] <D> 100%d %n %t %%"));
-	EXPECT_EQ(console.out, "**DEBUG**(Source:1)100%d %n %t %%\n");
-}
-
-TEST_F(VelarixLogLevels, AnEmptyMessageIsALineOfItsOwn)
-{
-	const Console console = consoleOf([] { velarixLog->warning("Source", 1, "%s", ""); });
-	EXPECT_THAT(file(), ElementsAre("[Source:1] <W> "));
-	EXPECT_EQ(console.out, "**WARNING**\n");
-}
-
-TEST_F(VelarixLogLevels, AMessageLongerThanTheFirstBufferIsWhole)
-{
-	const std::string text = std::string(70000, 'm') + "end";
-	const Console console = consoleOf([&] { velarixLog->error("Source", 1, "%s", text.c_str()); });
-	EXPECT_THAT(file(), ElementsAre("[Source:1] <E> " + text));
-	EXPECT_EQ(console.err, "**ERROR**(Source:1)" + text + "\n");
-}
-
-/// The log without a logger, as after a start that failed.
-class VelarixLogLevelsUnset : public VelarixLogLevels
-{
-protected:
-	void SetUp() override
-	{
-		VelarixLogLevels::SetUp();
-		useUnsetLog();
-	}
+// clang-format off
+const Level kLevels[] = {
+    // name        write                   letter standard output           standard error               throws
+    {"Debug",    &VelarixLog::debug,     "D", "**DEBUG**(Source:11)text\n", "",                          true},
+    {"Info",     &VelarixLog::info,      "I", "",                           "",                          false},
+    {"Notice",   &VelarixLog::notice,    "D", "",                           "",                          false},
+    {"Warning",  &VelarixLog::warning,   "W", "**WARNING**text\n",          "",                          true},
+    {"Error",    &VelarixLog::error,     "E", "",                           "**ERROR**(Source:11)text\n", false},
+    {"Critical", &VelarixLog::critical,  "C", "**CRITICAL**text\n",         "",                          true},
 };
-
-TEST_F(VelarixLogLevelsUnset, DebugStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->debug("Source", 11, "%s", "text"); });
-	EXPECT_EQ(console.out, "**DEBUG**(Source:11)text\n");
-	EXPECT_EQ(console.err, "");
-	EXPECT_THAT(file(), IsEmpty());
-}
-
-TEST_F(VelarixLogLevelsUnset, InfoAndNoticeAreLost)
-{
-	const Console console = consoleOf(
-	    []
-	    {
-		    velarixLog->info("Source", 12, "%s", "text");
-		    velarixLog->notice("Source", 13, "%s", "text");
-	    });
-	EXPECT_EQ(console.out, "");
-	EXPECT_EQ(console.err, "");
-	EXPECT_THAT(file(), IsEmpty());
-}
-
-TEST_F(VelarixLogLevelsUnset, WarningStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->warning("Source", 14, "%s", "text"); });
-	EXPECT_EQ(console.out, "**WARNING**text\n");
-	EXPECT_EQ(console.err, "");
-	EXPECT_THAT(file(), IsEmpty());
-}
-
-TEST_F(VelarixLogLevelsUnset, ErrorStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%s", "text"); });
-	EXPECT_EQ(console.out, "");
-	EXPECT_EQ(console.err, "**ERROR**(Source:15)text\n");
-	EXPECT_THAT(file(), IsEmpty());
-}
-
-TEST_F(VelarixLogLevelsUnset, CriticalStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->critical("Source", 16, "%s", "text"); });
-	EXPECT_EQ(console.out, "**CRITICAL**text\n");
-	EXPECT_EQ(console.err, "");
-	EXPECT_THAT(file(), IsEmpty());
-}
+// clang-format on
 
 /// Ends every line in an exception.
 class RefusingChannel : public Poco::Channel
@@ -188,81 +70,100 @@ private:
 	bool m_ofTheLibrary;
 };
 
-/// The log with a channel that refuses every line.
-class VelarixLogLevelsRefused : public VelarixLogLevels
+class LogTexts : public DaemonTest
 {
 protected:
 	void SetUp() override
 	{
-		VelarixLogLevels::SetUp();
-		refuse(true);
+		DaemonTest::SetUp();
+		useRealLogFileAt(kLog);
 	}
 
 	static void refuse(bool ofTheLibrary)
 	{
 		Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new RefusingChannel(ofTheLibrary)));
 	}
+	static std::vector<std::string> file() { return logFileTexts(kLog); }
 
-	/// Expects that `call` leaves the exception to its caller, without an echo.
-	static void expectThrows(const std::function<void()>& call)
+	static void expectConsole(const std::function<void()>& call, const std::string& out, const std::string& err)
 	{
-		const Console console = consoleOf([&] { EXPECT_THROW(call(), Poco::WriteFileException); });
-		EXPECT_EQ(console.out, "");
-		EXPECT_EQ(console.err, "");
+		const Console console = consoleOf(call);
+		EXPECT_EQ(console.out, out);
+		EXPECT_EQ(console.err, err);
 	}
 };
 
-TEST_F(VelarixLogLevelsRefused, DebugThrowsBeforeItsEcho)
+class LogLevels : public LogTexts, public testing::WithParamInterface<Level>
 {
-	expectThrows([] { velarixLog->debug("Source", 11, "%s", "text"); });
+protected:
+	static void write() { (velarixLog->*GetParam().write)("Source", 11, "%s%c", "tex", 't'); }
+};
+
+TEST_P(LogLevels, GoToTheFileAndTheConsole)
+{
+	expectConsole(write, GetParam().out, GetParam().err);
+	EXPECT_THAT(file(), ElementsAre(std::string("[Source:11] <") + GetParam().letter + "> text"));
 }
 
-TEST_F(VelarixLogLevelsRefused, WarningThrowsBeforeItsEcho)
+TEST_P(LogLevels, StillEchoWithoutALogger)
 {
-	expectThrows([] { velarixLog->warning("Source", 14, "%s", "text"); });
+	useUnsetLog();
+	expectConsole(write, GetParam().out, GetParam().err);
+	EXPECT_THAT(file(), IsEmpty());
 }
 
-TEST_F(VelarixLogLevelsRefused, CriticalThrowsBeforeItsEcho)
+TEST_P(LogLevels, ThrowBeforeTheEchoOrPrintWhatTheFileRefused)
 {
-	expectThrows([] { velarixLog->critical("Source", 16, "%s", "text"); });
+	refuse(true);
+	if (GetParam().throws)
+	{
+		expectConsole([] { EXPECT_THROW(write(), Poco::WriteFileException); }, "", "");
+	}
+	else
+	{
+		expectConsole(write, kRefusal, GetParam().err);
+	}
 }
 
-TEST_F(VelarixLogLevelsRefused, InfoPrintsTheException)
-{
-	const Console console = consoleOf([] { velarixLog->info("Source", 12, "%s", "text"); });
-	EXPECT_EQ(console.out, "Cannot write file: /var/log/v.log\n");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(VelarixLogLevelsRefused, NoticePrintsTheException)
-{
-	const Console console = consoleOf([] { velarixLog->notice("Source", 13, "%s", "text"); });
-	EXPECT_EQ(console.out, "Cannot write file: /var/log/v.log\n");
-	EXPECT_EQ(console.err, "");
-}
-
-TEST_F(VelarixLogLevelsRefused, ErrorPrintsTheExceptionAndStillEchoes)
-{
-	const Console console = consoleOf([] { velarixLog->error("Source", 15, "%s", "text"); });
-	EXPECT_EQ(console.out, "Cannot write file: /var/log/v.log\n");
-	EXPECT_EQ(console.err, "**ERROR**(Source:15)text\n");
-}
-
-TEST_F(VelarixLogLevelsRefused, AnExceptionOfAnotherFamilyIsTheCallersAtEveryLevel)
+TEST_P(LogLevels, LeaveAnExceptionOfAnotherFamilyToTheCaller)
 {
 	refuse(false);
-	const Console console = consoleOf(
+	expectConsole([] { EXPECT_THROW(write(), std::runtime_error); }, "", "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, LogLevels, testing::ValuesIn(kLevels),
+                         [](const testing::TestParamInfo<Level>& level) { return std::string(level.param.name); });
+
+TEST_F(LogTexts, LinesKeepTheirOrder)
+{
+	consoleOf(
 	    []
 	    {
-		    EXPECT_THROW(velarixLog->debug("Source", 1, "%s", "text"), std::runtime_error);
-		    EXPECT_THROW(velarixLog->info("Source", 1, "%s", "text"), std::runtime_error);
-		    EXPECT_THROW(velarixLog->notice("Source", 1, "%s", "text"), std::runtime_error);
-		    EXPECT_THROW(velarixLog->warning("Source", 1, "%s", "text"), std::runtime_error);
-		    EXPECT_THROW(velarixLog->error("Source", 1, "%s", "text"), std::runtime_error);
-		    EXPECT_THROW(velarixLog->critical("Source", 1, "%s", "text"), std::runtime_error);
+		    velarixLog->critical("A", 3, "%s", "first");
+		    velarixLog->notice("B", 2, "%s", "second");
+		    velarixLog->error("C", 1, "%s", "third");
 	    });
-	EXPECT_EQ(console.out, "");
-	EXPECT_EQ(console.err, "");
+	EXPECT_THAT(file(), ElementsAre("[A:3] <C> first", "[B:2] <D> second", "[C:1] <E> third"));
+}
+
+TEST_F(LogTexts, PercentSignsOfAnArgumentAreTextEverywhere)
+{
+	expectConsole([] { velarixLog->debug("Source", 1, "%s", "100%d %n %t %%"); }, "**DEBUG**(Source:1)100%d %n %t %%\n",
+	              "");
+	EXPECT_THAT(file(), ElementsAre("[Source:1] <D> 100%d %n %t %%"));
+}
+
+TEST_F(LogTexts, AnEmptyMessageIsALineOfItsOwnAndALongOneIsWhole)
+{
+	const std::string text = std::string(70000, 'm') + "end";
+	expectConsole(
+	    [&]
+	    {
+		    velarixLog->warning("Source", 1, "%s", "");
+		    velarixLog->error("Source", 2, "%s", text.c_str());
+	    },
+	    "**WARNING**\n", "**ERROR**(Source:2)" + text + "\n");
+	EXPECT_THAT(file(), ElementsAre("[Source:1] <W> ", "[Source:2] <E> " + text));
 }
 
 } // namespace

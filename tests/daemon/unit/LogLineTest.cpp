@@ -74,9 +74,9 @@ void expectLocalTime(const char* zone, std::int64_t offset)
 
 TEST_F(LogLine, HoldsTimeProcessThreadPlaceLetterAndText)
 {
-	velarixLog->info("CHeartReciver", 627, "%s", "some text");
+	velarixLog->info("Source", 627, "%s", "some text");
 	EXPECT_THAT(line(), MatchesRegex(std::string("^") + kTime + "\\[" + std::to_string(::getpid()) +
-	                                 ":0\\]\\[CHeartReciver:627\\] <I> some text$"));
+	                                 ":0\\]\\[Source:627\\] <I> some text$"));
 }
 
 TEST_F(LogLine, NamesTheProcessThatWritesIt)

@@ -63,15 +63,15 @@ LoopNode::LoopNode(const std::string& name, const std::string& ownAddress, const
 	const Turn turn(this);
 	m_receiver = std::make_unique<CHeartReciver>(&m_pHandles, &m_running, &role, m_name);
 	m_sender = std::make_unique<CHeartSender>(&m_pHandles, &m_running, &role, m_name);
-	m_receiverTurns = std::make_unique<TurnTaker>([this] { m_receiver->run(); });
-	m_senderTurns = std::make_unique<TurnTaker>([this] { m_sender->run(); });
-	m_receiverTurns->takeTurn(); // up to the beginning of its first pass
+	m_receiverThread = std::make_unique<CooperativeThread>([this] { m_receiver->run(); });
+	m_senderThread = std::make_unique<CooperativeThread>([this] { m_sender->run(); });
+	m_receiverThread->takeTurn(); // up to the beginning of its first pass
 }
 
 LoopNode::~LoopNode()
 {
-	m_receiverTurns.reset();
-	m_senderTurns.reset();
+	m_receiverThread.reset();
+	m_senderThread.reset();
 	delete m_pConf;
 }
 
@@ -80,7 +80,7 @@ bool LoopNode::pass(std::function<void()> call)
 	m_call = std::move(call);
 	m_called = false;
 	const Turn turn(this);
-	m_receiverTurns->takeTurn();
+	m_receiverThread->takeTurn();
 	return m_called;
 }
 
@@ -88,7 +88,7 @@ void LoopNode::beat()
 {
 	m_running = programs; // as the process checker leaves it
 	const Turn turn(this);
-	m_senderTurns->takeTurn();
+	m_senderThread->takeTurn();
 }
 
 void LoopNode::serve()
@@ -158,13 +158,13 @@ void LoopNode::onLine(const std::string& event)
 	}
 	if (event == kPassBegins)
 	{
-		TurnTaker::pause();
+		CooperativeThread::pause();
 	}
 }
 
 void LoopNode::onPoll()
 {
-	if (TurnTaker::current() == m_receiverTurns.get() && m_call)
+	if (CooperativeThread::current() == m_receiverThread.get() && m_call)
 	{
 		m_called = true;
 		const Turn nobodys(nullptr);
@@ -183,15 +183,17 @@ void LoopPair::SetUp()
 	onLogLine([](const std::string& event) { LoopNode::current()->onLine(event); });
 	socketcalls::before("poll", [] { LoopNode::current()->onPoll(); });
 	socketcalls::pollWithoutWaiting(
-	    [] {
-		    return TurnTaker::current() == LoopNode::current()->m_receiverTurns.get() && !LoopNode::current()->m_called;
+	    []
+	    {
+		    return CooperativeThread::current() == LoopNode::current()->m_receiverThread.get() &&
+		           !LoopNode::current()->m_called;
 	    });
 	events::onSleep(
 	    [](long)
 	    {
-		    if (TurnTaker::current() == LoopNode::current()->m_senderTurns.get())
+		    if (CooperativeThread::current() == LoopNode::current()->m_senderThread.get())
 		    {
-			    TurnTaker::pause();
+			    CooperativeThread::pause();
 		    }
 	    });
 	delete Configuraion::pConf;

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "Configuraion.h"
+#include "CooperativeThreads.h"
 #include "Daemon.h"
-#include "Turns.h"
 #include "WorkerAccess.h"
 
 class LoopNode
@@ -79,8 +79,8 @@ private:
 	bool m_called = false;
 	std::map<std::string, int> m_lines;
 	std::vector<std::string> m_silences;
-	std::unique_ptr<TurnTaker> m_receiverTurns;
-	std::unique_ptr<TurnTaker> m_senderTurns;
+	std::unique_ptr<CooperativeThread> m_receiverThread;
+	std::unique_ptr<CooperativeThread> m_senderThread;
 };
 
 /// Fixture with node a, configured as master, and node b, configured as slave.

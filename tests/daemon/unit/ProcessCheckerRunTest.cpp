@@ -170,14 +170,6 @@ TEST_F(CheckerRun, TheResultIsNotEchoedOnTheConsole)
 	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(ProcessChecker:69)process list loaded[noName]\n");
 }
 
-TEST_F(CheckerRun, ACycleOfZeroChecksBackToBack)
-{
-	set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "0");
-	runCycles(2);
-	EXPECT_THAT(events::only({"check", "sleep "}),
-	            ElementsAre("check in mode 1", "sleep 0", "check in mode 1", "sleep 0"));
-}
-
 TEST_F(CheckerRun, TheCycleIsNotReadAgain)
 {
 	Poco::AutoPtr<ProcessChecker> pChecker = make();
@@ -194,23 +186,6 @@ TEST_F(CheckerRun, TheCheckIsGivenTheObservationMode)
 	EXPECT_THAT(events::only({"check"}), ElementsAre("check in mode 2"));
 }
 
-TEST_F(CheckerRun, ARoleThatChangesShowsInTheNextLine)
-{
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	events::onSleep(
-	    [&](long)
-	    {
-		    if (mode == MODE_MASTER)
-		    {
-			    throw events::EndOfScript{};
-		    }
-		    mode = MODE_MASTER;
-	    });
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(events::only({"log "}), ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
-	                                                "log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 1"));
-}
-
 TEST_F(CheckerRun, TheLineIsLabelledWithTheLocationOfConstruction)
 {
 	location = "hall7";
@@ -219,13 +194,6 @@ TEST_F(CheckerRun, TheLineIsLabelledWithTheLocationOfConstruction)
 	events::endAtSleep(1);
 	EXPECT_THROW(pChecker->run(), events::EndOfScript);
 	EXPECT_THAT(events::only({"log "}), ElementsAre("log D ProcessChecker:103 ProcessRuning[hall7][MODE:S]: 1"));
-}
-
-TEST_F(CheckerRun, TheRoleIsOnlyRead)
-{
-	mode = 3;
-	runCycles(2);
-	EXPECT_EQ(mode, 3);
 }
 
 TEST_F(CheckerRun, AnExceptionOfTheCheckKeepsTheFlagAndTheLoop)
@@ -262,13 +230,6 @@ TEST_F(CheckerRun, AnExceptionOfAnotherKindIsAnUnknownErrorAndKeepsTheFlag)
 	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1", "sleep 5000"));
 }
 
-TEST_F(CheckerRun, AFailingCheckKeepsAFlagThatIsDown)
-{
-	g_answers = {[]() -> bool { throw Poco::FileException("proc"); }};
-	runCycles(1);
-	EXPECT_FALSE(running);
-}
-
 TEST_F(CheckerRun, AnErrorOfTheLogLineKeepsTheNewValue)
 {
 	Poco::AutoPtr<ProcessChecker> pChecker = make();
@@ -286,19 +247,6 @@ TEST_F(CheckerRun, AnErrorOfTheLogLineKeepsTheNewValue)
 	EXPECT_THAT(events::all(),
 	            ElementsAre("check in mode 1", "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
 	                        "log E ProcessChecker:111 UNKNOWN ERROR", "sleep 5000"));
-}
-
-TEST_F(CheckerRun, AFullLogDiskIsShownOnTheConsoleAndKeepsTheNewValue)
-{
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	onLogLine([](const std::string&) { throw Poco::WriteFileException("disk full"); });
-	events::endAtSleep(1);
-	testing::internal::CaptureStdout();
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "Cannot write file: disk full\n");
-	EXPECT_TRUE(running);
-	EXPECT_THAT(events::all(), ElementsAre("check in mode 1",
-	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1", "sleep 5000"));
 }
 
 /// Runs one pass of the checker and expects both locks around its check and neither

@@ -47,13 +47,6 @@ private:
 	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
 };
 
-TEST_F(Checker, ConstructionLogsTheLocationAndNothingElse)
-{
-	location = "hall7";
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:69 process list loaded[hall7]"));
-}
-
 TEST_F(Checker, ConstructionReadsTheProgramsOnce)
 {
 	settings.programs({"/opt/app/one", "/opt/app/two"});
@@ -62,13 +55,6 @@ TEST_F(Checker, ConstructionReadsTheProgramsOnce)
 	settings.programs({"/opt/app/other"});
 	apply();
 	EXPECT_THAT(WorkerAccess::processList(*pChecker), ElementsAre("/opt/app/one", "/opt/app/two"));
-}
-
-TEST_F(Checker, WithoutProgramsTheListIsEmpty)
-{
-	settings.set("PROCESS_CHECK.PROCESS_NUM", "0");
-	apply();
-	EXPECT_THAT(WorkerAccess::processList(*make()), IsEmpty());
 }
 
 TEST_F(Checker, ReadingTheProgramsAgainAppends)
@@ -82,20 +68,6 @@ TEST_F(Checker, ReadingTheProgramsAgainAppends)
 	EXPECT_THAT(WorkerAccess::processList(*pChecker), ElementsAre("/opt/app/one", "/opt/app/other"));
 	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:69 process list loaded[noName]",
 	                                       "log D ProcessChecker:69 process list loaded[noName]"));
-}
-
-TEST_F(Checker, ConstructionLeavesFlagAndRoleAsTheyAre)
-{
-	running = true;
-	mode = MODE_MASTER;
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	EXPECT_TRUE(running);
-	EXPECT_EQ(mode, MODE_MASTER);
-}
-
-TEST_F(Checker, TheCycleIsTheSettingInMilliseconds)
-{
-	EXPECT_EQ(WorkerAccess::checkingCycle(*make()), 5000);
 }
 
 TEST_F(Checker, TheObservationModeIsTheSettings)
@@ -168,11 +140,6 @@ TEST_F(Checker, TheKillCommandIsNotReadAgain)
 	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall agentd"));
 }
 
-TEST_F(Checker, TheReferenceCountBeginsAtOne)
-{
-	EXPECT_EQ(WorkerAccess::refCount(*make()), 1);
-}
-
 TEST_F(Checker, TheLastPointerDeletesTheChecker)
 {
 	Poco::AutoPtr<ProcessChecker> pFirst = make();
@@ -184,13 +151,6 @@ TEST_F(Checker, TheLastPointerDeletesTheChecker)
 	EXPECT_THAT(events::all(), IsEmpty());
 	pSecond = nullptr;
 	EXPECT_THAT(events::all(), ElementsAre("checker deleted"));
-}
-
-TEST_F(Checker, TheDestructorLeavesTheFlagAlone)
-{
-	running = true;
-	make();
-	EXPECT_TRUE(running);
 }
 
 TEST_F(Checker, DuplicateAndReleaseCountOneByOne)

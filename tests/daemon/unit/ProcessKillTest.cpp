@@ -35,37 +35,12 @@ TEST_F(ProcessKill, TheCommandRunsOncePerProgramNameInOrder)
 	                                       "log I Utill:573 command(killall -9 worker) : "));
 }
 
-TEST_F(ProcessKill, TheOutputOfTheCommandIsIgnored)
-{
-	fakeoutside::commandPrints("killall -9 server", "server: no process found\n");
-	EXPECT_TRUE(Utill::processKill());
-	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall -9 server", "command killall -9 worker"));
-}
-
-TEST_F(ProcessKill, ACommandThatCannotBeRunIsLoggedAndTheNextProgramFollows)
-{
-	fakeoutside::commandFails("killall -9 server");
-	EXPECT_TRUE(Utill::processKill());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command killall -9 server",
-	                        "log E Utill:550 shell command run error(fp is NULL): killall -9 server", "sleep 1000",
-	                        "command killall -9 worker", "log I Utill:573 command(killall -9 worker) : "));
-}
-
 TEST_F(ProcessKill, WithoutProgramsNoCommandRuns)
 {
 	settings.programs({});
 	apply();
 	EXPECT_TRUE(Utill::processKill());
 	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcessKill, ArgumentsOfTheProgramBecomePartOfTheName)
-{
-	settings.programs({"/opt/app/server -d"});
-	apply();
-	EXPECT_TRUE(Utill::processKill());
-	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall -9 server -d"));
 }
 
 TEST_F(ProcessKill, AProgramWithoutANameLeavesTheCommandWithItsBlank)
@@ -76,24 +51,9 @@ TEST_F(ProcessKill, AProgramWithoutANameLeavesTheCommandWithItsBlank)
 	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall -9 "));
 }
 
-TEST_F(ProcessKill, AMissingCommandEndsTheDaemonEvenWithoutPrograms)
-{
-	settings.remove("ADVENCE.PROCESS_KILL_COMMAND").remove("PROCESS_CHECK.PROCESS_NUM");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::processKill(), "**ERROR**(Configuraion:65)Not found: ADVENCE.PROCESS_KILL_COMMAND", "0",
-	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
-}
-
 TEST_F(ProcessKill, WithoutAHandleListNothingIsKilled)
 {
 	EXPECT_TRUE(Utill::processKill(nullptr));
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcessKill, AnEmptyHandleListIsLeftAlone)
-{
-	std::vector<Poco::ProcessHandle*> handles;
-	EXPECT_TRUE(Utill::processKill(&handles));
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
@@ -124,14 +84,6 @@ TEST_F(KeywordCheck, ALaterProgramWithTheKeywordFailsToo)
 	            ElementsAre("command ps aux | grep server", "command ps aux | grep worker"));
 }
 
-TEST_F(KeywordCheck, TheKeywordInTheSearchCommandsOwnLineCounts)
-{
-	settings.set("ADVENCE.KEYWORD", "grep");
-	apply();
-	fakeoutside::commandPrints("ps aux | grep server", "root 9 S grep server\n");
-	EXPECT_FALSE(Utill::advenceRunCheck(0));
-}
-
 TEST_F(KeywordCheck, AKeywordEqualToTheFailureMarkerFailsWhenTheCommandCannotBeRun)
 {
 	settings.set("ADVENCE.KEYWORD", "velarixErr");
@@ -143,21 +95,6 @@ TEST_F(KeywordCheck, AKeywordEqualToTheFailureMarkerFailsWhenTheCommandCannotBeR
 	                        "log E Utill:550 shell command run error(fp is NULL): ps aux | grep server", "sleep 1000"));
 }
 
-TEST_F(KeywordCheck, ACommandThatCannotBeRunPassesWithAnyOtherKeyword)
-{
-	fakeoutside::commandFails("ps aux | grep server");
-	fakeoutside::commandFails("ps aux | grep worker");
-	EXPECT_TRUE(Utill::advenceRunCheck(0));
-}
-
-TEST_F(KeywordCheck, WithoutProgramsThereIsNothingToFail)
-{
-	settings.programs({});
-	apply();
-	EXPECT_TRUE(Utill::advenceRunCheck(0));
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
 TEST_F(KeywordCheck, TheArgumentIsNotConsulted)
 {
 	EXPECT_TRUE(Utill::advenceRunCheck(-1));
@@ -165,14 +102,6 @@ TEST_F(KeywordCheck, TheArgumentIsNotConsulted)
 	EXPECT_THAT(events::only({"command "}),
 	            ElementsAre("command ps aux | grep server", "command ps aux | grep worker",
 	                        "command ps aux | grep server", "command ps aux | grep worker"));
-}
-
-TEST_F(KeywordCheck, AMissingKeywordEndsTheDaemonBeforeTheListIsRead)
-{
-	settings.remove("ADVENCE.KEYWORD").remove("PROCESS_CHECK.PROCESS_NUM");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::advenceRunCheck(0), "**ERROR**(Configuraion:65)Not found: ADVENCE.KEYWORD", "0",
-	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 }
 
 } // namespace

@@ -20,14 +20,6 @@ class ProcessList : public DaemonTest
 {
 };
 
-TEST_F(ProcessList, ThePathsComeInTheOrderOfTheirIndex)
-{
-	settings.programs({"/opt/app/one", "/opt/app/two -d", "three"});
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/one", "/opt/app/two -d", "three"));
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
 TEST_F(ProcessList, TheIndexIsDecimalBeyondNine)
 {
 	settings.programs({"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"});
@@ -35,51 +27,11 @@ TEST_F(ProcessList, TheIndexIsDecimalBeyondNine)
 	EXPECT_THAT(Utill::getProcessList(), ElementsAre("a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"));
 }
 
-TEST_F(ProcessList, PathsBeyondTheConfiguredNumberAreNotRead)
-{
-	settings.programs({"/opt/app/one", "/opt/app/two"}).set("PROCESS_CHECK.PROCESS_NUM", "1");
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/one"));
-}
-
-TEST_F(ProcessList, ANumberOfZeroGivesAnEmptyList)
-{
-	settings.set("PROCESS_CHECK.PROCESS_NUM", "0");
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
-}
-
 TEST_F(ProcessList, ANegativeNumberGivesAnEmptyList)
 {
 	settings.set("PROCESS_CHECK.PROCESS_NUM", "-3");
 	apply();
 	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
-}
-
-TEST_F(ProcessList, TheSettingsAreAskedAnewAtEveryCall)
-{
-	settings.programs({"/opt/app/one"});
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/one"));
-	settings.programs({"/opt/app/other", "/opt/app/more"});
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/app/other", "/opt/app/more"));
-}
-
-TEST_F(ProcessList, AMissingNumberEndsTheDaemon)
-{
-	settings.remove("PROCESS_CHECK.PROCESS_NUM");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::getProcessList(), "**ERROR**(Configuraion:82)Not found: PROCESS_CHECK.PROCESS_NUM", "0",
-	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
-}
-
-TEST_F(ProcessList, AMissingPathEndsTheDaemon)
-{
-	settings.programs({"/opt/app/one", "/opt/app/two"}).remove("PROCESS_CHECK.PROCESS_PATH2");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::getProcessList(), "**ERROR**(Configuraion:65)Not found: PROCESS_CHECK.PROCESS_PATH2", "0",
-	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 }
 
 TEST_F(ProcessList, TheNameOfAnEmptyPathIsEmptyAndTheTokenizersErrorIsLogged)
@@ -102,14 +54,6 @@ TEST_F(ProcessList, TheNameIsTheTokenizersLastTokenWhateverThePath)
 		const Poco::StringTokenizer tokens(path, "/");
 		ASSERT_EQ(getProcessName(path), tokens[tokens.count() - 1]) << testing::PrintToString(path);
 	}
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcessList, TakingANameLeavesThePathAsItWas)
-{
-	std::string path = "/opt/app/one";
-	EXPECT_EQ(getProcessName(path), "one");
-	EXPECT_EQ(path, "/opt/app/one");
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 

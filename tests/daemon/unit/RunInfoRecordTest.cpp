@@ -98,65 +98,11 @@ private:
 	std::string m_location;
 };
 
-void refuse(const std::string& line)
-{
-	events::add("refused " + line);
-	throw Poco::WriteFileException("/var/full.log", 28);
-}
-
-/// Lets the log refuse the debug lines, as on a full disk.
-void refuseDebugLines()
-{
-	onLogLine(
-	    [](const std::string& line)
-	    {
-		    if (line.compare(0, 6, "log D ") == 0)
-		    {
-			    refuse(line.substr(6, line.find(' ', 6) - 6));
-		    }
-	    });
-}
-
-TEST_F(RunInfoRecord, AStartOfTheDaemonRecordsItsTimeBeforeAnyWorkerStarts)
-{
-	const auto pAgent = agent();
-	pAgent->startThread();
-	EXPECT_THAT(events::without({"log D ProcessChecker"}),
-	            ElementsAre(kAgentLine, "start ProcessChecker", "start CHeartReciver", "start CHeartSender"));
-	EXPECT_EQ(record(), kAfterAWrite);
-}
-
 TEST_F(RunInfoRecord, TheNextHeartbeatCarriesTheTimeOfTheStart)
 {
 	agent()->saveStartedTime();
 	fixedclock::stopAt(1800000000, "UTC0");
 	EXPECT_EQ(oneHeartbeat(), "/process/0/2/20231114221320/0/");
-}
-
-TEST_F(RunInfoRecord, ATimeIsLocal)
-{
-	fixedclock::stopAt(1700000000, "XYZ-05:45");
-	const auto pAgent = agent();
-	pAgent->saveStartedTime();
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(20231115035820)[noName]"));
-	EXPECT_EQ(sender()->getProcessStartedTime(), "20231115035820");
-}
-
-TEST_F(RunInfoRecord, ALaterStartReplacesTheTime)
-{
-	auto pReciver = reciver();
-	pReciver->saveStartedTime();
-	fixedclock::stopAt(1700000001, "UTC0");
-	pReciver->saveStartedTime();
-	EXPECT_EQ(sender()->getProcessStartedTime(), "20231114221321");
-}
-
-TEST_F(RunInfoRecord, TheFormOfAHandWrittenRecordIsKept)
-{
-	writeRecord("; start times\n[OTHER]\nLAST_RUN_TIME=7\n[TRACE]\nNOTE=x\nLAST_RUN_TIME=1 ; first\n");
-	sender()->saveStartedTime();
-	EXPECT_EQ(record(), "; start times\n[OTHER]\nLAST_RUN_TIME=7\n[TRACE]\nNOTE=x\nLAST_RUN_TIME = 20231114221320\n");
 }
 
 TEST_F(RunInfoRecord, AKeyThatIsNotThereIsNotAddedAndTheWriteIsReportedAsDone)
@@ -167,51 +113,6 @@ TEST_F(RunInfoRecord, AKeyThatIsNotThereIsNotAddedAndTheWriteIsReportedAsDone)
 	EXPECT_THAT(
 	    events::all(),
 	    ElementsAre("log D CHeartReciver:627 run info file changed:TRACE.SLAVE_LAST_RUN_TIME(20231114221320)[slave]"));
-}
-
-TEST_F(RunInfoRecord, AnEmptyValueIsReadAsAnEmptyText)
-{
-	writeRecord("[TRACE]\nLAST_RUN_TIME =\n");
-	EXPECT_EQ(sender()->getProcessStartedTime(), "");
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(RunInfoRecord, AnEmptyValueIsSentAsAnEmptyField)
-{
-	writeRecord("[TRACE]\nLAST_RUN_TIME =\n");
-	EXPECT_EQ(oneHeartbeat(), "/process/0/2//0/");
-}
-
-TEST_F(RunInfoRecord, AValueIsReadAsItIsStored)
-{
-	writeRecord("[TRACE]\nLAST_RUN_TIME = long ago\n");
-	EXPECT_EQ(sender()->getProcessStartedTime(), "long ago");
-}
-
-TEST_F(RunInfoRecord, TheRecordIsReadAnewAtEachCall)
-{
-	auto pSender = sender();
-	EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959");
-	writeRecord("[TRACE]\nLAST_RUN_TIME = 20250101000000\n");
-	EXPECT_EQ(pSender->getProcessStartedTime(), "20250101000000");
-}
-
-TEST_F(RunInfoRecord, AnEarlierOwnStartIsFasterThanThePartner)
-{
-	std::string partnerTime = "20240201000000";
-	EXPECT_TRUE(reciver()->isStartedProcessFaster(partnerTime));
-}
-
-TEST_F(RunInfoRecord, TheSameStartIsNotFaster)
-{
-	std::string partnerTime = "20240131235959";
-	EXPECT_FALSE(reciver()->isStartedProcessFaster(partnerTime));
-}
-
-TEST_F(RunInfoRecord, ALaterOwnStartIsNotFaster)
-{
-	std::string partnerTime = "20240131235958";
-	EXPECT_FALSE(reciver()->isStartedProcessFaster(partnerTime));
 }
 
 // The default record's times of the roles would give the other answer.
@@ -255,54 +156,6 @@ TEST_F(RunInfoRecord, AWriterIsNotToldThatTheEditorFailed)
 		    EXPECT_THAT(events::all(), ElementsAre(kAgentLine, kReciverLine, kSenderLine));
 	    });
 	EXPECT_EQ(record(), kRunInfo);
-}
-
-TEST_F(RunInfoRecord, AnExceptionInTheAgentsWriterIsLoggedAndItsLockFreed)
-{
-	inOwnProcess(
-	    [this]
-	    {
-		    const auto pAgent = agent();
-		    refuseDebugLines();
-		    pAgent->saveStartedTime();
-		    EXPECT_THAT(events::all(), ElementsAre(kAgentLine, "refused CAgent:179",
-		                                           "log E CAgent:183 Cannot write file: /var/full.log"));
-		    const WaitingThread other([&] { pAgent->saveStartedTime(); });
-		    EXPECT_TRUE(other.returns());
-	    });
-	EXPECT_EQ(record(), kAfterAWrite);
-}
-
-TEST_F(RunInfoRecord, AnExceptionInTheReceiversWriterIsLoggedAndItsLockFreed)
-{
-	inOwnProcess(
-	    [this]
-	    {
-		    auto pReciver = reciver();
-		    refuseDebugLines();
-		    pReciver->saveStartedTime();
-		    EXPECT_THAT(events::all(), ElementsAre(kReciverLine, "refused CHeartReciver:627",
-		                                           "log E CHeartReciver:631 Cannot write file: /var/full.log"));
-		    const WaitingThread other([&] { pReciver->saveStartedTime(); });
-		    EXPECT_TRUE(other.returns());
-	    });
-	EXPECT_EQ(record(), kAfterAWrite);
-}
-
-TEST_F(RunInfoRecord, AnExceptionInTheSendersWriterIsLoggedAndItsLockFreed)
-{
-	inOwnProcess(
-	    [this]
-	    {
-		    auto pSender = sender();
-		    refuseDebugLines();
-		    pSender->saveStartedTime();
-		    EXPECT_THAT(events::all(), ElementsAre(kSenderLine, "refused CHeartSender:249",
-		                                           "log E CHeartSender:253 Cannot write file: /var/full.log"));
-		    const WaitingThread other([&] { pSender->saveStartedTime(); });
-		    EXPECT_TRUE(other.returns());
-	    });
-	EXPECT_EQ(record(), kAfterAWrite);
 }
 
 // Only the library's exceptions are dealt with; the others are the caller's.

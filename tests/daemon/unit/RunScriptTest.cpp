@@ -83,57 +83,11 @@ protected:
 	}
 };
 
-TEST_F(RunScript, EachProgramGivesADirectoryLineAndAStartLine)
-{
-	EXPECT_EQ(scriptFor({"/opt/app/bin/server -d", "/srv/worker"}), "cd /opt/app/bin/\n"
-	                                                                "/opt/app/bin/server -d &\n"
-	                                                                "cd /srv/\n"
-	                                                                "/srv/worker &\n");
-}
-
-TEST_F(RunScript, TwoProgramsOfOneDirectoryGiveTwoIdenticalDirectoryLines)
-{
-	EXPECT_EQ(scriptFor({"/opt/app/bin/server", "/opt/app/bin/worker"}), "cd /opt/app/bin/\n"
-	                                                                     "/opt/app/bin/server &\n"
-	                                                                     "cd /opt/app/bin/\n"
-	                                                                     "/opt/app/bin/worker &\n");
-}
-
-TEST_F(RunScript, AProgramWithoutDirectoryGivesABareChangeOfDirectory)
-{
-	EXPECT_EQ(scriptFor({"worker"}), "cd \nworker &\n");
-}
-
-TEST_F(RunScript, AnArgumentWithASlashMovesTheCut)
-{
-	EXPECT_EQ(scriptFor({"/opt/app/server -c /etc/app.conf"}), "cd /opt/app/server -c /etc/\n"
-	                                                           "/opt/app/server -c /etc/app.conf &\n");
-}
-
-TEST_F(RunScript, WithoutProgramsTheFileIsThereAndEmpty)
-{
-	EXPECT_EQ(scriptFor({}), "");
-	EXPECT_EQ(::access(velarix::kRunScriptPath, F_OK), 0);
-}
-
-TEST_F(RunScript, ElevenProgramsComeInTheOrderOfTheirIndex)
-{
-	EXPECT_EQ(scriptFor({"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"}),
-	          "cd \na &\ncd \nb &\ncd \nc &\ncd \nd &\ncd \ne &\ncd \nf &\ncd \ng &\ncd \nh &\ncd \ni &\ncd \nj &\n"
-	          "cd \nk &\n");
-}
-
 TEST_F(RunScript, AnExistingScriptIsReplacedAndNeverAppendedTo)
 {
 	sandbox::writeFile(velarix::kRunScriptPath, "rm -rf /opt/app\nand a good deal more than the new script needs\n");
 	EXPECT_EQ(scriptFor({"/opt/app/server"}), "cd /opt/app/\n/opt/app/server &\n");
 	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
-}
-
-TEST_F(RunScript, AnExistingScriptIsReplacedByAnEmptyOneToo)
-{
-	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
-	EXPECT_EQ(scriptFor({}), "");
 }
 
 TEST_F(RunScript, TheScriptIsANewFileAndNotTheOldOneRewritten)
@@ -163,22 +117,6 @@ TEST_F(RunScript, TheFileIsCreatedWithTheDefaultPermissions)
 	::umask(before);
 }
 
-TEST_F(RunScript, AnExecutableScriptIsReplacedByOneThatIsNot)
-{
-	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
-	ASSERT_EQ(::chmod(velarix::kRunScriptPath, 0755), 0);
-	const mode_t before = ::umask(022);
-	scriptFor({"/srv/worker"});
-	::umask(before);
-	EXPECT_EQ(permissions(), 0644U);
-}
-
-TEST_F(RunScript, AnEmptyDirectoryInItsPlaceIsReplaced)
-{
-	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
-	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
-}
-
 TEST_F(RunScript, ALinkInItsPlaceIsReplacedAndItsTargetKept)
 {
 	const std::string target = "/usr/velarix/bin/ini/target";
@@ -204,14 +142,6 @@ TEST_F(RunScript, TheScriptIsThereBeforeTheVirtualIPIsStopped)
 	    });
 	const CAgent agent(MODE_SLAVE);
 	EXPECT_EQ(script, "cd /srv/\n/srv/worker &\n");
-}
-
-TEST_F(RunScript, WritingLogsNothingAndRunsNothing)
-{
-	CAgent agent(MODE_SLAVE);
-	events::clear();
-	agent.makeProcessRunShellScript();
-	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 } // namespace

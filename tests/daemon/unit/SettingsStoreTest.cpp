@@ -63,11 +63,6 @@ extern "C" void* __wrap__Znwm(std::size_t size)
 namespace
 {
 
-TEST_F(SettingsStore, NothingIsLoadedBeforeTheFirstUse)
-{
-	EXPECT_EQ(Configuraion::pConf, nullptr);
-}
-
 TEST_F(SettingsStore, TheFirstCallKeepsTheInstanceThatItReturns)
 {
 	Configuraion* const pStore = Configuraion::getInstance(velarix::kSettingsPath);
@@ -84,13 +79,6 @@ TEST_F(SettingsStore, ASecondPathGivesTheFirstInstance)
 	Configuraion* const pSecond = Configuraion::getInstance(kOther);
 	EXPECT_EQ(pSecond, pFirst);
 	EXPECT_EQ(pSecond->getInt("AGENT.MODE"), 2);
-}
-
-TEST_F(SettingsStore, ASecondPathIsNotEvenOpened)
-{
-	Configuraion* const pFirst = Configuraion::getInstance(velarix::kSettingsPath);
-	EXPECT_EQ(Configuraion::getInstance("/usr/velarix/bin/ini/no-such.ini"), pFirst);
-	EXPECT_EQ(Configuraion::getInstance("/usr/velarix/bin/ini"), pFirst);
 }
 
 TEST_F(SettingsStore, AFileChangedLaterIsNotReadAgain)
@@ -113,19 +101,6 @@ TEST_F(SettingsStore, EachGetterGivesItsOwnType)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(SettingsStore, AKeyOfTheSameNameIsToldApartByItsSection)
-{
-	sandbox::writeFile(kOther, "[AGENT]\nMODE = 1\n[LOG]\nMODE = 5\n");
-	Configuraion* const pStore = Configuraion::getInstance(kOther);
-	EXPECT_EQ(pStore->getInt("AGENT.MODE"), 1);
-	EXPECT_EQ(pStore->getInt("LOG.MODE"), 5);
-}
-
-TEST_F(SettingsStore, AnEmptyValueIsAValidText)
-{
-	EXPECT_EQ(Configuraion::getInstance(velarix::kSettingsPath)->getString("AGENT.RELATED_PROCESS"), "");
-}
-
 TEST_F(SettingsStore, LoadFileTakesTheNewFileInPlaceOfTheOldOne)
 {
 	sandbox::writeFile(kOther, "[AGENT]\nMODE = 9\n");
@@ -134,12 +109,6 @@ TEST_F(SettingsStore, LoadFileTakesTheNewFileInPlaceOfTheOldOne)
 	EXPECT_TRUE(store.loadFile(kOther));
 	EXPECT_EQ(store.getInt("AGENT.MODE"), 9);
 	EXPECT_EQ(Configuraion::pConf, nullptr);
-}
-
-TEST_F(SettingsStore, AnEmptyFileIsLoaded)
-{
-	sandbox::writeFile(kOther, "");
-	EXPECT_TRUE(Configuraion(kOther).loadFile(kOther));
 }
 
 TEST_F(SettingsStore, SetIntChangesTheMemoryAlone)
@@ -204,28 +173,10 @@ protected:
 	}
 };
 
-// The default settings hold PROCESS_PATH1; a read of any key that is not there
-// would end the program.
-TEST_F(ProgramKeys, NoProgramsReadNoPathKey)
-{
-	settings.set("PROCESS_CHECK.PROCESS_NUM", "0").remove("PROCESS_CHECK.PROCESS_PATH1");
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
-	EXPECT_THAT(listOfTheChecker(), IsEmpty());
-}
-
 TEST_F(ProgramKeys, ThreeProgramsReadTheKeysOneToThreeAndNeverZeroOrFour)
 {
 	settings.programs({"/opt/one", "/opt/two", "/opt/three"});
 	settings.set("PROCESS_CHECK.PROCESS_PATH0", "/opt/zero").set("PROCESS_CHECK.PROCESS_PATH4", "/opt/four");
-	apply();
-	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/one", "/opt/two", "/opt/three"));
-	EXPECT_THAT(listOfTheChecker(), ElementsAre("/opt/one", "/opt/two", "/opt/three"));
-}
-
-TEST_F(ProgramKeys, ThreeProgramsNeedNoKeyZero)
-{
-	settings.programs({"/opt/one", "/opt/two", "/opt/three"});
 	apply();
 	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/one", "/opt/two", "/opt/three"));
 	EXPECT_THAT(listOfTheChecker(), ElementsAre("/opt/one", "/opt/two", "/opt/three"));

@@ -25,21 +25,6 @@ protected:
 	}
 };
 
-TEST_F(ShellRunner, EachCompleteLineEndsWithTwoLineFeeds)
-{
-	EXPECT_EQ(outputOf("first\nsecond\n"), "first\n\nsecond\n\n");
-}
-
-TEST_F(ShellRunner, ALastLineWithoutLineFeedGetsOne)
-{
-	EXPECT_EQ(outputOf("first\nsecond"), "first\n\nsecond\n");
-}
-
-TEST_F(ShellRunner, AnEmptyLineIsDoubledToo)
-{
-	EXPECT_EQ(outputOf("\n"), "\n\n");
-}
-
 TEST_F(ShellRunner, ALineOf254CharactersComesInOnePiece)
 {
 	EXPECT_EQ(outputOf(std::string(254, 'a') + "\n"), std::string(254, 'a') + "\n\n");
@@ -93,28 +78,11 @@ TEST_F(ShellRunner, PercentSignsInCommandAndOutputAreNoFormats)
 	EXPECT_THAT(events::all(), ElementsAre("command date +%s", "log I Utill:573 command(date +%s) : 100%s\n\n"));
 }
 
-TEST_F(ShellRunner, TheCommandTextIsLeftAsItWas)
-{
-	std::string command = "show";
-	shellCommand(command);
-	EXPECT_EQ(command, "show");
-}
-
 TEST_F(ShellRunner, ARunIsNotEchoedOnTheConsole)
 {
 	testing::internal::CaptureStdout();
 	outputOf("first\n");
 	EXPECT_THAT(testing::internal::GetCapturedStdout(), IsEmpty());
-}
-
-TEST_F(ShellRunner, ACommandThatCannotBeStartedIsEchoedOnStandardError)
-{
-	fakeoutside::commandFails("show");
-	std::string command = "show";
-	testing::internal::CaptureStderr();
-	shellCommand(command);
-	EXPECT_EQ(testing::internal::GetCapturedStderr(),
-	          "**ERROR**(Utill:550)shell command run error(fp is NULL): show\n");
 }
 
 } // namespace

@@ -34,12 +34,6 @@ private:
 	MODE m_mode = MODE_SLAVE;
 };
 
-TEST_F(VirtualIP, StopRunsTheConfiguredCommand)
-{
-	EXPECT_TRUE(Utill::stopVirtualIP());
-	EXPECT_THAT(events::all(), ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : "));
-}
-
 TEST_F(VirtualIP, StopIsTrueWhateverTheCommandPrints)
 {
 	fakeoutside::commandPrints("vip-stop", "RTNETLINK answers: Cannot assign requested address\n");
@@ -47,12 +41,6 @@ TEST_F(VirtualIP, StopIsTrueWhateverTheCommandPrints)
 	EXPECT_THAT(events::all(),
 	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : RTNETLINK answers: Cannot assign "
 	                                            "requested address\n\n"));
-}
-
-TEST_F(VirtualIP, StopIsTrueForACommandThatPrintsTheFailureMarker)
-{
-	fakeoutside::commandPrints("vip-stop", "velarixErr\n");
-	EXPECT_TRUE(Utill::stopVirtualIP());
 }
 
 TEST_F(VirtualIP, StopIsFalseWhenTheCommandCannotBeStarted)
@@ -72,31 +60,6 @@ TEST_F(VirtualIP, AnAddressAlreadyListedNeedsNoStartCommand)
 	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:668)myVirtualIP working\n");
 	EXPECT_THAT(events::all(), ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ",
 	                                       "command ifconfig", "log D Utill:668 myVirtualIP working"));
-}
-
-TEST_F(VirtualIP, ASilentStartCommandAndAnAnsweringAddressTakeOneCountdown)
-{
-	fakeoutside::commandPrints("ifconfig", kListingWithout);
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "sleep 1000", "command vip-start", "log I Utill:573 command(vip-start) : ",
-	                        "log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 10"));
-}
-
-TEST_F(VirtualIP, TheConsoleCountsFromFourToZeroBeforeTheStart)
-{
-	testing::internal::CaptureStdout();
-	EXPECT_TRUE(start());
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:680)myVirtualIP not working\n"
-	                                                  "virtual ip starting..: 4\n"
-	                                                  "virtual ip starting..: 3\n"
-	                                                  "virtual ip starting..: 2\n"
-	                                                  "virtual ip starting..: 1\n"
-	                                                  "virtual ip starting..: 0\n"
-	                                                  "**DEBUG**(Utill:490)set virtual ip...\n"
-	                                                  "**DEBUG**(Utill:496)ping: 10\n");
 }
 
 TEST_F(VirtualIP, EachNumberOfTheCountdownIsShownBeforeItsSecond)
@@ -170,30 +133,6 @@ TEST_F(VirtualIP, APingErrorAfterASilentStartCommandIsLoggedWithTheEmptyOutput)
 	                        "log D Utill:668 myVirtualIP working"));
 }
 
-TEST_F(VirtualIP, APingErrorAfterASilentRoundIsLoggedAndTheListingLookedAtAgain)
-{
-	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 10});
-	fakeoutside::onAction(
-	    [](const std::string& event)
-	    {
-		    if (event == "ping 10.0.1.100 x10" && events::only({event}).size() == 2)
-		    {
-			    fakeoutside::pingThrows("10.0.1.100", [] { throw Poco::IOException("no raw socket"); });
-		    }
-	    });
-	fakeoutside::commandPrintsInTurn("ifconfig", {kListingWithout, kListing});
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "sleep 1000", "command vip-start",
-	                        "log I Utill:573 command(vip-start) : ", "log D Utill:490 set virtual ip...",
-	                        "ping 10.0.1.100 x10", "log D Utill:496 ping: 0", "sleep 1000", "ping 10.0.1.100 x10",
-	                        "log E Utill:504 set virtual ip failed: I/O error: no raw socket",
-	                        "log E Utill:432 can't start virtual ip: ", "sleep 500", "command ifconfig",
-	                        "log D Utill:668 myVirtualIP working"));
-}
-
 TEST_F(VirtualIP, AListingThatCannotBeMadeCountsAsAnAbsentAddress)
 {
 	fakeoutside::commandFails("ifconfig");
@@ -205,53 +144,6 @@ TEST_F(VirtualIP, AListingThatCannotBeMadeCountsAsAnAbsentAddress)
 	                        "log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 10"));
 }
 
-TEST_F(VirtualIP, AListingThatCanBeMadeAgainIsBelieved)
-{
-	fakeoutside::commandFails("ifconfig");
-	fakeoutside::commandPrints("vip-start", "busy\n");
-	fakeoutside::onAction(
-	    [](const std::string& event)
-	    {
-		    if (event == "command vip-start")
-		    {
-			    fakeoutside::commandPrints("ifconfig", kListing);
-		    }
-	    });
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log E Utill:652 popen error", "sleep 1000", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "command vip-start", "log I Utill:573 command(vip-start) : busy\n\n",
-	                        "log E Utill:432 can't start virtual ip: busy\n\n", "sleep 500", "command ifconfig",
-	                        "log D Utill:668 myVirtualIP working"));
-}
-
-TEST_F(VirtualIP, AStopCommandThatCannotBeRunDoesNotPreventTheStart)
-{
-	fakeoutside::commandFails("vip-stop");
-	fakeoutside::commandPrints("ifconfig", kListing);
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log E Utill:550 shell command run error(fp is NULL): vip-stop",
-	                        "sleep 1000", "command ifconfig", "log D Utill:668 myVirtualIP working"));
-}
-
-TEST_F(VirtualIP, TheStopCommandRunsOnceHoweverOftenTheStartIsRepeated)
-{
-	fakeoutside::commandPrints("vip-start", "busy\n");
-	fakeoutside::commandPrintsInTurn("ifconfig", {"", "", "", kListing});
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::only({"command "}),
-	            ElementsAre("command vip-stop", "command ifconfig", "command vip-start", "command ifconfig",
-	                        "command vip-start", "command ifconfig", "command vip-start", "command ifconfig"));
-}
-
-TEST_F(VirtualIP, TheRoleIsNotLookedAt)
-{
-	fakeoutside::commandPrints("ifconfig", kListing);
-	EXPECT_TRUE(Utill::startVirtualIP(nullptr));
-}
-
 TEST_F(VirtualIP, ASilentAddressIsPingedEachSecondUntilItAnswers)
 {
 	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 0, 1});
@@ -260,14 +152,6 @@ TEST_F(VirtualIP, ASilentAddressIsPingedEachSecondUntilItAnswers)
 	            ElementsAre("log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 0",
 	                        "sleep 1000", "ping 10.0.1.100 x10", "log D Utill:496 ping: 0", "sleep 1000",
 	                        "ping 10.0.1.100 x10", "log D Utill:496 ping: 1"));
-}
-
-TEST_F(VirtualIP, ASilentAddressIsPingedWithoutEnd)
-{
-	fakeoutside::pingGives("10.0.1.100", 0);
-	events::endAtSleep(1000);
-	EXPECT_THROW(Utill::waitngForVirtualIPSet(), events::EndOfScript);
-	EXPECT_EQ(events::only({"ping "}).size(), 1000U);
 }
 
 TEST_F(VirtualIP, APingErrorEndsTheWait)
@@ -285,27 +169,11 @@ TEST_F(VirtualIP, TheMacAddressHooksDoNothing)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(VirtualIP, AMissingStopCommandEndsTheDaemon)
-{
-	settings.remove("AGENT.VIRTUAL_IP_STOP_COMMAND");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::stopVirtualIP(), "**ERROR**(Configuraion:65)Not found: AGENT.VIRTUAL_IP_STOP_COMMAND",
-	                   "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
-}
-
 TEST_F(VirtualIP, TheStartCommandIsReadBeforeTheAddressIsStopped)
 {
 	settings.remove("AGENT.VIRTUAL_IP_START_COMMAND").remove("AGENT.VIRTUAL_IP_STOP_COMMAND");
 	apply();
 	EXPECT_FATAL_AFTER(start(), "**ERROR**(Configuraion:65)Not found: AGENT.VIRTUAL_IP_START_COMMAND", "0",
-	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
-}
-
-TEST_F(VirtualIP, AMissingAddressEndsTheDaemonBeforeTheWaitIsLogged)
-{
-	settings.remove("AGENT.VIRTUAL_IP");
-	apply();
-	EXPECT_FATAL_AFTER(Utill::waitngForVirtualIPSet(), "**ERROR**(Configuraion:65)Not found: AGENT.VIRTUAL_IP", "0",
 	                   "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
 }
 

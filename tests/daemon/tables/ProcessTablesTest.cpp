@@ -1,0 +1,139 @@
+// Small tables of the programs and their checker: the observation mode for every setting, the
+// raw values of system() that count as started, the checker's pause for every configured
+// cycle, and its line for every role.
+
+#include <map>
+
+#include <Poco/AutoPtr.h>
+
+#include "Daemon.h"
+#include "FakeOutside.h"
+#include "ProcessChecker.h"
+#include "Utill.h"
+
+using testing::ElementsAre;
+
+namespace
+{
+
+class ProcessTables : public DaemonTest
+{
+protected:
+	/// @return a checker of a node in this role
+	ProcessChecker* make(MODE role)
+	{
+		m_mode = role;
+		m_pChecker = new ProcessChecker(&m_pHandles, &m_running, &m_mode, m_location);
+		events::clear();
+		return m_pChecker.get();
+	}
+
+	/// The checker's events up to the pause.
+	static events::List firstCycleOf(ProcessChecker* pChecker)
+	{
+		events::endAtSleep(1);
+		EXPECT_THROW(pChecker->run(), events::EndOfScript);
+		return events::all();
+	}
+
+	void set(const std::string& key, const std::string& value)
+	{
+		settings.set(key, value);
+		apply();
+	}
+
+private:
+	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+	bool m_running = false;
+	MODE m_mode = MODE_SLAVE;
+	std::string m_location = "noName";
+	Poco::AutoPtr<ProcessChecker> m_pChecker;
+};
+
+TEST_F(ProcessTables, OnlyTheSettingOneIsTheFirstObservationMode)
+{
+	EXPECT_EQ(static_cast<int>(OBSERVATION_MODE_1), 1);
+	EXPECT_EQ(static_cast<int>(OBSERVATION_MODE_2), 2);
+	for (const auto& [setting, mode] :
+	     std::map<std::string, int>{{"1", 1}, {"2", 2}, {"7", 2}, {"11", 2}, {"0", 2}, {"-1", 2}})
+	{
+		set("PROCESS_CHECK.OBSERVATION_MODE", setting);
+		EXPECT_EQ(Utill::getObservationMode(), mode) << setting;
+	}
+	EXPECT_THAT(events::all(), testing::IsEmpty());
+}
+
+// The two that do not count, 127 and -1, are in LaunchingFatalTest.cpp and RealLaunchTest.cpp:
+// exit statuses come shifted by eight bits, signals as they are.
+TEST_F(ProcessTables, EveryOtherResultOfTheScriptCountsAsStarted)
+{
+	for (const int raw : {0, 256, 32256, 32512, 65280, 1, 9, 143, 126, 128, -2})
+	{
+		SCOPED_TRACE(raw);
+		events::clear();
+		fakeoutside::reset();
+		fakeoutside::systemGives("/usr/velarix/bin/ini/processList.sh", raw);
+		Utill::voidProcessRun(true);
+		EXPECT_THAT(events::all(),
+		            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+		                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
+		                        "system /usr/velarix/bin/ini/processList.sh",
+		                        "log E Utill:78 \n"
+		                        "======================================================\n"
+		                        "================ process run =========================\n"
+		                        "======================================================"));
+	}
+}
+
+struct Cycle
+{
+	const char* seconds;
+	int milliseconds;
+	const char* sleep;
+};
+
+// Cycles beyond the range of an int in milliseconds stay at its ends.
+// clang-format off
+const Cycle kCycles[] = {
+	{"0",           0,                "sleep 0"},
+	{"1",           1000,             "sleep 1000"},
+	{"3600",        3600000,          "sleep 3600000"},
+	{"2147483",     2147483000,       "sleep 2147483000"},
+	{"2147484",     2147483647,       "sleep 2147483647"},
+	{"2147483647",  2147483647,       "sleep 2147483647"},
+	{"-1",          -1000,            "sleep -1000"},
+	{"-2147483",    -2147483000,      "sleep -2147483000"},
+	{"-2147483648", -2147483647 - 1,  "sleep -2147483648"},
+};
+// clang-format on
+
+TEST_F(ProcessTables, TheCheckerPausesForTheConfiguredCycle)
+{
+	settings.programs({});
+	for (const Cycle& row : kCycles)
+	{
+		SCOPED_TRACE(row.seconds);
+		set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", row.seconds);
+		ProcessChecker* const pChecker = make(MODE_SLAVE);
+		EXPECT_EQ(pChecker->getCheckingCycle(), row.milliseconds);
+		EXPECT_EQ(firstCycleOf(pChecker).back(), row.sleep);
+	}
+}
+
+TEST_F(ProcessTables, OnlyTheRoleOneIsTheMastersLetterInTheCheckersLine)
+{
+	for (const auto& [role, letter] : std::map<MODE, std::string>{{1, "M"}, {2, "S"}, {0, "S"}, {3, "S"}, {-1, "S"}})
+	{
+		for (const std::string stopped : {"0", "1"}) // of configured programs none runs
+		{
+			SCOPED_TRACE(role);
+			set("PROCESS_CHECK.PROCESS_NUM", stopped);
+			const std::string answer = stopped == "0" ? "1" : "0";
+			EXPECT_THAT(firstCycleOf(make(role)),
+			            ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:" + letter + "]: " + answer,
+			                        "sleep 5000"));
+		}
+	}
+}
+
+} // namespace
