@@ -1,4 +1,4 @@
-/// What is asked of this machine: files' rights, tools, cards, addresses,
+/// What is asked of this machine: files' rights, tools, interfaces, addresses,
 /// privileges, processes. All of it goes through these functions, so that a
 /// test links answers of its own in their place (tests/ctl/FakeHost).
 #pragma once
@@ -33,6 +33,8 @@ struct FileFacts
 	mode_t mode = 0;
 	uid_t owner = 0;
 	gid_t group = 0;
+	/// Nothing on its file system may be executed.
+	bool noExec = false;
 };
 
 /// Follows symbolic links.
@@ -49,6 +51,9 @@ uid_t user();
 /// Tries to open the raw socket that a ping needs.
 /// @return nothing when it may be opened, else the system's reason
 std::optional<std::string> whyNoPing();
+
+/// @return whether the kernel is told to answer no ping at all
+bool ignoresPings();
 
 /// ---- cards and addresses -------------------------------------------------
 

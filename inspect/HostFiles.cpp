@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace velarix::inspect::host
@@ -35,6 +36,8 @@ FileFacts fileFacts(const std::filesystem::path& path)
 	facts.mode = status.st_mode & 07777U;
 	facts.owner = status.st_uid;
 	facts.group = status.st_gid;
+	struct statvfs system = {};
+	facts.noExec = ::statvfs(path.c_str(), &system) == 0 && (system.f_flag & ST_NOEXEC) != 0;
 	return facts;
 }
 

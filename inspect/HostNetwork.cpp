@@ -29,6 +29,13 @@ std::optional<std::string> whyNoPing()
 	return std::nullopt;
 }
 
+bool ignoresPings()
+{
+	std::ifstream file("/proc/sys/net/ipv4/icmp_echo_ignore_all");
+	char value = '0';
+	return file.get(value) && value != '0';
+}
+
 Card card(const std::string& name)
 {
 	Card result;
@@ -76,8 +83,10 @@ std::vector<Address> addresses()
 		{
 			const std::string label(entry->ifa_name);
 			const bool first = std::ranges::find(result, label, &Address::label) == result.end();
-			result.push_back({label.substr(0, label.find(':')), label, dotted(entry->ifa_addr),
-			                  prefixOf(entry->ifa_netmask), first});
+			const std::string interface = label.substr(0, label.find(':'));
+			// The kernel takes any label; "ifconfig" looks for the interface that it names.
+			result.push_back({interface, label, dotted(entry->ifa_addr), prefixOf(entry->ifa_netmask),
+			                  first && ::if_nametoindex(interface.c_str()) != 0});
 		}
 	}
 	return result;

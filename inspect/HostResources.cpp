@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace velarix::inspect::host
@@ -81,6 +82,13 @@ std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& directory)
 	std::error_code error;
 	const std::filesystem::space_info space = std::filesystem::space(directory, error);
 	return error ? std::nullopt : std::optional<std::uintmax_t>(space.free);
+}
+
+std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& directory)
+{
+	struct statvfs system = {};
+	const bool limited = ::statvfs(directory.c_str(), &system) == 0 && system.f_files != 0;
+	return limited ? std::optional<std::uintmax_t>(system.f_ffree) : std::nullopt;
 }
 
 } // namespace velarix::inspect::host

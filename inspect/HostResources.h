@@ -20,4 +20,8 @@ std::optional<bool> isOutgoingPort(int port);
 /// @return the bytes that root may still write there; nothing when it cannot be told
 std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& directory);
 
+/// @return how many files may still be made there; nothing when it cannot be told or
+///         the file system has no such limit
+std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& directory);
+
 } // namespace velarix::inspect::host

@@ -5,60 +5,46 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <optional>
+#include <set>
 #include <string_view>
 #include <system_error>
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "inspect/Descriptor.h"
 #include "inspect/Names.h"
+#include "inspect/TrialRoot.h"
+#include "inspect/TrialRun.h"
 
 namespace velarix::inspect::host
 {
+
+// The trial's process reports to the caller in JSON.
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Address, card, label, address, prefix, listed)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CommandRun, end, output, errors, shellEnded, heldMilliseconds, remaining, addresses,
+                                   programStarted, programEnded)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Trial, whyNot, start, stop, kill)
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
+using std::chrono::milliseconds;
 
-constexpr std::size_t kOutputLength = 4096;
+/// For what the commands leave to the background, and to set all up.
+constexpr milliseconds kOverhead{40000};
 
 std::string lastError(const char* what)
 {
 	return std::string(what) + ": " + std::generic_category().message(errno);
-}
-
-/// ---- what goes from the trial's process to the caller --------------------------
-
-Json toJson(const CommandRun& run)
-{
-	Json addresses = Json::array();
-	for (const Address& address : run.addresses)
-	{
-		addresses.push_back({address.card, address.label, address.address, address.prefix, address.listed});
-	}
-	return {{"output", run.output}, {"ended", run.ended}, {"addresses", addresses}};
-}
-
-CommandRun fromJson(const Json& json)
-{
-	CommandRun run;
-	run.output = json.at("output");
-	run.ended = json.at("ended");
-	for (const Json& address : json.at("addresses"))
-	{
-		run.addresses.push_back({address.at(0), address.at(1), address.at(2), address.at(3), address.at(4)});
-	}
-	return run;
 }
 
 void writeAll(int descriptor, std::string_view text)
@@ -74,112 +60,156 @@ void writeAll(int descriptor, std::string_view text)
 	}
 }
 
-/// ---- the trial's own process ------------------------------------------------------
+/// ---- the whole, in the trial's own process -----------------------------------------------
 
-[[noreturn]] void becomeShell(const std::string& command, int output)
+bool isHeld(const std::string& address)
 {
-	const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-	::dup2(nothing, STDIN_FILENO);
-	::dup2(output, STDOUT_FILENO);
-	::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-	::_exit(127);
+	const std::vector<Address> all = addresses();
+	return std::ranges::find(all, address, &Address::address) != all.end();
 }
 
-/// Reads until all writers have closed, as the agent does.
-/// @return false when the time was over first
-bool readToEnd(int descriptor, std::string& text, std::chrono::milliseconds limit)
+bool quietly(const std::string& command)
 {
-	const Clock::time_point deadline = Clock::now() + limit;
-	for (;;)
+	return std::system(("(" + command + ") >/dev/null 2>&1").c_str()) == 0;
+}
+
+void addAddress(const Address& address)
+{
+	const std::string label = address.label == address.card ? "" : " label " + address.label;
+	quietly("ip addr add " + address.address + "/" + std::to_string(address.prefix) + " dev " + address.card + label);
+}
+
+/// Pairs joined by a wire, so that each has carrier.
+bool makeInterfaces(const std::vector<Address>& wanted)
+{
+	if (!quietly("ip link set lo up && ip link add eth0 type veth peer name eth1 && ip link set eth0 up && ip link "
+	             "set eth1 up"))
 	{
-		const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-		pollfd wanted{descriptor, POLLIN, 0};
-		const int ready = ::poll(&wanted, 1, static_cast<int>(std::max<long long>(left, 0)));
-		if (ready == 0)
+		return false;
+	}
+	std::set<std::string> made{"lo", kServiceCard, kCommunicationCard};
+	for (const Address& address : wanted)
+	{
+		if (made.insert(address.card).second)
 		{
-			return false;
+			const std::string peer = "peer" + std::to_string(made.size());
+			quietly("ip link add " + address.card + " type veth peer name " + peer + " && ip link set " + address.card +
+			        " up && ip link set " + peer + " up");
 		}
-		std::array<char, 512> piece{};
-		const ssize_t got = ready > 0 ? ::read(descriptor, piece.data(), piece.size()) : -1;
-		if (got == 0)
-		{
-			return true;
-		}
-		if (got > 0 && text.size() < kOutputLength)
-		{
-			text.append(piece.data(), static_cast<std::size_t>(got));
-		}
+		addAddress(address);
+	}
+	return true;
+}
+
+/// What no rehearsal may do, root or not: to the clock, to the kernel's modules, to
+/// the host's power and devices.
+void dropCapabilities()
+{
+	for (const int capability : {CAP_SYS_BOOT, CAP_SYS_MODULE, CAP_SYS_TIME, CAP_SYS_RAWIO, CAP_MKNOD})
+	{
+		::prctl(PR_CAPBSET_DROP, capability, 0, 0, 0);
 	}
 }
 
-CommandRun runCommand(const std::string& command, std::chrono::milliseconds limit)
+/// Starts a program that waits, under the path of the configured one, so that it is
+/// found by each of its names: the short one, the command line and the file.
+/// @return its process; 0 without one
+pid_t startProgram(const std::string& path)
 {
-	CommandRun run;
 	std::array<int, 2> ends{};
-	if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+	if (path.empty() || !replaceFile("/bin/sleep", path) || ::pipe2(ends.data(), O_CLOEXEC) != 0)
 	{
-		return run;
+		return 0;
 	}
-	const Descriptor output(ends[0]);
-	Descriptor shellsOutput(ends[1]);
-	if (const pid_t shell = ::fork(); shell == 0)
+	const Descriptor started(ends[0]);
+	Descriptor programs(ends[1]);
+	const pid_t program = ::fork();
+	if (program == 0)
 	{
-		becomeShell(command, shellsOutput.get());
+		::execl(path.c_str(), path.c_str(), "100000", nullptr);
+		writeAll(programs.get(), "!");
+		::_exit(127);
 	}
-	shellsOutput.close();
-	run.ended = readToEnd(output.get(), run.output, limit);
-	run.addresses = addresses();
+	programs.close();
+	char failed = 0;
+	if (::read(started.get(), &failed, 1) == 1)
+	{
+		::waitpid(program, nullptr, 0);
+		return 0;
+	}
+	return program;
+}
+
+CommandRun tryKill(const TrialPlan& plan, const std::vector<Address>& raised)
+{
+	for (const Address& address : raised)
+	{
+		if (!isHeld(address.address))
+		{
+			addAddress(address);
+		}
+	}
+	const pid_t program = startProgram(plan.program);
+	bool ended = program == 0;
+	const auto done = [&]
+	{
+		ended = ended || ::waitpid(program, nullptr, WNOHANG) == program;
+		return ended;
+	};
+	CommandRun run = runInTrial(plan, plan.kill, done, program);
+	run.programStarted = program != 0;
+	run.programEnded = program != 0 && done();
 	return run;
 }
 
-/// Two cards joined by a wire, so that both have carrier.
-bool makeCards(const std::vector<Address>& wanted)
+Trial perform(const TrialPlan& plan)
 {
-	std::string commands =
-	    "ip link set lo up && ip link add eth0 type veth peer name eth1 && ip link set eth0 up && ip "
-	    "link set eth1 up";
-	for (const Address& address : wanted)
+	Trial trial;
+	trial.whyNot = enterTrialRoot();
+	if (!trial.whyNot.empty())
 	{
-		if (address.card == kServiceCard || address.card == kCommunicationCard)
-		{
-			commands +=
-			    " && ip addr add " + address.address + "/" + std::to_string(address.prefix) + " dev " + address.card;
-		}
+		return trial;
 	}
-	return std::system(("(" + commands + ") >/dev/null 2>&1").c_str()) == 0;
+	dropCapabilities();
+	if (!makeInterfaces(plan.addresses))
+	{
+		trial.whyNot = "no interfaces for it (ip link add type veth)";
+		return trial;
+	}
+	for (const std::string& stub : plan.stubs)
+	{
+		replaceFile("/bin/true", stub);
+	}
+	trial.start = runInTrial(plan, plan.start, [&] { return isHeld(plan.virtualIP); });
+	if (trial.start.end != RunEnd::ended)
+	{
+		::kill(-1, SIGKILL);
+	}
+	trial.stop = runInTrial(plan, plan.stop, [&] { return !isHeld(plan.virtualIP); });
+	::kill(-1, SIGKILL);
+	trial.kill = plan.kill.empty() ? CommandRun{} : tryKill(plan, trial.start.addresses);
+	return trial;
 }
 
-/// @return the trial's report, or why there is none
-Json perform(const TrialPlan& plan)
-{
-	if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-	    ::mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0)
-	{
-		return {{"why", lastError("no mounts of its own")}};
-	}
-	if (!makeCards(plan.addresses))
-	{
-		return {{"why", "no cards for it (ip link add type veth)"}};
-	}
-	const CommandRun start = runCommand(plan.start, plan.limit);
-	const CommandRun stop = start.ended ? runCommand(plan.stop, plan.limit) : CommandRun{};
-	return {{"why", ""}, {"start", toJson(start)}, {"stop", toJson(stop)}};
-}
+/// ---- its processes ---------------------------------------------------------------------------
 
 /// Becomes the first process of the trial's process namespace, with whose end
 /// everything ends that the commands have left behind.
 [[noreturn]] void trialProcess(const TrialPlan& plan, int report)
 {
 	::prctl(PR_SET_PDEATHSIG, SIGKILL);
-	writeAll(report, perform(plan).dump(-1, ' ', false, Json::error_handler_t::replace));
+	writeAll(report, Json(perform(plan)).dump(-1, ' ', false, Json::error_handler_t::replace));
 	::_exit(0);
 }
 
 [[noreturn]] void enterNamespaces(const TrialPlan& plan, int report)
 {
-	if (::unshare(CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWNS) != 0)
+	::prctl(PR_SET_PDEATHSIG, SIGKILL);
+	Trial trial;
+	if (::unshare(CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS) != 0)
 	{
-		writeAll(report, Json{{"why", lastError("no namespaces of its own")}}.dump());
+		trial.whyNot = lastError("no namespaces of its own");
+		writeAll(report, Json(trial).dump());
 		::_exit(0);
 	}
 	const pid_t first = ::fork();
@@ -191,14 +221,37 @@ Json perform(const TrialPlan& plan)
 	::_exit(0);
 }
 
+/// @return all that is written there until it is closed, or until the time is over
+std::string readReport(int descriptor, milliseconds limit)
+{
+	std::string text;
+	const Clock::time_point deadline = Clock::now() + limit;
+	for (milliseconds left = limit; left.count() > 0;
+	     left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()))
+	{
+		pollfd wanted{descriptor, POLLIN, 0};
+		std::array<char, 4096> piece{};
+		const int ready = ::poll(&wanted, 1, static_cast<int>(left.count()));
+		const ssize_t got = ready > 0 ? ::read(descriptor, piece.data(), piece.size()) : -1;
+		if (got == 0)
+		{
+			break;
+		}
+		text.append(piece.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
+	}
+	return text;
+}
+
 } // namespace
 
 Trial tryCommands(const TrialPlan& plan)
 {
+	Trial failed;
 	std::array<int, 2> ends{};
 	if (::pipe2(ends.data(), O_CLOEXEC) != 0)
 	{
-		return {.whyNot = lastError("no pipe"), .start = {}, .stop = {}};
+		failed.whyNot = lastError("no pipe");
+		return failed;
 	}
 	const Descriptor report(ends[0]);
 	Descriptor trialsReport(ends[1]);
@@ -208,20 +261,18 @@ Trial tryCommands(const TrialPlan& plan)
 		enterNamespaces(plan, trialsReport.get());
 	}
 	trialsReport.close();
-	std::string text;
-	std::array<char, 512> piece{};
-	for (ssize_t got = 1; child > 0 && got != 0;)
+	failed.whyNot = "no process for it";
+	if (child < 0)
 	{
-		got = ::read(report.get(), piece.data(), piece.size());
-		text.append(piece.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
+		return failed;
 	}
+	const std::string text = readReport(report.get(), 3 * plan.patience + kOverhead);
+	// A process that hangs in the kernel is not waited for.
+	::kill(child, SIGKILL);
 	::waitpid(child, nullptr, 0);
-	const Json told = Json::parse(text, nullptr, false);
-	if (told.is_discarded() || !told.value("why", "?").empty())
-	{
-		return {.whyNot = told.is_discarded() ? "no process for it" : told.value("why", "?"), .start = {}, .stop = {}};
-	}
-	return {.whyNot = {}, .start = fromJson(told.at("start")), .stop = fromJson(told.at("stop"))};
+	const Json record = Json::parse(text, nullptr, false);
+	failed.whyNot = "it did not come to its end";
+	return record.is_discarded() ? failed : record.get<Trial>();
 }
 
 } // namespace velarix::inspect::host

@@ -1,5 +1,5 @@
-/// A rehearsal of the virtual IP commands away from the real network. Part of the
-/// seam that Host.h describes.
+/// A rehearsal of the three commands away from the real network, the real files and
+/// the real processes. Part of the seam that Host.h describes.
 #pragma once
 
 #include <chrono>
@@ -13,23 +13,55 @@ namespace velarix::inspect::host
 
 struct TrialPlan
 {
+	/// An empty command is not run.
 	std::string start;
 	std::string stop;
-	/// What the cards eth0 and eth1 of the rehearsal have beforehand.
+	/// With the program's name behind it, as the agent runs it.
+	std::string kill;
+	std::string virtualIP;
+	/// Path of a program that runs while the kill command does; another one is put in
+	/// its place. Empty: none.
+	std::string program;
+	/// Programs that succeed without doing anything.
+	std::vector<std::string> stubs;
+	/// What the interfaces of the rehearsal have beforehand. There are always eth0 and eth1.
 	std::vector<Address> addresses;
-	/// For each command.
+	/// After this time a command that has not done its work counts as slow ...
 	std::chrono::milliseconds limit{};
+	/// ... and one that has done it, or whose output is held open, as endless.
+	std::chrono::milliseconds patience{};
+};
+
+enum class RunEnd
+{
+	notRun,
+	ended,
+	/// It still ran, and its work was not done: it may be slow.
+	slow,
+	/// It still ran although its work was done, or something held its output.
+	endless,
+	/// It printed more than any command that ends.
+	flood
 };
 
 /// What the agent would see of one command.
 struct CommandRun
 {
-	/// Its standard output, in full when it ended.
+	RunEnd end = RunEnd::notRun;
+	/// Beginnings of what it printed.
 	std::string output;
-	/// It ended, and so did all that held its output.
-	bool ended = false;
-	/// What the cards have afterwards.
+	std::string errors;
+	/// The shell has ended, so that it was something in the background that went on.
+	bool shellEnded = false;
+	/// How long the output stayed open after the shell's end.
+	long heldMilliseconds = 0;
+	/// Command line of what still ran; empty when it ended.
+	std::string remaining;
+	/// What the interfaces have afterwards.
 	std::vector<Address> addresses;
+	/// Of the kill command.
+	bool programStarted = false;
+	bool programEnded = false;
 };
 
 struct Trial
@@ -37,13 +69,18 @@ struct Trial
 	/// Why there was none; empty when there was.
 	std::string whyNot;
 	CommandRun start;
-	/// Not run when the start command did not end.
 	CommandRun stop;
+	/// With the address raised as the start command has left it.
+	CommandRun kill;
 };
 
-/// Runs the start command and then the stop command through /bin/sh, in network,
-/// process and mount namespaces of their own with two cards that lead nowhere.
-/// What they do to files happens; what they leave running ends with the trial.
+/// Runs the commands through /bin/sh as root of network, process, mount and IPC
+/// namespaces of their own. They see this machine's files, but what they write is
+/// gone afterwards; neither its devices nor its services (/dev, /run) are there, and
+/// the interfaces lead nowhere. Nothing of it outlives the call.
 Trial tryCommands(const TrialPlan& plan);
+
+/// @return what the shell says against the text of a command; empty when it can read it
+std::string shellRefusal(const std::string& command);
 
 } // namespace velarix::inspect::host

@@ -40,7 +40,7 @@ void name(Findings& findings, const std::string& key, const std::string& text)
 	if (key == key::kVirtualIP)
 	{
 		findings.error(key, {"address-is-a-name", key + " is a name, " + text,
-		                     "\"ifconfig\" lists numbers: the agent never finds the address on its cards",
+		                     "\"ifconfig\" lists numbers: the agent never finds the address on its interfaces",
 		                     "write the IPv4 address"});
 		return;
 	}
@@ -134,9 +134,9 @@ constexpr std::array kClashes{
     Clash{key::kThisServerIP, key::kPartnerIP, "the node sends its heartbeats to itself and never hears its partner"},
     Clash{key::kGatewayIP, key::kThisServerIP, "the gateway always answers: a node that is cut off does not notice"},
     Clash{key::kGatewayIP, key::kPartnerIP,
-          "a dead partner looks like a fault of the own network: the master gives up, and no slave takes over"},
+          "a dead partner looks like a fault of the own network: the master gives up, and no standby takes over"},
     Clash{key::kGatewayIP, key::kVirtualIP,
-          "while nobody holds the address the gateway is silent, so that no slave takes over"},
+          "while nobody holds the address the gateway does not answer, so that no standby takes over"},
     Clash{key::kVirtualIP, key::kThisServerIP,
           "the address is always there: it is never raised, and the stop command cuts the node off"},
     Clash{key::kVirtualIP, key::kPartnerIP, "the partner's own address counts as the service's"},
@@ -157,7 +157,7 @@ void clashes(Findings& findings)
 	}
 }
 
-/// The agent looks for the text of the address in the listing of its cards.
+/// The agent looks for the text of the address in the listing of its interfaces.
 void insideOther(Findings& findings)
 {
 	const std::string address = findings.file.text(key::kVirtualIP).value_or("");

@@ -27,9 +27,7 @@ void text(Findings& findings, bool withPartner)
 	checks::timing(findings, withPartner);
 	checks::addresses(findings);
 	checks::programs(findings);
-	checks::startCommand(findings);
-	checks::stopCommand(findings);
-	checks::killCommand(findings);
+	checks::commands(findings);
 	checks::log(findings);
 }
 
@@ -53,8 +51,16 @@ void whole(CheckReport& report, const fs::path& file, const std::string& id, con
 	                           remedy});
 }
 
+/// What an editor of another system writes: every second byte is a zero, and each line
+/// would be a fault of its own.
+bool isOtherEncoding(const std::string& content)
+{
+	return content.starts_with("\xFF\xFE") || content.starts_with("\xFE\xFF") ||
+	       content.find('\0') != std::string::npos;
+}
+
 /// @return the file; nothing when it is none that the daemon can read, which has
-///         been told
+///         been reported
 std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 {
 	const std::string remedy = "write it: \"velarixctl init\" makes the files of both nodes";
@@ -69,7 +75,14 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 	default:
 		break;
 	}
-	SettingsFile settings = SettingsFile::load(file);
+	const std::string content = readInputFile(file);
+	if (isOtherEncoding(content))
+	{
+		whole(report, file, "settings-encoding", "the settings file is UTF-16 or no text",
+		      "save it as UTF-8 without a byte order mark: iconv -f UTF-16 -t UTF-8");
+		return std::nullopt;
+	}
+	SettingsFile settings = SettingsFile::parse(file, content);
 	if (settings.lines().empty())
 	{
 		whole(report, file, "settings-empty", "the settings file has no key", remedy);
@@ -82,6 +95,7 @@ void disk(Findings& findings, const Paths& paths)
 {
 	checks::installation(findings, paths);
 	checks::programFiles(findings, paths);
+	checks::trust(findings, paths);
 	checks::tools(findings, paths);
 }
 
@@ -95,14 +109,11 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths)
 	disk(findings, paths);
 	if (paths.elsewhere())
 	{
-		findings.notChecked("cards, addresses, ports, pings and processes", "another root");
+		findings.notChecked("interfaces, addresses, ports, pings, processes and what the commands do", "another root");
 		return;
 	}
 	checks::machine(findings, paths);
-	if (request.tryCommands)
-	{
-		checks::trial(findings);
-	}
+	checks::trial(findings, host::addresses());
 }
 
 void compare(Findings& own, CheckReport& report, const fs::path& file)

@@ -19,8 +19,6 @@ struct CheckRequest
 	std::optional<std::filesystem::path> partner;
 	/// Look at nothing but the two files.
 	bool filesOnly = false;
-	/// Run the virtual IP commands, away from the network.
-	bool tryCommands = false;
 };
 
 /// @param paths where the node's other files are

@@ -2,7 +2,11 @@
 /// `trial` none runs a configured command.
 #pragma once
 
+#include <chrono>
+#include <vector>
+
 #include "ctl/check/Findings.h"
+#include "inspect/Host.h"
 #include "inspect/Paths.h"
 
 namespace velarix::ctl::checks
@@ -24,10 +28,8 @@ void timing(Findings& findings, bool withPartner);
 void addresses(Findings& findings);
 /// The programs' names and how the run script cuts their paths.
 void programs(Findings& findings);
-/// The commands that raise and drop the address and kill programs.
-void startCommand(Findings& findings);
-void stopCommand(Findings& findings);
-void killCommand(Findings& findings);
+/// The commands that raise and drop the address and kill programs, as texts.
+void commands(Findings& findings);
 /// The log's path and purge age.
 void log(Findings& findings);
 
@@ -44,15 +46,29 @@ void installation(Findings& findings, const Paths& paths);
 void runInfo(Findings& findings, const Paths& paths);
 /// The programs' files.
 void programFiles(Findings& findings, const Paths& paths);
+/// Who may write along the paths of what root runs, links followed.
+void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
 void tools(Findings& findings, const Paths& paths);
 
 /// ---- on this machine's kernel -----------------------------------------------------
 
-/// Cards, addresses, privileges, space, other processes.
+/// Interfaces, addresses, privileges, space, other processes.
 void machine(Findings& findings, const Paths& paths);
 
-/// Runs the two virtual IP commands, away from the network.
-void trial(Findings& findings);
+/// How long the trial waits for a command.
+struct TrialTimes
+{
+	/// For one that has not done its work.
+	std::chrono::milliseconds limit{15000};
+	/// For one that has done it and still runs.
+	std::chrono::milliseconds patience{45000};
+};
+
+/// Runs the three commands, away from the network, the files and the processes of
+/// this machine, and reports what the agent would see. Comes last: what the other checks
+/// have found of a command is not reported again.
+/// @param addresses what the interfaces have beforehand
+void trial(Findings& findings, const std::vector<host::Address>& addresses, const TrialTimes& times = {});
 
 } // namespace velarix::ctl::checks

@@ -1,17 +1,19 @@
-#include "ctl/check/CommandChecks.h"
+// What the texts of the three commands tell without running them.
+
+#include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
+#include <sstream>
+#include <string>
 
-#include "ctl/check/CommandOutput.h"
+#include "ctl/check/CommandRole.h"
+#include "ctl/check/CommandText.h"
+#include "inspect/HostTrial.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
 {
-
-using namespace inspect;
-
-using shell::Command;
-using shell::Place;
 
 const CommandRole kStartRole{
     key::kStartCommand,
@@ -19,132 +21,212 @@ const CommandRole kStartRole{
     "over",
     "the agent waits for its end for ever: no program is started, while its heartbeats already say master and nobody "
     "takes over"};
-const CommandRole kStopRole{key::kStopCommand, "the address is never dropped: after a move both nodes hold it",
+const CommandRole kStopRole{key::kStopCommand,
+                            "the address is never dropped: after a failover both nodes hold it (split-brain)",
                             "the agent waits for its end for ever, already at its start"};
-const CommandRole kKillRole{key::kKillCommand, "the programs are never killed: after a move they run on both nodes",
+const CommandRole kKillRole{key::kKillCommand,
+                            "the programs are never killed: after a failover they run on both nodes (split-brain)",
                             "the agent waits for its end for ever, already at its start"};
 
-CommandText::CommandText(Findings& findings, const CommandRole& role) : m_findings(findings), m_role(role)
+namespace
 {
-	const std::optional<std::string> text = findings.file.text(role.key);
-	if (!text)
+
+/// Letters that a word processor or a web page puts in place of those of the keyboard.
+void pasted(Findings& findings, const CommandRole& role, const std::string& text)
+{
+	constexpr std::array kPasted{"\xE2\x80\x98", "\xE2\x80\x99", "\xE2\x80\x9A", "\xE2\x80\x9C", "\xE2\x80\x9D",
+	                             "\xE2\x80\x9E", "\xC2\xAB",     "\xC2\xBB",     "\xE2\x80\x93", "\xE2\x80\x94",
+	                             "\xE2\x80\x8B", "\xC2\xA0",     "\xE2\x80\xAF"};
+	if (std::ranges::any_of(kPasted, [&](const char* letter) { return text.find(letter) != std::string::npos; }))
 	{
-		return; // told by the check of the keys
+		findings.error(role.key, {"pasted-characters",
+		                          std::string(role.key) +
+		                              " holds typographic quotes, dashes or blanks, as a web page or a word processor "
+		                              "writes them",
+		                          std::string("the shell takes them for letters: ") + role.useless,
+		                          "write the line anew at the keyboard, with ', \", - and plain blanks"});
 	}
-	m_text = *text;
-	if (m_text.empty())
+}
+
+/// Only some shells know "&>".
+void otherShell(Findings& findings, const CommandRole& role, const CommandText& command)
+{
+	if (command.text().find("&>") != std::string::npos)
+	{
+		findings.warning(role.key, {"shell-of-its-own", std::string(role.key) + " has \"&>\"",
+		                            "the commands are run by /bin/sh, for which it is \"&\", in the background, and "
+		                            "then \">\"",
+		                            "write >FILE 2>&1"});
+	}
+}
+
+void otherAddress(Findings& findings, const CommandRole& role, const CommandText& command, bool raising)
+{
+	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
+	const std::vector<std::string> named = command.addresses(raising);
+	if (!isVirtualAddress(address) || named.empty() || std::ranges::find(named, address) != named.end())
+	{
+		return;
+	}
+	findings.error(role.key, {raising ? "another-address-raised" : "another-address-dropped",
+	                          std::string("the command ") + (raising ? "raises " : "drops ") + named.front() +
+	                              ", and VIRTUAL_IP is " + address,
+	                          raising ? role.useless : kStopRole.useless, "write the same address in both"});
+}
+
+/// The system drops an address only with the prefix that it has.
+void otherPrefix(Findings& findings, const CommandRole& role, const CommandText& command)
+{
+	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
+	const CommandText start(findings.file.text(key::kStartCommand).value_or(""));
+	const std::optional<int> raised = start.prefixOf(address);
+	const std::optional<int> dropped = command.prefixOf(address);
+	if (!address.empty() && raised && dropped && *raised != *dropped)
+	{
+		findings.error(role.key, {"another-prefix-dropped",
+		                          "the command drops " + address + "/" + std::to_string(*dropped) + ", and raised is " +
+		                              address + "/" + std::to_string(*raised),
+		                          std::string("the system refuses to drop it: ") + kStopRole.useless,
+		                          "write the same prefix in both"});
+	}
+}
+
+void announcement(Findings& findings, const CommandText& command)
+{
+	const bool asks = command.matches(R"(\barping\b)");
+	if (command.matches(R"(\barping\b[^;&|]*\s-[a-zA-Z]*[AUP]|\barpsend\b|\bsend_arp\b)") ||
+	    !command.ownPrograms().empty() || command.asksService())
+	{
+		return;
+	}
+	findings.warning(
+	    kStartRole.key,
+	    {"no-gratuitous-arp",
+	     asks ? "arping is called without -A or -U, so that it asks and announces nothing"
+	          : "the command sends no gratuitous ARP",
+	     "after a failover the clients and the gateway go on sending to the other node until their ARP cache entries "
+	     "end: some 45 seconds with Linux",
+	     "let it announce the address, in the background and silently: (while ip -4 -o addr show dev eth0 | "
+	     "grep -q ADDRESS/; do arping -q -A -c 1 -w 1 -I eth0 ADDRESS; sleep 4; done) &"});
+}
+
+/// @return the words of the last simple command, which gets the program's name behind it
+std::vector<std::string> lastCommand(const CommandText& command)
+{
+	const std::string& text = command.plain();
+	std::istringstream words(text.substr(text.find_last_of(";&|({") + 1));
+	return {std::istream_iterator<std::string>(words), {}};
+}
+
+void nameLost(Findings& findings, const CommandText& command)
+{
+	const std::string& plain = command.plain();
+	const std::size_t end = plain.find_last_not_of(" \t");
+	const bool separated =
+	    end != std::string::npos && std::string_view(";&|").find(plain[end]) != std::string_view::npos;
+	const std::string refusal = host::shellRefusal(command.text() + " name");
+	std::string where;
+	if (command.hasComment())
+	{
+		where = "becomes a part of the comment";
+	}
+	else if (separated)
+	{
+		where = "is run as a command of its own";
+	}
+	else if (!refusal.empty())
+	{
+		where = "is no shell command there: " + refusal;
+	}
+	if (!where.empty())
+	{
+		findings.error(kKillRole.key,
+		               {"program-name-lost", "the program's name, appended behind the command, " + where,
+		                kKillRole.useless, "let the command end in the program that kills: killall -q -9"});
+	}
+}
+
+/// "-9f" and "-f"
+bool hasOption(const std::vector<std::string>& words, char option)
+{
+	return std::ranges::any_of(words, [&](const std::string& word)
+	                           { return word.size() > 1 && word[0] == '-' && word.find(option) != std::string::npos; });
+}
+
+void killer(Findings& findings, const CommandText& command)
+{
+	const std::vector<std::string> words = lastCommand(command);
+	const auto calls = [&](const char* name) { return std::ranges::find(words, name, baseName) != words.end(); };
+	const bool pkill = calls("pkill");
+	if (calls("kill"))
+	{
+		findings.error(kKillRole.key, {"kill-by-name", "kill takes process ids, and it gets a program's name",
+		                               kKillRole.useless, "use killall -q -9"});
+	}
+	else if (pkill && hasOption(words, 'f'))
+	{
+		findings.warning(kKillRole.key,
+		                 {"kills-by-command-line", "pkill -f looks at whole command lines",
+		                  "everything that has the name in its arguments is killed too, an editor or this very command",
+		                  "use killall -q -9, or pkill -9 -x"});
+	}
+	else if (pkill && !hasOption(words, 'x'))
+	{
+		findings.warning(kKillRole.key,
+		                 {"kills-parts-of-names", "pkill without -x looks for parts of names",
+		                  "other programs whose names contain it are killed too", "use killall -q -9, or pkill -9 -x"});
+	}
+}
+
+/// What holds for each of the three.
+/// @return false when there is no command to look into, which has been reported
+bool general(Findings& findings, const CommandRole& role, const CommandText& command)
+{
+	if (command.text().empty())
 	{
 		findings.error(role.key, {"empty-command", std::string(role.key) + " is empty", emptyEffect(*findKey(role.key)),
 		                          "write the command"});
-		return;
+		return false;
 	}
-	m_script = shell::parse(m_text);
-	m_usable = m_script.error.empty() && !m_script.commands.empty();
-	if (!m_usable)
+	const bool nothing = command.plain().find_first_not_of(" \t") == std::string::npos && command.hasComment();
+	const std::string why = nothing ? "nothing but a comment" : host::shellRefusal(command.text());
+	if (!why.empty())
 	{
-		const std::string why = m_script.error.empty() ? "nothing but a comment" : m_script.error;
 		findings.error(role.key, {"broken-command", std::string(role.key) + " is no shell command: " + why,
 		                          role.useless, "try the command in a shell: sh -n -c '...'"});
+		return false;
 	}
+	pasted(findings, role, command.text());
+	otherShell(findings, role, command);
+	return true;
 }
 
-std::vector<shell::AddressAction> CommandText::actions(bool raising) const
-{
-	std::vector<shell::AddressAction> actions = shell::addressActions(m_script);
-	std::erase_if(actions, [&](const shell::AddressAction& action) { return action.adds != raising; });
-	return actions;
-}
+} // namespace
 
-bool CommandText::runsOwnProgram() const
+void commands(Findings& findings)
 {
-	bool found = false;
-	shell::forEachSimple(m_script, [&](const Command& command, const Place&)
-	                     { found = found || shell::isOwnProgram(shell::programWords(command)); });
-	return found;
-}
-
-bool CommandText::mentions(const std::string& text) const
-{
-	return !text.empty() && m_text.find(text) != std::string::npos;
-}
-
-bool CommandText::runs(const std::string& program) const
-{
-	bool found = false;
-	shell::forEachSimple(m_script,
-	                     [&](const Command& command, const Place&)
-	                     {
-		                     const std::vector<std::string> words = shell::programWords(command);
-		                     found = found || (!words.empty() && shell::baseName(words[0]) == program);
-	                     });
-	return found;
-}
-
-bool CommandText::hasNothingToDoWithAddress() const
-{
-	return !runsOwnProgram() && !mentions(m_findings.file.text(key::kVirtualIP).value_or("")) && !mentions("flush") &&
-	       !runs("ifup") && !runs("ifdown") && !runs("nmcli");
-}
-
-void CommandText::general() const
-{
-	if (m_script.bashRedirection)
+	for (const CommandRole* role : {&kStartRole, &kStopRole, &kKillRole})
 	{
-		m_findings.warning(m_role.key,
-		                   {"shell-of-its-own", std::string(m_role.key) + " has \"&>\"",
-		                    "the commands are run by /bin/sh, for which it is \"&\", in the background, and then \">\"",
-		                    "write >FILE 2>&1"});
+		const std::optional<std::string> text = findings.file.text(role->key);
+		const CommandText command(text.value_or(""));
+		if (!text || !general(findings, *role, command))
+		{
+			continue;
+		}
+		const bool raising = role == &kStartRole;
+		otherAddress(findings, *role, command, raising);
+		if (raising)
+		{
+			announcement(findings, command);
+			continue;
+		}
+		otherPrefix(findings, *role, command);
+		if (role == &kKillRole)
+		{
+			nameLost(findings, command);
+			killer(findings, command);
+		}
 	}
-	foreground();
-	leftBehind();
-}
-
-void CommandText::foreground() const
-{
-	bool told = false;
-	shell::forEachSimple(
-	    m_script,
-	    [&](const Command& command, const Place& place)
-	    {
-		    const std::vector<std::string> words = shell::programWords(command);
-		    const bool endless = shell::runsForEver(words) || shell::inEndlessLoop(place);
-		    if (told || place.background || !endless)
-		    {
-			    return;
-		    }
-		    told = true;
-		    const std::string what =
-		        shell::inEndlessLoop(place) ? "a loop that does not end" : words[0] + " without a limit";
-		    m_findings.error(m_role.key,
-		                     {"endless-command", std::string(m_role.key) + " runs " + what, m_role.blocked,
-		                      "give it a limit (arping -c 3 -w 3), or put it into the background with its output "
-		                      "discarded: (... &) >/dev/null 2>&1"});
-	    });
-}
-
-void CommandText::leftBehind() const
-{
-	bool told = false;
-	shell::forEachSimple(
-	    m_script,
-	    [&](const Command& command, const Place& place)
-	    {
-		    if (told || !place.background || place.silenced || command.words.empty())
-		    {
-			    return;
-		    }
-		    told = true;
-		    const std::vector<std::string> words = shell::programWords(command);
-		    const bool lasting = shell::runsForEver(words) || shell::inEndlessLoop(place) ||
-		                         shell::outputOf(words) == shell::Output::notKnown;
-		    const Words text{
-		        "held-output",
-		        std::string(m_role.key) + " leaves " + words[0] + " in the background with its output open",
-		        lasting ? "the agent reads until the last one has closed the output: " + std::string(m_role.blocked)
-		                : "the agent reads until the last one has closed the output, and waits that long",
-		        "discard the output of what stays behind: (... &) >/dev/null 2>&1"};
-		    lasting ? m_findings.error(m_role.key, text) : m_findings.warning(m_role.key, text);
-	    });
 }
 
 } // namespace velarix::ctl::checks

@@ -28,7 +28,7 @@ struct Finding
 	std::string what;
 	/// What happens if it is left.
 	std::string effect;
-	/// How to mend it.
+	/// How to fix it.
 	std::string remedy;
 };
 

@@ -16,6 +16,13 @@ void Findings::add(Severity severity, const std::filesystem::path& where, int li
 	                             std::move(words.effect), std::move(words.remedy)});
 }
 
+bool Findings::has(std::string_view id, std::string_view key) const
+{
+	return std::ranges::any_of(
+	    m_report.findings, [&](const Finding& finding)
+	    { return finding.id == id && finding.file == file.path() && finding.line == lineFor(key); });
+}
+
 int Findings::lineFor(std::string_view key) const
 {
 	const int line = file.lineOf(key);

@@ -40,6 +40,9 @@ public:
 
 	void notChecked(const std::string& what, const std::string& why) { m_report.notChecked.push_back({what, why}); }
 
+	/// @return whether that has been found at the key's line
+	bool has(std::string_view id, std::string_view key) const;
+
 	/// @return the key's line; that of its section when the key is missing, 0
 	///         when that is missing too
 	int lineFor(std::string_view key) const;

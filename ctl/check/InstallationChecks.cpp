@@ -1,11 +1,14 @@
 #include "ctl/check/Checks.h"
 
+#include <set>
 #include <string>
 #include <system_error>
 
 #include <sys/stat.h>
 
+#include "ctl/check/LogBeginning.h"
 #include "inspect/Host.h"
+#include "inspect/HostResources.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -22,8 +25,12 @@ using host::FileKind;
 
 constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;
 
+/// Below this much a disk counts as full: the small files do not fit for certain.
+constexpr std::uintmax_t kLeastSpace = 1000ULL * 1000;
+constexpr std::uintmax_t kLeastFiles = 10;
+
 /// A directory that the agent needs.
-struct Room
+struct Directory
 {
 	fs::path path;
 	/// Its setting's line; 0 for the fixed ones.
@@ -62,10 +69,10 @@ public:
 		owner(m_paths.settings, facts, effect, "settings-owner");
 	}
 
-	void room(const Room& room)
+	void directory(const Directory& directory)
 	{
-		const FileFacts facts = host::fileFacts(room.path);
-		const std::string name = room.path.string();
+		const FileFacts facts = host::fileFacts(directory.path);
+		const std::string name = directory.path.string();
 		if (facts.kind == FileKind::notKnown)
 		{
 			m_findings.notChecked(name, "this user may not look there");
@@ -74,18 +81,19 @@ public:
 		if (facts.kind != FileKind::directory)
 		{
 			const bool missing = facts.kind == FileKind::missing;
-			add(Severity::error, where(room), room.line,
+			add(Severity::error, where(directory), directory.line,
 			    {missing ? "missing-directory" : "no-directory", name + (missing ? " is missing" : " is no directory"),
-			     room.missing, "mkdir -p " + name});
+			     directory.missing, "mkdir -p " + name});
 			return;
 		}
 		const bool sticky = (facts.mode & S_ISVTX) != 0;
-		if ((facts.mode & room.openBits) != 0 && !sticky)
+		if ((facts.mode & directory.openBits) != 0 && !sticky)
 		{
-			add(room.openSeverity, where(room), room.line,
-			    {"writable-directory", "others than root may write in " + name, room.open, "chmod go-w " + name});
+			add(directory.openSeverity, where(directory), directory.line,
+			    {"writable-directory", "others than root may write in " + name, directory.open, "chmod go-w " + name});
 		}
-		owner(room.path, facts, room.open, "directory-owner");
+		owner(directory.path, facts, directory.open, "directory-owner");
+		space(directory);
 	}
 
 	void runScript()
@@ -105,8 +113,28 @@ private:
 		m_findings.add(severity, file, line, std::move(words));
 	}
 
-	/// A directory that a setting names is told at the setting.
-	fs::path where(const Room& room) const { return room.line != 0 ? m_findings.file.path() : room.path; }
+	void space(const Directory& directory)
+	{
+		const std::uintmax_t bytes = host::freeSpace(directory.path).value_or(kLeastSpace);
+		const std::uintmax_t files = host::freeFiles(directory.path).value_or(kLeastFiles);
+		if ((bytes < kLeastSpace || files < kLeastFiles) && m_full.insert(directory.path).second)
+		{
+			add(Severity::error, where(directory), directory.line,
+			    {"disk-full",
+			     directory.path.string() + " is on a full disk: " + std::to_string(bytes) + " bytes and " +
+			         std::to_string(files) + " files are free",
+			     "the agent goes on without what it cannot write: an empty pid file, by which it is not found again, "
+			     "no "
+			     "run script, no log",
+			     "make room there (df, df -i)"});
+		}
+	}
+
+	/// A directory that a setting names is reported at the setting.
+	fs::path where(const Directory& directory) const
+	{
+		return directory.line != 0 ? m_findings.file.path() : directory.path;
+	}
 
 	/// Another system's owners are numbers of that system.
 	void owner(const fs::path& path, const FileFacts& facts, const char* effect, const char* id)
@@ -122,9 +150,10 @@ private:
 
 	Findings& m_findings;
 	const Paths& m_paths;
+	std::set<fs::path> m_full;
 };
 
-Room logRoom(const Findings& findings, const Paths& paths)
+Directory logDirectory(const Findings& findings, const Paths& paths)
 {
 	const fs::path log = findings.file.text(key::kLogPath).value_or("");
 	return {paths.below(log.parent_path()),
@@ -156,15 +185,42 @@ void logFile(Findings& findings, const Paths& paths)
 	const fs::path log = findings.file.text(key::kLogPath).value_or("");
 	if (!log.is_absolute())
 	{
-		return; // told by the check of the setting
+		return; // reported by the check of the setting
 	}
-	Disk(findings, paths).room(logRoom(findings, paths));
+	Disk(findings, paths).directory(logDirectory(findings, paths));
 	logIntoOwnFile(findings, paths, log);
-	if (host::fileFacts(paths.below(log)).kind == FileKind::directory)
+	const fs::path file = paths.below(log);
+	const FileKind kind = host::fileFacts(file).kind;
+	if (kind == FileKind::directory)
 	{
-		findings.error(key::kLogPath, {"log-is-a-directory", "LOG.PATH is a directory: " + paths.below(log).string(),
+		findings.error(key::kLogPath, {"log-is-a-directory", "LOG.PATH is a directory: " + file.string(),
 		                               "the agent says \"initLog fail\" on its console and runs without a log file",
 		                               "add the file's name"});
+	}
+	else if (kind == FileKind::other)
+	{
+		findings.error(key::kLogPath,
+		               {"log-is-no-file", "LOG.PATH is a FIFO, a terminal or a device: " + file.string(),
+		                "the agent waits there for a reader or for a first line, already at its start, and after 24 "
+		                "hours it renames the device",
+		                "name a file in a directory of its own"});
+	}
+	else if (kind == FileKind::regular)
+	{
+		logBeginning(findings, file);
+	}
+}
+
+/// Whoever may write it chooses what a stop of the agent kills.
+void pidFile(Findings& findings, const Paths& paths)
+{
+	const FileFacts facts = host::fileFacts(paths.pid);
+	if (facts.kind == FileKind::regular && (facts.mode & kOthersWrite) != 0)
+	{
+		findings.add(Severity::warning, paths.pid, 0,
+		             {"writable-pid-file", "others than root may write the pid file " + paths.pid.string(),
+		              "whoever may write it chooses the process that a stop of the agent kills",
+		              "chmod go-w " + paths.pid.string() + ", and start the agent with umask 022"});
 	}
 }
 
@@ -174,14 +230,17 @@ void installation(Findings& findings, const Paths& paths)
 {
 	Disk disk(findings, paths);
 	disk.settingsFile();
-	disk.room({paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start",
-	           "the run script there is run as root: whoever may replace it is root", Severity::error, kOthersWrite});
+	disk.directory(
+	    {paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start",
+	     "the run script there is run as root: whoever may replace it is root", Severity::error, kOthersWrite});
 	disk.runScript();
-	disk.room({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start",
-	           "whoever may replace the pid file there chooses the process that a stop of the agent kills",
-	           Severity::warning, kOthersWrite});
-	disk.room({paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start",
-	           "whoever may replace the run-info record there can end the agent", Severity::warning, kOthersWrite});
+	disk.directory({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start",
+	                "whoever may replace the pid file there chooses the process that a stop of the agent kills",
+	                Severity::warning, kOthersWrite});
+	disk.directory(
+	    {paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start",
+	     "whoever may replace the run-info record there can end the agent", Severity::warning, kOthersWrite});
+	pidFile(findings, paths);
 	logFile(findings, paths);
 	runInfo(findings, paths);
 }

@@ -67,7 +67,7 @@ void check(Findings& findings, const std::string& name, const KeyInfo& info)
 	}
 }
 
-/// The paths up to PROCESS_NUM, told once when several are missing.
+/// The paths up to PROCESS_NUM, reported once when several are missing.
 void programPaths(Findings& findings, const KeyInfo& info)
 {
 	const int number = findings.file.integer(key::kProcessNumber).value_or(0);

@@ -119,7 +119,7 @@ bool isQuoted(const std::string& value)
 	return value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.front() == value.back();
 }
 
-/// Integers with a comment or quotes behind them are no integers, which is told there.
+/// Integers with a comment or quotes behind them are no integers, which is reported there.
 void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
 {
 	if (type == KeyType::command || type == KeyType::integer)

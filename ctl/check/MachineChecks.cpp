@@ -29,29 +29,30 @@ using Poco::Net::IPAddress;
 constexpr std::uintmax_t kLogPerDay = 110ULL * 1000 * 1000;
 constexpr std::uintmax_t kMegabyte = 1000ULL * 1000;
 
-void card(Findings& findings, const std::string& name, const std::string& use, const std::string& effect)
+void interface(Findings& findings, const std::string& name, const std::string& use, const std::string& effect)
 {
 	const host::Card card = host::card(name);
 	if (!card.present)
 	{
 		findings.add(Severity::error, findings.file.path(), 0,
-		             {"missing-card", "there is no network card " + name + ", the " + use + " card", effect,
-		              "give the card that name; the names are fixed"});
+		             {"missing-card", "there is no interface " + name + ", that of the " + use, effect,
+		              "give the interface that name; the names are fixed"});
 	}
 	else if (!card.carrier.value_or(false))
 	{
 		findings.add(Severity::warning, findings.file.path(), 0,
-		             {"card-without-carrier", "the " + use + " card " + name + " has no carrier", effect,
-		              "plug in the cable, or bring the card up"});
+		             {"card-without-carrier", "the interface " + name + ", that of the " + use + ", has no carrier",
+		              effect, "plug in the cable, or bring the interface up"});
 	}
 }
 
-void cards(Findings& findings)
+void interfaces(Findings& findings)
 {
-	card(findings, kServiceCard, "service", "a node that becomes master gives up at once");
-	card(findings, kCommunicationCard, "communication",
-	     "a slave counts no silences: it does not take over from a partner that has fallen silent while the service "
-	     "address still answers");
+	interface(findings, kServiceCard, "service", "a node that becomes master gives up at once");
+	interface(
+	    findings, kCommunicationCard, "communication",
+	    "a standby counts no missed heartbeats: it does not take over from a partner that does not answer while the "
+	    "service address still does");
 }
 
 void ownAddress(Findings& findings, const std::vector<Address>& addresses)
@@ -60,7 +61,7 @@ void ownAddress(Findings& findings, const std::vector<Address>& addresses)
 	IPAddress parsed;
 	if (!IPAddress::tryParse(own, parsed) || parsed.isWildcard() || parsed.family() != IPAddress::IPv4)
 	{
-		return; // told by the check of the addresses
+		return; // reported by the check of the addresses
 	}
 	const auto found = std::ranges::find(addresses, own, &Address::address);
 	if (found == addresses.end())
@@ -75,7 +76,7 @@ void ownAddress(Findings& findings, const std::vector<Address>& addresses)
 		findings.warning(key::kThisServerIP,
 		                 {"not-on-communication-card", "THIS_SERVER_IP is on " + found->card + ", not on eth1",
 		                  "the agent watches the carrier of eth1 while the heartbeats come over " + found->card +
-		                      ": it counts silences, or does not, for the wrong reason",
+		                      ": it counts missed heartbeats, or does not, for the wrong reason",
 		                  "use the address on eth1"});
 	}
 }
@@ -85,6 +86,12 @@ std::string broadcastOf(const Address& address)
 {
 	const IPAddress mask(static_cast<unsigned>(std::clamp(address.prefix, 0, 32)), IPAddress::IPv4);
 	return (IPAddress(address.address) | ~mask).toString();
+}
+
+std::string networkOf(const Address& address)
+{
+	const IPAddress mask(static_cast<unsigned>(std::clamp(address.prefix, 0, 32)), IPAddress::IPv4);
+	return (IPAddress(address.address) & mask).toString();
 }
 
 /// @return what "ifconfig" shows of an address
@@ -113,6 +120,15 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 	}
 	for (const Address& address : addresses)
 	{
+		if (address.prefix < 31 && (wanted == broadcastOf(address) || wanted == networkOf(address)))
+		{
+			findings.error(key::kVirtualIP,
+			               {"unusable-address",
+			                "VIRTUAL_IP is the network or the broadcast address of " + address.address + "/" +
+			                    std::to_string(address.prefix) + " on " + address.card,
+			                "no client can connect to it", "write an address of a single host"});
+			return;
+		}
 		for (const std::string& text : listed(address))
 		{
 			// The text of the node's own address is looked at without the machine too.
@@ -127,6 +143,14 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 
 void pings(Findings& findings)
 {
+	if (host::ignoresPings())
+	{
+		findings.add(Severity::error, findings.file.path(), 0,
+		             {"pings-ignored", "this machine answers no pings (net.ipv4.icmp_echo_ignore_all is set)",
+		              "the agent pings the address that it has raised for ever and starts no program, and the partner "
+		              "takes this node for dead",
+		              "sysctl -w net.ipv4.icmp_echo_ignore_all=0, and the same in /etc/sysctl.d"});
+	}
 	const std::optional<std::string> why = host::whyNoPing();
 	if (!why)
 	{
@@ -248,7 +272,7 @@ void namesakes(Findings& findings)
 void machine(Findings& findings, const Paths& paths)
 {
 	const std::vector<Address> addresses = host::addresses();
-	cards(findings);
+	interfaces(findings);
 	ownAddress(findings, addresses);
 	listing(findings, addresses);
 	pings(findings);

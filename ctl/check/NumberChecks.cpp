@@ -84,7 +84,7 @@ void receivingTime(Findings& findings)
 	{
 		findings.warning(key::kReceivingTime,
 		                 {"slow-take-over", is(key::kReceivingTime, *seconds) + " seconds",
-		                  "a silent partner is given up after three times this and a second each, " +
+		                  "a partner that does not answer is given up after three times this and a second each, " +
 		                      std::to_string(3LL * (*seconds + 1LL)) + " seconds; lost pings are looked at as rarely",
 		                  "write a few seconds, at least twice the partner's HEART_BEAT_INTERVAL"});
 	}

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/check/AddressCommand.h"
+#include "ctl/check/CommandText.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -18,7 +18,7 @@ namespace
 /// An asking node drops its ask with the fourth heartbeat of a partner that has
 /// not heard it yet.
 constexpr int kHeartbeatsOfAnAsk = 3;
-/// Silences in a row until a slave gives its partner up.
+/// Missed heartbeats in a row until a standby gives its partner up.
 constexpr int kSilences = 3;
 
 std::string bare(const std::string& key)
@@ -41,19 +41,20 @@ void mirrors(Findings& here, Findings& there)
 	const std::optional<std::string> itself = there.file.text(key::kThisServerIP);
 	if (address && itself && *address != *itself && *itself != "0.0.0.0")
 	{
-		here.error(key::kPartnerIP,
-		           {"addresses-not-mirrored", against(here, key::kPartnerIP, there, key::kThisServerIP),
-		            "heartbeats and pings go elsewhere: each node takes the other for silent, and both may serve",
-		            "write the partner's THIS_SERVER_IP"});
+		here.error(
+		    key::kPartnerIP,
+		    {"addresses-not-mirrored", against(here, key::kPartnerIP, there, key::kThisServerIP),
+		     "heartbeats and pings go elsewhere: each node takes the other for dead, and both may serve (split-brain)",
+		     "write the partner's THIS_SERVER_IP"});
 	}
 	const std::optional<int> port = here.file.integer(key::kPartnerPort);
 	const std::optional<int> listening = there.file.integer(key::kReceivePort);
 	if (port && listening && *port != *listening)
 	{
-		here.error(key::kPartnerPort,
-		           {"ports-not-mirrored", against(here, key::kPartnerPort, there, key::kReceivePort),
-		            "no heartbeat arrives there: the partner counts silences, and takes over as soon as a ping is lost",
-		            "write the partner's HEART_BEAT_RECEIVE_PORT"});
+		here.error(key::kPartnerPort, {"ports-not-mirrored", against(here, key::kPartnerPort, there, key::kReceivePort),
+		                               "no heartbeat arrives there: the partner counts missed heartbeats, and takes "
+		                               "over as soon as a ping is lost",
+		                               "write the partner's HEART_BEAT_RECEIVE_PORT"});
 	}
 }
 
@@ -87,36 +88,29 @@ void virtualIP(Findings& own, Findings& partner)
 	{
 		own.error(key::kVirtualIP,
 		          {"virtual-ip-differs", against(own, key::kVirtualIP, partner, key::kVirtualIP),
-		           "the service has another address after each move, and a slave does not see that its "
+		           "the service has another address after each failover, and a standby does not see that its "
 		           "partner serves",
 		           "write the same address in both"});
 	}
 }
 
-std::vector<int> prefixes(const Findings& findings)
+/// @return the prefix that the start command gives the virtual IP, as far as its text tells
+std::optional<int> raisedPrefix(const Findings& findings)
 {
-	std::vector<int> result;
-	for (const shell::AddressAction& action :
-	     shell::addressActions(shell::parse(findings.file.text(key::kStartCommand).value_or(""))))
-	{
-		if (action.adds && action.prefix)
-		{
-			result.push_back(*action.prefix);
-		}
-	}
-	return result;
+	return CommandText(findings.file.text(key::kStartCommand).value_or(""))
+	    .prefixOf(findings.file.text(key::kVirtualIP).value_or(""));
 }
 
 void prefix(Findings& own, Findings& partner)
 {
-	const std::vector<int> left = prefixes(own);
-	const std::vector<int> right = prefixes(partner);
-	if (left.size() == 1 && right.size() == 1 && left[0] != right[0])
+	const std::optional<int> left = raisedPrefix(own);
+	const std::optional<int> right = raisedPrefix(partner);
+	if (left && right && *left != *right)
 	{
 		own.warning(key::kStartCommand,
 		            {"prefix-differs",
-		             "the address is raised as /" + std::to_string(left[0]) + " here, and as /" +
-		                 std::to_string(right[0]) + " by the partner",
+		             "the address is raised as /" + std::to_string(*left) + " here, and as /" + std::to_string(*right) +
+		                 " by the partner",
 		             "one of the nodes routes wrongly while it holds the address", "write the same prefix in both"});
 	}
 }
@@ -133,11 +127,11 @@ void programs(Findings& own, Findings& partner)
 		            {"programs-differ",
 		             "the programs are not those of the partner (" + std::to_string(left.size()) + " here, " +
 		                 std::to_string(right.size()) + " there)",
-		             "after a move the service is another one", "name the same programs in both files"});
+		             "after a failover the service is another one", "name the same programs in both files"});
 	}
 }
 
-/// @return nothing for a time that is missing, zero or negative, told elsewhere
+/// @return nothing for a time that is missing, zero or negative, reported elsewhere
 std::optional<long> above(const Findings& findings, const std::string& key)
 {
 	const std::optional<int> seconds = findings.file.integer(key);
@@ -159,16 +153,17 @@ void silence(Findings& here, const Findings& there)
 	{
 		here.error(key::kReceivingTime,
 		           {"receiving-time-below-interval", what,
-		            "three silences are counted between two heartbeats of a partner that is well: one round of lost "
+		            "three heartbeats count as missed between two of a partner that is well: one round of lost "
 		            "pings, and both nodes are master",
 		            remedy});
 		return;
 	}
-	here.warning(key::kReceivingTime,
-	             {"short-receiving-time", what + ": less than twice as long",
-	              "the partner's heartbeats come too late now and then: silences are logged as errors and counted "
-	              "although it is well",
-	              remedy});
+	here.warning(
+	    key::kReceivingTime,
+	    {"short-receiving-time", what + ": less than twice as long",
+	     "the partner's heartbeats come too late now and then: missed heartbeats are logged as errors and counted "
+	     "although it is well",
+	     remedy});
 }
 
 void paces(Findings& own, Findings& partner)

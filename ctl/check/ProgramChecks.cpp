@@ -1,12 +1,13 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "ctl/check/ShellCommand.h"
+#include "ctl/check/CommandText.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 
@@ -20,6 +21,9 @@ namespace
 
 /// What stands before the name in the line that the agent searches.
 constexpr std::string_view kStatusFront = "Name:\t";
+
+/// Whose processes are everywhere.
+constexpr std::array kInterpreters{"bash", "dash", "perl", "python", "python3", "java", "node", "ruby", "php"};
 
 struct Program
 {
@@ -114,6 +118,14 @@ void name(Findings& findings, const Program& program)
 		                "program has died is never noticed",
 		                "choose a longer name"});
 	}
+	else if (std::ranges::find(kInterpreters, program.name) != kInterpreters.end())
+	{
+		findings.error(program.key,
+		               {"name-of-an-interpreter", called + " is that of an interpreter",
+		                "every script for it on the node counts as the program, and a kill ends them all: that the "
+		                "program has died is not noticed",
+		                "name a script of another name that ends in \"exec PROGRAM ARGUMENTS\""});
+	}
 	else if (kAgentName.find(program.name) != std::string_view::npos)
 	{
 		findings.error(program.key,
@@ -126,13 +138,10 @@ void name(Findings& findings, const Program& program)
 void helper(Findings& findings, const Program& program)
 {
 	std::set<std::string> helpers{"sh"};
-	shell::forEachSimple(shell::parse(findings.file.text(key::kStartCommand).value_or("")),
-	                     [&](const shell::Command& command, const shell::Place&)
-	                     {
-		                     const std::vector<std::string> words = shell::programWords(command);
-		                     helpers.insert(words.empty() ? ""
-		                                                  : shell::baseName(words[0]).substr(0, kProcessNameLength));
-	                     });
+	for (const std::string& called : CommandText(findings.file.text(key::kStartCommand).value_or("")).programs())
+	{
+		helpers.insert(baseName(called).substr(0, kProcessNameLength));
+	}
 	const auto found = std::ranges::find_if(helpers, [&](const std::string& name)
 	                                        { return name.find(program.name) != std::string::npos; });
 	if (found != helpers.end())

@@ -1,14 +1,19 @@
 #include "ctl/check/Checks.h"
 
-#include <array>
+#include <algorithm>
 #include <fstream>
+#include <iterator>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <sys/stat.h>
 
-#include "ctl/check/ShellCommand.h"
+#include "ctl/check/CommandText.h"
+#include "ctl/check/Tools.h"
 #include "inspect/Host.h"
+#include "inspect/HostTrial.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 
@@ -26,6 +31,7 @@ using host::FileKind;
 
 /// Of a script more than this is not looked at.
 constexpr std::size_t kScriptLength = 65536;
+constexpr std::size_t kLineLength = 1024;
 
 std::string beginning(const fs::path& file)
 {
@@ -36,32 +42,58 @@ std::string beginning(const fs::path& file)
 	return text;
 }
 
-/// @return the program that a script turns into at its end; empty when it does not
-std::string execOf(const std::string& script)
+/// @return the words of the command with which a shell script ends, without "exec" and
+///         what stands behind a separator; empty for none that is plain
+std::vector<std::string> lastWords(const std::string& script, bool& execs)
 {
+	static const std::regex kExec(R"((?:^|[\s;&|])exec\s+([^;&|<>]+))");
+	static const std::regex kPlain(R"(^\s*(/[^;&|<>]*))");
 	std::istringstream lines(script);
-	std::string program;
+	std::string text;
 	for (std::string line; std::getline(lines, line);)
 	{
-		const shell::Script parsed = shell::parse(line);
-		shell::forEachSimple(parsed,
-		                     [&](const shell::Command& command, const shell::Place&)
-		                     {
-			                     if (command.words.size() > 1 && command.words[0] == "exec" &&
-			                         !command.words[1].starts_with('-'))
-			                     {
-				                     program = command.words[1];
-			                     }
-		                     });
+		std::smatch match;
+		const std::string shown = line.substr(0, kLineLength);
+		if (shown.find_first_not_of(" \t") == std::string::npos || shown[shown.find_first_not_of(" \t")] == '#')
+		{
+			continue;
+		}
+		execs = std::regex_search(shown, match, kExec);
+		text = execs || std::regex_search(shown, match, kPlain) ? match[1].str() : "";
 	}
-	return program;
+	std::istringstream words(text);
+	return {std::istream_iterator<std::string>(words), {}};
+}
+
+/// It begins with the directory in which the program is looked for.
+bool hasChroot(const std::vector<std::string>& words)
+{
+	return std::ranges::find(words, "chroot", baseName) != words.end();
+}
+
+/// @return the program among the words: "setpriv --reuid=1 /opt/x/server" runs server
+std::string programOf(const std::vector<std::string>& words)
+{
+	const auto isPath = [](const std::string& word) { return word.starts_with('/'); };
+	auto path = std::ranges::find_if(words, isPath);
+	if (path != words.end() && hasChroot(words))
+	{
+		path = std::find_if(path + 1, words.end(), isPath);
+	}
+	if (path != words.end())
+	{
+		return *path;
+	}
+	const auto plain = std::ranges::find_if(words, [](const std::string& word) { return !word.starts_with('-'); });
+	return plain == words.end() ? "" : *plain;
 }
 
 class ProgramFile
 {
 public:
-	ProgramFile(Findings& findings, std::string key, const std::string& configured, fs::path file)
-	    : m_findings(findings), m_key(std::move(key)), m_name(programName(configured)), m_file(std::move(file))
+	ProgramFile(Findings& findings, const Paths& paths, std::string key, const std::string& configured)
+	    : m_paths(paths), m_findings(findings), m_key(std::move(key)), m_name(programName(configured)),
+	      m_file(paths.below(configured))
 	{
 	}
 
@@ -102,22 +134,29 @@ private:
 		{
 			error("program-not-executable", m_file.string() + " is not executable", "chmod a+x " + m_file.string());
 		}
-		if ((facts.mode & S_IWOTH) != 0)
+		if (facts.noExec)
 		{
-			m_findings.warning(m_key,
-			                   {"writable-program", "everybody may write " + m_file.string(),
-			                    "it is run as root: whoever may write it is root", "chmod go-w " + m_file.string()});
+			error("program-on-noexec", m_file.string() + " is on a file system that is mounted \"noexec\"",
+			      "move the program, or mount the file system without noexec");
 		}
 	}
 
 	void content()
 	{
 		const std::string text = beginning(m_file);
-		if (text.empty() || text.starts_with("\x7f"
-		                                     "ELF"))
+		if (text.empty())
 		{
-			return;
+			error("empty-program-file", m_file.string() + " is empty", "install the program again");
 		}
+		else if (!text.starts_with("\x7f"
+		                           "ELF"))
+		{
+			script(text);
+		}
+	}
+
+	void script(const std::string& text)
+	{
 		if (!text.starts_with("#!"))
 		{
 			m_findings.error(
@@ -127,25 +166,73 @@ private:
 			            "begin it with #!/bin/sh"});
 			return;
 		}
-		wrapper(execOf(text));
+		std::istringstream first(text.substr(2, text.find('\n') - 2));
+		std::string interpreter;
+		first >> interpreter;
+		if (!isExecutable(m_paths.below(interpreter)))
+		{
+			error("missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
+			      "install " + interpreter + ", or correct the first line");
+			return;
+		}
+		const std::string shell = baseName(interpreter);
+		if (shell == "sh" || shell == "dash" || shell == "bash")
+		{
+			shellScript(text, shell);
+		}
 	}
 
-	/// A script that turns into a program of another name is lost from sight.
-	void wrapper(const std::string& program)
+	void shellScript(const std::string& text, const std::string& shell)
 	{
-		const std::string shown = shell::baseName(program).substr(0, kProcessNameLength);
-		if (shown.empty() || shown.find_first_of("$\"'`") != std::string::npos ||
-		    shown.find(m_name) != std::string::npos)
+		// Another shell's grammar is not this one's, and half a script is no script.
+		const bool judged = shell != "bash" && text.size() < kScriptLength;
+		if (const std::string refusal = judged ? host::shellRefusal(text) : ""; !refusal.empty())
+		{
+			error("broken-script", m_file.string() + " is no shell script: " + refusal,
+			      "try it: sh -n " + m_file.string());
+			return;
+		}
+		bool execs = false;
+		const std::vector<std::string> words = lastWords(text, execs);
+		const std::string program = programOf(words);
+		if (execs && program.starts_with('/') && !hasChroot(words) &&
+		    program.find_first_of("$*?[\"'`") == std::string::npos &&
+		    host::fileFacts(m_paths.below(program)).kind == FileKind::missing)
+		{
+			error("missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing",
+			      "install the program, or correct the script");
+			return;
+		}
+		wrapper(words, program, execs);
+	}
+
+	/// A script that turns into a program of another name is lost from sight, and one that
+	/// waits for such a program is killed without it.
+	void wrapper(const std::vector<std::string>& words, const std::string& program, bool execs)
+	{
+		const bool same = std::ranges::any_of(words, [&](const std::string& word)
+		                                      { return baseName(word).find(m_name) != std::string::npos; });
+		const std::string shown = baseName(program).substr(0, kProcessNameLength);
+		if (shown.empty() || same || program.find_first_of("$\"'`") != std::string::npos)
 		{
 			return;
 		}
-		m_findings.warning(m_key,
-		                   {"wrapper-of-another-name",
-		                    m_file.string() + " ends in exec " + program + ", which runs as \"" + shown + "\"",
-		                    "the agent looks for \"" + m_name + "\" and does not find it: the service moves to and fro",
-		                    "give the script the program's file name, in another directory"});
+		if (execs)
+		{
+			m_findings.warning(
+			    m_key, {"wrapper-of-another-name",
+			            m_file.string() + " ends in exec " + program + ", which runs as \"" + shown + "\"",
+			            "the agent looks for \"" + m_name + "\" and does not find it: the service moves to and fro",
+			            "give the script the program's file name, in another directory"});
+			return;
+		}
+		m_findings.warning(m_key, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
+		                           "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
+		                               "\" goes on: after a failover it runs on both nodes",
+		                           "write exec before it, and give the script the program's file name"});
 	}
 
+	const Paths& m_paths;
 	Findings& m_findings;
 	std::string m_key;
 	std::string m_name;
@@ -160,10 +247,10 @@ void programFiles(Findings& findings, const Paths& paths)
 	for (const std::string& program : findings.file.programs())
 	{
 		++number;
-		// What is no plain absolute path is told by the check of the programs.
+		// What is no plain absolute path is reported by the check of the programs.
 		if (program.starts_with('/') && !program.ends_with('/') && program.find_first_of(" \t\"'") == std::string::npos)
 		{
-			ProgramFile(findings, programKey(number), program, paths.below(program)).check();
+			ProgramFile(findings, paths, programKey(number), program).check();
 		}
 	}
 }

@@ -6,8 +6,8 @@
 
 #include <sys/stat.h>
 
-#include "ctl/check/CommandOutput.h"
-#include "ctl/check/ShellCommand.h"
+#include "ctl/check/CommandText.h"
+#include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
 
@@ -16,13 +16,7 @@ namespace velarix::ctl::checks
 
 using namespace inspect;
 
-namespace
-{
-
 namespace fs = std::filesystem;
-
-/// Where the service finds its tools.
-constexpr std::array kDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin", "/bin"};
 
 bool isExecutable(const fs::path& file)
 {
@@ -30,21 +24,27 @@ bool isExecutable(const fs::path& file)
 	return facts.kind == host::FileKind::regular && (facts.mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
 }
 
-bool isThere(const Paths& paths, const std::string& tool)
+fs::path toolPath(const Paths& paths, const std::string& tool)
 {
+	/// Where the service finds its tools.
+	constexpr std::array kDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin", "/bin"};
 	if (tool.find('/') != std::string::npos)
 	{
-		return isExecutable(paths.below(tool));
+		return isExecutable(paths.below(tool)) ? paths.below(tool) : fs::path();
 	}
 	for (const char* directory : kDirectories)
 	{
-		if (isExecutable(paths.below(fs::path(directory) / tool)))
+		const fs::path file = paths.below(fs::path(directory) / tool);
+		if (isExecutable(file))
 		{
-			return true;
+			return file;
 		}
 	}
-	return false;
+	return {};
 }
+
+namespace
+{
 
 struct Tool
 {
@@ -57,48 +57,34 @@ struct Tool
 constexpr std::array kOwnTools{
     Tool{"sh", "dash", "no command can be run and no program started"},
     Tool{"cat", "coreutils",
-         "the carrier of the cards cannot be read and counts as lost: a master gives up at once, a slave counts no "
-         "silence"},
+         "the carrier of the interfaces cannot be read and counts as lost: a master gives up at once, a standby counts "
+         "no "
+         "missed heartbeats"},
     Tool{"chmod", "coreutils", "the run script is not made executable: no program ever starts"},
     Tool{"ifconfig", "net-tools",
-         "the agent never sees the virtual IP on its cards: it relies on a ping of its own address alone, and raises "
+         "the agent never sees the virtual IP on its interfaces: it relies on a ping of its own address alone, and "
+         "raises "
          "the "
          "address again whenever that fails"},
 };
 
-/// Words of the shell itself.
-const std::set<std::string>& shellWords()
-{
-	static const std::set<std::string> kWords{":",      "true",   "false", "cd",   "export", "set",     "unset",
-	                                          "exit",   "return", "wait",  "test", "[",      "trap",    "umask",
-	                                          "shift",  "local",  "read",  "eval", "exec",   ".",       "command",
-	                                          "printf", "echo",   "kill",  "type", "break",  "continue"};
-	return kWords;
-}
-
 void ofCommand(Findings& findings, const Paths& paths, const std::string& key, const std::string& effect)
 {
-	const shell::Script script = shell::parse(findings.file.text(key).value_or(""));
-	std::set<std::string> told;
-	shell::forEachSimple(script,
-	                     [&](const shell::Command& command, const shell::Place&)
-	                     {
-		                     const std::vector<std::string> words = shell::programWords(command);
-		                     const std::string tool = words.empty() ? "" : words[0];
-		                     if (tool.empty() || tool.find('$') != std::string::npos || shellWords().contains(tool) ||
-		                         isThere(paths, tool) || !told.insert(tool).second)
-		                     {
-			                     return;
-		                     }
-		                     const Words text{
-		                         "missing-tool", key + " calls " + tool + ", which is not there",
-		                         tool == "arping"
-		                             ? "the address is not announced: clients go on sending to the other node for "
-		                               "some 45 seconds after a take-over"
-		                             : effect,
-		                         "install it, or write another command"};
-		                     tool == "arping" ? findings.warning(key, text) : findings.error(key, text);
-	                     });
+	std::set<std::string> reported;
+	for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
+	{
+		if (!toolPath(paths, tool).empty() || !reported.insert(tool).second)
+		{
+			continue;
+		}
+		const Words text{"missing-tool", key + " calls " + tool + ", which is not there",
+		                 tool == "arping"
+		                     ? "the address is not announced: clients go on sending to the other node for some 45 "
+		                       "seconds after a failover"
+		                     : effect,
+		                 "install it, or write another command"};
+		tool == "arping" ? findings.warning(key, text) : findings.error(key, text);
+	}
 }
 
 } // namespace
@@ -107,7 +93,7 @@ void tools(Findings& findings, const Paths& paths)
 {
 	for (const Tool& tool : kOwnTools)
 	{
-		if (!isThere(paths, tool.name))
+		if (toolPath(paths, tool.name).empty())
 		{
 			findings.add(Severity::error, findings.file.path(), 0,
 			             {"missing-tool", std::string(tool.name) + ", which the agent calls, is not there", tool.effect,
@@ -117,7 +103,7 @@ void tools(Findings& findings, const Paths& paths)
 	ofCommand(findings, paths, key::kStartCommand, "the address may not be raised");
 	ofCommand(findings, paths, key::kStopCommand, "the address may not be dropped");
 	ofCommand(findings, paths, key::kKillCommand,
-	          "the programs may not be killed: after a move they run on both nodes");
+	          "the programs may not be killed: after a failover they run on both nodes");
 }
 
 } // namespace velarix::ctl::checks

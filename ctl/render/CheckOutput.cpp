@@ -41,7 +41,7 @@ void print(std::ostream& out, const Finding& finding, bool colour)
 	}
 	out << ": " << coloured(finding.severity, colour) << ": " << printable(finding.what) << " [" << finding.id << "]\n"
 	    << "    if left: " << printable(finding.effect) << '\n'
-	    << "    mend it: " << printable(finding.remedy) << '\n';
+	    << "    fix: " << printable(finding.remedy) << '\n';
 }
 
 } // namespace

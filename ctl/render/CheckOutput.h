@@ -9,7 +9,7 @@ namespace velarix::ctl
 {
 
 /// One paragraph for each finding: "FILE:LINE: error: WHAT [ID]", what happens,
-/// how to mend it; then what was not checked, then the count.
+/// how to fix it; then what was not checked, then the count.
 void printReport(std::ostream& out, const CheckReport& report, bool colour);
 
 /// {"findings": [...], "not_checked": [...], "errors": N, "warnings": N}; the

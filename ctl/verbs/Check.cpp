@@ -18,7 +18,6 @@ struct CheckOptions
 	std::string file;
 	std::string partner;
 	bool filesOnly = false;
-	bool tryCommands = false;
 	bool strict = false;
 	bool json = false;
 };
@@ -27,8 +26,7 @@ ExitCode runCheck(const CheckOptions& options, const Context& context)
 {
 	CheckRequest request{.file = options.file.empty() ? context.paths.settings : std::filesystem::path(options.file),
 	                     .partner = {},
-	                     .filesOnly = options.filesOnly,
-	                     .tryCommands = options.tryCommands};
+	                     .filesOnly = options.filesOnly};
 	if (!options.partner.empty())
 	{
 		request.partner = options.partner;
@@ -48,12 +46,8 @@ void addCheck(CLI::App& app, Context& context)
 	verb->add_option("FILE", options->file, "settings file; the installed one without it");
 	verb->add_option("--partner", options->partner, "the partner's settings file: check that the two fit")
 	    ->type_name("FILE");
-	CLI::Option* const filesOnly =
-	    verb->add_flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine");
-	verb->add_flag("--try-commands", options->tryCommands,
-	               "run the virtual IP commands in a network of their own and see what they do; what they do to files "
-	               "happens")
-	    ->excludes(filesOnly);
+	verb->add_flag("--files-only", options->filesOnly,
+	               "look at the settings alone, not at this machine, and try no command");
 	verb->add_flag("--strict", options->strict, "let warnings count as errors");
 	verb->add_flag("--json", options->json, "print the findings as JSON");
 	verb->callback([options, &context]

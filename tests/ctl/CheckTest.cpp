@@ -12,6 +12,7 @@ CheckTest::CheckTest()
 	{
 		executable(std::string("/usr/bin/") + tool);
 	}
+	executable("/bin/sh");
 	executable("/opt/service/bin/server");
 	write("/usr/velarix/bin/log/runinfo.txt",
 	      "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");

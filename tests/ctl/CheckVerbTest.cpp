@@ -61,8 +61,10 @@ TEST_F(CheckVerb, ASoundNodeIsCleanAndSaysWhatItDidNotLookAt)
 {
 	const Outcome outcome = runBelow({"check"});
 	EXPECT_EQ(outcome.code, 0);
-	EXPECT_EQ(outcome.out, "not checked: cards, addresses, ports, pings and processes (another root)\n"
-	                       "0 errors, 0 warnings\n");
+	EXPECT_EQ(outcome.out,
+	          "not checked: interfaces, addresses, ports, pings, processes and what the commands do (another "
+	          "root)\n"
+	          "0 errors, 0 warnings\n");
 	EXPECT_EQ(outcome.err, "");
 }
 
@@ -184,7 +186,7 @@ TEST_F(CheckVerb, TheMachineIsAskedOnTheRunningSystem)
 	fakeHost().cards.clear();
 	const Outcome outcome = run({"check", settings().string()});
 	EXPECT_EQ(outcome.code, 78);
-	EXPECT_THAT(outcome.out, HasSubstr("there is no network card eth0, the service card [missing-card]"));
+	EXPECT_THAT(outcome.out, HasSubstr("there is no interface eth0, that of the service [missing-card]"));
 	EXPECT_THAT(outcome.out, Not(HasSubstr("another root")));
 }
 
@@ -213,20 +215,18 @@ TEST_F(CheckVerb, TheSampleLacksItsProgramElsewhere)
 	EXPECT_THAT(outcome.out, EndsWith("1 error, 0 warnings\n"));
 }
 
-TEST_F(CheckVerb, CommandsAreTriedOnlyWhenAskedFor)
+TEST_F(CheckVerb, CommandsAreTriedOnTheRunningSystem)
 {
-	run({"check", settings().string()});
-	EXPECT_TRUE(fakeHost().trials.empty());
-	const Outcome outcome = run({"check", "--try-commands", settings().string()});
+	const Outcome outcome = run({"check", settings().string()});
 	EXPECT_EQ(fakeHost().trials.size(), 1U);
-	EXPECT_THAT(outcome.out, HasSubstr("not checked: what the virtual IP commands do (not made up)\n"));
+	EXPECT_THAT(outcome.out, HasSubstr("not checked: what the commands do (not made up)\n"));
 }
 
 TEST_F(CheckVerb, CommandsAreNotTriedForAnotherRootOrForFilesAlone)
 {
-	runBelow({"check", "--try-commands"});
+	runBelow({"check"});
+	run({"check", "--files-only", settings().string()});
 	EXPECT_TRUE(fakeHost().trials.empty());
-	EXPECT_EQ(run({"check", "--try-commands", "--files-only"}).code, 2);
 }
 
 TEST_F(CheckVerb, NothingIsRunAndNothingIsChanged)

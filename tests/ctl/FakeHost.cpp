@@ -58,6 +58,11 @@ std::optional<std::string> whyNoPing()
 	return fakeHost().whyNoPing;
 }
 
+bool ignoresPings()
+{
+	return fakeHost().ignoresPings;
+}
+
 Card card(const std::string& name)
 {
 	return fakeHost().cards[name];
@@ -92,6 +97,11 @@ std::optional<bool> isOutgoingPort(int port)
 std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& /*directory*/)
 {
 	return fakeHost().freeSpace;
+}
+
+std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& /*directory*/)
+{
+	return fakeHost().freeFiles;
 }
 
 Trial tryCommands(const TrialPlan& plan)

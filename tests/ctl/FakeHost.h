@@ -20,6 +20,7 @@ struct FakeHost
 	std::map<std::string, velarix::inspect::host::FileFacts> files;
 	uid_t user = 0;
 	std::optional<std::string> whyNoPing;
+	bool ignoresPings = false;
 	std::map<std::string, velarix::inspect::host::Card> cards;
 	std::vector<velarix::inspect::host::Address> addresses;
 	/// By ascending pid.
@@ -30,8 +31,9 @@ struct FakeHost
 	std::set<int> outgoingPorts;
 	/// Bytes, of every disk.
 	std::uintmax_t freeSpace = 100ULL * 1000 * 1000 * 1000;
+	std::uintmax_t freeFiles = 1000;
 	/// What a rehearsal of the commands gives, and the plans it got.
-	velarix::inspect::host::Trial trial{.whyNot = "not made up", .start = {}, .stop = {}};
+	velarix::inspect::host::Trial trial{.whyNot = "not made up", .start = {}, .stop = {}, .kill = {}};
 	std::vector<velarix::inspect::host::TrialPlan> trials;
 };
 

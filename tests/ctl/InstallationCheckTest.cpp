@@ -1,5 +1,9 @@
 // What is found on the disk: directories, rights, programs, tools, the run-info record.
 
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeFormatter.h>
+#include <sys/stat.h>
+
 #include "CheckTest.h"
 #include "ctl/check/Checks.h"
 
@@ -45,6 +49,19 @@ TEST_F(InstallationCheck, AnEmptySettingsFileIsFound)
 {
 	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
 	            ElementsAre("error settings-empty /usr/velarix/bin/ini/config.ini"));
+}
+
+TEST_F(InstallationCheck, AFileOfAnotherEncodingIsOneFinding)
+{
+	std::string wide = "\xFF\xFE";
+	for (const char letter : joined(lines))
+	{
+		wide += letter;
+		wide += '\0';
+	}
+	write("/usr/velarix/bin/ini/config.ini", wide);
+	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
+	            ElementsAre("error settings-encoding /usr/velarix/bin/ini/config.ini"));
 }
 
 TEST_F(InstallationCheck, AFileOfCommentsIsEmpty)
@@ -265,10 +282,121 @@ TEST_F(InstallationCheck, AProgramThatIsNotExecutableIsFound)
 	EXPECT_THAT(found(), ElementsAre("error program-not-executable /usr/velarix/bin/ini/config.ini:18"));
 }
 
-TEST_F(InstallationCheck, AProgramThatEverybodyMayWriteIsWarnedOf)
+TEST_F(InstallationCheck, AProgramThatEverybodyMayWriteIsFound)
 {
 	rights("/opt/service/bin/server", 0757);
-	EXPECT_THAT(found(), ElementsAre("warning writable-program /usr/velarix/bin/ini/config.ini:18"));
+	EXPECT_THAT(found(), ElementsAre("error writable-program /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, ADirectoryAboveAProgramThatEverybodyMayWriteIsFound)
+{
+	rights("/opt", 0777);
+	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini/config.ini:18"));
+	rights("/opt", 01777);
+	EXPECT_THAT(found(), IsEmpty());
+}
+
+TEST_F(InstallationCheck, WhatALinkLeadsToIsLookedAtToo)
+{
+	executable("/srv/real/server");
+	fs::remove(below("/opt/service/bin/server"));
+	fs::create_symlink("../../../srv/real/server", below("/opt/service/bin/server"));
+	EXPECT_THAT(found(), IsEmpty());
+	rights("/srv", 0777);
+	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, LinksThatLeadInACircleComeToAnEnd)
+{
+	fs::create_symlink("circle", below("/opt/circle"));
+	setKey(lines, "PROCESS_PATH1", "/opt/circle/server");
+	EXPECT_THAT(found(), ElementsAre("error missing-program-file /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, WhatACommandRunsIsLookedAtToo)
+{
+	executable("/srv/ha/drop", "#!/bin/sh\n");
+	setKey(lines, "VIRTUAL_IP_STOP_COMMAND", "/srv/ha/drop");
+	EXPECT_THAT(found(), IsEmpty());
+	rights("/srv/ha", 0777);
+	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini/config.ini:13"));
+}
+
+TEST_F(InstallationCheck, DirectoriesAboveTheAgentsFilesAreLookedAt)
+{
+	rights("/usr/velarix/bin", 0777);
+	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin"));
+	rights("/usr/velarix/bin", 0755);
+	write("/usr/velarix/bin/VelarixHA", "");
+	rights("/usr/velarix/bin/VelarixHA", 0777);
+	EXPECT_THAT(found(), ElementsAre("error writable-program /usr/velarix/bin/VelarixHA"));
+}
+
+TEST_F(InstallationCheck, DirectoriesAboveTheLogAreWarnedOf)
+{
+	fs::create_directories(below("/var/log/ha"));
+	rights("/var/log", 0777);
+	setKey(lines, "PATH", "/var/log/ha/velarix.log");
+	EXPECT_THAT(found(), ElementsAre("warning writable-directory /usr/velarix/bin/ini/config.ini:25"));
+}
+
+TEST_F(InstallationCheck, ProgramsThatAnotherUserOwnsAreFoundOnTheRunningSystem)
+{
+	fakeHost().files[below("/opt/service").string()] = {FileKind::directory, 0755, 1000, 0};
+	fakeHost().files[below("/opt/service/bin/server").string()] = {FileKind::regular, 0755, 1000, 0};
+	EXPECT_THAT(found(), IsEmpty());
+	setKey(lines, "PROCESS_PATH1", below("/opt/service/bin/server").string());
+	Paths running(root());
+	running.root = "/";
+	CheckReport report;
+	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
+	Findings findings(file, report);
+	checks::trust(findings, running);
+	EXPECT_THAT(shortForms(report),
+	            testing::IsSupersetOf({"error directory-owner config.ini:18", "error program-owner config.ini:18"}));
+}
+
+TEST_F(InstallationCheck, AFullDiskIsFoundOnce)
+{
+	fakeHost().freeSpace = 100;
+	EXPECT_THAT(found(), testing::Contains("error disk-full /usr/velarix/pid"));
+	fakeHost().freeSpace = 100ULL * 1000 * 1000 * 1000;
+	fakeHost().freeFiles = 0;
+	EXPECT_THAT(found(),
+	            testing::IsSupersetOf({"error disk-full /usr/velarix/pid", "error disk-full /usr/velarix/bin/ini",
+	                                   "error disk-full /usr/velarix/bin/log",
+	                                   "error disk-full /usr/velarix/bin/ini/config.ini:25"}));
+}
+
+TEST_F(InstallationCheck, APidFileThatOthersMayWriteIsWarnedOf)
+{
+	write("/usr/velarix/pid/VelarixHA.pid", "1");
+	rights("/usr/velarix/pid/VelarixHA.pid", 0666);
+	EXPECT_THAT(found(), ElementsAre("warning writable-pid-file /usr/velarix/pid/VelarixHA.pid"));
+}
+
+TEST_F(InstallationCheck, ALogThatIsNoFileIsFound)
+{
+	ASSERT_EQ(::mkfifo(below("/usr/velarix/log/velarix.log").c_str(), 0644), 0);
+	EXPECT_THAT(found(), ElementsAre("error log-is-no-file /usr/velarix/bin/ini/config.ini:25"));
+}
+
+TEST_F(InstallationCheck, ALogBegunInTheFutureIsWarnedOf)
+{
+	const auto begin = [&](const Poco::Timespan& fromNow)
+	{
+		// The library's own first line.
+		write("/usr/velarix/log/velarix.log",
+		      "# Log file created/rotated " +
+		          Poco::DateTimeFormatter::format(Poco::Timestamp() + fromNow, Poco::DateTimeFormat::RFC1036_FORMAT) +
+		          "\n");
+	};
+	begin(Poco::Timespan(3, 0, 0, 0, 0));
+	EXPECT_THAT(found(), ElementsAre("warning log-from-the-future /usr/velarix/bin/ini/config.ini:25"));
+	begin(Poco::Timespan(0));
+	EXPECT_THAT(found(), IsEmpty());
+	write("/usr/velarix/log/velarix.log", "# Log file created/rotated some day\n");
+	EXPECT_THAT(found(), IsEmpty());
 }
 
 TEST_F(InstallationCheck, AScriptWithoutInterpreterIsFound)
@@ -280,11 +408,50 @@ TEST_F(InstallationCheck, AScriptWithoutInterpreterIsFound)
 TEST_F(InstallationCheck, AWrapperThatTurnsIntoAnotherNameIsFound)
 {
 	executable("/opt/service/bin/server", "#!/bin/sh\ncd /var\nexec /opt/other/daemon -d\n");
+	executable("/opt/other/daemon");
 	EXPECT_THAT(found(), ElementsAre("warning wrapper-of-another-name /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AWrapperThatWaitsForAnotherNameIsFound)
+{
+	executable("/opt/service/bin/server", "#!/bin/sh\n/opt/other/daemon -d &\n");
+	EXPECT_THAT(found(), ElementsAre("warning wrapper-without-exec /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, WrappersThatChangeWhoAndHowItRunsAreFine)
+{
+	executable("/opt/other/server");
+	for (const char* how : {"setpriv --reuid=1000 --clear-groups", "env A=1", "nice -n 5", "runuser -u ha --",
+	                        "taskset -c 1", "chroot /srv/jail", "sudo -u ha", "ionice -c 3 nice -n 5"})
+	{
+		executable("/opt/service/bin/server", std::string("#!/bin/sh\nexec ") + how + " /opt/other/server -d\n");
+		EXPECT_THAT(found(), IsEmpty()) << how;
+		executable("/opt/service/bin/server", std::string("#!/bin/sh\nexec ") + how + " /opt/service/daemon -d\n");
+		EXPECT_EQ(found().size(), 1U) << how;
+	}
+}
+
+TEST_F(InstallationCheck, AScriptThatCannotStartIsFound)
+{
+	executable("/opt/service/bin/server", "");
+	EXPECT_THAT(found(), ElementsAre("error empty-program-file /usr/velarix/bin/ini/config.ini:18"));
+	executable("/opt/service/bin/server", "#!/opt/no/python\n");
+	EXPECT_THAT(found(), ElementsAre("error missing-interpreter /usr/velarix/bin/ini/config.ini:18"));
+	executable("/opt/service/bin/server", "#!/bin/sh\nif true; then\n");
+	EXPECT_THAT(found(), ElementsAre("error broken-script /usr/velarix/bin/ini/config.ini:18"));
+	executable("/opt/service/bin/server", "#!/bin/sh\nexec /opt/no/server -d\n");
+	EXPECT_THAT(found(), ElementsAre("error missing-program-file /usr/velarix/bin/ini/config.ini:18"));
+}
+
+TEST_F(InstallationCheck, AProgramOnAFileSystemWithoutExecutionIsFound)
+{
+	fakeHost().files[below("/opt/service/bin/server").string()] = {FileKind::regular, 0755, 0, 0, true};
+	EXPECT_THAT(found(), ElementsAre("error program-on-noexec /usr/velarix/bin/ini/config.ini:18"));
 }
 
 TEST_F(InstallationCheck, AWrapperOfTheSameNameIsFine)
 {
+	executable("/opt/other/server");
 	executable("/opt/service/bin/server", "#!/bin/sh\n# exec other\nexec /opt/other/server -c /etc/server.conf\n");
 	EXPECT_THAT(found(), IsEmpty());
 }

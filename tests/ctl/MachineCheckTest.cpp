@@ -89,6 +89,21 @@ TEST_F(MachineCheck, RootWithoutRawSocketsIsFound)
 	EXPECT_THAT(foundOnMachine(), ElementsAre("error no-raw-sockets config.ini"));
 }
 
+TEST_F(MachineCheck, AMachineThatAnswersNoPingsIsFound)
+{
+	fakeHost().ignoresPings = true;
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error pings-ignored config.ini"));
+}
+
+TEST_F(MachineCheck, AVirtualIPThatIsNoHostsIsFound)
+{
+	for (const char* address : {"198.51.100.0", "198.51.100.255"})
+	{
+		setKey(lines, "VIRTUAL_IP", address);
+		EXPECT_THAT(foundOnMachine(), ElementsAre("error unusable-address config.ini:11"));
+	}
+}
+
 TEST_F(MachineCheck, AnotherUserCannotTellWhetherRootMayPing)
 {
 	fakeHost().whyNoPing = "Operation not permitted";
@@ -163,75 +178,71 @@ class CommandTrial : public CheckTest
 protected:
 	CommandTrial()
 	{
-		fakeHost().trial = {.whyNot = "", .start = {"", true, {kOwn, kRaised}}, .stop = {"", true, {kOwn}}};
-		fakeHost().addresses = {kOwn, kRaised};
+		host::Trial& trial = fakeHost().trial;
+		trial.whyNot = "";
+		trial.start.end = trial.stop.end = trial.kill.end = host::RunEnd::ended;
+		trial.start.addresses = {kOwn, kRaised};
+		trial.stop.addresses = {kOwn};
+		trial.kill.programStarted = trial.kill.programEnded = true;
 	}
 
-	std::vector<std::string> foundByTrial() const
+	CheckReport tried() const
 	{
 		CheckReport report;
 		const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
 		Findings findings(file, report);
-		checks::trial(findings);
-		return shortForms(report);
+		checks::trial(findings, {kLoopback, kOwn, kRaised});
+		return report;
 	}
 
+	const host::Address kLoopback{"lo", "lo", "127.0.0.1", 8, true};
 	const host::Address kOwn{"eth0", "eth0", "198.51.100.1", 24, true};
 	const host::Address kRaised{"eth0", "eth0:ha", "198.51.100.10", 24, true};
 };
 
 } // namespace
 
-TEST_F(CommandTrial, CommandsThatWorkHaveNoFinding)
+// What the trials of real commands give is in TrialTableTest.cpp.
+
+TEST_F(CommandTrial, GetsTheCommandsAndWhatTheInterfacesHave)
 {
-	EXPECT_THAT(foundByTrial(), IsEmpty());
+	EXPECT_THAT(shortForms(tried()), IsEmpty());
 	ASSERT_EQ(fakeHost().trials.size(), 1U);
 	const host::TrialPlan& plan = fakeHost().trials.front();
-	EXPECT_EQ(plan.start, SettingsFile::parse("", joined(lines)).text("AGENT.VIRTUAL_IP_START_COMMAND"));
-	EXPECT_EQ(plan.stop, SettingsFile::parse("", joined(lines)).text("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+	const SettingsFile file = SettingsFile::parse("", joined(lines));
+	EXPECT_EQ(plan.start, file.text("AGENT.VIRTUAL_IP_START_COMMAND"));
+	EXPECT_EQ(plan.stop, file.text("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+	EXPECT_EQ(plan.kill, file.text("ADVENCE.PROCESS_KILL_COMMAND").value() + " server");
+	EXPECT_EQ(plan.program, "/opt/service/bin/server");
 	EXPECT_THAT(plan.addresses, ElementsAre(testing::Field(&host::Address::address, "198.51.100.1")));
 }
 
-TEST_F(CommandTrial, OutputOfTheStartCommandIsFound)
-{
-	fakeHost().trial.start.output = "up\nand running\n";
-	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-prints config.ini:12"));
-}
-
-TEST_F(CommandTrial, OutputOfTheStopCommandDoesNoHarm)
-{
-	fakeHost().trial.stop.output = "down\n";
-	EXPECT_THAT(foundByTrial(), IsEmpty());
-}
-
-TEST_F(CommandTrial, AnAddressThatIsNotRaisedIsFound)
-{
-	fakeHost().trial.start.addresses = {kOwn};
-	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-not-raised config.ini:12"));
-}
-
-TEST_F(CommandTrial, AnAddressThatIsNotListedIsWarnedOf)
-{
-	fakeHost().trial.start.addresses = {kOwn, {"eth0", "eth0", "198.51.100.10", 24, false}};
-	EXPECT_THAT(foundByTrial(), ElementsAre("warning trial-not-listed config.ini:12"));
-}
-
-TEST_F(CommandTrial, AnAddressThatIsNotDroppedIsFound)
-{
-	fakeHost().trial.stop.addresses = {kOwn, kRaised};
-	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-not-dropped config.ini:13"));
-}
-
-TEST_F(CommandTrial, ACommandThatDoesNotEndIsFound)
-{
-	fakeHost().trial.stop.ended = false;
-	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-endless config.ini:13"));
-	fakeHost().trial.start.ended = false;
-	EXPECT_THAT(foundByTrial(), ElementsAre("error trial-endless config.ini:12"));
-}
-
-TEST_F(CommandTrial, WithoutNamespacesNothingIsFound)
+TEST_F(CommandTrial, WithoutNamespacesSaysSoOnce)
 {
 	fakeHost().trial.whyNot = "no namespaces of its own: Operation not permitted";
-	EXPECT_THAT(foundByTrial(), IsEmpty());
+	const CheckReport report = tried();
+	EXPECT_THAT(report.findings, IsEmpty());
+	ASSERT_EQ(report.notChecked.size(), 1U);
+	EXPECT_EQ(report.notChecked[0].what, "what the commands do");
+}
+
+TEST_F(CommandTrial, DoesNotRunWhatAsksAService)
+{
+	setKey(lines, "VIRTUAL_IP_STOP_COMMAND", "nmcli connection down service-address");
+	const CheckReport report = tried();
+	EXPECT_THAT(report.findings, IsEmpty());
+	ASSERT_EQ(report.notChecked.size(), 1U);
+	EXPECT_EQ(report.notChecked[0].what, "what AGENT.VIRTUAL_IP_STOP_COMMAND does");
+	EXPECT_EQ(fakeHost().trials.front().stop, "");
+}
+
+TEST_F(CommandTrial, DoesNotRunAFencingCommandWhenTheRestWorks)
+{
+	setKey(lines, "VIRTUAL_IP_START_COMMAND", "/opt/fence && (ip addr add 198.51.100.10/24 dev eth0) >/dev/null 2>&1");
+	EXPECT_THAT(shortForms(tried()), IsEmpty());
+	ASSERT_EQ(fakeHost().trials.size(), 1U);
+	EXPECT_THAT(fakeHost().trials[0].stubs, ElementsAre("/opt/fence"));
+	fakeHost().trial.start.addresses.pop_back();
+	EXPECT_THAT(shortForms(tried()), ElementsAre("error raises-nothing config.ini:12"));
+	EXPECT_THAT(fakeHost().trials.back().stubs, IsEmpty());
 }

@@ -82,6 +82,7 @@ TEST_F(FilesOfTheMachine, TellKindRightsAndOwner)
 	EXPECT_EQ(host::fileFacts(in("link")).kind, host::FileKind::regular);
 	EXPECT_EQ(host::fileFacts(in("none")).kind, host::FileKind::missing);
 	EXPECT_EQ(host::fileFacts("/dev/null").kind, host::FileKind::other);
+	EXPECT_FALSE(host::fileFacts(in("file")).noExec);
 }
 
 TEST_F(FilesOfTheMachine, BelowADirectoryThatMayNotBeSearchedNothingIsKnown)
@@ -105,6 +106,8 @@ TEST_F(FilesOfTheMachine, HaveSpace)
 {
 	EXPECT_GT(host::freeSpace(in("")).value_or(0), 0U);
 	EXPECT_EQ(host::freeSpace(in("none")), std::nullopt);
+	EXPECT_EQ(host::freeFiles(in("none")), std::nullopt);
+	EXPECT_NE(host::freeFiles(in("")), 0U);
 }
 
 TEST(RealNetwork, TheLoopbackIsListed)

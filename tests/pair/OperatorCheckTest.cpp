@@ -121,9 +121,9 @@ TEST_F(OperatorCheck, CommandsAreTriedWithoutTouchingThePair)
 {
 	PAIR_OR_RETURN(startServingPair());
 	const Millis before = lab().clock().now();
-	const CommandResult sound = ctl(HostId::b, {"check", "--try-commands"});
+	const CommandResult sound = ctl(HostId::b, {"check"});
 	EXPECT_EQ(sound.status, 0) << sound.output;
-	EXPECT_EQ(sound.output.find("what the virtual IP commands do"), std::string::npos) << sound.output;
+	EXPECT_EQ(sound.output.find("what the commands do"), std::string::npos) << sound.output;
 
 	struct Broken
 	{
@@ -133,15 +133,15 @@ TEST_F(OperatorCheck, CommandsAreTriedWithoutTouchingThePair)
 	};
 	const std::string add = std::string("ip addr add ") + plan::virtualAddress + "/24 dev eth0";
 	for (const Broken& fault :
-	     {Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add + " label eth0:ha; printf up", "[trial-prints]"},
-	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add, "[trial-not-listed]"},
-	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", "/bin/false", "[trial-not-raised]"},
-	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "true", "[trial-not-dropped]"},
-	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "sleep 1000 &", "[trial-endless]"}})
+	     {Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add + " label eth0:ha; printf up", "[start-command-prints]"},
+	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add, "[address-without-label]"},
+	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", "/bin/false", "[raises-nothing]"},
+	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "true", "[drops-nothing]"},
+	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "sleep 1000 &", "[held-output]"}})
 	{
 		NodeSettings settings = NodeSettings::standard(HostId::b);
 		lab().node(HostId::b).writeSettings(settings.set(fault.key, fault.command));
-		const CommandResult tried = ctl(HostId::b, {"check", "--try-commands"}, moveLimit);
+		const CommandResult tried = ctl(HostId::b, {"check"}, moveLimit);
 		EXPECT_NE(tried.output.find(fault.id), std::string::npos) << fault.id << " in\n" << tried.output;
 	}
 	EXPECT_TRUE(processesNamed(lab().host(HostId::b).pid(), "sleep").empty());

@@ -1,0 +1,27 @@
+/// What the checks of the three commands have in common.
+#pragma once
+
+#include <string>
+
+namespace velarix::ctl::checks
+{
+
+/// A configured command: which it is and what its faults lead to.
+struct CommandRole
+{
+	const char* key;
+	/// When it does not do its work.
+	const char* useless;
+	/// When it does not end.
+	const char* blocked;
+};
+
+extern const CommandRole kStartRole;
+extern const CommandRole kStopRole;
+extern const CommandRole kKillRole;
+
+/// @return whether the text is one IPv4 address; what is wrong with another one is
+///         reported once, by the check of the addresses
+bool isVirtualAddress(const std::string& text);
+
+} // namespace velarix::ctl::checks

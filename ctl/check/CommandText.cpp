@@ -1,0 +1,200 @@
+#include "ctl/check/CommandText.h"
+
+#include <algorithm>
+#include <array>
+#include <regex>
+#include <set>
+#include <string_view>
+
+#include "inspect/Number.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+/// The library's regular expressions recurse for each character.
+constexpr std::size_t kLookedAt = 4096;
+
+using Names = std::set<std::string>;
+
+bool isShellWord(const std::string& word)
+{
+	static const Names kWords{":",    "true",  "false",   "cd",   "export", "set",   "unset", "exit",  "return",
+	                          "wait", "test",  "[",       "trap", "umask",  "shift", "local", "read",  "eval",
+	                          "exec", ".",     "command", "type", "printf", "echo",  "kill",  "break", "continue",
+	                          "for",  "while", "until",   "in",   "esac",   "fi",    "done",  "hash",  "[["};
+	return kWords.contains(word);
+}
+
+/// Words behind which a command begins.
+bool opensCommand(const std::string& word)
+{
+	static const Names kWords{"do", "then", "else", "elif", "while", "until", "if", "!", "time"};
+	return kWords.contains(word);
+}
+
+/// Behind these the text looks whether a program is there.
+bool looksForProgram(const std::string& word)
+{
+	static const Names kWords{"-x", "-e", "-f", "-v", "which", "type", "hash"};
+	return kWords.contains(word);
+}
+
+std::vector<std::string> found(const std::string& text, const std::regex& expression, std::size_t group)
+{
+	std::vector<std::string> result;
+	for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at)
+	{
+		result.push_back((*at)[group]);
+	}
+	return result;
+}
+
+/// @return the text with each quoted part made one word, cut before a comment
+std::string withoutQuotes(const std::string& text, bool& hasComment)
+{
+	constexpr std::string_view kSeparating = " \t;&|(){}<>#$`";
+	constexpr std::string_view kBefore = " \t;&|(";
+	std::string result;
+	char quote = 0;
+	for (std::size_t i = 0; i < text.size(); ++i)
+	{
+		const char letter = text[i];
+		const bool escaped = letter == '\\' && quote != '\'' && i + 1 < text.size();
+		if (escaped)
+		{
+			result += '_';
+			++i;
+		}
+		else if (quote == 0 && (letter == '\'' || letter == '"'))
+		{
+			quote = letter;
+		}
+		else if (quote != 0 && letter == quote)
+		{
+			quote = 0;
+		}
+		else if (letter == '#' && quote == 0 && (i == 0 || kBefore.find(text[i - 1]) != std::string_view::npos))
+		{
+			hasComment = true;
+			break;
+		}
+		else
+		{
+			result += quote != 0 && kSeparating.find(letter) != std::string_view::npos ? '_' : letter;
+		}
+	}
+	return result;
+}
+
+bool isSystemDirectory(const std::string& path)
+{
+	static const Names kSystem{"/bin/", "/sbin/", "/usr/bin/", "/usr/sbin/"};
+	return kSystem.contains(path.substr(0, path.rfind('/') + 1));
+}
+
+} // namespace
+
+CommandText::CommandText(std::string text) : m_text(std::move(text))
+{
+	static const std::regex kRedirection(R"((&>>?|[0-9]*(>>|>&|<&|>|<))\s*[^\s;&|()]*)");
+	static const std::regex kExpansion(R"(\$\{[^}]*\})");
+	const std::string bare = withoutQuotes(m_text.substr(0, kLookedAt), m_hasComment);
+	m_plain = std::regex_replace(std::regex_replace(bare, kExpansion, "$$_"), kRedirection, " ");
+}
+
+bool CommandText::matches(const char* expression) const
+{
+	return std::regex_search(m_text.substr(0, kLookedAt), std::regex(expression));
+}
+
+bool CommandText::asksService() const
+{
+	return matches(R"((^|[\s;&|(]|/s?bin/)(nmcli|networkctl|netplan|systemctl|service|ifup|ifdown|docker|podman|virsh|)"
+	               R"(crm|pcs)(\s|$))");
+}
+
+std::vector<std::string> CommandText::programs() const
+{
+	static const std::regex kToken(R"([;&|(){}]+|[^\s;&|(){}]+)");
+	static const std::regex kAssignment("[A-Za-z_][A-Za-z_0-9]*=.*");
+	const std::vector<std::string> tokens = found(m_plain, kToken, 0);
+	std::vector<std::string> result;
+	Names known;
+	bool expected = true;
+	for (std::size_t i = 0; i < tokens.size(); ++i)
+	{
+		const std::string& word = tokens[i];
+		if (word == "case")
+		{
+			return {}; // its patterns look like commands
+		}
+		if (std::string_view(";&|(){}").find(word[0]) != std::string_view::npos)
+		{
+			expected = true;
+		}
+		else if (i > 0 && looksForProgram(tokens[i - 1]))
+		{
+			known.insert(baseName(word));
+		}
+		else if (expected && i + 1 < tokens.size() && tokens[i + 1].starts_with("()"))
+		{
+			known.insert(word); // a function of its own
+		}
+		else if (expected && !opensCommand(word) && !std::regex_match(word, kAssignment))
+		{
+			expected = false;
+			result.push_back(word);
+		}
+	}
+	std::erase_if(result,
+	              [&](const std::string& word) {
+		              return isShellWord(word) || known.contains(baseName(word)) ||
+		                     word.find_first_of("$`*?[") != std::string::npos;
+	              });
+	return result;
+}
+
+std::vector<std::string> CommandText::ownPrograms() const
+{
+	std::vector<std::string> result = programs();
+	std::erase_if(result, [](const std::string& word)
+	              { return word.find('/') == std::string::npos || isSystemDirectory(word); });
+	return result;
+}
+
+std::vector<std::string> CommandText::addresses(bool raising) const
+{
+	static const std::regex kRaising(
+	    R"((?:\ba(?:ddr(?:ess)?)?\s+(?:a|add|replace|change)|\bifconfig\s+\S+(?:\s+add)?)\s+([0-9]+\.[0-9]+\.[0-9]+\.[0-9]+))");
+	static const std::regex kDropping(
+	    R"((?:\ba(?:ddr(?:ess)?)?\s+(?:d|del|delete)|\bifconfig\s+\S+\s+del)\s+([0-9]+\.[0-9]+\.[0-9]+\.[0-9]+))");
+	return found(m_text.substr(0, kLookedAt), raising ? kRaising : kDropping, 1);
+}
+
+std::optional<int> CommandText::prefixOf(const std::string& address) const
+{
+	const std::string wanted = address + "/";
+	for (std::size_t at = m_text.find(wanted); at != std::string::npos; at = m_text.find(wanted, at + 1))
+	{
+		const bool within = at > 0 && std::string_view("0123456789.").find(m_text[at - 1]) != std::string_view::npos;
+		const std::size_t digits = at + wanted.size();
+		const std::size_t end = std::min(m_text.find_first_not_of("0123456789", digits), m_text.size());
+		if (const std::optional<int> prefix =
+		        inspect::numberIn<int>(std::string_view(m_text).substr(digits, end - digits));
+		    prefix && !within)
+		{
+			return prefix;
+		}
+	}
+	return std::nullopt;
+}
+
+std::string baseName(const std::string& path)
+{
+	return path.substr(path.rfind('/') + 1);
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,56 @@
+/// A configured command as a text. What a command does is found out by running it
+/// (TrialChecks.cpp); a few things are seen by reading it, also where it cannot be run.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace velarix::ctl
+{
+
+class CommandText
+{
+public:
+	explicit CommandText(std::string text);
+
+	const std::string& text() const { return m_text; }
+
+	/// @return the text with what stands in quotes made one word ("a b" gives a_b),
+	///         without redirections and without a comment at its end
+	const std::string& plain() const { return m_plain; }
+
+	/// It ends in a comment.
+	bool hasComment() const { return m_hasComment; }
+
+	/// @return whether a regular expression is found in the text
+	bool matches(const char* expression) const;
+
+	/// It asks a service of this machine to do the work, as "systemctl" does.
+	bool asksService() const;
+
+	/// @return the programs that it runs, as far as the text tells; none that the
+	///         text looks for first ("[ -x PROGRAM ] && ..."), no word of the shell
+	std::vector<std::string> programs() const;
+
+	/// @return those of the programs that are not the system's, so that nothing is
+	///         known of them: "/opt/ha/raise"
+	std::vector<std::string> ownPrograms() const;
+
+	/// @return the addresses that "ip addr add" and "ifconfig" (or, with `raising`
+	///         false, "ip addr del") are given in the text
+	std::vector<std::string> addresses(bool raising) const;
+
+	/// @return N of the first "ADDRESS/N" in the text
+	std::optional<int> prefixOf(const std::string& address) const;
+
+private:
+	std::string m_text;
+	std::string m_plain;
+	bool m_hasComment = false;
+};
+
+/// @return the file name of a path
+std::string baseName(const std::string& path);
+
+} // namespace velarix::ctl

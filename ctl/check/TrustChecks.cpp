@@ -1,0 +1,161 @@
+// Who may change what root runs, from the root directory down.
+
+#include "ctl/check/Checks.h"
+
+#include <set>
+#include <string>
+#include <system_error>
+
+#include <sys/stat.h>
+
+#include "ctl/check/CommandText.h"
+#include "ctl/check/Tools.h"
+#include "inspect/Host.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using host::FileFacts;
+using host::FileKind;
+
+constexpr char kAgent[] = "/usr/velarix/bin/VelarixHA";
+/// As many as the kernel follows.
+constexpr int kLinks = 40;
+
+/// What a path is for.
+struct Use
+{
+	/// The setting that names it; empty for the agent's own files.
+	std::string key;
+	Severity severity = Severity::error;
+	const char* effect = "root runs what is below it: whoever may change that is root";
+};
+
+class Trust
+{
+public:
+	Trust(Findings& findings, const Paths& paths) : m_findings(findings), m_paths(paths) {}
+
+	/// These have findings of their own.
+	void leaveOut(const fs::path& path) { m_seen.insert(path.lexically_normal()); }
+
+	/// Looks at every component of the path, and of what links on it lead to.
+	void walk(const fs::path& path, const Use& use, int links = 0)
+	{
+		const fs::path rest = path.lexically_relative(m_paths.root);
+		fs::path at = m_paths.root;
+		look(at, use);
+		for (auto part = rest.begin(); part != rest.end(); ++part)
+		{
+			const fs::path next = *part == ".." ? at.parent_path() : at / *part;
+			std::error_code error;
+			const fs::path target = fs::read_symlink(next, error);
+			if (!error && links < kLinks)
+			{
+				fs::path resolved = target.is_absolute() ? m_paths.below(target) : at / target;
+				for (++part; part != rest.end(); ++part)
+				{
+					resolved /= *part;
+				}
+				walk(resolved, use, links + 1);
+				return;
+			}
+			at = next;
+			look(at, use);
+		}
+	}
+
+private:
+	void look(const fs::path& path, const Use& use)
+	{
+		if (!m_seen.insert(path.lexically_normal()).second)
+		{
+			return;
+		}
+		const FileFacts facts = host::fileFacts(path);
+		const bool directory = facts.kind == FileKind::directory;
+		const bool sticky = directory && (facts.mode & S_ISVTX) != 0;
+		const bool open = (facts.mode & S_IWOTH) != 0 || ((facts.mode & S_IWGRP) != 0 && facts.group != 0);
+		if (facts.kind == FileKind::missing || facts.kind == FileKind::notKnown)
+		{
+			return; // reported where the path itself is looked at
+		}
+		const std::string name = path.string();
+		if (open && !sticky)
+		{
+			add(use, path,
+			    {directory ? "writable-directory" : "writable-program", "others than root may write " + name,
+			     use.effect, "chmod go-w " + name});
+		}
+		// Another system's owners are numbers of that system.
+		if (facts.owner != 0 && !m_paths.elsewhere())
+		{
+			add(use, path,
+			    {directory ? "directory-owner" : "program-owner",
+			     name + " belongs to user " + std::to_string(facts.owner), use.effect, "chown root:root " + name});
+		}
+	}
+
+	void add(const Use& use, const fs::path& path, Words words)
+	{
+		if (use.key.empty())
+		{
+			m_findings.add(use.severity, path, 0, std::move(words));
+			return;
+		}
+		m_findings.add(use.severity, m_findings.file.path(), m_findings.lineFor(use.key), std::move(words));
+	}
+
+	Findings& m_findings;
+	const Paths& m_paths;
+	std::set<fs::path> m_seen;
+};
+
+} // namespace
+
+void trust(Findings& findings, const Paths& paths)
+{
+	Trust trust(findings, paths);
+	const fs::path log = findings.file.text(key::kLogPath).value_or("");
+	for (const fs::path& own : {paths.settings, paths.runScript.parent_path(), paths.pid.parent_path(),
+	                            paths.runInfo.parent_path(), paths.below(log.parent_path())})
+	{
+		trust.leaveOut(own);
+	}
+	trust.walk(paths.below(kAgent), {});
+	trust.walk(paths.runScript, {});
+	trust.walk(paths.settings, {});
+	int number = 0;
+	for (const std::string& program : findings.file.programs())
+	{
+		++number;
+		if (program.starts_with('/'))
+		{
+			trust.walk(paths.below(program), {.key = programKey(number)});
+		}
+	}
+	for (const char* key : {key::kStartCommand, key::kStopCommand, key::kKillCommand})
+	{
+		for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
+		{
+			const fs::path file = toolPath(paths, tool);
+			file.empty() ? void() : trust.walk(file, {.key = key});
+		}
+	}
+	if (log.is_absolute())
+	{
+		trust.walk(paths.below(log.parent_path()),
+		           {.key = key::kLogPath,
+		            .severity = Severity::warning,
+		            .effect = "whoever may write there can turn what root logs into another file"});
+	}
+}
+
+} // namespace velarix::ctl::checks
