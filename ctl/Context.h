@@ -7,9 +7,11 @@
 #include <functional>
 #include <istream>
 #include <ostream>
+#include <string_view>
 
 #include "inspect/ExitCode.h"
 #include "inspect/Paths.h"
+#include "inspect/Printable.h"
 
 namespace velarix::ctl
 {
@@ -37,5 +39,12 @@ struct Context
 	/// Where answers come from; null when nobody is there to be asked.
 	std::istream* in = nullptr;
 };
+
+/// Writes a line of the diagnostics: "velarixctl: TEXT". Whatever the text quotes,
+/// a terminal is not made to obey it.
+inline void complain(const Context& context, std::string_view text)
+{
+	context.err << "velarixctl: " << printable(text) << '\n';
+}
 
 } // namespace velarix::ctl

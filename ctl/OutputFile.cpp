@@ -49,6 +49,20 @@ public:
 		demand(::fchmod(m_descriptor, 0666U & ~mask) == 0);
 	}
 
+	/// The draft is made for its owner alone, and stays so without a former file.
+	void takeRightsOfTarget() const
+	{
+		struct stat former
+		{
+		};
+		if (::stat(m_target.c_str(), &former) == 0)
+		{
+			// The owner first: changing it clears bits of the mode.
+			demand(::fchown(m_descriptor, former.st_uid, former.st_gid) == 0);
+			demand(::fchmod(m_descriptor, former.st_mode & 07777U) == 0);
+		}
+	}
+
 	void write(std::string_view text)
 	{
 		while (!text.empty())
@@ -89,6 +103,14 @@ void replaceFile(const std::filesystem::path& path, const std::string& text)
 {
 	Draft draft(path);
 	draft.openToReaders();
+	draft.write(text);
+	draft.becomeTarget();
+}
+
+void replaceOwnFile(const std::filesystem::path& path, const std::string& text)
+{
+	Draft draft(path);
+	draft.takeRightsOfTarget();
 	draft.write(text);
 	draft.becomeTarget();
 }

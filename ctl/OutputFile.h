@@ -13,4 +13,8 @@ namespace velarix::ctl
 ///         the former file is as it was then
 void replaceFile(const std::filesystem::path& path, const std::string& text);
 
+/// The same for a file that concerns its owner alone: a new one has the mode 0600, one
+/// that is there keeps its mode and owner.
+void replaceOwnFile(const std::filesystem::path& path, const std::string& text);
+
 } // namespace velarix::ctl

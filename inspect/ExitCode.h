@@ -23,6 +23,8 @@ enum class ExitCode : int
 	noInput = 66,
 	/// Refused, since the pair is not in a state for it.
 	refused = 69,
+	/// Something in this program or the system went wrong that nothing here foresees.
+	internal = 70,
 	/// An output file cannot be written.
 	cannotWrite = 73,
 	/// The time allowed has passed.

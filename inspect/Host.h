@@ -48,6 +48,9 @@ std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesy
 /// @return the effective user id
 uid_t user();
 
+/// @return the host's name; empty when the kernel does not tell
+std::string name();
+
 /// Tries to open the raw socket that a ping needs.
 /// @return nothing when it may be opened, else the system's reason
 std::optional<std::string> whyNoPing();
@@ -81,7 +84,8 @@ struct Address
 /// @return the IPv4 addresses of this machine
 std::vector<Address> addresses();
 
-/// Sends `count` echo requests, a tenth of a second of patience each.
+/// Sends up to `count` echo requests, a tenth of a second of patience each.
+/// @param address dotted IPv4; no name is resolved
 /// @return whether one was answered; nothing when this user may not ask
 std::optional<bool> answersPing(const std::string& address, int count);
 

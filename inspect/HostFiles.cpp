@@ -1,6 +1,8 @@
 #include "inspect/Host.h"
 
+#include <array>
 #include <cerrno>
+#include <climits>
 
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -55,6 +57,12 @@ std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesy
 uid_t user()
 {
 	return ::geteuid();
+}
+
+std::string name()
+{
+	std::array<char, HOST_NAME_MAX + 1> text{};
+	return ::gethostname(text.data(), text.size() - 1) == 0 ? text.data() : std::string();
 }
 
 } // namespace velarix::inspect::host

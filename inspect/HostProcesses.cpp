@@ -72,6 +72,43 @@ std::optional<long long> startTicks(pid_t pid)
 	return numberIn<long long>(field);
 }
 
+/// @return where a link of /proc leads; empty when it may not be read
+std::string linkText(const fs::path& link)
+{
+	std::error_code error;
+	const fs::path target = fs::read_symlink(link, error);
+	return error ? std::string() : target.string();
+}
+
+/// Takes one line of the status file.
+void takeStatus(Process& process, const std::string& line)
+{
+	const std::string_view value = behindTab(line);
+	if (line.starts_with("State:") && !value.empty())
+	{
+		process.state = value.front();
+	}
+	else if (line.starts_with("Uid:"))
+	{
+		// Real, effective, saved, of the file system.
+		const std::string_view effective = behindTab(value);
+		process.user = numberIn<uid_t>(effective.substr(0, effective.find('\t'))).value_or(process.user);
+	}
+	else if (line.starts_with("PPid:"))
+	{
+		process.parent = numberIn<pid_t>(value).value_or(-1);
+	}
+	else if (line.starts_with("NSpid:"))
+	{
+		process.inContainer = value.find('\t') != std::string_view::npos;
+		process.pidInside = numberIn<pid_t>(line.substr(line.rfind('\t') + 1)).value_or(-1);
+	}
+	else if (line.starts_with("Threads:"))
+	{
+		process.threads = numberIn<int>(value).value_or(0);
+	}
+}
+
 } // namespace
 
 std::optional<Process> process(pid_t pid)
@@ -85,27 +122,17 @@ std::optional<Process> process(pid_t pid)
 	}
 	result.name = behindTab(result.statusLine);
 	result.statusLine.resize(std::min(result.statusLine.size(), kStatusLineKept));
-	for (std::string line; std::getline(file, line);)
+	for (std::string line; std::getline(file, line) && !line.starts_with("SigQ:");)
 	{
-		if (line.starts_with("State:") && !behindTab(line).empty())
-		{
-			result.state = behindTab(line).front();
-		}
-		else if (line.starts_with("PPid:"))
-		{
-			result.parent = numberIn<pid_t>(behindTab(line)).value_or(-1);
-		}
-		else if (line.starts_with("NSpid:"))
-		{
-			result.pidInside = numberIn<pid_t>(line.substr(line.rfind('\t') + 1)).value_or(-1);
-		}
-		else if (line.starts_with("Threads:"))
-		{
-			result.threads = numberIn<int>(behindTab(line)).value_or(0);
-			break;
-		}
+		takeStatus(result, line);
 	}
+	result.executable = linkText(directoryOf(pid) / "exe");
 	return result;
+}
+
+std::string standardOutput(pid_t pid)
+{
+	return linkText(directoryOf(pid) / "fd/1");
 }
 
 std::optional<std::vector<pid_t>> processIds()

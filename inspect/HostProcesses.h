@@ -23,11 +23,22 @@ struct Process
 	/// R, S, D, T (stopped), Z (ended, not yet awaited by its parent) ...
 	char state = '?';
 	int threads = 0;
-	/// 0: outside of what this process sees.
+	/// Effective user.
+	uid_t user = 0;
+	/// It lives in a PID namespace below this one (a container's).
+	bool inContainer = false;
+	/// Its program's file, with " (deleted)" behind one that was replaced; empty
+	/// when this user may not ask.
+	std::string executable = {};
+	/// Its parent. 0: outside of what this process sees.
 	pid_t parent = -1;
 	/// In the innermost process namespace that it is in.
 	pid_t pidInside = -1;
 };
+
+/// @return whether it is an agent of this node: root's, and of the agent's own
+///         file. Any user can give a process of his the agent's name
+bool isAgent(const Process& process);
 
 /// @return the ids of all processes, ascending; nothing when /proc cannot be listed
 std::optional<std::vector<pid_t>> processIds();
@@ -44,5 +55,9 @@ bool isThere(pid_t pid);
 
 /// @return when it was started, to about a second; nothing when it is gone
 std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid);
+
+/// @return where its standard output goes, as /proc names it ("pipe:[4711]",
+///         "/dev/pts/0"); empty when it is closed or this user may not ask
+std::string standardOutput(pid_t pid);
 
 } // namespace velarix::inspect::host

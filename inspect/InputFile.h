@@ -1,15 +1,20 @@
-/// Reading a whole file with an error that names the reason.
+/// Reading a small file whole, with an error that names the reason.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 
 namespace velarix::inspect
 {
 
+/// No file of the agent but its log comes near it.
+inline constexpr std::size_t kLargestInput = 1024UL * 1024UL;
+
+/// Regular files alone: a pipe would be waited for, and a device never ends.
 /// @return the file's bytes
-/// @throws Failure noInput when it is missing, a directory or unreadable,
-///         noPermission when only the rights are lacking
+/// @throws Failure noInput when it is missing, unreadable, no regular file or
+///         larger than kLargestInput, noPermission when only the rights are lacking
 std::string readInputFile(const std::filesystem::path& path);
 
 } // namespace velarix::inspect

@@ -50,8 +50,10 @@ private:
 class PackedBytes : public ByteSource
 {
 public:
-	PackedBytes(const std::filesystem::path& path, const FileId& id)
-	    : m_packed(path.string()), m_plain(m_packed, Poco::InflatingStreamBuf::STREAM_GZIP), m_id(id)
+	/// Reads the file that is open, whatever has its name meanwhile.
+	PackedBytes(const Descriptor& file, const FileId& id)
+	    : m_packed("/proc/self/fd/" + std::to_string(file.get())),
+	      m_plain(m_packed, Poco::InflatingStreamBuf::STREAM_GZIP), m_id(id)
 	{
 	}
 
@@ -131,7 +133,7 @@ std::unique_ptr<ByteSource> openBytes(const std::filesystem::path& path)
 	}
 	try
 	{
-		return std::make_unique<PackedBytes>(path, idOf(found));
+		return std::make_unique<PackedBytes>(file, idOf(found));
 	}
 	catch (const Poco::Exception&)
 	{

@@ -82,7 +82,7 @@ public:
 	{
 		for (;;)
 		{
-			const std::size_t end = m_text.rfind('\n');
+			const std::size_t end = lineFeed();
 			if (end == std::string::npos && m_offset > 0)
 			{
 				fill();
@@ -97,6 +97,7 @@ public:
 			cutToLongest(line);
 			m_done = end == std::string::npos;
 			m_text.resize(m_done ? 0 : end);
+			m_unsearched = m_text.size();
 			// What is behind the last line feed is no line yet, or nothing.
 			const bool noLine = std::exchange(m_behindEnd, false) && (m_first || line.text.empty());
 			if (!noLine)
@@ -115,8 +116,17 @@ private:
 	bool m_behindEnd = true;
 	bool m_done = false;
 	std::string m_text;
+	/// The front of the text, in which no line feed was looked for yet.
+	std::size_t m_unsearched = 0;
 	std::uint64_t m_cut = 0;
 	int m_error = 0;
+
+	std::size_t lineFeed()
+	{
+		const void* const found = ::memrchr(m_text.data(), '\n', std::exchange(m_unsearched, 0));
+		return found == nullptr ? std::string::npos
+		                        : static_cast<std::size_t>(static_cast<const char*>(found) - m_text.data());
+	}
 
 	/// A line is kept as far as it is read forwards.
 	static void cutToLongest(RawLine& line)
@@ -132,6 +142,12 @@ private:
 	/// beginning counts.
 	void fill()
 	{
+		if (m_cut > kLongestLine)
+		{
+			m_error = EFBIG;
+			m_offset = 0;
+			return;
+		}
 		const auto size = static_cast<std::size_t>(std::min<off_t>(m_offset, kBlock));
 		m_offset -= static_cast<off_t>(size);
 		std::string block(size, '\0');
@@ -148,6 +164,7 @@ private:
 			m_text.resize(kLongestText);
 		}
 		m_text.insert(0, block);
+		m_unsearched = size;
 	}
 };
 
@@ -279,26 +296,6 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 			}
 		}
 	}
-}
-
-std::vector<LogLine> lastLines(const std::filesystem::path& path, std::size_t count, Instant near,
-                               std::vector<LogTrouble>& trouble)
-{
-	std::vector<LogLine> lines;
-	if (count == 0)
-	{
-		return lines;
-	}
-	readBackwards(
-	    path, near,
-	    [&](const LogLine& line)
-	    {
-		    lines.push_back(line);
-		    return lines.size() < count;
-	    },
-	    trouble);
-	std::reverse(lines.begin(), lines.end());
-	return lines;
 }
 
 } // namespace velarix::inspect

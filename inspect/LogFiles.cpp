@@ -94,7 +94,9 @@ std::vector<LogFile> logFiles(const std::filesystem::path& path, std::vector<Log
 	for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
 	{
 		const std::string name = entry->path().filename().string();
-		if (!name.starts_with(prefix))
+		// The library makes no links; one that is there leads to something else.
+		std::error_code ignored;
+		if (!name.starts_with(prefix) || entry->is_symlink(ignored))
 		{
 			continue;
 		}

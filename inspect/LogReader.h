@@ -21,6 +21,9 @@ namespace velarix::inspect
 
 /// Bytes of one message that are kept.
 inline constexpr std::size_t kLongestText = 64UL * 1024UL;
+/// Bytes in which a line that is read backwards must begin: no agent writes such
+/// lines, and a file of garbage would hold up every look at the node.
+inline constexpr std::uint64_t kLongestLine = 64UL * 1024UL * 1024UL;
 
 /// One file of the log.
 struct LogFile
@@ -74,15 +77,12 @@ private:
 };
 
 /// Reads a log backwards, newest message first, until `take` returns false. Only
-/// the part that is asked for is read; archives follow the file.
+/// the part that is asked for is read; archives follow the file. A line without an
+/// end in kLongestLine bytes ends the reading of its file with EFBIG.
 /// @param near    about when the newest message was written (now, mostly); tells
 ///                apart the two hours when the clocks are set back
 /// @param trouble gets what could not be read
 void readBackwards(const std::filesystem::path& path, Instant near, const std::function<bool(const LogLine&)>& take,
                    std::vector<LogTrouble>& trouble);
-
-/// The last `count` messages, oldest of them first.
-std::vector<LogLine> lastLines(const std::filesystem::path& path, std::size_t count, Instant near,
-                               std::vector<LogTrouble>& trouble);
 
 } // namespace velarix::inspect

@@ -9,6 +9,7 @@ namespace velarix::inspect
 
 /// The agent's program, as its process is called.
 inline constexpr std::string_view kAgentName = "VelarixHA";
+inline constexpr std::string_view kAgentFile = "/usr/velarix/bin/VelarixHA";
 
 /// The card that carries the virtual address, and the one of the heartbeats. The
 /// agent knows no others.

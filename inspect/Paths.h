@@ -16,7 +16,10 @@ public:
 	Paths() : Paths("/") {}
 	explicit Paths(const std::filesystem::path& root);
 
-	/// @return an absolute path of that system, as this one reaches it
+	/// @return an absolute path of that system, as this one reaches it. Below a root
+	///         other than "/" links and ".." are followed as that system follows
+	///         them, so that nothing leads out of it
+	/// @throws Failure noInput for a chain of links without an end
 	std::filesystem::path below(const std::filesystem::path& absolute) const;
 
 	/// @return true when the files are not those of the running system

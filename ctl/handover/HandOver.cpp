@@ -4,8 +4,8 @@
 #include <csignal>
 #include <utility>
 
-#include "inspect/HostActions.h"
 #include "inspect/Host.h"
+#include "inspect/HostActions.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
@@ -33,7 +33,7 @@ HandOver::HandOver(HandOverPlan plan, Look look, Tell tell)
 	m_steps = {
 	    {"the programs have ended",
 	     [](const NodeState& state) { return state.programs.known() && !state.programs.told->run; }},
-	    {"this node is slave", [](const NodeState& state) { return state.role.is(Role::slave); }},
+	    {"this node is standby", [](const NodeState& state) { return state.role.is(Role::slave); }},
 	    {"the address is gone from this node",
 	     [](const NodeState& state) { return state.address.known() && !state.address.told->held; }},
 	    {"the partner is master", [](const NodeState& state) { return state.partnerRole.is(Role::master); }},

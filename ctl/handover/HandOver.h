@@ -1,4 +1,4 @@
-/// A planned move of the service to the partner, by the agents' own hand-over.
+/// A planned move of the service to the partner, by the agents' own switchover.
 ///
 /// The programs are ended, nothing else: the agent notices, gives up, drops the
 /// address and asks its partner, which takes over. The configured kill command

@@ -17,8 +17,9 @@ using namespace inspect;
 namespace
 {
 
-/// What may be wrong and leaves a hand-over possible all the same.
-constexpr std::array<std::string_view, 2> kTolerated{"settings-newer", "address-unlisted"};
+/// What may be wrong and leaves a switchover possible all the same.
+constexpr std::array<std::string_view, 4> kTolerated{"settings-newer", "address-unlisted", "agent-console",
+                                                     "log-begun-ahead"};
 
 /// What two passes of the receiver take beyond the partner's interval.
 constexpr std::chrono::seconds kLate{3};
@@ -35,7 +36,7 @@ void refuseByRole(HandOverPlan& plan, const NodeState& state)
 	}
 	else if (state.role.is(Role::slave))
 	{
-		plan.refusals.push_back("this node is slave: run it on the master, the partner " +
+		plan.refusals.push_back("this node is standby: run it on the master, the partner " +
 		                        state.setting(key::kPartnerIP));
 	}
 }

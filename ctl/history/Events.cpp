@@ -62,6 +62,11 @@ std::string_view wordOf(Role role)
 	return wordAt(words, role);
 }
 
+std::string_view textOf(Role role)
+{
+	return role == Role::slave ? "standby" : wordOf(role);
+}
+
 std::string_view wordOf(AddressState state)
 {
 	static constexpr std::array<std::string_view, 5> words{"not known", "dropped", "starting", "waiting", "up"};

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -49,7 +50,7 @@ enum class EventKind
 	askReceived,        ///< the partner's heartbeats ask this node
 	faultFound,         ///< `subject` tells what is wrong
 	faultGone,          ///< duration: since faultFound
-	silenceCounted,     ///< a slave counts silent passes; detail: "1 of 3"
+	silenceCounted,     ///< a standby counts silent passes; detail: "1 of 3"
 	partnerLost,        ///< first silent pass; duration: since its last heartbeat
 	partnerBack,        ///< a heartbeat again; duration: since the last one before
 	partnerChanged,     ///< the partner's heartbeats tell another role
@@ -74,17 +75,17 @@ inline constexpr std::size_t kEventKinds = 30;
 enum class Cause
 {
 	none,
-	agentStart,              ///< every start begins clean and as slave
+	agentStart,              ///< every start begins clean and as standby
 	killed,                  ///< ended without a last word: killed, or its host went down
 	fatalError,              ///< ended with the error in the detail
 	gatewaySilent,           ///< (1) a master cannot ping its gateway
 	serviceAddressSilent,    ///< (2) a master cannot ping the service address
-	serviceCardDown,         ///< (3) a master's service card has no carrier
+	serviceCardDown,         ///< (3) a master's service interface has no carrier
 	programsGone,            ///< a master's programs do not run
 	partnerSilent,           ///< three silences, and the partner's address does not answer
 	partnerAndServiceSilent, ///< neither the partner nor the service answers, the gateway does
 	partnerAsked,            ///< the partner gave up and asked
-	configuredRole,          ///< both were slave: back to the configured role
+	configuredRole,          ///< both were standby: back to the configured role
 	bothMasters,             ///< both were master: back to the configured role
 	takeOver,                ///< part of a take-over
 	giveUp,                  ///< part of giving up the service
@@ -131,6 +132,8 @@ std::string_view wordOf(Cause cause);
 std::string_view wordOf(Fault fault);
 /// @return "master", "slave" or "not known"
 std::string_view wordOf(Role role);
+/// @return the same for people: "standby" for what the log calls slave
+std::string_view textOf(Role role);
 
 enum class AddressState
 {
@@ -153,8 +156,8 @@ template <typename Value> struct Told
 };
 
 /// A fault stays until it was looked at again and found gone, and each is looked
-/// at in some situations only: gateway, service address and service card on a
-/// master, the partner's address and the communication card when the partner is
+/// at in some situations only: gateway, service address and service interface on a
+/// master, the partner's address and the communication interface when the partner is
 /// silent. `told.at` tells when it was looked at last.
 struct FaultState
 {
@@ -162,6 +165,9 @@ struct FaultState
 	Told<std::string> told;  ///< value: the detail
 	std::uint64_t count = 0; ///< how often it was found
 };
+
+/// Enough to see that the service comes and goes.
+inline constexpr std::ptrdiff_t kRoleChangesKept = 16;
 
 /// Everything the messages so far add up to. Empty optionals: not told.
 struct Picture
@@ -191,6 +197,13 @@ struct Picture
 	/// Since when the partner is silent; empty while it is heard.
 	std::optional<Instant> partnerLost;
 	int silences = 0;
+	/// Heartbeats in a row that the partner did not accept.
+	int refusals = 0;
+	/// Starts of the virtual address in a row that failed.
+	int failedStarts = 0;
+	/// The last kRoleChangesKept changes of the role but for those of an agent's
+	/// start, oldest first.
+	std::vector<Instant> roleChanges;
 
 	std::array<FaultState, kFaults> faults;
 	const FaultState& fault(Fault which) const { return faults[static_cast<std::size_t>(which)]; }

@@ -161,6 +161,7 @@ void HistoryMachine::begin()
 	std::swap(fresh, m_picture);
 	carryCountsFrom(fresh);
 	m_picture.lastRoleChange = fresh.lastRoleChange;
+	m_picture.roleChanges = fresh.roleChanges;
 	m_picture.process = m_line->process;
 	m_agent = {};
 	if (first && !fromItsStart)
@@ -295,10 +296,22 @@ void HistoryMachine::emit(const Event& event)
 	if (event.kind == EventKind::roleChanged)
 	{
 		m_picture.lastRoleChange = event;
+		noteChange(event);
 	}
 	if (m_sink)
 	{
 		m_sink(event);
+	}
+}
+
+/// An agent's start ends the master's role, and is no failover of the pair.
+void HistoryMachine::noteChange(const Event& event)
+{
+	std::vector<Instant>& changes = m_picture.roleChanges;
+	if (event.cause != Cause::agentStart)
+	{
+		changes.push_back(event.time);
+		changes.erase(changes.begin(), changes.end() - std::min(std::ssize(changes), kRoleChangesKept));
 	}
 }
 

@@ -159,6 +159,7 @@ private:
 	// Shared
 	Event event(EventKind kind, Cause cause = Cause::none) const;
 	void emit(const Event& event);
+	void noteChange(const Event& event);
 	void emit(EventKind kind, Cause cause = Cause::none, std::string subject = {}, std::string detail = {},
 	          std::optional<Milliseconds> duration = std::nullopt);
 	Milliseconds since(Instant time) const;

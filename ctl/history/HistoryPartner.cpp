@@ -8,7 +8,7 @@ namespace
 
 using namespace std::chrono_literals;
 
-/// A stranger that has been quiet for so long is gone.
+/// A third host that has been quiet for so long is gone.
 constexpr auto kQuiet = 1min;
 
 Role roleOf(const Heartbeat& heartbeat)
@@ -70,6 +70,7 @@ void HistoryMachine::heartbeatSent()
 	const std::size_t begin = m_line->text.find("]:");
 	const std::optional<Heartbeat> heartbeat = parseHeartbeat(
 	    begin == std::string::npos ? std::string_view() : std::string_view(m_line->text).substr(begin + 2));
+	m_picture.refusals = 0;
 	gone(Fault::partnerPort);
 	if (!heartbeat)
 	{
@@ -90,6 +91,7 @@ void HistoryMachine::heartbeatSent()
 
 void HistoryMachine::partnerRefuses()
 {
+	++m_picture.refusals;
 	const std::string text = behind("Sender ");
 	found(Fault::partnerPort, oneLine(text.substr(0, text.rfind('['))));
 }

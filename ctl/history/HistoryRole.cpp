@@ -54,7 +54,7 @@ void HistoryMachine::judgedAsMaster()
 	}
 }
 
-/// A node that goes back to its configured role as slave, and whose programs do
+/// A node that goes back to its configured role as standby, and whose programs do
 /// not run, does not say so: its next judgement does.
 void HistoryMachine::judgedAsSlave()
 {
@@ -238,7 +238,7 @@ void HistoryMachine::askAnswered()
 	endAsk(EventKind::askAnswered);
 }
 
-/// The ask field of a slave's heartbeat is looked at only when this node does not
+/// The ask field of a standby's heartbeat is looked at only when this node does not
 /// ask, or has counted the last heartbeat that it waits for.
 void HistoryMachine::askComparedAmongSlaves()
 {

@@ -171,6 +171,7 @@ void HistoryMachine::addressNotListed()
 	{
 		m_agent.addressBegun = m_now;
 		m_agent.addressTries = 0;
+		m_picture.failedStarts = 0;
 		setAddress(AddressState::starting);
 		emit(EventKind::addressStarting, m_agent.doing);
 	}
@@ -199,6 +200,7 @@ void HistoryMachine::addressError()
 void HistoryMachine::addressFailed()
 {
 	++m_agent.addressTries;
+	m_picture.failedStarts = m_agent.addressTries;
 	setAddress(AddressState::starting);
 	const std::string output = oneLine(behind("can't start virtual ip: "));
 	if (isRound(m_agent.addressTries))
@@ -233,6 +235,7 @@ void HistoryMachine::addressUp(const std::string& how)
 	}
 	m_agent.addressBegun.reset();
 	m_agent.addressTries = 0;
+	m_picture.failedStarts = 0;
 	setAddress(AddressState::up);
 	if (news)
 	{

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <cstdint>
 #include <ctime>
 #include <string>
 #include <utility>
@@ -47,28 +47,53 @@ std::optional<std::chrono::seconds> unitOf(std::string_view word)
 	return unit == units.end() - 1 ? std::nullopt : std::optional(unit->second);
 }
 
-/// "1d12h", "2 weeks"
-std::optional<std::chrono::seconds> spanOf(std::string_view text)
+/// @return a number like "2" or "1.5" that the text begins with, times 1000;
+///         nothing for another text, a larger number or more decimals
+std::optional<std::int64_t> takeThousandths(std::string_view& text)
 {
 	constexpr std::int64_t most = 1'000'000'000;
+	const std::optional<std::int64_t> whole = numberIn<std::int64_t>(takeDigits(text));
+	if (!whole || *whole > most)
+	{
+		return std::nullopt;
+	}
+	if (!text.starts_with('.'))
+	{
+		return *whole * 1000;
+	}
+	text.remove_prefix(1);
+	const std::string_view digits = takeDigits(text);
+	if (digits.empty() || digits.size() > 3)
+	{
+		return std::nullopt;
+	}
+	const std::int64_t fraction = numberIn<std::int64_t>(digits).value_or(0);
+	return *whole * 1000 + (digits.size() == 1 ? fraction * 100 : digits.size() == 2 ? fraction * 10 : fraction);
+}
+
+/// "1d12h", "2 weeks", "5 minutes ago"
+std::optional<std::chrono::milliseconds> spanOf(std::string_view text)
+{
+	if (text.ends_with(" ago"))
+	{
+		text.remove_suffix(sizeof(" ago") - 1);
+	}
 	constexpr std::chrono::hours longest = 24h * 366 * 200;
-	std::chrono::seconds span{0};
+	std::chrono::milliseconds span{0};
 	do
 	{
-		const std::string_view digits = takeDigits(text);
+		const std::optional<std::int64_t> thousandths = takeThousandths(text);
 		skipBlanks(text);
 		const auto end = std::find_if(text.begin(), text.end(), [](char c) { return isDigit(c) || c == ' '; });
 		const std::string_view word = text.substr(0, static_cast<std::size_t>(end - text.begin()));
 		text.remove_prefix(word.size());
 		skipBlanks(text);
 		const std::optional<std::chrono::seconds> unit = unitOf(word);
-		std::int64_t count = 0;
-		if (!unit || std::from_chars(digits.data(), digits.data() + digits.size(), count).ec != std::errc() ||
-		    count > most)
+		if (!unit || !thousandths)
 		{
 			return std::nullopt;
 		}
-		span += *unit * count;
+		span += std::chrono::milliseconds(unit->count() * *thousandths);
 		if (span > longest)
 		{
 			return std::nullopt;
@@ -139,7 +164,7 @@ std::optional<Instant> parseSince(std::string_view text, Instant now)
 	{
 		time = clock.read(wholeDate(text));
 	}
-	else if (const std::optional<std::chrono::seconds> span = spanOf(text))
+	else if (const std::optional<std::chrono::milliseconds> span = spanOf(text))
 	{
 		time = now - *span;
 	}

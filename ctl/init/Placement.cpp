@@ -1,12 +1,17 @@
 #include "ctl/init/Placement.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iomanip>
 #include <sstream>
 #include <system_error>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "ctl/OutputFile.h"
 #include "inspect/ExitCode.h"
+#include "inspect/Printable.h"
 
 namespace velarix::ctl
 {
@@ -17,9 +22,6 @@ namespace
 {
 
 namespace fs = std::filesystem;
-
-constexpr auto kRights =
-    fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read | fs::perms::others_read;
 
 /// A dangling link counts as something that is there.
 bool isThere(const fs::path& path)
@@ -52,18 +54,15 @@ void keepCopy(const fs::path& path, std::chrono::system_clock::time_point now, s
 	{
 		fail("cannot copy " + path.string() + " to " + copy.string(), error);
 	}
-	out << "copy: " << copy.string() << '\n';
-}
-
-void write(const NewFile& file)
-{
-	replaceFile(file.path, file.text);
-	std::error_code error;
-	fs::permissions(file.path, kRights, error);
-	if (error)
+	struct stat former
 	{
-		fail("cannot set the rights of " + file.path.string(), error);
+	};
+	// The mode came with the content; another user's file stays his.
+	if (::stat(path.c_str(), &former) != 0 || ::chown(copy.c_str(), former.st_uid, former.st_gid) != 0)
+	{
+		fail("cannot set the owner of " + copy.string(), std::error_code(errno, std::generic_category()));
 	}
+	out << "copy: " << printable(copy.string()) << '\n';
 }
 
 void demandRoom(const std::vector<NewFile>& files)
@@ -91,15 +90,15 @@ void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::
 		const bool there = isThere(file.path);
 		if (there && file.keepExisting)
 		{
-			out << "kept: " << file.path.string() << '\n';
+			out << "kept: " << printable(file.path.string()) << '\n';
 			continue;
 		}
 		if (there)
 		{
 			keepCopy(file.path, rules.now, out);
 		}
-		write(file);
-		out << "written: " << file.path.string() << '\n';
+		replaceOwnFile(file.path, file.text);
+		out << "written: " << printable(file.path.string()) << '\n';
 	}
 }
 

@@ -26,8 +26,9 @@ struct PlacementRules
 	std::chrono::system_clock::time_point now;
 };
 
-/// Writes the files, readable by all and writable by the owner alone. When one of
-/// them is there and must not be replaced, nothing is written at all.
+/// Writes the files, for their owner alone; one that is replaced keeps its mode and
+/// owner. When one of them is there and must not be replaced, nothing is written at
+/// all.
 /// @param out gets a line for each file: "written: PATH", "kept: PATH", "copy: PATH"
 /// @throws Failure cannotWrite or noPermission
 void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out);

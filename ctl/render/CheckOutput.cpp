@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ctl/render/StatusJson.h"
 #include "inspect/Printable.h"
 
 namespace velarix::ctl
@@ -54,7 +55,7 @@ void printReport(std::ostream& out, const CheckReport& report, bool colour)
 	}
 	for (const NotChecked& gap : report.notChecked)
 	{
-		out << "not checked: " << gap.what << " (" << gap.why << ")\n";
+		out << "not checked: " << printable(gap.what) << " (" << printable(gap.why) << ")\n";
 	}
 	out << counted(report.count(Severity::error), "error") << ", "
 	    << counted(report.count(Severity::warning), "warning") << '\n';
@@ -83,8 +84,7 @@ void printReportJson(std::ostream& out, const CheckReport& report)
 	                 {"not_checked", gaps},
 	                 {"errors", report.count(Severity::error)},
 	                 {"warnings", report.count(Severity::warning)}};
-	// A value of the file that is no UTF-8 must not cost the report.
-	out << whole.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+	out << jsonText(whole, 2) << '\n';
 }
 
 } // namespace velarix::ctl

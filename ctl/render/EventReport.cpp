@@ -22,17 +22,17 @@ std::string reasonOf(Cause cause)
 {
 	static constexpr std::array<std::string_view, 16> reasons{
 	    "",
-	    "every agent starts as slave, without address and programs",
+	    "every agent starts as standby, without address and programs",
 	    "no last word: it was killed, or its host went down",
 	    "it ended itself",
 	    "the gateway does not answer pings",
 	    "the service address does not answer pings",
-	    "the service card (eth0) has no carrier",
+	    "the service interface (eth0) has no carrier",
 	    "the managed programs do not run",
-	    "the partner is silent for the third time, and its address does not answer pings",
+	    "the partner sent no heartbeat for the third time, and its address does not answer pings",
 	    "neither the partner nor the service address answers pings, the gateway does",
 	    "the partner gave up the service and asked",
-	    "both nodes were slave: back to the configured role",
+	    "both nodes were standby: back to the configured role",
 	    "both nodes were master: back to the configured role",
 	    "this node takes the service",
 	    "this node gives up the service",
@@ -52,9 +52,10 @@ std::string faultText(const std::string& subject, bool there)
 	    {{Fault::gateway, "the gateway does not answer pings", "the gateway answers again"},
 	     {Fault::partnerAddress, "the partner's address does not answer pings", "the partner's address answers again"},
 	     {Fault::serviceAddress, "the service address does not answer pings", "the service address answers again"},
-	     {Fault::serviceCard, "the service card (eth0) has no carrier", "the service card (eth0) has carrier again"},
-	     {Fault::communicationCard, "the communication card (eth1) has no carrier",
-	      "the communication card (eth1) has carrier again"},
+	     {Fault::serviceCard, "the service interface (eth0) has no carrier",
+	      "the service interface (eth0) has carrier again"},
+	     {Fault::communicationCard, "the communication interface (eth1) has no carrier",
+	      "the communication interface (eth1) has carrier again"},
 	     {Fault::programs, "the managed programs do not run on the master", "no longer without its programs"},
 	     {Fault::heartbeats, "the partner's host answers pings, but no heartbeats come", "heartbeats come again"},
 	     {Fault::partnerPort, "the partner does not take this node's heartbeats", "the partner takes them again"},
@@ -73,7 +74,7 @@ std::string joined(const std::string& first, const std::string& between, const s
 
 std::string roles(const Event& event)
 {
-	return std::string(wordOf(event.from)) + " -> " + std::string(wordOf(event.to));
+	return std::string(textOf(event.from)) + " -> " + std::string(textOf(event.to));
 }
 
 std::string pid(const Event& event)
@@ -101,7 +102,7 @@ std::string askText(EventKind kind)
 	case EventKind::askAnswered:
 		return "the partner has taken the service";
 	case EventKind::askUnanswered:
-		return "the partner stayed slave; this node no longer asks";
+		return "the partner stayed standby; this node no longer asks";
 	default:
 		return "the partner asks this node to take the service";
 	}

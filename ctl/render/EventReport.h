@@ -10,7 +10,7 @@
 namespace velarix::ctl
 {
 
-/// What happened, in words: "slave -> master: the partner gave up and asked".
+/// What happened, in words: "standby -> master: the partner gave up and asked".
 std::string describe(const Event& event);
 
 /// One line with aligned columns: local time, the event's word, how long it took

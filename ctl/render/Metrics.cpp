@@ -62,6 +62,11 @@ void addAgent(Exposition& out, const NodeState& state)
 	}
 	out.single("log_last_message_timestamp_seconds", "When the log's last message was written.",
 	           epoch(state.picture().lastMessage));
+	if (state.logSpace.known())
+	{
+		out.single("log_free_bytes", "Free space on the disk of the log.",
+		           std::optional(static_cast<double>(*state.logSpace.told)));
+	}
 	out.single("log_trusted", "Whether the log tells how the node is now.", std::optional(state.distrust.empty()));
 }
 
@@ -117,7 +122,7 @@ void addKernel(Exposition& out, const NodeState& state)
 		out.single("virtual_ip_held", "Whether the virtual address is on this node.",
 		           std::optional(state.address.told->held));
 	}
-	out.gauge("card_carrier", "Whether a card has carrier; left out for one that is not there or down.");
+	out.gauge("card_carrier", "Whether an interface has carrier; left out for one that is not there or down.");
 	for (const auto& [name, use, card] : {std::tuple(kServiceCard, "service", &state.serviceCard),
 	                                      std::tuple(kCommunicationCard, "communication", &state.communicationCard)})
 	{
@@ -145,7 +150,7 @@ void addFaults(Exposition& out, const NodeState& state)
 
 void addJudgement(Exposition& out, const Judgement& judgement)
 {
-	out.single("fail_over_ready", "Whether a fail-over would work now.", judgement.failOverWorks);
+	out.single("fail_over_ready", "Whether a failover would work now.", judgement.failOverWorks);
 	out.gauge("problem", "What velarixctl status finds wrong now; 1 for each.");
 	// Two samples with the same labels make the whole text unreadable.
 	std::set<std::string_view> told;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 
@@ -52,7 +53,7 @@ std::string harmless(std::string text)
 {
 	std::ranges::replace(text, '|', '/');
 	std::ranges::replace(text, '\n', ' ');
-	return text;
+	return printable(text);
 }
 
 using Remark = std::pair<NagiosStatus, std::string>;
@@ -82,10 +83,13 @@ std::vector<Remark> remarks(const NodeState& state, const Judgement& judgement, 
 
 std::string fineText(const NodeState& state, const Judgement& judgement)
 {
-	const std::string partner = state.partnerRole.known() ? std::string(wordOf(*state.partnerRole.told))
-	                                                      : "silent for " + spanText(*state.age(state.heartbeat));
-	return std::string(wordOf(*state.role.told)) + ", partner " + state.setting(key::kPartnerIP) + " " + partner +
-	       (judgement.failOverWorks == true ? ", a fail-over would work" : ", a fail-over would not work");
+	// A partner that has missed heartbeats within the limits is not yet a problem, and
+	// whether it could take the service is not said.
+	const std::string partner = state.partnerRole.known()
+	                                ? std::string(textOf(*state.partnerRole.told))
+	                                : "last heard " + spanText(*state.age(state.heartbeat)) + " ago";
+	return std::string(textOf(*state.role.told)) + ", partner " + state.setting(key::kPartnerIP) + " " + partner +
+	       (judgement.failOverWorks == true ? ", a failover would work" : "");
 }
 
 std::string performance(const NodeState& state, const NagiosLimits& limits)
@@ -132,7 +136,7 @@ NagiosLine nagiosLine(const NodeState& state, const Judgement& judgement, const 
 	line.text = std::string("VELARIX ") + kWords[static_cast<std::size_t>(line.status)] + " - ";
 	if (all.empty())
 	{
-		line.text += fineText(state, judgement);
+		line.text += harmless(fineText(state, judgement));
 	}
 	for (const Remark& remark : all)
 	{

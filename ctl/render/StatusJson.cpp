@@ -17,6 +17,9 @@ namespace
 
 using Json = nlohmann::ordered_json;
 
+/// Raised when a member goes or gets another meaning, not for a new one.
+constexpr int kSchemaVersion = 1;
+
 Json secondsOrNull(const std::optional<Milliseconds>& span)
 {
 	return span ? Json(inSeconds(*span)) : Json();
@@ -133,7 +136,8 @@ Json logJson(const NodeState& state)
 {
 	Json json{{"path", state.log.empty() ? Json() : Json(state.log.string())},
 	          {"age_seconds", secondsOrNull(state.age(state.picture().lastMessage))},
-	          {"trusted", state.distrust.empty()}};
+	          {"trusted", state.distrust.empty()},
+	          {"free_bytes", state.logSpace.known() ? Json(*state.logSpace.told) : Json()}};
 	if (!state.distrust.empty())
 	{
 		json["why"] = state.distrust;
@@ -157,7 +161,7 @@ Json problemsJson(const Judgement& judgement)
 void removeTimes(Json& json)
 {
 	for (const char* name : {"time", "age_seconds", "since", "searched_to", "why", "text", "reasons",
-	                         "heartbeat_received_age_seconds", "heartbeat_sent_age_seconds"})
+	                         "heartbeat_received_age_seconds", "heartbeat_sent_age_seconds", "free_bytes"})
 	{
 		if (json.is_object())
 		{
@@ -177,7 +181,9 @@ void removeTimes(Json& json)
 
 Json statusJson(const NodeState& state, const Judgement& judgement)
 {
-	Json json{{"time", isoText(state.now)}};
+	Json json{{"schema_version", kSchemaVersion}, {"time", isoText(state.now)}};
+	json["host"] = state.elsewhere ? Json() : Json(state.host);
+	json["node"] = state.settings ? Json(state.setting(key::kThisServerIP)) : Json();
 	json["role"] = roleJson(state, state.role);
 	json["own_network_ok"] = figureJson(state, state.networkOk);
 	json["asks"] = figureJson(state, state.asking);
@@ -198,7 +204,8 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 
 std::string jsonText(const Json& json, int indent)
 {
-	return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+	// In ASCII, since some terminals obey control characters beyond it, too.
+	return json.dump(indent, ' ', true, Json::error_handler_t::replace);
 }
 
 Json withoutTimes(Json status)

@@ -18,7 +18,7 @@ namespace velarix::ctl
 nlohmann::ordered_json statusJson(const NodeState& state, const Judgement& judgement);
 
 /// @param indent blanks a level; negative: one line
-/// @return the text; bytes of the settings that are no UTF-8 become U+FFFD
+/// @return the text in ASCII; bytes of the settings that are no UTF-8 become U+FFFD
 std::string jsonText(const nlohmann::ordered_json& json, int indent = -1);
 
 /// What of a state is compared to see a change: everything but times.

@@ -5,6 +5,7 @@
 
 #include "ctl/render/EventReport.h"
 #include "ctl/status/KernelState.h"
+#include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 
@@ -31,9 +32,11 @@ class Rows
 public:
 	explicit Rows(bool colour) : m_colour(colour) {}
 
+	/// Names of processes and values of settings may hold anything, and a terminal
+	/// obeys it.
 	void add(const std::string& label, const std::string& text, Tone tone = Tone::plain)
 	{
-		m_text += label + std::string(kLabelWidth - label.size(), ' ') + painted(text, tone) + '\n';
+		m_text += label + std::string(kLabelWidth - label.size(), ' ') + painted(printable(text), tone) + '\n';
 	}
 
 	std::string text() && { return std::move(m_text); }
@@ -119,12 +122,19 @@ void addAgent(Rows& rows, const NodeState& state)
 	}
 }
 
+void addNode(Rows& rows, const NodeState& state)
+{
+	const std::string address = state.setting(key::kThisServerIP);
+	const std::string host = state.elsewhere ? "another root" : state.host;
+	rows.add("node", address.empty() ? host : host + ", " + address);
+}
+
 void addRole(Rows& rows, const NodeState& state)
 {
 	const std::string since =
 	    state.role.known() && state.role.since ? ", for " + spanText(*state.age(state.role.since)) : std::string();
 	const std::string text = words<Role>(
-	    state, state.role, [&](Role role) { return std::string(wordOf(role)) + since; }, false);
+	    state, state.role, [&](Role role) { return std::string(textOf(role)) + since; }, false);
 	rows.add("role", text, state.role.known() ? Tone::good : Tone::doubtful);
 	rows.add("own network", words<bool>(state, state.networkOk,
 	                                    [](bool fine) { return std::string(fine ? "judged OK" : "judged NOT OK"); }));
@@ -137,7 +147,7 @@ void addRole(Rows& rows, const NodeState& state)
 
 std::string partnerWords(const Heartbeat& heartbeat)
 {
-	return std::string(heartbeat.master ? "master" : "slave") +
+	return std::string(textOf(heartbeat.master ? Role::master : Role::slave)) +
 	       (heartbeat.running ? ", its programs run" : ", its programs do not run") +
 	       (heartbeat.asking ? ", ASKS for a take-over" : "");
 }
@@ -186,8 +196,8 @@ void addKernel(Rows& rows, const NodeState& state)
 	rows.add("programs", words<Programs>(state, state.programs, programWords));
 	rows.add("address", words<HeldAddress>(state, state.address,
 	                                       [&](const HeldAddress& address) { return addressWords(state, address); }));
-	rows.add("cards", std::string(kServiceCard) + " (service) " + carrierWords(state, state.serviceCard) + ", " +
-	                      kCommunicationCard + " (communication) " + carrierWords(state, state.communicationCard));
+	rows.add("interfaces", std::string(kServiceCard) + " (service) " + carrierWords(state, state.serviceCard) + ", " +
+	                           kCommunicationCard + " (communication) " + carrierWords(state, state.communicationCard));
 	rows.add("gateway",
 	         named(state, key::kGatewayIP) +
 	             words<bool>(state, state.gatewayAnswers,
@@ -223,11 +233,11 @@ void addJudgement(Rows& rows, const Judgement& judgement)
 {
 	if (!judgement.failOverWorks)
 	{
-		rows.add("fail-over", "not known whether it would work", Tone::doubtful);
+		rows.add("failover", "not known whether it would work", Tone::doubtful);
 	}
 	else
 	{
-		rows.add("fail-over", *judgement.failOverWorks ? "would work now" : "would NOT work now",
+		rows.add("failover", *judgement.failOverWorks ? "would work now" : "would NOT work now",
 		         *judgement.failOverWorks ? Tone::good : Tone::bad);
 	}
 	for (const Problem& problem : judgement.problems)
@@ -242,6 +252,7 @@ void addJudgement(Rows& rows, const Judgement& judgement)
 std::string statusText(const NodeState& state, const Judgement& judgement, bool colour)
 {
 	Rows rows(colour);
+	addNode(rows, state);
 	addRole(rows, state);
 	addAgent(rows, state);
 	addPartner(rows, state);

@@ -34,6 +34,18 @@ pid_t pidIn(std::string text)
 	return std::max(numberIn<pid_t>(text).value_or(0), 0);
 }
 
+/// @return what somebody has to read for the agent to go on; empty when nobody has
+std::string consoleOf(pid_t pid)
+{
+	const std::string output = host::standardOutput(pid);
+	if (output.starts_with("pipe:"))
+	{
+		return "a pipe";
+	}
+	const bool terminal = output.starts_with("/dev/pts/") || output.starts_with("/dev/tty") || output == "/dev/console";
+	return terminal ? "the terminal " + output : std::string();
+}
+
 Agent judge(pid_t pid)
 {
 	const std::string number = std::to_string(pid);
@@ -45,15 +57,17 @@ Agent judge(pid_t pid)
 		                            "process " + number + " of the pid file is hidden from this user", pid)
 		           : withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
 	}
-	if (process->name != kAgentName)
-	{
-		return withoutProcess(AgentState::otherProgram,
-		                      "process " + number + " of the pid file is another program now (" + process->name + ")",
-		                      pid);
-	}
 	if (process->state == 'Z' || process->state == 'X')
 	{
 		return withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
+	}
+	if (!host::isAgent(*process))
+	{
+		// The name alone would not tell a user's process from the agent.
+		const std::string whose = process->name == kAgentName ? ", not the agent of root" : "";
+		return withoutProcess(
+		    AgentState::otherProgram,
+		    "process " + number + " of the pid file is another program now (" + process->name + whose + ")", pid);
 	}
 	const bool frozen = process->state == 'T' || process->state == 't';
 	Agent agent =
@@ -61,6 +75,7 @@ Agent judge(pid_t pid)
 	                   frozen ? "process " + number + " is stopped and does nothing until it is continued" : "", pid);
 	agent.threads = process->threads;
 	agent.since = host::startOf(pid);
+	agent.console = consoleOf(pid);
 	return agent;
 }
 
@@ -88,7 +103,7 @@ pid_t strangerBeside(const Agent& agent)
 {
 	for (const host::Process& process : host::processes().value_or(std::vector<host::Process>{}))
 	{
-		if (process.name == kAgentName && process.state != 'Z' && !(agent.lives() && process.pid == agent.pid))
+		if (host::isAgent(process) && process.state != 'Z' && !(agent.lives() && process.pid == agent.pid))
 		{
 			return process.pid;
 		}

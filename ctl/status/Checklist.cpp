@@ -1,5 +1,7 @@
 #include "ctl/status/Checklist.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "ctl/status/KernelState.h"
@@ -16,6 +18,15 @@ namespace
 
 constexpr bool kBlocks = true;
 constexpr bool kHarmless = false;
+
+/// Free space below which the log's disk is nearly full: about a day of an idle
+/// node's log; and below which it is as good as full.
+constexpr std::uintmax_t kMegabyte = 1000UL * 1000UL;
+constexpr std::uintmax_t kLittleSpace = 120 * kMegabyte;
+constexpr std::uintmax_t kNoSpace = 1 * kMegabyte;
+/// A partner that is just between two passes refuses once or twice.
+constexpr int kRefusals = 3;
+constexpr int kFailedStarts = 2;
 
 } // namespace
 
@@ -46,6 +57,12 @@ void Checklist::agent()
 		add("agent-not-known", Grade::unknown, kHarmless, agent.text);
 		break;
 	}
+	if (!agent.console.empty())
+	{
+		add("agent-console", Grade::warning, kHarmless,
+		    "the agent echoes its log to " + agent.console +
+		        ": when nobody reads it, receiver and sender stop; start it with its output in /dev/null");
+	}
 	if (agent.stranger > 0)
 	{
 		add("agent-stranger", Grade::warning, kHarmless,
@@ -64,6 +81,12 @@ void Checklist::sources()
 	else if (watched && m_state.starting)
 	{
 		add("agent-starting", Grade::warning, kBlocks, "the agent was started just now and has not told its role");
+	}
+	else if (watched && m_state.otherZone)
+	{
+		add("log-time-zone", Grade::unknown, kHarmless,
+		    m_state.distrust +
+		        "; run velarixctl with the agent's time zone (TZ), or start the agent with the system's");
 	}
 	else if (watched && m_state.logStale)
 	{
@@ -84,6 +107,47 @@ void Checklist::sources()
 	}
 }
 
+void Checklist::log()
+{
+	if (m_state.logBegunAhead)
+	{
+		add("log-begun-ahead", Grade::warning, kHarmless,
+		    "the log was begun while the clock was ahead, at " + localText(*m_state.logBegunAhead) +
+		        ": it is not rotated until a day after that; move it aside and restart the agent");
+	}
+	if (m_state.logSpace.known() && *m_state.logSpace.told < kLittleSpace)
+	{
+		const bool full = *m_state.logSpace.told < kNoSpace;
+		add("log-disk", full ? Grade::critical : Grade::warning, full,
+		    "the disk of the log has " + std::to_string(*m_state.logSpace.told / kMegabyte) +
+		        " MB left: when it is full, the agent's workers end");
+	}
+}
+
+/// The pair does not come to rest, whatever each single moment looks like.
+void Checklist::flapping()
+{
+	const std::vector<Instant>& changes = m_state.picture().roleChanges;
+	const auto recent = std::ranges::count_if(changes, [this](Instant time) { return time > m_state.now - kFlapping; });
+	if (recent >= kFlappingChanges)
+	{
+		add("flapping", Grade::critical, kHarmless,
+		    "the service comes and goes: the role changed " + std::to_string(recent) + " times in five minutes");
+	}
+}
+
+/// The receiver does nothing else then, so that the log soon no longer tells the role.
+void Checklist::start()
+{
+	if (m_state.agent.lives() && m_state.picture().takeOver && m_state.picture().failedStarts >= kFailedStarts)
+	{
+		add("start-fails", Grade::critical, kBlocks,
+		    "the virtual address cannot be raised: its start has failed " +
+		        std::to_string(m_state.picture().failedStarts) +
+		        " times in a row; velarixctl events shows what the command printed");
+	}
+}
+
 void Checklist::workers()
 {
 	const Picture& picture = m_state.picture();
@@ -101,48 +165,48 @@ void Checklist::workers()
 	}
 }
 
-void Checklist::cards()
+void Checklist::interfaces()
 {
 	if (!m_state.communicationCard.is(true))
 	{
 		add("communication-card", Grade::warning, kBlocks,
-		    std::string("the communication card ") + kCommunicationCard + " has no carrier");
+		    std::string("the communication interface ") + kCommunicationCard + " has no carrier");
 	}
 	if (!m_state.serviceCard.is(true))
 	{
-		// A master without it gives up by itself: a fail-over at work.
+		// A master without it gives up by itself: a failover at work.
 		add("service-card", m_state.role.is(Role::master) ? Grade::critical : Grade::warning,
-		    m_state.role.is(Role::slave), std::string("the service card ") + kServiceCard + " has no carrier");
+		    m_state.role.is(Role::slave), std::string("the service interface ") + kServiceCard + " has no carrier");
 	}
 	if (m_state.gatewayAnswers.is(false))
 	{
-		add("gateway", Grade::warning, m_state.role.is(Role::slave),
+		add("gateway", m_state.role.is(Role::master) ? Grade::critical : Grade::warning, m_state.role.is(Role::slave),
 		    "the gateway " + m_state.setting(key::kGatewayIP) + " does not answer: " +
 		        (m_state.role.is(Role::slave) ? "this node would not keep the service"
 		                                      : "this node gives up the service"));
 	}
 }
 
-void Checklist::silentPartner()
+void Checklist::unheardPartner()
 {
 	const Picture& picture = m_state.picture();
 	const std::string since = m_state.heartbeat.at ? "no heartbeat for " + spanText(*m_state.age(m_state.heartbeat))
 	                                               : "no heartbeat in the part of the log that was read";
 	if (m_state.role.is(Role::master))
 	{
-		add(kPartnerSilent, Grade::warning, kBlocks, "the partner is silent: " + since);
+		add(kPartnerSilent, Grade::warning, kBlocks, "the partner does not answer: " + since);
 	}
 	else if (picture.fault(Fault::heartbeats).there)
 	{
 		add("partner-mute", Grade::critical, kBlocks,
-		    "the partner's host answers pings but its agent is silent (" + since +
+		    "the partner's host answers pings but its agent sends no heartbeats (" + since +
 		        "): this node does not take over while it answers");
 	}
 	else
 	{
 		add(kPartnerSilent, Grade::warning, kHarmless,
-		    "the partner is silent: " + since + "; this node has counted " + std::to_string(picture.silences) +
-		        " of 3 silences");
+		    "the partner does not answer: " + since + "; this node has counted " + std::to_string(picture.silences) +
+		        " of 3 missed heartbeats");
 	}
 }
 
@@ -150,7 +214,7 @@ void Checklist::partner()
 {
 	if (!m_state.partnerRole.known())
 	{
-		silentPartner();
+		unheardPartner();
 		return;
 	}
 	if (m_state.role.is(Role::master) && m_state.partnerRole.is(Role::master))
@@ -159,7 +223,7 @@ void Checklist::partner()
 	}
 	else if (m_state.role.is(Role::slave) && m_state.partnerRole.is(Role::slave))
 	{
-		add("no-master", Grade::critical, kBlocks, "both nodes are slave: nobody serves");
+		add("no-master", Grade::critical, kBlocks, "both nodes are standby: nobody serves");
 	}
 	if (m_state.partnerAsks.is(true))
 	{
@@ -169,7 +233,7 @@ void Checklist::partner()
 	{
 		add("asks", Grade::warning, kBlocks, "this node asks its partner: it has given up the service");
 	}
-	if (m_state.picture().fault(Fault::partnerPort).there)
+	if (m_state.picture().fault(Fault::partnerPort).there && m_state.picture().refusals >= kRefusals)
 	{
 		add("partner-refuses", Grade::warning, kBlocks,
 		    "the partner does not accept this node's heartbeats: its receiver does not work, or a firewall is "
@@ -201,12 +265,12 @@ void Checklist::master()
 	}
 }
 
-void Checklist::slave()
+void Checklist::standby()
 {
 	if (m_state.address.known() && m_state.address.told->held)
 	{
 		add("address-on-slave", Grade::critical, kHarmless,
-		    "this node is slave, but the virtual address " + m_state.setting(key::kVirtualIP) + " is on it");
+		    "this node is standby, but the virtual address " + m_state.setting(key::kVirtualIP) + " is on it");
 	}
 	programs();
 }
@@ -227,7 +291,7 @@ void Checklist::programs()
 	if (m_state.programs.told->run && !m_state.programs.told->each.empty())
 	{
 		add("programs-on-slave", Grade::warning, kHarmless,
-		    "this node is slave, but its programs run: a take-over would kill them first");
+		    "this node is standby, but its programs run: a take-over would kill them first");
 	}
 }
 

@@ -19,13 +19,17 @@ public:
 	void agent();
 	/// Settings and log: whether anything can be told.
 	void sources();
+	/// The log's own soundness, and what it told whether it is fresh or not.
+	void log();
+	void flapping();
+	void start();
 
 	/// The others need a known role.
 	void workers();
-	void cards();
+	void interfaces();
 	void partner();
 	void master();
-	void slave();
+	void standby();
 
 	std::vector<Problem> problems() && { return std::move(m_problems); }
 
@@ -34,7 +38,7 @@ private:
 	std::vector<Problem> m_problems;
 
 	void add(std::string_view id, Grade grade, bool blocks, std::string text);
-	void silentPartner();
+	void unheardPartner();
 	void programs();
 };
 

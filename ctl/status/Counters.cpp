@@ -29,6 +29,8 @@ constexpr auto kSettled = 1s;
 constexpr std::size_t kBefore = 1000;
 /// Up to this gap the log is read from its end, beyond it from its beginning.
 constexpr auto kShortGap = 1h;
+/// What is read from the end is held in memory, and no more than this of it.
+constexpr std::size_t kGapBytes = 16UL * 1024UL * 1024UL;
 
 constexpr std::string_view kUntil = "velarix_counted_until_timestamp_seconds";
 constexpr std::string_view kEvents = "velarix_events_total";
@@ -152,21 +154,29 @@ private:
 	}
 };
 
-void readShortGap(Count& count, const LogWish& log, Instant from)
+/// @return false when the messages would not fit into kGapBytes; nothing is counted then
+bool readShortGap(Count& count, const LogWish& log, Instant from)
 {
 	std::vector<LogLine> newestFirst;
 	std::vector<LogTrouble> ignored;
 	std::size_t before = 0;
+	std::size_t bytes = 0;
 	readBackwards(
 	    log.path, log.now,
 	    [&](const LogLine& line)
 	    {
 		    newestFirst.push_back(line);
+		    bytes += sizeof line + line.text.size();
 		    before += line.time && *line.time <= from ? 1U : 0U;
-		    return before < kBefore;
+		    return before < kBefore && bytes < kGapBytes;
 	    },
 	    ignored);
+	if (bytes >= kGapBytes)
+	{
+		return false;
+	}
 	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { count.feed(line); });
+	return true;
 }
 
 void readLongGap(Count& count, const LogWish& log, Instant from)
@@ -211,7 +221,10 @@ void countOn(Counters& counters, const LogWish& log)
 		return;
 	}
 	Count count(counters, *from, to, log.commands);
-	to - *from < kShortGap ? readShortGap(count, log, *from) : readLongGap(count, log, *from);
+	if (to - *from >= kShortGap || !readShortGap(count, log, *from))
+	{
+		readLongGap(count, log, *from);
+	}
 }
 
 void writeCounters(Exposition& out, const Counters& counters)

@@ -40,12 +40,15 @@ Judgement judge(const NodeState& state)
 	Checklist list(state);
 	list.agent();
 	list.sources();
+	list.log();
+	list.flapping();
+	list.start();
 	if (state.role.known())
 	{
 		list.workers();
-		list.cards();
+		list.interfaces();
 		list.partner();
-		state.role.is(Role::master) ? list.master() : list.slave();
+		state.role.is(Role::master) ? list.master() : list.standby();
 	}
 	Judgement judgement;
 	judgement.problems = std::move(list).problems();

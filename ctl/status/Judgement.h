@@ -1,8 +1,8 @@
-/// What is wrong with the node, and whether a fail-over would work now.
+/// What is wrong with the node, and whether a failover would work now.
 ///
 /// One list answers all: `status` prints it, `nagios` takes the worst of it, and
-/// a fail-over works when nothing on it stands in its way. On a master the
-/// question is whether its partner could take the service, on a slave whether
+/// a failover works when nothing on it stands in its way. On a master the
+/// question is whether its partner could take the service, on a standby whether
 /// this node could.
 #pragma once
 
@@ -36,7 +36,7 @@ struct Problem
 	/// For programs; does not change.
 	std::string_view id;
 	Grade grade;
-	/// A fail-over would not work with it.
+	/// A failover would not work with it.
 	bool blocks;
 	std::string text;
 };
@@ -47,7 +47,7 @@ struct Judgement
 	/// Empty: it cannot be told.
 	std::optional<bool> failOverWorks;
 
-	/// @return the texts of what stands in a fail-over's way, or of what is not known
+	/// @return the texts of what stands in a failover's way, or of what is not known
 	std::vector<std::string> reasons() const;
 };
 

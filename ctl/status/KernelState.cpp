@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "inspect/HostProcesses.h"
+#include "inspect/HostResources.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
@@ -69,9 +70,9 @@ Figure<bool> carrierOf(const NodeState& state, const char* name)
 	const host::Card card = host::card(name);
 	if (!card.present)
 	{
-		return notKnown<bool>("there is no card " + std::string(name));
+		return notKnown<bool>("there is no interface " + std::string(name));
 	}
-	return card.carrier ? seen(*card.carrier, state.now) : notKnown<bool>("the card is down");
+	return card.carrier ? seen(*card.carrier, state.now) : notKnown<bool>("the interface is down");
 }
 
 Figure<bool> gatewayOf(const NodeState& state)
@@ -80,11 +81,19 @@ Figure<bool> gatewayOf(const NodeState& state)
 	return answers ? seen(*answers, state.now) : notKnown<bool>("this user may not send pings");
 }
 
+Figure<std::uintmax_t> logSpaceOf(const NodeState& state)
+{
+	const std::optional<std::uintmax_t> space =
+	    state.log.empty() ? std::nullopt : host::freeSpace(state.log.parent_path());
+	return space ? seen(*space, state.now) : notKnown<std::uintmax_t>("the log's disk cannot be asked");
+}
+
 void forgetKernel(NodeState& state, const std::string& why)
 {
 	state.programs = notKnown<Programs>(why);
 	state.address = notKnown<HeldAddress>(why);
 	state.gatewayAnswers = notKnown<bool>(why);
+	state.logSpace = notKnown<std::uintmax_t>(why);
 }
 
 } // namespace
@@ -125,6 +134,7 @@ void askKernel(NodeState& state, const Paths& paths)
 	state.programs = programsOf(state, paths);
 	state.address = addressOf(state);
 	state.gatewayAnswers = gatewayOf(state);
+	state.logSpace = logSpaceOf(state);
 }
 
 } // namespace velarix::ctl

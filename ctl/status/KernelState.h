@@ -1,4 +1,4 @@
-/// What the kernel tells of the node: its programs, the virtual address, the cards.
+/// What the kernel tells of the node: its programs, the virtual address, the interfaces.
 #pragma once
 
 #include "ctl/status/NodeState.h"

@@ -3,9 +3,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <deque>
+#include <memory>
+#include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
+#include <Poco/DateTime.h>
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeParser.h>
+
+#include "inspect/LineStream.h"
 #include "inspect/LogReader.h"
 
 namespace velarix::ctl
@@ -20,6 +28,8 @@ namespace
 /// and newer ones.
 constexpr std::size_t kBeforeChange = 500;
 constexpr std::size_t kAfterChange = 500;
+/// Bytes of the library's remark that are read.
+constexpr std::size_t kRemarkLength = 128;
 
 /// @return the role that a message tells which every pass or cycle repeats
 Role repeatedRole(const LogLine& line)
@@ -49,12 +59,15 @@ LogTail readTail(const LogWish& wish, std::optional<Instant> until)
 {
 	std::vector<LogLine> messages;
 	std::vector<LogTrouble> trouble;
+	std::size_t bytes = 0;
 	readBackwards(
 	    wish.path, wish.now,
 	    [&](const LogLine& line)
 	    {
 		    messages.push_back(line);
-		    return messages.size() < kTailMessages || (until && line.time && *line.time > *until);
+		    bytes += sizeof line + line.text.size();
+		    return bytes < kTailBytes &&
+		           (messages.size() < kTailMessages || (until && line.time && *line.time > *until));
 	    },
 	    trouble);
 	LogTail tail;
@@ -68,6 +81,23 @@ LogTail readTail(const LogWish& wish, std::optional<Instant> until)
 		                                     std::generic_category().message(error);
 	}
 	return tail;
+}
+
+std::optional<Instant> begunAt(const std::filesystem::path& log)
+{
+	constexpr std::string_view remark = "# Log file created/rotated ";
+	RawLine line;
+	std::unique_ptr<ByteSource> bytes = openBytes(log);
+	if (bytes == nullptr || !LineStream(std::move(bytes), kRemarkLength).next(line) || !line.text.starts_with(remark))
+	{
+		return std::nullopt;
+	}
+	int zone = 0;
+	Poco::DateTime date;
+	const bool read = Poco::DateTimeParser::tryParse(Poco::DateTimeFormat::RFC1036_FORMAT,
+	                                                 line.text.substr(remark.size()), date, zone);
+	return read ? std::optional<Instant>(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000))
+	            : std::nullopt;
 }
 
 LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)

@@ -13,6 +13,8 @@ namespace velarix::ctl
 
 /// Messages that surely hold everything an agent tells periodically.
 inline constexpr std::size_t kTailMessages = 3000;
+/// Bytes of messages that are kept at most: a log full of long ones costs no more.
+inline constexpr std::size_t kTailBytes = 16UL * 1024UL * 1024UL;
 /// Messages after which the search for the last change of the role gives up:
 /// most of a day, a second or two of reading.
 inline constexpr std::size_t kSearchedMessages = 1'000'000;
@@ -38,6 +40,11 @@ struct LogWish
 
 /// @param until read back at least to there, if that is further than kTailMessages
 LogTail readTail(const LogWish& wish, std::optional<Instant> until = std::nullopt);
+
+/// @return the date in the remark that the library writes as the first line of a
+///         log, from which it counts the day until the next rotation; nothing
+///         without such a line
+std::optional<Instant> begunAt(const std::filesystem::path& log);
 
 struct LastChange
 {

@@ -20,6 +20,11 @@ namespace
 constexpr std::chrono::seconds kStart{15};
 /// A message may be this far in the future: the tenths of two clocks.
 constexpr std::chrono::seconds kFuture{2};
+/// Time zones differ by quarters of an hour, and by no more than this.
+constexpr std::chrono::minutes kZoneStep{15};
+constexpr std::chrono::hours kWidestZones{26};
+/// A log begun that far ahead is begun by a clock that was wrong.
+constexpr std::chrono::minutes kAhead{1};
 
 void readSettings(NodeState& state, const Paths& paths)
 {
@@ -55,8 +60,25 @@ void readLog(NodeState& state, const Paths& paths, std::optional<Instant> until)
 	else
 	{
 		state.log = paths.below(path);
-		state.tail = readTail(state.logWish(), until);
+		state.tail = readTail(state.logWish(), until ? std::min(*until, state.now - kFlapping) : state.now - kFlapping);
+		const std::optional<Instant> begun = begunAt(state.log);
+		state.logBegunAhead = begun && *begun > state.now + kAhead ? begun : std::nullopt;
 	}
+}
+
+/// @return by how many time zones the last line is off the file's own time stamp,
+///         in either direction, when that stamp is as fresh as a sound agent's
+std::optional<Milliseconds> zonesBetween(const NodeState& state)
+{
+	const std::optional<Milliseconds> fileAge = state.age(host::changedAt(state.log));
+	if (!fileAge || *fileAge > state.timing.logPause() || *fileAge < -kFuture)
+	{
+		return std::nullopt;
+	}
+	const Milliseconds off = std::chrono::abs(*state.age(state.picture().lastMessage) - *fileAge);
+	const Milliseconds zones = (off + kZoneStep / 2) / kZoneStep * Milliseconds(kZoneStep);
+	const bool whole = zones > Milliseconds(0) && zones <= kWidestZones && std::chrono::abs(off - zones) <= kFuture;
+	return whole ? std::optional(zones) : std::nullopt;
 }
 
 /// @return why what the log told may not be true now; empty when it may
@@ -81,6 +103,12 @@ std::string doubt(NodeState& state)
 		       std::to_string(state.agent.pid) + ")";
 	}
 	const Milliseconds age = *state.age(picture.lastMessage);
+	if (const std::optional<Milliseconds> zones = zonesBetween(state))
+	{
+		state.otherZone = true;
+		return "the log is written in another time zone: its last line is " + spanText(*zones) +
+		       (age < Milliseconds(0) ? " ahead of" : " behind") + " its file's time";
+	}
 	if (age < -kFuture)
 	{
 		state.logStale = true;
@@ -90,7 +118,7 @@ std::string doubt(NodeState& state)
 	if (age > state.timing.logPause())
 	{
 		state.logStale = true;
-		return "the agent lives, but its log is silent for " + spanText(age) + " (" +
+		return "the agent lives, but nothing was logged for " + spanText(age) + " (" +
 		       spanText(state.timing.logPause()) + " at most are usual)";
 	}
 	return {};
@@ -178,7 +206,7 @@ std::optional<Instant> roleSince(const NodeState& state)
 	const LastChange& change = state.lastChange;
 	if (change.event)
 	{
-		// Every agent starts as slave, so a start may have ended an earlier one.
+		// Every agent starts as standby, so a start may have ended an earlier one.
 		return change.event->to == state.role.told ? std::max(change.event->time, started.value_or(Instant::min()))
 		                                           : std::optional<Instant>();
 	}
@@ -208,6 +236,7 @@ NodeState Observer::look(Instant now)
 	NodeState state;
 	state.now = now;
 	state.elsewhere = m_paths.elsewhere();
+	state.host = state.elsewhere ? std::string() : host::name();
 	state.agent = lookForAgent(m_paths);
 	readSettings(state, m_paths);
 	readLog(state, m_paths, m_lastLook);

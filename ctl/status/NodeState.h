@@ -6,6 +6,7 @@
 /// taken from a file alone.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,11 @@ namespace velarix::ctl
 {
 
 using namespace inspect;
+
+/// Within it, so many changes of the role make a node one whose service comes and
+/// goes; the log is read back as far.
+inline constexpr std::chrono::minutes kFlapping{5};
+inline constexpr int kFlappingChanges = 3;
 
 /// One configured program and the processes whose names contain its name, as the
 /// agent counts them.
@@ -60,6 +66,8 @@ struct NodeState
 	Instant now;
 	/// The files are those of another root: the kernel was not asked.
 	bool elsewhere = false;
+	/// This machine's; empty for the files of another root.
+	std::string host;
 
 	std::optional<SettingsFile> settings;
 	/// Why there are none; empty when they were read.
@@ -80,6 +88,13 @@ struct NodeState
 	bool logStale = false;
 	/// The agent has not had the time to say anything yet.
 	bool starting = false;
+	/// The log is fresh by its file's time, and its lines are off by a time zone.
+	bool otherZone = false;
+	/// The date in the log's first line, from which the library counts the day until
+	/// it rotates; set only when it lies in the future.
+	std::optional<Instant> logBegunAhead;
+	/// Bytes that the agent may still write to its log.
+	Figure<std::uintmax_t> logSpace;
 
 	Figure<Role> role;
 	/// This node's own verdict on its network.

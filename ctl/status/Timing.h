@@ -36,7 +36,7 @@ struct Timing
 	/// Between two heartbeats of a partner with the same settings.
 	std::chrono::milliseconds heartbeatPause() const;
 
-	/// A hand-over from the end of the programs until they run on the partner,
+	/// A switchover from the end of the programs until they run on the partner,
 	/// mostly: the agent notices, asks, the partner counts down twice and waits.
 	std::chrono::milliseconds handOver() const;
 };

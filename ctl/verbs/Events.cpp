@@ -8,10 +8,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "inspect/HostActions.h"
 #include "ctl/history/Since.h"
 #include "ctl/render/EventReport.h"
+#include "ctl/render/StatusJson.h"
 #include "ctl/verbs/Verbs.h"
+#include "inspect/HostActions.h"
 #include "inspect/LogReader.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/SettingsKeys.h"
@@ -85,7 +86,7 @@ Instant readSince(const EventsOptions& options, const Context& context)
 	{
 		throw Failure(ExitCode::usage,
 		              "--since \"" + options.since +
-		                  "\" is no time: give a span (2h, 1d12h), a date (2026-11-21 09:07) or a time "
+		                  "\" is no time: give a span (2h, 1.5h, 5 minutes ago), a date (2026-11-21 09:07) or a time "
 		                  "of today (09:07)");
 	}
 	return *since;
@@ -108,7 +109,7 @@ public:
 		}
 		if (m_json)
 		{
-			m_context.out << eventJson(event).dump() << '\n';
+			m_context.out << jsonText(eventJson(event)) << '\n';
 			return;
 		}
 		if (!std::exchange(m_begun, true))
@@ -123,8 +124,7 @@ public:
 		for (; m_told < trouble.size(); ++m_told)
 		{
 			const LogTrouble& one = trouble[m_told];
-			m_context.err << "velarixctl: cannot read " << one.path.string() << ": "
-			              << std::generic_category().message(one.error) << '\n';
+			complain(m_context, "cannot read " + one.path.string() + ": " + std::generic_category().message(one.error));
 		}
 	}
 

@@ -1,13 +1,16 @@
 #include "ctl/history/Explain.h"
 
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <set>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
+#include "ctl/render/StatusJson.h"
 #include "ctl/verbs/Verbs.h"
+#include "inspect/LogReader.h"
 
 namespace velarix::ctl
 {
@@ -37,7 +40,7 @@ public:
 		if (explanations.empty())
 		{
 			m_known = false;
-			m_context.err << "velarixctl: " << whyUnknown(message) << '\n';
+			complain(m_context, whyUnknown(message));
 		}
 		for (const Explanation& explanation : explanations)
 		{
@@ -60,12 +63,32 @@ private:
 	{
 		if (m_json)
 		{
-			m_context.out << explanationJson(explanation).dump() << '\n';
+			m_context.out << jsonText(explanationJson(explanation)) << '\n';
 			return;
 		}
 		m_context.out << (m_told.size() > 1 ? "\n" : "") << explanationText(explanation, m_context.colour);
 	}
 };
+
+/// Reads a line and keeps no more of it than of a message.
+/// @return false at the end
+bool readLine(std::istream& in, std::string& line)
+{
+	line.resize(kLongestText);
+	in.getline(line.data(), static_cast<std::streamsize>(line.size()));
+	std::streamsize size = in.gcount();
+	if (in.good())
+	{
+		--size; // the line feed is counted
+	}
+	else if (!in.eof() && size > 0)
+	{
+		in.clear();
+		in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+	}
+	line.resize(static_cast<std::size_t>(size));
+	return in.good() || size > 0;
+}
 
 ExitCode runExplain(const ExplainOptions& options, const Context& context)
 {
@@ -73,7 +96,7 @@ ExitCode runExplain(const ExplainOptions& options, const Context& context)
 	if (options.words == std::vector<std::string>{"-"})
 	{
 		MessageSplitter splitter;
-		for (std::string line; std::getline(std::cin, line);)
+		for (std::string line; readLine(std::cin, line);)
 		{
 			explainer.take(splitter.add(line));
 		}

@@ -1,8 +1,10 @@
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <string>
 
 #include <CLI/CLI.hpp>
+#include <sys/stat.h>
 
 #include "ctl/check/Check.h"
 #include "ctl/init/Answers.h"
@@ -87,12 +89,19 @@ bool isSound(const SettingsFile& left, const SettingsFile& right, const Context&
 	return report.count(Severity::error) == 0;
 }
 
+/// Makes a directory and those above it for their owner alone: a node's commands
+/// are nobody else's affair.
 void makeDirectory(const fs::path& directory)
 {
-	std::error_code error;
-	fs::create_directories(directory, error);
-	if (error)
+	std::error_code ignored;
+	if (directory.empty() || fs::is_directory(directory, ignored))
 	{
+		return;
+	}
+	makeDirectory(directory.parent_path());
+	if (::mkdir(directory.c_str(), S_IRWXU) != 0)
+	{
+		const std::error_code error(errno, std::generic_category());
 		throw Failure(error == std::errc::permission_denied ? ExitCode::noPermission : ExitCode::cannotWrite,
 		              "cannot make " + directory.string() + ": " + error.message());
 	}
@@ -116,7 +125,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 	}
 	if (!isSound(texts[0], texts[1], context))
 	{
-		context.err << "nothing was written\n";
+		complain(context, "nothing was written");
 		return ExitCode::settings;
 	}
 	for (const NodeFiles& place : places)

@@ -35,7 +35,7 @@ ExitCode runMetrics(const std::string& textfile, const Context& context)
 	textfile.empty() ? void(context.out << text) : replaceFile(textfile, text);
 	if (!state.settingsProblem.empty())
 	{
-		context.err << "velarixctl: " << state.settingsProblem << '\n';
+		complain(context, state.settingsProblem);
 		return state.settingsCode;
 	}
 	return ExitCode::fine;

@@ -51,7 +51,7 @@ ExitCode runStatus(bool json, const Context& context)
 
 void addStatus(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("status", "how this node and its pair are now, and whether a fail-over works");
+	CLI::App* verb = app.add_subcommand("status", "how this node and its pair are now, and whether a failover works");
 	const auto json = std::make_shared<bool>(false);
 	verb->add_flag("--json", *json, "print it as JSON");
 	verb->callback([json, &context] { context.action = [json, &context] { return runStatus(*json, context); }; });

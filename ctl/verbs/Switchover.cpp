@@ -46,23 +46,23 @@ ExitCode refuse(const HandOverPlan& plan, const Context& context)
 {
 	for (const std::string& refusal : plan.refusals)
 	{
-		context.err << "velarixctl: refused: " << refusal << '\n';
+		complain(context, "refused: " + refusal);
 	}
 	return ExitCode::refused;
 }
 
 void describe(const HandOverPlan& plan, const NodeState& state, const Context& context)
 {
-	context.out << "would hand the service over to " << state.setting(key::kPartnerIP) << ":\n";
+	context.out << "would hand the service over to " << printable(state.setting(key::kPartnerIP)) << ":\n";
 	for (const std::string& command : plan.commands)
 	{
-		context.out << "  run without a network: " << command << '\n';
+		context.out << "  run without a network: " << printable(command) << '\n';
 	}
 	for (const host::Process& process : plan.targets)
 	{
-		context.out << "  which is to end " << process.name << ", process " << process.pid << '\n';
+		context.out << "  which is to end " << printable(process.name) << ", process " << process.pid << '\n';
 	}
-	context.out << "  the agent then misses its programs, drops " << state.setting(key::kVirtualIP)
+	context.out << "  the agent then misses its programs, drops " << printable(state.setting(key::kVirtualIP))
 	            << " and asks its partner\nexpected to take about " << spanText(state.timing.handOver()) << '\n';
 }
 
@@ -72,18 +72,18 @@ ExitCode conclude(HandOver::End end, const HandOver& handOver, const NodeState& 
 	switch (end)
 	{
 	case HandOver::End::moved:
-		context.out << "the service moved to " << partner << " in " << spanText(handOver.duration())
+		context.out << "the service moved to " << printable(partner) << " in " << spanText(handOver.duration())
 		            << "; its address did not answer for " << spanText(handOver.silence()) << '\n';
 		return ExitCode::fine;
 	case HandOver::End::cameBack:
-		context.err << "velarixctl: this node has taken the service back after " << spanText(handOver.duration())
-		            << "; see velarixctl events here and on " << partner << '\n';
+		complain(context, "this node has taken the service back after " + spanText(handOver.duration()) +
+		                      "; see velarixctl events here and on " + partner);
 		return ExitCode::notAsWished;
 	case HandOver::End::timeOut:
 		break;
 	}
-	context.err << "velarixctl: not done after " << spanText(handOver.duration()) << "; " << handOver.missing()
-	            << ". The agents go on; see velarixctl watch\n";
+	complain(context, "not done after " + spanText(handOver.duration()) + "; " + handOver.missing() +
+	                      ". The agents go on; see velarixctl watch");
 	return ExitCode::timeOut;
 }
 
@@ -108,7 +108,7 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 	HandOver handOver(
 	    plan, [&] { return observer.look(context.now()); },
 	    [&](milliseconds since, const std::string& text)
-	    { context.out << std::setw(8) << spanText(since) << "  " << text << std::endl; });
+	    { context.out << std::setw(8) << spanText(since) << "  " << printable(text) << std::endl; });
 	return conclude(handOver.run(allowed(options, before)), handOver, before, context);
 }
 

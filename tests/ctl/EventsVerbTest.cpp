@@ -56,9 +56,9 @@ protected:
 	std::string story() const
 	{
 		return start("08:00:00.0", "4711") + receiver("09:00:00.0", "538", "networkStatus : SLAVE") +
-		       receiver("09:00:00.5", "549", "slave -> master  process run") +
+		       receiver("09:00:00.5", "549", "standby -> master  process run") +
 		       receiver("10:00:00.0", "508", "my comunication IP is not OK (1)") +
-		       receiver("10:00:00.1", "509", "master -> slave  process kill");
+		       receiver("10:00:00.1", "509", "master -> standby  process kill");
 	}
 };
 
@@ -108,9 +108,10 @@ TEST_F(EventsVerb, ATimeThatIsNoneIsAUsageError)
 	const Outcome outcome = runBelow({"events", "--since", "soon"});
 	EXPECT_EQ(outcome.code, 2);
 	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(outcome.err,
-	          "velarixctl: --since \"soon\" is no time: give a span (2h, 1d12h), a date (2026-11-21 09:07) or "
-	          "a time of today (09:07)\n");
+	EXPECT_EQ(
+	    outcome.err,
+	    "velarixctl: --since \"soon\" is no time: give a span (2h, 1.5h, 5 minutes ago), a date (2026-11-21 09:07) or "
+	    "a time of today (09:07)\n");
 	EXPECT_EQ(runBelow({"events", "--nonsense"}).code, 2);
 	EXPECT_EQ(runBelow({"events", "extra"}).code, 2);
 }
@@ -327,7 +328,7 @@ TEST_F(EventsFollow, WhatHappensLaterIsToldWhenItHappens)
 	write(log, start("08:00:00.0", "4711"));
 	follow();
 	EXPECT_EQ(nextEvent(), "agent-started");
-	append(receiver("09:00:00.0", "549", "slave -> master  process run"));
+	append(receiver("09:00:00.0", "549", "standby -> master  process run"));
 	EXPECT_EQ(nextEvent(), "log-gap");
 	EXPECT_EQ(nextEvent(), "role-changed");
 	EXPECT_EQ(nextEvent(), "takeover-began");

@@ -53,6 +53,11 @@ uid_t user()
 	return fakeHost().user;
 }
 
+std::string name()
+{
+	return "node-a";
+}
+
 std::optional<std::string> whyNoPing()
 {
 	return fakeHost().whyNoPing;

@@ -38,6 +38,11 @@ std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid)
 	return found == fakeMachine().starts.end() ? std::nullopt : std::optional(found->second);
 }
 
+std::string standardOutput(pid_t pid)
+{
+	return fakeMachine().outputs[pid];
+}
+
 std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path)
 {
 	const auto found = fakeMachine().changed.find(path.string());

@@ -17,6 +17,8 @@ struct FakeMachine
 	std::map<pid_t, std::chrono::system_clock::time_point> starts;
 	/// Processes that are there, but that /proc does not show to this user.
 	std::set<pid_t> hidden;
+	/// Where the standard output of these processes goes; nobody knows of others.
+	std::map<pid_t, std::string> outputs;
 	/// Told for these paths; no other file has a time.
 	std::map<std::string, std::chrono::system_clock::time_point> changed;
 	/// Addresses that answer pings.

@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "CheckTest.h"
 #include "inspect/RunInfo.h"
@@ -342,8 +343,10 @@ TEST_F(Init, TheFilesAreWritableByTheOwnerAloneWhateverTheMask)
 	const mode_t mask = ::umask(0);
 	run(arguments());
 	::umask(mask);
-	EXPECT_EQ(rightsOf(file("a/config.ini")), 0644U);
-	EXPECT_EQ(rightsOf(file("b/runinfo.txt")), 0644U);
+	EXPECT_EQ(rightsOf(file("a/config.ini")), 0600U);
+	EXPECT_EQ(rightsOf(file("b/runinfo.txt")), 0600U);
+	EXPECT_EQ(rightsOf(output()), 0700U);
+	EXPECT_EQ(rightsOf(file("a")), 0700U);
 }
 
 // ---- questions
@@ -380,4 +383,36 @@ TEST_F(Init, AnInputThatEndsEarlyWritesNothing)
 	EXPECT_EQ(outcome.code, 2);
 	EXPECT_THAT(outcome.err, HasSubstr("the input ended before everything was answered; nothing was written\n"));
 	EXPECT_FALSE(fs::exists(output()));
+}
+
+TEST_F(Init, KeepsModeAndOwnerOfWhatItReplaces)
+{
+	ASSERT_EQ(run(arguments()).code, 0);
+	fs::permissions(file("a/config.ini"), fs::perms(0640));
+	fs::permissions(output(), fs::perms(0755));
+	const bool root = ::geteuid() == 0;
+	if (root)
+	{
+		ASSERT_EQ(::chown(file("a/config.ini").c_str(), 0, 4242), 0);
+	}
+	const Outcome outcome = run(arguments({"--force"}));
+	ASSERT_EQ(outcome.code, 0) << outcome.err;
+	std::vector<fs::path> both{file("a/config.ini")};
+	for (const fs::directory_entry& entry : fs::directory_iterator(file("a")))
+	{
+		if (entry.path().filename().string().starts_with("config.ini."))
+		{
+			both.push_back(entry.path());
+		}
+	}
+	ASSERT_EQ(both.size(), 2U) << "the file and its copy";
+	for (const fs::path& path : both)
+	{
+		EXPECT_EQ(rightsOf(path), 0640U) << path;
+		struct stat status = {};
+		ASSERT_EQ(::stat(path.c_str(), &status), 0);
+		EXPECT_EQ(status.st_gid, root ? 4242U : ::getegid()) << path;
+	}
+	EXPECT_EQ(rightsOf(output()), 0755U) << "a directory that is there stays as it is";
+	EXPECT_EQ(rightsOf(file("b/config.ini")), 0600U);
 }

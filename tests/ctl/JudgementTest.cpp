@@ -1,4 +1,4 @@
-// What is wrong in which state, and whether a fail-over would work then.
+// What is wrong in which state, and whether a failover would work then.
 
 #include <functional>
 
@@ -80,7 +80,7 @@ const std::vector<Row>& rows()
 	     {"communication-card warning blocks"}},
 	    {"NoCommunicationCard",
 	     Side::master,
-	     [](NodeState& state) { state.communicationCard = notKnown<bool>("there is no card eth1"); },
+	     [](NodeState& state) { state.communicationCard = notKnown<bool>("there is no interface eth1"); },
 	     {"communication-card warning blocks"}},
 	    {"NoServiceCarrierOnAMaster",
 	     Side::master,
@@ -93,7 +93,7 @@ const std::vector<Row>& rows()
 	    {"NoGatewayOnAMaster",
 	     Side::master,
 	     [](NodeState& state) { state.gatewayAnswers.told = false; },
-	     {"gateway warning"}},
+	     {"gateway critical"}},
 	    {"NoGatewayOnASlave",
 	     Side::slave,
 	     [](NodeState& state) { state.gatewayAnswers.told = false; },
@@ -132,8 +132,74 @@ const std::vector<Row>& rows()
 	     {"no-master critical blocks", "asks warning blocks"}},
 	    {"PartnerRefuses",
 	     Side::master,
-	     [](NodeState& state) { fault(state, Fault::partnerPort).there = true; },
+	     [](NodeState& state)
+	     {
+		     fault(state, Fault::partnerPort).there = true;
+		     state.tail.picture.refusals = 3;
+	     },
 	     {"partner-refuses warning blocks"}},
+	    {"PartnerRefusedTwice",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     fault(state, Fault::partnerPort).there = true;
+		     state.tail.picture.refusals = 2;
+	     },
+	     {}},
+
+	    {"Flapping",
+	     Side::slave,
+	     [](NodeState& state) {
+		     state.tail.picture.roleChanges = {state.now - 299s, state.now - 150s, state.now - 9s};
+	     },
+	     {"flapping critical"}},
+	    {"MovedThereAndBack",
+	     Side::slave,
+	     [](NodeState& state) {
+		     state.tail.picture.roleChanges = {state.now - 301s, state.now - 150s, state.now - 9s};
+	     },
+	     {}},
+	    {"StartFails",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     state.tail.picture.takeOver = Event{};
+		     state.tail.picture.takeOver->time = state.now - 20s;
+		     state.tail.picture.failedStarts = 2;
+	     },
+	     {"start-fails critical blocks", "taking-over warning blocks"}},
+	    {"StartFailedOnce",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     state.tail.picture.takeOver = Event{};
+		     state.tail.picture.takeOver->time = state.now - 20s;
+		     state.tail.picture.failedStarts = 1;
+	     },
+	     {"taking-over warning blocks"}},
+
+	    {"LogDiskNearlyFull",
+	     Side::slave,
+	     [](NodeState& state) { state.logSpace.told = 119'999'999; },
+	     {"log-disk warning"}},
+	    {"LogDiskFull",
+	     Side::slave,
+	     [](NodeState& state) { state.logSpace.told = 999'999; },
+	     {"log-disk critical blocks"}},
+	    {"LogDiskWithRoom", Side::slave, [](NodeState& state) { state.logSpace.told = 120'000'000; }, {}},
+	    {"LogBegunAhead",
+	     Side::slave,
+	     [](NodeState& state) { state.logBegunAhead = state.now + 24h; },
+	     {"log-begun-ahead warning"}},
+	    {"LogOfAnotherZone",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     state.otherZone = true;
+		     state.role.why = state.distrust = "another time zone";
+	     },
+	     {"log-time-zone unknown"}},
+	    {"Console", Side::master, [](NodeState& state) { state.agent.console = "a pipe"; }, {"agent-console warning"}},
 
 	    {"AddressMissing",
 	     Side::master,

@@ -1,5 +1,7 @@
 // The log from its end: only as much as is asked for, the archives behind.
 
+#include <algorithm>
+#include <cerrno>
 #include <fstream>
 
 #include <Poco/DeflatingStream.h>
@@ -10,8 +12,11 @@
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
+using testing::Property;
 
 namespace
 {
@@ -23,10 +28,24 @@ protected:
 	const fs::path log = below("/log/v.log");
 	std::vector<LogTrouble> trouble;
 
+	/// @return the last messages, oldest of them first
+	std::vector<LogLine> lastLines(std::size_t count, Instant near)
+	{
+		std::vector<LogLine> lines;
+		const auto take = [&](const LogLine& line)
+		{
+			lines.push_back(line);
+			return lines.size() < count;
+		};
+		readBackwards(log, near, take, trouble);
+		std::ranges::reverse(lines);
+		return lines;
+	}
+
 	std::vector<std::string> last(std::size_t count)
 	{
 		std::vector<std::string> texts;
-		for (const LogLine& line : lastLines(log, count, now, trouble))
+		for (const LogLine& line : lastLines(count, now))
 		{
 			texts.push_back(line.hasHead() ? line.place() + " " + line.text : line.text);
 		}
@@ -39,7 +58,6 @@ TEST_F(LogBackwards, TheLastMessagesComeInTheirOrder)
 	write("/log/v.log", "# remark\n" + logLine("08:00:00.0", "A:1", "first") +
 	                        logLine("08:00:01.0", "A:2", "second\nfurther\n\nlines") +
 	                        logLine("08:00:02.0", "A:3", "third"));
-	EXPECT_THAT(last(0), IsEmpty());
 	EXPECT_THAT(last(1), ElementsAre("A:3 third"));
 	EXPECT_THAT(last(2), ElementsAre("A:2 second\nfurther\n\nlines", "A:3 third"));
 	EXPECT_THAT(last(99), ElementsAre("# remark", "A:1 first", "A:2 second\nfurther\n\nlines", "A:3 third"));
@@ -125,12 +143,34 @@ TEST_F(LogBackwards, TheMessageBehindAnUnfinishedOneIsFound)
 	EXPECT_THAT(last(9), ElementsAre("A:1 first\n2026-11-21 08:00:01.0 [47", "CAgent:25 stop"));
 }
 
+// Most of the file is a hole: nothing that is behind kLongestLine bytes is read.
+TEST_F(LogBackwards, ALineWithoutABeginningEndsTheReading)
+{
+	write("/log/v.log", logLine("08:00:00.0", "A:1", "first"));
+	fs::resize_file(log, 3UL * 1024 * 1024 * 1024);
+	std::ofstream(log, std::ios::app) << "\n" << logLine("08:00:02.0", "A:3", "third");
+	const std::vector<LogLine> lines = lastLines(9, now);
+	ASSERT_GE(lines.size(), 1U);
+	EXPECT_EQ(lines.back().place(), "A:3");
+	EXPECT_THAT(lines, Not(Contains(Property(&LogLine::place, "A:1"))));
+	ASSERT_EQ(trouble.size(), 1U);
+	EXPECT_EQ(trouble.front().error, EFBIG);
+}
+
+TEST_F(LogBackwards, ALinkIsNoArchive)
+{
+	write("/log/v.log", logLine("08:00:02.0", "A:2", "written"));
+	write("/elsewhere", logLine("08:00:01.0", "A:1", "secret"));
+	fs::create_symlink("../elsewhere", below("/log/v.log.20261121080001500"));
+	EXPECT_THAT(last(9), ElementsAre("A:2 written"));
+}
+
 TEST_F(LogBackwards, AHugeLineIsCutAndSaysByHowMuch)
 {
 	const std::string huge(5 * kLongestText + 7, 'x');
 	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + logLine("08:00:01.0", "A:2", huge) +
 	                        logLine("08:00:02.0", "A:3", "third"));
-	const std::vector<LogLine> lines = lastLines(log, 9, now, trouble);
+	const std::vector<LogLine> lines = lastLines(9, now);
 	ASSERT_EQ(lines.size(), 3U);
 	EXPECT_EQ(lines.at(1).place(), "A:2");
 	EXPECT_EQ(lines.at(1).text.size() + lines.at(1).cut, huge.size());
@@ -144,7 +184,7 @@ TEST_F(LogBackwards, ALongLineIsCutWhereTheForwardReaderCutsIt)
 		LogReader reader(log);
 		LogLine forward;
 		ASSERT_TRUE(reader.next(forward));
-		const LogLine backward = lastLines(log, 2, now, trouble).at(0);
+		const LogLine backward = lastLines(2, now).at(0);
 		EXPECT_EQ(backward.text.size(), forward.text.size()) << size;
 		EXPECT_EQ(backward.cut, forward.cut) << size;
 		EXPECT_LE(backward.text.size(), kLongestText);
@@ -159,7 +199,7 @@ TEST_F(LogBackwards, AMessageOfManyLinesIsCutAndSaysByHowMuch)
 		many += "further line\n";
 	}
 	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + many + logLine("08:00:02.0", "A:3", "third"));
-	const std::vector<LogLine> lines = lastLines(log, 9, now, trouble);
+	const std::vector<LogLine> lines = lastLines(9, now);
 	ASSERT_EQ(lines.size(), 2U);
 	EXPECT_EQ(lines.at(0).text.size(), kLongestText);
 	EXPECT_EQ(lines.at(0).text.substr(0, 19), "first\nfurther line\n");
@@ -172,7 +212,7 @@ TEST_F(LogBackwards, TheSecondOfTwoHoursIsTakenWhenItIsNearer)
 	write("/log/v.log", "2026-10-25 02:59:59.0 [1:3][A:1] <D> summer\n"
 	                    "2026-10-25 02:00:01.0 [1:3][A:2] <D> winter\n");
 	const Instant midnight = std::chrono::sys_days(std::chrono::year(2026) / 10 / 25);
-	const std::vector<LogLine> lines = lastLines(log, 9, midnight + 1h + 5s, trouble);
+	const std::vector<LogLine> lines = lastLines(9, midnight + 1h + 5s);
 	ASSERT_EQ(lines.size(), 2U);
 	EXPECT_EQ(lines.at(0).time, midnight + 59min + 59s);
 	EXPECT_EQ(lines.at(1).time, midnight + 1h + 1s);

@@ -1,6 +1,7 @@
 // The metrics on standard output and in a file of their own.
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -21,6 +22,20 @@ class Metrics : public StateTest
 protected:
 	fs::path file() const { return root() / "velarix.prom"; }
 	Outcome write() const { return runHere({"metrics", "--textfile", file().string()}); }
+
+	/// @return a figure of this process in kB
+	static long memory(const std::string& name)
+	{
+		std::ifstream file("/proc/self/status");
+		for (std::string word; file >> word;)
+		{
+			if (long value = 0; word == name && file >> value)
+			{
+				return value;
+			}
+		}
+		return 0;
+	}
 
 	/// @return the value of a sample of the file; "none" without it
 	std::string sample(const std::string& name) const
@@ -280,4 +295,27 @@ TEST_F(Metrics, AreListedInTheMonitoringPage)
 		}
 	}
 	EXPECT_GE(families, 25);
+}
+
+// Minutes without a run, in which the log grew by more than is held in memory.
+TEST_F(Metrics, AfterAGapHoldNoMoreThanAPart)
+{
+	soundMaster();
+	ASSERT_EQ(write().code, 0);
+	const std::string filling(2000, 'x');
+	NodeLog log = emptyLog().start(198s).takeService(190s);
+	now += 600s;
+	NodeLog later = emptyLog();
+	constexpr int kMessages = 40'000;
+	for (int count = kMessages; count > 0; --count)
+	{
+		later.line(std::chrono::milliseconds(2000 + count * 10), 1, "ProcessChecker:103", filling);
+	}
+	CtlTest::write(kLog, log.text() + later.masterFor(1800ms, 300ms).text());
+	std::ofstream("/proc/self/clear_refs") << 5;
+	const long before = memory("VmRSS:");
+	ASSERT_EQ(write().code, 0);
+	EXPECT_LT(memory("VmHWM:") - before, 50'000) << "kB; the messages have " << kMessages * 2 << " kB";
+	EXPECT_GE(std::stoi(sample("velarix_log_messages_total{level=\"debug\"}")), kMessages);
+	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "1");
 }

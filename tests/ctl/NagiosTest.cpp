@@ -23,7 +23,7 @@ TEST_F(Nagios, OfASoundMasterIsOk)
 {
 	soundMaster();
 	const Outcome outcome = runHere({"nagios"});
-	EXPECT_EQ(outcome.out, "VELARIX OK - master, partner 192.0.2.2 slave, a fail-over would work"
+	EXPECT_EQ(outcome.out, "VELARIX OK - master, partner 192.0.2.2 standby, a failover would work"
 	                       "|heartbeat_age=0.3s;15;60;0 log_age=0.3s;6;;0 threads=4;;4:;0 processes=1;;;0 "
 	                       "address=1;;;0;1\n");
 	EXPECT_EQ(outcome.err, "");
@@ -34,7 +34,7 @@ TEST_F(Nagios, OfASoundSlaveIsOk)
 {
 	soundSlave();
 	const Outcome outcome = runHere({"nagios"});
-	EXPECT_EQ(outcome.out, "VELARIX OK - slave, partner 192.0.2.1 master, a fail-over would work"
+	EXPECT_EQ(outcome.out, "VELARIX OK - standby, partner 192.0.2.1 master, a failover would work"
 	                       "|heartbeat_age=0.3s;15;60;0 log_age=0.3s;6;;0 threads=4;;4:;0 processes=0;;;0 "
 	                       "address=0;;;0;1\n");
 	EXPECT_EQ(outcome.code, 0);
@@ -44,8 +44,8 @@ TEST_F(Nagios, JudgesASilentPartnerByTheLimitsAlone)
 {
 	partnerSilentFor(14300ms);
 	const Outcome fine = runHere({"nagios"});
-	EXPECT_THAT(fine.out, StartsWith("VELARIX OK - master, partner 192.0.2.2 silent for 14 s, a fail-over would not "
-	                                 "work|heartbeat_age=14.3s;15;60;0 "));
+	EXPECT_THAT(fine.out, StartsWith("VELARIX OK - master, partner 192.0.2.2 last heard 14 s ago"
+	                                 "|heartbeat_age=14.3s;15;60;0 "));
 	EXPECT_EQ(fine.code, 0);
 
 	const Outcome warned = runHere({"nagios", "--warning", "14.3"});
@@ -72,7 +72,7 @@ TEST_F(Nagios, WarnsWhenAFailOverWouldNotWork)
 	soundSlave();
 	fakeHost().cards["eth1"].carrier = false;
 	const Outcome outcome = runHere({"nagios"});
-	EXPECT_THAT(outcome.out, StartsWith("VELARIX WARNING - the communication card eth1 has no carrier|"));
+	EXPECT_THAT(outcome.out, StartsWith("VELARIX WARNING - the communication interface eth1 has no carrier|"));
 	EXPECT_EQ(outcome.code, 1);
 }
 
@@ -93,7 +93,7 @@ TEST_F(Nagios, PutsTheWorstFirst)
 	dropAddress();
 	EXPECT_THAT(runHere({"nagios"}).out,
 	            StartsWith("VELARIX CRITICAL - this node is master, but the virtual address 198.51.100.10 is not on "
-	                       "it; the communication card eth1 has no carrier|"));
+	                       "it; the communication interface eth1 has no carrier|"));
 }
 
 TEST_F(Nagios, WithoutSettingsIsUnknown)

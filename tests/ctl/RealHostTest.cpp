@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,6 +135,70 @@ TEST(RealProcesses, KnowWhenTheyWereStarted)
 	const std::optional<std::chrono::system_clock::time_point> start = host::startOf(sleeper.pid());
 	ASSERT_TRUE(start);
 	EXPECT_LT(std::chrono::abs(*start - before), 3s);
+}
+
+TEST(RealProcesses, OfAnotherUserOrFileAreNoAgent)
+{
+	const Sleeper named("VelarixHA");
+	const std::optional<host::Process> found = host::process(named.pid());
+	ASSERT_TRUE(found);
+	EXPECT_EQ(found->user, ::geteuid());
+	EXPECT_FALSE(found->inContainer);
+	EXPECT_EQ(found->executable, std::filesystem::read_symlink("/proc/self/exe"));
+	EXPECT_FALSE(host::isAgent(*found)) << "its file is this test";
+
+	host::Process agent = *found;
+	agent.user = 0;
+	for (const char* file : {"/usr/velarix/bin/VelarixHA", "/usr/velarix/bin/VelarixHA (deleted)", ""})
+	{
+		agent.executable = file;
+		EXPECT_TRUE(host::isAgent(agent)) << file;
+	}
+	agent.user = 1000;
+	EXPECT_FALSE(host::isAgent(agent));
+	agent.user = 0;
+	agent.inContainer = true;
+	EXPECT_FALSE(host::isAgent(agent));
+	agent.inContainer = false;
+	agent.name = "VelarixHA2";
+	EXPECT_FALSE(host::isAgent(agent));
+}
+
+TEST(RealProcesses, ShowWhoReadsTheirOutput)
+{
+	EXPECT_EQ(host::standardOutput(::getpid()), std::filesystem::read_symlink("/proc/self/fd/1"));
+	EXPECT_EQ(host::standardOutput(0), "");
+}
+
+TEST(RealProcesses, OfAPidNamespaceBelowAreNoneOfThisNode)
+{
+	const pid_t outer = ::fork();
+	if (outer == 0)
+	{
+		if (::unshare(CLONE_NEWPID) != 0)
+		{
+			::_exit(2);
+		}
+		const pid_t inner = ::fork();
+		if (inner == 0)
+		{
+			::prctl(PR_SET_PDEATHSIG, SIGKILL);
+			::pause();
+			::_exit(0);
+		}
+		const std::optional<host::Process> found = host::process(inner);
+		const bool seen = found && found->inContainer;
+		::kill(inner, SIGKILL);
+		::waitpid(inner, nullptr, 0);
+		::_exit(seen ? 0 : 1);
+	}
+	int status = 0;
+	ASSERT_EQ(::waitpid(outer, &status, 0), outer);
+	if (WEXITSTATUS(status) == 2)
+	{
+		GTEST_SKIP() << "no PID namespace can be had";
+	}
+	EXPECT_EQ(status, 0);
 }
 
 TEST(RealSignals, ReachTheProcessOfThatNameAlone)

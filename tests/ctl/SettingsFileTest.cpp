@@ -1,15 +1,22 @@
 // The reader of the settings: the library's values, our lines.
 
+#include <algorithm>
+#include <iterator>
 #include <random>
 #include <regex>
 #include <set>
 #include <sstream>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 #include <Poco/Util/IniFileConfiguration.h>
 
 #include "CtlTest.h"
+#include "inspect/Descriptor.h"
 #include "inspect/ExitCode.h"
 #include "inspect/InputFile.h"
 #include "inspect/RunInfo.h"
@@ -186,15 +193,106 @@ TEST_F(InputFiles, AFileIsReadByteForByte)
 	EXPECT_EQ(readInputFile(write("/empty", "")), "");
 }
 
-TEST_F(InputFiles, TheRunInfoRecordIsRead)
+// A pipe would be waited for and a device read for ever: the test would not end.
+TEST_F(InputFiles, WhatIsNoRegularFileIsRefused)
 {
-	const RunInfo first = readRunInfo(write("/runinfo.txt", kInitialRunInfo));
-	EXPECT_EQ(first.lastRun, "");
-	EXPECT_EQ(first.masterLastRun, "");
-	EXPECT_EQ(first.slaveLastRun, "");
-	const RunInfo later = readRunInfo(write("/runinfo.txt", "[TRACE]\nLAST_RUN_TIME = 20260301120000\n"));
-	EXPECT_EQ(later.lastRun, "20260301120000");
-	EXPECT_EQ(later.masterLastRun, std::nullopt);
+	const std::string pipe = below("/pipe").string();
+	ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+	for (const std::string& path : {pipe, std::string("/dev/zero"), std::string("/dev/null")})
+	{
+		try
+		{
+			readInputFile(path);
+			FAIL() << path;
+		}
+		catch (const Failure& failure)
+		{
+			EXPECT_EQ(failure.code(), ExitCode::noInput);
+			EXPECT_EQ(failure.what(), "cannot read " + path + ": it is not a regular file");
+		}
+	}
+}
+
+TEST_F(InputFiles, ASocketIsRefused)
+{
+	const std::filesystem::path path = below("/socket");
+	const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+	sockaddr_un name{};
+	name.sun_family = AF_UNIX;
+	ASSERT_LT(path.string().size(), sizeof name.sun_path);
+	std::ranges::copy(path.string(), std::begin(name.sun_path));
+	ASSERT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+	EXPECT_THROW(readInputFile(path), Failure);
+}
+
+TEST_F(InputFiles, OneOfMoreThanAMegabyteIsRefused)
+{
+	EXPECT_EQ(readInputFile(write("/file", std::string(kLargestInput, 'x'))).size(), kLargestInput);
+	try
+	{
+		readInputFile(write("/file", std::string(kLargestInput + 1, 'x')));
+		FAIL();
+	}
+	catch (const Failure& failure)
+	{
+		EXPECT_THAT(failure.what(), testing::EndsWith("it is larger than 1 MB"));
+	}
+}
+
+class PathsBelowARoot : public CtlTest
+{
+protected:
+	Paths elsewhere() const { return Paths(root()); }
+
+	void link(const std::string& target, const std::string& absolute) const
+	{
+		std::filesystem::create_directories(below(absolute).parent_path());
+		std::filesystem::create_symlink(target, below(absolute));
+	}
+};
+
+TEST_F(PathsBelowARoot, AreNotLeftByLinksOrDots)
+{
+	write("/data/logs/v.log", "x");
+	link("/data", "/absolute");
+	link("../../../../../../../../data", "/a/b/upwards");
+	link("upwards/logs", "/a/b/chain");
+	link("/etc", "/out");
+	struct Row
+	{
+		const char* asked;
+		const char* got;
+	};
+	for (const Row& row : {Row{"/data/logs/v.log", "/data/logs/v.log"},
+	                       {"/data/../data/./logs/v.log", "/data/logs/v.log"},
+	                       {"/../../../../../../../../etc/passwd", "/etc/passwd"},
+	                       {"/absolute/logs/v.log", "/data/logs/v.log"},
+	                       {"/absolute/../x", "/x"},
+	                       {"/a/b/upwards/logs/v.log", "/data/logs/v.log"},
+	                       {"/a/b/chain/v.log", "/data/logs/v.log"},
+	                       {"/out/passwd", "/etc/passwd"},
+	                       {"/not/there/../here", "/not/here"}})
+	{
+		EXPECT_EQ(elsewhere().below(row.asked), below(row.got)) << row.asked;
+	}
+}
+
+TEST_F(PathsBelowARoot, LeadTheFixedFilesNowhereElse)
+{
+	link("/etc/passwd", "/usr/velarix/pid/VelarixHA.pid");
+	EXPECT_EQ(elsewhere().pid, below("/etc/passwd"));
+}
+
+TEST_F(PathsBelowARoot, EndWithAChainOfLinksThatDoesNot)
+{
+	link("two", "/one");
+	link("one", "/two");
+	EXPECT_THROW(elsewhere().below("/one"), Failure);
+}
+
+TEST_F(PathsBelowARoot, OfTheRunningSystemAreAsTheyAreWritten)
+{
+	EXPECT_EQ(Paths().below("/a/../b"), "/a/../b");
 }
 
 TEST_F(InputFiles, TheInitialRecordIsTheInstalledOne)

@@ -1,5 +1,10 @@
 // What `status` says of sound and of broken nodes, and its exit status.
 
+#include <Poco/DateTime.h>
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeFormatter.h>
+#include <sys/stat.h>
+
 #include "PlainUser.h"
 #include "StateTest.h"
 
@@ -45,7 +50,7 @@ TEST_F(Status, AsJsonIsUtf8WhateverTheSettingsHold)
 	for (const std::vector<std::string>& words :
 	     {std::vector<std::string>{"status", "--json"}, {"watch", "--json", "--count", "1"}})
 	{
-		EXPECT_THAT(runHere(words).out, HasSubstr("\"192.0.2.\uFFFD\"")) << words.front();
+		EXPECT_THAT(runHere(words).out, HasSubstr("\"192.0.2.\\ufffd\"")) << words.front();
 	}
 }
 
@@ -300,7 +305,7 @@ TEST_F(Status, TellsNoRoleOfAPartnerAfterOneSilentPass)
 	writeLog(emptyLog().start(198s).takeService(190s).masterFor(183300ms, 5300ms).masterFor(4300ms, 300ms, ""));
 	const Outcome outcome = runHere({"status"});
 	EXPECT_EQ(row(outcome, "partner"),
-	          "partner      192.0.2.2 not known: no heartbeat for 5.3 s; told last: slave, its "
+	          "partner      192.0.2.2 not known: no heartbeat for 5.3 s; told last: standby, its "
 	          "programs do not run  [5.3 s]");
 	EXPECT_EQ(outcome.code, 0);
 }
@@ -318,7 +323,7 @@ TEST_F(Status, TellsNoRoleOfAPartnerWhenTheReceiverReadsNothing)
 	};
 	// Twice interval and receiving time, and five seconds for a loaded machine.
 	writeReceiverSilentFor(11s);
-	EXPECT_THAT(row(runHere({"status"}), "partner"), StartsWith("partner      192.0.2.2 slave"));
+	EXPECT_THAT(row(runHere({"status"}), "partner"), StartsWith("partner      192.0.2.2 standby"));
 	writeReceiverSilentFor(11100ms);
 	EXPECT_THAT(row(runHere({"status"}), "partner"), StartsWith("partner      192.0.2.2 not known: no heartbeat for"));
 }
@@ -329,8 +334,9 @@ TEST_F(Status, FindsTheLastChangeFarBackInTheLog)
 	fakeMachine().starts[kAgent] = now - 5000s;
 	writeLog(emptyLog().start(4998s).slaveFor(4998s, 4991s).takeService(4990s).masterFor(4983s, 300ms));
 	const Outcome outcome = runHere({"status"});
-	EXPECT_EQ(row(outcome, "last change"), "last change  2026-03-01 10:36:50 slave -> master: both nodes were slave: "
-	                                       "back to the configured role  [1 h 23 min]");
+	EXPECT_EQ(row(outcome, "last change"),
+	          "last change  2026-03-01 10:36:50 standby -> master: both nodes were standby: "
+	          "back to the configured role  [1 h 23 min]");
 	EXPECT_THAT(row(outcome, "role"), StartsWith("role         master, for 1 h 23 min"));
 }
 
@@ -359,6 +365,188 @@ TEST_F(Status, CountsTheRoleFromTheAgentsStartWhenItCameLater)
 	             .start(58s)
 	             .slaveFor(57s, 300ms));
 	const Outcome outcome = runHere({"status"});
-	EXPECT_THAT(row(outcome, "role"), StartsWith("role         slave, for 1 min"));
-	EXPECT_THAT(row(outcome, "last change"), HasSubstr("2026-03-01 11:51:50 master -> slave"));
+	EXPECT_THAT(row(outcome, "role"), StartsWith("role         standby, for 1 min"));
+	EXPECT_THAT(row(outcome, "last change"), HasSubstr("2026-03-01 11:51:50 master -> standby"));
+}
+
+TEST_F(Status, TakesNoUsersProcessForTheAgent)
+{
+	soundMaster();
+	fakeHost().processes.push_back({.pid = 6000, .statusLine = "Name:\tVelarixHA", .name = "VelarixHA", .user = 1000});
+	fakeHost().processes.push_back(
+	    {.pid = 6001, .statusLine = "Name:\tVelarixHA", .name = "VelarixHA", .executable = "/home/eve/VelarixHA"});
+	const Outcome sound = runHere({"status"});
+	EXPECT_THAT(sound.out, Not(HasSubstr("an agent runs as process")));
+	EXPECT_EQ(sound.code, 0);
+
+	write(kPid, "6000");
+	const Outcome named = runHere({"status"});
+	EXPECT_EQ(row(named, "agent"), "agent        DEAD: process 6000 of the pid file is another program now "
+	                               "(VelarixHA, not the agent of root)");
+	EXPECT_EQ(named.code, 1);
+}
+
+TEST_F(Status, NamesAnAgentWhoseOutputSomebodyHasToRead)
+{
+	struct Row
+	{
+		const char* output;
+		const char* told;
+	};
+	for (const Row& each : {Row{"pipe:[4711]", "a pipe"},
+	                        {"/dev/pts/3", "the terminal /dev/pts/3"},
+	                        {"/dev/tty1", "the terminal /dev/tty1"},
+	                        {"/dev/console", "the terminal /dev/console"}})
+	{
+		soundMaster();
+		fakeMachine().outputs[kAgent] = each.output;
+		EXPECT_THAT(runHere({"status"}).out,
+		            HasSubstr(std::string("warning: the agent echoes its log to ") + each.told + ": when nobody"));
+		freshHost();
+	}
+	for (const char* output : {"/dev/null", "/var/log/velarix.out", "socket:[4711]", ""})
+	{
+		soundMaster();
+		fakeMachine().outputs[kAgent] = output;
+		EXPECT_THAT(runHere({"status"}).out, Not(HasSubstr("echoes"))) << output;
+		freshHost();
+	}
+}
+
+TEST_F(Status, NamesALogThatWasBegunWhileTheClockWasAhead)
+{
+	soundMaster();
+	const std::string lines = readFile(below(kLog));
+	const auto remark = [](int year)
+	{
+		return "# Log file created/rotated " +
+		       Poco::DateTimeFormatter::format(Poco::DateTime(year, 3, 1, 11), Poco::DateTimeFormat::RFC1036_FORMAT) +
+		       "\n";
+	};
+	write(kLog, remark(2033) + lines);
+	const Outcome outcome = runHere({"status"});
+	EXPECT_THAT(outcome.out, HasSubstr("warning: the log was begun while the clock was ahead, at 2033-03-01 11:00:00"));
+	EXPECT_EQ(outcome.code, 0);
+	for (const std::string& first : {remark(2026), std::string("# Log file created/rotated some day\n"),
+	                                 std::string("# Log file\n"), std::string()})
+	{
+		write(kLog, first + lines);
+		EXPECT_THAT(runHere({"status"}).out, Not(HasSubstr("was begun"))) << first;
+	}
+}
+
+// Without the refusal this test does not end.
+TEST_F(Status, ReadsNoPipeAndNoDevice)
+{
+	for (const char* file : {kSettings, kPid, kLog})
+	{
+		soundMaster();
+		fs::remove(below(file));
+		ASSERT_EQ(::mkfifo(below(file).c_str(), 0600), 0);
+		EXPECT_EQ(runHere({"status"}).code, 4) << file;
+		fs::remove(below(file));
+		fs::create_symlink("/dev/zero", below(file));
+		EXPECT_EQ(runHere({"status"}).code, 4) << file;
+		fs::remove(below(file));
+		freshHost();
+	}
+}
+
+TEST_F(Status, HasNothingForATerminalToObey)
+{
+	soundMaster();
+	endProcess(kAgent);
+	addProcess(kAgent, "\033[2J\xc2\x9b"
+	                   "2J");
+	writeSettings(1, {{"PARTNER_IP", "\033]0;x\007"},
+	                  {"GATEWAY_IP", "\033[31m"},
+	                  {"VIRTUAL_IP", "\xc2\x9b"
+	                                 "7m"}});
+	for (const std::vector<std::string>& words :
+	     {std::vector<std::string>{"status"}, {"status", "--json"}, {"nagios"}, {"switchover"}, {"metrics"}})
+	{
+		const Outcome outcome = runHere(words);
+		for (const char* escape : {"\033", "\007", "\xc2\x9b"})
+		{
+			EXPECT_THAT(outcome.out + outcome.err, Not(HasSubstr(escape))) << words.back();
+		}
+	}
+	EXPECT_THAT(row(runHere({"status"}), "agent"), HasSubstr("(\\x1b[2J\\xc2\\x9b2J)"));
+}
+
+TEST_F(Status, TellsALogOfAnotherTimeZoneFromASilentOne)
+{
+	soundMaster();
+	// Five and a half hours to the east, as TZ=Asia/Kolkata in the agent's environment.
+	const LocalZone other("IST-5:30");
+	fakeMachine().changed[below(kLog).string()] = now - 300ms;
+	const Outcome outcome = runHere({"status"});
+	EXPECT_THAT(outcome.out, HasSubstr("unknown: the log is written in another time zone: its last line is 5 h 30 min "
+	                                   "behind its file's time"));
+	EXPECT_THAT(outcome.out, Not(HasSubstr("critical")));
+	EXPECT_EQ(outcome.code, 4);
+
+	fakeMachine().changed[below(kLog).string()] = now - 300ms - 5h - 30min;
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("critical: the agent lives, but nothing was logged"));
+}
+
+TEST_F(Status, OfALogWithoutALineFeedEndsSoon)
+{
+	soundMaster();
+	fs::resize_file(below(kLog), 3UL * 1024 * 1024 * 1024);
+	const auto begin = std::chrono::steady_clock::now();
+	EXPECT_EQ(runHere({"status"}).code, 4);
+	EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+}
+
+TEST_F(Status, NamesAServiceThatComesAndGoes)
+{
+	soundMaster();
+	NodeLog log = emptyLog().start(298s);
+	for (const std::chrono::seconds before : {250s, 190s})
+	{
+		log.takeService(before).masterFor(before - 7s, before - 20s).giveUp(before - 21s);
+		log.slaveFor(before - 22s, before - 50s);
+	}
+	writeLog(log.slaveFor(139s, 300ms));
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("critical: the service comes and goes: the role changed 4 times in "
+	                                               "five minutes"));
+	EXPECT_EQ(runHere({"nagios"}).code, 2);
+}
+
+TEST_F(Status, CountsRefusalsInARow)
+{
+	soundMaster();
+	const auto refusing = [this](int times)
+	{
+		NodeLog log = emptyLog().start(198s).takeService(190s).masterFor(183300ms, 10300ms);
+		for (int count = times; count > 0; --count)
+		{
+			log.line(count * 1000ms, 4, "CHeartSender:79", "Sender Connection refused(CODE: 111)[noName]", 'E');
+		}
+		writeLog(log.line(300ms, 1, "ProcessChecker:103", "ProcessRuning[noName][MODE:M]: 1"));
+	};
+	refusing(2);
+	EXPECT_THAT(runHere({"status"}).out, Not(HasSubstr("does not accept")));
+	refusing(3);
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("warning: the partner does not accept this node's heartbeats"));
+}
+
+TEST_F(Status, NamesAStartCommandThatFailsAgainAndAgain)
+{
+	soundMaster();
+	NodeLog log = emptyLog().start(198s).takeService(30s);
+	writeLog(log);
+	std::string text = readFile(below(kLog));
+	// Cut off before the address is there.
+	text.resize(text.find("set virtual ip..."));
+	text.resize(text.rfind('\n') + 1);
+	NodeLog failing = emptyLog();
+	for (const auto before : {10s, 5s})
+	{
+		failing.line(before, 2, "Utill:432", "can't start virtual ip: RTNETLINK answers: File exists", 'E');
+	}
+	write(kLog, text + failing.line(300ms, 1, "ProcessChecker:103", "ProcessRuning[noName][MODE:M]: 0").text());
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("critical: the virtual address cannot be raised: its start has "
+	                                               "failed 2 times in a row"));
 }

@@ -132,7 +132,7 @@ TEST_F(Switchover, NeedsRoot)
 	soundMaster();
 	fakeHost().user = 1000;
 	const Outcome outcome = runHere({"switchover"});
-	EXPECT_EQ(outcome.err, "velarixctl: only root may end the programs\n");
+	EXPECT_EQ(outcome.err, "velarixctl: only root may end the programs\nvelarixctl: run it as root\n");
 	EXPECT_EQ(outcome.code, 77);
 	EXPECT_THAT(fakeMachine().acts, IsEmpty());
 }
@@ -140,7 +140,8 @@ TEST_F(Switchover, NeedsRoot)
 TEST_F(Switchover, IsRefusedOnASlave)
 {
 	soundSlave();
-	EXPECT_EQ(refused().err, "velarixctl: refused: this node is slave: run it on the master, the partner 192.0.2.1\n");
+	EXPECT_EQ(refused().err,
+	          "velarixctl: refused: this node is standby: run it on the master, the partner 192.0.2.1\n");
 	refused({"switchover", "--dry-run"});
 }
 
@@ -172,7 +173,7 @@ TEST_F(Switchover, IsRefusedUnlessThePartnerIsAliveStandbyAndNotAsking)
 		const char* partner;
 		const char* text;
 	};
-	for (const Row& row : {Row{"", "refused: the partner is silent: no heartbeat for 13 s"},
+	for (const Row& row : {Row{"", "refused: the partner does not answer: no heartbeat for 13 s"},
 	                       Row{NodeLog::kMasterBeat, "refused: both nodes are master"},
 	                       Row{"/process/0/2/20260301110000/1/", "refused: the partner asks"}})
 	{

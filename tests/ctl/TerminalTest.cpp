@@ -84,9 +84,9 @@ std::string intoPipe(const std::vector<std::string>& arguments)
 
 TEST(Terminal, GetsColoursUnlessTheyAreNotWanted)
 {
-	EXPECT_THAT(onTerminal({"status"}), StartsWith("role         \033[33mnot known"));
+	EXPECT_THAT(onTerminal({"status"}), HasSubstr("role         \033[33mnot known"));
 	EXPECT_THAT(onTerminal({"status"}, ""), HasSubstr("\033["));
-	EXPECT_THAT(onTerminal({"status"}, "1"), StartsWith("role         not known"));
+	EXPECT_THAT(onTerminal({"status"}, "1"), HasSubstr("role         not known"));
 	EXPECT_THAT(onTerminal({"status"}, "1"), Not(HasSubstr("\033[")));
 }
 

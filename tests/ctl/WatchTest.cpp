@@ -40,9 +40,15 @@ TEST_F(Watch, PrintsFrameAfterFrame)
 	soundMaster();
 	fakeMachine().onPause = [this](auto time) { now += time; };
 	const Outcome outcome = runHere({"watch", "--count", "3", "--interval", "0.5"});
-	EXPECT_THAT(outcome.out, StartsWith("2026-03-01 12:00:00\nrole         master"));
-	EXPECT_THAT(outcome.out, HasSubstr("fail-over    would work now\n\n2026-03-01 12:00:00\nrole         master"));
-	EXPECT_THAT(outcome.out, HasSubstr("fail-over    would work now\n\n2026-03-01 12:00:01\nrole         master"));
+	EXPECT_THAT(outcome.out, StartsWith("2026-03-01 12:00:00\nnode         node-a, 192.0.2.1\nrole         master"));
+	EXPECT_THAT(
+	    outcome.out,
+	    HasSubstr(
+	        "failover     would work now\n\n2026-03-01 12:00:00\nnode         node-a, 192.0.2.1\nrole         master"));
+	EXPECT_THAT(
+	    outcome.out,
+	    HasSubstr(
+	        "failover     would work now\n\n2026-03-01 12:00:01\nnode         node-a, 192.0.2.1\nrole         master"));
 	EXPECT_EQ(count(outcome.out, "role         master"), 3);
 	EXPECT_THAT(outcome.out, Not(HasSubstr("\033")));
 	EXPECT_EQ(outcome.code, 0);
@@ -62,7 +68,9 @@ TEST_F(Watch, RedrawsInPlaceOnATerminal)
 	soundMaster();
 	terminal = true;
 	const Outcome outcome = runHere({"watch", "--count", "2"});
-	EXPECT_THAT(outcome.out, StartsWith("\033[H2026-03-01 12:00:00\033[K\nrole         master"));
+	EXPECT_THAT(
+	    outcome.out,
+	    StartsWith("\033[H2026-03-01 12:00:00\033[K\nnode         node-a, 192.0.2.1\033[K\nrole         master"));
 	EXPECT_EQ(count(outcome.out, "\033[H"), 2);
 	EXPECT_EQ(count(outcome.out, "\033[J"), 2);
 	// Every line has its rest erased.

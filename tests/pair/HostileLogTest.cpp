@@ -41,10 +41,10 @@ TEST_F(HostileLog, APartnerThatIsKeptOutIsMissedByTheStatus)
 	PAIR_OR_RETURN(startReadyPair());
 	Attacker holder(lab(), {"hold-connection", "", HostId::a});
 	holder.awaitHold(false);
-	EXPECT_TRUE(waitForStatus(HostId::a, "that the partner is silent",
-	                          [](const nlohmann::json& status) {
-		                          return status["problems"].dump().find("the partner is silent") != std::string::npos;
-	                          }));
+	EXPECT_TRUE(
+	    waitForStatus(HostId::a, "that the partner does not answer",
+	                  [](const nlohmann::json& status)
+	                  { return status["problems"].dump().find("the partner does not answer") != std::string::npos; }));
 	EXPECT_EQ(lab().owners(), "a");
 	holder.end();
 	EXPECT_TRUE(waitUntilReady());

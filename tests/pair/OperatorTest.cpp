@@ -45,8 +45,8 @@ TEST_F(Operator, SeesASoundPairFromBothNodes)
 
 	const CommandResult text = ctl(HostId::a, {"status"});
 	EXPECT_EQ(text.status, 0);
-	EXPECT_THAT(text.output, StartsWith("role         master"));
-	EXPECT_THAT(text.output, HasSubstr("fail-over    would work now\n"));
+	EXPECT_THAT(text.output, HasSubstr("\nrole         master"));
+	EXPECT_THAT(text.output, HasSubstr("failover     would work now\n"));
 }
 
 TEST_F(Operator, HasFiguresForTheMonitoring)
@@ -55,7 +55,7 @@ TEST_F(Operator, HasFiguresForTheMonitoring)
 
 	const CommandResult line = ctl(HostId::a, {"nagios"});
 	EXPECT_EQ(line.status, 0);
-	EXPECT_THAT(line.output, StartsWith("VELARIX OK - master, partner 198.51.100.12 slave, a fail-over would work|"
+	EXPECT_THAT(line.output, StartsWith("VELARIX OK - master, partner 198.51.100.12 standby, a failover would work|"
 	                                    "heartbeat_age="));
 
 	const CommandResult metrics = ctl(HostId::b, {"metrics"});
@@ -104,7 +104,7 @@ TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 	lab().freezeAgent(HostId::b);
 	const CommandResult frozen = ctl(HostId::b, {"status"});
 	EXPECT_EQ(frozen.status, 4);
-	EXPECT_THAT(frozen.output, StartsWith("role         not known: "));
+	EXPECT_THAT(frozen.output, HasSubstr("\nrole         not known: "));
 	EXPECT_THAT(frozen.output, HasSubstr("agent        FROZEN"));
 	EXPECT_EQ(ctl(HostId::b, {"nagios"}).status, 2);
 	lab().thawAgent(HostId::b);
@@ -114,8 +114,8 @@ TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 	const CommandResult dead = ctl(HostId::b, {"status"});
 	EXPECT_EQ(dead.status, 1);
 	EXPECT_THAT(dead.output, HasSubstr("agent        DEAD"));
-	EXPECT_THAT(dead.output, HasSubstr("fail-over    would NOT work now\n"));
-	EXPECT_TRUE(waitForStatus(HostId::a, "that a fail-over would not work",
+	EXPECT_THAT(dead.output, HasSubstr("failover     would NOT work now\n"));
+	EXPECT_TRUE(waitForStatus(HostId::a, "that a failover would not work",
 	                          [](const nlohmann::json& a)
 	                          {
 		                          return a["fail_over"]["works"] == false && a["role"]["value"] == "master" &&

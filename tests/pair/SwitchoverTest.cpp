@@ -79,12 +79,12 @@ TEST_F(OperatorSwitchover, EndsTheProgramsBySignalWhenTheKillCommandDoesNot)
 TEST_F(OperatorSwitchover, IsRefusedOnTheStandbyAndWithoutAPartner)
 {
 	PAIR_OR_RETURN(startReadyPair());
-	expectRefused(HostId::b, "this node is slave: run it on the master, the partner 198.51.100.11");
+	expectRefused(HostId::b, "this node is standby: run it on the master, the partner 198.51.100.11");
 
 	lab().killAgent(HostId::b);
-	ASSERT_TRUE(waitForStatus(HostId::a, "that the partner is silent",
+	ASSERT_TRUE(waitForStatus(HostId::a, "that the partner does not answer",
 	                          [](const nlohmann::json& a) { return a["partner"]["role"]["value"].is_null(); }));
-	expectRefused(HostId::a, "the partner is silent: ");
+	expectRefused(HostId::a, "the partner does not answer: ");
 	EXPECT_EQ(lab().owners(), "a");
 
 	lab().killAgent(HostId::a);
