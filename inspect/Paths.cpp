@@ -69,4 +69,16 @@ fs::path Paths::below(const fs::path& absolute) const
 	return elsewhere() ? resolvedIn(root, absolute) : root / absolute.relative_path();
 }
 
+fs::path Paths::belowIfAny(const fs::path& absolute) const
+{
+	try
+	{
+		return below(absolute);
+	}
+	catch (const Failure&)
+	{
+		return {};
+	}
+}
+
 } // namespace velarix::inspect

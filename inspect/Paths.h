@@ -21,6 +21,8 @@ public:
 	///         them, so that nothing leads out of it
 	/// @throws Failure noInput for a chain of links without an end
 	std::filesystem::path below(const std::filesystem::path& absolute) const;
+	/// The same for what need not be there; empty for a chain of links without an end.
+	std::filesystem::path belowIfAny(const std::filesystem::path& absolute) const;
 
 	/// @return true when the files are not those of the running system
 	bool elsewhere() const { return root != "/"; }

@@ -93,7 +93,7 @@ class ProgramFile
 public:
 	ProgramFile(Findings& findings, const Paths& paths, std::string key, const std::string& configured)
 	    : m_paths(paths), m_findings(findings), m_key(std::move(key)), m_name(programName(configured)),
-	      m_file(paths.below(configured))
+	      m_file(paths.belowIfAny(configured))
 	{
 	}
 
@@ -169,7 +169,7 @@ private:
 		std::istringstream first(text.substr(2, text.find('\n') - 2));
 		std::string interpreter;
 		first >> interpreter;
-		if (!isExecutable(m_paths.below(interpreter)))
+		if (!isExecutable(m_paths.belowIfAny(interpreter)))
 		{
 			error("missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
 			      "install " + interpreter + ", or correct the first line");
@@ -197,7 +197,7 @@ private:
 		const std::string program = programOf(words);
 		if (execs && program.starts_with('/') && !hasChroot(words) &&
 		    program.find_first_of("$*?[\"'`") == std::string::npos &&
-		    host::fileFacts(m_paths.below(program)).kind == FileKind::missing)
+		    host::fileFacts(m_paths.belowIfAny(program)).kind == FileKind::missing)
 		{
 			error("missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing",
 			      "install the program, or correct the script");

@@ -49,6 +49,10 @@ public:
 	/// Looks at every component of the path, and of what links on it lead to.
 	void walk(const fs::path& path, const Use& use, int links = 0)
 	{
+		if (path.empty())
+		{
+			return; // links without an end: nothing is there
+		}
 		const fs::path rest = path.lexically_relative(m_paths.root);
 		fs::path at = m_paths.root;
 		look(at, use);
@@ -59,7 +63,7 @@ public:
 			const fs::path target = fs::read_symlink(next, error);
 			if (!error && links < kLinks)
 			{
-				fs::path resolved = target.is_absolute() ? m_paths.below(target) : at / target;
+				fs::path resolved = target.is_absolute() ? m_paths.belowIfAny(target) : at / target;
 				for (++part; part != rest.end(); ++part)
 				{
 					resolved /= *part;
@@ -138,7 +142,7 @@ void trust(Findings& findings, const Paths& paths)
 		++number;
 		if (program.starts_with('/'))
 		{
-			trust.walk(paths.below(program), {.key = programKey(number)});
+			trust.walk(paths.belowIfAny(program), {.key = programKey(number)});
 		}
 	}
 	for (const char* key : {key::kStartCommand, key::kStopCommand, key::kKillCommand})

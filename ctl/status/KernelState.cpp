@@ -20,7 +20,7 @@ constexpr int kGatewayPings = 3;
 ///         behind the path (arguments) makes it another file, as for the agent
 std::optional<bool> executable(const Paths& paths, const std::string& program)
 {
-	const host::FileFacts facts = host::fileFacts(paths.below(program));
+	const host::FileFacts facts = host::fileFacts(paths.belowIfAny(program));
 	if (facts.kind == host::FileKind::notKnown)
 	{
 		return std::nullopt;

@@ -88,7 +88,11 @@ std::optional<Instant> begunAt(const std::filesystem::path& log)
 	constexpr std::string_view remark = "# Log file created/rotated ";
 	RawLine line;
 	std::unique_ptr<ByteSource> bytes = openBytes(log);
-	if (bytes == nullptr || !LineStream(std::move(bytes), kRemarkLength).next(line) || !line.text.starts_with(remark))
+	if (bytes == nullptr)
+	{
+		return std::nullopt;
+	}
+	if (!LineStream(std::move(bytes), kRemarkLength).next(line) || !line.text.starts_with(remark))
 	{
 		return std::nullopt;
 	}

@@ -3,13 +3,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "inspect/HostActions.h"
 #include "ctl/render/StatusJson.h"
 #include "ctl/render/StatusText.h"
 #include "ctl/status/Judgement.h"
 #include "ctl/status/NodeState.h"
 #include "ctl/verbs/Seconds.h"
 #include "ctl/verbs/Verbs.h"
+#include "inspect/HostActions.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl

@@ -60,8 +60,8 @@ std::string toTable(const std::vector<PhaseResult>& results)
 		                result.ownersAfter, result.answeredAfter, secondsText(result.outage),
 		                secondsText(result.splitBrain), verdictOf(result)});
 	}
-	return aligned({"", "phase", "expected", "owner before", "owner after", "answers", "outage", "split-brain", "verdict"},
-	               rows);
+	return aligned(
+	    {"", "phase", "expected", "owner before", "owner after", "answers", "outage", "split-brain", "verdict"}, rows);
 }
 
 std::string toJson(const std::vector<PhaseResult>& results)

@@ -223,7 +223,7 @@ TEST(ImpairmentModel, IsToldInWords)
 {
 	Impairment impairment{30, Millis(200), Millis(50), Direction::fromHost, HostId::b};
 	EXPECT_EQ(toText(impairment), "30 % loss, 200 ms delay, 50 ms jitter, from the host, with b only");
-	EXPECT_EQ(toText({12.5}), "12.5 % loss");
+	EXPECT_EQ(toText(Impairment{12.5}), "12.5 % loss");
 }
 
 class BadWire : public testing::Test

@@ -243,7 +243,8 @@ void Election::expectTimelineToAgreeWithLog(HostId node)
 		}
 		if (event.kind == EventKind::address && event.text == nameOf(node))
 		{
-			EXPECT_TRUE(near(event.at, [](const inspect::LogLine& line) { return line.text.starts_with("set virtual ip..."); }))
+			EXPECT_TRUE(
+			    near(event.at, [](const inspect::LogLine& line) { return line.text.starts_with("set virtual ip..."); }))
 			    << toText(event);
 		}
 	}

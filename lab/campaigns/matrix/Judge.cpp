@@ -80,7 +80,7 @@ void outageDifferences(const PhaseRecord& phase, const Outcome& expected, const 
 
 /// In a phase that never rests the longest interval counts.
 void splitBrainDifferences(const PhaseRecord& phase, const Outcome& expected, const CampaignTimes& times,
-                          const Tell& differs)
+                           const Tell& differs)
 {
 	if (!expected.twice)
 	{
