@@ -34,7 +34,7 @@ fs::path toolPath(const Paths& paths, const std::string& tool)
 	}
 	for (const char* directory : kDirectories)
 	{
-		const fs::path file = paths.below(fs::path(directory) / tool);
+		fs::path file = paths.below(fs::path(directory) / tool);
 		if (isExecutable(file))
 		{
 			return file;
@@ -77,7 +77,7 @@ void ofCommand(Findings& findings, const Paths& paths, const std::string& key, c
 		{
 			continue;
 		}
-		const Words text{"missing-tool", key + " calls " + tool + ", which is not there",
+		const Words text{"missing-tool", std::string(key).append(" calls ").append(tool).append(", which is not there"),
 		                 tool == "arping"
 		                     ? "the address is not announced: clients go on sending to the other node for some 45 "
 		                       "seconds after a failover"

@@ -22,7 +22,8 @@ std::string firewallRules(const Answers& answers, NodeName node)
 	std::string rules = kFirewallTemplate;
 	for (const auto& [name, value] : values)
 	{
-		rules = std::regex_replace(rules, std::regex("(define " + name + " = )\\S+"), "$01" + value);
+		rules = std::regex_replace(rules, std::regex(std::string("(define ").append(name).append(" = )\\S+")),
+		                           "$01" + value);
 	}
 	return rules;
 }
