@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <random>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <linux/filter.h>
@@ -61,23 +62,22 @@ std::uint16_t checksumOf(const EchoPacket& packet)
 bool filterAnswers(int socket, const EchoPacket& packet)
 {
 	constexpr auto no = static_cast<std::uint8_t>(4 + 2 * kNonceWords);
-	std::array<sock_filter, 7 + 2 * kNonceWords> code{{
+	std::vector<sock_filter> code{
 	    BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 0),
 	    BPF_STMT(BPF_LD | BPF_B | BPF_IND, offsetof(EchoPacket, type)),
 	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ICMP_ECHOREPLY, 0, no - 1),
 	    BPF_STMT(BPF_LD | BPF_H | BPF_IND, offsetof(EchoPacket, id)),
 	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohs(packet.id), 0, no - 3),
-	}};
+	};
 	for (std::uint32_t word = 0; word < kNonceWords; ++word)
 	{
-		const auto at = static_cast<std::size_t>(5 + 2 * word);
 		const auto offset = static_cast<std::uint32_t>(offsetof(EchoPacket, nonce) + 4 * word);
 		const auto toRefusal = static_cast<std::uint8_t>(no - 5 - 2 * word);
-		code.at(at) = BPF_STMT(BPF_LD | BPF_W | BPF_IND, offset);
-		code.at(at + 1) = BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(packet.nonce.at(word)), 0, toRefusal);
+		code.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_IND, offset));
+		code.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(packet.nonce.at(word)), 0, toRefusal));
 	}
-	code.at(code.size() - 2) = BPF_STMT(BPF_RET | BPF_K, 0xffff);
-	code.at(code.size() - 1) = BPF_STMT(BPF_RET | BPF_K, 0);
+	code.push_back(BPF_STMT(BPF_RET | BPF_K, 0xffff));
+	code.push_back(BPF_STMT(BPF_RET | BPF_K, 0));
 	const sock_fprog program{static_cast<unsigned short>(code.size()), code.data()};
 	return ::setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0;
 }

@@ -92,7 +92,8 @@ std::optional<Instant> begunAt(const std::filesystem::path& log)
 	{
 		return std::nullopt;
 	}
-	if (!LineStream(std::move(bytes), kRemarkLength).next(line) || !line.text.starts_with(remark))
+	LineStream lines(std::move(bytes), kRemarkLength);
+	if (!lines.next(line) || !line.text.starts_with(remark))
 	{
 		return std::nullopt;
 	}
