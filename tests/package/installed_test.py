@@ -23,6 +23,7 @@ drwxr-xr-x root:root /usr/velarix/bin
 -rwxr-xr-x root:root /usr/velarix/bin/VelarixHA
 drwxr-x--- root:root /usr/velarix/bin/ini
 -rw-r--r-- root:root /usr/velarix/bin/ini/config.ini.sample
+-rw-r--r-- root:root /usr/velarix/bin/ini/keeper.ini.sample
 drwxr-xr-x root:root /usr/velarix/bin/log
 -rw-r--r-- root:root /usr/velarix/bin/log/runinfo.txt
 drwxr-x--- root:root /usr/velarix/log
@@ -33,7 +34,8 @@ drwxr-xr-x root:root /usr/velarix/pid
 TOOLS = ["ifconfig", "ps", "grep", "chmod", "killall", "ip", "arping", "cat", "setsid"]
 
 
-PROGRAMS = ["usr/velarix/bin/VelarixHA", "usr/bin/velarixctl", "usr/libexec/velarix-ha/release"]
+PROGRAMS = ["usr/velarix/bin/VelarixHA", "usr/bin/velarixctl", "usr/libexec/velarix-ha/release",
+            "usr/libexec/velarix-ha/keeper"]
 
 
 class ProgramsTest(unittest.TestCase):
