@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <utility>
 
-
 namespace velarix::inspect
 {
 
