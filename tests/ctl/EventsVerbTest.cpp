@@ -136,42 +136,23 @@ TEST_F(EventsVerb, ALogThatIsNamedNeedsNoSettings)
 	expectGolden("events-story.txt", outcome.out);
 }
 
-TEST_F(EventsVerb, WithoutSettingsTheWayOutIsTold)
+TEST_F(EventsVerb, WhatCannotBeReadIsSaid)
 {
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 66);
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(anonymous(outcome.err),
-	          "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: No such file or directory; "
-	          "name the log with --log\n");
-}
-
-TEST_F(EventsVerb, SettingsWithoutALogPathAreToldApart)
-{
+	const auto expectError = [this](int code, const std::string& error)
+	{
+		const Outcome outcome = runBelow({"events"});
+		EXPECT_EQ(outcome.code, code) << error;
+		EXPECT_EQ(outcome.out, "");
+		EXPECT_EQ(anonymous(outcome.err), "velarixctl: " + error + "\n");
+	};
+	expectError(66, "cannot read /usr/velarix/bin/ini/config.ini: No such file or directory; name the log with --log");
 	write(kSettingsPath, "[LOG]\nPURGEAGE = 1 days\n");
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 78);
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: /usr/velarix/bin/ini/config.ini has no LOG.PATH; name the log with "
-	                                  "--log\n");
-}
-
-TEST_F(EventsVerb, AMissingLogIsSaid)
-{
+	expectError(78, "/usr/velarix/bin/ini/config.ini has no LOG.PATH; name the log with --log");
 	write(kSettingsPath, kSettings);
 	write("/var/other", "");
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 66);
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: No such file or directory\n");
-}
-
-TEST_F(EventsVerb, ADirectoryInItsPlaceIsSaid)
-{
-	write(kSettingsPath, kSettings);
+	expectError(66, "cannot read /var/v.log: No such file or directory");
 	fs::create_directories(below(log));
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 66);
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: Is a directory\n");
+	expectError(66, "cannot read /var/v.log: Is a directory");
 }
 
 TEST_F(EventsVerb, AnEmptyLogHasNoEvents)

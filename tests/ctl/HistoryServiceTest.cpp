@@ -12,27 +12,6 @@ using testing::IsEmpty;
 namespace
 {
 
-TEST_F(HistoryTest, AnAskedSlaveRaisesTheAddressTwice)
-{
-	start();
-	pass(false);
-	heartbeat("/process/1/1/20261121090601/0/");
-	events();
-	heartbeat("/process/0/2/20261121090601/1/");
-	receiver(414);
-	ran(kStop);
-	service(680);
-	ran(kStart);
-	service(496, "ping: 10");
-	takeService();
-	EXPECT_THAT(events(),
-	            ElementsAre("partner-changed master->slave", "ask-received",
-	                        "role-changed slave->master (partner-asked) 900ms", "takeover-began (partner-asked)",
-	                        "address-starting (takeover)", "address-up answers 200ms", "address-dropped (takeover)",
-	                        "address-starting (takeover)", "address-up answers 300ms",
-	                        "programs-started (partner-asked) 100ms", "takeover-done (partner-asked) 1200ms"));
-}
-
 TEST_F(HistoryTest, AnAddressThatDoesNotAnswerIsToldOnce)
 {
 	becomeMaster();

@@ -183,6 +183,7 @@ void useUnsetLog()
 void DaemonTest::SetUp()
 {
 	events::clear();
+	events::resetFakes();
 	velarix::storeShared(g_specialAsking, std::int32_t{0});
 	sandbox::cleanDirectories();
 	settings.write();
@@ -193,6 +194,7 @@ void DaemonTest::SetUp()
 
 void DaemonTest::TearDown()
 {
+	events::resetFakes();
 	events::clear();
 	forgetLog();
 }

@@ -9,16 +9,18 @@ namespace
 bool g_result = true;
 std::function<void()> g_thrower;
 
-} // namespace
-
-namespace fakekill
-{
-
 void reset()
 {
 	g_result = true;
 	g_thrower = nullptr;
 }
+
+const bool g_isReset = events::resetForEachTest(reset);
+
+} // namespace
+
+namespace fakekill
+{
 
 void killGives(bool result)
 {

@@ -7,8 +7,6 @@
 namespace fakekill
 {
 
-/// Every kill succeeds again.
-void reset();
 /// Result of each kill of the managed programs from now on.
 void killGives(bool result);
 /// From now on a kill of the managed programs calls `thrower`, which throws.

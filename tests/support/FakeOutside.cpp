@@ -63,17 +63,19 @@ std::FILE* streamOf(const std::string& text)
 	return pFile;
 }
 
-} // namespace
-
-namespace fakeoutside
-{
-
 void reset()
 {
 	const std::lock_guard lock(g_mutex);
 	g_script = Script();
 	g_openPipes = 0;
 }
+
+const bool g_isReset = events::resetForEachTest(reset);
+
+} // namespace
+
+namespace fakeoutside
+{
 
 void commandPrints(const std::string& command, const std::string& output)
 {

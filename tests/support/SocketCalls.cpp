@@ -169,16 +169,18 @@ std::string addressText(const sockaddr* address)
 	return std::string(text) + ":" + std::to_string(ntohs(inet.sin_port));
 }
 
-} // namespace
-
-namespace socketcalls
-{
-
 void reset()
 {
 	const std::lock_guard lock(g_mutex);
 	g_script = Script();
 }
+
+const bool g_isReset = events::resetForEachTest(reset);
+
+} // namespace
+
+namespace socketcalls
+{
 
 void record(const std::string& call)
 {

@@ -24,7 +24,6 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		settings.programs({"/opt/app/one", "/opt/app/two"});
 		apply();
 	}

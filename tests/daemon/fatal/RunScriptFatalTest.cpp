@@ -11,7 +11,6 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
 #include "Reported.h"
 #include "Sandbox.h"
 #include "velarix/paths.h"
@@ -45,7 +44,6 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		::unlink(velarix::kRunScriptPath);
 		g_createFile = nullptr;
 	}

@@ -13,19 +13,10 @@
 #include "Sandbox.h"
 #include "WaitFor.h"
 
-/// Each failure is made for the daemon alone, by what startWith runs before the program.
+/// Each failure is made for the daemon alone, by what runs before the program.
 class FailingEnvironment : public DaemonSandbox
 {
 protected:
-	/// Starts the daemon with a failure and waits for its workers.
-	static void startWith(DaemonProcess& daemon, const std::function<void()>& failure)
-	{
-		ASSERT_EQ(daemon.start(failure), 0);
-		ASSERT_TRUE(waitFor([&] { return daemon.threads() == 4; }, std::chrono::seconds(20),
-		                    "three workers besides the main thread",
-		                    [&] { return std::to_string(daemon.threads()) + " threads\n" + daemon.errors(); }));
-	}
-
 	/// Waits until the log holds each of the events.
 	static void waitForEvents(const DaemonProcess& daemon, const std::vector<std::string>& wanted)
 	{
@@ -50,13 +41,13 @@ protected:
 	{
 		const std::string running = "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1";
 		DaemonProcess first("seeing");
-		startWith(first, seeing);
+		startAndWaitForWorkers(first, seeing);
 		waitForEvents(first, {running});
 		sandbox::shell("rm /usr/velarix/log/velarix.log");
 		settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
 		apply();
 		DaemonProcess second("blind");
-		startWith(second, blind);
+		startAndWaitForWorkers(second, blind);
 		waitForEvents(second, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
 		EXPECT_THAT(eventsOf(readLogFile()), testing::Not(testing::Contains(running)));
 	}

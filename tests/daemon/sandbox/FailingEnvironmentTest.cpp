@@ -170,7 +170,7 @@ private:
 TEST_F(FailingEnvironment, AReadOnlyLogDirectoryIsSaidAndTheDaemonGoesOnWithoutALog)
 {
 	DaemonProcess daemon;
-	startWith(daemon, makeLogDirectoryReadOnly);
+	startAndWaitForWorkers(daemon, makeLogDirectoryReadOnly);
 	EXPECT_THAT(daemon.output(), AllOf(HasSubstr("initLog fail : "), HasSubstr("/usr/velarix/log/velarix.log")));
 	const auto receives = [&]
 	{ return daemon.output().find("**DEBUG**(CHeartReciver:94)Reciver while start\n") != std::string::npos; };
@@ -194,7 +194,7 @@ TEST_F(FailingEnvironment, WithoutRawSocketsEveryProbeFailsAndASlaveStaysOne)
 {
 	leaveAlone();
 	DaemonProcess daemon;
-	startWith(daemon, dropRawSockets);
+	startAndWaitForWorkers(daemon, dropRawSockets);
 	waitForEvents(daemon, {"E Utill:766 partner Comunication IP Check Failed: I/O error: 1[CODE:1]",
 	                       "E Utill:814 service IP Check Failed: I/O error: 1[CODE:1]",
 	                       "E Utill:789 My Comunication IP Check Failed: I/O error: 1[CODE:1]",
@@ -209,7 +209,7 @@ TEST_F(FailingEnvironment, WithoutRawSocketsTheThirdSilenceIsTakenForADeadPartne
 	settings.set("AGENT.VIRTUAL_IP", "192.0.2.100").set("AGENT.VIRTUAL_IP_START_COMMAND", "true");
 	apply();
 	DaemonProcess daemon;
-	startWith(daemon, dropRawSockets);
+	startAndWaitForWorkers(daemon, dropRawSockets);
 	// The partner's host is this one, and would answer.
 	waitForEvents(daemon,
 	              {"D CHeartReciver:192 Reciver : no received message",
@@ -240,7 +240,7 @@ TEST_F(FailingEnvironment, AProcThatHidesOtherUsersHidesThemFromRootOnceItMayNot
 TEST_F(FailingEnvironment, AProcThatCannotBeOpenedIsAnErrorAtEveryCheck)
 {
 	DaemonProcess daemon;
-	startWith(daemon, lockProc);
+	startAndWaitForWorkers(daemon, lockProc);
 	waitForEvents(daemon, {"E Utill:204 NO_DIR(/proc)", "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
 	EXPECT_EQ(daemon.threads(), 4);
 }
@@ -253,7 +253,7 @@ TEST_F(FailingEnvironment, WithoutTheListingToolTheAddressCountsAsNotRaised)
 	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", "false");
 	apply();
 	DaemonProcess daemon;
-	startWith(daemon, leaveOnlyShellAndCat);
+	startAndWaitForWorkers(daemon, leaveOnlyShellAndCat);
 	// The gateway answers and nobody else does: the slave takes over.
 	waitForEvents(daemon, {"D CHeartReciver:549 slave -> master  process run", "D Utill:680 myVirtualIP not working",
 	                       "I Utill:573 command(false) : ", "D Utill:490 set virtual ip...", "D Utill:496 ping: 0"});

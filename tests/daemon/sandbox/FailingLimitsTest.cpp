@@ -227,7 +227,7 @@ TEST_F(FailingEnvironment, ADaemonThatCannotForkSaysSoAndKeepsItsRole)
 	settings.set("AGENT.GATEWAY_IP", "192.0.2.101");
 	apply();
 	DaemonProcess daemon;
-	startWith(daemon, becomeUserOfFourThreads);
+	startAndWaitForWorkers(daemon, becomeUserOfFourThreads);
 	waitForEvents(daemon, {"E Utill:550 shell command run error(fp is NULL): cat /sys/class/net/eth1/carrier",
 	                       "D CHeartReciver:182 COMUNICATION LAN CARD ERROR"});
 	const std::vector<std::string> events = eventsOf(readLogFile());

@@ -8,11 +8,10 @@
 
 #include <Poco/Thread.h>
 
-#include "Daemon.h"
 #include "Peer.h"
 #include "Sandbox.h"
 #include "WaitFor.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 #include "velarix/paths.h"
 #include "velarix/shared_value.h"
 
@@ -30,7 +29,7 @@ namespace
 constexpr std::uint16_t kPort = 7001;
 constexpr char kSilentPartner[] = "10.9.0.2";
 
-class HeartbeatRealTime : public DaemonTest
+class HeartbeatRealTime : public WorkerTest
 {
 protected:
 	void SetUp() override
@@ -68,7 +67,7 @@ protected:
 
 	void startReceiver()
 	{
-		m_receiver = std::make_unique<CHeartReciver>(&m_pHandles, &m_running, &mode, m_location);
+		m_receiver = std::make_unique<CHeartReciver>(&handles, &running, &mode, location);
 		m_receiverThread.start(*m_receiver);
 	}
 	void startListeningReceiver()
@@ -78,7 +77,7 @@ protected:
 	}
 	void startSender()
 	{
-		m_sender = std::make_unique<CHeartSender>(&m_pHandles, &m_running, &mode, m_location);
+		m_sender = std::make_unique<CHeartSender>(&handles, &running, &mode, location);
 		m_senderThread.start(*m_sender);
 	}
 
@@ -105,8 +104,6 @@ protected:
 	{
 		return duration_cast<milliseconds>(times(to).at(0) - times(from).at(0));
 	}
-
-	MODE mode = MODE_SLAVE;
 
 private:
 	using Clock = std::chrono::steady_clock;
@@ -146,9 +143,6 @@ private:
 	std::mutex m_mutex;
 	std::vector<std::pair<Clock::time_point, std::string>> m_lines;
 	std::atomic<bool> m_stopping = false;
-	bool m_running = false;
-	std::string m_location = "noName";
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
 	std::unique_ptr<CHeartReciver> m_receiver;
 	std::unique_ptr<CHeartSender> m_sender;
 	Poco::Thread m_receiverThread;

@@ -38,23 +38,6 @@ private:
 	std::string m_path = std::getenv("PATH");
 };
 
-TEST_F(InterfaceCarrier, ACardWithCarrierIsSeen)
-{
-	EXPECT_EQ(receiver->serviceLanCardCheck(), 1);
-	EXPECT_EQ(receiver->ComunicationLanCardCheck(), 1);
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(cat /sys/class/net/eth0/carrier) : 1\n\n",
-	                                       "log I Utill:573 command(cat /sys/class/net/eth1/carrier) : 1\n\n"));
-}
-
-TEST_F(InterfaceCarrier, APulledServiceCableIsSeenOnTheServiceCardAlone)
-{
-	sandbox::setCarrier("eth0", false);
-	EXPECT_EQ(receiver->serviceLanCardCheck(), 0);
-	EXPECT_EQ(receiver->ComunicationLanCardCheck(), 1);
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(cat /sys/class/net/eth0/carrier) : 0\n\n",
-	                                       "log I Utill:573 command(cat /sys/class/net/eth1/carrier) : 1\n\n"));
-}
-
 TEST_F(InterfaceCarrier, APulledCommunicationCableIsSeenOnTheCommunicationCardAlone)
 {
 	sandbox::setCarrier("eth1", false);

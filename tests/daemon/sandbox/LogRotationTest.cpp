@@ -15,8 +15,8 @@
 
 #include "Console.h"
 #include "Daemon.h"
+#include "LogFile.h"
 #include "LogFileChannel.h"
-#include "LogLines.h"
 #include "Sandbox.h"
 #include "VelarixLog.h"
 

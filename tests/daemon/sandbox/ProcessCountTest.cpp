@@ -7,10 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Daemon.h"
 #include "ProcessChecker.h"
 #include "RealPrograms.h"
 #include "Utill.h"
+#include "WorkerTest.h"
 
 using programs::NoMoreDescriptors;
 using programs::Sleeper;
@@ -20,7 +20,7 @@ using testing::IsEmpty;
 namespace
 {
 
-class ProcessCount : public DaemonTest
+class ProcessCount : public WorkerTest
 {
 protected:
 	void SetUp() override
@@ -153,19 +153,16 @@ TEST_F(ProcessCount, TheCheckersFlagFallsWhenProcCannotBeRead)
 {
 	configure({"/opt/app/vxalpha"});
 	const Sleeper alpha("vxalpha");
-	std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
-	bool running = false;
-	MODE mode = MODE_MASTER;
-	std::string location = "noName";
-	ProcessChecker checker(&pHandles, &running, &mode, location);
+	mode = MODE_MASTER;
+	const auto pChecker = make<ProcessChecker>();
 	events::clear();
 	events::endAtSleep(1);
-	EXPECT_THROW(checker.run(), events::EndOfScript);
+	EXPECT_THROW(pChecker->run(), events::EndOfScript);
 	EXPECT_TRUE(running);
 	events::endAtSleep(1);
 	{
 		const NoMoreDescriptors limit;
-		EXPECT_THROW(checker.run(), events::EndOfScript);
+		EXPECT_THROW(pChecker->run(), events::EndOfScript);
 	}
 	EXPECT_FALSE(running);
 	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 1", "sleep 5000",

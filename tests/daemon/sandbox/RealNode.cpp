@@ -15,6 +15,7 @@ const char kRunScript[] = "/usr/velarix/bin/ini/processList.sh";
 
 RealNode::RealNode()
 {
+	mode = MODE_MASTER;
 	settings.set("AGENT.GATEWAY_IP", kGateway)
 	    .set("AGENT.PARTNER_IP", kPartner)
 	    .set("AGENT.VIRTUAL_IP", kService)

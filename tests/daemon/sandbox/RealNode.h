@@ -7,10 +7,9 @@
 #include <memory>
 #include <string>
 
-#include "Daemon.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 
-class RealNode : public DaemonTest
+class RealNode : public WorkerTest
 {
 protected:
 	static constexpr char kGateway[] = "10.99.1.254";
@@ -30,9 +29,5 @@ protected:
 	/// @return what was killed and started, one line each
 	static std::string noted();
 
-	MODE mode = MODE_MASTER;
-	bool running = false;
-	std::string location = "noName";
-	std::vector<Poco::ProcessHandle*>* handles = nullptr;
 	std::unique_ptr<CHeartReciver> receiver;
 };

@@ -179,6 +179,8 @@ const Row kRows[] = {
     {"SlaveCannotPingBoth",             2, kThrows, 10, kThrows, "1\n", "-",   0, "slave partner? bad-partner no-partner service? bad-service no-service alone gateway? gateway takes-over run", {kTakesOver}},
     {"SlaveSeesNothing",                2,  0,  0,       0,      "1\n", "-",   1, "slave partner? no-partner service? no-service alone gateway? no-gateway",        {}},
     {"SlaveCannotPingTheGateway",       2,  0, kThrows,  0,      "1\n", "-",   1, "slave partner? no-partner service? no-service alone gateway? bad-gateway no-gateway", {}},
+    {"MasterHasLessThanNoReplies",      1, -1, -1,      10,      "1\n", "-",   0, "master gateway? no-gateway isolated kill",                                       {kGivesUp}},
+    {"SlaveHasLessThanNoReplies",       2, -1, -1,      -1,      "1\n", "-",   1, "slave partner? no-partner service? no-service alone gateway? no-gateway",        {}},
     {"UnsetSeesItsPartner",             0, 10,  0,       0,      "0\n", "-",   1, "slave partner? partner",                                                         {}},
     {"UnsetTakesOver",                  0,  0, 10,       0,      "1\n", "-",   0, "slave partner? no-partner service? no-service alone gateway? gateway takes-over run", {kTakesOver}},
     {"RoleThreeSeesTheService",         3,  0,  0,      10,      "0\n", "-",   1, "slave partner? no-partner service? service",                                     {}},

@@ -3,7 +3,6 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
 #include "Utill.h"
 
 namespace
@@ -41,12 +40,6 @@ const Row kRows[] = {
 
 class ProgramPathTable : public DaemonTest, public testing::WithParamInterface<Row>
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
 };
 
 TEST_P(ProgramPathTable, Directory)

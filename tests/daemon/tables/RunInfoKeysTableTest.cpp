@@ -1,16 +1,12 @@
 // Which key of the run-info record each of its users takes for a label. The three
 // rules differ on purpose: "master1" and "master2" are known to the reader alone,
 // "slaveAlone" to the sender's writer alone, and "master2" is the slave's key.
-#include <Poco/AutoPtr.h>
-
 #include "CAgent.h"
 #include "CHeartReciver.h"
 #include "CHeartSender.h"
-#include "Daemon.h"
-#include "FakeOutside.h"
 #include "FixedClock.h"
 #include "Sandbox.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 #include "velarix/paths.h"
 
 using testing::ElementsAre;
@@ -88,44 +84,27 @@ const char* valueOf(Key key)
 	}
 }
 
-class RunInfoKeys : public DaemonTest, public testing::WithParamInterface<Row>
+class RunInfoKeys : public WorkerTest, public testing::WithParamInterface<Row>
 {
 protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		fixedclock::stopAt(1700000000, "UTC0");
-		m_location = GetParam().label;
 	}
-	void TearDown() override
-	{
-		fixedclock::go();
-		DaemonTest::TearDown();
-	}
-
-	Poco::AutoPtr<CHeartSender> sender() { return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location); }
-	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
 
 	/// Expects exactly the write of `key` and the one log line that begins with `lead`.
 	void expectWritten(Key key, const std::string& lead)
 	{
 		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), recordAfter(key));
-		EXPECT_THAT(events::all(), ElementsAre(lead + keyName(key) + "(20231114221320)[" + m_location + "]"));
+		EXPECT_THAT(events::all(), ElementsAre(lead + keyName(key) + "(20231114221320)[" + GetParam().label + "]"));
 	}
-
-	std::string m_location;
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
-	bool m_running = false;
-	MODE m_mode = MODE_SLAVE;
 };
 
 TEST_P(RunInfoKeys, OfTheAgentsWriter)
 {
 	CAgent agent(MODE_SLAVE);
-	AgentAccess::processLocation(agent) = m_location;
+	AgentAccess::processLocation(agent) = GetParam().label;
 	events::clear();
 	agent.saveStartedTime();
 	expectWritten(GetParam().agentWrites, "log D CAgent:179 run time wrote:");
@@ -133,19 +112,19 @@ TEST_P(RunInfoKeys, OfTheAgentsWriter)
 
 TEST_P(RunInfoKeys, OfTheReceiversWriter)
 {
-	reciver()->saveStartedTime();
+	make<CHeartReciver>(GetParam().label)->saveStartedTime();
 	expectWritten(GetParam().reciverWrites, "log D CHeartReciver:627 run info file changed:");
 }
 
 TEST_P(RunInfoKeys, OfTheSendersWriter)
 {
-	sender()->saveStartedTime();
+	make<CHeartSender>(GetParam().label)->saveStartedTime();
 	expectWritten(GetParam().senderWrites, "log D CHeartSender:249 run info file changed:");
 }
 
 TEST_P(RunInfoKeys, OfTheSendersReader)
 {
-	EXPECT_EQ(sender()->getProcessStartedTime(), valueOf(GetParam().senderReads));
+	EXPECT_EQ(make<CHeartSender>(GetParam().label)->getProcessStartedTime(), valueOf(GetParam().senderReads));
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 	EXPECT_THAT(events::all(), IsEmpty());
 }

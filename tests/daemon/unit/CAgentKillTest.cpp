@@ -8,7 +8,6 @@
 #include "CAgent.h"
 #include "Daemon.h"
 #include "FakeKill.h"
-#include "FakeOutside.h"
 #include "WorkerAccess.h"
 
 using testing::AllOf;
@@ -27,8 +26,6 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
-		fakekill::reset();
 		settings.programs({"/opt/app/bin/agent_kill_test"});
 		apply();
 		agent = std::make_unique<CAgent>(2);

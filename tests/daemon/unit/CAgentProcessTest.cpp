@@ -34,14 +34,12 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		agent = std::make_unique<CAgent>(2);
 		events::clear();
 	}
 
 	void TearDown() override
 	{
-		fakeoutside::reset();
 		agent.reset();
 		DaemonTest::TearDown();
 	}

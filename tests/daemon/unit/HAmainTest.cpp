@@ -11,7 +11,6 @@
 #include "HAmain.h"
 #include "LogFile.h"
 #include "Sandbox.h"
-#include "ThreadStarts.h"
 #include "VelarixLog.h"
 #include "velarix/paths.h"
 
@@ -77,20 +76,11 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
-		threadstarts::reset();
 		// The entry makes its own.
 		useUnsetLog();
 		delete velarixLog;
 		velarixLog = nullptr;
 		apply();
-	}
-
-	void TearDown() override
-	{
-		fakeoutside::reset();
-		threadstarts::reset();
-		DaemonTest::TearDown();
 	}
 
 	/// Runs the daemon's side of the entry until its n-th wait.

@@ -11,7 +11,7 @@
 
 #include "Console.h"
 #include "Daemon.h"
-#include "LogLines.h"
+#include "LogFile.h"
 #include "VelarixLog.h"
 
 using testing::ElementsAre;
@@ -133,18 +133,6 @@ TEST_P(LogLevels, LeaveAnExceptionOfAnotherFamilyToTheCaller)
 
 INSTANTIATE_TEST_SUITE_P(All, LogLevels, testing::ValuesIn(kLevels),
                          [](const testing::TestParamInfo<Level>& level) { return std::string(level.param.name); });
-
-TEST_F(LogTexts, LinesKeepTheirOrder)
-{
-	consoleOf(
-	    []
-	    {
-		    velarixLog->critical("A", 3, "%s", "first");
-		    velarixLog->notice("B", 2, "%s", "second");
-		    velarixLog->error("C", 1, "%s", "third");
-	    });
-	EXPECT_THAT(file(), ElementsAre("[A:3] <C> first", "[B:2] <D> second", "[C:1] <E> third"));
-}
 
 TEST_F(LogTexts, PercentSignsOfAnArgumentAreTextEverywhere)
 {

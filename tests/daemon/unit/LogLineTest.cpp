@@ -8,7 +8,7 @@
 
 #include "Console.h"
 #include "Daemon.h"
-#include "LogLines.h"
+#include "LogFile.h"
 #include "OwnProcess.h"
 #include "Sandbox.h"
 #include "VelarixLog.h"

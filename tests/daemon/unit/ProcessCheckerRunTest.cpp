@@ -11,13 +11,10 @@
 
 #include <pthread.h>
 
-#include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 
-#include "Daemon.h"
-#include "FakeOutside.h"
 #include "Utill.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 
 using testing::ElementsAre;
 
@@ -94,13 +91,12 @@ bool no()
 	return false;
 }
 
-class CheckerRun : public DaemonTest
+class CheckerRun : public WorkerTest
 {
 protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		g_answers = {&yes};
 		g_checks = 0;
 	}
@@ -114,7 +110,7 @@ protected:
 
 	Poco::AutoPtr<ProcessChecker> make()
 	{
-		Poco::AutoPtr<ProcessChecker> pChecker(new ProcessChecker(&m_pHandles, &running, &mode, location));
+		auto pChecker = WorkerTest::make<ProcessChecker>(location);
 		events::clear();
 		return pChecker;
 	}
@@ -132,13 +128,6 @@ protected:
 		settings.set(key, value);
 		apply();
 	}
-
-	bool running = false;
-	MODE mode = MODE_SLAVE;
-	std::string location = "noName";
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
 };
 
 TEST_F(CheckerRun, EachCycleChecksStoresLogsAndSleeps)

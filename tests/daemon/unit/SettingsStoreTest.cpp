@@ -4,11 +4,10 @@
 #include <Poco/Exception.h>
 
 #include "Configuraion.h"
-#include "Daemon.h"
 #include "ProcessChecker.h"
 #include "Sandbox.h"
 #include "Utill.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 #include "velarix/paths.h"
 
 using testing::ElementsAre;
@@ -159,18 +158,8 @@ TEST_F(SettingsStore, AFailedAllocationReachesTheCallerAndTheNextCallIsTheFirst)
 	EXPECT_EQ(Configuraion::getInstance(velarix::kSettingsPath)->getInt("AGENT.MODE"), 2);
 }
 
-class ProgramKeys : public DaemonTest
+class ProgramKeys : public WorkerTest
 {
-protected:
-	static std::vector<std::string> listOfTheChecker()
-	{
-		std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
-		bool running = false;
-		MODE mode = MODE_SLAVE;
-		std::string location = "noName";
-		Poco::AutoPtr<ProcessChecker> pChecker(new ProcessChecker(&pHandles, &running, &mode, location));
-		return WorkerAccess::processList(*pChecker);
-	}
 };
 
 TEST_F(ProgramKeys, ThreeProgramsReadTheKeysOneToThreeAndNeverZeroOrFour)
@@ -179,7 +168,7 @@ TEST_F(ProgramKeys, ThreeProgramsReadTheKeysOneToThreeAndNeverZeroOrFour)
 	settings.set("PROCESS_CHECK.PROCESS_PATH0", "/opt/zero").set("PROCESS_CHECK.PROCESS_PATH4", "/opt/four");
 	apply();
 	EXPECT_THAT(Utill::getProcessList(), ElementsAre("/opt/one", "/opt/two", "/opt/three"));
-	EXPECT_THAT(listOfTheChecker(), ElementsAre("/opt/one", "/opt/two", "/opt/three"));
+	EXPECT_THAT(WorkerAccess::processList(*make<ProcessChecker>()), ElementsAre("/opt/one", "/opt/two", "/opt/three"));
 }
 
 } // namespace

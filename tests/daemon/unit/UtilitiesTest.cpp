@@ -30,12 +30,6 @@ double difference(std::string first, std::string second)
 
 class CurrentTime : public DaemonTest
 {
-protected:
-	void TearDown() override
-	{
-		fixedclock::go();
-		DaemonTest::TearDown();
-	}
 };
 
 TEST(StringFinder, FindsAPatternAtTheBeginningInTheMiddleAndAtTheEnd)

@@ -15,12 +15,6 @@ namespace
 class VirtualIPListing : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
 	/// @return the answer, after the log line of that answer was checked, which comes
 	///         before the listing is closed
 	static bool isListedIn(const std::string& listing)

@@ -22,12 +22,6 @@ constexpr char kListingWithout[] = "lo: flags=73<UP,LOOPBACK,RUNNING>  mtu 65536
 class VirtualIP : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
 	bool start() { return Utill::startVirtualIP(&m_mode); }
 
 private:
