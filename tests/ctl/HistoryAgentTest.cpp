@@ -59,16 +59,6 @@ TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
 	EXPECT_FALSE(picture().programsRun);
 }
 
-TEST_F(HistoryTest, ARebootMayGiveTheSameProcessIdAgain)
-{
-	start();
-	pass(false);
-	events();
-	now += 1min;
-	start();
-	EXPECT_THAT(events(), testing::Contains("agent-ended (killed) 600ms"));
-}
-
 TEST_F(HistoryTest, AStartWhoseFirstMessageIsLostIsAStart)
 {
 	start();
@@ -222,20 +212,15 @@ TEST_F(HistoryTest, MessagesWithoutADateHappenedWhenTheOneBeforeDid)
 	line.number = 505;
 	history.feed(line);
 	EXPECT_EQ(picture().process, 0);
+	LogLine garbage;
+	garbage.text = "garbage";
+	history.feed(garbage);
+	EXPECT_EQ(picture().letters.at('?'), 1U);
 	start();
 	line.process = 4711;
 	history.feed(line);
 	EXPECT_EQ(picture().role->value, Role::master);
 	EXPECT_EQ(picture().role->since, now);
-}
-
-TEST_F(HistoryTest, WhatHasNoHeadIsCountedAndNothingElse)
-{
-	LogLine line;
-	line.text = "garbage";
-	history.feed(line);
-	EXPECT_EQ(picture().letters.at('?'), 1U);
-	EXPECT_FALSE(picture().lastMessage);
 }
 
 TEST_F(HistoryTest, EachWorkersLastMessageIsKnown)

@@ -94,17 +94,6 @@ TEST_F(HistoryTest, OneCycleWithoutProgramsIsNoFaultYet)
 	EXPECT_EQ(picture().fault(Fault::programs).count, 1U);
 }
 
-TEST_F(HistoryTest, ASlaveWithoutProgramsIsNoFault)
-{
-	start();
-	pass(false);
-	events();
-	checked('S', 0);
-	checked('S', 0);
-	checked('S', 0);
-	EXPECT_THAT(events(), IsEmpty());
-}
-
 TEST_F(HistoryTest, GivenCommandsServeUntilTheLogTellsThem)
 {
 	std::vector<std::string> told;
@@ -141,14 +130,6 @@ TEST_F(HistoryTest, WithoutTheStartTheCommandsAreKnownByWhatIsGoingOn)
 	ran("drop-it", "an output\n\nof lines\n\n");
 	EXPECT_THAT(events(), ElementsAre("program-killed (give-up) server", "program-killed (give-up) worker",
 	                                  "address-dropped (give-up) an output of lines"));
-}
-
-TEST_F(HistoryTest, ACommandThatNobodyAwaitsIsNothing)
-{
-	becomeMaster();
-	receiver(94);
-	ran("something else");
-	EXPECT_THAT(events(), IsEmpty());
 }
 
 TEST_F(HistoryTest, TheHeartbeatsOfBothSidesAreInThePicture)

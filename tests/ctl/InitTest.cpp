@@ -72,6 +72,7 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	EXPECT_EQ(outcome.err, "");
 	expectGolden("init-a.ini", readFile(file("a/config.ini")));
 	expectGolden("init-b.ini", readFile(file("b/config.ini")));
+	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
 	EXPECT_EQ(readFile(file("a/runinfo.txt")), kInitialRunInfo);
 	EXPECT_EQ(readFile(file("b/runinfo.txt")), kInitialRunInfo);
 }

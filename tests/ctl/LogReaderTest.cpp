@@ -265,16 +265,6 @@ TEST_F(LogReaderTest, AMissingDirectoryIsToldWithTheFile)
 	EXPECT_EQ(reader.trouble().at(1).path, below("/nowhere/v.log"));
 }
 
-TEST_F(LogReaderTest, AnEmptyFileHasNoMessages)
-{
-	append("");
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), IsEmpty());
-	LogLine line;
-	EXPECT_FALSE(reader.last(line));
-	EXPECT_THAT(reader.trouble(), IsEmpty());
-}
-
 TEST_F(LogReaderTest, ADirectoryOrAPipeInItsPlaceIsToldAndNotWaitedFor)
 {
 	fs::create_directories(log);

@@ -57,8 +57,7 @@ TEST_F(CheckerFatal, ConstructionWithoutARunningFlagEndsTheDaemon)
 TEST_F(CheckerFatal, TheRunningFlagIsTestedAfterTheKillCommandIsRead)
 {
 	removeFromReadOn(2);
-	EXPECT_FATAL_AFTER(construct(nullptr), "**ERROR**(Configuraion:65)Not found: ADVENCE.PROCESS_KILL_COMMAND", "0",
-	                   "Configuraion", 66, kGetString);
+	EXPECT_NO_TEXT(construct(nullptr), "ADVENCE.PROCESS_KILL_COMMAND");
 }
 
 TEST_F(CheckerFatal, TheRunningFlagIsTestedBeforeTheCycleIsRead)

@@ -36,29 +36,6 @@ protected:
 		    waitFor(allThere, std::chrono::seconds(40), "lines in the log", [&] { return missing + daemon.errors(); }));
 	}
 
-	/// One daemon sees the program run; another, started in its own way, never does.
-	void loseSight(const std::function<void()>& seeing, const std::function<void()>& blind)
-	{
-		const std::string running = "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1";
-		DaemonProcess first("seeing");
-		startAndWaitForWorkers(first, seeing);
-		waitForEvents(first, {running});
-		sandbox::shell("rm /usr/velarix/log/velarix.log");
-		settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
-		apply();
-		DaemonProcess second("blind");
-		startAndWaitForWorkers(second, blind);
-		waitForEvents(second, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
-		EXPECT_THAT(eventsOf(readLogFile()), testing::Not(testing::Contains(running)));
-	}
-
-	/// Its own receiver waits for its first heartbeat all the while, and nobody looks into /proc.
-	void beStill()
-	{
-		settings.set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", "60").set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "60");
-		apply();
-	}
-
 	/// The node has nobody to talk to: its partner and the service are silent.
 	void leaveAlone()
 	{

@@ -15,73 +15,37 @@ using testing::IsEmpty;
 namespace
 {
 
-enum class Key
+/// A key of the record, its value in the default record and the record after it was written.
+struct Key
 {
-	last,
-	master,
-	slave
+	const char* name;
+	const char* value;
+	const char* recordAfter;
 };
-constexpr Key kLast = Key::last;
-constexpr Key kMaster = Key::master;
-constexpr Key kSlave = Key::slave;
+
+const Key kLast{"TRACE.LAST_RUN_TIME", "20240131235959",
+                "[TRACE]\nLAST_RUN_TIME = 20231114221320\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+                "SLAVE_LAST_RUN_TIME = 20240102000000\n"};
+const Key kMaster{"TRACE.MASTER_LAST_RUN_TIME", "20240101000000",
+                  "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20231114221320\n"
+                  "SLAVE_LAST_RUN_TIME = 20240102000000\n"};
+const Key kSlave{"TRACE.SLAVE_LAST_RUN_TIME", "20240102000000",
+                 "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+                 "SLAVE_LAST_RUN_TIME = 20231114221320\n"};
 
 struct Row
 {
 	const char* name;
 	const char* label;
-	Key agentWrites;
-	Key reciverWrites;
-	Key senderWrites;
-	Key senderReads;
+	const Key& agentWrites;
+	const Key& reciverWrites;
+	const Key& senderWrites;
+	const Key& senderReads;
 };
 
 void PrintTo(const Row& row, std::ostream* pStream)
 {
 	*pStream << row.name;
-}
-
-const char* keyName(Key key)
-{
-	switch (key)
-	{
-	case Key::master:
-		return "TRACE.MASTER_LAST_RUN_TIME";
-	case Key::slave:
-		return "TRACE.SLAVE_LAST_RUN_TIME";
-	default:
-		return "TRACE.LAST_RUN_TIME";
-	}
-}
-
-/// @return the default record with the value of `key` replaced by the clock's time
-const char* recordAfter(Key key)
-{
-	switch (key)
-	{
-	case Key::master:
-		return "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20231114221320\n"
-		       "SLAVE_LAST_RUN_TIME = 20240102000000\n";
-	case Key::slave:
-		return "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-		       "SLAVE_LAST_RUN_TIME = 20231114221320\n";
-	default:
-		return "[TRACE]\nLAST_RUN_TIME = 20231114221320\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-		       "SLAVE_LAST_RUN_TIME = 20240102000000\n";
-	}
-}
-
-/// @return the value of `key` in the default record
-const char* valueOf(Key key)
-{
-	switch (key)
-	{
-	case Key::master:
-		return "20240101000000";
-	case Key::slave:
-		return "20240102000000";
-	default:
-		return "20240131235959";
-	}
 }
 
 class RunInfoKeys : public WorkerTest, public testing::WithParamInterface<Row>
@@ -94,10 +58,10 @@ protected:
 	}
 
 	/// Expects exactly the write of `key` and the one log line that begins with `lead`.
-	void expectWritten(Key key, const std::string& lead)
+	void expectWritten(const Key& key, const std::string& lead)
 	{
-		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), recordAfter(key));
-		EXPECT_THAT(events::all(), ElementsAre(lead + keyName(key) + "(20231114221320)[" + GetParam().label + "]"));
+		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), key.recordAfter);
+		EXPECT_THAT(events::all(), ElementsAre(lead + key.name + "(20231114221320)[" + GetParam().label + "]"));
 	}
 };
 
@@ -124,7 +88,7 @@ TEST_P(RunInfoKeys, OfTheSendersWriter)
 
 TEST_P(RunInfoKeys, OfTheSendersReader)
 {
-	EXPECT_EQ(make<CHeartSender>(GetParam().label)->getProcessStartedTime(), valueOf(GetParam().senderReads));
+	EXPECT_EQ(make<CHeartSender>(GetParam().label)->getProcessStartedTime(), GetParam().senderReads.value);
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 	EXPECT_THAT(events::all(), IsEmpty());
 }

@@ -123,6 +123,25 @@ protected:
 		EXPECT_THROW(pChecker->run(), events::EndOfScript);
 	}
 
+	/// Runs the loop until its second sleep.
+	/// @return the running flag at both
+	std::vector<bool> flagsAtTwoSleeps()
+	{
+		std::vector<bool> flags;
+		Poco::AutoPtr<ProcessChecker> pChecker = make();
+		events::onSleep(
+		    [&](long)
+		    {
+			    flags.push_back(running);
+			    if (flags.size() == 2)
+			    {
+				    throw events::EndOfScript{};
+			    }
+		    });
+		EXPECT_THROW(pChecker->run(), events::EndOfScript);
+		return flags;
+	}
+
 	void set(const std::string& key, const std::string& value)
 	{
 		settings.set(key, value);
@@ -133,19 +152,7 @@ protected:
 TEST_F(CheckerRun, EachCycleChecksStoresLogsAndSleeps)
 {
 	g_answers = {&yes, &no};
-	std::vector<bool> flags;
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	events::onSleep(
-	    [&](long)
-	    {
-		    flags.push_back(running);
-		    if (flags.size() == 2)
-		    {
-			    throw events::EndOfScript{};
-		    }
-	    });
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(flags, ElementsAre(true, false));
+	EXPECT_THAT(flagsAtTwoSleeps(), ElementsAre(true, false));
 	EXPECT_THAT(events::all(),
 	            ElementsAre("check in mode 1", "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
 	                        "sleep 5000", "check in mode 1",
@@ -168,13 +175,6 @@ TEST_F(CheckerRun, TheCycleIsNotReadAgain)
 	EXPECT_THAT(events::only({"sleep "}), ElementsAre("sleep 5000"));
 }
 
-TEST_F(CheckerRun, TheCheckIsGivenTheObservationMode)
-{
-	set("PROCESS_CHECK.OBSERVATION_MODE", "3");
-	runCycles(1);
-	EXPECT_THAT(events::only({"check"}), ElementsAre("check in mode 2"));
-}
-
 TEST_F(CheckerRun, TheLineIsLabelledWithTheLocationOfConstruction)
 {
 	location = "hall7";
@@ -189,19 +189,7 @@ TEST_F(CheckerRun, AnExceptionOfTheCheckKeepsTheFlagAndTheLoop)
 {
 	running = true;
 	g_answers = {[]() -> bool { throw Poco::FileException("proc", 3); }, &no};
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	std::vector<bool> flags;
-	events::onSleep(
-	    [&](long)
-	    {
-		    flags.push_back(running);
-		    if (flags.size() == 2)
-		    {
-			    throw events::EndOfScript{};
-		    }
-	    });
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(flags, ElementsAre(true, false));
+	EXPECT_THAT(flagsAtTwoSleeps(), ElementsAre(true, false));
 	EXPECT_THAT(events::all(), ElementsAre("check in mode 1", "log E ProcessChecker:107 File access error: proc",
 	                                       "sleep 5000", "check in mode 1",
 	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0", "sleep 5000"));
