@@ -101,38 +101,36 @@ struct TextRow
 	bool fits;
 };
 
-class CatalogueText : public testing::TestWithParam<TextRow>
+TEST(Catalogue, ATextFitsItsFormatOrNot)
 {
-};
-
-TEST_P(CatalogueText, FitsOrNot)
-{
-	const TextRow& row = GetParam();
-	const CatalogueRow* const message = findMessage(row.label, row.number);
-	ASSERT_NE(message, nullptr);
-	EXPECT_EQ(canBe(*message, row.text), row.fits);
+	const TextRow rows[] = {{"CHeartReciver", 549, "slave -> master  process run", true},
+	                        {"CHeartReciver", 549, "slave -> master process run", false},
+	                        {"CHeartReciver", 549, "slave -> master  process run ", false},
+	                        {"CHeartReciver", 88, "", true},
+	                        {"CHeartReciver", 88, "x", false},
+	                        {"CHeartReciver", 96, "networkResult: 1", true},
+	                        {"CHeartReciver", 96, "networkResult: -1", true},
+	                        {"CHeartReciver", 96, "networkResult: x", false},
+	                        {"CHeartReciver", 96, "networkResult: ", false},
+	                        {"CHeartReciver", 99, "networkStatus [0] m_myStatus[1]", true},
+	                        {"CHeartReciver", 99, "networkStatus [0] m_myStatus[]", false},
+	                        {"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", true},
+	                        {"CHeartSender", 79, "Sender a(CODE: b) (CODE: 1)[x][noName]", true},
+	                        {"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName", false},
+	                        {"Utill", 573, "command(a (b) : c) : d\n\n", true},
+	                        {"Utill", 573, "command(a) :", false},
+	                        {"Utill", 241, " 3processes are running at the same time", true},
+	                        {"Utill", 78,
+	                         "\n======================================================\n================ process run "
+	                         "=========================\n======================================================",
+	                         true}};
+	for (const TextRow& row : rows)
+	{
+		const CatalogueRow* const message = findMessage(row.label, row.number);
+		ASSERT_NE(message, nullptr) << row.label;
+		EXPECT_EQ(canBe(*message, row.text), row.fits) << row.text;
+	}
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Row, CatalogueText,
-    testing::Values(
-        TextRow{"CHeartReciver", 549, "slave -> master  process run", true},
-        TextRow{"CHeartReciver", 549, "slave -> master process run", false},
-        TextRow{"CHeartReciver", 549, "slave -> master  process run ", false}, TextRow{"CHeartReciver", 88, "", true},
-        TextRow{"CHeartReciver", 88, "x", false}, TextRow{"CHeartReciver", 96, "networkResult: 1", true},
-        TextRow{"CHeartReciver", 96, "networkResult: -1", true},
-        TextRow{"CHeartReciver", 96, "networkResult: x", false}, TextRow{"CHeartReciver", 96, "networkResult: ", false},
-        TextRow{"CHeartReciver", 99, "networkStatus [0] m_myStatus[1]", true},
-        TextRow{"CHeartReciver", 99, "networkStatus [0] m_myStatus[]", false},
-        TextRow{"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", true},
-        TextRow{"CHeartSender", 79, "Sender a(CODE: b) (CODE: 1)[x][noName]", true},
-        TextRow{"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName", false},
-        TextRow{"Utill", 573, "command(a (b) : c) : d\n\n", true}, TextRow{"Utill", 573, "command(a) :", false},
-        TextRow{"Utill", 241, " 3processes are running at the same time", true},
-        TextRow{"Utill", 78,
-                "\n======================================================\n================ process run "
-                "=========================\n======================================================",
-                true}));
 
 struct Pasted
 {

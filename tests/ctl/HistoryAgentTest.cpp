@@ -61,9 +61,7 @@ TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
 
 TEST_F(HistoryTest, AStartWhoseFirstMessageIsLostIsAStart)
 {
-	start();
-	pass(false);
-	events();
+	becomeStandby();
 	thread = 0;
 	say("CAgent", 38, "Slave CAgent()", 'I');
 	EXPECT_THAT(events(), ElementsAre("agent-ended (killed) 600ms", "agent-started 100ms"));
@@ -131,9 +129,7 @@ TEST_F(HistoryTest, AnAgentThatStartsBesideAnotherCannotStay)
 
 TEST_F(HistoryTest, AnAgentWithoutAnyMessageOfItsStartIsTold)
 {
-	start();
-	pass(false);
-	events();
+	becomeStandby();
 	process = 5000;
 	pass(true);
 	EXPECT_THAT(events(),

@@ -92,9 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Cause, GiveUp,
 
 TEST_F(HistoryTest, AnAskEndsWhenThePartnerIsMasterAndAsksNothing)
 {
-	becomeMaster();
-	receiver(106);
-	events();
+	giveUpAndAsk();
 	receiver(403, "My NetWork Status: OK  MY:SLAVE PARTNER:SLAVE Special ask <-- waiting result [1/3]");
 	receiver(350, "szTmp[1] szPartnerProcessRunning[1]");
 	EXPECT_THAT(events(), IsEmpty());
@@ -112,9 +110,7 @@ class AskEnd : public HistoryTest, public testing::WithParamInterface<std::pair<
 
 TEST_P(AskEnd, IsToldOnce)
 {
-	becomeMaster();
-	receiver(106);
-	events();
+	giveUpAndAsk();
 	receiver(GetParam().first);
 	EXPECT_THAT(events(), ElementsAre(std::string(GetParam().second) + " 100ms"));
 	receiver(GetParam().first);
@@ -127,9 +123,7 @@ INSTANTIATE_TEST_SUITE_P(Message, AskEnd,
 
 TEST_F(HistoryTest, WithItsStatusNotOKTheAskStaysPending)
 {
-	becomeMaster();
-	receiver(106);
-	events();
+	giveUpAndAsk();
 	receiver(329);
 	receiver(376, "szTmp[1] szPartnerProcessRunning[0]");
 	EXPECT_THAT(events(), IsEmpty());
@@ -180,9 +174,7 @@ TEST_F(HistoryTest, TheThirdSilenceTakesOver)
 
 TEST_F(HistoryTest, AHostWithoutHeartbeatsIsToldOnceHoweverOftenItIsCounted)
 {
-	start();
-	pass(false);
-	events();
+	becomeStandby();
 	for (int round = 0; round < 3; ++round)
 	{
 		receiver(146, "Reciver Connect Timed Out", 'E');
@@ -229,8 +221,10 @@ TEST_F(HistoryTest, ASlaveWithoutProgramsGoesBackInSilence)
 TEST_F(HistoryTest, AChangeWhoseMessagesAreMissingIsToldWithoutACause)
 {
 	becomeMaster();
+	const std::size_t before = picture().roleChanges.size();
 	pass(false);
 	pass(true);
+	EXPECT_EQ(picture().roleChanges.size(), before + 2);
 	EXPECT_THAT(events(), ElementsAre("role-changed master->slave (not-told) 1100ms",
 	                                  "role-changed slave->master (not-told) 200ms"));
 }

@@ -41,7 +41,9 @@ TEST_F(HistoryTest, FailedStartsAreToldNowAndThen)
 	                        "address-failed try 1: the start command printed \"RTNETLINK answers: File exists\"",
 	                        "address-failed try 10: the start command printed \"RTNETLINK answers: File exists\"",
 	                        "address-failed try 100: the start command printed \"RTNETLINK answers: File exists\""));
+	EXPECT_EQ(picture().failedStarts, 100);
 	service(668);
+	EXPECT_EQ(picture().failedStarts, 0);
 	EXPECT_THAT(events(), ElementsAre("address-up listed, after 100 failed starts 30000ms"));
 }
 
@@ -154,7 +156,9 @@ TEST_F(HistoryTest, APortThatRefusesIsOneFault)
 		thread = 2;
 		say("CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", 'E');
 	}
+	EXPECT_EQ(picture().refusals, 3);
 	sent("/process/0/2/x/0/");
+	EXPECT_EQ(picture().refusals, 0);
 	EXPECT_THAT(events(),
 	            ElementsAre("fault-found partner-port Connection refused(CODE: 111)", "fault-gone partner-port 300ms"));
 }

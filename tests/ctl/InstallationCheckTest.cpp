@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "CheckTest.h"
+#include "RowName.h"
 #include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
@@ -77,11 +78,6 @@ struct Row
 	std::vector<std::string> expected;
 	std::function<void(Node&)> change;
 };
-
-void PrintTo(const Row& row, std::ostream* out)
-{
-	*out << row.name;
-}
 
 // clang-format off
 const Row kRows[] = {
@@ -167,8 +163,7 @@ TEST_P(InstallationTable, IsFound)
 	EXPECT_EQ(found(), GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, InstallationTable, testing::ValuesIn(kRows),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Faults, InstallationTable, testing::ValuesIn(kRows), rowName<Row>);
 
 TEST_F(InstallationCheck, SettingsThatCannotBeReadAreOneFinding)
 {

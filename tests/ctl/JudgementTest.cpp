@@ -1,6 +1,7 @@
 // What is wrong in which state, and whether a failover would work then.
 
 #include "ctl/status/Judgement.h"
+#include "RowName.h"
 #include "StateTest.h"
 
 using namespace velarix::ctl;
@@ -26,11 +27,6 @@ struct Row
 	/// Breaks a sound node, whose state the test has read.
 	void (*change)(NodeState&);
 };
-
-void PrintTo(const Row& row, std::ostream* out)
-{
-	*out << row.name;
-}
 
 void partner(NodeState& state, bool master, bool asking = false)
 {
@@ -179,8 +175,7 @@ TEST_P(JudgementOfAState, ListsWhatIsWrong)
 	}
 }
 
-INSTANTIATE_TEST_SUITE_P(Row, JudgementOfAState, testing::ValuesIn(kRows),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Row, JudgementOfAState, testing::ValuesIn(kRows), rowName<Row>);
 
 TEST(Judgement, KnowsNoProblemThatTheMonitoringPageDoesNotExplain)
 {

@@ -1,6 +1,7 @@
 // What is found on the machine: cards, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
+#include "RowName.h"
 #include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
@@ -19,11 +20,6 @@ struct Row
 	std::vector<std::string> expected;
 	void (*change)(Lines&);
 };
-
-void PrintTo(const Row& row, std::ostream* out)
-{
-	*out << row.name;
-}
 
 void addProcess(pid_t pid, const std::string& name)
 {
@@ -76,8 +72,7 @@ TEST_P(MachineTable, IsFound)
 	EXPECT_EQ(foundOnMachine(), GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, MachineTable, testing::ValuesIn(kRows),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Faults, MachineTable, testing::ValuesIn(kRows), rowName<Row>);
 
 TEST_F(MachineCheck, AgesAreDaysForTheRoomOfTheLogs)
 {

@@ -25,34 +25,13 @@ public:
 	void log(const Poco::Message& message) override
 	{
 		std::ostringstream event;
-		event << "log " << letterOf(message.getPriority()) << ' ' << message.getSourceFile() << ':'
+		static constexpr char kLetters[] = "?FCEWNIDT"; // by priority
+		event << "log " << kLetters[message.getPriority()] << ' ' << message.getSourceFile() << ':'
 		      << message.getSourceLine() << ' ' << message.getText();
 		events::add(event.str());
 		if (g_onLogLine)
 		{
 			g_onLogLine(event.str());
-		}
-	}
-
-private:
-	static char letterOf(Poco::Message::Priority priority)
-	{
-		switch (priority)
-		{
-		case Poco::Message::PRIO_CRITICAL:
-			return 'C';
-		case Poco::Message::PRIO_ERROR:
-			return 'E';
-		case Poco::Message::PRIO_WARNING:
-			return 'W';
-		case Poco::Message::PRIO_NOTICE:
-			return 'N';
-		case Poco::Message::PRIO_INFORMATION:
-			return 'I';
-		case Poco::Message::PRIO_DEBUG:
-			return 'D';
-		default:
-			return '?';
 		}
 	}
 };

@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "RowName.h"
 #include "Sandbox.h"
 #include "SenderTest.h"
 #include "velarix/paths.h"
@@ -72,11 +73,6 @@ struct TimeRow
 	std::string message;
 };
 
-void PrintTo(const TimeRow& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
-
 const std::string kLongTime(2000, '7');
 
 // clang-format off
@@ -107,7 +103,6 @@ TEST_P(HeartbeatTime, IsCopiedFromTheRecord)
 	EXPECT_EQ(partner->message(), GetParam().message);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTime, testing::ValuesIn(kTimeRows),
-                         [](const testing::TestParamInfo<TimeRow>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTime, testing::ValuesIn(kTimeRows), rowName<TimeRow>);
 
 } // namespace

@@ -11,6 +11,7 @@
 
 #include "FakeOutside.h"
 #include "ReceiverTest.h"
+#include "RowName.h"
 #include "velarix/shared_value.h"
 
 using testing::ElementsAreArray;
@@ -117,11 +118,6 @@ struct Row
 	std::vector<std::string> changes; ///< from ask 0 and count 2
 };
 
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
-
 class NetworkStatus : public ReceiverTest, public testing::WithParamInterface<Row>
 {
 };
@@ -187,8 +183,7 @@ const Row kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Table, NetworkStatus, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, NetworkStatus, testing::ValuesIn(kRows), rowName<Row>);
 
 struct ErrorRow
 {
@@ -201,11 +196,6 @@ struct ErrorRow
 	MODE roleAfter;
 	const char* steps;
 };
-
-void PrintTo(const ErrorRow& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 class NetworkStatusError : public ReceiverTest, public testing::WithParamInterface<ErrorRow>
 {
@@ -247,8 +237,7 @@ const ErrorRow kErrors[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Table, NetworkStatusError, testing::ValuesIn(kErrors),
-                         [](const testing::TestParamInfo<ErrorRow>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, NetworkStatusError, testing::ValuesIn(kErrors), rowName<ErrorRow>);
 
 class NetworkStatusAsk : public ReceiverTest
 {

@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "Daemon.h"
+#include "RowName.h"
 
 namespace
 {
@@ -17,11 +18,6 @@ struct MissingKey
 	const char* key;
 	const char* consoleBefore;
 };
-
-void PrintTo(const MissingKey& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 // The partner's probe tells its address, the others only that they begin; the
 // latter is on the console even when the address is missing.
@@ -56,8 +52,6 @@ TEST_P(ProbeMissingKeyTable, EndsTheDaemon)
 	                                                      "std::string Configuraion::getString(const std::string&)"))));
 }
 
-INSTANTIATE_TEST_SUITE_P(AllProbes, ProbeMissingKeyTable, testing::ValuesIn(kMissingKeys),
-                         [](const testing::TestParamInfo<MissingKey>& rowInfo)
-                         { return std::string(rowInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(AllProbes, ProbeMissingKeyTable, testing::ValuesIn(kMissingKeys), rowName<MissingKey>);
 
 } // namespace

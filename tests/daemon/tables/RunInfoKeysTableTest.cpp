@@ -5,6 +5,7 @@
 #include "CHeartReciver.h"
 #include "CHeartSender.h"
 #include "FixedClock.h"
+#include "RowName.h"
 #include "Sandbox.h"
 #include "WorkerTest.h"
 #include "velarix/paths.h"
@@ -42,11 +43,6 @@ struct Row
 	const Key& senderWrites;
 	const Key& senderReads;
 };
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 class RunInfoKeys : public WorkerTest, public testing::WithParamInterface<Row>
 {
@@ -93,11 +89,6 @@ TEST_P(RunInfoKeys, OfTheSendersReader)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-std::string nameOf(const testing::TestParamInfo<Row>& info)
-{
-	return info.param.name;
-}
-
 // clang-format off
 const Row kRows[] = {
     // name                  label          agent w. receiver w. sender w. sender reads
@@ -123,6 +114,6 @@ const Row kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Labels, RunInfoKeys, testing::ValuesIn(kRows), nameOf);
+INSTANTIATE_TEST_SUITE_P(Labels, RunInfoKeys, testing::ValuesIn(kRows), rowName<Row>);
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "Console.h"
 #include "Daemon.h"
 #include "LogFile.h"
+#include "RowName.h"
 #include "VelarixLog.h"
 
 using testing::ElementsAre;
@@ -34,11 +35,6 @@ struct Level
 	const char* err;
 	bool throws; ///< what the log's channel throws, before any echo
 };
-
-void PrintTo(const Level& level, std::ostream* pStream)
-{
-	*pStream << level.name;
-}
 
 // clang-format off
 const Level kLevels[] = {
@@ -131,8 +127,7 @@ TEST_P(LogLevels, LeaveAnExceptionOfAnotherFamilyToTheCaller)
 	expectConsole([] { EXPECT_THROW(write(), std::runtime_error); }, "", "");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LogLevels, testing::ValuesIn(kLevels),
-                         [](const testing::TestParamInfo<Level>& level) { return std::string(level.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, LogLevels, testing::ValuesIn(kLevels), rowName<Level>);
 
 TEST_F(LogTexts, PercentSignsOfAnArgumentAreTextEverywhere)
 {

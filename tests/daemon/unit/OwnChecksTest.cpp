@@ -59,11 +59,6 @@ struct CardOutput
 	std::string logged;
 };
 
-void PrintTo(const CardOutput& output, std::ostream* pStream)
-{
-	*pStream << output.name;
-}
-
 class CardCheck : public ReceiverTest, public testing::WithParamInterface<CardOutput>
 {
 };
