@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "keeper/Commands.h"
 
 #include <algorithm>
 #include <csignal>
@@ -10,13 +10,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "AddressHolder.h"
-#include "Guard.h"
-#include "Loop.h"
-#include "Process.h"
-#include "Programs.h"
-#include "Runtime.h"
-#include "ServiceSupervisor.h"
+#include "keeper/Guard.h"
+#include "keeper/Journal.h"
+#include "keeper/Netlink.h"
+#include "keeper/Process.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::keeper::commands
 {
@@ -75,9 +73,7 @@ int endAddress(const Settings& settings)
 		return EX_CONFIG;
 	}
 	endProgram(kAddressProgram, kAddressPatience);
-	Netlink netlink;
-	const int error = removeAddress(netlink, settings.address);
-	if (error != 0)
+	if (const int error = removeAddress(settings.address); error != 0)
 	{
 		say(settings.address.text + " cannot be removed from " + settings.address.interface + ": " +
 		    std::strerror(error));
@@ -89,16 +85,15 @@ int endAddress(const Settings& settings)
 /// A copy of this process becomes ha-address, with nothing of our caller's.
 void startHolder(const Settings& settings)
 {
-	if (::fork() != 0)
+	if (::fork() == 0)
 	{
-		return;
+		const int null = ::open("/dev/null", O_RDWR);
+		for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+		{
+			::dup2(null, standard);
+		}
+		::_exit(runAddress(settings));
 	}
-	const int null = ::open("/dev/null", O_RDWR);
-	for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-	{
-		::dup2(null, standard);
-	}
-	::_exit(programs::runAddress(settings));
 }
 
 /// @return the state of the living holder; empty when there is none or it has not told yet
@@ -167,17 +162,12 @@ int drop(const Settings& settings)
 		// A frozen supervisor would keep its service running without the address.
 		for (const Part part : {Part::guard, Part::worker})
 		{
-			const LivingProcess process(service.program, part);
-			if (process)
-			{
-				process.signal(SIGCONT);
-			}
+			LivingProcess(service.program, part).signal(SIGCONT);
 		}
 	}
 	if (settings.address.address != 0)
 	{
-		Netlink netlink;
-		setMarker(netlink, settings.address.address);
+		setMarker(settings.address);
 	}
 	return result;
 }
@@ -193,11 +183,15 @@ int stop(const Settings& settings, const std::string& program)
 		say(program + " is no program of the keeper: make it a [service]");
 		return EX_USAGE;
 	}
-	const ServiceSettings* service = settings.find(program);
-	const Millis patience = service != nullptr ? service->stopTimeout * 1000LL : 20'000;
-	endProgram(program, patience + kSupervisorPatience);
+	ServiceSettings service;
+	service.program = program;
+	if (const ServiceSettings* found = settings.find(program); found != nullptr)
+	{
+		service = *found;
+	}
+	endProgram(program, service.stopTimeout * 1000LL + kSupervisorPatience);
 	// Both processes were killed while the service ran.
-	if (!valueOf(readState(program), "started").empty() && !endRemains(program, service))
+	if (!valueOf(readState(program), "started").empty() && !endRemains(service))
 	{
 		say("something of " + program + " is left and does not end");
 		return EX_OSERR;
@@ -207,22 +201,18 @@ int stop(const Settings& settings, const std::string& program)
 
 int mark(const Settings& settings)
 {
-	Netlink netlink;
-	const int error = setMarker(netlink, settings.address.address);
+	const int error = setMarker(settings.address);
 	if (error != 0)
 	{
 		say("the marker ::" + settings.address.text + " cannot be set (" + std::strerror(error) +
 		    "): without IPv6 on lo every take-over takes five seconds longer");
-		return EX_UNAVAILABLE;
 	}
-	return EX_OK;
+	return error != 0 ? EX_UNAVAILABLE : EX_OK;
 }
 
 int unmark(const Settings& settings)
 {
-	Netlink netlink;
-	const int error =
-	    hasMarker(netlink, settings.address.address) ? removeMarker(netlink, settings.address.address) : 0;
+	const int error = look(settings.address).value_or(Sight()).marker ? removeMarker(settings.address) : 0;
 	if (error != 0)
 	{
 		say("the marker ::" + settings.address.text + " cannot be removed: " + std::strerror(error));

@@ -1,12 +1,11 @@
-#include "Runtime.h"
+#include "keeper/Runtime.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <stdexcept>
+#include <fstream>
+#include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,8 +14,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "Loop.h"
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 namespace velarix::keeper
 {
@@ -45,7 +43,7 @@ void makeRuntimeDirectory()
 {
 	if (::mkdir(kRuntimeDirectory, 0755) != 0 && errno != EEXIST)
 	{
-		throw std::runtime_error(std::string(kRuntimeDirectory) + ": " + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), kRuntimeDirectory);
 	}
 }
 
@@ -55,7 +53,7 @@ ProcessLock::ProcessLock(const std::string& program)
 {
 	if (!m_file)
 	{
-		throw std::runtime_error(pathOf(program, ".lock") + ": " + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), pathOf(program, ".lock"));
 	}
 }
 
@@ -69,24 +67,20 @@ pid_t holderOf(const std::string& program, Part part)
 {
 	const Descriptor file(::open(pathOf(program, ".lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
 	struct flock lock = lockOf(part);
-	if (!file || ::fcntl(file.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
-	{
-		return 0;
-	}
-	return lock.l_pid;
+	const bool held = file && ::fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+	return held ? lock.l_pid : 0;
 }
 
 LivingProcess::LivingProcess(const std::string& program, Part part) : m_pid(holderOf(program, part))
 {
-	if (m_pid <= 0)
+	if (m_pid > 0)
 	{
-		return;
+		m_descriptor = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
 	}
-	m_descriptor = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
 	// Between the two looks the number may have become another process's.
-	if (holderOf(program, part) != m_pid)
+	if (m_descriptor && holderOf(program, part) != m_pid)
 	{
-		m_descriptor.reset();
+		m_descriptor.close();
 	}
 }
 
@@ -126,20 +120,14 @@ void writeState(const std::string& program, const Fields& fields)
 
 Fields readState(const std::string& program)
 {
-	const Descriptor file(::open(pathOf(program, ".state").c_str(), O_RDONLY | O_CLOEXEC));
-	std::array<char, 4096> buffer{};
-	const ssize_t length = file ? ::read(file.get(), buffer.data(), buffer.size()) : 0;
-	std::string_view text(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+	std::ifstream file(pathOf(program, ".state"));
 	Fields fields;
-	while (!text.empty())
+	for (std::string line; std::getline(file, line);)
 	{
-		const std::string_view line = text.substr(0, text.find('\n'));
-		const std::size_t equals = line.find('=');
-		if (equals != std::string_view::npos)
+		if (const std::size_t equals = line.find('='); equals != std::string::npos)
 		{
 			fields.emplace_back(line.substr(0, equals), line.substr(equals + 1));
 		}
-		text.remove_prefix(std::min(text.size(), line.size() + 1));
 	}
 	return fields;
 }
@@ -159,7 +147,7 @@ AddressWatch::AddressWatch() : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOC
 {
 	if (!m_inotify || ::inotify_add_watch(m_inotify.get(), kRuntimeDirectory, IN_MOVED_TO | IN_DELETE) < 0)
 	{
-		throw std::runtime_error(std::string("inotify: ") + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), "inotify");
 	}
 }
 
@@ -170,14 +158,9 @@ bool AddressWatch::look()
 	{
 	}
 	m_holder.emplace(kAddressProgram, Part::worker);
-	if (!*m_holder)
-	{
-		m_holder.reset();
-		return false;
-	}
 	// What a holder has left that was killed does not count.
 	const Fields fields = readState(kAddressProgram);
-	return valueOf(fields, "held") == "yes" && valueOf(fields, "pid") == std::to_string(m_holder->pid());
+	return *m_holder && valueOf(fields, "held") == "yes" && valueOf(fields, "pid") == std::to_string(m_holder->pid());
 }
 
 } // namespace velarix::keeper

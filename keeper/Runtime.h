@@ -13,8 +13,7 @@
 
 #include <sys/types.h>
 
-#include "AddressMachine.h"
-#include "Descriptor.h"
+#include "keeper/Loop.h"
 
 namespace velarix::keeper
 {

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "AddressMachine.h"
+#include "keeper/AddressMachine.h"
 
 namespace
 {

@@ -449,7 +449,7 @@ TEST_F(AddressTest, WithoutSoundSettingsNothingStarts)
 	m_a.write("/usr/velarix/bin/ini/keeper.ini", "[address]\naddress = nowhere\n");
 	const Result refused = m_a.run({"/bin/sh", "-c", "/usr/velarix/run/ha-address 2>&1"});
 	EXPECT_EQ(refused.status, 78);
-	EXPECT_TRUE(refused.output.starts_with("ha-address: keeper.ini line 2: address = nowhere is no IPv4 address"))
+	EXPECT_TRUE(refused.output.starts_with("ha-address: keeper.ini line 2: address = nowhere is not an IPv4 address"))
 	    << refused.output;
 	EXPECT_EQ(m_a.keeper({"raise"}).status, 78);
 	EXPECT_EQ(m_a.keeper({"check"}).status, 78);
@@ -461,10 +461,10 @@ TEST_F(AddressTest, StatusIsJSONWhenAsked)
 {
 	hold(m_a);
 	const std::string json = m_a.keeper({"status", "--json"}).output;
-	EXPECT_TRUE(has(json, "\"address\": \"192.0.2.100\"")) << json;
-	EXPECT_TRUE(has(json, "\"held\": true")) << json;
-	EXPECT_TRUE(has(json, "\"marker\": true")) << json;
-	EXPECT_TRUE(has(m_b.keeper({"status", "--json"}).output, "\"state\": \"stopped\""));
+	EXPECT_TRUE(has(json, "\"address\":\"192.0.2.100\"")) << json;
+	EXPECT_TRUE(has(json, "\"held\":true")) << json;
+	EXPECT_TRUE(has(json, "\"marker\":true")) << json;
+	EXPECT_TRUE(has(m_b.keeper({"status", "--json"}).output, "\"state\":\"stopped\""));
 	shell("echo '" + json + "' | python3 -c 'import json, sys; json.load(sys.stdin)'");
 }
 

@@ -24,8 +24,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Runtime.h"
 #include "WaitFor.h"
+#include "keeper/Runtime.h"
 
 namespace keepertest
 {

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Arp.h"
+#include "keeper/Arp.h"
 
 namespace keepertest
 {
