@@ -55,13 +55,14 @@ void waitForFormerWorker(const std::string& program)
 	}
 }
 
-int beWorker(const std::string& program, const ProcessLock& lock, const Work& work, pid_t guard)
+int beWorker(const std::string& program, const Work& work, pid_t guard)
 {
 	// The agent counts every process whose name contains the program's.
 	setProcessName("keeper");
 	::prctl(PR_SET_PDEATHSIG, SIGTERM);
 	::prctl(PR_SET_CHILD_SUBREAPER, 1);
-	return ::getppid() == guard && lock.take(Part::worker) ? reported(program, work) : EX_TEMPFAIL;
+	const Descriptor lock = takeLock(program, Part::worker);
+	return lock && ::getppid() == guard ? reported(program, work) : EX_TEMPFAIL;
 }
 
 /// @return its status, as of waitpid(2)
@@ -98,8 +99,8 @@ int beGuard(const std::string& program, const Work& work, const std::function<vo
 	}
 	// The worker of a guard that was killed may still be ending its service.
 	waitForFormerWorker(program);
-	const ProcessLock lock(program);
-	if (!lock.take(Part::guard))
+	const Descriptor lock = takeLock(program, Part::guard);
+	if (!lock)
 	{
 		return EX_OK;
 	}
@@ -110,7 +111,7 @@ int beGuard(const std::string& program, const Work& work, const std::function<vo
 	const pid_t worker = ::fork();
 	if (worker == 0)
 	{
-		::_exit(beWorker(program, lock, work, self));
+		::_exit(beWorker(program, work, self));
 	}
 	if (worker < 0)
 	{

@@ -39,31 +39,22 @@ constexpr const char* kServiceVariable = "VELARIX_SERVICE";
 /// @return whether everything could be set
 bool become(const ServiceSettings& service)
 {
-	const passwd* user = service.user.empty() ? nullptr : ::getpwnam(service.user.c_str());
+	if (service.user.empty() && service.group.empty())
+	{
+		return true;
+	}
+	const passwd* user = ::getpwnam(service.user.empty() ? "root" : service.user.c_str());
 	const group* group = service.group.empty() ? nullptr : ::getgrnam(service.group.c_str());
-	if ((user == nullptr && !service.user.empty()) || (group == nullptr && !service.group.empty()))
+	if (user == nullptr || (group == nullptr && !service.group.empty()))
 	{
 		errno = EINVAL;
 		return false;
 	}
-	if (user == nullptr && group == nullptr)
-	{
-		return true;
-	}
 	const gid_t gid = group != nullptr ? group->gr_gid : user->pw_gid;
-	const char* name = user != nullptr ? user->pw_name : "";
-	if ((user != nullptr ? ::initgroups(name, gid) : ::setgroups(1, &gid)) != 0 || ::setgid(gid) != 0)
-	{
-		return false;
-	}
-	if (user == nullptr)
-	{
-		return true;
-	}
-	::setenv("USER", name, 1);
-	::setenv("LOGNAME", name, 1);
+	::setenv("USER", user->pw_name, 1);
+	::setenv("LOGNAME", user->pw_name, 1);
 	::setenv("HOME", user->pw_dir, 1);
-	return ::setuid(user->pw_uid) == 0;
+	return ::initgroups(user->pw_name, gid) == 0 && ::setgid(gid) == 0 && ::setuid(user->pw_uid) == 0;
 }
 
 /// In the child, which has no other threads. @return never, unless something failed

@@ -47,20 +47,17 @@ void makeRuntimeDirectory()
 	}
 }
 
-ProcessLock::ProcessLock(const std::string& program)
-    // For root alone: whoever may read it could lock it.
-    : m_file(::open(pathOf(program, ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
+Descriptor takeLock(const std::string& program, Part part)
 {
-	if (!m_file)
+	// For root alone: whoever may read it could lock it.
+	const std::string path = pathOf(program, ".lock");
+	Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+	if (!file)
 	{
-		throw std::system_error(errno, std::generic_category(), pathOf(program, ".lock"));
+		throw std::system_error(errno, std::generic_category(), path);
 	}
-}
-
-bool ProcessLock::take(Part part) const
-{
 	const struct flock lock = lockOf(part);
-	return ::fcntl(m_file.get(), F_SETLK, &lock) == 0;
+	return ::fcntl(file.get(), F_SETLK, &lock) == 0 ? std::move(file) : Descriptor();
 }
 
 pid_t holderOf(const std::string& program, Part part)

@@ -29,19 +29,9 @@ enum class Part : std::uint8_t
 /// Makes the directory when it is not there.
 void makeRuntimeDirectory();
 
-/// Held by this process until it ends.
-class ProcessLock
-{
-public:
-	/// Opens the lock of `program`. There must be one object for it in a process:
-	/// closing any descriptor of the file releases the locks.
-	explicit ProcessLock(const std::string& program);
-	/// @return whether this process has it now; false when another one has
-	bool take(Part part) const;
-
-private:
-	Descriptor m_file;
-};
+/// @return the lock of `part`, which this process has until it ends or closes any
+///         descriptor of that file; none when another one has it
+Descriptor takeLock(const std::string& program, Part part);
 
 /// @return who lives as `part` of `program`; 0 for nobody
 pid_t holderOf(const std::string& program, Part part);
@@ -86,7 +76,7 @@ public:
 	int changes() const { return m_inotify.get(); }
 	/// Can be read when ha-address has ended; -1 while there is none. New after each look().
 	int death() const { return m_holder ? m_holder->descriptor() : -1; }
-	/// Reads all changes away. @return whether the address is held
+	/// Takes note of all changes. @return whether the address is held
 	bool look();
 
 private:

@@ -1,9 +1,9 @@
 // What this machine lacks for the settings.
 #include "keeper/Settings.h"
 
-#include <array>
 #include <cstdlib>
 
+#include <glob.h>
 #include <grp.h>
 #include <net/if.h>
 #include <pwd.h>
@@ -52,50 +52,29 @@ void checkLink(const std::string& program, int line, Findings& findings)
 	}
 }
 
-bool hasUnit(const std::string& unit)
+/// @param pattern may have {this,that} and *
+bool isAny(const std::string& pattern)
 {
-	const std::size_t at = unit.find('@');
-	const std::string file = at == std::string::npos ? unit : unit.substr(0, at + 1) + ".service";
-	for (const char* directory : {"/etc/systemd/system/", "/run/systemd/system/", "/usr/local/lib/systemd/system/",
-	                              "/usr/lib/systemd/system/", "/lib/systemd/system/"})
-	{
-		if (::access((directory + file).c_str(), F_OK) == 0)
-		{
-			return true;
-		}
-	}
-	return false;
-}
-
-/// What systemctl enable makes, looked for as systemd does: a link in any target's directory.
-bool isEnabled(const std::string& unit)
-{
-	for (const char* target : {"multi-user.target", "graphical.target", "default.target", "network-online.target"})
-	{
-		for (const char* kind : {".wants/", ".requires/"})
-		{
-			struct stat status = {};
-			const std::string link = std::string("/etc/systemd/system/") + target + kind + unit;
-			if (::lstat(link.c_str(), &status) == 0)
-			{
-				return true;
-			}
-		}
-	}
-	return false;
+	glob_t found{};
+	const bool any = ::glob(pattern.c_str(), GLOB_BRACE | GLOB_NOESCAPE, nullptr, &found) == 0;
+	::globfree(&found);
+	return any;
 }
 
 void checkUnit(const std::string& unit, int line, Findings& findings)
 {
+	// As systemd looks for them: a template's file, and what systemctl enable makes.
+	const std::size_t at = unit.find('@');
+	const std::string file = at == std::string::npos ? unit : unit.substr(0, at + 1) + ".service";
 	if (::access("/run/systemd/system", F_OK) != 0)
 	{
 		findings.push_back({line, EX_UNAVAILABLE, "unit: this machine does not run systemd", "use command instead"});
 	}
-	else if (!hasUnit(unit))
+	else if (!isAny("{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/" + file))
 	{
 		findings.push_back({line, EX_UNAVAILABLE, "there is no unit " + unit, "install it, or correct its name"});
 	}
-	else if (isEnabled(unit))
+	else if (isAny("/etc/systemd/system/*.{wants,requires}/" + unit))
 	{
 		findings.push_back(
 		    {line, 0, unit + " is enabled: at boot it would run without the address", "systemctl disable " + unit});
