@@ -52,11 +52,7 @@ void endProgram(const std::string& program, Millis patience)
 			continue;
 		}
 		// The guard ends what is left of a worker that is killed.
-		const LivingProcess worker(program, Part::worker);
-		if (worker)
-		{
-			worker.signal(SIGKILL);
-		}
+		LivingProcess(program, Part::worker).signal(SIGKILL);
 		if (!process.waitForEnd(kSupervisorPatience))
 		{
 			process.signal(SIGKILL);
@@ -96,14 +92,6 @@ void startHolder(const Settings& settings)
 	}
 }
 
-/// @return the state of the living holder; empty when there is none or it has not told yet
-Fields stateOfHolder()
-{
-	Fields fields = readState(kAddressProgram);
-	const pid_t worker = holderOf(kAddressProgram, Part::worker);
-	return worker != 0 && valueOf(fields, "pid") == std::to_string(worker) ? fields : Fields();
-}
-
 /// Why it is not held, when that is known for certain.
 std::string obstacle(const Fields& fields)
 {
@@ -132,26 +120,24 @@ int raise(const Settings& settings)
 	{
 		startHolder(settings);
 	}
-	std::string reason;
 	const Millis end = now() + kRaiseLimit;
-	bool held = watch.look();
-	while (!held && reason.empty() && now() < end)
+	for (Fields seen = watch.look(); valueOf(seen, "held") != "yes"; seen = watch.look())
 	{
+		std::string reason = obstacle(seen);
+		if (reason.empty() && now() >= end)
+		{
+			reason = settings.address.text + " could not be raised within 5 s";
+		}
+		if (!reason.empty())
+		{
+			say(reason);
+			started ? endProgram(kAddressProgram, kAddressPatience) : void();
+			return EX_TEMPFAIL;
+		}
 		pollfd waiting{watch.changes(), POLLIN, 0};
 		::poll(&waiting, 1, static_cast<int>(std::max<Millis>(end - now(), 0)));
-		held = watch.look();
-		reason = held ? "" : obstacle(stateOfHolder());
 	}
-	if (held)
-	{
-		return EX_OK;
-	}
-	say(reason.empty() ? settings.address.text + " could not be raised within 5 s" : reason);
-	if (started)
-	{
-		endProgram(kAddressProgram, kAddressPatience);
-	}
-	return EX_TEMPFAIL;
+	return EX_OK;
 }
 
 int drop(const Settings& settings)

@@ -148,7 +148,7 @@ AddressWatch::AddressWatch() : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOC
 	}
 }
 
-bool AddressWatch::look()
+Fields AddressWatch::look()
 {
 	std::array<char, 4096> discarded{};
 	while (::read(m_inotify.get(), discarded.data(), discarded.size()) > 0)
@@ -156,8 +156,8 @@ bool AddressWatch::look()
 	}
 	m_holder.emplace(kAddressProgram, Part::worker);
 	// What a holder has left that was killed does not count.
-	const Fields fields = readState(kAddressProgram);
-	return *m_holder && valueOf(fields, "held") == "yes" && valueOf(fields, "pid") == std::to_string(m_holder->pid());
+	Fields fields = readState(kAddressProgram);
+	return *m_holder && valueOf(fields, "pid") == std::to_string(m_holder->pid()) ? std::move(fields) : Fields();
 }
 
 } // namespace velarix::keeper

@@ -76,8 +76,9 @@ public:
 	int changes() const { return m_inotify.get(); }
 	/// Can be read when ha-address has ended; -1 while there is none. New after each look().
 	int death() const { return m_holder ? m_holder->descriptor() : -1; }
-	/// Takes note of all changes. @return whether the address is held
-	bool look();
+	/// Takes note of all changes. @return the state of the living ha-address; empty while
+	///         there is none or it has not told yet
+	Fields look();
 
 private:
 	Descriptor m_inotify;

@@ -74,7 +74,7 @@ void ServiceSupervisor::lookAtAddress()
 	{
 		m_loop.forget(m_watchedDeath);
 	}
-	const bool held = m_address.look();
+	const bool held = valueOf(m_address.look(), "held") == "yes";
 	m_watchedDeath = m_address.death();
 	if (m_watchedDeath >= 0)
 	{
@@ -278,23 +278,19 @@ void ServiceSupervisor::kill()
 	feedWhenGone();
 }
 
-void ServiceSupervisor::startJob(Job job, const std::vector<std::string>& verb)
+void ServiceSupervisor::startJob(Job job, std::vector<std::string> command)
 {
 	if (m_jobPid > 0)
 	{
 		::kill(-m_jobPid, SIGKILL);
 	}
-	std::vector<std::string> command{"systemctl"};
-	command.insert(command.end(), verb.begin(), verb.end());
+	command.insert(command.begin(), "systemctl");
 	command.push_back(m_settings.unit);
 	std::array<int, 2> answer{-1, -1};
-	std::string error;
-	if (job == Job::findMain && ::pipe2(answer.data(), O_CLOEXEC) != 0)
-	{
-		answer = {-1, -1};
-	}
-	const Descriptor writing(answer[1]);
+	[[maybe_unused]] const int made = ::pipe2(answer.data(), O_CLOEXEC);
 	m_answer = Descriptor(answer[0]);
+	const Descriptor writing(answer[1]);
+	std::string error;
 	m_job = job;
 	m_jobPid = std::max(start(m_settings, command, RunAs::self, error, answer[1]), 0);
 	if (m_jobPid == 0)
@@ -383,10 +379,6 @@ void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent event)
 
 void ServiceSupervisor::publish()
 {
-	if (m_machine.state == ServiceState::ended && !m_machine.failed)
-	{
-		return;
-	}
 	m_publishedResult = m_checkResult;
 	Fields fields{{"state", m_machine.failed ? "failed" : nameOf(m_machine.state)},
 	              {"since", std::to_string(wallClock(m_machine.since))},

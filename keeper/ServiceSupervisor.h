@@ -45,7 +45,7 @@ private:
 	void terminate();
 	void kill();
 	void startCheck();
-	void startJob(Job job, const std::vector<std::string>& verb);
+	void startJob(Job job, std::vector<std::string> command);
 	std::vector<pid_t> remains() const;
 
 	void onTime(Millis moment);
