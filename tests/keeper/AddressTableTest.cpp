@@ -353,9 +353,14 @@ public:
 	{
 		for (int i = 0; i < steps && m_machine.state != stopped; ++i)
 		{
-			const bool timer = pick(2) == 0 && m_machine.deadline() != kNever;
-			m_now = timer ? std::max(m_now, m_machine.deadline()) : m_now + pick(120);
-			feed(timer ? E::timer : static_cast<E>(pick(i % 100 == 99 ? 9 : 8)));
+			E event = pick(2) == 0 ? E::timer : static_cast<E>(pick(i % 100 == 99 ? 9 : 8));
+			if (m_machine.deadline() == kNever && event == E::timer)
+			{
+				event = E::linkUp;
+			}
+			// A timer is never early.
+			m_now = event == E::timer ? std::max(m_now, m_machine.deadline()) : m_now + pick(120);
+			feed(event);
 			if (testing::Test::HasFatalFailure())
 			{
 				return;
