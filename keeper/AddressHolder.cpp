@@ -180,7 +180,11 @@ void AddressHolder::feed(AddressEvent event, const Mac& from)
 	const AddressStep step = next(m_machine, {event, now(), from, randomNumber()});
 	m_machine = step.machine;
 	const bool cameOrWent = before.held() != m_machine.held();
-	m_conflicts += event == AddressEvent::claim && before.held() ? 1 : 0;
+	if (event == AddressEvent::claim && before.held())
+	{
+		++m_conflicts;
+		m_lastConflict = wallClock(now());
+	}
 	m_removals += event == AddressEvent::removed && before.held() ? 1 : 0;
 	// The services are told before the address goes, and after it has come.
 	if (cameOrWent && before.held())
@@ -228,29 +232,29 @@ void AddressHolder::perform(const AddressActions& actions)
 	}
 }
 
-void AddressHolder::report(AddressEvent event, const AddressMachine& before)
+void AddressHolder::report(AddressEvent cause, const AddressMachine& before)
 {
 	const std::string place = m_settings.text + " on " + m_settings.interface;
 	const std::string holder = m_machine.holder ? macText(*m_machine.holder) : "";
 	const auto entered = [&](AddressState state) { return m_machine.state == state && before.state != state; };
-	const auto tell = [&](bool holds, const char* word, const std::string& detail)
+	const auto event = [&](const char* word, const std::string& detail, bool happened)
 	{
-		if (holds)
+		if (happened)
 		{
 			m_journal.event(word, detail);
 		}
 	};
-	tell(event == AddressEvent::stall, "stalled", "stood still; asks who holds " + m_settings.text);
-	tell(event == AddressEvent::removed && before.held(), "removed", place + " was removed by somebody; raised again");
-	tell(event == AddressEvent::claim && before.held() && m_machine.held(), "conflict",
-	     "another host has claimed " + m_settings.text);
-	tell(entered(AddressState::yielded), "yielded", m_settings.text + " to " + holder);
-	tell(m_machine.state == AddressState::waiting && m_machine.holder != before.holder, "waiting",
-	     m_settings.text + " is held by " + holder);
-	tell(entered(AddressState::offline), "offline", m_settings.interface + " is missing, down or without carrier");
-	tell(!before.held() && m_machine.held(), "raised", place);
-	tell(before.held() && !m_machine.held(), "lowered", place);
-	tell(entered(AddressState::stopped), "stopped", "asked to end");
+	event("stalled", "stood still; asks who holds " + m_settings.text, cause == AddressEvent::stall);
+	event("removed", place + " was removed by somebody; raised again", cause == AddressEvent::removed && before.held());
+	event("conflict", "another host has claimed " + m_settings.text,
+	      cause == AddressEvent::claim && before.held() && m_machine.held());
+	event("yielded", m_settings.text + " to " + holder, entered(AddressState::yielded));
+	event("waiting", m_settings.text + " is held by " + holder,
+	      m_machine.state == AddressState::waiting && m_machine.holder != before.holder);
+	event("offline", m_settings.interface + " is missing, down or without carrier", entered(AddressState::offline));
+	event("raised", place, !before.held() && m_machine.held());
+	event("lowered", place, before.held() && !m_machine.held());
+	event("stopped", "asked to end", entered(AddressState::stopped));
 }
 
 void AddressHolder::publish()
@@ -265,6 +269,7 @@ void AddressHolder::publish()
 	                             {"on_conflict", m_settings.defend ? "defend" : "yield"},
 	                             {"holder", m_machine.holder ? macText(*m_machine.holder) : ""},
 	                             {"conflicts", std::to_string(m_conflicts)},
+	                             {"last_conflict", std::to_string(m_lastConflict)},
 	                             {"removals", std::to_string(m_removals)},
 	                             {"pid", std::to_string(::getpid())}});
 }

@@ -41,7 +41,7 @@ private:
 	void readArpSocket();
 	void feed(AddressEvent event, const Mac& from = {});
 	void perform(const AddressActions& actions);
-	void report(AddressEvent event, const AddressMachine& before);
+	void report(AddressEvent cause, const AddressMachine& before);
 	void publish();
 
 	AddressSettings m_settings;
@@ -56,6 +56,7 @@ private:
 	Due m_publish;
 	Millis m_arpAgainAt = kNever; ///< reading of a flood goes on then
 	int m_conflicts = 0;
+	long long m_lastConflict = 0; ///< CLOCK_REALTIME in seconds
 	int m_removals = 0;
 };
 

@@ -150,6 +150,11 @@ int drop(const Settings& settings)
 		{
 			LivingProcess(service.program, part).signal(SIGCONT);
 		}
+		// Both were killed while it ran: nobody else ends it.
+		if (holderOf(service.program, Part::guard) == 0 && holderOf(service.program, Part::worker) == 0)
+		{
+			endOrphans(service);
+		}
 	}
 	if (settings.address.address != 0)
 	{
@@ -177,7 +182,7 @@ int stop(const Settings& settings, const std::string& program)
 	}
 	endProgram(program, service.stopTimeout * 1000LL + kSupervisorPatience);
 	// Both processes were killed while the service ran.
-	if (!valueOf(readState(program), "started").empty() && !endRemains(service))
+	if (!endOrphans(service))
 	{
 		say("something of " + program + " is left and does not end");
 		return EX_OSERR;

@@ -244,6 +244,11 @@ bool endRemains(const ServiceSettings& service)
 	return gone;
 }
 
+bool endOrphans(const ServiceSettings& service)
+{
+	return valueOf(readState(service.program), "started").empty() || endRemains(service);
+}
+
 void setProcessName(const std::string& name)
 {
 	::prctl(PR_SET_NAME, name.c_str());

@@ -40,6 +40,8 @@ bool endAll(const std::function<std::vector<pid_t>()>& find, Millis patience);
 /// Ends what a supervisor that was killed has left: processes, or the unit.
 /// @return whether nothing is left
 bool endRemains(const ServiceSettings& service);
+/// The same, unless the state file says that nothing was left.
+bool endOrphans(const ServiceSettings& service);
 
 /// The name that the agent looks for, as ps shows it.
 void setProcessName(const std::string& name);

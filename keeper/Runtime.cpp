@@ -115,9 +115,9 @@ void writeState(const std::string& program, const Fields& fields)
 	}
 }
 
-Fields readState(const std::string& program)
+Fields readState(const std::string& program, const std::string& directory)
 {
-	std::ifstream file(pathOf(program, ".state"));
+	std::ifstream file(directory + "/" + program + ".state");
 	Fields fields;
 	for (std::string line; std::getline(file, line);)
 	{

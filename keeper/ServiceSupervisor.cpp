@@ -29,7 +29,7 @@ ServiceSupervisor::ServiceSupervisor(const ServiceSettings& settings)
 
 int ServiceSupervisor::run()
 {
-	if (!valueOf(readState(m_settings.program), "started").empty() && !endRemains(m_settings))
+	if (!endOrphans(m_settings))
 	{
 		m_journal.event("failed", "something of a former service is left and does not end");
 		return EX_UNAVAILABLE;
@@ -339,42 +339,31 @@ void ServiceSupervisor::watchUnit()
 	m_loop.watch(m_unitMain.get(), [this] { feed(ServiceEvent::died, kEnded); });
 }
 
-void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent event)
+void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent cause)
 {
-	if (event == ServiceEvent::checkFailed && before.state == ServiceState::running)
+	const bool wasRunning = before.state == ServiceState::running;
+	const auto event = [&](const char* word, const std::string& detail, bool happened)
 	{
-		m_journal.event("check-failed", m_reason + " (" + std::to_string(m_machine.failures) + " of " +
-		                                    std::to_string(m_machine.checkFailures) + ")");
-	}
-	if (before.state == m_machine.state)
-	{
-		return;
-	}
-	if (m_machine.failed && before.state == ServiceState::running)
-	{
-		m_journal.event("failed", m_reason + "; died more often than " + std::to_string(m_settings.restarts) + " in " +
-		                              std::to_string(m_settings.restartsWithin) + " s: this node gives it up");
-	}
-	if (m_machine.state == ServiceState::running)
-	{
-		m_journal.event(m_machine.restarted > before.restarted ? "restarted" : "running",
-		                hasUnit() ? m_settings.unit : m_settings.command.front());
-		return;
-	}
-	if (m_machine.state == ServiceState::restarting)
-	{
-		m_journal.event("died", m_reason + "; is started again here");
-		return;
-	}
-	const std::map<ServiceState, std::pair<const char*, const char*>> words{
-	    {ServiceState::stopping, {"stopping", "the address is not on this node any more"}},
-	    {ServiceState::ending, {"stopping", "asked to end"}},
-	    {ServiceState::waiting, {"stopped", "waits for the address"}},
-	    {ServiceState::ended, {"stopped", "ended"}}};
-	if (const auto word = words.find(m_machine.state); word != words.end())
-	{
-		m_journal.event(word->second.first, word->second.second);
-	}
+		if (happened)
+		{
+			m_journal.event(word, detail);
+		}
+	};
+	const auto entered = [&](ServiceState state) { return m_machine.state == state && before.state != state; };
+	event("check-failed",
+	      m_reason + " (" + std::to_string(m_machine.failures) + " of " + std::to_string(m_machine.checkFailures) + ")",
+	      cause == ServiceEvent::checkFailed && wasRunning);
+	event("failed",
+	      m_reason + "; died more often than " + std::to_string(m_settings.restarts) + " in " +
+	          std::to_string(m_settings.restartsWithin) + " s: this node gives it up",
+	      m_machine.failed && wasRunning);
+	event(m_machine.restarted > before.restarted ? "restarted" : "running",
+	      hasUnit() ? m_settings.unit : m_settings.command.front(), entered(ServiceState::running));
+	event("died", m_reason + "; is started again here", entered(ServiceState::restarting));
+	event("stopping", "the address is not on this node any more", entered(ServiceState::stopping));
+	event("stopping", "asked to end", entered(ServiceState::ending));
+	event("stopped", "waits for the address", entered(ServiceState::waiting));
+	event("stopped", "ended", entered(ServiceState::ended));
 }
 
 void ServiceSupervisor::publish()

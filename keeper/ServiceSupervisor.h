@@ -49,7 +49,7 @@ private:
 	std::vector<pid_t> remains() const;
 
 	void onTime(Millis moment);
-	void report(const ServiceMachine& before, ServiceEvent event);
+	void report(const ServiceMachine& before, ServiceEvent cause);
 	void publish();
 
 	bool hasUnit() const { return !m_settings.unit.empty(); }

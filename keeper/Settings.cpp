@@ -138,7 +138,7 @@ private:
 	{
 		const std::vector<KeyInfo> keys = keyTable();
 		const auto key = std::ranges::find_if(keys, [&](const KeyInfo& known)
-		                                      { return known.section == m_section && known.name == name; });
+		                                      { return m_section == known.section && name == known.name; });
 		if (key == keys.end())
 		{
 			add(m_line, "no such key in [" + std::string(m_section) + "]: " + std::string(name),

@@ -104,8 +104,8 @@ std::string findCommand(const std::string& command);
 /// A key of keeper.ini, for the parser, the manual and "keeper check".
 struct KeyInfo
 {
-	std::string_view section; ///< "address" or "service"
-	std::string_view name;
+	const char* section; ///< "address" or "service"
+	const char* name;
 	const char* meaning;
 	const char* fallback; ///< the default; empty when the key must be there
 	const char* range;

@@ -208,7 +208,8 @@ std::string setKey(Settings& settings, const KeyInfo& key, std::string_view valu
 	{
 		error = "is empty";
 	}
-	const auto found = std::ranges::find_if(kKeys, [&](const Key& known) { return known.info.name == key.name; });
+	const auto found =
+	    std::ranges::find_if(kKeys, [&](const Key& known) { return std::string_view(known.info.name) == key.name; });
 	const bool fits = error.empty() && (words.size() == 1 || found->many) && found->set(settings, words);
 	return fits || !error.empty() ? error : std::string("is not ") + key.range;
 }

@@ -285,31 +285,32 @@ TEST_F(ServiceTest, AKilledKeeperTakesItsServiceAlongAndCanBeStartedAgain)
 	EXPECT_TRUE(told("killed: the worker ended by signal 9"));
 }
 
-TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopAndByTheNextStart)
+TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopByDropAndByTheNextStart)
 {
 	configure("setsid sleep 1000 & wait", "stop_timeout = 1\n");
-	for (const bool byStop : {true, false})
+	const std::vector<std::vector<std::string>> enders{{"stop", "ha-web"}, {"drop"}, {}};
+	for (const std::vector<std::string>& ender : enders)
 	{
 		const pid_t left = startSleep();
 		// Neither may see the other one's end.
-		const pid_t worker = std::stoi(m_host.state("ha-web", "pid"));
-		const pid_t guardian = m_host.processes("ha-web").front();
-		::kill(guardian, SIGSTOP);
-		::kill(worker, SIGKILL);
-		::kill(guardian, SIGKILL);
+		const pid_t guard = m_host.processes("ha-web").front();
+		::kill(guard, SIGSTOP);
+		killWorker();
+		::kill(guard, SIGKILL);
 		ASSERT_TRUE(ends("ha-web"));
 		ASSERT_EQ(::kill(left, 0), 0);
-		if (byStop)
+		if (ender.empty())
 		{
-			EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).output, "");
-			// Its number is there until the first process has taken note of it.
-			EXPECT_TRUE(ends(left));
-			continue;
+			m_host.startProgram("ha-web");
 		}
-		m_host.startProgram("ha-web");
+		else
+		{
+			EXPECT_EQ(m_host.keeper(ender).output, "");
+		}
+		// Its number is there until the first process has taken note of it.
 		EXPECT_TRUE(ends(left));
-		EXPECT_TRUE(comes("sleep"));
 	}
+	EXPECT_TRUE(comes("sleep"));
 }
 
 TEST_F(ServiceTest, AFrozenSupervisorIsEnded)
