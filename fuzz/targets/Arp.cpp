@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "AddressMachine.h"
-#include "Arp.h"
+#include "keeper/AddressMachine.h"
+#include "keeper/Arp.h"
 
 #include "Target.h"
 

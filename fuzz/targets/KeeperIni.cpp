@@ -9,7 +9,7 @@
 
 #include <sysexits.h>
 
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 #include "Target.h"
 
