@@ -48,7 +48,6 @@ TEST(Catalogue, ARowIsAsOnThePage)
 	ASSERT_NE(row, nullptr);
 	EXPECT_EQ(row->file, "src/heartbeat/CHeartReciverStatus.cpp");
 	EXPECT_EQ(row->level, "debug");
-	EXPECT_EQ(row->letter(), 'D');
 	EXPECT_EQ(row->text, "slave -> master  process run");
 	EXPECT_EQ(row->when, "this node becomes master and starts the programs");
 	EXPECT_EQ(row->action, "nothing");
