@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -118,7 +117,12 @@ Result Host::run(const std::vector<std::string>& command) const
 	std::string line = "exec nsenter -m -n -t " + std::to_string(m_pid);
 	for (const std::string& word : command)
 	{
-		line += " '" + std::regex_replace(word, std::regex("'"), "'\\''") + "'";
+		line += " '";
+		for (const char sign : word)
+		{
+			line += sign == '\'' ? "'\\''" : std::string(1, sign);
+		}
+		line += "'";
 	}
 	return execute(line);
 }
