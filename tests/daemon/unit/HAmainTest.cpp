@@ -1,6 +1,8 @@
 // The daemon's entry, called as a function: its main is compiled under another
 // name, fork is scripted, no worker thread runs and every wait is recorded.
 
+#include <csignal>
+
 #include <unistd.h>
 
 #include "Configuraion.h"
@@ -142,6 +144,13 @@ TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 	runDaemonUntilWait(2);
 	EXPECT_EQ(pidAtStop, std::to_string(::getpid()));
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
+}
+
+TEST_F(HAmain, WithoutThePidDirectoryOneLineSaysSoAndTheDaemonAborts)
+{
+	sandbox::shell("rmdir /usr/velarix/pid");
+	EXPECT_EXIT(runMain(0), testing::KilledBySignal(SIGABRT),
+	            Eq("VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: No such file or directory\n"));
 }
 
 TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)

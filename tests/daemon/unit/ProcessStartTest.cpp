@@ -353,4 +353,11 @@ TEST_F(SenderStart, ANewSenderKnowsNoPartnerAndAnErrorOfItsPingIsNotOK)
 	EXPECT_THAT(events::all(), ElementsAre("ping  x5", "log E CHeartSender:150 System exception: raw socket[CODE:1]"));
 }
 
+TEST_F(SenderStart, AnErrorOfThePingOutsideTheLibraryIsPassedOn)
+{
+	fakeoutside::pingThrows("", [] { throw std::runtime_error("broken"); });
+	EXPECT_THROW(worker->isPartnerNetworkOK(), std::runtime_error);
+	EXPECT_THAT(events::all(), ElementsAre("ping  x5"));
+}
+
 } // namespace

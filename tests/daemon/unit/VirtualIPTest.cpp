@@ -156,6 +156,12 @@ TEST_F(VirtualIP, APingErrorEndsTheWait)
 	                                       "log E Utill:504 set virtual ip failed: Not found: no such host"));
 }
 
+TEST_F(VirtualIP, AnErrorOutsideTheLibraryIsPassedOn)
+{
+	fakeoutside::pingThrows("10.0.1.100", [] { throw std::runtime_error("broken"); });
+	EXPECT_THROW(Utill::waitngForVirtualIPSet(), std::runtime_error);
+}
+
 TEST_F(VirtualIP, TheMacAddressHooksDoNothing)
 {
 	Utill::changeMacAddress();
