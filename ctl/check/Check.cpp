@@ -1,6 +1,7 @@
 #include "ctl/check/Check.h"
 
 #include <algorithm>
+#include <sstream>
 #include <string>
 #include <tuple>
 
@@ -29,6 +30,51 @@ void text(Findings& findings, bool withPartner)
 	checks::programs(findings);
 	checks::commands(findings);
 	checks::log(findings);
+}
+
+/// A line with one of these has its other findings by it.
+bool explains(const std::string& id)
+{
+	return id == "quoted-value" || id == "reference-to-nothing" || id == "comma-in-number";
+}
+
+void dropConsequences(CheckReport& report)
+{
+	const std::vector<Finding> all = report.findings;
+	std::erase_if(report.findings,
+	              [&](const Finding& finding)
+	              {
+		              return !explains(finding.id) && std::ranges::any_of(all,
+		                                                                  [&](const Finding& cause) {
+			                                                                  return explains(cause.id) &&
+			                                                                         cause.file == finding.file &&
+			                                                                         cause.line == finding.line;
+		                                                                  });
+	              });
+}
+
+/// A name in each line, with the reason behind it.
+std::vector<std::string> acknowledged(const Paths& paths)
+{
+	std::vector<std::string> result;
+	const fs::path file = paths.below("/usr/velarix/bin/ini/acknowledged.txt");
+	if (host::fileFacts(file).kind != host::FileKind::missing)
+	{
+		std::istringstream lines(readInputFile(file));
+		for (std::string line; std::getline(lines, line);)
+		{
+			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
+		}
+	}
+	return result;
+}
+
+void setAside(CheckReport& report, const std::vector<std::string>& names)
+{
+	const auto rest = std::ranges::stable_partition(report.findings, [&](const Finding& finding)
+	                                                { return std::ranges::find(names, finding.id) == names.end(); });
+	report.acknowledged.assign(rest.begin(), rest.end());
+	report.findings.erase(rest.begin(), rest.end());
 }
 
 /// By file in the order of the first finding's file, then by line; the order of
@@ -83,9 +129,23 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 		return std::nullopt;
 	}
 	SettingsFile settings = SettingsFile::parse(file, content);
-	if (settings.lines().empty())
+	const std::vector<SettingLine>& lines = settings.lines();
+	if (lines.empty())
 	{
 		whole(report, file, "settings-empty", "the settings file has no key", remedy);
+		return std::nullopt;
+	}
+	if (std::ranges::none_of(lines, &SettingLine::assigned))
+	{
+		whole(report, file, "no-assignment", "no line of the settings file has a \"=\"", "write KEY = VALUE");
+		return std::nullopt;
+	}
+	if (std::ranges::any_of(lines,
+	                        [](const SettingLine& line) { return line.key.find("\xC2\xA0") != std::string::npos; }))
+	{
+		whole(report, file, "pasted-characters",
+		      "the settings file holds blanks as a web page has them, which are none",
+		      "put plain blanks in their place: sed -i 's/\\xC2\\xA0/ /g' FILE");
 		return std::nullopt;
 	}
 	return settings;
@@ -97,6 +157,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::programFiles(findings, paths);
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
+	checks::service(findings, paths);
 }
 
 void node(Findings& findings, const CheckRequest& request, const Paths& paths)
@@ -142,7 +203,11 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 			compare(own, report, *request.partner);
 		}
 	}
+	dropConsequences(report);
 	sort(report, request.file);
+	std::vector<std::string> names = acknowledged(paths);
+	names.insert(names.end(), request.ignored.begin(), request.ignored.end());
+	setAside(report, names);
 	return report;
 }
 

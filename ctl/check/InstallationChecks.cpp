@@ -6,10 +6,11 @@
 
 #include <sys/stat.h>
 
-#include "ctl/check/LogBeginning.h"
+#include "ctl/status/LogTail.h"
 #include "inspect/Host.h"
 #include "inspect/HostResources.h"
 #include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
 
 namespace velarix::ctl::checks
 {
@@ -93,7 +94,7 @@ public:
 			    {"writable-directory", "others than root may write in " + name, directory.open, "chmod go-w " + name});
 		}
 		owner(directory.path, facts, directory.open, "directory-owner");
-		space(directory);
+		space(directory, facts);
 	}
 
 	void runScript()
@@ -113,8 +114,16 @@ private:
 		m_findings.add(severity, file, line, std::move(words));
 	}
 
-	void space(const Directory& directory)
+	/// A file system is reported once, as read-only or as full.
+	void space(const Directory& directory, const FileFacts& facts)
 	{
+		if (facts.readOnly)
+		{
+			add(Severity::error, where(directory), directory.line,
+			    {"read-only-directory", directory.path.string() + " is on a file system that is mounted read-only",
+			     directory.missing, "mount it read-write: mount -o remount,rw, and see dmesg for why it is not"});
+			return;
+		}
 		const std::uintmax_t bytes = host::freeSpace(directory.path).value_or(kLeastSpace);
 		const std::uintmax_t files = host::freeFiles(directory.path).value_or(kLeastFiles);
 		if ((bytes < kLeastSpace || files < kLeastFiles) && m_full.insert(directory.path).second)
@@ -180,6 +189,24 @@ void logIntoOwnFile(Findings& findings, const Paths& paths, const fs::path& log)
 	}
 }
 
+/// When it was begun decides when it is renamed and deleted.
+void logBeginning(Findings& findings, const fs::path& log)
+{
+	// Clocks that agree differ by less.
+	constexpr std::chrono::minutes kTolerated{1};
+	const std::optional<Instant> begun = begunAt(log);
+	if (begun && *begun > std::chrono::system_clock::now() + kTolerated)
+	{
+		findings.warning(
+		    key::kLogPath,
+		    {"log-from-the-future",
+		     "the log " + log.string() + " was begun at " + localText(*begun) +
+		         ", which is still to come: the clock was ahead",
+		     "until a day after that time the log is not renamed, and no old one is deleted: the disk fills",
+		     "with the agent stopped, move the file aside: mv " + log.string() + " " + log.string() + ".old"});
+	}
+}
+
 void logFile(Findings& findings, const Paths& paths)
 {
 	const fs::path log = findings.file.text(key::kLogPath).value_or("");
@@ -208,6 +235,12 @@ void logFile(Findings& findings, const Paths& paths)
 	else if (kind == FileKind::regular)
 	{
 		logBeginning(findings, file);
+	}
+	if (host::fileFacts(file.parent_path()).inMemory)
+	{
+		findings.warning(key::kLogPath, {"log-in-memory", "LOG.PATH is on a file system in memory: " + file.string(),
+		                                 "a reboot takes the history along, and some 100 MB of log a day the memory",
+		                                 "name a file on a disk"});
 	}
 }
 

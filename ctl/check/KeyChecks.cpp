@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <regex>
 #include <string>
 
 #include <Poco/Exception.h>
@@ -14,6 +15,15 @@ using namespace inspect;
 
 namespace
 {
+
+/// Without the header of a section its keys are another one's, or no one's: one fault.
+void missingSection(Findings& findings, const std::string& section)
+{
+	findings.add(Severity::error, findings.file.path(), 0,
+	             {"missing-section", "there is no section [" + section + "]",
+	              "its keys count as missing: the agent ends at its start, or when it needs one",
+	              "write the line [" + section + "] above its keys, spelled so"});
+}
 
 void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 {
@@ -45,11 +55,24 @@ void notANumber(Findings& findings, const std::string& name, const KeyInfo& info
 	                          ") and nothing behind it"});
 }
 
+/// The library leaves commas out: they are taken for those between thousands.
+void comma(Findings& findings, const std::string& name)
+{
+	static const std::regex kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
+	const std::string text = findings.file.text(name).value_or("");
+	if (text.find(',') != std::string::npos && !std::regex_match(text, kThousands))
+	{
+		const std::string read = std::to_string(findings.file.integer(name).value_or(0));
+		findings.error(name, {"comma-in-number", name + " is " + text + ", which is read as " + read,
+		                      "the comma is left out: the agent works with " + read, "write a whole number"});
+	}
+}
+
 void check(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	if (findings.file.find(name) == nullptr)
 	{
-		missing(findings, name, info);
+		findings.file.lacksSection(name) ? void() : missing(findings, name, info);
 		return;
 	}
 	try
@@ -61,9 +84,9 @@ void check(Findings& findings, const std::string& name, const KeyInfo& info)
 		unreadable(findings, name, reason);
 		return;
 	}
-	if (info.type == KeyType::integer && !findings.file.integer(name))
+	if (info.type == KeyType::integer)
 	{
-		notANumber(findings, name, info);
+		findings.file.integer(name) ? comma(findings, name) : notANumber(findings, name, info);
 	}
 }
 
@@ -95,15 +118,24 @@ void programPaths(Findings& findings, const KeyInfo& info)
 
 void keys(Findings& findings)
 {
+	std::string section;
 	for (const KeyInfo& info : settingsKeys())
 	{
+		const std::string name(info.name);
+		const bool next = name.substr(0, name.find('.')) != section;
+		section = name.substr(0, name.find('.'));
+		// A byte order mark hides the first one.
+		if (next && findings.file.lacksSection(name) && !findings.hasAnywhere("byte-order-mark"))
+		{
+			missingSection(findings, section);
+		}
 		if (info.name == key::kProcessPath)
 		{
 			programPaths(findings, info);
 		}
 		else
 		{
-			check(findings, std::string(info.name), info);
+			check(findings, name, info);
 		}
 	}
 }

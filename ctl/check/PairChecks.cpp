@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,43 @@ std::optional<int> raisedPrefix(const Findings& findings)
 	    .prefixOf(findings.file.text(key::kVirtualIP).value_or(""));
 }
 
+struct Alike
+{
+	const char* key;
+	const char* id;
+	const char* effect;
+};
+
+/// What belongs to the pair, and not to a node.
+constexpr std::array kAlike{
+    Alike{key::kGatewayIP, "gateways-differ",
+          "each node judges its network by another host: when one of the two does not answer, a master gives up whose "
+          "partner is no better"},
+    Alike{key::kStartCommand, "commands-differ", "the address is raised in another way after a failover"},
+    Alike{key::kStopCommand, "commands-differ", "the address is dropped in another way after a failover"},
+    Alike{key::kKillCommand, "commands-differ", "the programs are killed in another way after a failover"},
+};
+
+void alike(Findings& own, Findings& partner)
+{
+	for (const Alike& one : kAlike)
+	{
+		const std::string left = own.file.text(one.key).value_or("");
+		const std::string right = partner.file.text(one.key).value_or("");
+		// An empty one, another address and another prefix are reported as such.
+		const bool compared = one.key == std::string(key::kGatewayIP) ||
+		                      (own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
+		                       raisedPrefix(own) == raisedPrefix(partner));
+		if (compared && !left.empty() && !right.empty() && left != right)
+		{
+			own.warning(one.key, {one.id,
+			                      bare(one.key) + " is not that of " + partner.file.path().string() + ":" +
+			                          std::to_string(partner.file.lineOf(one.key)) + ", " + right,
+			                      one.effect, "write the same in both, unless the nodes differ in it"});
+		}
+	}
+}
+
 void prefix(Findings& own, Findings& partner)
 {
 	const std::optional<int> left = raisedPrefix(own);
@@ -190,6 +228,7 @@ void pair(Findings& own, Findings& partner)
 	mirrors(partner, own);
 	roles(own, partner);
 	virtualIP(own, partner);
+	alike(own, partner);
 	prefix(own, partner);
 	programs(own, partner);
 	silence(own, partner);

@@ -353,6 +353,11 @@ void trial(Findings& findings, const std::vector<Address>& addresses, const Tria
 		                    "it decides by the network, which the trial has none of");
 	}
 	TrialReport(findings, times).report(result, plan.addresses);
+	const Address* raised = find(result.start.addresses, plan.virtualIP);
+	if (raised != nullptr && raised->card == kServiceCard)
+	{
+		raisedAddress(findings, *raised, addresses);
+	}
 }
 
 } // namespace velarix::ctl::checks

@@ -64,6 +64,26 @@ TEST_F(InstallationCheck, AFileOfAnotherEncodingIsOneFinding)
 	            ElementsAre("error settings-encoding /usr/velarix/bin/ini/config.ini"));
 }
 
+TEST_F(InstallationCheck, AFaultOfTheWholeFileIsOneFinding)
+{
+	const std::vector<std::string> sound = lines;
+	lines[0] = "[AGNET]";
+	EXPECT_THAT(found(), ElementsAre("error missing-section /usr/velarix/bin/ini/config.ini"));
+	lines[0] = "";
+	EXPECT_THAT(found(), ElementsAre("error missing-section /usr/velarix/bin/ini/config.ini"));
+	for (std::string& line : lines)
+	{
+		std::ranges::replace(line, '=', ':');
+	}
+	EXPECT_THAT(found(), ElementsAre("error no-assignment /usr/velarix/bin/ini/config.ini"));
+	lines = sound;
+	for (std::string& line : lines)
+	{
+		line.insert(0, "\xC2\xA0");
+	}
+	EXPECT_THAT(found(), ElementsAre("error pasted-characters /usr/velarix/bin/ini/config.ini"));
+}
+
 TEST_F(InstallationCheck, AFileOfCommentsIsEmpty)
 {
 	lines = {"; nothing", "[AGENT]", "; MODE = 1"};
@@ -96,9 +116,7 @@ TEST_F(InstallationCheck, WhoMayWriteTheSettingsIsFoundByAnotherNameOfThem)
 TEST_F(InstallationCheck, AByteOrderMarkIsFound)
 {
 	lines[0].insert(0, "\xEF\xBB\xBF");
-	const std::vector<std::string> marked = found();
-	EXPECT_THAT(marked, testing::Contains("error byte-order-mark /usr/velarix/bin/ini/config.ini:1"));
-	EXPECT_THAT(marked, testing::Contains("error missing-key /usr/velarix/bin/ini/config.ini"));
+	EXPECT_THAT(found(), ElementsAre("error byte-order-mark /usr/velarix/bin/ini/config.ini:1"));
 
 	lines[0] = "\xEF\xBB\xBF; a comment";
 	lines.insert(lines.begin() + 1, "[AGENT]");
@@ -368,6 +386,30 @@ TEST_F(InstallationCheck, AFullDiskIsFoundOnce)
 	                                   "error disk-full /usr/velarix/bin/ini/config.ini:25"}));
 }
 
+TEST_F(InstallationCheck, AReadOnlyDiskAndOneInMemoryAreFound)
+{
+	fakeHost().files[below("/usr/velarix/pid").string()] = {FileKind::directory, 0755, 0, 0, false, true, false};
+	fakeHost().files[below("/usr/velarix/log").string()] = {FileKind::directory, 0755, 0, 0, false, false, true};
+	EXPECT_THAT(found(), ElementsAre("warning log-in-memory /usr/velarix/bin/ini/config.ini:25",
+	                                 "error read-only-directory /usr/velarix/pid"));
+}
+
+TEST_F(InstallationCheck, OptionsOfTheServiceThatItDoesNotKnowAreWarnedOf)
+{
+	for (const char* good : {"VELARIX_ON_STOP=leave", "VELARIX_ON_STOP=\"handover\" # moves", "#VELARIX_ON_STOP=x",
+	                         "export VELARIX_ON_STOP='release'", "VELARIX_HANDOVER_TIMEOUT=100", "OTHER=1", ""})
+	{
+		write("/etc/default/velarix-ha", good);
+		EXPECT_THAT(found(), IsEmpty()) << good;
+	}
+	for (const char* bad : {"VELARIX_ON_STOP=relase", "VELARIX_ONSTOP=release",
+	                        "VELARIX_ON_STOP=", "VELARIX_HANDOVER_TIMEOUT=2min", "VELARIX_HANDOVER_TIMEOUT=200"})
+	{
+		write("/etc/default/velarix-ha", "\n" + std::string(bad));
+		EXPECT_THAT(found(), ElementsAre("warning bad-service-option /etc/default/velarix-ha:2")) << bad;
+	}
+}
+
 TEST_F(InstallationCheck, APidFileThatOthersMayWriteIsWarnedOf)
 {
 	write("/usr/velarix/pid/VelarixHA.pid", "1");
@@ -414,8 +456,11 @@ TEST_F(InstallationCheck, AWrapperThatTurnsIntoAnotherNameIsFound)
 
 TEST_F(InstallationCheck, AWrapperThatWaitsForAnotherNameIsFound)
 {
-	executable("/opt/service/bin/server", "#!/bin/sh\n/opt/other/daemon -d &\n");
-	EXPECT_THAT(found(), ElementsAre("warning wrapper-without-exec /usr/velarix/bin/ini/config.ini:18"));
+	for (const char* last : {"/opt/other/daemon -d &", "nohup /opt/other/daemon &", "java -jar /opt/x.jar"})
+	{
+		executable("/opt/service/bin/server", std::string("#!/bin/sh\n") + last + "\n");
+		EXPECT_THAT(found(), ElementsAre("warning wrapper-without-exec /usr/velarix/bin/ini/config.ini:18")) << last;
+	}
 }
 
 TEST_F(InstallationCheck, WrappersThatChangeWhoAndHowItRunsAreFine)
@@ -439,6 +484,11 @@ TEST_F(InstallationCheck, AScriptThatCannotStartIsFound)
 	EXPECT_THAT(found(), ElementsAre("error missing-interpreter /usr/velarix/bin/ini/config.ini:18"));
 	executable("/opt/service/bin/server", "#!/bin/sh\nif true; then\n");
 	EXPECT_THAT(found(), ElementsAre("error broken-script /usr/velarix/bin/ini/config.ini:18"));
+	const std::string program = readFile("/proc/self/exe");
+	executable("/opt/service/bin/server", program.substr(0, program.size() / 2));
+	EXPECT_THAT(found(), ElementsAre("error truncated-program /usr/velarix/bin/ini/config.ini:18"));
+	executable("/opt/service/bin/server", program);
+	EXPECT_THAT(found(), IsEmpty());
 	executable("/opt/service/bin/server", "#!/bin/sh\nexec /opt/no/server -d\n");
 	EXPECT_THAT(found(), ElementsAre("error missing-program-file /usr/velarix/bin/ini/config.ini:18"));
 }
@@ -474,6 +524,10 @@ TEST_F(InstallationCheck, AMissingToolOfACommandIsToldAtTheCommand)
 {
 	fs::remove(below("/usr/bin/killall"));
 	EXPECT_THAT(found(), ElementsAre("error missing-tool /usr/velarix/bin/ini/config.ini:22"));
+	// One of several commands is one fault.
+	executable("/usr/bin/killall");
+	fs::remove(below("/usr/bin/ip"));
+	EXPECT_THAT(found(), ElementsAre("error missing-tool /usr/velarix/bin/ini/config.ini:12"));
 }
 
 TEST_F(InstallationCheck, AMissingArpingCostsTheAnnouncementAlone)

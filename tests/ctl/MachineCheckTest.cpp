@@ -1,6 +1,7 @@
 // What is found on the machine: cards, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
+#include "FakeMachine.h"
 #include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
@@ -81,6 +82,44 @@ TEST_F(MachineCheck, TheVirtualIPItselfMayBeThere)
 {
 	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
 	EXPECT_THAT(foundOnMachine(), IsEmpty());
+}
+
+TEST_F(MachineCheck, TheWaysToTheOtherHostsAreLookedAt)
+{
+	struct Row
+	{
+		const char* address;
+		const char* route;
+		const char* expected;
+	};
+	for (const Row& row :
+	     {Row{"192.0.2.254", "", "error no-route config.ini:10"}, Row{"192.0.2.2", "", "error no-route config.ini:5"},
+	      Row{"192.0.2.254", "eth0", "warning route-elsewhere config.ini:10"},
+	      Row{"192.0.2.2", "bond0", "warning route-elsewhere config.ini:5"},
+	      Row{"192.0.2.254", "lo", "error address-of-this-node config.ini:10"}})
+	{
+		fakeHost().routes = {{row.address, row.route}};
+		EXPECT_THAT(foundOnMachine(), ElementsAre(row.expected)) << row.address << row.route;
+	}
+	// Without the node's own address on eth1 there is no way to speak of.
+	setKey(lines, "THIS_SERVER_IP", "192.0.2.7");
+	EXPECT_THAT(foundOnMachine(), ElementsAre("error not-this-node config.ini:3"));
+}
+
+TEST_F(MachineCheck, WhoHasTheVirtualIPIsKnownByTheHardwareAddress)
+{
+	constexpr char kInUse[] = "error address-in-use config.ini:11";
+	fakeHost().holders = {{"198.51.100.10", "52:54:00:00:00:02"}, {"192.0.2.2", "52:54:00:00:00:02"}};
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+	fakeHost().holders["192.0.2.2"] = "52:54:00:00:00:03";
+	EXPECT_THAT(foundOnMachine(), ElementsAre(kInUse));
+	fakeHost().holders.erase("192.0.2.2");
+	EXPECT_THAT(foundOnMachine(), ElementsAre(kInUse));
+	// A partner that keeps its hardware address for itself may be the holder.
+	fakeMachine().answering = {"192.0.2.2"};
+	EXPECT_THAT(foundOnMachine(), IsEmpty());
+	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
+	EXPECT_THAT(foundOnMachine(), ElementsAre(kInUse));
 }
 
 TEST_F(MachineCheck, RootWithoutRawSocketsIsFound)
@@ -186,12 +225,14 @@ protected:
 		trial.kill.programStarted = trial.kill.programEnded = true;
 	}
 
-	CheckReport tried() const
+	CheckReport tried() const { return tried({kLoopback, kOwn, kRaised}); }
+
+	CheckReport tried(const std::vector<host::Address>& addresses) const
 	{
 		CheckReport report;
 		const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
 		Findings findings(file, report);
-		checks::trial(findings, {kLoopback, kOwn, kRaised});
+		checks::trial(findings, addresses);
 		return report;
 	}
 
@@ -245,4 +286,34 @@ TEST_F(CommandTrial, DoesNotRunAFencingCommandWhenTheRestWorks)
 	fakeHost().trial.start.addresses.pop_back();
 	EXPECT_THAT(shortForms(tried()), ElementsAre("error raises-nothing config.ini:12"));
 	EXPECT_THAT(fakeHost().trials.back().stubs, IsEmpty());
+}
+
+TEST_F(CommandTrial, ComparesTheRaisedAddressWithWhatTheMachineHas)
+{
+	struct Row
+	{
+		const char* name;
+		std::vector<host::Address> addresses;
+		std::vector<std::string> expected;
+	};
+	const auto with = [&](const std::string& card, const std::string& label, int prefix) {
+		return std::vector<host::Address>{kOwn, {card, label, "198.51.100.10", prefix, true}};
+	};
+	for (const Row& row :
+	     {Row{"held as raised", with("eth0", "eth0:ha", 24), {}},
+	      Row{"held by a former label", with("eth0", "eth0:vip", 24), {}},
+	      Row{"configured", with("eth0", "eth0", 24), {"warning address-already-there config.ini:11"}},
+	      Row{"configured with a prefix", with("eth0", "eth0:ha", 32), {"error address-already-there config.ini:11"}},
+	      Row{"configured elsewhere", with("lo", "lo", 24), {"error address-already-there config.ini:11"}},
+	      Row{"no other address", {kLoopback}, {}},
+	      Row{"another network",
+	          {{"eth0", "eth0", "203.0.113.1", 24, true}},
+	          {"warning address-of-another-network config.ini:11"}},
+	      Row{"another prefix",
+	          {{"eth0", "eth0", "198.51.100.1", 25, true}},
+	          {"warning prefix-of-no-network config.ini:12"}},
+	      Row{"one network of two", {{"eth0", "eth0", "203.0.113.1", 24, true}, kOwn}, {}}})
+	{
+		EXPECT_EQ(shortForms(tried(row.addresses)), row.expected) << row.name;
+	}
 }
