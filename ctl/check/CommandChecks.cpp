@@ -11,6 +11,7 @@
 #include "ctl/check/CommandRole.h"
 #include "ctl/check/CommandText.h"
 #include "inspect/HostTrial.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -114,7 +115,8 @@ void announced(Findings& findings, const CommandText& command)
 	{
 		what = "arping announces " + addresses.front() + ", and VIRTUAL_IP is " + address;
 	}
-	else if (!interfaces.empty() && !raised.empty() && std::ranges::find(raised, interfaces.front()) == raised.end())
+	else if (!interfaces.empty() && interfaces.front() != kServiceCard && !raised.empty() &&
+	         std::ranges::find(raised, interfaces.front()) == raised.end())
 	{
 		what = "arping announces on " + interfaces.front() + ", and the address is raised on " + raised.front();
 	}

@@ -38,11 +38,6 @@ struct Directory
 	int line = 0;
 	/// What happens without it.
 	const char* missing;
-	/// What someone who may write there can do.
-	const char* open;
-	Severity openSeverity;
-	/// The permission bits that open it.
-	mode_t openBits;
 };
 
 class Disk
@@ -67,7 +62,13 @@ public:
 			    {"settings-writable", "others than root may write the settings", effect,
 			     "chmod go-w " + m_paths.settings.string()});
 		}
-		owner(m_paths.settings, facts, effect, "settings-owner");
+		// Another system's owners are numbers of that system.
+		if (!m_paths.elsewhere() && facts.owner != 0 && facts.kind != FileKind::missing)
+		{
+			add(Severity::error, m_paths.settings, 0,
+			    {"settings-owner", m_paths.settings.string() + " belongs to user " + std::to_string(facts.owner),
+			     effect, "chown root:root " + m_paths.settings.string()});
+		}
 	}
 
 	void directory(const Directory& directory)
@@ -87,13 +88,6 @@ public:
 			     directory.missing, "mkdir -p " + name});
 			return;
 		}
-		const bool sticky = (facts.mode & S_ISVTX) != 0;
-		if ((facts.mode & directory.openBits) != 0 && !sticky)
-		{
-			add(directory.openSeverity, where(directory), directory.line,
-			    {"writable-directory", "others than root may write in " + name, directory.open, "chmod go-w " + name});
-		}
-		owner(directory.path, facts, directory.open, "directory-owner");
 		space(directory, facts);
 	}
 
@@ -145,33 +139,10 @@ private:
 		return directory.line != 0 ? m_findings.file.path() : directory.path;
 	}
 
-	/// Another system's owners are numbers of that system.
-	void owner(const fs::path& path, const FileFacts& facts, const char* effect, const char* id)
-	{
-		if (m_paths.elsewhere() || facts.owner == 0 || facts.kind == FileKind::missing)
-		{
-			return;
-		}
-		add(Severity::error, path, 0,
-		    {id, path.string() + " belongs to user " + std::to_string(facts.owner), effect,
-		     "chown root:root " + path.string()});
-	}
-
 	Findings& m_findings;
 	const Paths& m_paths;
 	std::set<fs::path> m_full;
 };
-
-Directory logDirectory(const Findings& findings, const Paths& paths)
-{
-	const fs::path log = findings.file.text(key::kLogPath).value_or("");
-	return {paths.below(log.parent_path()),
-	        findings.lineFor(key::kLogPath),
-	        "the agent says \"initLog fail\" on its console and runs without a log file",
-	        "whoever may write there can turn what root logs into another file",
-	        Severity::warning,
-	        S_IWOTH};
-}
 
 /// The log is appended to whatever file it names.
 void logIntoOwnFile(Findings& findings, const Paths& paths, const fs::path& log)
@@ -214,7 +185,9 @@ void logFile(Findings& findings, const Paths& paths)
 	{
 		return; // reported by the check of the setting
 	}
-	Disk(findings, paths).directory(logDirectory(findings, paths));
+	Disk(findings, paths)
+	    .directory({paths.below(log.parent_path()), findings.lineFor(key::kLogPath),
+	                "the agent says \"initLog fail\" on its console and runs without a log file"});
 	logIntoOwnFile(findings, paths, log);
 	const fs::path file = paths.below(log);
 	const FileKind kind = host::fileFacts(file).kind;
@@ -264,15 +237,11 @@ void installation(Findings& findings, const Paths& paths)
 	Disk disk(findings, paths);
 	disk.settingsFile();
 	disk.directory(
-	    {paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start",
-	     "the run script there is run as root: whoever may replace it is root", Severity::error, kOthersWrite});
+	    {paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start"});
 	disk.runScript();
-	disk.directory({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start",
-	                "whoever may replace the pid file there chooses the process that a stop of the agent kills",
-	                Severity::warning, kOthersWrite});
+	disk.directory({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start"});
 	disk.directory(
-	    {paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start",
-	     "whoever may replace the run-info record there can end the agent", Severity::warning, kOthersWrite});
+	    {paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start"});
 	pidFile(findings, paths);
 	logFile(findings, paths);
 	runInfo(findings, paths);

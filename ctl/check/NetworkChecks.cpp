@@ -76,15 +76,6 @@ std::vector<std::string> listed(const Address& address)
 	                      : std::vector<std::string>{};
 }
 
-void insideAnother(Findings& findings, const std::string& wanted, const std::string& text, const std::string& card)
-{
-	findings.error(key::kVirtualIP,
-	               {"address-inside-another",
-	                "the text " + wanted + " is a part of " + text + ", which \"ifconfig\" lists on " + card,
-	                "the agent takes the virtual IP for raised: it never is",
-	                "choose an address whose text is no part of another one on the node"});
-}
-
 void listing(Findings& findings, const std::vector<Address>& addresses)
 {
 	const std::string wanted = findings.file.text(key::kVirtualIP).value_or("");
@@ -110,7 +101,7 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 			// The text of the node's own address is looked at without the machine too.
 			if (text != wanted && text != own && text.find(wanted) != std::string::npos)
 			{
-				insideAnother(findings, wanted, text, address.card);
+				addressInside(findings, wanted, text + ", which \"ifconfig\" lists on " + address.card);
 				return;
 			}
 		}

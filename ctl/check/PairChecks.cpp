@@ -81,20 +81,6 @@ void roles(Findings& own, Findings& partner)
 	}
 }
 
-void virtualIP(Findings& own, Findings& partner)
-{
-	const std::optional<std::string> left = own.file.text(key::kVirtualIP);
-	const std::optional<std::string> right = partner.file.text(key::kVirtualIP);
-	if (left && right && *left != *right)
-	{
-		own.error(key::kVirtualIP,
-		          {"virtual-ip-differs", against(own, key::kVirtualIP, partner, key::kVirtualIP),
-		           "the service has another address after each failover, and a standby does not see that its "
-		           "partner serves",
-		           "write the same address in both"});
-	}
-}
-
 /// @return the prefix that the start command gives the virtual IP, as far as its text tells
 std::optional<int> raisedPrefix(const Findings& findings)
 {
@@ -106,35 +92,36 @@ struct Alike
 {
 	const char* key;
 	const char* id;
+	Severity severity;
 	const char* effect;
 };
 
 /// What belongs to the pair, and not to a node.
 constexpr std::array kAlike{
-    Alike{key::kGatewayIP, "gateways-differ",
-          "each node judges its network by another host: when one of the two does not answer, a master gives up whose "
-          "partner is no better"},
-    Alike{key::kStartCommand, "commands-differ", "the address is raised in another way after a failover"},
-    Alike{key::kStopCommand, "commands-differ", "the address is dropped in another way after a failover"},
-    Alike{key::kKillCommand, "commands-differ", "the programs are killed in another way after a failover"},
+    Alike{key::kVirtualIP, "virtual-ip-differs", Severity::error,
+          "the service has another address after each failover, and a standby does not see that its partner serves"},
+    Alike{key::kGatewayIP, "gateways-differ", Severity::warning,
+          "each node judges its network by another host: a master gives up for one that its partner does not ask"},
+    Alike{key::kStartCommand, "commands-differ", Severity::warning, "the address is raised in another way there"},
+    Alike{key::kStopCommand, "commands-differ", Severity::warning, "the address is dropped in another way there"},
+    Alike{key::kKillCommand, "commands-differ", Severity::warning, "the programs are killed in another way there"},
 };
 
 void alike(Findings& own, Findings& partner)
 {
+	// Commands for another address or prefix differ by that, which is reported.
+	const bool sameAddress = own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
+	                         raisedPrefix(own) == raisedPrefix(partner);
 	for (const Alike& one : kAlike)
 	{
-		const std::string left = own.file.text(one.key).value_or("");
-		const std::string right = partner.file.text(one.key).value_or("");
-		// An empty one, another address and another prefix are reported as such.
-		const bool compared = one.key == std::string(key::kGatewayIP) ||
-		                      (own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
-		                       raisedPrefix(own) == raisedPrefix(partner));
-		if (compared && !left.empty() && !right.empty() && left != right)
+		const std::optional<std::string> left = own.file.text(one.key);
+		const std::optional<std::string> right = partner.file.text(one.key);
+		const bool command = findKey(one.key)->type == KeyType::command;
+		if (left && right && *left != *right && (sameAddress || !command) && !left->empty() && !right->empty())
 		{
-			own.warning(one.key, {one.id,
-			                      bare(one.key) + " is not that of " + partner.file.path().string() + ":" +
-			                          std::to_string(partner.file.lineOf(one.key)) + ", " + right,
-			                      one.effect, "write the same in both, unless the nodes differ in it"});
+			own.add(one.severity, own.file.path(), own.lineFor(one.key),
+			        {one.id, against(own, one.key, partner, one.key), one.effect,
+			         "write the same in both, unless the nodes differ in it"});
 		}
 	}
 }
@@ -227,7 +214,6 @@ void pair(Findings& own, Findings& partner)
 	mirrors(own, partner);
 	mirrors(partner, own);
 	roles(own, partner);
-	virtualIP(own, partner);
 	alike(own, partner);
 	prefix(own, partner);
 	programs(own, partner);

@@ -205,7 +205,7 @@ private:
 	bool keeps(const CommandRole& role, const CommandRun& run, const Address* raised) const
 	{
 		return raised != nullptr && run.end == RunEnd::ended && find(run.addresses, m_address) != nullptr &&
-		       !m_findings.has("another-prefix-dropped", role.key) &&
+		       !m_findings.hasAnywhere("another-prefix-dropped") &&
 		       !m_findings.has("another-address-dropped", role.key) && !m_findings.has("missing-tool", role.key);
 	}
 

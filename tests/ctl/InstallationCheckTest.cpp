@@ -142,8 +142,9 @@ TEST_F(InstallationCheck, WhatAnotherUserOwnsIsFoundOnTheRunningSystemAlone)
 	const SettingsFile file = SettingsFile::load(settings());
 	Findings findings(file, report);
 	checks::installation(findings, running);
+	checks::trust(findings, running);
 	EXPECT_THAT(shortForms(report), testing::IsSupersetOf({"error settings-owner /usr/velarix/bin/ini/config.ini",
-	                                                       "error directory-owner /usr/velarix/pid"}));
+	                                                       "warning directory-owner /usr/velarix/pid"}));
 }
 
 // ---- directories
@@ -187,14 +188,16 @@ TEST_F(InstallationCheck, ALogThatIsAFileOfTheAgentsOwnIsFound)
 
 TEST_F(InstallationCheck, ADirectoryOfTheRunScriptThatOthersMayWriteIsAnError)
 {
-	rights("/usr/velarix/bin/ini", 0775);
+	rights("/usr/velarix/bin/ini", 0777);
+	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini"));
+	fakeHost().files[below("/usr/velarix/bin/ini").string()] = {FileKind::directory, 0775, 0, 4};
 	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini"));
 }
 
 TEST_F(InstallationCheck, OtherDirectoriesThatOthersMayWriteAreWarnedOf)
 {
 	rights("/usr/velarix/pid", 0777);
-	rights("/usr/velarix/bin/log", 0775);
+	rights("/usr/velarix/bin/log", 0777);
 	rights("/usr/velarix/log", 0777);
 	EXPECT_THAT(found(), ElementsAre("warning writable-directory /usr/velarix/bin/ini/config.ini:25",
 	                                 "warning writable-directory /usr/velarix/bin/log",
@@ -203,8 +206,9 @@ TEST_F(InstallationCheck, OtherDirectoriesThatOthersMayWriteAreWarnedOf)
 
 TEST_F(InstallationCheck, ALogDirectoryOfAGroupOrWithTheStickyBitIsFine)
 {
-	rights("/usr/velarix/log", 0775);
+	fakeHost().files[below("/usr/velarix/log").string()] = {FileKind::directory, 0775, 0, 4};
 	EXPECT_THAT(found(), IsEmpty());
+	fakeHost().files.clear();
 	rights("/usr/velarix/log", 01777);
 	EXPECT_THAT(found(), IsEmpty());
 }
@@ -338,6 +342,15 @@ TEST_F(InstallationCheck, WhatACommandRunsIsLookedAtToo)
 	EXPECT_THAT(found(), IsEmpty());
 	rights("/srv/ha", 0777);
 	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini/config.ini:13"));
+}
+
+TEST_F(InstallationCheck, WhatTheKeeperRunsIsLookedAtToo)
+{
+	executable("/srv/ha/healthy", "#!/bin/sh\n");
+	write("/usr/velarix/bin/ini/keeper.ini", "[service web]\ncheck = /srv/ha/healthy -q\n");
+	EXPECT_THAT(found(), IsEmpty());
+	rights("/srv/ha/healthy", 0757);
+	EXPECT_THAT(found(), ElementsAre("error writable-program /srv/ha/healthy"));
 }
 
 TEST_F(InstallationCheck, DirectoriesAboveTheAgentsFilesAreLookedAt)

@@ -136,7 +136,7 @@ TEST(RealNetwork, CardsAreThereOrNot)
 TEST(RealNetwork, WaysAndHoldersAreThoseOfTheKernelAndTheWire)
 {
 	// Another host is a process with a network of its own, at the other end of a pair of interfaces.
-	constexpr char kScript[] = R"sh(set -e
+	static constexpr char kScript[] = R"sh(set -e
 		ip link set lo up
 		unshare -n sleep 1000 >/dev/null 2>&1 & host=$!
 		until [ "$(readlink /proc/$host/ns/net)" != "$(readlink /proc/thread-self/ns/net)" ];
