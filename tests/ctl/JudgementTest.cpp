@@ -107,6 +107,14 @@ const std::vector<Row>& rows()
 	     Side::master,
 	     [](NodeState& state) { silence(state); },
 	     {"partner-silent warning blocks"}},
+	    {"AddressOnAnotherHostToo",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     silence(state);
+		     state.otherHolder = "52:54:00:00:00:02";
+	     },
+	     {"duplicate-address critical blocks"}},
 	    {"PartnerSilentToASlave", Side::slave, [](NodeState& state) { silence(state); }, {"partner-silent warning"}},
 	    {"PartnerMute",
 	     Side::slave,
