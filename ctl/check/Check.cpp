@@ -1,9 +1,11 @@
 #include "ctl/check/Check.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "ctl/check/Checks.h"
 #include "inspect/ExitCode.h"
@@ -40,16 +42,17 @@ bool explains(const std::string& id)
 
 void dropConsequences(CheckReport& report)
 {
-	const std::vector<Finding> all = report.findings;
+	std::set<std::pair<fs::path, int>> explained;
+	for (const Finding& finding : report.findings)
+	{
+		if (explains(finding.id))
+		{
+			explained.emplace(finding.file, finding.line);
+		}
+	}
 	std::erase_if(report.findings,
-	              [&](const Finding& finding)
-	              {
-		              return !explains(finding.id) && std::ranges::any_of(all,
-		                                                                  [&](const Finding& cause) {
-			                                                                  return explains(cause.id) &&
-			                                                                         cause.file == finding.file &&
-			                                                                         cause.line == finding.line;
-		                                                                  });
+	              [&](const Finding& finding) {
+		              return !explains(finding.id) && explained.contains({finding.file, finding.line});
 	              });
 }
 

@@ -16,15 +16,6 @@ using namespace inspect;
 namespace
 {
 
-/// Without the header of a section its keys are another one's, or no one's: one fault.
-void missingSection(Findings& findings, const std::string& section)
-{
-	findings.add(Severity::error, findings.file.path(), 0,
-	             {"missing-section", "there is no section [" + section + "]",
-	              "its keys count as missing: the agent ends at its start, or when it needs one",
-	              "write the line [" + section + "] above its keys, spelled so"});
-}
-
 void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	const Words words{"missing-key", name + " is missing", std::string(info.missing),
@@ -38,12 +29,6 @@ void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 	{
 		findings.error(name, words);
 	}
-}
-
-void unreadable(Findings& findings, const std::string& name, const Poco::Exception& reason)
-{
-	findings.error(name, {"endless-reference", name + " refers to itself",
-	                      "the agent ends when it reads the key (" + reason.displayText() + ")", "write the value"});
 }
 
 void notANumber(Findings& findings, const std::string& name, const KeyInfo& info)
@@ -81,7 +66,9 @@ void check(Findings& findings, const std::string& name, const KeyInfo& info)
 	}
 	catch (const Poco::Exception& reason)
 	{
-		unreadable(findings, name, reason);
+		findings.error(name,
+		               {"endless-reference", name + " refers to itself",
+		                "the agent ends when it reads the key (" + reason.displayText() + ")", "write the value"});
 		return;
 	}
 	if (info.type == KeyType::integer)
@@ -124,10 +111,13 @@ void keys(Findings& findings)
 		const std::string name(info.name);
 		const bool next = name.substr(0, name.find('.')) != section;
 		section = name.substr(0, name.find('.'));
-		// A byte order mark hides the first one.
+		// Its keys are another one's then, or no one's: one fault. A byte order mark hides the first one.
 		if (next && findings.file.lacksSection(name) && !findings.hasAnywhere("byte-order-mark"))
 		{
-			missingSection(findings, section);
+			findings.add(Severity::error, findings.file.path(), 0,
+			             {"missing-section", "there is no section [" + section + "]",
+			              "its keys count as missing: the agent ends at its start, or when it needs one",
+			              "write the line [" + section + "] above its keys, spelled so"});
 		}
 		if (info.name == key::kProcessPath)
 		{

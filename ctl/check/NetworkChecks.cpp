@@ -118,7 +118,7 @@ void route(Findings& findings, const char* key, const char* unreached, const cha
 		return; // reported by the check of the addresses
 	}
 	const std::optional<std::string> way = host::interfaceTo(address);
-	const std::string name = std::string(key).substr(std::string(key).find('.') + 1) + ", " + address + ",";
+	const std::string name = std::string(key).substr(std::string(key).find('.') + 1) + " (" + address + ")";
 	if (!way)
 	{
 		findings.error(key,
@@ -165,7 +165,8 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 		                    *other + " answers for it, and the partner's hardware address is not known");
 		return;
 	}
-	findings.error(
+	// No error: where both nodes have it, this one's start is what drops it here.
+	findings.warning(
 	    key::kVirtualIP,
 	    {"address-in-use",
 	     address + (here ? " is held by this node, and by the host " : " is held by another host, ") + *other,

@@ -108,7 +108,7 @@ TEST_F(MachineCheck, TheWaysToTheOtherHostsAreLookedAt)
 
 TEST_F(MachineCheck, WhoHasTheVirtualIPIsKnownByTheHardwareAddress)
 {
-	constexpr char kInUse[] = "error address-in-use config.ini:11";
+	constexpr char kInUse[] = "warning address-in-use config.ini:11";
 	fakeHost().holders = {{"198.51.100.10", "52:54:00:00:00:02"}, {"192.0.2.2", "52:54:00:00:00:02"}};
 	EXPECT_THAT(foundOnMachine(), IsEmpty());
 	fakeHost().holders["192.0.2.2"] = "52:54:00:00:00:03";
