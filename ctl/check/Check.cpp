@@ -11,6 +11,7 @@
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
+#include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
 {
@@ -92,14 +93,6 @@ void sort(CheckReport& report, const fs::path& own)
 	                         });
 }
 
-void whole(CheckReport& report, const fs::path& file, const std::string& id, const std::string& what,
-           const std::string& remedy)
-{
-	report.findings.push_back({id, Severity::error, file, 0, what,
-	                           "the agent ends at its start; nothing but a line on its standard error tells why",
-	                           remedy});
-}
-
 /// What an editor of another system writes: every second byte is a zero, and each line
 /// would be a fault of its own.
 bool isOtherEncoding(const std::string& content)
@@ -112,44 +105,45 @@ bool isOtherEncoding(const std::string& content)
 ///         been reported
 std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 {
-	const std::string remedy = "write it: \"velarixctl init\" makes the files of both nodes";
-	switch (host::fileFacts(file).kind)
+	const auto refuse = [&](const char* id, const char* what, const char* remedy)
 	{
-	case host::FileKind::missing:
-		whole(report, file, "settings-missing", "there is no settings file", remedy);
-		return std::nullopt;
-	case host::FileKind::directory:
-		whole(report, file, "settings-is-a-directory", "the settings file is a directory", remedy);
-		return std::nullopt;
-	default:
-		break;
+		report.findings.push_back({id, Severity::error, file, 0, what,
+		                           "the agent ends at its start; nothing but a line on its standard error tells why",
+		                           remedy});
+		return std::optional<SettingsFile>();
+	};
+	constexpr char kWrite[] = "write it: \"velarixctl init\" makes the files of both nodes";
+	const host::FileKind kind = host::fileFacts(file).kind;
+	if (kind == host::FileKind::missing)
+	{
+		return refuse("settings-missing", "there is no settings file", kWrite);
+	}
+	if (kind == host::FileKind::directory)
+	{
+		return refuse("settings-is-a-directory", "the settings file is a directory", kWrite);
 	}
 	const std::string content = readInputFile(file);
 	if (isOtherEncoding(content))
 	{
-		whole(report, file, "settings-encoding", "the settings file is UTF-16 or no text",
-		      "save it as UTF-8 without a byte order mark: iconv -f UTF-16 -t UTF-8");
-		return std::nullopt;
+		return refuse("settings-encoding", "the settings file is UTF-16 or no text",
+		              "save it as UTF-8 without a byte order mark: iconv -f UTF-16 -t UTF-8");
 	}
 	SettingsFile settings = SettingsFile::parse(file, content);
 	const std::vector<SettingLine>& lines = settings.lines();
 	if (lines.empty())
 	{
-		whole(report, file, "settings-empty", "the settings file has no key", remedy);
-		return std::nullopt;
+		return refuse("settings-empty", "the settings file has no key", kWrite);
 	}
 	if (std::ranges::none_of(lines, &SettingLine::assigned))
 	{
-		whole(report, file, "no-assignment", "no line of the settings file has a \"=\"", "write KEY = VALUE");
-		return std::nullopt;
+		return refuse("no-assignment", "no line of the settings file has a \"=\"", "write KEY = VALUE");
 	}
-	if (std::ranges::any_of(lines,
-	                        [](const SettingLine& line) { return line.key.find("\xC2\xA0") != std::string::npos; }))
+	// A blank of another kind at a line's beginning, or before the "=", belongs to the key.
+	if (content.find("\xC2\xA0") != std::string::npos &&
+	    std::ranges::none_of(lines, [](const SettingLine& line) { return findKey(line.key) != nullptr; }))
 	{
-		whole(report, file, "pasted-characters",
-		      "the settings file holds blanks as a web page has them, which are none",
-		      "put plain blanks in their place: sed -i 's/\\xC2\\xA0/ /g' FILE");
-		return std::nullopt;
+		return refuse("pasted-characters", "the settings file holds blanks as a web page has them, which are none",
+		              "put plain blanks in their place: sed -i 's/\\xC2\\xA0/ /g' FILE");
 	}
 	return settings;
 }

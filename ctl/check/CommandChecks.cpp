@@ -83,16 +83,15 @@ void otherAddress(Findings& findings, const CommandRole& role, const CommandText
 	                          raising ? role.useless : kStopRole.useless, "write the same address in both"});
 }
 
-/// The system drops an address only with the prefix that it has.
+/// The system drops an address only with the prefix that it has. Reported once.
 void otherPrefix(Findings& findings, const CommandRole& role, const CommandText& command)
 {
 	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
 	const CommandText start(findings.file.text(key::kStartCommand).value_or(""));
 	const std::optional<int> raised = start.prefixOf(address);
 	const std::optional<int> dropped = command.prefixOf(address);
-	const bool likeStop = CommandText(findings.file.text(key::kStopCommand).value_or("")).prefixOf(address) == dropped;
-	const bool reported = likeStop && findings.has("another-prefix-dropped", kStopRole.key);
-	if (!address.empty() && raised && dropped && *raised != *dropped && !reported)
+	if (!address.empty() && raised && dropped && *raised != *dropped &&
+	    !findings.has("another-prefix-dropped", kStopRole.key))
 	{
 		findings.error(role.key, {"another-prefix-dropped",
 		                          "the command drops " + address + "/" + std::to_string(*dropped) + ", and raised is " +
