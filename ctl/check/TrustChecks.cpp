@@ -11,7 +11,6 @@
 #include "ctl/check/CommandText.h"
 #include "ctl/check/Tools.h"
 #include "inspect/Host.h"
-#include "inspect/InputFile.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -126,24 +125,6 @@ private:
 	std::set<fs::path> m_seen;
 };
 
-/// The keeper runs its commands as root, too.
-void keeper(Trust& trust, const Paths& paths)
-{
-	const fs::path settings = paths.settings.parent_path() / "keeper.ini";
-	if (host::fileFacts(settings).kind != FileKind::regular)
-	{
-		return;
-	}
-	trust.walk(settings, {});
-	for (const SettingLine& line : splitSettings(readInputFile(settings)).keys)
-	{
-		for (const std::string& program : CommandText(line.value).programs())
-		{
-			trust.walk(toolPath(paths, program), {});
-		}
-	}
-}
-
 } // namespace
 
 void trust(Findings& findings, const Paths& paths)
@@ -154,7 +135,6 @@ void trust(Findings& findings, const Paths& paths)
 	trust.walk(paths.below(kAgent), {});
 	trust.walk(paths.runScript, {});
 	trust.walk(paths.settings, {});
-	keeper(trust, paths);
 	trust.walk(paths.pid.parent_path(),
 	           {.severity = Severity::warning,
 	            .effect = "whoever may replace the pid file there chooses the process that a stop of the agent kills"});

@@ -344,15 +344,6 @@ TEST_F(InstallationCheck, WhatACommandRunsIsLookedAtToo)
 	EXPECT_THAT(found(), ElementsAre("error writable-directory /usr/velarix/bin/ini/config.ini:13"));
 }
 
-TEST_F(InstallationCheck, WhatTheKeeperRunsIsLookedAtToo)
-{
-	executable("/srv/ha/healthy", "#!/bin/sh\n");
-	write("/usr/velarix/bin/ini/keeper.ini", "[service web]\ncheck = /srv/ha/healthy -q\n");
-	EXPECT_THAT(found(), IsEmpty());
-	rights("/srv/ha/healthy", 0757);
-	EXPECT_THAT(found(), ElementsAre("error writable-program /srv/ha/healthy"));
-}
-
 TEST_F(InstallationCheck, DirectoriesAboveTheAgentsFilesAreLookedAt)
 {
 	rights("/usr/velarix/bin", 0777);
