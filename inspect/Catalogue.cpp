@@ -1,7 +1,6 @@
 #include "inspect/Catalogue.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <map>
 #include <utility>
@@ -150,16 +149,6 @@ const std::map<Place, const CatalogueRow*>& byPlace()
 std::string CatalogueRow::place() const
 {
 	return number == 0 ? std::string(label) : std::string(label) + ":" + std::to_string(number);
-}
-
-char CatalogueRow::letter() const
-{
-	// A notice carries the letter of a debug line.
-	static constexpr std::array<std::pair<std::string_view, char>, 6> letters{
-	    {{"debug", 'D'}, {"notice", 'D'}, {"info", 'I'}, {"warning", 'W'}, {"error", 'E'}, {"critical", 'C'}}};
-	const auto* const found =
-	    std::find_if(letters.begin(), letters.end(), [this](const auto& entry) { return entry.first == level; });
-	return found == letters.end() ? '?' : found->second;
 }
 
 const CatalogueRow* findMessage(std::string_view label, int number)

@@ -31,8 +31,6 @@ struct CatalogueRow
 	std::string_view topic;
 
 	std::string place() const;
-	/// The letter that its lines carry; '?' when it is no line of the log.
-	char letter() const;
 };
 
 /// In the order of the page.

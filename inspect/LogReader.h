@@ -7,14 +7,18 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "inspect/LineStream.h"
 #include "inspect/LogLine.h"
+#include "inspect/MessageJoiner.h"
 
 namespace velarix::inspect
 {
@@ -55,9 +59,6 @@ class LogReader
 public:
 	/// @param since archives that were rotated away before it are not opened
 	explicit LogReader(std::filesystem::path path, std::optional<Instant> since = std::nullopt);
-	~LogReader();
-	LogReader(const LogReader&) = delete;
-	LogReader& operator=(const LogReader&) = delete;
 
 	/// The next message. A message whose last line is still being written is
 	/// held back until it is whole.
@@ -69,11 +70,38 @@ public:
 	bool last(LogLine& line);
 
 	/// What could not be read so far; each file is told once.
-	const std::vector<LogTrouble>& trouble() const;
+	const std::vector<LogTrouble>& trouble() const { return m_trouble; }
 
 private:
-	class Source;
-	std::unique_ptr<Source> m_source;
+	/// What has become of the file that is being written.
+	enum class Fate
+	{
+		growing,
+		cutDown,
+		replaced
+	};
+
+	const std::filesystem::path m_path;
+	std::deque<LogFile> m_queue;
+	/// The archives that have been read, are in the queue, or are older than that.
+	std::set<std::filesystem::path> m_known;
+	/// The file that is being read; the one that is being written stays open until
+	/// another one has its name.
+	std::unique_ptr<LineStream> m_stream;
+	std::filesystem::path m_opened;
+	bool m_writtenTo = false;
+	bool m_leaving = false;
+	RawLine m_raw;
+	MessageJoiner m_joiner;
+	std::vector<LogTrouble> m_trouble;
+
+	void list(const std::function<bool(const LogFile&)>& wanted);
+	void tell(const std::filesystem::path& path, int error);
+	bool openNext();
+	bool goOn();
+	Fate fate() const;
+	void leave();
+	void followRotation();
 };
 
 /// Reads a log backwards, newest message first, until `take` returns false. Only

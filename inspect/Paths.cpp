@@ -60,7 +60,7 @@ fs::path resolvedIn(const fs::path& root, const fs::path& absolute)
 
 Paths::Paths(const fs::path& rootDirectory)
     : root(rootDirectory.lexically_normal()), settings(below(kSettingsPath)), runInfo(below(kRunInfoPath)),
-      pid(below(kPidPath)), runScript(below(kRunScriptPath))
+      pid(below(kPidPath)), runScript(below(kRunScriptPath)), maintenance(below("/usr/velarix/pid/maintenance"))
 {
 }
 

@@ -32,6 +32,8 @@ public:
 	std::filesystem::path runInfo;
 	std::filesystem::path pid;
 	std::filesystem::path runScript;
+	/// There while an administrator works on the node.
+	std::filesystem::path maintenance;
 };
 
 } // namespace velarix::inspect

@@ -10,6 +10,9 @@ inline constexpr char kSlaveLastRunTime[] = "TRACE.SLAVE_LAST_RUN_TIME";
 
 /// The record as it is installed: the section and its three keys, no times. The
 /// agent edits it in place and never makes it.
-extern const char kInitialRunInfo[];
+inline constexpr char kInitialRunInfo[] = "[TRACE]\n"
+                                          "LAST_RUN_TIME = \n"
+                                          "MASTER_LAST_RUN_TIME = \n"
+                                          "SLAVE_LAST_RUN_TIME = \n";
 
 } // namespace velarix::inspect

@@ -1,21 +1,16 @@
-#include "AddressHolder.h"
+#include "keeper/AddressHolder.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <csignal>
-#include <cstdio>
 #include <cstring>
 
 #include <linux/capability.h>
-#include <net/if.h>
 #include <sys/random.h>
-#include <sys/socket.h>
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "Process.h"
-#include "Runtime.h"
+#include "keeper/Process.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::keeper
 {
@@ -26,13 +21,10 @@ namespace
 /// A flood is read in pieces of this many packets, with a pause behind each.
 constexpr int kPacketsAtOnce = 64;
 constexpr Millis kFloodPause = 10;
+/// A storm of changes costs one look at the interfaces in this time.
+constexpr Millis kLookGap = 10;
 /// The state file is written at most this often, unless the address came or went.
 constexpr Millis kPublishGap = 50;
-
-int loopback()
-{
-	return static_cast<int>(::if_nametoindex("lo"));
-}
 
 std::uint32_t randomNumber()
 {
@@ -43,218 +35,125 @@ std::uint32_t randomNumber()
 
 } // namespace
 
-std::string macText(const Mac& mac)
+bool AddressHolder::Due::take(Millis moment)
 {
-	std::array<char, 20> text{};
-	std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
-	              mac[5]);
-	return text.data();
+	const bool due = moment >= at;
+	at = due ? kNever : at;
+	last = due ? moment : last;
+	return due;
 }
 
-int setMarker(Netlink& netlink, std::uint32_t address)
-{
-	return netlink.add({loopback(), 128, markerBytes(address)}, "");
-}
-
-int removeMarker(Netlink& netlink, std::uint32_t address)
-{
-	return netlink.remove({loopback(), 128, markerBytes(address)});
-}
-
-bool hasMarker(Netlink& netlink, std::uint32_t address)
-{
-	const std::vector<Address> listed = netlink.addresses(AF_INET6);
-	return std::ranges::any_of(listed, [&](const Address& other) { return other.bytes == markerBytes(address); });
-}
-
-int removeAddress(Netlink& netlink, const AddressSettings& settings)
-{
-	const int interface = static_cast<int>(::if_nametoindex(settings.interface.c_str()));
-	int error = 0;
-	constexpr int kTries = 5;
-	for (int i = 0; i < kTries; ++i)
-	{
-		bool found = false;
-		for (const Address& other : netlink.addresses(AF_INET))
-		{
-			if (other.interface == interface && other.bytes == addressBytes(settings.address))
-			{
-				found = true;
-				error = netlink.remove(other);
-			}
-		}
-		if (!found)
-		{
-			return 0;
-		}
-	}
-	return error != 0 ? error : EBUSY;
-}
-
-AddressHolder::AddressHolder(AddressSettings settings) : m_settings(std::move(settings)), m_journal(kAddressProgram)
+AddressHolder::AddressHolder(AddressSettings settings)
+    : m_settings(std::move(settings)), m_journal(kAddressProgram), m_look{kLookGap}, m_publish{kPublishGap}
 {
 	m_machine.defend = m_settings.defend;
 	m_machine.since = now();
 }
 
-Address AddressHolder::address() const
-{
-	return {m_link.index, m_settings.prefix, addressBytes(m_settings.address)};
-}
-
 int AddressHolder::run()
 {
-	const Descriptor signals = takeSignals();
 	keepCapabilities({CAP_NET_ADMIN, CAP_NET_RAW});
-	m_loop.watch(signals.get(),
-	             [&]
+	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : feed(AddressEvent::stop); });
+	m_loop.watch(m_bell.descriptor(),
+	             [this]
 	             {
-		             const std::vector<int> received = readSignals(signals.get());
-		             if (std::ranges::any_of(received, [](int signal) { return signal != SIGCHLD; }))
-		             {
-			             feed(AddressEvent::stop);
-		             }
+		             m_bell.quiet();
+		             m_look.want(now());
 	             });
-	m_loop.watch(m_monitor.descriptor(), [this] { readNetlink(); });
 	// Left by somebody; whether it may be held here is only asked now.
-	removeAddress(m_netlink, m_settings);
-	setMarker(m_netlink, m_settings.address);
+	removeAddress(m_settings);
 	m_journal.event("started", m_settings.text + " on " + m_settings.interface +
 	                               (m_settings.defend ? ", defends it" : ", yields on a conflict"));
 	// Before anybody reads that there is no carrier.
-	readLinks();
-	publish(true);
-	Millis lastTurn = now();
+	lookAround();
+	publish();
 	while (m_machine.state != AddressState::stopped)
 	{
-		const Millis due = deadline();
-		m_loop.wait(due);
-		const Millis moment = now();
-		// Before anything that has waited meanwhile is looked at.
-		if (due != kNever && stalled(lastTurn, moment))
-		{
-			feed(AddressEvent::stall);
-		}
-		lastTurn = moment;
-		m_loop.dispatch();
-		onTime(now());
+		turn();
 	}
 	return EX_OK;
 }
 
-Millis AddressHolder::deadline() const
+void AddressHolder::turn()
 {
-	return std::min({m_machine.deadline(), m_arpAgainAt, m_markerAt, m_publishAt});
-}
-
-void AddressHolder::onTime(Millis moment)
-{
-	if (moment >= m_arpAgainAt)
+	const Millis due = std::min({m_machine.deadline(), m_look.at, m_publish.at, m_arpAgainAt});
+	m_loop.wait(due);
+	const Millis lastTurn = std::exchange(m_turn, now());
+	if (due != kNever && stalled(lastTurn, m_turn))
 	{
-		m_arpAgainAt = kNever;
+		// Whoever holds it now answers our probe. What was claimed meanwhile may be over.
+		m_arp.receive(kPacketsAtOnce, [](const ArpPacket&) {});
+		feed(AddressEvent::stall);
+	}
+	m_loop.dispatch();
+	if (m_look.take(now()))
+	{
+		lookAround();
+	}
+	if (now() >= m_arpAgainAt)
+	{
 		m_loop.watch(m_arp.descriptor(), [this] { readArpSocket(); });
+		m_arpAgainAt = kNever;
 	}
-	if (moment >= m_markerAt)
+	if (now() >= m_machine.deadline())
 	{
-		m_markerAt = kNever;
-		setMarker(m_netlink, m_settings.address);
+		// An answer counts that came before the verdict, however late we are.
+		readArpSocket();
 	}
-	if (moment >= m_publishAt)
-	{
-		publish(true);
-	}
-	if (moment >= m_machine.deadline())
+	if (now() >= m_machine.deadline())
 	{
 		feed(AddressEvent::timer);
 	}
-}
-
-void AddressHolder::readLinks()
-{
-	const std::vector<Link> links = m_netlink.links();
-	m_ownMacs.clear();
-	for (const Link& link : links)
+	if (m_publish.take(now()))
 	{
-		onLink(link);
-	}
-	if (std::ranges::none_of(links, [this](const Link& link) { return link.name == m_settings.interface; }))
-	{
-		onLink({0, {}, false, m_settings.interface});
+		publish();
 	}
 }
 
-/// Another interface of this machine on the same network answers for the address, too.
-bool AddressHolder::isOwn(const Mac& mac) const
+void AddressHolder::lookAround()
 {
-	return std::ranges::any_of(m_ownMacs, [&](const auto& own) { return own.second == mac; });
-}
-
-void AddressHolder::onLink(const Link& link)
-{
-	m_ownMacs[link.index] = link.mac;
-	const bool ours = link.index != 0 && link.index == m_link.index;
-	if (link.name != m_settings.interface && !ours)
+	const std::optional<Sight> seen = look(m_settings);
+	if (!seen)
 	{
+		m_look.want(now() + kLookGap);
 		return;
 	}
-	const bool changed = link.index != m_link.index || link.mac != m_link.mac;
-	const bool wasUp = m_link.up;
-	m_link = link;
-	if (changed && link.index != 0)
+	const Sight before = std::exchange(m_sight, *seen);
+	const bool changed = m_sight.index != 0 && (m_sight.index != before.index || m_sight.mac != before.mac || !m_arp);
+	if (changed)
 	{
-		if (m_arp && m_arpAgainAt == kNever)
-		{
-			m_loop.forget(m_arp.descriptor());
-		}
-		m_arpAgainAt = kNever;
-		m_arp = ArpSocket(link.index, m_settings.address, link.mac);
-		if (!m_arp)
-		{
-			m_journal.event("failed", "no packet socket on " + m_settings.interface + ": " + std::strerror(errno));
-			feed(AddressEvent::linkDown);
-			return;
-		}
-		m_loop.watch(m_arp.descriptor(), [this] { readArpSocket(); });
+		openArp();
 	}
-	if (link.up != wasUp || (link.up && changed))
+	m_sight.up = m_sight.up && m_arp;
+	if (m_sight.up != before.up || (m_sight.up && changed))
 	{
-		feed(link.up ? AddressEvent::linkUp : AddressEvent::linkDown);
+		feed(m_sight.up ? AddressEvent::linkUp : AddressEvent::linkDown);
 	}
-}
-
-void AddressHolder::onRemoved(const Address& removed)
-{
-	if (removed.interface == m_link.index && removed.bytes == addressBytes(m_settings.address))
+	if (before.present && !m_sight.present)
 	{
 		feed(AddressEvent::removed);
 	}
-	else if (removed.bytes == markerBytes(m_settings.address))
+	if (!m_sight.marker)
 	{
-		m_markerAt = std::min(m_markerAt, now() + timing::kRaiseGap);
+		setMarker(m_settings);
 	}
 }
 
-void AddressHolder::readNetlink()
+void AddressHolder::openArp()
 {
-	const bool complete = m_monitor.receive([this](const Link& link) { onLink(link); },
-	                                        [this](const Address& removed) { onRemoved(removed); });
-	if (!complete)
+	if (m_arp && m_arpAgainAt == kNever)
 	{
-		afterLoss();
+		m_loop.forget(m_arp.descriptor());
 	}
-}
-
-/// Events were lost in a storm of them.
-void AddressHolder::afterLoss()
-{
-	readLinks();
-	m_markerAt = now();
-	const std::vector<Address> listed = m_netlink.addresses(AF_INET);
-	if (std::ranges::none_of(listed, [&](const Address& other)
-	                         { return other.bytes == address().bytes && other.interface == m_link.index; }))
+	m_arpAgainAt = kNever;
+	m_arp = ArpSocket(m_sight.index, m_settings.address, m_sight.mac);
+	if (!m_arp)
 	{
-		feed(AddressEvent::removed);
+		m_journal.event("failed", "no packet socket on " + m_settings.interface + ": " + std::strerror(errno));
+		m_look.want(now() + timing::kOfflineRetry);
+		return;
 	}
+	m_loop.watch(m_arp.descriptor(), [this] { readArpSocket(); });
 }
 
 void AddressHolder::readArpSocket()
@@ -263,12 +162,12 @@ void AddressHolder::readArpSocket()
 	    kPacketsAtOnce,
 	    [this](const ArpPacket& packet)
 	    {
-		    if (!isOwn(packet.from))
+		    if (packet.kind != ArpKind::none && std::ranges::find(m_sight.own, packet.from) == m_sight.own.end())
 		    {
 			    feed(packet.kind == ArpKind::claim ? AddressEvent::claim : AddressEvent::foreignProbe, packet.from);
 		    }
 	    });
-	if (more)
+	if (more && m_arpAgainAt == kNever)
 	{
 		m_loop.forget(m_arp.descriptor());
 		m_arpAgainAt = now() + kFloodPause;
@@ -280,23 +179,28 @@ void AddressHolder::feed(AddressEvent event, const Mac& from)
 	const AddressMachine before = m_machine;
 	const AddressStep step = next(m_machine, {event, now(), from, randomNumber()});
 	m_machine = step.machine;
-	m_conflicts += event == AddressEvent::claim && before.held() ? 1 : 0;
+	const bool cameOrWent = before.held() != m_machine.held();
+	if (event == AddressEvent::claim && before.held())
+	{
+		++m_conflicts;
+		m_lastConflict = wallClock(now());
+	}
 	m_removals += event == AddressEvent::removed && before.held() ? 1 : 0;
 	// The services are told before the address goes, and after it has come.
-	if (before.held() && !m_machine.held())
+	if (cameOrWent && before.held())
 	{
-		publish(true);
+		publish();
 	}
 	perform(step.actions);
 	report(event, before);
-	if (before.held() != m_machine.held())
+	if (cameOrWent)
 	{
-		publish(true);
+		publish();
 	}
 	else if (before.state != m_machine.state || before.holder != m_machine.holder || event == AddressEvent::claim ||
 	         event == AddressEvent::removed)
 	{
-		publish(false);
+		m_publish.want(now());
 	}
 }
 
@@ -304,11 +208,13 @@ void AddressHolder::perform(const AddressActions& actions)
 {
 	if (actions.lower)
 	{
-		removeAddress(m_netlink, m_settings);
+		removeAddress(m_settings);
+		m_sight.present = false;
 	}
 	if (actions.raise)
 	{
-		const int error = m_netlink.add(address(), m_settings.interface + ":ha");
+		const int error = addAddress(m_settings);
+		m_sight.present = error == 0;
 		if (error != 0)
 		{
 			m_journal.event("failed", m_settings.text + " cannot be raised: " + std::strerror(error));
@@ -326,54 +232,35 @@ void AddressHolder::perform(const AddressActions& actions)
 	}
 }
 
-void AddressHolder::report(AddressEvent event, const AddressMachine& before)
+void AddressHolder::report(AddressEvent cause, const AddressMachine& before)
 {
 	const std::string place = m_settings.text + " on " + m_settings.interface;
 	const std::string holder = m_machine.holder ? macText(*m_machine.holder) : "";
-	if (event == AddressEvent::stall)
+	const auto entered = [&](AddressState state) { return m_machine.state == state && before.state != state; };
+	const auto event = [&](const char* word, const std::string& detail, bool happened)
 	{
-		m_journal.event("stalled", "stood still; asks who holds " + m_settings.text);
-	}
-	if (event == AddressEvent::removed && before.held())
-	{
-		m_journal.event("removed", place + " was removed by somebody; raised again");
-	}
-	if (m_machine.state == AddressState::yielded && before.state != m_machine.state)
-	{
-		m_journal.event("yielded", m_settings.text + " to " + holder);
-	}
-	else if (m_machine.state == AddressState::waiting && m_machine.holder != before.holder)
-	{
-		m_journal.event("waiting", m_settings.text + " is held by " + holder);
-	}
-	else if (m_machine.state == AddressState::offline && before.state != m_machine.state)
-	{
-		m_journal.event("offline", m_settings.interface + " is missing, down or without carrier");
-	}
-	else if (event == AddressEvent::claim && before.held())
-	{
-		m_journal.event("conflict", "another host has claimed " + m_settings.text);
-	}
-	if (before.held() != m_machine.held())
-	{
-		m_journal.event(m_machine.held() ? "raised" : "lowered", place);
-	}
-	if (m_machine.state == AddressState::stopped && before.state != m_machine.state)
-	{
-		m_journal.event("stopped", "asked to end");
-	}
+		if (happened)
+		{
+			m_journal.event(word, detail);
+		}
+	};
+	event("stalled", "stood still; asks who holds " + m_settings.text, cause == AddressEvent::stall);
+	event("removed", place + " was removed by somebody; raised again", cause == AddressEvent::removed && before.held());
+	event("conflict", "another host has claimed " + m_settings.text,
+	      cause == AddressEvent::claim && before.held() && m_machine.held());
+	event("yielded", m_settings.text + " to " + holder, entered(AddressState::yielded));
+	event("waiting", m_settings.text + " is held by " + holder,
+	      m_machine.state == AddressState::waiting && m_machine.holder != before.holder);
+	event("offline", m_settings.interface + " is missing, down or without carrier", entered(AddressState::offline));
+	event("raised", place, !before.held() && m_machine.held());
+	event("lowered", place, before.held() && !m_machine.held());
+	event("stopped", "asked to end", entered(AddressState::stopped));
 }
 
-void AddressHolder::publish(bool atOnce)
+void AddressHolder::publish()
 {
-	const Millis moment = now();
-	if (!atOnce && moment - m_publishedAt < kPublishGap)
-	{
-		m_publishAt = std::min(m_publishAt, m_publishedAt + kPublishGap);
-		return;
-	}
-	m_publishAt = kNever;
-	m_publishedAt = moment;
+	m_publish.at = 0;
+	m_publish.take(now());
 	writeState(kAddressProgram, {{"state", nameOf(m_machine.state)},
 	                             {"held", m_machine.held() ? "yes" : "no"},
 	                             {"since", std::to_string(wallClock(m_machine.since))},
@@ -382,6 +269,7 @@ void AddressHolder::publish(bool atOnce)
 	                             {"on_conflict", m_settings.defend ? "defend" : "yield"},
 	                             {"holder", m_machine.holder ? macText(*m_machine.holder) : ""},
 	                             {"conflicts", std::to_string(m_conflicts)},
+	                             {"last_conflict", std::to_string(m_lastConflict)},
 	                             {"removals", std::to_string(m_removals)},
 	                             {"pid", std::to_string(::getpid())}});
 }

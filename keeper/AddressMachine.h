@@ -11,30 +11,8 @@
 ///   YIELDED      was held here and given up to another host; else as WAITING
 ///   STOPPED      the end
 ///
-/// (!) raise, (x) lower, (p) probe, (a) announce, - nothing changes. In ANNOUNCING,
-/// HOLDING and RECHECKING the address is on the interface: "held".
-///
-///              link up        link down   claim                    foreign probe  stall
-/// OFFLINE      PROBING p      -           -                        -              -
-/// PROBING      -              OFFLINE     WAITING                  BACKING_OFF    PROBING p
-/// BACKING_OFF  -              OFFLINE     WAITING                  -              PROBING p
-/// WAITING      -              OFFLINE     notes the holder         -              PROBING p
-/// ANNOUNCING   RECHECKING p   -           a, or RECHECKING p       -              RECHECKING p
-/// HOLDING      RECHECKING p   -           a, or RECHECKING p       -              RECHECKING p
-/// RECHECKING   RECHECKING p   -           YIELDED x                -              RECHECKING p
-/// YIELDED      -              OFFLINE     notes the holder         -              PROBING p
-/// STOPPED      -              -           -                        -              -
-///
-///              timer                                removed        raise failed   stop
-/// OFFLINE      PROBING p when there is carrier      -              -              STOPPED
-/// PROBING      p; in the end ANNOUNCING ! a         -              -              STOPPED
-/// BACKING_OFF  PROBING p                            -              -              STOPPED
-/// WAITING      p; unanswered: PROBING p             -              -              STOPPED
-/// ANNOUNCING   a; in the end HOLDING                ! a            OFFLINE x      STOPPED x
-/// HOLDING      p, a                                 ! a            OFFLINE x      STOPPED x
-/// RECHECKING   p; in the end HOLDING a              ! a            OFFLINE x      STOPPED x
-/// YIELDED      p; unanswered: PROBING p             -              -              STOPPED
-/// STOPPED      -                                    -              -              -
+/// What each event does in each state is one table, at the end of AddressMachine.cpp. In
+/// ANNOUNCING, HOLDING and RECHECKING the address is on the interface: "held".
 ///
 /// A claim is any ARP packet that names the address as its sender's. Where the
 /// configured master hears one it announces; the other node asks the network once
@@ -116,16 +94,17 @@ struct AddressMachine
 	int sent = 0;               ///< probes or announcements of this round
 	Millis since = 0;           ///< when this state began; held: when it was raised; WAITING: since when this holder
 	std::optional<Mac> holder;  ///< who holds it instead of us
+	Millis holderSince = 0;     ///< when that one was heard first
 	Millis probeAt = kNever;    ///< when the next probe or verdict is due
 	Millis announceAt = kNever; ///< when the next announcement is due
 	Millis raiseAt = kNever;    ///< when a removed address may be raised again
 	Millis announcedAt = -60'000;
 	Millis raisedAt = -60'000;
 
-	/// @return when the next timer event is due, kNever for none
-	Millis deadline() const;
 	/// @return whether the address is to be on the interface
 	bool held() const;
+	/// @return when the next timer event is due, kNever for none
+	Millis deadline() const;
 };
 
 struct AddressInput

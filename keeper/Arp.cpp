@@ -1,7 +1,6 @@
-#include "Arp.h"
+#include "keeper/Arp.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include <arpa/inet.h>
@@ -17,7 +16,6 @@ namespace velarix::keeper
 namespace
 {
 
-constexpr std::size_t kDestination = 0;
 constexpr std::size_t kSource = 6;
 constexpr std::size_t kType = 12;
 constexpr std::size_t kArp = 14;
@@ -32,7 +30,7 @@ constexpr std::array<std::uint8_t, 8> kFixed{0x08, 0x06, 0x00, 0x01, 0x08, 0x00,
 ArpFrame request(std::uint32_t sender, std::uint32_t target, const Mac& own)
 {
 	ArpFrame frame{};
-	std::fill_n(frame.begin() + kDestination, own.size(), std::uint8_t{0xff});
+	std::fill_n(frame.begin(), own.size(), std::uint8_t{0xff});
 	std::ranges::copy(own, frame.begin() + kSource);
 	std::ranges::copy(kFixed, frame.begin() + kType);
 	frame[kOperation + 1] = ARPOP_REQUEST;
@@ -42,36 +40,26 @@ ArpFrame request(std::uint32_t sender, std::uint32_t target, const Mac& own)
 	return frame;
 }
 
-/// Request or reply, Ethernet and IPv4, and the address as sender's or target's: the
-/// rest of a flood ends in the kernel and does not wake anybody.
+/// ARP of Ethernet and IPv4 with the address as sender's or target's: the rest of a flood
+/// ends in the kernel and does not wake anybody.
 bool attachFilter(int descriptor, std::uint32_t address)
 {
-	const auto load = [](unsigned size, std::size_t offset) {
-		return sock_filter{static_cast<std::uint16_t>(BPF_LD | size | BPF_ABS), 0, 0,
-		                   static_cast<std::uint32_t>(offset)};
-	};
-	const auto unless = [](std::uint32_t value, std::uint8_t skip) {
-		return sock_filter{BPF_JMP | BPF_JEQ | BPF_K, 0, skip, value};
-	};
-	const auto when = [](std::uint32_t value, std::uint8_t skip) {
-		return sock_filter{BPF_JMP | BPF_JEQ | BPF_K, skip, 0, value};
-	};
 	const std::uint32_t host = ntohl(address);
 	std::array<sock_filter, 12> code{{
-	    load(BPF_H, kType),
-	    unless(ETH_P_ARP, 8),
-	    load(BPF_W, kArp),
-	    unless(0x00010800, 6),
-	    load(BPF_H, kArp + 4),
-	    unless(0x0604, 4),
-	    load(BPF_W, kSenderAddress),
-	    when(host, 3),
-	    load(BPF_W, kTargetAddress),
-	    when(host, 1),
-	    {BPF_RET | BPF_K, 0, 0, 0},
-	    {BPF_RET | BPF_K, 0, 0, kArpSize},
+	    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kType),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_ARP, 0, 8),
+	    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kArp),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x00010800, 0, 6),
+	    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kArp + 4),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x0604, 0, 4),
+	    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kSenderAddress),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, host, 3, 0),
+	    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kTargetAddress),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, host, 1, 0),
+	    BPF_STMT(BPF_RET | BPF_K, 0),
+	    BPF_STMT(BPF_RET | BPF_K, kArpSize),
 	}};
-	const sock_fprog program{static_cast<unsigned short>(code.size()), code.data()};
+	const sock_fprog program{code.size(), code.data()};
 	return ::setsockopt(descriptor, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0;
 }
 
@@ -83,29 +71,19 @@ ArpPacket readArp(std::span<const std::uint8_t> frame, std::uint32_t address, co
 	{
 		return {};
 	}
-	const unsigned operation = frame[kOperation] * 256U + frame[kOperation + 1];
-	if (operation != ARPOP_REQUEST && operation != ARPOP_REPLY)
-	{
-		return {};
-	}
 	ArpPacket packet;
-	std::ranges::copy(frame.subspan(kSenderMac, packet.from.size()), packet.from.begin());
+	const unsigned operation = frame[kOperation] * 256U + frame[kOperation + 1];
 	std::uint32_t sender = 0;
 	std::uint32_t target = 0;
+	std::ranges::copy(frame.subspan(kSenderMac, packet.from.size()), packet.from.begin());
 	std::memcpy(&sender, &frame[kSenderAddress], sizeof sender);
 	std::memcpy(&target, &frame[kTargetAddress], sizeof target);
-	if (packet.from == own)
+	if (packet.from == own || (operation != ARPOP_REQUEST && operation != ARPOP_REPLY))
 	{
 		return packet;
 	}
-	if (sender == address)
-	{
-		packet.kind = ArpKind::claim;
-	}
-	else if (sender == 0 && target == address && operation == ARPOP_REQUEST)
-	{
-		packet.kind = ArpKind::foreignProbe;
-	}
+	const bool probe = sender == 0 && target == address && operation == ARPOP_REQUEST;
+	packet.kind = sender == address ? ArpKind::claim : (probe ? ArpKind::foreignProbe : ArpKind::none);
 	return packet;
 }
 
@@ -122,7 +100,7 @@ ArpFrame arpAnnouncement(std::uint32_t address, const Mac& own)
 ArpSocket::ArpSocket(int interface, std::uint32_t address, const Mac& own) : m_address(address), m_own(own)
 {
 	// Without a protocol it gets nothing before the filter and the interface are set.
-	Descriptor opened(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+	inspect::Descriptor opened(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 	sockaddr_ll place{};
 	place.sll_family = AF_PACKET;
 	place.sll_protocol = htons(ETH_P_ARP);
@@ -144,11 +122,7 @@ bool ArpSocket::receive(int limit, const std::function<void(const ArpPacket&)>& 
 		{
 			return false;
 		}
-		const ArpPacket packet = readArp({frame.data(), static_cast<std::size_t>(length)}, m_address, m_own);
-		if (packet.kind != ArpKind::none)
-		{
-			handler(packet);
-		}
+		handler(readArp({frame.data(), static_cast<std::size_t>(length)}, m_address, m_own));
 	}
 	return true;
 }

@@ -6,8 +6,8 @@
 #include <functional>
 #include <span>
 
-#include "AddressMachine.h"
-#include "Descriptor.h"
+#include "inspect/Descriptor.h"
+#include "keeper/AddressMachine.h"
 
 namespace velarix::keeper
 {
@@ -59,7 +59,7 @@ public:
 private:
 	void send(const ArpFrame& frame) const;
 
-	Descriptor m_socket;
+	inspect::Descriptor m_socket;
 	std::uint32_t m_address = 0;
 	Mac m_own{};
 };

@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "keeper/Commands.h"
 
 #include <algorithm>
 #include <csignal>
@@ -10,13 +10,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "AddressHolder.h"
-#include "Guard.h"
-#include "Loop.h"
-#include "Process.h"
-#include "Programs.h"
-#include "Runtime.h"
-#include "ServiceSupervisor.h"
+#include "keeper/Guard.h"
+#include "keeper/Journal.h"
+#include "keeper/Netlink.h"
+#include "keeper/Process.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::keeper::commands
 {
@@ -54,11 +52,7 @@ void endProgram(const std::string& program, Millis patience)
 			continue;
 		}
 		// The guard ends what is left of a worker that is killed.
-		const LivingProcess worker(program, Part::worker);
-		if (worker)
-		{
-			worker.signal(SIGKILL);
-		}
+		LivingProcess(program, Part::worker).signal(SIGKILL);
 		if (!process.waitForEnd(kSupervisorPatience))
 		{
 			process.signal(SIGKILL);
@@ -75,9 +69,7 @@ int endAddress(const Settings& settings)
 		return EX_CONFIG;
 	}
 	endProgram(kAddressProgram, kAddressPatience);
-	Netlink netlink;
-	const int error = removeAddress(netlink, settings.address);
-	if (error != 0)
+	if (const int error = removeAddress(settings.address); error != 0)
 	{
 		say(settings.address.text + " cannot be removed from " + settings.address.interface + ": " +
 		    std::strerror(error));
@@ -89,24 +81,15 @@ int endAddress(const Settings& settings)
 /// A copy of this process becomes ha-address, with nothing of our caller's.
 void startHolder(const Settings& settings)
 {
-	if (::fork() != 0)
+	if (::fork() == 0)
 	{
-		return;
+		const int null = ::open("/dev/null", O_RDWR);
+		for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+		{
+			::dup2(null, standard);
+		}
+		::_exit(runAddress(settings));
 	}
-	const int null = ::open("/dev/null", O_RDWR);
-	for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-	{
-		::dup2(null, standard);
-	}
-	::_exit(programs::runAddress(settings));
-}
-
-/// @return the state of the living holder; empty when there is none or it has not told yet
-Fields stateOfHolder()
-{
-	Fields fields = readState(kAddressProgram);
-	const pid_t worker = holderOf(kAddressProgram, Part::worker);
-	return worker != 0 && valueOf(fields, "pid") == std::to_string(worker) ? fields : Fields();
 }
 
 /// Why it is not held, when that is known for certain.
@@ -137,26 +120,24 @@ int raise(const Settings& settings)
 	{
 		startHolder(settings);
 	}
-	std::string reason;
 	const Millis end = now() + kRaiseLimit;
-	bool held = watch.look();
-	while (!held && reason.empty() && now() < end)
+	for (Fields seen = watch.look(); valueOf(seen, "held") != "yes"; seen = watch.look())
 	{
+		std::string reason = obstacle(seen);
+		if (reason.empty() && now() >= end)
+		{
+			reason = settings.address.text + " could not be raised within 5 s";
+		}
+		if (!reason.empty())
+		{
+			say(reason);
+			started ? endProgram(kAddressProgram, kAddressPatience) : void();
+			return EX_TEMPFAIL;
+		}
 		pollfd waiting{watch.changes(), POLLIN, 0};
 		::poll(&waiting, 1, static_cast<int>(std::max<Millis>(end - now(), 0)));
-		held = watch.look();
-		reason = held ? "" : obstacle(stateOfHolder());
 	}
-	if (held)
-	{
-		return EX_OK;
-	}
-	say(reason.empty() ? settings.address.text + " could not be raised within 5 s" : reason);
-	if (started)
-	{
-		endProgram(kAddressProgram, kAddressPatience);
-	}
-	return EX_TEMPFAIL;
+	return EX_OK;
 }
 
 int drop(const Settings& settings)
@@ -167,17 +148,17 @@ int drop(const Settings& settings)
 		// A frozen supervisor would keep its service running without the address.
 		for (const Part part : {Part::guard, Part::worker})
 		{
-			const LivingProcess process(service.program, part);
-			if (process)
-			{
-				process.signal(SIGCONT);
-			}
+			LivingProcess(service.program, part).signal(SIGCONT);
+		}
+		// Both were killed while it ran: nobody else ends it.
+		if (holderOf(service.program, Part::guard) == 0 && holderOf(service.program, Part::worker) == 0)
+		{
+			endOrphans(service);
 		}
 	}
 	if (settings.address.address != 0)
 	{
-		Netlink netlink;
-		setMarker(netlink, settings.address.address);
+		setMarker(settings.address);
 	}
 	return result;
 }
@@ -193,11 +174,15 @@ int stop(const Settings& settings, const std::string& program)
 		say(program + " is no program of the keeper: make it a [service]");
 		return EX_USAGE;
 	}
-	const ServiceSettings* service = settings.find(program);
-	const Millis patience = service != nullptr ? service->stopTimeout * 1000LL : 20'000;
-	endProgram(program, patience + kSupervisorPatience);
+	ServiceSettings service;
+	service.program = program;
+	if (const ServiceSettings* found = settings.find(program); found != nullptr)
+	{
+		service = *found;
+	}
+	endProgram(program, service.stopTimeout * 1000LL + kSupervisorPatience);
 	// Both processes were killed while the service ran.
-	if (!valueOf(readState(program), "started").empty() && !endRemains(program, service))
+	if (!endOrphans(service))
 	{
 		say("something of " + program + " is left and does not end");
 		return EX_OSERR;
@@ -207,22 +192,18 @@ int stop(const Settings& settings, const std::string& program)
 
 int mark(const Settings& settings)
 {
-	Netlink netlink;
-	const int error = setMarker(netlink, settings.address.address);
+	const int error = setMarker(settings.address);
 	if (error != 0)
 	{
 		say("the marker ::" + settings.address.text + " cannot be set (" + std::strerror(error) +
 		    "): without IPv6 on lo every take-over takes five seconds longer");
-		return EX_UNAVAILABLE;
 	}
-	return EX_OK;
+	return error != 0 ? EX_UNAVAILABLE : EX_OK;
 }
 
 int unmark(const Settings& settings)
 {
-	Netlink netlink;
-	const int error =
-	    hasMarker(netlink, settings.address.address) ? removeMarker(netlink, settings.address.address) : 0;
+	const int error = look(settings.address).value_or(Sight()).marker ? removeMarker(settings.address) : 0;
 	if (error != 0)
 	{
 		say("the marker ::" + settings.address.text + " cannot be removed: " + std::strerror(error));

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 namespace velarix::keeper::commands
 {

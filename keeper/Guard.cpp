@@ -1,8 +1,9 @@
-#include "Guard.h"
+#include "keeper/Guard.h"
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 
 #include <linux/capability.h>
@@ -11,10 +12,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "Journal.h"
-#include "Loop.h"
-#include "Process.h"
-#include "Runtime.h"
+#include "keeper/AddressHolder.h"
+#include "keeper/Journal.h"
+#include "keeper/Process.h"
+#include "keeper/Runtime.h"
+#include "keeper/ServiceSupervisor.h"
 
 namespace velarix::keeper
 {
@@ -22,79 +24,71 @@ namespace velarix::keeper
 namespace
 {
 
-/// What a worker has left that was killed has this long (ms) between TERM and KILL.
-constexpr int kRemainsPatience = 1'000;
+/// What a worker has left that was killed has this long between TERM and KILL.
+constexpr Millis kRemainsPatience = 1'000;
 
-std::vector<pid_t> ownRemains(const std::string& /*program*/)
+using Work = std::function<int()>;
+
+int reported(const std::string& program, const Work& work)
 {
-	while (::waitpid(-1, nullptr, WNOHANG) > 0)
+	try
 	{
+		return work();
 	}
-	return descendantsOf(::getpid());
+	catch (const std::exception& exc)
+	{
+		Journal(program).event("failed", exc.what());
+		return EX_SOFTWARE;
+	}
 }
 
 void waitForFormerWorker(const std::string& program)
 {
+	// Meanwhile it can be ended.
 	sigset_t none;
 	sigemptyset(&none);
 	::sigprocmask(SIG_SETMASK, &none, nullptr);
 	constexpr Millis kLongest = 3'600'000;
-	const LivingProcess worker(program, Part::worker);
-	if (worker)
+	if (const LivingProcess worker(program, Part::worker); worker)
 	{
 		worker.waitForEnd(kLongest);
 	}
 }
 
-int runWorker(const ProcessLock& lock, const std::function<int()>& worker, pid_t guardPid)
+int beWorker(const std::string& program, const Work& work, pid_t guard)
 {
 	// The agent counts every process whose name contains the program's.
 	setProcessName("keeper");
 	::prctl(PR_SET_PDEATHSIG, SIGTERM);
 	::prctl(PR_SET_CHILD_SUBREAPER, 1);
-	if (::getppid() != guardPid || !lock.take(Part::worker))
-	{
-		return EX_TEMPFAIL;
-	}
-	return worker();
+	const Descriptor lock = takeLock(program, Part::worker);
+	return lock && ::getppid() == guard ? reported(program, work) : EX_TEMPFAIL;
 }
 
-int waitForWorker(pid_t worker)
+/// @return its status, as of waitpid(2)
+int waitForWorker(pid_t worker, const sigset_t& signals)
 {
-	const Descriptor signals = takeSignals();
-	Loop loop;
-	int status = -1;
-	loop.watch(signals.get(),
-	           [&]
-	           {
-		           for (const int signal : readSignals(signals.get()))
-		           {
-			           if (signal == SIGCHLD)
-			           {
-				           int ended = 0;
-				           for (pid_t pid = 0; (pid = ::waitpid(-1, &ended, WNOHANG)) > 0;)
-				           {
-					           status = pid == worker ? ended : status;
-				           }
-			           }
-			           else
-			           {
-				           ::kill(worker, SIGTERM);
-				           ::kill(worker, SIGCONT);
-			           }
-		           }
-	           });
-	while (status == -1)
+	for (;;)
 	{
-		loop.wait(kNever);
-		loop.dispatch();
+		int status = 0;
+		for (pid_t ended = 0; (ended = ::waitpid(-1, &status, WNOHANG)) > 0;)
+		{
+			if (ended == worker)
+			{
+				return status;
+			}
+		}
+		int signal = 0;
+		::sigwait(&signals, &signal);
+		if (signal != SIGCHLD)
+		{
+			::kill(worker, SIGTERM);
+			::kill(worker, SIGCONT);
+		}
 	}
-	return status;
 }
 
-} // namespace
-
-int guard(const std::string& program, const std::function<int()>& worker, const std::function<void()>& aftermath)
+int beGuard(const std::string& program, const Work& work, const std::function<void()>& aftermath)
 {
 	setProcessName(program);
 	::setsid();
@@ -105,36 +99,60 @@ int guard(const std::string& program, const std::function<int()>& worker, const 
 	}
 	// The worker of a guard that was killed may still be ending its service.
 	waitForFormerWorker(program);
-	const ProcessLock lock(program);
-	if (!lock.take(Part::guard))
+	const Descriptor lock = takeLock(program, Part::guard);
+	if (!lock)
 	{
 		return EX_OK;
 	}
 	// Before there is a worker, which would else find them unblocked for a moment.
-	takeSignals().reset();
+	const sigset_t signals = blockSignals();
 	::prctl(PR_SET_CHILD_SUBREAPER, 1);
 	const pid_t self = ::getpid();
-	const pid_t child = ::fork();
-	if (child == 0)
+	const pid_t worker = ::fork();
+	if (worker == 0)
 	{
-		::_exit(runWorker(lock, worker, self));
+		::_exit(beWorker(program, work, self));
 	}
-	if (child < 0)
+	if (worker < 0)
 	{
 		throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
 	}
 	keepCapabilities({CAP_KILL, CAP_NET_ADMIN});
-	const int status = waitForWorker(child);
+	const int status = waitForWorker(worker, signals);
 	if (WIFEXITED(status) && WEXITSTATUS(status) != EX_SOFTWARE)
 	{
 		return WEXITSTATUS(status);
 	}
-	Journal journal(program);
-	journal.event("killed", WIFSIGNALED(status) ? "the worker ended by signal " + std::to_string(WTERMSIG(status))
-	                                            : "the worker failed");
-	endAll(ownRemains, program, kRemainsPatience);
+	Journal(program).event("killed",
+	                       WIFSIGNALED(status) ? "the worker ended by " + howEnded(status) : "the worker failed");
+	const auto remains = []
+	{
+		while (::waitpid(-1, nullptr, WNOHANG) > 0)
+		{
+		}
+		return descendants();
+	};
+	endAll(remains, kRemainsPatience);
 	aftermath();
 	return EX_SOFTWARE;
+}
+
+} // namespace
+
+int runAddress(const Settings& settings)
+{
+	beInTime();
+	const auto work = [&] { return AddressHolder(settings.address).run(); };
+	const auto aftermath = [&] { removeAddress(settings.address); };
+	return reported(kAddressProgram, [&] { return beGuard(kAddressProgram, work, aftermath); });
+}
+
+int runService(const ServiceSettings& service)
+{
+	const auto work = [&] { return ServiceSupervisor(service).run(); };
+	// A unit is nobody's child here.
+	const auto aftermath = [&] { endRemains(service); };
+	return reported(service.program, [&] { return beGuard(service.program, work, aftermath); });
 }
 
 } // namespace velarix::keeper

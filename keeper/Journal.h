@@ -13,8 +13,9 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
-#include "AddressMachine.h"
+#include "keeper/AddressMachine.h"
 
 namespace velarix::keeper
 {
@@ -24,7 +25,7 @@ inline constexpr const char* kEventFile = "/usr/velarix/log/keeper.log";
 class Journal
 {
 public:
-	explicit Journal(std::string program);
+	explicit Journal(std::string program) : m_program(std::move(program)) {}
 
 	/// Writes one event. Of one kind at most five in ten seconds are written, and then how
 	/// many were not: whoever can cause them cannot fill the disk.
@@ -37,8 +38,6 @@ private:
 		int written = 0;
 		int held = 0;
 	};
-
-	void write(const std::string& word, const std::string& detail) const;
 
 	std::string m_program;
 	std::map<std::string, Count> m_counts;

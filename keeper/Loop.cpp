@@ -1,12 +1,10 @@
-#include "Loop.h"
+#include "keeper/Loop.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <ctime>
-#include <stdexcept>
-#include <string>
+#include <span>
+#include <system_error>
 
 #include <sys/signalfd.h>
 #include <sys/timerfd.h>
@@ -21,7 +19,7 @@ void require(bool holds, const char* what)
 {
 	if (!holds)
 	{
-		throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), what);
 	}
 }
 
@@ -34,10 +32,23 @@ Millis now()
 	return static_cast<Millis>(time.tv_sec) * 1000 + time.tv_nsec / 1'000'000;
 }
 
+sigset_t blockSignals()
+{
+	sigset_t signals;
+	sigemptyset(&signals);
+	for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
+	{
+		sigaddset(&signals, signal);
+	}
+	// The agent's threads block SIGTERM, and their children inherit that.
+	::sigprocmask(SIG_SETMASK, &signals, nullptr);
+	std::signal(SIGPIPE, SIG_IGN);
+	return signals;
+}
+
 Loop::Loop()
     : m_epoll(::epoll_create1(EPOLL_CLOEXEC)), m_timer(::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK))
 {
-	require(static_cast<bool>(m_epoll) && static_cast<bool>(m_timer), "epoll or timerfd");
 	watch(m_timer.get(), [] {});
 }
 
@@ -54,6 +65,21 @@ void Loop::forget(int descriptor)
 {
 	::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
 	m_handlers.erase(descriptor);
+}
+
+void Loop::watchSignals(std::function<void(int)> handler)
+{
+	const sigset_t signals = blockSignals();
+	m_signals = Descriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+	watch(m_signals.get(),
+	      [this, handler = std::move(handler)]
+	      {
+		      signalfd_siginfo info{};
+		      while (::read(m_signals.get(), &info, sizeof info) == sizeof info)
+		      {
+			      handler(static_cast<int>(info.ssi_signo));
+		      }
+	      });
 }
 
 void Loop::wait(Millis deadline)
@@ -73,44 +99,16 @@ void Loop::wait(Millis deadline)
 
 void Loop::dispatch()
 {
-	for (int i = 0; i < m_ready; ++i)
+	for (const epoll_event& event : std::span(m_events).first(static_cast<std::size_t>(std::max(m_ready, 0))))
 	{
 		// A handler may have forgotten this one meanwhile.
-		const auto found = m_handlers.find(m_events[static_cast<std::size_t>(i)].data.fd);
-		if (found != m_handlers.end())
+		if (const auto found = m_handlers.find(event.data.fd); found != m_handlers.end())
 		{
 			const std::function<void()> handler = found->second;
 			handler();
 		}
 	}
 	m_ready = 0;
-}
-
-Descriptor takeSignals()
-{
-	sigset_t signals;
-	sigemptyset(&signals);
-	for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
-	{
-		sigaddset(&signals, signal);
-	}
-	// The agent's threads block SIGTERM, and their children inherit that.
-	::sigprocmask(SIG_SETMASK, &signals, nullptr);
-	std::signal(SIGPIPE, SIG_IGN);
-	Descriptor descriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-	require(static_cast<bool>(descriptor), "signalfd");
-	return descriptor;
-}
-
-std::vector<int> readSignals(int descriptor)
-{
-	std::vector<int> signals;
-	signalfd_siginfo info{};
-	while (::read(descriptor, &info, sizeof info) == sizeof info)
-	{
-		signals.push_back(static_cast<int>(info.ssi_signo));
-	}
-	return signals;
 }
 
 } // namespace velarix::keeper

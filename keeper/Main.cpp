@@ -2,15 +2,16 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <functional>
+#include <map>
 #include <string>
 
 #include <sys/stat.h>
 #include <sysexits.h>
 
-#include "Commands.h"
-#include "Journal.h"
-#include "Programs.h"
-#include "Settings.h"
+#include "keeper/Commands.h"
+#include "keeper/Guard.h"
+#include "keeper/Journal.h"
 
 namespace
 {
@@ -19,11 +20,16 @@ using namespace velarix::keeper;
 
 constexpr const char* kUsage = "usage: keeper {raise|drop|stop PROGRAM|mark|unmark|status [--json]|check|help}\n";
 
+std::string placeOf(const Finding& finding)
+{
+	return finding.line > 0 ? "keeper.ini line " + std::to_string(finding.line) + ": " : "";
+}
+
 int refuse(const std::string& program, const Finding& finding)
 {
-	const std::string place = finding.line > 0 ? "keeper.ini line " + std::to_string(finding.line) + ": " : "";
-	Journal(program).event("failed", place + finding.text + "; " + finding.cure);
-	std::fprintf(stderr, "%s: %s%s; %s\n", program.c_str(), place.c_str(), finding.text.c_str(), finding.cure.c_str());
+	const std::string text = placeOf(finding) + finding.text + "; " + finding.cure;
+	Journal(program).event("failed", text);
+	std::fprintf(stderr, "%s: %s\n", program.c_str(), text.c_str());
 	return finding.status;
 }
 
@@ -31,30 +37,23 @@ int refuse(const std::string& program, const Finding& finding)
 int runProgram(const std::string& program)
 {
 	const ParsedSettings parsed = readSettings();
+	const ServiceSettings* service = parsed.settings.find(program);
 	if (const Finding* error = parsed.error(); error != nullptr)
 	{
 		return refuse(program, *error);
 	}
 	if (program == kAddressProgram)
 	{
-		return programs::runAddress(parsed.settings);
+		return runAddress(parsed.settings);
 	}
-	const ServiceSettings* service = parsed.settings.find(program);
 	if (service == nullptr)
 	{
-		return refuse(
-		    program, {0, EX_CONFIG, "keeper.ini has no [service " + program.substr(kPrefix.size()) + "]", "write one"});
+		const std::string name = program.substr(kPrefix.size());
+		return refuse(program, {0, EX_CONFIG, "keeper.ini has no [service " + name + "]", "write one"});
 	}
-	Settings alone;
-	alone.services.push_back(*service);
-	for (const Finding& finding : checkMachine(alone))
-	{
-		if (finding.status != 0)
-		{
-			return refuse(program, finding);
-		}
-	}
-	return programs::runService(*service);
+	const ParsedSettings alone{{}, checkMachine({{}, {*service}})};
+	const Finding* error = alone.error();
+	return error != nullptr ? refuse(program, *error) : runService(*service);
 }
 
 int runVerb(const std::string& verb, const std::string& argument)
@@ -78,23 +77,24 @@ int runVerb(const std::string& verb, const std::string& argument)
 	{
 		return commands::stop(parsed.settings, argument);
 	}
-	const bool known = verb == "raise" || verb == "mark" || verb == "unmark" || verb == "status";
-	if (!known || (!argument.empty() && (verb != "status" || argument != "--json")))
+	const bool json = verb == "status" && argument == "--json";
+	const std::map<std::string, std::function<int()>> verbs{
+	    {"raise", [&] { return commands::raise(parsed.settings); }},
+	    {"mark", [&] { return commands::mark(parsed.settings); }},
+	    {"unmark", [&] { return commands::unmark(parsed.settings); }},
+	    {"status", [&] { return commands::status(parsed.settings, json); }}};
+	const auto found = verbs.find(verb);
+	if (found == verbs.end() || (!argument.empty() && !json))
 	{
 		std::fputs(kUsage, stderr);
 		return EX_USAGE;
 	}
 	if (const Finding* error = parsed.error(); error != nullptr)
 	{
-		std::printf("keeper.ini line %d: %s; %s\n", error->line, error->text.c_str(), error->cure.c_str());
+		std::printf("%s%s; %s\n", placeOf(*error).c_str(), error->text.c_str(), error->cure.c_str());
 		return error->status;
 	}
-	if (verb == "status")
-	{
-		return commands::status(parsed.settings, !argument.empty());
-	}
-	return verb == "raise" ? commands::raise(parsed.settings)
-	                       : (verb == "mark" ? commands::mark(parsed.settings) : commands::unmark(parsed.settings));
+	return found->second();
 }
 
 } // namespace

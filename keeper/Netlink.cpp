@@ -1,17 +1,21 @@
-#include "Netlink.h"
+#include "keeper/Netlink.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <span>
 #include <stdexcept>
+#include <string_view>
 
-#include <fcntl.h>
+#include <ifaddrs.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_addr.h>
-#include <linux/if_link.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <netinet/in.h>
+#include <netpacket/packet.h>
 
 namespace velarix::keeper
 {
@@ -19,11 +23,11 @@ namespace velarix::keeper
 namespace
 {
 
-constexpr std::size_t kBuffer = 32768;
+using Socket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
 
-NetlinkSocket openSocket(unsigned groups)
+Socket openSocket(unsigned groups)
 {
-	NetlinkSocket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), mnl_socket_close);
+	Socket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), mnl_socket_close);
 	if (!socket || mnl_socket_bind(socket.get(), groups, MNL_SOCKET_AUTOPID) != 0)
 	{
 		throw std::runtime_error(std::string("netlink: ") + std::strerror(errno));
@@ -31,215 +35,177 @@ NetlinkSocket openSocket(unsigned groups)
 	return socket;
 }
 
-template <typename Handler> void forEachAttribute(const nlmsghdr* message, std::size_t header, Handler handler)
+/// An address of an interface in network byte order, 4 or 16 bytes.
+struct Address
 {
-	const auto forward = [](const nlattr* attribute, void* data)
-	{
-		(*static_cast<Handler*>(data))(mnl_attr_get_type(attribute),
-		                               std::span(static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute)),
-		                                         mnl_attr_get_payload_len(attribute)));
-		return MNL_CB_OK;
-	};
-	mnl_attr_parse(message, static_cast<unsigned>(header), forward, &handler);
+	const char* interface;
+	std::vector<std::uint8_t> bytes;
+	unsigned prefix = 0; ///< 0, to remove: whatever it is
+	std::string label = {};
+};
+
+std::vector<std::uint8_t> bytesOf(std::uint32_t address, std::size_t length)
+{
+	std::vector<std::uint8_t> bytes(length);
+	std::memcpy(&bytes[length - sizeof address], &address, sizeof address);
+	return bytes;
 }
 
-Link readLink(const nlmsghdr* message)
+Address addressOf(const AddressSettings& settings)
 {
-	const auto* info = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message));
-	Link link;
-	link.index = info->ifi_index;
-	link.up =
-	    message->nlmsg_type == RTM_NEWLINK && (info->ifi_flags & IFF_UP) != 0 && (info->ifi_flags & IFF_RUNNING) != 0;
-	forEachAttribute(message, sizeof(ifinfomsg),
-	                 [&](int type, std::span<const std::uint8_t> payload)
-	                 {
-		                 if (type == IFLA_ADDRESS && payload.size() == link.mac.size())
-		                 {
-			                 std::ranges::copy(payload, link.mac.begin());
-		                 }
-		                 else if (type == IFLA_IFNAME)
-		                 {
-			                 link.name.assign(payload.begin(), std::ranges::find(payload, std::uint8_t{0}));
-		                 }
-	                 });
-	return link;
+	return {settings.interface.c_str(), bytesOf(settings.address, 4)};
 }
 
-Address readAddress(const nlmsghdr* message)
+Address markerOf(const AddressSettings& settings)
 {
-	const auto* info = static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(message));
-	Address address;
-	address.interface = static_cast<int>(info->ifa_index);
-	address.prefix = info->ifa_prefixlen;
-	forEachAttribute(message, sizeof(ifaddrmsg),
-	                 [&](int type, std::span<const std::uint8_t> payload)
-	                 {
-		                 // IPv6 has its local address in IFA_ADDRESS, unless it is one end of two.
-		                 if (type == IFA_LOCAL || (type == IFA_ADDRESS && address.bytes.empty()))
-		                 {
-			                 address.bytes.assign(payload.begin(), payload.end());
-		                 }
-	                 });
-	return address;
+	return {"lo", bytesOf(settings.address, 16), 128};
 }
 
-nlmsghdr* putHeader(std::span<char> buffer, int type, int flags)
+/// @return 0 or errno
+int request(std::uint16_t type, std::uint16_t flags, const Address& address)
 {
+	std::array<char, 8192> buffer{};
 	nlmsghdr* message = mnl_nlmsg_put_header(buffer.data());
-	message->nlmsg_type = static_cast<std::uint16_t>(type);
-	message->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
-	return message;
-}
-
-nlmsghdr* putAddress(std::span<char> buffer, int type, int flags, const Address& address)
-{
-	nlmsghdr* message = putHeader(buffer, type, NLM_F_ACK | flags);
+	message->nlmsg_type = type;
+	message->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
 	auto* info = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
 	info->ifa_family = address.bytes.size() == 4 ? AF_INET : AF_INET6;
 	info->ifa_prefixlen = static_cast<std::uint8_t>(address.prefix);
-	info->ifa_index = static_cast<unsigned>(address.interface);
+	info->ifa_index = ::if_nametoindex(address.interface);
 	mnl_attr_put(message, IFA_LOCAL, address.bytes.size(), address.bytes.data());
-	mnl_attr_put(message, IFA_ADDRESS, address.bytes.size(), address.bytes.data());
-	return message;
+	if (address.prefix > 0)
+	{
+		mnl_attr_put(message, IFA_ADDRESS, address.bytes.size(), address.bytes.data());
+	}
+	if (!address.label.empty() && address.label.size() < IFNAMSIZ)
+	{
+		mnl_attr_put_strz(message, IFA_LABEL, address.label.c_str());
+	}
+	const Socket socket = openSocket(0);
+	const unsigned port = mnl_socket_get_portid(socket.get());
+	ssize_t length = mnl_socket_sendto(socket.get(), message, message->nlmsg_len);
+	length = length < 0 ? length : mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
+	const bool done = length >= 0 && mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, port, nullptr,
+	                                            nullptr) != MNL_CB_ERROR;
+	return done ? 0 : errno;
+}
+
+bool isThere(const ifaddrs& entry, const Address& address)
+{
+	// An address may be listed by its label, eth0:ha.
+	const std::string_view name(entry.ifa_name);
+	const bool four = address.bytes.size() == 4;
+	if (name.substr(0, name.find(':')) != address.interface || entry.ifa_addr->sa_family != (four ? AF_INET : AF_INET6))
+	{
+		return false;
+	}
+	const std::size_t offset = four ? offsetof(sockaddr_in, sin_addr) : offsetof(sockaddr_in6, sin6_addr);
+	const auto* bytes = reinterpret_cast<const std::uint8_t*>(entry.ifa_addr) + offset;
+	return std::equal(address.bytes.begin(), address.bytes.end(), bytes);
+}
+
+void addLink(Sight& sight, const ifaddrs& entry, const std::string& interface)
+{
+	sockaddr_ll link{};
+	std::memcpy(&link, entry.ifa_addr, sizeof link);
+	Mac mac{};
+	std::copy_n(std::begin(link.sll_addr), mac.size(), mac.begin());
+	sight.own.push_back(mac);
+	if (entry.ifa_name == interface)
+	{
+		sight.index = link.sll_ifindex;
+		sight.mac = mac;
+		sight.up = (entry.ifa_flags & IFF_UP) != 0 && (entry.ifa_flags & IFF_RUNNING) != 0;
+	}
 }
 
 } // namespace
 
-std::vector<std::uint8_t> addressBytes(std::uint32_t address)
+std::optional<Sight> look(const AddressSettings& settings)
 {
-	std::vector<std::uint8_t> bytes(sizeof address);
-	std::memcpy(bytes.data(), &address, sizeof address);
-	return bytes;
-}
-
-std::vector<std::uint8_t> markerBytes(std::uint32_t address)
-{
-	std::vector<std::uint8_t> bytes(16);
-	std::memcpy(&bytes[12], &address, sizeof address);
-	return bytes;
-}
-
-Netlink::Netlink() : m_socket(openSocket(0))
-{
-}
-
-int Netlink::request(nlmsghdr* message, const std::function<void(const nlmsghdr*)>& answer)
-{
-	message->nlmsg_seq = ++m_sequence;
-	if (mnl_socket_sendto(m_socket.get(), message, message->nlmsg_len) < 0)
+	ifaddrs* list = nullptr;
+	if (::getifaddrs(&list) != 0)
 	{
-		return errno;
+		return std::nullopt;
 	}
-	using Answer = const std::function<void(const nlmsghdr*)>;
-	const auto forward = [](const nlmsghdr* received, void* data)
+	const std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> owner(list, ::freeifaddrs);
+	const Address address = addressOf(settings);
+	const Address marker = markerOf(settings);
+	Sight sight;
+	for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
 	{
-		const auto& handler = *static_cast<Answer*>(data);
-		if (handler)
+		if (entry->ifa_addr == nullptr)
 		{
-			handler(received);
+			continue;
 		}
-		return MNL_CB_OK;
-	};
-	std::array<char, kBuffer> buffer{};
-	const unsigned port = mnl_socket_get_portid(m_socket.get());
-	int result = MNL_CB_OK;
-	while (result > MNL_CB_STOP)
-	{
-		const ssize_t length = mnl_socket_recvfrom(m_socket.get(), buffer.data(), buffer.size());
-		if (length < 0)
+		if (entry->ifa_addr->sa_family == AF_PACKET)
 		{
-			return errno;
+			addLink(sight, *entry, settings.interface);
 		}
-		result = mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), m_sequence, port, forward,
-		                    const_cast<std::function<void(const nlmsghdr*)>*>(&answer));
+		sight.present = sight.present || isThere(*entry, address);
+		sight.marker = sight.marker || isThere(*entry, marker);
 	}
-	return result < 0 ? errno : 0;
+	return sight;
 }
 
-std::vector<Link> Netlink::links()
+int addAddress(const AddressSettings& settings)
 {
-	std::array<char, 256> buffer{};
-	nlmsghdr* message = putHeader(buffer, RTM_GETLINK, NLM_F_DUMP);
-	static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)))->ifi_family = AF_UNSPEC;
-	std::vector<Link> found;
-	request(message, [&](const nlmsghdr* received) { found.push_back(readLink(received)); });
-	return found;
+	Address address = addressOf(settings);
+	address.prefix = static_cast<unsigned>(settings.prefix);
+	address.label = settings.interface + ":ha";
+	return request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, address);
 }
 
-std::vector<Address> Netlink::addresses(int family)
+int setMarker(const AddressSettings& settings)
 {
-	std::array<char, 256> buffer{};
-	nlmsghdr* message = putHeader(buffer, RTM_GETADDR, NLM_F_DUMP);
-	static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)))->ifa_family =
-	    static_cast<std::uint8_t>(family);
-	std::vector<Address> found;
-	request(message, [&](const nlmsghdr* received) { found.push_back(readAddress(received)); });
-	return found;
+	return request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, markerOf(settings));
 }
 
-int Netlink::add(const Address& address, const std::string& label)
+int removeAddress(const AddressSettings& settings)
 {
-	std::array<char, 512> buffer{};
-	nlmsghdr* message = putAddress(buffer, RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, address);
-	if (!label.empty() && label.size() < IFNAMSIZ)
+	constexpr int kTries = 33;
+	int error = 0;
+	for (int i = 0; i < kTries && error == 0; ++i)
 	{
-		mnl_attr_put_strz(message, IFA_LABEL, label.c_str());
+		error = request(RTM_DELADDR, 0, addressOf(settings));
 	}
-	return request(message);
+	return error == EADDRNOTAVAIL || error == ENODEV ? 0 : (error == 0 ? EBUSY : error);
 }
 
-int Netlink::remove(const Address& address)
+int removeMarker(const AddressSettings& settings)
 {
-	std::array<char, 512> buffer{};
-	return request(putAddress(buffer, RTM_DELADDR, 0, address));
+	return request(RTM_DELADDR, 0, markerOf(settings));
 }
 
-NetlinkMonitor::NetlinkMonitor() : m_socket(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR))
+NetlinkBell::NetlinkBell() : m_socket(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR))
 {
-	const int flags = ::fcntl(descriptor(), F_GETFL);
-	::fcntl(descriptor(), F_SETFL, flags | O_NONBLOCK);
 }
 
-int NetlinkMonitor::descriptor() const
+int NetlinkBell::descriptor() const
 {
 	return mnl_socket_get_fd(m_socket.get());
 }
 
-bool NetlinkMonitor::receive(const std::function<void(const Link&)>& onLink,
-                             const std::function<void(const Address&)>& onRemoved)
+void NetlinkBell::quiet() const
 {
-	struct Handlers
-	{
-		const std::function<void(const Link&)>& onLink;
-		const std::function<void(const Address&)>& onRemoved;
-	} handlers{onLink, onRemoved};
-	const auto forward = [](const nlmsghdr* message, void* data)
-	{
-		const auto* to = static_cast<const Handlers*>(data);
-		const bool link = message->nlmsg_type == RTM_NEWLINK || message->nlmsg_type == RTM_DELLINK;
-		// Bridges tell of their ports in the same words: one that leaves a bridge is not gone.
-		if (link && static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(message))->ifi_family == AF_UNSPEC)
-		{
-			to->onLink(readLink(message));
-		}
-		else if (message->nlmsg_type == RTM_DELADDR)
-		{
-			to->onRemoved(readAddress(message));
-		}
-		return MNL_CB_OK;
-	};
-	std::array<char, kBuffer> buffer{};
-	constexpr int kAtOnce = 64;
+	constexpr int kAtOnce = 256;
+	char discarded = 0;
 	for (int i = 0; i < kAtOnce; ++i)
 	{
-		const ssize_t length = mnl_socket_recvfrom(m_socket.get(), buffer.data(), buffer.size());
-		if (length < 0)
+		// ENOBUFS says that some were lost, which is all the same.
+		if (::recv(descriptor(), &discarded, sizeof discarded, MSG_DONTWAIT) < 0 && errno != ENOBUFS)
 		{
-			return errno != ENOBUFS;
+			return;
 		}
-		mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, 0, forward, &handlers);
 	}
-	return true;
+}
+
+std::string macText(const Mac& mac)
+{
+	std::array<char, 20> text{};
+	std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+	              mac[5]);
+	return text.data();
 }
 
 } // namespace velarix::keeper

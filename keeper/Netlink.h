@@ -1,80 +1,61 @@
-/// The kernel's interfaces and addresses: asked, changed and watched over rtnetlink.
+/// The kernel's interfaces and addresses: what is there now, changes of it, and word of changes.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <span>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "AddressMachine.h"
+#include "keeper/AddressMachine.h"
+#include "keeper/Settings.h"
 
 struct mnl_socket;
-struct nlmsghdr;
 
 namespace velarix::keeper
 {
 
-struct Link
+/// What this machine's network shows of the address.
+struct Sight
 {
-	int index = 0; ///< 0: there is no such interface
+	int index = 0; ///< of the service interface; 0: there is none
 	Mac mac{};
-	bool up = false; ///< up and with carrier
-	std::string name;
+	bool up = false;      ///< up and with carrier
+	bool present = false; ///< the address is on the interface
+	/// The address stands on lo as ::192.0.2.100: the marker. The agent takes the virtual
+	/// address for raised, without its countdown, when its text is anywhere in what ifconfig
+	/// prints. This is printed, and answers no IPv4 ping.
+	bool marker = false;
+	std::vector<Mac> own; ///< of all interfaces of this machine
 };
 
-/// An address of an interface, of either family, in network byte order.
-struct Address
-{
-	int interface = 0;
-	int prefix = 0;
-	std::vector<std::uint8_t> bytes; ///< 4 or 16
-};
+/// Looks at everything anew: what is heard through NetlinkBell may have been lost.
+/// @return nothing when the kernel does not tell
+std::optional<Sight> look(const AddressSettings& settings);
 
-/// @return the four bytes of an IPv4 address
-std::vector<std::uint8_t> addressBytes(std::uint32_t address);
+/// Each @return 0 or errno
+int addAddress(const AddressSettings& settings);
+int setMarker(const AddressSettings& settings);
+/// Removes the address from its interface, whatever its prefix, until the kernel has none.
+int removeAddress(const AddressSettings& settings);
+int removeMarker(const AddressSettings& settings);
 
-/// @return `address` as an IPv4-compatible IPv6 address, ::192.0.2.100: the marker
-///
-/// The agent takes the virtual address for raised, without its countdown, when its text
-/// stands anywhere in what ifconfig prints. This one does, and answers no IPv4 ping.
-std::vector<std::uint8_t> markerBytes(std::uint32_t address);
-
-using NetlinkSocket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
-
-/// Requests, answered before the call returns.
-class Netlink
+/// Rings when an interface or an address of this machine has changed.
+class NetlinkBell
 {
 public:
-	Netlink();
-
-	std::vector<Link> links();
-	std::vector<Address> addresses(int family);
-	/// Adds or, when it is there, changes it. @return 0 or errno
-	int add(const Address& address, const std::string& label);
-	/// @return 0 or errno
-	int remove(const Address& address);
-
-private:
-	int request(nlmsghdr* message, const std::function<void(const nlmsghdr*)>& answer = {});
-
-	NetlinkSocket m_socket;
-	unsigned m_sequence = 0;
-};
-
-/// What the kernel tells of its own accord.
-class NetlinkMonitor
-{
-public:
-	NetlinkMonitor();
+	/// @throws std::runtime_error
+	NetlinkBell();
 
 	int descriptor() const;
-	/// Reads what waits. @return false when something was lost: ask for the state anew
-	bool receive(const std::function<void(const Link&)>& onLink, const std::function<void(const Address&)>& onRemoved);
+	/// Until the next change. What it was is not told: look().
+	void quiet() const;
 
 private:
-	NetlinkSocket m_socket;
+	std::unique_ptr<mnl_socket, int (*)(mnl_socket*)> m_socket;
 };
+
+/// @return "02:00:00:00:00:01"
+std::string macText(const Mac& mac);
 
 } // namespace velarix::keeper

@@ -1,14 +1,15 @@
-#include "Process.h"
+#include "keeper/Process.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
@@ -21,8 +22,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Descriptor.h"
-#include "Loop.h"
+#include "inspect/Number.h"
+#include "keeper/Loop.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::keeper
 {
@@ -30,53 +32,34 @@ namespace velarix::keeper
 namespace
 {
 
-std::vector<char*> pointers(std::vector<std::string>& words)
-{
-	std::vector<char*> list;
-	list.reserve(words.size() + 1);
-	for (std::string& word : words)
-	{
-		list.push_back(word.data());
-	}
-	list.push_back(nullptr);
-	return list;
-}
-
-std::vector<std::string> environmentOf(const Launch& launch)
-{
-	std::vector<std::string> added = launch.environment;
-	if (!launch.identity.user.empty())
-	{
-		added.insert(added.begin(), {"USER=" + launch.identity.user, "LOGNAME=" + launch.identity.user,
-		                             "HOME=" + launch.identity.home});
-	}
-	std::vector<std::string> environment;
-	for (char** word = environ; *word != nullptr; ++word)
-	{
-		const std::string_view name = std::string_view(*word).substr(0, std::string_view(*word).find('=') + 1);
-		if (std::ranges::none_of(added, [&](const std::string& other) { return other.starts_with(name); }))
-		{
-			environment.emplace_back(*word);
-		}
-	}
-	environment.insert(environment.end(), added.begin(), added.end());
-	return environment;
-}
+/// In the environment of everything a service starts: its program's name. What remains of a
+/// supervisor that was killed is found by it.
+constexpr const char* kServiceVariable = "VELARIX_SERVICE";
 
 /// @return whether everything could be set
-bool become(const Identity& identity)
+bool become(const ServiceSettings& service)
 {
-	if (identity.user.empty())
+	if (service.user.empty() && service.group.empty())
 	{
-		return identity.groups.empty() ||
-		       (::setgroups(identity.groups.size(), identity.groups.data()) == 0 && ::setgid(identity.gid) == 0);
+		return true;
 	}
-	return ::setgroups(identity.groups.size(), identity.groups.data()) == 0 && ::setgid(identity.gid) == 0 &&
-	       ::setuid(identity.uid) == 0;
+	const passwd* user = ::getpwnam(service.user.empty() ? "root" : service.user.c_str());
+	const group* group = service.group.empty() ? nullptr : ::getgrnam(service.group.c_str());
+	if (user == nullptr || (group == nullptr && !service.group.empty()))
+	{
+		errno = EINVAL;
+		return false;
+	}
+	const gid_t gid = group != nullptr ? group->gr_gid : user->pw_gid;
+	::setenv("USER", user->pw_name, 1);
+	::setenv("LOGNAME", user->pw_name, 1);
+	::setenv("HOME", user->pw_dir, 1);
+	return ::initgroups(user->pw_name, gid) == 0 && ::setgid(gid) == 0 && ::setuid(user->pw_uid) == 0;
 }
 
-/// In the child. @return never, unless something failed
-void runChild(const Launch& launch, const char* program, char* const* arguments, char* const* environment, pid_t parent)
+/// In the child, which has no other threads. @return never, unless something failed
+void runChild(const ServiceSettings& service, const std::string& program, const std::vector<std::string>& command,
+              RunAs runAs, int output, pid_t parent)
 {
 	::setsid();
 	setProcessName("keeper-start");
@@ -87,128 +70,87 @@ void runChild(const Launch& launch, const char* program, char* const* arguments,
 	{
 		std::signal(number, SIG_DFL);
 	}
-	const int null = ::open("/dev/null", O_RDWR);
-	::dup2(null, STDIN_FILENO);
-	if (launch.output >= 0)
+	::dup2(::open("/dev/null", O_RDWR), STDIN_FILENO);
+	if (output >= 0)
 	{
-		::dup2(launch.output, STDOUT_FILENO);
+		::dup2(output, STDOUT_FILENO);
 	}
-	if (::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0 || !become(launch.identity) ||
-	    ::chdir(launch.directory.c_str()) != 0)
+	if (::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) != 0 ||
+	    (runAs == RunAs::service && !become(service)) ||
+	    ::chdir(service.directory.empty() ? "/" : service.directory.c_str()) != 0)
 	{
 		return;
 	}
+	for (const std::string& pair : service.environment)
+	{
+		::putenv(const_cast<char*>(pair.c_str()));
+	}
+	::setenv(kServiceVariable, service.program.c_str(), 1);
+	std::vector<char*> arguments;
+	for (const std::string& word : command)
+	{
+		arguments.push_back(const_cast<char*>(word.c_str()));
+	}
+	arguments.push_back(nullptr);
 	// After the change of the user, which would undo it.
 	::prctl(PR_SET_PDEATHSIG, SIGTERM);
 	if (::getppid() == parent)
 	{
-		::execve(program, arguments, environment);
+		::execv(program.c_str(), arguments.data());
 	}
-}
-
-std::string readFile(const std::string& path)
-{
-	const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-	std::string text;
-	std::array<char, 4096> buffer{};
-	for (ssize_t length = 0; file && (length = ::read(file.get(), buffer.data(), buffer.size())) > 0;)
-	{
-		text.append(buffer.data(), static_cast<std::size_t>(length));
-	}
-	return text;
 }
 
 /// @return the entries of a directory of /proc that are numbers
 std::vector<pid_t> numbersIn(const std::string& path)
 {
+	namespace fs = std::filesystem;
 	std::vector<pid_t> numbers;
-	DIR* directory = ::opendir(path.c_str());
-	while (directory != nullptr)
+	std::error_code error;
+	for (fs::directory_iterator entry(path, error); entry != fs::directory_iterator(); entry.increment(error))
 	{
-		const dirent* entry = ::readdir(directory);
-		if (entry == nullptr)
+		if (const auto number = inspect::numberIn<pid_t>(entry->path().filename().string()))
 		{
-			break;
+			numbers.push_back(*number);
 		}
-		const pid_t number = static_cast<pid_t>(std::atoi(entry->d_name));
-		if (number > 0)
-		{
-			numbers.push_back(number);
-		}
-	}
-	if (directory != nullptr)
-	{
-		::closedir(directory);
 	}
 	return numbers;
 }
 
-std::vector<pid_t> childrenOf(pid_t pid)
+void addChildren(pid_t pid, std::vector<pid_t>& found)
 {
-	std::vector<pid_t> children;
-	const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+	const std::string tasks = "/proc/" + std::to_string(pid) + "/task/";
 	for (const pid_t task : numbersIn(tasks))
 	{
-		const std::string list = readFile(tasks + "/" + std::to_string(task) + "/children");
-		const char* at = list.data();
-		const char* end = at + list.size();
-		for (pid_t child = 0; at < end; ++at)
-		{
-			const auto read = std::from_chars(at, end, child);
-			if (read.ec == std::errc())
-			{
-				children.push_back(child);
-				at = read.ptr;
-			}
-		}
+		std::ifstream list(tasks + std::to_string(task) + "/children");
+		found.insert(found.end(), std::istream_iterator<pid_t>(list), {});
 	}
-	return children;
+}
+
+/// @return all processes that have `program` in VELARIX_SERVICE, except this one
+std::vector<pid_t> processesOf(const std::string& program)
+{
+	const std::string wanted = '\0' + std::string(kServiceVariable) + "=" + program + '\0';
+	std::vector<pid_t> found = numbersIn("/proc");
+	std::erase_if(found,
+	              [&](pid_t pid)
+	              {
+		              std::ifstream file("/proc/" + std::to_string(pid) + "/environ");
+		              const std::string text((std::istreambuf_iterator<char>(file)), {});
+		              return pid == ::getpid() || ('\0' + text).find(wanted) == std::string::npos;
+	              });
+	return found;
 }
 
 } // namespace
 
-bool resolve(const ServiceSettings& service, Identity& identity)
+pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs runAs, std::string& error,
+            int output)
 {
-	if (!service.user.empty())
-	{
-		const passwd* user = ::getpwnam(service.user.c_str());
-		if (user == nullptr)
-		{
-			return false;
-		}
-		identity = {service.user, user->pw_uid, user->pw_gid, {}, user->pw_dir};
-	}
-	if (!service.group.empty())
-	{
-		const group* found = ::getgrnam(service.group.c_str());
-		if (found == nullptr)
-		{
-			return false;
-		}
-		identity.gid = found->gr_gid;
-		identity.groups = {found->gr_gid};
-	}
-	if (!service.user.empty())
-	{
-		int count = 256;
-		identity.groups.resize(static_cast<std::size_t>(count));
-		::getgrouplist(service.user.c_str(), identity.gid, identity.groups.data(), &count);
-		identity.groups.resize(static_cast<std::size_t>(std::clamp(count, 0, 256)));
-	}
-	return true;
-}
-
-pid_t start(const Launch& launch, std::string& error)
-{
-	const std::string program = findCommand(launch.command.front());
-	std::vector<std::string> arguments = launch.command;
-	std::vector<std::string> environment = environmentOf(launch);
-	const std::vector<char*> argumentList = pointers(arguments);
-	const std::vector<char*> environmentList = pointers(environment);
+	const std::string program = findCommand(command.front());
 	std::array<int, 2> failure{-1, -1};
 	if (program.empty() || ::pipe2(failure.data(), O_CLOEXEC) != 0)
 	{
-		error = launch.command.front() + ": " + (program.empty() ? "no such program" : std::strerror(errno));
+		error = command.front() + ": " + (program.empty() ? "no such program" : std::strerror(errno));
 		return -1;
 	}
 	const Descriptor reading(failure[0]);
@@ -217,48 +159,36 @@ pid_t start(const Launch& launch, std::string& error)
 	const pid_t child = ::fork();
 	if (child == 0)
 	{
-		runChild(launch, program.c_str(), argumentList.data(), environmentList.data(), parent);
+		runChild(service, program, command, runAs, output, parent);
 		const int number = errno;
 		[[maybe_unused]] const ssize_t told = ::write(writing.get(), &number, sizeof number);
 		::_exit(127);
 	}
-	writing.reset();
-	// Closed by a successful execve.
+	writing.close();
+	// Closed by a successful execv.
 	int number = child < 0 ? errno : 0;
 	if (child < 0 || ::read(reading.get(), &number, sizeof number) > 0)
 	{
 		error = program + ": " + std::strerror(number);
-		if (child > 0)
-		{
-			::waitpid(child, nullptr, 0);
-		}
+		child > 0 ? ::waitpid(child, nullptr, 0) : 0;
 		return -1;
 	}
 	return child;
 }
 
-std::vector<pid_t> descendantsOf(pid_t pid)
+std::string howEnded(int status)
 {
-	std::vector<pid_t> found = childrenOf(pid);
-	for (std::size_t i = 0; i < found.size(); ++i)
-	{
-		const std::vector<pid_t> below = childrenOf(found[i]);
-		found.insert(found.end(), below.begin(), below.end());
-	}
-	return found;
+	return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+	                           : "status " + std::to_string(WEXITSTATUS(status));
 }
 
-std::vector<pid_t> remainsOf(const std::string& program)
+std::vector<pid_t> descendants()
 {
-	const std::string wanted = std::string(kServiceVariable) + "=" + program;
 	std::vector<pid_t> found;
-	for (const pid_t pid : numbersIn("/proc"))
+	addChildren(::getpid(), found);
+	for (std::size_t i = 0; i < found.size(); ++i)
 	{
-		const std::string environment = '\0' + readFile("/proc/" + std::to_string(pid) + "/environ") + '\0';
-		if (pid != ::getpid() && environment.find('\0' + wanted + '\0') != std::string::npos)
-		{
-			found.push_back(pid);
-		}
+		addChildren(found[i], found);
 	}
 	return found;
 }
@@ -271,12 +201,12 @@ void signalAll(const std::vector<pid_t>& processes, int number)
 	}
 }
 
-bool endAll(std::vector<pid_t> (*find)(const std::string&), const std::string& program, int patience)
+bool endAll(const std::function<std::vector<pid_t>()>& find, Millis patience)
 {
 	constexpr Millis kLastPatience = 2'000;
 	const Millis killAt = now() + patience;
 	bool asked = false;
-	for (std::vector<pid_t> left = find(program); !left.empty(); left = find(program))
+	for (std::vector<pid_t> left = find(); !left.empty(); left = find())
 	{
 		const bool kill = now() >= killAt;
 		if (now() >= killAt + kLastPatience)
@@ -297,6 +227,28 @@ bool endAll(std::vector<pid_t> (*find)(const std::string&), const std::string& p
 	return true;
 }
 
+bool endRemains(const ServiceSettings& service)
+{
+	bool gone = endAll([&] { return processesOf(service.program); }, service.stopTimeout * 1000LL);
+	if (!service.unit.empty())
+	{
+		std::string error;
+		int status = -1;
+		const pid_t child = start(service, {"systemctl", "stop", service.unit}, RunAs::self, error);
+		gone = child > 0 && ::waitpid(child, &status, 0) == child && status == 0 && gone;
+	}
+	if (gone)
+	{
+		removeState(service.program);
+	}
+	return gone;
+}
+
+bool endOrphans(const ServiceSettings& service)
+{
+	return valueOf(readState(service.program), "started").empty() || endRemains(service);
+}
+
 void setProcessName(const std::string& name)
 {
 	::prctl(PR_SET_NAME, name.c_str());
@@ -308,24 +260,20 @@ void beInTime()
 	::sched_setscheduler(0, SCHED_RR, &priority);
 }
 
-void keepCapabilities(std::initializer_list<int> kept)
+void keepCapabilities(std::initializer_list<unsigned> kept)
 {
 	__user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
 	std::array<__user_cap_data_struct, 2> data{};
-	if (::syscall(SYS_capget, &header, data.data()) != 0)
-	{
-		return;
-	}
+	::syscall(SYS_capget, &header, data.data());
 	std::array<std::uint32_t, 2> mask{};
-	for (const int capability : kept)
+	for (const unsigned capability : kept)
 	{
-		mask.at(static_cast<std::size_t>(capability) / 32) |= 1U << (static_cast<unsigned>(capability) % 32);
+		mask.at(capability / 32) |= 1U << capability % 32;
 	}
 	for (std::size_t i = 0; i < data.size(); ++i)
 	{
-		data[i].permitted &= mask[i];
-		data[i].effective = data[i].permitted;
-		data[i].inheritable = 0;
+		const std::uint32_t left = data[i].permitted & mask[i];
+		data[i] = {left, left, 0};
 	}
 	::syscall(SYS_capset, &header, data.data());
 }

@@ -1,55 +1,47 @@
 /// Processes: started with nothing of ours, found, ended.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
 
-#include "Settings.h"
+#include "keeper/AddressMachine.h"
+#include "keeper/Settings.h"
 
 namespace velarix::keeper
 {
 
-/// In the environment of everything a service starts: PROGRAM. What remains of a
-/// supervisor that was killed is found by it.
-inline constexpr const char* kServiceVariable = "VELARIX_SERVICE";
-
-struct Identity
+enum class RunAs : std::uint8_t
 {
-	std::string user; ///< empty: as we are
-	uid_t uid = 0;
-	gid_t gid = 0;
-	std::vector<gid_t> groups;
-	std::string home;
+	self,
+	service ///< as the service's user and group
 };
 
-/// @return false when there is no such user or group
-bool resolve(const ServiceSettings& service, Identity& identity);
-
-struct Launch
-{
-	std::vector<std::string> command;
-	std::vector<std::string> environment; ///< added to ours
-	Identity identity;
-	std::string directory = "/";
-	int output = -1; ///< standard output; -1: as ours
-};
-
-/// Starts a program in a session and a process group of its own, with ordinary signals
-/// and no descriptors but the standard ones. It gets SIGTERM when we die.
+/// Starts a program for a service in a session and a process group of its own, with the
+/// service's directory and environment, ordinary signals, and no descriptors but the
+/// standard ones. It gets SIGTERM when we die.
+/// @param output its standard output; -1: ours
 /// @return its process id, or -1 with what failed in `error`
-pid_t start(const Launch& launch, std::string& error);
+pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs runAs, std::string& error,
+            int output = -1);
 
-/// @return the processes below `pid`, its children first
-std::vector<pid_t> descendantsOf(pid_t pid);
-/// @return all processes that have `program` in VELARIX_SERVICE, except this one
-std::vector<pid_t> remainsOf(const std::string& program);
+/// @return "status 1", "signal 9"
+std::string howEnded(int status);
+
+/// @return the processes below this one, its children first
+std::vector<pid_t> descendants();
 void signalAll(const std::vector<pid_t>& processes, int number);
 /// TERM, and after `patience` KILL, to what `find` finds, until it finds nothing.
 /// @return false when something does not even end by KILL
-bool endAll(std::vector<pid_t> (*find)(const std::string&), const std::string& program, int patience);
+bool endAll(const std::function<std::vector<pid_t>()>& find, Millis patience);
+/// Ends what a supervisor that was killed has left: processes, or the unit.
+/// @return whether nothing is left
+bool endRemains(const ServiceSettings& service);
+/// The same, unless the state file says that nothing was left.
+bool endOrphans(const ServiceSettings& service);
 
 /// The name that the agent looks for, as ps shows it.
 void setProcessName(const std::string& name);
@@ -61,6 +53,6 @@ void beInTime();
 
 /// Keeps these capabilities and drops all others. What is started as root afterwards gets
 /// its full set from the kernel, so that a service can change its user.
-void keepCapabilities(std::initializer_list<int> kept);
+void keepCapabilities(std::initializer_list<unsigned> kept);
 
 } // namespace velarix::keeper

@@ -1,12 +1,11 @@
-#include "Runtime.h"
+#include "keeper/Runtime.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <stdexcept>
+#include <fstream>
+#include <system_error>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,8 +14,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "Loop.h"
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 namespace velarix::keeper
 {
@@ -45,48 +43,41 @@ void makeRuntimeDirectory()
 {
 	if (::mkdir(kRuntimeDirectory, 0755) != 0 && errno != EEXIST)
 	{
-		throw std::runtime_error(std::string(kRuntimeDirectory) + ": " + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), kRuntimeDirectory);
 	}
 }
 
-ProcessLock::ProcessLock(const std::string& program)
-    // For root alone: whoever may read it could lock it.
-    : m_file(::open(pathOf(program, ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600))
+Descriptor takeLock(const std::string& program, Part part)
 {
-	if (!m_file)
+	// For root alone: whoever may read it could lock it.
+	const std::string path = pathOf(program, ".lock");
+	Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+	if (!file)
 	{
-		throw std::runtime_error(pathOf(program, ".lock") + ": " + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), path);
 	}
-}
-
-bool ProcessLock::take(Part part) const
-{
 	const struct flock lock = lockOf(part);
-	return ::fcntl(m_file.get(), F_SETLK, &lock) == 0;
+	return ::fcntl(file.get(), F_SETLK, &lock) == 0 ? std::move(file) : Descriptor();
 }
 
 pid_t holderOf(const std::string& program, Part part)
 {
 	const Descriptor file(::open(pathOf(program, ".lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
 	struct flock lock = lockOf(part);
-	if (!file || ::fcntl(file.get(), F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
-	{
-		return 0;
-	}
-	return lock.l_pid;
+	const bool held = file && ::fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+	return held ? lock.l_pid : 0;
 }
 
 LivingProcess::LivingProcess(const std::string& program, Part part) : m_pid(holderOf(program, part))
 {
-	if (m_pid <= 0)
+	if (m_pid > 0)
 	{
-		return;
+		m_descriptor = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
 	}
-	m_descriptor = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, m_pid, 0)));
 	// Between the two looks the number may have become another process's.
-	if (holderOf(program, part) != m_pid)
+	if (m_descriptor && holderOf(program, part) != m_pid)
 	{
-		m_descriptor.reset();
+		m_descriptor.close();
 	}
 }
 
@@ -124,22 +115,16 @@ void writeState(const std::string& program, const Fields& fields)
 	}
 }
 
-Fields readState(const std::string& program)
+Fields readState(const std::string& program, const std::string& directory)
 {
-	const Descriptor file(::open(pathOf(program, ".state").c_str(), O_RDONLY | O_CLOEXEC));
-	std::array<char, 4096> buffer{};
-	const ssize_t length = file ? ::read(file.get(), buffer.data(), buffer.size()) : 0;
-	std::string_view text(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+	std::ifstream file(directory + "/" + program + ".state");
 	Fields fields;
-	while (!text.empty())
+	for (std::string line; std::getline(file, line);)
 	{
-		const std::string_view line = text.substr(0, text.find('\n'));
-		const std::size_t equals = line.find('=');
-		if (equals != std::string_view::npos)
+		if (const std::size_t equals = line.find('='); equals != std::string::npos)
 		{
 			fields.emplace_back(line.substr(0, equals), line.substr(equals + 1));
 		}
-		text.remove_prefix(std::min(text.size(), line.size() + 1));
 	}
 	return fields;
 }
@@ -159,25 +144,20 @@ AddressWatch::AddressWatch() : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOC
 {
 	if (!m_inotify || ::inotify_add_watch(m_inotify.get(), kRuntimeDirectory, IN_MOVED_TO | IN_DELETE) < 0)
 	{
-		throw std::runtime_error(std::string("inotify: ") + std::strerror(errno));
+		throw std::system_error(errno, std::generic_category(), "inotify");
 	}
 }
 
-bool AddressWatch::look()
+Fields AddressWatch::look()
 {
 	std::array<char, 4096> discarded{};
 	while (::read(m_inotify.get(), discarded.data(), discarded.size()) > 0)
 	{
 	}
 	m_holder.emplace(kAddressProgram, Part::worker);
-	if (!*m_holder)
-	{
-		m_holder.reset();
-		return false;
-	}
 	// What a holder has left that was killed does not count.
-	const Fields fields = readState(kAddressProgram);
-	return valueOf(fields, "held") == "yes" && valueOf(fields, "pid") == std::to_string(m_holder->pid());
+	Fields fields = readState(kAddressProgram);
+	return *m_holder && valueOf(fields, "pid") == std::to_string(m_holder->pid()) ? std::move(fields) : Fields();
 }
 
 } // namespace velarix::keeper

@@ -13,8 +13,7 @@
 
 #include <sys/types.h>
 
-#include "AddressMachine.h"
-#include "Descriptor.h"
+#include "keeper/Loop.h"
 
 namespace velarix::keeper
 {
@@ -30,19 +29,9 @@ enum class Part : std::uint8_t
 /// Makes the directory when it is not there.
 void makeRuntimeDirectory();
 
-/// Held by this process until it ends.
-class ProcessLock
-{
-public:
-	/// Opens the lock of `program`. There must be one object for it in a process:
-	/// closing any descriptor of the file releases the locks.
-	explicit ProcessLock(const std::string& program);
-	/// @return whether this process has it now; false when another one has
-	bool take(Part part) const;
-
-private:
-	Descriptor m_file;
-};
+/// @return the lock of `part`, which this process has until it ends or closes any
+///         descriptor of that file; none when another one has it
+Descriptor takeLock(const std::string& program, Part part);
 
 /// @return who lives as `part` of `program`; 0 for nobody
 pid_t holderOf(const std::string& program, Part part);
@@ -71,8 +60,9 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 
 /// Errors are left to be seen by the next reader: a full disk must not end the holder.
 void writeState(const std::string& program, const Fields& fields);
+/// @param directory another one for the files of another root
 /// @return nothing when there is no such file
-Fields readState(const std::string& program);
+Fields readState(const std::string& program, const std::string& directory = kRuntimeDirectory);
 void removeState(const std::string& program);
 /// @return the value of `key`; empty for none
 std::string valueOf(const Fields& fields, const std::string& key);
@@ -87,8 +77,9 @@ public:
 	int changes() const { return m_inotify.get(); }
 	/// Can be read when ha-address has ended; -1 while there is none. New after each look().
 	int death() const { return m_holder ? m_holder->descriptor() : -1; }
-	/// Reads all changes away. @return whether the address is held
-	bool look();
+	/// Takes note of all changes. @return the state of the living ha-address; empty while
+	///         there is none or it has not told yet
+	Fields look();
 
 private:
 	Descriptor m_inotify;

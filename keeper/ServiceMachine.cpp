@@ -1,6 +1,7 @@
-#include "ServiceMachine.h"
+#include "keeper/ServiceMachine.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace velarix::keeper
@@ -10,6 +11,7 @@ namespace
 {
 
 using State = ServiceState;
+using Step = ServiceStep;
 using namespace timing;
 
 void enter(ServiceMachine& machine, State state, Millis now)
@@ -19,26 +21,18 @@ void enter(ServiceMachine& machine, State state, Millis now)
 	machine.timerAt = kNever;
 }
 
-void start(ServiceStep& step, Millis now)
+void restartIn(ServiceMachine& machine, Millis now)
 {
-	enter(step.machine, State::running, now);
-	step.machine.gone = false;
-	step.machine.failures = 0;
-	step.actions.start = true;
-}
-
-void finish(ServiceMachine& machine, State state, Millis now)
-{
-	enter(machine, state, now);
 	machine.gone = true;
+	machine.timerAt = now + kRestartDelay * static_cast<Millis>(machine.deaths.size());
 }
 
-/// TERM now, KILL after `patience`; nothing when nothing is left.
-void end(ServiceStep& step, State state, Millis now, Millis patience)
+/// TERM now, KILL after `patience`; the state behind it when nothing is left.
+void endIn(Step& step, State state, Millis now, Millis patience)
 {
 	if (step.machine.gone)
 	{
-		finish(step.machine, state == State::stopping ? State::waiting : State::ended, now);
+		enter(step.machine, state == State::stopping ? State::waiting : State::ended, now);
 		return;
 	}
 	enter(step.machine, state, now);
@@ -46,179 +40,143 @@ void end(ServiceStep& step, State state, Millis now, Millis patience)
 	step.actions.terminate = true;
 }
 
-void waitForRestart(ServiceMachine& machine, Millis now)
+// The reactions.
+
+void stay(Step& /*step*/, Millis /*now*/)
 {
-	machine.timerAt = now + kRestartDelay * static_cast<Millis>(machine.deaths.size());
 }
 
-void die(ServiceStep& step, Millis now, bool gone)
+void start(Step& step, Millis now)
+{
+	enter(step.machine, State::running, now);
+	step.machine.gone = false;
+	step.machine.failures = 0;
+	step.actions.start = true;
+}
+
+void die(Step& step, Millis now)
 {
 	ServiceMachine& machine = step.machine;
-	machine.gone = gone;
 	std::erase_if(machine.deaths, [&](Millis death) { return now - death >= machine.within; });
 	machine.deaths.push_back(now);
-	if (std::cmp_greater(machine.deaths.size(), machine.restarts))
+	machine.failed = std::cmp_greater(machine.deaths.size(), machine.restarts);
+	if (machine.failed || !machine.gone)
 	{
-		machine.failed = true;
-		end(step, State::failing, now, std::min(machine.stopTimeout, kRemainsTimeout));
+		endIn(step, machine.failed ? State::failing : State::restarting, now,
+		      std::min(machine.stopTimeout, kRemainsTimeout));
 		return;
 	}
 	enter(machine, State::restarting, now);
-	if (gone)
+	restartIn(machine, now);
+}
+
+void dieAtOnce(Step& step, Millis now)
+{
+	step.machine.gone = true;
+	die(step, now);
+}
+
+void beWell(Step& step, Millis /*now*/)
+{
+	step.machine.failures = 0;
+}
+
+void beIll(Step& step, Millis now)
+{
+	if (++step.machine.failures >= step.machine.checkFailures)
 	{
-		waitForRestart(machine, now);
+		die(step, now);
+	}
+}
+
+void beGone(Step& step, Millis now)
+{
+	if (!step.machine.gone)
+	{
+		restartIn(step.machine, now);
+	}
+}
+
+void kill(Step& step, Millis now)
+{
+	step.actions.kill = true;
+	step.machine.timerAt = now + kKillAgain;
+}
+
+void restart(Step& step, Millis now)
+{
+	if (!step.machine.gone)
+	{
+		kill(step, now);
 		return;
 	}
-	machine.timerAt = now + std::min(machine.stopTimeout, kRemainsTimeout);
-	step.actions.terminate = true;
+	++step.machine.restarted;
+	start(step, now);
 }
 
-void onGone(ServiceStep& step, Millis now)
+void stopHere(Step& step, Millis now)
 {
-	ServiceMachine& machine = step.machine;
-	switch (machine.state)
-	{
-	case State::running:
-		die(step, now, true);
-		break;
-	case State::restarting:
-		if (!machine.gone)
-		{
-			machine.gone = true;
-			waitForRestart(machine, now);
-		}
-		break;
-	case State::stopping:
-		finish(machine, State::waiting, now);
-		if (machine.held)
-		{
-			start(step, now);
-		}
-		break;
-	case State::ending:
-	case State::failing:
-		finish(machine, State::ended, now);
-		break;
-	case State::waiting:
-	case State::ended:
-		break;
-	}
+	endIn(step, State::stopping, now, step.machine.stopTimeout);
 }
 
-void onTimer(ServiceStep& step, Millis now)
+void waitAgain(Step& step, Millis now)
 {
-	ServiceMachine& machine = step.machine;
-	if (machine.state == State::restarting && machine.gone)
-	{
-		++machine.restarted;
-		start(step, now);
-	}
-	else if (machine.state == State::restarting || machine.state == State::stopping || machine.state == State::ending ||
-	         machine.state == State::failing)
-	{
-		step.actions.kill = true;
-		machine.timerAt = now + kKillAgain;
-	}
-}
-
-void onStop(ServiceStep& step, Millis now)
-{
-	ServiceMachine& machine = step.machine;
-	switch (machine.state)
-	{
-	case State::waiting:
-		finish(machine, State::ended, now);
-		break;
-	case State::running:
-	case State::restarting:
-		end(step, State::ending, now, machine.stopTimeout);
-		break;
-	case State::stopping:
-	case State::failing:
-		// TERM was sent already: the time for it goes on.
-		machine.state = State::ending;
-		machine.failed = false;
-		break;
-	case State::ending:
-	case State::ended:
-		break;
-	}
-}
-
-void onAddress(ServiceStep& step, bool held, Millis now)
-{
-	ServiceMachine& machine = step.machine;
-	machine.held = held;
-	if (held && machine.state == State::waiting)
+	step.machine.gone = true;
+	enter(step.machine, State::waiting, now);
+	if (step.machine.held)
 	{
 		start(step, now);
 	}
-	else if (!held && (machine.state == State::running || machine.state == State::restarting))
-	{
-		end(step, State::stopping, now, machine.stopTimeout);
-	}
 }
+
+void end(Step& step, Millis now)
+{
+	endIn(step, State::ending, now, step.machine.stopTimeout);
+}
+
+/// TERM was sent already: the time for it goes on.
+void endToo(Step& step, Millis /*now*/)
+{
+	step.machine.state = State::ending;
+	step.machine.failed = false;
+}
+
+void finish(Step& step, Millis now)
+{
+	step.machine.gone = true;
+	enter(step.machine, State::ended, now);
+}
+
+using Reaction = void (*)(Step&, Millis);
+
+// clang-format off
+constexpr std::array<std::array<Reaction, 8>, 7> kReactions{{
+//                  held   lost      died  gone       check ok  failed  timer    stop
+/* WAITING    */ {{ start, stay,     stay, stay,      stay,     stay,   stay,    end    }},
+/* RUNNING    */ {{ stay,  stopHere, die,  dieAtOnce, beWell,   beIll,  stay,    end    }},
+/* RESTARTING */ {{ stay,  stopHere, stay, beGone,    stay,     stay,   restart, end    }},
+/* STOPPING   */ {{ stay,  stay,     stay, waitAgain, stay,     stay,   kill,    endToo }},
+/* ENDING     */ {{ stay,  stay,     stay, finish,    stay,     stay,   kill,    stay   }},
+/* FAILING    */ {{ stay,  stay,     stay, finish,    stay,     stay,   kill,    endToo }},
+/* ENDED      */ {{ stay,  stay,     stay, stay,      stay,     stay,   stay,    stay   }},
+}};
+// clang-format on
 
 } // namespace
 
 ServiceStep next(ServiceMachine machine, ServiceEvent event, Millis now)
 {
-	ServiceStep step{std::move(machine), {}};
-	const bool running = step.machine.state == State::running;
-	switch (event)
-	{
-	case ServiceEvent::held:
-	case ServiceEvent::lost:
-		onAddress(step, event == ServiceEvent::held, now);
-		break;
-	case ServiceEvent::died:
-		if (running)
-		{
-			die(step, now, false);
-		}
-		break;
-	case ServiceEvent::gone:
-		onGone(step, now);
-		break;
-	case ServiceEvent::checkOk:
-		step.machine.failures = running ? 0 : step.machine.failures;
-		break;
-	case ServiceEvent::checkFailed:
-		if (running && ++step.machine.failures >= step.machine.checkFailures)
-		{
-			die(step, now, false);
-		}
-		break;
-	case ServiceEvent::timer:
-		onTimer(step, now);
-		break;
-	case ServiceEvent::stop:
-		onStop(step, now);
-		break;
-	}
+	Step step{std::move(machine), {}};
+	const bool address = event == ServiceEvent::held || event == ServiceEvent::lost;
+	step.machine.held = address ? event == ServiceEvent::held : step.machine.held;
+	kReactions.at(static_cast<std::size_t>(step.machine.state)).at(static_cast<std::size_t>(event))(step, now);
 	return step;
 }
 
 const char* nameOf(ServiceState state)
 {
-	switch (state)
-	{
-	case State::waiting:
-		return "waiting";
-	case State::running:
-		return "running";
-	case State::restarting:
-		return "restarting";
-	case State::stopping:
-		return "stopping";
-	case State::ending:
-		return "ending";
-	case State::failing:
-		return "failing";
-	case State::ended:
-		return "ended";
-	}
-	return "unknown";
+	constexpr std::array kNames{"waiting", "running", "restarting", "stopping", "ending", "failing", "ended"};
+	return kNames.at(static_cast<std::size_t>(state));
 }
 
 } // namespace velarix::keeper

@@ -8,33 +8,13 @@
 ///   FAILING     died too often: the same, then ENDED with `failed`
 ///   ENDED       nothing is left, the supervisor exits
 ///
-/// (s) start, (t) TERM, (k) KILL, - nothing changes. "gone": nothing of it is left.
-///
-///             held      lost          died                       gone
-/// WAITING     RUNNING s -             -                          -
-/// RUNNING     -         STOPPING t    RESTARTING t or FAILING t  as died
-/// RESTARTING  -         STOPPING t *  -                          waits, then RUNNING s
-/// STOPPING    -         -             -                          WAITING, or RUNNING s when held again
-/// ENDING      -         -             -                          ENDED
-/// FAILING     -         -             -                          ENDED
-/// ENDED       -         -             -                          -
-///
-///             check ok      check failed                      timer            stop
-/// WAITING     -             -                                 -                ENDED
-/// RUNNING     counts anew   the last one allowed: as died     -                ENDING t
-/// RESTARTING  -             -                                 k, or RUNNING s  ENDING t *
-/// STOPPING    -             -                                 k                ENDING
-/// ENDING      -             -                                 k                -
-/// FAILING     -             -                                 k                ENDING
-/// ENDED       -             -                                 -                -
-///
-/// (*) when nothing is left of it: WAITING and ENDED at once.
+/// What each event does in each state is one table, at the end of ServiceMachine.cpp.
 #pragma once
 
 #include <cstdint>
 #include <deque>
 
-#include "AddressMachine.h"
+#include "keeper/AddressMachine.h"
 
 namespace velarix::keeper
 {

@@ -1,4 +1,4 @@
-#include "ServiceSupervisor.h"
+#include "keeper/ServiceSupervisor.h"
 
 #include <algorithm>
 #include <array>
@@ -12,30 +12,10 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "keeper/Process.h"
+
 namespace velarix::keeper
 {
-
-namespace
-{
-
-std::string howEnded(int status)
-{
-	return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-	                           : "status " + std::to_string(WEXITSTATUS(status));
-}
-
-Launch launchOf(const ServiceSettings& settings, const Identity& identity, const std::vector<std::string>& command)
-{
-	Launch launch;
-	launch.command = command;
-	launch.environment = settings.environment;
-	launch.environment.push_back(std::string(kServiceVariable) + "=" + settings.program);
-	launch.identity = identity;
-	launch.directory = settings.directory.empty() ? "/" : settings.directory;
-	return launch;
-}
-
-} // namespace
 
 ServiceSupervisor::ServiceSupervisor(const ServiceSettings& settings)
     : m_settings(settings), m_journal(settings.program)
@@ -49,37 +29,26 @@ ServiceSupervisor::ServiceSupervisor(const ServiceSettings& settings)
 
 int ServiceSupervisor::run()
 {
-	if (!resolve(m_settings, m_identity))
-	{
-		m_journal.event("failed", "no user " + m_settings.user + " or group " + m_settings.group);
-		return EX_NOUSER;
-	}
-	if (!valueOf(readState(m_settings.program), "started").empty() && !endRemains(m_settings.program, &m_settings))
+	if (!endOrphans(m_settings))
 	{
 		m_journal.event("failed", "something of a former service is left and does not end");
 		return EX_UNAVAILABLE;
 	}
-	const Descriptor signals = takeSignals();
 	// What a service needs it gets from the kernel when it starts as root.
 	keepCapabilities({CAP_KILL, CAP_SETUID, CAP_SETGID});
-	m_loop.watch(signals.get(), [&] { readSignalsOf(signals.get()); });
+	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? reap() : feed(ServiceEvent::stop); });
 	m_loop.watch(m_address.changes(), [this] { lookAtAddress(); });
 	m_journal.event("started", "waits for the address");
 	publish();
 	lookAtAddress();
 	while (m_machine.state != ServiceState::ended)
 	{
-		m_loop.wait(deadline());
+		m_loop.wait(std::min({m_machine.timerAt, m_checkAt, m_checkTimeout}));
 		m_loop.dispatch();
 		onTime(now());
 	}
 	m_machine.failed ? publish() : removeState(m_settings.program);
 	return m_machine.failed ? EX_UNAVAILABLE : EX_OK;
-}
-
-Millis ServiceSupervisor::deadline() const
-{
-	return std::min({m_machine.timerAt, m_checkAt, m_checkTimeout});
 }
 
 void ServiceSupervisor::onTime(Millis moment)
@@ -105,7 +74,7 @@ void ServiceSupervisor::lookAtAddress()
 	{
 		m_loop.forget(m_watchedDeath);
 	}
-	const bool held = m_address.look();
+	const bool held = valueOf(m_address.look(), "held") == "yes";
 	m_watchedDeath = m_address.death();
 	if (m_watchedDeath >= 0)
 	{
@@ -117,55 +86,80 @@ void ServiceSupervisor::lookAtAddress()
 	}
 }
 
-void ServiceSupervisor::readSignalsOf(int descriptor)
-{
-	for (const int signal : readSignals(descriptor))
-	{
-		signal == SIGCHLD ? reap() : feed(ServiceEvent::stop);
-	}
-}
-
 void ServiceSupervisor::reap()
 {
 	int status = 0;
 	for (pid_t child = 0; (child = ::waitpid(-1, &status, WNOHANG)) > 0;)
 	{
-		onChild(child, status);
+		if (child == m_main)
+		{
+			onMainEnd(status);
+		}
+		else if (child == m_check)
+		{
+			onCheckEnd(status);
+		}
+		else if (child == m_jobPid)
+		{
+			onJobEnd(status);
+		}
 	}
-	tellWhenGone();
-}
-
-void ServiceSupervisor::onChild(pid_t child, int status)
-{
-	if (child == m_main)
-	{
-		onMainEnd(status);
-	}
-	else if (child == m_check)
-	{
-		onCheckEnd(status);
-	}
-	else if (child == m_jobPid)
-	{
-		onJobEnd(status);
-	}
+	feedWhenGone();
 }
 
 void ServiceSupervisor::onMainEnd(int status)
 {
 	m_main = 0;
 	m_reason = "ended with " + howEnded(status);
-	const bool others = !remains().empty();
-	if (others && WIFEXITED(status) && WEXITSTATUS(status) == 0 && m_machine.state == ServiceState::running)
+	if (remains().empty())
 	{
-		// It went to the background. From now on it lives as long as any of it does.
+		return;
+	}
+	if (status == 0 && m_machine.state == ServiceState::running)
+	{
+		// From now on it lives as long as any of it does.
 		m_journal.event("running", "in the background");
 		return;
 	}
-	if (others)
+	feed(ServiceEvent::died);
+}
+
+void ServiceSupervisor::feedWhenGone()
+{
+	if (!hasUnit() && m_main == 0 && !m_machine.gone && remains().empty())
 	{
-		feed(ServiceEvent::died);
+		feed(ServiceEvent::gone);
 	}
+}
+
+std::vector<pid_t> ServiceSupervisor::remains() const
+{
+	std::vector<pid_t> found = descendants();
+	std::erase_if(found, [this](pid_t pid)
+	              { return pid == m_check || pid == m_jobPid || (m_check > 0 && ::getpgid(pid) == m_check); });
+	return found;
+}
+
+Millis ServiceSupervisor::firstCheck() const
+{
+	return m_settings.check.empty() ? kNever : now() + m_settings.checkInterval * 1000LL;
+}
+
+void ServiceSupervisor::startCheck()
+{
+	m_checkAt = kNever;
+	m_checkStarted = now();
+	std::string error;
+	const pid_t child = start(m_settings, m_settings.check, RunAs::service, error);
+	if (child < 0)
+	{
+		m_checkAt = firstCheck();
+		feed(ServiceEvent::checkFailed, "check: " + error);
+		return;
+	}
+	m_check = child;
+	const int timeout = m_settings.checkTimeout;
+	m_checkTimeout = m_checkStarted + (timeout > 0 ? timeout * 1000LL : m_settings.checkInterval * 500LL);
 }
 
 void ServiceSupervisor::onCheckEnd(int status)
@@ -178,61 +172,25 @@ void ServiceSupervisor::onCheckEnd(int status)
 	{
 		return;
 	}
-	const bool well = WIFEXITED(status) && WEXITSTATUS(status) == 0;
 	const Millis interval = m_settings.checkInterval * 1000LL;
 	// A service that may be ill is looked at twice as often: a hang is found within the
 	// time that interval and failures make.
-	m_checkAt = m_checkStarted + (well ? interval : interval / 2);
+	m_checkAt = m_checkStarted + (status == 0 ? interval : interval / 2);
 	m_checked = wallClock(now());
-	m_checkResult = well ? "ok" : "failed " + std::to_string(m_machine.failures + 1);
-	if (!well)
+	if (status == 0)
 	{
-		m_reason = "check ended with " + howEnded(status);
-	}
-	feed(well ? ServiceEvent::checkOk : ServiceEvent::checkFailed);
-}
-
-void ServiceSupervisor::startCheck()
-{
-	m_checkAt = kNever;
-	m_checkStarted = now();
-	std::string error;
-	const pid_t child = start(launchOf(m_settings, m_identity, m_settings.check), error);
-	if (child < 0)
-	{
-		m_reason = "check: " + error;
-		m_checkAt = m_checkStarted + m_settings.checkInterval * 1000LL;
-		feed(ServiceEvent::checkFailed);
+		m_checkResult = "ok";
+		feed(ServiceEvent::checkOk);
 		return;
 	}
-	m_check = child;
-	const int timeout = m_settings.checkTimeout;
-	m_checkTimeout = m_checkStarted + (timeout > 0 ? timeout * 1000LL : m_settings.checkInterval * 500LL);
+	m_checkResult = "failed " + std::to_string(m_machine.failures + 1);
+	feed(ServiceEvent::checkFailed, "check ended with " + howEnded(status));
 }
 
-void ServiceSupervisor::endCheck()
+void ServiceSupervisor::feed(ServiceEvent event, const std::string& reason)
 {
-	m_checkAt = kNever;
-	if (m_check > 0)
-	{
-		::kill(-m_check, SIGKILL);
-	}
-}
-
-std::vector<pid_t> ServiceSupervisor::remains() const
-{
-	std::vector<pid_t> found = descendantsOf(::getpid());
-	std::erase_if(found, [this](pid_t pid)
-	              { return pid == m_check || pid == m_jobPid || (m_check > 0 && ::getpgid(pid) == m_check); });
-	return found;
-}
-
-void ServiceSupervisor::tellWhenGone()
-{
-	if (m_settings.unit.empty() && m_main == 0 && !m_machine.gone && remains().empty())
-	{
-		feed(ServiceEvent::gone);
-	}
+	m_reason = reason;
+	feed(event);
 }
 
 void ServiceSupervisor::feed(ServiceEvent event)
@@ -253,7 +211,8 @@ void ServiceSupervisor::perform(const ServiceActions& actions)
 {
 	if (m_machine.state != ServiceState::running)
 	{
-		endCheck();
+		m_checkAt = kNever;
+		m_check > 0 ? ::kill(-m_check, SIGKILL) : 0;
 	}
 	if (actions.terminate)
 	{
@@ -271,123 +230,100 @@ void ServiceSupervisor::perform(const ServiceActions& actions)
 
 void ServiceSupervisor::startService()
 {
-	if (!m_settings.unit.empty())
+	if (hasUnit())
 	{
-		startJob(Job::unitStart, {"systemctl", "start", m_settings.unit});
+		startJob(Job::start, {"start"});
 		return;
 	}
 	std::string error;
-	const pid_t child = start(launchOf(m_settings, m_identity, m_settings.command), error);
+	const pid_t child = start(m_settings, m_settings.command, RunAs::service, error);
 	if (child < 0)
 	{
-		m_reason = error;
-		feed(ServiceEvent::gone);
+		feed(ServiceEvent::gone, error);
 		return;
 	}
 	m_main = child;
-	m_checkAt = m_settings.check.empty() ? kNever : now() + m_settings.checkInterval * 1000LL;
+	m_checkAt = firstCheck();
 }
 
 void ServiceSupervisor::terminate()
 {
-	if (!m_settings.unit.empty())
+	if (hasUnit())
 	{
 		if (m_unitMain)
 		{
 			m_loop.forget(m_unitMain.get());
-			m_unitMain.reset();
+			m_unitMain.close();
 		}
-		startJob(Job::unitStop, {"systemctl", "stop", m_settings.unit});
+		startJob(Job::stop, {"stop"});
 		return;
 	}
 	const std::vector<pid_t> left = remains();
 	signalAll(left, SIGTERM);
 	// One that was stopped would not hear it.
 	signalAll(left, SIGCONT);
-	tellWhenGone();
+	feedWhenGone();
 }
 
 void ServiceSupervisor::kill()
 {
-	if (m_settings.unit.empty())
+	if (hasUnit())
 	{
-		signalAll(remains(), SIGKILL);
-		tellWhenGone();
+		std::string error;
+		start(m_settings, {"systemctl", "kill", "-s", "KILL", m_settings.unit}, RunAs::self, error);
+		m_jobPid == 0 ? startJob(Job::stop, {"stop"}) : void();
 		return;
 	}
-	std::string error;
-	start(launchOf(m_settings, {}, {"systemctl", "kill", "-s", "KILL", m_settings.unit}), error);
-	if (m_job == Job::none)
-	{
-		startJob(Job::unitStop, {"systemctl", "stop", m_settings.unit});
-	}
+	signalAll(remains(), SIGKILL);
+	feedWhenGone();
 }
 
-void ServiceSupervisor::startJob(Job job, const std::vector<std::string>& command)
+void ServiceSupervisor::startJob(Job job, std::vector<std::string> command)
 {
 	if (m_jobPid > 0)
 	{
 		::kill(-m_jobPid, SIGKILL);
 	}
+	command.insert(command.begin(), "systemctl");
+	command.push_back(m_settings.unit);
 	std::array<int, 2> answer{-1, -1};
-	Launch launch = launchOf(m_settings, {}, command);
-	if (job == Job::unitQuestion && ::pipe2(answer.data(), O_CLOEXEC) == 0)
-	{
-		launch.output = answer[1];
-	}
-	const Descriptor writing(answer[1]);
+	[[maybe_unused]] const int made = ::pipe2(answer.data(), O_CLOEXEC);
 	m_answer = Descriptor(answer[0]);
+	const Descriptor writing(answer[1]);
 	std::string error;
 	m_job = job;
-	m_jobPid = start(launch, error);
-	if (m_jobPid < 0)
+	m_jobPid = std::max(start(m_settings, command, RunAs::self, error, answer[1]), 0);
+	if (m_jobPid == 0)
 	{
-		m_job = Job::none;
-		m_jobPid = 0;
-		m_reason = error;
-		feed(job == Job::unitStop ? ServiceEvent::gone : ServiceEvent::died);
+		feed(job == Job::stop ? ServiceEvent::gone : ServiceEvent::died, error);
 	}
 }
 
 void ServiceSupervisor::onJobEnd(int status)
 {
-	const Job job = m_job;
-	const bool well = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-	m_job = Job::none;
 	m_jobPid = 0;
-	if (job == Job::unitStop)
+	if (m_job == Job::stop)
 	{
-		if (well)
-		{
-			feed(ServiceEvent::gone);
-		}
+		status == 0 ? feed(ServiceEvent::gone) : void();
 	}
-	else if (m_machine.state != ServiceState::running)
+	else if (m_machine.state == ServiceState::running && status != 0)
 	{
-		return;
+		feed(ServiceEvent::died, "systemctl ended with " + howEnded(status));
 	}
-	else if (!well)
+	else if (m_machine.state == ServiceState::running)
 	{
-		m_reason = "systemctl ended with " + howEnded(status);
-		feed(ServiceEvent::died);
-	}
-	else if (job == Job::unitStart)
-	{
-		startJob(Job::unitQuestion, {"systemctl", "show", "-p", "MainPID", "--value", m_settings.unit});
-	}
-	else
-	{
-		onUnitMain();
+		m_job == Job::start ? startJob(Job::findMain, {"show", "-p", "MainPID", "--value"}) : watchUnit();
 	}
 }
 
-void ServiceSupervisor::onUnitMain()
+void ServiceSupervisor::watchUnit()
 {
+	constexpr const char* kEnded = "its main process has ended";
 	std::array<char, 32> text{};
 	const ssize_t length = ::read(m_answer.get(), text.data(), text.size());
 	pid_t pid = 0;
 	std::from_chars(text.data(), text.data() + std::max<ssize_t>(length, 0), pid);
-	m_checkAt = m_settings.check.empty() ? kNever : now() + m_settings.checkInterval * 1000LL;
+	m_checkAt = firstCheck();
 	if (pid <= 0)
 	{
 		m_journal.event("running", m_settings.unit + " has no main process: only its check can find its end");
@@ -396,70 +332,42 @@ void ServiceSupervisor::onUnitMain()
 	m_unitMain = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
 	if (!m_unitMain)
 	{
-		m_reason = "its main process has ended";
-		feed(ServiceEvent::died);
+		feed(ServiceEvent::died, kEnded);
 		return;
 	}
-	m_loop.watch(m_unitMain.get(),
-	             [this]
-	             {
-		             m_loop.forget(m_unitMain.get());
-		             m_unitMain.reset();
-		             m_reason = "its main process has ended";
-		             feed(ServiceEvent::died);
-	             });
+	// Forgotten with the unit's end, which that leads to.
+	m_loop.watch(m_unitMain.get(), [this] { feed(ServiceEvent::died, kEnded); });
 }
 
-void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent event)
+void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent cause)
 {
-	if (event == ServiceEvent::checkFailed && before.state == ServiceState::running)
+	const bool wasRunning = before.state == ServiceState::running;
+	const auto event = [&](const char* word, const std::string& detail, bool happened)
 	{
-		m_journal.event("check-failed", m_reason + " (" + std::to_string(m_machine.failures) + " of " +
-		                                    std::to_string(m_machine.checkFailures) + ")");
-	}
-	if (before.state == m_machine.state)
-	{
-		return;
-	}
-	const std::string restarts =
-	    std::to_string(m_settings.restarts) + " in " + std::to_string(m_settings.restartsWithin) + " s";
-	switch (m_machine.state)
-	{
-	case ServiceState::running:
-		m_journal.event(m_machine.restarted > before.restarted ? "restarted" : "running",
-		                m_settings.unit.empty() ? m_settings.command.front() : m_settings.unit);
-		break;
-	case ServiceState::restarting:
-		m_journal.event("died", m_reason + "; is started again here");
-		break;
-	case ServiceState::failing:
-		m_journal.event("failed", m_reason + "; died more often than " + restarts + ": this node gives it up");
-		break;
-	case ServiceState::stopping:
-		m_journal.event("stopping", "the address is not on this node any more");
-		break;
-	case ServiceState::ending:
-		m_journal.event("stopping", "asked to end");
-		break;
-	case ServiceState::waiting:
-		m_journal.event("stopped", "waits for the address");
-		break;
-	case ServiceState::ended:
-		if (m_machine.failed && before.state == ServiceState::running)
+		if (happened)
 		{
-			m_journal.event("failed", m_reason + "; died more often than " + restarts + ": this node gives it up");
+			m_journal.event(word, detail);
 		}
-		m_journal.event("stopped", "ended");
-		break;
-	}
+	};
+	const auto entered = [&](ServiceState state) { return m_machine.state == state && before.state != state; };
+	event("check-failed",
+	      m_reason + " (" + std::to_string(m_machine.failures) + " of " + std::to_string(m_machine.checkFailures) + ")",
+	      cause == ServiceEvent::checkFailed && wasRunning);
+	event("failed",
+	      m_reason + "; died more often than " + std::to_string(m_settings.restarts) + " in " +
+	          std::to_string(m_settings.restartsWithin) + " s: this node gives it up",
+	      m_machine.failed && wasRunning);
+	event(m_machine.restarted > before.restarted ? "restarted" : "running",
+	      hasUnit() ? m_settings.unit : m_settings.command.front(), entered(ServiceState::running));
+	event("died", m_reason + "; is started again here", entered(ServiceState::restarting));
+	event("stopping", "the address is not on this node any more", entered(ServiceState::stopping));
+	event("stopping", "asked to end", entered(ServiceState::ending));
+	event("stopped", "waits for the address", entered(ServiceState::waiting));
+	event("stopped", "ended", entered(ServiceState::ended));
 }
 
 void ServiceSupervisor::publish()
 {
-	if (m_machine.state == ServiceState::ended && !m_machine.failed)
-	{
-		return;
-	}
 	m_publishedResult = m_checkResult;
 	Fields fields{{"state", m_machine.failed ? "failed" : nameOf(m_machine.state)},
 	              {"since", std::to_string(wallClock(m_machine.since))},
@@ -474,25 +382,6 @@ void ServiceSupervisor::publish()
 		fields.emplace_back("started", "yes");
 	}
 	writeState(m_settings.program, fields);
-}
-
-bool endRemains(const std::string& program, const ServiceSettings* settings)
-{
-	const int patience = settings != nullptr ? settings->stopTimeout * 1000 : 20'000;
-	bool gone = endAll(remainsOf, program, patience);
-	if (settings != nullptr && !settings->unit.empty())
-	{
-		std::string error;
-		int status = -1;
-		const pid_t child = start(launchOf(*settings, {}, {"systemctl", "stop", settings->unit}), error);
-		gone =
-		    child > 0 && ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0 && gone;
-	}
-	if (gone)
-	{
-		removeState(program);
-	}
-	return gone;
 }
 
 } // namespace velarix::keeper

@@ -2,17 +2,14 @@
 /// a command and everything it forks, or a systemd unit.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "Descriptor.h"
-#include "Journal.h"
-#include "Loop.h"
-#include "Process.h"
-#include "Runtime.h"
-#include "ServiceMachine.h"
-#include "Settings.h"
+#include "keeper/Journal.h"
+#include "keeper/Loop.h"
+#include "keeper/Runtime.h"
+#include "keeper/ServiceMachine.h"
+#include "keeper/Settings.h"
 
 namespace velarix::keeper
 {
@@ -25,51 +22,54 @@ public:
 	int run();
 
 private:
-	/// What a child of ours is, besides the service itself and adopted orphans.
+	/// What systemctl is asked to do; one at a time.
 	enum class Job : std::uint8_t
 	{
-		none,
-		unitStart,
-		unitQuestion, ///< asks for the unit's main process
-		unitStop
+		start,
+		findMain,
+		stop
 	};
 
-	void readSignalsOf(int descriptor);
+	void lookAtAddress();
 	void reap();
-	void onChild(pid_t child, int status);
 	void onMainEnd(int status);
 	void onCheckEnd(int status);
 	void onJobEnd(int status);
-	void onUnitMain();
-	void lookAtAddress();
-	void watchUnit(pid_t pid);
+	void watchUnit();
 
 	void feed(ServiceEvent event);
+	void feed(ServiceEvent event, const std::string& reason);
+	void feedWhenGone();
 	void perform(const ServiceActions& actions);
 	void startService();
 	void terminate();
 	void kill();
 	void startCheck();
-	void endCheck();
-	void startJob(Job job, const std::vector<std::string>& command);
+	void startJob(Job job, std::vector<std::string> command);
 	std::vector<pid_t> remains() const;
-	void tellWhenGone();
 
 	void onTime(Millis moment);
-	Millis deadline() const;
-	void report(const ServiceMachine& before, ServiceEvent event);
+	void report(const ServiceMachine& before, ServiceEvent cause);
 	void publish();
 
+	bool hasUnit() const { return !m_settings.unit.empty(); }
+	/// When the first check is due behind a start.
+	Millis firstCheck() const;
+
 	ServiceSettings m_settings;
-	Identity m_identity;
 	Journal m_journal;
 	Loop m_loop;
 	AddressWatch m_address;
-	int m_watchedDeath = -1;
+	int m_watchedDeath = -1; ///< of ha-address
 	ServiceMachine m_machine;
+	std::string m_reason; ///< of the last death
 
 	pid_t m_main = 0;
-	std::string m_reason; ///< of the last death
+	Descriptor m_unitMain; ///< a pidfd of the unit's main process
+	Job m_job = Job::stop;
+	pid_t m_jobPid = 0;
+	Descriptor m_answer; ///< what systemctl prints
+
 	pid_t m_check = 0;
 	Millis m_checkStarted = 0;
 	Millis m_checkAt = kNever;
@@ -77,15 +77,6 @@ private:
 	std::string m_checkResult = "none";
 	std::string m_publishedResult;
 	long long m_checked = 0;
-	Job m_job = Job::none;
-	pid_t m_jobPid = 0;
-	Descriptor m_answer;   ///< what a job prints
-	Descriptor m_unitMain; ///< a pidfd
 };
-
-/// Ends what a supervisor that was killed has left: processes, or the unit.
-/// @param settings nullptr when the service stands in keeper.ini no more
-/// @return whether nothing is left
-bool endRemains(const std::string& program, const ServiceSettings* settings);
 
 } // namespace velarix::keeper

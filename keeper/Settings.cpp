@@ -1,4 +1,4 @@
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 #include <algorithm>
 #include <set>
@@ -7,10 +7,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sysexits.h>
-#include <unistd.h>
 
-#include "Descriptor.h"
-#include "SettingsKeys.h"
+#include "inspect/Descriptor.h"
 
 namespace velarix::keeper
 {
@@ -28,33 +26,6 @@ std::string_view trim(std::string_view text)
 	                                       : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-/// Without the comment behind a blank, outside quotes.
-std::string_view withoutComment(std::string_view text)
-{
-	char quote = 0;
-	for (std::size_t i = 0; i < text.size(); ++i)
-	{
-		const char sign = text[i];
-		if (sign == '\\' && quote != '\'')
-		{
-			++i;
-		}
-		else if (quote != 0)
-		{
-			quote = sign == quote ? '\0' : quote;
-		}
-		else if (sign == '"' || sign == '\'')
-		{
-			quote = sign;
-		}
-		else if (sign == ';' && (i == 0 || text[i - 1] == ' ' || text[i - 1] == '\t'))
-		{
-			return text.substr(0, i);
-		}
-	}
-	return text;
-}
-
 class Parser
 {
 public:
@@ -67,7 +38,11 @@ public:
 			parseLine(trim(text.substr(0, end)));
 			text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
 		}
-		finish();
+		finishAddress();
+		for (const ServiceSettings& service : m_settings.services)
+		{
+			finishService(service);
+		}
 		return std::move(m_parsed);
 	}
 
@@ -89,27 +64,33 @@ private:
 		}
 		else if (line.front() == '[')
 		{
-			parseSection(trim(withoutComment(line)));
+			parseSection(trim(line.substr(0, line.find(" ;"))));
 		}
-		else
+		else if (line.find('=') == std::string_view::npos)
 		{
-			parseKey(line);
+			add(m_line, "neither a section nor key = value", "write key = value, or make it a comment with ;");
+		}
+		else if (m_section == "")
+		{
+			add(m_line, "a key before the first section", "begin with [address]");
+		}
+		else if (m_section != kRefused)
+		{
+			parseKey(trim(line.substr(0, line.find('='))), trim(line.substr(line.find('=') + 1)));
 		}
 	}
 
 	void parseSection(std::string_view line)
 	{
-		m_section = Section::unknown;
-		m_inSection = true;
-		m_seen.clear();
-		const bool closed = line.ends_with(']');
-		const std::string_view inner = closed ? trim(line.substr(1, line.size() - 2)) : std::string_view();
-		const std::size_t blank = inner.find_first_of(" \t");
+		m_section = kRefused;
+		m_sectionLine = m_line;
+		const std::string_view inner = line.ends_with(']') ? trim(line.substr(1, line.size() - 2)) : std::string_view();
+		const std::size_t blank = std::min(inner.find_first_of(" \t"), inner.size());
 		if (inner == "address")
 		{
 			startAddress();
 		}
-		else if (inner.substr(0, blank) == "service" && blank != std::string_view::npos)
+		else if (inner.substr(0, blank) == "service" && blank < inner.size())
 		{
 			startService(std::string(trim(inner.substr(blank))));
 		}
@@ -121,14 +102,14 @@ private:
 
 	void startAddress()
 	{
-		AddressSettings& address = m_parsed.settings.address;
+		AddressSettings& address = m_settings.address;
 		if (address.line != 0)
 		{
 			add(m_line, "a second [address]", "keep one; the first is in line " + std::to_string(address.line));
 			return;
 		}
 		address.line = m_line;
-		m_section = Section::address;
+		m_section = "address";
 	}
 
 	void startService(const std::string& name)
@@ -141,149 +122,101 @@ private:
 			    "take at most 12 of the signs a to z, 0 to 9, - and _: the agent sees 15 characters of " + program);
 			return;
 		}
-		if (const ServiceSettings* other = m_parsed.settings.find(program); other != nullptr)
+		if (const ServiceSettings* other = m_settings.find(program); other != nullptr)
 		{
 			add(m_line, "a second [service " + name + "]",
 			    "keep one; the first is in line " + std::to_string(other->line));
 			return;
 		}
-		m_parsed.settings.services.push_back({});
-		m_parsed.settings.services.back().program = program;
-		m_parsed.settings.services.back().line = m_line;
-		m_section = Section::service;
+		ServiceSettings& service = m_settings.services.emplace_back();
+		service.program = program;
+		service.line = m_line;
+		m_section = "service";
 	}
 
-	void parseKey(std::string_view line)
+	void parseKey(std::string_view name, std::string_view value)
 	{
-		const std::size_t equals = line.find('=');
-		if (equals == std::string_view::npos)
+		const std::vector<KeyInfo> keys = keyTable();
+		const auto key = std::ranges::find_if(keys, [&](const KeyInfo& known)
+		                                      { return m_section == known.section && name == known.name; });
+		if (key == keys.end())
 		{
-			add(m_line, "neither a section nor key = value", "write key = value, or make it a comment with ;");
+			add(m_line, "no such key in [" + std::string(m_section) + "]: " + std::string(name),
+			    "see keeper(8) for the keys");
 			return;
 		}
-		if (m_section == Section::unknown)
+		if (!m_seen.emplace(m_sectionLine, name).second)
 		{
-			// The keys of a section that was refused are no findings of their own.
-			if (!m_inSection)
-			{
-				add(m_line, "a key before the first section", "begin with [address]");
-			}
+			add(m_line, "a second " + std::string(name) + " in this section", "keep one");
 			return;
 		}
-		const std::string name(trim(line.substr(0, equals)));
-		const std::string_view value = trim(withoutComment(trim(line.substr(equals + 1))));
-		const char* section = m_section == Section::address ? "address" : "service";
-		const auto key = std::ranges::find_if(
-		    keys(), [&](const Key& known)
-		    { return std::string_view(known.info.section) == section && name == known.info.name; });
-		if (key == keys().end())
+		if (name == "command" || name == "unit")
 		{
-			add(m_line, "no such key in [" + std::string(section) + "]: " + name, "see keeper(8) for the keys");
-			return;
+			m_settings.services.back().commandLine = m_line;
 		}
-		if (const auto [seen, isNew] = m_seen.insert(name); !isNew)
+		if (name == "user" || name == "group")
 		{
-			add(m_line, "a second " + name + " in this section", "keep one");
-			return;
+			m_settings.services.back().userLine = m_line;
 		}
-		if (m_section == Section::address)
+		if (const std::string error = setKey(m_settings, *key, value); !error.empty())
 		{
-			m_addressKeys.insert(name);
-		}
-		set(*key, value);
-	}
-
-	void set(const Key& key, std::string_view value)
-	{
-		std::string error;
-		if (key.address != nullptr)
-		{
-			error = key.address(m_parsed.settings.address, value);
-		}
-		else
-		{
-			ServiceSettings& service = m_parsed.settings.services.back();
-			error = key.service(service, value);
-			const std::string_view name = key.info.name;
-			service.commandLine = name == "command" || name == "unit" ? m_line : service.commandLine;
-			service.userLine = name == "user" || name == "group" ? m_line : service.userLine;
-		}
-		if (!error.empty())
-		{
-			add(m_line, std::string(key.info.name) + " = " + std::string(value) + " " + error,
-			    std::string("it is ") + key.info.meaning + ": " + key.info.range);
-		}
-	}
-
-	void finish()
-	{
-		finishAddress();
-		std::vector<ServiceSettings>& services = m_parsed.settings.services;
-		for (ServiceSettings& service : services)
-		{
-			finishService(service);
-			for (const ServiceSettings& other : services)
-			{
-				if (&other != &service && other.program.find(service.program) != std::string::npos)
-				{
-					add(other.line, service.program + " is contained in " + other.program,
-					    "rename one: the agent would count and end both for one");
-				}
-			}
-			if (std::string(kAddressProgram).find(service.program) != std::string::npos)
-			{
-				add(service.line, service.program + " is contained in ha-address", "take another name");
-			}
+			add(m_line, std::string(name) + " = " + std::string(value) + " " + error,
+			    std::string("it is ") + key->meaning + ": " + key->range);
 		}
 	}
 
 	void finishAddress()
 	{
-		const AddressSettings& address = m_parsed.settings.address;
-		if (address.line == 0)
+		const int line = m_settings.address.line;
+		if (line == 0)
 		{
 			add(0, "there is no [address]", "write one, with address, interface and on_conflict");
 			return;
 		}
-		require(m_addressKeys, "address", address.line);
-		require(m_addressKeys, "interface", address.line);
-		require(m_addressKeys, "on_conflict", address.line);
-	}
-
-	/// A key that was refused was there, and has its finding already.
-	void require(const std::set<std::string>& seen, const char* key, int line)
-	{
-		if (!seen.contains(key))
+		for (const std::string key : {"address", "interface", "on_conflict"})
 		{
-			add(line, std::string("there is no ") + key + " in [address]", std::string("write ") + key + " = ...");
+			// One that was refused was there, and has its finding already.
+			if (!m_seen.contains({line, key}))
+			{
+				add(line, "there is no " + key + " in [address]", "write " + key + " = ...");
+			}
 		}
 	}
 
-	void finishService(ServiceSettings& service)
+	void finishService(const ServiceSettings& service)
 	{
-		if (service.commandLine == 0)
+		const bool command = m_seen.contains({service.line, "command"});
+		if (!command && !m_seen.contains({service.line, "unit"}))
 		{
 			add(service.line, "[service] without a command",
 			    "write command = PROGRAM ARGUMENTS, or unit = NAME.service");
 		}
-		else if (!service.command.empty() && !service.unit.empty())
+		else if (command && m_seen.contains({service.line, "unit"}))
 		{
 			add(service.commandLine, "both a command and a unit", "keep one");
 		}
+		for (const ServiceSettings& other : m_settings.services)
+		{
+			if (&other != &service && other.program.find(service.program) != std::string::npos)
+			{
+				add(other.line, service.program + " is contained in " + other.program,
+				    "rename one: the agent would count and end both for one");
+			}
+		}
+		if (std::string_view(kAddressProgram).find(service.program) != std::string_view::npos)
+		{
+			add(service.line, service.program + " is contained in ha-address", "take another name");
+		}
 	}
 
-	enum class Section : std::uint8_t
-	{
-		unknown,
-		address,
-		service
-	};
+	/// The keys of a section that was refused are no findings of their own.
+	static constexpr std::string_view kRefused = "refused";
 
 	ParsedSettings m_parsed;
-	Section m_section = Section::unknown;
-	std::set<std::string> m_seen;
-	std::set<std::string> m_addressKeys;
-	bool m_inSection = false;
+	Settings& m_settings = m_parsed.settings;
+	std::string_view m_section;
+	int m_sectionLine = 0;
+	std::set<std::pair<int, std::string>> m_seen; ///< by the section's line
 	int m_line = 0;
 };
 
@@ -309,7 +242,7 @@ ParsedSettings parseSettings(std::string_view text)
 ParsedSettings readSettings(const char* path)
 {
 	// Not blocked by a fifo that somebody put there.
-	const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+	const inspect::Descriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 	struct stat status = {};
 	if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kLargestFile)
 	{

@@ -92,15 +92,16 @@ ParsedSettings readSettings(const char* path = kSettingsFile);
 /// warnings) interfaces and links. Runs nothing.
 std::vector<Finding> checkMachine(const Settings& settings);
 
-/// Splits as a shell would, without any of its expansions: blanks separate, '...'
-/// and "..." keep them, a backslash keeps the next character (inside "..." only " and \).
-/// @return false, with the reason in `error`, for an open quote or a lone backslash
-bool splitArguments(std::string_view text, std::vector<std::string>& arguments, std::string& error);
+/// Splits as a shell would, without any of its expansions: blanks separate, '...' and "..."
+/// keep them, a backslash keeps the next character (inside "..." only " and \), and a word
+/// that begins with ; is a comment with everything behind it.
+/// @return what is wrong: an open quote or a lone backslash; empty for nothing
+std::string splitArguments(std::string_view text, std::vector<std::string>& arguments);
 
 /// @return the file that execvp() would run for `command`; empty for none
 std::string findCommand(const std::string& command);
 
-/// A key of keeper.ini, for the manual and for "keeper check".
+/// A key of keeper.ini, for the parser, the manual and "keeper check".
 struct KeyInfo
 {
 	const char* section; ///< "address" or "service"
@@ -111,5 +112,9 @@ struct KeyInfo
 };
 
 std::vector<KeyInfo> keyTable();
+
+/// Sets a key, of the last service if it is one of a service's.
+/// @return what is wrong with the value; empty for nothing
+std::string setKey(Settings& settings, const KeyInfo& key, std::string_view value);
 
 } // namespace velarix::keeper

@@ -1,7 +1,9 @@
-#include "Settings.h"
+// What this machine lacks for the settings.
+#include "keeper/Settings.h"
 
-#include <array>
+#include <cstdlib>
 
+#include <glob.h>
 #include <grp.h>
 #include <net/if.h>
 #include <pwd.h>
@@ -15,7 +17,9 @@ namespace velarix::keeper
 namespace
 {
 
-void checkProgram(const std::vector<std::string>& words, const char* key, int line, std::vector<Finding>& findings)
+using Findings = std::vector<Finding>;
+
+void checkProgram(const std::vector<std::string>& words, const char* key, int line, Findings& findings)
 {
 	if (!words.empty() && findCommand(words.front()).empty())
 	{
@@ -24,7 +28,7 @@ void checkProgram(const std::vector<std::string>& words, const char* key, int li
 	}
 }
 
-void checkUser(const ServiceSettings& service, std::vector<Finding>& findings)
+void checkUser(const ServiceSettings& service, Findings& findings)
 {
 	if (!service.user.empty() && ::getpwnam(service.user.c_str()) == nullptr)
 	{
@@ -38,7 +42,7 @@ void checkUser(const ServiceSettings& service, std::vector<Finding>& findings)
 	}
 }
 
-void checkLink(const std::string& program, int line, std::vector<Finding>& findings)
+void checkLink(const std::string& program, int line, Findings& findings)
 {
 	const std::string link = std::string(kLinkDirectory) + "/" + program;
 	if (::access(link.c_str(), X_OK) != 0)
@@ -48,54 +52,32 @@ void checkLink(const std::string& program, int line, std::vector<Finding>& findi
 	}
 }
 
-/// What systemctl enable makes, looked for as systemd does: a link in any target's directory.
-bool isEnabled(const std::string& unit)
+/// @param pattern may have {this,that} and *
+bool isAny(const std::string& pattern)
 {
-	for (const char* target : {"multi-user.target", "graphical.target", "default.target", "network-online.target"})
-	{
-		for (const char* kind : {".wants/", ".requires/"})
-		{
-			struct stat status = {};
-			const std::string link = std::string("/etc/systemd/system/") + target + kind + unit;
-			if (::lstat(link.c_str(), &status) == 0)
-			{
-				return true;
-			}
-		}
-	}
-	return false;
+	glob_t found{};
+	const bool any = ::glob(pattern.c_str(), GLOB_BRACE | GLOB_NOESCAPE, nullptr, &found) == 0;
+	::globfree(&found);
+	return any;
 }
 
-void checkUnit(const ServiceSettings& service, std::vector<Finding>& findings)
+void checkUnit(const std::string& unit, int line, Findings& findings)
 {
-	if (service.unit.empty())
-	{
-		return;
-	}
+	// As systemd looks for them: a template's file, and what systemctl enable makes.
+	const std::size_t at = unit.find('@');
+	const std::string file = at == std::string::npos ? unit : unit.substr(0, at + 1) + ".service";
 	if (::access("/run/systemd/system", F_OK) != 0)
 	{
+		findings.push_back({line, EX_UNAVAILABLE, "unit: this machine does not run systemd", "use command instead"});
+	}
+	else if (!isAny("{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/" + file))
+	{
+		findings.push_back({line, EX_UNAVAILABLE, "there is no unit " + unit, "install it, or correct its name"});
+	}
+	else if (isAny("/etc/systemd/system/*.{wants,requires}/" + unit))
+	{
 		findings.push_back(
-		    {service.commandLine, EX_UNAVAILABLE, "unit: this machine does not run systemd", "use command instead"});
-		return;
-	}
-	bool found = false;
-	for (const char* directory :
-	     {"/etc/systemd/system/", "/run/systemd/system/", "/usr/lib/systemd/system/", "/lib/systemd/system/"})
-	{
-		const std::size_t at = service.unit.find('@');
-		const std::string file = at == std::string::npos ? service.unit : service.unit.substr(0, at + 1) + ".service";
-		found = found || ::access((directory + file).c_str(), F_OK) == 0;
-	}
-	if (!found)
-	{
-		findings.push_back({service.commandLine, EX_UNAVAILABLE, "there is no unit " + service.unit,
-		                    "install it, or correct its name"});
-	}
-	else if (isEnabled(service.unit))
-	{
-		findings.push_back({service.commandLine, 0,
-		                    service.unit + " is enabled: at boot it would run without the address",
-		                    "systemctl disable " + service.unit});
+		    {line, 0, unit + " is enabled: at boot it would run without the address", "systemctl disable " + unit});
 	}
 }
 
@@ -103,7 +85,7 @@ void checkUnit(const ServiceSettings& service, std::vector<Finding>& findings)
 
 std::vector<Finding> checkMachine(const Settings& settings)
 {
-	std::vector<Finding> findings;
+	Findings findings;
 	const AddressSettings& address = settings.address;
 	if (!address.interface.empty() && ::if_nametoindex(address.interface.c_str()) == 0)
 	{
@@ -116,7 +98,10 @@ std::vector<Finding> checkMachine(const Settings& settings)
 		checkProgram(service.command, "command", service.commandLine, findings);
 		checkProgram(service.check, "check", service.line, findings);
 		checkUser(service, findings);
-		checkUnit(service, findings);
+		if (!service.unit.empty())
+		{
+			checkUnit(service.unit, service.commandLine, findings);
+		}
 		struct stat status = {};
 		if (!service.directory.empty() && (::stat(service.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)))
 		{
@@ -125,6 +110,32 @@ std::vector<Finding> checkMachine(const Settings& settings)
 		checkLink(service.program, service.line, findings);
 	}
 	return findings;
+}
+
+std::string findCommand(const std::string& command)
+{
+	const auto runs = [](const std::string& path)
+	{
+		struct stat status = {};
+		return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0111U) != 0;
+	};
+	if (command.find('/') != std::string::npos)
+	{
+		return runs(command) ? command : "";
+	}
+	const char* set = std::getenv("PATH");
+	std::string_view path = set != nullptr ? set : "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+	while (!path.empty())
+	{
+		const std::size_t end = path.find(':');
+		const std::string candidate = std::string(path.substr(0, end)) + "/" + command;
+		if (candidate.front() == '/' && runs(candidate))
+		{
+			return candidate;
+		}
+		path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
+	}
+	return {};
 }
 
 } // namespace velarix::keeper

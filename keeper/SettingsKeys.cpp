@@ -1,10 +1,15 @@
-#include "SettingsKeys.h"
+// The keys of keeper.ini, each with what it sets.
+#include "keeper/Settings.h"
 
 #include <algorithm>
-#include <charconv>
+#include <array>
+#include <iterator>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <net/if.h>
+
+#include "inspect/Number.h"
 
 namespace velarix::keeper
 {
@@ -12,195 +17,201 @@ namespace velarix::keeper
 namespace
 {
 
+using Words = std::vector<std::string>;
+
 bool readNumber(std::string_view text, int low, int high, int& number)
 {
-	const char* end = text.data() + text.size();
-	int read = 0;
-	const auto result = std::from_chars(text.data(), end, read);
-	if (result.ec != std::errc() || result.ptr != end || read < low || read > high)
+	const auto read = inspect::numberIn<int>(text);
+	number = read.value_or(number);
+	return read && *read >= low && *read <= high;
+}
+
+bool setAddress(Settings& settings, const Words& words)
+{
+	AddressSettings& address = settings.address;
+	const std::size_t slash = words[0].find('/');
+	address.text = words[0].substr(0, slash);
+	in_addr read{};
+	const bool dotted = ::inet_pton(AF_INET, address.text.c_str(), &read) == 1;
+	const std::uint32_t host = ntohl(read.s_addr);
+	if (!dotted || host == 0 || host == INADDR_BROADCAST || IN_MULTICAST(host) || (host >> 24U) == 127)
 	{
 		return false;
 	}
-	number = read;
+	address.address = read.s_addr;
+	return slash == std::string::npos || readNumber(words[0].substr(slash + 1), 8, 32, address.prefix);
+}
+
+bool setInterface(Settings& settings, const Words& words)
+{
+	settings.address.interface = words[0];
+	return words[0].size() < IFNAMSIZ && words[0].find_first_of(" \t/:") == std::string::npos;
+}
+
+bool setOnConflict(Settings& settings, const Words& words)
+{
+	settings.address.defend = words[0] == "defend";
+	return words[0] == "defend" || words[0] == "yield";
+}
+
+template <Words ServiceSettings::*Member> bool setWords(Settings& settings, const Words& words)
+{
+	settings.services.back().*Member = words;
 	return true;
 }
 
-std::string setAddress(AddressSettings& address, std::string_view value)
+template <std::string ServiceSettings::*Member> bool setText(Settings& settings, const Words& words)
 {
-	const std::size_t slash = value.find('/');
-	const std::string dotted(value.substr(0, slash));
-	in_addr read{};
-	if (::inet_pton(AF_INET, dotted.c_str(), &read) != 1)
-	{
-		return "is no IPv4 address";
-	}
-	const std::uint32_t host = ntohl(read.s_addr);
-	if (host == 0 || host == INADDR_BROADCAST || IN_MULTICAST(host) || (host >> 24U) == 127)
-	{
-		return "is no address of a host";
-	}
-	if (slash != std::string_view::npos && !readNumber(value.substr(slash + 1), 8, 32, address.prefix))
-	{
-		return "has a prefix that is not between 8 and 32";
-	}
-	address.address = read.s_addr;
-	address.text = dotted;
-	return {};
+	settings.services.back().*Member = words[0];
+	return true;
 }
 
-std::string setInterface(AddressSettings& address, std::string_view value)
-{
-	if (value.empty() || value.size() >= IFNAMSIZ || value.find_first_of(" \t/:") != std::string_view::npos)
-	{
-		return "is no name of an interface";
-	}
-	address.interface = value;
-	return {};
-}
-
-std::string setOnConflict(AddressSettings& address, std::string_view value)
-{
-	address.defend = value == "defend";
-	return value == "defend" || value == "yield" ? "" : "is neither defend nor yield";
-}
-
-std::string setWords(std::vector<std::string>& words, std::string_view value)
-{
-	std::string error;
-	words.clear();
-	if (!splitArguments(value, words, error))
-	{
-		return error;
-	}
-	return words.empty() || words.front().empty() ? "names no program" : "";
-}
-
-std::string setCommand(ServiceSettings& service, std::string_view value)
-{
-	return setWords(service.command, value);
-}
-
-std::string setCheck(ServiceSettings& service, std::string_view value)
-{
-	return setWords(service.check, value);
-}
-
-std::string setUnit(ServiceSettings& service, std::string_view value)
+bool setUnit(Settings& settings, const Words& words)
 {
 	constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789:-_.\\@";
-	if (value.size() > 255 || !value.ends_with(".service") || value.starts_with('.') || value.starts_with('-') ||
-	    value.find_first_not_of(kAllowed) != std::string_view::npos)
-	{
-		return "is no name of a unit, as postgresql.service";
-	}
-	service.unit = value;
-	return {};
+	const std::string& unit = words[0];
+	return setText<&ServiceSettings::unit>(settings, words) && unit.size() <= 255 && unit.ends_with(".service") &&
+	       !unit.starts_with('.') && !unit.starts_with('-') && unit.find_first_not_of(kAllowed) == std::string::npos;
 }
 
-std::string setEnvironment(ServiceSettings& service, std::string_view value)
+bool setDirectory(Settings& settings, const Words& words)
 {
-	const std::string error = setWords(service.environment, value);
-	if (!error.empty())
-	{
-		return error;
-	}
-	const bool pairs = std::ranges::all_of(service.environment, [](const std::string& word)
-	                                       { return word.find('=') != std::string::npos && word[0] != '='; });
-	return pairs ? "" : "is not NAME=value, separated by blanks";
+	return setText<&ServiceSettings::directory>(settings, words) && words[0].starts_with('/');
 }
 
-template <std::string ServiceSettings::*Member> std::string setText(ServiceSettings& service, std::string_view value)
+bool setEnvironment(Settings& settings, const Words& words)
 {
-	service.*Member = value;
-	return value.empty() ? "is empty" : "";
+	settings.services.back().environment = words;
+	return std::ranges::all_of(words, [](const std::string& word)
+	                           { return word.find('=') != std::string::npos && word[0] != '='; });
 }
 
-std::string setDirectory(ServiceSettings& service, std::string_view value)
+template <int ServiceSettings::*Member, int Low, int High> bool setNumber(Settings& settings, const Words& words)
 {
-	service.directory = value;
-	return value.starts_with('/') ? "" : "is no absolute path";
+	return readNumber(words[0], Low, High, settings.services.back().*Member);
 }
 
-template <int ServiceSettings::*Member, int Low, int High>
-std::string setNumber(ServiceSettings& service, std::string_view value)
+bool setRestarts(Settings& settings, const Words& words)
 {
-	return readNumber(value, Low, High, service.*Member)
-	           ? ""
-	           : "is no number between " + std::to_string(Low) + " and " + std::to_string(High);
+	ServiceSettings& service = settings.services.back();
+	return words.size() == 3 && words[1] == "in" && readNumber(words[0], 0, 1000, service.restarts) &&
+	       readNumber(words[2], 1, 86400, service.restartsWithin);
 }
 
-std::string setRestarts(ServiceSettings& service, std::string_view value)
+struct Key
 {
-	const std::size_t in = value.find(" in ");
-	if (in == std::string_view::npos || !readNumber(value.substr(0, in), 0, 1000, service.restarts) ||
-	    !readNumber(value.substr(in + 4), 1, 86400, service.restartsWithin))
-	{
-		return "is not NUMBER in SECONDS, as 3 in 60";
-	}
-	return {};
-}
+	KeyInfo info;
+	/// Gets one word, or at least one when it may be `many`. @return whether they are in the range
+	bool (*set)(Settings&, const Words&);
+	bool many = false;
+};
 
 using S = ServiceSettings;
 constexpr std::array<Key, 15> kKeys{{
     {{"address", "address", "the virtual address, with its prefix when it is not a host route (/32)", "",
-      "IPv4[/8 to /32]"},
-     setAddress,
-     nullptr},
+      "an IPv4 address of a host, with a prefix of /8 to /32 if wanted"},
+     setAddress},
     {{"address", "interface", "the service interface, which carries it", "", "a name of at most 15 characters"},
-     setInterface,
-     nullptr},
+     setInterface},
     {{"address", "on_conflict",
       "when another host holds it as well: announce it (the configured master) or give it up (the other node)", "",
       "defend or yield"},
-     setOnConflict,
-     nullptr},
+     setOnConflict},
     {{"service", "command", "the program with its arguments, without a shell", "", "this or unit"},
-     nullptr,
-     setCommand},
-    {{"service", "unit", "the systemd unit instead of a command; it has to be disabled", "", "NAME.service"},
-     nullptr,
-     setUnit},
-    {{"service", "user", "who runs it", "root", "a user"}, nullptr, setText<&S::user>},
-    {{"service", "group", "its group", "the user's", "a group"}, nullptr, setText<&S::group>},
-    {{"service", "directory", "where it runs", "/", "an absolute path"}, nullptr, setDirectory},
-    {{"service", "environment", "added to its environment", "nothing", "NAME=value ..."}, nullptr, setEnvironment},
+     setWords<&S::command>,
+     true},
+    {{"service", "unit", "the systemd unit instead of a command; it has to be disabled", "", "NAME.service"}, setUnit},
+    {{"service", "user", "who runs it", "root", "a user"}, setText<&S::user>},
+    {{"service", "group", "its group", "the user's", "a group"}, setText<&S::group>},
+    {{"service", "directory", "where it runs", "/", "an absolute path"}, setDirectory},
+    {{"service", "environment", "added to its environment", "nothing", "NAME=value ..."}, setEnvironment, true},
     {{"service", "check", "a command that ends with 0 while the service is well, run as its user", "none", "a command"},
-     nullptr,
-     setCheck},
+     setWords<&S::check>,
+     true},
     {{"service", "check_interval", "seconds between two checks", "2", "1 to 3600"},
-     nullptr,
      setNumber<&S::checkInterval, 1, 3600>},
     {{"service", "check_failures", "failed checks in a row that make it as good as dead", "3", "1 to 100"},
-     nullptr,
      setNumber<&S::checkFailures, 1, 100>},
     {{"service", "check_timeout", "seconds after which a check is ended and has failed", "half of check_interval",
       "1 to 3600"},
-     nullptr,
      setNumber<&S::checkTimeout, 1, 3600>},
     {{"service", "restarts", "how often it may be started again on this node, before the other one gets it", "3 in 60",
-      "0 to 1000 in 1 to 86400 seconds"},
-     nullptr,
-     setRestarts},
+      "0 to 1000 in 1 to 86400 seconds, as 3 in 60"},
+     setRestarts,
+     true},
     {{"service", "stop_timeout", "seconds between TERM and KILL", "20", "0 to 3600"},
-     nullptr,
      setNumber<&S::stopTimeout, 0, 3600>},
 }};
 
 } // namespace
 
-std::span<const Key> keys()
+std::string splitArguments(std::string_view text, Words& words)
 {
-	return kKeys;
+	std::string word;
+	bool inWord = false;
+	char quote = 0;
+	for (std::size_t i = 0; i < text.size(); ++i)
+	{
+		const char sign = text[i];
+		if (sign == '\\' && quote != '\'')
+		{
+			if (i + 1 == text.size())
+			{
+				return "ends in a backslash";
+			}
+			const char following = text[++i];
+			word += quote == '"' && following != '"' && following != '\\' ? std::string{sign, following}
+			                                                              : std::string{following};
+			inWord = true;
+		}
+		else if (sign == quote || (quote == 0 && (sign == '"' || sign == '\'')))
+		{
+			quote = quote == 0 ? sign : '\0';
+			inWord = true;
+		}
+		else if (quote == 0 && (sign == ' ' || sign == '\t'))
+		{
+			if (std::exchange(inWord, false))
+			{
+				words.push_back(std::exchange(word, {}));
+			}
+		}
+		else if (quote == 0 && sign == ';' && !inWord)
+		{
+			break;
+		}
+		else
+		{
+			word += sign;
+			inWord = true;
+		}
+	}
+	if (inWord)
+	{
+		words.push_back(word);
+	}
+	return quote != 0 ? "has an open quote" : "";
 }
 
 std::vector<KeyInfo> keyTable()
 {
 	std::vector<KeyInfo> table;
-	for (const Key& key : kKeys)
-	{
-		table.push_back(key.info);
-	}
+	std::ranges::transform(kKeys, std::back_inserter(table), &Key::info);
 	return table;
+}
+
+std::string setKey(Settings& settings, const KeyInfo& key, std::string_view value)
+{
+	Words words;
+	std::string error = splitArguments(value, words);
+	if (error.empty() && (words.empty() || words[0].empty()))
+	{
+		error = "is empty";
+	}
+	const auto found =
+	    std::ranges::find_if(kKeys, [&](const Key& known) { return std::string_view(known.info.name) == key.name; });
+	const bool fits = error.empty() && (words.size() == 1 || found->many) && found->set(settings, words);
+	return fits || !error.empty() ? error : std::string("is not ") + key.range;
 }
 
 } // namespace velarix::keeper

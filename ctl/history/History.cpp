@@ -79,7 +79,7 @@ void HistoryMachine::feed(const LogLine& line)
 	noteWorker();
 	if (const Handler handler = handlerOf(line.label, line.number))
 	{
-		(this->*handler)();
+		handler(*this);
 	}
 	else if (line.letter == 'E')
 	{

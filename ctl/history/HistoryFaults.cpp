@@ -33,44 +33,10 @@ void HistoryMachine::gone(Fault fault, std::string detail)
 	emit(EventKind::faultGone, Cause::none, std::string(wordOf(fault)), std::move(detail), there);
 }
 
-void HistoryMachine::gatewayAnswers()
+/// A probe that nobody answered, with the reason that a line before it told.
+void HistoryMachine::unanswered(Fault fault)
 {
-	gone(Fault::gateway);
-}
-
-void HistoryMachine::gatewaySilent()
-{
-	found(Fault::gateway, std::exchange(m_agent.probeError, {}));
-}
-
-void HistoryMachine::partnerAddressAnswers()
-{
-	gone(Fault::partnerAddress);
-}
-
-void HistoryMachine::partnerAddressSilent()
-{
-	found(Fault::partnerAddress, std::exchange(m_agent.probeError, {}));
-}
-
-void HistoryMachine::serviceAddressAnswers()
-{
-	gone(Fault::serviceAddress);
-}
-
-void HistoryMachine::serviceAddressSilent()
-{
-	found(Fault::serviceAddress, std::exchange(m_agent.probeError, {}));
-}
-
-void HistoryMachine::communicationCardDown()
-{
-	found(Fault::communicationCard);
-}
-
-void HistoryMachine::communicationCardUp()
-{
-	gone(Fault::communicationCard);
+	found(fault, std::exchange(m_agent.probeError, {}));
 }
 
 /// "service IP Check Failed: TEXT[CODE:1]": the reason, which the line behind it

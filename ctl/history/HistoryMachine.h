@@ -23,72 +23,10 @@ public:
 	void feed(const LogLine& line);
 	const Picture& picture() const { return m_picture; }
 
-	/// ---- what is done at a message; HistoryTable.cpp says at which ------------
-	void nothing() {}
-
-	// HistoryRole.cpp
-	void passBegins();
-	void judgedAsMaster();
-	void judgedAsSlave();
-	void gatewayLost();
-	void serviceAddressLost();
-	void serviceCardLost();
-	void givesUp();
-	void givesUpAndAsks();
-	void givesUpWithoutPrograms();
-	void takesOverFromSilence();
-	void takesOverFromProbes();
-	void takesOverAsAsked();
-	void takesConfiguredRole();
-	void leavesForConfiguredRole();
-	void bothSlaves();
-	void bothMasters();
-	void networkFailed();
-	void statusOK();
-	void statusNotOK();
-
-	// HistoryPartner.cpp
-	void heartbeatReceived();
-	void heartbeatSent();
-	void partnerRefuses();
-	void nobodyConnected();
-	void partnerConnects();
-	void silenceCounted();
-	void thirdSilence();
-	void hostWithoutHeartbeats();
-	void answerSeen();
-	void askAnswered();
-	void askComparedAmongSlaves();
-	void askUnanswered();
-
-	// HistoryService.cpp
-	void commandRun();
-	void agentCleans();
-	void startsPrograms();
-	void runsScript();
-	void scriptWasRun();
-	void addressListed();
-	void addressNotListed();
-	void addressPinged();
-	void addressFailed();
-	void addressError();
-	void programsCounted();
-	void programsThere();
-	void programsMissing();
-
-	// HistoryFaults.cpp
-	void gatewayAnswers();
-	void gatewaySilent();
-	void partnerAddressAnswers();
-	void partnerAddressSilent();
-	void serviceAddressAnswers();
-	void serviceAddressSilent();
-	void communicationCardDown();
-	void communicationCardUp();
-	void probeError();
-	void serverError();
-
 private:
+	/// Says which of the operations below is done at which message.
+	friend struct HistoryTable;
+
 	/// What the next command of the receiver (or of the start) is.
 	enum class Awaited
 	{
@@ -167,21 +105,56 @@ private:
 	std::string behind(std::string_view prefix) const;
 	template <typename Value> void tell(std::optional<Told<Value>>& told, const Value& value);
 
+	// HistoryRole.cpp
 	void setRole(Role role, Cause cause);
-	void beginTakeOver(Cause cause);
+	void passBegins();
+	void judgedAsMaster();
+	void judgedAsSlave();
+	/// @param ok how the node judges its own network
+	void judged(bool ok);
+	void bothMasters(bool ok);
+	void bothSlaves();
+	void lost(Fault fault, Cause cause);
+	void givesUp();
+	void givesUpAndAsks();
+	void givesUpWithoutPrograms();
+	void takesOver(Cause cause);
+	void takesOverAsAsked();
+	void leavesForConfiguredRole();
+	void setNetwork(bool ok);
 	void endTakeOver(EventKind kind, std::string detail = {});
 	void ask();
 	void endAsk(EventKind kind);
-	void setNetwork(bool ok);
+	void answerSeen();
+
+	// HistoryPartner.cpp
+	void heartbeatReceived();
 	void heard(const Heartbeat& heartbeat);
-	void tellSilence();
+	void heartbeatSent();
+	void partnerRefuses();
+	void nobodyConnected();
+	void countSilence(int silences);
+
+	// HistoryService.cpp
+	void agentCleans();
+	void commandRun();
+	void startsPrograms();
+	void scriptWasRun();
 	void setAddress(AddressState state);
 	void addressUp(const std::string& how);
+	void addressNotListed();
+	void addressPinged();
+	void addressFailed();
+	void programsCounted();
 	void killed(std::string_view program, const std::string& output);
 	void dropped(const std::string& output);
-	void cardRead(Fault card, bool carrier);
+
+	// HistoryFaults.cpp
 	void found(Fault fault, std::string detail = {});
 	void gone(Fault fault, std::string detail = {});
+	void unanswered(Fault fault);
+	void probeError();
+	void serverError();
 	FaultState& state(Fault fault) { return m_picture.faults[static_cast<std::size_t>(fault)]; }
 };
 
@@ -195,7 +168,7 @@ template <typename Value> void HistoryMachine::tell(std::optional<Told<Value>>& 
 }
 
 /// What is done at a place of the log.
-using Handler = void (HistoryMachine::*)();
+using Handler = void (*)(HistoryMachine&);
 
 /// The words of a text on one line, no more than a line holds.
 std::string oneLine(std::string_view text);

@@ -108,37 +108,15 @@ void HistoryMachine::nobodyConnected()
 	     last ? std::optional(since(last->at)) : std::nullopt);
 }
 
-void HistoryMachine::partnerConnects()
-{
-	m_picture.silences = 0;
-}
-
-void HistoryMachine::silenceCounted()
-{
-	const std::string count = behind("Reciver : nReceiveFailCount[");
-	m_picture.silences = count.starts_with('1') ? 1 : 2;
-	tellSilence();
-}
-
-void HistoryMachine::thirdSilence()
-{
-	m_picture.silences = 3;
-	tellSilence();
-}
-
 /// Once it is known that the partner's host is there, the count begins again and
 /// again and tells nothing new.
-void HistoryMachine::tellSilence()
+void HistoryMachine::countSilence(int silences)
 {
+	m_picture.silences = silences;
 	if (!m_picture.fault(Fault::heartbeats).there)
 	{
-		emit(EventKind::silenceCounted, Cause::none, {}, std::to_string(m_picture.silences) + " of 3");
+		emit(EventKind::silenceCounted, Cause::none, {}, std::to_string(silences) + " of 3");
 	}
-}
-
-void HistoryMachine::hostWithoutHeartbeats()
-{
-	found(Fault::heartbeats);
 }
 
 } // namespace velarix::ctl

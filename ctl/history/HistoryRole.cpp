@@ -68,22 +68,11 @@ void HistoryMachine::judgedAsSlave()
 	}
 }
 
-void HistoryMachine::gatewayLost()
+/// What a master gives up for; the next message says that it does.
+void HistoryMachine::lost(Fault fault, Cause cause)
 {
-	found(Fault::gateway);
-	m_agent.giveUpCause = Cause::gatewaySilent;
-}
-
-void HistoryMachine::serviceAddressLost()
-{
-	found(Fault::serviceAddress);
-	m_agent.giveUpCause = Cause::serviceAddressSilent;
-}
-
-void HistoryMachine::serviceCardLost()
-{
-	found(Fault::serviceCard);
-	m_agent.giveUpCause = Cause::serviceCardDown;
+	found(fault);
+	m_agent.giveUpCause = cause;
 }
 
 void HistoryMachine::givesUp()
@@ -108,29 +97,24 @@ void HistoryMachine::givesUpWithoutPrograms()
 	ask();
 }
 
-void HistoryMachine::takesOverFromSilence()
+/// A first message of it may be missing: the kill before the start, or the start.
+void HistoryMachine::takesOver(Cause cause)
 {
-	setRole(Role::master, Cause::partnerSilent);
-	beginTakeOver(Cause::partnerSilent);
-}
-
-void HistoryMachine::takesOverFromProbes()
-{
-	setRole(Role::master, Cause::partnerAndServiceSilent);
-	beginTakeOver(Cause::partnerAndServiceSilent);
+	setRole(Role::master, cause);
+	m_agent.doing = Cause::takeOver;
+	m_agent.awaited = Awaited::kill;
+	if (!m_picture.takeOver)
+	{
+		m_picture.takeOver = event(EventKind::takeOverBegan, cause);
+		m_agent.takeOverError.clear();
+		emit(*m_picture.takeOver);
+	}
 }
 
 void HistoryMachine::takesOverAsAsked()
 {
-	setRole(Role::master, Cause::partnerAsked);
-	beginTakeOver(Cause::partnerAsked);
+	takesOver(Cause::partnerAsked);
 	m_agent.awaited = Awaited::stop;
-}
-
-void HistoryMachine::takesConfiguredRole()
-{
-	setRole(Role::master, m_agent.resetCause);
-	beginTakeOver(m_agent.resetCause);
 }
 
 void HistoryMachine::leavesForConfiguredRole()
@@ -146,46 +130,22 @@ void HistoryMachine::bothSlaves()
 	gone(Fault::bothMasters);
 }
 
-void HistoryMachine::bothMasters()
+void HistoryMachine::bothMasters(bool ok)
 {
 	m_agent.resetCause = Cause::bothMasters;
-	setNetwork(m_line->number == 282);
+	setNetwork(ok);
 	found(Fault::bothMasters);
 }
 
-void HistoryMachine::networkFailed()
+void HistoryMachine::judged(bool ok)
 {
-	setNetwork(false);
-}
-
-void HistoryMachine::statusOK()
-{
-	setNetwork(true);
-	gone(Fault::bothMasters);
-}
-
-void HistoryMachine::statusNotOK()
-{
-	setNetwork(false);
+	setNetwork(ok);
 	gone(Fault::bothMasters);
 }
 
 void HistoryMachine::setNetwork(bool ok)
 {
 	tell(m_picture.networkOk, ok);
-}
-
-/// A first message of it may be missing: the kill before the start, or the start.
-void HistoryMachine::beginTakeOver(Cause cause)
-{
-	m_agent.doing = Cause::takeOver;
-	m_agent.awaited = Awaited::kill;
-	if (!m_picture.takeOver)
-	{
-		m_picture.takeOver = event(EventKind::takeOverBegan, cause);
-		m_agent.takeOverError.clear();
-		emit(*m_picture.takeOver);
-	}
 }
 
 void HistoryMachine::endTakeOver(EventKind kind, std::string detail)
@@ -225,31 +185,11 @@ void HistoryMachine::endAsk(EventKind kind)
 /// it ends this node's.
 void HistoryMachine::answerSeen()
 {
-	statusOK();
+	judged(true);
 	if (!behind("szTmp[1] szPartnerProcessRunning[").starts_with('1'))
 	{
 		endAsk(EventKind::askAnswered);
 	}
-}
-
-void HistoryMachine::askAnswered()
-{
-	setNetwork(m_line->number == 368);
-	endAsk(EventKind::askAnswered);
-}
-
-/// The ask field of a standby's heartbeat is looked at only when this node does not
-/// ask, or has counted the last heartbeat that it waits for.
-void HistoryMachine::askComparedAmongSlaves()
-{
-	statusOK();
-	endAsk(EventKind::askUnanswered);
-}
-
-void HistoryMachine::askUnanswered()
-{
-	statusNotOK();
-	endAsk(EventKind::askUnanswered);
 }
 
 } // namespace velarix::ctl

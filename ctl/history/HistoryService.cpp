@@ -59,8 +59,8 @@ void HistoryMachine::commandRun()
 	const auto [command, output] = split(m_line->text, m_commands);
 	if (command == kServiceCarrier || command == kCommunicationCarrier)
 	{
-		cardRead(command == kServiceCarrier ? Fault::serviceCard : Fault::communicationCard,
-		         output.find('1') != std::string_view::npos);
+		const Fault interface = command == kServiceCarrier ? Fault::serviceCard : Fault::communicationCard;
+		output.find('1') != std::string_view::npos ? gone(interface) : found(interface);
 		return;
 	}
 	const bool learning = m_agent.doing == Cause::agentStart;
@@ -98,18 +98,6 @@ void HistoryMachine::commandRun()
 	}
 }
 
-void HistoryMachine::cardRead(Fault card, bool carrier)
-{
-	if (carrier)
-	{
-		gone(card);
-	}
-	else
-	{
-		found(card);
-	}
-}
-
 void HistoryMachine::killed(std::string_view program, const std::string& output)
 {
 	m_agent.killedFor = m_agent.doing;
@@ -135,11 +123,6 @@ void HistoryMachine::startsPrograms()
 	m_agent.awaited = Awaited::stop;
 }
 
-void HistoryMachine::runsScript()
-{
-	m_agent.scriptBegun = m_now;
-}
-
 void HistoryMachine::scriptWasRun()
 {
 	std::optional<Milliseconds> duration;
@@ -157,11 +140,6 @@ void HistoryMachine::scriptWasRun()
 void HistoryMachine::setAddress(AddressState address)
 {
 	tell(m_picture.address, address);
-}
-
-void HistoryMachine::addressListed()
-{
-	addressUp("listed");
 }
 
 void HistoryMachine::addressNotListed()
@@ -190,11 +168,6 @@ void HistoryMachine::addressPinged()
 		emit(EventKind::addressWaiting);
 	}
 	setAddress(AddressState::waiting);
-}
-
-void HistoryMachine::addressError()
-{
-	m_agent.addressError = oneLine(behind("set virtual ip failed: "));
 }
 
 void HistoryMachine::addressFailed()
@@ -265,16 +238,6 @@ void HistoryMachine::programsCounted()
 	{
 		gone(Fault::programs);
 	}
-}
-
-void HistoryMachine::programsThere()
-{
-	gone(Fault::programs);
-}
-
-void HistoryMachine::programsMissing()
-{
-	found(Fault::programs);
 }
 
 } // namespace velarix::ctl

@@ -7,7 +7,7 @@
 namespace velarix::ctl
 {
 
-/// Names the class whose members the table needs.
+/// What is done at which message, ascending by the line's number in each source file.
 struct HistoryTable
 {
 	using M = HistoryMachine;
@@ -19,110 +19,114 @@ struct HistoryTable
 	};
 
 	static constexpr std::array kAgent{
-	    Row{25, &M::agentCleans},
+	    Row{25, [](M& m) { m.agentCleans(); }},
 	};
 
 	static constexpr std::array kReceiver{
-	    Row{79, &M::serverError},
-	    Row{94, &M::passBegins},
-	    Row{99, &M::networkFailed},
-	    Row{106, &M::givesUpWithoutPrograms},
-	    Row{146, &M::nobodyConnected},
-	    Row{150, &M::partnerConnects},
-	    Row{164, &M::heartbeatReceived},
-	    Row{182, &M::communicationCardDown},
-	    Row{185, &M::communicationCardUp},
-	    Row{189, &M::silenceCounted},
-	    Row{192, &M::thirdSilence},
-	    Row{196, &M::communicationCardDown},
-	    Row{201, &M::hostWithoutHeartbeats},
-	    Row{215, &M::takesOverFromSilence},
-	    Row{218, &M::takesOverFromSilence},
-	    Row{246, &M::nothing},
-	    Row{252, &M::nothing},
-	    Row{278, &M::statusOK},
-	    Row{282, &M::bothMasters},
-	    Row{287, &M::statusOK},
-	    Row{319, &M::statusNotOK},
-	    Row{324, &M::bothMasters},
-	    Row{329, &M::statusOK},
-	    Row{350, &M::answerSeen},
-	    Row{368, &M::askAnswered},
-	    Row{389, &M::askAnswered},
-	    Row{403, &M::statusOK},
-	    Row{411, &M::askComparedAmongSlaves},
-	    Row{414, &M::takesOverAsAsked},
-	    Row{418, &M::bothSlaves},
-	    Row{429, &M::statusNotOK},
-	    Row{434, &M::askUnanswered},
-	    Row{440, &M::statusNotOK},
-	    Row{443, &M::takesOverAsAsked},
-	    Row{447, &M::bothSlaves},
-	    Row{470, &M::takesConfiguredRole},
-	    Row{473, &M::takesConfiguredRole},
-	    Row{480, &M::leavesForConfiguredRole},
-	    Row{505, &M::judgedAsMaster},
-	    Row{508, &M::gatewayLost},
-	    Row{509, &M::givesUp},
-	    Row{516, &M::serviceAddressLost},
-	    Row{517, &M::givesUp},
-	    Row{524, &M::serviceCardLost},
-	    Row{525, &M::givesUpAndAsks},
-	    Row{538, &M::judgedAsSlave},
-	    Row{549, &M::takesOverFromProbes},
-	    Row{564, &M::programsThere},
-	    Row{567, &M::programsMissing},
+	    Row{79, [](M& m) { m.serverError(); }},
+	    Row{94, [](M& m) { m.passBegins(); }},
+	    Row{99, [](M& m) { m.setNetwork(false); }},
+	    Row{106, [](M& m) { m.givesUpWithoutPrograms(); }},
+	    Row{146, [](M& m) { m.nobodyConnected(); }},
+	    Row{150, [](M& m) { m.m_picture.silences = 0; }},
+	    Row{164, [](M& m) { m.heartbeatReceived(); }},
+	    Row{182, [](M& m) { m.found(Fault::communicationCard); }},
+	    Row{185, [](M& m) { m.gone(Fault::communicationCard); }},
+	    Row{189, [](M& m) { m.countSilence(m.behind("Reciver : nReceiveFailCount[").starts_with('1') ? 1 : 2); }},
+	    Row{192, [](M& m) { m.countSilence(3); }},
+	    Row{196, [](M& m) { m.found(Fault::communicationCard); }},
+	    Row{201, [](M& m) { m.found(Fault::heartbeats); }},
+	    Row{215, [](M& m) { m.takesOver(Cause::partnerSilent); }},
+	    Row{218, [](M& m) { m.takesOver(Cause::partnerSilent); }},
+	    Row{246, [](M& /*said at 164*/) {}},
+	    Row{252, [](M& /*said at 164*/) {}},
+	    Row{278, [](M& m) { m.judged(true); }},
+	    Row{282, [](M& m) { m.bothMasters(true); }},
+	    Row{287, [](M& m) { m.judged(true); }},
+	    Row{319, [](M& m) { m.judged(false); }},
+	    Row{324, [](M& m) { m.bothMasters(false); }},
+	    Row{329, [](M& m) { m.judged(true); }},
+	    Row{350, [](M& m) { m.answerSeen(); }},
+	    Row{368, [](M& m) { m.setNetwork(true), m.endAsk(EventKind::askAnswered); }},
+	    Row{389, [](M& m) { m.setNetwork(false), m.endAsk(EventKind::askAnswered); }},
+	    Row{403, [](M& m) { m.judged(true); }},
+	    // The ask field of a standby's heartbeat is looked at only when this node does not
+	    // ask, or has counted the last heartbeat that it waits for.
+	    Row{411, [](M& m) { m.judged(true), m.endAsk(EventKind::askUnanswered); }},
+	    Row{414, [](M& m) { m.takesOverAsAsked(); }},
+	    Row{418, [](M& m) { m.bothSlaves(); }},
+	    Row{429, [](M& m) { m.judged(false); }},
+	    Row{434, [](M& m) { m.judged(false), m.endAsk(EventKind::askUnanswered); }},
+	    Row{440, [](M& m) { m.judged(false); }},
+	    Row{443, [](M& m) { m.takesOverAsAsked(); }},
+	    Row{447, [](M& m) { m.bothSlaves(); }},
+	    Row{470, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
+	    Row{473, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
+	    Row{480, [](M& m) { m.leavesForConfiguredRole(); }},
+	    Row{505, [](M& m) { m.judgedAsMaster(); }},
+	    Row{508, [](M& m) { m.lost(Fault::gateway, Cause::gatewaySilent); }},
+	    Row{509, [](M& m) { m.givesUp(); }},
+	    Row{516, [](M& m) { m.lost(Fault::serviceAddress, Cause::serviceAddressSilent); }},
+	    Row{517, [](M& m) { m.givesUp(); }},
+	    Row{524, [](M& m) { m.lost(Fault::serviceCard, Cause::serviceCardDown); }},
+	    Row{525, [](M& m) { m.givesUpAndAsks(); }},
+	    Row{538, [](M& m) { m.judgedAsSlave(); }},
+	    Row{549, [](M& m) { m.takesOver(Cause::partnerAndServiceSilent); }},
+	    Row{564, [](M& m) { m.gone(Fault::programs); }},
+	    Row{567, [](M& m) { m.found(Fault::programs); }},
 	};
 
 	static constexpr std::array kSender{
-	    Row{79, &M::partnerRefuses},
-	    Row{124, &M::heartbeatSent},
+	    Row{79, [](M& m) { m.partnerRefuses(); }},
+	    Row{124, [](M& m) { m.heartbeatSent(); }},
 	};
 
 	static constexpr std::array kChecker{
-	    Row{103, &M::programsCounted},
+	    Row{103, [](M& m) { m.programsCounted(); }},
 	};
 
 	static constexpr std::array kService{
-	    Row{48, &M::startsPrograms},    Row{62, &M::runsScript},
-	    Row{78, &M::scriptWasRun},      Row{432, &M::addressFailed},
-	    Row{496, &M::addressPinged},    Row{504, &M::addressError},
-	    Row{573, &M::commandRun},       Row{668, &M::addressListed},
-	    Row{680, &M::addressNotListed}, Row{760, &M::partnerAddressAnswers},
-	    Row{766, &M::probeError},       Row{768, &M::partnerAddressSilent},
-	    Row{783, &M::gatewayAnswers},   Row{789, &M::probeError},
-	    Row{791, &M::gatewaySilent},    Row{807, &M::serviceAddressAnswers},
-	    Row{814, &M::probeError},       Row{817, &M::serviceAddressSilent},
+	    Row{48, [](M& m) { m.startsPrograms(); }},
+	    Row{62, [](M& m) { m.m_agent.scriptBegun = m.m_now; }},
+	    Row{78, [](M& m) { m.scriptWasRun(); }},
+	    Row{432, [](M& m) { m.addressFailed(); }},
+	    Row{496, [](M& m) { m.addressPinged(); }},
+	    Row{504, [](M& m) { m.m_agent.addressError = oneLine(m.behind("set virtual ip failed: ")); }},
+	    Row{573, [](M& m) { m.commandRun(); }},
+	    Row{668, [](M& m) { m.addressUp("listed"); }},
+	    Row{680, [](M& m) { m.addressNotListed(); }},
+	    Row{760, [](M& m) { m.gone(Fault::partnerAddress); }},
+	    Row{766, [](M& m) { m.probeError(); }},
+	    Row{768, [](M& m) { m.unanswered(Fault::partnerAddress); }},
+	    Row{783, [](M& m) { m.gone(Fault::gateway); }},
+	    Row{789, [](M& m) { m.probeError(); }},
+	    Row{791, [](M& m) { m.unanswered(Fault::gateway); }},
+	    Row{807, [](M& m) { m.gone(Fault::serviceAddress); }},
+	    Row{814, [](M& m) { m.probeError(); }},
+	    Row{817, [](M& m) { m.unanswered(Fault::serviceAddress); }},
 	};
 
-	static std::span<const Row> rowsOf(std::string_view label)
+	/// The rows of one source file of the agent, by its label.
+	struct Source
 	{
-		if (label == "CHeartReciver")
-		{
-			return kReceiver;
-		}
-		if (label == "Utill")
-		{
-			return kService;
-		}
-		if (label == "CHeartSender")
-		{
-			return kSender;
-		}
-		if (label == "ProcessChecker")
-		{
-			return kChecker;
-		}
-		return label == "CAgent" ? std::span<const Row>(kAgent) : std::span<const Row>();
-	}
+		std::string_view label;
+		std::span<const Row> rows;
+	};
+	static constexpr std::array kSources{
+	    Source{"CAgent", kAgent},           Source{"CHeartReciver", kReceiver}, Source{"CHeartSender", kSender},
+	    Source{"ProcessChecker", kChecker}, Source{"Utill", kService},
+	};
 };
 
 Handler handlerOf(std::string_view label, int number)
 {
-	const std::span<const HistoryTable::Row> rows = HistoryTable::rowsOf(label);
-	const auto row = std::lower_bound(rows.begin(), rows.end(), number,
-	                                  [](const HistoryTable::Row& one, int wanted) { return one.number < wanted; });
-	return row != rows.end() && row->number == number ? row->handler : nullptr;
+	const auto* const source = std::ranges::find(HistoryTable::kSources, label, &HistoryTable::Source::label);
+	if (source == HistoryTable::kSources.end())
+	{
+		return nullptr;
+	}
+	const auto row = std::ranges::lower_bound(source->rows, number, {}, &HistoryTable::Row::number);
+	return row != source->rows.end() && row->number == number ? row->handler : nullptr;
 }
 
 } // namespace velarix::ctl

@@ -66,96 +66,89 @@ std::string faultText(const std::string& subject, bool there)
 	return row == rows.end() ? subject : std::string(there ? row->found : row->gone);
 }
 
-/// Puts two parts together, the second of which may be missing.
-std::string joined(const std::string& first, const std::string& between, const std::string& second)
-{
-	return second.empty() ? first : first + between + second;
-}
-
 std::string roles(const Event& event)
 {
 	return std::string(textOf(event.from)) + " -> " + std::string(textOf(event.to));
 }
 
-std::string pid(const Event& event)
+/// How an event is shown.
+struct Wording
 {
-	return "process " + std::to_string(event.process);
+	EventKind kind;
+	const char* colour;
+	/// With marks for what the event tells: %p its process, %r the roles, %w why, %s what
+	/// it is about, %f the fault, %d the detail. A piece in brackets is left out when
+	/// its mark has nothing to tell.
+	std::string_view text;
+	/// In its place where the event has no duration.
+	std::string_view withoutDuration = {};
+};
+
+constexpr char kBad[] = "\033[31m";
+constexpr char kGood[] = "\033[32m";
+constexpr char kNews[] = "\033[1m";
+constexpr char kPlain[] = "";
+
+// clang-format off
+constexpr std::array<Wording, kEventKinds> kWordings{{
+    {EventKind::agentStarted, kPlain, "process %p, after this time without an agent[; %d]", "process %p[; %d]"},
+    {EventKind::agentResumed, kPlain,
+     "process %p goes on: another agent was started beside it and could not stay"},
+    {EventKind::agentEnded, kBad, "process %p: %w[: %d]"},
+    {EventKind::roleChanged, kNews, "%r[: %w]"},
+    {EventKind::takeOverBegan, kNews, "takes the service: %w"},
+    {EventKind::takeOverDone, kNews, "has taken the service"},
+    {EventKind::takeOverUnfinished, kBad, "began to take the service and did not end it[: %d]"},
+    {EventKind::askMade, kPlain, "asks the partner to take the service: %w"},
+    {EventKind::askAnswered, kGood, "the partner has taken the service"},
+    {EventKind::askUnanswered, kBad, "the partner stayed standby; this node no longer asks"},
+    {EventKind::askReceived, kPlain, "the partner asks this node to take the service"},
+    {EventKind::faultFound, kBad, "%f[: %d]"},
+    {EventKind::faultGone, kGood, "%f[: %d]"},
+    {EventKind::silenceCounted, kPlain, "no heartbeat from the partner, %d"},
+    {EventKind::partnerLost, kBad, "no heartbeat from the partner for this time",
+     "no heartbeat from the partner yet"},
+    {EventKind::partnerBack, kGood, "heartbeats again, after this time", "the first heartbeat of the partner"},
+    {EventKind::partnerChanged, kPlain, "the partner: %r"},
+    {EventKind::partnerRestarted, kPlain, "the partner's agent was started anew[ at %d]"},
+    {EventKind::addressDropped, kPlain, "the stop command was run[: %w][; it printed %d]"},
+    {EventKind::addressStarting, kPlain,
+     "the service address is not there; the start command follows in five seconds"},
+    {EventKind::addressWaiting, kPlain,
+     "the start command was run, but the service address does not answer pings"},
+    {EventKind::addressFailed, kBad, "the service address cannot be raised, %d"},
+    {EventKind::addressUp, kPlain, "the service address is there[: %d]"},
+    {EventKind::programKilled, kPlain, "kill command for %s[: %w][; it printed %d]"},
+    {EventKind::programsStarted, kPlain, "the run script was run"},
+    {EventKind::programsRunning, kPlain, "the managed programs run"},
+    {EventKind::programsStopped, kPlain, "the managed programs do not run[: %w]"},
+    {EventKind::logGap, kPlain, "nothing was logged for this time"},
+    {EventKind::clockSetBack, kPlain, "the clock was set back by this time"},
+    {EventKind::error, kBad, "%d"},
+}};
+// clang-format on
+
+const Wording& wordingOf(EventKind kind)
+{
+	return *std::ranges::find(kWordings, kind, &Wording::kind);
 }
 
-std::string agentText(const Event& event)
+std::string told(char mark, const Event& event)
 {
-	switch (event.kind)
+	switch (mark)
 	{
-	case EventKind::agentStarted:
-		return joined(pid(event) + (event.duration ? ", after this time without an agent" : ""), "; ", event.detail);
-	case EventKind::agentResumed:
-		return pid(event) + " goes on: another agent was started beside it and could not stay";
+	case 'p':
+		return std::to_string(event.process);
+	case 'r':
+		return roles(event);
+	case 'w':
+		return reasonOf(event.cause);
+	case 's':
+		return event.subject;
+	case 'f':
+		return faultText(event.subject, event.kind == EventKind::faultFound);
 	default:
-		return joined(pid(event) + ": " + reasonOf(event.cause), ": ", event.detail);
-	}
-}
-
-std::string askText(EventKind kind)
-{
-	switch (kind)
-	{
-	case EventKind::askAnswered:
-		return "the partner has taken the service";
-	case EventKind::askUnanswered:
-		return "the partner stayed standby; this node no longer asks";
-	default:
-		return "the partner asks this node to take the service";
-	}
-}
-
-std::string partnerText(const Event& event)
-{
-	switch (event.kind)
-	{
-	case EventKind::silenceCounted:
-		return "no heartbeat from the partner, " + event.detail;
-	case EventKind::partnerLost:
-		return event.duration ? "no heartbeat from the partner for this time" : "no heartbeat from the partner yet";
-	case EventKind::partnerBack:
-		return event.duration ? "heartbeats again, after this time" : "the first heartbeat of the partner";
-	case EventKind::partnerChanged:
-		return "the partner: " + roles(event);
-	default:
-		return joined("the partner's agent was started anew", " at ", event.detail);
-	}
-}
-
-std::string addressText(const Event& event)
-{
-	const std::string reason = reasonOf(event.cause);
-	switch (event.kind)
-	{
-	case EventKind::addressDropped:
-		return joined(joined("the stop command was run", ": ", reason), "; it printed ", event.detail);
-	case EventKind::addressStarting:
-		return "the service address is not there; the start command follows in five seconds";
-	case EventKind::addressWaiting:
-		return "the start command was run, but the service address does not answer pings";
-	case EventKind::addressFailed:
-		return "the service address cannot be raised, " + event.detail;
-	default:
-		return joined("the service address is there", ": ", event.detail);
-	}
-}
-
-std::string programsText(const Event& event)
-{
-	const std::string reason = reasonOf(event.cause);
-	switch (event.kind)
-	{
-	case EventKind::programKilled:
-		return joined(joined("kill command for " + event.subject, ": ", reason), "; it printed ", event.detail);
-	case EventKind::programsStarted:
-		return "the run script was run";
-	case EventKind::programsRunning:
-		return "the managed programs run";
-	default:
-		return joined("the managed programs do not run", ": ", reason);
+		return event.detail;
 	}
 }
 
@@ -163,54 +156,31 @@ std::string programsText(const Event& event)
 
 std::string describe(const Event& event)
 {
-	switch (event.kind)
+	const Wording& wording = wordingOf(event.kind);
+	const bool other = !event.duration && !wording.withoutDuration.empty();
+	const std::string_view text = other ? wording.withoutDuration : wording.text;
+	std::string result;
+	std::size_t piece = 0;
+	std::string figure;
+	for (std::size_t at = 0; at < text.size(); ++at)
 	{
-	case EventKind::agentStarted:
-	case EventKind::agentResumed:
-	case EventKind::agentEnded:
-		return agentText(event);
-	case EventKind::roleChanged:
-		return joined(roles(event), ": ", reasonOf(event.cause));
-	case EventKind::takeOverBegan:
-		return "takes the service: " + reasonOf(event.cause);
-	case EventKind::takeOverDone:
-		return "has taken the service";
-	case EventKind::takeOverUnfinished:
-		return joined("began to take the service and did not end it", ": ", event.detail);
-	case EventKind::askMade:
-		return "asks the partner to take the service: " + reasonOf(event.cause);
-	case EventKind::askAnswered:
-	case EventKind::askUnanswered:
-	case EventKind::askReceived:
-		return askText(event.kind);
-	case EventKind::faultFound:
-	case EventKind::faultGone:
-		return joined(faultText(event.subject, event.kind == EventKind::faultFound), ": ", event.detail);
-	case EventKind::silenceCounted:
-	case EventKind::partnerLost:
-	case EventKind::partnerBack:
-	case EventKind::partnerChanged:
-	case EventKind::partnerRestarted:
-		return partnerText(event);
-	case EventKind::addressDropped:
-	case EventKind::addressStarting:
-	case EventKind::addressWaiting:
-	case EventKind::addressFailed:
-	case EventKind::addressUp:
-		return addressText(event);
-	case EventKind::programKilled:
-	case EventKind::programsStarted:
-	case EventKind::programsRunning:
-	case EventKind::programsStopped:
-		return programsText(event);
-	case EventKind::logGap:
-		return "nothing was logged for this time";
-	case EventKind::clockSetBack:
-		return "the clock was set back by this time";
-	case EventKind::error:
-		break;
+		switch (text[at])
+		{
+		case '[':
+			piece = result.size();
+			break;
+		case '%':
+			figure = told(text[++at], event);
+			result += figure;
+			break;
+		case ']':
+			result.resize(figure.empty() ? piece : result.size());
+			break;
+		default:
+			result += text[at];
+		}
 	}
-	return event.detail;
+	return result;
 }
 
 std::string textHeader()
@@ -221,31 +191,6 @@ std::string textHeader()
 
 namespace
 {
-
-const char* colourOf(const Event& event)
-{
-	switch (event.kind)
-	{
-	case EventKind::faultFound:
-	case EventKind::agentEnded:
-	case EventKind::addressFailed:
-	case EventKind::takeOverUnfinished:
-	case EventKind::askUnanswered:
-	case EventKind::partnerLost:
-	case EventKind::error:
-		return "\033[31m";
-	case EventKind::roleChanged:
-	case EventKind::takeOverBegan:
-	case EventKind::takeOverDone:
-		return "\033[1m";
-	case EventKind::faultGone:
-	case EventKind::partnerBack:
-	case EventKind::askAnswered:
-		return "\033[32m";
-	default:
-		return "";
-	}
-}
 
 std::string padded(std::string text, std::size_t width)
 {
@@ -258,7 +203,7 @@ std::string padded(std::string text, std::size_t width)
 std::string textLine(const Event& event, bool colour)
 {
 	const auto milliseconds = std::chrono::duration_cast<Milliseconds>(event.time.time_since_epoch()).count() % 1000;
-	const std::string on = colour ? colourOf(event) : "";
+	const std::string on = colour ? wordingOf(event.kind).colour : "";
 	const std::string off = on.empty() ? "" : "\033[0m";
 	const std::string span = event.duration ? spanText(*event.duration) : "";
 	std::string line = localText(event.time) + "." + std::to_string(milliseconds / 100) + "  " + on +

@@ -55,6 +55,8 @@ void addAgent(Exposition& out, const NodeState& state)
 		out.single("agent_up", "Whether the agent of the pid file runs.",
 		           std::optional(agent.state == AgentState::running));
 	}
+	out.single("maintenance", "Whether an administrator has put this node into maintenance.",
+	           std::optional(state.maintenance.has_value()));
 	out.single("agent_start_time_seconds", "When the agent was started.", epoch(agent.since));
 	if (agent.lives())
 	{

@@ -4,6 +4,7 @@
 
 #include "ctl/render/EventReport.h"
 #include "ctl/status/KernelState.h"
+#include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 
@@ -188,6 +189,13 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	json["own_network_ok"] = figureJson(state, state.networkOk);
 	json["asks"] = figureJson(state, state.asking);
 	json["agent"] = agentJson(state);
+	json["maintenance"] = Json();
+	if (state.maintenance)
+	{
+		json["maintenance"] = {{"since", isoText(state.maintenance->since)},
+		                       {"until", isoText(state.maintenance->until)},
+		                       {"reason", printable(state.maintenance->reason)}};
+	}
 	json["partner"] = partnerJson(state);
 	json["programs"] = programsJson(state);
 	json["virtual_ip"] = addressJson(state);

@@ -106,6 +106,11 @@ void addAgent(Rows& rows, const NodeState& state)
 		         agent.threads < kAgentThreads ? Tone::bad : Tone::good);
 		break;
 	case AgentState::frozen:
+		if (state.maintenance)
+		{
+			rows.add("agent", "MAINTENANCE " + state.maintenance->words(), Tone::doubtful);
+			break;
+		}
 		rows.add("agent", "FROZEN: " + agent.text + (agent.since ? "; started " + life + " ago" : std::string()),
 		         Tone::bad);
 		break;

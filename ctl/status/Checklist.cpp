@@ -35,8 +35,41 @@ void Checklist::add(std::string_view id, Grade grade, bool blocks, std::string t
 	m_problems.push_back({id, grade, blocks, std::move(text)});
 }
 
+bool Checklist::maintenance()
+{
+	if (!m_state.maintenanceProblem.empty())
+	{
+		add("maintenance-unreadable", Grade::warning, kHarmless, m_state.maintenanceProblem);
+	}
+	if (!m_state.maintenance)
+	{
+		return false;
+	}
+	const std::string words = m_state.maintenance->words();
+	if (m_state.agent.state == AgentState::running)
+	{
+		add("maintenance-left", Grade::warning, kHarmless,
+		    "the agent was continued by hand in the maintenance " + words +
+		        "; end that with velarixctl maintenance off");
+		return false;
+	}
+	if (m_state.now > m_state.maintenance->until)
+	{
+		add("maintenance-forgotten", Grade::critical, kBlocks,
+		    "MAINTENANCE " + words + ": its time has passed, and the service is still not watched");
+		return true;
+	}
+	add("maintenance", Grade::warning, kBlocks,
+	    "MAINTENANCE " + words + ": nothing fails over and nothing is restarted");
+	return true;
+}
+
 void Checklist::agent()
 {
+	if (maintenance())
+	{
+		return;
+	}
 	const Agent& agent = m_state.agent;
 	switch (agent.state)
 	{

@@ -17,6 +17,8 @@ public:
 
 	/// The agent's process.
 	void agent();
+	/// @return whether somebody works on the node, who knows that the agent does nothing
+	bool maintenance();
 	/// Settings and log: whether anything can be told.
 	void sources();
 	/// The log's own soundness, and what it told whether it is fresh or not.

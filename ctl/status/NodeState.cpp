@@ -26,6 +26,18 @@ constexpr std::chrono::hours kWidestZones{26};
 /// A log begun that far ahead is begun by a clock that was wrong.
 constexpr std::chrono::minutes kAhead{1};
 
+void readRecord(NodeState& state, const Paths& paths)
+{
+	try
+	{
+		state.maintenance = readMaintenance(paths.maintenance);
+	}
+	catch (const Failure& failure)
+	{
+		state.maintenanceProblem = failure.what();
+	}
+}
+
 void readSettings(NodeState& state, const Paths& paths)
 {
 	try
@@ -238,6 +250,7 @@ NodeState Observer::look(Instant now)
 	state.elsewhere = m_paths.elsewhere();
 	state.host = state.elsewhere ? std::string() : host::name();
 	state.agent = lookForAgent(m_paths);
+	readRecord(state, m_paths);
 	readSettings(state, m_paths);
 	readLog(state, m_paths, m_lastLook);
 	state.distrust = doubt(state);

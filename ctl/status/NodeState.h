@@ -15,6 +15,7 @@
 #include "ctl/status/AgentProcess.h"
 #include "ctl/status/Figure.h"
 #include "ctl/status/LogTail.h"
+#include "ctl/status/Maintenance.h"
 #include "ctl/status/Timing.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
@@ -78,6 +79,9 @@ struct NodeState
 	Timing timing;
 
 	Agent agent;
+	std::optional<Maintenance> maintenance;
+	/// Why its record cannot be read; empty when it can, or is not there.
+	std::string maintenanceProblem;
 
 	/// Empty without settings.
 	std::filesystem::path log;

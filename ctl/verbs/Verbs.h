@@ -17,6 +17,7 @@ void addCheck(CLI::App& app, Context& context);
 void addEvents(CLI::App& app, Context& context);
 void addExplain(CLI::App& app, Context& context);
 void addInit(CLI::App& app, Context& context);
+void addMaintenance(CLI::App& app, Context& context);
 void addMetrics(CLI::App& app, Context& context);
 void addNagios(CLI::App& app, Context& context);
 void addStatus(CLI::App& app, Context& context);
@@ -25,7 +26,7 @@ void addWatch(CLI::App& app, Context& context);
 
 /// In the order of the help text: a node's life from its installation on.
 inline const std::vector<AddVerb> kVerbs{
-    addInit, addCheck, addStatus, addWatch, addEvents, addExplain, addSwitchover, addMetrics, addNagios,
+    addInit, addCheck, addStatus, addWatch, addEvents, addExplain, addSwitchover, addMaintenance, addMetrics, addNagios,
 };
 
 } // namespace velarix::ctl

@@ -1,16 +1,24 @@
 #!/usr/bin/env python3
-"""Makes Markdown of what velarix-lab and velarix-evidence write with --records.
+"""Makes Markdown of what velarix-lab writes with --records, and "hostile" with --json.
 
-    evidence/scripts/render.py FILE
+    evidence/scripts/render.py FILE...
+    evidence/scripts/render.py --attacks docs/security.md NONE.json FIREWALL.json ...
 
 Times in the files are milliseconds. A phase of a run is the time in which a fault
 stands (the first one) or after it was repaired (the second one).
 """
 
+import argparse
 import collections
 import json
+import os
 import statistics
 import sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "lib"))
+
+import common
+import page
 
 OVERHEAD_GOAL = (150, 400)  # milliseconds beyond the prescribed waits: median, p95
 
@@ -30,9 +38,9 @@ def summary(values):
             "p95": ordered[-(-len(ordered) * 95 // 100) - 1], "max": ordered[-1]}
 
 
-def figures(found, unit=1000, digits=3):
+def figures(found):
     """median / p95 / max of a summary, in seconds, or a dash."""
-    return " / ".join(f"{found[part] / unit:.{digits}f}" for part in ("median", "p95", "max")) if found else "-"
+    return " / ".join(f"{found[part] / 1000:.3f}" for part in ("median", "p95", "max")) if found else "-"
 
 
 def spread(values):
@@ -169,75 +177,57 @@ def chaos(found):
     return f"{text}\n{verdict}\n" + ("\n" + "".join(bad) if bad else "")
 
 
-def peers(found):
-    text = (f"{count(found['runs'], 'run')} of each cell, seed {found['seed']}, {found['jobs']} side by side; "
-            f"{found['machine']}. Times in seconds: median / p95 / max over the runs. Outage: longest time without an "
-            "answer to the client; none: time in which nobody held the address. The managed program runs on both nodes "
-            "all the time, and these programs speak on the service network: deaf and mute are one-way losses there, "
-            "service-cut is what communication-cut is to the agents.\n")
-    for peer in found["peers"]:
-        rows = [["" if index else cell["name"], "repaired" if index else cell["fault"],
-                 *Phases(peer["records"], cell["name"], index).observed()]
-                for cell in found["cells"] for index in range(1 + cell["repaired"])]
-        text += (f"\n### {peer['program']}, {peer['settings']}\n\n{peer['description']}.\n\n" +
-                 table(["cell", "phase", "owner", "answer", "programs", "outage", "split-brain", "none", "moves"], rows))
-        text += "".join(f"\nNot run to the end: {record['cell']}, run {record['run']}: {line}\n"
-                        for record in peer["records"] for line in record["differences"])
-    return text
+MITIGATIONS = ("none", "port", "firewall", "neighbours")
+NO_OUTAGE = 1000  # milliseconds; shorter gaps are those of a busy machine
 
 
-def slope(samples, part):
-    """"first > last, rise an hour" of the straight line through the samples."""
-    if len(samples) < 3:
-        return "-"
-    line = statistics.linear_regression([sample["at"] / 3600000 for sample in samples],
-                                        [sample[part] for sample in samples])
-    return f"{samples[0][part]} > {samples[-1][part]}, {line.slope:+.1f}"
+def outcome(record):
+    """What the client and the address saw of one attack."""
+    during = record["during"]
+    parts = []
+    if during["outageMs"] > NO_OUTAGE:
+        parts.append(f"outage {during['noAnswerMs'] / 1000:.1f} s of {during['durationMs'] / 1000:.1f} s")
+    if during["duplicateMs"] > 0:
+        parts.append(f"duplicate address {during['duplicateMs'] / 1000:.1f} s")
+    if during["moves"] > 0:
+        parts.append(f"{during['moves']} moves")
+    if record["differences"]:
+        parts.append("**not as expected**")
+    return ", ".join(parts) or "no outage"
 
 
-def span(values):
-    values = list(values)
-    return "-" if not values else f"{min(values)}" + (f"-{max(values)}" if max(values) > min(values) else "")
+def attacks(records):
+    """One row for each case, one column for each mitigation that was run."""
+    runs = {}
+    for record in records:
+        runs.setdefault(record["name"], {})[record["mitigation"]] = outcome(record)
+    columns = [name for name in MITIGATIONS if any(name in run for run in runs.values())]
+    return table(["case", *columns], [[f"`{name}`", *(run.get(column, "") for column in columns)]
+                                      for name, run in runs.items()])
 
 
-def soak_row(series, bounds):
-    samples = series["samples"]
-    late = [sample for sample in samples if sample["at"] - samples[0]["at"] >= bounds["warmUp"]]
-    minutes = (samples[-1]["at"] - samples[0]["at"]) / 60000 if samples else 0
-    rate = f"{(samples[-1]['logged'] - samples[0]['logged']) / 1024 / minutes:.0f}" if minutes else "-"
-    return [series["node"], series["pid"], seconds(minutes * 60000), len(samples),
-            *(slope(late, part) for part in ("ownKib", "rssKib", "pssKib")),
-            span(sample["kept"] for sample in samples if sample["kept"] is not None),
-            span(sample["descriptors"] for sample in samples),
-            span(sample["threads"] for sample in samples if sample["atRest"]),
-            seconds(max((sample["oldestZombie"] for sample in samples), default=0)), rate]
-
-
-def soak(found):
-    faults = collections.Counter(fault["fault"].split(":")[0] for fault in found["faults"] if not fault["repair"])
-    text = f"A soak of {seconds(found['duration'])}, seed {found['seed']}.\n\n" + table(
-        ["node", "agent", "time", "samples", "own KiB, an hour", "RSS KiB, an hour", "PSS KiB, an hour", "kept", "open",
-         "threads", "zombie", "log KiB/min"], [soak_row(series, found["bounds"]) for series in found["series"]])
-    text += "\n" + table(["fault", "injected"], sorted(faults.items()), numbers=True)
-    return text + "\n" + ("".join(f"- {line}\n" for line in found["crossings"]) or "Nothing grew beyond the bounds.\n")
-
-
-CAMPAIGNS = {"matrix": matrix, "chaos": chaos, "peers": peers, "soak": soak}
+CAMPAIGNS = {"matrix": matrix, "chaos": chaos}
 
 
 def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    with open(sys.argv[1], encoding="utf-8") as handle:
-        found = json.load(handle)
-    if found.get("campaign") in ("takeover", "idle"):
-        import bench_pair
-        print(getattr(bench_pair, found["campaign"] + "_section")(found), end="")
-    elif found.get("campaign") in CAMPAIGNS:
-        print(CAMPAIGNS[found["campaign"]](found), end="")
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("records", nargs="+", metavar="FILE")
+    parser.add_argument("--attacks", metavar="PAGE", help="replace the table of attacks of this page")
+    arguments = parser.parse_args()
+    found = []
+    for path in arguments.records:
+        with open(path, encoding="utf-8") as handle:
+            found.append(json.load(handle))
+    if all(isinstance(one, list) for one in found):
+        text = attacks([record for one in found for record in one])
     else:
-        sys.exit(f"{sys.argv[1]} holds no records of a campaign")
+        text = "\n".join(CAMPAIGNS[one["campaign"]](one) for one in found)
+    if arguments.attacks:
+        page.put_figures(arguments.attacks, text, name="attacks")
+    else:
+        print(text, end="")
+    return 0
 
 
 if __name__ == "__main__":
-    main()
+    common.run_main(main)

@@ -38,8 +38,25 @@ extern "C" const char* __asan_default_options()
 }
 // NOLINTEND(bugprone-reserved-identifier)
 
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+	fuzz::prepare();
+	return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+	fuzz::Input input(data, size);
+	fuzz::run(input);
+	return 0;
+}
+
 namespace fuzz
 {
+
+[[gnu::weak]] void prepare()
+{
+}
 
 Input::Input(const std::uint8_t* data, std::size_t size) : m_rest(reinterpret_cast<const char*>(data), size)
 {

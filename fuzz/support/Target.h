@@ -1,5 +1,5 @@
-/// What every fuzz target shares: the two entry points, the taking apart of the
-/// input, and how a finding is told.
+/// What every fuzz target shares: the two entry points, which call prepare() and run(), the
+/// taking apart of the input, and how a finding is reported.
 #pragma once
 
 #include <cstddef>
@@ -32,6 +32,11 @@ public:
 private:
 	std::string_view m_rest;
 };
+
+/// What a target does once, before its first input; nothing unless it defines it.
+void prepare();
+/// What a target does with an input.
+void run(Input& input);
 
 /// Ends the program, with both texts, when they differ.
 /// @param what names the invariant

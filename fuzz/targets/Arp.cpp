@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "AddressMachine.h"
-#include "Arp.h"
+#include "keeper/AddressMachine.h"
+#include "keeper/Arp.h"
 
 #include "Target.h"
 
@@ -90,14 +90,8 @@ private:
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::run(Input& input)
 {
-	return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
-{
-	fuzz::Input input(data, size);
 	Address address(input.byte() % 2 == 1);
 	std::uint32_t number = 0;
 	std::copy(kAddress.begin(), kAddress.end(), reinterpret_cast<std::uint8_t*>(&number));
@@ -117,5 +111,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 			address.feed(packet.kind == ArpKind::claim ? AddressEvent::claim : AddressEvent::foreignProbe, packet.from);
 		}
 	}
-	return 0;
 }

@@ -115,7 +115,7 @@ bool Utill::stopVirtualIP()
 	return true;
 }
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::prepare()
 {
 	fuzz::captureConsole();
 	fuzz::useSettings("[AGENT]\nMODE = 2\nIGNORE_TIME = 5\n");
@@ -124,12 +124,10 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 	static std::vector<Poco::ProcessHandle*>* handles = nullptr;
 	static std::string location = "noName";
 	g_pReceiver = new CHeartReciver(&handles, &running, &g_mode, location);
-	return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz::run(Input& input)
 {
-	fuzz::Input input(data, size);
 	fuzz::NodeModel model = modelOf(input.byte());
 	putInto(model);
 	while (!input.empty())
@@ -142,5 +140,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 		model.hear(message);
 		compare(model, before);
 	}
-	return 0;
 }

@@ -85,19 +85,17 @@ extern "C" std::FILE* __wrap_fopen(const char* path, const char* how)
 	return g_file.path == path ? openFile(how[0] == 'w') : __real_fopen(path, how);
 }
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::prepare()
 {
 	fuzz::captureConsole();
 	velarixLog = new VelarixLog;
 	g_file.path = fuzz::memoryFile("[TRACE]\n");
 	g_pRecord = new initialization;
 	g_pRecord->loadFile(g_file.path);
-	return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz::run(Input& input)
 {
-	fuzz::Input input(data, size);
 	const unsigned failure = input.byte();
 	const std::string key = input.field();
 	const std::string value = input.field();
@@ -114,5 +112,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 	fuzz::expectEqual("the editor's answer", changed, !refused && !failed);
 	fuzz::expectEqual("what the editor tells", fuzz::console(), failed ? "ini File fopen fail.\n" : "");
 	fuzz::expectEqual("the rewritten file", g_file.bytes, failed ? before : fuzz::iniAfterChange(before, key, value));
-	return 0;
 }

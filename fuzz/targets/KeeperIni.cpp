@@ -9,7 +9,7 @@
 
 #include <sysexits.h>
 
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 #include "Target.h"
 
@@ -94,20 +94,14 @@ std::string written(const Settings& settings)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::run(Input& input)
 {
-	return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
-{
-	fuzz::Input input(data, size);
 	const std::string text = input.rest();
 	const ParsedSettings parsed = parseSettings(text);
 	checkFindings(parsed, text);
 	if (parsed.error() != nullptr)
 	{
-		return 0;
+		return;
 	}
 	for (const ServiceSettings& service : parsed.settings.services)
 	{
@@ -117,5 +111,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 	const ParsedSettings again = parseSettings(once);
 	fuzz::expect("what is written out is sound", again.error() == nullptr, once);
 	fuzz::expectEqual("what is written out is the same", written(again.settings), once);
-	return 0;
 }

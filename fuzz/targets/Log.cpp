@@ -1,13 +1,14 @@
 /// From a log call to the bytes of the log file and of the console, and back.
 ///
 /// Input: the level, the format, the source label, padding, a number (four bytes),
-/// and three texts with 0xff between them. The message must be what an expansion
-/// without the C library gives, the file line must have its layout, the console
+/// and three texts with 0xff between them. The message must be what the C library
+/// makes of the format, the file line must have its layout, the console
 /// what the level prescribes, and velarixctl's reader must find the same message.
 #include <array>
 #include <chrono>
 #include <cstdarg>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -57,22 +58,30 @@ int g_file = -1;
 off_t g_written = 0;
 VelarixLog* g_pWithoutFile = nullptr;
 
+/// Makes the call, and has the C library expand the format on its own.
 /// The formats come out of a table, the compiler cannot see them.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
 template <typename... Values>
-void callLevel(VelarixLog& log, unsigned level, const char* label, int line, const char* format, Values... values)
+std::string callLevel(VelarixLog& log, unsigned level, const char* label, int line, const char* format,
+                      Values... values)
 {
 	using Level = void (VelarixLog::*)(const char*, int, const char*, ...);
 	constexpr std::array<Level, 6> levels{&VelarixLog::debug,   &VelarixLog::info,  &VelarixLog::notice,
 	                                      &VelarixLog::warning, &VelarixLog::error, &VelarixLog::critical};
 	(log.*levels.at(level))(label, line, format, values...);
+	std::string text(static_cast<std::size_t>(std::snprintf(nullptr, 0, format, values...)) + 1, '\0');
+	std::snprintf(text.data(), text.size(), format, values...);
+	text.pop_back();
+	return text;
 }
 #pragma GCC diagnostic pop
 
 /// Hands over what the format asks for.
-void call(VelarixLog& log, unsigned level, const char* label, int line, unsigned which, const Arguments& arguments)
+/// @return the message
+std::string call(VelarixLog& log, unsigned level, const char* label, int line, unsigned which,
+                 const Arguments& arguments)
 {
 	const char* const format = kFormats.at(which);
 	const char* const first = arguments.first.c_str();
@@ -80,47 +89,17 @@ void call(VelarixLog& log, unsigned level, const char* label, int line, unsigned
 	const bool hasNumber = std::strstr(format, "%d") != nullptr;
 	if (which == kNumbered)
 	{
-		callLevel(log, level, label, line, format, arguments.number, first);
+		return callLevel(log, level, label, line, format, arguments.number, first);
 	}
-	else if (hasNumber && std::strstr(format, "%s") == nullptr)
+	if (hasNumber && std::strstr(format, "%s") == nullptr)
 	{
-		callLevel(log, level, label, line, format, arguments.number);
+		return callLevel(log, level, label, line, format, arguments.number);
 	}
-	else if (hasNumber)
+	if (hasNumber)
 	{
-		callLevel(log, level, label, line, format, first, arguments.number, second);
+		return callLevel(log, level, label, line, format, first, arguments.number, second);
 	}
-	else
-	{
-		callLevel(log, level, label, line, format, first, second, arguments.third.c_str());
-	}
-}
-
-/// The expansion of the format by hand; a text ends at its first zero byte.
-std::string expanded(const char* format, const Arguments& arguments)
-{
-	const std::array texts{&arguments.first, &arguments.second, &arguments.third};
-	std::size_t next = 0;
-	std::string result;
-	for (const char* at = format; *at != '\0'; ++at)
-	{
-		if (*at != '%')
-		{
-			result += *at;
-			continue;
-		}
-		++at;
-		if (*at == 's')
-		{
-			const std::string& text = *texts.at(next++);
-			result += text.substr(0, text.find('\0'));
-		}
-		else
-		{
-			result += *at == 'd' ? std::to_string(arguments.number) : "%";
-		}
-	}
-	return result;
+	return callLevel(log, level, label, line, format, first, second, arguments.third.c_str());
 }
 
 std::string echo(unsigned level, const std::string& place, const std::string& text)
@@ -192,7 +171,7 @@ std::string padded(std::string text, unsigned padding)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::prepare()
 {
 	::setenv("TZ", "UTC", 1);
 	fuzz::captureConsole();
@@ -205,12 +184,10 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
 	g_file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
 	velarixLog->info("HAmain", 1, "%s", "the remark of the library comes before this");
 	addedBytes();
-	return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz::run(Input& input)
 {
-	fuzz::Input input(data, size);
 	const unsigned level = input.byte();
 	const auto which = static_cast<unsigned>(input.byte() % kFormats.size());
 	const char* const label = kLabels.at(input.byte() % kLabels.size());
@@ -225,12 +202,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 	arguments.third = input.rest();
 	const bool withFile = level < 240;
 	VelarixLog& log = withFile ? *velarixLog : *g_pWithoutFile;
-	const std::string text = expanded(kFormats.at(which), arguments);
 	const std::string place = std::string(label) + ":249";
 	fuzz::console().clear();
 	const Instant before = std::chrono::system_clock::now();
 
-	call(log, level % 6, label, 249, which, arguments);
+	const std::string text = call(log, level % 6, label, 249, which, arguments);
 
 	fuzz::expectEqual("the console's line", fuzz::console(), echo(level % 6, place, text));
 	const std::string bytes = addedBytes();
@@ -242,5 +218,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 	{
 		fuzz::expectEqual("a log without its file writes none", bytes, "");
 	}
-	return 0;
 }

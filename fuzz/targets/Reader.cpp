@@ -199,16 +199,14 @@ void compareHeartbeat(const std::string& text)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::prepare()
 {
 	::setenv("TZ", "UTC", 1);
 	g_pReading = new Reading;
-	return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+void fuzz::run(Input& input)
 {
-	fuzz::Input input(data, size);
 	const unsigned step = input.byte();
 	const unsigned choices = input.byte();
 	const std::string text = unfolded(input.rest());
@@ -231,5 +229,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 		compareHeartbeat(message.text.substr(std::min(message.text.find('/'), message.text.size())));
 	}
 	tellHistory(messages);
-	return 0;
 }

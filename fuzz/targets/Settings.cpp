@@ -116,14 +116,8 @@ void checkReport(const CheckReport& report, int lines)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+void fuzz::run(Input& input)
 {
-	return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
-{
-	fuzz::Input input(data, size);
 	const std::string text = input.field();
 	const std::string partnerText = input.rest();
 	const SettingsFile file = SettingsFile::parse("own.ini", text);
@@ -141,5 +135,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 	}
 	const auto lines = std::max(std::ranges::count(text, '\n'), std::ranges::count(partnerText, '\n')) + 1;
 	checkReport(report, static_cast<int>(lines));
-	return 0;
 }

@@ -69,16 +69,6 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 	return left;
 }
 
-/// Answered for the last second, after a time without an answer.
-bool backAgain(const std::vector<Interval>& service, Millis from, Millis blink, Millis now)
-{
-	const bool was =
-	    std::any_of(service.begin(), service.end(),
-	                [&](const Interval& interval)
-	                { return interval.value == "none" && interval.to - std::max(interval.from, from) > blink; });
-	return was && timeWith(service, {"none"}, std::max(from, now - Millis(1000)), now) == Millis(0);
-}
-
 bool onStandby(Lab& lab, HostId node, Millis limit)
 {
 	return waitFor([&] { return lab.role(node) == "slave"; }, limit, "the other node to be on standby",
@@ -118,23 +108,6 @@ PhaseRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis to
 	}
 	phase.to = now;
 	phase.steadyAfter = change - from;
-	phase.programs = programsOf(lab);
-	measure(lab.timeline(), phase);
-	return phase;
-}
-
-PhaseRecord observeUntilBack(Lab& lab, Millis from, Millis blink, Millis limit, Millis took)
-{
-	PhaseRecord phase;
-	phase.from = from;
-	phase.took = took;
-	while (!phase.steady && lab.clock().now() - from < limit)
-	{
-		std::this_thread::sleep_for(Millis(50));
-		phase.to = lab.clock().now();
-		phase.steady = backAgain(lab.timeline().intervals(serviceTrack, phase.to), from, blink, phase.to);
-	}
-	phase.steadyAfter = phase.to - from;
 	phase.programs = programsOf(lab);
 	measure(lab.timeline(), phase);
 	return phase;

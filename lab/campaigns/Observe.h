@@ -19,10 +19,6 @@ void letServe(Lab& lab, HostId master, Millis limit);
 /// @param took  see PhaseRecord
 PhaseRecord observe(Lab& lab, Millis from, Millis quiet, Millis limit, Millis took = Millis(0));
 
-/// Waits until the service is back after an outage of more than `blink`, and measures.
-/// The phase is not steady where that did not happen within `limit` since `from`.
-PhaseRecord observeUntilBack(Lab& lab, Millis from, Millis blink, Millis limit, Millis took = Millis(0));
-
 /// Nodes on which the managed program runs (zombies left out).
 std::string programsOf(Lab& lab);
 

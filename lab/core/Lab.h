@@ -107,9 +107,6 @@ public:
 	/// One line with all of these.
 	std::string stateText() const;
 
-	/// From now on the client asks for nothing, and the timeline no longer tells who answers.
-	void stillClient() { m_serviceSampler.reset(); }
-
 	/// Waits until `node` alone holds the virtual address and answers the
 	/// client, without a break for `steady`.
 	bool waitForService(HostId node, Millis limit, Millis steady = Millis(3000), const WaitObserver& observer = {});

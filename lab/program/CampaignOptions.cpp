@@ -105,7 +105,7 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 	    ->capture_default_str()
 	    ->check(CLI::IsMember({"none", "port", "firewall", "neighbours"}));
 	command->add_option("--jobs", hostile.jobs, "Pairs side by side")->capture_default_str()->check(CLI::Range(1, 64));
-	command->add_flag("--json", hostile.json, "The records as JSON, for evidence/scripts/render_attacks.py");
+	command->add_flag("--json", hostile.json, "The records as JSON, for evidence/scripts/render.py");
 	command->add_option("--output", hostile.output, "Write the report to this file");
 	command->add_option("--expectations", hostile.table, "Table of what is expected (default: the built-in one)");
 	command->add_option("--timelines", hostile.timelines, "Directory for the timelines of cases that differ");

@@ -28,6 +28,8 @@ console=/usr/velarix/log/console.err
 defaults=/etc/default/velarix-ha
 release=/usr/libexec/velarix-ha/release
 
+maintenance=/usr/velarix/pid/maintenance
+
 # The pid file comes two seconds after the parent has gone.
 pid_file_within=15
 # At boot an interface, its address or a mounted program may come late.
@@ -231,6 +233,7 @@ prepare() {
 		fi
 		exit "$failed"
 	fi
+	refuse_in_maintenance
 	# Left by an agent that was not stopped but died with its host: the number
 	# may be another process's now, which would then be taken for the agent.
 	rm -f "$pid_file"
@@ -250,6 +253,18 @@ prepare() {
 		exit "$status"
 	}
 	archive_log_of_the_future
+}
+
+# A reboot does not end a maintenance, unless its time has passed.
+refuse_in_maintenance() {
+	[ -f "$maintenance" ] || return 0
+	until=$(sed -n 's/^until=\([0-9][0-9]*\)$/\1/p' "$maintenance")
+	if [ "${until:-0}" -gt "$(date +%s)" ]; then
+		say "not started: this node is in maintenance until $(date -d "@$until"): $(sed -n 's/^reason=//p' "$maintenance"); end it with velarixctl maintenance off"
+		exit "$wrong_settings"
+	fi
+	say "the maintenance of this node was forgotten and ends with this start"
+	rm -f "$maintenance"
 }
 
 has_pid_file() {
@@ -276,6 +291,8 @@ has_ended() {
 
 end_agent() {
 	kill -TERM "$1" 2>/dev/null || true
+	# In maintenance it is stopped, and would not hear it.
+	kill -CONT "$1" 2>/dev/null || true
 	within "$end_within" has_ended "$1" || {
 		say "the agent (pid $1) does not end by itself and is killed"
 		kill -KILL "$1" 2>/dev/null || true

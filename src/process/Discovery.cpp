@@ -141,7 +141,7 @@ std::string getProcessName(std::string& path)
 // "Running" means at least N matches in total, not each program at least once:
 // two instances of one program and none of another still count as running.
 // Operators with several workers per program depend on it. Pinned by
-// ProcessCount.TwoInstancesStandInForTheOther.
+// ProcDirectory.TheNumberOfMatchesDecides.
 bool Utill::isProcessRunning(OBSERVATION_MODE /*mode*/)
 {
 	std::vector<std::string> paths = getProcessList();

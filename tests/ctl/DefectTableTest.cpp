@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "CtlTest.h"
+#include "RowName.h"
 #include "SoundSettings.h"
 #include "ctl/check/Check.h"
 
@@ -29,11 +30,6 @@ struct Row
 	/// "SEVERITY ID LINE", one each line of the list
 	std::vector<std::string> expected;
 };
-
-void PrintTo(const Row& row, std::ostream* out)
-{
-	*out << row.name;
-}
 
 // clang-format off
 const Row kRows[] = {
@@ -197,7 +193,6 @@ TEST_P(DefectTable, IsFoundAtItsLine)
 	EXPECT_EQ(found, row.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& rowInfo) { return std::string(rowInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(kRows), rowName<Row>);
 
 } // namespace

@@ -52,6 +52,13 @@ protected:
 
 	EventsVerb() { now = std::chrono::sys_days(std::chrono::year(2026) / 11 / 21) + 12h; }
 
+	/// The settings, and the log with the story.
+	void writeStory() const
+	{
+		write(kSettingsPath, kSettings);
+		write(log, story());
+	}
+
 	/// A start, a take-over at nine and giving up at ten.
 	std::string story() const
 	{
@@ -64,8 +71,7 @@ protected:
 
 TEST_F(EventsVerb, FindsTheLogByTheSettings)
 {
-	write(kSettingsPath, kSettings);
-	write(log, story());
+	writeStory();
 	const Outcome outcome = runBelow({"events"});
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(outcome.err, "");
@@ -74,8 +80,7 @@ TEST_F(EventsVerb, FindsTheLogByTheSettings)
 
 TEST_F(EventsVerb, ColoursAreForATerminal)
 {
-	write(kSettingsPath, kSettings);
-	write(log, story());
+	writeStory();
 	colour = true;
 	const std::string coloured = runBelow({"events"}).out;
 	EXPECT_THAT(coloured, HasSubstr("\033[1mrole-changed       \033[0m  1 h"));
@@ -84,15 +89,13 @@ TEST_F(EventsVerb, ColoursAreForATerminal)
 
 TEST_F(EventsVerb, JsonIsAnObjectALine)
 {
-	write(kSettingsPath, kSettings);
-	write(log, story());
+	writeStory();
 	expectGolden("events-story.json", runBelow({"events", "--json"}).out);
 }
 
 TEST_F(EventsVerb, TellsWhatHappenedSinceATimeAndKnowsWhatWasBefore)
 {
-	write(kSettingsPath, kSettings);
-	write(log, story());
+	writeStory();
 	const Outcome outcome = runBelow({"events", "--since", "2h"});
 	EXPECT_EQ(outcome.code, 0);
 	expectGolden("events-since.txt", outcome.out);
@@ -103,8 +106,7 @@ TEST_F(EventsVerb, TellsWhatHappenedSinceATimeAndKnowsWhatWasBefore)
 
 TEST_F(EventsVerb, ATimeThatIsNoneIsAUsageError)
 {
-	write(kSettingsPath, kSettings);
-	write(log, story());
+	writeStory();
 	const Outcome outcome = runBelow({"events", "--since", "soon"});
 	EXPECT_EQ(outcome.code, 2);
 	EXPECT_EQ(outcome.out, "");
@@ -136,42 +138,23 @@ TEST_F(EventsVerb, ALogThatIsNamedNeedsNoSettings)
 	expectGolden("events-story.txt", outcome.out);
 }
 
-TEST_F(EventsVerb, WithoutSettingsTheWayOutIsTold)
+TEST_F(EventsVerb, WhatCannotBeReadIsSaid)
 {
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 66);
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(anonymous(outcome.err),
-	          "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: No such file or directory; "
-	          "name the log with --log\n");
-}
-
-TEST_F(EventsVerb, SettingsWithoutALogPathAreToldApart)
-{
+	const auto expectError = [this](int code, const std::string& error)
+	{
+		const Outcome outcome = runBelow({"events"});
+		EXPECT_EQ(outcome.code, code) << error;
+		EXPECT_EQ(outcome.out, "");
+		EXPECT_EQ(anonymous(outcome.err), "velarixctl: " + error + "\n");
+	};
+	expectError(66, "cannot read /usr/velarix/bin/ini/config.ini: No such file or directory; name the log with --log");
 	write(kSettingsPath, "[LOG]\nPURGEAGE = 1 days\n");
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 78);
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: /usr/velarix/bin/ini/config.ini has no LOG.PATH; name the log with "
-	                                  "--log\n");
-}
-
-TEST_F(EventsVerb, AMissingLogIsSaid)
-{
+	expectError(78, "/usr/velarix/bin/ini/config.ini has no LOG.PATH; name the log with --log");
 	write(kSettingsPath, kSettings);
 	write("/var/other", "");
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 66);
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: No such file or directory\n");
-}
-
-TEST_F(EventsVerb, ADirectoryInItsPlaceIsSaid)
-{
-	write(kSettingsPath, kSettings);
+	expectError(66, "cannot read /var/v.log: No such file or directory");
 	fs::create_directories(below(log));
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 66);
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: Is a directory\n");
+	expectError(66, "cannot read /var/v.log: Is a directory");
 }
 
 TEST_F(EventsVerb, AnEmptyLogHasNoEvents)
@@ -214,8 +197,7 @@ TEST_F(EventsVerb, TheLastLineCountsAlsoWithoutAnEnd)
 
 TEST_F(EventsVerb, WithoutRightsTheReasonIsSaid)
 {
-	write(kSettingsPath, kSettings);
-	write(log, story());
+	writeStory();
 	fs::permissions(root(), fs::perms::all);
 	fs::permissions(below(log), fs::perms::none);
 	const bool wasRoot = ::geteuid() == 0;

@@ -11,7 +11,6 @@
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -48,7 +47,6 @@ TEST(Catalogue, ARowIsAsOnThePage)
 	ASSERT_NE(row, nullptr);
 	EXPECT_EQ(row->file, "src/heartbeat/CHeartReciverStatus.cpp");
 	EXPECT_EQ(row->level, "debug");
-	EXPECT_EQ(row->letter(), 'D');
 	EXPECT_EQ(row->text, "slave -> master  process run");
 	EXPECT_EQ(row->when, "this node becomes master and starts the programs");
 	EXPECT_EQ(row->action, "nothing");
@@ -102,92 +100,86 @@ struct TextRow
 	bool fits;
 };
 
-class CatalogueText : public testing::TestWithParam<TextRow>
+TEST(Catalogue, ATextFitsItsFormatOrNot)
 {
+	const TextRow rows[] = {{"CHeartReciver", 549, "slave -> master  process run", true},
+	                        {"CHeartReciver", 549, "slave -> master process run", false},
+	                        {"CHeartReciver", 549, "slave -> master  process run ", false},
+	                        {"CHeartReciver", 88, "", true},
+	                        {"CHeartReciver", 88, "x", false},
+	                        {"CHeartReciver", 96, "networkResult: 1", true},
+	                        {"CHeartReciver", 96, "networkResult: -1", true},
+	                        {"CHeartReciver", 96, "networkResult: x", false},
+	                        {"CHeartReciver", 96, "networkResult: ", false},
+	                        {"CHeartReciver", 99, "networkStatus [0] m_myStatus[1]", true},
+	                        {"CHeartReciver", 99, "networkStatus [0] m_myStatus[]", false},
+	                        {"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", true},
+	                        {"CHeartSender", 79, "Sender a(CODE: b) (CODE: 1)[x][noName]", true},
+	                        {"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName", false},
+	                        {"Utill", 573, "command(a (b) : c) : d\n\n", true},
+	                        {"Utill", 573, "command(a) :", false},
+	                        {"Utill", 241, " 3processes are running at the same time", true},
+	                        {"Utill", 78,
+	                         "\n======================================================\n================ process run "
+	                         "=========================\n======================================================",
+	                         true}};
+	for (const TextRow& row : rows)
+	{
+		const CatalogueRow* const message = findMessage(row.label, row.number);
+		ASSERT_NE(message, nullptr) << row.label;
+		EXPECT_EQ(canBe(*message, row.text), row.fits) << row.text;
+	}
+}
+
+struct Pasted
+{
+	std::string message;
+	std::vector<std::string> places;
 };
 
-TEST_P(CatalogueText, FitsOrNot)
-{
-	const TextRow& row = GetParam();
-	const CatalogueRow* const message = findMessage(row.label, row.number);
-	ASSERT_NE(message, nullptr);
-	EXPECT_EQ(canBe(*message, row.text), row.fits);
-}
+constexpr char kHead[] = "2026-11-21 09:07:05.3 [4711:3][CHeartReciver:549] <D> ";
 
-INSTANTIATE_TEST_SUITE_P(
-    Row, CatalogueText,
-    testing::Values(
-        TextRow{"CHeartReciver", 549, "slave -> master  process run", true},
-        TextRow{"CHeartReciver", 549, "slave -> master process run", false},
-        TextRow{"CHeartReciver", 549, "slave -> master  process run ", false}, TextRow{"CHeartReciver", 88, "", true},
-        TextRow{"CHeartReciver", 88, "x", false}, TextRow{"CHeartReciver", 96, "networkResult: 1", true},
-        TextRow{"CHeartReciver", 96, "networkResult: -1", true},
-        TextRow{"CHeartReciver", 96, "networkResult: x", false}, TextRow{"CHeartReciver", 96, "networkResult: ", false},
-        TextRow{"CHeartReciver", 99, "networkStatus [0] m_myStatus[1]", true},
-        TextRow{"CHeartReciver", 99, "networkStatus [0] m_myStatus[]", false},
-        TextRow{"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", true},
-        TextRow{"CHeartSender", 79, "Sender a(CODE: b) (CODE: 1)[x][noName]", true},
-        TextRow{"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName", false},
-        TextRow{"Utill", 573, "command(a (b) : c) : d\n\n", true}, TextRow{"Utill", 573, "command(a) :", false},
-        TextRow{"Utill", 241, " 3processes are running at the same time", true},
-        TextRow{"Utill", 78,
-                "\n======================================================\n================ process run "
-                "=========================\n======================================================",
-                true}));
+const Pasted kPasted[] = {
+    // its place
+    {"CHeartReciver:549", {"CHeartReciver:549"}},
+    {"cheartreciver:549", {"CHeartReciver:549"}},
+    {"[CHeartReciver:549]", {"CHeartReciver:549"}},
+    {"CAgent:100", {"CAgent:100"}},
+    // a line of the log
+    {std::string(kHead) + "slave -> master  process run", {"CHeartReciver:549"}},
+    {std::string(kHead) + "something else", {"CHeartReciver:549 (other text)"}},
+    {std::string("node-a: ") + kHead + "slave -> master  process run", {"CHeartReciver:549"}},
+    {"2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> beat sent[noName]:/process/1/1/x/0/", {"CHeartSender:124"}},
+    // the echo on the console
+    {"**ERROR**(CHeartSender:79)Sender Connection refused(CODE: 111)[noName]", {"CHeartSender:79"}},
+    {"**DEBUG**(CHeartReciver:549)slave -> master  process run", {"CHeartReciver:549"}},
+    {"Nov 21 09:07:05 node-a VelarixHA[4711]: **ERROR**(CHeartReciver:146)Reciver Connect Timed Out",
+     {"CHeartReciver:146"}},
+    {"**ERROR**(CHeartReciver:146)other", {"CHeartReciver:146 (other text)"}},
+    // the report of a fatal condition
+    {"VelarixHA: CHeartReciver:138: virtual void CHeartReciver::run(): Assertion `0' failed.", {"CHeartReciver:138"}},
+    {"VelarixHA: QuorinINI:30: bool initialization::loadFile(const std::string&): Assertion `(1 == 0) && \"ini File "
+     "fopen fail.\"' failed.",
+     {"QuorinINI:30"}},
+    {"VelarixHA: CHeartReciver:138: void f(): Assertion `x' failed.", {"CHeartReciver:138 (other text)"}},
+    // its text
+    {"slave -> master  process run", {"CHeartReciver:549"}},
+    {"Sender Timeout(CODE: 0)[noName]", {"CHeartSender:79"}},
+    {"master -> slave  process kill", {"CHeartReciver:509", "CHeartReciver:517", "CHeartReciver:525"}},
+    {"process is waiting for ip setup:3", {"Utill"}},
+    {"Good Bye!!! [fork parent]\r", {"HAmain"}},
+    {"# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT", {"POCO"}},
+};
 
-TEST(ExplainMessage, ByItsPlace)
+TEST(ExplainMessage, IsFoundInEachOfItsForms)
 {
-	EXPECT_THAT(placesOf("CHeartReciver:549"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(placesOf("cheartreciver:549"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(placesOf("[CHeartReciver:549]"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(placesOf("CAgent:100"), ElementsAre("CAgent:100"));
-}
-
-TEST(ExplainMessage, ByALineOfTheLog)
-{
-	const std::string head = "2026-11-21 09:07:05.3 [4711:3][CHeartReciver:549] <D> ";
-	EXPECT_THAT(placesOf(head + "slave -> master  process run"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(placesOf(head + "something else"), ElementsAre("CHeartReciver:549 (other text)"));
-	EXPECT_THAT(placesOf("node-a: " + head + "slave -> master  process run"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(placesOf("2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> beat sent[noName]:/process/1/1/x/0/"),
-	            ElementsAre("CHeartSender:124"));
-}
-
-TEST(ExplainMessage, ByTheEchoOnTheConsole)
-{
-	EXPECT_THAT(placesOf("**ERROR**(CHeartSender:79)Sender Connection refused(CODE: 111)[noName]"),
-	            ElementsAre("CHeartSender:79"));
-	EXPECT_THAT(placesOf("**DEBUG**(CHeartReciver:549)slave -> master  process run"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(
-	    placesOf("Nov 21 09:07:05 node-a VelarixHA[4711]: **ERROR**(CHeartReciver:146)Reciver Connect Timed Out"),
-	    ElementsAre("CHeartReciver:146"));
-	EXPECT_THAT(placesOf("**ERROR**(CHeartReciver:146)other"), ElementsAre("CHeartReciver:146 (other text)"));
+	for (const Pasted& row : kPasted)
+	{
+		EXPECT_EQ(placesOf(row.message), row.places) << row.message;
+	}
 	ASSERT_EQ(explain("**WARNING**something").size(), 1U);
 	EXPECT_EQ(explain("**WARNING**something").front().row->text, "**WARNING**<text>");
 	EXPECT_EQ(explain("**CRITICAL**something").front().row->text, "**CRITICAL**<text>");
-}
-
-TEST(ExplainMessage, ByTheReportOfAFatalCondition)
-{
-	EXPECT_THAT(placesOf("VelarixHA: CHeartReciver:138: virtual void CHeartReciver::run(): Assertion `0' failed."),
-	            ElementsAre("CHeartReciver:138"));
-	EXPECT_THAT(
-	    placesOf("VelarixHA: QuorinINI:30: bool initialization::loadFile(const std::string&): Assertion `(1 == 0) "
-	             "&& \"ini File fopen fail.\"' failed."),
-	    ElementsAre("QuorinINI:30"));
-	EXPECT_THAT(placesOf("VelarixHA: CHeartReciver:138: void f(): Assertion `x' failed."),
-	            ElementsAre("CHeartReciver:138 (other text)"));
-}
-
-TEST(ExplainMessage, ByItsText)
-{
-	EXPECT_THAT(placesOf("slave -> master  process run"), ElementsAre("CHeartReciver:549"));
-	EXPECT_THAT(placesOf("Sender Timeout(CODE: 0)[noName]"), ElementsAre("CHeartSender:79"));
-	EXPECT_THAT(placesOf("master -> slave  process kill"),
-	            ElementsAre("CHeartReciver:509", "CHeartReciver:517", "CHeartReciver:525"));
-	EXPECT_THAT(placesOf("process is waiting for ip setup:3"), ElementsAre("Utill"));
-	EXPECT_THAT(placesOf("Good Bye!!! [fork parent]\r"), ElementsAre("HAmain"));
-	EXPECT_THAT(placesOf("# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT"), ElementsAre("POCO"));
 }
 
 TEST(ExplainMessage, WhatIsNotKnownIsNothing)
@@ -227,19 +219,22 @@ protected:
 	}
 };
 
-TEST_F(ExplainVerb, PrintsTheExplanation)
+TEST_F(ExplainVerb, PrintsWhatAMessageMeans)
 {
-	const Outcome outcome = run({"explain", "CHeartReciver:137"});
-	EXPECT_EQ(outcome.code, 0);
-	EXPECT_EQ(outcome.err, "");
-	expectGolden("explain-error.txt", outcome.out);
-}
-
-TEST_F(ExplainVerb, PrintsEveryMessageThatATextCanBe)
-{
-	const Outcome outcome = run({"explain", "master -> slave  process kill"});
-	EXPECT_EQ(outcome.code, 0);
-	expectGolden("explain-text.txt", outcome.out);
+	const std::vector<std::pair<const char*, std::vector<std::string>>> rows{
+	    {"explain-error.txt", {"explain", "CHeartReciver:137"}},
+	    {"explain.json", {"explain", "--json", "CHeartReciver:137"}},
+	    {"explain-text.txt", {"explain", "master -> slave  process kill"}},
+	    {"explain-fatal.txt",
+	     {"explain", "VelarixHA: CAgent:100: bool CAgent::processStart(): Assertion `1 == 0' failed."}},
+	    {"explain-other-text.txt", {"explain", "**ERROR**(CHeartReciver:146)Something new"}}};
+	for (const auto& [golden, arguments] : rows)
+	{
+		const Outcome outcome = run(arguments);
+		EXPECT_EQ(outcome.code, 0) << golden;
+		EXPECT_EQ(outcome.err, "") << golden;
+		expectGolden(golden, outcome.out);
+	}
 }
 
 TEST_F(ExplainVerb, TakesTheWordsOfATextThatWasNotQuoted)
@@ -247,28 +242,6 @@ TEST_F(ExplainVerb, TakesTheWordsOfATextThatWasNotQuoted)
 	const Outcome outcome = run({"explain", "DB", "is", "working"});
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.out, HasSubstr("Utill:728  debug  DB is working\n"));
-}
-
-TEST_F(ExplainVerb, PrintsAFatalCondition)
-{
-	const Outcome outcome =
-	    run({"explain", "VelarixHA: CAgent:100: bool CAgent::processStart(): Assertion `1 == 0' failed."});
-	EXPECT_EQ(outcome.code, 0);
-	expectGolden("explain-fatal.txt", outcome.out);
-}
-
-TEST_F(ExplainVerb, SaysWhenTheTextIsAnother)
-{
-	const Outcome outcome = run({"explain", "**ERROR**(CHeartReciver:146)Something new"});
-	EXPECT_EQ(outcome.code, 0);
-	expectGolden("explain-other-text.txt", outcome.out);
-}
-
-TEST_F(ExplainVerb, PrintsJson)
-{
-	const Outcome outcome = run({"explain", "--json", "CHeartReciver:137"});
-	EXPECT_EQ(outcome.code, 0);
-	expectGolden("explain.json", outcome.out);
 }
 
 TEST_F(ExplainVerb, ColoursThePlaceOnATerminal)

@@ -59,21 +59,9 @@ TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
 	EXPECT_FALSE(picture().programsRun);
 }
 
-TEST_F(HistoryTest, ARebootMayGiveTheSameProcessIdAgain)
-{
-	start();
-	pass(false);
-	events();
-	now += 1min;
-	start();
-	EXPECT_THAT(events(), testing::Contains("agent-ended (killed) 600ms"));
-}
-
 TEST_F(HistoryTest, AStartWhoseFirstMessageIsLostIsAStart)
 {
-	start();
-	pass(false);
-	events();
+	becomeStandby();
 	thread = 0;
 	say("CAgent", 38, "Slave CAgent()", 'I');
 	EXPECT_THAT(events(), ElementsAre("agent-ended (killed) 600ms", "agent-started 100ms"));
@@ -141,9 +129,7 @@ TEST_F(HistoryTest, AnAgentThatStartsBesideAnotherCannotStay)
 
 TEST_F(HistoryTest, AnAgentWithoutAnyMessageOfItsStartIsTold)
 {
-	start();
-	pass(false);
-	events();
+	becomeStandby();
 	process = 5000;
 	pass(true);
 	EXPECT_THAT(events(),
@@ -222,20 +208,15 @@ TEST_F(HistoryTest, MessagesWithoutADateHappenedWhenTheOneBeforeDid)
 	line.number = 505;
 	history.feed(line);
 	EXPECT_EQ(picture().process, 0);
+	LogLine garbage;
+	garbage.text = "garbage";
+	history.feed(garbage);
+	EXPECT_EQ(picture().letters.at('?'), 1U);
 	start();
 	line.process = 4711;
 	history.feed(line);
 	EXPECT_EQ(picture().role->value, Role::master);
 	EXPECT_EQ(picture().role->since, now);
-}
-
-TEST_F(HistoryTest, WhatHasNoHeadIsCountedAndNothingElse)
-{
-	LogLine line;
-	line.text = "garbage";
-	history.feed(line);
-	EXPECT_EQ(picture().letters.at('?'), 1U);
-	EXPECT_FALSE(picture().lastMessage);
 }
 
 TEST_F(HistoryTest, EachWorkersLastMessageIsKnown)

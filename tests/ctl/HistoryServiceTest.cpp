@@ -12,27 +12,6 @@ using testing::IsEmpty;
 namespace
 {
 
-TEST_F(HistoryTest, AnAskedSlaveRaisesTheAddressTwice)
-{
-	start();
-	pass(false);
-	heartbeat("/process/1/1/20261121090601/0/");
-	events();
-	heartbeat("/process/0/2/20261121090601/1/");
-	receiver(414);
-	ran(kStop);
-	service(680);
-	ran(kStart);
-	service(496, "ping: 10");
-	takeService();
-	EXPECT_THAT(events(),
-	            ElementsAre("partner-changed master->slave", "ask-received",
-	                        "role-changed slave->master (partner-asked) 900ms", "takeover-began (partner-asked)",
-	                        "address-starting (takeover)", "address-up answers 200ms", "address-dropped (takeover)",
-	                        "address-starting (takeover)", "address-up answers 300ms",
-	                        "programs-started (partner-asked) 100ms", "takeover-done (partner-asked) 1200ms"));
-}
-
 TEST_F(HistoryTest, AnAddressThatDoesNotAnswerIsToldOnce)
 {
 	becomeMaster();
@@ -62,7 +41,9 @@ TEST_F(HistoryTest, FailedStartsAreToldNowAndThen)
 	                        "address-failed try 1: the start command printed \"RTNETLINK answers: File exists\"",
 	                        "address-failed try 10: the start command printed \"RTNETLINK answers: File exists\"",
 	                        "address-failed try 100: the start command printed \"RTNETLINK answers: File exists\""));
+	EXPECT_EQ(picture().failedStarts, 100);
 	service(668);
+	EXPECT_EQ(picture().failedStarts, 0);
 	EXPECT_THAT(events(), ElementsAre("address-up listed, after 100 failed starts 30000ms"));
 }
 
@@ -115,17 +96,6 @@ TEST_F(HistoryTest, OneCycleWithoutProgramsIsNoFaultYet)
 	EXPECT_EQ(picture().fault(Fault::programs).count, 1U);
 }
 
-TEST_F(HistoryTest, ASlaveWithoutProgramsIsNoFault)
-{
-	start();
-	pass(false);
-	events();
-	checked('S', 0);
-	checked('S', 0);
-	checked('S', 0);
-	EXPECT_THAT(events(), IsEmpty());
-}
-
 TEST_F(HistoryTest, GivenCommandsServeUntilTheLogTellsThem)
 {
 	std::vector<std::string> told;
@@ -164,14 +134,6 @@ TEST_F(HistoryTest, WithoutTheStartTheCommandsAreKnownByWhatIsGoingOn)
 	                                  "address-dropped (give-up) an output of lines"));
 }
 
-TEST_F(HistoryTest, ACommandThatNobodyAwaitsIsNothing)
-{
-	becomeMaster();
-	receiver(94);
-	ran("something else");
-	EXPECT_THAT(events(), IsEmpty());
-}
-
 TEST_F(HistoryTest, TheHeartbeatsOfBothSidesAreInThePicture)
 {
 	start();
@@ -194,7 +156,9 @@ TEST_F(HistoryTest, APortThatRefusesIsOneFault)
 		thread = 2;
 		say("CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", 'E');
 	}
+	EXPECT_EQ(picture().refusals, 3);
 	sent("/process/0/2/x/0/");
+	EXPECT_EQ(picture().refusals, 0);
 	EXPECT_THAT(events(),
 	            ElementsAre("fault-found partner-port Connection refused(CODE: 111)", "fault-gone partner-port 300ms"));
 }

@@ -139,6 +139,19 @@ protected:
 		events();
 	}
 
+	void becomeStandby()
+	{
+		start();
+		pass(false);
+		events();
+	}
+	void giveUpAndAsk()
+	{
+		becomeMaster();
+		receiver(106);
+		events();
+	}
+
 	/// What was told since the last call.
 	std::vector<std::string> events()
 	{

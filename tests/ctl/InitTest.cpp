@@ -72,13 +72,9 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	EXPECT_EQ(outcome.err, "");
 	expectGolden("init-a.ini", readFile(file("a/config.ini")));
 	expectGolden("init-b.ini", readFile(file("b/config.ini")));
+	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
 	EXPECT_EQ(readFile(file("a/runinfo.txt")), kInitialRunInfo);
 	EXPECT_EQ(readFile(file("b/runinfo.txt")), kInitialRunInfo);
-}
-
-TEST_F(Init, TheRecordIsTheOneThatThePackagesInstall)
-{
-	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
 }
 
 TEST_F(Init, TheFirewallKnowsTheNodeAndItsPartner)
@@ -125,39 +121,6 @@ TEST_F(Init, WhatItPutsInPlaceMakesASoundNode)
 	const Outcome checked = runBelow({"check", "--partner", file("b/config.ini").string()});
 	EXPECT_EQ(checked.code, 0);
 	EXPECT_THAT(checked.out, EndsWith("0 errors, 0 warnings\n"));
-}
-
-TEST_F(Init, TheTwoFilesMirrorEachOther)
-{
-	run(arguments({"--program=/opt/service/bin/worker"}));
-	const SettingsFile a = settingsOf("a");
-	const SettingsFile b = settingsOf("b");
-	EXPECT_EQ(a.text(key::kThisServerIP), b.text(key::kPartnerIP));
-	EXPECT_EQ(b.text(key::kThisServerIP), a.text(key::kPartnerIP));
-	EXPECT_EQ(a.integer(key::kMode), 1);
-	EXPECT_EQ(b.integer(key::kMode), 2);
-	std::vector<std::string> different;
-	ASSERT_EQ(a.lines().size(), b.lines().size());
-	for (const SettingLine& line : a.lines())
-	{
-		if (a.text(line.key) != b.text(line.key))
-		{
-			different.push_back(line.key);
-		}
-	}
-	EXPECT_THAT(different, ElementsAre(key::kMode, key::kThisServerIP, key::kPartnerIP));
-	EXPECT_THAT(a.programs(), ElementsAre("/opt/service/bin/server", "/opt/service/bin/worker"));
-}
-
-TEST_F(Init, EveryKeyIsWritten)
-{
-	run(arguments());
-	const SettingsFile a = settingsOf("a");
-	for (const KeyInfo& info : settingsKeys())
-	{
-		const std::string name(info.name);
-		EXPECT_NE(a.find(name == key::kProcessPath ? programKey(1) : name), nullptr) << name;
-	}
 }
 
 TEST_F(Init, ItsValuesAreThoseOfTheSample)

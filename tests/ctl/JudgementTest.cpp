@@ -1,9 +1,8 @@
 // What is wrong in which state, and whether a failover would work then.
 
-#include <functional>
-
-#include "StateTest.h"
 #include "ctl/status/Judgement.h"
+#include "RowName.h"
+#include "StateTest.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
@@ -23,10 +22,10 @@ struct Row
 {
 	const char* name;
 	Side side;
-	/// Breaks a sound node, whose state the test has read.
-	std::function<void(NodeState&)> change;
 	/// "ID grade" or "ID grade blocks", in the order of the list.
 	std::vector<std::string> problems;
+	/// Breaks a sound node, whose state the test has read.
+	void (*change)(NodeState&);
 };
 
 void partner(NodeState& state, bool master, bool asking = false)
@@ -37,8 +36,7 @@ void partner(NodeState& state, bool master, bool asking = false)
 
 void silence(NodeState& state)
 {
-	state.partnerRole.why = "no heartbeat for 20 s";
-	state.partnerAsks.why = state.partnerRole.why;
+	state.partnerRole.why = state.partnerAsks.why = "no heartbeat for 20 s";
 }
 
 FaultState& fault(NodeState& state, Fault which)
@@ -46,280 +44,102 @@ FaultState& fault(NodeState& state, Fault which)
 	return state.tail.picture.faults[static_cast<std::size_t>(which)];
 }
 
-const std::vector<Row>& rows()
+void takeOver(NodeState& state, std::chrono::seconds since, int failedStarts = 0)
 {
-	static const std::vector<Row> all{
-	    {"SoundMaster", Side::master, [](NodeState&) {}, {}},
-	    {"SoundSlave", Side::slave, [](NodeState&) {}, {}},
-
-	    {"ThreadLost",
-	     Side::master,
-	     [](NodeState& state) { state.agent.threads = 3; },
-	     {"thread-lost critical blocks"}},
-	    {"ReceiverStuck",
-	     Side::slave,
-	     [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 18s; },
-	     {"receiver-stuck critical blocks"}},
-	    {"ReceiverSlow",
-	     Side::slave,
-	     [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 16s; },
-	     {}},
-	    {"ReceiverBusyWithATakeOver",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.tail.picture.lastOfReceiver = state.now - 60s;
-		     state.tail.picture.takeOver = Event{};
-		     state.tail.picture.takeOver->time = state.now - 60s;
-	     },
-	     {"taking-over warning blocks"}},
-
-	    {"NoCarrierForHeartbeats",
-	     Side::slave,
-	     [](NodeState& state) { state.communicationCard.told = false; },
-	     {"communication-card warning blocks"}},
-	    {"NoCommunicationCard",
-	     Side::master,
-	     [](NodeState& state) { state.communicationCard = notKnown<bool>("there is no interface eth1"); },
-	     {"communication-card warning blocks"}},
-	    {"NoServiceCarrierOnAMaster",
-	     Side::master,
-	     [](NodeState& state) { state.serviceCard.told = false; },
-	     {"service-card critical"}},
-	    {"NoServiceCarrierOnASlave",
-	     Side::slave,
-	     [](NodeState& state) { state.serviceCard.told = false; },
-	     {"service-card warning blocks"}},
-	    {"NoGatewayOnAMaster",
-	     Side::master,
-	     [](NodeState& state) { state.gatewayAnswers.told = false; },
-	     {"gateway critical"}},
-	    {"NoGatewayOnASlave",
-	     Side::slave,
-	     [](NodeState& state) { state.gatewayAnswers.told = false; },
-	     {"gateway warning blocks"}},
-	    {"GatewayNotAsked",
-	     Side::slave,
-	     [](NodeState& state) { state.gatewayAnswers = notKnown<bool>("this user may not send pings"); },
-	     {}},
-
-	    {"PartnerSilentToAMaster",
-	     Side::master,
-	     [](NodeState& state) { silence(state); },
-	     {"partner-silent warning blocks"}},
-	    {"AddressOnAnotherHostToo",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     silence(state);
-		     state.otherHolder = "52:54:00:00:00:02";
-	     },
-	     {"duplicate-address critical blocks"}},
-	    {"PartnerSilentToASlave", Side::slave, [](NodeState& state) { silence(state); }, {"partner-silent warning"}},
-	    {"PartnerMute",
-	     Side::slave,
-	     [](NodeState& state)
-	     {
-		     silence(state);
-		     fault(state, Fault::heartbeats).there = true;
-	     },
-	     {"partner-mute critical blocks"}},
-	    {"TwoMasters", Side::master, [](NodeState& state) { partner(state, true); }, {"two-masters critical blocks"}},
-	    {"NoMaster", Side::slave, [](NodeState& state) { partner(state, false); }, {"no-master critical blocks"}},
-	    {"PartnerAsks",
-	     Side::slave,
-	     [](NodeState& state) { partner(state, false, true); },
-	     {"no-master critical blocks", "partner-asks warning blocks"}},
-	    {"Asks",
-	     Side::slave,
-	     [](NodeState& state)
-	     {
-		     partner(state, false);
-		     state.asking.told = true;
-	     },
-	     {"no-master critical blocks", "asks warning blocks"}},
-	    {"PartnerRefuses",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     fault(state, Fault::partnerPort).there = true;
-		     state.tail.picture.refusals = 3;
-	     },
-	     {"partner-refuses warning blocks"}},
-	    {"PartnerRefusedTwice",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     fault(state, Fault::partnerPort).there = true;
-		     state.tail.picture.refusals = 2;
-	     },
-	     {}},
-
-	    {"Flapping",
-	     Side::slave,
-	     [](NodeState& state) {
-		     state.tail.picture.roleChanges = {state.now - 299s, state.now - 150s, state.now - 9s};
-	     },
-	     {"flapping critical"}},
-	    {"MovedThereAndBack",
-	     Side::slave,
-	     [](NodeState& state) {
-		     state.tail.picture.roleChanges = {state.now - 301s, state.now - 150s, state.now - 9s};
-	     },
-	     {}},
-	    {"StartFails",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.tail.picture.takeOver = Event{};
-		     state.tail.picture.takeOver->time = state.now - 20s;
-		     state.tail.picture.failedStarts = 2;
-	     },
-	     {"start-fails critical blocks", "taking-over warning blocks"}},
-	    {"StartFailedOnce",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.tail.picture.takeOver = Event{};
-		     state.tail.picture.takeOver->time = state.now - 20s;
-		     state.tail.picture.failedStarts = 1;
-	     },
-	     {"taking-over warning blocks"}},
-
-	    {"LogDiskNearlyFull",
-	     Side::slave,
-	     [](NodeState& state) { state.logSpace.told = 119'999'999; },
-	     {"log-disk warning"}},
-	    {"LogDiskFull",
-	     Side::slave,
-	     [](NodeState& state) { state.logSpace.told = 999'999; },
-	     {"log-disk critical blocks"}},
-	    {"LogDiskWithRoom", Side::slave, [](NodeState& state) { state.logSpace.told = 120'000'000; }, {}},
-	    {"LogBegunAhead",
-	     Side::slave,
-	     [](NodeState& state) { state.logBegunAhead = state.now + 24h; },
-	     {"log-begun-ahead warning"}},
-	    {"LogOfAnotherZone",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.otherZone = true;
-		     state.role.why = state.distrust = "another time zone";
-	     },
-	     {"log-time-zone unknown"}},
-	    {"Console", Side::master, [](NodeState& state) { state.agent.console = "a pipe"; }, {"agent-console warning"}},
-
-	    {"AddressMissing",
-	     Side::master,
-	     [](NodeState& state) { state.address.told->held = false; },
-	     {"address-missing critical"}},
-	    {"AddressUnlisted",
-	     Side::master,
-	     [](NodeState& state) { state.address.told->listed = false; },
-	     {"address-unlisted warning"}},
-	    {"ProgramsMissing",
-	     Side::master,
-	     [](NodeState& state) { state.programs.told->run = false; },
-	     {"programs-missing critical"}},
-	    {"AddressOnASlave",
-	     Side::slave,
-	     [](NodeState& state) { state.address.told->held = true; },
-	     {"address-on-slave critical"}},
-	    {"ProgramsOnASlave",
-	     Side::slave,
-	     [](NodeState& state) { state.programs.told->run = true; },
-	     {"programs-on-slave warning"}},
-	    {"NoProgramsAtAll",
-	     Side::slave,
-	     [](NodeState& state) {
-		     state.programs.told = Programs{{}, true};
-	     },
-	     {}},
-	    {"ProgramFile",
-	     Side::slave,
-	     [](NodeState& state) { state.programs.told->each[0].executable = false; },
-	     {"program-file warning blocks"}},
-	    {"ProgramFileNotKnown",
-	     Side::slave,
-	     [](NodeState& state) { state.programs.told->each[0].executable.reset(); },
-	     {}},
-
-	    {"SettingsNewer",
-	     Side::master,
-	     [](NodeState& state) { state.settingsNewer = true; },
-	     {"settings-newer warning"}},
-	    {"Stranger", Side::master, [](NodeState& state) { state.agent.stranger = 6000; }, {"agent-stranger warning"}},
-	    {"RoleNotTold",
-	     Side::master,
-	     [](NodeState& state) { state.role = notKnown<Role>("the log does not tell"); },
-	     {"role-not-known unknown"}},
-	    {"LogStale",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.logStale = true;
-		     state.role.why = state.distrust = "silent";
-	     },
-	     {"log-stale critical blocks"}},
-	    {"Starting",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.starting = true;
-		     state.role.why = state.distrust = "nothing yet";
-	     },
-	     {"agent-starting warning blocks"}},
-	    {"Dead",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.agent.state = AgentState::dead;
-		     state.role.why = "dead";
-	     },
-	     {"agent-dead critical blocks"}},
-	    {"NoPidFile",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.agent.state = AgentState::noPidFile;
-		     state.role.why = "none";
-	     },
-	     {"agent-not-running critical blocks"}},
-	    {"Frozen",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.agent.state = AgentState::frozen;
-		     state.role.why = "frozen";
-	     },
-	     {"agent-frozen critical blocks"}},
-	    {"AgentNotKnown",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.agent.state = AgentState::notKnown;
-		     state.agent.text = state.role.why = "hidden";
-	     },
-	     {"agent-not-known unknown"}},
-	    {"NoSettings",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.settings.reset();
-		     state.settingsProblem = state.role.why = "no settings";
-	     },
-	     {"settings-unreadable unknown"}},
-	    {"NoLog",
-	     Side::master,
-	     [](NodeState& state)
-	     {
-		     state.tail.problem = "no log";
-		     state.role.why = "no log";
-	     },
-	     {"log-unreadable unknown"}},
-	};
-	return all;
+	state.tail.picture.takeOver = Event{};
+	state.tail.picture.takeOver->time = state.now - since;
+	state.tail.picture.failedStarts = failedStarts;
 }
+
+void refused(NodeState& state, int times)
+{
+	fault(state, Fault::partnerPort).there = true;
+	state.tail.picture.refusals = times;
+}
+
+void roleChanged(NodeState& state, std::chrono::seconds firstTime)
+{
+	state.tail.picture.roleChanges = {state.now - firstTime, state.now - 150s, state.now - 9s};
+}
+
+/// Nothing of the log counts.
+void distrust(NodeState& state)
+{
+	state.role.why = state.distrust = "a reason";
+}
+
+void agentIs(NodeState& state, AgentState what)
+{
+	state.agent.state = what;
+	state.agent.text = state.role.why = "a reason";
+}
+
+constexpr Side kMaster = Side::master;
+constexpr Side kSlave = Side::slave;
+
+// clang-format off
+const Row kRows[] = {
+    {"SoundMaster",               kMaster, {},                                       [](NodeState&) {}},
+    {"SoundSlave",                kSlave,  {},                                       [](NodeState&) {}},
+
+    {"ThreadLost",                kMaster, {"thread-lost critical blocks"},          [](NodeState& state) { state.agent.threads = 3; }},
+    {"ReceiverStuck",             kSlave,  {"receiver-stuck critical blocks"},       [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 18s; }},
+    {"ReceiverSlow",              kSlave,  {},                                       [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 16s; }},
+    {"ReceiverBusyWithATakeOver", kMaster, {"taking-over warning blocks"},           [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 60s; takeOver(state, 60s); }},
+
+    {"NoCarrierForHeartbeats",    kSlave,  {"communication-card warning blocks"},    [](NodeState& state) { state.communicationCard.told = false; }},
+    {"NoCommunicationCard",       kMaster, {"communication-card warning blocks"},    [](NodeState& state) { state.communicationCard = notKnown<bool>("there is no interface eth1"); }},
+    {"NoServiceCarrierOnAMaster", kMaster, {"service-card critical"},                [](NodeState& state) { state.serviceCard.told = false; }},
+    {"NoServiceCarrierOnASlave",  kSlave,  {"service-card warning blocks"},          [](NodeState& state) { state.serviceCard.told = false; }},
+    {"NoGatewayOnAMaster",        kMaster, {"gateway critical"},                     [](NodeState& state) { state.gatewayAnswers.told = false; }},
+    {"NoGatewayOnASlave",         kSlave,  {"gateway warning blocks"},               [](NodeState& state) { state.gatewayAnswers.told = false; }},
+    {"GatewayNotAsked",           kSlave,  {},                                       [](NodeState& state) { state.gatewayAnswers = notKnown<bool>("this user may not send pings"); }},
+
+    {"PartnerSilentToAMaster",    kMaster, {"partner-silent warning blocks"},        [](NodeState& state) { silence(state); }},
+    {"AddressOnAnotherHostToo",   kMaster, {"duplicate-address critical blocks"},    [](NodeState& state) { silence(state); state.otherHolder = "02:00"; }},
+    {"PartnerSilentToASlave",     kSlave,  {"partner-silent warning"},               [](NodeState& state) { silence(state); }},
+    {"PartnerMute",               kSlave,  {"partner-mute critical blocks"},         [](NodeState& state) { silence(state); fault(state, Fault::heartbeats).there = true; }},
+    {"TwoMasters",                kMaster, {"two-masters critical blocks"},          [](NodeState& state) { partner(state, true); }},
+    {"NoMaster",                  kSlave,  {"no-master critical blocks"},            [](NodeState& state) { partner(state, false); }},
+    {"PartnerAsks",               kSlave,  {"no-master critical blocks", "partner-asks warning blocks"}, [](NodeState& state) { partner(state, false, true); }},
+    {"Asks",                      kSlave,  {"no-master critical blocks", "asks warning blocks"}, [](NodeState& state) { partner(state, false); state.asking.told = true; }},
+    {"PartnerRefuses",            kMaster, {"partner-refuses warning blocks"},       [](NodeState& state) { refused(state, 3); }},
+    {"PartnerRefusedTwice",       kMaster, {},                                       [](NodeState& state) { refused(state, 2); }},
+
+    {"Flapping",                  kSlave,  {"flapping critical"},                    [](NodeState& state) { roleChanged(state, 299s); }},
+    {"MovedThereAndBack",         kSlave,  {},                                       [](NodeState& state) { roleChanged(state, 301s); }},
+    {"StartFails",                kMaster, {"start-fails critical blocks", "taking-over warning blocks"}, [](NodeState& state) { takeOver(state, 20s, 2); }},
+    {"StartFailedOnce",           kMaster, {"taking-over warning blocks"},           [](NodeState& state) { takeOver(state, 20s, 1); }},
+
+    {"LogDiskNearlyFull",         kSlave,  {"log-disk warning"},                     [](NodeState& state) { state.logSpace.told = 119'999'999; }},
+    {"LogDiskFull",               kSlave,  {"log-disk critical blocks"},             [](NodeState& state) { state.logSpace.told = 999'999; }},
+    {"LogDiskWithRoom",           kSlave,  {},                                       [](NodeState& state) { state.logSpace.told = 120'000'000; }},
+    {"LogBegunAhead",             kSlave,  {"log-begun-ahead warning"},              [](NodeState& state) { state.logBegunAhead = state.now + 24h; }},
+    {"LogOfAnotherZone",          kMaster, {"log-time-zone unknown"},                [](NodeState& state) { state.otherZone = true; distrust(state); }},
+    {"Console",                   kMaster, {"agent-console warning"},                [](NodeState& state) { state.agent.console = "a pipe"; }},
+
+    {"AddressMissing",            kMaster, {"address-missing critical"},             [](NodeState& state) { state.address.told->held = false; }},
+    {"AddressUnlisted",           kMaster, {"address-unlisted warning"},             [](NodeState& state) { state.address.told->listed = false; }},
+    {"ProgramsMissing",           kMaster, {"programs-missing critical"},            [](NodeState& state) { state.programs.told->run = false; }},
+    {"AddressOnASlave",           kSlave,  {"address-on-slave critical"},            [](NodeState& state) { state.address.told->held = true; }},
+    {"ProgramsOnASlave",          kSlave,  {"programs-on-slave warning"},            [](NodeState& state) { state.programs.told->run = true; }},
+    {"NoProgramsAtAll",           kSlave,  {},                                       [](NodeState& state) { state.programs.told = Programs{{}, true}; }},
+    {"ProgramFile",               kSlave,  {"program-file warning blocks"},          [](NodeState& state) { state.programs.told->each[0].executable = false; }},
+    {"ProgramFileNotKnown",       kSlave,  {},                                       [](NodeState& state) { state.programs.told->each[0].executable.reset(); }},
+
+    {"SettingsNewer",             kMaster, {"settings-newer warning"},               [](NodeState& state) { state.settingsNewer = true; }},
+    {"Stranger",                  kMaster, {"agent-stranger warning"},               [](NodeState& state) { state.agent.stranger = 6000; }},
+    {"RoleNotTold",               kMaster, {"role-not-known unknown"},               [](NodeState& state) { state.role = notKnown<Role>("the log does not tell"); }},
+    {"LogStale",                  kMaster, {"log-stale critical blocks"},            [](NodeState& state) { state.logStale = true; distrust(state); }},
+    {"Starting",                  kMaster, {"agent-starting warning blocks"},        [](NodeState& state) { state.starting = true; distrust(state); }},
+    {"Dead",                      kMaster, {"agent-dead critical blocks"},           [](NodeState& state) { agentIs(state, AgentState::dead); }},
+    {"NoPidFile",                 kMaster, {"agent-not-running critical blocks"},    [](NodeState& state) { agentIs(state, AgentState::noPidFile); }},
+    {"Frozen",                    kMaster, {"agent-frozen critical blocks"},         [](NodeState& state) { agentIs(state, AgentState::frozen); }},
+    {"AgentNotKnown",             kMaster, {"agent-not-known unknown"},              [](NodeState& state) { agentIs(state, AgentState::notKnown); }},
+    {"NoSettings",                kMaster, {"settings-unreadable unknown"},          [](NodeState& state) { state.settings.reset(); state.settingsProblem = state.role.why = "no settings"; }},
+    {"NoLog",                     kMaster, {"log-unreadable unknown"},               [](NodeState& state) { state.tail.problem = state.role.why = "no log"; }},
+};
+// clang-format on
 
 } // namespace
 
@@ -356,13 +176,12 @@ TEST_P(JudgementOfAState, ListsWhatIsWrong)
 	}
 }
 
-INSTANTIATE_TEST_SUITE_P(Row, JudgementOfAState, testing::ValuesIn(rows()),
-                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Row, JudgementOfAState, testing::ValuesIn(kRows), rowName<Row>);
 
 TEST(Judgement, KnowsNoProblemThatTheMonitoringPageDoesNotExplain)
 {
 	const std::string page = readFile(VELARIX_CTL_MONITORING);
-	for (const Row& row : rows())
+	for (const Row& row : kRows)
 	{
 		for (const std::string& problem : row.problems)
 		{

@@ -64,26 +64,6 @@ TEST_F(LogBackwards, TheLastMessagesComeInTheirOrder)
 	EXPECT_THAT(trouble, IsEmpty());
 }
 
-TEST_F(LogBackwards, AsMuchIsReadAsIsWanted)
-{
-	std::string text;
-	for (int number = 1; number <= 50000; ++number)
-	{
-		text += logLine("08:00:00.0", "A:" + std::to_string(number), "a message");
-	}
-	write("/log/v.log", text);
-	std::vector<int> numbers;
-	readBackwards(
-	    log, now,
-	    [&](const LogLine& line)
-	    {
-		    numbers.push_back(line.number);
-		    return line.number > 49998;
-	    },
-	    trouble);
-	EXPECT_THAT(numbers, ElementsAre(50000, 49999, 49998));
-}
-
 TEST_F(LogBackwards, EveryMessageOfALongLogComesOnce)
 {
 	std::string text;
@@ -163,17 +143,6 @@ TEST_F(LogBackwards, ALinkIsNoArchive)
 	write("/elsewhere", logLine("08:00:01.0", "A:1", "secret"));
 	fs::create_symlink("../elsewhere", below("/log/v.log.20261121080001500"));
 	EXPECT_THAT(last(9), ElementsAre("A:2 written"));
-}
-
-TEST_F(LogBackwards, AHugeLineIsCutAndSaysByHowMuch)
-{
-	const std::string huge(5 * kLongestText + 7, 'x');
-	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + logLine("08:00:01.0", "A:2", huge) +
-	                        logLine("08:00:02.0", "A:3", "third"));
-	const std::vector<LogLine> lines = lastLines(9, now);
-	ASSERT_EQ(lines.size(), 3U);
-	EXPECT_EQ(lines.at(1).place(), "A:2");
-	EXPECT_EQ(lines.at(1).text.size() + lines.at(1).cut, huge.size());
 }
 
 TEST_F(LogBackwards, ALongLineIsCutWhereTheForwardReaderCutsIt)

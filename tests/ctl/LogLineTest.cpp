@@ -60,56 +60,55 @@ TEST(LogLine, EveryByteOfTheTextIsKept)
 }
 
 /// What is no head, one defect each.
-class NoHead : public testing::TestWithParam<const char*>
-{
-};
-
-TEST_P(NoHead, IsNotRead)
+TEST(LogLine, WhatIsNoHeadIsNotRead)
 {
 	LogClock clock;
-	EXPECT_FALSE(parseHead(GetParam(), clock));
+	const char* const rows[] = {
+	    "",
+	    " ",
+	    "# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT",
+	    "======================================================",
+	    "2026-11-21 09:07:05.3",
+	    "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D>",
+	    "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <d> x",
+	    "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <DD> x",
+	    "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124]<D> x",
+	    "2026-11-21 09:07:05.3 [4711:2][CHeartSender] <D> x",
+	    "2026-11-21 09:07:05.3 [4711:2][:124] <D> x",
+	    "2026-11-21 09:07:05.3 [4711:2][CHeart Sender:124] <D> x",
+	    "2026-11-21 09:07:05.3 [4711:2] [CHeartSender:124] <D> x",
+	    "2026-11-21 09:07:05.3 [4711][CHeartSender:124] <D> x",
+	    "2026-11-21 09:07:05.3 [-1:2][CHeartSender:124] <D> x",
+	    "2026-11-21 09:07:05.3 [99999999999999999999:2][CHeartSender:124] <D> x",
+	    "2026-11-21 09:07:05.3 [1:2][CHeartSender:99999999999] <D> x",
+	    "2026-11-21 09:07:05,3 [4711:2][CHeartSender:124] <D> x",
+	    "2026-11-21T09:07:05.3 [4711:2][CHeartSender:124] <D> x",
+	    "2026-11-21 9:07:05.30 [4711:2][CHeartSender:124] <D> x",
+	    " 2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> x",
+	    "2026-11-21 09:07:05.3 [4711:2][AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA:1] "
+	    "<D> x"};
+	for (const char* const row : rows)
+	{
+		EXPECT_FALSE(parseHead(row, clock)) << row;
+	}
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Line, NoHead,
-    testing::Values(
-        "", " ", "# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT",
-        "======================================================", "2026-11-21 09:07:05.3",
-        "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D>",
-        "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <d> x",
-        "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <DD> x",
-        "2026-11-21 09:07:05.3 [4711:2][CHeartSender:124]<D> x", "2026-11-21 09:07:05.3 [4711:2][CHeartSender] <D> x",
-        "2026-11-21 09:07:05.3 [4711:2][:124] <D> x", "2026-11-21 09:07:05.3 [4711:2][CHeart Sender:124] <D> x",
-        "2026-11-21 09:07:05.3 [4711:2] [CHeartSender:124] <D> x",
-        "2026-11-21 09:07:05.3 [4711][CHeartSender:124] <D> x", "2026-11-21 09:07:05.3 [-1:2][CHeartSender:124] <D> x",
-        "2026-11-21 09:07:05.3 [99999999999999999999:2][CHeartSender:124] <D> x",
-        "2026-11-21 09:07:05.3 [1:2][CHeartSender:99999999999] <D> x",
-        "2026-11-21 09:07:05,3 [4711:2][CHeartSender:124] <D> x",
-        "2026-11-21T09:07:05.3 [4711:2][CHeartSender:124] <D> x",
-        "2026-11-21 9:07:05.30 [4711:2][CHeartSender:124] <D> x",
-        " 2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> x",
-        "2026-11-21 09:07:05.3 [4711:2][AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA:1] "
-        "<D> x"));
 
 /// A head whose date does not exist is a head without a time.
-class NoDate : public testing::TestWithParam<const char*>
-{
-};
-
-TEST_P(NoDate, LeavesTheTimeEmpty)
+TEST(LogLine, ADateThatDoesNotExistLeavesTheTimeEmpty)
 {
 	LogClock clock;
-	const auto line = parseHead(std::string(GetParam()) + " [4711:2][CHeartSender:124] <D> x", clock);
-	ASSERT_TRUE(line);
-	EXPECT_FALSE(line->time);
+	const char* const rows[] = {"2026-02-29 09:07:05.3", "2026-13-01 09:07:05.3", "2026-00-01 09:07:05.3",
+	                            "2026-11-31 09:07:05.3", "2026-11-00 09:07:05.3", "2026-11-21 24:07:05.3",
+	                            "2026-11-21 09:60:05.3", "2026-11-21 09:07:61.3", "2026-99-99 99:99:99.9",
+	                            "9909-11-21 09:07:05.3", "2201-01-01 00:00:00.0", "1969-12-31 23:59:59.9",
+	                            "0000-11-21 09:07:05.3"};
+	for (const char* const row : rows)
+	{
+		const auto line = parseHead(std::string(row) + " [4711:2][CHeartSender:124] <D> x", clock);
+		ASSERT_TRUE(line) << row;
+		EXPECT_FALSE(line->time) << row;
+	}
 }
-
-INSTANTIATE_TEST_SUITE_P(Date, NoDate,
-                         testing::Values("2026-02-29 09:07:05.3", "2026-13-01 09:07:05.3", "2026-00-01 09:07:05.3",
-                                         "2026-11-31 09:07:05.3", "2026-11-00 09:07:05.3", "2026-11-21 24:07:05.3",
-                                         "2026-11-21 09:60:05.3", "2026-11-21 09:07:61.3", "2026-99-99 99:99:99.9",
-                                         "9909-11-21 09:07:05.3", "2201-01-01 00:00:00.0", "1969-12-31 23:59:59.9",
-                                         "0000-11-21 09:07:05.3"));
 
 TEST(LogClock, DatesAreLocal)
 {
@@ -197,25 +196,21 @@ struct HeartbeatRow
 	bool asking;
 };
 
-class ReadHeartbeat : public testing::TestWithParam<HeartbeatRow>
+TEST(ReadHeartbeat, AsTheReceiverDoes)
 {
-};
-
-TEST_P(ReadHeartbeat, AsTheReceiverDoes)
-{
-	const auto heartbeat = parseHeartbeat(GetParam().text);
-	ASSERT_TRUE(heartbeat);
-	EXPECT_EQ(*heartbeat, (Heartbeat{GetParam().running, GetParam().master, GetParam().started, GetParam().asking}));
+	const HeartbeatRow rows[] = {{"/process/1/1/20261121090601/0/", true, true, "20261121090601", false},
+	                             {"/process/0/2/20261121090601/1/", false, false, "20261121090601", true},
+	                             {"/process/1/1//0/", true, true, "", false},
+	                             {"/processX/1/1/x/10/", true, true, "x", true},
+	                             {"/process/1/01/x/ 1", true, false, "x", false},
+	                             {"x/process/2/1/x/0/more/fields", false, true, "x", false}};
+	for (const HeartbeatRow& row : rows)
+	{
+		const auto heartbeat = parseHeartbeat(row.text);
+		ASSERT_TRUE(heartbeat) << row.text;
+		EXPECT_EQ(*heartbeat, (Heartbeat{row.running, row.master, row.started, row.asking})) << row.text;
+	}
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Text, ReadHeartbeat,
-    testing::Values(HeartbeatRow{"/process/1/1/20261121090601/0/", true, true, "20261121090601", false},
-                    HeartbeatRow{"/process/0/2/20261121090601/1/", false, false, "20261121090601", true},
-                    HeartbeatRow{"/process/1/1//0/", true, true, "", false},
-                    HeartbeatRow{"/processX/1/1/x/10/", true, true, "x", true},
-                    HeartbeatRow{"/process/1/01/x/ 1", true, false, "x", false},
-                    HeartbeatRow{"x/process/2/1/x/0/more/fields", false, true, "x", false}));
 
 TEST(ReadHeartbeat, WhatTheReceiverDropsIsNone)
 {

@@ -147,25 +147,6 @@ TEST_F(LogReaderTest, ADamagedPackedArchiveIsToldAndTheRestIsRead)
 	EXPECT_EQ(reader.trouble().front().error, EIO);
 }
 
-TEST_F(LogReaderTest, AMessageNeverGoesOnInAnotherFile)
-{
-	append(logLine("08:00:00.0", "A:1", "first"));
-	rotate("20261121090000100");
-	append("# Log file created/rotated ...\n" + logLine("09:30:00.0", "A:2", "second"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first", "# Log file created/rotated ...", "A:2 second"));
-}
-
-TEST_F(LogReaderTest, WhatIsWrittenLaterIsReadLater)
-{
-	append(logLine("08:00:00.0", "A:1", "first"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first"));
-	EXPECT_THAT(readAll(reader), IsEmpty());
-	append(logLine("08:00:01.0", "A:2", "second"));
-	EXPECT_THAT(readAll(reader), ElementsAre("A:2 second"));
-}
-
 TEST_F(LogReaderTest, ALineIsHeldBackUntilItsEndIsWritten)
 {
 	append(logLine("08:00:00.0", "A:1", "first") + "2026-11-21 08:00:01.0 [4711:3][A:2] <D> sec");
@@ -284,16 +265,6 @@ TEST_F(LogReaderTest, AMissingDirectoryIsToldWithTheFile)
 	EXPECT_EQ(reader.trouble().at(1).path, below("/nowhere/v.log"));
 }
 
-TEST_F(LogReaderTest, AnEmptyFileHasNoMessages)
-{
-	append("");
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), IsEmpty());
-	LogLine line;
-	EXPECT_FALSE(reader.last(line));
-	EXPECT_THAT(reader.trouble(), IsEmpty());
-}
-
 TEST_F(LogReaderTest, ADirectoryOrAPipeInItsPlaceIsToldAndNotWaitedFor)
 {
 	fs::create_directories(log);
@@ -323,6 +294,36 @@ TEST_F(LogReaderTest, TheMessageBehindAnUnfinishedOneIsFound)
 	EXPECT_THAT(readAll(reader),
 	            ElementsAre("A:1 first\n2026-11-21 08:00:01.0 [4711:3][CHeartRe" + std::string(100, '\0'),
 	                        "CAgent:25 stop virtual ip, process"));
+}
+
+TEST_F(LogReaderTest, AHugeLineIsCutAndSaysByHowMuch)
+{
+	const std::string huge(3 * kLongestText + 5, 'x');
+	append(logLine("08:00:00.0", "A:1", huge) + logLine("08:00:01.0", "A:2", "second"));
+	LogReader reader(log);
+	LogLine line;
+	ASSERT_TRUE(reader.next(line));
+	const std::size_t head = logLine("08:00:00.0", "A:1", "").size() - 1;
+	EXPECT_EQ(line.place(), "A:1");
+	EXPECT_EQ(line.text.size() + line.cut, huge.size());
+	EXPECT_EQ(line.text.size(), kLongestText - head);
+	EXPECT_THAT(readAll(reader), ElementsAre("A:2 second"));
+}
+
+TEST_F(LogReaderTest, AMessageOfManyLinesIsCutAndSaysByHowMuch)
+{
+	std::string many;
+	for (int count = 0; count < 20000; ++count)
+	{
+		many += "further line\n";
+	}
+	append(logLine("08:00:00.0", "A:1", "") + many + logLine("08:00:01.0", "A:2", "second"));
+	LogReader reader(log);
+	LogLine line;
+	ASSERT_TRUE(reader.next(line));
+	EXPECT_EQ(line.text.size(), kLongestText);
+	EXPECT_EQ(line.text.size() + line.cut, many.size());
+	EXPECT_THAT(readAll(reader), ElementsAre("A:2 second"));
 }
 
 /// Runs as another user when the test is root: root reads everything.

@@ -2,6 +2,7 @@
 
 #include "CheckTest.h"
 #include "FakeMachine.h"
+#include "RowName.h"
 #include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
@@ -12,180 +13,87 @@ using testing::IsEmpty;
 namespace
 {
 
+using Lines = std::vector<std::string>;
+
+struct Row
+{
+	const char* name;
+	std::vector<std::string> expected;
+	void (*change)(Lines&);
+};
+
+void addProcess(pid_t pid, const std::string& name)
+{
+	fakeHost().processes.push_back({pid, "Name:\t" + name, name, 'S', 1});
+}
+
+void addAddress(const std::string& label, const std::string& address, bool listed = true)
+{
+	fakeHost().addresses.push_back({"eth0", label, address, 24, listed});
+}
+
+// clang-format off
+const Row kRows[] = {
+    {"Sound",                     {},                                                [](Lines&) {}},
+    {"NoCards",                   {"error missing-card config.ini", "error missing-card config.ini"}, [](Lines&) { fakeHost().cards.clear(); }},
+    {"CardsWithoutCarrier",       {"warning card-without-carrier config.ini", "warning card-without-carrier config.ini"}, [](Lines&) { fakeHost().cards["eth0"].carrier = false; fakeHost().cards["eth1"].carrier.reset(); }},
+    {"AddressOfAnotherMachine",   {"error not-this-node config.ini:3"},              [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "192.0.2.7"); }},
+    {"AddressOnTheServiceCard",   {"warning not-on-communication-card config.ini:3"}, [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "198.51.100.1"); }},
+    {"ListensEverywhere",         {},                                                [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "0.0.0.0"); }},
+    {"VirtualIPInsideAnAddress",  {"error address-inside-another config.ini:11"},    [](Lines&) { addAddress("eth0:1", "198.51.100.101"); }},
+    {"VirtualIPInsideABroadcast", {"error address-inside-another config.ini:11"},    [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.25"); }},
+    {"AddressThatIsNotListed",    {},                                                [](Lines&) { addAddress("eth0", "198.51.100.101", false); }},
+    {"VirtualIPIsThere",          {},                                                [](Lines&) { addAddress("eth0:ha", "198.51.100.10"); }},
+    {"VirtualIPIsTheNetwork",     {"error unusable-address config.ini:11"},          [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.0"); }},
+    {"VirtualIPIsTheBroadcast",   {"error unusable-address config.ini:11"},          [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.255"); }},
+    {"NoRouteToTheGateway",       {"error no-route config.ini:10"},                  [](Lines&) { fakeHost().routes = {{"192.0.2.254", ""}}; }},
+    {"NoRouteToThePartner",       {"error no-route config.ini:5"},                   [](Lines&) { fakeHost().routes = {{"192.0.2.2", ""}}; }},
+    {"GatewayByTheServiceCard",   {"warning route-elsewhere config.ini:10"},         [](Lines&) { fakeHost().routes = {{"192.0.2.254", "eth0"}}; }},
+    {"PartnerByAnotherCard",      {"warning route-elsewhere config.ini:5"},          [](Lines&) { fakeHost().routes = {{"192.0.2.2", "bond0"}}; }},
+    {"GatewayIsThisNode",         {"error address-of-this-node config.ini:10"},      [](Lines&) { fakeHost().routes = {{"192.0.2.254", "lo"}}; }},
+    {"PartnerHasTheVirtualIP",    {},                                                [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "02:00"}}; }},
+    {"AnotherHasTheVirtualIP",    {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "03:00"}}; }},
+    {"SomebodyHasTheVirtualIP",   {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}}; }},
+    {"PerhapsThePartnerHasIt",    {},                                                [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}}; fakeMachine().answering = {"192.0.2.2"}; }},
+    {"BothHaveTheVirtualIP",      {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "02:00"}}; addAddress("eth0:ha", "198.51.100.10"); }},
+    {"RootWithoutRawSockets",     {"error no-raw-sockets config.ini"},               [](Lines&) { fakeHost().whyNoPing = "Operation not permitted"; }},
+    {"UserWithoutRawSockets",     {},                                                [](Lines&) { fakeHost().whyNoPing = "Operation not permitted"; fakeHost().user = 1000; }},
+    {"PingsIgnored",              {"error pings-ignored config.ini"},                [](Lines&) { fakeHost().ignoresPings = true; }},
+    {"PortTaken",                 {"error port-taken config.ini:4"},                 [](Lines&) { fakeHost().takenPorts = {7000}; }},
+    {"PortOfTheRunningAgent",     {},                                                [](Lines&) { fakeHost().takenPorts = {7000}; addProcess(4711, "VelarixHA"); }},
+    {"PortOfOutgoingConnections", {"warning port-of-outgoing-connections config.ini:4"}, [](Lines& lines) { setKey(lines, "HEART_BEAT_RECEIVE_PORT", "40000"); fakeHost().outgoingPorts = {40000}; }},
+    {"NameInAnotherProcess",      {"warning name-of-another-process config.ini:18"}, [](Lines&) { addProcess(1, "init"); addProcess(4242, "xserver-helper"); }},
+    {"TheProgramItselfRuns",      {},                                                [](Lines&) { addProcess(4242, "server"); }},
+};
+// clang-format on
+
 class MachineCheck : public CheckTest
 {
 };
 
-host::Process process(pid_t pid, const std::string& name)
+class MachineTable : public CheckTest, public testing::WithParamInterface<Row>
 {
-	return {pid, "Name:\t" + name, name, 'S', 1};
-}
+};
 
 } // namespace
 
-TEST_F(MachineCheck, ASoundMachineHasNoFinding)
+TEST_P(MachineTable, IsFound)
 {
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
+	GetParam().change(lines);
+	EXPECT_EQ(foundOnMachine(), GetParam().expected);
 }
 
-TEST_F(MachineCheck, MissingCardsAreFound)
-{
-	fakeHost().cards.clear();
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error missing-card config.ini", "error missing-card config.ini"));
-}
-
-TEST_F(MachineCheck, ACardWithoutCarrierIsWarnedOf)
-{
-	fakeHost().cards["eth0"].carrier = false;
-	fakeHost().cards["eth1"].carrier = std::nullopt;
-	EXPECT_THAT(foundOnMachine(),
-	            ElementsAre("warning card-without-carrier config.ini", "warning card-without-carrier config.ini"));
-}
-
-TEST_F(MachineCheck, AnAddressOfAnotherMachineIsFound)
-{
-	setKey(lines, "THIS_SERVER_IP", "192.0.2.7");
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error not-this-node config.ini:3"));
-}
-
-TEST_F(MachineCheck, AnAddressOnTheServiceCardIsWarnedOf)
-{
-	setKey(lines, "THIS_SERVER_IP", "198.51.100.1");
-	EXPECT_THAT(foundOnMachine(), ElementsAre("warning not-on-communication-card config.ini:3"));
-}
-
-TEST_F(MachineCheck, ListeningEverywhereIsNoAddressOfAnotherMachine)
-{
-	setKey(lines, "THIS_SERVER_IP", "0.0.0.0");
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-}
-
-TEST_F(MachineCheck, AVirtualIPInsideAnAddressOfTheMachineIsFound)
-{
-	fakeHost().addresses.push_back({"eth0", "eth0:1", "198.51.100.101", 24, true});
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error address-inside-another config.ini:11"));
-}
-
-TEST_F(MachineCheck, AVirtualIPInsideABroadcastAddressIsFound)
-{
-	setKey(lines, "VIRTUAL_IP", "198.51.100.25");
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error address-inside-another config.ini:11"));
-}
-
-TEST_F(MachineCheck, AnAddressThatIsNotListedDoesNotCount)
-{
-	fakeHost().addresses.push_back({"eth0", "eth0", "198.51.100.101", 24, false});
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-}
-
-TEST_F(MachineCheck, TheVirtualIPItselfMayBeThere)
-{
-	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-}
-
-TEST_F(MachineCheck, TheWaysToTheOtherHostsAreLookedAt)
-{
-	struct Row
-	{
-		const char* address;
-		const char* route;
-		const char* expected;
-	};
-	for (const Row& row :
-	     {Row{"192.0.2.254", "", "error no-route config.ini:10"}, Row{"192.0.2.2", "", "error no-route config.ini:5"},
-	      Row{"192.0.2.254", "eth0", "warning route-elsewhere config.ini:10"},
-	      Row{"192.0.2.2", "bond0", "warning route-elsewhere config.ini:5"},
-	      Row{"192.0.2.254", "lo", "error address-of-this-node config.ini:10"}})
-	{
-		fakeHost().routes = {{row.address, row.route}};
-		EXPECT_THAT(foundOnMachine(), ElementsAre(row.expected)) << row.address << row.route;
-	}
-	// Without the node's own address on eth1 there is no way to speak of.
-	setKey(lines, "THIS_SERVER_IP", "192.0.2.7");
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error not-this-node config.ini:3"));
-}
-
-TEST_F(MachineCheck, WhoHasTheVirtualIPIsKnownByTheHardwareAddress)
-{
-	constexpr char kInUse[] = "warning address-in-use config.ini:11";
-	fakeHost().holders = {{"198.51.100.10", "52:54:00:00:00:02"}, {"192.0.2.2", "52:54:00:00:00:02"}};
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-	fakeHost().holders["192.0.2.2"] = "52:54:00:00:00:03";
-	EXPECT_THAT(foundOnMachine(), ElementsAre(kInUse));
-	fakeHost().holders.erase("192.0.2.2");
-	EXPECT_THAT(foundOnMachine(), ElementsAre(kInUse));
-	// A partner that keeps its hardware address for itself may be the holder.
-	fakeMachine().answering = {"192.0.2.2"};
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
-	EXPECT_THAT(foundOnMachine(), ElementsAre(kInUse));
-}
-
-TEST_F(MachineCheck, RootWithoutRawSocketsIsFound)
-{
-	fakeHost().whyNoPing = "Operation not permitted";
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error no-raw-sockets config.ini"));
-}
-
-TEST_F(MachineCheck, AMachineThatAnswersNoPingsIsFound)
-{
-	fakeHost().ignoresPings = true;
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error pings-ignored config.ini"));
-}
-
-TEST_F(MachineCheck, AVirtualIPThatIsNoHostsIsFound)
-{
-	for (const char* address : {"198.51.100.0", "198.51.100.255"})
-	{
-		setKey(lines, "VIRTUAL_IP", address);
-		EXPECT_THAT(foundOnMachine(), ElementsAre("error unusable-address config.ini:11"));
-	}
-}
-
-TEST_F(MachineCheck, AnotherUserCannotTellWhetherRootMayPing)
-{
-	fakeHost().whyNoPing = "Operation not permitted";
-	fakeHost().user = 1000;
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-}
-
-TEST_F(MachineCheck, APortInUseIsFound)
-{
-	fakeHost().takenPorts = {7000};
-	EXPECT_THAT(foundOnMachine(), ElementsAre("error port-taken config.ini:4"));
-}
-
-TEST_F(MachineCheck, ThePortOfTheRunningAgentIsNotTried)
-{
-	fakeHost().takenPorts = {7000};
-	fakeHost().processes = {process(4711, "VelarixHA")};
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-}
-
-TEST_F(MachineCheck, APortOfOutgoingConnectionsIsWarnedOf)
-{
-	setKey(lines, "HEART_BEAT_RECEIVE_PORT", "40000");
-	fakeHost().outgoingPorts = {40000};
-	EXPECT_THAT(foundOnMachine(), ElementsAre("warning port-of-outgoing-connections config.ini:4"));
-}
-
-TEST_F(MachineCheck, RoomForTheLogsOfThirtyDaysIsNeeded)
-{
-	fakeHost().freeSpace = 31ULL * 110 * 1000 * 1000;
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
-	fakeHost().freeSpace -= 1;
-	EXPECT_THAT(foundOnMachine(), ElementsAre("warning little-log-space config.ini:26"));
-}
+INSTANTIATE_TEST_SUITE_P(Faults, MachineTable, testing::ValuesIn(kRows), rowName<Row>);
 
 TEST_F(MachineCheck, AgesAreDaysForTheRoomOfTheLogs)
 {
-	struct Row
+	struct Age
 	{
 		const char* age;
 		std::uintmax_t days;
 	};
-	for (const Row& row : {Row{"2 months", 60}, Row{"2 weeks", 14}, Row{"2 days", 2}, Row{"36 hours", 1}})
+	for (const Age& row :
+	     {Age{"30 days", 30}, Age{"2 months", 60}, Age{"2 weeks", 14}, Age{"2 days", 2}, Age{"36 hours", 1}})
 	{
 		setKey(lines, "PURGEAGE", row.age);
 		fakeHost().freeSpace = (row.days + 1) * 110 * 1000 * 1000;
@@ -193,18 +101,6 @@ TEST_F(MachineCheck, AgesAreDaysForTheRoomOfTheLogs)
 		fakeHost().freeSpace -= 1;
 		EXPECT_THAT(foundOnMachine(), ElementsAre("warning little-log-space config.ini:26")) << row.age;
 	}
-}
-
-TEST_F(MachineCheck, AProcessWhoseNameContainsAProgramsIsWarnedOf)
-{
-	fakeHost().processes = {process(1, "init"), process(4242, "xserver-helper")};
-	EXPECT_THAT(foundOnMachine(), ElementsAre("warning name-of-another-process config.ini:18"));
-}
-
-TEST_F(MachineCheck, TheProgramItselfMayRun)
-{
-	fakeHost().processes = {process(4242, "server")};
-	EXPECT_THAT(foundOnMachine(), IsEmpty());
 }
 
 // ---- the commands, tried

@@ -193,15 +193,6 @@ TEST_F(Metrics, GoOnWhenTheClockWasSetBack)
 	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "10");
 }
 
-TEST_F(Metrics, StartAnewAfterAFileThatIsNotTheirs)
-{
-	soundMaster();
-	CtlTest::write("/velarix.prom",
-	               "velarix_heartbeats_sent_total 7\nvelarix_heartbeats_received_total many\nnonsense\n");
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
-}
-
 TEST_F(Metrics, DoNotGoOnFromCountsThatNoRunWrote)
 {
 	soundMaster();

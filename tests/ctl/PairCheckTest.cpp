@@ -2,6 +2,7 @@
 // either file set to another value, and all findings.
 
 #include "CheckTest.h"
+#include "RowName.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
@@ -20,11 +21,6 @@ struct Row
 	const char* value;
 	std::vector<std::string> expected;
 };
-
-void PrintTo(const Row& row, std::ostream* out)
-{
-	*out << row.name;
-}
 
 constexpr char kStart16[] =
     "ip addr add 198.51.100.10/16 dev eth0 label eth0:ha; arping -q -A -c 3 -I eth0 198.51.100.10";
@@ -79,8 +75,7 @@ TEST_P(PairCheck, IsFoundInTheFileWhereItIsMended)
 	EXPECT_EQ(found({.file = own(), .partner = partner(), .filesOnly = true}), row.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Pairs, PairCheck, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& rowInfo) { return std::string(rowInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(Pairs, PairCheck, testing::ValuesIn(kRows), rowName<Row>);
 
 class PairFiles : public CheckTest
 {

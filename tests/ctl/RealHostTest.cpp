@@ -245,18 +245,6 @@ TEST_F(RealCommand, SeesNoCardButLoopbackAndSharesProcessesAndFiles)
 	EXPECT_EQ(content(file()), "lo\nshared\n");
 }
 
-TEST_F(RealCommand, EndsWhateverItsStatus)
-{
-	EXPECT_EQ(host::runWithoutNetwork("exit 3", 10s), host::CommandEnd::ended);
-	EXPECT_EQ(host::runWithoutNetwork("no-such-program-of-velarix", 10s), host::CommandEnd::ended);
-}
-
-TEST_F(RealCommand, HasNothingToRead)
-{
-	EXPECT_EQ(host::runWithoutNetwork("cat >" + file().string(), 10s), host::CommandEnd::ended);
-	EXPECT_EQ(content(file()), "");
-}
-
 TEST_F(RealCommand, IsKilledWithItsChildrenWhenItTakesTooLong)
 {
 	const auto begin = host::elapsed();

@@ -186,27 +186,27 @@ TEST_F(RealPing, CountsTheAnswerToItsOwnRequestAlone)
 		Forge forge;
 		bool counts;
 	};
+	const auto honest = [](const Packet& request) { return std::vector<Packet>{reply(request)}; };
+	const auto changedAt = [](std::size_t at)
+	{ return [at](const Packet& request) { return std::vector<Packet>{reply(request, at)}; }; };
+	const auto withoutNonce = [](const Packet& request)
+	{ return std::vector<Packet>{reply(Packet(request.begin(), request.begin() + 8))}; };
+	const auto flood = [](const Packet& request)
+	{
+		std::vector<Packet> all(2000, reply(request, 9));
+		all.push_back(reply(request));
+		return all;
+	};
 	const std::vector<Row> rows{
-	    {"honest", kTarget, [](const Packet& request) { return std::vector<Packet>{reply(request)}; }, true},
+	    {"honest", kTarget, honest, true},
 	    {"none", kTarget, [](const Packet&) { return std::vector<Packet>(); }, false},
-	    {"wrong id", kTarget, [](const Packet& request) { return std::vector<Packet>{reply(request, 4)}; }, false},
-	    {"sequence to come", kTarget, [](const Packet& request) { return std::vector<Packet>{reply(request, 6)}; },
-	     false},
-	    {"wrong nonce", kTarget, [](const Packet& request) { return std::vector<Packet>{reply(request, 8)}; }, false},
-	    {"wrong end of the nonce", kTarget,
-	     [](const Packet& request) { return std::vector<Packet>{reply(request, 23)}; }, false},
-	    {"no nonce", kTarget,
-	     [](const Packet& request) { return std::vector<Packet>{reply(Packet(request.begin(), request.begin() + 8))}; },
-	     false},
-	    {"another sender", kOther, [](const Packet& request) { return std::vector<Packet>{reply(request)}; }, false},
-	    {"a flood, then the answer", kTarget,
-	     [](const Packet& request)
-	     {
-		     std::vector<Packet> all(2000, reply(request, 9));
-		     all.push_back(reply(request));
-		     return all;
-	     },
-	     true},
+	    {"wrong id", kTarget, changedAt(4), false},
+	    {"sequence to come", kTarget, changedAt(6), false},
+	    {"wrong nonce", kTarget, changedAt(8), false},
+	    {"wrong end of the nonce", kTarget, changedAt(23), false},
+	    {"no nonce", kTarget, withoutNonce, false},
+	    {"another sender", kOther, honest, false},
+	    {"a flood, then the answer", kTarget, flood, true},
 	};
 	for (const Row& row : rows)
 	{

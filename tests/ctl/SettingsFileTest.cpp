@@ -1,25 +1,15 @@
 // The reader of the settings: the library's values, our lines.
 
-#include <algorithm>
-#include <iterator>
-#include <random>
 #include <regex>
 #include <set>
-#include <sstream>
 
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
-#include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
-#include <Poco/Util/IniFileConfiguration.h>
 
 #include "CtlTest.h"
-#include "inspect/Descriptor.h"
 #include "inspect/ExitCode.h"
 #include "inspect/InputFile.h"
-#include "inspect/RunInfo.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/SettingsKeys.h"
 
@@ -135,47 +125,6 @@ TEST(SettingsLines, FollowTheLibrarysRules)
 	// clang-format on
 }
 
-/// Whatever the text, the keys and raw values are those of the library.
-TEST(SettingsLines, AgreeWithTheLibraryOnAnyText)
-{
-	const unsigned seed = std::random_device{}();
-	SCOPED_TRACE("seed " + std::to_string(seed));
-	std::mt19937 random(seed);
-	const std::string letters = "AB=;[] \t\n\n\r.#\"$\xe4";
-	for (int round = 0; round < 2000; ++round)
-	{
-		std::string text(random() % 40, ' ');
-		std::ranges::generate(text, [&] { return letters[random() % letters.size()]; });
-		std::istringstream stream(text);
-		const Poco::AutoPtr<Poco::Util::IniFileConfiguration> library(new Poco::Util::IniFileConfiguration(stream));
-		const SettingsFile file = parse(text);
-		std::set<std::string> seen;
-		for (const SettingLine& line : file.lines())
-		{
-			ASSERT_TRUE(library->has(line.key)) << testing::PrintToString(text) << " has no " << line.key;
-			ASSERT_EQ(library->getRawString(line.key), file.find(line.key)->value) << testing::PrintToString(text);
-		}
-		std::vector<std::string> open{""};
-		while (!open.empty())
-		{
-			const std::string at = open.back();
-			open.pop_back();
-			std::vector<std::string> below;
-			library->keys(at, below);
-			for (const std::string& name : below)
-			{
-				const std::string whole = at.empty() ? name : at + "." + name;
-				ASSERT_TRUE(!library->has(whole) || file.find(whole) != nullptr)
-				    << testing::PrintToString(text) << " lacks " << whole;
-				if (!name.empty() && whole != at && seen.insert(whole).second)
-				{
-					open.push_back(whole);
-				}
-			}
-		}
-	}
-}
-
 TEST_F(InputFiles, AMissingFileIsNoInput)
 {
 	EXPECT_EQ(codeOf([&] { SettingsFile::load(root() / "none.ini"); }), ExitCode::noInput);
@@ -211,18 +160,6 @@ TEST_F(InputFiles, WhatIsNoRegularFileIsRefused)
 			EXPECT_EQ(failure.what(), "cannot read " + path + ": it is not a regular file");
 		}
 	}
-}
-
-TEST_F(InputFiles, ASocketIsRefused)
-{
-	const std::filesystem::path path = below("/socket");
-	const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-	sockaddr_un name{};
-	name.sun_family = AF_UNIX;
-	ASSERT_LT(path.string().size(), sizeof name.sun_path);
-	std::ranges::copy(path.string(), std::begin(name.sun_path));
-	ASSERT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
-	EXPECT_THROW(readInputFile(path), Failure);
 }
 
 TEST_F(InputFiles, OneOfMoreThanAMegabyteIsRefused)
@@ -293,11 +230,6 @@ TEST_F(PathsBelowARoot, EndWithAChainOfLinksThatDoesNot)
 TEST_F(PathsBelowARoot, OfTheRunningSystemAreAsTheyAreWritten)
 {
 	EXPECT_EQ(Paths().below("/a/../b"), "/a/../b");
-}
-
-TEST_F(InputFiles, TheInitialRecordIsTheInstalledOne)
-{
-	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
 }
 
 // ---- the table of the keys

@@ -32,6 +32,13 @@ protected:
 	/// As run, with the directory's name taken out of the output.
 	Outcome runHere(const std::vector<std::string>& arguments) const;
 
+	/// @return the row of the status that begins with the label
+	static std::string row(const Outcome& outcome, const std::string& label)
+	{
+		const std::size_t at = ("\n" + outcome.out).find("\n" + label + " ");
+		return at == std::string::npos ? "no row " + label : outcome.out.substr(at, outcome.out.find('\n', at) - at);
+	}
+
 	static constexpr pid_t kAgent = 4711;
 	static constexpr pid_t kServer = 5000;
 	static constexpr char kLog[] = "/usr/velarix/log/velarix.log";

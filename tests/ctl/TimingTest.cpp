@@ -21,30 +21,26 @@ struct Row
 	std::chrono::milliseconds handOver;
 };
 
-class TimingOfSettings : public testing::TestWithParam<Row>
-{
-};
-
 } // namespace
 
-TEST_P(TimingOfSettings, GivesTheLongestPauses)
+TEST(Timing, GivesTheLongestPauses)
 {
-	const Row& row = GetParam();
-	EXPECT_EQ(row.timing.logPause(), row.log);
-	EXPECT_EQ(row.timing.receiverPause(), row.receiver);
-	EXPECT_EQ(row.timing.rolePause(), row.role);
-	EXPECT_EQ(row.timing.heartbeatPause(), row.heartbeat);
-	EXPECT_EQ(row.timing.handOver(), row.handOver);
+	const Row rows[] = {{{1s, 2s, 1s, 0s}, 6s, 17s, 17s, 11s, 15s},
+	                    {{1s, 2s, 1s, 30s}, 6s, 17s, 17s, 11s, 45s},
+	                    {{10s, 20s, 60s, 1s}, 35s, 35s, 65s, 65s, 34s},
+	                    {{1s, 3s, 3600s, 0s}, 10s, 18s, 3605s, 13s, 15s},
+	                    {{0s, 0s, 0s, 0s}, 5s, 15s, 15s, 5s, 13s}};
+	for (const Row& row : rows)
+	{
+		EXPECT_EQ(row.timing.logPause(), row.log);
+		EXPECT_EQ(row.timing.receiverPause(), row.receiver);
+		EXPECT_EQ(row.timing.rolePause(), row.role);
+		EXPECT_EQ(row.timing.heartbeatPause(), row.heartbeat);
+		EXPECT_EQ(row.timing.handOver(), row.handOver);
+	}
 }
 
 // interval, receiving time, check cycle, waiting time
-INSTANTIATE_TEST_SUITE_P(Row, TimingOfSettings,
-                         testing::Values(Row{{1s, 2s, 1s, 0s}, 6s, 17s, 17s, 11s, 15s},
-                                         Row{{1s, 2s, 1s, 30s}, 6s, 17s, 17s, 11s, 45s},
-                                         Row{{10s, 20s, 60s, 1s}, 35s, 35s, 65s, 65s, 34s},
-                                         Row{{1s, 3s, 3600s, 0s}, 10s, 18s, 3605s, 13s, 15s},
-                                         Row{{0s, 0s, 0s, 0s}, 5s, 15s, 15s, 5s, 13s}));
-
 TEST(Timing, TakesMissingAndNegativeSettingsForZero)
 {
 	const SettingsFile file = SettingsFile::parse("config.ini", "[AGENT]\nHEART_BEAT_INTERVAL = -3\n"

@@ -6,7 +6,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "Arp.h"
+#include "keeper/Arp.h"
 
 namespace
 {

@@ -1,31 +1,28 @@
 #include "Hosts.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
 #include <arpa/inet.h>
-#include <dirent.h>
-#include <fcntl.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Runtime.h"
 #include "WaitFor.h"
+#include "keeper/Runtime.h"
 
 namespace keepertest
 {
@@ -34,6 +31,7 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
 void require(bool holds, const char* what)
 {
@@ -43,126 +41,59 @@ void require(bool holds, const char* what)
 	}
 }
 
-int statusOf(int status)
+Result execute(const std::string& line)
 {
-	return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-/// The first process of the machine: takes care of orphans, and ends with the tests.
-int reapUntil(pid_t tests)
-{
-	int status = 0;
-	for (pid_t ended = 0; ended != tests;)
+	Result result;
+	FILE* pipe = ::popen(line.c_str(), "r");
+	require(pipe != nullptr, "popen");
+	for (int sign = 0; (sign = std::fgetc(pipe)) != EOF;)
 	{
-		ended = ::wait(&status);
-		if (ended < 0 && errno != EINTR)
-		{
-			return 99;
-		}
+		result.output += static_cast<char>(sign);
 	}
-	return statusOf(status);
-}
-
-void makeMachine()
-{
-	require(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
-	require(::mount("tmpfs", "/mnt", "tmpfs", 0, nullptr) == 0, "tmpfs");
-	require(::mkdir("/mnt/upper", 0755) == 0 && ::mkdir("/mnt/work", 0755) == 0, "mkdir");
-	require(::mount("overlay", "/usr", "overlay", 0, "lowerdir=/usr,upperdir=/mnt/upper,workdir=/mnt/work") == 0,
-	        "overlay");
-	require(::mount("proc", "/proc", "proc", 0, nullptr) == 0, "/proc");
-	require(::mount("tmpfs", "/run", "tmpfs", 0, nullptr) == 0, "/run");
-	shell("mkdir -p /usr/velarix /usr/libexec/velarix-ha && cp " KEEPER_PROGRAM " /usr/libexec/velarix-ha/keeper");
-	shell("ip link set lo up; ip link add br0 type bridge stp_state 0 forward_delay 0; "
-	      "ip addr add 192.0.2.254/24 dev br0; ip link set br0 up");
-}
-
-void enter(pid_t host)
-{
-	for (const char* kind : {"net", "mnt"})
-	{
-		const std::string path = "/proc/" + std::to_string(host) + "/ns/" + kind;
-		const int space = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-		require(::setns(space, 0) == 0, "setns");
-		::close(space);
-	}
+	const int status = ::pclose(pipe);
+	result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+	return result;
 }
 
 } // namespace
 
 std::string shell(const std::string& command)
 {
-	FILE* pipe = ::popen(("(" + command + ") 2>&1").c_str(), "r");
-	std::string output;
-	for (int sign = 0; pipe != nullptr && (sign = std::fgetc(pipe)) != EOF;)
-	{
-		output += static_cast<char>(sign);
-	}
-	EXPECT_EQ(pipe != nullptr ? ::pclose(pipe) : -1, 0) << command << ": " << output;
-	return output;
+	const Result result = execute("(" + command + ") 2>&1");
+	EXPECT_EQ(result.status, 0) << command << ": " << result.output;
+	return result.output;
 }
 
-int inMachine(int (*body)())
+bool makeMachine()
 {
-	if (::geteuid() != 0 || ::unshare(CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET) != 0)
-	{
-		return 77;
-	}
-	const pid_t first = ::fork();
-	if (first == 0)
-	{
-		::prctl(PR_SET_PDEATHSIG, SIGKILL);
-		const pid_t tests = ::fork();
-		if (tests == 0)
-		{
-			int status = 98;
-			try
-			{
-				makeMachine();
-				status = body();
-			}
-			catch (const std::exception& exc)
-			{
-				std::fprintf(stderr, "no machine for the tests: %s\n", exc.what());
-			}
-			std::fflush(nullptr);
-			std::_Exit(status);
-		}
-		std::_Exit(reapUntil(tests));
-	}
-	int status = 0;
-	::waitpid(first, &status, 0);
-	return statusOf(status);
+	shell("mount -t tmpfs tmpfs /mnt; mkdir /mnt/upper /mnt/work; mount -t tmpfs tmpfs /run; "
+	      "mount -t overlay -o lowerdir=/usr,upperdir=/mnt/upper,workdir=/mnt/work overlay /usr; "
+	      "mkdir -p /usr/velarix /usr/libexec/velarix-ha; cp " KEEPER_PROGRAM " /usr/libexec/velarix-ha/keeper; "
+	      "ip link set lo up; ip link add br0 type bridge stp_state 0 forward_delay 0; "
+	      "ip addr add 192.0.2.254/24 dev br0; ip link set br0 up");
+	return !testing::Test::HasFailure();
 }
 
 Host::Host(int number) : m_number(number)
 {
-	int ready[2];
-	require(::pipe2(ready, O_CLOEXEC) == 0, "pipe");
+	// The namespaces are a child's, which sleeps.
 	m_pid = ::fork();
 	if (m_pid == 0)
 	{
-		::prctl(PR_SET_PDEATHSIG, SIGKILL);
-		const bool made = ::unshare(CLONE_NEWNS | CLONE_NEWNET) == 0 &&
-		                  ::mount("tmpfs", "/run", "tmpfs", 0, nullptr) == 0 &&
-		                  ::mount("tmpfs", "/usr/velarix", "tmpfs", 0, nullptr) == 0;
-		[[maybe_unused]] const ssize_t told = ::write(ready[1], made ? "1" : "0", 1);
-		for (;;)
-		{
-			::pause();
-		}
+		::execlp("unshare", "unshare", "-mn", "sh", "-c",
+		         "mount -t tmpfs tmpfs /run && mount -t tmpfs tmpfs /usr/velarix && touch /run/made && exec tail -f "
+		         "/dev/null",
+		         nullptr);
+		::_exit(127);
 	}
-	char made = '0';
-	require(::read(ready[0], &made, 1) == 1 && made == '1', "a host's namespaces");
-	::close(ready[0]);
-	::close(ready[1]);
+	const std::string made = "/proc/" + std::to_string(m_pid) + "/root/run/made";
+	require(static_cast<bool>(waitFor([&] { return ::access(made.c_str(), F_OK) == 0; }, 10s, made)), "namespaces");
 	const std::string digit = std::to_string(number);
 	shell("ip link add " + port() + " type veth peer name eth0 address 02:00:00:00:00:0" + digit + " netns " +
 	      std::to_string(m_pid) + " && ip link set " + port() + " master br0 up");
-	run({"/bin/sh", "-c",
-	     "mkdir -p /usr/velarix/bin/ini /usr/velarix/log /usr/velarix/run; ip link set lo up; ip link set eth0 up; ip "
-	     "addr add 192.0.2." +
-	         digit + "/24 dev eth0"});
+	sh("mkdir -p /usr/velarix/bin/ini /usr/velarix/log /usr/velarix/run; ip link set lo up; ip link set eth0 up; ip "
+	   "addr add 192.0.2." +
+	   digit + "/24 dev eth0");
 	EXPECT_TRUE(waitFor(
 	    [&] {
 		    return run({"ip", "-o", "link", "show", "dev", "eth0"}).output.find("LOWER_UP") != std::string::npos;
@@ -173,58 +104,23 @@ Host::Host(int number) : m_number(number)
 Host::~Host()
 {
 	// Everything of this host, and of it alone: what shares its network.
-	const std::string self = "/proc/" + std::to_string(m_pid) + "/ns/net";
-	for (int round = 0; round < 3; ++round)
+	for (std::vector<pid_t> left; !(left = processes("")).empty();)
 	{
-		for (const pid_t pid : processes(""))
-		{
-			::kill(pid, SIGKILL);
-		}
+		std::ranges::for_each(left, [](pid_t pid) { ::kill(pid, SIGKILL); });
 	}
 	::kill(m_pid, SIGKILL);
 	::waitpid(m_pid, nullptr, 0);
 	shell("ip link del " + port() + " 2>/dev/null || true");
 }
 
-pid_t Host::startIn(const std::vector<std::string>& command, int output) const
-{
-	std::vector<char*> arguments;
-	for (const std::string& word : command)
-	{
-		arguments.push_back(const_cast<char*>(word.c_str()));
-	}
-	arguments.push_back(nullptr);
-	const pid_t child = ::fork();
-	if (child == 0)
-	{
-		enter(m_pid);
-		if (output >= 0)
-		{
-			::dup2(output, STDOUT_FILENO);
-		}
-		::execvp(arguments[0], arguments.data());
-		::_exit(127);
-	}
-	return child;
-}
-
 Result Host::run(const std::vector<std::string>& command) const
 {
-	int pipe[2];
-	require(::pipe2(pipe, O_CLOEXEC) == 0, "pipe");
-	const pid_t child = startIn(command, pipe[1]);
-	::close(pipe[1]);
-	Result result;
-	char buffer[4096];
-	for (ssize_t length = 0; (length = ::read(pipe[0], buffer, sizeof buffer)) > 0;)
+	std::string line = "exec nsenter -m -n -t " + std::to_string(m_pid);
+	for (const std::string& word : command)
 	{
-		result.output.append(buffer, static_cast<std::size_t>(length));
+		line += " '" + std::regex_replace(word, std::regex("'"), "'\\''") + "'";
 	}
-	::close(pipe[0]);
-	int status = 0;
-	::waitpid(child, &status, 0);
-	result.status = statusOf(status);
-	return result;
+	return execute(line);
 }
 
 Result Host::keeper(const std::vector<std::string>& arguments) const
@@ -236,7 +132,7 @@ Result Host::keeper(const std::vector<std::string>& arguments) const
 
 void Host::startProgram(const std::string& program) const
 {
-	EXPECT_EQ(run({"/bin/sh", "-c", "/usr/velarix/run/" + program + " >/dev/null &"}).status, 0);
+	EXPECT_EQ(sh("/usr/velarix/run/" + program + " >/dev/null &").status, 0);
 }
 
 void Host::configure(bool defend, const std::string& services) const
@@ -244,9 +140,8 @@ void Host::configure(bool defend, const std::string& services) const
 	const std::string onConflict = defend ? "defend" : "yield";
 	write("/usr/velarix/bin/ini/keeper.ini",
 	      "[address]\naddress = 192.0.2.100\ninterface = eth0\non_conflict = " + onConflict + "\n" + services);
-	run({"/bin/sh", "-c",
-	     "for name in address $(sed -n 's/^.service \\(.*\\)]/\\1/p' /usr/velarix/bin/ini/keeper.ini); do "
-	     "ln -sf /usr/libexec/velarix-ha/keeper /usr/velarix/run/ha-$name; done"});
+	sh("for name in address $(sed -n 's/^.service \\(.*\\)]/\\1/p' /usr/velarix/bin/ini/keeper.ini); do "
+	   "ln -sf /usr/libexec/velarix-ha/keeper /usr/velarix/run/ha-$name; done");
 }
 
 std::string Host::read(const std::string& path) const
@@ -285,33 +180,24 @@ std::string Host::state(const std::string& program, const std::string& field) co
 
 std::vector<pid_t> Host::processes(const std::string& name) const
 {
-	struct stat own
+	const auto network = [](const std::string& pid)
 	{
+		struct stat status = {};
+		return ::stat(("/proc/" + pid + "/ns/net").c_str(), &status) == 0 ? status.st_ino : 0;
 	};
-	require(::stat(("/proc/" + std::to_string(m_pid) + "/ns/net").c_str(), &own) == 0, "stat");
 	std::vector<pid_t> found;
-	DIR* directory = ::opendir("/proc");
-	for (const dirent* entry = nullptr; (entry = ::readdir(directory)) != nullptr;)
+	for (const auto& entry : std::filesystem::directory_iterator("/proc"))
 	{
-		const pid_t pid = std::atoi(entry->d_name);
-		struct stat other
-		{
-		};
-		if (pid <= 0 || pid == m_pid ||
-		    ::stat(("/proc/" + std::string(entry->d_name) + "/ns/net").c_str(), &other) != 0 ||
-		    other.st_ino != own.st_ino)
-		{
-			continue;
-		}
-		std::ifstream file("/proc/" + std::string(entry->d_name) + "/status");
+		const std::string pid = entry.path().filename();
+		const bool mine =
+		    std::isdigit(pid.front()) != 0 && std::stoi(pid) != m_pid && network(pid) == network(std::to_string(m_pid));
+		std::ifstream file(entry.path() / "status");
 		std::string line;
-		std::getline(file, line);
-		if (line.find(name) != std::string::npos)
+		if (mine && std::getline(file, line) && line.find(name) != std::string::npos)
 		{
-			found.push_back(pid);
+			found.push_back(std::stoi(pid));
 		}
 	}
-	::closedir(directory);
 	return found;
 }
 

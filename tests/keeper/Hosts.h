@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Arp.h"
+#include "keeper/Arp.h"
 
 namespace keepertest
 {
@@ -30,9 +30,9 @@ inline constexpr milliseconds kQuick{250};
 inline constexpr milliseconds kQuick{25};
 #endif
 
-/// Runs `body` as in a machine of its own: with its own processes, mounts, network, and
-/// /usr/libexec/velarix-ha/keeper. @return its exit status, or 77 without privilege
-int inMachine(int (*body)());
+/// Makes a machine of the namespaces that this process is in: a bridge, files of its own,
+/// and /usr/libexec/velarix-ha/keeper.
+bool makeMachine();
 
 struct Result
 {
@@ -56,6 +56,7 @@ public:
 	void configure(bool defend, const std::string& services = "") const;
 	/// Runs a program here and waits for it. It is run as is, without a shell.
 	Result run(const std::vector<std::string>& command) const;
+	Result sh(const std::string& script) const { return run({"/bin/sh", "-c", script}); }
 	Result keeper(const std::vector<std::string>& arguments) const;
 	/// Starts a managed program in the background, as the agent's run script does.
 	void startProgram(const std::string& program) const;
@@ -75,8 +76,6 @@ public:
 	std::string port() const { return "h" + std::to_string(m_number); }
 
 private:
-	pid_t startIn(const std::vector<std::string>& command, int output) const;
-
 	int m_number;
 	pid_t m_pid = 0;
 };

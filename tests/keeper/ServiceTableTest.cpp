@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ServiceMachine.h"
+#include "keeper/ServiceMachine.h"
 
 namespace
 {

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 #include <sysexits.h>
 
-#include "Settings.h"
+#include "keeper/Settings.h"
 
 namespace
 {
@@ -93,28 +93,29 @@ const std::vector<Wrong> kWrong{
 	{"[service addr]\ncommand = x\n",                                5, "ha-addr is contained in ha-address"},
 	{"[service web]\nuser = root\n",                                 5, "without a command"},
 	{"[service web]\ncommand = x\nunit = x.service\n",               7, "both a command and a unit"},
-	{"[service web]\ncommand =\n",                                   6, "names no program"},
-	{"[service web]\ncommand = \"\"\n",                              6, "names no program"},
+	{"[service web]\ncommand =\n",                                   6, "is empty"},
+	{"[service web]\ncommand = \"\"\n",                              6, "is empty"},
 	{"[service web]\ncommand = x \"y\n",                             6, "has an open quote"},
 	{"[service web]\ncommand = x \\\n",                              6, "ends in a backslash"},
-	{"[service web]\nunit = postgresql\n",                           6, "is no name of a unit"},
-	{"[service web]\nunit = --now.service\n",                        6, "is no name of a unit"},
-	{"[service web]\nunit = a b.service\n",                          6, "is no name of a unit"},
+	{"[service web]\nunit = postgresql\n",                           6, "is not NAME.service"},
+	{"[service web]\nunit = --now.service\n",                        6, "is not NAME.service"},
+	{"[service web]\nunit = a b.service\n",                          6, "is not NAME.service"},
 	{"[service web]\ncommand = x\nuser =\n",                         7, "is empty"},
-	{"[service web]\ncommand = x\ndirectory = var\n",                7, "is no absolute path"},
+	{"[service web]\ncommand = x\ndirectory = var\n",                7, "is not an absolute path"},
 	{"[service web]\ncommand = x\nenvironment = A\n",                7, "is not NAME=value"},
+	{"[service web]\ncommand = x\nuser = a b\n",                    7, "is not a user"},
 	{"[service web]\ncommand = x\nenvironment = =1\n",               7, "is not NAME=value"},
-	{"[service web]\ncommand = x\ncheck_interval = 0\n",             7, "is no number between 1 and 3600"},
-	{"[service web]\ncommand = x\ncheck_interval = 3601\n",          7, "is no number between 1 and 3600"},
-	{"[service web]\ncommand = x\ncheck_interval = 2s\n",            7, "is no number between 1 and 3600"},
-	{"[service web]\ncommand = x\ncheck_interval = 0x2\n",           7, "is no number between 1 and 3600"},
-	{"[service web]\ncommand = x\ncheck_interval = 99999999999\n",   7, "is no number between 1 and 3600"},
-	{"[service web]\ncommand = x\ncheck_failures = 0\n",             7, "is no number between 1 and 100"},
-	{"[service web]\ncommand = x\ncheck_timeout = 0\n",              7, "is no number between 1 and 3600"},
-	{"[service web]\ncommand = x\nstop_timeout = -1\n",              7, "is no number between 0 and 3600"},
-	{"[service web]\ncommand = x\nrestarts = 3\n",                   7, "is not NUMBER in SECONDS"},
-	{"[service web]\ncommand = x\nrestarts = 3 in 0\n",              7, "is not NUMBER in SECONDS"},
-	{"[service web]\ncommand = x\nrestarts = 1001 in 60\n",          7, "is not NUMBER in SECONDS"},
+	{"[service web]\ncommand = x\ncheck_interval = 0\n",             7, "is not 1 to 3600"},
+	{"[service web]\ncommand = x\ncheck_interval = 3601\n",          7, "is not 1 to 3600"},
+	{"[service web]\ncommand = x\ncheck_interval = 2s\n",            7, "is not 1 to 3600"},
+	{"[service web]\ncommand = x\ncheck_interval = 0x2\n",           7, "is not 1 to 3600"},
+	{"[service web]\ncommand = x\ncheck_interval = 99999999999\n",   7, "is not 1 to 3600"},
+	{"[service web]\ncommand = x\ncheck_failures = 0\n",             7, "is not 1 to 100"},
+	{"[service web]\ncommand = x\ncheck_timeout = 0\n",              7, "is not 1 to 3600"},
+	{"[service web]\ncommand = x\nstop_timeout = -1\n",              7, "is not 0 to 3600"},
+	{"[service web]\ncommand = x\nrestarts = 3\n",                   7, "is not 0 to 1000 in 1 to 86400"},
+	{"[service web]\ncommand = x\nrestarts = 3 in 0\n",              7, "is not 0 to 1000 in 1 to 86400"},
+	{"[service web]\ncommand = x\nrestarts = 1001 in 60\n",          7, "is not 0 to 1000 in 1 to 86400"},
 	{"nonsense\n",                                                   5, "neither a section nor key = value"},
 };
 
@@ -124,19 +125,19 @@ const std::vector<Wrong> kWrongAddress{
 	{"[address]\ninterface = eth0\non_conflict = yield\n",           1, "there is no address in [address]"},
 	{"[address]\naddress = 192.0.2.1\non_conflict = yield\n",        1, "there is no interface"},
 	{"[address]\naddress = 192.0.2.1\ninterface = eth0\n",           1, "there is no on_conflict"},
-	{"[address]\naddress = 192.0.2\n",                               2, "is no IPv4 address"},
-	{"[address]\naddress = 2001:db8::1\n",                           2, "is no IPv4 address"},
-	{"[address]\naddress = 192.0.2.1/33\n",                          2, "prefix"},
-	{"[address]\naddress = 192.0.2.1/\n",                            2, "prefix"},
-	{"[address]\naddress = 192.0.2.1/7\n",                           2, "prefix"},
-	{"[address]\naddress = 0.0.0.0\n",                               2, "is no address of a host"},
-	{"[address]\naddress = 255.255.255.255\n",                       2, "is no address of a host"},
-	{"[address]\naddress = 224.0.0.1\n",                             2, "is no address of a host"},
-	{"[address]\naddress = 127.0.0.1\n",                             2, "is no address of a host"},
-	{"[address]\ninterface = eth0/1\n",                              2, "is no name of an interface"},
-	{"[address]\ninterface = eth0:ha\n",                             2, "is no name of an interface"},
-	{"[address]\ninterface = abcdefghijklmnop\n",                    2, "is no name of an interface"},
-	{"[address]\non_conflict = fight\n",                             2, "is neither defend nor yield"},
+	{"[address]\naddress = 192.0.2\n",                               2, "is not an IPv4 address"},
+	{"[address]\naddress = 2001:db8::1\n",                           2, "is not an IPv4 address"},
+	{"[address]\naddress = 192.0.2.1/33\n",                          2, "is not an IPv4 address of a host, with a prefix of /8 to /32"},
+	{"[address]\naddress = 192.0.2.1/\n",                            2, "is not an IPv4 address of a host, with a prefix of /8 to /32"},
+	{"[address]\naddress = 192.0.2.1/7\n",                           2, "is not an IPv4 address of a host, with a prefix of /8 to /32"},
+	{"[address]\naddress = 0.0.0.0\n",                               2, "is not an IPv4 address of a host"},
+	{"[address]\naddress = 255.255.255.255\n",                       2, "is not an IPv4 address of a host"},
+	{"[address]\naddress = 224.0.0.1\n",                             2, "is not an IPv4 address of a host"},
+	{"[address]\naddress = 127.0.0.1\n",                             2, "is not an IPv4 address of a host"},
+	{"[address]\ninterface = eth0/1\n",                              2, "is not a name of at most 15"},
+	{"[address]\ninterface = eth0:ha\n",                             2, "is not a name of at most 15"},
+	{"[address]\ninterface = abcdefghijklmnop\n",                    2, "is not a name of at most 15"},
+	{"[address]\non_conflict = fight\n",                             2, "is not defend or yield"},
 };
 // clang-format on
 
@@ -248,20 +249,21 @@ TEST(Arguments, AreSplitAsAShellWouldWithoutItsExpansions)
 	    {"\\\"a\\\"", {"\"a\""}},
 	    {"\"a\\\"b\\\\c\\d\"", {"a\"b\\c\\d"}},
 	    {"'a\\b'", {"a\\b"}},
-	    {"$HOME `id` * ; | > &", {"$HOME", "`id`", "*", ";", "|", ">", "&"}},
+	    {"$HOME `id` * | > &", {"$HOME", "`id`", "*", "|", ">", "&"}},
+	    {"a; b;c ';' ; comment", {"a;", "b;c", ";"}},
 	};
 	for (const auto& [text, expected] : rows)
 	{
 		Words words;
 		std::string error;
-		EXPECT_TRUE(splitArguments(text, words, error)) << text;
+		EXPECT_TRUE((error = splitArguments(text, words)).empty()) << text;
 		EXPECT_EQ(words, expected) << text;
 	}
 	for (const char* text : {"\"a", "'a", "a\\", "\"a\\\""})
 	{
 		Words words;
 		std::string error;
-		EXPECT_FALSE(splitArguments(text, words, error)) << text;
+		EXPECT_FALSE((error = splitArguments(text, words)).empty()) << text;
 		EXPECT_FALSE(error.empty());
 	}
 }

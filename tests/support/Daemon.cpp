@@ -25,34 +25,13 @@ public:
 	void log(const Poco::Message& message) override
 	{
 		std::ostringstream event;
-		event << "log " << letterOf(message.getPriority()) << ' ' << message.getSourceFile() << ':'
+		static constexpr char kLetters[] = "?FCEWNIDT"; // by priority
+		event << "log " << kLetters[message.getPriority()] << ' ' << message.getSourceFile() << ':'
 		      << message.getSourceLine() << ' ' << message.getText();
 		events::add(event.str());
 		if (g_onLogLine)
 		{
 			g_onLogLine(event.str());
-		}
-	}
-
-private:
-	static char letterOf(Poco::Message::Priority priority)
-	{
-		switch (priority)
-		{
-		case Poco::Message::PRIO_CRITICAL:
-			return 'C';
-		case Poco::Message::PRIO_ERROR:
-			return 'E';
-		case Poco::Message::PRIO_WARNING:
-			return 'W';
-		case Poco::Message::PRIO_NOTICE:
-			return 'N';
-		case Poco::Message::PRIO_INFORMATION:
-			return 'I';
-		case Poco::Message::PRIO_DEBUG:
-			return 'D';
-		default:
-			return '?';
 		}
 	}
 };
@@ -183,6 +162,7 @@ void useUnsetLog()
 void DaemonTest::SetUp()
 {
 	events::clear();
+	events::resetFakes();
 	velarix::storeShared(g_specialAsking, std::int32_t{0});
 	sandbox::cleanDirectories();
 	settings.write();
@@ -193,6 +173,7 @@ void DaemonTest::SetUp()
 
 void DaemonTest::TearDown()
 {
+	events::resetFakes();
 	events::clear();
 	forgetLog();
 }

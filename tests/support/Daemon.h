@@ -77,3 +77,11 @@ std::string endOfDaemon(const std::string& errorLine, const std::string& express
 #define EXPECT_FATAL_AFTER(statement, errorLine, expression, source, line, function)                                   \
 	EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT),                                                           \
 	            testing::ContainsRegex(endOfDaemon(errorLine, expression, source, line, function)))
+
+/// Death tests of a setting that is read and missing.
+#define EXPECT_NO_NUMBER(statement, key)                                                                               \
+	EXPECT_FATAL_AFTER(statement, "**ERROR**(Configuraion:82)Not found: " key, "0", "Configuraion", 83,                \
+	                   "int Configuraion::getInt(const std::string&)")
+#define EXPECT_NO_TEXT(statement, key)                                                                                 \
+	EXPECT_FATAL_AFTER(statement, "**ERROR**(Configuraion:65)Not found: " key, "0", "Configuraion", 66,                \
+	                   "std::string Configuraion::getString(const std::string&)")

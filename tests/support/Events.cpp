@@ -16,6 +16,12 @@ std::mutex g_mutex;
 events::List g_events;
 std::function<void(long)> g_onSleep;
 
+std::vector<std::function<void()>>& resets()
+{
+	static std::vector<std::function<void()>> all;
+	return all;
+}
+
 bool beginsWithOneOf(const std::string& text, const std::vector<std::string>& prefixes)
 {
 	return std::any_of(prefixes.begin(), prefixes.end(),
@@ -95,6 +101,20 @@ void endAtSleep(int n)
 			    throw EndOfScript{};
 		    }
 	    });
+}
+
+bool resetForEachTest(std::function<void()> reset)
+{
+	resets().push_back(std::move(reset));
+	return true;
+}
+
+void resetFakes()
+{
+	for (const auto& reset : resets())
+	{
+		reset();
+	}
 }
 
 } // namespace events

@@ -41,4 +41,9 @@ void onSleep(std::function<void(long)> handler);
 /// Leaves the code under test (EndOfScript) at the n-th wait, counted from 1.
 void endAtSleep(int n);
 
+/// A fake forgets its script before and after each test of the daemon.
+/// @return true, for the constant whose initialisation calls this
+bool resetForEachTest(std::function<void()> reset);
+void resetFakes();
+
 } // namespace events

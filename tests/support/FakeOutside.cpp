@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <set>
 #include <vector>
 
 #include <sys/mman.h>
@@ -28,11 +29,10 @@ private:
 struct Script
 {
 	std::map<std::string, Turns<std::string>> outputs;
-	std::map<std::string, bool> failing;
+	std::set<std::string> failing;
 	std::map<std::string, int> system;
 	std::map<std::string, Turns<int>> replies;
-	std::map<std::string, std::function<void()>> pingThrowers;
-	std::map<std::string, std::function<void()>> launchThrowers;
+	std::map<std::string, std::function<void()>> throwers; ///< by how the event begins
 	std::function<void(const std::string&)> onAction;
 };
 
@@ -44,14 +44,17 @@ void record(const std::string& event)
 {
 	events::add(event);
 	std::function<void(const std::string&)> handler;
+	std::function<void()> thrower;
 	{
 		const std::lock_guard lock(g_mutex);
 		handler = g_script.onAction;
+		for (const auto& [begin, throws] : g_script.throwers)
+		{
+			thrower = event.starts_with(begin) ? throws : thrower;
+		}
 	}
-	if (handler)
-	{
-		handler(event);
-	}
+	handler ? handler(event) : void();
+	thrower ? thrower() : void();
 }
 
 std::FILE* streamOf(const std::string& text)
@@ -63,17 +66,19 @@ std::FILE* streamOf(const std::string& text)
 	return pFile;
 }
 
-} // namespace
-
-namespace fakeoutside
-{
-
 void reset()
 {
 	const std::lock_guard lock(g_mutex);
 	g_script = Script();
 	g_openPipes = 0;
 }
+
+const bool g_isReset = events::resetForEachTest(reset);
+
+} // namespace
+
+namespace fakeoutside
+{
 
 void commandPrints(const std::string& command, const std::string& output)
 {
@@ -90,7 +95,7 @@ void commandPrintsInTurn(const std::string& command, std::vector<std::string> ou
 void commandFails(const std::string& command)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.failing[command] = true;
+	g_script.failing.insert(command);
 }
 
 void systemGives(const std::string& command, int result)
@@ -107,20 +112,20 @@ void pingGives(const std::string& address, int replies)
 void pingGivesInTurn(const std::string& address, std::vector<int> replies)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.pingThrowers.erase(address);
+	g_script.throwers.erase("ping " + address + " ");
 	g_script.replies.insert_or_assign(address, Turns<int>(std::move(replies)));
 }
 
 void pingThrows(const std::string& address, std::function<void()> thrower)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.pingThrowers[address] = std::move(thrower);
+	g_script.throwers["ping " + address + " "] = std::move(thrower);
 }
 
 void launchThrows(const std::string& path, std::function<void()> thrower)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.launchThrowers[path] = std::move(thrower);
+	g_script.throwers["launch " + path] = std::move(thrower);
 }
 
 void onAction(std::function<void(const std::string&)> handler)
@@ -144,7 +149,7 @@ std::FILE* openPipe(const std::string& command)
 {
 	record("command " + command);
 	const std::lock_guard lock(g_mutex);
-	if (g_script.failing.count(command) != 0)
+	if (g_script.failing.contains(command))
 	{
 		return nullptr;
 	}
@@ -171,43 +176,15 @@ int runShell(const std::string& command)
 Poco::ProcessHandle launch(const std::string& path, const std::vector<std::string>& arguments)
 {
 	record("launch " + path + (arguments.empty() ? "" : " with arguments"));
-	std::function<void()> thrower;
-	{
-		const std::lock_guard lock(g_mutex);
-		const auto it = g_script.launchThrowers.find(path);
-		if (it != g_script.launchThrowers.end())
-		{
-			thrower = it->second;
-		}
-	}
-	if (thrower)
-	{
-		thrower();
-	}
 	return Poco::Process::launch("/bin/true", {});
 }
 
 int ping(const std::string& address, int count)
 {
 	record("ping " + address + " x" + std::to_string(count));
-	std::function<void()> thrower;
-	int replies = count;
-	{
-		const std::lock_guard lock(g_mutex);
-		if (const auto it = g_script.pingThrowers.find(address); it != g_script.pingThrowers.end())
-		{
-			thrower = it->second;
-		}
-		else if (const auto turn = g_script.replies.find(address); turn != g_script.replies.end())
-		{
-			replies = std::min(turn->second.next(), count);
-		}
-	}
-	if (thrower)
-	{
-		thrower();
-	}
-	return replies;
+	const std::lock_guard lock(g_mutex);
+	const auto it = g_script.replies.find(address);
+	return it == g_script.replies.end() ? count : std::min(it->second.next(), count);
 }
 
 } // namespace outside

@@ -9,10 +9,6 @@
 namespace fakeoutside
 {
 
-/// Forgets every script: commands print nothing, system() gives 0, pings are all
-/// answered, launches succeed.
-void reset();
-
 /// What `command` (exact text) prints from now on.
 void commandPrints(const std::string& command, const std::string& output);
 /// What `command` prints the first time, the second time ..., the last for good.

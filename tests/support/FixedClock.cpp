@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "Events.h"
+
 namespace
 {
 
@@ -28,6 +30,18 @@ extern "C" std::time_t __wrap_time(std::time_t* pResult)
 	return now;
 }
 
+namespace
+{
+
+const bool g_isReset = events::resetForEachTest(
+    []
+    {
+	    useZone("UTC0");
+	    g_now = -1;
+    });
+
+} // namespace
+
 namespace fixedclock
 {
 
@@ -35,12 +49,6 @@ void stopAt(std::time_t seconds, const char* zone)
 {
 	useZone(zone);
 	g_now = seconds;
-}
-
-void go()
-{
-	useZone("UTC0");
-	g_now = -1;
 }
 
 } // namespace fixedclock

@@ -7,10 +7,7 @@
 namespace fixedclock
 {
 
-/// From now on the clock shows `seconds` since 1970, local time being `zone` (TZ).
+/// To the test's end the clock shows `seconds` since 1970, local time being `zone` (TZ).
 void stopAt(std::time_t seconds, const char* zone);
-
-/// Gives the real clock back, in UTC.
-void go();
 
 } // namespace fixedclock

@@ -23,3 +23,10 @@ std::vector<LogFileLine> readLogFile(const std::string& path = "/usr/velarix/log
 
 /// @return the events of `lines`
 std::vector<std::string> eventsOf(const std::vector<LogFileLine>& lines);
+
+/// @return the lines of the file as they are, without the library's remark "# ..."; empty
+///         without a file
+std::vector<std::string> logFileLines(const std::string& path);
+
+/// @return the same from the caller's label on, "[SOURCE:LINE] <LETTER> TEXT"
+std::vector<std::string> logFileTexts(const std::string& path);

@@ -35,7 +35,6 @@ void ReceiverLoop::SetUp()
 	ReceiverTest::SetUp();
 	fakeoutside::commandPrints("cat /sys/class/net/eth0/carrier", "1\n");
 	fakeoutside::commandPrints("cat /sys/class/net/eth1/carrier", "1\n");
-	socketcalls::reset();
 	socketcalls::pollWithoutWaiting([this] { return !std::exchange(m_partnerCalls, false); });
 	socketcalls::after("listen", [this] { runAction(m_atListen, ++m_listens); });
 	onLogLine([this](const std::string& event) { onLine(event); });
@@ -45,7 +44,6 @@ void ReceiverLoop::TearDown()
 {
 	expectNoneLeft(m_atPass, "pass");
 	expectNoneLeft(m_atListen, "listening");
-	socketcalls::reset();
 	ReceiverTest::TearDown();
 }
 
@@ -169,6 +167,16 @@ events::List carrierLookedAt(const std::string& carrier)
 events::List silence()
 {
 	return {"log E CHeartReciver:146 Reciver Connect Timed Out", "sleep 1000"};
+}
+
+events::List counted(const char* line)
+{
+	return join({silence(), carrierLookedAt("1"), kCardOK, line, dropped()});
+}
+
+events::List thirdSilence()
+{
+	return join({silence(), carrierLookedAt("1"), kCardOK, kThird, carrierLookedAt("1")});
 }
 
 events::List heartbeatOfMaster()

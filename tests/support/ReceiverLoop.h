@@ -78,6 +78,13 @@ private:
 namespace steps
 {
 
+inline constexpr char kNewServer[] = "log D CHeartReciver:124 new server";
+inline constexpr char kPoll[] = "log D CHeartReciver:150 poll";
+inline constexpr char kCardOK[] = "log D CHeartReciver:185 COMUNICATION LAN CARD OK";
+inline constexpr char kCounted1[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[1]";
+inline constexpr char kCounted2[] = "log D CHeartReciver:189 Reciver : nReceiveFailCount[2]";
+inline constexpr char kThird[] = "log D CHeartReciver:192 Reciver : no received message";
+
 /// Matches the events that the steps are made of, in order.
 inline auto are(std::initializer_list<Step> expected)
 {
@@ -99,6 +106,10 @@ events::List partnerAnswers();
 events::List partnerIsSilent();
 /// The time-out of a poll.
 events::List silence();
+/// A time-out that is counted with this line, the communication interface having carrier.
+events::List counted(const char* line);
+/// The third one, up to the second look at the interface.
+events::List thirdSilence();
 /// One heartbeat of a master that asks nothing, heard by a slave, and the pause.
 events::List heartbeatOfMaster();
 /// The listening socket dropped at the end of a pass.

@@ -14,7 +14,6 @@ ReceiverTest::ReceiverTest()
 void ReceiverTest::SetUp()
 {
 	DaemonTest::SetUp();
-	fakeoutside::reset();
 	fakeoutside::commandPrints("ifconfig", "eth0:ha: flags=4163\n        inet 10.0.1.100  netmask 255.255.255.0\n");
 	sandbox::coverProc();
 	std::filesystem::create_directory("/proc/7");
@@ -26,7 +25,6 @@ void ReceiverTest::TearDown()
 {
 	receiver.reset();
 	sandbox::showRealProc();
-	fakeoutside::reset();
 	DaemonTest::TearDown();
 }
 

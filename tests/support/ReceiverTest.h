@@ -9,13 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "Daemon.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 
 /// Fixture with one receiver, slave and with the status OK, nothing asked. The
 /// one managed program, dbServer, is looked for in a hand-made /proc, where
 /// another process lives; the virtual IP is listed on the node.
-class ReceiverTest : public DaemonTest
+class ReceiverTest : public WorkerTest
 {
 protected:
 	ReceiverTest();
@@ -39,10 +38,6 @@ protected:
 	std::int32_t& status() { return WorkerAccess::myStatus(*receiver); }
 	std::int32_t& count() { return WorkerAccess::specialAskCount(*receiver); }
 
-	MODE mode = MODE_SLAVE;
-	bool running = false;
-	std::string location = "noName";
-	std::vector<Poco::ProcessHandle*>* handles = nullptr;
 	std::unique_ptr<CHeartReciver> receiver;
 };
 

@@ -2,8 +2,6 @@
 
 #include <Poco/Thread.h>
 
-#include "FakeOutside.h"
-#include "SocketCalls.h"
 #include "WaitFor.h"
 #include "velarix/shared_value.h"
 
@@ -15,17 +13,8 @@ SenderTest::SenderTest()
 void SenderTest::SetUp()
 {
 	DaemonTest::SetUp();
-	fakeoutside::reset();
-	socketcalls::reset();
 	partner = std::make_unique<peer::Listener>(kPort);
 	makeSender();
-}
-
-void SenderTest::TearDown()
-{
-	socketcalls::reset();
-	fakeoutside::reset();
-	DaemonTest::TearDown();
 }
 
 void SenderTest::makeSender()

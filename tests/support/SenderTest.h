@@ -8,20 +8,18 @@
 #include <string>
 #include <vector>
 
-#include "Daemon.h"
 #include "Peer.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 
 /// Fixture around `sender->run()`: a slave without programs and without an ask,
 /// the partner listening.
-class SenderTest : public DaemonTest
+class SenderTest : public WorkerTest
 {
 protected:
 	static constexpr std::uint16_t kPort = 7002; ///< "AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT"
 
 	SenderTest();
 	void SetUp() override;
-	void TearDown() override;
 
 	void makeSender();
 
@@ -33,10 +31,6 @@ protected:
 	/// As untilWait, on a thread as the agent runs it.
 	events::List untilWaitOnAThread(int n);
 
-	std::vector<Poco::ProcessHandle*>* handles = nullptr;
-	bool running = false;
-	MODE mode = MODE_SLAVE;
-	std::string location = "noName";
 	std::unique_ptr<CHeartSender> sender;
 	std::unique_ptr<peer::Listener> partner;
 

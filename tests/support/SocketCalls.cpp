@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <map>
 #include <mutex>
-#include <set>
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
@@ -27,7 +26,7 @@ using Hook = std::function<void()>;
 
 struct Script
 {
-	std::set<std::string> recorded;
+	std::map<std::string, bool> recorded;
 	std::map<std::string, Hook> before;
 	std::map<std::string, Hook> after;
 	std::map<std::string, Fault> faults;
@@ -38,25 +37,10 @@ struct Script
 std::mutex g_mutex;
 Script g_script;
 
-bool begins(const std::string& text, const std::string& prefix)
+template <typename Value> auto findByPrefix(std::map<std::string, Value>& byPrefix, const std::string& call)
 {
-	return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-template <typename Container> auto findByPrefix(Container& container, const std::string& call)
-{
-	return std::find_if(container.begin(), container.end(),
-	                    [&](const auto& entry)
-	                    {
-		                    if constexpr (std::is_same_v<Container, std::set<std::string>>)
-		                    {
-			                    return begins(call, entry);
-		                    }
-		                    else
-		                    {
-			                    return begins(call, entry.first);
-		                    }
-	                    });
+	return std::find_if(byPrefix.begin(), byPrefix.end(),
+	                    [&](const auto& entry) { return call.starts_with(entry.first); });
 }
 
 void runHook(std::map<std::string, Hook> Script::*hooks, const std::string& call)
@@ -169,21 +153,23 @@ std::string addressText(const sockaddr* address)
 	return std::string(text) + ":" + std::to_string(ntohs(inet.sin_port));
 }
 
-} // namespace
-
-namespace socketcalls
-{
-
 void reset()
 {
 	const std::lock_guard lock(g_mutex);
 	g_script = Script();
 }
 
+const bool g_isReset = events::resetForEachTest(reset);
+
+} // namespace
+
+namespace socketcalls
+{
+
 void record(const std::string& call)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.recorded.insert(call);
+	g_script.recorded[call] = true;
 }
 
 void before(const std::string& call, std::function<void()> hook)

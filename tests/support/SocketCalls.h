@@ -15,9 +15,6 @@
 namespace socketcalls
 {
 
-/// Forgets every hook, fault and record.
-void reset();
-
 /// Records calls as events from now on.
 void record(const std::string& call);
 

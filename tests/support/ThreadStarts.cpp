@@ -26,16 +26,18 @@ std::string nameOf(Poco::Runnable& worker)
 	return dynamic_cast<CHeartSender*>(&worker) != nullptr ? "CHeartSender" : "unknown";
 }
 
-} // namespace
-
-namespace threadstarts
-{
-
 void reset()
 {
 	g_threads.clear();
 	g_throwers.clear();
 }
+
+const bool g_isReset = events::resetForEachTest(reset);
+
+} // namespace
+
+namespace threadstarts
+{
 
 void startThrows(const std::string& worker, std::function<void()> thrower)
 {

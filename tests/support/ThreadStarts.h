@@ -13,9 +13,6 @@
 namespace threadstarts
 {
 
-/// Forgets every script and every start.
-void reset();
-
 /// From now on the start of `worker` (a class name) calls `thrower`, which throws.
 void startThrows(const std::string& worker, std::function<void()> thrower);
 

@@ -1,5 +1,5 @@
 /// What one case came to. A case has a process of its own and hands its record back as
-/// JSON; evidence/scripts/render_attacks.py makes a table of a file of them.
+/// JSON; evidence/scripts/render.py makes a table of a file of them.
 #pragma once
 
 #include <array>

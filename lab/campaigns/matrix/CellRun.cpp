@@ -50,22 +50,6 @@ Observed observedBy(Lab& lab)
 	        {lab.agentStarts(HostId::a), lab.agentStarts(HostId::b)}};
 }
 
-PhaseRecord watched(Lab& lab, const CellPlan& plan, const Outcome& expected, Millis from, Millis took)
-{
-	const Millis quiet = quietFor(expected, plan.times);
-	if (!plan.untilBack || expected.lasts)
-	{
-		return observe(lab, from, quiet, took + limitFor(expected, plan.times), took);
-	}
-	if (plan.paths.contains(expected.path))
-	{
-		return observeUntilBack(lab, from, plan.times.noOutage, took + plan.times.patience(), took);
-	}
-	// Where there is nothing to see, what is begun has its time to happen, and no more.
-	const Millis rest = !expected.isBounded() ? plan.times.quiet() : Millis(2000);
-	return observe(lab, from, rest, took + rest, took);
-}
-
 PhaseRecord runPhase(Lab& lab, const CellPlan& plan, const Outcome& expected, void (Lab::*step)(const Fault&),
                      const std::vector<Fault>& faults)
 {
@@ -75,7 +59,7 @@ PhaseRecord runPhase(Lab& lab, const CellPlan& plan, const Outcome& expected, vo
 		(lab.*step)(fault);
 	}
 	const Millis took = lab.clock().now() - from;
-	PhaseRecord phase = watched(lab, plan, expected, from, took);
+	PhaseRecord phase = observe(lab, from, quietFor(expected, plan.times), took + limitFor(expected, plan.times), took);
 	if (plan.paths.contains(expected.path))
 	{
 		measureOverhead(lab.timeline(), observedBy(lab), plan.paths.at(expected.path), plan.times.pair, phase);
@@ -90,7 +74,7 @@ void runPhases(Lab& lab, const CellPlan& plan, RunRecord& record)
 	letServe(lab, plan.cell.master, plan.times.serveLimit());
 	waitForJitter(random, pass);
 	record.phases.push_back(runPhase(lab, plan, plan.cell.stands, &Lab::inject, plan.cell.inject));
-	if (!plan.cell.repair.empty() && (!plan.untilBack || !plan.paths.contains(plan.cell.stands.path)))
+	if (!plan.cell.repair.empty())
 	{
 		if (!plan.cell.stands.lasts)
 		{
@@ -98,7 +82,7 @@ void runPhases(Lab& lab, const CellPlan& plan, RunRecord& record)
 		}
 		record.phases.push_back(runPhase(lab, plan, plan.cell.repaired, &Lab::repair, plan.cell.repair));
 	}
-	record.left = plan.untilBack ? std::vector<std::string>() : leftOn(lab);
+	record.left = leftOn(lab);
 }
 
 } // namespace
@@ -113,10 +97,7 @@ RunRecord runCell(const CellPlan& plan)
 	try
 	{
 		runPhases(lab, plan, record);
-		if (!plan.untilBack)
-		{
-			judge(record, plan.cell, plan.paths, plan.times);
-		}
+		judge(record, plan.cell, plan.paths, plan.times);
 	}
 	catch (const LabError& error)
 	{

@@ -19,9 +19,6 @@ struct CellPlan
 	int run = 1;
 	std::uint64_t seed = 1; ///< of the matrix; the moment of the fault follows from it
 	std::filesystem::path installRoot{};
-	/// Only the phase with an outage along a path is watched, until the service is back;
-	/// the pair is not judged. For many measurements of take-overs in a short time.
-	bool untilBack = false;
 };
 
 /// Makes a lab, lets the cell's node serve, injects, watches, repairs, watches.

@@ -4,17 +4,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <Poco/AutoPtr.h>
-
 #include "CAgent.h"
 #include "CHeartReciver.h"
 #include "CHeartSender.h"
-#include "Daemon.h"
-#include "FakeOutside.h"
-#include "LogLines.h"
+#include "LogFile.h"
 #include "PlainUser.h"
 #include "QuorinINI.h"
 #include "Sandbox.h"
+#include "WorkerTest.h"
 #include "velarix/paths.h"
 
 using testing::ElementsAre;
@@ -33,25 +30,17 @@ constexpr char kGetTime[] = "std::string CHeartSender::getProcessStartedTime()";
 /// How many reads still succeed; negative: all of them.
 int g_goodReads = -1;
 
-class RunInfoFatal : public DaemonTest
+class RunInfoFatal : public WorkerTest
 {
 protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		sandbox::writeFile(kLog, "");
 		settings.set("LOG.PATH", kLog);
 		apply();
 		useRealLogFile();
 	}
-
-	Poco::AutoPtr<CHeartSender> sender(const std::string& label)
-	{
-		m_location = label;
-		return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location);
-	}
-	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
 
 	/// Expects that the load of `path` ends the daemon after one line with `text`.
 	static void expectLoadFails(const std::string& path, const std::string& text)
@@ -60,12 +49,6 @@ protected:
 		                   30, kLoadFile);
 		EXPECT_THAT(logFileTexts(kLog), ElementsAre("[QuorinINI:29] <E> " + text));
 	}
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
-	bool m_running = false;
-	MODE m_mode = MODE_SLAVE;
-	std::string m_location = "noName";
 };
 
 } // namespace
@@ -132,37 +115,22 @@ TEST_F(RunInfoFatal, APathOf100CharactersCannotBeLoaded)
 	expectLoadFails(path, "Bad path syntax: path longer than 99 characters: " + path);
 }
 
-TEST_F(RunInfoFatal, WithoutARecordTheReceiversWriterEndsTheDaemon)
+TEST_F(RunInfoFatal, WithoutARecordEveryUserOfItEndsTheDaemon)
 {
 	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
-	EXPECT_FATAL_AFTER(reciver()->saveStartedTime(),
-	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
-	                   "QuorinINI", 30, kLoadFile);
-	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
-}
-
-TEST_F(RunInfoFatal, WithoutARecordTheSendersWriterEndsTheDaemon)
-{
-	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
-	EXPECT_FATAL_AFTER(sender("noName")->saveStartedTime(),
-	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
-	                   "QuorinINI", 30, kLoadFile);
-	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
-}
-
-TEST_F(RunInfoFatal, WithoutARecordTheComparisonOfStartTimesEndsTheDaemon)
-{
-	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	const std::string error = "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt";
 	std::string partnerTime = "20240131235959";
-	EXPECT_FATAL_AFTER(reciver()->isStartedProcessFaster(partnerTime),
-	                   "**ERROR**(QuorinINI:29)File not found: /usr/velarix/bin/log/runinfo.txt", kOpenFailed,
-	                   "QuorinINI", 30, kLoadFile);
+	EXPECT_FATAL_AFTER(make<CHeartReciver>()->saveStartedTime(), error, kOpenFailed, "QuorinINI", 30, kLoadFile);
+	EXPECT_FATAL_AFTER(make<CHeartSender>()->saveStartedTime(), error, kOpenFailed, "QuorinINI", 30, kLoadFile);
+	EXPECT_FATAL_AFTER(make<CHeartReciver>()->isStartedProcessFaster(partnerTime), error, kOpenFailed, "QuorinINI", 30,
+	                   kLoadFile);
+	EXPECT_NE(::access(velarix::kRunInfoPath, F_OK), 0);
 }
 
 TEST_F(RunInfoFatal, ARecordWithoutTheGeneralKeyEndsTheSender)
 {
 	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nMASTER_LAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n");
-	EXPECT_FATAL_AFTER(sender("noName")->getProcessStartedTime(),
+	EXPECT_FATAL_AFTER(make<CHeartSender>()->getProcessStartedTime(),
 	                   "**ERROR**(CHeartSender:176)Not found: TRACE.LAST_RUN_TIME[noName]", kReadError, "CHeartSender",
 	                   177, kGetTime);
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[CHeartSender:176] <E> Not found: TRACE.LAST_RUN_TIME[noName]"));

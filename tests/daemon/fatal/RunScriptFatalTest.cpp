@@ -11,7 +11,6 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
 #include "Reported.h"
 #include "Sandbox.h"
 #include "velarix/paths.h"
@@ -45,7 +44,6 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		::unlink(velarix::kRunScriptPath);
 		g_createFile = nullptr;
 	}
@@ -64,6 +62,13 @@ protected:
 		const CAgent agent(MODE_SLAVE);
 	}
 
+	/// @param line of the error; the report is the next
+	static void expectEnd(unsigned line, const std::string& error, const char* expression)
+	{
+		EXPECT_FATAL_AFTER(makeAgent(), reported({kBegin, "log E CAgent:" + std::to_string(line) + " " + error}),
+		                   expression, "CAgent", line + 1, kFunction);
+	}
+
 	/// Mounts an empty tmpfs over the script's directory.
 	static void coverDirectory(const std::string& options)
 	{
@@ -75,15 +80,13 @@ protected:
 TEST_F(RunScriptFatal, AFileThatWasNotCreatedEndsTheDaemon)
 {
 	g_createFile = [] { return false; };
-	EXPECT_FATAL_AFTER(makeAgent(), reported({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0",
-	                   "CAgent", 213, kFunction);
+	expectEnd(212, "failed to creat processList", "1 == 0");
 }
 
 TEST_F(RunScriptFatal, ALinkToNowhereInItsPlaceEndsTheDaemon)
 {
 	ASSERT_EQ(::symlink("/usr/velarix/nowhere", velarix::kRunScriptPath), 0);
-	EXPECT_FATAL_AFTER(makeAgent(), reported({kBegin, "log E CAgent:212 failed to creat processList"}), "1 == 0",
-	                   "CAgent", 213, kFunction);
+	expectEnd(212, "failed to creat processList", "1 == 0");
 	::unlink(velarix::kRunScriptPath);
 }
 
@@ -91,9 +94,7 @@ TEST_F(RunScriptFatal, AMissingDirectoryEndsTheDaemon)
 {
 	const std::string away = std::string(kDirectory) + ".away";
 	ASSERT_EQ(::rename(kDirectory, away.c_str()), 0);
-	EXPECT_FATAL_AFTER(makeAgent(),
-	                   reported({kBegin, "log E CAgent:218 File not found: /usr/velarix/bin/ini/processList.sh"}), "0",
-	                   "CAgent", 219, kFunction);
+	expectEnd(218, "File not found: /usr/velarix/bin/ini/processList.sh", "0");
 	ASSERT_EQ(::rename(away.c_str(), kDirectory), 0);
 }
 
@@ -102,9 +103,7 @@ TEST_F(RunScriptFatal, AFilledDirectoryInItsPlaceEndsTheDaemon)
 	ASSERT_EQ(::mkdir(velarix::kRunScriptPath, 0755), 0);
 	const std::string inside = std::string(velarix::kRunScriptPath) + "/kept";
 	sandbox::writeFile(inside, "kept\n");
-	EXPECT_FATAL_AFTER(makeAgent(),
-	                   reported({kBegin, "log E CAgent:218 Directory not empty: /usr/velarix/bin/ini/processList.sh"}),
-	                   "0", "CAgent", 219, kFunction);
+	expectEnd(218, "Directory not empty: /usr/velarix/bin/ini/processList.sh", "0");
 	EXPECT_EQ(sandbox::readFile(inside), "kept\n");
 	::unlink(inside.c_str());
 	::rmdir(velarix::kRunScriptPath);
@@ -113,9 +112,7 @@ TEST_F(RunScriptFatal, AFilledDirectoryInItsPlaceEndsTheDaemon)
 TEST_F(RunScriptFatal, AReadOnlyDirectoryEndsTheDaemon)
 {
 	coverDirectory("ro");
-	EXPECT_FATAL_AFTER(makeAgent(),
-	                   reported({kBegin, "log E CAgent:218 File is read-only: /usr/velarix/bin/ini/processList.sh"}),
-	                   "0", "CAgent", 219, kFunction);
+	expectEnd(218, "File is read-only: /usr/velarix/bin/ini/processList.sh", "0");
 	showDirectory();
 }
 
@@ -123,19 +120,14 @@ TEST_F(RunScriptFatal, AFullDiskAfterTheCreationEndsTheDaemon)
 {
 	coverDirectory("size=4k");
 	sandbox::writeFile(std::string(kDirectory) + "/filling", "the one page there is");
-	EXPECT_FATAL_AFTER(makeAgent(),
-	                   reported({kBegin, "log E CAgent:250 Cannot write file: /usr/velarix/bin/ini/processList.sh"}),
-	                   "1 == 0", "CAgent", 251, kFunction);
+	expectEnd(250, "Cannot write file: /usr/velarix/bin/ini/processList.sh", "1 == 0");
 	showDirectory();
 }
 
 TEST_F(RunScriptFatal, AFileThatCannotBeOpenedAfterTheCreationEndsTheDaemon)
 {
 	g_createFile = [] { return ::mkdir(velarix::kRunScriptPath, 0755) == 0; };
-	EXPECT_FATAL_AFTER(
-	    makeAgent(),
-	    reported({kBegin, "log E CAgent:250 Cannot open file: not a file: /usr/velarix/bin/ini/processList.sh"}),
-	    "1 == 0", "CAgent", 251, kFunction);
+	expectEnd(250, "Cannot open file: not a file: /usr/velarix/bin/ini/processList.sh", "1 == 0");
 	::rmdir(velarix::kRunScriptPath);
 }
 

@@ -97,19 +97,6 @@ TEST_F(DaemonFailure, APidFileThatCannotBeWrittenIsSaidInOneLineAndEndsItUnlogge
 	EXPECT_NE(::access(kLogPath, F_OK), 0);
 }
 
-/// Disks that have room but no inode for a new file.
-TEST_F(DaemonFailure, APidFileWithoutAnInodeEndsItUnlogged)
-{
-	sandbox::shell("mount -t tmpfs -o nr_inodes=1 none /usr/velarix/pid");
-	DaemonProcess daemon;
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_EQ(daemon.waitForEnd(10s), kAborted);
-	sandbox::shell("umount -l /usr/velarix/pid");
-	EXPECT_EQ(daemon.errors(),
-	          "VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: No space left on device\n");
-	EXPECT_NE(::access(kLogPath, F_OK), 0);
-}
-
 TEST_F(DaemonFailure, ARunScriptWithoutAnInodeEndsItBeforeItTouchesTheNode)
 {
 	markEveryCommand(settings);

@@ -158,9 +158,9 @@ void DaemonSandbox::SetUp()
 	apply();
 }
 
-void DaemonSandbox::startAndWaitForWorkers(DaemonProcess& daemon)
+void DaemonSandbox::startAndWaitForWorkers(DaemonProcess& daemon, const std::function<void()>& beforeExec)
 {
-	ASSERT_EQ(daemon.start(), 0);
+	ASSERT_EQ(daemon.start(beforeExec), 0);
 	ASSERT_TRUE(waitFor([&] { return daemon.threads() == 4; }, 20s, "three workers besides the main thread",
 	                    [&] { return std::to_string(daemon.threads()) + " threads\n" + daemon.errors(); }));
 }

@@ -59,7 +59,8 @@ protected:
 	void apply() const { settings.write(); }
 
 	/// Starts the daemon and waits until its three workers run.
-	static void startAndWaitForWorkers(DaemonProcess& daemon);
+	/// @param beforeExec runs in the new process before the program
+	static void startAndWaitForWorkers(DaemonProcess& daemon, const std::function<void()>& beforeExec = {});
 
 	Settings settings;
 };

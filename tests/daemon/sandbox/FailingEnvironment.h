@@ -13,19 +13,10 @@
 #include "Sandbox.h"
 #include "WaitFor.h"
 
-/// Each failure is made for the daemon alone, by what startWith runs before the program.
+/// Each failure is made for the daemon alone, by what runs before the program.
 class FailingEnvironment : public DaemonSandbox
 {
 protected:
-	/// Starts the daemon with a failure and waits for its workers.
-	static void startWith(DaemonProcess& daemon, const std::function<void()>& failure)
-	{
-		ASSERT_EQ(daemon.start(failure), 0);
-		ASSERT_TRUE(waitFor([&] { return daemon.threads() == 4; }, std::chrono::seconds(20),
-		                    "three workers besides the main thread",
-		                    [&] { return std::to_string(daemon.threads()) + " threads\n" + daemon.errors(); }));
-	}
-
 	/// Waits until the log holds each of the events.
 	static void waitForEvents(const DaemonProcess& daemon, const std::vector<std::string>& wanted)
 	{
@@ -43,29 +34,6 @@ protected:
 		};
 		EXPECT_TRUE(
 		    waitFor(allThere, std::chrono::seconds(40), "lines in the log", [&] { return missing + daemon.errors(); }));
-	}
-
-	/// One daemon sees the program run; another, started in its own way, never does.
-	void loseSight(const std::function<void()>& seeing, const std::function<void()>& blind)
-	{
-		const std::string running = "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1";
-		DaemonProcess first("seeing");
-		startWith(first, seeing);
-		waitForEvents(first, {running});
-		sandbox::shell("rm /usr/velarix/log/velarix.log");
-		settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "7003");
-		apply();
-		DaemonProcess second("blind");
-		startWith(second, blind);
-		waitForEvents(second, {"D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0"});
-		EXPECT_THAT(eventsOf(readLogFile()), testing::Not(testing::Contains(running)));
-	}
-
-	/// Its own receiver waits for its first heartbeat all the while, and nobody looks into /proc.
-	void beStill()
-	{
-		settings.set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", "60").set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "60");
-		apply();
 	}
 
 	/// The node has nobody to talk to: its partner and the service are silent.

@@ -225,62 +225,10 @@ TEST_F(LocalUser, HeTakesAnUnprivilegedPortBetweenTwoHeartbeatsEndsTheAgentAndHe
 	EXPECT_TRUE(waitFor([&] { return tries->bytesHeard > before; }, 20s, "the partner's heartbeat"));
 }
 
-TEST_F(LocalUser, HeCannotTakeAPortThatIsRootsAlone)
-{
-	expectThatTheAgentKeeps(300);
-}
-
 TEST_F(LocalUser, HeCannotTakeAGreaterPortWhereThoseOfRootReachUpToIt)
 {
 	sandbox::writeFile(kPrivilegedPorts, "7002");
 	expectThatTheAgentKeeps(7001);
-}
-
-/// Becomes a process of the given name, which needs no file of that name.
-[[noreturn]] void goBy(const char* name)
-{
-	::prctl(PR_SET_NAME, name);
-	for (;;)
-	{
-		::pause();
-	}
-}
-
-TEST_F(LocalUser, HisProcessStandsInForAProgramThatIsDown)
-{
-	const std::string down = "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0";
-	const std::string running = "D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1";
-	settings.set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "1");
-	apply();
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	ASSERT_TRUE(isTold(down));
-	EXPECT_EQ(timesTold(running), 0);
-
-	// The name is found within his process's; he does not await his child.
-	const Shared<std::atomic<pid_t>> child;
-	const UsersProcess user(
-	    [&]
-	    {
-		    const pid_t pid = ::fork();
-		    pid == 0 ? goBy("noSuchServer2") : child->store(pid);
-		    for (;;)
-		    {
-			    ::pause();
-		    }
-	    });
-	ASSERT_TRUE(isTold(running));
-	const std::string directory = "/proc/" + std::to_string(*child);
-	EXPECT_THAT(sandbox::readFile(directory + "/status"), HasSubstr("Uid:\t61234\t61234\t61234\t61234\n"));
-
-	// A kill command goes by the whole name.
-	sandbox::shell("! killall -q -9 noSuchServer");
-	EXPECT_THAT(sandbox::readFile(directory + "/stat"), HasSubstr(" (noSuchServer2) S "));
-
-	ASSERT_EQ(::kill(*child, SIGKILL), 0);
-	ASSERT_TRUE(waitFor([&] { return sandbox::readFile(directory + "/stat").find(") Z ") != std::string::npos; }, 10s,
-	                    "a zombie"));
-	EXPECT_TRUE(isTold(running, timesTold(running) + 3));
 }
 
 /// @return what the page has from a beginning to an end, for the test's port
@@ -356,13 +304,6 @@ TEST_F(LocalUserAndRules, HeSpeaksWithTheNodesAddressUntilNftablesRefuseHim)
 	expectToRefuseTheUserAlone("nft -f /usr/velarix/rules",
 	                           [] { return counted("nft list table inet velarix_users", "counter packets "); });
 	sandbox::shell("nft delete table inet velarix_users");
-}
-
-TEST_F(LocalUserAndRules, HeSpeaksWithTheNodesAddressUntilIptablesRefuseHim)
-{
-	expectToRefuseTheUserAlone(rulesOfThePage("    iptables -I OUTPUT ", "\n\n"),
-	                           [] { return counted("iptables -nvxL OUTPUT 1", ""); });
-	sandbox::shell("iptables -F; ip6tables -F");
 }
 
 } // namespace

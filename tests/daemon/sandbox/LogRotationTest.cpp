@@ -2,8 +2,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdlib>
 #include <ctime>
 
 #include <Poco/AutoPtr.h>
@@ -15,18 +13,15 @@
 
 #include "Console.h"
 #include "Daemon.h"
+#include "LogFile.h"
 #include "LogFileChannel.h"
-#include "LogLines.h"
 #include "Sandbox.h"
 #include "VelarixLog.h"
 
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Ge;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Le;
 using testing::MatchesRegex;
 using testing::UnorderedElementsAre;
 
@@ -158,17 +153,6 @@ TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
 }
 
-TEST_F(LogRotation, ADirectoryThatIsGoneRefusesEveryLineFromThenOn)
-{
-	leaveLogOf(25 * kHour);
-	useRealLogFile();
-	sandbox::shell("mv /usr/velarix/log/rotation /usr/velarix/log/away");
-	const std::string refusal = refusalOfALine();
-	EXPECT_THAT(refusal, HasSubstr("/usr/velarix/log/rotation/v.log"));
-	EXPECT_EQ(refusalOfALine(), refusal);
-	sandbox::shell("rm -rf /usr/velarix/log/away");
-}
-
 TEST_F(LogRotation, ADiskWithoutAnInodeForTheNewFileRefusesEveryLineFromThenOn)
 {
 	sandbox::shell("mount -t tmpfs -o nr_inodes=3 few /usr/velarix/log/rotation");
@@ -198,67 +182,5 @@ TEST_F(LogRotation, AFileThatCannotBeOpenedIsTriedAgainWithTheNextLine)
 	channel->log(line);
 	EXPECT_THAT(sandbox::readFile("/usr/velarix/log/rotation/later/v.log"), HasSubstr("a line\n"));
 }
-
-/// @return day and time in the form of a zone's rule: "J326/16:05:00"
-std::string ruleAt(std::time_t local)
-{
-	std::tm parts{};
-	::gmtime_r(&local, &parts);
-	// Such a rule knows no 29th of February.
-	const bool afterLeapDay = parts.tm_year % 4 == 0 && parts.tm_yday >= 59;
-	std::array<char, 32> time{};
-	std::strftime(time.data(), time.size(), "/%H:%M:%S", &parts);
-	return "J" + std::to_string(parts.tm_yday + (afterLeapDay ? 0 : 1)) + time.data();
-}
-
-long offsetAt(std::time_t time)
-{
-	std::tm parts{};
-	::localtime_r(&time, &parts);
-	return parts.tm_gmtoff;
-}
-
-/// The parameter is whether summer time began twelve hours ago; else it ended then.
-class LogRotationAcrossSummerTime : public LogRotation, public testing::WithParamInterface<bool>
-{
-protected:
-	void SetUp() override
-	{
-		LogRotation::SetUp();
-		constexpr std::time_t halfYear = 180 * 24 * kHour;
-		const std::time_t change = std::time(nullptr) - 12 * kHour;
-		const std::time_t begin = GetParam() ? change : change - halfYear;
-		const std::time_t end = GetParam() ? change + halfYear : change;
-		::setenv("TZ", ("WIN0SUM-1," + ruleAt(begin) + "," + ruleAt(end + kHour)).c_str(), 1);
-		::tzset();
-		ASSERT_EQ(offsetAt(change + kHour) - offsetAt(change - kHour), GetParam() ? kHour : -kHour);
-	}
-
-	void TearDown() override
-	{
-		::setenv("TZ", "UTC0", 1);
-		::tzset();
-		LogRotation::TearDown();
-	}
-};
-
-// A local day of 23 or 25 hours changes nothing: the library counts in UTC.
-TEST_P(LogRotationAcrossSummerTime, AFileIsArchivedAfterTwentyFourHours)
-{
-	leaveLogOf(24 * kHour - 600);
-	leaveArchive("v.log.20240101000000000", 72 * kHour - 600);
-	leaveArchive("v.log.20240101000000001", 72 * kHour + 600);
-	writeOneLine();
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("an old line", "[Source:1] <I> a new line"));
-	leaveLogOf(24 * kHour + 600);
-	const std::string before = "v.log." + Poco::DateTimeFormatter::format(Poco::Timestamp(), "%Y%m%d%H%M%S%i");
-	writeOneLine();
-	const std::string after = "v.log." + Poco::DateTimeFormatter::format(Poco::Timestamp(), "%Y%m%d%H%M%S%i");
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
-	EXPECT_THAT(archives(), UnorderedElementsAre("v.log.20240101000000000", AllOf(Ge(before), Le(after))));
-}
-
-INSTANTIATE_TEST_SUITE_P(TwelveHoursAgo, LogRotationAcrossSummerTime, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& began) { return began.param ? "Began" : "Ended"; });
 
 } // namespace

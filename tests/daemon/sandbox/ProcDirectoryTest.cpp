@@ -1,6 +1,7 @@
-// Counting in a /proc made by hand: what of a directory is looked at, and how
-// much of a status file.
+// Counting in a /proc made by hand: what of a directory is looked at, how much of a status
+// file, and what number of matches counts.
 
+#include <filesystem>
 #include <thread>
 
 #include <dirent.h>
@@ -72,30 +73,113 @@ protected:
 	static bool isRunning() { return Utill::isProcessRunning(OBSERVATION_MODE_1); }
 };
 
-TEST_F(ProcDirectory, EveryProcessDirectoryIsLookedAt)
+/// The entry is compared as a signed char with '9' in its first character, and a '.' is left out.
+struct Entry
 {
-	process("1", "Name:\tserver\n");
-	process("22", "Name:\tserver\n");
-	process("333", "Name:\tother\n");
-	process("99999", "Name:\tserver\n");
-	EXPECT_TRUE(isRunning());
-	EXPECT_THAT(events::all(), ElementsAre("log D Utill:241  3processes are running at the same time"));
-}
+	const char* name;
+	bool counts;
+};
 
-TEST_F(ProcDirectory, OnlyTheFirstLineIsUsed)
+// clang-format off
+const Entry kEntries[] = {
+	{"1", true}, {"0", true}, {"9", true}, {"9abc", true}, {"-1", true}, {"+", true}, {" 1", true}, {",", true},
+	{"!x", true}, {"\x01", true}, {"\x80", true}, {"\xc3\xa4", true}, {"\xff", true},
+	{":", false}, {":12", false}, {"A", false}, {"self", false}, {"~", false}, {"\x7f", false}, {".1", false},
+	{"..1", false}, {".server", false},
+};
+// clang-format on
+
+TEST_F(ProcDirectory, EntriesUpToNineAreTakenForProcesses)
 {
-	process("1", "Name:\tother\nserver\n");
-	EXPECT_FALSE(isRunning());
+	for (const Entry& entry : kEntries)
+	{
+		process(entry.name, "Name:\tserver\n");
+		EXPECT_EQ(isRunning(), entry.counts) << entry.name;
+		std::filesystem::remove_all(std::string("/proc/") + entry.name);
+	}
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(ProcDirectory, ANulEndsTheLine)
+struct Status
 {
-	process("1", std::string("Name:\tother\0server\n", 19));
-	EXPECT_FALSE(isRunning());
-	process("2", std::string("Name:\tserver\0\n", 14));
-	EXPECT_TRUE(isRunning());
+	const char* name;
+	std::string text;
+	bool matches;
+};
+
+const Status kStatuses[] = {
+    {"only the first line is used", "Name:\tother\nserver\n", false},
+    {"a NUL ends the line", std::string("Name:\tother\0server\n", 19), false},
+    {"a NUL behind the name", std::string("Name:\tserver\0\n", 14), true},
+    {"a name that ends at the 127th character", std::string(121, 'x') + "server" + "more\n", true},
+    {"a name that ends at the 128th character", std::string(122, 'x') + "server" + "more\n", false},
+    {"the rest of a long line is no other line", std::string(127, 'x') + "server\nserver\n", false},
+};
+
+TEST_F(ProcDirectory, TheBeginningOfTheFirstLineIsSearched)
+{
+	directory("1");
+	for (const Status& status : kStatuses)
+	{
+		sandbox::writeFile("/proc/1/status", status.text);
+		EXPECT_EQ(isRunning(), status.matches) << status.name;
+	}
 	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+/// Configured programs against running ones: the number of matches alone decides.
+struct Count
+{
+	const char* name;
+	std::vector<std::string> configured;
+	std::vector<std::string> running;
+	bool result;
+	events::List lines;
+};
+
+// clang-format off
+const Count kCounts[] = {
+//   name                    configured            running                       result  lines
+	{"NoneOfNone",           {},                   {},                           true,   {}},
+	{"SomeOfNone",           {},                   {"a", "b"},                   true,   {}},
+	{"NoneOfOne",            {"/p/qa"},            {},                           false,  {}},
+	{"OtherOfOne",           {"/p/qa"},            {"qb"},                       false,  {}},
+	{"OneOfOne",             {"/p/qa"},            {"qa"},                       true,   {}},
+	{"TwoOfOne",             {"/p/qa"},            {"qa", "qa"},                 true,   {"log D Utill:241  2processes are running at the same time"}},
+	{"ThreeOfOne",           {"/p/qa"},            {"qa", "qa", "qa"},           true,   {"log D Utill:241  3processes are running at the same time"}},
+	{"NoneOfTwo",            {"/p/qa", "/p/qb"},   {"c"},                        false,  {}},
+	{"FirstOfTwo",           {"/p/qa", "/p/qb"},   {"qa"},                       false,  {}},
+	{"SecondOfTwo",          {"/p/qa", "/p/qb"},   {"qb"},                       false,  {}},
+	{"BothOfTwo",            {"/p/qa", "/p/qb"},   {"qa", "qb"},                 true,   {}},
+	{"FirstTwiceOfTwo",      {"/p/qa", "/p/qb"},   {"qa", "qa"},                 true,   {}},
+	{"SecondTwiceOfTwo",     {"/p/qa", "/p/qb"},   {"qb", "qb"},                 true,   {}},
+	{"BothAndOneMoreOfTwo",  {"/p/qa", "/p/qb"},   {"qa", "qb", "qb"},           true,   {"log D Utill:241  3processes are running at the same time"}},
+	{"OneThatContainsTwo",   {"/p/qa", "/p/qb"},   {"qaqb"},                     true,   {}},
+	{"SameTwiceConfigured",  {"/p/qa", "/r/qa"},   {"qa"},                       true,   {}},
+	{"TwiceAndTwice",        {"/p/qa", "/r/qa"},   {"qa", "qa"},                 true,   {"log D Utill:241  4processes are running at the same time"}},
+	{"ElevenOfOne",          {"/p/qa"},            std::vector<std::string>(11, "qa"), true, {"log D Utill:241  11processes are running at the same time"}},
+};
+// clang-format on
+
+TEST_F(ProcDirectory, TheNumberOfMatchesDecides)
+{
+	for (const Count& row : kCounts)
+	{
+		SCOPED_TRACE(row.name);
+		settings.programs(row.configured);
+		apply();
+		for (std::size_t i = 0; i < row.running.size(); ++i)
+		{
+			process(std::to_string(i + 1), "Name:\t" + row.running[i] + "\nUmask:\t0022\n");
+		}
+		events::clear();
+		EXPECT_EQ(isRunning(), row.result);
+		EXPECT_EQ(events::all(), row.lines);
+		for (std::size_t i = 0; i < row.running.size(); ++i)
+		{
+			std::filesystem::remove_all("/proc/" + std::to_string(i + 1));
+		}
+	}
 }
 
 TEST_F(ProcDirectory, ALineThatComesInPiecesIsReadToItsEnd)
@@ -131,25 +215,6 @@ TEST_F(ProcDirectory, TheNameMayBeAnywhereInTheLine)
 	apply();
 	EXPECT_TRUE(isRunning());
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:241  4processes are running at the same time"));
-}
-
-TEST_F(ProcDirectory, ANameThatEndsAtThe127thCharacterIsFound)
-{
-	process("1", std::string(121, 'x') + "server" + "more\n");
-	EXPECT_TRUE(isRunning());
-}
-
-TEST_F(ProcDirectory, ANameThatEndsAtThe128thCharacterIsNotFound)
-{
-	process("1", std::string(122, 'x') + "server" + "more\n");
-	EXPECT_FALSE(isRunning());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcDirectory, TheRestOfALongFirstLineIsNotReadAsAnotherLine)
-{
-	process("1", std::string(127, 'x') + "server\nserver\n");
-	EXPECT_FALSE(isRunning());
 }
 
 TEST_F(ProcDirectory, ADirectoryWithoutStatusIsReportedAndSkipped)

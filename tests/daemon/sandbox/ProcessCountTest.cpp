@@ -8,11 +8,9 @@
 #include <unistd.h>
 
 #include "Daemon.h"
-#include "ProcessChecker.h"
 #include "RealPrograms.h"
 #include "Utill.h"
 
-using programs::NoMoreDescriptors;
 using programs::Sleeper;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -72,25 +70,8 @@ private:
 TEST_F(ProcessCount, ARunningProgramIsFound)
 {
 	configure({"/opt/app/vxalpha"});
+	EXPECT_FALSE(isRunning());
 	const Sleeper alpha("vxalpha");
-	EXPECT_TRUE(isRunning());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcessCount, AProgramThatDoesNotRunIsNotFound)
-{
-	configure({"/opt/app/vxalpha"});
-	const Sleeper beta("vxbeta");
-	EXPECT_FALSE(isRunning());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcessCount, TwoInstancesStandInForTheOther)
-{
-	configure({"/opt/app/vxalpha", "/opt/app/vxbeta"});
-	const Sleeper first("vxalpha");
-	EXPECT_FALSE(isRunning());
-	const Sleeper second("vxalpha");
 	EXPECT_TRUE(isRunning());
 	EXPECT_THAT(events::all(), IsEmpty());
 }
@@ -147,30 +128,6 @@ TEST_F(ProcessCount, NoFileStaysOpen)
 	const auto before = openFiles();
 	isRunning();
 	EXPECT_EQ(openFiles(), before);
-}
-
-TEST_F(ProcessCount, TheCheckersFlagFallsWhenProcCannotBeRead)
-{
-	configure({"/opt/app/vxalpha"});
-	const Sleeper alpha("vxalpha");
-	std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
-	bool running = false;
-	MODE mode = MODE_MASTER;
-	std::string location = "noName";
-	ProcessChecker checker(&pHandles, &running, &mode, location);
-	events::clear();
-	events::endAtSleep(1);
-	EXPECT_THROW(checker.run(), events::EndOfScript);
-	EXPECT_TRUE(running);
-	events::endAtSleep(1);
-	{
-		const NoMoreDescriptors limit;
-		EXPECT_THROW(checker.run(), events::EndOfScript);
-	}
-	EXPECT_FALSE(running);
-	EXPECT_THAT(events::all(), ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 1", "sleep 5000",
-	                                       "log E Utill:204 NO_DIR(/proc)",
-	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:M]: 0", "sleep 5000"));
 }
 
 } // namespace

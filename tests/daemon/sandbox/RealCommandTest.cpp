@@ -34,23 +34,6 @@ protected:
 	}
 };
 
-TEST_F(RealCommand, TwoLinesComeWithDoubledLineFeeds)
-{
-	EXPECT_EQ(outputOf("echo first; echo second"), "first\n\nsecond\n\n");
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(echo first; echo second) : first\n\nsecond\n\n"));
-}
-
-TEST_F(RealCommand, StandardErrorIsNotPartOfTheOutput)
-{
-	EXPECT_EQ(outputOf("(echo wrong >&2) 2>/dev/null; echo right"), "right\n\n");
-}
-
-TEST_F(RealCommand, AProgramThatDoesNotExistGivesTheEmptyText)
-{
-	EXPECT_EQ(outputOf("/usr/velarix/noSuchProgram 2>/dev/null"), "");
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(/usr/velarix/noSuchProgram 2>/dev/null) : "));
-}
-
 TEST_F(RealCommand, TheOutputOfABackgroundProcessIsAwaited)
 {
 	EXPECT_EQ(outputOf("(sleep 0.2; echo late) & echo early"), "early\n\nlate\n\n");
@@ -59,13 +42,6 @@ TEST_F(RealCommand, TheOutputOfABackgroundProcessIsAwaited)
 TEST_F(RealCommand, ABackgroundProcessWithoutThePipeIsNotAwaited)
 {
 	EXPECT_EQ(outputOf("sleep 1000 >/dev/null 2>&1 & echo early"), "early\n\n");
-}
-
-TEST_F(RealCommand, AnOutputOfManyPiecesIsWhole)
-{
-	const std::string output = outputOf("yes | head -n 50000");
-	EXPECT_EQ(output.size(), 150000U);
-	EXPECT_EQ(output.substr(0, 6), "y\n\ny\n\n");
 }
 
 TEST_F(RealCommand, NothingOfACommandIsLeftBehind)

@@ -7,10 +7,9 @@
 
 #include <sys/wait.h>
 
-#include "Daemon.h"
-#include "RealPrograms.h"
 #include "Sandbox.h"
 #include "Utill.h"
+#include "WorkerTest.h"
 
 using testing::ElementsAre;
 using testing::MatchesRegex;
@@ -23,7 +22,7 @@ constexpr char kStop[] = "ip addr del 10.77.0.100/24 dev eth0 2>/dev/null";
 constexpr char kNotListed[] = "log D Utill:680 myVirtualIP not working";
 constexpr char kListed[] = "log D Utill:668 myVirtualIP working";
 
-class RealVirtualIP : public DaemonTest
+class RealVirtualIP : public WorkerTest
 {
 protected:
 	void SetUp() override
@@ -32,7 +31,6 @@ protected:
 		sandbox::addInterface("eth0", true);
 		sandbox::shell("ip addr add 10.77.0.1/24 dev eth0");
 		configure(kStart);
-		programs::warmUpLog();
 	}
 
 	void TearDown() override
@@ -41,14 +39,12 @@ protected:
 		DaemonTest::TearDown();
 	}
 
-	/// The settings file is read here already: some tests forbid it later.
 	void configure(const std::string& startCommand)
 	{
 		settings.set("AGENT.VIRTUAL_IP", "10.77.0.100")
 		    .set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand)
 		    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", kStop);
 		apply();
-		Utill::getProcessList();
 	}
 
 	static bool start()
@@ -88,11 +84,6 @@ TEST_F(RealVirtualIP, AStandingAddressIsDroppedFirstAndRaisedAnew)
 	events::clear();
 	EXPECT_TRUE(start());
 	EXPECT_THAT(events::only({"log I", "log D Utill:6"}), ElementsAre(ran(kStop), kNotListed, ran(kStart)));
-}
-
-TEST_F(RealVirtualIP, StopDropsTheAddress)
-{
-	EXPECT_TRUE(start());
 	EXPECT_TRUE(Utill::stopVirtualIP());
 	EXPECT_FALSE(isMyVirtualIPWorking());
 }
@@ -105,6 +96,15 @@ TEST_F(RealVirtualIP, AnUnlabelledSecondaryAddressIsNotListed)
 	sandbox::shell(kStart);
 	EXPECT_TRUE(isMyVirtualIPWorking());
 	EXPECT_THAT(events::all(), ElementsAre(kNotListed, kListed));
+}
+
+TEST_F(RealVirtualIP, TheCarrierOfItsInterfaceIsRead)
+{
+	auto pReceiver = make<CHeartReciver>();
+	EXPECT_EQ(pReceiver->serviceLanCardCheck(), 1);
+	EXPECT_EQ(pReceiver->ComunicationLanCardCheck(), 0) << "there is no eth1";
+	sandbox::setCarrier("eth0", false);
+	EXPECT_EQ(pReceiver->serviceLanCardCheck(), 0);
 }
 
 TEST_F(RealVirtualIP, NothingOfAListingIsLeftBehind)
@@ -129,23 +129,6 @@ TEST_F(RealVirtualIP, AListingInAnotherLanguageShowsTheAddressAsWell)
 	EXPECT_TRUE(isMyVirtualIPWorking());
 	::unsetenv("LC_ALL");
 	::unsetenv("LOCPATH");
-}
-
-TEST_F(RealVirtualIP, AMissingListingToolCountsAsNotWorking)
-{
-	const std::string path = std::getenv("PATH");
-	::setenv("PATH", "/usr/velarix/none", 1);
-	testing::internal::CaptureStderr();
-	EXPECT_FALSE(isMyVirtualIPWorking());
-	testing::internal::GetCapturedStderr();
-	::setenv("PATH", path.c_str(), 1);
-	EXPECT_THAT(events::all(), ElementsAre(kNotListed));
-}
-
-TEST_F(RealVirtualIP, AListingThatCannotBeStartedIsLogged)
-{
-	EXPECT_FALSE(programs::withoutDescriptors(isMyVirtualIPWorking));
-	EXPECT_THAT(events::all(), ElementsAre("log E Utill:652 popen error"));
 }
 
 } // namespace

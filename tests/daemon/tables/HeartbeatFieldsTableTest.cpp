@@ -1,9 +1,9 @@
 // What a heartbeat says, for every combination of the shared values, and how the
 // start time is copied into it. The rows are bytes on the wire.
 
-#include <set>
-#include <tuple>
+#include <map>
 
+#include "RowName.h"
 #include "Sandbox.h"
 #include "SenderTest.h"
 #include "velarix/paths.h"
@@ -12,93 +12,57 @@
 namespace
 {
 
-struct Row
+struct Beat
 {
-	const char* name;
 	bool running;
 	MODE mode;
 	std::int32_t asking;
-	const char* message;
+	std::string message;
 };
 
-void PrintTo(const Row& row, std::ostream* pStream)
+/// Every combination of what the three fields can be.
+std::vector<Beat> combinations()
 {
-	*pStream << row.name;
-}
-
-// clang-format off
-const Row kRows[] = {
-	// name                           running mode asks message
-	{"stopped_master_no_ask",           false,  1,  0, "/process/0/1/20240131235959/0/"},
-	{"stopped_master_ask",              false,  1,  1, "/process/0/1/20240131235959/1/"},
-	{"stopped_master_ask_of_2",         false,  1,  2, "/process/0/1/20240131235959/0/"},
-	{"stopped_master_ask_of_minus_1",   false,  1, -1, "/process/0/1/20240131235959/0/"},
-	{"stopped_slave_no_ask",            false,  2,  0, "/process/0/2/20240131235959/0/"},
-	{"stopped_slave_ask",               false,  2,  1, "/process/0/2/20240131235959/1/"},
-	{"stopped_slave_ask_of_2",          false,  2,  2, "/process/0/2/20240131235959/0/"},
-	{"stopped_slave_ask_of_minus_1",    false,  2, -1, "/process/0/2/20240131235959/0/"},
-	{"stopped_unset_no_ask",            false,  0,  0, "/process/0/2/20240131235959/0/"},
-	{"stopped_unset_ask",               false,  0,  1, "/process/0/2/20240131235959/1/"},
-	{"stopped_unset_ask_of_2",          false,  0,  2, "/process/0/2/20240131235959/0/"},
-	{"stopped_unset_ask_of_minus_1",    false,  0, -1, "/process/0/2/20240131235959/0/"},
-	{"stopped_unknown_no_ask",          false,  3,  0, "/process/0/2/20240131235959/0/"},
-	{"stopped_unknown_ask",             false,  3,  1, "/process/0/2/20240131235959/1/"},
-	{"stopped_unknown_ask_of_2",        false,  3,  2, "/process/0/2/20240131235959/0/"},
-	{"stopped_unknown_ask_of_minus_1",  false,  3, -1, "/process/0/2/20240131235959/0/"},
-	{"stopped_negative_no_ask",         false, -1,  0, "/process/0/2/20240131235959/0/"},
-	{"stopped_negative_ask",            false, -1,  1, "/process/0/2/20240131235959/1/"},
-	{"stopped_negative_ask_of_2",       false, -1,  2, "/process/0/2/20240131235959/0/"},
-	{"stopped_negative_ask_of_minus_1", false, -1, -1, "/process/0/2/20240131235959/0/"},
-	{"running_master_no_ask",           true,   1,  0, "/process/1/1/20240131235959/0/"},
-	{"running_master_ask",              true,   1,  1, "/process/1/1/20240131235959/1/"},
-	{"running_master_ask_of_2",         true,   1,  2, "/process/1/1/20240131235959/0/"},
-	{"running_master_ask_of_minus_1",   true,   1, -1, "/process/1/1/20240131235959/0/"},
-	{"running_slave_no_ask",            true,   2,  0, "/process/1/2/20240131235959/0/"},
-	{"running_slave_ask",               true,   2,  1, "/process/1/2/20240131235959/1/"},
-	{"running_slave_ask_of_2",          true,   2,  2, "/process/1/2/20240131235959/0/"},
-	{"running_slave_ask_of_minus_1",    true,   2, -1, "/process/1/2/20240131235959/0/"},
-	{"running_unset_no_ask",            true,   0,  0, "/process/1/2/20240131235959/0/"},
-	{"running_unset_ask",               true,   0,  1, "/process/1/2/20240131235959/1/"},
-	{"running_unset_ask_of_2",          true,   0,  2, "/process/1/2/20240131235959/0/"},
-	{"running_unset_ask_of_minus_1",    true,   0, -1, "/process/1/2/20240131235959/0/"},
-	{"running_unknown_no_ask",          true,   3,  0, "/process/1/2/20240131235959/0/"},
-	{"running_unknown_ask",             true,   3,  1, "/process/1/2/20240131235959/1/"},
-	{"running_unknown_ask_of_2",        true,   3,  2, "/process/1/2/20240131235959/0/"},
-	{"running_unknown_ask_of_minus_1",  true,   3, -1, "/process/1/2/20240131235959/0/"},
-	{"running_negative_no_ask",         true,  -1,  0, "/process/1/2/20240131235959/0/"},
-	{"running_negative_ask",            true,  -1,  1, "/process/1/2/20240131235959/1/"},
-	{"running_negative_ask_of_2",       true,  -1,  2, "/process/1/2/20240131235959/0/"},
-	{"running_negative_ask_of_minus_1", true,  -1, -1, "/process/1/2/20240131235959/0/"},
-};
-// clang-format on
-
-class HeartbeatFields : public SenderTest, public testing::WithParamInterface<Row>
-{
-};
-
-TEST_P(HeartbeatFields, AreSentAsWritten)
-{
-	running = GetParam().running;
-	velarix::storeShared(g_specialAsking, GetParam().asking);
-	// A thread that starts with the role 0 ends at once, so the role comes later.
-	atWait(1, [this] { velarix::storeShared(mode, GetParam().mode); });
-	untilWait(2);
-	partner->message();
-	EXPECT_EQ(partner->message(), GetParam().message);
-	EXPECT_EQ(events::all().at(3), std::string("log D CHeartSender:124 beat sent[noName]:") + GetParam().message);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatFields, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& row) { return std::string(row.param.name); });
-
-TEST(HeartbeatFieldsRows, AreEveryCombinationOnce)
-{
-	std::set<std::tuple<bool, MODE, std::int32_t>> seen;
-	for (const Row& row : kRows)
+	const std::map<bool, std::string> runnings{{false, "0"}, {true, "1"}};
+	const std::map<MODE, std::string> roles{{1, "1"}, {2, "2"}, {0, "2"}, {3, "2"}, {-1, "2"}};
+	const std::map<std::int32_t, std::string> asks{{0, "0"}, {1, "1"}, {2, "0"}, {-1, "0"}};
+	std::vector<Beat> all;
+	for (const auto& [running, runningField] : runnings)
 	{
-		EXPECT_TRUE(seen.insert({row.running, row.mode, row.asking}).second) << row.name;
+		for (const auto& [role, roleField] : roles)
+		{
+			for (const auto& [asking, askField] : asks)
+			{
+				all.push_back({running, role, asking,
+				               "/process/" + runningField + "/" + roleField + "/20240131235959/" + askField + "/"});
+			}
+		}
 	}
-	EXPECT_EQ(seen.size(), 2U * 5U * 4U);
+	return all;
+}
+
+TEST_F(SenderTest, EveryCombinationOfTheSharedValuesIsSentAsItsFields)
+{
+	// A thread that starts with the role 0 ends at once, so the values come with the waits.
+	std::string expected = beats::kBeat;
+	int wait = 0;
+	for (const Beat& beat : combinations())
+	{
+		atWait(++wait,
+		       [&, beat]
+		       {
+			       EXPECT_EQ(partner->message(), expected);
+			       EXPECT_EQ(events::all().at(events::all().size() - 2),
+			                 "log D CHeartSender:124 beat sent[noName]:" + expected);
+			       velarix::storeShared(running, beat.running);
+			       velarix::storeShared(mode, beat.mode);
+			       velarix::storeShared(g_specialAsking, beat.asking);
+			       expected = beat.message;
+		       });
+	}
+	untilWait(wait + 1);
+	EXPECT_EQ(wait, 40);
+	EXPECT_EQ(partner->message(), expected);
 }
 
 struct TimeRow
@@ -108,11 +72,6 @@ struct TimeRow
 	std::string record;
 	std::string message;
 };
-
-void PrintTo(const TimeRow& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 const std::string kLongTime(2000, '7');
 
@@ -144,7 +103,6 @@ TEST_P(HeartbeatTime, IsCopiedFromTheRecord)
 	EXPECT_EQ(partner->message(), GetParam().message);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTime, testing::ValuesIn(kTimeRows),
-                         [](const testing::TestParamInfo<TimeRow>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTime, testing::ValuesIn(kTimeRows), rowName<TimeRow>);
 
 } // namespace

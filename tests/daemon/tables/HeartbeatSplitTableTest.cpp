@@ -7,6 +7,7 @@
 #include <Poco/Exception.h>
 
 #include "HeartbeatMessage.h"
+#include "RowName.h"
 
 using namespace std::string_literals;
 
@@ -23,11 +24,6 @@ struct Row
 	std::string startedTime;
 	std::string specialAsk;
 };
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 // clang-format off
 const Row kRows[] = {
@@ -63,19 +59,13 @@ TEST_P(HeartbeatSplit, GivesTheFields)
 	EXPECT_EQ(message.specialAsk, GetParam().specialAsk);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatSplit, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatSplit, testing::ValuesIn(kRows), rowName<Row>);
 
 struct ShortRow
 {
 	const char* name;
 	std::string text;
 };
-
-void PrintTo(const ShortRow& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 // clang-format off
 const ShortRow kShortRows[] = {
@@ -109,8 +99,7 @@ TEST_P(HeartbeatTooShort, IsARangeError)
 	}
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTooShort, testing::ValuesIn(kShortRows),
-                         [](const testing::TestParamInfo<ShortRow>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, HeartbeatTooShort, testing::ValuesIn(kShortRows), rowName<ShortRow>);
 
 TEST(HeartbeatSplitSize, AnyNumberOfSlashesIsSplit)
 {

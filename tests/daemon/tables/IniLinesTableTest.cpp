@@ -2,6 +2,7 @@
 // others. Every row: file before, key, value, whole file afterwards.
 #include "Daemon.h"
 #include "QuorinINI.h"
+#include "RowName.h"
 #include "Sandbox.h"
 
 using testing::IsEmpty;
@@ -19,11 +20,6 @@ struct Row
 	const char* value;
 	std::string after;
 };
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 /// A text with NUL bytes in it.
 template <std::size_t N> std::string bytes(const char (&literal)[N])
@@ -49,11 +45,6 @@ TEST_P(IniLines, AreReplacedOrKept)
 	EXPECT_TRUE(editor.changeINI(row.key, row.value));
 	EXPECT_EQ(sandbox::readFile(kFile), row.after);
 	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-std::string nameOf(const testing::TestParamInfo<Row>& info)
-{
-	return info.param.name;
 }
 
 // clang-format off
@@ -153,8 +144,8 @@ const Row kSizes[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Forms, IniLines, testing::ValuesIn(kForms), nameOf);
-INSTANTIATE_TEST_SUITE_P(Sections, IniLines, testing::ValuesIn(kSections), nameOf);
-INSTANTIATE_TEST_SUITE_P(Sizes, IniLines, testing::ValuesIn(kSizes), nameOf);
+INSTANTIATE_TEST_SUITE_P(Forms, IniLines, testing::ValuesIn(kForms), rowName<Row>);
+INSTANTIATE_TEST_SUITE_P(Sections, IniLines, testing::ValuesIn(kSections), rowName<Row>);
+INSTANTIATE_TEST_SUITE_P(Sizes, IniLines, testing::ValuesIn(kSizes), rowName<Row>);
 
 } // namespace

@@ -11,6 +11,7 @@
 
 #include "FakeOutside.h"
 #include "ReceiverTest.h"
+#include "RowName.h"
 #include "velarix/shared_value.h"
 
 using testing::ElementsAreArray;
@@ -117,11 +118,6 @@ struct Row
 	std::vector<std::string> changes; ///< from ask 0 and count 2
 };
 
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
-
 class NetworkStatus : public ReceiverTest, public testing::WithParamInterface<Row>
 {
 };
@@ -179,14 +175,15 @@ const Row kRows[] = {
     {"SlaveCannotPingBoth",             2, kThrows, 10, kThrows, "1\n", "-",   0, "slave partner? bad-partner no-partner service? bad-service no-service alone gateway? gateway takes-over run", {kTakesOver}},
     {"SlaveSeesNothing",                2,  0,  0,       0,      "1\n", "-",   1, "slave partner? no-partner service? no-service alone gateway? no-gateway",        {}},
     {"SlaveCannotPingTheGateway",       2,  0, kThrows,  0,      "1\n", "-",   1, "slave partner? no-partner service? no-service alone gateway? bad-gateway no-gateway", {}},
+    {"MasterHasLessThanNoReplies",      1, -1, -1,      10,      "1\n", "-",   0, "master gateway? no-gateway isolated kill",                                       {kGivesUp}},
+    {"SlaveHasLessThanNoReplies",       2, -1, -1,      -1,      "1\n", "-",   1, "slave partner? no-partner service? no-service alone gateway? no-gateway",        {}},
     {"UnsetSeesItsPartner",             0, 10,  0,       0,      "0\n", "-",   1, "slave partner? partner",                                                         {}},
     {"UnsetTakesOver",                  0,  0, 10,       0,      "1\n", "-",   0, "slave partner? no-partner service? no-service alone gateway? gateway takes-over run", {kTakesOver}},
     {"RoleThreeSeesTheService",         3,  0,  0,      10,      "0\n", "-",   1, "slave partner? no-partner service? service",                                     {}},
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Table, NetworkStatus, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, NetworkStatus, testing::ValuesIn(kRows), rowName<Row>);
 
 struct ErrorRow
 {
@@ -199,11 +196,6 @@ struct ErrorRow
 	MODE roleAfter;
 	const char* steps;
 };
-
-void PrintTo(const ErrorRow& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 class NetworkStatusError : public ReceiverTest, public testing::WithParamInterface<ErrorRow>
 {
@@ -245,8 +237,7 @@ const ErrorRow kErrors[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Table, NetworkStatusError, testing::ValuesIn(kErrors),
-                         [](const testing::TestParamInfo<ErrorRow>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, NetworkStatusError, testing::ValuesIn(kErrors), rowName<ErrorRow>);
 
 class NetworkStatusAsk : public ReceiverTest
 {

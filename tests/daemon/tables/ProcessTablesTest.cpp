@@ -4,26 +4,24 @@
 
 #include <map>
 
-#include <Poco/AutoPtr.h>
-
-#include "Daemon.h"
 #include "FakeOutside.h"
 #include "ProcessChecker.h"
 #include "Utill.h"
+#include "WorkerTest.h"
 
 using testing::ElementsAre;
 
 namespace
 {
 
-class ProcessTables : public DaemonTest
+class ProcessTables : public WorkerTest
 {
 protected:
 	/// @return a checker of a node in this role
 	ProcessChecker* make(MODE role)
 	{
-		m_mode = role;
-		m_pChecker = new ProcessChecker(&m_pHandles, &m_running, &m_mode, m_location);
+		mode = role;
+		m_pChecker = WorkerTest::make<ProcessChecker>();
 		events::clear();
 		return m_pChecker.get();
 	}
@@ -43,10 +41,6 @@ protected:
 	}
 
 private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
-	bool m_running = false;
-	MODE m_mode = MODE_SLAVE;
-	std::string m_location = "noName";
 	Poco::AutoPtr<ProcessChecker> m_pChecker;
 };
 
@@ -54,11 +48,11 @@ TEST_F(ProcessTables, OnlyTheSettingOneIsTheFirstObservationMode)
 {
 	EXPECT_EQ(static_cast<int>(OBSERVATION_MODE_1), 1);
 	EXPECT_EQ(static_cast<int>(OBSERVATION_MODE_2), 2);
-	for (const auto& [setting, mode] :
+	for (const auto& [setting, observed] :
 	     std::map<std::string, int>{{"1", 1}, {"2", 2}, {"7", 2}, {"11", 2}, {"0", 2}, {"-1", 2}})
 	{
 		set("PROCESS_CHECK.OBSERVATION_MODE", setting);
-		EXPECT_EQ(Utill::getObservationMode(), mode) << setting;
+		EXPECT_EQ(Utill::getObservationMode(), observed) << setting;
 	}
 	EXPECT_THAT(events::all(), testing::IsEmpty());
 }
@@ -71,7 +65,6 @@ TEST_F(ProcessTables, EveryOtherResultOfTheScriptCountsAsStarted)
 	{
 		SCOPED_TRACE(raw);
 		events::clear();
-		fakeoutside::reset();
 		fakeoutside::systemGives("/usr/velarix/bin/ini/processList.sh", raw);
 		Utill::voidProcessRun(true);
 		EXPECT_THAT(events::all(),

@@ -3,7 +3,7 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
+#include "RowName.h"
 #include "Utill.h"
 
 namespace
@@ -16,11 +16,6 @@ struct Row
 	const char* directory;
 	const char* program;
 };
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 // clang-format off
 const Row kRows[] = {
@@ -41,12 +36,6 @@ const Row kRows[] = {
 
 class ProgramPathTable : public DaemonTest, public testing::WithParamInterface<Row>
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
 };
 
 TEST_P(ProgramPathTable, Directory)
@@ -65,7 +54,6 @@ TEST_P(ProgramPathTable, Program)
 	EXPECT_THAT(events::all(), testing::IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(AllPaths, ProgramPathTable, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& rowInfo) { return std::string(rowInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(AllPaths, ProgramPathTable, testing::ValuesIn(kRows), rowName<Row>);
 
 } // namespace

@@ -1,16 +1,13 @@
 // Which key of the run-info record each of its users takes for a label. The three
 // rules differ on purpose: "master1" and "master2" are known to the reader alone,
 // "slaveAlone" to the sender's writer alone, and "master2" is the slave's key.
-#include <Poco/AutoPtr.h>
-
 #include "CAgent.h"
 #include "CHeartReciver.h"
 #include "CHeartSender.h"
-#include "Daemon.h"
-#include "FakeOutside.h"
 #include "FixedClock.h"
+#include "RowName.h"
 #include "Sandbox.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 #include "velarix/paths.h"
 
 using testing::ElementsAre;
@@ -19,113 +16,55 @@ using testing::IsEmpty;
 namespace
 {
 
-enum class Key
+/// A key of the record, its value in the default record and the record after it was written.
+struct Key
 {
-	last,
-	master,
-	slave
+	const char* name;
+	const char* value;
+	const char* recordAfter;
 };
-constexpr Key kLast = Key::last;
-constexpr Key kMaster = Key::master;
-constexpr Key kSlave = Key::slave;
+
+const Key kLast{"TRACE.LAST_RUN_TIME", "20240131235959",
+                "[TRACE]\nLAST_RUN_TIME = 20231114221320\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+                "SLAVE_LAST_RUN_TIME = 20240102000000\n"};
+const Key kMaster{"TRACE.MASTER_LAST_RUN_TIME", "20240101000000",
+                  "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20231114221320\n"
+                  "SLAVE_LAST_RUN_TIME = 20240102000000\n"};
+const Key kSlave{"TRACE.SLAVE_LAST_RUN_TIME", "20240102000000",
+                 "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+                 "SLAVE_LAST_RUN_TIME = 20231114221320\n"};
 
 struct Row
 {
 	const char* name;
 	const char* label;
-	Key agentWrites;
-	Key reciverWrites;
-	Key senderWrites;
-	Key senderReads;
+	const Key& agentWrites;
+	const Key& reciverWrites;
+	const Key& senderWrites;
+	const Key& senderReads;
 };
 
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
-
-const char* keyName(Key key)
-{
-	switch (key)
-	{
-	case Key::master:
-		return "TRACE.MASTER_LAST_RUN_TIME";
-	case Key::slave:
-		return "TRACE.SLAVE_LAST_RUN_TIME";
-	default:
-		return "TRACE.LAST_RUN_TIME";
-	}
-}
-
-/// @return the default record with the value of `key` replaced by the clock's time
-const char* recordAfter(Key key)
-{
-	switch (key)
-	{
-	case Key::master:
-		return "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20231114221320\n"
-		       "SLAVE_LAST_RUN_TIME = 20240102000000\n";
-	case Key::slave:
-		return "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-		       "SLAVE_LAST_RUN_TIME = 20231114221320\n";
-	default:
-		return "[TRACE]\nLAST_RUN_TIME = 20231114221320\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-		       "SLAVE_LAST_RUN_TIME = 20240102000000\n";
-	}
-}
-
-/// @return the value of `key` in the default record
-const char* valueOf(Key key)
-{
-	switch (key)
-	{
-	case Key::master:
-		return "20240101000000";
-	case Key::slave:
-		return "20240102000000";
-	default:
-		return "20240131235959";
-	}
-}
-
-class RunInfoKeys : public DaemonTest, public testing::WithParamInterface<Row>
+class RunInfoKeys : public WorkerTest, public testing::WithParamInterface<Row>
 {
 protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		fixedclock::stopAt(1700000000, "UTC0");
-		m_location = GetParam().label;
 	}
-	void TearDown() override
-	{
-		fixedclock::go();
-		DaemonTest::TearDown();
-	}
-
-	Poco::AutoPtr<CHeartSender> sender() { return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location); }
-	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
 
 	/// Expects exactly the write of `key` and the one log line that begins with `lead`.
-	void expectWritten(Key key, const std::string& lead)
+	void expectWritten(const Key& key, const std::string& lead)
 	{
-		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), recordAfter(key));
-		EXPECT_THAT(events::all(), ElementsAre(lead + keyName(key) + "(20231114221320)[" + m_location + "]"));
+		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), key.recordAfter);
+		EXPECT_THAT(events::all(), ElementsAre(lead + key.name + "(20231114221320)[" + GetParam().label + "]"));
 	}
-
-	std::string m_location;
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
-	bool m_running = false;
-	MODE m_mode = MODE_SLAVE;
 };
 
 TEST_P(RunInfoKeys, OfTheAgentsWriter)
 {
 	CAgent agent(MODE_SLAVE);
-	AgentAccess::processLocation(agent) = m_location;
+	AgentAccess::processLocation(agent) = GetParam().label;
 	events::clear();
 	agent.saveStartedTime();
 	expectWritten(GetParam().agentWrites, "log D CAgent:179 run time wrote:");
@@ -133,26 +72,21 @@ TEST_P(RunInfoKeys, OfTheAgentsWriter)
 
 TEST_P(RunInfoKeys, OfTheReceiversWriter)
 {
-	reciver()->saveStartedTime();
+	make<CHeartReciver>(GetParam().label)->saveStartedTime();
 	expectWritten(GetParam().reciverWrites, "log D CHeartReciver:627 run info file changed:");
 }
 
 TEST_P(RunInfoKeys, OfTheSendersWriter)
 {
-	sender()->saveStartedTime();
+	make<CHeartSender>(GetParam().label)->saveStartedTime();
 	expectWritten(GetParam().senderWrites, "log D CHeartSender:249 run info file changed:");
 }
 
 TEST_P(RunInfoKeys, OfTheSendersReader)
 {
-	EXPECT_EQ(sender()->getProcessStartedTime(), valueOf(GetParam().senderReads));
+	EXPECT_EQ(make<CHeartSender>(GetParam().label)->getProcessStartedTime(), GetParam().senderReads.value);
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-std::string nameOf(const testing::TestParamInfo<Row>& info)
-{
-	return info.param.name;
 }
 
 // clang-format off
@@ -180,6 +114,6 @@ const Row kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Labels, RunInfoKeys, testing::ValuesIn(kRows), nameOf);
+INSTANTIATE_TEST_SUITE_P(Labels, RunInfoKeys, testing::ValuesIn(kRows), rowName<Row>);
 
 } // namespace

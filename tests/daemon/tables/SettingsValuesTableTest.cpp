@@ -3,6 +3,7 @@
 // ends the daemon.
 #include "Configuraion.h"
 #include "Daemon.h"
+#include "RowName.h"
 #include "Sandbox.h"
 
 namespace
@@ -20,11 +21,6 @@ struct Row
 	const char* number;
 	const char* flag;
 };
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 /// Every row is asked for the key "S.K".
 class SettingsValues : public DaemonTest, public testing::WithParamInterface<Row>
@@ -64,11 +60,6 @@ TEST_P(SettingsValues, AsSwitch)
 	{
 		EXPECT_EQ(Configuraion(kFile).getBool("S.K") ? "on" : "off", std::string(GetParam().flag));
 	}
-}
-
-std::string nameOf(const testing::TestParamInfo<Row>& info)
-{
-	return info.param.name;
 }
 
 // clang-format off
@@ -112,6 +103,6 @@ const Row kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Forms, SettingsValues, testing::ValuesIn(kRows), nameOf);
+INSTANTIATE_TEST_SUITE_P(Forms, SettingsValues, testing::ValuesIn(kRows), rowName<Row>);
 
 } // namespace

@@ -3,6 +3,7 @@
 // changes of the network verdict are in NetworkStatusTableTest.cpp.
 #include "FakeOutside.h"
 #include "ReceiverTest.h"
+#include "RowName.h"
 #include "velarix/shared_value.h"
 
 using testing::ElementsAreArray;
@@ -23,11 +24,6 @@ struct Row
 	int gateway; ///< replies
 	std::vector<std::string> changes;
 };
-
-void PrintTo(const Row& row, std::ostream* pStream)
-{
-	*pStream << row.name;
-}
 
 class StateChanges : public ReceiverTest, public testing::WithParamInterface<Row>
 {
@@ -96,7 +92,6 @@ const Row kRows[] = {
 };
 // clang-format on
 
-INSTANTIATE_TEST_SUITE_P(Table, StateChanges, testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Table, StateChanges, testing::ValuesIn(kRows), rowName<Row>);
 
 } // namespace

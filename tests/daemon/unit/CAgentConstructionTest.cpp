@@ -7,7 +7,6 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
 #include "Reported.h"
 #include "Sandbox.h"
 #include "WorkerAccess.h"
@@ -22,18 +21,6 @@ namespace
 class CAgentConstruction : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
-	void TearDown() override
-	{
-		fakeoutside::reset();
-		DaemonTest::TearDown();
-	}
-
 	/// The events of the construction alone, without those of the destruction.
 	static events::List eventsOfConstruction(MODE mode)
 	{
@@ -132,6 +119,7 @@ TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
 	EXPECT_FALSE(AgentAccess::running(agent));
 	EXPECT_FALSE(agent.isRunning());
 	EXPECT_EQ(AgentAccess::processLocation(agent), "noName");
+	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_1);
 	EXPECT_TRUE(AgentAccess::checker(agent).isNull());
 	EXPECT_TRUE(AgentAccess::sender(agent).isNull());
 	EXPECT_TRUE(AgentAccess::reciver(agent).isNull());
@@ -139,12 +127,6 @@ TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
 	EXPECT_FALSE(AgentAccess::senderThread(agent).isRunning());
 	EXPECT_FALSE(AgentAccess::reciverThread(agent).isRunning());
 	EXPECT_FALSE(AgentAccess::spareThread(agent).isRunning());
-}
-
-TEST_F(CAgentConstruction, TheObservationModeIsTheConfiguredOne)
-{
-	CAgent agent(2);
-	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_1);
 }
 
 TEST_F(CAgentConstruction, TheRoleSpecificStepsDoNothing)

@@ -1,20 +1,45 @@
 // The agent's kill when the kill of the programs itself fails: scripted, since
 // the production kill always succeeds.
 
+#include <functional>
 #include <stdexcept>
 
 #include <Poco/Exception.h>
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeKill.h"
-#include "FakeOutside.h"
+#include "Utill.h"
 #include "WorkerAccess.h"
 
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+
+namespace
+{
+
+/// What each kill of the managed programs does; the production kill cannot fail.
+std::function<bool()> g_kill;
+
+} // namespace
+
+// In place of src/process/Kill.cpp.
+bool Utill::processKill()
+{
+	events::add("kill");
+	return g_kill();
+}
+
+bool Utill::processKill(std::vector<Poco::ProcessHandle*>* /*pHandles*/)
+{
+	return true;
+}
+
+bool Utill::advenceRunCheck(int /*unused*/)
+{
+	return true;
+}
 
 namespace
 {
@@ -27,8 +52,7 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
-		fakekill::reset();
+		g_kill = [] { return true; };
 		settings.programs({"/opt/app/bin/agent_kill_test"});
 		apply();
 		agent = std::make_unique<CAgent>(2);
@@ -46,7 +70,7 @@ protected:
 
 TEST_F(CAgentKill, AKillThatReportsFailureIsLoggedAndEndsTheDaemon)
 {
-	fakekill::killGives(false);
+	g_kill = [] { return false; };
 	EXPECT_EXIT(agent->kill(), testing::KilledBySignal(SIGABRT),
 	            AllOf(HasSubstr("**ERROR**(CAgent:123)process killed[noName]\n"),
 	                  HasSubstr(assertionReport("isKill == true", "CAgent", 131, kKill))));
@@ -54,7 +78,7 @@ TEST_F(CAgentKill, AKillThatReportsFailureIsLoggedAndEndsTheDaemon)
 
 TEST_F(CAgentKill, AnErrorOfTheKillIsLoggedAndEndsTheDaemon)
 {
-	fakekill::killThrows([] { throw Poco::SystemException("kill"); });
+	g_kill = []() -> bool { throw Poco::SystemException("kill"); };
 	EXPECT_EXIT(agent->kill(), testing::KilledBySignal(SIGABRT),
 	            AllOf(HasSubstr("**ERROR**(CAgent:127)System exception: kill\n"), Not(HasSubstr("CAgent:123")),
 	                  HasSubstr(assertionReport("isKill == true", "CAgent", 131, kKill))));
@@ -62,13 +86,13 @@ TEST_F(CAgentKill, AnErrorOfTheKillIsLoggedAndEndsTheDaemon)
 
 TEST_F(CAgentKill, AForeignErrorOfTheKillReachesTheCaller)
 {
-	fakekill::killThrows([] { throw std::runtime_error("foreign"); });
+	g_kill = []() -> bool { throw std::runtime_error("foreign"); };
 	EXPECT_THROW(agent->kill(), std::runtime_error);
 }
 
 TEST_F(CAgentKill, TheConstructorIgnoresAKillThatReportsFailure)
 {
-	fakekill::killGives(false);
+	g_kill = [] { return false; };
 	const CAgent another(2);
 	EXPECT_THAT(events::all(), ElementsAre("log D CAgent:25 stop virtual ip, process", //
 	                                       "command vip-stop",                         //
@@ -79,7 +103,7 @@ TEST_F(CAgentKill, TheConstructorIgnoresAKillThatReportsFailure)
 
 TEST_F(CAgentKill, AnErrorOfTheKillLeavesTheConstructor)
 {
-	fakekill::killThrows([] { throw Poco::SystemException("kill"); });
+	g_kill = []() -> bool { throw Poco::SystemException("kill"); };
 	EXPECT_THROW(CAgent(2), Poco::SystemException);
 }
 

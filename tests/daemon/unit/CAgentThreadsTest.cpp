@@ -7,7 +7,6 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
 #include "Sandbox.h"
 #include "ThreadStarts.h"
 #include "WorkerAccess.h"
@@ -25,15 +24,12 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
-		threadstarts::reset();
 		makeAgent(2);
 	}
 
 	void TearDown() override
 	{
 		agent.reset();
-		threadstarts::reset();
 		DaemonTest::TearDown();
 	}
 

@@ -81,12 +81,6 @@ void expectOthersGoOn()
 	EXPECT_EQ(sandbox::readFile(kGood), "[T]\nK = 3\n");
 }
 
-TEST_F(ChangeIniFailures, AFileThatVanishedAfterTheLoadGivesTheMessageAndFalse)
-{
-	inOwnProcess(failToRead);
-	EXPECT_NE(::access(kFile, F_OK), 0);
-}
-
 /// A real failure of the write alone, as on a disk that fills up between the file's
 /// emptying and its new bytes.
 TEST_F(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsTold)

@@ -3,9 +3,24 @@
 #include "Database.h"
 
 #include "Daemon.h"
-#include "FakeDatabaseCheck.h"
 
 using testing::ElementsAre;
+
+namespace
+{
+
+int g_failures = 0; ///< of the next checks
+MODE* g_pLastMode = nullptr;
+
+} // namespace
+
+// In place of src/net/DatabaseCheck.cpp.
+bool DBFileCheck(MODE* pMode)
+{
+	events::add("database check");
+	g_pLastMode = pMode;
+	return g_failures-- <= 0;
+}
 
 namespace
 {
@@ -16,7 +31,7 @@ class DatabaseWait : public DaemonTest
 
 TEST_F(DatabaseWait, ADatabaseThatComesUpAfterTwoChecksIsWorking)
 {
-	fakedatabase::failTimes(2);
+	g_failures = 2;
 	testing::internal::CaptureStdout();
 	EXPECT_TRUE(isDBOn(nullptr));
 	EXPECT_EQ(testing::internal::GetCapturedStdout(), "waiting database...: 1\n"
@@ -28,7 +43,7 @@ TEST_F(DatabaseWait, ADatabaseThatComesUpAfterTwoChecksIsWorking)
 
 TEST_F(DatabaseWait, AHundredFailedChecksEndTheWait)
 {
-	fakedatabase::failTimes(100);
+	g_failures = 100;
 	std::string console;
 	for (int i = 1; i <= 100; ++i)
 	{
@@ -45,10 +60,10 @@ TEST_F(DatabaseWait, AHundredFailedChecksEndTheWait)
 
 TEST_F(DatabaseWait, TheCheckIsGivenTheRole)
 {
-	fakedatabase::failTimes(0);
+	g_failures = 0;
 	MODE mode = MODE_MASTER;
 	EXPECT_TRUE(isDBOn(&mode));
-	EXPECT_EQ(fakedatabase::lastMode(), &mode);
+	EXPECT_EQ(g_pLastMode, &mode);
 }
 
 } // namespace

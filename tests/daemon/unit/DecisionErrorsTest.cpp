@@ -1,13 +1,11 @@
 // What a decision has changed by the time it acts, which settings it reads, and
 // that it passes on the errors of process and address control.
-#include <memory>
 #include <stdexcept>
 
 #include <Poco/Exception.h>
 
 #include "FakeOutside.h"
 #include "ReceiverTest.h"
-#include "Sandbox.h"
 #include "velarix/shared_value.h"
 
 using testing::ElementsAre;
@@ -16,41 +14,7 @@ using testing::ElementsAreArray;
 namespace
 {
 
-const char kChmod[] = "system chmod 755 /usr/velarix/bin/ini/processList.sh";
 const char kScript[] = "system /usr/velarix/bin/ini/processList.sh";
-const char kStopLogged[] = "log I Utill:573 command(vip-stop) : ";
-
-class DecisionOrder : public ReceiverTest
-{
-protected:
-	void expectActions(const events::List& actions)
-	{
-		EXPECT_THAT(events::without({"log "}), ElementsAreArray(actions));
-	}
-};
-
-TEST_F(DecisionOrder, TheRunInfoRecordStaysAsItIs)
-{
-	configureRole("1");
-	hear("2", "0");
-	mode = 2;
-	hear("2", "1");
-	EXPECT_EQ(sandbox::readFile("/usr/velarix/bin/log/runinfo.txt"), kRunInfo);
-}
-
-TEST_F(DecisionOrder, EveryObservationModeCountsAlike)
-{
-	for (const char* observation : {"1", "2", "0", "7"})
-	{
-		settings.set("PROCESS_CHECK.OBSERVATION_MODE", observation);
-		apply();
-		mode = 1;
-		status() = 0;
-		programRuns(true);
-		hear("2", "0");
-		EXPECT_EQ(status(), 1) << observation;
-	}
-}
 
 class DecisionSettings : public ReceiverTest
 {
@@ -78,85 +42,75 @@ TEST_F(DecisionSettings, AMasterWithTheStatusNotOKNeedsTheObservationMode)
 	EXPECT_FATAL(hear("2", "0"), "0", "Configuraion", 83, kGetInt);
 }
 
-class DecisionErrors : public ReceiverTest
+struct Row
 {
-protected:
-	/// The n-th occurrence of the action throws a system error.
-	static void breakAt(const std::string& action, int occurrence = 1)
-	{
-		auto left = std::make_shared<int>(occurrence);
-		fakeoutside::onAction(
-		    [action, left](const std::string& event)
-		    {
-			    if (event == action && --*left == 0)
-			    {
-				    throw Poco::SystemException("broken", 5);
-			    }
-		    });
-	}
-
-	void expectPassedOn(const std::string& partner, const std::string& ask, const events::List& steps)
-	{
-		try
-		{
-			hear(partner, ask);
-			ADD_FAILURE() << "no exception";
-		}
-		catch (const Poco::SystemException& exc)
-		{
-			EXPECT_EQ(exc.displayText(), "System exception: broken");
-			EXPECT_EQ(exc.code(), 5);
-		}
-		EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({steps})));
-	}
+	const char* breaks; ///< the action that throws
+	const char* partner;
+	const char* ask;
+	const char* configured;
+	MODE mode;
+	bool programs;
+	MODE modeAfter;
+	steps::Step steps;
 };
 
 const char kTwoMasters[] = "log D CHeartReciver:282 My NetWork Status: OK MY:MASTER PARTNER:MASTER OK";
 
-TEST_F(DecisionErrors, AnErrorOfTheKillInAMastersResetIsPassedOn)
+/// A start up to its script.
+events::List startUpToTheScript()
 {
-	configureRole("1");
-	mode = 1;
-	programRuns(true);
-	breakAt("command kill-by-name dbServer");
-	expectPassedOn("1", "0", {kTwoMasters, "log D CHeartReciver:470 MASTER kill", "command kill-by-name dbServer"});
-	EXPECT_EQ(mode, 1);
+	events::List start = steps::runPrograms();
+	start.pop_back();
+	return start;
 }
 
-TEST_F(DecisionErrors, AnErrorOfTheStartInAMastersResetIsPassedOn)
+class DecisionErrors : public ReceiverTest
 {
-	configureRole("1");
-	breakAt(kScript);
-	expectPassedOn("2", "0",
-	               {"log D CHeartReciver:411 szTmp[1] specialAsk[0]",
-	                "log D CHeartReciver:418 My NetWork Status: OK MY:SLAVE PARTNER:SLAVE OK",
-	                "log D CHeartReciver:473 try to process run", "log D Utill:48 try to start virtual ip",
-	                "command vip-stop", kStopLogged, "command ifconfig", "log D Utill:668 myVirtualIP working",
-	                "log D Utill:62 try to run processes", kChmod, kScript});
-	EXPECT_EQ(mode, 1);
-}
+protected:
+	void expectPassedOn(const Row& row)
+	{
+		SCOPED_TRACE(row.breaks);
+		fakeoutside::onAction(
+		    [&row](const std::string& event)
+		    {
+			    if (event == row.breaks)
+			    {
+				    throw Poco::SystemException("broken", 5);
+			    }
+		    });
+		configureRole(row.configured);
+		programRuns(row.programs);
+		mode = row.mode;
+		velarix::storeShared(g_specialAsking, std::int32_t{1});
+		count() = 3;
+		events::clear();
+		EXPECT_THROW(hear(row.partner, row.ask), Poco::SystemException);
+		EXPECT_THAT(events::all(), ElementsAreArray(steps::heard({row.steps})));
+		EXPECT_EQ(mode, row.modeAfter);
+	}
+};
 
-TEST_F(DecisionErrors, AnErrorOfTheStopCommandInASlavesResetIsPassedOn)
+TEST_F(DecisionErrors, OfAnActionArePassedOnWithTheRoleAsItIsThen)
 {
-	mode = 1;
-	programRuns(true);
-	breakAt("command vip-stop");
-	expectPassedOn("1", "0",
-	               {kTwoMasters, "log D CHeartReciver:480 SLAVE kill", "command kill-by-name dbServer",
-	                "log I Utill:573 command(kill-by-name dbServer) : ", "command vip-stop"});
-	EXPECT_EQ(mode, 2);
-}
-
-TEST_F(DecisionErrors, AnErrorWhileAnAskedSlaveRaisesTheVirtualIPStartsNoProgram)
-{
-	velarix::storeShared(g_specialAsking, std::int32_t{1});
-	count() = 3;
-	breakAt("command ifconfig");
-	expectPassedOn("2", "1",
-	               {"log D CHeartReciver:411 szTmp[1] specialAsk[1]",
-	                "log D CHeartReciver:414 special ask: slave -> master", "command vip-stop", kStopLogged,
-	                "command ifconfig"});
-	EXPECT_EQ(mode, 1);
+	using steps::join;
+	const Row rows[] = {
+	    {"command kill-by-name dbServer", "1", "0", "1", 1, true, 1,
+	     join({kTwoMasters, "log D CHeartReciver:470 MASTER kill", "command kill-by-name dbServer"})},
+	    {kScript, "2", "0", "1", 2, false, 1,
+	     join({"log D CHeartReciver:411 szTmp[1] specialAsk[0]",
+	           "log D CHeartReciver:418 My NetWork Status: OK MY:SLAVE PARTNER:SLAVE OK",
+	           "log D CHeartReciver:473 try to process run", startUpToTheScript()})},
+	    {"command vip-stop", "1", "0", "2", 1, true, 2,
+	     join({kTwoMasters, "log D CHeartReciver:480 SLAVE kill", steps::killPrograms(), "command vip-stop"})},
+	    {"command ifconfig", "2", "1", "2", 2, false, 1,
+	     join({"log D CHeartReciver:411 szTmp[1] specialAsk[1]", "log D CHeartReciver:414 special ask: slave -> master",
+	           steps::dropAddress(), "command ifconfig"})},
+	};
+	for (const Row& row : rows)
+	{
+		expectPassedOn(row);
+	}
+	// The ask was done with before the address was raised.
 	EXPECT_EQ(velarix::loadShared(g_specialAsking), 0);
 	EXPECT_EQ(count(), 0);
 }

@@ -47,12 +47,6 @@ private:
 
 class DirectLaunch : public DaemonTest
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
 };
 
 TEST_F(DirectLaunch, EachCommandIsLaunchedInOrderWithoutArguments)

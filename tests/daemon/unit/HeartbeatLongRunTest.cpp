@@ -166,7 +166,7 @@ TEST_F(HeartbeatLongRun, AsksThatCrossOnTheWireMakeTwoMastersUntilTheNextHeartbe
 	expectCalm(*b, MODE_SLAVE);
 }
 
-/// The bytes that a attacker or a broken partner may send.
+/// The bytes that an attacker or a broken partner may send.
 std::string anyBytes(std::mt19937& random)
 {
 	std::string bytes(std::uniform_int_distribution<std::size_t>(1, 600)(random), '\0');
@@ -220,23 +220,12 @@ protected:
 		}
 	}
 
-	/// What reached a node.
-	struct Done
-	{
-		int passes = 0;
-		int calls = 0;
-		int messages = 0;
-		int beatsSent = 0;
-	};
-
-	/// A pass with a random call of the partner or of a attacker, or with silence.
+	/// A pass with a random call of the partner or of an attacker, or with silence.
 	void step(LoopNode& node)
 	{
-		Done& done = m_done[&node];
 		const int kind = std::uniform_int_distribution<int>(0, 9)(random);
 		const std::string bytes = kind == 4 ? anyBytes(random) : anyHeartbeat(random);
 		std::function<void()> call;
-		int messages = 1;
 		if (kind < 4)
 		{
 			call = [&] { node.partner->beat(); };
@@ -244,77 +233,23 @@ protected:
 		else if (kind < 6)
 		{
 			call = [&] { send(node, bytes); };
-			messages = static_cast<int>((bytes.size() + 255) / 256);
 		}
 		else if (kind == 6)
 		{
 			call = [&] { peer::connectTo(kPort, node.address127); };
-			messages = 0;
 		}
-		++done.passes;
-		if (node.pass(call))
-		{
-			++done.calls;
-			done.messages += messages;
-			m_done[node.partner].beatsSent += kind < 4 ? 1 : 0;
-		}
+		node.pass(call);
 		EXPECT_TRUE(node.role == MODE_MASTER || node.role == MODE_SLAVE);
 		EXPECT_TRUE(node.status() == 0 || node.status() == 1);
 		EXPECT_TRUE(node.asking == 0 || node.asking == 1);
 		EXPECT_TRUE(node.count() >= 0 && node.count() <= 3);
 	}
 
-	void expectTotals(LoopNode& node)
-	{
-		const Done& done = m_done[&node];
-		const int endedEarly = node.lines("D CHeartReciver:99") + node.lines("D CHeartReciver:106");
-		const int drops = node.lines("D CHeartReciver:84");
-		EXPECT_EQ(node.lines("D CHeartReciver:94"), done.passes + 1);
-		EXPECT_EQ(node.lines("D CHeartReciver:150"), done.calls);
-		EXPECT_EQ(node.lines("D CHeartReciver:164"), done.messages);
-		EXPECT_EQ(node.lines("E CHeartReciver:146"), done.passes - endedEarly - done.calls);
-		EXPECT_EQ(drops, done.calls + node.lines("D CHeartReciver:189") + node.lines("D CHeartReciver:218"));
-		EXPECT_EQ(node.lines("D CHeartReciver:87"), drops);
-		EXPECT_EQ(node.lines("D CHeartReciver:88"), drops);
-		EXPECT_EQ(node.lines("E CHeartReciver:79"), 0);
-		EXPECT_EQ(node.lines("D CHeartSender:124"), done.beatsSent);
-		EXPECT_EQ(node.lines("E CHeartSender:79") + node.lines("E CHeartSender:128"), 0);
-		const int open = node.lines("D CHeartReciver:124") - drops;
-		EXPECT_EQ(open, peer::somebodyListensOn(kPort, node.address127) ? 1 : 0);
-		expectSilencesInOrder(node.silences());
-	}
-
-	/// A count begins with 1 after everything but 1 (followed by 2) and 2 (by the third).
-	static void expectSilencesInOrder(const std::vector<std::string>& silences)
-	{
-		std::string former;
-		for (const std::string& silence : silences)
-		{
-			const std::string next = former == "1" ? "2" : former == "2" ? "third" : "1";
-			EXPECT_TRUE(silence == next || silence == "poll") << silence << " after " << former;
-			former = silence;
-		}
-	}
-
 	std::mt19937 random;
 
 private:
-	std::map<const LoopNode*, Done> m_done;
 	std::unique_ptr<testing::ScopedTrace> m_trace;
 };
-
-TEST_F(RandomHeartbeats, LeaveTheTotalsInOrder)
-{
-	a->serve();
-	for (int i = 0; i < 1500 && !HasFailure(); ++i)
-	{
-		LoopNode& node = oneIn(2) ? *a : *b;
-		breakOrRepair(node);
-		step(node);
-	}
-	expectTotals(*a);
-	expectTotals(*b);
-}
 
 TEST_F(RandomHeartbeats, ThePairSettlesOnOneMasterOnceAllIsWell)
 {

@@ -23,12 +23,6 @@ constexpr char kBanner[] = "log E Utill:78 \n"
 class Launching : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
 	void waitingTime(const std::string& seconds)
 	{
 		settings.set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", seconds);

@@ -11,7 +11,8 @@
 
 #include "Console.h"
 #include "Daemon.h"
-#include "LogLines.h"
+#include "LogFile.h"
+#include "RowName.h"
 #include "VelarixLog.h"
 
 using testing::ElementsAre;
@@ -34,11 +35,6 @@ struct Level
 	const char* err;
 	bool throws; ///< what the log's channel throws, before any echo
 };
-
-void PrintTo(const Level& level, std::ostream* pStream)
-{
-	*pStream << level.name;
-}
 
 // clang-format off
 const Level kLevels[] = {
@@ -131,20 +127,7 @@ TEST_P(LogLevels, LeaveAnExceptionOfAnotherFamilyToTheCaller)
 	expectConsole([] { EXPECT_THROW(write(), std::runtime_error); }, "", "");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LogLevels, testing::ValuesIn(kLevels),
-                         [](const testing::TestParamInfo<Level>& level) { return std::string(level.param.name); });
-
-TEST_F(LogTexts, LinesKeepTheirOrder)
-{
-	consoleOf(
-	    []
-	    {
-		    velarixLog->critical("A", 3, "%s", "first");
-		    velarixLog->notice("B", 2, "%s", "second");
-		    velarixLog->error("C", 1, "%s", "third");
-	    });
-	EXPECT_THAT(file(), ElementsAre("[A:3] <C> first", "[B:2] <D> second", "[C:1] <E> third"));
-}
+INSTANTIATE_TEST_SUITE_P(All, LogLevels, testing::ValuesIn(kLevels), rowName<Level>);
 
 TEST_F(LogTexts, PercentSignsOfAnArgumentAreTextEverywhere)
 {

@@ -1,13 +1,10 @@
 #include <unistd.h>
 
-#include <Poco/FileChannel.h>
-#include <Poco/FormattingChannel.h>
 #include <Poco/Logger.h>
-#include <Poco/PatternFormatter.h>
 
 #include "Console.h"
 #include "Daemon.h"
-#include "LogLines.h"
+#include "LogFile.h"
 #include "Sandbox.h"
 #include "VelarixLog.h"
 
@@ -65,42 +62,6 @@ TEST_F(LogStart, IsSilentAndOpensTheFileAtOnce)
 	EXPECT_THAT(logFileLines(kLog), IsEmpty());
 }
 
-TEST_F(LogStart, BuildsTheLoggerThatLetsDebugLinesThrough)
-{
-	start();
-	Poco::Logger* const pLogger = Poco::Logger::has("FileLogger");
-	ASSERT_NE(pLogger, nullptr);
-	EXPECT_EQ(pLogger->getLevel(), 7);
-}
-
-TEST_F(LogStart, FormatsInLocalTime)
-{
-	start();
-	const auto pFormatting = Poco::Logger::get("FileLogger").getChannel().cast<Poco::FormattingChannel>();
-	ASSERT_FALSE(pFormatting.isNull());
-	const auto pFormatter = pFormatting->getFormatter().cast<Poco::PatternFormatter>();
-	ASSERT_FALSE(pFormatter.isNull());
-	EXPECT_EQ(pFormatter->getProperty("pattern"), "%Y-%m-%d %H:%M:%S.%c [%P:%I][%U:%u] <%q> %t");
-	EXPECT_EQ(pFormatter->getProperty("times"), "local");
-}
-
-TEST_F(LogStart, RotatesDailyAndPurgesByTheConfiguredAge)
-{
-	start();
-	const auto pFormatting = Poco::Logger::get("FileLogger").getChannel().cast<Poco::FormattingChannel>();
-	ASSERT_FALSE(pFormatting.isNull());
-	const auto pFile = pFormatting->getChannel().cast<Poco::FileChannel>();
-	ASSERT_FALSE(pFile.isNull());
-	EXPECT_EQ(pFile->getProperty("path"), kLog);
-	EXPECT_EQ(pFile->getProperty("rotation"), "daily");
-	EXPECT_EQ(pFile->getProperty("purgeAge"), "7 days");
-	EXPECT_EQ(pFile->getProperty("archive"), "timestamp");
-	// What is not set stays as the library has it.
-	EXPECT_EQ(pFile->getProperty("times"), "utc");
-	EXPECT_EQ(pFile->getProperty("compress"), "false");
-	EXPECT_EQ(pFile->getProperty("purgeCount"), "");
-}
-
 TEST_F(LogStart, ContinuesAnExistingFile)
 {
 	sandbox::writeFile(kLog, "from the run before\n");
@@ -110,32 +71,18 @@ TEST_F(LogStart, ContinuesAnExistingFile)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre(testing::_, "[Source:1] <I> of this run"));
 }
 
-TEST_F(LogStart, AMissingDirectoryIsToldOnStandardOutput)
+TEST_F(LogStart, WhatItCannotUseIsSaidOnStandardOutputAndNothingIsMade)
 {
 	configure("/usr/velarix/none/start.log", "7 days");
 	expectRefused("File not found: /usr/velarix/none/start.log");
-	EXPECT_FALSE(exists("/usr/velarix/none"));
-}
-
-TEST_F(LogStart, APurgeAgeThatIsNoNumberIsRefusedBeforeTheFileIsMade)
-{
-	configure(kLog, "soon");
-	expectRefused("Invalid argument: Zero is not valid purge age.");
-	EXPECT_FALSE(exists(kLog));
-}
-
-TEST_F(LogStart, APurgeAgeWithoutAUnitIsRefused)
-{
-	configure(kLog, "7");
-	expectRefused("Invalid argument: purgeAge: 7");
-	EXPECT_FALSE(exists(kLog));
-}
-
-// The path is only opened at the end, so the purge age is what is complained of.
-TEST_F(LogStart, ABadPurgeAgeComesBeforeABadPath)
-{
+	// The path is only opened at the end, so the purge age is what is complained of.
 	configure("/usr/velarix/none/start.log", "7 fortnights");
 	expectRefused("Invalid argument: purgeAge: 7 fortnights");
+	configure(kLog, "soon");
+	expectRefused("Invalid argument: Zero is not valid purge age.");
+	configure(kLog, "7");
+	expectRefused("Invalid argument: purgeAge: 7");
+	EXPECT_FALSE(exists(kLog) || exists("/usr/velarix/none"));
 }
 
 TEST_F(LogStart, CanSucceedAfterItFailed)

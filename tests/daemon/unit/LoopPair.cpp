@@ -144,18 +144,6 @@ void LoopNode::showOutside() const
 void LoopNode::onLine(const std::string& event)
 {
 	++m_lines[event.substr(4, event.find(' ', 6) - 4)];
-	if (event.find("CHeartReciver:189 ") != std::string::npos)
-	{
-		m_silences.push_back(event.substr(event.size() - 2, 1));
-	}
-	else if (event.find("CHeartReciver:192 ") != std::string::npos)
-	{
-		m_silences.emplace_back("third");
-	}
-	else if (event.find("CHeartReciver:150 ") != std::string::npos)
-	{
-		m_silences.emplace_back("poll");
-	}
 	if (event == kPassBegins)
 	{
 		CooperativeThread::pause();
@@ -175,8 +163,6 @@ void LoopNode::onPoll()
 void LoopPair::SetUp()
 {
 	DaemonTest::SetUp();
-	fakeoutside::reset();
-	socketcalls::reset();
 	sandbox::coverProc();
 	std::filesystem::create_directory("/proc/7");
 	fakeoutside::onAction([](const std::string& action) { LoopNode::current()->follow(action); });
@@ -209,8 +195,6 @@ void LoopPair::TearDown()
 	a.reset();
 	b.reset();
 	Configuraion::pConf = nullptr;
-	socketcalls::reset();
 	sandbox::showRealProc();
-	fakeoutside::reset();
 	DaemonTest::TearDown();
 }

@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,8 +41,6 @@ public:
 	std::int32_t count() { return WorkerAccess::specialAskCount(*m_receiver); }
 	/// @return how often the node has written the line, "LEVEL SOURCE:LINE"
 	int lines(const std::string& key) const;
-	/// @return the lines of the count of silences, in order, as "1", "2", "third", "poll"
-	const std::vector<std::string>& silences() const { return m_silences; }
 
 	const std::string address127; ///< where it listens, port 7001
 	MODE role = MODE_SLAVE;
@@ -67,7 +64,6 @@ private:
 	void showOutside() const;
 	void onLine(const std::string& event);
 	void onPoll();
-	bool pollNeedNotWait() const { return !m_called; }
 
 	Configuraion* m_pConf;
 	std::string m_name;
@@ -78,7 +74,6 @@ private:
 	std::function<void()> m_call;
 	bool m_called = false;
 	std::map<std::string, int> m_lines;
-	std::vector<std::string> m_silences;
 	std::unique_ptr<CooperativeThread> m_receiverThread;
 	std::unique_ptr<CooperativeThread> m_senderThread;
 };

@@ -1,5 +1,6 @@
-// Heartbeats that look odd and are accepted. What is none, and that it changes nothing, is
-// told by the tables of the fields and by the replayed inputs of the fuzzers.
+// Heartbeats that look odd and are accepted, and what is none and changes nothing.
+#include <map>
+
 #include "ReceiverTest.h"
 #include "velarix/shared_value.h"
 
@@ -54,6 +55,31 @@ TEST_F(OddHeartbeat, ARoleWithALineFeedIsASlave)
 	EXPECT_THAT(events::all(), ElementsAreArray(steps::heard(
 	                               {"log D CHeartReciver:411 szTmp[1] specialAsk[0]",
 	                                "log D CHeartReciver:418 My NetWork Status: OK MY:SLAVE PARTNER:SLAVE OK"})));
+}
+
+TEST_F(OddHeartbeat, WhatIsNoneChangesNothing)
+{
+	const char* const outOfRange = "log E CHeartReciver:246 Out of range";
+	const auto unknown = [](const std::string& prefix)
+	{ return "log D CHeartReciver:252 preFix unknown: [" + prefix + "]"; };
+	const std::map<std::string, std::string> rows{{"", outOfRange},
+	                                              {"/", outOfRange},
+	                                              {"garbage", outOfRange},
+	                                              {"process/0/2/x/1/", outOfRange},
+	                                              {"/process/0/2/x/", outOfRange},
+	                                              {"/proc/0/2/x/1/", unknown("proc")},
+	                                              {"/Process/0/2/x/1/", unknown("Process")},
+	                                              {"/ process/0/2/x/1/", unknown(" process")},
+	                                              {"//0/2/x/1/", unknown("")}};
+	velarix::storeShared(g_specialAsking, std::int32_t{1});
+	count() = 2;
+	for (const auto& [text, line] : rows)
+	{
+		events::clear();
+		EXPECT_THAT(stateChanges([this, &text = text] { receiver->ParsingReceivedMessage(text); }), testing::IsEmpty());
+		EXPECT_EQ(events::all().back(), line) << text;
+		EXPECT_THAT(events::without({"log "}), testing::IsEmpty()) << text;
+	}
 }
 
 } // namespace

@@ -11,13 +11,10 @@
 
 #include <pthread.h>
 
-#include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 
-#include "Daemon.h"
-#include "FakeOutside.h"
 #include "Utill.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 
 using testing::ElementsAre;
 
@@ -94,13 +91,12 @@ bool no()
 	return false;
 }
 
-class CheckerRun : public DaemonTest
+class CheckerRun : public WorkerTest
 {
 protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		g_answers = {&yes};
 		g_checks = 0;
 	}
@@ -114,7 +110,7 @@ protected:
 
 	Poco::AutoPtr<ProcessChecker> make()
 	{
-		Poco::AutoPtr<ProcessChecker> pChecker(new ProcessChecker(&m_pHandles, &running, &mode, location));
+		auto pChecker = WorkerTest::make<ProcessChecker>(location);
 		events::clear();
 		return pChecker;
 	}
@@ -127,36 +123,36 @@ protected:
 		EXPECT_THROW(pChecker->run(), events::EndOfScript);
 	}
 
+	/// Runs the loop until its second sleep.
+	/// @return the running flag at both
+	std::vector<bool> flagsAtTwoSleeps()
+	{
+		std::vector<bool> flags;
+		Poco::AutoPtr<ProcessChecker> pChecker = make();
+		events::onSleep(
+		    [&](long)
+		    {
+			    flags.push_back(running);
+			    if (flags.size() == 2)
+			    {
+				    throw events::EndOfScript{};
+			    }
+		    });
+		EXPECT_THROW(pChecker->run(), events::EndOfScript);
+		return flags;
+	}
+
 	void set(const std::string& key, const std::string& value)
 	{
 		settings.set(key, value);
 		apply();
 	}
-
-	bool running = false;
-	MODE mode = MODE_SLAVE;
-	std::string location = "noName";
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
 };
 
 TEST_F(CheckerRun, EachCycleChecksStoresLogsAndSleeps)
 {
 	g_answers = {&yes, &no};
-	std::vector<bool> flags;
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	events::onSleep(
-	    [&](long)
-	    {
-		    flags.push_back(running);
-		    if (flags.size() == 2)
-		    {
-			    throw events::EndOfScript{};
-		    }
-	    });
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(flags, ElementsAre(true, false));
+	EXPECT_THAT(flagsAtTwoSleeps(), ElementsAre(true, false));
 	EXPECT_THAT(events::all(),
 	            ElementsAre("check in mode 1", "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
 	                        "sleep 5000", "check in mode 1",
@@ -179,13 +175,6 @@ TEST_F(CheckerRun, TheCycleIsNotReadAgain)
 	EXPECT_THAT(events::only({"sleep "}), ElementsAre("sleep 5000"));
 }
 
-TEST_F(CheckerRun, TheCheckIsGivenTheObservationMode)
-{
-	set("PROCESS_CHECK.OBSERVATION_MODE", "3");
-	runCycles(1);
-	EXPECT_THAT(events::only({"check"}), ElementsAre("check in mode 2"));
-}
-
 TEST_F(CheckerRun, TheLineIsLabelledWithTheLocationOfConstruction)
 {
 	location = "hall7";
@@ -200,19 +189,7 @@ TEST_F(CheckerRun, AnExceptionOfTheCheckKeepsTheFlagAndTheLoop)
 {
 	running = true;
 	g_answers = {[]() -> bool { throw Poco::FileException("proc", 3); }, &no};
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	std::vector<bool> flags;
-	events::onSleep(
-	    [&](long)
-	    {
-		    flags.push_back(running);
-		    if (flags.size() == 2)
-		    {
-			    throw events::EndOfScript{};
-		    }
-	    });
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(flags, ElementsAre(true, false));
+	EXPECT_THAT(flagsAtTwoSleeps(), ElementsAre(true, false));
 	EXPECT_THAT(events::all(), ElementsAre("check in mode 1", "log E ProcessChecker:107 File access error: proc",
 	                                       "sleep 5000", "check in mode 1",
 	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0", "sleep 5000"));

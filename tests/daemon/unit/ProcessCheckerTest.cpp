@@ -5,11 +5,8 @@
 
 #include <ctime>
 
-#include <Poco/AutoPtr.h>
-
-#include "Daemon.h"
 #include "FakeOutside.h"
-#include "WorkerAccess.h"
+#include "WorkerTest.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -17,34 +14,17 @@ using testing::IsEmpty;
 namespace
 {
 
-class Checker : public DaemonTest
+class Checker : public WorkerTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
 	/// A checker that tells when it is deleted.
-	class Observed : public ProcessChecker
+	struct Observed : ProcessChecker
 	{
-	public:
-		Observed(std::vector<Poco::ProcessHandle*>** ppHandles, bool* pRunning, MODE* pMode, std::string& location)
-		    : ProcessChecker(ppHandles, pRunning, pMode, location)
-		{
-		}
+		using ProcessChecker::ProcessChecker;
 		~Observed() override { events::add("checker deleted"); }
 	};
 
-	Poco::AutoPtr<ProcessChecker> make() { return new Observed(&m_pHandles, &running, &mode, location); }
-
-	bool running = false;
-	MODE mode = MODE_SLAVE;
-	std::string location = "noName";
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
+	Poco::AutoPtr<ProcessChecker> make() { return WorkerTest::make<Observed>(); }
 };
 
 TEST_F(Checker, ConstructionReadsTheProgramsOnce)

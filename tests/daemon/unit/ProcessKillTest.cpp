@@ -16,7 +16,6 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall -9").set("ADVENCE.KEYWORD", "defunct");
 		settings.programs({"/opt/app/server", "/opt/app/worker"});
 		apply();

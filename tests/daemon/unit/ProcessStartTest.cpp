@@ -60,7 +60,6 @@ protected:
 	void TearDown() override
 	{
 		worker.reset();
-		fixedclock::go();
 		ReceiverTest::TearDown();
 	}
 

@@ -1,14 +1,11 @@
-#include <Poco/AutoPtr.h>
-
 #include "CAgent.h"
 #include "CHeartReciver.h"
 #include "CHeartSender.h"
-#include "Daemon.h"
-#include "FakeOutside.h"
 #include "OwnProcess.h"
 #include "QuorinINI.h"
 #include "Sandbox.h"
 #include "WaitingThread.h"
+#include "WorkerTest.h"
 #include "velarix/paths.h"
 
 // ThreadSanitizer's deadlock detector is right about the editor: after a failure
@@ -24,23 +21,8 @@ namespace
 
 constexpr char kVanishing[] = "/usr/velarix/bin/log/vanishing.txt";
 
-class RunInfoLocks : public DaemonTest
+class RunInfoLocks : public WorkerTest
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
-	Poco::AutoPtr<CHeartSender> sender() { return new CHeartSender(&m_pHandles, &m_running, &m_mode, m_location); }
-	Poco::AutoPtr<CHeartReciver> reciver() { return new CHeartReciver(&m_pHandles, &m_running, &m_mode, m_location); }
-
-private:
-	std::vector<Poco::ProcessHandle*>* m_pHandles = nullptr;
-	bool m_running = false;
-	MODE m_mode = MODE_SLAVE;
-	std::string m_location = "noName";
 };
 
 /// Leaves the editor's lock taken by the calling thread.
@@ -61,8 +43,8 @@ TEST_F(RunInfoLocks, EachSourceFileHasItsOwnCopy)
 	    [this]
 	    {
 		    CAgent agent(MODE_SLAVE);
-		    auto pSender = sender();
-		    auto pReciver = reciver();
+		    auto pSender = make<CHeartSender>();
+		    auto pReciver = make<CHeartReciver>();
 		    jamTheEditor();
 
 		    const WaitingThread agentWriter([&agent] { agent.saveStartedTime(); });
@@ -90,8 +72,8 @@ TEST_F(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
 	inOwnProcess(
 	    [this]
 	    {
-		    auto pSender = sender();
-		    auto pReciver = reciver();
+		    auto pSender = make<CHeartSender>();
+		    auto pReciver = make<CHeartReciver>();
 		    // The threads wait until the process ends, so what they use is never destroyed.
 		    pSender.duplicate();
 		    pReciver.duplicate();
@@ -121,8 +103,8 @@ TEST_F(RunInfoLocks, ALockTakenInAnotherSourceFileStopsNobody)
 	    [this]
 	    {
 		    CAgent agent(MODE_SLAVE);
-		    auto pSender = sender();
-		    auto pReciver = reciver();
+		    auto pSender = make<CHeartSender>();
+		    auto pReciver = make<CHeartReciver>();
 		    const Poco::Mutex::ScopedLock lock(g_runTimeRecodeMutex);
 		    const WaitingThread everybody(
 		        [&]

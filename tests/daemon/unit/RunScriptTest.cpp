@@ -46,7 +46,6 @@ protected:
 	void SetUp() override
 	{
 		DaemonTest::SetUp();
-		fakeoutside::reset();
 		removeScript();
 	}
 
@@ -125,23 +124,6 @@ TEST_F(RunScript, ALinkInItsPlaceIsReplacedAndItsTargetKept)
 	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
 	EXPECT_EQ(sandbox::readFile(target), "kept\n");
 	::unlink(target.c_str());
-}
-
-TEST_F(RunScript, TheScriptIsThereBeforeTheVirtualIPIsStopped)
-{
-	settings.programs({"/srv/worker"});
-	apply();
-	std::string script = "not there";
-	fakeoutside::onAction(
-	    [&](const std::string& event)
-	    {
-		    if (event == "command vip-stop")
-		    {
-			    script = sandbox::readFile(velarix::kRunScriptPath);
-		    }
-	    });
-	const CAgent agent(MODE_SLAVE);
-	EXPECT_EQ(script, "cd /srv/\n/srv/worker &\n");
 }
 
 } // namespace

@@ -11,12 +11,6 @@ namespace
 class ShellRunner : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fakeoutside::reset();
-	}
-
 	std::string outputOf(const std::string& printed)
 	{
 		fakeoutside::commandPrints("show", printed);

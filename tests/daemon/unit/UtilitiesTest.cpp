@@ -2,8 +2,8 @@
 
 #include <array>
 #include <limits>
+#include <map>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
 #include "Daemon.h"
@@ -30,47 +30,32 @@ double difference(std::string first, std::string second)
 
 class CurrentTime : public DaemonTest
 {
-protected:
-	void TearDown() override
-	{
-		fixedclock::go();
-		DaemonTest::TearDown();
-	}
 };
 
-TEST(StringFinder, FindsAPatternAtTheBeginningInTheMiddleAndAtTheEnd)
+TEST(Utilities, ATextIsFoundAnywhereAndTheEmptyOneAlways)
 {
-	EXPECT_TRUE(finds("mysqld", "my"));
-	EXPECT_TRUE(finds("mysqld", "sql"));
-	EXPECT_TRUE(finds("mysqld", "d"));
-	EXPECT_TRUE(finds("mysqld", "mysqld"));
-}
-
-TEST(StringFinder, IsTrueForAnEmptyPattern)
-{
-	EXPECT_TRUE(finds("mysqld", ""));
+	for (const char* pattern : {"my", "sql", "d", "mysqld", ""})
+	{
+		EXPECT_TRUE(finds("mysqld", pattern)) << pattern;
+	}
 	EXPECT_TRUE(finds("", ""));
 }
 
-TEST(StringToDouble, ReadsTheLeadingNumber)
+TEST(Utilities, ATextIsReadAsItsLeadingNumber)
 {
-	EXPECT_EQ(number("42"), 42.0);
-	EXPECT_EQ(number("-1.5"), -1.5);
-	EXPECT_EQ(number("  7 apples"), 7.0);
-	EXPECT_EQ(number("12.25abc"), 12.25);
-}
-
-TEST(StringToDouble, IsZeroForATextThatBeginsWithNoNumber)
-{
-	EXPECT_EQ(number("abc"), 0.0);
-	EXPECT_EQ(number("x12"), 0.0);
-	EXPECT_EQ(number(""), 0.0);
-}
-
-TEST(StringToDouble, IsTheEndOfTheRangeForANumberBeyondIt)
-{
-	EXPECT_EQ(number("1e999"), std::numeric_limits<double>::max());
-	EXPECT_EQ(number("-1e999"), std::numeric_limits<double>::lowest());
+	const std::map<std::string, double> numbers{{"42", 42.0},
+	                                            {"-1.5", -1.5},
+	                                            {"  7 apples", 7.0},
+	                                            {"12.25abc", 12.25},
+	                                            {"abc", 0.0},
+	                                            {"x12", 0.0},
+	                                            {"", 0.0},
+	                                            {"1e999", std::numeric_limits<double>::max()},
+	                                            {"-1e999", std::numeric_limits<double>::lowest()}};
+	for (const auto& [text, value] : numbers)
+	{
+		EXPECT_EQ(number(text), value) << text;
+	}
 }
 
 TEST_F(CurrentTime, FiveSecondsPastSevenPastNineOnTheThirdOfJanuary2026)
@@ -111,42 +96,21 @@ TEST_F(CurrentTime, SeveralThreadsAskAtOnce)
 	EXPECT_THAT(right, testing::Each(true));
 }
 
-TEST(DifferentTime, SubtractsTheFirstFromTheSecond)
+TEST(Utilities, TheDifferenceOfTwoTimesIsThatOfTheNumbersAndNotOfTheSeconds)
 {
 	EXPECT_EQ(difference("3", "10"), 7.0);
 	EXPECT_EQ(difference("10", "3"), -7.0);
-}
-
-TEST(DifferentTime, OfTwoStampsIsTheDifferenceOfTheNumbersAndNotOfTheSeconds)
-{
-	EXPECT_EQ(difference("20260103090759", "20260103090800"), 41.0);
 	EXPECT_EQ(difference("20251231235959", "20260101000000"), 8869764041.0);
 }
 
-TEST(BoolToString, IsADigit)
+TEST(Utilities, ValuesAreWrittenInDecimal)
 {
 	EXPECT_EQ(boolToString(true), "1");
 	EXPECT_EQ(boolToString(false), "0");
-}
-
-TEST(IntToString, IsTheDecimalText)
-{
 	EXPECT_EQ(Utill::intToString(-12), "-12");
 	EXPECT_EQ(Utill::intToString(0), "0");
-	EXPECT_EQ(Utill::intToString(1234567), "1234567");
 	EXPECT_EQ(Utill::intToString(std::numeric_limits<int>::min()), "-2147483648");
 	EXPECT_EQ(Utill::intToString(std::numeric_limits<int>::max()), "2147483647");
-}
-
-TEST(UtillClass, HasAVirtualDestructorAndNoData)
-{
-	struct Pointer
-	{
-		virtual ~Pointer() = default;
-	};
-	EXPECT_TRUE(std::has_virtual_destructor_v<Utill>);
-	EXPECT_TRUE(std::is_default_constructible_v<Utill>);
-	EXPECT_EQ(sizeof(Utill), sizeof(Pointer));
 }
 
 } // namespace

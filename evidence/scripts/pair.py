@@ -1,0 +1,92 @@
+"""One pair of the lab, kept running by velarix-lab for as long as a script measures it."""
+
+import json
+import os
+import subprocess
+import time
+
+from common import ROOT, Unusable
+
+LAB = os.environ.get("VELARIX_LAB", os.path.join(ROOT, "build", "demo", "lab", "velarix-lab"))
+
+
+def build():
+    """The agent and the lab, as optimised as installed."""
+    if subprocess.run([os.path.join(ROOT, "scripts", "build"), "demo"]).returncode != 0:
+        raise Unusable("the lab does not build, see above")
+
+
+def longest_outage(changes, begin, end):
+    """The longest time without an answer between two times, and whether it lasts to the end.
+
+    changes: (milliseconds, the node that answers from then on, or "none"), in order of time
+    """
+    longest, is_open = 0, False
+    for (at, value), (until, _) in zip(changes, [*changes[1:], (end, "")]):
+        length = min(until, end) - max(at, begin)
+        if value == "none" and length > longest:
+            longest, is_open = length, until >= end
+    return longest, is_open
+
+
+class Pair:
+    """Two nodes, a gateway and a client; ended with the block."""
+
+    def __init__(self, name, agents=True):
+        self.name = name
+        self.agents = agents
+
+    def __enter__(self):
+        self.lab("up", *([] if self.agents else ["--no-agents"]))
+        return self
+
+    def __exit__(self, *_):
+        self.lab("down")
+
+    def lab(self, verb, *words):
+        """What velarix-lab prints. It is Unusable when it fails."""
+        command = [LAB, verb, "--name", self.name, *words]
+        done = subprocess.run(command, capture_output=True, text=True)
+        if done.returncode != 0:
+            raise Unusable(f"{' '.join(command)} failed: {done.stdout}{done.stderr}")
+        return done.stdout
+
+    def shell(self, host, script):
+        """Runs a shell script on a host, in all its namespaces, and returns what it prints."""
+        return self.lab("exec", host, "sh", "-c", script)
+
+    def status(self):
+        return json.loads(self.lab("status", "--json"))
+
+    def changes(self, kind):
+        """(milliseconds, new value) of a track of the timeline: "address" or "service"."""
+        events = json.loads(self.lab("timeline", "--format", "json"))["events"]
+        return [(event["ms"], event["text"]) for event in events if event["kind"] == kind]
+
+    def wait_until_served(self, node, limit=60, steady=3):
+        """Until the client has had its answers from that node alone for some seconds."""
+        since = None
+        for _ in range(limit * 2):
+            state = self.status()
+            served = state["service"] == state["address"] == node
+            since = (since or time.monotonic()) if served else None
+            if since and time.monotonic() - since > steady:
+                return
+            time.sleep(0.5)
+        raise Unusable(f"node {node} did not come to serve within {limit} s: {state}")
+
+    def observe(self, begin, quiet, patience=30):
+        """What came of the time since `begin` (milliseconds), once the owner has stayed for `quiet` seconds.
+
+        A phase of a run as velarix-lab records it.
+        """
+        while True:
+            time.sleep(0.5)
+            now = self.status()["upMs"]
+            address, service = self.changes("address"), self.changes("service")
+            changed = max([begin] + [at for at, _ in address])
+            steady = now - changed >= quiet * 1000
+            if steady or now - begin > (patience + quiet) * 1000:
+                break
+        outage, is_open = longest_outage(service, begin, now)
+        return {"outage": outage, "outageOpen": is_open, "owner": address[-1][1] if address else "none", "steady": steady}
