@@ -35,6 +35,10 @@ struct FileFacts
 	gid_t group = 0;
 	/// Nothing on its file system may be executed.
 	bool noExec = false;
+	/// Nothing on its file system may be written.
+	bool readOnly = false;
+	/// Its file system goes with a reboot.
+	bool inMemory = false;
 };
 
 /// Follows symbolic links.
@@ -83,6 +87,16 @@ struct Address
 
 /// @return the IPv4 addresses of this machine
 std::vector<Address> addresses();
+
+/// @param address dotted IPv4
+/// @return the interface by which packets leave for it, "lo" for an address of this
+///         machine; nothing without a route
+std::optional<std::string> interfaceTo(const std::string& address);
+
+/// Asks by ARP who has an address, for a second, in the name of no address.
+/// @return the hardware address of another host that answers; nothing when none does,
+///         or when this user may not ask
+std::optional<std::string> holderOf(const std::string& address, const std::string& card);
 
 /// Sends up to `count` echo requests, a tenth of a second of patience each.
 /// @param address dotted IPv4; no name is resolved

@@ -4,8 +4,10 @@
 #include <cerrno>
 #include <climits>
 
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace velarix::inspect::host
@@ -38,8 +40,13 @@ FileFacts fileFacts(const std::filesystem::path& path)
 	facts.mode = status.st_mode & 07777U;
 	facts.owner = status.st_uid;
 	facts.group = status.st_gid;
-	struct statvfs system = {};
-	facts.noExec = ::statvfs(path.c_str(), &system) == 0 && (system.f_flag & ST_NOEXEC) != 0;
+	struct statfs system = {};
+	if (::statfs(path.c_str(), &system) == 0)
+	{
+		facts.noExec = (system.f_flags & ST_NOEXEC) != 0;
+		facts.readOnly = (system.f_flags & ST_RDONLY) != 0;
+		facts.inMemory = system.f_type == TMPFS_MAGIC || system.f_type == RAMFS_MAGIC;
+	}
 	return facts;
 }
 

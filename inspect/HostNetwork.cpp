@@ -4,6 +4,8 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <system_error>
@@ -12,8 +14,11 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <Poco/String.h>
 
 namespace velarix::inspect::host
 {
@@ -61,12 +66,63 @@ std::string dotted(const sockaddr* address)
 	return text.data();
 }
 
+/// @return what a tool prints of an address; nothing for what is no address
+std::string outputOf(const std::string& command, const std::string& address)
+{
+	std::string text;
+	in_addr parsed{};
+	if (::inet_pton(AF_INET, address.c_str(), &parsed) != 1)
+	{
+		return text;
+	}
+	const std::unique_ptr<FILE, int (*)(FILE*)> output(
+	    ::popen((command + " " + address + " 2>/dev/null").c_str(), "re"), &::pclose);
+	std::array<char, 1024> piece{};
+	while (output != nullptr && std::fgets(piece.data(), piece.size(), output.get()) != nullptr)
+	{
+		text += piece.data();
+	}
+	return text;
+}
+
 int prefixOf(const sockaddr* mask)
 {
 	return mask == nullptr ? 32 : std::popcount(reinterpret_cast<const sockaddr_in*>(mask)->sin_addr.s_addr);
 }
 
 } // namespace
+
+std::optional<std::string> interfaceTo(const std::string& address)
+{
+	const nlohmann::json routes =
+	    nlohmann::json::parse(outputOf("ip -j route get", address), nullptr, /*allow_exceptions=*/false);
+	return routes.is_array() && !routes.empty() && routes[0].contains("dev")
+	           ? std::optional<std::string>(routes[0]["dev"])
+	           : std::nullopt;
+}
+
+std::optional<std::string> holderOf(const std::string& address, const std::string& card)
+{
+	// "Unicast reply from 198.51.100.10 [52:54:00:00:00:02]  0.6ms"
+	const std::string text = outputOf("arping -D -c 1 -w 1 -I '" + card + "'", address);
+	const std::size_t begin = text.find('[');
+	const std::size_t end = text.find(']', begin);
+	if (end == std::string::npos)
+	{
+		return std::nullopt;
+	}
+	std::string holder = Poco::toLower(text.substr(begin + 1, end - begin - 1));
+	// Two interfaces on one network: this machine answers itself.
+	for (const auto& entry : std::filesystem::directory_iterator("/sys/class/net"))
+	{
+		std::string own;
+		if (std::ifstream(entry.path() / "address") >> own && own == holder)
+		{
+			return std::nullopt;
+		}
+	}
+	return holder;
+}
 
 std::vector<Address> addresses()
 {

@@ -154,6 +154,14 @@ int SettingsFile::lineOfSection(std::string_view name) const
 	return found == m_lines.sections.end() ? 0 : found->line;
 }
 
+bool SettingsFile::lacksSection(std::string_view key) const
+{
+	const std::string_view section = key.substr(0, key.find('.'));
+	return lineOfSection(section) == 0 &&
+	       std::ranges::none_of(m_lines.keys, [&](const SettingLine& line)
+	                            { return sameKey(line.key.substr(0, line.key.find('.')), section); });
+}
+
 int SettingsFile::lineOf(std::string_view key) const
 {
 	const SettingLine* line = find(key);

@@ -66,6 +66,9 @@ public:
 	/// @return the line of the section's first header; 0 when there is none
 	int lineOfSection(std::string_view name) const;
 
+	/// @return whether the key's section has neither a header nor a key
+	bool lacksSection(std::string_view key) const;
+
 	/// @return the line whose value counts (the last one), null for a missing key
 	const SettingLine* find(std::string_view key) const;
 

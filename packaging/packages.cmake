@@ -76,7 +76,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "${debDepends}")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "logrotate")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "logrotate, nftables")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
@@ -132,7 +132,8 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /usr/libexec /usr/share /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/doc
   /usr/share/man /usr/share/man/man1 /usr/share/man/man5 /usr/share/man/man8)
 # The programs of two packages of one build may not collide over these links. And CPack
-# has no other way to name the packager.
-set(CPACK_RPM_SPEC_MORE_DEFINE "%define _build_id_links none\n%define packager ${VELARIX_MAINTAINER}")
+# has no other way to name the packager, or what is recommended.
+set(CPACK_RPM_SPEC_MORE_DEFINE
+  "%define _build_id_links none\n%define packager ${VELARIX_MAINTAINER}\nRecommends: nftables")
 
 include(CPack)

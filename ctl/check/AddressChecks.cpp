@@ -5,6 +5,7 @@
 
 #include <Poco/Net/IPAddress.h>
 
+#include "ctl/check/CommandRole.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -164,16 +165,19 @@ void insideOther(Findings& findings)
 	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
 	if (!address.empty() && own != address && own.find(address) != std::string::npos)
 	{
-		findings.error(
-		    key::kVirtualIP,
-		    {"address-inside-another", "the text " + address + " is a part of " + own + ", an address of this node",
-		     "the agent finds it in the output of \"ifconfig\" and takes the virtual IP for raised: it never "
-		     "is",
-		     "choose an address whose text is no part of another one on the node"});
+		addressInside(findings, address, own + ", an address of this node");
 	}
 }
 
 } // namespace
+
+void addressInside(Findings& findings, const std::string& address, const std::string& other)
+{
+	findings.error(key::kVirtualIP,
+	               {"address-inside-another", "the text " + address + " is a part of " + other,
+	                "the agent finds it in the output of \"ifconfig\" and takes the virtual IP for raised: it never is",
+	                "choose an address whose text is no part of another one on the node"});
+}
 
 void addresses(Findings& findings)
 {

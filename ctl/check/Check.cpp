@@ -1,13 +1,17 @@
 #include "ctl/check/Check.h"
 
 #include <algorithm>
+#include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "ctl/check/Checks.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
+#include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
 {
@@ -31,6 +35,52 @@ void text(Findings& findings, bool withPartner)
 	checks::log(findings);
 }
 
+/// A line with one of these has its other findings by it.
+bool explains(const std::string& id)
+{
+	return id == "quoted-value" || id == "reference-to-nothing" || id == "comma-in-number";
+}
+
+void dropConsequences(CheckReport& report)
+{
+	std::set<std::pair<fs::path, int>> explained;
+	for (const Finding& finding : report.findings)
+	{
+		if (explains(finding.id))
+		{
+			explained.emplace(finding.file, finding.line);
+		}
+	}
+	std::erase_if(report.findings,
+	              [&](const Finding& finding) {
+		              return !explains(finding.id) && explained.contains({finding.file, finding.line});
+	              });
+}
+
+/// A name in each line, with the reason behind it.
+std::vector<std::string> acknowledged(const Paths& paths)
+{
+	std::vector<std::string> result;
+	const fs::path file = paths.below("/usr/velarix/bin/ini/acknowledged.txt");
+	if (host::fileFacts(file).kind != host::FileKind::missing)
+	{
+		std::istringstream lines(readInputFile(file));
+		for (std::string line; std::getline(lines, line);)
+		{
+			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
+		}
+	}
+	return result;
+}
+
+void setAside(CheckReport& report, const std::vector<std::string>& names)
+{
+	const auto rest = std::ranges::stable_partition(report.findings, [&](const Finding& finding)
+	                                                { return std::ranges::find(names, finding.id) == names.end(); });
+	report.acknowledged.assign(rest.begin(), rest.end());
+	report.findings.erase(rest.begin(), rest.end());
+}
+
 /// By file in the order of the first finding's file, then by line; the order of
 /// the checks within a line.
 void sort(CheckReport& report, const fs::path& own)
@@ -41,14 +91,6 @@ void sort(CheckReport& report, const fs::path& own)
 		                         return std::tuple(left.file != own, left.file.string(), left.line) <
 		                                std::tuple(right.file != own, right.file.string(), right.line);
 	                         });
-}
-
-void whole(CheckReport& report, const fs::path& file, const std::string& id, const std::string& what,
-           const std::string& remedy)
-{
-	report.findings.push_back({id, Severity::error, file, 0, what,
-	                           "the agent ends at its start; nothing but a line on its standard error tells why",
-	                           remedy});
 }
 
 /// What an editor of another system writes: every second byte is a zero, and each line
@@ -63,30 +105,45 @@ bool isOtherEncoding(const std::string& content)
 ///         been reported
 std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 {
-	const std::string remedy = "write it: \"velarixctl init\" makes the files of both nodes";
-	switch (host::fileFacts(file).kind)
+	const auto refuse = [&](const char* id, const char* what, const char* remedy)
 	{
-	case host::FileKind::missing:
-		whole(report, file, "settings-missing", "there is no settings file", remedy);
-		return std::nullopt;
-	case host::FileKind::directory:
-		whole(report, file, "settings-is-a-directory", "the settings file is a directory", remedy);
-		return std::nullopt;
-	default:
-		break;
+		report.findings.push_back({id, Severity::error, file, 0, what,
+		                           "the agent ends at its start; nothing but a line on its standard error tells why",
+		                           remedy});
+		return std::optional<SettingsFile>();
+	};
+	constexpr char kWrite[] = "write it: \"velarixctl init\" makes the files of both nodes";
+	const host::FileKind kind = host::fileFacts(file).kind;
+	if (kind == host::FileKind::missing)
+	{
+		return refuse("settings-missing", "there is no settings file", kWrite);
+	}
+	if (kind == host::FileKind::directory)
+	{
+		return refuse("settings-is-a-directory", "the settings file is a directory", kWrite);
 	}
 	const std::string content = readInputFile(file);
 	if (isOtherEncoding(content))
 	{
-		whole(report, file, "settings-encoding", "the settings file is UTF-16 or no text",
-		      "save it as UTF-8 without a byte order mark: iconv -f UTF-16 -t UTF-8");
-		return std::nullopt;
+		return refuse("settings-encoding", "the settings file is UTF-16 or no text",
+		              "save it as UTF-8 without a byte order mark: iconv -f UTF-16 -t UTF-8");
 	}
 	SettingsFile settings = SettingsFile::parse(file, content);
-	if (settings.lines().empty())
+	const std::vector<SettingLine>& lines = settings.lines();
+	if (lines.empty())
 	{
-		whole(report, file, "settings-empty", "the settings file has no key", remedy);
-		return std::nullopt;
+		return refuse("settings-empty", "the settings file has no key", kWrite);
+	}
+	if (std::ranges::none_of(lines, &SettingLine::assigned))
+	{
+		return refuse("no-assignment", "no line of the settings file has a \"=\"", "write KEY = VALUE");
+	}
+	// A blank of another kind at a line's beginning, or before the "=", belongs to the key.
+	if (content.find("\xC2\xA0") != std::string::npos &&
+	    std::ranges::none_of(lines, [](const SettingLine& line) { return findKey(line.key) != nullptr; }))
+	{
+		return refuse("pasted-characters", "the settings file holds blanks as a web page has them, which are none",
+		              "put plain blanks in their place: sed -i 's/\\xC2\\xA0/ /g' FILE");
 	}
 	return settings;
 }
@@ -97,6 +154,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::programFiles(findings, paths);
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
+	checks::service(findings, paths);
 }
 
 void node(Findings& findings, const CheckRequest& request, const Paths& paths)
@@ -142,7 +200,11 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 			compare(own, report, *request.partner);
 		}
 	}
+	dropConsequences(report);
 	sort(report, request.file);
+	std::vector<std::string> names = acknowledged(paths);
+	names.insert(names.end(), request.ignored.begin(), request.ignored.end());
+	setAside(report, names);
 	return report;
 }
 

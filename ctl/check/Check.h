@@ -3,6 +3,8 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "ctl/check/Finding.h"
 #include "inspect/Paths.h"
@@ -19,6 +21,8 @@ struct CheckRequest
 	std::optional<std::filesystem::path> partner;
 	/// Look at nothing but the two files.
 	bool filesOnly = false;
+	/// Findings that do not count, by their names.
+	std::vector<std::string> ignored = {};
 };
 
 /// @param paths where the node's other files are

@@ -51,10 +51,17 @@ void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
 void tools(Findings& findings, const Paths& paths);
 
+/// The options in /etc/default.
+void service(Findings& findings, const Paths& paths);
+
 /// ---- on this machine's kernel -----------------------------------------------------
 
 /// Interfaces, addresses, privileges, space, other processes.
 void machine(Findings& findings, const Paths& paths);
+/// Addresses, routes and the virtual IP's holder; a part of `machine`.
+void network(Findings& findings, const std::vector<host::Address>& addresses);
+/// How the start command raises the virtual IP, against what the machine has; a part of `trial`.
+void raisedAddress(Findings& findings, const host::Address& raised, const std::vector<host::Address>& addresses);
 
 /// How long the trial waits for a command.
 struct TrialTimes

@@ -11,6 +11,7 @@
 #include "ctl/check/CommandRole.h"
 #include "ctl/check/CommandText.h"
 #include "inspect/HostTrial.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -69,20 +70,28 @@ void otherAddress(Findings& findings, const CommandRole& role, const CommandText
 	{
 		return;
 	}
+	// Where all commands are for one other address, that is one fault.
+	const std::vector<std::string> raised =
+	    CommandText(findings.file.text(key::kStartCommand).value_or("")).addresses(true);
+	if (!raising && findings.has("another-address-raised", kStartRole.key) && raised.front() == named.front())
+	{
+		return;
+	}
 	findings.error(role.key, {raising ? "another-address-raised" : "another-address-dropped",
 	                          std::string("the command ") + (raising ? "raises " : "drops ") + named.front() +
 	                              ", and VIRTUAL_IP is " + address,
 	                          raising ? role.useless : kStopRole.useless, "write the same address in both"});
 }
 
-/// The system drops an address only with the prefix that it has.
+/// The system drops an address only with the prefix that it has. Reported once.
 void otherPrefix(Findings& findings, const CommandRole& role, const CommandText& command)
 {
 	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
 	const CommandText start(findings.file.text(key::kStartCommand).value_or(""));
 	const std::optional<int> raised = start.prefixOf(address);
 	const std::optional<int> dropped = command.prefixOf(address);
-	if (!address.empty() && raised && dropped && *raised != *dropped)
+	if (!address.empty() && raised && dropped && *raised != *dropped &&
+	    !findings.has("another-prefix-dropped", kStopRole.key))
 	{
 		findings.error(role.key, {"another-prefix-dropped",
 		                          "the command drops " + address + "/" + std::to_string(*dropped) + ", and raised is " +
@@ -92,12 +101,41 @@ void otherPrefix(Findings& findings, const CommandRole& role, const CommandText&
 	}
 }
 
+/// What is announced, and where, as far as it is written out.
+void announced(Findings& findings, const CommandText& command)
+{
+	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
+	const std::vector<std::string> addresses = command.all(R"(\barping\b[^;&|]*\s([0-9]+(?:\.[0-9]+){3})\b)");
+	const std::vector<std::string> interfaces = command.all(R"(\barping\b[^;&|]*\s-I\s*([a-z][a-z0-9.]*)\b)");
+	const std::vector<std::string> raised = command.all(R"(\badd[^;&|]*\sdev\s+([a-z][a-z0-9.]*)\b)");
+	std::string what;
+	if (isVirtualAddress(address) && !addresses.empty() && std::ranges::find(addresses, address) == addresses.end() &&
+	    !command.matches(R"(\barping\b[^;&|]*\$)"))
+	{
+		what = "arping announces " + addresses.front() + ", and VIRTUAL_IP is " + address;
+	}
+	else if (!interfaces.empty() && interfaces.front() != kServiceCard && !raised.empty() &&
+	         std::ranges::find(raised, interfaces.front()) == raised.end())
+	{
+		what = "arping announces on " + interfaces.front() + ", and the address is raised on " + raised.front();
+	}
+	if (!what.empty() && !findings.has("another-address-raised", kStartRole.key))
+	{
+		findings.warning(kStartRole.key,
+		                 {"announced-elsewhere", what,
+		                  "after a failover the clients go on sending to the other node until their ARP "
+		                  "cache entries end: some 45 seconds with Linux",
+		                  "give arping the address and the interface of the command that raises it"});
+	}
+}
+
 void announcement(Findings& findings, const CommandText& command)
 {
 	const bool asks = command.matches(R"(\barping\b)");
 	if (command.matches(R"(\barping\b[^;&|]*\s-[a-zA-Z]*[AUP]|\barpsend\b|\bsend_arp\b)") ||
 	    !command.ownPrograms().empty() || command.asksService())
 	{
+		announced(findings, command);
 		return;
 	}
 	findings.warning(

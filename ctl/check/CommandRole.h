@@ -1,7 +1,9 @@
-/// What the checks of the three commands have in common.
+/// What several checks have in common: the three commands, the virtual IP.
 #pragma once
 
 #include <string>
+
+#include "ctl/check/Findings.h"
 
 namespace velarix::ctl::checks
 {
@@ -19,6 +21,9 @@ struct CommandRole
 extern const CommandRole kStartRole;
 extern const CommandRole kStopRole;
 extern const CommandRole kKillRole;
+
+/// Reports that the virtual IP's text is found within another one, where the agent looks.
+void addressInside(Findings& findings, const std::string& address, const std::string& other);
 
 /// @return whether the text is one IPv4 address; what is wrong with another one is
 ///         reported once, by the check of the addresses

@@ -110,6 +110,11 @@ bool CommandText::matches(const char* expression) const
 	return std::regex_search(m_text.substr(0, kLookedAt), std::regex(expression));
 }
 
+std::vector<std::string> CommandText::all(const char* expression) const
+{
+	return found(m_text.substr(0, kLookedAt), std::regex(expression), 1);
+}
+
 bool CommandText::asksService() const
 {
 	return matches(R"((^|[\s;&|(]|/s?bin/)(nmcli|networkctl|netplan|systemctl|service|ifup|ifdown|docker|podman|virsh|)"
@@ -167,11 +172,10 @@ std::vector<std::string> CommandText::ownPrograms() const
 
 std::vector<std::string> CommandText::addresses(bool raising) const
 {
-	static const std::regex kRaising(
-	    R"((?:\ba(?:ddr(?:ess)?)?\s+(?:a|add|replace|change)|\bifconfig\s+\S+(?:\s+add)?)\s+([0-9]+\.[0-9]+\.[0-9]+\.[0-9]+))");
-	static const std::regex kDropping(
-	    R"((?:\ba(?:ddr(?:ess)?)?\s+(?:d|del|delete)|\bifconfig\s+\S+\s+del)\s+([0-9]+\.[0-9]+\.[0-9]+\.[0-9]+))");
-	return found(m_text.substr(0, kLookedAt), raising ? kRaising : kDropping, 1);
+	return all(
+	    raising
+	        ? R"((?:\ba(?:ddr(?:ess)?)?\s+(?:a|add|replace|change)|\bifconfig\s+\S+(?:\s+add)?)\s+([0-9]+\.[0-9]+\.[0-9]+\.[0-9]+))"
+	        : R"((?:\ba(?:ddr(?:ess)?)?\s+(?:d|del|delete)|\bifconfig\s+\S+\s+del)\s+([0-9]+\.[0-9]+\.[0-9]+\.[0-9]+))");
 }
 
 std::optional<int> CommandText::prefixOf(const std::string& address) const

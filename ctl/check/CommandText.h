@@ -26,6 +26,9 @@ public:
 	/// @return whether a regular expression is found in the text
 	bool matches(const char* expression) const;
 
+	/// @return the first group of each match of a regular expression in the text
+	std::vector<std::string> all(const char* expression) const;
+
 	/// It asks a service of this machine to do the work, as "systemctl" does.
 	bool asksService() const;
 

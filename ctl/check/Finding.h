@@ -43,6 +43,8 @@ struct CheckReport
 {
 	/// Sorted by file and line.
 	std::vector<Finding> findings;
+	/// Those that the operator has accepted; they do not count.
+	std::vector<Finding> acknowledged;
 	std::vector<NotChecked> notChecked;
 
 	std::size_t count(Severity severity) const;

@@ -23,6 +23,11 @@ bool Findings::has(std::string_view id, std::string_view key) const
 	    { return finding.id == id && finding.file == file.path() && finding.line == lineFor(key); });
 }
 
+bool Findings::hasAnywhere(std::string_view id) const
+{
+	return std::ranges::find(m_report.findings, id, &Finding::id) != m_report.findings.end();
+}
+
 int Findings::lineFor(std::string_view key) const
 {
 	const int line = file.lineOf(key);

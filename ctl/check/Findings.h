@@ -43,6 +43,9 @@ public:
 	/// @return whether that has been found at the key's line
 	bool has(std::string_view id, std::string_view key) const;
 
+	/// @return whether that has been found in any file
+	bool hasAnywhere(std::string_view id) const;
+
 	/// @return the key's line; that of its section when the key is missing, 0
 	///         when that is missing too
 	int lineFor(std::string_view key) const;

@@ -6,10 +6,11 @@
 
 #include <sys/stat.h>
 
-#include "ctl/check/LogBeginning.h"
+#include "ctl/status/LogTail.h"
 #include "inspect/Host.h"
 #include "inspect/HostResources.h"
 #include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
 
 namespace velarix::ctl::checks
 {
@@ -37,11 +38,6 @@ struct Directory
 	int line = 0;
 	/// What happens without it.
 	const char* missing;
-	/// What someone who may write there can do.
-	const char* open;
-	Severity openSeverity;
-	/// The permission bits that open it.
-	mode_t openBits;
 };
 
 class Disk
@@ -66,7 +62,13 @@ public:
 			    {"settings-writable", "others than root may write the settings", effect,
 			     "chmod go-w " + m_paths.settings.string()});
 		}
-		owner(m_paths.settings, facts, effect, "settings-owner");
+		// Another system's owners are numbers of that system.
+		if (!m_paths.elsewhere() && facts.owner != 0 && facts.kind != FileKind::missing)
+		{
+			add(Severity::error, m_paths.settings, 0,
+			    {"settings-owner", m_paths.settings.string() + " belongs to user " + std::to_string(facts.owner),
+			     effect, "chown root:root " + m_paths.settings.string()});
+		}
 	}
 
 	void directory(const Directory& directory)
@@ -86,14 +88,7 @@ public:
 			     directory.missing, "mkdir -p " + name});
 			return;
 		}
-		const bool sticky = (facts.mode & S_ISVTX) != 0;
-		if ((facts.mode & directory.openBits) != 0 && !sticky)
-		{
-			add(directory.openSeverity, where(directory), directory.line,
-			    {"writable-directory", "others than root may write in " + name, directory.open, "chmod go-w " + name});
-		}
-		owner(directory.path, facts, directory.open, "directory-owner");
-		space(directory);
+		space(directory, facts);
 	}
 
 	void runScript()
@@ -113,8 +108,16 @@ private:
 		m_findings.add(severity, file, line, std::move(words));
 	}
 
-	void space(const Directory& directory)
+	/// A file system is reported once, as read-only or as full.
+	void space(const Directory& directory, const FileFacts& facts)
 	{
+		if (facts.readOnly)
+		{
+			add(Severity::error, where(directory), directory.line,
+			    {"read-only-directory", directory.path.string() + " is on a file system that is mounted read-only",
+			     directory.missing, "mount it read-write: mount -o remount,rw, and see dmesg for why it is not"});
+			return;
+		}
 		const std::uintmax_t bytes = host::freeSpace(directory.path).value_or(kLeastSpace);
 		const std::uintmax_t files = host::freeFiles(directory.path).value_or(kLeastFiles);
 		if ((bytes < kLeastSpace || files < kLeastFiles) && m_full.insert(directory.path).second)
@@ -136,33 +139,10 @@ private:
 		return directory.line != 0 ? m_findings.file.path() : directory.path;
 	}
 
-	/// Another system's owners are numbers of that system.
-	void owner(const fs::path& path, const FileFacts& facts, const char* effect, const char* id)
-	{
-		if (m_paths.elsewhere() || facts.owner == 0 || facts.kind == FileKind::missing)
-		{
-			return;
-		}
-		add(Severity::error, path, 0,
-		    {id, path.string() + " belongs to user " + std::to_string(facts.owner), effect,
-		     "chown root:root " + path.string()});
-	}
-
 	Findings& m_findings;
 	const Paths& m_paths;
 	std::set<fs::path> m_full;
 };
-
-Directory logDirectory(const Findings& findings, const Paths& paths)
-{
-	const fs::path log = findings.file.text(key::kLogPath).value_or("");
-	return {paths.below(log.parent_path()),
-	        findings.lineFor(key::kLogPath),
-	        "the agent says \"initLog fail\" on its console and runs without a log file",
-	        "whoever may write there can turn what root logs into another file",
-	        Severity::warning,
-	        S_IWOTH};
-}
 
 /// The log is appended to whatever file it names.
 void logIntoOwnFile(Findings& findings, const Paths& paths, const fs::path& log)
@@ -180,6 +160,24 @@ void logIntoOwnFile(Findings& findings, const Paths& paths, const fs::path& log)
 	}
 }
 
+/// When it was begun decides when it is renamed and deleted.
+void logBeginning(Findings& findings, const fs::path& log)
+{
+	// Clocks that agree differ by less.
+	constexpr std::chrono::minutes kTolerated{1};
+	const std::optional<Instant> begun = begunAt(log);
+	if (begun && *begun > std::chrono::system_clock::now() + kTolerated)
+	{
+		findings.warning(
+		    key::kLogPath,
+		    {"log-from-the-future",
+		     "the log " + log.string() + " was begun at " + localText(*begun) +
+		         ", which is still to come: the clock was ahead",
+		     "until a day after that time the log is not renamed, and no old one is deleted: the disk fills",
+		     "with the agent stopped, move the file aside: mv " + log.string() + " " + log.string() + ".old"});
+	}
+}
+
 void logFile(Findings& findings, const Paths& paths)
 {
 	const fs::path log = findings.file.text(key::kLogPath).value_or("");
@@ -187,7 +185,9 @@ void logFile(Findings& findings, const Paths& paths)
 	{
 		return; // reported by the check of the setting
 	}
-	Disk(findings, paths).directory(logDirectory(findings, paths));
+	Disk(findings, paths)
+	    .directory({paths.below(log.parent_path()), findings.lineFor(key::kLogPath),
+	                "the agent says \"initLog fail\" on its console and runs without a log file"});
 	logIntoOwnFile(findings, paths, log);
 	const fs::path file = paths.below(log);
 	const FileKind kind = host::fileFacts(file).kind;
@@ -208,6 +208,12 @@ void logFile(Findings& findings, const Paths& paths)
 	else if (kind == FileKind::regular)
 	{
 		logBeginning(findings, file);
+	}
+	if (host::fileFacts(file.parent_path()).inMemory)
+	{
+		findings.warning(key::kLogPath, {"log-in-memory", "LOG.PATH is on a file system in memory: " + file.string(),
+		                                 "a reboot takes the history along, and some 100 MB of log a day the memory",
+		                                 "name a file on a disk"});
 	}
 }
 
@@ -231,15 +237,11 @@ void installation(Findings& findings, const Paths& paths)
 	Disk disk(findings, paths);
 	disk.settingsFile();
 	disk.directory(
-	    {paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start",
-	     "the run script there is run as root: whoever may replace it is root", Severity::error, kOthersWrite});
+	    {paths.runScript.parent_path(), 0, "the agent cannot write its run script there and ends at its start"});
 	disk.runScript();
-	disk.directory({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start",
-	                "whoever may replace the pid file there chooses the process that a stop of the agent kills",
-	                Severity::warning, kOthersWrite});
+	disk.directory({paths.pid.parent_path(), 0, "the agent cannot write its pid file there and ends at its start"});
 	disk.directory(
-	    {paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start",
-	     "whoever may replace the run-info record there can end the agent", Severity::warning, kOthersWrite});
+	    {paths.runInfo.parent_path(), 0, "the run-info record is missing with it: the agent ends at its start"});
 	pidFile(findings, paths);
 	logFile(findings, paths);
 	runInfo(findings, paths);

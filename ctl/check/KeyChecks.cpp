@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <regex>
 #include <string>
 
 #include <Poco/Exception.h>
@@ -30,12 +31,6 @@ void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 	}
 }
 
-void unreadable(Findings& findings, const std::string& name, const Poco::Exception& reason)
-{
-	findings.error(name, {"endless-reference", name + " refers to itself",
-	                      "the agent ends when it reads the key (" + reason.displayText() + ")", "write the value"});
-}
-
 void notANumber(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	const std::string text = findings.file.text(name).value_or("");
@@ -45,11 +40,24 @@ void notANumber(Findings& findings, const std::string& name, const KeyInfo& info
 	                          ") and nothing behind it"});
 }
 
+/// The library leaves commas out: they are taken for those between thousands.
+void comma(Findings& findings, const std::string& name)
+{
+	static const std::regex kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
+	const std::string text = findings.file.text(name).value_or("");
+	if (text.find(',') != std::string::npos && !std::regex_match(text, kThousands))
+	{
+		const std::string read = std::to_string(findings.file.integer(name).value_or(0));
+		findings.error(name, {"comma-in-number", name + " is " + text + ", which is read as " + read,
+		                      "the comma is left out: the agent works with " + read, "write a whole number"});
+	}
+}
+
 void check(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	if (findings.file.find(name) == nullptr)
 	{
-		missing(findings, name, info);
+		findings.file.lacksSection(name) ? void() : missing(findings, name, info);
 		return;
 	}
 	try
@@ -58,12 +66,14 @@ void check(Findings& findings, const std::string& name, const KeyInfo& info)
 	}
 	catch (const Poco::Exception& reason)
 	{
-		unreadable(findings, name, reason);
+		findings.error(name,
+		               {"endless-reference", name + " refers to itself",
+		                "the agent ends when it reads the key (" + reason.displayText() + ")", "write the value"});
 		return;
 	}
-	if (info.type == KeyType::integer && !findings.file.integer(name))
+	if (info.type == KeyType::integer)
 	{
-		notANumber(findings, name, info);
+		findings.file.integer(name) ? comma(findings, name) : notANumber(findings, name, info);
 	}
 }
 
@@ -95,15 +105,27 @@ void programPaths(Findings& findings, const KeyInfo& info)
 
 void keys(Findings& findings)
 {
+	std::string section;
 	for (const KeyInfo& info : settingsKeys())
 	{
+		const std::string name(info.name);
+		const bool next = name.substr(0, name.find('.')) != section;
+		section = name.substr(0, name.find('.'));
+		// Its keys are another one's then, or no one's: one fault. A byte order mark hides the first one.
+		if (next && findings.file.lacksSection(name) && !findings.hasAnywhere("byte-order-mark"))
+		{
+			findings.add(Severity::error, findings.file.path(), 0,
+			             {"missing-section", "there is no section [" + section + "]",
+			              "its keys count as missing: the agent ends at its start, or when it needs one",
+			              "write the line [" + section + "] above its keys, spelled so"});
+		}
 		if (info.name == key::kProcessPath)
 		{
 			programPaths(findings, info);
 		}
 		else
 		{
-			check(findings, std::string(info.name), info);
+			check(findings, name, info);
 		}
 	}
 }

@@ -164,12 +164,25 @@ void reference(Findings& findings, const SettingLine& line, KeyType type)
 	}
 }
 
+/// It is known in a section that is not there, which is reported as such.
+bool displaced(const Findings& findings, const SettingLine& line)
+{
+	const std::string name = "." + Poco::toUpper(line.key.substr(line.key.rfind('.') + 1));
+	return std::ranges::any_of(settingsKeys(),
+	                           [&](const KeyInfo& info)
+	                           {
+		                           const std::string known(info.name);
+		                           return findings.file.lacksSection(known) &&
+		                                  name.starts_with(known.substr(known.find('.')));
+	                           });
+}
+
 void value(Findings& findings, const SettingLine& line)
 {
 	const KeyInfo* info = findKey(line.key);
 	if (info == nullptr)
 	{
-		unknownKey(findings, line);
+		displaced(findings, line) ? void() : unknownKey(findings, line);
 		return;
 	}
 	if (findings.file.find(line.key) != &line)

@@ -1,11 +1,8 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
-#include <cctype>
 #include <string>
 #include <vector>
-
-#include <Poco/Net/IPAddress.h>
 
 #include "ctl/status/AgentProcess.h"
 #include "inspect/Host.h"
@@ -21,9 +18,6 @@ using namespace inspect;
 
 namespace
 {
-
-using host::Address;
-using Poco::Net::IPAddress;
 
 /// What a node logs in a day, both workers at a pace of a second.
 constexpr std::uintmax_t kLogPerDay = 110ULL * 1000 * 1000;
@@ -53,92 +47,6 @@ void interfaces(Findings& findings)
 	    findings, kCommunicationCard, "communication",
 	    "a standby counts no missed heartbeats: it does not take over from a partner that does not answer while the "
 	    "service address still does");
-}
-
-void ownAddress(Findings& findings, const std::vector<Address>& addresses)
-{
-	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
-	IPAddress parsed;
-	if (!IPAddress::tryParse(own, parsed) || parsed.isWildcard() || parsed.family() != IPAddress::IPv4)
-	{
-		return; // reported by the check of the addresses
-	}
-	const auto found = std::ranges::find(addresses, own, &Address::address);
-	if (found == addresses.end())
-	{
-		findings.error(key::kThisServerIP,
-		               {"not-this-node", "THIS_SERVER_IP is " + own + ", which is no address of this machine",
-		                "the agent cannot listen there and ends at its start",
-		                "write this node's address on the communication network"});
-	}
-	else if (found->card != kCommunicationCard && !parsed.isLoopback())
-	{
-		findings.warning(key::kThisServerIP,
-		                 {"not-on-communication-card", "THIS_SERVER_IP is on " + found->card + ", not on eth1",
-		                  "the agent watches the carrier of eth1 while the heartbeats come over " + found->card +
-		                      ": it counts missed heartbeats, or does not, for the wrong reason",
-		                  "use the address on eth1"});
-	}
-}
-
-/// "ifconfig" lists the broadcast address too.
-std::string broadcastOf(const Address& address)
-{
-	const IPAddress mask(static_cast<unsigned>(std::clamp(address.prefix, 0, 32)), IPAddress::IPv4);
-	return (IPAddress(address.address) | ~mask).toString();
-}
-
-std::string networkOf(const Address& address)
-{
-	const IPAddress mask(static_cast<unsigned>(std::clamp(address.prefix, 0, 32)), IPAddress::IPv4);
-	return (IPAddress(address.address) & mask).toString();
-}
-
-/// @return what "ifconfig" shows of an address
-std::vector<std::string> listed(const Address& address)
-{
-	return address.listed ? std::vector<std::string>{address.address, broadcastOf(address)}
-	                      : std::vector<std::string>{};
-}
-
-void insideAnother(Findings& findings, const std::string& wanted, const std::string& text, const std::string& card)
-{
-	findings.error(key::kVirtualIP,
-	               {"address-inside-another",
-	                "the text " + wanted + " is a part of " + text + ", which \"ifconfig\" lists on " + card,
-	                "the agent takes the virtual IP for raised: it never is",
-	                "choose an address whose text is no part of another one on the node"});
-}
-
-void listing(Findings& findings, const std::vector<Address>& addresses)
-{
-	const std::string wanted = findings.file.text(key::kVirtualIP).value_or("");
-	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
-	if (wanted.empty())
-	{
-		return;
-	}
-	for (const Address& address : addresses)
-	{
-		if (address.prefix < 31 && (wanted == broadcastOf(address) || wanted == networkOf(address)))
-		{
-			findings.error(key::kVirtualIP,
-			               {"unusable-address",
-			                "VIRTUAL_IP is the network or the broadcast address of " + address.address + "/" +
-			                    std::to_string(address.prefix) + " on " + address.card,
-			                "no client can connect to it", "write an address of a single host"});
-			return;
-		}
-		for (const std::string& text : listed(address))
-		{
-			// The text of the node's own address is looked at without the machine too.
-			if (text != wanted && text != own && text.find(wanted) != std::string::npos)
-			{
-				insideAnother(findings, wanted, text, address.card);
-				return;
-			}
-		}
-	}
 }
 
 void pings(Findings& findings)
@@ -271,10 +179,8 @@ void namesakes(Findings& findings)
 
 void machine(Findings& findings, const Paths& paths)
 {
-	const std::vector<Address> addresses = host::addresses();
 	interfaces(findings);
-	ownAddress(findings, addresses);
-	listing(findings, addresses);
+	network(findings, host::addresses());
 	pings(findings);
 	ports(findings, paths);
 	logSpace(findings, paths);

@@ -21,13 +21,13 @@ std::string is(const std::string& name, int value)
 	return name + " is " + std::to_string(value);
 }
 
-void role(Findings& findings)
+/// A number that is 1 or 2.
+void choice(Findings& findings, const char* name, const char* id, const char* effect, const char* remedy)
 {
-	const std::optional<int> mode = findings.file.integer(key::kMode);
-	if (mode && *mode != 1 && *mode != 2)
+	const std::optional<int> value = findings.file.integer(name);
+	if (value && *value != 1 && *value != 2)
 	{
-		findings.warning(key::kMode, {"unknown-role", is(key::kMode, *mode) + ", neither 1 nor 2",
-		                              "it counts as 2 (slave)", "write 1 on one node and 2 on the other"});
+		findings.warning(name, {id, is(name, *value) + ", neither 1 nor 2", effect, remedy});
 	}
 }
 
@@ -90,17 +90,6 @@ void receivingTime(Findings& findings)
 	}
 }
 
-void observationMode(Findings& findings)
-{
-	const std::optional<int> mode = findings.file.integer(key::kObservationMode);
-	if (mode && *mode != 1 && *mode != 2)
-	{
-		findings.warning(key::kObservationMode,
-		                 {"unknown-observation-mode", is(key::kObservationMode, *mode) + ", neither 1 nor 2",
-		                  "it counts as 2, which does the same as 1", "write 1"});
-	}
-}
-
 void programNumber(Findings& findings)
 {
 	const std::optional<int> number = findings.file.integer(key::kProcessNumber);
@@ -123,7 +112,9 @@ void programNumber(Findings& findings)
 
 void numbers(Findings& findings)
 {
-	role(findings);
+	choice(findings, key::kMode, "unknown-role", "it counts as 2 (slave)", "write 1 on one node and 2 on the other");
+	choice(findings, key::kObservationMode, "unknown-observation-mode", "it counts as 2, which does the same as 1",
+	       "write 1");
 	port(findings, key::kReceivePort);
 	port(findings, key::kPartnerPort);
 	pause(findings, key::kInterval);
@@ -131,7 +122,6 @@ void numbers(Findings& findings)
 	pause(findings, key::kCheckCycle);
 	receivingTime(findings);
 	waitingTime(findings);
-	observationMode(findings);
 	programNumber(findings);
 }
 

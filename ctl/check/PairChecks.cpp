@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -80,25 +81,49 @@ void roles(Findings& own, Findings& partner)
 	}
 }
 
-void virtualIP(Findings& own, Findings& partner)
-{
-	const std::optional<std::string> left = own.file.text(key::kVirtualIP);
-	const std::optional<std::string> right = partner.file.text(key::kVirtualIP);
-	if (left && right && *left != *right)
-	{
-		own.error(key::kVirtualIP,
-		          {"virtual-ip-differs", against(own, key::kVirtualIP, partner, key::kVirtualIP),
-		           "the service has another address after each failover, and a standby does not see that its "
-		           "partner serves",
-		           "write the same address in both"});
-	}
-}
-
 /// @return the prefix that the start command gives the virtual IP, as far as its text tells
 std::optional<int> raisedPrefix(const Findings& findings)
 {
 	return CommandText(findings.file.text(key::kStartCommand).value_or(""))
 	    .prefixOf(findings.file.text(key::kVirtualIP).value_or(""));
+}
+
+struct Alike
+{
+	const char* key;
+	const char* id;
+	Severity severity;
+	const char* effect;
+};
+
+/// What belongs to the pair, and not to a node.
+constexpr std::array kAlike{
+    Alike{key::kVirtualIP, "virtual-ip-differs", Severity::error,
+          "the service has another address after each failover, and a standby does not see that its partner serves"},
+    Alike{key::kGatewayIP, "gateways-differ", Severity::warning,
+          "each node judges its network by another host: a master gives up for one that its partner does not ask"},
+    Alike{key::kStartCommand, "commands-differ", Severity::warning, "the address is raised in another way there"},
+    Alike{key::kStopCommand, "commands-differ", Severity::warning, "the address is dropped in another way there"},
+    Alike{key::kKillCommand, "commands-differ", Severity::warning, "the programs are killed in another way there"},
+};
+
+void alike(Findings& own, Findings& partner)
+{
+	// Commands for another address or prefix differ by that, which is reported.
+	const bool sameAddress = own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
+	                         raisedPrefix(own) == raisedPrefix(partner);
+	for (const Alike& one : kAlike)
+	{
+		const std::optional<std::string> left = own.file.text(one.key);
+		const std::optional<std::string> right = partner.file.text(one.key);
+		const bool command = findKey(one.key)->type == KeyType::command;
+		if (left && right && *left != *right && (sameAddress || !command) && !left->empty() && !right->empty())
+		{
+			own.add(one.severity, own.file.path(), own.lineFor(one.key),
+			        {one.id, against(own, one.key, partner, one.key), one.effect,
+			         "write the same in both, unless the nodes differ in it"});
+		}
+	}
 }
 
 void prefix(Findings& own, Findings& partner)
@@ -189,7 +214,7 @@ void pair(Findings& own, Findings& partner)
 	mirrors(own, partner);
 	mirrors(partner, own);
 	roles(own, partner);
-	virtualIP(own, partner);
+	alike(own, partner);
 	prefix(own, partner);
 	programs(own, partner);
 	silence(own, partner);

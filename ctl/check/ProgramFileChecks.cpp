@@ -1,13 +1,16 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include <elf.h>
 #include <sys/stat.h>
 
 #include "ctl/check/CommandText.h"
@@ -47,7 +50,8 @@ std::string beginning(const fs::path& file)
 std::vector<std::string> lastWords(const std::string& script, bool& execs)
 {
 	static const std::regex kExec(R"((?:^|[\s;&|])exec\s+([^;&|<>]+))");
-	static const std::regex kPlain(R"(^\s*(/[^;&|<>]*))");
+	static const std::regex kPlain(
+	    R"(^\s*((?:/|(?:nohup|setsid|env|nice|ionice|setpriv|runuser|sudo|chroot|java|python3?|perl|node|ruby)\s)[^;&|<>]*))");
 	std::istringstream lines(script);
 	std::string text;
 	for (std::string line; std::getline(lines, line);)
@@ -148,11 +152,29 @@ private:
 		{
 			error("empty-program-file", m_file.string() + " is empty", "install the program again");
 		}
-		else if (!text.starts_with("\x7f"
-		                           "ELF"))
+		else if (!text.starts_with(ELFMAG))
 		{
 			script(text);
 		}
+		else if (isCut(text))
+		{
+			error("truncated-program", m_file.string() + " is only the beginning of a program",
+			      "install the program again");
+		}
+	}
+
+	/// A program ends in the table of its sections, as the compiler makes it.
+	bool isCut(const std::string& text) const
+	{
+		Elf64_Ehdr header{};
+		if (text.size() < sizeof header || text[EI_CLASS] != ELFCLASS64)
+		{
+			return false;
+		}
+		std::memcpy(&header, text.data(), sizeof header);
+		std::error_code error;
+		const std::uintmax_t size = fs::file_size(m_file, error);
+		return !error && header.e_shoff + std::uintmax_t{header.e_shnum} * header.e_shentsize > size;
 	}
 
 	void script(const std::string& text)

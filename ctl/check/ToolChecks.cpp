@@ -68,9 +68,9 @@ constexpr std::array kOwnTools{
          "address again whenever that fails"},
 };
 
-void ofCommand(Findings& findings, const Paths& paths, const std::string& key, const std::string& effect)
+void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& reported, const std::string& key,
+               const std::string& effect)
 {
-	std::set<std::string> reported;
 	for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
 	{
 		if (!toolPath(paths, tool).empty() || !reported.insert(tool).second)
@@ -100,9 +100,10 @@ void tools(Findings& findings, const Paths& paths)
 			              std::string("install the package ") + tool.package});
 		}
 	}
-	ofCommand(findings, paths, key::kStartCommand, "the address may not be raised");
-	ofCommand(findings, paths, key::kStopCommand, "the address may not be dropped");
-	ofCommand(findings, paths, key::kKillCommand,
+	std::set<std::string> reported;
+	ofCommand(findings, paths, reported, key::kStartCommand, "the address may not be raised");
+	ofCommand(findings, paths, reported, key::kStopCommand, "the address may not be dropped");
+	ofCommand(findings, paths, reported, key::kKillCommand,
 	          "the programs may not be killed: after a failover they run on both nodes");
 }
 

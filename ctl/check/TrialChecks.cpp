@@ -205,7 +205,7 @@ private:
 	bool keeps(const CommandRole& role, const CommandRun& run, const Address* raised) const
 	{
 		return raised != nullptr && run.end == RunEnd::ended && find(run.addresses, m_address) != nullptr &&
-		       !m_findings.has("another-prefix-dropped", role.key) &&
+		       !m_findings.hasAnywhere("another-prefix-dropped") &&
 		       !m_findings.has("another-address-dropped", role.key) && !m_findings.has("missing-tool", role.key);
 	}
 
@@ -353,6 +353,11 @@ void trial(Findings& findings, const std::vector<Address>& addresses, const Tria
 		                    "it decides by the network, which the trial has none of");
 	}
 	TrialReport(findings, times).report(result, plan.addresses);
+	const Address* raised = find(result.start.addresses, plan.virtualIP);
+	if (raised != nullptr && raised->card == kServiceCard)
+	{
+		raisedAddress(findings, *raised, addresses);
+	}
 }
 
 } // namespace velarix::ctl::checks

@@ -33,9 +33,11 @@ constexpr int kLinks = 40;
 struct Use
 {
 	/// The setting that names it; empty for the agent's own files.
-	std::string key;
+	std::string key = {};
 	Severity severity = Severity::error;
 	const char* effect = "root runs what is below it: whoever may change that is root";
+	/// Who may write there when the group may is not root.
+	mode_t open = S_IWOTH | S_IWGRP;
 };
 
 class Trust
@@ -43,7 +45,7 @@ class Trust
 public:
 	Trust(Findings& findings, const Paths& paths) : m_findings(findings), m_paths(paths) {}
 
-	/// These have findings of their own.
+	/// It has findings of its own.
 	void leaveOut(const fs::path& path) { m_seen.insert(path.lexically_normal()); }
 
 	/// Looks at every component of the path, and of what links on it lead to.
@@ -51,7 +53,7 @@ public:
 	{
 		if (path.empty())
 		{
-			return; // links without an end: nothing is there
+			return; // nothing is there
 		}
 		const fs::path rest = path.lexically_relative(m_paths.root);
 		fs::path at = m_paths.root;
@@ -86,7 +88,8 @@ private:
 		const FileFacts facts = host::fileFacts(path);
 		const bool directory = facts.kind == FileKind::directory;
 		const bool sticky = directory && (facts.mode & S_ISVTX) != 0;
-		const bool open = (facts.mode & S_IWOTH) != 0 || ((facts.mode & S_IWGRP) != 0 && facts.group != 0);
+		// Nobody but root is in root's group.
+		const bool open = (facts.mode & use.open & (facts.group == 0 ? ~mode_t{S_IWGRP} : ~mode_t{})) != 0;
 		if (facts.kind == FileKind::missing || facts.kind == FileKind::notKnown)
 		{
 			return; // reported where the path itself is looked at
@@ -128,14 +131,16 @@ void trust(Findings& findings, const Paths& paths)
 {
 	Trust trust(findings, paths);
 	const fs::path log = findings.file.text(key::kLogPath).value_or("");
-	for (const fs::path& own : {paths.settings, paths.runScript.parent_path(), paths.pid.parent_path(),
-	                            paths.runInfo.parent_path(), paths.below(log.parent_path())})
-	{
-		trust.leaveOut(own);
-	}
+	trust.leaveOut(paths.settings);
 	trust.walk(paths.below(kAgent), {});
 	trust.walk(paths.runScript, {});
 	trust.walk(paths.settings, {});
+	trust.walk(paths.pid.parent_path(),
+	           {.severity = Severity::warning,
+	            .effect = "whoever may replace the pid file there chooses the process that a stop of the agent kills"});
+	trust.walk(
+	    paths.runInfo.parent_path(),
+	    {.severity = Severity::warning, .effect = "whoever may replace the run-info record there can end the agent"});
 	int number = 0;
 	for (const std::string& program : findings.file.programs())
 	{
@@ -149,8 +154,7 @@ void trust(Findings& findings, const Paths& paths)
 	{
 		for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
 		{
-			const fs::path file = toolPath(paths, tool);
-			file.empty() ? void() : trust.walk(file, {.key = key});
+			trust.walk(toolPath(paths, tool), {.key = key});
 		}
 	}
 	if (log.is_absolute())
@@ -158,7 +162,8 @@ void trust(Findings& findings, const Paths& paths)
 		trust.walk(paths.below(log.parent_path()),
 		           {.key = key::kLogPath,
 		            .severity = Severity::warning,
-		            .effect = "whoever may write there can turn what root logs into another file"});
+		            .effect = "whoever may write there can turn what root logs into another file",
+		            .open = S_IWOTH});
 	}
 }
 

@@ -32,6 +32,24 @@ std::string counted(std::size_t number, const std::string& what)
 	return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
+using Json = nlohmann::ordered_json;
+
+Json json(const std::vector<Finding>& findings)
+{
+	Json result = Json::array();
+	for (const Finding& finding : findings)
+	{
+		result.push_back({{"id", finding.id},
+		                  {"severity", word(finding.severity)},
+		                  {"file", finding.file.string()},
+		                  {"line", finding.line == 0 ? Json(nullptr) : Json(finding.line)},
+		                  {"what", finding.what},
+		                  {"effect", finding.effect},
+		                  {"remedy", finding.remedy}});
+	}
+	return result;
+}
+
 /// What is quoted from the file may hold anything, and a terminal obeys it.
 void print(std::ostream& out, const Finding& finding, bool colour)
 {
@@ -53,6 +71,10 @@ void printReport(std::ostream& out, const CheckReport& report, bool colour)
 	{
 		print(out, finding, colour);
 	}
+	for (const Finding& finding : report.acknowledged)
+	{
+		out << "acknowledged: " << printable(finding.what) << " [" << finding.id << "]\n";
+	}
 	for (const NotChecked& gap : report.notChecked)
 	{
 		out << "not checked: " << printable(gap.what) << " (" << printable(gap.why) << ")\n";
@@ -63,24 +85,13 @@ void printReport(std::ostream& out, const CheckReport& report, bool colour)
 
 void printReportJson(std::ostream& out, const CheckReport& report)
 {
-	using Json = nlohmann::ordered_json;
-	Json findings = Json::array();
-	for (const Finding& finding : report.findings)
-	{
-		findings.push_back({{"id", finding.id},
-		                    {"severity", word(finding.severity)},
-		                    {"file", finding.file.string()},
-		                    {"line", finding.line == 0 ? Json(nullptr) : Json(finding.line)},
-		                    {"what", finding.what},
-		                    {"effect", finding.effect},
-		                    {"remedy", finding.remedy}});
-	}
 	Json gaps = Json::array();
 	for (const NotChecked& gap : report.notChecked)
 	{
 		gaps.push_back({{"what", gap.what}, {"why", gap.why}});
 	}
-	const Json whole{{"findings", findings},
+	const Json whole{{"findings", json(report.findings)},
+	                 {"acknowledged", json(report.acknowledged)},
 	                 {"not_checked", gaps},
 	                 {"errors", report.count(Severity::error)},
 	                 {"warnings", report.count(Severity::warning)}};

@@ -225,7 +225,13 @@ void Checklist::unheardPartner()
 	const Picture& picture = m_state.picture();
 	const std::string since = m_state.heartbeat.at ? "no heartbeat for " + spanText(*m_state.age(m_state.heartbeat))
 	                                               : "no heartbeat in the part of the log that was read";
-	if (m_state.role.is(Role::master))
+	if (m_state.role.is(Role::master) && !m_state.otherHolder.empty())
+	{
+		add("duplicate-address", Grade::critical, kBlocks,
+		    "split-brain: the host " + m_state.otherHolder +
+		        " has the virtual address too, and the partner does not answer: " + since);
+	}
+	else if (m_state.role.is(Role::master))
 	{
 		add(kPartnerSilent, Grade::warning, kBlocks, "the partner does not answer: " + since);
 	}

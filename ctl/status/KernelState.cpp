@@ -135,6 +135,10 @@ void askKernel(NodeState& state, const Paths& paths)
 	state.address = addressOf(state);
 	state.gatewayAnswers = gatewayOf(state);
 	state.logSpace = logSpaceOf(state);
+	if (state.role.is(Role::master) && !state.partnerRole.known() && state.address.known() && state.address.told->held)
+	{
+		state.otherHolder = host::holderOf(state.setting(key::kVirtualIP), kServiceCard).value_or("");
+	}
 }
 
 } // namespace velarix::ctl

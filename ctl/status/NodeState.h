@@ -123,6 +123,9 @@ struct NodeState
 	Figure<bool> serviceCard;
 	Figure<bool> communicationCard;
 	Figure<bool> gatewayAnswers;
+	/// Hardware address of another host that has the virtual address too. Looked for
+	/// by a master that hears no partner; empty otherwise.
+	std::string otherHolder;
 
 	const Picture& picture() const { return tail.picture; }
 	/// @return how its log is read

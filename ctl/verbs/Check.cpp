@@ -20,13 +20,15 @@ struct CheckOptions
 	bool filesOnly = false;
 	bool strict = false;
 	bool json = false;
+	std::vector<std::string> ignored;
 };
 
 ExitCode runCheck(const CheckOptions& options, const Context& context)
 {
 	CheckRequest request{.file = options.file.empty() ? context.paths.settings : std::filesystem::path(options.file),
 	                     .partner = {},
-	                     .filesOnly = options.filesOnly};
+	                     .filesOnly = options.filesOnly,
+	                     .ignored = options.ignored};
 	if (!options.partner.empty())
 	{
 		request.partner = options.partner;
@@ -49,6 +51,9 @@ void addCheck(CLI::App& app, Context& context)
 	verb->add_flag("--files-only", options->filesOnly,
 	               "look at the settings alone, not at this machine, and try no command");
 	verb->add_flag("--strict", options->strict, "let warnings count as errors");
+	verb->add_option("--ignore", options->ignored, "let the findings of this name not count (again for more)")
+	    ->type_name("NAME")
+	    ->allow_extra_args(false);
 	verb->add_flag("--json", options->json, "print the findings as JSON");
 	verb->callback([options, &context]
 	               { context.action = [options, &context] { return runCheck(*options, context); }; });

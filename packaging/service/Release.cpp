@@ -21,6 +21,7 @@
 #include "inspect/HostProcesses.h"
 #include "inspect/Names.h"
 #include "inspect/Paths.h"
+#include "inspect/Printable.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/SettingsKeys.h"
 
@@ -64,7 +65,8 @@ Service readService(const Paths& paths)
 
 void runShell(const std::string& command)
 {
-	std::cout << "running: " << command << std::endl;
+	// A terminal obeys what stands in the settings, or in the names of processes.
+	std::cout << "running: " << printable(command) << std::endl;
 	// What the command is worth is seen by what is left, not by its status.
 	[[maybe_unused]] const int status = std::system(command.c_str());
 }
@@ -124,7 +126,7 @@ int release()
 	}
 	for (const std::string& item : left)
 	{
-		std::cerr << "velarix-ha: " << item << " is still on this node, although the commands have run\n";
+		std::cerr << "velarix-ha: " << printable(item) << " is still on this node, although the commands have run\n";
 	}
 	return number(ExitCode::notAsWished);
 }
@@ -139,7 +141,7 @@ int main()
 	}
 	catch (const Failure& failure)
 	{
-		std::cerr << "velarix-ha: nothing is released: " << failure.what() << '\n';
+		std::cerr << "velarix-ha: nothing is released: " << printable(failure.what()) << '\n';
 		return number(failure.code());
 	}
 }

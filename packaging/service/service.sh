@@ -42,8 +42,14 @@ not_running=3
 failed=1
 wrong_settings=78
 
+# Copies the standard input to standard error without what a terminal obeys: settings and
+# programs say what they like.
+say_text() {
+	LC_ALL=C tr -d '\000-\010\013-\037\177' >&2
+}
+
 say() {
-	printf 'velarix-ha: %s\n' "$*" >&2
+	printf 'velarix-ha: %s\n' "$*" | say_text
 }
 
 # is_agent PID: a process of this PID namespace that root runs our program in, which
@@ -346,7 +352,7 @@ start() {
 		fi
 	fi
 	say "the agent did not start; its last words in $console:"
-	tail -n 3 "$console" >&2
+	tail -n 3 "$console" | say_text
 	exit "$failed"
 }
 

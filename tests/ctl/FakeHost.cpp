@@ -78,6 +78,19 @@ std::vector<Address> addresses()
 	return fakeHost().addresses;
 }
 
+std::optional<std::string> interfaceTo(const std::string& address)
+{
+	const auto found = fakeHost().routes.find(address);
+	const std::string card = found == fakeHost().routes.end() ? "eth1" : found->second;
+	return card.empty() ? std::nullopt : std::optional(card);
+}
+
+std::optional<std::string> holderOf(const std::string& address, const std::string& /*card*/)
+{
+	const auto found = fakeHost().holders.find(address);
+	return found == fakeHost().holders.end() ? std::nullopt : std::optional(found->second);
+}
+
 std::optional<std::vector<Process>> processes()
 {
 	return fakeHost().processes;

@@ -23,6 +23,10 @@ struct FakeHost
 	bool ignoresPings = false;
 	std::map<std::string, velarix::inspect::host::Card> cards;
 	std::vector<velarix::inspect::host::Address> addresses;
+	/// By which interface an address is reached; by eth1 when it is not here, and not at all with an empty one.
+	std::map<std::string, std::string> routes;
+	/// Other hosts' addresses and hardware addresses on the service network.
+	std::map<std::string, std::string> holders;
 	/// By ascending pid.
 	std::vector<velarix::inspect::host::Process> processes;
 	/// Ports that another program listens on.

@@ -25,6 +25,7 @@ namespace
 #define RECORD "/usr/velarix/bin/log/runinfo.txt"
 #define SCRIPT "/usr/velarix/bin/ini/processList.sh"
 #define PROGRAM "/opt/service/bin/server"
+#define DEFAULTS "/etc/default/velarix-ha"
 
 /// A sound node, and ways to break it.
 class InstallationCheck : public CheckTest
@@ -33,6 +34,10 @@ public:
 	void rights(const std::string& absolute, unsigned mode) const
 	{
 		fs::permissions(below(absolute), static_cast<fs::perms>(mode));
+	}
+	void facts(const std::string& absolute, const host::FileFacts& told) const
+	{
+		fakeHost().files[below(absolute).string()] = told;
 	}
 	void remove(const std::string& absolute) const { fs::remove(below(absolute)); }
 	void directory(const std::string& absolute) const { fs::create_directories(below(absolute)); }
@@ -87,7 +92,21 @@ const Row kRows[] = {
     {"SettingsForOthersToWrite",   {"error settings-writable " CONFIG},                        [](Node& node) { node.rights(CONFIG, 0664); }},
     {"SettingsForOthersToRead",    {},                                                         [](Node& node) { node.rights(CONFIG, 0644); }},
     {"ByteOrderMark",              {"warning byte-order-mark " CONFIG ":1"},                   [](Node& node) { node.lines[0] = "\xEF\xBB\xBF; a comment"; node.lines.insert(node.lines.begin() + 1, "[AGENT]"); }},
+    {"SectionMisspelled",          {"error missing-section " CONFIG},                          [](Node& node) { node.lines[0] = "[AGNET]"; }},
+    {"NoSection",                  {"error missing-section " CONFIG},                          [](Node& node) { node.lines[0] = ""; }},
+    {"NoEqualsSigns",              {"error no-assignment " CONFIG},                            [](Node& node) { for (std::string& line : node.lines) { std::ranges::replace(line, '=', ':'); } }},
+    {"BlanksOfAWebPage",           {"error pasted-characters " CONFIG},                        [](Node& node) { for (std::string& line : node.lines) { line.insert(0, "\xC2\xA0"); } }},
+    {"HiddenSection",              {"error byte-order-mark " CONFIG ":1"},                     [](Node& node) { node.lines[0].insert(0, "\xEF\xBB\xBF"); }},
+    // ---- the options of the service
+    {"OptionsOfTheService",        {},                                                         [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP=\"handover\" # moves\nexport VELARIX_ON_STOP='release'\n#VELARIX_ON_STOP=x\nVELARIX_HANDOVER_TIMEOUT=100\nOTHER=1\n"); }},
+    {"StopActionMisspelled",       {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.file(DEFAULTS, "\nVELARIX_ON_STOP=relase"); }},
+    {"OptionMisspelled",           {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ONSTOP=release"); }},
+    {"StopActionEmpty",            {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP="); }},
+    {"TimeoutIsNoNumber",          {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=2min"); }},
+    {"TimeoutTooLong",             {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=200"); }},
     // ---- directories
+    {"ReadOnlyDirectory",          {"error read-only-directory /usr/velarix/pid"},             [](Node& node) { node.facts("/usr/velarix/pid", {FileKind::directory, 0755, 0, 0, false, true, false}); }},
+    {"LogInMemory",                {"warning log-in-memory " CONFIG ":25"},                    [](Node& node) { node.facts("/usr/velarix/log", {FileKind::directory, 0755, 0, 0, false, false, true}); }},
     {"NoPidDirectory",             {"error missing-directory /usr/velarix/pid"},               [](Node& node) { node.remove("/usr/velarix/pid"); }},
     {"PidDirectoryIsAFile",        {"error no-directory /usr/velarix/pid"},                    [](Node& node) { node.remove("/usr/velarix/pid"); node.file("/usr/velarix/pid"); }},
     {"NoLogDirectory",             {"error missing-directory " CONFIG ":25"},                  [](Node& node) { node.remove("/usr/velarix/log"); }},
@@ -98,11 +117,11 @@ const Row kRows[] = {
     {"LogIntoTheRunScript",        {"error log-into-own-file " CONFIG ":25"},                  [](Node& node) { node.set("PATH", SCRIPT); }},
     {"LogIntoThePidFile",          {"error log-into-own-file " CONFIG ":25"},                  [](Node& node) { node.set("PATH", "/usr/velarix/pid/VelarixHA.pid"); }},
     {"LogBesideTheRecord",         {},                                                         [](Node& node) { node.set("PATH", "/usr/velarix/bin/log/velarix.log"); }},
-    {"WritableRunScript",          {"error writable-directory /usr/velarix/bin/ini"},          [](Node& node) { node.rights("/usr/velarix/bin/ini", 0775); }},
+    {"WritableRunScript",          {"error writable-directory /usr/velarix/bin/ini"},          [](Node& node) { node.facts("/usr/velarix/bin/ini", {FileKind::directory, 0775, 0, 4}); }},
     {"WritablePidDirectory",       {"warning writable-directory /usr/velarix/pid"},            [](Node& node) { node.rights("/usr/velarix/pid", 0777); }},
-    {"WritableRecordDirectory",    {"warning writable-directory /usr/velarix/bin/log"},        [](Node& node) { node.rights("/usr/velarix/bin/log", 0775); }},
+    {"WritableRecordDirectory",    {"warning writable-directory /usr/velarix/bin/log"},        [](Node& node) { node.rights("/usr/velarix/bin/log", 0777); }},
     {"WritableLogDirectory",       {"warning writable-directory " CONFIG ":25"},               [](Node& node) { node.rights("/usr/velarix/log", 0777); }},
-    {"LogDirectoryOfAGroup",       {},                                                         [](Node& node) { node.rights("/usr/velarix/log", 0775); }},
+    {"LogDirectoryOfAGroup",       {},                                                         [](Node& node) { node.facts("/usr/velarix/log", {FileKind::directory, 0775, 0, 4}); }},
     {"LogDirectorySticky",         {},                                                         [](Node& node) { node.rights("/usr/velarix/log", 01777); }},
     {"WritableAboveTheLog",        {"warning writable-directory " CONFIG ":25"},               [](Node& node) { node.directory("/var/log/ha"); node.rights("/var/log", 0777); node.set("PATH", "/var/log/ha/velarix.log"); }},
     {"RunScriptIsADirectory",      {"error run-script-is-a-directory " SCRIPT},                [](Node& node) { node.directory(SCRIPT); }},
@@ -123,7 +142,7 @@ const Row kRows[] = {
     {"NoProgram",                  {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.remove(PROGRAM); }},
     {"ProgramIsADirectory",        {"error not-a-program " CONFIG ":18"},                      [](Node& node) { node.set("PROCESS_PATH1", "/opt/service/bin"); }},
     {"ProgramNotExecutable",       {"error program-not-executable " CONFIG ":18"},             [](Node& node) { node.rights(PROGRAM, 0644); }},
-    {"ProgramOnNoexec",            {"error program-on-noexec " CONFIG ":18"},                  [](Node& node) { fakeHost().files[node.below(PROGRAM).string()] = {FileKind::regular, 0755, 0, 0, true}; }},
+    {"ProgramOnNoexec",            {"error program-on-noexec " CONFIG ":18"},                  [](Node& node) { node.facts(PROGRAM, {FileKind::regular, 0755, 0, 0, true}); }},
     {"WritableProgram",            {"error writable-program " CONFIG ":18"},                   [](Node& node) { node.rights(PROGRAM, 0757); }},
     {"WritableAboveAProgram",      {"error writable-directory " CONFIG ":18"},                 [](Node& node) { node.rights("/opt", 0777); }},
     {"StickyAboveAProgram",        {},                                                         [](Node& node) { node.rights("/opt", 01777); }},
@@ -140,7 +159,12 @@ const Row kRows[] = {
     {"WrapperOfAnotherName",       {"warning wrapper-of-another-name " CONFIG ":18"},          [](Node& node) { node.program("#!/bin/sh\ncd /var\nexec /opt/other/daemon -d\n"); node.program("\x7f" "ELF", "/opt/other/daemon"); }},
     {"WrapperWithoutExec",         {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\n/opt/other/daemon -d &\n"); }},
     {"WrapperOfTheSameName",       {},                                                         [](Node& node) { node.program("\x7f" "ELF", "/opt/other/server"); node.program("#!/bin/sh\n# exec other\nexec /opt/other/server -c /etc/server.conf\n"); }},
+    {"WrapperInTheBackground",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\nnohup /opt/other/daemon &\n"); }},
+    {"WrapperOfAnInterpreter",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\njava -jar /opt/x.jar\n"); }},
+    {"WholeProgram",               {},                                                         [](Node& node) { node.program(readFile("/proc/self/exe")); }},
+    {"HalfAProgram",               {"error truncated-program " CONFIG ":18"},                  [](Node& node) { const std::string whole = readFile("/proc/self/exe"); node.program(whole.substr(0, whole.size() / 2)); }},
     // ---- tools and scripts of the commands
+    {"NoToolOfAllCommands",        {"error missing-tool " CONFIG ":12"},                       [](Node& node) { node.remove("/usr/bin/ip"); }},
     {"NoToolOfTheAgent",           {"error missing-tool " CONFIG},                             [](Node& node) { node.remove("/usr/bin/ifconfig"); }},
     {"ToolNotExecutable",          {"error missing-tool " CONFIG},                             [](Node& node) { node.rights("/usr/bin/chmod", 0644); }},
     {"NoToolOfACommand",           {"error missing-tool " CONFIG ":22"},                       [](Node& node) { node.remove("/usr/bin/killall"); }},
@@ -189,12 +213,6 @@ TEST_F(InstallationCheck, WhoMayWriteTheSettingsIsFoundByAnotherNameOfThem)
 	EXPECT_THAT(foundIn(below("/config.ini")), ElementsAre("error settings-writable " CONFIG));
 }
 
-TEST_F(InstallationCheck, AByteOrderMarkBeforeASectionHidesIt)
-{
-	lines[0].insert(0, "\xEF\xBB\xBF");
-	EXPECT_THAT(found(), testing::IsSupersetOf({"error byte-order-mark " CONFIG ":1", "error missing-key " CONFIG}));
-}
-
 TEST_F(InstallationCheck, WhatAnotherUserOwnsIsFoundOnTheRunningSystemAlone)
 {
 	write(CONFIG, joined(lines));
@@ -218,7 +236,7 @@ TEST_F(InstallationCheck, WhatAnotherUserOwnsIsFoundOnTheRunningSystemAlone)
 	checks::installation(findings, running);
 	checks::trust(findings, running);
 	EXPECT_THAT(shortForms(report),
-	            testing::IsSupersetOf({"error settings-owner " CONFIG, "error directory-owner /usr/velarix/pid",
+	            testing::IsSupersetOf({"error settings-owner " CONFIG, "warning directory-owner /usr/velarix/pid",
 	                                   "error directory-owner " CONFIG ":18", "error program-owner " CONFIG ":18"}));
 }
 

@@ -96,6 +96,7 @@ const Row kRows[] = {
     {"GatewayNotAsked",           kSlave,  {},                                       [](NodeState& state) { state.gatewayAnswers = notKnown<bool>("this user may not send pings"); }},
 
     {"PartnerSilentToAMaster",    kMaster, {"partner-silent warning blocks"},        [](NodeState& state) { silence(state); }},
+    {"AddressOnAnotherHostToo",   kMaster, {"duplicate-address critical blocks"},    [](NodeState& state) { silence(state); state.otherHolder = "02:00"; }},
     {"PartnerSilentToASlave",     kSlave,  {"partner-silent warning"},               [](NodeState& state) { silence(state); }},
     {"PartnerMute",               kSlave,  {"partner-mute critical blocks"},         [](NodeState& state) { silence(state); fault(state, Fault::heartbeats).there = true; }},
     {"TwoMasters",                kMaster, {"two-masters critical blocks"},          [](NodeState& state) { partner(state, true); }},

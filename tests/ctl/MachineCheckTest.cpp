@@ -1,6 +1,7 @@
 // What is found on the machine: cards, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
+#include "FakeMachine.h"
 #include "RowName.h"
 #include "ctl/check/Checks.h"
 
@@ -45,6 +46,16 @@ const Row kRows[] = {
     {"VirtualIPIsThere",          {},                                                [](Lines&) { addAddress("eth0:ha", "198.51.100.10"); }},
     {"VirtualIPIsTheNetwork",     {"error unusable-address config.ini:11"},          [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.0"); }},
     {"VirtualIPIsTheBroadcast",   {"error unusable-address config.ini:11"},          [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.255"); }},
+    {"NoRouteToTheGateway",       {"error no-route config.ini:10"},                  [](Lines&) { fakeHost().routes = {{"192.0.2.254", ""}}; }},
+    {"NoRouteToThePartner",       {"error no-route config.ini:5"},                   [](Lines&) { fakeHost().routes = {{"192.0.2.2", ""}}; }},
+    {"GatewayByTheServiceCard",   {"warning route-elsewhere config.ini:10"},         [](Lines&) { fakeHost().routes = {{"192.0.2.254", "eth0"}}; }},
+    {"PartnerByAnotherCard",      {"warning route-elsewhere config.ini:5"},          [](Lines&) { fakeHost().routes = {{"192.0.2.2", "bond0"}}; }},
+    {"GatewayIsThisNode",         {"error address-of-this-node config.ini:10"},      [](Lines&) { fakeHost().routes = {{"192.0.2.254", "lo"}}; }},
+    {"PartnerHasTheVirtualIP",    {},                                                [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "02:00"}}; }},
+    {"AnotherHasTheVirtualIP",    {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "03:00"}}; }},
+    {"SomebodyHasTheVirtualIP",   {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}}; }},
+    {"PerhapsThePartnerHasIt",    {},                                                [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}}; fakeMachine().answering = {"192.0.2.2"}; }},
+    {"BothHaveTheVirtualIP",      {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "02:00"}}; addAddress("eth0:ha", "198.51.100.10"); }},
     {"RootWithoutRawSockets",     {"error no-raw-sockets config.ini"},               [](Lines&) { fakeHost().whyNoPing = "Operation not permitted"; }},
     {"UserWithoutRawSockets",     {},                                                [](Lines&) { fakeHost().whyNoPing = "Operation not permitted"; fakeHost().user = 1000; }},
     {"PingsIgnored",              {"error pings-ignored config.ini"},                [](Lines&) { fakeHost().ignoresPings = true; }},
@@ -110,12 +121,14 @@ protected:
 		trial.kill.programStarted = trial.kill.programEnded = true;
 	}
 
-	CheckReport tried() const
+	CheckReport tried() const { return tried({kLoopback, kOwn, kRaised}); }
+
+	CheckReport tried(const std::vector<host::Address>& addresses) const
 	{
 		CheckReport report;
 		const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
 		Findings findings(file, report);
-		checks::trial(findings, {kLoopback, kOwn, kRaised});
+		checks::trial(findings, addresses);
 		return report;
 	}
 
@@ -169,4 +182,34 @@ TEST_F(CommandTrial, DoesNotRunAFencingCommandWhenTheRestWorks)
 	fakeHost().trial.start.addresses.pop_back();
 	EXPECT_THAT(shortForms(tried()), ElementsAre("error raises-nothing config.ini:12"));
 	EXPECT_THAT(fakeHost().trials.back().stubs, IsEmpty());
+}
+
+TEST_F(CommandTrial, ComparesTheRaisedAddressWithWhatTheMachineHas)
+{
+	struct Row
+	{
+		const char* name;
+		std::vector<host::Address> addresses;
+		std::vector<std::string> expected;
+	};
+	const auto with = [&](const std::string& card, const std::string& label, int prefix) {
+		return std::vector<host::Address>{kOwn, {card, label, "198.51.100.10", prefix, true}};
+	};
+	for (const Row& row :
+	     {Row{"held as raised", with("eth0", "eth0:ha", 24), {}},
+	      Row{"held by a former label", with("eth0", "eth0:vip", 24), {}},
+	      Row{"configured", with("eth0", "eth0", 24), {"warning address-already-there config.ini:11"}},
+	      Row{"configured with a prefix", with("eth0", "eth0:ha", 32), {"error address-already-there config.ini:11"}},
+	      Row{"configured elsewhere", with("lo", "lo", 24), {"error address-already-there config.ini:11"}},
+	      Row{"no other address", {kLoopback}, {}},
+	      Row{"another network",
+	          {{"eth0", "eth0", "203.0.113.1", 24, true}},
+	          {"warning address-of-another-network config.ini:11"}},
+	      Row{"another prefix",
+	          {{"eth0", "eth0", "198.51.100.1", 25, true}},
+	          {"warning prefix-of-no-network config.ini:12"}},
+	      Row{"one network of two", {{"eth0", "eth0", "203.0.113.1", 24, true}, kOwn}, {}}})
+	{
+		EXPECT_EQ(shortForms(tried(row.addresses)), row.expected) << row.name;
+	}
 }

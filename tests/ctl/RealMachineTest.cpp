@@ -2,12 +2,16 @@
 // Only the loopback and a directory of the test's own are touched.
 
 #include <array>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -127,6 +131,42 @@ TEST(RealNetwork, CardsAreThereOrNot)
 	EXPECT_EQ(host::card("lo").carrier, true);
 	EXPECT_FALSE(host::card("velarix-none").present);
 	EXPECT_EQ(host::card("velarix-none").carrier, std::nullopt);
+}
+
+TEST(RealNetwork, WaysAndHoldersAreThoseOfTheKernelAndTheWire)
+{
+	// Another host is a process with a network of its own, at the other end of a pair of interfaces.
+	static constexpr char kScript[] = R"sh(set -e
+		ip link set lo up
+		unshare -n sleep 1000 >/dev/null 2>&1 & host=$!
+		until [ "$(readlink /proc/$host/ns/net)" != "$(readlink /proc/thread-self/ns/net)" ];
+	do :; done
+		ip link add eth0 type veth peer name there netns $host
+		ip addr add 198.51.100.1/24 dev eth0
+		ip link set eth0 up
+		nsenter -t $host -n sh -c "ip link set there address 52:54:00:00:00:0A up && ip addr add 198.51.100.10/24 dev there"
+		echo $host
+	)sh";
+	std::thread(
+	    []
+	    {
+		if (::geteuid() != 0 || ::unshare(CLONE_NEWNET) != 0)
+		{
+			GTEST_SKIP() << "no network namespace can be had";
+		}
+		FILE* script = ::popen(kScript, "r");
+		pid_t other = 0;
+		ASSERT_EQ(std::fscanf(script, "%d", &other), 1);
+		::pclose(script);
+		EXPECT_EQ(host::interfaceTo("198.51.100.10"), "eth0");
+		EXPECT_EQ(host::interfaceTo("198.51.100.1"), "lo");
+		EXPECT_EQ(host::interfaceTo("203.0.113.1"), std::nullopt);
+		EXPECT_EQ(host::interfaceTo("$(reboot)"), std::nullopt);
+		EXPECT_EQ(host::holderOf("198.51.100.10", "eth0"), "52:54:00:00:00:0a");
+		EXPECT_EQ(host::holderOf("198.51.100.11", "eth0"), std::nullopt);
+		::kill(other, SIGKILL);
+	    })
+	    .join();
 }
 
 TEST(RealNetwork, APortIsTakenWhileSomebodyListens)

@@ -167,6 +167,15 @@ TEST_F(Status, TellsThatTheSettingsWereChangedAfterTheStart)
 	EXPECT_THAT(runHere({"status"}).out, Not(HasSubstr("settings")));
 }
 
+TEST_F(Status, OfAMasterThatHearsNoPartnerAsksWhoElseHasTheAddress)
+{
+	soundMaster();
+	fakeHost().holders = {{"198.51.100.10", "52:54:00:00:00:02"}};
+	EXPECT_THAT(runHere({"status"}).out, Not(HasSubstr("split-brain")));
+	writeLog(emptyLog().start(198s).takeService(190s).masterFor(183300ms, 5300ms).masterFor(4300ms, 300ms, ""));
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("critical: split-brain: the host 52:54:00:00:00:02 has the"));
+}
+
 TEST_F(Status, TellsOfASecondAgent)
 {
 	soundMaster();

@@ -164,6 +164,10 @@ class InstallationTest(OnASystem):
         self.assertNotIn("not found", libraries.text)
         self.assertRegex(self.machine.run("velarixctl --version").out, r"1\.0\.0")
 
+    def test_it_recommends_what_loads_the_firewall(self):
+        self.machine.install(Place.deb)
+        self.assertEqual(self.machine.run("dpkg-query -W -f '${Recommends}\\n' velarix-ha").out, "logrotate, nftables\n")
+
     def test_it_names_the_maintainer_that_was_given(self):
         self.machine.install(Place.deb)
         self.assertEqual(self.machine.run("dpkg-query -W -f '${Maintainer}\\n' velarix-ha").out, MAINTAINER + "\n")
@@ -247,6 +251,8 @@ class RemovalTest(OnASystem):
 
     def test_purge_leaves_nothing(self):
         self.make_state()
+        for kept in ("config.ini.20261120T070605Z", "acknowledged.txt", "firewall.nft", "firewall.nft.20261120T070605Z"):
+            self.machine.write("/usr/velarix/bin/ini/" + kept, "x\n")
         self.apt("purge velarix-ha")
         self.assertEqual(self.everything_of_ours(), "")
 

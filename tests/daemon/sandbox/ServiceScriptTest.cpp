@@ -236,6 +236,17 @@ TEST_F(ServiceScript, AUnitStoppedBeforeItsStartIsCompleteLeavesNoAgent)
 	EXPECT_TRUE(waitFor([] { return agents().empty(); }, 10s, "the end of the agent"));
 }
 
+#ifdef VELARIX_RELEASE
+TEST_F(ServiceScript, TheReleaseShowsCommandsAsTextThatNoTerminalObeys)
+{
+	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "true \x1b[2J");
+	apply();
+	const Outcome outcome = run(VELARIX_RELEASE);
+	EXPECT_THAT(outcome.text, StartsWith("running: true \\x1b[2J\n"));
+	EXPECT_THAT(outcome.text, testing::Not(HasSubstr("\x1b")));
+}
+#endif
+
 TEST_F(ServiceScript, ALogPathThatIsNoRegularFileIsRefused)
 {
 	sandbox::shell("mkfifo /usr/velarix/log/fifo && ln -s /dev/zero /usr/velarix/log/zero");
@@ -249,6 +260,10 @@ TEST_F(ServiceScript, ALogPathThatIsNoRegularFileIsRefused)
 		            StartsWith(std::string("velarix-ha: not started: LOG.PATH, ") + path + ", is no regular file"));
 		EXPECT_THAT(agents(), IsEmpty());
 	}
+	sandbox::shell("mkfifo /usr/velarix/log/$(printf '\\033c')");
+	settings.set("LOG.PATH", "/usr/velarix/log/\x1b" "c");
+	apply();
+	EXPECT_THAT(service("start").text, StartsWith("velarix-ha: not started: LOG.PATH, /usr/velarix/log/c, is no"));
 }
 
 /// What the agent's own reader makes of each: SettingsStoreTest.

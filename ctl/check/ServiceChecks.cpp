@@ -1,0 +1,84 @@
+// The service's own options, which the shell reads without a word against them.
+
+#include "ctl/check/Checks.h"
+
+#include <algorithm>
+#include <array>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "inspect/ExitCode.h"
+#include "inspect/Host.h"
+#include "inspect/InputFile.h"
+
+namespace velarix::ctl::checks
+{
+
+using namespace inspect;
+
+namespace
+{
+
+constexpr char kDefaults[] = "/etc/default/velarix-ha";
+
+struct Option
+{
+	const char* name;
+	/// What its value matches.
+	const char* values;
+	const char* listed;
+};
+
+constexpr std::array kOptions{
+    Option{"VELARIX_ON_STOP", "leave|release|handover", "leave, release or handover"},
+    Option{"VELARIX_HANDOVER_TIMEOUT", "[1-9][0-9]?|100", "seconds from 1 to 100"},
+};
+
+void option(Findings& findings, const std::filesystem::path& file, int line, const std::string& name,
+            const std::string& value)
+{
+	const auto known = std::ranges::find(kOptions, name, &Option::name);
+	if (known != kOptions.end() && std::regex_match(value, std::regex(known->values)))
+	{
+		return;
+	}
+	const Option& meant = known == kOptions.end() ? kOptions.front() : *known;
+	findings.add(Severity::warning, file, line,
+	             {"bad-service-option",
+	              known == kOptions.end() ? name + " is no option of the service"
+	                                      : name + " is \"" + value + "\", not " + meant.listed,
+	              "at a stop of the service address and programs stay, and nobody takes over",
+	              std::string("write ") + meant.name + "=, " + meant.listed});
+}
+
+} // namespace
+
+void service(Findings& findings, const Paths& paths)
+{
+	static const std::regex kAssignment(R"(\s*(?:export\s+)?(VELARIX_\w*)\s*=\s*["']?([^"'\s#]*).*)");
+	const std::filesystem::path file = paths.below(kDefaults);
+	if (host::fileFacts(file).kind == host::FileKind::missing)
+	{
+		return;
+	}
+	try
+	{
+		std::istringstream lines(readInputFile(file));
+		int number = 0;
+		for (std::string line; std::getline(lines, line);)
+		{
+			++number;
+			if (std::smatch found; std::regex_match(line, found, kAssignment))
+			{
+				option(findings, file, number, found[1], found[2]);
+			}
+		}
+	}
+	catch (const Failure& failure)
+	{
+		findings.notChecked(file.string(), failure.what());
+	}
+}
+
+} // namespace velarix::ctl::checks
