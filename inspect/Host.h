@@ -84,6 +84,9 @@ struct Address
 /// @return the IPv4 addresses of this machine
 std::vector<Address> addresses();
 
+/// @return whether the interface lo has that IPv6 address; nothing without any IPv6 there
+std::optional<bool> hasOnLoopback(const std::string& address);
+
 /// Sends up to `count` echo requests, a tenth of a second of patience each.
 /// @param address dotted IPv4; no name is resolved
 /// @return whether one was answered; nothing when this user may not ask

@@ -60,7 +60,8 @@ fs::path resolvedIn(const fs::path& root, const fs::path& absolute)
 
 Paths::Paths(const fs::path& rootDirectory)
     : root(rootDirectory.lexically_normal()), settings(below(kSettingsPath)), runInfo(below(kRunInfoPath)),
-      pid(below(kPidPath)), runScript(below(kRunScriptPath))
+      pid(below(kPidPath)), runScript(below(kRunScriptPath)), keeperSettings(settings.parent_path() / "keeper.ini"),
+      keeperLog(below("/usr/velarix/log/keeper.log")), keeperStates(below("/run/velarix-ha"))
 {
 }
 

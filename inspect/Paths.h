@@ -32,6 +32,10 @@ public:
 	std::filesystem::path runInfo;
 	std::filesystem::path pid;
 	std::filesystem::path runScript;
+	/// What the keeper holds and runs, what it reports, and its programs' states.
+	std::filesystem::path keeperSettings;
+	std::filesystem::path keeperLog;
+	std::filesystem::path keeperStates;
 };
 
 } // namespace velarix::inspect

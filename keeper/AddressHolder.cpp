@@ -280,7 +280,11 @@ void AddressHolder::feed(AddressEvent event, const Mac& from)
 	const AddressMachine before = m_machine;
 	const AddressStep step = next(m_machine, {event, now(), from, randomNumber()});
 	m_machine = step.machine;
-	m_conflicts += event == AddressEvent::claim && before.held() ? 1 : 0;
+	if (event == AddressEvent::claim && before.held())
+	{
+		++m_conflicts;
+		m_lastConflict = wallClock(now());
+	}
 	m_removals += event == AddressEvent::removed && before.held() ? 1 : 0;
 	// The services are told before the address goes, and after it has come.
 	if (before.held() && !m_machine.held())
@@ -382,6 +386,7 @@ void AddressHolder::publish(bool atOnce)
 	                             {"on_conflict", m_settings.defend ? "defend" : "yield"},
 	                             {"holder", m_machine.holder ? macText(*m_machine.holder) : ""},
 	                             {"conflicts", std::to_string(m_conflicts)},
+	                             {"last_conflict", std::to_string(m_lastConflict)},
 	                             {"removals", std::to_string(m_removals)},
 	                             {"pid", std::to_string(::getpid())}});
 }

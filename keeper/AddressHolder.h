@@ -64,6 +64,7 @@ private:
 	Millis m_publishAt = kNever;  ///< the state file is due then
 	Millis m_publishedAt = 0;
 	int m_conflicts = 0;
+	long long m_lastConflict = 0; ///< CLOCK_REALTIME in seconds
 	int m_removals = 0;
 };
 

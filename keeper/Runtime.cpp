@@ -124,9 +124,10 @@ void writeState(const std::string& program, const Fields& fields)
 	}
 }
 
-Fields readState(const std::string& program)
+Fields readState(const std::string& program, const std::string& directory)
 {
-	const Descriptor file(::open(pathOf(program, ".state").c_str(), O_RDONLY | O_CLOEXEC));
+	const std::string path = directory + "/" + program + ".state";
+	const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 	std::array<char, 4096> buffer{};
 	const ssize_t length = file ? ::read(file.get(), buffer.data(), buffer.size()) : 0;
 	std::string_view text(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);

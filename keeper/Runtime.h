@@ -71,8 +71,9 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 
 /// Errors are left to be seen by the next reader: a full disk must not end the holder.
 void writeState(const std::string& program, const Fields& fields);
+/// @param directory another one for the files of another root
 /// @return nothing when there is no such file
-Fields readState(const std::string& program);
+Fields readState(const std::string& program, const std::string& directory = kRuntimeDirectory);
 void removeState(const std::string& program);
 /// @return the value of `key`; empty for none
 std::string valueOf(const Fields& fields, const std::string& key);

@@ -120,6 +120,32 @@ Json addressJson(const NodeState& state)
 	return json;
 }
 
+Json keeperJson(const NodeState& state)
+{
+	if (!state.keeper)
+	{
+		return {};
+	}
+	const KeeperProgram& address = state.keeper->address;
+	Json services = Json::array();
+	for (const KeeperProgram& service : state.keeper->services)
+	{
+		services.push_back({{"name", service.name},
+		                    {"state", service.state},
+		                    {"since", isoOrNull(service.since)},
+		                    {"restarts", service.restarts},
+		                    {"check", service.check},
+		                    {"reason", service.reason}});
+	}
+	return {{"address",
+	         {{"state", address.state},
+	          {"since", isoOrNull(address.since)},
+	          {"holder", address.holder.empty() ? Json() : Json(address.holder)},
+	          {"conflicts", address.conflicts}}},
+	        {"services", std::move(services)},
+	        {"marker", state.keeper->marked == true}};
+}
+
 Json changeJson(const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
@@ -191,6 +217,7 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	json["partner"] = partnerJson(state);
 	json["programs"] = programsJson(state);
 	json["virtual_ip"] = addressJson(state);
+	json["keeper"] = keeperJson(state);
 	json["cards"] = {{kServiceCard, figureJson(state, state.serviceCard)},
 	                 {kCommunicationCard, figureJson(state, state.communicationCard)}};
 	json["gateway_answers"] = figureJson(state, state.gatewayAnswers);

@@ -27,6 +27,9 @@ constexpr std::uintmax_t kNoSpace = 1 * kMegabyte;
 /// A partner that is just between two passes refuses once or twice.
 constexpr int kRefusals = 3;
 constexpr int kFailedStarts = 2;
+/// A split-brain of the address is reported for so long after its last conflict. The keeper
+/// asks once a second.
+constexpr std::chrono::seconds kConflict{15};
 
 } // namespace
 
@@ -139,12 +142,79 @@ void Checklist::flapping()
 /// The receiver does nothing else then, so that the log soon no longer tells the role.
 void Checklist::start()
 {
-	if (m_state.agent.lives() && m_state.picture().takeOver && m_state.picture().failedStarts >= kFailedStarts)
+	// Without the marker the agent tries again and again while the partner serves.
+	if (m_state.agent.lives() && !partnerServes() && m_state.picture().takeOver &&
+	    m_state.picture().failedStarts >= kFailedStarts)
 	{
 		add("start-fails", Grade::critical, kBlocks,
 		    "the virtual address cannot be raised: its start has failed " +
 		        std::to_string(m_state.picture().failedStarts) +
 		        " times in a row; velarixctl events shows what the command printed");
+	}
+}
+
+/// Of another host that answers for the address nobody can tell whose it is. A partner that
+/// is not heard is the likely one; one that says it is standby is not.
+bool Checklist::partnerServes() const
+{
+	return m_state.keeper && m_state.keeper->address.waits() && !m_state.partnerRole.is(Role::slave);
+}
+
+void Checklist::addressElsewhere()
+{
+	const KeeperProgram& address = m_state.keeper->address;
+	const std::string since = address.since ? " for " + spanText(*m_state.age(address.since)) : "";
+	if (partnerServes())
+	{
+		add("address-with-partner", Grade::warning, kHarmless,
+		    "the network between the nodes is cut: the partner (" + address.holder + ") holds the address and serves" +
+		        since + "; nothing to do here but to repair that network");
+	}
+	else
+	{
+		add("address-taken", Grade::critical, kBlocks,
+		    "another host, " + address.holder + ", holds the virtual address" + since +
+		        ", and the partner does not: find it in the switch");
+	}
+}
+
+void Checklist::keeper()
+{
+	if (!m_state.keeper)
+	{
+		return;
+	}
+	const KeeperProgram& address = m_state.keeper->address;
+	if (address.waits())
+	{
+		addressElsewhere();
+	}
+	else if (address.lastConflict && m_state.now - *address.lastConflict < kConflict)
+	{
+		add("address-conflict", Grade::critical, kHarmless,
+		    "split-brain: another host holds the virtual address, too; conflicts so far: " +
+		        std::to_string(address.conflicts));
+	}
+	for (const KeeperProgram& service : m_state.keeper->services)
+	{
+		if (service.state == "failed")
+		{
+			add("service-failed", Grade::warning, kBlocks,
+			    service.name + " died too often on this node: " + service.reason);
+		}
+		else if (service.state == "restarting" || service.check.starts_with("failed"))
+		{
+			add("service-unwell", Grade::warning, kHarmless,
+			    service.name + " is " + service.state + ", its last check " + service.check +
+			        (service.reason.empty() ? "" : "; it died last: " + service.reason));
+		}
+	}
+	if (m_state.agent.lives() && m_state.keeper->marked != true)
+	{
+		add("marker-missing", Grade::warning, kHarmless,
+		    "the marker of the virtual address is not on lo: a take-over lasts five seconds longer; keeper mark sets "
+		    "it" +
+		        std::string(m_state.keeper->marked ? "" : " when lo has IPv6"));
 	}
 }
 
@@ -249,7 +319,8 @@ void Checklist::master()
 		    "this node is taking the service since " + spanText(*m_state.age(takeOver->time)));
 		return;
 	}
-	if (m_state.address.known() && !m_state.address.told->held)
+	const bool elsewhere = m_state.keeper && m_state.keeper->address.waits();
+	if (m_state.address.known() && !m_state.address.told->held && !elsewhere)
 	{
 		add("address-missing", Grade::critical, kHarmless,
 		    "this node is master, but the virtual address " + m_state.setting(key::kVirtualIP) + " is not on it");

@@ -24,6 +24,9 @@ public:
 	void flapping();
 	void start();
 
+	/// What the keeper sees, which holds the address and runs the services.
+	void keeper();
+
 	/// The others need a known role.
 	void workers();
 	void interfaces();
@@ -40,6 +43,9 @@ private:
 	void add(std::string_view id, Grade grade, bool blocks, std::string text);
 	void unheardPartner();
 	void programs();
+	void addressElsewhere();
+	/// The keeper waits for the address because the partner serves.
+	bool partnerServes() const;
 };
 
 } // namespace velarix::ctl

@@ -23,6 +23,8 @@ struct FakeHost
 	bool ignoresPings = false;
 	std::map<std::string, velarix::inspect::host::Card> cards;
 	std::vector<velarix::inspect::host::Address> addresses;
+	/// What hasOnLoopback tells of every address.
+	std::optional<bool> marked = true;
 	/// By ascending pid.
 	std::vector<velarix::inspect::host::Process> processes;
 	/// Ports that another program listens on.

@@ -41,6 +41,24 @@ void silence(NodeState& state)
 	state.partnerAsks.why = state.partnerRole.why;
 }
 
+/// The keeper holds the address and runs one service.
+KeeperState& keeper(NodeState& state)
+{
+	state.keeper.emplace();
+	state.keeper->address.state = "holding";
+	state.keeper->services.resize(1);
+	state.keeper->services[0].state = "running";
+	state.keeper->marked = true;
+	return *state.keeper;
+}
+
+/// ... and another host has the address.
+void waits(NodeState& state)
+{
+	keeper(state).address.state = "waiting";
+	state.address.told->held = false;
+}
+
 FaultState& fault(NodeState& state, Fault which)
 {
 	return state.tail.picture.faults[static_cast<std::size_t>(which)];
@@ -209,6 +227,36 @@ const std::vector<Row>& rows()
 	     Side::master,
 	     [](NodeState& state) { state.address.told->listed = false; },
 	     {"address-unlisted warning"}},
+	    {"KeeperWithoutAFault", Side::master, [](NodeState& state) { keeper(state); }, {}},
+	    {"AddressWithThePartner",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     silence(state);
+		     waits(state);
+	     },
+	     {"address-with-partner warning", "partner-silent warning blocks"}},
+	    {"AddressWithSomebodyElse", Side::master, waits, {"address-taken critical blocks"}},
+	    {"AddressConflict",
+	     Side::master,
+	     [](NodeState& state) { keeper(state).address.lastConflict = state.now - 14s; },
+	     {"address-conflict critical"}},
+	    {"AddressConflictIsOver",
+	     Side::master,
+	     [](NodeState& state) { keeper(state).address.lastConflict = state.now - 16s; },
+	     {}},
+	    {"ServiceFailed",
+	     Side::master,
+	     [](NodeState& state) { keeper(state).services[0].state = "failed"; },
+	     {"service-failed warning blocks"}},
+	    {"ServiceUnwell",
+	     Side::master,
+	     [](NodeState& state) { keeper(state).services[0].check = "failed 1"; },
+	     {"service-unwell warning"}},
+	    {"MarkerMissing",
+	     Side::slave,
+	     [](NodeState& state) { keeper(state).marked = std::nullopt; },
+	     {"marker-missing warning"}},
 	    {"ProgramsMissing",
 	     Side::master,
 	     [](NodeState& state) { state.programs.told->run = false; },
