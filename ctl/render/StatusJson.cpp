@@ -122,10 +122,6 @@ Json addressJson(const NodeState& state)
 
 Json keeperJson(const NodeState& state)
 {
-	if (!state.keeper)
-	{
-		return {};
-	}
 	const KeeperProgram& address = state.keeper->address;
 	Json services = Json::array();
 	for (const KeeperProgram& service : state.keeper->services)
@@ -217,7 +213,10 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	json["partner"] = partnerJson(state);
 	json["programs"] = programsJson(state);
 	json["virtual_ip"] = addressJson(state);
-	json["keeper"] = keeperJson(state);
+	if (state.keeper)
+	{
+		json["keeper"] = keeperJson(state);
+	}
 	json["cards"] = {{kServiceCard, figureJson(state, state.serviceCard)},
 	                 {kCommunicationCard, figureJson(state, state.communicationCard)}};
 	json["gateway_answers"] = figureJson(state, state.gatewayAnswers);
