@@ -12,6 +12,7 @@
 #include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl::checks
 {
@@ -136,6 +137,7 @@ void trust(Findings& findings, const Paths& paths)
 	trust.walk(paths.below(kAgent), {});
 	trust.walk(paths.runScript, {});
 	trust.walk(paths.settings, {});
+	trust.walk(paths.keeperSettings, {});
 	int number = 0;
 	for (const std::string& program : findings.file.programs())
 	{
@@ -151,6 +153,15 @@ void trust(Findings& findings, const Paths& paths)
 		{
 			const fs::path file = toolPath(paths, tool);
 			file.empty() ? void() : trust.walk(file, {.key = key});
+		}
+	}
+	for (const keeper::ServiceSettings& service : keeper::readSettings(paths.keeperSettings.c_str()).settings.services)
+	{
+		for (const std::vector<std::string>& command : {service.command, service.check})
+		{
+			const bool asRoot = service.user.empty() && !command.empty();
+			const fs::path file = asRoot ? toolPath(paths, command.front()) : fs::path();
+			file.empty() ? void() : trust.walk(file, {});
 		}
 	}
 	if (log.is_absolute())

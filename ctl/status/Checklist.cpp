@@ -142,8 +142,7 @@ void Checklist::flapping()
 /// The receiver does nothing else then, so that the log soon no longer tells the role.
 void Checklist::start()
 {
-	// Without the marker the agent tries again and again while the partner serves.
-	if (m_state.agent.lives() && !partnerServes() && m_state.picture().takeOver &&
+	if (m_state.agent.lives() && otherHolder().empty() && m_state.picture().takeOver &&
 	    m_state.picture().failedStarts >= kFailedStarts)
 	{
 		add("start-fails", Grade::critical, kBlocks,
@@ -153,28 +152,38 @@ void Checklist::start()
 	}
 }
 
-/// Of another host that answers for the address nobody can tell whose it is. A partner that
-/// is not heard is the likely one; one that says it is standby is not.
-bool Checklist::partnerServes() const
+/// Without the marker ha-address waits only as long as the agent's start command runs, and
+/// the log has what that printed: "ADDRESS is held by HOLDER since TIME".
+std::string Checklist::otherHolder() const
 {
-	return m_state.keeper && m_state.keeper->address.waits() && !m_state.partnerRole.is(Role::slave);
+	if (!m_state.keeper || m_state.keeper->address.waits())
+	{
+		return m_state.keeper ? m_state.keeper->address.holder : "";
+	}
+	constexpr std::string_view held = " is held by ";
+	const std::string& output = m_state.picture().startOutput;
+	const std::size_t at = output.find(held);
+	const bool tries = m_state.picture().takeOver && m_state.picture().failedStarts > 0 && at != std::string::npos;
+	return tries ? output.substr(at + held.size(), output.find(' ', at + held.size()) - at - held.size()) : "";
 }
 
-void Checklist::addressElsewhere()
+/// Whose the other holder is nobody can tell. A partner that is not heard is the likely
+/// one; one that says it is standby is not.
+void Checklist::addressElsewhere(const std::string& holder)
 {
-	const KeeperProgram& address = m_state.keeper->address;
-	const std::string since = address.since ? " for " + spanText(*m_state.age(address.since)) : "";
-	if (partnerServes())
+	const std::optional<Instant>& since = m_state.keeper->address.since;
+	const std::string span = since ? " for " + spanText(*m_state.age(since)) : "";
+	if (m_state.partnerRole.is(Role::slave))
 	{
-		add("address-with-partner", Grade::warning, kHarmless,
-		    "the network between the nodes is cut: the partner (" + address.holder + ") holds the address and serves" +
-		        since + "; nothing to do here but to repair that network");
+		add("address-taken", Grade::critical, kBlocks,
+		    "another host, " + holder + ", holds the virtual address" + span +
+		        ", and the partner does not: find it in the switch");
 	}
 	else
 	{
-		add("address-taken", Grade::critical, kBlocks,
-		    "another host, " + address.holder + ", holds the virtual address" + since +
-		        ", and the partner does not: find it in the switch");
+		add("address-with-partner", Grade::warning, kHarmless,
+		    "the network between the nodes is cut: the partner (" + holder + ") holds the address and serves" + span +
+		        "; nothing to do here but to repair that network");
 	}
 }
 
@@ -185,9 +194,9 @@ void Checklist::keeper()
 		return;
 	}
 	const KeeperProgram& address = m_state.keeper->address;
-	if (address.waits())
+	if (const std::string holder = otherHolder(); !holder.empty())
 	{
-		addressElsewhere();
+		addressElsewhere(holder);
 	}
 	else if (address.lastConflict && m_state.now - *address.lastConflict < kConflict)
 	{
@@ -319,8 +328,7 @@ void Checklist::master()
 		    "this node is taking the service since " + spanText(*m_state.age(takeOver->time)));
 		return;
 	}
-	const bool elsewhere = m_state.keeper && m_state.keeper->address.waits();
-	if (m_state.address.known() && !m_state.address.told->held && !elsewhere)
+	if (m_state.address.known() && !m_state.address.told->held && otherHolder().empty())
 	{
 		add("address-missing", Grade::critical, kHarmless,
 		    "this node is master, but the virtual address " + m_state.setting(key::kVirtualIP) + " is not on it");

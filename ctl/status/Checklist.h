@@ -43,9 +43,10 @@ private:
 	void add(std::string_view id, Grade grade, bool blocks, std::string text);
 	void unheardPartner();
 	void programs();
-	void addressElsewhere();
-	/// The keeper waits for the address because the partner serves.
-	bool partnerServes() const;
+	/// @return the hardware address of the host that has the virtual address instead of this
+	///         node; empty for none
+	std::string otherHolder() const;
+	void addressElsewhere(const std::string& holder);
 };
 
 } // namespace velarix::ctl

@@ -157,7 +157,7 @@ void addAnswers(CLI::App& verb, Answers& answers)
 	for (const Question& question : questions())
 	{
 		verb.add_option(std::string("--") + question.option, answers.*question.answer, question.text)
-		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS[/PREFIX]" : "ADDRESS");
+		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS");
 	}
 	for (const ServiceOption& option : serviceOptions())
 	{

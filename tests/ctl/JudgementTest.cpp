@@ -46,6 +46,7 @@ KeeperState& keeper(NodeState& state)
 {
 	state.keeper.emplace();
 	state.keeper->address.state = "holding";
+	state.keeper->address.holder = "02:00:00:00:00:01";
 	state.keeper->services.resize(1);
 	state.keeper->services[0].state = "running";
 	state.keeper->marked = true;
@@ -236,6 +237,18 @@ const std::vector<Row>& rows()
 		     waits(state);
 	     },
 	     {"address-with-partner warning", "partner-silent warning blocks"}},
+	    {"AddressWithThePartnerAndNoMarker",
+	     Side::master,
+	     [](NodeState& state)
+	     {
+		     silence(state);
+		     keeper(state).address.state = "stopped";
+		     state.tail.picture.takeOver = Event{};
+		     state.tail.picture.takeOver->time = state.now - 60s;
+		     state.tail.picture.failedStarts = 9;
+		     state.tail.picture.startOutput = "198.51.100.10 is held by 02:00:00:00:00:01 since 12:00";
+	     },
+	     {"address-with-partner warning", "partner-silent warning blocks", "taking-over warning blocks"}},
 	    {"AddressWithSomebodyElse", Side::master, waits, {"address-taken critical blocks"}},
 	    {"AddressConflict",
 	     Side::master,

@@ -7,6 +7,8 @@ using namespace velarix::ctl;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 namespace fs = std::filesystem;
 
@@ -98,6 +100,20 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	write(kConfig, joined(lines));
 	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
 	            Contains(std::string("error keeper-settings ") + kKeeperIni));
+}
+
+TEST_F(KeeperCheck, NobodyElseMayWriteWhatRootRuns)
+{
+	executable("/usr/sbin/nginx");
+	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty());
+	for (const char* path : {kKeeperIni, "/usr/sbin/nginx"})
+	{
+		fs::permissions(below(path), fs::perms{0777});
+	}
+	EXPECT_THAT(foundIn(joined(lines), m_keeper),
+	            UnorderedElementsAre(std::string("error writable-program ") + kKeeperIni,
+	                                 "error writable-program /usr/sbin/nginx"));
+	EXPECT_THAT(foundIn(joined(lines), m_keeper + "user = www\n"), SizeIs(1)) << "not root's";
 }
 
 TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)

@@ -86,7 +86,7 @@ std::string introduction(std::string term)
 	term = std::regex_replace(term, std::regex(" +"), " ");
 	term = std::regex_replace(term, std::regex(" , "), " ");
 	term = std::regex_replace(term, choice, " $1|$2");
-	return std::regex_replace(term, std::regex(" [A-Z][A-Z/]*$"), " VALUE");
+	return std::regex_replace(term, std::regex(" [A-Z][A-Z/=]*$"), " VALUE");
 }
 
 std::vector<std::string> optionsIn(const std::string& text)
