@@ -181,7 +181,7 @@ void Checklist::addressElsewhere(const std::string& holder)
 	}
 	else
 	{
-		add("address-with-partner", Grade::warning, kHarmless,
+		add(kAddressWithPartner, Grade::warning, kHarmless,
 		    "the network between the nodes is cut: the partner (" + holder + ") holds the address and serves" + span +
 		        "; nothing to do here but to repair that network");
 	}
@@ -333,7 +333,7 @@ void Checklist::master()
 		add("address-missing", Grade::critical, kHarmless,
 		    "this node is master, but the virtual address " + m_state.setting(key::kVirtualIP) + " is not on it");
 	}
-	else if (m_state.address.known() && !m_state.address.told->listed)
+	else if (m_state.address.known() && m_state.address.told->held && !m_state.address.told->listed)
 	{
 		add("address-unlisted", Grade::warning, kHarmless,
 		    "ifconfig, where the agent looks, does not list the virtual address: give it a label");

@@ -40,10 +40,10 @@ TEST_F(KeeperHistory, IsMergedByTimeWithItsArchives)
 	write(m_keeper, "torn line\n" + lineAt("12:58:30.500", "ha-web[42] died: ended with status 1; is started again"));
 	const std::string text = run({"events", "--log", log.string()}).out;
 	const std::size_t raised =
-	    text.find("11:56:00.0  keeper                              ha-address raised: 198.51.100.10 on eth0");
+	    text.find("11:56:00.0  keeper                            ha-address raised: 198.51.100.10 on eth0");
 	const std::size_t started = text.find("agent-started");
 	const std::size_t died =
-	    text.find("11:58:30.5  keeper                              ha-web died: ended with status 1");
+	    text.find("11:58:30.5  keeper                            ha-web died: ended with status 1");
 	EXPECT_LT(raised, started) << text;
 	EXPECT_LT(started, died) << text;
 	EXPECT_NE(died, std::string::npos) << text;
