@@ -16,6 +16,10 @@ namespace velarix::ctl
 namespace
 {
 
+/// What the process that writes a state is called; the one that has the program's name only
+/// guards it.
+constexpr std::string_view kWorker = "keeper";
+
 using Time = std::chrono::system_clock::time_point;
 
 std::optional<Time> timeOf(const std::string& seconds)
@@ -31,7 +35,7 @@ KeeperProgram programOf(const std::string& name, const Paths& paths)
 	KeeperProgram program;
 	program.name = name;
 	const std::optional<host::Process> process = host::process(std::atoi(field("pid").c_str()));
-	program.runs = process && process->name == name && process->state != 'Z';
+	program.runs = process && process->name == kWorker && process->state != 'Z';
 	program.state = field("state");
 	if (!program.runs)
 	{

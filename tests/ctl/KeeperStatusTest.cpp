@@ -20,8 +20,9 @@ protected:
 		writeSettings(1, {{"VIRTUAL_IP_START_COMMAND", "/usr/libexec/velarix-ha/keeper raise"},
 		                  {"PROCESS_NUM", "2"},
 		                  {"PROCESS_PATH1", "/usr/velarix/run/ha-address\nPROCESS_PATH2 = /usr/velarix/run/ha-web"}});
-		addProcess(6001, "ha-address");
-		addProcess(6002, "ha-web");
+		addProcess(6000, "ha-address");
+		addProcess(6001, "keeper");
+		addProcess(6002, "keeper");
 		writeState("ha-web", "state=running\npid=6002\nrestarts=2\ncheck=ok\nreason=ended with status 1\n");
 		writeState("ha-address", "state=holding\npid=6001\nheld=yes\n");
 	}
