@@ -23,6 +23,7 @@ protected:
 		addProcess(6000, "ha-address");
 		addProcess(6001, "keeper");
 		addProcess(6002, "keeper");
+		addProcess(6003, "ha-web");
 		writeState("ha-web", "state=running\npid=6002\nrestarts=2\ncheck=ok\nreason=ended with status 1\n");
 		writeState("ha-address", "state=holding\npid=6001\nheld=yes\n");
 	}

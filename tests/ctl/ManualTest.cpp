@@ -75,7 +75,7 @@ std::string introduction(const HelpOption& option)
 		text += (text.empty() ? "" : " ") + name;
 	}
 	// A choice is written out, other values have names of the page's own.
-	const bool choice = option.value.find_first_of("|=") != std::string::npos;
+	const bool choice = option.value.find('|') != std::string::npos;
 	return text + (option.value.empty() ? "" : choice ? " " + option.value : " VALUE");
 }
 
@@ -86,7 +86,7 @@ std::string introduction(std::string term)
 	term = std::regex_replace(term, std::regex(" +"), " ");
 	term = std::regex_replace(term, std::regex(" , "), " ");
 	term = std::regex_replace(term, choice, " $1|$2");
-	return std::regex_replace(term, std::regex(" [A-Z][A-Z/]*$"), " VALUE");
+	return std::regex_replace(term, std::regex(" [A-Z][A-Z/=]*$"), " VALUE");
 }
 
 std::vector<std::string> optionsIn(const std::string& text)
