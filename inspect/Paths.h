@@ -34,6 +34,10 @@ public:
 	std::filesystem::path runScript;
 	/// There while an administrator works on the node.
 	std::filesystem::path maintenance;
+	/// What the keeper holds and runs, what it reports, and its programs' states.
+	std::filesystem::path keeperSettings;
+	std::filesystem::path keeperLog;
+	std::filesystem::path keeperStates;
 };
 
 } // namespace velarix::inspect

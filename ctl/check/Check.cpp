@@ -7,7 +7,9 @@
 #include <tuple>
 #include <utility>
 
+#include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
+#include "ctl/check/KeeperChecks.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
@@ -148,6 +150,20 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 	return settings;
 }
 
+/// Its keeper.ini stands beside a settings file; the installed one is taken for a file
+/// without.
+/// @return nothing when the settings do without the keeper
+std::optional<checks::KeeperFile> openKeeper(Findings& findings, const fs::path& installed)
+{
+	if (!usesKeeper(findings.file))
+	{
+		return std::nullopt;
+	}
+	fs::path path = findings.file.path().parent_path() / installed.filename();
+	path = host::fileFacts(path).kind == host::FileKind::missing ? installed : path;
+	return checks::KeeperFile{path, keeper::readSettings(path.c_str())};
+}
+
 void disk(Findings& findings, const Paths& paths)
 {
 	checks::installation(findings, paths);
@@ -157,7 +173,8 @@ void disk(Findings& findings, const Paths& paths)
 	checks::service(findings, paths);
 }
 
-void node(Findings& findings, const CheckRequest& request, const Paths& paths)
+void node(Findings& findings, const CheckRequest& request, const Paths& paths,
+          const std::optional<checks::KeeperFile>& keeperFile)
 {
 	if (request.filesOnly)
 	{
@@ -171,17 +188,31 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths)
 		return;
 	}
 	checks::machine(findings, paths);
-	checks::trial(findings, host::addresses());
+	keeperFile ? checks::keeperMachine(findings, *keeperFile) : checks::trial(findings, host::addresses());
 }
 
-void compare(Findings& own, CheckReport& report, const fs::path& file)
+void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keeperFile, CheckReport& report,
+                    const fs::path& file)
 {
 	const std::optional<SettingsFile> partner = open(file, report);
-	if (partner)
+	if (!partner)
 	{
-		Findings theirs(*partner, report);
-		text(theirs, true);
-		checks::pair(own, theirs);
+		return;
+	}
+	Findings theirs(*partner, report);
+	text(theirs, true);
+	checks::pair(own, theirs);
+	const fs::path beside = file.parent_path() / (keeperFile ? keeperFile->path.filename() : "");
+	if (keeperFile && (host::fileFacts(beside).kind == host::FileKind::missing || beside == keeperFile->path))
+	{
+		own.notChecked("whether the keeper does the same on both nodes",
+		               "the partner's keeper.ini is not beside its file");
+	}
+	else if (keeperFile)
+	{
+		const checks::KeeperFile other{beside, keeper::readSettings(beside.c_str())};
+		checks::keeperFile(theirs, other);
+		checks::keeperPair(own, *keeperFile, other);
 	}
 }
 
@@ -194,10 +225,15 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	{
 		Findings own(*file, report);
 		text(own, request.partner.has_value());
-		node(own, request, paths);
+		const std::optional<checks::KeeperFile> keeperFile = openKeeper(own, paths.keeperSettings);
+		if (keeperFile)
+		{
+			checks::keeperFile(own, *keeperFile);
+		}
+		node(own, request, paths, keeperFile);
 		if (request.partner)
 		{
-			compare(own, report, *request.partner);
+			comparePartner(own, keeperFile, report, *request.partner);
 		}
 	}
 	dropConsequences(report);
@@ -208,15 +244,23 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	return report;
 }
 
-CheckReport checkTexts(const SettingsFile& own, const SettingsFile& partner)
+CheckReport checkTexts(const NodeTexts& own, const NodeTexts& partner)
 {
 	CheckReport report;
-	Findings left(own, report);
-	Findings right(partner, report);
+	Findings left(own.settings, report);
+	Findings right(partner.settings, report);
 	text(left, true);
 	text(right, true);
 	checks::pair(left, right);
-	sort(report, own.path());
+	if (!own.keeperText.empty())
+	{
+		const checks::KeeperFile here{own.keeperFile, keeper::parseSettings(own.keeperText)};
+		const checks::KeeperFile there{partner.keeperFile, keeper::parseSettings(partner.keeperText)};
+		checks::keeperFile(left, here);
+		checks::keeperFile(right, there);
+		checks::keeperPair(left, here, there);
+	}
+	sort(report, own.settings.path());
 	return report;
 }
 

@@ -29,7 +29,15 @@ struct CheckRequest
 /// @throws Failure noPermission when a file may not be read
 CheckReport check(const CheckRequest& request, const Paths& paths);
 
-/// The checks of the two texts alone, of both.
-CheckReport checkTexts(const SettingsFile& own, const SettingsFile& partner);
+/// What a node is to have: its settings, and its keeper.ini unless that is empty.
+struct NodeTexts
+{
+	SettingsFile settings;
+	std::filesystem::path keeperFile;
+	std::string keeperText;
+};
+
+/// The checks of the texts alone, of both nodes.
+CheckReport checkTexts(const NodeTexts& own, const NodeTexts& partner);
 
 } // namespace velarix::ctl

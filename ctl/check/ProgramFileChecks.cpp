@@ -13,6 +13,7 @@
 #include <elf.h>
 #include <sys/stat.h>
 
+#include "ctl/Keeper.h"
 #include "ctl/check/CommandText.h"
 #include "ctl/check/Tools.h"
 #include "inspect/Host.h"
@@ -270,6 +271,11 @@ void programFiles(Findings& findings, const Paths& paths)
 	{
 		++number;
 		// What is no plain absolute path is reported by the check of the programs.
+		// A missing link to the keeper is reported with keeper.ini; the service makes it.
+		if (isKeepers(program) && host::fileFacts(paths.belowIfAny(program)).kind == FileKind::missing)
+		{
+			continue;
+		}
 		if (program.starts_with('/') && !program.ends_with('/') && program.find_first_of(" \t\"'") == std::string::npos)
 		{
 			ProgramFile(findings, paths, programKey(number), program).check();

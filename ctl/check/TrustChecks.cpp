@@ -12,6 +12,7 @@
 #include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl::checks
 {
@@ -141,6 +142,7 @@ void trust(Findings& findings, const Paths& paths)
 	trust.walk(
 	    paths.runInfo.parent_path(),
 	    {.severity = Severity::warning, .effect = "whoever may replace the run-info record there can end the agent"});
+	trust.walk(paths.keeperSettings, {});
 	int number = 0;
 	for (const std::string& program : findings.file.programs())
 	{
@@ -155,6 +157,15 @@ void trust(Findings& findings, const Paths& paths)
 		for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
 		{
 			trust.walk(toolPath(paths, tool), {.key = key});
+		}
+	}
+	for (const keeper::ServiceSettings& service : keeper::readSettings(paths.keeperSettings.c_str()).settings.services)
+	{
+		for (const std::vector<std::string>& command : {service.command, service.check})
+		{
+			const bool asRoot = service.user.empty() && !command.empty();
+			const fs::path file = asRoot ? toolPath(paths, command.front()) : fs::path();
+			file.empty() ? void() : trust.walk(file, {});
 		}
 	}
 	if (log.is_absolute())

@@ -18,8 +18,8 @@ namespace
 {
 
 /// What may be wrong and leaves a switchover possible all the same.
-constexpr std::array<std::string_view, 4> kTolerated{"settings-newer", "address-unlisted", "agent-console",
-                                                     "log-begun-ahead"};
+constexpr std::array<std::string_view, 5> kTolerated{"settings-newer", "address-unlisted", "agent-console",
+                                                     "log-begun-ahead", "marker-missing"};
 
 /// What two passes of the receiver take beyond the partner's interval.
 constexpr std::chrono::seconds kLate{3};

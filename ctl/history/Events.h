@@ -201,6 +201,8 @@ struct Picture
 	int refusals = 0;
 	/// Starts of the virtual address in a row that failed.
 	int failedStarts = 0;
+	/// What the start command printed the last time.
+	std::string startOutput;
 	/// The last kRoleChangesKept changes of the role but for those of an agent's
 	/// start, oldest first.
 	std::vector<Instant> roleChanges;

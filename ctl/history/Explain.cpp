@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "ctl/history/KeeperLog.h"
 #include "inspect/LogLine.h"
 #include "inspect/Printable.h"
 
@@ -164,6 +165,15 @@ bool takesLines(const CatalogueRow& row)
 
 std::vector<Explanation> explain(std::string_view message)
 {
+	if (const std::vector<const CatalogueRow*> rows = explainKeeper(message); !rows.empty())
+	{
+		std::vector<Explanation> ofKeeper;
+		for (const CatalogueRow* row : rows)
+		{
+			ofKeeper.push_back({row, false});
+		}
+		return ofKeeper;
+	}
 	if (const std::optional<Given> given = readPlace(message))
 	{
 		const CatalogueRow* const row = findMessage(given->label, given->number);
@@ -228,7 +238,7 @@ std::string whyUnknown(std::string_view message)
 std::string MessageSplitter::add(const std::string& line)
 {
 	const std::optional<Given> given = readPlace(line);
-	if (!given && m_takesLines)
+	if (!given && m_takesLines && explainKeeper(line).empty())
 	{
 		m_message += "\n" + line;
 		return {};

@@ -176,6 +176,7 @@ void HistoryMachine::addressFailed()
 	m_picture.failedStarts = m_agent.addressTries;
 	setAddress(AddressState::starting);
 	const std::string output = oneLine(behind("can't start virtual ip: "));
+	m_picture.startOutput = output;
 	if (isRound(m_agent.addressTries))
 	{
 		std::string detail = "try " + std::to_string(m_agent.addressTries) + ": ";

@@ -1,5 +1,6 @@
 #include "ctl/init/Answers.h"
 
+#include <algorithm>
 #include <istream>
 #include <ostream>
 
@@ -20,6 +21,7 @@ namespace
 using Poco::Net::IPAddress;
 
 constexpr char kProgramsOption[] = "program";
+constexpr char kServiceOption[] = "service";
 
 std::string addressFault(const std::string& text)
 {
@@ -32,11 +34,8 @@ std::string addressFault(const std::string& text)
 std::string virtualIPFault(const std::string& text)
 {
 	const std::size_t slash = text.find('/');
-	if (slash == std::string::npos)
-	{
-		return "no prefix length: write " + text + "/24, for example";
-	}
-	const std::optional<int> prefix = numberIn<int>(std::string_view(text).substr(slash + 1));
+	const std::optional<int> prefix =
+	    slash == std::string::npos ? 32 : numberIn<int>(std::string_view(text).substr(slash + 1));
 	if (!prefix || *prefix < 1 || *prefix > 32)
 	{
 		return "no prefix length from 1 to 32 behind the \"/\": \"" + text + "\"";
@@ -57,21 +56,34 @@ std::string ask(std::istream& in, std::ostream& out, const std::string& prompt)
 	return Poco::trim(line);
 }
 
-void askPrograms(Answers& answers, std::istream& in, std::ostream& out)
+void askServices(Answers& answers, std::istream& in, std::ostream& out)
 {
 	for (;;)
 	{
-		const bool first = answers.programs.empty();
-		const std::string path = ask(in, out,
-		                             first ? "Path of the managed program, without arguments"
-		                                   : "Path of another program (nothing: no more)");
-		if (path.empty() && !first)
+		ServiceAnswer service;
+		const bool first = answers.services.empty();
+		service.name =
+		    ask(in, out, first ? "Name of the service, as web" : "Name of another service (nothing: no more)");
+		if (service.name.empty() && !first)
 		{
 			return;
 		}
-		const std::string fault = programFault(path);
-		fault.empty() ? answers.programs.push_back(path) : void(out << fault << '\n');
+		if (service.name.empty())
+		{
+			continue;
+		}
+		const std::string runs = ask(in, out, "Its command with arguments, or its systemd unit (NAME.service)");
+		const bool unit = runs.ends_with(".service") && runs.find_first_of(" /") == std::string::npos;
+		(unit ? service.unit : service.command) = runs;
+		service.user = unit ? "" : ask(in, out, "User that runs it (nothing: root)");
+		service.check = ask(in, out, "Command that ends with 0 while it is well (nothing: none)");
+		answers.services.push_back(service);
 	}
+}
+
+std::string programFault(const std::string& path)
+{
+	return path.starts_with('/') && !path.ends_with('/') ? "" : "no absolute path of a program: \"" + path + "\"";
 }
 
 } // namespace
@@ -94,9 +106,40 @@ const std::vector<Question>& questions()
 	return kQuestions;
 }
 
-std::string programFault(const std::string& path)
+const std::vector<ServiceOption>& serviceOptions()
 {
-	return path.starts_with('/') && !path.ends_with('/') ? "" : "no absolute path of a program: \"" + path + "\"";
+	static const std::vector<ServiceOption> kOptions{
+	    {kServiceOption, "NAME=COMMAND", "a service: its command with arguments; once for each",
+	     &ServiceAnswer::command},
+	    {"unit", "NAME=UNIT", "a service: its systemd unit, which has to be disabled; once for each",
+	     &ServiceAnswer::unit},
+	    {"service-user", "NAME=USER", "who runs that service's command and check", &ServiceAnswer::user},
+	    {"service-check", "NAME=COMMAND", "a command that ends with 0 while that service is well",
+	     &ServiceAnswer::check},
+	};
+	return kOptions;
+}
+
+std::string addService(Answers& answers, const ServiceOption& option, const std::string& given)
+{
+	const std::size_t equals = given.find('=');
+	const std::string name = given.substr(0, equals);
+	if (equals == 0 || equals == std::string::npos || equals + 1 == given.size())
+	{
+		return std::string("not ") + option.type + ": \"" + given + "\"";
+	}
+	auto service = std::ranges::find(answers.services, name, &ServiceAnswer::name);
+	const bool adds = option.answer == &ServiceAnswer::command || option.answer == &ServiceAnswer::unit;
+	if (adds == (service != answers.services.end()))
+	{
+		return (adds ? "a second service " : "there is no service ") + name;
+	}
+	if (adds)
+	{
+		service = answers.services.insert(service, ServiceAnswer{name, {}, {}, {}, {}});
+	}
+	(*service).*option.answer = given.substr(equals + 1);
+	return {};
 }
 
 std::vector<std::string> missingOptions(const Answers& answers)
@@ -109,9 +152,9 @@ std::vector<std::string> missingOptions(const Answers& answers)
 			missing.push_back(std::string("--") + question.option);
 		}
 	}
-	if (answers.programs.empty())
+	if (answers.services.empty() && answers.programs.empty())
 	{
-		missing.push_back(std::string("--") + kProgramsOption);
+		missing.push_back(std::string("--") + kServiceOption);
 	}
 	return missing;
 }
@@ -135,6 +178,13 @@ std::vector<std::string> faults(const Answers& answers)
 	{
 		tell(kProgramsOption, programFault(program));
 	}
+	if (!answers.programs.empty())
+	{
+		tell(kProgramsOption, answers.services.empty() ? "" : "beside services: make each program a --service");
+		tell("virtual-ip", answers.virtualIP.find('/') == std::string::npos
+		                       ? "no prefix length: write " + answers.virtualIP + "/24, for example"
+		                       : "");
+	}
 	return result;
 }
 
@@ -150,9 +200,9 @@ void askFor(Answers& answers, std::istream& in, std::ostream& out)
 			fault.empty() ? answer = given, void() : void(out << fault << '\n');
 		}
 	}
-	if (answers.programs.empty())
+	if (answers.services.empty() && answers.programs.empty())
 	{
-		askPrograms(answers, in, out);
+		askServices(answers, in, out);
 	}
 }
 

@@ -20,6 +20,16 @@ enum class NodeName
 /// @return "a" or "b"
 std::string_view textOf(NodeName node);
 
+/// A service that the keeper runs. What is empty is not written.
+struct ServiceAnswer
+{
+	std::string name;
+	std::string command;
+	std::string unit;
+	std::string user;
+	std::string check;
+};
+
 struct Answers
 {
 	/// On the communication network (eth1). Empty until it is answered.
@@ -27,9 +37,11 @@ struct Answers
 	std::string addressB;
 	/// Answers pings as long as a node's own network works; the same for both.
 	std::string gateway;
-	/// With its prefix: "198.51.100.10/24".
+	/// With its prefix: "198.51.100.10/24". The keeper takes it without one as well.
 	std::string virtualIP;
-	/// Absolute paths.
+	/// Either services, left to the keeper with the address ...
+	std::vector<ServiceAnswer> services;
+	/// ... or absolute paths of programs, beside commands for the address.
 	std::vector<std::string> programs;
 
 	NodeName master = NodeName::a;
@@ -54,11 +66,26 @@ struct Question
 	std::string (*fault)(const std::string& answer);
 };
 
-/// All but the programs.
+/// All but services and programs.
 const std::vector<Question>& questions();
 
-/// @return what is wrong with a program's path; empty when nothing is
-std::string programFault(const std::string& path);
+/// An option NAME=VALUE for the services.
+struct ServiceOption
+{
+	/// Without "--".
+	const char* option;
+	/// Of the value.
+	const char* type;
+	const char* text;
+	std::string ServiceAnswer::*answer;
+};
+
+/// Those that add a service come before those that say more of one.
+const std::vector<ServiceOption>& serviceOptions();
+
+/// Takes one "NAME=VALUE".
+/// @return what is wrong with it; empty when nothing is
+std::string addService(Answers& answers, const ServiceOption& option, const std::string& given);
 
 /// @return the options whose answer is still missing, "--address-a" and so on
 std::vector<std::string> missingOptions(const Answers& answers);
@@ -66,8 +93,8 @@ std::vector<std::string> missingOptions(const Answers& answers);
 /// @return what is wrong with the answers that were given, as "--OPTION: why"
 std::vector<std::string> faults(const Answers& answers);
 
-/// Asks on `out` for what is missing and reads the answers from `in`, one a line.
-/// A wrong answer is asked for again.
+/// Without services and programs asks for services. Asks on `out` for what is missing and reads the answers from `in`,
+/// one a line. A wrong answer is asked for again.
 /// @throws Failure usage when the input ends before
 void askFor(Answers& answers, std::istream& in, std::ostream& out);
 

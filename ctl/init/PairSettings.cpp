@@ -5,7 +5,10 @@
 #include <sstream>
 #include <string_view>
 
+#include "ctl/Keeper.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl
 {
@@ -57,9 +60,25 @@ std::string raiseCommand(const Answers& answers)
 
 using Values = std::map<std::string_view, std::string>;
 
+/// The address first: it is dropped before a service takes its time to stop.
+std::vector<std::string> programsOf(const Answers& answers)
+{
+	if (answers.services.empty())
+	{
+		return answers.programs;
+	}
+	std::vector<std::string> programs{keeperPath(keeper::kAddressProgram)};
+	for (const ServiceAnswer& service : answers.services)
+	{
+		programs.push_back(keeperPath(std::string(keeper::kPrefix) + service.name));
+	}
+	return programs;
+}
+
 Values commonValues(const Answers& answers)
 {
 	const std::string port = std::to_string(answers.port);
+	const bool plain = answers.services.empty();
 	return {
 	    {key::kReceivePort, port},
 	    {key::kPartnerPort, port},
@@ -67,12 +86,12 @@ Values commonValues(const Answers& answers)
 	    {key::kReceivingTime, std::to_string(answers.receivingTime)},
 	    {key::kGatewayIP, answers.gateway},
 	    {key::kVirtualIP, bareAddress(answers)},
-	    {key::kStartCommand, raiseCommand(answers)},
-	    {key::kStopCommand, dropCommand(answers)},
+	    {key::kStartCommand, plain ? raiseCommand(answers) : keeperCommand("raise")},
+	    {key::kStopCommand, plain ? dropCommand(answers) : keeperCommand("drop")},
 	    {key::kWaitingTime, std::to_string(answers.waitingTime)},
-	    {key::kProcessNumber, std::to_string(answers.programs.size())},
+	    {key::kProcessNumber, std::to_string(programsOf(answers).size())},
 	    {key::kCheckCycle, std::to_string(answers.checkCycle)},
-	    {key::kKillCommand, dropCommand(answers) + "; killall -q -9"},
+	    {key::kKillCommand, plain ? dropCommand(answers) + "; killall -q -9" : keeperCommand("stop")},
 	    {key::kLogPath, answers.log},
 	    {key::kPurgeAge, answers.purgeAge},
 	};
@@ -104,14 +123,29 @@ std::string entry(const KeyInfo& info, const Values& values, const Answers& answ
 	    comment(std::string(info.meaning) + (info.unit.empty() ? "" : " (" + std::string(info.unit) + ")"));
 	if (info.name == key::kProcessPath)
 	{
-		for (std::size_t i = 0; i < answers.programs.size(); ++i)
+		int number = 0;
+		for (const std::string& program : programsOf(answers))
 		{
-			text += line(bareName(info.name) + std::to_string(i + 1), answers.programs[i]);
+			text += line(bareName(programKey(++number)), program);
 		}
 		return text;
 	}
 	const auto value = values.find(info.name);
 	return text + line(bareName(info.name), value == values.end() ? std::string(info.example) : value->second);
+}
+
+/// The keys of the services in words: as many as most pairs never need.
+std::string furtherKeys()
+{
+	std::string text = "Further keys and their defaults:";
+	for (const keeper::KeyInfo& info : keeper::keyTable())
+	{
+		if (info.section == std::string("service") && *info.fallback != '\0')
+		{
+			text += std::string(" ") + info.name + " (" + info.fallback + ")";
+		}
+	}
+	return comment(text);
 }
 
 } // namespace
@@ -137,6 +171,26 @@ std::string settingsText(const Answers& answers, NodeName node)
 		text += entry(info, values, answers);
 	}
 	return text;
+}
+
+std::string keeperSettingsText(const Answers& answers, NodeName node)
+{
+	std::string text = comment("What the keeper holds and runs on node " + std::string(textOf(node)) +
+	                           ". keeper(8) has every key, \"velarixctl check\" looks through it. The partner's file "
+	                           "differs in on_conflict alone.");
+	text += "\n[address]\n" + line("address", answers.virtualIP) + line("interface", kServiceCard);
+	text += comment("when another host holds the address as well: defend it (the configured master), or yield");
+	text += line("on_conflict", node == answers.master ? "defend" : "yield");
+	for (const ServiceAnswer& service : answers.services)
+	{
+		text += "\n[service " + service.name + "]\n";
+		for (const auto& [name, value] : {std::pair("command", service.command), std::pair("unit", service.unit),
+		                                  std::pair("user", service.user), std::pair("check", service.check)})
+		{
+			text += value.empty() ? "" : line(name, value);
+		}
+	}
+	return text + "\n" + furtherKeys();
 }
 
 } // namespace velarix::ctl

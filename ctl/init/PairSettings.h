@@ -1,4 +1,4 @@
-/// The settings file of each node, made from the answers.
+/// The settings files of each node, made from the answers.
 #pragma once
 
 #include <string>
@@ -11,5 +11,8 @@ namespace velarix::ctl
 /// @param node whose file; the two differ in MODE and the two addresses alone
 /// @return the whole file, each key with a comment from the table of the keys
 std::string settingsText(const Answers& answers, NodeName node);
+
+/// @return the node's keeper.ini; the two differ in on_conflict alone
+std::string keeperSettingsText(const Answers& answers, NodeName node);
 
 } // namespace velarix::ctl

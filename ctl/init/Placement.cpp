@@ -11,6 +11,7 @@
 
 #include "ctl/OutputFile.h"
 #include "inspect/ExitCode.h"
+#include "inspect/InputFile.h"
 #include "inspect/Printable.h"
 
 namespace velarix::ctl
@@ -34,6 +35,12 @@ bool isThere(const fs::path& path)
 {
 	throw Failure(error == std::errc::permission_denied ? ExitCode::noPermission : ExitCode::cannotWrite,
 	              what + ": " + error.message());
+}
+
+/// @return whether the file is there with that very text
+bool holds(const NewFile& file)
+{
+	return fs::is_regular_file(fs::symlink_status(file.path)) && readInputFile(file.path) == file.text;
 }
 
 fs::path copyName(const fs::path& path, std::chrono::system_clock::time_point now)
@@ -67,8 +74,8 @@ void keepCopy(const fs::path& path, std::chrono::system_clock::time_point now, s
 
 void demandRoom(const std::vector<NewFile>& files)
 {
-	const auto obstacle =
-	    std::ranges::find_if(files, [](const NewFile& file) { return !file.keepExisting && isThere(file.path); });
+	const auto obstacle = std::ranges::find_if(files, [](const NewFile& file)
+	                                           { return !file.keepExisting && isThere(file.path) && !holds(file); });
 	if (obstacle != files.end())
 	{
 		throw Failure(ExitCode::cannotWrite, obstacle->path.string() +
@@ -88,9 +95,9 @@ void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::
 	for (const NewFile& file : files)
 	{
 		const bool there = isThere(file.path);
-		if (there && file.keepExisting)
+		if (there && (file.keepExisting || holds(file)))
 		{
-			out << "kept: " << printable(file.path.string()) << '\n';
+			out << (file.keepExisting ? "kept: " : "unchanged: ") << printable(file.path.string()) << '\n';
 			continue;
 		}
 		if (there)

@@ -27,9 +27,10 @@ struct PlacementRules
 };
 
 /// Writes the files, for their owner alone; one that is replaced keeps its mode and
-/// owner. When one of them is there and must not be replaced, nothing is written at
-/// all.
-/// @param out gets a line for each file: "written: PATH", "kept: PATH", "copy: PATH"
+/// owner, one that has the text already is left alone. When one of them is there and
+/// must not be replaced, nothing is written at all.
+/// @param out gets a line for each file: "written: PATH", "unchanged: PATH", "kept: PATH",
+///        "copy: PATH"
 /// @throws Failure cannotWrite or noPermission
 void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out);
 

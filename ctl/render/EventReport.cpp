@@ -198,22 +198,42 @@ std::string padded(std::string text, std::size_t width)
 	return text;
 }
 
+std::string columns(Instant time, std::string_view word, const std::string& span, const std::string& text,
+                    const std::string& on)
+{
+	const auto milliseconds = std::chrono::duration_cast<Milliseconds>(time.time_since_epoch()).count() % 1000;
+	return localText(time) + "." + std::to_string(milliseconds / 100) + "  " + on +
+	       padded(std::string(word), kWordWidth) + (on.empty() ? "" : "\033[0m") + "  " + padded(span, kSpanWidth) +
+	       "  " + printable(text);
+}
+
+std::string describe(const KeeperEvent& event)
+{
+	return event.program + " " + event.word + ": " + event.detail;
+}
+
 } // namespace
 
 std::string textLine(const Event& event, bool colour)
 {
-	const auto milliseconds = std::chrono::duration_cast<Milliseconds>(event.time.time_since_epoch()).count() % 1000;
-	const std::string on = colour ? wordingOf(event.kind).colour : "";
-	const std::string off = on.empty() ? "" : "\033[0m";
-	const std::string span = event.duration ? spanText(*event.duration) : "";
-	std::string line = localText(event.time) + "." + std::to_string(milliseconds / 100) + "  " + on +
-	                   padded(std::string(wordOf(event.kind)), kWordWidth) + off + "  " + padded(span, kSpanWidth) +
-	                   "  " + printable(describe(event));
-	if (!event.place.empty())
-	{
-		line += "  [" + event.place + "]";
-	}
-	return line;
+	const std::string line =
+	    columns(event.time, wordOf(event.kind), event.duration ? spanText(*event.duration) : "", describe(event),
+	            colour ? wordingOf(event.kind).colour : "");
+	return event.place.empty() ? line : line + "  [" + event.place + "]";
+}
+
+std::string textLine(const KeeperEvent& event, bool colour)
+{
+	constexpr std::array<std::string_view, 5> kBad{"failed", "killed", "conflict", "died", "check-failed"};
+	const bool bad = std::ranges::find(kBad, event.word) != kBad.end();
+	return columns(event.time, "keeper", "", describe(event), colour && bad ? "\033[31m" : "");
+}
+
+nlohmann::ordered_json eventJson(const KeeperEvent& event)
+{
+	return {{"time", isoText(event.time)},       {"event", "keeper"},  {"pid", event.process},
+	        {"subject", event.program},          {"word", event.word}, {"detail", printable(event.detail)},
+	        {"text", printable(describe(event))}};
 }
 
 nlohmann::ordered_json eventJson(const Event& event)

@@ -116,9 +116,34 @@ void addPrograms(Exposition& out, const NodeState& state)
 	}
 }
 
+void addKeeper(Exposition& out, const NodeState& state)
+{
+	if (!state.keeper)
+	{
+		return;
+	}
+	const KeeperProgram& address = state.keeper->address;
+	out.gauge("keeper_address_state", "The state of the virtual address to the keeper, in the label; always 1.");
+	out.sample(true, {{"state", printable(address.state)}});
+	out.single("keeper_address_conflicts", "Claims of other hosts while this node held the address.",
+	           std::optional(static_cast<double>(address.conflicts)));
+	out.single("keeper_marker", "Whether the marker of the address is on lo.", state.keeper->marked);
+	out.gauge("keeper_service_state", "The state of a service to the keeper, in the label; always 1.");
+	for (const KeeperProgram& service : state.keeper->services)
+	{
+		out.sample(true, {{"service", printable(service.name)}, {"state", printable(service.state)}});
+	}
+	out.gauge("keeper_service_restarts", "Restarts of a service since the start of its supervisor.");
+	for (const KeeperProgram& service : state.keeper->services)
+	{
+		out.sample(static_cast<double>(service.restarts), {{"service", printable(service.name)}});
+	}
+}
+
 void addKernel(Exposition& out, const NodeState& state)
 {
 	addPrograms(out, state);
+	addKeeper(out, state);
 	if (state.address.known())
 	{
 		out.single("virtual_ip_held", "Whether the virtual address is on this node.",

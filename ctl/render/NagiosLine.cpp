@@ -72,7 +72,9 @@ std::vector<Remark> remarks(const NodeState& state, const Judgement& judgement, 
 	const std::optional<Milliseconds> age = state.age(state.heartbeat);
 	if (state.heartbeat.known() && inSeconds(*age) >= limits.warning)
 	{
-		const bool alarm = inSeconds(*age) >= limits.critical;
+		const bool serves =
+		    std::ranges::find(judgement.problems, kAddressWithPartner, &Problem::id) != judgement.problems.end();
+		const bool alarm = inSeconds(*age) >= limits.critical && !serves;
 		all.emplace_back(alarm ? NagiosStatus::critical : NagiosStatus::warning,
 		                 "the partner's last heartbeat is " + spanText(*age) + " old");
 	}

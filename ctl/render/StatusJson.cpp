@@ -121,6 +121,28 @@ Json addressJson(const NodeState& state)
 	return json;
 }
 
+Json keeperJson(const NodeState& state)
+{
+	const KeeperProgram& address = state.keeper->address;
+	Json services = Json::array();
+	for (const KeeperProgram& service : state.keeper->services)
+	{
+		services.push_back({{"name", service.name},
+		                    {"state", service.state},
+		                    {"since", isoOrNull(service.since)},
+		                    {"restarts", service.restarts},
+		                    {"check", service.check},
+		                    {"reason", service.reason}});
+	}
+	return {{"address",
+	         {{"state", address.state},
+	          {"since", isoOrNull(address.since)},
+	          {"holder", address.holder.empty() ? Json() : Json(address.holder)},
+	          {"conflicts", address.conflicts}}},
+	        {"services", std::move(services)},
+	        {"marker", state.keeper->marked == true}};
+}
+
 Json changeJson(const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
@@ -199,6 +221,10 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	json["partner"] = partnerJson(state);
 	json["programs"] = programsJson(state);
 	json["virtual_ip"] = addressJson(state);
+	if (state.keeper)
+	{
+		json["keeper"] = keeperJson(state);
+	}
 	json["cards"] = {{kServiceCard, figureJson(state, state.serviceCard)},
 	                 {kCommunicationCard, figureJson(state, state.communicationCard)}};
 	json["gateway_answers"] = figureJson(state, state.gatewayAnswers);

@@ -196,11 +196,38 @@ std::string addressWords(const NodeState& state, const HeldAddress& address)
 	       (address.label == address.card ? "" : " as " + address.label);
 }
 
+/// ", for 3 min 4 s"; empty without a time.
+std::string spanOf(const NodeState& state, const KeeperProgram& program)
+{
+	return program.since ? ", for " + spanText(*state.age(program.since)) : "";
+}
+
+void addKeeper(Rows& rows, const NodeState& state)
+{
+	if (!state.keeper)
+	{
+		return;
+	}
+	const KeeperProgram& address = state.keeper->address;
+	rows.add("keeper", addressSentence(address) + spanOf(state, address),
+	         address.waits() ? Tone::doubtful : Tone::plain);
+	for (const KeeperProgram& service : state.keeper->services)
+	{
+		std::string text = service.name + " " + service.state + spanOf(state, service);
+		if (service.runs)
+		{
+			text += ", restarts " + std::to_string(service.restarts) + ", last check " + service.check;
+		}
+		rows.add("", text, service.state == "failed" ? Tone::bad : Tone::plain);
+	}
+}
+
 void addKernel(Rows& rows, const NodeState& state)
 {
 	rows.add("programs", words<Programs>(state, state.programs, programWords));
 	rows.add("address", words<HeldAddress>(state, state.address,
 	                                       [&](const HeldAddress& address) { return addressWords(state, address); }));
+	addKeeper(rows, state);
 	rows.add("interfaces", std::string(kServiceCard) + " (service) " + carrierWords(state, state.serviceCard) + ", " +
 	                           kCommunicationCard + " (communication) " + carrierWords(state, state.communicationCard));
 	rows.add("gateway",

@@ -27,6 +27,9 @@ constexpr std::uintmax_t kNoSpace = 1 * kMegabyte;
 /// A partner that is just between two passes refuses once or twice.
 constexpr int kRefusals = 3;
 constexpr int kFailedStarts = 2;
+/// A split-brain of the address is reported for so long after its last conflict. The keeper
+/// asks once a second.
+constexpr std::chrono::seconds kConflict{15};
 
 } // namespace
 
@@ -172,12 +175,88 @@ void Checklist::flapping()
 /// The receiver does nothing else then, so that the log soon no longer tells the role.
 void Checklist::start()
 {
-	if (m_state.agent.lives() && m_state.picture().takeOver && m_state.picture().failedStarts >= kFailedStarts)
+	if (m_state.agent.lives() && otherHolder().empty() && m_state.picture().takeOver &&
+	    m_state.picture().failedStarts >= kFailedStarts)
 	{
 		add("start-fails", Grade::critical, kBlocks,
 		    "the virtual address cannot be raised: its start has failed " +
 		        std::to_string(m_state.picture().failedStarts) +
 		        " times in a row; velarixctl events shows what the command printed");
+	}
+}
+
+/// Without the marker ha-address waits only as long as the agent's start command runs, and
+/// the log has what that printed: "ADDRESS is held by HOLDER since TIME".
+std::string Checklist::otherHolder() const
+{
+	if (!m_state.keeper || m_state.keeper->address.waits())
+	{
+		return m_state.keeper ? m_state.keeper->address.holder : "";
+	}
+	constexpr std::string_view held = " is held by ";
+	const std::string& output = m_state.picture().startOutput;
+	const std::size_t at = output.find(held);
+	const bool tries = m_state.picture().takeOver && m_state.picture().failedStarts > 0 && at != std::string::npos;
+	return tries ? output.substr(at + held.size(), output.find(' ', at + held.size()) - at - held.size()) : "";
+}
+
+/// Whose the other holder is nobody can tell. A partner that is not heard is the likely
+/// one; one that says it is standby is not.
+void Checklist::addressElsewhere(const std::string& holder)
+{
+	const std::optional<Instant>& since = m_state.keeper->address.since;
+	const std::string span = since ? " for " + spanText(*m_state.age(since)) : "";
+	if (m_state.partnerRole.is(Role::slave))
+	{
+		add("address-taken", Grade::critical, kBlocks,
+		    "another host, " + holder + ", holds the virtual address" + span +
+		        ", and the partner does not: find it in the switch");
+	}
+	else
+	{
+		add(kAddressWithPartner, Grade::warning, kHarmless,
+		    "the network between the nodes is cut: the partner (" + holder + ") holds the address and serves" + span +
+		        "; nothing to do here but to repair that network");
+	}
+}
+
+void Checklist::keeper()
+{
+	if (!m_state.keeper)
+	{
+		return;
+	}
+	const KeeperProgram& address = m_state.keeper->address;
+	if (const std::string holder = otherHolder(); !holder.empty())
+	{
+		addressElsewhere(holder);
+	}
+	else if (address.lastConflict && m_state.now - *address.lastConflict < kConflict)
+	{
+		add("address-conflict", Grade::critical, kHarmless,
+		    "split-brain: another host holds the virtual address, too; conflicts so far: " +
+		        std::to_string(address.conflicts));
+	}
+	for (const KeeperProgram& service : m_state.keeper->services)
+	{
+		if (service.state == "failed")
+		{
+			add("service-failed", Grade::warning, kBlocks,
+			    service.name + " died too often on this node: " + service.reason);
+		}
+		else if (service.state == "restarting" || service.check.starts_with("failed"))
+		{
+			add("service-unwell", Grade::warning, kHarmless,
+			    service.name + " is " + service.state + ", its last check " + service.check +
+			        (service.reason.empty() ? "" : "; it died last: " + service.reason));
+		}
+	}
+	if (m_state.agent.lives() && m_state.keeper->marked != true)
+	{
+		add("marker-missing", Grade::warning, kHarmless,
+		    "the marker of the virtual address is not on lo: a take-over lasts five seconds longer; keeper mark sets "
+		    "it" +
+		        std::string(m_state.keeper->marked ? "" : " when lo has IPv6"));
 	}
 }
 
@@ -288,12 +367,12 @@ void Checklist::master()
 		    "this node is taking the service since " + spanText(*m_state.age(takeOver->time)));
 		return;
 	}
-	if (m_state.address.known() && !m_state.address.told->held)
+	if (m_state.address.known() && !m_state.address.told->held && otherHolder().empty())
 	{
 		add("address-missing", Grade::critical, kHarmless,
 		    "this node is master, but the virtual address " + m_state.setting(key::kVirtualIP) + " is not on it");
 	}
-	else if (m_state.address.known() && !m_state.address.told->listed)
+	else if (m_state.address.known() && m_state.address.told->held && !m_state.address.told->listed)
 	{
 		add("address-unlisted", Grade::warning, kHarmless,
 		    "ifconfig, where the agent looks, does not list the virtual address: give it a label");

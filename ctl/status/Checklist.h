@@ -26,6 +26,9 @@ public:
 	void flapping();
 	void start();
 
+	/// What the keeper sees, which holds the address and runs the services.
+	void keeper();
+
 	/// The others need a known role.
 	void workers();
 	void interfaces();
@@ -42,6 +45,10 @@ private:
 	void add(std::string_view id, Grade grade, bool blocks, std::string text);
 	void unheardPartner();
 	void programs();
+	/// @return the hardware address of the host that has the virtual address instead of this
+	///         node; empty for none
+	std::string otherHolder() const;
+	void addressElsewhere(const std::string& holder);
 };
 
 } // namespace velarix::ctl

@@ -43,6 +43,7 @@ Judgement judge(const NodeState& state)
 	list.log();
 	list.flapping();
 	list.start();
+	list.keeper();
 	if (state.role.known())
 	{
 		list.workers();

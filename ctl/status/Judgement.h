@@ -30,6 +30,8 @@ std::string_view wordOf(Grade grade);
 
 /// The problem that `nagios` judges by limits of its own.
 inline constexpr std::string_view kPartnerSilent = "partner-silent";
+/// With it the partner serves, and its silence is no reason to wake anybody up.
+inline constexpr std::string_view kAddressWithPartner = "address-with-partner";
 
 struct Problem
 {

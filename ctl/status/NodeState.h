@@ -14,6 +14,7 @@
 #include "ctl/history/Events.h"
 #include "ctl/status/AgentProcess.h"
 #include "ctl/status/Figure.h"
+#include "ctl/status/KeeperState.h"
 #include "ctl/status/LogTail.h"
 #include "ctl/status/Maintenance.h"
 #include "ctl/status/Timing.h"
@@ -119,6 +120,8 @@ struct NodeState
 
 	Figure<Programs> programs;
 	Figure<HeldAddress> address;
+	/// Nothing for settings without the keeper, and for the files of another root.
+	std::optional<KeeperState> keeper;
 	/// True: has carrier. Not known for a card that is not there or down.
 	Figure<bool> serviceCard;
 	Figure<bool> communicationCard;

@@ -101,7 +101,8 @@ public:
 	{
 	}
 
-	void print(const Event& event)
+	/// @tparam Any an event of the agent or of the keeper
+	template <typename Any> void print(const Any& event)
 	{
 		if (event.time < m_since)
 		{
@@ -123,9 +124,12 @@ public:
 	{
 		for (; m_told < trouble.size(); ++m_told)
 		{
-			const LogTrouble& one = trouble[m_told];
-			complain(m_context, "cannot read " + one.path.string() + ": " + std::generic_category().message(one.error));
+			tell(trouble[m_told]);
 		}
+	}
+	void tell(const LogTrouble& one) const
+	{
+		complain(m_context, "cannot read " + one.path.string() + ": " + std::generic_category().message(one.error));
 	}
 
 private:
@@ -148,7 +152,20 @@ ExitCode runEvents(const EventsOptions& options, const Context& context)
 	const Instant since = readSince(options, context);
 	const Wish wish = readWish(options, context);
 	Printer printer(options, context, since);
-	History history([&printer](const Event& event) { printer.print(event); }, wish.commands);
+	KeeperLog keeper(options.log.empty() ? context.paths.keeperLog : wish.log.parent_path() / "keeper.log");
+	const auto printKeeper = [&](Instant until)
+	{
+		while (const std::optional<KeeperEvent> event = keeper.next(until))
+		{
+			printer.print(*event);
+		}
+	};
+	const auto print = [&](const Event& event)
+	{
+		printKeeper(event.time);
+		printer.print(event);
+	};
+	History history(print, wish.commands);
 	LogReader reader(wish.log, since == Instant::min() ? std::nullopt : std::optional(since));
 	bool anything = false;
 	LogLine line;
@@ -160,9 +177,10 @@ ExitCode runEvents(const EventsOptions& options, const Context& context)
 			history.feed(line);
 		}
 		printer.tell(reader.trouble());
-		context.out << std::flush;
 		if (options.follow && context.out)
 		{
+			printKeeper(Instant::max());
+			context.out << std::flush;
 			host::pause(kLook);
 		}
 	} while (options.follow && context.out);
@@ -170,6 +188,11 @@ ExitCode runEvents(const EventsOptions& options, const Context& context)
 	{
 		anything = true;
 		history.feed(line);
+	}
+	printKeeper(Instant::max());
+	for (const LogTrouble& one : keeper.trouble())
+	{
+		printer.tell(one);
 	}
 	return anything || reader.trouble().empty() ? ExitCode::fine : unread(reader.trouble());
 }

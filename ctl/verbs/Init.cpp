@@ -37,7 +37,8 @@ struct InitOptions
 struct NodeFiles
 {
 	fs::path settings;
-	fs::path firewall; ///< beside the settings
+	fs::path keeper; ///< beside the settings, as the next one
+	fs::path firewall;
 	fs::path runInfo;
 	bool installed = false;
 };
@@ -46,11 +47,12 @@ NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
 {
 	if (options.here == node)
 	{
-		return {paths.settings, paths.settings.parent_path() / kFirewallFile, paths.runInfo, true};
+		return {paths.settings, paths.keeperSettings, paths.settings.parent_path() / kFirewallFile, paths.runInfo,
+		        true};
 	}
 	const fs::path directory = fs::path(options.output) / textOf(node);
-	return {directory / paths.settings.filename(), directory / kFirewallFile, directory / paths.runInfo.filename(),
-	        false};
+	return {directory / paths.settings.filename(), directory / paths.keeperSettings.filename(),
+	        directory / kFirewallFile, directory / paths.runInfo.filename(), false};
 }
 
 void complete(Answers& answers, const Context& context)
@@ -79,7 +81,7 @@ void complete(Answers& answers, const Context& context)
 
 /// What the checks have against the pair goes to the diagnostics.
 /// @return whether it may be written
-bool isSound(const SettingsFile& left, const SettingsFile& right, const Context& context)
+bool isSound(const NodeTexts& left, const NodeTexts& right, const Context& context)
 {
 	const CheckReport report = checkTexts(left, right);
 	if (!report.findings.empty())
@@ -111,14 +113,20 @@ ExitCode runInit(InitOptions& options, const Context& context)
 {
 	complete(options.answers, context);
 	std::vector<NewFile> files;
-	std::vector<SettingsFile> texts;
+	std::vector<NodeTexts> texts;
+	const bool keeper = !options.answers.services.empty();
 	std::vector<NodeFiles> places;
 	for (const NodeName node : {NodeName::a, NodeName::b})
 	{
 		const NodeFiles place = filesOf(options, node, context.paths);
 		const std::string text = settingsText(options.answers, node);
-		texts.push_back(SettingsFile::parse(place.settings, text));
+		const std::string keeperText = keeper ? keeperSettingsText(options.answers, node) : "";
+		texts.push_back({SettingsFile::parse(place.settings, text), place.keeper, keeperText});
 		files.push_back({place.settings, text, false});
+		if (keeper)
+		{
+			files.push_back({place.keeper, keeperText, false});
+		}
 		files.push_back({place.firewall, firewallRules(options.answers, node), false});
 		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
 		places.push_back(place);
@@ -151,7 +159,26 @@ void addAnswers(CLI::App& verb, Answers& answers)
 		verb.add_option(std::string("--") + question.option, answers.*question.answer, question.text)
 		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS");
 	}
-	verb.add_option("--program", answers.programs, "a managed program's path, without arguments; once for each")
+	for (const ServiceOption& option : serviceOptions())
+	{
+		const std::string name = std::string("--") + option.option;
+		const auto take = [&answers, &option, name](const std::vector<std::string>& all)
+		{
+			for (const std::string& given : all)
+			{
+				const std::string fault = addService(answers, option, given);
+				if (!fault.empty())
+				{
+					throw CLI::ValidationError(name, fault);
+				}
+			}
+		};
+		verb.add_option_function<std::vector<std::string>>(name, take, option.text)
+		    ->type_name(option.type)
+		    ->allow_extra_args(false);
+	}
+	verb.add_option("--program", answers.programs,
+	                "without the keeper: a program's path, without arguments; once for each")
 	    ->type_name("PATH")
 	    ->allow_extra_args(false);
 	verb.add_option("--port", answers.port, "TCP port of the heartbeats, on both nodes")->capture_default_str();

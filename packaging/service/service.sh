@@ -27,6 +27,9 @@ pid_file=/usr/velarix/pid/VelarixHA.pid
 console=/usr/velarix/log/console.err
 defaults=/etc/default/velarix-ha
 release=/usr/libexec/velarix-ha/release
+keeper=/usr/libexec/velarix-ha/keeper
+keeper_settings=/usr/velarix/bin/ini/keeper.ini
+keeper_programs=/usr/velarix/run
 
 maintenance=/usr/velarix/pid/maintenance
 
@@ -219,6 +222,20 @@ archive_log_of_the_future() {
 		say "archives of $log are dated in the future and will not be removed in time"
 }
 
+uses_keeper() {
+	grep -q "^[^;]*=.*$keeper " "$settings"
+}
+
+# The keeper acts by the name it is called by. Made here alone, so that a service that was
+# added to keeper.ini has its program at the next start.
+link_programs() {
+	mkdir -p "$keeper_programs"
+	names=$(sed -n 's/^[[:space:]]*\[service[[:space:]]*\([a-z0-9_-]*\)[[:space:]]*\].*/\1/p' "$keeper_settings" 2>/dev/null) || true
+	for name in address $names; do
+		[ -x "$keeper_programs/ha-$name" ] || ln -sf "$keeper" "$keeper_programs/ha-$name"
+	done
+}
+
 prepare() {
 	[ -x "$agent" ] || {
 		say "$agent is not installed"
@@ -243,6 +260,9 @@ prepare() {
 	}
 	refuse_what_is_no_log_file
 	refuse_without_room_for_pid_file
+	if uses_keeper; then
+		link_programs
+	fi
 	if at_boot; then
 		within "$interfaces_within" accepted || true
 	fi
@@ -253,6 +273,10 @@ prepare() {
 		exit "$status"
 	}
 	archive_log_of_the_future
+	# With the marker the agent starts the address without its countdown.
+	if uses_keeper; then
+		"$keeper" mark >&2 || say "started all the same"
+	fi
 }
 
 # A reboot does not end a maintenance, unless its time has passed.

@@ -200,9 +200,11 @@ TEST_F(CheckVerb, AnUnknownOptionIsAUsageError)
 	EXPECT_EQ(run({"check", "one.ini", "two.ini"}).code, 2);
 }
 
-TEST_F(CheckVerb, TheSampleIsCleanWhereItsProgramIs)
+TEST_F(CheckVerb, TheSamplesAreClean)
 {
+	executable("/usr/libexec/velarix-ha/keeper");
 	write("/usr/velarix/bin/ini/config.ini", readFile(VELARIX_PACKAGING "/config.ini.sample"));
+	write("/usr/velarix/bin/ini/keeper.ini", readFile(VELARIX_PACKAGING "/keeper.ini.sample"));
 	const Outcome outcome = runBelow({"check"});
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.out, EndsWith("0 errors, 0 warnings\n"));

@@ -73,6 +73,11 @@ Card card(const std::string& name)
 	return fakeHost().cards[name];
 }
 
+std::optional<bool> hasOnLoopback(const std::string& /*address*/)
+{
+	return fakeHost().marked;
+}
+
 std::vector<Address> addresses()
 {
 	return fakeHost().addresses;

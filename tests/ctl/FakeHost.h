@@ -27,6 +27,8 @@ struct FakeHost
 	std::map<std::string, std::string> routes;
 	/// Other hosts' addresses and hardware addresses on the service network.
 	std::map<std::string, std::string> holders;
+	/// What hasOnLoopback tells of every address.
+	std::optional<bool> marked = true;
 	/// By ascending pid.
 	std::vector<velarix::inspect::host::Process> processes;
 	/// Ports that another program listens on.

@@ -8,31 +8,40 @@
 #include "CheckTest.h"
 #include "inspect/RunInfo.h"
 #include "inspect/SettingsKeys.h"
+#include "keeper/Settings.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
+namespace keeper = velarix::keeper;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace fs = std::filesystem;
 
 namespace
 {
 
+constexpr char kService[] = "--service=web=/usr/sbin/nginx -g \"daemon off;\"";
+constexpr char kProgram[] = "--program=/opt/service/bin/server";
+
 class Init : public CheckTest
 {
 protected:
+	Init() { executable("/usr/libexec/velarix-ha/keeper"); }
+
 	/// The answers of the sample, and where the files go.
-	std::vector<std::string> arguments(const std::vector<std::string>& more = {}) const
+	std::vector<std::string> arguments(const std::vector<std::string>& more = {},
+	                                   const std::string& what = kService) const
 	{
 		std::vector<std::string> result{"init",
 		                                "--address-a=192.0.2.1",
 		                                "--address-b=192.0.2.2",
 		                                "--gateway=192.0.2.254",
 		                                "--virtual-ip=198.51.100.10/24",
-		                                "--program=/opt/service/bin/server",
+		                                what,
 		                                "--output=" + output().string()};
 		result.insert(result.end(), more.begin(), more.end());
 		return result;
@@ -64,17 +73,58 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	const Outcome outcome = run(arguments());
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(anonymous(outcome.out), "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/keeper.ini\n"
 	                                  "written: /pair/a/firewall.nft\n"
 	                                  "written: /pair/a/runinfo.txt\n"
 	                                  "written: /pair/b/config.ini\n"
+	                                  "written: /pair/b/keeper.ini\n"
 	                                  "written: /pair/b/firewall.nft\n"
 	                                  "written: /pair/b/runinfo.txt\n");
 	EXPECT_EQ(outcome.err, "");
+	expectGolden("init-a-keeper.ini", readFile(file("a/keeper.ini")));
 	expectGolden("init-a.ini", readFile(file("a/config.ini")));
 	expectGolden("init-b.ini", readFile(file("b/config.ini")));
 	EXPECT_EQ(readFile(VELARIX_PACKAGING "/runinfo.txt"), kInitialRunInfo);
 	EXPECT_EQ(readFile(file("a/runinfo.txt")), kInitialRunInfo);
 	EXPECT_EQ(readFile(file("b/runinfo.txt")), kInitialRunInfo);
+}
+
+TEST_F(Init, ServicesGoToTheKeeperWithWhatIsSaidOfThem)
+{
+	run(arguments({"--unit=db=postgresql.service", "--service-user=web=www-data",
+	               "--service-check=web=curl -fsS http://127.0.0.1/"}));
+	const auto a = keeper::readSettings(file("a/keeper.ini").c_str());
+	const auto b = keeper::readSettings(file("b/keeper.ini").c_str());
+	ASSERT_THAT(a.findings, IsEmpty());
+	ASSERT_EQ(a.settings.services.size(), 2U);
+	const keeper::ServiceSettings& web = a.settings.services[0];
+	EXPECT_EQ(web.program, "ha-web");
+	EXPECT_THAT(web.command, ElementsAre("/usr/sbin/nginx", "-g", "daemon off;"));
+	EXPECT_EQ(web.user, "www-data");
+	EXPECT_THAT(web.check, ElementsAre("curl", "-fsS", "http://127.0.0.1/"));
+	EXPECT_EQ(a.settings.services[1].unit, "postgresql.service");
+	EXPECT_TRUE(a.settings.address.defend) << "the configured master";
+	EXPECT_FALSE(b.settings.address.defend);
+	EXPECT_THAT(settingsOf("b").programs(),
+	            ElementsAre("/usr/velarix/run/ha-address", "/usr/velarix/run/ha-web", "/usr/velarix/run/ha-db"));
+}
+
+TEST_F(Init, WithProgramsTheSettingsAreThePlainOnes)
+{
+	run(arguments({}, kProgram));
+	EXPECT_FALSE(fs::exists(file("a/keeper.ini")));
+	EXPECT_THAT(settingsOf("a").text(key::kStartCommand).value_or(""), HasSubstr("ip addr add 198.51.100.10/24"));
+	EXPECT_EQ(settingsOf("a").text(key::kKillCommand),
+	          "ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1; killall -q -9");
+}
+
+TEST_F(Init, RunAgainWithNothingToChangeItIsContent)
+{
+	run(arguments());
+	const Outcome again = run(arguments());
+	EXPECT_EQ(again.code, 0);
+	EXPECT_THAT(again.out, Not(HasSubstr("written")));
+	EXPECT_THAT(anonymous(again.out), HasSubstr("unchanged: /pair/b/keeper.ini\n"));
 }
 
 TEST_F(Init, TheFirewallKnowsTheNodeAndItsPartner)
@@ -165,7 +215,7 @@ TEST_F(Init, WithoutAnybodyToAskTheMissingOptionsAreNamed)
 	EXPECT_EQ(outcome.code, 2);
 	EXPECT_EQ(outcome.out, "");
 	EXPECT_EQ(outcome.err,
-	          "velarixctl: needed: --address-a --address-b --virtual-ip --program (asked for when the input "
+	          "velarixctl: needed: --address-a --address-b --virtual-ip --service (asked for when the input "
 	          "is a terminal)\n");
 	EXPECT_FALSE(fs::exists(output()));
 }
@@ -180,25 +230,27 @@ TEST_F(Init, AWrongAnswerIsAUsageError)
 	for (const Row& row :
 	     {Row{"--address-a=192.0.2", "--address-a: no IPv4 address: \"192.0.2\""},
 	      Row{"--gateway=fe80::1", "--gateway: no IPv4 address: \"fe80::1\""},
-	      Row{"--virtual-ip=198.51.100.10", "--virtual-ip: no prefix length: write 198.51.100.10/24, "
-	                                        "for example"},
+	      Row{"--service=web", "--service: not NAME=COMMAND: \"web\""},
+	      Row{"--service-user=web=www", "--service-user: there is no service web"},
 	      Row{"--virtual-ip=198.51.100.10/33", "--virtual-ip: no prefix length from 1 to 32 behind the "
 	                                           "\"/\": \"198.51.100.10/33\""},
 	      Row{"--program=server", "--program: no absolute path of a program: \"server\""}})
 	{
 		const Outcome outcome = run({"init", row.argument, "--output=" + output().string()});
 		EXPECT_EQ(outcome.code, 2) << row.argument;
-		EXPECT_EQ(outcome.err, std::string("velarixctl: ") + row.fault + "\n");
+		EXPECT_THAT(outcome.err, HasSubstr(std::string("velarixctl: ") + row.fault));
 		EXPECT_FALSE(fs::exists(output()));
 	}
+	EXPECT_EQ(run(arguments({kProgram})).code, 2) << "programs beside services";
+	EXPECT_EQ(run(arguments({"--virtual-ip=198.51.100.10"}, kProgram)).code, 2) << "no prefix";
 }
 
 TEST_F(Init, APairThatWouldNotWorkIsNotWritten)
 {
-	const Outcome outcome = run(arguments({"--program=/opt/a-name-that-is-too-long"}));
+	const Outcome outcome = run(arguments({"--service=a-name-that-is-too-long=/bin/true"}));
 	EXPECT_EQ(outcome.code, 78);
 	EXPECT_EQ(outcome.out, "");
-	EXPECT_THAT(outcome.err, HasSubstr("[long-program-name]"));
+	EXPECT_THAT(outcome.err, HasSubstr("[keeper-settings]"));
 	EXPECT_THAT(outcome.err, EndsWith("nothing was written\n"));
 	EXPECT_FALSE(fs::exists(output()));
 }
@@ -239,10 +291,12 @@ TEST_F(Init, ForcedItKeepsACopyOfWhatItReplaces)
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(anonymous(outcome.out), "copy: /pair/a/config.ini.20260301T120000Z\n"
 	                                  "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/keeper.ini\n"
 	                                  "written: /pair/a/firewall.nft\n"
 	                                  "copy: /pair/a/runinfo.txt.20260301T120000Z\n"
 	                                  "written: /pair/a/runinfo.txt\n"
 	                                  "written: /pair/b/config.ini\n"
+	                                  "written: /pair/b/keeper.ini\n"
 	                                  "written: /pair/b/firewall.nft\n"
 	                                  "written: /pair/b/runinfo.txt\n");
 	EXPECT_EQ(readFile(file("a/config.ini.20260301T120000Z")), "mine");
@@ -267,9 +321,11 @@ TEST_F(Init, InPlaceTheRecordOfStartsIsKept)
 	const Outcome outcome = runBelow(arguments({"--this=b", "--force"}));
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(anonymous(outcome.out), "written: /pair/a/config.ini\n"
+	                                  "written: /pair/a/keeper.ini\n"
 	                                  "written: /pair/a/firewall.nft\n"
 	                                  "written: /pair/a/runinfo.txt\n"
 	                                  "written: /usr/velarix/bin/ini/config.ini\n"
+	                                  "written: /usr/velarix/bin/ini/keeper.ini\n"
 	                                  "written: /usr/velarix/bin/ini/firewall.nft\n"
 	                                  "kept: /usr/velarix/bin/log/runinfo.txt\n");
 	EXPECT_EQ(SettingsFile::load(settings()).integer(key::kMode), 2);
@@ -317,27 +373,35 @@ TEST_F(Init, TheFilesAreWritableByTheOwnerAloneWhateverTheMask)
 TEST_F(Init, AsksForWhatIsMissing)
 {
 	const Outcome outcome = answering("192.0.2.1\n192.0.2.2\n192.0.2.254\n198.51.100.10/24\n"
-	                                  "/opt/service/bin/server\n\n");
+	                                  "web\n/usr/sbin/nginx -g \"daemon off;\"\n\n\n\n");
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_EQ(outcome.err, "Address of node a on the communication network (eth1): "
 	                       "Address of node b on the communication network (eth1): "
 	                       "Address that answers pings as long as a node's network works (the gateway): "
 	                       "Shared service address with its prefix length, as 198.51.100.10/24: "
-	                       "Path of the managed program, without arguments: "
-	                       "Path of another program (nothing: no more): ");
+	                       "Name of the service, as web: "
+	                       "Its command with arguments, or its systemd unit (NAME.service): "
+	                       "User that runs it (nothing: root): "
+	                       "Command that ends with 0 while it is well (nothing: none): "
+	                       "Name of another service (nothing: no more): ");
 	EXPECT_EQ(readFile(file("a/config.ini")), readFile(fs::path(VELARIX_CTL_GOLDEN) / "init-a.ini"));
+	EXPECT_EQ(readFile(file("a/keeper.ini")), readFile(fs::path(VELARIX_CTL_GOLDEN) / "init-a-keeper.ini"));
 }
 
 TEST_F(Init, AsksAgainAfterAWrongAnswer)
 {
-	const Outcome outcome = answering("node-a\n\n 192.0.2.1 \n192.0.2.2\n192.0.2.254\n198.51.100.10\n198.51.100.10/24\n"
-	                                  "\nserver\n/opt/service/bin/server\n/opt/service/bin/worker\n\n");
+	const Outcome outcome = answering("node-a\n\n 192.0.2.1 \n192.0.2.2\n192.0.2.254\n198.51.100.10/\n198.51.100.10\n"
+	                                  "\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"node-a\"\nAddress of node a"));
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"\"\nAddress of node a"));
-	EXPECT_THAT(outcome.err, HasSubstr("no absolute path of a program: \"server\"\nPath of the managed"));
 	EXPECT_EQ(settingsOf("b").text(key::kPartnerIP), "192.0.2.1");
-	EXPECT_THAT(settingsOf("b").programs(), ElementsAre("/opt/service/bin/server", "/opt/service/bin/worker"));
+	const auto b = keeper::readSettings(file("b/keeper.ini").c_str()).settings;
+	ASSERT_EQ(b.services.size(), 2U);
+	EXPECT_EQ(b.address.prefix, 32);
+	EXPECT_EQ(b.services[0].user, "www");
+	EXPECT_EQ(b.services[1].unit, "db.service");
+	EXPECT_THAT(b.services[1].check, ElementsAre("/bin/ask"));
 }
 
 TEST_F(Init, AnInputThatEndsEarlyWritesNothing)
@@ -358,7 +422,7 @@ TEST_F(Init, KeepsModeAndOwnerOfWhatItReplaces)
 	{
 		ASSERT_EQ(::chown(file("a/config.ini").c_str(), 0, 4242), 0);
 	}
-	const Outcome outcome = run(arguments({"--force"}));
+	const Outcome outcome = run(arguments({"--force", "--port=7001"}));
 	ASSERT_EQ(outcome.code, 0) << outcome.err;
 	std::vector<fs::path> both{file("a/config.ini")};
 	for (const fs::directory_entry& entry : fs::directory_iterator(file("a")))

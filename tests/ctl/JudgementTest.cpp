@@ -39,6 +39,25 @@ void silence(NodeState& state)
 	state.partnerRole.why = state.partnerAsks.why = "no heartbeat for 20 s";
 }
 
+/// The keeper holds the address and runs one service.
+KeeperState& keeper(NodeState& state)
+{
+	state.keeper.emplace();
+	state.keeper->address.state = "holding";
+	state.keeper->address.holder = "02:00:00:00:00:01";
+	state.keeper->services.resize(1);
+	state.keeper->services[0].state = "running";
+	state.keeper->marked = true;
+	return *state.keeper;
+}
+
+/// ... and another host has the address.
+void waits(NodeState& state)
+{
+	keeper(state).address.state = "waiting";
+	state.address.told->held = false;
+}
+
 FaultState& fault(NodeState& state, Fault which)
 {
 	return state.tail.picture.faults[static_cast<std::size_t>(which)];
@@ -120,6 +139,24 @@ const Row kRows[] = {
 
     {"AddressMissing",            kMaster, {"address-missing critical"},             [](NodeState& state) { state.address.told->held = false; }},
     {"AddressUnlisted",           kMaster, {"address-unlisted warning"},             [](NodeState& state) { state.address.told->listed = false; }},
+    {"KeeperWithoutAFault",       kMaster, {},                                        [](NodeState& state) { keeper(state); }},
+    {"AddressWithThePartner",     kMaster, {"address-with-partner warning", "partner-silent warning blocks"},
+     [](NodeState& state) { silence(state); waits(state); }},
+    {"AddressWithThePartnerAndNoMarker", kMaster,
+     {"address-with-partner warning", "partner-silent warning blocks", "taking-over warning blocks"},
+     [](NodeState& state)
+     {
+	     silence(state);
+	     keeper(state).address.state = "stopped";
+	     takeOver(state, 60s, 9);
+	     state.tail.picture.startOutput = "198.51.100.10 is held by 02:00:00:00:00:01 since 12:00";
+     }},
+    {"AddressWithSomebodyElse",   kMaster, {"address-taken critical blocks"},        waits},
+    {"AddressConflict",           kMaster, {"address-conflict critical"},            [](NodeState& state) { keeper(state).address.lastConflict = state.now - 14s; }},
+    {"AddressConflictIsOver",     kMaster, {},                                       [](NodeState& state) { keeper(state).address.lastConflict = state.now - 16s; }},
+    {"ServiceFailed",             kMaster, {"service-failed warning blocks"},        [](NodeState& state) { keeper(state).services[0].state = "failed"; }},
+    {"ServiceUnwell",             kMaster, {"service-unwell warning"},               [](NodeState& state) { keeper(state).services[0].check = "failed 1"; }},
+    {"MarkerMissing",             kSlave,  {"marker-missing warning"},               [](NodeState& state) { keeper(state).marked = std::nullopt; }},
     {"ProgramsMissing",           kMaster, {"programs-missing critical"},            [](NodeState& state) { state.programs.told->run = false; }},
     {"AddressOnASlave",           kSlave,  {"address-on-slave critical"},            [](NodeState& state) { state.address.told->held = true; }},
     {"ProgramsOnASlave",          kSlave,  {"programs-on-slave warning"},            [](NodeState& state) { state.programs.told->run = true; }},

@@ -125,6 +125,16 @@ TEST(RealNetwork, TheLoopbackIsListed)
 	EXPECT_TRUE(found->listed);
 }
 
+TEST(RealNetwork, TheLoopbackHasItsIPv6AddressesAndNoOther)
+{
+	if (const std::optional<bool> own = host::hasOnLoopback("::1"))
+	{
+		EXPECT_TRUE(*own);
+		EXPECT_EQ(host::hasOnLoopback("::198.51.100.10"), false);
+	}
+	EXPECT_EQ(host::hasOnLoopback("no address"), std::nullopt);
+}
+
 TEST(RealNetwork, CardsAreThereOrNot)
 {
 	EXPECT_TRUE(host::card("lo").present);

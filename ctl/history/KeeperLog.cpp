@@ -1,0 +1,118 @@
+#include "ctl/history/KeeperLog.h"
+
+#include <cerrno>
+#include <regex>
+#include <utility>
+
+#include <Poco/DateTime.h>
+#include <Poco/DateTimeParser.h>
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kLongest = 4096;
+/// More than the package's logrotate keeps.
+constexpr int kArchives = 9;
+
+} // namespace
+
+std::optional<KeeperEvent> parseKeeperLine(const std::string& line)
+{
+	static const std::regex kLine(R"((\S+) (ha-[a-z0-9_-]+)\[(\d{1,9})\] ([a-z-]+): (.*))");
+	std::smatch parts;
+	int zone = 0;
+	Poco::DateTime date;
+	if (!std::regex_match(line, parts, kLine) ||
+	    !Poco::DateTimeParser::tryParse("%Y-%m-%dT%H:%M:%S.%i%z", parts[1], date, zone))
+	{
+		return std::nullopt;
+	}
+	date.makeUTC(zone);
+	return KeeperEvent{Instant(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000)),
+	                   std::stol(parts[3]), parts[2], parts[4], parts[5]};
+}
+
+KeeperLog::KeeperLog(fs::path path) : m_path(std::move(path))
+{
+	for (int number = kArchives; number > 0; --number)
+	{
+		for (const char* suffix : {".gz", ""})
+		{
+			const fs::path archive = m_path.string() + "." + std::to_string(number) + suffix;
+			std::error_code ignored;
+			if (fs::exists(archive, ignored))
+			{
+				m_files.push_back(archive);
+			}
+		}
+	}
+	m_files.push_back(m_path);
+}
+
+/// @return whether a file is open; one that cannot be read is passed over
+bool KeeperLog::open()
+{
+	while (!m_lines && !m_files.empty())
+	{
+		const fs::path file = m_files.front();
+		std::unique_ptr<ByteSource> bytes = openBytes(file);
+		if (bytes != nullptr)
+		{
+			m_lines = std::make_unique<LineStream>(std::move(bytes), kLongest);
+			return true;
+		}
+		if (file == m_path && errno == ENOENT)
+		{
+			return false; // it may come
+		}
+		m_trouble.push_back({file, errno});
+		m_files.erase(m_files.begin());
+	}
+	return m_lines != nullptr;
+}
+
+/// Cut by logrotate, or replaced.
+bool KeeperLog::wasCut() const
+{
+	FileId id;
+	std::uint64_t size = 0;
+	return lookAt(m_path, id, size) && (!(id == m_lines->id()) || size < m_lines->position());
+}
+
+bool KeeperLog::nextLine(RawLine& line)
+{
+	while (open())
+	{
+		if (m_lines->next(line))
+		{
+			return true;
+		}
+		if (m_files.front() != m_path)
+		{
+			m_files.erase(m_files.begin());
+		}
+		else if (!wasCut())
+		{
+			return false;
+		}
+		m_lines.reset();
+	}
+	return false;
+}
+
+std::optional<KeeperEvent> KeeperLog::next(Instant until)
+{
+	RawLine line;
+	while (!m_pending && nextLine(line))
+	{
+		m_pending = parseKeeperLine(line.text);
+	}
+	return m_pending && m_pending->time <= until ? std::exchange(m_pending, std::nullopt) : std::nullopt;
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,65 @@
+/// What the keeper has reported (keeper/Journal.h), beside what the agent's log tells.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "inspect/Catalogue.h"
+#include "inspect/LineStream.h"
+#include "inspect/LogReader.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+struct KeeperEvent
+{
+	Instant time;
+	long process = 0;
+	/// "ha-web"
+	std::string program;
+	/// The keeper's word: "raised".
+	std::string word;
+	std::string detail;
+};
+
+/// @return nothing for a line that the keeper does not write
+std::optional<KeeperEvent> parseKeeperLine(const std::string& line);
+
+/// The file and what logrotate has made of it, oldest line first. Asked again, what was
+/// written meanwhile.
+class KeeperLog
+{
+public:
+	explicit KeeperLog(std::filesystem::path path);
+
+	/// @return the next event, unless it is later than `until`
+	std::optional<KeeperEvent> next(Instant until);
+
+	/// What could not be read.
+	const std::vector<LogTrouble>& trouble() const { return m_trouble; }
+
+private:
+	std::filesystem::path m_path;
+	/// Still to be read, oldest first; the file that is being written comes last and stays.
+	std::vector<std::filesystem::path> m_files;
+	std::unique_ptr<LineStream> m_lines;
+	std::optional<KeeperEvent> m_pending;
+	std::vector<LogTrouble> m_trouble;
+
+	bool nextLine(RawLine& line);
+	bool open();
+	bool wasCut() const;
+};
+
+/// What each word of the keeper means and what to do, as rows of the catalogue.
+/// @param message a line of its log or of the journal, or a word alone
+std::vector<const CatalogueRow*> explainKeeper(std::string_view message);
+
+} // namespace velarix::ctl

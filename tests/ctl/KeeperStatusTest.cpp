@@ -1,0 +1,103 @@
+// What status, nagios and metrics tell of the keeper's state files.
+
+#include <nlohmann/json.hpp>
+
+#include "StateTest.h"
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace
+{
+
+class KeeperStatus : public StateTest
+{
+protected:
+	KeeperStatus()
+	{
+		soundMaster();
+		writeSettings(1, {{"VIRTUAL_IP_START_COMMAND", "/usr/libexec/velarix-ha/keeper raise"},
+		                  {"PROCESS_NUM", "2"},
+		                  {"PROCESS_PATH1", "/usr/velarix/run/ha-address\nPROCESS_PATH2 = /usr/velarix/run/ha-web"}});
+		addProcess(6000, "ha-address");
+		addProcess(6001, "keeper");
+		addProcess(6002, "keeper");
+		addProcess(6003, "ha-web");
+		writeState("ha-web", "state=running\npid=6002\nrestarts=2\ncheck=ok\nreason=ended with status 1\n");
+		writeState("ha-address", "state=holding\npid=6001\nheld=yes\n");
+	}
+
+	/// A minute ago.
+	void writeState(const std::string& program, const std::string& text) const
+	{
+		const auto since = std::chrono::duration_cast<std::chrono::seconds>((now - 60s).time_since_epoch()).count();
+		write("/run/velarix-ha/" + program + ".state", text + "since=" + std::to_string(since) + "\n");
+	}
+
+	/// The partner serves and is not heard.
+	void cutTheNetwork()
+	{
+		dropAddress();
+		writeState("ha-address", "state=waiting\npid=6001\nheld=no\nholder=02:00:00:00:00:01\n");
+		writeState("ha-web", "state=waiting\npid=6002\nrestarts=0\ncheck=none\n");
+		writeLog(emptyLog()
+		             .start(198s)
+		             .slaveFor(198s, 191s)
+		             .takeService(190s)
+		             .masterFor(183300ms, 60s)
+		             .masterFor(59s, 300ms, ""));
+	}
+};
+
+} // namespace
+
+TEST_F(KeeperStatus, TellsAddressAndServices)
+{
+	const std::string text = runHere({"status"}).out;
+	EXPECT_THAT(text, HasSubstr("keeper       holds the address, for 1 min\n"));
+	EXPECT_THAT(text, HasSubstr("             ha-web running, for 1 min, restarts 2, last check ok\n"));
+	const auto json = nlohmann::json::parse(runHere({"status", "--json"}).out)["keeper"];
+	EXPECT_EQ(json["address"]["state"], "holding");
+	EXPECT_EQ(json["services"][0]["name"], "ha-web");
+	EXPECT_EQ(json["services"][0]["restarts"], 2);
+	EXPECT_EQ(json["services"][0]["since"], "2026-03-01T11:59:00.000Z");
+	EXPECT_EQ(json["marker"], true);
+}
+
+TEST_F(KeeperStatus, AStateIsBelievedAsLongAsItsWriterLives)
+{
+	endProcess(6002);
+	addProcess(6002, "sshd");
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("ha-web stopped\n"));
+	writeState("ha-web", "state=failed\npid=6002\nreason=signal 11\n");
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("ha-web died too often on this node: signal 11\n"));
+}
+
+TEST_F(KeeperStatus, ANodeThatWaitsForItsPartnerWarnsAndSaysThatNothingIsToBeDone)
+{
+	cutTheNetwork();
+	const Outcome nagios = runHere({"nagios"});
+	EXPECT_EQ(nagios.code, 1) << nagios.out;
+	EXPECT_THAT(nagios.out, HasSubstr("the network between the nodes is cut: the partner (02:00:00:00:00:01) holds "
+	                                  "the address and serves for 1 min; nothing to do here but to repair that "
+	                                  "network"));
+	EXPECT_THAT(runHere({"status"}).out, HasSubstr("waits for the address, held by 02:00:00:00:00:01, for"));
+}
+
+TEST_F(KeeperStatus, MetricsHaveStatesConflictsAndRestarts)
+{
+	writeState("ha-address", "state=holding\npid=6001\nconflicts=3\nlast_conflict=1\n");
+	const std::string text = runHere({"metrics"}).out;
+	for (const char* sample :
+	     {"velarix_keeper_address_state{state=\"holding\"} 1\n", "velarix_keeper_address_conflicts 3\n",
+	      "velarix_keeper_service_state{service=\"ha-web\",state=\"running\"} 1\n", "velarix_keeper_marker 1\n",
+	      "velarix_keeper_service_restarts{service=\"ha-web\"} 2\n"})
+	{
+		EXPECT_THAT(text, HasSubstr(sample));
+		const std::string name(sample, std::string(sample).find_first_of("{ "));
+		EXPECT_THAT(readFile(VELARIX_CTL_MONITORING), HasSubstr("`" + name)) << name;
+	}
+	soundMaster();
+	EXPECT_THAT(runHere({"metrics"}).out, Not(HasSubstr("keeper"))) << "plain settings";
+}
