@@ -185,11 +185,7 @@ void endWindow(Lab& lab, const Plan& plan, Watch& watch)
 
 LabOptions optionsFor(const Plan& plan)
 {
-	LabOptions options;
-	options.installRoot = plan.installRoot;
-	options.settingsA = NodeSettings::standard(HostId::a, plan.times);
-	options.settingsB = NodeSettings::standard(HostId::b, plan.times);
-	return options;
+	return {plan.installRoot, plan.times};
 }
 
 } // namespace

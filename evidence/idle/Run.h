@@ -19,7 +19,7 @@ struct Plan
 	Millis settle{10000};
 	Millis length{60000}; ///< of a window
 	int windows = 5;
-	PairTimes times{};
+	PairSettings times{};
 	std::filesystem::path installRoot{};
 };
 

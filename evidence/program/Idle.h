@@ -15,7 +15,7 @@ namespace velarix::evidence
 struct IdleOptions : ReportOptions
 {
 	std::filesystem::path installRoot{};
-	PairTimes times{};
+	PairSettings times{};
 	int seconds = 60; ///< of a window
 	int windows = 5;
 	std::vector<std::string> guards{}; ///< empty: all

@@ -19,7 +19,7 @@ using namespace velarix::evidence;
 struct Arguments
 {
 	std::string installRoot;
-	PairTimes times;
+	PairSettings times{.profile = Profile::keeper};
 	PeerOptions peers;
 	TakeoverOptions takeover;
 	IdleOptions idle;

@@ -112,7 +112,8 @@ void runFloors(const TakeoverOptions& options, takeover::Results& results)
 
 int runTakeover(const TakeoverOptions& options)
 {
-	const std::vector<takeover::PathCells> paths = takeover::pathsFor(readExpectations({}), options.only);
+	const std::vector<takeover::PathCells> paths =
+	    takeover::pathsFor(readExpectations({}, options.times.profile), options.only);
 	takeover::Results results;
 	for (const auto& [path, cells] : paths)
 	{

@@ -11,7 +11,7 @@ namespace velarix::evidence
 /// `only` names paths; `runs` counts the samples of each path.
 struct TakeoverOptions : CampaignOptions
 {
-	PairTimes times{};
+	PairSettings times{};
 };
 
 /// @return exit status: 0 when every path has its samples, else 1

@@ -57,7 +57,7 @@ struct Results
 	std::map<std::string, std::vector<Sample>> samples; ///< of each path
 	std::vector<std::string> missed;                    ///< runs without a sample, and why
 	std::vector<PingFloor> floors;
-	PairTimes times{};
+	PairSettings times{};
 	int runs = 0; ///< samples that were wanted of each path
 	std::uint64_t seed = 0;
 	int jobs = 0;

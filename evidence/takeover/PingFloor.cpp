@@ -50,7 +50,7 @@ void prepareAlone(Lab& lab, HostId node, HostId partner)
 	std::this_thread::sleep_for(sumOf("two", {}));
 }
 
-void prepareSilentPartner(Lab& lab, HostId node, HostId partner, std::mt19937_64& random, const PairTimes& times)
+void prepareSilentPartner(Lab& lab, HostId node, HostId partner, std::mt19937_64& random, const PairSettings& times)
 {
 	giveAddress(lab, partner);
 	getToKnow(lab, node, partner);
@@ -58,7 +58,7 @@ void prepareSilentPartner(Lab& lab, HostId node, HostId partner, std::mt19937_64
 	waitForJitter(random, sumOf("silence", times));
 }
 
-void prepareIsolated(Lab& lab, HostId node, HostId partner, const PairTimes& times)
+void prepareIsolated(Lab& lab, HostId node, HostId partner, const PairSettings& times)
 {
 	giveAddress(lab, partner);
 	getToKnow(lab, node, partner);

@@ -32,7 +32,7 @@ struct PingFloorPlan
 	std::string path; ///< one of pingFloorPaths()
 	int run = 1;
 	std::uint64_t seed = 1;
-	PairTimes times{};
+	PairSettings times{};
 	std::filesystem::path installRoot{};
 };
 

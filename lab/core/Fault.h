@@ -63,7 +63,15 @@ enum class FaultKind
 	communicationLoss50,
 	communicationDelay,
 	communicationDeaf,
-	communicationMute
+	communicationMute,
+	hostFrozen,
+	programHangs,
+	serviceCut,
+	bothCut,
+	rogueAddress,
+	addressKeeperKilled,
+	serviceKeeperKilled,
+	markerMissing
 };
 
 struct Fault

@@ -122,6 +122,15 @@ void runInfoWritable(Lab& lab, HostId node)
 	}
 }
 
+void hasKeeper(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	if (!lab.node(node).hasKeeper())
+	{
+		throw LabError(nodeText(node) + " has no keeper");
+	}
+}
+
 void powerOff(Lab& lab, HostId node)
 {
 	lab.powerOff(node);
@@ -189,6 +198,26 @@ void wantClockShim(LabOptions& options)
 	options.clockShim = true;
 }
 
+void freezeHost(Lab& lab, HostId node)
+{
+	lab.freezeHost(node);
+}
+
+void thawHost(Lab& lab, HostId node)
+{
+	lab.thawHost(node);
+}
+
+void hangProgram(Lab& lab, HostId node)
+{
+	lab.node(node).signalAll(plan::serviceProgramName, SIGSTOP);
+}
+
+void wakeProgram(Lab& lab, HostId node)
+{
+	lab.node(node).signalAll(plan::serviceProgramName, SIGCONT);
+}
+
 void killProgram(Lab& lab, HostId node)
 {
 	if (lab.node(node).killService() == 0)
@@ -227,9 +256,8 @@ void makeMute(Lab& lab, HostId node)
 
 void removeAddress(Lab& lab, HostId node)
 {
-	runOn(lab, node,
-	      {"ip", "addr", "del", std::string(plan::virtualAddress) + "/" + std::to_string(plan::prefixLength), "dev",
-	       plan::serviceCard});
+	// Whatever its prefix.
+	runOn(lab, node, {"ip", "addr", "flush", "dev", plan::serviceCard, "to", plan::virtualAddress});
 }
 
 void removeRunInfo(Lab& lab, HostId node)

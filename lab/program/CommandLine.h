@@ -27,7 +27,7 @@ struct Arguments
 	int slack = 2000;
 	hostile::Options hostile;
 	std::string installRoot;
-	PairTimes times;
+	PairSettings times{.profile = Profile::keeper};
 	std::string name = "lab";
 	std::string stateBase = "/run/velarix-lab";
 	bool noWait = false;

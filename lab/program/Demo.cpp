@@ -44,7 +44,7 @@ std::vector<Phase> demoPhases()
 	         [cardA](Lab& lab) { lab.repair(cardA); }}};
 }
 
-void introduce(Console& console, const PairTimes& times)
+void introduce(Console& console, const PairSettings& times)
 {
 	console.line("velarix-lab demo: two nodes, a gateway and a client, each in namespaces of its own");
 	console.line("  virtual address " + std::string(plan::virtualAddress) + ", fetched by the client every 20 ms");
@@ -78,11 +78,7 @@ int runDemo(const DemoOptions& options)
 	requireLab(options.installRoot);
 	Console console;
 	introduce(console, options.times);
-	LabOptions labOptions;
-	labOptions.installRoot = options.installRoot;
-	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times);
-	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times);
-	Lab lab(labOptions);
+	Lab lab(LabOptions(options.installRoot, options.times));
 	lab.timeline().listen([&](const Event& event) { console.event(event); });
 
 	std::vector<PhaseResult> results;

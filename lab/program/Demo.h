@@ -12,7 +12,7 @@ namespace velarix::lab::program
 struct DemoOptions
 {
 	std::filesystem::path installRoot{};
-	PairTimes times{};
+	PairSettings times{};
 	std::string svgFile = "velarix-demo.svg"; ///< empty: none
 	std::string jsonFile{};                   ///< empty: none
 };

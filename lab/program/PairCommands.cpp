@@ -60,6 +60,8 @@ std::vector<std::string> supervisorCommand(const StateDirectory& directory, cons
 	                               directory.name(),
 	                               "--state-dir",
 	                               directory.path().parent_path().string(),
+	                               "--settings",
+	                               nameOf(options.times.profile),
 	                               "--interval",
 	                               std::to_string(options.times.interval),
 	                               "--receiving-time",

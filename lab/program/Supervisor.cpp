@@ -156,10 +156,7 @@ void supervise(StateDirectory& directory, const SupervisorOptions& options)
 	std::filesystem::remove(directory.controlSocket(), ignored);
 	requireLab(options.installRoot);
 
-	LabOptions labOptions;
-	labOptions.installRoot = options.installRoot;
-	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times);
-	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times);
+	LabOptions labOptions(options.installRoot, options.times);
 	std::istringstream words(options.wrapper);
 	labOptions.wrapper = {std::istream_iterator<std::string>(words), {}};
 	Lab lab(labOptions);

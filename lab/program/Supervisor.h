@@ -12,7 +12,7 @@ namespace velarix::lab::program
 struct SupervisorOptions
 {
 	std::filesystem::path installRoot{};
-	PairTimes times{};
+	PairSettings times{};
 	bool startAgents = true;
 	std::string wrapper{}; ///< words in front of the agent's program, with blanks between them
 };

@@ -137,7 +137,7 @@ protected:
 		AttackTally tally;
 		const sockaddr_in target = socketAddress(plan::addressOf(node, Network::communication), plan::heartbeatPort);
 		// A port that is closed for a moment refuses; one that is mitigated says nothing.
-		inNetworkOf(lab().stranger(),
+		inNetworkOf(lab().attacker(),
 		            [&]
 		            {
 			            for (int attempts = 0; attempts < 10 && !in; ++attempts)
@@ -345,7 +345,7 @@ TEST_F(Hostile, TheGatewaysArpCacheIsSpoofedUntilItsEntriesAreFixed)
 {
 	PAIR_OR_RETURN(startServingPair());
 	fixNeighbours(lab(), HostId::b);
-	const std::string attackers = "02:00:00:00:01:66"; // see Wiring::plugInStranger
+	const std::string attackers = "02:00:00:00:01:66"; // see Wiring::plugInAttacker
 	// A standby leaves no entry there until it asks.
 	const std::string gateway = plan::addressOf(HostId::gateway, Network::communication);
 	ASSERT_TRUE(lab().run(HostId::b, {"arping", "-c", "1", "-I", "eth1", gateway}).ok());

@@ -11,7 +11,7 @@ namespace
 
 std::string replayCommand(const Results& results, int worker, int step)
 {
-	const PairTimes& times = results.times;
+	const PairSettings& times = results.times;
 	std::ostringstream text;
 	text << "velarix-lab chaos --seed " << results.seed << " --worker " << worker << " --steps " << step
 	     << " --interval " << times.interval << " --receiving-time " << times.receivingTime << " --waiting-time "
