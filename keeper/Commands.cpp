@@ -165,13 +165,20 @@ int drop(const Settings& settings)
 	for (const ServiceSettings& service : settings.services)
 	{
 		// A frozen supervisor would keep its service running without the address.
+		bool lives = false;
 		for (const Part part : {Part::guard, Part::worker})
 		{
 			const LivingProcess process(service.program, part);
 			if (process)
 			{
+				lives = true;
 				process.signal(SIGCONT);
 			}
+		}
+		// Both were killed while it ran: nobody else ends it.
+		if (!lives && !valueOf(readState(service.program), "started").empty())
+		{
+			endRemains(service.program, &service);
 		}
 	}
 	if (settings.address.address != 0)

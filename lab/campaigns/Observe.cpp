@@ -30,13 +30,16 @@ std::size_t lastingAgents(const std::vector<Process>& first, const std::vector<P
 	                                              }));
 }
 
-/// With the keeper a master runs its programs, whether it has the address or waits for it.
+/// A service's keeper waits for the address for as long as nobody stops it; the address' one
+/// is a master's, or that of whoever holds it.
 bool isKeepers(Lab& lab, HostId node, const Process& entry)
 {
-	const bool keeper =
-	    entry.name == plan::addressKeeper || entry.name == plan::serviceKeeper || entry.name == "keeper";
-	return keeper && entry.state != 'Z' && lab.node(node).hasKeeper() &&
-	       (lab.role(node) != "slave" || holds(lab.owners(), node));
+	if (entry.state == 'Z' || !lab.node(node).hasKeeper())
+	{
+		return false;
+	}
+	const bool wanted = lab.role(node) != "slave" || holds(lab.owners(), node);
+	return entry.name == plan::serviceKeeper || entry.name == "keeper" || (entry.name == plan::addressKeeper && wanted);
 }
 
 /// All processes of a node that are neither the system's nor meant to be there.
@@ -102,9 +105,15 @@ void letServe(Lab& lab, HostId master, Millis limit)
 	bool served = lab.waitForService(HostId::a, limit, Millis(2000)) && onStandby(lab, HostId::b, limit);
 	if (served && master == HostId::b)
 	{
-		// With the keeper a program that is killed is started again at once.
-		lab.inject(
-		    {lab.node(HostId::a).hasKeeper() ? FaultKind::serviceKeeperKilled : FaultKind::programKilled, HostId::a});
+		if (lab.node(HostId::a).hasKeeper())
+		{
+			// A program that is killed is started again at once.
+			lab.run(HostId::a, {plan::keeperProgram, "stop", plan::serviceKeeper});
+		}
+		else
+		{
+			lab.inject({FaultKind::programKilled, HostId::a});
+		}
 		served = lab.waitForService(HostId::b, limit) && onStandby(lab, HostId::a, limit);
 	}
 	if (!served)

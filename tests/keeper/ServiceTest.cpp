@@ -293,10 +293,11 @@ TEST_F(ServiceTest, AKilledGuardTakesTheServiceAlong)
 	EXPECT_TRUE(waitFor([&] { return m_host.processes("keeper").size() == 1; }, kSoon, "end of the worker"));
 }
 
-TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopAndByTheNextStart)
+TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopByDropAndByTheNextStart)
 {
 	configure("setsid sleep 1000 & wait", "stop_timeout = 1\n");
-	for (const bool byStop : {true, false})
+	const std::vector<std::vector<std::string>> enders{{"stop", "ha-web"}, {"drop"}, {}};
+	for (const std::vector<std::string>& ender : enders)
 	{
 		start();
 		ASSERT_TRUE(comes("sleep"));
@@ -309,9 +310,9 @@ TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopAndByTheNextStart)
 		::kill(guardian, SIGKILL);
 		ASSERT_TRUE(ends("ha-web"));
 		ASSERT_EQ(::kill(left, 0), 0);
-		if (byStop)
+		if (!ender.empty())
 		{
-			EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).output, "");
+			EXPECT_EQ(m_host.keeper(ender).output, "");
 			// Its number is there until the first process has taken note of it.
 			EXPECT_TRUE(waitFor([&] { return ::kill(left, 0) != 0; }, kSoon, "end of what was left"));
 			continue;
