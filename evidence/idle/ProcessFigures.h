@@ -11,7 +11,7 @@
 #include <sys/types.h>
 
 #include "evidence/Lab.h"
-#include "lab/core/Json.h"
+#include "lab/campaigns/Json.h"
 
 namespace velarix::evidence::idle
 {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "lab/core/Basics.h"
-#include "lab/core/Json.h"
+#include "lab/campaigns/Json.h"
 
 namespace velarix::lab
 {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "lab/core/Basics.h"
-#include "lab/core/Json.h"
 
 namespace velarix::lab
 {
@@ -17,8 +16,6 @@ enum class Profile
 	keeper,
 	plain
 };
-
-NLOHMANN_JSON_SERIALIZE_ENUM(Profile, {{Profile::keeper, "keeper"}, {Profile::plain, "plain"}})
 
 /// @return "keeper" or "plain"
 const char* nameOf(Profile profile);
@@ -31,8 +28,6 @@ struct PairSettings
 	int waitingTime = 0;   ///< between the address and the programs
 	Profile profile = Profile::plain;
 };
-
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSettings, interval, receivingTime, waitingTime, profile)
 
 /// "keeper settings, interval 1 s, receiving time 2 s, waiting time 0 s"
 std::string toText(const PairSettings& times);

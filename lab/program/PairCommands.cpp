@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 #include "lab/core/Command.h"
+#include "lab/core/Console.h"
 #include "lab/core/Files.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
-#include "lab/program/Console.h"
 #include "lab/program/ControlSocket.h"
 
 namespace velarix::lab::program

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include "lab/core/Lab.h"
-#include "lab/core/SvgTimeline.h"
 #include "lab/program/ControlSocket.h"
 
 namespace velarix::lab::program
@@ -81,7 +80,7 @@ private:
 		}
 		if (verb == "timeline")
 		{
-			return timeline(first);
+			return toText(m_lab.timeline());
 		}
 		if (verb == "down")
 		{
@@ -134,15 +133,6 @@ private:
 			    {"role", m_lab.role(id)}, {"on", m_lab.node(id).isOn()}, {"agentPid", agent ? agent->pidInside : -1}};
 		}
 		return answer.dump();
-	}
-
-	std::string timeline(const std::string& form)
-	{
-		if (form == "svg")
-		{
-			return toSvg(m_lab.timeline(), "velarix-lab " + m_name, m_lab.clock().now());
-		}
-		return form == "json" ? toJson(m_lab.timeline()) : toText(m_lab.timeline());
 	}
 };
 

@@ -21,7 +21,7 @@ struct SupervisorOptions
 /// SIGINT, and removes the state directory.
 ///
 /// Requests: "status" (JSON), "pid HOST" (process 1 of the host), "inject FAULT
-/// NODE", "repair FAULT NODE", "timeline text|json|svg", "down". An answer that
+/// NODE", "repair FAULT NODE", "timeline", "down". An answer that
 /// begins with "error: " tells what was wrong.
 /// @throws LabError when the lab cannot be made
 void supervise(StateDirectory& directory, const SupervisorOptions& options);
