@@ -174,7 +174,7 @@ FaultKind kindFrom(const std::string& name)
 
 Expectations expectationsFrom(const TomlTable& file, Profile profile)
 {
-	file.allowOnly({"paths", "cells", "keeper", "chaos", "short"});
+	file.allowOnly({"paths", "cells", "keeper", "chaos", "chaos_keeper", "short"});
 	Expectations table;
 	for (const TomlTable& row : file.tables("paths"))
 	{
@@ -197,6 +197,13 @@ Expectations expectationsFrom(const TomlTable& file, Profile profile)
 		for (const TomlTable& row : file.tables("keeper"))
 		{
 			row.atLine([&] { addKeeperRow(table, row); });
+		}
+	}
+	if (profile == Profile::keeper && file.has("chaos_keeper"))
+	{
+		for (const std::string& name : file.texts("chaos_keeper"))
+		{
+			table.forChaos.push_back(kindFrom(name));
 		}
 	}
 	for (const std::string& name : file.texts("chaos"))
