@@ -160,7 +160,7 @@ constexpr std::array<FaultInfo, 48> faults{{
     {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
      [](Lab& lab, HostId node) { repairWire<communicationCards>(lab, otherNode(node)); }},
     {FaultKind::hostFrozen, "host-freeze", true, "host stands still", "host goes on", freezeHost, thawHost,
-     agentNotFrozen},
+     hostNotFrozen},
     {FaultKind::programHangs, "program-hang", true, "managed program hangs", "managed program goes on", hangProgram,
      wakeProgram, programRuns},
     {FaultKind::serviceCut, "service-cut", false, "service network cut between the nodes", "service network joined",

@@ -65,6 +65,12 @@ void agentRuns(Lab& lab, HostId node)
 void agentNotFrozen(Lab& lab, HostId node)
 {
 	agentRuns(lab, node);
+	hostNotFrozen(lab, node);
+}
+
+void hostNotFrozen(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
 	if (lab.role(node) == "frozen")
 	{
 		throw LabError("the agent of " + nodeText(node) + " is frozen already");

@@ -20,6 +20,7 @@ namespace action
 void nodeOn(Lab& lab, HostId node);
 void agentRuns(Lab& lab, HostId node);
 void agentNotFrozen(Lab& lab, HostId node);
+void hostNotFrozen(Lab& lab, HostId node);
 void clockSteppable(Lab& lab, HostId node);
 void programRuns(Lab& lab, HostId node);
 void programNoZombie(Lab& lab, HostId node);

@@ -24,7 +24,7 @@ def samples(*overheads):
 
 
 TAKEOVER = {
-    "runs": 3, "goal": 100, "times": {"interval": 1, "receivingTime": 2, "waitingTime": 0}, "complete": True,
+    "runs": 3, "goal": 100, "times": {"profile": "keeper", "interval": 1, "receivingTime": 2, "waitingTime": 0}, "complete": True,
     "paths": [{"path": "alone", "before": "two 2 s", "after": "count 5 s", "longestBefore": 2000, "longestAfter": 5000,
                "samples": samples(90, 100, 110)}],
     "pingFloors": [{"path": "alone", "run": 1, "probes": [1050], "problem": ""}], "missed": []}
@@ -176,7 +176,7 @@ def record(run, *phases, **changes):
 
 
 MATRIX = {
-    "times": {"interval": 1, "receivingTime": 2, "waitingTime": 0}, "runs": 2, "seed": 7, "jobs": 4, "machine": "Linux 6.1",
+    "times": {"profile": "keeper", "interval": 1, "receivingTime": 2, "waitingTime": 0}, "runs": 2, "seed": 7, "jobs": 4, "machine": "Linux 6.1",
     "cells": [{"name": "kill/a", "note": "a note", "phases": [
         {"faults": ["program-kill:a"], "owner": "b", "path": "asked", "outageBound": 13000, "splitBrainBound": 0},
         {"faults": ["program-kill:a"], "owner": "b", "path": "none", "outageBound": 0, "splitBrainBound": None}]}],

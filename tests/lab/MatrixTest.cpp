@@ -129,14 +129,14 @@ TEST(ChaosProgram, RunsAStepAndTellsIt)
 INSTANTIATE_TEST_SUITE_P(Cells, ShortMatrix,
                          testing::Combine(testing::ValuesIn(readExpectations("").shortForm),
                                           testing::Values(Profile::keeper, Profile::plain)),
-                         [](const testing::TestParamInfo<ShortMatrix::ParamType>& info)
+                         [](const testing::TestParamInfo<ShortMatrix::ParamType>& cell)
                          {
 	                         std::string name;
-	                         for (const char letter : std::get<0>(info.param))
+	                         for (const char letter : std::get<0>(cell.param))
 	                         {
 		                         name += std::isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
 	                         }
-	                         return name + '_' + nameOf(std::get<1>(info.param));
+	                         return name + '_' + nameOf(std::get<1>(cell.param));
                          });
 
 } // namespace velarix::lab::matrix
