@@ -50,7 +50,7 @@ endif()
 # What is compiled once and run briefly.
 add_library(velarix_quick_build INTERFACE)
 target_compile_options(velarix_quick_build INTERFACE
-  $<$<CONFIG:RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
+  $<$<CONFIG:Release,RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
 
 # velarix_room(NAME SOURCES... DEPENDS...): one static library per folder of the daemon.
 function(velarix_room name)

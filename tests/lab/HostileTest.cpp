@@ -208,7 +208,9 @@ TEST_F(Hostile, RandomInputChangesNoRoleAndIptablesKeepItOut)
 {
 	PAIR_OR_RETURN(startServingPair());
 	Plan plan;
-	plan.cell = parseTable("random | a | b | - | a - 0 a | a - 0 a | = | =\n").front();
+	plan.cell =
+	    parseTable("cases = [ { attack = \"random\", serves = \"a\", target = \"b\", open = { owner = \"a\" } } ]")
+	        .front();
 	plan.count = 200;
 	const PairSnapshot before = snapshotOf(lab());
 	const ReceivedCounts receivedBefore = receivedBy(lab(), HostId::b);
