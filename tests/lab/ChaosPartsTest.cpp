@@ -162,7 +162,7 @@ TEST(Chaos, TheReportNamesTheCommandThatRepeatsAProblem)
 	EXPECT_FALSE(results.good());
 	const std::string text = toText(results);
 	EXPECT_NE(text.find("worker 1 did not get to its end, step 4: it did not end in time\n  again: velarix-lab chaos "
-	                    "--seed 5 --worker 1 --steps 4"),
+	                    "--settings plain --seed 5 --worker 1 --steps 4"),
 	          std::string::npos)
 	    << text;
 	EXPECT_EQ(jsonOf(results).at("problems").at(0).at("problem"), "it did not end in time");
