@@ -19,7 +19,7 @@ using namespace velarix::evidence;
 struct Arguments
 {
 	std::string installRoot;
-	PairSettings times{.profile = Profile::keeper};
+	PairSettings times;
 	PeerOptions peers;
 	TakeoverOptions takeover;
 	IdleOptions idle;

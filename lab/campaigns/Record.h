@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "lab/core/Basics.h"
 #include "lab/campaigns/Json.h"
+#include "lab/core/Basics.h"
 
 namespace velarix::lab
 {
