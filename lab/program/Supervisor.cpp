@@ -113,7 +113,7 @@ private:
 			fault.node = hostOrThrow(node);
 			if (!isNode(fault.node))
 			{
-				throw LabError("the fault " + name + " strikes node a or b");
+				throw LabError("the fault " + name + " is injected into node a or b");
 			}
 		}
 		return fault;

@@ -1,4 +1,4 @@
-/// Strangers on the pair's networks, in short; the long form is
+/// Attackers on the pair's networks, in short; the long form is
 /// "velarix-lab hostile". The rules are the shipped ones.
 
 #include <cstdlib>
