@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "evidence/Lab.h"
+#include "lab/campaigns/Json.h"
 #include "lab/core/Basics.h"
 #include "lab/core/NodeSettings.h"
 
