@@ -56,7 +56,7 @@ target_compile_options(velarix_brief_build INTERFACE
 # What is compiled once and run briefly.
 add_library(velarix_quick_build INTERFACE)
 target_compile_options(velarix_quick_build INTERFACE
-  $<$<CONFIG:RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
+  $<$<CONFIG:Release,RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
 
 # velarix_room(NAME SOURCES... DEPENDS...): one static library per folder of the daemon.
 function(velarix_room name)
@@ -78,11 +78,10 @@ endfunction()
 
 # The headers that most files of the companion programs include, precompiled: once for
 # what is installed and hardened, once for what is not.
-function(velarix_headers name)
+function(velarix_headers name header)
   add_library(${name} OBJECT EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/cmake/headers.cpp)
-  # The libraries' own definitions have to be the same where the headers are used.
-  target_link_libraries(${name} PRIVATE velarix_shared nlohmann_json::nlohmann_json ${ARGN})
-  target_precompile_headers(${name} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/headers.h)
+  target_link_libraries(${name} PRIVATE ${ARGN})
+  target_precompile_headers(${name} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/${header})
 endfunction()
 
 # velarix_companion(TARGET): compile settings of a target that is installed beside the daemon.
@@ -97,10 +96,14 @@ function(velarix_companion target)
   target_precompile_headers(${target} REUSE_FROM velarix_headers_installed)
 endfunction()
 
-# velarix_apparatus(TARGET): the same for what runs on a developer's machine alone; there
-# a quick build counts for more than speed.
+# velarix_apparatus(TARGET [HEADERS]): the same for what runs on a developer's machine alone;
+# there a quick build counts for more than speed.
 function(velarix_apparatus target)
+  set(headers ${ARGN})
+  if(NOT headers)
+    set(headers velarix_headers_quick)
+  endif()
   target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${target} PRIVATE velarix_compile velarix_quick_build)
-  target_precompile_headers(${target} REUSE_FROM velarix_headers_quick)
+  target_precompile_headers(${target} REUSE_FROM ${headers})
 endfunction()

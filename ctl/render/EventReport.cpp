@@ -216,9 +216,8 @@ std::string describe(const KeeperEvent& event)
 
 std::string textLine(const Event& event, bool colour)
 {
-	const std::string line =
-	    columns(event.time, wordOf(event.kind), event.duration ? spanText(*event.duration) : "", describe(event),
-	            colour ? wordingOf(event.kind).colour : "");
+	const std::string line = columns(event.time, wordOf(event.kind), event.duration ? spanText(*event.duration) : "",
+	                                 describe(event), colour ? wordingOf(event.kind).colour : "");
 	return event.place.empty() ? line : line + "  [" + event.place + "]";
 }
 

@@ -67,7 +67,7 @@ def bound(milliseconds, otherwise):
 
 
 def times_text(times):
-    return (f"interval {times['interval']} s, receiving time {times['receivingTime']} s, "
+    return (f"{times['profile']} settings, interval {times['interval']} s, receiving time {times['receivingTime']} s, "
             f"waiting time {times['waitingTime']} s")
 
 

@@ -1,4 +1,4 @@
-/// Choosing cells by their names, for the matrix, the controls and the strangers.
+/// Choosing cells by their names, for the matrix, the peers and the attacks.
 #pragma once
 
 #include <algorithm>

@@ -203,7 +203,7 @@ Millis lastChange(const Timeline& timeline, Millis from, Millis to)
 	return last;
 }
 
-void measureOverhead(const Timeline& timeline, const Observed& observed, const Path& path, const PairTimes& times,
+void measureOverhead(const Timeline& timeline, const Observed& observed, const Path& path, const PairSettings& times,
                      PhaseRecord& phase)
 {
 	if (phase.outage == Millis(0) || phase.outageOpen || path.anchor.empty())

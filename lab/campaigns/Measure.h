@@ -41,7 +41,7 @@ struct Observed
 /// is counted for each: how long ten pings are waited for is up to the library and to the
 /// kernel's answers. Leaves all empty when there was no ended outage or the path was not
 /// taken.
-void measureOverhead(const Timeline& timeline, const Observed& observed, const Path& path, const PairTimes& times,
+void measureOverhead(const Timeline& timeline, const Observed& observed, const Path& path, const PairSettings& times,
                      PhaseRecord& phase);
 
 } // namespace velarix::lab

@@ -30,6 +30,18 @@ std::size_t lastingAgents(const std::vector<Process>& first, const std::vector<P
 	                                              }));
 }
 
+/// A service's keeper waits for the address for as long as nobody stops it; the address' one
+/// is a master's, or that of whoever holds it.
+bool isKeepers(Lab& lab, HostId node, const Process& entry)
+{
+	if (entry.state == 'Z' || !lab.node(node).hasKeeper())
+	{
+		return false;
+	}
+	const bool wanted = lab.role(node) != "slave" || holds(lab.owners(), node);
+	return entry.name == plan::serviceKeeper || entry.name == "keeper" || (entry.name == plan::addressKeeper && wanted);
+}
+
 /// All processes of a node that are neither the system's nor meant to be there.
 std::map<pid_t, Process> unexpectedOn(Lab& lab, HostId node)
 {
@@ -37,7 +49,7 @@ std::map<pid_t, Process> unexpectedOn(Lab& lab, HostId node)
 	for (const Process& entry : processesOf(lab.node(node).host().pid()))
 	{
 		const bool service = entry.name == plan::serviceProgramName && entry.state != 'Z';
-		if (entry.pidInside != 1 && entry.name != plan::agentName && !service)
+		if (entry.pidInside != 1 && entry.name != plan::agentName && !service && !isKeepers(lab, node, entry))
 		{
 			found[entry.pid] = entry;
 		}
@@ -52,7 +64,7 @@ std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t,
 	const bool owns = holds(owners, node);
 	// An owner has an announcer: a shell, and what that runs for the moment. When
 	// the address was raised twice in a row, the first one goes on as well.
-	int allowedShells = owns ? 2 : 0;
+	int allowedShells = owns && !lab.node(node).hasKeeper() ? 2 : 0;
 	for (const auto& [pid, entry] : unexpectedOn(lab, node))
 	{
 		const bool passing = !first.contains(pid) || entry.name == "sleep" || entry.name == "arping";
@@ -83,7 +95,15 @@ void letServe(Lab& lab, HostId master, Millis limit)
 	bool served = lab.waitForService(HostId::a, limit, Millis(2000)) && onStandby(lab, HostId::b, limit);
 	if (served && master == HostId::b)
 	{
-		lab.inject({FaultKind::programKilled, HostId::a});
+		if (lab.node(HostId::a).hasKeeper())
+		{
+			// A program that is killed is started again at once.
+			lab.run(HostId::a, {plan::keeperProgram, "stop", plan::serviceKeeper});
+		}
+		else
+		{
+			lab.inject({FaultKind::programKilled, HostId::a});
+		}
 		served = lab.waitForService(HostId::b, limit) && onStandby(lab, HostId::a, limit);
 	}
 	if (!served)

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "lab/campaigns/Json.h"
 #include "lab/core/Basics.h"
-#include "lab/core/Json.h"
 
 namespace velarix::lab
 {

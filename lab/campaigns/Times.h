@@ -10,7 +10,7 @@ namespace velarix::lab
 
 struct CampaignTimes
 {
-	PairTimes pair{};
+	PairSettings pair{};
 	Millis noOutage{1000}; ///< an outage up to this counts as none
 	Millis slack{2000};    ///< allowed beyond the prescribed waits: a loaded machine
 

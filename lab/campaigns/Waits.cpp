@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <functional>
+#include <sstream>
 
 namespace velarix::lab
 {
@@ -15,21 +16,25 @@ constexpr Millis seconds(int count)
 	return std::chrono::seconds(count);
 }
 
-constexpr std::array<PrescribedWait, 11> waits{{
-    {"0", "nothing", [](const PairTimes&) { return Millis(0); }},
-    {"interval", "pause of the sender", [](const PairTimes& times) { return seconds(times.interval); }},
-    {"receive", "receiving time", [](const PairTimes& times) { return seconds(times.receivingTime); }},
-    {"wait", "waiting time before the programs", [](const PairTimes& times) { return seconds(times.waitingTime); }},
+constexpr std::array<PrescribedWait, 13> waits{{
+    {"0", "nothing", [](const PairSettings&) { return Millis(0); }},
+    {"interval", "pause of the sender", [](const PairSettings& times) { return seconds(times.interval); }},
+    {"receive", "receiving time", [](const PairSettings& times) { return seconds(times.receivingTime); }},
+    {"wait", "waiting time before the programs", [](const PairSettings& times) { return seconds(times.waitingTime); }},
     {"silence", "receiving time and the second after it",
-     [](const PairTimes& times) { return seconds(times.receivingTime + 1); }},
+     [](const PairSettings& times) { return seconds(times.receivingTime + 1); }},
     {"beat", "until the next heartbeat is heard and served",
-     [](const PairTimes& times) { return seconds(times.interval) + Millis(500); }},
-    {"ping", "a probe that nobody answers: ten pings", [](const PairTimes&) { return seconds(1); }},
-    {"count", "countdown before the start command", [](const PairTimes&) { return seconds(5); }},
-    {"second", "pause after a failed check", [](const PairTimes&) { return seconds(1); }},
-    {"half", "pause after a start command that printed", [](const PairTimes&) { return Millis(500); }},
+     [](const PairSettings& times) { return seconds(times.interval) + Millis(500); }},
+    {"ping", "a probe that nobody answers: ten pings", [](const PairSettings&) { return seconds(1); }},
+    {"count", "countdown before the start command; with the keeper its ARP probes",
+     [](const PairSettings& pair) { return pair.profile == Profile::keeper ? Millis(250) : seconds(5); }},
+    {"countdown", "before the start command where the marker is missing",
+     [](const PairSettings&) { return seconds(5); }},
+    {"checks", "until a program that hangs has failed its checks", [](const PairSettings&) { return seconds(6); }},
+    {"second", "pause after a failed check", [](const PairSettings&) { return seconds(1); }},
+    {"half", "pause after a start command that printed", [](const PairSettings&) { return Millis(500); }},
     {"two", "pause of a sender that is refused, or of a fresh agent before it begins",
-     [](const PairTimes&) { return seconds(2); }},
+     [](const PairSettings&) { return seconds(2); }},
 }};
 
 struct Term
@@ -69,8 +74,9 @@ void forEachTerm(std::string_view expression, const std::function<void(const Ter
 
 std::string lengthText(Millis length)
 {
-	std::string text = std::to_string(length.count() / 1000);
-	return text + (length.count() % 1000 == 0 ? "" : ".5") + " s";
+	std::ostringstream text;
+	text << static_cast<double>(length.count()) / 1000 << " s";
+	return text.str();
 }
 
 } // namespace
@@ -87,14 +93,14 @@ const PrescribedWait* waitNamed(std::string_view name)
 	return nullptr;
 }
 
-Millis sumOf(std::string_view expression, const PairTimes& times)
+Millis sumOf(std::string_view expression, const PairSettings& times)
 {
 	Millis sum{0};
 	forEachTerm(expression, [&](const Term& term) { sum += term.factor * term.wait->length(times); });
 	return sum;
 }
 
-std::string explained(std::string_view expression, const PairTimes& times)
+std::string explained(std::string_view expression, const PairSettings& times)
 {
 	std::string text;
 	forEachTerm(expression,

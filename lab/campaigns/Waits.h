@@ -16,7 +16,7 @@ struct PrescribedWait
 {
 	const char* name;
 	const char* what;
-	Millis (*length)(const PairTimes& times);
+	Millis (*length)(const PairSettings& times);
 };
 
 /// @return the wait of that name; null when there is none
@@ -24,9 +24,9 @@ const PrescribedWait* waitNamed(std::string_view name);
 
 /// Adds up an expression such as "silence+2*ping+count".
 /// @throws LabError naming the word that is no wait
-Millis sumOf(std::string_view expression, const PairTimes& times);
+Millis sumOf(std::string_view expression, const PairSettings& times);
 
 /// "silence 3 s + 2 * ping 1 s + count 5 s", for the reports.
-std::string explained(std::string_view expression, const PairTimes& times);
+std::string explained(std::string_view expression, const PairSettings& times);
 
 } // namespace velarix::lab

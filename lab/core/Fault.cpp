@@ -32,9 +32,9 @@ template <Network network, bool up> void setCard(Lab& lab, HostId node)
 	lab.wiring().setPort(node, network, up);
 }
 
-template <bool isolated> void setCut(Lab& lab, HostId /*node*/)
+template <bool isolated, Network... networks> void setCut(Lab& lab, HostId /*node*/)
 {
-	lab.wiring().isolateNodes(Network::communication, isolated);
+	(lab.wiring().isolateNodes(networks, isolated), ...);
 }
 
 template <bool up> void setGateway(Lab& lab, HostId /*node*/)
@@ -82,7 +82,7 @@ template <SetCommand command> void commandWhole(Lab& lab, HostId node)
 }
 
 /// All faults, in the order of the enumerators.
-constexpr std::array<FaultInfo, 40> faults{{
+constexpr std::array<FaultInfo, 48> faults{{
     {FaultKind::powerOff, "power-off", true, "host powered off", "host powered on", powerOff, powerOn, nodeOn},
     {FaultKind::reboot, "reboot", true, "host rebooted", nullptr, reboot, nullptr, nodeOn},
     {FaultKind::agentKilled, "agent-kill", true, "agent killed", "agent started", killAgent, startAgent, agentRuns},
@@ -96,7 +96,7 @@ constexpr std::array<FaultInfo, 40> faults{{
      "communication card: cable plugged in", setCard<communicationCards, false>, setCard<communicationCards, true>,
      nodeOn},
     {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
-     "communication network joined", setCut<true>, setCut<false>},
+     "communication network joined", setCut<true, communicationCards>, setCut<false, communicationCards>},
     {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
     {FaultKind::agentTerminated, "agent-term", true, "agent terminated", "agent started", terminateAgent, startAgent,
      agentRuns},
@@ -159,6 +159,22 @@ constexpr std::array<FaultInfo, 40> faults{{
      repairWire<communicationCards>},
     {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
      [](Lab& lab, HostId node) { repairWire<communicationCards>(lab, otherNode(node)); }},
+    {FaultKind::hostFrozen, "host-freeze", true, "host stands still", "host goes on", freezeHost, thawHost,
+     hostNotFrozen},
+    {FaultKind::programHangs, "program-hang", true, "managed program hangs", "managed program goes on", hangProgram,
+     wakeProgram, programRuns},
+    {FaultKind::serviceCut, "service-cut", false, "service network cut between the nodes", "service network joined",
+     setCut<true, serviceCards>, setCut<false, serviceCards>},
+    {FaultKind::bothCut, "both-cut", false, "both networks cut between the nodes", "both networks joined",
+     setCut<true, serviceCards, communicationCards>, setCut<false, serviceCards, communicationCards>},
+    {FaultKind::rogueAddress, "rogue-address", false, "a third host raises the virtual address",
+     "the third host drops the address", raiseRogue, dropRogue},
+    {FaultKind::addressKeeperKilled, "keeper-kill-address", true, "the keeper of the address killed", nullptr,
+     killAddressKeeper, nullptr, addressKeeperRuns},
+    {FaultKind::serviceKeeperKilled, "keeper-kill-service", true, "the keeper of the service killed", nullptr,
+     killServiceKeeper, nullptr, serviceKeeperRuns},
+    {FaultKind::markerMissing, "marker-missing", true, "IPv6 switched off on lo: no marker", "IPv6 and marker are back",
+     removeMarker, restoreMarker, hasKeeper},
 }};
 
 } // namespace

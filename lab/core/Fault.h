@@ -63,7 +63,15 @@ enum class FaultKind
 	communicationLoss50,
 	communicationDelay,
 	communicationDeaf,
-	communicationMute
+	communicationMute,
+	hostFrozen,
+	programHangs,
+	serviceCut,
+	bothCut,
+	rogueAddress,
+	addressKeeperKilled,
+	serviceKeeperKilled,
+	markerMissing
 };
 
 struct Fault
@@ -76,7 +84,7 @@ struct FaultInfo
 {
 	FaultKind kind;
 	const char* name;     ///< on the command line
-	bool onNode;          ///< it strikes one node
+	bool onNode;          ///< it is injected into one node
 	const char* what;     ///< in the timeline, when it is injected
 	const char* repaired; ///< in the timeline, when it is repaired; null when it repairs by itself
 	void (*inject)(Lab& lab, HostId node);

@@ -65,6 +65,12 @@ void agentRuns(Lab& lab, HostId node)
 void agentNotFrozen(Lab& lab, HostId node)
 {
 	agentRuns(lab, node);
+	hostNotFrozen(lab, node);
+}
+
+void hostNotFrozen(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
 	if (lab.role(node) == "frozen")
 	{
 		throw LabError("the agent of " + nodeText(node) + " is frozen already");
@@ -119,6 +125,15 @@ void runInfoWritable(Lab& lab, HostId node)
 	if (runInfoReadOnly(lab, node))
 	{
 		throw LabError("the record of " + nodeText(node) + " is read-only already");
+	}
+}
+
+void hasKeeper(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	if (!lab.node(node).hasKeeper())
+	{
+		throw LabError(nodeText(node) + " has no keeper");
 	}
 }
 
@@ -189,6 +204,26 @@ void wantClockShim(LabOptions& options)
 	options.clockShim = true;
 }
 
+void freezeHost(Lab& lab, HostId node)
+{
+	lab.freezeHost(node);
+}
+
+void thawHost(Lab& lab, HostId node)
+{
+	lab.thawHost(node);
+}
+
+void hangProgram(Lab& lab, HostId node)
+{
+	lab.node(node).signalAll(plan::serviceProgramName, SIGSTOP);
+}
+
+void wakeProgram(Lab& lab, HostId node)
+{
+	lab.node(node).signalAll(plan::serviceProgramName, SIGCONT);
+}
+
 void killProgram(Lab& lab, HostId node)
 {
 	if (lab.node(node).killService() == 0)
@@ -227,9 +262,8 @@ void makeMute(Lab& lab, HostId node)
 
 void removeAddress(Lab& lab, HostId node)
 {
-	runOn(lab, node,
-	      {"ip", "addr", "del", std::string(plan::virtualAddress) + "/" + std::to_string(plan::prefixLength), "dev",
-	       plan::serviceCard});
+	// Whatever its prefix.
+	runOn(lab, node, {"ip", "addr", "flush", "dev", plan::serviceCard, "to", plan::virtualAddress});
 }
 
 void removeRunInfo(Lab& lab, HostId node)

@@ -20,6 +20,7 @@ namespace action
 void nodeOn(Lab& lab, HostId node);
 void agentRuns(Lab& lab, HostId node);
 void agentNotFrozen(Lab& lab, HostId node);
+void hostNotFrozen(Lab& lab, HostId node);
 void clockSteppable(Lab& lab, HostId node);
 void programRuns(Lab& lab, HostId node);
 void programNoZombie(Lab& lab, HostId node);
@@ -28,6 +29,9 @@ void noCrashingAnywhere(Lab& lab, HostId node);
 void addressHeld(Lab& lab, HostId node);
 void runInfoThere(Lab& lab, HostId node);
 void runInfoWritable(Lab& lab, HostId node);
+void hasKeeper(Lab& lab, HostId node);
+void addressKeeperRuns(Lab& lab, HostId node);
+void serviceKeeperRuns(Lab& lab, HostId node);
 
 // The server.
 void powerOff(Lab& lab, HostId node);
@@ -38,6 +42,9 @@ void coldStart(Lab& lab, HostId node);
 /// Both are off, likewise; then only this one comes up.
 void coldStartAlone(Lab& lab, HostId node);
 void powerOnOther(Lab& lab, HostId node);
+/// Every process stands still and no packet gets in or out, as with a paused virtual machine.
+void freezeHost(Lab& lab, HostId node);
+void thawHost(Lab& lab, HostId node);
 
 // The agent.
 void killAgent(Lab& lab, HostId node);
@@ -56,6 +63,9 @@ void endCrashingEverywhere(Lab& lab, HostId node);
 /// Ended, but its entry in the process table stays.
 void makeZombie(Lab& lab, HostId node);
 void reapZombie(Lab& lab, HostId node);
+void hangProgram(Lab& lab, HostId node);
+/// Does nothing where the one that hung has been ended.
+void wakeProgram(Lab& lab, HostId node);
 
 // The wires.
 /// The gateway answers everybody but this node.
@@ -76,6 +86,15 @@ void freeRunInfo(Lab& lab, HostId node);
 /// Returns when the log has come to its end, too: its last page has room left.
 void fillDisk(Lab& lab, HostId node);
 void freeDisk(Lab& lab, HostId node);
+
+// The keeper.
+void killAddressKeeper(Lab& lab, HostId node);
+void killServiceKeeper(Lab& lab, HostId node);
+void removeMarker(Lab& lab, HostId node);
+void restoreMarker(Lab& lab, HostId node);
+/// A third host on the service network announces the address once, and answers for it.
+void raiseRogue(Lab& lab, HostId node);
+void dropRogue(Lab& lab, HostId node);
 
 // An attacker on the communication network.
 void sendGarbage(Lab& lab, HostId node);

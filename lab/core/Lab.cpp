@@ -76,15 +76,15 @@ const Host& Lab::host(HostId id)
 	}
 }
 
-const Host& Lab::stranger()
+const Host& Lab::attacker()
 {
-	if (!m_stranger)
+	if (!m_attacker)
 	{
-		auto host = std::make_unique<Host>(HostSpec{m_programs.init, "stranger", HostKind::host, 40000, 0, {}});
-		m_wiring.plugInStranger(*host);
-		m_stranger = std::move(host);
+		auto host = std::make_unique<Host>(HostSpec{m_programs.init, "attacker", HostKind::host, 40000, 0, {}});
+		m_wiring.plugInAttacker(*host);
+		m_attacker = std::move(host);
 	}
-	return *m_stranger;
+	return *m_attacker;
 }
 
 void Lab::setRole(HostId id, const std::string& role)
@@ -166,6 +166,52 @@ void Lab::thawAgent(HostId id)
 	}
 	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
 	node(id).signalAgent(SIGCONT);
+}
+
+void Lab::freezeHost(HostId id)
+{
+	const pid_t init = node(id).host().pid();
+	m_logWatch->catchUp(id);
+	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
+	Impairment unreachable;
+	unreachable.lossPercent = 100;
+	for (const Network network : {Network::service, Network::communication})
+	{
+		m_wiring.impair(id, network, unreachable);
+	}
+	// Until none is left that could start another one.
+	for (bool running = true; running;)
+	{
+		running = false;
+		for (const Process& entry : processesOf(init))
+		{
+			if (entry.pidInside != 1 && entry.state != 'T' && entry.state != 'Z')
+			{
+				running = signalInHost(init, entry.pid, SIGSTOP) || running;
+			}
+		}
+	}
+	m_addressSampler->detach(id);
+	setRole(id, "frozen");
+}
+
+void Lab::thawHost(HostId id)
+{
+	if (role(id) != "frozen")
+	{
+		throw LabError(nodeText(id) + " is not frozen");
+	}
+	const pid_t init = node(id).host().pid();
+	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
+	m_addressSampler->attach(id, node(id).host());
+	for (const Network network : {Network::service, Network::communication})
+	{
+		m_wiring.unimpair(id, network);
+	}
+	for (const Process& entry : processesOf(init))
+	{
+		signalInHost(init, entry.pid, SIGCONT);
+	}
 }
 
 void Lab::powerOff(HostId id)

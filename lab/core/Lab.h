@@ -32,6 +32,13 @@ namespace velarix::lab
 
 struct LabOptions
 {
+	LabOptions() = default;
+	LabOptions(std::filesystem::path root, const PairSettings& pair)
+	    : installRoot(std::move(root)), settingsA(NodeSettings::standard(HostId::a, pair)),
+	      settingsB(NodeSettings::standard(HostId::b, pair))
+	{
+	}
+
 	/// Where the agent is installed; empty: see findPrograms.
 	std::filesystem::path installRoot{};
 	NodeSettings settingsA = NodeSettings::standard(HostId::a);
@@ -61,7 +68,7 @@ public:
 	const Host& host(HostId id);
 	/// A third host on both networks, which neither serves nor is pinged.
 	/// It comes into being when it is first asked for.
-	const Host& stranger();
+	const Host& attacker();
 	Wiring& wiring() { return m_wiring; }
 
 	/// Starts the agents of both nodes.
@@ -73,6 +80,12 @@ public:
 	/// SIGSTOP and SIGCONT to the agent. @throws LabError when there is none
 	void freezeAgent(HostId id);
 	void thawAgent(HostId id);
+
+	/// Stops every process of the node but its first one and keeps all packets from it, until
+	/// thawHost. Meanwhile it counts as holding no address.
+	/// @throws LabError when the node is off, or there is none to thaw
+	void freezeHost(HostId id);
+	void thawHost(HostId id);
 
 	/// Takes all links down and ends every process of the node at once.
 	void powerOff(HostId id);
@@ -121,7 +134,7 @@ private:
 	std::array<std::unique_ptr<Node>, 2> m_nodes;
 	std::unique_ptr<Host> m_gateway;
 	std::unique_ptr<Host> m_client;
-	std::unique_ptr<Host> m_stranger;
+	std::unique_ptr<Host> m_attacker;
 	BackgroundJobs m_jobs;
 	std::array<std::string, 2> m_roleBeforeFreeze;
 	std::optional<LogWatch> m_logWatch;

@@ -66,6 +66,26 @@ std::filesystem::path Node::diskFile(const std::string& path) const
 void Node::writeSettings(const NodeSettings& settings)
 {
 	writeFile(file(plan::settingsFile), settings.ini());
+	if (settings.keeperIni().empty())
+	{
+		return;
+	}
+	if (!std::filesystem::exists(file(plan::keeperProgram)) && !std::filesystem::exists(plan::keeperProgram))
+	{
+		throw LabError(std::string("the installed tree has no ") + plan::keeperProgram);
+	}
+	writeFile(file(plan::keeperSettings), settings.keeperIni());
+	for (const char* link : {plan::addressLink, plan::serviceLink})
+	{
+		std::filesystem::create_directories(file(link).parent_path());
+		std::filesystem::remove(file(link));
+		std::filesystem::create_symlink(plan::keeperProgram, file(link));
+	}
+}
+
+bool Node::hasKeeper() const
+{
+	return std::filesystem::exists(file(plan::keeperSettings));
 }
 
 /// Written in place: the agent has the file mapped.
@@ -113,6 +133,11 @@ void Node::setDiskFull(bool full) const
 
 void Node::startAgent()
 {
+	if (hasKeeper())
+	{
+		// As the unit does; where it fails the agent counts down.
+		run({{plan::keeperProgram, "mark"}, {}, host().inside()});
+	}
 	const std::filesystem::path path = file(plan::consoleFile);
 	const Descriptor console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 	if (!console)
@@ -183,14 +208,19 @@ void Node::startService() const
 	}
 }
 
-int Node::killService() const
+int Node::signalAll(const std::string& name, int signal) const
 {
 	int count = 0;
-	for (const Process& entry : processesNamed(host().pid(), plan::serviceProgramName))
+	for (const Process& entry : processesNamed(host().pid(), name))
 	{
-		count += signalInHost(host().pid(), entry.pid, SIGKILL) ? 1 : 0;
+		count += signalInHost(host().pid(), entry.pid, signal) ? 1 : 0;
 	}
 	return count;
+}
+
+int Node::killService() const
+{
+	return signalAll(plan::serviceProgramName, SIGKILL);
 }
 
 } // namespace velarix::lab

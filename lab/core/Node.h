@@ -52,8 +52,12 @@ public:
 	/// that is not below /usr.
 	std::filesystem::path diskFile(const std::string& path) const;
 
-	/// Writes the settings file; the agent reads it at its next start.
+	/// Writes the settings files, and makes the keeper's links where these have a keeper.
+	/// The agent reads them at its next start.
+	/// @throws LabError when there is no keeper to run
 	void writeSettings(const NodeSettings& settings);
+	/// The address and the service are the keeper's.
+	bool hasKeeper() const;
 
 	/// From the next start on these words stand in front of the agent's program.
 	void wrapAgent(std::vector<std::string> words) { m_wrapper = std::move(words); }
@@ -86,8 +90,10 @@ public:
 	/// Starts the managed service by hand and waits until it runs.
 	/// @throws LabError when the node is off, or the service does not start
 	void startService() const;
-	/// Sends SIGKILL to every process of the managed service.
+	/// Sends a signal to every process of that name.
 	/// @return how many there were
+	int signalAll(const std::string& name, int signal) const;
+	/// Sends SIGKILL to every process of the managed service. @return how many there were
 	int killService() const;
 
 private:

@@ -31,15 +31,51 @@ std::string dropCommand()
 	return "ip addr del " + addressAndLength + " dev " + sharedCard + " >/dev/null 2>&1";
 }
 
-} // namespace
-
-std::string toText(const PairTimes& times)
+void setPlain(NodeSettings& settings)
 {
-	return "interval " + std::to_string(times.interval) + " s, receiving time " + std::to_string(times.receivingTime) +
-	       " s, waiting time " + std::to_string(times.waitingTime) + " s";
+	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand())
+	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + dropCommand())
+	    .set("PROCESS_CHECK.PROCESS_NUM", 1)
+	    .set("PROCESS_CHECK.PROCESS_PATH1", plan::serviceProgram)
+	    .set("ADVENCE.PROCESS_KILL_COMMAND", hookGuard(SetCommand::kill) + dropCommand() + "; killall -q -9");
 }
 
-NodeSettings NodeSettings::standard(HostId node, const PairTimes& times)
+void setKeeper(NodeSettings& settings)
+{
+	const std::string keeper = plan::keeperProgram;
+	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", hookGuard(SetCommand::start) + keeper + " raise")
+	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + keeper + " drop")
+	    .set("PROCESS_CHECK.PROCESS_NUM", 2)
+	    .set("PROCESS_CHECK.PROCESS_PATH1", plan::addressLink)
+	    .set("PROCESS_CHECK.PROCESS_PATH2", plan::serviceLink)
+	    .set("ADVENCE.PROCESS_KILL_COMMAND", hookGuard(SetCommand::kill) + keeper + " stop");
+}
+
+/// The check fetches the page without any program but bash.
+std::string keeperText(HostId node)
+{
+	return "[address]\naddress = " + sharedAddress + "\ninterface = " + sharedCard +
+	       "\non_conflict = " + (node == HostId::a ? "defend" : "yield") +
+	       "\n\n[service web]\ncommand = " + plan::serviceProgram + "\ncheck = bash -c \"exec 3<>/dev/tcp/" +
+	       sharedAddress + "/" + std::to_string(plan::servicePort) +
+	       " && echo 'GET / HTTP/1.0' >&3 && read -r -u 3 line\"\n";
+}
+
+} // namespace
+
+const char* nameOf(Profile profile)
+{
+	return profile == Profile::keeper ? "keeper" : "plain";
+}
+
+std::string toText(const PairSettings& times)
+{
+	return std::string(nameOf(times.profile)) + " settings, interval " + std::to_string(times.interval) +
+	       " s, receiving time " + std::to_string(times.receivingTime) + " s, waiting time " +
+	       std::to_string(times.waitingTime) + " s";
+}
+
+NodeSettings NodeSettings::standard(HostId node, const PairSettings& pair)
 {
 	const HostId partner = otherNode(node);
 	NodeSettings settings;
@@ -48,23 +84,27 @@ NodeSettings NodeSettings::standard(HostId node, const PairTimes& times)
 	    .set("AGENT.HEART_BEAT_RECEIVE_PORT", plan::heartbeatPort)
 	    .set("AGENT.PARTNER_IP", plan::addressOf(partner, Network::communication))
 	    .set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", plan::heartbeatPort)
-	    .set("AGENT.HEART_BEAT_INTERVAL", times.interval)
-	    .set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", times.receivingTime)
+	    .set("AGENT.HEART_BEAT_INTERVAL", pair.interval)
+	    .set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", pair.receivingTime)
 	    .set("AGENT.IGNORE_TIME", 5)
 	    .set("AGENT.GATEWAY_IP", plan::addressOf(HostId::gateway, Network::communication))
 	    .set("AGENT.VIRTUAL_IP", sharedAddress)
-	    .set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand())
-	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + dropCommand())
-	    .set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", times.waitingTime)
+	    .set("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", pair.waitingTime)
 	    .set("AGENT.RELATED_PROCESS", "")
-	    .set("PROCESS_CHECK.PROCESS_NUM", 1)
-	    .set("PROCESS_CHECK.PROCESS_PATH1", plan::serviceProgram)
 	    .set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", 1)
 	    .set("PROCESS_CHECK.OBSERVATION_MODE", 1)
-	    .set("ADVENCE.PROCESS_KILL_COMMAND", hookGuard(SetCommand::kill) + dropCommand() + "; killall -q -9")
 	    .set("ADVENCE.KEYWORD", "defunct")
 	    .set("LOG.PATH", plan::logFile)
 	    .set("LOG.PURGEAGE", "7 days");
+	if (pair.profile == Profile::keeper)
+	{
+		setKeeper(settings);
+		settings.m_keeperIni = keeperText(node);
+	}
+	else
+	{
+		setPlain(settings);
+	}
 	return settings;
 }
 

@@ -1,4 +1,4 @@
-/// The settings file of one node, key by key.
+/// The settings files of one node.
 #pragma once
 
 #include <string>
@@ -6,31 +6,39 @@
 #include <vector>
 
 #include "lab/core/Basics.h"
-#include "lab/core/Json.h"
 
 namespace velarix::lab
 {
 
-/// The times a pair runs with, in whole seconds.
-struct PairTimes
+/// What raises the address and runs the service: the keeper, or shell commands.
+enum class Profile
+{
+	keeper,
+	plain
+};
+
+/// @return "keeper" or "plain"
+const char* nameOf(Profile profile);
+
+/// What both nodes are set to; times in whole seconds.
+struct PairSettings
 {
 	int interval = 1;      ///< pause after each heartbeat
 	int receivingTime = 2; ///< a silence; keep it at least twice the interval
 	int waitingTime = 0;   ///< between the address and the programs
+	Profile profile = Profile::plain;
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairTimes, interval, receivingTime, waitingTime)
-
-/// "interval 1 s, receiving time 2 s, waiting time 0 s"
-std::string toText(const PairTimes& times);
+/// "keeper settings, interval 1 s, receiving time 2 s, waiting time 0 s"
+std::string toText(const PairSettings& times);
 
 class NodeSettings
 {
 public:
 	/// The settings of node a or b of a lab: the other node as partner, a
-	/// configured as master, one managed program, and virtual IP commands that
-	/// suit the agent (lab/README.md says why they look as they do).
-	static NodeSettings standard(HostId node, const PairTimes& times = {});
+	/// configured as master, and the profile's commands and programs
+	/// (lab/README.md says why they look as they do).
+	static NodeSettings standard(HostId node, const PairSettings& pair = {});
 
 	/// Sets a key, for example set("AGENT.MODE", "2"); adds it when missing.
 	NodeSettings& set(const std::string& key, const std::string& value);
@@ -42,8 +50,11 @@ public:
 
 	/// The text of the settings file.
 	std::string ini() const;
+	/// The text of the keeper's settings file; empty in the plain profile.
+	const std::string& keeperIni() const { return m_keeperIni; }
 
 private:
+	std::string m_keeperIni;
 	std::vector<std::pair<std::string, std::string>> m_values;
 };
 

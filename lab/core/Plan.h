@@ -37,6 +37,14 @@ inline constexpr const char* communicationCard = "eth1";
 inline constexpr const char* serviceProgram = "/usr/velarix/app/labhttpd";
 inline constexpr const char* serviceProgramName = "labhttpd";
 
+/// The keeper, the links that the agent starts, and the process names of these.
+inline constexpr const char* keeperProgram = "/usr/libexec/velarix-ha/keeper";
+inline constexpr const char* addressLink = "/usr/velarix/run/ha-address";
+inline constexpr const char* serviceLink = "/usr/velarix/run/ha-web";
+inline constexpr const char* addressKeeper = "ha-address";
+inline constexpr const char* serviceKeeper = "ha-web";
+inline constexpr const char* keeperSettings = "/usr/velarix/bin/ini/keeper.ini";
+
 inline constexpr const char* agentProgram = "/usr/velarix/bin/VelarixHA";
 inline constexpr const char* agentName = "VelarixHA";
 inline constexpr const char* settingsFile = "/usr/velarix/bin/ini/config.ini";

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include <nlohmann/json.hpp>
-
 namespace velarix::lab
 {
 
@@ -45,28 +43,6 @@ std::string sentenceFor(const Event& event)
 }
 
 } // namespace
-
-const char* nameOf(EventKind kind)
-{
-	switch (kind)
-	{
-	case EventKind::phase:
-		return "phase";
-	case EventKind::fault:
-		return "fault";
-	case EventKind::repair:
-		return "repair";
-	case EventKind::role:
-		return "role";
-	case EventKind::action:
-		return "action";
-	case EventKind::address:
-		return "address";
-	case EventKind::service:
-		return "service";
-	}
-	return "?";
-}
 
 void Timeline::add(const Event& event)
 {
@@ -191,22 +167,6 @@ std::string toText(const Timeline& timeline)
 		text += toText(event) + "\n";
 	}
 	return text;
-}
-
-std::string toJson(const Timeline& timeline)
-{
-	nlohmann::ordered_json events = nlohmann::ordered_json::array();
-	for (const Event& event : timeline.events())
-	{
-		nlohmann::ordered_json entry{{"ms", event.at.count()}, {"kind", nameOf(event.kind)}};
-		if (event.host)
-		{
-			entry["host"] = nameOf(*event.host);
-		}
-		entry["text"] = event.text;
-		events.push_back(std::move(entry));
-	}
-	return nlohmann::ordered_json{{"events", std::move(events)}}.dump(1, '\t') + "\n";
 }
 
 } // namespace velarix::lab

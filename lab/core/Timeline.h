@@ -27,9 +27,6 @@ enum class EventKind
 	service  ///< track: the node that answers the client: none, a, b
 };
 
-/// @return "phase", "fault", ...
-const char* nameOf(EventKind kind);
-
 struct Event
 {
 	Millis at{0};
@@ -103,7 +100,5 @@ Millis longestWith(const std::vector<Interval>& intervals, const std::vector<std
 std::string toText(const Timeline& timeline);
 /// One line: time, host, what happened.
 std::string toText(const Event& event);
-/// {"events": [{"ms", "kind", "host", "text"}, ...]}
-std::string toJson(const Timeline& timeline);
 
 } // namespace velarix::lab

@@ -139,7 +139,7 @@ void Wiring::plugIn(HostId id, const Host& host)
 	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
 }
 
-void Wiring::plugInStranger(const Host& host)
+void Wiring::plugInAttacker(const Host& host)
 {
 	std::string outside;
 	std::string inside = "link set lo up\n";

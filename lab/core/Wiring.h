@@ -35,7 +35,7 @@ public:
 	void plugIn(HostId id, const Host& host);
 	/// Gives a host that is no part of the plan a card on each network, with the addresses
 	/// plan::attackerAddress and plan::attackerServiceAddress.
-	void plugInStranger(const Host& host);
+	void plugInAttacker(const Host& host);
 	/// Removes the host's cards on both networks, also those already gone.
 	void unplug(HostId id);
 

@@ -91,8 +91,9 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
 	    app.add_subcommand("hostile", "Attack pairs from a third host and compare with what is expected");
-	addLabOptions(*command, arguments.installRoot, arguments.times);
 	hostile::Options& hostile = arguments.hostile;
+	// The table tells what comes of the plain settings.
+	addLabOptions(*command, arguments.installRoot, hostile.times);
 	command->add_option("--attack", hostile.attacks, "A case or a group of cases, or all (again for more)");
 	command->add_option("--seed", hostile.seed, "Random messages follow from it")->capture_default_str();
 	command->add_option("--count", hostile.count, "Random messages of an attack")
@@ -115,7 +116,6 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 	    [&]
 	    {
 		    arguments.hostile.installRoot = arguments.installRoot;
-		    arguments.hostile.times = arguments.times;
 		    status = hostile::runCommand(arguments.hostile);
 	    });
 }

@@ -97,7 +97,7 @@ chaos::Results runWorkers(const std::vector<chaos::Options>& workers)
 chaos::Results runAll(const ChaosCommand& command)
 {
 	ChaosCommand whole = command;
-	whole.options.kinds = readExpectations(command.expectations).forChaos;
+	whole.options.kinds = readExpectations(command.expectations, command.options.times.pair.profile).forChaos;
 	requireLab(command.options.installRoot);
 	return runWorkers(workersFor(whole));
 }

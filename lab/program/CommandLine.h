@@ -6,7 +6,6 @@
 #include <CLI/CLI.hpp>
 
 #include "lab/program/Chaos.h"
-#include "lab/program/Demo.h"
 #include "lab/program/Hostile.h"
 #include "lab/program/Matrix.h"
 #include "lab/program/PairCommands.h"
@@ -19,7 +18,6 @@ namespace velarix::lab::program
 /// What the options of all commands are read into.
 struct Arguments
 {
-	DemoOptions demo;
 	SupervisorOptions pair;
 	MatrixOptions matrix;
 	ChaosCommand chaos;
@@ -27,7 +25,7 @@ struct Arguments
 	int slack = 2000;
 	hostile::Options hostile;
 	std::string installRoot;
-	PairTimes times;
+	PairSettings times{.profile = Profile::keeper};
 	std::string name = "lab";
 	std::string stateBase = "/run/velarix-lab";
 	bool noWait = false;
@@ -36,7 +34,6 @@ struct Arguments
 	bool json = false;
 	std::string fault;
 	std::string node;
-	std::string form = "text";
 };
 
 /// The commands that run many pairs, or one for long: matrix, hostile, chaos,

@@ -15,7 +15,7 @@ namespace velarix::lab::hostile
 struct Options
 {
 	std::filesystem::path installRoot{};
-	PairTimes times{};
+	PairSettings times{};
 	std::vector<std::string> attacks{"all"}; ///< cases, or groups of them
 	std::uint64_t seed = 1;
 	long count = 10000;

@@ -47,13 +47,6 @@ void addFaultArguments(CLI::App& command, Arguments& arguments)
 	command.footer(faultList());
 }
 
-int runDemoCommand(Arguments& arguments)
-{
-	arguments.demo.installRoot = arguments.installRoot;
-	arguments.demo.times = arguments.times;
-	return runDemo(arguments.demo);
-}
-
 int runUp(Arguments& arguments, bool asSupervisor)
 {
 	StateDirectory directory(arguments.stateBase, arguments.name);
@@ -77,16 +70,6 @@ int runExec(const Arguments& arguments, std::vector<std::string> words)
 		throw LabError("exec needs a host and a command, for example: velarix-lab exec a ip addr");
 	}
 	return pairExec({arguments.stateBase, arguments.name}, words.front(), {words.begin() + 1, words.end()});
-}
-
-void addDemo(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* demo = app.add_subcommand("demo", "Show what the pair does: election, take-over, return, hand-over");
-	addLabOptions(*demo, arguments.installRoot, arguments.times);
-	demo->add_option("--svg", arguments.demo.svgFile, "Write the timeline as a picture to this file")
-	    ->capture_default_str();
-	demo->add_option("--json", arguments.demo.jsonFile, "Write phases and timeline to this file");
-	demo->callback([&] { status = runDemoCommand(arguments); });
 }
 
 void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
@@ -142,13 +125,7 @@ void addFaults(CLI::App& app, Arguments& arguments, int& status)
 	}
 	CLI::App* timeline = app.add_subcommand("timeline", "Print what has happened so far");
 	addPairOptions(*timeline, arguments);
-	timeline->add_option("--format", arguments.form, "text, json or svg")
-	    ->capture_default_str()
-	    ->check(CLI::IsMember({"text", "json", "svg"}));
-	timeline->callback(
-	    [&] {
-		    status = pairRequest({arguments.stateBase, arguments.name}, "timeline " + arguments.form);
-	    });
+	timeline->callback([&] { status = pairRequest({arguments.stateBase, arguments.name}, "timeline"); });
 }
 
 int runProgram(int argc, char** argv)
@@ -158,7 +135,6 @@ int runProgram(int argc, char** argv)
 	int status = 0;
 	app.set_version_flag("--version", "velarix-lab " VELARIX_LAB_VERSION);
 	app.require_subcommand(1);
-	addDemo(app, arguments, status);
 	addUpAndDown(app, arguments, status);
 	addStatusAndExec(app, arguments, status);
 	addFaults(app, arguments, status);

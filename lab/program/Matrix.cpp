@@ -68,7 +68,7 @@ void runAll(const MatrixOptions& options, matrix::Results& results)
 int runMatrix(const MatrixOptions& options)
 {
 	matrix::Results results;
-	results.expectations = readExpectations(options.expectations);
+	results.expectations = readExpectations(options.expectations, options.times.pair.profile);
 	std::vector<std::string> names = options.only;
 	if (options.shortForm)
 	{

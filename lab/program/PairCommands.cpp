@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 #include "lab/core/Command.h"
+#include "lab/core/Console.h"
 #include "lab/core/Files.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
-#include "lab/program/Console.h"
 #include "lab/program/ControlSocket.h"
 
 namespace velarix::lab::program
@@ -60,6 +60,8 @@ std::vector<std::string> supervisorCommand(const StateDirectory& directory, cons
 	                               directory.name(),
 	                               "--state-dir",
 	                               directory.path().parent_path().string(),
+	                               "--settings",
+	                               nameOf(options.times.profile),
 	                               "--interval",
 	                               std::to_string(options.times.interval),
 	                               "--receiving-time",

@@ -24,10 +24,16 @@ void addCampaignOptions(CLI::App& command, CampaignOptions& campaign)
 	command.add_flag("--list", campaign.list, "Name the cells and end");
 }
 
-void addLabOptions(CLI::App& command, std::string& installRoot, PairTimes& times)
+void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& times)
 {
 	command.add_option("--install-root", installRoot,
 	                   "Tree with the installed agent (default: the one staged by the build, else this machine's)");
+	command
+	    .add_option("--settings", times.profile,
+	                "keeper: address and service are the keeper's; plain: shell commands raise and run them")
+	    ->transform(CLI::CheckedTransformer(
+	        std::map<std::string, Profile>{{"keeper", Profile::keeper}, {"plain", Profile::plain}}))
+	    ->default_str(nameOf(times.profile));
 	command.add_option("--interval", times.interval, "Seconds between heartbeats")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 60));

@@ -12,7 +12,7 @@ namespace velarix::lab::program
 {
 
 /// The options of every command that makes a pair: the installed tree and the waits.
-void addLabOptions(CLI::App& command, std::string& installRoot, PairTimes& times);
+void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& times);
 
 /// The options of every command that ends with a report.
 void addReportOptions(CLI::App& command, ReportOptions& report);

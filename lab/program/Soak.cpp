@@ -14,7 +14,8 @@ int runSoak(const SoakCommand& command)
 	soak::Options options = command.options;
 	options.duration = std::chrono::minutes(command.minutes);
 	options.bounds.warmUp = std::chrono::seconds(command.warmUp);
-	options.kinds = soak::kindsFor(readExpectations(command.expectations).forChaos, command.restarts);
+	options.kinds =
+	    soak::kindsFor(readExpectations(command.expectations, options.times.pair.profile).forChaos, command.restarts);
 	requireLab(options.installRoot);
 	const LabClock clock;
 	const auto report = [&](const std::string& line) {

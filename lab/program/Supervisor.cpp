@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include "lab/core/Lab.h"
-#include "lab/core/SvgTimeline.h"
 #include "lab/program/ControlSocket.h"
 
 namespace velarix::lab::program
@@ -81,7 +80,7 @@ private:
 		}
 		if (verb == "timeline")
 		{
-			return timeline(first);
+			return toText(m_lab.timeline());
 		}
 		if (verb == "down")
 		{
@@ -114,7 +113,7 @@ private:
 			fault.node = hostOrThrow(node);
 			if (!isNode(fault.node))
 			{
-				throw LabError("the fault " + name + " strikes node a or b");
+				throw LabError("the fault " + name + " is injected into node a or b");
 			}
 		}
 		return fault;
@@ -135,15 +134,6 @@ private:
 		}
 		return answer.dump();
 	}
-
-	std::string timeline(const std::string& form)
-	{
-		if (form == "svg")
-		{
-			return toSvg(m_lab.timeline(), "velarix-lab " + m_name, m_lab.clock().now());
-		}
-		return form == "json" ? toJson(m_lab.timeline()) : toText(m_lab.timeline());
-	}
 };
 
 } // namespace
@@ -156,10 +146,7 @@ void supervise(StateDirectory& directory, const SupervisorOptions& options)
 	std::filesystem::remove(directory.controlSocket(), ignored);
 	requireLab(options.installRoot);
 
-	LabOptions labOptions;
-	labOptions.installRoot = options.installRoot;
-	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times);
-	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times);
+	LabOptions labOptions(options.installRoot, options.times);
 	std::istringstream words(options.wrapper);
 	labOptions.wrapper = {std::istream_iterator<std::string>(words), {}};
 	Lab lab(labOptions);

@@ -12,7 +12,7 @@ namespace velarix::lab::program
 struct SupervisorOptions
 {
 	std::filesystem::path installRoot{};
-	PairTimes times{};
+	PairSettings times{};
 	bool startAgents = true;
 	std::string wrapper{}; ///< words in front of the agent's program, with blanks between them
 };
@@ -21,7 +21,7 @@ struct SupervisorOptions
 /// SIGINT, and removes the state directory.
 ///
 /// Requests: "status" (JSON), "pid HOST" (process 1 of the host), "inject FAULT
-/// NODE", "repair FAULT NODE", "timeline text|json|svg", "down". An answer that
+/// NODE", "repair FAULT NODE", "timeline", "down". An answer that
 /// begins with "error: " tells what was wrong.
 /// @throws LabError when the lab cannot be made
 void supervise(StateDirectory& directory, const SupervisorOptions& options);

@@ -75,15 +75,23 @@ Path pathFrom(const TomlTable& row)
 	        row.text("decision", "")};
 }
 
-Cell cellFrom(const TomlTable& row)
+/// Takes from the row what it has.
+void readCell(const TomlTable& row, Cell& cell)
 {
 	row.allowOnly({"name", "master", "inject", "during", "repair", "repaired", "note"});
-	Cell cell;
-	cell.name = row.text("name");
-	cell.master = *hostNamed(row.oneOf("master", {"a", "b"}));
-	cell.inject = faultsIn(row, "inject");
-	const TomlTable during = row.table("during");
-	cell.stands = during.atLine([&] { return outcomeFrom(during); });
+	if (row.has("master"))
+	{
+		cell.master = *hostNamed(row.oneOf("master", {"a", "b"}));
+	}
+	if (row.has("inject"))
+	{
+		cell.inject = faultsIn(row, "inject");
+	}
+	if (row.has("during"))
+	{
+		const TomlTable during = row.table("during");
+		cell.stands = during.atLine([&] { return outcomeFrom(during); });
+	}
 	if (row.has("repaired"))
 	{
 		const TomlTable repaired = row.table("repaired");
@@ -91,6 +99,15 @@ Cell cellFrom(const TomlTable& row)
 		cell.repair = row.has("repair") ? faultsIn(row, "repair") : cell.inject;
 	}
 	cell.note = row.text("note", "");
+}
+
+Cell cellFrom(const TomlTable& row)
+{
+	Cell cell;
+	cell.name = row.text("name");
+	row.text("master");
+	row.table("during");
+	readCell(row, cell);
 	for (const Fault& fault : cell.repair)
 	{
 		if (infoOf(fault.kind).repair == nullptr)
@@ -125,6 +142,26 @@ void addCell(Expectations& table, const Cell& cell)
 	table.cells.push_back(cell);
 }
 
+/// A row of the keeper: a cell of its own where it has a master, else what is different in one.
+void addKeeperRow(Expectations& table, const TomlTable& row)
+{
+	if (row.has("master"))
+	{
+		addCell(table, cellFrom(row));
+		return;
+	}
+	const std::string name = row.text("name");
+	const auto found =
+	    std::find_if(table.cells.begin(), table.cells.end(), [&](const Cell& cell) { return cell.name == name; });
+	if (found == table.cells.end())
+	{
+		throw LabError("there is no cell " + name);
+	}
+	readCell(row, *found);
+	requirePath(table, found->stands);
+	requirePath(table, found->repaired);
+}
+
 FaultKind kindFrom(const std::string& name)
 {
 	const std::optional<FaultKind> kind = faultNamed(name);
@@ -135,9 +172,9 @@ FaultKind kindFrom(const std::string& name)
 	return *kind;
 }
 
-Expectations expectationsFrom(const TomlTable& file)
+Expectations expectationsFrom(const TomlTable& file, Profile profile)
 {
-	file.allowOnly({"paths", "cells", "chaos", "short"});
+	file.allowOnly({"paths", "cells", "keeper", "chaos", "chaos_keeper", "short"});
 	Expectations table;
 	for (const TomlTable& row : file.tables("paths"))
 	{
@@ -155,6 +192,20 @@ Expectations expectationsFrom(const TomlTable& file)
 	{
 		row.atLine([&] { addCell(table, cellFrom(row)); });
 	}
+	if (profile == Profile::keeper && file.has("keeper"))
+	{
+		for (const TomlTable& row : file.tables("keeper"))
+		{
+			row.atLine([&] { addKeeperRow(table, row); });
+		}
+	}
+	if (profile == Profile::keeper && file.has("chaos_keeper"))
+	{
+		for (const std::string& name : file.texts("chaos_keeper"))
+		{
+			table.forChaos.push_back(kindFrom(name));
+		}
+	}
 	for (const std::string& name : file.texts("chaos"))
 	{
 		table.forChaos.push_back(kindFrom(name));
@@ -169,23 +220,23 @@ Expectations expectationsFrom(const TomlTable& file)
 
 } // namespace
 
-Millis Path::bound(const PairTimes& times) const
+Millis Path::bound(const PairSettings& times) const
 {
 	return sumOf(before, times) + sumOf(after, times);
 }
 
-Expectations parseExpectations(const std::string& text)
+Expectations parseExpectations(const std::string& text, Profile profile)
 {
-	return expectationsFrom(TomlTable::parse(text));
+	return expectationsFrom(TomlTable::parse(text), profile);
 }
 
-Expectations readExpectations(const std::string& path)
+Expectations readExpectations(const std::string& path, Profile profile)
 {
-	return expectationsFrom(TomlTable::read(path.empty() ? VELARIX_LAB_EXPECTATIONS : path));
+	return expectationsFrom(TomlTable::read(path.empty() ? VELARIX_LAB_EXPECTATIONS : path), profile);
 }
 
 std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,
-                                  const PairTimes& times, Millis blink, Millis slack)
+                                  const PairSettings& times, Millis blink, Millis slack)
 {
 	if (!outcome.isBounded())
 	{

@@ -25,7 +25,7 @@ struct Path
 	std::string anchor;     ///< action in a node's log; empty: none is waited for
 
 	/// The longest outage that the prescribed waits explain.
-	Millis bound(const PairTimes& times) const;
+	Millis bound(const PairSettings& times) const;
 };
 
 /// What an outcome has in place of a path when the service is not out at all, or when
@@ -65,7 +65,7 @@ struct Cell
 struct Expectations
 {
 	std::map<std::string, Path> paths;
-	std::vector<Cell> cells;
+	std::vector<Cell> cells; ///< of one profile
 	/// Faults after which, once repaired, the pair has to be well again by itself.
 	std::vector<FaultKind> forChaos;
 	/// Names of the cells that stand for the whole where time is short.
@@ -73,16 +73,16 @@ struct Expectations
 };
 
 /// @throws LabError with the number of the line and what is wrong there
-Expectations parseExpectations(const std::string& text);
+Expectations parseExpectations(const std::string& text, Profile profile = Profile::plain);
 
 /// @param path  empty: the table of this build
 /// @throws LabError also when the file cannot be read
-Expectations readExpectations(const std::string& path);
+Expectations readExpectations(const std::string& path, Profile profile = Profile::plain);
 
 /// The bound of an outcome's outage. Empty: there is none.
 /// @param blink  what counts as no outage
 std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,
-                                  const PairTimes& times, Millis blink, Millis slack);
+                                  const PairSettings& times, Millis blink, Millis slack);
 
 /// The cells that `only` asks for by name, see filtered().
 std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only);

@@ -160,21 +160,21 @@ TEST(RealNetwork, WaysAndHoldersAreThoseOfTheKernelAndTheWire)
 	std::thread(
 	    []
 	    {
-		if (::geteuid() != 0 || ::unshare(CLONE_NEWNET) != 0)
-		{
-			GTEST_SKIP() << "no network namespace can be had";
-		}
-		FILE* script = ::popen(kScript, "r");
-		pid_t other = 0;
-		ASSERT_EQ(std::fscanf(script, "%d", &other), 1);
-		::pclose(script);
-		EXPECT_EQ(host::interfaceTo("198.51.100.10"), "eth0");
-		EXPECT_EQ(host::interfaceTo("198.51.100.1"), "lo");
-		EXPECT_EQ(host::interfaceTo("203.0.113.1"), std::nullopt);
-		EXPECT_EQ(host::interfaceTo("$(reboot)"), std::nullopt);
-		EXPECT_EQ(host::holderOf("198.51.100.10", "eth0"), "52:54:00:00:00:0a");
-		EXPECT_EQ(host::holderOf("198.51.100.11", "eth0"), std::nullopt);
-		::kill(other, SIGKILL);
+		    if (::geteuid() != 0 || ::unshare(CLONE_NEWNET) != 0)
+		    {
+			    GTEST_SKIP() << "no network namespace can be had";
+		    }
+		    FILE* script = ::popen(kScript, "r");
+		    pid_t other = 0;
+		    ASSERT_EQ(std::fscanf(script, "%d", &other), 1);
+		    ::pclose(script);
+		    EXPECT_EQ(host::interfaceTo("198.51.100.10"), "eth0");
+		    EXPECT_EQ(host::interfaceTo("198.51.100.1"), "lo");
+		    EXPECT_EQ(host::interfaceTo("203.0.113.1"), std::nullopt);
+		    EXPECT_EQ(host::interfaceTo("$(reboot)"), std::nullopt);
+		    EXPECT_EQ(host::holderOf("198.51.100.10", "eth0"), "52:54:00:00:00:0a");
+		    EXPECT_EQ(host::holderOf("198.51.100.11", "eth0"), std::nullopt);
+		    ::kill(other, SIGKILL);
 	    })
 	    .join();
 }

@@ -60,7 +60,7 @@ def record(run, *phases, **changes):
 
 
 MATRIX = {
-    "times": {"interval": 1, "receivingTime": 2, "waitingTime": 0}, "runs": 2, "seed": 7, "jobs": 4, "machine": "Linux 6.1",
+    "times": {"profile": "keeper", "interval": 1, "receivingTime": 2, "waitingTime": 0}, "runs": 2, "seed": 7, "jobs": 4, "machine": "Linux 6.1",
     "cells": [{"name": "kill/a", "note": "a note", "phases": [
         {"faults": ["program-kill:a"], "owner": "b", "path": "asked", "outageBound": 13000, "splitBrainBound": 0},
         {"faults": ["program-kill:a"], "owner": "b", "path": "none", "outageBound": 0, "splitBrainBound": None}]}],

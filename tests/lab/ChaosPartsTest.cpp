@@ -145,7 +145,7 @@ TEST(Chaos, TheReportNamesTheCommandThatRepeatsAViolation)
 	results.records[0].violations = {"owner of the address: a+b"};
 	EXPECT_FALSE(results.good());
 	const std::string text = toText(results);
-	EXPECT_NE(text.find("velarix-lab chaos --seed 5 --worker 2 --steps 9"), std::string::npos) << text;
+	EXPECT_NE(text.find("velarix-lab chaos --settings plain --seed 5 --worker 2 --steps 9"), std::string::npos) << text;
 	EXPECT_NE(text.find("worker 2, step 9 (reboot of the master): owner of the address: a+b"), std::string::npos);
 	const std::string json = jsonText(results.records[0]);
 	EXPECT_EQ(jsonText(recordIn<StepRecord>(json)), json);
@@ -162,7 +162,7 @@ TEST(Chaos, TheReportNamesTheCommandThatRepeatsAProblem)
 	EXPECT_FALSE(results.good());
 	const std::string text = toText(results);
 	EXPECT_NE(text.find("worker 1 did not get to its end, step 4: it did not end in time\n  again: velarix-lab chaos "
-	                    "--seed 5 --worker 1 --steps 4"),
+	                    "--settings plain --seed 5 --worker 1 --steps 4"),
 	          std::string::npos)
 	    << text;
 	EXPECT_EQ(jsonOf(results).at("problems").at(0).at("problem"), "it did not end in time");

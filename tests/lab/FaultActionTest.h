@@ -92,6 +92,14 @@ protected:
 		return shell(id, "ip -4 -o addr show").output.find(plan::virtualAddress) != std::string::npos;
 	}
 
+	/// Some host answers the client's ARP requests for the address.
+	static bool addressAnswers()
+	{
+		return lab()
+		    .run(HostId::client, {"arping", "-q", "-c", "1", "-w", "1", "-I", plan::serviceCard, plan::virtualAddress})
+		    .ok();
+	}
+
 	static bool programRunsOn(HostId id)
 	{
 		return !processesNamed(node(id).host().pid(), plan::serviceProgramName).empty();

@@ -52,12 +52,20 @@ std::string stateOf(Lab& lab)
 /// A fault is in one of the two lists.
 TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
 {
-	const std::set<std::string> refused{"power-off",          "reboot",       "agent-kill",       "agent-freeze",
-	                                    "agent-term",         "program-kill", "program-crash",    "program-zombie",
-	                                    "program-crash-both", "service-card", "gateway-for",      "communication-card",
-	                                    "address-removed",    "start-hangs",  "start-fails",      "start-prints",
-	                                    "stop-fails",         "kill-fails",   "run-info-missing", "run-info-read-only",
-	                                    "clock-ahead",        "clock-behind"};
+	const std::set<std::string> refused{"power-off",           "reboot",
+	                                    "agent-kill",          "agent-freeze",
+	                                    "agent-term",          "program-kill",
+	                                    "program-crash",       "program-zombie",
+	                                    "program-crash-both",  "service-card",
+	                                    "gateway-for",         "communication-card",
+	                                    "address-removed",     "start-hangs",
+	                                    "start-fails",         "start-prints",
+	                                    "stop-fails",          "kill-fails",
+	                                    "run-info-missing",    "run-info-read-only",
+	                                    "clock-ahead",         "clock-behind",
+	                                    "host-freeze",         "program-hang",
+	                                    "keeper-kill-address", "keeper-kill-service",
+	                                    "marker-missing"};
 	const std::set<std::string> always{"communication-cut",
 	                                   "gateway",
 	                                   "disk-full",
@@ -75,7 +83,10 @@ TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
 	                                   "communication-loss-50",
 	                                   "communication-delay",
 	                                   "deaf",
-	                                   "mute"};
+	                                   "mute",
+	                                   "service-cut",
+	                                   "both-cut",
+	                                   "rogue-address"};
 	const auto quiet = [] { return processesNamed(node(a).host().pid(), "sh").empty(); };
 	EXPECT_TRUE(waitFor(quiet, soon, "the announcers of other tests to be gone"));
 	lab().powerOff(b);
@@ -109,6 +120,29 @@ TEST_F(FaultAction, HostsNumberTheirProcessesFromTheSeed)
 		EXPECT_GT(number, first) << nameOf(id);
 		EXPECT_LT(number, first + 2000) << nameOf(id);
 	}
+}
+
+TEST_F(FaultAction, AFrozenHostIsSilentAndHoldsNothing)
+{
+	shell(a, setting("AGENT.VIRTUAL_IP_START_COMMAND"));
+	EXPECT_TRUE(waitFor(addressAnswers, soon, "an answer of node a"));
+	inject(FaultKind::hostFrozen);
+	EXPECT_FALSE(addressAnswers());
+	EXPECT_EQ(lab().owners(), "none");
+	EXPECT_EQ(lab().role(a), "frozen");
+	repair(FaultKind::hostFrozen);
+	EXPECT_TRUE(waitFor(addressAnswers, soon, "an answer of node a"));
+	EXPECT_TRUE(waitFor([] { return lab().owners() == "a"; }, soon, "node a as owner"));
+	shell(a, setting("AGENT.VIRTUAL_IP_STOP_COMMAND"));
+}
+
+TEST_F(FaultAction, AThirdHostHasTheAddressUntilItIsRepaired)
+{
+	inject(FaultKind::rogueAddress);
+	EXPECT_TRUE(waitFor(addressAnswers, soon, "an answer of the third host"));
+	EXPECT_EQ(lab().owners(), "none");
+	repair(FaultKind::rogueAddress);
+	EXPECT_FALSE(addressAnswers());
 }
 
 TEST_F(FaultAction, StartCommandFailsInSilence)

@@ -184,7 +184,7 @@ TEST_F(FaultAction, AddressIsRemovedFromWhoHoldsIt)
 	EXPECT_TRUE(waitFor([] { return lab().owners() == "none"; }, soon, "nobody to hold the address"));
 }
 
-TEST_F(FaultAction, StrangersAreHeard)
+TEST_F(FaultAction, AttackersAreHeard)
 {
 	const Descriptor listening = boundSocket(node(a).host(), a, SOCK_STREAM, plan::heartbeatPort);
 	ASSERT_EQ(::listen(listening.get(), 8), 0);

@@ -34,6 +34,16 @@ Record calmRecord()
 	return record;
 }
 
+/// A table of one case. A detail of the attack stands behind a colon.
+std::string caseOf(const std::string& name, const std::string& more = "open = { owner = \"a\" }",
+                   const std::string& target = "b")
+{
+	const std::size_t colon = name.find(':');
+	const std::string detail = colon == std::string::npos ? "" : "detail = \"" + name.substr(colon + 1) + "\", ";
+	return "cases = [ { attack = \"" + name.substr(0, colon) + "\", serves = \"a\", target = \"" + target + "\", " +
+	       detail + more + " } ]\n";
+}
+
 Plan planOf(const std::string& row, Mitigation mitigation = Mitigation::none)
 {
 	Plan plan;
@@ -56,7 +66,7 @@ std::string reportedOf(const Plan& plan, const std::function<void(Record&)>& cha
 std::string reportedOfAttack(const std::string& attack, Mitigation mitigation,
                              const std::function<void(Record&)>& change)
 {
-	return reportedOf(planOf(attack + " | a | b | - | a - 0 a | a - 0 a | = | =\n", mitigation), change);
+	return reportedOf(planOf(caseOf(attack), mitigation), change);
 }
 
 /// What the record has behind a mitigation that keeps the attacker out.
@@ -71,27 +81,32 @@ void keepOut(Record& record)
 
 TEST(HostileTable, RefusesWhatItDoesNotKnow)
 {
-	const std::string good = "hold-connection | a | b | power-off:a | none lasting 0 b | b some 0 b | = | =\n";
-	EXPECT_EQ(parseTable(good).front().name, "hold-connection/b/standby/power-off:a");
-	EXPECT_EQ(parseTable(good).front().expected(Mitigation::neighbours).outage, Outage::some);
-	for (const char* bad :
-	     {"hold-connection | a | b | - | a - 0 a | a - 0 a\n", "hug | a | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "hold-connection | c | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "hold-connection | a | b | - | a - 0 | a - 0 a | = | =\n",
-	      "hold-connection | a | b | - | a never 0 a | a - 0 a | = | =\n",
-	      "hold-connection | a | b | - | a - 1 a | a - 0 a | = | =\n",
-	      "forged:3 | a | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "hold-connection:a | a | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "false-master | a | b | - | a - 0 either | a - 0 a | = | =\n",
-	      "repeated | a | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "icmp-wrong-id:client | a | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "replay:x | a | b | - | a - 0 a | a - 0 a | = | =\n",
-	      "hold-connection | a | b | nap:a | a - 0 a | a - 0 a | = | =\n"})
+	const std::string open = "open = { owner = \"a\" }";
+	const Case good =
+	    parseTable(caseOf("hold-connection", "event = \"power-off:a\", open = { owner = \"none\", outage = "
+	                                         "\"lasting\", after = \"b\" }, port = { owner = \"b\", outage = "
+	                                         "\"some\", duplicate = \"perhaps\" }"))
+	        .front();
+	EXPECT_EQ(good.name, "hold-connection/b/standby/power-off:a");
+	EXPECT_EQ(good.expected(Mitigation::none).after, "b");
+	EXPECT_EQ(good.expected(Mitigation::none).duplicate, false);
+	EXPECT_EQ(good.expected(Mitigation::neighbours).outage, Outage::some);
+	EXPECT_EQ(good.expected(Mitigation::neighbours).duplicate, std::nullopt);
+	for (const std::string& bad :
+	     {caseOf("hold-connection", "note = \"no outcome\""), caseOf("hug"), caseOf("hold-connection", open, "c"),
+	      caseOf("hold-connection", "open = { outage = \"some\" }"),
+	      caseOf("hold-connection", "open = { owner = \"a\", outage = \"never\" }"),
+	      caseOf("hold-connection", "open = { owner = \"a\", duplicate = \"1\" }"),
+	      caseOf("hold-connection", "open = { owner = \"none\" }"), caseOf("forged:3", open),
+	      caseOf("hold-connection:a", open), caseOf("false-master", "open = { owner = \"a\", after = \"either\" }"),
+	      caseOf("repeated"), caseOf("icmp-wrong-id:client", open), caseOf("replay:x", open),
+	      caseOf("hold-connection", "event = \"nap:a\", " + open), caseOf("hold-connection", "loud = true, " + open),
+	      caseOf("forged-service")})
 	{
 		EXPECT_THROW(parseTable(bad), LabError) << bad;
 	}
-	EXPECT_THROW(parseTable(good + good), LabError);
-	EXPECT_THROW(parseTable("forged-service | a | b | - | a - 0 a | a - 0 a | = | =\n"), LabError);
+	const std::string row = "{ attack = \"silent\", serves = \"a\", target = \"b\", " + open + " }";
+	EXPECT_THROW(parseTable("cases = [ " + row + ", " + row + " ]"), LabError);
 }
 
 TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
@@ -110,7 +125,7 @@ TEST(HostileTable, OfThisBuildHasEachAttackAndEachForgedHeartbeat)
 
 TEST(HostileJudge, ReportsEachDifference)
 {
-	const Plan plan = planOf("silent | a | b | - | a - 0 a | a - 0 a | = | =\n");
+	const Plan plan = planOf(caseOf("silent"));
 	EXPECT_EQ(differencesOf(calmRecord(), plan), std::vector<std::string>{});
 	const auto told = [&](const std::function<void(Record&)>& change) { return reportedOf(plan, change); };
 	EXPECT_EQ(told([](Record& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
@@ -268,7 +283,7 @@ TEST(HostileJudge, ForgedIcmpHasToBeDroppedByTheWholeFirewall)
 {
 	const auto reported = [](Mitigation mitigation, long dropped)
 	{
-		return reportedOf(planOf("icmp-wrong-id:gateway | a | a | - | a - 0 a | = | = | =\n", mitigation),
+		return reportedOf(planOf(caseOf("icmp-wrong-id:gateway", "open = { owner = \"a\" }", "a"), mitigation),
 		                  [&](Record& record)
 		                  {
 			                  keepOut(record);
@@ -282,7 +297,9 @@ TEST(HostileJudge, ForgedIcmpHasToBeDroppedByTheWholeFirewall)
 
 TEST(HostileJudge, AnOutageIsMostlyWhenItIsMoreThanHalfOfTheTime)
 {
-	const Plan plan = planOf("false-master | a | a | - | any mostly 0 a | a - 0 a | = | =\n");
+	const Plan plan =
+	    planOf(caseOf("false-master",
+	                  "open = { owner = \"any\", outage = \"mostly\", after = \"a\" }, port = { owner = \"a\" }", "a"));
 	EXPECT_EQ(reportedOf(plan, [](Record& record) { record.during.noAnswerMs = 5001; }), "0 differences");
 	EXPECT_EQ(reportedOf(plan, [](Record& record) { record.during.noAnswerMs = 5000; }),
 	          "outage for 5.000 s of 10.000 s, expected mostly");
@@ -290,7 +307,9 @@ TEST(HostileJudge, AnOutageIsMostlyWhenItIsMoreThanHalfOfTheTime)
 
 TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 {
-	const Plan plan = planOf("forged:1-0-0 | a | a | - | either - * either | a - 0 a | = | =\n");
+	const Plan plan = planOf(caseOf(
+	    "forged",
+	    "detail = \"1-0-0\", open = { owner = \"either\", duplicate = \"perhaps\" }, port = { owner = \"a\" }", "a"));
 	const auto told = [&](const std::string& during, const std::string& after)
 	{
 		return reportedOf(
@@ -310,7 +329,9 @@ TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 
 TEST(HostileJudge, AnEffectThatDoesNotComeIsADifferenceToo)
 {
-	const Plan plan = planOf("arp-cut-partner | a | b | - | a some + a | a - 0 a | = | =\n");
+	const Plan plan =
+	    planOf(caseOf("arp-cut-partner",
+	                  "open = { owner = \"a\", outage = \"some\", duplicate = \"some\" }, port = { owner = \"a\" }"));
 	const std::vector<std::string> expected{"outage - (0.000 s), expected some",
 	                                        "duplicate address for 0.000 s, expected some time"};
 	EXPECT_EQ(differencesOf(calmRecord(), plan), expected);

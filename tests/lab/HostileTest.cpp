@@ -1,4 +1,4 @@
-/// Strangers on the pair's networks, in short; the long form is
+/// Attackers on the pair's networks, in short; the long form is
 /// "velarix-lab hostile". The rules are the shipped ones.
 
 #include <cstdlib>
@@ -137,7 +137,7 @@ protected:
 		AttackTally tally;
 		const sockaddr_in target = socketAddress(plan::addressOf(node, Network::communication), plan::heartbeatPort);
 		// A port that is closed for a moment refuses; one that is mitigated says nothing.
-		inNetworkOf(lab().stranger(),
+		inNetworkOf(lab().attacker(),
 		            [&]
 		            {
 			            for (int attempts = 0; attempts < 10 && !in; ++attempts)
@@ -208,7 +208,9 @@ TEST_F(Hostile, RandomInputChangesNoRoleAndIptablesKeepItOut)
 {
 	PAIR_OR_RETURN(startServingPair());
 	Plan plan;
-	plan.cell = parseTable("random | a | b | - | a - 0 a | a - 0 a | = | =\n").front();
+	plan.cell =
+	    parseTable("cases = [ { attack = \"random\", serves = \"a\", target = \"b\", open = { owner = \"a\" } } ]")
+	        .front();
 	plan.count = 200;
 	const PairSnapshot before = snapshotOf(lab());
 	const ReceivedCounts receivedBefore = receivedBy(lab(), HostId::b);
@@ -345,7 +347,7 @@ TEST_F(Hostile, TheGatewaysArpCacheIsSpoofedUntilItsEntriesAreFixed)
 {
 	PAIR_OR_RETURN(startServingPair());
 	fixNeighbours(lab(), HostId::b);
-	const std::string attackers = "02:00:00:00:01:66"; // see Wiring::plugInStranger
+	const std::string attackers = "02:00:00:00:01:66"; // see Wiring::plugInAttacker
 	// A standby leaves no entry there until it asks.
 	const std::string gateway = plan::addressOf(HostId::gateway, Network::communication);
 	ASSERT_TRUE(lab().run(HostId::b, {"arping", "-c", "1", "-I", "eth1", gateway}).ok());

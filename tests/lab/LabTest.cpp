@@ -231,33 +231,32 @@ TEST(LabProgram, TellsInPlainWordsWhatIsWrong)
 	EXPECT_EQ(version.output, std::string("velarix-lab ") + VELARIX_LAB_VERSION + "\n");
 }
 
-/// The project's show piece, run as a newcomer runs it.
-TEST(LabProgram, DemoEndsAsExpectedAndDrawsItsPicture)
+/// The project's show piece, run as a newcomer runs it, and drawn.
+class LabDemo : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(LabDemo, EndsAsExpectedAndCanBeDrawn)
 {
 	if (const std::optional<std::string> problem = namespaceProblem())
 	{
 		GTEST_SKIP() << *problem;
 	}
 	const TemporaryDirectory base;
-	const fs::path picture = base.path() / "demo.svg";
-	const fs::path data = base.path() / "demo.json";
+	const fs::path timeline = base.path() / "timeline.txt";
 	const CommandResult demo = run(
-	    {{VELARIX_LAB_PROGRAM, "demo", "--svg", picture.string(), "--json", data.string()}, {}, {}, Millis(280000)});
+	    {{VELARIX_DEMO_PROGRAM, "--settings", GetParam(), "--timeline", timeline.string()}, {}, {}, Millis(280000)});
 	EXPECT_TRUE(demo.ok()) << demo.output;
 	EXPECT_NE(demo.output.find("every phase ended as expected"), std::string::npos) << demo.output;
 	EXPECT_EQ(demo.output.find('\033'), std::string::npos) << "colours only on a terminal";
 
-	const nlohmann::json told = nlohmann::json::parse(contentOf(data));
-	ASSERT_EQ(told["phases"].size(), 6U);
-	for (const nlohmann::json& phase : told["phases"])
-	{
-		EXPECT_EQ(phase["twoOwnersMs"], 0) << phase;
-		EXPECT_EQ(phase["ownersAfter"], phase["expected"]) << phase;
-	}
-	const std::string svg = contentOf(picture);
-	EXPECT_TRUE(svg.starts_with("<svg ")) << svg.substr(0, 80);
-	EXPECT_TRUE(svg.ends_with("</svg>\n"));
-	EXPECT_NE(svg.find("host powered off (a)"), std::string::npos);
+	const CommandResult drawn = run({{VELARIX_TIMELINE_SVG, timeline.string()}});
+	EXPECT_TRUE(drawn.output.starts_with("<svg ")) << drawn.output.substr(0, 200);
+	EXPECT_TRUE(drawn.output.ends_with("</svg>\n"));
+	EXPECT_NE(drawn.output.find("host powered off (a)"), std::string::npos);
 }
+
+INSTANTIATE_TEST_SUITE_P(Settings, LabDemo, testing::Values("keeper", "plain"),
+                         [](const testing::TestParamInfo<const char*>& settings) { return settings.param; });
 
 } // namespace velarix::lab

@@ -130,6 +130,34 @@ TEST(MatrixTable, WhatIsNoTableIsRefused)
 	EXPECT_THROW(readExpectations("/no/such/file"), LabError);
 }
 
+TEST(MatrixTable, TheKeepersRowsReplaceWhatTheyTellAndAddTheirOwn)
+{
+	const std::string text = R"(paths = []
+cells = [ { name = "c", master = "a", inject = ["power-off:a"], during = { owner = "b" }, repaired = { owner = "b" } } ]
+keeper = [ { name = "c", during = { owner = "a" } },
+           { name = "own", master = "b", inject = ["reboot:b"], during = { owner = "a" } } ]
+chaos = []
+short = []
+)";
+	EXPECT_EQ(parseExpectations(text).cells.size(), 1U);
+	EXPECT_EQ(parseExpectations(text).cells.front().stands.owner, "b");
+	const Expectations keeper = parseExpectations(text, Profile::keeper);
+	ASSERT_EQ(keeper.cells.size(), 2U);
+	EXPECT_EQ(keeper.cells[0].stands.owner, "a");
+	EXPECT_EQ(keeper.cells[0].repaired.owner, "b");
+	EXPECT_EQ(keeper.cells[1].name, "own");
+	const std::string stray = "paths = []\ncells = []\nkeeper = [\n{ name = \"c\" } ]\nchaos = []\nshort = []\n";
+	try
+	{
+		parseExpectations(stray, Profile::keeper);
+		FAIL() << "a row of no cell is taken";
+	}
+	catch (const LabError& error)
+	{
+		EXPECT_STREQ(error.what(), "line 4 of the table: there is no cell c");
+	}
+}
+
 TEST(MatrixTable, OfThisBuildStrikesEachNodeInEachRole)
 {
 	using enum FaultKind;
@@ -138,7 +166,8 @@ TEST(MatrixTable, OfThisBuildStrikesEachNodeInEachRole)
 	const std::set<std::string> standbys{"a standby", "b standby"};
 	// A standby has no program, no address and nothing to stop.
 	std::map<FaultKind, std::set<std::string>> elsewhere;
-	for (const FaultKind kind : {programKilled, programCrashes, programZombie, addressRemoved, stopFails, killFails})
+	for (const FaultKind kind : {programKilled, programCrashes, programZombie, addressRemoved, stopFails, killFails,
+	                             programHangs, addressKeeperKilled, serviceKeeperKilled})
 	{
 		elsewhere[kind] = masters;
 	}
@@ -151,7 +180,7 @@ TEST(MatrixTable, OfThisBuildStrikesEachNodeInEachRole)
 	elsewhere[communicationDeaf] = elsewhere[communicationMute] = masters;
 	// Both hosts are off, so it does not matter who served.
 	elsewhere[coldStartAlone] = {"a master", "b standby"};
-	const auto struck = struckIn(readExpectations(""));
+	const auto struck = struckIn(readExpectations("", Profile::keeper));
 	for (const FaultInfo& info : allFaults())
 	{
 		if (info.onNode)
@@ -167,7 +196,7 @@ TEST(MatrixTable, OfThisBuildStrikesEachNodeInEachRole)
 
 TEST(MatrixTable, OfThisBuildCoversEveryFault)
 {
-	const Expectations table = readExpectations("");
+	const Expectations table = readExpectations("", Profile::keeper);
 	std::set<FaultKind> struck;
 	for (const Cell& cell : table.cells)
 	{

@@ -18,7 +18,8 @@
 namespace velarix::lab::matrix
 {
 
-class ShortMatrix : public testing::TestWithParam<std::string>
+/// A cell and its settings.
+class ShortMatrix : public testing::TestWithParam<std::tuple<std::string, Profile>>
 {
 };
 
@@ -30,8 +31,10 @@ TEST_P(ShortMatrix, EndsAsWrittenDown)
 	}
 	requireLab();
 	Results results;
-	results.expectations = readExpectations("");
-	results.cells = chosenCells(results.expectations, {GetParam()});
+	const auto& [cell, profile] = GetParam();
+	results.expectations = readExpectations("", profile);
+	results.cells = chosenCells(results.expectations, {cell});
+	results.times.pair.profile = profile;
 	ASSERT_EQ(results.cells.size(), 1U);
 	// Less than a countdown: one too many has to be noticed, on a loaded machine as well.
 	results.times.slack = Millis(4000);
@@ -123,15 +126,17 @@ TEST(ChaosProgram, RunsAStepAndTellsIt)
 	EXPECT_NE(result.output.find("the invariants held after every step\n"), std::string::npos) << result.output;
 }
 
-INSTANTIATE_TEST_SUITE_P(Cells, ShortMatrix, testing::ValuesIn(readExpectations("").shortForm),
-                         [](const testing::TestParamInfo<std::string>& cell)
+INSTANTIATE_TEST_SUITE_P(Cells, ShortMatrix,
+                         testing::Combine(testing::ValuesIn(readExpectations("").shortForm),
+                                          testing::Values(Profile::keeper, Profile::plain)),
+                         [](const testing::TestParamInfo<ShortMatrix::ParamType>& cell)
                          {
 	                         std::string name;
-	                         for (const char letter : cell.param)
+	                         for (const char letter : std::get<0>(cell.param))
 	                         {
 		                         name += std::isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
 	                         }
-	                         return name;
+	                         return name + '_' + nameOf(std::get<1>(cell.param));
                          });
 
 } // namespace velarix::lab::matrix

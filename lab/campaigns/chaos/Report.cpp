@@ -11,11 +11,11 @@ namespace
 
 std::string replayCommand(const Results& results, int worker, int step)
 {
-	const PairTimes& times = results.times;
+	const PairSettings& times = results.times;
 	std::ostringstream text;
-	text << "velarix-lab chaos --seed " << results.seed << " --worker " << worker << " --steps " << step
-	     << " --interval " << times.interval << " --receiving-time " << times.receivingTime << " --waiting-time "
-	     << times.waitingTime;
+	text << "velarix-lab chaos --settings " << nameOf(times.profile) << " --seed " << results.seed << " --worker "
+	     << worker << " --steps " << step << " --interval " << times.interval << " --receiving-time "
+	     << times.receivingTime << " --waiting-time " << times.waitingTime;
 	return text.str();
 }
 

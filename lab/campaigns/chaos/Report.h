@@ -20,7 +20,7 @@ struct Problem
 struct Results
 {
 	std::uint64_t seed = 1;
-	PairTimes times{};
+	PairSettings times{};
 	std::vector<StepRecord> records;
 	std::vector<Problem> problems; ///< workers that did not get to their end
 

@@ -132,10 +132,7 @@ void runSteps(const Options& options, const std::function<void(const StepRecord&
 
 std::unique_ptr<Lab> servingPair(const Options& options)
 {
-	LabOptions labOptions;
-	labOptions.installRoot = options.installRoot;
-	labOptions.settingsA = NodeSettings::standard(HostId::a, options.times.pair);
-	labOptions.settingsB = NodeSettings::standard(HostId::b, options.times.pair);
+	LabOptions labOptions(options.installRoot, options.times.pair);
 	labOptions.seed = options.seed;
 	for (const FaultKind kind : options.kinds)
 	{

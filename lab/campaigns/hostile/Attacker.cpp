@@ -85,7 +85,7 @@ void prepareHost(Lab& lab, const AttackInfo& attack, HostId target)
 		commands += std::string("; ip route replace ") + plan::addressOf(target, Network::communication) + " via " +
 		            plan::addressOf(target, Network::service) + " dev " + plan::serviceCard;
 	}
-	runOrThrow({{"sh", "-ec", commands}, {}, lab.stranger().inside()});
+	runOrThrow({{"sh", "-ec", commands}, {}, lab.attacker().inside()});
 	if (attack.bareTarget)
 	{
 		runOrThrow({{"sh", "-ec", "echo 0 >/proc/sys/net/ipv4/tcp_syncookies"}, {}, lab.node(target).host().inside()});
@@ -133,7 +133,7 @@ Attacker::Attacker(Lab& lab, const AttackerPlan& plan)
 	    {
 		    try
 		    {
-			    inNetworkOf(m_lab.stranger(), [this] { m_attack.carryOut(m_parameters, m_tally); });
+			    inNetworkOf(m_lab.attacker(), [this] { m_attack.carryOut(m_parameters, m_tally); });
 		    }
 		    catch (const LabError& error)
 		    {
@@ -194,7 +194,7 @@ void Attacker::end()
 	{
 		commands += std::string("ip route del ") + plan::addressOf(m_parameters.target, Network::communication);
 	}
-	run({{"sh", "-c", commands}, {}, m_lab.stranger().inside()});
+	run({{"sh", "-c", commands}, {}, m_lab.attacker().inside()});
 	if (m_attack.slowPings)
 	{
 		slowPings(m_lab, m_parameters.target, false);

@@ -1,5 +1,5 @@
 /// The table of attacks and of what is expected of each: one row for each case.
-/// lab/tables/attacks.table explains the columns.
+/// lab/tables/attacks.toml explains the keys.
 #pragma once
 
 #include <array>

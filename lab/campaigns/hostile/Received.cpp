@@ -12,7 +12,7 @@ namespace
 
 constexpr std::string_view headOfMessage = "received message: ";
 
-/// Strangers have start times of their own, see Words.h.
+/// Attackers have start times of their own, see Payload.h.
 bool isOfAgent(std::string_view message)
 {
 	constexpr std::string_view prefix = "/process/";

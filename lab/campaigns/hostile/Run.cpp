@@ -24,10 +24,7 @@ constexpr Millis backLimit{240000};
 
 LabOptions optionsFor(const Plan& plan)
 {
-	LabOptions options;
-	options.installRoot = plan.installRoot;
-	options.settingsA = NodeSettings::standard(HostId::a, plan.times.pair);
-	options.settingsB = NodeSettings::standard(HostId::b, plan.times.pair);
+	LabOptions options(plan.installRoot, plan.times.pair);
 	options.seed = seedOfRun(plan.seed, 1, plan.cell.name);
 	return options;
 }

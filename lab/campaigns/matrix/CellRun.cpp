@@ -15,10 +15,7 @@ namespace
 
 LabOptions optionsFor(const CellPlan& plan)
 {
-	LabOptions options;
-	options.installRoot = plan.installRoot;
-	options.settingsA = NodeSettings::standard(HostId::a, plan.times.pair);
-	options.settingsB = NodeSettings::standard(HostId::b, plan.times.pair);
+	LabOptions options(plan.installRoot, plan.times.pair);
 	options.seed = seedOfRun(plan.seed, plan.run, plan.cell.name);
 	for (const Fault& fault : plan.cell.inject)
 	{

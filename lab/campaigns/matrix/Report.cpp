@@ -71,7 +71,7 @@ nlohmann::json jsonOf(const Results& results, const Cell& cell)
 	return {{"name", cell.name}, {"note", cell.note}, {"phases", phases}};
 }
 
-nlohmann::json jsonOf(const Path& path, const PairTimes& times)
+nlohmann::json jsonOf(const Path& path, const PairSettings& times)
 {
 	return {{"name", path.name},
 	        {"before", explained(path.before, times)},

@@ -42,7 +42,7 @@ struct Results
 	std::uint64_t seed = 1;
 	Millis duration{0};
 	Millis period{60000}; ///< a step was due so often
-	PairTimes times{};
+	PairSettings times{};
 	Bounds bounds{};
 	std::vector<FaultRecord> faults;
 	std::vector<Series> series;

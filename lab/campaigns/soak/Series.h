@@ -25,7 +25,7 @@
 
 #include <sys/types.h>
 
-#include "lab/core/Json.h"
+#include "lab/campaigns/Json.h"
 
 namespace velarix::lab::soak
 {

@@ -261,7 +261,8 @@ TEST_F(ServiceScript, ALogPathThatIsNoRegularFileIsRefused)
 		EXPECT_THAT(agents(), IsEmpty());
 	}
 	sandbox::shell("mkfifo /usr/velarix/log/$(printf '\\033c')");
-	settings.set("LOG.PATH", "/usr/velarix/log/\x1b" "c");
+	settings.set("LOG.PATH", "/usr/velarix/log/\x1b"
+	                         "c");
 	apply();
 	EXPECT_THAT(service("start").text, StartsWith("velarix-ha: not started: LOG.PATH, /usr/velarix/log/c, is no"));
 }

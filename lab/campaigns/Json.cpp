@@ -1,4 +1,4 @@
-#include "lab/core/Json.h"
+#include "lab/campaigns/Json.h"
 
 namespace velarix::lab
 {

@@ -1,4 +1,4 @@
-/// What velarix-lab writes on its standard output while a person looks on.
+/// What velarix-lab and velarix-demo write on its standard output while a person looks on.
 #pragma once
 
 #include <mutex>
@@ -7,7 +7,7 @@
 #include "lab/core/Timeline.h"
 #include "lab/core/Wait.h"
 
-namespace velarix::lab::program
+namespace velarix::lab
 {
 
 /// Lines that stay, and one line at the bottom that tells what is being waited
@@ -41,4 +41,4 @@ private:
 	std::string coloured(const std::string& text, const char* code) const;
 };
 
-} // namespace velarix::lab::program
+} // namespace velarix::lab

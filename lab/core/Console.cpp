@@ -1,4 +1,4 @@
-#include "lab/program/Console.h"
+#include "lab/core/Console.h"
 
 #include <cstdlib>
 #include <iostream>
@@ -6,7 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-namespace velarix::lab::program
+namespace velarix::lab
 {
 
 namespace
@@ -103,4 +103,4 @@ WaitObserver Console::observer()
 	return [this](const WaitProgress& progress) { waiting(progress); };
 }
 
-} // namespace velarix::lab::program
+} // namespace velarix::lab

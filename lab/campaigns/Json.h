@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/core/Basics.h"
+#include "lab/core/NodeSettings.h"
 
 namespace nlohmann
 {
@@ -42,6 +43,9 @@ namespace velarix::lab
 
 NLOHMANN_JSON_SERIALIZE_ENUM(
     HostId, {{HostId::a, "a"}, {HostId::b, "b"}, {HostId::gateway, "gateway"}, {HostId::client, "client"}})
+
+NLOHMANN_JSON_SERIALIZE_ENUM(Profile, {{Profile::keeper, "keeper"}, {Profile::plain, "plain"}})
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSettings, interval, receivingTime, waitingTime, profile)
 
 /// @return the record in one line; bytes that are no UTF-8 are replaced
 std::string jsonText(const nlohmann::json& record);

@@ -1,13 +1,11 @@
-#include "lab/core/Scenario.h"
+#include "lab/demo/Phase.h"
 
 #include <algorithm>
-
-#include <nlohmann/json.hpp>
 
 #include "lab/core/Owners.h"
 #include "lab/core/TextTable.h"
 
-namespace velarix::lab
+namespace velarix::lab::demo
 {
 
 namespace
@@ -38,13 +36,14 @@ PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer)
 	lab.timeline().add({result.from, EventKind::phase, std::nullopt, phase.title});
 	phase.happens(lab);
 	const HostId other = otherNode(phase.ownerAfter);
-	const Wait standby{nodeText(other) + " to be on standby", phase.limit, [&] { return lab.stateText(); }, observer};
-	const bool reached = (!phase.standbyAfter || standby.until([&] { return lab.role(other) == "slave"; })) &&
-	                     lab.waitForService(phase.ownerAfter, phase.limit, Millis(3000), observer);
+	const std::string what = nodeText(other) + " to be " + (phase.otherAfter == "slave" ? "standby" : phase.otherAfter);
+	const Wait role{what, phase.limit, [&] { return lab.stateText(); }, observer};
+	const bool reached =
+	    (phase.otherAfter.empty() || role.until([&] { return lab.role(other) == phase.otherAfter; })) &&
+	    lab.waitForService(phase.ownerAfter, phase.limit, Millis(3000), observer);
 	result.to = lab.clock().now();
 	result.ownersAfter = lab.owners();
 	result.answeredAfter = lab.answeredBy();
-	result.standbyAfter = lab.role(other);
 	measure(lab, result);
 	result.asExpected =
 	    reached && result.ownersAfter == result.expected && (isSingle(result.ownersBefore) || !phase.ownerBefore);
@@ -64,30 +63,10 @@ std::string toTable(const std::vector<PhaseResult>& results)
 	    {"", "phase", "expected", "owner before", "owner after", "answers", "outage", "split-brain", "verdict"}, rows);
 }
 
-std::string toJson(const std::vector<PhaseResult>& results)
-{
-	nlohmann::ordered_json phases = nlohmann::ordered_json::array();
-	for (const PhaseResult& result : results)
-	{
-		phases.push_back({{"title", result.title},
-		                  {"expected", result.expected},
-		                  {"ownersBefore", result.ownersBefore},
-		                  {"ownersAfter", result.ownersAfter},
-		                  {"answeredAfter", result.answeredAfter},
-		                  {"standbyAfter", result.standbyAfter},
-		                  {"fromMs", result.from.count()},
-		                  {"toMs", result.to.count()},
-		                  {"outageMs", result.outage.count()},
-		                  {"twoOwnersMs", result.splitBrain.count()},
-		                  {"asExpected", result.asExpected}});
-	}
-	return nlohmann::ordered_json{{"phases", std::move(phases)}}.dump(1, '\t') + "\n";
-}
-
 bool allAsExpected(const std::vector<PhaseResult>& results)
 {
 	return !results.empty() &&
 	       std::all_of(results.begin(), results.end(), [](const PhaseResult& result) { return result.asExpected; });
 }
 
-} // namespace velarix::lab
+} // namespace velarix::lab::demo

@@ -1,6 +1,4 @@
-/// A run through phases, each with something that happens, an expected end and a
-/// measured result. The demo is one scenario; a matrix of faults over many labs
-/// is a set of them.
+/// A phase of the demo: something that happens, an expected end and a measured result.
 #pragma once
 
 #include <functional>
@@ -10,7 +8,7 @@
 #include "lab/core/Basics.h"
 #include "lab/core/Lab.h"
 
-namespace velarix::lab
+namespace velarix::lab::demo
 {
 
 struct Phase
@@ -21,7 +19,7 @@ struct Phase
 	std::function<void(Lab&)> happens; ///< faults, repairs, starts
 	Millis limit{60000};               ///< to reach the end
 	bool ownerBefore = true;           ///< the phase begins with a single owner
-	bool standbyAfter = true;          ///< the other node has to be on standby in the end
+	std::string otherAfter = "slave";  ///< role of the other node in the end; empty: any
 };
 
 struct PhaseResult
@@ -31,7 +29,6 @@ struct PhaseResult
 	std::string ownersBefore; ///< "none", "a", "b", "a+b"
 	std::string ownersAfter;
 	std::string answeredAfter; ///< node that answers the client in the end
-	std::string standbyAfter;  ///< role of the other node in the end
 	Millis from{0};
 	Millis to{0};
 	Millis outage{0};     ///< longest time without a break in which the client had no answer
@@ -41,16 +38,13 @@ struct PhaseResult
 
 /// Runs one phase: notes it in the timeline, lets it happen, and waits until the
 /// expected node has held the service alone, and answered, for three seconds
-/// and, where wanted, the other node is on standby.
+/// and the other node has its role.
 PhaseResult runPhase(Lab& lab, const Phase& phase, const WaitObserver& observer = {});
 
 /// The table of results, with a head and one line per phase.
 std::string toTable(const std::vector<PhaseResult>& results);
 
-/// {"phases": [...]}, times in milliseconds.
-std::string toJson(const std::vector<PhaseResult>& results);
-
 /// @return true when there are results and every one is as expected
 bool allAsExpected(const std::vector<PhaseResult>& results);
 
-} // namespace velarix::lab
+} // namespace velarix::lab::demo

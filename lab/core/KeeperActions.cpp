@@ -1,0 +1,101 @@
+/// The faults of the keeper: of its processes, of its marker, and a third host that has its
+/// address.
+
+#include <csignal>
+
+#include "lab/core/FaultActions.h"
+#include "lab/core/Lab.h"
+
+namespace velarix::lab::action
+{
+
+namespace
+{
+
+constexpr const char* ipv6OnLoopback = "/proc/sys/net/ipv6/conf/lo/disable_ipv6";
+
+void runsOn(Lab& lab, HostId node, const char* program)
+{
+	if (processesNamed(lab.node(node).host().pid(), program).empty())
+	{
+		throw LabError(std::string("no ") + program + " runs on " + nodeText(node));
+	}
+}
+
+/// Both of its processes at once: the one that the agent counts, and its child that works.
+void killBoth(Lab& lab, HostId node, const char* program)
+{
+	const pid_t init = lab.node(node).host().pid();
+	std::vector<pid_t> doomed;
+	for (const Process& guard : processesNamed(init, program))
+	{
+		doomed.push_back(guard.pid);
+		for (const Process& entry : processesOf(init))
+		{
+			if (entry.parent == guard.pid)
+			{
+				doomed.push_back(entry.pid);
+			}
+		}
+	}
+	for (const pid_t pid : doomed)
+	{
+		signalInHost(init, pid, SIGSTOP);
+	}
+	for (const pid_t pid : doomed)
+	{
+		signalInHost(init, pid, SIGKILL);
+	}
+}
+
+void shellOn(const Host& host, const std::string& line)
+{
+	runOrThrow({{"sh", "-c", line}, {}, host.inside()});
+}
+
+} // namespace
+
+void addressKeeperRuns(Lab& lab, HostId node)
+{
+	runsOn(lab, node, plan::addressKeeper);
+}
+
+void serviceKeeperRuns(Lab& lab, HostId node)
+{
+	runsOn(lab, node, plan::serviceKeeper);
+}
+
+void killAddressKeeper(Lab& lab, HostId node)
+{
+	killBoth(lab, node, plan::addressKeeper);
+}
+
+void killServiceKeeper(Lab& lab, HostId node)
+{
+	killBoth(lab, node, plan::serviceKeeper);
+}
+
+void removeMarker(Lab& lab, HostId node)
+{
+	shellOn(lab.host(node), std::string("echo 1 > ") + ipv6OnLoopback);
+}
+
+void restoreMarker(Lab& lab, HostId node)
+{
+	shellOn(lab.host(node), std::string("echo 0 > ") + ipv6OnLoopback + "; exec " + plan::keeperProgram + " mark");
+}
+
+void raiseRogue(Lab& lab, HostId /*node*/)
+{
+	const std::string address = plan::virtualAddress;
+	const std::string interface = plan::serviceCard;
+	shellOn(lab.attacker(), "ip addr replace " + address + "/32 dev " + interface + " && arping -q -A -c 1 -w 1 -I " +
+	                            interface + " " + address);
+}
+
+void dropRogue(Lab& lab, HostId /*node*/)
+{
+	shellOn(lab.attacker(), std::string("ip addr flush dev ") + plan::serviceCard + " to " + plan::virtualAddress);
+}
+
+} // namespace velarix::lab::action
