@@ -234,6 +234,16 @@ void raiseAgain(Step& step, Input input)
 	step.machine.raiseAt = step.machine.raisedAt + kRaiseGap;
 }
 
+/// Whoever asks may be about to give the address up, after a split in which it announced
+/// last: the clients have to hear of this node.
+void answerProbe(Step& step, Input input)
+{
+	if (input.now - step.machine.announcedAt >= kWatch)
+	{
+		announce(step, input.now);
+	}
+}
+
 void giveUp(Step& step, Input input)
 {
 	step.actions.lower = true;
@@ -256,8 +266,8 @@ constexpr std::array<std::array<Reaction, 9>, 9> kReactions{{
 /* PROBING     */ {{ stay,    goOffline, probeOn, wait,       backOff,       stay,       stay,         ask,     end  }},
 /* BACKING_OFF */ {{ stay,    goOffline, ask,     wait,       stay,          stay,       stay,         ask,     end  }},
 /* WAITING     */ {{ stay,    goOffline, waitOn,  noteHolder, stay,          stay,       stay,         ask,     end  }},
-/* ANNOUNCING  */ {{ recheck, stay,      holdOn,  defend,     stay,          raiseAgain, giveUp,       recheck, end  }},
-/* HOLDING     */ {{ recheck, stay,      holdOn,  defend,     stay,          raiseAgain, giveUp,       recheck, end  }},
+/* ANNOUNCING  */ {{ recheck, stay,      holdOn,  defend,     answerProbe,   raiseAgain, giveUp,       recheck, end  }},
+/* HOLDING     */ {{ recheck, stay,      holdOn,  defend,     answerProbe,   raiseAgain, giveUp,       recheck, end  }},
 /* RECHECKING  */ {{ recheck, stay,      holdOn,  yield,      stay,          raiseAgain, giveUp,       recheck, end  }},
 /* YIELDED     */ {{ stay,    goOffline, waitOn,  noteHolder, stay,          stay,       stay,         ask,     end  }},
 /* STOPPED     */ {{ stay,    stay,      stay,    stay,       stay,          stay,       stay,         stay,    stay }},

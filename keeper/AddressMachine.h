@@ -17,7 +17,8 @@
 /// A claim is any ARP packet that names the address as its sender's. Where the
 /// configured master hears one it announces; the other node asks the network once
 /// more and yields when anybody answers: that takes a round trip, and one forged or
-/// late packet does not cost the service.
+/// late packet does not cost the service. A holder that hears a probe announces, at most
+/// once a second: whoever asks may be about to yield, and clients may know him.
 /// Carrier lost while holding changes nothing: a flap of a switch port must not
 /// restart the services, and the agent hands over when it lasts.
 #pragma once

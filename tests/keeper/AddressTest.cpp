@@ -275,6 +275,7 @@ TEST_F(AddressTest, AfterASplitTheOneThatYieldsYields)
 	hold(m_b);
 	ASSERT_TRUE(reaches(m_a, "holding"));
 	ASSERT_TRUE(reaches(m_b, "holding"));
+	const Speaker client;
 	cut(false);
 	const milliseconds took = timeUntil([&] { return !m_b.hasAddress(); }, kSoon, "b to yield");
 	std::printf("split healed to one holder: %lld ms\n", static_cast<long long>(took.count()));
@@ -285,6 +286,7 @@ TEST_F(AddressTest, AfterASplitTheOneThatYieldsYields)
 	EXPECT_TRUE(m_a.hasAddress());
 	EXPECT_TRUE(has(m_b.events(), "yielded: 192.0.2.100 to 02:00:00:00:00:01"));
 	EXPECT_TRUE(has(m_b.keeper({"status"}).output, "given up to 02:00:00:00:00:01"));
+	EXPECT_GE(client.count(m_a.mac(), 1s).second, 1) << "clients may still know b's hardware address";
 }
 
 TEST_F(AddressTest, AnotherInterfaceOfThisHostOnTheSameNetworkIsNoConflict)
