@@ -197,7 +197,7 @@ TEST_F(Completion, OffersFilesForTheArgumentThatIsOne)
 		if (!verb.empty())
 		{
 			const Words expected = help.arguments == Words{"FILE"} ? Words{"default"} : Words{};
-			lines.push_back({{verb, ""}, expected});
+			lines.push_back({{verb, ""}, verb == "maintenance" ? Words{"on", "off"} : expected});
 			lines.push_back({{verb, "--root", "/mnt", "x"}, expected});
 		}
 	}

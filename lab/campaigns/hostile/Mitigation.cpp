@@ -66,7 +66,7 @@ void enableHardwareRule(std::string& rules, const std::string& example, const st
 
 const char* nameOf(Mitigation mitigation)
 {
-	return names[static_cast<std::size_t>(mitigation)];
+	return names.at(static_cast<std::size_t>(mitigation));
 }
 
 Mitigation mitigationNamed(const std::string& name)
