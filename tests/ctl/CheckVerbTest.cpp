@@ -1,5 +1,6 @@
 // The verb check: its texts, its JSON, its exit codes.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
@@ -160,6 +161,13 @@ TEST_F(CheckVerb, AFileThatThisUserMayNotReadIsNoFinding)
 	EXPECT_EQ(outcome.code, 77);
 	EXPECT_EQ(outcome.out, "");
 	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: Permission denied\n");
+}
+
+TEST_F(CheckVerb, APartnerFileThatIsAPipeIsRefusedAndNotWaitedFor)
+{
+	const fs::path pipe = below("/partner.ini");
+	ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+	EXPECT_EQ(runBelow({"check", "--partner", pipe.string()}).code, 66);
 }
 
 TEST_F(CheckVerb, AnotherFileIsCheckedInPlaceOfTheInstalledOne)

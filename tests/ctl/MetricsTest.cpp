@@ -127,6 +127,14 @@ TEST_F(Metrics, TellADirectoryThatIsNotThere)
 	EXPECT_EQ(outcome.code, 73);
 }
 
+TEST_F(Metrics, ATextFileThatIsAPipeIsRefusedAndNotWaitedFor)
+{
+	soundMaster();
+	ASSERT_EQ(::mkfifo(file().c_str(), 0600), 0);
+	EXPECT_EQ(write().code, 66);
+	EXPECT_TRUE(fs::is_fifo(file()));
+}
+
 TEST_F(Metrics, CountFromTheFirstRunOn)
 {
 	soundMaster();
