@@ -43,8 +43,9 @@ bool AddressHolder::Due::take(Millis moment)
 	return due;
 }
 
-AddressHolder::AddressHolder(AddressSettings settings)
-    : m_settings(std::move(settings)), m_journal(kAddressProgram), m_look{kLookGap}, m_publish{kPublishGap}
+AddressHolder::AddressHolder(AddressSettings settings, std::vector<std::string> services)
+    : m_settings(std::move(settings)), m_services(std::move(services)),
+      m_journal(kAddressProgram), m_look{kLookGap}, m_publish{kPublishGap}
 {
 	m_machine.defend = m_settings.defend;
 	m_machine.since = now();
@@ -186,9 +187,14 @@ void AddressHolder::feed(AddressEvent event, const Mac& from)
 		m_lastConflict = wallClock(now());
 	}
 	m_removals += event == AddressEvent::removed && before.held() ? 1 : 0;
-	// The services are told before the address goes, and after it has come.
+	// The services are told before the address goes, and after it has come. In maintenance
+	// their supervisors are stopped, and would let them run on without it.
 	if (cameOrWent && before.held())
 	{
+		for (const std::string& service : m_services)
+		{
+			LivingProcess(service, Part::worker).signal(SIGCONT);
+		}
 		publish();
 	}
 	perform(step.actions);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "keeper/AddressMachine.h"
 #include "keeper/Arp.h"
@@ -17,7 +18,8 @@ namespace velarix::keeper
 class AddressHolder
 {
 public:
-	explicit AddressHolder(AddressSettings settings);
+	/// @param services the programs that run only where the address is
+	AddressHolder(AddressSettings settings, std::vector<std::string> services);
 	/// Works until SIGTERM. @return the exit status
 	int run();
 
@@ -45,6 +47,7 @@ private:
 	void publish();
 
 	AddressSettings m_settings;
+	std::vector<std::string> m_services;
 	Journal m_journal;
 	Loop m_loop;
 	NetlinkBell m_bell;

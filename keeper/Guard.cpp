@@ -142,7 +142,12 @@ int beGuard(const std::string& program, const Work& work, const std::function<vo
 int runAddress(const Settings& settings)
 {
 	beInTime();
-	const auto work = [&] { return AddressHolder(settings.address).run(); };
+	std::vector<std::string> services;
+	for (const ServiceSettings& service : settings.services)
+	{
+		services.push_back(service.program);
+	}
+	const auto work = [&] { return AddressHolder(settings.address, services).run(); };
 	const auto aftermath = [&] { removeAddress(settings.address); };
 	return reported(kAddressProgram, [&] { return beGuard(kAddressProgram, work, aftermath); });
 }

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <csignal>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -250,11 +251,7 @@ void ServiceSupervisor::terminate()
 {
 	if (hasUnit())
 	{
-		if (m_unitMain)
-		{
-			m_loop.forget(m_unitMain.get());
-			m_unitMain.close();
-		}
+		forgetMain();
 		startJob(Job::stop, {"stop"});
 		return;
 	}
@@ -324,6 +321,12 @@ void ServiceSupervisor::watchUnit()
 	pid_t pid = 0;
 	std::from_chars(text.data(), text.data() + std::max<ssize_t>(length, 0), pid);
 	m_checkAt = firstCheck();
+	const bool hadMain = std::exchange(m_hadMain, false);
+	if (pid <= 0 && hadMain)
+	{
+		feed(ServiceEvent::died, kEnded);
+		return;
+	}
 	if (pid <= 0)
 	{
 		m_journal.event("running", m_settings.unit + " has no main process: only its check can find its end");
@@ -335,8 +338,25 @@ void ServiceSupervisor::watchUnit()
 		feed(ServiceEvent::died, kEnded);
 		return;
 	}
-	// Forgotten with the unit's end, which that leads to.
-	m_loop.watch(m_unitMain.get(), [this] { feed(ServiceEvent::died, kEnded); });
+	m_loop.watch(m_unitMain.get(), [this] { askForMain(); });
+}
+
+/// An administrator may have restarted the unit: then it has another one now.
+void ServiceSupervisor::askForMain()
+{
+	forgetMain();
+	m_hadMain = true;
+	startJob(Job::findMain, {"show", "-p", "MainPID", "--value"});
+}
+
+void ServiceSupervisor::forgetMain()
+{
+	m_hadMain = false;
+	if (m_unitMain)
+	{
+		m_loop.forget(m_unitMain.get());
+		m_unitMain.close();
+	}
 }
 
 void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent cause)

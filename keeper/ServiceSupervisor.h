@@ -36,6 +36,8 @@ private:
 	void onCheckEnd(int status);
 	void onJobEnd(int status);
 	void watchUnit();
+	void askForMain();
+	void forgetMain();
 
 	void feed(ServiceEvent event);
 	void feed(ServiceEvent event, const std::string& reason);
@@ -65,7 +67,8 @@ private:
 	std::string m_reason; ///< of the last death
 
 	pid_t m_main = 0;
-	Descriptor m_unitMain; ///< a pidfd of the unit's main process
+	Descriptor m_unitMain;  ///< a pidfd of the unit's main process
+	bool m_hadMain = false; ///< it has ended; without another one the unit has died
 	Job m_job = Job::stop;
 	pid_t m_jobPid = 0;
 	Descriptor m_answer; ///< what systemctl prints

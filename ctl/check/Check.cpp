@@ -60,17 +60,21 @@ void dropConsequences(CheckReport& report)
 }
 
 /// A name in each line, with the reason behind it.
-std::vector<std::string> acknowledged(const Paths& paths)
+std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 {
 	std::vector<std::string> result;
-	const fs::path file = paths.below("/usr/velarix/bin/ini/acknowledged.txt");
-	if (host::fileFacts(file).kind != host::FileKind::missing)
+	const fs::path file = paths.below(checks::kAcknowledged);
+	try
 	{
-		std::istringstream lines(readInputFile(file));
+		std::istringstream lines(host::fileFacts(file).kind == host::FileKind::missing ? "" : readInputFile(file));
 		for (std::string line; std::getline(lines, line);)
 		{
 			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
 		}
+	}
+	catch (const Failure& failure)
+	{
+		report.notChecked.push_back({"which findings are acknowledged", failure.what()});
 	}
 	return result;
 }
@@ -238,7 +242,7 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	}
 	dropConsequences(report);
 	sort(report, request.file);
-	std::vector<std::string> names = acknowledged(paths);
+	std::vector<std::string> names = acknowledged(paths, report);
 	names.insert(names.end(), request.ignored.begin(), request.ignored.end());
 	setAside(report, names);
 	return report;

@@ -12,6 +12,9 @@
 namespace velarix::ctl::checks
 {
 
+/// Names of findings that the operator accepts, one in each line with its reason.
+inline constexpr char kAcknowledged[] = "/usr/velarix/bin/ini/acknowledged.txt";
+
 using namespace inspect;
 
 /// ---- on the text alone -----------------------------------------------------

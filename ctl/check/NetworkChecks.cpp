@@ -121,14 +121,15 @@ void route(Findings& findings, const char* key, const char* unreached, const cha
 	const std::string name = std::string(key).substr(std::string(key).find('.') + 1) + " (" + address + ")";
 	if (!way)
 	{
-		findings.error(key,
-		               {"no-route", "there is no route to " + name, unreached,
-		                "write an address of the communication network, or add the route: ip route get " + address});
+		findings.warning(key,
+		                 {"no-route", "there is no route to " + name, unreached,
+		                  "write an address of the communication network, or add the route: ip route get " + address});
 	}
 	else if (*way == "lo")
 	{
-		findings.error(key, {"address-of-this-node", name + " is an address of this very machine",
-		                     "it always answers: a node that is cut off does not notice", "write the other host's"});
+		// Some set such a gateway on lo on purpose, and take it away when the node shall give up.
+		findings.warning(key, {"address-of-this-node", name + " is an address of this very machine",
+		                       "it always answers: a node that is cut off does not notice", "write the other host's"});
 	}
 	else if (*way != kCommunicationCard)
 	{

@@ -6,6 +6,7 @@
 #include <string>
 #include <system_error>
 
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include "ctl/check/CommandText.h"
@@ -143,6 +144,7 @@ void trust(Findings& findings, const Paths& paths)
 	    paths.runInfo.parent_path(),
 	    {.severity = Severity::warning, .effect = "whoever may replace the run-info record there can end the agent"});
 	trust.walk(paths.keeperSettings, {});
+	trust.walk(paths.below(kAcknowledged), {});
 	int number = 0;
 	for (const std::string& program : findings.file.programs())
 	{
@@ -163,7 +165,8 @@ void trust(Findings& findings, const Paths& paths)
 	{
 		for (const std::vector<std::string>& command : {service.command, service.check})
 		{
-			const bool asRoot = service.user.empty() && !command.empty();
+			const passwd* user = service.user.empty() ? nullptr : ::getpwnam(service.user.c_str());
+			const bool asRoot = (service.user.empty() || (user != nullptr && user->pw_uid == 0)) && !command.empty();
 			const fs::path file = asRoot ? toolPath(paths, command.front()) : fs::path();
 			file.empty() ? void() : trust.walk(file, {});
 		}

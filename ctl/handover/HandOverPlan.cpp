@@ -8,6 +8,7 @@
 #include "inspect/InputFile.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl
 {
@@ -73,9 +74,9 @@ bool isOneOf(const std::vector<std::string>& names, const host::Process& process
 
 /// The agent counts every process whose name contains a program's name. When
 /// enough of them stay, it never notices that the programs have gone.
-void refuseByCount(HandOverPlan& plan, const std::vector<std::string>& programs)
+void refuseByCount(HandOverPlan& plan, const std::vector<std::string>& names)
 {
-	if (programs.empty())
+	if (names.empty())
 	{
 		plan.refusals.emplace_back("no program is configured, so the agent would not notice anything");
 		return;
@@ -84,7 +85,7 @@ void refuseByCount(HandOverPlan& plan, const std::vector<std::string>& programs)
 	std::string who;
 	for (const host::Process& process : host::processes().value_or(std::vector<host::Process>{}))
 	{
-		const int count = isOneOf(plan.names, process) ? 0 : matches(process.statusLine, plan.names);
+		const int count = isOneOf(plan.names, process) ? 0 : matches(process.statusLine, names);
 		staying += count;
 		if (count > 0)
 		{
@@ -92,7 +93,7 @@ void refuseByCount(HandOverPlan& plan, const std::vector<std::string>& programs)
 			       (process.state == 'Z' ? ", ended but not awaited)" : ")");
 		}
 	}
-	if (staying >= static_cast<int>(programs.size()))
+	if (staying >= static_cast<int>(names.size()))
 	{
 		plan.refusals.push_back("the agent would not notice that the programs have gone, since it counts these too: " +
 		                        who);
@@ -149,12 +150,18 @@ HandOverPlan planHandOver(const NodeState& state, const Judgement& judgement, co
 	refuseBySilence(plan, state);
 	const std::vector<std::string> programs = state.settings->programs();
 	plan.names = programNames(*state.settings);
+	// Without the address the agent would give up for another reason, and ask nobody: the
+	// configured master would take the service back. It drops the address itself.
+	if (plan.names.size() > 1)
+	{
+		std::erase(plan.names, keeper::kAddressProgram);
+	}
 	for (const std::string& name : plan.names)
 	{
 		plan.commands.push_back(state.setting(key::kKillCommand) + " " + name);
 	}
 	plan.targets = processesNamed(plan.names);
-	refuseByCount(plan, programs);
+	refuseByCount(plan, programNames(*state.settings));
 	refuseByRunScript(plan, programs, paths);
 	return plan;
 }

@@ -43,6 +43,8 @@ KeeperProgram programOf(const std::string& name, const Paths& paths)
 		program.reason = field("reason");
 		return program;
 	}
+	// In maintenance on purpose; else it neither watches nor ends its service.
+	program.state = process->state == 'T' ? "frozen" : program.state;
 	program.since = timeOf(field("since"));
 	program.holder = field("holder");
 	program.conflicts = std::atoi(field("conflicts").c_str());

@@ -23,7 +23,8 @@ namespace
 
 /// What the keeper calls the process that watches; its parent has the program's name.
 constexpr char kWatcher[] = "keeper";
-constexpr char kAddress[] = "ha-address";
+constexpr std::string_view kPrefix = "ha-";
+constexpr std::string_view kAddress = "ha-address";
 
 system_clock::time_point timeIn(const std::map<std::string, std::string>& fields, const char* key,
                                 const std::filesystem::path& record)
@@ -73,9 +74,11 @@ void writeMaintenance(const std::filesystem::path& record, const Maintenance& ma
 	text << "since=" << seconds(maintenance.since) << "\nuntil=" << seconds(maintenance.until)
 	     << "\nreason=" << printable(maintenance.reason) << '\n';
 	replaceFile(record, text.str());
+	// For monitoring, whatever the administrator's mask is.
+	std::filesystem::permissions(record, std::filesystem::perms(0644));
 }
 
-std::vector<host::Process> serviceWatchers(const std::vector<std::string>& programs)
+std::vector<host::Process> serviceWatchers()
 {
 	const std::vector<host::Process> all = host::processes().value_or(std::vector<host::Process>());
 	const auto supervises = [&](pid_t parent)
@@ -83,8 +86,8 @@ std::vector<host::Process> serviceWatchers(const std::vector<std::string>& progr
 		return std::ranges::any_of(all,
 		                           [&](const host::Process& process)
 		                           {
-			                           return process.pid == parent && process.name != kAddress &&
-			                                  std::ranges::find(programs, process.name) != programs.end();
+			                           return process.pid == parent && process.user == 0 && process.name != kAddress &&
+			                                  process.name.starts_with(kPrefix);
 		                           });
 	};
 	std::vector<host::Process> watchers;

@@ -39,8 +39,8 @@ std::optional<Maintenance> readMaintenance(const std::filesystem::path& record);
 /// @throws Failure as replaceFile
 void writeMaintenance(const std::filesystem::path& record, const Maintenance& maintenance);
 
-/// @return the keeper's processes that start services again, one for each of the
-///         programs but the address
-std::vector<host::Process> serviceWatchers(const std::vector<std::string>& programs);
+/// @return the keeper's processes that start services again, one for each service that
+///         runs here, whatever the settings say now
+std::vector<host::Process> serviceWatchers();
 
 } // namespace velarix::ctl

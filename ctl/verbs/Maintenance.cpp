@@ -51,13 +51,18 @@ bool isStopped(pid_t pid)
 	return process && process->state == 'T';
 }
 
-/// Those that start services again first, so that none of them sees what the other no longer does.
-void signalAll(const NodeState& state, int signal)
+void signalWatchers(int signal)
 {
-	for (const host::Process& watcher : serviceWatchers(programNames(*state.settings)))
+	for (const host::Process& watcher : serviceWatchers())
 	{
 		host::signalProcess(watcher.pid, watcher.name, signal);
 	}
+}
+
+/// Those that start services again first, so that none of them sees what the other no longer does.
+void signalAll(const NodeState& state, int signal)
+{
+	signalWatchers(signal);
 	const std::optional<host::Process> agent = host::process(state.agent.pid);
 	if (!agent || !host::isAgent(*agent) || !host::signalProcess(agent->pid, agent->name, signal))
 	{
@@ -107,6 +112,7 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 	}
 	catch (const Failure&)
 	{
+		signalWatchers(SIGCONT);
 		std::filesystem::remove(record);
 		throw;
 	}
@@ -141,6 +147,7 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 	const NodeState state = lookAround(context);
 	if (!state.maintenance && state.agent.state != AgentState::frozen)
 	{
+		signalWatchers(SIGCONT);
 		context.out << "this node is not in maintenance\n";
 		return ExitCode::fine;
 	}
@@ -156,6 +163,7 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 		}
 		signalAll(state, SIGCONT);
 	}
+	signalWatchers(SIGCONT);
 	std::filesystem::remove(context.paths.maintenance);
 	context.out << (state.agent.lives() ? "maintenance is over: the agent goes on\n"
 	                                    : "maintenance is over; the agent does not run: start it with "

@@ -236,6 +236,11 @@ link_programs() {
 	done
 }
 
+# What failed before this start is no news after a repair.
+forget_failures() {
+	grep -ls '^state=failed$' /run/velarix-ha/ha-*.state | xargs -r rm -f
+}
+
 prepare() {
 	[ -x "$agent" ] || {
 		say "$agent is not installed"
@@ -262,6 +267,7 @@ prepare() {
 	refuse_without_room_for_pid_file
 	if uses_keeper; then
 		link_programs
+		forget_failures
 	fi
 	if at_boot; then
 		within "$interfaces_within" accepted || true

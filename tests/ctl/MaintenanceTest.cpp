@@ -111,8 +111,6 @@ TEST_F(MaintenanceVerb, EndsOnAStandbyWithoutPrograms)
 TEST_F(MaintenanceVerb, StopsWhatStartsTheKeepersServicesButNotTheAddress)
 {
 	soundMaster();
-	writeSettings(1, {{"PROCESS_NUM", "2"},
-	                  {"PROCESS_PATH1", "/usr/velarix/run/ha-address\nPROCESS_PATH2 = /usr/velarix/run/ha-web"}});
 	addProcess(5001, "ha-address");
 	addProcess(5002, "keeper");
 	addProcess(5003, "ha-web");
@@ -124,6 +122,18 @@ TEST_F(MaintenanceVerb, StopsWhatStartsTheKeepersServicesButNotTheAddress)
 	}
 	EXPECT_EQ(runHere({"maintenance", "on"}).code, 0);
 	EXPECT_THAT(fakeMachine().acts, ElementsAre(std::to_string(SIGSTOP) + " 5004", kStopAgent));
+}
+
+TEST_F(MaintenanceVerb, ContinuesTheServicesAlsoWithoutAnAgent)
+{
+	soundMaster();
+	addProcess(5003, "ha-web");
+	addProcess(5004, "keeper");
+	fakeHost().processes.back().parent = 5003;
+	begin();
+	endProcess(kAgent);
+	EXPECT_EQ(runHere({"maintenance", "off"}).code, 0);
+	EXPECT_THAT(fakeMachine().acts, ElementsAre(std::to_string(SIGCONT) + " 5004"));
 }
 
 TEST_F(MaintenanceVerb, OfAnAgentThatWasContinuedByHandIsAWarning)

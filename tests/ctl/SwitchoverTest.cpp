@@ -127,6 +127,21 @@ TEST_F(Switchover, RunsTheKillCommandOnceForEachProgram)
 	            ElementsAre(kCommand, "ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1; killall -q -9 worker"));
 }
 
+// The agent would find its address gone first, give up and ask nobody.
+TEST_F(Switchover, LeavesTheKeepersAddressToTheAgent)
+{
+	soundMaster();
+	writeSettings(1, {{"PROCESS_NUM", "2"},
+	                  {"PROCESS_PATH1", "/usr/velarix/run/ha-address\nPROCESS_PATH2 = /opt/service/bin/server"}});
+	fakeHost().files["/usr/velarix/run/ha-address"] = fakeHost().files[kProgram];
+	write(kRunScript, std::string("cd /usr/velarix/run/\n/usr/velarix/run/ha-address &\ncd /opt/service/bin/\n") +
+	                      kProgram + " &\n");
+	addProcess(5001, "ha-address");
+	playASoundPair();
+	EXPECT_EQ(runHere({"switchover"}).code, 0);
+	EXPECT_THAT(fakeMachine().acts, ElementsAre(kCommand));
+}
+
 TEST_F(Switchover, NeedsRoot)
 {
 	soundMaster();
