@@ -47,8 +47,7 @@ if(VELARIX_COVERAGE)
   target_link_options(velarix_compile INTERFACE --coverage)
 endif()
 
-# What runs for a moment and waits for the disk: half the time of a build at -O2 with
-# all that a debugger can use, and not measurably slower.
+# What runs for a moment: half the time of a build at -O2 with all that a debugger can use.
 add_library(velarix_brief_build INTERFACE)
 target_compile_options(velarix_brief_build INTERFACE
   $<$<CONFIG:RelWithDebInfo>:-O1> $<$<CONFIG:RelWithDebInfo>:-g1> $<$<CONFIG:Release>:-O1>)

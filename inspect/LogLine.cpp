@@ -193,6 +193,16 @@ std::optional<Instant> LogClock::read(std::string_view date)
 
 std::optional<LogLine> parseHead(std::string_view line, LogClock& clock)
 {
+	std::optional<LogLine> message = parseHead(line);
+	if (message)
+	{
+		message->time = clock.read(line.substr(0, kDateSize));
+	}
+	return message;
+}
+
+std::optional<LogLine> parseHead(std::string_view line)
+{
 	if (!hasDate(line))
 	{
 		return std::nullopt;
@@ -205,7 +215,6 @@ std::optional<LogLine> parseHead(std::string_view line, LogClock& clock)
 	{
 		return std::nullopt;
 	}
-	message.time = clock.read(line.substr(0, kDateSize));
 	message.text = scanner.rest();
 	return message;
 }
@@ -224,8 +233,7 @@ std::size_t headInside(std::string_view line)
 			continue;
 		}
 		const std::size_t head = bracket - 1 - kDateSize;
-		LogClock clock;
-		if (head > 0 && parseHead(line.substr(head), clock))
+		if (head > 0 && parseHead(line.substr(head)))
 		{
 			return head;
 		}

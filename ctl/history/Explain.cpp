@@ -110,8 +110,7 @@ std::optional<Given> readAssertion(std::string_view message)
 
 std::optional<Given> readPlace(std::string_view message)
 {
-	LogClock clock;
-	if (const std::optional<LogLine> line = parseHead(message, clock))
+	if (const std::optional<LogLine> line = parseHead(message))
 	{
 		return Given{line->label, line->number, line->text};
 	}

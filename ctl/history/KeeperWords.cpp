@@ -71,7 +71,7 @@ std::vector<const CatalogueRow*> explainKeeper(std::string_view message)
 	static const std::regex kLine(R"((ha-[a-z0-9_-]+)\[\d+\]:? ([a-z-]+): )");
 	const std::string text(message.substr(0, kLongest));
 	std::smatch parts;
-	const bool line = std::regex_search(text, parts, kLine);
+	const bool line = text.find("ha-") != std::string::npos && std::regex_search(text, parts, kLine);
 	const std::string word = line ? parts[2].str() : text;
 	const bool ofAddress = line && parts[1] == keeper::kAddressProgram;
 	std::vector<const CatalogueRow*> rows;

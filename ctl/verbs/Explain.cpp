@@ -74,8 +74,8 @@ private:
 /// @return false at the end
 bool readLine(std::istream& in, std::string& line)
 {
-	line.resize(kLongestText);
-	in.getline(line.data(), static_cast<std::streamsize>(line.size()));
+	static std::string buffer(kLongestText, '\0');
+	in.getline(buffer.data(), static_cast<std::streamsize>(buffer.size()));
 	std::streamsize size = in.gcount();
 	if (in.good())
 	{
@@ -86,7 +86,7 @@ bool readLine(std::istream& in, std::string& line)
 		in.clear();
 		in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
 	}
-	line.resize(static_cast<std::size_t>(size));
+	line.assign(buffer, 0, static_cast<std::size_t>(size));
 	return in.good() || size > 0;
 }
 
