@@ -87,6 +87,7 @@ void runChild(const ServiceSettings& service, const std::string& program, const 
 	}
 	::setenv(kServiceVariable, service.program.c_str(), 1);
 	std::vector<char*> arguments;
+	arguments.reserve(command.size() + 1);
 	for (const std::string& word : command)
 	{
 		arguments.push_back(const_cast<char*>(word.c_str()));

@@ -70,7 +70,7 @@ private:
 		{
 			add(m_line, "neither a section nor key = value", "write key = value, or make it a comment with ;");
 		}
-		else if (m_section == "")
+		else if (m_section.empty())
 		{
 			add(m_line, "a key before the first section", "begin with [address]");
 		}

@@ -128,7 +128,7 @@ std::string findCommand(const std::string& command)
 	while (!path.empty())
 	{
 		const std::size_t end = path.find(':');
-		const std::string candidate = std::string(path.substr(0, end)) + "/" + command;
+		std::string candidate = std::string(path.substr(0, end)) + "/" + command;
 		if (candidate.front() == '/' && runs(candidate))
 		{
 			return candidate;
