@@ -17,7 +17,7 @@ enum class ExitCode : int
 	usage = 2,
 	/// status: the agent does not run; nagios: unknown.
 	notRunning = 3,
-	/// status: it cannot be told.
+	/// status: it is not known.
 	notKnown = 4,
 	/// An input file is missing or cannot be read.
 	noInput = 66,

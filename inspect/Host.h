@@ -59,24 +59,24 @@ std::string name();
 /// @return nothing when it may be opened, else the system's reason
 std::optional<std::string> whyNoPing();
 
-/// @return whether the kernel is told to answer no ping at all
+/// @return whether the kernel has been set to answer no ping at all
 bool ignoresPings();
 
-/// ---- cards and addresses -------------------------------------------------
+/// ---- interfaces and addresses -------------------------------------------------
 
-struct Card
+struct Interface
 {
 	bool present = false;
-	/// Not known for a card that is down.
+	/// Not known for an interface that is down.
 	std::optional<bool> carrier;
 };
 
-Card card(const std::string& name);
+Interface interface(const std::string& name);
 
 struct Address
 {
-	std::string card;
-	/// As the kernel has it: "eth0:ha", or the card's own name without a label.
+	std::string interface;
+	/// As the kernel has it: "eth0:ha", or the interface's own name without a label.
 	std::string label;
 	/// Dotted IPv4.
 	std::string address;
@@ -96,7 +96,7 @@ std::optional<std::string> interfaceTo(const std::string& address);
 /// Asks by ARP who has an address, for a second, in the name of no address.
 /// @return the hardware address of another host that answers; nothing when none does,
 ///         or when this user may not ask
-std::optional<std::string> holderOf(const std::string& address, const std::string& card);
+std::optional<std::string> holderOf(const std::string& address, const std::string& interface);
 
 /// @return whether the interface lo has that IPv6 address; nothing without any IPv6 there
 std::optional<bool> hasOnLoopback(const std::string& address);

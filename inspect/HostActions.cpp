@@ -34,7 +34,7 @@ int processDescriptor(pid_t pid)
 	::setpgid(0, 0);
 	if (::unshare(CLONE_NEWNET) != 0)
 	{
-		[[maybe_unused]] const auto told = ::write(report, "n", 1);
+		[[maybe_unused]] const auto reported = ::write(report, "n", 1);
 		::_exit(127);
 	}
 	const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);

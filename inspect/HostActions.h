@@ -22,7 +22,7 @@ enum class CommandEnd
 };
 
 /// Runs a line through /bin/sh in a network namespace of its own, which holds
-/// no card: what the line does to processes and files happens, what it does to
+/// no interface: what the line does to processes and files happens, what it does to
 /// addresses and routes does not. What it prints goes to standard error.
 CommandEnd runWithoutNetwork(const std::string& command, std::chrono::milliseconds limit);
 

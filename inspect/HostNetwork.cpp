@@ -41,9 +41,9 @@ bool ignoresPings()
 	return file.get(value) && value != '0';
 }
 
-Card card(const std::string& name)
+Interface interface(const std::string& name)
 {
-	Card result;
+	Interface result;
 	result.present = ::if_nametoindex(name.c_str()) != 0;
 	std::ifstream file("/sys/class/net/" + name + "/carrier");
 	if (char carrier = '\0'; file.get(carrier))
@@ -101,10 +101,10 @@ std::optional<std::string> interfaceTo(const std::string& address)
 	           : std::nullopt;
 }
 
-std::optional<std::string> holderOf(const std::string& address, const std::string& card)
+std::optional<std::string> holderOf(const std::string& address, const std::string& interface)
 {
 	// "Unicast reply from 198.51.100.10 [52:54:00:00:00:02]  0.6ms"
-	const std::string text = outputOf("arping -D -c 1 -w 1 -I '" + card + "'", address);
+	const std::string text = outputOf("arping -D -c 1 -w 1 -I '" + interface + "'", address);
 	const std::size_t begin = text.find('[');
 	const std::size_t end = text.find(']', begin);
 	if (end == std::string::npos)

@@ -17,10 +17,10 @@ bool isPortTaken(const std::string& address, int port);
 ///         nothing when it does not tell
 std::optional<bool> isOutgoingPort(int port);
 
-/// @return the bytes that root may still write there; nothing when it cannot be told
+/// @return the bytes that root may still write there; nothing when it is not known
 std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& directory);
 
-/// @return how many files may still be made there; nothing when it cannot be told or
+/// @return how many files may still be made there; nothing when it is not known or
 ///         the file system has no such limit
 std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& directory);
 

@@ -27,7 +27,7 @@ namespace velarix::inspect::host
 {
 
 // The trial's process reports to the caller in JSON.
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Address, card, label, address, prefix, listed)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Address, interface, label, address, prefix, listed)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(CommandRun, end, output, errors, shellEnded, heldMilliseconds, remaining, addresses,
                                    programStarted, programEnded)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Trial, whyNot, start, stop, kill)
@@ -75,8 +75,9 @@ bool quietly(const std::string& command)
 
 void addAddress(const Address& address)
 {
-	const std::string label = address.label == address.card ? "" : " label " + address.label;
-	quietly("ip addr add " + address.address + "/" + std::to_string(address.prefix) + " dev " + address.card + label);
+	const std::string label = address.label == address.interface ? "" : " label " + address.label;
+	quietly("ip addr add " + address.address + "/" + std::to_string(address.prefix) + " dev " + address.interface +
+	        label);
 }
 
 /// Pairs joined by a wire, so that each has carrier.
@@ -87,14 +88,14 @@ bool makeInterfaces(const std::vector<Address>& wanted)
 	{
 		return false;
 	}
-	std::set<std::string> made{"lo", kServiceCard, kCommunicationCard};
+	std::set<std::string> made{"lo", kServiceInterface, kCommunicationInterface};
 	for (const Address& address : wanted)
 	{
-		if (made.insert(address.card).second)
+		if (made.insert(address.interface).second)
 		{
 			const std::string peer = "peer" + std::to_string(made.size());
-			quietly("ip link add " + address.card + " type veth peer name " + peer + " && ip link set " + address.card +
-			        " up && ip link set " + peer + " up");
+			quietly("ip link add " + address.interface + " type veth peer name " + peer + " && ip link set " +
+			        address.interface + " up && ip link set " + peer + " up");
 		}
 		addAddress(address);
 	}

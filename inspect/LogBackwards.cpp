@@ -20,7 +20,7 @@ namespace
 
 constexpr std::size_t kBlock = 64UL * 1024UL;
 
-/// @return which file it is and how long; zeros when that cannot be told
+/// @return which file it is and how long; zeros when that is not known
 struct stat statusOf(const Descriptor& file)
 {
 	struct stat found

@@ -80,9 +80,9 @@ void LogReader::list(const std::function<bool(const LogFile&)>& wanted)
 
 void LogReader::tell(const std::filesystem::path& path, int error)
 {
-	const auto told =
+	const auto reported =
 	    std::find_if(m_trouble.begin(), m_trouble.end(), [&](const LogTrouble& one) { return one.path == path; });
-	if (told == m_trouble.end())
+	if (reported == m_trouble.end())
 	{
 		m_trouble.push_back({path, error});
 	}

@@ -69,7 +69,7 @@ public:
 	/// @return false when there is none
 	bool last(LogLine& line);
 
-	/// What could not be read so far; each file is told once.
+	/// What could not be read so far; each file is reported once.
 	const std::vector<LogTrouble>& trouble() const { return m_trouble; }
 
 private:

@@ -11,10 +11,10 @@ namespace velarix::inspect
 inline constexpr std::string_view kAgentName = "VelarixHA";
 inline constexpr std::string_view kAgentFile = "/usr/velarix/bin/VelarixHA";
 
-/// The card that carries the virtual address, and the one of the heartbeats. The
+/// The interface that carries the virtual address, and the one of the heartbeats. The
 /// agent knows no others.
-inline constexpr char kServiceCard[] = "eth0";
-inline constexpr char kCommunicationCard[] = "eth1";
+inline constexpr char kServiceInterface[] = "eth0";
+inline constexpr char kCommunicationInterface[] = "eth1";
 
 /// Characters that the kernel keeps of a program's file name.
 inline constexpr std::size_t kProcessNameLength = 15;

@@ -1,4 +1,4 @@
-/// Bytes of a log made fit for a terminal and for JSON: a stranger's bytes can
+/// Bytes of a log made fit for a terminal and for JSON: an attacker's bytes can
 /// be in it.
 #pragma once
 

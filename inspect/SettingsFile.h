@@ -2,7 +2,7 @@
 ///
 /// Values come from the library's own INI parser, which the daemon uses too, so
 /// that no rule of it (the last of two lines wins, keys of any letter case,
-/// `${SECTION.KEY}` expanded, hexadecimal integers) is told twice. The lines
+/// `${SECTION.KEY}` expanded, hexadecimal integers) is reported twice. The lines
 /// come from a reader of our own that splits the text in the same way.
 #pragma once
 

@@ -187,7 +187,7 @@ void AddressHolder::feed(AddressEvent event, const Mac& from)
 		m_lastConflict = wallClock(now());
 	}
 	m_removals += event == AddressEvent::removed && before.held() ? 1 : 0;
-	// The services are told before the address goes, and after it has come. In maintenance
+	// The services hear of it before the address goes, and after it has come. In maintenance
 	// their supervisors are stopped, and would let them run on without it.
 	if (cameOrWent && before.held())
 	{

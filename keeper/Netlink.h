@@ -48,7 +48,7 @@ public:
 	NetlinkBell();
 
 	int descriptor() const;
-	/// Until the next change. What it was is not told: look().
+	/// Until the next change. What it was is not reported: look().
 	void quiet() const;
 
 private:

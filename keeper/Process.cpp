@@ -162,7 +162,7 @@ pid_t start(const ServiceSettings& service, const std::vector<std::string>& comm
 	{
 		runChild(service, program, command, runAs, output, parent);
 		const int number = errno;
-		[[maybe_unused]] const ssize_t told = ::write(writing.get(), &number, sizeof number);
+		[[maybe_unused]] const ssize_t reported = ::write(writing.get(), &number, sizeof number);
 		::_exit(127);
 	}
 	writing.close();

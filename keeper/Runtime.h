@@ -78,7 +78,7 @@ public:
 	/// Can be read when ha-address has ended; -1 while there is none. New after each look().
 	int death() const { return m_holder ? m_holder->descriptor() : -1; }
 	/// Takes note of all changes. @return the state of the living ha-address; empty while
-	///         there is none or it has not told yet
+	///         there is none or it has not reported yet
 	Fields look();
 
 private:

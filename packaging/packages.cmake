@@ -3,7 +3,7 @@
 # the same path and mode, without being listed again. What a distribution wants
 # besides (its change log, its scripts) is in the components "debian" and "rpm".
 
-# Who answers for the packages, and is told of holes; whoever hands packages on puts in
+# Who answers for the packages, and is informed of holes; whoever hands packages on puts in
 # their own (scripts/package --maintainer).
 set(VELARIX_MAINTAINER "Velarix HA maintainers <velarix-ha@localhost>" CACHE STRING "Maintainer of the packages")
 # Part of the packages' versions: packages of one release are built once for each
@@ -33,7 +33,7 @@ set(description
   ""
   "They exchange heartbeats over TCP, watch the programs in /proc, ping the"
   "gateway, the partner and the virtual IP, and read the carrier of both network"
-  "cards. There is one settings file and no quorum server, no shared disk, and"
+  "interfaces. There is one settings file and no quorum server, no shared disk, and"
   "nothing to be built into the programs."
   ""
   "velarixctl makes and checks the settings, shows the state of the pair and its"

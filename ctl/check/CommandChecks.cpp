@@ -114,7 +114,7 @@ void announced(Findings& findings, const CommandText& command)
 	{
 		what = "arping announces " + addresses.front() + ", and VIRTUAL_IP is " + address;
 	}
-	else if (!interfaces.empty() && interfaces.front() != kServiceCard && !raised.empty() &&
+	else if (!interfaces.empty() && interfaces.front() != kServiceInterface && !raised.empty() &&
 	         std::ranges::find(raised, interfaces.front()) == raised.end())
 	{
 		what = "arping announces on " + interfaces.front() + ", and the address is raised on " + raised.front();

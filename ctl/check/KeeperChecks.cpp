@@ -112,11 +112,11 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 		             {"keeper-address-differs", "the address is " + address.text + ", and VIRTUAL_IP is " + virtualIP,
 		              kStartRole.useless, "write the same address in both"});
 	}
-	if (!address.interface.empty() && address.interface != kServiceCard)
+	if (!address.interface.empty() && address.interface != kServiceInterface)
 	{
 		findings.add(
 		    Severity::warning, file.path, address.line,
-		    {"keeper-another-card", "the address is raised on " + address.interface,
+		    {"keeper-another-interface", "the address is raised on " + address.interface,
 		     "the agent watches the carrier of eth0: that of " + address.interface + " may go without a failover",
 		     "raise it on eth0"});
 	}

@@ -25,26 +25,27 @@ constexpr std::uintmax_t kMegabyte = 1000ULL * 1000;
 
 void interface(Findings& findings, const std::string& name, const std::string& use, const std::string& effect)
 {
-	const host::Card card = host::card(name);
-	if (!card.present)
+	const host::Interface interface = host::interface(name);
+	if (!interface.present)
 	{
 		findings.add(Severity::error, findings.file.path(), 0,
-		             {"missing-card", "there is no interface " + name + ", that of the " + use, effect,
+		             {"missing-interface", "there is no interface " + name + ", that of the " + use, effect,
 		              "give the interface that name; the names are fixed"});
 	}
-	else if (!card.carrier.value_or(false))
+	else if (!interface.carrier.value_or(false))
 	{
 		findings.add(Severity::warning, findings.file.path(), 0,
-		             {"card-without-carrier", "the interface " + name + ", that of the " + use + ", has no carrier",
-		              effect, "plug in the cable, or bring the interface up"});
+		             {"interface-without-carrier",
+		              "the interface " + name + ", that of the " + use + ", has no carrier", effect,
+		              "plug in the cable, or bring the interface up"});
 	}
 }
 
 void interfaces(Findings& findings)
 {
-	interface(findings, kServiceCard, "service", "a node that becomes master gives up at once");
+	interface(findings, kServiceInterface, "service", "a node that becomes master gives up at once");
 	interface(
-	    findings, kCommunicationCard, "communication",
+	    findings, kCommunicationInterface, "communication",
 	    "a standby counts no missed heartbeats: it does not take over from a partner that does not answer while the "
 	    "service address still does");
 }
@@ -94,7 +95,7 @@ void ports(Findings& findings, const Paths& paths)
 		     "net.ipv4.ip_local_reserved_ports"});
 	}
 	const Agent agent = lookForAgent(paths);
-	if (agent.lives() || agent.stranger != 0)
+	if (agent.lives() || agent.foreign != 0)
 	{
 		findings.notChecked("whether port " + std::to_string(port) + " is free", "the agent runs and uses it");
 	}

@@ -41,15 +41,16 @@ bool ownAddress(Findings& findings, const std::vector<Address>& addresses)
 		                "the agent cannot listen there and ends at its start",
 		                "write this node's address on the communication network"});
 	}
-	else if (found->card != kCommunicationCard && !parsed.isLoopback())
+	else if (found->interface != kCommunicationInterface && !parsed.isLoopback())
 	{
 		findings.warning(key::kThisServerIP,
-		                 {"not-on-communication-card", "THIS_SERVER_IP is on " + found->card + ", not on eth1",
-		                  "the agent watches the carrier of eth1 while the heartbeats come over " + found->card +
+		                 {"not-on-communication-interface",
+		                  "THIS_SERVER_IP is on " + found->interface + ", not on eth1",
+		                  "the agent watches the carrier of eth1 while the heartbeats come over " + found->interface +
 		                      ": it counts missed heartbeats, or does not, for the wrong reason",
 		                  "use the address on eth1"});
 	}
-	return found != addresses.end() && found->card == kCommunicationCard;
+	return found != addresses.end() && found->interface == kCommunicationInterface;
 }
 
 IPAddress maskOf(int prefix)
@@ -92,7 +93,7 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 			findings.error(key::kVirtualIP,
 			               {"unusable-address",
 			                "VIRTUAL_IP is the network or the broadcast address of " + address.address + "/" +
-			                    std::to_string(address.prefix) + " on " + address.card,
+			                    std::to_string(address.prefix) + " on " + address.interface,
 			                "no client can connect to it", "write an address of a single host"});
 			return;
 		}
@@ -101,7 +102,7 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 			// The text of the node's own address is looked at without the machine too.
 			if (text != wanted && text != own && text.find(wanted) != std::string::npos)
 			{
-				addressInside(findings, wanted, text + ", which \"ifconfig\" lists on " + address.card);
+				addressInside(findings, wanted, text + ", which \"ifconfig\" lists on " + address.interface);
 				return;
 			}
 		}
@@ -131,7 +132,7 @@ void route(Findings& findings, const char* key, const char* unreached, const cha
 		findings.warning(key, {"address-of-this-node", name + " is an address of this very machine",
 		                       "it always answers: a node that is cut off does not notice", "write the other host's"});
 	}
-	else if (*way != kCommunicationCard)
+	else if (*way != kCommunicationInterface)
 	{
 		findings.warning(
 		    key, {"route-elsewhere", "packets to " + name + " leave by " + *way + ", not by eth1", elsewhere,
@@ -145,17 +146,17 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 {
 	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
 	const std::string partner = findings.file.text(key::kPartnerIP).value_or("");
-	if (!isVirtualAddress(address) || !host::card(kServiceCard).carrier.value_or(false))
+	if (!isVirtualAddress(address) || !host::interface(kServiceInterface).carrier.value_or(false))
 	{
 		return;
 	}
-	const std::optional<std::string> other = host::holderOf(address, kServiceCard);
+	const std::optional<std::string> other = host::holderOf(address, kServiceInterface);
 	const bool here = std::ranges::find(addresses, address, &Address::address) != addresses.end();
 	if (!other)
 	{
 		return;
 	}
-	const std::optional<std::string> partners = host::holderOf(partner, kServiceCard);
+	const std::optional<std::string> partners = host::holderOf(partner, kServiceInterface);
 	if (!here && partners == other)
 	{
 		return; // the partner serves
@@ -197,8 +198,8 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 	std::vector<int> around;
 	for (const Address& there : addresses)
 	{
-		const bool stays = there.card != raised.card || there.prefix != raised.prefix;
-		const bool other = stays || (there.label == there.card && raised.label != raised.card);
+		const bool stays = there.interface != raised.interface || there.prefix != raised.prefix;
+		const bool other = stays || (there.label == there.interface && raised.label != raised.interface);
 		if (there.address == raised.address && other)
 		{
 			findings.add(stays ? Severity::error : Severity::warning, findings.file.path(),
@@ -211,7 +212,7 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 			              "take it out of the network configuration of this machine"});
 			return;
 		}
-		if (there.address != raised.address && there.card == raised.card)
+		if (there.address != raised.address && there.interface == raised.interface)
 		{
 			const bool inside = networkOf(there.address, there.prefix) == networkOf(raised.address, there.prefix);
 			around.push_back(inside ? there.prefix : -1);
@@ -222,7 +223,7 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 	{
 		findings.warning(key::kVirtualIP,
 		                 {"address-of-another-network",
-		                  raised.address + " is in none of the networks of " + raised.card,
+		                  raised.address + " is in none of the networks of " + raised.interface,
 		                  "only hosts with a route of their own to it reach it", "write an address of that network"});
 	}
 	else if (inside && raised.prefix != 32 && std::ranges::find(around, raised.prefix) == around.end())
@@ -231,7 +232,7 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 		    kStartRole.key,
 		    {"prefix-of-no-network",
 		     raised.address + " is raised as /" + std::to_string(raised.prefix) + ", and the network of " +
-		         raised.card + " is a /" + std::to_string(*std::ranges::max_element(around)),
+		         raised.interface + " is a /" + std::to_string(*std::ranges::max_element(around)),
 		     "while the node holds it, it takes other hosts for neighbours than before, or routes past them",
 		     "write the prefix of the network, in all three commands"});
 	}

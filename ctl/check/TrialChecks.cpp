@@ -151,7 +151,7 @@ private:
 		}
 		const auto other =
 		    std::ranges::find_if(run.addresses, [&](const Address& address)
-		                         { return address.card != "lo" && find(before, address.address) == nullptr; });
+		                         { return address.interface != "lo" && find(before, address.address) == nullptr; });
 		if (other != run.addresses.end())
 		{
 			m_findings.error(kStartRole.key, {"another-address-raised",
@@ -171,22 +171,22 @@ private:
 
 	void placed(const Address& raised, const std::vector<Address>& before)
 	{
-		const bool known = raised.card == kServiceCard || raised.card == kCommunicationCard ||
-		                   std::ranges::find(before, raised.card, &Address::card) != before.end();
+		const bool known = raised.interface == kServiceInterface || raised.interface == kCommunicationInterface ||
+		                   std::ranges::find(before, raised.interface, &Address::interface) != before.end();
 		if (!known && !raised.listed)
 		{
 			m_findings.error(kStartRole.key,
-			                 {"label-of-another-card",
+			                 {"label-of-another-interface",
 			                  "the label " + raised.label + " does not begin with the name of an interface",
 			                  "\"ifconfig\" does not list the address, where the agent looks: it relies on a ping of "
 			                  "its own address alone, and raises the address again whenever that fails",
 			                  "write \"label eth0:ha\""});
 			return;
 		}
-		if (raised.card != kServiceCard)
+		if (raised.interface != kServiceInterface)
 		{
-			m_findings.warning(kStartRole.key, {"another-card", "the address is raised on " + raised.card,
-			                                    "the agent watches the carrier of eth0: that of " + raised.card +
+			m_findings.warning(kStartRole.key, {"another-interface", "the address is raised on " + raised.interface,
+			                                    "the agent watches the carrier of eth0: that of " + raised.interface +
 			                                        " may go without a failover",
 			                                    "raise it on eth0"});
 		}
@@ -261,7 +261,7 @@ private:
 
 	static std::string written(const Address& raised)
 	{
-		return raised.address + "/" + std::to_string(raised.prefix) + " dev " + raised.card;
+		return raised.address + "/" + std::to_string(raised.prefix) + " dev " + raised.interface;
 	}
 
 	Findings& m_findings;
@@ -320,7 +320,7 @@ host::TrialPlan planFor(Findings& findings, const std::vector<Address>& addresse
 	                     .patience = {}};
 	plan.kill += plan.kill.empty() ? "" : " " + (plain ? programName(programs[0]) : "");
 	std::erase_if(plan.addresses,
-	              [&](const Address& there) { return there.address == plan.virtualIP || there.card == "lo"; });
+	              [&](const Address& there) { return there.address == plan.virtualIP || there.interface == "lo"; });
 	return plan;
 }
 
@@ -354,7 +354,7 @@ void trial(Findings& findings, const std::vector<Address>& addresses, const Tria
 	}
 	TrialReport(findings, times).report(result, plan.addresses);
 	const Address* raised = find(result.start.addresses, plan.virtualIP);
-	if (raised != nullptr && raised->card == kServiceCard)
+	if (raised != nullptr && raised->interface == kServiceInterface)
 	{
 		raisedAddress(findings, *raised, addresses);
 	}

@@ -32,13 +32,13 @@ HandOver::HandOver(HandOverPlan plan, Look look, Tell tell)
 {
 	m_steps = {
 	    {"the programs have ended",
-	     [](const NodeState& state) { return state.programs.known() && !state.programs.told->run; }},
+	     [](const NodeState& state) { return state.programs.known() && !state.programs.reported->run; }},
 	    {"this node is standby", [](const NodeState& state) { return state.role.is(Role::slave); }},
 	    {"the address is gone from this node",
-	     [](const NodeState& state) { return state.address.known() && !state.address.told->held; }},
+	     [](const NodeState& state) { return state.address.known() && !state.address.reported->held; }},
 	    {"the partner is master", [](const NodeState& state) { return state.partnerRole.is(Role::master); }},
 	    {"the service address answers", [this](const NodeState& state)
-	     { return m_answers == true && state.address.known() && !state.address.told->held; }},
+	     { return m_answers == true && state.address.known() && !state.address.reported->held; }},
 	    {"the programs run on the partner", [](const NodeState& state) { return state.partnerRuns.is(true); }},
 	};
 }
@@ -125,7 +125,7 @@ bool HandOver::allHold(const NodeState& state)
 	for (Step& step : m_steps)
 	{
 		step.holds = step.seen(state);
-		if (step.holds && !std::exchange(step.told, true))
+		if (step.holds && !std::exchange(step.reported, true))
 		{
 			tell(step.what);
 		}

@@ -52,7 +52,7 @@ private:
 	{
 		std::string what;
 		std::function<bool(const NodeState&)> seen;
-		bool told = false;
+		bool reported = false;
 		bool holds = false;
 	};
 

@@ -35,7 +35,7 @@ std::string_view wordOf(Cause cause)
 	                                                        "fatal-error",
 	                                                        "gateway-silent",
 	                                                        "service-address-silent",
-	                                                        "service-card-down",
+	                                                        "service-interface-down",
 	                                                        "programs-gone",
 	                                                        "partner-silent",
 	                                                        "partner-and-service-silent",
@@ -44,15 +44,15 @@ std::string_view wordOf(Cause cause)
 	                                                        "both-masters",
 	                                                        "takeover",
 	                                                        "give-up",
-	                                                        "not-told"};
+	                                                        "not-logged"};
 	return wordAt(words, cause);
 }
 
 std::string_view wordOf(Fault fault)
 {
 	static constexpr std::array<std::string_view, kFaults> words{
-	    "gateway",  "partner-address", "service-address", "service-card", "communication-card",
-	    "programs", "heartbeats",      "partner-port",    "both-masters", "stranger"};
+	    "gateway",  "partner-address", "service-address", "service-interface", "communication-interface",
+	    "programs", "heartbeats",      "partner-port",    "both-masters",      "foreign-message"};
 	return wordAt(words, fault);
 }
 

@@ -1,8 +1,8 @@
-/// What happened on this node, told from its log: events for a history, and the
-/// picture of the node that they add up to.
+/// What happened on this node, reported from its log: events for a history, and the
+/// snapshot of the node that they add up to.
 ///
 /// Feed a History the messages in order (LogReader gives them so); it hands out
-/// events as they become known and keeps the picture up to date. It knows nothing
+/// events as they become known and keeps the snapshot up to date. It knows nothing
 /// of files, settings, processes or the present time: whether the log is fresh
 /// and its agent alive is for the caller to find out.
 #pragma once
@@ -80,7 +80,7 @@ enum class Cause
 	fatalError,              ///< ended with the error in the detail
 	gatewaySilent,           ///< (1) a master cannot ping its gateway
 	serviceAddressSilent,    ///< (2) a master cannot ping the service address
-	serviceCardDown,         ///< (3) a master's service interface has no carrier
+	serviceInterfaceDown,    ///< (3) a master's service interface has no carrier
 	programsGone,            ///< a master's programs do not run
 	partnerSilent,           ///< three silences, and the partner's address does not answer
 	partnerAndServiceSilent, ///< neither the partner nor the service answers, the gateway does
@@ -89,22 +89,22 @@ enum class Cause
 	bothMasters,             ///< both were master: back to the configured role
 	takeOver,                ///< part of a take-over
 	giveUp,                  ///< part of giving up the service
-	notTold                  ///< the log does not tell
+	notLogged                ///< the log does not tell
 };
 
 /// What a fault is about.
 enum class Fault
 {
-	gateway,           ///< does not answer pings
-	partnerAddress,    ///< does not answer pings
-	serviceAddress,    ///< does not answer pings
-	serviceCard,       ///< no carrier
-	communicationCard, ///< no carrier
-	programs,          ///< a master's programs do not run
-	heartbeats,        ///< the partner's host answers, its heartbeats do not come
-	partnerPort,       ///< the partner does not accept this node's heartbeats
-	bothMasters,       ///< two masters met
-	stranger           ///< something else than a heartbeat on the heartbeat port
+	gateway,                ///< does not answer pings
+	partnerAddress,         ///< does not answer pings
+	serviceAddress,         ///< does not answer pings
+	serviceInterface,       ///< no carrier
+	communicationInterface, ///< no carrier
+	programs,               ///< a master's programs do not run
+	heartbeats,             ///< the partner's host answers, its heartbeats do not come
+	partnerPort,            ///< the partner does not accept this node's heartbeats
+	bothMasters,            ///< two masters met
+	foreignMessage          ///< something else than a heartbeat on the heartbeat port
 };
 inline constexpr std::size_t kFaults = 10;
 
@@ -122,7 +122,7 @@ struct Event
 	std::string subject;
 	std::string detail;
 	std::optional<Milliseconds> duration;
-	/// The place of the line that told it, "CHeartReciver:549".
+	/// The place of the line that reported it, "CHeartReciver:549".
 	std::string place;
 };
 
@@ -146,7 +146,7 @@ enum class AddressState
 std::string_view wordOf(AddressState state);
 
 /// What the last message said about something, and when.
-template <typename Value> struct Told
+template <typename Value> struct Reported
 {
 	Value value{};
 	/// When the value became what it is; no earlier than the first message read.
@@ -158,19 +158,19 @@ template <typename Value> struct Told
 /// A fault stays until it was looked at again and found gone, and each is looked
 /// at in some situations only: gateway, service address and service interface on a
 /// master, the partner's address and the communication interface when the partner is
-/// silent. `told.at` tells when it was looked at last.
+/// silent. `reported.at` tells when it was looked at last.
 struct FaultState
 {
 	bool there = false;
-	Told<std::string> told;  ///< value: the detail
-	std::uint64_t count = 0; ///< how often it was found
+	Reported<std::string> reported; ///< value: the detail
+	std::uint64_t count = 0;        ///< how often it was found
 };
 
 /// Enough to see that the service comes and goes.
 inline constexpr std::ptrdiff_t kRoleChangesKept = 16;
 
-/// Everything the messages so far add up to. Empty optionals: not told.
-struct Picture
+/// Everything the messages so far add up to. Empty optionals: not reported.
+struct Snapshot
 {
 	long process = 0;
 	std::optional<Instant> agentStarted;
@@ -180,20 +180,20 @@ struct Picture
 	std::optional<Instant> lastOfSender;
 	std::optional<Instant> lastOfChecker;
 
-	std::optional<Told<Role>> role;
+	std::optional<Reported<Role>> role;
 	std::optional<Event> lastRoleChange;
 	/// A take-over that has begun and is not done.
 	std::optional<Event> takeOver;
 	/// The node's verdict on its own network; false after a failed check and after
 	/// a take-over by probes, until a heartbeat has been judged.
-	std::optional<Told<bool>> networkOk;
+	std::optional<Reported<bool>> networkOk;
 	/// This node asks its partner to take the service.
-	std::optional<Told<bool>> asking;
-	std::optional<Told<bool>> programsRun;
-	std::optional<Told<AddressState>> address;
+	std::optional<Reported<bool>> asking;
+	std::optional<Reported<bool>> programsRun;
+	std::optional<Reported<AddressState>> address;
 
-	std::optional<Told<Heartbeat>> sent;
-	std::optional<Told<Heartbeat>> received;
+	std::optional<Reported<Heartbeat>> sent;
+	std::optional<Reported<Heartbeat>> received;
 	/// Since when the partner is silent; empty while it is heard.
 	std::optional<Instant> partnerLost;
 	int silences = 0;
@@ -217,7 +217,7 @@ struct Picture
 	std::uint64_t heartbeatsReceived = 0;
 };
 
-/// The configured commands, by which their lines in the log are told apart. The
+/// The configured commands, by which their lines in the log are distinguished. The
 /// history learns them from the agent's start; given ones serve as long as the
 /// log has none (its beginning was purged or is not read).
 struct Commands
@@ -242,7 +242,7 @@ public:
 
 	void feed(const LogLine& line);
 
-	const Picture& picture() const;
+	const Snapshot& snapshot() const;
 
 private:
 	std::unique_ptr<HistoryMachine> m_machine;

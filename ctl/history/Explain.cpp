@@ -19,7 +19,7 @@ using namespace inspect;
 namespace
 {
 
-/// What a message says of its place, and its text where that is told too.
+/// What a message says of its place, and its text where that is reported too.
 struct Given
 {
 	std::string label;

@@ -68,14 +68,14 @@ HistoryMachine::HistoryMachine(History::Sink sink, Commands commands)
 void HistoryMachine::feed(const LogLine& line)
 {
 	m_line = &line;
-	++m_picture.letters[line.letter];
+	++m_snapshot.letters[line.letter];
 	if (!line.hasHead() || !readTime())
 	{
 		return;
 	}
 	noteAgent();
 	noteGap();
-	m_picture.lastMessage = m_now;
+	m_snapshot.lastMessage = m_now;
 	noteWorker();
 	if (const Handler handler = handlerOf(line.label, line.number))
 	{
@@ -90,28 +90,28 @@ void HistoryMachine::feed(const LogLine& line)
 /// A message without a date happened when the one before did.
 bool HistoryMachine::readTime()
 {
-	const std::optional<Instant> time = m_line->time ? m_line->time : m_picture.lastMessage;
+	const std::optional<Instant> time = m_line->time ? m_line->time : m_snapshot.lastMessage;
 	m_now = time.value_or(Instant());
 	return time.has_value();
 }
 
 void HistoryMachine::noteGap()
 {
-	if (!m_picture.lastMessage)
+	if (!m_snapshot.lastMessage)
 	{
 		return;
 	}
-	const std::chrono::nanoseconds passed = m_now - *m_picture.lastMessage;
+	const std::chrono::nanoseconds passed = m_now - *m_snapshot.lastMessage;
 	const std::chrono::nanoseconds usual = kUsual * m_agent.usualGap;
 	const std::chrono::nanoseconds limit =
 	    ++m_agent.messages > kEnoughMessages ? std::max<std::chrono::nanoseconds>(kGap, usual) : kGapAtFirst;
 	if (passed >= limit)
 	{
-		emit(EventKind::logGap, Cause::none, {}, {}, between(*m_picture.lastMessage, m_now));
+		emit(EventKind::logGap, Cause::none, {}, {}, between(*m_snapshot.lastMessage, m_now));
 	}
 	else if (passed <= -kSetBack)
 	{
-		emit(EventKind::clockSetBack, Cause::none, {}, {}, between(m_now, *m_picture.lastMessage));
+		emit(EventKind::clockSetBack, Cause::none, {}, {}, between(m_now, *m_snapshot.lastMessage));
 	}
 	else
 	{
@@ -122,11 +122,11 @@ void HistoryMachine::noteGap()
 void HistoryMachine::noteAgent()
 {
 	const bool mainThread = m_line->thread == 0;
-	if (m_before && m_line->process == m_before->first.process && m_line->process != m_picture.process && !mainThread)
+	if (m_before && m_line->process == m_before->first.process && m_line->process != m_snapshot.process && !mainThread)
 	{
 		resume();
 	}
-	else if (m_line->process != m_picture.process || startsAnew())
+	else if (m_line->process != m_snapshot.process || startsAnew())
 	{
 		begin();
 	}
@@ -148,51 +148,51 @@ bool HistoryMachine::startsAnew() const
 
 void HistoryMachine::begin()
 {
-	const bool first = m_picture.process == 0;
+	const bool first = m_snapshot.process == 0;
 	const bool fromItsStart = m_line->thread == 0;
 	std::optional<Milliseconds> without;
 	if (!first)
 	{
 		end();
-		without = since(*m_picture.lastMessage);
-		m_before.emplace(m_picture, m_agent);
+		without = since(*m_snapshot.lastMessage);
+		m_before.emplace(m_snapshot, m_agent);
 	}
-	Picture fresh;
-	std::swap(fresh, m_picture);
+	Snapshot fresh;
+	std::swap(fresh, m_snapshot);
 	carryCountsFrom(fresh);
-	m_picture.lastRoleChange = fresh.lastRoleChange;
-	m_picture.roleChanges = fresh.roleChanges;
-	m_picture.process = m_line->process;
+	m_snapshot.lastRoleChange = fresh.lastRoleChange;
+	m_snapshot.roleChanges = fresh.roleChanges;
+	m_snapshot.process = m_line->process;
 	m_agent = {};
 	if (first && !fromItsStart)
 	{
 		return;
 	}
-	m_picture.agentStarted = m_now;
+	m_snapshot.agentStarted = m_now;
 	emit(EventKind::agentStarted, Cause::none, {}, fromItsStart ? "" : "its first messages are missing", without);
 	if (fresh.role && fresh.role->value == Role::master)
 	{
-		m_picture.role = fresh.role;
+		m_snapshot.role = fresh.role;
 		setRole(Role::slave, Cause::agentStart);
 	}
-	tell(m_picture.role, Role::slave);
+	tell(m_snapshot.role, Role::slave);
 }
 
 /// Of the agent whose messages end here.
 void HistoryMachine::end()
 {
-	const Instant last = m_picture.lastMessage.value_or(m_now);
+	const Instant last = m_snapshot.lastMessage.value_or(m_now);
 	std::optional<Milliseconds> life;
-	if (m_picture.agentStarted)
+	if (m_snapshot.agentStarted)
 	{
-		life = between(*m_picture.agentStarted, last);
+		life = between(*m_snapshot.agentStarted, last);
 	}
-	if (m_picture.takeOver)
+	if (m_snapshot.takeOver)
 	{
-		Event unfinished = event(EventKind::takeOverUnfinished, m_picture.takeOver->cause);
+		Event unfinished = event(EventKind::takeOverUnfinished, m_snapshot.takeOver->cause);
 		unfinished.time = last;
-		unfinished.process = m_picture.process;
-		unfinished.duration = between(m_picture.takeOver->time, last);
+		unfinished.process = m_snapshot.process;
+		unfinished.duration = between(m_snapshot.takeOver->time, last);
 		unfinished.detail = "the agent ended";
 		unfinished.place.clear();
 		emit(unfinished);
@@ -204,7 +204,7 @@ void HistoryMachine::end()
 		ended = *m_agent.fatal;
 	}
 	ended.time = last;
-	ended.process = m_picture.process;
+	ended.process = m_snapshot.process;
 	ended.duration = life;
 	emit(ended);
 }
@@ -214,23 +214,23 @@ void HistoryMachine::end()
 void HistoryMachine::resume()
 {
 	end();
-	const Picture other = m_picture;
-	m_picture = m_before->first;
+	const Snapshot other = m_snapshot;
+	m_snapshot = m_before->first;
 	m_agent = m_before->second;
 	m_before.reset();
 	carryCountsFrom(other);
 	emit(EventKind::agentResumed);
 }
 
-void HistoryMachine::carryCountsFrom(const Picture& other)
+void HistoryMachine::carryCountsFrom(const Snapshot& other)
 {
-	m_picture.events = other.events;
-	m_picture.letters = other.letters;
-	m_picture.heartbeatsSent = other.heartbeatsSent;
-	m_picture.heartbeatsReceived = other.heartbeatsReceived;
+	m_snapshot.events = other.events;
+	m_snapshot.letters = other.letters;
+	m_snapshot.heartbeatsSent = other.heartbeatsSent;
+	m_snapshot.heartbeatsReceived = other.heartbeatsReceived;
 	for (std::size_t fault = 0; fault < kFaults; ++fault)
 	{
-		m_picture.faults.at(fault).count = other.faults.at(fault).count;
+		m_snapshot.faults.at(fault).count = other.faults.at(fault).count;
 	}
 }
 
@@ -246,9 +246,9 @@ void HistoryMachine::noteWorker()
 	const auto worker = m_agent.workers.find(m_line->thread);
 	if (worker != m_agent.workers.end())
 	{
-		auto& last = worker->second == kReceiver ? m_picture.lastOfReceiver
-		             : worker->second == kSender ? m_picture.lastOfSender
-		                                         : m_picture.lastOfChecker;
+		auto& last = worker->second == kReceiver ? m_snapshot.lastOfReceiver
+		             : worker->second == kSender ? m_snapshot.lastOfSender
+		                                         : m_snapshot.lastOfChecker;
 		last = m_now;
 	}
 }
@@ -266,8 +266,9 @@ void HistoryMachine::noteError()
 	{
 		return; // a banner
 	}
-	const auto told = m_errors.find(place);
-	if (told != m_errors.end() && told->second.first == m_line->text && m_now - told->second.second < kRepeat)
+	const auto reported = m_errors.find(place);
+	if (reported != m_errors.end() && reported->second.first == m_line->text &&
+	    m_now - reported->second.second < kRepeat)
 	{
 		return;
 	}
@@ -285,17 +286,17 @@ Event HistoryMachine::event(EventKind kind, Cause cause) const
 	event.kind = kind;
 	event.cause = cause;
 	event.time = m_now;
-	event.process = m_picture.process;
+	event.process = m_snapshot.process;
 	event.place = m_line->place();
 	return event;
 }
 
 void HistoryMachine::emit(const Event& event)
 {
-	++m_picture.events[event.kind];
+	++m_snapshot.events[event.kind];
 	if (event.kind == EventKind::roleChanged)
 	{
-		m_picture.lastRoleChange = event;
+		m_snapshot.lastRoleChange = event;
 		noteChange(event);
 	}
 	if (m_sink)
@@ -307,7 +308,7 @@ void HistoryMachine::emit(const Event& event)
 /// An agent's start ends the master's role, and is no failover of the pair.
 void HistoryMachine::noteChange(const Event& event)
 {
-	std::vector<Instant>& changes = m_picture.roleChanges;
+	std::vector<Instant>& changes = m_snapshot.roleChanges;
 	if (event.cause != Cause::agentStart)
 	{
 		changes.push_back(event.time);
@@ -347,9 +348,9 @@ void History::feed(const LogLine& line)
 	m_machine->feed(line);
 }
 
-const Picture& History::picture() const
+const Snapshot& History::snapshot() const
 {
-	return m_machine->picture();
+	return m_machine->snapshot();
 }
 
 } // namespace velarix::ctl

@@ -6,14 +6,14 @@ namespace velarix::ctl
 void HistoryMachine::found(Fault fault, std::string detail)
 {
 	FaultState& is = state(fault);
-	is.told.at = m_now;
+	is.reported.at = m_now;
 	if (is.there)
 	{
 		return;
 	}
 	is.there = true;
-	is.told.since = m_now;
-	is.told.value = detail;
+	is.reported.since = m_now;
+	is.reported.value = detail;
 	++is.count;
 	emit(EventKind::faultFound, Cause::none, std::string(wordOf(fault)), std::move(detail));
 }
@@ -21,19 +21,19 @@ void HistoryMachine::found(Fault fault, std::string detail)
 void HistoryMachine::gone(Fault fault, std::string detail)
 {
 	FaultState& is = state(fault);
-	is.told.at = m_now;
+	is.reported.at = m_now;
 	if (!is.there)
 	{
 		return;
 	}
-	const Milliseconds there = since(is.told.since);
+	const Milliseconds there = since(is.reported.since);
 	is.there = false;
-	is.told.since = m_now;
-	is.told.value.clear();
+	is.reported.since = m_now;
+	is.reported.value.clear();
 	emit(EventKind::faultGone, Cause::none, std::string(wordOf(fault)), std::move(detail), there);
 }
 
-/// A probe that nobody answered, with the reason that a line before it told.
+/// A probe that nobody answered, with the reason that a line before it reported.
 void HistoryMachine::unanswered(Fault fault)
 {
 	found(fault, std::exchange(m_agent.probeError, {}));

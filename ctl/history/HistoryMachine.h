@@ -21,7 +21,7 @@ public:
 	HistoryMachine(History::Sink sink, Commands commands);
 
 	void feed(const LogLine& line);
-	const Picture& picture() const { return m_picture; }
+	const Snapshot& snapshot() const { return m_snapshot; }
 
 private:
 	/// Says which of the operations below is done at which message.
@@ -48,8 +48,8 @@ private:
 		/// What is going on, for the cause of commands: agentStart, giveUp, takeOver,
 		/// bothMasters or configuredRole.
 		Cause doing = Cause::none;
-		Cause giveUpCause = Cause::notTold;
-		Cause resetCause = Cause::notTold;
+		Cause giveUpCause = Cause::notLogged;
+		Cause resetCause = Cause::notLogged;
 		Awaited awaited = Awaited::notKnown;
 		std::optional<Instant> askMade;
 		int beatsThatDiffer = 0;
@@ -73,13 +73,13 @@ private:
 
 	History::Sink m_sink;
 	Commands m_commands;
-	Picture m_picture;
+	Snapshot m_snapshot;
 	Agent m_agent;
 	/// The agent before this one, in case it is not gone.
-	std::optional<std::pair<Picture, Agent>> m_before;
+	std::optional<std::pair<Snapshot, Agent>> m_before;
 	const LogLine* m_line = nullptr;
 	Instant m_now;
-	/// The last text of an error by its place, so that it is told once.
+	/// The last text of an error by its place, so that it is reported once.
 	std::map<std::string, std::pair<std::string, Instant>> m_errors;
 
 	// History.cpp
@@ -92,7 +92,7 @@ private:
 	void resume();
 	void noteWorker();
 	void noteError();
-	void carryCountsFrom(const Picture& other);
+	void carryCountsFrom(const Snapshot& other);
 
 	// Shared
 	Event event(EventKind kind, Cause cause = Cause::none) const;
@@ -103,7 +103,7 @@ private:
 	Milliseconds since(Instant time) const;
 	/// The text behind `prefix`; all of it when it begins differently.
 	std::string behind(std::string_view prefix) const;
-	template <typename Value> void tell(std::optional<Told<Value>>& told, const Value& value);
+	template <typename Value> void tell(std::optional<Reported<Value>>& reported, const Value& value);
 
 	// HistoryRole.cpp
 	void setRole(Role role, Cause cause);
@@ -155,16 +155,16 @@ private:
 	void unanswered(Fault fault);
 	void probeError();
 	void serverError();
-	FaultState& state(Fault fault) { return m_picture.faults[static_cast<std::size_t>(fault)]; }
+	FaultState& state(Fault fault) { return m_snapshot.faults[static_cast<std::size_t>(fault)]; }
 };
 
-template <typename Value> void HistoryMachine::tell(std::optional<Told<Value>>& told, const Value& value)
+template <typename Value> void HistoryMachine::tell(std::optional<Reported<Value>>& reported, const Value& value)
 {
-	if (!told || !(told->value == value))
+	if (!reported || !(reported->value == value))
 	{
-		told = Told<Value>{value, m_now, m_now};
+		reported = Reported<Value>{value, m_now, m_now};
 	}
-	told->at = m_now;
+	reported->at = m_now;
 }
 
 /// What is done at a place of the log.

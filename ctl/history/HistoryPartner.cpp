@@ -27,26 +27,26 @@ void HistoryMachine::heartbeatReceived()
 	}
 	else
 	{
-		found(Fault::stranger, oneLine(text));
+		found(Fault::foreignMessage, oneLine(text));
 	}
 }
 
 void HistoryMachine::heard(const Heartbeat& heartbeat)
 {
-	++m_picture.heartbeatsReceived;
-	const std::optional<Told<Heartbeat>> before = m_picture.received;
-	tell(m_picture.received, heartbeat);
-	if (m_picture.partnerLost)
+	++m_snapshot.heartbeatsReceived;
+	const std::optional<Reported<Heartbeat>> before = m_snapshot.received;
+	tell(m_snapshot.received, heartbeat);
+	if (m_snapshot.partnerLost)
 	{
-		m_picture.partnerLost.reset();
+		m_snapshot.partnerLost.reset();
 		emit(EventKind::partnerBack, Cause::none, {}, {}, before ? std::optional(since(before->at)) : std::nullopt);
 	}
 	gone(Fault::heartbeats);
 	// A master never pings it again.
 	gone(Fault::partnerAddress, "its heartbeat came");
-	if (state(Fault::stranger).there && m_now - state(Fault::stranger).told.at >= kQuiet)
+	if (state(Fault::foreignMessage).there && m_now - state(Fault::foreignMessage).reported.at >= kQuiet)
 	{
-		gone(Fault::stranger);
+		gone(Fault::foreignMessage);
 	}
 	if (before && !before->value.started.empty() && before->value.started != heartbeat.started)
 	{
@@ -70,40 +70,40 @@ void HistoryMachine::heartbeatSent()
 	const std::size_t begin = m_line->text.find("]:");
 	const std::optional<Heartbeat> heartbeat = parseHeartbeat(
 	    begin == std::string::npos ? std::string_view() : std::string_view(m_line->text).substr(begin + 2));
-	m_picture.refusals = 0;
+	m_snapshot.refusals = 0;
 	gone(Fault::partnerPort);
 	if (!heartbeat)
 	{
 		return;
 	}
-	++m_picture.heartbeatsSent;
-	tell(m_picture.sent, *heartbeat);
+	++m_snapshot.heartbeatsSent;
+	tell(m_snapshot.sent, *heartbeat);
 	// A heartbeat composed just before a change tells the old value, one after it
 	// never does.
-	const bool differs = m_picture.asking && m_picture.asking->value != heartbeat->asking;
+	const bool differs = m_snapshot.asking && m_snapshot.asking->value != heartbeat->asking;
 	m_agent.beatsThatDiffer = differs ? m_agent.beatsThatDiffer + 1 : 0;
 	if (!differs || m_agent.beatsThatDiffer >= 2)
 	{
 		m_agent.beatsThatDiffer = 0;
-		tell(m_picture.asking, heartbeat->asking);
+		tell(m_snapshot.asking, heartbeat->asking);
 	}
 }
 
 void HistoryMachine::partnerRefuses()
 {
-	++m_picture.refusals;
+	++m_snapshot.refusals;
 	const std::string text = behind("Sender ");
 	found(Fault::partnerPort, oneLine(text.substr(0, text.rfind('['))));
 }
 
 void HistoryMachine::nobodyConnected()
 {
-	if (m_picture.partnerLost)
+	if (m_snapshot.partnerLost)
 	{
 		return;
 	}
-	m_picture.partnerLost = m_now;
-	const std::optional<Told<Heartbeat>>& last = m_picture.received;
+	m_snapshot.partnerLost = m_now;
+	const std::optional<Reported<Heartbeat>>& last = m_snapshot.received;
 	emit(EventKind::partnerLost, Cause::none, {}, last ? "" : "no heartbeat yet",
 	     last ? std::optional(since(last->at)) : std::nullopt);
 }
@@ -112,8 +112,8 @@ void HistoryMachine::nobodyConnected()
 /// again and tells nothing new.
 void HistoryMachine::countSilence(int silences)
 {
-	m_picture.silences = silences;
-	if (!m_picture.fault(Fault::heartbeats).there)
+	m_snapshot.silences = silences;
+	if (!m_snapshot.fault(Fault::heartbeats).there)
 	{
 		emit(EventKind::silenceCounted, Cause::none, {}, std::to_string(silences) + " of 3");
 	}

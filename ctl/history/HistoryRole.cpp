@@ -5,10 +5,10 @@ namespace velarix::ctl
 
 void HistoryMachine::setRole(Role role, Cause cause)
 {
-	const Role before = m_picture.role ? m_picture.role->value : Role::unknown;
+	const Role before = m_snapshot.role ? m_snapshot.role->value : Role::unknown;
 	if (before == role)
 	{
-		m_picture.role->at = m_now;
+		m_snapshot.role->at = m_now;
 		return;
 	}
 	if (role == Role::slave)
@@ -18,11 +18,11 @@ void HistoryMachine::setRole(Role role, Cause cause)
 	Event change = event(EventKind::roleChanged, cause);
 	change.from = before;
 	change.to = role;
-	if (m_picture.role)
+	if (m_snapshot.role)
 	{
-		change.duration = since(m_picture.role->since);
+		change.duration = since(m_snapshot.role->since);
 	}
-	tell(m_picture.role, role);
+	tell(m_snapshot.role, role);
 	emit(change);
 	if (role == Role::slave)
 	{
@@ -34,7 +34,7 @@ void HistoryMachine::setRole(Role role, Cause cause)
 /// was interrupted by, it is over.
 void HistoryMachine::passBegins()
 {
-	if (m_picture.takeOver)
+	if (m_snapshot.takeOver)
 	{
 		endTakeOver(EventKind::takeOverUnfinished, m_agent.takeOverError);
 	}
@@ -44,13 +44,13 @@ void HistoryMachine::passBegins()
 
 void HistoryMachine::judgedAsMaster()
 {
-	if (m_picture.role)
+	if (m_snapshot.role)
 	{
-		setRole(Role::master, Cause::notTold);
+		setRole(Role::master, Cause::notLogged);
 	}
 	else
 	{
-		tell(m_picture.role, Role::master);
+		tell(m_snapshot.role, Role::master);
 	}
 }
 
@@ -58,13 +58,13 @@ void HistoryMachine::judgedAsMaster()
 /// not run, does not say so: its next judgement does.
 void HistoryMachine::judgedAsSlave()
 {
-	if (m_picture.role)
+	if (m_snapshot.role)
 	{
-		setRole(Role::slave, m_picture.fault(Fault::bothMasters).there ? Cause::bothMasters : Cause::notTold);
+		setRole(Role::slave, m_snapshot.fault(Fault::bothMasters).there ? Cause::bothMasters : Cause::notLogged);
 	}
 	else
 	{
-		tell(m_picture.role, Role::slave);
+		tell(m_snapshot.role, Role::slave);
 	}
 }
 
@@ -103,11 +103,11 @@ void HistoryMachine::takesOver(Cause cause)
 	setRole(Role::master, cause);
 	m_agent.doing = Cause::takeOver;
 	m_agent.awaited = Awaited::kill;
-	if (!m_picture.takeOver)
+	if (!m_snapshot.takeOver)
 	{
-		m_picture.takeOver = event(EventKind::takeOverBegan, cause);
+		m_snapshot.takeOver = event(EventKind::takeOverBegan, cause);
 		m_agent.takeOverError.clear();
-		emit(*m_picture.takeOver);
+		emit(*m_snapshot.takeOver);
 	}
 }
 
@@ -145,15 +145,15 @@ void HistoryMachine::judged(bool ok)
 
 void HistoryMachine::setNetwork(bool ok)
 {
-	tell(m_picture.networkOk, ok);
+	tell(m_snapshot.networkOk, ok);
 }
 
 void HistoryMachine::endTakeOver(EventKind kind, std::string detail)
 {
-	if (m_picture.takeOver)
+	if (m_snapshot.takeOver)
 	{
-		const Event began = *m_picture.takeOver;
-		m_picture.takeOver.reset();
+		const Event began = *m_snapshot.takeOver;
+		m_snapshot.takeOver.reset();
 		emit(kind, began.cause, {}, std::move(detail), since(began.time));
 	}
 }
@@ -161,13 +161,13 @@ void HistoryMachine::endTakeOver(EventKind kind, std::string detail)
 void HistoryMachine::ask()
 {
 	m_agent.askMade = m_now;
-	tell(m_picture.asking, true);
+	tell(m_snapshot.asking, true);
 	emit(EventKind::askMade, m_agent.giveUpCause);
 }
 
 void HistoryMachine::endAsk(EventKind kind)
 {
-	if (!m_picture.asking || !m_picture.asking->value)
+	if (!m_snapshot.asking || !m_snapshot.asking->value)
 	{
 		return;
 	}
@@ -177,7 +177,7 @@ void HistoryMachine::endAsk(EventKind kind)
 		duration = since(*m_agent.askMade);
 	}
 	m_agent.askMade.reset();
-	tell(m_picture.asking, false);
+	tell(m_snapshot.asking, false);
 	emit(kind, Cause::none, {}, {}, duration);
 }
 

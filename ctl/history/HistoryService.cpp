@@ -19,7 +19,7 @@ struct CommandLine
 	std::string_view output;
 };
 
-/// Where the command ends is told by the ones that are known: its output and the
+/// Where the command ends is reported by the ones that are known: its output and the
 /// command itself may hold anything.
 CommandLine split(std::string_view text, const Commands& known)
 {
@@ -36,7 +36,7 @@ CommandLine split(std::string_view text, const Commands& known)
 	                                     : CommandLine{text.substr(0, end), text.substr(end + kEnd.size())};
 }
 
-/// 1, 10, 100, ...: an endless failure is told now and then.
+/// 1, 10, 100, ...: an endless failure is reported now and then.
 bool isRound(int count)
 {
 	while (count > 1 && count % 10 == 0)
@@ -59,7 +59,7 @@ void HistoryMachine::commandRun()
 	const auto [command, output] = split(m_line->text, m_commands);
 	if (command == kServiceCarrier || command == kCommunicationCarrier)
 	{
-		const Fault interface = command == kServiceCarrier ? Fault::serviceCard : Fault::communicationCard;
+		const Fault interface = command == kServiceCarrier ? Fault::serviceInterface : Fault::communicationInterface;
 		output.find('1') != std::string_view::npos ? gone(interface) : found(interface);
 		return;
 	}
@@ -108,7 +108,7 @@ void HistoryMachine::killed(std::string_view program, const std::string& output)
 /// the address may have been there.
 void HistoryMachine::dropped(const std::string& output)
 {
-	const bool mayHaveBeenThere = m_picture.address && m_picture.address->value != AddressState::dropped;
+	const bool mayHaveBeenThere = m_snapshot.address && m_snapshot.address->value != AddressState::dropped;
 	if (m_agent.doing != Cause::takeOver || mayHaveBeenThere)
 	{
 		emit(EventKind::addressDropped, m_agent.doing, {}, output);
@@ -132,14 +132,15 @@ void HistoryMachine::scriptWasRun()
 	}
 	m_agent.scriptBegun.reset();
 	m_agent.killedFor = Cause::none;
-	emit(EventKind::programsStarted, m_picture.takeOver ? m_picture.takeOver->cause : Cause::notTold, {}, {}, duration);
+	emit(EventKind::programsStarted, m_snapshot.takeOver ? m_snapshot.takeOver->cause : Cause::notLogged, {}, {},
+	     duration);
 	endTakeOver(EventKind::takeOverDone);
 	m_agent.doing = Cause::none;
 }
 
 void HistoryMachine::setAddress(AddressState address)
 {
-	tell(m_picture.address, address);
+	tell(m_snapshot.address, address);
 }
 
 void HistoryMachine::addressNotListed()
@@ -149,7 +150,7 @@ void HistoryMachine::addressNotListed()
 	{
 		m_agent.addressBegun = m_now;
 		m_agent.addressTries = 0;
-		m_picture.failedStarts = 0;
+		m_snapshot.failedStarts = 0;
 		setAddress(AddressState::starting);
 		emit(EventKind::addressStarting, m_agent.doing);
 	}
@@ -162,7 +163,7 @@ void HistoryMachine::addressPinged()
 		addressUp("answers");
 		return;
 	}
-	if (!m_picture.address || m_picture.address->value != AddressState::waiting)
+	if (!m_snapshot.address || m_snapshot.address->value != AddressState::waiting)
 	{
 		setAddress(AddressState::waiting);
 		emit(EventKind::addressWaiting);
@@ -173,10 +174,10 @@ void HistoryMachine::addressPinged()
 void HistoryMachine::addressFailed()
 {
 	++m_agent.addressTries;
-	m_picture.failedStarts = m_agent.addressTries;
+	m_snapshot.failedStarts = m_agent.addressTries;
 	setAddress(AddressState::starting);
 	const std::string output = oneLine(behind("can't start virtual ip: "));
-	m_picture.startOutput = output;
+	m_snapshot.startOutput = output;
 	if (isRound(m_agent.addressTries))
 	{
 		std::string detail = "try " + std::to_string(m_agent.addressTries) + ": ";
@@ -200,7 +201,7 @@ void HistoryMachine::addressUp(const std::string& how)
 	{
 		duration = since(*m_agent.addressBegun);
 	}
-	const bool news = duration || !m_picture.address || m_picture.address->value != AddressState::up;
+	const bool news = duration || !m_snapshot.address || m_snapshot.address->value != AddressState::up;
 	std::string tries;
 	if (m_agent.addressTries > 0)
 	{
@@ -209,7 +210,7 @@ void HistoryMachine::addressUp(const std::string& how)
 	}
 	m_agent.addressBegun.reset();
 	m_agent.addressTries = 0;
-	m_picture.failedStarts = 0;
+	m_snapshot.failedStarts = 0;
 	setAddress(AddressState::up);
 	if (news)
 	{
@@ -220,16 +221,16 @@ void HistoryMachine::addressUp(const std::string& how)
 void HistoryMachine::programsCounted()
 {
 	const bool running = m_line->text.ends_with('1');
-	const std::optional<Told<bool>> before = m_picture.programsRun;
-	tell(m_picture.programsRun, running);
+	const std::optional<Reported<bool>> before = m_snapshot.programsRun;
+	tell(m_snapshot.programsRun, running);
 	if (before && before->value != running)
 	{
 		emit(running ? EventKind::programsRunning : EventKind::programsStopped,
 		     running ? Cause::none : m_agent.killedFor, {}, {}, since(before->since));
 	}
-	const bool master = m_picture.role && m_picture.role->value == Role::master;
+	const bool master = m_snapshot.role && m_snapshot.role->value == Role::master;
 	// One cycle without them is usual while they are being started.
-	const bool missing = master && !running && !m_picture.takeOver;
+	const bool missing = master && !running && !m_snapshot.takeOver;
 	m_agent.cyclesWithoutPrograms = missing ? m_agent.cyclesWithoutPrograms + 1 : 0;
 	if (m_agent.cyclesWithoutPrograms >= 2)
 	{

@@ -178,7 +178,7 @@ std::string keeperSettingsText(const Answers& answers, NodeName node)
 	std::string text = comment("What the keeper holds and runs on node " + std::string(textOf(node)) +
 	                           ". keeper(8) has every key, \"velarixctl check\" looks through it. The partner's file "
 	                           "differs in on_conflict alone.");
-	text += "\n[address]\n" + line("address", answers.virtualIP) + line("interface", kServiceCard);
+	text += "\n[address]\n" + line("address", answers.virtualIP) + line("interface", kServiceInterface);
 	text += comment("when another host holds the address as well: defend it (the configured master), or yield");
 	text += line("on_conflict", node == answers.master ? "defend" : "yield");
 	for (const ServiceAnswer& service : answers.services)

@@ -52,15 +52,15 @@ std::string faultText(const std::string& subject, bool there)
 	    {{Fault::gateway, "the gateway does not answer pings", "the gateway answers again"},
 	     {Fault::partnerAddress, "the partner's address does not answer pings", "the partner's address answers again"},
 	     {Fault::serviceAddress, "the service address does not answer pings", "the service address answers again"},
-	     {Fault::serviceCard, "the service interface (eth0) has no carrier",
+	     {Fault::serviceInterface, "the service interface (eth0) has no carrier",
 	      "the service interface (eth0) has carrier again"},
-	     {Fault::communicationCard, "the communication interface (eth1) has no carrier",
+	     {Fault::communicationInterface, "the communication interface (eth1) has no carrier",
 	      "the communication interface (eth1) has carrier again"},
 	     {Fault::programs, "the managed programs do not run on the master", "no longer without its programs"},
 	     {Fault::heartbeats, "the partner's host answers pings, but no heartbeats come", "heartbeats come again"},
 	     {Fault::partnerPort, "the partner does not take this node's heartbeats", "the partner takes them again"},
 	     {Fault::bothMasters, "both nodes are master", "no longer two masters"},
-	     {Fault::stranger, "something else than a heartbeat came in", "nothing strange for a minute"}}};
+	     {Fault::foreignMessage, "something else than a heartbeat came in", "nothing strange for a minute"}}};
 	const auto* const row =
 	    std::find_if(rows.begin(), rows.end(), [&](const Row& one) { return wordOf(one.fault) == subject; });
 	return row == rows.end() ? subject : std::string(there ? row->found : row->gone);
@@ -133,7 +133,7 @@ const Wording& wordingOf(EventKind kind)
 	return *std::ranges::find(kWordings, kind, &Wording::kind);
 }
 
-std::string told(char mark, const Event& event)
+std::string reported(char mark, const Event& event)
 {
 	switch (mark)
 	{
@@ -170,7 +170,7 @@ std::string describe(const Event& event)
 			piece = result.size();
 			break;
 		case '%':
-			figure = told(text[++at], event);
+			figure = reported(text[++at], event);
 			result += figure;
 			break;
 		case ']':

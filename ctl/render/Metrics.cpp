@@ -24,7 +24,7 @@ std::optional<double> epoch(const std::optional<Instant>& time)
 
 std::optional<bool> flag(const Figure<bool>& figure)
 {
-	return figure.known() ? figure.told : std::nullopt;
+	return figure.known() ? figure.reported : std::nullopt;
 }
 
 void addRoles(Exposition& out, std::string_view name, std::string_view help, const Figure<Role>& role)
@@ -63,11 +63,11 @@ void addAgent(Exposition& out, const NodeState& state)
 		out.single("agent_threads", "Threads of the agent; four are right.", std::optional<double>(agent.threads));
 	}
 	out.single("log_last_message_timestamp_seconds", "When the log's last message was written.",
-	           epoch(state.picture().lastMessage));
+	           epoch(state.snapshot().lastMessage));
 	if (state.logSpace.known())
 	{
 		out.single("log_free_bytes", "Free space on the disk of the log.",
-		           std::optional(static_cast<double>(*state.logSpace.told)));
+		           std::optional(static_cast<double>(*state.logSpace.reported)));
 	}
 	out.single("log_trusted", "Whether the log tells how the node is now.", std::optional(state.distrust.empty()));
 }
@@ -99,16 +99,16 @@ void addPrograms(Exposition& out, const NodeState& state)
 	{
 		return;
 	}
-	const Programs& programs = *state.programs.told;
+	const Programs& programs = *state.programs.reported;
 	out.single("programs_configured", "Managed programs in the settings.",
 	           std::optional(static_cast<double>(programs.each.size())));
 	out.single("programs_running", "Whether the programs run, by the agent's count.", std::optional(programs.run));
 	out.gauge("program_processes", "Processes whose name contains that of a managed program.");
-	std::set<std::string> told;
+	std::set<std::string> reported;
 	for (const ProgramCount& program : programs.each)
 	{
 		// Programs of one name have the same processes, and one sample.
-		if (!told.insert(program.name).second)
+		if (!reported.insert(program.name).second)
 		{
 			continue;
 		}
@@ -147,15 +147,16 @@ void addKernel(Exposition& out, const NodeState& state)
 	if (state.address.known())
 	{
 		out.single("virtual_ip_held", "Whether the virtual address is on this node.",
-		           std::optional(state.address.told->held));
+		           std::optional(state.address.reported->held));
 	}
-	out.gauge("card_carrier", "Whether an interface has carrier; left out for one that is not there or down.");
-	for (const auto& [name, use, card] : {std::tuple(kServiceCard, "service", &state.serviceCard),
-	                                      std::tuple(kCommunicationCard, "communication", &state.communicationCard)})
+	out.gauge("interface_carrier", "Whether an interface has carrier; left out for one that is not there or down.");
+	for (const auto& [name, use, interface] :
+	     {std::tuple(kServiceInterface, "service", &state.serviceInterface),
+	      std::tuple(kCommunicationInterface, "communication", &state.communicationInterface)})
 	{
-		if (card->known())
+		if (interface->known())
 		{
-			out.sample(*card->told, {{"card", name}, {"use", use}});
+			out.sample(*interface->reported, {{"interface", name}, {"use", use}});
 		}
 	}
 	out.single("gateway_reachable", "Whether the gateway answers a ping.", flag(state.gatewayAnswers));
@@ -171,7 +172,7 @@ void addFaults(Exposition& out, const NodeState& state)
 	for (std::size_t number = 0; number < kFaults; ++number)
 	{
 		const auto fault = static_cast<Fault>(number);
-		out.sample(state.picture().fault(fault).there, {{"fault", wordOf(fault)}});
+		out.sample(state.snapshot().fault(fault).there, {{"fault", wordOf(fault)}});
 	}
 }
 
@@ -180,10 +181,10 @@ void addJudgement(Exposition& out, const Judgement& judgement)
 	out.single("fail_over_ready", "Whether a failover would work now.", judgement.failOverWorks);
 	out.gauge("problem", "What velarixctl status finds wrong now; 1 for each.");
 	// Two samples with the same labels make the whole text unreadable.
-	std::set<std::string_view> told;
+	std::set<std::string_view> reported;
 	for (const Problem& problem : judgement.problems)
 	{
-		if (told.insert(problem.id).second)
+		if (reported.insert(problem.id).second)
 		{
 			out.sample(true, {{"problem", problem.id}, {"severity", wordOf(problem.grade)}});
 		}

@@ -88,9 +88,9 @@ std::string fineText(const NodeState& state, const Judgement& judgement)
 	// A partner that has missed heartbeats within the limits is not yet a problem, and
 	// whether it could take the service is not said.
 	const std::string partner = state.partnerRole.known()
-	                                ? std::string(textOf(*state.partnerRole.told))
+	                                ? std::string(textOf(*state.partnerRole.reported))
 	                                : "last heard " + spanText(*state.age(state.heartbeat)) + " ago";
-	return std::string(textOf(*state.role.told)) + ", partner " + state.setting(key::kPartnerIP) + " " + partner +
+	return std::string(textOf(*state.role.reported)) + ", partner " + state.setting(key::kPartnerIP) + " " + partner +
 	       (judgement.failOverWorks == true ? ", a failover would work" : "");
 }
 
@@ -103,7 +103,7 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 		add("heartbeat_age=" + shortestText(inSeconds(*state.age(state.heartbeat))) + "s;" +
 		    shortestText(limits.warning) + ";" + shortestText(limits.critical) + ";0");
 	}
-	if (const std::optional<Milliseconds> age = state.age(state.picture().lastMessage))
+	if (const std::optional<Milliseconds> age = state.age(state.snapshot().lastMessage))
 	{
 		add("log_age=" + shortestText(inSeconds(*age)) + "s;" + shortestText(inSeconds(state.timing.logPause())) +
 		    ";;0");
@@ -115,7 +115,7 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 	if (state.programs.known())
 	{
 		int processes = 0;
-		for (const ProgramCount& program : state.programs.told->each)
+		for (const ProgramCount& program : state.programs.reported->each)
 		{
 			processes += program.processes;
 		}
@@ -123,7 +123,7 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 	}
 	if (state.address.known())
 	{
-		add("address=" + std::string(state.address.told->held ? "1" : "0") + ";;;0;1");
+		add("address=" + std::string(state.address.reported->held ? "1" : "0") + ";;;0;1");
 	}
 	return text;
 }

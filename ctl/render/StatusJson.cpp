@@ -34,7 +34,7 @@ Json isoOrNull(const std::optional<Instant>& time)
 /// @param say makes the value's JSON
 template <typename Value, typename Say> Json figureJson(const NodeState& state, const Figure<Value>& figure, Say say)
 {
-	Json json{{"value", figure.known() ? Json(say(*figure.told)) : Json()}};
+	Json json{{"value", figure.known() ? Json(say(*figure.reported)) : Json()}};
 	if (figure.at)
 	{
 		json["age_seconds"] = secondsOrNull(state.age(figure));
@@ -46,9 +46,9 @@ template <typename Value, typename Say> Json figureJson(const NodeState& state, 
 	if (!figure.known())
 	{
 		json["why"] = figure.why;
-		if (figure.told)
+		if (figure.reported)
 		{
-			json["told"] = say(*figure.told);
+			json["reported"] = say(*figure.reported);
 		}
 	}
 	return json;
@@ -110,7 +110,7 @@ Json addressJson(const NodeState& state)
 	const auto say = [](const HeldAddress& address)
 	{
 		return address.held ? Json{{"held", true},
-		                           {"card", address.card},
+		                           {"interface", address.interface},
 		                           {"label", address.label},
 		                           {"prefix", address.prefix},
 		                           {"listed", address.listed}}
@@ -158,9 +158,9 @@ Json changeJson(const NodeState& state)
 Json logJson(const NodeState& state)
 {
 	Json json{{"path", state.log.empty() ? Json() : Json(state.log.string())},
-	          {"age_seconds", secondsOrNull(state.age(state.picture().lastMessage))},
+	          {"age_seconds", secondsOrNull(state.age(state.snapshot().lastMessage))},
 	          {"trusted", state.distrust.empty()},
-	          {"free_bytes", state.logSpace.known() ? Json(*state.logSpace.told) : Json()}};
+	          {"free_bytes", state.logSpace.known() ? Json(*state.logSpace.reported) : Json()}};
 	if (!state.distrust.empty())
 	{
 		json["why"] = state.distrust;
@@ -225,8 +225,8 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	{
 		json["keeper"] = keeperJson(state);
 	}
-	json["cards"] = {{kServiceCard, figureJson(state, state.serviceCard)},
-	                 {kCommunicationCard, figureJson(state, state.communicationCard)}};
+	json["interfaces"] = {{kServiceInterface, figureJson(state, state.serviceInterface)},
+	                      {kCommunicationInterface, figureJson(state, state.communicationInterface)}};
 	json["gateway_answers"] = figureJson(state, state.gatewayAnswers);
 	json["last_change"] = changeJson(state);
 	json["log"] = logJson(state);

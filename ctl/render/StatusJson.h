@@ -13,7 +13,7 @@ namespace velarix::ctl
 {
 
 /// Each figure is an object: "value" (null when it is not known), "age_seconds",
-/// "why" when it is not known, "told" for what was told last then, "since" where
+/// "why" when it is not known, "reported" for what was reported last then, "since" where
 /// it is known.
 nlohmann::ordered_json statusJson(const NodeState& state, const Judgement& judgement);
 

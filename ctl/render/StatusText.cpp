@@ -64,7 +64,7 @@ std::string ageMark(const NodeState& state, const std::optional<Instant>& at)
 	return "  [" + (*age == Milliseconds(0) ? "now" : spanText(*age)) + "]";
 }
 
-/// The figure in words with its age, or why it is not known and what was told
+/// The figure in words with its age, or why it is not known and what was reported
 /// last. The reason that all figures of the log share stands in the rows of role
 /// and log alone.
 template <typename Value>
@@ -73,11 +73,11 @@ std::string words(const NodeState& state, const Figure<Value>& figure,
 {
 	if (figure.known())
 	{
-		return say(*figure.told) + ageMark(state, figure.at);
+		return say(*figure.reported) + ageMark(state, figure.at);
 	}
 	const bool shared = shareReason && figure.why == state.distrust;
 	const std::string last =
-	    figure.told ? "; told last: " + say(*figure.told) + ageMark(state, figure.at) : std::string();
+	    figure.reported ? "; reported last: " + say(*figure.reported) + ageMark(state, figure.at) : std::string();
 	return "not known" + (shared ? "" : ": " + figure.why) + last;
 }
 
@@ -88,9 +88,9 @@ std::string named(const NodeState& state, const char* name)
 	return text.empty() ? text : text + " ";
 }
 
-std::string carrierWords(const NodeState& state, const Figure<bool>& card)
+std::string carrierWords(const NodeState& state, const Figure<bool>& interface)
 {
-	return words<bool>(state, card, [](bool has) { return std::string(has ? "carrier" : "NO carrier"); });
+	return words<bool>(state, interface, [](bool has) { return std::string(has ? "carrier" : "NO carrier"); });
 }
 
 void addAgent(Rows& rows, const NodeState& state)
@@ -192,8 +192,8 @@ std::string addressWords(const NodeState& state, const HeldAddress& address)
 	{
 		return name + " is not on this node";
 	}
-	return name + "/" + std::to_string(address.prefix) + " is on " + address.card +
-	       (address.label == address.card ? "" : " as " + address.label);
+	return name + "/" + std::to_string(address.prefix) + " is on " + address.interface +
+	       (address.label == address.interface ? "" : " as " + address.label);
 }
 
 /// ", for 3 min 4 s"; empty without a time.
@@ -228,8 +228,9 @@ void addKernel(Rows& rows, const NodeState& state)
 	rows.add("address", words<HeldAddress>(state, state.address,
 	                                       [&](const HeldAddress& address) { return addressWords(state, address); }));
 	addKeeper(rows, state);
-	rows.add("interfaces", std::string(kServiceCard) + " (service) " + carrierWords(state, state.serviceCard) + ", " +
-	                           kCommunicationCard + " (communication) " + carrierWords(state, state.communicationCard));
+	rows.add("interfaces", std::string(kServiceInterface) + " (service) " +
+	                           carrierWords(state, state.serviceInterface) + ", " + kCommunicationInterface +
+	                           " (communication) " + carrierWords(state, state.communicationInterface));
 	rows.add("gateway",
 	         named(state, key::kGatewayIP) +
 	             words<bool>(state, state.gatewayAnswers,
@@ -254,7 +255,7 @@ void addChange(Rows& rows, const NodeState& state)
 
 void addLog(Rows& rows, const NodeState& state)
 {
-	const std::optional<Instant>& last = state.picture().lastMessage;
+	const std::optional<Instant>& last = state.snapshot().lastMessage;
 	rows.add("log",
 	         state.tail.problem.empty() ? state.log.string() + ", last line" + ageMark(state, last)
 	                                    : state.tail.problem,

@@ -99,7 +99,7 @@ Agent readPidFile(const Paths& paths)
 }
 
 /// A second agent, or one that has not yet written its pid file.
-pid_t strangerBeside(const Agent& agent)
+pid_t foreignBeside(const Agent& agent)
 {
 	for (const host::Process& process : host::processes().value_or(std::vector<host::Process>{}))
 	{
@@ -141,7 +141,7 @@ Agent lookForAgent(const Paths& paths)
 		                      "these are the files of another root, whose processes are not known");
 	}
 	Agent agent = readPidFile(paths);
-	agent.stranger = strangerBeside(agent);
+	agent.foreign = foreignBeside(agent);
 	return agent;
 }
 

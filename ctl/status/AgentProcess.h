@@ -25,7 +25,7 @@ enum class AgentState
 	/// The pid file's number belongs to another program now.
 	otherProgram,
 	noPidFile,
-	/// It cannot be told; `text` says why.
+	/// It is not known; `text` says why.
 	notKnown
 };
 
@@ -35,7 +35,7 @@ std::string_view wordOf(AgentState state);
 struct Agent
 {
 	AgentState state = AgentState::notKnown;
-	/// What a person is told when it does not run; empty for a running one.
+	/// What a person reads when it does not run; empty for a running one.
 	std::string text;
 	/// From the pid file; 0 without a number in it.
 	pid_t pid = 0;
@@ -45,7 +45,7 @@ struct Agent
 	/// The pipe or terminal to which it echoes its log, in words; empty otherwise.
 	std::string console;
 	/// Another agent's process that the pid file does not name; 0 for none.
-	pid_t stranger = 0;
+	pid_t foreign = 0;
 
 	/// @return whether the process of the pid file is there and an agent
 	bool lives() const { return state == AgentState::running || state == AgentState::frozen; }

@@ -99,10 +99,10 @@ void Checklist::agent()
 		    "the agent echoes its log to " + agent.console +
 		        ": when nobody reads it, receiver and sender stop; start it with its output in /dev/null");
 	}
-	if (agent.stranger > 0)
+	if (agent.foreign > 0)
 	{
-		add("agent-stranger", Grade::warning, kHarmless,
-		    "an agent runs as process " + std::to_string(agent.stranger) +
+		add("foreign-agent", Grade::warning, kHarmless,
+		    "an agent runs as process " + std::to_string(agent.foreign) +
 		        ", which the pid file does not name (a new agent writes it two seconds after its start)");
 	}
 }
@@ -116,7 +116,7 @@ void Checklist::sources()
 	}
 	else if (watched && m_state.starting)
 	{
-		add("agent-starting", Grade::warning, kBlocks, "the agent was started just now and has not told its role");
+		add("agent-starting", Grade::warning, kBlocks, "the agent was started just now and has not reported its role");
 	}
 	else if (watched && m_state.otherZone)
 	{
@@ -151,11 +151,11 @@ void Checklist::log()
 		    "the log was begun while the clock was ahead, at " + localText(*m_state.logBegunAhead) +
 		        ": it is not rotated until a day after that; move it aside and restart the agent");
 	}
-	if (m_state.logSpace.known() && *m_state.logSpace.told < kLittleSpace)
+	if (m_state.logSpace.known() && *m_state.logSpace.reported < kLittleSpace)
 	{
-		const bool full = *m_state.logSpace.told < kNoSpace;
+		const bool full = *m_state.logSpace.reported < kNoSpace;
 		add("log-disk", full ? Grade::critical : Grade::warning, full,
-		    "the disk of the log has " + std::to_string(*m_state.logSpace.told / kMegabyte) +
+		    "the disk of the log has " + std::to_string(*m_state.logSpace.reported / kMegabyte) +
 		        " MB left: when it is full, the agent's workers end");
 	}
 }
@@ -163,7 +163,7 @@ void Checklist::log()
 /// The pair does not come to rest, whatever each single moment looks like.
 void Checklist::flapping()
 {
-	const std::vector<Instant>& changes = m_state.picture().roleChanges;
+	const std::vector<Instant>& changes = m_state.snapshot().roleChanges;
 	const auto recent = std::ranges::count_if(changes, [this](Instant time) { return time > m_state.now - kFlapping; });
 	if (recent >= kFlappingChanges)
 	{
@@ -175,12 +175,12 @@ void Checklist::flapping()
 /// The receiver does nothing else then, so that the log soon no longer tells the role.
 void Checklist::start()
 {
-	if (m_state.agent.lives() && otherHolder().empty() && m_state.picture().takeOver &&
-	    m_state.picture().failedStarts >= kFailedStarts)
+	if (m_state.agent.lives() && otherHolder().empty() && m_state.snapshot().takeOver &&
+	    m_state.snapshot().failedStarts >= kFailedStarts)
 	{
 		add("start-fails", Grade::critical, kBlocks,
 		    "the virtual address cannot be raised: its start has failed " +
-		        std::to_string(m_state.picture().failedStarts) +
+		        std::to_string(m_state.snapshot().failedStarts) +
 		        " times in a row; velarixctl events shows what the command printed");
 	}
 }
@@ -194,9 +194,9 @@ std::string Checklist::otherHolder() const
 		return m_state.keeper ? m_state.keeper->address.holder : "";
 	}
 	constexpr std::string_view held = " is held by ";
-	const std::string& output = m_state.picture().startOutput;
+	const std::string& output = m_state.snapshot().startOutput;
 	const std::size_t at = output.find(held);
-	const bool tries = m_state.picture().takeOver && m_state.picture().failedStarts > 0 && at != std::string::npos;
+	const bool tries = m_state.snapshot().takeOver && m_state.snapshot().failedStarts > 0 && at != std::string::npos;
 	return tries ? output.substr(at + held.size(), output.find(' ', at + held.size()) - at - held.size()) : "";
 }
 
@@ -262,15 +262,15 @@ void Checklist::keeper()
 
 void Checklist::workers()
 {
-	const Picture& picture = m_state.picture();
+	const Snapshot& snapshot = m_state.snapshot();
 	if (m_state.agent.threads < kAgentThreads)
 	{
 		add("thread-lost", Grade::critical, kBlocks,
 		    "the agent has " + std::to_string(m_state.agent.threads) + " threads instead of " +
 		        std::to_string(kAgentThreads) + ": a worker has ended, restart the agent");
 	}
-	else if (const std::optional<Milliseconds> silent = m_state.age(picture.lastOfReceiver);
-	         silent && !picture.takeOver && *silent > m_state.timing.receiverPause())
+	else if (const std::optional<Milliseconds> silent = m_state.age(snapshot.lastOfReceiver);
+	         silent && !snapshot.takeOver && *silent > m_state.timing.receiverPause())
 	{
 		add("receiver-stuck", Grade::critical, kBlocks,
 		    "the receiver has logged nothing for " + spanText(*silent) + ": a command or ping of it does not end");
@@ -279,16 +279,17 @@ void Checklist::workers()
 
 void Checklist::interfaces()
 {
-	if (!m_state.communicationCard.is(true))
+	if (!m_state.communicationInterface.is(true))
 	{
-		add("communication-card", Grade::warning, kBlocks,
-		    std::string("the communication interface ") + kCommunicationCard + " has no carrier");
+		add("communication-interface", Grade::warning, kBlocks,
+		    std::string("the communication interface ") + kCommunicationInterface + " has no carrier");
 	}
-	if (!m_state.serviceCard.is(true))
+	if (!m_state.serviceInterface.is(true))
 	{
 		// A master without it gives up by itself: a failover at work.
-		add("service-card", m_state.role.is(Role::master) ? Grade::critical : Grade::warning,
-		    m_state.role.is(Role::slave), std::string("the service interface ") + kServiceCard + " has no carrier");
+		add("service-interface", m_state.role.is(Role::master) ? Grade::critical : Grade::warning,
+		    m_state.role.is(Role::slave),
+		    std::string("the service interface ") + kServiceInterface + " has no carrier");
 	}
 	if (m_state.gatewayAnswers.is(false))
 	{
@@ -301,7 +302,7 @@ void Checklist::interfaces()
 
 void Checklist::unheardPartner()
 {
-	const Picture& picture = m_state.picture();
+	const Snapshot& snapshot = m_state.snapshot();
 	const std::string since = m_state.heartbeat.at ? "no heartbeat for " + spanText(*m_state.age(m_state.heartbeat))
 	                                               : "no heartbeat in the part of the log that was read";
 	if (m_state.role.is(Role::master) && !m_state.otherHolder.empty())
@@ -314,7 +315,7 @@ void Checklist::unheardPartner()
 	{
 		add(kPartnerSilent, Grade::warning, kBlocks, "the partner does not answer: " + since);
 	}
-	else if (picture.fault(Fault::heartbeats).there)
+	else if (snapshot.fault(Fault::heartbeats).there)
 	{
 		add("partner-mute", Grade::critical, kBlocks,
 		    "the partner's host answers pings but its agent sends no heartbeats (" + since +
@@ -323,7 +324,7 @@ void Checklist::unheardPartner()
 	else
 	{
 		add(kPartnerSilent, Grade::warning, kHarmless,
-		    "the partner does not answer: " + since + "; this node has counted " + std::to_string(picture.silences) +
+		    "the partner does not answer: " + since + "; this node has counted " + std::to_string(snapshot.silences) +
 		        " of 3 missed heartbeats");
 	}
 }
@@ -351,7 +352,7 @@ void Checklist::partner()
 	{
 		add("asks", Grade::warning, kBlocks, "this node asks its partner: it has given up the service");
 	}
-	if (m_state.picture().fault(Fault::partnerPort).there && m_state.picture().refusals >= kRefusals)
+	if (m_state.snapshot().fault(Fault::partnerPort).there && m_state.snapshot().refusals >= kRefusals)
 	{
 		add("partner-refuses", Grade::warning, kBlocks,
 		    "the partner does not accept this node's heartbeats: its receiver does not work, or a firewall is "
@@ -361,23 +362,23 @@ void Checklist::partner()
 
 void Checklist::master()
 {
-	if (const std::optional<Event>& takeOver = m_state.picture().takeOver)
+	if (const std::optional<Event>& takeOver = m_state.snapshot().takeOver)
 	{
 		add("taking-over", Grade::warning, kBlocks,
 		    "this node is taking the service since " + spanText(*m_state.age(takeOver->time)));
 		return;
 	}
-	if (m_state.address.known() && !m_state.address.told->held && otherHolder().empty())
+	if (m_state.address.known() && !m_state.address.reported->held && otherHolder().empty())
 	{
 		add("address-missing", Grade::critical, kHarmless,
 		    "this node is master, but the virtual address " + m_state.setting(key::kVirtualIP) + " is not on it");
 	}
-	else if (m_state.address.known() && m_state.address.told->held && !m_state.address.told->listed)
+	else if (m_state.address.known() && m_state.address.reported->held && !m_state.address.reported->listed)
 	{
 		add("address-unlisted", Grade::warning, kHarmless,
 		    "ifconfig, where the agent looks, does not list the virtual address: give it a label");
 	}
-	if (m_state.programs.known() && !m_state.programs.told->run)
+	if (m_state.programs.known() && !m_state.programs.reported->run)
 	{
 		add("programs-missing", Grade::critical, kHarmless, "this node is master, but its programs do not run");
 	}
@@ -385,7 +386,7 @@ void Checklist::master()
 
 void Checklist::standby()
 {
-	if (m_state.address.known() && m_state.address.told->held)
+	if (m_state.address.known() && m_state.address.reported->held)
 	{
 		add("address-on-slave", Grade::critical, kHarmless,
 		    "this node is standby, but the virtual address " + m_state.setting(key::kVirtualIP) + " is on it");
@@ -399,14 +400,14 @@ void Checklist::programs()
 	{
 		return;
 	}
-	for (const ProgramCount& program : m_state.programs.told->each)
+	for (const ProgramCount& program : m_state.programs.reported->each)
 	{
 		if (program.executable == false)
 		{
 			add("program-file", Grade::warning, kBlocks, program.path + " is not there or may not be executed");
 		}
 	}
-	if (m_state.programs.told->run && !m_state.programs.told->each.empty())
+	if (m_state.programs.reported->run && !m_state.programs.reported->each.empty())
 	{
 		add("programs-on-slave", Grade::warning, kHarmless,
 		    "this node is standby, but its programs run: a take-over would kill them first");

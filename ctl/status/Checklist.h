@@ -19,9 +19,9 @@ public:
 	void agent();
 	/// @return whether somebody works on the node, who knows that the agent does nothing
 	bool maintenance();
-	/// Settings and log: whether anything can be told.
+	/// Settings and log: whether anything is known.
 	void sources();
-	/// The log's own soundness, and what it told whether it is fresh or not.
+	/// The log's own soundness, and what it reported whether it is fresh or not.
 	void log();
 	void flapping();
 	void start();

@@ -236,7 +236,7 @@ void writeCounters(Exposition& out, const Counters& counters)
 	const auto bare = [](std::string_view name) { return name.substr(std::string_view("velarix_").size()); };
 	out.gauge(bare(kUntil), "Moment up to which the counters of this file count the log.");
 	out.sample(inSeconds(*counters.until));
-	out.counter(bare(kEvents), "Events told by the log, by their word (velarixctl events).");
+	out.counter(bare(kEvents), "Events reported by the log, by their word (velarixctl events).");
 	for (const auto& [word, count] : counters.events)
 	{
 		out.sample(static_cast<double>(count), {{"event", word}});

@@ -22,7 +22,7 @@ enum class Grade
 	warning,
 	/// The service is away, at risk now or not watched over.
 	critical,
-	/// It cannot be told how things are.
+	/// It is not known how things are.
 	unknown
 };
 
@@ -46,7 +46,7 @@ struct Problem
 struct Judgement
 {
 	std::vector<Problem> problems;
-	/// Empty: it cannot be told.
+	/// Empty: it is not known.
 	std::optional<bool> failOverWorks;
 
 	/// @return the texts of what stands in a failover's way, or of what is not known

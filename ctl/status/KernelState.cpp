@@ -59,7 +59,7 @@ Figure<HeldAddress> addressOf(const NodeState& state)
 	{
 		if (address.address == wanted)
 		{
-			held = {true, address.card, address.label, address.prefix, address.listed};
+			held = {true, address.interface, address.label, address.prefix, address.listed};
 		}
 	}
 	return seen(held, state.now);
@@ -67,12 +67,12 @@ Figure<HeldAddress> addressOf(const NodeState& state)
 
 Figure<bool> carrierOf(const NodeState& state, const char* name)
 {
-	const host::Card card = host::card(name);
-	if (!card.present)
+	const host::Interface interface = host::interface(name);
+	if (!interface.present)
 	{
 		return notKnown<bool>("there is no interface " + std::string(name));
 	}
-	return card.carrier ? seen(*card.carrier, state.now) : notKnown<bool>("the interface is down");
+	return interface.carrier ? seen(*interface.carrier, state.now) : notKnown<bool>("the interface is down");
 }
 
 Figure<bool> gatewayOf(const NodeState& state)
@@ -120,12 +120,12 @@ void askKernel(NodeState& state, const Paths& paths)
 	{
 		const std::string why = "another root";
 		forgetKernel(state, why);
-		state.serviceCard = notKnown<bool>(why);
-		state.communicationCard = notKnown<bool>(why);
+		state.serviceInterface = notKnown<bool>(why);
+		state.communicationInterface = notKnown<bool>(why);
 		return;
 	}
-	state.serviceCard = carrierOf(state, kServiceCard);
-	state.communicationCard = carrierOf(state, kCommunicationCard);
+	state.serviceInterface = carrierOf(state, kServiceInterface);
+	state.communicationInterface = carrierOf(state, kCommunicationInterface);
 	if (!state.settings)
 	{
 		forgetKernel(state, "the settings cannot be read");
@@ -136,9 +136,10 @@ void askKernel(NodeState& state, const Paths& paths)
 	state.keeper = lookForKeeper(*state.settings, paths);
 	state.gatewayAnswers = gatewayOf(state);
 	state.logSpace = logSpaceOf(state);
-	if (state.role.is(Role::master) && !state.partnerRole.known() && state.address.known() && state.address.told->held)
+	if (state.role.is(Role::master) && !state.partnerRole.known() && state.address.known() &&
+	    state.address.reported->held)
 	{
-		state.otherHolder = host::holderOf(state.setting(key::kVirtualIP), kServiceCard).value_or("");
+		state.otherHolder = host::holderOf(state.setting(key::kVirtualIP), kServiceInterface).value_or("");
 	}
 }
 

@@ -46,11 +46,11 @@ Role repeatedRole(const LogLine& line)
 }
 
 /// @param newestFirst messages in the order in which they were read back
-template <typename Messages> Picture pictureOf(const Messages& newestFirst, const Commands& commands)
+template <typename Messages> Snapshot snapshotOf(const Messages& newestFirst, const Commands& commands)
 {
 	History history({}, commands);
 	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { history.feed(line); });
-	return history.picture();
+	return history.snapshot();
 }
 
 } // namespace
@@ -71,8 +71,8 @@ LogTail readTail(const LogWish& wish, std::optional<Instant> until)
 	    },
 	    trouble);
 	LogTail tail;
-	tail.picture = pictureOf(messages, wish.commands);
-	if (!tail.picture.lastMessage)
+	tail.snapshot = snapshotOf(messages, wish.commands);
+	if (!tail.snapshot.lastMessage)
 	{
 		const int error = trouble.empty() ? 0 : trouble.front().error;
 		tail.forbidden = error == EACCES;
@@ -126,13 +126,13 @@ LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
 		    {
 			    result.searchedTo = line.time;
 		    }
-		    const Role told = repeatedRole(line);
-		    found = found || (told != Role::unknown && told != role);
+		    const Role reported = repeatedRole(line);
+		    found = found || (reported != Role::unknown && reported != role);
 		    sinceFound += found ? 1 : 0;
 		    return sinceFound < kBeforeChange && ++looked < limit;
 	    },
 	    ignored);
-	result.event = pictureOf(around, wish.commands).lastRoleChange;
+	result.event = snapshotOf(around, wish.commands).lastRoleChange;
 	return result;
 }
 

@@ -1,4 +1,4 @@
-/// The end of a log, made into the picture that its last messages give, and the
+/// The end of a log, made into the snapshot that its last messages give, and the
 /// search for the last change of the role further back.
 #pragma once
 
@@ -26,7 +26,7 @@ struct LogTail
 	/// The problem is a lack of rights.
 	bool forbidden = false;
 	/// Adds up what was read.
-	Picture picture;
+	Snapshot snapshot;
 };
 
 /// Which log, when, and by what its commands are known.

@@ -87,16 +87,16 @@ std::optional<Milliseconds> zonesBetween(const NodeState& state)
 	{
 		return std::nullopt;
 	}
-	const Milliseconds off = std::chrono::abs(*state.age(state.picture().lastMessage) - *fileAge);
+	const Milliseconds off = std::chrono::abs(*state.age(state.snapshot().lastMessage) - *fileAge);
 	const Milliseconds zones = (off + kZoneStep / 2) / kZoneStep * Milliseconds(kZoneStep);
 	const bool whole = zones > Milliseconds(0) && zones <= kWidestZones && std::chrono::abs(off - zones) <= kFuture;
 	return whole ? std::optional(zones) : std::nullopt;
 }
 
-/// @return why what the log told may not be true now; empty when it may
+/// @return why what the log reported may not be true now; empty when it may
 std::string doubt(NodeState& state)
 {
-	const Picture& picture = state.picture();
+	const Snapshot& snapshot = state.snapshot();
 	if (!state.agent.lives() || state.agent.state == AgentState::frozen)
 	{
 		return state.agent.text;
@@ -107,14 +107,14 @@ std::string doubt(NodeState& state)
 		state.starting = young && !state.tail.forbidden;
 		return state.tail.problem;
 	}
-	if (picture.process != state.agent.pid)
+	if (snapshot.process != state.agent.pid)
 	{
 		state.starting = young;
 		state.logStale = !young;
-		return "the log's last lines are of process " + std::to_string(picture.process) + ", not of the agent (" +
+		return "the log's last lines are of process " + std::to_string(snapshot.process) + ", not of the agent (" +
 		       std::to_string(state.agent.pid) + ")";
 	}
-	const Milliseconds age = *state.age(picture.lastMessage);
+	const Milliseconds age = *state.age(snapshot.lastMessage);
 	if (const std::optional<Milliseconds> zones = zonesBetween(state))
 	{
 		state.otherZone = true;
@@ -136,15 +136,15 @@ std::string doubt(NodeState& state)
 	return {};
 }
 
-template <typename Value> Figure<Value> fromLog(const NodeState& state, const std::optional<Told<Value>>& told)
+template <typename Value> Figure<Value> fromLog(const NodeState& state, const std::optional<Reported<Value>>& reported)
 {
 	Figure<Value> figure;
 	figure.why = state.distrust;
-	if (told)
+	if (reported)
 	{
-		figure.told = told->value;
-		figure.at = told->at;
-		figure.since = told->since;
+		figure.reported = reported->value;
+		figure.at = reported->at;
+		figure.since = reported->since;
 	}
 	else if (figure.why.empty())
 	{
@@ -155,11 +155,11 @@ template <typename Value> Figure<Value> fromLog(const NodeState& state, const st
 
 void takeRole(NodeState& state)
 {
-	const std::optional<Told<Role>>& told = state.picture().role;
-	state.role = fromLog(state, told && told->value != Role::unknown ? told : std::nullopt);
+	const std::optional<Reported<Role>>& reported = state.snapshot().role;
+	state.role = fromLog(state, reported && reported->value != Role::unknown ? reported : std::nullopt);
 	if (state.role.known() && *state.age(state.role) > state.timing.rolePause())
 	{
-		state.role.why = "the log told it last " + spanText(*state.age(state.role)) + " ago";
+		state.role.why = "the log reported it last " + spanText(*state.age(state.role)) + " ago";
 	}
 }
 
@@ -167,8 +167,8 @@ void takeRole(NodeState& state)
 ///         While the service is being started nobody reads heartbeats.
 bool heard(const NodeState& state)
 {
-	return state.heartbeat.known() && !state.picture().partnerLost &&
-	       (state.picture().takeOver || *state.age(state.heartbeat) <= state.timing.heartbeatPause());
+	return state.heartbeat.known() && !state.snapshot().partnerLost &&
+	       (state.snapshot().takeOver || *state.age(state.heartbeat) <= state.timing.heartbeatPause());
 }
 
 template <typename Value> Figure<Value> ofPartner(const NodeState& state, Value value)
@@ -183,9 +183,9 @@ template <typename Value> Figure<Value> ofPartner(const NodeState& state, Value 
 
 void takePartner(NodeState& state)
 {
-	state.heartbeat = fromLog(state, state.picture().received);
-	state.sent = fromLog(state, state.picture().sent);
-	if (!state.heartbeat.told)
+	state.heartbeat = fromLog(state, state.snapshot().received);
+	state.sent = fromLog(state, state.snapshot().sent);
+	if (!state.heartbeat.reported)
 	{
 		const std::string why =
 		    state.distrust.empty() ? "no heartbeat of it in the part of the log that was read" : state.distrust;
@@ -195,7 +195,7 @@ void takePartner(NodeState& state)
 		state.partnerRuns = notKnown<bool>(why);
 		return;
 	}
-	const Heartbeat& last = *state.heartbeat.told;
+	const Heartbeat& last = *state.heartbeat.reported;
 	state.partnerRole = ofPartner(state, last.master ? Role::master : Role::slave);
 	state.partnerAsks = ofPartner(state, last.asking);
 	state.partnerRuns = ofPartner(state, last.running);
@@ -203,12 +203,12 @@ void takePartner(NodeState& state)
 
 void takeLog(NodeState& state)
 {
-	const Picture& picture = state.picture();
+	const Snapshot& snapshot = state.snapshot();
 	takeRole(state);
 	takePartner(state);
-	state.networkOk = fromLog(state, picture.networkOk);
-	state.asking = fromLog(state, picture.asking);
-	state.programsRunToAgent = fromLog(state, picture.programsRun);
+	state.networkOk = fromLog(state, snapshot.networkOk);
+	state.asking = fromLog(state, snapshot.asking);
+	state.programsRunToAgent = fromLog(state, snapshot.programsRun);
 }
 
 /// @return when the role began; nothing when the log was not read far enough back
@@ -219,8 +219,8 @@ std::optional<Instant> roleSince(const NodeState& state)
 	if (change.event)
 	{
 		// Every agent starts as standby, so a start may have ended an earlier one.
-		return change.event->to == state.role.told ? std::max(change.event->time, started.value_or(Instant::min()))
-		                                           : std::optional<Instant>();
+		return change.event->to == state.role.reported ? std::max(change.event->time, started.value_or(Instant::min()))
+		                                               : std::optional<Instant>();
 	}
 	const bool whole = started && change.searchedTo && *change.searchedTo <= *started + kStart;
 	return whole ? started : std::nullopt;
@@ -265,15 +265,15 @@ NodeState Observer::look(Instant now)
 /// part of the log that is read anyway.
 void Observer::noteChange(NodeState& state)
 {
-	if (state.picture().lastRoleChange)
+	if (state.snapshot().lastRoleChange)
 	{
-		m_change = {state.picture().lastRoleChange, std::nullopt};
-		m_process = state.picture().process;
+		m_change = {state.snapshot().lastRoleChange, std::nullopt};
+		m_process = state.snapshot().process;
 	}
-	else if (m_search && state.picture().role && m_process != state.picture().process)
+	else if (m_search && state.snapshot().role && m_process != state.snapshot().process)
 	{
-		m_process = state.picture().process;
-		m_change = findLastChange(state.logWish(), state.picture().role->value);
+		m_process = state.snapshot().process;
+		m_change = findLastChange(state.logWish(), state.snapshot().role->value);
 	}
 	state.lastChange = m_change;
 	state.role.since = roleSince(state);

@@ -1,7 +1,7 @@
 /// What is known of this node now: from its settings, its agent's process, its
 /// log and the kernel, each figure with its age or the reason why it is not known.
 ///
-/// A figure that the log told counts as known only while the agent of the pid
+/// A figure that the log reported counts as known only while the agent of the pid
 /// file lives and the log's last lines are its own and fresh. A role is never
 /// taken from a file alone.
 #pragma once
@@ -55,8 +55,8 @@ struct Programs
 struct HeldAddress
 {
 	bool held = false;
-	/// Of the card that holds it.
-	std::string card;
+	/// Of the interface that holds it.
+	std::string interface;
 	std::string label;
 	int prefix = 0;
 	/// `ifconfig`, which the agent asks, lists it.
@@ -87,7 +87,7 @@ struct NodeState
 	/// Empty without settings.
 	std::filesystem::path log;
 	LogTail tail;
-	/// Why what the log told may not be true now; empty when it may be believed.
+	/// Why what the log reported may not be true now; empty when it may be believed.
 	std::string distrust;
 	/// The agent lives and its log is silent for longer than a sound agent's.
 	bool logStale = false;
@@ -122,15 +122,15 @@ struct NodeState
 	Figure<HeldAddress> address;
 	/// Nothing for settings without the keeper, and for the files of another root.
 	std::optional<KeeperState> keeper;
-	/// True: has carrier. Not known for a card that is not there or down.
-	Figure<bool> serviceCard;
-	Figure<bool> communicationCard;
+	/// True: has carrier. Not known for an interface that is not there or down.
+	Figure<bool> serviceInterface;
+	Figure<bool> communicationInterface;
 	Figure<bool> gatewayAnswers;
 	/// Hardware address of another host that has the virtual address too. Looked for
 	/// by a master that hears no partner; empty otherwise.
 	std::string otherHolder;
 
-	const Picture& picture() const { return tail.picture; }
+	const Snapshot& snapshot() const { return tail.snapshot; }
 	/// @return how its log is read
 	LogWish logWish() const;
 	/// @return a setting's text; empty without it

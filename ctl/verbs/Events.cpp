@@ -122,9 +122,9 @@ public:
 
 	void tell(const std::vector<LogTrouble>& trouble)
 	{
-		for (; m_told < trouble.size(); ++m_told)
+		for (; m_reported < trouble.size(); ++m_reported)
 		{
-			tell(trouble[m_told]);
+			tell(trouble[m_reported]);
 		}
 	}
 	void tell(const LogTrouble& one) const
@@ -137,7 +137,7 @@ private:
 	const Context& m_context;
 	Instant m_since;
 	bool m_begun = false;
-	std::size_t m_told = 0;
+	std::size_t m_reported = 0;
 };
 
 /// @return what a log of which nothing could be read means for the exit status
@@ -201,7 +201,8 @@ ExitCode runEvents(const EventsOptions& options, const Context& context)
 
 void addEvents(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("events", "what has happened on this node, told from the log and its archives");
+	CLI::App* verb =
+	    app.add_subcommand("events", "what has happened on this node, reported from the log and its archives");
 	const auto options = std::make_shared<EventsOptions>();
 	verb->add_option("--since", options->since,
 	                 "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today")

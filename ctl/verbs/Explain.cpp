@@ -44,7 +44,7 @@ public:
 		}
 		for (const Explanation& explanation : explanations)
 		{
-			if (m_told.insert({explanation.row, explanation.otherText}).second)
+			if (m_reported.insert({explanation.row, explanation.otherText}).second)
 			{
 				print(explanation);
 			}
@@ -57,7 +57,7 @@ private:
 	bool m_json;
 	const Context& m_context;
 	bool m_known = true;
-	std::set<std::pair<const CatalogueRow*, bool>> m_told;
+	std::set<std::pair<const CatalogueRow*, bool>> m_reported;
 
 	void print(const Explanation& explanation)
 	{
@@ -66,7 +66,7 @@ private:
 			m_context.out << jsonText(explanationJson(explanation)) << '\n';
 			return;
 		}
-		m_context.out << (m_told.size() > 1 ? "\n" : "") << explanationText(explanation, m_context.colour);
+		m_context.out << (m_reported.size() > 1 ? "\n" : "") << explanationText(explanation, m_context.colour);
 	}
 };
 

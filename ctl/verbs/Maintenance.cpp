@@ -97,7 +97,7 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 		complain(context, "refused: " + state.agent.text + "; without an agent nothing fails over anyway");
 		return ExitCode::refused;
 	}
-	if (state.picture().takeOver)
+	if (state.snapshot().takeOver)
 	{
 		complain(context, "refused: this node is taking the service; try again when it has it");
 		return ExitCode::refused;
@@ -124,20 +124,20 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 /// @return why the agent would give the service up as soon as it goes on; empty when it would not
 std::string harm(const NodeState& state)
 {
-	if (state.role.told != Role::master)
+	if (state.role.reported != Role::master)
 	{
 		return {};
 	}
-	if (state.programs.known() && !state.programs.told->run)
+	if (state.programs.known() && !state.programs.reported->run)
 	{
 		std::string missing;
-		for (const ProgramCount& program : state.programs.told->each)
+		for (const ProgramCount& program : state.programs.reported->each)
 		{
 			missing += program.processes > 0 ? "" : " " + program.name;
 		}
 		return "this node is master and does not run" + missing;
 	}
-	return state.address.known() && !state.address.told->held
+	return state.address.known() && !state.address.reported->held
 	           ? "this node is master without the virtual address " + state.setting(key::kVirtualIP)
 	           : std::string();
 }

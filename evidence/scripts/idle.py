@@ -42,9 +42,9 @@ set pidfile /run/monit.pid
 check process service matching "labhttpd"
 check host gateway with address 198.51.100.1
   if failed ping then alert
-check network service_card with interface eth0
+check network service_interface with interface eth0
   if failed link then alert
-check network communication_card with interface eth1
+check network communication_interface with interface eth1
   if failed link then alert
 """
 # Every second as the agent looks, and the package's default.

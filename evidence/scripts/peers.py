@@ -18,7 +18,7 @@ import time
 from common import Unusable
 from pair import Pair
 
-ADDRESS, CARD = "192.0.2.100", "eth0"
+ADDRESS, INTERFACE = "192.0.2.100", "eth0"
 NODES = {"a": "192.0.2.11", "b": "192.0.2.12"}
 FOLDER = "/usr/velarix-peers"  # on the node's own disk
 
@@ -67,19 +67,19 @@ IFS= read -r line <&3
     # Announced for as long as it is held, so that neighbours learn of it after a repaired partition.
     "up": f"""\
 #!/bin/sh
-ip addr add {ADDRESS}/24 dev {CARD}
-(while ip -4 -o addr show dev {CARD} | grep -q {ADDRESS}/; do
-	arping -q -A -c 1 -w 1 -I {CARD} {ADDRESS}
+ip addr add {ADDRESS}/24 dev {INTERFACE}
+(while ip -4 -o addr show dev {INTERFACE} | grep -q {ADDRESS}/; do
+	arping -q -A -c 1 -w 1 -I {INTERFACE} {ADDRESS}
 	sleep 4
 done) >/dev/null 2>&1 &
 """,
-    "down": f"#!/bin/sh\nip addr del {ADDRESS}/24 dev {CARD} 2>/dev/null\nexit 0\n",
+    "down": f"#!/bin/sh\nip addr del {ADDRESS}/24 dev {INTERFACE} 2>/dev/null\nexit 0\n",
 }
 
 COMMANDS = {
     "keepalived": string.Template("keepalived --dont-fork --log-console --no-syslog --vrrp --release-vips "
                                   f"--use-file {FOLDER}/keepalived.conf"),
-    "ucarp": string.Template(f"ucarp --interface={CARD} --srcip=$address --vhid=51 --pass=pair --addr={ADDRESS} "
+    "ucarp": string.Template(f"ucarp --interface={INTERFACE} --srcip=$address --vhid=51 --pass=pair --addr={ADDRESS} "
                              f"--advbase=$interval --advskew=$skew --deadratio=3 --upscript={FOLDER}/up "
                              f"--downscript={FOLDER}/down --shutdown"),
 }
@@ -92,8 +92,8 @@ PEERS = [("keepalived", "defaults", 1), ("keepalived", "short", 0.1), ("ucarp", 
 FAULTS = {
     "power-off/a/master": ["power-off", "a"],
     "program-kill/a/master": ["program-kill", "a"],
-    "service-card/a/master": ["service-card", "a"],
-    "communication-card/a/master": ["communication-card", "a"],
+    "service-interface/a/master": ["service-interface", "a"],
+    "communication-interface/a/master": ["communication-interface", "a"],
     "communication-cut/a/master": ["communication-cut"],
     "gateway/a/master": ["gateway"],
     "address-removed/a/master": ["address-removed", "a"],

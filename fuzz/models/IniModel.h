@@ -1,5 +1,5 @@
-/// The rules by which one value of the run-info record is replaced, told a second
-/// time with whole texts instead of buffers.
+/// The rules by which one value of the run-info record is replaced: a reference model
+/// with whole texts instead of buffers.
 #pragma once
 
 #include <string>

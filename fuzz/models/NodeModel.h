@@ -1,4 +1,4 @@
-/// What a node does on a heartbeat, told a second time and as plainly as possible:
+/// What a node does on a heartbeat, as a reference model, as plainly as possible:
 /// one function per cell of the decision table, no state of its own but the five
 /// values. The daemon's code is compared with it, action by action.
 #pragma once

@@ -3,7 +3,7 @@
 /// Input: one byte that says whether opening fails, the key, 0xff, the value, 0xff,
 /// the bytes of the file. The editor's own fopen (which one depends on the library's
 /// flags) ends in a text of this program, so that no run needs the kernel. The
-/// rewritten bytes must be those of IniModel; a failed open is told and changes
+/// rewritten bytes must be those of IniModel; a failed open is reported and changes
 /// only what it must.
 #include <algorithm>
 #include <cerrno>

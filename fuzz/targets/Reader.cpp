@@ -179,21 +179,21 @@ void tellHistory(const std::vector<LogLine>& messages)
 /// The agent's splitter and velarixctl's must take the same texts.
 void compareHeartbeat(const std::string& text)
 {
-	const std::optional<Heartbeat> told = parseHeartbeat(text);
+	const std::optional<Heartbeat> reported = parseHeartbeat(text);
 	try
 	{
 		const HeartbeatMessage heard = splitHeartbeat(text);
 		const bool accepted = heard.prefix.starts_with("process");
-		fuzz::expect("velarixctl takes what the agent takes", told.has_value() == accepted, text);
+		fuzz::expect("velarixctl takes what the agent takes", reported.has_value() == accepted, text);
 		fuzz::expect("the heartbeat's fields",
-		             !accepted ||
-		                 (told->running == (heard.processRunning == "1") && told->master == (heard.role == "1") &&
-		                  told->started == heard.startedTime && told->asking == heard.specialAsk.starts_with('1')),
+		             !accepted || (reported->running == (heard.processRunning == "1") &&
+		                           reported->master == (heard.role == "1") && reported->started == heard.startedTime &&
+		                           reported->asking == heard.specialAsk.starts_with('1')),
 		             text);
 	}
 	catch (const Poco::RangeException&)
 	{
-		fuzz::expect("velarixctl drops what the agent drops", !told, text);
+		fuzz::expect("velarixctl drops what the agent drops", !reported, text);
 	}
 }
 

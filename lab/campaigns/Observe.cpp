@@ -154,10 +154,10 @@ std::string errorsIn(Lab& lab)
 		for (std::string line; std::getline(log, line);)
 		{
 			const std::optional<inspect::LogLine> parsed = inspect::parseHead(line, clock);
-			const bool told = parsed && parsed->letter == 'E' && !parsed->text.empty() &&
-			                  parsed->text.find("Timed Out") == std::string::npos &&
-			                  !parsed->text.starts_with("Sender ");
-			text += told ? std::string("log of node ") + nameOf(node) + ": " + line + "\n" : std::string();
+			const bool reported = parsed && parsed->letter == 'E' && !parsed->text.empty() &&
+			                      parsed->text.find("Timed Out") == std::string::npos &&
+			                      !parsed->text.starts_with("Sender ");
+			text += reported ? std::string("log of node ") + nameOf(node) + ": " + line + "\n" : std::string();
 		}
 	}
 	return text;

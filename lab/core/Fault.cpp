@@ -14,8 +14,8 @@ namespace
 using namespace action;
 using enum SetCommand;
 
-constexpr auto serviceCards = Network::service;
-constexpr auto communicationCards = Network::communication;
+constexpr auto serviceInterfaces = Network::service;
+constexpr auto communicationInterfaces = Network::communication;
 
 constexpr const char* wireWell = "wire is good again";
 
@@ -27,7 +27,7 @@ template <int hours> void stepClock(Lab& lab, HostId node)
 	lab.node(node).stepClock(std::chrono::hours(hours));
 }
 
-template <Network network, bool up> void setCard(Lab& lab, HostId node)
+template <Network network, bool up> void setInterface(Lab& lab, HostId node)
 {
 	lab.wiring().setPort(node, network, up);
 }
@@ -42,7 +42,7 @@ template <bool up> void setGateway(Lab& lab, HostId /*node*/)
 	lab.wiring().setAllPorts(HostId::gateway, up);
 }
 
-/// Frames of the node's card are lost, each way.
+/// Frames of the node's interface are lost, each way.
 template <Network network, int percent> void lose(Lab& lab, HostId node)
 {
 	Impairment impairment;
@@ -90,13 +90,14 @@ constexpr std::array<FaultInfo, 48> faults{{
      agentNotFrozen},
     {FaultKind::programKilled, "program-kill", true, "managed program killed", nullptr, killProgram, nullptr,
      programRuns},
-    {FaultKind::serviceCardPulled, "service-card", true, "service card: cable pulled", "service card: cable plugged in",
-     setCard<serviceCards, false>, setCard<serviceCards, true>, nodeOn},
-    {FaultKind::communicationCardPulled, "communication-card", true, "communication card: cable pulled",
-     "communication card: cable plugged in", setCard<communicationCards, false>, setCard<communicationCards, true>,
-     nodeOn},
+    {FaultKind::serviceInterfacePulled, "service-interface", true, "service interface: cable pulled",
+     "service interface: cable plugged in", setInterface<serviceInterfaces, false>,
+     setInterface<serviceInterfaces, true>, nodeOn},
+    {FaultKind::communicationInterfacePulled, "communication-interface", true, "communication interface: cable pulled",
+     "communication interface: cable plugged in", setInterface<communicationInterfaces, false>,
+     setInterface<communicationInterfaces, true>, nodeOn},
     {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
-     "communication network joined", setCut<true, communicationCards>, setCut<false, communicationCards>},
+     "communication network joined", setCut<true, communicationInterfaces>, setCut<false, communicationInterfaces>},
     {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
     {FaultKind::agentTerminated, "agent-term", true, "agent terminated", "agent started", terminateAgent, startAgent,
      agentRuns},
@@ -139,34 +140,35 @@ constexpr std::array<FaultInfo, 48> faults{{
      "the attacker is silent", replayMaster, endReplayMaster},
     {FaultKind::askReplay, "replay-ask", true, "an attacker replays an ask", "the attacker is silent", replayAsk,
      endReplayAsk},
-    {FaultKind::serviceLoss10, "service-loss-10", true, "service card: 10 % lost", wireWell, lose<serviceCards, 10>,
-     repairWire<serviceCards>},
-    {FaultKind::serviceLoss30, "service-loss-30", true, "service card: 30 % lost", wireWell, lose<serviceCards, 30>,
-     repairWire<serviceCards>},
-    {FaultKind::serviceLoss50, "service-loss-50", true, "service card: 50 % lost", wireWell, lose<serviceCards, 50>,
-     repairWire<serviceCards>},
-    {FaultKind::serviceDelay, "service-delay", true, "service card: 200 ms late", wireWell, delay<serviceCards>,
-     repairWire<serviceCards>},
-    {FaultKind::communicationLoss10, "communication-loss-10", true, "communication card: 10 % lost", wireWell,
-     lose<communicationCards, 10>, repairWire<communicationCards>},
-    {FaultKind::communicationLoss30, "communication-loss-30", true, "communication card: 30 % lost", wireWell,
-     lose<communicationCards, 30>, repairWire<communicationCards>},
-    {FaultKind::communicationLoss50, "communication-loss-50", true, "communication card: 50 % lost", wireWell,
-     lose<communicationCards, 50>, repairWire<communicationCards>},
-    {FaultKind::communicationDelay, "communication-delay", true, "communication card: 200 ms late", wireWell,
-     delay<communicationCards>, repairWire<communicationCards>},
+    {FaultKind::serviceLoss10, "service-loss-10", true, "service interface: 10 % lost", wireWell,
+     lose<serviceInterfaces, 10>, repairWire<serviceInterfaces>},
+    {FaultKind::serviceLoss30, "service-loss-30", true, "service interface: 30 % lost", wireWell,
+     lose<serviceInterfaces, 30>, repairWire<serviceInterfaces>},
+    {FaultKind::serviceLoss50, "service-loss-50", true, "service interface: 50 % lost", wireWell,
+     lose<serviceInterfaces, 50>, repairWire<serviceInterfaces>},
+    {FaultKind::serviceDelay, "service-delay", true, "service interface: 200 ms late", wireWell,
+     delay<serviceInterfaces>, repairWire<serviceInterfaces>},
+    {FaultKind::communicationLoss10, "communication-loss-10", true, "communication interface: 10 % lost", wireWell,
+     lose<communicationInterfaces, 10>, repairWire<communicationInterfaces>},
+    {FaultKind::communicationLoss30, "communication-loss-30", true, "communication interface: 30 % lost", wireWell,
+     lose<communicationInterfaces, 30>, repairWire<communicationInterfaces>},
+    {FaultKind::communicationLoss50, "communication-loss-50", true, "communication interface: 50 % lost", wireWell,
+     lose<communicationInterfaces, 50>, repairWire<communicationInterfaces>},
+    {FaultKind::communicationDelay, "communication-delay", true, "communication interface: 200 ms late", wireWell,
+     delay<communicationInterfaces>, repairWire<communicationInterfaces>},
     {FaultKind::communicationDeaf, "deaf", true, "does not get what the other node sends", wireWell, makeDeaf,
-     repairWire<communicationCards>},
+     repairWire<communicationInterfaces>},
     {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
-     [](Lab& lab, HostId node) { repairWire<communicationCards>(lab, otherNode(node)); }},
+     [](Lab& lab, HostId node) { repairWire<communicationInterfaces>(lab, otherNode(node)); }},
     {FaultKind::hostFrozen, "host-freeze", true, "host stands still", "host goes on", freezeHost, thawHost,
      hostNotFrozen},
     {FaultKind::programHangs, "program-hang", true, "managed program hangs", "managed program goes on", hangProgram,
      wakeProgram, programRuns},
     {FaultKind::serviceCut, "service-cut", false, "service network cut between the nodes", "service network joined",
-     setCut<true, serviceCards>, setCut<false, serviceCards>},
+     setCut<true, serviceInterfaces>, setCut<false, serviceInterfaces>},
     {FaultKind::bothCut, "both-cut", false, "both networks cut between the nodes", "both networks joined",
-     setCut<true, serviceCards, communicationCards>, setCut<false, serviceCards, communicationCards>},
+     setCut<true, serviceInterfaces, communicationInterfaces>,
+     setCut<false, serviceInterfaces, communicationInterfaces>},
     {FaultKind::rogueAddress, "rogue-address", false, "a third host raises the virtual address",
      "the third host drops the address", raiseRogue, dropRogue},
     {FaultKind::addressKeeperKilled, "keeper-kill-address", true, "the keeper of the address killed", nullptr,

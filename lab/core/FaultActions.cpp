@@ -232,18 +232,18 @@ void killProgram(Lab& lab, HostId node)
 	}
 }
 
-/// The gateway sends its answers to a card that nobody has.
+/// The gateway sends its answers to an interface that nobody has.
 void loseGateway(Lab& lab, HostId node)
 {
 	runOn(lab, HostId::gateway,
 	      {"ip", "neigh", "replace", plan::addressOf(node, Network::communication), "lladdr", "02:00:00:00:00:01",
-	       "nud", "permanent", "dev", plan::communicationCard});
+	       "nud", "permanent", "dev", plan::communicationInterface});
 }
 
 void findGateway(Lab& lab, HostId node)
 {
 	runOn(lab, HostId::gateway,
-	      {"ip", "neigh", "del", plan::addressOf(node, Network::communication), "dev", plan::communicationCard});
+	      {"ip", "neigh", "del", plan::addressOf(node, Network::communication), "dev", plan::communicationInterface});
 }
 
 void makeDeaf(Lab& lab, HostId node)
@@ -263,7 +263,7 @@ void makeMute(Lab& lab, HostId node)
 void removeAddress(Lab& lab, HostId node)
 {
 	// Whatever its prefix.
-	runOn(lab, node, {"ip", "addr", "flush", "dev", plan::serviceCard, "to", plan::virtualAddress});
+	runOn(lab, node, {"ip", "addr", "flush", "dev", plan::serviceInterface, "to", plan::virtualAddress});
 }
 
 void removeRunInfo(Lab& lab, HostId node)

@@ -28,8 +28,8 @@ std::vector<std::string> initArguments(const HostSpec& spec, int control, int ra
 	std::vector<std::string> arguments{spec.initProgram.string(), std::to_string(control), spec.hostName};
 	switch (spec.kind)
 	{
-	case HostKind::rack:
-		arguments.insert(arguments.end(), {"rack", nameOf(HostId::a), nameOf(HostId::b)});
+	case HostKind::root:
+		arguments.insert(arguments.end(), {"root", nameOf(HostId::a), nameOf(HostId::b)});
 		break;
 	case HostKind::host:
 		arguments.insert(arguments.end(), {"host", std::to_string(spec.firstProcess)});
@@ -80,7 +80,7 @@ Host::Host(const HostSpec& spec)
 	Descriptor rackMounts;
 	if (spec.kind == HostKind::node)
 	{
-		const std::string path = "/proc/" + std::to_string(spec.rackPid) + "/ns/mnt";
+		const std::string path = "/proc/" + std::to_string(spec.rootHostPid) + "/ns/mnt";
 		rackMounts.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
 	}
 	start(spec, theirs.get(), rackMounts.get());

@@ -20,9 +20,9 @@ namespace velarix::lab
 
 enum class HostKind
 {
-	rack, ///< holds the bridges and the disks of the nodes
+	root, ///< holds the bridges and the disks of the nodes
 	host, ///< all files read-only but /run and /tmp
-	node  ///< as host, with a writable /usr on a disk of the rack
+	node  ///< as host, with a writable /usr on a disk of the root host
 };
 
 struct HostSpec
@@ -30,9 +30,9 @@ struct HostSpec
 	std::filesystem::path initProgram; ///< velarix-lab-init
 	std::string hostName;
 	HostKind kind = HostKind::host;
-	int firstProcess = 0; ///< not for the rack: processes are numbered from the next one on
-	pid_t rackPid = 0;    ///< node: process 1 of the rack
-	std::string disk;     ///< node: directory in the rack's /mnt with "upper" and "scratch"
+	int firstProcess = 0;  ///< not for the root host: processes are numbered from the next one on
+	pid_t rootHostPid = 0; ///< node: process 1 of the root host
+	std::string disk;      ///< node: directory in the root host's /mnt with "upper" and "scratch"
 };
 
 /// Real servers have processes of different numbers. Ping tells its answers apart

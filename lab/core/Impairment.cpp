@@ -97,17 +97,18 @@ std::string toText(const Impairment& impairment)
 	return text;
 }
 
-bool comesFrom(std::span<const std::uint8_t> frame, const CardAddress& card)
+bool comesFrom(std::span<const std::uint8_t> frame, const InterfaceAddress& interface)
 {
 	const std::optional<AddressFields> fields = internetFields(frame);
-	return holds(frame, sourceHardware, card.hardware) || (fields && holds(frame, fields->source, card.internet));
+	return holds(frame, sourceHardware, interface.hardware) ||
+	       (fields && holds(frame, fields->source, interface.internet));
 }
 
-bool goesTo(std::span<const std::uint8_t> frame, const CardAddress& card)
+bool goesTo(std::span<const std::uint8_t> frame, const InterfaceAddress& interface)
 {
 	const std::optional<AddressFields> fields = internetFields(frame);
-	return holds(frame, destinationHardware, card.hardware) ||
-	       (fields && holds(frame, fields->destination, card.internet));
+	return holds(frame, destinationHardware, interface.hardware) ||
+	       (fields && holds(frame, fields->destination, interface.internet));
 }
 
 LineModel::LineModel(const Impairment& impairment, std::uint64_t salt)

@@ -52,18 +52,18 @@ std::optional<std::string> problemOf(const Impairment& impairment);
 std::string toText(const Impairment& impairment);
 
 /// How a frame tells who sent it and whom it is for.
-struct CardAddress
+struct InterfaceAddress
 {
 	std::array<std::uint8_t, 6> hardware{};
 	std::array<std::uint8_t, 4> internet{};
 };
 
-/// @return true when the Ethernet frame comes from that card, or from its IPv4
+/// @return true when the Ethernet frame comes from that interface, or from its IPv4
 ///         address (IPv4 or ARP)
-bool comesFrom(std::span<const std::uint8_t> frame, const CardAddress& card);
-/// @return true when the Ethernet frame is for that card, or for its IPv4
+bool comesFrom(std::span<const std::uint8_t> frame, const InterfaceAddress& interface);
+/// @return true when the Ethernet frame is for that interface, or for its IPv4
 ///         address (IPv4 or ARP); a broadcast is for nobody, but for ARP
-bool goesTo(std::span<const std::uint8_t> frame, const CardAddress& card);
+bool goesTo(std::span<const std::uint8_t> frame, const InterfaceAddress& interface);
 
 /// The fate of the frames of one direction, one after the other. Nothing in here
 /// waits or knows a clock of its own.

@@ -88,14 +88,14 @@ void restoreMarker(Lab& lab, HostId node)
 void raiseRogue(Lab& lab, HostId /*node*/)
 {
 	const std::string address = plan::virtualAddress;
-	const std::string interface = plan::serviceCard;
+	const std::string interface = plan::serviceInterface;
 	shellOn(lab.attacker(), "ip addr replace " + address + "/32 dev " + interface + " && arping -q -A -c 1 -w 1 -I " +
 	                            interface + " " + address);
 }
 
 void dropRogue(Lab& lab, HostId /*node*/)
 {
-	shellOn(lab.attacker(), std::string("ip addr flush dev ") + plan::serviceCard + " to " + plan::virtualAddress);
+	shellOn(lab.attacker(), std::string("ip addr flush dev ") + plan::serviceInterface + " to " + plan::virtualAddress);
 }
 
 } // namespace velarix::lab::action

@@ -29,7 +29,7 @@ void inLabErrors(const std::function<void()>& step)
 
 Lab::Lab(const LabOptions& options)
     : m_seed(options.seed), m_programs(findPrograms(options.installRoot)),
-      m_rack({m_programs.init, "lab-rack", HostKind::rack, 0, 0, {}}), m_wiring(m_rack)
+      m_rootHost({m_programs.init, "lab-root", HostKind::root, 0, 0, {}}), m_wiring(m_rootHost)
 {
 	m_gateway = makeHost(HostId::gateway);
 	m_client = makeHost(HostId::client);
@@ -43,7 +43,7 @@ Lab::Lab(const LabOptions& options)
 	{
 		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
 		m_nodes[static_cast<std::size_t>(id)] =
-		    std::make_unique<Node>(id, m_rack, m_programs, firstProcessOf(id, m_seed));
+		    std::make_unique<Node>(id, m_rootHost, m_programs, firstProcessOf(id, m_seed));
 		node(id).writeSettings(settings);
 		node(id).wrapAgent(options.wrapper);
 		if (options.clockShim)

@@ -129,7 +129,7 @@ private:
 	Timeline m_timeline;
 	std::uint64_t m_seed;
 	Programs m_programs;
-	Host m_rack;
+	Host m_rootHost;
 	Wiring m_wiring;
 	std::array<std::unique_ptr<Node>, 2> m_nodes;
 	std::unique_ptr<Host> m_gateway;

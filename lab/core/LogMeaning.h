@@ -24,7 +24,7 @@ struct LogMeaning
 {
 	std::string_view label;
 	int number;
-	const char* role;   ///< the role the node has from this line on; null: not told
+	const char* role;   ///< the role the node has from this line on; null: not reported
 	const char* action; ///< for a person; null: not shown
 	LogMark mark = LogMark::none;
 };

@@ -24,20 +24,20 @@ constexpr Millis wrappedStartLimit{120000};
 
 } // namespace
 
-Node::Node(HostId id, const Host& rack, const Programs& programs, int firstProcess)
-    : m_id(id), m_rack(rack), m_initProgram(programs.init), m_firstProcess(firstProcess)
+Node::Node(HostId id, const Host& rootHost, const Programs& programs, int firstProcess)
+    : m_id(id), m_rootHost(rootHost), m_initProgram(programs.init), m_firstProcess(firstProcess)
 {
 	prepareDisk(disk(), programs);
 }
 
 std::filesystem::path Node::disk() const
 {
-	return m_rack.root() / "mnt" / nameOf(m_id);
+	return m_rootHost.root() / "mnt" / nameOf(m_id);
 }
 
 void Node::boot()
 {
-	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_firstProcess, m_rack.pid(), nameOf(m_id)});
+	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_firstProcess, m_rootHost.pid(), nameOf(m_id)});
 }
 
 const Host& Node::host() const

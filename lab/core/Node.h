@@ -2,7 +2,7 @@
 /// on, and the agent on it.
 ///
 /// The disk is the upper directory of the node's overlay on /usr. It is kept in
-/// memory by the rack for as long as the lab runs, so a node that is switched
+/// memory by the root host for as long as the lab runs, so a node that is switched
 /// off and on again finds its settings, its log and its pid file as it left
 /// them, and everything else (processes, addresses, /run, /tmp) fresh.
 #pragma once
@@ -26,16 +26,16 @@ class Node
 {
 public:
 	/// Prepares the disk: the installed tree, the managed service, no settings.
-	/// `rack` must outlive the node.
+	/// `rootHost` must outlive the node.
 	/// @throws LabError when the installed tree is not complete
 	/// @param firstProcess  see HostSpec
-	Node(HostId id, const Host& rack, const Programs& programs, int firstProcess);
+	Node(HostId id, const Host& rootHost, const Programs& programs, int firstProcess);
 
 	HostId id() const { return m_id; }
 	/// Name of the host inside and outside, "node-a" or "node-b".
 	std::string hostName() const { return std::string("node-") + nameOf(m_id); }
 
-	/// Switches the node on, without cards and without an agent.
+	/// Switches the node on, without interfaces and without an agent.
 	void boot();
 	/// Ends every process at once.
 	void switchOff() { m_host.reset(); }
@@ -98,7 +98,7 @@ public:
 
 private:
 	HostId m_id;
-	const Host& m_rack;
+	const Host& m_rootHost;
 	std::filesystem::path m_initProgram;
 	std::optional<Host> m_host;
 	int m_firstProcess;

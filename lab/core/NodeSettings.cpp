@@ -13,22 +13,22 @@ namespace
 
 const std::string sharedAddress = plan::virtualAddress;
 const std::string addressAndLength = sharedAddress + "/" + std::to_string(plan::prefixLength);
-const std::string sharedCard = plan::serviceCard;
+const std::string sharedInterface = plan::serviceInterface;
 
 /// The label makes the address show up in ifconfig, where the agent looks for
 /// it. The announcements go on as long as the address is held, in the background
 /// with no pipe open, so that neighbours learn of the move.
 std::string startCommand()
 {
-	return hookGuard(SetCommand::start) + "(ip addr add " + addressAndLength + " dev " + sharedCard + " label " +
-	       sharedCard + ":ha; (while ip -4 -o addr show dev " + sharedCard + " | grep -q " + sharedAddress +
-	       "/; do arping -q -A -c 1 -w 1 -I " + sharedCard + " " + sharedAddress +
+	return hookGuard(SetCommand::start) + "(ip addr add " + addressAndLength + " dev " + sharedInterface + " label " +
+	       sharedInterface + ":ha; (while ip -4 -o addr show dev " + sharedInterface + " | grep -q " + sharedAddress +
+	       "/; do arping -q -A -c 1 -w 1 -I " + sharedInterface + " " + sharedAddress +
 	       "; sleep 4; done) &) >/dev/null 2>&1";
 }
 
 std::string dropCommand()
 {
-	return "ip addr del " + addressAndLength + " dev " + sharedCard + " >/dev/null 2>&1";
+	return "ip addr del " + addressAndLength + " dev " + sharedInterface + " >/dev/null 2>&1";
 }
 
 void setPlain(NodeSettings& settings)
@@ -54,7 +54,7 @@ void setKeeper(NodeSettings& settings)
 /// The check fetches the page without any program but bash.
 std::string keeperText(HostId node)
 {
-	return "[address]\naddress = " + sharedAddress + "\ninterface = " + sharedCard +
+	return "[address]\naddress = " + sharedAddress + "\ninterface = " + sharedInterface +
 	       "\non_conflict = " + (node == HostId::a ? "defend" : "yield") +
 	       "\n\n[service web]\ncommand = " + plan::serviceProgram + "\ncheck = bash -c \"exec 3<>/dev/tcp/" +
 	       sharedAddress + "/" + std::to_string(plan::servicePort) +

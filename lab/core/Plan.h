@@ -6,7 +6,7 @@
 ///
 /// The gateway stands on the communication network too, and that address is the
 /// one the nodes ping: the agent's check of its "own communication IP" is a ping
-/// of the configured gateway, so it fails when the communication card is pulled
+/// of the configured gateway, so it fails when the communication interface is pulled
 /// and goes on answering while only the path between the two nodes is cut.
 #pragma once
 
@@ -29,8 +29,8 @@ inline constexpr int prefixLength = 24;
 inline constexpr int heartbeatPort = 15001;
 inline constexpr int servicePort = 8080;
 
-inline constexpr const char* serviceCard = "eth0";
-inline constexpr const char* communicationCard = "eth1";
+inline constexpr const char* serviceInterface = "eth0";
+inline constexpr const char* communicationInterface = "eth1";
 
 /// The managed service inside a node. Its file name stays below 16 characters:
 /// the agent knows a program by the short name the kernel keeps.

@@ -27,7 +27,7 @@ using Time = LineModel::Time;
 /// What the kernel puts before each frame: struct virtio_net_hdr, whose header
 /// is not meant for this language.
 constexpr std::size_t offloadData = 10;
-/// A large segment as the cards of one machine hand it over.
+/// A large segment as the interfaces of one machine hand it over.
 constexpr std::size_t longestFrame = offloadData + 65536 + 64;
 constexpr std::size_t mostWaiting = 4096;
 constexpr int burst = 64;
@@ -133,7 +133,7 @@ struct Relay::Lines
 		change(plan.impairment, plan.peer);
 	}
 
-	void change(const Impairment& impairment, const CardAddress& address)
+	void change(const Impairment& impairment, const InterfaceAddress& address)
 	{
 		const std::lock_guard lock(mutex);
 		onlyPeer = impairment.peer.has_value();
@@ -227,18 +227,18 @@ struct Relay::Lines
 	Line fromHost;
 	Line toHost;
 	std::mutex mutex;
-	CardAddress peer{};
+	InterfaceAddress peer{};
 	bool onlyPeer = false;
 	std::array<std::uint8_t, longestFrame> buffer{};
 };
 
-Relay::Relay(const Host& rack, const RelayPlan& plan) : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+Relay::Relay(const Host& rootHost, const RelayPlan& plan) : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
 	if (!m_wake)
 	{
 		throwErrno("cannot make an event descriptor");
 	}
-	inNetworkOf(rack, [&] { m_lines = std::make_unique<Lines>(plan); });
+	inNetworkOf(rootHost, [&] { m_lines = std::make_unique<Lines>(plan); });
 	m_thread = std::thread([this] { loop(); });
 }
 
@@ -249,7 +249,7 @@ Relay::~Relay()
 	m_thread.join();
 }
 
-void Relay::change(const Impairment& impairment, const CardAddress& peer)
+void Relay::change(const Impairment& impairment, const InterfaceAddress& peer)
 {
 	m_lines->change(impairment, peer);
 }

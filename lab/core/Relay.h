@@ -3,7 +3,7 @@
 ///
 /// It stands between a switch port that was taken out of its bridge and a
 /// virtual cable into that bridge. Frames are passed with their offload data, so
-/// large segments and checksums that no card has filled in yet go through.
+/// large segments and checksums that no interface has filled in yet go through.
 #pragma once
 
 #include <atomic>
@@ -32,25 +32,25 @@ struct RelayCounts
 
 struct RelayPlan
 {
-	std::string hostSide;   ///< interface whose other end is the host's card
+	std::string hostSide;   ///< interface whose other end is the host's interface
 	std::string bridgeSide; ///< interface whose other end is in the bridge
 	Impairment impairment{};
-	CardAddress peer{}; ///< of impairment.peer, when there is one
+	InterfaceAddress peer{}; ///< of impairment.peer, when there is one
 };
 
 class Relay
 {
 public:
-	/// Begins to carry frames. Both interfaces are in the network of `rack`.
+	/// Begins to carry frames. Both interfaces are in the network of `rootHost`.
 	/// @throws LabError when an interface is not there
-	Relay(const Host& rack, const RelayPlan& plan);
+	Relay(const Host& rootHost, const RelayPlan& plan);
 	/// Ends it; frames under way are lost.
 	~Relay();
 	Relay(const Relay&) = delete;
 	Relay& operator=(const Relay&) = delete;
 
 	/// Replaces the impairment; frames under way keep their times.
-	void change(const Impairment& impairment, const CardAddress& peer);
+	void change(const Impairment& impairment, const InterfaceAddress& peer);
 
 	RelayCounts counts() const;
 

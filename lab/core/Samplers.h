@@ -18,7 +18,7 @@ namespace velarix::lab
 inline constexpr Millis samplingPeriod{20};
 
 /// Asks the kernel, through a socket opened inside each node's network
-/// namespace, whether a card of the node holds the virtual address.
+/// namespace, whether an interface of the node holds the virtual address.
 class AddressSampler
 {
 public:

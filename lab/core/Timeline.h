@@ -74,7 +74,7 @@ public:
 	/// The track's values from its first to `until`.
 	std::vector<Interval> intervals(Track track, Millis until) const;
 
-	/// The listener is told of every event added from now on, by the thread that
+	/// The listener receives every event added from now on, by the thread that
 	/// adds it; it must not add events itself. Null ends it.
 	void listen(Listener listener);
 

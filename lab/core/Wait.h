@@ -10,7 +10,7 @@
 namespace velarix::lab
 {
 
-/// What a waiting person is told.
+/// What a waiting person reads.
 struct WaitProgress
 {
 	std::string what;  ///< what is being waited for

@@ -18,9 +18,9 @@ std::string bridgeName(Network network)
 	return network == Network::service ? "vlx-svc" : "vlx-com";
 }
 
-std::string cardName(Network network)
+std::string interfaceName(Network network)
 {
-	return network == Network::service ? plan::serviceCard : plan::communicationCard;
+	return network == Network::service ? plan::serviceInterface : plan::communicationInterface;
 }
 
 /// At most 15 characters, the kernel's limit.
@@ -29,7 +29,7 @@ std::string interfaceName(const char* kind, HostId id, Network network)
 	return std::string(kind) + nameOf(id) + (network == Network::service ? "-svc" : "-com");
 }
 
-/// The other end of a host's card.
+/// The other end of a host's interface.
 std::string portName(HostId id, Network network)
 {
 	return interfaceName("vlx-", id, network);
@@ -46,7 +46,7 @@ std::string bridgeEnd(HostId id, Network network)
 	return interfaceName("vlb-", id, network);
 }
 
-/// A card keeps its hardware address when its host is switched off and on.
+/// An interface keeps its hardware address when its host is switched off and on.
 std::array<std::uint8_t, 6> hardwareAddress(HostId id, Network network)
 {
 	return {2, 0, 0, 0, static_cast<std::uint8_t>(network), static_cast<std::uint8_t>(static_cast<int>(id) + 1)};
@@ -61,12 +61,12 @@ std::string hardwareText(HostId id, Network network)
 	return text;
 }
 
-CardAddress cardAddress(HostId id, Network network)
+InterfaceAddress interfaceAddress(HostId id, Network network)
 {
-	CardAddress card;
-	card.hardware = hardwareAddress(id, network);
-	::inet_pton(AF_INET, plan::addressOf(id, network), card.internet.data());
-	return card;
+	InterfaceAddress interface;
+	interface.hardware = hardwareAddress(id, network);
+	::inet_pton(AF_INET, plan::addressOf(id, network), interface.internet.data());
+	return interface;
 }
 
 bool onNetwork(HostId id, Network network)
@@ -87,7 +87,7 @@ std::string placeText(HostId id, Network network)
 
 } // namespace
 
-Wiring::Wiring(const Host& rack) : m_rack(rack)
+Wiring::Wiring(const Host& rootHost) : m_rootHost(rootHost)
 {
 	std::string lines;
 	for (const Network network : networks)
@@ -117,15 +117,15 @@ void Wiring::plugIn(HostId id, const Host& host)
 			continue;
 		}
 		const std::string port = portName(id, network);
-		const std::string card = cardName(network);
-		outside.append("link add ").append(port).append(" type veth peer name ").append(card);
+		const std::string interface = interfaceName(network);
+		outside.append("link add ").append(port).append(" type veth peer name ").append(interface);
 		outside.append(" address ").append(hardwareText(id, network));
 		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
 		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
 		outside.append(isolationLine(id, network));
 		inside.append("addr add ").append(plan::addressOf(id, network)).append("/");
-		inside.append(std::to_string(plan::prefixLength)).append(" dev ").append(card).append("\n");
-		inside.append("link set ").append(card).append(" up\n");
+		inside.append(std::to_string(plan::prefixLength)).append(" dev ").append(interface).append("\n");
+		inside.append("link set ").append(interface).append(" up\n");
 	}
 	batch(outside);
 	for (const Network network : networks)
@@ -147,14 +147,14 @@ void Wiring::plugInAttacker(const Host& host)
 	{
 		const bool service = network == Network::service;
 		const std::string port = service ? "vlx-str-svc" : "vlx-str-com";
-		const std::string card = cardName(network);
+		const std::string interface = interfaceName(network);
 		const std::string address = service ? plan::attackerServiceAddress : plan::attackerAddress;
-		outside.append("link add ").append(port).append(" type veth peer name ").append(card);
+		outside.append("link add ").append(port).append(" type veth peer name ").append(interface);
 		outside.append(service ? " address 02:00:00:00:00:66" : " address 02:00:00:00:01:66");
 		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
 		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
 		inside.append("addr add ").append(address).append("/").append(std::to_string(plan::prefixLength));
-		inside.append(" dev ").append(card).append("\nlink set ").append(card).append(" up\n");
+		inside.append(" dev ").append(interface).append("\nlink set ").append(interface).append(" up\n");
 	}
 	batch(outside);
 	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
@@ -170,9 +170,9 @@ void Wiring::unplug(HostId id)
 		port(id, network).relay.reset();
 		port(id, network).plugged = false;
 	}
-	// The kernel may be removing the cards of a dead host at the same time:
+	// The kernel may be removing the interfaces of a dead host at the same time:
 	// each line is tried, and one that finds its port gone is none to report.
-	run({{"ip", "-force", "-batch", "-"}, lines, m_rack.insideNetwork()});
+	run({{"ip", "-force", "-batch", "-"}, lines, m_rootHost.insideNetwork()});
 }
 
 void Wiring::setPort(HostId id, Network network, bool up)
@@ -215,7 +215,7 @@ void Wiring::impair(HostId id, Network network, const Impairment& impairment)
 	bad.impairment = impairment;
 	if (bad.relay)
 	{
-		bad.relay->change(impairment, cardAddress(impairment.peer.value_or(id), network));
+		bad.relay->change(impairment, interfaceAddress(impairment.peer.value_or(id), network));
 	}
 	else if (bad.plugged)
 	{
@@ -266,8 +266,8 @@ void Wiring::insertRelay(HostId id, Network network)
 	const std::string relaySide = relayEnd(id, network);
 	batch("link add " + bridgeSideName + " type veth peer name " + relaySide + "\nlink set " + bridgeSideName +
 	      " addrgenmode none\nlink set " + relaySide + " addrgenmode none up\n");
-	bad.relay = std::make_unique<Relay>(m_rack, RelayPlan{portName(id, network), relaySide, impairment,
-	                                                      cardAddress(impairment.peer.value_or(id), network)});
+	bad.relay = std::make_unique<Relay>(m_rootHost, RelayPlan{portName(id, network), relaySide, impairment,
+	                                                          interfaceAddress(impairment.peer.value_or(id), network)});
 	batch("link set " + portName(id, network) + " nomaster\nlink set " + bridgeSideName + " master " +
 	      bridgeName(network) + " up\n" + isolationLine(id, network));
 }
@@ -286,7 +286,7 @@ std::string Wiring::isolationLine(HostId id, Network network) const
 
 void Wiring::batch(const std::string& lines) const
 {
-	runOrThrow({{"ip", "-batch", "-"}, lines, m_rack.insideNetwork()});
+	runOrThrow({{"ip", "-batch", "-"}, lines, m_rootHost.insideNetwork()});
 }
 
 } // namespace velarix::lab

@@ -1,7 +1,7 @@
-/// The two networks of a lab: bridges in the rack's network namespace, a pair of
-/// virtual cards per host and network, the host's end named eth0 or eth1.
+/// The two networks of a lab: bridges in the root host's network namespace, a pair of
+/// virtual interfaces per host and network, the host's end named eth0 or eth1.
 ///
-/// A port that is set down takes the carrier from the host's card, as a pulled
+/// A port that is set down takes the carrier from the host's interface, as a pulled
 /// cable does. Isolated ports of one bridge keep their carrier and reach every
 /// port but each other. An impaired port keeps its carrier too; its frames go
 /// through a Relay between the port and the bridge, which loses or delays them.
@@ -27,16 +27,16 @@ namespace velarix::lab
 class Wiring
 {
 public:
-	/// Makes both bridges. `rack` must outlive the wiring.
+	/// Makes both bridges. `rootHost` must outlive the wiring.
 	/// @throws NamespacesUnavailable when the kernel has no bridges
-	explicit Wiring(const Host& rack);
+	explicit Wiring(const Host& rootHost);
 
-	/// Gives the host its cards, addresses and loopback, and plugs it in.
+	/// Gives the host its interfaces, addresses and loopback, and plugs it in.
 	void plugIn(HostId id, const Host& host);
-	/// Gives a host that is no part of the plan a card on each network, with the addresses
+	/// Gives a host that is no part of the plan an interface on each network, with the addresses
 	/// plan::attackerAddress and plan::attackerServiceAddress.
 	void plugInAttacker(const Host& host);
-	/// Removes the host's cards on both networks, also those already gone.
+	/// Removes the host's interfaces on both networks, also those already gone.
 	void unplug(HostId id);
 
 	/// Sets the switch ports of the host up or down on one network.
@@ -67,7 +67,7 @@ private:
 		bool plugged = false;
 	};
 
-	const Host& m_rack;
+	const Host& m_rootHost;
 	std::array<std::array<Port, 2>, 4> m_ports; ///< by host and network
 	std::array<bool, 2> m_isolated{};           ///< by network
 

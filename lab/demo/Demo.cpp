@@ -61,7 +61,7 @@ std::vector<Phase> keeperPhases()
 
 std::vector<Phase> plainPhases()
 {
-	const Fault carrierA{FaultKind::serviceCardPulled, HostId::a};
+	const Fault carrierA{FaultKind::serviceInterfacePulled, HostId::a};
 	return {startOf("both agents begin as standby; node a, configured as master, raises the address and the programs"),
 	        fault("node a, the master, loses its power",
 	              "node b hears nothing, finds node a and the address silent, and takes over", HostId::b, powerA, ""),

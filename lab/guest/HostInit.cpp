@@ -6,15 +6,15 @@
 /// is closed, by whatever means the lab ended, and the kernel then ends every
 /// other process of the host and removes its interfaces and mounts.
 ///
-///   velarix-lab-init CONTROL-FD HOST-NAME rack DISK...
+///   velarix-lab-init CONTROL-FD HOST-NAME root DISK...
 ///   velarix-lab-init CONTROL-FD HOST-NAME host FIRST-PROCESS
 ///   velarix-lab-init CONTROL-FD HOST-NAME node FIRST-PROCESS RACK-MOUNT-NAMESPACE-FD DISK
 ///
-/// rack: holds the disks of the nodes below /mnt of its own mount namespace, a
+/// root: holds the disks of the nodes below /mnt of its own mount namespace, a
 ///       tmpfs each, and the bridges in its network namespace.
 /// host: everything read-only but /run and /tmp.
 /// node: as host, and /usr is writable: an overlay whose changes go to the
-///       directory DISK in the rack's /mnt, so that they outlive the node.
+///       directory DISK in the root host's /mnt, so that they outlive the node.
 /// FIRST-PROCESS: processes of the host are numbered from the next one on.
 
 #include <cerrno>
@@ -105,7 +105,7 @@ void mountHost(bool overlayOnUsr)
 
 void mountNode(int rackMountNamespace, const std::string& disk)
 {
-	need(::setns(rackMountNamespace, CLONE_NEWNS) == 0, "cannot enter the rack");
+	need(::setns(rackMountNamespace, CLONE_NEWNS) == 0, "cannot enter the root host");
 	::close(rackMountNamespace);
 	ownMountNamespace();
 	const std::string base = "/mnt/" + disk;
@@ -179,7 +179,7 @@ int main(int argc, char** argv)
 	silenceStreams();
 	need(::chdir("/") == 0, "cannot change to /");
 	need(::sethostname(name.c_str(), name.size()) == 0, "cannot set the host name");
-	if (kind == "rack")
+	if (kind == "root")
 	{
 		mountRack(argv + 4);
 	}

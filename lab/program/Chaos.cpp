@@ -57,7 +57,7 @@ Millis limitOf(const chaos::Options& options)
 	return std::max(bySteps, options.duration.value_or(Millis(0)) + 2 * stepLimit);
 }
 
-/// A worker that was ended has told its steps up to then.
+/// A worker that was ended has reported its steps up to then.
 void takeIn(const WorkerResult& worker, int number, chaos::Results& results)
 {
 	for (const std::string& part : worker.parts)

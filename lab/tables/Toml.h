@@ -1,5 +1,5 @@
 /// Tables of expectations, written as TOML and read by named keys. What is wrong with a
-/// table is told with the number of its line.
+/// table is reported with the number of its line.
 #pragma once
 
 #include <filesystem>

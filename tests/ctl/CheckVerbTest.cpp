@@ -194,10 +194,10 @@ TEST_F(CheckVerb, FilesOnlyLeavesDiskAndMachineAlone)
 
 TEST_F(CheckVerb, TheMachineIsAskedOnTheRunningSystem)
 {
-	fakeHost().cards.clear();
+	fakeHost().interfaces.clear();
 	const Outcome outcome = run({"check", settings().string()});
 	EXPECT_EQ(outcome.code, 78);
-	EXPECT_THAT(outcome.out, HasSubstr("there is no interface eth0, that of the service [missing-card]"));
+	EXPECT_THAT(outcome.out, HasSubstr("there is no interface eth0, that of the service [missing-interface]"));
 	EXPECT_THAT(outcome.out, Not(HasSubstr("another root")));
 }
 

@@ -96,7 +96,7 @@ protected:
 	}
 
 	/// Expects each line's offer, in any order; "default" and "dirnames" stand for the
-	/// files and directories that the shell is told to offer itself.
+	/// files and directories that the shell is asked to offer itself.
 	void expectOffers(const std::vector<Line>& lines) const
 	{
 		// Out of a completion compopt has no meaning and says so.

@@ -1,4 +1,4 @@
-// The history of real logs: what two agents wrote in the lab while hosts, cards,
+// The history of real logs: what two agents wrote in the lab while hosts, interfaces,
 // programs and agents failed (logs/README.md).
 
 #include <algorithm>
@@ -27,9 +27,10 @@ TEST_P(EventsOfARealLog, AreThoseOfItsGoldenFile)
 
 INSTANTIATE_TEST_SUITE_P(Log, EventsOfARealLog,
                          testing::Values("host-loss-a", "host-loss-b", "program-loss-a", "program-loss-b",
-                                         "service-card-a", "service-card-b", "communication-card-a",
-                                         "communication-card-b", "both-masters-a", "both-masters-b", "agent-killed-a",
-                                         "agent-killed-b", "agent-frozen-a", "printing-start-command-a"),
+                                         "service-interface-a", "service-interface-b", "communication-interface-a",
+                                         "communication-interface-b", "both-masters-a", "both-masters-b",
+                                         "agent-killed-a", "agent-killed-b", "agent-frozen-a",
+                                         "printing-start-command-a"),
                          [](const auto& row)
                          {
 	                         std::string name = row.param;

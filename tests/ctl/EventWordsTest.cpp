@@ -26,8 +26,8 @@ TEST(EventWords, EveryEnumeratorHasOneOfItsOwn)
 	}
 	EXPECT_EQ(words.size(), kEventKinds + kFaults);
 	EXPECT_EQ(wordOf(EventKind::error), "error");
-	EXPECT_EQ(wordOf(Fault::stranger), "stranger");
-	EXPECT_EQ(wordOf(Cause::notTold), "not-told");
+	EXPECT_EQ(wordOf(Fault::foreignMessage), "foreign-message");
+	EXPECT_EQ(wordOf(Cause::notLogged), "not-logged");
 	EXPECT_EQ(wordOf(Role::slave), "slave");
 	EXPECT_EQ(wordOf(AddressState::up), "up");
 }
@@ -62,8 +62,8 @@ template <typename Value> std::vector<std::string> wordsUpTo(Value last, std::si
 TEST(EventWords, AreThoseOfTheirPage)
 {
 	EXPECT_EQ(wordsOfThePage("event"), wordsUpTo(EventKind::error));
-	EXPECT_EQ(wordsOfThePage("cause"), wordsUpTo(Cause::notTold, 1)); // but for "none"
-	EXPECT_EQ(wordsOfThePage("fault"), wordsUpTo(Fault::stranger));
+	EXPECT_EQ(wordsOfThePage("cause"), wordsUpTo(Cause::notLogged, 1)); // but for "none"
+	EXPECT_EQ(wordsOfThePage("fault"), wordsUpTo(Fault::foreignMessage));
 }
 
 } // namespace

@@ -118,7 +118,7 @@ TEST_F(EventsVerb, ATimeThatIsNoneIsAUsageError)
 	EXPECT_EQ(runBelow({"events", "extra"}).code, 2);
 }
 
-TEST_F(EventsVerb, ArchivesAreTold)
+TEST_F(EventsVerb, ArchivesAreReported)
 {
 	write(kSettingsPath, kSettings);
 	write(log + ".20261121083000000", start("08:00:00.0", "4711"));
@@ -177,7 +177,7 @@ TEST_F(EventsVerb, GarbageIsNeitherAnEventNorAnError)
 	expectGolden("events-story.txt", outcome.out);
 }
 
-TEST_F(EventsVerb, AStrangersBytesDoNotReachTheTerminal)
+TEST_F(EventsVerb, AnAttackersBytesDoNotReachTheTerminal)
 {
 	write(kSettingsPath, kSettings);
 	write(log, receiver("09:00:00.0", "164", "received message: \x1b]0;owned\x07\xff"));
@@ -209,7 +209,7 @@ TEST_F(EventsVerb, WithoutRightsTheReasonIsSaid)
 	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: Permission denied\n");
 }
 
-TEST_F(EventsVerb, AnArchiveThatCannotBeReadIsSaidAndTheRestIsTold)
+TEST_F(EventsVerb, AnArchiveThatCannotBeReadIsSaidAndTheRestIsReported)
 {
 	write(kSettingsPath, kSettings);
 	fs::create_directories(below(log + ".20261121083000000"));
@@ -305,7 +305,7 @@ private:
 	std::unique_ptr<Poco::ProcessHandle> m_process;
 };
 
-TEST_F(EventsFollow, WhatHappensLaterIsToldWhenItHappens)
+TEST_F(EventsFollow, WhatHappensLaterIsReportedWhenItHappens)
 {
 	write(log, start("08:00:00.0", "4711"));
 	follow();
@@ -343,7 +343,7 @@ TEST_F(EventsFollow, ALogThatIsNotThereYetIsWaitedFor)
 	EXPECT_EQ(nextEvent(), "agent-started");
 }
 
-TEST_F(EventsFollow, OnlyWhatIsYoungEnoughIsTold)
+TEST_F(EventsFollow, OnlyWhatIsYoungEnoughIsReported)
 {
 	write(log, story());
 	follow({"--since", "2026-11-21 09:59"});

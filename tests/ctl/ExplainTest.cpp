@@ -294,7 +294,7 @@ TEST_F(ExplainVerb, AnEmptyInputIsNothingToExplain)
 
 TEST_F(ExplainVerb, EveryLineOfARealLogIsKnown)
 {
-	for (const char* name : {"host-loss-b", "service-card-a", "both-masters-a", "printing-start-command-a"})
+	for (const char* name : {"host-loss-b", "service-interface-a", "both-masters-a", "printing-start-command-a"})
 	{
 		const Outcome outcome =
 		    runWith(readFile(std::string(VELARIX_CTL_LOGS) + "/" + name + ".log"), {"explain", "--json", "-"});

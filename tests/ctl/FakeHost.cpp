@@ -20,7 +20,7 @@ void freshHost()
 {
 	fakeHost() = FakeHost{};
 	fakeMachine() = FakeMachine{};
-	fakeHost().cards = {{"eth0", {true, true}}, {"eth1", {true, true}}};
+	fakeHost().interfaces = {{"eth0", {true, true}}, {"eth1", {true, true}}};
 	fakeHost().addresses = {{"lo", "lo", "127.0.0.1", 8, true},
 	                        {"eth0", "eth0", "198.51.100.1", 24, true},
 	                        {"eth1", "eth1", "192.0.2.1", 24, true}};
@@ -31,9 +31,9 @@ namespace velarix::inspect::host
 
 FileFacts fileFacts(const std::filesystem::path& path)
 {
-	if (const auto told = fakeHost().files.find(path.string()); told != fakeHost().files.end())
+	if (const auto reported = fakeHost().files.find(path.string()); reported != fakeHost().files.end())
 	{
-		return told->second;
+		return reported->second;
 	}
 	FileFacts facts;
 	struct stat status = {};
@@ -68,9 +68,9 @@ bool ignoresPings()
 	return fakeHost().ignoresPings;
 }
 
-Card card(const std::string& name)
+Interface interface(const std::string& name)
 {
-	return fakeHost().cards[name];
+	return fakeHost().interfaces[name];
 }
 
 std::optional<bool> hasOnLoopback(const std::string& /*address*/)
@@ -86,11 +86,11 @@ std::vector<Address> addresses()
 std::optional<std::string> interfaceTo(const std::string& address)
 {
 	const auto found = fakeHost().routes.find(address);
-	const std::string card = found == fakeHost().routes.end() ? "eth1" : found->second;
-	return card.empty() ? std::nullopt : std::optional(card);
+	const std::string interface = found == fakeHost().routes.end() ? "eth1" : found->second;
+	return interface.empty() ? std::nullopt : std::optional(interface);
 }
 
-std::optional<std::string> holderOf(const std::string& address, const std::string& /*card*/)
+std::optional<std::string> holderOf(const std::string& address, const std::string& /*interface*/)
 {
 	const auto found = fakeHost().holders.find(address);
 	return found == fakeHost().holders.end() ? std::nullopt : std::optional(found->second);

@@ -16,12 +16,12 @@
 
 struct FakeHost
 {
-	/// Told for these paths; all others are those of the real file, owned by root.
+	/// Reported for these paths; all others are those of the real file, owned by root.
 	std::map<std::string, velarix::inspect::host::FileFacts> files;
 	uid_t user = 0;
 	std::optional<std::string> whyNoPing;
 	bool ignoresPings = false;
-	std::map<std::string, velarix::inspect::host::Card> cards;
+	std::map<std::string, velarix::inspect::host::Interface> interfaces;
 	std::vector<velarix::inspect::host::Address> addresses;
 	/// By which interface an address is reached; by eth1 when it is not here, and not at all with an empty one.
 	std::map<std::string, std::string> routes;

@@ -19,7 +19,7 @@ struct FakeMachine
 	std::set<pid_t> hidden;
 	/// Where the standard output of these processes goes; nobody knows of others.
 	std::map<pid_t, std::string> outputs;
-	/// Told for these paths; no other file has a time.
+	/// Reported for these paths; no other file has a time.
 	std::map<std::string, std::chrono::system_clock::time_point> changed;
 	/// Addresses that answer pings.
 	std::set<std::string> answering;

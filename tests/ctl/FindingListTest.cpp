@@ -43,9 +43,9 @@ std::set<std::string> listed()
 TEST(FindingList, NamesWhatTheChecksCanTell)
 {
 	// Every name has a hyphen; the other words with one are names of packages.
-	std::set<std::string> told = matches(allOf(VELARIX_CHECKS), "\"([a-z]+(?:-[a-z0-9]+)+)\"");
-	told.erase("net-tools");
-	EXPECT_EQ(listed(), told);
+	std::set<std::string> reported = matches(allOf(VELARIX_CHECKS), "\"([a-z]+(?:-[a-z0-9]+)+)\"");
+	reported.erase("net-tools");
+	EXPECT_EQ(listed(), reported);
 }
 
 TEST(FindingList, HasATestForEachName)

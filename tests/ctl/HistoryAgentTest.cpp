@@ -17,11 +17,11 @@ TEST_F(HistoryTest, AStartBeginsCleanAsSlave)
 	start();
 	EXPECT_THAT(events(), ElementsAre("agent-started", "address-dropped (agent-start)",
 	                                  "program-killed (agent-start) server", "program-killed (agent-start) worker"));
-	EXPECT_EQ(picture().process, 4711);
-	EXPECT_EQ(picture().role->value, Role::slave);
-	EXPECT_EQ(picture().agentStarted, picture().role->since);
-	EXPECT_EQ(picture().address->value, AddressState::dropped);
-	EXPECT_FALSE(picture().lastRoleChange);
+	EXPECT_EQ(snapshot().process, 4711);
+	EXPECT_EQ(snapshot().role->value, Role::slave);
+	EXPECT_EQ(snapshot().agentStarted, snapshot().role->since);
+	EXPECT_EQ(snapshot().address->value, AddressState::dropped);
+	EXPECT_FALSE(snapshot().lastRoleChange);
 }
 
 TEST_F(HistoryTest, ALogThatBeginsInTheMiddleTellsNoStartAndNoChange)
@@ -30,12 +30,12 @@ TEST_F(HistoryTest, ALogThatBeginsInTheMiddleTellsNoStartAndNoChange)
 	checked('M', 1);
 	sent("/process/1/1/20261121090601/0/");
 	EXPECT_THAT(events(), IsEmpty());
-	EXPECT_EQ(picture().process, 4711);
-	EXPECT_FALSE(picture().agentStarted);
-	EXPECT_EQ(picture().role->value, Role::master);
-	EXPECT_TRUE(picture().programsRun->value);
-	EXPECT_FALSE(picture().asking->value);
-	EXPECT_FALSE(picture().lastRoleChange);
+	EXPECT_EQ(snapshot().process, 4711);
+	EXPECT_FALSE(snapshot().agentStarted);
+	EXPECT_EQ(snapshot().role->value, Role::master);
+	EXPECT_TRUE(snapshot().programsRun->value);
+	EXPECT_FALSE(snapshot().asking->value);
+	EXPECT_FALSE(snapshot().lastRoleChange);
 }
 
 TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
@@ -45,18 +45,18 @@ TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
 	now += 10s;
 	process = 4712;
 	start();
-	const std::vector<Event> told = takeEvents();
-	ASSERT_GE(told.size(), 3U);
-	EXPECT_EQ(textOf(told[0]), "agent-ended (killed) 1900ms");
-	EXPECT_EQ(told[0].time, last);
-	EXPECT_EQ(told[0].process, 4711);
-	EXPECT_EQ(told[0].place, "");
-	EXPECT_EQ(textOf(told[1]), "agent-started 10100ms");
-	EXPECT_EQ(told[1].process, 4712);
-	EXPECT_EQ(textOf(told[2]), "role-changed master->slave (agent-start) 11000ms");
-	EXPECT_EQ(picture().process, 4712);
-	EXPECT_FALSE(picture().received);
-	EXPECT_FALSE(picture().programsRun);
+	const std::vector<Event> reported = takeEvents();
+	ASSERT_GE(reported.size(), 3U);
+	EXPECT_EQ(textOf(reported[0]), "agent-ended (killed) 1900ms");
+	EXPECT_EQ(reported[0].time, last);
+	EXPECT_EQ(reported[0].process, 4711);
+	EXPECT_EQ(reported[0].place, "");
+	EXPECT_EQ(textOf(reported[1]), "agent-started 10100ms");
+	EXPECT_EQ(reported[1].process, 4712);
+	EXPECT_EQ(textOf(reported[2]), "role-changed master->slave (agent-start) 11000ms");
+	EXPECT_EQ(snapshot().process, 4712);
+	EXPECT_FALSE(snapshot().received);
+	EXPECT_FALSE(snapshot().programsRun);
 }
 
 TEST_F(HistoryTest, AStartWhoseFirstMessageIsLostIsAStart)
@@ -78,9 +78,9 @@ TEST_F(HistoryTest, AnAgentThatEndsInTheMiddleOfATakeOver)
 	events();
 	process = 4712;
 	start();
-	std::vector<std::string> told = events();
-	told.resize(4);
-	EXPECT_THAT(told,
+	std::vector<std::string> reported = events();
+	reported.resize(4);
+	EXPECT_THAT(reported,
 	            ElementsAre("takeover-unfinished (partner-silent) the agent ended 100ms", "agent-ended (killed) 800ms",
 	                        "agent-started 100ms", "role-changed master->slave (agent-start) 200ms"));
 }
@@ -122,22 +122,22 @@ TEST_F(HistoryTest, AnAgentThatStartsBesideAnotherCannotStay)
 	pass(true);
 	EXPECT_THAT(events(),
 	            ElementsAre("agent-ended (fatal-error) Net Exception: Address already in use 700ms", "agent-resumed"));
-	EXPECT_EQ(picture().process, 4711);
-	EXPECT_EQ(picture().role->value, Role::master);
-	EXPECT_EQ(picture().events.at(EventKind::agentStarted), 2U);
+	EXPECT_EQ(snapshot().process, 4711);
+	EXPECT_EQ(snapshot().role->value, Role::master);
+	EXPECT_EQ(snapshot().events.at(EventKind::agentStarted), 2U);
 }
 
-TEST_F(HistoryTest, AnAgentWithoutAnyMessageOfItsStartIsTold)
+TEST_F(HistoryTest, AnAgentWithoutAnyMessageOfItsStartIsReported)
 {
 	becomeStandby();
 	process = 5000;
 	pass(true);
 	EXPECT_THAT(events(),
 	            ElementsAre("agent-ended (killed) 600ms", "agent-started its first messages are missing 100ms",
-	                        "role-changed slave->master (not-told) 100ms"));
+	                        "role-changed slave->master (not-logged) 100ms"));
 }
 
-TEST_F(HistoryTest, AnErrorIsToldOnceInAnHour)
+TEST_F(HistoryTest, AnErrorIsReportedOnceInAnHour)
 {
 	becomeMaster();
 	const auto again = [this]
@@ -161,7 +161,7 @@ TEST_F(HistoryTest, AnErrorIsToldOnceInAnHour)
 	EXPECT_THAT(events(), ElementsAre("error NO_DIR(/proc)"));
 }
 
-TEST_F(HistoryTest, AnErrorOfAnUnknownPlaceIsToldToo)
+TEST_F(HistoryTest, AnErrorOfAnUnknownPlaceIsReportedToo)
 {
 	start();
 	events();
@@ -186,7 +186,7 @@ TEST_F(HistoryTest, AGapIsMeasuredByWhatIsUsual)
 	EXPECT_THAT(events(), ElementsAre("log-gap 330100ms"));
 }
 
-TEST_F(HistoryTest, AClockThatIsSetBackIsTold)
+TEST_F(HistoryTest, AClockThatIsSetBackIsReported)
 {
 	start();
 	events();
@@ -207,32 +207,32 @@ TEST_F(HistoryTest, MessagesWithoutADateHappenedWhenTheOneBeforeDid)
 	line.label = "CHeartReciver";
 	line.number = 505;
 	history.feed(line);
-	EXPECT_EQ(picture().process, 0);
+	EXPECT_EQ(snapshot().process, 0);
 	LogLine garbage;
 	garbage.text = "garbage";
 	history.feed(garbage);
-	EXPECT_EQ(picture().letters.at('?'), 1U);
+	EXPECT_EQ(snapshot().letters.at('?'), 1U);
 	start();
 	line.process = 4711;
 	history.feed(line);
-	EXPECT_EQ(picture().role->value, Role::master);
-	EXPECT_EQ(picture().role->since, now);
+	EXPECT_EQ(snapshot().role->value, Role::master);
+	EXPECT_EQ(snapshot().role->since, now);
 }
 
 TEST_F(HistoryTest, EachWorkersLastMessageIsKnown)
 {
 	start();
-	EXPECT_FALSE(picture().lastOfReceiver);
+	EXPECT_FALSE(snapshot().lastOfReceiver);
 	receiver(94);
 	const Instant ofReceiver = now;
 	service(756); // on the receiver's thread
-	EXPECT_EQ(picture().lastOfReceiver, ofReceiver + 100ms);
+	EXPECT_EQ(snapshot().lastOfReceiver, ofReceiver + 100ms);
 	checked('S', 0);
-	EXPECT_EQ(picture().lastOfChecker, now);
+	EXPECT_EQ(snapshot().lastOfChecker, now);
 	sent("/process/0/2/x/0/");
-	EXPECT_EQ(picture().lastOfSender, now);
-	EXPECT_EQ(picture().lastOfReceiver, ofReceiver + 100ms);
-	EXPECT_EQ(picture().lastMessage, now);
+	EXPECT_EQ(snapshot().lastOfSender, now);
+	EXPECT_EQ(snapshot().lastOfReceiver, ofReceiver + 100ms);
+	EXPECT_EQ(snapshot().lastMessage, now);
 }
 
 } // namespace

@@ -11,7 +11,7 @@ using testing::IsEmpty;
 namespace
 {
 
-TEST_F(HistoryTest, TheWholeWayToMasterIsTold)
+TEST_F(HistoryTest, TheWholeWayToMasterIsReported)
 {
 	start();
 	events();
@@ -22,24 +22,24 @@ TEST_F(HistoryTest, TheWholeWayToMasterIsTold)
 	                                  "takeover-began (configured-role)", "address-starting (takeover)",
 	                                  "address-up answers 300ms", "programs-started (configured-role) 100ms",
 	                                  "takeover-done (configured-role) 800ms", "programs-running 100ms"));
-	EXPECT_EQ(picture().lastRoleChange->cause, Cause::configuredRole);
-	EXPECT_EQ(picture().lastRoleChange->place, "CHeartReciver:473");
-	EXPECT_FALSE(picture().takeOver);
-	EXPECT_EQ(picture().address->value, AddressState::up);
-	EXPECT_TRUE(picture().programsRun->value);
+	EXPECT_EQ(snapshot().lastRoleChange->cause, Cause::configuredRole);
+	EXPECT_EQ(snapshot().lastRoleChange->place, "CHeartReciver:473");
+	EXPECT_FALSE(snapshot().takeOver);
+	EXPECT_EQ(snapshot().address->value, AddressState::up);
+	EXPECT_TRUE(snapshot().programsRun->value);
 }
 
 TEST_F(HistoryTest, ATakeOverThatGoesOnIsInThePicture)
 {
 	becomeMaster();
 	receiver(94);
-	EXPECT_FALSE(picture().takeOver);
+	EXPECT_FALSE(snapshot().takeOver);
 	receiver(164, "received message: /process/1/1/20261121090601/0/");
 	receiver(282);
 	receiver(470);
-	ASSERT_TRUE(picture().takeOver);
-	EXPECT_EQ(picture().takeOver->cause, Cause::bothMasters);
-	EXPECT_EQ(picture().role->value, Role::master);
+	ASSERT_TRUE(snapshot().takeOver);
+	EXPECT_EQ(snapshot().takeOver->cause, Cause::bothMasters);
+	EXPECT_EQ(snapshot().role->value, Role::master);
 }
 
 /// How a master gives up: the numbers of the two messages, its cause and fault.
@@ -56,7 +56,7 @@ class GiveUp : public HistoryTest, public testing::WithParamInterface<GiveUpRow>
 {
 };
 
-TEST_P(GiveUp, IsToldWithItsCause)
+TEST_P(GiveUp, IsReportedWithItsCause)
 {
 	const GiveUpRow& row = GetParam();
 	const std::string cause = row.cause;
@@ -79,8 +79,8 @@ TEST_P(GiveUp, IsToldWithItsCause)
 		expected.push_back("address-dropped (give-up)");
 	}
 	EXPECT_EQ(events(), expected);
-	EXPECT_EQ(picture().role->value, Role::slave);
-	EXPECT_EQ(picture().asking.has_value() && picture().asking->value, row.asks);
+	EXPECT_EQ(snapshot().role->value, Role::slave);
+	EXPECT_EQ(snapshot().asking.has_value() && snapshot().asking->value, row.asks);
 	checked('S', 0);
 	EXPECT_THAT(events(), ElementsAre("programs-stopped (give-up) " + std::string(row.asks ? "800ms" : "700ms")));
 }
@@ -88,7 +88,7 @@ TEST_P(GiveUp, IsToldWithItsCause)
 INSTANTIATE_TEST_SUITE_P(Cause, GiveUp,
                          testing::Values(GiveUpRow{508, 509, "gateway-silent", "gateway", false},
                                          GiveUpRow{516, 517, "service-address-silent", "service-address", false},
-                                         GiveUpRow{524, 525, "service-card-down", "service-card", true}));
+                                         GiveUpRow{524, 525, "service-interface-down", "service-interface", true}));
 
 TEST_F(HistoryTest, AnAskEndsWhenThePartnerIsMasterAndAsksNothing)
 {
@@ -98,7 +98,7 @@ TEST_F(HistoryTest, AnAskEndsWhenThePartnerIsMasterAndAsksNothing)
 	EXPECT_THAT(events(), IsEmpty());
 	receiver(350, "szTmp[1] szPartnerProcessRunning[0]");
 	EXPECT_THAT(events(), ElementsAre("ask-answered 300ms"));
-	EXPECT_FALSE(picture().asking->value);
+	EXPECT_FALSE(snapshot().asking->value);
 	receiver(350, "szTmp[1] szPartnerProcessRunning[0]");
 	EXPECT_THAT(events(), IsEmpty());
 }
@@ -108,7 +108,7 @@ class AskEnd : public HistoryTest, public testing::WithParamInterface<std::pair<
 {
 };
 
-TEST_P(AskEnd, IsToldOnce)
+TEST_P(AskEnd, IsReportedOnce)
 {
 	giveUpAndAsk();
 	receiver(GetParam().first);
@@ -127,23 +127,23 @@ TEST_F(HistoryTest, WithItsStatusNotOKTheAskStaysPending)
 	receiver(329);
 	receiver(376, "szTmp[1] szPartnerProcessRunning[0]");
 	EXPECT_THAT(events(), IsEmpty());
-	EXPECT_TRUE(picture().asking->value);
+	EXPECT_TRUE(snapshot().asking->value);
 }
 
 TEST_F(HistoryTest, TwoHeartbeatsThatDifferCorrectTheAskOneDoesNot)
 {
 	becomeMaster();
 	sent("/process/1/1/20261121090601/1/");
-	EXPECT_TRUE(picture().asking->value); // not told before
+	EXPECT_TRUE(snapshot().asking->value); // not reported before
 	sent("/process/1/1/20261121090601/0/");
-	EXPECT_TRUE(picture().asking->value);
+	EXPECT_TRUE(snapshot().asking->value);
 	sent("/process/1/1/20261121090601/1/");
 	sent("/process/1/1/20261121090601/0/");
-	EXPECT_TRUE(picture().asking->value);
+	EXPECT_TRUE(snapshot().asking->value);
 	sent("/process/1/1/20261121090601/0/");
-	EXPECT_FALSE(picture().asking->value);
+	EXPECT_FALSE(snapshot().asking->value);
 	EXPECT_THAT(events(), IsEmpty());
-	EXPECT_EQ(picture().heartbeatsSent, 5U);
+	EXPECT_EQ(snapshot().heartbeatsSent, 5U);
 }
 
 TEST_F(HistoryTest, TheThirdSilenceTakesOver)
@@ -155,7 +155,7 @@ TEST_F(HistoryTest, TheThirdSilenceTakesOver)
 	receiver(146, "Reciver Connect Timed Out", 'E');
 	receiver(185);
 	receiver(189, "Reciver : nReceiveFailCount[1]");
-	EXPECT_EQ(picture().silences, 1);
+	EXPECT_EQ(snapshot().silences, 1);
 	receiver(146, "Reciver Connect Timed Out", 'E');
 	receiver(189, "Reciver : nReceiveFailCount[2]");
 	receiver(146, "Reciver Connect Timed Out", 'E');
@@ -168,11 +168,11 @@ TEST_F(HistoryTest, TheThirdSilenceTakesOver)
 	                                  "silence-counted 3 of 3", "fault-found partner-address",
 	                                  "role-changed slave->master (partner-silent) 1600ms",
 	                                  "takeover-began (partner-silent)", "program-killed (takeover) server"));
-	EXPECT_TRUE(picture().partnerLost);
-	EXPECT_EQ(picture().silences, 3);
+	EXPECT_TRUE(snapshot().partnerLost);
+	EXPECT_EQ(snapshot().silences, 3);
 }
 
-TEST_F(HistoryTest, AHostWithoutHeartbeatsIsToldOnceHoweverOftenItIsCounted)
+TEST_F(HistoryTest, AHostWithoutHeartbeatsIsReportedOnceHoweverOftenItIsCounted)
 {
 	becomeStandby();
 	for (int round = 0; round < 3; ++round)
@@ -185,11 +185,11 @@ TEST_F(HistoryTest, AHostWithoutHeartbeatsIsToldOnceHoweverOftenItIsCounted)
 	}
 	EXPECT_THAT(events(), ElementsAre("partner-lost no heartbeat yet", "silence-counted 1 of 3",
 	                                  "silence-counted 2 of 3", "silence-counted 3 of 3", "fault-found heartbeats"));
-	EXPECT_TRUE(picture().fault(Fault::heartbeats).there);
+	EXPECT_TRUE(snapshot().fault(Fault::heartbeats).there);
 	receiver(150, "poll");
 	heartbeat("/process/1/1/20261121090601/0/");
 	EXPECT_THAT(events(), ElementsAre("partner-back", "fault-gone heartbeats 1200ms"));
-	EXPECT_EQ(picture().silences, 0);
+	EXPECT_EQ(snapshot().silences, 0);
 }
 
 TEST_F(HistoryTest, ATakeOverThatAnErrorEndsIsUnfinished)
@@ -204,29 +204,29 @@ TEST_F(HistoryTest, ATakeOverThatAnErrorEndsIsUnfinished)
 	EXPECT_THAT(events(),
 	            ElementsAre("error Server Error: Exception: no memory[CODE: 0][noName]",
 	                        "takeover-unfinished (partner-asked) Exception: no memory[CODE: 0][noName] 200ms"));
-	EXPECT_FALSE(picture().takeOver);
+	EXPECT_FALSE(snapshot().takeOver);
 }
 
 TEST_F(HistoryTest, ASlaveWithoutProgramsGoesBackInSilence)
 {
 	becomeMaster();
 	receiver(324);
-	EXPECT_FALSE(picture().networkOk->value);
+	EXPECT_FALSE(snapshot().networkOk->value);
 	pass(false);
 	EXPECT_THAT(events(), ElementsAre("fault-found both-masters", "role-changed master->slave (both-masters) 1200ms"));
 	receiver(278);
-	EXPECT_TRUE(picture().networkOk->value);
+	EXPECT_TRUE(snapshot().networkOk->value);
 }
 
-TEST_F(HistoryTest, AChangeWhoseMessagesAreMissingIsToldWithoutACause)
+TEST_F(HistoryTest, AChangeWhoseMessagesAreMissingIsReportedWithoutACause)
 {
 	becomeMaster();
-	const std::size_t before = picture().roleChanges.size();
+	const std::size_t before = snapshot().roleChanges.size();
 	pass(false);
 	pass(true);
-	EXPECT_EQ(picture().roleChanges.size(), before + 2);
-	EXPECT_THAT(events(), ElementsAre("role-changed master->slave (not-told) 1100ms",
-	                                  "role-changed slave->master (not-told) 200ms"));
+	EXPECT_EQ(snapshot().roleChanges.size(), before + 2);
+	EXPECT_THAT(events(), ElementsAre("role-changed master->slave (not-logged) 1100ms",
+	                                  "role-changed slave->master (not-logged) 200ms"));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
 // What the history tells of the service and what surrounds it: address, programs,
-// commands, cards, and who speaks on the heartbeat ports.
+// commands, interfaces, and who speaks on the heartbeat ports.
 
 #include "HistoryTest.h"
 
@@ -12,7 +12,7 @@ using testing::IsEmpty;
 namespace
 {
 
-TEST_F(HistoryTest, AnAddressThatDoesNotAnswerIsToldOnce)
+TEST_F(HistoryTest, AnAddressThatDoesNotAnswerIsReportedOnce)
 {
 	becomeMaster();
 	service(680);
@@ -21,13 +21,13 @@ TEST_F(HistoryTest, AnAddressThatDoesNotAnswerIsToldOnce)
 	service(496, "ping: 0");
 	service(496, "ping: 0");
 	EXPECT_THAT(events(), ElementsAre("address-starting", "address-waiting"));
-	EXPECT_EQ(picture().address->value, AddressState::waiting);
-	EXPECT_EQ(picture().address->at, now);
+	EXPECT_EQ(snapshot().address->value, AddressState::waiting);
+	EXPECT_EQ(snapshot().address->at, now);
 	service(496, "ping: 1");
 	EXPECT_THAT(events(), ElementsAre("address-up answers 500ms"));
 }
 
-TEST_F(HistoryTest, FailedStartsAreToldNowAndThen)
+TEST_F(HistoryTest, FailedStartsAreReportedNowAndThen)
 {
 	becomeMaster();
 	for (int attempt = 1; attempt <= 100; ++attempt)
@@ -41,9 +41,9 @@ TEST_F(HistoryTest, FailedStartsAreToldNowAndThen)
 	                        "address-failed try 1: the start command printed \"RTNETLINK answers: File exists\"",
 	                        "address-failed try 10: the start command printed \"RTNETLINK answers: File exists\"",
 	                        "address-failed try 100: the start command printed \"RTNETLINK answers: File exists\""));
-	EXPECT_EQ(picture().failedStarts, 100);
+	EXPECT_EQ(snapshot().failedStarts, 100);
 	service(668);
-	EXPECT_EQ(picture().failedStarts, 0);
+	EXPECT_EQ(snapshot().failedStarts, 0);
 	EXPECT_THAT(events(), ElementsAre("address-up listed, after 100 failed starts 30000ms"));
 }
 
@@ -58,21 +58,21 @@ TEST_F(HistoryTest, AFailedWaitForTheAddressTellsItsError)
 	            ElementsAre("address-starting", "address-failed try 1: No permission: Operation not permitted"));
 }
 
-TEST_F(HistoryTest, AStrangerIsToldAndGoneAfterAQuietMinute)
+TEST_F(HistoryTest, AForeignMessageIsReportedAndGoneAfterAQuietMinute)
 {
 	becomeMaster();
 	heartbeat("GET / HTTP/1.1\r\n\x1b[31m\r\n\r\n");
 	receiver(246, "Range error", 'E');
 	heartbeat("GET / HTTP/1.1\r\n\r\n");
 	heartbeat("/process/0/2/20261121090601/0/");
-	EXPECT_THAT(events(), ElementsAre("fault-found stranger GET / HTTP/1.1 \x1b[31m"));
-	EXPECT_EQ(picture().heartbeatsReceived, 2U);
+	EXPECT_THAT(events(), ElementsAre("fault-found foreign-message GET / HTTP/1.1 \x1b[31m"));
+	EXPECT_EQ(snapshot().heartbeatsReceived, 2U);
 	now += 1min;
 	heartbeat("/process/0/2/20261121090601/0/");
-	EXPECT_THAT(events(), ElementsAre("fault-gone stranger 60400ms"));
+	EXPECT_THAT(events(), ElementsAre("fault-gone foreign-message 60400ms"));
 }
 
-TEST_F(HistoryTest, ACardIsKnownByTheCommandThatReadsIt)
+TEST_F(HistoryTest, AInterfaceIsKnownByTheCommandThatReadsIt)
 {
 	becomeMaster();
 	ran("cat /sys/class/net/eth1/carrier", "0\n\n");
@@ -80,8 +80,9 @@ TEST_F(HistoryTest, ACardIsKnownByTheCommandThatReadsIt)
 	ran("cat /sys/class/net/eth0/carrier", "");
 	ran("cat /sys/class/net/eth1/carrier", "1\n\n");
 	ran("cat /sys/class/net/eth0/carrier", "1\n\n");
-	EXPECT_THAT(events(), ElementsAre("fault-found communication-card", "fault-found service-card",
-	                                  "fault-gone communication-card 300ms", "fault-gone service-card 200ms"));
+	EXPECT_THAT(events(),
+	            ElementsAre("fault-found communication-interface", "fault-found service-interface",
+	                        "fault-gone communication-interface 300ms", "fault-gone service-interface 200ms"));
 }
 
 TEST_F(HistoryTest, OneCycleWithoutProgramsIsNoFaultYet)
@@ -93,13 +94,14 @@ TEST_F(HistoryTest, OneCycleWithoutProgramsIsNoFaultYet)
 	EXPECT_THAT(events(), ElementsAre("fault-found programs"));
 	checked('M', 1);
 	EXPECT_THAT(events(), ElementsAre("programs-running 200ms", "fault-gone programs 100ms"));
-	EXPECT_EQ(picture().fault(Fault::programs).count, 1U);
+	EXPECT_EQ(snapshot().fault(Fault::programs).count, 1U);
 }
 
 TEST_F(HistoryTest, GivenCommandsServeUntilTheLogTellsThem)
 {
-	std::vector<std::string> told;
-	History given([&](const Event& event) { told.push_back(textOf(event)); }, {"raise", "drop (a) : b", "killall -9"});
+	std::vector<std::string> reported;
+	History given([&](const Event& event) { reported.push_back(textOf(event)); },
+	              {"raise", "drop (a) : b", "killall -9"});
 	const auto feed = [&](int number, const std::string& text)
 	{
 		LogLine line;
@@ -117,9 +119,10 @@ TEST_F(HistoryTest, GivenCommandsServeUntilTheLogTellsThem)
 	feed(525, "");
 	feed(573, "command(killall -9 server) : ");
 	feed(573, "command(drop (a) : b) : gone");
-	EXPECT_THAT(told, ElementsAre("fault-found service-card", "role-changed master->slave (service-card-down) 200ms",
-	                              "ask-made (service-card-down)", "program-killed (give-up) server",
-	                              "address-dropped (give-up) gone"));
+	EXPECT_THAT(reported, ElementsAre("fault-found service-interface",
+	                                  "role-changed master->slave (service-interface-down) 200ms",
+	                                  "ask-made (service-interface-down)", "program-killed (give-up) server",
+	                                  "address-dropped (give-up) gone"));
 }
 
 TEST_F(HistoryTest, WithoutTheStartTheCommandsAreKnownByWhatIsGoingOn)
@@ -140,11 +143,11 @@ TEST_F(HistoryTest, TheHeartbeatsOfBothSidesAreInThePicture)
 	heartbeat("/process/1/1/20261121090601/0/");
 	const Instant first = now;
 	heartbeat("/process/1/1/20261121090601/0/");
-	EXPECT_EQ(picture().received->value, (Heartbeat{true, true, "20261121090601", false}));
-	EXPECT_EQ(picture().received->since, first);
-	EXPECT_EQ(picture().received->at, now);
+	EXPECT_EQ(snapshot().received->value, (Heartbeat{true, true, "20261121090601", false}));
+	EXPECT_EQ(snapshot().received->since, first);
+	EXPECT_EQ(snapshot().received->at, now);
 	sent("/process/0/2/20261121090602/1/");
-	EXPECT_EQ(picture().sent->value, (Heartbeat{false, false, "20261121090602", true}));
+	EXPECT_EQ(snapshot().sent->value, (Heartbeat{false, false, "20261121090602", true}));
 }
 
 TEST_F(HistoryTest, APortThatRefusesIsOneFault)
@@ -156,9 +159,9 @@ TEST_F(HistoryTest, APortThatRefusesIsOneFault)
 		thread = 2;
 		say("CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", 'E');
 	}
-	EXPECT_EQ(picture().refusals, 3);
+	EXPECT_EQ(snapshot().refusals, 3);
 	sent("/process/0/2/x/0/");
-	EXPECT_EQ(picture().refusals, 0);
+	EXPECT_EQ(snapshot().refusals, 0);
 	EXPECT_THAT(events(),
 	            ElementsAre("fault-found partner-port Connection refused(CODE: 111)", "fault-gone partner-port 300ms"));
 }

@@ -57,7 +57,7 @@ protected:
 	long process = 4711;
 	long thread = 3;
 
-	const Picture& picture() const { return history.picture(); }
+	const Snapshot& snapshot() const { return history.snapshot(); }
 
 	/// A message of the thread that spoke last.
 	void say(const std::string& label, int number, const std::string& text, char letter = 'D')
@@ -152,7 +152,7 @@ protected:
 		events();
 	}
 
-	/// What was told since the last call.
+	/// What was reported since the last call.
 	std::vector<std::string> events()
 	{
 		std::vector<std::string> texts;

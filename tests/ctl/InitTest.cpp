@@ -255,7 +255,7 @@ TEST_F(Init, APairThatWouldNotWorkIsNotWritten)
 	EXPECT_FALSE(fs::exists(output()));
 }
 
-TEST_F(Init, APairWithWarningsIsWrittenAndTheyAreTold)
+TEST_F(Init, APairWithWarningsIsWrittenAndTheyAreReported)
 {
 	const Outcome outcome = run(arguments({"--interval=2", "--receiving-time=3"}));
 	EXPECT_EQ(outcome.code, 0);

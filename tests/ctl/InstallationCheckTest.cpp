@@ -35,9 +35,9 @@ public:
 	{
 		fs::permissions(below(absolute), static_cast<fs::perms>(mode));
 	}
-	void facts(const std::string& absolute, const host::FileFacts& told) const
+	void facts(const std::string& absolute, const host::FileFacts& reported) const
 	{
-		fakeHost().files[below(absolute).string()] = told;
+		fakeHost().files[below(absolute).string()] = reported;
 	}
 	void remove(const std::string& absolute) const { fs::remove(below(absolute)); }
 	void directory(const std::string& absolute) const { fs::create_directories(below(absolute)); }

@@ -30,8 +30,8 @@ struct Row
 
 void partner(NodeState& state, bool master, bool asking = false)
 {
-	state.partnerRole.told = master ? Role::master : Role::slave;
-	state.partnerAsks.told = asking;
+	state.partnerRole.reported = master ? Role::master : Role::slave;
+	state.partnerAsks.reported = asking;
 }
 
 void silence(NodeState& state)
@@ -55,30 +55,30 @@ KeeperState& keeper(NodeState& state)
 void waits(NodeState& state)
 {
 	keeper(state).address.state = "waiting";
-	state.address.told->held = false;
+	state.address.reported->held = false;
 }
 
 FaultState& fault(NodeState& state, Fault which)
 {
-	return state.tail.picture.faults[static_cast<std::size_t>(which)];
+	return state.tail.snapshot.faults[static_cast<std::size_t>(which)];
 }
 
 void takeOver(NodeState& state, std::chrono::seconds since, int failedStarts = 0)
 {
-	state.tail.picture.takeOver = Event{};
-	state.tail.picture.takeOver->time = state.now - since;
-	state.tail.picture.failedStarts = failedStarts;
+	state.tail.snapshot.takeOver = Event{};
+	state.tail.snapshot.takeOver->time = state.now - since;
+	state.tail.snapshot.failedStarts = failedStarts;
 }
 
 void refused(NodeState& state, int times)
 {
 	fault(state, Fault::partnerPort).there = true;
-	state.tail.picture.refusals = times;
+	state.tail.snapshot.refusals = times;
 }
 
 void roleChanged(NodeState& state, std::chrono::seconds firstTime)
 {
-	state.tail.picture.roleChanges = {state.now - firstTime, state.now - 150s, state.now - 9s};
+	state.tail.snapshot.roleChanges = {state.now - firstTime, state.now - 150s, state.now - 9s};
 }
 
 /// Nothing of the log counts.
@@ -102,16 +102,16 @@ const Row kRows[] = {
     {"SoundSlave",                kSlave,  {},                                       [](NodeState&) {}},
 
     {"ThreadLost",                kMaster, {"thread-lost critical blocks"},          [](NodeState& state) { state.agent.threads = 3; }},
-    {"ReceiverStuck",             kSlave,  {"receiver-stuck critical blocks"},       [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 18s; }},
-    {"ReceiverSlow",              kSlave,  {},                                       [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 16s; }},
-    {"ReceiverBusyWithATakeOver", kMaster, {"taking-over warning blocks"},           [](NodeState& state) { state.tail.picture.lastOfReceiver = state.now - 60s; takeOver(state, 60s); }},
+    {"ReceiverStuck",             kSlave,  {"receiver-stuck critical blocks"},       [](NodeState& state) { state.tail.snapshot.lastOfReceiver = state.now - 18s; }},
+    {"ReceiverSlow",              kSlave,  {},                                       [](NodeState& state) { state.tail.snapshot.lastOfReceiver = state.now - 16s; }},
+    {"ReceiverBusyWithATakeOver", kMaster, {"taking-over warning blocks"},           [](NodeState& state) { state.tail.snapshot.lastOfReceiver = state.now - 60s; takeOver(state, 60s); }},
 
-    {"NoCarrierForHeartbeats",    kSlave,  {"communication-card warning blocks"},    [](NodeState& state) { state.communicationCard.told = false; }},
-    {"NoCommunicationCard",       kMaster, {"communication-card warning blocks"},    [](NodeState& state) { state.communicationCard = notKnown<bool>("there is no interface eth1"); }},
-    {"NoServiceCarrierOnAMaster", kMaster, {"service-card critical"},                [](NodeState& state) { state.serviceCard.told = false; }},
-    {"NoServiceCarrierOnASlave",  kSlave,  {"service-card warning blocks"},          [](NodeState& state) { state.serviceCard.told = false; }},
-    {"NoGatewayOnAMaster",        kMaster, {"gateway critical"},                     [](NodeState& state) { state.gatewayAnswers.told = false; }},
-    {"NoGatewayOnASlave",         kSlave,  {"gateway warning blocks"},               [](NodeState& state) { state.gatewayAnswers.told = false; }},
+    {"NoCarrierForHeartbeats",    kSlave,  {"communication-interface warning blocks"},    [](NodeState& state) { state.communicationInterface.reported = false; }},
+    {"NoCommunicationInterface",       kMaster, {"communication-interface warning blocks"},    [](NodeState& state) { state.communicationInterface = notKnown<bool>("there is no interface eth1"); }},
+    {"NoServiceCarrierOnAMaster", kMaster, {"service-interface critical"},                [](NodeState& state) { state.serviceInterface.reported = false; }},
+    {"NoServiceCarrierOnASlave",  kSlave,  {"service-interface warning blocks"},          [](NodeState& state) { state.serviceInterface.reported = false; }},
+    {"NoGatewayOnAMaster",        kMaster, {"gateway critical"},                     [](NodeState& state) { state.gatewayAnswers.reported = false; }},
+    {"NoGatewayOnASlave",         kSlave,  {"gateway warning blocks"},               [](NodeState& state) { state.gatewayAnswers.reported = false; }},
     {"GatewayNotAsked",           kSlave,  {},                                       [](NodeState& state) { state.gatewayAnswers = notKnown<bool>("this user may not send pings"); }},
 
     {"PartnerSilentToAMaster",    kMaster, {"partner-silent warning blocks"},        [](NodeState& state) { silence(state); }},
@@ -121,7 +121,7 @@ const Row kRows[] = {
     {"TwoMasters",                kMaster, {"two-masters critical blocks"},          [](NodeState& state) { partner(state, true); }},
     {"NoMaster",                  kSlave,  {"no-master critical blocks"},            [](NodeState& state) { partner(state, false); }},
     {"PartnerAsks",               kSlave,  {"no-master critical blocks", "partner-asks warning blocks"}, [](NodeState& state) { partner(state, false, true); }},
-    {"Asks",                      kSlave,  {"no-master critical blocks", "asks warning blocks"}, [](NodeState& state) { partner(state, false); state.asking.told = true; }},
+    {"Asks",                      kSlave,  {"no-master critical blocks", "asks warning blocks"}, [](NodeState& state) { partner(state, false); state.asking.reported = true; }},
     {"PartnerRefuses",            kMaster, {"partner-refuses warning blocks"},       [](NodeState& state) { refused(state, 3); }},
     {"PartnerRefusedTwice",       kMaster, {},                                       [](NodeState& state) { refused(state, 2); }},
 
@@ -130,15 +130,15 @@ const Row kRows[] = {
     {"StartFails",                kMaster, {"start-fails critical blocks", "taking-over warning blocks"}, [](NodeState& state) { takeOver(state, 20s, 2); }},
     {"StartFailedOnce",           kMaster, {"taking-over warning blocks"},           [](NodeState& state) { takeOver(state, 20s, 1); }},
 
-    {"LogDiskNearlyFull",         kSlave,  {"log-disk warning"},                     [](NodeState& state) { state.logSpace.told = 119'999'999; }},
-    {"LogDiskFull",               kSlave,  {"log-disk critical blocks"},             [](NodeState& state) { state.logSpace.told = 999'999; }},
-    {"LogDiskWithRoom",           kSlave,  {},                                       [](NodeState& state) { state.logSpace.told = 120'000'000; }},
+    {"LogDiskNearlyFull",         kSlave,  {"log-disk warning"},                     [](NodeState& state) { state.logSpace.reported = 119'999'999; }},
+    {"LogDiskFull",               kSlave,  {"log-disk critical blocks"},             [](NodeState& state) { state.logSpace.reported = 999'999; }},
+    {"LogDiskWithRoom",           kSlave,  {},                                       [](NodeState& state) { state.logSpace.reported = 120'000'000; }},
     {"LogBegunAhead",             kSlave,  {"log-begun-ahead warning"},              [](NodeState& state) { state.logBegunAhead = state.now + 24h; }},
     {"LogOfAnotherZone",          kMaster, {"log-time-zone unknown"},                [](NodeState& state) { state.otherZone = true; distrust(state); }},
     {"Console",                   kMaster, {"agent-console warning"},                [](NodeState& state) { state.agent.console = "a pipe"; }},
 
-    {"AddressMissing",            kMaster, {"address-missing critical"},             [](NodeState& state) { state.address.told->held = false; }},
-    {"AddressUnlisted",           kMaster, {"address-unlisted warning"},             [](NodeState& state) { state.address.told->listed = false; }},
+    {"AddressMissing",            kMaster, {"address-missing critical"},             [](NodeState& state) { state.address.reported->held = false; }},
+    {"AddressUnlisted",           kMaster, {"address-unlisted warning"},             [](NodeState& state) { state.address.reported->listed = false; }},
     {"KeeperWithoutAFault",       kMaster, {},                                        [](NodeState& state) { keeper(state); }},
     {"AddressWithThePartner",     kMaster, {"address-with-partner warning", "partner-silent warning blocks"},
      [](NodeState& state) { silence(state); waits(state); }},
@@ -149,7 +149,7 @@ const Row kRows[] = {
 	     silence(state);
 	     keeper(state).address.state = "stopped";
 	     takeOver(state, 60s, 9);
-	     state.tail.picture.startOutput = "198.51.100.10 is held by 02:00:00:00:00:01 since 12:00";
+	     state.tail.snapshot.startOutput = "198.51.100.10 is held by 02:00:00:00:00:01 since 12:00";
      }},
     {"AddressWithSomebodyElse",   kMaster, {"address-taken critical blocks"},        waits},
     {"AddressConflict",           kMaster, {"address-conflict critical"},            [](NodeState& state) { keeper(state).address.lastConflict = state.now - 14s; }},
@@ -157,16 +157,16 @@ const Row kRows[] = {
     {"ServiceFailed",             kMaster, {"service-failed warning blocks"},        [](NodeState& state) { keeper(state).services[0].state = "failed"; }},
     {"ServiceUnwell",             kMaster, {"service-unwell warning"},               [](NodeState& state) { keeper(state).services[0].check = "failed 1"; }},
     {"MarkerMissing",             kSlave,  {"marker-missing warning"},               [](NodeState& state) { keeper(state).marked = std::nullopt; }},
-    {"ProgramsMissing",           kMaster, {"programs-missing critical"},            [](NodeState& state) { state.programs.told->run = false; }},
-    {"AddressOnASlave",           kSlave,  {"address-on-slave critical"},            [](NodeState& state) { state.address.told->held = true; }},
-    {"ProgramsOnASlave",          kSlave,  {"programs-on-slave warning"},            [](NodeState& state) { state.programs.told->run = true; }},
-    {"NoProgramsAtAll",           kSlave,  {},                                       [](NodeState& state) { state.programs.told = Programs{{}, true}; }},
-    {"ProgramFile",               kSlave,  {"program-file warning blocks"},          [](NodeState& state) { state.programs.told->each[0].executable = false; }},
-    {"ProgramFileNotKnown",       kSlave,  {},                                       [](NodeState& state) { state.programs.told->each[0].executable.reset(); }},
+    {"ProgramsMissing",           kMaster, {"programs-missing critical"},            [](NodeState& state) { state.programs.reported->run = false; }},
+    {"AddressOnASlave",           kSlave,  {"address-on-slave critical"},            [](NodeState& state) { state.address.reported->held = true; }},
+    {"ProgramsOnASlave",          kSlave,  {"programs-on-slave warning"},            [](NodeState& state) { state.programs.reported->run = true; }},
+    {"NoProgramsAtAll",           kSlave,  {},                                       [](NodeState& state) { state.programs.reported = Programs{{}, true}; }},
+    {"ProgramFile",               kSlave,  {"program-file warning blocks"},          [](NodeState& state) { state.programs.reported->each[0].executable = false; }},
+    {"ProgramFileNotKnown",       kSlave,  {},                                       [](NodeState& state) { state.programs.reported->each[0].executable.reset(); }},
 
     {"SettingsNewer",             kMaster, {"settings-newer warning"},               [](NodeState& state) { state.settingsNewer = true; }},
-    {"Stranger",                  kMaster, {"agent-stranger warning"},               [](NodeState& state) { state.agent.stranger = 6000; }},
-    {"RoleNotTold",               kMaster, {"role-not-known unknown"},               [](NodeState& state) { state.role = notKnown<Role>("the log does not tell"); }},
+    {"Foreign",                  kMaster, {"foreign-agent warning"},               [](NodeState& state) { state.agent.foreign = 6000; }},
+    {"RoleNotReported",               kMaster, {"role-not-known unknown"},               [](NodeState& state) { state.role = notKnown<Role>("the log does not tell"); }},
     {"LogStale",                  kMaster, {"log-stale critical blocks"},            [](NodeState& state) { state.logStale = true; distrust(state); }},
     {"Starting",                  kMaster, {"agent-starting warning blocks"},        [](NodeState& state) { state.starting = true; distrust(state); }},
     {"Dead",                      kMaster, {"agent-dead critical blocks"},           [](NodeState& state) { agentIs(state, AgentState::dead); }},

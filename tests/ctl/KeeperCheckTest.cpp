@@ -85,7 +85,7 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	    {{"run/ha-web", "run/ha-db"}, none, "error keeper-service-missing CONFIG:19"},
 	    {{"run/ha-web", "run/ha-db"}, none, "warning keeper-service-unmanaged KEEPER:5"},
 	    {none, {"198.51.100.10", "198.51.100.11"}, "error keeper-address-differs KEEPER:1"},
-	    {none, {"eth0", "eth2"}, "warning keeper-another-card KEEPER:1"},
+	    {none, {"eth0", "eth2"}, "warning keeper-another-interface KEEPER:1"},
 	};
 	for (const Row& row : rows)
 	{

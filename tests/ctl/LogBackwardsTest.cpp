@@ -187,7 +187,7 @@ TEST_F(LogBackwards, TheSecondOfTwoHoursIsTakenWhenItIsNearer)
 	EXPECT_EQ(lines.at(1).time, midnight + 1h + 1s);
 }
 
-TEST_F(LogBackwards, AMissingFileIsToldAndItsArchivesAreRead)
+TEST_F(LogBackwards, AMissingFileIsReportedAndItsArchivesAreRead)
 {
 	write("/log/v.log.20261121080000100", logLine("07:00:00.0", "A:1", "first"));
 	EXPECT_THAT(last(9), ElementsAre("A:1 first"));

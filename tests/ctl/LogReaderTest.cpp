@@ -136,7 +136,7 @@ TEST_F(LogReaderTest, APackedArchiveIsReadLikeAnother)
 	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first", "A:2 second\nwith a further line", "A:3 third"));
 }
 
-TEST_F(LogReaderTest, ADamagedPackedArchiveIsToldAndTheRestIsRead)
+TEST_F(LogReaderTest, ADamagedPackedArchiveIsReportedAndTheRestIsRead)
 {
 	write("/log/v.log.20261121090000100.gz", "no such thing");
 	append(logLine("09:30:00.0", "A:3", "third"));
@@ -244,7 +244,7 @@ TEST_F(LogReaderTest, AFileThatWasCutDownIsReadFromItsBeginning)
 	EXPECT_THAT(readAll(reader), ElementsAre("A:3 third"));
 }
 
-TEST_F(LogReaderTest, AMissingFileIsToldOnceAndReadWhenItAppears)
+TEST_F(LogReaderTest, AMissingFileIsReportedOnceAndReadWhenItAppears)
 {
 	LogReader reader(log);
 	EXPECT_THAT(readAll(reader), IsEmpty());
@@ -256,7 +256,7 @@ TEST_F(LogReaderTest, AMissingFileIsToldOnceAndReadWhenItAppears)
 	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first"));
 }
 
-TEST_F(LogReaderTest, AMissingDirectoryIsToldWithTheFile)
+TEST_F(LogReaderTest, AMissingDirectoryIsReportedWithTheFile)
 {
 	LogReader reader(below("/nowhere/v.log"));
 	EXPECT_THAT(readAll(reader), IsEmpty());
@@ -265,7 +265,7 @@ TEST_F(LogReaderTest, AMissingDirectoryIsToldWithTheFile)
 	EXPECT_EQ(reader.trouble().at(1).path, below("/nowhere/v.log"));
 }
 
-TEST_F(LogReaderTest, ADirectoryOrAPipeInItsPlaceIsToldAndNotWaitedFor)
+TEST_F(LogReaderTest, ADirectoryOrAPipeInItsPlaceIsReportedAndNotWaitedFor)
 {
 	fs::create_directories(log);
 	LogReader directory(log);
@@ -352,7 +352,7 @@ private:
 	bool m_wasRoot = false;
 };
 
-TEST_F(WithoutRights, FilesThatMayNotBeReadAreToldAndTheOthersRead)
+TEST_F(WithoutRights, FilesThatMayNotBeReadAreReportedAndTheOthersRead)
 {
 	append(logLine("08:00:00.0", "A:1", "first"));
 	fs::permissions(rotate("20261121090000100"), fs::perms::none);

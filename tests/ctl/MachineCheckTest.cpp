@@ -1,4 +1,4 @@
-// What is found on the machine: cards, addresses, privileges, ports, space, other processes.
+// What is found on the machine: interfaces, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
 #include "FakeMachine.h"
@@ -35,10 +35,10 @@ void addAddress(const std::string& label, const std::string& address, bool liste
 // clang-format off
 const Row kRows[] = {
     {"Sound",                     {},                                                [](Lines&) {}},
-    {"NoCards",                   {"error missing-card config.ini", "error missing-card config.ini"}, [](Lines&) { fakeHost().cards.clear(); }},
-    {"CardsWithoutCarrier",       {"warning card-without-carrier config.ini", "warning card-without-carrier config.ini"}, [](Lines&) { fakeHost().cards["eth0"].carrier = false; fakeHost().cards["eth1"].carrier.reset(); }},
+    {"NoInterfaces",                   {"error missing-interface config.ini", "error missing-interface config.ini"}, [](Lines&) { fakeHost().interfaces.clear(); }},
+    {"InterfacesWithoutCarrier",       {"warning interface-without-carrier config.ini", "warning interface-without-carrier config.ini"}, [](Lines&) { fakeHost().interfaces["eth0"].carrier = false; fakeHost().interfaces["eth1"].carrier.reset(); }},
     {"AddressOfAnotherMachine",   {"error not-this-node config.ini:3"},              [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "192.0.2.7"); }},
-    {"AddressOnTheServiceCard",   {"warning not-on-communication-card config.ini:3"}, [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "198.51.100.1"); }},
+    {"AddressOnTheServiceInterface",   {"warning not-on-communication-interface config.ini:3"}, [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "198.51.100.1"); }},
     {"ListensEverywhere",         {},                                                [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "0.0.0.0"); }},
     {"VirtualIPInsideAnAddress",  {"error address-inside-another config.ini:11"},    [](Lines&) { addAddress("eth0:1", "198.51.100.101"); }},
     {"VirtualIPInsideABroadcast", {"error address-inside-another config.ini:11"},    [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.25"); }},
@@ -48,8 +48,8 @@ const Row kRows[] = {
     {"VirtualIPIsTheBroadcast",   {"error unusable-address config.ini:11"},          [](Lines& lines) { setKey(lines, "VIRTUAL_IP", "198.51.100.255"); }},
     {"NoRouteToTheGateway",       {"warning no-route config.ini:10"},                  [](Lines&) { fakeHost().routes = {{"192.0.2.254", ""}}; }},
     {"NoRouteToThePartner",       {"warning no-route config.ini:5"},                   [](Lines&) { fakeHost().routes = {{"192.0.2.2", ""}}; }},
-    {"GatewayByTheServiceCard",   {"warning route-elsewhere config.ini:10"},         [](Lines&) { fakeHost().routes = {{"192.0.2.254", "eth0"}}; }},
-    {"PartnerByAnotherCard",      {"warning route-elsewhere config.ini:5"},          [](Lines&) { fakeHost().routes = {{"192.0.2.2", "bond0"}}; }},
+    {"GatewayByTheServiceInterface",   {"warning route-elsewhere config.ini:10"},         [](Lines&) { fakeHost().routes = {{"192.0.2.254", "eth0"}}; }},
+    {"PartnerByAnotherInterface",      {"warning route-elsewhere config.ini:5"},          [](Lines&) { fakeHost().routes = {{"192.0.2.2", "bond0"}}; }},
     {"GatewayIsThisNode",         {"warning address-of-this-node config.ini:10"},      [](Lines&) { fakeHost().routes = {{"192.0.2.254", "lo"}}; }},
     {"PartnerHasTheVirtualIP",    {},                                                [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "02:00"}}; }},
     {"AnotherHasTheVirtualIP",    {"warning address-in-use config.ini:11"},          [](Lines&) { fakeHost().holders = {{"198.51.100.10", "02:00"}, {"192.0.2.2", "03:00"}}; }},
@@ -192,8 +192,8 @@ TEST_F(CommandTrial, ComparesTheRaisedAddressWithWhatTheMachineHas)
 		std::vector<host::Address> addresses;
 		std::vector<std::string> expected;
 	};
-	const auto with = [&](const std::string& card, const std::string& label, int prefix) {
-		return std::vector<host::Address>{kOwn, {card, label, "198.51.100.10", prefix, true}};
+	const auto with = [&](const std::string& interface, const std::string& label, int prefix) {
+		return std::vector<host::Address>{kOwn, {interface, label, "198.51.100.10", prefix, true}};
 	};
 	for (const Row& row :
 	     {Row{"held as raised", with("eth0", "eth0:ha", 24), {}},

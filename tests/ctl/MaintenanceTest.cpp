@@ -1,4 +1,4 @@
-// Maintenance: what it stops and continues, what it refuses, what everybody is told.
+// Maintenance: what it stops and continues, what it refuses, what everybody is reported.
 
 #include <csignal>
 

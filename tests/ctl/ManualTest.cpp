@@ -86,7 +86,7 @@ protected:
 	std::map<std::string, std::vector<std::string>> m_page = readPage();
 
 	/// @return the options of a verb that the page explains there
-	std::set<std::string> told(const std::string& verb)
+	std::set<std::string> reported(const std::string& verb)
 	{
 		std::set<std::string> all;
 		for (const std::string& term : terms(m_page[verb.empty() ? kGlobal : verb]))
@@ -129,7 +129,7 @@ TEST_F(Manual, HasEveryOptionOfEachVerbAndNoOther)
 {
 	for (const auto& [verb, help] : m_help)
 	{
-		EXPECT_EQ(told(verb), had(verb)) << "velarixctl " << verb;
+		EXPECT_EQ(reported(verb), had(verb)) << "velarixctl " << verb;
 	}
 }
 

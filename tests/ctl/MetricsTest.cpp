@@ -66,7 +66,7 @@ TEST_F(Metrics, LeaveOutWhatIsNotKnown)
 	EXPECT_EQ(outcome.code, 0);
 }
 
-TEST_F(Metrics, WithoutSettingsAreWrittenAndTheReasonIsTold)
+TEST_F(Metrics, WithoutSettingsAreWrittenAndTheReasonIsReported)
 {
 	soundMaster();
 	fs::remove(below(kSettings));
@@ -233,12 +233,12 @@ TEST_F(Metrics, HaveEachSampleOnce)
 	EXPECT_THAT(outcome.out, HasSubstr("velarix_program_processes{program=\"server\"} 0\n"));
 	EXPECT_THAT(outcome.out, HasSubstr("velarix_problem{problem=\"program-file\",severity=\"warning\"} 1\n"));
 	std::istringstream lines(outcome.out);
-	std::set<std::string> told;
+	std::set<std::string> reported;
 	for (std::string line; std::getline(lines, line);)
 	{
-		EXPECT_TRUE(told.insert(line.substr(0, line.rfind(' '))).second || line.starts_with('#')) << line;
+		EXPECT_TRUE(reported.insert(line.substr(0, line.rfind(' '))).second || line.starts_with('#')) << line;
 	}
-	EXPECT_GE(told.size(), 30U);
+	EXPECT_GE(reported.size(), 30U);
 }
 
 TEST_F(Metrics, HaveLabelsInUtf8)

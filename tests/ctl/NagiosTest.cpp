@@ -67,7 +67,7 @@ TEST_F(Nagios, AlarmsByItselfAfterAMinute)
 TEST_F(Nagios, WarnsWhenAFailOverWouldNotWork)
 {
 	soundSlave();
-	fakeHost().cards["eth1"].carrier = false;
+	fakeHost().interfaces["eth1"].carrier = false;
 	const Outcome outcome = runHere({"nagios"});
 	EXPECT_THAT(outcome.out, StartsWith("VELARIX WARNING - the communication interface eth1 has no carrier|"));
 	EXPECT_EQ(outcome.code, 1);
@@ -86,7 +86,7 @@ TEST_F(Nagios, OfADeadAgentIsCriticalWithTheFiguresThatAreKnown)
 TEST_F(Nagios, PutsTheWorstFirst)
 {
 	soundMaster();
-	fakeHost().cards["eth1"].carrier = false;
+	fakeHost().interfaces["eth1"].carrier = false;
 	dropAddress();
 	EXPECT_THAT(runHere({"nagios"}).out,
 	            StartsWith("VELARIX CRITICAL - this node is master, but the virtual address 198.51.100.10 is not on "

@@ -96,7 +96,7 @@ std::string content(const std::filesystem::path& path)
 
 } // namespace
 
-TEST(RealProcesses, AreToldAsProcShowsThem)
+TEST(RealProcesses, AreReportedAsProcShowsThem)
 {
 	Sleeper sleeper("velarix-sleeper");
 	const std::optional<host::Process> found = host::process(sleeper.pid());
@@ -231,7 +231,7 @@ private:
 	std::filesystem::path m_directory;
 };
 
-TEST_F(RealCommand, SeesNoCardButLoopbackAndSharesProcessesAndFiles)
+TEST_F(RealCommand, SeesNoInterfaceButLoopbackAndSharesProcessesAndFiles)
 {
 	const Sleeper sleeper("velarix-seen");
 	const std::string out = file().string();

@@ -1,4 +1,4 @@
-// What the checks ask of the real machine: files, cards, addresses, ports, space.
+// What the checks ask of the real machine: files, interfaces, addresses, ports, space.
 // Only the loopback and a directory of the test's own are touched.
 
 #include <array>
@@ -119,7 +119,7 @@ TEST(RealNetwork, TheLoopbackIsListed)
 	const std::vector<host::Address> all = host::addresses();
 	const auto found = std::ranges::find(all, std::string("127.0.0.1"), &host::Address::address);
 	ASSERT_NE(found, all.end());
-	EXPECT_EQ(found->card, "lo");
+	EXPECT_EQ(found->interface, "lo");
 	EXPECT_EQ(found->label, "lo");
 	EXPECT_EQ(found->prefix, 8);
 	EXPECT_TRUE(found->listed);
@@ -135,12 +135,12 @@ TEST(RealNetwork, TheLoopbackHasItsIPv6AddressesAndNoOther)
 	EXPECT_EQ(host::hasOnLoopback("no address"), std::nullopt);
 }
 
-TEST(RealNetwork, CardsAreThereOrNot)
+TEST(RealNetwork, InterfacesAreThereOrNot)
 {
-	EXPECT_TRUE(host::card("lo").present);
-	EXPECT_EQ(host::card("lo").carrier, true);
-	EXPECT_FALSE(host::card("velarix-none").present);
-	EXPECT_EQ(host::card("velarix-none").carrier, std::nullopt);
+	EXPECT_TRUE(host::interface("lo").present);
+	EXPECT_EQ(host::interface("lo").carrier, true);
+	EXPECT_FALSE(host::interface("velarix-none").present);
+	EXPECT_EQ(host::interface("velarix-none").carrier, std::nullopt);
 }
 
 TEST(RealNetwork, WaysAndHoldersAreThoseOfTheKernelAndTheWire)

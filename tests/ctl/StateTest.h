@@ -26,7 +26,7 @@ protected:
 
 	void addProcess(pid_t pid, const std::string& name, char state = 'S', int threads = 1);
 	void endProcess(pid_t pid);
-	/// Takes the virtual address from the card.
+	/// Takes the virtual address from the interface.
 	void dropAddress();
 
 	/// As run, with the directory's name taken out of the output.

@@ -62,7 +62,7 @@ TEST_F(StatusLog, OfAnAgentThatWasJustStartedWaitsForItsFirstWord)
 	writeLog(emptyLog().agent(4000).start(198s).masterFor(190s, 20s));
 	fakeMachine().starts[kAgent] = now - 3s;
 	const Outcome outcome = runHere({"status"});
-	EXPECT_THAT(outcome.out, HasSubstr("warning: the agent was started just now and has not told its role"));
+	EXPECT_THAT(outcome.out, HasSubstr("warning: the agent was started just now and has not reported its role"));
 	EXPECT_THAT(outcome.out, Not(HasSubstr("critical")));
 	EXPECT_EQ(outcome.code, 4);
 }
@@ -110,7 +110,7 @@ TEST_F(StatusLog, TellsNoRoleOfAPartnerAfterOneSilentPass)
 	writeLog(emptyLog().start(198s).takeService(190s).masterFor(183300ms, 5300ms).masterFor(4300ms, 300ms, ""));
 	const Outcome outcome = runHere({"status"});
 	EXPECT_EQ(row(outcome, "partner"),
-	          "partner      192.0.2.2 not known: no heartbeat for 5.3 s; told last: standby, its "
+	          "partner      192.0.2.2 not known: no heartbeat for 5.3 s; reported last: standby, its "
 	          "programs do not run  [5.3 s]");
 	EXPECT_EQ(outcome.code, 0);
 }

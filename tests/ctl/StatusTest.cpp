@@ -103,7 +103,7 @@ TEST_F(Status, OfAnAgentThatDoesNotWorkTellsNoRole)
 	}
 }
 
-TEST_F(Status, OfAPidFileWithoutANumberCannotBeTold)
+TEST_F(Status, OfAPidFileWithoutANumberIsNotKnown)
 {
 	soundMaster();
 	for (const char* content : {"", "abc", "-5", "0", "4711x", "99999999999999999999"})
@@ -206,7 +206,7 @@ TEST_F(Status, NamesAnAgentWhoseOutputSomebodyHasToRead)
 	struct Row
 	{
 		const char* output;
-		const char* told;
+		const char* reported;
 	};
 	for (const Row& each : {Row{"pipe:[4711]", "a pipe"},
 	                        {"/dev/pts/3", "the terminal /dev/pts/3"},
@@ -216,7 +216,7 @@ TEST_F(Status, NamesAnAgentWhoseOutputSomebodyHasToRead)
 		soundMaster();
 		fakeMachine().outputs[kAgent] = each.output;
 		EXPECT_THAT(runHere({"status"}).out,
-		            HasSubstr(std::string("warning: the agent echoes its log to ") + each.told + ": when nobody"));
+		            HasSubstr(std::string("warning: the agent echoes its log to ") + each.reported + ": when nobody"));
 		freshHost();
 	}
 	for (const char* output : {"/dev/null", "/var/log/velarix.out", "socket:[4711]", ""})

@@ -54,7 +54,7 @@ TEST_F(Watch, PrintsFrameAfterFrame)
 	EXPECT_EQ(outcome.code, 0);
 }
 
-TEST_F(Watch, WaitsASecondBetweenLooksUnlessToldOtherwise)
+TEST_F(Watch, WaitsASecondBetweenLooksUnlessAskedOtherwise)
 {
 	soundMaster();
 	EXPECT_EQ(runHere({"watch", "--count", "4"}).code, 0);

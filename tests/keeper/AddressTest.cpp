@@ -13,7 +13,7 @@ namespace
 using namespace keepertest;
 using namespace std::chrono_literals;
 
-/// Long enough for a machine under load; figures that are promised are told apart.
+/// Long enough for a machine under load; figures that are promised are distinguished.
 constexpr milliseconds kSoon = 10s;
 
 class AddressTest : public testing::Test

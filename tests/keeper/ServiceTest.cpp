@@ -66,10 +66,10 @@ protected:
 
 	testing::AssertionResult tells(const std::string& part) const
 	{
-		return happens([&] { return told(part); }, part);
+		return happens([&] { return reported(part); }, part);
 	}
 
-	bool told(const std::string& part) const { return m_host.events().find(part) != std::string::npos; }
+	bool reported(const std::string& part) const { return m_host.events().find(part) != std::string::npos; }
 
 	void killWorker() const { ::kill(std::stoi(m_host.state("ha-web", "pid")), SIGKILL); }
 	void killGuard() const { ::kill(m_host.processes("ha-web").front(), SIGKILL); }
@@ -113,7 +113,7 @@ TEST_F(ServiceTest, HasItsArgumentsUserDirectoryAndEnvironmentAndNothingOfOurs)
 	// library's own are ignored by whatever its popen() starts.
 	m_host.write(
 	    "/usr/velarix/tell",
-	    "#!/bin/sh\nexec >/dev/shm/told 2>&1\nid -un; id -gn; pwd; echo \"$A\"; echo "
+	    "#!/bin/sh\nexec >/dev/shm/reported 2>&1\nid -un; id -gn; pwd; echo \"$A\"; echo "
 	    "\"$1\"; ls /proc/self/fd | tr '\\n' ' '; "
 	    "grep -E 'SigBlk|SigIgn|CapEff' /proc/self/status | sed s/180000000/000000000/; echo done; exec sleep 1000\n");
 	m_host.run({"chmod", "755", "/usr/velarix/tell", "/usr/velarix"});
@@ -121,19 +121,19 @@ TEST_F(ServiceTest, HasItsArgumentsUserDirectoryAndEnvironmentAndNothingOfOurs)
 	m_host.configure(true, "[service web]\ncommand = /usr/velarix/tell \"a b\"\nuser = nobody\ndirectory = "
 	                       "/tmp\nenvironment = \"A=two words\"\n");
 	start();
-	ASSERT_TRUE(waitFor([&] { return m_host.read("/dev/shm/told").find("done") != std::string::npos; }, kSoon,
-	                    "its words", [&] { return m_host.read("/dev/shm/told"); }));
-	EXPECT_EQ(m_host.read("/dev/shm/told"),
+	ASSERT_TRUE(waitFor([&] { return m_host.read("/dev/shm/reported").find("done") != std::string::npos; }, kSoon,
+	                    "its words", [&] { return m_host.read("/dev/shm/reported"); }));
+	EXPECT_EQ(m_host.read("/dev/shm/reported"),
 	          "nobody\nnogroup\n/tmp\ntwo words\na b\n0 1 2 3 "
 	          "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nCapEff:\t0000000000000000\ndone\n");
 }
 
 TEST_F(ServiceTest, OneThatRunsAsRootIsAsTheKernelMakesIt)
 {
-	configure("grep CapEff /proc/self/status > /run/told; exec sleep 1000");
+	configure("grep CapEff /proc/self/status > /run/reported; exec sleep 1000");
 	start();
-	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/told").empty(); }, kSoon, "its words"));
-	EXPECT_EQ(m_host.read("/run/told"), shell("grep CapEff /proc/self/status"));
+	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/reported").empty(); }, kSoon, "its words"));
+	EXPECT_EQ(m_host.read("/run/reported"), shell("grep CapEff /proc/self/status"));
 	const std::string status = shell("grep CapEff /proc/" + m_host.state("ha-web", "pid") + "/status");
 	// CAP_KILL, CAP_SETGID, CAP_SETUID.
 	EXPECT_EQ(status, "CapEff:\t00000000000000e0\n");
@@ -155,7 +155,7 @@ TEST_F(ServiceTest, ACrashIsRestartedHere)
 	EXPECT_LE(took, 1s);
 	EXPECT_TRUE(reaches("1", "restarts"));
 	EXPECT_EQ(m_host.processes("ha-web").size(), 1U);
-	EXPECT_TRUE(told("died: ended with signal 9; is started again here"));
+	EXPECT_TRUE(reported("died: ended with signal 9; is started again here"));
 }
 
 TEST_F(ServiceTest, OneThatDiesTooOftenIsGivenToTheOtherNode)
@@ -166,7 +166,7 @@ TEST_F(ServiceTest, OneThatDiesTooOftenIsGivenToTheOtherNode)
 	EXPECT_TRUE(tells("this node gives it up"));
 	EXPECT_TRUE(ends("ha-web"));
 	EXPECT_EQ(m_host.state("ha-web"), "failed");
-	EXPECT_TRUE(told("failed: ended with status 3; died more often than 2 in 60 s"));
+	EXPECT_TRUE(reported("failed: ended with status 3; died more often than 2 in 60 s"));
 	EXPECT_TRUE(m_host.keeper({"status"}).output.find("ha-web: failed; last death: ended with status 3") !=
 	            std::string::npos);
 	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
@@ -184,7 +184,7 @@ TEST_F(ServiceTest, AHangIsFoundByItsCheck)
 	std::printf("ill to started again: %lld ms\n", static_cast<long long>(took.count()));
 	EXPECT_LE(took, 2500ms + 1s);
 	EXPECT_NE(m_host.state("ha-web", "main"), main);
-	EXPECT_TRUE(told("check-failed: check ended with status 1 (2 of 2)"));
+	EXPECT_TRUE(reported("check-failed: check ended with status 1 (2 of 2)"));
 }
 
 TEST_F(ServiceTest, ACheckThatHangsHasFailedAndLeavesNothing)
@@ -193,7 +193,7 @@ TEST_F(ServiceTest, ACheckThatHangsHasFailedAndLeavesNothing)
 	          "check = sh -c 'sleep 2000'\ncheck_interval = 1\ncheck_failures = 2\nrestarts = 0 in 60\n");
 	start();
 	EXPECT_TRUE(ends("ha-web"));
-	EXPECT_TRUE(told("check-failed: check ended with signal 9 (2 of 2)"));
+	EXPECT_TRUE(reported("check-failed: check ended with signal 9 (2 of 2)"));
 	EXPECT_TRUE(ends("sleep"));
 }
 
@@ -223,11 +223,11 @@ TEST_F(ServiceTest, StopIsTermAndAfterItsTimeoutKill)
 TEST_F(ServiceTest, StopEndsOnlyItsOwnAndIsQuickWithNothingToDo)
 {
 	configure("exec sleep 1000");
-	const pid_t stranger = startSleep();
+	const pid_t foreign = startSleep();
 	EXPECT_EQ(m_host.keeper({"stop", "ha-db"}).status, 0);
 	EXPECT_EQ(m_host.keeper({"stop", "sleep"}).status, 64);
 	EXPECT_EQ(m_host.keeper({"stop", "ha-../web"}).status, 64);
-	EXPECT_EQ(::kill(stranger, 0), 0);
+	EXPECT_EQ(::kill(foreign, 0), 0);
 	milliseconds best = kSoon;
 	for (int i = 0; i < 10; ++i)
 	{
@@ -282,7 +282,7 @@ TEST_F(ServiceTest, AKilledKeeperTakesItsServiceAlongAndCanBeStartedAgain)
 		EXPECT_TRUE(ends("ha-web"));
 		EXPECT_TRUE(happens([&] { return m_host.processes("keeper").size() == 1; }, "end of the worker"));
 	}
-	EXPECT_TRUE(told("killed: the worker ended by signal 9"));
+	EXPECT_TRUE(reported("killed: the worker ended by signal 9"));
 }
 
 TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopByDropAndByTheNextStart)
@@ -344,7 +344,7 @@ TEST_F(ServiceTest, WhatCannotRunIsRefusedWithAStatusOfItsOwn)
 	EXPECT_EQ(refusal().status, 67);
 	m_host.configure(true);
 	EXPECT_EQ(refusal().status, 78);
-	EXPECT_TRUE(told("failed: keeper.ini line 6: command: /nonexistent/program is no program here"));
+	EXPECT_TRUE(reported("failed: keeper.ini line 6: command: /nonexistent/program is no program here"));
 }
 
 TEST_F(ServiceTest, ASecondSupervisorLeavesTheFirstAlone)

@@ -192,7 +192,7 @@ TEST(Settings, AFileThatIsNoneIsAFinding)
 	}
 }
 
-TEST(Settings, EveryKeyIsToldWithItsRange)
+TEST(Settings, EveryKeyIsReportedWithItsRange)
 {
 	std::ifstream page(KEEPER_PAGE);
 	const std::string text((std::istreambuf_iterator<char>(page)), std::istreambuf_iterator<char>());

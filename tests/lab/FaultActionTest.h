@@ -96,7 +96,8 @@ protected:
 	static bool addressAnswers()
 	{
 		return lab()
-		    .run(HostId::client, {"arping", "-q", "-c", "1", "-w", "1", "-I", plan::serviceCard, plan::virtualAddress})
+		    .run(HostId::client,
+		         {"arping", "-q", "-c", "1", "-w", "1", "-I", plan::serviceInterface, plan::virtualAddress})
 		    .ok();
 	}
 

@@ -36,7 +36,7 @@ std::string stateOf(Lab& lab)
 		}
 		if (lab.node(id).isOn())
 		{
-			// IPv4 only: the cards' own IPv6 addresses become "permanent" by themselves.
+			// IPv4 only: the interfaces' own IPv6 addresses become "permanent" by themselves.
 			text += lab.run(id, {"ip", "-4", "-o", "addr", "show"}).output;
 			for (const Process& process : processesOf(lab.node(id).host().pid()))
 			{
@@ -56,8 +56,8 @@ TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
 	                                    "agent-kill",          "agent-freeze",
 	                                    "agent-term",          "program-kill",
 	                                    "program-crash",       "program-zombie",
-	                                    "program-crash-both",  "service-card",
-	                                    "gateway-for",         "communication-card",
+	                                    "program-crash-both",  "service-interface",
+	                                    "gateway-for",         "communication-interface",
 	                                    "address-removed",     "start-hangs",
 	                                    "start-fails",         "start-prints",
 	                                    "stop-fails",          "kill-fails",
@@ -104,11 +104,12 @@ TEST_F(FaultAction, ThatIsRefusedHasChangedNothing)
 	lab().powerOn(b, false);
 }
 
-TEST_F(FaultAction, ThatFailsIsToldInTheTimeline)
+TEST_F(FaultAction, ThatFailsIsReportedInTheTimeline)
 {
 	EXPECT_NE(refusalOf([] { repair(FaultKind::programCrashes); }), "");
-	const std::string told = toText(lab().timeline());
-	EXPECT_NE(told.find("program-crash:a did not come about: this is not being done"), std::string::npos) << told;
+	const std::string reported = toText(lab().timeline());
+	EXPECT_NE(reported.find("program-crash:a did not come about: this is not being done"), std::string::npos)
+	    << reported;
 }
 
 TEST_F(FaultAction, HostsNumberTheirProcessesFromTheSeed)

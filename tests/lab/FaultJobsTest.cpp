@@ -152,7 +152,7 @@ TEST_F(FaultAction, GatewayIsGoneForOneNode)
 TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 {
 	EXPECT_TRUE(reachesSoon(lab(), a, b) && reachesSoon(lab(), b, a));
-	// Neither has to ask for the other's card, which takes both ways.
+	// Neither has to ask for the other's interface, which takes both ways.
 	for (const HostId id : nodes)
 	{
 		const char* other = plan::addressOf(otherNode(id), Network::communication);
@@ -212,7 +212,7 @@ TEST_F(FaultAction, AttackersAreHeard)
 	}
 }
 
-TEST_F(FaultAction, AJobThatHasEndedByItselfIsTold)
+TEST_F(FaultAction, AJobThatHasEndedByItselfIsReported)
 {
 	lab().jobs().start(node(a).host(), "try something", {"sh", "-c", "echo broken >&2; exit 3"});
 	// The one who waits for it outside of the host is a copy of this program.
@@ -224,8 +224,8 @@ TEST_F(FaultAction, AJobThatHasEndedByItselfIsTold)
 		                   { return entry.state == 'Z' && entry.name.starts_with("lab_fault"); });
 	};
 	EXPECT_TRUE(waitFor(ended, soon, "the job to end"));
-	const std::string told = refusalOf([] { lab().jobs().end("try something"); });
-	EXPECT_EQ(told, "this had ended by itself with status 3: try something: broken\n");
+	const std::string reported = refusalOf([] { lab().jobs().end("try something"); });
+	EXPECT_EQ(reported, "this had ended by itself with status 3: try something: broken\n");
 	EXPECT_FALSE(lab().jobs().underWay("try something"));
 }
 

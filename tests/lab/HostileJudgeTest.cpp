@@ -127,58 +127,61 @@ TEST(HostileJudge, ReportsEachDifference)
 {
 	const Plan plan = planOf(caseOf("silent"));
 	EXPECT_EQ(differencesOf(calmRecord(), plan), std::vector<std::string>{});
-	const auto told = [&](const std::function<void(Record&)>& change) { return reportedOf(plan, change); };
-	EXPECT_EQ(told([](Record& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
-	EXPECT_EQ(told([](Record& record) { record.during.outageMs = 1200; }), "outage some (1.200 s), expected -");
-	EXPECT_EQ(told([](Record& record) { record.during.moves = 2; }), "moves 2, expected none");
-	EXPECT_EQ(told([](Record& record) { record.during.duplicateMs = 20; }),
+	const auto reported = [&](const std::function<void(Record&)>& change) { return reportedOf(plan, change); };
+	EXPECT_EQ(reported([](Record& record) { record.during.owner = "b"; }), "owner while attacked b, expected a");
+	EXPECT_EQ(reported([](Record& record) { record.during.outageMs = 1200; }), "outage some (1.200 s), expected -");
+	EXPECT_EQ(reported([](Record& record) { record.during.moves = 2; }), "moves 2, expected none");
+	EXPECT_EQ(reported([](Record& record) { record.during.duplicateMs = 20; }),
 	          "duplicate address for 0.020 s, expected no time");
-	EXPECT_EQ(told([](Record& record) { record.during.ended = "b"; }),
+	EXPECT_EQ(reported([](Record& record) { record.during.ended = "b"; }),
 	          "agents that ended by themselves: b, expected none");
-	EXPECT_EQ(told([](Record& record) { record.owner = "none"; }), "owner at rest none, expected a");
-	EXPECT_EQ(told([](Record& record) { record.after.roles[1] = "master"; }), "role of node b master, expected slave");
-	EXPECT_EQ(told([](Record& record) { record.after.agents[1].pid = 0; }),
+	EXPECT_EQ(reported([](Record& record) { record.owner = "none"; }), "owner at rest none, expected a");
+	EXPECT_EQ(reported([](Record& record) { record.after.roles[1] = "master"; }),
+	          "role of node b master, expected slave");
+	EXPECT_EQ(reported([](Record& record) { record.after.agents[1].pid = 0; }),
 	          "agent of node b gone, expected the same process");
-	EXPECT_EQ(told([](Record& record) { record.after.agents[0].threads = 3; }), "threads of node a 3, expected 4");
-	EXPECT_EQ(told([](Record& record) { record.after.agents[0].descriptors = 8; }),
+	EXPECT_EQ(reported([](Record& record) { record.after.agents[0].threads = 3; }), "threads of node a 3, expected 4");
+	EXPECT_EQ(reported([](Record& record) { record.after.agents[0].descriptors = 8; }),
 	          "descriptors of node a 8, expected at most 7");
-	EXPECT_EQ(told([](Record& record) { record.after.agents[0].residentKib = 11097; }),
+	EXPECT_EQ(reported([](Record& record) { record.after.agents[0].residentKib = 11097; }),
 	          "resident KiB of node a 11097, expected at most 11096");
 }
 
 TEST(HostileJudge, ReportsEachAttackThatDidNotHappen)
 {
-	const auto told = [](const std::string& attack, const std::function<void(Record&)>& change)
+	const auto reported = [](const std::string& attack, const std::function<void(Record&)>& change)
 	{ return reportedOfAttack(attack, Mitigation::none, change); };
-	EXPECT_EQ(told("silent", [](Record& record) { record.connections = 0; }), "connections 0, expected at least 1");
-	EXPECT_EQ(told("syn-flood", [](Record& record) { record.tries = 0; }), "tries 0, expected at least 1");
-	EXPECT_EQ(told("scan-syn", [](Record& record) { record.tries = 65534; }), "tries 65534, expected at least 65535");
-	EXPECT_EQ(told("random", [](Record& record) { record.messages = 199; }),
+	EXPECT_EQ(reported("silent", [](Record& record) { record.connections = 0; }), "connections 0, expected at least 1");
+	EXPECT_EQ(reported("syn-flood", [](Record& record) { record.tries = 0; }), "tries 0, expected at least 1");
+	EXPECT_EQ(reported("scan-syn", [](Record& record) { record.tries = 65534; }),
+	          "tries 65534, expected at least 65535");
+	EXPECT_EQ(reported("random", [](Record& record) { record.messages = 199; }),
 	          "messages written 199, expected at least 200");
-	EXPECT_EQ(told("random-one-by-one", [](Record& record) { record.messages = 9; }),
+	EXPECT_EQ(reported("random-one-by-one", [](Record& record) { record.messages = 9; }),
 	          "messages written 9, expected at least 10");
-	EXPECT_EQ(told("resets", [](Record& record) { record.connections = 19; }), "connections 19, expected at least 20");
-	EXPECT_EQ(told("client-pool", [](Record& record) { record.atOnce = 199; }),
+	EXPECT_EQ(reported("resets", [](Record& record) { record.connections = 19; }),
+	          "connections 19, expected at least 20");
+	EXPECT_EQ(reported("client-pool", [](Record& record) { record.atOnce = 199; }),
 	          "clients at once 199, expected at least 200");
-	EXPECT_EQ(told("client-pool", [](Record& record) { record.open = 63; }),
+	EXPECT_EQ(reported("client-pool", [](Record& record) { record.open = 63; }),
 	          "clients connected at once 63, expected at least 64");
-	EXPECT_EQ(told("forged:1-0-0", [](Record& record) { record.received = 0; }),
+	EXPECT_EQ(reported("forged:1-0-0", [](Record& record) { record.received = 0; }),
 	          "messages received by the target 0, expected at least 1");
-	EXPECT_EQ(told("replay:a", [](Record& record) { record.received = 0; }),
+	EXPECT_EQ(reported("replay:a", [](Record& record) { record.received = 0; }),
 	          "messages received by the target 0, expected at least 1");
-	EXPECT_EQ(told("line-feeds", [](Record& record) { record.received = 0; }),
+	EXPECT_EQ(reported("line-feeds", [](Record& record) { record.received = 0; }),
 	          "messages received by the target 0, expected at least 1");
-	EXPECT_EQ(told("repeated:2-0-0", [](Record& record) { record.received = 3; }),
+	EXPECT_EQ(reported("repeated:2-0-0", [](Record& record) { record.received = 3; }),
 	          "messages received by the target 3, expected at least 4");
-	EXPECT_EQ(told("burst", [](Record& record) { record.received = 0; }),
+	EXPECT_EQ(reported("burst", [](Record& record) { record.received = 0; }),
 	          "messages received by the target 0, expected at least 1");
-	EXPECT_EQ(told("arp-cut-partner", [](Record& record) { record.connections = 0; }), "0 differences");
+	EXPECT_EQ(reported("arp-cut-partner", [](Record& record) { record.connections = 0; }), "0 differences");
 }
 
 /// What was written need not have been read: the receiver drops those that wait.
 TEST(HostileJudge, ReportsMessagesThatWereNotRead)
 {
-	const auto told = [](const std::string& attack, long attackers)
+	const auto reported = [](const std::string& attack, long attackers)
 	{
 		return reportedOfAttack(attack, Mitigation::none,
 		                        [&](Record& record)
@@ -187,12 +190,12 @@ TEST(HostileJudge, ReportsMessagesThatWereNotRead)
 			                        record.read = 2 + attackers;
 		                        });
 	};
-	EXPECT_EQ(told("random", 0), "messages read that are not the partner's 0, expected at least 1");
-	EXPECT_EQ(told("random-one-by-one", 9), "messages read that are not the partner's 9, expected at least 10");
-	EXPECT_EQ(told("hold-connection", 9), "messages read that are not the partner's 9, expected at least 10");
-	EXPECT_EQ(told("slow", 9), "messages read that are not the partner's 9, expected at least 10");
-	EXPECT_EQ(told("half-closed", 2), "messages read that are not the partner's 2, expected at least 3");
-	EXPECT_EQ(told("silent", 0), "0 differences");
+	EXPECT_EQ(reported("random", 0), "messages read that are not the partner's 0, expected at least 1");
+	EXPECT_EQ(reported("random-one-by-one", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(reported("hold-connection", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(reported("slow", 9), "messages read that are not the partner's 9, expected at least 10");
+	EXPECT_EQ(reported("half-closed", 2), "messages read that are not the partner's 2, expected at least 3");
+	EXPECT_EQ(reported("silent", 0), "0 differences");
 }
 
 TEST(HostileJudge, ThePartnerHasToPassWhereAttackersAreKeptOut)
@@ -207,12 +210,12 @@ TEST(HostileJudge, ThePartnerHasToPassWhereAttackersAreKeptOut)
 		seldom(record);
 		keepOut(record);
 	};
-	const std::string told = "heartbeats of the partner read 2, expected at least 3";
-	EXPECT_EQ(reportedOfAttack("syn-flood", Mitigation::none, seldom), told);
+	const std::string reported = "heartbeats of the partner read 2, expected at least 3";
+	EXPECT_EQ(reportedOfAttack("syn-flood", Mitigation::none, seldom), reported);
 	EXPECT_EQ(reportedOfAttack("syn-flood-no-cookies", Mitigation::none, seldom), "0 differences");
-	EXPECT_EQ(reportedOfAttack("syn-flood-no-cookies", Mitigation::firewall, keptOut), told);
+	EXPECT_EQ(reportedOfAttack("syn-flood-no-cookies", Mitigation::firewall, keptOut), reported);
 	EXPECT_EQ(reportedOfAttack("hold-connection", Mitigation::none, seldom), "0 differences");
-	EXPECT_EQ(reportedOfAttack("hold-connection", Mitigation::firewall, keptOut), told);
+	EXPECT_EQ(reportedOfAttack("hold-connection", Mitigation::firewall, keptOut), reported);
 	EXPECT_EQ(reportedOfAttack("arp-cut-gateway", Mitigation::firewall, seldom), "0 differences");
 	const auto often = [](Record& record) { record.partner = 3; };
 	for (const char* attack : {"hold-connection", "slow", "half-closed", "syn-flood-no-cookies"})
@@ -220,7 +223,7 @@ TEST(HostileJudge, ThePartnerHasToPassWhereAttackersAreKeptOut)
 		EXPECT_EQ(reportedOfAttack(attack, Mitigation::none, often),
 		          "heartbeats of the partner read 3, expected at most 2");
 	}
-	EXPECT_EQ(reportedOfAttack("arp-cut-gateway", Mitigation::neighbours, keptOut), told);
+	EXPECT_EQ(reportedOfAttack("arp-cut-gateway", Mitigation::neighbours, keptOut), reported);
 	EXPECT_EQ(reportedOfAttack("arp-claim-service", Mitigation::neighbours, seldom), "0 differences");
 }
 
@@ -241,7 +244,7 @@ TEST(HostileJudge, ReportsAMitigationThatStoppedNothing)
 {
 	for (const char* attack : {"random", "client-pool", "scan-connect", "forged:1-0-0"})
 	{
-		const auto told = [&](const std::function<void(Record&)>& change)
+		const auto reported = [&](const std::function<void(Record&)>& change)
 		{
 			return reportedOfAttack(attack, Mitigation::firewall,
 			                        [&](Record& record)
@@ -251,10 +254,10 @@ TEST(HostileJudge, ReportsAMitigationThatStoppedNothing)
 				                        change(record);
 			                        });
 		};
-		EXPECT_EQ(told([](Record&) {}), "0 differences") << attack;
-		EXPECT_EQ(told([](Record& record) { record.connections = 1; }),
+		EXPECT_EQ(reported([](Record&) {}), "0 differences") << attack;
+		EXPECT_EQ(reported([](Record& record) { record.connections = 1; }),
 		          "connections behind the mitigation 1, expected none");
-		EXPECT_EQ(told([](Record& record) { record.dropped = 0; }),
+		EXPECT_EQ(reported([](Record& record) { record.dropped = 0; }),
 		          "packets dropped by the firewall 0, expected at least 1");
 	}
 	EXPECT_EQ(reportedOfAttack("syn-flood", Mitigation::neighbours, [](Record& record) { record.connections = 0; }),
@@ -310,7 +313,7 @@ TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 	const Plan plan = planOf(caseOf(
 	    "forged",
 	    "detail = \"1-0-0\", open = { owner = \"either\", duplicate = \"perhaps\" }, port = { owner = \"a\" }", "a"));
-	const auto told = [&](const std::string& during, const std::string& after)
+	const auto reported = [&](const std::string& during, const std::string& after)
 	{
 		return reportedOf(
 		    plan,
@@ -321,10 +324,10 @@ TEST(HostileJudge, EitherNodeIsOneOfTheTwoAndItsPartnerTheStandby)
 			    record.after.roles = {after == "a" ? "master" : "slave", after == "b" ? "master" : "slave"};
 		    });
 	};
-	EXPECT_EQ(told("a", "b"), "0 differences");
-	EXPECT_EQ(told("b", "a"), "0 differences");
-	EXPECT_EQ(told("a+b", "a"), "owner while attacked a+b, expected either");
-	EXPECT_EQ(told("a", "none"), "owner at rest none, expected either");
+	EXPECT_EQ(reported("a", "b"), "0 differences");
+	EXPECT_EQ(reported("b", "a"), "0 differences");
+	EXPECT_EQ(reported("a+b", "a"), "owner while attacked a+b, expected either");
+	EXPECT_EQ(reported("a", "none"), "owner at rest none, expected either");
 }
 
 TEST(HostileJudge, AnEffectThatDoesNotComeIsADifferenceToo)

@@ -118,13 +118,13 @@ Pings ping(const Host& host, const std::string& address, int count, Millis inter
 	return pings;
 }
 
-CardAddress card(std::uint8_t last)
+InterfaceAddress interface(std::uint8_t last)
 {
 	return {{2, 0, 0, 0, 0, last}, {192, 0, 2, last}};
 }
 
-/// An ARP or IPv4 frame from card `from` to `to`; the hardware addresses can be others.
-std::vector<std::uint8_t> frame(bool arp, const CardAddress& from, const CardAddress& to)
+/// An ARP or IPv4 frame from interface `from` to `to`; the hardware addresses can be others.
+std::vector<std::uint8_t> frame(bool arp, const InterfaceAddress& from, const InterfaceAddress& to)
 {
 	std::vector<std::uint8_t> bytes(42, 0);
 	std::copy(to.hardware.begin(), to.hardware.end(), bytes.begin());
@@ -186,10 +186,10 @@ TEST(ImpairmentModel, DelaysWithinTheJitterAndKeepsTheOrder)
 
 TEST(ImpairmentModel, KnowsWhomAFrameConcerns)
 {
-	const CardAddress a = card(11);
-	const CardAddress b = card(12);
-	const CardAddress everybody{{255, 255, 255, 255, 255, 255}, {255, 255, 255, 255}};
-	CardAddress otherHardware = a;
+	const InterfaceAddress a = interface(11);
+	const InterfaceAddress b = interface(12);
+	const InterfaceAddress everybody{{255, 255, 255, 255, 255, 255}, {255, 255, 255, 255}};
+	InterfaceAddress otherHardware = a;
 	otherHardware.hardware = {0, 0, 0x5e, 0, 1, 10};
 	for (const bool arp : {false, true})
 	{
@@ -219,7 +219,7 @@ TEST(ImpairmentModel, RefusesWhatNoWireCanBe)
 	EXPECT_TRUE(problemOf({0, Millis(60001)}));
 }
 
-TEST(ImpairmentModel, IsToldInWords)
+TEST(ImpairmentModel, IsReportedInWords)
 {
 	Impairment impairment{30, Millis(200), Millis(50), Direction::fromHost, HostId::b};
 	EXPECT_EQ(toText(impairment), "30 % loss, 200 ms delay, 50 ms jitter, from the host, with b only");

@@ -123,7 +123,7 @@ TEST(LabHosts, BeginTheirProcessNumbersApart)
 	EXPECT_EQ(seen.size(), 16U);
 }
 
-TEST(LabTools, AreAllToldWhenTheyAreMissing)
+TEST(LabTools, AreAllReportedWhenTheyAreMissing)
 {
 	const std::vector<std::string> missing = missingTools({"/no/such/directory"});
 	EXPECT_EQ(missing.front(), "ip (Debian package iproute2)");

@@ -185,21 +185,21 @@ TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 	EXPECT_NE(again.output.find("is up already"), std::string::npos) << again.output;
 
 	const CommandResult status = velarixLab({"status", "--name", "kept", "--json"}, base.path());
-	const nlohmann::json told = nlohmann::json::parse(status.output);
-	EXPECT_EQ(told["address"], "a");
-	EXPECT_EQ(told["service"], "a");
-	EXPECT_EQ(told["nodes"]["b"]["role"], "slave");
+	const nlohmann::json reported = nlohmann::json::parse(status.output);
+	EXPECT_EQ(reported["address"], "a");
+	EXPECT_EQ(reported["service"], "a");
+	EXPECT_EQ(reported["nodes"]["b"]["role"], "slave");
 	const CommandResult name = velarixLab({"exec", "--name", "kept", "b", "uname", "-n"}, base.path());
 	EXPECT_EQ(name.output, "node-b\n");
 	EXPECT_EQ(velarixLab({"exec", "--name", "kept", "client", "sh", "-c", "exit 7"}, base.path()).status, 7);
 
-	const pid_t supervisor = told["supervisor"].get<pid_t>();
+	const pid_t supervisor = reported["supervisor"].get<pid_t>();
 	std::vector<ino_t> namespaces;
 	for (const pid_t init : childrenOf(supervisor))
 	{
 		namespaces.push_back(processNamespace(init));
 	}
-	ASSERT_EQ(namespaces.size(), 5U) << "four hosts and the rack";
+	ASSERT_EQ(namespaces.size(), 5U) << "four hosts and the root host";
 	EXPECT_GE(processesIn(namespaces), 8U);
 	ASSERT_EQ(::kill(supervisor, SIGKILL), 0);
 	EXPECT_TRUE(waitFor([&] { return processesIn(namespaces) == 0; }, Millis(10000), "all its processes to be gone"));

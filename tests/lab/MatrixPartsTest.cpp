@@ -1,4 +1,4 @@
-/// What the fault matrix is told: sums of waits, and the table of what is expected.
+/// What the fault matrix is reported: sums of waits, and the table of what is expected.
 
 #include <algorithm>
 #include <map>

@@ -20,7 +20,7 @@ std::unique_ptr<Lab> servingLab()
 	runOrThrow({{"sh", "-c", std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &"},
 	            {},
 	            lab->host(HostId::a).inside()});
-	runOrThrow({{"ip", "addr", "add", std::string(plan::virtualAddress) + "/24", "dev", plan::serviceCard},
+	runOrThrow({{"ip", "addr", "add", std::string(plan::virtualAddress) + "/24", "dev", plan::serviceInterface},
 	            {},
 	            lab->host(HostId::a).inside()});
 	EXPECT_TRUE(lab->waitForService(HostId::a, Millis(20000), Millis(1000)));

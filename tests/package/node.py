@@ -1,5 +1,5 @@
 """A machine with the package installed and all that an agent needs around it: two
-cards, a gateway that answers, a partner that does not, and a program to manage."""
+interfaces, a gateway that answers, a partner that does not, and a program to manage."""
 
 import glob
 import os
@@ -45,8 +45,8 @@ SETTINGS = {
     "LOG.PURGEAGE": "7 days",
 }
 
-# The other ends of the cards are in the machine, too, and the gateway on one of them.
-CARDS = """#!/bin/sh
+# The other ends of the interfaces are in the machine, too, and the gateway on one of them.
+INTERFACES = """#!/bin/sh
 set -e
 ip link set lo up
 for i in 0 1; do
@@ -95,11 +95,11 @@ class Node(Machine):
         return self.run("apt-get install -y --no-install-recommends /root/package.deb")
 
     def equip(self):
-        """Cards, program and settings. The tools for it come with the package."""
-        self.write("/opt/demo/cards", CARDS, "0755")
+        """Interfaces, program and settings. The tools for it come with the package."""
+        self.write("/opt/demo/interfaces", INTERFACES, "0755")
         self.write(PROGRAM_PATH, PROGRAM_TEXT, "0755")
         self.write(SETTINGS_PATH, settings(), "0600")
-        self.run("/opt/demo/cards")
+        self.run("/opt/demo/interfaces")
 
     def agents(self):
         """The pids of all agents that run."""

@@ -12,14 +12,14 @@ from arguments import Place
 from machine import wait_for
 
 # The gateway is on each node itself: it answers as long as the node lives.
-CARDS = """#!/bin/sh
+INTERFACES = """#!/bin/sh
 set -e
 ip link set lo up
 ip addr replace 192.0.2.{number}/24 dev eth0
 ip addr replace 198.51.100.{number}/24 dev eth1
 ip link show gate >/dev/null 2>&1 || ip link add gate type veth peer name gate1
 ip addr replace 203.0.113.1/24 dev gate
-for card in eth0 eth1 gate; do ip link set $card up; done
+for interface in eth0 eth1 gate; do ip link set $interface up; done
 """
 
 
@@ -48,17 +48,17 @@ class PairTest(unittest.TestCase):
 
     @staticmethod
     def join(a, b):
-        """Two cables; each end is a card of one machine."""
-        for card in ("eth0", "eth1"):
-            for command in (["ip", "link", "add", card, "type", "veth", "peer", "name", "far"],
+        """Two cables; each end is an interface of one machine."""
+        for interface in ("eth0", "eth1"):
+            for command in (["ip", "link", "add", interface, "type", "veth", "peer", "name", "far"],
                             ["ip", "link", "set", "far", "netns", str(b.pid)]):
                 subprocess.run(["nsenter", "--target", str(a.pid), "--net", *command], check=True)
-            b.run(f"ip link set far name {card}")
+            b.run(f"ip link set far name {interface}")
 
     @staticmethod
     def configure(machine, number, partner):
-        machine.write("/opt/demo/cards", CARDS.format(number=number), "0755")
-        machine.run("/opt/demo/cards")
+        machine.write("/opt/demo/interfaces", INTERFACES.format(number=number), "0755")
+        machine.run("/opt/demo/interfaces")
         machine.write(node.SETTINGS_PATH, settings(number, partner), "0600")
 
     def setUp(self):
@@ -98,7 +98,7 @@ class PairTest(unittest.TestCase):
         self.a.power_on()
         self.join(self.a, self.b)
         self.configure(self.a, 11, 12)
-        self.b.run("/opt/demo/cards")
+        self.b.run("/opt/demo/interfaces")
         self.assert_asked(self.b)
 
     def test_a_stop_with_release_leaves_nobody_serving(self):

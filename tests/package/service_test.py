@@ -15,10 +15,10 @@ from machine import wait_for
 
 SECURITY_PAGE = os.path.join(images.ROOT, "docs", "security.md")
 
-# A unit of the machine's that makes its cards at boot.
-CARDS_UNIT = """[Service]
+# A unit of the machine's that makes its interfaces at boot.
+INTERFACES_UNIT = """[Service]
 ExecStartPre=/bin/sleep 4
-ExecStart=/opt/demo/cards
+ExecStart=/opt/demo/interfaces
 [Install]
 WantedBy=multi-user.target
 """
@@ -195,9 +195,9 @@ class StartTest(OnAMachine):
         self.machine.run("mv /lib/lsb/init-functions.away /lib/lsb/init-functions")
 
     def test_enabled_it_comes_back_after_a_power_failure(self):
-        # The cards come late, after what waits for the network has gone on.
-        self.machine.write("/etc/systemd/system/cards.service", CARDS_UNIT)
-        self.machine.run("systemctl enable cards velarix-ha")
+        # The interfaces come late, after what waits for the network has gone on.
+        self.machine.write("/etc/systemd/system/interfaces.service", INTERFACES_UNIT)
+        self.machine.run("systemctl enable interfaces velarix-ha")
         self.start()
         self.machine.run("sync")
         self.assertTrue(self.machine.exists(node.PID_PATH))
@@ -207,7 +207,7 @@ class StartTest(OnAMachine):
         wait_for("the unit is active", lambda: self.property("ActiveState") == "active", 30)
         self.assertEqual(int(self.property("MainPID")), self.machine.agent())
         self.assertEqual(self.machine.read(node.PID_PATH), self.property("MainPID"))
-        self.machine.run("systemctl disable cards velarix-ha")
+        self.machine.run("systemctl disable interfaces velarix-ha")
 
     def test_standard_output_is_discarded_and_the_programs_errors_are_kept(self):
         self.start()
@@ -234,9 +234,9 @@ class StartTest(OnAMachine):
 
     def test_networks_of_old_are_refused_and_no_other(self):
         # A family that the running kernel lacks would be refused in any case.
-        told = self.property("RestrictAddressFamilies")
-        self.assertTrue(told.startswith("~"), told)
-        self.assertEqual(set(told[1:].split()), {"AF_APPLETALK", "AF_ATMPVC", "AF_ATMSVC", "AF_AX25", "AF_IPX",
+        reported = self.property("RestrictAddressFamilies")
+        self.assertTrue(reported.startswith("~"), reported)
+        self.assertEqual(set(reported[1:].split()), {"AF_APPLETALK", "AF_ATMPVC", "AF_ATMSVC", "AF_AX25", "AF_IPX",
                                                  "AF_NETROM", "AF_ROSE", "AF_X25"})
 
     @unittest.skipUnless(platform.machine() == "x86_64", "numbers of calls of one kind of processor")
@@ -258,8 +258,8 @@ class StartTest(OnAMachine):
         outside = self.errors_of_calls([*swap, *kernel], self.machine.run)
         self.assertEqual(outside[:2], ["swapon 14", "swapoff 14"])
         # A kernel may lack them (38), or refuse root one of them itself (1), under Secure Boot.
-        for told in outside[2:]:
-            self.assertRegex(told, "^kexec_(file_)?load (22|38|1)$")
+        for reported in outside[2:]:
+            self.assertRegex(reported, "^kexec_(file_)?load (22|38|1)$")
         self.assertNotEqual(outside[2:], ["kexec_load 1", "kexec_file_load 1"])
         self.assertEqual(self.errors_of_calls([*swap, *kernel], self.run_in_unit),
                          ["swapon 1", "swapoff 1", "kexec_load 1", "kexec_file_load 1"])
@@ -298,9 +298,9 @@ class StartTest(OnAMachine):
     def told_by(self, perl, run):
         """The lines that a piece of Perl prints, run by the given function."""
         self.machine.write("/opt/demo/tries", f"#!/usr/bin/perl\nuse strict;\n{perl};\n", "0755")
-        self.addCleanup(self.machine.run, "rm -f /opt/demo/tries /opt/demo/told")
-        run("/opt/demo/tries >/opt/demo/told")
-        return self.machine.read("/opt/demo/told").splitlines()
+        self.addCleanup(self.machine.run, "rm -f /opt/demo/tries /opt/demo/reported")
+        run("/opt/demo/tries >/opt/demo/reported")
+        return self.machine.read("/opt/demo/reported").splitlines()
 
     def run_in_unit(self, command):
         self.change_unit(f"[Service]\nExecStartPre=/bin/sh -c '{command}'\n")

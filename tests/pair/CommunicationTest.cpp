@@ -9,12 +9,12 @@ class Communication : public PairTest
 {
 };
 
-TEST_F(Communication, MastersCardUnpluggedWhileTheGatewayIsThere)
+TEST_F(Communication, MastersInterfaceUnpluggedWhileTheGatewayIsThere)
 {
 	PAIR_OR_RETURN(startServingPair());
 
 	const Millis pulled = lab().clock().now();
-	lab().inject({FaultKind::communicationCardPulled, HostId::a});
+	lab().inject({FaultKind::communicationInterfacePulled, HostId::a});
 	// It cannot reach the gateway any more: it is the isolated one and gives up.
 	ASSERT_TRUE(waitForAction(HostId::a, "the gateway does not answer", pulled));
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
@@ -22,7 +22,7 @@ TEST_F(Communication, MastersCardUnpluggedWhileTheGatewayIsThere)
 	EXPECT_EQ(heldBy("a+b", pulled), Millis(0));
 
 	const Millis plugged = lab().clock().now();
-	lab().repair({FaultKind::communicationCardPulled, HostId::a});
+	lab().repair({FaultKind::communicationInterfacePulled, HostId::a});
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	EXPECT_EQ(lab().role(HostId::a), "slave");
 	EXPECT_EQ(heldBy("none", plugged) + heldBy("a", plugged) + heldBy("a+b", plugged), Millis(0));

@@ -39,7 +39,7 @@ protected:
 		return count;
 	}
 
-	/// Waits until the node's log has told it so often.
+	/// Waits until the node's log has reported it so often.
 	bool waitToBeTold(HostId node, const std::string& place, int times, Millis limit = moveLimit)
 	{
 		return waitFor([&] { return toldBy(node, place) >= times; }, limit,

@@ -17,7 +17,7 @@ protected:
 	}
 };
 
-TEST_F(HandOver, ProgramKilledThenServiceCardUnplugged)
+TEST_F(HandOver, ProgramKilledThenServiceInterfaceUnplugged)
 {
 	PAIR_OR_RETURN(startServingPair());
 
@@ -31,13 +31,13 @@ TEST_F(HandOver, ProgramKilledThenServiceCardUnplugged)
 	EXPECT_LE(outageSince(killed), Millis(25000));
 
 	const Millis pulled = lab().clock().now();
-	lab().inject({FaultKind::serviceCardPulled, HostId::b});
-	ASSERT_TRUE(waitForAction(HostId::b, "the service card has no carrier", pulled));
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::b});
+	ASSERT_TRUE(waitForAction(HostId::b, "the service interface has no carrier", pulled));
 	ASSERT_TRUE(settledOn(HostId::a));
 	EXPECT_EQ(heldBy("a+b", pulled), Millis(0));
 
 	const Millis plugged = lab().clock().now();
-	lab().repair({FaultKind::serviceCardPulled, HostId::b});
+	lab().repair({FaultKind::serviceInterfacePulled, HostId::b});
 	ASSERT_TRUE(settledOn(HostId::a));
 	EXPECT_EQ(heldBy("none", plugged) + heldBy("b", plugged) + heldBy("a+b", plugged), Millis(0));
 }

@@ -31,17 +31,17 @@ protected:
 	void raiseByHand(HostId node)
 	{
 		const std::string address = std::string(plan::virtualAddress) + "/" + std::to_string(plan::prefixLength);
-		const std::string label = std::string(plan::serviceCard) + ":ha";
-		runOrThrow({{"ip", "addr", "add", address, "dev", plan::serviceCard, "label", label},
+		const std::string label = std::string(plan::serviceInterface) + ":ha";
+		runOrThrow({{"ip", "addr", "add", address, "dev", plan::serviceInterface, "label", label},
 		            {},
 		            lab().node(node).host().insideNetwork()});
 	}
 
-	std::string cardOf(HostId node)
+	std::string interfaceOf(HostId node)
 	{
-		std::string card;
-		std::ifstream(lab().node(node).file("/sys/class/net/eth0/address")) >> card;
-		return card;
+		std::string interface;
+		std::ifstream(lab().node(node).file("/sys/class/net/eth0/address")) >> interface;
+		return interface;
 	}
 };
 
@@ -63,11 +63,11 @@ TEST_P(MissingAnnouncement, LeavesTheClientsWithTheOldNode)
 	ASSERT_TRUE(waitForOwners("b"));
 	ASSERT_TRUE(waitForProgramOn(HostId::b));
 	const CommandResult known = lab().run(HostId::client, {"ip", "neigh", "show", plan::virtualAddress});
-	EXPECT_NE(known.output.find(cardOf(HostId::a)), std::string::npos) << known.output;
+	EXPECT_NE(known.output.find(interfaceOf(HostId::a)), std::string::npos) << known.output;
 	EXPECT_EQ(lab().answeredBy(), "none");
 
 	const CommandResult forgets =
-	    lab().run(HostId::client, {"ip", "neigh", "del", plan::virtualAddress, "dev", plan::serviceCard});
+	    lab().run(HostId::client, {"ip", "neigh", "del", plan::virtualAddress, "dev", plan::serviceInterface});
 	ASSERT_TRUE(forgets.ok()) << forgets.output;
 	EXPECT_TRUE(lab().waitForService(HostId::b, moveLimit, Millis(1000)));
 }
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Tool, MissingAnnouncement, testing::Values("grep", "arp
 TEST_F(MissingTools, WithoutKillallANodeThatGivesUpKeepsItsPrograms)
 {
 	PAIR_OR_RETURN(startServingWithout("killall", HostId::a));
-	lab().inject({FaultKind::serviceCardPulled, HostId::a});
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
 	ASSERT_TRUE(waitForOwners("b"));
 	ASSERT_TRUE(waitForProgramOn(HostId::b));
 	EXPECT_EQ(toldBy(HostId::a, "CHeartReciver:524"), 1);
@@ -108,7 +108,7 @@ TEST_F(MissingTools, WithoutIpAMasterThatGivesUpKeepsTheAddress)
 {
 	PAIR_OR_RETURN(startServingPair());
 	takeAway(lab(), HostId::a, "ip");
-	lab().inject({FaultKind::serviceCardPulled, HostId::a});
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
 	ASSERT_TRUE(waitForOwners("a+b"));
 	ASSERT_TRUE(waitForProgramOn(HostId::b));
 	EXPECT_EQ(programsOn(HostId::a), 0U) << "what follows the address in the kill command is done";

@@ -105,13 +105,14 @@ TEST_F(OperatorCheck, WhatInitWritesPassesTheCheckAndDrivesThePair)
 TEST_F(OperatorCheck, WhatIsBrokenOnTheMachineIsFound)
 {
 	PAIR_OR_RETURN(startServingPair());
-	lab().inject({FaultKind::serviceCardPulled, HostId::b});
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::b});
 	lab().run(HostId::b, {"ip", "addr", "del", std::string(plan::addressOf(HostId::b, Network::communication)) + "/24",
-	                      "dev", plan::communicationCard});
+	                      "dev", plan::communicationInterface});
 	lab().run(HostId::b, {"rm", "-r", "/usr/velarix/pid", plan::runInfoFile});
 	const CommandResult checked = ctl(HostId::b, {"check"});
 	EXPECT_EQ(checked.status, 78);
-	for (const char* id : {"[card-without-carrier]", "[not-this-node]", "[missing-directory]", "[run-info-missing]"})
+	for (const char* id :
+	     {"[interface-without-carrier]", "[not-this-node]", "[missing-directory]", "[run-info-missing]"})
 	{
 		EXPECT_NE(checked.output.find(id), std::string::npos) << id << " in\n" << checked.output;
 	}

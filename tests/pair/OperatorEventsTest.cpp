@@ -71,7 +71,7 @@ protected:
 		return names;
 	}
 
-	bool told(HostId node, const std::string& name)
+	bool reported(HostId node, const std::string& name)
 	{
 		const std::vector<nlohmann::json> events = eventsOf(node);
 		return std::any_of(events.begin(), events.end(),
@@ -96,14 +96,14 @@ protected:
 	}
 };
 
-TEST_F(OperatorEvents, ALostProgramAndTheHandOverAreTold)
+TEST_F(OperatorEvents, ALostProgramAndTheHandOverAreReported)
 {
 	PAIR_OR_RETURN(startServingPair());
 	const Millis killed = lab().clock().now();
 	lab().inject({FaultKind::programKilled, HostId::a});
 	ASSERT_TRUE(waitForAction(HostId::a, "asks the partner", killed));
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
-	ASSERT_TRUE(waitFor([this] { return told(HostId::a, "ask-answered"); }, moveLimit, "the answer to the ask"));
+	ASSERT_TRUE(waitFor([this] { return reported(HostId::a, "ask-answered"); }, moveLimit, "the answer to the ask"));
 
 	const Millis sinceKilled = lab().clock().now() - killed;
 	expectInOrder(eventsOf(HostId::a),
@@ -122,18 +122,18 @@ TEST_F(OperatorEvents, ALostProgramAndTheHandOverAreTold)
 	expectAllExplained(HostId::b);
 }
 
-TEST_F(OperatorEvents, AHostThatFailsAndComesBackIsToldOnBothNodes)
+TEST_F(OperatorEvents, AHostThatFailsAndComesBackIsReportedOnBothNodes)
 {
 	PAIR_OR_RETURN(startServingPair());
 	lab().powerOff(HostId::a);
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	lab().powerOn(HostId::a);
-	ASSERT_TRUE(waitFor([this] { return told(HostId::b, "partner-back"); }, moveLimit, "the partner's return"));
+	ASSERT_TRUE(waitFor([this] { return reported(HostId::b, "partner-back"); }, moveLimit, "the partner's return"));
 
 	expectInOrder(eventsOf(HostId::a), {"agent-started", "takeover-done configured-role", "agent-ended killed",
 	                                    "agent-started", "role-changed agent-start"});
 	const std::vector<nlohmann::json> events = eventsOf(HostId::b);
-	const bool byProbes = told(HostId::b, "role-changed partner-and-service-silent");
+	const bool byProbes = reported(HostId::b, "role-changed partner-and-service-silent");
 	const std::string cause = byProbes ? "partner-and-service-silent" : "partner-silent";
 	expectInOrder(events, {"agent-started", "role-changed " + cause, "takeover-began " + cause,
 	                       "takeover-done " + cause, "partner-back"});
@@ -146,7 +146,7 @@ TEST_F(OperatorEvents, AFollowedLogTellsATakeOverWhileItHappens)
 	PAIR_OR_RETURN(startServingPair());
 	ASSERT_TRUE(inShell(HostId::b, "events --follow --json >/tmp/followed 2>&1 </dev/null & exit 0").ok());
 	const std::filesystem::path followed = lab().node(HostId::b).file("/tmp/followed");
-	lab().inject({FaultKind::serviceCardPulled, HostId::a});
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	ASSERT_TRUE(waitFor([&] { return contentOf(followed).find("takeover-done") != std::string::npos; }, moveLimit,
 	                    "the end of the take-over"));

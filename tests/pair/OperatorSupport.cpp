@@ -30,13 +30,14 @@ bool OperatorTest::waitForStatus(HostId node, const std::string& what,
 bool OperatorTest::waitUntilReady()
 {
 	// A node that has just raised the address has heard no partner for as long as that took,
-	// and the partner has not been told yet that the programs run.
+	// and the partner has not been reported yet that the programs run.
 	const auto ready = [](const nlohmann::json& status)
 	{
 		const nlohmann::json& partner = status["partner"];
 		const nlohmann::json& age = partner["heartbeat_received_age_seconds"];
-		const bool told = partner["role"]["value"] != "master" || partner["programs_run"]["value"] == true;
-		return status["fail_over"]["works"] == true && status["problems"].empty() && told && age.is_number() && age < 3;
+		const bool reported = partner["role"]["value"] != "master" || partner["programs_run"]["value"] == true;
+		return status["fail_over"]["works"] == true && status["problems"].empty() && reported && age.is_number() &&
+		       age < 3;
 	};
 	return waitForStatus(HostId::a, "that all is well", ready) && waitForStatus(HostId::b, "that all is well", ready);
 }

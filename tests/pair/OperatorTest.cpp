@@ -28,8 +28,8 @@ TEST_F(Operator, SeesASoundPairFromBothNodes)
 	EXPECT_EQ(a["virtual_ip"]["value"]["held"], true);
 	EXPECT_EQ(a["virtual_ip"]["value"]["label"], "eth0:ha");
 	EXPECT_EQ(a["virtual_ip"]["value"]["listed"], true);
-	EXPECT_EQ(a["cards"]["eth0"]["value"], true);
-	EXPECT_EQ(a["cards"]["eth1"]["value"], true);
+	EXPECT_EQ(a["interfaces"]["eth0"]["value"], true);
+	EXPECT_EQ(a["interfaces"]["eth1"]["value"], true);
 	EXPECT_EQ(a["gateway_answers"]["value"], true);
 	EXPECT_EQ(a["asks"]["value"], false);
 	EXPECT_EQ(a["last_change"]["cause"], "configured-role");
@@ -126,16 +126,17 @@ TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 	EXPECT_TRUE(waitUntilReady());
 }
 
-TEST_F(Operator, KnowsThatASlaveWithoutItsCommunicationCardTakesNothingOver)
+TEST_F(Operator, KnowsThatASlaveWithoutItsCommunicationInterfaceTakesNothingOver)
 {
 	PAIR_OR_RETURN(startReadyPair());
 
-	lab().inject({FaultKind::communicationCardPulled, HostId::b});
+	lab().inject({FaultKind::communicationInterfacePulled, HostId::b});
 	EXPECT_TRUE(waitForStatus(HostId::b, "the missing carrier",
-	                          [](const nlohmann::json& b)
-	                          { return b["cards"]["eth1"]["value"] == false && b["fail_over"]["works"] == false; }));
+	                          [](const nlohmann::json& b) {
+		                          return b["interfaces"]["eth1"]["value"] == false && b["fail_over"]["works"] == false;
+	                          }));
 	EXPECT_GE(ctl(HostId::b, {"nagios"}).status, 1);
-	lab().repair({FaultKind::communicationCardPulled, HostId::b});
+	lab().repair({FaultKind::communicationInterfacePulled, HostId::b});
 	EXPECT_TRUE(waitUntilReady());
 }
 

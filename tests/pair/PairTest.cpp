@@ -65,7 +65,7 @@ void PairTest::TearDown()
 
 bool PairTest::waitForAction(HostId node, const std::string& action, Millis since, Millis limit)
 {
-	const auto told = [&]
+	const auto reported = [&]
 	{
 		for (const Event& event : lab().timeline().events())
 		{
@@ -77,7 +77,7 @@ bool PairTest::waitForAction(HostId node, const std::string& action, Millis sinc
 		}
 		return false;
 	};
-	return waitFor(told, limit, std::string("node ") + nameOf(node) + " to say \"" + action + "\"",
+	return waitFor(reported, limit, std::string("node ") + nameOf(node) + " to say \"" + action + "\"",
 	               [&] { return lab().stateText(); });
 }
 

@@ -36,7 +36,7 @@ protected:
 	/// Removes it before the end of the test.
 	void endLab() { m_lab.reset(); }
 
-	/// Waits until the node's log told this action, after `since`.
+	/// Waits until the node's log reported this action, after `since`.
 	bool waitForAction(HostId node, const std::string& action, Millis since, Millis limit = moveLimit);
 
 	/// How long the address was held as `owners` says, since then.

@@ -1,4 +1,4 @@
-/// A soak of half a minute on a real pair: what an hour shows is told by the command.
+/// A soak of half a minute on a real pair: what an hour shows is reported by the command.
 
 #include <algorithm>
 
@@ -46,15 +46,15 @@ TEST(Soak, HalfAMinuteWithADeadProgramLeavesNothingBehind)
 	// Whatever a path of the code touches for the first time lies behind the warm-up here.
 	options.bounds.ownKibPerHour = 1024;
 	options.bounds.rssKibPerHour = 4096;
-	std::vector<std::string> told;
-	const soak::Results results = runSoak(options, [&](const std::string& line) { told.push_back(line); });
+	std::vector<std::string> reported;
+	const soak::Results results = runSoak(options, [&](const std::string& line) { reported.push_back(line); });
 	EXPECT_EQ(soak::crossingsOf(results), std::vector<std::string>{}) << toText(results);
 	ASSERT_EQ(results.series.size(), 2U) << toText(results);
 	expectSeen(results.series[0]);
 	expectSeen(results.series[1]);
-	ASSERT_FALSE(results.faults.empty()) << testing::PrintToString(told);
+	ASSERT_FALSE(results.faults.empty()) << testing::PrintToString(reported);
 	EXPECT_EQ(toName(results.faults.front().fault).substr(0, 12), "program-kill");
-	EXPECT_EQ(told.front(), toText(options.bounds));
+	EXPECT_EQ(reported.front(), toText(options.bounds));
 }
 
 using SoakSampler = PairTest;

@@ -18,7 +18,7 @@ inline void report(const std::string& event)
 /// report is all that happened.
 inline constexpr char kBegin[] = "begin";
 
-/// Says kBegin; from now on every log line, outward action and wait is told.
+/// Says kBegin; from now on every log line, outward action and wait is reported.
 /// Needs FakeOutside.
 inline void reportEverything()
 {

@@ -56,7 +56,7 @@ std::vector<std::string> violationsOf(const PhaseRecord& after, const std::strin
 
 /// Runs the schedule of one worker. A pair that is not well after a step is
 /// replaced by a fresh one.
-/// @param told  after each step, with its record
+/// @param reported  after each step, with its record
 /// @return why the worker did not get to its end; empty when it did
 std::string runWorker(const Options& options, const std::function<void(const StepRecord&)>& report);
 

@@ -30,7 +30,8 @@ std::string targetsAddress(const AttackParameters& parameters, Network network)
 
 void whileSpoofing(const ArpSpoof& spoof, AttackTally& tally, const std::function<void()>& work)
 {
-	ArpSpoofer spoofer(spoof.network == Network::service ? plan::serviceCard : plan::communicationCard, spoof.victim);
+	ArpSpoofer spoofer(spoof.network == Network::service ? plan::serviceInterface : plan::communicationInterface,
+	                   spoof.victim);
 	const std::jthread thread(
 	    [&](const std::stop_token& end)
 	    {

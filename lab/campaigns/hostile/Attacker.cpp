@@ -20,9 +20,10 @@ std::string capturedHeartbeat(Lab& lab, HostId node)
 {
 	std::string payload;
 	inNetworkOf(lab.node(node).host(),
-	            [&] {
-		            payload = captureHeartbeat(plan::communicationCard, plan::addressOf(node, Network::communication),
-		                                       Millis(15000));
+	            [&]
+	            {
+		            payload = captureHeartbeat(plan::communicationInterface,
+		                                       plan::addressOf(node, Network::communication), Millis(15000));
 	            });
 	if (payload.empty())
 	{
@@ -49,9 +50,11 @@ std::string takenAddress(const AttackInfo& attack, HostId target)
 std::string capturedPingId(Lab& lab, HostId node)
 {
 	std::optional<std::uint16_t> id;
-	inNetworkOf(
-	    lab.node(node).host(), [&]
-	    { id = capturePing(plan::communicationCard, plan::addressOf(node, Network::communication), Millis(15000)); });
+	inNetworkOf(lab.node(node).host(),
+	            [&] {
+		            id = capturePing(plan::communicationInterface, plan::addressOf(node, Network::communication),
+		                             Millis(15000));
+	            });
 	if (!id)
 	{
 		throw LabError("no ping of " + nodeText(node) + " was captured");
@@ -83,7 +86,7 @@ void prepareHost(Lab& lab, const AttackInfo& attack, HostId target)
 	if (attack.overService)
 	{
 		commands += std::string("; ip route replace ") + plan::addressOf(target, Network::communication) + " via " +
-		            plan::addressOf(target, Network::service) + " dev " + plan::serviceCard;
+		            plan::addressOf(target, Network::service) + " dev " + plan::serviceInterface;
 	}
 	runOrThrow({{"sh", "-ec", commands}, {}, lab.attacker().inside()});
 	if (attack.bareTarget)

@@ -248,7 +248,7 @@ constexpr std::array<AttackInfo, 30> attacks{{
      .leastTries = highestPort},
     {.name = "replay",
      .carryOut = forged,
-     .what = "a heartbeat overheard on a node's card, sent again",
+     .what = "a heartbeat overheard on a node's interface, sent again",
      .goal = receivedOnce},
     {.name = "forged", .carryOut = forged, .what = "one heartbeat that no agent sent", .goal = receivedOnce},
     {.name = "forged-service",

@@ -44,7 +44,7 @@ struct Value
 
 std::vector<Value> valuesOf(HostId node)
 {
-	return {{"interface", "INTERFACE", plan::communicationCard},
+	return {{"interface", "INTERFACE", plan::communicationInterface},
 	        {"port", "PORT", std::to_string(plan::heartbeatPort)},
 	        {"address", "ADDRESS", onCommunication(node)},
 	        {"partner", "PARTNER", onCommunication(otherNode(node))},
@@ -108,7 +108,7 @@ std::string iptablesRules(HostId node, const HardwareAddresses& hardware)
 std::string hardwareOn(Lab& lab, HostId host)
 {
 	const CommandResult shown =
-	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationCard + "/address"});
+	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationInterface + "/address"});
 	if (!shown.ok())
 	{
 		throw LabError("the interface of " + std::string(nameOf(host)) + " has no address: " + shown.output);
@@ -123,7 +123,7 @@ void fixNeighbours(Lab& lab, HostId host)
 		if (other != host)
 		{
 			runOrThrow({{"ip", "neigh", "replace", onCommunication(other), "lladdr", hardwareOn(lab, other), "nud",
-			             "permanent", "dev", plan::communicationCard},
+			             "permanent", "dev", plan::communicationInterface},
 			            {},
 			            lab.host(host).inside()});
 		}

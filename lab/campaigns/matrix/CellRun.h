@@ -22,7 +22,7 @@ struct CellPlan
 };
 
 /// Makes a lab, lets the cell's node serve, injects, watches, repairs, watches.
-/// What is not as expected, a fault that found no place included, is told in
+/// What is not as expected, a fault that found no place included, is reported in
 /// differences; nothing is thrown for it.
 /// @throws LabError when no lab can be made
 RunRecord runCell(const CellPlan& plan);

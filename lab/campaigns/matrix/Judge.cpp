@@ -43,7 +43,7 @@ std::string orNothing(const std::string& text)
 	return text.empty() ? "none" : text;
 }
 
-/// Told with what was seen, and what was wanted.
+/// Reported with what was seen, and what was wanted.
 using Tell = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
 
 /// No more than the bound allows; the lab's own work is excused where there is an outage at all.

@@ -22,7 +22,7 @@ public:
 	/// still the same.
 	/// @param atRest  no fault is about
 	void look(bool atRest);
-	/// A sample of both agents, after a look. Which descriptors are kept is told when that
+	/// A sample of both agents, after a look. Which descriptors are kept is reported when that
 	/// was the fifth look since the sample before: two samples at once meet a connection, or
 	/// a listening socket, that is about to be closed.
 	void sample(bool atRest);

@@ -55,7 +55,7 @@ struct Results
 ///        series from the beginning to the end
 std::vector<FaultKind> kindsFor(const std::vector<FaultKind>& forChaos, bool restarts);
 
-/// @param told  a line for whoever looks on
+/// @param reported  a line for whoever looks on
 /// @throws LabError when there is no pair, or no time for a warm-up
 Results runSoak(const Options& options, const std::function<void(const std::string&)>& report);
 

@@ -1,7 +1,7 @@
 /// What a soak sees of one agent, and whether it grows.
 ///
 /// A series is all samples of one process of the agent, from its start or the
-/// soak's to its end. The bounds are told before anything is measured.
+/// soak's to its end. The bounds are reported before anything is measured.
 ///
 /// - Memory is judged by a straight line through the samples (least squares), after
 ///   a warm-up in which buffers find their size. What the line rises by may be as

@@ -58,7 +58,7 @@ TEST_F(SenderFatal, TheTimeOutIsReadBeforeThePortIsJudged)
 	EXPECT_NO_NUMBER(runReporting(), "AGENT.MAX_HEART_BEAT_RECEIING_TIME");
 }
 
-TEST_F(SenderFatal, OfTheMissingAddressAndPortTheAddressIsTold)
+TEST_F(SenderFatal, OfTheMissingAddressAndPortTheAddressIsReported)
 {
 	settings.remove("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT");
 	removeSetting("AGENT.PARTNER_IP");

@@ -54,7 +54,7 @@ protected:
 		DaemonTest::TearDown();
 	}
 
-	/// The construction, told on standard error: no line and no command comes before
+	/// The construction, reported on standard error: no line and no command comes before
 	/// the script is written.
 	static void makeAgent()
 	{

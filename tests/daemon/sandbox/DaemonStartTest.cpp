@@ -166,7 +166,7 @@ TEST_F(Daemon, KeepsStreamsDirectoryMaskGroupSessionAndSignals)
 	EXPECT_EQ(statusField(status, "SigIgn"), statusField("\n" + sandbox::readFile("/proc/self/status"), "SigIgn"));
 }
 
-TEST_F(Daemon, EndsWhenItIsToldToAndLeavesThePidFile)
+TEST_F(Daemon, EndsWhenItIsReportedToAndLeavesThePidFile)
 {
 	DaemonProcess daemon;
 	startAndWaitForWorkers(daemon);

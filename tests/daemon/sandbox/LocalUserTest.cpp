@@ -267,9 +267,9 @@ void speak(std::atomic<int>& heard)
 int counted(const std::string& command, const std::string& beginning)
 {
 	sandbox::shell(command + " >/usr/velarix/counted");
-	const std::string told = sandbox::readFile("/usr/velarix/counted");
-	const std::size_t at = told.find(beginning);
-	return at == std::string::npos ? -1 : std::atoi(told.c_str() + at + beginning.size());
+	const std::string reported = sandbox::readFile("/usr/velarix/counted");
+	const std::size_t at = reported.find(beginning);
+	return at == std::string::npos ? -1 : std::atoi(reported.c_str() + at + beginning.size());
 }
 
 /// The user speaks as the partner until the rules are loaded; root's agents are not meant.

@@ -279,7 +279,7 @@ TEST_F(ProcDirectory, AFileAndALinkAreSkippedEvenUnderANumber)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(ProcDirectory, AnEntryWhoseTypeIsNotToldIsSkipped)
+TEST_F(ProcDirectory, AnEntryWhoseTypeIsNotReportedIsSkipped)
 {
 	process("5", "Name:\tserver\n");
 	EXPECT_TRUE(isRunning());

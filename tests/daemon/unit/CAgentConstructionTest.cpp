@@ -29,7 +29,7 @@ protected:
 		return events::all();
 	}
 
-	/// The construction, told on standard error.
+	/// The construction, reported on standard error.
 	static void makeAgentReporting()
 	{
 		reportEverything();

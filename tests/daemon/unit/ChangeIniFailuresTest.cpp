@@ -83,7 +83,7 @@ void expectOthersGoOn()
 
 /// A real failure of the write alone, as on a disk that fills up between the file's
 /// emptying and its new bytes.
-TEST_F(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsTold)
+TEST_F(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsReported)
 {
 	inOwnProcess(
 	    []

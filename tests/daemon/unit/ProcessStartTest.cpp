@@ -1,5 +1,5 @@
 // How the receiver and the sender start the programs and record the time, and their
-// smaller operations that are no part of their loops. What both promise is told once.
+// smaller operations that are no part of their loops. What both promise is reported once.
 
 #include <atomic>
 #include <ctime>

@@ -80,7 +80,7 @@ TEST_F(RunInfoRecord, AComparisonWithoutTheKeyLeavesTheExceptionToTheCallerAndTh
 	    });
 }
 
-TEST_F(RunInfoRecord, AWriterIsNotToldThatTheEditorFailed)
+TEST_F(RunInfoRecord, AWriterIsNotReportedThatTheEditorFailed)
 {
 	inOwnProcess(
 	    [this]
