@@ -1,11 +1,10 @@
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/render/StatusJson.h"
 #include "ctl/render/StatusText.h"
 #include "ctl/status/Judgement.h"
 #include "ctl/status/NodeState.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 
 namespace velarix::ctl
@@ -51,10 +50,10 @@ ExitCode runStatus(bool json, const Context& context)
 
 void addStatus(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("status", "how this node and its pair are now, and whether a failover works");
 	const auto json = std::make_shared<bool>(false);
-	verb->add_flag("--json", *json, "print it as JSON");
-	verb->callback([json, &context] { context.action = [json, &context] { return runStatus(*json, context); }; });
+	Verb(app, "status", "how this node and its pair are now, and whether a failover works")
+	    .flag("--json", *json, "print it as JSON")
+	    .run(context, [json, &context] { return runStatus(*json, context); });
 }
 
 } // namespace velarix::ctl
