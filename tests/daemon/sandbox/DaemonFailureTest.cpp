@@ -1,12 +1,9 @@
 // The real daemon when something that it needs is missing or broken.
 
-#include <csignal>
 #include <fstream>
 
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <Poco/Net/NetException.h>
 #include <Poco/Net/ServerSocket.h>
@@ -14,18 +11,9 @@
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
-#include "Sandbox.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
 
-using testing::AllOf;
-using testing::Contains;
 using testing::ContainsRegex;
-using testing::ElementsAre;
 using testing::EndsWith;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::Not;
 using namespace std::chrono_literals;
 
 namespace
@@ -42,17 +30,6 @@ void markEveryCommand(Settings& settings)
 	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "echo stop >> /usr/velarix/marks");
 	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "echo kill >> /usr/velarix/marks");
 }
-
-/// A disk of its own for the log, 256 KiB.
-class SmallLogDisk
-{
-public:
-	SmallLogDisk() { EXPECT_EQ(::mount("tmpfs", "/usr/velarix/log", "tmpfs", 0, "size=256k"), 0); }
-	~SmallLogDisk() { ::umount2("/usr/velarix/log", MNT_DETACH); }
-
-	SmallLogDisk(const SmallLogDisk&) = delete;
-	SmallLogDisk& operator=(const SmallLogDisk&) = delete;
-};
 
 /// Accepts one heartbeat.
 /// @return whether one came within ten seconds
@@ -84,17 +61,6 @@ TEST_F(DaemonFailure, AMissingRoleEndsItBeforeItTouchesTheNode)
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), pid);
 	EXPECT_EQ(sandbox::readFile("/usr/velarix/marks"), "");
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
-}
-
-TEST_F(DaemonFailure, APidFileThatCannotBeWrittenIsSaidInOneLineAndEndsItUnlogged)
-{
-	ASSERT_EQ(::mkdir(velarix::kPidPath, 0755), 0);
-	DaemonProcess daemon;
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_EQ(daemon.waitForEnd(10s), kAborted);
-	EXPECT_EQ(daemon.output(), kFarewell);
-	EXPECT_EQ(daemon.errors(), "VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: Is a directory\n");
-	EXPECT_NE(::access(kLogPath, F_OK), 0);
 }
 
 TEST_F(DaemonFailure, ARunScriptWithoutAnInodeEndsItBeforeItTouchesTheNode)
@@ -146,53 +112,6 @@ TEST_F(DaemonFailure, ALogThatCannotBeOpenedIsSaidAndTheDaemonGoesOn)
 	EXPECT_TRUE(hear(partner));
 	EXPECT_EQ(daemon.threads(), 4);
 	EXPECT_NE(::access("/usr/velarix/noSuchDirectory", F_OK), 0);
-}
-
-TEST_F(DaemonFailure, ALogWhoseFirstLineIsCutDoesNotKeepItFromStarting)
-{
-	settings.set("LOG.PATH", "/usr/velarix/log/cut.log");
-	apply();
-	sandbox::writeFile("/usr/velarix/log/cut.log", "# Log file created/rotated Sunday, 22 N");
-	Poco::Net::ServerSocket partner(Poco::Net::SocketAddress("127.0.0.1", 7002));
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	EXPECT_TRUE(hear(partner));
-	EXPECT_EQ(daemon.threads(), 4);
-	sandbox::shell("grep -qx '# Log file created/rotated Sunday, 22 N' /usr/velarix/log/cut.log.2* &&"
-	               " grep -q 'CAgent:25] <D> stop virtual ip, process' /usr/velarix/log/cut.log");
-}
-
-TEST_F(DaemonFailure, AFullLogDiskEndsTheReceiverInSilenceWhileTheSenderGoesOn)
-{
-	const SmallLogDisk disk;
-	Poco::Net::ServerSocket partner(Poco::Net::SocketAddress("127.0.0.1", 7002));
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	ASSERT_TRUE(hear(partner));
-	std::ofstream filler("/usr/velarix/log/filler", std::ios::binary);
-	filler << std::string(512 * 1024, 'x') << std::flush;
-	ASSERT_FALSE(filler.good());
-	ASSERT_TRUE(waitFor(
-	    [&]
-	    {
-		    hear(partner);
-		    return daemon.threads() == 3;
-	    },
-	    60s, "end of the receiver", [&] { return std::to_string(daemon.threads()) + " threads"; }));
-	for (int i = 0; i < 3; ++i)
-	{
-		EXPECT_TRUE(hear(partner));
-	}
-	EXPECT_EQ(daemon.threads(), 3);
-	EXPECT_EQ(daemon.waitForEnd(0ms), -1);
-	EXPECT_THROW(Poco::Net::StreamSocket(Poco::Net::SocketAddress("127.0.0.1", 7001)),
-	             Poco::Net::ConnectionRefusedException);
-	EXPECT_THAT(
-	    daemon.errors(),
-	    AllOf(ContainsRegex(
-	              "\\*\\*ERROR\\*\\*\\(CHeartSender:128\\)(Cannot write file|File access error: no space left on "
-	              "device): /usr/velarix/log/velarix.log\\[noName\\]\n"),
-	          Not(HasSubstr("Assertion")), Not(HasSubstr("terminate"))));
 }
 
 TEST_F(DaemonFailure, AProcessTableThatIsFullIsSaidWithStatusZero)

@@ -1,18 +1,9 @@
 #include "DaemonProcess.h"
 
 #include <cerrno>
-#include <csignal>
-#include <filesystem>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include "Sandbox.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;

@@ -1,13 +1,7 @@
 /// The real daemon, started as an operator starts it, from its installed place.
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <string>
-
 #include <sys/types.h>
-
-#include <gtest/gtest.h>
 
 #include "Daemon.h"
 #include "ToolThreads.h"

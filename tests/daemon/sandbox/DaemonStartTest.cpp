@@ -1,44 +1,20 @@
 // The real daemon from its start to its running workers.
 
-#include <algorithm>
-#include <csignal>
-#include <filesystem>
-
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <Poco/Net/ServerSocket.h>
-#include <Poco/Net/StreamSocket.h>
 #include <Poco/String.h>
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
 #include "Peer.h"
-#include "Sandbox.h"
-#include "Utilities.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::Not;
-using testing::StartsWith;
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 namespace fs = std::filesystem;
 
 namespace
 {
 
 using Daemon = DaemonSandbox;
-
-bool exists(const std::string& path)
-{
-	return ::access(path.c_str(), F_OK) == 0;
-}
 
 /// @return the events of the daemon's main thread so far
 std::vector<std::string> mainThreadEvents()
@@ -68,17 +44,6 @@ std::string groupSessionAndTerminal(const std::string& stat)
 	return group + " " + session + " " + terminal;
 }
 
-TEST_F(Daemon, WritesItsPidAfterAboutTwoSecondsAndNothingBeforeThat)
-{
-	DaemonProcess daemon;
-	const auto begin = Clock::now();
-	EXPECT_EQ(daemon.start(), 0);
-	EXPECT_FALSE(exists(velarix::kPidPath));
-	EXPECT_TRUE(waitFor([] { return !sandbox::readFile(velarix::kPidPath).empty(); }, 30s, "pid file"));
-	EXPECT_GE(Clock::now() - begin, 2000ms);
-	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(daemon.pid()));
-}
-
 TEST_F(Daemon, LogsItsStartOnTheMainThreadInThisOrderAndNothingElse)
 {
 	// It starts as slave whatever its configured role.
@@ -99,40 +64,6 @@ TEST_F(Daemon, LogsItsStartOnTheMainThreadInThisOrderAndNothingElse)
 	{
 		EXPECT_EQ(line.process, daemon.pid());
 	}
-}
-
-TEST_F(Daemon, DropsTheAddressAndKillsTheProgramsBeforeAnyWorkerExists)
-{
-	// Each command notes how many threads its parent has.
-	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "echo stop $(ls /proc/$PPID/task | wc -l) >> /usr/velarix/marks");
-	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "echo kill $(ls /proc/$PPID/task | wc -l) >> /usr/velarix/marks");
-	apply();
-	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	const std::string alone = std::to_string(1 + kToolThreadsAtFirst);
-	EXPECT_EQ(sandbox::readFile("/usr/velarix/marks"), "stop " + alone + "\nkill " + alone + " noSuchServer\n");
-	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "cd /opt/app/bin/\n/opt/app/bin/noSuchServer &\n");
-}
-
-TEST_F(Daemon, RecordsItsStartAndTellsItThePartnerInItsFirstHeartbeat)
-{
-	Poco::Net::ServerSocket partner(Poco::Net::SocketAddress("127.0.0.1", 7002));
-	const std::string before = getCurrentTime();
-	DaemonProcess daemon;
-	startAndWaitForWorkers(daemon);
-	const std::string time = recordedStart();
-	EXPECT_THAT(time, MatchesRegex("[0-9]{14}"));
-	EXPECT_GE(time, before);
-	EXPECT_LE(time, getCurrentTime());
-	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), "[TRACE]\nLAST_RUN_TIME = " + time +
-	                                                        "\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-	                                                        "SLAVE_LAST_RUN_TIME = 20240102000000\n");
-	ASSERT_TRUE(partner.poll(Poco::Timespan(10, 0), Poco::Net::Socket::SELECT_READ));
-	Poco::Net::StreamSocket connection = partner.acceptConnection();
-	char text[256];
-	const int size = connection.receiveBytes(text, sizeof text);
-	EXPECT_EQ(std::string(text, static_cast<std::size_t>(size)), "/process/0/2/" + time + "/0/");
 }
 
 TEST_F(Daemon, KeepsStreamsDirectoryMaskGroupSessionAndSignals)

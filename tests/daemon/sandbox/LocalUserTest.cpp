@@ -2,10 +2,7 @@
 // him from it.
 
 #include <atomic>
-#include <csignal>
-#include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <new>
 
@@ -14,20 +11,13 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <Poco/String.h>
 
 #include "DaemonProcess.h"
 #include "LogFile.h"
 #include "Peer.h"
-#include "Sandbox.h"
-#include "WaitFor.h"
 
-using testing::Contains;
-using testing::HasSubstr;
-using testing::Not;
 using namespace std::chrono_literals;
 
 namespace

@@ -1,18 +1,14 @@
 // The log on a file system that is really full.
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <Poco/String.h>
 
 #include "Console.h"
 #include "Daemon.h"
 #include "LogFile.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
 
 using testing::AnyOf;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace
 {

@@ -1,7 +1,5 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <ctime>
 
 #include <Poco/AutoPtr.h>
@@ -15,14 +13,8 @@
 #include "Daemon.h"
 #include "LogFile.h"
 #include "LogFileChannel.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::UnorderedElementsAre;
 
 namespace

@@ -8,13 +8,8 @@
 
 #include <linux/capability.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include "Daemon.h"
-#include "Sandbox.h"
-#include "Utill.h"
-
-using testing::ElementsAre;
 
 namespace
 {

@@ -1,30 +1,14 @@
 // The script behind the systemd unit and the init script, with the real agent; velarixctl
 // is a stand-in that accepts everything. How systemd takes it: tests/package.
 
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <Poco/DateTimeFormat.h>
 #include <Poco/DateTimeFormatter.h>
 #include <Poco/Timestamp.h>
 
 #include "DaemonProcess.h"
-#include "Sandbox.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
 
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::MatchesRegex;
-using testing::StartsWith;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
@@ -34,8 +18,6 @@ namespace
 constexpr char kService[] = "/usr/libexec/velarix-ha/service";
 constexpr char kTools[] = "/usr/velarix/tools";
 constexpr char kLog[] = "/usr/velarix/log/velarix.log";
-constexpr uid_t kUser = 61234;
-constexpr int kFailed = 1;
 constexpr int kNotRunning = 3;
 constexpr int kWrongSettings = 78;
 
@@ -81,18 +63,6 @@ std::vector<pid_t> agents()
 	return found;
 }
 
-/// A disk without any room over the directory of the pid file.
-class FullPidDisk
-{
-public:
-	FullPidDisk() { sandbox::shell("mount -t tmpfs -o size=4k full /usr/velarix/pid && " + std::string(kFill)); }
-	~FullPidDisk() { sandbox::shell("umount -l /usr/velarix/pid"); }
-	FullPidDisk(const FullPidDisk&) = delete;
-	FullPidDisk& operator=(const FullPidDisk&) = delete;
-
-	static constexpr char kFill[] = "head -c 4096 /dev/zero >/usr/velarix/pid/other";
-};
-
 class ServiceScript : public DaemonSandbox
 {
 protected:
@@ -125,88 +95,9 @@ protected:
 	}
 };
 
-/// A user may run the agent's program, and stop it within its first two seconds.
-class UsersStoppedAgent
-{
-public:
-	UsersStoppedAgent()
-	{
-		const pid_t launcher = ::fork();
-		if (launcher == 0)
-		{
-			[[maybe_unused]] const bool changed = ::setgid(kUser) == 0 && ::setuid(kUser) == 0;
-			::execl("/usr/velarix/bin/VelarixHA", "VelarixHA", nullptr);
-			::_exit(126);
-		}
-		::waitpid(launcher, nullptr, 0);
-		const std::vector<pid_t> found = agents();
-		EXPECT_EQ(found.size(), 1U);
-		m_pid = found.empty() ? 0 : found.front();
-		EXPECT_EQ(::kill(m_pid, SIGSTOP), 0);
-		EXPECT_THAT(sandbox::readFile("/proc/" + std::to_string(m_pid) + "/status"), HasSubstr("\nUid:\t61234\t"));
-	}
-
-	pid_t pid() const { return m_pid; }
-
-private:
-	pid_t m_pid = 0;
-};
-
-TEST_F(ServiceScript, AUsersProcessThatRunsTheProgramIsNoAgent)
-{
-	const UsersStoppedAgent user;
-	EXPECT_EQ(service("status").status, kNotRunning);
-	const Outcome started = service("start");
-	EXPECT_EQ(started.status, 0) << started.text;
-	const std::string pid = sandbox::readFile(velarix::kPidPath);
-	EXPECT_NE(pid, std::to_string(user.pid()));
-	EXPECT_EQ(service("status").text, "velarix-ha: runs (pid " + pid + ")\n");
-	// Nor does its number in the pid file make it one.
-	sandbox::writeFile(velarix::kPidPath, std::to_string(user.pid()));
-	EXPECT_EQ(service("status").text, "velarix-ha: runs (pid " + pid + ")\n");
-	EXPECT_EQ(service("stop").status, 0);
-	EXPECT_THAT(agents(), ElementsAre(user.pid()));
-}
-
-TEST_F(ServiceScript, WithoutRoomForThePidFileNothingIsStarted)
-{
-	const FullPidDisk disk;
-	for (const char* verb : {"prepare", "start"})
-	{
-		const Outcome outcome = service(verb);
-		EXPECT_EQ(outcome.status, kFailed);
-		EXPECT_THAT(outcome.text, HasSubstr("velarix-ha: not started: the agent would be without a pid file: "));
-		EXPECT_THAT(agents(), IsEmpty());
-		EXPECT_NE(::access(velarix::kPidPath, F_OK), 0);
-	}
-}
-
-TEST_F(ServiceScript, AnAgentWhosePidFoundNoRoomIsEndedAgain)
-{
-	sandbox::shell("mount -t tmpfs -o size=4k full /usr/velarix/pid");
-	installTool("setsid", std::string(FullPidDisk::kFill) + "; exec /usr/bin/setsid \"$@\"");
-	const Outcome outcome = service("start");
-	sandbox::shell("umount -l /usr/velarix/pid");
-	EXPECT_EQ(outcome.status, kFailed);
-	EXPECT_THAT(outcome.text,
-	            MatchesRegex("(.|\n)*velarix-ha: the agent \\(pid [0-9]+\\) is ended again: there is no room "
-	                         "for its pid in /usr/velarix/pid/VelarixHA.pid\n(.|\n)*"));
-	EXPECT_THAT(agents(), IsEmpty());
-}
-
-TEST_F(ServiceScript, TheUnitsAgentWhosePidFoundNoRoomIsEndedAgain)
-{
-	const FullPidDisk disk;
-	const Outcome outcome = service("launch");
-	EXPECT_EQ(outcome.status, kFailed);
-	EXPECT_THAT(outcome.text, HasSubstr("is ended again: there is no room for its pid in"));
-	EXPECT_THAT(agents(), IsEmpty());
-	EXPECT_NE(::access(velarix::kPidPath, F_OK), 0);
-}
-
 TEST_F(ServiceScript, AnAgentWithAnEmptyPidFileIsFoundAndEnded)
 {
-	const FullPidDisk disk;
+	sandbox::shell("mount -t tmpfs -o size=4k full /usr/velarix/pid && head -c 4096 /dev/zero >/usr/velarix/pid/other");
 	DaemonProcess daemon;
 	startAndWaitForWorkers(daemon);
 	ASSERT_EQ(fs::file_size(velarix::kPidPath), 0U);
@@ -216,24 +107,7 @@ TEST_F(ServiceScript, AnAgentWithAnEmptyPidFileIsFoundAndEnded)
 	                               HasSubstr("its pid file /usr/velarix/pid/VelarixHA.pid is missing or empty")));
 	EXPECT_EQ(service("stop").status, 0);
 	EXPECT_EQ(daemon.waitForEnd(0ms), 128 + SIGTERM);
-}
-
-TEST_F(ServiceScript, TheUnitsStartIsCompleteWithThePidFileWhichNobodyButRootMayWrite)
-{
-	const Outcome outcome = run("umask 0; " + std::string(kService) + " launch");
-	EXPECT_EQ(outcome.status, 0) << outcome.text;
-	EXPECT_THAT(agents(), ElementsAre(std::stoi(sandbox::readFile(velarix::kPidPath))));
-	struct stat facts
-	{
-	};
-	ASSERT_EQ(::stat(velarix::kPidPath, &facts), 0);
-	EXPECT_EQ(facts.st_mode & 07777U, 0644U);
-}
-
-TEST_F(ServiceScript, AUnitStoppedBeforeItsStartIsCompleteLeavesNoAgent)
-{
-	EXPECT_EQ(run("timeout --foreground 1 " + std::string(kService) + " launch").status, 124);
-	EXPECT_TRUE(waitFor([] { return agents().empty(); }, 10s, "the end of the agent"));
+	sandbox::shell("umount -l /usr/velarix/pid");
 }
 
 #ifdef VELARIX_RELEASE
