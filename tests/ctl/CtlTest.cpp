@@ -1,10 +1,5 @@
 #include "CtlTest.h"
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-
 #include "ctl/Program.h"
 
 namespace fs = std::filesystem;

@@ -2,16 +2,26 @@
 /// node's disk, the program run inside the test, golden files.
 #pragma once
 
-#include <chrono>
+#include <algorithm>
+#include <array>
 #include <filesystem>
-#include <string>
-#include <vector>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "FakeHost.h"
+#include "FakeMachine.h"
+#include "LogTestSupport.h"
+#include "RowName.h"
 #include "inspect/Paths.h"
+
+using testing::AllOf, testing::Contains, testing::ElementsAre, testing::EndsWith, testing::HasSubstr;
+using testing::IsEmpty, testing::Not, testing::SizeIs, testing::StartsWith;
 
 /// What one run of the program gave.
 struct Outcome

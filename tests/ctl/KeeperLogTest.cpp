@@ -1,17 +1,13 @@
 // The keeper's log beside the agent's, and what its words mean.
 
-#include <fstream>
 #include <regex>
-#include <set>
 
 #include "CtlTest.h"
-#include "LogTestSupport.h"
 #include "NodeLog.h"
 #include "ctl/history/KeeperLog.h"
 
 using namespace std::chrono_literals;
 using namespace velarix::ctl;
-using testing::HasSubstr;
 
 namespace fs = std::filesystem;
 

@@ -1,9 +1,6 @@
 // The reader of the settings: the library's values, our lines.
 
 #include <regex>
-#include <set>
-
-#include <sys/stat.h>
 
 #include <Poco/Exception.h>
 
@@ -14,7 +11,6 @@
 #include "inspect/SettingsKeys.h"
 
 using namespace velarix::inspect;
-using testing::ElementsAre;
 
 namespace
 {
@@ -125,13 +121,9 @@ TEST(SettingsLines, FollowTheLibrarysRules)
 	// clang-format on
 }
 
-TEST_F(InputFiles, AMissingFileIsNoInput)
+TEST_F(InputFiles, AMissingFileAndADirectoryAreNoInput)
 {
 	EXPECT_EQ(codeOf([&] { SettingsFile::load(root() / "none.ini"); }), ExitCode::noInput);
-}
-
-TEST_F(InputFiles, ADirectoryIsNoInput)
-{
 	EXPECT_EQ(codeOf([&] { SettingsFile::load(root()); }), ExitCode::noInput);
 }
 
@@ -214,21 +206,13 @@ TEST_F(PathsBelowARoot, AreNotLeftByLinksOrDots)
 	}
 }
 
-TEST_F(PathsBelowARoot, LeadTheFixedFilesNowhereElse)
+TEST_F(PathsBelowARoot, LeadTheFixedFilesNowhereElseAndEndWhereLinksDoNot)
 {
 	link("/etc/passwd", "/usr/velarix/pid/VelarixHA.pid");
 	EXPECT_EQ(elsewhere().pid, below("/etc/passwd"));
-}
-
-TEST_F(PathsBelowARoot, EndWithAChainOfLinksThatDoesNot)
-{
 	link("two", "/one");
 	link("one", "/two");
 	EXPECT_THROW(elsewhere().below("/one"), Failure);
-}
-
-TEST_F(PathsBelowARoot, OfTheRunningSystemAreAsTheyAreWritten)
-{
 	EXPECT_EQ(Paths().below("/a/../b"), "/a/../b");
 }
 
