@@ -82,11 +82,12 @@ TEST_IN_OWN_PROCESS(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNob
 	initialization editor;
 	editor.loadFile(kFile);
 	std::signal(SIGXFSZ, SIG_IGN);
-	const rlimit nothing{0, RLIM_INFINITY};
+	rlimit before{};
+	ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+	const rlimit nothing{0, before.rlim_max};
 	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &nothing), 0);
 	const bool done = editor.changeINI("T.K", "2");
-	const rlimit all{RLIM_INFINITY, RLIM_INFINITY};
-	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &all), 0);
+	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
 	EXPECT_TRUE(done);
 	EXPECT_EQ(sandbox::readFile(kFile), "");
 }
