@@ -74,6 +74,9 @@ private:
 /// @return the whole file
 std::string readFile(const std::filesystem::path& path);
 
+/// @return what stands between `before` and the next `after`, wherever that is
+std::set<std::string> allBetween(const std::string& text, const std::string& before, const std::string& after);
+
 /// Expects the text to be that of the golden file tests/ctl/golden/NAME.
 /// VELARIX_GOLDEN=write in the environment writes the file instead and fails.
 void expectGolden(const std::string& name, const std::string& text);

@@ -75,7 +75,7 @@ struct Row
 {
 	const char* name;
 	std::vector<std::string> expected;
-	std::function<void(Node&)> change;
+	void (*change)(Node&);
 };
 
 // clang-format off

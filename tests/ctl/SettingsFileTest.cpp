@@ -1,7 +1,5 @@
 // The reader of the settings: the library's values, our lines.
 
-#include <regex>
-
 #include <Poco/Exception.h>
 
 #include "CtlTest.h"
@@ -238,18 +236,17 @@ TEST(SettingsKeys, ProgramsAreNumberedFromOne)
 /// What the daemon's sources name is what the table has, in both directions.
 TEST(SettingsKeys, TheTableHasTheKeysOfTheDaemon)
 {
-	const std::regex name("\"((?:AGENT|PROCESS_CHECK|ADVENCE|LOG)\\.[A-Z_]+)\"");
 	std::set<std::string> sources;
 	for (const auto& entry : std::filesystem::recursive_directory_iterator(VELARIX_DAEMON_SOURCES))
 	{
-		if (entry.path().extension() != ".cpp")
+		for (const char* section : {"AGENT.", "PROCESS_CHECK.", "ADVENCE.", "LOG."})
 		{
-			continue;
-		}
-		const std::string text = readFile(entry.path());
-		for (std::sregex_iterator it(text.begin(), text.end(), name), end; it != end; ++it)
-		{
-			sources.insert((*it)[1]);
+			const bool isSource = entry.path().extension() == ".cpp";
+			for (const std::string& key :
+			     allBetween(isSource ? readFile(entry.path()) : "", "\"" + std::string(section), "\""))
+			{
+				sources.insert(section + key);
+			}
 		}
 	}
 	std::set<std::string> table;

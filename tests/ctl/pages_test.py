@@ -105,7 +105,8 @@ class Manual(unittest.TestCase):
 
 def offered_for(value):
     """What has to be offered for a value that the help calls so; "dirnames" and "default" ask the shell for names."""
-    return {"DIR": ["dirnames"], "FILE": ["default"], "PATH": ["default"]}.get(value, value.split("|") if "|" in value else [])
+    choices = value.split("|") if "|" in value else []
+    return {"DIR": ["dirnames"], "FILE": ["default"], "PATH": ["default"]}.get(value, choices)
 
 
 class Completion(unittest.TestCase):
@@ -124,7 +125,8 @@ class Completion(unittest.TestCase):
             self.assertEqual(sorted(offered), sorted(expected), words)
 
     def test_is_that_of_the_program(self):
-        self.assertEqual(output_of(["bash"], f"source '{COMPLETION}'; complete -p velarixctl"), "complete -F _velarixctl velarixctl\n")
+        told = output_of(["bash"], f"source '{COMPLETION}'; complete -p velarixctl")
+        self.assertEqual(told, "complete -F _velarixctl velarixctl\n")
 
     def test_offers_every_verb_and_nothing_else(self):
         verbs = OWN.verbs
@@ -170,7 +172,8 @@ class Findings(unittest.TestCase):
 
     def test_are_those_that_the_checks_can_tell(self):
         # Every name has a hyphen; the other words with one are names of packages.
-        self.assertEqual(self.listed, set(re.findall(r'"([a-z]+(?:-[a-z0-9]+)+)"', self.text_below("ctl/check"))) - {"net-tools"})
+        names = set(re.findall(r'"([a-z]+(?:-[a-z0-9]+)+)"', self.text_below("ctl/check")))
+        self.assertEqual(self.listed, names - {"net-tools"})
 
     def test_are_each_found_in_a_test(self):
         found = set(re.findall(r"\b(?:error|warning) ([a-z0-9-]+) ", self.text_below("tests/ctl")))
