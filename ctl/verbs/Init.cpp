@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -11,9 +12,11 @@
 #include "ctl/init/FirewallRules.h"
 #include "ctl/init/PairSettings.h"
 #include "ctl/init/Placement.h"
+#include "ctl/init/TunnelFiles.h"
 #include "ctl/render/CheckOutput.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/RunInfo.h"
+#include "inspect/Tunnel.h"
 
 namespace velarix::ctl
 {
@@ -109,6 +112,31 @@ void makeDirectory(const fs::path& directory)
 	}
 }
 
+/// @param places of node a and node b
+/// @return the public key of this node; empty when the files are made elsewhere
+std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& places, std::vector<NewFile>& files)
+{
+	const auto here = std::ranges::find(places, true, &NodeFiles::installed);
+	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->settings.parent_path());
+	for (const NodeName node : {NodeName::a, NodeName::b})
+	{
+		const NodeFiles& place = places[node == NodeName::a ? 0 : 1];
+		const fs::path directory = place.settings.parent_path();
+		files.push_back({directory / kTunnelFile, tunnelText(options.answers, node), false});
+		if (place.installed)
+		{
+			files.push_back({directory / kTunnelKey, keys.own + "\n", true});
+			files.push_back({directory / kTunnelPublicKey, keys.publicKey + "\n", false});
+		}
+		const std::string& partner = place.installed ? options.answers.partnerKey : keys.publicKey;
+		if (!partner.empty())
+		{
+			files.push_back({directory / kPartnerKey, partner + "\n", false});
+		}
+	}
+	return keys.publicKey;
+}
+
 ExitCode runInit(InitOptions& options, const Context& context)
 {
 	complete(options.answers, context);
@@ -131,6 +159,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
 		places.push_back(place);
 	}
+	const std::string publicKey = options.answers.wireguard ? addTunnel(options, places, files) : "";
 	if (!isSound(texts[0], texts[1], context))
 	{
 		complain(context, "nothing was written");
@@ -144,6 +173,10 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		}
 	}
 	place(files, {.force = options.force, .now = context.now()}, context.out);
+	if (!publicKey.empty())
+	{
+		context.out << "public key of this node: " << publicKey << '\n';
+	}
 	return ExitCode::fine;
 }
 
@@ -181,6 +214,18 @@ void addAnswers(CLI::App& verb, Answers& answers)
 	                "without the keeper: a program's path, without arguments; once for each")
 	    ->type_name("PATH")
 	    ->allow_extra_args(false);
+	verb.add_flag("--wireguard", answers.wireguard,
+	              "heartbeats through a WireGuard tunnel, encrypted and authenticated");
+	verb.add_option("--partner-key", answers.partnerKey, "public key of the other node's tunnel")->type_name("KEY");
+	verb.add_option("--tunnel-a", answers.tunnelA, "address of node a in the tunnel")
+	    ->type_name("ADDRESS")
+	    ->capture_default_str();
+	verb.add_option("--tunnel-b", answers.tunnelB, "address of node b in the tunnel")
+	    ->type_name("ADDRESS")
+	    ->capture_default_str();
+	verb.add_option("--tunnel-port", answers.tunnelPort, "UDP port of the tunnel, on both nodes")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 65535));
 	verb.add_option("--port", answers.port, "TCP port of the heartbeats, on both nodes")->capture_default_str();
 	verb.add_option("--interval", answers.interval, "seconds between heartbeats")->capture_default_str();
 	verb.add_option("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")
