@@ -175,6 +175,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
 	checks::service(findings, paths);
+	checks::tunnelFiles(findings);
 }
 
 void node(Findings& findings, const CheckRequest& request, const Paths& paths,

@@ -54,6 +54,8 @@ void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
 void tools(Findings& findings, const Paths& paths);
 
+/// tunnel.conf and the keys beside it.
+void tunnelFiles(Findings& findings);
 /// The options in /etc/default.
 void service(Findings& findings, const Paths& paths);
 
@@ -63,6 +65,8 @@ void service(Findings& findings, const Paths& paths);
 void machine(Findings& findings, const Paths& paths);
 /// Addresses, routes and the virtual IP's holder; a part of `machine`.
 void network(Findings& findings, const std::vector<host::Address>& addresses);
+/// The tunnel's interface, rules, way and session; a part of `machine`.
+void tunnelMachine(Findings& findings);
 /// How the start command raises the virtual IP, against what the machine has; a part of `trial`.
 void raisedAddress(Findings& findings, const host::Address& raised, const std::vector<host::Address>& addresses);
 

@@ -182,6 +182,7 @@ void machine(Findings& findings, const Paths& paths)
 {
 	interfaces(findings);
 	network(findings, host::addresses());
+	tunnelMachine(findings);
 	pings(findings);
 	ports(findings, paths);
 	logSpace(findings, paths);

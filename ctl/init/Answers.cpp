@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <istream>
 #include <ostream>
+#include <regex>
 
 #include <Poco/Net/IPAddress.h>
 #include <Poco/String.h>
@@ -174,6 +175,11 @@ std::vector<std::string> faults(const Answers& answers)
 		const std::string& answer = answers.*question.answer;
 		tell(question.option, answer.empty() ? "" : question.fault(answer));
 	}
+	tell("tunnel-a", addressFault(answers.tunnelA));
+	tell("tunnel-b", addressFault(answers.tunnelB));
+	static const std::regex key("([A-Za-z0-9+/]{43}=)?");
+	tell("partner-key", std::regex_match(answers.partnerKey, key) ? "" : "no public key of WireGuard");
+	tell("partner-key", answers.partnerKey.empty() || answers.wireguard ? "" : "without --wireguard");
 	for (const std::string& program : answers.programs)
 	{
 		tell(kProgramsOption, programFault(program));

@@ -17,6 +17,11 @@ enum class NodeName
 	b
 };
 
+constexpr NodeName otherOf(NodeName node)
+{
+	return node == NodeName::a ? NodeName::b : NodeName::a;
+}
+
 /// @return "a" or "b"
 std::string_view textOf(NodeName node);
 
@@ -53,6 +58,25 @@ struct Answers
 	int checkCycle = 1;
 	std::string log = "/usr/velarix/log/velarix.log";
 	std::string purgeAge = "30 days";
+
+	/// Heartbeats go through a WireGuard tunnel over the communication network.
+	bool wireguard = false;
+	/// Of the nodes in the tunnel: link-local, as for other tunnels between two hosts.
+	std::string tunnelA = "169.254.127.1";
+	std::string tunnelB = "169.254.127.2";
+	/// UDP, on both nodes.
+	int tunnelPort = 51820;
+	/// Public key of the partner of the node that the files are made on; empty: not known yet.
+	std::string partnerKey;
+
+	/// @return where the node's agent listens
+	const std::string& heartbeatAddress(NodeName node) const
+	{
+		const std::string& inTunnel = node == NodeName::a ? tunnelA : tunnelB;
+		return wireguard ? inTunnel : wireAddress(node);
+	}
+	/// @return the node's address on eth1
+	const std::string& wireAddress(NodeName node) const { return node == NodeName::a ? addressA : addressB; }
 };
 
 /// One thing that has no default.

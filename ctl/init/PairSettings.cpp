@@ -99,11 +99,10 @@ Values commonValues(const Answers& answers)
 
 Values valuesOf(const Answers& answers, NodeName node)
 {
-	const bool first = node == NodeName::a;
 	Values values = commonValues(answers);
 	values[key::kMode] = node == answers.master ? "1" : "2";
-	values[key::kThisServerIP] = first ? answers.addressA : answers.addressB;
-	values[key::kPartnerIP] = first ? answers.addressB : answers.addressA;
+	values[key::kThisServerIP] = answers.heartbeatAddress(node);
+	values[key::kPartnerIP] = answers.heartbeatAddress(otherOf(node));
 	return values;
 }
 

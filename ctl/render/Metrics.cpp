@@ -140,6 +140,25 @@ void addKeeper(Exposition& out, const NodeState& state)
 	}
 }
 
+void addTunnel(Exposition& out, const NodeState& state)
+{
+	if (!state.tunnel)
+	{
+		return;
+	}
+	out.single("tunnel_down", "Whether the partner answers beside the tunnel of the heartbeats and not in it.",
+	           std::optional(state.tunnel->down || !state.tunnel->present));
+	if (const std::optional<host::TunnelSession>& session = state.tunnel->session)
+	{
+		out.single("tunnel_last_handshake_timestamp_seconds", "When the tunnel's last handshake was.",
+		           epoch(session->handshake));
+		out.single("tunnel_received_bytes", "Received in the tunnel since it is up.",
+		           std::optional(static_cast<double>(session->received)));
+		out.single("tunnel_sent_bytes", "Sent in the tunnel since it is up.",
+		           std::optional(static_cast<double>(session->sent)));
+	}
+}
+
 void addKernel(Exposition& out, const NodeState& state)
 {
 	addPrograms(out, state);
@@ -159,6 +178,7 @@ void addKernel(Exposition& out, const NodeState& state)
 			out.sample(*interface->reported, {{"interface", name}, {"use", use}});
 		}
 	}
+	addTunnel(out, state);
 	out.single("gateway_reachable", "Whether the gateway answers a ping.", flag(state.gatewayAnswers));
 }
 

@@ -143,6 +143,23 @@ Json keeperJson(const NodeState& state)
 	        {"marker", state.keeper->marked == true}};
 }
 
+Json tunnelJson(const NodeState& state)
+{
+	const TunnelState& tunnel = *state.tunnel;
+	Json json{{"present", tunnel.present}, {"down", tunnel.down}, {"endpoint", tunnel.settings.endpoint}};
+	if (tunnel.session)
+	{
+		json["handshake_age_seconds"] = secondsOrNull(state.age(tunnel.session->handshake));
+		json["received_bytes"] = tunnel.session->received;
+		json["sent_bytes"] = tunnel.session->sent;
+	}
+	else
+	{
+		json["why"] = tunnel.why;
+	}
+	return json;
+}
+
 Json changeJson(const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
@@ -183,8 +200,9 @@ Json problemsJson(const Judgement& judgement)
 
 void removeTimes(Json& json)
 {
-	for (const char* name : {"time", "age_seconds", "since", "searched_to", "why", "text", "reasons",
-	                         "heartbeat_received_age_seconds", "heartbeat_sent_age_seconds", "free_bytes"})
+	for (const char* name :
+	     {"time", "age_seconds", "since", "searched_to", "why", "text", "reasons", "heartbeat_received_age_seconds",
+	      "heartbeat_sent_age_seconds", "free_bytes", "handshake_age_seconds", "received_bytes", "sent_bytes"})
 	{
 		if (json.is_object())
 		{
@@ -224,6 +242,10 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	if (state.keeper)
 	{
 		json["keeper"] = keeperJson(state);
+	}
+	if (state.tunnel)
+	{
+		json["tunnel"] = tunnelJson(state);
 	}
 	json["interfaces"] = {{kServiceInterface, figureJson(state, state.serviceInterface)},
 	                      {kCommunicationInterface, figureJson(state, state.communicationInterface)}};

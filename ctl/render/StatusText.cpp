@@ -222,6 +222,23 @@ void addKeeper(Rows& rows, const NodeState& state)
 	}
 }
 
+void addTunnel(Rows& rows, const NodeState& state)
+{
+	if (!state.tunnel)
+	{
+		return;
+	}
+	const std::optional<host::TunnelSession>& session = state.tunnel->session;
+	std::string text = "not known: " + state.tunnel->why;
+	if (session)
+	{
+		text = (session->handshake ? "last handshake " + spanText(*state.age(session->handshake)) + " ago"
+		                           : "no handshake") +
+		       ", " + std::to_string(session->received) + " bytes received, " + std::to_string(session->sent) + " sent";
+	}
+	rows.add("tunnel", text, state.tunnel->down || !state.tunnel->present ? Tone::bad : Tone::plain);
+}
+
 void addKernel(Rows& rows, const NodeState& state)
 {
 	rows.add("programs", words<Programs>(state, state.programs, programWords));
@@ -231,6 +248,7 @@ void addKernel(Rows& rows, const NodeState& state)
 	rows.add("interfaces", std::string(kServiceInterface) + " (service) " +
 	                           carrierWords(state, state.serviceInterface) + ", " + kCommunicationInterface +
 	                           " (communication) " + carrierWords(state, state.communicationInterface));
+	addTunnel(rows, state);
 	rows.add("gateway",
 	         named(state, key::kGatewayIP) +
 	             words<bool>(state, state.gatewayAnswers,

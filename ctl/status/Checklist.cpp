@@ -260,6 +260,25 @@ void Checklist::keeper()
 	}
 }
 
+void Checklist::tunnel()
+{
+	if (!m_state.tunnel || m_state.tunnel->settings.endpoint.empty())
+	{
+		return;
+	}
+	if (!m_state.tunnel->present)
+	{
+		add("tunnel-missing", Grade::critical, kBlocks,
+		    "the heartbeats have no way: there is no interface wg-ha; systemctl status velarix-tunnel");
+	}
+	else if (m_state.tunnel->down)
+	{
+		add("tunnel-down", Grade::critical, kBlocks,
+		    "the tunnel is down, the cable is not: the partner answers at " + m_state.tunnel->settings.endpoint +
+		        " and not in the tunnel, and each node takes the other for dead; velarixctl check tells more");
+	}
+}
+
 void Checklist::workers()
 {
 	const Snapshot& snapshot = m_state.snapshot();

@@ -29,6 +29,9 @@ public:
 	/// What the keeper sees, which holds the address and runs the services.
 	void keeper();
 
+	/// The way of the heartbeats, where it is a tunnel.
+	void tunnel();
+
 	/// The others need a known role.
 	void workers();
 	void interfaces();

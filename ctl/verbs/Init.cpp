@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -10,10 +11,12 @@
 #include "ctl/init/FirewallRules.h"
 #include "ctl/init/PairSettings.h"
 #include "ctl/init/Placement.h"
+#include "ctl/init/TunnelFiles.h"
 #include "ctl/render/CheckOutput.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/RunInfo.h"
+#include "inspect/Tunnel.h"
 
 namespace velarix::ctl
 {
@@ -24,6 +27,8 @@ namespace
 {
 
 namespace fs = std::filesystem;
+
+constexpr int kLastPort = 65535;
 
 struct InitOptions
 {
@@ -109,6 +114,31 @@ void makeDirectory(const fs::path& directory)
 	}
 }
 
+/// @param places of node a and node b
+/// @return the public key of this node; empty when the files are made elsewhere
+std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& places, std::vector<NewFile>& files)
+{
+	const auto here = std::ranges::find(places, true, &NodeFiles::installed);
+	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->settings.parent_path());
+	for (const NodeName node : {NodeName::a, NodeName::b})
+	{
+		const NodeFiles& place = places[node == NodeName::a ? 0 : 1];
+		const fs::path directory = place.settings.parent_path();
+		files.push_back({directory / kTunnelFile, tunnelText(options.answers, node), false});
+		if (place.installed)
+		{
+			files.push_back({directory / kTunnelKey, keys.own + "\n", true});
+			files.push_back({directory / kTunnelPublicKey, keys.publicKey + "\n", false});
+		}
+		const std::string& partner = place.installed ? options.answers.partnerKey : keys.publicKey;
+		if (!partner.empty())
+		{
+			files.push_back({directory / kPartnerKey, partner + "\n", false});
+		}
+	}
+	return keys.publicKey;
+}
+
 ExitCode runInit(InitOptions& options, const Context& context)
 {
 	complete(options.answers, context);
@@ -131,6 +161,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
 		places.push_back(place);
 	}
+	const std::string publicKey = options.answers.wireguard ? addTunnel(options, places, files) : "";
 	if (!isSound(texts[0], texts[1], context))
 	{
 		complain(context, "nothing was written");
@@ -144,6 +175,10 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		}
 	}
 	place(files, {.force = options.force, .now = context.now()}, context.out);
+	if (!publicKey.empty())
+	{
+		context.out << "public key of this node: " << publicKey << '\n';
+	}
 	return ExitCode::fine;
 }
 
@@ -168,6 +203,11 @@ void addAnswers(Verb& verb, Answers& answers)
 	}
 	verb.list("--program", answers.programs, "PATH",
 	          "without the keeper: a program's path, without arguments; once for each")
+	    .flag("--wireguard", answers.wireguard, "heartbeats through a WireGuard tunnel, encrypted and authenticated")
+	    .option("--partner-key", answers.partnerKey, "KEY", "public key of the other node's tunnel")
+	    .preset("--tunnel-a", answers.tunnelA, "ADDRESS", "address of node a in the tunnel")
+	    .preset("--tunnel-b", answers.tunnelB, "ADDRESS", "address of node b in the tunnel")
+	    .preset("--tunnel-port", answers.tunnelPort, 1, kLastPort, "UDP port of the tunnel, on both nodes")
 	    .preset("--port", answers.port, "TCP port of the heartbeats, on both nodes")
 	    .preset("--interval", answers.interval, "seconds between heartbeats")
 	    .preset("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")

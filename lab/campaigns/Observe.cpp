@@ -49,7 +49,9 @@ std::map<pid_t, Process> unexpectedOn(Lab& lab, HostId node)
 	for (const Process& entry : processesOf(lab.node(node).host().pid()))
 	{
 		const bool service = entry.name == plan::serviceProgramName && entry.state != 'Z';
-		if (entry.pidInside != 1 && entry.name != plan::agentName && !service && !isKeepers(lab, node, entry))
+		const bool tunnel = (entry.name == "tunnel" || entry.name == "wireguard-go") && entry.state != 'Z';
+		if (entry.pidInside != 1 && !tunnel && entry.name != plan::agentName && !service &&
+		    !isKeepers(lab, node, entry))
 		{
 			found[entry.pid] = entry;
 		}

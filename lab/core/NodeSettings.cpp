@@ -72,17 +72,18 @@ std::string toText(const PairSettings& times)
 {
 	return std::string(nameOf(times.profile)) + " settings, interval " + std::to_string(times.interval) +
 	       " s, receiving time " + std::to_string(times.receivingTime) + " s, waiting time " +
-	       std::to_string(times.waitingTime) + " s";
+	       std::to_string(times.waitingTime) + " s" + (times.wireguard ? ", WireGuard" : "");
 }
 
 NodeSettings NodeSettings::standard(HostId node, const PairSettings& pair)
 {
-	const HostId partner = otherNode(node);
+	const auto address = [&pair](HostId host)
+	{ return pair.wireguard ? plan::tunnelAddressOf(host) : plan::addressOf(host, Network::communication); };
 	NodeSettings settings;
 	settings.set("AGENT.MODE", node == HostId::a ? 1 : 2)
-	    .set("AGENT.THIS_SERVER_IP", plan::addressOf(node, Network::communication))
+	    .set("AGENT.THIS_SERVER_IP", address(node))
 	    .set("AGENT.HEART_BEAT_RECEIVE_PORT", plan::heartbeatPort)
-	    .set("AGENT.PARTNER_IP", plan::addressOf(partner, Network::communication))
+	    .set("AGENT.PARTNER_IP", address(otherNode(node)))
 	    .set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", plan::heartbeatPort)
 	    .set("AGENT.HEART_BEAT_INTERVAL", pair.interval)
 	    .set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", pair.receivingTime)
@@ -139,6 +140,11 @@ std::string NodeSettings::get(const std::string& key) const
 		}
 	}
 	return {};
+}
+
+bool NodeSettings::usesTunnel() const
+{
+	return get("AGENT.THIS_SERVER_IP").starts_with("169.254.");
 }
 
 std::string NodeSettings::ini() const

@@ -45,6 +45,13 @@ inline constexpr const char* addressKeeper = "ha-address";
 inline constexpr const char* serviceKeeper = "ha-web";
 inline constexpr const char* keeperSettings = "/usr/velarix/bin/ini/keeper.ini";
 
+inline constexpr const char* tunnelProgram = "/usr/libexec/velarix-ha/tunnel";
+inline constexpr const char* tunnelInterface = "wg-ha";
+inline constexpr const char* tunnelKey = "/usr/velarix/bin/ini/tunnel.key";
+inline constexpr const char* tunnelPublicKey = "/usr/velarix/bin/ini/tunnel.pub";
+inline constexpr const char* partnerKey = "/usr/velarix/bin/ini/partner.pub";
+inline constexpr const char* firewallFile = "/usr/velarix/bin/ini/firewall.nft";
+
 inline constexpr const char* agentProgram = "/usr/velarix/bin/VelarixHA";
 inline constexpr const char* agentName = "VelarixHA";
 inline constexpr const char* settingsFile = "/usr/velarix/bin/ini/config.ini";
@@ -78,6 +85,12 @@ constexpr const char* addressOf(HostId host, Network network)
 		return service ? "192.0.2.50" : nullptr;
 	}
 	return nullptr;
+}
+
+/// @return the node's address in the tunnel, as "velarixctl init" chooses it
+constexpr const char* tunnelAddressOf(HostId node)
+{
+	return node == HostId::a ? "169.254.127.1" : "169.254.127.2";
 }
 
 } // namespace plan
