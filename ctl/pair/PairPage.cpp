@@ -146,33 +146,42 @@ private:
 		       "</title></rect>\n";
 	}
 
-	/// A bar for each role that it had, and marks for what went wrong.
+	/// A bar for each role that it had, nothing while it had no agent, and marks for what
+	/// went wrong.
 	std::string lane(const Json& report, int top) const
 	{
 		std::string bars;
 		std::string marks;
+		std::string role = lastRoleOf(report);
 		std::int64_t since = m_begin;
-		const auto bar = [&](const std::string& role, std::int64_t until)
+		const auto change = [&](const std::string& from, const std::string& to, std::int64_t time)
 		{
-			if (role == "master" || role == "slave")
+			if (from == "master" || from == "slave")
 			{
-				bars += box(role, at(since), at(until), top, role == "master" ? "master" : "standby");
+				bars += box(from, at(since), at(time), top, from == "master" ? "master" : "standby");
 			}
-			since = until;
+			since = time;
+			role = to;
 		};
 		for (const Json& event : listAt(report, "/pair/events"))
 		{
+			const std::string word = textAt(event, "/event");
 			const std::int64_t time = numberAt(event, "/time_ms");
-			if (textAt(event, "/event") == "role-changed")
+			if (word == "role-changed")
 			{
-				bar(textAt(event, "/from"), time);
+				change(textAt(event, "/from"), textAt(event, "/to"), time);
+			}
+			if (word == "agent-started" || word == "agent-ended")
+			{
+				change(word == "agent-ended" ? role : "", word == "agent-ended" ? "" : "slave", time);
 			}
 			if (textAt(event, "/severity") == "problem")
 			{
 				marks += box("mark", at(time), at(time), top, textAt(event, "/time") + " " + textAt(event, "/text"));
 			}
 		}
-		bar(lastRoleOf(report), m_end);
+		const std::string agent = textAt(report, "/agent/state");
+		change(agent == "running" || agent == "frozen" ? role : "", "", m_end);
 		return bars + marks;
 	}
 };
