@@ -21,9 +21,7 @@ constexpr std::int64_t kDay = std::chrono::milliseconds(kReportedEvents).count()
 constexpr std::size_t kMostListed = 30;
 /// Of the picture, in its own units.
 constexpr double kWidth = 1000;
-constexpr int kLaneTop = 18;
-constexpr int kLaneHeight = 34;
-constexpr int kBar = 22;
+constexpr double kNarrowest = 2;
 
 constexpr std::string_view kHead = R"(<!DOCTYPE html>
 <html lang="en">
@@ -45,14 +43,14 @@ h1 { font-size: 1.2rem; margin: 0; } h2 { font-size: 1rem; margin: 1.6rem 0 .5re
 .verdict, .card { background: var(--card); border: 1px solid var(--line); border-radius: .5rem; padding: .8rem 1rem; margin: .6rem 0; }
 .verdict, .problem { border-left: .4rem solid var(--tone); } .verdict b, .problem b { color: var(--tone); }
 .OK { --tone: var(--ok); } .WARNING { --tone: var(--warning); } .CRITICAL { --tone: var(--critical); } .UNKNOWN { --tone: var(--unknown); }
-.faint, dt, th { color: var(--faint); } .faint { font-size: .9rem; }
+.faint, dt { color: var(--faint); } .faint { font-size: .9rem; }
 .nodes { display: grid; gap: .6rem; grid-template-columns: repeat(auto-fit, minmax(17rem, 1fr)); } .nodes .card { margin: 0; }
 dl { display: grid; grid-template-columns: 8rem 1fr; gap: .2rem .6rem; margin: .4rem 0 0; } dd { margin: 0; }
-svg { width: 100%; height: auto; display: block; } svg text { fill: var(--faint); font: 14px system-ui, sans-serif; }
-.scroll { overflow-x: auto; } table { border-collapse: collapse; width: 100%; }
-td, th { text-align: left; vertical-align: top; padding: .25rem .6rem .25rem 0; border-top: 1px solid var(--line); }
+svg { width: 100%; height: 1.5rem; display: block; margin-bottom: .4rem; } .ticks { display: flex; justify-content: space-between; }
+table { border-collapse: collapse; width: 100%; }
+td { text-align: left; vertical-align: top; padding: .25rem .6rem .25rem 0; border-top: 1px solid var(--line); }
 td:first-child { white-space: nowrap; }
-.master { fill: var(--ok); } .slave { fill: var(--idle); } .mark { fill: var(--critical); } .grid { stroke: var(--line); }
+.master { fill: var(--ok); } .slave { fill: var(--idle); } .mark { fill: var(--critical); }
 </style>
 </head>
 <body>
@@ -96,7 +94,8 @@ std::string places(double value)
 	return text.data();
 }
 
-/// The last day up to the time of the page.
+/// The last day up to the time of the page: a bar for each node. It is as wide as the screen,
+/// so no text is in the picture.
 class Picture
 {
 public:
@@ -106,28 +105,17 @@ public:
 	{
 	}
 
-	std::string draw(const PairReports& reports)
+	std::string draw(const PairReports& reports) const
 	{
-		const std::string height = std::to_string(kLaneTop + 2 * (kLaneHeight + kLaneTop) + 24);
-		std::string text =
-		    "<svg viewBox=\"0 0 1000 " + height + "\" role=\"img\" aria-label=\"roles of the last day\">\n";
-		for (int hour = 0; hour <= 24; hour += 6)
-		{
-			const double x = kWidth * hour / 24;
-			const char* anchor = hour == 0 ? "start" : hour == 24 ? "end" : "middle";
-			text += "<line class=\"grid\" x1=\"" + places(x) + "\" x2=\"" + places(x) + "\" y1=\"0\" y2=\"" +
-			        std::to_string(kLaneTop + 2 * (kLaneHeight + kLaneTop)) + "\"/><text x=\"" + places(x) + "\" y=\"" +
-			        height + "\" text-anchor=\"" + anchor + "\">" +
-			        (hour == 24 ? "now" : "-" + std::to_string(24 - hour) + " h") + "</text>\n";
-		}
-		int top = kLaneTop;
+		std::string text;
 		for (const Json* report : {&reports.own, &reports.partner})
 		{
-			text += "<text x=\"4\" y=\"" + std::to_string(top) + "\">" + html(nameOf(*report)) + "</text>\n";
-			text += lane(*report, top + 6);
-			top += kLaneHeight + kLaneTop;
+			text += "<div class=\"faint\">" + html(nameOf(*report)) +
+			        "</div><svg viewBox=\"0 0 1000 10\" preserveAspectRatio=\"none\" role=\"img\">\n" + lane(*report) +
+			        "</svg>\n";
 		}
-		return text + "</svg>\n";
+		return text + "<div class=\"ticks faint\"><span>-24 h</span><span>-18 h</span><span>-12 h</span>"
+		              "<span>-6 h</span><span>now</span></div>\n";
 	}
 
 private:
@@ -139,16 +127,15 @@ private:
 		return kWidth * static_cast<double>(std::clamp(time, m_begin, m_end) - m_begin) / static_cast<double>(kDay);
 	}
 
-	std::string box(const std::string& kind, double from, double to, int top, const std::string& title) const
+	static std::string box(const std::string& kind, double from, double to, const std::string& title)
 	{
-		return "<rect class=\"" + kind + "\" x=\"" + places(from) + "\" y=\"" + std::to_string(top) + "\" width=\"" +
-		       places(std::max(to - from, 2.0)) + "\" height=\"" + std::to_string(kBar) + "\"><title>" + html(title) +
-		       "</title></rect>\n";
+		return "<rect class=\"" + kind + "\" x=\"" + places(from) + "\" y=\"0\" width=\"" +
+		       places(std::max(to - from, kNarrowest)) + "\" height=\"10\"><title>" + html(title) + "</title></rect>\n";
 	}
 
 	/// A bar for each role that it had, nothing while it had no agent, and marks for what
 	/// went wrong.
-	std::string lane(const Json& report, int top) const
+	std::string lane(const Json& report) const
 	{
 		std::string bars;
 		std::string marks;
@@ -158,7 +145,7 @@ private:
 		{
 			if (from == "master" || from == "slave")
 			{
-				bars += box(from, at(since), at(time), top, from == "master" ? "master" : "standby");
+				bars += box(from, at(since), at(time), from == "master" ? "master" : "standby");
 			}
 			since = time;
 			role = to;
@@ -177,7 +164,7 @@ private:
 			}
 			if (textAt(event, "/severity") == "problem")
 			{
-				marks += box("mark", at(time), at(time), top, textAt(event, "/time") + " " + textAt(event, "/text"));
+				marks += box("mark", at(time), at(time), textAt(event, "/time") + " " + textAt(event, "/text"));
 			}
 		}
 		const std::string agent = textAt(report, "/agent/state");
@@ -237,14 +224,14 @@ std::string eventsPart(const PairReports& reports)
 	{
 		return "<p class=\"faint\">Nothing has happened.</p>\n";
 	}
-	std::string text = "<div class=\"scroll\"><table><tr><th>time</th><th>node</th><th>event</th><th></th></tr>\n";
+	std::string text = "<table>\n";
 	for (const Listed& one : all)
 	{
-		text += "<tr>" + element("td", textAt(*one.event, "/time").substr(0, sizeof("2026-11-21T07:59:24") - 1)) +
-		        element("td", nameOf(*one.report)) + element("td", textAt(*one.event, "/event")) +
-		        element("td", textAt(*one.event, "/text")) + "</tr>\n";
+		text += "<tr><td>" + html(shortTime(textAt(*one.event, "/time"))) + "<br><span class=\"faint\">" +
+		        html(nameOf(*one.report)) + "</span></td><td>" + html(textAt(*one.event, "/event")) +
+		        "<br><span class=\"faint\">" + html(textAt(*one.event, "/text")) + "</span></td></tr>\n";
 	}
-	return text + "</table></div>\n";
+	return text + "</table>\n";
 }
 
 } // namespace

@@ -31,7 +31,7 @@ std::string roleOf(const Json& report)
 std::string agentOf(const Json& report)
 {
 	const std::string maintenance = textAt(report, "/maintenance/until");
-	return maintenance.empty() ? orUnknown(textAt(report, "/agent/state")) : "maintenance until " + maintenance;
+	return maintenance.empty() ? orUnknown(textAt(report, "/agent/state")) : "maintenance until " + shortTime(maintenance);
 }
 
 std::string yesNo(const Json& report, const char* place, const char* yes, const char* no)
@@ -72,7 +72,7 @@ std::string interfacesOf(const Json& report)
 std::string changeOf(const Json& report)
 {
 	const std::string time = textAt(report, "/last_change/time");
-	return time.empty() ? "-" : time + ", " + textAt(report, "/last_change/text");
+	return time.empty() ? "-" : shortTime(time) + ", " + textAt(report, "/last_change/text");
 }
 
 struct Row
@@ -127,6 +127,13 @@ std::string firstLine(const PairReports& reports, const std::vector<PairProblem>
 }
 
 } // namespace
+
+std::string shortTime(const std::string& iso)
+{
+	std::string text = iso.substr(0, sizeof("2026-11-21T07:59:24") - 1);
+	std::ranges::replace(text, 'T', ' ');
+	return text.empty() ? text : text + " UTC";
+}
 
 std::vector<PairRow> rowsOf(const PairReports& reports)
 {

@@ -9,6 +9,9 @@
 namespace velarix::ctl
 {
 
+/// "2026-11-21 07:59:24 UTC" of the time in a report.
+std::string shortTime(const std::string& iso);
+
 /// A row that both nodes have: "role", "master", "standby".
 struct PairRow
 {

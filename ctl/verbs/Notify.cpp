@@ -163,7 +163,15 @@ private:
 			host::pause(wait);
 		}
 		mark = {message.at, message.identity()};
-		m_position.write(m_file);
+		try
+		{
+			m_position.write(m_file);
+		}
+		catch (const Failure& failure)
+		{
+			// On a full disk it goes on all the same: a new start gives the last events again.
+			say(failure.what());
+		}
 	}
 
 	/// @param wait until the next try, for the diagnostics

@@ -193,10 +193,10 @@ TEST_F(PairVerb, ThePageNeedsNothingBesidesItselfAndIsEscaped)
 	EXPECT_THAT(text, AllOf(Not(HasSubstr("<script")), Not(HasSubstr("<img")), Not(HasSubstr("src=\"")),
 	                        Not(HasSubstr("http://")), Not(HasSubstr("https://"))));
 	EXPECT_THAT(text, AllOf(HasSubstr("&lt;script&gt;"), HasSubstr("a &amp; b &lt;img"), HasSubstr("x&quot;y"),
-	                        HasSubstr("<td>&lt;/title&gt;</td>")));
+	                        HasSubstr("&lt;/title&gt;</span>")));
 	// Three quarters of the day as master, then as standby, and the fault's mark.
-	EXPECT_THAT(text, HasSubstr("<rect class=\"master\" x=\"0.0\" y=\"76\" width=\"750.0\""));
-	EXPECT_THAT(text, HasSubstr("<rect class=\"slave\" x=\"750.0\" y=\"76\" width=\"250.0\""));
+	EXPECT_THAT(text, HasSubstr("<rect class=\"master\" x=\"0.0\" y=\"0\" width=\"750.0\""));
+	EXPECT_THAT(text, HasSubstr("<rect class=\"slave\" x=\"750.0\" y=\"0\" width=\"250.0\""));
 	EXPECT_THAT(text, HasSubstr("<rect class=\"mark\" x=\"750.0\""));
 	EXPECT_EQ(files({"--html", "/nowhere/page.html"}).code, 3);
 }

@@ -3,10 +3,12 @@
 server, and programs that fail, hang or must not be trusted."""
 
 import datetime
+import html
 import http.server
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import socketserver
@@ -166,17 +168,20 @@ class NotifyTest(Node):
 
     def test_a_webhook_gets_each_form(self):
         hook = self.server(http.server.ThreadingHTTPServer, Hook)
-        text = 'ha-web died: a "quoted" \\ path'
-        wanted = {"json": lambda body: body["text"], "slack": lambda body: body["text"].split(": ", 1)[1][:-len(" (problem)")],
-                  "teams": lambda body: body["attachments"][0]["content"]["body"][0]["text"].split(": ", 1)[1][:-len(" (problem)")],
+        detail = 'a "quoted" \\ <!channel> & path'
+        text = "ha-web died: " + detail
+        wanted = {"json": lambda body: body["text"],
+                  "slack": lambda body: re.sub("^[^:]*: ", "", html.unescape(body["text"])).removesuffix(" (problem)"),
+                  "teams": lambda body: re.sub("^[^:]*: ", "", body["attachments"][0]["content"]["body"][0]["text"]).removesuffix(" (problem)"),
                   "alertmanager": lambda body: body[0]["annotations"]["summary"]}
         self.link("webhook", "")
         self.start()
         for count, (form, text_of) in enumerate(wanted.items(), 1):
             self.write(self.etc / "notify.conf", f"WEBHOOK_URL=http://127.0.0.1:{hook.server_address[1]}/a\nWEBHOOK_FORM={form}\n")
-            self.happens("died", 'a "quoted" \\ path')
+            self.happens("died", detail)
             wait_for(form, lambda count=count: len(hook.got) == count)
-            self.assertEqual(text_of(hook.got[-1][1]), text.replace("\\", "\\"))
+            self.assertEqual(text_of(hook.got[-1][1]), text)
+            self.assertNotIn("<!" if form == "slack" else "&lt;", json.dumps(hook.got[-1][1]))
         self.assertEqual(hook.got[-1][1][0]["labels"]["alertname"], "velarix-keeper")
 
     def test_a_receiver_that_is_busy_gets_it_again_and_one_that_refuses_does_not(self):
@@ -254,6 +259,15 @@ class NotifyTest(Node):
         wait_for("the report", lambda: "is damaged; it goes on from now" in self.said())
         self.happens("died", "new")
         wait_for("the event", lambda: self.details("any") == ["new"])
+
+    def test_without_room_for_the_position_it_goes_on_and_says_so(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        shutil.rmtree(self.root / "var")
+        self.happens("died", "1")
+        self.happens("died", "2")
+        wait_for("both, once", lambda: self.details("any") == ["1", "2"])
+        wait_for("the report", lambda: "any: cannot write " in self.said())
 
     def test_only_what_root_alone_may_change_is_run(self):
         self.notifier("open", ANY + "cat >>GOT\n", 0o777)
