@@ -5,6 +5,7 @@ import os
 import subprocess
 import time
 
+import timeline_svg
 from common import ROOT, Unusable
 
 LAB = os.environ.get("VELARIX_LAB", os.path.join(ROOT, "build", "demo", "lab", "velarix-lab"))
@@ -32,12 +33,12 @@ def longest_outage(changes, begin, end):
 class Pair:
     """Two nodes, a gateway and a client; ended with the block."""
 
-    def __init__(self, name, agents=True):
+    def __init__(self, name, agents=True, words=()):
         self.name = name
-        self.agents = agents
+        self.words = [*words, *([] if agents else ["--no-agents"])]
 
     def __enter__(self):
-        self.lab("up", *([] if self.agents else ["--no-agents"]))
+        self.lab("up", *self.words)
         return self
 
     def __exit__(self, *_):
@@ -60,8 +61,8 @@ class Pair:
 
     def changes(self, kind):
         """(milliseconds, new value) of a track of the timeline: "address" or "service"."""
-        events = json.loads(self.lab("timeline", "--format", "json"))["events"]
-        return [(event["ms"], event["text"]) for event in events if event["kind"] == kind]
+        events = timeline_svg.read(self.lab("timeline").splitlines())
+        return [(round(seconds * 1000), text) for seconds, _, what, text in events if what == kind]
 
     def wait_until_served(self, node, limit=60, steady=3):
         """Until the client has had its answers from that node alone for some seconds."""
