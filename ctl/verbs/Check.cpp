@@ -2,9 +2,8 @@
 
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/render/CheckOutput.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 
 namespace velarix::ctl
@@ -43,20 +42,15 @@ ExitCode runCheck(const CheckOptions& options, const Context& context)
 
 void addCheck(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("check", "find what would abort or cripple the agent, before it is started");
 	const auto options = std::make_shared<CheckOptions>();
-	verb->add_option("FILE", options->file, "settings file; the installed one without it");
-	verb->add_option("--partner", options->partner, "the partner's settings file: check that the two fit")
-	    ->type_name("FILE");
-	verb->add_flag("--files-only", options->filesOnly,
-	               "look at the settings alone, not at this machine, and try no command");
-	verb->add_flag("--strict", options->strict, "let warnings count as errors");
-	verb->add_option("--ignore", options->ignored, "let the findings of this name not count (again for more)")
-	    ->type_name("NAME")
-	    ->allow_extra_args(false);
-	verb->add_flag("--json", options->json, "print the findings as JSON");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runCheck(*options, context); }; });
+	Verb(app, "check", "find what would abort or cripple the agent, before it is started")
+	    .word("FILE", options->file, "settings file; the installed one without it")
+	    .option("--partner", options->partner, "FILE", "the partner's settings file: check that the two fit")
+	    .flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine, and try no command")
+	    .flag("--strict", options->strict, "let warnings count as errors")
+	    .list("--ignore", options->ignored, "NAME", "let the findings of this name not count (again for more)")
+	    .flag("--json", options->json, "print the findings as JSON")
+	    .run(context, [options, &context] { return runCheck(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -6,11 +6,10 @@
 #include <system_error>
 #include <utility>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/history/Since.h"
 #include "ctl/render/EventReport.h"
 #include "ctl/render/StatusJson.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/HostActions.h"
 
@@ -139,18 +138,14 @@ ExitCode runEvents(const EventsOptions& options, const Context& context)
 
 void addEvents(CLI::App& app, Context& context)
 {
-	CLI::App* verb =
-	    app.add_subcommand("events", "what has happened on this node, reported from the log and its archives");
 	const auto options = std::make_shared<EventsOptions>();
-	verb->add_option("--since", options->since,
-	                 "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today")
-	    ->type_name("TIME");
-	verb->add_flag("-f,--follow", options->follow, "go on with what happens from now on");
-	verb->add_flag("--json", options->json, "print an object of JSON a line");
-	verb->add_option("--log", options->log, "read this log instead of the one that the settings name")
-	    ->type_name("FILE");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runEvents(*options, context); }; });
+	Verb(app, "events", "what has happened on this node, reported from the log and its archives")
+	    .option("--since", options->since, "TIME",
+	            "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today")
+	    .flag("-f,--follow", options->follow, "go on with what happens from now on")
+	    .flag("--json", options->json, "print an object of JSON a line")
+	    .option("--log", options->log, "FILE", "read this log instead of the one that the settings name")
+	    .run(context, [options, &context] { return runEvents(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -6,9 +6,8 @@
 #include <set>
 #include <utility>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/render/StatusJson.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/LogReader.h"
 
@@ -120,14 +119,12 @@ ExitCode runExplain(const ExplainOptions& options, const Context& context)
 
 void addExplain(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("explain", "what a message of the agent means and what to do");
 	const auto options = std::make_shared<ExplainOptions>();
-	verb->add_option("MESSAGE", options->words,
-	                 "LABEL:NUMBER, a line of the log or of the console, a text; \"-\" reads standard input")
-	    ->required();
-	verb->add_flag("--json", options->json, "print an object of JSON a line");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runExplain(*options, context); }; });
+	Verb(app, "explain", "what a message of the agent means and what to do")
+	    .words("MESSAGE", options->words,
+	           "LABEL:NUMBER, a line of the log or of the console, a text; \"-\" reads standard input")
+	    .flag("--json", options->json, "print an object of JSON a line")
+	    .run(context, [options, &context] { return runExplain(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -3,7 +3,6 @@
 #include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
 #include <sys/stat.h>
 
 #include "ctl/check/Check.h"
@@ -12,6 +11,7 @@
 #include "ctl/init/PairSettings.h"
 #include "ctl/init/Placement.h"
 #include "ctl/render/CheckOutput.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/RunInfo.h"
 
@@ -152,72 +152,48 @@ NodeName nodeOf(const std::string& name)
 	return name == textOf(NodeName::a) ? NodeName::a : NodeName::b;
 }
 
-void addAnswers(CLI::App& verb, Answers& answers)
+void addAnswers(Verb& verb, Answers& answers)
 {
 	for (const Question& question : questions())
 	{
-		verb.add_option(std::string("--") + question.option, answers.*question.answer, question.text)
-		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS");
+		verb.option(std::string("--") + question.option, answers.*question.answer,
+		            question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS", question.text);
 	}
 	for (const ServiceOption& option : serviceOptions())
 	{
-		const std::string name = std::string("--") + option.option;
-		const auto take = [&answers, &option, name](const std::vector<std::string>& all)
-		{
-			for (const std::string& given : all)
-			{
-				const std::string fault = addService(answers, option, given);
-				if (!fault.empty())
-				{
-					throw CLI::ValidationError(name, fault);
-				}
-			}
-		};
-		verb.add_option_function<std::vector<std::string>>(name, take, option.text)
-		    ->type_name(option.type)
-		    ->allow_extra_args(false);
+		verb.each(
+		    std::string("--") + option.option,
+		    [&answers, &option](const std::string& given) { return addService(answers, option, given); }, option.type,
+		    option.text);
 	}
-	verb.add_option("--program", answers.programs,
-	                "without the keeper: a program's path, without arguments; once for each")
-	    ->type_name("PATH")
-	    ->allow_extra_args(false);
-	verb.add_option("--port", answers.port, "TCP port of the heartbeats, on both nodes")->capture_default_str();
-	verb.add_option("--interval", answers.interval, "seconds between heartbeats")->capture_default_str();
-	verb.add_option("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")
-	    ->capture_default_str();
-	verb.add_option("--waiting-time", answers.waitingTime, "seconds between the address and the programs")
-	    ->capture_default_str();
-	verb.add_option("--check-cycle", answers.checkCycle, "seconds between looks at the programs")
-	    ->capture_default_str();
-	verb.add_option("--log", answers.log, "the log file")->type_name("PATH")->capture_default_str();
-	verb.add_option("--purge-age", answers.purgeAge, "age at which old logs are deleted")->capture_default_str();
+	verb.list("--program", answers.programs, "PATH",
+	          "without the keeper: a program's path, without arguments; once for each")
+	    .preset("--port", answers.port, "TCP port of the heartbeats, on both nodes")
+	    .preset("--interval", answers.interval, "seconds between heartbeats")
+	    .preset("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")
+	    .preset("--waiting-time", answers.waitingTime, "seconds between the address and the programs")
+	    .preset("--check-cycle", answers.checkCycle, "seconds between looks at the programs")
+	    .preset("--log", answers.log, "PATH", "the log file")
+	    .preset("--purge-age", answers.purgeAge, "TIME", "age at which old logs are deleted");
 }
 
 } // namespace
 
 void addInit(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("init", "write settings, firewall rules and run-info records of both nodes");
 	const auto options = std::make_shared<InitOptions>();
-	addAnswers(*verb, options->answers);
-	const CLI::IsMember nodes({"a", "b"});
-	verb->add_option_function<std::string>(
-	        "--master", [options](const std::string& name) { options->answers.master = nodeOf(name); },
+	const std::vector<std::string> nodes{"a", "b"};
+	Verb verb(app, "init", "write settings, firewall rules and run-info records of both nodes");
+	addAnswers(verb, options->answers);
+	verb.oneOf(
+	        "--master", nodes, "a", [options](const std::string& name) { options->answers.master = nodeOf(name); },
 	        "the node that serves when both are well")
-	    ->type_name("a|b")
-	    ->check(nodes.description(""))
-	    ->default_str("a");
-	verb->add_option("--output", options->output, "where the files go, in a directory for each node")
-	    ->type_name("DIR")
-	    ->capture_default_str();
-	verb->add_option_function<std::string>(
-	        "--this", [options](const std::string& name) { options->here = nodeOf(name); },
+	    .preset("--output", options->output, "DIR", "where the files go, in a directory for each node")
+	    .oneOf(
+	        "--this", nodes, "", [options](const std::string& name) { options->here = nodeOf(name); },
 	        "put the files of this node in place; the other one's go to --output")
-	    ->type_name("a|b")
-	    ->check(nodes.description(""));
-	verb->add_flag("--force", options->force, "replace files that are there, keeping a copy of each");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runInit(*options, context); }; });
+	    .flag("--force", options->force, "replace files that are there, keeping a copy of each")
+	    .run(context, [options, &context] { return runInit(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -3,12 +3,11 @@
 #include <map>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/pair/NodeReport.h"
 #include "ctl/pair/Partner.h"
 #include "ctl/status/Maintenance.h"
 #include "ctl/status/NodeState.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/HostActions.h"
@@ -310,26 +309,17 @@ ExitCode runMaintenance(const MaintenanceOptions& options, const Context& contex
 
 void addMaintenance(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("maintenance", "nothing fails over or is restarted while somebody works here");
 	const auto options = std::make_shared<MaintenanceOptions>();
-	verb->add_option("WORD", options->word, "on: begin it, on the standby first; off: end it, on the master first")
-	    ->required()
-	    ->type_name("on|off")
-	    ->check(CLI::IsMember({"on", "off"}));
-	verb->add_option("--reason", options->reason, "what is being done; status shows it")->type_name("TEXT");
-	verb->add_option("--for", options->time, "afterwards it counts as forgotten, and is reported (4h)")
-	    ->type_name("TIME")
-	    ->transform(
-	        CLI::AsNumberWithUnit(std::map<std::string, double>{{"s", 1}, {"m", 60}, {"h", kHour}, {"d", 24 * kHour}}))
-	    ->check(CLI::Range(kShortest, kLongest));
-	verb->add_flag("--force", options->force,
-	               "end it also where the service moves then: a master without its programs");
-	verb->add_flag("--pair", options->pair,
-	               "do it on both nodes, the partner's by ssh, in the order that moves nothing");
-	verb->add_option("--ssh", options->ssh, "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
-	    ->type_name("TARGET");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runMaintenance(*options, context); }; });
+	Verb(app, "maintenance", "nothing fails over or is restarted while somebody works here")
+	    .choice("WORD", options->word, {"on", "off"},
+	            "on: begin it, on the standby first; off: end it, on the master first")
+	    .option("--reason", options->reason, "TEXT", "what is being done; status shows it")
+	    .span("--for", options->time, kShortest, kLongest, "afterwards it counts as forgotten, and is reported (4h)")
+	    .flag("--force", options->force, "end it also where the service moves then: a master without its programs")
+	    .flag("--pair", options->pair, "do it on both nodes, the partner's by ssh, in the order that moves nothing")
+	    .option("--ssh", options->ssh, "TARGET",
+	            "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
+	    .run(context, [options, &context] { return runMaintenance(*options, context); });
 }
 
 } // namespace velarix::ctl

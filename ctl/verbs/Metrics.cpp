@@ -2,9 +2,8 @@
 
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/OutputFile.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
@@ -45,14 +44,11 @@ ExitCode runMetrics(const std::string& textfile, const Context& context)
 
 void addMetrics(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("metrics", "the state as Prometheus metrics");
 	const auto textfile = std::make_shared<std::string>();
-	verb->add_option("--textfile", *textfile,
-	                 "write FILE (whole or not at all) instead of standard output, with counters that go on from run "
-	                 "to run")
-	    ->type_name("FILE");
-	verb->callback([textfile, &context]
-	               { context.action = [textfile, &context] { return runMetrics(*textfile, context); }; });
+	Verb(app, "metrics", "the state as Prometheus metrics")
+	    .option("--textfile", *textfile, "FILE",
+	            "write FILE (whole or not at all) instead of standard output, with counters that go on from run to run")
+	    .run(context, [textfile, &context] { return runMetrics(*textfile, context); });
 }
 
 } // namespace velarix::ctl

@@ -11,12 +11,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/history/EventStream.h"
 #include "ctl/notify/Delivery.h"
 #include "ctl/render/EventReport.h"
-#include "ctl/verbs/Seconds.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/HostActions.h"
@@ -321,14 +319,12 @@ ExitCode runNotify(const NotifyOptions& options, const Context& context)
 
 void addNotify(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("notify", "pass events on to the programs in /etc/velarix-ha/notify.d");
 	const auto options = std::make_shared<NotifyOptions>();
-	verb->add_flag("--test", options->test, "give each of them a test event once, tell what came of it, and end");
-	verb->add_option("--timeout", options->timeOut, "kill one that takes longer, and try again later (30)")
-	    ->type_name("SECONDS")
-	    ->check(secondsFrom(1, kLongestLimit));
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runNotify(*options, context); }; });
+	Verb(app, "notify", "pass events on to the programs in /etc/velarix-ha/notify.d")
+	    .flag("--test", options->test, "give each of them a test event once, tell what came of it, and end")
+	    .seconds("--timeout", options->timeOut, 1, kLongestLimit,
+	             "kill one that takes longer, and try again later (30)")
+	    .run(context, [options, &context] { return runNotify(*options, context); });
 }
 
 } // namespace velarix::ctl

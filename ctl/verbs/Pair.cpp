@@ -1,12 +1,10 @@
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/OutputFile.h"
 #include "ctl/pair/PairReport.h"
 #include "ctl/pair/Partner.h"
 #include "ctl/render/StatusJson.h"
-#include "ctl/verbs/Seconds.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/InputFile.h"
 
@@ -99,22 +97,16 @@ ExitCode runPair(const PairOptions& options, const Context& context)
 
 void addPair(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("pair", "both nodes side by side, and what neither can know alone");
 	const auto options = std::make_shared<PairOptions>();
-	verb->add_option("--ssh", options->ssh, "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
-	    ->type_name("TARGET");
-	verb->add_option("--timeout", options->timeOut, "how long the partner may take to answer (15)")
-	    ->type_name("SECONDS")
-	    ->check(secondsFrom(1, kLongestWait));
-	verb->add_option("--partner-json", options->partnerFile, "the partner's \"status --for-pair\", in place of ssh")
-	    ->type_name("FILE");
-	verb->add_option("--own-json", options->ownFile, "the same of this node, in place of looking here")
-	    ->type_name("FILE");
-	verb->add_flag("--json", options->json, "print it as JSON");
-	verb->add_option("--html", options->page, "write a page for browsers as well, whole or not at all")
-	    ->type_name("FILE");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runPair(*options, context); }; });
+	Verb(app, "pair", "both nodes side by side, and what neither can know alone")
+	    .option("--ssh", options->ssh, "TARGET",
+	            "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
+	    .seconds("--timeout", options->timeOut, 1, kLongestWait, "how long the partner may take to answer (15)")
+	    .option("--partner-json", options->partnerFile, "FILE", "the partner's \"status --for-pair\", in place of ssh")
+	    .option("--own-json", options->ownFile, "FILE", "the same of this node, in place of looking here")
+	    .flag("--json", options->json, "print it as JSON")
+	    .option("--html", options->page, "FILE", "write a page for browsers as well, whole or not at all")
+	    .run(context, [options, &context] { return runPair(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -1,12 +1,11 @@
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/pair/NodeReport.h"
 #include "ctl/render/StatusJson.h"
 #include "ctl/render/StatusText.h"
 #include "ctl/status/Judgement.h"
 #include "ctl/status/NodeState.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 
 namespace velarix::ctl
@@ -63,12 +62,11 @@ ExitCode runStatus(const StatusOptions& options, const Context& context)
 
 void addStatus(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("status", "how this node and its pair are now, and whether a failover works");
 	const auto options = std::make_shared<StatusOptions>();
-	verb->add_flag("--json", options->json, "print it as JSON");
-	verb->add_flag("--for-pair", options->pair, "print it as JSON, with what velarixctl pair compares");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runStatus(*options, context); }; });
+	Verb(app, "status", "how this node and its pair are now, and whether a failover works")
+	    .flag("--json", options->json, "print it as JSON")
+	    .flag("--for-pair", options->pair, "print it as JSON, with what velarixctl pair compares")
+	    .run(context, [options, &context] { return runStatus(*options, context); });
 }
 
 } // namespace velarix::ctl

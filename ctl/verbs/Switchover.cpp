@@ -2,10 +2,8 @@
 #include <iomanip>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/handover/HandOver.h"
-#include "ctl/verbs/Seconds.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
@@ -116,16 +114,13 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 
 void addSwitchover(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("switchover", "on the master: hand the service over to the partner");
 	const auto options = std::make_shared<SwitchoverOptions>();
-	verb->add_flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing");
-	verb->add_option("--timeout", options->timeOut,
-	                 "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
-	                 "check cycle)")
-	    ->type_name("SECONDS")
-	    ->check(secondsFrom(0.1, kLongestWait));
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runSwitchover(*options, context); }; });
+	Verb(app, "switchover", "on the master: hand the service over to the partner")
+	    .flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing")
+	    .seconds("--timeout", options->timeOut, 0.1, kLongestWait,
+	             "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
+	             "check cycle)")
+	    .run(context, [options, &context] { return runSwitchover(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -4,9 +4,12 @@
 
 #include <vector>
 
-#include <CLI/App.hpp>
-
 #include "ctl/Context.h"
+
+namespace CLI
+{
+class App;
+}
 
 namespace velarix::ctl
 {

@@ -1,13 +1,11 @@
 #include <chrono>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "ctl/render/StatusJson.h"
 #include "ctl/render/StatusText.h"
 #include "ctl/status/Judgement.h"
 #include "ctl/status/NodeState.h"
-#include "ctl/verbs/Seconds.h"
+#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/HostActions.h"
 #include "inspect/TimeText.h"
@@ -97,17 +95,12 @@ ExitCode runWatch(const WatchOptions& options, const Context& context)
 
 void addWatch(CLI::App& app, Context& context)
 {
-	CLI::App* verb = app.add_subcommand("watch", "the status again and again");
 	const auto options = std::make_shared<WatchOptions>();
-	verb->add_option("--interval", options->interval, "seconds between two looks (1)")
-	    ->type_name("SECONDS")
-	    ->check(secondsFrom(0.1, 3600));
-	verb->add_option("--count", options->count, "end after this many looks")
-	    ->type_name("N")
-	    ->check(CLI::PositiveNumber);
-	verb->add_flag("--json", options->json, "print a line of JSON at the begin and at each change");
-	verb->callback([options, &context]
-	               { context.action = [options, &context] { return runWatch(*options, context); }; });
+	Verb(app, "watch", "the status again and again")
+	    .seconds("--interval", options->interval, 0.1, 3600, "seconds between two looks (1)")
+	    .count("--count", options->count, "end after this many looks")
+	    .flag("--json", options->json, "print a line of JSON at the begin and at each change")
+	    .run(context, [options, &context] { return runWatch(*options, context); });
 }
 
 } // namespace velarix::ctl

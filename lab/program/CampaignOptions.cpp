@@ -61,32 +61,6 @@ void addChaos(CLI::App& app, Arguments& arguments, int& status)
 	command->callback([&] { status = runChaosCommand(arguments); });
 }
 
-int runSoakCommand(Arguments& arguments)
-{
-	arguments.soak.options.installRoot = arguments.installRoot;
-	arguments.soak.options.times.pair = arguments.times;
-	return runSoak(arguments.soak);
-}
-
-void addSoak(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* command =
-	    app.add_subcommand("soak", "Keep a pair under faults for long and look whether its agents grow");
-	addLabOptions(*command, arguments.installRoot, arguments.times);
-	SoakCommand& soak = arguments.soak;
-	command->add_option("--minutes", soak.minutes, "How long")->capture_default_str()->check(CLI::Range(1, 100000));
-	command->add_option("--seed", soak.options.seed, "The schedule of the faults follows from it")
-	    ->capture_default_str();
-	command->add_option("--warm-up", soak.warmUp, "Seconds until growth of memory counts")
-	    ->capture_default_str()
-	    ->check(CLI::Range(0, 100000));
-	command->add_flag("--restarts", soak.restarts, "Also faults that end an agent; each begins a new series");
-	command->add_option("--expectations", soak.expectations, "Table that names the faults (default: the built-in one)");
-	command->add_option("--json", soak.json, "Write all samples to this file");
-	command->footer("Ends with 0 when no bound was crossed, with 1 when one was.");
-	command->callback([&] { status = runSoakCommand(arguments); });
-}
-
 void addHostile(CLI::App& app, Arguments& arguments, int& status)
 {
 	CLI::App* command =
@@ -127,7 +101,6 @@ void addCampaigns(CLI::App& app, Arguments& arguments, int& status)
 	addMatrix(app, arguments, status);
 	addHostile(app, arguments, status);
 	addChaos(app, arguments, status);
-	addSoak(app, arguments, status);
 }
 
 } // namespace velarix::lab::program

@@ -10,7 +10,6 @@
 #include "lab/program/Matrix.h"
 #include "lab/program/PairCommands.h"
 #include "lab/program/SharedOptions.h"
-#include "lab/program/Soak.h"
 
 namespace velarix::lab::program
 {
@@ -21,7 +20,6 @@ struct Arguments
 	SupervisorOptions pair;
 	MatrixOptions matrix;
 	ChaosCommand chaos;
-	SoakCommand soak;
 	int slack = 2000;
 	hostile::Options hostile;
 	std::string installRoot;
@@ -36,8 +34,8 @@ struct Arguments
 	std::string node;
 };
 
-/// The commands that run many pairs, or one for long: matrix, hostile, chaos,
-/// soak. Each writes its exit status to `status`.
+/// The commands that run many pairs: matrix, hostile, chaos. Each
+/// writes its exit status to `status`.
 void addCampaigns(CLI::App& app, Arguments& arguments, int& status);
 
 } // namespace velarix::lab::program

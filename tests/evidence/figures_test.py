@@ -11,6 +11,7 @@ sys.path[:0] = [os.path.join(ROOT, "evidence", "scripts"), os.path.join(ROOT, "s
 import idle
 import pair
 import render
+import soak
 
 
 class Outages(unittest.TestCase):
@@ -102,6 +103,39 @@ class Rendered(unittest.TestCase):
     def test_a_p95_is_the_smallest_value_that_95_of_100_do_not_exceed(self):
         self.assertEqual(render.summary(range(1, 101)), {"count": 100, "median": 50.5, "p95": 95, "max": 100})
         self.assertIsNone(render.summary([None]))
+
+
+class Soak(unittest.TestCase):
+    SAMPLE = {"name": "VelarixHA", "own": 1300, "resident": 6800, "threads": 4, "descriptors": 8, "kept": 4, "zombies": [],
+              "atRest": True}
+
+    def series(self, **changes):
+        """61 samples in ten minutes; a change is a value, or one for each sample."""
+        return [{**self.SAMPLE, "at": 10 * i, **{key: value(i) if callable(value) else value for key, value in changes.items()}}
+                for i in range(61)]
+
+    def test_a_process_at_rest_crosses_nothing(self):
+        self.assertEqual(soak.crossings(self.series(), 60), [])
+        self.assertEqual(soak.crossings(self.series(own=lambda i: 1300 + 300 * (i % 2)), 60), [], "jitter")
+        self.assertEqual(soak.crossings(self.series(own=lambda i: 1300 + 100 * min(i, 6)), 60), [], "the warm-up")
+
+    def test_growth_beyond_the_bound_is_found(self):
+        found = soak.crossings(self.series(own=lambda i: 1300 + 2 * i), 60)
+        self.assertEqual(found, ["own memory grows by 108 KiB in 9 min, allowed are 64"])
+        self.assertEqual(soak.crossings(self.series(resident=lambda i: 6800 + 2 * i), 60), [])
+
+    def test_what_an_agent_keeps_is_judged_at_rest(self):
+        self.assertEqual(soak.crossings(self.series(kept=lambda i: 5 if i == 3 else 4), 60), ["at 30 s: 5 descriptors are kept"])
+        self.assertEqual(soak.crossings(self.series(kept=5, threads=5, atRest=False), 60), [])
+        self.assertEqual(soak.crossings(self.series(kept=10, threads=1, name="keeper"), 60), [])
+        self.assertEqual(soak.crossings(self.series(threads=lambda i: 5 if i == 4 else 4), 60), ["at 40 s: 5 threads"])
+
+    def test_descriptors_and_zombies_are_judged_at_any_time(self):
+        found = soak.crossings(self.series(atRest=False, descriptors=lambda i: 33 if i == 2 else 9), 60)
+        self.assertEqual(found, ["at 20 s: 33 descriptors are open"])
+        stays = self.series(zombies=lambda i: ["77"] if i in (5, 6) else [])
+        self.assertEqual(soak.crossings(stays, 60), ["at 60 s: a zombie stays"])
+        self.assertEqual(soak.crossings(self.series(zombies=lambda i: [str(i)]), 60), [])
 
 
 if __name__ == "__main__":

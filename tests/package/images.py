@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """Makes the file system images of a Debian release that the package tests run in.
 
-    images.py SUITE DIRECTORY
+    images.py SUITE DIRECTORY [base] [build]
 
 SUITE.base.squashfs has a minimal system with systemd, and in its package cache what
 the package needs on a server; nothing of that is installed, so that a missing
 dependency shows. SUITE.build.squashfs has all that scripts/package needs besides.
-Both are made once and again whenever what goes into them has changed; everything
+What is named is made, once and again whenever what goes into them has changed; everything
 comes from the mirror that apt on this machine uses.
 """
 
@@ -100,7 +100,7 @@ def squash(root, image, log):
         log, "The image cannot be written.")
 
 
-def make(suite, directory):
+def make(suite, directory, kinds):
     for left in glob.glob(os.path.join(directory, suite + "-making-*")):
         shutil.rmtree(left)
     work = tempfile.mkdtemp(prefix=suite + "-making-", dir=directory)
@@ -122,31 +122,31 @@ def make(suite, directory):
         run(["chroot", root, "apt-get", "clean"], log, why)
         run([*install_deps, "--download-only", "run"], log, why)
         squash(root, work + "/base", log)
-        run([*install_deps, *GROUPS], log, why)
-        run(["chroot", root, "apt-get", "-qq", "-y", "--no-install-recommends", "install", *IN_BUILD], log, why)
-        run(["chroot", root, "apt-get", "clean"], log, why)
-        squash(root, work + "/build", log)
-        images = paths(suite, directory)
-        os.replace(work + "/base", images["base"])
-        os.replace(work + "/build", images["build"])
+        if "build" in kinds:
+            run([*install_deps, *GROUPS], log, why)
+            run(["chroot", root, "apt-get", "-qq", "-y", "--no-install-recommends", "install", *IN_BUILD], log, why)
+            run(["chroot", root, "apt-get", "clean"], log, why)
+            squash(root, work + "/build", log)
+        for kind in kinds:
+            os.replace(work + "/" + kind, paths(suite, directory)[kind])
     finally:
         shutil.rmtree(work)
 
 
 def main():
-    if len(sys.argv) != 3:
+    if len(sys.argv) < 4 or not set(sys.argv[3:]) <= {"base", "build"}:
         print(__doc__, file=sys.stderr)
         return 2
-    suite, directory = sys.argv[1:]
+    suite, directory, *kinds = sys.argv[1:]
     need_root()
     os.makedirs(directory, exist_ok=True)
     stamp = os.path.join(directory, suite + ".key")
-    if all(map(os.path.exists, paths(suite, directory).values())) and os.path.exists(stamp):
+    if all(os.path.exists(paths(suite, directory)[kind]) for kind in kinds) and os.path.exists(stamp):
         with open(stamp) as file:
             if file.read() == key():
                 return 0
     try:
-        make(suite, directory)
+        make(suite, directory, kinds)
     except Unusable as error:
         print(f"images: {error}", file=sys.stderr)
         return 1
