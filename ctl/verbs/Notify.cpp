@@ -137,7 +137,9 @@ private:
 		}
 		if (!position)
 		{
-			position = Position{{m_context.now(), {}}, {m_context.now(), {}}};
+			// The log's times are cut to tenths of a second.
+			const Instant now = std::chrono::floor<std::chrono::duration<long, std::deci>>(m_context.now());
+			position = Position{{now, {}}, {now, {}}};
 			position->write(m_file);
 		}
 		return *position;
