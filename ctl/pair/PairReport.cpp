@@ -31,7 +31,8 @@ std::string roleOf(const Json& report)
 std::string agentOf(const Json& report)
 {
 	const std::string maintenance = textAt(report, "/maintenance/until");
-	return maintenance.empty() ? orUnknown(textAt(report, "/agent/state")) : "maintenance until " + shortTime(maintenance);
+	return maintenance.empty() ? orUnknown(textAt(report, "/agent/state"))
+	                           : "maintenance until " + shortTime(maintenance);
 }
 
 std::string yesNo(const Json& report, const char* place, const char* yes, const char* no)
