@@ -33,7 +33,7 @@ set(description
   ""
   "They exchange heartbeats over TCP, watch the programs in /proc, ping the"
   "gateway, the partner and the virtual IP, and read the carrier of both network"
-  "interfaces. There is one settings file and no quorum server, no shared disk, and"
+  "interfaces. There is one settings file, no quorum server, no shared disk, and"
   "nothing to be built into the programs."
   ""
   "velarixctl makes and checks the settings, shows the state of the pair and its"

@@ -99,7 +99,7 @@ int main()
 	// Read so that a missing role ends the start, and then not used: every node
 	// starts as standby and the heartbeats promote it. Two nodes that started in
 	// their configured roles would raise the address before they knew of each
-	// other. Pinned by Daemon.LogsItsStartOnTheMainThreadInThisOrderAndNothingElse.
+	// other. Pinned by Start in agent_test.py.
 	[[maybe_unused]] const MODE configuredMode = getAgentMode();
 	CAgent agent(MODE_SLAVE);
 	agent.startThread();

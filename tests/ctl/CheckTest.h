@@ -1,9 +1,6 @@
 /// What the tests of the checks share: a node's disk without a fault.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "CtlTest.h"
 #include "SoundSettings.h"
 #include "ctl/check/Check.h"

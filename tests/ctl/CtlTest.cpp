@@ -1,10 +1,5 @@
 #include "CtlTest.h"
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
-
 #include "ctl/Program.h"
 
 namespace fs = std::filesystem;
@@ -76,6 +71,17 @@ std::string readFile(const fs::path& path)
 	std::ostringstream text;
 	text << std::ifstream(path, std::ios::binary).rdbuf();
 	return text.str();
+}
+
+std::set<std::string> allBetween(const std::string& text, const std::string& before, const std::string& after)
+{
+	std::set<std::string> found;
+	for (std::size_t at = text.find(before); at != std::string::npos; at = text.find(before, at + 1))
+	{
+		const std::size_t begin = at + before.size();
+		found.insert(text.substr(begin, text.find(after, begin) - begin));
+	}
+	return found;
 }
 
 void expectGolden(const std::string& name, const std::string& text)

@@ -2,16 +2,26 @@
 /// node's disk, the program run inside the test, golden files.
 #pragma once
 
-#include <chrono>
+#include <algorithm>
+#include <array>
 #include <filesystem>
-#include <string>
-#include <vector>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "FakeHost.h"
+#include "FakeMachine.h"
+#include "LogTestSupport.h"
+#include "RowName.h"
 #include "inspect/Paths.h"
+
+using testing::AllOf, testing::Contains, testing::ElementsAre, testing::EndsWith, testing::HasSubstr;
+using testing::IsEmpty, testing::Not, testing::SizeIs, testing::StartsWith;
 
 /// What one run of the program gave.
 struct Outcome
@@ -63,6 +73,9 @@ private:
 
 /// @return the whole file
 std::string readFile(const std::filesystem::path& path);
+
+/// @return what stands between `before` and the next `after`, wherever that is
+std::set<std::string> allBetween(const std::string& text, const std::string& before, const std::string& after);
 
 /// Expects the text to be that of the golden file tests/ctl/golden/NAME.
 /// VELARIX_GOLDEN=write in the environment writes the file instead and fails.

@@ -3,10 +3,7 @@
 // sound file of SoundSettings.cpp gets one key set to another value (or dropped),
 // and lines appended from line 27 on; all findings are listed, with their lines.
 
-#include <sstream>
-
 #include "CtlTest.h"
-#include "RowName.h"
 #include "SoundSettings.h"
 #include "ctl/check/Check.h"
 

@@ -1,10 +1,7 @@
 // The history of real logs: what two agents wrote in the lab while hosts, interfaces,
 // programs and agents failed (logs/README.md).
 
-#include <algorithm>
-
 #include "CtlTest.h"
-#include "LogTestSupport.h"
 
 namespace
 {

@@ -13,25 +13,6 @@ using namespace velarix::inspect;
 namespace
 {
 
-TEST(EventWords, EveryEnumeratorHasOneOfItsOwn)
-{
-	std::set<std::string_view> words;
-	for (std::size_t kind = 0; kind < kEventKinds; ++kind)
-	{
-		words.insert(wordOf(static_cast<EventKind>(kind)));
-	}
-	for (std::size_t fault = 0; fault < kFaults; ++fault)
-	{
-		words.insert(wordOf(static_cast<Fault>(fault)));
-	}
-	EXPECT_EQ(words.size(), kEventKinds + kFaults);
-	EXPECT_EQ(wordOf(EventKind::error), "error");
-	EXPECT_EQ(wordOf(Fault::foreignMessage), "foreign-message");
-	EXPECT_EQ(wordOf(Cause::notLogged), "not-logged");
-	EXPECT_EQ(wordOf(Role::slave), "slave");
-	EXPECT_EQ(wordOf(AddressState::up), "up");
-}
-
 /// The words in the first column of the table with this heading.
 std::vector<std::string> wordsOfThePage(const std::string& heading)
 {

@@ -1,26 +1,12 @@
-// The verb events: where it finds the log, from when on it tells, what it says of
-// what it cannot read, and how it goes on with a log that is being written. The
-// last is tried with the real program.
-
-#include <csignal>
-#include <fstream>
+// The verb events: where it finds the log, from when on it tells, and what it says of what it
+// cannot read. How it follows a log that is being written: program_test.py.
 
 #include <sys/resource.h>
-#include <unistd.h>
-
-#include <Poco/Pipe.h>
-#include <Poco/Process.h>
-#include <nlohmann/json.hpp>
 
 #include "CtlTest.h"
-#include "LogTestSupport.h"
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace
 {
@@ -129,15 +115,6 @@ TEST_F(EventsVerb, ArchivesAreReported)
 	EXPECT_THAT(outcome.out, HasSubstr("09:00:00.0  agent-started        1 h          process 4712"));
 }
 
-TEST_F(EventsVerb, ALogThatIsNamedNeedsNoSettings)
-{
-	const fs::path path = write("/elsewhere/x.log", story());
-	const Outcome outcome = run({"events", "--root", root().string(), "--log", path.string()});
-	EXPECT_EQ(outcome.code, 0);
-	EXPECT_EQ(outcome.err, "");
-	expectGolden("events-story.txt", outcome.out);
-}
-
 TEST_F(EventsVerb, WhatCannotBeReadIsSaid)
 {
 	const auto expectError = [this](int code, const std::string& error)
@@ -157,26 +134,6 @@ TEST_F(EventsVerb, WhatCannotBeReadIsSaid)
 	expectError(66, "cannot read /var/v.log: Is a directory");
 }
 
-TEST_F(EventsVerb, AnEmptyLogHasNoEvents)
-{
-	write(kSettingsPath, kSettings);
-	write(log, "");
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 0);
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(outcome.err, "");
-}
-
-TEST_F(EventsVerb, GarbageIsNeitherAnEventNorAnError)
-{
-	write(kSettingsPath, kSettings);
-	write(log, std::string("\0\xff\x1b[31m\n\n\n=====\n[1:2]", 20) + story() + std::string(100000, '\xfe'));
-	const Outcome outcome = runBelow({"events"});
-	EXPECT_EQ(outcome.code, 0);
-	EXPECT_EQ(outcome.err, "");
-	expectGolden("events-story.txt", outcome.out);
-}
-
 TEST_F(EventsVerb, AnAttackersBytesDoNotReachTheTerminal)
 {
 	write(kSettingsPath, kSettings);
@@ -184,29 +141,6 @@ TEST_F(EventsVerb, AnAttackersBytesDoNotReachTheTerminal)
 	EXPECT_THAT(runBelow({"events"}).out,
 	            HasSubstr("something else than a heartbeat came in: \\x1b]0;owned\\x07\\xff  [CHeartReciver:164]\n"));
 	EXPECT_THAT(runBelow({"events", "--json"}).out, HasSubstr("\"detail\":\"\\\\x1b]0;owned\\\\x07\\\\xff\""));
-}
-
-TEST_F(EventsVerb, TheLastLineCountsAlsoWithoutAnEnd)
-{
-	write(kSettingsPath, kSettings);
-	std::string text = story();
-	text.pop_back();
-	write(log, text);
-	expectGolden("events-story.txt", runBelow({"events"}).out);
-}
-
-TEST_F(EventsVerb, WithoutRightsTheReasonIsSaid)
-{
-	writeStory();
-	fs::permissions(root(), fs::perms::all);
-	fs::permissions(below(log), fs::perms::none);
-	const bool wasRoot = ::geteuid() == 0;
-	ASSERT_TRUE(!wasRoot || ::seteuid(65534) == 0);
-	const Outcome outcome = runBelow({"events"});
-	ASSERT_TRUE(!wasRoot || ::seteuid(0) == 0);
-	EXPECT_EQ(outcome.code, 77);
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(anonymous(outcome.err), "velarixctl: cannot read /var/v.log: Permission denied\n");
 }
 
 TEST_F(EventsVerb, AnArchiveThatCannotBeReadIsSaidAndTheRestIsReported)
@@ -244,115 +178,5 @@ TEST_F(EventsVerb, MemoryDoesNotGrowWithTheLog)
 	EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 6000) << "KiB";
 }
 #endif
-
-/// The program as an operator runs it, with its output read line by line.
-class EventsFollow : public EventsVerb
-{
-protected:
-	~EventsFollow() override { stop(); }
-
-	void follow(const std::vector<std::string>& more = {})
-	{
-		write(kSettingsPath, kSettings);
-		std::vector<std::string> arguments{"events", "--follow", "--json", "--root", root().string()};
-		arguments.insert(arguments.end(), more.begin(), more.end());
-		m_process = std::make_unique<Poco::ProcessHandle>(
-		    Poco::Process::launch(VELARIX_CTL_PROGRAM, arguments, nullptr, &m_out, &m_err));
-	}
-
-	/// Ends it as Control-C does.
-	void stop()
-	{
-		if (m_process)
-		{
-			::kill(m_process->id(), SIGINT);
-			m_process->wait();
-			m_process.reset();
-		}
-	}
-
-	/// @return the word of the next event; the test's time limit ends a wait in vain
-	std::string nextEvent()
-	{
-		std::string line;
-		for (char c = 0; m_out.readBytes(&c, 1) == 1 && c != '\n';)
-		{
-			line += c;
-		}
-		return line.empty() ? line : nlohmann::json::parse(line).at("event").get<std::string>();
-	}
-
-	std::string errorLine()
-	{
-		std::string line;
-		for (char c = 0; m_err.readBytes(&c, 1) == 1 && c != '\n';)
-		{
-			line += c;
-		}
-		return anonymous(line);
-	}
-
-	void append(const std::string& text) const
-	{
-		std::ofstream(below(log), std::ios::binary | std::ios::app) << text << std::flush;
-	}
-
-	bool runs() const { return Poco::Process::isRunning(*m_process); }
-
-private:
-	Poco::Pipe m_out;
-	Poco::Pipe m_err;
-	std::unique_ptr<Poco::ProcessHandle> m_process;
-};
-
-TEST_F(EventsFollow, WhatHappensLaterIsReportedWhenItHappens)
-{
-	write(log, start("08:00:00.0", "4711"));
-	follow();
-	EXPECT_EQ(nextEvent(), "agent-started");
-	append(receiver("09:00:00.0", "549", "standby -> master  process run"));
-	EXPECT_EQ(nextEvent(), "log-gap");
-	EXPECT_EQ(nextEvent(), "role-changed");
-	EXPECT_EQ(nextEvent(), "takeover-began");
-	EXPECT_TRUE(runs());
-}
-
-TEST_F(EventsFollow, ARotationATruncationAndARestartAreFollowed)
-{
-	write(log, start("08:00:00.0", "4711"));
-	follow();
-	EXPECT_EQ(nextEvent(), "agent-started");
-	append(logLine("08:00:01.0", "CHeartReciver:146", "Reciver Connect Timed Out", "4711:3", 'E'));
-	fs::rename(below(log), below(log + ".20261121080002000"));
-	append("# Log file created/rotated ...\n" +
-	       receiver("08:00:03.0", "164", "received message: /process/1/1/20261121080000/0/"));
-	EXPECT_EQ(nextEvent(), "partner-lost");
-	EXPECT_EQ(nextEvent(), "partner-back");
-	fs::resize_file(below(log), 0);
-	append(start("08:00:04.0", "4712"));
-	EXPECT_EQ(nextEvent(), "agent-ended");
-	EXPECT_EQ(nextEvent(), "agent-started");
-}
-
-TEST_F(EventsFollow, ALogThatIsNotThereYetIsWaitedFor)
-{
-	write("/var/other", "");
-	follow();
-	EXPECT_EQ(errorLine(), "velarixctl: cannot read /var/v.log: No such file or directory");
-	append(start("08:00:00.0", "4711"));
-	EXPECT_EQ(nextEvent(), "agent-started");
-}
-
-TEST_F(EventsFollow, OnlyWhatIsYoungEnoughIsReported)
-{
-	write(log, story());
-	follow({"--since", "2026-11-21 09:59"});
-	EXPECT_EQ(nextEvent(), "log-gap");
-	EXPECT_EQ(nextEvent(), "fault-found");
-	EXPECT_EQ(nextEvent(), "takeover-unfinished");
-	EXPECT_EQ(nextEvent(), "role-changed");
-	append(start("11:00:00.0", "4712"));
-	EXPECT_EQ(nextEvent(), "agent-ended");
-}
 
 } // namespace

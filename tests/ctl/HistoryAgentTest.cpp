@@ -6,23 +6,9 @@
 using namespace velarix::ctl;
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
-
-TEST_F(HistoryTest, AStartBeginsCleanAsSlave)
-{
-	start();
-	EXPECT_THAT(events(), ElementsAre("agent-started", "address-dropped (agent-start)",
-	                                  "program-killed (agent-start) server", "program-killed (agent-start) worker"));
-	EXPECT_EQ(snapshot().process, 4711);
-	EXPECT_EQ(snapshot().role->value, Role::slave);
-	EXPECT_EQ(snapshot().agentStarted, snapshot().role->since);
-	EXPECT_EQ(snapshot().address->value, AddressState::dropped);
-	EXPECT_FALSE(snapshot().lastRoleChange);
-}
 
 TEST_F(HistoryTest, ALogThatBeginsInTheMiddleTellsNoStartAndNoChange)
 {
@@ -36,27 +22,6 @@ TEST_F(HistoryTest, ALogThatBeginsInTheMiddleTellsNoStartAndNoChange)
 	EXPECT_TRUE(snapshot().programsRun->value);
 	EXPECT_FALSE(snapshot().asking->value);
 	EXPECT_FALSE(snapshot().lastRoleChange);
-}
-
-TEST_F(HistoryTest, ARestartTellsTheEndOfTheAgentBefore)
-{
-	becomeMaster();
-	const Instant last = now;
-	now += 10s;
-	process = 4712;
-	start();
-	const std::vector<Event> reported = takeEvents();
-	ASSERT_GE(reported.size(), 3U);
-	EXPECT_EQ(textOf(reported[0]), "agent-ended (killed) 1900ms");
-	EXPECT_EQ(reported[0].time, last);
-	EXPECT_EQ(reported[0].process, 4711);
-	EXPECT_EQ(reported[0].place, "");
-	EXPECT_EQ(textOf(reported[1]), "agent-started 10100ms");
-	EXPECT_EQ(reported[1].process, 4712);
-	EXPECT_EQ(textOf(reported[2]), "role-changed master->slave (agent-start) 11000ms");
-	EXPECT_EQ(snapshot().process, 4712);
-	EXPECT_FALSE(snapshot().received);
-	EXPECT_FALSE(snapshot().programsRun);
 }
 
 TEST_F(HistoryTest, AStartWhoseFirstMessageIsLostIsAStart)

@@ -5,29 +5,9 @@
 using namespace velarix::ctl;
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
-
-TEST_F(HistoryTest, TheWholeWayToMasterIsReported)
-{
-	start();
-	events();
-	takeConfiguredRole();
-	checked('M', 0);
-	checked('M', 1);
-	EXPECT_THAT(events(), ElementsAre("role-changed slave->master (configured-role) 1000ms",
-	                                  "takeover-began (configured-role)", "address-starting (takeover)",
-	                                  "address-up answers 300ms", "programs-started (configured-role) 100ms",
-	                                  "takeover-done (configured-role) 800ms", "programs-running 100ms"));
-	EXPECT_EQ(snapshot().lastRoleChange->cause, Cause::configuredRole);
-	EXPECT_EQ(snapshot().lastRoleChange->place, "CHeartReciver:473");
-	EXPECT_FALSE(snapshot().takeOver);
-	EXPECT_EQ(snapshot().address->value, AddressState::up);
-	EXPECT_TRUE(snapshot().programsRun->value);
-}
 
 TEST_F(HistoryTest, ATakeOverThatGoesOnIsInThePicture)
 {

@@ -6,8 +6,6 @@
 using namespace velarix::ctl;
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -70,19 +68,6 @@ TEST_F(HistoryTest, AForeignMessageIsReportedAndGoneAfterAQuietMinute)
 	now += 1min;
 	heartbeat("/process/0/2/20261121090601/0/");
 	EXPECT_THAT(events(), ElementsAre("fault-gone foreign-message 60400ms"));
-}
-
-TEST_F(HistoryTest, AInterfaceIsKnownByTheCommandThatReadsIt)
-{
-	becomeMaster();
-	ran("cat /sys/class/net/eth1/carrier", "0\n\n");
-	ran("cat /sys/class/net/eth1/carrier", "");
-	ran("cat /sys/class/net/eth0/carrier", "");
-	ran("cat /sys/class/net/eth1/carrier", "1\n\n");
-	ran("cat /sys/class/net/eth0/carrier", "1\n\n");
-	EXPECT_THAT(events(),
-	            ElementsAre("fault-found communication-interface", "fault-found service-interface",
-	                        "fault-gone communication-interface 300ms", "fault-gone service-interface 200ms"));
 }
 
 TEST_F(HistoryTest, OneCycleWithoutProgramsIsNoFaultYet)

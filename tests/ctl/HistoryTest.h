@@ -2,15 +2,7 @@
 /// about, message by message.
 #pragma once
 
-#include <chrono>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include "CtlTest.h"
 #include "ctl/history/Events.h"
 
 namespace velarix::ctl

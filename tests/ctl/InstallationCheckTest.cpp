@@ -1,20 +1,14 @@
 // What is found on the disk: directories, rights, programs, tools, the run-info record.
 
-#include <functional>
-
 #include <Poco/DateTimeFormat.h>
 #include <Poco/DateTimeFormatter.h>
-#include <sys/stat.h>
 
 #include "CheckTest.h"
-#include "RowName.h"
 #include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
 using host::FileKind;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace fs = std::filesystem;
 
@@ -81,7 +75,7 @@ struct Row
 {
 	const char* name;
 	std::vector<std::string> expected;
-	std::function<void(Node&)> change;
+	void (*change)(Node&);
 };
 
 // clang-format off

@@ -1,7 +1,6 @@
 // What is wrong in which state, and whether a failover would work then.
 
 #include "ctl/status/Judgement.h"
-#include "RowName.h"
 #include "StateTest.h"
 
 using namespace velarix::ctl;

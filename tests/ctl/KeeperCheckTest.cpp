@@ -4,10 +4,6 @@
 #include "ctl/check/KeeperChecks.h"
 
 using namespace velarix::ctl;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
 namespace fs = std::filesystem;

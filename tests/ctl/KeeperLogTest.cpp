@@ -1,17 +1,11 @@
 // The keeper's log beside the agent's, and what its words mean.
 
-#include <fstream>
-#include <regex>
-#include <set>
-
-#include "CtlTest.h"
-#include "LogTestSupport.h"
-#include "NodeLog.h"
 #include "ctl/history/KeeperLog.h"
+#include "CtlTest.h"
+#include "NodeLog.h"
 
 using namespace std::chrono_literals;
 using namespace velarix::ctl;
-using testing::HasSubstr;
 
 namespace fs = std::filesystem;
 
@@ -72,12 +66,8 @@ TEST_F(KeeperHistory, EveryWordOfTheKeeperIsExplained)
 	{
 		sources += file.path().extension() == ".cpp" ? readFile(file.path()) : "";
 	}
-	std::set<std::string> words{"raised", "lowered"};
-	static const std::regex kEvent(R"(event\("([a-z-]+)\")");
-	for (std::sregex_iterator it(sources.begin(), sources.end(), kEvent), end; it != end; ++it)
-	{
-		words.insert((*it)[1]);
-	}
+	std::set<std::string> words = allBetween(sources, "event(\"", "\"");
+	words.insert({"raised", "lowered"});
 	EXPECT_GT(words.size(), 15U);
 	for (const std::string& word : words)
 	{

@@ -5,8 +5,6 @@
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace
 {

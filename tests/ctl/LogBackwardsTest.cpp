@@ -1,21 +1,14 @@
 // The log from its end: only as much as is asked for, the archives behind.
 
-#include <algorithm>
 #include <cerrno>
-#include <fstream>
 
 #include <Poco/DeflatingStream.h>
 
 #include "CtlTest.h"
-#include "LogTestSupport.h"
 
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
 using testing::Property;
 
 namespace

@@ -1,22 +1,14 @@
 // The log as one stream, from real files: archives, rotation and truncation while
 // it is followed, broken lines, files that cannot be read.
 
-#include <fstream>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <Poco/DeflatingStream.h>
 #include <Poco/FileStream.h>
 
 #include "CtlTest.h"
-#include "LogTestSupport.h"
 
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -69,16 +61,6 @@ TEST_F(LogReaderTest, MessagesComeInOrderWithTheirFurtherLines)
 	EXPECT_THAT(reader.trouble(), IsEmpty());
 }
 
-TEST_F(LogReaderTest, ArchivesComeFirstOldestFirst)
-{
-	write("/log/v.log.20261121090000100", logLine("08:00:00.0", "A:2", "second"));
-	write("/log/v.log.20261120235959999", logLine("07:00:00.0", "A:1", "first"));
-	write("/log/v.log.20261121090000101", logLine("09:00:00.0", "A:3", "third"));
-	write("/log/v.log", logLine("10:00:00.0", "A:4", "fourth"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first", "A:2 second", "A:3 third", "A:4 fourth"));
-}
-
 TEST_F(LogReaderTest, OfTwoArchivesWithOneStampTheHigherNumberIsTheOlder)
 {
 	for (const char* name : {"v.log.20261121090000100", "v.log.20261121090000100.0", "v.log.20261121090000100.10",
@@ -127,15 +109,6 @@ TEST_F(LogReaderTest, ArchivesThatEndBeforeTheTimeAskedForAreNotOpened)
 	EXPECT_THAT(readAll(later), ElementsAre("A:2 second", "A:3 third"));
 }
 
-TEST_F(LogReaderTest, APackedArchiveIsReadLikeAnother)
-{
-	append(logLine("08:00:00.0", "A:1", "first") + logLine("08:00:01.0", "A:2", "second\nwith a further line"));
-	pack(rotate("20261121090000100"));
-	append(logLine("09:30:00.0", "A:3", "third"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first", "A:2 second\nwith a further line", "A:3 third"));
-}
-
 TEST_F(LogReaderTest, ADamagedPackedArchiveIsReportedAndTheRestIsRead)
 {
 	write("/log/v.log.20261121090000100.gz", "no such thing");
@@ -167,18 +140,6 @@ TEST_F(LogReaderTest, TheUnfinishedRestIsHandedOutWhenAskedFor)
 	ASSERT_TRUE(reader.last(line));
 	EXPECT_EQ(line.text, "sec");
 	EXPECT_FALSE(reader.last(line));
-}
-
-TEST_F(LogReaderTest, ARotationIsFollowedAndNothingBetweenIsMissed)
-{
-	append(logLine("08:00:00.0", "A:1", "first"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first"));
-	append(logLine("08:00:01.0", "A:2", "just before"));
-	rotate("20261121090000100");
-	append("# remark\n" + logLine("08:00:02.0", "A:3", "behind"));
-	EXPECT_THAT(readAll(reader), ElementsAre("A:2 just before", "# remark", "A:3 behind"));
-	EXPECT_THAT(readAll(reader), IsEmpty());
 }
 
 TEST_F(LogReaderTest, BetweenTheTwoStepsOfARotationItWaits)
@@ -276,24 +237,6 @@ TEST_F(LogReaderTest, ADirectoryOrAPipeInItsPlaceIsReportedAndNotWaitedFor)
 	LogReader pipe(log);
 	EXPECT_THAT(readAll(pipe), IsEmpty());
 	EXPECT_EQ(pipe.trouble().at(0).error, EINVAL);
-}
-
-TEST_F(LogReaderTest, GarbageIsKeptWithTheMessageBeforeIt)
-{
-	const std::string garbage("\xff\xfe\0\x01garbage", 11);
-	append(logLine("08:00:00.0", "A:1", "first") + garbage + "\n" + logLine("08:00:01.0", "A:2", "second"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader), ElementsAre("A:1 first\n" + garbage, "A:2 second"));
-}
-
-TEST_F(LogReaderTest, TheMessageBehindAnUnfinishedOneIsFound)
-{
-	append(logLine("08:00:00.0", "A:1", "first") + "2026-11-21 08:00:01.0 [4711:3][CHeartRe" + std::string(100, '\0') +
-	       logLine("08:00:09.0", "CAgent:25", "stop virtual ip, process", "4712:0"));
-	LogReader reader(log);
-	EXPECT_THAT(readAll(reader),
-	            ElementsAre("A:1 first\n2026-11-21 08:00:01.0 [4711:3][CHeartRe" + std::string(100, '\0'),
-	                        "CAgent:25 stop virtual ip, process"));
 }
 
 TEST_F(LogReaderTest, AHugeLineIsCutAndSaysByHowMuch)

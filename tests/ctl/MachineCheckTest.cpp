@@ -1,14 +1,10 @@
 // What is found on the machine: interfaces, addresses, privileges, ports, space, other processes.
 
 #include "CheckTest.h"
-#include "FakeMachine.h"
-#include "RowName.h"
 #include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

@@ -5,10 +5,6 @@
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace
 {

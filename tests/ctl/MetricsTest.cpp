@@ -1,19 +1,10 @@
 // The metrics on standard output and in a file of their own.
 
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
-
-#include <sys/stat.h>
-
 #include "PlainUser.h"
 #include "StateTest.h"
 #include "ctl/render/Exposition.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace fs = std::filesystem;
 

@@ -1,12 +1,8 @@
 // The line of the monitoring plug-in and its four statuses.
 
-#include <filesystem>
-
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 class Nagios : public StateTest
 {

@@ -2,12 +2,9 @@
 // either file set to another value, and all findings.
 
 #include "CheckTest.h"
-#include "RowName.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

@@ -1,18 +1,11 @@
 // The command line as a whole.
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <new>
-#include <sstream>
 
 #include "CtlTest.h"
 #include "PlainUser.h"
 #include "ctl/Program.h"
 #include "inspect/LogLine.h"
-
-using testing::HasSubstr;
-using testing::StartsWith;
 
 class Program : public CtlTest
 {

@@ -3,8 +3,6 @@
 #pragma once
 
 #include "CtlTest.h"
-#include "FakeMachine.h"
-#include "LogTestSupport.h"
 #include "NodeLog.h"
 
 class StateTest : public CtlTest

@@ -7,9 +7,6 @@
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 namespace fs = std::filesystem;
 

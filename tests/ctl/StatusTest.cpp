@@ -1,14 +1,9 @@
 // What `status` says of sound and of broken nodes, and its exit status.
 
-#include <sys/stat.h>
-
 #include "PlainUser.h"
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 namespace fs = std::filesystem;
 

@@ -1,14 +1,8 @@
 // The planned move of the service: when it is refused, what it does, how it ends.
 
-#include <filesystem>
-
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 using velarix::inspect::host::CommandEnd;
 
 namespace

@@ -5,9 +5,6 @@
 #include "StateTest.h"
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 class Watch : public StateTest
 {

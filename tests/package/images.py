@@ -4,8 +4,8 @@
     images.py SUITE DIRECTORY [base] [build]
 
 SUITE.base.squashfs has a minimal system with systemd, and in its package cache what
-the package needs on a server; nothing of that is installed, so that a missing
-dependency shows. SUITE.build.squashfs has all that scripts/package needs besides.
+the package and its Ansible role need on a server; nothing of that is installed, so
+that a missing dependency shows. SUITE.build.squashfs has all that scripts/package needs besides.
 What is named is made, once and again whenever what goes into them has changed; everything
 comes from the mirror that apt on this machine uses.
 """
@@ -28,6 +28,7 @@ DEPENDENCIES = os.path.join(ROOT, "packaging", "dependencies.txt")
 IN_BASE = ["systemd", "systemd-sysv"]
 IN_BUILD = ["ccache"]
 # Of packaging/dependencies.txt: what the machine that builds the packages gets.
+CACHED = ["run", "ansible"]
 GROUPS = ["run", "build", "package"]
 
 
@@ -46,7 +47,7 @@ def key():
         with open(path, "rb") as file:
             digest.update(file.read())
     with open(DEPENDENCIES) as file:
-        digest.update("".join(line for line in file if line.split()[:1] in ([group] for group in GROUPS)).encode())
+        digest.update("".join(line for line in file if line.split()[:1] in ([group] for group in CACHED + GROUPS)).encode())
     return digest.hexdigest()
 
 
@@ -120,7 +121,7 @@ def make(suite, directory, kinds):
         install_deps = ["chroot", root, "/deps/scripts/install-deps"]
         why = f"{suite}: the packages cannot be fetched. Is the network there?"
         run(["chroot", root, "apt-get", "clean"], log, why)
-        run([*install_deps, "--download-only", "run"], log, why)
+        run([*install_deps, "--download-only", *CACHED], log, why)
         squash(root, work + "/base", log)
         if "build" in kinds:
             run([*install_deps, *GROUPS], log, why)

@@ -52,8 +52,8 @@ class ProgramsTest(unittest.TestCase):
 
     def test_every_program_is_hardened(self):
         wanted = {
-            "readelf -dW": [r"FLAGS_1.*\bNOW\b", r"FLAGS_1.*\bPIE\b"],
-            "readelf -lW": [r"GNU_RELRO", r"GNU_STACK.* RW "],
+            "readelf -dW": [r"FLAGS_1.*\bNOW\b", r"FLAGS_1.*\bPIE\b", r"\A(?!(.|\n)*(RPATH|RUNPATH))"],
+            "readelf -lW": [r"GNU_RELRO", r"GNU_STACK.* RW ", r"\A(?!(.|\n)*LOAD.* RWE )"],
             "readelf --dyn-syms -W": [r"__stack_chk_fail"],
         }
         for program in PROGRAMS:
@@ -61,6 +61,9 @@ class ProgramsTest(unittest.TestCase):
                 for pattern in patterns:
                     with self.subTest(program=program, pattern=pattern):
                         self.assertRegex(self.tell(tool, program), pattern)
+
+    def test_the_agent_needs_the_secure_socket_library_though_it_calls_nothing_of_it(self):
+        self.assertRegex(self.tell("readelf -dW", PROGRAMS[0]), r"NEEDED.*\[libPocoNetSSL\.so")
 
     def test_the_librarys_checked_functions_are_used(self):
         # The third program calls none that has a checked form.

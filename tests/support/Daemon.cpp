@@ -9,10 +9,7 @@
 #include <Poco/Message.h>
 
 #include "Configuraion.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
-#include "velarix/paths.h"
-#include "velarix/shared_value.h"
 
 namespace
 {

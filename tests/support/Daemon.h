@@ -1,15 +1,35 @@
-/// What a test needs around the daemon's code: settings, log, shared values.
+/// What a test needs around the daemon's code: settings, log, shared values. What nearly
+/// every such test includes and the matchers that it uses come along.
 #pragma once
 
-#include <functional>
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <map>
-#include <string>
+#include <memory>
+#include <stdexcept>
+#include <thread>
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Poco/Exception.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Events.h"
+#include "FakeOutside.h"
+#include "RowName.h"
+#include "Sandbox.h"
+#include "Utill.h"
+#include "WaitFor.h"
+#include "velarix/paths.h"
+#include "velarix/shared_value.h"
 #include "velarix/velarix.h"
+
+using testing::AllOf, testing::Contains, testing::ElementsAre, testing::ElementsAreArray, testing::HasSubstr;
+using testing::IsEmpty, testing::MatchesRegex, testing::Not, testing::SizeIs, testing::StartsWith;
 
 /// A whole settings file; every key has a working value until it is changed.
 class Settings

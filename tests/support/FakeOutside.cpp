@@ -4,7 +4,6 @@
 #include <map>
 #include <mutex>
 #include <set>
-#include <vector>
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -41,3 +41,16 @@ inline void inOwnProcess(const std::function<void()>& body)
 	EXPECT_TRUE(WIFEXITED(status)) << "the own process was ended by signal " << WTERMSIG(status);
 	EXPECT_TRUE(!WIFEXITED(status) || WEXITSTATUS(status) == 0) << "the own process failed, see above";
 }
+
+/// A test whose whole body runs in a child process.
+#define TEST_IN_OWN_PROCESS(Fixture, Name)                                                                             \
+	class Fixture##Name : public Fixture                                                                               \
+	{                                                                                                                  \
+	protected:                                                                                                         \
+		void inside();                                                                                                 \
+	};                                                                                                                 \
+	TEST_F(Fixture##Name, HoldsInItsOwnProcess)                                                                        \
+	{                                                                                                                  \
+		inOwnProcess([this] { inside(); });                                                                            \
+	}                                                                                                                  \
+	void Fixture##Name::inside()

@@ -147,15 +147,6 @@ bool somebodyListensOn(std::uint16_t port, const std::string& address)
 	return tryConnect(newSocket(), port, address);
 }
 
-bool isListenedOn(std::uint16_t port)
-{
-	std::ostringstream end;
-	end << ':' << std::hex << std::uppercase << std::setw(4) << std::setfill('0') << port << " 00000000:0000 0A";
-	std::ifstream table("/proc/thread-self/net/tcp");
-	const std::string text((std::istreambuf_iterator<char>(table)), std::istreambuf_iterator<char>());
-	return text.find(end.str()) != std::string::npos;
-}
-
 Listener::Listener(std::uint16_t port, const std::string& address, bool reusePort)
     : m_socket(bindTo(port, address, true, reusePort))
 {

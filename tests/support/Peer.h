@@ -43,9 +43,6 @@ Socket connectTo(std::uint16_t port, const std::string& address = "127.0.0.1");
 /// @return whether somebody listens there
 bool somebodyListensOn(std::uint16_t port, const std::string& address = "127.0.0.1");
 
-/// The same as the kernel tells it, without a connection, which would be taken for a partner's.
-bool isListenedOn(std::uint16_t port);
-
 /// Listens like the partner's receiver, but accepts only when reported to.
 class Listener
 {

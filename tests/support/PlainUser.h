@@ -1,5 +1,5 @@
-/// Takes from the calling thread, while it lives, root's privilege to open what a
-/// file's mode forbids, so that tests can have unreadable and read-only files.
+/// Takes privileges of root from the calling thread while it lives: unless told otherwise that
+/// to open what a file's mode forbids, so that tests can have unreadable and read-only files.
 #pragma once
 
 #include <array>
@@ -15,11 +15,11 @@
 class PlainUser
 {
 public:
-	PlainUser()
+	explicit PlainUser(unsigned taken = (1U << CAP_DAC_OVERRIDE) | (1U << CAP_DAC_READ_SEARCH))
 	{
 		EXPECT_EQ(::syscall(SYS_capget, &m_header, m_before.data()), 0) << std::strerror(errno);
 		Sets plain = m_before;
-		plain[0].effective &= ~((1U << CAP_DAC_OVERRIDE) | (1U << CAP_DAC_READ_SEARCH));
+		plain[0].effective &= ~taken;
 		EXPECT_EQ(::syscall(SYS_capset, &m_header, plain.data()), 0) << std::strerror(errno);
 	}
 	~PlainUser() { ::syscall(SYS_capset, &m_header, m_before.data()); }

@@ -1,8 +1,6 @@
 #include "ReceiverLoop.h"
 
-#include "FakeOutside.h"
 #include "SocketCalls.h"
-#include "velarix/shared_value.h"
 
 namespace
 {

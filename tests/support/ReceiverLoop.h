@@ -3,14 +3,9 @@
 /// SocketCalls.
 #pragma once
 
-#include <functional>
 #include <limits>
-#include <map>
-#include <memory>
 #include <utility>
-#include <vector>
 
-#include "FakeOutside.h"
 #include "Peer.h"
 #include "ReceiverTest.h"
 

@@ -1,11 +1,5 @@
 #include "ReceiverTest.h"
 
-#include <filesystem>
-
-#include "FakeOutside.h"
-#include "Sandbox.h"
-#include "velarix/shared_value.h"
-
 ReceiverTest::ReceiverTest()
 {
 	settings.programs({"/opt/app/bin/dbServer"});

@@ -3,11 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <initializer_list>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "WorkerTest.h"
 

@@ -2,11 +2,8 @@
 #pragma once
 
 #include <iostream>
-#include <string>
 
 #include "Daemon.h"
-#include "Events.h"
-#include "FakeOutside.h"
 
 /// Repeats an event on standard error.
 inline void report(const std::string& event)

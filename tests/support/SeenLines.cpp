@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
-#include <string>
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -2,9 +2,6 @@
 
 #include <Poco/Thread.h>
 
-#include "WaitFor.h"
-#include "velarix/shared_value.h"
-
 SenderTest::SenderTest()
 {
 	settings.set("AGENT.PARTNER_IP", "127.0.0.1");

@@ -2,12 +2,6 @@
 /// and SocketCalls.
 #pragma once
 
-#include <functional>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "Peer.h"
 #include "WorkerTest.h"
 

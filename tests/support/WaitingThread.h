@@ -2,9 +2,7 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <memory>
-#include <string>
 #include <thread>
 
 #include <sys/syscall.h>

@@ -1,9 +1,6 @@
 /// What the agent shares with its workers, for tests that make workers without an agent.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include <Poco/AutoPtr.h>
 
 #include "Daemon.h"

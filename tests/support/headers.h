@@ -1,12 +1,5 @@
-/// The headers that nearly every test includes, precompiled for all of them.
+/// The headers that nearly every test of the daemon includes, precompiled for all of them.
 #pragma once
 
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include "Daemon.h"
 #include "WorkerAccess.h"

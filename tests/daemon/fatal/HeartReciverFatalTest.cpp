@@ -1,13 +1,7 @@
 // Where the receiver ends the daemon.
 
 #include <cerrno>
-#include <stdexcept>
 
-#include <unistd.h>
-
-#include <Poco/Exception.h>
-
-#include "FakeOutside.h"
 #include "ReceiverLoop.h"
 #include "Reported.h"
 #include "SocketCalls.h"

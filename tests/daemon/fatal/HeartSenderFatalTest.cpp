@@ -2,13 +2,9 @@
 
 #include <cstdio>
 
-#include <unistd.h>
-
 #include "Reported.h"
-#include "Sandbox.h"
 #include "SenderTest.h"
 #include "SocketCalls.h"
-#include "velarix/paths.h"
 
 namespace
 {

@@ -1,13 +1,8 @@
 // Launches that cannot be carried out end the daemon: better no agent than one
 // that believes in a service it could not start.
 
-#include <Poco/Exception.h>
-
-#include "Daemon.h"
-#include "FakeOutside.h"
 #include "ReceiverTest.h"
 #include "Reported.h"
-#include "Utill.h"
 
 namespace
 {

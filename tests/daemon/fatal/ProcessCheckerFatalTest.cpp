@@ -1,8 +1,6 @@
 // The process checker's settings, in the order in which they are read, and the
 // running flag that it cannot do without.
 
-#include "ProcessChecker.h"
-
 #include <cstddef>
 #include <new>
 

@@ -1,19 +1,12 @@
 // A run script that cannot be written ends the daemon: a node without it could
 // take over and start nothing.
 
-#include <functional>
-
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <Poco/File.h>
 
 #include "CAgent.h"
-#include "Daemon.h"
 #include "Reported.h"
-#include "Sandbox.h"
-#include "velarix/paths.h"
 
 namespace
 {

@@ -1,24 +1,10 @@
-#include <functional>
 #include <utility>
-
-#include <Poco/Exception.h>
-
-#include <sys/stat.h>
 
 #include "Configuraion.h"
 #include "Daemon.h"
 #include "LogFile.h"
 #include "PlainUser.h"
-#include "Sandbox.h"
-#include "Utill.h"
 #include "VelarixLog.h"
-#include "velarix/paths.h"
-
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace
 {
@@ -81,19 +67,11 @@ extern "C" void* __wrap__Znwm(std::size_t size)
 namespace
 {
 
-TEST_F(SettingsFatal, AMissingFileEndsTheDaemonWithTheReportAlone)
+TEST_F(SettingsFatal, WhatIsNoFileThatOpensAndReadsEndsTheDaemonWithTheReportAlone)
 {
 	expectSilentEnd("/usr/velarix/bin/ini/no-such.ini");
-}
-
-TEST_F(SettingsFatal, ADirectoryInPlaceOfTheFileEndsTheDaemonToo)
-{
 	expectSilentEnd("/usr/velarix/bin/ini");
-}
-
-/// This file opens, and every read of it fails as on a broken disk.
-TEST_F(SettingsFatal, AFileThatOpensAndCannotBeReadEndsTheDaemon)
-{
+	// It opens, and every read of it fails as on a broken disk.
 	sandbox::shell("ln -sfn /proc/self/mem /usr/velarix/bin/ini/broken.ini");
 	expectSilentEnd("/usr/velarix/bin/ini/broken.ini");
 }

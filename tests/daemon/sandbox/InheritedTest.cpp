@@ -5,28 +5,18 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
 
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <Poco/Thread.h>
 
 #include "Daemon.h"
 #include "OwnProcess.h"
 #include "RealPrograms.h"
-#include "Sandbox.h"
 #include "ShellRunner.h"
-#include "Utill.h"
 #include "VirtualIP.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
 
 using namespace std::chrono_literals;
 
@@ -218,23 +208,19 @@ TEST_F(InheritedSpecially, WithoutProcACommandStillRuns)
 
 // A console that nobody reads any more leaves the signal pending on each thread
 // that writes to it.
-TEST_F(InheritedSpecially, AnEarlierWriteToABrokenPipeDoesNotEndTheDaemonAtItsNextCommand)
+TEST_IN_OWN_PROCESS(InheritedSpecially, AnEarlierWriteToABrokenPipeDoesNotEndTheDaemonAtItsNextCommand)
 {
-	inOwnProcess(
+	onWorkerThread(
 	    []
 	    {
-		    onWorkerThread(
-		        []
-		        {
-			        int ends[2];
-			        ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-			        ::close(ends[0]);
-			        EXPECT_EQ(::write(ends[1], "x", 1), -1);
-			        EXPECT_EQ(errno, EPIPE);
-			        ::close(ends[1]);
-			        std::string command = "echo alive";
-			        EXPECT_EQ(shellCommand(command), "alive\n\n");
-		        });
+		    int ends[2];
+		    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+		    ::close(ends[0]);
+		    EXPECT_EQ(::write(ends[1], "x", 1), -1);
+		    EXPECT_EQ(errno, EPIPE);
+		    ::close(ends[1]);
+		    std::string command = "echo alive";
+		    EXPECT_EQ(shellCommand(command), "alive\n\n");
 	    });
 }
 

@@ -1,7 +1,5 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <ctime>
 
 #include <Poco/AutoPtr.h>
@@ -15,14 +13,8 @@
 #include "Daemon.h"
 #include "LogFile.h"
 #include "LogFileChannel.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::MatchesRegex;
 using testing::UnorderedElementsAre;
 
 namespace
@@ -136,21 +128,6 @@ TEST_F(LogRotation, OnlyArchivesBeyondThePurgeAgeAreRemoved)
 std::string refusalOfALine()
 {
 	return consoleOf([] { velarixLog->info("Source", 2, "%s", "a line"); }).out;
-}
-
-TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
-{
-	leaveLogOf(25 * kHour);
-	useRealLogFile();
-	sandbox::shell("mount --bind /usr/velarix/log/rotation /usr/velarix/log/rotation && "
-	               "mount -o remount,bind,ro /usr/velarix/log/rotation");
-	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
-	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
-	sandbox::shell("umount -l /usr/velarix/log/rotation");
-	// A restart of the daemon is what helps.
-	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
-	writeOneLine();
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
 }
 
 TEST_F(LogRotation, ADiskWithoutAnInodeForTheNewFileRefusesEveryLineFromThenOn)

@@ -1,23 +1,13 @@
 // Counting in a /proc made by hand: what of a directory is looked at, how much of a status
 // file, and what number of matches counts.
 
-#include <filesystem>
-#include <thread>
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "Daemon.h"
 #include "PlainUser.h"
-#include "Sandbox.h"
-#include "Utill.h"
-#include "WaitFor.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 namespace

@@ -3,15 +3,10 @@
 #include "ShellRunner.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <iterator>
-
-#include <sys/wait.h>
 
 #include "Daemon.h"
 #include "RealPrograms.h"
-
-using testing::ElementsAre;
 
 namespace
 {
@@ -19,12 +14,6 @@ namespace
 class RealCommand : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		programs::warmUpLog();
-	}
-
 	static std::string outputOf(std::string command) { return shellCommand(command); }
 
 	static std::size_t openDescriptors()
@@ -51,13 +40,6 @@ TEST_F(RealCommand, NothingOfACommandIsLeftBehind)
 	EXPECT_EQ(openDescriptors(), before);
 	EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
 	EXPECT_EQ(errno, ECHILD);
-}
-
-TEST_F(RealCommand, ACommandThatCannotBeStartedGivesTheMarker)
-{
-	EXPECT_EQ(programs::withoutDescriptors([] { return outputOf("echo first"); }), "velarixErr");
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log E Utill:550 shell command run error(fp is NULL): echo first", "sleep 1000"));
 }
 
 } // namespace

@@ -1,20 +1,10 @@
 // Kills of real programs, inside the process table of the sandbox.
 
-#include <csignal>
-#include <memory>
-
-#include <sys/wait.h>
-
-#include <Poco/Exception.h>
 #include <Poco/Process.h>
 
 #include "Daemon.h"
 #include "RealPrograms.h"
-#include "Utill.h"
-#include "WaitFor.h"
 
-using testing::ElementsAre;
-using testing::SizeIs;
 using namespace std::chrono_literals;
 
 namespace

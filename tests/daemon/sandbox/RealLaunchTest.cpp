@@ -1,27 +1,12 @@
 // Launches of real programs: the run script from the agent's hands to the
 // process table, and the direct launchers.
 
-#include <csignal>
-#include <filesystem>
-#include <memory>
-
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <Poco/Process.h>
 
 #include "CAgent.h"
 #include "Daemon.h"
 #include "RealPrograms.h"
-#include "Sandbox.h"
-#include "Utill.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
 using namespace std::chrono_literals;
 
 namespace

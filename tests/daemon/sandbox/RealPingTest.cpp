@@ -2,19 +2,8 @@
 
 #include "Probes.h"
 
-#include <array>
-#include <cerrno>
-#include <cstring>
-
-#include <linux/capability.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include "Daemon.h"
-#include "Sandbox.h"
-#include "Utill.h"
-
-using testing::ElementsAre;
+#include "PlainUser.h"
 
 namespace
 {
@@ -40,28 +29,6 @@ protected:
 		settings.set("AGENT.PARTNER_IP", address).set("AGENT.GATEWAY_IP", address).set("AGENT.VIRTUAL_IP", address);
 		apply();
 	}
-};
-
-/// Takes the privilege for raw sockets from the calling thread.
-class WithoutRawSockets
-{
-public:
-	WithoutRawSockets()
-	{
-		EXPECT_EQ(::syscall(SYS_capget, &m_header, m_before.data()), 0) << std::strerror(errno);
-		Sets without = m_before;
-		without[0].effective &= ~(1U << CAP_NET_RAW);
-		EXPECT_EQ(::syscall(SYS_capset, &m_header, without.data()), 0) << std::strerror(errno);
-	}
-	~WithoutRawSockets() { ::syscall(SYS_capset, &m_header, m_before.data()); }
-	WithoutRawSockets(const WithoutRawSockets&) = delete;
-	WithoutRawSockets& operator=(const WithoutRawSockets&) = delete;
-
-private:
-	using Sets = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
-
-	__user_cap_header_struct m_header{_LINUX_CAPABILITY_VERSION_3, 0};
-	Sets m_before{};
 };
 
 TEST_F(RealPing, AnAddressOfThisServerAnswersEveryProbe)
@@ -118,7 +85,7 @@ TEST_F(RealPing, AnAddressThatCannotBeResolvedIsAnError)
 TEST_F(RealPing, WithoutThePrivilegeForRawSocketsAPingIsAnError)
 {
 	configure("127.0.0.1");
-	const WithoutRawSockets limit;
+	const PlainUser withoutRawSockets(1U << CAP_NET_RAW);
 	EXPECT_FALSE(serviceIPcheck());
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:797 serviceIPcheck : START",
 	                                       "log E Utill:814 service IP Check Failed: I/O error: 1[CODE:1]",

@@ -100,28 +100,4 @@ void Sleeper::makeZombie()
 	require(::waitid(P_PID, static_cast<id_t>(m_pid), &end, WEXITED | WNOWAIT) == 0, "waitid");
 }
 
-void warmUpLog()
-{
-	velarixLog->error("Test", 1, "%s", "warming up");
-	velarixLog->debug("Test", 2, "%s", "warming up");
-	events::clear();
-}
-
-NoMoreDescriptors::NoMoreDescriptors()
-{
-	rlimit limit{};
-	require(::getrlimit(RLIMIT_NOFILE, &limit) == 0, "getrlimit");
-	m_before = limit.rlim_cur;
-	limit.rlim_cur = 0;
-	require(::setrlimit(RLIMIT_NOFILE, &limit) == 0, "setrlimit");
-}
-
-NoMoreDescriptors::~NoMoreDescriptors()
-{
-	rlimit limit{};
-	::getrlimit(RLIMIT_NOFILE, &limit);
-	limit.rlim_cur = m_before;
-	::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 } // namespace programs

@@ -38,29 +38,4 @@ private:
 	pid_t m_pid = 0;
 };
 
-/// Writes an error line and a debug line and forgets all events. For SetUp of tests
-/// with NoMoreDescriptors: a sanitizer that meets an object of the log for the
-/// first time needs descriptors to look at it.
-void warmUpLog();
-
-/// While it lives the process can open no further descriptor.
-class NoMoreDescriptors
-{
-public:
-	NoMoreDescriptors();
-	~NoMoreDescriptors();
-	NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-	NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-
-private:
-	unsigned long m_before = 0;
-};
-
-/// @return what `call` returns while no further descriptor can be opened
-template <typename Call> auto withoutDescriptors(const Call& call)
-{
-	const NoMoreDescriptors limit;
-	return call();
-}
-
 } // namespace programs

@@ -3,16 +3,8 @@
 #include "VirtualIP.h"
 
 #include <cerrno>
-#include <cstdlib>
 
-#include <sys/wait.h>
-
-#include "Sandbox.h"
-#include "Utill.h"
 #include "WorkerTest.h"
-
-using testing::ElementsAre;
-using testing::MatchesRegex;
 
 namespace
 {

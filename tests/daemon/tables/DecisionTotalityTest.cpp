@@ -1,15 +1,11 @@
 // Every combination of a decision's inputs meets exactly one line of one literal
 // table, and the real code does what that line says: roles, status, pending ask,
 // count and the whole sequence of events.
-#include <algorithm>
 #include <array>
 #include <iostream>
-#include <map>
 #include <sstream>
-#include <vector>
 
 #include "ReceiverTest.h"
-#include "velarix/shared_value.h"
 
 namespace
 {

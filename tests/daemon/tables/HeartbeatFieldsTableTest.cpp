@@ -1,13 +1,7 @@
 // What a heartbeat says, for every combination of the shared values, and how the
 // start time is copied into it. The rows are bytes on the wire.
 
-#include <map>
-
-#include "RowName.h"
-#include "Sandbox.h"
 #include "SenderTest.h"
-#include "velarix/paths.h"
-#include "velarix/shared_value.h"
 
 namespace
 {

@@ -2,7 +2,6 @@
 // and yields no field.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <Poco/Exception.h>
 

@@ -2,10 +2,6 @@
 // others. Every row: file before, key, value, whole file afterwards.
 #include "Daemon.h"
 #include "QuorinINI.h"
-#include "RowName.h"
-#include "Sandbox.h"
-
-using testing::IsEmpty;
 
 namespace
 {

@@ -2,19 +2,11 @@
 // and between which two events role, ask and count change. Each probe is made only when
 // the one before it leaves the answer open. Only a service interface without carrier makes
 // a master drop the virtual IP and ask its partner.
-#include <map>
 #include <sstream>
-#include <stdexcept>
 
-#include <Poco/Exception.h>
 #include <Poco/Net/NetException.h>
 
-#include "FakeOutside.h"
 #include "ReceiverTest.h"
-#include "RowName.h"
-#include "velarix/shared_value.h"
-
-using testing::ElementsAreArray;
 
 namespace
 {

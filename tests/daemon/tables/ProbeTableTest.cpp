@@ -6,7 +6,6 @@
 #include <iostream>
 
 #include "Daemon.h"
-#include "RowName.h"
 
 namespace
 {

@@ -2,14 +2,7 @@
 // raw values of system() that count as started, the checker's pause for every configured
 // cycle, and its line for every role.
 
-#include <map>
-
-#include "FakeOutside.h"
-#include "ProcessChecker.h"
-#include "Utill.h"
 #include "WorkerTest.h"
-
-using testing::ElementsAre;
 
 namespace
 {

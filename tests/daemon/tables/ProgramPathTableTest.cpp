@@ -3,8 +3,6 @@
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "RowName.h"
-#include "Utill.h"
 
 namespace
 {

@@ -1,17 +1,8 @@
 // Which key of the run-info record each of its users takes for a label. The three
 // rules differ on purpose: "master1" and "master2" are known to the reader alone,
 // "slaveAlone" to the sender's writer alone, and "master2" is the slave's key.
-#include "CAgent.h"
-#include "CHeartReciver.h"
-#include "CHeartSender.h"
 #include "FixedClock.h"
-#include "RowName.h"
-#include "Sandbox.h"
 #include "WorkerTest.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

@@ -3,8 +3,6 @@
 // ends the daemon.
 #include "Configuraion.h"
 #include "Daemon.h"
-#include "RowName.h"
-#include "Sandbox.h"
 
 namespace
 {

@@ -1,12 +1,7 @@
 // Other threads read role and ask at any moment: between which two events each value
 // changes when a heartbeat is judged, when the node judges itself and at a fail-over. The
 // changes of the network verdict are in NetworkStatusTableTest.cpp.
-#include "FakeOutside.h"
 #include "ReceiverTest.h"
-#include "RowName.h"
-#include "velarix/shared_value.h"
-
-using testing::ElementsAreArray;
 
 namespace
 {

@@ -1,19 +1,9 @@
 // What the construction of the agent does to the node, in order.
 
-#include <map>
 #include <type_traits>
 
-#include <sys/stat.h>
-
-#include "CAgent.h"
-#include "Daemon.h"
 #include "Reported.h"
-#include "Sandbox.h"
 #include "WorkerAccess.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

@@ -1,20 +1,8 @@
 // The agent's kill when the kill of the programs itself fails: scripted, since
 // the production kill always succeeds.
 
-#include <functional>
-#include <stdexcept>
-
-#include <Poco/Exception.h>
-
-#include "CAgent.h"
 #include "Daemon.h"
-#include "Utill.h"
 #include "WorkerAccess.h"
-
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace
 {

@@ -1,22 +1,10 @@
 // The agent's own process start and kill, its flag and its start time.
 
 #include <future>
-#include <stdexcept>
 
-#include <Poco/Exception.h>
-
-#include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "Sandbox.h"
 #include "Utilities.h"
 #include "WorkerAccess.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::MatchesRegex;
 
 namespace
 {

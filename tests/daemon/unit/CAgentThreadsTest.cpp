@@ -1,19 +1,9 @@
 // The order in which the agent makes and starts its workers, and what a failure
 // in the middle leaves behind. No worker thread runs here.
 
-#include <stdexcept>
-
-#include <Poco/Exception.h>
-
-#include "CAgent.h"
 #include "Daemon.h"
-#include "Sandbox.h"
 #include "ThreadStarts.h"
 #include "WorkerAccess.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::MatchesRegex;
 
 namespace
 {
@@ -133,21 +123,6 @@ TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSend
 	EXPECT_FALSE(AgentAccess::checker(*agent).isNull());
 	EXPECT_FALSE(AgentAccess::reciver(*agent).isNull());
 	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
-}
-
-TEST_F(CAgentThreads, AnErrorOfTheCheckersConstructionIsLoggedAndNothingStarts)
-{
-	refuse("log D ProcessChecker:69 ");
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "log E CAgent:160 Cannot write file: disk full"));
-	EXPECT_TRUE(AgentAccess::checker(*agent).isNull());
-	EXPECT_TRUE(AgentAccess::reciver(*agent).isNull());
-	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
-	EXPECT_EQ(AgentAccess::handles(*agent), nullptr);
-	EXPECT_EQ(AgentAccess::mode(*agent), 2);
-	EXPECT_FALSE(AgentAccess::running(*agent));
 }
 
 TEST_F(CAgentThreads, AnErrorOfALaterConstructionLeavesTheWorkersOfAnEarlierStart)

@@ -1,16 +1,10 @@
-#include <csignal>
-
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include "Daemon.h"
 #include "OwnProcess.h"
 #include "PlainUser.h"
 #include "QuorinINI.h"
-#include "Sandbox.h"
 #include "WaitingThread.h"
-
-using testing::IsEmpty;
 
 namespace
 {
@@ -83,87 +77,60 @@ void expectOthersGoOn()
 
 /// A real failure of the write alone, as on a disk that fills up between the file's
 /// emptying and its new bytes.
-TEST_F(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsReported)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, BytesThatFindNoRoomLeaveAnEmptyFileAndNobodyIsReported)
 {
-	inOwnProcess(
-	    []
-	    {
-		    initialization editor;
-		    editor.loadFile(kFile);
-		    std::signal(SIGXFSZ, SIG_IGN);
-		    const rlimit nothing{0, RLIM_INFINITY};
-		    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &nothing), 0);
-		    const bool done = editor.changeINI("T.K", "2");
-		    const rlimit all{RLIM_INFINITY, RLIM_INFINITY};
-		    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &all), 0);
-		    EXPECT_TRUE(done);
-	    });
+	initialization editor;
+	editor.loadFile(kFile);
+	std::signal(SIGXFSZ, SIG_IGN);
+	rlimit before{};
+	ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+	const rlimit nothing{0, before.rlim_max};
+	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &nothing), 0);
+	const bool done = editor.changeINI("T.K", "2");
+	ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+	EXPECT_TRUE(done);
 	EXPECT_EQ(sandbox::readFile(kFile), "");
 }
 
-TEST_F(ChangeIniFailures, WithoutALoadThereIsNoFileToChange)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, WithoutALoadThereIsNoFileToChange)
 {
-	inOwnProcess(
-	    []
-	    {
-		    initialization editor;
-		    expectRefusal(editor);
-	    });
+	initialization editor;
+	expectRefusal(editor);
 }
 
-TEST_F(ChangeIniFailures, AfterAReadFailureEveryOtherThreadWaits)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, AfterAReadFailureEveryOtherThreadWaits)
 {
-	inOwnProcess(
-	    []
-	    {
-		    failToRead();
-		    expectOthersWait();
-	    });
+	failToRead();
+	expectOthersWait();
 }
 
-TEST_F(ChangeIniFailures, AfterAWriteFailureEveryOtherThreadWaits)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, AfterAWriteFailureEveryOtherThreadWaits)
 {
-	inOwnProcess(
-	    []
-	    {
-		    failToWrite();
-		    expectOthersWait();
-	    });
+	failToWrite();
+	expectOthersWait();
 }
 
-TEST_F(ChangeIniFailures, TheThreadThatFailedToWriteCanTryAgain)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, TheThreadThatFailedToWriteCanTryAgain)
 {
-	inOwnProcess(
-	    []
-	    {
-		    failToWrite();
-		    failToWrite();
-		    EXPECT_TRUE(changeGood("2"));
-	    });
+	failToWrite();
+	failToWrite();
+	EXPECT_TRUE(changeGood("2"));
 	EXPECT_EQ(sandbox::readFile(kGood), "[T]\nK = 2\n");
 }
 
-TEST_F(ChangeIniFailures, ALaterSuccessOfThatThreadDoesNotFreeTheOthers)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, ALaterSuccessOfThatThreadDoesNotFreeTheOthers)
 {
-	inOwnProcess(
-	    []
-	    {
-		    failToWrite();
-		    EXPECT_TRUE(changeGood("1"));
-		    expectOthersWait();
-	    });
+	failToWrite();
+	EXPECT_TRUE(changeGood("1"));
+	expectOthersWait();
 }
 
-TEST_F(ChangeIniFailures, ARefusedKeyLeavesTheLockFree)
+TEST_IN_OWN_PROCESS(ChangeIniFailures, ARefusedKeyLeavesTheLockFree)
 {
-	inOwnProcess(
-	    []
-	    {
-		    initialization editor;
-		    editor.loadFile(kGood);
-		    EXPECT_FALSE(editor.changeINI(std::string(100, 'k'), "2"));
-		    expectOthersGoOn();
-	    });
+	initialization editor;
+	editor.loadFile(kGood);
+	EXPECT_FALSE(editor.changeINI(std::string(100, 'k'), "2"));
+	expectOthersGoOn();
 }
 
 } // namespace

@@ -4,8 +4,6 @@
 
 #include "Daemon.h"
 
-using testing::ElementsAre;
-
 namespace
 {
 

@@ -1,15 +1,7 @@
 // What a decision has changed by the time it acts, which settings it reads, and
 // that it passes on the errors of process and address control.
-#include <stdexcept>
 
-#include <Poco/Exception.h>
-
-#include "FakeOutside.h"
 #include "ReceiverTest.h"
-#include "velarix/shared_value.h"
-
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 namespace
 {

@@ -1,17 +1,7 @@
 // The launchers that start each program directly and hand back its handle.
 
-#include <memory>
-#include <stdexcept>
-
-#include <Poco/Exception.h>
-
 #include "Daemon.h"
-#include "FakeOutside.h"
 #include "OwnProcess.h"
-#include "Utill.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -63,17 +53,13 @@ TEST_F(DirectLaunch, EachCommandIsLaunchedInOrderWithoutArguments)
 }
 
 // In a process of its own: the handles of the programs launched before are lost.
-TEST_F(DirectLaunch, AnExceptionOfAnotherKindPassesToTheCaller)
+TEST_IN_OWN_PROCESS(DirectLaunch, AnExceptionOfAnotherKindPassesToTheCaller)
 {
-	inOwnProcess(
-	    []
-	    {
-		    fakeoutside::launchThrows("/opt/app/two", [] { throw std::runtime_error("other"); });
-		    std::vector<std::string> commands{"/opt/app/one", "/opt/app/two", "/opt/app/three"};
-		    EXPECT_THROW(Utill::processRun(commands), std::runtime_error);
-		    EXPECT_THAT(events::all(), ElementsAre("launch /opt/app/one", "log D Utill:96 /opt/app/one started run..",
-		                                           "launch /opt/app/two"));
-	    });
+	fakeoutside::launchThrows("/opt/app/two", [] { throw std::runtime_error("other"); });
+	std::vector<std::string> commands{"/opt/app/one", "/opt/app/two", "/opt/app/three"};
+	EXPECT_THROW(Utill::processRun(commands), std::runtime_error);
+	EXPECT_THAT(events::all(),
+	            ElementsAre("launch /opt/app/one", "log D Utill:96 /opt/app/one started run..", "launch /opt/app/two"));
 }
 
 TEST_F(DirectLaunch, TheConfiguredProgramsAreLaunchedUnderTheFailoverBanner)

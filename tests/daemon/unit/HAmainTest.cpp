@@ -1,17 +1,10 @@
 // The daemon's entry, called as a function: its main is compiled under another
 // name, fork is scripted, no worker thread runs and every wait is recorded.
 
-#include <csignal>
-
-#include <unistd.h>
-
+#include "HAmain.h"
 #include "Configuraion.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "HAmain.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
-#include "velarix/paths.h"
 
 int velarixMain();
 
@@ -37,7 +30,6 @@ extern "C" pid_t __wrap_fork()
 	return g_forkResult;
 }
 
-using testing::ElementsAre;
 using testing::Eq;
 using testing::ExitedWithCode;
 

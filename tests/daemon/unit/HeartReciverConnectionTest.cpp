@@ -1,13 +1,10 @@
 // A connection of the partner: what is received, what counts as a message, and
 // the pauses.
 
-#include "FakeOutside.h"
 #include "ReceiverLoop.h"
 #include "SocketCalls.h"
-#include "velarix/shared_value.h"
 
 using namespace steps;
-using testing::ElementsAre;
 
 namespace
 {

@@ -2,20 +2,13 @@
 // thread.
 
 #include <cerrno>
-#include <stdexcept>
-#include <thread>
 
-#include <Poco/Exception.h>
 #include <Poco/Thread.h>
 
-#include "FakeOutside.h"
 #include "ReceiverLoop.h"
 #include "SocketCalls.h"
-#include "WaitFor.h"
-#include "velarix/shared_value.h"
 
 using namespace steps;
-using testing::ElementsAre;
 
 namespace
 {
@@ -45,14 +38,6 @@ protected:
 		return ended;
 	}
 };
-
-TEST_F(ReceiverErrors, ASilentClientEndsInATimeOutAndDropsTheSocket)
-{
-	atListen(1, [this] { partnerConnects(); });
-	EXPECT_THAT(passes(1),
-	            are({slaveJudged(), kNewServer, kPoll, serverError("Timeout[CODE: 11][noName]"), dropped()}));
-	EXPECT_TRUE(connections.front()->isAtEnd());
-}
 
 TEST_F(ReceiverErrors, ASilentClientThatConnectsAtTheFirstMomentEndsInATimeOutToo)
 {
@@ -87,14 +72,6 @@ TEST_F(ReceiverErrors, APartnerThatResetsIsAServerError)
 	atListen(1, [this] { partnerConnects().reset(); });
 	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, kPoll,
 	                            serverError("Connection reset by peer[CODE: 104][noName]"), dropped()}));
-}
-
-TEST_F(ReceiverErrors, AFailedPollIsAServerErrorAndTheNextPassListensAnew)
-{
-	socketcalls::failNext("poll", EBADF);
-	EXPECT_THAT(passes(2),
-	            are({slaveJudged(), kNewServer, serverError("I/O error: Bad socket descriptor[CODE: 9][noName]"),
-	                 dropped(), slaveJudged(), kNewServer, counted(kCounted1)}));
 }
 
 TEST_F(ReceiverErrors, ANodeOutOfDescriptorsGoesOn)

@@ -1,9 +1,6 @@
 // What the receiver makes of a partner that is not heard.
 
-#include "FakeOutside.h"
 #include "ReceiverLoop.h"
-#include "Sandbox.h"
-#include "velarix/shared_value.h"
 
 using namespace steps;
 

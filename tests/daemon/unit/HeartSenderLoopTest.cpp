@@ -4,14 +4,10 @@
 #include <net/if.h>
 
 #include "Configuraion.h"
-#include "Sandbox.h"
 #include "SenderTest.h"
 #include "SocketCalls.h"
-#include "velarix/paths.h"
-#include "velarix/shared_value.h"
 
 using namespace beats;
-using testing::ElementsAre;
 
 namespace
 {

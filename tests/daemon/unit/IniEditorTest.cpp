@@ -1,21 +1,10 @@
-#include <sys/stat.h>
-
-#include <atomic>
-#include <cstdio>
-#include <functional>
 #include <optional>
-#include <thread>
 #include <utility>
-
-#include <Poco/Exception.h>
 
 #include "Daemon.h"
 #include "OwnProcess.h"
 #include "QuorinINI.h"
-#include "Sandbox.h"
 #include "WaitingThread.h"
-
-using testing::IsEmpty;
 
 namespace
 {
@@ -162,19 +151,15 @@ TEST_F(IniEditor, LinesWrittenSinceTheLoadAreKept)
 }
 
 // In a process of its own: an editor that failed would hold up the other tests.
-TEST_F(IniEditor, ARefusedKeyDoesNotEvenOpenTheFile)
+TEST_IN_OWN_PROCESS(IniEditor, ARefusedKeyDoesNotEvenOpenTheFile)
 {
-	inOwnProcess(
-	    []
-	    {
-		    initialization editor;
-		    editor.loadFile(kFile);
-		    ASSERT_EQ(std::remove(kFile), 0);
-		    testing::internal::CaptureStdout();
-		    const bool done = editor.changeINI("T." + std::string(98, 'N'), "2");
-		    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-		    EXPECT_FALSE(done);
-	    });
+	initialization editor;
+	editor.loadFile(kFile);
+	ASSERT_EQ(std::remove(kFile), 0);
+	testing::internal::CaptureStdout();
+	const bool done = editor.changeINI("T." + std::string(98, 'N'), "2");
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+	EXPECT_FALSE(done);
 	EXPECT_NE(::access(kFile, F_OK), 0);
 }
 

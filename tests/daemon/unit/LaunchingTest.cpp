@@ -2,15 +2,10 @@
 
 #include <iostream>
 
-#include <Poco/Exception.h>
-
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "Utill.h"
+#include "Database.h"
 
-using testing::ElementsAre;
 using testing::EndsWith;
-using testing::IsEmpty;
 
 namespace
 {
@@ -40,26 +35,6 @@ protected:
 	}
 };
 
-TEST_F(Launching, TheVirtualIPComesBeforeTheScript)
-{
-	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
-	Utill::voidProcessRun(false);
-	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "command vip-stop",
-	                                       "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                                       "log D Utill:668 myVirtualIP working", "log D Utill:62 try to run processes",
-	                                       "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                                       "system /usr/velarix/bin/ini/processList.sh", kBanner));
-}
-
-TEST_F(Launching, WithTheSkipFlagTheVirtualIPIsAnnouncedButNotStarted)
-{
-	Utill::voidProcessRun(true);
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
-	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
-}
-
 TEST_F(Launching, AWaitingTimeOfThreeCountsThreeTwoOneOnTheConsole)
 {
 	waitingTime("3");
@@ -74,14 +49,6 @@ TEST_F(Launching, AWaitingTimeOfThreeCountsThreeTwoOneOnTheConsole)
 	                                       "sleep 1000", "log D Utill:62 try to run processes",
 	                                       "system chmod 755 /usr/velarix/bin/ini/processList.sh",
 	                                       "system /usr/velarix/bin/ini/processList.sh", kBanner));
-}
-
-TEST_F(Launching, ALineOfTheCountdownIsPrintedBeforeItsSecond)
-{
-	waitingTime("2");
-	EXPECT_EQ(countdownUntilSleep(1), "**DEBUG**(Utill:48)try to start virtual ip\n"
-	                                  "process is waiting for ip setup:2\n");
-	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000"));
 }
 
 TEST_F(Launching, ANegativeWaitingTimeStillWaitsAfterALongWhile)
@@ -119,30 +86,16 @@ TEST_F(Launching, TheWaitingTimeIsReadAfterTheVirtualIPIsUp)
 	                   "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
 }
 
-TEST_F(Launching, AnExceptionPassesToTheCaller)
-{
-	fakeoutside::onAction(
-	    [](const std::string& event)
-	    {
-		    if (event == "system /usr/velarix/bin/ini/processList.sh")
-		    {
-			    throw Poco::NoPermissionException("script");
-		    }
-	    });
-	EXPECT_THROW(Utill::voidProcessRun(true), Poco::NoPermissionException);
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
-	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-	                        "system /usr/velarix/bin/ini/processList.sh"));
-}
-
-TEST_F(Launching, TheDatabaseHookDoesNothing)
+TEST_F(Launching, TheDatabaseNeedsNoStartAndIsThereAtOnce)
 {
 	MODE mode = MODE_MASTER;
 	Utill::DBRun(&mode);
 	Utill::DBRun(nullptr);
-	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_TRUE(DBFileCheck(nullptr));
 	EXPECT_THAT(events::all(), IsEmpty());
+	EXPECT_TRUE(isDBOn(&mode));
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:728 DB is working"));
+	EXPECT_EQ(mode, MODE_MASTER);
 }
 
 } // namespace

@@ -1,22 +1,15 @@
 // The levels of the log: what reaches the file and what the console, with a working log, with
 // none and with one that refuses every line.
-#include <functional>
-#include <stdexcept>
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Channel.h>
-#include <Poco/Exception.h>
 #include <Poco/Logger.h>
 #include <Poco/Message.h>
 
 #include "Console.h"
 #include "Daemon.h"
 #include "LogFile.h"
-#include "RowName.h"
 #include "VelarixLog.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

@@ -1,8 +1,6 @@
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <ctime>
-#include <thread>
 
 #include <Poco/Thread.h>
 
@@ -10,12 +8,9 @@
 #include "Daemon.h"
 #include "LogFile.h"
 #include "OwnProcess.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
 
 using testing::Each;
-using testing::HasSubstr;
-using testing::MatchesRegex;
 
 namespace
 {

@@ -1,16 +1,9 @@
-#include <unistd.h>
-
 #include <Poco/Logger.h>
 
 #include "Console.h"
 #include "Daemon.h"
 #include "LogFile.h"
-#include "Sandbox.h"
 #include "VelarixLog.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace
 {

@@ -1,11 +1,6 @@
 // Heartbeats that look odd and are accepted, and what is none and changes nothing.
-#include <map>
 
 #include "ReceiverTest.h"
-#include "velarix/shared_value.h"
-
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 namespace
 {

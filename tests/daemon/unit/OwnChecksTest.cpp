@@ -1,15 +1,9 @@
 // The receiver's smaller checks: the managed programs, the carrier of the two
 // interfaces and the gateway.
-#include <stdexcept>
 
-#include <Poco/Exception.h>
 #include <Poco/Net/NetException.h>
 
-#include "FakeOutside.h"
 #include "ReceiverTest.h"
-#include "velarix/shared_value.h"
-
-using testing::ElementsAre;
 
 namespace
 {

@@ -1,22 +1,9 @@
 // The loop of the process checker. The check itself is scripted here, the locks
 // around it are recorded.
 
-#include "ProcessChecker.h"
-
-#include <algorithm>
-#include <functional>
-#include <stdexcept>
-#include <string>
-#include <vector>
-
 #include <pthread.h>
 
-#include <Poco/Exception.h>
-
-#include "Utill.h"
 #include "WorkerTest.h"
-
-using testing::ElementsAre;
 
 namespace
 {

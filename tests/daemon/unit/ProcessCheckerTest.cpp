@@ -1,15 +1,9 @@
 // The process checker without its loop: construction, the related process and
 // the reference count. Its loop is in ProcessCheckerRunTest.cpp.
 
-#include "ProcessChecker.h"
-
 #include <ctime>
 
-#include "FakeOutside.h"
 #include "WorkerTest.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -26,16 +20,6 @@ protected:
 
 	Poco::AutoPtr<ProcessChecker> make() { return WorkerTest::make<Observed>(); }
 };
-
-TEST_F(Checker, ConstructionReadsTheProgramsOnce)
-{
-	settings.programs({"/opt/app/one", "/opt/app/two"});
-	apply();
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	settings.programs({"/opt/app/other"});
-	apply();
-	EXPECT_THAT(WorkerAccess::processList(*pChecker), ElementsAre("/opt/app/one", "/opt/app/two"));
-}
 
 TEST_F(Checker, ReadingTheProgramsAgainAppends)
 {
@@ -56,15 +40,6 @@ TEST_F(Checker, TheObservationModeIsTheSettings)
 	settings.set("PROCESS_CHECK.OBSERVATION_MODE", "7");
 	apply();
 	EXPECT_EQ(WorkerAccess::observationMode(*make()), OBSERVATION_MODE_2);
-}
-
-TEST_F(Checker, TheKillCommandEndsInTheRelatedProcess)
-{
-	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall").set("AGENT.RELATED_PROCESS", "agentd");
-	apply();
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	EXPECT_EQ(WorkerAccess::killCommand(*pChecker), "killall agentd");
-	EXPECT_EQ(WorkerAccess::relatedProcess(*pChecker), "agentd");
 }
 
 TEST_F(Checker, WithoutARelatedProcessTheKillCommandEndsInABlank)

@@ -1,11 +1,6 @@
 // The kill by the configured command and the check by keyword.
 
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "Utill.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -34,11 +29,12 @@ TEST_F(ProcessKill, TheCommandRunsOncePerProgramNameInOrder)
 	                                       "log I Utill:573 command(killall -9 worker) : "));
 }
 
-TEST_F(ProcessKill, WithoutProgramsNoCommandRuns)
+TEST_F(ProcessKill, WithoutProgramsOrHandlesNoCommandRuns)
 {
 	settings.programs({});
 	apply();
 	EXPECT_TRUE(Utill::processKill());
+	EXPECT_TRUE(Utill::processKill(nullptr));
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
@@ -50,37 +46,28 @@ TEST_F(ProcessKill, AProgramWithoutANameLeavesTheCommandWithItsBlank)
 	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall -9 "));
 }
 
-TEST_F(ProcessKill, WithoutAHandleListNothingIsKilled)
-{
-	EXPECT_TRUE(Utill::processKill(nullptr));
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(KeywordCheck, ProgramsWithoutTheKeywordPass)
+TEST_F(KeywordCheck, ProgramsWithoutTheKeywordPassWhateverTheArgument)
 {
 	fakeoutside::commandPrints("ps aux | grep server", "root 7 S /opt/app/server\n");
-	EXPECT_TRUE(Utill::advenceRunCheck(0));
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command ps aux | grep server",
-	                        "log I Utill:573 command(ps aux | grep server) : root 7 S /opt/app/server\n\n",
-	                        "command ps aux | grep worker", "log I Utill:573 command(ps aux | grep worker) : "));
+	for (const int argument : {0, -1, 99})
+	{
+		events::clear();
+		EXPECT_TRUE(Utill::advenceRunCheck(argument));
+		EXPECT_THAT(events::all(),
+		            ElementsAre("command ps aux | grep server",
+		                        "log I Utill:573 command(ps aux | grep server) : root 7 S /opt/app/server\n\n",
+		                        "command ps aux | grep worker", "log I Utill:573 command(ps aux | grep worker) : "));
+	}
 }
 
 TEST_F(KeywordCheck, TheFirstProgramWithTheKeywordEndsTheCheck)
 {
-	fakeoutside::commandPrints("ps aux | grep server", "root 7 Z [server] <defunct>\n");
-	EXPECT_FALSE(Utill::advenceRunCheck(0));
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command ps aux | grep server",
-	                        "log I Utill:573 command(ps aux | grep server) : root 7 Z [server] <defunct>\n\n"));
-}
-
-TEST_F(KeywordCheck, ALaterProgramWithTheKeywordFailsToo)
-{
 	fakeoutside::commandPrints("ps aux | grep worker", "root 1 S init\nroot 8 Z [worker] <defunct>\n");
 	EXPECT_FALSE(Utill::advenceRunCheck(0));
-	EXPECT_THAT(events::only({"command "}),
-	            ElementsAre("command ps aux | grep server", "command ps aux | grep worker"));
+	fakeoutside::commandPrints("ps aux | grep server", "root 7 Z [server] <defunct>\n");
+	EXPECT_FALSE(Utill::advenceRunCheck(0));
+	EXPECT_THAT(events::only({"command "}), ElementsAre("command ps aux | grep server", "command ps aux | grep worker",
+	                                                    "command ps aux | grep server"));
 }
 
 TEST_F(KeywordCheck, AKeywordEqualToTheFailureMarkerFailsWhenTheCommandCannotBeRun)
@@ -92,15 +79,6 @@ TEST_F(KeywordCheck, AKeywordEqualToTheFailureMarkerFailsWhenTheCommandCannotBeR
 	EXPECT_THAT(events::all(),
 	            ElementsAre("command ps aux | grep server",
 	                        "log E Utill:550 shell command run error(fp is NULL): ps aux | grep server", "sleep 1000"));
-}
-
-TEST_F(KeywordCheck, TheArgumentIsNotConsulted)
-{
-	EXPECT_TRUE(Utill::advenceRunCheck(-1));
-	EXPECT_TRUE(Utill::advenceRunCheck(99));
-	EXPECT_THAT(events::only({"command "}),
-	            ElementsAre("command ps aux | grep server", "command ps aux | grep worker",
-	                        "command ps aux | grep server", "command ps aux | grep worker"));
 }
 
 } // namespace

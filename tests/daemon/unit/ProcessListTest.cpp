@@ -1,17 +1,11 @@
 // The configured programs and the names they are known by.
 
-#include <algorithm>
 #include <iostream>
 #include <random>
 
 #include <Poco/StringTokenizer.h>
 
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "Utill.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

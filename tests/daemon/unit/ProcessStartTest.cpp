@@ -2,24 +2,12 @@
 // smaller operations that are no part of their loops. What both promise is reported once.
 
 #include <atomic>
-#include <ctime>
-#include <stdexcept>
-#include <thread>
 
-#include <Poco/Exception.h>
-
-#include "FakeOutside.h"
 #include "FixedClock.h"
 #include "ReceiverTest.h"
-#include "Sandbox.h"
-#include "WaitFor.h"
-#include "velarix/paths.h"
-#include "velarix/shared_value.h"
 
 using steps::join;
 using steps::runPrograms;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 namespace
 {

@@ -1,12 +1,7 @@
-#include "CAgent.h"
-#include "CHeartReciver.h"
-#include "CHeartSender.h"
 #include "OwnProcess.h"
 #include "QuorinINI.h"
-#include "Sandbox.h"
 #include "WaitingThread.h"
 #include "WorkerTest.h"
-#include "velarix/paths.h"
 
 // ThreadSanitizer's deadlock detector is right about the editor: after a failure
 // it keeps its lock on purpose, and that is what these tests jam.
@@ -37,85 +32,73 @@ void jamTheEditor()
 
 // With one shared lock the sender's reader would wait behind the failed editor
 // and no further heartbeat would go out.
-TEST_F(RunInfoLocks, EachSourceFileHasItsOwnCopy)
+TEST_IN_OWN_PROCESS(RunInfoLocks, EachSourceFileHasItsOwnCopy)
 {
-	inOwnProcess(
-	    [this]
-	    {
-		    CAgent agent(MODE_SLAVE);
-		    auto pSender = make<CHeartSender>();
-		    auto pReciver = make<CHeartReciver>();
-		    jamTheEditor();
+	CAgent agent(MODE_SLAVE);
+	auto pSender = make<CHeartSender>();
+	auto pReciver = make<CHeartReciver>();
+	jamTheEditor();
 
-		    const WaitingThread agentWriter([&agent] { agent.saveStartedTime(); });
-		    EXPECT_TRUE(agentWriter.waits());
+	const WaitingThread agentWriter([&agent] { agent.saveStartedTime(); });
+	EXPECT_TRUE(agentWriter.waits());
 
-		    std::string time;
-		    const WaitingThread senderReader([&] { time = pSender->getProcessStartedTime(); });
-		    ASSERT_TRUE(senderReader.returns());
-		    EXPECT_EQ(time, "20240131235959");
+	std::string time;
+	const WaitingThread senderReader([&] { time = pSender->getProcessStartedTime(); });
+	ASSERT_TRUE(senderReader.returns());
+	EXPECT_EQ(time, "20240131235959");
 
-		    std::string partnerTime = "20240131235958";
-		    bool faster = true;
-		    const WaitingThread reciverReader([&] { faster = pReciver->isStartedProcessFaster(partnerTime); });
-		    ASSERT_TRUE(reciverReader.returns());
-		    EXPECT_FALSE(faster);
-		    EXPECT_FALSE(agentWriter.isDone());
-	    });
+	std::string partnerTime = "20240131235958";
+	bool faster = true;
+	const WaitingThread reciverReader([&] { faster = pReciver->isStartedProcessFaster(partnerTime); });
+	ASSERT_TRUE(reciverReader.returns());
+	EXPECT_FALSE(faster);
+	EXPECT_FALSE(agentWriter.isDone());
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 }
 
 // Each writer holds its own file's copy while it waits in the editor, so a second
 // call of the same class stops before it, a reader of that class too.
-TEST_F(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
+TEST_IN_OWN_PROCESS(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
 {
-	inOwnProcess(
-	    [this]
-	    {
-		    auto pSender = make<CHeartSender>();
-		    auto pReciver = make<CHeartReciver>();
-		    // The threads wait until the process ends, so what they use is never destroyed.
-		    pSender.duplicate();
-		    pReciver.duplicate();
-		    static std::string partnerTime = "20240131235958";
-		    jamTheEditor();
+	auto pSender = make<CHeartSender>();
+	auto pReciver = make<CHeartReciver>();
+	// The threads wait until the process ends, so what they use is never destroyed.
+	pSender.duplicate();
+	pReciver.duplicate();
+	static std::string partnerTime = "20240131235958";
+	jamTheEditor();
 
-		    const WaitingThread reciverWriter([&] { pReciver->saveStartedTime(); });
-		    EXPECT_TRUE(reciverWriter.waits());
-		    const WaitingThread reciverReader([&] { pReciver->isStartedProcessFaster(partnerTime); });
-		    EXPECT_TRUE(reciverReader.waits());
-		    EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959");
+	const WaitingThread reciverWriter([&] { pReciver->saveStartedTime(); });
+	EXPECT_TRUE(reciverWriter.waits());
+	const WaitingThread reciverReader([&] { pReciver->isStartedProcessFaster(partnerTime); });
+	EXPECT_TRUE(reciverReader.waits());
+	EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959");
 
-		    const WaitingThread senderWriter([&] { pSender->saveStartedTime(); });
-		    EXPECT_TRUE(senderWriter.waits());
-		    const WaitingThread senderReader([&] { pSender->getProcessStartedTime(); });
-		    EXPECT_TRUE(senderReader.waits());
-		    EXPECT_FALSE(reciverWriter.isDone());
-		    EXPECT_FALSE(reciverReader.isDone());
-	    });
+	const WaitingThread senderWriter([&] { pSender->saveStartedTime(); });
+	EXPECT_TRUE(senderWriter.waits());
+	const WaitingThread senderReader([&] { pSender->getProcessStartedTime(); });
+	EXPECT_TRUE(senderReader.waits());
+	EXPECT_FALSE(reciverWriter.isDone());
+	EXPECT_FALSE(reciverReader.isDone());
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 }
 
 // This file has its copies as well: taking them stops nobody.
-TEST_F(RunInfoLocks, ALockTakenInAnotherSourceFileStopsNobody)
+TEST_IN_OWN_PROCESS(RunInfoLocks, ALockTakenInAnotherSourceFileStopsNobody)
 {
-	inOwnProcess(
-	    [this]
+	CAgent agent(MODE_SLAVE);
+	auto pSender = make<CHeartSender>();
+	auto pReciver = make<CHeartReciver>();
+	const Poco::Mutex::ScopedLock lock(g_runTimeRecodeMutex);
+	const WaitingThread everybody(
+	    [&]
 	    {
-		    CAgent agent(MODE_SLAVE);
-		    auto pSender = make<CHeartSender>();
-		    auto pReciver = make<CHeartReciver>();
-		    const Poco::Mutex::ScopedLock lock(g_runTimeRecodeMutex);
-		    const WaitingThread everybody(
-		        [&]
-		        {
-			        agent.saveStartedTime();
-			        pSender->saveStartedTime();
-			        pReciver->saveStartedTime();
-			        pSender->getProcessStartedTime();
-		        });
-		    EXPECT_TRUE(everybody.returns());
+		    agent.saveStartedTime();
+		    pSender->saveStartedTime();
+		    pReciver->saveStartedTime();
+		    pSender->getProcessStartedTime();
 	    });
+	EXPECT_TRUE(everybody.returns());
 }
 
 // A lock that is already held by its own thread can be taken again.

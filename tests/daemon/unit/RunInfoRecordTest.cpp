@@ -1,21 +1,8 @@
-#include <sys/stat.h>
-
-#include <Poco/Exception.h>
-
-#include "CAgent.h"
-#include "CHeartReciver.h"
-#include "CHeartSender.h"
 #include "FixedClock.h"
 #include "OwnProcess.h"
 #include "PlainUser.h"
-#include "Sandbox.h"
 #include "WaitingThread.h"
 #include "WorkerTest.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace
 {
@@ -80,22 +67,18 @@ TEST_F(RunInfoRecord, AComparisonWithoutTheKeyLeavesTheExceptionToTheCallerAndTh
 	    });
 }
 
-TEST_F(RunInfoRecord, AWriterIsNotReportedThatTheEditorFailed)
+TEST_IN_OWN_PROCESS(RunInfoRecord, AWriterIsNotReportedThatTheEditorFailed)
 {
-	inOwnProcess(
-	    [this]
-	    {
-		    const auto pAgent = agent();
-		    ASSERT_EQ(::chmod(velarix::kRunInfoPath, 0444), 0);
-		    const PlainUser plainUser;
-		    testing::internal::CaptureStdout();
-		    pAgent->saveStartedTime();
-		    make<CHeartReciver>()->saveStartedTime();
-		    make<CHeartSender>()->saveStartedTime();
-		    const std::string printed = testing::internal::GetCapturedStdout();
-		    EXPECT_THAT(printed, StartsWith("ini File fopen fail.\n**DEBUG**(CAgent:179)run time wrote:"));
-		    EXPECT_THAT(events::all(), ElementsAre(kAgentLine, kReciverLine, kSenderLine));
-	    });
+	const auto pAgent = agent();
+	ASSERT_EQ(::chmod(velarix::kRunInfoPath, 0444), 0);
+	const PlainUser plainUser;
+	testing::internal::CaptureStdout();
+	pAgent->saveStartedTime();
+	make<CHeartReciver>()->saveStartedTime();
+	make<CHeartSender>()->saveStartedTime();
+	const std::string printed = testing::internal::GetCapturedStdout();
+	EXPECT_THAT(printed, StartsWith("ini File fopen fail.\n**DEBUG**(CAgent:179)run time wrote:"));
+	EXPECT_THAT(events::all(), ElementsAre(kAgentLine, kReciverLine, kSenderLine));
 	EXPECT_EQ(record(), kRunInfo);
 }
 

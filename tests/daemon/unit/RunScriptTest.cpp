@@ -1,20 +1,9 @@
 // The run script that the agent writes at its construction.
 
-#include <functional>
-
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <Poco/File.h>
 
 #include "CAgent.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "Sandbox.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

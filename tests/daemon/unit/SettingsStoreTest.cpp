@@ -1,17 +1,8 @@
 #include <new>
 #include <utility>
 
-#include <Poco/Exception.h>
-
 #include "Configuraion.h"
-#include "ProcessChecker.h"
-#include "Sandbox.h"
-#include "Utill.h"
 #include "WorkerTest.h"
-#include "velarix/paths.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {

@@ -1,9 +1,5 @@
 #include "ShellRunner.h"
 #include "Daemon.h"
-#include "FakeOutside.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -19,20 +15,13 @@ protected:
 	}
 };
 
-TEST_F(ShellRunner, ALineOf254CharactersComesInOnePiece)
-{
-	EXPECT_EQ(outputOf(std::string(254, 'a') + "\n"), std::string(254, 'a') + "\n\n");
-}
-
-TEST_F(ShellRunner, ALineOf255CharactersComesInTwoPieces)
-{
-	EXPECT_EQ(outputOf(std::string(255, 'a') + "\n"), std::string(255, 'a') + "\n\n\n");
-}
-
 TEST_F(ShellRunner, ALongLineIsCutAfterEach255Bytes)
 {
-	EXPECT_EQ(outputOf(std::string(255, 'a') + std::string(255, 'b') + "c\n"),
-	          std::string(255, 'a') + "\n" + std::string(255, 'b') + "\n" + "c\n\n");
+	const std::string fits(254, 'a');
+	const std::string piece(255, 'b');
+	EXPECT_EQ(outputOf(fits + "\n"), fits + "\n\n");
+	EXPECT_EQ(outputOf(piece + "\n"), piece + "\n\n\n");
+	EXPECT_EQ(outputOf(piece + piece + "c\n"), piece + "\n" + piece + "\nc\n\n");
 }
 
 TEST_F(ShellRunner, TheCommandIsLoggedWithItsDoubledOutput)
@@ -41,11 +30,13 @@ TEST_F(ShellRunner, TheCommandIsLoggedWithItsDoubledOutput)
 	EXPECT_THAT(events::all(), ElementsAre("command show", "log I Utill:573 command(show) : first\n\nsecond\n\n"));
 }
 
-TEST_F(ShellRunner, TheCommandHasEndedWhenItIsLogged)
+TEST_F(ShellRunner, TheCommandHasEndedWhenItIsLoggedAndIsNotEchoed)
 {
 	int open = -1;
 	onLogLine([&open](const std::string&) { open = fakeoutside::openPipes(); });
+	testing::internal::CaptureStdout();
 	outputOf("first\n");
+	EXPECT_THAT(testing::internal::GetCapturedStdout(), IsEmpty());
 	EXPECT_EQ(open, 0);
 }
 
@@ -70,13 +61,6 @@ TEST_F(ShellRunner, PercentSignsInCommandAndOutputAreNoFormats)
 	std::string command = "date +%s";
 	EXPECT_EQ(shellCommand(command), "100%s\n\n");
 	EXPECT_THAT(events::all(), ElementsAre("command date +%s", "log I Utill:573 command(date +%s) : 100%s\n\n"));
-}
-
-TEST_F(ShellRunner, ARunIsNotEchoedOnTheConsole)
-{
-	testing::internal::CaptureStdout();
-	outputOf("first\n");
-	EXPECT_THAT(testing::internal::GetCapturedStdout(), IsEmpty());
 }
 
 } // namespace

@@ -2,13 +2,9 @@
 
 #include <array>
 #include <limits>
-#include <map>
-#include <thread>
-#include <vector>
 
 #include "Daemon.h"
 #include "FixedClock.h"
-#include "Utill.h"
 
 namespace
 {

@@ -2,12 +2,7 @@
 
 #include "VirtualIP.h"
 
-#include <Poco/Exception.h>
-
 #include "Daemon.h"
-#include "FakeOutside.h"
-
-using testing::ElementsAre;
 
 namespace
 {

@@ -1,15 +1,6 @@
 #include "VirtualIP.h"
 
-#include <stdexcept>
-
-#include <Poco/Exception.h>
-
 #include "Daemon.h"
-#include "FakeOutside.h"
-#include "Utill.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace
 {
@@ -46,16 +37,6 @@ TEST_F(VirtualIP, StopIsFalseWhenTheCommandCannotBeStarted)
 	    ElementsAre("command vip-stop", "log E Utill:550 shell command run error(fp is NULL): vip-stop", "sleep 1000"));
 }
 
-TEST_F(VirtualIP, AnAddressAlreadyListedNeedsNoStartCommand)
-{
-	fakeoutside::commandPrints("ifconfig", kListing);
-	testing::internal::CaptureStdout();
-	EXPECT_TRUE(start());
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(Utill:668)myVirtualIP working\n");
-	EXPECT_THAT(events::all(), ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ",
-	                                       "command ifconfig", "log D Utill:668 myVirtualIP working"));
-}
-
 TEST_F(VirtualIP, EachNumberOfTheCountdownIsShownBeforeItsSecond)
 {
 	std::string shown;
@@ -74,19 +55,6 @@ TEST_F(VirtualIP, EachNumberOfTheCountdownIsShownBeforeItsSecond)
 	                 "virtual ip starting..: 2\n|"
 	                 "virtual ip starting..: 1\n|"
 	                 "virtual ip starting..: 0\n|");
-}
-
-TEST_F(VirtualIP, AStartCommandThatPrintsIsRepeatedUntilTheAddressIsListed)
-{
-	fakeoutside::commandPrints("vip-start", "eth0 is up\n");
-	fakeoutside::commandPrintsInTurn("ifconfig", {kListingWithout, kListing});
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(), ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ",
-	                                       "command ifconfig", "log D Utill:680 myVirtualIP not working", "sleep 1000",
-	                                       "sleep 1000", "sleep 1000", "sleep 1000", "sleep 1000", "command vip-start",
-	                                       "log I Utill:573 command(vip-start) : eth0 is up\n\n",
-	                                       "log E Utill:432 can't start virtual ip: eth0 is up\n\n", "sleep 500",
-	                                       "command ifconfig", "log D Utill:668 myVirtualIP working"));
 }
 
 TEST_F(VirtualIP, AStartCommandThatCannotBeRunIsRepeatedAfterAnotherCountdown)

@@ -1,0 +1,85 @@
+#!/usr/bin/env python3
+"""The Ansible role, run on both nodes of a pair."""
+
+import os
+import re
+import unittest
+
+import arguments
+import images
+import node
+from arguments import Place
+from machine import wait_for
+
+ROLE = os.path.join(images.ROOT, "packaging", "ansible", "velarix_ha")
+WEB = "/opt/demo/bin/demoweb"
+PLAYBOOK = f"""
+- hosts: localhost
+  connection: local
+  gather_facts: false
+  roles: [velarix_ha]
+  vars:
+    velarix_ha_package: /root/package.deb
+    velarix_ha_address_a: 198.51.100.11
+    velarix_ha_address_b: 198.51.100.12
+    velarix_ha_gateway: 198.51.100.1
+    velarix_ha_virtual_ip: {node.ADDRESS}/24
+    velarix_ha_services:
+      - name: web
+        command: '{WEB} --title "two words"'
+        user: nobody
+"""
+
+
+class AnsibleTest(unittest.TestCase):
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.below = node.Node(Place.directory, "below", Place.base)
+        with cls.below as below:
+            below.run("apt-get install -y --no-install-recommends ansible-core")
+            below.put(Place.deb, "/root/package.deb")
+
+    def machine(self, name):
+        made = node.Node(Place.directory, name, self.below, init="systemd")
+        made.power_on()
+        self.addCleanup(made.power_off)
+        made.write("/opt/demo/interfaces", node.INTERFACES.replace(".11/", ".12/") if name == "b" else node.INTERFACES, "0755")
+        made.run("sysctl -q -w net.ipv4.conf.all.arp_ignore=1; /opt/demo/interfaces")
+        made.write(WEB, "#!/usr/bin/perl\nsleep;\n", "0755")
+        for directory, _, files in os.walk(ROLE):
+            for file in files:
+                source = os.path.join(directory, file)
+                with open(source) as text:
+                    made.write("/root/roles/velarix_ha/" + os.path.relpath(source, ROLE), text.read())
+        made.write("/root/play.yml", PLAYBOOK)
+        return made
+
+    def play(self, machine, *variables):
+        """What changed, by the play's own count."""
+        extra = " ".join(f"-e {variable}" for variable in variables)
+        done = machine.run(f"cd /root && LC_ALL=C.UTF-8 ansible-playbook -i localhost, play.yml {extra}")
+        return int(re.search(r"changed=(\d+)", done.out)[1])
+
+    def test_both_nodes_are_set_up_and_a_second_run_changes_nothing(self):
+        for name, mode in (("a", "1"), ("b", "2")):
+            machine = self.machine(name)
+            node_is = "velarix_ha_node=" + name
+            self.assertEqual(self.play(machine, node_is), 3, "package, settings, service")
+            agent = machine.agent()
+            self.assertIn(f"\nMODE = {mode}\n", machine.read(node.SETTINGS_PATH))
+            self.assertIn(f'command = {WEB} --title "two words"', machine.read("/usr/velarix/bin/ini/keeper.ini"))
+            self.assertEqual(machine.run("systemctl is-enabled velarix-ha").out, "enabled\n")
+            self.assertEqual(self.play(machine, node_is), 0)
+
+            # New settings wait for the administrator, who may also leave the restart to the role.
+            self.assertEqual(self.play(machine, node_is, "velarix_ha_gateway=198.51.100.2"), 1)
+            self.assertEqual(machine.agent(), agent)
+            self.assertIn("settings were changed", machine.run("velarixctl status", check=False).out)
+            self.play(machine, node_is, "velarix_ha_restart=true")
+            wait_for("a new agent", lambda: machine.agent() != agent, 20)
+
+
+if __name__ == "__main__":
+    arguments.run()
