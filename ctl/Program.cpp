@@ -166,7 +166,7 @@ ExitCode delivered(ExitCode code, const Context& context)
 int run(const std::vector<std::string>& arguments, Context& context)
 {
 	const auto verb = verbIn(arguments);
-	const bool plugin = verb != arguments.end() && *verb == "nagios";
+	const bool plugin = verb != arguments.end() && (*verb == "nagios" || *verb == "pair");
 	CLI::App app("Sets up, checks, watches and moves a node of a Velarix HA pair.", kName);
 	std::string root;
 	setUp(app, root, context);

@@ -77,7 +77,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "${debDepends}")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "logrotate, nftables")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, wireguard-tools")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, curl, openssh-client, wireguard-tools")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles
@@ -122,6 +122,7 @@ configure_file(rpm/changelog.in ${CPACK_RPM_CHANGELOG_FILE} @ONLY)
 set(CPACK_RPM_USER_FILELIST
   "%config(noreplace) /etc/default/velarix-ha"
   "%config(noreplace) /etc/logrotate.d/velarix-ha"
+  "%config(noreplace) /etc/velarix-ha/notify.conf"
   "%config /etc/init.d/velarix-ha"
   "%doc /${VELARIX_DOC}/README.md"
   "%license /${VELARIX_DOC}/LICENSE")

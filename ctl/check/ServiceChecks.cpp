@@ -33,6 +33,7 @@ struct Option
 constexpr std::array kOptions{
     Option{"VELARIX_ON_STOP", "leave|release|handover", "leave, release or handover"},
     Option{"VELARIX_HANDOVER_TIMEOUT", "[1-9][0-9]?|100", "seconds from 1 to 100"},
+    Option{"VELARIX_PARTNER_SSH", ".*", "a target of ssh"},
 };
 
 void option(Findings& findings, const std::filesystem::path& file, int line, const std::string& name,

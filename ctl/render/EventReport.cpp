@@ -221,11 +221,26 @@ std::string textLine(const Event& event, bool colour)
 	return event.place.empty() ? line : line + "  [" + event.place + "]";
 }
 
+std::string_view severityOf(const Event& event)
+{
+	const std::string_view colour = wordingOf(event.kind).colour;
+	return colour == kBad ? "problem" : colour == kGood ? "recovery" : colour == kNews ? "change" : "detail";
+}
+
+std::string_view severityOf(const KeeperEvent& event)
+{
+	constexpr std::array<std::string_view, 9> bad{"failed",  "killed",  "conflict", "died",   "check-failed",
+	                                              "offline", "removed", "stalled",  "yielded"};
+	constexpr std::array<std::string_view, 3> change{"raised", "lowered", "running"};
+	return std::ranges::find(bad, event.word) != bad.end()         ? "problem"
+	       : std::ranges::find(change, event.word) != change.end() ? "change"
+	                                                               : "detail";
+}
+
 std::string textLine(const KeeperEvent& event, bool colour)
 {
-	constexpr std::array<std::string_view, 5> kBad{"failed", "killed", "conflict", "died", "check-failed"};
-	const bool bad = std::ranges::find(kBad, event.word) != kBad.end();
-	return columns(event.time, "keeper", "", describe(event), colour && bad ? "\033[31m" : "");
+	const bool bad = severityOf(event) == "problem";
+	return columns(event.time, "keeper", "", describe(event), colour && bad ? kBad : "");
 }
 
 nlohmann::ordered_json eventJson(const KeeperEvent& event)

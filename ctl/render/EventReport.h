@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -19,6 +20,11 @@ std::string describe(const Event& event);
 std::string textLine(const Event& event, bool colour);
 /// The same of the keeper's; the word is "keeper".
 std::string textLine(const KeeperEvent& event, bool colour);
+
+/// What an event means to whoever is informed: "problem", "recovery" (a problem is over),
+/// "change" (the service begins or ends to move) or "detail".
+std::string_view severityOf(const Event& event);
+std::string_view severityOf(const KeeperEvent& event);
 
 /// The header of these columns.
 std::string textHeader();

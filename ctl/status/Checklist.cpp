@@ -282,7 +282,10 @@ void Checklist::tunnel()
 void Checklist::workers()
 {
 	const Snapshot& snapshot = m_state.snapshot();
-	if (m_state.agent.threads < kAgentThreads)
+	// The agent makes its workers two seconds after its start.
+	constexpr std::chrono::seconds begin{10};
+	const bool made = !m_state.agent.since || m_state.now - *m_state.agent.since >= begin;
+	if (m_state.agent.threads < kAgentThreads && made)
 	{
 		add("thread-lost", Grade::critical, kBlocks,
 		    "the agent has " + std::to_string(m_state.agent.threads) + " threads instead of " +

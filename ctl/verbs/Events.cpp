@@ -1,4 +1,4 @@
-#include "ctl/history/Events.h"
+#include "ctl/history/EventStream.h"
 
 #include <cerrno>
 #include <memory>
@@ -12,9 +12,6 @@
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/HostActions.h"
-#include "inspect/LogReader.h"
-#include "inspect/SettingsFile.h"
-#include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
 {
@@ -35,44 +32,6 @@ struct EventsOptions
 	bool follow = false;
 	bool json = false;
 };
-
-/// Which log, and by what its commands are known.
-struct Wish
-{
-	std::filesystem::path log;
-	Commands commands;
-};
-
-std::filesystem::path logOf(const SettingsFile& settings, const Context& context)
-{
-	const std::string path = settings.text(key::kLogPath).value_or("");
-	if (path.empty())
-	{
-		throw Failure(ExitCode::settings, settings.path().string() + " has no LOG.PATH");
-	}
-	return context.paths.below(path);
-}
-
-/// The settings tell where the log is; a log that is named needs them no more.
-Wish readWish(const EventsOptions& options, const Context& context)
-{
-	Wish wish{options.log, {}};
-	try
-	{
-		const SettingsFile settings = SettingsFile::load(context.paths.settings);
-		wish.commands = {settings.text(key::kStartCommand).value_or(""), settings.text(key::kStopCommand).value_or(""),
-		                 settings.text(key::kKillCommand).value_or("")};
-		wish.log = wish.log.empty() ? logOf(settings, context) : wish.log;
-	}
-	catch (const Failure& failure)
-	{
-		if (wish.log.empty())
-		{
-			throw Failure(failure.code(), std::string(failure.what()) + "; name the log with --log");
-		}
-	}
-	return wish;
-}
 
 Instant readSince(const EventsOptions& options, const Context& context)
 {
@@ -149,51 +108,30 @@ ExitCode unread(const std::vector<LogTrouble>& trouble)
 ExitCode runEvents(const EventsOptions& options, const Context& context)
 {
 	const Instant since = readSince(options, context);
-	const Wish wish = readWish(options, context);
 	Printer printer(options, context, since);
-	KeeperLog keeper(options.log.empty() ? context.paths.keeperLog : wish.log.parent_path() / "keeper.log");
-	const auto printKeeper = [&](Instant until)
+	EventStream stream(
+	    EventSource::of(context.paths, options.log), since == Instant::min() ? std::nullopt : std::optional(since),
+	    [&](const Event& event) { printer.print(event); }, [&](const KeeperEvent& event) { printer.print(event); });
+	const auto wanted = [&] { return static_cast<bool>(context.out); };
+	for (;;)
 	{
-		while (const std::optional<KeeperEvent> event = keeper.next(until))
+		stream.read(wanted);
+		printer.tell(stream.trouble());
+		if (!options.follow || !context.out)
 		{
-			printer.print(*event);
+			break;
 		}
-	};
-	const auto print = [&](const Event& event)
-	{
-		printKeeper(event.time);
-		printer.print(event);
-	};
-	History history(print, wish.commands);
-	LogReader reader(wish.log, since == Instant::min() ? std::nullopt : std::optional(since));
-	bool anything = false;
-	LogLine line;
-	do
-	{
-		while (context.out && reader.next(line))
-		{
-			anything = true;
-			history.feed(line);
-		}
-		printer.tell(reader.trouble());
-		if (options.follow && context.out)
-		{
-			printKeeper(Instant::max());
-			context.out << std::flush;
-			host::pause(kLook);
-		}
-	} while (options.follow && context.out);
-	while (reader.last(line))
-	{
-		anything = true;
-		history.feed(line);
+		stream.readKeeper();
+		context.out << std::flush;
+		host::pause(kLook);
 	}
-	printKeeper(Instant::max());
-	for (const LogTrouble& one : keeper.trouble())
+	stream.finish();
+	stream.readKeeper();
+	for (const LogTrouble& one : stream.keeperTrouble())
 	{
 		printer.tell(one);
 	}
-	return anything || reader.trouble().empty() ? ExitCode::fine : unread(reader.trouble());
+	return stream.anything() || stream.trouble().empty() ? ExitCode::fine : unread(stream.trouble());
 }
 
 } // namespace

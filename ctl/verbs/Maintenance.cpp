@@ -3,6 +3,8 @@
 #include <map>
 #include <memory>
 
+#include "ctl/pair/NodeReport.h"
+#include "ctl/pair/Partner.h"
 #include "ctl/status/Maintenance.h"
 #include "ctl/status/NodeState.h"
 #include "ctl/verbs/Verb.h"
@@ -34,6 +36,9 @@ struct MaintenanceOptions
 	/// Seconds.
 	double time = 4 * kHour;
 	bool force = false;
+	bool pair = false;
+	/// The partner for ssh.
+	std::string ssh;
 };
 
 void needRoot()
@@ -170,9 +175,133 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 	return ExitCode::fine;
 }
 
+/// Both nodes, in the order in which none is watched by a partner that misses it: the standby
+/// begins, the master ends.
+class OnBoth
+{
+public:
+	OnBoth(const MaintenanceOptions& options, const Context& context)
+	    : m_options(options), m_context(context), m_partner(options.ssh, kPatience, context.paths)
+	{
+	}
+
+	ExitCode run()
+	{
+		const std::string why = look();
+		if (!why.empty())
+		{
+			complain(m_context, "refused: " + why + "; nothing was done");
+			return ExitCode::refused;
+		}
+		const bool on = m_options.word == "on";
+		const ExitCode code = m_master == on ? partnerFirst(on) : thisNodeFirst(on);
+		if (code == ExitCode::fine)
+		{
+			m_context.out << "the partner, " << m_partner.target()
+			              << (on ? ", is in maintenance too\n" : ", goes on too\n");
+		}
+		return code;
+	}
+
+private:
+	static constexpr std::chrono::seconds kPatience{30};
+	const MaintenanceOptions& m_options;
+	const Context& m_context;
+	Partner m_partner;
+	bool m_master = false;
+
+	/// @return why the order is not known
+	std::string look()
+	{
+		const NodeState state = lookAround(m_context);
+		const host::ProgramEnd end = m_partner.run({"status", "--json"});
+		const Json report = Json::parse(end.inTime ? end.output : "", nullptr, false);
+		if (!report.is_object())
+		{
+			return "the partner cannot be asked: ssh " + m_partner.target() + " " + end.reason();
+		}
+		if (textAt(report, "/node") != state.setting(key::kPartnerIP) ||
+		    textAt(report, "/partner/address") != state.setting(key::kThisServerIP))
+		{
+			return m_partner.target() + " is " + nameOf(report) + ", and not this node's partner";
+		}
+		const std::string here(wordOf(state.role.reported.value_or(Role::unknown)));
+		const std::string there = lastRoleOf(report);
+		m_master = here == "master";
+		return (m_master && there == "slave") || (here == "slave" && there == "master")
+		           ? ""
+		           : "this node is " + here + " and the partner " + (there.empty() ? "not known" : there) +
+		                 ", so the order is not known: do it on each node";
+	}
+
+	ExitCode here(bool on) const { return on ? begin(m_options, m_context) : end(m_options, m_context); }
+
+	bool there(bool on) const
+	{
+		std::vector<std::string> words{"maintenance", on ? "on" : "off"};
+		if (on)
+		{
+			words.insert(words.end(), {"--for", std::to_string(static_cast<long>(m_options.time)) + "s"});
+			words.insert(words.end(), {"--reason", m_options.reason});
+		}
+		else if (m_options.force)
+		{
+			words.emplace_back("--force");
+		}
+		const host::ProgramEnd end = m_partner.run(words);
+		if (!end.fine())
+		{
+			complain(m_context, "on the partner, " + m_partner.target() + ", it " + end.reason());
+		}
+		return end.fine();
+	}
+
+	ExitCode partnerFirst(bool on) const
+	{
+		// What fails may have been done all the same: an answer can be lost.
+		const bool done = there(on);
+		ExitCode code = ExitCode::notAsWished;
+		try
+		{
+			code = done ? here(on) : code;
+		}
+		catch (const Failure& failure)
+		{
+			complain(m_context, failure.what());
+		}
+		if (code != ExitCode::fine && on)
+		{
+			complain(m_context, there(false) ? "the partner is not in maintenance any more"
+			                                 : "see to the partner: it may be in maintenance");
+		}
+		return code;
+	}
+
+	ExitCode thisNodeFirst(bool on) const
+	{
+		const ExitCode code = here(on);
+		if (code != ExitCode::fine || there(on))
+		{
+			return code;
+		}
+		if (on)
+		{
+			there(false);
+			end(m_options, m_context);
+		}
+		complain(m_context, on ? "the maintenance is ended here again; see to the partner"
+		                       : "the partner is still in maintenance: end it there");
+		return ExitCode::notAsWished;
+	}
+};
+
 ExitCode runMaintenance(const MaintenanceOptions& options, const Context& context)
 {
 	needRoot();
+	if (options.pair)
+	{
+		return OnBoth(options, context).run();
+	}
 	return options.word == "on" ? begin(options, context) : end(options, context);
 }
 
@@ -187,6 +316,9 @@ void addMaintenance(CLI::App& app, Context& context)
 	    .option("--reason", options->reason, "TEXT", "what is being done; status shows it")
 	    .span("--for", options->time, kShortest, kLongest, "afterwards it counts as forgotten, and is reported (4h)")
 	    .flag("--force", options->force, "end it also where the service moves then: a master without its programs")
+	    .flag("--pair", options->pair, "do it on both nodes, the partner's by ssh, in the order that moves nothing")
+	    .option("--ssh", options->ssh, "TARGET",
+	            "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
 	    .run(context, [options, &context] { return runMaintenance(*options, context); });
 }
 

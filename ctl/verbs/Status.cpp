@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "ctl/pair/NodeReport.h"
 #include "ctl/render/StatusJson.h"
 #include "ctl/render/StatusText.h"
 #include "ctl/status/Judgement.h"
@@ -31,13 +32,24 @@ ExitCode codeOf(const NodeState& state)
 	return state.role.known() ? ExitCode::fine : ExitCode::notKnown;
 }
 
-ExitCode runStatus(bool json, const Context& context)
+struct StatusOptions
+{
+	bool json = false;
+	bool pair = false;
+};
+
+ExitCode runStatus(const StatusOptions& options, const Context& context)
 {
 	const NodeState state = Observer(context.paths).look(context.now());
 	const Judgement judgement = judge(state);
-	if (json)
+	if (options.json || options.pair)
 	{
-		context.out << jsonText(statusJson(state, judgement), 2) << '\n';
+		nlohmann::ordered_json json = statusJson(state, judgement);
+		if (options.pair)
+		{
+			json["pair"] = pairJson(state, context.paths);
+		}
+		context.out << jsonText(json, 2) << '\n';
 	}
 	else
 	{
@@ -50,10 +62,11 @@ ExitCode runStatus(bool json, const Context& context)
 
 void addStatus(CLI::App& app, Context& context)
 {
-	const auto json = std::make_shared<bool>(false);
+	const auto options = std::make_shared<StatusOptions>();
 	Verb(app, "status", "how this node and its pair are now, and whether a failover works")
-	    .flag("--json", *json, "print it as JSON")
-	    .run(context, [json, &context] { return runStatus(*json, context); });
+	    .flag("--json", options->json, "print it as JSON")
+	    .flag("--for-pair", options->pair, "print it as JSON, with what velarixctl pair compares")
+	    .run(context, [options, &context] { return runStatus(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -23,13 +23,16 @@ void addInit(CLI::App& app, Context& context);
 void addMaintenance(CLI::App& app, Context& context);
 void addMetrics(CLI::App& app, Context& context);
 void addNagios(CLI::App& app, Context& context);
+void addNotify(CLI::App& app, Context& context);
+void addPair(CLI::App& app, Context& context);
 void addStatus(CLI::App& app, Context& context);
 void addSwitchover(CLI::App& app, Context& context);
 void addWatch(CLI::App& app, Context& context);
 
 /// In the order of the help text: a node's life from its installation on.
 inline const std::vector<AddVerb> kVerbs{
-    addInit, addCheck, addStatus, addWatch, addEvents, addExplain, addSwitchover, addMaintenance, addMetrics, addNagios,
+    addInit,    addCheck,      addStatus,      addPair,    addWatch,  addEvents,
+    addExplain, addSwitchover, addMaintenance, addMetrics, addNagios, addNotify,
 };
 
 } // namespace velarix::ctl

@@ -108,6 +108,7 @@ const Row kRows[] = {
     {"SoundMaster",               kMaster, {},                                       [](NodeState&) {}},
     {"SoundSlave",                kSlave,  {},                                       [](NodeState&) {}},
 
+    {"WorkersAreStillToBeMade",   kMaster, {},                                       [](NodeState& state) { state.agent.threads = 1; state.agent.since = state.now - 3s; }},
     {"ThreadLost",                kMaster, {"thread-lost critical blocks"},          [](NodeState& state) { state.agent.threads = 3; }},
     {"ReceiverStuck",             kSlave,  {"receiver-stuck critical blocks"},       [](NodeState& state) { state.tail.snapshot.lastOfReceiver = state.now - 18s; }},
     {"ReceiverSlow",              kSlave,  {},                                       [](NodeState& state) { state.tail.snapshot.lastOfReceiver = state.now - 16s; }},

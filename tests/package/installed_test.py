@@ -307,12 +307,15 @@ class RunningTest(OnASystem):
         self.assertNotEqual(self.machine.agent(), self.agent)
 
     def test_removal_ends_the_agent_and_purge_forgets_that_it_was_enabled(self):
+        self.machine.run("ln -s /usr/libexec/velarix-ha/notify/mail /etc/velarix-ha/notify.d/; "
+                         "systemctl enable --now velarix-notify velarix-pair-page.timer")
         self.apt("remove velarix-ha")
         self.assertEqual(self.machine.agents(), [])
         self.assertTrue(self.machine.exists(node.SETTINGS_PATH))
         self.apt("purge velarix-ha")
         self.assertEqual(self.machine.run("systemctl list-unit-files --no-legend 'velarix*'", check=False).out, "")
         self.assertEqual(self.machine.run("find /etc/systemd -name 'velarix*'").out, "")
+        self.assertFalse(self.machine.exists("/etc/velarix-ha") or self.machine.exists("/var/lib/velarix-ha"))
 
     def test_removal_ends_an_agent_that_was_started_by_hand(self):
         self.machine.run("systemctl stop velarix-ha")

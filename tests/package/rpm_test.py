@@ -44,11 +44,12 @@ class RpmTest(unittest.TestCase):
         listed = self.machine.run("rpm -qp --qf '[%{filemodes:perms} %{filenames}\\n]' /root/new.rpm").out
         directories = [line.split()[1] for line in listed.splitlines() if line.startswith("d")]
         for directory in directories:
-            self.assertRegex(directory, r"^/usr/velarix|/velarix-ha(/docs(/figures)?|/firewall|[.]service[.]d)?$")
+            self.assertRegex(directory, r"^/usr/velarix|/velarix-ha(/docs(/figures)?|/firewall|/notify([.]d)?|[.]service[.]d)?$")
 
     def test_the_operators_files_are_marked(self):
         self.assertEqual(self.machine.run("rpm -qpc /root/new.rpm").out.split(),
-                         ["/etc/default/velarix-ha", "/etc/init.d/velarix-ha", "/etc/logrotate.d/velarix-ha"])
+                         ["/etc/default/velarix-ha", "/etc/init.d/velarix-ha", "/etc/logrotate.d/velarix-ha",
+                          "/etc/velarix-ha/notify.conf"])
 
     def test_it_asks_for_libraries_and_tools(self):
         needs = self.machine.run("rpm -qp --requires /root/new.rpm").out

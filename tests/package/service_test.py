@@ -65,7 +65,7 @@ class StartTest(OnAMachine):
     def test_the_unit_has_no_fault_that_systemd_finds(self):
         # The minimal system has no man command, with which the pages are looked for.
         self.machine.write("/usr/local/bin/man", "#!/bin/sh\n", "0755")
-        verified = self.machine.run("systemd-analyze verify velarix-ha.service")
+        verified = self.machine.run("systemd-analyze verify velarix-ha.service velarix-notify.service velarix-pair-page.timer")
         self.assertEqual(verified.text, "")
 
     def test_start_ends_when_the_pid_file_is_there(self):
@@ -75,6 +75,15 @@ class StartTest(OnAMachine):
         self.assertEqual(self.property("ActiveState"), "active")
         self.assertEqual(self.property("MainPID"), self.machine.read(node.PID_PATH))
         self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+
+    def test_notifications_run_as_a_unit_once_a_notifier_is_linked(self):
+        self.machine.run("ln -s /usr/libexec/velarix-ha/notify/journal /etc/velarix-ha/notify.d/; systemctl start velarix-notify")
+        self.addCleanup(self.machine.run, "systemctl stop velarix-notify; rm /etc/velarix-ha/notify.d/journal")
+        wait_for("it begins", lambda: self.machine.exists("/var/lib/velarix-ha/notify/journal"), 20)
+        self.start()
+        wait_for("the election is in the journal", lambda: "change role-changed: standby -> master" in
+                 self.machine.run(f"journalctl --no-pager -o cat --since @{self.since} -t velarix-ha").out, 60)
+        self.assertEqual(self.machine.run("velarixctl notify --test").out, "journal: taken\n")
 
     def test_a_user_who_runs_the_program_and_stops_it_keeps_nothing_from_starting(self):
         user = self.machine.stopped_agent_of_a_user()

@@ -1,0 +1,98 @@
+#include "ctl/history/EventStream.h"
+
+#include <utility>
+
+#include "inspect/ExitCode.h"
+#include "inspect/SettingsFile.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+std::filesystem::path logOf(const SettingsFile& settings, const Paths& paths)
+{
+	const std::string path = settings.text(key::kLogPath).value_or("");
+	if (path.empty())
+	{
+		throw Failure(ExitCode::settings, settings.path().string() + " has no LOG.PATH");
+	}
+	return paths.below(path);
+}
+
+} // namespace
+
+/// The settings tell where the log is; a log that is named needs them no more.
+EventSource EventSource::of(const Paths& paths, const std::filesystem::path& log)
+{
+	EventSource source{log, log.empty() ? paths.keeperLog : log.parent_path() / "keeper.log", {}};
+	try
+	{
+		const SettingsFile settings = SettingsFile::load(paths.settings);
+		source.commands = {settings.text(key::kStartCommand).value_or(""),
+		                   settings.text(key::kStopCommand).value_or(""),
+		                   settings.text(key::kKillCommand).value_or("")};
+		source.log = log.empty() ? logOf(settings, paths) : log;
+	}
+	catch (const Failure& failure)
+	{
+		if (log.empty())
+		{
+			throw Failure(failure.code(), std::string(failure.what()) + "; name the log with --log");
+		}
+	}
+	return source;
+}
+
+EventStream::EventStream(const EventSource& source, std::optional<Instant> since, AgentSink agent, KeeperSink keeper)
+    : m_keeper(source.keeperLog), m_keeperSink(std::move(keeper)),
+      m_history(
+          [this, sink = std::move(agent)](const Event& event)
+          {
+	          readKeeper(event.time);
+	          sink(event);
+          },
+          source.commands),
+      m_reader(source.log, since)
+{
+}
+
+void EventStream::feed()
+{
+	m_anything = true;
+	m_at = m_line.time.value_or(m_at);
+	m_history.feed(m_line);
+}
+
+void EventStream::read(const std::function<bool()>& goOn)
+{
+	while ((!goOn || goOn()) && m_reader.next(m_line))
+	{
+		feed();
+	}
+}
+
+void EventStream::readKeeper(Instant until)
+{
+	while (const std::optional<KeeperEvent> event = m_keeper.next(until))
+	{
+		m_keeperSink(*event);
+	}
+}
+
+void EventStream::readKeeper()
+{
+	readKeeper(Instant::max());
+}
+
+void EventStream::finish()
+{
+	while (m_reader.last(m_line))
+	{
+		feed();
+	}
+}
+
+} // namespace velarix::ctl

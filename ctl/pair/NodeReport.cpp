@@ -1,0 +1,164 @@
+#include "ctl/pair/NodeReport.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <string_view>
+
+#include <Poco/DigestEngine.h>
+#include <Poco/SHA1Engine.h>
+
+#include "ctl/history/EventStream.h"
+#include "ctl/render/EventReport.h"
+#include "inspect/InputFile.h"
+#include "inspect/SettingsKeys.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+constexpr std::size_t kMostEvents = 200;
+constexpr std::size_t kDigestLetters = 12;
+
+/// What is the node's own, and not the pair's.
+constexpr std::array<std::string_view, 7> kOwn{key::kMode,      key::kThisServerIP, key::kReceivePort,
+                                               key::kPartnerIP, key::kPartnerPort,  key::kLogPath,
+                                               key::kPurgeAge};
+constexpr std::string_view kOwnEnding = "INTERFACE";
+
+constexpr std::array kTold{EventKind::agentStarted,       EventKind::agentEnded, EventKind::roleChanged,
+                           EventKind::takeOverDone,       EventKind::askMade,    EventKind::faultFound,
+                           EventKind::takeOverUnfinished, EventKind::partnerLost};
+
+std::string digest(const std::string& value)
+{
+	Poco::SHA1Engine engine;
+	engine.update(value);
+	return Poco::DigestEngine::digestToHex(engine.digest()).substr(0, kDigestLetters);
+}
+
+void addSettings(Json& json, const SettingsFile& file, const std::string& prefix)
+{
+	for (const SettingLine& line : file.lines())
+	{
+		std::string name = line.key;
+		std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+		const bool own = std::ranges::any_of(kOwn, [&](std::string_view one) { return sameKey(one, name); });
+		if (!own && !name.ends_with(kOwnEnding))
+		{
+			json[prefix + name] = digest(file.text(line.key).value_or(line.value));
+		}
+	}
+}
+
+Json settingsJson(const NodeState& state, const Paths& paths)
+{
+	Json json = Json::object();
+	if (state.settings)
+	{
+		addSettings(json, *state.settings, "");
+	}
+	if (state.keeper)
+	{
+		try
+		{
+			addSettings(json, SettingsFile::load(paths.keeperSettings), "keeper.ini ");
+		}
+		catch (const Failure&)
+		{
+			json["keeper.ini"] = "cannot be read";
+		}
+	}
+	return json;
+}
+
+Json eventsJson(const NodeState& state, const Paths& paths)
+{
+	Json json = Json::array();
+	if (!state.settings || state.log.empty())
+	{
+		return json;
+	}
+	const Instant since = state.now - kReportedEvents;
+	const auto take = [&](const Event& event)
+	{
+		if (event.time < since || std::ranges::find(kTold, event.kind) == kTold.end())
+		{
+			return;
+		}
+		Json one = eventJson(event);
+		one["severity"] = severityOf(event);
+		one["time_ms"] = std::chrono::duration_cast<std::chrono::milliseconds>(event.time.time_since_epoch()).count();
+		json.push_back(std::move(one));
+		if (json.size() > kMostEvents)
+		{
+			json.erase(0);
+		}
+	};
+	EventStream(EventSource::of(paths), since, take, [](const KeeperEvent&) {}).read();
+	return json;
+}
+
+const Json* find(const Json& report, const char* place)
+{
+	const Json::json_pointer pointer(place);
+	return report.contains(pointer) ? &report.at(pointer) : nullptr;
+}
+
+} // namespace
+
+Json pairJson(const NodeState& state, const Paths& paths)
+{
+	return {{"version", VELARIX_VERSION},
+	        {"time_ms", std::chrono::duration_cast<std::chrono::milliseconds>(state.now.time_since_epoch()).count()},
+	        {"settings", settingsJson(state, paths)},
+	        {"events", eventsJson(state, paths)}};
+}
+
+std::string textAt(const Json& report, const char* place)
+{
+	const Json* found = find(report, place);
+	return found != nullptr && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+std::int64_t numberAt(const Json& report, const char* place)
+{
+	const Json* found = find(report, place);
+	return found != nullptr && found->is_number_integer() ? found->get<std::int64_t>() : 0;
+}
+
+const Json& listAt(const Json& report, const char* place)
+{
+	static const Json none = Json::array();
+	const Json* found = find(report, place);
+	return found != nullptr && found->is_array() ? *found : none;
+}
+
+bool isTrueAt(const Json& report, const char* place)
+{
+	const Json* found = find(report, place);
+	return found != nullptr && *found == true;
+}
+
+bool isFalseAt(const Json& report, const char* place)
+{
+	const Json* found = find(report, place);
+	return found != nullptr && *found == false;
+}
+
+std::string nameOf(const Json& report)
+{
+	const std::string host = textAt(report, "/host");
+	const std::string node = textAt(report, "/node");
+	return host.empty() ? node : host + " (" + node + ")";
+}
+
+std::string lastRoleOf(const Json& report)
+{
+	const std::string now = textAt(report, "/role/value");
+	return now.empty() ? textAt(report, "/role/reported") : now;
+}
+
+} // namespace velarix::ctl

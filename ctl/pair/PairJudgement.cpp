@@ -1,0 +1,261 @@
+#include "ctl/pair/PairJudgement.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <string_view>
+
+#include "inspect/TimeText.h"
+
+namespace velarix::ctl
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+/// Heartbeats and logs are in seconds; less is nobody's trouble.
+constexpr milliseconds kClocks = 2s;
+/// Of two reports from files.
+constexpr milliseconds kApart = 1min;
+constexpr char kPair[] = "pair";
+constexpr char kHeld[] = "/virtual_ip/value/held";
+
+struct Cure
+{
+	std::string_view id;
+	const char* text;
+};
+
+/// Of a node's own problems, where their texts do not say what to do.
+constexpr std::array kCures{
+    Cure{"agent-dead", "velarixctl events tells how it ended; systemctl restart velarix-ha (a start on a master "
+                       "interrupts the service)"},
+    Cure{"agent-not-running", "systemctl start velarix-ha"},
+    Cure{"agent-frozen", "find who stopped it; kill -CONT its process, or velarixctl maintenance off"},
+    Cure{"maintenance-forgotten", "velarixctl maintenance off --pair"},
+    Cure{"thread-lost", "make room on the disk of the log, then restart the agent"},
+    Cure{"log-disk", "make room on the disk of the log"},
+    Cure{"gateway", "look for the gateway, the cable and the switch port of this node"},
+    Cure{"service-interface", "look for the cable, the switch port and the driver of the interface"},
+    Cure{"communication-interface", "look for the cable, the switch port and the driver of the interface"},
+    Cure{"partner-silent", "look at the partner: does it run, does its network, does a firewall drop the port"},
+    Cure{"partner-mute", "start or restart the agent of the partner"},
+    Cure{"partner-refuses", "look at the partner's agent and firewall; velarixctl check there"},
+    Cure{"settings-newer", "restart the agent of the standby, switch over, restart the other"},
+    Cure{"start-fails", "run velarixctl check on that node: it tries the start command"},
+    Cure{"programs-missing", "velarixctl events, and the service's own log"},
+    Cure{"service-failed", "repair the service: its own log tells why it dies"},
+    Cure{"flapping", "velarixctl events on both nodes: the causes of the last changes"},
+    Cure{"duplicate-address", "repair the network between the nodes"},
+    Cure{"address-taken", "find the host that has the address, by the hardware address"},
+};
+
+class Judge
+{
+public:
+	explicit Judge(const PairReports& reports) : m_reports(reports), m_own(reports.own), m_partner(reports.partner) {}
+
+	std::vector<PairProblem> run()
+	{
+		if (m_partner.is_null())
+		{
+			add("partner-not-reached", NagiosStatus::unknown, "the partner was not asked: " + m_reports.whyNot,
+			    "make \"ssh TARGET velarixctl status --json\" work, or see to the partner");
+		}
+		else if (areOnePair())
+		{
+			address();
+			roles();
+			differences();
+			clocks();
+		}
+		for (const Json* report : {&m_own, &m_partner})
+		{
+			nodes(*report);
+		}
+		std::ranges::stable_sort(m_problems, {}, [](const PairProblem& one) { return -rank(one.severity); });
+		return std::move(m_problems);
+	}
+
+private:
+	const PairReports& m_reports;
+	const Json& m_own;
+	const Json& m_partner;
+	std::vector<PairProblem> m_problems;
+
+	static int rank(NagiosStatus status)
+	{
+		constexpr std::array<int, 4> ranks{0, 1, 3, 2};
+		return ranks.at(static_cast<std::size_t>(status));
+	}
+
+	void add(std::string id, NagiosStatus severity, std::string text, std::string cure, std::string node = kPair)
+	{
+		m_problems.push_back({std::move(id), severity, std::move(node), std::move(text), std::move(cure)});
+	}
+
+	bool areOnePair()
+	{
+		const std::string own = textAt(m_own, "/node");
+		const std::string partner = textAt(m_partner, "/node");
+		if (textAt(m_own, "/partner/address") == partner && textAt(m_partner, "/partner/address") == own)
+		{
+			return true;
+		}
+		add("not-the-partner", NagiosStatus::unknown,
+		    "the reports are not of one pair: " + nameOf(m_own) + " has the partner " +
+		        textAt(m_own, "/partner/address") + ", and " + nameOf(m_partner) + " has " +
+		        textAt(m_partner, "/partner/address"),
+		    "ask the partner itself: --ssh, --partner-json");
+		return false;
+	}
+
+	bool eitherSays(std::string_view id) const
+	{
+		const auto says = [&](const Json& report)
+		{
+			return std::ranges::any_of(listAt(report, "/problems"),
+			                           [&](const Json& problem) { return textAt(problem, "/id") == id; });
+		};
+		return says(m_own) || says(m_partner);
+	}
+
+	void address()
+	{
+		const std::string address = textAt(m_own, "/virtual_ip/address");
+		if (isTrueAt(m_own, kHeld) && isTrueAt(m_partner, kHeld))
+		{
+			add("split-brain", NagiosStatus::critical, "both nodes hold " + address,
+			    "repair the network between the nodes; then drop the address on the node that clients do not reach "
+			    "(docs/split-brain.md)");
+		}
+		else if (isFalseAt(m_own, kHeld) && isFalseAt(m_partner, kHeld))
+		{
+			const bool moves = eitherSays("taking-over") || eitherSays("agent-starting");
+			add("nobody-holds-address", moves ? NagiosStatus::warning : NagiosStatus::critical,
+			    "no node holds " + address + (moves ? "; one is taking the service" : ""),
+			    moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
+		}
+		for (const Json* report : {&m_own, &m_partner})
+		{
+			if (isTrueAt(*report, kHeld) && lastRoleOf(*report) == "slave")
+			{
+				add("address-not-at-master", NagiosStatus::critical,
+				    nameOf(*report) + " holds the address and is standby", "velarixctl events there");
+			}
+		}
+	}
+
+	void roles()
+	{
+		const std::string own = textAt(m_own, "/role/value");
+		const std::string partner = textAt(m_partner, "/role/value");
+		if (own == "master" && partner == "master")
+		{
+			add("both-master", NagiosStatus::critical, "both nodes are master",
+			    "repair the network between the nodes (docs/split-brain.md)");
+		}
+		if (own == "slave" && partner == "slave")
+		{
+			const bool moves = eitherSays("taking-over") || eitherSays("asks") || eitherSays("partner-asks");
+			add("both-standby", moves ? NagiosStatus::warning : NagiosStatus::critical, "both nodes are standby",
+			    "velarixctl events on both nodes");
+		}
+		const bool here = m_own.contains("maintenance") && m_own["maintenance"].is_object();
+		const bool there = m_partner.contains("maintenance") && m_partner["maintenance"].is_object();
+		if (here != there)
+		{
+			add("maintenance-on-one", NagiosStatus::warning,
+			    "only " + nameOf(here ? m_own : m_partner) + " is in maintenance: the other is watched by nobody",
+			    "velarixctl maintenance on --pair, or off --pair");
+		}
+	}
+
+	void differences()
+	{
+		const Json none = Json::object();
+		const auto settings = [&](const Json& report) -> const Json&
+		{
+			const Json::json_pointer place("/pair/settings");
+			return report.contains(place) && report.at(place).is_object() ? report.at(place) : none;
+		};
+		const Json& own = settings(m_own);
+		const Json& partner = settings(m_partner);
+		std::string keys;
+		for (const auto& [left, right] : {std::pair(&own, &partner), std::pair(&partner, &own)})
+		{
+			for (const auto& [key, value] : left->items())
+			{
+				const bool reported = right->contains(key) && (left == &partner || (*right)[key] == value);
+				keys += reported ? "" : (keys.empty() ? "" : ", ") + key;
+			}
+		}
+		if (!keys.empty() && !own.empty() && !partner.empty())
+		{
+			add("settings-differ", NagiosStatus::warning, "the nodes have other values of " + keys,
+			    "velarixctl check --partner FILE, with the partner's settings");
+		}
+		const std::string here = textAt(m_own, "/pair/version");
+		const std::string there = textAt(m_partner, "/pair/version");
+		if (here != there && !here.empty() && !there.empty())
+		{
+			add("versions-differ", NagiosStatus::warning,
+			    nameOf(m_own) + " has version " + here + ", " + nameOf(m_partner) + " " + there,
+			    "upgrade the older one, standby first");
+		}
+	}
+
+	/// Between two files' times lies also what passed between making them.
+	void clocks()
+	{
+		const milliseconds apart(std::abs(numberAt(m_own, "/pair/time_ms") - numberAt(m_partner, "/pair/time_ms")));
+		if (m_reports.asked && apart > kClocks + *m_reports.asked)
+		{
+			add("clocks-differ", NagiosStatus::warning, "the nodes' clocks are " + spanText(apart) + " apart",
+			    "see to NTP on both nodes");
+		}
+		if (!m_reports.asked && apart > kApart)
+		{
+			add("reports-apart", NagiosStatus::warning, "the reports were made " + spanText(apart) + " apart",
+			    "make both now, if the clocks agree");
+		}
+	}
+
+	void nodes(const Json& report)
+	{
+		for (const Json& problem : listAt(report, "/problems"))
+		{
+			const std::string severity = textAt(problem, "/severity");
+			const std::string id = textAt(problem, "/id");
+			const auto* const cure = std::ranges::find(kCures, id, &Cure::id);
+			add(id,
+			    severity == "critical"  ? NagiosStatus::critical
+			    : severity == "warning" ? NagiosStatus::warning
+			                            : NagiosStatus::unknown,
+			    textAt(problem, "/text"), cure == kCures.end() ? "" : cure->text, nameOf(report));
+		}
+	}
+};
+
+} // namespace
+
+std::vector<PairProblem> judgePair(const PairReports& reports)
+{
+	return Judge(reports).run();
+}
+
+NagiosStatus verdictOf(const std::vector<PairProblem>& problems)
+{
+	return problems.empty() ? NagiosStatus::ok : problems.front().severity;
+}
+
+const char* wordOf(NagiosStatus status)
+{
+	constexpr std::array<const char*, 4> words{"OK", "WARNING", "CRITICAL", "UNKNOWN"};
+	return words.at(static_cast<std::size_t>(status));
+}
+
+} // namespace velarix::ctl

@@ -1,0 +1,42 @@
+/// Running another program to its end, or to the end of its time.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace velarix::inspect::host
+{
+
+struct ProgramCall
+{
+	/// The program first; without a slash it is looked for in PATH.
+	std::vector<std::string> arguments;
+	/// "NAME=value", beside this program's own environment and in place of the same name there.
+	std::vector<std::string> environment;
+	/// What it reads from standard input.
+	std::string input;
+	/// After it the program and all that it has left in its process group are killed.
+	std::chrono::milliseconds limit{};
+};
+
+struct ProgramEnd
+{
+	/// The exit status; 127 when it could not be started, 128 and the number of the
+	/// signal that ended it.
+	int status = 0;
+	bool inTime = true;
+	/// What it has printed, up to 16 MB.
+	std::string output;
+	/// The same of standard error, up to 4 KB.
+	std::string errors;
+
+	bool fine() const { return inTime && status == 0; }
+	/// @return why it is not fine, with the last line of its errors: "ended with 1: no such host"
+	std::string reason() const;
+};
+
+/// The program is the head of a process group of its own. What it leaves behind is killed.
+ProgramEnd runProgram(const ProgramCall& call);
+
+} // namespace velarix::inspect::host

@@ -1,0 +1,306 @@
+#!/usr/bin/env python3
+"""velarixctl notify with the notifiers of the packages: a real SMTP server, a real HTTP
+server, and programs that fail, hang or must not be trusted."""
+
+import datetime
+import html
+import http.server
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socketserver
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+PROGRAM, PACKAGING, SETTINGS = sys.argv.pop(), sys.argv.pop(), sys.argv.pop()
+NOTIFIERS = pathlib.Path(PACKAGING) / "notify"
+PATIENCE = 30
+ANY = "#!/bin/sh\n"
+
+
+def wait_for(what, look):
+    """What `look` gives once it gives something."""
+    end = time.monotonic() + PATIENCE
+    while not (seen := look()):
+        if time.monotonic() > end:
+            raise AssertionError(f"{what}: not within {PATIENCE} s")
+        time.sleep(0.02)
+    return seen
+
+
+class Smtp(socketserver.StreamRequestHandler):
+    """As much of a mail server as a client needs."""
+
+    def handle(self):
+        self.wfile.write(b"220 here\r\n")
+        while line := self.rfile.readline():
+            if line.upper().startswith(b"DATA"):
+                self.wfile.write(b"354 go on\r\n")
+                self.server.got.append(b"".join(iter(self.rfile.readline, b".\r\n")).decode())
+            self.wfile.write(b"221 bye\r\n" if line.upper().startswith(b"QUIT") else b"250 fine\r\n")
+
+
+class Hook(http.server.BaseHTTPRequestHandler):
+    """Takes what is posted, or answers with the statuses that it is to give first."""
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers["Content-Length"]))
+        status = self.server.statuses.pop(0) if self.server.statuses else 200
+        self.server.got.append((status, json.loads(body)))
+        self.send_response(status)
+        self.end_headers()
+
+    def log_message(self, *_):
+        pass
+
+
+class Node(unittest.TestCase):
+    """A node's files below a directory, and velarixctl notify on it."""
+
+    def setUp(self):
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="notify-"))
+        self.addCleanup(shutil.rmtree, self.root)
+        os.chmod(self.root, 0o755)
+        self.etc = self.root / "etc/velarix-ha"
+        self.log = self.root / "usr/velarix/log/keeper.log"
+        for folder in (self.etc / "notify.d", self.log.parent, self.root / "usr/velarix/bin/ini"):
+            folder.mkdir(parents=True)
+        shutil.copy(SETTINGS, self.root / "usr/velarix/bin/ini/config.ini")
+        (self.root / "usr/velarix/log/velarix.log").touch()
+        self.environment = dict(os.environ, TZ="UTC0", VELARIX_NOTIFY_SETTINGS=str(self.etc / "notify.conf"))
+        self.running = None
+        self.addCleanup(self.stop)
+
+    def server(self, kind, handler):
+        server = kind(("127.0.0.1", 0), handler)
+        server.got, server.statuses, server.daemon_threads = [], [], True
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.server_close)
+        self.addCleanup(server.shutdown)
+        return server
+
+    def write(self, path, text, mode=0o644):
+        path.write_text(text)
+        path.chmod(mode)
+        return path
+
+    def notifier(self, name, text, mode=0o755):
+        """A program of the test's; what it gets goes to the file NAME below the root."""
+        return self.write(self.etc / "notify.d" / name, text.replace("GOT", str(self.root / name)), mode)
+
+    def link(self, name, settings):
+        (self.etc / "notify.d" / name).symlink_to(NOTIFIERS / name)
+        self.write(self.etc / "notify.conf", settings)
+
+    def command(self, *words):
+        return [PROGRAM, "--root", str(self.root), "notify", *words]
+
+    def start(self, *notifiers):
+        with open(self.root / "said", "ab") as said:
+            self.running = subprocess.Popen(self.command("--timeout", "1"), env=self.environment, stderr=said)
+        for name in notifiers or [path.name for path in (self.etc / "notify.d").iterdir()]:
+            wait_for(f"{name} begins", (self.root / "var/lib/velarix-ha/notify" / name).exists)
+
+    def stop(self, number=signal.SIGTERM):
+        if self.running:
+            self.running.send_signal(number)
+            self.running.wait()
+            self.running = None
+
+    def said(self):
+        return (self.root / "said").read_text()
+
+    def happens(self, word, detail="here", ago=0):
+        """A line of the keeper's."""
+        at = datetime.datetime.now(datetime.timezone.utc) - datetime.timedelta(seconds=ago)
+        with open(self.log, "a") as log:
+            log.write(f"{at.isoformat(timespec='milliseconds')} ha-web[12] {word}: {detail}\n")
+
+    def got(self, name):
+        """The events that a notifier has written down."""
+        path = self.root / name
+        return [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
+
+    def details(self, name):
+        return [event["detail"] for event in self.got(name)]
+
+
+class NotifyTest(Node):
+    def test_an_event_reaches_a_program_within_a_second_as_json_and_in_its_environment(self):
+        self.notifier("any", ANY + 'cat >>GOT\nenv | grep ^VELARIX_ >>GOT.env\n')
+        self.start()
+        begin = time.monotonic()
+        self.happens("died", "exit status 1")
+        event = wait_for("the event", lambda: self.got("any"))[0]
+        self.assertLess(time.monotonic() - begin, 1)
+        self.assertEqual((event["event"], event["subject"], event["word"], event["severity"], event["node"]),
+                         ("keeper", "ha-web", "died", "problem", "192.0.2.1"))
+        lines = wait_for("the environment", lambda: "VELARIX_TIME" in (text := (self.root / "any.env").read_text()) and text)
+        self.assertIn("VELARIX_DETAIL=exit status 1\n", lines)
+
+    def test_the_agents_log_is_followed(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        now = datetime.datetime.utcnow().isoformat(sep=" ", timespec="milliseconds")[:21]
+        with open(self.root / "usr/velarix/log/velarix.log", "a") as log:
+            log.write(f'{now} [77:0][CAgent:38] <I> Slave CAgent()\n')
+        self.assertEqual(wait_for("the event", lambda: self.got("any"))[0]["event"], "agent-started")
+
+    def test_mail_reaches_a_mail_server(self):
+        smtp = self.server(socketserver.ThreadingTCPServer, Smtp)
+        self.write(self.root / "sendmail", ANY + f"exec /usr/bin/msmtp --host=127.0.0.1 --port={smtp.server_address[1]} "
+                   "--from=ha@example.com \"$@\"\n", 0o755)
+        self.environment["PATH"] = f"{self.root}:{self.environment['PATH']}"
+        self.link("mail", "MAIL_TO=oncall@example.com,second@example.com\n")
+        self.start()
+        self.happens("started", "not wanted")
+        self.happens("died", "exit status 1")
+        mail = wait_for("the mail", lambda: smtp.got)[0]
+        self.assertIn("To: oncall@example.com,second@example.com\r\n", mail)
+        self.assertRegex(mail, r"\r\nSubject: \[velarix\] \S+: ha-web died: exit status 1\r\n")
+
+    def test_a_webhook_gets_each_form(self):
+        hook = self.server(http.server.ThreadingHTTPServer, Hook)
+        detail = 'a "quoted" \\ <!channel> & path'
+        text = "ha-web died: " + detail
+        wanted = {"json": lambda body: body["text"],
+                  "slack": lambda body: re.sub("^[^:]*: ", "", html.unescape(body["text"])).removesuffix(" (problem)"),
+                  "teams": lambda body: re.sub("^[^:]*: ", "", body["attachments"][0]["content"]["body"][0]["text"]).removesuffix(" (problem)"),
+                  "alertmanager": lambda body: body[0]["annotations"]["summary"]}
+        self.link("webhook", "")
+        self.start()
+        for count, (form, text_of) in enumerate(wanted.items(), 1):
+            self.write(self.etc / "notify.conf", f"WEBHOOK_URL=http://127.0.0.1:{hook.server_address[1]}/a\nWEBHOOK_FORM={form}\n")
+            self.happens("died", detail)
+            wait_for(form, lambda count=count: len(hook.got) == count)
+            self.assertEqual(text_of(hook.got[-1][1]), text)
+            self.assertNotIn("<!" if form == "slack" else "&lt;", json.dumps(hook.got[-1][1]))
+        self.assertEqual(hook.got[-1][1][0]["labels"]["alertname"], "velarix-keeper")
+
+    def test_a_receiver_that_is_busy_gets_it_again_and_one_that_refuses_does_not(self):
+        hook = self.server(http.server.ThreadingHTTPServer, Hook)
+        hook.statuses = [503, 400]
+        self.link("webhook", f"WEBHOOK_URL=http://127.0.0.1:{hook.server_address[1]}/\n")
+        self.start()
+        self.happens("died", "first")
+        self.happens("died", "second")
+        wait_for("the second", lambda: len(hook.got) == 3)
+        self.assertEqual([(status, event["detail"]) for status, event in hook.got],
+                         [(503, "first"), (400, "first"), (200, "second")])
+
+    def test_one_that_hangs_and_one_that_fails_hold_up_nobody(self):
+        self.notifier("hangs", ANY + "echo $$ >>GOT.pids\nsleep 600 & echo $! >>GOT.pids\nsleep 600\n")
+        self.notifier("fails", ANY + "echo no >&2\n[ -e GOT.well ] || exit 3\ncat >>GOT\n")
+        self.notifier("well", ANY + "cat >>GOT\n")
+        self.start()
+        for number in range(3):
+            self.happens("died", str(number))
+        wait_for("all of them", lambda: self.details("well") == ["0", "1", "2"])
+        wait_for("the retry", lambda: "hangs: keeper of" in self.said() and "did not end in time; the next try follows in 1.0 s" in self.said())
+        self.assertIn("fails: keeper of", self.said())
+        self.assertIn("ended with 3: no; the next try follows in 1.0 s", self.said())
+        (self.root / "fails.well").touch()
+        wait_for("in order", lambda: self.details("fails") == ["0", "1", "2"])
+        pids = (self.root / "hangs.pids").read_text().split()[:2]
+        wait_for("nothing is left of the first try",
+                 lambda: not any(pathlib.Path(f"/proc/{pid}/status").exists() and "Z" not in pathlib.Path(f"/proc/{pid}/stat").read_text().split()[2] for pid in pids))
+        self.assertEqual(self.details("hangs"), [])
+
+    def test_after_a_crash_it_goes_on_where_it_was_and_forgets_nothing(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.happens("died", "before the first start")
+        self.start()
+        self.happens("died", "1")
+        wait_for("the first", lambda: self.details("any") == ["1"])
+        position = self.root / "var/lib/velarix-ha/notify/any"
+        wait_for("it is remembered", lambda: '"died\\"' in position.read_text())
+        self.stop(signal.SIGKILL)
+        self.happens("died", "2")
+        self.log.rename(self.log.with_name("keeper.log.1"))
+        self.happens("died", "3")
+        self.start()
+        wait_for("what was missed", lambda: self.details("any") == ["1", "2", "3"])
+
+    def test_a_crash_between_taking_and_remembering_gives_an_event_twice(self):
+        self.notifier("any", ANY + "cat >>GOT\n[ -e GOT.go ] || kill -9 $PPID\n")
+        self.start()
+        self.happens("died", "1")
+        wait_for("it was taken", lambda: self.details("any"))
+        (self.root / "any.go").touch()
+        wait_for("it comes again", lambda: len(self.details("any")) >= 2)
+        self.assertEqual(set(self.details("any")), {"1"})
+
+    def test_what_is_a_day_old_is_dropped(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        self.stop()
+        position = self.root / "var/lib/velarix-ha/notify/any"
+        long_ago = {"time": 0, "event": ""}
+        position.write_text(json.dumps({"agent": long_ago, "keeper": long_ago}))
+        self.happens("died", "old", ago=90000)
+        self.happens("died", "new", ago=80000)
+        self.start()
+        wait_for("the new one", lambda: self.details("any") == ["new"])
+        self.assertIn("was not taken for a day and is dropped", self.said())
+
+    def test_a_damaged_position_is_reported_and_the_present_counts(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        self.stop()
+        (self.root / "var/lib/velarix-ha/notify/any").write_text("{")
+        self.start()
+        wait_for("the report", lambda: "is damaged; it goes on from now" in self.said())
+        self.happens("died", "new")
+        wait_for("the event", lambda: self.details("any") == ["new"])
+
+    def test_without_room_for_the_position_it_goes_on_and_says_so(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        shutil.rmtree(self.root / "var")
+        self.happens("died", "1")
+        self.happens("died", "2")
+        wait_for("both, once", lambda: self.details("any") == ["1", "2"])
+        wait_for("the report", lambda: "any: cannot write " in self.said())
+
+    def test_only_what_root_alone_may_change_is_run(self):
+        self.notifier("open", ANY + "cat >>GOT\n", 0o777)
+        os.chown(self.notifier("foreign", ANY + "cat >>GOT\n"), 1, 1)
+        self.notifier("disabled", ANY + "cat >>GOT\n", 0o644)
+        self.notifier("any.dpkg-new", ANY + "cat >>GOT\n")
+        self.notifier("well", ANY + "cat >>GOT\n")
+        self.start("well")
+        self.happens("died", "1")
+        wait_for("the sound one", lambda: self.details("well"))
+        for name in ("open", "foreign", "disabled", "any.dpkg-new"):
+            self.assertEqual(self.got(name), [], name)
+        self.assertIn("open is not run: ", self.said())
+        self.assertIn("foreign is not run: ", self.said())
+        self.assertNotIn("disabled", self.said())
+
+    def test_a_notifier_comes_and_goes_while_it_runs(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        self.notifier("late", ANY + "cat >>GOT\n")
+        wait_for("it begins", (self.root / "var/lib/velarix-ha/notify/late").exists)
+        self.happens("died", "1")
+        wait_for("both", lambda: self.details("any") == self.details("late") == ["1"])
+
+    def test_the_test_tells_what_came_of_it(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.notifier("bad", ANY + "echo no such host >&2; exit 7\n")
+        done = subprocess.run(self.command("--test"), env=self.environment, capture_output=True, text=True)
+        self.assertEqual((done.returncode, done.stdout), (1, "any: taken\nbad: ended with 7: no such host\n"))
+        self.assertEqual(self.got("any")[0]["event"], "test")
+
+
+if __name__ == "__main__":
+    if os.geteuid() != 0:
+        os.execvp("unshare", ["unshare", "--map-root-user", "--map-auto", sys.executable, *sys.argv, SETTINGS, PACKAGING, PROGRAM])
+    unittest.main()
