@@ -178,10 +178,10 @@ void namesakes(Findings& findings)
 
 } // namespace
 
-void machine(Findings& findings, const Paths& paths)
+void machine(Findings& findings, const Paths& paths, bool reach)
 {
 	interfaces(findings);
-	network(findings, host::addresses());
+	network(findings, host::addresses(), reach);
 	pings(findings);
 	ports(findings, paths);
 	logSpace(findings, paths);

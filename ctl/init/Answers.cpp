@@ -174,6 +174,14 @@ std::vector<std::string> faults(const Answers& answers)
 		const std::string& answer = answers.*question.answer;
 		tell(question.option, answer.empty() ? "" : question.fault(answer));
 	}
+	for (const std::string& target : answers.targets)
+	{
+		tell("target", addressFault(target));
+	}
+	if (!answers.targets.empty() && answers.services.empty())
+	{
+		tell("target", "the keeper pings them: make each program a --service");
+	}
 	for (const std::string& program : answers.programs)
 	{
 		tell(kProgramsOption, programFault(program));
@@ -186,6 +194,14 @@ std::vector<std::string> faults(const Answers& answers)
 		                       : "");
 	}
 	return result;
+}
+
+void complete(Answers& answers)
+{
+	if (!answers.targets.empty() && answers.gateway.empty())
+	{
+		answers.gateway = kReachAddress;
+	}
 }
 
 void askFor(Answers& answers, std::istream& in, std::ostream& out)

@@ -143,6 +143,21 @@ Json keeperJson(const NodeState& state)
 	        {"marker", state.keeper->marked == true}};
 }
 
+Json reachJson(const KeeperReach& reach)
+{
+	Json targets = Json::array();
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		targets.push_back({{"address", target.address},
+		                   {"state", target.state},
+		                   {"since", isoText(Instant(std::chrono::seconds(target.since)))}});
+	}
+	return {{"state", reach.program.state},
+	        {"since", isoOrNull(reach.program.since)},
+	        {"partner", reach.partner.empty() ? Json() : Json(reach.partner)},
+	        {"targets", std::move(targets)}};
+}
+
 Json changeJson(const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
@@ -224,6 +239,10 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	if (state.keeper)
 	{
 		json["keeper"] = keeperJson(state);
+		if (state.keeper->reach)
+		{
+			json["keeper"]["reachability"] = reachJson(*state.keeper->reach);
+		}
 	}
 	json["interfaces"] = {{kServiceInterface, figureJson(state, state.serviceInterface)},
 	                      {kCommunicationInterface, figureJson(state, state.communicationInterface)}};

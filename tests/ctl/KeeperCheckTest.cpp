@@ -133,6 +133,37 @@ TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)
 	EXPECT_THAT(all, Contains("warning keeper-no-marker keeper.ini:1"));
 }
 
+TEST_F(KeeperCheck, FaultsOfTheReachability)
+{
+	const std::string reach = "[reachability]\naddress = 192.0.0.8\ntargets = 192.0.2.9 192.0.2.8\n"
+	                          "own = 192.0.2.1\npartner = 192.0.2.2\n";
+	const std::string key = write("/usr/velarix/bin/ini/reachability.key", std::string(64, '7')).string();
+	fs::permissions(below("/usr/velarix/bin/ini/reachability.key"), fs::perms{0600});
+	setKey(lines, "GATEWAY_IP", "192.0.0.8");
+	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), IsEmpty()) << "and no route to the gateway is asked for";
+	struct Row
+	{
+		Change keeper;
+		const char* finding;
+	};
+	for (const Row& row : {Row{{"192.0.0.8", "192.0.0.9"}, "error reach-address-differs"},
+	                       Row{{"own = 192.0.2.1", "own = 192.0.2.5"}, "error reach-address-differs"},
+	                       Row{{"192.0.2.9 ", "192.0.2.2 "}, "error keeper-settings"},
+	                       Row{{"192.0.2.9 ", "192.0.2.8 "}, "error keeper-settings"},
+	                       Row{{"192.0.2.9 ", "router "}, "error keeper-settings"},
+	                       Row{{"own =", "needed = 3\nown ="}, "error keeper-settings"},
+	                       Row{{"192.0.0.8", "192.0.2.77"}, "error reach-address-attached"}})
+	{
+		SCOPED_TRACE(row.keeper.to);
+		EXPECT_THAT(foundIn(joined(lines), m_keeper + changed(reach, row.keeper)),
+		            Contains(testing::StartsWith(row.finding)));
+	}
+	fs::permissions(below("/usr/velarix/bin/ini/reachability.key"), fs::perms{0640});
+	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), Contains(testing::StartsWith("error reach-key ")));
+	fs::remove(below("/usr/velarix/bin/ini/reachability.key"));
+	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), Contains(testing::StartsWith("error reach-key ")));
+}
+
 TEST_F(KeeperCheck, ThePartnersFileIsComparedAsWell)
 {
 	write(kConfig, joined(lines));
@@ -151,4 +182,11 @@ TEST_F(KeeperCheck, ThePartnersFileIsComparedAsWell)
 	EXPECT_THAT(found(request), ElementsAre(std::string("error keeper-on-conflict ") + kKeeperIni + ":1"));
 	write("/b/keeper.ini", changed(yields, {"nginx", "apache2"}));
 	EXPECT_THAT(found(request), ElementsAre(std::string("warning keeper-files-differ ") + kKeeperIni));
+	const std::string reach = "[reachability]\naddress = 192.0.2.254\ntargets = 192.0.2.9\n";
+	write(kKeeperIni, m_keeper + reach + "own = 192.0.2.1\npartner = 192.0.2.2\n");
+	write("/b/keeper.ini", yields + reach + "own = 192.0.2.2\npartner = 192.0.2.1\n");
+	write("/usr/velarix/bin/ini/reachability.key", "7");
+	write("/b/reachability.key", "8");
+	EXPECT_THAT(found(request),
+	            ElementsAre(std::string("error reach-key-differs /usr/velarix/bin/ini/reachability.key")));
 }
