@@ -258,7 +258,8 @@ void Reachability::raise()
 
 void Reachability::handOver()
 {
-	if (agentWorks() && valueOf(AddressWatch().look(), "held") == "yes")
+	const bool held = valueOf(readState(kAddressProgram), "held") == "yes";
+	if (agentWorks() && held && holderOf(kAddressProgram, Part::worker) != 0)
 	{
 		m_journal.event("handing-over", "the partner reaches its targets, and gets the service");
 		hideAddressProgram();
