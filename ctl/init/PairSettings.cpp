@@ -157,7 +157,9 @@ std::string reachText(const Answers& answers, NodeName node)
 		targets += (targets.empty() ? "" : " ") + target;
 	}
 	return "\n[reachability]\n" +
-	       comment("on lo while enough targets answer; the partner is asked with the key beside this file") +
+	       comment("on lo while enough targets answer; the partner, whose file has own and partner exchanged, is asked "
+	               "with the "
+	               "key beside this file") +
 	       line("address", answers.gateway) + line("targets", targets) +
 	       line("needed", std::to_string(answers.needed)) + line("own", first ? answers.addressA : answers.addressB) +
 	       line("partner", first ? answers.addressB : answers.addressA) + line("port", std::to_string(answers.port));
@@ -192,7 +194,7 @@ std::string keeperSettingsText(const Answers& answers, NodeName node)
 {
 	std::string text = comment("What the keeper holds and runs on node " + std::string(textOf(node)) +
 	                           ". keeper(8) has every key, \"velarixctl check\" looks through it. The partner's file "
-	                           "differs in on_conflict, and in own and partner.");
+	                           "differs in on_conflict alone.");
 	text += "\n[address]\n" + line("address", answers.virtualIP) + line("interface", kServiceInterface);
 	text += comment("when another host holds the address as well: defend it (the configured master), or yield");
 	text += line("on_conflict", node == answers.master ? "defend" : "yield");

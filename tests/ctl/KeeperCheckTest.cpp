@@ -7,6 +7,7 @@ using namespace velarix::ctl;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
@@ -137,31 +138,43 @@ TEST_F(KeeperCheck, FaultsOfTheReachability)
 {
 	const std::string reach = "[reachability]\naddress = 192.0.0.8\ntargets = 192.0.2.9 192.0.2.8\n"
 	                          "own = 192.0.2.1\npartner = 192.0.2.2\n";
-	const std::string key = write("/usr/velarix/bin/ini/reachability.key", std::string(64, '7')).string();
-	fs::permissions(below("/usr/velarix/bin/ini/reachability.key"), fs::perms{0600});
 	setKey(lines, "GATEWAY_IP", "192.0.0.8");
-	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), IsEmpty()) << "and no route to the gateway is asked for";
-	struct Row
+	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), IsEmpty());
+	for (const auto& [from, to, finding] :
+	     {std::tuple("192.0.0.8", "192.0.0.9", "error reach-address-differs "),
+	      std::tuple("own = 192.0.2.1", "own = 192.0.2.5", "error reach-address-differs "),
+	      std::tuple("192.0.2.9 ", "192.0.2.2 ", "error keeper-settings "),
+	      std::tuple("192.0.2.9 ", "192.0.2.8 ", "error keeper-settings "),
+	      std::tuple("192.0.2.9 ", "router ", "error keeper-settings "),
+	      std::tuple("own =", "needed = 3\nown =", "error keeper-settings ")})
 	{
-		Change keeper;
-		const char* finding;
-	};
-	for (const Row& row : {Row{{"192.0.0.8", "192.0.0.9"}, "error reach-address-differs"},
-	                       Row{{"own = 192.0.2.1", "own = 192.0.2.5"}, "error reach-address-differs"},
-	                       Row{{"192.0.2.9 ", "192.0.2.2 "}, "error keeper-settings"},
-	                       Row{{"192.0.2.9 ", "192.0.2.8 "}, "error keeper-settings"},
-	                       Row{{"192.0.2.9 ", "router "}, "error keeper-settings"},
-	                       Row{{"own =", "needed = 3\nown ="}, "error keeper-settings"},
-	                       Row{{"192.0.0.8", "192.0.2.77"}, "error reach-address-attached"}})
-	{
-		SCOPED_TRACE(row.keeper.to);
-		EXPECT_THAT(foundIn(joined(lines), m_keeper + changed(reach, row.keeper)),
-		            Contains(testing::StartsWith(row.finding)));
+		EXPECT_THAT(foundIn(joined(lines), m_keeper + changed(reach, {from, to})),
+		            Contains(testing::StartsWith(finding)))
+		    << to;
 	}
-	fs::permissions(below("/usr/velarix/bin/ini/reachability.key"), fs::perms{0640});
-	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), Contains(testing::StartsWith("error reach-key ")));
-	fs::remove(below("/usr/velarix/bin/ini/reachability.key"));
-	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), Contains(testing::StartsWith("error reach-key ")));
+}
+
+TEST_F(KeeperCheck, TheReachabilityNeedsAnAddressOfNoNetworkAndAKeyOfRoots)
+{
+	const fs::path key = write("/usr/velarix/bin/ini/reachability.key", std::string(64, '7'));
+	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
+	const auto onMachine = [&](const std::string& address)
+	{
+		CheckReport report;
+		Findings findings(file, report);
+		checks::keeperMachine(
+		    findings, {below(kKeeperIni), velarix::keeper::parseSettings(m_keeper + "[reachability]\naddress = " +
+		                                                                 address + "\ntargets = 192.0.2.9\n")});
+		return shortForms(report);
+	};
+	const auto hasKeyFault = Contains(testing::StartsWith("error reach-key "));
+	fs::permissions(key, fs::perms{0600});
+	EXPECT_THAT(onMachine("192.0.0.8"), testing::Each(Not(testing::StartsWith("error reach-"))));
+	EXPECT_THAT(onMachine("192.0.2.77"), Contains(testing::StartsWith("error reach-address-attached ")));
+	fs::permissions(key, fs::perms{0640});
+	EXPECT_THAT(onMachine("192.0.0.8"), hasKeyFault);
+	fs::remove(key);
+	EXPECT_THAT(onMachine("192.0.0.8"), hasKeyFault);
 }
 
 TEST_F(KeeperCheck, ThePartnersFileIsComparedAsWell)
