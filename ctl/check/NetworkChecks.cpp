@@ -73,10 +73,15 @@ std::string broadcastOf(const Address& address)
 }
 
 /// @return the first address of the network that an address of that prefix is in
+} // namespace
+
 std::string networkOf(const std::string& address, int prefix)
 {
 	return (IPAddress(address) & maskOf(prefix)).toString();
 }
+
+namespace
+{
 
 /// @return what "ifconfig" shows of an address
 std::vector<std::string> listed(const Address& address)
@@ -136,7 +141,6 @@ void route(Findings& findings, const char* key, const char* by, const char* unre
 	}
 	else if (*way == "lo")
 	{
-		// Some set such a gateway on lo on purpose, and take it away when the node shall give up.
 		findings.warning(key, {"address-of-this-node", name + " is an address of this very machine",
 		                       "it always answers: a node that is cut off does not notice", "write the other host's"});
 	}
@@ -186,7 +190,7 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 
 } // namespace
 
-void network(Findings& findings, const std::vector<Address>& addresses)
+void network(Findings& findings, const std::vector<Address>& addresses, bool reach)
 {
 	listing(findings, addresses);
 	holder(findings, addresses);
@@ -196,6 +200,10 @@ void network(Findings& findings, const std::vector<Address>& addresses)
 		route(findings, key::kPartnerIP, tunnel ? kTunnelInterface : kCommunicationInterface,
 		      "no heartbeat is sent: each node takes the other for dead",
 		      "the agent watches the carrier of eth1 while the heartbeats go another way");
+		if (reach)
+		{
+			return; // on lo, and only while enough targets answer
+		}
 		route(findings, key::kGatewayIP, kCommunicationInterface,
 		      "no ping of it is answered: whichever node becomes master gives up at once",
 		      "its answers say nothing about the communication network: when that breaks the master does not notice, "

@@ -180,6 +180,14 @@ std::vector<std::string> faults(const Answers& answers)
 	static const std::regex key("([A-Za-z0-9+/]{43}=)?");
 	tell("partner-key", std::regex_match(answers.partnerKey, key) ? "" : "no public key of WireGuard");
 	tell("partner-key", answers.partnerKey.empty() || answers.wireguard ? "" : "without --wireguard");
+	for (const std::string& target : answers.targets)
+	{
+		tell("target", addressFault(target));
+	}
+	if (!answers.targets.empty() && answers.services.empty())
+	{
+		tell("target", "the keeper pings them: make each program a --service");
+	}
 	for (const std::string& program : answers.programs)
 	{
 		tell(kProgramsOption, programFault(program));
@@ -192,6 +200,14 @@ std::vector<std::string> faults(const Answers& answers)
 		                       : "");
 	}
 	return result;
+}
+
+void complete(Answers& answers)
+{
+	if (!answers.targets.empty() && answers.gateway.empty())
+	{
+		answers.gateway = kReachAddress;
+	}
 }
 
 void askFor(Answers& answers, std::istream& in, std::ostream& out)

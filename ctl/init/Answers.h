@@ -42,6 +42,9 @@ struct Answers
 	std::string addressB;
 	/// Answers pings as long as a node's own network works; the same for both.
 	std::string gateway;
+	/// Reachability targets; with them the gateway is the keeper's own address.
+	std::vector<std::string> targets;
+	int needed = 1;
 	/// With its prefix: "198.51.100.10/24". The keeper takes it without one as well.
 	std::string virtualIP;
 	/// Either services, left to the keeper with the address ...
@@ -79,6 +82,9 @@ struct Answers
 	const std::string& wireAddress(NodeName node) const { return node == NodeName::a ? addressA : addressB; }
 };
 
+/// The gateway of a pair with reachability targets: nobody's, and never routed (RFC 7600).
+inline constexpr const char* kReachAddress = "192.0.0.8";
+
 /// One thing that has no default.
 struct Question
 {
@@ -110,6 +116,9 @@ const std::vector<ServiceOption>& serviceOptions();
 /// Takes one "NAME=VALUE".
 /// @return what is wrong with it; empty when nothing is
 std::string addService(Answers& answers, const ServiceOption& option, const std::string& given);
+
+/// Fills in what follows from the other answers.
+void complete(Answers& answers);
 
 /// @return the options whose answer is still missing, "--address-a" and so on
 std::vector<std::string> missingOptions(const Answers& answers);

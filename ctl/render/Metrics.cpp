@@ -159,10 +159,25 @@ void addTunnel(Exposition& out, const NodeState& state)
 	}
 }
 
+void addReach(Exposition& out, const KeeperReach& reach)
+{
+	out.gauge("keeper_reachability_state", "Whether this node reaches its targets, in the label; always 1.");
+	out.sample(true, {{"state", printable(reach.program.state)}});
+	out.gauge("keeper_target_answers", "Whether a reachability target answers pings.");
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		out.sample(target.state == "answers", {{"target", printable(target.address)}});
+	}
+}
+
 void addKernel(Exposition& out, const NodeState& state)
 {
 	addPrograms(out, state);
 	addKeeper(out, state);
+	if (state.keeper && state.keeper->reach)
+	{
+		addReach(out, *state.keeper->reach);
+	}
 	if (state.address.known())
 	{
 		out.single("virtual_ip_held", "Whether the virtual address is on this node.",

@@ -160,6 +160,21 @@ Json tunnelJson(const NodeState& state)
 	return json;
 }
 
+Json reachJson(const KeeperReach& reach)
+{
+	Json targets = Json::array();
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		targets.push_back({{"address", target.address},
+		                   {"state", target.state},
+		                   {"since", isoText(Instant(std::chrono::seconds(target.since)))}});
+	}
+	return {{"state", reach.program.state},
+	        {"since", isoOrNull(reach.program.since)},
+	        {"partner", reach.partner.empty() ? Json() : Json(reach.partner)},
+	        {"targets", std::move(targets)}};
+}
+
 Json changeJson(const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
@@ -242,6 +257,10 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	if (state.keeper)
 	{
 		json["keeper"] = keeperJson(state);
+		if (state.keeper->reach)
+		{
+			json["keeper"]["reachability"] = reachJson(*state.keeper->reach);
+		}
 	}
 	if (state.tunnel)
 	{

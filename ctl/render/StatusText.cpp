@@ -239,6 +239,25 @@ void addTunnel(Rows& rows, const NodeState& state)
 	rows.add("tunnel", text, state.tunnel->down || !state.tunnel->present ? Tone::bad : Tone::plain);
 }
 
+void addReach(Rows& rows, const NodeState& state)
+{
+	if (!state.keeper || !state.keeper->reach)
+	{
+		return;
+	}
+	const KeeperReach& reach = *state.keeper->reach;
+	rows.add("reachability", reach.program.state + spanOf(state, reach.program) +
+	                             (reach.partner.empty() ? "" : ", partner " + reach.partner));
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		const Instant since(std::chrono::seconds(target.since));
+		rows.add("",
+		         target.address + (target.state == "lost" ? " does NOT answer" : " " + target.state) + ", for " +
+		             spanText(*state.age(since)),
+		         target.state == "lost" ? Tone::doubtful : Tone::plain);
+	}
+}
+
 void addKernel(Rows& rows, const NodeState& state)
 {
 	rows.add("programs", words<Programs>(state, state.programs, programWords));
@@ -249,6 +268,7 @@ void addKernel(Rows& rows, const NodeState& state)
 	                           carrierWords(state, state.serviceInterface) + ", " + kCommunicationInterface +
 	                           " (communication) " + carrierWords(state, state.communicationInterface));
 	addTunnel(rows, state);
+	addReach(rows, state);
 	rows.add("gateway",
 	         named(state, key::kGatewayIP) +
 	             words<bool>(state, state.gatewayAnswers,

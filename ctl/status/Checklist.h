@@ -52,6 +52,7 @@ private:
 	///         node; empty for none
 	std::string otherHolder() const;
 	void addressElsewhere(const std::string& holder);
+	void reachability(const KeeperReach& reach);
 };
 
 } // namespace velarix::ctl

@@ -39,7 +39,8 @@ bool isKeepers(Lab& lab, HostId node, const Process& entry)
 		return false;
 	}
 	const bool wanted = lab.role(node) != "slave" || holds(lab.owners(), node);
-	return entry.name == plan::serviceKeeper || entry.name == "keeper" || (entry.name == plan::addressKeeper && wanted);
+	const bool always = entry.name == plan::serviceKeeper || entry.name == plan::reachKeeper || entry.name == "keeper";
+	return always || (entry.name == plan::addressKeeper && wanted);
 }
 
 /// All processes of a node that are neither the system's nor meant to be there.

@@ -43,7 +43,8 @@ void setPlain(NodeSettings& settings)
 void setKeeper(NodeSettings& settings)
 {
 	const std::string keeper = plan::keeperProgram;
-	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", hookGuard(SetCommand::start) + keeper + " raise")
+	settings.set("AGENT.GATEWAY_IP", plan::reachAddress)
+	    .set("AGENT.VIRTUAL_IP_START_COMMAND", hookGuard(SetCommand::start) + keeper + " raise")
 	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + keeper + " drop")
 	    .set("PROCESS_CHECK.PROCESS_NUM", 2)
 	    .set("PROCESS_CHECK.PROCESS_PATH1", plan::addressLink)
@@ -58,7 +59,12 @@ std::string keeperText(HostId node)
 	       "\non_conflict = " + (node == HostId::a ? "defend" : "yield") +
 	       "\n\n[service web]\ncommand = " + plan::serviceProgram + "\ncheck = bash -c \"exec 3<>/dev/tcp/" +
 	       sharedAddress + "/" + std::to_string(plan::servicePort) +
-	       " && echo 'GET / HTTP/1.0' >&3 && read -r -u 3 line\"\n";
+	       " && echo 'GET / HTTP/1.0' >&3 && read -r -u 3 line\"\n\n[reachability]\naddress = " + plan::reachAddress +
+	       "\ntargets = " + plan::addressOf(HostId::gateway, Network::communication) + " " +
+	       plan::addressOf(HostId::gateway, Network::service) +
+	       "\nown = " + plan::addressOf(node, Network::communication) +
+	       "\npartner = " + plan::addressOf(otherNode(node), Network::communication) +
+	       "\nport = " + std::to_string(plan::heartbeatPort) + "\n";
 }
 
 } // namespace
