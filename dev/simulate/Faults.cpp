@@ -182,43 +182,43 @@ void restoreMarker(World& /*world*/, Node& node)
 
 // clang-format off
 constexpr std::array kFaults{
-	//                              node   keeper survive
-	FaultKind{"power-off",               true,  false, true,  powerOff,                            powerOn},
-	FaultKind{"reboot",                  true,  false, true,  reboot,                              nullptr},
-	FaultKind{"cold-start",              false, false, true,  coldStart,                           nullptr},
-	FaultKind{"cold-start-alone",        true,  false, true,  coldStartAlone,                      powerOnOther},
-	FaultKind{"host-freeze",             true,  false, true,  setFrozen<true>,                     setFrozen<false>},
-	FaultKind{"overload",                true,  false, false, setSlow<true>,                       setSlow<false>},
-	FaultKind{"agent-kill",              true,  false, false, signalAgent<SIGKILL>,                startAgent},
-	FaultKind{"agent-freeze",            true,  false, false, signalAgent<SIGSTOP>,                signalAgent<SIGCONT>},
-	FaultKind{"program-kill",            true,  false, true,  signalProgram<SIGKILL>,              nullptr},
-	FaultKind{"program-crash",           true,  false, true,  crash,                               endCrashing},
-	FaultKind{"program-hang",            true,  false, false, signalProgram<SIGSTOP>,              signalProgram<SIGCONT>},
-	FaultKind{"address-removed",         true,  false, true,  removeAddress,                       nullptr},
-	FaultKind{"service-interface",       true,  false, true,  setCarrier<serviceNetwork, false>,   setCarrier<serviceNetwork, true>},
-	FaultKind{"communication-interface", true,  false, true,  setCarrier<communicationNetwork, false>, setCarrier<communicationNetwork, true>},
-	FaultKind{"service-cut",             false, false, false, setCut<serviceNetwork, true>,        setCut<serviceNetwork, false>},
-	FaultKind{"communication-cut",       false, false, false, setCut<communicationNetwork, true>,  setCut<communicationNetwork, false>},
-	FaultKind{"both-cut",                false, false, false, setBothCut<true>,                    setBothCut<false>},
-	FaultKind{"deaf",                    true,  false, false, setDeaf<true>,                       setDeaf<false>},
-	FaultKind{"mute",                    true,  false, false, setMute<true>,                       setMute<false>},
-	FaultKind{"gateway",                 false, false, false, setGateway<false>,                   setGateway<true>},
-	FaultKind{"gateway-for",             true,  false, false, setGatewayCut<true>,                 setGatewayCut<false>},
-	FaultKind{"service-loss-30",         true,  false, false, setLoss<serviceNetwork, 30>,         setLoss<serviceNetwork, 0>},
-	FaultKind{"service-loss-50",         true,  false, false, setLoss<serviceNetwork, 50>,         setLoss<serviceNetwork, 0>},
-	FaultKind{"service-delay",           true,  false, false, setDelay<serviceNetwork, 200>,       setDelay<serviceNetwork, 0>},
-	FaultKind{"communication-loss-30",   true,  false, false, setLoss<communicationNetwork, 30>,   setLoss<communicationNetwork, 0>},
-	FaultKind{"communication-loss-50",   true,  false, false, setLoss<communicationNetwork, 50>,   setLoss<communicationNetwork, 0>},
-	FaultKind{"communication-delay",     true,  false, false, setDelay<communicationNetwork, 200>, setDelay<communicationNetwork, 0>},
-	FaultKind{"start-hangs",             true,  false, false, setCommand<0, Spoilt::hangs>,        setCommand<0, Spoilt::no>},
-	FaultKind{"start-fails",             true,  false, false, setCommand<0, Spoilt::fails>,        setCommand<0, Spoilt::no>},
-	FaultKind{"start-prints",            true,  false, false, setCommand<0, Spoilt::prints>,       setCommand<0, Spoilt::no>},
-	FaultKind{"stop-fails",              true,  false, false, setCommand<1, Spoilt::fails>,        setCommand<1, Spoilt::no>},
-	FaultKind{"kill-fails",              true,  false, false, setCommand<2, Spoilt::fails>,        setCommand<2, Spoilt::no>},
-	FaultKind{"rogue-address",           false, false, false, setRogue<true>,                      setRogue<false>},
-	FaultKind{"keeper-kill-address",     true,  true,  true,  killAddressKeeper,                   nullptr},
-	FaultKind{"keeper-kill-service",     true,  true,  true,  killServiceKeeper,                   nullptr},
-	FaultKind{"marker-missing",          true,  true,  false, removeMarker,                        restoreMarker},
+	//                              on node
+	FaultKind{"power-off",               true,  Known::survivable,  powerOff,                            powerOn},
+	FaultKind{"reboot",                  true,  Known::survivable,  reboot,                              nullptr},
+	FaultKind{"cold-start",              false, Known::survivable,  coldStart,                           nullptr},
+	FaultKind{"cold-start-alone",        true,  Known::survivable,  coldStartAlone,                      powerOnOther},
+	FaultKind{"host-freeze",             true,  Known::survivable,  setFrozen<true>,                     setFrozen<false>},
+	FaultKind{"overload",                true,  Known::passing, setSlow<true>,                       setSlow<false>},
+	FaultKind{"agent-kill",              true,  Known::passing, signalAgent<SIGKILL>,                startAgent},
+	FaultKind{"agent-freeze",            true,  Known::passing, signalAgent<SIGSTOP>,                signalAgent<SIGCONT>},
+	FaultKind{"program-kill",            true,  Known::survivable,  signalProgram<SIGKILL>,              nullptr},
+	FaultKind{"program-crash",           true,  Known::survivable,  crash,                               endCrashing},
+	FaultKind{"program-hang",            true,  Known::passing, signalProgram<SIGSTOP>,              signalProgram<SIGCONT>},
+	FaultKind{"address-removed",         true,  Known::survivable,  removeAddress,                       nullptr},
+	FaultKind{"service-interface",       true,  Known::survivable,  setCarrier<serviceNetwork, false>,   setCarrier<serviceNetwork, true>},
+	FaultKind{"communication-interface", true,  Known::survivable,  setCarrier<communicationNetwork, false>, setCarrier<communicationNetwork, true>},
+	FaultKind{"service-cut",             false, Known::passing, setCut<serviceNetwork, true>,        setCut<serviceNetwork, false>},
+	FaultKind{"communication-cut",       false, Known::passing, setCut<communicationNetwork, true>,  setCut<communicationNetwork, false>},
+	FaultKind{"both-cut",                false, Known::passing, setBothCut<true>,                    setBothCut<false>},
+	FaultKind{"deaf",                    true,  Known::passing, setDeaf<true>,                       setDeaf<false>},
+	FaultKind{"mute",                    true,  Known::passing, setMute<true>,                       setMute<false>},
+	FaultKind{"gateway",                 false, Known::passing, setGateway<false>,                   setGateway<true>},
+	FaultKind{"gateway-for",             true,  Known::passing, setGatewayCut<true>,                 setGatewayCut<false>},
+	FaultKind{"service-loss-30",         true,  Known::passing, setLoss<serviceNetwork, 30>,         setLoss<serviceNetwork, 0>},
+	FaultKind{"service-loss-50",         true,  Known::passing, setLoss<serviceNetwork, 50>,         setLoss<serviceNetwork, 0>},
+	FaultKind{"service-delay",           true,  Known::passing, setDelay<serviceNetwork, 200>,       setDelay<serviceNetwork, 0>},
+	FaultKind{"communication-loss-30",   true,  Known::passing, setLoss<communicationNetwork, 30>,   setLoss<communicationNetwork, 0>},
+	FaultKind{"communication-loss-50",   true,  Known::passing, setLoss<communicationNetwork, 50>,   setLoss<communicationNetwork, 0>},
+	FaultKind{"communication-delay",     true,  Known::passing, setDelay<communicationNetwork, 200>, setDelay<communicationNetwork, 0>},
+	FaultKind{"start-hangs",             true,  Known::passing, setCommand<0, Spoilt::hangs>,        setCommand<0, Spoilt::no>},
+	FaultKind{"start-fails",             true,  Known::operators, setCommand<0, Spoilt::fails>,        setCommand<0, Spoilt::no>},
+	FaultKind{"start-prints",            true,  Known::passing, setCommand<0, Spoilt::prints>,       setCommand<0, Spoilt::no>},
+	FaultKind{"stop-fails",              true,  Known::operators, setCommand<1, Spoilt::fails>,        setCommand<1, Spoilt::no>},
+	FaultKind{"kill-fails",              true,  Known::operators, setCommand<2, Spoilt::fails>,        setCommand<2, Spoilt::no>},
+	FaultKind{"rogue-address",           false, Known::passing, setRogue<true>,                      setRogue<false>},
+	FaultKind{"keeper-kill-address",     true,  Known::keeperOwn,  killAddressKeeper,                   nullptr},
+	FaultKind{"keeper-kill-service",     true,  Known::keeperOwn,  killServiceKeeper,                   nullptr},
+	FaultKind{"marker-missing",          true,  Known::keeperOwn, removeMarker,                        restoreMarker},
 };
 // clang-format on
 
@@ -243,7 +243,7 @@ Schedule scheduleFrom(std::uint64_t seed, Profile profile)
 		fault.node = random.chance(50) ? hostA : hostB;
 		fault.at = random.between(kFirst, kLast);
 		fault.until = fault.kind->repair != nullptr ? fault.at + random.between(0, kLongest) : kNoTime;
-		if (profile == Profile::keeper || !fault.kind->keeperOnly)
+		if (profile == Profile::keeper || fault.kind->known != Known::keeperOwn)
 		{
 			schedule.push_back(fault);
 			--count;

@@ -11,13 +11,20 @@
 namespace velarix::simulate
 {
 
+/// What is known of what comes of a fault.
+enum class Known
+{
+	survivable, ///< the other node, when it is well, takes over as long as this lasts
+	passing,    ///< when it is over the pair is well by itself
+	operators,  ///< the agent's order needs an operator behind it: who serves is not judged any more
+	keeperOwn   ///< survivable, and only with the keeper
+};
+
 struct FaultKind
 {
 	const char* name;
 	bool onNode;
-	bool keeperOnly;
-	/// With it on one node and the other node well the service has to come back.
-	bool survivable;
+	Known known;
 	void (*inject)(World& world, Node& node);
 	void (*repair)(World& world, Node& node); ///< null: it is over at once
 };

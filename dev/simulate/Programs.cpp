@@ -27,6 +27,8 @@ constexpr const char* kSupervisor = "ha-web";
 constexpr Micros kAnnounceAgain = 4 * kSecond;
 /// fork, exec, and a shell in between.
 constexpr Micros kLaunch = 3 * kMilli;
+/// From the fork to the exec, when the process gets its name.
+constexpr Micros kExec = kMilli;
 
 const std::array kVerbs{"start", "stop", "kill"};
 
@@ -191,7 +193,7 @@ std::string runCommand(const std::string& command)
 
 void World::startProgram(Node& node, Process* parent)
 {
-	Process& program = start(node, kService, parent, effort(node, kLaunch));
+	Process& program = start(node, kService, parent, effort(node, kExec));
 	if (node.crashes)
 	{
 		scheduler.at(now() + 50 * kMilli,
@@ -213,7 +215,7 @@ void World::startManaged(Node& node, const std::string& name)
 		return;
 	}
 	const bool runsAlready = find(node, name) != nullptr;
-	Process& process = start(node, name, nullptr, effort(node, kLaunch));
+	Process& process = start(node, name, nullptr, effort(node, kExec));
 	runTask(process,
 	        [this, &process, runsAlready]
 	        {

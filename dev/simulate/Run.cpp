@@ -29,9 +29,10 @@ public:
 	void changed(std::size_t fault, bool stands)
 	{
 		m_standing.at(fault) = stands;
+		m_operators = m_operators || m_schedule.at(fault).kind->known == Known::operators;
 		m_changedAt = m_world.now();
 		m_wellAt = kNoTime;
-		m_survivable = survivable();
+		m_survivable = !m_operators && survivable();
 	}
 
 	std::optional<Violation> violation;
@@ -111,7 +112,10 @@ private:
 	{
 		if (plain)
 		{
-			return m_survivable;
+			// A reset of the configured slave leaves the address where no program runs.
+			const auto leftBehind = [this](const Node& node)
+			{ return node.role != nullptr && *node.role == MODE_SLAVE && !m_world.serves(node); };
+			return m_survivable && std::ranges::none_of(m_world.nodes, leftBehind);
 		}
 		const auto& [a, b] = m_world.nodes;
 		const auto hears = [&](const Node& node)
@@ -135,7 +139,7 @@ private:
 			{
 				continue;
 			}
-			if (!fault.kind->survivable || (spoilt != hostNone && spoilt != where))
+			if (fault.kind->known == Known::passing || (spoilt != hostNone && spoilt != where))
 			{
 				return false;
 			}
@@ -161,6 +165,7 @@ private:
 	Micros m_changedAt = 0;
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;
+	bool m_operators = false;
 };
 
 void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& schedule)
