@@ -41,6 +41,7 @@ private:
 	void lookAround();
 	void openArp();
 	void readArpSocket();
+	void considerProbe();
 	void feed(AddressEvent event, const Mac& from = {});
 	void perform(const AddressActions& actions);
 	void report(AddressEvent cause, const AddressMachine& before);
@@ -58,6 +59,9 @@ private:
 	Due m_look;
 	Due m_publish;
 	Millis m_arpAgainAt = kNever; ///< reading of a flood goes on then
+	Millis m_unheardAt = kNever;  ///< without carrier it is raised all the same then
+	Millis m_askedAt = kNever;    ///< when another host probed last
+	Millis m_uselessAt = kNever;  ///< since when others have asked for it in vain while a service has ended here
 	int m_conflicts = 0;
 	long long m_lastConflict = 0; ///< CLOCK_REALTIME in seconds
 	int m_removals = 0;

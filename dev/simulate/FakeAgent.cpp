@@ -153,21 +153,18 @@ sim::Host holderFor(const sim::Node& node)
 	return sim::hostNone;
 }
 
-int pingOver(sim::Network network, sim::Host to, int count)
+/// One echo request. @return whether the answer was there in time
+bool echo(sim::Network network, sim::Host to)
 {
 	constexpr sim::Micros kSilence = 106 * kMilli; // the library waits so long for each
 	constexpr sim::Micros kPatience = 50 * kMilli;
 	const sim::Host from = self().id;
-	int replies = 0;
-	for (int i = 0; i < count; ++i)
-	{
-		const sim::Micros trip = to == sim::hostNone ? 0 : world().latency(network, from, to) + world().latency(network, to, from);
-		const bool answered = to != sim::hostNone && trip < kPatience && world().delivers(network, from, to) &&
-		                      world().delivers(network, to, from);
-		replies += answered ? 1 : 0;
-		world().sleepFor(answered ? trip : kSilence);
-	}
-	return replies;
+	const sim::Micros trip =
+	    to == sim::hostNone ? kSilence : world().latency(network, from, to) + world().latency(network, to, from);
+	const bool answered =
+	    trip < kPatience && world().delivers(network, from, to) && world().delivers(network, to, from);
+	world().sleepFor(answered ? trip : kSilence);
+	return answered;
 }
 
 } // namespace
@@ -200,17 +197,20 @@ Poco::ProcessHandle launch(const std::string& path, const std::vector<std::strin
 int ping(const std::string& address, int count)
 {
 	const sim::Node& node = self();
-	if (address != sim::kVirtualAddress)
+	const bool partner = address == node.settings.find("AGENT.PARTNER_IP")->second;
+	const bool service = address == sim::kVirtualAddress;
+	int replies = 0;
+	for (int i = 0; i < count; ++i)
 	{
-		const bool partner = address == node.settings.find("AGENT.PARTNER_IP")->second;
-		return pingOver(sim::communicationNetwork, partner ? world().other(node).id : sim::hostGateway, count);
+		if (service && node.address)
+		{
+			replies += i % 2; // the library takes every second one for a foreign answer
+			continue;
+		}
+		const sim::Host to = service ? holderFor(node) : partner ? world().other(node).id : sim::hostGateway;
+		replies += echo(service ? sim::serviceNetwork : sim::communicationNetwork, to) ? 1 : 0;
 	}
-	if (node.address)
-	{
-		world().sleepFor(kMilli);
-		return count / 2; // every second one is taken for a foreign answer
-	}
-	return pingOver(sim::serviceNetwork, holderFor(node), count);
+	return replies;
 }
 
 } // namespace outside

@@ -378,6 +378,13 @@ bool endOrphans(const ServiceSettings& /*service*/)
 	return true;
 }
 
+void waitForStart(Millis limit)
+{
+	const auto begins = [](const auto& process)
+	{ return process->alive && process->name == kAddressProgram && !process->takesSignals; };
+	waitUntil([&] { return std::ranges::none_of(self().processes, begins); }, world().now() + limit * kMilli);
+}
+
 void beInTime() {}
 void keepCapabilities(std::initializer_list<unsigned> /*kept*/) {}
 

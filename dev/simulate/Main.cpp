@@ -50,6 +50,7 @@ int runAll(const Options& options)
 	const auto began = std::chrono::steady_clock::now();
 	std::map<std::string, int> violations;
 	Micros settled = 0;
+	int left = 0;
 	std::uint64_t slowest = 0;
 	for (std::uint64_t seed = options.seed; seed < options.seed + options.runs; ++seed)
 	{
@@ -60,6 +61,7 @@ int runAll(const Options& options)
 			print(schedule);
 			g_out << outcome.timeline;
 		}
+		left += outcome.leftAddress ? 1 : 0;
 		slowest = outcome.settled > settled ? seed : slowest;
 		settled = std::max(settled, outcome.settled);
 		if (outcome.violation)
@@ -75,7 +77,8 @@ int runAll(const Options& options)
 	}
 	const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
 	g_out << options.runs << " schedules in " << seconds << " s; well again after "
-	          << static_cast<double>(settled) / kSecond << " s at most (seed " << slowest << ")\n";
+	          << static_cast<double>(settled) / kSecond << " s at most (seed " << slowest << "); a standby kept the address in " << left
+	      << "\n";
 	for (const auto& [name, count] : violations)
 	{
 		g_out << count << " violations of " << name << "\n";

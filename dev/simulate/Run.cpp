@@ -37,6 +37,7 @@ public:
 
 	std::optional<Violation> violation;
 	Micros settled = 0;
+	bool leftAddress = false;
 
 private:
 	/// For how long something has been so; what is not so any more begins anew.
@@ -54,6 +55,12 @@ private:
 	{
 		const bool both = held(hostA) && held(hostB);
 		const bool plain = m_world.profile == Profile::plain;
+		if (plain && both && (leftBehind(m_world.nodes[0]) || leftBehind(m_world.nodes[1])))
+		{
+			m_operators = true;
+			m_survivable = false;
+			leftAddress = leftAddress || m_split.at != kNoTime;
+		}
 		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
 		blame("one-owner", split > (plain ? kPlainSplit : kSplit), "both nodes hold the address");
 		for (Node& node : m_world.nodes)
@@ -108,14 +115,17 @@ private:
 		return node.on && !node.frozen && node.address;
 	}
 
+	/// A reset of a configured slave leaves the address when no program runs there.
+	bool leftBehind(const Node& node) const
+	{
+		return !node.frozen && node.role != nullptr && *node.role == MODE_SLAVE && !m_world.serves(node);
+	}
+
 	bool splitCounts(bool plain) const
 	{
 		if (plain)
 		{
-			// A reset of the configured slave leaves the address where no program runs.
-			const auto leftBehind = [this](const Node& node)
-			{ return node.role != nullptr && *node.role == MODE_SLAVE && !m_world.serves(node); };
-			return m_survivable && std::ranges::none_of(m_world.nodes, leftBehind);
+			return m_survivable;
 		}
 		const auto& [a, b] = m_world.nodes;
 		const auto hears = [&](const Node& node)
@@ -200,7 +210,7 @@ Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool 
 	world.scheduler.run(kScheduleLength);
 	world.observe = nullptr;
 	world.recording = false;
-	return {judge.violation, chronicle ? chronicle->text() : "", judge.settled};
+	return {judge.violation, chronicle ? chronicle->text() : "", judge.settled, judge.leftAddress};
 }
 
 Schedule minimised(Schedule schedule, Profile profile, std::uint64_t seed, const char* invariant)

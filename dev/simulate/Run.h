@@ -34,6 +34,7 @@ struct Outcome
 	std::optional<Violation> violation;
 	std::string timeline; ///< when it was asked for
 	Micros settled = 0;   ///< the longest time until the pair was well again
+	bool leftAddress = false; ///< plain settings: a standby without programs has kept the address
 };
 
 Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool withTimeline = false);
