@@ -1,6 +1,7 @@
 /// What the agent's decision code stands on, in place of the daemon's own objects: settings,
 /// log, run-info record, run script, fatal conditions, commands, pings, threads and waits.
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -153,17 +154,18 @@ sim::Host holderFor(const sim::Node& node)
 	return sim::hostNone;
 }
 
-/// One echo request. @return whether the answer was there in time
-bool echo(sim::Network network, sim::Host to)
+/// One echo request. The library takes a late answer to an earlier one of the series, too.
+/// @return whether an answer came
+bool echo(sim::Network network, sim::Host to, sim::Micros began)
 {
-	constexpr sim::Micros kSilence = 106 * kMilli; // the library waits so long for each
-	constexpr sim::Micros kPatience = 50 * kMilli;
+	constexpr sim::Micros kSilence = 106 * kMilli; // it waits so long for each
 	const sim::Host from = self().id;
 	const sim::Micros trip =
-	    to == sim::hostNone ? kSilence : world().latency(network, from, to) + world().latency(network, to, from);
-	const bool answered =
-	    trip < kPatience && world().delivers(network, from, to) && world().delivers(network, to, from);
-	world().sleepFor(answered ? trip : kSilence);
+	    to == sim::hostNone ? sim::kNoTime : world().latency(network, from, to) + world().latency(network, to, from);
+	const bool inTime = trip < kSilence / 2 || world().now() - began >= trip;
+	const bool answered = to != sim::hostNone && inTime && world().delivers(network, from, to) &&
+	                      world().delivers(network, to, from);
+	world().sleepFor(answered ? std::min(trip, kSilence) : kSilence);
 	return answered;
 }
 
@@ -199,6 +201,7 @@ int ping(const std::string& address, int count)
 	const sim::Node& node = self();
 	const bool partner = address == node.settings.find("AGENT.PARTNER_IP")->second;
 	const bool service = address == sim::kVirtualAddress;
+	const sim::Micros began = world().now();
 	int replies = 0;
 	for (int i = 0; i < count; ++i)
 	{
@@ -208,7 +211,7 @@ int ping(const std::string& address, int count)
 			continue;
 		}
 		const sim::Host to = service ? holderFor(node) : partner ? world().other(node).id : sim::hostGateway;
-		replies += echo(service ? sim::serviceNetwork : sim::communicationNetwork, to) ? 1 : 0;
+		replies += echo(service ? sim::serviceNetwork : sim::communicationNetwork, to, began) ? 1 : 0;
 	}
 	return replies;
 }

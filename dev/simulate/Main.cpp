@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "dev/simulate/Run.h"
+#include "dev/simulate/Validate.h"
 
 namespace
 {
@@ -23,6 +24,7 @@ struct Options
 	std::uint64_t runs = 1000;
 	Profile profile = Profile::keeper;
 	bool timeline = false;
+	std::string validate; ///< the lab's figures
 	int atMost = 10; ///< violations that are explained
 };
 
@@ -97,8 +99,14 @@ int main(int argc, char** argv)
 	app.add_option("--runs", options.runs, "how many schedules")->capture_default_str();
 	app.add_option("--settings", options.profile, "keeper or plain")->transform(CLI::CheckedTransformer(profiles));
 	app.add_option("--explain", options.atMost, "violations to be explained")->capture_default_str();
+	app.add_option("--validate", options.validate, "compare with the lab's figures: docs/figures/fault-matrix.md")
+	    ->check(CLI::ExistingFile);
 	app.add_flag("--timeline", options.timeline, "print what happened in each");
 	CLI11_PARSE(app, argc, argv);
 	std::cout.rdbuf(nullptr);
+	if (!options.validate.empty())
+	{
+		return validate(options.validate, options.profile, static_cast<int>(options.runs), g_out) == 0 ? 0 : 1;
+	}
 	return runAll(options);
 }

@@ -26,7 +26,7 @@ constexpr const char* kSupervisor = "ha-web";
 /// Between two gratuitous ARP packets of the plain start command.
 constexpr Micros kAnnounceAgain = 4 * kSecond;
 /// fork, exec, and a shell in between.
-constexpr Micros kLaunch = 3 * kMilli;
+constexpr Micros kLaunch = 8 * kMilli;
 /// From the fork to the exec, when the process gets its name.
 constexpr Micros kExec = kMilli;
 
@@ -147,7 +147,8 @@ void writeSettings(Node& node, Profile profile)
 
 void runAgent()
 {
-	world().sleepFor(2 * kSecond);
+	constexpr Micros kRest = 2 * kSecond; // the agent's own, before anything else
+	world().sleepFor(kRest);
 	CAgent agent(MODE_SLAVE);
 	const RoleShown shown(self(), AgentAccess::role(agent));
 	agent.startThread();
@@ -173,11 +174,11 @@ std::string runCommand(const std::string& command)
 		{
 			world().sleepFor(100 * kMilli);
 		}
-		if (node.commands.at(i) != Spoilt::no)
+		if (node.commands.at(i) == Spoilt::fails)
 		{
-			return node.commands.at(i) == Spoilt::prints ? "done\n" : "";
+			return "";
 		}
-		node.printed.clear();
+		node.printed = node.commands.at(i) == Spoilt::prints ? "done\n" : "";
 		(world().profile == Profile::plain ? runPlain : runKeeper)(
 		    node, verb, blank == std::string::npos ? "" : command.substr(blank + 1));
 		return node.printed;

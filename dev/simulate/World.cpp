@@ -15,6 +15,8 @@ World* g_pWorld = nullptr;
 
 /// After so long without an answer the client asks anew who has the address.
 constexpr Micros kClientPatience = 8 * kSecond;
+/// From power on to the agent's start.
+constexpr Micros kBoot = 300 * kMilli;
 constexpr Micros kClientLooks = 500 * kMilli;
 
 } // namespace
@@ -60,7 +62,9 @@ void World::powerOn(Node& node)
 	}
 	node.on = true;
 	node.marker = profile == Profile::keeper && node.ipv6;
-	startAgent(node);
+	++node.announcer;
+	scheduler.at(now() + random.between(kBoot / 3, kBoot),
+	             [this, &node, boot = node.announcer] { node.on && node.announcer == boot ? startAgent(node) : void(); });
 }
 
 void World::powerOff(Node& node)
