@@ -143,7 +143,7 @@ void AddressHolder::lookAround()
 	{
 		feed(m_sight.up ? AddressEvent::linkUp : AddressEvent::linkDown);
 	}
-	m_unheardAt = m_arp && !m_sight.up ? std::min(m_unheardAt, now() + kUnheard) : kNever;
+	m_unheardAt = m_sight.index != 0 && !m_sight.up ? std::min(m_unheardAt, now() + kUnheard) : kNever;
 	if (before.present && !m_sight.present)
 	{
 		feed(AddressEvent::removed);
@@ -191,12 +191,14 @@ void AddressHolder::readArpSocket()
 }
 
 /// A standby's agent leaves the address where it is when its programs do not all run. The node
-/// that is master then waits for it in vain, and nobody serves.
+/// that is master then waits for it in vain, and nobody serves. A service whose supervisor was
+/// killed may still run: then the address stays, and the service is on one node only.
 void AddressHolder::considerProbe()
 {
 	const Millis moment = now();
-	const bool ended = std::ranges::any_of(m_services, [](const std::string& service)
-	                                       { return holderOf(service, Part::guard) == 0; });
+	const auto hasEnded = [](const std::string& service)
+	{ return holderOf(service, Part::guard) == 0 && valueOf(readState(service), "started") != "yes"; };
+	const bool ended = std::ranges::any_of(m_services, hasEnded);
 	const bool again = m_askedAt != kNever && moment - m_askedAt < kAskedAgain;
 	m_askedAt = moment;
 	m_uselessAt = !ended || !m_machine.held() ? kNever : (again ? std::min(m_uselessAt, moment) : moment);

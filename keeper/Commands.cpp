@@ -25,7 +25,7 @@ namespace
 /// Probing, a few times backing off, and a loaded machine: longer takes nothing that works.
 constexpr Millis kRaiseLimit = 5'000;
 constexpr Millis kAddressPatience = 2'000;
-constexpr Millis kStartPatience = 300;
+constexpr Millis kStartPatience = 2'000;
 /// More than a supervisor needs after stop_timeout.
 constexpr Millis kSupervisorPatience = 3'000;
 

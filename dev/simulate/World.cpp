@@ -139,11 +139,7 @@ void World::end(Process& process, int status)
 	}
 	for (const auto& child : process.node->processes)
 	{
-		if (child->parent == &process)
-		{
-			child->parent = nullptr;
-			signal(*child, SIGTERM); // they have asked for it: PR_SET_PDEATHSIG
-		}
+		child->parent = child->parent == &process ? nullptr : child->parent;
 	}
 	for (const auto& one : process.node->processes)
 	{
