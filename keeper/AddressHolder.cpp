@@ -104,8 +104,8 @@ void AddressHolder::turn()
 	}
 	if (now() >= m_unheardAt)
 	{
-		// Nobody hears it, so that nobody is harmed, and the agent finds the missing carrier: it
-		// would look for the address first, and give up without asking the partner to take over.
+		// Nobody hears it, no service is started, and the agent finds the missing carrier: it would
+		// look for the address first, and give up without asking the partner to take over.
 		m_unheardAt = kNever;
 		m_machine.state == AddressState::offline ? feed(AddressEvent::linkUp) : void();
 	}
@@ -143,7 +143,7 @@ void AddressHolder::lookAround()
 	{
 		feed(m_sight.up ? AddressEvent::linkUp : AddressEvent::linkDown);
 	}
-	m_unheardAt = m_sight.index != 0 && !m_sight.up ? std::min(m_unheardAt, now() + kUnheard) : kNever;
+	m_unheardAt = m_arp && m_sight.index != 0 && !m_sight.up ? std::min(m_unheardAt, now() + kUnheard) : kNever;
 	if (before.present && !m_sight.present)
 	{
 		feed(AddressEvent::removed);
@@ -215,6 +215,7 @@ void AddressHolder::feed(AddressEvent event, const Mac& from)
 	const AddressStep step = next(m_machine, {event, now(), from, randomNumber()});
 	m_machine = step.machine;
 	const bool cameOrWent = before.held() != m_machine.held();
+	m_unheard = m_unheard || (cameOrWent && m_machine.held() && !m_sight.up);
 	if (event == AddressEvent::claim && before.held())
 	{
 		++m_conflicts;
@@ -297,12 +298,18 @@ void AddressHolder::report(AddressEvent cause, const AddressMachine& before)
 	event("stopped", "asked to end", entered(AddressState::stopped));
 }
 
+bool AddressHolder::mayServe()
+{
+	m_unheard = m_unheard && m_machine.held() && (!m_sight.up || m_machine.state == AddressState::rechecking);
+	return m_machine.held() && !m_unheard;
+}
+
 void AddressHolder::publish()
 {
 	m_publish.at = 0;
 	m_publish.take(now());
 	writeState(kAddressProgram, {{"state", nameOf(m_machine.state)},
-	                             {"held", m_machine.held() ? "yes" : "no"},
+	                             {"held", mayServe() ? "yes" : "no"},
 	                             {"since", std::to_string(wallClock(m_machine.since))},
 	                             {"address", m_settings.text},
 	                             {"interface", m_settings.interface},

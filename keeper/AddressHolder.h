@@ -45,6 +45,8 @@ private:
 	void feed(AddressEvent event, const Mac& from = {});
 	void perform(const AddressActions& actions);
 	void report(AddressEvent cause, const AddressMachine& before);
+	/// @return whether the services may run: not with an address that nobody else has heard of
+	bool mayServe();
 	void publish();
 
 	AddressSettings m_settings;
@@ -60,6 +62,7 @@ private:
 	Due m_publish;
 	Millis m_arpAgainAt = kNever; ///< reading of a flood goes on then
 	Millis m_unheardAt = kNever;  ///< without carrier it is raised all the same then
+	bool m_unheard = false;       ///< raised so, and nobody has been asked since
 	Millis m_askedAt = kNever;    ///< when another host probed last
 	Millis m_uselessAt = kNever;  ///< since when others have asked for it in vain while a service has ended here
 	int m_conflicts = 0;
