@@ -14,6 +14,8 @@ namespace
 constexpr Micros kSplit = kSecond;
 constexpr Micros kPlainSplit = 12 * kSecond;
 constexpr Micros kUnaddressed = kSecond;
+/// A standby that still has the address then is not about to drop it.
+constexpr Micros kLeft = 3 * kSecond;
 constexpr Micros kKeeperSettle = 16 * kSecond;
 constexpr Micros kPlainSettle = 30 * kSecond;
 
@@ -55,16 +57,16 @@ private:
 	{
 		const bool both = held(hostA) && held(hostB);
 		const bool plain = m_world.profile == Profile::plain;
-		if (plain && both && (leftBehind(m_world.nodes[0]) || leftBehind(m_world.nodes[1])))
-		{
-			m_operators = true;
-			m_survivable = false;
-			leftAddress = leftAddress || m_split.at != kNoTime;
-		}
 		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
 		blame("one-owner", split > (plain ? kPlainSplit : kSplit), "both nodes hold the address");
 		for (Node& node : m_world.nodes)
 		{
+			if (m_left.at(node.id).holds(held(node.id) && leftBehind(node), m_world.now()) > kLeft)
+			{
+				m_operators = true;
+				m_survivable = false;
+				leftAddress = true;
+			}
 			const bool counts = !plain && node.on && !node.frozen && !node.slow && !node.address;
 			const Micros without = m_without.at(node.id).holds(counts && m_world.serves(node), m_world.now());
 			blame("service-with-address", without > kUnaddressed, "a program runs without the address");
@@ -115,10 +117,13 @@ private:
 		return node.on && !node.frozen && node.address;
 	}
 
-	/// A reset of a configured slave leaves the address when no program runs there.
+	/// A standby on which not all programs run never tries to drop the address.
 	bool leftBehind(const Node& node) const
 	{
-		return !node.frozen && node.role != nullptr && *node.role == MODE_SLAVE && !m_world.serves(node);
+		const bool unattended = m_world.profile == Profile::plain
+		                            ? !m_world.serves(node)
+		                            : m_world.find(node, keeper::kAddressProgram) == nullptr;
+		return node.role != nullptr && *node.role == MODE_SLAVE && unattended;
 	}
 
 	bool splitCounts(bool plain) const
@@ -172,6 +177,7 @@ private:
 	const Schedule& m_schedule;
 	Since m_split;
 	std::array<Since, 2> m_without;
+	std::array<Since, 2> m_left;
 	Micros m_changedAt = 0;
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;

@@ -182,7 +182,7 @@ void World::signal(Process& process, int number)
 	}
 }
 
-Process* World::find(const Node& node, const std::string& name)
+Process* World::find(const Node& node, const std::string& name) const
 {
 	const auto found = std::ranges::find_if(node.processes, [&](const auto& process)
 	                                        { return process->alive && process->name == name; });

@@ -165,7 +165,7 @@ public:
 	void runTask(Process& process, std::function<void()> body);
 	void end(Process& process, int status);
 	void signal(Process& process, int number);
-	Process* find(const Node& node, const std::string& name);
+	Process* find(const Node& node, const std::string& name) const;
 	void startProgram(Node& node, Process* parent);
 	/// Runs one of the settings' programs as the run script does.
 	void startManaged(Node& node, const std::string& name);
