@@ -157,8 +157,12 @@ std::string firstLineOf(pid_t pid, const char* file)
 bool isStarting(pid_t pid)
 {
 	const std::string name = firstLineOf(pid, "comm");
-	return name == kAddressProgram ? holderOf(name, Part::guard) == 0
-	                               : name == "sh" && firstLineOf(pid, "cmdline").find(kRunScript) != std::string::npos;
+	if (name == kAddressProgram)
+	{
+		// A zombie has no command line.
+		return holderOf(name, Part::guard) == 0 && !firstLineOf(pid, "cmdline").empty();
+	}
+	return name == "sh" && firstLineOf(pid, "cmdline").find(kRunScript) != std::string::npos;
 }
 
 } // namespace

@@ -39,8 +39,9 @@ Chronicle::Chronicle(World& world) : m_world(world)
 			m_timeline.add({timeOf(m_world), lab::EventKind::action, idOf(node), meaning->action});
 		}
 	};
-	world.journal = [this](const Node& node, const std::string& event)
-	{ m_timeline.add({timeOf(m_world), lab::EventKind::action, idOf(node), event}); };
+	world.journal = [this](const Node& node, const std::string& event) {
+		m_timeline.add({timeOf(m_world), lab::EventKind::action, idOf(node), event});
+	};
 	world.observe = [this, before = std::move(world.observe)]
 	{
 		before();
@@ -59,7 +60,9 @@ void Chronicle::look()
 	for (const Host host : {hostA, hostB})
 	{
 		const Node& node = m_world.node(host);
-		owners += node.on && !node.frozen && node.address ? (owners.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b") : "";
+		owners += node.on && !node.frozen && node.address
+		              ? (owners.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b")
+		              : "";
 	}
 	const Host answer = m_world.answers();
 	m_timeline.change(lab::addressTrack, timeOf(m_world), owners.empty() ? "none" : owners);

@@ -31,7 +31,9 @@ namespace sim = velarix::simulate;
 
 Configuraion* Configuraion::pConf = nullptr;
 
-Configuraion::Configuraion(const std::string& /*path*/) {}
+Configuraion::Configuraion(const std::string& /*path*/)
+{
+}
 
 Configuraion* Configuraion::getInstance(const std::string& path)
 {
@@ -105,7 +107,9 @@ bool initialization::changeINI(const std::string& /*key*/, const std::string& va
 	return true;
 }
 
-void CAgent::makeProcessRunShellScript() {}
+void CAgent::makeProcessRunShellScript()
+{
+}
 
 // The end.
 
@@ -163,8 +167,8 @@ bool echo(sim::Network network, sim::Host to, sim::Micros began)
 	const sim::Micros trip =
 	    to == sim::hostNone ? sim::kNoTime : world().latency(network, from, to) + world().latency(network, to, from);
 	const bool inTime = trip < kSilence / 2 || world().now() - began >= trip;
-	const bool answered = to != sim::hostNone && inTime && world().delivers(network, from, to) &&
-	                      world().delivers(network, to, from);
+	const bool answered =
+	    to != sim::hostNone && inTime && world().delivers(network, from, to) && world().delivers(network, to, from);
 	world().sleepFor(answered ? std::min(trip, kSilence) : kSilence);
 	return answered;
 }

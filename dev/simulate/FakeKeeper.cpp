@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <sys/wait.h>
 #include <sys/random.h>
+#include <sys/wait.h>
 
 #include <poll.h>
 #include <unistd.h>
@@ -41,7 +41,8 @@ constexpr velarix::keeper::Millis kBooted = 1'000'000;
 
 sim::Process* processOf(int pid)
 {
-	const auto found = std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
+	const auto found =
+	    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
 	return found == self().processes.end() ? nullptr : found->get();
 }
 
@@ -181,7 +182,9 @@ bool ArpSocket::receive(int limit, const std::function<void(const ArpPacket&)>& 
 	return true;
 }
 
-NetlinkBell::NetlinkBell() : m_socket(nullptr, nullptr) {}
+NetlinkBell::NetlinkBell() : m_socket(nullptr, nullptr)
+{
+}
 
 int NetlinkBell::descriptor() const
 {
@@ -231,7 +234,9 @@ std::string macText(const Mac& mac)
 
 // The runtime directory. A guard and its worker are one process here.
 
-void makeRuntimeDirectory() {}
+void makeRuntimeDirectory()
+{
+}
 
 pid_t holderOf(const std::string& program, Part /*part*/)
 {
@@ -385,8 +390,12 @@ void waitForStart(Millis limit)
 	waitUntil([&] { return std::ranges::none_of(self().processes, begins); }, world().now() + limit * kMilli);
 }
 
-void beInTime() {}
-void keepCapabilities(std::initializer_list<unsigned> /*kept*/) {}
+void beInTime()
+{
+}
+void keepCapabilities(std::initializer_list<unsigned> /*kept*/)
+{
+}
 
 int runAddress(const Settings& /*settings*/)
 {

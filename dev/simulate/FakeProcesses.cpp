@@ -81,8 +81,9 @@ extern "C"
 
 	ssize_t __wrap_read(int file, void* buffer, std::size_t size)
 	{
-		return file == kStatusFile ? static_cast<ssize_t>(std::exchange(g_status, "").copy(static_cast<char*>(buffer), size))
-		                           : __real_read(file, buffer, size);
+		return file == kStatusFile
+		           ? static_cast<ssize_t>(std::exchange(g_status, "").copy(static_cast<char*>(buffer), size))
+		           : __real_read(file, buffer, size);
 	}
 
 	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t /*room*/)

@@ -81,8 +81,7 @@ public:
 		{
 			throw Poco::TimeoutException("Timeout", 11);
 		}
-		const std::size_t size =
-		    m_connection->data.copy(static_cast<char*>(buffer), static_cast<std::size_t>(length));
+		const std::size_t size = m_connection->data.copy(static_cast<char*>(buffer), static_cast<std::size_t>(length));
 		m_connection->data.erase(0, size);
 		return static_cast<int>(size);
 	}

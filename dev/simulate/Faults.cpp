@@ -193,7 +193,7 @@ constexpr std::array kFaults{
 	FaultKind{"agent-freeze",            true,  Known::passing, signalAgent<SIGSTOP>,                signalAgent<SIGCONT>},
 	FaultKind{"program-kill",            true,  Known::survivable,  signalProgram<SIGKILL>,              nullptr},
 	FaultKind{"program-crash",           true,  Known::survivable,  crash,                               endCrashing},
-	FaultKind{"program-hang",            true,  Known::passing, signalProgram<SIGSTOP>,              signalProgram<SIGCONT>},
+	FaultKind{"program-hang",            true,  Known::keeperOwn, signalProgram<SIGSTOP>,              signalProgram<SIGCONT>},
 	FaultKind{"address-removed",         true,  Known::survivable,  removeAddress,                       nullptr},
 	FaultKind{"service-interface",       true,  Known::survivable,  setCarrier<serviceNetwork, false>,   setCarrier<serviceNetwork, true>},
 	FaultKind{"communication-interface", true,  Known::survivable,  setCarrier<communicationNetwork, false>, setCarrier<communicationNetwork, true>},

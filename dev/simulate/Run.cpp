@@ -22,7 +22,8 @@ constexpr Micros kPlainSettle = 30 * kSecond;
 class Judge
 {
 public:
-	Judge(World& world, const Schedule& schedule) : m_world(world), m_standing(schedule.size(), false), m_schedule(schedule)
+	Judge(World& world, const Schedule& schedule)
+	    : m_world(world), m_standing(schedule.size(), false), m_schedule(schedule)
 	{
 		world.observe = [this] { look(); };
 	}

@@ -37,8 +37,8 @@ struct Violation
 struct Outcome
 {
 	std::optional<Violation> violation;
-	std::string timeline; ///< when it was asked for
-	Micros settled = 0;   ///< the longest time until the pair was well again
+	std::string timeline;     ///< when it was asked for
+	Micros settled = 0;       ///< the longest time until the pair was well again
 	bool leftAddress = false; ///< a standby without its programs has kept the address
 };
 

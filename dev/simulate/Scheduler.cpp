@@ -70,7 +70,8 @@ void Scheduler::push(Event event)
 {
 	event.order = ++m_order;
 	m_events.push_back(std::move(event));
-	std::push_heap(m_events.begin(), m_events.end(), [](const Event& left, const Event& right)
+	std::push_heap(m_events.begin(), m_events.end(),
+	               [](const Event& left, const Event& right)
 	               { return std::pair(left.at, left.order) > std::pair(right.at, right.order); });
 }
 

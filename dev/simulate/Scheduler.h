@@ -26,7 +26,10 @@ public:
 	explicit Random(std::uint64_t seed) : m_state(seed) {}
 	std::uint64_t next();
 	/// @return 0 to `limit` - 1
-	Micros below(Micros limit) { return limit > 0 ? static_cast<Micros>(next() % static_cast<std::uint64_t>(limit)) : 0; }
+	Micros below(Micros limit)
+	{
+		return limit > 0 ? static_cast<Micros>(next() % static_cast<std::uint64_t>(limit)) : 0;
+	}
 	Micros between(Micros low, Micros high) { return low + below(high - low + 1); }
 	bool chance(int percent) { return below(100) < percent; }
 

@@ -48,7 +48,8 @@ std::vector<std::string> columnsOf(const std::string& line)
 	for (std::string column; std::getline(stream, column, '|');)
 	{
 		const std::size_t first = column.find_first_not_of(' ');
-		columns.push_back(first == std::string::npos ? "" : column.substr(first, column.find_last_not_of(' ') - first + 1));
+		columns.push_back(first == std::string::npos ? ""
+		                                             : column.substr(first, column.find_last_not_of(' ') - first + 1));
 	}
 	return columns;
 }
@@ -113,7 +114,7 @@ std::vector<Cell> readCells(const std::string& file, Profile profile)
 			known = faults && phase && columns.at(4) != "unsteady";
 			known ? cells.push_back({columns.at(1), *faults, {}}) : void();
 		}
-		known && phase ? cells.back().phases.push_back(*phase) : void();
+		known&& phase ? cells.back().phases.push_back(*phase) : void();
 	}
 	return cells;
 }

@@ -63,8 +63,8 @@ void World::powerOn(Node& node)
 	node.on = true;
 	node.marker = profile == Profile::keeper && node.ipv6;
 	++node.announcer;
-	scheduler.at(now() + random.between(kBoot / 3, kBoot),
-	             [this, &node, boot = node.announcer] { node.on && node.announcer == boot ? startAgent(node) : void(); });
+	scheduler.at(now() + random.between(kBoot / 3, kBoot), [this, &node, boot = node.announcer]
+	             { node.on&& node.announcer == boot ? startAgent(node) : void(); });
 }
 
 void World::powerOff(Node& node)
@@ -322,11 +322,10 @@ void World::arp(Host from, keeper::ArpKind kind)
 	}
 }
 
-
 bool World::serves(const Node& node) const
 {
-	return std::ranges::any_of(node.processes,
-	                           [](const auto& process) { return process->alive && !process->stopped && process->name == kService; });
+	return std::ranges::any_of(node.processes, [](const auto& process)
+	                           { return process->alive && !process->stopped && process->name == kService; });
 }
 
 bool World::answersFrom(Host host) const
