@@ -224,20 +224,22 @@ void Checklist::reachability(const KeeperReach& reach)
 {
 	const std::string& state = reach.program.state;
 	const std::string lost = reach.lost();
+	// A master may be moved away from them.
+	const bool blocks = m_state.role.is(Role::slave);
 	if (!reach.program.runs)
 	{
-		add("reach-stopped", Grade::critical, kBlocks,
+		add("reach-stopped", Grade::critical, blocks,
 		    "ha-reach does not run: the gateway address is missing, and this node cannot keep the service; "
 		    "systemctl start velarix-reach");
 	}
 	else if (state == "isolated")
 	{
-		add("reach-isolated", Grade::critical, kBlocks,
+		add("reach-isolated", Grade::critical, blocks,
 		    "this node is isolated: neither its targets (" + lost + ") nor the partner's keeper answer");
 	}
 	else if (state == "partner-only")
 	{
-		add("reach-partner-only", Grade::warning, kBlocks,
+		add("reach-partner-only", Grade::warning, blocks,
 		    "only the partner reaches its targets; here do not answer: " + lost);
 	}
 	else if (state == "shared-outage")

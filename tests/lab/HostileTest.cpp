@@ -102,7 +102,7 @@ TEST(Firewall, TheRulesForIptablesLoadAndAreReplacedWhenLoadedAgain)
 	                                   "sh rules; iptables-save | grep -v '^#' | cmp - once; cat once",
 	                                   iptablesRules(HostId::b, {"02:00:00:00:01:01", "02:00:00:00:01:03"}));
 	ASSERT_TRUE(shown.ok()) << shown.output;
-	EXPECT_NE(shown.output.find("-A VELARIX -s 198.51.100.11/32 -d 198.51.100.12/32 -i eth1 -j ACCEPT"),
+	EXPECT_NE(shown.output.find("-A VELARIX_tcp -s 198.51.100.11/32 -d 198.51.100.12/32 -i eth1 -j ACCEPT"),
 	          std::string::npos)
 	    << shown.output;
 	EXPECT_NE(shown.output.find("-m mac ! --mac-source 02:00:00:00:01:03 -j DROP"), std::string::npos) << shown.output;
