@@ -42,6 +42,10 @@ public:
 	std::vector<Problem> problems() && { return std::move(m_problems); }
 
 private:
+	/// Whether a failover to or from this node would not work.
+	static constexpr bool kBlocks = true;
+	static constexpr bool kHarmless = false;
+
 	const NodeState& m_state;
 	std::vector<Problem> m_problems;
 
