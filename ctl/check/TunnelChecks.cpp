@@ -47,10 +47,11 @@ void keys(Findings& findings, const fs::path& directory)
 	const host::FileFacts facts = host::fileFacts(key);
 	if ((facts.mode & 077U) != 0 || facts.owner != 0)
 	{
-		findings.add(Severity::error, key, 0,
-		             {"tunnel-key-open", "others than root may read or write the tunnel's private key",
-		              "whoever reads it speaks for this node",
-		              "remove it and partner.pub on the other node, make new ones, and chmod 600"});
+		findings.add(
+		    Severity::error, key, 0,
+		    {"tunnel-key-open", "others than root may read or write the tunnel's private key",
+		     "whoever reads it speaks for this node",
+		     "make a new one: rm tunnel.key, systemctl reload velarix-tunnel, and copy tunnel.pub to the partner"});
 	}
 	const fs::path own = directory / kTunnelPublicKey;
 	if (host::user() == 0 && !isMissing(partner) && !isMissing(own) && readInputFile(own) == readInputFile(partner))

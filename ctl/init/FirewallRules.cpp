@@ -22,8 +22,8 @@ std::string firewallRules(const Answers& answers, NodeName node)
 	std::string rules = kFirewallTemplate;
 	if (answers.wireguard)
 	{
-		rules += std::string("\n") + kTunnelTemplate;
-		values.insert({{"interface", std::string("\"") + inspect::kTunnelInterface + "\""},
+		rules.append("\n").append(kTunnelTemplate);
+		values.insert({{"interface", std::string("\"").append(inspect::kTunnelInterface).append("\"")},
 		               {"tunnel_endpoint", answers.wireAddress(otherOf(node))},
 		               {"tunnel_port", std::to_string(answers.tunnelPort)},
 		               {"tunnel_address", answers.heartbeatAddress(node)},
