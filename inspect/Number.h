@@ -15,14 +15,14 @@ constexpr bool isDigit(char c)
 	return c >= '0' && c <= '9';
 }
 
-/// @return the decimal number that the whole text is; nothing for any other text
-///         and for a number out of range
-template <typename Number> std::optional<Number> numberIn(std::string_view text)
+/// @return the number that the whole text is; nothing for any other text and for a number
+///         out of range
+template <typename Number> std::optional<Number> numberIn(std::string_view text, int base = 10)
 {
 	Number value{};
 	// A number holds nothing of the text, which cppcheck does not see.
 	// cppcheck-suppress invalidLifetime
-	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
 	return error == std::errc() && end == text.data() + text.size() ? std::optional<Number>(value) : std::nullopt;
 }
 

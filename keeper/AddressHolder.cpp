@@ -25,6 +25,12 @@ constexpr Millis kFloodPause = 10;
 constexpr Millis kLookGap = 10;
 /// The state file is written at most this often, unless the address came or went.
 constexpr Millis kPublishGap = 50;
+/// An interface has so long for its carrier to come.
+constexpr Millis kUnheard = 1'000;
+/// The agent has so long to give up a node whose service has ended for good.
+constexpr Millis kUseless = 10'000;
+/// Whoever waits for the address asks more often.
+constexpr Millis kAskedAgain = 2'000;
 
 std::uint32_t randomNumber()
 {
@@ -77,7 +83,7 @@ int AddressHolder::run()
 
 void AddressHolder::turn()
 {
-	const Millis due = std::min({m_machine.deadline(), m_look.at, m_publish.at, m_arpAgainAt});
+	const Millis due = std::min({m_machine.deadline(), m_look.at, m_publish.at, m_arpAgainAt, m_unheardAt});
 	m_loop.wait(due);
 	const Millis lastTurn = std::exchange(m_turn, now());
 	if (due != kNever && stalled(lastTurn, m_turn))
@@ -95,6 +101,13 @@ void AddressHolder::turn()
 	{
 		m_loop.watch(m_arp.descriptor(), [this] { readArpSocket(); });
 		m_arpAgainAt = kNever;
+	}
+	if (now() >= m_unheardAt)
+	{
+		// Nobody hears it, no service is started, and the agent finds the missing carrier: it would
+		// look for the address first, and give up without asking the partner to take over.
+		m_unheardAt = kNever;
+		m_machine.state == AddressState::offline ? feed(AddressEvent::linkUp) : void();
 	}
 	if (now() >= m_machine.deadline())
 	{
@@ -130,6 +143,7 @@ void AddressHolder::lookAround()
 	{
 		feed(m_sight.up ? AddressEvent::linkUp : AddressEvent::linkDown);
 	}
+	m_unheardAt = m_arp && m_sight.index != 0 && !m_sight.up ? std::min(m_unheardAt, now() + kUnheard) : kNever;
 	if (before.present && !m_sight.present)
 	{
 		feed(AddressEvent::removed);
@@ -166,6 +180,7 @@ void AddressHolder::readArpSocket()
 		    if (packet.kind != ArpKind::none && std::ranges::find(m_sight.own, packet.from) == m_sight.own.end())
 		    {
 			    feed(packet.kind == ArpKind::claim ? AddressEvent::claim : AddressEvent::foreignProbe, packet.from);
+			    packet.kind == ArpKind::foreignProbe ? considerProbe() : void();
 		    }
 	    });
 	if (more && m_arpAgainAt == kNever)
@@ -175,12 +190,32 @@ void AddressHolder::readArpSocket()
 	}
 }
 
+/// A standby's agent leaves the address where it is when its programs do not all run. The node
+/// that is master then waits for it in vain, and nobody serves. A service whose supervisor was
+/// killed may still run: then the address stays, and the service is on one node only.
+void AddressHolder::considerProbe()
+{
+	const Millis moment = now();
+	const auto hasEnded = [](const std::string& service)
+	{ return holderOf(service, Part::guard) == 0 && valueOf(readState(service), "started") != "yes"; };
+	const bool ended = std::ranges::any_of(m_services, hasEnded);
+	const bool again = m_askedAt != kNever && moment - m_askedAt < kAskedAgain;
+	m_askedAt = moment;
+	m_uselessAt = !ended || !m_machine.held() ? kNever : (again ? std::min(m_uselessAt, moment) : moment);
+	if (m_uselessAt != kNever && moment - m_uselessAt >= kUseless)
+	{
+		m_journal.event("yielded", m_settings.text + ": a service has ended here, and another host asks for it");
+		feed(AddressEvent::stop);
+	}
+}
+
 void AddressHolder::feed(AddressEvent event, const Mac& from)
 {
 	const AddressMachine before = m_machine;
 	const AddressStep step = next(m_machine, {event, now(), from, randomNumber()});
 	m_machine = step.machine;
 	const bool cameOrWent = before.held() != m_machine.held();
+	m_unheard = m_unheard || (cameOrWent && m_machine.held() && !m_sight.up);
 	if (event == AddressEvent::claim && before.held())
 	{
 		++m_conflicts;
@@ -263,12 +298,18 @@ void AddressHolder::report(AddressEvent cause, const AddressMachine& before)
 	event("stopped", "asked to end", entered(AddressState::stopped));
 }
 
+bool AddressHolder::mayServe()
+{
+	m_unheard = m_unheard && m_machine.held() && (!m_sight.up || m_machine.state == AddressState::rechecking);
+	return m_machine.held() && !m_unheard;
+}
+
 void AddressHolder::publish()
 {
 	m_publish.at = 0;
 	m_publish.take(now());
 	writeState(kAddressProgram, {{"state", nameOf(m_machine.state)},
-	                             {"held", m_machine.held() ? "yes" : "no"},
+	                             {"held", mayServe() ? "yes" : "no"},
 	                             {"since", std::to_string(wallClock(m_machine.since))},
 	                             {"address", m_settings.text},
 	                             {"interface", m_settings.interface},

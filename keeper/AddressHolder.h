@@ -41,9 +41,12 @@ private:
 	void lookAround();
 	void openArp();
 	void readArpSocket();
+	void considerProbe();
 	void feed(AddressEvent event, const Mac& from = {});
 	void perform(const AddressActions& actions);
 	void report(AddressEvent cause, const AddressMachine& before);
+	/// @return whether the services may run: not with an address that nobody else has heard of
+	bool mayServe();
 	void publish();
 
 	AddressSettings m_settings;
@@ -58,6 +61,10 @@ private:
 	Due m_look;
 	Due m_publish;
 	Millis m_arpAgainAt = kNever; ///< reading of a flood goes on then
+	Millis m_unheardAt = kNever;  ///< without carrier it is raised all the same then
+	bool m_unheard = false;       ///< raised so, and nobody has been asked since
+	Millis m_askedAt = kNever;    ///< when another host probed last
+	Millis m_uselessAt = kNever;  ///< since when others have asked for it in vain while a service has ended here
 	int m_conflicts = 0;
 	long long m_lastConflict = 0; ///< CLOCK_REALTIME in seconds
 	int m_removals = 0;

@@ -25,6 +25,7 @@ namespace
 /// Probing, a few times backing off, and a loaded machine: longer takes nothing that works.
 constexpr Millis kRaiseLimit = 5'000;
 constexpr Millis kAddressPatience = 2'000;
+constexpr Millis kStartPatience = 2'000;
 /// More than a supervisor needs after stop_timeout.
 constexpr Millis kSupervisorPatience = 3'000;
 
@@ -68,6 +69,7 @@ int endAddress(const Settings& settings)
 		say("keeper.ini has no address");
 		return EX_CONFIG;
 	}
+	waitForStart(kStartPatience);
 	endProgram(kAddressProgram, kAddressPatience);
 	if (const int error = removeAddress(settings.address); error != 0)
 	{

@@ -15,6 +15,7 @@
 #include "keeper/AddressHolder.h"
 #include "keeper/Journal.h"
 #include "keeper/Process.h"
+#include "keeper/Reachability.h"
 #include "keeper/Runtime.h"
 #include "keeper/ServiceSupervisor.h"
 
@@ -26,6 +27,8 @@ namespace
 
 /// What a worker has left that was killed has this long between TERM and KILL.
 constexpr Millis kRemainsPatience = 1'000;
+
+constexpr int kHide = SIGUSR1;
 
 using Work = std::function<int()>;
 
@@ -80,7 +83,11 @@ int waitForWorker(pid_t worker, const sigset_t& signals)
 		}
 		int signal = 0;
 		::sigwait(&signals, &signal);
-		if (signal != SIGCHLD)
+		if (signal == kHide)
+		{
+			setProcessName("keeper");
+		}
+		else if (signal != SIGCHLD)
 		{
 			::kill(worker, SIGTERM);
 			::kill(worker, SIGCONT);
@@ -105,7 +112,9 @@ int beGuard(const std::string& program, const Work& work, const std::function<vo
 		return EX_OK;
 	}
 	// Before there is a worker, which would else find them unblocked for a moment.
-	const sigset_t signals = blockSignals();
+	sigset_t signals = blockSignals();
+	sigaddset(&signals, kHide);
+	::sigprocmask(SIG_BLOCK, &signals, nullptr);
 	::prctl(PR_SET_CHILD_SUBREAPER, 1);
 	const pid_t self = ::getpid();
 	const pid_t worker = ::fork();
@@ -158,6 +167,19 @@ int runService(const ServiceSettings& service)
 	// A unit is nobody's child here.
 	const auto aftermath = [&] { endRemains(service); };
 	return reported(service.program, [&] { return beGuard(service.program, work, aftermath); });
+}
+
+int runReach(const Settings& settings)
+{
+	beInTime();
+	const auto work = [&] { return Reachability(settings.reach).run(); };
+	const auto aftermath = [&] { removeAddress(reachAddress(settings.reach)); };
+	return reported(kReachProgram, [&] { return beGuard(kReachProgram, work, aftermath); });
+}
+
+void hideAddressProgram()
+{
+	LivingProcess(kAddressProgram, Part::guard).signal(kHide);
 }
 
 } // namespace velarix::keeper

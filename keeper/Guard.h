@@ -16,5 +16,12 @@ namespace velarix::keeper
 /// already, which goes on; EX_SOFTWARE when the worker was killed
 int runAddress(const Settings& settings);
 int runService(const ServiceSettings& service);
+/// ha-reach, which the agent does not know.
+int runReach(const Settings& settings);
+
+/// Takes the name of ha-address from its guard. The agent misses a program then, gives up
+/// in good order, and asks its partner; the address is here until the agent drops it. When the
+/// agent does nothing, nothing changes.
+void hideAddressProgram();
 
 } // namespace velarix::keeper

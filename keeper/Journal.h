@@ -8,7 +8,9 @@
 /// TIME is local with its offset, EVENT one word. The file may be cut at any time
 /// (logrotate's copytruncate). Events of ha-address: started, waiting, raised, lowered,
 /// conflict, yielded, stalled, removed, offline, stopped, failed; of services: started,
-/// running, died, restarting, check-failed, stopping, stopped, failed; of both: killed.
+/// running, died, restarting, check-failed, stopping, stopped, failed; of ha-reach: started,
+/// target-found, target-lost, target-back, reachable, shared-outage, partner-only,
+/// handing-over, isolated, removed, stopped, failed; of all: killed.
 #pragma once
 
 #include <map>

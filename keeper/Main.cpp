@@ -18,7 +18,7 @@ namespace
 
 using namespace velarix::keeper;
 
-constexpr const char* kUsage = "usage: keeper {raise|drop|stop PROGRAM|mark|unmark|status [--json]|check|help}\n";
+constexpr const char* kUsage = "usage: keeper {raise|drop|stop PROGRAM|mark|unmark|reach|status [--json]|check|help}\n";
 
 std::string placeOf(const Finding& finding)
 {
@@ -46,12 +46,18 @@ int runProgram(const std::string& program)
 	{
 		return runAddress(parsed.settings);
 	}
+	if (program == kReachProgram)
+	{
+		return parsed.settings.reach.line != 0
+		           ? runReach(parsed.settings)
+		           : refuse(program, {0, EX_CONFIG, "keeper.ini has no [reachability]", "write one"});
+	}
 	if (service == nullptr)
 	{
 		const std::string name = program.substr(kPrefix.size());
 		return refuse(program, {0, EX_CONFIG, "keeper.ini has no [service " + name + "]", "write one"});
 	}
-	const ParsedSettings alone{{}, checkMachine({{}, {*service}})};
+	const ParsedSettings alone{{}, checkMachine({{}, {}, {*service}})};
 	const Finding* error = alone.error();
 	return error != nullptr ? refuse(program, *error) : runService(*service);
 }
@@ -66,6 +72,10 @@ int runVerb(const std::string& verb, const std::string& argument)
 	if (verb == "check")
 	{
 		return commands::check();
+	}
+	if (verb == "reach")
+	{
+		return runProgram(kReachProgram);
 	}
 	const ParsedSettings parsed = readSettings();
 	// What is to be ended is ended as long as it can be understood.

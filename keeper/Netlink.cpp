@@ -42,6 +42,7 @@ struct Address
 	std::vector<std::uint8_t> bytes;
 	unsigned prefix = 0; ///< 0, to remove: whatever it is
 	std::string label = {};
+	unsigned char scope = RT_SCOPE_UNIVERSE;
 };
 
 std::vector<std::uint8_t> bytesOf(std::uint32_t address, std::size_t length)
@@ -71,6 +72,7 @@ int request(std::uint16_t type, std::uint16_t flags, const Address& address)
 	auto* info = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
 	info->ifa_family = address.bytes.size() == 4 ? AF_INET : AF_INET6;
 	info->ifa_prefixlen = static_cast<std::uint8_t>(address.prefix);
+	info->ifa_scope = address.scope;
 	info->ifa_index = ::if_nametoindex(address.interface);
 	mnl_attr_put(message, IFA_LOCAL, address.bytes.size(), address.bytes.data());
 	if (address.prefix > 0)
@@ -152,7 +154,15 @@ int addAddress(const AddressSettings& settings)
 {
 	Address address = addressOf(settings);
 	address.prefix = static_cast<unsigned>(settings.prefix);
-	address.label = settings.interface + ":ha";
+	if (settings.interface == "lo")
+	{
+		// Never the source of a packet that leaves.
+		address.scope = RT_SCOPE_HOST;
+	}
+	else
+	{
+		address.label = settings.interface + ":ha";
+	}
 	return request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, address);
 }
 

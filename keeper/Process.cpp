@@ -34,6 +34,8 @@ namespace
 
 /// In the environment of everything a service starts: its program's name. What remains of a
 /// supervisor that was killed is found by it.
+/// How the agent starts its programs.
+constexpr const char* kRunScript = "/usr/velarix/bin/ini/processList.sh";
 constexpr const char* kServiceVariable = "VELARIX_SERVICE";
 
 /// @return whether everything could be set
@@ -142,7 +144,37 @@ std::vector<pid_t> processesOf(const std::string& program)
 	return found;
 }
 
+std::string firstLineOf(pid_t pid, const char* file)
+{
+	std::ifstream stream("/proc/" + std::to_string(pid) + "/" + file);
+	std::string line;
+	std::getline(stream, line);
+	return line;
+}
+
+/// Whether it is the run script's shell, or a child of it that has not become its program yet;
+/// or the program, before anybody can see that it lives.
+bool isStarting(pid_t pid)
+{
+	const std::string name = firstLineOf(pid, "comm");
+	if (name == kAddressProgram)
+	{
+		// A zombie has no command line.
+		return holderOf(name, Part::guard) == 0 && !firstLineOf(pid, "cmdline").empty();
+	}
+	return name == "sh" && firstLineOf(pid, "cmdline").find(kRunScript) != std::string::npos;
+}
+
 } // namespace
+
+void waitForStart(Millis limit)
+{
+	const Millis end = now() + limit;
+	while (std::ranges::any_of(numbersIn("/proc"), isStarting) && now() < end)
+	{
+		::poll(nullptr, 0, 5);
+	}
+}
 
 pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs runAs, std::string& error,
             int output)

@@ -43,6 +43,10 @@ bool endRemains(const ServiceSettings& service);
 /// The same, unless the state file says that nothing was left.
 bool endOrphans(const ServiceSettings& service);
 
+/// Waits, at most `limit`, for an ha-address that is being started: it cannot be found and
+/// ended yet, and would be there afterwards.
+void waitForStart(Millis limit);
+
 /// The name that the agent looks for, as ps shows it.
 void setProcessName(const std::string& name);
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <system_error>
 
@@ -138,6 +139,22 @@ std::string valueOf(const Fields& fields, const std::string& key)
 {
 	const auto found = std::ranges::find(fields, key, &Fields::value_type::first);
 	return found == fields.end() ? std::string() : found->second;
+}
+
+std::vector<TargetState> targetsOf(const Fields& fields)
+{
+	constexpr std::string_view kTarget = "target.";
+	std::vector<TargetState> targets;
+	for (const auto& [key, value] : fields)
+	{
+		if (key.starts_with(kTarget))
+		{
+			const std::size_t blank = std::min(value.find(' '), value.size());
+			targets.push_back(
+			    {key.substr(kTarget.size()), value.substr(0, blank), std::strtoll(value.c_str() + blank, nullptr, 10)});
+		}
+	}
+	return targets;
 }
 
 AddressWatch::AddressWatch() : m_inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK))

@@ -67,6 +67,16 @@ void removeState(const std::string& program);
 /// @return the value of `key`; empty for none
 std::string valueOf(const Fields& fields, const std::string& key);
 
+/// What ha-reach knows of one target: a field "target.ADDRESS" with "STATE SINCE".
+struct TargetState
+{
+	std::string address;
+	std::string state;   ///< "answers", "lost" or "unknown"
+	long long since = 0; ///< CLOCK_REALTIME in seconds
+};
+
+std::vector<TargetState> targetsOf(const Fields& fields);
+
 /// Whether the address is held by this node's ha-address, and when that changes.
 class AddressWatch
 {

@@ -39,6 +39,7 @@ public:
 			text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
 		}
 		finishAddress();
+		finishReach();
 		for (const ServiceSettings& service : m_settings.services)
 		{
 			finishService(service);
@@ -94,22 +95,31 @@ private:
 		{
 			startService(std::string(trim(inner.substr(blank))));
 		}
+		else if (inner == "reachability")
+		{
+			startReach();
+		}
 		else
 		{
-			add(m_line, "no such section: " + std::string(line), "there are [address] and [service NAME]");
+			add(m_line, "no such section: " + std::string(line),
+			    "there are [address], [service NAME] and [reachability]");
 		}
 	}
 
-	void startAddress()
+	void startAddress() { startOnly("address", m_settings.address.line); }
+	void startReach() { startOnly("reachability", m_settings.reach.line); }
+
+	/// A section that there is once.
+	void startOnly(std::string_view section, int& line)
 	{
-		AddressSettings& address = m_settings.address;
-		if (address.line != 0)
+		if (line != 0)
 		{
-			add(m_line, "a second [address]", "keep one; the first is in line " + std::to_string(address.line));
+			add(m_line, "a second [" + std::string(section) + "]",
+			    "keep one; the first is in line " + std::to_string(line));
 			return;
 		}
-		address.line = m_line;
-		m_section = "address";
+		line = m_line;
+		m_section = section;
 	}
 
 	void startService(const std::string& name)
@@ -173,13 +183,52 @@ private:
 			add(0, "there is no [address]", "write one, with address, interface and on_conflict");
 			return;
 		}
-		for (const std::string key : {"address", "interface", "on_conflict"})
+		demand("address", line, {"address", "interface", "on_conflict"});
+	}
+
+	void demand(const std::string& section, int line, std::initializer_list<std::string> keys)
+	{
+		for (const std::string& key : keys)
 		{
 			// One that was refused was there, and has its finding already.
 			if (!m_seen.contains({line, key}))
 			{
-				add(line, "there is no " + key + " in [address]", "write " + key + " = ...");
+				add(line, "there is no " + key + " in [" + section + "]", "write " + key + " = ...");
 			}
+		}
+	}
+
+	void finishReach()
+	{
+		const ReachSettings& reach = m_settings.reach;
+		if (reach.line == 0)
+		{
+			return;
+		}
+		demand("reachability", reach.line, {"address", "targets", "own", "partner"});
+		const std::set<std::string> targets(reach.targets.begin(), reach.targets.end());
+		if (targets.size() != reach.targets.size())
+		{
+			add(reach.line, "a target stands there twice", "name each once");
+		}
+		if (reach.needed > static_cast<int>(targets.size()) && !targets.empty())
+		{
+			add(reach.line,
+			    "needed = " + std::to_string(reach.needed) + " of " + std::to_string(targets.size()) +
+			        " targets can never answer",
+			    "name more targets, or need fewer");
+		}
+		for (const std::string& address : {reach.address, reach.own, reach.partner, m_settings.address.text})
+		{
+			if (targets.contains(address))
+			{
+				add(reach.line, "the target " + address + " is an address of the pair",
+				    "take hosts that answer as long as this node's networks work, and no longer");
+			}
+		}
+		if (!reach.own.empty() && reach.own == reach.partner)
+		{
+			add(reach.line, "own and partner are the same", "write THIS_SERVER_IP and PARTNER_IP");
 		}
 	}
 
@@ -203,9 +252,12 @@ private:
 				    "rename one: the agent would count and end both for one");
 			}
 		}
-		if (std::string_view(kAddressProgram).find(service.program) != std::string_view::npos)
+		for (const std::string_view own : {kAddressProgram, kReachProgram})
 		{
-			add(service.line, service.program + " is contained in ha-address", "take another name");
+			if (own.find(service.program) != std::string_view::npos)
+			{
+				add(service.line, service.program + " is contained in " + std::string(own), "take another name");
+			}
 		}
 	}
 

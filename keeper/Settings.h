@@ -4,6 +4,7 @@
 ///
 ///   [address]              once
 ///   [service NAME]         one for each program ha-NAME
+///   [reachability]         at most once
 ///   key = value            a comment begins with ; or # at the line's beginning,
 ///                          or with ; behind a blank, outside quotes
 #pragma once
@@ -19,6 +20,8 @@ namespace velarix::keeper
 inline constexpr const char* kSettingsFile = "/usr/velarix/bin/ini/keeper.ini";
 inline constexpr const char* kLinkDirectory = "/usr/velarix/run";
 inline constexpr const char* kAddressProgram = "ha-address";
+/// Not managed by the agent: it works on a standby as well.
+inline constexpr const char* kReachProgram = "ha-reach";
 /// What every managed program's name begins with.
 inline constexpr std::string_view kPrefix = "ha-";
 /// The kernel keeps this much of a program's name, and the agent looks there.
@@ -65,9 +68,23 @@ struct ServiceSettings
 	int userLine = 0;
 };
 
+struct ReachSettings
+{
+	std::string address; ///< GATEWAY_IP: on lo while enough targets answer
+	std::vector<std::string> targets;
+	int needed = 1;
+	int interval = 1; ///< seconds
+	int failures = 3; ///< unanswered pings in a row
+	std::string own;  ///< of this node, on the communication network
+	std::string partner;
+	int port = 7000; ///< UDP, on both nodes
+	int line = 0;    ///< 0: there is no such section
+};
+
 struct Settings
 {
 	AddressSettings address;
+	ReachSettings reach;
 	std::vector<ServiceSettings> services;
 
 	const ServiceSettings* find(std::string_view program) const;
@@ -104,7 +121,7 @@ std::string findCommand(const std::string& command);
 /// A key of keeper.ini, for the parser, the manual and "keeper check".
 struct KeyInfo
 {
-	const char* section; ///< "address" or "service"
+	const char* section; ///< "address", "service" or "reachability"
 	const char* name;
 	const char* meaning;
 	const char* fallback; ///< the default; empty when the key must be there

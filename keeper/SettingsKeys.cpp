@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -26,19 +27,27 @@ bool readNumber(std::string_view text, int low, int high, int& number)
 	return read && *read >= low && *read <= high;
 }
 
+/// @return in network byte order; nothing for what no host can have
+std::optional<std::uint32_t> hostAddress(const std::string& text)
+{
+	in_addr read{};
+	const bool dotted = ::inet_pton(AF_INET, text.c_str(), &read) == 1;
+	const std::uint32_t host = ntohl(read.s_addr);
+	const bool usable = dotted && host != 0 && host != INADDR_BROADCAST && !IN_MULTICAST(host) && (host >> 24U) != 127;
+	return usable ? std::optional(read.s_addr) : std::nullopt;
+}
+
 bool setAddress(Settings& settings, const Words& words)
 {
 	AddressSettings& address = settings.address;
 	const std::size_t slash = words[0].find('/');
 	address.text = words[0].substr(0, slash);
-	in_addr read{};
-	const bool dotted = ::inet_pton(AF_INET, address.text.c_str(), &read) == 1;
-	const std::uint32_t host = ntohl(read.s_addr);
-	if (!dotted || host == 0 || host == INADDR_BROADCAST || IN_MULTICAST(host) || (host >> 24U) == 127)
+	const std::optional<std::uint32_t> read = hostAddress(address.text);
+	if (!read)
 	{
 		return false;
 	}
-	address.address = read.s_addr;
+	address.address = *read;
 	return slash == std::string::npos || readNumber(words[0].substr(slash + 1), 8, 32, address.prefix);
 }
 
@@ -98,6 +107,25 @@ bool setRestarts(Settings& settings, const Words& words)
 	       readNumber(words[2], 1, 86400, service.restartsWithin);
 }
 
+template <std::string ReachSettings::*Member> bool setReachAddress(Settings& settings, const Words& words)
+{
+	settings.reach.*Member = words[0];
+	return hostAddress(words[0]).has_value();
+}
+
+bool setTargets(Settings& settings, const Words& words)
+{
+	constexpr std::size_t kMost = 8;
+	settings.reach.targets = words;
+	return words.size() <= kMost &&
+	       std::ranges::all_of(words, [](const std::string& word) { return hostAddress(word).has_value(); });
+}
+
+template <int ReachSettings::*Member, int Low, int High> bool setReachNumber(Settings& settings, const Words& words)
+{
+	return readNumber(words[0], Low, High, settings.reach.*Member);
+}
+
 struct Key
 {
 	KeyInfo info;
@@ -107,7 +135,8 @@ struct Key
 };
 
 using S = ServiceSettings;
-constexpr std::array<Key, 15> kKeys{{
+using R = ReachSettings;
+constexpr std::array<Key, 23> kKeys{{
     {{"address", "address", "the virtual address, with its prefix when it is not a host route (/32)", "",
       "an IPv4 address of a host, with a prefix of /8 to /32 if wanted"},
      setAddress},
@@ -141,6 +170,27 @@ constexpr std::array<Key, 15> kKeys{{
      true},
     {{"service", "stop_timeout", "seconds between TERM and KILL", "20", "0 to 3600"},
      setNumber<&S::stopTimeout, 0, 3600>},
+    {{"reachability", "targets", "hosts that answer pings as long as this node's networks work", "",
+      "1 to 8 IPv4 addresses"},
+     setTargets,
+     true},
+    {{"reachability", "needed", "how many of the targets have to answer", "1", "1 to the number of targets"},
+     setReachNumber<&R::needed, 1, 8>},
+    {{"reachability", "interval", "seconds between two pings of each target, the same on both nodes", "1", "1 to 60"},
+     setReachNumber<&R::interval, 1, 60>},
+    {{"reachability", "failures", "unanswered pings in a row after which a target is lost, the same on both nodes", "3",
+      "2 to 100"},
+     setReachNumber<&R::failures, 2, 100>},
+    {{"reachability", "address", "the same as GATEWAY_IP: on lo while enough targets answer", "",
+      "an IPv4 address outside of all attached networks"},
+     setReachAddress<&R::address>},
+    {{"reachability", "own", "the same as THIS_SERVER_IP", "", "an IPv4 address"}, setReachAddress<&R::own>},
+    {{"reachability", "partner", "the same as PARTNER_IP, which is asked whether it reaches its targets", "",
+      "an IPv4 address"},
+     setReachAddress<&R::partner>},
+    {{"reachability", "port", "UDP port of the question and the answer, the same on both nodes", "7000",
+      "1024 to 65535"},
+     setReachNumber<&R::port, 1024, 65535>},
 }};
 
 } // namespace
@@ -208,8 +258,11 @@ std::string setKey(Settings& settings, const KeyInfo& key, std::string_view valu
 	{
 		error = "is empty";
 	}
-	const auto found =
-	    std::ranges::find_if(kKeys, [&](const Key& known) { return std::string_view(known.info.name) == key.name; });
+	const auto found = std::ranges::find_if(kKeys,
+	                                        [&](const Key& known) {
+		                                        return std::string_view(known.info.name) == key.name &&
+		                                               std::string_view(known.info.section) == key.section;
+	                                        });
 	const bool fits = error.empty() && (words.size() == 1 || found->many) && found->set(settings, words);
 	return fits || !error.empty() ? error : std::string("is not ") + key.range;
 }

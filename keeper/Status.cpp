@@ -57,9 +57,22 @@ std::string sentence(const Program& address)
 	return found == sentences.end() ? "asks whether it is free" : found->second;
 }
 
-void printText(const AddressSettings& settings, const Program& address, const std::vector<Program>& services,
-               bool marker)
+std::string reachText(const ReachSettings& settings)
 {
+	const Program reach(kReachProgram);
+	std::string text = settings.address + " on lo: " + reach.state + (reach.running ? " since " + reach.since : "") +
+	                   ", partner " + (reach.running ? reach.at("partner") : "unknown");
+	const std::vector<TargetState> targets = reach.running ? targetsOf(reach.fields) : std::vector<TargetState>();
+	for (const TargetState& target : targets)
+	{
+		text += "\n  target " + target.address + ": " + target.state + " since " + timeText(target.since, 0);
+	}
+	return text + "\n";
+}
+
+void printText(const Settings& all, const Program& address, const std::vector<Program>& services, bool marker)
+{
+	const AddressSettings& settings = all.address;
 	const std::string since = address.running && !address.since.empty() ? " since " + address.since : "";
 	std::string text =
 	    settings.text + " on " + settings.interface + ": " + sentence(address) + " (" + address.state + since + ")\n";
@@ -79,6 +92,7 @@ void printText(const AddressSettings& settings, const Program& address, const st
 		const std::string reason = service.at("reason");
 		text += (reason.empty() ? "" : "; last death: " + reason) + "\n";
 	}
+	text += all.reach.line != 0 ? reachText(all.reach) : "";
 	std::fputs(text.c_str(), stdout);
 }
 
@@ -94,9 +108,27 @@ long number(const Program& program, const char* key)
 	return std::strtol(program.at(key).c_str(), nullptr, 10);
 }
 
-void printJson(const AddressSettings& settings, const Program& address, const std::vector<Program>& services,
-               bool marker)
+Json reachJson(const ReachSettings& settings)
 {
+	const Program reach(kReachProgram);
+	Json targets = Json::array();
+	for (const TargetState& target : reach.running ? targetsOf(reach.fields) : std::vector<TargetState>())
+	{
+		targets.push_back({{"address", target.address}, {"state", target.state}, {"since", timeText(target.since, 0)}});
+	}
+	return {{"address", settings.address},
+	        {"running", reach.running},
+	        {"state", reach.state},
+	        {"held", reach.running && reach.at("held") == "yes"},
+	        {"since", textOrNull(reach.running ? reach.since : "")},
+	        {"needed", settings.needed},
+	        {"partner", textOrNull(reach.running ? reach.at("partner") : "")},
+	        {"targets", std::move(targets)}};
+}
+
+void printJson(const Settings& all, const Program& address, const std::vector<Program>& services, bool marker)
+{
+	const AddressSettings& settings = all.address;
 	Json json;
 	json["address"] = {{"address", settings.text},
 	                   {"interface", settings.interface},
@@ -120,6 +152,10 @@ void printJson(const AddressSettings& settings, const Program& address, const st
 		                            {"check", textOrNull(service.at("check"))},
 		                            {"reason", textOrNull(service.at("reason"))}});
 	}
+	if (all.reach.line != 0)
+	{
+		json["reachability"] = reachJson(all.reach);
+	}
 	std::printf("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
@@ -133,7 +169,7 @@ int status(const Settings& settings, bool json)
 		services.emplace_back(service.program);
 	}
 	const bool marker = look(settings.address).value_or(Sight()).marker;
-	(json ? printJson : printText)(settings.address, Program(kAddressProgram), services, marker);
+	(json ? printJson : printText)(settings, Program(kAddressProgram), services, marker);
 	return EX_OK;
 }
 

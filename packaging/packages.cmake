@@ -77,7 +77,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "${debDepends}")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "logrotate, nftables")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, curl, openssh-client")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "bash-completion, curl, openssh-client, wireguard-tools")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles
@@ -135,6 +135,6 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
 # The programs of two packages of one build may not collide over these links. And CPack
 # has no other way to name the packager, or what is recommended.
 set(CPACK_RPM_SPEC_MORE_DEFINE
-  "%define _build_id_links none\n%define packager ${VELARIX_MAINTAINER}\nRecommends: nftables")
+  "%define _build_id_links none\n%define packager ${VELARIX_MAINTAINER}\nRecommends: nftables\nSuggests: wireguard-tools")
 
 include(CPack)

@@ -175,6 +175,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
 	checks::service(findings, paths);
+	checks::tunnelFiles(findings);
 }
 
 void node(Findings& findings, const CheckRequest& request, const Paths& paths,
@@ -191,7 +192,7 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths,
 		findings.notChecked("interfaces, addresses, ports, pings, processes and what the commands do", "another root");
 		return;
 	}
-	checks::machine(findings, paths);
+	checks::machine(findings, paths, keeperFile && keeperFile->parsed.settings.reach.line != 0);
 	keeperFile ? checks::keeperMachine(findings, *keeperFile) : checks::trial(findings, host::addresses());
 }
 
@@ -217,6 +218,7 @@ void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keep
 		const checks::KeeperFile other{beside, keeper::readSettings(beside.c_str())};
 		checks::keeperFile(theirs, other);
 		checks::keeperPair(own, *keeperFile, other);
+		checks::reachKeys(own, *keeperFile, other);
 	}
 }
 

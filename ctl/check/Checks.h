@@ -54,15 +54,22 @@ void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
 void tools(Findings& findings, const Paths& paths);
 
+/// tunnel.conf and the keys beside it.
+void tunnelFiles(Findings& findings);
 /// The options in /etc/default.
 void service(Findings& findings, const Paths& paths);
 
 /// ---- on this machine's kernel -----------------------------------------------------
 
 /// Interfaces, addresses, privileges, space, other processes.
-void machine(Findings& findings, const Paths& paths);
+/// @param reach GATEWAY_IP is the keeper's reachability address
+void machine(Findings& findings, const Paths& paths, bool reach);
 /// Addresses, routes and the virtual IP's holder; a part of `machine`.
-void network(Findings& findings, const std::vector<host::Address>& addresses);
+void network(Findings& findings, const std::vector<host::Address>& addresses, bool reach);
+/// The tunnel's interface, rules, way and session; a part of `machine`.
+void tunnelMachine(Findings& findings);
+/// @return the address of the network that an address is in
+std::string networkOf(const std::string& address, int prefix);
 /// How the start command raises the virtual IP, against what the machine has; a part of `trial`.
 void raisedAddress(Findings& findings, const host::Address& raised, const std::vector<host::Address>& addresses);
 

@@ -8,10 +8,13 @@
 #include <sysexits.h>
 
 #include "ctl/Keeper.h"
+#include "ctl/check/Checks.h"
 #include "ctl/check/CommandRole.h"
 #include "inspect/Host.h"
+#include "inspect/InputFile.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
+#include "keeper/PartnerLink.h"
 
 namespace velarix::ctl::checks
 {
@@ -97,13 +100,87 @@ void programsOf(Findings& findings, const KeeperFile& file)
 	}
 }
 
+/// What [reachability] repeats of the agent's settings.
+void reachOf(Findings& findings, const KeeperFile& file)
+{
+	const keeper::ReachSettings& reach = file.parsed.settings.reach;
+	const std::array<std::tuple<const char*, const std::string*, const char*>, 3> same{
+	    {{"address", &reach.address, key::kGatewayIP},
+	     {"own", &reach.own, key::kThisServerIP},
+	     {"partner", &reach.partner, key::kPartnerIP}}};
+	for (const auto& [name, value, key] : same)
+	{
+		const std::string other = findings.file.text(key).value_or("");
+		if (!value->empty() && *value != other)
+		{
+			findings.add(Severity::error, file.path, reach.line,
+			             {"reach-address-differs",
+			              std::string(name) + " of [reachability] is " + *value + ", and " + key + " is " + other,
+			              "the agent pings an address that nobody keeps, or the partner is never asked",
+			              "write the same address in both"});
+		}
+	}
+}
+
+std::filesystem::path keyBeside(const KeeperFile& file)
+{
+	return file.path.parent_path() / std::filesystem::path(keeper::kKeyFile).filename();
+}
+
+void reachMachine(Findings& findings, const KeeperFile& file)
+{
+	const keeper::ReachSettings& reach = file.parsed.settings.reach;
+	for (const host::Address& there : host::addresses())
+	{
+		if (there.interface != "lo" && !reach.address.empty() &&
+		    networkOf(there.address, there.prefix) == networkOf(reach.address, there.prefix))
+		{
+			findings.add(Severity::error, file.path, reach.line,
+			             {"reach-address-attached",
+			              reach.address + " is inside the network of " + there.interface + ", " + there.address + "/" +
+			                  std::to_string(there.prefix),
+			              "another host may have it and answer: a node that is cut off does not notice",
+			              "take one that no network has, as 192.0.0.8, here and as GATEWAY_IP"});
+		}
+	}
+	const std::filesystem::path path = keyBeside(file);
+	const host::FileFacts facts = host::fileFacts(path);
+	if (facts.kind == host::FileKind::regular && (facts.mode & 077) == 0 && facts.owner == 0)
+	{
+		return;
+	}
+	findings.add(Severity::error, path, 0,
+	             {"reach-key",
+	              facts.kind == host::FileKind::regular ? "others than root may read the key of the reachability"
+	                                                    : "there is no key of the reachability",
+	              "the partner cannot be asked, or anybody can answer for it: a node that loses its targets gives up",
+	              "velarixctl init makes one: chown root, chmod 0600, the same file on both nodes"});
+}
+
 } // namespace
+
+void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner)
+{
+	const std::filesystem::path here = keyBeside(own);
+	const std::filesystem::path there = keyBeside(partner);
+	const auto isFile = [](const std::filesystem::path& path)
+	{ return host::fileFacts(path).kind == host::FileKind::regular; };
+	if (own.parsed.settings.reach.line != 0 && isFile(here) && isFile(there) &&
+	    readInputFile(here) != readInputFile(there))
+	{
+		findings.add(Severity::error, here, 0,
+		             {"reach-key-differs", "the key is not that of " + there.string(),
+		              "neither node believes the other one: whoever loses its targets gives up",
+		              "copy one node's key to the other one, and restart velarix-reach there"});
+	}
+}
 
 void keeperFile(Findings& findings, const KeeperFile& file)
 {
 	take(findings, file, file.parsed.findings);
 	commandsOf(findings);
 	programsOf(findings, file);
+	reachOf(findings, file);
 	const keeper::AddressSettings& address = file.parsed.settings.address;
 	const std::string virtualIP = findings.file.text(key::kVirtualIP).value_or("");
 	if (!address.text.empty() && address.text != virtualIP)
@@ -125,6 +202,10 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 void keeperMachine(Findings& findings, const KeeperFile& file)
 {
 	take(findings, file, keeper::checkMachine(file.parsed.settings));
+	if (file.parsed.settings.reach.line != 0)
+	{
+		reachMachine(findings, file);
+	}
 	const std::string& address = file.parsed.settings.address.text;
 	if (!address.empty() && !host::hasOnLoopback("::" + address))
 	{
@@ -159,13 +240,19 @@ void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& par
 		std::ranges::sort(services);
 		return services;
 	};
+	const auto reachOf = [](const KeeperFile& file)
+	{
+		const keeper::ReachSettings& reach = file.parsed.settings.reach;
+		return std::tuple(reach.line != 0, reach.interval, reach.failures, reach.port);
+	};
 	if (std::tie(here.text, here.prefix) != std::tie(there.text, there.prefix) ||
-	    servicesOf(own) != servicesOf(partner))
+	    servicesOf(own) != servicesOf(partner) || reachOf(own) != reachOf(partner))
 	{
 		findings.add(Severity::warning, own.path, 0,
-		             {"keeper-files-differ", "address or services are not those of " + partner.path.string(),
+		             {"keeper-files-differ",
+		              "address, services or reachability are not those of " + partner.path.string(),
 		              "after a failover the service is another one",
-		              "write the same in both; on_conflict alone differs"});
+		              "write the same in both; on_conflict differs, and may the targets"});
 	}
 }
 

@@ -22,6 +22,9 @@ void keeperFile(Findings& findings, const KeeperFile& file);
 /// What this machine lacks for it. Its commands are not tried: they are known.
 void keeperMachine(Findings& findings, const KeeperFile& file);
 
+/// The keys beside both files, where both are to be had.
+void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner);
+
 /// What must be the same in both nodes' files, and what must not.
 void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& partner);
 

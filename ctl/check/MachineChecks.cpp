@@ -23,14 +23,32 @@ namespace
 constexpr std::uintmax_t kLogPerDay = 110ULL * 1000 * 1000;
 constexpr std::uintmax_t kMegabyte = 1000ULL * 1000;
 
+/// @return "; there are enp3s0 (192.0.2.1), enp4s0 (198.51.100.1)"; empty when no other has an address
+std::string whatIsThere()
+{
+	std::string text;
+	for (const host::Address& there : host::addresses())
+	{
+		if (there.interface != "lo" && there.interface != kServiceInterface &&
+		    there.interface != kCommunicationInterface)
+		{
+			text += (text.empty() ? "; there are " : ", ") + there.interface + " (" + there.address + "/" +
+			        std::to_string(there.prefix) + ")";
+		}
+	}
+	return text;
+}
+
 void interface(Findings& findings, const std::string& name, const std::string& use, const std::string& effect)
 {
 	const host::Interface interface = host::interface(name);
 	if (!interface.present)
 	{
 		findings.add(Severity::error, findings.file.path(), 0,
-		             {"missing-interface", "there is no interface " + name + ", that of the " + use, effect,
-		              "give the interface that name; the names are fixed"});
+		             {"missing-interface", "there is no interface " + name + ", that of the " + use + whatIsThere(),
+		              effect,
+		              "give the interface that name, which is fixed; an alternative name (altname) is not enough: "
+		              "docs/networks.md"});
 	}
 	else if (!interface.carrier.value_or(false))
 	{
@@ -178,10 +196,11 @@ void namesakes(Findings& findings)
 
 } // namespace
 
-void machine(Findings& findings, const Paths& paths)
+void machine(Findings& findings, const Paths& paths, bool reach)
 {
 	interfaces(findings);
-	network(findings, host::addresses());
+	network(findings, host::addresses(), reach);
+	tunnelMachine(findings);
 	pings(findings);
 	ports(findings, paths);
 	logSpace(findings, paths);

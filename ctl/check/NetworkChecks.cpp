@@ -12,6 +12,7 @@
 #include "inspect/Host.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
+#include "inspect/Tunnel.h"
 
 namespace velarix::ctl::checks
 {
@@ -24,8 +25,8 @@ namespace
 using host::Address;
 using Poco::Net::IPAddress;
 
-/// @return whether it is on the interface whose carrier counts
-bool ownAddress(Findings& findings, const std::vector<Address>& addresses)
+/// @return whether it is on the interface whose carrier counts, or that of the tunnel on lo
+bool ownAddress(Findings& findings, const std::vector<Address>& addresses, bool tunnel)
 {
 	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
 	IPAddress parsed;
@@ -41,7 +42,14 @@ bool ownAddress(Findings& findings, const std::vector<Address>& addresses)
 		                "the agent cannot listen there and ends at its start",
 		                "write this node's address on the communication network"});
 	}
-	else if (found->interface != kCommunicationInterface && !parsed.isLoopback())
+	else if (tunnel && found->interface != "lo")
+	{
+		findings.warning(key::kThisServerIP,
+		                 {"tunnel-address", "THIS_SERVER_IP is on " + found->interface + ", not on lo",
+		                  "the address goes away with the tunnel, and the agent ends",
+		                  "systemctl restart velarix-tunnel raises it on lo"});
+	}
+	else if (!tunnel && found->interface != kCommunicationInterface && !parsed.isLoopback())
 	{
 		findings.warning(key::kThisServerIP,
 		                 {"not-on-communication-interface",
@@ -50,7 +58,7 @@ bool ownAddress(Findings& findings, const std::vector<Address>& addresses)
 		                      ": it counts missed heartbeats, or does not, for the wrong reason",
 		                  "use the address on eth1"});
 	}
-	return found != addresses.end() && found->interface == kCommunicationInterface;
+	return found != addresses.end() && found->interface == (tunnel ? "lo" : kCommunicationInterface);
 }
 
 IPAddress maskOf(int prefix)
@@ -65,10 +73,15 @@ std::string broadcastOf(const Address& address)
 }
 
 /// @return the first address of the network that an address of that prefix is in
+} // namespace
+
 std::string networkOf(const std::string& address, int prefix)
 {
 	return (IPAddress(address) & maskOf(prefix)).toString();
 }
+
+namespace
+{
 
 /// @return what "ifconfig" shows of an address
 std::vector<std::string> listed(const Address& address)
@@ -110,7 +123,7 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 }
 
 /// The way to another host: by the interface whose carrier counts.
-void route(Findings& findings, const char* key, const char* unreached, const char* elsewhere)
+void route(Findings& findings, const char* key, const char* by, const char* unreached, const char* elsewhere)
 {
 	const std::string address = findings.file.text(key).value_or("");
 	if (!isVirtualAddress(address) || address == findings.file.text(key::kThisServerIP) ||
@@ -128,14 +141,13 @@ void route(Findings& findings, const char* key, const char* unreached, const cha
 	}
 	else if (*way == "lo")
 	{
-		// Some set such a gateway on lo on purpose, and take it away when the node shall give up.
 		findings.warning(key, {"address-of-this-node", name + " is an address of this very machine",
 		                       "it always answers: a node that is cut off does not notice", "write the other host's"});
 	}
-	else if (*way != kCommunicationInterface)
+	else if (*way != by)
 	{
 		findings.warning(
-		    key, {"route-elsewhere", "packets to " + name + " leave by " + *way + ", not by eth1", elsewhere,
+		    key, {"route-elsewhere", "packets to " + name + " leave by " + *way + ", not by " + by, elsewhere,
 		          "use an address of the communication network, or correct the route: ip route get " + address});
 	}
 }
@@ -178,15 +190,22 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 
 } // namespace
 
-void network(Findings& findings, const std::vector<Address>& addresses)
+void network(Findings& findings, const std::vector<Address>& addresses, bool reach)
 {
 	listing(findings, addresses);
 	holder(findings, addresses);
-	if (ownAddress(findings, addresses))
+	const bool tunnel = readTunnel(findings.file.path()).has_value();
+	if (ownAddress(findings, addresses, tunnel))
 	{
-		route(findings, key::kPartnerIP, "no heartbeat is sent: each node takes the other for dead",
+		route(findings, key::kPartnerIP, tunnel ? kTunnelInterface : kCommunicationInterface,
+		      "no heartbeat is sent: each node takes the other for dead",
 		      "the agent watches the carrier of eth1 while the heartbeats go another way");
-		route(findings, key::kGatewayIP, "no ping of it is answered: whichever node becomes master gives up at once",
+		if (reach)
+		{
+			return; // on lo, and only while enough targets answer
+		}
+		route(findings, key::kGatewayIP, kCommunicationInterface,
+		      "no ping of it is answered: whichever node becomes master gives up at once",
 		      "its answers say nothing about the communication network: when that breaks the master does not notice, "
 		      "and when the other one breaks the master gives up");
 	}

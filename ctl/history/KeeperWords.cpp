@@ -5,7 +5,6 @@
 #include <string>
 
 #include "ctl/history/KeeperLog.h"
-#include "keeper/Settings.h"
 
 namespace velarix::ctl
 {
@@ -15,6 +14,7 @@ namespace
 
 constexpr std::string_view kAddress = "ha-address";
 constexpr std::string_view kService = "ha-NAME";
+constexpr std::string_view kReach = "ha-reach";
 constexpr std::string_view kNothing = "nothing";
 /// What stands before a line's detail.
 constexpr std::size_t kLongest = 256;
@@ -60,6 +60,26 @@ constexpr std::array kWords{
         "the service died more often than restarts allows, or cannot be started: this node gives it up, and the agent "
         "hands over",
         "repair the service, then velarixctl status on both nodes"),
+    row(kReach, "started", "the program of the reachability targets has started"),
+    row(kReach, "target-found", "a target has answered for the first time"),
+    row(kReach, "target-lost", "a target has not answered as many pings as failures says",
+        "ping it from this node; look at the interface and the switch on the way"),
+    row(kReach, "target-back", "the target answers again"),
+    row(kReach, "reachable", "enough targets answer, and the agent's gateway address is on lo"),
+    row(kReach, "shared-outage", "too few targets answer, and the partner does not reach its own either: nothing moves",
+        "repair the targets or the way to them"),
+    row(kReach, "partner-only", "too few targets answer here, and the partner reaches its own",
+        "repair this node's way to its targets"),
+    row(kReach, "handing-over", "this node gives the service to the partner, which reaches its targets",
+        "repair this node's way to its targets; the service does not come back by itself"),
+    row(kReach, "isolated",
+        "targets and partner were lost together: the gateway address is removed, and the agent gives the service up",
+        "repair this node's network; when the partner was up, compare the keys: velarixctl check --partner"),
+    row(kReach, "removed", "somebody removed the gateway address from lo; it was set again at once",
+        "find what removes it"),
+    row(kReach, "stopped", "the program was ended, and the gateway address is gone"),
+    row(kReach, "failed", "the key cannot be read, or the address cannot be set; the text says why",
+        "velarixctl check"),
     row("keeper", "killed", "a worker of the keeper was killed or crashed; its guard has cleaned up behind it",
         "see the journal for who killed it: out of memory, an operator"),
 };
@@ -73,12 +93,13 @@ std::vector<const CatalogueRow*> explainKeeper(std::string_view message)
 	std::smatch parts;
 	const bool line = text.find("ha-") != std::string::npos && std::regex_search(text, parts, kLine);
 	const std::string word = line ? parts[2].str() : text;
-	const bool ofAddress = line && parts[1] == keeper::kAddressProgram;
+	const std::string program = line ? parts[1].str() : "";
+	const std::string_view label = program == kAddress || program == kReach ? std::string_view(program) : kService;
 	std::vector<const CatalogueRow*> rows;
 	for (const CatalogueRow& row : kWords)
 	{
-		const bool other = line && row.label == (ofAddress ? kService : kAddress);
-		if (row.text == word && !other)
+		const bool its = !line || row.label == label || row.label == "keeper";
+		if (row.text == word && its)
 		{
 			rows.push_back(&row);
 		}

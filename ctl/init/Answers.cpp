@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <istream>
 #include <ostream>
+#include <regex>
 
 #include <Poco/Net/IPAddress.h>
 #include <Poco/String.h>
@@ -174,6 +175,19 @@ std::vector<std::string> faults(const Answers& answers)
 		const std::string& answer = answers.*question.answer;
 		tell(question.option, answer.empty() ? "" : question.fault(answer));
 	}
+	tell("tunnel-a", addressFault(answers.tunnelA));
+	tell("tunnel-b", addressFault(answers.tunnelB));
+	static const std::regex key("([A-Za-z0-9+/]{43}=)?");
+	tell("partner-key", std::regex_match(answers.partnerKey, key) ? "" : "no public key of WireGuard");
+	tell("partner-key", answers.partnerKey.empty() || answers.wireguard ? "" : "without --wireguard");
+	for (const std::string& target : answers.targets)
+	{
+		tell("target", addressFault(target));
+	}
+	if (!answers.targets.empty() && answers.services.empty())
+	{
+		tell("target", "the keeper pings them: make each program a --service");
+	}
 	for (const std::string& program : answers.programs)
 	{
 		tell(kProgramsOption, programFault(program));
@@ -186,6 +200,14 @@ std::vector<std::string> faults(const Answers& answers)
 		                       : "");
 	}
 	return result;
+}
+
+void complete(Answers& answers)
+{
+	if (!answers.targets.empty() && answers.gateway.empty())
+	{
+		answers.gateway = kReachAddress;
+	}
 }
 
 void askFor(Answers& answers, std::istream& in, std::ostream& out)

@@ -17,6 +17,11 @@ enum class NodeName
 	b
 };
 
+constexpr NodeName otherOf(NodeName node)
+{
+	return node == NodeName::a ? NodeName::b : NodeName::a;
+}
+
 /// @return "a" or "b"
 std::string_view textOf(NodeName node);
 
@@ -37,6 +42,9 @@ struct Answers
 	std::string addressB;
 	/// Answers pings as long as a node's own network works; the same for both.
 	std::string gateway;
+	/// Reachability targets; with them the gateway is the keeper's own address.
+	std::vector<std::string> targets;
+	int needed = 1;
 	/// With its prefix: "198.51.100.10/24". The keeper takes it without one as well.
 	std::string virtualIP;
 	/// Either services, left to the keeper with the address ...
@@ -53,7 +61,29 @@ struct Answers
 	int checkCycle = 1;
 	std::string log = "/usr/velarix/log/velarix.log";
 	std::string purgeAge = "30 days";
+
+	/// Heartbeats go through a WireGuard tunnel over the communication network.
+	bool wireguard = false;
+	/// Of the nodes in the tunnel: link-local, as for other tunnels between two hosts.
+	std::string tunnelA = "169.254.127.1";
+	std::string tunnelB = "169.254.127.2";
+	/// UDP, on both nodes.
+	int tunnelPort = 51820;
+	/// Public key of the partner of the node that the files are made on; empty: not known yet.
+	std::string partnerKey;
+
+	/// @return where the node's agent listens
+	const std::string& heartbeatAddress(NodeName node) const
+	{
+		const std::string& inTunnel = node == NodeName::a ? tunnelA : tunnelB;
+		return wireguard ? inTunnel : wireAddress(node);
+	}
+	/// @return the node's address on eth1
+	const std::string& wireAddress(NodeName node) const { return node == NodeName::a ? addressA : addressB; }
 };
+
+/// The gateway of a pair with reachability targets: nobody's, and never routed (RFC 7600).
+inline constexpr const char* kReachAddress = "192.0.0.8";
 
 /// One thing that has no default.
 struct Question
@@ -86,6 +116,9 @@ const std::vector<ServiceOption>& serviceOptions();
 /// Takes one "NAME=VALUE".
 /// @return what is wrong with it; empty when nothing is
 std::string addService(Answers& answers, const ServiceOption& option, const std::string& given);
+
+/// Fills in what follows from the other answers.
+void complete(Answers& answers);
 
 /// @return the options whose answer is still missing, "--address-a" and so on
 std::vector<std::string> missingOptions(const Answers& answers);

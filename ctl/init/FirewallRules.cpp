@@ -4,22 +4,32 @@
 #include <regex>
 
 #include "FirewallTemplate.h"
+#include "inspect/Tunnel.h"
 
 namespace velarix::ctl
 {
 
 std::string firewallRules(const Answers& answers, NodeName node)
 {
-	const bool first = node == NodeName::a;
-	// The interface stays: the agent's is always eth1.
-	const std::map<std::string, std::string> values{
+	// Outside of the tunnel the interface stays: the agent's is always eth1.
+	std::map<std::string, std::string> values{
 	    {"port", std::to_string(answers.port)},
-	    {"address", first ? answers.addressA : answers.addressB},
-	    {"partner", first ? answers.addressB : answers.addressA},
+	    {"address", answers.heartbeatAddress(node)},
+	    {"partner", answers.heartbeatAddress(otherOf(node))},
 	    {"gateway", answers.gateway},
 	    {"virtual_ip", answers.virtualIP.substr(0, answers.virtualIP.find('/'))},
 	};
 	std::string rules = kFirewallTemplate;
+	if (answers.wireguard)
+	{
+		rules += std::string("\n") + kTunnelTemplate;
+		values.insert({{"interface", std::string("\"") + inspect::kTunnelInterface + "\""},
+		               {"tunnel_endpoint", answers.wireAddress(otherOf(node))},
+		               {"tunnel_port", std::to_string(answers.tunnelPort)},
+		               {"tunnel_address", answers.heartbeatAddress(node)},
+		               {"tunnel_partner", answers.heartbeatAddress(otherOf(node))},
+		               {"tunnel_heartbeats", std::to_string(answers.port)}});
+	}
 	for (const auto& [name, value] : values)
 	{
 		rules = std::regex_replace(rules, std::regex(std::string("(define ").append(name).append(" = )\\S+")),

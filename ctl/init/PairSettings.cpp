@@ -99,11 +99,10 @@ Values commonValues(const Answers& answers)
 
 Values valuesOf(const Answers& answers, NodeName node)
 {
-	const bool first = node == NodeName::a;
 	Values values = commonValues(answers);
 	values[key::kMode] = node == answers.master ? "1" : "2";
-	values[key::kThisServerIP] = first ? answers.addressA : answers.addressB;
-	values[key::kPartnerIP] = first ? answers.addressB : answers.addressA;
+	values[key::kThisServerIP] = answers.heartbeatAddress(node);
+	values[key::kPartnerIP] = answers.heartbeatAddress(otherOf(node));
 	return values;
 }
 
@@ -148,6 +147,23 @@ std::string furtherKeys()
 	return comment(text);
 }
 
+std::string reachText(const Answers& answers, NodeName node)
+{
+	const bool first = node == NodeName::a;
+	std::string targets;
+	for (const std::string& target : answers.targets)
+	{
+		targets += (targets.empty() ? "" : " ") + target;
+	}
+	return "\n[reachability]\n" +
+	       comment("on lo while enough targets answer; the partner, whose file has own and partner exchanged, is asked "
+	               "with the "
+	               "key beside this file") +
+	       line("address", answers.gateway) + line("targets", targets) +
+	       line("needed", std::to_string(answers.needed)) + line("own", first ? answers.addressA : answers.addressB) +
+	       line("partner", first ? answers.addressB : answers.addressA) + line("port", std::to_string(answers.port));
+}
+
 } // namespace
 
 std::string settingsText(const Answers& answers, NodeName node)
@@ -181,6 +197,7 @@ std::string keeperSettingsText(const Answers& answers, NodeName node)
 	text += "\n[address]\n" + line("address", answers.virtualIP) + line("interface", kServiceInterface);
 	text += comment("when another host holds the address as well: defend it (the configured master), or yield");
 	text += line("on_conflict", node == answers.master ? "defend" : "yield");
+	text += answers.targets.empty() ? "" : reachText(answers, node);
 	for (const ServiceAnswer& service : answers.services)
 	{
 		text += "\n[service " + service.name + "]\n";

@@ -140,10 +140,44 @@ void addKeeper(Exposition& out, const NodeState& state)
 	}
 }
 
+void addTunnel(Exposition& out, const NodeState& state)
+{
+	if (!state.tunnel)
+	{
+		return;
+	}
+	out.single("tunnel_down", "Whether the partner answers beside the tunnel of the heartbeats and not in it.",
+	           std::optional(state.tunnel->down || !state.tunnel->present));
+	if (const std::optional<host::TunnelSession>& session = state.tunnel->session)
+	{
+		out.single("tunnel_last_handshake_timestamp_seconds", "When the tunnel's last handshake was.",
+		           epoch(session->handshake));
+		out.single("tunnel_received_bytes", "Received in the tunnel since it is up.",
+		           std::optional(static_cast<double>(session->received)));
+		out.single("tunnel_sent_bytes", "Sent in the tunnel since it is up.",
+		           std::optional(static_cast<double>(session->sent)));
+	}
+}
+
+void addReach(Exposition& out, const KeeperReach& reach)
+{
+	out.gauge("keeper_reachability_state", "Whether this node reaches its targets, in the label; always 1.");
+	out.sample(true, {{"state", printable(reach.program.state)}});
+	out.gauge("keeper_target_answers", "Whether a reachability target answers pings.");
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		out.sample(target.state == "answers", {{"target", printable(target.address)}});
+	}
+}
+
 void addKernel(Exposition& out, const NodeState& state)
 {
 	addPrograms(out, state);
 	addKeeper(out, state);
+	if (state.keeper && state.keeper->reach)
+	{
+		addReach(out, *state.keeper->reach);
+	}
 	if (state.address.known())
 	{
 		out.single("virtual_ip_held", "Whether the virtual address is on this node.",
@@ -159,6 +193,7 @@ void addKernel(Exposition& out, const NodeState& state)
 			out.sample(*interface->reported, {{"interface", name}, {"use", use}});
 		}
 	}
+	addTunnel(out, state);
 	out.single("gateway_reachable", "Whether the gateway answers a ping.", flag(state.gatewayAnswers));
 }
 

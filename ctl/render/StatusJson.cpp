@@ -143,6 +143,38 @@ Json keeperJson(const NodeState& state)
 	        {"marker", state.keeper->marked == true}};
 }
 
+Json tunnelJson(const NodeState& state)
+{
+	const TunnelState& tunnel = *state.tunnel;
+	Json json{{"present", tunnel.present}, {"down", tunnel.down}, {"endpoint", tunnel.settings.endpoint}};
+	if (tunnel.session)
+	{
+		json["handshake_age_seconds"] = secondsOrNull(state.age(tunnel.session->handshake));
+		json["received_bytes"] = tunnel.session->received;
+		json["sent_bytes"] = tunnel.session->sent;
+	}
+	else
+	{
+		json["why"] = tunnel.why;
+	}
+	return json;
+}
+
+Json reachJson(const KeeperReach& reach)
+{
+	Json targets = Json::array();
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		targets.push_back({{"address", target.address},
+		                   {"state", target.state},
+		                   {"since", isoText(Instant(std::chrono::seconds(target.since)))}});
+	}
+	return {{"state", reach.program.state},
+	        {"since", isoOrNull(reach.program.since)},
+	        {"partner", reach.partner.empty() ? Json() : Json(reach.partner)},
+	        {"targets", std::move(targets)}};
+}
+
 Json changeJson(const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
@@ -183,8 +215,9 @@ Json problemsJson(const Judgement& judgement)
 
 void removeTimes(Json& json)
 {
-	for (const char* name : {"time", "age_seconds", "since", "searched_to", "why", "text", "reasons",
-	                         "heartbeat_received_age_seconds", "heartbeat_sent_age_seconds", "free_bytes"})
+	for (const char* name :
+	     {"time", "age_seconds", "since", "searched_to", "why", "text", "reasons", "heartbeat_received_age_seconds",
+	      "heartbeat_sent_age_seconds", "free_bytes", "handshake_age_seconds", "received_bytes", "sent_bytes"})
 	{
 		if (json.is_object())
 		{
@@ -224,6 +257,14 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	if (state.keeper)
 	{
 		json["keeper"] = keeperJson(state);
+		if (state.keeper->reach)
+		{
+			json["keeper"]["reachability"] = reachJson(*state.keeper->reach);
+		}
+	}
+	if (state.tunnel)
+	{
+		json["tunnel"] = tunnelJson(state);
 	}
 	json["interfaces"] = {{kServiceInterface, figureJson(state, state.serviceInterface)},
 	                      {kCommunicationInterface, figureJson(state, state.communicationInterface)}};

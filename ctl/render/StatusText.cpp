@@ -222,6 +222,42 @@ void addKeeper(Rows& rows, const NodeState& state)
 	}
 }
 
+void addTunnel(Rows& rows, const NodeState& state)
+{
+	if (!state.tunnel)
+	{
+		return;
+	}
+	const std::optional<host::TunnelSession>& session = state.tunnel->session;
+	std::string text = "not known: " + state.tunnel->why;
+	if (session)
+	{
+		text = (session->handshake ? "last handshake " + spanText(*state.age(session->handshake)) + " ago"
+		                           : "no handshake") +
+		       ", " + std::to_string(session->received) + " bytes received, " + std::to_string(session->sent) + " sent";
+	}
+	rows.add("tunnel", text, state.tunnel->down || !state.tunnel->present ? Tone::bad : Tone::plain);
+}
+
+void addReach(Rows& rows, const NodeState& state)
+{
+	if (!state.keeper || !state.keeper->reach)
+	{
+		return;
+	}
+	const KeeperReach& reach = *state.keeper->reach;
+	rows.add("reachability", reach.program.state + spanOf(state, reach.program) +
+	                             (reach.partner.empty() ? "" : ", partner " + reach.partner));
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		const Instant since(std::chrono::seconds(target.since));
+		rows.add("",
+		         target.address + (target.state == "lost" ? " does NOT answer" : " " + target.state) + ", for " +
+		             spanText(*state.age(since)),
+		         target.state == "lost" ? Tone::doubtful : Tone::plain);
+	}
+}
+
 void addKernel(Rows& rows, const NodeState& state)
 {
 	rows.add("programs", words<Programs>(state, state.programs, programWords));
@@ -231,6 +267,8 @@ void addKernel(Rows& rows, const NodeState& state)
 	rows.add("interfaces", std::string(kServiceInterface) + " (service) " +
 	                           carrierWords(state, state.serviceInterface) + ", " + kCommunicationInterface +
 	                           " (communication) " + carrierWords(state, state.communicationInterface));
+	addTunnel(rows, state);
+	addReach(rows, state);
 	rows.add("gateway",
 	         named(state, key::kGatewayIP) +
 	             words<bool>(state, state.gatewayAnswers,

@@ -220,6 +220,43 @@ void Checklist::addressElsewhere(const std::string& holder)
 	}
 }
 
+void Checklist::reachability(const KeeperReach& reach)
+{
+	const std::string& state = reach.program.state;
+	const std::string lost = reach.lost();
+	if (!reach.program.runs)
+	{
+		add("reach-stopped", Grade::critical, kBlocks,
+		    "ha-reach does not run: the gateway address is missing, and this node cannot keep the service; "
+		    "systemctl start velarix-reach");
+	}
+	else if (state == "isolated")
+	{
+		add("reach-isolated", Grade::critical, kBlocks,
+		    "this node is isolated: neither its targets (" + lost + ") nor the partner's keeper answer");
+	}
+	else if (state == "partner-only")
+	{
+		add("reach-partner-only", Grade::warning, kBlocks,
+		    "only the partner reaches its targets; here do not answer: " + lost);
+	}
+	else if (state == "shared-outage")
+	{
+		add("reach-shared-outage", Grade::warning, kHarmless,
+		    "neither node reaches its targets, nothing moves; here do not answer: " + lost);
+	}
+	else if (!lost.empty())
+	{
+		add("target-lost", Grade::warning, kHarmless, "reachability targets do not answer: " + lost);
+	}
+	if (reach.partner == "silent" && state == "reachable" && m_state.partnerRole.known())
+	{
+		add("reach-partner", Grade::warning, kHarmless,
+		    "the partner's ha-reach does not answer: it does not run, has another key, or a firewall drops UDP; when "
+		    "this node loses its targets it gives up");
+	}
+}
+
 void Checklist::keeper()
 {
 	if (!m_state.keeper)
@@ -251,12 +288,35 @@ void Checklist::keeper()
 			        (service.reason.empty() ? "" : "; it died last: " + service.reason));
 		}
 	}
+	if (m_state.keeper->reach)
+	{
+		reachability(*m_state.keeper->reach);
+	}
 	if (m_state.agent.lives() && m_state.keeper->marked != true)
 	{
 		add("marker-missing", Grade::warning, kHarmless,
 		    "the marker of the virtual address is not on lo: a take-over lasts five seconds longer; keeper mark sets "
 		    "it" +
 		        std::string(m_state.keeper->marked ? "" : " when lo has IPv6"));
+	}
+}
+
+void Checklist::tunnel()
+{
+	if (!m_state.tunnel || m_state.tunnel->settings.endpoint.empty())
+	{
+		return;
+	}
+	if (!m_state.tunnel->present)
+	{
+		add("tunnel-missing", Grade::critical, kBlocks,
+		    "the heartbeats have no way: there is no interface wg-ha; systemctl status velarix-tunnel");
+	}
+	else if (m_state.tunnel->down)
+	{
+		add("tunnel-down", Grade::critical, kBlocks,
+		    "the tunnel is down, the cable is not: the partner answers at " + m_state.tunnel->settings.endpoint +
+		        " and not in the tunnel, and each node takes the other for dead; velarixctl check tells more");
 	}
 }
 

@@ -29,6 +29,9 @@ public:
 	/// What the keeper sees, which holds the address and runs the services.
 	void keeper();
 
+	/// The way of the heartbeats, where it is a tunnel.
+	void tunnel();
+
 	/// The others need a known role.
 	void workers();
 	void interfaces();
@@ -49,6 +52,7 @@ private:
 	///         node; empty for none
 	std::string otherHolder() const;
 	void addressElsewhere(const std::string& holder);
+	void reachability(const KeeperReach& reach);
 };
 
 } // namespace velarix::ctl

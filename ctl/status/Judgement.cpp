@@ -44,6 +44,7 @@ Judgement judge(const NodeState& state)
 	list.flapping();
 	list.start();
 	list.keeper();
+	list.tunnel();
 	if (state.role.known())
 	{
 		list.workers();

@@ -7,7 +7,6 @@
 #include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
 #include "inspect/SettingsKeys.h"
-#include "keeper/Runtime.h"
 #include "keeper/Settings.h"
 
 namespace velarix::ctl
@@ -55,7 +54,29 @@ KeeperProgram programOf(const std::string& name, const Paths& paths)
 	return program;
 }
 
+KeeperReach reachOf(const Paths& paths)
+{
+	KeeperReach reach{programOf(keeper::kReachProgram, paths), {}, {}};
+	if (reach.program.runs)
+	{
+		const keeper::Fields fields = keeper::readState(keeper::kReachProgram, paths.keeperStates.string());
+		reach.partner = keeper::valueOf(fields, "partner");
+		reach.targets = keeper::targetsOf(fields);
+	}
+	return reach;
+}
+
 } // namespace
+
+std::string KeeperReach::lost() const
+{
+	std::string all;
+	for (const keeper::TargetState& target : targets)
+	{
+		all += target.state == "lost" ? (all.empty() ? "" : ", ") + target.address : "";
+	}
+	return all;
+}
 
 std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths)
 {
@@ -71,6 +92,10 @@ std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Pat
 		{
 			state.services.push_back(programOf(programName(path), paths));
 		}
+	}
+	if (keeper::readSettings(paths.keeperSettings.c_str()).settings.reach.line != 0)
+	{
+		state.reach = reachOf(paths);
 	}
 	state.marked = host::hasOnLoopback("::" + settings.text(key::kVirtualIP).value_or(""));
 	return state;

@@ -9,6 +9,7 @@
 
 #include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::ctl
 {
@@ -39,10 +40,24 @@ struct KeeperProgram
 	bool waits() const { return state == "waiting" || state == "yielded"; }
 };
 
+/// ha-reach, with what it knows of its targets.
+struct KeeperReach
+{
+	KeeperProgram program;
+	/// "ready", "reaches", "fails", "silent", "unknown"
+	std::string partner;
+	std::vector<keeper::TargetState> targets;
+
+	/// @return the targets that do not answer, "192.0.2.1, 192.0.2.2"
+	std::string lost() const;
+};
+
 struct KeeperState
 {
 	KeeperProgram address;
 	std::vector<KeeperProgram> services;
+	/// Without a [reachability] nothing.
+	std::optional<KeeperReach> reach;
 	/// The marker is on lo; empty when lo has no IPv6.
 	std::optional<bool> marked;
 };

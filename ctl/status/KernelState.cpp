@@ -134,6 +134,7 @@ void askKernel(NodeState& state, const Paths& paths)
 	state.programs = programsOf(state, paths);
 	state.address = addressOf(state);
 	state.keeper = lookForKeeper(*state.settings, paths);
+	state.tunnel = lookForTunnel(state);
 	state.gatewayAnswers = gatewayOf(state);
 	state.logSpace = logSpaceOf(state);
 	if (state.role.is(Role::master) && !state.partnerRole.known() && state.address.known() &&

@@ -18,6 +18,7 @@
 #include "ctl/status/LogTail.h"
 #include "ctl/status/Maintenance.h"
 #include "ctl/status/Timing.h"
+#include "ctl/status/TunnelState.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/Paths.h"
@@ -122,6 +123,8 @@ struct NodeState
 	Figure<HeldAddress> address;
 	/// Nothing for settings without the keeper, and for the files of another root.
 	std::optional<KeeperState> keeper;
+	/// Likewise, for settings without a tunnel.
+	std::optional<TunnelState> tunnel;
 	/// True: has carrier. Not known for an interface that is not there or down.
 	Figure<bool> serviceInterface;
 	Figure<bool> communicationInterface;

@@ -1,6 +1,10 @@
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <iomanip>
 #include <memory>
+#include <random>
+#include <sstream>
 #include <string>
 
 #include <sys/stat.h>
@@ -10,10 +14,15 @@
 #include "ctl/init/FirewallRules.h"
 #include "ctl/init/PairSettings.h"
 #include "ctl/init/Placement.h"
+#include "ctl/init/TunnelFiles.h"
 #include "ctl/render/CheckOutput.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
+#include "inspect/Host.h"
+#include "inspect/InputFile.h"
 #include "inspect/RunInfo.h"
+#include "inspect/Tunnel.h"
+#include "keeper/PartnerLink.h"
 
 namespace velarix::ctl
 {
@@ -24,6 +33,9 @@ namespace
 {
 
 namespace fs = std::filesystem;
+
+constexpr int kLastPort = 65535;
+const fs::path kKeyName = fs::path(keeper::kKeyFile).filename();
 
 struct InitOptions
 {
@@ -39,6 +51,7 @@ struct NodeFiles
 	fs::path settings;
 	fs::path keeper; ///< beside the settings, as the next one
 	fs::path firewall;
+	fs::path key;
 	fs::path runInfo;
 	bool installed = false;
 };
@@ -47,16 +60,44 @@ NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
 {
 	if (options.here == node)
 	{
-		return {paths.settings, paths.keeperSettings, paths.settings.parent_path() / kFirewallFile, paths.runInfo,
+		return {paths.settings,
+		        paths.keeperSettings,
+		        paths.settings.parent_path() / kFirewallFile,
+		        paths.settings.parent_path() / kKeyName,
+		        paths.runInfo,
 		        true};
 	}
 	const fs::path directory = fs::path(options.output) / textOf(node);
-	return {directory / paths.settings.filename(), directory / paths.keeperSettings.filename(),
-	        directory / kFirewallFile, directory / paths.runInfo.filename(), false};
+	return {directory / paths.settings.filename(),
+	        directory / paths.keeperSettings.filename(),
+	        directory / kFirewallFile,
+	        directory / kKeyName,
+	        directory / paths.runInfo.filename(),
+	        false};
 }
 
-void complete(Answers& answers, const Context& context)
+/// @return the key that a node has already, in place or in the output; else a new one
+std::string keyText(const std::vector<NodeFiles>& places)
 {
+	for (const NodeFiles& place : places)
+	{
+		if (host::fileFacts(place.key).kind == host::FileKind::regular)
+		{
+			return readInputFile(place.key);
+		}
+	}
+	std::random_device chance;
+	std::ostringstream digits;
+	for (int word = 0; word < 8; ++word)
+	{
+		digits << std::hex << std::setw(8) << std::setfill('0') << chance();
+	}
+	return digits.str() + "\n";
+}
+
+void completeAnswers(Answers& answers, const Context& context)
+{
+	complete(answers);
 	const std::vector<std::string> wrong = faults(answers);
 	if (!wrong.empty())
 	{
@@ -109,9 +150,34 @@ void makeDirectory(const fs::path& directory)
 	}
 }
 
+/// @param places of node a and node b
+/// @return the public key of this node; empty when the files are made elsewhere
+std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& places, std::vector<NewFile>& files)
+{
+	const auto here = std::ranges::find(places, true, &NodeFiles::installed);
+	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->settings.parent_path());
+	for (const NodeName node : {NodeName::a, NodeName::b})
+	{
+		const NodeFiles& place = places[node == NodeName::a ? 0 : 1];
+		const fs::path directory = place.settings.parent_path();
+		files.push_back({directory / kTunnelFile, tunnelText(options.answers, node), false});
+		if (place.installed)
+		{
+			files.push_back({directory / kTunnelKey, keys.own + "\n", true});
+			files.push_back({directory / kTunnelPublicKey, keys.publicKey + "\n", false});
+		}
+		const std::string& partner = place.installed ? options.answers.partnerKey : keys.publicKey;
+		if (!partner.empty())
+		{
+			files.push_back({directory / kPartnerKey, partner + "\n", false});
+		}
+	}
+	return keys.publicKey;
+}
+
 ExitCode runInit(InitOptions& options, const Context& context)
 {
-	complete(options.answers, context);
+	completeAnswers(options.answers, context);
 	std::vector<NewFile> files;
 	std::vector<NodeTexts> texts;
 	const bool keeper = !options.answers.services.empty();
@@ -131,19 +197,29 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
 		places.push_back(place);
 	}
+	const std::string publicKey = options.answers.wireguard ? addTunnel(options, places, files) : "";
 	if (!isSound(texts[0], texts[1], context))
 	{
 		complain(context, "nothing was written");
 		return ExitCode::settings;
 	}
+	const std::string key = options.answers.targets.empty() ? "" : keyText(places);
 	for (const NodeFiles& place : places)
 	{
+		if (!key.empty())
+		{
+			files.push_back({place.key, key, false});
+		}
 		if (!place.installed)
 		{
 			makeDirectory(place.settings.parent_path());
 		}
 	}
 	place(files, {.force = options.force, .now = context.now()}, context.out);
+	if (!publicKey.empty())
+	{
+		context.out << "public key of this node: " << publicKey << '\n';
+	}
 	return ExitCode::fine;
 }
 
@@ -168,6 +244,14 @@ void addAnswers(Verb& verb, Answers& answers)
 	}
 	verb.list("--program", answers.programs, "PATH",
 	          "without the keeper: a program's path, without arguments; once for each")
+	    .list("--target", answers.targets, "ADDRESS",
+	          "a host that answers pings while this node's networks work; once for each")
+	    .preset("--needed", answers.needed, "how many targets have to answer")
+	    .flag("--wireguard", answers.wireguard, "heartbeats through a WireGuard tunnel, encrypted and authenticated")
+	    .option("--partner-key", answers.partnerKey, "KEY", "public key of the other node's tunnel")
+	    .preset("--tunnel-a", answers.tunnelA, "ADDRESS", "address of node a in the tunnel")
+	    .preset("--tunnel-b", answers.tunnelB, "ADDRESS", "address of node b in the tunnel")
+	    .preset("--tunnel-port", answers.tunnelPort, 1, kLastPort, "UDP port of the tunnel, on both nodes")
 	    .preset("--port", answers.port, "TCP port of the heartbeats, on both nodes")
 	    .preset("--interval", answers.interval, "seconds between heartbeats")
 	    .preset("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")

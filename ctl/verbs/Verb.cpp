@@ -85,6 +85,12 @@ Verb& Verb::preset(const std::string& name, int& value, const std::string& text)
 	return *this;
 }
 
+Verb& Verb::preset(const std::string& name, int& value, int least, int most, const std::string& text)
+{
+	m_app.add_option(name, value, text)->capture_default_str()->check(CLI::Range(least, most));
+	return *this;
+}
+
 Verb& Verb::list(const std::string& name, std::vector<std::string>& values, const std::string& type,
                  const std::string& text)
 {

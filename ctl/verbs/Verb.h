@@ -40,6 +40,7 @@ public:
 	/// The help shows the value that it has now as the default.
 	Verb& preset(const std::string& name, std::string& value, const std::string& type, const std::string& text);
 	Verb& preset(const std::string& name, int& value, const std::string& text);
+	Verb& preset(const std::string& name, int& value, int least, int most, const std::string& text);
 	/// May be given several times, one value each.
 	Verb& list(const std::string& name, std::vector<std::string>& values, const std::string& type,
 	           const std::string& text);

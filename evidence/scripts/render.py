@@ -177,7 +177,7 @@ def chaos(found):
     return f"{text}\n{verdict}\n" + ("\n" + "".join(bad) if bad else "")
 
 
-MITIGATIONS = ("none", "port", "firewall", "neighbours")
+MITIGATIONS = ("none", "port", "firewall", "neighbours", "tunnel")
 NO_OUTAGE = 1000  # milliseconds; shorter gaps are those of a busy machine
 
 

@@ -39,7 +39,8 @@ bool isKeepers(Lab& lab, HostId node, const Process& entry)
 		return false;
 	}
 	const bool wanted = lab.role(node) != "slave" || holds(lab.owners(), node);
-	return entry.name == plan::serviceKeeper || entry.name == "keeper" || (entry.name == plan::addressKeeper && wanted);
+	const bool always = entry.name == plan::serviceKeeper || entry.name == plan::reachKeeper || entry.name == "keeper";
+	return always || (entry.name == plan::addressKeeper && wanted);
 }
 
 /// All processes of a node that are neither the system's nor meant to be there.
@@ -49,7 +50,9 @@ std::map<pid_t, Process> unexpectedOn(Lab& lab, HostId node)
 	for (const Process& entry : processesOf(lab.node(node).host().pid()))
 	{
 		const bool service = entry.name == plan::serviceProgramName && entry.state != 'Z';
-		if (entry.pidInside != 1 && entry.name != plan::agentName && !service && !isKeepers(lab, node, entry))
+		const bool tunnel = (entry.name == "tunnel" || entry.name == "wireguard-go") && entry.state != 'Z';
+		if (entry.pidInside != 1 && !tunnel && entry.name != plan::agentName && !service &&
+		    !isKeepers(lab, node, entry))
 		{
 			found[entry.pid] = entry;
 		}

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <utility>
 
 #include <sys/statvfs.h>
 
@@ -15,6 +16,9 @@ namespace
 {
 
 namespace fs = std::filesystem;
+
+constexpr std::pair<Network, const char*> networksOfNodes[]{{Network::service, plan::serviceInterface},
+                                                            {Network::communication, plan::communicationInterface}};
 
 /// @throws LabError with the command's own words when it fails
 void runOn(Lab& lab, HostId host, const std::vector<std::string>& argv)
@@ -235,15 +239,20 @@ void killProgram(Lab& lab, HostId node)
 /// The gateway sends its answers to an interface that nobody has.
 void loseGateway(Lab& lab, HostId node)
 {
-	runOn(lab, HostId::gateway,
-	      {"ip", "neigh", "replace", plan::addressOf(node, Network::communication), "lladdr", "02:00:00:00:00:01",
-	       "nud", "permanent", "dev", plan::communicationInterface});
+	for (const auto& [network, interface] : networksOfNodes)
+	{
+		runOn(lab, HostId::gateway,
+		      {"ip", "neigh", "replace", plan::addressOf(node, network), "lladdr", "02:00:00:00:00:77", "nud",
+		       "permanent", "dev", interface});
+	}
 }
 
 void findGateway(Lab& lab, HostId node)
 {
-	runOn(lab, HostId::gateway,
-	      {"ip", "neigh", "del", plan::addressOf(node, Network::communication), "dev", plan::communicationInterface});
+	for (const auto& [network, interface] : networksOfNodes)
+	{
+		runOn(lab, HostId::gateway, {"ip", "neigh", "del", plan::addressOf(node, network), "dev", interface});
+	}
 }
 
 void makeDeaf(Lab& lab, HostId node)

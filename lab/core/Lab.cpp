@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "lab/core/Plan.h"
+#include "lab/core/Tunnel.h"
 
 namespace velarix::lab
 {
@@ -53,6 +54,15 @@ Lab::Lab(const LabOptions& options)
 		m_logWatch->follow(id, node(id).diskFile(settings.get("LOG.PATH")));
 		bootAndConnect(id);
 	}
+	if (options.settingsA.usesTunnel())
+	{
+		makeTunnel(node(HostId::a), node(HostId::b));
+		for (const HostId id : nodes)
+		{
+			node(id).writeSettings(id == HostId::a ? options.settingsA : options.settingsB);
+			startTunnel(node(id));
+		}
+	}
 }
 
 Lab::~Lab() = default;
@@ -98,6 +108,10 @@ void Lab::bootAndConnect(HostId id)
 	m_wiring.plugIn(id, node(id).host());
 	m_addressSampler->attach(id, node(id).host());
 	setRole(id, "no agent");
+	if (std::filesystem::exists(node(id).file(plan::partnerKey)))
+	{
+		startTunnel(node(id));
+	}
 }
 
 void Lab::startAgents()

@@ -75,6 +75,9 @@ void Node::writeSettings(const NodeSettings& settings)
 		throw LabError(std::string("the installed tree has no ") + plan::keeperProgram);
 	}
 	writeFile(file(plan::keeperSettings), settings.keeperIni());
+	writeFile(file(plan::reachKey), std::string(64, '7'));
+	std::filesystem::permissions(file(plan::reachKey),
+	                             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 	for (const char* link : {plan::addressLink, plan::serviceLink})
 	{
 		std::filesystem::create_directories(file(link).parent_path());
@@ -135,8 +138,11 @@ void Node::startAgent()
 {
 	if (hasKeeper())
 	{
-		// As the unit does; where it fails the agent counts down.
-		run({{plan::keeperProgram, "mark"}, {}, host().inside()});
+		// As the units do; without the marker the agent counts down.
+		run({{"sh", "-c",
+		      std::string(plan::keeperProgram) + " reach >/dev/null 2>&1 & exec " + plan::keeperProgram + " mark"},
+		     {},
+		     host().inside()});
 	}
 	const std::filesystem::path path = file(plan::consoleFile);
 	const Descriptor console(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));

@@ -43,7 +43,8 @@ void setPlain(NodeSettings& settings)
 void setKeeper(NodeSettings& settings)
 {
 	const std::string keeper = plan::keeperProgram;
-	settings.set("AGENT.VIRTUAL_IP_START_COMMAND", hookGuard(SetCommand::start) + keeper + " raise")
+	settings.set("AGENT.GATEWAY_IP", plan::reachAddress)
+	    .set("AGENT.VIRTUAL_IP_START_COMMAND", hookGuard(SetCommand::start) + keeper + " raise")
 	    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", hookGuard(SetCommand::stop) + keeper + " drop")
 	    .set("PROCESS_CHECK.PROCESS_NUM", 2)
 	    .set("PROCESS_CHECK.PROCESS_PATH1", plan::addressLink)
@@ -58,7 +59,12 @@ std::string keeperText(HostId node)
 	       "\non_conflict = " + (node == HostId::a ? "defend" : "yield") +
 	       "\n\n[service web]\ncommand = " + plan::serviceProgram + "\ncheck = bash -c \"exec 3<>/dev/tcp/" +
 	       sharedAddress + "/" + std::to_string(plan::servicePort) +
-	       " && echo 'GET / HTTP/1.0' >&3 && read -r -u 3 line\"\n";
+	       " && echo 'GET / HTTP/1.0' >&3 && read -r -u 3 line\"\n\n[reachability]\naddress = " + plan::reachAddress +
+	       "\ntargets = " + plan::addressOf(HostId::gateway, Network::communication) + " " +
+	       plan::addressOf(HostId::gateway, Network::service) +
+	       "\nown = " + plan::addressOf(node, Network::communication) +
+	       "\npartner = " + plan::addressOf(otherNode(node), Network::communication) +
+	       "\nport = " + std::to_string(plan::heartbeatPort) + "\n";
 }
 
 } // namespace
@@ -72,17 +78,18 @@ std::string toText(const PairSettings& times)
 {
 	return std::string(nameOf(times.profile)) + " settings, interval " + std::to_string(times.interval) +
 	       " s, receiving time " + std::to_string(times.receivingTime) + " s, waiting time " +
-	       std::to_string(times.waitingTime) + " s";
+	       std::to_string(times.waitingTime) + " s" + (times.wireguard ? ", WireGuard" : "");
 }
 
 NodeSettings NodeSettings::standard(HostId node, const PairSettings& pair)
 {
-	const HostId partner = otherNode(node);
+	const auto address = [&pair](HostId host)
+	{ return pair.wireguard ? plan::tunnelAddressOf(host) : plan::addressOf(host, Network::communication); };
 	NodeSettings settings;
 	settings.set("AGENT.MODE", node == HostId::a ? 1 : 2)
-	    .set("AGENT.THIS_SERVER_IP", plan::addressOf(node, Network::communication))
+	    .set("AGENT.THIS_SERVER_IP", address(node))
 	    .set("AGENT.HEART_BEAT_RECEIVE_PORT", plan::heartbeatPort)
-	    .set("AGENT.PARTNER_IP", plan::addressOf(partner, Network::communication))
+	    .set("AGENT.PARTNER_IP", address(otherNode(node)))
 	    .set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", plan::heartbeatPort)
 	    .set("AGENT.HEART_BEAT_INTERVAL", pair.interval)
 	    .set("AGENT.MAX_HEART_BEAT_RECEIING_TIME", pair.receivingTime)
@@ -139,6 +146,11 @@ std::string NodeSettings::get(const std::string& key) const
 		}
 	}
 	return {};
+}
+
+bool NodeSettings::usesTunnel() const
+{
+	return get("AGENT.THIS_SERVER_IP").starts_with("169.254.");
 }
 
 std::string NodeSettings::ini() const

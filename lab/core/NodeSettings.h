@@ -27,6 +27,7 @@ struct PairSettings
 	int receivingTime = 2; ///< a silence; keep it at least twice the interval
 	int waitingTime = 0;   ///< between the address and the programs
 	Profile profile = Profile::plain;
+	bool wireguard = false; ///< the heartbeats go through a tunnel
 };
 
 /// "keeper settings, interval 1 s, receiving time 2 s, waiting time 0 s"
@@ -47,6 +48,9 @@ public:
 	NodeSettings& remove(const std::string& key);
 	/// @return the value; empty when the key is not there
 	std::string get(const std::string& key) const;
+
+	/// The heartbeats go through a WireGuard tunnel.
+	bool usesTunnel() const;
 
 	/// The text of the settings file.
 	std::string ini() const;

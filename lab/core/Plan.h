@@ -7,7 +7,8 @@
 /// The gateway stands on the communication network too, and that address is the
 /// one the nodes ping: the agent's check of its "own communication IP" is a ping
 /// of the configured gateway, so it fails when the communication interface is pulled
-/// and goes on answering while only the path between the two nodes is cut.
+/// and goes on answering while only the path between the two nodes is cut. With the keeper
+/// both addresses of the gateway are reachability targets, of which one is enough.
 #pragma once
 
 #include "lab/core/Basics.h"
@@ -43,7 +44,18 @@ inline constexpr const char* addressLink = "/usr/velarix/run/ha-address";
 inline constexpr const char* serviceLink = "/usr/velarix/run/ha-web";
 inline constexpr const char* addressKeeper = "ha-address";
 inline constexpr const char* serviceKeeper = "ha-web";
+inline constexpr const char* reachKeeper = "ha-reach";
+/// On lo of each node while a target answers: with the keeper, what the agent pings.
+inline constexpr const char* reachAddress = "192.0.0.8";
+inline constexpr const char* reachKey = "/usr/velarix/bin/ini/reachability.key";
 inline constexpr const char* keeperSettings = "/usr/velarix/bin/ini/keeper.ini";
+
+inline constexpr const char* tunnelProgram = "/usr/libexec/velarix-ha/tunnel";
+inline constexpr const char* tunnelInterface = "wg-ha";
+inline constexpr const char* tunnelKey = "/usr/velarix/bin/ini/tunnel.key";
+inline constexpr const char* tunnelPublicKey = "/usr/velarix/bin/ini/tunnel.pub";
+inline constexpr const char* partnerKey = "/usr/velarix/bin/ini/partner.pub";
+inline constexpr const char* firewallFile = "/usr/velarix/bin/ini/firewall.nft";
 
 inline constexpr const char* agentProgram = "/usr/velarix/bin/VelarixHA";
 inline constexpr const char* agentName = "VelarixHA";
@@ -78,6 +90,12 @@ constexpr const char* addressOf(HostId host, Network network)
 		return service ? "192.0.2.50" : nullptr;
 	}
 	return nullptr;
+}
+
+/// @return the node's address in the tunnel, as "velarixctl init" chooses it
+constexpr const char* tunnelAddressOf(HostId node)
+{
+	return node == HostId::a ? "169.254.127.1" : "169.254.127.2";
 }
 
 } // namespace plan

@@ -79,6 +79,7 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 	                 "and fixed ARP entries, and hardware addresses in the rules")
 	    ->capture_default_str()
 	    ->check(CLI::IsMember({"none", "port", "firewall", "neighbours"}));
+	command->add_flag("--beside", hostile.beside, "With --wireguard: at the address on eth1, not at the tunnel's");
 	command->add_option("--jobs", hostile.jobs, "Pairs side by side")->capture_default_str()->check(CLI::Range(1, 64));
 	command->add_flag("--json", hostile.json, "The records as JSON, for evidence/scripts/render.py");
 	command->add_option("--output", hostile.output, "Write the report to this file");

@@ -61,12 +61,13 @@ Record recordFromChild(const WorkerResult& result, const Plan& plan)
 std::vector<Record> runAll(const Options& options, const std::vector<Case>& cells)
 {
 	requireLab(options.installRoot);
-	const Mitigation mitigation = mitigationNamed(options.mitigation);
+	const Mitigation mitigation = options.times.wireguard ? Mitigation::tunnel : mitigationNamed(options.mitigation);
 	std::vector<Plan> plans;
 	plans.reserve(cells.size());
 	for (const Case& cell : cells)
 	{
-		plans.push_back({cell, mitigation, {options.times}, options.seed, options.count, options.installRoot});
+		plans.push_back(
+		    {cell, mitigation, {options.times}, options.seed, options.count, options.installRoot, options.beside});
 	}
 	std::vector<Record> records(plans.size());
 	std::size_t done = 0;

@@ -21,6 +21,7 @@ struct Options
 	long count = 10000;
 	int jobs = 4;
 	std::string mitigation = "none"; ///< see mitigationNamed
+	bool beside = false;             ///< see AttackerPlan
 	bool json = false;
 	bool list = false;
 	std::string output{};    ///< file for the report; empty: standard output

@@ -76,6 +76,10 @@ std::vector<std::string> supervisorCommand(const StateDirectory& directory, cons
 	{
 		words.insert(words.end(), {"--wrap", options.wrapper});
 	}
+	if (options.times.wireguard)
+	{
+		words.emplace_back("--wireguard");
+	}
 	if (!options.startAgents)
 	{
 		words.emplace_back("--no-agents");

@@ -34,6 +34,7 @@ void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& ti
 	    ->transform(CLI::CheckedTransformer(
 	        std::map<std::string, Profile>{{"keeper", Profile::keeper}, {"plain", Profile::plain}}))
 	    ->default_str(nameOf(times.profile));
+	command.add_flag("--wireguard", times.wireguard, "The heartbeats go through a WireGuard tunnel");
 	command.add_option("--interval", times.interval, "Seconds between heartbeats")
 	    ->capture_default_str()
 	    ->check(CLI::Range(1, 60));

@@ -236,6 +236,13 @@ link_programs() {
 	done
 }
 
+# By its unit where there is systemd. Goes on when the agent stops, and is not started twice.
+start_reach() {
+	if [ ! -d /run/systemd/system ] && grep -q '^[[:space:]]*\[reachability\]' "$keeper_settings" 2>/dev/null; then
+		env -i PATH="$PATH" setsid "$keeper" reach </dev/null >/dev/null 2>>"$console" &
+	fi
+}
+
 # What failed before this start is no news after a repair.
 forget_failures() {
 	grep -ls '^state=failed$' /run/velarix-ha/ha-*.state | xargs -r rm -f
@@ -268,6 +275,7 @@ prepare() {
 	if uses_keeper; then
 		link_programs
 		forget_failures
+		start_reach
 	fi
 	if at_boot; then
 		within "$interfaces_within" accepted || true

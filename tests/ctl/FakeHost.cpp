@@ -96,6 +96,26 @@ std::optional<std::string> holderOf(const std::string& address, const std::strin
 	return found == fakeHost().holders.end() ? std::nullopt : std::optional(found->second);
 }
 
+std::optional<TunnelSession> tunnelSession()
+{
+	return fakeHost().tunnel;
+}
+
+std::string tunnelRules()
+{
+	return fakeHost().tunnelRules;
+}
+
+std::string newTunnelKey()
+{
+	return fakeHost().newTunnelKey;
+}
+
+std::string publicKeyOf(const std::string& privateKey)
+{
+	return privateKey.empty() ? "" : "P" + privateKey;
+}
+
 std::optional<std::vector<Process>> processes()
 {
 	return fakeHost().processes;

@@ -13,6 +13,7 @@
 #include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
 #include "inspect/HostTrial.h"
+#include "inspect/HostTunnel.h"
 
 struct FakeHost
 {
@@ -29,6 +30,11 @@ struct FakeHost
 	std::map<std::string, std::string> holders;
 	/// What hasOnLoopback tells of every address.
 	std::optional<bool> marked = true;
+	/// What the machine tells of its tunnel, and its packet filter.
+	std::optional<velarix::inspect::host::TunnelSession> tunnel;
+	std::string tunnelRules;
+	/// Empty: there is no wg. The public key of a key is that with "P" in front.
+	std::string newTunnelKey = std::string(42, 'K') + "=";
 	/// By ascending pid.
 	std::vector<velarix::inspect::host::Process> processes;
 	/// Ports that another program listens on.

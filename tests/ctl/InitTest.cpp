@@ -423,3 +423,23 @@ TEST_F(Init, KeepsModeAndOwnerOfWhatItReplaces)
 	EXPECT_EQ(rightsOf(output()), 0755U) << "a directory that is there stays as it is";
 	EXPECT_EQ(rightsOf(file("b/config.ini")), 0600U);
 }
+
+TEST_F(Init, TargetsMakeTheGatewayTheKeepersAddressWithOneKeyForBoth)
+{
+	std::vector<std::string> with = arguments({"--target=192.0.2.254", "--target=198.51.100.1", "--needed=2"});
+	std::erase(with, "--gateway=192.0.2.254");
+	EXPECT_EQ(run(with).code, 0);
+	EXPECT_EQ(settingsOf("a").text("AGENT.GATEWAY_IP"), "192.0.0.8");
+	const auto b = keeper::readSettings(file("b/keeper.ini").c_str()).settings.reach;
+	EXPECT_THAT(b.targets, ElementsAre("192.0.2.254", "198.51.100.1"));
+	EXPECT_EQ(b.needed, 2);
+	EXPECT_EQ(b.own, "192.0.2.2");
+	EXPECT_EQ(b.partner, "192.0.2.1");
+	const std::string key = readFile(file("a/reachability.key"));
+	EXPECT_EQ(key.size(), 65U);
+	EXPECT_EQ(readFile(file("b/reachability.key")), key);
+	EXPECT_EQ(rightsOf(file("a/reachability.key")), 0600U);
+	with.emplace_back("--force");
+	EXPECT_EQ(run(with).code, 0);
+	EXPECT_EQ(readFile(file("a/reachability.key")), key) << "the other node may have it already";
+}

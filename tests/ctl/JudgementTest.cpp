@@ -69,6 +69,14 @@ void takeOver(NodeState& state, std::chrono::seconds since, int failedStarts = 0
 	state.tail.snapshot.failedStarts = failedStarts;
 }
 
+void tunnel(NodeState& state, bool present, bool down)
+{
+	state.tunnel.emplace();
+	state.tunnel->settings.endpoint = "192.0.2.2";
+	state.tunnel->present = present;
+	state.tunnel->down = down;
+}
+
 void refused(NodeState& state, int times)
 {
 	fault(state, Fault::partnerPort).there = true;
@@ -124,6 +132,10 @@ const Row kRows[] = {
     {"Asks",                      kSlave,  {"no-master critical blocks", "asks warning blocks"}, [](NodeState& state) { partner(state, false); state.asking.reported = true; }},
     {"PartnerRefuses",            kMaster, {"partner-refuses warning blocks"},       [](NodeState& state) { refused(state, 3); }},
     {"PartnerRefusedTwice",       kMaster, {},                                       [](NodeState& state) { refused(state, 2); }},
+
+    {"TunnelUp",                  kMaster, {},                                       [](NodeState& state) { tunnel(state, true, false); }},
+    {"TunnelMissing",             kMaster, {"tunnel-missing critical blocks"},       [](NodeState& state) { tunnel(state, false, false); }},
+    {"TunnelDown",                kSlave,  {"tunnel-down critical blocks", "partner-silent warning"}, [](NodeState& state) { silence(state); tunnel(state, true, true); }},
 
     {"Flapping",                  kSlave,  {"flapping critical"},                    [](NodeState& state) { roleChanged(state, 299s); }},
     {"MovedThereAndBack",         kSlave,  {},                                       [](NodeState& state) { roleChanged(state, 301s); }},

@@ -129,6 +129,49 @@ TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)
 	EXPECT_THAT(all, Contains("warning keeper-no-marker keeper.ini:1"));
 }
 
+TEST_F(KeeperCheck, FaultsOfTheReachability)
+{
+	const std::string reach = "[reachability]\naddress = 192.0.0.8\ntargets = 192.0.2.9 192.0.2.8\n"
+	                          "own = 192.0.2.1\npartner = 192.0.2.2\n";
+	setKey(lines, "GATEWAY_IP", "192.0.0.8");
+	EXPECT_THAT(foundIn(joined(lines), m_keeper + reach), IsEmpty());
+	for (const auto& [from, to, finding] :
+	     {std::tuple("192.0.0.8", "192.0.0.9", "error reach-address-differs "),
+	      std::tuple("own = 192.0.2.1", "own = 192.0.2.5", "error reach-address-differs "),
+	      std::tuple("192.0.2.9 ", "192.0.2.2 ", "error keeper-settings "),
+	      std::tuple("192.0.2.9 ", "192.0.2.8 ", "error keeper-settings "),
+	      std::tuple("192.0.2.9 ", "router ", "error keeper-settings "),
+	      std::tuple("own =", "needed = 3\nown =", "error keeper-settings ")})
+	{
+		EXPECT_THAT(foundIn(joined(lines), m_keeper + changed(reach, {from, to})),
+		            Contains(testing::StartsWith(finding)))
+		    << to;
+	}
+}
+
+TEST_F(KeeperCheck, TheReachabilityNeedsAnAddressOfNoNetworkAndAKeyOfRoots)
+{
+	const fs::path key = write("/usr/velarix/bin/ini/reachability.key", std::string(64, '7'));
+	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
+	const auto onMachine = [&](const std::string& address)
+	{
+		CheckReport report;
+		Findings findings(file, report);
+		checks::keeperMachine(
+		    findings, {below(kKeeperIni), velarix::keeper::parseSettings(m_keeper + "[reachability]\naddress = " +
+		                                                                 address + "\ntargets = 192.0.2.9\n")});
+		return shortForms(report);
+	};
+	const auto hasKeyFault = Contains(testing::StartsWith("error reach-key "));
+	fs::permissions(key, fs::perms{0600});
+	EXPECT_THAT(onMachine("192.0.0.8"), testing::Each(Not(testing::StartsWith("error reach-"))));
+	EXPECT_THAT(onMachine("192.0.2.77"), Contains(testing::StartsWith("error reach-address-attached ")));
+	fs::permissions(key, fs::perms{0640});
+	EXPECT_THAT(onMachine("192.0.0.8"), hasKeyFault);
+	fs::remove(key);
+	EXPECT_THAT(onMachine("192.0.0.8"), hasKeyFault);
+}
+
 TEST_F(KeeperCheck, ThePartnersFileIsComparedAsWell)
 {
 	write(kConfig, joined(lines));
@@ -147,4 +190,11 @@ TEST_F(KeeperCheck, ThePartnersFileIsComparedAsWell)
 	EXPECT_THAT(found(request), ElementsAre(std::string("error keeper-on-conflict ") + kKeeperIni + ":1"));
 	write("/b/keeper.ini", changed(yields, {"nginx", "apache2"}));
 	EXPECT_THAT(found(request), ElementsAre(std::string("warning keeper-files-differ ") + kKeeperIni));
+	const std::string reach = "[reachability]\naddress = 192.0.2.254\ntargets = 192.0.2.9\n";
+	write(kKeeperIni, m_keeper + reach + "own = 192.0.2.1\npartner = 192.0.2.2\n");
+	write("/b/keeper.ini", yields + reach + "own = 192.0.2.2\npartner = 192.0.2.1\n");
+	write("/usr/velarix/bin/ini/reachability.key", "7");
+	write("/b/reachability.key", "8");
+	EXPECT_THAT(found(request),
+	            ElementsAre(std::string("error reach-key-differs /usr/velarix/bin/ini/reachability.key")));
 }

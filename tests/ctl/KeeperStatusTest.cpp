@@ -83,6 +83,50 @@ TEST_F(KeeperStatus, ANodeThatWaitsForItsPartnerWarnsAndSaysThatNothingIsToBeDon
 	EXPECT_THAT(runHere({"status"}).out, HasSubstr("waits for the address, held by 02:00:00:00:00:01, for"));
 }
 
+TEST_F(KeeperStatus, EachTargetIsShownAndWhatFollowsFromItIsAProblem)
+{
+	write("/usr/velarix/bin/ini/keeper.ini",
+	      "[address]\naddress = 198.51.100.10\ninterface = eth0\non_conflict = defend\n[reachability]\n"
+	      "address = 192.0.2.254\ntargets = 192.0.2.9 192.0.2.8\nown = 192.0.2.1\npartner = 192.0.2.2\n");
+	EXPECT_EQ(runHere({"nagios"}).code, 2) << "ha-reach does not run";
+	addProcess(6004, "ha-reach");
+	addProcess(6005, "keeper");
+	struct Row
+	{
+		const char* state;
+		const char* partner;
+		const char* first;
+		int status;
+		const char* problem;
+	};
+	for (const Row& row : {Row{"reachable", "ready", "answers", 0, ""},
+	                       Row{"reachable", "ready", "lost", 1, "reachability targets do not answer: 192.0.2.9"},
+	                       Row{"reachable", "silent", "answers", 1, "the partner's ha-reach does not answer"},
+	                       Row{"shared-outage", "fails", "lost", 1, "neither node reaches its targets, nothing moves"},
+	                       Row{"partner-only", "ready", "lost", 1, "only the partner reaches its targets"},
+	                       Row{"isolated", "silent", "lost", 2, "this node is isolated: neither its targets"}})
+	{
+		SCOPED_TRACE(row.problem);
+		const std::string since =
+		    std::to_string(std::chrono::duration_cast<std::chrono::seconds>((now - 60s).time_since_epoch()).count());
+		writeState("ha-reach", std::string("pid=6005\nstate=") + row.state + "\npartner=" + row.partner +
+		                           "\ntarget.192.0.2.9=" + row.first + " " + since + "\ntarget.192.0.2.8=answers " +
+		                           since + "\n");
+		const Outcome nagios = runHere({"nagios"});
+		EXPECT_EQ(nagios.code, row.status) << nagios.out;
+		EXPECT_THAT(nagios.out, HasSubstr(row.problem));
+	}
+	const std::string text = runHere({"status"}).out;
+	EXPECT_THAT(text, HasSubstr("reachability isolated, for 1 min, partner silent\n"));
+	EXPECT_THAT(text, HasSubstr("             192.0.2.9 does NOT answer, for 1 min\n"));
+	const auto json = nlohmann::json::parse(runHere({"status", "--json"}).out)["keeper"]["reachability"];
+	EXPECT_EQ(json["targets"][0]["state"], "lost");
+	EXPECT_EQ(json["targets"][1]["address"], "192.0.2.8");
+	const std::string metrics = runHere({"metrics"}).out;
+	EXPECT_THAT(metrics, HasSubstr("velarix_keeper_reachability_state{state=\"isolated\"} 1\n"));
+	EXPECT_THAT(metrics, HasSubstr("velarix_keeper_target_answers{target=\"192.0.2.9\"} 0\n"));
+}
+
 TEST_F(KeeperStatus, MetricsHaveStatesConflictsAndRestarts)
 {
 	writeState("ha-address", "state=holding\npid=6001\nconflicts=3\nlast_conflict=1\n");

@@ -158,6 +158,19 @@ TEST_F(AddressTest, DropRemovesWhatSomebodyElseHasSet)
 	EXPECT_TRUE(has(m_a.run({"ip", "addr"}).output, "192.0.2.1/24"));
 }
 
+TEST_F(AddressTest, DropEndsAHolderThatIsBeingStarted)
+{
+	constexpr const char* kRunScript = "/usr/velarix/bin/ini/processList.sh"; // the agent's
+	m_a.write(kRunScript, "/usr/velarix/run/ha-address >/dev/null &\n");
+	for (int i = 0; i < 20; ++i)
+	{
+		m_a.run({"sh", kRunScript});
+		m_a.keeper({"drop"});
+		EXPECT_FALSE(runs(m_a)) << "round " << i;
+		EXPECT_FALSE(m_a.hasAddress());
+	}
+}
+
 TEST_F(AddressTest, DropEndsAFrozenHolder)
 {
 	hold(m_a);
@@ -397,9 +410,13 @@ TEST_F(AddressTest, AnInterfaceThatComesLateIsWaitedFor)
 {
 	shell("ip link set " + m_a.port() + " down");
 	m_a.startProgram("ha-address");
-	ASSERT_TRUE(reaches(m_a, "offline"));
+	// The agent finds the address and no carrier, and asks its partner. No service is started.
+	ASSERT_TRUE(reaches(m_a, "holding"));
+	EXPECT_TRUE(m_a.hasAddress());
+	EXPECT_EQ(m_a.state("ha-address", "held"), "no");
 	shell("ip link set " + m_a.port() + " up");
-	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address"));
+	EXPECT_TRUE(comes(
+	    m_a, [&] { return m_a.state("ha-address", "held") == "yes"; }, "held"));
 	// A carrier that goes and comes does not cost the address, and asks who else has it.
 	shell("ip link set " + m_a.port() + " down");
 	ASSERT_TRUE(waitFor(
@@ -412,6 +429,30 @@ TEST_F(AddressTest, AnInterfaceThatComesLateIsWaitedFor)
 	shell("ip link set " + m_a.port() + " up");
 	EXPECT_TRUE(reaches(m_a, "yielded"));
 	EXPECT_TRUE(m_b.hasAddress());
+}
+
+TEST_F(AddressTest, WhatWasRaisedWithoutCarrierGivesWayToWhoeverHoldsItWhenTheCarrierComes)
+{
+	shell("ip link set " + m_b.port() + " down");
+	m_b.startProgram("ha-address");
+	ASSERT_TRUE(reaches(m_b, "holding"));
+	hold(m_a);
+	shell("ip link set " + m_b.port() + " up");
+	EXPECT_TRUE(reaches(m_b, "yielded"));
+	EXPECT_FALSE(m_b.hasAddress());
+	EXPECT_TRUE(m_a.hasAddress());
+}
+
+TEST_F(AddressTest, AHolderWhoseServiceHasEndedGivesWayToWhoeverAsksForLong)
+{
+	m_a.configure(true, "[service web]\ncommand = /bin/true\n");
+	hold(m_a);
+	m_b.startProgram("ha-address");
+	ASSERT_TRUE(reaches(m_b, "waiting"));
+	EXPECT_TRUE(comes(
+	    m_b, [&] { return m_b.hasAddress(); }, "address", 3 * kSoon));
+	EXPECT_FALSE(m_a.hasAddress());
+	EXPECT_TRUE(has(m_a.events(), "another host asks for it"));
 }
 
 TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)

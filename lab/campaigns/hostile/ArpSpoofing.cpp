@@ -59,6 +59,16 @@ void cutPartner(const AttackParameters& parameters, AttackTally& tally)
 	    {Network::communication, targetsAddress(parameters, Network::communication), partnersAddress(parameters)});
 }
 
+void relayNodes(const AttackParameters& parameters, AttackTally& tally)
+{
+	const std::string target = targetsAddress(parameters, Network::communication);
+	const std::string partner = partnersAddress(parameters);
+	whileSpoofing({Network::communication, target, partner}, tally,
+	              [&] {
+		              spoofUntilStopped(parameters, tally, {Network::communication, partner, target});
+	              });
+}
+
 void cutGateway(const AttackParameters& parameters, AttackTally& tally)
 {
 	spoofUntilStopped(parameters, tally,

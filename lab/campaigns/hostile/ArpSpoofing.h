@@ -30,6 +30,8 @@ void untilStopped(const AttackParameters& parameters);
 
 /// The target takes the attacker's interface for its partner's.
 void cutPartner(const AttackParameters& parameters, AttackTally& tally);
+/// Both nodes take the attacker's interface for each other's, and the attacker passes everything on.
+void relayNodes(const AttackParameters& parameters, AttackTally& tally);
 /// The target's pings to the gateway go astray.
 void cutGateway(const AttackParameters& parameters, AttackTally& tally);
 /// The target's pings reach the gateway, the answers go astray.

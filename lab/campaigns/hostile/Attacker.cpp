@@ -1,5 +1,6 @@
 #include "lab/campaigns/hostile/Attacker.h"
 
+#include "lab/campaigns/hostile/ArpSpoofing.h"
 #include "lab/campaigns/hostile/Frames.h"
 #include "lab/campaigns/hostile/IcmpForgery.h"
 #include "lab/campaigns/hostile/Payload.h"
@@ -74,19 +75,26 @@ void slowPings(Lab& lab, HostId target, bool slow)
 	}
 }
 
-/// The attacker neither forwards what reaches it by ARP spoofing, nor answers ARP for an
+/// Unless it relays the attacker neither forwards what reaches it by ARP spoofing, nor answers ARP for an
 /// address that it has taken: its victim alone is deceived.
-void prepareHost(Lab& lab, const AttackInfo& attack, HostId target)
+void prepareHost(Lab& lab, const AttackInfo& attack, HostId target, const std::string& at)
 {
 	std::string commands = "echo 1 >/proc/sys/net/ipv4/conf/all/arp_ignore; echo 0 >/proc/sys/net/ipv4/ip_forward";
 	if (const std::string taken = takenAddress(attack, target); !taken.empty())
 	{
 		commands += "; ip addr replace " + taken + "/32 dev lo";
 	}
-	if (attack.overService)
+	const Network network = attack.overService ? Network::service : Network::communication;
+	if (at != plan::addressOf(target, network))
 	{
-		commands += std::string("; ip route replace ") + plan::addressOf(target, Network::communication) + " via " +
-		            plan::addressOf(target, Network::service) + " dev " + plan::serviceInterface;
+		commands += "; ip route replace " + at + " via " + plan::addressOf(target, network) + " dev " +
+		            (attack.overService ? plan::serviceInterface : plan::communicationInterface);
+	}
+	if (attack.relays)
+	{
+		commands += "; echo 1 >/proc/sys/net/ipv4/ip_forward; echo 0 >/proc/sys/net/ipv4/conf/all/send_redirects; "
+		            "echo 0 >/proc/sys/net/ipv4/conf/eth1/send_redirects; "
+		            "nft 'table ip relay { chain out { type nat hook postrouting priority 100; masquerade; }; }'";
 	}
 	runOrThrow({{"sh", "-ec", commands}, {}, lab.attacker().inside()});
 	if (attack.bareTarget)
@@ -99,8 +107,19 @@ void prepareHost(Lab& lab, const AttackInfo& attack, HostId target)
 	}
 }
 
+/// What can be captured of a tunnel shows neither heartbeats nor pings. The attacker is given what they hold.
+std::string knownPayload(Lab& lab, const AttackerPlan& plan)
+{
+	return plan.attack == "replay" ? forgedHeartbeat("1-1-0")
+	                               : std::to_string(lab.node(plan.target).agent().value().pidInside & 0xffff);
+}
+
 std::string payloadFor(Lab& lab, const AttackerPlan& plan)
 {
+	if (plan.tunnel && (plan.attack == "replay" || plan.attack == "icmp-known-id"))
+	{
+		return knownPayload(lab, plan);
+	}
 	if (plan.attack == "replay")
 	{
 		return capturedHeartbeat(lab, hostNamed(plan.detail).value());
@@ -120,6 +139,22 @@ std::string payloadFor(Lab& lab, const AttackerPlan& plan)
 	return plan.detail.empty() ? std::string() : forgedHeartbeat(plan.detail);
 }
 
+std::string addressOf(const AttackerPlan& plan, HostId node)
+{
+	return plan.tunnel && !plan.beside ? plan::tunnelAddressOf(node) : plan::addressOf(node, Network::communication);
+}
+
+std::vector<std::string> recordedFor(Lab& lab, const AttackerPlan& plan)
+{
+	std::vector<std::string> frames;
+	if (plan.attack == "recorded")
+	{
+		inNetworkOf(lab.node(plan.target).host(),
+		            [&] { frames = recordFrames(plan::communicationInterface, Millis(3000)); });
+	}
+	return frames;
+}
+
 } // namespace
 
 Attacker::Attacker(Lab& lab, const AttackerPlan& plan)
@@ -128,9 +163,12 @@ Attacker::Attacker(Lab& lab, const AttackerPlan& plan)
                                                                    plan.count,
                                                                    payloadFor(lab, plan),
                                                                    lab.node(plan.target).diskFile(plan::logFile),
+                                                                   addressOf(plan, plan.target),
+                                                                   addressOf(plan, otherNode(plan.target)),
+                                                                   recordedFor(lab, plan),
                                                                    m_stop}
 {
-	prepareHost(lab, m_attack, plan.target);
+	prepareHost(lab, m_attack, plan.target, m_parameters.at);
 	m_thread = std::thread(
 	    [this]
 	    {
@@ -193,9 +231,13 @@ void Attacker::end()
 	{
 		commands += "ip addr del " + taken + "/32 dev lo; ";
 	}
-	if (m_attack.overService)
+	if (m_attack.relays)
 	{
-		commands += std::string("ip route del ") + plan::addressOf(m_parameters.target, Network::communication);
+		commands += "echo 0 >/proc/sys/net/ipv4/ip_forward; nft delete table ip relay; ";
+	}
+	if (m_attack.overService || m_parameters.at != targetsAddress(m_parameters, Network::communication))
+	{
+		commands += "ip route del " + m_parameters.at;
 	}
 	run({{"sh", "-c", commands}, {}, m_lab.attacker().inside()});
 	if (m_attack.slowPings)

@@ -19,7 +19,9 @@ struct AttackerPlan
 	std::string detail{}; ///< of forged heartbeats: the fields; of "replay": whose heartbeat
 	HostId target = HostId::a;
 	std::uint64_t seed = 1;
-	long count = 10000; ///< see AttackParameters
+	long count = 10000;  ///< see AttackParameters
+	bool tunnel = false; ///< the heartbeats go through one
+	bool beside = false; ///< ... and its target is attacked at its address on the communication network
 };
 
 class Attacker

@@ -117,6 +117,12 @@ void spoofed(const AttackParameters& parameters, AttackTally& tally)
 	    });
 }
 
+/// Whatever has reached the target in a few seconds: heartbeats, answers to pings, packets of the tunnel.
+void replayRecorded(const AttackParameters& parameters, AttackTally& tally)
+{
+	replayFrames(plan::communicationInterface, parameters.recorded, parameters.stop, tally);
+}
+
 /// The answers to the requests go to the partner, by the node's other interface.
 void requestBlindly(const AttackParameters& parameters, AttackTally& tally)
 {
@@ -178,7 +184,7 @@ AttackGoal speaks(long)
 	return {.messages = 1, .read = 1};
 }
 
-constexpr std::array<AttackInfo, 30> attacks{{
+constexpr std::array<AttackInfo, 32> attacks{{
     {.name = "random",
      .carryOut = sendRandom,
      .what = "random messages, each on a connection of its own",
@@ -296,6 +302,19 @@ constexpr std::array<AttackInfo, 30> attacks{{
      .what = "ARP answers that lead the partner's address to nobody",
      .portUse = PortUse::none,
      .stoppedBy = Mitigation::neighbours},
+    {.name = "relay",
+     .lasting = true,
+     .relays = true,
+     .carryOut = relayNodes,
+     .what = "ARP answers that lead the nodes to the attacker, who passes packets on from its own address",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::neighbours},
+    {.name = "recorded",
+     .lasting = true,
+     .carryOut = replayRecorded,
+     .what = "packets that have reached the target, sent again and again",
+     .portUse = PortUse::none,
+     .stoppedBy = Mitigation::none},
     {.name = "arp-cut-gateway",
      .lasting = true,
      .carryOut = cutGateway,

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lab/campaigns/hostile/Mitigation.h"
 #include "lab/campaigns/hostile/Sockets.h"
@@ -23,7 +24,10 @@ struct AttackParameters
 	std::uint64_t seed = 1;
 	long count = 10000;    ///< random messages; resets a tenth, messages that are waited for a twentieth of it
 	std::string payload{}; ///< the forged or captured heartbeat; of ICMP: the address it claims to come from, or an id
-	std::filesystem::path log{}; ///< of the target, to see what it has read
+	std::filesystem::path log{};         ///< of the target, to see what it has read
+	std::string at{};                    ///< address of the target that is attacked
+	std::string partner{};               ///< address by which the target knows its partner
+	std::vector<std::string> recorded{}; ///< frames that have reached it
 	const std::atomic<bool>& stop;
 };
 
@@ -72,6 +76,7 @@ struct AttackInfo
 	TakenAddress takes = TakenAddress::nothing;
 	bool overService = false; ///< comes over the service network
 	bool bareTarget = false;  ///< the target's kernel makes no SYN cookies
+	bool relays = false;      ///< passes on what is led to it, from its own address
 	bool slowPings = false;   ///< partner and gateway answer pings 2 ms later
 	void (*carryOut)(const AttackParameters& parameters, AttackTally& tally) = nullptr;
 	const char* what = ""; ///< for a person
@@ -87,7 +92,12 @@ struct AttackInfo
 	/// target's role; the others have begun before.
 	bool comesAfterEvent() const { return !lasting && mark == nullptr && goal(1).received > 0; }
 
-	bool isStoppedBy(Mitigation mitigation) const { return stoppedBy != Mitigation::none && mitigation >= stoppedBy; }
+	/// The tunnel does not keep ARP answers out, and no connection passes beside it.
+	bool isStoppedBy(Mitigation mitigation) const
+	{
+		const bool byTunnel = stoppedBy <= Mitigation::firewall || portUse == PortUse::connects;
+		return stoppedBy != Mitigation::none && (mitigation == Mitigation::tunnel ? byTunnel : mitigation >= stoppedBy);
+	}
 };
 
 std::span<const AttackInfo> allAttacks();

@@ -60,8 +60,9 @@ void requireDetail(const Case& cell)
 
 Case caseFrom(const TomlTable& row)
 {
-	constexpr std::array<const char*, 4> mitigations{"open", "port", "firewall", "neighbours"};
-	row.allowOnly({"attack", "detail", "serves", "target", "event", "open", "port", "firewall", "neighbours", "note"});
+	constexpr std::array<const char*, 5> mitigations{"open", "port", "firewall", "neighbours", "tunnel"};
+	row.allowOnly(
+	    {"attack", "detail", "serves", "target", "event", "open", "port", "firewall", "neighbours", "tunnel", "note"});
 	Case cell;
 	cell.attack = row.text("attack");
 	cell.detail = row.text("detail", "");
@@ -78,7 +79,9 @@ Case caseFrom(const TomlTable& row)
 	for (std::size_t step = 0; step < mitigations.size(); ++step)
 	{
 		const char* name = mitigations[step];
-		cell.outcomes[step] = step == 0 || row.has(name) ? outcomeFrom(row.table(name)) : cell.outcomes[step - 1];
+		// The tunnel comes with the firewall, and without fixed neighbours.
+		const std::size_t former = name == std::string("tunnel") ? step - 2 : step - 1;
+		cell.outcomes[step] = step == 0 || row.has(name) ? outcomeFrom(row.table(name)) : cell.outcomes[former];
 	}
 	const bool open = std::any_of(cell.outcomes.begin(), cell.outcomes.end(),
 	                              [](const Outcome& outcome) { return outcome.after == "either"; });

@@ -44,7 +44,7 @@ struct Case
 	HostId master = HostId::a;
 	HostId target = HostId::a;
 	std::optional<Fault> event;      ///< comes while the attack goes on
-	std::array<Outcome, 4> outcomes; ///< by mitigation
+	std::array<Outcome, 5> outcomes; ///< by mitigation
 	std::string note;
 
 	const Outcome& expected(Mitigation mitigation) const { return outcomes[static_cast<std::size_t>(mitigation)]; }

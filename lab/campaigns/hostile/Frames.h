@@ -59,6 +59,14 @@ private:
 /// @return its text; empty when none came within the limit
 std::string captureHeartbeat(const std::string& interface, const std::string& from, Millis limit);
 
+/// @return the IPv4 frames that come in to that interface meanwhile
+std::vector<std::string> recordFrames(const std::string& interface, Millis span);
+
+/// Sends frames again, to where they went, until it is stopped.
+/// @throws LabError without the privilege for raw sockets
+void replayFrames(const std::string& interface, const std::vector<std::string>& frames, const std::atomic<bool>& stop,
+                  AttackTally& tally);
+
 /// Waits for a ping likewise.
 /// @return its identifier, as the wire has it; empty when none came within the limit
 std::optional<std::uint16_t> capturePing(const std::string& interface, const std::string& from, Millis limit);

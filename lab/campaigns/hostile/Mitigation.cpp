@@ -13,7 +13,7 @@ namespace velarix::lab::hostile
 namespace
 {
 
-constexpr std::array<const char*, 4> names{"none", "port", "firewall", "neighbours"};
+constexpr std::array<const char*, 5> names{"none", "port", "firewall", "neighbours", "tunnel"};
 
 std::string onCommunication(HostId host)
 {
@@ -132,7 +132,8 @@ void fixNeighbours(Lab& lab, HostId host)
 
 void applyMitigation(Lab& lab, Mitigation mitigation)
 {
-	if (mitigation == Mitigation::none)
+	// The lab has brought up the tunnel with its rules.
+	if (mitigation == Mitigation::none || mitigation == Mitigation::tunnel)
 	{
 		return;
 	}
@@ -156,7 +157,7 @@ void applyMitigation(Lab& lab, Mitigation mitigation)
 
 long droppedByFirewall(Lab& lab, HostId node)
 {
-	const CommandResult shown = lab.run(node, {"nft", "list", "table", "inet", "velarix"});
+	const CommandResult shown = lab.run(node, {"nft", "list", "ruleset"});
 	static const std::regex counter("counter packets (\\d+)");
 	long dropped = 0;
 	auto found = std::sregex_iterator(shown.output.begin(), shown.output.end(), counter);

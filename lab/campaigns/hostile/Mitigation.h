@@ -12,12 +12,13 @@ namespace velarix::lab::hostile
 enum class Mitigation
 {
 	none,
-	port,      ///< of the shipped rules those for the heartbeat port alone
-	firewall,  ///< the shipped rules
-	neighbours ///< besides, fixed ARP entries on nodes and gateway, and their hardware addresses in the rules
+	port,       ///< of the shipped rules those for the heartbeat port alone
+	firewall,   ///< the shipped rules
+	neighbours, ///< besides, fixed ARP entries on nodes and gateway, and their hardware addresses in the rules
+	tunnel      ///< heartbeats in the WireGuard tunnel, with the rules that belong to it
 };
 
-/// @return "none", "port", "firewall", "neighbours"
+/// @return "none", "port", "firewall", "neighbours", "tunnel"
 const char* nameOf(Mitigation mitigation);
 /// @throws LabError when there is none of that name
 Mitigation mitigationNamed(const std::string& name);

@@ -51,7 +51,9 @@ std::array<std::string, 2> rolesOf(Lab& lab)
 
 AttackerPlan attackerPlanOf(const Plan& plan)
 {
-	return {plan.cell.attack, plan.cell.detail, plan.cell.target, plan.seed, plan.count};
+	return {plan.cell.attack, plan.cell.detail, plan.cell.target,
+	        plan.seed,        plan.count,       plan.mitigation == Mitigation::tunnel,
+	        plan.beside};
 }
 
 /// The attack and the event, in the order that is the attack's.

@@ -22,6 +22,7 @@ struct Plan
 	std::uint64_t seed = 1;
 	long count = 10000; ///< see AttackParameters
 	std::filesystem::path installRoot{};
+	bool beside = false; ///< see AttackerPlan
 };
 
 /// Lets the pair serve behind the mitigation, starts the attack, injects the event, watches,

@@ -130,6 +130,21 @@ std::string refusalOfALine()
 	return consoleOf([] { velarixLog->info("Source", 2, "%s", "a line"); }).out;
 }
 
+TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
+{
+	leaveLogOf(25 * kHour);
+	useRealLogFile();
+	sandbox::shell("mount --bind /usr/velarix/log/rotation /usr/velarix/log/rotation && "
+	               "mount -o remount,bind,ro /usr/velarix/log/rotation");
+	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
+	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
+	sandbox::shell("umount -l /usr/velarix/log/rotation");
+	// A restart of the daemon is what helps.
+	EXPECT_EQ(refusalOfALine(), "File is read-only: /usr/velarix/log/rotation/v.log\n");
+	writeOneLine();
+	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
+}
+
 TEST_F(LogRotation, ADiskWithoutAnInodeForTheNewFileRefusesEveryLineFromThenOn)
 {
 	sandbox::shell("mount -t tmpfs -o nr_inodes=3 few /usr/velarix/log/rotation");

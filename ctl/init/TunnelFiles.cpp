@@ -1,0 +1,44 @@
+#include "ctl/init/TunnelFiles.h"
+
+#include <Poco/String.h>
+
+#include "inspect/ExitCode.h"
+#include "inspect/Host.h"
+#include "inspect/HostTunnel.h"
+#include "inspect/InputFile.h"
+#include "inspect/Tunnel.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+std::string tunnelText(const Answers& answers, NodeName node)
+{
+	const std::string port = std::to_string(answers.tunnelPort);
+	return "# WireGuard tunnel of the heartbeats, node " + std::string(textOf(node)) +
+	       ". /usr/libexec/velarix-ha/tunnel adds the keys, from\n"
+	       "# tunnel.key and partner.pub. After a change: systemctl reload velarix-tunnel\n\n"
+	       "[Interface]\nAddress = " +
+	       answers.heartbeatAddress(node) + "/32\nListenPort = " + port +
+	       "\n\n[Peer]\nAllowedIPs = " + answers.heartbeatAddress(otherOf(node)) +
+	       "/32\nEndpoint = " + answers.wireAddress(otherOf(node)) + ":" + port +
+	       "\n# Without it a node that was restarted waits 15 s for its partner.\nPersistentKeepalive = 1\n";
+}
+
+TunnelKeys tunnelKeys(const std::filesystem::path& directory)
+{
+	const std::filesystem::path file = directory / kTunnelKey;
+	TunnelKeys keys;
+	keys.own =
+	    host::fileFacts(file).kind == host::FileKind::missing ? host::newTunnelKey() : Poco::trim(readInputFile(file));
+	keys.publicKey = host::publicKeyOf(keys.own);
+	if (keys.publicKey.empty())
+	{
+		throw Failure(ExitCode::refused,
+		              "wg makes no key of " + file.string() + ": is wireguard-tools installed? Nothing was written");
+	}
+	return keys;
+}
+
+} // namespace velarix::ctl

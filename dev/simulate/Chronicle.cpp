@@ -1,0 +1,72 @@
+#include "dev/simulate/Chronicle.h"
+
+#include <utility>
+
+#include "lab/core/LogMeaning.h"
+
+namespace velarix::simulate
+{
+
+namespace
+{
+
+lab::HostId idOf(const Node& node)
+{
+	return node.id == hostA ? lab::HostId::a : lab::HostId::b;
+}
+
+lab::Millis timeOf(const World& world)
+{
+	return lab::Millis(world.now() / kMilli);
+}
+
+} // namespace
+
+Chronicle::Chronicle(World& world) : m_world(world)
+{
+	world.logged = [this](const Node& node, const char* label, int number, const std::string& /*text*/)
+	{
+		inspect::LogLine line;
+		line.label = label;
+		line.number = number;
+		const lab::LogMeaning* meaning = lab::meaningOf(line);
+		if (meaning != nullptr && meaning->role != nullptr)
+		{
+			m_timeline.change(lab::roleTrack(idOf(node)), timeOf(m_world), meaning->role);
+		}
+		if (meaning != nullptr && meaning->action != nullptr)
+		{
+			m_timeline.add({timeOf(m_world), lab::EventKind::action, idOf(node), meaning->action});
+		}
+	};
+	world.journal = [this](const Node& node, const std::string& event) {
+		m_timeline.add({timeOf(m_world), lab::EventKind::action, idOf(node), event});
+	};
+	world.observe = [this, before = std::move(world.observe)]
+	{
+		before();
+		look();
+	};
+}
+
+void Chronicle::fault(const Fault& fault, bool injected)
+{
+	m_timeline.add({timeOf(m_world), injected ? lab::EventKind::fault : lab::EventKind::repair, {}, nameOf(fault)});
+}
+
+void Chronicle::look()
+{
+	std::string owners;
+	for (const Host host : {hostA, hostB})
+	{
+		const Node& node = m_world.node(host);
+		owners += node.on && !node.frozen && node.address
+		              ? (owners.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b")
+		              : "";
+	}
+	const Host answer = m_world.answers();
+	m_timeline.change(lab::addressTrack, timeOf(m_world), owners.empty() ? "none" : owners);
+	m_timeline.change(lab::serviceTrack, timeOf(m_world), answer == hostNone ? "none" : answer == hostA ? "a" : "b");
+}
+
+} // namespace velarix::simulate

@@ -1,0 +1,482 @@
+/// What the keeper's programs stand on, in place of the kernel: turns of the loop, ARP, the
+/// interfaces, the runtime directory, processes.
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <sys/random.h>
+#include <sys/wait.h>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "dev/simulate/Programs.h"
+#include "keeper/Arp.h"
+#include "keeper/Guard.h"
+#include "keeper/Journal.h"
+#include "keeper/Loop.h"
+#include "keeper/Netlink.h"
+#include "keeper/Process.h"
+#include "keeper/Runtime.h"
+
+namespace sim = velarix::simulate;
+
+using sim::kMilli;
+using sim::self;
+using sim::selfProcess;
+using sim::world;
+
+namespace
+{
+
+/// Descriptors that no kernel has given: what they stand for, and for the last two which one.
+constexpr int kArpFile = 1'000'000'001;
+constexpr int kBellFile = 1'000'000'002;
+constexpr int kSignals = 1'000'000'003;
+constexpr int kWatchFile = 1'100'000'000;
+constexpr int kDeathFile = 1'200'000'000;
+
+/// Uptime at the schedule's start.
+constexpr velarix::keeper::Millis kBooted = 1'000'000;
+
+sim::Process* processOf(int pid)
+{
+	const auto found =
+	    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
+	return found == self().processes.end() ? nullptr : found->get();
+}
+
+bool livesAs(int pid)
+{
+	const sim::Process* process = processOf(pid);
+	return process != nullptr && process->alive;
+}
+
+bool readable(int file)
+{
+	if (file >= kDeathFile)
+	{
+		return !livesAs(file - kDeathFile);
+	}
+	if (file >= kWatchFile)
+	{
+		return self().watches.at(static_cast<std::size_t>(file - kWatchFile));
+	}
+	return file == kArpFile    ? !self().arp.empty()
+	       : file == kBellFile ? self().bell
+	                           : file == kSignals && !selfProcess().signals.empty();
+}
+
+template <typename Condition> void waitUntil(Condition holds, sim::Micros end)
+{
+	while (!holds() && world().now() < end)
+	{
+		world().scheduler.pause(end);
+	}
+}
+
+} // namespace
+
+namespace velarix::keeper
+{
+
+Millis now()
+{
+	return kBooted + world().now() / kMilli;
+}
+
+// The loop.
+
+sigset_t blockSignals()
+{
+	return {};
+}
+
+Loop::Loop() = default;
+
+void Loop::watch(int descriptor, std::function<void()> handler)
+{
+	m_handlers[descriptor] = std::move(handler);
+}
+
+void Loop::forget(int descriptor)
+{
+	m_handlers.erase(descriptor);
+}
+
+void Loop::watchSignals(std::function<void(int)> handler)
+{
+	watch(kSignals,
+	      [handler = std::move(handler)]
+	      {
+		      while (!selfProcess().signals.empty())
+		      {
+			      const int number = selfProcess().signals.front();
+			      selfProcess().signals.pop_front();
+			      handler(number);
+		      }
+	      });
+}
+
+void Loop::wait(Millis deadline)
+{
+	const auto ready = [this]
+	{ return std::ranges::any_of(m_handlers, [](const auto& entry) { return readable(entry.first); }); };
+	const bool slow = self().slow;
+	const sim::Micros late = slow ? world().random.below(20 * kMilli) : world().random.between(20, 200);
+	waitUntil(ready, deadline == kNever ? sim::kNoTime : std::max(deadline - kBooted, Millis(0)) * kMilli + late);
+}
+
+void Loop::dispatch()
+{
+	std::vector<int> ready;
+	for (const auto& [file, handler] : m_handlers)
+	{
+		readable(file) ? ready.push_back(file) : void();
+	}
+	for (const int file : ready)
+	{
+		if (const auto found = m_handlers.find(file); found != m_handlers.end())
+		{
+			const std::function<void()> handler = found->second;
+			handler();
+		}
+	}
+}
+
+// The network.
+
+ArpFrame arpProbe(std::uint32_t /*address*/, const Mac& /*own*/)
+{
+	return {static_cast<std::uint8_t>(ArpKind::foreignProbe)};
+}
+
+ArpFrame arpAnnouncement(std::uint32_t /*address*/, const Mac& /*own*/)
+{
+	return {static_cast<std::uint8_t>(ArpKind::claim)};
+}
+
+ArpSocket::ArpSocket(int /*interface*/, std::uint32_t address, const Mac& own)
+    : m_socket(kArpFile), m_address(address), m_own(own)
+{
+	self().arp.clear();
+}
+
+void ArpSocket::send(const ArpFrame& frame) const
+{
+	world().arp(self().id, static_cast<ArpKind>(frame.front()));
+}
+
+bool ArpSocket::receive(int limit, const std::function<void(const ArpPacket&)>& handler) const
+{
+	for (int i = 0; i < limit; ++i)
+	{
+		if (self().arp.empty())
+		{
+			return false;
+		}
+		const ArpPacket packet = self().arp.front();
+		self().arp.pop_front();
+		handler(packet);
+	}
+	return true;
+}
+
+NetlinkBell::NetlinkBell() : m_socket(nullptr, nullptr)
+{
+}
+
+int NetlinkBell::descriptor() const
+{
+	return kBellFile;
+}
+
+void NetlinkBell::quiet() const
+{
+	self().bell = false;
+}
+
+std::optional<Sight> look(const AddressSettings& /*settings*/)
+{
+	const sim::Node& node = self();
+	const Mac own = sim::macOf(node.id);
+	return Sight{1, own, node.interfaces.at(sim::serviceNetwork).carrier, node.address, node.marker, {own}};
+}
+
+int addAddress(const AddressSettings& /*settings*/)
+{
+	world().setAddress(self(), true);
+	return 0;
+}
+
+int removeAddress(const AddressSettings& /*settings*/)
+{
+	world().setAddress(self(), false);
+	return 0;
+}
+
+int setMarker(const AddressSettings& /*settings*/)
+{
+	self().marker = self().ipv6;
+	return self().ipv6 ? 0 : EADDRNOTAVAIL;
+}
+
+int removeMarker(const AddressSettings& /*settings*/)
+{
+	self().marker = false;
+	return 0;
+}
+
+std::string macText(const Mac& mac)
+{
+	return "host " + std::to_string(mac.back());
+}
+
+// The runtime directory. A guard and its worker are one process here.
+
+void makeRuntimeDirectory()
+{
+}
+
+pid_t holderOf(const std::string& program, Part /*part*/)
+{
+	const sim::Process* process = world().find(self(), program);
+	return process != nullptr && process->takesSignals ? process->pid : 0;
+}
+
+LivingProcess::LivingProcess(const std::string& program, Part part)
+    : m_pid(holderOf(program, part)), m_descriptor(m_pid != 0 ? kDeathFile + m_pid : -1)
+{
+}
+
+void LivingProcess::signal(int number) const
+{
+	if (sim::Process* process = m_pid != 0 ? processOf(m_pid) : nullptr)
+	{
+		world().signal(*process, number);
+	}
+}
+
+bool LivingProcess::waitForEnd(Millis limit) const
+{
+	waitUntil([this] { return !livesAs(m_pid); }, world().now() + limit * kMilli);
+	return !livesAs(m_pid);
+}
+
+void writeState(const std::string& program, const Fields& fields)
+{
+	self().states[program] = fields;
+	world().stateChanged(self());
+}
+
+Fields readState(const std::string& program, const std::string& /*directory*/)
+{
+	const auto found = self().states.find(program);
+	return found == self().states.end() ? Fields() : found->second;
+}
+
+void removeState(const std::string& program)
+{
+	self().states.erase(program);
+	world().stateChanged(self());
+}
+
+std::string valueOf(const Fields& fields, const std::string& key)
+{
+	const auto found = std::ranges::find(fields, key, &Fields::value_type::first);
+	return found == fields.end() ? std::string() : found->second;
+}
+
+AddressWatch::AddressWatch() : m_inotify(kWatchFile + static_cast<int>(self().watches.size()))
+{
+	self().watches.push_back(false);
+}
+
+Fields AddressWatch::look()
+{
+	self().watches.at(static_cast<std::size_t>(m_inotify.get() - kWatchFile)) = false;
+	m_holder.emplace(kAddressProgram, Part::worker);
+	Fields fields = readState(kAddressProgram);
+	return *m_holder && valueOf(fields, "pid") == std::to_string(m_holder->pid()) ? std::move(fields) : Fields();
+}
+
+// The journal.
+
+void Journal::event(const std::string& word, const std::string& detail)
+{
+	world().recording ? world().journal(self(), m_program + " " + word + ": " + detail) : void();
+}
+
+long long wallClock(Millis moment)
+{
+	return moment / 1000;
+}
+
+std::string timeText(long long seconds, int /*millis*/)
+{
+	return std::to_string(seconds);
+}
+
+// Processes.
+
+pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs /*runAs*/,
+            std::string& /*error*/, int /*output*/)
+{
+	if (command == service.command)
+	{
+		world().startProgram(self(), &selfProcess());
+		return self().lastPid;
+	}
+	// A check asks the address, where it is, for a page.
+	sim::Process& check = world().start(self(), command.front(), &selfProcess());
+	const sim::Process* program = world().find(self(), sim::kService);
+	const bool hangs = program != nullptr && program->stopped;
+	const int status = self().address && program != nullptr ? 0 : 1 << 8U;
+	if (!hangs)
+	{
+		sim::Node& node = self();
+		world().scheduler.at(world().now() + world().effort(node, 5 * kMilli),
+		                     [&node, pid = check.pid, status]
+		                     {
+			                     for (const auto& process : node.processes)
+			                     {
+				                     process->pid == pid ? world().end(*process, status) : void();
+			                     }
+		                     });
+	}
+	return check.pid;
+}
+
+std::string howEnded(int status)
+{
+	return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+	                           : "status " + std::to_string(WEXITSTATUS(status));
+}
+
+std::vector<pid_t> descendants()
+{
+	std::vector<pid_t> found;
+	for (const auto& process : self().processes)
+	{
+		if (process->alive && process->parent == &selfProcess())
+		{
+			found.push_back(process->pid);
+		}
+	}
+	return found;
+}
+
+void signalAll(const std::vector<pid_t>& processes, int number)
+{
+	for (const pid_t pid : processes)
+	{
+		world().signal(*processOf(pid), number);
+	}
+}
+
+bool endOrphans(const ServiceSettings& /*service*/)
+{
+	for (const auto& process : self().processes)
+	{
+		process->alive && process->name == sim::kService ? world().end(*process, SIGKILL) : void();
+	}
+	return true;
+}
+
+void waitForStart(Millis limit)
+{
+	const auto begins = [](const auto& process)
+	{ return process->alive && process->name == kAddressProgram && !process->takesSignals; };
+	waitUntil([&] { return std::ranges::none_of(self().processes, begins); }, world().now() + limit * kMilli);
+}
+
+void beInTime()
+{
+}
+void keepCapabilities(std::initializer_list<unsigned> /*kept*/)
+{
+}
+
+int runAddress(const Settings& /*settings*/)
+{
+	return 0; // forked for: see __wrap_fork
+}
+
+} // namespace velarix::keeper
+
+extern "C"
+{
+	pid_t __wrap_waitpid(pid_t pid, int* pStatus, int options);
+	int __wrap_kill(pid_t pid, int number);
+	pid_t __wrap_getpgid(pid_t pid);
+	pid_t __wrap_getpid();
+	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned flags);
+	pid_t __wrap_fork();
+	int __wrap_poll(pollfd* files, nfds_t count, int timeout);
+	int __wrap_puts(const char* text);
+	int __wrap___printf_chk(int flag, const char* format, const char* text);
+
+	pid_t __wrap_waitpid(pid_t /*pid*/, int* pStatus, int /*options*/)
+	{
+		for (const auto& process : self().processes)
+		{
+			if (!process->alive && !process->reaped && process->parent == &selfProcess())
+			{
+				process->reaped = true;
+				*pStatus = process->status;
+				return process->pid;
+			}
+		}
+		return 0;
+	}
+
+	int __wrap_kill(pid_t pid, int number)
+	{
+		sim::Process* process = processOf(std::abs(pid));
+		process != nullptr ? world().signal(*process, number) : void();
+		return 0;
+	}
+
+	pid_t __wrap_getpgid(pid_t pid)
+	{
+		return pid;
+	}
+
+	pid_t __wrap_getpid()
+	{
+		return selfProcess().pid;
+	}
+
+	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned /*flags*/)
+	{
+		const std::uint64_t number = world().random.next();
+		std::copy_n(reinterpret_cast<const char*>(&number), size, static_cast<char*>(buffer));
+		return static_cast<ssize_t>(size);
+	}
+
+	/// The start command's copy of itself becomes ha-address.
+	pid_t __wrap_fork()
+	{
+		world().startManaged(self(), velarix::keeper::kAddressProgram);
+		return 1;
+	}
+
+	int __wrap_poll(pollfd* files, nfds_t /*count*/, int timeout)
+	{
+		waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli);
+		return readable(files->fd) ? 1 : 0;
+	}
+
+	/// What the keeper's commands print is read by the agent. It is one text and a line feed,
+	/// whatever the compiler makes of the call.
+	int __wrap_puts(const char* text)
+	{
+		self().printed += std::string(text) + "\n";
+		return 0;
+	}
+
+	int __wrap___printf_chk(int /*flag*/, const char* /*format*/, const char* text)
+	{
+		return __wrap_puts(text);
+	}
+}

@@ -1,0 +1,93 @@
+/// /proc, as the agent counts its programs there.
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "dev/simulate/World.h"
+
+using velarix::simulate::Process;
+using velarix::simulate::self;
+using velarix::simulate::world;
+
+namespace
+{
+
+/// One walk through /proc at a time: nothing pauses within.
+std::size_t g_next = 0;
+dirent g_entry{};
+std::string g_status;
+constexpr int kStatusFile = 1'000'000'000;
+
+} // namespace
+
+extern "C"
+{
+	DIR* __wrap_opendir(const char* path);
+	dirent* __wrap_readdir64(DIR* pDirectory);
+	int __wrap_closedir(DIR* pDirectory);
+	int __real_open64(const char* path, int flags, ...);
+	int __wrap_open64(const char* path, int flags, int mode);
+	ssize_t __real_read(int file, void* buffer, std::size_t size);
+	ssize_t __wrap_read(int file, void* buffer, std::size_t size);
+	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t room);
+
+	DIR* __wrap_opendir(const char* /*path*/)
+	{
+		g_next = 0;
+		return reinterpret_cast<DIR*>(&g_entry);
+	}
+
+	dirent* __wrap_readdir64(DIR* /*pDirectory*/)
+	{
+		const auto& processes = self().processes;
+		while (g_next < processes.size())
+		{
+			const Process& process = *processes[g_next++];
+			if (process.alive || (!process.reaped && process.parent != nullptr))
+			{
+				g_entry.d_type = DT_DIR;
+				std::snprintf(g_entry.d_name, sizeof g_entry.d_name, "%d", process.pid);
+				return &g_entry;
+			}
+		}
+		return nullptr;
+	}
+
+	int __wrap_closedir(DIR* /*pDirectory*/)
+	{
+		return 0;
+	}
+
+	int __wrap_open64(const char* path, int flags, int mode)
+	{
+		int pid = 0;
+		if (std::sscanf(path, "/proc/%d/status", &pid) != 1)
+		{
+			return __real_open64(path, flags, mode);
+		}
+		const auto found =
+		    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
+		const Process& process = **found;
+		const bool named = process.alive && world().now() >= process.visibleAt;
+		g_status = "Name:\t" + (named ? process.name : std::string("sh")) + "\n";
+		return kStatusFile;
+	}
+
+	ssize_t __wrap_read(int file, void* buffer, std::size_t size)
+	{
+		return file == kStatusFile
+		           ? static_cast<ssize_t>(std::exchange(g_status, "").copy(static_cast<char*>(buffer), size))
+		           : __real_read(file, buffer, size);
+	}
+
+	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t /*room*/)
+	{
+		return __wrap_read(file, buffer, size);
+	}
+}

@@ -1,0 +1,271 @@
+#include "dev/simulate/Faults.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+
+namespace velarix::simulate
+{
+
+namespace
+{
+
+template <Network network, bool carrier> void setCarrier(World& world, Node& node)
+{
+	node.interfaces.at(network).carrier = carrier;
+	node.bell = true;
+	world.wakeKeeper(node);
+}
+
+template <Network network, int percent> void setLoss(World& /*world*/, Node& node)
+{
+	node.interfaces.at(network).loss = percent;
+}
+
+template <Network network, int millis> void setDelay(World& /*world*/, Node& node)
+{
+	node.interfaces.at(network).delay = millis * kMilli;
+}
+
+template <Network network, bool is> void setCut(World& world, Node& /*node*/)
+{
+	world.cut.at(network) = {is, is};
+}
+
+template <bool is> void setBothCut(World& world, Node& node)
+{
+	setCut<serviceNetwork, is>(world, node);
+	setCut<communicationNetwork, is>(world, node);
+}
+
+/// What the other node sends does not arrive.
+template <bool is> void setDeaf(World& world, Node& node)
+{
+	world.cut.at(communicationNetwork).at(world.other(node).id) = is;
+}
+
+template <bool is> void setMute(World& world, Node& node)
+{
+	world.cut.at(communicationNetwork).at(node.id) = is;
+}
+
+template <bool is> void setGateway(World& world, Node& /*node*/)
+{
+	world.gateway = is;
+}
+
+template <bool is> void setGatewayCut(World& world, Node& node)
+{
+	world.gatewayCut.at(node.id) = is;
+}
+
+template <int command, Spoilt spoilt> void setCommand(World& /*world*/, Node& node)
+{
+	node.commands.at(command) = spoilt;
+}
+
+template <bool is> void setFrozen(World& world, Node& node)
+{
+	world.freeze(node, is);
+}
+
+template <bool is> void setSlow(World& /*world*/, Node& node)
+{
+	node.slow = is;
+}
+
+template <bool is> void setRogue(World& world, Node& /*node*/)
+{
+	world.rogue = is;
+	is ? world.arp(hostRogue, keeper::ArpKind::claim) : void();
+}
+
+void signalNamed(World& world, const Node& node, const char* name, int number)
+{
+	if (Process* process = world.find(node, name))
+	{
+		world.signal(*process, number);
+	}
+}
+
+template <int number> void signalAgent(World& world, Node& node)
+{
+	signalNamed(world, node, kAgent, number);
+}
+
+template <int number> void signalProgram(World& world, Node& node)
+{
+	signalNamed(world, node, kService, number);
+}
+
+void killAddressKeeper(World& world, Node& node)
+{
+	signalNamed(world, node, keeper::kAddressProgram, SIGKILL);
+}
+
+void killServiceKeeper(World& world, Node& node)
+{
+	signalNamed(world, node, "ha-web", SIGKILL);
+}
+
+void powerOff(World& world, Node& node)
+{
+	world.powerOff(node);
+}
+
+void powerOn(World& world, Node& node)
+{
+	world.powerOn(node);
+}
+
+void startAgent(World& world, Node& node)
+{
+	world.startAgent(node);
+}
+
+void reboot(World& world, Node& node)
+{
+	world.powerOff(node);
+	world.powerOn(node);
+}
+
+void coldStart(World& world, Node& node)
+{
+	world.powerOff(node);
+	world.powerOff(world.other(node));
+	world.powerOn(node);
+	world.powerOn(world.other(node));
+}
+
+void coldStartAlone(World& world, Node& node)
+{
+	world.powerOff(node);
+	world.powerOff(world.other(node));
+	world.powerOn(node);
+}
+
+void powerOnOther(World& world, Node& node)
+{
+	world.powerOn(world.other(node));
+}
+
+void crash(World& world, Node& node)
+{
+	node.crashes = true;
+	signalProgram<SIGKILL>(world, node);
+}
+
+void endCrashing(World& /*world*/, Node& node)
+{
+	node.crashes = false;
+}
+
+void removeAddress(World& world, Node& node)
+{
+	world.setAddress(node, false);
+}
+
+void removeMarker(World& world, Node& node)
+{
+	node.ipv6 = false;
+	node.marker = false;
+	node.bell = true;
+	world.wakeKeeper(node);
+}
+
+void restoreMarker(World& /*world*/, Node& node)
+{
+	node.ipv6 = true;
+	node.marker = node.on;
+}
+
+// clang-format off
+constexpr std::array kFaults{
+	//                              on node
+	FaultKind{"power-off",               true,  Known::survivable,  powerOff,                            powerOn},
+	FaultKind{"reboot",                  true,  Known::survivable,  reboot,                              nullptr},
+	FaultKind{"cold-start",              false, Known::survivable,  coldStart,                           nullptr},
+	FaultKind{"cold-start-alone",        true,  Known::survivable,  coldStartAlone,                      powerOnOther},
+	FaultKind{"host-freeze",             true,  Known::survivable,  setFrozen<true>,                     setFrozen<false>},
+	FaultKind{"overload",                true,  Known::passing, setSlow<true>,                       setSlow<false>},
+	FaultKind{"agent-kill",              true,  Known::passing, signalAgent<SIGKILL>,                startAgent},
+	FaultKind{"agent-freeze",            true,  Known::passing, signalAgent<SIGSTOP>,                signalAgent<SIGCONT>},
+	FaultKind{"program-kill",            true,  Known::survivable,  signalProgram<SIGKILL>,              nullptr},
+	FaultKind{"program-crash",           true,  Known::survivable,  crash,                               endCrashing},
+	FaultKind{"program-hang",            true,  Known::keeperOwn, signalProgram<SIGSTOP>,              signalProgram<SIGCONT>},
+	FaultKind{"address-removed",         true,  Known::survivable,  removeAddress,                       nullptr},
+	FaultKind{"service-interface",       true,  Known::survivable,  setCarrier<serviceNetwork, false>,   setCarrier<serviceNetwork, true>},
+	FaultKind{"communication-interface", true,  Known::survivable,  setCarrier<communicationNetwork, false>, setCarrier<communicationNetwork, true>},
+	FaultKind{"service-cut",             false, Known::passing, setCut<serviceNetwork, true>,        setCut<serviceNetwork, false>},
+	FaultKind{"communication-cut",       false, Known::passing, setCut<communicationNetwork, true>,  setCut<communicationNetwork, false>},
+	FaultKind{"both-cut",                false, Known::passing, setBothCut<true>,                    setBothCut<false>},
+	FaultKind{"deaf",                    true,  Known::passing, setDeaf<true>,                       setDeaf<false>},
+	FaultKind{"mute",                    true,  Known::passing, setMute<true>,                       setMute<false>},
+	FaultKind{"gateway",                 false, Known::passing, setGateway<false>,                   setGateway<true>},
+	FaultKind{"gateway-for",             true,  Known::passing, setGatewayCut<true>,                 setGatewayCut<false>},
+	FaultKind{"service-loss-30",         true,  Known::passing, setLoss<serviceNetwork, 30>,         setLoss<serviceNetwork, 0>},
+	FaultKind{"service-loss-50",         true,  Known::passing, setLoss<serviceNetwork, 50>,         setLoss<serviceNetwork, 0>},
+	FaultKind{"service-delay",           true,  Known::passing, setDelay<serviceNetwork, 200>,       setDelay<serviceNetwork, 0>},
+	FaultKind{"communication-loss-30",   true,  Known::passing, setLoss<communicationNetwork, 30>,   setLoss<communicationNetwork, 0>},
+	FaultKind{"communication-loss-50",   true,  Known::passing, setLoss<communicationNetwork, 50>,   setLoss<communicationNetwork, 0>},
+	FaultKind{"communication-delay",     true,  Known::passing, setDelay<communicationNetwork, 200>, setDelay<communicationNetwork, 0>},
+	FaultKind{"start-hangs",             true,  Known::passing, setCommand<0, Spoilt::hangs>,        setCommand<0, Spoilt::no>},
+	FaultKind{"start-fails",             true,  Known::operators, setCommand<0, Spoilt::fails>,        setCommand<0, Spoilt::no>},
+	FaultKind{"start-prints",            true,  Known::passing, setCommand<0, Spoilt::prints>,       setCommand<0, Spoilt::no>},
+	FaultKind{"stop-fails",              true,  Known::operators, setCommand<1, Spoilt::fails>,        setCommand<1, Spoilt::no>},
+	FaultKind{"kill-fails",              true,  Known::operators, setCommand<2, Spoilt::fails>,        setCommand<2, Spoilt::no>},
+	FaultKind{"rogue-address",           false, Known::passing, setRogue<true>,                      setRogue<false>},
+	FaultKind{"keeper-kill-address",     true,  Known::keeperOwn,  killAddressKeeper,                   nullptr},
+	FaultKind{"keeper-kill-service",     true,  Known::keeperOwn,  killServiceKeeper,                   nullptr},
+	FaultKind{"marker-missing",          true,  Known::keeperOwn, removeMarker,                        restoreMarker},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const FaultKind> allFaults()
+{
+	return kFaults;
+}
+
+Schedule scheduleFrom(std::uint64_t seed, Profile profile)
+{
+	constexpr Micros kFirst = 12 * kSecond;
+	constexpr Micros kLast = 60 * kSecond;
+	constexpr Micros kLongest = 20 * kSecond;
+	Random random(seed);
+	Schedule schedule;
+	for (Micros count = random.between(1, 6); count > 0;)
+	{
+		Fault fault;
+		fault.kind = &kFaults.at(static_cast<std::size_t>(random.below(kFaults.size())));
+		fault.node = random.chance(50) ? hostA : hostB;
+		fault.at = random.between(kFirst, kLast);
+		fault.until = fault.kind->repair != nullptr ? fault.at + random.between(0, kLongest) : kNoTime;
+		if (profile == Profile::keeper || fault.kind->known != Known::keeperOwn)
+		{
+			schedule.push_back(fault);
+			--count;
+		}
+	}
+	std::ranges::sort(schedule, {}, &Fault::at);
+	return schedule;
+}
+
+std::string nameOf(const Fault& fault)
+{
+	return std::string(fault.kind->name) + (fault.kind->onNode ? (fault.node == hostA ? ":a" : ":b") : "");
+}
+
+std::string toText(const Fault& fault)
+{
+	std::array<char, 96> text{};
+	const double at = static_cast<double>(fault.at) / kSecond;
+	const double until = static_cast<double>(fault.until) / kSecond;
+	std::snprintf(text.data(), text.size(), fault.until == kNoTime ? "%8.3f %s" : "%8.3f %s until %.3f", at,
+	              nameOf(fault).c_str(), until);
+	return text.data();
+}
+
+} // namespace velarix::simulate

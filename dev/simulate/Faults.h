@@ -1,0 +1,55 @@
+/// What can happen to the pair: the lab's faults, under the lab's names. A new one is a row of
+/// the table in Faults.cpp.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "dev/simulate/World.h"
+
+namespace velarix::simulate
+{
+
+/// What is known of what comes of a fault.
+enum class Known
+{
+	survivable, ///< the other node, when it is well, takes over as long as this lasts
+	passing,    ///< when it is over the pair is well by itself
+	operators,  ///< the agent's order needs an operator behind it: who serves is not judged any more
+	keeperOwn   ///< survivable, and only with the keeper
+};
+
+struct FaultKind
+{
+	const char* name;
+	bool onNode;
+	Known known;
+	void (*inject)(World& world, Node& node);
+	void (*repair)(World& world, Node& node); ///< null: it is over at once
+};
+
+std::span<const FaultKind> allFaults();
+
+struct Fault
+{
+	const FaultKind* kind = nullptr;
+	Host node = hostA;
+	Micros at = 0;
+	Micros until = 0; ///< its repair; kNoTime where there is none
+};
+
+using Schedule = std::vector<Fault>;
+
+inline constexpr Micros kScheduleLength = 120 * kSecond;
+
+/// One to six faults, the first after 12 s, all repaired by 80 s.
+Schedule scheduleFrom(std::uint64_t seed, Profile profile);
+
+/// "12.345 power-off:a until 20.000"
+std::string toText(const Fault& fault);
+
+/// "power-off:a"
+std::string nameOf(const Fault& fault);
+
+} // namespace velarix::simulate

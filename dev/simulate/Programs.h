@@ -1,0 +1,26 @@
+/// The programs of a node, as the world runs them: the agent, the keeper's, the managed one.
+#pragma once
+
+#include <string>
+
+#include "dev/simulate/World.h"
+
+namespace velarix::simulate
+{
+
+/// The settings of the lab's pair, for the agent and for the keeper.
+void writeSettings(Node& node, Profile profile);
+
+/// The agent's main function, within a task.
+void runAgent();
+
+/// A command of the settings, within the task that waits for it.
+/// @return what it prints
+std::string runCommand(const std::string& command);
+
+/// The settings' programs, each in the background.
+void runScript();
+
+keeper::Mac macOf(Host host);
+
+} // namespace velarix::simulate

@@ -1,0 +1,251 @@
+#include "dev/simulate/Run.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "dev/simulate/Chronicle.h"
+
+namespace velarix::simulate
+{
+
+namespace
+{
+
+constexpr Micros kSplit = kSecond;
+constexpr Micros kPlainSplit = 12 * kSecond;
+constexpr Micros kUnaddressed = kSecond;
+/// A standby that still has the address then is not about to drop it.
+constexpr Micros kLeft = 3 * kSecond;
+constexpr Micros kKeeperSettle = 16 * kSecond;
+constexpr Micros kPlainSettle = 30 * kSecond;
+
+class Judge
+{
+public:
+	Judge(World& world, const Schedule& schedule)
+	    : m_world(world), m_standing(schedule.size(), false), m_schedule(schedule)
+	{
+		world.observe = [this] { look(); };
+	}
+
+	/// A fault or a repair has just happened.
+	void changed(std::size_t fault, bool stands)
+	{
+		m_standing.at(fault) = stands;
+		m_operators = m_operators || m_schedule.at(fault).kind->known == Known::operators;
+		m_changedAt = m_world.now();
+		m_wellAt = kNoTime;
+		m_survivable = !m_operators && survivable();
+	}
+
+	std::optional<Violation> violation;
+	Micros settled = 0;
+	bool leftAddress = false;
+
+private:
+	/// For how long something has been so; what is not so any more begins anew.
+	struct Since
+	{
+		Micros at = kNoTime;
+		Micros holds(bool is, Micros now)
+		{
+			at = is ? std::min(at, now) : kNoTime;
+			return is ? now - at : 0;
+		}
+	};
+
+	void look()
+	{
+		const bool both = held(hostA) && held(hostB);
+		const bool plain = m_world.profile == Profile::plain;
+		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
+		blame("one-owner", split > (plain ? kPlainSplit : kSplit), "both nodes hold the address");
+		for (Node& node : m_world.nodes)
+		{
+			if (m_left.at(node.id).holds(held(node.id) && leftBehind(node), m_world.now()) > kLeft)
+			{
+				m_operators = true;
+				m_survivable = false;
+				leftAddress = true;
+			}
+			const bool counts = !plain && node.on && !node.frozen && !node.slow && !node.address;
+			const Micros without = m_without.at(node.id).holds(counts && m_world.serves(node), m_world.now());
+			blame("service-with-address", without > kUnaddressed, "a program runs without the address");
+			blame("threads", node.threadEnded, "a worker or the agent has ended");
+		}
+		lookWhetherServed(plain ? kPlainSettle : kKeeperSettle);
+	}
+
+	void lookWhetherServed(Micros bound)
+	{
+		const Micros now = m_world.now();
+		const std::string trouble = whatIsWrong();
+		if (!trouble.empty())
+		{
+			m_wellAt = kNoTime;
+			const bool master = trouble.starts_with("role");
+			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > bound, trouble);
+		}
+		else if (m_wellAt == kNoTime)
+		{
+			m_wellAt = now;
+			settled = m_survivable ? std::max(settled, now - m_changedAt) : settled;
+		}
+	}
+
+	std::string whatIsWrong() const
+	{
+		if (held(hostA) == held(hostB))
+		{
+			return held(hostA) ? "two owners" : "no owner";
+		}
+		const Host owner = held(hostA) ? hostA : hostB;
+		if (m_world.answers() != owner)
+		{
+			return "the client has no answer from the owner";
+		}
+		const auto master = [this](Host host)
+		{
+			const Node& node = m_world.nodes.at(host);
+			return node.on && !node.frozen && node.role != nullptr && *node.role == MODE_MASTER;
+		};
+		return master(owner) && !master(owner == hostA ? hostB : hostA) ? "" : "roles do not tell the owner";
+	}
+
+	bool held(Host host) const
+	{
+		const Node& node = m_world.nodes.at(host);
+		return node.on && !node.frozen && node.address;
+	}
+
+	/// A standby on which not all programs run never tries to drop the address.
+	bool leftBehind(const Node& node) const
+	{
+		const bool unattended = m_world.profile == Profile::plain
+		                            ? !m_world.serves(node)
+		                            : m_world.find(node, keeper::kAddressProgram) == nullptr;
+		return node.role != nullptr && *node.role == MODE_SLAVE && unattended;
+	}
+
+	bool splitCounts(bool plain) const
+	{
+		if (plain)
+		{
+			return m_survivable;
+		}
+		const auto& [a, b] = m_world.nodes;
+		const auto hears = [&](const Node& node)
+		{
+			const Interface& card = node.interfaces.at(serviceNetwork);
+			const Process* holder = m_world.find(node, keeper::kAddressProgram);
+			return card.loss == 0 && card.delay == 0 && !node.slow && holder != nullptr && holder->takesSignals;
+		};
+		return m_world.linked(serviceNetwork, hostA, hostB) && hears(a) && hears(b);
+	}
+
+	bool survivable() const
+	{
+		Host spoilt = hostNone;
+		for (std::size_t i = 0; i < m_schedule.size(); ++i)
+		{
+			const Fault& fault = m_schedule.at(i);
+			const bool alone = std::strcmp(fault.kind->name, "cold-start-alone") == 0;
+			const Host where = alone ? m_world.other(m_world.node(fault.node)).id : fault.node;
+			if (!m_standing.at(i))
+			{
+				continue;
+			}
+			if (fault.kind->known == Known::passing || (spoilt != hostNone && spoilt != where))
+			{
+				return false;
+			}
+			spoilt = where;
+		}
+		return true;
+	}
+
+	void blame(const char* invariant, bool broken, const std::string& detail)
+	{
+		if (broken && !violation)
+		{
+			violation = Violation{invariant, m_world.now(), detail};
+			m_world.scheduler.stop();
+		}
+	}
+
+	World& m_world;
+	std::vector<bool> m_standing;
+	const Schedule& m_schedule;
+	Since m_split;
+	std::array<Since, 2> m_without;
+	std::array<Since, 2> m_left;
+	Micros m_changedAt = 0;
+	Micros m_wellAt = kNoTime;
+	bool m_survivable = true;
+	bool m_operators = false;
+};
+
+void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& schedule)
+{
+	for (std::size_t i = 0; i < schedule.size(); ++i)
+	{
+		const Fault& fault = schedule.at(i);
+		const auto change = [&world, &judge, chronicle, &fault, i](bool inject)
+		{
+			(inject ? fault.kind->inject : fault.kind->repair)(world, world.node(fault.node));
+			judge.changed(i, inject && fault.kind->repair != nullptr);
+			chronicle != nullptr ? chronicle->fault(fault, inject) : void();
+		};
+		world.scheduler.at(fault.at, [change] { change(true); });
+		fault.until != kNoTime ? world.scheduler.at(fault.until, [change] { change(false); }) : void();
+	}
+}
+
+} // namespace
+
+Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool withTimeline)
+{
+	World world(profile, seed ^ 0x5deece66dU, withTimeline);
+	Judge judge(world, schedule);
+	std::optional<Chronicle> chronicle;
+	withTimeline ? static_cast<void>(chronicle.emplace(world)) : void();
+	for (Node& node : world.nodes)
+	{
+		world.scheduler.at(world.random.below(kSecond), [&world, &node] { world.powerOn(node); });
+	}
+	plan(world, judge, chronicle ? &*chronicle : nullptr, schedule);
+	world.scheduler.run(kScheduleLength);
+	world.observe = nullptr;
+	world.recording = false;
+	return {judge.violation, chronicle ? chronicle->text() : "", judge.settled, judge.leftAddress};
+}
+
+Schedule minimised(Schedule schedule, Profile profile, std::uint64_t seed, const char* invariant)
+{
+	const auto fails = [&](const Schedule& tried)
+	{
+		const Outcome outcome = run(tried, profile, seed);
+		return outcome.violation && std::strcmp(outcome.violation->invariant, invariant) == 0;
+	};
+	for (std::size_t i = 0; i < schedule.size();)
+	{
+		Schedule fewer = schedule;
+		fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(i));
+		fails(fewer) ? schedule = fewer, i = 0 : ++i;
+	}
+	for (const Micros round : {kSecond, 100 * kMilli, 10 * kMilli, kMilli})
+	{
+		for (Fault& fault : schedule)
+		{
+			for (Micros Fault::*time : {&Fault::at, &Fault::until})
+			{
+				const Micros before = fault.*time;
+				fault.*time = before == kNoTime ? before : before / round * round;
+				fault.*time = fails(schedule) ? fault.*time : before;
+			}
+		}
+	}
+	return schedule;
+}
+
+} // namespace velarix::simulate

@@ -1,0 +1,51 @@
+/// One schedule in one world, and what must not come of it:
+///
+/// | invariant | what holds | keeper | plain |
+/// |---|---|---|---|
+/// | one-owner | two nodes hold the address for this long at most, at a time | 1 s | 12 s |
+/// | service-with-address | a program runs without the address for this long at most | 1 s | - |
+/// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
+/// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |
+/// | threads | no worker ends, no agent ends itself | always | always |
+///
+/// Known exceptions, each a consequence of the agent's prescribed order:
+/// - one-owner, keeper: counted while both holders live and hear each other's ARP in time. Plain:
+///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
+/// - service-with-address: not on nodes that stand still or are overloaded
+/// - served and one-master: since the last change, while everything is well but what is
+///   "survivable" in Faults.cpp, on one node. Not behind "operators" there
+/// - a standby on which not all programs run never drops the address it has (the keeper's
+///   ha-address does, unless it was killed itself). From then on the schedule is not judged for
+///   served and one-master; Outcome::leftAddress counts it
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "dev/simulate/Faults.h"
+
+namespace velarix::simulate
+{
+
+struct Violation
+{
+	const char* invariant = nullptr;
+	Micros at = 0;
+	std::string detail;
+};
+
+struct Outcome
+{
+	std::optional<Violation> violation;
+	std::string timeline;     ///< when it was asked for
+	Micros settled = 0;       ///< the longest time until the pair was well again
+	bool leftAddress = false; ///< a standby without its programs has kept the address
+};
+
+Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool withTimeline = false);
+
+/// The least of the schedule that still gives a violation of the same invariant: fewer faults,
+/// then rounder times.
+Schedule minimised(Schedule schedule, Profile profile, std::uint64_t seed, const char* invariant);
+
+} // namespace velarix::simulate

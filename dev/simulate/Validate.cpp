@@ -1,0 +1,239 @@
+#include "dev/simulate/Validate.h"
+
+#include <algorithm>
+#include <fstream>
+#include <optional>
+#include <ostream>
+#include <sstream>
+
+#include "dev/simulate/Faults.h"
+
+namespace velarix::simulate
+{
+
+namespace
+{
+
+constexpr Micros kStart = 40 * kSecond; ///< of the first phase: the pair is at rest by then
+constexpr Micros kWatched = 40 * kSecond;
+constexpr double kTolerance = 0.15; ///< seconds
+constexpr double kForGood = 20;
+
+/// One phase as the lab has measured it; times in seconds.
+struct Phase
+{
+	std::string owner;
+	double shortest = 0;
+	double longest = 0;
+};
+
+struct Cell
+{
+	std::string name;
+	std::vector<Fault> faults;
+	std::vector<Phase> phases;
+};
+
+/// What one schedule has shown of a phase.
+struct Seen
+{
+	std::string owner;
+	double outage = 0;
+};
+
+std::vector<std::string> columnsOf(const std::string& line)
+{
+	std::vector<std::string> columns;
+	std::istringstream stream(line);
+	for (std::string column; std::getline(stream, column, '|');)
+	{
+		const std::size_t first = column.find_first_not_of(' ');
+		columns.push_back(first == std::string::npos ? ""
+		                                             : column.substr(first, column.find_last_not_of(' ') - first + 1));
+	}
+	return columns;
+}
+
+std::optional<std::vector<Fault>> faultsOf(const std::string& text)
+{
+	std::vector<Fault> faults;
+	std::istringstream stream(text);
+	for (std::string word; stream >> word;)
+	{
+		const std::string name = word.substr(0, word.find(':'));
+		const auto kind = std::ranges::find_if(allFaults(), [&](const FaultKind& one) { return name == one.name; });
+		// What the client loses on a bad wire is not simulated.
+		const bool wire = name.find("-loss-") != std::string::npos || name.ends_with("-delay");
+		if (kind == allFaults().end() || (wire && name.starts_with("service")))
+		{
+			return std::nullopt;
+		}
+		faults.push_back({&*kind, word.ends_with(":b") ? hostB : hostA, 0, kNoTime});
+	}
+	return faults;
+}
+
+std::optional<Phase> phaseOf(const std::vector<std::string>& columns)
+{
+	Phase phase{columns.at(4), 0, 0};
+	char slash = 0;
+	double middle = 0;
+	std::istringstream times(columns.at(7));
+	if (columns.at(7) == "for good")
+	{
+		phase.shortest = phase.longest = kForGood;
+	}
+	else if (!(times >> phase.shortest >> slash >> middle >> slash >> phase.longest))
+	{
+		return std::nullopt;
+	}
+	return phase;
+}
+
+std::vector<Cell> readCells(const std::string& file, Profile profile)
+{
+	std::ifstream stream(file);
+	std::vector<Cell> cells;
+	bool wanted = false;
+	bool known = false;
+	for (std::string line; std::getline(stream, line);)
+	{
+		if (line.starts_with("## "))
+		{
+			wanted = line.starts_with(profile == Profile::keeper ? "## The matrix, keeper" : "## The matrix, plain");
+		}
+		const std::vector<std::string> columns = columnsOf(line);
+		if (!wanted || columns.size() < 15 || columns.at(3) == "expected owner")
+		{
+			continue;
+		}
+		const std::optional<Phase> phase = phaseOf(columns);
+		if (!columns.at(1).empty())
+		{
+			const auto faults = faultsOf(columns.at(2));
+			known = faults && phase && columns.at(4) != "unsteady";
+			known ? cells.push_back({columns.at(1), *faults, {}}) : void();
+		}
+		known&& phase ? cells.back().phases.push_back(*phase) : void();
+	}
+	return cells;
+}
+
+/// The longest time without an answer between two moments, and who holds the address then.
+class Client
+{
+public:
+	explicit Client(World& world) : m_world(world)
+	{
+		world.observe = [this] { look(); };
+	}
+
+	Seen phase()
+	{
+		look();
+		std::string owner;
+		for (const Host host : {hostA, hostB})
+		{
+			const Node& node = m_world.node(host);
+			const bool held = node.on && !node.frozen && node.address;
+			owner += held ? (owner.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b") : "";
+		}
+		constexpr Micros kSeen = 100 * kMilli;
+		const Micros gap = std::max(m_longest, m_world.now() - m_answered);
+		m_longest = 0;
+		m_answered = m_world.now();
+		return {owner.empty() ? "none" : owner, gap > kSeen ? static_cast<double>(gap) / kSecond : 0};
+	}
+
+private:
+	void look()
+	{
+		if (m_wasAnswered)
+		{
+			m_longest = std::max(m_longest, m_last - m_answered);
+			m_answered = m_world.now();
+		}
+		m_wasAnswered = m_world.answers() != hostNone;
+		m_longest = m_wasAnswered ? std::max(m_longest, m_world.now() - m_answered) : m_longest;
+		m_last = m_answered;
+	}
+
+	World& m_world;
+	bool m_wasAnswered = false;
+	Micros m_answered = 0;
+	Micros m_last = 0;
+	Micros m_longest = 0;
+};
+
+std::vector<Seen> runCell(const Cell& cell, Profile profile, std::uint64_t seed)
+{
+	World world(profile, seed, false);
+	Client client(world);
+	// "fault/node/role": the one that serves is on first.
+	const std::string tail = cell.name.substr(cell.name.find('/') + 1);
+	const bool isB = tail.starts_with("b") != (tail.ends_with("standby") || tail.ends_with("takes-over"));
+	Node& first = world.node(isB ? hostB : hostA);
+	world.powerOn(first);
+	world.scheduler.at(world.random.between(14 * kSecond, 16 * kSecond), [&] { world.powerOn(world.other(first)); });
+	std::vector<Seen> seen;
+	Micros moment = kStart + world.random.below(4 * kSecond);
+	world.scheduler.run(moment);
+	client.phase();
+	for (const bool inject : {true, false})
+	{
+		for (const Fault& fault : cell.faults)
+		{
+			const auto change = inject ? fault.kind->inject : fault.kind->repair;
+			change != nullptr ? change(world, world.node(fault.node)) : void();
+		}
+		moment += kWatched + world.random.below(2 * kSecond);
+		world.scheduler.at(moment, [] {});
+		world.scheduler.run(moment);
+		seen.push_back(client.phase());
+	}
+	world.observe = nullptr;
+	return seen;
+}
+
+/// @return whether lab and simulation agree
+bool compare(const Phase& lab, const std::vector<Seen>& seen, std::ostream& report)
+{
+	const auto [least, most] = std::ranges::minmax(seen, {}, &Seen::outage);
+	const auto capped = [](double time) { return std::min(time, kForGood); };
+	const bool owner = std::ranges::any_of(seen, [&](const Seen& one) { return one.owner == lab.owner; });
+	const bool agrees = owner && capped(lab.shortest) >= capped(least.outage) - kTolerance &&
+	                    capped(lab.longest) <= capped(most.outage) + kTolerance;
+	report << (agrees ? "  agrees" : "  DIFFERS") << "  owner " << lab.owner << " (here " << seen.front().owner
+	       << ")  outage " << lab.shortest << " to " << lab.longest << " s (here " << least.outage << " to "
+	       << most.outage << " s)\n";
+	return agrees;
+}
+
+} // namespace
+
+int validate(const std::string& file, Profile profile, int runs, std::ostream& report)
+{
+	int phases = 0;
+	int different = 0;
+	const std::vector<Cell> cells = readCells(file, profile);
+	for (const Cell& cell : cells)
+	{
+		std::vector<std::vector<Seen>> seen(2);
+		for (int run = 0; run < runs; ++run)
+		{
+			const std::vector<Seen> one = runCell(cell, profile, static_cast<std::uint64_t>(run));
+			seen[0].push_back(one[0]);
+			seen[1].push_back(one[1]);
+		}
+		report << cell.name << "\n";
+		for (std::size_t i = 0; i < std::min<std::size_t>(cell.phases.size(), 2); ++i)
+		{
+			++phases;
+			different += compare(cell.phases[i], seen[i], report) ? 0 : 1;
+		}
+	}
+	report << cells.size() << " cells, " << phases << " phases, " << different << " differ\n";
+	return cells.empty() ? 1 : different;
+}
+
+} // namespace velarix::simulate

@@ -1,0 +1,85 @@
+#include "inspect/HostTunnel.h"
+
+#include <sstream>
+#include <vector>
+
+#include <Poco/Exception.h>
+#include <Poco/Pipe.h>
+#include <Poco/PipeStream.h>
+#include <Poco/Process.h>
+#include <Poco/StreamCopier.h>
+#include <Poco/String.h>
+#include <Poco/StringTokenizer.h>
+
+#include "inspect/Number.h"
+#include "inspect/Tunnel.h"
+
+namespace velarix::inspect::host
+{
+
+namespace
+{
+
+/// @return what the tool prints; empty when it fails
+std::string outputOf(const std::string& tool, const std::vector<std::string>& arguments, const std::string& input = {})
+{
+	try
+	{
+		Poco::Pipe in;
+		Poco::Pipe out;
+		Poco::Pipe errors;
+		const Poco::ProcessHandle process = Poco::Process::launch(tool, arguments, &in, &out, &errors);
+		errors.close(Poco::Pipe::CLOSE_READ);
+		Poco::PipeOutputStream toTool(in);
+		toTool << input;
+		toTool.close();
+		std::string text;
+		Poco::PipeInputStream stream(out);
+		Poco::StreamCopier::copyToString(stream, text);
+		return process.wait() == 0 ? text : std::string();
+	}
+	catch (const Poco::Exception&)
+	{
+		return {};
+	}
+}
+
+} // namespace
+
+std::optional<TunnelSession> tunnelSession()
+{
+	const std::string dump = outputOf("wg", {"show", kTunnelInterface, "dump"});
+	// The first line is the interface's own, and holds its private key.
+	const std::size_t peer = dump.find('\n');
+	const Poco::StringTokenizer fields(peer == std::string::npos ? "" : dump.substr(peer + 1), "\t\n");
+	if (fields.count() < 8)
+	{
+		return std::nullopt;
+	}
+	TunnelSession session;
+	if (const auto seconds = numberIn<std::int64_t>(fields[4]).value_or(0); seconds > 0)
+	{
+		session.handshake = std::chrono::system_clock::time_point(std::chrono::seconds(seconds));
+	}
+	session.received = numberIn<std::uint64_t>(fields[5]).value_or(0);
+	session.sent = numberIn<std::uint64_t>(fields[6]).value_or(0);
+	session.endpoint = fields[2];
+	return session;
+}
+
+std::string tunnelRules()
+{
+	return outputOf("nft", {"list", "table", "inet", "velarix_tunnel"});
+}
+
+std::string newTunnelKey()
+{
+	return Poco::trim(outputOf("wg", {"genkey"}));
+}
+
+std::string publicKeyOf(const std::string& privateKey)
+{
+	return Poco::trim(outputOf("wg", {"pubkey"}, privateKey + "\n"));
+}
+
+} // namespace velarix::inspect::host

@@ -1,0 +1,320 @@
+#include "keeper/Reachability.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <fstream>
+
+#include <arpa/inet.h>
+#include <linux/capability.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include "inspect/HostProcesses.h"
+#include "inspect/Names.h"
+#include "keeper/Guard.h"
+#include "keeper/Process.h"
+#include "keeper/Runtime.h"
+
+namespace velarix::keeper
+{
+
+namespace
+{
+
+/// A flood is read in pieces of this many datagrams, with a pause behind each.
+constexpr int kDatagramsAtOnce = 64;
+constexpr Millis kFloodPause = 10;
+constexpr const char* kPidFile = "/usr/velarix/pid/VelarixHA.pid";
+
+constexpr std::array kWords{"fails", "reaches", "ready"};
+
+/// @return whether this node's agent works; in maintenance it is stopped
+bool agentWorks()
+{
+	pid_t pid = 0;
+	std::ifstream(kPidFile) >> pid;
+	const std::optional<inspect::host::Process> agent = inspect::host::process(pid);
+	return agent && agent->name == inspect::kAgentName && agent->user == 0 && agent->state != 'T' &&
+	       agent->state != 'Z';
+}
+
+std::optional<Key> keyOrReport(Journal& journal)
+{
+	std::string error;
+	const std::optional<Key> key = readKey(kKeyFile, error);
+	if (!key)
+	{
+		journal.event("failed", error + "; the partner cannot be asked");
+	}
+	return key;
+}
+
+} // namespace
+
+AddressSettings reachAddress(const ReachSettings& settings)
+{
+	AddressSettings address;
+	address.address = ::inet_addr(settings.address.c_str());
+	address.text = settings.address;
+	address.interface = "lo";
+	return address;
+}
+
+Reachability::Reachability(const ReachSettings& settings)
+    : m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
+      m_link(settings, keyOrReport(m_journal), [this] { return word(); }), m_targets(settings.targets.size()),
+      m_pings(settings.targets.size())
+{
+	m_machine.interval = m_settings.interval * 1000LL;
+	m_since = wallClock(now());
+	std::ranges::for_each(m_pings, [this](Pings& pings) { pings.since = m_since; });
+}
+
+int Reachability::run()
+{
+	keepCapabilities({CAP_NET_ADMIN, CAP_NET_RAW});
+	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : feed(ReachEvent::stop); });
+	m_loop.watch(m_bell.descriptor(),
+	             [this]
+	             {
+		             m_bell.quiet();
+		             const std::optional<Sight> seen = look(m_address);
+		             if (m_machine.held && seen && !seen->present)
+		             {
+			             m_journal.event("removed", m_address.text + " was removed by somebody; set again");
+			             raise();
+		             }
+	             });
+	// Left by somebody; whether it may be there is only asked now.
+	removeAddress(m_address);
+	m_journal.event("started", m_address.text + " as long as " + std::to_string(m_settings.needed) + " of " +
+	                               std::to_string(m_targets.size()) + " targets answer");
+	m_roundAt = now();
+	while (m_machine.state != ReachState::stopped)
+	{
+		turn();
+	}
+	return EX_OK;
+}
+
+void Reachability::turn()
+{
+	m_loop.wait(std::min({m_roundAt, m_machine.askAt, m_readAgainAt}));
+	// Answers count that came before the verdict, however late we are.
+	m_loop.dispatch();
+	if (now() >= m_readAgainAt)
+	{
+		m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
+		m_readAgainAt = kNever;
+	}
+	if (now() >= m_roundAt)
+	{
+		round();
+	}
+	if (now() >= m_machine.askAt)
+	{
+		feed(ReachEvent::timer);
+	}
+}
+
+void Reachability::round()
+{
+	m_roundAt = now() + m_machine.interval;
+	for (std::size_t i = 0; i < m_targets.size(); ++i)
+	{
+		ping(i);
+	}
+	if (m_link.open())
+	{
+		m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
+	}
+	judge();
+	publish();
+}
+
+/// Closes the round before and begins the next one.
+void Reachability::ping(std::size_t index)
+{
+	Pings& pings = m_pings.at(index);
+	const std::string& target = m_settings.targets.at(index);
+	if (pings.socket.sequence() > 0 && !pings.answered && m_targets.at(index).miss(m_settings.failures))
+	{
+		pings.since = wallClock(now());
+		m_journal.event("target-lost",
+		                target + " has not answered " + std::to_string(m_settings.failures) + " pings in a row");
+	}
+	// Routes and own addresses may have changed since it was opened.
+	if (!pings.answered)
+	{
+		if (pings.socket)
+		{
+			m_loop.forget(pings.socket.descriptor());
+		}
+		pings.socket = inspect::EchoSocket(target);
+		if (pings.socket)
+		{
+			m_loop.watch(pings.socket.descriptor(), [this, index] { readPing(index); });
+		}
+	}
+	pings.answered = false;
+	pings.socket.request();
+}
+
+void Reachability::readPing(std::size_t index)
+{
+	Pings& pings = m_pings.at(index);
+	while (const std::optional<std::uint16_t> sequence = pings.socket.answer())
+	{
+		if (*sequence != pings.socket.sequence() || pings.answered)
+		{
+			continue;
+		}
+		pings.answered = true;
+		const bool back = m_targets.at(index).lost;
+		if (m_targets.at(index).hit())
+		{
+			pings.since = wallClock(now());
+			m_journal.event(back ? "target-back" : "target-found", m_settings.targets.at(index) + " answers");
+			judge();
+			publish();
+		}
+	}
+}
+
+void Reachability::readPartner()
+{
+	int limit = kDatagramsAtOnce;
+	while (const std::optional<PartnerWord> answer = m_link.read(limit))
+	{
+		constexpr std::array kEvents{ReachEvent::partnerFails, ReachEvent::partnerReaches, ReachEvent::partnerReady};
+		m_asked = false;
+		m_partner = kWords.at(static_cast<std::size_t>(*answer));
+		feed(kEvents.at(static_cast<std::size_t>(*answer)));
+		publish();
+	}
+	if (limit == 0)
+	{
+		m_loop.forget(m_link.descriptor());
+		m_readAgainAt = now() + kFloodPause;
+	}
+}
+
+void Reachability::judge()
+{
+	if (const std::optional<ReachEvent> event = verdict(m_targets, m_settings.needed))
+	{
+		feed(*event);
+	}
+}
+
+PartnerWord Reachability::word() const
+{
+	if (!steady(m_targets, m_settings.needed, m_settings.failures))
+	{
+		return PartnerWord::fails;
+	}
+	return agentWorks() ? PartnerWord::ready : PartnerWord::reaches;
+}
+
+void Reachability::feed(ReachEvent event)
+{
+	const ReachState before = m_machine.state;
+	const ReachStep step = next(m_machine, event, now());
+	m_machine = step.machine;
+	if (step.actions.lower)
+	{
+		removeAddress(m_address);
+	}
+	if (step.actions.raise)
+	{
+		raise();
+	}
+	if (step.actions.ask)
+	{
+		m_partner = m_asked ? "silent" : m_partner;
+		m_asked = true;
+		m_link.ask();
+	}
+	if (step.actions.handOver)
+	{
+		handOver();
+	}
+	if (before != m_machine.state)
+	{
+		m_since = wallClock(now());
+		report(before);
+		publish();
+	}
+}
+
+void Reachability::raise()
+{
+	if (const int error = addAddress(m_address); error != 0)
+	{
+		m_journal.event("failed", m_address.text + " cannot be set on lo: " + std::strerror(error));
+	}
+}
+
+void Reachability::handOver()
+{
+	const bool held = valueOf(readState(kAddressProgram), "held") == "yes";
+	if (agentWorks() && held && holderOf(kAddressProgram, Part::worker) != 0)
+	{
+		m_journal.event("handing-over", "the partner reaches its targets, and gets the service");
+		hideAddressProgram();
+	}
+}
+
+void Reachability::report(ReachState before)
+{
+	const std::string address = m_address.text;
+	switch (m_machine.state)
+	{
+	case ReachState::reachable:
+		m_journal.event("reachable", "enough targets answer" +
+		                                 std::string(before == ReachState::unknown || before == ReachState::isolated
+		                                                 ? ", " + address + " is set"
+		                                                 : ""));
+		break;
+	case ReachState::sharedOutage:
+		m_journal.event("shared-outage", "the partner does not reach its targets either: nothing moves");
+		break;
+	case ReachState::partnerOnly:
+		m_journal.event("partner-only", "the partner reaches its targets, this node does not");
+		break;
+	case ReachState::isolated:
+		m_journal.event("isolated", "neither targets nor the partner answer: " + address + " is removed");
+		break;
+	case ReachState::stopped:
+		m_journal.event("stopped", "asked to end, " + address + " is removed");
+		break;
+	default:
+		break;
+	}
+}
+
+/// Services are woken by every file that is written there: only what is new.
+void Reachability::publish()
+{
+	Fields fields{{"state", nameOf(m_machine.state)},
+	              {"held", m_machine.held ? "yes" : "no"},
+	              {"since", std::to_string(m_since)},
+	              {"address", m_address.text},
+	              {"needed", std::to_string(m_settings.needed)},
+	              {"partner", m_partner},
+	              {"pid", std::to_string(::getpid())}};
+	for (std::size_t i = 0; i < m_targets.size(); ++i)
+	{
+		const char* state = m_targets[i].answers ? "answers" : (m_targets[i].lost ? "lost" : "unknown");
+		fields.emplace_back("target." + m_settings.targets[i],
+		                    std::string(state) + " " + std::to_string(m_pings[i].since));
+	}
+	if (fields != m_published)
+	{
+		writeState(kReachProgram, fields);
+		m_published = std::move(fields);
+	}
+}
+
+} // namespace velarix::keeper

@@ -1,0 +1,70 @@
+/// ha-reach: sees whether this node reaches its targets, and holds the reachability address
+/// (GATEWAY_IP) on lo as long as it does (ReachMachine.h). The agent pings that address to judge
+/// its own network.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "inspect/EchoSocket.h"
+#include "keeper/Journal.h"
+#include "keeper/Loop.h"
+#include "keeper/Netlink.h"
+#include "keeper/PartnerLink.h"
+#include "keeper/ReachMachine.h"
+#include "keeper/Runtime.h"
+#include "keeper/Settings.h"
+
+namespace velarix::keeper
+{
+
+/// @return the reachability address as that of an interface
+AddressSettings reachAddress(const ReachSettings& settings);
+
+class Reachability
+{
+public:
+	explicit Reachability(const ReachSettings& settings);
+	/// Works until SIGTERM. @return the exit status
+	int run();
+
+private:
+	/// A target's pings.
+	struct Pings
+	{
+		inspect::EchoSocket socket;
+		bool answered = false; ///< the last one
+		long long since = 0;   ///< of what is known of the target; CLOCK_REALTIME in seconds
+	};
+
+	void turn();
+	void round();
+	void ping(std::size_t index);
+	void readPing(std::size_t index);
+	void readPartner();
+	void judge();
+	PartnerWord word() const;
+	void feed(ReachEvent event);
+	void raise();
+	void handOver();
+	void report(ReachState before);
+	void publish();
+
+	ReachSettings m_settings;
+	AddressSettings m_address;
+	Journal m_journal;
+	Loop m_loop;
+	NetlinkBell m_bell;
+	PartnerLink m_link;
+	ReachMachine m_machine;
+	long long m_since = 0; ///< of its state; CLOCK_REALTIME in seconds
+	std::vector<Target> m_targets;
+	std::vector<Pings> m_pings;
+	std::string m_partner = "unknown"; ///< fails, reaches, ready, silent
+	bool m_asked = false;              ///< and not answered yet
+	Millis m_roundAt = 0;
+	Millis m_readAgainAt = kNever; ///< after a flood of datagrams
+	Fields m_published;
+};
+
+} // namespace velarix::keeper

@@ -1,0 +1,87 @@
+#!/bin/sh
+# The WireGuard tunnel that carries the heartbeats. Installed as /usr/libexec/velarix-ha/tunnel.
+#
+#   tunnel start    makes the key if there is none, brings the tunnel up; may be repeated
+#   tunnel reload   takes changed keys and settings into the running tunnel
+#   tunnel refresh  runs for good: after a long cut, ends the wait for the next handshake
+#
+# There is no stop: without its tunnel a node takes its partner for dead.
+set -eu
+umask 077
+
+directory=/usr/velarix/bin/ini
+device=wg-ha
+# Without an answer for that long WireGuard has no session any more, and asks for one in
+# growing intervals.
+stale=185
+
+die() {
+	printf 'velarix-tunnel: %s\n' "$*" >&2
+	exit 1
+}
+
+setting() {
+	sed -n "s,^$1 *= *\\([0-9.]*\\).*,\\1,p" "$directory/tunnel.conf"
+}
+
+# The private key stays out of tunnel.conf, so that that file holds no secret, and out of every
+# command line.
+configuration() {
+	echo '[Interface]'
+	sed 's/^/PrivateKey = /' "$directory/tunnel.key"
+	grep -v '^Address' "$directory/tunnel.conf"
+	sed 's/^/PublicKey = /' "$directory/partner.pub"
+}
+
+make_key() {
+	[ -s "$directory/tunnel.key" ] || wg genkey >"$directory/tunnel.key"
+	wg pubkey <"$directory/tunnel.key" >"$directory/tunnel.pub"
+	[ -s "$directory/partner.pub" ] ||
+		die "$directory/partner.pub is missing: copy tunnel.pub of the other node there (this one's is $(cat "$directory/tunnel.pub"))"
+}
+
+is_up() {
+	ip link show dev "$device" >/dev/null 2>&1
+}
+
+start() {
+	make_key
+	own=$(setting Address)
+	partner=$(setting AllowedIPs)
+	# On lo, since the agent ends when its address goes away with the device.
+	ip address replace "$own/32" dev lo
+	# When the device is gone heartbeats must not leave by a default route in the clear.
+	ip route replace unreachable "$partner/32" metric 4278198272
+	if ! is_up; then
+		ip link add dev "$device" type wireguard 2>/dev/null || wireguard-go "$device" >/dev/null ||
+			die "no WireGuard: the kernel has no such module, and wireguard-go is not installed or fails"
+	fi
+	configuration | wg syncconf "$device" /dev/stdin
+	ip link set dev "$device" mtu 1420 up
+	ip route replace "$partner/32" dev "$device" src "$own"
+}
+
+reload() {
+	make_key
+	configuration | wg syncconf "$device" /dev/stdin
+}
+
+refresh() {
+	while :; do
+		last=$(wg show "$device" latest-handshakes 2>/dev/null | cut -f 2)
+		age=$(($(date +%s) - ${last:-0}))
+		pause=1
+		if [ "$age" -gt "$stale" ]; then
+			# Unlike syncconf it sets the endpoint anew, which begins a handshake at once.
+			! is_up || configuration | wg setconf "$device" /dev/stdin
+		elif [ "$age" -ge 0 ]; then
+			pause=$((stale + 1 - age))
+		fi
+		sleep "$pause"
+	done
+}
+
+case ${1:-} in
+start | reload | refresh) "$1" ;;
+*) die "usage: $0 {start|reload|refresh}" ;;
+esac

@@ -1,0 +1,199 @@
+// The WireGuard tunnel: what init writes, and what is found wrong with files and machine.
+
+#include <sys/stat.h>
+
+#include "CheckTest.h"
+#include "FakeMachine.h"
+#include "RowName.h"
+#include "ctl/check/Checks.h"
+
+using namespace velarix::ctl;
+using namespace velarix::inspect;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+constexpr char kDirectory[] = "/usr/velarix/bin/ini/";
+constexpr char kKeyA[] = "KKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKK=";
+constexpr char kKeyB[] = "BBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBB=";
+/// As nft lists them.
+constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 51820 udp dport 51820 accept\n"
+                          "\t\tudp dport 51820 counter packets 0 bytes 0 drop\n";
+
+class Tunnel : public CheckTest
+{
+protected:
+	Tunnel()
+	{
+		fakeHost().newTunnelKey = kKeyA;
+		fs::remove(below("/usr/velarix/bin/ini/config.ini"));
+	}
+
+	/// On node a, as root there.
+	Outcome init(std::vector<std::string> more = {}) const
+	{
+		std::vector<std::string> words{"init",
+		                               "--wireguard",
+		                               "--this=a",
+		                               "--address-a=192.0.2.1",
+		                               "--address-b=192.0.2.2",
+		                               "--gateway=192.0.2.254",
+		                               "--virtual-ip=198.51.100.10/24",
+		                               "--program=/opt/service/bin/server",
+		                               "--output=" + below("/pair").string()};
+		words.insert(words.end(), more.begin(), more.end());
+		return runBelow(words);
+	}
+
+	std::string text(const std::string& name) const { return readFile(below(kDirectory + name)); }
+};
+
+struct Row
+{
+	const char* name;
+	std::vector<std::string> expected;
+	void (*change)(const fs::path& directory);
+};
+
+void replace(const fs::path& file, const std::string& what, const std::string& with)
+{
+	std::string text = readFile(file);
+	text.replace(text.find(what), what.size(), with);
+	std::ofstream(file) << text;
+}
+
+void down()
+{
+	fakeMachine().answering = {"192.0.2.2"};
+}
+
+void replaceRule(const std::string& part)
+{
+	std::string& rules = fakeHost().tunnelRules;
+	rules.erase(rules.find(part), part.size());
+}
+
+// clang-format off
+const Row kRows[] = {
+    {"Sound",                {},                                                   [](const fs::path&) {}},
+    {"AddressOnTheDevice",   {"warning tunnel-address config.ini:14"},              [](const fs::path&) { fakeHost().addresses.back().interface = "wg-ha"; }},
+    {"NoDevice",             {"error tunnel-missing tunnel.conf"},                 [](const fs::path&) { fakeHost().interfaces.erase("wg-ha"); }},
+    {"EndpointWithoutRoute", {"error tunnel-endpoint-route tunnel.conf"},          [](const fs::path&) { fakeHost().routes["192.0.2.2"] = ""; }},
+    {"EndpointByEth0",       {"error tunnel-endpoint-route tunnel.conf"},          [](const fs::path&) { fakeHost().routes["192.0.2.2"] = "eth0"; }},
+    {"PartnerBesideIt",      {"warning route-elsewhere config.ini:20"},            [](const fs::path&) { fakeHost().routes["169.254.127.2"] = "eth1"; }},
+    {"RulesNotLoaded",       {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnelRules = ""; }},
+    {"RulesWithoutAddress",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("ip saddr 192.0.2.2 "); }},
+    {"RulesWithoutPort",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("udp sport 51820 "); }},
+    {"RulesWithoutDrop",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 0 bytes 0 drop"); }},
+    {"UserMayNotAsk",        {},                                                   [](const fs::path&) { fakeHost().tunnelRules = ""; fakeHost().user = 1000; }},
+    {"ClockWentBack",        {"warning tunnel-clock tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnel->handshake = std::chrono::system_clock::now() + 60s; }},
+    {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
+    {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeMachine().answering = {}; }},
+    {"NoKeepalive",          {"warning tunnel-keepalive tunnel.conf"},             [](const fs::path& in) { replace(in / "tunnel.conf", "PersistentKeepalive = 1", ""); }},
+    {"OtherAddress",         {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { replace(in / "tunnel.conf", "169.254.127.1", "169.254.127.9"); }},
+    {"NoEndpoint",           {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { fakeHost().routes[""] = "eth1"; replace(in / "tunnel.conf", "Endpoint = ", "#"); fakeHost().user = 1000; }},
+    {"NoKey",                {"error tunnel-key-missing tunnel.key"},              [](const fs::path& in) { fs::remove(in / "tunnel.key"); }},
+    {"NoPartnerKey",         {"error tunnel-key-missing partner.pub"},             [](const fs::path& in) { fs::remove(in / "partner.pub"); }},
+    {"OpenKey",              {"error tunnel-key-open tunnel.key"},                 [](const fs::path& in) { fs::permissions(in / "tunnel.key", fs::perms{0640}); }},
+    {"OwnKeyAsPartners",     {"error tunnel-own-key partner.pub"},                 [](const fs::path& in) { fs::copy_file(in / "tunnel.pub", in / "partner.pub", fs::copy_options::overwrite_existing); }},
+};
+// clang-format on
+
+class TunnelTable : public Tunnel, public testing::WithParamInterface<Row>
+{
+protected:
+	TunnelTable()
+	{
+		init({std::string("--partner-key=") + kKeyB});
+		fakeHost().addresses.push_back({"lo", "lo", "169.254.127.1", 32, true});
+		fakeHost().routes["169.254.127.2"] = "wg-ha";
+		fakeHost().interfaces["wg-ha"] = {true, true};
+		fakeHost().tunnelRules = kRules;
+		fakeHost().tunnel = host::TunnelSession{std::chrono::system_clock::now() - 20s, 1, 1, "192.0.2.2:51820"};
+		fakeMachine().answering = {"192.0.2.2", "169.254.127.2", "192.0.2.254"};
+	}
+};
+
+} // namespace
+
+TEST_P(TunnelTable, IsFound)
+{
+	const fs::path directory = below(kDirectory);
+	GetParam().change(directory);
+	CheckReport report;
+	const SettingsFile file = SettingsFile::load(directory / "config.ini");
+	Findings findings(file, report);
+	checks::tunnelFiles(findings);
+	checks::machine(findings, Paths());
+	std::vector<std::string> found = shortForms(report);
+	for (std::string& line : found)
+	{
+		line.erase(line.find(kDirectory), sizeof kDirectory - 1);
+	}
+	EXPECT_EQ(found, GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, TunnelTable, testing::ValuesIn(kRows), rowName<Row>);
+
+TEST_F(Tunnel, InitWritesTheFilesOfBothNodesAndTheKeyOfThisOneAlone)
+{
+	const Outcome outcome = init();
+	EXPECT_EQ(outcome.code, 0) << outcome.err;
+	EXPECT_THAT(outcome.out, HasSubstr(std::string("public key of this node: P") + kKeyA));
+	EXPECT_EQ(text("tunnel.key"), std::string(kKeyA) + "\n");
+	struct stat status = {};
+	ASSERT_EQ(::stat(below(std::string(kDirectory) + "tunnel.key").c_str(), &status), 0);
+	EXPECT_EQ(status.st_mode & 07777U, 0600U);
+	EXPECT_FALSE(fs::exists(below("/pair/b/tunnel.key")));
+	EXPECT_EQ(readFile(below("/pair/b/partner.pub")), text("tunnel.pub"));
+	EXPECT_THAT(text("tunnel.conf"), HasSubstr("Endpoint = 192.0.2.2:51820"));
+	EXPECT_THAT(text("tunnel.conf"), HasSubstr("PersistentKeepalive = 1"));
+	EXPECT_THAT(text("tunnel.conf"), Not(HasSubstr(kKeyA)));
+	EXPECT_THAT(readFile(below("/pair/b/tunnel.conf")), HasSubstr("Address = 169.254.127.2/32"));
+	EXPECT_THAT(text("config.ini"), HasSubstr("THIS_SERVER_IP = 169.254.127.1\n"));
+	EXPECT_THAT(text("config.ini"), HasSubstr("GATEWAY_IP = 192.0.2.254\n"));
+	for (const char* define : {"define interface = \"wg-ha\"", "define partner = 169.254.127.2\n",
+	                           "define tunnel_endpoint = 192.0.2.2 ", "define tunnel_address = 169.254.127.1 "})
+	{
+		EXPECT_THAT(text("firewall.nft"), HasSubstr(define));
+	}
+}
+
+TEST_F(Tunnel, InitAgainChangesNothingAndTakesThePartnersKey)
+{
+	init();
+	fakeHost().newTunnelKey = kKeyB; // would be a new one
+	const Outcome again = init({std::string("--partner-key=") + kKeyB});
+	EXPECT_EQ(again.code, 0) << again.err;
+	EXPECT_EQ(text("partner.pub"), std::string(kKeyB) + "\n");
+	EXPECT_EQ(text("tunnel.key"), std::string(kKeyA) + "\n");
+	const Outcome third = init();
+	EXPECT_EQ(third.code, 0);
+	EXPECT_THAT(third.out, Not(HasSubstr("written")));
+	EXPECT_EQ(text("partner.pub"), std::string(kKeyB) + "\n");
+}
+
+TEST_F(Tunnel, ItsUnitIsNeverStoppedWithTheAgentNorTheAgentWithIt)
+{
+	EXPECT_THAT(readFile(VELARIX_PACKAGING "/tunnel/velarix-tunnel.service"), Not(HasSubstr("\nExecStop")));
+	const std::string dropIn = readFile(VELARIX_PACKAGING "/tunnel/start-with-agent.conf");
+	EXPECT_THAT(dropIn, HasSubstr("\nWants=velarix-tunnel.service\nAfter=velarix-tunnel.service\n"));
+	EXPECT_THAT(dropIn, Not(HasSubstr("\nRequires")));
+}
+
+TEST_F(Tunnel, InitRefusesWhatIsNoKeyAndAMachineWithoutWireGuard)
+{
+	EXPECT_EQ(init({"--partner-key=short"}).code, 2);
+	fakeHost().newTunnelKey = "";
+	const Outcome outcome = init();
+	EXPECT_EQ(outcome.code, 69);
+	EXPECT_THAT(outcome.err, HasSubstr("is wireguard-tools installed"));
+	EXPECT_FALSE(fs::exists(below("/usr/velarix/bin/ini/config.ini")));
+}

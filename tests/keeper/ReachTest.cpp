@@ -1,0 +1,234 @@
+// The reachability address on real hosts: real pings, real datagrams.
+#include <array>
+#include <atomic>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/ip_icmp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "Hosts.h"
+#include "WaitFor.h"
+
+namespace
+{
+
+using namespace keepertest;
+using namespace std::chrono_literals;
+
+constexpr milliseconds kSoon = 20s;
+constexpr const char* kReach = "ha-reach";
+
+class ReachTest : public testing::Test
+{
+protected:
+	ReachTest()
+	{
+		shell("ip addr add 192.0.2.253/24 dev br0");
+		configure(m_a, 1, 2);
+		configure(m_b, 2, 1);
+	}
+
+	~ReachTest() override
+	{
+		shell("echo 0 > /proc/sys/net/ipv4/icmp_echo_ignore_all; ip addr del 192.0.2.253/24 dev br0");
+	}
+
+	static void configure(const Host& host, int own, int partner)
+	{
+		const std::string key = "/usr/velarix/bin/ini/reachability.key";
+		host.configure(own == 1, "[reachability]\naddress = 192.0.0.8\ntargets = 192.0.2.254 192.0.2.253\nneeded = 1\n"
+		                         "failures = 2\nown = 192.0.2." +
+		                             std::to_string(own) + "\npartner = 192.0.2." + std::to_string(partner) + "\n");
+		host.sh("printf %064d 7 > " + key + "; chmod 600 " + key);
+	}
+
+	static void start(const Host& host) { host.sh("/usr/libexec/velarix-ha/keeper reach >/dev/null 2>&1 &"); }
+
+	/// An agent, as far as ha-reach asks for it.
+	static void startAgent(const Host& host)
+	{
+		host.sh("mkdir -p /usr/velarix/pid; cp /bin/sleep /usr/velarix/VelarixHA; /usr/velarix/VelarixHA 1000 "
+		        ">/dev/null 2>&1 & "
+		        "printf %s $! > /usr/velarix/pid/VelarixHA.pid");
+	}
+
+	static testing::AssertionResult comes(const Host& host, const std::function<bool()>& predicate,
+	                                      const std::string& what)
+	{
+		return waitFor(predicate, kSoon, what,
+		               [&] { return host.read("/run/velarix-ha/ha-reach.state") + host.events(); });
+	}
+
+	static testing::AssertionResult reaches(const Host& host, const std::string& state, bool held)
+	{
+		return comes(
+		    host, [&] { return host.state(kReach) == state && isThere(host) == held; }, state);
+	}
+
+	static bool isThere(const Host& host)
+	{
+		return host.run({"ip", "-4", "-o", "addr", "show", "dev", "lo"}).output.find("192.0.0.8/32 scope host") !=
+		       std::string::npos;
+	}
+
+	void startBoth() const
+	{
+		for (const Host* host : {&m_a, &m_b})
+		{
+			start(*host);
+			ASSERT_TRUE(reaches(*host, "reachable", true));
+		}
+		// A partner reaches its targets only after as many answers as make a loss.
+		ASSERT_TRUE(comes(
+		    m_a, [&] { return m_a.state(kReach, "partner") == "reaches"; }, "the partner's answer"));
+	}
+
+	/// The targets answer nobody, or this host does not get to them.
+	static void silenceTargets(bool silent)
+	{
+		shell(std::string("echo ") + (silent ? "1" : "0") + " > /proc/sys/net/ipv4/icmp_echo_ignore_all");
+	}
+	static void cutFromTargets(const Host& host)
+	{
+		EXPECT_EQ(host.sh("ip route add blackhole 192.0.2.253 && ip route add blackhole 192.0.2.254").status, 0);
+	}
+
+	static bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+	Host m_a{1};
+	Host m_b{2};
+};
+
+TEST_F(ReachTest, TheAddressIsThereWhileEnoughTargetsAnswerAndGoesWithItsProcess)
+{
+	start(m_a);
+	ASSERT_TRUE(reaches(m_a, "reachable", true));
+	EXPECT_EQ(m_a.processes(kReach).size(), 1U);
+	EXPECT_TRUE(has(m_a.keeper({"status"}).output, "target 192.0.2.253: answers since"));
+	EXPECT_TRUE(
+	    has(m_a.keeper({"status", "--json"}).output, R"("reachability":{"address":"192.0.0.8","running":true)"));
+	// One of two is enough.
+	m_a.sh("ip route add blackhole 192.0.2.253");
+	ASSERT_TRUE(comes(
+	    m_a, [&] { return m_a.state(kReach, "target.192.0.2.253").starts_with("lost "); }, "lost"));
+	EXPECT_TRUE(isThere(m_a));
+	EXPECT_EQ(m_a.state(kReach), "reachable");
+	EXPECT_EQ(m_a.keeper({"stop", kReach}).status, 0);
+	EXPECT_FALSE(isThere(m_a));
+	EXPECT_TRUE(m_a.processes(kReach).empty());
+}
+
+TEST_F(ReachTest, RemovedByHandItComesBackAndAKilledWorkerTakesItAlong)
+{
+	start(m_a);
+	ASSERT_TRUE(reaches(m_a, "reachable", true));
+	m_a.run({"ip", "addr", "del", "192.0.0.8/32", "dev", "lo"});
+	const milliseconds took = timeUntil([&] { return isThere(m_a); }, kSoon, "the address");
+	std::printf("removed to set again: %lld ms\n", static_cast<long long>(took.count()));
+	m_a.sh("kill -9 " + m_a.state(kReach, "pid"));
+	EXPECT_TRUE(comes(
+	    m_a, [&] { return m_a.processes(kReach).empty() && !isThere(m_a); }, "the end"));
+}
+
+TEST_F(ReachTest, AnOutageForBothMovesNothing)
+{
+	startBoth();
+	silenceTargets(true);
+	EXPECT_TRUE(reaches(m_a, "shared-outage", true));
+	EXPECT_TRUE(reaches(m_b, "shared-outage", true));
+	EXPECT_FALSE(has(m_a.events() + m_b.events(), "partner-only"));
+	silenceTargets(false);
+	EXPECT_TRUE(reaches(m_a, "reachable", true));
+	EXPECT_TRUE(reaches(m_b, "reachable", true));
+	EXPECT_FALSE(has(m_a.events() + m_b.events(), "partner-only"));
+	EXPECT_FALSE(has(m_a.events() + m_b.events(), "isolated"));
+}
+
+TEST_F(ReachTest, TheServiceGoesToAPartnerThatReachesItsTargetsAndCanTakeIt)
+{
+	startBoth();
+	startAgent(m_a);
+	m_a.startProgram("ha-address");
+	ASSERT_TRUE(comes(
+	    m_a, [&] { return m_a.hasAddress(); }, "the virtual address"));
+	cutFromTargets(m_a);
+	// The partner has no agent.
+	ASSERT_TRUE(reaches(m_a, "partner-only", true));
+	EXPECT_EQ(m_a.state(kReach, "partner"), "reaches");
+	EXPECT_EQ(m_a.processes("ha-address").size(), 1U);
+	startAgent(m_b);
+	EXPECT_TRUE(comes(
+	    m_a, [&] { return m_a.processes("ha-address").empty(); }, "a program that the agent misses"));
+	EXPECT_TRUE(m_a.hasAddress()) << "the agent gives up without asking when it misses its address first";
+	EXPECT_TRUE(isThere(m_a));
+	EXPECT_EQ(m_a.keeper({"drop"}).status, 0);
+	EXPECT_FALSE(m_a.hasAddress());
+	EXPECT_TRUE(has(m_a.events(), "handing-over: "));
+}
+
+TEST_F(ReachTest, ANodeThatLosesItsTargetsAndItsPartnerIsTheIsolatedOne)
+{
+	startBoth();
+	shell("ip link set " + m_a.port() + " down");
+	EXPECT_TRUE(reaches(m_a, "isolated", false));
+	EXPECT_TRUE(reaches(m_b, "reachable", true));
+	shell("ip link set " + m_a.port() + " up");
+	EXPECT_TRUE(reaches(m_a, "reachable", true));
+}
+
+TEST_F(ReachTest, AnotherKeyIsNoPartner)
+{
+	m_b.sh("printf %064d 8 > /usr/velarix/bin/ini/reachability.key");
+	for (const Host* host : {&m_a, &m_b})
+	{
+		start(*host);
+		ASSERT_TRUE(reaches(*host, "reachable", true));
+	}
+	cutFromTargets(m_a);
+	EXPECT_TRUE(reaches(m_a, "isolated", false));
+	EXPECT_EQ(m_a.state(kReach, "partner"), "silent");
+}
+
+/// Answers each request for the targets with its identifier and sequence, and another payload.
+void forgeAnswers(const std::atomic<bool>& stop)
+{
+	const int socket = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
+	while (!stop)
+	{
+		pollfd waiting{socket, POLLIN, 0};
+		std::array<unsigned char, 128> bytes{};
+		const ssize_t size = ::poll(&waiting, 1, 50) > 0 ? ::recv(socket, bytes.data(), bytes.size(), 0) : 0;
+		if (size < 44 || bytes[20] != ICMP_ECHO)
+		{
+			continue;
+		}
+		sockaddr_in back{};
+		back.sin_family = AF_INET;
+		std::copy_n(bytes.begin() + 12, 4, reinterpret_cast<unsigned char*>(&back.sin_addr));
+		// The type goes down by eight; two octets of the nonce are exchanged, so the sum stays.
+		bytes[20] = ICMP_ECHOREPLY;
+		bytes[22] = static_cast<unsigned char>(bytes[22] + 8U);
+		std::swap(bytes[28], bytes[30]);
+		::sendto(socket, &bytes[20], static_cast<std::size_t>(size) - 20, 0, reinterpret_cast<sockaddr*>(&back),
+		         sizeof back);
+	}
+	::close(socket);
+}
+
+TEST_F(ReachTest, AnAnswerWithIdentifierAndSequenceButWithoutTheNonceIsNone)
+{
+	start(m_a);
+	ASSERT_TRUE(reaches(m_a, "reachable", true));
+	silenceTargets(true);
+	std::atomic<bool> stop = false;
+	std::thread forger(forgeAnswers, std::cref(stop));
+	EXPECT_TRUE(reaches(m_a, "isolated", false));
+	stop = true;
+	forger.join();
+}
+
+} // namespace

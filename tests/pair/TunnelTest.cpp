@@ -1,0 +1,82 @@
+/// A pair whose heartbeats go through the WireGuard tunnel.
+
+#include <algorithm>
+
+#include "OperatorTest.h"
+#include "lab/core/Tunnel.h"
+
+namespace velarix::lab
+{
+
+class Tunnel : public OperatorTest
+{
+protected:
+	static LabOptions withTunnel() { return {{}, {.wireguard = true}}; }
+
+	CommandResult shell(HostId node, const std::string& line) { return lab().run(node, {"sh", "-ec", line}); }
+
+	bool hasProblem(const nlohmann::json& status, const std::string& id)
+	{
+		return std::ranges::any_of(status["problems"], [&](const auto& problem) { return problem["id"] == id; });
+	}
+};
+
+TEST_F(Tunnel, NeitherItsRestartNorANewKeyEndsAnAgentOrMovesTheService)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	const pid_t agentA = lab().node(HostId::a).agent().value().pid;
+	const pid_t agentB = lab().node(HostId::b).agent().value().pid;
+	const Millis before = lab().clock().now();
+
+	ASSERT_TRUE(shell(HostId::b, std::string("ip link delete ") + plan::tunnelInterface).ok());
+	// The route that is left keeps heartbeats from leaving in the clear.
+	EXPECT_FALSE(shell(HostId::b, std::string("ip route get ") + plan::tunnelAddressOf(HostId::a)).ok());
+	ASSERT_TRUE(shell(HostId::b, std::string(plan::tunnelProgram) + " start").ok());
+	ASSERT_TRUE(waitUntilReady());
+
+	const std::string key = contentOf(lab().node(HostId::a).file(plan::tunnelKey));
+	changeTunnelKeys(lab().node(HostId::a), lab().node(HostId::b));
+	EXPECT_NE(contentOf(lab().node(HostId::a).file(plan::tunnelKey)), key);
+	ASSERT_TRUE(waitUntilReady());
+
+	EXPECT_EQ(heldBy("a", before), lab().clock().now() - before) << lab().stateText();
+	EXPECT_EQ(lab().node(HostId::a).agent().value().pid, agentA);
+	EXPECT_EQ(lab().node(HostId::b).agent().value().pid, agentB);
+	EXPECT_FALSE(status(HostId::a)["tunnel"]["down"].get<bool>());
+	EXPECT_GT(status(HostId::a)["tunnel"]["received_bytes"].get<long>(), 0);
+}
+
+TEST_F(Tunnel, ANodeWithAWrongKeyIsReportedOnBothAndNotStarted)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	lab().killAgent(HostId::b);
+	ASSERT_TRUE(shell(HostId::b, std::string("wg genkey | wg pubkey >") + plan::partnerKey + "; " +
+	                                 plan::tunnelProgram + " reload")
+	                .ok());
+
+	ASSERT_TRUE(waitForStatus(HostId::a, "the tunnel to be down",
+	                          [this](const auto& status) { return hasProblem(status, "tunnel-down"); }));
+	EXPECT_EQ(ctl(HostId::a, {"nagios"}).status, 2);
+	const CommandResult check = ctl(HostId::b, {"check"});
+	EXPECT_EQ(check.status, 78) << check.output;
+	EXPECT_NE(check.output.find("[tunnel-down]"), std::string::npos) << check.output;
+}
+
+TEST_F(Tunnel, PacketsBesideItDoNotReachTheAgent)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	const std::string to = plan::tunnelAddressOf(HostId::b);
+	const std::string port = std::to_string(plan::heartbeatPort);
+	const std::string by = std::string(" via ") + plan::addressOf(HostId::b, Network::communication);
+	const std::string connect = "timeout 2 bash -c 'exec 3<>/dev/tcp/" + to + "/" + port + "'";
+	ASSERT_TRUE(shell(HostId::gateway, "ip route add " + to + by).ok());
+	EXPECT_FALSE(shell(HostId::gateway, connect).ok());
+	// The address is there for whoever comes from anywhere: the rules alone keep the third host out.
+	ASSERT_TRUE(shell(HostId::b, "nft delete table inet velarix_tunnel; nft delete table inet velarix").ok());
+	EXPECT_NE(ctl(HostId::b, {"check"}).output.find("[tunnel-rules]"), std::string::npos);
+	bool connected = false;
+	EXPECT_TRUE(waitFor([&] { return connected = shell(HostId::gateway, connect).ok(); }, moveLimit,
+	                    "a connection without the rules"));
+}
+
+} // namespace velarix::lab
