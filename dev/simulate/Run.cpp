@@ -16,6 +16,8 @@ constexpr Micros kPlainSplit = 12 * kSecond;
 constexpr Micros kUnaddressed = kSecond;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
+/// A schedule has some twenty thousand.
+constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
 constexpr Micros kPlainSettle = 30 * kSecond;
 
@@ -56,6 +58,7 @@ private:
 
 	void look()
 	{
+		blame("at-rest", ++m_events > kMostEvents, "something runs without a pause");
 		const bool both = held(hostA) && held(hostB);
 		const bool plain = m_world.profile == Profile::plain;
 		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
@@ -183,6 +186,7 @@ private:
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;
 	bool m_operators = false;
+	int m_events = 0;
 };
 
 void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& schedule)

@@ -6,6 +6,7 @@
 /// | service-with-address | a program runs without the address for this long at most | 1 s | - |
 /// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
 /// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |
+/// | at-rest | nothing runs without a pause | always | always |
 /// | threads | no worker ends, no agent ends itself | always | always |
 ///
 /// Known exceptions, each a consequence of the agent's prescribed order:
