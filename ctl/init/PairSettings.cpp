@@ -149,7 +149,7 @@ std::string furtherKeys()
 
 std::string reachText(const Answers& answers, NodeName node)
 {
-	const bool first = node == NodeName::a;
+	const NodeName other = otherOf(node);
 	std::string targets;
 	for (const std::string& target : answers.targets)
 	{
@@ -157,11 +157,10 @@ std::string reachText(const Answers& answers, NodeName node)
 	}
 	return "\n[reachability]\n" +
 	       comment("on lo while enough targets answer; the partner, whose file has own and partner exchanged, is asked "
-	               "with the "
-	               "key beside this file") +
+	               "with the key beside this file") +
 	       line("address", answers.gateway) + line("targets", targets) +
-	       line("needed", std::to_string(answers.needed)) + line("own", first ? answers.addressA : answers.addressB) +
-	       line("partner", first ? answers.addressB : answers.addressA) + line("port", std::to_string(answers.port));
+	       line("needed", std::to_string(answers.needed)) + line("own", answers.heartbeatAddress(node)) +
+	       line("partner", answers.heartbeatAddress(other)) + line("port", std::to_string(answers.port));
 }
 
 } // namespace

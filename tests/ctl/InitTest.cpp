@@ -442,4 +442,7 @@ TEST_F(Init, TargetsMakeTheGatewayTheKeepersAddressWithOneKeyForBoth)
 	with.emplace_back("--force");
 	EXPECT_EQ(run(with).code, 0);
 	EXPECT_EQ(readFile(file("a/reachability.key")), key) << "the other node may have it already";
+	with.emplace_back("--wireguard");
+	EXPECT_EQ(run(with).code, 0);
+	EXPECT_EQ(keeper::readSettings(file("b/keeper.ini").c_str()).settings.reach.partner, "169.254.127.1");
 }
