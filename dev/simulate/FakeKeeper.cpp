@@ -4,9 +4,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <sys/random.h>
-#include <sys/wait.h>
-
 #include <poll.h>
 #include <unistd.h>
 
@@ -22,6 +19,7 @@
 namespace sim = velarix::simulate;
 
 using sim::kMilli;
+using sim::processOf;
 using sim::self;
 using sim::selfProcess;
 using sim::world;
@@ -38,13 +36,6 @@ constexpr int kDeathFile = 1'200'000'000;
 
 /// Uptime at the schedule's start.
 constexpr velarix::keeper::Millis kBooted = 1'000'000;
-
-sim::Process* processOf(int pid)
-{
-	const auto found =
-	    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
-	return found == self().processes.end() ? nullptr : found->get();
-}
 
 bool livesAs(int pid)
 {
@@ -317,72 +308,6 @@ std::string timeText(long long seconds, int /*millis*/)
 	return std::to_string(seconds);
 }
 
-// Processes.
-
-pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs /*runAs*/,
-            std::string& /*error*/, int /*output*/)
-{
-	if (command == service.command)
-	{
-		world().startProgram(self(), &selfProcess());
-		return self().lastPid;
-	}
-	// A check asks the address, where it is, for a page.
-	sim::Process& check = world().start(self(), command.front(), &selfProcess());
-	const sim::Process* program = world().find(self(), sim::kService);
-	const bool hangs = program != nullptr && program->stopped;
-	const int status = self().address && program != nullptr ? 0 : 1 << 8U;
-	if (!hangs)
-	{
-		sim::Node& node = self();
-		world().scheduler.at(world().now() + world().effort(node, 5 * kMilli),
-		                     [&node, pid = check.pid, status]
-		                     {
-			                     for (const auto& process : node.processes)
-			                     {
-				                     process->pid == pid ? world().end(*process, status) : void();
-			                     }
-		                     });
-	}
-	return check.pid;
-}
-
-std::string howEnded(int status)
-{
-	return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-	                           : "status " + std::to_string(WEXITSTATUS(status));
-}
-
-std::vector<pid_t> descendants()
-{
-	std::vector<pid_t> found;
-	for (const auto& process : self().processes)
-	{
-		if (process->alive && process->parent == &selfProcess())
-		{
-			found.push_back(process->pid);
-		}
-	}
-	return found;
-}
-
-void signalAll(const std::vector<pid_t>& processes, int number)
-{
-	for (const pid_t pid : processes)
-	{
-		world().signal(*processOf(pid), number);
-	}
-}
-
-bool endOrphans(const ServiceSettings& /*service*/)
-{
-	for (const auto& process : self().processes)
-	{
-		process->alive && process->name == sim::kService ? world().end(*process, SIGKILL) : void();
-	}
-	return true;
-}
-
 void waitForStart(Millis limit)
 {
 	const auto begins = [](const auto& process)
@@ -406,77 +331,11 @@ int runAddress(const Settings& /*settings*/)
 
 extern "C"
 {
-	pid_t __wrap_waitpid(pid_t pid, int* pStatus, int options);
-	int __wrap_kill(pid_t pid, int number);
-	pid_t __wrap_getpgid(pid_t pid);
-	pid_t __wrap_getpid();
-	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned flags);
-	pid_t __wrap_fork();
 	int __wrap_poll(pollfd* files, nfds_t count, int timeout);
-	int __wrap_puts(const char* text);
-	int __wrap___printf_chk(int flag, const char* format, const char* text);
-
-	pid_t __wrap_waitpid(pid_t /*pid*/, int* pStatus, int /*options*/)
-	{
-		for (const auto& process : self().processes)
-		{
-			if (!process->alive && !process->reaped && process->parent == &selfProcess())
-			{
-				process->reaped = true;
-				*pStatus = process->status;
-				return process->pid;
-			}
-		}
-		return 0;
-	}
-
-	int __wrap_kill(pid_t pid, int number)
-	{
-		sim::Process* process = processOf(std::abs(pid));
-		process != nullptr ? world().signal(*process, number) : void();
-		return 0;
-	}
-
-	pid_t __wrap_getpgid(pid_t pid)
-	{
-		return pid;
-	}
-
-	pid_t __wrap_getpid()
-	{
-		return selfProcess().pid;
-	}
-
-	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned /*flags*/)
-	{
-		const std::uint64_t number = world().random.next();
-		std::copy_n(reinterpret_cast<const char*>(&number), size, static_cast<char*>(buffer));
-		return static_cast<ssize_t>(size);
-	}
-
-	/// The start command's copy of itself becomes ha-address.
-	pid_t __wrap_fork()
-	{
-		world().startManaged(self(), velarix::keeper::kAddressProgram);
-		return 1;
-	}
 
 	int __wrap_poll(pollfd* files, nfds_t /*count*/, int timeout)
 	{
 		waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli);
 		return readable(files->fd) ? 1 : 0;
-	}
-
-	/// What the keeper's commands print is read by the agent. It is one text and a line feed,
-	/// whatever the compiler makes of the call.
-	int __wrap_puts(const char* text)
-	{
-		self().printed += std::string(text) + "\n";
-		return 0;
-	}
-
-	int __wrap___printf_chk(int /*flag*/, const char* /*format*/, const char* text)
-	{
-		return __wrap_puts(text);
 	}
 }

@@ -1,0 +1,171 @@
+/// Processes as the keeper's programs start, find and end them.
+
+#include <algorithm>
+#include <csignal>
+#include <sys/random.h>
+#include <sys/wait.h>
+
+#include <unistd.h>
+
+#include "dev/simulate/Programs.h"
+#include "keeper/Process.h"
+#include "keeper/Settings.h"
+
+namespace sim = velarix::simulate;
+
+using sim::kMilli;
+using sim::processOf;
+using sim::self;
+using sim::selfProcess;
+using sim::world;
+
+namespace velarix::simulate
+{
+
+Process* processOf(int pid)
+{
+	const auto found =
+	    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
+	return found == self().processes.end() ? nullptr : found->get();
+}
+
+} // namespace velarix::simulate
+
+namespace velarix::keeper
+{
+
+pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs /*runAs*/,
+            std::string& /*error*/, int /*output*/)
+{
+	if (command == service.command)
+	{
+		world().startProgram(self(), &selfProcess());
+		return self().lastPid;
+	}
+	// A check asks the address, where it is, for a page.
+	sim::Process& check = world().start(self(), command.front(), &selfProcess());
+	const sim::Process* program = world().find(self(), sim::kService);
+	const bool hangs = program != nullptr && program->stopped;
+	const int status = self().address && program != nullptr ? 0 : 1 << 8U;
+	if (!hangs)
+	{
+		sim::Node& node = self();
+		world().scheduler.at(world().now() + world().effort(node, 5 * kMilli),
+		                     [&node, pid = check.pid, status]
+		                     {
+			                     for (const auto& process : node.processes)
+			                     {
+				                     process->pid == pid ? world().end(*process, status) : void();
+			                     }
+		                     });
+	}
+	return check.pid;
+}
+
+std::string howEnded(int status)
+{
+	return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+	                           : "status " + std::to_string(WEXITSTATUS(status));
+}
+
+std::vector<pid_t> descendants()
+{
+	std::vector<pid_t> found;
+	for (const auto& process : self().processes)
+	{
+		if (process->alive && process->parent == &selfProcess())
+		{
+			found.push_back(process->pid);
+		}
+	}
+	return found;
+}
+
+void signalAll(const std::vector<pid_t>& processes, int number)
+{
+	for (const pid_t pid : processes)
+	{
+		world().signal(*processOf(pid), number);
+	}
+}
+
+bool endOrphans(const ServiceSettings& /*service*/)
+{
+	for (const auto& process : self().processes)
+	{
+		process->alive && process->name == sim::kService ? world().end(*process, SIGKILL) : void();
+	}
+	return true;
+}
+
+} // namespace velarix::keeper
+
+extern "C"
+{
+	pid_t __wrap_waitpid(pid_t pid, int* pStatus, int options);
+	int __wrap_kill(pid_t pid, int number);
+	pid_t __wrap_getpgid(pid_t pid);
+	pid_t __wrap_getpid();
+	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned flags);
+	pid_t __wrap_fork();
+	int __wrap_puts(const char* text);
+	int __wrap___printf_chk(int flag, const char* format, const char* text);
+
+	pid_t __wrap_waitpid(pid_t /*pid*/, int* pStatus, int /*options*/)
+	{
+		for (const auto& process : self().processes)
+		{
+			if (!process->alive && !process->reaped && process->parent == &selfProcess())
+			{
+				process->reaped = true;
+				*pStatus = process->status;
+				return process->pid;
+			}
+		}
+		return 0;
+	}
+
+	int __wrap_kill(pid_t pid, int number)
+	{
+		sim::Process* process = sim::processOf(std::abs(pid));
+		process != nullptr ? world().signal(*process, number) : void();
+		return 0;
+	}
+
+	pid_t __wrap_getpgid(pid_t pid)
+	{
+		return pid;
+	}
+
+	pid_t __wrap_getpid()
+	{
+		return selfProcess().pid;
+	}
+
+	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned /*flags*/)
+	{
+		const std::uint64_t number = world().random.next();
+		std::copy_n(reinterpret_cast<const char*>(&number), size, static_cast<char*>(buffer));
+		return static_cast<ssize_t>(size);
+	}
+
+	/// The start command's copy of itself becomes ha-address.
+	pid_t __wrap_fork()
+	{
+		world().startManaged(self(), velarix::keeper::kAddressProgram);
+		return 1;
+	}
+
+	/// What the keeper's commands print is read by the agent. It is one text and a line feed,
+	/// whatever the compiler makes of the call.
+	int __wrap_puts(const char* text)
+	{
+		self().printed += std::string(text) + "\n";
+		return 0;
+	}
+
+	int __wrap___printf_chk(int /*flag*/, const char* /*format*/, const char* text)
+	{
+		return __wrap_puts(text);
+	}
+}
