@@ -193,7 +193,8 @@ private:
 			// One that was refused was there, and has its finding already.
 			if (!m_seen.contains({line, key}))
 			{
-				add(line, "there is no " + key + " in [" + section + "]", "write " + key + " = ...");
+				add(line, std::string("there is no ").append(key).append(" in [").append(section).append("]"),
+				    "write " + key + " = ...");
 			}
 		}
 	}
