@@ -79,7 +79,8 @@ std::string newTunnelKey()
 
 std::string publicKeyOf(const std::string& privateKey)
 {
-	return Poco::trim(outputOf("wg", {"pubkey"}, privateKey + "\n"));
+	// Without wg nobody would read what is written.
+	return privateKey.empty() ? "" : Poco::trim(outputOf("wg", {"pubkey"}, privateKey + "\n"));
 }
 
 } // namespace velarix::inspect::host

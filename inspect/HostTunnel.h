@@ -17,7 +17,7 @@ struct TunnelSession
 	/// Bytes since the tunnel came up.
 	std::uint64_t received = 0;
 	std::uint64_t sent = 0;
-	/// The partner's address and port outside, "192.0.2.2:51820".
+	/// The partner's address and port outside, "192.0.2.2:51871".
 	std::string endpoint;
 };
 

@@ -18,6 +18,9 @@ inline constexpr char kTunnelKey[] = "tunnel.key";
 inline constexpr char kTunnelPublicKey[] = "tunnel.pub";
 inline constexpr char kPartnerKey[] = "partner.pub";
 
+/// The public keys, this node's first, of a tunnel that has worked.
+inline constexpr char kTunnelProven[] = "/var/lib/velarix-ha/tunnel-proven";
+
 /// tunnel.conf; what is missing is empty.
 struct TunnelSettings
 {

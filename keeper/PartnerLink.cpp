@@ -115,8 +115,9 @@ bool PartnerLink::open()
 	const sockaddr_in own = placeOf(m_own, m_port);
 	const sockaddr_in partner = placeOf(m_partner, m_port);
 	// Connected, it gets packets of the partner's address alone.
-	if (::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) != 0 ||
-	    ::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&partner), sizeof partner) != 0)
+	const bool bound = ::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
+	m_bindError = bound ? 0 : errno;
+	if (!bound || ::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&partner), sizeof partner) != 0)
 	{
 		m_socket.close();
 	}
@@ -159,7 +160,8 @@ std::optional<PartnerWord> PartnerLink::read(int& limit)
 		}
 		Datagram datagram{};
 		std::copy_n(bytes.begin(), datagram.size(), datagram.begin());
-		if (size != static_cast<ssize_t>(datagram.size()) || !isGenuine(datagram, *m_key, m_partner))
+		if (size != static_cast<ssize_t>(datagram.size()) ||
+		    datagram[2] > static_cast<std::uint8_t>(PartnerWord::ready) || !isGenuine(datagram, *m_key, m_partner))
 		{
 			continue;
 		}

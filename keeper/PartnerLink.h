@@ -67,6 +67,8 @@ public:
 	/// Tries to be reachable. Without a route to the partner it is tried again.
 	/// @return whether the descriptor is new
 	bool open();
+	/// @return why the port could not be taken, as errno; 0 when it could
+	int bindError() const { return m_bindError; }
 	int descriptor() const { return m_socket.get(); }
 	void ask();
 	/// Reads at most `limit` datagrams, answers questions.
@@ -83,6 +85,7 @@ private:
 	Say m_say;
 	std::optional<Nonce> m_open; ///< of the question that has no answer yet
 	Millis m_openedAt = 0;
+	int m_bindError = 0;
 	Descriptor m_socket;
 };
 

@@ -32,6 +32,9 @@ void stay(Step& /*step*/, Millis /*now*/)
 void query(Step& step, Millis now)
 {
 	step.actions.ask = true;
+	// Targets that come and go must not move the service each time.
+	step.machine.handedOver =
+	    step.machine.handedOver && (step.machine.state != State::reachable || now < step.machine.forgetAt);
 	step.machine.askAt = now + (step.machine.state == State::asking      ? kAskGap
 	                            : step.machine.state == State::reachable ? kAskWell
 	                                                                     : step.machine.interval);
@@ -40,7 +43,7 @@ void query(Step& step, Millis now)
 void reach(Step& step, Millis now)
 {
 	enter(step, State::reachable, true);
-	step.machine.handedOver = false;
+	step.machine.forgetAt = now + kWellFor;
 	query(step, now);
 }
 

@@ -18,7 +18,7 @@
 /// another failure, which says nothing about this node: nothing moves.
 ///
 /// Two nodes lose a target at different moments of the same interval. So a node loses its
-/// targets only after `failures` misses, at least two, and a partner reaches its own only
+/// targets only after `failures` misses, at least three, and a partner reaches its own only
 /// after as many answers in a row: whoever has lost them has a partner that has missed one.
 #pragma once
 
@@ -74,6 +74,8 @@ inline constexpr Millis kAskGap = 200;
 inline constexpr Millis kAskFor = 1'000;
 /// While all is well, so that a wrong key or firewall is seen before it matters.
 inline constexpr Millis kAskWell = 5'000;
+/// Without a loss for this long: the next one may hand over again.
+inline constexpr Millis kWellFor = 60'000;
 } // namespace timing
 
 struct ReachMachine
@@ -82,8 +84,9 @@ struct ReachMachine
 
 	ReachState state = ReachState::unknown;
 	bool held = false;       ///< the reachability address is to be there
-	bool handedOver = false; ///< since the targets were lost
+	bool handedOver = false; ///< and not well for a minute since
 	Millis askAt = kNever;
+	Millis forgetAt = 0;      ///< in REACHABLE: that it has handed over
 	Millis silentAt = kNever; ///< of ASKING: nobody has answered
 };
 

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <linux/capability.h>
@@ -50,6 +52,14 @@ std::optional<Key> keyOrReport(Journal& journal)
 	return key;
 }
 
+/// @return when the files were written that the settings come from; the epoch for one that is not there
+std::array<std::filesystem::file_time_type, 2> settingsTimes()
+{
+	std::error_code ignored;
+	return {std::filesystem::last_write_time(kSettingsFile, ignored),
+	        std::filesystem::last_write_time(kKeyFile, ignored)};
+}
+
 } // namespace
 
 AddressSettings reachAddress(const ReachSettings& settings)
@@ -62,7 +72,7 @@ AddressSettings reachAddress(const ReachSettings& settings)
 }
 
 Reachability::Reachability(const ReachSettings& settings)
-    : m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
+    : m_files(settingsTimes()), m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
       m_link(settings, keyOrReport(m_journal), [this] { return word(); }), m_targets(settings.targets.size()),
       m_pings(settings.targets.size())
 {
@@ -73,7 +83,7 @@ Reachability::Reachability(const ReachSettings& settings)
 
 int Reachability::run()
 {
-	keepCapabilities({CAP_NET_ADMIN, CAP_NET_RAW});
+	keepCapabilities({CAP_NET_ADMIN, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
 	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : feed(ReachEvent::stop); });
 	m_loop.watch(m_bell.descriptor(),
 	             [this]
@@ -95,7 +105,7 @@ int Reachability::run()
 	{
 		turn();
 	}
-	return EX_OK;
+	return m_changed ? EX_TEMPFAIL : EX_OK;
 }
 
 void Reachability::turn()
@@ -125,12 +135,54 @@ void Reachability::round()
 	{
 		ping(i);
 	}
+	openLink();
+	if (m_machine.held && !m_set)
+	{
+		raise();
+	}
+	judge();
+	publish();
+	if (settingsChanged())
+	{
+		m_changed = true;
+		feed(ReachEvent::stop);
+	}
+}
+
+void Reachability::openLink()
+{
 	if (m_link.open())
 	{
 		m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
 	}
-	judge();
-	publish();
+	const int error = m_link.bindError();
+	if (std::exchange(m_bindError, error) != error && error != 0)
+	{
+		m_journal.event("failed", "the partner cannot be asked: " + m_settings.own + " UDP port " +
+		                              std::to_string(m_settings.port) + ": " + std::strerror(error));
+	}
+}
+
+/// @return whether there are new settings that can be used
+bool Reachability::settingsChanged()
+{
+	const auto files = settingsTimes();
+	if (files == m_files)
+	{
+		return false;
+	}
+	std::string error;
+	const ParsedSettings parsed = readSettings();
+	if (parsed.error() == nullptr && parsed.settings.reach.line != 0 && readKey(kKeyFile, error))
+	{
+		return true;
+	}
+	if (files != std::exchange(m_refused, files))
+	{
+		m_journal.event("failed", "keeper.ini or its key was changed, and the former settings stay: " +
+		                              (error.empty() ? "see keeper check" : error));
+	}
+	return false;
 }
 
 /// Closes the round before and begins the next one.
@@ -250,7 +302,9 @@ void Reachability::feed(ReachEvent event)
 
 void Reachability::raise()
 {
-	if (const int error = addAddress(m_address); error != 0)
+	const int error = addAddress(m_address);
+	m_set = error == 0;
+	if (!m_set)
 	{
 		m_journal.event("failed", m_address.text + " cannot be set on lo: " + std::strerror(error));
 	}
@@ -287,7 +341,8 @@ void Reachability::report(ReachState before)
 		m_journal.event("isolated", "neither targets nor the partner answer: " + address + " is removed");
 		break;
 	case ReachState::stopped:
-		m_journal.event("stopped", "asked to end, " + address + " is removed");
+		m_journal.event("stopped", std::string(m_changed ? "its settings were changed, " : "asked to end, ") + address +
+		                               " is removed");
 		break;
 	default:
 		break;

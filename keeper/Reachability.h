@@ -3,6 +3,8 @@
 /// its own network.
 #pragma once
 
+#include <array>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -25,7 +27,7 @@ class Reachability
 {
 public:
 	explicit Reachability(const ReachSettings& settings);
-	/// Works until SIGTERM. @return the exit status
+	/// Works until SIGTERM. @return the exit status; EX_TEMPFAIL to be started with changed settings
 	int run();
 
 private:
@@ -41,6 +43,8 @@ private:
 	void round();
 	void ping(std::size_t index);
 	void readPing(std::size_t index);
+	void openLink();
+	bool settingsChanged();
 	void readPartner();
 	void judge();
 	PartnerWord word() const;
@@ -50,6 +54,9 @@ private:
 	void report(ReachState before);
 	void publish();
 
+	using FileTimes = std::array<std::filesystem::file_time_type, 2>;
+	FileTimes m_files;     ///< before the key is read
+	FileTimes m_refused{}; ///< could not be used, as reported
 	ReachSettings m_settings;
 	AddressSettings m_address;
 	Journal m_journal;
@@ -60,6 +67,9 @@ private:
 	long long m_since = 0; ///< of its state; CLOCK_REALTIME in seconds
 	std::vector<Target> m_targets;
 	std::vector<Pings> m_pings;
+	bool m_set = false;                ///< the last raise succeeded
+	bool m_changed = false;            ///< there are new settings
+	int m_bindError = 0;               ///< as reported
 	std::string m_partner = "unknown"; ///< fails, reaches, ready, silent
 	bool m_asked = false;              ///< and not answered yet
 	Millis m_roundAt = 0;

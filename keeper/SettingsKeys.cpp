@@ -179,8 +179,8 @@ constexpr std::array<Key, 23> kKeys{{
     {{"reachability", "interval", "seconds between two pings of each target, the same on both nodes", "1", "1 to 60"},
      setReachNumber<&R::interval, 1, 60>},
     {{"reachability", "failures", "unanswered pings in a row after which a target is lost, the same on both nodes", "3",
-      "2 to 100"},
-     setReachNumber<&R::failures, 2, 100>},
+      "3 to 100"},
+     setReachNumber<&R::failures, 3, 100>},
     {{"reachability", "address", "the same as GATEWAY_IP: on lo while enough targets answer", "",
       "an IPv4 address outside of all attached networks"},
      setReachAddress<&R::address>},
@@ -189,8 +189,8 @@ constexpr std::array<Key, 23> kKeys{{
       "an IPv4 address"},
      setReachAddress<&R::partner>},
     {{"reachability", "port", "UDP port of the question and the answer, the same on both nodes", "7000",
-      "1024 to 65535"},
-     setReachNumber<&R::port, 1024, 65535>},
+      "1 to 65535"},
+     setReachNumber<&R::port, 1, 65535>},
 }};
 
 } // namespace

@@ -67,7 +67,7 @@ void machine(Findings& findings, const Paths& paths, bool reach);
 /// Addresses, routes and the virtual IP's holder; a part of `machine`.
 void network(Findings& findings, const std::vector<host::Address>& addresses, bool reach);
 /// The tunnel's interface, rules, way and session; a part of `machine`.
-void tunnelMachine(Findings& findings);
+void tunnelMachine(Findings& findings, const Paths& paths);
 /// @return the address of the network that an address is in
 std::string networkOf(const std::string& address, int prefix);
 /// How the start command raises the virtual IP, against what the machine has; a part of `trial`.

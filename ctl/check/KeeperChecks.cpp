@@ -154,7 +154,7 @@ void reachMachine(Findings& findings, const KeeperFile& file)
 	              facts.kind == host::FileKind::regular ? "others than root may read the key of the reachability"
 	                                                    : "there is no key of the reachability",
 	              "the partner cannot be asked, or anybody can answer for it: a node that loses its targets gives up",
-	              "velarixctl init makes one: chown root, chmod 0600, the same file on both nodes"});
+	              "copy reachability.key from the other node: owner root, chmod 600"});
 }
 
 } // namespace

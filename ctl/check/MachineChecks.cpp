@@ -200,7 +200,7 @@ void machine(Findings& findings, const Paths& paths, bool reach)
 {
 	interfaces(findings);
 	network(findings, host::addresses(), reach);
-	tunnelMachine(findings);
+	tunnelMachine(findings, paths);
 	pings(findings);
 	ports(findings, paths);
 	logSpace(findings, paths);

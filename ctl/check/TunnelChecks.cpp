@@ -6,6 +6,7 @@
 
 #include <Poco/String.h>
 
+#include "inspect/ExitCode.h"
 #include "inspect/HostTunnel.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
@@ -87,7 +88,21 @@ void outside(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 	}
 }
 
-void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& file)
+/// @return whether a handshake has been made with the keys that are in place (packaging/tunnel)
+bool isProven(const fs::path& directory, const fs::path& record)
+{
+	try
+	{
+		const auto keyIn = [&](const char* name) { return Poco::trim(readInputFile(directory / name)); };
+		return Poco::trim(readInputFile(record)) == keyIn(kTunnelPublicKey) + "\n" + keyIn(kPartnerKey);
+	}
+	catch (const Failure&)
+	{
+		return false;
+	}
+}
+
+void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& file, const Paths& paths)
 {
 	if (!host::interface(kTunnelInterface).present)
 	{
@@ -107,7 +122,9 @@ void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 	}
 	if (host::answersPing(tunnel.endpoint, 3).value_or(false) && !host::answersPing(tunnel.partner, 3).value_or(true))
 	{
-		findings.add(Severity::error, file, 0,
+		// Anybody on the wire can answer at the endpoint: that must not keep a survivor from starting.
+		const bool proven = isProven(file.parent_path(), paths.belowIfAny(kTunnelProven));
+		findings.add(proven ? Severity::warning : Severity::error, file, 0,
 		             {"tunnel-down",
 		              "the tunnel is down, the cable is not: the partner answers at " + tunnel.endpoint +
 		                  " and not in the tunnel",
@@ -144,13 +161,13 @@ void tunnelFiles(Findings& findings)
 	keys(findings, file.parent_path());
 }
 
-void tunnelMachine(Findings& findings)
+void tunnelMachine(Findings& findings, const Paths& paths)
 {
 	if (const std::optional<TunnelSettings> tunnel = readTunnel(findings.file.path()))
 	{
 		const fs::path file = findings.file.path().parent_path() / kTunnelFile;
 		outside(findings, *tunnel, file);
-		session(findings, *tunnel, file);
+		session(findings, *tunnel, file, paths);
 	}
 }
 

@@ -184,6 +184,11 @@ std::vector<std::string> faults(const Answers& answers)
 	{
 		tell("target", addressFault(target));
 	}
+	// Another node or router may have it: the keeper would claim it.
+	if (!answers.targets.empty() && !answers.gateway.empty() && answers.gateway != kReachAddress)
+	{
+		tell("gateway", "with --target the keeper holds this address itself: leave it out");
+	}
 	if (!answers.targets.empty() && answers.services.empty())
 	{
 		tell("target", "the keeper pings them: make each program a --service");

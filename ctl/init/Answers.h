@@ -67,8 +67,8 @@ struct Answers
 	/// Of the nodes in the tunnel: link-local, as for other tunnels between two hosts.
 	std::string tunnelA = "169.254.127.1";
 	std::string tunnelB = "169.254.127.2";
-	/// UDP, on both nodes.
-	int tunnelPort = 51820;
+	/// UDP, on both nodes; not 51820, which a WireGuard of the operator has.
+	int tunnelPort = 51871;
 	/// Public key of the partner of the node that the files are made on; empty: not known yet.
 	std::string partnerKey;
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <iomanip>
 #include <memory>
 #include <random>
@@ -77,8 +78,10 @@ NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
 }
 
 /// @return the key that a node has already, in place or in the output; else a new one
-std::string keyText(const std::vector<NodeFiles>& places)
+std::string keyText(std::vector<NodeFiles> places)
 {
+	// The output may be older than what is in use.
+	std::ranges::stable_sort(places, std::greater<>(), &NodeFiles::installed);
 	for (const NodeFiles& place : places)
 	{
 		if (host::fileFacts(place.key).kind == host::FileKind::regular)

@@ -53,7 +53,7 @@ void setKeeper(NodeSettings& settings)
 }
 
 /// The check fetches the page without any program but bash.
-std::string keeperText(HostId node)
+std::string keeperText(HostId node, const std::string& own, const std::string& partner)
 {
 	return "[address]\naddress = " + sharedAddress + "\ninterface = " + sharedInterface +
 	       "\non_conflict = " + (node == HostId::a ? "defend" : "yield") +
@@ -61,9 +61,7 @@ std::string keeperText(HostId node)
 	       sharedAddress + "/" + std::to_string(plan::servicePort) +
 	       " && echo 'GET / HTTP/1.0' >&3 && read -r -u 3 line\"\n\n[reachability]\naddress = " + plan::reachAddress +
 	       "\ntargets = " + plan::addressOf(HostId::gateway, Network::communication) + " " +
-	       plan::addressOf(HostId::gateway, Network::service) +
-	       "\nown = " + plan::addressOf(node, Network::communication) +
-	       "\npartner = " + plan::addressOf(otherNode(node), Network::communication) +
+	       plan::addressOf(HostId::gateway, Network::service) + "\nown = " + own + "\npartner = " + partner +
 	       "\nport = " + std::to_string(plan::heartbeatPort) + "\n";
 }
 
@@ -106,7 +104,7 @@ NodeSettings NodeSettings::standard(HostId node, const PairSettings& pair)
 	if (pair.profile == Profile::keeper)
 	{
 		setKeeper(settings);
-		settings.m_keeperIni = keeperText(node);
+		settings.m_keeperIni = keeperText(node, address(node), address(otherNode(node)));
 	}
 	else
 	{

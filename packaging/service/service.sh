@@ -238,8 +238,10 @@ link_programs() {
 
 # By its unit where there is systemd. Goes on when the agent stops, and is not started twice.
 start_reach() {
-	if [ ! -d /run/systemd/system ] && grep -q '^[[:space:]]*\[reachability\]' "$keeper_settings" 2>/dev/null; then
-		env -i PATH="$PATH" setsid "$keeper" reach </dev/null >/dev/null 2>>"$console" &
+	if [ ! -d /run/systemd/system ] && grep -qs '^[[:space:]]*[[][[:space:]]*reachability[[:space:]]*[]]' "$keeper_settings"; then
+		# 75: its settings have changed.
+		# shellcheck disable=SC2016
+		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; [ $? = 75 ]; do :; done' "$keeper" </dev/null >/dev/null 2>>"$console" &
 	fi
 }
 

@@ -3,7 +3,8 @@
 #
 #   tunnel start    makes the key if there is none, brings the tunnel up; may be repeated
 #   tunnel reload   takes changed keys and settings into the running tunnel
-#   tunnel refresh  runs for good: after a long cut, ends the wait for the next handshake
+#   tunnel refresh  runs for good: after a long cut, ends the wait for the next handshake; starts
+#                   the tunnel again when its interface is gone
 #
 # There is no stop: without its tunnel a node takes its partner for dead.
 set -eu
@@ -11,6 +12,9 @@ umask 077
 
 directory=/usr/velarix/bin/ini
 device=wg-ha
+# The public keys of a tunnel that has worked: while they are these, "velarixctl check" lets the
+# agent start without an answer.
+proven=/var/lib/velarix-ha/tunnel-proven
 # Without an answer for that long WireGuard has no session any more, and asks for one in
 # growing intervals.
 stale=185
@@ -41,7 +45,11 @@ make_key() {
 }
 
 is_up() {
-	ip link show dev "$device" >/dev/null 2>&1
+	# Without a program: it is asked every second.
+	while read -r name _; do
+		[ "$name" != "$device:" ] || return 0
+	done </proc/net/dev
+	return 1
 }
 
 start() {
@@ -53,7 +61,7 @@ start() {
 	# When the device is gone heartbeats must not leave by a default route in the clear.
 	ip route replace unreachable "$partner/32" metric 4278198272
 	if ! is_up; then
-		ip link add dev "$device" type wireguard 2>/dev/null || wireguard-go "$device" >/dev/null ||
+		ip link add dev "$device" type wireguard 2>/dev/null || wireguard-go "$device" >/dev/null || is_up ||
 			die "no WireGuard: the kernel has no such module, and wireguard-go is not installed or fails"
 	fi
 	configuration | wg syncconf "$device" /dev/stdin
@@ -66,18 +74,33 @@ reload() {
 	configuration | wg syncconf "$device" /dev/stdin
 }
 
+# The keys are asked of the running tunnel: the files may have changed since.
+prove() {
+	# A handshake with a former key proves nothing.
+	[ "$1" -gt "$(stat -c %Y "$directory/tunnel.key")" ] || return 0
+	keys=$(wg show "$device" public-key && wg show "$device" peers) || return 0
+	[ "$keys" != "$(cat "$proven" 2>/dev/null)" ] || return 0
+	[ -d "${proven%/*}" ] || install -d -m 755 "${proven%/*}"
+	printf '%s\n' "$keys" >"$proven.new" && mv "$proven.new" "$proven"
+}
+
 refresh() {
 	while :; do
+		is_up || "$0" start || sleep 5
 		last=$(wg show "$device" latest-handshakes 2>/dev/null | cut -f 2)
 		age=$(($(date +%s) - ${last:-0}))
 		pause=1
 		if [ "$age" -gt "$stale" ]; then
 			# Unlike syncconf it sets the endpoint anew, which begins a handshake at once.
-			! is_up || configuration | wg setconf "$device" /dev/stdin
+			! is_up || configuration | wg setconf "$device" /dev/stdin || :
 		elif [ "$age" -ge 0 ]; then
+			prove "$last" || :
 			pause=$((stale + 1 - age))
 		fi
-		sleep "$pause"
+		while [ "$pause" -gt 0 ] && is_up; do
+			sleep 1
+			pause=$((pause - 1))
+		done
 	done
 }
 

@@ -427,6 +427,9 @@ TEST_F(Init, KeepsModeAndOwnerOfWhatItReplaces)
 TEST_F(Init, TargetsMakeTheGatewayTheKeepersAddressWithOneKeyForBoth)
 {
 	std::vector<std::string> with = arguments({"--target=192.0.2.254", "--target=198.51.100.1", "--needed=2"});
+	const Outcome claimed = run(with);
+	EXPECT_EQ(claimed.code, 2) << "the keeper would claim the router's address";
+	EXPECT_THAT(claimed.err, HasSubstr("--gateway: with --target the keeper holds this address itself"));
 	std::erase(with, "--gateway=192.0.2.254");
 	EXPECT_EQ(run(with).code, 0);
 	EXPECT_EQ(settingsOf("a").text("AGENT.GATEWAY_IP"), "192.0.0.8");

@@ -19,9 +19,9 @@ protected:
 		soundMaster();
 		write("/usr/velarix/bin/ini/tunnel.conf",
 		      "[Interface]\nAddress = 192.0.2.1/32\n[Peer]\nAllowedIPs = 192.0.2.2/32\n"
-		      "Endpoint = 203.0.113.2:51820\n");
+		      "Endpoint = 203.0.113.2:51871\n");
 		fakeHost().interfaces["wg-ha"] = {true, true};
-		fakeHost().tunnel = velarix::inspect::host::TunnelSession{now - 70s, 1000, 2000, "203.0.113.2:51820"};
+		fakeHost().tunnel = velarix::inspect::host::TunnelSession{now - 70s, 1000, 2000, "203.0.113.2:51871"};
 		fakeMachine().answering.insert("203.0.113.2");
 	}
 

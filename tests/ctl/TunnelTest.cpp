@@ -24,8 +24,8 @@ constexpr char kDirectory[] = "/usr/velarix/bin/ini/";
 constexpr char kKeyA[] = "KKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKK=";
 constexpr char kKeyB[] = "BBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBB=";
 /// As nft lists them.
-constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 51820 udp dport 51820 accept\n"
-                          "\t\tudp dport 51820 counter packets 0 bytes 0 drop\n";
+constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 51871 udp dport 51871 accept\n"
+                          "\t\tudp dport 51871 counter packets 0 bytes 0 drop\n";
 
 class Tunnel : public CheckTest
 {
@@ -74,6 +74,15 @@ void down()
 	fakeMachine().answering = {"192.0.2.2"};
 }
 
+/// @param before what the keys once were, too
+void prove(const fs::path& directory, const std::string& before)
+{
+	down();
+	const fs::path record = directory / "../../../../var/lib/velarix-ha/tunnel-proven";
+	fs::create_directories(record.parent_path());
+	std::ofstream(record) << readFile(directory / "tunnel.pub") << before << readFile(directory / "partner.pub");
+}
+
 void replaceRule(const std::string& part)
 {
 	std::string& rules = fakeHost().tunnelRules;
@@ -90,11 +99,13 @@ const Row kRows[] = {
     {"PartnerBesideIt",      {"warning route-elsewhere config.ini:20"},            [](const fs::path&) { fakeHost().routes["169.254.127.2"] = "eth1"; }},
     {"RulesNotLoaded",       {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnelRules = ""; }},
     {"RulesWithoutAddress",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("ip saddr 192.0.2.2 "); }},
-    {"RulesWithoutPort",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("udp sport 51820 "); }},
+    {"RulesWithoutPort",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("udp sport 51871 "); }},
     {"RulesWithoutDrop",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 0 bytes 0 drop"); }},
     {"UserMayNotAsk",        {},                                                   [](const fs::path&) { fakeHost().tunnelRules = ""; fakeHost().user = 1000; }},
     {"ClockWentBack",        {"warning tunnel-clock tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnel->handshake = std::chrono::system_clock::now() + 60s; }},
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
+    {"CableAloneButProven",  {"warning tunnel-down tunnel.conf"},                  [](const fs::path& in) { prove(in, ""); }},
+    {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},
     {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeMachine().answering = {}; }},
     {"NoKeepalive",          {"warning tunnel-keepalive tunnel.conf"},             [](const fs::path& in) { replace(in / "tunnel.conf", "PersistentKeepalive = 1", ""); }},
     {"OtherAddress",         {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { replace(in / "tunnel.conf", "169.254.127.1", "169.254.127.9"); }},
@@ -116,7 +127,7 @@ protected:
 		fakeHost().routes["169.254.127.2"] = "wg-ha";
 		fakeHost().interfaces["wg-ha"] = {true, true};
 		fakeHost().tunnelRules = kRules;
-		fakeHost().tunnel = host::TunnelSession{std::chrono::system_clock::now() - 20s, 1, 1, "192.0.2.2:51820"};
+		fakeHost().tunnel = host::TunnelSession{std::chrono::system_clock::now() - 20s, 1, 1, "192.0.2.2:51871"};
 		fakeMachine().answering = {"192.0.2.2", "169.254.127.2", "192.0.2.254"};
 	}
 };
@@ -131,7 +142,7 @@ TEST_P(TunnelTable, IsFound)
 	const SettingsFile file = SettingsFile::load(directory / "config.ini");
 	Findings findings(file, report);
 	checks::tunnelFiles(findings);
-	checks::machine(findings, Paths(), false);
+	checks::machine(findings, Paths(root()), false);
 	std::vector<std::string> found = shortForms(report);
 	for (std::string& line : found)
 	{
@@ -153,7 +164,7 @@ TEST_F(Tunnel, InitWritesTheFilesOfBothNodesAndTheKeyOfThisOneAlone)
 	EXPECT_EQ(status.st_mode & 07777U, 0600U);
 	EXPECT_FALSE(fs::exists(below("/pair/b/tunnel.key")));
 	EXPECT_EQ(readFile(below("/pair/b/partner.pub")), text("tunnel.pub"));
-	EXPECT_THAT(text("tunnel.conf"), HasSubstr("Endpoint = 192.0.2.2:51820"));
+	EXPECT_THAT(text("tunnel.conf"), HasSubstr("Endpoint = 192.0.2.2:51871"));
 	EXPECT_THAT(text("tunnel.conf"), HasSubstr("PersistentKeepalive = 1"));
 	EXPECT_THAT(text("tunnel.conf"), Not(HasSubstr(kKeyA)));
 	EXPECT_THAT(readFile(below("/pair/b/tunnel.conf")), HasSubstr("Address = 169.254.127.2/32"));

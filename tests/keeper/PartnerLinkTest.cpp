@@ -89,6 +89,24 @@ TEST(PartnerLink, AnotherKeyIsNoPartner)
 	EXPECT_EQ(a.read(), std::nullopt);
 }
 
+TEST(PartnerLink, AWordOfALaterVersionIsNone)
+{
+	Link a("127.0.0.1", "127.0.0.2", kKey, PartnerWord::fails);
+	Link b("127.0.0.2", "127.0.0.1", kKey, static_cast<PartnerWord>(3));
+	a.link.ask();
+	b.read();
+	EXPECT_EQ(b.asked, 1);
+	EXPECT_EQ(a.read(), std::nullopt);
+}
+
+TEST(PartnerLink, APortThatIsTakenIsReported)
+{
+	Link a("127.0.0.1", "127.0.0.2", kKey, PartnerWord::fails);
+	Link again("127.0.0.1", "127.0.0.2", kKey, PartnerWord::fails);
+	EXPECT_EQ(a.link.bindError(), 0);
+	EXPECT_EQ(again.link.bindError(), EADDRINUSE);
+}
+
 TEST(PartnerLink, WithoutAKeyItIsNotOpened)
 {
 	Link a("127.0.0.1", "127.0.0.2", std::nullopt, PartnerWord::fails);

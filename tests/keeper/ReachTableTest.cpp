@@ -154,12 +154,16 @@ TEST(ReachTable, APartnerThatDoesNotAnswerForASecondMakesTheNodeTheIsolatedOne)
 	EXPECT_EQ(asked, 6);
 }
 
-TEST(ReachTable, TheNextLossMayHandOverAgain)
+TEST(ReachTable, ALossMayHandOverAgainAfterAMinuteWithout)
 {
 	ReachMachine machine;
 	machine.state = partnerOnly;
 	machine.held = machine.handedOver = true;
 	machine = next(machine, E::enough, kNow).machine;
+	EXPECT_TRUE(machine.handedOver) << "targets that come and go";
+	machine = next(machine, E::timer, kNow + timing::kWellFor - 1).machine;
+	EXPECT_TRUE(machine.handedOver);
+	machine = next(machine, E::timer, kNow + timing::kWellFor).machine;
 	EXPECT_FALSE(machine.handedOver);
 }
 
@@ -205,7 +209,7 @@ struct Pair
 	Node nodes[2];
 	bool up = true; ///< the target, for both
 	bool moved = false;
-	static constexpr int kFailures = 2;
+	static constexpr int kFailures = 3;
 
 	void feed(int index, E event, Millis now)
 	{

@@ -41,7 +41,7 @@ protected:
 	{
 		const std::string key = "/usr/velarix/bin/ini/reachability.key";
 		host.configure(own == 1, "[reachability]\naddress = 192.0.0.8\ntargets = 192.0.2.254 192.0.2.253\nneeded = 1\n"
-		                         "failures = 2\nown = 192.0.2." +
+		                         "failures = 3\nown = 192.0.2." +
 		                             std::to_string(own) + "\npartner = 192.0.2." + std::to_string(partner) + "\n");
 		host.sh("printf %064d 7 > " + key + "; chmod 600 " + key);
 	}
@@ -132,6 +132,20 @@ TEST_F(ReachTest, RemovedByHandItComesBackAndAKilledWorkerTakesItAlong)
 	m_a.sh("kill -9 " + m_a.state(kReach, "pid"));
 	EXPECT_TRUE(comes(
 	    m_a, [&] { return m_a.processes(kReach).empty() && !isThere(m_a); }, "the end"));
+}
+
+TEST_F(ReachTest, NewSettingsEndItForItsUnitToStartAndWrongOnesDoNot)
+{
+	start(m_a);
+	ASSERT_TRUE(reaches(m_a, "reachable", true));
+	m_a.sh("chmod 644 /usr/velarix/bin/ini/reachability.key; touch /usr/velarix/bin/ini/reachability.key");
+	ASSERT_TRUE(comes(
+	    m_a, [&] { return has(m_a.events(), "the former settings stay"); }, "the report"));
+	EXPECT_TRUE(isThere(m_a));
+	m_a.sh("printf %064d 8 > /usr/velarix/bin/ini/reachability.key; chmod 600 /usr/velarix/bin/ini/reachability.key");
+	EXPECT_TRUE(comes(
+	    m_a, [&] { return m_a.processes(kReach).empty() && !isThere(m_a); }, "the end"));
+	EXPECT_TRUE(has(m_a.events(), "its settings were changed"));
 }
 
 TEST_F(ReachTest, AnOutageForBothMovesNothing)
