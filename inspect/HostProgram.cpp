@@ -30,6 +30,18 @@ constexpr std::size_t kMostErrors = 4096;
 constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
+/// The process group that is running; for the signal handler.
+pid_t s_running = 0;
+
+void endBoth(int number)
+{
+	if (s_running > 0)
+	{
+		::kill(-s_running, SIGKILL);
+	}
+	::_exit(kSignalled + number);
+}
+
 /// Keeps what comes through a pipe.
 class Catcher
 {
@@ -144,9 +156,9 @@ bool follow(pid_t child, std::chrono::milliseconds limit, std::array<Catcher*, 2
 		std::array<pollfd, 3> wanted{pollfd{end.get(), POLLIN, 0}, pollfd{catchers[0]->descriptor(), POLLIN, 0},
 		                             pollfd{catchers[1]->descriptor(), POLLIN, 0}};
 		const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-		const int ready = ::poll(wanted.data(), wanted.size(), static_cast<int>(std::max<long>(left, 0)));
+		::poll(wanted.data(), wanted.size(), static_cast<int>(std::max<long>(left, 0)));
 		std::ranges::for_each(catchers, &Catcher::take);
-		if (wanted[0].revents != 0 || (ready == 0 && left <= 0))
+		if (wanted[0].revents != 0 || left <= 0)
 		{
 			return wanted[0].revents != 0;
 		}
@@ -171,8 +183,9 @@ ProgramEnd runProgram(const ProgramCall& call)
 	Catcher output(result.output, kMostOutput);
 	Catcher errors(result.errors, kMostErrors);
 	const Descriptor input = inputFile(call.input);
-	pid_t child = 0;
-	const int error = input ? start(call, input.get(), output.childsEnd(), errors.childsEnd(), child) : errno;
+	// posix_spawn sets it with all signals blocked, so no signal comes between.
+	const int error = input ? start(call, input.get(), output.childsEnd(), errors.childsEnd(), s_running) : errno;
+	const pid_t child = s_running;
 	output.started();
 	errors.started();
 	if (error != 0)
@@ -182,12 +195,21 @@ ProgramEnd runProgram(const ProgramCall& call)
 		return result;
 	}
 	result.inTime = follow(child, call.limit, {&output, &errors});
-	// The leader is not awaited yet, so that the group is still its own.
-	::kill(-child, SIGKILL);
+	if (!result.inTime)
+	{
+		// The leader is not awaited yet, so that the group is still its own.
+		::kill(-child, SIGKILL);
+	}
+	s_running = 0;
 	int status = 0;
 	::waitpid(child, &status, 0);
 	result.status = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
 	return result;
+}
+
+void endWithProgram()
+{
+	std::signal(SIGTERM, endBoth);
 }
 
 } // namespace velarix::inspect::host

@@ -36,7 +36,12 @@ struct ProgramEnd
 	std::string reason() const;
 };
 
-/// The program is the head of a process group of its own. What it leaves behind is killed.
+/// The program is the head of a process group of its own. When its time has passed all of
+/// the group is killed; what a program that ends in time leaves behind goes on, as a mail
+/// program's delivery must. Only for programs of one thread.
 ProgramEnd runProgram(const ProgramCall& call);
+
+/// From now on SIGTERM ends this process and the process group of the running program.
+void endWithProgram();
 
 } // namespace velarix::inspect::host

@@ -54,7 +54,8 @@ KeeperLog::KeeperLog(fs::path path) : m_path(std::move(path))
 	m_files.push_back(m_path);
 }
 
-/// @return whether a file is open; one that cannot be read is passed over
+/// @return whether a file is open; an archive that cannot be read is passed over, the file
+///         that is being written may be readable again later
 bool KeeperLog::open()
 {
 	while (!m_lines && !m_files.empty())
@@ -64,20 +65,27 @@ bool KeeperLog::open()
 		if (bytes != nullptr)
 		{
 			m_lines = std::make_unique<LineStream>(std::move(bytes), kLongest);
+			m_lastError = 0;
 			return true;
 		}
-		if (file == m_path && errno == ENOENT)
+		const int error = errno;
+		const bool stays = file == m_path;
+		if (!stays || (error != ENOENT && error != m_lastError))
 		{
-			return false; // it may come
+			m_trouble.push_back({file, error});
 		}
-		m_trouble.push_back({file, errno});
+		if (stays)
+		{
+			m_lastError = error;
+			return false;
+		}
 		m_files.erase(m_files.begin());
 	}
 	return m_lines != nullptr;
 }
 
-/// Cut by logrotate, or replaced.
-bool KeeperLog::wasCut() const
+/// @return whether nothing more comes from the open file: it was replaced (by logrotate) or cut
+bool KeeperLog::isOver() const
 {
 	FileId id;
 	std::uint64_t size = 0;
@@ -96,9 +104,13 @@ bool KeeperLog::nextLine(RawLine& line)
 		{
 			m_files.erase(m_files.begin());
 		}
-		else if (!wasCut())
+		else if (!isOver())
 		{
 			return false;
+		}
+		else if (m_lines->next(line))
+		{
+			return true; // written between the look at its end and the rotation
 		}
 		m_lines.reset();
 	}

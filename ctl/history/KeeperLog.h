@@ -52,10 +52,12 @@ private:
 	std::unique_ptr<LineStream> m_lines;
 	std::optional<KeeperEvent> m_pending;
 	std::vector<LogTrouble> m_trouble;
+	/// errno of the file that is being written, as long as it cannot be opened.
+	int m_lastError = 0;
 
 	bool nextLine(RawLine& line);
 	bool open();
-	bool wasCut() const;
+	bool isOver() const;
 };
 
 /// What each word of the keeper means and what to do, as rows of the catalogue.

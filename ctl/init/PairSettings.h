@@ -12,7 +12,7 @@ namespace velarix::ctl
 /// @return the whole file, each key with a comment from the table of the keys
 std::string settingsText(const Answers& answers, NodeName node);
 
-/// @return the node's keeper.ini; the two differ in on_conflict alone
+/// @return the node's keeper.ini; the two differ in on_conflict, and have own and partner of [reachability] exchanged
 std::string keeperSettingsText(const Answers& answers, NodeName node);
 
 } // namespace velarix::ctl

@@ -23,14 +23,15 @@ constexpr std::size_t kMostEvents = 200;
 constexpr std::size_t kDigestLetters = 12;
 
 /// What is the node's own, and not the pair's.
-constexpr std::array<std::string_view, 7> kOwn{key::kMode,      key::kThisServerIP, key::kReceivePort,
-                                               key::kPartnerIP, key::kPartnerPort,  key::kLogPath,
-                                               key::kPurgeAge};
+constexpr std::array<std::string_view, 11> kOwn{
+    key::kMode,         key::kThisServerIP,     key::kReceivePort,     key::kPartnerIP,
+    key::kPartnerPort,  key::kLogPath,          key::kPurgeAge,        "ADDRESS.ON_CONFLICT",
+    "REACHABILITY.OWN", "REACHABILITY.PARTNER", "REACHABILITY.TARGETS"};
 constexpr std::string_view kOwnEnding = "INTERFACE";
 
-constexpr std::array kTold{EventKind::agentStarted,       EventKind::agentEnded, EventKind::roleChanged,
-                           EventKind::takeOverDone,       EventKind::askMade,    EventKind::faultFound,
-                           EventKind::takeOverUnfinished, EventKind::partnerLost};
+constexpr std::array kReported{EventKind::agentStarted,       EventKind::agentEnded, EventKind::roleChanged,
+                               EventKind::takeOverDone,       EventKind::askMade,    EventKind::faultFound,
+                               EventKind::takeOverUnfinished, EventKind::partnerLost};
 
 std::string digest(const std::string& value)
 {
@@ -84,7 +85,7 @@ Json eventsJson(const NodeState& state, const Paths& paths)
 	const Instant since = state.now - kReportedEvents;
 	const auto take = [&](const Event& event)
 	{
-		if (event.time < since || std::ranges::find(kTold, event.kind) == kTold.end())
+		if (event.time < since || std::ranges::find(kReported, event.kind) == kReported.end())
 		{
 			return;
 		}
@@ -152,7 +153,7 @@ std::string nameOf(const Json& report)
 {
 	const std::string host = textAt(report, "/host");
 	const std::string node = textAt(report, "/node");
-	return host.empty() ? node : host + " (" + node + ")";
+	return host.empty() || node.empty() ? host + node : host + " (" + node + ")";
 }
 
 std::string lastRoleOf(const Json& report)

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <cstdint>
 #include <string_view>
 
 #include "inspect/TimeText.h"
@@ -20,6 +20,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds kClocks = 2s;
 /// Of two reports from files.
 constexpr milliseconds kApart = 1min;
+/// The end of the year 9999: whatever a partner reports can be compared.
+constexpr std::int64_t kLastTime = 253'402'300'799'000;
 constexpr char kPair[] = "pair";
 constexpr char kHeld[] = "/virtual_ip/value/held";
 
@@ -101,7 +103,18 @@ private:
 	{
 		const std::string own = textAt(m_own, "/node");
 		const std::string partner = textAt(m_partner, "/node");
-		if (textAt(m_own, "/partner/address") == partner && textAt(m_partner, "/partner/address") == own)
+		const auto unlike = [](const std::string& one, const std::string& other)
+		{ return !one.empty() && !other.empty() && one != other; };
+		for (const Json* report : {&m_own, &m_partner})
+		{
+			if (textAt(*report, "/node").empty())
+			{
+				add("settings-not-known", NagiosStatus::unknown,
+				    nameOf(*report) + " has no readable settings: nobody can tell whether the two are a pair",
+				    "velarixctl check there");
+			}
+		}
+		if (!unlike(textAt(m_own, "/partner/address"), partner) && !unlike(textAt(m_partner, "/partner/address"), own))
 		{
 			return true;
 		}
@@ -123,6 +136,8 @@ private:
 		return says(m_own) || says(m_partner);
 	}
 
+	bool isMoving() const { return eitherSays("taking-over") || eitherSays("asks") || eitherSays("partner-asks"); }
+
 	void address()
 	{
 		const std::string address = textAt(m_own, "/virtual_ip/address");
@@ -134,7 +149,7 @@ private:
 		}
 		else if (isFalseAt(m_own, kHeld) && isFalseAt(m_partner, kHeld))
 		{
-			const bool moves = eitherSays("taking-over") || eitherSays("agent-starting");
+			const bool moves = isMoving() || eitherSays("agent-starting");
 			add("nobody-holds-address", moves ? NagiosStatus::warning : NagiosStatus::critical,
 			    "no node holds " + address + (moves ? "; one is taking the service" : ""),
 			    moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
@@ -160,7 +175,7 @@ private:
 		}
 		if (own == "slave" && partner == "slave")
 		{
-			const bool moves = eitherSays("taking-over") || eitherSays("asks") || eitherSays("partner-asks");
+			const bool moves = isMoving();
 			add("both-standby", moves ? NagiosStatus::warning : NagiosStatus::critical, "both nodes are standby",
 			    "velarixctl events on both nodes");
 		}
@@ -208,11 +223,15 @@ private:
 		}
 	}
 
-	/// Between two files' times lies also what passed between making them.
+	/// Between two files' times lies also what passed between making them; a partner that
+	/// is asked tells its time before this node's is taken.
 	void clocks()
 	{
-		const milliseconds apart(std::abs(numberAt(m_own, "/pair/time_ms") - numberAt(m_partner, "/pair/time_ms")));
-		if (m_reports.asked && apart > kClocks + *m_reports.asked)
+		const auto timeOf = [](const Json& report)
+		{ return milliseconds(std::clamp(numberAt(report, "/pair/time_ms"), std::int64_t{0}, kLastTime)); };
+		const milliseconds behind = timeOf(m_own) - timeOf(m_partner);
+		const milliseconds apart = std::chrono::abs(behind);
+		if (m_reports.asked && (-behind > kClocks || behind > kClocks + *m_reports.asked))
 		{
 			add("clocks-differ", NagiosStatus::warning, "the nodes' clocks are " + spanText(apart) + " apart",
 			    "see to NTP on both nodes");

@@ -133,21 +133,35 @@ private:
 		       places(std::max(to - from, kNarrowest)) + "\" height=\"10\"><title>" + html(title) + "</title></rect>\n";
 	}
 
+	/// @return the role before the first event; empty when it is not known
+	static std::string firstRole(const Json& report)
+	{
+		for (const Json& event : listAt(report, "/pair/events"))
+		{
+			const std::string word = textAt(event, "/event");
+			if (word == "role-changed" || word == "agent-started")
+			{
+				return textAt(event, "/from");
+			}
+		}
+		return lastRoleOf(report);
+	}
+
 	/// A bar for each role that it had, nothing while it had no agent, and marks for what
 	/// went wrong.
 	std::string lane(const Json& report) const
 	{
 		std::string bars;
 		std::string marks;
-		std::string role = lastRoleOf(report);
+		std::string role = firstRole(report);
 		std::int64_t since = m_begin;
 		const auto change = [&](const std::string& from, const std::string& to, std::int64_t time)
 		{
-			if (from == "master" || from == "slave")
+			if ((from == "master" || from == "slave") && time > since)
 			{
 				bars += box(from, at(since), at(time), from == "master" ? "master" : "standby");
 			}
-			since = time;
+			since = std::max(since, time);
 			role = to;
 		};
 		for (const Json& event : listAt(report, "/pair/events"))

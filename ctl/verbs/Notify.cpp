@@ -1,11 +1,15 @@
 // The events of this node, passed on to the programs of a directory. Each notifier has a
 // process of its own that reads the logs, so that one that hangs holds up no other.
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <exception>
 #include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -79,7 +83,8 @@ public:
 	      m_file(positions(context) / notifier.name), m_position(begin()), m_agent(m_position.agent),
 	      m_keeper(m_position.keeper),
 	      m_stream(
-	          EventSource::of(context.paths), std::min(m_position.agent.at, context.now()),
+	          EventSource::of(context.paths),
+	          std::max(std::min(m_position.agent.at, context.now()), context.now() - kTooOld),
 	          [this](const Event& event)
 	          { take(m_agent, m_position.agent, m_stream.at(), eventJson(event), severityOf(event)); },
 	          [this](const KeeperEvent& event)
@@ -89,21 +94,26 @@ public:
 
 	[[noreturn]] void run()
 	{
-		m_stream.read();
-		m_stream.readKeeper();
+		read();
 		for (auto [resumption, mark] :
 		     {std::pair(&m_agent, &m_position.agent), std::pair(&m_keeper, &m_position.keeper)})
 		{
-			for (const Message& message : resumption->rest())
+			for (Message& message : resumption->rest())
 			{
-				pass(message, *mark);
+				m_missed.emplace_back(std::move(message), mark);
 			}
+		}
+		// What the two logs tell of the time without this process comes at once: in one order.
+		std::ranges::stable_sort(m_missed, {}, [](const auto& missed) { return missed.first.at; });
+		m_followsOn = true;
+		for (const auto& [message, mark] : std::exchange(m_missed, {}))
+		{
+			pass(message, *mark);
 		}
 		for (;;)
 		{
 			host::pause(kLook);
-			m_stream.read();
-			m_stream.readKeeper();
+			read();
 		}
 	}
 
@@ -122,6 +132,27 @@ private:
 	Resumption m_agent;
 	Resumption m_keeper;
 	EventStream m_stream;
+	/// What the first reading has found, with the mark of its log.
+	std::vector<std::pair<Message, Mark*>> m_missed;
+	bool m_followsOn = false;
+	/// How many of the troubles of each log were reported.
+	std::size_t m_agentTroubles = 0;
+	std::size_t m_keeperTroubles = 0;
+
+	void read()
+	{
+		m_stream.read();
+		m_stream.readKeeper();
+		for (auto [troubles, reported] : {std::pair(&m_stream.trouble(), &m_agentTroubles),
+		                                  std::pair(&m_stream.keeperTrouble(), &m_keeperTroubles)})
+		{
+			for (; *reported < troubles->size(); ++*reported)
+			{
+				const LogTrouble& one = (*troubles)[*reported];
+				say(one.path.string() + " cannot be read: " + std::strerror(one.error));
+			}
+		}
+	}
 
 	/// A notifier that is new here is spared the past.
 	Position begin() const
@@ -140,19 +171,40 @@ private:
 			// The log's times are cut to tenths of a second.
 			const Instant now = std::chrono::floor<std::chrono::duration<long, std::deci>>(m_context.now());
 			position = Position{{now, {}}, {now, {}}};
-			position->write(m_file);
+			remember(*position);
 		}
 		return *position;
+	}
+
+	/// On a full disk it goes on all the same: a new start gives the last events again.
+	void remember(const Position& position) const
+	{
+		try
+		{
+			position.write(m_file);
+		}
+		catch (const Failure& failure)
+		{
+			say(failure.what());
+		}
 	}
 
 	void say(const std::string& text) const { complain(m_context, m_notifier.name + ": " + text); }
 
 	void take(Resumption& resumption, Mark& mark, Instant at, Json event, std::string_view severity)
 	{
-		const Message message{at, withNode(std::move(event), m_node, severity)};
-		if (resumption.passes(message))
+		Message message{at, withNode(std::move(event), m_node, severity)};
+		if (!resumption.passes(message))
+		{
+			return;
+		}
+		if (m_followsOn)
 		{
 			pass(message, mark);
+		}
+		else
+		{
+			m_missed.emplace_back(std::move(message), &mark);
 		}
 	}
 
@@ -163,15 +215,7 @@ private:
 			host::pause(wait);
 		}
 		mark = {message.at, message.identity()};
-		try
-		{
-			m_position.write(m_file);
-		}
-		catch (const Failure& failure)
-		{
-			// On a full disk it goes on all the same: a new start gives the last events again.
-			say(failure.what());
-		}
+		remember(m_position);
 	}
 
 	/// @param wait until the next try, for the diagnostics
@@ -266,6 +310,8 @@ private:
 	{
 		try
 		{
+			// Who disables a notifier ends it, also while it runs.
+			host::endWithProgram();
 			Worker(notifier, m_options, m_context).run();
 		}
 		catch (const std::exception& error)

@@ -34,7 +34,7 @@ struct PairOptions
 Json reportIn(const std::string& text)
 {
 	Json report = Json::parse(text, nullptr, false);
-	return report.is_object() && report.contains("schema_version") ? report : Json();
+	return report.is_object() && report.contains("schema_version") && report.contains("pair") ? report : Json();
 }
 
 Json reportOf(const std::string& file)

@@ -17,17 +17,20 @@ def build():
         raise Unusable("the lab does not build, see above")
 
 
-def longest_outage(changes, begin, end):
-    """The longest time without an answer between two times, and whether it lasts to the end.
+def outages(changes, begin, end):
+    """The times without an answer between two times, as pairs of begin and end.
 
     changes: (milliseconds, the node that answers from then on, or "none"), in order of time
     """
-    longest, is_open = 0, False
-    for (at, value), (until, _) in zip(changes, [*changes[1:], (end, "")]):
-        length = min(until, end) - max(at, begin)
-        if value == "none" and length > longest:
-            longest, is_open = length, until >= end
-    return longest, is_open
+    times = ((max(at, begin), min(until, end)) for (at, value), (until, _) in zip(changes, [*changes[1:], (end, "")])
+             if value == "none")
+    return [(since, until) for since, until in times if until > since]
+
+
+def longest_outage(changes, begin, end):
+    """The longest of the outages, and whether it lasts to the end."""
+    since, until = max(outages(changes, begin, end), key=lambda one: one[1] - one[0], default=(0, 0))
+    return until - since, until - since > 0 and until >= end
 
 
 class Pair:

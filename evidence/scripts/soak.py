@@ -103,12 +103,17 @@ def growth(series, value, per_hour):
     return [f"{value} memory grows by {rise:.0f} KiB in {span * 60:.0f} min, allowed are {allowed:.0f}"] if rise > allowed else []
 
 
+def warm(series, warm_up):
+    """The samples after the warm-up; none when growth cannot be judged by them."""
+    late = [one for one in series if one["at"] - series[0]["at"] >= warm_up]
+    return late if len(late) >= FEWEST else []
+
+
 def crossings(series, warm_up):
     """What one process does beyond the bounds, a sentence each."""
     found = []
     agent = series[0]["name"] == AGENT
-    late = [one for one in series if one["at"] - series[0]["at"] >= warm_up]
-    if len(late) >= FEWEST:
+    if late := warm(series, warm_up):
         for value, per_hour in GROWTH.items():
             found += growth(late, value, per_hour)
     zombies = set()
@@ -173,9 +178,20 @@ class Soak:
             if self.elapsed() < total - self.options.period / 2:
                 self.step()
 
+    def warm_up(self):
+        return min(600, self.options.minutes * 20)
+
+    def unjudged(self):
+        """The nodes without an agent's series long enough to judge growth by."""
+        return [node for node in "ab" if not any(
+            where == node and series[0]["name"] == AGENT and warm(series, self.warm_up())
+            for (where, _), series in self.series.items())]
+
     def judge(self):
         found = []
-        warm_up = min(600, self.options.minutes * 20)
+        warm_up = self.warm_up()
+        if self.options.minutes >= 10 and not END_AGENTS & set(self.options.fault):
+            found += [f"node {node}: no agent ran long enough for its growth to be judged" for node in self.unjudged()]
         for (node, pid), series in self.series.items():
             found += [f"node {node}, {series[0]['name']} {pid}: {text}" for text in crossings(series, warm_up)]
         for node in "ab":
@@ -237,7 +253,8 @@ def main():
     if given.json:
         with open(given.json, "w") as file:
             json.dump([{"node": node, "pid": pid, "samples": series} for (node, pid), series in soak.series.items()], file)
-    print("\n".join(found) or f"nothing grew beyond the bounds; {soak.faults} faults")
+    growth_of = f"; growth not judged on node {' and '.join(soak.unjudged())}" if soak.unjudged() else ""
+    print("\n".join(found) or f"nothing crossed the bounds{growth_of}; {soak.faults} faults")
     return 1 if found else 0
 
 

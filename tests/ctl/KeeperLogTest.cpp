@@ -59,6 +59,19 @@ TEST_F(KeeperHistory, GoesOnAfterItsFileWasCut)
 	EXPECT_EQ(log.next(now)->word, "died");
 }
 
+TEST_F(KeeperHistory, AFileThatCannotBeReadForATimeIsReportedOnceAndReadLater)
+{
+	fs::create_directories(below(m_keeper));
+	KeeperLog log(below(m_keeper));
+	EXPECT_FALSE(log.next(now).has_value());
+	EXPECT_FALSE(log.next(now).has_value());
+	ASSERT_EQ(log.trouble().size(), 1U);
+	EXPECT_EQ(log.trouble().front().error, EISDIR);
+	fs::remove(below(m_keeper));
+	write(m_keeper, lineAt("12:00:01.000", "ha-web[4] died: x"));
+	EXPECT_EQ(log.next(now)->word, "died");
+}
+
 TEST_F(KeeperHistory, EveryWordOfTheKeeperIsExplained)
 {
 	std::string sources;

@@ -2,11 +2,13 @@
 // answers in the partner's place.
 
 #include <cstdlib>
+#include <limits>
 
 #include <nlohmann/json.hpp>
 
 #include "RowName.h"
 #include "StateTest.h"
+#include "ctl/init/PairSettings.h"
 
 using namespace std::chrono_literals;
 using testing::AllOf;
@@ -95,6 +97,11 @@ INSTANTIATE_TEST_SUITE_P(All, PairTable, testing::ValuesIn(std::vector<PairRowOf
 	{"NobodyHoldsIt", [](Json& a, Json&) { a["virtual_ip"]["value"] = {{"held", false}}; }, 2, "[nobody-holds-address]"},
 	{"OneIsTakingIt", [](Json& a, Json& b) { a["virtual_ip"]["value"] = {{"held", false}};
 	                   b["problems"] = {{{"id", "taking-over"}, {"severity", "warning"}, {"text", "takes the service"}}}; }, 1, "one is taking the service"},
+	{"OneAsksTheOther", [](Json& a, Json&) { a["virtual_ip"]["value"] = {{"held", false}};
+	                   a["problems"] = {{{"id", "asks"}, {"severity", "warning"}, {"text", "asks"}}}; }, 1, "one is taking the service"},
+	{"WithoutSettingsTheAddressIsJudged", [](Json&, Json& b) { b["node"] = nullptr; b["partner"]["address"] = nullptr; b["virtual_ip"]["value"]["held"] = true; },
+	                   2, "UNKNOWN  pair: node-b has no readable settings"},
+	{"ATimeThatNoClockShows", [](Json&, Json& b) { b["pair"]["time_ms"] = std::numeric_limits<std::int64_t>::min(); }, 1, "[reports-apart]"},
 	{"NotKnownIsNoAlarm", [](Json& a, Json&) { a["virtual_ip"]["value"] = nullptr; }, 0, "VELARIX OK"},
 	{"TheStandbyHoldsIt", [](Json& a, Json& b) { std::swap(a["virtual_ip"]["value"], b["virtual_ip"]["value"]); }, 2, "node-b (192.0.2.2) holds the address and is standby"},
 	{"BothAreMaster", [](Json&, Json& b) { b["role"]["value"] = "master"; }, 2, "[both-master]"},
@@ -121,6 +128,28 @@ TEST_F(PairVerb, DigestsWhatThePairSharesAndNoValueLeavesTheNode)
 	EXPECT_EQ(m_own["pair"]["settings"], m_partner["pair"]["settings"]);
 }
 
+TEST_F(PairVerb, WhatIsANodesOwnInTheKeepersSettingsDoesNotDiffer)
+{
+	velarix::ctl::Answers answers;
+	answers.addressA = "192.0.2.1";
+	answers.addressB = "192.0.2.2";
+	answers.gateway = velarix::ctl::kReachAddress;
+	answers.targets = {"192.0.2.250"};
+	answers.virtualIP = "198.51.100.10/24";
+	answers.services = {{"web", "/usr/sbin/nginx", "", "", ""}};
+	const auto reportOf = [&](velarix::ctl::NodeName node, const std::string& targets)
+	{
+		answers.targets = {targets};
+		writeSettings(1, {{"VIRTUAL_IP_START_COMMAND", "/usr/libexec/velarix-ha/keeper raise"}});
+		write("/usr/velarix/bin/ini/keeper.ini", keeperSettingsText(answers, node));
+		return report()["pair"]["settings"];
+	};
+	m_own["pair"]["settings"] = reportOf(velarix::ctl::NodeName::a, "192.0.2.250");
+	m_partner["pair"]["settings"] = reportOf(velarix::ctl::NodeName::b, "192.0.2.251");
+	EXPECT_THAT(m_own["pair"]["settings"].dump(), HasSubstr("keeper.ini SERVICE WEB.COMMAND"));
+	EXPECT_THAT(files().out, HasSubstr("VELARIX OK"));
+}
+
 TEST_F(PairVerb, AsksThePartnerOfTheSettingsBySsh)
 {
 	write("/answer", m_partner.dump());
@@ -143,6 +172,21 @@ TEST_F(PairVerb, FindsClocksThatDiffer)
 	const Outcome outcome = runHere({"pair"});
 	EXPECT_EQ(outcome.code, 1);
 	EXPECT_THAT(outcome.out, HasSubstr("the nodes' clocks are 5.0 s apart  [clocks-differ]"));
+}
+
+TEST_F(PairVerb, ThePartnersClockMayBeBehindByTheTimeOfAskingAlone)
+{
+	const long own = m_own["pair"]["time_ms"].get<long>();
+	ssh("cat DIR/answer\n");
+	m_partner["pair"]["time_ms"] = own + 2500;
+	write("/answer", m_partner.dump());
+	EXPECT_THAT(runHere({"pair"}).out, HasSubstr("[clocks-differ]"));
+}
+
+TEST_F(PairVerb, AFileWithoutItsPartForThePairIsRefused)
+{
+	m_partner.erase("pair");
+	EXPECT_THAT(files().out, HasSubstr("holds no output of velarixctl status --for-pair"));
 }
 
 TEST_F(PairVerb, AnUnreachablePartnerIsUnknown)
@@ -199,6 +243,24 @@ TEST_F(PairVerb, ThePageNeedsNothingBesidesItselfAndIsEscaped)
 	EXPECT_THAT(text, HasSubstr("<rect class=\"slave\" x=\"750.0\" y=\"0\" width=\"250.0\""));
 	EXPECT_THAT(text, HasSubstr("<rect class=\"mark\" x=\"750.0\""));
 	EXPECT_EQ(files({"--html", "/nowhere/page.html"}).code, 3);
+}
+
+TEST_F(PairVerb, ThePictureDrawsNoRoleThatNobodyReported)
+{
+	const long end = m_own["pair"]["time_ms"].get<long>();
+	const auto event = [&](const char* word, int hours) {
+		return Json{{"event", word}, {"time_ms", end - hours * 3600'000L}};
+	};
+	m_own["pair"]["events"] = {event("agent-started", 30), event("agent-ended", 18), event("agent-started", 12),
+	                           event("role-changed", 6)};
+	m_own["pair"]["events"][3].update({{"from", "slave"}, {"to", "master"}});
+	m_partner["pair"]["events"] = {event("agent-ended", 12), event("agent-started", 6)};
+	const std::filesystem::path page = root() / "page.html";
+	files({"--html", page.string()});
+	const auto bars = allBetween(readFile(page), "<rect class=\"", "\" height");
+	EXPECT_THAT(bars, testing::UnorderedElementsAre(
+	                      R"(slave" x="0.0" y="0" width="250.0)", R"(slave" x="500.0" y="0" width="250.0)",
+	                      R"(master" x="750.0" y="0" width="250.0)", R"(slave" x="750.0" y="0" width="250.0)"));
 }
 
 /// What was done on both nodes, in its order.

@@ -102,9 +102,9 @@ class Node(unittest.TestCase):
     def command(self, *words):
         return [PROGRAM, "--root", str(self.root), "notify", *words]
 
-    def start(self, *notifiers):
+    def start(self, *notifiers, limit=1):
         with open(self.root / "said", "ab") as said:
-            self.running = subprocess.Popen(self.command("--timeout", "1"), env=self.environment, stderr=said)
+            self.running = subprocess.Popen(self.command("--timeout", str(limit)), env=self.environment, stderr=said)
         for name in notifiers or [path.name for path in (self.etc / "notify.d").iterdir()]:
             wait_for(f"{name} begins", (self.root / "var/lib/velarix-ha/notify" / name).exists)
 
@@ -227,6 +227,48 @@ class NotifyTest(Node):
         self.happens("died", "3")
         self.start()
         wait_for("what was missed", lambda: self.details("any") == ["1", "2", "3"])
+
+    def test_what_a_failing_notifier_missed_comes_in_order_after_a_rotation(self):
+        self.notifier("any", ANY + "[ -e GOT.well ] || exit 1\ncat >>GOT\n")
+        self.start()
+        self.happens("died", "1")
+        wait_for("the failure", lambda: "ended with 1" in self.said())
+        self.happens("died", "2")
+        # As the package's logrotate does it.
+        self.assertNotIn("copytruncate", (NOTIFIERS.parent / "service/velarix-ha.logrotate").read_text().split("keeper.log {")[1])
+        self.log.rename(self.log.with_name("keeper.log.1"))
+        self.happens("died", "3")
+        (self.root / "any.well").touch()
+        wait_for("all of them", lambda: self.details("any") == ["1", "2", "3"])
+
+    def test_what_both_logs_tell_of_the_time_without_it_comes_in_one_order(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        self.start()
+        self.stop()
+        at = datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(seconds=1)
+        self.happens("died", "1", ago=-0.5)
+        with open(self.root / "usr/velarix/log/velarix.log", "a") as log:
+            log.write(f'{at.isoformat(sep=" ", timespec="milliseconds")[:21]} [77:0][CAgent:38] <I> Slave CAgent()\n')
+        self.happens("died", "2", ago=-1.5)
+        self.start()
+        wait_for("all of them", lambda: len(self.got("any")) == 3)
+        self.assertEqual([event["event"] for event in self.got("any")], ["keeper", "agent-started", "keeper"])
+
+    def test_who_disables_a_notifier_ends_its_program_and_what_a_program_leaves_goes_on(self):
+        self.notifier("leaves", ANY + "cat >>GOT\n(sleep 0.2; echo >GOT.late) >/dev/null 2>&1 &\n")
+        self.notifier("long", ANY + "echo $$ >GOT.pid; exec sleep 600\n")
+        self.start(limit=60)
+        self.happens("died", "1")
+        wait_for("what it left", (self.root / "leaves.late").exists)
+        pid = wait_for("it runs", lambda: (self.root / "long.pid").exists() and (self.root / "long.pid").read_text().strip())
+        (self.etc / "notify.d/long").unlink()
+        wait_for("it ends", lambda: not pathlib.Path(f"/proc/{pid}").exists() or " Z " in pathlib.Path(f"/proc/{pid}/stat").read_text())
+
+    def test_one_that_prints_without_a_pause_ends_in_time(self):
+        self.notifier("any", ANY + "yes\n")
+        self.start()
+        self.happens("died", "1")
+        wait_for("its end", lambda: "did not end in time" in self.said())
 
     def test_a_crash_between_taking_and_remembering_gives_an_event_twice(self):
         self.notifier("any", ANY + "cat >>GOT\n[ -e GOT.killed ] || { touch GOT.killed; kill -9 $PPID; }\n")

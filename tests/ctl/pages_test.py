@@ -82,8 +82,8 @@ class Manual(unittest.TestCase):
 
     def test_has_every_option_of_each_verb_and_no_other(self):
         for verb in HELP:
-            told = {name for term in self.terms(verb or "GLOBAL OPTIONS") for name in options_in(term)}
-            self.assertEqual(told, names_of(verb) - ({"--help", "-h"} if verb else set()), verb)
+            reported = {name for term in self.terms(verb or "GLOBAL OPTIONS") for name in options_in(term)}
+            self.assertEqual(reported, names_of(verb) - ({"--help", "-h"} if verb else set()), verb)
 
     def test_mentions_no_option_that_nobody_has(self):
         mentioned = {name for lines in self.page.values() for line in lines for name in options_in(plain(line))}
@@ -125,8 +125,8 @@ class Completion(unittest.TestCase):
             self.assertEqual(sorted(offered), sorted(expected), words)
 
     def test_is_that_of_the_program(self):
-        told = output_of(["bash"], f"source '{COMPLETION}'; complete -p velarixctl")
-        self.assertEqual(told, "complete -F _velarixctl velarixctl\n")
+        said = output_of(["bash"], f"source '{COMPLETION}'; complete -p velarixctl")
+        self.assertEqual(said, "complete -F _velarixctl velarixctl\n")
 
     def test_offers_every_verb_and_nothing_else(self):
         verbs = OWN.verbs
@@ -139,8 +139,8 @@ class Completion(unittest.TestCase):
 
     def test_offers_behind_each_option_what_it_takes(self):
         lines = []
-        for verb, told in HELP.items():
-            for option in told.options:
+        for verb, page in HELP.items():
+            for option in page.options:
                 before = [*verb.split(), option.names[-1]]
                 expected = offered_for(option.value)
                 if not option.value:

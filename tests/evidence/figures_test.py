@@ -1,7 +1,9 @@
 #!/usr/bin/python3
 """What the figures of the lab are made of, from results written out here."""
 
+import argparse
 import os
+import runpy
 import sys
 import unittest
 
@@ -12,6 +14,8 @@ import idle
 import pair
 import render
 import soak
+
+PAGER = runpy.run_path(os.path.join(ROOT, "evidence", "scripts", "pager"))
 
 
 class Outages(unittest.TestCase):
@@ -26,6 +30,17 @@ class Outages(unittest.TestCase):
 
     def test_an_answered_time_has_none(self):
         self.assertEqual(pair.longest_outage([(0, "a")], 10, 20000), (0, False))
+
+
+class Pager(unittest.TestCase):
+    def missed(self, *seen, outages=((5.0, 20.0),)):
+        return PAGER["is_missed"]({"outages": outages, "seen": {"a": [(at, word, "") for at, word in seen], "b": []}})
+
+    def test_only_an_alarm_in_the_first_ten_seconds_of_an_outage_counts(self):
+        self.assertFalse(self.missed((14, "CRITICAL")))
+        self.assertTrue(self.missed((4, "CRITICAL"), (6, "WARNING"), (16, "CRITICAL"), (21, "CRITICAL")))
+        self.assertTrue(self.missed((6, "CRITICAL"), outages=((5.0, 20.0), (30.0, 45.0))))
+        self.assertFalse(self.missed(outages=((5.0, 14.0),)))
 
 
 class Idle(unittest.TestCase):
@@ -118,6 +133,11 @@ class Soak(unittest.TestCase):
         self.assertEqual(soak.crossings(self.series(), 60), [])
         self.assertEqual(soak.crossings(self.series(own=lambda i: 1300 + 300 * (i % 2)), 60), [], "jitter")
         self.assertEqual(soak.crossings(self.series(own=lambda i: 1300 + 100 * min(i, 6)), 60), [], "the warm-up")
+
+    def test_a_long_run_needs_an_agent_on_each_node_that_ran_long(self):
+        run = soak.Soak(None, argparse.Namespace(seed=1, minutes=10, fault=["program-kill"]))
+        run.series = {("a", "1"): self.series(), ("b", "2"): self.series()[:25], ("b", "3"): self.series(name="keeper")}
+        self.assertEqual(run.unjudged(), ["b"])
 
     def test_growth_beyond_the_bound_is_found(self):
         found = soak.crossings(self.series(own=lambda i: 1300 + 2 * i), 60)

@@ -73,11 +73,12 @@ class AnsibleTest(unittest.TestCase):
             self.assertEqual(machine.run("systemctl is-enabled velarix-ha").out, "enabled\n")
             self.assertEqual(self.play(machine, node_is), 0)
 
-            # New settings wait for the administrator, who may also leave the restart to the role.
+            # New settings wait for the administrator, who may also leave the restart to the role,
+            # also a later run of it.
             self.assertEqual(self.play(machine, node_is, "velarix_ha_gateway=198.51.100.2"), 1)
             self.assertEqual(machine.agent(), agent)
             self.assertIn("settings were changed", machine.run("velarixctl status", check=False).out)
-            self.play(machine, node_is, "velarix_ha_restart=true")
+            self.assertEqual(self.play(machine, node_is, "velarix_ha_gateway=198.51.100.2", "velarix_ha_restart=true"), 2)
             wait_for("a new agent", lambda: machine.agent() != agent, 20)
 
 
