@@ -176,6 +176,7 @@ std::string runCommand(const std::string& command)
 		}
 		if (node.commands.at(i) == Spoilt::fails)
 		{
+			node.spoiltRan = true;
 			return "";
 		}
 		node.printed = node.commands.at(i) == Spoilt::prints ? "done\n" : "";
