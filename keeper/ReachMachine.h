@@ -109,7 +109,7 @@ ReachStep next(ReachMachine machine, ReachEvent event, Millis now);
 
 /// @return the event that all targets together make; nothing while too few are known
 std::optional<ReachEvent> verdict(const std::vector<Target>& targets, int needed);
-/// @return whether enough of them have answered `failures` times in a row: what the partner is told
+/// @return whether enough of them have answered `failures` times in a row: what is reported to the partner
 bool steady(const std::vector<Target>& targets, int needed, int failures);
 
 const char* nameOf(ReachState state);

@@ -63,6 +63,7 @@ template <bool is> void setGatewayCut(World& world, Node& node)
 template <int command, Spoilt spoilt> void setCommand(World& /*world*/, Node& node)
 {
 	node.commands.at(command) = spoilt;
+	node.spoiltRan = false;
 }
 
 template <bool is> void setFrozen(World& world, Node& node)
@@ -189,8 +190,8 @@ constexpr std::array kFaults{
 	FaultKind{"cold-start-alone",        true,  Known::survivable,  coldStartAlone,                      powerOnOther},
 	FaultKind{"host-freeze",             true,  Known::survivable,  setFrozen<true>,                     setFrozen<false>},
 	FaultKind{"overload",                true,  Known::passing, setSlow<true>,                       setSlow<false>},
-	FaultKind{"agent-kill",              true,  Known::passing, signalAgent<SIGKILL>,                startAgent},
-	FaultKind{"agent-freeze",            true,  Known::passing, signalAgent<SIGSTOP>,                signalAgent<SIGCONT>},
+	FaultKind{"agent-kill",              true,  Known::standing, signalAgent<SIGKILL>,                startAgent},
+	FaultKind{"agent-freeze",            true,  Known::standing, signalAgent<SIGSTOP>,                signalAgent<SIGCONT>},
 	FaultKind{"program-kill",            true,  Known::survivable,  signalProgram<SIGKILL>,              nullptr},
 	FaultKind{"program-crash",           true,  Known::survivable,  crash,                               endCrashing},
 	FaultKind{"program-hang",            true,  Known::keeperOwn, signalProgram<SIGSTOP>,              signalProgram<SIGCONT>},
@@ -203,16 +204,16 @@ constexpr std::array kFaults{
 	FaultKind{"deaf",                    true,  Known::passing, setDeaf<true>,                       setDeaf<false>},
 	FaultKind{"mute",                    true,  Known::passing, setMute<true>,                       setMute<false>},
 	FaultKind{"gateway",                 false, Known::passing, setGateway<false>,                   setGateway<true>},
-	FaultKind{"gateway-for",             true,  Known::passing, setGatewayCut<true>,                 setGatewayCut<false>},
+	FaultKind{"gateway-for",             true,  Known::gateways, setGatewayCut<true>,                 setGatewayCut<false>},
 	FaultKind{"service-loss-30",         true,  Known::passing, setLoss<serviceNetwork, 30>,         setLoss<serviceNetwork, 0>},
 	FaultKind{"service-loss-50",         true,  Known::passing, setLoss<serviceNetwork, 50>,         setLoss<serviceNetwork, 0>},
 	FaultKind{"service-delay",           true,  Known::passing, setDelay<serviceNetwork, 200>,       setDelay<serviceNetwork, 0>},
 	FaultKind{"communication-loss-30",   true,  Known::passing, setLoss<communicationNetwork, 30>,   setLoss<communicationNetwork, 0>},
 	FaultKind{"communication-loss-50",   true,  Known::passing, setLoss<communicationNetwork, 50>,   setLoss<communicationNetwork, 0>},
 	FaultKind{"communication-delay",     true,  Known::passing, setDelay<communicationNetwork, 200>, setDelay<communicationNetwork, 0>},
-	FaultKind{"start-hangs",             true,  Known::passing, setCommand<0, Spoilt::hangs>,        setCommand<0, Spoilt::no>},
+	FaultKind{"start-hangs",             true,  Known::standing, setCommand<0, Spoilt::hangs>,        setCommand<0, Spoilt::no>},
 	FaultKind{"start-fails",             true,  Known::operators, setCommand<0, Spoilt::fails>,        setCommand<0, Spoilt::no>},
-	FaultKind{"start-prints",            true,  Known::passing, setCommand<0, Spoilt::prints>,       setCommand<0, Spoilt::no>},
+	FaultKind{"start-prints",            true,  Known::standing, setCommand<0, Spoilt::prints>,       setCommand<0, Spoilt::no>},
 	FaultKind{"stop-fails",              true,  Known::operators, setCommand<1, Spoilt::fails>,        setCommand<1, Spoilt::no>},
 	FaultKind{"kill-fails",              true,  Known::operators, setCommand<2, Spoilt::fails>,        setCommand<2, Spoilt::no>},
 	FaultKind{"rogue-address",           false, Known::passing, setRogue<true>,                      setRogue<false>},
@@ -233,7 +234,11 @@ Schedule scheduleFrom(std::uint64_t seed, Profile profile)
 {
 	constexpr Micros kFirst = 12 * kSecond;
 	constexpr Micros kLast = 60 * kSecond;
-	constexpr Micros kLongest = 20 * kSecond;
+	// Most stand for a moment, some until the slowest take-over has to be done.
+	constexpr Micros kShort = 20 * kSecond;
+	constexpr Micros kLong = 36 * kSecond;
+	constexpr Micros kLongest = 50 * kSecond;
+	constexpr int kLongPercent = 35;
 	Random random(seed);
 	Schedule schedule;
 	for (Micros count = random.between(1, 6); count > 0;)
@@ -242,7 +247,8 @@ Schedule scheduleFrom(std::uint64_t seed, Profile profile)
 		fault.kind = &kFaults.at(static_cast<std::size_t>(random.below(kFaults.size())));
 		fault.node = random.chance(50) ? hostA : hostB;
 		fault.at = random.between(kFirst, kLast);
-		fault.until = fault.kind->repair != nullptr ? fault.at + random.between(0, kLongest) : kNoTime;
+		const Micros stands = random.chance(kLongPercent) ? random.between(kLong, kLongest) : random.between(0, kShort);
+		fault.until = fault.kind->repair != nullptr ? fault.at + stands : kNoTime;
 		if (profile == Profile::keeper || fault.kind->known != Known::keeperOwn)
 		{
 			schedule.push_back(fault);

@@ -16,7 +16,10 @@ enum class Known
 {
 	survivable, ///< the other node, when it is well, takes over as long as this lasts
 	passing,    ///< when it is over the pair is well by itself
-	operators,  ///< the agent's order needs an operator behind it: who serves is not judged any more
+	standing,   ///< passing; alone on a node that does not serve it changes nothing at all
+	gateways,   ///< survivable, but passing on the configured master
+	operators,  ///< survivable until the failing command is run; from then on the agent's order needs
+	            ///< an operator: who serves is not judged any more
 	keeperOwn   ///< survivable, and only with the keeper
 };
 
@@ -41,9 +44,9 @@ struct Fault
 
 using Schedule = std::vector<Fault>;
 
-inline constexpr Micros kScheduleLength = 120 * kSecond;
+inline constexpr Micros kScheduleLength = 160 * kSecond;
 
-/// One to six faults, the first after 12 s, all repaired by 80 s.
+/// One to six faults, the first after 12 s, all repaired by 110 s.
 Schedule scheduleFrom(std::uint64_t seed, Profile profile);
 
 /// "12.345 power-off:a until 20.000"

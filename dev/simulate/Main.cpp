@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <iostream>
+#include <limits>
 #include <map>
 
 #include <CLI/CLI.hpp>
@@ -27,6 +28,7 @@ struct Options
 	bool first = false;   ///< end at the first violation
 	std::string validate; ///< the lab's figures
 	int atMost = 10;      ///< violations that are explained
+	int leftAtMost = std::numeric_limits<int>::max();
 };
 
 void print(const Schedule& schedule)
@@ -90,7 +92,7 @@ int runAll(const Options& options)
 	{
 		g_out << count << " violations of " << name << "\n";
 	}
-	return violations.empty() ? 0 : 1;
+	return violations.empty() && left <= options.leftAtMost ? 0 : 1;
 }
 
 } // namespace
@@ -104,6 +106,7 @@ int main(int argc, char** argv)
 	app.add_option("--runs", options.runs, "how many schedules")->capture_default_str();
 	app.add_option("--settings", options.profile, "keeper or plain")->transform(CLI::CheckedTransformer(profiles));
 	app.add_option("--explain", options.atMost, "violations to be explained")->capture_default_str();
+	app.add_option("--left-at-most", options.leftAtMost, "schedules in which a standby may keep the address");
 	app.add_option("--validate", options.validate, "compare with the lab's figures: docs/figures/fault-matrix.md")
 	    ->check(CLI::ExistingFile);
 	app.add_flag("--first", options.first, "end at the first violation");

@@ -29,6 +29,8 @@ constexpr Micros kAnnounceAgain = 4 * kSecond;
 constexpr Micros kLaunch = 8 * kMilli;
 /// From the fork to the exec, when the process gets its name.
 constexpr Micros kExec = kMilli;
+/// A shell ends and is waited for, and /proc is walked through.
+constexpr Micros kSearch = 2 * kMilli;
 
 const std::array kVerbs{"start", "stop", "kill"};
 
@@ -176,6 +178,7 @@ std::string runCommand(const std::string& command)
 		}
 		if (node.commands.at(i) == Spoilt::fails)
 		{
+			node.spoiltRan = true;
 			return "";
 		}
 		node.printed = node.commands.at(i) == Spoilt::prints ? "done\n" : "";
@@ -232,10 +235,13 @@ void runScript()
 	if (world().profile == Profile::plain)
 	{
 		world().startManaged(node, kService);
-		return;
 	}
-	world().startManaged(node, keeper::kAddressProgram);
-	world().startManaged(node, kSupervisor);
+	else
+	{
+		world().startManaged(node, keeper::kAddressProgram);
+		world().startManaged(node, kSupervisor);
+	}
+	world().sleepFor(world().effort(node, kSearch));
 }
 
 } // namespace velarix::simulate

@@ -33,8 +33,9 @@ public:
 	/// A fault or a repair has just happened.
 	void changed(std::size_t fault, bool stands)
 	{
+		const bool rested = m_survivable && m_wellAt != kNoTime && m_world.now() - m_changedAt > bound();
 		m_standing.at(fault) = stands;
-		m_operators = m_operators || m_schedule.at(fault).kind->known == Known::operators;
+		m_undisturbed = rested && stands && standsAlone(m_schedule.at(fault)) ? owner() : hostNone;
 		m_changedAt = m_world.now();
 		m_wellAt = kNoTime;
 		m_survivable = !m_operators && survivable();
@@ -60,34 +61,34 @@ private:
 	{
 		blame("at-rest", ++m_events > kMostEvents, "something runs without a pause");
 		const bool both = held(hostA) && held(hostB);
-		const bool plain = m_world.profile == Profile::plain;
+		const bool plain = isPlain();
 		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
 		blame("one-owner", split > (plain ? kPlainSplit : kSplit), "both nodes hold the address");
 		for (Node& node : m_world.nodes)
 		{
-			if (m_left.at(node.id).holds(held(node.id) && leftBehind(node), m_world.now()) > kLeft)
-			{
-				m_operators = true;
-				m_survivable = false;
-				leftAddress = true;
-			}
+			const bool left = m_left.at(node.id).holds(held(node.id) && leftBehind(node), m_world.now()) > kLeft;
+			leftAddress = leftAddress || left;
+			m_operators = m_operators || left || node.spoiltRan;
+			m_survivable = m_survivable && !m_operators;
 			const bool counts = !plain && node.on && !node.frozen && !node.slow && !node.address;
 			const Micros without = m_without.at(node.id).holds(counts && m_world.serves(node), m_world.now());
 			blame("service-with-address", without > kUnaddressed, "a program runs without the address");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
-		lookWhetherServed(plain ? kPlainSettle : kKeeperSettle);
+		lookWhetherServed();
 	}
 
-	void lookWhetherServed(Micros bound)
+	void lookWhetherServed()
 	{
 		const Micros now = m_world.now();
 		const std::string trouble = whatIsWrong();
+		const bool disturbed = m_undisturbed != hostNone && (!trouble.empty() || owner() != m_undisturbed);
+		blame("undisturbed", disturbed && !m_operators, trouble.empty() ? "another owner" : trouble);
 		if (!trouble.empty())
 		{
 			m_wellAt = kNoTime;
 			const bool master = trouble.starts_with("role");
-			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > bound, trouble);
+			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > bound(), trouble);
 		}
 		else if (m_wellAt == kNoTime)
 		{
@@ -102,8 +103,7 @@ private:
 		{
 			return held(hostA) ? "two owners" : "no owner";
 		}
-		const Host owner = held(hostA) ? hostA : hostB;
-		if (m_world.answers() != owner)
+		if (m_world.answers() != owner())
 		{
 			return "the client has no answer from the owner";
 		}
@@ -112,7 +112,20 @@ private:
 			const Node& node = m_world.nodes.at(host);
 			return node.on && !node.frozen && node.role != nullptr && *node.role == MODE_MASTER;
 		};
-		return master(owner) && !master(owner == hostA ? hostB : hostA) ? "" : "roles do not tell the owner";
+		return master(owner()) && !master(owner() == hostA ? hostB : hostA) ? "" : "roles do not tell the owner";
+	}
+
+	bool isPlain() const { return m_world.profile == Profile::plain; }
+
+	Micros bound() const { return isPlain() ? kPlainSettle : kKeeperSettle; }
+
+	/// Of the two, when one holds the address.
+	Host owner() const { return held(hostA) ? hostA : hostB; }
+
+	bool standsAlone(const Fault& fault) const
+	{
+		return fault.kind->known == Known::standing && fault.node != owner() &&
+		       std::ranges::count(m_standing, true) == 1;
 	}
 
 	bool held(Host host) const
@@ -124,9 +137,10 @@ private:
 	/// A standby on which not all programs run never tries to drop the address.
 	bool leftBehind(const Node& node) const
 	{
-		const bool unattended = m_world.profile == Profile::plain
-		                            ? !m_world.serves(node)
-		                            : m_world.find(node, keeper::kAddressProgram) == nullptr;
+		const bool killed = std::ranges::any_of(m_schedule, [](const Fault& fault)
+		                                        { return std::strcmp(fault.kind->name, "keeper-kill-address") == 0; });
+		const bool unattended =
+		    isPlain() ? !m_world.serves(node) : killed && m_world.find(node, keeper::kAddressProgram) == nullptr;
 		return node.role != nullptr && *node.role == MODE_SLAVE && unattended;
 	}
 
@@ -139,15 +153,20 @@ private:
 		const auto& [a, b] = m_world.nodes;
 		const auto hears = [&](const Node& node)
 		{
-			const Interface& card = node.interfaces.at(serviceNetwork);
+			const Interface& interface = node.interfaces.at(serviceNetwork);
 			const Process* holder = m_world.find(node, keeper::kAddressProgram);
-			return card.loss == 0 && card.delay == 0 && !node.slow && holder != nullptr && holder->takesSignals;
+			return interface.loss == 0 && interface.delay == 0 && !node.slow && holder != nullptr &&
+			       holder->takesSignals;
 		};
 		return m_world.linked(serviceNetwork, hostA, hostB) && hears(a) && hears(b);
 	}
 
 	bool survivable() const
 	{
+		if (m_undisturbed != hostNone)
+		{
+			return true;
+		}
 		Host spoilt = hostNone;
 		for (std::size_t i = 0; i < m_schedule.size(); ++i)
 		{
@@ -158,7 +177,10 @@ private:
 			{
 				continue;
 			}
-			if (fault.kind->known == Known::passing || (spoilt != hostNone && spoilt != where))
+			const Known known = fault.kind->known;
+			const bool passing = known == Known::passing || known == Known::standing ||
+			                     (known == Known::gateways && fault.node == hostA);
+			if (passing || (spoilt != hostNone && spoilt != where))
 			{
 				return false;
 			}
@@ -182,6 +204,7 @@ private:
 	Since m_split;
 	std::array<Since, 2> m_without;
 	std::array<Since, 2> m_left;
+	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;

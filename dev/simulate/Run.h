@@ -6,18 +6,19 @@
 /// | service-with-address | a program runs without the address for this long at most | 1 s | - |
 /// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
 /// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |
+/// | undisturbed | owner, answers and roles stay while nothing but a "standing" fault stands | always | always |
 /// | at-rest | nothing runs without a pause | always | always |
 /// | threads | no worker ends, no agent ends itself | always | always |
 ///
-/// Known exceptions, each a consequence of the agent's prescribed order:
+/// Known exceptions, each a consequence of the agent's fixed order:
 /// - one-owner, keeper: counted while both holders live and hear each other's ARP in time. Plain:
 ///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
 /// - service-with-address: not on nodes that stand still or are overloaded
 /// - served and one-master: since the last change, while everything is well but what is
-///   "survivable" in Faults.cpp, on one node. Not behind "operators" there
+///   "survivable" in Faults.cpp, on one node. Not after a failing command has been run
 /// - a standby on which not all programs run never drops the address it has (the keeper's
-///   ha-address does, unless it was killed itself). From then on the schedule is not judged for
-///   served and one-master; Outcome::leftAddress counts it
+///   ha-address does, unless "keeper-kill-address" has hit it). From then on the schedule is not
+///   judged for served and one-master; Outcome::leftAddress counts it, --left-at-most limits it
 #pragma once
 
 #include <optional>

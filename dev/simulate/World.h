@@ -106,6 +106,7 @@ struct Node
 	bool crashes = false; ///< its managed program ends soon after each start
 	std::array<Interface, 2> interfaces{};
 	std::array<Spoilt, 3> commands{}; ///< start, stop, kill
+	bool spoiltRan = false;           ///< the one spoilt last has failed
 	std::map<std::string, std::string, std::less<>> settings;
 	keeper::Settings keeperSettings;
 	std::vector<std::unique_ptr<Process>> processes;

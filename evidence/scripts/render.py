@@ -20,7 +20,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 import common
 import page
 
-OVERHEAD_GOAL = (150, 400)  # milliseconds beyond the prescribed waits: median, p95
+OVERHEAD_GOAL = (150, 400)  # milliseconds beyond the fixed waits: median, p95
 
 
 def table(titles, rows, numbers=False):
@@ -142,7 +142,7 @@ def matrix(found):
     text = (f"{times_text(found['times'])}; node a is configured as master; {count(found['runs'], 'run')} of each cell, "
             f"seed {found['seed']}, {found['jobs']} side by side; {found['machine']}.\n\n"
             "Times in seconds: median / p95 / max over the runs. Outage: longest time without an answer to the client; "
-            "bound: sum of the prescribed waits on the path; split-brain: time in which both nodes held the address; "
+            "bound: sum of the fixed waits on the path; split-brain: time in which both nodes held the address; "
             "none: time in which nobody did.\n\n")
     text += table(["cell", "phase", "expected owner", "owner", "answer", "programs", "outage", "bound", "split-brain",
                    "bound", "none", "moves", "overhead", "log", "as expected"],

@@ -33,8 +33,8 @@ struct Observed
 };
 
 /// Fills in phase.noticed, phase.overhead and phase.pings: how long the outage of the phase lasted beyond
-/// the prescribed waits of the path. That is what came after the decision less the waits
-/// prescribed there, and what came before it beyond the waits prescribed there at most.
+/// the fixed waits of the path. That is what came after the decision less the waits
+/// fixed there, and what came before it beyond the waits fixed there at most.
 /// Where the decision begins with a pass of the receiver, the pass before it counts;
 /// else all the time since the outage began, less what the lab itself took. phase.pings is
 /// the part of it in which the deciding node's probes were silent beyond the second that

@@ -36,7 +36,7 @@ struct PhaseRecord
 	std::string ended; ///< nodes whose agent ended by itself: "", a, b, a+b
 	std::vector<std::string> disagreements; ///< between the logs and what was observed
 	std::optional<Millis> noticed;          ///< from the beginning of the outage to the decision; empty: as overhead
-	std::optional<Millis> overhead;         ///< outage beyond the prescribed waits; empty: another path, or no outage
+	std::optional<Millis> overhead;         ///< outage beyond the fixed waits; empty: another path, or no outage
 	std::optional<Millis> pings; ///< part of the overhead: silent probes beyond a second each; empty: as overhead
 	std::vector<std::string> differences; ///< from what was expected of the phase; empty: all as expected
 };

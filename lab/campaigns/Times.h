@@ -12,7 +12,7 @@ struct CampaignTimes
 {
 	PairSettings pair{};
 	Millis noOutage{1000}; ///< an outage up to this counts as none
-	Millis slack{2000};    ///< allowed beyond the prescribed waits: a loaded machine
+	Millis slack{2000};    ///< allowed beyond the fixed waits: a loaded machine
 
 	/// As long as the agent can be about something without a visible change: three
 	/// silences are counted, the partner is probed, the address counted down to.

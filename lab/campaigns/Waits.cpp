@@ -16,7 +16,7 @@ constexpr Millis seconds(int count)
 	return std::chrono::seconds(count);
 }
 
-constexpr std::array<PrescribedWait, 13> waits{{
+constexpr std::array<FixedWait, 13> waits{{
     {"0", "nothing", [](const PairSettings&) { return Millis(0); }},
     {"interval", "pause of the sender", [](const PairSettings& times) { return seconds(times.interval); }},
     {"receive", "receiving time", [](const PairSettings& times) { return seconds(times.receivingTime); }},
@@ -40,7 +40,7 @@ constexpr std::array<PrescribedWait, 13> waits{{
 struct Term
 {
 	int factor = 1;
-	const PrescribedWait* wait = nullptr;
+	const FixedWait* wait = nullptr;
 };
 
 Term termFrom(std::string_view text)
@@ -57,7 +57,7 @@ Term termFrom(std::string_view text)
 	term.wait = waitNamed(name);
 	if (term.wait == nullptr)
 	{
-		throw LabError("\"" + std::string(text) + "\" is no prescribed wait");
+		throw LabError("\"" + std::string(text) + "\" is no fixed wait");
 	}
 	return term;
 }
@@ -81,9 +81,9 @@ std::string lengthText(Millis length)
 
 } // namespace
 
-const PrescribedWait* waitNamed(std::string_view name)
+const FixedWait* waitNamed(std::string_view name)
 {
-	for (const PrescribedWait& wait : waits)
+	for (const FixedWait& wait : waits)
 	{
 		if (name == wait.name)
 		{

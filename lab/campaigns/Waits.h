@@ -12,7 +12,7 @@ namespace velarix::lab
 {
 
 /// One name and what it stands for, for the tables and the documents.
-struct PrescribedWait
+struct FixedWait
 {
 	const char* name;
 	const char* what;
@@ -20,7 +20,7 @@ struct PrescribedWait
 };
 
 /// @return the wait of that name; null when there is none
-const PrescribedWait* waitNamed(std::string_view name);
+const FixedWait* waitNamed(std::string_view name);
 
 /// Adds up an expression such as "silence+2*ping+count".
 /// @throws LabError naming the word that is no wait

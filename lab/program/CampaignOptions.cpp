@@ -22,7 +22,7 @@ void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 	addLabOptions(*command, arguments.installRoot, arguments.times);
 	MatrixOptions& matrix = arguments.matrix;
 	addCampaignOptions(*command, matrix);
-	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the prescribed waits")
+	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the fixed waits")
 	    ->capture_default_str()
 	    ->check(CLI::Range(0, 60000));
 	command->add_option("--expectations", matrix.expectations, "Table of what is expected (default: the built-in one)");

@@ -24,7 +24,7 @@ struct Path
 	bool wholePass = false; ///< the decision begins with the pass that holds the anchor
 	std::string anchor;     ///< action in a node's log; empty: none is waited for
 
-	/// The longest outage that the prescribed waits explain.
+	/// The longest outage that the fixed waits explain.
 	Millis bound(const PairSettings& times) const;
 };
 

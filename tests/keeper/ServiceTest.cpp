@@ -4,78 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include "Hosts.h"
-#include "WaitFor.h"
+#include "ServiceFixture.h"
 
 namespace
 {
 
 using namespace keepertest;
 using namespace std::chrono_literals;
-
-constexpr milliseconds kSoon = 15s;
-
-class ServiceTest : public testing::Test
-{
-protected:
-	/// A service whose command is a script of the shell.
-	void configure(const std::string& script, const std::string& more = "") const
-	{
-		m_host.write("/usr/velarix/serve", "#!/bin/sh\n" + script + "\n");
-		m_host.run({"chmod", "755", "/usr/velarix/serve"});
-		m_host.configure(true, "[service web]\ncommand = /usr/velarix/serve\n" + more);
-	}
-
-	void start() const
-	{
-		m_host.startProgram("ha-address");
-		m_host.startProgram("ha-web");
-		ASSERT_TRUE(reaches("running"));
-	}
-
-	/// Starts the service. @return its process
-	pid_t startSleep() const
-	{
-		start();
-		EXPECT_TRUE(comes("sleep"));
-		const std::vector<pid_t> found = m_host.processes("sleep");
-		return found.empty() ? 0 : found.front();
-	}
-
-	testing::AssertionResult happens(const std::function<bool()>& predicate, const std::string& what) const
-	{
-		return waitFor(predicate, kSoon, what, [&] { return m_host.state("ha-web") + "\n" + m_host.events(); });
-	}
-
-	testing::AssertionResult reaches(const std::string& value, const std::string& field = "state") const
-	{
-		return happens([&] { return m_host.state("ha-web", field) == value; }, field + " " + value);
-	}
-
-	testing::AssertionResult comes(const std::string& name, std::size_t count = 1) const
-	{
-		return happens([&] { return m_host.processes(name).size() == count; }, name);
-	}
-
-	testing::AssertionResult ends(const std::string& name) const { return comes(name, 0); }
-
-	testing::AssertionResult ends(pid_t pid) const
-	{
-		return happens([&] { return ::kill(pid, 0) != 0; }, "end of " + std::to_string(pid));
-	}
-
-	testing::AssertionResult tells(const std::string& part) const
-	{
-		return happens([&] { return reported(part); }, part);
-	}
-
-	bool reported(const std::string& part) const { return m_host.events().find(part) != std::string::npos; }
-
-	void killWorker() const { ::kill(std::stoi(m_host.state("ha-web", "pid")), SIGKILL); }
-	void killGuard() const { ::kill(m_host.processes("ha-web").front(), SIGKILL); }
-
-	Host m_host{1};
-};
 
 TEST_F(ServiceTest, RunsWhereTheAddressIsAndNowhereElse)
 {
@@ -121,8 +56,8 @@ TEST_F(ServiceTest, HasItsArgumentsUserDirectoryAndEnvironmentAndNothingOfOurs)
 	m_host.configure(true, "[service web]\ncommand = /usr/velarix/tell \"a b\"\nuser = nobody\ndirectory = "
 	                       "/tmp\nenvironment = \"A=two words\"\n");
 	start();
-	ASSERT_TRUE(waitFor([&] { return m_host.read("/dev/shm/reported").find("done") != std::string::npos; }, kSoon,
-	                    "its words", [&] { return m_host.read("/dev/shm/reported"); }));
+	ASSERT_TRUE(waitFor([&] { return m_host.read("/dev/shm/reported").find("done") != std::string::npos; },
+	                    kServiceSoon, "its words", [&] { return m_host.read("/dev/shm/reported"); }));
 	EXPECT_EQ(m_host.read("/dev/shm/reported"),
 	          "nobody\nnogroup\n/tmp\ntwo words\na b\n0 1 2 3 "
 	          "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nCapEff:\t0000000000000000\ndone\n");
@@ -132,7 +67,7 @@ TEST_F(ServiceTest, OneThatRunsAsRootIsAsTheKernelMakesIt)
 {
 	configure("grep CapEff /proc/self/status > /run/reported; exec sleep 1000");
 	start();
-	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/reported").empty(); }, kSoon, "its words"));
+	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/reported").empty(); }, kServiceSoon, "its words"));
 	EXPECT_EQ(m_host.read("/run/reported"), shell("grep CapEff /proc/self/status"));
 	const std::string status = shell("grep CapEff /proc/" + m_host.state("ha-web", "pid") + "/status");
 	// CAP_KILL, CAP_SETGID, CAP_SETUID.
@@ -150,7 +85,7 @@ TEST_F(ServiceTest, ACrashIsRestartedHere)
 		    const std::vector<pid_t> now = m_host.processes("sleep");
 		    return now.size() == 1 && now.front() != before;
 	    },
-	    kSoon, "new one");
+	    kServiceSoon, "new one");
 	std::printf("crash to started again: %lld ms\n", static_cast<long long>(took.count()));
 	EXPECT_LE(took, 1s);
 	EXPECT_TRUE(reaches("1", "restarts"));
@@ -180,7 +115,8 @@ TEST_F(ServiceTest, AHangIsFoundByItsCheck)
 	ASSERT_TRUE(reaches("ok", "check"));
 	const std::string main = m_host.state("ha-web", "main");
 	m_host.run({"rm", "/run/well"});
-	const milliseconds took = timeUntil([&] { return m_host.state("ha-web", "restarts") == "1"; }, kSoon, "restart");
+	const milliseconds took =
+	    timeUntil([&] { return m_host.state("ha-web", "restarts") == "1"; }, kServiceSoon, "restart");
 	std::printf("ill to started again: %lld ms\n", static_cast<long long>(took.count()));
 	EXPECT_LE(took, 2500ms + 1s);
 	EXPECT_NE(m_host.state("ha-web", "main"), main);
@@ -203,7 +139,7 @@ TEST_F(ServiceTest, OneThatIsStoppedIsEndedAnyway)
 	const pid_t before = startSleep();
 	::kill(before, SIGSTOP);
 	EXPECT_TRUE(ends(before));
-	EXPECT_TRUE(waitFor([&] { return m_host.state("ha-web", "restarts") != "0"; }, kSoon, "restart"));
+	EXPECT_TRUE(waitFor([&] { return m_host.state("ha-web", "restarts") != "0"; }, kServiceSoon, "restart"));
 }
 
 TEST_F(ServiceTest, StopIsTermAndAfterItsTimeoutKill)
@@ -228,7 +164,7 @@ TEST_F(ServiceTest, StopEndsOnlyItsOwnAndIsQuickWithNothingToDo)
 	EXPECT_EQ(m_host.keeper({"stop", "sleep"}).status, 64);
 	EXPECT_EQ(m_host.keeper({"stop", "ha-../web"}).status, 64);
 	EXPECT_EQ(::kill(foreign, 0), 0);
-	milliseconds best = kSoon;
+	milliseconds best = kServiceSoon;
 	for (int i = 0; i < 10; ++i)
 	{
 		const auto begin = std::chrono::steady_clock::now();
@@ -354,68 +290,9 @@ TEST_F(ServiceTest, ASecondSupervisorLeavesTheFirstAlone)
 	ASSERT_TRUE(comes("sleep"));
 	const pid_t before = m_host.processes("ha-web").front();
 	m_host.startProgram("ha-web");
-	EXPECT_TRUE(
-	    waitFor([&] { return m_host.processes("ha-web") == std::vector<pid_t>{before}; }, kSoon, "one supervisor"));
+	EXPECT_TRUE(waitFor([&] { return m_host.processes("ha-web") == std::vector<pid_t>{before}; }, kServiceSoon,
+	                    "one supervisor"));
 	EXPECT_EQ(m_host.processes("sleep").size(), 1U);
-}
-
-/// A systemctl of the test's own: units are processes, remembered by files.
-class UnitTest : public ServiceTest
-{
-protected:
-	UnitTest()
-	{
-		m_host.write("/usr/velarix/systemctl", R"(#!/bin/sh
-echo "$*" >> /run/asked
-pid=$(cat /run/unit 2>/dev/null)
-case $1 in
-start) [ ! -e /run/broken ] || exit 1; setsid sleep 3000 </dev/null >/dev/null 2>&1 & echo $! > /run/unit ;;
-show) echo ${pid:-0} ;;
-stop) [ -z "$pid" ] || kill $pid 2>/dev/null; rm -f /run/unit ;;
-kill) [ -z "$pid" ] || kill -KILL $pid 2>/dev/null ;;
-esac
-exit 0
-)");
-		m_host.run({"chmod", "755", "/usr/velarix/systemctl"});
-		// Both as on a machine with systemd.
-		m_host.sh("mkdir -p /run/systemd/system; : > /run/systemd/system/web.service; "
-		          "mount --bind /usr/velarix/systemctl $(readlink -f $(command -v systemctl))");
-		m_host.configure(true, "[service web]\nunit = web.service\nstop_timeout = 1\nrestarts = 1 in 60\n");
-	}
-
-	std::string asked() const { return m_host.read("/run/asked"); }
-};
-
-TEST_F(UnitTest, IsStartedWatchedAndStopped)
-{
-	start();
-	ASSERT_TRUE(comes("sleep"));
-	ASSERT_TRUE(waitFor([&] { return asked() == "start web.service\nshow -p MainPID --value web.service\n"; }, kSoon,
-	                    "question", [&] { return asked() + m_host.events(); }));
-	::kill(m_host.processes("sleep").front(), SIGKILL);
-	EXPECT_TRUE(waitFor([&]
-	                    { return m_host.state("ha-web", "restarts") == "1" && m_host.processes("sleep").size() == 1; },
-	                    kSoon, "restart", [&] { return asked() + m_host.events(); }));
-	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
-	EXPECT_TRUE(m_host.processes("sleep").empty());
-	EXPECT_TRUE(asked().ends_with("stop web.service\n")) << asked();
-}
-
-TEST_F(UnitTest, OneThatCannotBeStartedIsGivenUp)
-{
-	m_host.write("/run/broken", "");
-	m_host.startProgram("ha-address");
-	m_host.startProgram("ha-web");
-	EXPECT_TRUE(tells("this node gives it up"));
-	EXPECT_TRUE(ends("ha-web"));
-}
-
-TEST_F(UnitTest, AKilledWorkersUnitIsStopped)
-{
-	startSleep();
-	killWorker();
-	EXPECT_TRUE(ends("ha-web"));
-	EXPECT_TRUE(ends("sleep"));
 }
 
 } // namespace

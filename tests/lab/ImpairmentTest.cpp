@@ -1,5 +1,4 @@
 /// Bad wires: what the model decides, and what hosts of a lab see of it.
-
 #include <algorithm>
 #include <cmath>
 #include <iostream>
@@ -392,9 +391,8 @@ TEST_F(BadWire, TellsWhatIsWrong)
 {
 	EXPECT_THROW(wiring().impair(HostId::client, Network::communication, {10}), LabError);
 	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, {101}), LabError);
-	EXPECT_THROW(
-	    wiring().impair(HostId::a, Network::communication, {10, Millis(0), Millis(0), Direction::both, HostId::client}),
-	    LabError);
+	const Impairment toTheClient{10, Millis(0), Millis(0), Direction::both, HostId::client};
+	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, toTheClient), LabError);
 	EXPECT_FALSE(wiring().impairmentOf(HostId::a, Network::communication));
 	wiring().unimpair(HostId::a, Network::communication);
 }

@@ -141,7 +141,7 @@ TEST(MatrixMeasure, LeavesThePassesOfAnEarlierAgentAside)
 		measureOverhead(seen.timeline, onNodeB({Millis(-600), Millis(2900)}, {}, starts), pass, {}, seen.phase);
 		return seen.phase.overhead;
 	};
-	EXPECT_EQ(overhead({}), Millis(2800)); // a pass of 3.5 s where one second is prescribed
+	EXPECT_EQ(overhead({}), Millis(2800)); // a pass of 3.5 s where one second is fixed
 	EXPECT_EQ(overhead({Millis(-5000)}), Millis(2800));
 	EXPECT_EQ(overhead({Millis(-5000), Millis(1200)}), Millis(1200)); // 1.9 s since the outage began
 	EXPECT_EQ(overhead({Millis(-5000), Millis(3100)}), Millis(2800)); // the start of another one, later

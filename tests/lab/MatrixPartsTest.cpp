@@ -103,7 +103,7 @@ TEST(MatrixTable, AWrongRowIsRefusedWithItsLine)
 	    {cell("reboot:a", "{ owner = 1 }"), "\"owner\" is no text"},
 	    {cell("reboot:a", "{ owner = \"a\", moves_max = -1 }"), "\"moves_max\" is no whole number"},
 	    {cell("reboot:a", "{ owner = \"a\", moves_max = \"many\" }"), "\"moves_max\" is no number"},
-	    {cell("reboot:a", "{ owner = \"a\", split_brain_max = \"nap\" }"), "\"nap\" is no prescribed wait"},
+	    {cell("reboot:a", "{ owner = \"a\", split_brain_max = \"nap\" }"), "\"nap\" is no fixed wait"},
 	    {cell("reboot:a", "{ owner = \"a\", loud = true }"), "\"loud\" means nothing here"},
 	    {cell("reboot:a", "{ owner = \"a\", via = \"q\" }"), "there is no path \"q\""},
 	    {cell("reboot:a", good, ", repaired = " + good), "nothing to repair after reboot:a"},

@@ -1,0 +1,73 @@
+// A service that is a unit of systemd, with a systemctl of the test's own.
+#include <csignal>
+
+#include <gtest/gtest.h>
+
+#include "ServiceFixture.h"
+
+namespace
+{
+
+using namespace keepertest;
+using namespace std::chrono_literals;
+
+/// A systemctl of the test's own: units are processes, remembered by files.
+class UnitTest : public ServiceTest
+{
+protected:
+	UnitTest()
+	{
+		m_host.write("/usr/velarix/systemctl", R"(#!/bin/sh
+echo "$*" >> /run/asked
+pid=$(cat /run/unit 2>/dev/null)
+case $1 in
+start) [ ! -e /run/broken ] || exit 1; setsid sleep 3000 </dev/null >/dev/null 2>&1 & echo $! > /run/unit ;;
+show) echo ${pid:-0} ;;
+stop) [ -z "$pid" ] || kill $pid 2>/dev/null; rm -f /run/unit ;;
+kill) [ -z "$pid" ] || kill -KILL $pid 2>/dev/null ;;
+esac
+exit 0
+)");
+		m_host.run({"chmod", "755", "/usr/velarix/systemctl"});
+		// Both as on a machine with systemd.
+		m_host.sh("mkdir -p /run/systemd/system; : > /run/systemd/system/web.service; "
+		          "mount --bind /usr/velarix/systemctl $(readlink -f $(command -v systemctl))");
+		m_host.configure(true, "[service web]\nunit = web.service\nstop_timeout = 1\nrestarts = 1 in 60\n");
+	}
+
+	std::string asked() const { return m_host.read("/run/asked"); }
+};
+
+TEST_F(UnitTest, IsStartedWatchedAndStopped)
+{
+	start();
+	ASSERT_TRUE(comes("sleep"));
+	ASSERT_TRUE(waitFor([&] { return asked() == "start web.service\nshow -p MainPID --value web.service\n"; },
+	                    kServiceSoon, "question", [&] { return asked() + m_host.events(); }));
+	::kill(m_host.processes("sleep").front(), SIGKILL);
+	EXPECT_TRUE(waitFor([&]
+	                    { return m_host.state("ha-web", "restarts") == "1" && m_host.processes("sleep").size() == 1; },
+	                    kServiceSoon, "restart", [&] { return asked() + m_host.events(); }));
+	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
+	EXPECT_TRUE(m_host.processes("sleep").empty());
+	EXPECT_TRUE(asked().ends_with("stop web.service\n")) << asked();
+}
+
+TEST_F(UnitTest, OneThatCannotBeStartedIsGivenUp)
+{
+	m_host.write("/run/broken", "");
+	m_host.startProgram("ha-address");
+	m_host.startProgram("ha-web");
+	EXPECT_TRUE(tells("this node gives it up"));
+	EXPECT_TRUE(ends("ha-web"));
+}
+
+TEST_F(UnitTest, AKilledWorkersUnitIsStopped)
+{
+	startSleep();
+	killWorker();
+	EXPECT_TRUE(ends("ha-web"));
+	EXPECT_TRUE(ends("sleep"));
+}
+
+} // namespace
