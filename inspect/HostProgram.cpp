@@ -31,13 +31,13 @@ constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
 /// The process group that is running; for the signal handler.
-pid_t s_running = 0;
+pid_t runningGroup = 0;
 
 void endBoth(int number)
 {
-	if (s_running > 0)
+	if (runningGroup > 0)
 	{
-		::kill(-s_running, SIGKILL);
+		::kill(-runningGroup, SIGKILL);
 	}
 	::_exit(kSignalled + number);
 }
@@ -184,8 +184,8 @@ ProgramEnd runProgram(const ProgramCall& call)
 	Catcher errors(result.errors, kMostErrors);
 	const Descriptor input = inputFile(call.input);
 	// posix_spawn sets it with all signals blocked, so no signal comes between.
-	const int error = input ? start(call, input.get(), output.childsEnd(), errors.childsEnd(), s_running) : errno;
-	const pid_t child = s_running;
+	const int error = input ? start(call, input.get(), output.childsEnd(), errors.childsEnd(), runningGroup) : errno;
+	const pid_t child = runningGroup;
 	output.started();
 	errors.started();
 	if (error != 0)
@@ -200,7 +200,7 @@ ProgramEnd runProgram(const ProgramCall& call)
 		// The leader is not awaited yet, so that the group is still its own.
 		::kill(-child, SIGKILL);
 	}
-	s_running = 0;
+	runningGroup = 0;
 	int status = 0;
 	::waitpid(child, &status, 0);
 	result.status = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);

@@ -1,8 +1,8 @@
 /// What one notifier has been given, and giving it the next event.
 ///
 /// The logs are the queue: an event is read again from them until the notifier has taken
-/// it, and a small file remembers how far it has come. Nothing is held in memory while a
-/// notifier fails, and a crash between taking and remembering gives the event twice.
+/// it, and a small file remembers how far it has come. In memory is at most what a start
+/// has found behind it, and a crash between taking and remembering gives the event twice.
 #pragma once
 
 #include <deque>

@@ -149,7 +149,7 @@ private:
 			for (; *reported < troubles->size(); ++*reported)
 			{
 				const LogTrouble& one = (*troubles)[*reported];
-				say(one.path.string() + " cannot be read: " + std::strerror(one.error));
+				say("cannot read " + one.path.string() + ": " + std::strerror(one.error));
 			}
 		}
 	}

@@ -1,6 +1,7 @@
 // Both nodes side by side, and maintenance of both. ssh is a program of the test's that
 // answers in the partner's place.
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 
@@ -9,6 +10,7 @@
 #include "RowName.h"
 #include "StateTest.h"
 #include "ctl/init/PairSettings.h"
+#include "ctl/pair/PairJudgement.h"
 
 using namespace std::chrono_literals;
 using testing::AllOf;
@@ -176,11 +178,16 @@ TEST_F(PairVerb, FindsClocksThatDiffer)
 
 TEST_F(PairVerb, ThePartnersClockMayBeBehindByTheTimeOfAskingAlone)
 {
-	const long own = m_own["pair"]["time_ms"].get<long>();
-	ssh("cat DIR/answer\n");
-	m_partner["pair"]["time_ms"] = own + 2500;
-	write("/answer", m_partner.dump());
-	EXPECT_THAT(runHere({"pair"}).out, HasSubstr("[clocks-differ]"));
+	const auto differs = [&](long ahead)
+	{
+		m_partner["pair"]["time_ms"] = m_own["pair"]["time_ms"].get<long>() + ahead;
+		const auto problems = velarix::ctl::judgePair({m_own, m_partner, "", 3s, now});
+		return std::ranges::any_of(problems, [](const auto& one) { return one.id == "clocks-differ"; });
+	};
+	EXPECT_TRUE(differs(2500));
+	EXPECT_FALSE(differs(1500));
+	EXPECT_FALSE(differs(-4500));
+	EXPECT_TRUE(differs(-5500));
 }
 
 TEST_F(PairVerb, AFileWithoutItsPartForThePairIsRefused)

@@ -309,6 +309,17 @@ class NotifyTest(Node):
         wait_for("both, once", lambda: self.details("any") == ["1", "2"])
         wait_for("the report", lambda: "any: cannot write " in self.said())
 
+    def test_without_a_position_and_without_the_keepers_log_it_says_so_and_goes_on(self):
+        self.notifier("any", ANY + "cat >>GOT\n")
+        (self.root / "var/lib/velarix-ha/notify/any").mkdir(parents=True)
+        self.log.mkdir()
+        self.start()
+        wait_for("the position's report", lambda: "any: cannot write " in self.said())
+        wait_for("the log's report", lambda: f"any: cannot read {self.log}: " in self.said())
+        self.log.rmdir()
+        self.happens("died", "1")
+        wait_for("the event", lambda: self.details("any") == ["1"])
+
     def test_only_what_root_alone_may_change_is_run(self):
         self.notifier("open", ANY + "cat >>GOT\n", 0o777)
         os.chown(self.notifier("foreign", ANY + "cat >>GOT\n"), 1, 1)
