@@ -69,7 +69,8 @@ std::optional<TunnelSession> tunnelSession()
 
 std::string tunnelRules()
 {
-	return outputOf("nft", {"list", "table", "inet", "velarix_tunnel"});
+	return outputOf("nft", {"list", "table", "inet", "velarix_tunnel"}) +
+	       outputOf("nft", {"list", "table", "inet", "velarix"});
 }
 
 std::string newTunnelKey()

@@ -24,7 +24,7 @@ struct TunnelSession
 /// @return nothing without the interface or a peer, or when this user may not ask
 std::optional<TunnelSession> tunnelSession();
 
-/// @return the packet filter's table of the tunnel; empty when it is not loaded, or this user may not ask
+/// @return the packet filter's tables of this node; empty when they are not loaded, or this user may not ask
 std::string tunnelRules();
 
 /// @return a new private key; empty without wireguard-tools

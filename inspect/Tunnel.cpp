@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <regex>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
@@ -44,24 +46,35 @@ std::optional<TunnelSettings> readTunnel(const std::filesystem::path& settings)
 	return parseTunnel(readInputFile(file));
 }
 
-bool protectTunnel(const std::string& rules, const TunnelSettings& tunnel, const std::string& outside)
+bool protectTunnel(const std::string& rules, const TunnelSettings& tunnel, const std::string& heartbeats,
+                   const std::string& outside)
 {
-	const auto holds = [](const std::string& line, const std::string& part)
-	{ return (line + " ").find(part + " ") != std::string::npos; };
 	const std::string port = "udp dport " + tunnel.port;
-	bool dropsOthers = false;
+	const std::string inside = std::string("iifname \"") + kTunnelInterface + "\"";
+	// Each has to be in one line.
+	std::vector<std::pair<std::vector<std::string>, bool>> needed{
+	    {{"tcp dport " + heartbeats, inside, "accept"}, false},
+	    {{port, "drop"}, false},
+	    {{"ip daddr " + tunnel.address, "iifname !=", "drop"}, false},
+	    {{"ip saddr " + tunnel.partner, "iifname != \"" + std::string(kTunnelInterface) + "\"", "drop"}, false},
+	};
 	std::istringstream lines(rules);
 	for (std::string line; std::getline(lines, line);)
 	{
-		const bool accepts = holds(line, port) && holds(line, "accept");
-		if (accepts && !(holds(line, "ip saddr " + tunnel.endpoint) && holds(line, "udp sport " + tunnel.port) &&
-		                 holds(line, "iifname \"" + outside + "\"")))
+		const auto holds = [&](const std::string& part) { return (line + " ").find(part + " ") != std::string::npos; };
+		if (holds(port) && holds("accept") &&
+		    !(holds("ip saddr " + tunnel.endpoint) && holds("udp sport " + tunnel.port) &&
+		      holds("iifname \"" + outside + "\"")))
 		{
 			return false;
 		}
-		dropsOthers = dropsOthers || (holds(line, port) && holds(line, "drop") && !holds(line, "saddr"));
+		for (auto& [parts, found] : needed)
+		{
+			found = found || (std::ranges::all_of(parts, holds) &&
+			                  !(parts.front() == port && line.find("saddr") != std::string::npos));
+		}
 	}
-	return dropsOthers;
+	return std::ranges::all_of(needed, [](const auto& rule) { return rule.second; });
 }
 
 } // namespace velarix::inspect

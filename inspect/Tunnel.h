@@ -40,7 +40,10 @@ std::optional<TunnelSettings> readTunnel(const std::filesystem::path& settings);
 
 /// @param rules what "nft list" shows
 /// @param outside the interface of the communication network
-/// @return whether the tunnel's port takes packets of the partner's endpoint alone
-bool protectTunnel(const std::string& rules, const TunnelSettings& tunnel, const std::string& outside);
+/// @param heartbeats the agent's port
+/// @return whether the tunnel's port takes packets of the partner's endpoint alone, and the tunnel's
+///         addresses and the heartbeats go through the tunnel alone
+bool protectTunnel(const std::string& rules, const TunnelSettings& tunnel, const std::string& heartbeats,
+                   const std::string& outside);
 
 } // namespace velarix::inspect

@@ -78,7 +78,8 @@ void outside(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 		findings.notChecked("the tunnel's rules and handshake", "only root may ask");
 		return;
 	}
-	if (!protectTunnel(host::tunnelRules(), tunnel, kCommunicationInterface))
+	if (!protectTunnel(host::tunnelRules(), tunnel, findings.file.text(key::kReceivePort).value_or(""),
+	                   kCommunicationInterface))
 	{
 		findings.add(Severity::warning, file, 0,
 		             {"tunnel-rules", "the tunnel's packet filter is not loaded, or takes packets of others",

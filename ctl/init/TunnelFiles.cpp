@@ -1,5 +1,7 @@
 #include "ctl/init/TunnelFiles.h"
 
+#include <regex>
+
 #include <Poco/String.h>
 
 #include "inspect/ExitCode.h"
@@ -24,6 +26,17 @@ std::string tunnelText(const Answers& answers, NodeName node)
 	       "\n\n[Peer]\nAllowedIPs = " + answers.heartbeatAddress(otherOf(node)) +
 	       "/32\nEndpoint = " + answers.wireAddress(otherOf(node)) + ":" + port +
 	       "\n# Without it a node that was restarted waits 15 s for its partner.\nPersistentKeepalive = 1\n";
+}
+
+std::string presharedKey(const std::filesystem::path& file)
+{
+	if (host::fileFacts(file).kind != host::FileKind::regular)
+	{
+		return {};
+	}
+	const std::string text = readInputFile(file);
+	std::smatch found;
+	return std::regex_search(text, found, std::regex("\nPresharedKey *=[^\n]*")) ? found.str().substr(1) + "\n" : "";
 }
 
 TunnelKeys tunnelKeys(const std::filesystem::path& directory)

@@ -24,6 +24,9 @@ struct TunnelKeys
 	std::string publicKey;
 };
 
+/// @return the line of a pre-shared key that the operator has added, to be kept; empty without one
+std::string presharedKey(const std::filesystem::path& file);
+
 /// Of this node: those that are there, or new ones.
 /// @throws Failure refused without wireguard-tools
 TunnelKeys tunnelKeys(const std::filesystem::path& directory);

@@ -163,7 +163,8 @@ std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& 
 	{
 		const NodeFiles& place = places[node == NodeName::a ? 0 : 1];
 		const fs::path directory = place.settings.parent_path();
-		files.push_back({directory / kTunnelFile, tunnelText(options.answers, node), false});
+		const fs::path conf = directory / kTunnelFile;
+		files.push_back({conf, tunnelText(options.answers, node) + presharedKey(conf), false});
 		if (place.installed)
 		{
 			files.push_back({directory / kTunnelKey, keys.own + "\n", true});

@@ -25,7 +25,10 @@ constexpr char kKeyA[] = "KKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKK=";
 constexpr char kKeyB[] = "BBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBB=";
 /// As nft lists them.
 constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 51871 udp dport 51871 accept\n"
-                          "\t\tudp dport 51871 counter packets 0 bytes 0 drop\n";
+                          "\t\tudp dport 51871 counter packets 0 bytes 0 drop\n"
+                          "\t\tip daddr 169.254.127.1 iifname != { \"lo\", \"wg-ha\" } counter packets 1 bytes 1 drop\n"
+                          "\t\tip saddr 169.254.127.2 iifname != \"wg-ha\" counter packets 2 bytes 2 drop\n"
+                          "\t\ttcp dport 7000 iifname \"wg-ha\" ip saddr 169.254.127.2 ip daddr 169.254.127.1 accept\n";
 
 class Tunnel : public CheckTest
 {
@@ -101,6 +104,9 @@ const Row kRows[] = {
     {"RulesWithoutAddress",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("ip saddr 192.0.2.2 "); }},
     {"RulesWithoutPort",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("udp sport 51871 "); }},
     {"RulesWithoutDrop",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 0 bytes 0 drop"); }},
+    {"RulesAddressOpen",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 1 bytes 1 drop"); }},
+    {"RulesPartnerOpen",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 2 bytes 2 drop"); }},
+    {"RulesNotOfTheTunnel",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("iifname \"wg-ha\" ip saddr"); }},
     {"UserMayNotAsk",        {},                                                   [](const fs::path&) { fakeHost().tunnelRules = ""; fakeHost().user = 1000; }},
     {"ClockWentBack",        {"warning tunnel-clock tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnel->handshake = std::chrono::system_clock::now() + 60s; }},
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
@@ -108,7 +114,7 @@ const Row kRows[] = {
     {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},
     {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeMachine().answering = {}; }},
     {"NoKeepalive",          {"warning tunnel-keepalive tunnel.conf"},             [](const fs::path& in) { replace(in / "tunnel.conf", "PersistentKeepalive = 1", ""); }},
-    {"OtherAddress",         {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { replace(in / "tunnel.conf", "169.254.127.1", "169.254.127.9"); }},
+    {"OtherAddress",         {"error tunnel-not-used tunnel.conf", "warning tunnel-rules tunnel.conf"}, [](const fs::path& in) { replace(in / "tunnel.conf", "169.254.127.1", "169.254.127.9"); }},
     {"NoEndpoint",           {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { fakeHost().routes[""] = "eth1"; replace(in / "tunnel.conf", "Endpoint = ", "#"); fakeHost().user = 1000; }},
     {"NoKey",                {"error tunnel-key-missing tunnel.key"},              [](const fs::path& in) { fs::remove(in / "tunnel.key"); }},
     {"NoPartnerKey",         {"error tunnel-key-missing partner.pub"},             [](const fs::path& in) { fs::remove(in / "partner.pub"); }},
@@ -189,6 +195,10 @@ TEST_F(Tunnel, InitAgainChangesNothingAndTakesThePartnersKey)
 	EXPECT_EQ(third.code, 0);
 	EXPECT_THAT(third.out, Not(HasSubstr("written")));
 	EXPECT_EQ(text("partner.pub"), std::string(kKeyB) + "\n");
+	const std::string secret = text("tunnel.conf") + "PresharedKey = secret\n";
+	write(std::string(kDirectory) + "tunnel.conf", secret);
+	EXPECT_EQ(init({"--force", "--tunnel-port=51999"}).code, 0);
+	EXPECT_THAT(text("tunnel.conf"), HasSubstr("PersistentKeepalive = 1\nPresharedKey = secret\n"));
 }
 
 TEST_F(Tunnel, ItsUnitIsNeverStoppedWithTheAgentNorTheAgentWithIt)
