@@ -92,7 +92,9 @@ int runAll(const Options& options)
 	{
 		g_out << count << " violations of " << name << "\n";
 	}
-	return violations.empty() && left <= options.leftAtMost ? 0 : 1;
+	const bool tooMany = left > options.leftAtMost;
+	g_out << (tooMany ? "that is more than --left-at-most allows\n" : "");
+	return violations.empty() && !tooMany ? 0 : 1;
 }
 
 } // namespace
