@@ -188,8 +188,7 @@ constexpr std::array<Key, 23> kKeys{{
     {{"reachability", "partner", "the same as PARTNER_IP, which is asked whether it reaches its targets", "",
       "an IPv4 address"},
      setReachAddress<&R::partner>},
-    {{"reachability", "port", "UDP port of the question and the answer, the same on both nodes", "7000",
-      "1 to 65535"},
+    {{"reachability", "port", "UDP port of the question and the answer, the same on both nodes", "7000", "1 to 65535"},
      setReachNumber<&R::port, 1, 65535>},
 }};
 
