@@ -38,7 +38,7 @@ class AnsibleTest(unittest.TestCase):
     def setUpClass(cls):
         cls.below = node.Node(Place.directory, "below", Place.base)
         with cls.below as below:
-            below.run("apt-get install -y --no-install-recommends ansible-core iproute2 procps")
+            below.run("apt-get install -y --no-install-recommends ansible-core python3-apt iproute2 procps")
             below.put(Place.deb, "/root/package.deb")
 
     def machine(self, name):

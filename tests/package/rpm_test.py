@@ -44,7 +44,7 @@ class RpmTest(unittest.TestCase):
         listed = self.machine.run("rpm -qp --qf '[%{filemodes:perms} %{filenames}\\n]' /root/new.rpm").out
         directories = [line.split()[1] for line in listed.splitlines() if line.startswith("d")]
         for directory in directories:
-            self.assertRegex(directory, r"^/usr/velarix|/velarix-ha(/docs(/figures)?|/firewall|/notify([.]d)?|[.]service[.]d)?$")
+            self.assertRegex(directory, r"^/usr/velarix|/velarix-ha(/docs(/figures)?|/firewall|/ansible(/.*)?|/notify([.]d)?|[.]service[.]d)?$")
 
     def test_the_operators_files_are_marked(self):
         self.assertEqual(self.machine.run("rpm -qpc /root/new.rpm").out.split(),
