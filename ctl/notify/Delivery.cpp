@@ -19,7 +19,6 @@ using std::chrono::milliseconds;
 namespace
 {
 
-/// Of a log whose mark is gone.
 constexpr std::size_t kMostBehind = 1000;
 
 Json markJson(const Mark& mark)
@@ -53,21 +52,23 @@ std::string Message::identity() const
 
 bool Resumption::passes(const Message& message)
 {
-	if (m_found)
+	if (!m_catchesUp)
 	{
 		return true;
 	}
-	if (message.identity() == m_mark.identity)
+	if (!m_found && message.identity() == m_mark.identity)
 	{
 		m_found = true;
 		m_behind.clear();
+		m_dropped = 0;
 	}
-	else if (message.at >= m_mark.at)
+	else if (m_found || message.at >= m_mark.at)
 	{
 		m_behind.push_back(message);
 		if (m_behind.size() > kMostBehind)
 		{
 			m_behind.pop_front();
+			++m_dropped;
 		}
 	}
 	return false;
@@ -75,7 +76,7 @@ bool Resumption::passes(const Message& message)
 
 std::deque<Message> Resumption::rest()
 {
-	m_found = true;
+	m_catchesUp = false;
 	return std::exchange(m_behind, {});
 }
 

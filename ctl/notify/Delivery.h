@@ -2,7 +2,8 @@
 ///
 /// The logs are the queue: an event is read again from them until the notifier has taken
 /// it, and a small file remembers how far it has come. In memory is at most what a start
-/// has found behind it, and a crash between taking and remembering gives the event twice.
+/// has found behind the mark, 1000 events of each log. A crash between taking and
+/// remembering gives the event twice.
 #pragma once
 
 #include <deque>
@@ -42,7 +43,8 @@ struct Mark
 	std::string identity;
 };
 
-/// Passes the events of one log on that come behind the mark.
+/// Passes the events of one log on that come behind the mark. Until `rest` is called it
+/// keeps them; should the mark not be in the log, those from its time on.
 class Resumption
 {
 public:
@@ -51,14 +53,18 @@ public:
 	/// @return whether the event is to be delivered now
 	bool passes(const Message& message);
 
-	/// After the first reading: the mark is not in the log any more, or was none.
-	/// @return what came behind its time
+	/// After the first reading: what came behind the mark. From now on all events pass.
 	std::deque<Message> rest();
+
+	/// How many were too many to keep, the oldest.
+	std::size_t dropped() const { return m_dropped; }
 
 private:
 	Mark m_mark;
 	bool m_found = false;
+	bool m_catchesUp = true;
 	std::deque<Message> m_behind;
+	std::size_t m_dropped = 0;
 };
 
 /// How far a notifier has come, in a file.

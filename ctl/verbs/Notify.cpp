@@ -95,18 +95,22 @@ public:
 	[[noreturn]] void run()
 	{
 		read();
+		std::vector<std::pair<Message, Mark*>> missed;
 		for (auto [resumption, mark] :
 		     {std::pair(&m_agent, &m_position.agent), std::pair(&m_keeper, &m_position.keeper)})
 		{
 			for (Message& message : resumption->rest())
 			{
-				m_missed.emplace_back(std::move(message), mark);
+				missed.emplace_back(std::move(message), mark);
+			}
+			if (const std::size_t dropped = resumption->dropped(); dropped > 0)
+			{
+				say(std::to_string(dropped) + " older events are dropped: too many have happened meanwhile");
 			}
 		}
-		// What the two logs tell of the time without this process comes at once: in one order.
-		std::ranges::stable_sort(m_missed, {}, [](const auto& missed) { return missed.first.at; });
-		m_followsOn = true;
-		for (const auto& [message, mark] : std::exchange(m_missed, {}))
+		// What the two logs report of the time without this process comes at once: in one order.
+		std::ranges::stable_sort(missed, {}, [](const auto& one) { return one.first.at; });
+		for (const auto& [message, mark] : std::exchange(missed, {}))
 		{
 			pass(message, *mark);
 		}
@@ -132,9 +136,6 @@ private:
 	Resumption m_agent;
 	Resumption m_keeper;
 	EventStream m_stream;
-	/// What the first reading has found, with the mark of its log.
-	std::vector<std::pair<Message, Mark*>> m_missed;
-	bool m_followsOn = false;
 	/// How many of the troubles of each log were reported.
 	std::size_t m_agentTroubles = 0;
 	std::size_t m_keeperTroubles = 0;
@@ -193,18 +194,10 @@ private:
 
 	void take(Resumption& resumption, Mark& mark, Instant at, Json event, std::string_view severity)
 	{
-		Message message{at, withNode(std::move(event), m_node, severity)};
-		if (!resumption.passes(message))
-		{
-			return;
-		}
-		if (m_followsOn)
+		const Message message{at, withNode(std::move(event), m_node, severity)};
+		if (resumption.passes(message))
 		{
 			pass(message, mark);
-		}
-		else
-		{
-			m_missed.emplace_back(std::move(message), &mark);
 		}
 	}
 
