@@ -93,8 +93,9 @@ void programsOf(Findings& findings, const KeeperFile& file)
 		const std::string path = keeperPath(service.program);
 		if (std::ranges::find(programs, path) == programs.end())
 		{
-			findings.add(Severity::warning, file.path, service.line,
-			             {"keeper-service-unmanaged", "no PROCESS_PATH is " + path, "the service is never started",
+			findings.add(Severity::error, file.path, service.line,
+			             {"keeper-service-unmanaged", "no PROCESS_PATH is " + path,
+			              "the service is never started, and the keeper takes it for one that has ended",
 			              "write the path, or take the section away"});
 		}
 	}

@@ -79,7 +79,7 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	     "warning keeper-address-not-first CONFIG:18"},
 	    {{"/usr/velarix/run/ha-web", "/opt/service/bin/server"}, none, "error keeper-foreign-program CONFIG:19"},
 	    {{"run/ha-web", "run/ha-db"}, none, "error keeper-service-missing CONFIG:19"},
-	    {{"run/ha-web", "run/ha-db"}, none, "warning keeper-service-unmanaged KEEPER:5"},
+	    {{"run/ha-web", "run/ha-db"}, none, "error keeper-service-unmanaged KEEPER:5"},
 	    {none, {"198.51.100.10", "198.51.100.11"}, "error keeper-address-differs KEEPER:1"},
 	    {none, {"eth0", "eth2"}, "warning keeper-another-interface KEEPER:1"},
 	};
