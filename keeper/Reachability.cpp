@@ -52,7 +52,7 @@ std::optional<Key> keyOrReport(Journal& journal)
 	return key;
 }
 
-/// @return when the files were written that the settings come from; the epoch for one that is not there
+/// @return when the two files of the settings were written; the smallest time for a missing one
 std::array<std::filesystem::file_time_type, 2> settingsTimes()
 {
 	std::error_code ignored;

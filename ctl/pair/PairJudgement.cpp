@@ -223,7 +223,7 @@ private:
 		}
 	}
 
-	/// Between two files' times lies also what passed between making them; a partner that
+	/// The time between making them also lies between two files' times; a partner that
 	/// is asked tells its time before this node's is taken.
 	void clocks()
 	{

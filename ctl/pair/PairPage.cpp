@@ -33,18 +33,18 @@ constexpr std::string_view kHead = R"(<!DOCTYPE html>
 <link rel="icon" href="data:,">
 <title>Velarix HA</title>
 <style>
-:root { color-scheme: light dark; --back: #f6f7f9; --card: #fff; --text: #1b1f24; --faint: #5b6470; --line: #d8dde3;
+:root { color-scheme: light dark; --back: #f6f7f9; --panel: #fff; --text: #1b1f24; --faint: #5b6470; --line: #d8dde3;
   --ok: #1a7f37; --warning: #9a6700; --critical: #c0232c; --unknown: #6e4bb5; --idle: #c9d1d9; }
-@media (prefers-color-scheme: dark) { :root { --back: #0e1116; --card: #171b21; --text: #e6e9ed; --faint: #98a2ae;
+@media (prefers-color-scheme: dark) { :root { --back: #0e1116; --panel: #171b21; --text: #e6e9ed; --faint: #98a2ae;
   --line: #2c333b; --ok: #3fb950; --warning: #d29922; --critical: #ff6b64; --unknown: #b392f0; --idle: #3a424c; } }
 body { margin: 0 auto; max-width: 60rem; padding: 1rem; background: var(--back); color: var(--text);
   font: 16px/1.45 system-ui, sans-serif; overflow-wrap: anywhere; }
 h1 { font-size: 1.2rem; margin: 0; } h2 { font-size: 1rem; margin: 1.6rem 0 .5rem; }
-.verdict, .card { background: var(--card); border: 1px solid var(--line); border-radius: .5rem; padding: .8rem 1rem; margin: .6rem 0; }
+.verdict, .panel { background: var(--panel); border: 1px solid var(--line); border-radius: .5rem; padding: .8rem 1rem; margin: .6rem 0; }
 .verdict, .problem { border-left: .4rem solid var(--tone); } .verdict b, .problem b { color: var(--tone); }
 .OK { --tone: var(--ok); } .WARNING { --tone: var(--warning); } .CRITICAL { --tone: var(--critical); } .UNKNOWN { --tone: var(--unknown); }
 .faint, dt { color: var(--faint); } .faint { font-size: .9rem; }
-.nodes { display: grid; gap: .6rem; grid-template-columns: repeat(auto-fit, minmax(17rem, 1fr)); } .nodes .card { margin: 0; }
+.nodes { display: grid; gap: .6rem; grid-template-columns: repeat(auto-fit, minmax(17rem, 1fr)); } .nodes .panel { margin: 0; }
 dl { display: grid; grid-template-columns: 8rem 1fr; gap: .2rem .6rem; margin: .4rem 0 0; } dd { margin: 0; }
 svg { width: 100%; height: 1.5rem; display: block; margin-bottom: .4rem; } .ticks { display: flex; justify-content: space-between; }
 table { border-collapse: collapse; width: 100%; }
@@ -193,7 +193,7 @@ std::string problemsPart(const std::vector<PairProblem>& problems)
 	for (const PairProblem& problem : problems)
 	{
 		const std::string word = wordOf(problem.severity);
-		text += "<div class=\"card problem " + word + "\"><b>" + word + "</b> " + html(problem.node) + ": " +
+		text += "<div class=\"panel problem " + word + "\"><b>" + word + "</b> " + html(problem.node) + ": " +
 		        html(problem.text) + " <span class=\"faint\">" + html(problem.id) + "</span>";
 		text += (problem.cure.empty() ? "" : "<br>Fix: " + html(problem.cure)) + "</div>\n";
 	}
@@ -205,7 +205,7 @@ std::string nodesPart(const std::vector<PairRow>& rows)
 	std::string text = "<div class=\"nodes\">\n";
 	for (const auto column : {&PairRow::own, &PairRow::partner})
 	{
-		text += "<div class=\"card\">" + element("h1", rows.front().*column) + "<dl>\n";
+		text += "<div class=\"panel\">" + element("h1", rows.front().*column) + "<dl>\n";
 		for (auto row = rows.begin() + 1; row != rows.end(); ++row)
 		{
 			text += element("dt", row->label) + element("dd", (*row).*column) + "\n";
@@ -257,7 +257,7 @@ std::string pairPage(const PairReports& reports, const std::vector<PairProblem>&
 	return std::string(kHead) + "<div class=\"verdict " + verdict + "\"><h1>Velarix HA " + html(address) + ": <b>" +
 	       verdict + "</b></h1><div class=\"faint\">" + html(localText(reports.time)) +
 	       ". When this time is old, nobody refreshes the page.</div></div>\n" + problemsPart(problems) +
-	       nodesPart(rowsOf(reports)) + "<h2>The last day</h2>\n<div class=\"card\">" + Picture(reports).draw(reports) +
+	       nodesPart(rowsOf(reports)) + "<h2>The last day</h2>\n<div class=\"panel\">" + Picture(reports).draw(reports) +
 	       "<div class=\"faint\">Green: master. Grey: standby. Red: something went wrong.</div></div>\n" +
 	       "<h2>Events</h2>\n" + eventsPart(reports) + "</body>\n</html>\n";
 }

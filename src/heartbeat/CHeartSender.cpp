@@ -27,7 +27,7 @@ namespace
 constexpr char kSource[] = "CHeartSender";
 
 /// Sends the text as the connection's only one, and closes the connection. A stream
-/// swallows errors unless told otherwise, and a heartbeat that did not go out must
+/// swallows errors unless asked otherwise, and a heartbeat that did not go out must
 /// not be logged as sent.
 /// @throws Poco::Exception when the text could not be sent
 void sendAndClose(Poco::Net::StreamSocket& socket, const std::string& text)

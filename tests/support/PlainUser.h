@@ -1,4 +1,4 @@
-/// Takes privileges of root from the calling thread while it lives: unless told otherwise that
+/// Takes privileges of root from the calling thread while it lives: unless asked otherwise that
 /// to open what a file's mode forbids, so that tests can have unreadable and read-only files.
 #pragma once
 
