@@ -7,9 +7,10 @@ SUITE.base.squashfs has a minimal system with systemd, and in its package cache 
 the package and its Ansible role need on a server; nothing of that is installed, so
 that a missing dependency shows. SUITE.build.squashfs has all that scripts/package needs besides.
 What is named is made, once and again whenever what goes into them has changed; everything
-comes from the mirror that apt on this machine uses.
+comes from the mirror that apt on this machine uses. One waits for another that makes the same.
 """
 
+import fcntl
 import glob
 import hashlib
 import os
@@ -141,6 +142,8 @@ def main():
     suite, directory, *kinds = sys.argv[1:]
     need_root()
     os.makedirs(directory, exist_ok=True)
+    lock = open(os.path.join(directory, suite + ".lock"), "w")
+    fcntl.flock(lock, fcntl.LOCK_EX)
     stamp = os.path.join(directory, suite + ".key")
     if all(os.path.exists(paths(suite, directory)[kind]) for kind in kinds) and os.path.exists(stamp):
         with open(stamp) as file:
