@@ -39,12 +39,7 @@ protected:
 		dropAddress();
 		writeState("ha-address", "state=waiting\npid=6001\nheld=no\nholder=02:00:00:00:00:01\n");
 		writeState("ha-web", "state=waiting\npid=6002\nrestarts=0\ncheck=none\n");
-		writeLog(emptyLog()
-		             .start(198s)
-		             .slaveFor(198s, 191s)
-		             .takeService(190s)
-		             .masterFor(183300ms, 60s)
-		             .masterFor(59s, 300ms, ""));
+		losePartner();
 	}
 };
 

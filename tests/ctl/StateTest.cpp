@@ -42,6 +42,16 @@ void StateTest::soundSlave()
 	writeLog(emptyLog().start(198s).slaveFor(197300ms, 300ms));
 }
 
+void StateTest::losePartner() const
+{
+	writeLog(emptyLog()
+	             .start(198s)
+	             .slaveFor(198s, 191s)
+	             .takeService(190s)
+	             .masterFor(183300ms, 60s)
+	             .masterFor(59s, 300ms, ""));
+}
+
 void StateTest::writeSettings(int node, const std::vector<std::pair<std::string, std::string>>& changes) const
 {
 	std::string text = soundSettings(node);

@@ -16,6 +16,9 @@ protected:
 	/// Slave since its start 200 seconds ago; the partner is master.
 	void soundSlave();
 
+	/// Master as long, but for a minute without the partner's heartbeats.
+	void losePartner() const;
+
 	NodeLog emptyLog() const { return NodeLog(now); }
 	void writeLog(const NodeLog& log) const { write(kLog, log.text()); }
 	/// Writes settings whose log is in the directory.

@@ -26,15 +26,10 @@ protected:
 	}
 
 	/// The partner answers beside the tunnel alone.
-	void losePartner() const
+	void cutTheTunnel() const
 	{
 		fakeMachine().answering.erase("192.0.2.2");
-		writeLog(emptyLog()
-		             .start(198s)
-		             .slaveFor(198s, 191s)
-		             .takeService(190s)
-		             .masterFor(183300ms, 60s)
-		             .masterFor(59s, 300ms, ""));
+		losePartner();
 	}
 };
 
@@ -62,7 +57,7 @@ TEST_F(TunnelStatus, TellsHandshakeAndBytes)
 
 TEST_F(TunnelStatus, APartnerThatAnswersBesideTheTunnelAloneIsCritical)
 {
-	losePartner();
+	cutTheTunnel();
 	const Outcome nagios = runHere({"nagios"});
 	EXPECT_EQ(nagios.code, 2) << nagios.out;
 	EXPECT_THAT(nagios.out, HasSubstr("the tunnel is down, the cable is not: the partner answers at 203.0.113.2"));

@@ -1,10 +1,10 @@
 // The states of the address: every state with every event, one row a line.
-#include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "StateTable.h"
 #include "keeper/AddressMachine.h"
 
 namespace
@@ -14,7 +14,6 @@ using namespace velarix::keeper;
 using enum AddressState;
 using E = AddressEvent;
 
-constexpr Millis kNow = 1'000'000;
 const Mac kOther{2, 0, 0, 0, 0, 1};
 const Mac kThird{2, 0, 0, 0, 0, 3};
 
@@ -23,11 +22,6 @@ std::string letters(const AddressActions& actions)
 {
 	return std::string(actions.lower ? "x" : "") + (actions.raise ? "!" : "") + (actions.probe ? "p" : "") +
 	       (actions.announce ? "a" : "");
-}
-
-std::string atText(Millis at)
-{
-	return at == kNever ? "-" : std::to_string(at - kNow);
 }
 
 struct Row
@@ -193,12 +187,7 @@ TEST(AddressTable, EveryRow)
 
 TEST(AddressTable, EveryStateWithEveryEvent)
 {
-	std::set<std::pair<AddressState, E>> decided;
-	for (const Row& row : kRows)
-	{
-		decided.emplace(row.state, row.event);
-	}
-	EXPECT_EQ(decided.size(), 9U * 9U);
+	EXPECT_EQ(decidedBy(kRows), 9U * 9U);
 }
 
 /// A machine that is driven from event to event.

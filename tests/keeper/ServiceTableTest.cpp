@@ -1,10 +1,10 @@
 // The states of a service: every state with every event, one row a line.
-#include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "StateTable.h"
 #include "keeper/ServiceMachine.h"
 
 namespace
@@ -14,17 +14,10 @@ using namespace velarix::keeper;
 using enum ServiceState;
 using E = ServiceEvent;
 
-constexpr Millis kNow = 1'000'000;
-
 /// Actions as letters: s start, t TERM, k KILL.
 std::string letters(const ServiceActions& actions)
 {
 	return std::string(actions.start ? "s" : "") + (actions.terminate ? "t" : "") + (actions.kill ? "k" : "");
-}
-
-std::string atText(Millis at)
-{
-	return at == kNever ? "-" : std::to_string(at - kNow);
 }
 
 struct Row
@@ -150,12 +143,7 @@ TEST(ServiceTable, EveryRow)
 
 TEST(ServiceTable, EveryStateWithEveryEvent)
 {
-	std::set<std::pair<ServiceState, E>> decided;
-	for (const Row& row : kRows)
-	{
-		decided.emplace(row.state, row.event);
-	}
-	EXPECT_EQ(decided.size(), 7U * 8U);
+	EXPECT_EQ(decidedBy(kRows), 7U * 8U);
 }
 
 TEST(ServiceTable, OnlyDeathsWithinTheTimeCount)
