@@ -98,8 +98,9 @@ std::optional<std::string> interfaceTo(const std::string& address);
 ///         or when this user may not ask
 std::optional<std::string> holderOf(const std::string& address, const std::string& interface);
 
-/// @return whether the interface lo has that IPv6 address; nothing without any IPv6 there
-std::optional<bool> hasOnLoopback(const std::string& address);
+/// @return whether the keeper's marker of the address is there: ::ADDRESS on lo, or an interface
+///         that is called ADDRESS and up
+bool hasMarker(const std::string& address);
 
 /// Sends up to `count` echo requests, a tenth of a second of patience each.
 /// @param address dotted IPv4; no name is resolved

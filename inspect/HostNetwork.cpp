@@ -148,26 +148,26 @@ std::vector<Address> addresses()
 	return result;
 }
 
-std::optional<bool> hasOnLoopback(const std::string& address)
+bool hasMarker(const std::string& address)
 {
 	in6_addr wanted{};
 	ifaddrs* first = nullptr;
-	if (::inet_pton(AF_INET6, address.c_str(), &wanted) != 1 || ::getifaddrs(&first) != 0)
+	if (::inet_pton(AF_INET6, ("::" + address).c_str(), &wanted) != 1 || ::getifaddrs(&first) != 0)
 	{
-		return std::nullopt;
+		return false;
 	}
 	const List list(first, &::freeifaddrs);
-	std::optional<bool> result;
 	for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next)
 	{
-		if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET6 &&
-		    (entry->ifa_flags & IFF_LOOPBACK) != 0)
+		const bool six = entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET6;
+		const auto* internet = reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr);
+		if ((entry->ifa_name == address && (entry->ifa_flags & IFF_UP) != 0) ||
+		    (six && (entry->ifa_flags & IFF_LOOPBACK) != 0 && IN6_ARE_ADDR_EQUAL(&internet->sin6_addr, &wanted)))
 		{
-			const auto* internet = reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr);
-			result = result.value_or(false) || IN6_ARE_ADDR_EQUAL(&internet->sin6_addr, &wanted);
+			return true;
 		}
 	}
-	return result;
+	return false;
 }
 
 } // namespace velarix::inspect::host

@@ -207,15 +207,6 @@ void keeperMachine(Findings& findings, const KeeperFile& file)
 	{
 		reachMachine(findings, file);
 	}
-	const std::string& address = file.parsed.settings.address.text;
-	if (!address.empty() && !host::hasOnLoopback("::" + address))
-	{
-		findings.add(Severity::warning, file.path, file.parsed.settings.address.line,
-		             {"keeper-no-marker", "the interface lo has no IPv6, and no marker ::" + address,
-		              "the agent counts down before each start of the address: a take-over lasts five seconds longer",
-		              "switch IPv6 on for lo: sysctl -w net.ipv6.conf.lo.disable_ipv6=0, and the same in "
-		              "/etc/sysctl.d"});
-	}
 }
 
 void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& partner)

@@ -175,7 +175,7 @@ constexpr std::array<FaultInfo, 48> faults{{
      killAddressKeeper, nullptr, addressKeeperRuns},
     {FaultKind::serviceKeeperKilled, "keeper-kill-service", true, "the keeper of the service killed", nullptr,
      killServiceKeeper, nullptr, serviceKeeperRuns},
-    {FaultKind::markerMissing, "marker-missing", true, "IPv6 switched off on lo: no marker", "IPv6 and marker are back",
+    {FaultKind::markerMissing, "marker-missing", true, "the keeper's marker removed", "the marker is back",
      removeMarker, restoreMarker, hasKeeper},
 }};
 

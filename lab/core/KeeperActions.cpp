@@ -12,8 +12,6 @@ namespace velarix::lab::action
 namespace
 {
 
-constexpr const char* ipv6OnLoopback = "/proc/sys/net/ipv6/conf/lo/disable_ipv6";
-
 void runsOn(Lab& lab, HostId node, const char* program)
 {
 	if (processesNamed(lab.node(node).host().pid(), program).empty())
@@ -77,12 +75,12 @@ void killServiceKeeper(Lab& lab, HostId node)
 
 void removeMarker(Lab& lab, HostId node)
 {
-	shellOn(lab.host(node), std::string("echo 1 > ") + ipv6OnLoopback);
+	shellOn(lab.host(node), std::string("exec ") + plan::keeperProgram + " unmark");
 }
 
 void restoreMarker(Lab& lab, HostId node)
 {
-	shellOn(lab.host(node), std::string("echo 0 > ") + ipv6OnLoopback + "; exec " + plan::keeperProgram + " mark");
+	shellOn(lab.host(node), std::string("exec ") + plan::keeperProgram + " mark");
 }
 
 void raiseRogue(Lab& lab, HostId /*node*/)

@@ -73,7 +73,7 @@ Interface interface(const std::string& name)
 	return fakeHost().interfaces[name];
 }
 
-std::optional<bool> hasOnLoopback(const std::string& /*address*/)
+bool hasMarker(const std::string& /*address*/)
 {
 	return fakeHost().marked;
 }
