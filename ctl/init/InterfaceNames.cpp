@@ -1,0 +1,273 @@
+#include "ctl/init/InterfaceNames.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "inspect/ExitCode.h"
+#include "inspect/Host.h"
+#include "inspect/InputFile.h"
+#include "inspect/Names.h"
+#include "inspect/Printable.h"
+
+namespace velarix::ctl
+{
+
+using namespace inspect;
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using host::Link;
+
+struct Renaming
+{
+	std::string given; ///< by the operator; may be an alternative name
+	const char* name;  ///< the one that the agent reads
+	const char* use;
+};
+
+std::array<Renaming, 2> renamings(const InterfaceNames& names)
+{
+	return {{{names.service, kServiceInterface, "service"},
+	         {names.communication, kCommunicationInterface, "communication"}}};
+}
+
+bool isCalled(const Link& link, const std::string& name)
+{
+	return link.name == name || std::ranges::find(link.alternatives, name) != link.alternatives.end();
+}
+
+/// A PCI, USB or virtual adapter that the kernel calls eth0, eth1 ... at first.
+bool isEthernet(const Link& link)
+{
+	return link.type == "ether" && link.kind.empty();
+}
+
+[[noreturn]] void refuse(const std::string& why)
+{
+	throw Failure(ExitCode::refused, why + "; nothing was written");
+}
+
+const Link& find(const std::vector<Link>& links, const std::string& name)
+{
+	const auto found = std::ranges::find_if(links, [&](const Link& link) { return isCalled(link, name); });
+	if (found == links.end())
+	{
+		std::string there;
+		for (const Link& link : links)
+		{
+			there += " " + link.name;
+		}
+		refuse("there is no interface " + name + "; there are" + there);
+	}
+	return *found;
+}
+
+/// @return how udev knows the interface
+std::string match(const Link& link, const std::string& name)
+{
+	if (link.type != "ether")
+	{
+		refuse(link.name + " is no Ethernet interface, but " + link.type);
+	}
+	if (!link.kind.empty() && link.kind != "veth")
+	{
+		refuse(link.name + " is a " + link.kind + ": it has the name that it is made with. Make it as " + name +
+		       " where it is configured (docs/networks.md), and leave its ports' names as they are");
+	}
+	if (link.kind.empty() && link.permanent.empty())
+	{
+		refuse(link.name + " has no hardware address of its own by which udev could know it at the next start. Give it "
+		                   "a fixed one in the hypervisor or in the firmware");
+	}
+	return link.kind.empty() ? "PermanentMACAddress=" + link.permanent : "MACAddress=" + link.address;
+}
+
+/// What udev cannot do.
+void demandPossible(const std::vector<Link>& links, const Link& link, const Renaming& renaming)
+{
+	const auto holder = std::ranges::find_if(links, [&](const Link& other) { return isCalled(other, renaming.name); });
+	if (holder != links.end() && &*holder != &link)
+	{
+		refuse(std::string(renaming.name) + " is another interface" +
+		       (holder->name == renaming.name ? "" : ", " + holder->name + " by an alternative name") +
+		       ", and udev exchanges no names. Exchange the cables or the addresses, or give that interface another "
+		       "name first");
+	}
+	const auto twin = std::ranges::find_if(
+	    links, [&](const Link& other)
+	    { return &other != &link && !link.permanent.empty() && other.permanent == link.permanent; });
+	if (twin != links.end())
+	{
+		refuse(link.name + " and " + twin->name + " have the same hardware address, " + link.permanent +
+		       ": udev cannot tell them apart");
+	}
+}
+
+/// The kernel calls the first one eth0 and the second one eth1: the other way round is an exchange of
+/// names at each start.
+void demandOrder(const std::vector<Link>& links, const Link& service, const Link& communication)
+{
+	std::vector<const Link*> first;
+	for (const Link& link : links)
+	{
+		if (isEthernet(link))
+		{
+			first.push_back(&link);
+		}
+	}
+	if (first.size() >= 2 && first[0] == &communication && first[1] == &service && service.name != kServiceInterface)
+	{
+		refuse("the kernel finds " + communication.name + " first and calls it eth0, then " + service.name +
+		       " as eth1, and udev exchanges no names. Exchange the cables, so that " + communication.name +
+		       " is the service interface, or make bonds of these names (docs/networks.md)");
+	}
+}
+
+std::string linkText(const Renaming& renaming, const std::string& match)
+{
+	return std::string("# The agent knows the ") + renaming.use +
+	       " interface by this name alone; see systemd.link(5).\n" + "[Match]\n" + match +
+	       "\nType=ether\n\n[Link]\nName=" + renaming.name + "\nAlternativeNamesPolicy=database onboard slot path\n";
+}
+
+/// The kernel may have called a third interface eth0 or eth1. udev renames that one at the same time and does
+/// not try again when a name is still taken; it is free at the latest before the third attempt. "trigger
+/// --settle" would wait without an end for the event of an attempt that failed.
+constexpr char kAgain[] = "# Gives eth0 and eth1 also when another interface had that name at first.\n"
+                          "[Service]\n"
+                          "ExecStart=-udevadm settle --timeout=10\n"
+                          "ExecStart=-udevadm trigger --action=add --subsystem-match=net\n"
+                          "ExecStart=-udevadm settle --timeout=10\n"
+                          "ExecStart=-udevadm trigger --action=add --subsystem-match=net\n";
+
+/// @return whether the line has that word
+bool names(const std::string& line, const std::string& word)
+{
+	const auto isPart = [&](std::size_t at)
+	{ return at < line.size() && (std::isalnum(static_cast<unsigned char>(line[at])) != 0 || line[at] == '_'); };
+	for (std::size_t at = line.find(word); at != std::string::npos; at = line.find(word, at + 1))
+	{
+		if (!isPart(at + word.size()) && (at == 0 || !isPart(at - 1)))
+		{
+			return true;
+		}
+	}
+	return false;
+}
+
+void tellLines(const fs::path& file, const std::vector<std::string>& words, std::ostream& out)
+{
+	std::ifstream text(file);
+	int number = 0;
+	for (std::string line; std::getline(text, line);)
+	{
+		++number;
+		if (std::ranges::any_of(words, [&](const std::string& word) { return names(line, word); }))
+		{
+			out << "  " << printable(file.string()) << ':' << number << ": " << printable(line) << '\n';
+		}
+	}
+}
+
+/// Whatever names an interface: network, packet filter, sysctl, units. Not what a directory of a
+/// version control system holds.
+void tellFiles(const fs::path& directory, const std::vector<std::string>& words, std::ostream& out)
+{
+	std::vector<fs::path> files;
+	std::error_code error;
+	for (fs::recursive_directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error), end;
+	     !error && entry != end; entry.increment(error))
+	{
+		std::error_code ignored;
+		if (entry->is_directory(ignored) && entry->path().filename().string().starts_with('.'))
+		{
+			entry.disable_recursion_pending();
+		}
+		else if (!entry->is_symlink(ignored) && entry->is_regular_file(ignored) &&
+		         entry->file_size(ignored) <= kLargestInput)
+		{
+			files.push_back(entry->path());
+		}
+	}
+	std::ranges::sort(files);
+	for (const fs::path& file : files)
+	{
+		tellLines(file, words, out);
+	}
+}
+
+} // namespace
+
+std::vector<NewFile> linkFiles(const InterfaceNames& names, const Paths& paths)
+{
+	if (names.service.empty() && names.communication.empty())
+	{
+		return {};
+	}
+	if (names.service.empty() || names.communication.empty())
+	{
+		throw Failure(ExitCode::usage, "--service-interface and --communication-interface go together");
+	}
+	const std::vector<Link> links = host::links();
+	std::vector<NewFile> files;
+	std::array<const Link*, 2> chosen{};
+	for (const Renaming& renaming : renamings(names))
+	{
+		const Link& link = find(links, renaming.given);
+		const std::string how = match(link, renaming.name);
+		demandPossible(links, link, renaming);
+		chosen[files.size()] = &link;
+		// The first file that matches counts: netplan's begin with "10-".
+		const std::string file = std::string("00-velarix-") + renaming.name + ".link";
+		files.push_back({paths.below("/etc/systemd/network") / file, linkText(renaming, how), false, true});
+	}
+	if (chosen[0] == chosen[1])
+	{
+		refuse(names.service + " cannot be both");
+	}
+	demandOrder(links, *chosen[0], *chosen[1]);
+	if (std::ranges::count_if(links, isEthernet) > 2)
+	{
+		files.push_back({paths.below("/etc/systemd/system/systemd-udev-trigger.service.d") / "velarix-interfaces.conf",
+		                 kAgain, false, true});
+	}
+	return files;
+}
+
+void tellRenaming(const InterfaceNames& names, const std::vector<NewFile>& files, const Paths& paths, std::ostream& out)
+{
+	const std::vector<Link> links = host::links();
+	std::vector<std::string> former;
+	for (const Renaming& renaming : renamings(names))
+	{
+		if (renaming.given != renaming.name)
+		{
+			former.push_back(renaming.given);
+			const bool done = find(links, renaming.given).name == renaming.name;
+			out << printable(renaming.given) << (done ? " is " : " becomes ") << renaming.name << ", the "
+			    << renaming.use << " interface" << (done ? " already" : ", at the next start") << '\n';
+		}
+	}
+	if (former.empty())
+	{
+		return;
+	}
+	out << "Lines that name them, for you to change before that:\n";
+	tellFiles(paths.below("/etc"), former, out);
+	tellFiles(paths.settings.parent_path(), former, out);
+	out << "Then: update-initramfs -u (or dracut -f), reboot, velarixctl check\n"
+	       "Way back: the lines as they were, update-initramfs -u, reboot, after\n  rm";
+	for (const NewFile& file : files)
+	{
+		out << ' ' << printable(file.path.string());
+	}
+	out << '\n';
+}
+
+} // namespace velarix::ctl
