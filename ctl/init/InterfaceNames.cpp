@@ -5,6 +5,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <system_error>
 
 #include "inspect/ExitCode.h"
@@ -37,15 +38,15 @@ std::array<Renaming, 2> renamings(const InterfaceNames& names)
 	         {names.communication, kCommunicationInterface, "communication"}}};
 }
 
+/// A bond, a VLAN, a bridge ...: made under its name. An end of a veth pair stands for hardware.
+bool isMade(const Link& link)
+{
+	return !link.kind.empty() && link.kind != "veth";
+}
+
 bool isCalled(const Link& link, const std::string& name)
 {
 	return link.name == name || std::ranges::find(link.alternatives, name) != link.alternatives.end();
-}
-
-/// A PCI, USB or virtual adapter that the kernel calls eth0, eth1 ... at first.
-bool isEthernet(const Link& link)
-{
-	return link.type == "ether" && link.kind.empty();
 }
 
 [[noreturn]] void refuse(const std::string& why)
@@ -75,7 +76,7 @@ std::string match(const Link& link, const std::string& name)
 	{
 		refuse(link.name + " is no Ethernet interface, but " + link.type);
 	}
-	if (!link.kind.empty() && link.kind != "veth")
+	if (isMade(link))
 	{
 		refuse(link.name + " is a " + link.kind + ": it has the name that it is made with. Make it as " + name +
 		       " where it is configured (docs/networks.md), and leave its ports' names as they are");
@@ -109,26 +110,6 @@ void demandPossible(const std::vector<Link>& links, const Link& link, const Rena
 	}
 }
 
-/// The kernel calls the first one eth0 and the second one eth1: the other way round is an exchange of
-/// names at each start.
-void demandOrder(const std::vector<Link>& links, const Link& service, const Link& communication)
-{
-	std::vector<const Link*> first;
-	for (const Link& link : links)
-	{
-		if (isEthernet(link))
-		{
-			first.push_back(&link);
-		}
-	}
-	if (first.size() >= 2 && first[0] == &communication && first[1] == &service && service.name != kServiceInterface)
-	{
-		refuse("the kernel finds " + communication.name + " first and calls it eth0, then " + service.name +
-		       " as eth1, and udev exchanges no names. Exchange the cables, so that " + communication.name +
-		       " is the service interface, or make bonds of these names (docs/networks.md)");
-	}
-}
-
 std::string linkText(const Renaming& renaming, const std::string& match)
 {
 	return std::string("# The agent knows the ") + renaming.use +
@@ -136,15 +117,18 @@ std::string linkText(const Renaming& renaming, const std::string& match)
 	       "\nType=ether\n\n[Link]\nName=" + renaming.name + "\nAlternativeNamesPolicy=database onboard slot path\n";
 }
 
-/// The kernel may have called a third interface eth0 or eth1. udev renames that one at the same time and does
-/// not try again when a name is still taken; it is free at the latest before the third attempt. "trigger
-/// --settle" would wait without an end for the event of an attempt that failed.
-constexpr char kAgain[] = "# Gives eth0 and eth1 also when another interface had that name at first.\n"
-                          "[Service]\n"
-                          "ExecStart=-udevadm settle --timeout=10\n"
-                          "ExecStart=-udevadm trigger --action=add --subsystem-match=net\n"
-                          "ExecStart=-udevadm settle --timeout=10\n"
-                          "ExecStart=-udevadm trigger --action=add --subsystem-match=net\n";
+/// udev tries once to give a name, in no order. The kernel may have called a third interface eth0 or eth1,
+/// which leaves the name in the same moment, or may have found the two in the other order. Only these two get a
+/// name for the time between: udev would keep it for any other. "trigger --settle" would wait without an end for
+/// an attempt that failed.
+constexpr char kAgain[] =
+    "# At first the kernel may call another interface eth0 or eth1, and udev gives no name that is taken.\n"
+    "[Service]\n"
+    "ExecStart=-udevadm settle --timeout=10\n"
+    "ExecStart=-/bin/sh -c 'cd /etc/systemd/network; for name in eth0 eth1; do "
+    "grep -lx \".*=$$(cat /sys/class/net/$$name/address)\" 00-velarix-*.link | grep -v $$name && "
+    "ip link set $$name name velarix-$$name; done'\n"
+    "ExecStart=-udevadm trigger --action=add --subsystem-match=net\n";
 
 /// @return whether the line has that word
 bool names(const std::string& line, const std::string& word)
@@ -216,13 +200,17 @@ std::vector<NewFile> linkFiles(const InterfaceNames& names, const Paths& paths)
 	}
 	const std::vector<Link> links = host::links();
 	std::vector<NewFile> files;
-	std::array<const Link*, 2> chosen{};
+	std::vector<const Link*> chosen;
 	for (const Renaming& renaming : renamings(names))
 	{
 		const Link& link = find(links, renaming.given);
+		chosen.push_back(&link);
+		if (isMade(link) && link.name == renaming.name)
+		{
+			continue;
+		}
 		const std::string how = match(link, renaming.name);
 		demandPossible(links, link, renaming);
-		chosen[files.size()] = &link;
 		// The first file that matches counts: netplan's begin with "10-".
 		const std::string file = std::string("00-velarix-") + renaming.name + ".link";
 		files.push_back({paths.below("/etc/systemd/network") / file, linkText(renaming, how), false, true});
@@ -231,12 +219,8 @@ std::vector<NewFile> linkFiles(const InterfaceNames& names, const Paths& paths)
 	{
 		refuse(names.service + " cannot be both");
 	}
-	demandOrder(links, *chosen[0], *chosen[1]);
-	if (std::ranges::count_if(links, isEthernet) > 2)
-	{
-		files.push_back({paths.below("/etc/systemd/system/systemd-udev-trigger.service.d") / "velarix-interfaces.conf",
-		                 kAgain, false, true});
-	}
+	files.push_back({paths.below("/etc/systemd/system/systemd-udev-trigger.service.d") / "velarix-interfaces.conf",
+	                 kAgain, false, true});
 	return files;
 }
 
@@ -258,16 +242,16 @@ void tellRenaming(const InterfaceNames& names, const std::vector<NewFile>& files
 	{
 		return;
 	}
-	out << "Lines that name them, for you to change before that:\n";
-	tellFiles(paths.below("/etc"), former, out);
-	tellFiles(paths.settings.parent_path(), former, out);
-	out << "Then: update-initramfs -u (or dracut -f), reboot, velarixctl check\n"
-	       "Way back: the lines as they were, update-initramfs -u, reboot, after\n  rm";
+	std::ostringstream lines;
+	tellFiles(paths.below("/etc"), former, lines);
+	tellFiles(paths.settings.parent_path(), former, lines);
+	out << "Lines with these names, for you to change:\n" << (lines.str().empty() ? "  none\n" : lines.str());
+	out << "Then: update-initramfs -u (or dracut -f), reboot, velarixctl check\nWay back: rm";
 	for (const NewFile& file : files)
 	{
 		out << ' ' << printable(file.path.string());
 	}
-	out << '\n';
+	out << ", the lines as they were, update-initramfs -u, reboot\n";
 }
 
 } // namespace velarix::ctl

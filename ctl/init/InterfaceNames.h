@@ -21,8 +21,8 @@ struct InterfaceNames
 	std::string communication;
 };
 
-/// @return the .link files, and what lets udev give a name that another interface gives up;
-///         nothing without names
+/// @return the .link files, and what makes udev try again when a name was taken; nothing
+///         without names
 /// @throws Failure usage or refused, with what to do instead
 std::vector<NewFile> linkFiles(const InterfaceNames& names, const inspect::Paths& paths);
 

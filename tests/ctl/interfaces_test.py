@@ -28,7 +28,7 @@ ip link property add dev ens192 altname eth0
 
 class Interfaces(unittest.TestCase):
     def run_there(self, script, status=0):
-        done = subprocess.run(["unshare", "--net", "--mount", "sh", "-c", MAKE + script], text=True,
+        done = subprocess.run(["unshare", "--net", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "sh", "-c", MAKE + script], text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.assertEqual(done.returncode, status, done.stdout)
         return done.stdout
@@ -62,6 +62,35 @@ class Interfaces(unittest.TestCase):
             names = [line.partition("=")[2] for line in read.splitlines() if line.startswith("ID_NET_NAME=")]
             self.assertEqual(names, ["eth0", "eth1", "bridge5", "ens192", "ens224", "bridge5"], read)
             self.assertNotIn("nknown", read)
+
+    # /run is empty there: udevd has no other one's sockets, and takes nothing for systemd's.
+    def test_get_their_names_whatever_the_kernel_called_them_first(self):
+        for first in ("eth1 eth0 eth2", "eth1 eth2 eth0", "eth2 eth1 eth0", "eth0 eth1 eth2"):
+            with self.subTest(first=first), tempfile.TemporaryDirectory() as directory:
+                service, communication, third = first.split()
+                links = f"{directory}/etc/systemd/network"
+                self.run_there(f"""
+                    {PROGRAM} --root {directory} init --service-interface ens192 --communication-interface ens224
+                    mount -t tmpfs tmpfs /run
+                    mkdir -p /run/udev/rules.d
+                    cp /usr/lib/udev/rules.d/80-net-setup-link.rules /run/udev/rules.d
+                    mount -t tmpfs tmpfs /usr/lib/udev/rules.d
+                    printf '[Match]\\nMACAddress=02:00:00:00:02:56\\n[Link]\\nName=ens256\\n' >{links}/10-third.link
+                    mount --bind {links} /etc/systemd/network
+                    ip link property del dev ens192 altname eth0
+                    ip link set ens192 down
+                    ip link set ens224 down
+                    ip link set ens192 name {service}
+                    ip link set ens224 name {communication}
+                    ip link add {third} address 02:00:00:00:02:56 type veth peer name peer2
+                    /lib/systemd/systemd-udevd >/dev/null 2>&1 &
+                    until udevadm control --ping 2>/dev/null; do :; done
+                    udevadm trigger --action=add
+                    sed -n 's/^ExecStart=-//p' {directory}/etc/systemd/system/*/*.conf | sed 's/[$][$]/$/g' | sh
+                    udevadm settle --timeout=60
+                    grep -q 01:92 /sys/class/net/eth0/address
+                    grep -q 02:24 /sys/class/net/eth1/address
+                    grep -q 02:56 /sys/class/net/ens256/address""")
 
 
 if __name__ == "__main__":
