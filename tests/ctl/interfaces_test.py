@@ -6,6 +6,7 @@ udev's own reader makes of it (udevadm; no udevd has to run).
 """
 
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -41,6 +42,15 @@ class Interfaces(unittest.TestCase):
         self.assertIn("init --service-interface ens192 --communication-interface ens224", found)
         for consequence in ("not-on-communication-interface", "interface-without-carrier"):
             self.assertNotIn(consequence, found)
+
+    def test_are_no_finding_of_the_keeper_too(self):
+        with tempfile.TemporaryDirectory() as directory:
+            shutil.copy(SETTINGS, f"{directory}/config.ini")
+            shutil.copy(SETTINGS.replace(".ini", "-keeper.ini"), f"{directory}/keeper.ini")
+            found = self.run_there(f"""
+                ip link property del dev ens192 altname eth0
+                {PROGRAM} check {directory}/config.ini""", 78)
+        self.assertEqual(found.count("there is no interface eth0"), 1, found)
 
     def test_get_their_names_from_udev(self):
         with tempfile.TemporaryDirectory() as directory:
