@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <filesystem>
-#include <fstream>
+#include <chrono>
 #include <sstream>
-#include <system_error>
 
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
-#include "inspect/InputFile.h"
+#include "inspect/HostProgram.h"
 #include "inspect/Names.h"
 #include "inspect/Printable.h"
 
@@ -22,7 +19,6 @@ using namespace inspect;
 namespace
 {
 
-namespace fs = std::filesystem;
 using host::Link;
 
 struct Renaming
@@ -130,59 +126,34 @@ constexpr char kAgain[] =
     "ip link set $$name name velarix-$$name; done'\n"
     "ExecStart=-udevadm trigger --action=add --subsystem-match=net\n";
 
-/// @return whether the line has that word
-bool names(const std::string& line, const std::string& word)
+/// Lines of whatever names an interface: network, packet filter, sysctl, units, the agent's own settings. Not
+/// what a version control system keeps in a directory of its own.
+void tellLines(const std::vector<std::string>& words, const Paths& paths, std::ostream& out)
 {
-	const auto isPart = [&](std::size_t at)
-	{ return at < line.size() && (std::isalnum(static_cast<unsigned char>(line[at])) != 0 || line[at] == '_'); };
-	for (std::size_t at = line.find(word); at != std::string::npos; at = line.find(word, at + 1))
+	host::ProgramCall call{{"grep", "-rnIwF", "--exclude-dir=.?*"}, {"LC_ALL=C"}, {}, std::chrono::seconds(60)};
+	for (const std::string& word : words)
 	{
-		if (!isPart(at + word.size()) && (at == 0 || !isPart(at - 1)))
-		{
-			return true;
-		}
+		call.arguments.insert(call.arguments.end(), {"-e", word});
 	}
-	return false;
-}
-
-void tellLines(const fs::path& file, const std::vector<std::string>& words, std::ostream& out)
-{
-	std::ifstream text(file);
-	int number = 0;
-	for (std::string line; std::getline(text, line);)
+	call.arguments.insert(call.arguments.end(), {paths.below("/etc"), paths.settings.parent_path()});
+	const host::ProgramEnd grep = host::runProgram(call);
+	constexpr int kNoLine = 1;
+	std::vector<std::string> lines;
+	std::istringstream found(grep.output);
+	for (std::string line; std::getline(found, line);)
 	{
-		++number;
-		if (std::ranges::any_of(words, [&](const std::string& word) { return names(line, word); }))
-		{
-			out << "  " << printable(file.string()) << ':' << number << ": " << printable(line) << '\n';
-		}
+		lines.push_back(printable(line));
 	}
-}
-
-/// Whatever names an interface: network, packet filter, sysctl, units. Not what a directory of a
-/// version control system holds.
-void tellFiles(const fs::path& directory, const std::vector<std::string>& words, std::ostream& out)
-{
-	std::vector<fs::path> files;
-	std::error_code error;
-	for (fs::recursive_directory_iterator entry(directory, fs::directory_options::skip_permission_denied, error), end;
-	     !error && entry != end; entry.increment(error))
+	if (lines.empty())
 	{
-		std::error_code ignored;
-		if (entry->is_directory(ignored) && entry->path().filename().string().starts_with('.'))
-		{
-			entry.disable_recursion_pending();
-		}
-		else if (!entry->is_symlink(ignored) && entry->is_regular_file(ignored) &&
-		         entry->file_size(ignored) <= kLargestInput)
-		{
-			files.push_back(entry->path());
-		}
+		lines.push_back(grep.status == kNoLine ? "none" : "not known: " + printable(grep.reason()));
 	}
-	std::ranges::sort(files);
-	for (const fs::path& file : files)
+	// By file; within one they are in order.
+	std::ranges::stable_sort(lines, {}, [](const std::string& line) { return line.substr(0, line.find(':')); });
+	out << "Lines with these names, for you to change:\n";
+	for (const std::string& line : lines)
 	{
-		tellLines(file, words, out);
+		out << "  " << line << '\n';
 	}
 }
 
@@ -242,10 +213,7 @@ void tellRenaming(const InterfaceNames& names, const std::vector<NewFile>& files
 	{
 		return;
 	}
-	std::ostringstream lines;
-	tellFiles(paths.below("/etc"), former, lines);
-	tellFiles(paths.settings.parent_path(), former, lines);
-	out << "Lines with these names, for you to change:\n" << (lines.str().empty() ? "  none\n" : lines.str());
+	tellLines(former, paths, out);
 	out << "Then: update-initramfs -u (or dracut -f), reboot, velarixctl check\nWay back: rm";
 	for (const NewFile& file : files)
 	{

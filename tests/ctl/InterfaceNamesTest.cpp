@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Names, Refusal, testing::ValuesIn(kRows), rowName<Row>)
 
 TEST_F(InterfaceNamesTest, AreGivenByHardwareAddressAndEveryLineWithTheFormerNameIsShown)
 {
-	const std::string before = "auto ens192\niface ens192 inet static\n# not ens1921 nor xens192\nauto lo\n";
+	const std::string before = "# caf\xE9\nauto ens192\niface ens192 inet static\n# not ens1921 nor xens192\nauto lo\n";
 	write("/etc/network/interfaces", before);
 	write("/etc/netplan/50-cloud-init.yaml", "network:\n  vlans:\n    v5: {link: ens224}\n");
 	write("/etc/sysctl.d/net.conf", "net.ipv4.conf.ens192.rp_filter = 1\n");
@@ -102,11 +102,11 @@ TEST_F(InterfaceNamesTest, AreGivenByHardwareAddressAndEveryLineWithTheFormerNam
 	              "\nens192 becomes eth0, the service interface, at the next start\n"
 	              "ens224 becomes eth1, the communication interface, at the next start\n"
 	              "Lines with these names, for you to change:\n"
-	              "  /etc/netplan/50-cloud-init.yaml:3:     v5: {link: ens224}\n"
-	              "  /etc/network/interfaces:1: auto ens192\n"
-	              "  /etc/network/interfaces:2: iface ens192 inet static\n"
-	              "  /etc/sysctl.d/net.conf:1: net.ipv4.conf.ens192.rp_filter = 1\n"
-	              "  /usr/velarix/bin/ini/keeper.ini:1: interface = ens192\n"
+	              "  /etc/netplan/50-cloud-init.yaml:3:    v5: {link: ens224}\n"
+	              "  /etc/network/interfaces:2:auto ens192\n"
+	              "  /etc/network/interfaces:3:iface ens192 inet static\n"
+	              "  /etc/sysctl.d/net.conf:1:net.ipv4.conf.ens192.rp_filter = 1\n"
+	              "  /usr/velarix/bin/ini/keeper.ini:1:interface = ens192\n"
 	              "Then: update-initramfs -u (or dracut -f), reboot, velarixctl check\nWay back: rm " +
 	              kEth0 + " " + kEth1 + " " + kAgain + ", the lines as they were, update-initramfs -u, reboot\n");
 	EXPECT_EQ(readFile(below(kEth0)),
@@ -135,13 +135,6 @@ TEST_F(InterfaceNamesTest, AgainChangeNothingBeforeTheRebootAndAfterIt)
 	EXPECT_EQ(readFile(below(kEth0)), text);
 	write(kEth0, "mine");
 	EXPECT_EQ(rename("eth0", "eth1").code, 73);
-}
-
-TEST_F(InterfaceNamesTest, OfTheBondsPortsAreGivenByTheirPermanentAddress)
-{
-	fakeHost().links[2].address = "52:54:00:00:00:09";
-	rename("ens192", "ens224");
-	EXPECT_THAT(readFile(below(kEth1)), HasSubstr("\nPermanentMACAddress=52:54:00:00:00:02\n"));
 }
 
 TEST_F(InterfaceNamesTest, OfABondThatIsMadeUnderItNeedNoFile)

@@ -23,17 +23,6 @@ void addProcess(pid_t pid, const std::string& name)
 	fakeHost().processes.push_back({pid, "Name:\t" + name, name, 'S', 1});
 }
 
-/// The interfaces of a server that names them by their slots.
-void renameInterfaces(const std::string& service, const std::string& communication)
-{
-	fakeHost().interfaces.clear();
-	for (std::size_t at : {1, 2})
-	{
-		const std::string& name = at == 1 ? service : communication;
-		fakeHost().links[at].name = fakeHost().addresses[at].interface = fakeHost().addresses[at].label = name;
-	}
-}
-
 void addAddress(const std::string& label, const std::string& address, bool listed = true)
 {
 	fakeHost().addresses.push_back({"eth0", label, address, 24, listed});
@@ -43,7 +32,6 @@ void addAddress(const std::string& label, const std::string& address, bool liste
 const Row kRows[] = {
     {"Sound",                     {},                                                [](Lines&) {}},
     {"NoInterfaces",                   {"error missing-interface config.ini"}, [](Lines&) { fakeHost().interfaces.clear(); }},
-    {"OtherNames",                {"error missing-interface config.ini"},            [](Lines&) { renameInterfaces("ens192", "ens224"); }},
     {"InterfacesWithoutCarrier",       {"warning interface-without-carrier config.ini", "warning interface-without-carrier config.ini"}, [](Lines&) { fakeHost().interfaces["eth0"].carrier = false; fakeHost().interfaces["eth1"].carrier.reset(); }},
     {"AddressOfAnotherMachine",   {"error not-this-node config.ini:3"},              [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "192.0.2.7"); }},
     {"AddressOnTheServiceInterface",   {"warning not-on-communication-interface config.ini:3"}, [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "198.51.100.1"); }},
@@ -92,32 +80,6 @@ TEST_P(MachineTable, IsFound)
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, MachineTable, testing::ValuesIn(kRows), rowName<Row>);
-
-TEST_F(MachineCheck, InterfacesOfOtherNamesAreNamedWithTheirNetworksAndTheCure)
-{
-	renameInterfaces("ens192", "ens224");
-	fakeHost().links[1].alternatives = {"enp11s0", "eth0"};
-	fakeHost().links.push_back({"ens256", "ether", "", "52:54:00:00:00:03", "52:54:00:00:00:03", {}});
-	fakeHost().links.push_back({"veth7", "ether", "veth", "02:00:00:00:00:07", "", {}});
-	CheckReport report;
-	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
-	Findings findings(file, report);
-	checks::interfaces(findings);
-	ASSERT_EQ(report.findings.size(), 1U);
-	EXPECT_EQ(report.findings[0].what,
-	          "there is no interface eth0 (service) and no interface eth1 (communication); there are ens192 "
-	          "(198.51.100.1/24, service network, eth0 by an alternative name only), ens224 (192.0.2.1/24, "
-	          "communication network), ens256 (no address)");
-	EXPECT_THAT(report.findings[0].remedy, StartsWith("velarixctl init --service-interface ens192 "
-	                                                  "--communication-interface ens224 gives them these names"));
-	// Nothing tells one from the other.
-	setKey(lines, "VIRTUAL_IP", "192.0.2.10");
-	const SettingsFile oneNetwork = SettingsFile::parse("config.ini", joined(lines));
-	Findings again(oneNetwork, report);
-	checks::interfaces(again);
-	EXPECT_THAT(report.findings[1].remedy, StartsWith("velarixctl init --service-interface NAME "
-	                                                  "--communication-interface NAME gives"));
-}
 
 TEST_F(MachineCheck, AgesAreDaysForTheRoomOfTheLogs)
 {
