@@ -71,7 +71,26 @@ struct Interface
 	std::optional<bool> carrier;
 };
 
+/// As the agent sees it: an alternative name does not count.
 Interface interface(const std::string& name);
+
+/// What the kernel knows of an interface beside its addresses.
+struct Link
+{
+	std::string name;
+	/// "ether", "loopback" ...
+	std::string type;
+	/// "bond", "vlan", "veth" ...; empty for hardware.
+	std::string kind;
+	/// Hardware address as it is now.
+	std::string address;
+	/// The one that the hardware brought along; empty where there is none.
+	std::string permanent;
+	std::vector<std::string> alternatives;
+};
+
+/// @return the interfaces of this machine, in the order in which the kernel found them
+std::vector<Link> links();
 
 struct Address
 {

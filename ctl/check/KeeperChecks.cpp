@@ -202,7 +202,13 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 
 void keeperMachine(Findings& findings, const KeeperFile& file)
 {
-	take(findings, file, keeper::checkMachine(file.parsed.settings));
+	std::vector<keeper::Finding> found = keeper::checkMachine(file.parsed.settings);
+	if (findings.hasAnywhere("missing-interface"))
+	{
+		std::erase_if(found, [](const keeper::Finding& finding)
+		              { return finding.text == std::string("there is no interface ") + kServiceInterface; });
+	}
+	take(findings, file, found);
 	if (file.parsed.settings.reach.line != 0)
 	{
 		reachMachine(findings, file);

@@ -23,6 +23,7 @@ struct FakeHost
 	std::optional<std::string> whyNoPing;
 	bool ignoresPings = false;
 	std::map<std::string, velarix::inspect::host::Interface> interfaces;
+	std::vector<velarix::inspect::host::Link> links;
 	std::vector<velarix::inspect::host::Address> addresses;
 	/// By which interface an address is reached; by eth1 when it is not here, and not at all with an empty one.
 	std::map<std::string, std::string> routes;

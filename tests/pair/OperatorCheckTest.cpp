@@ -14,6 +14,19 @@ namespace velarix::lab
 namespace
 {
 
+/// A server whose interfaces have other names, and what udev makes of the .link files.
+constexpr char kOtherNames[] =
+    "set -e; mkdir /tmp/links; ip link set eth0 down; ip link set eth0 name ens192; ip link set ens192 up;"
+    "ip link set eth1 down; ip link set eth1 name ens224; ip link set ens224 up";
+constexpr char kApplyLinks[] = R"sh(set -e
+	for file in /tmp/links/etc/systemd/network/*.link; do
+		address=$(sed -n s/^MACAddress=//p "$file")
+		now=$(ip -o link | sed -n "s/^[0-9]*: \([^:@]*\).*$address.*/\1/p")
+		ip link set "$now" down
+		ip link set "$now" name "$(sed -n s/^Name=//p "$file")"
+	done
+	ip link set eth0 up
+	ip link set eth1 up)sh";
 constexpr char kEndsAtStart[] = "the agent ends at its start";
 /// Two seconds until the daemon does anything, and time for its threads.
 constexpr Millis kUntilItRuns{6000};
@@ -100,6 +113,33 @@ TEST_F(OperatorCheck, WhatInitWritesPassesTheCheckAndDrivesThePair)
 	// The agent that runs now is no fault: its port is not tried, its address is held.
 	const CommandResult running = ctl(HostId::a, {"check"});
 	EXPECT_EQ(running.status, 0) << running.output;
+}
+
+TEST_F(OperatorCheck, InterfacesOfOtherNamesGetTheirsFromInitAndThePairWorks)
+{
+	const auto rename = [this](Lab& made)
+	{
+		for (const HostId node : {HostId::a, HostId::b})
+		{
+			const CommandResult renamed = made.run(node, {"sh", "-c", kOtherNames});
+			EXPECT_TRUE(renamed.ok()) << renamed.output;
+			const CommandResult found = ctl(node, {"check"});
+			const std::string cure = "init --service-interface ens192 --communication-interface ens224";
+			EXPECT_EQ(found.status, 78);
+			EXPECT_NE(found.output.find(cure), std::string::npos) << found.output;
+			const CommandResult written = ctl(node, {"--root", "/tmp/links", "init", "--service-interface", "ens192",
+			                                         "--communication-interface", "ens224"});
+			EXPECT_TRUE(written.ok()) << written.output;
+			const CommandResult applied = made.run(node, {"sh", "-c", kApplyLinks});
+			EXPECT_TRUE(applied.ok()) << applied.output;
+			const CommandResult sound = ctl(node, {"check"});
+			EXPECT_EQ(sound.status, 0) << sound.output;
+		}
+	};
+	PAIR_OR_RETURN(startPair({}, rename));
+	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
+	EXPECT_TRUE(lab().waitForService(HostId::b, moveLimit, Millis(1000)));
 }
 
 TEST_F(OperatorCheck, WhatIsBrokenOnTheMachineIsFound)
