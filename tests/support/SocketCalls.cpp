@@ -31,7 +31,6 @@ struct Script
 	std::map<std::string, Hook> after;
 	std::map<std::string, Fault> faults;
 	std::function<bool()> pollWithoutWaiting;
-	bool sendByteByByte = false;
 };
 
 std::mutex g_mutex;
@@ -74,12 +73,6 @@ int takeFault(const std::string& call)
 		g_script.faults.erase(it);
 	}
 	return fault.error;
-}
-
-bool sendsByteByByte()
-{
-	const std::lock_guard lock(g_mutex);
-	return g_script.sendByteByByte;
 }
 
 bool pollsWithoutWaiting()
@@ -202,12 +195,6 @@ void pollWithoutWaiting(std::function<bool()> when)
 	g_script.pollWithoutWaiting = std::move(when);
 }
 
-void sendByteByByte()
-{
-	const std::lock_guard lock(g_mutex);
-	g_script.sendByteByByte = true;
-}
-
 } // namespace socketcalls
 
 // The program's own symbols come before the C library's for the shared library
@@ -260,8 +247,7 @@ extern "C"
 	ssize_t send(int socket, const void* buffer, std::size_t size, int flags)
 	{
 		static auto* const real = next<decltype(send)>("send");
-		const std::size_t taken = sendsByteByByte() ? std::min<std::size_t>(size, 1) : size;
-		return answer("send " + std::to_string(size), [&] { return real(socket, buffer, taken, flags); });
+		return answer("send " + std::to_string(size), [&] { return real(socket, buffer, size, flags); });
 	}
 
 	int shutdown(int socket, int how) noexcept

@@ -35,9 +35,6 @@ void failAlways(const std::string& call, int error);
 
 /// Polls report what is there now instead of waiting for it, as long as `when`,
 /// asked after the hook of each poll, says so.
-void pollWithoutWaiting(std::function<bool()> when = [] { return true; });
-
-/// A send takes one byte at most.
-void sendByteByByte();
+void pollWithoutWaiting(std::function<bool()> when);
 
 } // namespace socketcalls
