@@ -78,29 +78,6 @@ TEST_F(CAgentConstruction, TheRunScriptIsRewrittenBeforeAnythingElse)
 	EXPECT_EQ(scriptAtFirstLine, "cd /opt/app/bin/\n/opt/app/bin/noSuchServer &\n");
 }
 
-TEST_F(CAgentConstruction, AMissingObservationModeEndsTheDaemonWithTheOldScriptUntouched)
-{
-	sandbox::writeFile(velarix::kRunScriptPath, "an older script\n");
-	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
-	apply();
-	EXPECT_FATAL_AFTER(makeAgentReporting(),
-	                   reported({kBegin, "log E Configuraion:82 Not found: PROCESS_CHECK.OBSERVATION_MODE"}), "0",
-	                   "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
-	EXPECT_EQ(sandbox::readFile(velarix::kRunScriptPath), "an older script\n");
-}
-
-TEST_F(CAgentConstruction, AMissingKillCommandEndsTheDaemonAfterTheAddressWasDropped)
-{
-	settings.remove("ADVENCE.PROCESS_KILL_COMMAND");
-	settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "drop");
-	apply();
-	EXPECT_FATAL_AFTER(
-	    makeAgentReporting(),
-	    reported({kBegin, "log D CAgent:25 stop virtual ip, process", "command drop",
-	              "log I Utill:573 command(drop) : ", "log E Configuraion:65 Not found: ADVENCE.PROCESS_KILL_COMMAND"}),
-	    "0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)");
-}
-
 TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
 {
 	CAgent agent(2);

@@ -70,22 +70,6 @@ TEST_F(Launching, BelowTheLowestNumberTheCountdownGoesOnWithTheHighest)
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000", "sleep 1000"));
 }
 
-TEST_F(Launching, TheWaitingTimeIsReadAfterTheVirtualIPIsUp)
-{
-	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
-	settings.remove("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN");
-	apply();
-	const auto runWithConsoleOnStandardError = []
-	{
-		std::cout.rdbuf(std::cerr.rdbuf());
-		Utill::voidProcessRun(false);
-	};
-	EXPECT_FATAL_AFTER(runWithConsoleOnStandardError(),
-	                   "**DEBUG**(Utill:668)myVirtualIP working\n"
-	                   "**ERROR**(Configuraion:82)Not found: AGENT.WAITING_TIME_BEFORE_PROCESS_RUN",
-	                   "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
-}
-
 TEST_F(Launching, TheDatabaseNeedsNoStartAndIsThereAtOnce)
 {
 	MODE mode = MODE_MASTER;

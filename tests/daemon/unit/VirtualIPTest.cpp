@@ -137,11 +137,4 @@ TEST_F(VirtualIP, TheMacAddressHooksDoNothing)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(VirtualIP, TheStartCommandIsReadBeforeTheAddressIsStopped)
-{
-	settings.remove("AGENT.VIRTUAL_IP_START_COMMAND").remove("AGENT.VIRTUAL_IP_STOP_COMMAND");
-	apply();
-	EXPECT_NO_TEXT(start(), "AGENT.VIRTUAL_IP_START_COMMAND");
-}
-
 } // namespace
