@@ -142,10 +142,7 @@ events::List runPrograms()
 {
 	return join({"log D Utill:48 try to start virtual ip", findAddress(), "log D Utill:62 try to run processes",
 	             "system chmod 755 /usr/velarix/bin/ini/processList.sh", "system /usr/velarix/bin/ini/processList.sh",
-	             "log E Utill:78 \n"
-	             "======================================================\n"
-	             "================ process run =========================\n"
-	             "======================================================"});
+	             kBanner});
 }
 
 } // namespace steps

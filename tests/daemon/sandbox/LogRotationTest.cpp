@@ -145,24 +145,6 @@ TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
 }
 
-TEST_F(LogRotation, ADiskWithoutAnInodeForTheNewFileRefusesEveryLineFromThenOn)
-{
-	sandbox::shell("mount -t tmpfs -o nr_inodes=3 few /usr/velarix/log/rotation");
-	leaveLogOf(25 * kHour);
-	sandbox::shell("cd /usr/velarix/log/rotation && touch other && ! touch another 2>/dev/null");
-	useRealLogFile();
-	const std::string refusal = refusalOfALine();
-	EXPECT_THAT(refusal, HasSubstr("/usr/velarix/log/rotation/v.log"));
-	EXPECT_EQ(refusalOfALine(), refusal);
-	sandbox::shell("rm /usr/velarix/log/rotation/other");
-	// A restart of the daemon is what helps.
-	EXPECT_EQ(refusalOfALine(), refusal);
-	writeOneLine();
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
-	EXPECT_THAT(archives(), ElementsAre(MatchesRegex("v\\.log\\.20[0-9]{15}")));
-	sandbox::shell("umount -l /usr/velarix/log/rotation");
-}
-
 TEST_F(LogRotation, AFileThatCannotBeOpenedIsTriedAgainWithTheNextLine)
 {
 	Poco::AutoPtr<LogFileChannel> channel(new LogFileChannel);

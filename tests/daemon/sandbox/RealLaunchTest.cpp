@@ -12,10 +12,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr char kBanner[] = "log E Utill:78 \n"
-                           "======================================================\n"
-                           "================ process run =========================\n"
-                           "======================================================";
 constexpr char kProof[] = "/usr/velarix/log/proof";
 
 class RealLaunch : public DaemonTest
