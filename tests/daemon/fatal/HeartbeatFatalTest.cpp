@@ -102,9 +102,9 @@ TEST_F(ReceiverFatal, ASocketThatCannotBeMadeAsItShouldEndsTheDaemon)
 	                       {"option SO_KEEPALIVE", ENOPROTOOPT, "Net Exception: Protocol not available"},
 	                       {"option SO_RCVTIMEO", EDOM, "I/O error: 33"}})
 	{
-		socketcalls::failNext(row.call, row.error);
+		socketcalls::fail(row.call, row.error);
 		expectNoListening(row.text);
-		socketcalls::failNext(row.call, 0); // the fault was the child's
+		socketcalls::fail(row.call, 0); // the fault was the child's
 	}
 }
 

@@ -182,7 +182,7 @@ TEST_F(ReceiverErrors, ASilentClientThatConnectsAtTheFirstMomentEndsInATimeOutTo
 
 TEST_F(ReceiverErrors, ANodeOutOfDescriptorsGoesOn)
 {
-	socketcalls::failNext("accept", EMFILE);
+	socketcalls::fail("accept", EMFILE);
 	atListen(1, [this] { partnerSends(kMasterBeat); });
 	atListen(2, [this] { partnerSends(kMasterBeat); });
 	EXPECT_THAT(passes(2),
@@ -192,14 +192,14 @@ TEST_F(ReceiverErrors, ANodeOutOfDescriptorsGoesOn)
 
 TEST_F(ReceiverErrors, AConnectionThatCannotBeAcceptedResetsTheCountOfSilences)
 {
-	socketcalls::failNext("accept", ECONNABORTED);
+	socketcalls::fail("accept", ECONNABORTED);
 	atListen(3, [this] { partnerSends(kMasterBeat); });
 	EXPECT_THAT(pass(4), are({slaveJudged(), kNewServer, counted(kCounted1)}));
 }
 
 TEST_F(ReceiverErrors, AFailedPollLeavesTheCountOfSilences)
 {
-	atPass(3, [] { socketcalls::failNext("poll", EBADF); });
+	atPass(3, [] { socketcalls::fail("poll", EBADF); });
 	EXPECT_THAT(pass(4), are({slaveJudged(), kNewServer, thirdSilence(), partnerAnswers(),
 	                          "log E CHeartReciver:201 Reciver : Partner IP and Service IP are working, but I did not "
 	                          "get any message from partner"}));
@@ -218,7 +218,7 @@ TEST_F(ReceiverErrors, AnExceptionAtTheDecisionIsAServerErrorAndTheRoleStays)
 	                            serverError("System exception: fork[CODE: 12][noName]"), dropped()}));
 	EXPECT_EQ(mode, MODE_MASTER);
 	EXPECT_EQ(WorkerAccess::lastReceivedTime(*receiver), 4711);
-	EXPECT_TRUE(connections.front()->isAtEnd());
+	EXPECT_TRUE(connections.front()->isAtEnd(std::chrono::seconds(10)));
 }
 
 TEST_F(ReceiverErrors, AnExceptionOfAnotherTypeEndsTheThreadSilently)

@@ -155,7 +155,7 @@ using SenderErrors = SenderTest;
 
 TEST_F(SenderErrors, AHeartbeatThatCannotBeWrittenIsNotLoggedAsSent)
 {
-	socketcalls::failAlways("send", EPIPE);
+	socketcalls::fail("send", EPIPE, false);
 	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, failure("I/O error: Broken pipe"), kInterval,
 	                                      failure("I/O error: Broken pipe"), kInterval));
 	EXPECT_EQ(partner->message(), "");
@@ -179,7 +179,7 @@ TEST_F(SenderErrors, APartnerThatResetsCostsOneHeartbeat)
 
 TEST_F(SenderErrors, AConnectionThatCannotBeShutDownIsNotLoggedAsSent)
 {
-	socketcalls::failNext("shutdown", ENOTCONN);
+	socketcalls::fail("shutdown", ENOTCONN);
 	EXPECT_THAT(untilWait(2),
 	            ElementsAre(kStarted, failure("Net Exception: Socket is not connected"), kInterval, kSent, kInterval));
 }

@@ -1,7 +1,5 @@
 // The start of the log and its lines.
 
-#include <sys/time.h>
-
 #include <ctime>
 
 #include <Poco/Logger.h>
@@ -37,35 +35,23 @@ protected:
 	}
 };
 
-/// @return tenths of a second since 1970
-std::int64_t tenthsNow()
-{
-	timeval now{};
-	::gettimeofday(&now, nullptr);
-	return std::int64_t{now.tv_sec} * 10 + now.tv_usec / 100000;
-}
-
-/// @return the line's time stamp in tenths of a second, read as universal time
-std::int64_t tenthsOf(const std::string& line)
-{
-	std::tm time{};
-	const char* const pRest = ::strptime(line.c_str(), "%Y-%m-%d %H:%M:%S.", &time);
-	EXPECT_NE(pRest, nullptr) << line;
-	return pRest == nullptr ? 0 : std::int64_t{::timegm(&time)} * 10 + (*pRest - '0');
-}
-
-/// Writes one line in the time zone `zone`, which is `offset` seconds ahead of
-/// universal time, and expects its time stamp to lie within the call.
-void expectLocalTime(const char* zone, std::int64_t offset)
+/// Writes one line in the time zone `zone` and expects its time stamp to lie within the call.
+void expectLocalTime(const char* zone)
 {
 	::setenv("TZ", zone, 1);
 	::tzset();
-	const std::int64_t before = tenthsNow();
+	const auto now = []
+	{
+		const std::time_t time = std::time(nullptr);
+		char text[20] = "";
+		std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::localtime(&time));
+		return std::string(text);
+	};
+	const std::string before = now();
 	velarixLog->info("Source", 1, "%s", "text");
-	const std::int64_t after = tenthsNow();
-	const std::int64_t stamp = tenthsOf(logFileLines(kLog).back()) - offset * 10;
+	const std::string stamp = logFileLines(kLog).back().substr(0, before.size());
 	EXPECT_GE(stamp, before);
-	EXPECT_LE(stamp, after);
+	EXPECT_LE(stamp, now());
 }
 
 TEST_F(LogLine, HoldsTimeProcessThreadPlaceLetterAndText)
@@ -87,8 +73,8 @@ TEST_F(LogLine, NamesTheThreadThatWritesIt)
 
 TEST_F(LogLine, IsInLocalTime)
 {
-	inOwnProcess([] { expectLocalTime("XYZ-05:45", 20700); });
-	inOwnProcess([] { expectLocalTime("XYZ+09:30", -34200); });
+	inOwnProcess([] { expectLocalTime("XYZ-05:45"); });
+	inOwnProcess([] { expectLocalTime("XYZ+09:30"); });
 }
 
 TEST_F(LogLine, OfSeveralLinesOfTextKeepsThemTogether)
