@@ -145,6 +145,24 @@ TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
 }
 
+// The library's stream stays bad; a restart of the daemon is what helps.
+TEST_F(LogRotation, AFullDiskRefusesEveryLineFromThenOn)
+{
+	sandbox::shell("mount -t tmpfs -o size=64k full /usr/velarix/log/rotation");
+	writeOneLine();
+	sandbox::shell("dd if=/dev/zero of=/usr/velarix/log/rotation/rest bs=1k count=100 2>/dev/null || true");
+	const std::string page(4200, 'x'); // the room behind the log's last line is taken too
+	const std::string refusal = consoleOf([&] { velarixLog->info("Source", 2, "%s", page.c_str()); }).out;
+	// The library's versions (1.11 and 1.13) differ.
+	EXPECT_THAT(refusal, testing::AnyOf(std::string("Cannot write file: ") + kLog + "\n",
+	                                    std::string("File access error: no space left on device: ") + kLog + "\n"));
+	ASSERT_EQ(::unlink("/usr/velarix/log/rotation/rest"), 0);
+	EXPECT_EQ(refusalOfALine(), refusal);
+	writeOneLine();
+	EXPECT_TRUE(sandbox::readFile(kLog).ends_with("<I> a new line\n"));
+	sandbox::shell("umount -l /usr/velarix/log/rotation");
+}
+
 TEST_F(LogRotation, AFileThatCannotBeOpenedIsTriedAgainWithTheNextLine)
 {
 	Poco::AutoPtr<LogFileChannel> channel(new LogFileChannel);
