@@ -104,4 +104,15 @@ TEST_F(RealKill, AProcessThatIsGoneIsLoggedAndTheOthersAreKilled)
 	EXPECT_FALSE(handles.exists(2));
 }
 
+TEST_F(RealKill, AProcessThatCannotBeAwaitedIsKilledButNotReportedSo)
+{
+	Handles handles;
+	const auto before = std::signal(SIGCHLD, SIG_IGN);
+	EXPECT_TRUE(Utill::processKill(handles.get()));
+	std::signal(SIGCHLD, before);
+	EXPECT_THAT(events::all(), SizeIs(3));
+	EXPECT_THAT(events::only({"log E Utill:300 System exception: Cannot wait for process: "}), SizeIs(3));
+	EXPECT_FALSE(handles.exists(0) || handles.exists(1) || handles.exists(2));
+}
+
 } // namespace
