@@ -24,7 +24,6 @@ public:
 	static int& refCount(CHeartSender& worker) { return worker.m_refCount; }
 
 	static bool*& runningFlag(ProcessChecker& worker) { return worker.m_bProcessRunning; }
-	static const std::string& killCommand(ProcessChecker& worker) { return worker.m_killCommand; }
 	static const std::string& startTime(ProcessChecker& worker) { return worker.m_startTime; }
 	static const std::vector<std::string>& processList(ProcessChecker& worker) { return worker.m_processList; }
 	static OBSERVATION_MODE observationMode(ProcessChecker& worker) { return worker.m_observationMode; }

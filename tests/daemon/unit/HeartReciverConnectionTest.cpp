@@ -1,5 +1,5 @@
-// A connection of the partner: what is received, what counts as a message, and
-// the pauses.
+// A connection of the partner: what is received, what counts as a message, the pauses, and
+// which errors cost one pass and which the thread.
 
 #include <cerrno>
 

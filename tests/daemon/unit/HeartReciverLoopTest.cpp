@@ -1,5 +1,5 @@
-// A pass of the receiver: the node's own verdicts, the listening socket that they
-// keep, and when the settings are read.
+// A pass of the receiver: the node's own verdicts, the listening socket that they keep, when
+// the settings are read, and what it makes of a partner that is not heard.
 
 #include <sys/socket.h>
 

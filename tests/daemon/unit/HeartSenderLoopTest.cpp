@@ -1,5 +1,5 @@
-// The sender's passes: one connection per heartbeat, the pauses, the retries, and
-// when the settings and the shared values are read.
+// The sender's passes: one connection per heartbeat, the pauses, the retries, when the settings
+// and the shared values are read, and which failures cost a heartbeat and which the thread.
 
 #include <cerrno>
 
