@@ -6,7 +6,6 @@
 
 #include "OperatorTest.h"
 #include "inspect/SettingsKeys.h"
-#include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
 {
@@ -140,53 +139,6 @@ TEST_F(OperatorCheck, InterfacesOfOtherNamesGetTheirsFromInitAndThePairWorks)
 	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
 	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
 	EXPECT_TRUE(lab().waitForService(HostId::b, moveLimit, Millis(1000)));
-}
-
-TEST_F(OperatorCheck, WhatIsBrokenOnTheMachineIsFound)
-{
-	PAIR_OR_RETURN(startServingPair());
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::b});
-	lab().run(HostId::b, {"ip", "addr", "del", std::string(plan::addressOf(HostId::b, Network::communication)) + "/24",
-	                      "dev", plan::communicationInterface});
-	lab().run(HostId::b, {"rm", "-r", "/usr/velarix/pid", plan::runInfoFile});
-	const CommandResult checked = ctl(HostId::b, {"check"});
-	EXPECT_EQ(checked.status, 78);
-	for (const char* id :
-	     {"[interface-without-carrier]", "[not-this-node]", "[missing-directory]", "[run-info-missing]"})
-	{
-		EXPECT_NE(checked.output.find(id), std::string::npos) << id << " in\n" << checked.output;
-	}
-}
-
-TEST_F(OperatorCheck, CommandsAreTriedWithoutTouchingThePair)
-{
-	PAIR_OR_RETURN(startServingPair());
-	const Millis before = lab().clock().now();
-	const CommandResult sound = ctl(HostId::b, {"check"});
-	EXPECT_EQ(sound.status, 0) << sound.output;
-	EXPECT_EQ(sound.output.find("what the commands do"), std::string::npos) << sound.output;
-
-	struct Broken
-	{
-		const char* key;
-		std::string command;
-		const char* id;
-	};
-	const std::string add = std::string("ip addr add ") + plan::virtualAddress + "/24 dev eth0";
-	for (const Broken& fault :
-	     {Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add + " label eth0:ha; printf up", "[start-command-prints]"},
-	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add, "[address-without-label]"},
-	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", "/bin/false", "[raises-nothing]"},
-	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "true", "[drops-nothing]"},
-	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "sleep 1000 &", "[held-output]"}})
-	{
-		NodeSettings settings = NodeSettings::standard(HostId::b);
-		lab().node(HostId::b).writeSettings(settings.set(fault.key, fault.command));
-		const CommandResult tried = ctl(HostId::b, {"check"}, moveLimit);
-		EXPECT_NE(tried.output.find(fault.id), std::string::npos) << fault.id << " in\n" << tried.output;
-	}
-	EXPECT_TRUE(processesNamed(lab().host(HostId::b).pid(), "sleep").empty());
-	EXPECT_EQ(heldBy("none", before) + heldBy("b", before) + heldBy("a+b", before), Millis(0));
 }
 
 TEST_F(OperatorCheck, AMissingKeyEndsTheAgentWhenTheTableSaysSo)
