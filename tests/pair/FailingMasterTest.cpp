@@ -129,6 +129,21 @@ TEST_F(FailingMaster, WithoutProcItHandsOverAndItsProgramsGoOn)
 	EXPECT_EQ(programsOn(HostId::a), 1U);
 }
 
+TEST_F(FailingMaster, WithoutProcOnBothNodesTheServiceMovesToAndFro)
+{
+	PAIR_OR_RETURN(startPair({},
+	                         [](Lab& made)
+	                         {
+		                         made.node(HostId::a).wrapAgent(ownMounts());
+		                         made.node(HostId::b).wrapAgent(ownMounts());
+	                         }));
+	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	hideProcFromAgent(HostId::b);
+	hideProcFromAgent(HostId::a);
+	EXPECT_TRUE(waitToBeTold(HostId::a, "CHeartReciver:567", 2, 2 * moveLimit));
+	EXPECT_TRUE(waitToBeTold(HostId::b, "CHeartReciver:567", 2, 2 * moveLimit));
+}
+
 #if !defined(__SANITIZE_ADDRESS__)
 // UndefinedBehaviorSanitizer, which comes with the address sanitizer here, looks at an
 // object's memory through a pipe, and takes an object for none where it gets no pipe.

@@ -115,6 +115,17 @@ TEST_F(MissingTools, WithoutIpAMasterThatGivesUpKeepsTheAddress)
 	EXPECT_EQ(lab().role(HostId::a), "slave");
 }
 
+// As with it: each raising drops the address first, so that there is none to be seen.
+TEST_F(MissingTools, WithoutIfconfigATakeOverGoesAsWithIt)
+{
+	PAIR_OR_RETURN(startServingWithout("ifconfig", HostId::b));
+	handOver();
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	EXPECT_EQ(toldBy(HostId::b, "Utill:573", "ip addr add"), 2);
+	EXPECT_EQ(toldBy(HostId::b, "Utill:680"), 2);
+	EXPECT_TRUE(consoleHas(HostId::b, "ifconfig: not found"));
+}
+
 TEST_F(MissingTools, WithoutIfconfigAStartCommandThatPrintsIsRepeatedAndNoProgramStarts)
 {
 	PAIR_OR_RETURN(startServingWithout("ifconfig", HostId::b));
@@ -123,6 +134,30 @@ TEST_F(MissingTools, WithoutIfconfigAStartCommandThatPrintsIsRepeatedAndNoProgra
 	ASSERT_TRUE(waitToBeTold(HostId::b, "Utill:432", 3));
 	EXPECT_EQ(lab().owners(), "b");
 	EXPECT_EQ(programsOn(HostId::a) + programsOn(HostId::b), 0U);
+}
+
+TEST_F(MissingTools, WithoutPsNothingChanges)
+{
+	PAIR_OR_RETURN(startPair({},
+	                         [](Lab& made)
+	                         {
+		                         takeAway(made, HostId::a, "ps");
+		                         takeAway(made, HostId::b, "ps");
+	                         }));
+	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	handOver();
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	EXPECT_FALSE(consoleHas(HostId::a, "not found") || consoleHas(HostId::b, "not found"));
+}
+
+// Its partner, which it asks, serves.
+TEST_F(MissingTools, WithoutCatAMasterGivesUp)
+{
+	PAIR_OR_RETURN(startPair({}, [](Lab& made) { takeAway(made, HostId::a, "cat"); }));
+	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
+	EXPECT_EQ(toldBy(HostId::a, "CHeartReciver:524"), 1);
+	EXPECT_EQ(programsOn(HostId::a), 0U);
+	EXPECT_TRUE(consoleHas(HostId::a, "cat: not found"));
 }
 
 TEST_F(MissingTools, WithoutCatAStandbyCountsNoSilenceAndCannotKeepTheService)
