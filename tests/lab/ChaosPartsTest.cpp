@@ -2,9 +2,7 @@
 /// the processes that runs have of their own.
 
 #include <csignal>
-#include <thread>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -50,42 +48,6 @@ TEST(MatrixChildren, HandBackTextsAndProblems)
 	EXPECT_EQ(seen, (std::vector<std::string>{"100000", "no luck", "it ended with status 3", "it did not end in time",
 	                                          "it failed and did not say why", "it was killed by signal 9",
 	                                          "it ended before it had said everything"}));
-}
-
-TEST(MatrixChildren, HalfAnAnswerIsNone)
-{
-	std::vector<WorkerResult> seen(2);
-	const WorkInParts work = [](std::size_t index, const HandOver& handOver) -> std::string
-	{
-		if (index == 0)
-		{
-			return "";
-		}
-		handOver("a part");
-		std::thread(
-		    []
-		    {
-			    std::this_thread::sleep_for(Millis(200));
-			    _exit(0);
-		    })
-		    .detach();
-		return std::string(std::size_t{64} << 20U, 'x');
-	};
-	const auto done = [&](const WorkerResult& result)
-	{
-		seen[result.index] = result;
-		if (result.index == 0)
-		{
-			// Nobody listens to the other one until it has ended in the midst of its words.
-			siginfo_t ended{};
-			EXPECT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
-		}
-	};
-	runInWorkers(2, 2, Millis(60000), work, done);
-	EXPECT_EQ(seen[0].problem, "");
-	EXPECT_EQ(seen[1].problem, "it ended before it had said everything");
-	EXPECT_EQ(seen[1].text, "");
-	EXPECT_EQ(seen[1].parts, std::vector<std::string>{"a part"});
 }
 
 TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
