@@ -4,8 +4,7 @@
 #include <map>
 #include <set>
 
-#include "lab/campaigns/hostile/IcmpForgery.h"
-#include "lab/campaigns/hostile/Payload.h"
+#include "lab/campaigns/hostile/Heartbeats.h"
 #include "lab/tables/Toml.h"
 
 namespace velarix::lab::hostile
@@ -50,7 +49,10 @@ void requireDetail(const Case& cell)
 	}
 	else if (cell.attack == "icmp-wrong-id" || cell.attack == "icmp-requests")
 	{
-		sourcesNamed(cell.target, cell.detail);
+		if (cell.detail != "gateway" && cell.detail != "partner")
+		{
+			throw LabError("\"" + cell.detail + "\" is no source of forged ICMP: gateway, partner");
+		}
 	}
 	else if (!cell.detail.empty())
 	{

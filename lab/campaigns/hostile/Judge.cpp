@@ -1,5 +1,6 @@
 #include "lab/campaigns/hostile/Judge.h"
 
+#include <algorithm>
 #include <functional>
 
 namespace velarix::lab::hostile
@@ -155,13 +156,15 @@ void attackDifferences(const Record& record, const Plan& plan, const Report& dif
 	{
 		return;
 	}
-	const AttackGoal goal = attack.goal(plan.count);
-	atLeast("connections", record.connections, goal.connections, differs);
-	atLeast("messages written", record.messages, goal.messages, differs);
+	const AttackGoal& goal = attack.goal;
+	const auto least = [&plan](long fixed, long per) { return per == 0 ? fixed : std::max(1L, plan.count / per); };
+	atLeast("connections", record.connections, least(goal.connections, goal.connectionsPer), differs);
+	atLeast("messages written", record.messages, least(goal.messages, goal.messagesPer), differs);
 	atLeast("clients at once", record.atOnce, goal.atOnce, differs);
 	atLeast("clients connected at once", record.open, goal.open, differs);
 	atLeast("messages received by the target", record.received, goal.received, differs);
-	atLeast("messages read that are not the partner's", record.read - record.partner, goal.read, differs);
+	atLeast("messages read that are not the partner's", record.read - record.partner, least(goal.read, goal.readPer),
+	        differs);
 }
 
 } // namespace

@@ -89,7 +89,6 @@ std::unique_ptr<Attacker> watchAttack(Lab& lab, const Plan& plan, Record& record
 	const ReceivedCounts receivedBefore = receivedBy(lab, plan.cell.target);
 	const Millis from = lab.clock().now();
 	std::unique_ptr<Attacker> attacker = beginAttack(lab, plan);
-	record.payload = attacker->payload();
 	if (!attacker->lasting())
 	{
 		attacker->awaitEnd();
@@ -129,7 +128,7 @@ void runInLab(Lab& lab, const Plan& plan, Record& record)
 	record.before = snapshotOf(lab);
 	const std::unique_ptr<Attacker> attacker = watchAttack(lab, plan, record);
 	watchAftermath(lab, plan, *attacker);
-	keepTally(attacker->tally(), record);
+	static_cast<AttackTally&>(record) = attacker->tally();
 	record.dropped = plan.mitigation == Mitigation::none ? 0 : droppedByFirewall(lab, plan.cell.target);
 	record.owner = lab.owners();
 	record.after = snapshotOf(lab);
@@ -149,17 +148,6 @@ Observation observationOf(const PhaseRecord& seen)
 	observation.moves = seen.moves;
 	observation.ended = seen.ended;
 	return observation;
-}
-
-void keepTally(const AttackTally& tally, Record& record)
-{
-	record.tries = tally.tries;
-	record.connections = tally.connections;
-	record.messages = tally.messages;
-	record.bytes = tally.bytes;
-	record.atOnce = tally.mostAtOnce;
-	record.open = tally.mostOpen;
-	record.received = tally.received;
 }
 
 ReceivedCounts receivedBy(Lab& lab, HostId node)

@@ -7,7 +7,7 @@
 #include "lab/campaigns/Record.h"
 #include "lab/campaigns/Times.h"
 #include "lab/campaigns/hostile/CaseTable.h"
-#include "lab/campaigns/hostile/Received.h"
+#include "lab/campaigns/hostile/Heartbeats.h"
 #include "lab/campaigns/hostile/Record.h"
 #include "lab/core/Lab.h"
 
@@ -35,9 +35,6 @@ PairSnapshot snapshotOf(Lab& lab);
 
 /// What the watched time came to, without its roles.
 Observation observationOf(const PhaseRecord& seen);
-
-/// What the attacker has done, into the record of the case.
-void keepTally(const AttackTally& tally, Record& record);
 
 /// What the node has read from its heartbeat port so far.
 ReceivedCounts receivedBy(Lab& lab, HostId node);
