@@ -8,6 +8,7 @@ It goes on until the attack is over or SIGTERM comes.
 import collections
 import contextlib
 import ctypes
+import errno
 import json
 import os
 import random
@@ -246,9 +247,10 @@ class Attacker:
         def serve(client, events):
             if not client.connection:
                 self.did(tries=1)
-                client.connection = socket.socket()
-                client.connection.setblocking(False)
-                client.connection.connect_ex((self.at, self.port))
+                made = socket.socket()
+                made.setblocking(False)
+                if made.connect_ex((self.at, self.port)) in (0, errno.EINPROGRESS):
+                    client.connection = made
                 return
             if not client.open and events and not client.connection.getsockopt(socket.SOL_SOCKET, socket.SO_ERROR):
                 client.open = True

@@ -267,27 +267,6 @@ TEST(MatrixJudge, KnowsWordsForWhatTheDesignLeavesOpen)
 	          Texts{"answer none, expected served"});
 }
 
-TEST(MatrixRecord, SurvivesItsJourney)
-{
-	RunRecord record;
-	record.cell = "kill/a";
-	record.run = 3;
-	record.seed = 18446744073709551615U;
-	record.phases.resize(2);
-	record.phases[0].outage = Millis(1234);
-	record.phases[0].overhead = Millis(-5);
-	record.phases[1].owner = "a+b";
-	record.left = {"x"};
-	record.differences = {"\"y\"\n"};
-	const std::string json = jsonText(record);
-	const RunRecord copy = recordIn<RunRecord>(json);
-	EXPECT_EQ(jsonText(copy), json);
-	EXPECT_EQ(copy.phases[0].overhead, Millis(-5));
-	EXPECT_FALSE(copy.phases[1].overhead);
-	EXPECT_THROW(recordIn<RunRecord>("{}"), LabError);
-	EXPECT_THROW(recordIn<RunRecord>("nonsense"), LabError);
-}
-
 TEST(MatrixReport, ShowsVerdictsAndDifferences)
 {
 	Results results;

@@ -194,23 +194,4 @@ TEST(MatrixTable, OfThisBuildStrikesEachNodeInEachRole)
 	}
 }
 
-TEST(MatrixTable, OfThisBuildCoversEveryFault)
-{
-	const Expectations table = readExpectations("", Profile::keeper);
-	std::set<FaultKind> struck;
-	for (const Cell& cell : table.cells)
-	{
-		for (const Fault& fault : cell.inject)
-		{
-			struck.insert(fault.kind);
-		}
-	}
-	for (const FaultInfo& info : allFaults())
-	{
-		EXPECT_TRUE(struck.contains(info.kind)) << info.name;
-	}
-	EXPECT_GE(table.shortForm.size(), 10U);
-	EXPECT_GE(table.forChaos.size(), 10U);
-}
-
 } // namespace velarix::lab
