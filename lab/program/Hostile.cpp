@@ -1,4 +1,4 @@
-#include "lab/program/Hostile.h"
+#include "lab/program/Campaigns.h"
 
 #include <algorithm>
 #include <iostream>

@@ -1,4 +1,4 @@
-#include "lab/program/Matrix.h"
+#include "lab/program/Campaigns.h"
 
 #include <iostream>
 
@@ -10,6 +10,21 @@ namespace velarix::lab::program
 
 namespace
 {
+
+/// The record that a run's process handed back, or one that tells why there is none.
+RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed)
+{
+	if (result.problem.empty())
+	{
+		return recordIn<RunRecord>(result.text);
+	}
+	RunRecord record;
+	record.cell = cell;
+	record.run = run;
+	record.seed = seed;
+	record.differences.push_back("the run failed: " + result.problem);
+	return record;
+}
 
 int listCells(const std::vector<Cell>& cells)
 {

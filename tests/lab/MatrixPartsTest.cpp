@@ -183,6 +183,7 @@ TEST(MatrixTable, OfThisBuildStrikesEachNodeInEachRole)
 	const auto struck = struckIn(readExpectations("", Profile::keeper));
 	for (const FaultInfo& info : allFaults())
 	{
+		EXPECT_TRUE(struck.contains(info.kind)) << info.name;
 		if (info.onNode)
 		{
 			const auto other = elsewhere.find(info.kind);

@@ -4,7 +4,6 @@
 #include <memory>
 #include <thread>
 
-#include "lab/campaigns/Jitter.h"
 #include "lab/campaigns/Observe.h"
 #include "lab/campaigns/hostile/Attacker.h"
 #include "lab/campaigns/hostile/Judge.h"
