@@ -6,10 +6,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include "inspect/HostProcesses.h"
 #include "lab/core/Command.h"
 #include "lab/core/ProcessTable.h"
 
@@ -51,37 +53,19 @@ ino_t processNamespace(pid_t pid)
 	return ::stat(("/proc/" + std::to_string(pid) + "/ns/pid").c_str(), &found) == 0 ? found.st_ino : 0;
 }
 
-/// Live processes of this machine whose parent is `parent`.
+/// Of its first thread, which has made them.
 std::vector<pid_t> childrenOf(pid_t parent)
 {
-	std::vector<pid_t> children;
-	for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
-	{
-		const std::string name = entry.path().filename();
-		const std::string status = name.find_first_not_of("0123456789") == std::string::npos
-		                               ? contentIfAny(entry.path() / "status")
-		                               : std::string();
-		if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") != std::string::npos)
-		{
-			children.push_back(std::stoi(name));
-		}
-	}
-	return children;
+	const std::string process = "/proc/" + std::to_string(parent);
+	std::ifstream children(process + "/task/" + std::to_string(parent) + "/children");
+	return {std::istream_iterator<pid_t>(children), {}};
 }
 
 std::size_t processesIn(const std::vector<ino_t>& namespaces)
 {
-	std::size_t count = 0;
-	for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
-	{
-		const std::string name = entry.path().filename();
-		if (name.find_first_not_of("0123456789") == std::string::npos)
-		{
-			const ino_t found = processNamespace(std::stoi(name));
-			count += static_cast<std::size_t>(std::count(namespaces.begin(), namespaces.end(), found));
-		}
-	}
-	return count;
+	const std::vector<pid_t> all = inspect::host::processIds().value();
+	return static_cast<std::size_t>(std::ranges::count_if(
+	    all, [&](pid_t pid) { return std::ranges::find(namespaces, processNamespace(pid)) != namespaces.end(); }));
 }
 
 /// A directory of its own below /tmp, removed in the end.

@@ -11,6 +11,7 @@ LAB = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "lab"
 sys.path.insert(0, os.path.join(LAB, "guest"))
 
 import attacker
+import attacker_connections
 
 
 class Attacks(unittest.TestCase):
@@ -22,7 +23,7 @@ class Attacks(unittest.TestCase):
         seed = random.randrange(1 << 32)
         dice = random.Random(seed)
         for _ in range(10000):
-            payload = attacker.random_payload(dice)
+            payload = attacker_connections.random_payload(dice)
             self.assertLessEqual(len(payload), 600)
             # What is read begins anywhere; six fields, of which the second begins so, are a heartbeat.
             for begin in (at for at in range(len(payload)) if payload.startswith(b"/process", at)):
