@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <stdexcept>
-#include <streambuf>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -32,28 +31,6 @@ void print(const char* label, std::string_view text)
 	}
 	std::fputc('\n', stderr);
 }
-
-std::string& text()
-{
-	static auto* const pText = new std::string;
-	return *pText;
-}
-
-class Collector : public std::streambuf
-{
-protected:
-	int_type overflow(int_type c) override
-	{
-		text().push_back(traits_type::to_char_type(c));
-		return c;
-	}
-
-	std::streamsize xsputn(const char* bytes, std::streamsize size) override
-	{
-		text().append(bytes, static_cast<std::size_t>(size));
-		return size;
-	}
-};
 
 } // namespace
 
@@ -156,15 +133,15 @@ void expect(const char* what, bool holds, std::string_view detail)
 
 void captureConsole()
 {
-	// Never deleted: the streams are flushed when the program ends.
-	static auto* const pCollector = new Collector;
-	std::cout.rdbuf(pCollector);
-	std::cerr.rdbuf(pCollector);
+	std::cout.rdbuf(console().rdbuf());
+	std::cerr.rdbuf(console().rdbuf());
 }
 
-std::string& console()
+std::ostringstream& console()
 {
-	return text();
+	// Never deleted: the streams are flushed when the program ends.
+	static auto* const pText = new std::ostringstream;
+	return *pText;
 }
 
 std::string memoryFile(const std::string& bytes)

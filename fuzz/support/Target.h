@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -51,8 +52,8 @@ void expect(const char* what, bool holds, std::string_view detail = {});
 /// not go through the streams, stay where they were.
 void captureConsole();
 
-/// What the daemon has written; the target empties it and may write to it, too.
-std::string& console();
+/// What the daemon has written; the target empties it.
+std::ostringstream& console();
 
 /// @return the path of a new file in memory that holds `text`; it lives as long as
 ///         the program

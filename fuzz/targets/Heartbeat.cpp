@@ -124,7 +124,7 @@ void fuzz::run(Input& input)
 		const std::string message = input.field();
 		const std::array<int, 4> before = stateNow();
 		g_actions = 0;
-		fuzz::console().clear();
+		fuzz::console().str("");
 		g_pReceiver->ParsingReceivedMessage(message);
 		check(message, before);
 	}

@@ -158,13 +158,13 @@ void fuzz::run(Input& input)
 	g_file.bytes = before;
 	g_file.readFails = failure == 'r';
 	g_file.writeFails = failure == 'w';
-	fuzz::console().clear();
+	fuzz::console().str("");
 
 	const bool changed = g_pRecord->changeINI(key, value);
 
 	const bool refused = key.size() > 99;
 	const bool failed = !refused && (g_file.readFails || g_file.writeFails);
 	fuzz::expectEqual("the editor's answer", changed, !refused && !failed);
-	fuzz::expectEqual("what the editor tells", fuzz::console(), failed ? "ini File fopen fail.\n" : "");
+	fuzz::expectEqual("what the editor tells", fuzz::console().str(), failed ? "ini File fopen fail.\n" : "");
 	fuzz::expectEqual("the rewritten file", g_file.bytes, failed ? before : iniAfterChange(before, key, value));
 }

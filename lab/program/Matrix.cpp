@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "lab/campaigns/Filter.h"
 #include "lab/campaigns/matrix/Report.h"
 #include "lab/core/Lab.h"
 
@@ -90,7 +91,7 @@ int runMatrix(const MatrixOptions& options)
 		const std::vector<std::string>& more = results.expectations.shortForm;
 		names.insert(names.end(), more.begin(), more.end());
 	}
-	results.cells = chosenCells(results.expectations, names);
+	results.cells = filtered(results.expectations.cells, names);
 	results.times = options.times;
 	results.seed = options.seed;
 	results.runs = options.runs;

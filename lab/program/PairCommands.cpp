@@ -1,6 +1,5 @@
 #include "lab/program/PairCommands.h"
 
-#include <charconv>
 #include <csignal>
 #include <iostream>
 
@@ -133,10 +132,7 @@ bool awaitService(const StateDirectory& directory, Console& console)
 
 pid_t hostPid(const StateDirectory& directory, const std::string& host)
 {
-	const std::string answer = askOrThrow(directory, "pid " + host);
-	pid_t pid = -1;
-	std::from_chars(answer.data(), answer.data() + answer.size(), pid);
-	return pid;
+	return std::stoi(askOrThrow(directory, "pid " + host));
 }
 
 } // namespace

@@ -7,7 +7,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <set>
 
+#include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
@@ -44,13 +46,18 @@ std::vector<std::string> tracesOnThisMachine()
 	return traces;
 }
 
-/// A file under /proc/PID/ns as a number.
-ino_t processNamespace(pid_t pid)
+/// The process namespace of a process: while it is held open, its number is given to no other.
+Descriptor namespaceOf(pid_t pid)
+{
+	return Descriptor(::open(("/proc/" + std::to_string(pid) + "/ns/pid").c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+ino_t numberOf(const Descriptor& held)
 {
 	struct stat found
 	{
 	};
-	return ::stat(("/proc/" + std::to_string(pid) + "/ns/pid").c_str(), &found) == 0 ? found.st_ino : 0;
+	return held && ::fstat(held.get(), &found) == 0 ? found.st_ino : 0;
 }
 
 /// Of its first thread, which has made them.
@@ -61,11 +68,16 @@ std::vector<pid_t> childrenOf(pid_t parent)
 	return {std::istream_iterator<pid_t>(children), {}};
 }
 
-std::size_t processesIn(const std::vector<ino_t>& namespaces)
+std::size_t processesIn(const std::vector<Descriptor>& namespaces)
 {
+	std::set<ino_t> numbers;
+	for (const Descriptor& held : namespaces)
+	{
+		numbers.insert(numberOf(held));
+	}
 	const std::vector<pid_t> all = inspect::host::processIds().value();
-	return static_cast<std::size_t>(std::ranges::count_if(
-	    all, [&](pid_t pid) { return std::ranges::find(namespaces, processNamespace(pid)) != namespaces.end(); }));
+	return static_cast<std::size_t>(
+	    std::ranges::count_if(all, [&](pid_t pid) { return numbers.contains(numberOf(namespaceOf(pid))); }));
 }
 
 /// A directory of its own below /tmp, removed in the end.
@@ -122,12 +134,12 @@ TEST_F(LabOfItsOwn, TwoLabsSideBySideDoNotConcernEachOther)
 
 TEST_F(LabOfItsOwn, EndsWithTheObjectAndHasNotTouchedTheMachine)
 {
-	std::vector<ino_t> namespaces;
+	std::vector<Descriptor> namespaces;
 	{
 		PAIR_OR_RETURN(startPair());
 		for (const HostId id : allHosts)
 		{
-			namespaces.push_back(processNamespace(lab().host(id).pid()));
+			namespaces.push_back(namespaceOf(lab().host(id).pid()));
 		}
 		EXPECT_GE(processesIn(namespaces), 6U) << "four hosts and two agents";
 		EXPECT_TRUE(tracesOnThisMachine().empty());
@@ -178,10 +190,10 @@ TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 	EXPECT_EQ(velarixLab({"exec", "--name", "kept", "client", "sh", "-c", "exit 7"}, base.path()).status, 7);
 
 	const pid_t supervisor = reported["supervisor"].get<pid_t>();
-	std::vector<ino_t> namespaces;
+	std::vector<Descriptor> namespaces;
 	for (const pid_t init : childrenOf(supervisor))
 	{
-		namespaces.push_back(processNamespace(init));
+		namespaces.push_back(namespaceOf(init));
 	}
 	ASSERT_EQ(namespaces.size(), 5U) << "four hosts and the root host";
 	EXPECT_GE(processesIn(namespaces), 8U);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
+#include "lab/campaigns/Filter.h"
 #include "lab/campaigns/Measure.h"
 #include "lab/campaigns/matrix/CellRun.h"
 #include "lab/campaigns/matrix/Judge.h"
@@ -58,7 +59,7 @@ Observed onNodeB(const std::vector<Millis>& passes, const std::vector<ProbeInter
 CellPlan planOf(const std::string& cell)
 {
 	const Expectations table = parseExpectations(smallTable);
-	return {chosenCells(table, {cell}).front(), table.paths};
+	return {filtered(table.cells, {cell}).front(), table.paths};
 }
 
 } // namespace
@@ -271,7 +272,7 @@ TEST(MatrixReport, ShowsVerdictsAndDifferences)
 {
 	Results results;
 	results.expectations = parseExpectations(smallTable);
-	results.cells = chosenCells(results.expectations, {"kill"});
+	results.cells = filtered(results.expectations.cells, {"kill"});
 	EXPECT_FALSE(results.allAsExpected());
 	RunRecord record;
 	record.cell = "kill/a";

@@ -1,7 +1,6 @@
 #include "lab/campaigns/hostile/CaseTable.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
 
 #include "lab/campaigns/hostile/Heartbeats.h"
@@ -13,14 +12,13 @@ namespace velarix::lab::hostile
 namespace
 {
 
+/// In the order of the enumerators.
+constexpr std::array<const char*, 5> outages{"none", "some", "mostly", "lasting", "any"};
+
 Outage outageFrom(const TomlTable& row)
 {
-	static const std::map<std::string, Outage> outages{{"none", Outage::none},
-	                                                   {"some", Outage::some},
-	                                                   {"mostly", Outage::mostly},
-	                                                   {"lasting", Outage::lasting},
-	                                                   {"any", Outage::any}};
-	return outages.at(row.oneOf("outage", {"none", "some", "mostly", "lasting", "any"}, "none"));
+	const std::string word = row.oneOf("outage", {outages.begin(), outages.end()}, outages[0]);
+	return static_cast<Outage>(std::ranges::find(outages, word) - outages.begin());
 }
 
 Outcome outcomeFrom(const TomlTable& row)
@@ -115,19 +113,7 @@ std::vector<Case> casesFrom(const TomlTable& file)
 
 const char* nameOf(Outage outage)
 {
-	switch (outage)
-	{
-	case Outage::none:
-		return "-";
-	case Outage::some:
-		return "some";
-	case Outage::mostly:
-		return "mostly";
-	case Outage::lasting:
-		return "lasting";
-	default:
-		return "any";
-	}
+	return outage == Outage::none ? "-" : outages.at(static_cast<std::size_t>(outage));
 }
 
 bool isOwner(const std::string& owners, const std::string& word)
