@@ -32,7 +32,7 @@ bool say(int file, const char* key, const std::string& text)
 }
 
 /// Leaves without the caller's own clean-up.
-[[noreturn]] void beChild(int file, pid_t parent, std::size_t index, const WorkInParts& work)
+[[noreturn]] void beChild(int file, pid_t parent, std::size_t index, const Work& work)
 {
 	// A parent that ended before the call would send no signal any more.
 	if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent)
@@ -75,7 +75,7 @@ std::string endingOf(bool late, int status)
 class Child
 {
 public:
-	Child(std::size_t index, Millis deadline, const WorkInParts& work);
+	Child(std::size_t index, Millis deadline, const Work& work);
 	/// Ends it, should it still run.
 	~Child();
 	Child(const Child&) = delete;
@@ -99,7 +99,7 @@ private:
 	void kill();
 };
 
-Child::Child(std::size_t index, Millis deadline, const WorkInParts& work) : m_index(index), m_deadline(deadline)
+Child::Child(std::size_t index, Millis deadline, const Work& work) : m_index(index), m_deadline(deadline)
 {
 	const pid_t parent = ::getpid();
 	m_pid = ::fork();
@@ -187,7 +187,7 @@ void waitForAny(const std::list<Child>& children)
 
 } // namespace
 
-void runInWorkers(std::size_t count, int jobs, Millis limit, const WorkInParts& work,
+void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
                   const std::function<void(const WorkerResult&)>& done)
 {
 	const LabClock clock;
@@ -212,13 +212,6 @@ void runInWorkers(std::size_t count, int jobs, Millis limit, const WorkInParts& 
 			done(result);
 		}
 	}
-}
-
-void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
-                  const std::function<void(const WorkerResult&)>& done)
-{
-	runInWorkers(
-	    count, jobs, limit, [&work](std::size_t index, const HandOver&) { return work(index); }, done);
 }
 
 } // namespace velarix::lab

@@ -7,7 +7,6 @@
 #include <sys/statvfs.h>
 
 #include "lab/core/Lab.h"
-#include "lab/core/Owners.h"
 
 namespace velarix::lab::action
 {

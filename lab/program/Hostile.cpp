@@ -72,7 +72,8 @@ std::vector<Record> runAll(const Options& options, const std::vector<Case>& cell
 	std::vector<Record> records(plans.size());
 	std::size_t done = 0;
 	runInWorkers(
-	    plans.size(), options.jobs, caseLimit, [&](std::size_t index) { return jsonText(runCase(plans[index])); },
+	    plans.size(), options.jobs, caseLimit,
+	    [&](std::size_t index, const HandOver&) { return jsonText(runCase(plans[index])); },
 	    [&](const WorkerResult& result)
 	    {
 		    Record record = recordFromChild(result, plans[result.index]);

@@ -67,7 +67,7 @@ void runAll(const MatrixOptions& options, matrix::Results& results)
 	std::size_t done = 0;
 	runInWorkers(
 	    plans.size(), options.jobs, options.times.runLimit(),
-	    [&](std::size_t index) { return jsonText(matrix::runCell(plans[index])); },
+	    [&](std::size_t index, const HandOver&) { return jsonText(matrix::runCell(plans[index])); },
 	    [&](const WorkerResult& result)
 	    {
 		    const matrix::CellPlan& plan = plans[result.index];

@@ -17,7 +17,7 @@ namespace velarix::lab::chaos
 TEST(MatrixChildren, HandBackTextsAndProblems)
 {
 	std::vector<std::string> seen(7);
-	const Work work = [](std::size_t index) -> std::string
+	const Work work = [](std::size_t index, const HandOver&) -> std::string
 	{
 		switch (index)
 		{
@@ -53,7 +53,7 @@ TEST(MatrixChildren, HandBackTextsAndProblems)
 TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
 {
 	WorkerResult seen;
-	const WorkInParts work = [](std::size_t, const HandOver& handOver) -> std::string
+	const Work work = [](std::size_t, const HandOver& handOver) -> std::string
 	{
 		handOver("first");
 		handOver("");

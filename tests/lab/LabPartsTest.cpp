@@ -12,7 +12,6 @@
 #include "lab/core/Host.h"
 #include "lab/core/LogMeaning.h"
 #include "lab/core/NodeSettings.h"
-#include "lab/core/Owners.h"
 #include "lab/core/Programs.h"
 #include "lab/core/Timeline.h"
 #include "lab/core/Wait.h"

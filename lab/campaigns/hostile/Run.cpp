@@ -48,6 +48,41 @@ std::array<std::string, 2> rolesOf(Lab& lab)
 	return {lab.role(HostId::a), lab.role(HostId::b)};
 }
 
+/// The agents' figures and roles now. Takes two seconds.
+PairSnapshot snapshotOf(Lab& lab)
+{
+	PairSnapshot moment;
+	for (int look = 0; look < 8; ++look)
+	{
+		for (const HostId node : nodes)
+		{
+			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
+			if (agent)
+			{
+				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);
+			}
+		}
+		std::this_thread::sleep_for(Millis(250));
+	}
+	moment.roles = rolesOf(lab);
+	return moment;
+}
+
+/// What the watched time came to, without its roles.
+Observation observationOf(const PhaseRecord& seen)
+{
+	Observation observation;
+	observation.owner = seen.owner;
+	observation.durationMs = (seen.to - seen.from).count();
+	observation.outageMs = seen.outage.count();
+	observation.outageOpen = seen.outageOpen;
+	observation.noAnswerMs = seen.noAnswer.count();
+	observation.duplicateMs = seen.splitBrain.count();
+	observation.moves = seen.moves;
+	observation.ended = seen.ended;
+	return observation;
+}
+
 AttackerPlan attackerPlanOf(const Plan& plan)
 {
 	return {plan.cell.attack, plan.cell.detail, plan.cell.target,
@@ -135,42 +170,9 @@ void runInLab(Lab& lab, const Plan& plan, Record& record)
 
 } // namespace
 
-Observation observationOf(const PhaseRecord& seen)
-{
-	Observation observation;
-	observation.owner = seen.owner;
-	observation.durationMs = (seen.to - seen.from).count();
-	observation.outageMs = seen.outage.count();
-	observation.outageOpen = seen.outageOpen;
-	observation.noAnswerMs = seen.noAnswer.count();
-	observation.duplicateMs = seen.splitBrain.count();
-	observation.moves = seen.moves;
-	observation.ended = seen.ended;
-	return observation;
-}
-
 ReceivedCounts receivedBy(Lab& lab, HostId node)
 {
 	return receivedIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
-}
-
-PairSnapshot snapshotOf(Lab& lab)
-{
-	PairSnapshot moment;
-	for (int look = 0; look < 8; ++look)
-	{
-		for (const HostId node : nodes)
-		{
-			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
-			if (agent)
-			{
-				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);
-			}
-		}
-		std::this_thread::sleep_for(Millis(250));
-	}
-	moment.roles = rolesOf(lab);
-	return moment;
 }
 
 Record runCase(const Plan& plan)
