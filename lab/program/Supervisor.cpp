@@ -104,7 +104,7 @@ private:
 	static Fault faultOrThrow(const std::string& name, const std::string& node)
 	{
 		const std::optional<FaultKind> kind = faultNamed(name);
-		return faultFrom(kind && infoOf(*kind).onNode ? name + ":" + node : name);
+		return faultFrom(kind && infoOf(*kind).onNode && !node.empty() ? name + ":" + node : name);
 	}
 
 	std::string status()
