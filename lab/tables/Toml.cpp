@@ -59,7 +59,7 @@ std::string TomlTable::text(const std::string& key, const std::string& otherwise
 std::string TomlTable::oneOf(const std::string& key, const std::set<std::string>& words,
                              const std::optional<std::string>& otherwise) const
 {
-	const std::string word = otherwise ? text(key, *otherwise) : text(key);
+	std::string word = otherwise ? text(key, *otherwise) : text(key);
 	if (!words.contains(word))
 	{
 		fail("\"" + word + "\" is no \"" + key + "\"");
