@@ -12,7 +12,14 @@ namespace velarix::lab::action
 namespace
 {
 
-void runsOn(Lab& lab, HostId node, const char* program)
+void shellOn(const Host& host, const std::string& line)
+{
+	runOrThrow({{"sh", "-c", line}, {}, host.inside()});
+}
+
+} // namespace
+
+void keeperRuns(Lab& lab, HostId node, const char* program)
 {
 	if (processesNamed(lab.node(node).host().pid(), program).empty())
 	{
@@ -20,8 +27,7 @@ void runsOn(Lab& lab, HostId node, const char* program)
 	}
 }
 
-/// Both of its processes at once: the one that the agent counts, and its child that works.
-void killBoth(Lab& lab, HostId node, const char* program)
+void killKeeper(Lab& lab, HostId node, const char* program)
 {
 	const pid_t init = lab.node(node).host().pid();
 	std::vector<pid_t> doomed;
@@ -44,33 +50,6 @@ void killBoth(Lab& lab, HostId node, const char* program)
 	{
 		signalInHost(init, pid, SIGKILL);
 	}
-}
-
-void shellOn(const Host& host, const std::string& line)
-{
-	runOrThrow({{"sh", "-c", line}, {}, host.inside()});
-}
-
-} // namespace
-
-void addressKeeperRuns(Lab& lab, HostId node)
-{
-	runsOn(lab, node, plan::addressKeeper);
-}
-
-void serviceKeeperRuns(Lab& lab, HostId node)
-{
-	runsOn(lab, node, plan::serviceKeeper);
-}
-
-void killAddressKeeper(Lab& lab, HostId node)
-{
-	killBoth(lab, node, plan::addressKeeper);
-}
-
-void killServiceKeeper(Lab& lab, HostId node)
-{
-	killBoth(lab, node, plan::serviceKeeper);
 }
 
 void removeMarker(Lab& lab, HostId node)
