@@ -158,6 +158,23 @@ void reachMachine(Findings& findings, const KeeperFile& file)
 	              "copy reachability.key from the other node: owner root, chmod 600"});
 }
 
+/// The keeper's own address on this machine has its label, and is no finding.
+void addressMachine(Findings& findings, const KeeperFile& file)
+{
+	const keeper::AddressSettings& address = file.parsed.settings.address;
+	if (address.address == 0 || address.interface.empty())
+	{
+		return; // has a finding of its own
+	}
+	raisedAddress(findings,
+	              {.interface = address.interface,
+	               .label = address.label(),
+	               .address = address.text,
+	               .prefix = address.prefix,
+	               .listed = true},
+	              host::addresses(), Place{file.path, address.line});
+}
+
 } // namespace
 
 void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner)
@@ -203,6 +220,7 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 void keeperMachine(Findings& findings, const KeeperFile& file)
 {
 	take(findings, file, keeper::checkMachine(file.parsed.settings));
+	addressMachine(findings, file);
 	if (file.parsed.settings.reach.line != 0)
 	{
 		reachMachine(findings, file);
