@@ -85,10 +85,10 @@ bool isUmbrella(const std::string& file)
 
 void checkUnit(const std::string& unit, int line, Findings& findings)
 {
-	// As systemd looks for them: a template's file, and what systemctl enable makes.
-	const std::size_t at = unit.find('@');
-	const std::string name = at == std::string::npos ? unit : unit.substr(0, at + 1) + ".service";
-	const std::string file = firstOf("{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/" + name);
+	// As systemd looks for them: its own file, a template's, and what systemctl enable makes.
+	const std::string directories = "{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/";
+	const std::string own = firstOf(directories + unit);
+	const std::string file = own.empty() ? firstOf(directories + unit.substr(0, unit.find('@')) + "@.service") : own;
 	std::error_code error;
 	if (::access("/run/systemd/system", F_OK) != 0)
 	{
@@ -107,7 +107,7 @@ void checkUnit(const std::string& unit, int line, Findings& findings)
 		findings.push_back(
 		    {line, 0, unit + " is enabled: at boot it would run without the address", "systemctl disable " + unit});
 	}
-	else if (isUmbrella(file))
+	if (isUmbrella(file))
 	{
 		findings.push_back({line, 0, unit + " runs nothing itself: that its service has died is not noticed",
 		                    "name the unit that runs it, as postgresql@15-main.service"});

@@ -2,10 +2,15 @@
 
 #include "ctl/check/Checks.h"
 
+#include <algorithm>
 #include <array>
 #include <regex>
 #include <string>
 
+#include <Poco/String.h>
+#include <Poco/StringTokenizer.h>
+
+#include "ctl/check/CommandRole.h"
 #include "ctl/check/Tools.h"
 #include "ctl/init/FirewallRules.h"
 #include "inspect/ExitCode.h"
@@ -39,32 +44,35 @@ constexpr std::array kDefines{
     Define{"virtual_ip", key::kVirtualIP, false},
 };
 
-/// @return whether the number or address stands there, not as a part of another one
-bool names(const std::string& text, const std::string& value)
+/// @return the value of a setting; empty for none, which has a finding of its own
+std::string wanted(const Findings& findings, const std::string& key)
 {
-	const std::string escaped = std::regex_replace(value, std::regex("\\."), "\\.");
-	return std::regex_search(text, std::regex("(^|[^0-9.])" + escaped + "($|[^0-9.])"));
+	if (key == key::kReceivePort)
+	{
+		return std::to_string(findings.file.integer(key).value_or(0));
+	}
+	const std::string text = findings.file.text(key).value_or("");
+	return isVirtualAddress(text) ? text : "";
 }
 
-/// Rules of the operator's own may do without the defines, not without port and partner.
+/// What init's file defines; rules of the operator's own without these are not judged.
 void values(Findings& findings, const fs::path& file, const std::string& rules)
 {
+	static const std::regex kLine(R"((?:^|\n)[ \t]*define (\w+) = ([^#\n$/]+))");
 	std::string what;
 	bool blocks = false;
-	for (const Define& define : kDefines)
+	for (std::sregex_iterator line(rules.begin(), rules.end(), kLine); line != std::sregex_iterator(); ++line)
 	{
-		const std::string value = findings.file.text(define.key).value_or("");
-		std::smatch found;
-		const std::regex line(std::string("(?:^|\n)\\s*define ").append(define.name).append(" = ([^#\n]*[^#\\s])"));
-		const bool defined = std::regex_search(rules, found, line);
-		const bool needed = define.key == key::kReceivePort || define.key == key::kPartnerIP;
-		if (value.empty() || names(defined ? found[1].str() : rules, value) || (!defined && !needed))
+		const auto define = std::ranges::find(kDefines, line->str(1), &Define::name);
+		const std::string value = define == kDefines.end() ? "" : wanted(findings, define->key);
+		// It may be a set.
+		const Poco::StringTokenizer words(line->str(2), " \t{},");
+		if (!value.empty() && !words.has(value))
 		{
-			continue;
+			what += (what.empty() ? "" : ", ") + std::string(define->key) + " is " + value + " and not " +
+			        Poco::trim(line->str(2));
+			blocks = blocks || define->blocks;
 		}
-		what += (what.empty() ? "" : ", ") + std::string(define.key).substr(std::string(define.key).find('.') + 1) +
-		        " is " + value + (defined ? " and not " + found[1].str() : "");
-		blocks = blocks || (defined && define.blocks);
 	}
 	if (!what.empty())
 	{
@@ -89,11 +97,7 @@ void firewall(Findings& findings, const Paths& paths)
 	}
 	try
 	{
-		const std::string rules = readInputFile(file);
-		if (rules.find("\ninclude ") == std::string::npos)
-		{
-			values(findings, file, rules);
-		}
+		values(findings, file, readInputFile(file));
 	}
 	catch (const Failure& failure)
 	{

@@ -170,8 +170,9 @@ const Row kRows[] = {
     {"FirewallOfThisNode",         {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); }},
     {"FirewallOfThePartner",       {"error firewall-of-other-settings " FIREWALL},             [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.2", "192.0.2.1")); }},
     {"FirewallOfAnotherPort",      {"warning firewall-of-other-settings " FIREWALL},           [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "700"); }},
-    {"FirewallOfOwnRules",         {},                                                         [](Node& node) { node.file(FIREWALL, "tcp dport { 22, 7000 } ip saddr { 192.0.2.2, 192.0.2.9 } accept\n"); }},
-    {"FirewallWithoutThePair",     {"warning firewall-of-other-settings " FIREWALL},           [](Node& node) { node.file(FIREWALL, "tcp dport 17000 ip saddr 192.0.2.22 accept\n"); }},
+    {"FirewallOfASet",             {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "{ 192.0.2.9, 192.0.2.2 }")); }},
+    {"FirewallOfAPortInHex",       {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "0x1b58"); }},
+    {"FirewallOfOwnRules",         {},                                                         [](Node& node) { node.file(FIREWALL, "define address = $other\ntcp dport 22 accept\n"); }},
     {"FirewallWithoutNft",         {"warning firewall-without-nft " FIREWALL},                 [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.remove("/usr/bin/nft"); }},
     // ---- tools and scripts of the commands
     {"NoToolOfAllCommands",        {"error missing-tool " CONFIG ":12"},                       [](Node& node) { node.remove("/usr/bin/ip"); }},
