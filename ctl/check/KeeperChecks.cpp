@@ -39,6 +39,12 @@ void take(Findings& findings, const KeeperFile& file, const std::vector<keeper::
 	}
 }
 
+/// Missing or not to be read, which is the one finding.
+bool isNothing(const KeeperFile& file)
+{
+	return file.parsed.settings.address.line == 0 && file.parsed.settings.services.empty();
+}
+
 void commandsOf(Findings& findings)
 {
 	const std::array<std::pair<const CommandRole*, const char*>, 3> verbs{
@@ -197,6 +203,10 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 {
 	take(findings, file, file.parsed.findings);
 	commandsOf(findings);
+	if (isNothing(file))
+	{
+		return;
+	}
 	programsOf(findings, file);
 	reachOf(findings, file);
 	const keeper::AddressSettings& address = file.parsed.settings.address;
@@ -219,6 +229,10 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 
 void keeperMachine(Findings& findings, const KeeperFile& file)
 {
+	if (isNothing(file))
+	{
+		return;
+	}
 	take(findings, file, keeper::checkMachine(file.parsed.settings));
 	addressMachine(findings, file);
 	if (file.parsed.settings.reach.line != 0)

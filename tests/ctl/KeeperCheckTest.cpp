@@ -100,7 +100,7 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	fs::remove(below(kKeeperIni));
 	write(kConfig, joined(lines));
 	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
-	            Contains(std::string("error keeper-settings ") + kKeeperIni));
+	            ElementsAre(std::string("error keeper-settings ") + kKeeperIni));
 }
 
 TEST_F(KeeperCheck, NobodyElseMayWriteWhatRootRuns)
