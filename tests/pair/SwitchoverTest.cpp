@@ -27,7 +27,7 @@ protected:
 		EXPECT_EQ(heldBy("a+b", begin), Millis(0));
 		// Two countdowns of five seconds.
 		EXPECT_GE(took, Millis(10000));
-		EXPECT_EQ(status(from)["last_change"]["cause"], "programs-gone");
+		EXPECT_EQ(status(from)["last_change"]["cause"], "switchover");
 		EXPECT_EQ(status(to)["last_change"]["cause"], "partner-asked");
 	}
 
@@ -66,7 +66,7 @@ TEST_F(OperatorSwitchover, MovesTheKeepersServiceThereAndBack)
 		const CommandResult result = ctl(from, {"switchover"}, moveLimit);
 		ASSERT_EQ(result.status, 0) << result.output;
 		EXPECT_TRUE(lab().waitForService(otherNode(from), moveLimit));
-		EXPECT_EQ(status(from)["last_change"]["cause"], "programs-gone");
+		EXPECT_EQ(status(from)["last_change"]["cause"], "switchover");
 		ASSERT_TRUE(from == HostId::b || waitUntilReady());
 	}
 	EXPECT_EQ(heldBy("a+b", begin), Millis(0));
