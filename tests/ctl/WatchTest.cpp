@@ -56,7 +56,7 @@ TEST_F(Watch, WaitsASecondBetweenLooksUnlessAskedOtherwise)
 	soundMaster();
 	EXPECT_EQ(runHere({"watch", "--count", "4"}).code, 0);
 	EXPECT_EQ(fakeMachine().elapsed, 3s);
-	EXPECT_EQ(runHere({"watch", "--count", "3", "--interval", "2.5"}).code, 0);
+	EXPECT_EQ(runHere({"watch", "--count", "3", "-n", "2.5"}).code, 0);
 	EXPECT_EQ(fakeMachine().elapsed, 8s);
 }
 
