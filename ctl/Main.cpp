@@ -1,4 +1,3 @@
-#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
@@ -9,13 +8,6 @@
 int main(int argc, char** argv)
 {
 	using namespace velarix::ctl;
-	// Who reads the output may go: that is no failure to complain about.
-	std::signal(SIGPIPE, SIG_DFL);
-	// The library that writes the log blocks it when it is loaded.
-	sigset_t pipe{};
-	::sigemptyset(&pipe);
-	::sigaddset(&pipe, SIGPIPE);
-	::pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);
 	const char* noColour = std::getenv("NO_COLOR");
 	const bool wanted = noColour == nullptr || *noColour == '\0';
 	const bool terminal = ::isatty(STDOUT_FILENO) == 1;

@@ -44,18 +44,14 @@ void addMoves(const std::filesystem::path& path, std::vector<Instant>& moves)
 
 } // namespace
 
-std::string caller()
-{
-	const char* user = std::getenv("SUDO_USER");
-	return user == nullptr ? "by root" : "by " + printable(user) + " (sudo)";
-}
-
 void recordAct(const Context& context, std::string_view word, const std::string& detail)
 {
+	const char* user = std::getenv("SUDO_USER");
+	const std::string by = user == nullptr ? "by root" : "by " + std::string(user) + " (sudo)";
 	const auto now = std::chrono::floor<std::chrono::milliseconds>(context.now()).time_since_epoch().count();
 	const std::string line = keeper::timeText(now / 1000, static_cast<int>(now % 1000)) + " " + std::string(kOperator) +
-	                         "[" + std::to_string(::getpid()) + "] " + std::string(word) + ": " + printable(detail) +
-	                         "\n";
+	                         "[" + std::to_string(::getpid()) + "] " + std::string(word) + ": " +
+	                         printable(detail.empty() ? by : detail + ", " + by) + "\n";
 	const Descriptor file(
 	    ::open(context.paths.keeperLog.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644));
 	if (!file || ::write(file.get(), line.data(), line.size()) != static_cast<ssize_t>(line.size()))

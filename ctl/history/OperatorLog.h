@@ -21,11 +21,8 @@ inline constexpr std::string_view kSwitchover = "switchover";
 inline constexpr std::string_view kMaintenanceOn = "maintenance-on";
 inline constexpr std::string_view kMaintenanceOff = "maintenance-off";
 
-/// Adds a line. What cannot be written keeps nothing from being done: it is complained of.
+/// Adds a line, and who called. What cannot be written keeps nothing from being done: it is complained of.
 void recordAct(const Context& context, std::string_view word, const std::string& detail);
-
-/// @return who called, for a line: "by root", "by alice (sudo)"
-std::string caller();
 
 /// What the end of the log tells of switchovers; a log that cannot be read tells of none.
 LastMove movesIn(const std::filesystem::path& keeperLog);

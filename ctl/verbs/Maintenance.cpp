@@ -124,7 +124,7 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 		std::filesystem::remove(record);
 		throw;
 	}
-	recordAct(context, kMaintenanceOn, now.words() + ", " + caller());
+	recordAct(context, kMaintenanceOn, now.words());
 	context.out << "maintenance " << now.words() << "\nnothing fails over and nothing is restarted here; end it with "
 	            << "velarixctl maintenance off\n";
 	if (!options.pair)
@@ -176,13 +176,13 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 		}
 		if (!why.empty())
 		{
-			recordAct(context, kSwitchover, "the maintenance ends without the service, " + caller());
+			recordAct(context, kSwitchover, "the maintenance ends without the service");
 		}
 		signalAll(state, SIGCONT);
 	}
 	signalWatchers(SIGCONT);
 	std::filesystem::remove(context.paths.maintenance);
-	recordAct(context, kMaintenanceOff, caller());
+	recordAct(context, kMaintenanceOff, "");
 	context.out << (state.agent.lives() ? "maintenance is over: the agent goes on\n"
 	                                    : "maintenance is over; the agent does not run: start it with "
 	                                      "systemctl start velarix-ha\n");

@@ -143,7 +143,7 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 		describe(plan, before, context);
 		return ExitCode::fine;
 	}
-	recordAct(context, kSwitchover, "to " + before.setting(key::kPartnerIP) + ", " + caller());
+	recordAct(context, kSwitchover, "to " + before.setting(key::kPartnerIP));
 	HandOver handOver(
 	    plan, [&] { return observer.look(context.now()); },
 	    [&](milliseconds since, const std::string& text)

@@ -169,9 +169,8 @@ TEST_F(Switchover, WithoutTheRightToReadTheSettingsIsNotRefusedButFails)
 TEST_F(Switchover, InMaintenanceSaysThatItIsToBeEndedFirst)
 {
 	soundMaster();
+	endProcess(kAgent);
 	addProcess(kAgent, "VelarixHA", 'T', 4);
-	endProcess(1);
-	fakeHost().processes.erase(fakeHost().processes.begin());
 	write("/usr/velarix/pid/maintenance", "since=1772366400\nuntil=1772370000\nreason=new disk\n");
 	EXPECT_THAT(refused().err, AllOf(HasSubstr(": new disk: end the maintenance first: velarixctl maintenance off\n"),
 	                                 Not(HasSubstr("is stopped"))));

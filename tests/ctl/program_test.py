@@ -72,7 +72,7 @@ class ClosedPipe(unittest.TestCase):
             command = [PROGRAM, "events", "--log", str(log)]
             result = subprocess.run(command, stdout=writing, stderr=subprocess.PIPE, text=True, check=False)
             os.close(writing)
-        self.assertEqual((result.returncode, result.stderr), (-signal.SIGPIPE, ""))
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
 
 
 def line(time, place, text, process="4711:3", letter="D"):
