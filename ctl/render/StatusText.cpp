@@ -304,15 +304,17 @@ void addLog(Rows& rows, const NodeState& state)
 	         state.distrust.empty() ? Tone::plain : Tone::doubtful);
 }
 
-void addJudgement(Rows& rows, const Judgement& judgement)
+void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement)
 {
+	// The partner itself may know better: velarixctl pair asks it.
+	const std::string heard = state.role.is(Role::master) ? ", as far as the partner's heartbeats tell" : "";
 	if (!judgement.failOverWorks)
 	{
 		rows.add("failover", "not known whether it would work", Tone::doubtful);
 	}
 	else
 	{
-		rows.add("failover", *judgement.failOverWorks ? "would work now" : "would NOT work now",
+		rows.add("failover", *judgement.failOverWorks ? "would work now" + heard : "would NOT work now",
 		         *judgement.failOverWorks ? Tone::good : Tone::bad);
 	}
 	for (const Problem& problem : judgement.problems)
@@ -334,7 +336,7 @@ std::string statusText(const NodeState& state, const Judgement& judgement, bool 
 	addKernel(rows, state);
 	addChange(rows, state);
 	addLog(rows, state);
-	addJudgement(rows, judgement);
+	addJudgement(rows, state, judgement);
 	return std::move(rows).text();
 }
 

@@ -46,7 +46,7 @@ TEST_F(Operator, SeesASoundPairFromBothNodes)
 	const CommandResult text = ctl(HostId::a, {"status"});
 	EXPECT_EQ(text.status, 0);
 	EXPECT_THAT(text.output, HasSubstr("\nrole         master"));
-	EXPECT_THAT(text.output, HasSubstr("failover     would work now\n"));
+	EXPECT_THAT(text.output, HasSubstr("failover     would work now, as far as the partner's heartbeats tell\n"));
 }
 
 TEST_F(Operator, HasFiguresForTheMonitoring)
