@@ -71,7 +71,26 @@ struct Interface
 	std::optional<bool> carrier;
 };
 
+/// As the agent sees it: an alternative name does not count.
 Interface interface(const std::string& name);
+
+/// What the kernel knows of an interface beside its addresses.
+struct Link
+{
+	std::string name;
+	/// "ether", "loopback" ...
+	std::string type;
+	/// "bond", "vlan", "veth" ...; empty for hardware.
+	std::string kind;
+	/// Hardware address as it is now.
+	std::string address;
+	/// The one that the hardware brought along; empty where there is none.
+	std::string permanent;
+	std::vector<std::string> alternatives;
+};
+
+/// @return the interfaces of this machine, in the order in which the kernel found them
+std::vector<Link> links();
 
 struct Address
 {
@@ -98,8 +117,9 @@ std::optional<std::string> interfaceTo(const std::string& address);
 ///         or when this user may not ask
 std::optional<std::string> holderOf(const std::string& address, const std::string& interface);
 
-/// @return whether the interface lo has that IPv6 address; nothing without any IPv6 there
-std::optional<bool> hasOnLoopback(const std::string& address);
+/// @return whether the keeper's marker of the address is there: ::ADDRESS on lo, or an interface
+///         that is called ADDRESS and up
+bool hasMarker(const std::string& address);
 
 /// Sends up to `count` echo requests, a tenth of a second of patience each.
 /// @param address dotted IPv4; no name is resolved

@@ -44,8 +44,10 @@ bool ignoresPings()
 Interface interface(const std::string& name)
 {
 	Interface result;
-	result.present = ::if_nametoindex(name.c_str()) != 0;
-	std::ifstream file("/sys/class/net/" + name + "/carrier");
+	const std::filesystem::path directory = std::filesystem::path("/sys/class/net") / name;
+	std::error_code ignored;
+	result.present = std::filesystem::is_directory(directory, ignored);
+	std::ifstream file(directory / "carrier");
 	if (char carrier = '\0'; file.get(carrier))
 	{
 		result.carrier = carrier == '1';
@@ -66,17 +68,11 @@ std::string dotted(const sockaddr* address)
 	return text.data();
 }
 
-/// @return what a tool prints of an address; nothing for what is no address
-std::string outputOf(const std::string& command, const std::string& address)
+/// @return what a tool prints
+std::string outputOf(const std::string& command)
 {
 	std::string text;
-	in_addr parsed{};
-	if (::inet_pton(AF_INET, address.c_str(), &parsed) != 1)
-	{
-		return text;
-	}
-	const std::unique_ptr<FILE, int (*)(FILE*)> output(
-	    ::popen((command + " " + address + " 2>/dev/null").c_str(), "re"), &::pclose);
+	const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen((command + " 2>/dev/null").c_str(), "re"), &::pclose);
 	std::array<char, 1024> piece{};
 	while (output != nullptr && std::fgets(piece.data(), piece.size(), output.get()) != nullptr)
 	{
@@ -85,12 +81,42 @@ std::string outputOf(const std::string& command, const std::string& address)
 	return text;
 }
 
+/// @return what a tool prints of an address; nothing for what is no address
+std::string outputOf(const std::string& command, const std::string& address)
+{
+	in_addr parsed{};
+	return ::inet_pton(AF_INET, address.c_str(), &parsed) == 1 ? outputOf(command + " " + address) : "";
+}
+
+/// "ip" shows the permanent address only where it is not the present one.
+std::string permanentAddress(const nlohmann::json& link)
+{
+	std::ifstream file("/sys/class/net/" + link.value("ifname", "") + "/addr_assign_type");
+	constexpr char kPermanent = '0';
+	return link.value("permaddr", file.get() == kPermanent ? link.value("address", "") : "");
+}
+
 int prefixOf(const sockaddr* mask)
 {
 	return mask == nullptr ? 32 : std::popcount(reinterpret_cast<const sockaddr_in*>(mask)->sin_addr.s_addr);
 }
 
 } // namespace
+
+std::vector<Link> links()
+{
+	const nlohmann::json all =
+	    nlohmann::json::parse(outputOf("ip -j -d link show"), nullptr, /*allow_exceptions=*/false);
+	std::vector<Link> result;
+	for (const nlohmann::json& link : all.is_array() ? all : nlohmann::json::array())
+	{
+		result.push_back({link.value("ifname", ""), link.value("link_type", ""),
+		                  link.value("linkinfo", nlohmann::json::object()).value("info_kind", ""),
+		                  link.value("address", ""), permanentAddress(link),
+		                  link.value("altnames", std::vector<std::string>())});
+	}
+	return result;
+}
 
 std::optional<std::string> interfaceTo(const std::string& address)
 {
@@ -148,26 +174,26 @@ std::vector<Address> addresses()
 	return result;
 }
 
-std::optional<bool> hasOnLoopback(const std::string& address)
+bool hasMarker(const std::string& address)
 {
 	in6_addr wanted{};
 	ifaddrs* first = nullptr;
-	if (::inet_pton(AF_INET6, address.c_str(), &wanted) != 1 || ::getifaddrs(&first) != 0)
+	if (::inet_pton(AF_INET6, ("::" + address).c_str(), &wanted) != 1 || ::getifaddrs(&first) != 0)
 	{
-		return std::nullopt;
+		return false;
 	}
 	const List list(first, &::freeifaddrs);
-	std::optional<bool> result;
 	for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next)
 	{
-		if (entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET6 &&
-		    (entry->ifa_flags & IFF_LOOPBACK) != 0)
+		const bool six = entry->ifa_addr != nullptr && entry->ifa_addr->sa_family == AF_INET6;
+		const auto* internet = reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr);
+		if ((entry->ifa_name == address && (entry->ifa_flags & IFF_UP) != 0) ||
+		    (six && (entry->ifa_flags & IFF_LOOPBACK) != 0 && IN6_ARE_ADDR_EQUAL(&internet->sin6_addr, &wanted)))
 		{
-			const auto* internet = reinterpret_cast<const sockaddr_in6*>(entry->ifa_addr);
-			result = result.value_or(false) || IN6_ARE_ADDR_EQUAL(&internet->sin6_addr, &wanted);
+			return true;
 		}
 	}
-	return result;
+	return false;
 }
 
 } // namespace velarix::inspect::host

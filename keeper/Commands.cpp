@@ -117,6 +117,8 @@ int raise(const Settings& settings)
 	beInTime();
 	makeRuntimeDirectory();
 	AddressWatch watch;
+	// Without it an agent whose address is held elsewhere tries this for good, as a master that hears nothing.
+	setMarker(settings.address);
 	const bool started = holderOf(kAddressProgram, Part::guard) == 0;
 	if (started)
 	{
@@ -197,8 +199,8 @@ int mark(const Settings& settings)
 	const int error = setMarker(settings.address);
 	if (error != 0)
 	{
-		say("the marker ::" + settings.address.text + " cannot be set (" + std::strerror(error) +
-		    "): without IPv6 on lo every take-over takes five seconds longer");
+		say("the marker of " + settings.address.text + " cannot be set (" + std::strerror(error) +
+		    "): neither IPv6 on lo nor an interface of the kinds dummy or bridge");
 	}
 	return error != 0 ? EX_UNAVAILABLE : EX_OK;
 }
@@ -208,7 +210,7 @@ int unmark(const Settings& settings)
 	const int error = look(settings.address).value_or(Sight()).marker ? removeMarker(settings.address) : 0;
 	if (error != 0)
 	{
-		say("the marker ::" + settings.address.text + " cannot be removed: " + std::strerror(error));
+		say("the marker of " + settings.address.text + " cannot be removed: " + std::strerror(error));
 	}
 	return error != 0 ? EX_OSERR : EX_OK;
 }

@@ -62,13 +62,52 @@ Address markerOf(const AddressSettings& settings)
 	return {"lo", bytesOf(settings.address, 16), 128};
 }
 
-/// @return 0 or errno
-int request(std::uint16_t type, std::uint16_t flags, const Address& address)
+using Buffer = std::array<char, 8192>;
+
+nlmsghdr* begin(Buffer& buffer, std::uint16_t type, std::uint16_t flags)
 {
-	std::array<char, 8192> buffer{};
 	nlmsghdr* message = mnl_nlmsg_put_header(buffer.data());
 	message->nlmsg_type = type;
 	message->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | NLM_F_ACK | flags);
+	return message;
+}
+
+/// Sends the message at the beginning of the buffer. @return 0 or errno
+int transact(Buffer& buffer)
+{
+	const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
+	const Socket socket = openSocket(0);
+	const unsigned port = mnl_socket_get_portid(socket.get());
+	ssize_t length = mnl_socket_sendto(socket.get(), message, message->nlmsg_len);
+	length = length < 0 ? length : mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
+	const bool done = length >= 0 && mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, port, nullptr,
+	                                            nullptr) != MNL_CB_ERROR;
+	return done ? 0 : errno;
+}
+
+/// @param kind of the interface, to make it; nullptr to remove it. @return 0 or errno
+int requestLink(const std::string& name, const char* kind)
+{
+	Buffer buffer{};
+	nlmsghdr* message = begin(buffer, kind != nullptr ? RTM_NEWLINK : RTM_DELLINK, kind != nullptr ? NLM_F_CREATE : 0);
+	auto* info = static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
+	info->ifi_flags = IFF_UP;
+	info->ifi_change = IFF_UP;
+	mnl_attr_put_strz(message, IFLA_IFNAME, name.c_str());
+	if (kind != nullptr)
+	{
+		nlattr* link = mnl_attr_nest_start(message, IFLA_LINKINFO);
+		mnl_attr_put_str(message, IFLA_INFO_KIND, kind);
+		mnl_attr_nest_end(message, link);
+	}
+	return transact(buffer);
+}
+
+/// @return 0 or errno
+int request(std::uint16_t type, std::uint16_t flags, const Address& address)
+{
+	Buffer buffer{};
+	nlmsghdr* message = begin(buffer, type, flags);
 	auto* info = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
 	info->ifa_family = address.bytes.size() == 4 ? AF_INET : AF_INET6;
 	info->ifa_prefixlen = static_cast<std::uint8_t>(address.prefix);
@@ -83,13 +122,7 @@ int request(std::uint16_t type, std::uint16_t flags, const Address& address)
 	{
 		mnl_attr_put_strz(message, IFA_LABEL, address.label.c_str());
 	}
-	const Socket socket = openSocket(0);
-	const unsigned port = mnl_socket_get_portid(socket.get());
-	ssize_t length = mnl_socket_sendto(socket.get(), message, message->nlmsg_len);
-	length = length < 0 ? length : mnl_socket_recvfrom(socket.get(), buffer.data(), buffer.size());
-	const bool done = length >= 0 && mnl_cb_run(buffer.data(), static_cast<std::size_t>(length), 0, port, nullptr,
-	                                            nullptr) != MNL_CB_ERROR;
-	return done ? 0 : errno;
+	return transact(buffer);
 }
 
 bool isThere(const ifaddrs& entry, const Address& address)
@@ -143,6 +176,7 @@ std::optional<Sight> look(const AddressSettings& settings)
 		if (entry->ifa_addr->sa_family == AF_PACKET)
 		{
 			addLink(sight, *entry, settings.interface);
+			sight.marker = sight.marker || (entry->ifa_name == settings.text && (entry->ifa_flags & IFF_UP) != 0);
 		}
 		sight.present = sight.present || isThere(*entry, address);
 		sight.marker = sight.marker || isThere(*entry, marker);
@@ -168,7 +202,13 @@ int addAddress(const AddressSettings& settings)
 
 int setMarker(const AddressSettings& settings)
 {
-	return request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, markerOf(settings));
+	int error = request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, markerOf(settings));
+	// Not every kernel has both.
+	for (const char* kind : {"dummy", "bridge"})
+	{
+		error = error != 0 ? requestLink(settings.text, kind) : 0;
+	}
+	return error;
 }
 
 int removeAddress(const AddressSettings& settings)
@@ -184,7 +224,9 @@ int removeAddress(const AddressSettings& settings)
 
 int removeMarker(const AddressSettings& settings)
 {
-	return request(RTM_DELADDR, 0, markerOf(settings));
+	const int error = request(RTM_DELADDR, 0, markerOf(settings));
+	const int linkError = requestLink(settings.text, nullptr);
+	return linkError == 0 ? 0 : error;
 }
 
 NetlinkBell::NetlinkBell() : m_socket(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR))

@@ -24,7 +24,8 @@ struct Sight
 	bool present = false; ///< the address is on the interface
 	/// The address stands on lo as ::192.0.2.100: the marker. The agent takes the virtual
 	/// address for raised, without its countdown, when its text is anywhere in what ifconfig
-	/// prints. This is printed, and answers no IPv4 ping.
+	/// prints. This is printed, and answers no IPv4 ping. Without IPv6 on lo an interface
+	/// without address and carrier that is called 192.0.2.100 serves as well.
 	bool marker = false;
 	std::vector<Mac> own; ///< of all interfaces of this machine
 };

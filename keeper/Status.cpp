@@ -78,7 +78,7 @@ void printText(const Settings& all, const Program& address, const std::vector<Pr
 	    settings.text + " on " + settings.interface + ": " + sentence(address) + " (" + address.state + since + ")\n";
 	if (!marker)
 	{
-		text += "the marker ::" + settings.text +
+		text += "the marker of " + settings.text +
 		        " is missing: a take-over takes five seconds longer; \"keeper mark\" sets it\n";
 	}
 	for (const Program& service : services)

@@ -64,6 +64,8 @@ void service(Findings& findings, const Paths& paths);
 /// Interfaces, addresses, privileges, space, other processes.
 /// @param reach GATEWAY_IP is the keeper's reachability address
 void machine(Findings& findings, const Paths& paths, bool reach);
+/// The names of the two interfaces and their carrier; a part of `machine`.
+void interfaces(Findings& findings);
 /// Addresses, routes and the virtual IP's holder; a part of `machine`.
 void network(Findings& findings, const std::vector<host::Address>& addresses, bool reach);
 /// The tunnel's interface, rules, way and session; a part of `machine`.

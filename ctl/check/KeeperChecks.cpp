@@ -202,19 +202,16 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 
 void keeperMachine(Findings& findings, const KeeperFile& file)
 {
-	take(findings, file, keeper::checkMachine(file.parsed.settings));
+	std::vector<keeper::Finding> found = keeper::checkMachine(file.parsed.settings);
+	if (findings.hasAnywhere("missing-interface"))
+	{
+		std::erase_if(found, [](const keeper::Finding& finding)
+		              { return finding.text == std::string("there is no interface ") + kServiceInterface; });
+	}
+	take(findings, file, found);
 	if (file.parsed.settings.reach.line != 0)
 	{
 		reachMachine(findings, file);
-	}
-	const std::string& address = file.parsed.settings.address.text;
-	if (!address.empty() && !host::hasOnLoopback("::" + address))
-	{
-		findings.add(Severity::warning, file.path, file.parsed.settings.address.line,
-		             {"keeper-no-marker", "the interface lo has no IPv6, and no marker ::" + address,
-		              "the agent counts down before each start of the address: a take-over lasts five seconds longer",
-		              "switch IPv6 on for lo: sysctl -w net.ipv6.conf.lo.disable_ipv6=0, and the same in "
-		              "/etc/sysctl.d"});
 	}
 }
 

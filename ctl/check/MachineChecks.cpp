@@ -23,51 +23,6 @@ namespace
 constexpr std::uintmax_t kLogPerDay = 110ULL * 1000 * 1000;
 constexpr std::uintmax_t kMegabyte = 1000ULL * 1000;
 
-/// @return "; there are enp3s0 (192.0.2.1), enp4s0 (198.51.100.1)"; empty when no other has an address
-std::string whatIsThere()
-{
-	std::string text;
-	for (const host::Address& there : host::addresses())
-	{
-		if (there.interface != "lo" && there.interface != kServiceInterface &&
-		    there.interface != kCommunicationInterface)
-		{
-			text += (text.empty() ? "; there are " : ", ") + there.interface + " (" + there.address + "/" +
-			        std::to_string(there.prefix) + ")";
-		}
-	}
-	return text;
-}
-
-void interface(Findings& findings, const std::string& name, const std::string& use, const std::string& effect)
-{
-	const host::Interface interface = host::interface(name);
-	if (!interface.present)
-	{
-		findings.add(Severity::error, findings.file.path(), 0,
-		             {"missing-interface", "there is no interface " + name + ", that of the " + use + whatIsThere(),
-		              effect,
-		              "give the interface that name, which is fixed; an alternative name (altname) is not enough: "
-		              "docs/networks.md"});
-	}
-	else if (!interface.carrier.value_or(false))
-	{
-		findings.add(Severity::warning, findings.file.path(), 0,
-		             {"interface-without-carrier",
-		              "the interface " + name + ", that of the " + use + ", has no carrier", effect,
-		              "plug in the cable, or bring the interface up"});
-	}
-}
-
-void interfaces(Findings& findings)
-{
-	interface(findings, kServiceInterface, "service", "a node that becomes master gives up at once");
-	interface(
-	    findings, kCommunicationInterface, "communication",
-	    "a standby counts no missed heartbeats: it does not take over from a partner that does not answer while the "
-	    "service address still does");
-}
-
 void pings(Findings& findings)
 {
 	if (host::ignoresPings())

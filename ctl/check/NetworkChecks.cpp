@@ -49,7 +49,8 @@ bool ownAddress(Findings& findings, const std::vector<Address>& addresses, bool 
 		                  "the address goes away with the tunnel, and the agent ends",
 		                  "systemctl restart velarix-tunnel raises it on lo"});
 	}
-	else if (!tunnel && found->interface != kCommunicationInterface && !parsed.isLoopback())
+	else if (!tunnel && found->interface != kCommunicationInterface && !parsed.isLoopback() &&
+	         host::interface(kCommunicationInterface).present)
 	{
 		findings.warning(key::kThisServerIP,
 		                 {"not-on-communication-interface",

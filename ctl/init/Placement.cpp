@@ -104,7 +104,7 @@ void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::
 		{
 			keepCopy(file.path, rules.now, out);
 		}
-		replaceOwnFile(file.path, file.text);
+		(file.open ? replaceFile : replaceOwnFile)(file.path, file.text);
 		out << "written: " << printable(file.path.string()) << '\n';
 	}
 }

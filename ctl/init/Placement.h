@@ -16,6 +16,8 @@ struct NewFile
 	std::string text;
 	/// A file that is there already stays as it is and is no obstacle.
 	bool keepExisting = false;
+	/// For all to read, as files below /etc are.
+	bool open = false;
 };
 
 struct PlacementRules
@@ -26,7 +28,7 @@ struct PlacementRules
 	std::chrono::system_clock::time_point now;
 };
 
-/// Writes the files, for their owner alone; one that is replaced keeps its mode and
+/// Writes the files, for their owner alone unless they are open; one that is replaced keeps its mode and
 /// owner, one that has the text already is left alone. When one of them is there and
 /// must not be replaced, nothing is written at all.
 /// @param out gets a line for each file: "written: PATH", "unchanged: PATH", "kept: PATH",

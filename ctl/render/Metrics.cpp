@@ -127,7 +127,7 @@ void addKeeper(Exposition& out, const NodeState& state)
 	out.sample(true, {{"state", printable(address.state)}});
 	out.single("keeper_address_conflicts", "Claims of other hosts while this node held the address.",
 	           std::optional(static_cast<double>(address.conflicts)));
-	out.single("keeper_marker", "Whether the marker of the address is on lo.", state.keeper->marked);
+	out.single("keeper_marker", "Whether the marker of the address is there.", std::optional(state.keeper->marked));
 	out.gauge("keeper_service_state", "The state of a service to the keeper, in the label; always 1.");
 	for (const KeeperProgram& service : state.keeper->services)
 	{

@@ -140,7 +140,7 @@ Json keeperJson(const NodeState& state)
 	          {"holder", address.holder.empty() ? Json() : Json(address.holder)},
 	          {"conflicts", address.conflicts}}},
 	        {"services", std::move(services)},
-	        {"marker", state.keeper->marked == true}};
+	        {"marker", state.keeper->marked}};
 }
 
 Json tunnelJson(const NodeState& state)

@@ -128,12 +128,10 @@ void Checklist::keeper()
 	{
 		reachability(*m_state.keeper->reach);
 	}
-	if (m_state.agent.lives() && m_state.keeper->marked != true)
+	if (m_state.agent.lives() && !m_state.keeper->marked)
 	{
 		add("marker-missing", Grade::warning, kHarmless,
-		    "the marker of the virtual address is not on lo: a take-over lasts five seconds longer; keeper mark sets "
-		    "it" +
-		        std::string(m_state.keeper->marked ? "" : " when lo has IPv6"));
+		    "the marker of the virtual address is missing: a take-over lasts five seconds longer; keeper mark sets it");
 	}
 }
 

@@ -97,7 +97,7 @@ std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Pat
 	{
 		state.reach = reachOf(paths);
 	}
-	state.marked = host::hasOnLoopback("::" + settings.text(key::kVirtualIP).value_or(""));
+	state.marked = host::hasMarker(settings.text(key::kVirtualIP).value_or(""));
 	return state;
 }
 

@@ -58,8 +58,7 @@ struct KeeperState
 	std::vector<KeeperProgram> services;
 	/// Without a [reachability] nothing.
 	std::optional<KeeperReach> reach;
-	/// The marker is on lo; empty when lo has no IPv6.
-	std::optional<bool> marked;
+	bool marked = false; ///< the marker is there
 };
 
 /// @return nothing when the settings do without the keeper

@@ -13,6 +13,7 @@
 #include "ctl/check/Check.h"
 #include "ctl/init/Answers.h"
 #include "ctl/init/FirewallRules.h"
+#include "ctl/init/InterfaceNames.h"
 #include "ctl/init/PairSettings.h"
 #include "ctl/init/Placement.h"
 #include "ctl/init/TunnelFiles.h"
@@ -41,6 +42,7 @@ const fs::path kKeyName = fs::path(keeper::kKeyFile).filename();
 struct InitOptions
 {
 	Answers answers;
+	InterfaceNames interfaces;
 	std::string output = "velarix-pair";
 	std::optional<NodeName> here;
 	bool force = false;
@@ -179,8 +181,35 @@ std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& 
 	return keys.publicKey;
 }
 
+/// Writes the names of this machine's interfaces and says what is left to do.
+void nameInterfaces(const InitOptions& options, const std::vector<NewFile>& links, const Context& context)
+{
+	for (const NewFile& link : links)
+	{
+		std::error_code ignored; // place reports it
+		fs::create_directories(link.path.parent_path(), ignored);
+	}
+	place(links, {.force = options.force, .now = context.now()}, context.out);
+	if (!links.empty())
+	{
+		tellRenaming(options.interfaces, links, context.paths, context.out);
+	}
+}
+
 ExitCode runInit(InitOptions& options, const Context& context)
 {
+	const std::vector<NewFile> links = linkFiles(options.interfaces, context.paths);
+	// The partner's interfaces have other hardware addresses: its operator gives these two options alone.
+	if (!links.empty() && missingOptions(options.answers).size() > questions().size())
+	{
+		nameInterfaces(options, links, context);
+		return ExitCode::fine;
+	}
+	if (!links.empty() && !options.here)
+	{
+		throw Failure(ExitCode::usage, "the interfaces are those of this machine: say which node it is (--this), or "
+		                               "give --service-interface and --communication-interface alone");
+	}
 	completeAnswers(options.answers, context);
 	std::vector<NewFile> files;
 	std::vector<NodeTexts> texts;
@@ -224,6 +253,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 	{
 		context.out << "public key of this node: " << publicKey << '\n';
 	}
+	nameInterfaces(options, links, context);
 	return ExitCode::fine;
 }
 
@@ -280,6 +310,9 @@ void addInit(CLI::App& app, Context& context)
 	    .oneOf(
 	        "--this", nodes, "", [options](const std::string& name) { options->here = nodeOf(name); },
 	        "put the files of this node in place; the other one's go to --output")
+	    .option("--service-interface", options->interfaces.service, "NAME",
+	            "this machine's interface that is to be eth0; alone with the next one: only that")
+	    .option("--communication-interface", options->interfaces.communication, "NAME", "the one that is to be eth1")
 	    .flag("--force", options->force, "replace files that are there, keeping a copy of each")
 	    .run(context, [options, &context] { return runInit(*options, context); });
 }

@@ -208,8 +208,8 @@ int removeAddress(const AddressSettings& /*settings*/)
 
 int setMarker(const AddressSettings& /*settings*/)
 {
-	self().marker = self().ipv6;
-	return self().ipv6 ? 0 : EADDRNOTAVAIL;
+	self().marker = true;
+	return 0;
 }
 
 int removeMarker(const AddressSettings& /*settings*/)

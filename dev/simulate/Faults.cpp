@@ -169,7 +169,6 @@ void removeAddress(World& world, Node& node)
 
 void removeMarker(World& world, Node& node)
 {
-	node.ipv6 = false;
 	node.marker = false;
 	node.bell = true;
 	world.wakeKeeper(node);
@@ -177,7 +176,6 @@ void removeMarker(World& world, Node& node)
 
 void restoreMarker(World& /*world*/, Node& node)
 {
-	node.ipv6 = true;
 	node.marker = node.on;
 }
 

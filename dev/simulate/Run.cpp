@@ -70,7 +70,8 @@ private:
 			leftAddress = leftAddress || left;
 			m_operators = m_operators || left || node.spoiltRan;
 			m_survivable = m_survivable && !m_operators;
-			const bool counts = !plain && node.on && !node.frozen && !node.slow && !node.address;
+			const bool attended = node.role != nullptr || !hasFault("keeper-kill-service");
+			const bool counts = !plain && node.on && !node.frozen && !node.slow && !node.address && attended;
 			const Micros without = m_without.at(node.id).holds(counts && m_world.serves(node), m_world.now());
 			blame("service-with-address", without > kUnaddressed, "a program runs without the address");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
@@ -134,11 +135,16 @@ private:
 		return node.on && !node.frozen && node.address;
 	}
 
+	bool hasFault(const char* name) const
+	{
+		return std::ranges::any_of(m_schedule,
+		                           [name](const Fault& fault) { return std::strcmp(fault.kind->name, name) == 0; });
+	}
+
 	/// A standby on which not all programs run never tries to drop the address.
 	bool leftBehind(const Node& node) const
 	{
-		const bool killed = std::ranges::any_of(m_schedule, [](const Fault& fault)
-		                                        { return std::strcmp(fault.kind->name, "keeper-kill-address") == 0; });
+		const bool killed = hasFault("keeper-kill-address");
 		const bool unattended =
 		    isPlain() ? !m_world.serves(node) : killed && m_world.find(node, keeper::kAddressProgram) == nullptr;
 		return node.role != nullptr && *node.role == MODE_SLAVE && unattended;

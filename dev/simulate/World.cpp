@@ -61,7 +61,7 @@ void World::powerOn(Node& node)
 		return;
 	}
 	node.on = true;
-	node.marker = profile == Profile::keeper && node.ipv6;
+	node.marker = profile == Profile::keeper;
 	++node.announcer;
 	scheduler.at(now() + random.between(kBoot / 3, kBoot), [this, &node, boot = node.announcer]
 	             { node.on&& node.announcer == boot ? startAgent(node) : void(); });

@@ -102,7 +102,6 @@ struct Node
 	bool slow = false; ///< overloaded: everything takes long
 	bool address = false;
 	bool marker = false;
-	bool ipv6 = true;
 	bool crashes = false; ///< its managed program ends soon after each start
 	std::array<Interface, 2> interfaces{};
 	std::array<Spoilt, 3> commands{}; ///< start, stop, kill

@@ -16,27 +16,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-std::vector<fs::path> filesOf(int argc, char** argv)
-{
-	std::vector<fs::path> files;
-	for (int i = 1; i < argc; ++i)
-	{
-		if (fs::is_directory(argv[i]))
-		{
-			for (const fs::directory_entry& entry : fs::directory_iterator(argv[i]))
-			{
-				files.push_back(entry.path());
-			}
-		}
-		else
-		{
-			files.emplace_back(argv[i]);
-		}
-	}
-	std::sort(files.begin(), files.end());
-	return files;
-}
-
 void replay(const fs::path& file)
 {
 	std::ifstream stream(file, std::ios::binary);
@@ -56,7 +35,9 @@ int main(int argc, char** argv)
 {
 	try
 	{
-		const std::vector<fs::path> files = filesOf(argc, argv);
+		const fs::path corpus = argc == 2 ? argv[1] : "";
+		std::vector<fs::path> files{fs::recursive_directory_iterator(corpus), {}};
+		std::sort(files.begin(), files.end());
 		if (files.empty())
 		{
 			std::fprintf(stderr, "replay: no input files\n");

@@ -3,6 +3,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "Configuraion.h"
 
 namespace
 {
@@ -122,6 +129,34 @@ void expect(const char* what, bool holds, std::string_view detail)
 		print("detail", detail);
 		std::abort();
 	}
+}
+
+void captureConsole()
+{
+	std::cout.rdbuf(console().rdbuf());
+	std::cerr.rdbuf(console().rdbuf());
+}
+
+std::ostringstream& console()
+{
+	// Never deleted: the streams are flushed when the program ends.
+	static auto* const pText = new std::ostringstream;
+	return *pText;
+}
+
+std::string memoryFile(const std::string& bytes)
+{
+	const int file = ::memfd_create("fuzz", MFD_CLOEXEC);
+	if (file < 0 || ::write(file, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
+	{
+		throw std::runtime_error("no file in memory");
+	}
+	return "/proc/self/fd/" + std::to_string(file);
+}
+
+void useSettings(const std::string& bytes)
+{
+	Configuraion::pConf = new Configuraion(memoryFile(bytes));
 }
 
 } // namespace fuzz

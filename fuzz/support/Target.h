@@ -1,9 +1,10 @@
 /// What every fuzz target shares: the two entry points, which call prepare() and run(), the
-/// taking apart of the input, and how a finding is reported.
+/// taking apart of the input, how a finding is reported, and the daemon's console and settings.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -45,5 +46,20 @@ void expectEqual(const char* what, std::string_view is, std::string_view expecte
 void expectEqual(const char* what, long long is, long long expected);
 /// Ends the program when `holds` is false.
 void expect(const char* what, bool holds, std::string_view detail = {});
+
+/// From now on standard output and standard error of the daemon's code end in one
+/// text, in the order in which they were written. The fuzzer's own words, which do
+/// not go through the streams, stay where they were.
+void captureConsole();
+
+/// What the daemon has written; the target empties it.
+std::ostringstream& console();
+
+/// @return the path of a new file in memory that holds `text`; it lives as long as
+///         the program
+std::string memoryFile(const std::string& text);
+
+/// The daemon's store of settings is made anew from this text.
+void useSettings(const std::string& text);
 
 } // namespace fuzz

@@ -9,20 +9,6 @@
 namespace velarix::lab
 {
 
-RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed)
-{
-	if (result.problem.empty())
-	{
-		return recordIn<RunRecord>(result.text);
-	}
-	RunRecord record;
-	record.cell = cell;
-	record.run = run;
-	record.seed = seed;
-	record.differences.push_back("the run failed: " + result.problem);
-	return record;
-}
-
 void saveTimeline(const std::string& directory, const std::string& title, const std::string& timeline)
 {
 	if (directory.empty() || timeline.empty())

@@ -21,20 +21,6 @@ struct ReportOptions
 	std::string records{};     ///< file for the JSON, besides; empty: none
 };
 
-struct CampaignOptions : ReportOptions
-{
-	std::filesystem::path installRoot{};
-	int runs = 1; ///< of each cell
-	std::uint64_t seed = 1;
-	int jobs = 4;                    ///< pairs side by side
-	std::vector<std::string> only{}; ///< cells, or groups of them; empty: all
-	std::string timelines{};         ///< directory for the timelines of runs; empty: none
-	bool list = false;               ///< only name the cells
-};
-
-/// @return the record that a run's process handed back, or one that tells why there is none
-RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed);
-
 /// Writes a run's timeline to a file of the directory; does nothing without a directory or a timeline.
 /// @param title names the run; its slashes and blanks become hyphens
 /// @throws LabError when it cannot be written

@@ -21,27 +21,20 @@ inline bool matchesFilter(const std::string& name, const std::string& filter)
 /// @param what  a cell's name in the words of the command
 /// @throws LabError when a filter fits none
 template <typename Cell>
-std::vector<Cell> filtered(const std::vector<Cell>& cells, const std::vector<std::string>& filters,
+std::vector<Cell> filtered(std::vector<Cell> cells, const std::vector<std::string>& filters,
                            const std::string& what = "cell")
 {
 	for (const std::string& filter : filters)
 	{
-		if (std::none_of(cells.begin(), cells.end(),
-		                 [&](const Cell& cell) { return matchesFilter(cell.name, filter); }))
+		if (std::ranges::none_of(cells, [&](const Cell& cell) { return matchesFilter(cell.name, filter); }))
 		{
-			throw LabError(std::string("there is no ").append(what).append(" \"").append(filter) +
-			               "\" (--list names them)");
+			throw LabError("there is no " + what + " \"" + filter + "\" (--list names them)");
 		}
 	}
-	std::vector<Cell> chosen;
-	std::copy_if(cells.begin(), cells.end(), std::back_inserter(chosen),
-	             [&](const Cell& cell)
-	             {
-		             return filters.empty() ||
-		                    std::any_of(filters.begin(), filters.end(),
-		                                [&](const std::string& filter) { return matchesFilter(cell.name, filter); });
-	             });
-	return chosen;
+	const auto isLeftOut = [&](const Cell& cell)
+	{ return std::ranges::none_of(filters, [&](const auto& filter) { return matchesFilter(cell.name, filter); }); };
+	std::erase_if(cells, [&](const Cell& cell) { return !filters.empty() && isLeftOut(cell); });
+	return cells;
 }
 
 } // namespace velarix::lab

@@ -48,10 +48,16 @@ NLOHMANN_JSON_SERIALIZE_ENUM(Profile, {{Profile::keeper, "keeper"}, {Profile::pl
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSettings, interval, receivingTime, waitingTime, profile)
 
 /// @return the record in one line; bytes that are no UTF-8 are replaced
-std::string jsonText(const nlohmann::json& record);
+inline std::string jsonText(const nlohmann::json& record)
+{
+	return record.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
 
 /// @return the report in indented lines, for a file
-std::string jsonFileText(const nlohmann::json& report);
+inline std::string jsonFileText(const nlohmann::json& report)
+{
+	return report.dump(1, '\t', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
 
 /// Reads what jsonText wrote.
 /// @throws LabError when the text is no such record

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "lab/campaigns/Waits.h"
-#include "lab/core/Owners.h"
 
 namespace velarix::lab
 {

@@ -7,7 +7,6 @@
 
 #include "inspect/LogLine.h"
 #include "lab/campaigns/Measure.h"
-#include "lab/core/Owners.h"
 #include "lab/core/Plan.h"
 
 namespace velarix::lab

@@ -1,6 +1,10 @@
-/// How long the matrix waits and what it allows; all of it follows the settings of
-/// the pair.
+/// How long the campaigns wait and what they allow, which follows from the settings of the pair;
+/// and when a run injects, which follows from the seed, the cell and the number of the run.
 #pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
 
 #include "lab/core/Basics.h"
 #include "lab/core/NodeSettings.h"
@@ -24,5 +28,12 @@ struct CampaignTimes
 	/// The longest run is a pair's start, a move and two phases.
 	Millis runLimit() const { return 40 * quiet(); }
 };
+
+/// The name of the cell takes part, so that cells of one seed are not all struck
+/// in the same moment of a pass.
+std::uint64_t seedOfRun(std::uint64_t seed, int run, const std::string& cell);
+
+/// Sleeps a part of `longest`, drawn evenly: a fault comes at any moment of a pass.
+void waitForJitter(std::mt19937_64& random, Millis longest);
 
 } // namespace velarix::lab

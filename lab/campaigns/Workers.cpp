@@ -1,18 +1,18 @@
 #include "lab/campaigns/Workers.h"
 
-#include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
-#include <cstring>
 #include <list>
+#include <sstream>
 
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "lab/campaigns/Json.h"
+#include "lab/core/Files.h"
 
 namespace velarix::lab
 {
@@ -20,55 +20,31 @@ namespace velarix::lab
 namespace
 {
 
-/// A message is its kind, the length of its text and the text, so that a cut one
-/// is known.
-constexpr char partMark = '*';
-constexpr char wellMark = '+';
-constexpr char illMark = '-';
+/// A child says lines of JSON with one of these keys, in a file in memory that outlives it.
+constexpr const char* partKey = "part";
+constexpr const char* wellKey = "text";
+constexpr const char* illKey = "problem";
 
-using Length = std::uint64_t;
-constexpr std::size_t headSize = 1 + sizeof(Length);
-
-/// Readings of one child before the next one is looked at.
-constexpr int turnsEach = 64;
-
-/// @return false when the other end is gone
-bool sendAll(int socket, const std::string& text)
+bool say(int file, const char* key, const std::string& text)
 {
-	for (std::size_t sent = 0; sent < text.size();)
-	{
-		const ssize_t count = ::send(socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-		if (count < 0 && errno != EINTR)
-		{
-			return false;
-		}
-		sent += count > 0 ? static_cast<std::size_t>(count) : 0;
-	}
-	return true;
-}
-
-bool sendMessage(int socket, char kind, const std::string& text)
-{
-	const Length length = text.size();
-	std::string head(headSize, kind);
-	std::memcpy(head.data() + 1, &length, sizeof length);
-	return sendAll(socket, head) && sendAll(socket, text);
+	const std::string line = jsonText({{key, text}}) + "\n";
+	return ::write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size());
 }
 
 /// Leaves without the caller's own clean-up.
-[[noreturn]] void beChild(int socket, pid_t parent, std::size_t index, const WorkInParts& work)
+[[noreturn]] void beChild(int file, pid_t parent, std::size_t index, const Work& work)
 {
 	// A parent that ended before the call would send no signal any more.
 	if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent)
 	{
 		_exit(1);
 	}
-	char kind = illMark;
+	const char* key = illKey;
 	std::string text;
 	try
 	{
-		text = work(index, [socket](const std::string& part) { sendMessage(socket, partMark, part); });
-		kind = wellMark;
+		text = work(index, [file](const std::string& part) { say(file, partKey, part); });
+		key = wellKey;
 	}
 	catch (const std::exception& error)
 	{
@@ -78,23 +54,34 @@ bool sendMessage(int socket, char kind, const std::string& text)
 	{
 		text = "it threw something that is no error";
 	}
-	_exit(sendMessage(socket, kind, text) ? 0 : 1);
+	_exit(say(file, key, text) ? 0 : 1);
 }
 
-/// One process and what it has said so far.
+std::string endingOf(bool late, int status)
+{
+	if (late)
+	{
+		return "it did not end in time";
+	}
+	if (WIFSIGNALED(status))
+	{
+		return "it was killed by signal " + std::to_string(WTERMSIG(status));
+	}
+	return WEXITSTATUS(status) == 0 ? "it ended before it had said everything"
+	                                : "it ended with status " + std::to_string(WEXITSTATUS(status));
+}
+
+/// One process.
 class Child
 {
 public:
-	Child(std::size_t index, Millis deadline, const WorkInParts& work);
+	Child(std::size_t index, Millis deadline, const Work& work);
 	/// Ends it, should it still run.
 	~Child();
 	Child(const Child&) = delete;
 	Child& operator=(const Child&) = delete;
 
-	/// What poll has to watch: new words, and the end.
-	std::array<pollfd, 2> watched() const { return {{{m_socket.get(), POLLIN, 0}, {m_pidFd.get(), POLLIN, 0}}}; }
-	/// Takes in what it has said by now, but not so much that the others would wait.
-	void listen();
+	int pidFd() const { return m_pidFd.get(); }
 	/// @return true when the process has ended by itself
 	bool ended();
 	bool late(Millis now) const { return now > m_deadline; }
@@ -104,32 +91,21 @@ public:
 private:
 	std::size_t m_index;
 	Millis m_deadline;
-	Descriptor m_socket;
+	Descriptor m_said = fileInMemory();
 	Descriptor m_pidFd;
 	pid_t m_pid = -1; ///< -1: its status has been taken
 	int m_status = 0;
-	std::string m_said;
 
 	void kill();
-	/// @return true when there may be more
-	bool hear();
 };
 
-Child::Child(std::size_t index, Millis deadline, const WorkInParts& work) : m_index(index), m_deadline(deadline)
+Child::Child(std::size_t index, Millis deadline, const Work& work) : m_index(index), m_deadline(deadline)
 {
-	int ends[2];
-	if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-	{
-		throwErrno("cannot make a socket pair");
-	}
-	m_socket.reset(ends[0]);
-	const Descriptor theirs(ends[1]);
 	const pid_t parent = ::getpid();
 	m_pid = ::fork();
 	if (m_pid == 0)
 	{
-		m_socket.reset();
-		beChild(theirs.get(), parent, index, work);
+		beChild(m_said.get(), parent, index, work);
 	}
 	if (m_pid < 0)
 	{
@@ -162,29 +138,6 @@ void Child::kill()
 	}
 }
 
-bool Child::hear()
-{
-	if (!m_socket)
-	{
-		return false;
-	}
-	char buffer[16384];
-	const ssize_t count = ::recv(m_socket.get(), buffer, sizeof buffer, MSG_DONTWAIT);
-	m_said.append(buffer, count > 0 ? static_cast<std::size_t>(count) : 0);
-	if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR))
-	{
-		m_socket.reset();
-	}
-	return count > 0 || (count < 0 && errno == EINTR);
-}
-
-void Child::listen()
-{
-	for (int turn = 0; turn < turnsEach && hear(); ++turn)
-	{
-	}
-}
-
 bool Child::ended()
 {
 	if (m_pid > 0 && ::waitpid(m_pid, &m_status, WNOHANG) == m_pid)
@@ -194,62 +147,30 @@ bool Child::ended()
 	return m_pid < 0;
 }
 
-std::string endingOf(bool late, int status)
-{
-	if (late)
-	{
-		return "it did not end in time";
-	}
-	if (WIFSIGNALED(status))
-	{
-		return "it was killed by signal " + std::to_string(WTERMSIG(status));
-	}
-	return WEXITSTATUS(status) == 0 ? "it ended before it had said everything"
-	                                : "it ended with status " + std::to_string(WEXITSTATUS(status));
-}
-
-/// All that was said and arrived whole: parts into `result`.
-/// @return the last word, of the kind wellMark or illMark; of the kind partMark: there is none
-std::pair<char, std::string> heardOut(const std::string& said, WorkerResult& result)
-{
-	Length length = 0;
-	for (std::size_t at = 0; at + headSize <= said.size(); at += headSize + length)
-	{
-		std::memcpy(&length, said.data() + at + 1, sizeof length);
-		if (said.size() - at - headSize < length)
-		{
-			break;
-		}
-		std::string text = said.substr(at + headSize, length);
-		if (said[at] != partMark)
-		{
-			return {said[at], std::move(text)};
-		}
-		result.parts.push_back(std::move(text));
-	}
-	return {partMark, {}};
-}
-
 WorkerResult Child::result()
 {
 	const bool late = !ended();
 	kill();
-	while (hear())
+	WorkerResult result{m_index, {}, endingOf(late, m_status), {}};
+	std::istringstream said(contentOf(m_said));
+	// What a killed process has left of a line is no line.
+	for (std::string line; std::getline(said, line) && !said.eof();)
 	{
-	}
-	WorkerResult result{m_index, {}, {}, {}};
-	const auto [lastKind, last] = heardOut(m_said, result);
-	if (lastKind == wellMark && !late && m_status == 0)
-	{
-		result.text = last;
-	}
-	else if (lastKind == illMark)
-	{
-		result.problem = last.empty() ? "it failed and did not say why" : last;
-	}
-	else
-	{
-		result.problem = endingOf(late, m_status);
+		const nlohmann::json words = nlohmann::json::parse(line);
+		if (words.contains(partKey))
+		{
+			result.parts.push_back(words[partKey]);
+		}
+		else if (words.contains(illKey))
+		{
+			const std::string problem = words[illKey];
+			result.problem = problem.empty() ? "it failed and did not say why" : problem;
+		}
+		else if (!late && m_status == 0)
+		{
+			result.text = words[wellKey];
+			result.problem.clear();
+		}
 	}
 	return result;
 }
@@ -259,15 +180,14 @@ void waitForAny(const std::list<Child>& children)
 	std::vector<pollfd> watched;
 	for (const Child& child : children)
 	{
-		const std::array<pollfd, 2> both = child.watched();
-		watched.insert(watched.end(), both.begin(), both.end());
+		watched.push_back({child.pidFd(), POLLIN, 0});
 	}
 	::poll(watched.data(), watched.size(), 500);
 }
 
 } // namespace
 
-void runInWorkers(std::size_t count, int jobs, Millis limit, const WorkInParts& work,
+void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
                   const std::function<void(const WorkerResult&)>& done)
 {
 	const LabClock clock;
@@ -282,7 +202,6 @@ void runInWorkers(std::size_t count, int jobs, Millis limit, const WorkInParts& 
 		waitForAny(children);
 		for (auto child = children.begin(); child != children.end();)
 		{
-			child->listen();
 			if (!child->ended() && !child->late(clock.now()))
 			{
 				++child;
@@ -293,13 +212,6 @@ void runInWorkers(std::size_t count, int jobs, Millis limit, const WorkInParts& 
 			done(result);
 		}
 	}
-}
-
-void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
-                  const std::function<void(const WorkerResult&)>& done)
-{
-	runInWorkers(
-	    count, jobs, limit, [&work](std::size_t index, const HandOver&) { return work(index); }, done);
 }
 
 } // namespace velarix::lab

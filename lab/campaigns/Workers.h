@@ -24,8 +24,7 @@ struct WorkerResult
 /// Hands a text to the caller while the work goes on.
 using HandOver = std::function<void(const std::string& part)>;
 
-using Work = std::function<std::string(std::size_t index)>;
-using WorkInParts = std::function<std::string(std::size_t index, const HandOver& handOver)>;
+using Work = std::function<std::string(std::size_t index, const HandOver& handOver)>;
 
 /// Runs `count` pieces of work, at most `jobs` at a time, in their order. The
 /// caller must have no other thread. Children end with it.
@@ -33,10 +32,6 @@ using WorkInParts = std::function<std::string(std::size_t index, const HandOver&
 /// @param done   runs in the caller, as soon as a piece has ended
 /// @param limit  for one piece; one that takes longer is killed
 /// @throws LabError when no process can be made; the pieces under way are ended
-void runInWorkers(std::size_t count, int jobs, Millis limit, const WorkInParts& work,
-                  const std::function<void(const WorkerResult&)>& done);
-
-/// The same for work that hands nothing over.
 void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
                   const std::function<void(const WorkerResult&)>& done);
 

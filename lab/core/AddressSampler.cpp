@@ -7,7 +7,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
-#include "lab/core/Owners.h"
 #include "lab/core/Plan.h"
 #include "lab/core/Samplers.h"
 

@@ -6,12 +6,10 @@
 #include <fstream>
 #include <optional>
 
-#include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "lab/core/Command.h"
+#include "lab/core/Files.h"
 #include "lab/core/Wait.h"
 
 namespace velarix::lab
@@ -20,7 +18,7 @@ namespace velarix::lab
 namespace
 {
 
-constexpr off_t lastWordsSize = 500;
+constexpr std::size_t lastWordsSize = 500;
 
 constexpr Millis endLimit{5000};
 
@@ -52,19 +50,6 @@ pid_t groupOf(pid_t child)
 	return leads() ? leader : -1;
 }
 
-std::string lastWordsOf(int words)
-{
-	struct stat found
-	{
-	};
-	::fstat(words, &found);
-	std::string text(static_cast<std::size_t>(std::min(found.st_size, lastWordsSize)), ' ');
-	const off_t from = found.st_size - static_cast<off_t>(text.size());
-	const ssize_t count = ::pread(words, text.data(), text.size(), from);
-	text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-	return text;
-}
-
 } // namespace
 
 BackgroundJobs::~BackgroundJobs()
@@ -82,11 +67,7 @@ void BackgroundJobs::start(const Host& host, const std::string& name, const std:
 		throw LabError("this is done already: " + name);
 	}
 	Job job;
-	job.words.reset(::memfd_create("lab-job", MFD_CLOEXEC));
-	if (!job.words)
-	{
-		throwErrno("cannot keep what a program says");
-	}
+	job.words = fileInMemory();
 	SpawnPlan plan;
 	plan.argv = argv;
 	plan.inside = host.inside();
@@ -109,8 +90,9 @@ void BackgroundJobs::end(const std::string& name)
 	const std::optional<int> status = waitForChild(job.child, Millis(0));
 	if (status)
 	{
+		const std::string words = contentOf(job.words);
 		throw LabError("this had ended by itself with status " + std::to_string(*status) + ": " + name + ": " +
-		               lastWordsOf(job.words.get()));
+		               words.substr(words.size() - std::min(words.size(), lastWordsSize)));
 	}
 	// The number of a group is not given away while one of it is left.
 	const auto gone = [&] { return job.group <= 0 || ::kill(-job.group, SIGKILL) != 0; };

@@ -48,6 +48,31 @@ constexpr bool isNode(HostId host)
 	return host == HostId::a || host == HostId::b;
 }
 
+// Sets of nodes as the timeline and the records write them: "none", "a", "b", "a+b". Owners of
+// the virtual address are the usual case.
+
+/// @return the text for the set of those that are true
+inline std::string ownersText(bool a, bool b)
+{
+	if (a && b)
+	{
+		return "a+b";
+	}
+	return a ? "a" : (b ? "b" : "none");
+}
+
+/// @return true when the node is one of them
+inline bool holds(std::string_view owners, HostId node)
+{
+	return owners == nameOf(node) || owners == "a+b";
+}
+
+/// @return true for "a" and "b"
+inline bool isSingle(std::string_view owners)
+{
+	return owners == "a" || owners == "b";
+}
+
 /// @return "12.345 s"
 std::string secondsText(Millis time);
 

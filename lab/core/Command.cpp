@@ -11,10 +11,11 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "lab/core/Files.h"
 
 namespace velarix::lab
 {
@@ -87,10 +88,7 @@ void placeStreams(const SpawnPlan& plan)
 
 [[noreturn]] void becomeProgram(const Prepared& prepared)
 {
-	if (!prepared.plan.outlivesCaller)
-	{
-		::prctl(PR_SET_PDEATHSIG, SIGKILL);
-	}
+	::prctl(PR_SET_PDEATHSIG, SIGKILL);
 	if (!prepared.plan.terminal)
 	{
 		::setsid();
@@ -140,58 +138,6 @@ void placeStreams(const SpawnPlan& plan)
 	_exit(inner > 0 ? exitStatusOf(status) : 126);
 }
 
-/// A socket pair, since writing to a socket can be had without SIGPIPE.
-struct Channel
-{
-	Descriptor read;
-	Descriptor write;
-};
-
-Channel makeChannel()
-{
-	int ends[2];
-	if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
-	{
-		throwErrno("cannot make a socket pair");
-	}
-	return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-/// Moves input and output until the output is closed or the limit passes.
-void exchange(const Command& command, Channel& input, Channel& output, std::string& collected, const LabClock& clock)
-{
-	std::size_t written = 0;
-	if (command.input.empty())
-	{
-		input.write.reset();
-	}
-	while (clock.now() < command.limit)
-	{
-		pollfd watched[2] = {{output.read.get(), POLLIN, 0}, {input.write.get(), POLLOUT, 0}};
-		if (::poll(watched, input.write ? 2 : 1, 50) <= 0)
-		{
-			continue;
-		}
-		if (input.write && watched[1].revents != 0)
-		{
-			const ssize_t count =
-			    ::send(input.write.get(), command.input.data() + written, command.input.size() - written, MSG_NOSIGNAL);
-			written += count > 0 ? static_cast<std::size_t>(count) : 0;
-			if (count < 0 || written == command.input.size())
-			{
-				input.write.reset();
-			}
-		}
-		char buffer[4096];
-		const ssize_t count = watched[0].revents != 0 ? ::read(output.read.get(), buffer, sizeof buffer) : -1;
-		if (count == 0)
-		{
-			return;
-		}
-		collected.append(buffer, count > 0 ? static_cast<std::size_t>(count) : 0);
-	}
-}
-
 } // namespace
 
 pid_t spawn(const SpawnPlan& plan)
@@ -225,17 +171,11 @@ std::optional<int> waitForChild(pid_t child, Millis limit)
 
 CommandResult run(const Command& command)
 {
-	const LabClock clock;
-	Channel input = makeChannel();
-	Channel output = makeChannel();
-	const pid_t child = spawn({command.argv, command.inside, input.read.get(), output.write.get(), output.write.get()});
-	input.read.reset();
-	output.write.reset();
-
+	const Descriptor input = fileInMemory(command.input);
+	const Descriptor output = fileInMemory();
+	const pid_t child = spawn({command.argv, command.inside, input.get(), output.get(), output.get()});
 	CommandResult result;
-	exchange(command, input, output, result.output, clock);
-	const Millis left = std::max(command.limit - clock.now(), Millis(1));
-	std::optional<int> status = waitForChild(child, left);
+	std::optional<int> status = waitForChild(child, command.limit);
 	if (!status)
 	{
 		result.timedOut = true;
@@ -243,6 +183,7 @@ CommandResult run(const Command& command)
 		status = waitForChild(child, Millis(10000));
 	}
 	result.status = status.value_or(-1);
+	result.output = contentOf(output);
 	return result;
 }
 

@@ -27,11 +27,10 @@ struct SpawnPlan
 {
 	std::vector<std::string> argv;
 	Inside inside{};
-	int input = -1;              ///< descriptor for standard input, -1: /dev/null
-	int output = -1;             ///< descriptor for standard output, -1: /dev/null
-	int error = -1;              ///< descriptor for standard error, -1: /dev/null
-	bool terminal = false;       ///< stays in the caller's session
-	bool outlivesCaller = false; ///< goes on when the calling thread ends
+	int input = -1;        ///< descriptor for standard input, -1: /dev/null
+	int output = -1;       ///< descriptor for standard output, -1: /dev/null
+	int error = -1;        ///< descriptor for standard error, -1: /dev/null
+	bool terminal = false; ///< stays in the caller's session
 };
 
 /// Starts a program.

@@ -81,12 +81,37 @@ template <SetCommand command> void commandWhole(Lab& lab, HostId node)
 	requireWhole(lab.node(node), command);
 }
 
+/// What attackers send, for printf. Nothing, too little, another prefix, binary, longer than one read.
+constexpr const char* garbage = "'' '/process/' '/other/1/1/20260101000000/1/' '\\000\\377\\001\\n' "
+                                "'/process/1/1' '%0300d'";
+constexpr const char* mastersHeartbeat = "'/process/1/1/20260101000000/0/'";
+constexpr const char* ask = "'/process/0/2/20260101000000/1/'";
+
+template <FaultKind kind, const char* const& messages> void attack(Lab& lab, HostId node)
+{
+	sendMessages(lab, {kind, node}, messages);
+}
+
+template <FaultKind kind> void endAttack(Lab& lab, HostId node)
+{
+	endMessages(lab, {kind, node});
+}
+
+template <const char* const& program, void (*act)(Lab&, HostId, const char*)> void keeperOf(Lab& lab, HostId node)
+{
+	act(lab, node, program);
+}
+
 /// All faults, in the order of the enumerators.
 constexpr std::array<FaultInfo, 48> faults{{
-    {FaultKind::powerOff, "power-off", true, "host powered off", "host powered on", powerOff, powerOn, nodeOn},
+    {FaultKind::powerOff, "power-off", true, "host powered off", "host powered on",
+     [](Lab& lab, HostId node) { lab.powerOff(node); }, [](Lab& lab, HostId node) { lab.powerOn(node); }, nodeOn},
     {FaultKind::reboot, "reboot", true, "host rebooted", nullptr, reboot, nullptr, nodeOn},
-    {FaultKind::agentKilled, "agent-kill", true, "agent killed", "agent started", killAgent, startAgent, agentRuns},
-    {FaultKind::agentFrozen, "agent-freeze", true, "agent frozen", "agent thawed", freezeAgent, thawAgent,
+    {FaultKind::agentKilled, "agent-kill", true, "agent killed", "agent started",
+     [](Lab& lab, HostId node) { lab.killAgent(node); }, [](Lab& lab, HostId node) { lab.startAgent(node); },
+     agentRuns},
+    {FaultKind::agentFrozen, "agent-freeze", true, "agent frozen", "agent thawed",
+     [](Lab& lab, HostId node) { lab.freezeAgent(node); }, [](Lab& lab, HostId node) { lab.thawAgent(node); },
      agentNotFrozen},
     {FaultKind::programKilled, "program-kill", true, "managed program killed", nullptr, killProgram, nullptr,
      programRuns},
@@ -99,7 +124,8 @@ constexpr std::array<FaultInfo, 48> faults{{
     {FaultKind::communicationCut, "communication-cut", false, "communication network cut between the nodes",
      "communication network joined", setCut<true, communicationInterfaces>, setCut<false, communicationInterfaces>},
     {FaultKind::gatewayGone, "gateway", false, "gateway gone", "gateway back", setGateway<false>, setGateway<true>},
-    {FaultKind::agentTerminated, "agent-term", true, "agent terminated", "agent started", terminateAgent, startAgent,
+    {FaultKind::agentTerminated, "agent-term", true, "agent terminated", "agent started",
+     [](Lab& lab, HostId node) { lab.killAgent(node, SIGTERM); }, [](Lab& lab, HostId node) { lab.startAgent(node); },
      agentRuns},
     {FaultKind::programCrashes, "program-crash", true, "managed program crashes again and again",
      "managed program is well", crashProgram, endCrashing, noCrashing},
@@ -126,20 +152,22 @@ constexpr std::array<FaultInfo, 48> faults{{
      removeRunInfo, restoreRunInfo, runInfoThere},
     {FaultKind::runInfoReadOnly, "run-info-read-only", true, "run-info record read-only", "run-info record writable",
      protectRunInfo, freeRunInfo, runInfoWritable},
-    {FaultKind::diskFull, "disk-full", true, "disk full", "disk has room", fillDisk, freeDisk},
+    {FaultKind::diskFull, "disk-full", true, "disk full", "disk has room", fillDisk,
+     [](Lab& lab, HostId node) { lab.node(node).setDiskFull(false); }},
     {FaultKind::clockAhead, "clock-ahead", true, "agent's clock two hours ahead", "agent's clock set right",
-     stepClock<2>, stepClock<0>, clockSteppable, wantClockShim},
+     stepClock<2>, stepClock<0>, clockSteppable, [](LabOptions& options) { options.clockShim = true; }},
     {FaultKind::clockBehind, "clock-behind", true, "agent's clock two hours behind", "agent's clock set right",
-     stepClock<-2>, stepClock<0>, clockSteppable, wantClockShim},
+     stepClock<-2>, stepClock<0>, clockSteppable, [](LabOptions& options) { options.clockShim = true; }},
     {FaultKind::coldStart, "cold-start", false, "both hosts off, and on at once", nullptr, coldStart, nullptr},
     {FaultKind::coldStartAlone, "cold-start-alone", true, "both hosts off, only this one on", "the other host on, too",
-     coldStartAlone, powerOnOther},
-    {FaultKind::heartbeatGarbage, "garbage", true, "an attacker sends garbage", "the attacker is silent", sendGarbage,
-     endGarbage},
+     coldStartAlone, [](Lab& lab, HostId node) { lab.powerOn(otherNode(node)); }},
+    {FaultKind::heartbeatGarbage, "garbage", true, "an attacker sends garbage", "the attacker is silent",
+     attack<FaultKind::heartbeatGarbage, garbage>, endAttack<FaultKind::heartbeatGarbage>},
     {FaultKind::heartbeatReplay, "replay-master", true, "an attacker replays a master's heartbeat",
-     "the attacker is silent", replayMaster, endReplayMaster},
-    {FaultKind::askReplay, "replay-ask", true, "an attacker replays an ask", "the attacker is silent", replayAsk,
-     endReplayAsk},
+     "the attacker is silent", attack<FaultKind::heartbeatReplay, mastersHeartbeat>,
+     endAttack<FaultKind::heartbeatReplay>},
+    {FaultKind::askReplay, "replay-ask", true, "an attacker replays an ask", "the attacker is silent",
+     attack<FaultKind::askReplay, ask>, endAttack<FaultKind::askReplay>},
     {FaultKind::serviceLoss10, "service-loss-10", true, "service interface: 10 % lost", wireWell,
      lose<serviceInterfaces, 10>, repairWire<serviceInterfaces>},
     {FaultKind::serviceLoss30, "service-loss-30", true, "service interface: 30 % lost", wireWell,
@@ -158,12 +186,15 @@ constexpr std::array<FaultInfo, 48> faults{{
      delay<communicationInterfaces>, repairWire<communicationInterfaces>},
     {FaultKind::communicationDeaf, "deaf", true, "does not get what the other node sends", wireWell, makeDeaf,
      repairWire<communicationInterfaces>},
-    {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell, makeMute,
+    {FaultKind::communicationMute, "mute", true, "the other node does not get what it sends", wireWell,
+     [](Lab& lab, HostId node) { makeDeaf(lab, otherNode(node)); },
      [](Lab& lab, HostId node) { repairWire<communicationInterfaces>(lab, otherNode(node)); }},
-    {FaultKind::hostFrozen, "host-freeze", true, "host stands still", "host goes on", freezeHost, thawHost,
+    {FaultKind::hostFrozen, "host-freeze", true, "host stands still", "host goes on",
+     [](Lab& lab, HostId node) { lab.freezeHost(node); }, [](Lab& lab, HostId node) { lab.thawHost(node); },
      hostNotFrozen},
-    {FaultKind::programHangs, "program-hang", true, "managed program hangs", "managed program goes on", hangProgram,
-     wakeProgram, programRuns},
+    {FaultKind::programHangs, "program-hang", true, "managed program hangs", "managed program goes on",
+     [](Lab& lab, HostId node) { lab.node(node).signalAll(plan::serviceProgramName, SIGSTOP); },
+     [](Lab& lab, HostId node) { lab.node(node).signalAll(plan::serviceProgramName, SIGCONT); }, programRuns},
     {FaultKind::serviceCut, "service-cut", false, "service network cut between the nodes", "service network joined",
      setCut<true, serviceInterfaces>, setCut<false, serviceInterfaces>},
     {FaultKind::bothCut, "both-cut", false, "both networks cut between the nodes", "both networks joined",
@@ -172,10 +203,10 @@ constexpr std::array<FaultInfo, 48> faults{{
     {FaultKind::rogueAddress, "rogue-address", false, "a third host raises the virtual address",
      "the third host drops the address", raiseRogue, dropRogue},
     {FaultKind::addressKeeperKilled, "keeper-kill-address", true, "the keeper of the address killed", nullptr,
-     killAddressKeeper, nullptr, addressKeeperRuns},
+     keeperOf<plan::addressKeeper, killKeeper>, nullptr, keeperOf<plan::addressKeeper, keeperRuns>},
     {FaultKind::serviceKeeperKilled, "keeper-kill-service", true, "the keeper of the service killed", nullptr,
-     killServiceKeeper, nullptr, serviceKeeperRuns},
-    {FaultKind::markerMissing, "marker-missing", true, "IPv6 switched off on lo: no marker", "IPv6 and marker are back",
+     keeperOf<plan::serviceKeeper, killKeeper>, nullptr, keeperOf<plan::serviceKeeper, keeperRuns>},
+    {FaultKind::markerMissing, "marker-missing", true, "the keeper's marker removed", "the marker is back",
      removeMarker, restoreMarker, hasKeeper},
 }};
 

@@ -7,7 +7,6 @@
 #include <sys/statvfs.h>
 
 #include "lab/core/Lab.h"
-#include "lab/core/Owners.h"
 
 namespace velarix::lab::action
 {
@@ -141,16 +140,6 @@ void hasKeeper(Lab& lab, HostId node)
 	}
 }
 
-void powerOff(Lab& lab, HostId node)
-{
-	lab.powerOff(node);
-}
-
-void powerOn(Lab& lab, HostId node)
-{
-	lab.powerOn(node);
-}
-
 void reboot(Lab& lab, HostId node)
 {
 	lab.powerOff(node);
@@ -171,61 +160,6 @@ void coldStartAlone(Lab& lab, HostId node)
 {
 	bothOff(lab);
 	lab.powerOn(node);
-}
-
-void powerOnOther(Lab& lab, HostId node)
-{
-	lab.powerOn(otherNode(node));
-}
-
-void killAgent(Lab& lab, HostId node)
-{
-	lab.killAgent(node);
-}
-
-void terminateAgent(Lab& lab, HostId node)
-{
-	lab.killAgent(node, SIGTERM);
-}
-
-void startAgent(Lab& lab, HostId node)
-{
-	lab.startAgent(node);
-}
-
-void freezeAgent(Lab& lab, HostId node)
-{
-	lab.freezeAgent(node);
-}
-
-void thawAgent(Lab& lab, HostId node)
-{
-	lab.thawAgent(node);
-}
-
-void wantClockShim(LabOptions& options)
-{
-	options.clockShim = true;
-}
-
-void freezeHost(Lab& lab, HostId node)
-{
-	lab.freezeHost(node);
-}
-
-void thawHost(Lab& lab, HostId node)
-{
-	lab.thawHost(node);
-}
-
-void hangProgram(Lab& lab, HostId node)
-{
-	lab.node(node).signalAll(plan::serviceProgramName, SIGSTOP);
-}
-
-void wakeProgram(Lab& lab, HostId node)
-{
-	lab.node(node).signalAll(plan::serviceProgramName, SIGCONT);
 }
 
 void killProgram(Lab& lab, HostId node)
@@ -262,11 +196,6 @@ void makeDeaf(Lab& lab, HostId node)
 	impairment.direction = Direction::toHost;
 	impairment.peer = otherNode(node);
 	lab.wiring().impair(node, Network::communication, impairment);
-}
-
-void makeMute(Lab& lab, HostId node)
-{
-	makeDeaf(lab, otherNode(node));
 }
 
 void removeAddress(Lab& lab, HostId node)
@@ -340,11 +269,6 @@ void fillDisk(Lab& lab, HostId node)
 		lab.node(node).setDiskFull(false);
 		throw LabError("the log of " + nodeText(node) + " goes on, though its disk is full");
 	}
-}
-
-void freeDisk(Lab& lab, HostId node)
-{
-	lab.node(node).setDiskFull(false);
 }
 
 } // namespace velarix::lab::action

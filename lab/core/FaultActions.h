@@ -4,16 +4,10 @@
 /// What a fault needs has been looked at when its action begins.
 #pragma once
 
-#include "lab/core/Basics.h"
 #include "lab/core/CommandHooks.h"
+#include "lab/core/Fault.h"
 
-namespace velarix::lab
-{
-
-class Lab;
-struct LabOptions;
-
-namespace action
+namespace velarix::lab::action
 {
 
 // What a fault needs: each throws LabError when it is not so.
@@ -30,29 +24,15 @@ void addressHeld(Lab& lab, HostId node);
 void runInfoThere(Lab& lab, HostId node);
 void runInfoWritable(Lab& lab, HostId node);
 void hasKeeper(Lab& lab, HostId node);
-void addressKeeperRuns(Lab& lab, HostId node);
-void serviceKeeperRuns(Lab& lab, HostId node);
 
 // The server.
-void powerOff(Lab& lab, HostId node);
-void powerOn(Lab& lab, HostId node);
 void reboot(Lab& lab, HostId node);
 /// Both are off, also one that was so before; then both come up together.
 void coldStart(Lab& lab, HostId node);
 /// Both are off, likewise; then only this one comes up.
 void coldStartAlone(Lab& lab, HostId node);
-void powerOnOther(Lab& lab, HostId node);
-/// Every process stands still and no packet gets in or out, as with a paused virtual machine.
-void freezeHost(Lab& lab, HostId node);
-void thawHost(Lab& lab, HostId node);
 
 // The agent.
-void killAgent(Lab& lab, HostId node);
-void terminateAgent(Lab& lab, HostId node);
-void startAgent(Lab& lab, HostId node);
-void freezeAgent(Lab& lab, HostId node);
-void thawAgent(Lab& lab, HostId node);
-void wantClockShim(LabOptions& options);
 
 // The managed program.
 void killProgram(Lab& lab, HostId node);
@@ -63,9 +43,6 @@ void endCrashingEverywhere(Lab& lab, HostId node);
 /// Ended, but its entry in the process table stays.
 void makeZombie(Lab& lab, HostId node);
 void reapZombie(Lab& lab, HostId node);
-void hangProgram(Lab& lab, HostId node);
-/// Does nothing where the one that hung has been ended.
-void wakeProgram(Lab& lab, HostId node);
 
 // The wires.
 /// The gateway answers everybody but this node.
@@ -73,8 +50,6 @@ void loseGateway(Lab& lab, HostId node);
 void findGateway(Lab& lab, HostId node);
 /// The node does not get what the other one sends.
 void makeDeaf(Lab& lab, HostId node);
-/// The other node does not get what this one sends.
-void makeMute(Lab& lab, HostId node);
 
 // Addresses, commands, files.
 void removeAddress(Lab& lab, HostId node);
@@ -85,11 +60,11 @@ void protectRunInfo(Lab& lab, HostId node);
 void freeRunInfo(Lab& lab, HostId node);
 /// Returns when the log has come to its end, too: its last page has room left.
 void fillDisk(Lab& lab, HostId node);
-void freeDisk(Lab& lab, HostId node);
 
-// The keeper.
-void killAddressKeeper(Lab& lab, HostId node);
-void killServiceKeeper(Lab& lab, HostId node);
+// The keeper: its processes of that name.
+void keeperRuns(Lab& lab, HostId node, const char* program);
+/// Both at once: the one that the agent counts, and its child that works.
+void killKeeper(Lab& lab, HostId node, const char* program);
 void removeMarker(Lab& lab, HostId node);
 void restoreMarker(Lab& lab, HostId node);
 /// A third host on the service network announces the address once, and answers for it.
@@ -97,13 +72,9 @@ void raiseRogue(Lab& lab, HostId node);
 void dropRogue(Lab& lab, HostId node);
 
 // An attacker on the communication network.
-void sendGarbage(Lab& lab, HostId node);
-void endGarbage(Lab& lab, HostId node);
-void replayMaster(Lab& lab, HostId node);
-void endReplayMaster(Lab& lab, HostId node);
-void replayAsk(Lab& lab, HostId node);
-void endReplayAsk(Lab& lab, HostId node);
+/// @param messages  for a shell: one connection after the other, each with the next of them, as
+///                  printf knows them
+void sendMessages(Lab& lab, const Fault& fault, const char* messages);
+void endMessages(Lab& lab, const Fault& fault);
 
-} // namespace action
-
-} // namespace velarix::lab
+} // namespace velarix::lab::action

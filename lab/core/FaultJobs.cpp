@@ -17,28 +17,6 @@ std::string crashJob(HostId node)
 	return "crash the managed program of " + nodeText(node);
 }
 
-void startCrashing(Lab& lab, HostId node)
-{
-	const std::string loop = std::string("while :; do killall -q -9 ") + plan::serviceProgramName + "; sleep 0.1; done";
-	lab.jobs().start(lab.node(node).host(), crashJob(node), {"sh", "-c", loop});
-}
-
-/// The attacker is the gateway: it is on the communication network and no node.
-std::string connectionTo(HostId node)
-{
-	return std::string("/dev/tcp/") + plan::addressOf(node, Network::communication) + "/" +
-	       std::to_string(plan::heartbeatPort);
-}
-
-/// One connection after the other, each with the next of `messages`, as printf
-/// knows them. A node that refuses one gets the next one.
-std::vector<std::string> attackerCommand(HostId node, const std::string& messages)
-{
-	return {"bash", "-c",
-	        "while :; do for text in " + messages + "; do printf \"$text\" >" + connectionTo(node) +
-	            "; sleep 0.5 || exit; done; done"};
-}
-
 std::string zombieJob(HostId node)
 {
 	return "keep a zombie on " + nodeText(node);
@@ -52,22 +30,13 @@ bool zombieOn(const Host& host)
 	                   { return entry.name == plan::serviceProgramName && entry.state == 'Z'; });
 }
 
-std::string garbageJob(HostId node)
-{
-	return "send garbage to " + nodeText(node);
-}
-
-std::string replayJob(HostId node)
-{
-	return "replay a master's heartbeat to " + nodeText(node);
-}
-
-std::string askJob(HostId node)
-{
-	return "replay an ask to " + nodeText(node);
-}
-
 } // namespace
+
+void crashProgram(Lab& lab, HostId node)
+{
+	const std::string loop = std::string("while :; do killall -q -9 ") + plan::serviceProgramName + "; sleep 0.1; done";
+	lab.jobs().start(lab.node(node).host(), crashJob(node), {"sh", "-c", loop});
+}
 
 void programNoZombie(Lab& lab, HostId node)
 {
@@ -95,11 +64,6 @@ void noCrashingAnywhere(Lab& lab, HostId /*node*/)
 	}
 }
 
-void crashProgram(Lab& lab, HostId node)
-{
-	startCrashing(lab, node);
-}
-
 void endCrashing(Lab& lab, HostId node)
 {
 	lab.jobs().end(crashJob(node));
@@ -109,7 +73,7 @@ void crashEverywhere(Lab& lab, HostId /*node*/)
 {
 	for (const HostId node : nodes)
 	{
-		startCrashing(lab, node);
+		crashProgram(lab, node);
 	}
 }
 
@@ -153,39 +117,20 @@ void reapZombie(Lab& lab, HostId node)
 	lab.jobs().end(zombieJob(node));
 }
 
-void sendGarbage(Lab& lab, HostId node)
+/// The attacker is the gateway: it is on the communication network and no node. A node that
+/// refuses one message gets the next one.
+void sendMessages(Lab& lab, const Fault& fault, const char* messages)
 {
-	// Nothing, too little, another prefix, binary, longer than one read.
-	const std::string messages = "'' '/process/' '/other/1/1/20260101000000/1/' '\\000\\377\\001\\n' "
-	                             "'/process/1/1' '%0300d'";
-	lab.jobs().start(lab.host(HostId::gateway), garbageJob(node), attackerCommand(node, messages));
+	const std::string target = std::string("/dev/tcp/") + plan::addressOf(fault.node, Network::communication) + "/" +
+	                           std::to_string(plan::heartbeatPort);
+	const std::string loop = std::string("while :; do for text in ") + messages + "; do printf \"$text\" >" + target +
+	                         "; sleep 0.5 || exit; done; done";
+	lab.jobs().start(lab.host(HostId::gateway), toName(fault), {"bash", "-c", loop});
 }
 
-void endGarbage(Lab& lab, HostId node)
+void endMessages(Lab& lab, const Fault& fault)
 {
-	lab.jobs().end(garbageJob(node));
-}
-
-void replayMaster(Lab& lab, HostId node)
-{
-	lab.jobs().start(lab.host(HostId::gateway), replayJob(node),
-	                 attackerCommand(node, "'/process/1/1/20260101000000/0/'"));
-}
-
-void endReplayMaster(Lab& lab, HostId node)
-{
-	lab.jobs().end(replayJob(node));
-}
-
-void replayAsk(Lab& lab, HostId node)
-{
-	lab.jobs().start(lab.host(HostId::gateway), askJob(node),
-	                 attackerCommand(node, "'/process/0/2/20260101000000/1/'"));
-}
-
-void endReplayAsk(Lab& lab, HostId node)
-{
-	lab.jobs().end(askJob(node));
+	lab.jobs().end(toName(fault));
 }
 
 } // namespace velarix::lab::action

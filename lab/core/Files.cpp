@@ -6,7 +6,8 @@
 #include <sstream>
 #include <system_error>
 
-#include "lab/core/Basics.h"
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace velarix::lab
 {
@@ -55,6 +56,21 @@ std::string contentOf(const std::filesystem::path& path)
 		fail("read", path);
 	}
 	return *content;
+}
+
+Descriptor fileInMemory(const std::string& text)
+{
+	Descriptor made(::memfd_create("lab", MFD_CLOEXEC));
+	if (!made || ::pwrite(made.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+	{
+		throwErrno("cannot make a file in memory");
+	}
+	return made;
+}
+
+std::string contentOf(const Descriptor& file)
+{
+	return contentOf(std::filesystem::path("/proc/self/fd/" + std::to_string(file.get())));
 }
 
 long timesIn(const std::filesystem::path& path, const std::string& text)

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <string>
 
+#include "lab/core/Basics.h"
+
 namespace velarix::lab
 {
 
@@ -19,6 +21,12 @@ std::string contentOf(const std::filesystem::path& path);
 ///         there is no such file
 /// @throws LabError when it is there and cannot be read
 long timesIn(const std::filesystem::path& path, const std::string& text);
+
+/// @return a file without a name that holds the text, to be read from its beginning; it ends
+///         with the last descriptor
+Descriptor fileInMemory(const std::string& text = {});
+/// @return all that such a file holds, whoever has written it
+std::string contentOf(const Descriptor& file);
 
 /// Replaces what the file holds, or makes it.
 /// @throws LabError when that fails, a full disk included

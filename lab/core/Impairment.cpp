@@ -49,13 +49,6 @@ bool holds(std::span<const std::uint8_t> frame, std::size_t at, const std::array
 	return frame.size() >= at + size && std::equal(wanted.begin(), wanted.end(), frame.begin() + static_cast<long>(at));
 }
 
-std::string percentText(double percent)
-{
-	char text[32];
-	std::snprintf(text, sizeof text, "%g %% loss", percent);
-	return text;
-}
-
 } // namespace
 
 std::optional<std::string> problemOf(const Impairment& impairment)
@@ -73,28 +66,6 @@ std::optional<std::string> problemOf(const Impairment& impairment)
 		return "a jitter has to be between 0 and the delay";
 	}
 	return std::nullopt;
-}
-
-std::string toText(const Impairment& impairment)
-{
-	std::string text = percentText(impairment.lossPercent);
-	if (impairment.delay > Millis(0))
-	{
-		text += ", " + std::to_string(impairment.delay.count()) + " ms delay";
-	}
-	if (impairment.jitter > Millis(0))
-	{
-		text += ", " + std::to_string(impairment.jitter.count()) + " ms jitter";
-	}
-	if (impairment.direction != Direction::both)
-	{
-		text += impairment.direction == Direction::fromHost ? ", from the host" : ", to the host";
-	}
-	if (impairment.peer)
-	{
-		text += std::string(", with ") + nameOf(*impairment.peer) + " only";
-	}
-	return text;
 }
 
 bool comesFrom(std::span<const std::uint8_t> frame, const InterfaceAddress& interface)

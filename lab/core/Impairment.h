@@ -48,9 +48,6 @@ struct Impairment
 ///         when it is sound
 std::optional<std::string> problemOf(const Impairment& impairment);
 
-/// "30 % loss, 200 ms delay, 50 ms jitter, from the host, with b only"
-std::string toText(const Impairment& impairment);
-
 /// How a frame tells who sent it and whom it is for.
 struct InterfaceAddress
 {

@@ -12,9 +12,14 @@ namespace velarix::lab::action
 namespace
 {
 
-constexpr const char* ipv6OnLoopback = "/proc/sys/net/ipv6/conf/lo/disable_ipv6";
+void shellOn(const Host& host, const std::string& line)
+{
+	runOrThrow({{"sh", "-c", line}, {}, host.inside()});
+}
 
-void runsOn(Lab& lab, HostId node, const char* program)
+} // namespace
+
+void keeperRuns(Lab& lab, HostId node, const char* program)
 {
 	if (processesNamed(lab.node(node).host().pid(), program).empty())
 	{
@@ -22,8 +27,7 @@ void runsOn(Lab& lab, HostId node, const char* program)
 	}
 }
 
-/// Both of its processes at once: the one that the agent counts, and its child that works.
-void killBoth(Lab& lab, HostId node, const char* program)
+void killKeeper(Lab& lab, HostId node, const char* program)
 {
 	const pid_t init = lab.node(node).host().pid();
 	std::vector<pid_t> doomed;
@@ -48,41 +52,14 @@ void killBoth(Lab& lab, HostId node, const char* program)
 	}
 }
 
-void shellOn(const Host& host, const std::string& line)
-{
-	runOrThrow({{"sh", "-c", line}, {}, host.inside()});
-}
-
-} // namespace
-
-void addressKeeperRuns(Lab& lab, HostId node)
-{
-	runsOn(lab, node, plan::addressKeeper);
-}
-
-void serviceKeeperRuns(Lab& lab, HostId node)
-{
-	runsOn(lab, node, plan::serviceKeeper);
-}
-
-void killAddressKeeper(Lab& lab, HostId node)
-{
-	killBoth(lab, node, plan::addressKeeper);
-}
-
-void killServiceKeeper(Lab& lab, HostId node)
-{
-	killBoth(lab, node, plan::serviceKeeper);
-}
-
 void removeMarker(Lab& lab, HostId node)
 {
-	shellOn(lab.host(node), std::string("echo 1 > ") + ipv6OnLoopback);
+	shellOn(lab.host(node), std::string("exec ") + plan::keeperProgram + " unmark");
 }
 
 void restoreMarker(Lab& lab, HostId node)
 {
-	shellOn(lab.host(node), std::string("echo 0 > ") + ipv6OnLoopback + "; exec " + plan::keeperProgram + " mark");
+	shellOn(lab.host(node), std::string("exec ") + plan::keeperProgram + " mark");
 }
 
 void raiseRogue(Lab& lab, HostId /*node*/)

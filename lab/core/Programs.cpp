@@ -46,10 +46,10 @@ constexpr std::array<Tool, 14> tools{{{"ip", "iproute2"},
 constexpr std::array<const char*, 6> toolDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                                      "/usr/bin",        "/sbin",          "/bin"};
 
-bool present(const Tool& tool, const std::vector<fs::path>& directories)
+bool present(const Tool& tool)
 {
-	return std::any_of(directories.begin(), directories.end(),
-	                   [&](const fs::path& directory) { return ::access((directory / tool.name).c_str(), X_OK) == 0; });
+	return std::ranges::any_of(toolDirectories, [&](const char* directory)
+	                           { return ::access((fs::path(directory) / tool.name).c_str(), X_OK) == 0; });
 }
 
 fs::path agentBelow(const fs::path& root)
@@ -121,30 +121,20 @@ Programs findPrograms(const fs::path& installRoot)
 	        ownProgram("labhttpd", VELARIX_LAB_HTTPD), ownProgram("liblabclock.so", VELARIX_LAB_CLOCK)};
 }
 
-std::vector<std::string> missingTools(const std::vector<fs::path>& directories)
-{
-	std::vector<std::string> missing;
-	for (const Tool& tool : tools)
-	{
-		if (!present(tool, directories))
-		{
-			missing.push_back(std::string(tool.name) + " (Debian package " + tool.package + ")");
-		}
-	}
-	return missing;
-}
-
 void requireTools()
 {
-	const std::vector<std::string> missing = missingTools({toolDirectories.begin(), toolDirectories.end()});
-	std::string text;
-	for (const std::string& tool : missing)
+	std::string missing;
+	for (const Tool& tool : tools)
 	{
-		text += (text.empty() ? "" : ", ") + tool;
+		if (!present(tool))
+		{
+			missing +=
+			    (missing.empty() ? "" : ", ") + std::string(tool.name) + " (Debian package " + tool.package + ")";
+		}
 	}
 	if (!missing.empty())
 	{
-		throw LabError("missing on this machine: " + text);
+		throw LabError("missing on this machine: " + missing);
 	}
 }
 

@@ -24,10 +24,6 @@ struct Programs
 /// @throws LabError in plain words when one is missing
 Programs findPrograms(const std::filesystem::path& installRoot = {});
 
-/// The tools that a lab needs and none of the directories has.
-/// @return "NAME (Debian package PACKAGE)" each
-std::vector<std::string> missingTools(const std::vector<std::filesystem::path>& directories);
-
 /// @throws LabError naming every tool that is missing on this machine, and its package
 void requireTools();
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "lab/core/Owners.h"
 #include "lab/core/TextTable.h"
 
 namespace velarix::lab::demo

@@ -8,6 +8,15 @@ namespace velarix::lab::program
 namespace
 {
 
+void addReportOptions(CLI::App& command, ReportOptions& report)
+{
+	command.add_option("--format", report.form, "text or json")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"text", "json"}));
+	command.add_option("--output", report.output, "Write the report to this file");
+	command.add_option("--records", report.records, "Write the report as JSON to this file as well");
+}
+
 int runMatrixCommand(Arguments& arguments)
 {
 	arguments.matrix.installRoot = arguments.installRoot;
@@ -21,7 +30,14 @@ void addMatrix(CLI::App& app, Arguments& arguments, int& status)
 	CLI::App* command = app.add_subcommand("matrix", "Inject every fault into pairs and compare with what is expected");
 	addLabOptions(*command, arguments.installRoot, arguments.times);
 	MatrixOptions& matrix = arguments.matrix;
-	addCampaignOptions(*command, matrix);
+	command->add_option("--runs", matrix.runs, "Runs of each cell")->capture_default_str()->check(CLI::Range(1, 1000));
+	command->add_option("--seed", matrix.seed, "The moments of the faults follow from it")->capture_default_str();
+	command->add_option("--only", matrix.only, "A cell or a group of cells (again for more)");
+	command->add_option("--jobs", matrix.jobs, "Pairs side by side; they mostly wait")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 64));
+	addReportOptions(*command, matrix);
+	command->add_flag("--list", matrix.list, "Name the cells and end");
 	command->add_option("--slack", arguments.slack, "Milliseconds allowed beyond the fixed waits")
 	    ->capture_default_str()
 	    ->check(CLI::Range(0, 60000));
@@ -96,6 +112,28 @@ void addHostile(CLI::App& app, Arguments& arguments, int& status)
 }
 
 } // namespace
+
+void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& times)
+{
+	command.add_option("--install-root", installRoot,
+	                   "Tree with the installed agent (default: the one staged by the build, else this machine's)");
+	command
+	    .add_option("--settings", times.profile,
+	                "keeper: address and service are the keeper's; plain: shell commands raise and run them")
+	    ->transform(CLI::CheckedTransformer(
+	        std::map<std::string, Profile>{{"keeper", Profile::keeper}, {"plain", Profile::plain}}))
+	    ->default_str(nameOf(times.profile));
+	command.add_flag("--wireguard", times.wireguard, "The heartbeats go through a WireGuard tunnel");
+	command.add_option("--interval", times.interval, "Seconds between heartbeats")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 60));
+	command.add_option("--receiving-time", times.receivingTime, "Seconds of silence that count as one")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 60));
+	command.add_option("--waiting-time", times.waitingTime, "Seconds between address and programs")
+	    ->capture_default_str()
+	    ->check(CLI::Range(0, 60));
+}
 
 void addCampaigns(CLI::App& app, Arguments& arguments, int& status)
 {

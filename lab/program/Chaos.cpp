@@ -1,4 +1,4 @@
-#include "lab/program/Chaos.h"
+#include "lab/program/Campaigns.h"
 
 #include <algorithm>
 #include <iostream>

@@ -5,11 +5,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "lab/program/Chaos.h"
-#include "lab/program/Hostile.h"
-#include "lab/program/Matrix.h"
+#include "lab/program/Campaigns.h"
 #include "lab/program/PairCommands.h"
-#include "lab/program/SharedOptions.h"
 
 namespace velarix::lab::program
 {
@@ -33,6 +30,9 @@ struct Arguments
 	std::string fault;
 	std::string node;
 };
+
+/// The options of every command that makes a pair: the installed tree and the waits.
+void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& times);
 
 /// The commands that run many pairs: matrix, hostile, chaos. Each
 /// writes its exit status to `status`.

@@ -45,27 +45,20 @@ void setReceiveLimit(int socket, Millis limit)
 	::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
 }
 
-/// Reads up to `delimiter`, or to the end when it is 0.
-/// @return false when the other side kept silent too long
-bool readText(int socket, char delimiter, std::string& text)
+/// Reads until the other side has said all.
+/// @return false when it kept silent too long
+bool readText(int socket, std::string& text)
 {
 	char buffer[4096];
-	for (;;)
+	ssize_t count = 0;
+	while ((count = ::recv(socket, buffer, sizeof buffer, 0)) > 0)
 	{
-		const ssize_t count = ::recv(socket, buffer, sizeof buffer, 0);
-		if (count <= 0)
-		{
-			return count == 0;
-		}
 		text.append(buffer, static_cast<std::size_t>(count));
-		if (delimiter != '\0' && text.find(delimiter) != std::string::npos)
-		{
-			text.resize(text.find(delimiter));
-			return true;
-		}
 	}
+	return count == 0;
 }
 
+/// All of it, and that it was all.
 void sendText(int socket, const std::string& text)
 {
 	for (std::size_t sent = 0; sent < text.size();)
@@ -77,6 +70,7 @@ void sendText(int socket, const std::string& text)
 		}
 		sent += static_cast<std::size_t>(count);
 	}
+	::shutdown(socket, SHUT_WR);
 }
 
 } // namespace
@@ -107,7 +101,7 @@ void ControlServer::serve(int signals, const std::function<std::string(const std
 		const Descriptor connection(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
 		std::string request;
 		setReceiveLimit(connection.get(), Millis(2000));
-		if (connection && readText(connection.get(), '\n', request))
+		if (connection && readText(connection.get(), request))
 		{
 			sendText(connection.get(), answer(request));
 		}
@@ -123,9 +117,9 @@ std::string ask(const std::filesystem::path& path, const std::string& request, M
 		throwErrno("no supervisor listens at " + path.string());
 	}
 	setReceiveLimit(connection.get(), limit);
-	sendText(connection.get(), request + "\n");
+	sendText(connection.get(), request);
 	std::string answer;
-	if (!readText(connection.get(), '\0', answer))
+	if (!readText(connection.get(), answer))
 	{
 		throw LabError("the supervisor does not answer");
 	}

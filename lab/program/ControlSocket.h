@@ -1,5 +1,5 @@
-/// How velarix-lab talks to the supervisor of a pair it keeps running: one line
-/// of request and a text of answer per connection, on a UNIX socket.
+/// How velarix-lab talks to the supervisor of a pair it keeps running: a request
+/// and an answer per connection, on a UNIX socket.
 #pragma once
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "lab/program/Hostile.h"
+#include "lab/program/Campaigns.h"
 
 #include <algorithm>
 #include <iostream>
@@ -49,7 +49,7 @@ Record recordFromChild(const WorkerResult& result, const Plan& plan)
 {
 	if (result.problem.empty())
 	{
-		return recordFrom(result.text);
+		return recordIn<Record>(result.text);
 	}
 	Record record;
 	record.name = plan.cell.name;
@@ -72,7 +72,8 @@ std::vector<Record> runAll(const Options& options, const std::vector<Case>& cell
 	std::vector<Record> records(plans.size());
 	std::size_t done = 0;
 	runInWorkers(
-	    plans.size(), options.jobs, caseLimit, [&](std::size_t index) { return toJson(runCase(plans[index])); },
+	    plans.size(), options.jobs, caseLimit,
+	    [&](std::size_t index, const HandOver&) { return jsonText(runCase(plans[index])); },
 	    [&](const WorkerResult& result)
 	    {
 		    Record record = recordFromChild(result, plans[result.index]);
@@ -93,7 +94,7 @@ int runCommand(const Options& options)
 		return listCases(cells);
 	}
 	const std::vector<Record> records = runAll(options, cells);
-	deliver(options.json ? toJson(records) : toText(records), options.output);
+	deliver(options.json ? jsonFileText(records) : toText(records), options.output);
 	return std::all_of(records.begin(), records.end(), [](const Record& record) { return record.differences.empty(); })
 	           ? 0
 	           : 1;

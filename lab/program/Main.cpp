@@ -47,15 +47,10 @@ void addFaultArguments(CLI::App& command, Arguments& arguments)
 	command.footer(faultList());
 }
 
-int runUp(Arguments& arguments, bool asSupervisor)
+int runUp(Arguments& arguments)
 {
 	StateDirectory directory(arguments.stateBase, arguments.name);
 	const SupervisorOptions options{arguments.installRoot, arguments.times, !arguments.noAgents, arguments.wrapper};
-	if (asSupervisor)
-	{
-		supervise(directory, options);
-		return 0;
-	}
 	return pairUp(directory, options, !arguments.noWait);
 }
 
@@ -80,14 +75,7 @@ void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
 	up->add_flag("--no-wait", arguments.noWait, "Do not wait until the service answers");
 	up->add_flag("--no-agents", arguments.noAgents, "Start the hosts only, not the agents");
 	up->add_option("--wrap", arguments.wrapper, "Words in front of the agent's program, for example of an analyser");
-	up->callback([&] { status = runUp(arguments, false); });
-
-	CLI::App* supervisor = app.add_subcommand("supervise", "")->group("");
-	addLabOptions(*supervisor, arguments.installRoot, arguments.times);
-	addPairOptions(*supervisor, arguments);
-	supervisor->add_flag("--no-agents", arguments.noAgents);
-	supervisor->add_option("--wrap", arguments.wrapper);
-	supervisor->callback([&] { status = runUp(arguments, true); });
+	up->callback([&] { status = runUp(arguments); });
 
 	CLI::App* down = app.add_subcommand("down", "End a pair that is kept running");
 	addPairOptions(*down, arguments);

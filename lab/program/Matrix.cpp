@@ -1,7 +1,8 @@
-#include "lab/program/Matrix.h"
+#include "lab/program/Campaigns.h"
 
 #include <iostream>
 
+#include "lab/campaigns/Filter.h"
 #include "lab/campaigns/matrix/Report.h"
 #include "lab/core/Lab.h"
 
@@ -10,6 +11,21 @@ namespace velarix::lab::program
 
 namespace
 {
+
+/// The record that a run's process handed back, or one that tells why there is none.
+RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed)
+{
+	if (result.problem.empty())
+	{
+		return recordIn<RunRecord>(result.text);
+	}
+	RunRecord record;
+	record.cell = cell;
+	record.run = run;
+	record.seed = seed;
+	record.differences.push_back("the run failed: " + result.problem);
+	return record;
+}
 
 int listCells(const std::vector<Cell>& cells)
 {
@@ -51,7 +67,7 @@ void runAll(const MatrixOptions& options, matrix::Results& results)
 	std::size_t done = 0;
 	runInWorkers(
 	    plans.size(), options.jobs, options.times.runLimit(),
-	    [&](std::size_t index) { return jsonText(matrix::runCell(plans[index])); },
+	    [&](std::size_t index, const HandOver&) { return jsonText(matrix::runCell(plans[index])); },
 	    [&](const WorkerResult& result)
 	    {
 		    const matrix::CellPlan& plan = plans[result.index];
@@ -75,7 +91,7 @@ int runMatrix(const MatrixOptions& options)
 		const std::vector<std::string>& more = results.expectations.shortForm;
 		names.insert(names.end(), more.begin(), more.end());
 	}
-	results.cells = chosenCells(results.expectations, names);
+	results.cells = filtered(results.expectations.cells, names);
 	results.times = options.times;
 	results.seed = options.seed;
 	results.runs = options.runs;

@@ -1,6 +1,5 @@
 #include "lab/program/PairCommands.h"
 
-#include <charconv>
 #include <csignal>
 #include <iostream>
 
@@ -52,52 +51,38 @@ std::string askOrThrow(const StateDirectory& directory, const std::string& reque
 	return answer;
 }
 
-std::vector<std::string> supervisorCommand(const StateDirectory& directory, const SupervisorOptions& options)
-{
-	std::vector<std::string> words{std::filesystem::read_symlink("/proc/self/exe").string(),
-	                               "supervise",
-	                               "--name",
-	                               directory.name(),
-	                               "--state-dir",
-	                               directory.path().parent_path().string(),
-	                               "--settings",
-	                               nameOf(options.times.profile),
-	                               "--interval",
-	                               std::to_string(options.times.interval),
-	                               "--receiving-time",
-	                               std::to_string(options.times.receivingTime),
-	                               "--waiting-time",
-	                               std::to_string(options.times.waitingTime)};
-	if (!options.installRoot.empty())
-	{
-		words.insert(words.end(), {"--install-root", std::filesystem::absolute(options.installRoot).string()});
-	}
-	if (!options.wrapper.empty())
-	{
-		words.insert(words.end(), {"--wrap", options.wrapper});
-	}
-	if (options.times.wireguard)
-	{
-		words.emplace_back("--wireguard");
-	}
-	if (!options.startAgents)
-	{
-		words.emplace_back("--no-agents");
-	}
-	return words;
-}
-
-pid_t startSupervisor(const StateDirectory& directory, const SupervisorOptions& options)
+/// In a process and a session of its own, which outlive this command.
+pid_t startSupervisor(StateDirectory& directory, const SupervisorOptions& options)
 {
 	directory.create();
+	const Descriptor none(::open("/dev/null", O_RDONLY | O_CLOEXEC));
 	const Descriptor messages(
 	    ::open(directory.messages().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600));
-	SpawnPlan plan;
-	plan.argv = supervisorCommand(directory, options);
-	plan.output = messages.get();
-	plan.error = messages.get();
-	plan.outlivesCaller = true;
-	return spawn(plan);
+	const pid_t child = ::fork();
+	if (child < 0)
+	{
+		throwErrno("cannot make a process for the supervisor");
+	}
+	if (child > 0)
+	{
+		return child;
+	}
+	::setsid();
+	::dup2(none.get(), STDIN_FILENO);
+	::dup2(messages.get(), STDOUT_FILENO);
+	::dup2(messages.get(), STDERR_FILENO);
+	// Nothing that this command was given is kept open.
+	::syscall(SYS_close_range, 3U, ~0U, 0U);
+	try
+	{
+		supervise(directory, options);
+		_exit(0);
+	}
+	catch (const std::exception& error)
+	{
+		std::fprintf(stderr, "velarix-lab: %s\n", error.what());
+		_exit(2);
+	}
 }
 
 nlohmann::json statusOf(const StateDirectory& directory)
@@ -147,10 +132,7 @@ bool awaitService(const StateDirectory& directory, Console& console)
 
 pid_t hostPid(const StateDirectory& directory, const std::string& host)
 {
-	const std::string answer = askOrThrow(directory, "pid " + host);
-	pid_t pid = -1;
-	std::from_chars(answer.data(), answer.data() + answer.size(), pid);
-	return pid;
+	return std::stoi(askOrThrow(directory, "pid " + host));
 }
 
 } // namespace

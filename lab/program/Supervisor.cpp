@@ -100,23 +100,11 @@ private:
 		return *host;
 	}
 
+	/// Of a fault that is on no node, the node means nothing.
 	static Fault faultOrThrow(const std::string& name, const std::string& node)
 	{
 		const std::optional<FaultKind> kind = faultNamed(name);
-		if (!kind)
-		{
-			throw LabError("there is no fault \"" + name + "\"");
-		}
-		Fault fault{*kind};
-		if (infoOf(*kind).onNode)
-		{
-			fault.node = hostOrThrow(node);
-			if (!isNode(fault.node))
-			{
-				throw LabError("the fault " + name + " is injected into node a or b");
-			}
-		}
-		return fault;
+		return faultFrom(kind && infoOf(*kind).onNode && !node.empty() ? name + ":" + node : name);
 	}
 
 	std::string status()

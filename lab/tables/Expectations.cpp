@@ -213,7 +213,7 @@ Expectations expectationsFrom(const TomlTable& file, Profile profile)
 	table.shortForm = file.texts("short");
 	for (const std::string& name : table.shortForm)
 	{
-		chosenCells(table, {name});
+		filtered(table.cells, {name});
 	}
 	return table;
 }
@@ -243,11 +243,6 @@ std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::st
 		return std::nullopt;
 	}
 	return outcome.hasOutage() ? paths.at(outcome.path).bound(times) + slack : blink;
-}
-
-std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only)
-{
-	return filtered(expectations.cells, only);
 }
 
 } // namespace velarix::lab

@@ -84,7 +84,4 @@ Expectations readExpectations(const std::string& path, Profile profile = Profile
 std::optional<Millis> outageBound(const Outcome& outcome, const std::map<std::string, Path>& paths,
                                   const PairSettings& times, Millis blink, Millis slack);
 
-/// The cells that `only` asks for by name, see filtered().
-std::vector<Cell> chosenCells(const Expectations& expectations, const std::vector<std::string>& only);
-
 } // namespace velarix::lab

@@ -3,12 +3,13 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <toml++/toml.h>
 
 namespace velarix::lab
 {
@@ -23,8 +24,8 @@ public:
 	static TomlTable read(const std::filesystem::path& file);
 
 	/// The number of the line on which the table begins.
-	int line() const { return m_line; }
-	bool has(const std::string& key) const { return m_values.contains(key); }
+	unsigned line() const { return m_table->source().begin.line; }
+	bool has(const std::string& key) const { return m_table->contains(key); }
 
 	/// @throws LabError when there is no such text
 	std::string text(const std::string& key) const;
@@ -56,13 +57,11 @@ public:
 	}
 
 private:
-	nlohmann::json m_values;
-	int m_line = 1;
+	std::shared_ptr<const toml::table> m_table; ///< keeps the whole file: a copy would not know its line
 
-	explicit TomlTable(nlohmann::json values);
+	explicit TomlTable(std::shared_ptr<const toml::table> table) : m_table(std::move(table)) {}
 	[[noreturn]] void fail(const std::string& problem) const;
-	const nlohmann::json& valueOf(const std::string& key, const char* kind,
-	                              bool (nlohmann::json::*isKind)() const noexcept) const;
+	template <typename Value> const auto& valueOf(const std::string& key, const char* kind) const;
 };
 
 } // namespace velarix::lab

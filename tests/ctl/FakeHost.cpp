@@ -21,6 +21,9 @@ void freshHost()
 	fakeHost() = FakeHost{};
 	fakeMachine() = FakeMachine{};
 	fakeHost().interfaces = {{"eth0", {true, true}}, {"eth1", {true, true}}};
+	fakeHost().links = {{"lo", "loopback", "", "00:00:00:00:00:00", "00:00:00:00:00:00", {}},
+	                    {"eth0", "ether", "", "52:54:00:00:00:01", "52:54:00:00:00:01", {}},
+	                    {"eth1", "ether", "", "52:54:00:00:00:02", "52:54:00:00:00:02", {}}};
 	fakeHost().addresses = {{"lo", "lo", "127.0.0.1", 8, true},
 	                        {"eth0", "eth0", "198.51.100.1", 24, true},
 	                        {"eth1", "eth1", "192.0.2.1", 24, true}};
@@ -73,9 +76,14 @@ Interface interface(const std::string& name)
 	return fakeHost().interfaces[name];
 }
 
-std::optional<bool> hasOnLoopback(const std::string& /*address*/)
+bool hasMarker(const std::string& /*address*/)
 {
 	return fakeHost().marked;
+}
+
+std::vector<Link> links()
+{
+	return fakeHost().links;
 }
 
 std::vector<Address> addresses()

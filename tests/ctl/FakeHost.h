@@ -23,13 +23,14 @@ struct FakeHost
 	std::optional<std::string> whyNoPing;
 	bool ignoresPings = false;
 	std::map<std::string, velarix::inspect::host::Interface> interfaces;
+	std::vector<velarix::inspect::host::Link> links;
 	std::vector<velarix::inspect::host::Address> addresses;
 	/// By which interface an address is reached; by eth1 when it is not here, and not at all with an empty one.
 	std::map<std::string, std::string> routes;
 	/// Other hosts' addresses and hardware addresses on the service network.
 	std::map<std::string, std::string> holders;
-	/// What hasOnLoopback tells of every address.
-	std::optional<bool> marked = true;
+	/// What hasMarker tells of every address.
+	bool marked = true;
 	/// What the machine tells of its tunnel, and its packet filter.
 	std::optional<velarix::inspect::host::TunnelSession> tunnel;
 	std::string tunnelRules;

@@ -114,7 +114,6 @@ TEST_F(KeeperCheck, NobodyElseMayWriteWhatRootRuns)
 
 TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)
 {
-	fakeHost().marked = std::nullopt;
 	CheckReport report;
 	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
 	Findings findings(file, report);
@@ -126,7 +125,6 @@ TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)
 	EXPECT_THAT(all, Contains("warning keeper-warning keeper.ini:1")) << "interface and link";
 	EXPECT_THAT(all, Contains("error keeper-unavailable keeper.ini:6"));
 	EXPECT_THAT(all, Contains("error keeper-user keeper.ini:7"));
-	EXPECT_THAT(all, Contains("warning keeper-no-marker keeper.ini:1"));
 }
 
 TEST_F(KeeperCheck, FaultsOfTheReachability)

@@ -31,7 +31,7 @@ void addAddress(const std::string& label, const std::string& address, bool liste
 // clang-format off
 const Row kRows[] = {
     {"Sound",                     {},                                                [](Lines&) {}},
-    {"NoInterfaces",                   {"error missing-interface config.ini", "error missing-interface config.ini"}, [](Lines&) { fakeHost().interfaces.clear(); }},
+    {"NoInterfaces",                   {"error missing-interface config.ini"}, [](Lines&) { fakeHost().interfaces.clear(); }},
     {"InterfacesWithoutCarrier",       {"warning interface-without-carrier config.ini", "warning interface-without-carrier config.ini"}, [](Lines&) { fakeHost().interfaces["eth0"].carrier = false; fakeHost().interfaces["eth1"].carrier.reset(); }},
     {"AddressOfAnotherMachine",   {"error not-this-node config.ini:3"},              [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "192.0.2.7"); }},
     {"AddressOnTheServiceInterface",   {"warning not-on-communication-interface config.ini:3"}, [](Lines& lines) { setKey(lines, "THIS_SERVER_IP", "198.51.100.1"); }},

@@ -188,7 +188,7 @@ TEST_F(AddressTest, TheMarkerIsSetAndKept)
 	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
 	EXPECT_EQ(m_a.keeper({"unmark"}).status, 0);
 	EXPECT_FALSE(marked());
-	EXPECT_TRUE(has(m_a.keeper({"status"}).output, "the marker ::192.0.2.100 is missing"));
+	EXPECT_TRUE(has(m_a.keeper({"status"}).output, "the marker of 192.0.2.100 is missing"));
 	// The agent looks for it right after the stop command.
 	m_a.keeper({"drop"});
 	EXPECT_TRUE(marked());
@@ -202,13 +202,31 @@ TEST_F(AddressTest, TheMarkerIsSetAndKept)
 	EXPECT_FALSE(answers());
 }
 
-TEST_F(AddressTest, WithoutIPv6MarkSaysWhatItCosts)
+TEST_F(AddressTest, WithoutIPv6AnInterfaceIsTheMarker)
 {
 	m_a.sh("echo 1 > /proc/sys/net/ipv6/conf/lo/disable_ipv6");
-	const Result marked = m_a.keeper({"mark"});
-	EXPECT_EQ(marked.status, 69);
-	EXPECT_TRUE(has(marked.output, "five seconds longer")) << marked.output;
-	EXPECT_EQ(m_a.keeper({"raise"}).status, 0);
+	const auto marked = [&] { return has(m_a.run({"ifconfig"}).output, "192.0.2.100: flags="); };
+	EXPECT_FALSE(marked());
+	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
+	EXPECT_TRUE(marked());
+	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
+	EXPECT_FALSE(answers());
+	EXPECT_EQ(m_a.keeper({"unmark"}).status, 0);
+	EXPECT_FALSE(marked());
+	hold(m_a);
+	EXPECT_TRUE(waitFor(marked, 2s, "marker of the keeper"));
+	m_a.run({"ip", "link", "del", "192.0.2.100"});
+	EXPECT_TRUE(waitFor(marked, 2s, "marker again"));
+}
+
+/// Its agent would ask for the address for good, and the partner's start the services anew at
+/// each of its heartbeats.
+TEST_F(AddressTest, WhereTheAddressIsHeldByAnotherHostARaiseSetsTheMarker)
+{
+	m_a.sh("echo 1 > /proc/sys/net/ipv6/conf/lo/disable_ipv6");
+	hold(m_b);
+	EXPECT_EQ(m_a.keeper({"raise"}).status, 75);
+	EXPECT_TRUE(has(m_a.run({"ifconfig"}).output, "192.0.2.100: flags="));
 }
 
 TEST_F(AddressTest, AnInterfaceThatComesLateIsWaitedFor)

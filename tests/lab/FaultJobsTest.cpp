@@ -138,17 +138,6 @@ TEST_F(FaultAction, AZombieHasTheNameOfTheProgram)
 	EXPECT_TRUE(waitFor([&] { return zombies() == 0; }, soon, "the zombie to be gone"));
 }
 
-TEST_F(FaultAction, GatewayIsGoneForOneNode)
-{
-	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
-	inject(FaultKind::gatewayGoneForOne);
-	EXPECT_FALSE(reaches(lab(), HostId::gateway, a));
-	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, b));
-	EXPECT_TRUE(reachesSoon(lab(), a, HostId::gateway)) << "asked, but not answered";
-	repair(FaultKind::gatewayGoneForOne);
-	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
-}
-
 TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 {
 	EXPECT_TRUE(reachesSoon(lab(), a, b) && reachesSoon(lab(), b, a));
@@ -171,17 +160,6 @@ TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 	EXPECT_TRUE(reachesSoon(lab(), a, HostId::gateway));
 	repair(FaultKind::communicationMute);
 	EXPECT_TRUE(reachesSoon(lab(), a, b));
-}
-
-TEST_F(FaultAction, AddressIsRemovedFromWhoHoldsIt)
-{
-	EXPECT_TRUE(waitFor([] { return lab().owners() == "none"; }, soon, "nobody to hold the address"));
-	EXPECT_EQ(refusalOf(FaultKind::addressRemoved), "node a does not hold the virtual address");
-	EXPECT_TRUE(shell(a, std::string("ip addr add ") + plan::virtualAddress + "/24 dev eth0").ok());
-	EXPECT_TRUE(waitFor([] { return lab().owners() == "a"; }, soon, "node a to hold the address"));
-	inject(FaultKind::addressRemoved);
-	EXPECT_FALSE(holdsAddress(a));
-	EXPECT_TRUE(waitFor([] { return lab().owners() == "none"; }, soon, "nobody to hold the address"));
 }
 
 TEST_F(FaultAction, AttackersAreHeard)

@@ -218,13 +218,6 @@ TEST(ImpairmentModel, RefusesWhatNoWireCanBe)
 	EXPECT_TRUE(problemOf({0, Millis(60001)}));
 }
 
-TEST(ImpairmentModel, IsReportedInWords)
-{
-	Impairment impairment{30, Millis(200), Millis(50), Direction::fromHost, HostId::b};
-	EXPECT_EQ(toText(impairment), "30 % loss, 200 ms delay, 50 ms jitter, from the host, with b only");
-	EXPECT_EQ(toText(Impairment{12.5}), "12.5 % loss");
-}
-
 class BadWire : public testing::Test
 {
 protected:

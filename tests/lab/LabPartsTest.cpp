@@ -12,7 +12,6 @@
 #include "lab/core/Host.h"
 #include "lab/core/LogMeaning.h"
 #include "lab/core/NodeSettings.h"
-#include "lab/core/Owners.h"
 #include "lab/core/Programs.h"
 #include "lab/core/Timeline.h"
 #include "lab/core/Wait.h"
@@ -20,19 +19,6 @@
 
 namespace velarix::lab
 {
-
-TEST(LabLogMeaning, IsFoundByLabelAndNumber)
-{
-	inspect::LogLine line;
-	line.label = "CHeartReciver";
-	line.number = 414;
-	ASSERT_NE(meaningOf(line), nullptr);
-	EXPECT_STREQ(meaningOf(line)->role, "master");
-	line.number = 543;
-	EXPECT_STREQ(meaningOf(line)->role, "slave");
-	line.label = "Utill";
-	EXPECT_EQ(meaningOf(line), nullptr);
-}
 
 /// What the lab makes of a number would be nonsense if the message meant something else.
 TEST(LabLogMeaning, EveryNumberIsOneOfTheCatalogue)
@@ -121,67 +107,6 @@ TEST(LabHosts, BeginTheirProcessNumbersApart)
 		}
 	}
 	EXPECT_EQ(seen.size(), 16U);
-}
-
-TEST(LabTools, AreAllReportedWhenTheyAreMissing)
-{
-	const std::vector<std::string> missing = missingTools({"/no/such/directory"});
-	EXPECT_EQ(missing.front(), "ip (Debian package iproute2)");
-	EXPECT_EQ(missing.back(), "sh (Debian package dash)");
-	for (const char* tool : {"bash (Debian package bash)", "mount (Debian package mount)",
-	                         "umount (Debian package mount)", "env (Debian package coreutils)"})
-	{
-		EXPECT_NE(std::find(missing.begin(), missing.end(), tool), missing.end()) << tool;
-	}
-}
-
-TEST(LabOwners, AreASetOfNodes)
-{
-	EXPECT_EQ(ownersText(false, false), "none");
-	EXPECT_EQ(ownersText(true, false), "a");
-	EXPECT_EQ(ownersText(false, true), "b");
-	EXPECT_EQ(ownersText(true, true), "a+b");
-	EXPECT_TRUE(holds("a", HostId::a));
-	EXPECT_TRUE(holds("a+b", HostId::b));
-	EXPECT_FALSE(holds("a", HostId::b));
-	EXPECT_FALSE(holds("none", HostId::a));
-	EXPECT_FALSE(holds("", HostId::a));
-	EXPECT_TRUE(isSingle("a"));
-	EXPECT_TRUE(isSingle("b"));
-	for (const char* other : {"", "none", "a+b"})
-	{
-		EXPECT_FALSE(isSingle(other)) << other;
-	}
-	EXPECT_EQ(nodeText(HostId::b), "node b");
-}
-
-TEST(LabDemo, ATableRowTellsWhatWasNotAsExpected)
-{
-	using namespace demo;
-	PhaseResult good;
-	good.title = "start";
-	good.expected = good.ownersAfter = "a";
-	good.asExpected = true;
-	PhaseResult bad = good;
-	bad.title = "cut";
-	bad.ownersAfter = "a+b";
-	bad.asExpected = false;
-	bad.splitBrain = Millis(1234);
-	EXPECT_TRUE(allAsExpected({good}));
-	EXPECT_FALSE(allAsExpected({good, bad}));
-	EXPECT_FALSE(allAsExpected({}));
-	const std::string table = toTable({good, bad});
-	EXPECT_NE(table.find("NOT AS EXPECTED"), std::string::npos) << table;
-	EXPECT_NE(table.find("1.234 s"), std::string::npos) << table;
-}
-
-TEST(LabWait, TellsWhatItLastSaw)
-{
-	testing::internal::CaptureStderr();
-	EXPECT_FALSE(waitFor([] { return false; }, Millis(30), "the impossible", [] { return std::string("nothing"); }));
-	EXPECT_EQ(testing::internal::GetCapturedStderr(),
-	          "gave up waiting for the impossible after 0.030 s; last seen: nothing\n");
-	EXPECT_TRUE(waitFor([] { return true; }, Millis(0), "the present"));
 }
 
 } // namespace velarix::lab

@@ -6,10 +6,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
+#include <set>
 
+#include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include "inspect/HostProcesses.h"
 #include "lab/core/Command.h"
 #include "lab/core/ProcessTable.h"
 
@@ -42,46 +46,38 @@ std::vector<std::string> tracesOnThisMachine()
 	return traces;
 }
 
-/// A file under /proc/PID/ns as a number.
-ino_t processNamespace(pid_t pid)
+/// The process namespace of a process: while it is held open, its number is given to no other.
+Descriptor namespaceOf(pid_t pid)
+{
+	return Descriptor(::open(("/proc/" + std::to_string(pid) + "/ns/pid").c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+ino_t numberOf(const Descriptor& held)
 {
 	struct stat found
 	{
 	};
-	return ::stat(("/proc/" + std::to_string(pid) + "/ns/pid").c_str(), &found) == 0 ? found.st_ino : 0;
+	return held && ::fstat(held.get(), &found) == 0 ? found.st_ino : 0;
 }
 
-/// Live processes of this machine whose parent is `parent`.
+/// Of its first thread, which has made them.
 std::vector<pid_t> childrenOf(pid_t parent)
 {
-	std::vector<pid_t> children;
-	for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
-	{
-		const std::string name = entry.path().filename();
-		const std::string status = name.find_first_not_of("0123456789") == std::string::npos
-		                               ? contentIfAny(entry.path() / "status")
-		                               : std::string();
-		if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") != std::string::npos)
-		{
-			children.push_back(std::stoi(name));
-		}
-	}
-	return children;
+	const std::string process = "/proc/" + std::to_string(parent);
+	std::ifstream children(process + "/task/" + std::to_string(parent) + "/children");
+	return {std::istream_iterator<pid_t>(children), {}};
 }
 
-std::size_t processesIn(const std::vector<ino_t>& namespaces)
+std::size_t processesIn(const std::vector<Descriptor>& namespaces)
 {
-	std::size_t count = 0;
-	for (const fs::directory_entry& entry : fs::directory_iterator("/proc"))
+	std::set<ino_t> numbers;
+	for (const Descriptor& held : namespaces)
 	{
-		const std::string name = entry.path().filename();
-		if (name.find_first_not_of("0123456789") == std::string::npos)
-		{
-			const ino_t found = processNamespace(std::stoi(name));
-			count += static_cast<std::size_t>(std::count(namespaces.begin(), namespaces.end(), found));
-		}
+		numbers.insert(numberOf(held));
 	}
-	return count;
+	const std::vector<pid_t> all = inspect::host::processIds().value();
+	return static_cast<std::size_t>(
+	    std::ranges::count_if(all, [&](pid_t pid) { return numbers.contains(numberOf(namespaceOf(pid))); }));
 }
 
 /// A directory of its own below /tmp, removed in the end.
@@ -138,12 +134,12 @@ TEST_F(LabOfItsOwn, TwoLabsSideBySideDoNotConcernEachOther)
 
 TEST_F(LabOfItsOwn, EndsWithTheObjectAndHasNotTouchedTheMachine)
 {
-	std::vector<ino_t> namespaces;
+	std::vector<Descriptor> namespaces;
 	{
 		PAIR_OR_RETURN(startPair());
 		for (const HostId id : allHosts)
 		{
-			namespaces.push_back(processNamespace(lab().host(id).pid()));
+			namespaces.push_back(namespaceOf(lab().host(id).pid()));
 		}
 		EXPECT_GE(processesIn(namespaces), 6U) << "four hosts and two agents";
 		EXPECT_TRUE(tracesOnThisMachine().empty());
@@ -194,10 +190,10 @@ TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 	EXPECT_EQ(velarixLab({"exec", "--name", "kept", "client", "sh", "-c", "exit 7"}, base.path()).status, 7);
 
 	const pid_t supervisor = reported["supervisor"].get<pid_t>();
-	std::vector<ino_t> namespaces;
+	std::vector<Descriptor> namespaces;
 	for (const pid_t init : childrenOf(supervisor))
 	{
-		namespaces.push_back(processNamespace(init));
+		namespaces.push_back(namespaceOf(init));
 	}
 	ASSERT_EQ(namespaces.size(), 5U) << "four hosts and the root host";
 	EXPECT_GE(processesIn(namespaces), 8U);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
+#include "lab/campaigns/Filter.h"
 #include "lab/campaigns/Measure.h"
 #include "lab/campaigns/matrix/CellRun.h"
 #include "lab/campaigns/matrix/Judge.h"
@@ -58,7 +59,7 @@ Observed onNodeB(const std::vector<Millis>& passes, const std::vector<ProbeInter
 CellPlan planOf(const std::string& cell)
 {
 	const Expectations table = parseExpectations(smallTable);
-	return {chosenCells(table, {cell}).front(), table.paths};
+	return {filtered(table.cells, {cell}).front(), table.paths};
 }
 
 } // namespace
@@ -267,32 +268,11 @@ TEST(MatrixJudge, KnowsWordsForWhatTheDesignLeavesOpen)
 	          Texts{"answer none, expected served"});
 }
 
-TEST(MatrixRecord, SurvivesItsJourney)
-{
-	RunRecord record;
-	record.cell = "kill/a";
-	record.run = 3;
-	record.seed = 18446744073709551615U;
-	record.phases.resize(2);
-	record.phases[0].outage = Millis(1234);
-	record.phases[0].overhead = Millis(-5);
-	record.phases[1].owner = "a+b";
-	record.left = {"x"};
-	record.differences = {"\"y\"\n"};
-	const std::string json = jsonText(record);
-	const RunRecord copy = recordIn<RunRecord>(json);
-	EXPECT_EQ(jsonText(copy), json);
-	EXPECT_EQ(copy.phases[0].overhead, Millis(-5));
-	EXPECT_FALSE(copy.phases[1].overhead);
-	EXPECT_THROW(recordIn<RunRecord>("{}"), LabError);
-	EXPECT_THROW(recordIn<RunRecord>("nonsense"), LabError);
-}
-
 TEST(MatrixReport, ShowsVerdictsAndDifferences)
 {
 	Results results;
 	results.expectations = parseExpectations(smallTable);
-	results.cells = chosenCells(results.expectations, {"kill"});
+	results.cells = filtered(results.expectations.cells, {"kill"});
 	EXPECT_FALSE(results.allAsExpected());
 	RunRecord record;
 	record.cell = "kill/a";

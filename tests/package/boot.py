@@ -20,7 +20,7 @@ import subprocess
 import sys
 import time
 
-DEVICES = ("null", "zero", "full", "random", "urandom", "tty")
+DEVICES = ("null", "zero", "full", "random", "urandom", "tty", "net/tun")
 # A kernel setting that a machine changes would be the host's.
 READ_ONLY_PROC = ("sys", "sysrq-trigger", "irq", "bus")
 
@@ -95,6 +95,7 @@ def make_root(merged, lower, upper, shared):
     mount("-t", "sysfs", "-o", "ro", "sysfs", "sys")
     mount("-t", "cgroup2", "cgroup2", "sys/fs/cgroup")
     mount("-t", "tmpfs", "-o", "mode=755", "tmpfs", "dev")
+    os.mkdir("dev/net")
     for name in DEVICES:
         open("dev/" + name, "w").close()
         mount("--bind", "/dev/" + name, "dev/" + name)

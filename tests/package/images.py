@@ -4,7 +4,7 @@
     images.py SUITE DIRECTORY [base] [build]
 
 SUITE.base.squashfs has a minimal system with systemd, and in its package cache what
-the package and its Ansible role need on a server; nothing of that is installed, so
+the package, its tunnel and its Ansible role need on a server; nothing of that is installed, so
 that a missing dependency shows. SUITE.build.squashfs has all that scripts/package needs besides.
 What is named is made, once and again whenever what goes into them has changed; everything
 comes from the mirror that apt on this machine uses. One waits for another that makes the same.
@@ -29,7 +29,7 @@ DEPENDENCIES = os.path.join(ROOT, "packaging", "dependencies.txt")
 IN_BASE = ["systemd", "systemd-sysv"]
 IN_BUILD = ["ccache"]
 # Of packaging/dependencies.txt: what the machine that builds the packages gets.
-CACHED = ["run", "ansible"]
+CACHED = ["run", "tunnel", "ansible"]
 GROUPS = ["run", "build", "package"]
 
 

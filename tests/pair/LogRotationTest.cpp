@@ -136,26 +136,6 @@ TEST_F(LogOfDays, AreArchivedEachDayAndRemovedAfterThree)
 	EXPECT_EQ(archives(HostId::b), std::vector<std::string>{});
 }
 
-TEST_F(LogOfDays, LoseNoLineBetweenOneFileAndTheNext)
-{
-	PAIR_OR_RETURN(startLongAgo());
-	const std::string archive = passDay(HostId::a, 1);
-	ASSERT_NE(archive, "");
-	ASSERT_TRUE(waitForLines(HostId::a));
-	const std::vector<std::string> before = linesOf(logDirectory(HostId::a) / archive);
-	const std::vector<std::string> after = linesOf(lab().node(HostId::a).file(plan::logFile));
-	ASSERT_GT(before.size(), 2U);
-	EXPECT_TRUE(before.front().starts_with("# Log file created/rotated ")) << before.front();
-	EXPECT_TRUE(after.front().starts_with("# Log file created/rotated ")) << after.front();
-	EXPECT_NE(after.front(), before.front());
-	// Both ends are whole lines: a date in front, a text behind the priority.
-	for (const std::string& line : {before[1], before.back(), after[1]})
-	{
-		EXPECT_EQ(line.substr(0, 2), "20") << line;
-		EXPECT_NE(line.find("> "), std::string::npos) << line;
-	}
-}
-
 TEST_F(LogOfDays, ThatCannotBeArchivedEndTheReceiverInSilence)
 {
 	PAIR_OR_RETURN(startLongAgo());

@@ -6,7 +6,6 @@
 
 #include "OperatorTest.h"
 #include "inspect/SettingsKeys.h"
-#include "lab/core/ProcessTable.h"
 
 namespace velarix::lab
 {
@@ -14,6 +13,19 @@ namespace velarix::lab
 namespace
 {
 
+/// A server whose interfaces have other names, and what udev makes of the .link files.
+constexpr char kOtherNames[] =
+    "set -e; mkdir /tmp/links; ip link set eth0 down; ip link set eth0 name ens192; ip link set ens192 up;"
+    "ip link set eth1 down; ip link set eth1 name ens224; ip link set ens224 up";
+constexpr char kApplyLinks[] = R"sh(set -e
+	for file in /tmp/links/etc/systemd/network/*.link; do
+		address=$(sed -n s/^MACAddress=//p "$file")
+		now=$(ip -o link | sed -n "s/^[0-9]*: \([^:@]*\).*$address.*/\1/p")
+		ip link set "$now" down
+		ip link set "$now" name "$(sed -n s/^Name=//p "$file")"
+	done
+	ip link set eth0 up
+	ip link set eth1 up)sh";
 constexpr char kEndsAtStart[] = "the agent ends at its start";
 /// Two seconds until the daemon does anything, and time for its threads.
 constexpr Millis kUntilItRuns{6000};
@@ -102,51 +114,31 @@ TEST_F(OperatorCheck, WhatInitWritesPassesTheCheckAndDrivesThePair)
 	EXPECT_EQ(running.status, 0) << running.output;
 }
 
-TEST_F(OperatorCheck, WhatIsBrokenOnTheMachineIsFound)
+TEST_F(OperatorCheck, InterfacesOfOtherNamesGetTheirsFromInitAndThePairWorks)
 {
-	PAIR_OR_RETURN(startServingPair());
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::b});
-	lab().run(HostId::b, {"ip", "addr", "del", std::string(plan::addressOf(HostId::b, Network::communication)) + "/24",
-	                      "dev", plan::communicationInterface});
-	lab().run(HostId::b, {"rm", "-r", "/usr/velarix/pid", plan::runInfoFile});
-	const CommandResult checked = ctl(HostId::b, {"check"});
-	EXPECT_EQ(checked.status, 78);
-	for (const char* id :
-	     {"[interface-without-carrier]", "[not-this-node]", "[missing-directory]", "[run-info-missing]"})
+	const auto rename = [this](Lab& made)
 	{
-		EXPECT_NE(checked.output.find(id), std::string::npos) << id << " in\n" << checked.output;
-	}
-}
-
-TEST_F(OperatorCheck, CommandsAreTriedWithoutTouchingThePair)
-{
-	PAIR_OR_RETURN(startServingPair());
-	const Millis before = lab().clock().now();
-	const CommandResult sound = ctl(HostId::b, {"check"});
-	EXPECT_EQ(sound.status, 0) << sound.output;
-	EXPECT_EQ(sound.output.find("what the commands do"), std::string::npos) << sound.output;
-
-	struct Broken
-	{
-		const char* key;
-		std::string command;
-		const char* id;
+		for (const HostId node : {HostId::a, HostId::b})
+		{
+			const CommandResult renamed = made.run(node, {"sh", "-c", kOtherNames});
+			EXPECT_TRUE(renamed.ok()) << renamed.output;
+			const CommandResult found = ctl(node, {"check"});
+			const std::string cure = "init --service-interface ens192 --communication-interface ens224";
+			EXPECT_EQ(found.status, 78);
+			EXPECT_NE(found.output.find(cure), std::string::npos) << found.output;
+			const CommandResult written = ctl(node, {"--root", "/tmp/links", "init", "--service-interface", "ens192",
+			                                         "--communication-interface", "ens224"});
+			EXPECT_TRUE(written.ok()) << written.output;
+			const CommandResult applied = made.run(node, {"sh", "-c", kApplyLinks});
+			EXPECT_TRUE(applied.ok()) << applied.output;
+			const CommandResult sound = ctl(node, {"check"});
+			EXPECT_EQ(sound.status, 0) << sound.output;
+		}
 	};
-	const std::string add = std::string("ip addr add ") + plan::virtualAddress + "/24 dev eth0";
-	for (const Broken& fault :
-	     {Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add + " label eth0:ha; printf up", "[start-command-prints]"},
-	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", add, "[address-without-label]"},
-	      Broken{"AGENT.VIRTUAL_IP_START_COMMAND", "/bin/false", "[raises-nothing]"},
-	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "true", "[drops-nothing]"},
-	      Broken{"AGENT.VIRTUAL_IP_STOP_COMMAND", "sleep 1000 &", "[held-output]"}})
-	{
-		NodeSettings settings = NodeSettings::standard(HostId::b);
-		lab().node(HostId::b).writeSettings(settings.set(fault.key, fault.command));
-		const CommandResult tried = ctl(HostId::b, {"check"}, moveLimit);
-		EXPECT_NE(tried.output.find(fault.id), std::string::npos) << fault.id << " in\n" << tried.output;
-	}
-	EXPECT_TRUE(processesNamed(lab().host(HostId::b).pid(), "sleep").empty());
-	EXPECT_EQ(heldBy("none", before) + heldBy("b", before) + heldBy("a+b", before), Millis(0));
+	PAIR_OR_RETURN(startPair({}, rename));
+	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
+	EXPECT_TRUE(lab().waitForService(HostId::b, moveLimit, Millis(1000)));
 }
 
 TEST_F(OperatorCheck, AMissingKeyEndsTheAgentWhenTheTableSaysSo)

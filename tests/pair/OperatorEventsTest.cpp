@@ -141,17 +141,4 @@ TEST_F(OperatorEvents, AHostThatFailsAndComesBackIsReportedOnBothNodes)
 	expectAllExplained(HostId::b);
 }
 
-TEST_F(OperatorEvents, AFollowedLogTellsATakeOverWhileItHappens)
-{
-	PAIR_OR_RETURN(startServingPair());
-	ASSERT_TRUE(inShell(HostId::b, "events --follow --json >/tmp/followed 2>&1 </dev/null & exit 0").ok());
-	const std::filesystem::path followed = lab().node(HostId::b).file("/tmp/followed");
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
-	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
-	ASSERT_TRUE(waitFor([&] { return contentOf(followed).find("takeover-done") != std::string::npos; }, moveLimit,
-	                    "the end of the take-over"));
-	expectInOrder(parse(contentOf(followed)),
-	              {"agent-started", "ask-received", "takeover-began partner-asked", "takeover-done partner-asked"});
-}
-
 } // namespace velarix::lab

@@ -1,4 +1,4 @@
-/// What velarixctl tells about a real pair, sound and broken.
+/// What velarixctl tells about a real pair, sound and broken, and does with it.
 
 #include "OperatorTest.h"
 
@@ -12,9 +12,7 @@ namespace velarix::lab
 using testing::HasSubstr;
 using testing::StartsWith;
 
-class Operator : public OperatorTest
-{
-};
+using Operator = OperatorTest;
 
 TEST_F(Operator, SeesASoundPairFromBothNodes)
 {
@@ -75,28 +73,6 @@ TEST_F(Operator, HasFiguresForTheMonitoring)
 	    moveLimit, "heartbeats to be counted"));
 }
 
-TEST_F(Operator, WatchesAMoveAsJson)
-{
-	PAIR_OR_RETURN(startReadyPair());
-
-	lab().inject({FaultKind::programKilled, HostId::a});
-	const CommandResult watched =
-	    ctl(HostId::b, {"watch", "--json", "--interval", "0.2", "--count", "100"}, Millis(60000));
-	EXPECT_EQ(watched.status, 0);
-	std::vector<std::string> roles;
-	std::istringstream lines(watched.output);
-	for (std::string line; std::getline(lines, line);)
-	{
-		const nlohmann::json role = nlohmann::json::parse(line)["role"]["value"];
-		if (roles.empty() || role != roles.back())
-		{
-			roles.push_back(role.is_string() ? role.get<std::string>() : "none");
-		}
-	}
-	EXPECT_THAT(roles, testing::ElementsAre("slave", "master"));
-	EXPECT_EQ(status(HostId::b)["last_change"]["cause"], "partner-asked");
-}
-
 TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 {
 	PAIR_OR_RETURN(startReadyPair());
@@ -126,30 +102,166 @@ TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 	EXPECT_TRUE(waitUntilReady());
 }
 
-TEST_F(Operator, KnowsThatASlaveWithoutItsCommunicationInterfaceTakesNothingOver)
+/// Planned moves.
+class OperatorSwitchover : public OperatorTest
+{
+protected:
+	/// Moves the service from one node to the other and looks whether all of it went.
+	void move(HostId from)
+	{
+		const HostId to = otherNode(from);
+		const Millis begin = lab().clock().now();
+		const CommandResult result = ctl(from, {"switchover"}, moveLimit);
+		const Millis took = lab().clock().now() - begin;
+		ASSERT_EQ(result.status, 0) << result.output;
+		EXPECT_THAT(result.output, HasSubstr(std::string("the service moved to ") +
+		                                     plan::addressOf(to, Network::communication) + " in "));
+		EXPECT_EQ(lab().owners(), nameOf(to));
+		EXPECT_TRUE(lab().waitForService(to, moveLimit));
+		EXPECT_EQ(heldBy("a+b", begin), Millis(0));
+		// Two countdowns of five seconds.
+		EXPECT_GE(took, Millis(10000));
+		EXPECT_EQ(status(from)["last_change"]["cause"], "switchover");
+		EXPECT_EQ(status(to)["last_change"]["cause"], "partner-asked");
+	}
+};
+
+TEST_F(OperatorSwitchover, MovesTheServiceThereAndBack)
 {
 	PAIR_OR_RETURN(startReadyPair());
 
-	lab().inject({FaultKind::communicationInterfacePulled, HostId::b});
-	EXPECT_TRUE(waitForStatus(HostId::b, "the missing carrier",
-	                          [](const nlohmann::json& b) {
-		                          return b["interfaces"]["eth1"]["value"] == false && b["fail_over"]["works"] == false;
-	                          }));
-	EXPECT_GE(ctl(HostId::b, {"nagios"}).status, 1);
-	lab().repair({FaultKind::communicationInterfacePulled, HostId::b});
+	const CommandResult dry = ctl(HostId::a, {"switchover", "--dry-run"});
+	EXPECT_EQ(dry.status, 0);
+	EXPECT_THAT(dry.output, HasSubstr("would hand the service over to 198.51.100.12:\n"));
+	EXPECT_EQ(lab().owners(), "a");
+
+	move(HostId::a);
+	// The node with AGENT.MODE 1 does not take it back by itself.
+	ASSERT_TRUE(waitUntilReady());
+	EXPECT_EQ(lab().owners(), "b");
+	move(HostId::b);
+}
+
+TEST_F(OperatorSwitchover, MovesTheKeepersServiceThereAndBack)
+{
+	PairSettings settings;
+	settings.profile = Profile::keeper;
+	PAIR_OR_RETURN(startReadyPair(LabOptions({}, settings)));
+	const Millis begin = lab().clock().now();
+	// The third would be refused if the first two counted as flapping.
+	for (const HostId from : {HostId::a, HostId::b, HostId::a})
+	{
+		const CommandResult result = ctl(from, {"switchover"}, moveLimit);
+		ASSERT_EQ(result.status, 0) << result.output;
+		EXPECT_TRUE(lab().waitForService(otherNode(from), moveLimit));
+		EXPECT_EQ(status(from)["last_change"]["cause"], "switchover");
+		ASSERT_TRUE(waitUntilReady());
+	}
+	EXPECT_EQ(heldBy("a+b", begin), Millis(0));
+	std::printf("the longest time without the service: %lld ms\n", static_cast<long long>(outageSince(begin).count()));
+}
+
+/// Node a has a key that b accepts; what it may do there is the line of authorized_keys.
+class OperatorOverSsh : public OperatorTest
+{
+protected:
+	void shell(HostId node, const std::string& line)
+	{
+		const CommandResult result = lab().run(node, {"sh", "-ec", line});
+		ASSERT_TRUE(result.ok()) << line << ": " << result.output;
+	}
+
+	void serve()
+	{
+		for (const HostId node : {HostId::a, HostId::b})
+		{
+			shell(node, "mount -t tmpfs -o mode=700 none /root; mkdir -m 700 /root/.ssh");
+		}
+		shell(HostId::a, "ssh-keygen -q -t ed25519 -N '' -f /root/.ssh/id_ed25519; "
+		                 "echo StrictHostKeyChecking accept-new >/root/.ssh/config");
+		shell(HostId::b, "dropbearkey -t ed25519 -f /root/key >/dev/null 2>&1; dropbear -r /root/key -P /root/pid");
+	}
+
+	void allow(const std::string& options)
+	{
+		const std::string key = contentOf(lab().node(HostId::a).file("/root/.ssh/id_ed25519.pub"));
+		shell(HostId::b, "umask 077; printf '%s' '" + options + key + "' >/root/.ssh/authorized_keys");
+	}
+};
+
+TEST_F(OperatorOverSsh, APairIsSeenAndPutIntoMaintenanceFromOneNode)
+{
+	PAIR_OR_RETURN(startReadyPair());
+	serve();
+	const CommandResult alone = ctl(HostId::a, {"pair"});
+	EXPECT_EQ(alone.status, 3) << alone.output;
+	EXPECT_THAT(alone.output, HasSubstr("partner-not-reached"));
+
+	allow("restrict,command=\"velarixctl status --for-pair\" ");
+	const CommandResult pair = ctl(HostId::a, {"pair", "--json"});
+	EXPECT_EQ(pair.status, 0) << pair.output;
+	EXPECT_EQ(nlohmann::json::parse(pair.output)["nodes"][1]["role"]["value"], "slave") << pair.output;
+
+	allow("");
+	const CommandResult on = ctl(HostId::a, {"maintenance", "on", "--pair"});
+	EXPECT_EQ(on.status, 0) << on.output;
+	EXPECT_EQ(status(HostId::b)["problems"][0]["id"], "maintenance");
+	const CommandResult off = ctl(HostId::a, {"maintenance", "off", "--pair"});
+	EXPECT_EQ(off.status, 0) << off.output;
 	EXPECT_TRUE(waitUntilReady());
+
+	EXPECT_EQ(ctl(HostId::a, {"switchover", "--dry-run"}).status, 0);
+	lab().inject({FaultKind::serviceInterfacePulled, HostId::b});
+	const CommandResult refused = ctl(HostId::a, {"switchover"});
+	EXPECT_EQ(refused.status, 69) << refused.output;
+	EXPECT_THAT(refused.output, HasSubstr("refused: the partner could not take the service: its status says that"));
+	EXPECT_EQ(lab().owners(), "a");
 }
 
-TEST_F(Operator, TellsWhatAnUnprivilegedUserMayNotRead)
+/// An administrator works on the pair, and nothing fails over.
+class OperatorMaintenance : public OperatorTest, public testing::WithParamInterface<Profile>
 {
-	PAIR_OR_RETURN(startReadyPair());
+protected:
+	void maintenance(HostId node, const std::string& word)
+	{
+		const CommandResult result = ctl(node, {"maintenance", word});
+		ASSERT_EQ(result.status, 0) << result.output;
+	}
+};
 
-	const std::vector<std::string> asNobody{"setpriv",        "--reuid=65534", "--regid=65534",
-	                                        "--clear-groups", program,         "status"};
-	const CommandResult result = lab().run(HostId::a, asNobody);
-	EXPECT_EQ(result.status, 4);
-	EXPECT_THAT(result.output, HasSubstr("Permission denied"));
-	EXPECT_THAT(result.output, HasSubstr("agent        runs as process"));
+TEST_P(OperatorMaintenance, AServiceMayBeStoppedAndStarted)
+{
+	PairSettings settings;
+	settings.profile = GetParam();
+	const LabOptions options({}, settings);
+	PAIR_OR_RETURN(startReadyPair(options));
+	maintenance(HostId::b, "on");
+	maintenance(HostId::a, "on");
+	EXPECT_EQ(status(HostId::a)["problems"][0]["id"], "maintenance");
+	const Millis begin = lab().clock().now();
+
+	lab().run(HostId::a, {"pkill", "-9", "-x", "labhttpd"});
+	ASSERT_TRUE(waitFor([&] { return lab().answeredBy() == "none"; }, moveLimit, "the service to be gone"));
+	// Longer than the pair would need to notice it and to move the service.
+	const auto moved = [&] { return lab().answeredBy() != "none" || lab().owners() != "a"; };
+	EXPECT_FALSE(waitFor(moved, Millis(15000), "nothing"));
+
+	if (GetParam() == Profile::plain)
+	{
+		EXPECT_EQ(ctl(HostId::a, {"maintenance", "off"}).status, 69) << "the agent would give the service up";
+		lab().run(HostId::a, {"sh", "-c", std::string("setsid ") + plan::serviceProgram + " >/dev/null 2>&1 &"});
+	}
+	maintenance(HostId::a, "off");
+	maintenance(HostId::b, "off");
+	ASSERT_TRUE(waitUntilReady());
+	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit));
+	for (const char* owners : {"none", "b", "a+b"})
+	{
+		EXPECT_EQ(heldBy(owners, begin), Millis(0)) << owners;
+	}
 }
+
+INSTANTIATE_TEST_SUITE_P(Settings, OperatorMaintenance, testing::Values(Profile::plain, Profile::keeper),
+                         [](const auto& row) { return nameOf(row.param); });
 
 } // namespace velarix::lab

@@ -65,6 +65,12 @@ protected:
 	Settings settings;
 };
 
+/// The line of a start of the managed programs.
+inline constexpr char kBanner[] = "log E Utill:78 \n"
+                                  "======================================================\n"
+                                  "================ process run =========================\n"
+                                  "======================================================";
+
 /// The default run-info record.
 extern const char kRunInfo[];
 

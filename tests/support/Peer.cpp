@@ -147,9 +147,15 @@ bool somebodyListensOn(std::uint16_t port, const std::string& address)
 	return tryConnect(newSocket(), port, address);
 }
 
-Listener::Listener(std::uint16_t port, const std::string& address, bool reusePort)
-    : m_socket(bindTo(port, address, true, reusePort))
+Listener::Listener(std::uint16_t port, const std::string& address, bool reusePort) : m_socket(newSocket())
 {
+	const int on = 1;
+	const sockaddr_in local = addressOf(port, address);
+	for (const int option : {SO_REUSEADDR, reusePort ? SO_REUSEPORT : SO_REUSEADDR})
+	{
+		require(call(SYS_setsockopt, m_socket.descriptor(), SOL_SOCKET, option, &on, sizeof on) == 0, "option");
+	}
+	require(call(SYS_bind, m_socket.descriptor(), &local, sizeof local) == 0, "bind");
 	require(call(SYS_listen, m_socket.descriptor(), 16) == 0, "listen");
 }
 
@@ -167,21 +173,6 @@ Socket Listener::accept() const
 bool Listener::isAsked() const
 {
 	return isReadable(m_socket.descriptor(), 0);
-}
-
-Socket bindTo(std::uint16_t port, const std::string& address, bool reuseAddress, bool reusePort)
-{
-	Socket socket = newSocket();
-	const int reuse[] = {reuseAddress ? 1 : 0, reusePort ? 1 : 0};
-	const int options[] = {SO_REUSEADDR, SO_REUSEPORT};
-	for (int i = 0; i < 2; ++i)
-	{
-		require(call(SYS_setsockopt, socket.descriptor(), SOL_SOCKET, options[i], &reuse[i], sizeof reuse[i]) == 0,
-		        "option");
-	}
-	const sockaddr_in local = addressOf(port, address);
-	require(call(SYS_bind, socket.descriptor(), &local, sizeof local) == 0, "bind");
-	return socket;
 }
 
 } // namespace peer

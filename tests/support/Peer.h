@@ -23,7 +23,7 @@ public:
 	std::string receiveAll() const;
 	/// @return whether the other side's end of file or reset comes within `limit`;
 	///         nothing else may be there to be received
-	bool isAtEnd(std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
+	bool isAtEnd(std::chrono::milliseconds limit) const;
 	/// @return whether the other side answers with a reset within `limit`
 	bool isReset(std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
 	/// Ends the sending side only.
@@ -59,9 +59,5 @@ public:
 private:
 	Socket m_socket;
 };
-
-/// @return a socket bound to the address, not listening
-/// @throws std::runtime_error with the C library's error text when it is taken
-Socket bindTo(std::uint16_t port, const std::string& address, bool reuseAddress, bool reusePort);
 
 } // namespace peer

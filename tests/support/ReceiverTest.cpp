@@ -38,31 +38,6 @@ void ReceiverTest::hear(const std::string& partnerRole, const std::string& ask)
 	receiver->ParsingReceivedMessage("/process/1/" + partnerRole + "/20240131235959/" + ask + "/");
 }
 
-namespace
-{
-
-/// Looks at every event as long as it lives.
-class Looking
-{
-public:
-	explicit Looking(const std::function<void(const std::string&)>& look)
-	{
-		onLogLine(look);
-		fakeoutside::onAction(look);
-		events::onSleep([look](long milliseconds) { look("sleep " + std::to_string(milliseconds)); });
-	}
-	~Looking()
-	{
-		onLogLine(nullptr);
-		fakeoutside::onAction(nullptr);
-		events::onSleep(nullptr);
-	}
-	Looking(const Looking&) = delete;
-	Looking& operator=(const Looking&) = delete;
-};
-
-} // namespace
-
 std::vector<std::string> ReceiverTest::stateChanges(const std::function<void()>& call)
 {
 	const auto state = [this]
@@ -80,9 +55,14 @@ std::vector<std::string> ReceiverTest::stateChanges(const std::function<void()>&
 			last = now;
 		}
 	};
-	const Looking looking(look);
+	onLogLine(look);
+	fakeoutside::onAction(look);
+	events::onSleep([look](long milliseconds) { look("sleep " + std::to_string(milliseconds)); });
 	call();
 	look("the end");
+	onLogLine(nullptr);
+	fakeoutside::onAction(nullptr);
+	events::onSleep(nullptr);
 	return changes;
 }
 
@@ -142,10 +122,7 @@ events::List runPrograms()
 {
 	return join({"log D Utill:48 try to start virtual ip", findAddress(), "log D Utill:62 try to run processes",
 	             "system chmod 755 /usr/velarix/bin/ini/processList.sh", "system /usr/velarix/bin/ini/processList.sh",
-	             "log E Utill:78 \n"
-	             "======================================================\n"
-	             "================ process run =========================\n"
-	             "======================================================"});
+	             kBanner});
 }
 
 } // namespace steps

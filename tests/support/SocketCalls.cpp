@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
@@ -22,19 +23,19 @@ struct Fault
 	bool once = false;
 };
 
-using Hook = std::function<void()>;
+using Hooks = std::map<std::string, std::function<void()>>;
 
 struct Script
 {
-	std::map<std::string, bool> recorded;
-	std::map<std::string, Hook> before;
-	std::map<std::string, Hook> after;
+	std::vector<std::string> recorded;
+	Hooks before;
+	Hooks after;
 	std::map<std::string, Fault> faults;
 	std::function<bool()> pollWithoutWaiting;
-	bool sendByteByByte = false;
 };
 
-std::mutex g_mutex;
+/// Held while a hook runs, which may change the script.
+std::recursive_mutex g_mutex;
 Script g_script;
 
 template <typename Value> auto findByPrefix(std::map<std::string, Value>& byPrefix, const std::string& call)
@@ -43,26 +44,25 @@ template <typename Value> auto findByPrefix(std::map<std::string, Value>& byPref
 	                    [&](const auto& entry) { return call.starts_with(entry.first); });
 }
 
-void runHook(std::map<std::string, Hook> Script::*hooks, const std::string& call)
+void runHook(Hooks& hooks, const std::string& call)
 {
-	Hook hook;
+	if (const auto it = findByPrefix(hooks, call); it != hooks.end())
 	{
-		const std::lock_guard lock(g_mutex);
-		if (const auto it = findByPrefix(g_script.*hooks, call); it != (g_script.*hooks).end())
-		{
-			hook = it->second;
-		}
-	}
-	if (hook)
-	{
+		const std::function<void()> hook = it->second;
 		hook();
 	}
 }
 
 /// @return the errno of a scripted fault, 0 for none
-int takeFault(const std::string& call)
+int beforeCall(const std::string& call)
 {
 	const std::lock_guard lock(g_mutex);
+	if (std::any_of(g_script.recorded.begin(), g_script.recorded.end(),
+	                [&](const std::string& begin) { return call.starts_with(begin); }))
+	{
+		events::add(call);
+	}
+	runHook(g_script.before, call);
 	const auto it = findByPrefix(g_script.faults, call);
 	if (it == g_script.faults.end())
 	{
@@ -76,36 +76,16 @@ int takeFault(const std::string& call)
 	return fault.error;
 }
 
-bool sendsByteByByte()
-{
-	const std::lock_guard lock(g_mutex);
-	return g_script.sendByteByByte;
-}
-
 bool pollsWithoutWaiting()
 {
-	std::function<bool()> when;
-	{
-		const std::lock_guard lock(g_mutex);
-		when = g_script.pollWithoutWaiting;
-	}
-	return when && when();
+	const std::lock_guard lock(g_mutex);
+	return g_script.pollWithoutWaiting && g_script.pollWithoutWaiting();
 }
 
 /// Record, hook, fault, the real call, hook.
 template <typename Real> auto answer(const std::string& call, Real real) -> decltype(real())
 {
-	bool recorded = false;
-	{
-		const std::lock_guard lock(g_mutex);
-		recorded = findByPrefix(g_script.recorded, call) != g_script.recorded.end();
-	}
-	if (recorded)
-	{
-		events::add(call);
-	}
-	runHook(&Script::before, call);
-	if (const int error = takeFault(call); error != 0)
+	if (const int error = beforeCall(call); error != 0)
 	{
 		errno = error;
 		return -1;
@@ -114,7 +94,8 @@ template <typename Real> auto answer(const std::string& call, Real real) -> decl
 	if (result >= 0)
 	{
 		const int error = errno;
-		runHook(&Script::after, call);
+		const std::lock_guard lock(g_mutex);
+		runHook(g_script.after, call);
 		errno = error;
 	}
 	return result;
@@ -169,7 +150,7 @@ namespace socketcalls
 void record(const std::string& call)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.recorded[call] = true;
+	g_script.recorded.push_back(call);
 }
 
 void before(const std::string& call, std::function<void()> hook)
@@ -184,28 +165,16 @@ void after(const std::string& call, std::function<void()> hook)
 	g_script.after[call] = std::move(hook);
 }
 
-void failNext(const std::string& call, int error)
+void fail(const std::string& call, int error, bool once)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.faults[call] = {error, true};
-}
-
-void failAlways(const std::string& call, int error)
-{
-	const std::lock_guard lock(g_mutex);
-	g_script.faults[call] = {error, false};
+	g_script.faults[call] = {error, once};
 }
 
 void pollWithoutWaiting(std::function<bool()> when)
 {
 	const std::lock_guard lock(g_mutex);
 	g_script.pollWithoutWaiting = std::move(when);
-}
-
-void sendByteByByte()
-{
-	const std::lock_guard lock(g_mutex);
-	g_script.sendByteByByte = true;
 }
 
 } // namespace socketcalls
@@ -260,8 +229,7 @@ extern "C"
 	ssize_t send(int socket, const void* buffer, std::size_t size, int flags)
 	{
 		static auto* const real = next<decltype(send)>("send");
-		const std::size_t taken = sendsByteByByte() ? std::min<std::size_t>(size, 1) : size;
-		return answer("send " + std::to_string(size), [&] { return real(socket, buffer, taken, flags); });
+		return answer("send " + std::to_string(size), [&] { return real(socket, buffer, size, flags); });
 	}
 
 	int shutdown(int socket, int how) noexcept

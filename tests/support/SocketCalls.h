@@ -27,17 +27,11 @@ void before(const std::string& call, std::function<void()> hook);
 /// connect, and the poll that follows finds it.
 void after(const std::string& call, std::function<void()> hook);
 
-/// The next such call fails with `error` (a value of errno), after its hook.
-void failNext(const std::string& call, int error);
-
-/// From now on each such call fails.
-void failAlways(const std::string& call, int error);
+/// The next such call, or each from now on, fails with `error` (a value of errno), after its hook.
+void fail(const std::string& call, int error, bool once = true);
 
 /// Polls report what is there now instead of waiting for it, as long as `when`,
 /// asked after the hook of each poll, says so.
-void pollWithoutWaiting(std::function<bool()> when = [] { return true; });
-
-/// A send takes one byte at most.
-void sendByteByByte();
+void pollWithoutWaiting(std::function<bool()> when);
 
 } // namespace socketcalls

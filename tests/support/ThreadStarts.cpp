@@ -10,7 +10,6 @@
 namespace
 {
 
-std::map<std::string, const Poco::Thread*> g_threads;
 std::map<std::string, std::function<void()>> g_throwers;
 
 std::string nameOf(Poco::Runnable& worker)
@@ -28,7 +27,6 @@ std::string nameOf(Poco::Runnable& worker)
 
 void reset()
 {
-	g_threads.clear();
 	g_throwers.clear();
 }
 
@@ -44,16 +42,11 @@ void startThrows(const std::string& worker, std::function<void()> thrower)
 	g_throwers[worker] = std::move(thrower);
 }
 
-const Poco::Thread* threadOf(const std::string& worker)
-{
-	return g_threads[worker];
-}
-
 } // namespace threadstarts
 
 // Poco::Thread::start(Poco::Runnable&); a member function takes its object first.
 extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThread, Poco::Runnable& worker);
-extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThread, Poco::Runnable& worker)
+extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* /*pThread*/, Poco::Runnable& worker)
 {
 	const std::string name = nameOf(worker);
 	events::add("start " + name);
@@ -61,5 +54,4 @@ extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThrea
 	{
 		it->second();
 	}
-	g_threads[name] = pThread;
 }

@@ -16,7 +16,4 @@ namespace threadstarts
 /// From now on the start of `worker` (a class name) calls `thrower`, which throws.
 void startThrows(const std::string& worker, std::function<void()> thrower);
 
-/// @return the thread object on which `worker` was started last, or null
-const Poco::Thread* threadOf(const std::string& worker);
-
 } // namespace threadstarts

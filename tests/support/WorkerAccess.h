@@ -19,32 +19,11 @@ public:
 	/// The part of an iteration before listening.
 	static bool judgeOwnNode(CHeartReciver& worker) { return worker.judgeOwnNode(); }
 
-	/// The loop's own state, with a listening socket.
-	static auto loopWith(std::unique_ptr<Poco::Net::ServerSocket> server)
-	{
-		CHeartReciver::Loop loop;
-		loop.server = std::move(server);
-		return loop;
-	}
-	template <typename Loop> static void serveConnection(CHeartReciver& worker, Loop& loop)
-	{
-		worker.serveConnection(loop);
-	}
-
-	/// One whole pass.
-	template <typename Loop> static void iterate(CHeartReciver& worker, Loop& loop) { worker.iterate(loop); }
-
 	static int& port(CHeartSender& worker) { return worker.m_nPort; }
 	static std::string& partnerIP(CHeartSender& worker) { return worker.m_partnerIP; }
 	static int& refCount(CHeartSender& worker) { return worker.m_refCount; }
 
-	static std::string composeMessage(CHeartSender& worker) { return worker.composeMessage(); }
-	static auto connect(CHeartSender& worker, const Poco::Timespan& timeout) { return worker.connect(timeout); }
-	static void sendMessage(CHeartSender& worker, Poco::Net::StreamSocket& socket) { worker.sendMessage(socket); }
-
 	static bool*& runningFlag(ProcessChecker& worker) { return worker.m_bProcessRunning; }
-	static const std::string& killCommand(ProcessChecker& worker) { return worker.m_killCommand; }
-	static const std::string& relatedProcess(ProcessChecker& worker) { return worker.m_relatedProcess; }
 	static const std::string& startTime(ProcessChecker& worker) { return worker.m_startTime; }
 	static const std::vector<std::string>& processList(ProcessChecker& worker) { return worker.m_processList; }
 	static OBSERVATION_MODE observationMode(ProcessChecker& worker) { return worker.m_observationMode; }

@@ -5,7 +5,6 @@
 
 #include "lab/campaigns/Measure.h"
 #include "lab/campaigns/Observe.h"
-#include "lab/core/Owners.h"
 
 namespace velarix::lab::chaos
 {

@@ -1,9 +1,9 @@
 #include "lab/campaigns/hostile/Attacker.h"
 
-#include "lab/campaigns/hostile/ArpSpoofing.h"
-#include "lab/campaigns/hostile/Frames.h"
-#include "lab/campaigns/hostile/IcmpForgery.h"
-#include "lab/campaigns/hostile/Payload.h"
+#include <csignal>
+#include <string_view>
+
+#include "lab/campaigns/hostile/Heartbeats.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 #include "lab/core/Wait.h"
@@ -14,24 +14,10 @@ namespace velarix::lab::hostile
 namespace
 {
 
-/// an attacker that is served at all is served by then.
+/// An attacker that is served at all is served by then.
 constexpr Millis receivedLimit{30000};
-
-std::string capturedHeartbeat(Lab& lab, HostId node)
-{
-	std::string payload;
-	inNetworkOf(lab.node(node).host(),
-	            [&]
-	            {
-		            payload = captureHeartbeat(plan::communicationInterface,
-		                                       plan::addressOf(node, Network::communication), Millis(15000));
-	            });
-	if (payload.empty())
-	{
-		throw LabError("no heartbeat of " + nodeText(node) + " was captured");
-	}
-	return payload;
-}
+/// One that is stopped may wait for the answer to its farewell.
+constexpr Millis endLimit{20000};
 
 /// @return what the attacker answers for besides its own addresses; empty: nothing
 std::string takenAddress(const AttackInfo& attack, HostId target)
@@ -45,22 +31,6 @@ std::string takenAddress(const AttackInfo& attack, HostId target)
 	default:
 		return {};
 	}
-}
-
-/// A heartbeat makes a node ping; so does every pass of a standby's receiver.
-std::string capturedPingId(Lab& lab, HostId node)
-{
-	std::optional<std::uint16_t> id;
-	inNetworkOf(lab.node(node).host(),
-	            [&] {
-		            id = capturePing(plan::communicationInterface, plan::addressOf(node, Network::communication),
-		                             Millis(15000));
-	            });
-	if (!id)
-	{
-		throw LabError("no ping of " + nodeText(node) + " was captured");
-	}
-	return std::to_string(*id);
 }
 
 /// A probe of ten pings then lasts some milliseconds, as over a network of several switches.
@@ -107,36 +77,23 @@ void prepareHost(Lab& lab, const AttackInfo& attack, HostId target, const std::s
 	}
 }
 
-/// What can be captured of a tunnel shows neither heartbeats nor pings. The attacker is given what they hold.
-std::string knownPayload(Lab& lab, const AttackerPlan& plan)
-{
-	return plan.attack == "replay" ? forgedHeartbeat("1-1-0")
-	                               : std::to_string(lab.node(plan.target).agent().value().pidInside & 0xffff);
-}
-
+/// What it says. Of a tunnel, what can be captured shows neither heartbeats nor pings: the attacker
+/// is given what they hold. Empty: it captures or makes it itself.
 std::string payloadFor(Lab& lab, const AttackerPlan& plan)
 {
-	if (plan.tunnel && (plan.attack == "replay" || plan.attack == "icmp-known-id"))
-	{
-		return knownPayload(lab, plan);
-	}
 	if (plan.attack == "replay")
 	{
-		return capturedHeartbeat(lab, hostNamed(plan.detail).value());
+		return plan.tunnel ? forgedHeartbeat("1-1-0") : "";
 	}
 	if (plan.attack == "icmp-known-id")
 	{
-		return capturedPingId(lab, plan.target);
+		return plan.tunnel ? std::to_string(lab.node(plan.target).agent().value().pidInside & 0xffff) : "";
 	}
-	if (plan.attack == "icmp-wrong-id" || plan.attack == "icmp-requests")
+	if (plan.attack.starts_with("icmp-"))
 	{
 		return plan.detail;
 	}
-	if (plan.attack == "line-feeds")
-	{
-		return forgedLogLine();
-	}
-	return plan.detail.empty() ? std::string() : forgedHeartbeat(plan.detail);
+	return plan.detail.empty() ? "" : forgedHeartbeat(plan.detail);
 }
 
 std::string addressOf(const AttackerPlan& plan, HostId node)
@@ -144,58 +101,91 @@ std::string addressOf(const AttackerPlan& plan, HostId node)
 	return plan.tunnel && !plan.beside ? plan::tunnelAddressOf(node) : plan::addressOf(node, Network::communication);
 }
 
-std::vector<std::string> recordedFor(Lab& lab, const AttackerPlan& plan)
+/// lab/guest/attacker.py tells what becomes of them.
+nlohmann::json ordersFor(Lab& lab, const AttackerPlan& plan)
 {
-	std::vector<std::string> frames;
-	if (plan.attack == "recorded")
-	{
-		inNetworkOf(lab.node(plan.target).host(),
-		            [&] { frames = recordFrames(plan::communicationInterface, Millis(3000)); });
-	}
-	return frames;
+	using enum Network;
+	const HostId partner = otherNode(plan.target);
+	const HostId captured = plan.attack == "replay" ? hostNamed(plan.detail).value() : plan.target;
+	return {{"attack", plan.attack},
+	        {"detail", plan.detail},
+	        {"seed", plan.seed},
+	        {"count", plan.count},
+	        {"payload", payloadFor(lab, plan)},
+	        {"log", lab.node(plan.target).diskFile(plan::logFile).string()},
+	        {"interfaces", {{"service", plan::serviceInterface}, {"communication", plan::communicationInterface}}},
+	        {"port", plan::heartbeatPort},
+	        {"at", addressOf(plan, plan.target)},
+	        {"partnerAt", addressOf(plan, partner)},
+	        {"target", plan::addressOf(plan.target, communication)},
+	        {"targetService", plan::addressOf(plan.target, service)},
+	        {"partner", plan::addressOf(partner, communication)},
+	        {"gateway", plan::addressOf(HostId::gateway, communication)},
+	        {"client", plan::addressOf(HostId::client, service)},
+	        {"virtual", plan::virtualAddress},
+	        {"own", plan::attackerAddress},
+	        {"ownService", plan::attackerServiceAddress},
+	        {"captured", plan::addressOf(captured, communication)},
+	        {"capturePid", lab.node(captured).host().pid()}};
 }
 
 } // namespace
 
 Attacker::Attacker(Lab& lab, const AttackerPlan& plan)
-    : m_lab(lab), m_attack(attackNamed(plan.attack)), m_parameters{plan.target,
-                                                                   plan.seed,
-                                                                   plan.count,
-                                                                   payloadFor(lab, plan),
-                                                                   lab.node(plan.target).diskFile(plan::logFile),
-                                                                   addressOf(plan, plan.target),
-                                                                   addressOf(plan, otherNode(plan.target)),
-                                                                   recordedFor(lab, plan),
-                                                                   m_stop}
+    : m_lab(lab), m_attack(attackNamed(plan.attack)), m_target(plan.target), m_at(addressOf(plan, plan.target)),
+      m_said(fileInMemory())
 {
-	prepareHost(lab, m_attack, plan.target, m_parameters.at);
-	m_thread = std::thread(
-	    [this]
-	    {
-		    try
-		    {
-			    inNetworkOf(m_lab.attacker(), [this] { m_attack.carryOut(m_parameters, m_tally); });
-		    }
-		    catch (const LabError& error)
-		    {
-			    m_problem = error.what();
-		    }
-		    m_ended = true;
-	    });
+	prepareHost(lab, m_attack, m_target, m_at);
+	const Descriptor orders = fileInMemory(ordersFor(lab, plan).dump());
+	// In that network only: the target's log is a file of the machine.
+	m_process = spawn({.argv = {"python3", "-B", VELARIX_LAB_ATTACKER},
+	                   .inside = lab.attacker().insideNetwork(),
+	                   .input = orders.get(),
+	                   .output = m_said.get()});
 }
 
 Attacker::~Attacker()
 {
-	join();
+	stop();
 }
 
-void Attacker::join()
+bool Attacker::ended(Millis limit)
 {
-	m_stop = true;
-	if (m_thread.joinable())
+	if (m_process > 0)
 	{
-		m_thread.join();
+		if (const std::optional<int> status = waitForChild(m_process, limit))
+		{
+			m_status = *status;
+			m_process = -1;
+		}
 	}
+	return m_process < 0;
+}
+
+void Attacker::stop()
+{
+	if (!ended(Millis(0)))
+	{
+		::kill(m_process, SIGTERM);
+	}
+	if (!ended(endLimit))
+	{
+		::kill(m_process, SIGKILL);
+		ended(endLimit);
+	}
+}
+
+std::string Attacker::lastLine() const
+{
+	std::string text = contentOf(m_said);
+	text.resize(text.rfind('\n') + 1);
+	return text.empty() ? text : text.substr(text.rfind('\n', text.size() - 2) + 1);
+}
+
+AttackTally Attacker::tally() const
+{
+	const std::string line = lastLine();
+	return line.empty() ? AttackTally{} : nlohmann::json::parse(line).get<AttackTally>();
 }
 
 void Attacker::awaitHold(bool mitigated)
@@ -203,8 +193,8 @@ void Attacker::awaitHold(bool mitigated)
 	// An ARP answer takes effect when it was sent a few times; a connection that is not
 	// answered is tried once for a long time.
 	const long first = m_attack.portUse == PortUse::none ? 5 : 1;
-	const auto begun = [&] { return m_tally.tries >= first || m_ended; };
-	const auto marked = [&] { return timesIn(m_parameters.log, m_attack.mark) > 0; };
+	const auto begun = [&] { return ended(Millis(0)) || tally().tries >= first; };
+	const auto marked = [&] { return timesIn(m_lab.node(m_target).diskFile(plan::logFile), m_attack.mark) > 0; };
 	const bool well = mitigated || m_attack.mark == nullptr
 	                      ? waitFor(begun, receivedLimit, "an attack to begin")
 	                      : waitFor(marked, receivedLimit, "an attack to be received");
@@ -216,18 +206,20 @@ void Attacker::awaitHold(bool mitigated)
 
 void Attacker::awaitEnd()
 {
-	m_thread.join();
+	while (!ended(Millis(1000)))
+	{
+	}
 }
 
 void Attacker::end()
 {
-	join();
-	if (!m_problem.empty())
+	stop();
+	if (m_status != 0)
 	{
-		throw LabError("the attack failed: " + m_problem);
+		throw LabError("the attack failed with status " + std::to_string(m_status) + ": " + lastLine());
 	}
 	std::string commands;
-	if (const std::string taken = takenAddress(m_attack, m_parameters.target); !taken.empty())
+	if (const std::string taken = takenAddress(m_attack, m_target); !taken.empty())
 	{
 		commands += "ip addr del " + taken + "/32 dev lo; ";
 	}
@@ -235,14 +227,14 @@ void Attacker::end()
 	{
 		commands += "echo 0 >/proc/sys/net/ipv4/ip_forward; nft delete table ip relay; ";
 	}
-	if (m_attack.overService || m_parameters.at != targetsAddress(m_parameters, Network::communication))
+	if (m_attack.overService || m_at != plan::addressOf(m_target, Network::communication))
 	{
-		commands += "ip route del " + m_parameters.at;
+		commands += "ip route del " + m_at;
 	}
 	run({{"sh", "-c", commands}, {}, m_lab.attacker().inside()});
 	if (m_attack.slowPings)
 	{
-		slowPings(m_lab, m_parameters.target, false);
+		slowPings(m_lab, m_target, false);
 	}
 }
 

@@ -1,13 +1,11 @@
-/// An attack that goes on, from the lab's third host on the communication network.
+/// An attack that goes on, from the lab's third host: lab/guest/attacker.py in its network.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <filesystem>
 #include <string>
-#include <thread>
 
 #include "lab/campaigns/hostile/Attacks.h"
+#include "lab/campaigns/hostile/Record.h"
 #include "lab/core/Lab.h"
 
 namespace velarix::lab::hostile
@@ -19,7 +17,7 @@ struct AttackerPlan
 	std::string detail{}; ///< of forged heartbeats: the fields; of "replay": whose heartbeat
 	HostId target = HostId::a;
 	std::uint64_t seed = 1;
-	long count = 10000;  ///< see AttackParameters
+	long count = 10000;  ///< random messages; resets a tenth, messages that are waited for a twentieth of it
 	bool tunnel = false; ///< the heartbeats go through one
 	bool beside = false; ///< ... and its target is attacked at its address on the communication network
 };
@@ -27,9 +25,8 @@ struct AttackerPlan
 class Attacker
 {
 public:
-	/// Begins. For a replay it first waits for the heartbeat that is captured.
-	/// `lab` must outlive the attacker.
-	/// @throws LabError when there is no such attack, or nothing is overheard
+	/// Begins. `lab` must outlive the attacker.
+	/// @throws LabError when there is no such attack
 	Attacker(Lab& lab, const AttackerPlan& plan);
 	/// Ends it.
 	~Attacker();
@@ -47,21 +44,23 @@ public:
 	void end();
 
 	bool lasting() const { return m_attack.lasting; }
-	/// The heartbeat that is forged or replayed; empty: the attack has none.
-	const std::string& payload() const { return m_parameters.payload; }
-	const AttackTally& tally() const { return m_tally; }
+	/// What it has done so far.
+	AttackTally tally() const;
 
 private:
 	Lab& m_lab;
 	const AttackInfo& m_attack;
-	std::atomic<bool> m_stop{false};
-	std::atomic<bool> m_ended{false};
-	AttackParameters m_parameters;
-	AttackTally m_tally;
-	std::string m_problem;
-	std::thread m_thread;
+	HostId m_target;
+	std::string m_at;  ///< address of the target that is attacked
+	Descriptor m_said; ///< a file in memory: lines of JSON
+	pid_t m_process = -1;
+	int m_status = 0;
 
-	void join();
+	/// Its last words that are whole; empty: none yet.
+	std::string lastLine() const;
+	/// @return true when its process has ended within that time
+	bool ended(Millis limit);
+	void stop();
 };
 
 } // namespace velarix::lab::hostile

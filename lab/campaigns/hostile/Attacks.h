@@ -2,34 +2,13 @@
 /// keeps it out.
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-#include <filesystem>
-#include <optional>
 #include <span>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "lab/campaigns/hostile/Mitigation.h"
-#include "lab/campaigns/hostile/Sockets.h"
-#include "lab/core/Basics.h"
 
 namespace velarix::lab::hostile
 {
-
-struct AttackParameters
-{
-	HostId target = HostId::a;
-	std::uint64_t seed = 1;
-	long count = 10000;    ///< random messages; resets a tenth, messages that are waited for a twentieth of it
-	std::string payload{}; ///< the forged or captured heartbeat; of ICMP: the address it claims to come from, or an id
-	std::filesystem::path log{};         ///< of the target, to see what it has read
-	std::string at{};                    ///< address of the target that is attacked
-	std::string partner{};               ///< address by which the target knows its partner
-	std::vector<std::string> recorded{}; ///< frames that have reached it
-	const std::atomic<bool>& stop;
-};
 
 /// What an attack comes to where nothing keeps it out; less, and it did not happen.
 struct AttackGoal
@@ -40,6 +19,10 @@ struct AttackGoal
 	long open = 0;     ///< clients, connected at once
 	long received = 0; ///< of what was forged or replayed: messages that the target has read
 	long read = 0;     ///< messages that are not the partner's and that the target has read
+	// Where one is not 0: one for so many random messages, in place of the number above.
+	long connectionsPer = 0;
+	long messagesPer = 0;
+	long readPer = 0;
 };
 
 /// How packets of an attack get to the heartbeat port.
@@ -68,7 +51,7 @@ enum class TakenAddress
 
 struct AttackInfo
 {
-	const char* name = ""; ///< in the table of expectations
+	const char* name = ""; ///< in the table of expectations; lab/guest/attacker.py carries it out
 	bool lasting = false;  ///< goes on until it is stopped; the others end by themselves
 	/// In the target's log once the attacker has the receiver's connection; null:
 	/// nothing has to be waited for.
@@ -78,19 +61,18 @@ struct AttackInfo
 	bool bareTarget = false;  ///< the target's kernel makes no SYN cookies
 	bool relays = false;      ///< passes on what is led to it, from its own address
 	bool slowPings = false;   ///< partner and gateway answer pings 2 ms later
-	void (*carryOut)(const AttackParameters& parameters, AttackTally& tally) = nullptr;
-	const char* what = ""; ///< for a person
+	const char* what = "";    ///< for a person
 	PortUse portUse = PortUse::connects;
 	/// The weakest mitigation that keeps it out; none: no mitigation does.
 	Mitigation stoppedBy = Mitigation::port;
 	PartnerReceived partner = PartnerReceived::sometimes;
-	AttackGoal (*goal)(long count) = [](long) { return AttackGoal{}; }; ///< of an attack that connects
+	AttackGoal goal{}; ///< of an attack that connects
 	/// Attempts even where a mitigation keeps it out: connections and frames.
 	long leastTries = 1;
 
 	/// What is sent a few times and no more comes when the event has turned the
 	/// target's role; the others have begun before.
-	bool comesAfterEvent() const { return !lasting && mark == nullptr && goal(1).received > 0; }
+	bool comesAfterEvent() const { return !lasting && mark == nullptr && goal.received > 0; }
 
 	/// The tunnel does not keep ARP answers out, and no connection passes beside it.
 	bool isStoppedBy(Mitigation mitigation) const

@@ -1,11 +1,9 @@
 #include "lab/campaigns/hostile/CaseTable.h"
 
 #include <algorithm>
-#include <map>
 #include <set>
 
-#include "lab/campaigns/hostile/IcmpForgery.h"
-#include "lab/campaigns/hostile/Payload.h"
+#include "lab/campaigns/hostile/Heartbeats.h"
 #include "lab/tables/Toml.h"
 
 namespace velarix::lab::hostile
@@ -14,14 +12,13 @@ namespace velarix::lab::hostile
 namespace
 {
 
+/// In the order of the enumerators.
+constexpr std::array<const char*, 5> outages{"none", "some", "mostly", "lasting", "any"};
+
 Outage outageFrom(const TomlTable& row)
 {
-	static const std::map<std::string, Outage> outages{{"none", Outage::none},
-	                                                   {"some", Outage::some},
-	                                                   {"mostly", Outage::mostly},
-	                                                   {"lasting", Outage::lasting},
-	                                                   {"any", Outage::any}};
-	return outages.at(row.oneOf("outage", {"none", "some", "mostly", "lasting", "any"}, "none"));
+	const std::string word = row.oneOf("outage", {outages.begin(), outages.end()}, outages[0]);
+	return static_cast<Outage>(std::ranges::find(outages, word) - outages.begin());
 }
 
 Outcome outcomeFrom(const TomlTable& row)
@@ -50,7 +47,10 @@ void requireDetail(const Case& cell)
 	}
 	else if (cell.attack == "icmp-wrong-id" || cell.attack == "icmp-requests")
 	{
-		sourcesNamed(cell.target, cell.detail);
+		if (cell.detail != "gateway" && cell.detail != "partner")
+		{
+			throw LabError("\"" + cell.detail + "\" is no source of forged ICMP: gateway, partner");
+		}
 	}
 	else if (!cell.detail.empty())
 	{
@@ -113,19 +113,7 @@ std::vector<Case> casesFrom(const TomlTable& file)
 
 const char* nameOf(Outage outage)
 {
-	switch (outage)
-	{
-	case Outage::none:
-		return "-";
-	case Outage::some:
-		return "some";
-	case Outage::mostly:
-		return "mostly";
-	case Outage::lasting:
-		return "lasting";
-	default:
-		return "any";
-	}
+	return outage == Outage::none ? "-" : outages.at(static_cast<std::size_t>(outage));
 }
 
 bool isOwner(const std::string& owners, const std::string& word)

@@ -40,7 +40,8 @@ struct Case
 {
 	std::string name; ///< attack / target / role of the target
 	std::string attack;
-	std::string detail; ///< of forged heartbeats: the fields; of "replay": whose heartbeat; of ICMP: see sourcesNamed
+	std::string detail; ///< of forged heartbeats: the fields; of "replay": whose heartbeat; of ICMP: gateway, or
+	                    ///< partner for the partner's and the virtual address
 	HostId master = HostId::a;
 	HostId target = HostId::a;
 	std::optional<Fault> event;      ///< comes while the attack goes on

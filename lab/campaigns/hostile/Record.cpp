@@ -1,22 +1,10 @@
 #include "lab/campaigns/hostile/Record.h"
 
-#include <nlohmann/json.hpp>
-
 #include "lab/core/Basics.h"
 #include "lab/core/TextTable.h"
 
 namespace velarix::lab::hostile
 {
-
-using Json = nlohmann::json;
-
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AgentFigures, pid, threads, descriptors, residentKib)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSnapshot, roles, agents)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Observation, owner, roles, durationMs, outageMs, outageOpen, noAnswerMs, duplicateMs,
-                                   moves, ended)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Record, name, mitigation, tries, connections, messages, bytes, atOnce, open,
-                                   received, read, partner, dropped, payload, before, during, after, owner, differences,
-                                   timeline)
 
 namespace
 {
@@ -35,28 +23,6 @@ Row rowOf(const Record& record)
 }
 
 } // namespace
-
-std::string toJson(const Record& record)
-{
-	return Json(record).dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::string toJson(const std::vector<Record>& records)
-{
-	return Json(records).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-Record recordFrom(const std::string& text)
-{
-	try
-	{
-		return Json::parse(text).get<Record>();
-	}
-	catch (const Json::exception& error)
-	{
-		throw LabError(std::string("no record of an attack: ") + error.what());
-	}
-}
 
 std::string toText(const std::vector<Record>& records)
 {

@@ -8,6 +8,8 @@
 
 #include <sys/types.h>
 
+#include "lab/campaigns/Json.h"
+
 namespace velarix::lab::hostile
 {
 
@@ -40,10 +42,9 @@ struct Observation
 	std::string ended;    ///< nodes whose agent ended by itself
 };
 
-struct Record
+/// What the attacker has done so far, as it says.
+struct AttackTally
 {
-	std::string name;
-	std::string mitigation;
 	long tries = 0;       ///< connections begun and frames made by hand
 	long connections = 0; ///< that the node's kernel accepted
 	long messages = 0;    ///< written completely
@@ -51,10 +52,16 @@ struct Record
 	long atOnce = 0;     ///< clients of a pool at once, connected or connecting
 	long open = 0;       ///< clients of a pool that were connected at once
 	long received = 0;   ///< of what was forged or replayed: messages that the target read
-	long read = 0;       ///< messages that the target read during the attack, its partner's among them
-	long partner = 0;    ///< its partner's
-	long dropped = 0;    ///< packets that the target's firewall dropped
 	std::string payload; ///< the heartbeat that was forged or replayed
+};
+
+struct Record : AttackTally
+{
+	std::string name;
+	std::string mitigation;
+	long read = 0;    ///< messages that the target read during the attack, its partner's among them
+	long partner = 0; ///< its partner's
+	long dropped = 0; ///< packets that the target's firewall dropped
 	PairSnapshot before;
 	Observation during;
 	PairSnapshot after;                   ///< once nothing changes any more
@@ -63,11 +70,14 @@ struct Record
 	std::string timeline;                 ///< when there are differences
 };
 
-std::string toJson(const Record& record);
-/// All records of a run of the command.
-std::string toJson(const std::vector<Record>& records);
-/// @throws LabError when the text is no record
-Record recordFrom(const std::string& json);
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AttackTally, tries, connections, messages, bytes, atOnce, open, received, payload)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AgentFigures, pid, threads, descriptors, residentKib)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSnapshot, roles, agents)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Observation, owner, roles, durationMs, outageMs, outageOpen, noAnswerMs, duplicateMs,
+                                   moves, ended)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Record, name, mitigation, tries, connections, messages, bytes, atOnce, open,
+                                   received, read, partner, dropped, payload, before, during, after, owner, differences,
+                                   timeline)
 
 /// One line for each with the figures that an attack is judged by, and below it the differences.
 std::string toText(const std::vector<Record>& records);

@@ -4,7 +4,6 @@
 #include <memory>
 #include <thread>
 
-#include "lab/campaigns/Jitter.h"
 #include "lab/campaigns/Observe.h"
 #include "lab/campaigns/hostile/Attacker.h"
 #include "lab/campaigns/hostile/Judge.h"
@@ -49,6 +48,41 @@ std::array<std::string, 2> rolesOf(Lab& lab)
 	return {lab.role(HostId::a), lab.role(HostId::b)};
 }
 
+/// The agents' figures and roles now. Takes two seconds.
+PairSnapshot snapshotOf(Lab& lab)
+{
+	PairSnapshot moment;
+	for (int look = 0; look < 8; ++look)
+	{
+		for (const HostId node : nodes)
+		{
+			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
+			if (agent)
+			{
+				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);
+			}
+		}
+		std::this_thread::sleep_for(Millis(250));
+	}
+	moment.roles = rolesOf(lab);
+	return moment;
+}
+
+/// What the watched time came to, without its roles.
+Observation observationOf(const PhaseRecord& seen)
+{
+	Observation observation;
+	observation.owner = seen.owner;
+	observation.durationMs = (seen.to - seen.from).count();
+	observation.outageMs = seen.outage.count();
+	observation.outageOpen = seen.outageOpen;
+	observation.noAnswerMs = seen.noAnswer.count();
+	observation.duplicateMs = seen.splitBrain.count();
+	observation.moves = seen.moves;
+	observation.ended = seen.ended;
+	return observation;
+}
+
 AttackerPlan attackerPlanOf(const Plan& plan)
 {
 	return {plan.cell.attack, plan.cell.detail, plan.cell.target,
@@ -89,7 +123,6 @@ std::unique_ptr<Attacker> watchAttack(Lab& lab, const Plan& plan, Record& record
 	const ReceivedCounts receivedBefore = receivedBy(lab, plan.cell.target);
 	const Millis from = lab.clock().now();
 	std::unique_ptr<Attacker> attacker = beginAttack(lab, plan);
-	record.payload = attacker->payload();
 	if (!attacker->lasting())
 	{
 		attacker->awaitEnd();
@@ -129,7 +162,7 @@ void runInLab(Lab& lab, const Plan& plan, Record& record)
 	record.before = snapshotOf(lab);
 	const std::unique_ptr<Attacker> attacker = watchAttack(lab, plan, record);
 	watchAftermath(lab, plan, *attacker);
-	keepTally(attacker->tally(), record);
+	static_cast<AttackTally&>(record) = attacker->tally();
 	record.dropped = plan.mitigation == Mitigation::none ? 0 : droppedByFirewall(lab, plan.cell.target);
 	record.owner = lab.owners();
 	record.after = snapshotOf(lab);
@@ -137,53 +170,9 @@ void runInLab(Lab& lab, const Plan& plan, Record& record)
 
 } // namespace
 
-Observation observationOf(const PhaseRecord& seen)
-{
-	Observation observation;
-	observation.owner = seen.owner;
-	observation.durationMs = (seen.to - seen.from).count();
-	observation.outageMs = seen.outage.count();
-	observation.outageOpen = seen.outageOpen;
-	observation.noAnswerMs = seen.noAnswer.count();
-	observation.duplicateMs = seen.splitBrain.count();
-	observation.moves = seen.moves;
-	observation.ended = seen.ended;
-	return observation;
-}
-
-void keepTally(const AttackTally& tally, Record& record)
-{
-	record.tries = tally.tries;
-	record.connections = tally.connections;
-	record.messages = tally.messages;
-	record.bytes = tally.bytes;
-	record.atOnce = tally.mostAtOnce;
-	record.open = tally.mostOpen;
-	record.received = tally.received;
-}
-
 ReceivedCounts receivedBy(Lab& lab, HostId node)
 {
 	return receivedIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
-}
-
-PairSnapshot snapshotOf(Lab& lab)
-{
-	PairSnapshot moment;
-	for (int look = 0; look < 8; ++look)
-	{
-		for (const HostId node : nodes)
-		{
-			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
-			if (agent)
-			{
-				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);
-			}
-		}
-		std::this_thread::sleep_for(Millis(250));
-	}
-	moment.roles = rolesOf(lab);
-	return moment;
 }
 
 Record runCase(const Plan& plan)

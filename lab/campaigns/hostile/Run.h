@@ -7,7 +7,7 @@
 #include "lab/campaigns/Record.h"
 #include "lab/campaigns/Times.h"
 #include "lab/campaigns/hostile/CaseTable.h"
-#include "lab/campaigns/hostile/Received.h"
+#include "lab/campaigns/hostile/Heartbeats.h"
 #include "lab/campaigns/hostile/Record.h"
 #include "lab/core/Lab.h"
 
@@ -20,7 +20,7 @@ struct Plan
 	Mitigation mitigation = Mitigation::none;
 	CampaignTimes times{};
 	std::uint64_t seed = 1;
-	long count = 10000; ///< see AttackParameters
+	long count = 10000; ///< see AttackerPlan
 	std::filesystem::path installRoot{};
 	bool beside = false; ///< see AttackerPlan
 };
@@ -29,15 +29,6 @@ struct Plan
 /// ends the attack, watches again. The record has the differences from what is expected.
 /// @throws LabError when no lab can be made
 Record runCase(const Plan& plan);
-
-/// The agents' figures and roles now. Takes two seconds.
-PairSnapshot snapshotOf(Lab& lab);
-
-/// What the watched time came to, without its roles.
-Observation observationOf(const PhaseRecord& seen);
-
-/// What the attacker has done, into the record of the case.
-void keepTally(const AttackTally& tally, Record& record);
 
 /// What the node has read from its heartbeat port so far.
 ReceivedCounts receivedBy(Lab& lab, HostId node);

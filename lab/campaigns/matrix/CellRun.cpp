@@ -1,6 +1,5 @@
 #include "lab/campaigns/matrix/CellRun.h"
 
-#include "lab/campaigns/Jitter.h"
 #include "lab/campaigns/Measure.h"
 #include "lab/campaigns/Observe.h"
 #include "lab/campaigns/Waits.h"

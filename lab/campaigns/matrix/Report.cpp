@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <sstream>
+#include <thread>
+
+#include <sys/utsname.h>
 
 #include "lab/campaigns/Waits.h"
 
@@ -80,6 +83,17 @@ nlohmann::json jsonOf(const Path& path, const PairSettings& times)
 }
 
 } // namespace
+
+std::string machineText()
+{
+	utsname system{};
+	::uname(&system);
+	const std::string release = system.release;
+	// The version; what a distribution or a host appends says nothing to others.
+	const std::string kernel = "Linux " + release.substr(0, release.find_first_not_of("0123456789."));
+	const unsigned processors = std::thread::hardware_concurrency();
+	return kernel + ", " + std::to_string(processors) + (processors == 1 ? " processor" : " processors");
+}
 
 bool Results::allAsExpected() const
 {

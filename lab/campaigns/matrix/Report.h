@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "lab/campaigns/Machine.h"
 #include "lab/campaigns/matrix/CellRun.h"
 
 namespace velarix::lab::matrix
 {
+
+/// @return kernel and number of processors, for example "Linux 6.1.0, 2 processors"
+std::string machineText();
 
 struct Results
 {

@@ -1,10 +1,14 @@
+// The report of a fatal condition, and the settings and records that end the daemon.
+
 #include <utility>
 
 #include "Configuraion.h"
 #include "Daemon.h"
 #include "LogFile.h"
 #include "PlainUser.h"
+#include "QuorinINI.h"
 #include "VelarixLog.h"
+#include "velarix/fatal.h"
 
 namespace
 {
@@ -67,6 +71,14 @@ extern "C" void* __wrap__Znwm(std::size_t size)
 namespace
 {
 
+TEST(FatalReport, HasTheFormOfAFailedAssertionInEveryBuild)
+{
+	EXPECT_EXIT(velarix::fatal("a != b", "Label", 12, "int Class::operation(const std::string&)"),
+	            testing::KilledBySignal(SIGABRT),
+	            "^fatal_test: Label:12: int Class::operation\\(const std::string&\\): Assertion `a != b' "
+	            "failed\\.\n$");
+}
+
 TEST_F(SettingsFatal, WhatIsNoFileThatOpensAndReadsEndsTheDaemonWithTheReportAlone)
 {
 	expectSilentEnd("/usr/velarix/bin/ini/no-such.ini");
@@ -74,13 +86,6 @@ TEST_F(SettingsFatal, WhatIsNoFileThatOpensAndReadsEndsTheDaemonWithTheReportAlo
 	// It opens, and every read of it fails as on a broken disk.
 	sandbox::shell("ln -sfn /proc/self/mem /usr/velarix/bin/ini/broken.ini");
 	expectSilentEnd("/usr/velarix/bin/ini/broken.ini");
-}
-
-TEST_F(SettingsFatal, AnUnreadableFileEndsTheDaemon)
-{
-	ASSERT_EQ(::chmod(kOther, 0), 0);
-	const PlainUser plainUser;
-	expectSilentEnd(kOther);
 }
 
 // The assertion of the load comes first; getInstance never sees an exception.
@@ -150,6 +155,56 @@ TEST_F(SettingsFatal, WithoutAPurgeAgeTheStartOfTheLogEndsTheDaemonBeforeTheFile
 	useUnsetLog();
 	EXPECT_NO_TEXT(velarixLog->init(), "LOG.PURGEAGE");
 	EXPECT_NE(::access("/usr/velarix/log/never.log", F_OK), 0);
+}
+
+constexpr char kRecordLog[] = "/usr/velarix/log/run-info-fatal.log";
+constexpr char kFile[] = "/usr/velarix/bin/log/record.txt";
+
+constexpr char kOpenFailed[] = "(1 == 0) && \"ini File fopen fail.\"";
+constexpr char kLoadRecord[] = "bool initialization::loadFile(const std::string&)";
+
+class RunInfoFatal : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		useRealLogFileAt(kRecordLog);
+	}
+
+	/// Expects that the load of `path` ends the daemon after one line with `text`.
+	static void expectLoadFails(const std::string& path, const std::string& text)
+	{
+		EXPECT_FATAL_AFTER(initialization().loadFile(path), "**ERROR**(QuorinINI:29)" + text, kOpenFailed, "QuorinINI",
+		                   30, kLoadRecord);
+		EXPECT_EQ(logFileTexts(kRecordLog).back(), "[QuorinINI:29] <E> " + text);
+	}
+};
+
+TEST_F(RunInfoFatal, WhatIsNoFileThatOpensAndReadsCannotBeLoaded)
+{
+	expectLoadFails("/usr/velarix/bin/log/no-such.txt", "File not found: /usr/velarix/bin/log/no-such.txt");
+	expectLoadFails("/usr/velarix/bin/log", "Cannot open file: not a file: /usr/velarix/bin/log");
+	// It opens, and every read of it fails as on a broken disk.
+	sandbox::shell("ln -sfn /proc/self/mem /usr/velarix/bin/log/broken.txt");
+	expectLoadFails("/usr/velarix/bin/log/broken.txt", "I/O error: /usr/velarix/bin/log/broken.txt");
+}
+
+TEST_F(RunInfoFatal, AnUnreadableFileCannotBeLoaded)
+{
+	sandbox::writeFile(kFile, kRunInfo);
+	ASSERT_EQ(::chmod(kFile, 0), 0);
+	const PlainUser plainUser;
+	expectLoadFails(kFile, "Access to file denied: /usr/velarix/bin/log/record.txt");
+}
+
+// A shortened path would let a later change rewrite another file.
+TEST_F(RunInfoFatal, APathOf100CharactersCannotBeLoaded)
+{
+	std::string path = "/usr/velarix/bin/log/";
+	path.append(100 - path.size(), 'p');
+	sandbox::writeFile(path, kRunInfo);
+	expectLoadFails(path, "Bad path syntax: path longer than 99 characters: " + path);
 }
 
 } // namespace

@@ -145,21 +145,21 @@ TEST_F(LogRotation, ADirectoryThatBecameReadOnlyRefusesEveryLineFromThenOn)
 	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
 }
 
-TEST_F(LogRotation, ADiskWithoutAnInodeForTheNewFileRefusesEveryLineFromThenOn)
+// The library's stream stays bad; a restart of the daemon is what helps.
+TEST_F(LogRotation, AFullDiskRefusesEveryLineFromThenOn)
 {
-	sandbox::shell("mount -t tmpfs -o nr_inodes=3 few /usr/velarix/log/rotation");
-	leaveLogOf(25 * kHour);
-	sandbox::shell("cd /usr/velarix/log/rotation && touch other && ! touch another 2>/dev/null");
-	useRealLogFile();
-	const std::string refusal = refusalOfALine();
-	EXPECT_THAT(refusal, HasSubstr("/usr/velarix/log/rotation/v.log"));
-	EXPECT_EQ(refusalOfALine(), refusal);
-	sandbox::shell("rm /usr/velarix/log/rotation/other");
-	// A restart of the daemon is what helps.
+	sandbox::shell("mount -t tmpfs -o size=64k full /usr/velarix/log/rotation");
+	writeOneLine();
+	sandbox::shell("dd if=/dev/zero of=/usr/velarix/log/rotation/rest bs=1k count=100 2>/dev/null || true");
+	const std::string page(4200, 'x'); // the room behind the log's last line is taken too
+	const std::string refusal = consoleOf([&] { velarixLog->info("Source", 2, "%s", page.c_str()); }).out;
+	// The library's versions (1.11 and 1.13) differ.
+	EXPECT_THAT(refusal, testing::AnyOf(std::string("Cannot write file: ") + kLog + "\n",
+	                                    std::string("File access error: no space left on device: ") + kLog + "\n"));
+	ASSERT_EQ(::unlink("/usr/velarix/log/rotation/rest"), 0);
 	EXPECT_EQ(refusalOfALine(), refusal);
 	writeOneLine();
-	EXPECT_THAT(logFileTexts(kLog), ElementsAre("[Source:1] <I> a new line"));
-	EXPECT_THAT(archives(), ElementsAre(MatchesRegex("v\\.log\\.20[0-9]{15}")));
+	EXPECT_TRUE(sandbox::readFile(kLog).ends_with("<I> a new line\n"));
 	sandbox::shell("umount -l /usr/velarix/log/rotation");
 }
 

@@ -12,10 +12,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr char kBanner[] = "log E Utill:78 \n"
-                           "======================================================\n"
-                           "================ process run =========================\n"
-                           "======================================================";
 constexpr char kProof[] = "/usr/velarix/log/proof";
 
 class RealLaunch : public DaemonTest
@@ -39,15 +35,6 @@ protected:
 		DaemonTest::TearDown();
 	}
 
-	static mode_t permissions()
-	{
-		struct stat status
-		{
-		};
-		EXPECT_EQ(::stat(velarix::kRunScriptPath, &status), 0);
-		return status.st_mode & 07777U;
-	}
-
 	static void runScript(const std::string& text)
 	{
 		sandbox::writeFile(velarix::kRunScriptPath, text);
@@ -68,16 +55,6 @@ TEST_F(RealLaunch, TheAgentsScriptStartsTheConfiguredProgramsInTheirDirectory)
 	EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(alpha[0]) + "/cwd"), "/usr/velarix/programs");
 	EXPECT_TRUE(Utill::processKill());
 	EXPECT_TRUE(waitFor([] { return !Utill::isProcessRunning(OBSERVATION_MODE_1); }, 5s, "end of both programs"));
-}
-
-TEST_F(RealLaunch, TheScriptBecomesExecutable)
-{
-	const mode_t before = ::umask(0);
-	sandbox::writeFile(velarix::kRunScriptPath, "true\n");
-	::umask(before);
-	EXPECT_EQ(permissions(), 0666U);
-	Utill::voidProcessRun(true);
-	EXPECT_EQ(permissions(), 0755U);
 }
 
 TEST_F(RealLaunch, TheEndOfTheScriptIsAwaited)

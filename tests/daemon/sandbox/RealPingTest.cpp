@@ -55,14 +55,6 @@ TEST_F(RealPing, AnAddressThatNobodyHoldsIsSilentAndNoError)
 	                                       "log D Utill:768 partnerComunicationIPcheck : false"));
 }
 
-TEST_F(RealPing, ANetworkWithoutRouteIsSilentAndNoError)
-{
-	configure("192.0.2.1");
-	EXPECT_FALSE(myComunicationIPcheck());
-	EXPECT_THAT(events::all(), ElementsAre("log D Utill:774 myComunicationIPcheck : START",
-	                                       "log D Utill:791 myComunicationIPcheck : FALSE"));
-}
-
 TEST_F(RealPing, AnAddressThatCannotBeResolvedIsAnError)
 {
 	configure("no host");

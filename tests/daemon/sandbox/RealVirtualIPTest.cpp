@@ -2,8 +2,6 @@
 
 #include "VirtualIP.h"
 
-#include <cerrno>
-
 #include "WorkerTest.h"
 
 namespace
@@ -60,16 +58,6 @@ TEST_F(RealVirtualIP, ASilentCommandWithALabelRaisesTheAddressInOnePass)
 	EXPECT_TRUE(isMyVirtualIPWorking());
 }
 
-TEST_F(RealVirtualIP, ACommandThatPrintsIsFoundRightByTheListingInTheNextPass)
-{
-	const std::string loud = std::string(kStart) + "; echo done";
-	configure(loud);
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(), ElementsAre(ran(kStop), kNotListed, "sleep 1000", "sleep 1000", "sleep 1000",
-	                                       "sleep 1000", "sleep 1000", ran(loud, "done\n\n"),
-	                                       "log E Utill:432 can't start virtual ip: done\n\n", "sleep 500", kListed));
-}
-
 TEST_F(RealVirtualIP, AStandingAddressIsDroppedFirstAndRaisedAnew)
 {
 	EXPECT_TRUE(start());
@@ -97,16 +85,6 @@ TEST_F(RealVirtualIP, TheCarrierOfItsInterfaceIsRead)
 	EXPECT_EQ(pReceiver->ComunicationLanCardCheck(), 0) << "there is no eth1";
 	sandbox::setCarrier("eth0", false);
 	EXPECT_EQ(pReceiver->serviceLanCardCheck(), 0);
-}
-
-TEST_F(RealVirtualIP, NothingOfAListingIsLeftBehind)
-{
-	EXPECT_FALSE(isMyVirtualIPWorking());
-	EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
-	sandbox::shell(kStart);
-	EXPECT_TRUE(isMyVirtualIPWorking());
-	EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
-	EXPECT_EQ(errno, ECHILD);
 }
 
 /// Only the words are translated, and the agent looks for the address.

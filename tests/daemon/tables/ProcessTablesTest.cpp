@@ -50,7 +50,7 @@ TEST_F(ProcessTables, OnlyTheSettingOneIsTheFirstObservationMode)
 	EXPECT_THAT(events::all(), testing::IsEmpty());
 }
 
-// The two that do not count, 127 and -1, are in LaunchingFatalTest.cpp and RealLaunchTest.cpp:
+// The two that do not count, 127 and -1, are in ProcessFatalTest.cpp and RealLaunchTest.cpp:
 // exit statuses come shifted by eight bits, signals as they are.
 TEST_F(ProcessTables, EveryOtherResultOfTheScriptCountsAsStarted)
 {
@@ -63,11 +63,7 @@ TEST_F(ProcessTables, EveryOtherResultOfTheScriptCountsAsStarted)
 		EXPECT_THAT(events::all(),
 		            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
 		                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-		                        "system /usr/velarix/bin/ini/processList.sh",
-		                        "log E Utill:78 \n"
-		                        "======================================================\n"
-		                        "================ process run =========================\n"
-		                        "======================================================"));
+		                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
 	}
 }
 

@@ -1,6 +1,4 @@
-// The agent's own process start and kill, its flag and its start time.
-
-#include <future>
+// The agent's construction, what it does to the node in order, its process start and its kill.
 
 #include "Daemon.h"
 #include "Utilities.h"
@@ -9,10 +7,6 @@
 namespace
 {
 
-constexpr char kBanner[] = "log E Utill:78 \n"
-                           "======================================================\n"
-                           "================ process run =========================\n"
-                           "======================================================";
 /// The managed program of the tests in which one runs: this program's own name.
 constexpr char kOwnName[] = "/opt/app/bin/daemon_unit";
 
@@ -58,14 +52,6 @@ protected:
 		    });
 	}
 
-	/// Runs `action` on another thread; a lock left behind makes it hang.
-	static void expectNotLocked(const std::function<void()>& action)
-	{
-		auto done = std::async(std::launch::async, action);
-		ASSERT_EQ(done.wait_for(std::chrono::seconds(5)), std::future_status::ready);
-		done.get();
-	}
-
 	/// The start ends the daemon; the error line comes first.
 	void expectFatalStart(std::function<void()> thrower, const std::string& errorLine)
 	{
@@ -81,14 +67,6 @@ protected:
 
 	std::unique_ptr<CAgent> agent;
 };
-
-TEST_F(CAgentProcess, AForeignErrorWhileSavingTheTimeReachesTheCallerWithTheLockFree)
-{
-	refuseTheTimeLine([] { throw std::runtime_error("foreign"); });
-	EXPECT_THROW(agent->saveStartedTime(), std::runtime_error);
-	EXPECT_THAT(events::only({"log E"}), IsEmpty());
-	expectNotLocked([&] { EXPECT_THROW(agent->saveStartedTime(), std::runtime_error); });
-}
 
 TEST_F(CAgentProcess, ProcessStartRunsTheScriptWithoutTheAddressAndRecordsTheTime)
 {
@@ -125,15 +103,6 @@ TEST_F(CAgentProcess, AnErrorOfTheLibraryAtTheStartEndsTheDaemon)
 	expectFatalStart([] { throw Poco::TimeoutException("script"); }, "**ERROR**(CAgent:96)Timeout: script");
 }
 
-TEST_F(CAgentProcess, AForeignErrorAtTheStartReachesTheCallerWithTheLockFree)
-{
-	scriptThrows([] { throw std::runtime_error("foreign"); });
-	EXPECT_THROW(agent->processStart(), std::runtime_error);
-	EXPECT_FALSE(agent->isRunning());
-	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
-	expectNotLocked([&] { EXPECT_THROW(agent->processStart(), std::runtime_error); });
-}
-
 TEST_F(CAgentProcess, KillWithNoProgramRunningDoesNothing)
 {
 	EXPECT_TRUE(agent->kill());
@@ -149,6 +118,80 @@ TEST_F(CAgentProcess, KillOfARunningProgramRunsTheCommandAndLogsAtErrorLevel)
 	            ElementsAre("command kill-by-name daemon_unit",                     //
 	                        "log I Utill:573 command(kill-by-name daemon_unit) : ", //
 	                        "log E CAgent:123 process killed[noName]"));
+}
+
+class CAgentConstruction : public DaemonTest
+{
+protected:
+	/// The events of the construction alone, without those of the destruction.
+	static events::List eventsOfConstruction(MODE mode)
+	{
+		events::clear();
+		const CAgent agent(mode);
+		return events::all();
+	}
+};
+
+TEST_F(CAgentConstruction, ASlaveDropsTheAddressThenKillsEveryProgramThenSaysSo)
+{
+	settings.programs({"/opt/app/bin/server", "/opt/app/bin/worker"});
+	apply();
+	EXPECT_THAT(eventsOfConstruction(2),
+	            ElementsAre("log D CAgent:25 stop virtual ip, process",        //
+	                        "command vip-stop",                                //
+	                        "log I Utill:573 command(vip-stop) : ",            //
+	                        "command kill-by-name server",                     //
+	                        "log I Utill:573 command(kill-by-name server) : ", //
+	                        "command kill-by-name worker",                     //
+	                        "log I Utill:573 command(kill-by-name worker) : ", //
+	                        "log I CAgent:38 Slave CAgent()"));
+}
+
+TEST_F(CAgentConstruction, EveryOtherRoleIsMadeCleanInTheSameWay)
+{
+	for (const auto& [role, line] : std::map<MODE, std::string>{{1, "log I CAgent:33 Master CAgent()"},
+	                                                            {3, "log E CAgent:42 wrong mode setting: 3"},
+	                                                            {0, "log E CAgent:42 wrong mode setting: 0"},
+	                                                            {-7, "log E CAgent:42 wrong mode setting: -7"}})
+	{
+		EXPECT_THAT(eventsOfConstruction(role),
+		            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
+		                        "command vip-stop",                                      //
+		                        "log I Utill:573 command(vip-stop) : ",                  //
+		                        "command kill-by-name noSuchServer",                     //
+		                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+		                        line));
+		CAgent agent(role);
+		EXPECT_EQ(AgentAccess::mode(agent), role);
+	}
+}
+
+TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
+{
+	CAgent agent(2);
+	EXPECT_EQ(AgentAccess::handles(agent), nullptr);
+	EXPECT_EQ(AgentAccess::mode(agent), 2);
+	EXPECT_FALSE(AgentAccess::running(agent));
+	EXPECT_FALSE(agent.isRunning());
+	EXPECT_EQ(AgentAccess::processLocation(agent), "noName");
+	EXPECT_EQ(AgentAccess::observationMode(agent), OBSERVATION_MODE_1);
+	EXPECT_TRUE(AgentAccess::checker(agent).isNull());
+	EXPECT_TRUE(AgentAccess::sender(agent).isNull());
+	EXPECT_TRUE(AgentAccess::reciver(agent).isNull());
+	EXPECT_FALSE(AgentAccess::checkerThread(agent).isRunning());
+	EXPECT_FALSE(AgentAccess::senderThread(agent).isRunning());
+	EXPECT_FALSE(AgentAccess::reciverThread(agent).isRunning());
+	EXPECT_FALSE(AgentAccess::spareThread(agent).isRunning());
+}
+
+TEST_F(CAgentConstruction, TheDestructorLogsTheRoleOfThatMoment)
+{
+	{
+		CAgent agent(2);
+		AgentAccess::mode(agent) = 1;
+		events::clear();
+	}
+	EXPECT_THAT(events::all(), ElementsAre("log I CAgent:49 ~CAgent()[1]"));
 }
 
 } // namespace

@@ -72,15 +72,6 @@ TEST_F(CAgentThreads, TheTimeIsRecordedThenTheCheckerTheReceiverAndTheSenderStar
 	                                       "start CHeartSender"));
 }
 
-TEST_F(CAgentThreads, EachWorkerGetsItsOwnThreadAndTheSpareOneNone)
-{
-	agent->startThread();
-	EXPECT_EQ(threadstarts::threadOf("ProcessChecker"), &AgentAccess::checkerThread(*agent));
-	EXPECT_EQ(threadstarts::threadOf("CHeartReciver"), &AgentAccess::reciverThread(*agent));
-	EXPECT_EQ(threadstarts::threadOf("CHeartSender"), &AgentAccess::senderThread(*agent));
-	EXPECT_FALSE(AgentAccess::spareThread(*agent).isRunning());
-}
-
 TEST_F(CAgentThreads, EveryWorkerSharesTheAgentsRoleFlagAndListAndCarriesItsLabel)
 {
 	agent->startThread();
@@ -94,21 +85,6 @@ TEST_F(CAgentThreads, EveryWorkerSharesTheAgentsRoleFlagAndListAndCarriesItsLabe
 	expectShared(*AgentAccess::checker(*agent));
 	expectShared(*AgentAccess::reciver(*agent));
 	expectShared(*AgentAccess::sender(*agent));
-}
-
-TEST_F(CAgentThreads, AWorkerWithAnotherHolderOutlivesTheAgent)
-{
-	agent->startThread();
-	Poco::AutoPtr<ProcessChecker> checker = AgentAccess::checker(*agent);
-	Poco::AutoPtr<CHeartReciver> reciver = AgentAccess::reciver(*agent);
-	Poco::AutoPtr<CHeartSender> sender = AgentAccess::sender(*agent);
-	EXPECT_EQ(WorkerAccess::refCount(*checker), 2);
-	EXPECT_EQ(WorkerAccess::refCount(*reciver), 2);
-	EXPECT_EQ(WorkerAccess::refCount(*sender), 2);
-	agent.reset();
-	EXPECT_EQ(WorkerAccess::refCount(*checker), 1);
-	EXPECT_EQ(WorkerAccess::refCount(*reciver), 1);
-	EXPECT_EQ(WorkerAccess::refCount(*sender), 1);
 }
 
 TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSender)
@@ -125,23 +101,6 @@ TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSend
 	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
 }
 
-TEST_F(CAgentThreads, AnErrorOfALaterConstructionLeavesTheWorkersOfAnEarlierStart)
-{
-	agent->startThread();
-	const ProcessChecker* pChecker = AgentAccess::checker(*agent).get();
-	const CHeartReciver* pReciver = AgentAccess::reciver(*agent).get();
-	const CHeartSender* pSender = AgentAccess::sender(*agent).get();
-	events::clear();
-	refuse("log D ProcessChecker:69 ");
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "log E CAgent:160 Cannot write file: disk full"));
-	EXPECT_EQ(AgentAccess::checker(*agent).get(), pChecker);
-	EXPECT_EQ(AgentAccess::reciver(*agent).get(), pReciver);
-	EXPECT_EQ(AgentAccess::sender(*agent).get(), pSender);
-}
-
 TEST_F(CAgentThreads, AfterAnErrorWhileTheTimeIsRecordedAllThreeStart)
 {
 	refuse("log D CAgent:179 ");
@@ -152,16 +111,6 @@ TEST_F(CAgentThreads, AfterAnErrorWhileTheTimeIsRecordedAllThreeStart)
 	                                       "start ProcessChecker",                                //
 	                                       "start CHeartReciver",                                 //
 	                                       "start CHeartSender"));
-}
-
-TEST_F(CAgentThreads, AnErrorOfAnotherFamilyReachesTheCaller)
-{
-	threadstarts::startThrows("CHeartReciver", [] { throw std::runtime_error("foreign"); });
-	EXPECT_THROW(agent->startThread(), std::runtime_error);
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "start ProcessChecker",                                //
-	                                       "start CHeartReciver"));
 }
 
 TEST_F(CAgentThreads, AMissingRunInfoRecordEndsTheDaemonBeforeAnyWorkerIsMade)

@@ -118,13 +118,6 @@ TEST_IN_OWN_PROCESS(ChangeIniFailures, TheThreadThatFailedToWriteCanTryAgain)
 	EXPECT_EQ(sandbox::readFile(kGood), "[T]\nK = 2\n");
 }
 
-TEST_IN_OWN_PROCESS(ChangeIniFailures, ALaterSuccessOfThatThreadDoesNotFreeTheOthers)
-{
-	failToWrite();
-	EXPECT_TRUE(changeGood("1"));
-	expectOthersWait();
-}
-
 TEST_IN_OWN_PROCESS(ChangeIniFailures, ARefusedKeyLeavesTheLockFree)
 {
 	initialization editor;

@@ -30,8 +30,10 @@ class DatabaseWait : public DaemonTest
 TEST_F(DatabaseWait, ADatabaseThatComesUpAfterTwoChecksIsWorking)
 {
 	g_failures = 2;
+	MODE mode = MODE_MASTER;
 	testing::internal::CaptureStdout();
-	EXPECT_TRUE(isDBOn(nullptr));
+	EXPECT_TRUE(isDBOn(&mode));
+	EXPECT_EQ(g_pLastMode, &mode);
 	EXPECT_EQ(testing::internal::GetCapturedStdout(), "waiting database...: 1\n"
 	                                                  "waiting database...: 2\n"
 	                                                  "**DEBUG**(Utill:728)DB is working\n");
@@ -54,14 +56,6 @@ TEST_F(DatabaseWait, AHundredFailedChecksEndTheWait)
 	EXPECT_EQ(events::only({"sleep 1000"}).size(), 100U);
 	EXPECT_THAT(events::only({"log "}), ElementsAre("log D Utill:739 DB is not working"));
 	EXPECT_EQ(events::all().size(), 201U);
-}
-
-TEST_F(DatabaseWait, TheCheckIsGivenTheRole)
-{
-	g_failures = 0;
-	MODE mode = MODE_MASTER;
-	EXPECT_TRUE(isDBOn(&mode));
-	EXPECT_EQ(g_pLastMode, &mode);
 }
 
 } // namespace

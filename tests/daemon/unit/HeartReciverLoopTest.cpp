@@ -1,5 +1,5 @@
-// A pass of the receiver: the node's own verdicts, the listening socket that they
-// keep, and when the settings are read.
+// A pass of the receiver: the node's own verdicts, the listening socket that they keep, when
+// the settings are read, and what it makes of a partner that is not heard.
 
 #include <sys/socket.h>
 
@@ -40,9 +40,7 @@ events::List masterLosesItsProgram()
 	return join({judged, "log D CHeartReciver:106 stop virtual IP", dropAddress(), "sleep 1000"});
 }
 
-class ReceiverPass : public ReceiverLoop
-{
-};
+using ReceiverPass = ReceiverLoop;
 
 TEST_F(ReceiverPass, AFailedNetworkCheckKeepsTheListeningSocket)
 {
@@ -93,13 +91,6 @@ TEST_F(ReceiverPass, GivingUpKeepsTheListeningSocket)
 	EXPECT_EQ(g_specialAsking, 1);
 	EXPECT_EQ(count(), 0);
 	EXPECT_EQ(status(), 1);
-}
-
-TEST_F(ReceiverPass, NobodyListensBeforeThePassGetsThere)
-{
-	mode = MODE_MASTER;
-	atPass(2, [this] { EXPECT_FALSE(partnerFindsReceiver()); });
-	passes(2);
 }
 
 TEST_F(ReceiverPass, ARunStartsWithStatusOKAndNothingCounted)
@@ -155,15 +146,6 @@ TEST_F(ReceiverPass, TheSettingsOfTheLoopAreReadOnce)
 	                        "option SO_RCVTIMEO 1s 0us", "poll 1000"));
 }
 
-TEST_F(ReceiverPass, ThePartnersAddressIsAskedOfTheSettingsAnew)
-{
-	Configuraion* pConf = Configuraion::getInstance(velarix::kSettingsPath);
-	std::string otherAddress = "10.0.0.3";
-	atPass(2, [&] { pConf->setString("AGENT.PARTNER_IP", otherAddress); });
-	passes(2);
-	EXPECT_THAT(events::only({"ping"}), ElementsAre("ping 10.0.0.2 x10", "ping 10.0.0.3 x10"));
-}
-
 TEST_F(ReceiverPass, TheConfiguredAddressAloneAndTheLowSixteenBitsOfThePortAreUsed)
 {
 	settings.set("AGENT.HEART_BEAT_RECEIVE_PORT", "70001");
@@ -177,6 +159,117 @@ TEST_F(ReceiverPass, TheConfiguredAddressAloneAndTheLowSixteenBitsOfThePortAreUs
 	socketcalls::record("bind");
 	passes(1);
 	EXPECT_THAT(events::only({"bind"}), ElementsAre("bind 127.0.0.1:4465"));
+}
+
+constexpr char kCardError[] = "log D CHeartReciver:182 COMUNICATION LAN CARD ERROR";
+constexpr char kCardProblem[] = "log D CHeartReciver:196 Reciver : my comunicationLanCard problem";
+constexpr char kPartnerIsThere[] = "log E CHeartReciver:201 Reciver : Partner IP and Service IP are working, but I did "
+                                   "not get any message from partner";
+constexpr char kKill[] = "log D CHeartReciver:215 Reciver : kill";
+constexpr char kRun[] = "log D CHeartReciver:218 try to process run";
+constexpr char kEth1[] = "cat /sys/class/net/eth1/carrier";
+
+class ReceiverSilence : public ReceiverLoop
+{
+protected:
+	static void partnerHostIsDead() { fakeoutside::pingGives("10.0.0.2", 0); }
+};
+
+TEST_F(ReceiverSilence, AMasterOnlyLogsItAndKeepsItsSocket)
+{
+	beMaster();
+	EXPECT_THAT(passes(3),
+	            are({masterJudged(), kNewServer, silence(), masterJudged(), silence(), masterJudged(), silence()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(status(), 1);
+}
+
+TEST_F(ReceiverSilence, ASlaveWithoutCarrierNeverCountsAndNeverTakesOver)
+{
+	partnerHostIsDead();
+	fakeoutside::commandPrints(kEth1, "0\n");
+	const events::List laterPass = join({slaveJudgedWithPartnerSilent(), silence(), carrierLookedAt("0"), kCardError});
+	EXPECT_THAT(passes(5), are({slaveJudgedWithPartnerSilent(), kNewServer, silence(), carrierLookedAt("0"), kCardError,
+	                            laterPass, laterPass, laterPass, laterPass}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, TheThirdFindsAPartnerThatStillAnswersPings)
+{
+	// The socket is kept.
+	EXPECT_THAT(passes(4), are({slaveJudged(), kNewServer, counted(kCounted1), slaveJudged(), kNewServer,
+	                            counted(kCounted2), slaveJudged(), kNewServer, thirdSilence(), partnerAnswers(),
+	                            kPartnerIsThere, slaveJudged(), counted(kCounted1)}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+	EXPECT_EQ(g_specialAsking, 0);
+}
+
+TEST_F(ReceiverSilence, ACardLostAtTheSecondLookStopsTheTakeOverKeepsTheSocketAndStartsTheCountAnew)
+{
+	partnerHostIsDead();
+	fakeoutside::commandPrintsInTurn(kEth1, {"1\n", "1\n", "1\n", "0\n", "1\n"});
+	const events::List judged = slaveJudgedWithPartnerSilent();
+	EXPECT_THAT(passes(4), are({judged, kNewServer, counted(kCounted1), judged, kNewServer, counted(kCounted2), judged,
+	                            kNewServer, silence(), carrierLookedAt("1"), kCardOK, kThird, carrierLookedAt("0"),
+	                            kCardProblem, judged, counted(kCounted1)}));
+	EXPECT_EQ(mode, MODE_SLAVE);
+}
+
+TEST_F(ReceiverSilence, ACardErrorBetweenIsNeitherCountedNorForgetsTheCount)
+{
+	fakeoutside::commandPrintsInTurn(kEth1, {"1\n", "0\n", "1\n"});
+	EXPECT_THAT(passes(3), are({slaveJudged(), kNewServer, counted(kCounted1), slaveJudged(), kNewServer, silence(),
+	                            carrierLookedAt("0"), kCardError, slaveJudged(), counted(kCounted2)}));
+}
+
+TEST_F(ReceiverSilence, TheThirdFromADeadPartnerIsATakeOver)
+{
+	partnerHostIsDead();
+	EXPECT_THAT(pass(3), are({slaveJudgedWithPartnerSilent(), kNewServer, thirdSilence(), partnerIsSilent(), kRun,
+	                          runPrograms(), dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+	EXPECT_EQ(status(), 1);
+	EXPECT_EQ(g_specialAsking, 0);
+	EXPECT_FALSE(running);
+}
+
+TEST_F(ReceiverSilence, ATakeOverKillsRunningProgramsFirst)
+{
+	partnerHostIsDead();
+	programRuns(true);
+	EXPECT_THAT(pass(3), are({slaveJudgedWithPartnerSilent(), kNewServer, thirdSilence(), partnerIsSilent(), kKill,
+	                          killPrograms(), kRun, runPrograms(), dropped()}));
+	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+TEST_F(ReceiverSilence, TheRoleIsMasterBeforeATakeOverActs)
+{
+	partnerHostIsDead();
+	programRuns(true);
+	std::vector<MODE> roles;
+	fakeoutside::onAction(
+	    [&](const std::string& event)
+	    {
+		    if (event == "command kill-by-name dbServer" || event.rfind("system ", 0) == 0)
+		    {
+			    roles.push_back(velarix::loadShared(mode));
+		    }
+	    });
+	passes(3);
+	EXPECT_THAT(roles, testing::ElementsAre(MODE_MASTER, MODE_MASTER, MODE_MASTER));
+}
+
+TEST_F(ReceiverSilence, TheCountOutlivesATimeAsMaster)
+{
+	atPass(2, [this] { beMaster(); });
+	atPass(3, [this] { mode = MODE_SLAVE; });
+	EXPECT_THAT(pass(3), are({slaveJudged(), counted(kCounted2)}));
+}
+
+TEST_F(ReceiverSilence, TheRoleIsLookedAtAfterThePause)
+{
+	events::onSleep([this](long) { velarix::storeShared(mode, MODE_MASTER); });
+	EXPECT_THAT(passes(1), are({slaveJudged(), kNewServer, silence()}));
 }
 
 } // namespace

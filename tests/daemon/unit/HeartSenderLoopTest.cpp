@@ -1,7 +1,7 @@
-// The sender's passes: one connection per heartbeat, the pauses, the retries, and
-// when the settings and the shared values are read.
+// The sender's passes: one connection per heartbeat, the pauses, the retries, when the settings
+// and the shared values are read, and which failures cost a heartbeat and which the thread.
 
-#include <net/if.h>
+#include <cerrno>
 
 #include "Configuraion.h"
 #include "SenderTest.h"
@@ -23,25 +23,6 @@ protected:
 	static void change(const std::string& key, std::string value)
 	{
 		Configuraion::getInstance(velarix::kSettingsPath)->setString(key, value);
-	}
-
-	/// A partner's address from which nothing ever comes back, not even an error.
-	void useAddressOfNobody()
-	{
-		sandbox::addInterface("nowhere", true);
-		sandbox::shell("ip addr add 10.9.0.1/24 dev nowhere");
-		sandbox::shell("ip neigh add 10.9.0.2 lladdr 02:00:00:00:00:02 dev nowhere");
-		useSetting("AGENT.PARTNER_IP", "10.9.0.2");
-		socketcalls::pollWithoutWaiting();
-	}
-
-	void TearDown() override
-	{
-		SenderTest::TearDown();
-		if (::if_nametoindex("nowhere") != 0)
-		{
-			sandbox::shell("ip link del nowhere");
-		}
 	}
 
 	void useSetting(const std::string& key, const std::string& value)
@@ -76,12 +57,6 @@ TEST_F(SenderLoop, TheConnectionIsClosedBeforeThePause)
 	EXPECT_FALSE(partner->isAsked());
 }
 
-TEST_F(SenderLoop, AnIntervalOfZeroSendsBackToBack)
-{
-	useSetting("AGENT.HEART_BEAT_INTERVAL", "0");
-	EXPECT_THAT(untilWait(3), ElementsAre(kStarted, kSent, "sleep 0", kSent, "sleep 0", kSent, "sleep 0"));
-}
-
 TEST_F(SenderLoop, ARefusedConnectIsRetriedAfterTwoSecondsAndTheIntervalPlaysNoPart)
 {
 	partner.reset();
@@ -89,16 +64,6 @@ TEST_F(SenderLoop, ARefusedConnectIsRetriedAfterTwoSecondsAndTheIntervalPlaysNoP
 	EXPECT_THAT(untilWait(4),
 	            ElementsAre(kStarted, kRefused, kRetry, kRefused, kRetry, kRefused, kRetry, kSent, kInterval));
 	EXPECT_EQ(partner->message(), kBeat);
-}
-
-TEST_F(SenderLoop, AConnectThatTimesOutIsRetried)
-{
-	useAddressOfNobody();
-	useSetting("AGENT.MAX_HEART_BEAT_RECEIING_TIME", "5");
-	socketcalls::record("poll");
-	constexpr char kTimedOut[] =
-	    "log E CHeartSender:79 Sender Timeout: connect timed out: 10.9.0.2:7002(CODE: 0)[noName]";
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, "poll 5000", kTimedOut, kRetry, "poll 5000", kTimedOut, kRetry));
 }
 
 TEST_F(SenderLoop, AnAddressThatCannotBeResolvedIsRetried)
@@ -154,36 +119,6 @@ TEST_F(SenderLoop, TheSharedValuesAreThoseOfTheMomentAfterTheConnect)
 	EXPECT_EQ(partner->message(), "/process/1/1/20250101000000/1/");
 }
 
-TEST_F(SenderLoop, EachHeartbeatTellsTheValuesAnew)
-{
-	atWait(1, [this] { velarix::storeShared(mode, MODE_MASTER); });
-	atWait(2, [] { velarix::storeShared(g_specialAsking, std::int32_t{1}); });
-	atWait(3,
-	       [this]
-	       {
-		       velarix::storeShared(running, true);
-		       velarix::storeShared(mode, MODE_UNSET);
-	       });
-	untilWait(4);
-	EXPECT_EQ(partner->message(), "/process/0/2/20240131235959/0/");
-	EXPECT_EQ(partner->message(), "/process/0/1/20240131235959/0/");
-	EXPECT_EQ(partner->message(), "/process/0/1/20240131235959/1/");
-	EXPECT_EQ(partner->message(), "/process/1/2/20240131235959/1/");
-}
-
-TEST_F(SenderLoop, TheLabelIsInEveryLine)
-{
-	location = "master2";
-	makeSender();
-	location = "changed";
-	partner.reset();
-	atWait(1, [this] { partner = std::make_unique<peer::Listener>(kPort); });
-	EXPECT_THAT(untilWait(2),
-	            ElementsAre("log I CHeartSender:37 Sender thread run started[master2]",
-	                        "log E CHeartSender:79 Sender Connection refused(CODE: 111)[master2]", kRetry,
-	                        "log D CHeartSender:124 beat sent[master2]:/process/0/2/20240102000000/0/", kInterval));
-}
-
 TEST_F(SenderLoop, ARoleOfZeroEndsTheThreadBeforeAnySettingIsRead)
 {
 	settings.remove("AGENT.PARTNER_IP");
@@ -198,10 +133,65 @@ TEST_F(SenderLoop, ARoleOfZeroEndsTheThreadBeforeAnySettingIsRead)
 	EXPECT_EQ(WorkerAccess::partnerIP(*sender), "");
 }
 
-TEST_F(SenderLoop, TheRoleIsNotLookedAtAgainForTheEndOfTheThread)
+std::string failure(const std::string& text)
 {
-	atWait(1, [this] { velarix::storeShared(mode, MODE_UNSET); });
-	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, kSent, kInterval, kSent, kInterval));
+	return "log E CHeartSender:128 " + text + "[noName]";
+}
+
+/// The first call `call` throws `exception`.
+template <typename Exception> void throwAt(const std::string& call, const Exception& exception)
+{
+	socketcalls::before(call,
+	                    [exception, thrown = std::make_shared<bool>(false)]
+	                    {
+		                    if (!std::exchange(*thrown, true))
+		                    {
+			                    throw exception;
+		                    }
+	                    });
+}
+
+using SenderErrors = SenderTest;
+
+TEST_F(SenderErrors, AHeartbeatThatCannotBeWrittenIsNotLoggedAsSent)
+{
+	socketcalls::fail("send", EPIPE, false);
+	EXPECT_THAT(untilWait(2), ElementsAre(kStarted, failure("I/O error: Broken pipe"), kInterval,
+	                                      failure("I/O error: Broken pipe"), kInterval));
+	EXPECT_EQ(partner->message(), "");
+}
+
+TEST_F(SenderErrors, APartnerThatResetsCostsOneHeartbeat)
+{
+	// A write after the reset raises a signal that only threads of the library block.
+	socketcalls::before("send",
+	                    [this, reset = std::make_shared<bool>(false)]
+	                    {
+		                    if (!std::exchange(*reset, true))
+		                    {
+			                    partner->accept().reset();
+		                    }
+	                    });
+	EXPECT_THAT(untilWaitOnAThread(2),
+	            ElementsAre(kStarted, failure("Connection reset by peer"), kInterval, kSent, kInterval));
+	EXPECT_EQ(partner->message(), kBeat);
+}
+
+TEST_F(SenderErrors, AConnectionThatCannotBeShutDownIsNotLoggedAsSent)
+{
+	socketcalls::fail("shutdown", ENOTCONN);
+	EXPECT_THAT(untilWait(2),
+	            ElementsAre(kStarted, failure("Net Exception: Socket is not connected"), kInterval, kSent, kInterval));
+}
+
+TEST_F(SenderErrors, AnExceptionOfAnotherTypeEndsTheThreadSilently)
+{
+	for (const char* call : {"connect", "send"})
+	{
+		events::clear();
+		throwAt(call, std::runtime_error("not of the library"));
+		EXPECT_THAT(untilWaitOnAThread(5), ElementsAre(kStarted)) << call;
+	}
 }
 
 } // namespace

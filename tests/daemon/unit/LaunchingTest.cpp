@@ -1,19 +1,13 @@
-// The start of the managed programs through the run script.
+// The start of the managed programs through the run script, and the launchers that start each
+// program directly and hand back its handle.
 
-#include <iostream>
+#include <set>
 
 #include "Daemon.h"
 #include "Database.h"
 
-using testing::EndsWith;
-
 namespace
 {
-
-constexpr char kBanner[] = "log E Utill:78 \n"
-                           "======================================================\n"
-                           "================ process run =========================\n"
-                           "======================================================";
 
 class Launching : public DaemonTest
 {
@@ -51,16 +45,6 @@ TEST_F(Launching, AWaitingTimeOfThreeCountsThreeTwoOneOnTheConsole)
 	                                       "system /usr/velarix/bin/ini/processList.sh", kBanner));
 }
 
-TEST_F(Launching, ANegativeWaitingTimeStillWaitsAfterALongWhile)
-{
-	waitingTime("-1");
-	EXPECT_THAT(countdownUntilSleep(5000),
-	            EndsWith("\nprocess is waiting for ip setup:-4999\nprocess is waiting for ip setup:-5000\n"));
-	events::List expected(5001, "sleep 1000");
-	expected.front() = "log D Utill:48 try to start virtual ip";
-	EXPECT_EQ(events::all(), expected);
-}
-
 TEST_F(Launching, BelowTheLowestNumberTheCountdownGoesOnWithTheHighest)
 {
 	waitingTime("-2147483648");
@@ -68,22 +52,6 @@ TEST_F(Launching, BelowTheLowestNumberTheCountdownGoesOnWithTheHighest)
 	                                  "process is waiting for ip setup:-2147483648\n"
 	                                  "process is waiting for ip setup:2147483647\n");
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:48 try to start virtual ip", "sleep 1000", "sleep 1000"));
-}
-
-TEST_F(Launching, TheWaitingTimeIsReadAfterTheVirtualIPIsUp)
-{
-	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
-	settings.remove("AGENT.WAITING_TIME_BEFORE_PROCESS_RUN");
-	apply();
-	const auto runWithConsoleOnStandardError = []
-	{
-		std::cout.rdbuf(std::cerr.rdbuf());
-		Utill::voidProcessRun(false);
-	};
-	EXPECT_FATAL_AFTER(runWithConsoleOnStandardError(),
-	                   "**DEBUG**(Utill:668)myVirtualIP working\n"
-	                   "**ERROR**(Configuraion:82)Not found: AGENT.WAITING_TIME_BEFORE_PROCESS_RUN",
-	                   "0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)");
 }
 
 TEST_F(Launching, TheDatabaseNeedsNoStartAndIsThereAtOnce)
@@ -96,6 +64,57 @@ TEST_F(Launching, TheDatabaseNeedsNoStartAndIsThereAtOnce)
 	EXPECT_TRUE(isDBOn(&mode));
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:728 DB is working"));
 	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+constexpr char kRule[] = "======================================================";
+constexpr char kFailoverBanner[] = "log E Utill:140 \n"
+                                   "=======================================================\n"
+                                   "===================  failover  ==========================\n"
+                                   "=======================================================";
+
+/// @return the numbers of the processes that a launcher returned, which have ended then
+std::set<int> idsOf(const std::vector<Poco::ProcessHandle*>* pHandles)
+{
+	std::set<int> ids;
+	for (Poco::ProcessHandle* pHandle : *pHandles)
+	{
+		ids.insert(pHandle->id());
+		pHandle->wait();
+		delete pHandle;
+	}
+	delete pHandles;
+	return ids;
+}
+
+using DirectLaunch = DaemonTest;
+
+TEST_F(DirectLaunch, EachCommandIsLaunchedInOrderWithoutArguments)
+{
+	std::vector<std::string> commands{"/opt/app/one", "/opt/app/two"};
+	EXPECT_THAT(idsOf(Utill::processRun(commands)), SizeIs(2));
+	EXPECT_THAT(events::all(),
+	            ElementsAre("launch /opt/app/one", "log D Utill:96 /opt/app/one started run..", "launch /opt/app/two",
+	                        "log D Utill:96 /opt/app/two started run..", std::string("log E Utill:119 ") + kRule,
+	                        "log E Utill:120 ================ process run =========================",
+	                        std::string("log E Utill:121 ") + kRule));
+}
+
+TEST_F(DirectLaunch, TheConfiguredProgramsAreLaunchedUnderTheFailoverBanner)
+{
+	settings.programs({"/opt/app/one", "/opt/app/two"});
+	apply();
+	EXPECT_THAT(idsOf(Utill::processRun()), SizeIs(2));
+	EXPECT_THAT(events::all(),
+	            ElementsAre("launch /opt/app/one", "log D Utill:96 /opt/app/one started run..", "launch /opt/app/two",
+	                        "log D Utill:96 /opt/app/two started run..", kFailoverBanner));
+}
+
+TEST_F(DirectLaunch, AShellFileIsNamedByItsKey)
+{
+	settings.set("AGENT.BACKUP_COMMAND", "/opt/app/backup now");
+	apply();
+	Utill::shellFileRun("AGENT.BACKUP_COMMAND");
+	EXPECT_THAT(events::all(), ElementsAre("launch /opt/app/backup now"));
 }
 
 } // namespace

@@ -129,17 +129,4 @@ TEST_F(LogTexts, PercentSignsOfAnArgumentAreTextEverywhere)
 	EXPECT_THAT(file(), ElementsAre("[Source:1] <D> 100%d %n %t %%"));
 }
 
-TEST_F(LogTexts, AnEmptyMessageIsALineOfItsOwnAndALongOneIsWhole)
-{
-	const std::string text = std::string(70000, 'm') + "end";
-	expectConsole(
-	    [&]
-	    {
-		    velarixLog->warning("Source", 1, "%s", "");
-		    velarixLog->error("Source", 2, "%s", text.c_str());
-	    },
-	    "**WARNING**\n", "**ERROR**(Source:2)" + text + "\n");
-	EXPECT_THAT(file(), ElementsAre("[Source:1] <W> ", "[Source:2] <E> " + text));
-}
-
 } // namespace

@@ -1,5 +1,5 @@
-// The loop of the process checker. The check itself is scripted here, the locks
-// around it are recorded.
+// The loop of the process checker and the agent's kill. The check and the kill of the programs
+// are scripted here (the production kill always succeeds), the locks are recorded.
 
 #include <pthread.h>
 
@@ -11,6 +11,7 @@ namespace
 /// What the check answers, one after the other; the last for good.
 std::vector<std::function<bool()>> g_answers;
 std::size_t g_checks = 0;
+std::function<bool()> g_kill;
 
 struct Locking
 {
@@ -47,6 +48,14 @@ extern "C" bool __wrap__ZN5Utill16isProcessRunningE16OBSERVATION_MODE(OBSERVATIO
 	recordStep("check", nullptr);
 	const std::size_t turn = std::min(g_checks++, g_answers.size() - 1);
 	return g_answers[turn]();
+}
+
+// Utill::processKill()
+extern "C" bool __wrap__ZN5Utill11processKillEv();
+extern "C" bool __wrap__ZN5Utill11processKillEv()
+{
+	events::add("kill");
+	return g_kill();
 }
 
 extern "C" int __real_pthread_mutex_lock(pthread_mutex_t* pMutex);
@@ -146,32 +155,6 @@ TEST_F(CheckerRun, EachCycleChecksStoresLogsAndSleeps)
 	                        "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 0", "sleep 5000"));
 }
 
-TEST_F(CheckerRun, TheResultIsNotEchoedOnTheConsole)
-{
-	testing::internal::CaptureStdout();
-	runCycles(1);
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "**DEBUG**(ProcessChecker:69)process list loaded[noName]\n");
-}
-
-TEST_F(CheckerRun, TheCycleIsNotReadAgain)
-{
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", "9");
-	events::endAtSleep(1);
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(events::only({"sleep "}), ElementsAre("sleep 5000"));
-}
-
-TEST_F(CheckerRun, TheLineIsLabelledWithTheLocationOfConstruction)
-{
-	location = "hall7";
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	location = "changed";
-	events::endAtSleep(1);
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_THAT(events::only({"log "}), ElementsAre("log D ProcessChecker:103 ProcessRuning[hall7][MODE:S]: 1"));
-}
-
 TEST_F(CheckerRun, AnExceptionOfTheCheckKeepsTheFlagAndTheLoop)
 {
 	running = true;
@@ -192,25 +175,6 @@ TEST_F(CheckerRun, AnExceptionOfAnotherKindIsAnUnknownErrorAndKeepsTheFlag)
 	                                       "check in mode 1", "log E ProcessChecker:111 UNKNOWN ERROR", "sleep 5000",
 	                                       "check in mode 1",
 	                                       "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1", "sleep 5000"));
-}
-
-TEST_F(CheckerRun, AnErrorOfTheLogLineKeepsTheNewValue)
-{
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	onLogLine(
-	    [](const std::string& event)
-	    {
-		    if (event.find(":103 ") != std::string::npos)
-		    {
-			    throw std::runtime_error("channel");
-		    }
-	    });
-	events::endAtSleep(1);
-	EXPECT_THROW(pChecker->run(), events::EndOfScript);
-	EXPECT_TRUE(running);
-	EXPECT_THAT(events::all(),
-	            ElementsAre("check in mode 1", "log D ProcessChecker:103 ProcessRuning[noName][MODE:S]: 1",
-	                        "log E ProcessChecker:111 UNKNOWN ERROR", "sleep 5000"));
 }
 
 /// Runs one pass of the checker and expects both locks around its check and neither
@@ -243,6 +207,38 @@ TEST_F(CheckerRun, ACheckThatThrowsGivesTheLocksBackToo)
 {
 	g_answers = {[]() -> bool { throw Poco::FileException("proc"); }};
 	expectLocksAroundTheCheck(*make());
+}
+
+class AgentKill : public DaemonTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		g_answers = {&yes};
+		g_kill = &yes;
+	}
+
+	static void expectEnd(CAgent& agent, const std::string& errorLine)
+	{
+		EXPECT_FATAL_AFTER(agent.kill(), errorLine, "isKill == true", "CAgent", 131, "bool CAgent::kill()");
+	}
+};
+
+TEST_F(AgentKill, ThatFailsIsLoggedAndEndsTheDaemon)
+{
+	CAgent agent(MODE_SLAVE);
+	g_kill = &no;
+	expectEnd(agent, "**ERROR**(CAgent:123)process killed[noName]");
+	g_kill = []() -> bool { throw Poco::SystemException("kill"); };
+	expectEnd(agent, "**ERROR**(CAgent:127)System exception: kill");
+}
+
+TEST_F(AgentKill, ThatFailsDoesNotKeepTheAgentFromItsStart)
+{
+	g_kill = &no;
+	const CAgent another(MODE_SLAVE);
+	EXPECT_EQ(events::all().back(), "log I CAgent:38 Slave CAgent()");
 }
 
 } // namespace

@@ -42,13 +42,6 @@ TEST_F(Checker, TheObservationModeIsTheSettings)
 	EXPECT_EQ(WorkerAccess::observationMode(*make()), OBSERVATION_MODE_2);
 }
 
-TEST_F(Checker, WithoutARelatedProcessTheKillCommandEndsInABlank)
-{
-	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall").set("AGENT.RELATED_PROCESS", "");
-	apply();
-	EXPECT_EQ(WorkerAccess::killCommand(*make()), "killall ");
-}
-
 TEST_F(Checker, TheStartTimeIsTheTimeOfConstruction)
 {
 	const std::time_t before = std::time(nullptr);
@@ -84,17 +77,6 @@ TEST_F(Checker, WithoutARelatedProcessNothingIsKilled)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(Checker, TheKillCommandIsNotReadAgain)
-{
-	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall").set("AGENT.RELATED_PROCESS", "agentd");
-	apply();
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	settings.set("ADVENCE.PROCESS_KILL_COMMAND", "other").set("AGENT.RELATED_PROCESS", "");
-	apply();
-	pChecker->killRelatedProcess();
-	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall agentd"));
-}
-
 TEST_F(Checker, TheLastPointerDeletesTheChecker)
 {
 	Poco::AutoPtr<ProcessChecker> pFirst = make();
@@ -106,17 +88,6 @@ TEST_F(Checker, TheLastPointerDeletesTheChecker)
 	EXPECT_THAT(events::all(), IsEmpty());
 	pSecond = nullptr;
 	EXPECT_THAT(events::all(), ElementsAre("checker deleted"));
-}
-
-TEST_F(Checker, DuplicateAndReleaseCountOneByOne)
-{
-	Poco::AutoPtr<ProcessChecker> pChecker = make();
-	EXPECT_EQ(pChecker->duplicate(), pChecker.get());
-	pChecker->duplicate();
-	EXPECT_EQ(WorkerAccess::refCount(*pChecker), 3);
-	pChecker->release();
-	pChecker->release();
-	EXPECT_EQ(WorkerAccess::refCount(*pChecker), 1);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// The kill by the configured command and the check by keyword.
+// The configured programs, their kill by the configured command and the check by keyword.
 
 #include "Daemon.h"
 
@@ -17,9 +17,7 @@ protected:
 	}
 };
 
-class KeywordCheck : public ProcessKill
-{
-};
+using KeywordCheck = ProcessKill;
 
 TEST_F(ProcessKill, TheCommandRunsOncePerProgramNameInOrder)
 {
@@ -36,14 +34,6 @@ TEST_F(ProcessKill, WithoutProgramsOrHandlesNoCommandRuns)
 	EXPECT_TRUE(Utill::processKill());
 	EXPECT_TRUE(Utill::processKill(nullptr));
 	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcessKill, AProgramWithoutANameLeavesTheCommandWithItsBlank)
-{
-	settings.programs({"/opt/app/"});
-	apply();
-	EXPECT_TRUE(Utill::processKill());
-	EXPECT_THAT(events::only({"command "}), ElementsAre("command killall -9 "));
 }
 
 TEST_F(KeywordCheck, ProgramsWithoutTheKeywordPassWhateverTheArgument)
@@ -70,15 +60,34 @@ TEST_F(KeywordCheck, TheFirstProgramWithTheKeywordEndsTheCheck)
 	                                                    "command ps aux | grep server"));
 }
 
-TEST_F(KeywordCheck, AKeywordEqualToTheFailureMarkerFailsWhenTheCommandCannotBeRun)
+using ProcessList = DaemonTest;
+
+TEST_F(ProcessList, TheIndexIsDecimalBeyondNine)
 {
-	settings.set("ADVENCE.KEYWORD", "velarixErr");
+	settings.programs({"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"});
 	apply();
-	fakeoutside::commandFails("ps aux | grep server");
-	EXPECT_FALSE(Utill::advenceRunCheck(0));
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command ps aux | grep server",
-	                        "log E Utill:550 shell command run error(fp is NULL): ps aux | grep server", "sleep 1000"));
+	EXPECT_THAT(Utill::getProcessList(), ElementsAre("a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"));
+}
+
+TEST_F(ProcessList, ANegativeNumberGivesAnEmptyList)
+{
+	settings.set("PROCESS_CHECK.PROCESS_NUM", "-3");
+	apply();
+	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
+}
+
+TEST_F(ProcessList, TheNameOfAnEmptyPathIsEmptyAndTheTokenizersErrorIsLogged)
+{
+	std::string path;
+	EXPECT_EQ(getProcessName(path), "");
+	EXPECT_THAT(events::all(), ElementsAre("log E Utill:178 Out of range"));
+}
+
+TEST_F(ProcessList, TheCheckByHandlesMustNotBeCalled)
+{
+	std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
+	EXPECT_FATAL(Utill::isProcessRunning(&pHandles), "1 == 0", "Utill", 254,
+	             "static bool Utill::isProcessRunning(std::vector<Poco::ProcessHandle*>**)");
 }
 
 } // namespace

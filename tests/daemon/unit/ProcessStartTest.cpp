@@ -126,13 +126,6 @@ TYPED_TEST(ProcessStart, CountsAlsoWhenTheTimeCannotBeRecorded)
 	this->expectStartElsewhere();
 }
 
-TYPED_TEST(ProcessStart, WritesTheLocalTimeInFourteenDigits)
-{
-	EXPECT_EQ(this->worker->getCurrentTime(), "20240131235959");
-	fixedclock::stopAt(kNow, "XYZ-02");
-	EXPECT_EQ(this->worker->getCurrentTime(), "20240201015959");
-}
-
 TYPED_TEST(ProcessStart, TheLastReferenceDeletesTheWorkerAndNothingOfTheAgent)
 {
 	struct Watched : TypeParam
@@ -339,13 +332,6 @@ TEST_F(SenderStart, ANewSenderKnowsNoPartnerAndAnErrorOfItsPingIsNotOK)
 	fakeoutside::pingThrows("", [] { throw Poco::SystemException("raw socket", 1); });
 	EXPECT_FALSE(worker->isPartnerNetworkOK());
 	EXPECT_THAT(events::all(), ElementsAre("ping  x5", "log E CHeartSender:150 System exception: raw socket[CODE:1]"));
-}
-
-TEST_F(SenderStart, AnErrorOfThePingOutsideTheLibraryIsPassedOn)
-{
-	fakeoutside::pingThrows("", [] { throw std::runtime_error("broken"); });
-	EXPECT_THROW(worker->isPartnerNetworkOK(), std::runtime_error);
-	EXPECT_THAT(events::all(), ElementsAre("ping  x5"));
 }
 
 } // namespace

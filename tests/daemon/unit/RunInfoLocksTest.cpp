@@ -1,4 +1,6 @@
+#include "FixedClock.h"
 #include "OwnProcess.h"
+#include "PlainUser.h"
 #include "QuorinINI.h"
 #include "WaitingThread.h"
 #include "WorkerTest.h"
@@ -16,9 +18,7 @@ namespace
 
 constexpr char kVanishing[] = "/usr/velarix/bin/log/vanishing.txt";
 
-class RunInfoLocks : public WorkerTest
-{
-};
+using RunInfoLocks = WorkerTest;
 
 /// Leaves the editor's lock taken by the calling thread.
 void jamTheEditor()
@@ -83,24 +83,6 @@ TEST_IN_OWN_PROCESS(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 }
 
-// This file has its copies as well: taking them stops nobody.
-TEST_IN_OWN_PROCESS(RunInfoLocks, ALockTakenInAnotherSourceFileStopsNobody)
-{
-	CAgent agent(MODE_SLAVE);
-	auto pSender = make<CHeartSender>();
-	auto pReciver = make<CHeartReciver>();
-	const Poco::Mutex::ScopedLock lock(g_runTimeRecodeMutex);
-	const WaitingThread everybody(
-	    [&]
-	    {
-		    agent.saveStartedTime();
-		    pSender->saveStartedTime();
-		    pReciver->saveStartedTime();
-		    pSender->getProcessStartedTime();
-	    });
-	EXPECT_TRUE(everybody.returns());
-}
-
 // A lock that is already held by its own thread can be taken again.
 TEST_F(RunInfoLocks, TheFourLocksAreRecursive)
 {
@@ -110,6 +92,47 @@ TEST_F(RunInfoLocks, TheFourLocksAreRecursive)
 		EXPECT_TRUE(pMutex->tryLock());
 		pMutex->unlock();
 	}
+}
+
+constexpr char kAgentLine[] = "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(20231114221320)[noName]";
+constexpr char kReciverLine[] =
+    "log D CHeartReciver:627 run info file changed:TRACE.LAST_RUN_TIME(20231114221320)[noName]";
+constexpr char kSenderLine[] =
+    "log D CHeartSender:249 run info file changed:TRACE.LAST_RUN_TIME(20231114221320)[noName]";
+
+class RunInfoRecord : public WorkerTest
+{
+protected:
+	void SetUp() override
+	{
+		DaemonTest::SetUp();
+		fixedclock::stopAt(1700000000, "UTC0");
+	}
+};
+
+// The default record's times of the roles would give the other answer.
+TEST_F(RunInfoRecord, TheComparisonTakesTheGeneralKeyWhateverTheLabel)
+{
+	std::string partnerTime = "20240115000000";
+	EXPECT_FALSE(make<CHeartReciver>("master")->isStartedProcessFaster(partnerTime));
+	EXPECT_FALSE(make<CHeartReciver>("slave")->isStartedProcessFaster(partnerTime));
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
+TEST_IN_OWN_PROCESS(RunInfoRecord, AWriterIsNotReportedThatTheEditorFailed)
+{
+	CAgent agent(MODE_SLAVE);
+	events::clear();
+	ASSERT_EQ(::chmod(velarix::kRunInfoPath, 0444), 0);
+	const PlainUser plainUser;
+	testing::internal::CaptureStdout();
+	agent.saveStartedTime();
+	make<CHeartReciver>()->saveStartedTime();
+	make<CHeartSender>()->saveStartedTime();
+	const std::string printed = testing::internal::GetCapturedStdout();
+	EXPECT_THAT(printed, StartsWith("ini File fopen fail.\n**DEBUG**(CAgent:179)run time wrote:"));
+	EXPECT_THAT(events::all(), ElementsAre(kAgentLine, kReciverLine, kSenderLine));
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 }
 
 } // namespace

@@ -78,16 +78,6 @@ TEST_F(RunScript, AnExistingScriptIsReplacedAndNeverAppendedTo)
 	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
 }
 
-TEST_F(RunScript, TheScriptIsANewFileAndNotTheOldOneRewritten)
-{
-	sandbox::writeFile(velarix::kRunScriptPath, "old\n");
-	const std::string other = "/usr/velarix/bin/ini/otherName";
-	ASSERT_EQ(::link(velarix::kRunScriptPath, other.c_str()), 0);
-	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
-	EXPECT_EQ(sandbox::readFile(other), "old\n");
-	::unlink(other.c_str());
-}
-
 TEST_F(RunScript, WhateverTheNewFileHoldsMeanwhileIsDropped)
 {
 	g_afterCreation = [] { sandbox::writeFile(velarix::kRunScriptPath, "somebody else's line\n"); };
@@ -103,16 +93,6 @@ TEST_F(RunScript, TheFileIsCreatedWithTheDefaultPermissions)
 	scriptFor({"/srv/worker"});
 	EXPECT_EQ(permissions(), 0600U);
 	::umask(before);
-}
-
-TEST_F(RunScript, ALinkInItsPlaceIsReplacedAndItsTargetKept)
-{
-	const std::string target = "/usr/velarix/bin/ini/target";
-	sandbox::writeFile(target, "kept\n");
-	ASSERT_EQ(::symlink(target.c_str(), velarix::kRunScriptPath), 0);
-	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
-	EXPECT_EQ(sandbox::readFile(target), "kept\n");
-	::unlink(target.c_str());
 }
 
 } // namespace

@@ -40,12 +40,6 @@ TEST_F(ShellRunner, TheCommandHasEndedWhenItIsLoggedAndIsNotEchoed)
 	EXPECT_EQ(open, 0);
 }
 
-TEST_F(ShellRunner, ACommandThatPrintsNothingGivesTheEmptyTextAndAnEmptyOutputInTheLog)
-{
-	EXPECT_EQ(outputOf(""), "");
-	EXPECT_THAT(events::all(), ElementsAre("command show", "log I Utill:573 command(show) : "));
-}
-
 TEST_F(ShellRunner, ACommandThatCannotBeStartedGivesTheMarkerAfterASecond)
 {
 	fakeoutside::commandFails("show");
@@ -53,14 +47,6 @@ TEST_F(ShellRunner, ACommandThatCannotBeStartedGivesTheMarkerAfterASecond)
 	EXPECT_EQ(shellCommand(command), "velarixErr");
 	EXPECT_THAT(events::all(),
 	            ElementsAre("command show", "log E Utill:550 shell command run error(fp is NULL): show", "sleep 1000"));
-}
-
-TEST_F(ShellRunner, PercentSignsInCommandAndOutputAreNoFormats)
-{
-	fakeoutside::commandPrints("date +%s", "100%s\n");
-	std::string command = "date +%s";
-	EXPECT_EQ(shellCommand(command), "100%s\n\n");
-	EXPECT_THAT(events::all(), ElementsAre("command date +%s", "log I Utill:573 command(date +%s) : 100%s\n\n"));
 }
 
 } // namespace

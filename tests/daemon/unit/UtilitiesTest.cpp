@@ -1,6 +1,5 @@
 #include "Utilities.h"
 
-#include <array>
 #include <limits>
 
 #include "Daemon.h"
@@ -58,38 +57,6 @@ TEST_F(CurrentTime, FiveSecondsPastSevenPastNineOnTheThirdOfJanuary2026)
 {
 	fixedclock::stopAt(1767431225, "UTC0");
 	EXPECT_EQ(getCurrentTime(), "20260103090705");
-}
-
-TEST_F(CurrentTime, CountsTwentyFourHours)
-{
-	fixedclock::stopAt(1767225599, "UTC0");
-	EXPECT_EQ(getCurrentTime(), "20251231235959");
-	fixedclock::stopAt(1767225600, "UTC0");
-	EXPECT_EQ(getCurrentTime(), "20260101000000");
-}
-
-TEST_F(CurrentTime, SeveralThreadsAskAtOnce)
-{
-	fixedclock::stopAt(1767431225, "UTC0");
-	std::array<bool, 4> right{};
-	std::vector<std::thread> threads;
-	for (bool& result : right)
-	{
-		threads.emplace_back(
-		    [&result]
-		    {
-			    result = true;
-			    for (int i = 0; i < 1000; ++i)
-			    {
-				    result = result && getCurrentTime() == "20260103090705";
-			    }
-		    });
-	}
-	for (std::thread& thread : threads)
-	{
-		thread.join();
-	}
-	EXPECT_THAT(right, testing::Each(true));
 }
 
 TEST(Utilities, TheDifferenceOfTwoTimesIsThatOfTheNumbersAndNotOfTheSeconds)

@@ -1,3 +1,5 @@
+// The virtual IP: stop, start, wait, and the search for it in the interface listing.
+
 #include "VirtualIP.h"
 
 #include "Daemon.h"
@@ -95,17 +97,6 @@ TEST_F(VirtualIP, APingErrorAfterASilentStartCommandIsLoggedWithTheEmptyOutput)
 	                        "log D Utill:668 myVirtualIP working"));
 }
 
-TEST_F(VirtualIP, AListingThatCannotBeMadeCountsAsAnAbsentAddress)
-{
-	fakeoutside::commandFails("ifconfig");
-	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log E Utill:652 popen error", "sleep 1000", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "command vip-start", "log I Utill:573 command(vip-start) : ",
-	                        "log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 10"));
-}
-
 TEST_F(VirtualIP, ASilentAddressIsPingedEachSecondUntilItAnswers)
 {
 	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 0, 1});
@@ -116,20 +107,6 @@ TEST_F(VirtualIP, ASilentAddressIsPingedEachSecondUntilItAnswers)
 	                        "ping 10.0.1.100 x10", "log D Utill:496 ping: 1"));
 }
 
-TEST_F(VirtualIP, APingErrorEndsTheWait)
-{
-	fakeoutside::pingThrows("10.0.1.100", [] { throw Poco::NotFoundException("no such host", 7); });
-	EXPECT_FALSE(Utill::waitngForVirtualIPSet());
-	EXPECT_THAT(events::all(), ElementsAre("log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10",
-	                                       "log E Utill:504 set virtual ip failed: Not found: no such host"));
-}
-
-TEST_F(VirtualIP, AnErrorOutsideTheLibraryIsPassedOn)
-{
-	fakeoutside::pingThrows("10.0.1.100", [] { throw std::runtime_error("broken"); });
-	EXPECT_THROW(Utill::waitngForVirtualIPSet(), std::runtime_error);
-}
-
 TEST_F(VirtualIP, TheMacAddressHooksDoNothing)
 {
 	Utill::changeMacAddress();
@@ -137,11 +114,61 @@ TEST_F(VirtualIP, TheMacAddressHooksDoNothing)
 	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-TEST_F(VirtualIP, TheStartCommandIsReadBeforeTheAddressIsStopped)
+class VirtualIPListing : public DaemonTest
 {
-	settings.remove("AGENT.VIRTUAL_IP_START_COMMAND").remove("AGENT.VIRTUAL_IP_STOP_COMMAND");
+protected:
+	/// @return the answer, after the log line of that answer was checked, which comes
+	///         before the listing is closed
+	static bool isListedIn(const std::string& listing)
+	{
+		int openAtTheLine = -1;
+		onLogLine([&openAtTheLine](const std::string&) { openAtTheLine = fakeoutside::openPipes(); });
+		fakeoutside::commandPrints("ifconfig", listing);
+		const bool listed = isMyVirtualIPWorking();
+		EXPECT_EQ(openAtTheLine, 1);
+		EXPECT_EQ(fakeoutside::openPipes(), 0);
+		EXPECT_THAT(events::all(), ElementsAre("command ifconfig", listed ? "log D Utill:668 myVirtualIP working"
+		                                                                  : "log D Utill:680 myVirtualIP not working"));
+		return listed;
+	}
+};
+
+TEST_F(VirtualIPListing, TheAddressIsLookedForInPiecesOf127Bytes)
+{
+	struct Row
+	{
+		std::string listing;
+		bool listed;
+	};
+	for (const Row& row : {Row{"eth0: flags\n        inet 10.0.1.100  netmask 255.255.255.0\n\nlo: flags\n", true},
+	                       {"eth0: flags\n        inet 10.0.1.1  netmask 255.255.255.0\n", false},
+	                       {"        inet 10.0.1.1001  netmask 255.255.255.0\n", true},
+	                       {std::string(117, 'x') + "10.0.1.100\n", true},
+	                       {std::string(118, 'x') + "10.0.1.100\n", false},
+	                       {std::string(126, 'x') + "10.0.1.100\n", false}})
+	{
+		events::clear();
+		EXPECT_EQ(isListedIn(row.listing), row.listed) << row.listing;
+	}
+}
+
+TEST_F(VirtualIPListing, ALogThatTakesNoLineLeavesNoListingOpen)
+{
+	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
+	onLogLine([](const std::string&) { throw Poco::WriteFileException("no room"); });
+	EXPECT_THROW(isMyVirtualIPWorking(), Poco::WriteFileException);
+	EXPECT_EQ(fakeoutside::openPipes(), 0);
+	settings.set("AGENT.VIRTUAL_IP", "10.0.1.101");
 	apply();
-	EXPECT_NO_TEXT(start(), "AGENT.VIRTUAL_IP_START_COMMAND");
+	EXPECT_THROW(isMyVirtualIPWorking(), Poco::WriteFileException);
+	EXPECT_EQ(fakeoutside::openPipes(), 0);
+}
+
+TEST_F(VirtualIPListing, AListingThatCannotBeStartedIsNotWorking)
+{
+	fakeoutside::commandFails("ifconfig");
+	EXPECT_FALSE(isMyVirtualIPWorking());
+	EXPECT_THAT(events::all(), ElementsAre("command ifconfig", "log E Utill:652 popen error"));
 }
 
 } // namespace

@@ -1,9 +1,10 @@
-// Where the receiver ends the daemon.
+// Where the receiver and the sender end the daemon.
 
 #include <cerrno>
 
 #include "ReceiverLoop.h"
 #include "Reported.h"
+#include "SenderTest.h"
 #include "SocketCalls.h"
 
 namespace
@@ -11,8 +12,6 @@ namespace
 
 constexpr char kStartFunction[] = "bool CHeartReciver::startProcess()";
 constexpr char kRunFunction[] = "virtual void CHeartReciver::run()";
-constexpr char kGetInt[] = "int Configuraion::getInt(const std::string&)";
-constexpr char kGetString[] = "std::string Configuraion::getString(const std::string&)";
 
 class ReceiverStart : public ReceiverTest
 {
@@ -57,14 +56,6 @@ TEST_F(ReceiverStart, ASecondStartEndsTheDaemon)
 	                   "CHeartReciver", 618, kStartFunction);
 }
 
-TEST_F(ReceiverStart, AFailOverWithRunningProgramsEndsTheDaemon)
-{
-	running = true;
-	EXPECT_FATAL_AFTER(receiver->failOver(),
-	                   reported({"log E CHeartReciver:604 tried to start process. but it's already running"}), "1== 0",
-	                   "CHeartReciver", 618, kStartFunction);
-}
-
 TEST_F(ReceiverStart, EveryErrorOfTheStartEndsTheDaemon)
 {
 	expectFatalStart(Poco::NotFoundException("script"), "log E CHeartReciver:606 Not found: script: NotFoundException");
@@ -98,12 +89,6 @@ TEST_F(ReceiverFatal, APortThatAnotherProgramWouldShareEndsTheDaemonToo)
 	expectNoListening("Net Exception: Address already in use: 127.0.0.1:7001");
 }
 
-TEST_F(ReceiverFatal, ThePortOnEveryAddressInUseEndsTheDaemon)
-{
-	const peer::Listener other(kPort, "0.0.0.0");
-	expectNoListening("Net Exception: Address already in use: 127.0.0.1:7001");
-}
-
 TEST_F(ReceiverFatal, ASocketThatCannotBeMadeAsItShouldEndsTheDaemon)
 {
 	struct Row
@@ -117,42 +102,66 @@ TEST_F(ReceiverFatal, ASocketThatCannotBeMadeAsItShouldEndsTheDaemon)
 	                       {"option SO_KEEPALIVE", ENOPROTOOPT, "Net Exception: Protocol not available"},
 	                       {"option SO_RCVTIMEO", EDOM, "I/O error: 33"}})
 	{
-		socketcalls::failNext(row.call, row.error);
+		socketcalls::fail(row.call, row.error);
 		expectNoListening(row.text);
-		socketcalls::failNext(row.call, 0); // the fault was the child's
+		socketcalls::fail(row.call, 0); // the fault was the child's
 	}
 }
 
-TEST_F(ReceiverFatal, AMissingIgnoreTimeEndsTheDaemonAtConstruction)
-{
-	settings.remove("AGENT.IGNORE_TIME");
-	apply();
-	EXPECT_NO_NUMBER(CHeartReciver(&handles, &running, &mode, location), "AGENT.IGNORE_TIME");
-}
+constexpr char kSenderRun[] = "virtual void CHeartSender::run()";
 
-TEST_F(ReceiverFatal, AMissingSettingOfTheLoopEndsTheDaemon)
+class SenderFatal : public SenderTest
 {
-	for (const std::string key :
-	     {"AGENT.THIS_SERVER_IP", "AGENT.HEART_BEAT_RECEIVE_PORT", "AGENT.MAX_HEART_BEAT_RECEIING_TIME"})
+protected:
+	/// The thread's body with its log lines and connects on standard error. A
+	/// sender that goes on would never end.
+	void runReporting()
 	{
-		const Settings whole = settings;
-		settings.remove(key);
-		apply();
-		const bool isText = key == "AGENT.THIS_SERVER_IP";
-		EXPECT_FATAL_AFTER(
-		    receiver->run(),
-		    (isText ? "**ERROR**(Configuraion:65)Not found: " : "**ERROR**(Configuraion:82)Not found: ") + key, "0",
-		    "Configuraion", isText ? 66 : 83, isText ? kGetString : kGetInt);
-		settings = whole;
+		::alarm(10);
+		onLogLine(report);
+		socketcalls::before("connect", [] { report("connect"); });
+		sender->run();
 	}
+};
+
+TEST_F(SenderFatal, APortOfZeroEndsTheDaemonBeforeAnyConnect)
+{
+	settings.set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", "0");
+	apply();
+	EXPECT_FATAL_AFTER(runReporting(), beats::kStarted, "m_nPort != 0", "CHeartSender", 57, kSenderRun);
 }
 
-TEST_F(ReceiverFatal, AMissingObservationModeEndsTheDaemonAtTheTakeOver)
+TEST_F(SenderFatal, ThePortIsJudgedAtEveryPass)
 {
-	settings.remove("PROCESS_CHECK.OBSERVATION_MODE");
+	atWait(1, [this] { WorkerAccess::port(*sender) = 0; });
+	EXPECT_FATAL(untilWait(3), "m_nPort != 0", "CHeartSender", 57, kSenderRun);
+}
+
+TEST_F(SenderFatal, TheTimeOutIsReadBeforeThePortIsJudged)
+{
+	settings.set("AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT", "0");
+	settings.remove("AGENT.MAX_HEART_BEAT_RECEIING_TIME");
 	apply();
-	fakeoutside::pingGives("10.0.0.2", 0);
-	EXPECT_NO_NUMBER(passes(3), "PROCESS_CHECK.OBSERVATION_MODE");
+	EXPECT_NO_NUMBER(runReporting(), "AGENT.MAX_HEART_BEAT_RECEIING_TIME");
+}
+
+// The editor's own assertion comes before the sender's.
+TEST_F(SenderFatal, AMissingRunInfoRecordEndsTheDaemonAfterTheConnect)
+{
+	ASSERT_EQ(std::remove(velarix::kRunInfoPath), 0);
+	EXPECT_FATAL_AFTER(
+	    runReporting(),
+	    reported({beats::kStarted, "connect", "log E QuorinINI:29 File not found: /usr/velarix/bin/log/runinfo.txt"}),
+	    "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30, "bool initialization::loadFile(const std::string&)");
+}
+
+TEST_F(SenderFatal, ARecordWithoutTheKeyEndsTheDaemonAfterTheConnect)
+{
+	sandbox::writeFile(velarix::kRunInfoPath, "[TRACE]\nMASTER_LAST_RUN_TIME = 1\n");
+	EXPECT_FATAL_AFTER(
+	    runReporting(),
+	    reported({beats::kStarted, "connect", "log E CHeartSender:176 Not found: TRACE.LAST_RUN_TIME[noName]"}),
+	    "(1==0) && \"read ini error\"", "CHeartSender", 177, "std::string CHeartSender::getProcessStartedTime()");
 }
 
 } // namespace

@@ -1,8 +1,8 @@
-#include "lab/campaigns/hostile/Received.h"
+#include "lab/campaigns/hostile/Heartbeats.h"
 
 #include <string_view>
 
-#include "lab/campaigns/hostile/Payload.h"
+#include "lab/core/Basics.h"
 
 namespace velarix::lab::hostile
 {
@@ -12,7 +12,7 @@ namespace
 
 constexpr std::string_view headOfMessage = "received message: ";
 
-/// Attackers have start times of their own, see Payload.h.
+/// Attackers have start times of their own.
 bool isOfAgent(std::string_view message)
 {
 	constexpr std::string_view prefix = "/process/";
@@ -27,6 +27,15 @@ bool isOfAgent(std::string_view message)
 }
 
 } // namespace
+
+std::string forgedHeartbeat(const std::string& fields)
+{
+	if (fields.size() != 5 || fields[1] != '-' || fields[3] != '-')
+	{
+		throw LabError("\"" + fields + "\" is no heartbeat: ROLE-RUNNING-ASK, for example 2-0-1");
+	}
+	return std::string("/process/") + fields[2] + "/" + fields[0] + "/" + forgedTime + "/" + fields[4] + "/";
+}
 
 ReceivedCounts receivedIn(const std::string& log)
 {

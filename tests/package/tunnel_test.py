@@ -1,0 +1,96 @@
+#!/usr/bin/env python3
+"""Heartbeats in WireGuard on a machine with systemd: the units, from the first key to another one."""
+
+import unittest
+
+import arguments
+import node
+from arguments import Place
+from machine import wait_for
+
+FILES = "/usr/velarix/bin/ini"
+INIT = ("velarixctl init --wireguard --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
+        f"--gateway 198.51.100.1 --virtual-ip {node.ADDRESS} --waiting-time 0 --service web=/opt/demo/bin/demoserver")
+
+# The partner has the other end of eth1 in a network of its own. What its side of the tunnel
+# gets as heartbeats goes to a file.
+PARTNER = """
+set -e
+ip netns add partner
+ip link set wire1 netns partner
+nsenter --net=/run/netns/partner sh -ec '
+	ip link set lo up
+	ip link set wire1 up
+	ip addr add 198.51.100.12/24 dev wire1
+	ip addr add 198.51.100.1/24 dev wire1
+	ip addr add 169.254.127.2/32 dev lo
+	wireguard-go wg-partner >/dev/null 2>&1
+	ip link set wg-partner up
+	ip route add 169.254.127.1 dev wg-partner src 169.254.127.2
+	setsid perl /root/hear.pl </dev/null >/root/heard 2>/dev/null &
+'
+"""
+HEAR = """
+use IO::Socket::INET;
+$| = 1;
+my $s = IO::Socket::INET->new(LocalAddr => '169.254.127.2', LocalPort => 7000, Listen => 5, ReuseAddr => 1) or die;
+while (my $c = $s->accept()) { while (<$c>) { } print $c->peerhost . "\\n"; close $c }
+"""
+
+
+class TunnelTest(unittest.TestCase):
+    def setUp(self):
+        self.machine = node.Node(Place.directory, "tunnel", Place.base, init="systemd")
+        self.machine.power_on()
+        self.addCleanup(self.machine.power_off)
+        self.machine.install(Place.deb)
+        self.machine.run("apt-get install -y --no-install-recommends wireguard-tools wireguard-go nftables")
+        self.machine.equip()
+        self.machine.run(f"rm {node.SETTINGS_PATH}")
+        self.machine.write("/root/hear.pl", HEAR)
+        self.machine.run(PARTNER)
+
+    def partner_gets_a_key(self):
+        """@return its public key; it knows the node's present one"""
+        self.machine.run(f"cd /root; wg genkey >key; nsenter --net=/run/netns/partner wg set wg-partner listen-port 51871 "
+                         f"private-key key peer $(cat {FILES}/tunnel.pub) allowed-ips 169.254.127.1/32 endpoint 198.51.100.11:51871")
+        return self.machine.run("wg pubkey </root/key").out.strip()
+
+    def heard(self):
+        return self.machine.read("/root/heard").split()
+
+    def wait_for_heartbeats(self):
+        before = len(self.heard())
+        wait_for("a heartbeat in the tunnel", lambda: len(self.heard()) > before, 30)
+
+    def journal(self, unit):
+        return self.machine.run(f"journalctl --no-pager -o cat -u {unit}").out
+
+    def test_the_units_from_the_first_key_to_another_one(self):
+        # The agent does not start before the two nodes have each other's key.
+        self.machine.run(INIT)
+        self.assertNotEqual(self.machine.run("systemctl start velarix-ha", check=False).status, 0)
+        self.assertIn("partner.pub is missing: copy tunnel.pub of the other node there", self.journal("velarix-tunnel"))
+        self.machine.run(f"{INIT} --partner-key {self.partner_gets_a_key()}")
+        self.machine.run("systemctl reset-failed; systemctl restart velarix-ha-firewall velarix-tunnel; systemctl start velarix-ha")
+        self.wait_for_heartbeats()
+        self.assertEqual(set(self.heard()), {"169.254.127.1"})
+        self.assertIn("tunnel       last handshake", self.machine.run("velarixctl status").out)
+
+        # A stop leaves the tunnel, and what dies comes back.
+        self.machine.run("systemctl stop velarix-tunnel")
+        self.wait_for_heartbeats()
+        self.machine.run("systemctl start velarix-tunnel; pkill -f '^wireguard-go wg-ha'")
+        wait_for("the tunnel is back", lambda: self.machine.run("ip link show wg-ha", check=False).status == 0, 20)
+        self.wait_for_heartbeats()
+
+        # Another key at the partner, with the agent running.
+        key = self.partner_gets_a_key()
+        self.machine.run(f"echo {key} >{FILES}/partner.pub; systemctl reload velarix-tunnel")
+        self.wait_for_heartbeats()
+        self.assertEqual(self.machine.run("wg show wg-ha peers").out.strip(), key)
+        self.assertEqual(self.machine.run("systemctl is-active velarix-tunnel-refresh velarix-ha").out, "active\nactive\n")
+
+
+if __name__ == "__main__":
+    arguments.run()
