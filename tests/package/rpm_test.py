@@ -8,7 +8,7 @@ import node
 from arguments import Place
 from build_packages import MAINTAINER
 from installed_test import OWN_SETTINGS, RUN_INFO, TREE
-from machine import mounted, wait_for
+from machine import mounted
 
 RPM = "rpm --root /tree --dbpath /var/lib/rpm"
 
@@ -18,7 +18,7 @@ class RpmTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.machine = node.Node(Place.directory, "rpm", Place.build)
+        cls.machine = node.Node(Place.directory, "rpm", Place.build, init="systemd")
         cls.machine.shared = [(mounted(Place.directory, Place.base), "/base")]
         cls.machine.power_on()
         cls.addClassCleanup(cls.machine.power_off)
@@ -78,16 +78,15 @@ class RpmTest(unittest.TestCase):
     def test_an_upgrade_leaves_the_running_agent_and_a_removal_ends_it(self):
         # Not in the tree: the agent finds its libraries in the machine itself.
         self.machine.run("rpm --nodeps -i /root/old.rpm")
-        own = {name: "127.0.0.1" for name in ("AGENT__THIS_SERVER_IP", "AGENT__PARTNER_IP", "AGENT__GATEWAY_IP",
-                                              "AGENT__VIRTUAL_IP")}
-        self.machine.write(node.SETTINGS_PATH, node.settings(**own), "0600")
-        self.machine.start_by_hand()
+        self.machine.equip()
+        self.machine.run("systemctl start velarix-ha")
         agent = self.machine.agent()
-        wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
         self.machine.run("rpm --nodeps -U /root/new.rpm")
         self.assertEqual(self.machine.agent(), agent)
+        self.assertEqual(self.machine.run("systemctl is-active velarix-ha").out, "active\n")
         self.machine.run("rpm --nodeps -e velarix-ha")
         self.assertEqual(self.machine.agents(), [])
+        self.assertIn("not-found", self.machine.run("systemctl show --property=LoadState velarix-ha").out)
         self.assertTrue(self.machine.exists(node.SETTINGS_PATH))
 
     def test_removal_keeps_settings_and_record(self):
