@@ -221,32 +221,66 @@ constexpr std::array kFaults{
 };
 // clang-format on
 
-} // namespace
+constexpr Micros kFirst = 12 * kSecond;
 
-std::span<const FaultKind> allFaults()
+/// Most faults stand for a moment, some until the slowest take-over has to be done.
+Micros repairOf(const Fault& fault, Random& random)
 {
-	return kFaults;
-}
-
-Schedule scheduleFrom(std::uint64_t seed, Profile profile)
-{
-	constexpr Micros kFirst = 12 * kSecond;
-	constexpr Micros kLast = 60 * kSecond;
-	// Most stand for a moment, some until the slowest take-over has to be done.
 	constexpr Micros kShort = 20 * kSecond;
 	constexpr Micros kLong = 36 * kSecond;
 	constexpr Micros kLongest = 50 * kSecond;
 	constexpr int kLongPercent = 35;
+	constexpr Micros kRepaired = 115 * kSecond;
+	const Micros stands = random.chance(kLongPercent) ? random.between(kLong, kLongest) : random.between(0, kShort);
+	return fault.kind->repair != nullptr ? std::min(fault.at + stands, kRepaired) : kNoTime;
+}
+
+Host anyNode(Random& random)
+{
+	return random.chance(50) ? hostA : hostB;
+}
+
+template <typename Values> const auto& oneOf(const Values& values, Random& random)
+{
+	return values.at(static_cast<std::size_t>(random.below(std::ssize(values))));
+}
+
+/// A fault that moves the service, and one that meets a node just when the first comes or goes:
+/// among faults that are drawn alone that is too rare.
+Schedule relatedFaults(Random random)
+{
+	constexpr std::array kMoving{"host-freeze", "both-cut", "service-interface"};
+	constexpr std::array kMeeting{"program-crash", "overload"};
+	constexpr Micros kLast = 40 * kSecond;
+	Fault first{faultNamed(oneOf(kMoving, random)), anyNode(random), random.between(kFirst, kLast)};
+	first.until = repairOf(first, random);
+	Fault second{faultNamed(oneOf(kMeeting, random)), anyNode(random)};
+	second.at = (random.chance(30) ? first.at : first.until) + random.between(-2 * kSecond, kSecond);
+	second.until = repairOf(second, random);
+	return {first, second};
+}
+
+} // namespace
+
+const FaultKind* faultNamed(std::string_view name)
+{
+	const auto found = std::ranges::find_if(kFaults, [name](const FaultKind& kind) { return name == kind.name; });
+	return found == kFaults.end() ? nullptr : &*found;
+}
+
+Schedule scheduleFrom(std::uint64_t seed, Profile profile)
+{
+	constexpr Micros kLast = 60 * kSecond;
+	constexpr std::uint64_t kRelated = 4; // every so many
 	Random random(seed);
-	Schedule schedule;
-	for (Micros count = random.between(1, 6); count > 0;)
+	Schedule schedule = seed % kRelated == 0 ? relatedFaults(Random(~seed)) : Schedule();
+	for (Micros count = random.between(1, 6) - std::ssize(schedule); count > 0;)
 	{
 		Fault fault;
-		fault.kind = &kFaults.at(static_cast<std::size_t>(random.below(kFaults.size())));
-		fault.node = random.chance(50) ? hostA : hostB;
+		fault.kind = &oneOf(kFaults, random);
+		fault.node = anyNode(random);
 		fault.at = random.between(kFirst, kLast);
-		const Micros stands = random.chance(kLongPercent) ? random.between(kLong, kLongest) : random.between(0, kShort);
-		fault.until = fault.kind->repair != nullptr ? fault.at + stands : kNoTime;
+		fault.until = repairOf(fault, random);
 		if (profile == Profile::keeper || fault.kind->known != Known::keeperOwn)
 		{
 			schedule.push_back(fault);

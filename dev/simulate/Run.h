@@ -3,6 +3,7 @@
 /// | invariant | what holds | keeper | plain |
 /// |---|---|---|---|
 /// | one-owner | two nodes hold the address for this long at most, at a time | 1 s | 12 s |
+/// | one-keeps | of two that hold it and hear each other, one keeps it | always | - |
 /// | service-with-address | a program runs without the address for this long at most | 1 s | - |
 /// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
 /// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |
@@ -13,8 +14,8 @@
 /// Known exceptions, each a consequence of the agent's fixed order:
 /// - one-owner, keeper: counted while both holders live and hear each other's ARP in time. Plain:
 ///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
-/// - service-with-address: not on nodes that stand still or are overloaded; where the keeper's
-///   processes of a service are killed, not before an agent is there to end it
+/// - service-with-address: not on nodes that stand still or are overloaded; where both of the
+///   keeper's processes of a service are killed, 6 s that an agent has had to end it: nobody else does
 /// - served and one-master: since the last change, while everything is well but what is
 ///   "survivable" in Faults.cpp, on one node. Not after a failing command has been run
 /// - a standby on which not all programs run never drops the address it has (the keeper's
