@@ -39,7 +39,7 @@ constexpr velarix::keeper::Millis kBooted = 1'000'000;
 
 bool livesAs(int pid)
 {
-	const sim::Process* process = processOf(pid);
+	const sim::Process* process = processOf(self(), pid);
 	return process != nullptr && process->alive;
 }
 
@@ -242,7 +242,7 @@ LivingProcess::LivingProcess(const std::string& program, Part part)
 
 void LivingProcess::signal(int number) const
 {
-	if (sim::Process* process = m_pid != 0 ? processOf(m_pid) : nullptr)
+	if (sim::Process* process = m_pid != 0 ? processOf(self(), m_pid) : nullptr)
 	{
 		world().signal(*process, number);
 	}

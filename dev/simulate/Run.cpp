@@ -16,8 +16,6 @@ constexpr Micros kPlainSplit = 12 * kSecond;
 constexpr Micros kUnaddressed = kSecond;
 /// A look of the agent at its programs, and what it waits for before.
 constexpr Micros kAgentLooks = 6 * kSecond;
-/// Long enough for a process that ends to be gone behind its address.
-constexpr Micros kNobody = 100 * kMilli;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
 /// A schedule has some twenty thousand.
@@ -76,28 +74,14 @@ private:
 			m_survivable = m_survivable && !m_operators;
 			const bool counts =
 			    !plain && node.on && !node.frozen && !node.slow && !node.address && m_world.serves(node);
-			const bool orphan = hasFault("keeper-kill-service") && m_world.find(node, "ha-web") == nullptr;
+			const bool orphan = hasFault("keeper-kill-service") && m_world.find(node, kSupervisor) == nullptr;
 			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
 			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
 			blame("service-with-address", without > kUnaddressed || orphaned > kAgentLooks,
 			      "a program runs without the address");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
-		lookWhetherOneKeeps(both && !plain && splitCounts(plain));
 		lookWhetherServed();
-	}
-
-	/// One of two owners goes on holding, unless somebody ends its program.
-	void lookWhetherOneKeeps(bool both)
-	{
-		const auto& [a, b] = m_world.nodes;
-		const auto holder = [this](const Node& node) { return m_world.find(node, keeper::kAddressProgram); };
-		const std::array holders{holder(a), holder(b)};
-		const bool none = !held(hostA) && !held(hostB);
-		m_holders = both ? holders : none ? m_holders : std::array<Process*, 2>{};
-		const bool same = m_holders == holders && m_holders.front() != nullptr && !m_world.rogue;
-		const Micros nobody = m_nobody.holds(same && none, m_world.now());
-		blame("one-keeps", nobody > kNobody, "both nodes have given the address up");
 	}
 
 	void lookWhetherServed()
@@ -150,11 +134,7 @@ private:
 		       std::ranges::count(m_standing, true) == 1;
 	}
 
-	bool held(Host host) const
-	{
-		const Node& node = m_world.nodes.at(host);
-		return node.on && !node.frozen && node.address;
-	}
+	bool held(Host host) const { return m_world.nodes.at(host).owns(); }
 
 	bool agentRuns(const Node& node) const
 	{
@@ -235,8 +215,6 @@ private:
 	std::vector<bool> m_standing;
 	const Schedule& m_schedule;
 	Since m_split;
-	Since m_nobody;
-	std::array<Process*, 2> m_holders{}; ///< when both held it last
 	std::array<Since, 2> m_without;
 	std::array<Since, 2> m_orphaned;
 	std::array<Since, 2> m_left;

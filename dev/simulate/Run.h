@@ -3,7 +3,6 @@
 /// | invariant | what holds | keeper | plain |
 /// |---|---|---|---|
 /// | one-owner | two nodes hold the address for this long at most, at a time | 1 s | 12 s |
-/// | one-keeps | of two that hold it and hear each other, one keeps it | always | - |
 /// | service-with-address | a program runs without the address for this long at most | 1 s | - |
 /// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
 /// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |

@@ -122,18 +122,11 @@ public:
 	Seen phase()
 	{
 		look();
-		std::string owner;
-		for (const Host host : {hostA, hostB})
-		{
-			const Node& node = m_world.node(host);
-			const bool held = node.on && !node.frozen && node.address;
-			owner += held ? (owner.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b") : "";
-		}
 		constexpr Micros kSeen = 100 * kMilli;
 		const Micros gap = std::max(m_longest, m_world.now() - m_answered);
 		m_longest = 0;
 		m_answered = m_world.now();
-		return {owner.empty() ? "none" : owner, gap > kSeen ? static_cast<double>(gap) / kSecond : 0};
+		return {m_world.owners(), gap > kSeen ? static_cast<double>(gap) / kSecond : 0};
 	}
 
 private:
