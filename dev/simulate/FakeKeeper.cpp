@@ -22,6 +22,7 @@ using sim::kMilli;
 using sim::processOf;
 using sim::self;
 using sim::selfProcess;
+using sim::waitUntil;
 using sim::world;
 
 namespace
@@ -56,14 +57,6 @@ bool readable(int file)
 	return file == kArpFile    ? !self().arp.empty()
 	       : file == kBellFile ? self().bell
 	                           : file == kSignals && !selfProcess().signals.empty();
-}
-
-template <typename Condition> void waitUntil(Condition holds, sim::Micros end)
-{
-	while (!holds() && world().now() < end)
-	{
-		world().scheduler.pause(end);
-	}
 }
 
 } // namespace
@@ -250,8 +243,7 @@ void LivingProcess::signal(int number) const
 
 bool LivingProcess::waitForEnd(Millis limit) const
 {
-	waitUntil([this] { return !livesAs(m_pid); }, world().now() + limit * kMilli);
-	return !livesAs(m_pid);
+	return waitUntil([this] { return !livesAs(m_pid); }, world().now() + limit * kMilli);
 }
 
 void writeState(const std::string& program, const Fields& fields)
@@ -335,7 +327,6 @@ extern "C"
 
 	int __wrap_poll(pollfd* files, nfds_t /*count*/, int timeout)
 	{
-		waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli);
-		return readable(files->fd) ? 1 : 0;
+		return waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli) ? 1 : 0;
 	}
 }

@@ -208,19 +208,36 @@ template <typename Values> const auto& oneOf(const Values& values, Random& rando
 	return values.at(static_cast<std::size_t>(random.below(std::ssize(values))));
 }
 
-/// A fault that moves the service, and one that meets a node just when the first comes or goes:
-/// among faults that are drawn alone that is too rare.
+/// Two faults of which one meets the other when that comes or is over: orders that are too rare
+/// among faults that are drawn alone.
+struct Meeting
+{
+	const char* first;
+	const char* second;
+	bool atEnd;
+	bool moved; ///< the standby serves already
+};
+
+constexpr std::array kMeetings{
+    Meeting{"host-freeze", "program-crash", true, false},
+    Meeting{"both-cut", "overload", false, true},
+    Meeting{"service-interface", "overload", true, false},
+};
+
 Schedule relatedFaults(Random random)
 {
-	constexpr std::array kMoving{"host-freeze", "both-cut", "service-interface"};
-	constexpr std::array kMeeting{"program-crash", "overload"};
-	constexpr Micros kLast = 40 * kSecond;
-	Fault first{faultNamed(oneOf(kMoving, random)), anyNode(random), random.between(kFirst, kLast)};
+	const Meeting& meeting = oneOf(kMeetings, random);
+	Fault first{faultNamed(meeting.first), anyNode(random), random.between(2 * kFirst, 40 * kSecond)};
 	first.until = repairOf(first, random);
-	Fault second{faultNamed(oneOf(kMeeting, random)), anyNode(random)};
-	second.at = (random.chance(30) ? first.at : first.until) + random.between(-2 * kSecond, kSecond);
+	Fault second{faultNamed(meeting.second), anyNode(random)};
+	second.at = (meeting.atEnd ? first.until : first.at) + random.between(-2 * kSecond, kSecond);
 	second.until = repairOf(second, random);
-	return {first, second};
+	Schedule schedule{first, second};
+	if (meeting.moved)
+	{
+		schedule.push_back({faultNamed("service-interface"), hostA, kFirst, 2 * kFirst - kSecond});
+	}
+	return schedule;
 }
 
 } // namespace

@@ -99,9 +99,6 @@ int runAll(const Options& options)
 
 } // namespace
 
-/// There when it is built for dev/coverage/simulated.
-extern "C" [[gnu::weak]] void __gcov_dump();
-
 int main(int argc, char** argv)
 {
 	Options options;
@@ -122,7 +119,5 @@ int main(int argc, char** argv)
 	{
 		return validate(options.validate, options.profile, static_cast<int>(options.runs), g_out) == 0 ? 0 : 1;
 	}
-	const int status = runAll(options);
-	__gcov_dump != nullptr ? __gcov_dump() : void();
-	return status;
+	return runAll(options);
 }

@@ -70,11 +70,6 @@ void runKeeper(Node& node, const std::string& verb, const std::string& argument)
 	                    : commands::stop(node.keeperSettings, argument);
 }
 
-void runSupervisor(const Node& node)
-{
-	keeper::ServiceSupervisor(node.keeperSettings.services.front()).run();
-}
-
 /// The node's role is the agent's for as long as there is one.
 class RoleShown
 {
@@ -99,7 +94,7 @@ void runKeeperProgram(Process& process)
 	}
 	else
 	{
-		runSupervisor(node);
+		keeper::ServiceSupervisor(node.keeperSettings.services.front()).run();
 	}
 	world().end(process, 0);
 }

@@ -209,4 +209,14 @@ World& world();
 Node& self();
 Process& selfProcess();
 
+/// Within a task: waits until `holds`, at the latest until `end`. @return whether it does
+template <typename Condition> bool waitUntil(Condition holds, Micros end)
+{
+	while (!holds() && world().now() < end)
+	{
+		world().scheduler.pause(end);
+	}
+	return holds();
+}
+
 } // namespace velarix::simulate
