@@ -56,16 +56,8 @@ void Chronicle::fault(const Fault& fault, bool injected)
 
 void Chronicle::look()
 {
-	std::string owners;
-	for (const Host host : {hostA, hostB})
-	{
-		const Node& node = m_world.node(host);
-		owners += node.on && !node.frozen && node.address
-		              ? (owners.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b")
-		              : "";
-	}
 	const Host answer = m_world.answers();
-	m_timeline.change(lab::addressTrack, timeOf(m_world), owners.empty() ? "none" : owners);
+	m_timeline.change(lab::addressTrack, timeOf(m_world), m_world.owners());
 	m_timeline.change(lab::serviceTrack, timeOf(m_world), answer == hostNone ? "none" : answer == hostA ? "a" : "b");
 }
 

@@ -22,6 +22,7 @@ using sim::kMilli;
 using sim::processOf;
 using sim::self;
 using sim::selfProcess;
+using sim::waitUntil;
 using sim::world;
 
 namespace
@@ -39,7 +40,7 @@ constexpr velarix::keeper::Millis kBooted = 1'000'000;
 
 bool livesAs(int pid)
 {
-	const sim::Process* process = processOf(pid);
+	const sim::Process* process = processOf(self(), pid);
 	return process != nullptr && process->alive;
 }
 
@@ -56,14 +57,6 @@ bool readable(int file)
 	return file == kArpFile    ? !self().arp.empty()
 	       : file == kBellFile ? self().bell
 	                           : file == kSignals && !selfProcess().signals.empty();
-}
-
-template <typename Condition> void waitUntil(Condition holds, sim::Micros end)
-{
-	while (!holds() && world().now() < end)
-	{
-		world().scheduler.pause(end);
-	}
 }
 
 } // namespace
@@ -242,7 +235,7 @@ LivingProcess::LivingProcess(const std::string& program, Part part)
 
 void LivingProcess::signal(int number) const
 {
-	if (sim::Process* process = m_pid != 0 ? processOf(m_pid) : nullptr)
+	if (sim::Process* process = m_pid != 0 ? processOf(self(), m_pid) : nullptr)
 	{
 		world().signal(*process, number);
 	}
@@ -250,8 +243,7 @@ void LivingProcess::signal(int number) const
 
 bool LivingProcess::waitForEnd(Millis limit) const
 {
-	waitUntil([this] { return !livesAs(m_pid); }, world().now() + limit * kMilli);
-	return !livesAs(m_pid);
+	return waitUntil([this] { return !livesAs(m_pid); }, world().now() + limit * kMilli);
 }
 
 void writeState(const std::string& program, const Fields& fields)
@@ -335,7 +327,6 @@ extern "C"
 
 	int __wrap_poll(pollfd* files, nfds_t /*count*/, int timeout)
 	{
-		waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli);
-		return readable(files->fd) ? 1 : 0;
+		return waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli) ? 1 : 0;
 	}
 }

@@ -22,11 +22,10 @@ using sim::world;
 namespace velarix::simulate
 {
 
-Process* processOf(int pid)
+Process* processOf(const Node& node, int pid)
 {
-	const auto found =
-	    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
-	return found == self().processes.end() ? nullptr : found->get();
+	const auto found = std::ranges::find_if(node.processes, [pid](const auto& process) { return process->pid == pid; });
+	return found == node.processes.end() ? nullptr : found->get();
 }
 
 } // namespace velarix::simulate
@@ -47,18 +46,7 @@ pid_t start(const ServiceSettings& service, const std::vector<std::string>& comm
 	const sim::Process* program = world().find(self(), sim::kService);
 	const bool hangs = program != nullptr && program->stopped;
 	const int status = self().address && program != nullptr ? 0 : 1 << 8U;
-	if (!hangs)
-	{
-		sim::Node& node = self();
-		world().scheduler.at(world().now() + world().effort(node, 5 * kMilli),
-		                     [&node, pid = check.pid, status]
-		                     {
-			                     for (const auto& process : node.processes)
-			                     {
-				                     process->pid == pid ? world().end(*process, status) : void();
-			                     }
-		                     });
-	}
+	hangs ? void() : world().endIn(world().effort(self(), 5 * kMilli), check, status);
 	return check.pid;
 }
 
@@ -85,7 +73,7 @@ void signalAll(const std::vector<pid_t>& processes, int number)
 {
 	for (const pid_t pid : processes)
 	{
-		world().signal(*processOf(pid), number);
+		world().signal(*processOf(self(), pid), number);
 	}
 }
 
@@ -127,7 +115,7 @@ extern "C"
 
 	int __wrap_kill(pid_t pid, int number)
 	{
-		sim::Process* process = sim::processOf(std::abs(pid));
+		sim::Process* process = processOf(self(), std::abs(pid));
 		process != nullptr ? world().signal(*process, number) : void();
 		return 0;
 	}
@@ -137,9 +125,10 @@ extern "C"
 		return pid;
 	}
 
+	/// The counters of dev/coverage/simulated are written when no task runs any more.
 	pid_t __wrap_getpid()
 	{
-		return selfProcess().pid;
+		return sim::Scheduler::current() != nullptr ? selfProcess().pid : 1;
 	}
 
 	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned /*flags*/)

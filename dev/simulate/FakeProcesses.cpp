@@ -1,6 +1,5 @@
 /// /proc, as the agent counts its programs there.
 
-#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -9,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "dev/simulate/World.h"
+#include "dev/simulate/Programs.h"
 
 using velarix::simulate::Process;
 using velarix::simulate::self;
@@ -71,9 +70,7 @@ extern "C"
 		{
 			return __real_open64(path, flags, mode);
 		}
-		const auto found =
-		    std::ranges::find_if(self().processes, [pid](const auto& process) { return process->pid == pid; });
-		const Process& process = **found;
+		const Process& process = *velarix::simulate::processOf(self(), pid);
 		const bool named = process.alive && world().now() >= process.visibleAt;
 		g_status = "Name:\t" + (named ? process.name : std::string("sh")) + "\n";
 		return kStatusFile;

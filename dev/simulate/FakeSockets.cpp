@@ -21,17 +21,6 @@ namespace
 constexpr Micros kFirstRetransmit = 200 * kMilli;
 constexpr int kRetransmits = 8;
 
-/// Waits in the current task until `holds`, at most `limit`.
-template <typename Condition> bool waitFor(Condition holds, Micros limit)
-{
-	const Micros end = world().now() + limit;
-	while (!holds() && world().now() < end)
-	{
-		world().scheduler.pause(end);
-	}
-	return holds();
-}
-
 bool roundTrip(Host from, Host to)
 {
 	return world().delivers(communicationNetwork, from, to) && world().delivers(communicationNetwork, to, from);
@@ -77,7 +66,7 @@ public:
 
 	int receiveBytes(void* buffer, int length, int /*flags*/) override
 	{
-		if (!waitFor([this] { return m_connection->arrived; }, m_timeout.totalMicroseconds()))
+		if (!waitUntil([this] { return m_connection->arrived; }, world().now() + m_timeout.totalMicroseconds()))
 		{
 			throw Poco::TimeoutException("Timeout", 11);
 		}
@@ -136,7 +125,7 @@ public:
 
 	bool poll(const Poco::Timespan& timeout, int /*mode*/) override
 	{
-		return waitFor([this] { return !m_listener.waiting.empty(); }, timeout.totalMicroseconds());
+		return waitUntil([this] { return !m_listener.waiting.empty(); }, world().now() + timeout.totalMicroseconds());
 	}
 
 	Poco::Net::SocketImpl* acceptConnection(Poco::Net::SocketAddress& /*client*/) override

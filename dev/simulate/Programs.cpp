@@ -22,7 +22,6 @@ namespace velarix::simulate
 namespace
 {
 
-constexpr const char* kSupervisor = "ha-web";
 /// Between two gratuitous ARP packets of the plain start command.
 constexpr Micros kAnnounceAgain = 4 * kSecond;
 /// fork, exec, and a shell in between.
@@ -71,11 +70,6 @@ void runKeeper(Node& node, const std::string& verb, const std::string& argument)
 	                    : commands::stop(node.keeperSettings, argument);
 }
 
-void runSupervisor(const Node& node)
-{
-	keeper::ServiceSupervisor(node.keeperSettings.services.front()).run();
-}
-
 /// The node's role is the agent's for as long as there is one.
 class RoleShown
 {
@@ -100,7 +94,7 @@ void runKeeperProgram(Process& process)
 	}
 	else
 	{
-		runSupervisor(node);
+		keeper::ServiceSupervisor(node.keeperSettings.services.front()).run();
 	}
 	world().end(process, 0);
 }
@@ -198,17 +192,7 @@ std::string runCommand(const std::string& command)
 void World::startProgram(Node& node, Process* parent)
 {
 	Process& program = start(node, kService, parent, effort(node, kExec));
-	if (node.crashes)
-	{
-		scheduler.at(now() + 50 * kMilli,
-		             [this, &node, pid = program.pid]
-		             {
-			             for (const auto& process : node.processes)
-			             {
-				             process->pid == pid ? end(*process, 1 << 8U) : void();
-			             }
-		             });
-	}
+	node.crashes ? endIn(50 * kMilli, program, 1 << 8U) : void();
 }
 
 void World::startManaged(Node& node, const std::string& name)

@@ -21,8 +21,8 @@ std::string runCommand(const std::string& command);
 /// The settings' programs, each in the background.
 void runScript();
 
-/// @return the process of the node whose task runs; null for none of that number
-Process* processOf(int pid);
+/// @return null for none of that number
+Process* processOf(const Node& node, int pid);
 
 keeper::Mac macOf(Host host);
 

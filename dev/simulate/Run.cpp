@@ -14,6 +14,8 @@ namespace
 constexpr Micros kSplit = kSecond;
 constexpr Micros kPlainSplit = 12 * kSecond;
 constexpr Micros kUnaddressed = kSecond;
+/// A look of the agent at its programs, and what it waits for before.
+constexpr Micros kAgentLooks = 6 * kSecond;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
 /// A schedule has some twenty thousand.
@@ -70,10 +72,13 @@ private:
 			leftAddress = leftAddress || left;
 			m_operators = m_operators || left || node.spoiltRan;
 			m_survivable = m_survivable && !m_operators;
-			const bool attended = node.role != nullptr || !hasFault("keeper-kill-service");
-			const bool counts = !plain && node.on && !node.frozen && !node.slow && !node.address && attended;
-			const Micros without = m_without.at(node.id).holds(counts && m_world.serves(node), m_world.now());
-			blame("service-with-address", without > kUnaddressed, "a program runs without the address");
+			const bool counts =
+			    !plain && node.on && !node.frozen && !node.slow && !node.address && m_world.serves(node);
+			const bool orphan = hasFault("keeper-kill-service") && m_world.find(node, kSupervisor) == nullptr;
+			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
+			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
+			blame("service-with-address", without > kUnaddressed || orphaned > kAgentLooks,
+			      "a program runs without the address");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
 		lookWhetherServed();
@@ -129,10 +134,12 @@ private:
 		       std::ranges::count(m_standing, true) == 1;
 	}
 
-	bool held(Host host) const
+	bool held(Host host) const { return m_world.nodes.at(host).owns(); }
+
+	bool agentRuns(const Node& node) const
 	{
-		const Node& node = m_world.nodes.at(host);
-		return node.on && !node.frozen && node.address;
+		const Process* agent = m_world.find(node, kAgent);
+		return agent != nullptr && !agent->stopped && node.role != nullptr;
 	}
 
 	bool hasFault(const char* name) const
@@ -209,6 +216,7 @@ private:
 	const Schedule& m_schedule;
 	Since m_split;
 	std::array<Since, 2> m_without;
+	std::array<Since, 2> m_orphaned;
 	std::array<Since, 2> m_left;
 	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;

@@ -13,8 +13,8 @@
 /// Known exceptions, each a consequence of the agent's fixed order:
 /// - one-owner, keeper: counted while both holders live and hear each other's ARP in time. Plain:
 ///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
-/// - service-with-address: not on nodes that stand still or are overloaded; where the keeper's
-///   processes of a service are killed, not before an agent is there to end it
+/// - service-with-address: not on nodes that stand still or are overloaded; where both of the
+///   keeper's processes of a service are killed, 6 s that an agent has had to end it: nobody else does
 /// - served and one-master: since the last change, while everything is well but what is
 ///   "survivable" in Faults.cpp, on one node. Not after a failing command has been run
 /// - a standby on which not all programs run never drops the address it has (the keeper's

@@ -70,9 +70,7 @@ void Scheduler::push(Event event)
 {
 	event.order = ++m_order;
 	m_events.push_back(std::move(event));
-	std::push_heap(m_events.begin(), m_events.end(),
-	               [](const Event& left, const Event& right)
-	               { return std::pair(left.at, left.order) > std::pair(right.at, right.order); });
+	std::ranges::push_heap(m_events, std::ranges::greater(), &Event::place);
 }
 
 void Scheduler::at(Micros moment, std::function<void()> call)
@@ -200,11 +198,9 @@ void Scheduler::take(Event& event)
 
 void Scheduler::run(Micros moment)
 {
-	const auto later = [](const Event& left, const Event& right)
-	{ return std::pair(left.at, left.order) > std::pair(right.at, right.order); };
 	while (!m_stopped && !m_events.empty() && m_events.front().at <= moment)
 	{
-		std::pop_heap(m_events.begin(), m_events.end(), later);
+		std::ranges::pop_heap(m_events, std::ranges::greater(), &Event::place);
 		Event event = std::move(m_events.back());
 		m_events.pop_back();
 		m_now = event.at;

@@ -9,6 +9,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace velarix::simulate
@@ -104,6 +105,8 @@ private:
 		Task* task = nullptr;
 		std::uint32_t turn = 0;
 		std::function<void()> call;
+
+		std::pair<Micros, std::uint64_t> place() const { return {at, order}; }
 	};
 
 	void push(Event event);

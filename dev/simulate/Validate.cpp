@@ -62,14 +62,14 @@ std::optional<std::vector<Fault>> faultsOf(const std::string& text)
 	for (std::string word; stream >> word;)
 	{
 		const std::string name = word.substr(0, word.find(':'));
-		const auto kind = std::ranges::find_if(allFaults(), [&](const FaultKind& one) { return name == one.name; });
+		const FaultKind* kind = faultNamed(name);
 		// What the client loses on a bad wire is not simulated.
 		const bool wire = name.find("-loss-") != std::string::npos || name.ends_with("-delay");
-		if (kind == allFaults().end() || (wire && name.starts_with("service")))
+		if (kind == nullptr || (wire && name.starts_with("service")))
 		{
 			return std::nullopt;
 		}
-		faults.push_back({&*kind, word.ends_with(":b") ? hostB : hostA, 0, kNoTime});
+		faults.push_back({kind, word.ends_with(":b") ? hostB : hostA, 0, kNoTime});
 	}
 	return faults;
 }
@@ -122,18 +122,11 @@ public:
 	Seen phase()
 	{
 		look();
-		std::string owner;
-		for (const Host host : {hostA, hostB})
-		{
-			const Node& node = m_world.node(host);
-			const bool held = node.on && !node.frozen && node.address;
-			owner += held ? (owner.empty() ? "" : "+") + std::string(host == hostA ? "a" : "b") : "";
-		}
 		constexpr Micros kSeen = 100 * kMilli;
 		const Micros gap = std::max(m_longest, m_world.now() - m_answered);
 		m_longest = 0;
 		m_answered = m_world.now();
-		return {owner.empty() ? "none" : owner, gap > kSeen ? static_cast<double>(gap) / kSecond : 0};
+		return {m_world.owners(), gap > kSeen ? static_cast<double>(gap) / kSecond : 0};
 	}
 
 private:

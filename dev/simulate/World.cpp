@@ -151,6 +151,16 @@ void World::end(Process& process, int status)
 	}
 }
 
+void World::endIn(Micros time, const Process& process, int status)
+{
+	scheduler.at(now() + time,
+	             [this, pNode = process.node, pid = process.pid, status]
+	             {
+		             Process* found = processOf(*pNode, pid);
+		             found != nullptr ? end(*found, status) : void();
+	             });
+}
+
 void World::signal(Process& process, int number)
 {
 	if (!process.alive)
@@ -326,6 +336,12 @@ bool World::serves(const Node& node) const
 {
 	return std::ranges::any_of(node.processes, [](const auto& process)
 	                           { return process->alive && !process->stopped && process->name == kService; });
+}
+
+std::string World::owners() const
+{
+	const auto& [a, b] = nodes;
+	return a.owns() ? (b.owns() ? "a+b" : "a") : b.owns() ? "b" : "none";
 }
 
 bool World::answersFrom(Host host) const

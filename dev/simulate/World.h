@@ -44,7 +44,8 @@ enum Network : int
 };
 
 inline constexpr const char* kVirtualAddress = "192.0.2.100";
-inline constexpr const char* kService = "labhttpd"; ///< the managed program; below the keeper with it
+inline constexpr const char* kService = "labhttpd";  ///< the managed program; below the keeper with it
+inline constexpr const char* kSupervisor = "ha-web"; ///< the keeper's program for it
 inline constexpr const char* kAgent = "VelarixHA";
 
 struct Node;
@@ -125,6 +126,8 @@ struct Node
 	std::string printed;       ///< by the command that runs
 	std::vector<bool> watches; ///< of the runtime directory: has something changed
 	int announcer = 0;         ///< of the plain start command's background loop
+
+	bool owns() const { return on && !frozen && address; }
 };
 
 class World
@@ -164,6 +167,7 @@ public:
 	Process& start(Node& node, const std::string& name, Process* parent, Micros visibleIn = 0);
 	void runTask(Process& process, std::function<void()> body);
 	void end(Process& process, int status);
+	void endIn(Micros time, const Process& process, int status);
 	void signal(Process& process, int number);
 	Process* find(const Node& node, const std::string& name) const;
 	void startProgram(Node& node, Process* parent);
@@ -178,6 +182,8 @@ public:
 	void setAddress(Node& node, bool held);
 	bool holds(Host host) const;
 	bool serves(const Node& node) const;
+	/// @return "a", "a+b", "none"
+	std::string owners() const;
 	/// @return the node that answers the client, hostNone for none
 	Host answers() const;
 
@@ -202,5 +208,15 @@ private:
 World& world();
 Node& self();
 Process& selfProcess();
+
+/// Within a task: waits until `holds`, at the latest until `end`. @return whether it does
+template <typename Condition> bool waitUntil(Condition holds, Micros end)
+{
+	while (!holds() && world().now() < end)
+	{
+		world().scheduler.pause(end);
+	}
+	return holds();
+}
 
 } // namespace velarix::simulate
