@@ -1,4 +1,4 @@
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 
 #include <utility>
 

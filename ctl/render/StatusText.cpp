@@ -1,4 +1,4 @@
-#include "ctl/render/StatusText.h"
+#include "ctl/render/StateViews.h"
 
 #include <array>
 #include <functional>
