@@ -1,4 +1,3 @@
-#include <csignal>
 #include <cstdlib>
 #include <iostream>
 
@@ -9,8 +8,6 @@
 int main(int argc, char** argv)
 {
 	using namespace velarix::ctl;
-	// Who reads the output may go: that is no failure to complain about.
-	std::signal(SIGPIPE, SIG_DFL);
 	const char* noColour = std::getenv("NO_COLOR");
 	const bool wanted = noColour == nullptr || *noColour == '\0';
 	const bool terminal = ::isatty(STDOUT_FILENO) == 1;

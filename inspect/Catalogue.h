@@ -36,6 +36,10 @@ struct CatalogueRow
 /// In the order of the page.
 std::span<const CatalogueRow> catalogue();
 
+/// The words that velarixctl uses for events, causes, faults, problems and findings (`text`;
+/// `label` tells which), as docs/events.md, monitoring.md and check.md list them.
+std::span<const CatalogueRow> words();
+
 /// @return null when there is no such message or fatal condition
 const CatalogueRow* findMessage(std::string_view label, int number);
 

@@ -11,6 +11,7 @@
 #include <Poco/String.h>
 #include <Poco/StringTokenizer.h>
 
+#include "inspect/HostProgram.h"
 #include "inspect/Number.h"
 #include "inspect/Tunnel.h"
 
@@ -71,6 +72,24 @@ std::string tunnelRules()
 {
 	return outputOf("nft", {"list", "table", "inet", "velarix_tunnel"}) +
 	       outputOf("nft", {"list", "table", "inet", "velarix"});
+}
+
+std::string rulesRefusal(const std::filesystem::path& file)
+{
+	constexpr std::chrono::seconds kLimit{10};
+	const ProgramEnd end = runProgram({.arguments = {"unshare", "-n", "nft", "-c", "-f", file.string()},
+	                                   .environment = {"LC_ALL=C"},
+	                                   .input = {},
+	                                   .limit = kLimit});
+	// What the kernel refuses may be this kernel's fault, and begins with "Could not".
+	const std::size_t error = end.errors.find(": Error: ");
+	const std::string front = file.string() + ":";
+	if (error == std::string::npos || end.errors.find("Could not", error) == error + 9 ||
+	    !end.errors.starts_with(front))
+	{
+		return {};
+	}
+	return end.errors.substr(front.size(), end.errors.find('\n') - front.size());
 }
 
 std::string newTunnelKey()

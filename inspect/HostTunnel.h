@@ -1,8 +1,9 @@
-/// What is asked of this machine's WireGuard. Part of the seam that Host.h describes.
+/// What is asked of this machine's WireGuard and packet filter. Part of the seam that Host.h describes.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -26,6 +27,11 @@ std::optional<TunnelSession> tunnelSession();
 
 /// @return the packet filter's tables of this node; empty when they are not loaded, or this user may not ask
 std::string tunnelRules();
+
+/// Has nft read a file of rules, in a network of its own: nothing is loaded.
+/// @return its first error in the text, "8:1-4: Error: syntax error, ..."; empty for none, or when
+///         this user may not ask
+std::string rulesRefusal(const std::filesystem::path& file);
 
 /// @return a new private key; empty without wireguard-tools
 std::string newTunnelKey();

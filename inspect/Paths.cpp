@@ -61,7 +61,7 @@ fs::path resolvedIn(const fs::path& root, const fs::path& absolute)
 Paths::Paths(const fs::path& rootDirectory)
     : root(rootDirectory.lexically_normal()), settings(below(kSettingsPath)), runInfo(below(kRunInfoPath)),
       pid(below(kPidPath)), runScript(below(kRunScriptPath)), maintenance(below("/usr/velarix/pid/maintenance")),
-      keeperSettings(settings.parent_path() / "keeper.ini"), keeperLog(below("/usr/velarix/log/keeper.log")),
+      keeperSettings(below("/usr/velarix/bin/ini/keeper.ini")), keeperLog(below("/usr/velarix/log/keeper.log")),
       keeperStates(below("/run/velarix-ha"))
 {
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Turns docs/log-messages.md into a C++ table, so that page and program never differ.
+"""Turns docs/log-messages.md, and the words that other pages list, into C++ tables, so that
+pages and program never differ.
 
-Usage: catalogue-table.py PAGE OUTPUT
+Usage: catalogue-table.py PAGE OUTPUT WORD-PAGE...
 """
 
 import pathlib
@@ -16,6 +17,14 @@ ROW = re.compile(
 AFTER = re.compile(r"after lines? (\d+)(?: to (\d+))?")
 REFERENCE = re.compile(r"(as|after) line (\d+)")
 ESCAPES = {"n": "\n", "r": "\r"}
+# The first heading of a table of words: what such a word is, and what to do about it.
+WORDS = {
+    "event": ("event", 'its place, in brackets, says more: "velarixctl explain LABEL:NUMBER"'),
+    "cause": ("cause", 'see what "velarixctl events" shows before it'),
+    "fault": ("fault", 'see troubleshooting.md'),
+    "id": ("problem", '"velarixctl pair" names a fix; see troubleshooting.md'),
+    "finding": ("finding", '"velarixctl check" names place and fix'),
+}
 
 
 def literal(text):
@@ -58,6 +67,27 @@ def read(page):
     return rows
 
 
+def read_words(page):
+    """The rows of the tables of words: [label, level, word, meaning, action, topic]."""
+    rows, heading = [], None
+    for line in page.read_text(encoding="utf-8").splitlines():
+        cells = [cell.strip() for cell in re.split(r"(?<!\\)\|", line)[1:-1]]
+        if not cells:
+            heading = None
+        elif heading is None:
+            heading = cells
+        elif heading[0] in WORDS and cells[0].startswith("`"):
+            named = dict(zip(heading, cells))
+            label, action = WORDS[heading[0]]
+            meaning = prose(named.get("meaning") or named["found when"])
+            level = named.get("grade") or named.get("severity") or ""
+            for word in re.findall(r"`([^`]+)`", cells[0]):
+                rows.append([label, prose(level), word, meaning, action, f"docs/{page.name}"])
+    if not rows:
+        sys.exit(f"{page}: has no table of words")
+    return rows
+
+
 def fatal_numbers(rows):
     """Which fatal condition follows a message: {(label, number): number of the condition}."""
     result = {}
@@ -84,7 +114,11 @@ def resolve(rows):
             row[column] = f"{reference[0]} ({other[column]}){row[column][reference.end():]}"
 
 
-def main(page, output):
+def table(name, rows):
+    return f"constexpr CatalogueRow {name}[] = {{\n" + "".join(rows) + "};\n"
+
+
+def main(page, output, *word_pages):
     rows = read(page)
     resolve(rows)
     fatal = fatal_numbers(rows)
@@ -94,15 +128,20 @@ def main(page, output):
         texts = [row["file"], row["label"], row["level"], said(row["text"]), row["function"]]
         texts += [prose(row["when"]), prose(row["action"]), prose(row["topic"])]
         lines.append(f"{{{number}, {fatal.get((row['label'], row['number']), 0)}, {', '.join(map(literal, texts))}}},\n")
+    words = []
+    for label, level, *texts in (row for each in word_pages for row in read_words(each)):
+        word, meaning, action, topic = map(literal, texts)
+        words.append(f'{{0, 0, "", {literal(label)}, {literal(level)}, {word}, "", {meaning}, {action}, {topic}}},\n')
     output.write_text(
-        f"// Made from {page.name} by catalogue-table.py.\n"
+        f"// Made from {page.name} and others by catalogue-table.py.\n"
         '#include "inspect/Catalogue.h"\n\n'
         "namespace velarix::inspect\n{\nnamespace\n{\n"
-        "constexpr CatalogueRow kRows[] = {\n" + "".join(lines) + "};\n} // namespace\n\n"
-        "std::span<const CatalogueRow> catalogue()\n{\n\treturn kRows;\n}\n} // namespace velarix::inspect\n",
+        + table("kRows", lines) + table("kWords", words) + "} // namespace\n\n"
+        "std::span<const CatalogueRow> catalogue()\n{\n\treturn kRows;\n}\n\n"
+        "std::span<const CatalogueRow> words()\n{\n\treturn kWords;\n}\n} // namespace velarix::inspect\n",
         encoding="utf-8",
     )
 
 
 if __name__ == "__main__":
-    main(pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]))
+    main(*map(pathlib.Path, sys.argv[1:]))

@@ -173,6 +173,11 @@ int stop(const Settings& settings, const std::string& program)
 	{
 		return endAddress(settings);
 	}
+	if (const std::string whole = std::string(kPrefix) + program; settings.find(whole) != nullptr)
+	{
+		say(program + " is called " + whole + ": keeper stop " + whole);
+		return EX_USAGE;
+	}
 	if (!program.starts_with(kPrefix) || program.size() > kLongestName || program.find('/') != std::string::npos)
 	{
 		say(program + " is no program of the keeper: make it a [service]");

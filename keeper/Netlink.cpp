@@ -118,7 +118,7 @@ int request(std::uint16_t type, std::uint16_t flags, const Address& address)
 	{
 		mnl_attr_put(message, IFA_ADDRESS, address.bytes.size(), address.bytes.data());
 	}
-	if (!address.label.empty() && address.label.size() < IFNAMSIZ)
+	if (!address.label.empty())
 	{
 		mnl_attr_put_strz(message, IFA_LABEL, address.label.c_str());
 	}
@@ -195,7 +195,7 @@ int addAddress(const AddressSettings& settings)
 	}
 	else
 	{
-		address.label = settings.interface + ":ha";
+		address.label = settings.label();
 	}
 	return request(RTM_NEWADDR, NLM_F_CREATE | NLM_F_REPLACE, address);
 }

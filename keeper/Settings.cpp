@@ -1,6 +1,9 @@
 #include "keeper/Settings.h"
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <set>
 #include <utility>
 
@@ -24,6 +27,47 @@ std::string_view trim(std::string_view text)
 	const std::size_t begin = text.find_first_not_of(kBlanks);
 	return begin == std::string_view::npos ? std::string_view()
 	                                       : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+/// "|", "&&", ">/dev/null", "2>&1", "x;": only a shell understands it.
+bool isForShell(std::string_view word)
+{
+	const bool numbered = word.size() > 1 && word[0] >= '0' && word[0] <= '9' && (word[1] == '<' || word[1] == '>');
+	return numbered || word.find_first_of("|&<>") == 0 || (word.ends_with(';') && !word.ends_with("\\;"));
+}
+
+/// @return the first such word outside of quotes; empty for none
+std::string shellWord(std::string_view value)
+{
+	std::string word;
+	char quote = 0;
+	for (std::size_t i = 0; i <= value.size(); ++i)
+	{
+		const char sign = i < value.size() ? value[i] : ' ';
+		if (quote != 0 || (sign != ' ' && sign != '\t'))
+		{
+			const bool turns = (sign == '"' || sign == '\'') && (quote == 0 || quote == sign) && !word.ends_with('\\');
+			quote = turns ? (quote == 0 ? sign : '\0') : quote;
+			word += sign;
+			continue;
+		}
+		if (word.starts_with(';'))
+		{
+			break; // a comment
+		}
+		if (isForShell(word))
+		{
+			return word;
+		}
+		word.clear();
+	}
+	return {};
+}
+
+bool hasTypographicQuotes(std::string_view value)
+{
+	constexpr std::array<std::string_view, 4> kQuotes{"\xE2\x80\x98", "\xE2\x80\x99", "\xE2\x80\x9C", "\xE2\x80\x9D"};
+	return std::ranges::any_of(kQuotes, [&](std::string_view sign) { return value.find(sign) != value.npos; });
 }
 
 class Parser
@@ -124,12 +168,10 @@ private:
 
 	void startService(const std::string& name)
 	{
-		constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyz0123456789-_";
 		const std::string program = std::string(kPrefix) + name;
-		if (name.find_first_not_of(kAllowed) != std::string::npos || program.size() > kLongestName)
+		if (!isServiceName(name))
 		{
-			add(m_line, "\"" + name + "\" cannot be a service's name",
-			    "take at most 12 of the signs a to z, 0 to 9, - and _: the agent sees 15 characters of " + program);
+			add(m_line, "\"" + name + "\" cannot be a service's name", kServiceName);
 			return;
 		}
 		if (const ServiceSettings* other = m_settings.find(program); other != nullptr)
@@ -172,6 +214,26 @@ private:
 		{
 			add(m_line, std::string(name) + " = " + std::string(value) + " " + error,
 			    std::string("it is ") + key->meaning + ": " + key->range);
+		}
+		if (name == "command" || name == "check")
+		{
+			warnOfShell(std::string(name), value);
+		}
+	}
+
+	/// The keeper runs commands without a shell, and gives them such words as arguments.
+	void warnOfShell(const std::string& name, std::string_view value)
+	{
+		const std::string word = shellWord(value);
+		if (!word.empty())
+		{
+			m_parsed.findings.push_back({m_line, 0, name + " has the word " + word + ", and no shell runs it",
+			                             "write sh -c '...', or quote the word if it is an argument"});
+		}
+		if (hasTypographicQuotes(value))
+		{
+			m_parsed.findings.push_back(
+			    {m_line, 0, name + " has typographic quotes, which are letters", "write \" or ' at the keyboard"});
 		}
 	}
 
@@ -281,6 +343,13 @@ const ServiceSettings* Settings::find(std::string_view program) const
 	return found == services.end() ? nullptr : &*found;
 }
 
+bool isServiceName(std::string_view name)
+{
+	constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyz0123456789-_";
+	return !name.empty() && name.find_first_not_of(kAllowed) == name.npos &&
+	       kPrefix.size() + name.size() <= kLongestName;
+}
+
 const Finding* ParsedSettings::error() const
 {
 	const auto found = std::ranges::find_if(findings, [](const Finding& finding) { return finding.status != 0; });
@@ -297,6 +366,11 @@ ParsedSettings readSettings(const char* path)
 	// Not blocked by a fifo that somebody put there.
 	const inspect::Descriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
 	struct stat status = {};
+	if (!file && errno == EACCES)
+	{
+		return {{},
+		        {{0, EX_NOPERM, std::string(path) + " cannot be read: " + std::strerror(errno), "run this as root"}}};
+	}
 	if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kLargestFile)
 	{
 		return {{}, {{0, EX_CONFIG, std::string(path) + " cannot be read", "make it with \"velarixctl init\""}}};

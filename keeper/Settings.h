@@ -45,6 +45,9 @@ struct AddressSettings
 	std::string interface;
 	bool defend = false;
 	int line = 0;
+
+	/// @return what marks the address as raised by the keeper; the interface's name where that is too long
+	std::string label() const;
 };
 
 struct ServiceSettings
@@ -98,6 +101,11 @@ struct ParsedSettings
 	/// @return the first finding that is an error; nullptr for none
 	const Finding* error() const;
 };
+
+/// What a service may be called, as a cure.
+inline constexpr const char* kServiceName =
+    "take at most 12 of the signs a to z, 0 to 9, - and _: the agent sees 15 characters of ha-NAME";
+bool isServiceName(std::string_view name);
 
 /// Reads the text of a keeper.ini. Looks at nothing but the text.
 ParsedSettings parseSettings(std::string_view text);

@@ -2,6 +2,8 @@
 #include "keeper/Settings.h"
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 #include <glob.h>
 #include <grp.h>
@@ -42,42 +44,73 @@ void checkUser(const ServiceSettings& service, Findings& findings)
 	}
 }
 
+/// Before each start the service makes a link that is missing.
 void checkLink(const std::string& program, int line, Findings& findings)
 {
 	const std::string link = std::string(kLinkDirectory) + "/" + program;
-	if (::access(link.c_str(), X_OK) != 0)
+	struct stat status = {};
+	const bool there = ::lstat(link.c_str(), &status) == 0;
+	if (::stat(link.c_str(), &status) != 0 && (there || ::access("/usr/libexec/velarix-ha/service", X_OK) != 0))
 	{
-		findings.push_back({line, 0, "there is no " + link,
-		                    "ln -s /usr/libexec/velarix-ha/keeper " + link + ", and name it as PROCESS_PATH"});
+		findings.push_back({line, 0, there ? link + " is a link to nothing" : "there is no " + link,
+		                    "ln -sfn /usr/libexec/velarix-ha/keeper " + link + ", and name it as PROCESS_PATH"});
 	}
 }
 
 /// @param pattern may have {this,that} and *
-bool isAny(const std::string& pattern)
+/// @return the first file of it; empty for none
+std::string firstOf(const std::string& pattern)
 {
 	glob_t found{};
 	const bool any = ::glob(pattern.c_str(), GLOB_BRACE | GLOB_NOESCAPE, nullptr, &found) == 0;
+	std::string first = any ? found.gl_pathv[0] : "";
 	::globfree(&found);
-	return any;
+	return first;
+}
+
+/// Its ExecStart does nothing, and it counts as running afterwards: other units do its work.
+bool isUmbrella(const std::string& file)
+{
+	std::ifstream lines(file);
+	bool remains = false;
+	bool nothing = false;
+	for (std::string line; std::getline(lines, line);)
+	{
+		remains =
+		    remains || line == "RemainAfterExit=yes" || line == "RemainAfterExit=on" || line == "RemainAfterExit=true";
+		nothing = nothing || (line.starts_with("ExecStart=") && line.ends_with("/bin/true"));
+	}
+	return remains && nothing;
 }
 
 void checkUnit(const std::string& unit, int line, Findings& findings)
 {
-	// As systemd looks for them: a template's file, and what systemctl enable makes.
-	const std::size_t at = unit.find('@');
-	const std::string file = at == std::string::npos ? unit : unit.substr(0, at + 1) + ".service";
+	// As systemd looks for them: its own file, a template's, and what systemctl enable makes.
+	const std::string directories = "{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/";
+	const std::string own = firstOf(directories + unit);
+	const std::string file = own.empty() ? firstOf(directories + unit.substr(0, unit.find('@')) + "@.service") : own;
+	std::error_code error;
 	if (::access("/run/systemd/system", F_OK) != 0)
 	{
 		findings.push_back({line, EX_UNAVAILABLE, "unit: this machine does not run systemd", "use command instead"});
 	}
-	else if (!isAny("{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/" + file))
+	else if (file.empty())
 	{
 		findings.push_back({line, EX_UNAVAILABLE, "there is no unit " + unit, "install it, or correct its name"});
 	}
-	else if (isAny("/etc/systemd/system/*.{wants,requires}/" + unit))
+	else if (std::filesystem::canonical(file, error) == "/dev/null")
+	{
+		findings.push_back({line, EX_UNAVAILABLE, unit + " is masked", "systemctl unmask " + unit});
+	}
+	else if (!firstOf("/etc/systemd/system/*.{wants,requires}/" + unit).empty())
 	{
 		findings.push_back(
 		    {line, 0, unit + " is enabled: at boot it would run without the address", "systemctl disable " + unit});
+	}
+	if (isUmbrella(file))
+	{
+		findings.push_back({line, 0, unit + " runs nothing itself: that its service has died is not noticed",
+		                    "name the unit that runs it, as postgresql@15-main.service"});
 	}
 }
 

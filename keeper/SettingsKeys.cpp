@@ -194,6 +194,12 @@ constexpr std::array<Key, 23> kKeys{{
 
 } // namespace
 
+std::string AddressSettings::label() const
+{
+	std::string name = interface + ":ha";
+	return name.size() < IFNAMSIZ ? name : interface;
+}
+
 std::string splitArguments(std::string_view text, Words& words)
 {
 	std::string word;

@@ -109,16 +109,19 @@ bool isOtherEncoding(const std::string& content)
 
 /// @return the file; nothing when it is none that the daemon can read, which has
 ///         been reported
-std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
+std::optional<SettingsFile> open(const fs::path& file, CheckReport& report, bool partners = false)
 {
 	const auto refuse = [&](const char* id, const char* what, const char* remedy)
 	{
-		report.findings.push_back({id, Severity::error, file, 0, what,
-		                           "the agent ends at its start; nothing but a line on its standard error tells why",
-		                           remedy});
+		report.findings.push_back(
+		    {id, Severity::error, file, 0, what,
+		     partners ? "the two nodes' files are not compared"
+		              : "the agent ends at its start; nothing but a line on its standard error tells why",
+		     remedy});
 		return std::optional<SettingsFile>();
 	};
-	constexpr char kWrite[] = "write it: \"velarixctl init\" makes the files of both nodes";
+	const char* kWrite = partners ? "name a copy of the partner's config.ini"
+	                              : "write it: \"velarixctl init\" makes the files of both nodes";
 	const host::FileKind kind = host::fileFacts(file).kind;
 	if (kind == host::FileKind::missing)
 	{
@@ -136,6 +139,11 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 	}
 	SettingsFile settings = SettingsFile::parse(file, content);
 	const std::vector<SettingLine>& lines = settings.lines();
+	if (settings.lineOfSection("address") != 0 && settings.lineOfSection("AGENT") == 0)
+	{
+		return refuse("settings-of-the-keeper", "this is a keeper.ini",
+		              "name the config.ini beside it: both are checked");
+	}
 	if (lines.empty())
 	{
 		return refuse("settings-empty", "the settings file has no key", kWrite);
@@ -155,16 +163,18 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report)
 }
 
 /// Its keeper.ini stands beside a settings file; the installed one is taken for a file
-/// without.
+/// without. The installed settings may be a link: beside it, not beside its target.
 /// @return nothing when the settings do without the keeper
-std::optional<checks::KeeperFile> openKeeper(Findings& findings, const fs::path& installed)
+std::optional<checks::KeeperFile> openKeeper(Findings& findings, const Paths& paths)
 {
 	if (!usesKeeper(findings.file))
 	{
 		return std::nullopt;
 	}
+	const fs::path& installed = paths.keeperSettings;
 	fs::path path = findings.file.path().parent_path() / installed.filename();
-	path = host::fileFacts(path).kind == host::FileKind::missing ? installed : path;
+	const bool isInstalled = findings.file.path() == paths.settings;
+	path = isInstalled || host::fileFacts(path).kind == host::FileKind::missing ? installed : path;
 	return checks::KeeperFile{path, keeper::readSettings(path.c_str())};
 }
 
@@ -175,6 +185,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
 	checks::service(findings, paths);
+	checks::firewall(findings, paths);
 	checks::tunnelFiles(findings);
 }
 
@@ -187,6 +198,10 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths,
 		return;
 	}
 	disk(findings, paths);
+	if (keeperFile)
+	{
+		checks::keeperPrograms(findings, *keeperFile, paths);
+	}
 	if (paths.elsewhere())
 	{
 		findings.notChecked("interfaces, addresses, ports, pings, processes and what the commands do", "another root");
@@ -199,7 +214,7 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths,
 void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keeperFile, CheckReport& report,
                     const fs::path& file)
 {
-	const std::optional<SettingsFile> partner = open(file, report);
+	const std::optional<SettingsFile> partner = open(file, report, true);
 	if (!partner)
 	{
 		return;
@@ -222,6 +237,22 @@ void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keep
 	}
 }
 
+/// What is done about it is done on the machine that the files belong to.
+void leaveOutRoot(CheckReport& report, const Paths& paths)
+{
+	const std::string root = (paths.root / "").string();
+	for (Finding& finding : report.findings)
+	{
+		for (std::size_t at = 0; (at = finding.remedy.find(root, at)) != std::string::npos; ++at)
+		{
+			if (at == 0 || finding.remedy[at - 1] == ' ')
+			{
+				finding.remedy.replace(at, root.size(), "/");
+			}
+		}
+	}
+}
+
 } // namespace
 
 CheckReport check(const CheckRequest& request, const Paths& paths)
@@ -231,7 +262,7 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	{
 		Findings own(*file, report);
 		text(own, request.partner.has_value());
-		const std::optional<checks::KeeperFile> keeperFile = openKeeper(own, paths.keeperSettings);
+		const std::optional<checks::KeeperFile> keeperFile = openKeeper(own, paths);
 		if (keeperFile)
 		{
 			checks::keeperFile(own, *keeperFile);
@@ -243,6 +274,7 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 		}
 	}
 	dropConsequences(report);
+	leaveOutRoot(report, paths);
 	sort(report, request.file);
 	std::vector<std::string> names = acknowledged(paths, report);
 	names.insert(names.end(), request.ignored.begin(), request.ignored.end());

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
+#include <optional>
 #include <vector>
 
 #include "ctl/check/Findings.h"
@@ -16,6 +18,13 @@ namespace velarix::ctl::checks
 inline constexpr char kAcknowledged[] = "/usr/velarix/bin/ini/acknowledged.txt";
 
 using namespace inspect;
+
+/// Where a finding belongs.
+struct Place
+{
+	std::filesystem::path file;
+	int line = 0;
+};
 
 /// ---- on the text alone -----------------------------------------------------
 
@@ -49,11 +58,16 @@ void installation(Findings& findings, const Paths& paths);
 void runInfo(Findings& findings, const Paths& paths);
 /// The programs' files.
 void programFiles(Findings& findings, const Paths& paths);
+/// The file of a program or check that the keeper runs.
+void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const std::filesystem::path& file,
+                    const std::string& effect);
 /// Who may write along the paths of what root runs, links followed.
 void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
 void tools(Findings& findings, const Paths& paths);
 
+/// firewall.nft beside the settings: whether it is this node's, and nft takes it.
+void firewall(Findings& findings, const Paths& paths);
 /// tunnel.conf and the keys beside it.
 void tunnelFiles(Findings& findings);
 /// The options in /etc/default.
@@ -72,8 +86,11 @@ void network(Findings& findings, const std::vector<host::Address>& addresses, bo
 void tunnelMachine(Findings& findings, const Paths& paths);
 /// @return the address of the network that an address is in
 std::string networkOf(const std::string& address, int prefix);
-/// How the start command raises the virtual IP, against what the machine has; a part of `trial`.
-void raisedAddress(Findings& findings, const host::Address& raised, const std::vector<host::Address>& addresses);
+/// How the virtual IP is raised, against what the machine has; a part of `trial`.
+/// @param keeper the file that tells the keeper how it raises the address, and the line; none
+///        where the start command does
+void raisedAddress(Findings& findings, const host::Address& raised, const std::vector<host::Address>& addresses,
+                   const std::optional<Place>& keeper = std::nullopt);
 
 /// How long the trial waits for a command.
 struct TrialTimes

@@ -39,6 +39,12 @@ void take(Findings& findings, const KeeperFile& file, const std::vector<keeper::
 	}
 }
 
+/// Missing or not to be read, which is the one finding.
+bool isNothing(const KeeperFile& file)
+{
+	return file.parsed.settings.address.line == 0 && file.parsed.settings.services.empty();
+}
+
 void commandsOf(Findings& findings)
 {
 	const std::array<std::pair<const CommandRole*, const char*>, 3> verbs{
@@ -158,6 +164,23 @@ void reachMachine(Findings& findings, const KeeperFile& file)
 	              "copy reachability.key from the other node: owner root, chmod 600"});
 }
 
+/// The keeper's own address on this machine has its label, and is no finding.
+void addressMachine(Findings& findings, const KeeperFile& file)
+{
+	const keeper::AddressSettings& address = file.parsed.settings.address;
+	if (address.address == 0 || address.interface.empty())
+	{
+		return; // has a finding of its own
+	}
+	raisedAddress(findings,
+	              {.interface = address.interface,
+	               .label = address.label(),
+	               .address = address.text,
+	               .prefix = address.prefix,
+	               .listed = true},
+	              host::addresses(), Place{file.path, address.line});
+}
+
 } // namespace
 
 void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner)
@@ -180,6 +203,10 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 {
 	take(findings, file, file.parsed.findings);
 	commandsOf(findings);
+	if (isNothing(file))
+	{
+		return;
+	}
 	programsOf(findings, file);
 	reachOf(findings, file);
 	const keeper::AddressSettings& address = file.parsed.settings.address;
@@ -202,6 +229,10 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 
 void keeperMachine(Findings& findings, const KeeperFile& file)
 {
+	if (isNothing(file))
+	{
+		return;
+	}
 	std::vector<keeper::Finding> found = keeper::checkMachine(file.parsed.settings);
 	if (findings.hasAnywhere("missing-interface"))
 	{
@@ -209,6 +240,7 @@ void keeperMachine(Findings& findings, const KeeperFile& file)
 		              { return finding.text == std::string("there is no interface ") + kServiceInterface; });
 	}
 	take(findings, file, found);
+	addressMachine(findings, file);
 	if (file.parsed.settings.reach.line != 0)
 	{
 		reachMachine(findings, file);

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "ctl/check/Findings.h"
+#include "inspect/Paths.h"
 #include "keeper/Settings.h"
 
 namespace velarix::ctl::checks
@@ -21,6 +22,9 @@ void keeperFile(Findings& findings, const KeeperFile& file);
 
 /// What this machine lacks for it. Its commands are not tried: they are known.
 void keeperMachine(Findings& findings, const KeeperFile& file);
+
+/// The files of the services' programs and checks, and whether their users reach them.
+void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& paths);
 
 /// The keys beside both files, where both are to be had.
 void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner);

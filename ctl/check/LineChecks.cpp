@@ -122,6 +122,12 @@ bool isQuoted(const std::string& value)
 /// Integers with a comment or quotes behind them are no integers, which is reported there.
 void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
 {
+	if (type == KeyType::command && isQuoted(line.value) &&
+	    line.value.find(line.value[0], 1) + 1 == line.value.size() && line.value.find(' ') != std::string::npos)
+	{
+		findings.error(line.key, {"quoted-value", line.key + " stands in quotes as a whole",
+		                          "the shell takes all of it for the name of one program", "remove the quotes"});
+	}
 	if (type == KeyType::command || type == KeyType::integer)
 	{
 		return;

@@ -212,24 +212,27 @@ void network(Findings& findings, const std::vector<Address>& addresses, bool rea
 	}
 }
 
-void raisedAddress(Findings& findings, const Address& raised, const std::vector<Address>& addresses)
+void raisedAddress(Findings& findings, const Address& raised, const std::vector<Address>& addresses,
+                   const std::optional<Place>& keeper)
 {
 	const std::string shown = raised.address + "/" + std::to_string(raised.prefix);
 	std::vector<int> around;
 	for (const Address& there : addresses)
 	{
-		const bool stays = there.interface != raised.interface || there.prefix != raised.prefix;
+		// The keeper drops it whatever its prefix.
+		const bool stays = there.interface != raised.interface || (!keeper && there.prefix != raised.prefix);
 		const bool other = stays || (there.label == there.interface && raised.label != raised.interface);
 		if (there.address == raised.address && other)
 		{
-			findings.add(stays ? Severity::error : Severity::warning, findings.file.path(),
+			findings.add(stays || keeper ? Severity::error : Severity::warning, findings.file.path(),
 			             findings.lineFor(key::kVirtualIP),
 			             {"address-already-there",
 			              there.address + "/" + std::to_string(there.prefix) + " is on " + there.label +
-			                  " already, not as the start command raises it: " + shown + " on " + raised.label,
+			                  " already, not as " + (keeper ? "the keeper" : "the start command") +
+			                  " raises it: " + shown + " on " + raised.label,
 			              stays ? "the stop command does not drop it: both nodes hold it (split-brain)"
 			                    : "the agent drops it at its start: whatever counts on it is cut off",
-			              "take it out of the network configuration of this machine"});
+			              "take it out of the network configuration of this machine, or write the service's address"});
 			return;
 		}
 		if (there.address != raised.address && there.interface == raised.interface)
@@ -248,13 +251,14 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 	}
 	else if (inside && raised.prefix != 32 && std::ranges::find(around, raised.prefix) == around.end())
 	{
-		findings.warning(
-		    kStartRole.key,
-		    {"prefix-of-no-network",
-		     raised.address + " is raised as /" + std::to_string(raised.prefix) + ", and the network of " +
-		         raised.interface + " is a /" + std::to_string(*std::ranges::max_element(around)),
-		     "while the node holds it, it takes other hosts for neighbours than before, or routes past them",
-		     "write the prefix of the network, in all three commands"});
+		const Place place = keeper.value_or(Place{findings.file.path(), findings.lineFor(kStartRole.key)});
+		findings.add(Severity::warning, place.file, place.line,
+		             {"prefix-of-no-network",
+		              raised.address + " is raised as /" + std::to_string(raised.prefix) + ", and the network of " +
+		                  raised.interface + " is a /" + std::to_string(*std::ranges::max_element(around)),
+		              "while the node holds it, it takes other hosts for neighbours than before, or routes past them",
+		              keeper ? "write the prefix of the network, or none"
+		                     : "write the prefix of the network, in all three commands"});
 	}
 }
 

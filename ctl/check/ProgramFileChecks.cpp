@@ -96,9 +96,12 @@ std::string programOf(const std::vector<std::string>& words)
 class ProgramFile
 {
 public:
-	ProgramFile(Findings& findings, const Paths& paths, std::string key, const std::string& configured)
-	    : m_paths(paths), m_findings(findings), m_key(std::move(key)), m_name(programName(configured)),
-	      m_file(paths.belowIfAny(configured))
+	/// @param name what the agent looks for; empty for what the keeper runs, whose name is all the same
+	/// @param effect of a program that does not start
+	ProgramFile(Findings& findings, const Paths& paths, Place place, std::string name, fs::path file,
+	            std::string effect)
+	    : m_paths(paths), m_findings(findings), m_place(std::move(place)), m_name(std::move(name)),
+	      m_file(std::move(file)), m_effect(std::move(effect))
 	{
 	}
 
@@ -125,12 +128,11 @@ public:
 	}
 
 private:
+	void add(Severity severity, Words words) { m_findings.add(severity, m_place.file, m_place.line, std::move(words)); }
+
 	void error(const std::string& id, const std::string& what, const std::string& remedy)
 	{
-		m_findings.error(m_key, {id, what,
-		                         "the program does not start: each node that becomes master gives up again, and the "
-		                         "service moves to and fro",
-		                         remedy});
+		add(Severity::error, {id, what, m_effect, remedy});
 	}
 
 	void rights(const FileFacts& facts)
@@ -182,14 +184,23 @@ private:
 	{
 		if (!text.starts_with("#!"))
 		{
-			m_findings.error(
-			    m_key, {"script-without-interpreter", m_file.string() + " is a script without \"#!\"",
-			            "a shell runs it under the shell's own name, so that it is never found or killed: the service "
-			            "moves to and fro",
-			            "begin it with #!/bin/sh"});
+			add(Severity::error, {"script-without-interpreter", m_file.string() + " is a script without \"#!\"",
+			                      m_name.empty() ? m_effect
+			                                     : "a shell runs it under the shell's own name, so that it is never "
+			                                       "found or killed: the service moves to and fro",
+			                      "begin it with #!/bin/sh"});
 			return;
 		}
-		std::istringstream first(text.substr(2, text.find('\n') - 2));
+		const std::string line = text.substr(2, text.find('\n') - 2);
+		if (line.ends_with('\r'))
+		{
+			error("missing-interpreter",
+			      m_file.string() +
+			          " has lines that end in CR LF, as Windows writes them: its interpreter is not found",
+			      "sed -i 's/\\r$//' " + m_file.string());
+			return;
+		}
+		std::istringstream first(line);
 		std::string interpreter;
 		first >> interpreter;
 		if (!isExecutable(m_paths.belowIfAny(interpreter)))
@@ -242,24 +253,25 @@ private:
 		}
 		if (execs)
 		{
-			m_findings.warning(
-			    m_key, {"wrapper-of-another-name",
-			            m_file.string() + " ends in exec " + program + ", which runs as \"" + shown + "\"",
-			            "the agent looks for \"" + m_name + "\" and does not find it: the service moves to and fro",
-			            "give the script the program's file name, in another directory"});
+			add(Severity::warning,
+			    {"wrapper-of-another-name",
+			     m_file.string() + " ends in exec " + program + ", which runs as \"" + shown + "\"",
+			     "the agent looks for \"" + m_name + "\" and does not find it: the service moves to and fro",
+			     "give the script the program's file name, in another directory"});
 			return;
 		}
-		m_findings.warning(m_key, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
-		                           "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
-		                               "\" goes on: after a failover it runs on both nodes",
-		                           "write exec before it, and give the script the program's file name"});
+		add(Severity::warning, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
+		                        "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
+		                            "\" goes on: after a failover it runs on both nodes",
+		                        "write exec before it, and give the script the program's file name"});
 	}
 
 	const Paths& m_paths;
 	Findings& m_findings;
-	std::string m_key;
+	Place m_place;
 	std::string m_name;
 	fs::path m_file;
+	std::string m_effect;
 };
 
 } // namespace
@@ -271,16 +283,28 @@ void programFiles(Findings& findings, const Paths& paths)
 	{
 		++number;
 		// What is no plain absolute path is reported by the check of the programs.
-		// A missing link to the keeper is reported with keeper.ini; the service makes it.
-		if (isKeepers(program) && host::fileFacts(paths.belowIfAny(program)).kind == FileKind::missing)
+		// A missing link to the keeper is reported with keeper.ini; the service makes it. A keeper that
+		// cannot run is reported with the commands.
+		if (isKeepers(program) && (host::fileFacts(paths.belowIfAny(program)).kind == FileKind::missing ||
+		                           !isExecutable(paths.belowIfAny(kKeeper))))
 		{
 			continue;
 		}
 		if (program.starts_with('/') && !program.ends_with('/') && program.find_first_of(" \t\"'") == std::string::npos)
 		{
-			ProgramFile(findings, paths, programKey(number), program).check();
+			ProgramFile(findings, paths, {findings.file.path(), findings.lineFor(programKey(number))},
+			            programName(program), paths.belowIfAny(program),
+			            "the program does not start: each node that becomes master gives up again, and the service "
+			            "moves to and fro")
+			    .check();
 		}
 	}
+}
+
+void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const fs::path& file,
+                    const std::string& effect)
+{
+	ProgramFile(findings, paths, place, "", file, effect).check();
 }
 
 } // namespace velarix::ctl::checks

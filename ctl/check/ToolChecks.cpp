@@ -68,6 +68,12 @@ constexpr std::array kOwnTools{
          "address again whenever that fails"},
 };
 
+/// It is there, and may not be run.
+bool isThere(const Paths& paths, const std::string& tool)
+{
+	return tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
+}
+
 void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& reported, const std::string& key,
                const std::string& effect)
 {
@@ -77,12 +83,14 @@ void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& re
 		{
 			continue;
 		}
-		const Words text{"missing-tool", std::string(key).append(" calls ").append(tool).append(", which is not there"),
+		const Words text{"missing-tool",
+		                 std::string(key).append(" calls ").append(tool).append(
+		                     isThere(paths, tool) ? ", which may not be run" : ", which is not there"),
 		                 tool == "arping"
 		                     ? "the address is not announced: clients go on sending to the other node for some 45 "
 		                       "seconds after a failover"
 		                     : effect,
-		                 "install it, or write another command"};
+		                 isThere(paths, tool) ? "chmod 755 " + tool : "install it, or write another command"};
 		tool == "arping" ? findings.warning(key, text) : findings.error(key, text);
 	}
 }

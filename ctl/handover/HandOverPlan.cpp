@@ -31,6 +31,11 @@ void refuseByRole(HandOverPlan& plan, const NodeState& state)
 	{
 		plan.refusals.push_back(state.settingsProblem);
 	}
+	else if (state.maintenance && state.agent.state == AgentState::frozen)
+	{
+		plan.refusals.push_back("MAINTENANCE " + state.maintenance->words() +
+		                        ": end the maintenance first: velarixctl maintenance off");
+	}
 	else if (!state.role.known())
 	{
 		plan.refusals.push_back("the role of this node is not known: " + state.role.why);

@@ -1,5 +1,8 @@
 #include "ctl/history/EventStream.h"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 #include "inspect/ExitCode.h"
@@ -52,9 +55,14 @@ EventStream::EventStream(const EventSource& source, std::optional<Instant> since
           [this, sink = std::move(agent)](const Event& event)
           {
 	          readKeeper(event.time);
-	          sink(event);
+	          sink(withKeeper(event));
           },
-          source.commands),
+          source.commands,
+          [this](Instant until)
+          {
+	          readKeeper(until);
+	          return m_lastMove;
+          }),
       m_reader(source.log, since)
 {
 }
@@ -74,10 +82,41 @@ void EventStream::read(const std::function<bool()>& goOn)
 	}
 }
 
+void EventStream::note(const KeeperEvent& event)
+{
+	constexpr std::array<std::string_view, 3> away{"waiting", "yielded", "offline"};
+	constexpr std::array<std::string_view, 4> over{"raised", "lowered", "started", "stopped"};
+	m_lastMove = isMove(event) ? event.time : m_lastMove;
+	if (event.program != "ha-address")
+	{
+		return;
+	}
+	if (std::ranges::find(away, event.word) != away.end())
+	{
+		m_notHere = event.word + ": " + event.detail;
+	}
+	else if (std::ranges::find(over, event.word) != over.end())
+	{
+		m_notHere.clear();
+	}
+}
+
+/// The agent takes itself for the one that serves while the keeper waits for the address.
+Event EventStream::withKeeper(Event event) const
+{
+	constexpr std::array claims{EventKind::takeOverDone, EventKind::addressUp, EventKind::programsRunning};
+	if (!m_notHere.empty() && std::ranges::find(claims, event.kind) != claims.end())
+	{
+		event.detail += (event.detail.empty() ? "" : "; ") + ("to the agent alone, ha-address is " + m_notHere);
+	}
+	return event;
+}
+
 void EventStream::readKeeper(Instant until)
 {
 	while (const std::optional<KeeperEvent> event = m_keeper.next(until))
 	{
+		note(*event);
 		m_keeperSink(*event);
 	}
 }

@@ -59,9 +59,15 @@ private:
 	LogReader m_reader;
 	LogLine m_line;
 	Instant m_at;
+	std::optional<Instant> m_lastMove;
 	bool m_anything = false;
 
+	/// Why the address is not here, as ha-address says; empty while it is, or nobody says.
+	std::string m_notHere;
+
 	void feed();
+	void note(const KeeperEvent& event);
+	Event withKeeper(Event event) const;
 	void readKeeper(Instant until);
 };
 

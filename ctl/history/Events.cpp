@@ -29,7 +29,7 @@ std::string_view wordOf(EventKind kind)
 
 std::string_view wordOf(Cause cause)
 {
-	static constexpr std::array<std::string_view, 16> words{"none",
+	static constexpr std::array<std::string_view, 17> words{"none",
 	                                                        "agent-start",
 	                                                        "killed",
 	                                                        "fatal-error",
@@ -44,6 +44,7 @@ std::string_view wordOf(Cause cause)
 	                                                        "both-masters",
 	                                                        "takeover",
 	                                                        "give-up",
+	                                                        "switchover",
 	                                                        "not-logged"};
 	return wordAt(words, cause);
 }

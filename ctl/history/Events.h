@@ -89,6 +89,7 @@ enum class Cause
 	bothMasters,             ///< both were master: back to the configured role
 	takeOver,                ///< part of a take-over
 	giveUp,                  ///< part of giving up the service
+	switchover,              ///< an administrator ended a master's programs to move the service
 	notLogged                ///< the log does not tell
 };
 
@@ -204,7 +205,7 @@ struct Snapshot
 	/// What the start command printed the last time.
 	std::string startOutput;
 	/// The last kRoleChangesKept changes of the role but for those of an agent's
-	/// start, oldest first.
+	/// start and of planned moves, oldest first.
 	std::vector<Instant> roleChanges;
 
 	std::array<FaultState, kFaults> faults;
@@ -227,6 +228,9 @@ struct Commands
 	std::string kill;
 };
 
+/// @return the last planned move (switchover) up to then; the agent's log tells of none
+using LastMove = std::function<std::optional<Instant>(Instant until)>;
+
 class HistoryMachine;
 
 class History
@@ -235,7 +239,7 @@ public:
 	using Sink = std::function<void(const Event&)>;
 
 	/// @param sink gets each event; may be empty
-	explicit History(Sink sink = {}, Commands commands = {});
+	explicit History(Sink sink = {}, Commands commands = {}, LastMove lastMove = {});
 	~History();
 	History(const History&) = delete;
 	History& operator=(const History&) = delete;

@@ -4,7 +4,9 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <iterator>
 #include <optional>
+#include <regex>
 #include <utility>
 
 #include "ctl/history/KeeperLog.h"
@@ -160,18 +162,44 @@ bool takesLines(const CatalogueRow& row)
 	return row.text.find('\n') != std::string_view::npos || row.text.ends_with("%s");
 }
 
+/// What a line of events may have before the regular expression takes too long.
+constexpr std::size_t kLongestLine = 256;
+
+/// A word that velarixctl prints, alone or as the status and events have it: "[WORD]", and
+/// "DATE TIME  WORD  ...".
+std::vector<Explanation> explainWord(std::string_view message)
+{
+	static const std::regex kForms(R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*)");
+	const std::string line(message.substr(0, std::min(message.find('\n'), kLongestLine)));
+	std::smatch parts;
+	std::vector<Explanation> explanations;
+	if (std::regex_match(line, parts, kForms))
+	{
+		const std::string word = parts[1].matched ? parts[1] : parts[2];
+		for (const CatalogueRow& row : words())
+		{
+			if (row.text == word)
+			{
+				explanations.push_back({&row, false});
+			}
+		}
+	}
+	return explanations;
+}
+
 } // namespace
 
 std::vector<Explanation> explain(std::string_view message)
 {
-	if (const std::vector<const CatalogueRow*> rows = explainKeeper(message); !rows.empty())
+	std::vector<Explanation> explanations;
+	for (const CatalogueRow* row : explainKeeper(message))
 	{
-		std::vector<Explanation> ofKeeper;
-		for (const CatalogueRow* row : rows)
-		{
-			ofKeeper.push_back({row, false});
-		}
-		return ofKeeper;
+		explanations.push_back({row, false});
+	}
+	if (!explanations.empty())
+	{
+		std::ranges::copy(explainWord(message), std::back_inserter(explanations));
+		return explanations;
 	}
 	if (const std::optional<Given> given = readPlace(message))
 	{
@@ -190,7 +218,10 @@ std::vector<Explanation> explain(std::string_view message)
 	{
 		return {{row, false}};
 	}
-	std::vector<Explanation> explanations;
+	if (explanations = explainWord(message); !explanations.empty())
+	{
+		return explanations;
+	}
 	for (const CatalogueRow* row : findByText(message))
 	{
 		explanations.push_back({row, false});
@@ -203,7 +234,8 @@ std::string whyUnknown(std::string_view message)
 	const std::optional<Given> given = readPlace(message);
 	if (!given)
 	{
-		return "no message of the daemon says \"" + printable(message.substr(0, 200)) + "\"";
+		return "neither a message of the daemon nor a word of velarixctl: \"" + printable(message.substr(0, 200)) +
+		       "\"";
 	}
 	const std::string place = given->label + ":" + std::to_string(given->number);
 	if (knownLabel(given->label).empty())

@@ -27,6 +27,10 @@ constexpr auto kSetBack = 2s;
 /// threads say meanwhile.
 constexpr auto kLastWord = 1s;
 constexpr auto kRepeat = 1h;
+/// The log's times are cut to tenths of a second.
+constexpr auto kTick = 100ms;
+/// An agent whose programs were ended notices it no later: at its next check of them.
+constexpr auto kMove = 5min;
 constexpr std::size_t kMostErrors = 256;
 constexpr std::size_t kMostThreads = 16;
 constexpr std::size_t kLongestDetail = 300;
@@ -60,8 +64,8 @@ std::string oneLine(std::string_view text)
 	return line;
 }
 
-HistoryMachine::HistoryMachine(History::Sink sink, Commands commands)
-    : m_sink(std::move(sink)), m_commands(std::move(commands))
+HistoryMachine::HistoryMachine(History::Sink sink, Commands commands, LastMove lastMove)
+    : m_sink(std::move(sink)), m_commands(std::move(commands)), m_lastMove(std::move(lastMove))
 {
 }
 
@@ -296,8 +300,8 @@ void HistoryMachine::emit(const Event& event)
 	++m_snapshot.events[event.kind];
 	if (event.kind == EventKind::roleChanged)
 	{
-		m_snapshot.lastRoleChange = event;
 		noteChange(event);
+		m_snapshot.lastRoleChange = event;
 	}
 	if (m_sink)
 	{
@@ -305,15 +309,35 @@ void HistoryMachine::emit(const Event& event)
 	}
 }
 
-/// An agent's start ends the master's role, and is no failover of the pair.
+/// An agent's start ends the master's role, and is no failover of the pair. Neither is a
+/// planned move. Of one that the partner began this node sees only that it is asked: what it
+/// takes so just before it gives it away as planned, or just after, is the other way of the move.
 void HistoryMachine::noteChange(const Event& event)
 {
 	std::vector<Instant>& changes = m_snapshot.roleChanges;
-	if (event.cause != Cause::agentStart)
+	const Event before = m_snapshot.lastRoleChange.value_or(Event());
+	const bool planned = event.cause == Cause::switchover;
+	if (planned && before.cause == Cause::partnerAsked && !changes.empty() && changes.back() == before.time)
+	{
+		changes.pop_back();
+	}
+	const bool wayBack = event.cause == Cause::partnerAsked && before.cause == Cause::switchover;
+	if (!planned && !wayBack && event.cause != Cause::agentStart)
 	{
 		changes.push_back(event.time);
 		changes.erase(changes.begin(), changes.end() - std::min(std::ssize(changes), kRoleChangesKept));
 	}
+}
+
+/// Whether the programs of this master were ended to move the service.
+bool HistoryMachine::isPlanned() const
+{
+	if (!m_lastMove || !m_snapshot.role || m_snapshot.role->value != Role::master)
+	{
+		return false;
+	}
+	const std::optional<Instant> move = m_lastMove(m_now + kTick);
+	return move && *move >= m_snapshot.role->since && m_now - *move < kMove;
 }
 
 void HistoryMachine::emit(EventKind kind, Cause cause, std::string subject, std::string detail,
@@ -336,8 +360,8 @@ std::string HistoryMachine::behind(std::string_view prefix) const
 	return m_line->text.starts_with(prefix) ? m_line->text.substr(prefix.size()) : m_line->text;
 }
 
-History::History(Sink sink, Commands commands)
-    : m_machine(std::make_unique<HistoryMachine>(std::move(sink), std::move(commands)))
+History::History(Sink sink, Commands commands, LastMove lastMove)
+    : m_machine(std::make_unique<HistoryMachine>(std::move(sink), std::move(commands), std::move(lastMove)))
 {
 }
 

@@ -7,7 +7,7 @@ void HistoryMachine::found(Fault fault, std::string detail)
 {
 	FaultState& is = state(fault);
 	is.reported.at = m_now;
-	if (is.there)
+	if (is.there || (fault == Fault::programs && isPlanned()))
 	{
 		return;
 	}

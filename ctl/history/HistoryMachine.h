@@ -18,7 +18,7 @@ namespace velarix::ctl
 class HistoryMachine
 {
 public:
-	HistoryMachine(History::Sink sink, Commands commands);
+	HistoryMachine(History::Sink sink, Commands commands, LastMove lastMove);
 
 	void feed(const LogLine& line);
 	const Snapshot& snapshot() const { return m_snapshot; }
@@ -73,6 +73,7 @@ private:
 
 	History::Sink m_sink;
 	Commands m_commands;
+	LastMove m_lastMove;
 	Snapshot m_snapshot;
 	Agent m_agent;
 	/// The agent before this one, in case it is not gone.
@@ -98,6 +99,7 @@ private:
 	Event event(EventKind kind, Cause cause = Cause::none) const;
 	void emit(const Event& event);
 	void noteChange(const Event& event);
+	bool isPlanned() const;
 	void emit(EventKind kind, Cause cause = Cause::none, std::string subject = {}, std::string detail = {},
 	          std::optional<Milliseconds> duration = std::nullopt);
 	Milliseconds since(Instant time) const;

@@ -91,7 +91,7 @@ void HistoryMachine::givesUpAndAsks()
 
 void HistoryMachine::givesUpWithoutPrograms()
 {
-	m_agent.giveUpCause = Cause::programsGone;
+	m_agent.giveUpCause = isPlanned() ? Cause::switchover : Cause::programsGone;
 	givesUp();
 	m_agent.awaited = Awaited::stop;
 	ask();

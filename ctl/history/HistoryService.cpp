@@ -226,7 +226,10 @@ void HistoryMachine::programsCounted()
 	if (before && before->value != running)
 	{
 		emit(running ? EventKind::programsRunning : EventKind::programsStopped,
-		     running ? Cause::none : m_agent.killedFor, {}, {}, since(before->since));
+		     running       ? Cause::none
+		     : isPlanned() ? Cause::switchover
+		                   : m_agent.killedFor,
+		     {}, {}, since(before->since));
 	}
 	const bool master = m_snapshot.role && m_snapshot.role->value == Role::master;
 	// One cycle without them is usual while they are being started.

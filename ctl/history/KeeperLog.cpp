@@ -7,6 +7,8 @@
 #include <Poco/DateTime.h>
 #include <Poco/DateTimeParser.h>
 
+#include "ctl/history/OperatorLog.h"
+
 namespace velarix::ctl
 {
 
@@ -23,7 +25,7 @@ constexpr int kArchives = 9;
 
 std::optional<KeeperEvent> parseKeeperLine(const std::string& line)
 {
-	static const std::regex kLine(R"((\S+) (ha-[a-z0-9_-]+)\[(\d{1,9})\] ([a-z-]+): (.*))");
+	static const std::regex kLine(R"((\S+) (ha-[a-z0-9_-]+|velarixctl)\[(\d{1,9})\] ([a-z-]+): (.*))");
 	std::smatch parts;
 	int zone = 0;
 	Poco::DateTime date;
@@ -35,6 +37,11 @@ std::optional<KeeperEvent> parseKeeperLine(const std::string& line)
 	date.makeUTC(zone);
 	return KeeperEvent{Instant(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000)),
 	                   std::stol(parts[3]), parts[2], parts[4], parts[5]};
+}
+
+bool isMove(const KeeperEvent& event)
+{
+	return event.program == kOperator && event.word == kSwitchover;
 }
 
 KeeperLog::KeeperLog(fs::path path) : m_path(std::move(path))

@@ -22,14 +22,17 @@ struct KeeperEvent
 {
 	Instant time;
 	long process = 0;
-	/// "ha-web"
+	/// "ha-web"; kOperator for what an administrator did (OperatorLog.h)
 	std::string program;
 	/// The keeper's word: "raised".
 	std::string word;
 	std::string detail;
 };
 
-/// @return nothing for a line that the keeper does not write
+/// @return whether it is the begin of a planned move
+bool isMove(const KeeperEvent& event);
+
+/// @return nothing for a line that neither the keeper nor velarixctl writes
 std::optional<KeeperEvent> parseKeeperLine(const std::string& line);
 
 /// The file and what logrotate has made of it, oldest line first. Asked again, what was

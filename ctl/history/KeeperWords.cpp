@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ctl/history/KeeperLog.h"
+#include "ctl/history/OperatorLog.h"
 
 namespace velarix::ctl
 {
@@ -36,7 +37,8 @@ constexpr std::array kWords{
         "find that host in the switch"),
     row(kAddress, "conflict", "another host has claimed the address while it was on this node (split-brain)",
         "nothing once; when it repeats, find the host that holds it as well by its ARP packets"),
-    row(kAddress, "yielded", "another host asked for the address, and this one gave it up: both held it, or a service has ended here",
+    row(kAddress, "yielded",
+        "another host asked for the address, and this one gave it up: both held it, or a service has ended here",
         "repair the network between the nodes; see why the service has ended"),
     row(kAddress, "stalled", "this machine or this process stood still for three seconds or longer",
         "look for a paused virtual machine, or for a machine without memory"),
@@ -80,6 +82,11 @@ constexpr std::array kWords{
     row(kReach, "stopped", "the program was ended, and the gateway address is gone"),
     row(kReach, "failed", "the key cannot be read, or the address cannot be set; the text says why",
         "velarixctl check"),
+    row(kOperator, kSwitchover,
+        "an administrator, or the stop of the service with \"handover\", moves the service to the partner"),
+    row(kOperator, kMaintenanceOn, "somebody works on this node: nothing fails over and nothing is restarted",
+        "velarixctl maintenance off, when the work is done"),
+    row(kOperator, kMaintenanceOff, "the maintenance is over; the agent goes on"),
     row("keeper", "killed", "a worker of the keeper was killed or crashed; its guard has cleaned up behind it",
         "see the journal for who killed it: out of memory, an operator"),
 };
@@ -88,13 +95,15 @@ constexpr std::array kWords{
 
 std::vector<const CatalogueRow*> explainKeeper(std::string_view message)
 {
-	static const std::regex kLine(R"((ha-[a-z0-9_-]+)\[\d+\]:? ([a-z-]+): )");
+	static const std::regex kLine(R"((ha-[a-z0-9_-]+|velarixctl)(?:\[\d+\]:?)? ([a-z-]+): )");
 	const std::string text(message.substr(0, kLongest));
 	std::smatch parts;
-	const bool line = text.find("ha-") != std::string::npos && std::regex_search(text, parts, kLine);
+	const bool named = text.find("ha-") != std::string::npos || text.find(kOperator) != std::string::npos;
+	const bool line = named && std::regex_search(text, parts, kLine);
 	const std::string word = line ? parts[2].str() : text;
 	const std::string program = line ? parts[1].str() : "";
-	const std::string_view label = program == kAddress || program == kReach ? std::string_view(program) : kService;
+	const std::string_view label =
+	    program == kAddress || program == kReach || program == kOperator ? std::string_view(program) : kService;
 	std::vector<const CatalogueRow*> rows;
 	for (const CatalogueRow& row : kWords)
 	{

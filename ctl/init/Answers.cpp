@@ -1,6 +1,7 @@
 #include "ctl/init/Answers.h"
 
 #include <algorithm>
+#include <functional>
 #include <istream>
 #include <ostream>
 #include <regex>
@@ -10,6 +11,7 @@
 
 #include "inspect/ExitCode.h"
 #include "inspect/Number.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl
 {
@@ -57,27 +59,66 @@ std::string ask(std::istream& in, std::ostream& out, const std::string& prompt)
 	return Poco::trim(line);
 }
 
+/// Asks until the answer has no fault.
+std::string askUntil(std::istream& in, std::ostream& out, const std::string& prompt,
+                     const std::function<std::string(const std::string&)>& faultOf)
+{
+	for (;;)
+	{
+		std::string answer = ask(in, out, prompt);
+		const std::string fault = faultOf(answer);
+		if (fault.empty())
+		{
+			return answer;
+		}
+		out << fault << '\n';
+	}
+}
+
+std::string nameFault(const std::string& name)
+{
+	return keeper::isServiceName(name) ? "" : "no name of a service: \"" + name + "\"; " + keeper::kServiceName;
+}
+
+/// @param name of a key of keeper.ini
+/// @return what the keeper has against the value; empty for nothing
+std::string valueFault(const std::string& name, const std::string& value)
+{
+	const std::vector<keeper::KeyInfo> keys = keeper::keyTable();
+	const auto key = std::ranges::find_if(keys, [&](const keeper::KeyInfo& known)
+	                                      { return known.section == std::string("service") && known.name == name; });
+	keeper::Settings scratch{.address = {}, .reach = {}, .services = {{}}};
+	const std::string fault = keeper::setKey(scratch, *key, value);
+	return fault.empty() ? "" : "\"" + value + "\" " + fault;
+}
+
+bool isUnit(const std::string& runs)
+{
+	return runs.ends_with(".service") && runs.find_first_of(" /") == std::string::npos;
+}
+
 void askServices(Answers& answers, std::istream& in, std::ostream& out)
 {
+	const auto optional = [](const char* key)
+	{ return [key](const std::string& value) { return value.empty() ? "" : valueFault(key, value); }; };
 	for (;;)
 	{
 		ServiceAnswer service;
 		const bool first = answers.services.empty();
 		service.name =
-		    ask(in, out, first ? "Name of the service, as web" : "Name of another service (nothing: no more)");
-		if (service.name.empty() && !first)
+		    askUntil(in, out, first ? "Name of the service, as web" : "Name of another service (nothing: no more)",
+		             [&](const std::string& name) { return name.empty() && !first ? "" : nameFault(name); });
+		if (service.name.empty())
 		{
 			return;
 		}
-		if (service.name.empty())
-		{
-			continue;
-		}
-		const std::string runs = ask(in, out, "Its command with arguments, or its systemd unit (NAME.service)");
-		const bool unit = runs.ends_with(".service") && runs.find_first_of(" /") == std::string::npos;
-		(unit ? service.unit : service.command) = runs;
-		service.user = unit ? "" : ask(in, out, "User that runs it (nothing: root)");
-		service.check = ask(in, out, "Command that ends with 0 while it is well (nothing: none)");
+		const std::string runs =
+		    askUntil(in, out, "Its command with arguments, or its systemd unit (NAME.service)",
+		             [](const std::string& text) { return valueFault(isUnit(text) ? "unit" : "command", text); });
+		(isUnit(runs) ? service.unit : service.command) = runs;
+		service.user = isUnit(runs) ? "" : askUntil(in, out, "User that runs it (nothing: root)", optional("user"));
+		service.check =
+		    askUntil(in, out, "Command that ends with 0 while it is well (nothing: none)", optional("check"));
 		answers.services.push_back(service);
 	}
 }
@@ -111,12 +152,12 @@ const std::vector<ServiceOption>& serviceOptions()
 {
 	static const std::vector<ServiceOption> kOptions{
 	    {kServiceOption, "NAME=COMMAND", "a service: its command with arguments; once for each",
-	     &ServiceAnswer::command},
+	     &ServiceAnswer::command, "command"},
 	    {"unit", "NAME=UNIT", "a service: its systemd unit, which has to be disabled; once for each",
-	     &ServiceAnswer::unit},
-	    {"service-user", "NAME=USER", "who runs that service's command and check", &ServiceAnswer::user},
+	     &ServiceAnswer::unit, "unit"},
+	    {"service-user", "NAME=USER", "who runs that service's command and check", &ServiceAnswer::user, "user"},
 	    {"service-check", "NAME=COMMAND", "a command that ends with 0 while that service is well",
-	     &ServiceAnswer::check},
+	     &ServiceAnswer::check, "check"},
 	};
 	return kOptions;
 }
@@ -128,6 +169,12 @@ std::string addService(Answers& answers, const ServiceOption& option, const std:
 	if (equals == 0 || equals == std::string::npos || equals + 1 == given.size())
 	{
 		return std::string("not ") + option.type + ": \"" + given + "\"";
+	}
+	std::string fault = nameFault(name);
+	fault = fault.empty() ? valueFault(option.key, given.substr(equals + 1)) : fault;
+	if (!fault.empty())
+	{
+		return fault;
 	}
 	auto service = std::ranges::find(answers.services, name, &ServiceAnswer::name);
 	const bool adds = option.answer == &ServiceAnswer::command || option.answer == &ServiceAnswer::unit;
@@ -184,6 +231,7 @@ std::vector<std::string> faults(const Answers& answers)
 	{
 		tell("target", addressFault(target));
 	}
+	tell("needed", answers.needed != 1 && answers.targets.empty() ? "without --target" : "");
 	// Another node or router may have it: the keeper would claim it.
 	if (!answers.targets.empty() && !answers.gateway.empty() && answers.gateway != kReachAddress)
 	{
@@ -220,12 +268,7 @@ void askFor(Answers& answers, std::istream& in, std::ostream& out)
 	for (const Question& question : questions())
 	{
 		std::string& answer = answers.*question.answer;
-		while (answer.empty())
-		{
-			const std::string given = ask(in, out, question.text);
-			const std::string fault = question.fault(given);
-			fault.empty() ? answer = given, void() : void(out << fault << '\n');
-		}
+		answer = answer.empty() ? askUntil(in, out, question.text, question.fault) : answer;
 	}
 	if (answers.services.empty() && answers.programs.empty())
 	{

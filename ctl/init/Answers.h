@@ -108,6 +108,8 @@ struct ServiceOption
 	const char* type;
 	const char* text;
 	std::string ServiceAnswer::*answer;
+	/// Of keeper.ini.
+	const char* key;
 };
 
 /// Those that add a service come before those that say more of one.

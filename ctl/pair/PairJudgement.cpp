@@ -65,7 +65,7 @@ public:
 		if (m_partner.is_null())
 		{
 			add("partner-not-reached", NagiosStatus::unknown, "the partner was not asked: " + m_reports.whyNot,
-			    "make \"ssh TARGET velarixctl status --json\" work, or see to the partner");
+			    "make \"ssh TARGET velarixctl status --for-pair\" work, or see to the partner");
 		}
 		else if (areOnePair())
 		{

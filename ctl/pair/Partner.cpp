@@ -89,4 +89,22 @@ host::ProgramEnd Partner::run(const std::vector<std::string>& words) const
 	    {{"ssh", "-o", "BatchMode=yes", "-o", "ConnectTimeout=" + patience, "--", m_target, command}, {}, {}, m_limit});
 }
 
+Json Partner::status(const NodeState& own, std::string& why) const
+{
+	const host::ProgramEnd end = run({"status", "--json"});
+	Json report = Json::parse(end.inTime ? end.output : "", nullptr, false);
+	if (!report.is_object())
+	{
+		why = "ssh " + m_target + " " + end.reason();
+		return {};
+	}
+	if (textAt(report, "/node") != own.setting(key::kPartnerIP) ||
+	    textAt(report, "/partner/address") != own.setting(key::kThisServerIP))
+	{
+		why = m_target + " is " + nameOf(report) + ", and not this node's partner";
+		return {};
+	}
+	return report;
+}
+
 } // namespace velarix::ctl

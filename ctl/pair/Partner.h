@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ctl/Context.h"
+#include "ctl/pair/NodeReport.h"
 #include "inspect/HostProgram.h"
 
 namespace velarix::ctl
@@ -22,6 +23,10 @@ public:
 
 	/// Runs velarixctl there. Nothing is asked for: without a key it fails.
 	host::ProgramEnd run(const std::vector<std::string>& words) const;
+
+	/// @param why set to the reason when it does not answer, or is not the partner of `own`
+	/// @return its "status --json"; null then
+	Json status(const NodeState& own, std::string& why) const;
 
 	const std::string& target() const { return m_target; }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 
+#include "ctl/history/OperatorLog.h"
 #include "inspect/Printable.h"
 #include "inspect/TimeText.h"
 
@@ -20,7 +21,7 @@ constexpr std::size_t kSpanWidth = sizeof("12 min 59 s") - 1;
 
 std::string reasonOf(Cause cause)
 {
-	static constexpr std::array<std::string_view, 16> reasons{
+	static constexpr std::array<std::string_view, 17> reasons{
 	    "",
 	    "every agent starts as standby, without address and programs",
 	    "no last word: it was killed, or its host went down",
@@ -36,6 +37,7 @@ std::string reasonOf(Cause cause)
 	    "both nodes were master: back to the configured role",
 	    "this node takes the service",
 	    "this node gives up the service",
+	    "a planned move (velarixctl switchover)",
 	    "the log does not tell why"};
 	return std::string(reasons.at(static_cast<std::size_t>(cause)));
 }
@@ -97,7 +99,7 @@ constexpr std::array<Wording, kEventKinds> kWordings{{
     {EventKind::agentEnded, kBad, "process %p: %w[: %d]"},
     {EventKind::roleChanged, kNews, "%r[: %w]"},
     {EventKind::takeOverBegan, kNews, "takes the service: %w"},
-    {EventKind::takeOverDone, kNews, "has taken the service"},
+    {EventKind::takeOverDone, kNews, "has taken the service[: %d]"},
     {EventKind::takeOverUnfinished, kBad, "began to take the service and did not end it[: %d]"},
     {EventKind::askMade, kPlain, "asks the partner to take the service: %w"},
     {EventKind::askAnswered, kGood, "the partner has taken the service"},
@@ -120,7 +122,7 @@ constexpr std::array<Wording, kEventKinds> kWordings{{
     {EventKind::addressUp, kPlain, "the service address is there[: %d]"},
     {EventKind::programKilled, kPlain, "kill command for %s[: %w][; it printed %d]"},
     {EventKind::programsStarted, kPlain, "the run script was run"},
-    {EventKind::programsRunning, kPlain, "the managed programs run"},
+    {EventKind::programsRunning, kPlain, "the managed programs run[: %d]"},
     {EventKind::programsStopped, kPlain, "the managed programs do not run[: %w]"},
     {EventKind::logGap, kPlain, "nothing was logged for this time"},
     {EventKind::clockSetBack, kPlain, "the clock was set back by this time"},
@@ -207,6 +209,11 @@ std::string columns(Instant time, std::string_view word, const std::string& span
 	       "  " + printable(text);
 }
 
+std::string_view sourceOf(const KeeperEvent& event)
+{
+	return event.program == kOperator ? "operator" : "keeper";
+}
+
 std::string describe(const KeeperEvent& event)
 {
 	return event.program + " " + event.word + ": " + event.detail;
@@ -231,7 +238,8 @@ std::string_view severityOf(const KeeperEvent& event)
 {
 	constexpr std::array<std::string_view, 9> bad{"failed",  "killed",  "conflict", "died",   "check-failed",
 	                                              "offline", "removed", "stalled",  "yielded"};
-	constexpr std::array<std::string_view, 3> change{"raised", "lowered", "running"};
+	constexpr std::array<std::string_view, 6> change{"raised",    "lowered",      "running",
+	                                                 kSwitchover, kMaintenanceOn, kMaintenanceOff};
 	return std::ranges::find(bad, event.word) != bad.end()         ? "problem"
 	       : std::ranges::find(change, event.word) != change.end() ? "change"
 	                                                               : "detail";
@@ -240,13 +248,13 @@ std::string_view severityOf(const KeeperEvent& event)
 std::string textLine(const KeeperEvent& event, bool colour)
 {
 	const bool bad = severityOf(event) == "problem";
-	return columns(event.time, "keeper", "", describe(event), colour && bad ? kBad : "");
+	return columns(event.time, sourceOf(event), "", describe(event), colour && bad ? kBad : "");
 }
 
 nlohmann::ordered_json eventJson(const KeeperEvent& event)
 {
-	return {{"time", isoText(event.time)},       {"event", "keeper"},  {"pid", event.process},
-	        {"subject", event.program},          {"word", event.word}, {"detail", printable(event.detail)},
+	return {{"time", isoText(event.time)},       {"event", sourceOf(event)}, {"pid", event.process},
+	        {"subject", event.program},          {"word", event.word},       {"detail", printable(event.detail)},
 	        {"text", printable(describe(event))}};
 }
 

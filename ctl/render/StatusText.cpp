@@ -141,8 +141,11 @@ void addRole(Rows& rows, const NodeState& state)
 	const std::string text = words<Role>(
 	    state, state.role, [&](Role role) { return std::string(textOf(role)) + since; }, false);
 	rows.add("role", text, state.role.known() ? Tone::good : Tone::doubtful);
-	rows.add("own network", words<bool>(state, state.networkOk,
-	                                    [](bool fine) { return std::string(fine ? "judged OK" : "judged NOT OK"); }));
+	// A standby's agent looks at no carrier.
+	const bool cut = state.serviceInterface.is(false) || state.communicationInterface.is(false);
+	const std::string fineText = cut ? "judged OK by the agent, although an interface has NO carrier" : "judged OK";
+	rows.add("own network",
+	         words<bool>(state, state.networkOk, [&](bool fine) { return fine ? fineText : "judged NOT OK"; }));
 	rows.add("ask", words<bool>(state, state.asking,
 	                            [](bool asks) {
 		                            return std::string(asks ? "PENDING: the partner is asked to take the service"
@@ -152,9 +155,10 @@ void addRole(Rows& rows, const NodeState& state)
 
 std::string partnerWords(const Heartbeat& heartbeat)
 {
+	const char* stopped =
+	    heartbeat.master ? ", its programs do NOT run" : ", its programs are stopped, as they should be";
 	return std::string(textOf(heartbeat.master ? Role::master : Role::slave)) +
-	       (heartbeat.running ? ", its programs run" : ", its programs do not run") +
-	       (heartbeat.asking ? ", ASKS for a take-over" : "");
+	       (heartbeat.running ? ", its programs run" : stopped) + (heartbeat.asking ? ", ASKS for a take-over" : "");
 }
 
 void addPartner(Rows& rows, const NodeState& state)
@@ -300,15 +304,17 @@ void addLog(Rows& rows, const NodeState& state)
 	         state.distrust.empty() ? Tone::plain : Tone::doubtful);
 }
 
-void addJudgement(Rows& rows, const Judgement& judgement)
+void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement)
 {
+	// The partner itself may know better: velarixctl pair asks it.
+	const std::string heard = state.role.is(Role::master) ? ", as far as the partner's heartbeats tell" : "";
 	if (!judgement.failOverWorks)
 	{
 		rows.add("failover", "not known whether it would work", Tone::doubtful);
 	}
 	else
 	{
-		rows.add("failover", *judgement.failOverWorks ? "would work now" : "would NOT work now",
+		rows.add("failover", *judgement.failOverWorks ? "would work now" + heard : "would NOT work now",
 		         *judgement.failOverWorks ? Tone::good : Tone::bad);
 	}
 	for (const Problem& problem : judgement.problems)
@@ -330,7 +336,7 @@ std::string statusText(const NodeState& state, const Judgement& judgement, bool 
 	addKernel(rows, state);
 	addChange(rows, state);
 	addLog(rows, state);
-	addJudgement(rows, judgement);
+	addJudgement(rows, state, judgement);
 	return std::move(rows).text();
 }
 

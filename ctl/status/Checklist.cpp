@@ -106,7 +106,9 @@ void Checklist::sources()
 	const bool watched = m_state.agent.state == AgentState::running;
 	if (!m_state.settings)
 	{
-		add("settings-unreadable", Grade::unknown, kHarmless, m_state.settingsProblem);
+		const bool forbidden = m_state.settingsCode == ExitCode::noPermission;
+		add("settings-unreadable", Grade::unknown, kHarmless,
+		    m_state.settingsProblem + (forbidden ? "; run it as root" : ""));
 	}
 	else if (watched && m_state.starting)
 	{

@@ -114,7 +114,8 @@ void Checklist::keeper()
 		if (service.state == "failed")
 		{
 			add("service-failed", Grade::warning, kBlocks,
-			    service.name + " died too often on this node: " + service.reason);
+			    service.name + " died too often on this node: " + service.reason +
+			        "; when it is repaired, clear this with rm /run/velarix-ha/" + service.name + ".state");
 		}
 		else if (service.state == "restarting" || service.check.starts_with("failed"))
 		{

@@ -111,8 +111,9 @@ void takeSample(Counters& counters, std::string_view name, double value)
 class Count
 {
 public:
-	Count(Counters& counters, Instant from, Instant to, const Commands& commands)
-	    : m_counters(counters), m_from(from), m_to(to), m_history([this](const Event& event) { take(event); }, commands)
+	Count(Counters& counters, Instant from, Instant to, const LogWish& log)
+	    : m_counters(counters), m_from(from), m_to(to),
+	      m_history([this](const Event& event) { take(event); }, log.commands, log.lastMove)
 	{
 	}
 
@@ -220,7 +221,7 @@ void countOn(Counters& counters, const LogWish& log)
 	{
 		return;
 	}
-	Count count(counters, *from, to, log.commands);
+	Count count(counters, *from, to, log);
 	if (to - *from >= kShortGap || !readShortGap(count, log, *from))
 	{
 		readLongGap(count, log, *from);

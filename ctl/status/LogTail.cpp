@@ -46,9 +46,9 @@ Role repeatedRole(const LogLine& line)
 }
 
 /// @param newestFirst messages in the order in which they were read back
-template <typename Messages> Snapshot snapshotOf(const Messages& newestFirst, const Commands& commands)
+template <typename Messages> Snapshot snapshotOf(const Messages& newestFirst, const LogWish& wish)
 {
-	History history({}, commands);
+	History history({}, wish.commands, wish.lastMove);
 	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { history.feed(line); });
 	return history.snapshot();
 }
@@ -71,7 +71,7 @@ LogTail readTail(const LogWish& wish, std::optional<Instant> until)
 	    },
 	    trouble);
 	LogTail tail;
-	tail.snapshot = snapshotOf(messages, wish.commands);
+	tail.snapshot = snapshotOf(messages, wish);
 	if (!tail.snapshot.lastMessage)
 	{
 		const int error = trouble.empty() ? 0 : trouble.front().error;
@@ -132,7 +132,7 @@ LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
 		    return sinceFound < kBeforeChange && ++looked < limit;
 	    },
 	    ignored);
-	result.event = snapshotOf(around, wish.commands).lastRoleChange;
+	result.event = snapshotOf(around, wish).lastRoleChange;
 	return result;
 }
 

@@ -36,6 +36,8 @@ struct LogWish
 	/// About when the last message was written.
 	Instant now;
 	Commands commands;
+	/// The planned moves of this node.
+	LastMove lastMove;
 };
 
 /// @param until read back at least to there, if that is further than kTailMessages

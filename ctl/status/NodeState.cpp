@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ctl/history/OperatorLog.h"
 #include "ctl/status/KernelState.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
@@ -72,6 +73,7 @@ void readLog(NodeState& state, const Paths& paths, std::optional<Instant> until)
 	else
 	{
 		state.log = paths.below(path);
+		state.lastMove = movesIn(paths.keeperLog);
 		state.tail = readTail(state.logWish(), until ? std::min(*until, state.now - kFlapping) : state.now - kFlapping);
 		const std::optional<Instant> begun = begunAt(state.log);
 		state.logBegunAhead = begun && *begun > state.now + kAhead ? begun : std::nullopt;
@@ -235,7 +237,7 @@ std::string NodeState::setting(const char* name) const
 
 LogWish NodeState::logWish() const
 {
-	return {log, now, {setting(key::kStartCommand), setting(key::kStopCommand), setting(key::kKillCommand)}};
+	return {log, now, {setting(key::kStartCommand), setting(key::kStopCommand), setting(key::kKillCommand)}, lastMove};
 }
 
 std::optional<Milliseconds> NodeState::age(const std::optional<Instant>& time) const

@@ -134,6 +134,8 @@ struct NodeState
 	/// Empty without settings.
 	std::filesystem::path log;
 	LogTail tail;
+	/// Of this node, from what velarixctl has recorded.
+	LastMove lastMove;
 	/// Why what the log reported may not be true now; empty when it may be believed.
 	std::string distrust;
 	/// The agent lives and its log is silent for longer than a sound agent's.

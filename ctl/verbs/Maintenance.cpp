@@ -3,7 +3,7 @@
 #include <map>
 #include <memory>
 
-#include "ctl/pair/NodeReport.h"
+#include "ctl/history/OperatorLog.h"
 #include "ctl/pair/Partner.h"
 #include "ctl/status/Maintenance.h"
 #include "ctl/status/NodeState.h"
@@ -109,6 +109,10 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 	const std::filesystem::path& record = context.paths.maintenance;
 	const Maintenance now{context.now(), context.now() + std::chrono::seconds(static_cast<long>(options.time)),
 	                      options.reason};
+	if (state.maintenance)
+	{
+		complain(context, "this replaces the maintenance " + state.maintenance->words());
+	}
 	writeMaintenance(record, now);
 	try
 	{
@@ -120,8 +124,13 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 		std::filesystem::remove(record);
 		throw;
 	}
+	recordAct(context, kMaintenanceOn, now.words());
 	context.out << "maintenance " << now.words() << "\nnothing fails over and nothing is restarted here; end it with "
 	            << "velarixctl maintenance off\n";
+	if (!options.pair)
+	{
+		context.out << "this node alone; both at once: velarixctl maintenance on --pair\n";
+	}
 	return ExitCode::fine;
 }
 
@@ -165,10 +174,15 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 			                      "or let it move with --force");
 			return ExitCode::refused;
 		}
+		if (!why.empty())
+		{
+			recordAct(context, kSwitchover, "the maintenance ends without the service");
+		}
 		signalAll(state, SIGCONT);
 	}
 	signalWatchers(SIGCONT);
 	std::filesystem::remove(context.paths.maintenance);
+	recordAct(context, kMaintenanceOff, "");
 	context.out << (state.agent.lives() ? "maintenance is over: the agent goes on\n"
 	                                    : "maintenance is over; the agent does not run: start it with "
 	                                      "systemctl start velarix-ha\n");
@@ -214,16 +228,11 @@ private:
 	std::string look()
 	{
 		const NodeState state = lookAround(m_context);
-		const host::ProgramEnd end = m_partner.run({"status", "--json"});
-		const Json report = Json::parse(end.inTime ? end.output : "", nullptr, false);
-		if (!report.is_object())
+		std::string why;
+		const Json report = m_partner.status(state, why);
+		if (report.is_null())
 		{
-			return "the partner cannot be asked: ssh " + m_partner.target() + " " + end.reason();
-		}
-		if (textAt(report, "/node") != state.setting(key::kPartnerIP) ||
-		    textAt(report, "/partner/address") != state.setting(key::kThisServerIP))
-		{
-			return m_partner.target() + " is " + nameOf(report) + ", and not this node's partner";
+			return "the partner cannot be asked: " + why;
 		}
 		const std::string here(wordOf(state.role.reported.value_or(Role::unknown)));
 		const std::string there = lastRoleOf(report);
@@ -317,8 +326,7 @@ void addMaintenance(CLI::App& app, Context& context)
 	    .span("--for", options->time, kShortest, kLongest, "afterwards it counts as forgotten, and is reported (4h)")
 	    .flag("--force", options->force, "end it also where the service moves then: a master without its programs")
 	    .flag("--pair", options->pair, "do it on both nodes, the partner's by ssh, in the order that moves nothing")
-	    .option("--ssh", options->ssh, "TARGET",
-	            "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
+	    .ssh(options->ssh)
 	    .run(context, [options, &context] { return runMaintenance(*options, context); });
 }
 

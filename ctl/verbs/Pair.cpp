@@ -99,8 +99,7 @@ void addPair(CLI::App& app, Context& context)
 {
 	const auto options = std::make_shared<PairOptions>();
 	Verb(app, "pair", "both nodes side by side, and what neither can know alone")
-	    .option("--ssh", options->ssh, "TARGET",
-	            "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)")
+	    .ssh(options->ssh)
 	    .seconds("--timeout", options->timeOut, 1, kLongestWait, "how long the partner may take to answer (15)")
 	    .option("--partner-json", options->partnerFile, "FILE", "the partner's \"status --for-pair\", in place of ssh")
 	    .option("--own-json", options->ownFile, "FILE", "the same of this node, in place of looking here")

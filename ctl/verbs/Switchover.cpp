@@ -3,6 +3,8 @@
 #include <memory>
 
 #include "ctl/handover/HandOver.h"
+#include "ctl/history/OperatorLog.h"
+#include "ctl/pair/Partner.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
@@ -19,6 +21,8 @@ namespace
 
 using std::chrono::milliseconds;
 
+/// A service that has to move waits no longer for a partner's word.
+constexpr std::chrono::seconds kPatience{10};
 /// A day.
 constexpr double kLongestWait = 86400;
 
@@ -28,6 +32,8 @@ struct SwitchoverOptions
 	/// Seconds; 0: what the settings make it take, three times, a minute at least,
 	/// and a check cycle.
 	double timeOut = 0;
+	/// The partner for ssh.
+	std::string ssh;
 };
 
 milliseconds allowed(const SwitchoverOptions& options, const NodeState& state)
@@ -47,6 +53,28 @@ ExitCode refuse(const HandOverPlan& plan, const Context& context)
 		complain(context, "refused: " + refusal);
 	}
 	return ExitCode::refused;
+}
+
+/// @return what stands in the way on the partner, which its heartbeats do not tell; none when nothing does
+std::vector<std::string> askPartner(const SwitchoverOptions& options, const NodeState& state, const Context& context)
+{
+	std::string why;
+	const Json report = Partner(options.ssh, kPatience, context.paths).status(state, why);
+	if (isFalseAt(report, "/fail_over/works"))
+	{
+		std::string reasons = "its status says that a failover would not work";
+		for (const Json& reason : listAt(report, "/fail_over/reasons"))
+		{
+			reasons += "; " + (reason.is_string() ? reason.get<std::string>() : reason.dump());
+		}
+		return {"the partner could not take the service: " + reasons};
+	}
+	if (!isTrueAt(report, "/fail_over/works"))
+	{
+		complain(context, "could not ask the partner: " + (why.empty() ? "it does not know itself" : why) +
+		                      "; as far as its heartbeats tell it is well");
+	}
+	return {};
 }
 
 void describe(const HandOverPlan& plan, const NodeState& state, const Context& context)
@@ -87,9 +115,25 @@ ExitCode conclude(HandOver::End end, const HandOver& handOver, const NodeState& 
 
 ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 {
+	if (!options.dryRun && host::user() != 0)
+	{
+		throw Failure(ExitCode::noPermission, "only root may end the programs");
+	}
 	Observer observer(context.paths, false);
-	const NodeState before = observer.look(context.now());
-	const HandOverPlan plan = planHandOver(before, judge(before), context.paths);
+	NodeState before = observer.look(context.now());
+	if (before.settingsCode == ExitCode::noPermission)
+	{
+		throw Failure(before.settingsCode, before.settingsProblem);
+	}
+	HandOverPlan plan = planHandOver(before, judge(before), context.paths);
+	if (plan.refusals.empty())
+	{
+		const std::vector<std::string> refusals = askPartner(options, before, context);
+		// A partner that does not answer may have died in the time that asking it took.
+		before = observer.look(context.now());
+		plan = planHandOver(before, judge(before), context.paths);
+		plan.refusals.insert(plan.refusals.end(), refusals.begin(), refusals.end());
+	}
 	if (!plan.refusals.empty())
 	{
 		return refuse(plan, context);
@@ -99,10 +143,7 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 		describe(plan, before, context);
 		return ExitCode::fine;
 	}
-	if (host::user() != 0)
-	{
-		throw Failure(ExitCode::noPermission, "only root may end the programs");
-	}
+	recordAct(context, kSwitchover, "to " + before.setting(key::kPartnerIP));
 	HandOver handOver(
 	    plan, [&] { return observer.look(context.now()); },
 	    [&](milliseconds since, const std::string& text)
@@ -120,6 +161,7 @@ void addSwitchover(CLI::App& app, Context& context)
 	    .seconds("--timeout", options->timeOut, 0.1, kLongestWait,
 	             "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
 	             "check cycle)")
+	    .ssh(options->ssh)
 	    .run(context, [options, &context] { return runSwitchover(*options, context); });
 }
 

@@ -12,6 +12,9 @@ namespace velarix::ctl
 namespace
 {
 
+/// A range that can be read in the refusal.
+constexpr int kMostLooks = 1'000'000;
+
 /// The library's own range lets "nan" through, which is no number to wait for.
 CLI::Validator secondsFrom(double least, double most)
 {
@@ -141,9 +144,15 @@ Verb& Verb::span(const std::string& name, double& value, double least, double mo
 	return *this;
 }
 
+Verb& Verb::ssh(std::string& target)
+{
+	return option("--ssh", target, "TARGET",
+	              "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)");
+}
+
 Verb& Verb::count(const std::string& name, int& value, const std::string& text)
 {
-	m_app.add_option(name, value, text)->type_name("N")->check(CLI::PositiveNumber);
+	m_app.add_option(name, value, text)->type_name("N")->check(CLI::Range(1, kMostLooks));
 	return *this;
 }
 

@@ -49,6 +49,8 @@ public:
 	/// One of `allowed`. @param standard the default for the help; empty for none
 	Verb& oneOf(const std::string& name, const std::vector<std::string>& allowed, const std::string& standard,
 	            const std::function<void(const std::string&)>& take, const std::string& text);
+	/// "--ssh", the target for asking the partner.
+	Verb& ssh(std::string& target);
 	/// A number of seconds from `least` to `most`; "nan" is none.
 	Verb& seconds(const std::string& name, double& value, double least, double most, const std::string& text);
 	/// Seconds, or a number with "m", "h" or "d" behind it.

@@ -96,7 +96,7 @@ void addWatch(CLI::App& app, Context& context)
 {
 	const auto options = std::make_shared<WatchOptions>();
 	Verb(app, "watch", "the status again and again")
-	    .seconds("--interval", options->interval, 0.1, 3600, "seconds between two looks (1)")
+	    .seconds("-n,--interval", options->interval, 0.1, 3600, "seconds between two looks (1)")
 	    .count("--count", options->count, "end after this many looks")
 	    .flag("--json", options->json, "print a line of JSON at the begin and at each change")
 	    .run(context, [options, &context] { return runWatch(*options, context); });

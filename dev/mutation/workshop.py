@@ -110,7 +110,7 @@ class Workshop:
             folder = os.path.join(self.build, "tests", "daemon", name)
             for name in sorted(os.listdir(folder)):
                 path = os.path.join(folder, name)
-                if os.path.isfile(path) and os.access(path, os.X_OK):
+                if os.path.isfile(path) and os.access(path, os.X_OK) and not name.endswith(".so"):
                     self.programs[name] = path
                     self.digests[name] = digest(path)
         if not self.programs:

@@ -16,7 +16,7 @@ constexpr Millis seconds(int count)
 	return std::chrono::seconds(count);
 }
 
-constexpr std::array<FixedWait, 13> waits{{
+constexpr std::array<FixedWait, 12> waits{{
     {"0", "nothing", [](const PairSettings&) { return Millis(0); }},
     {"interval", "pause of the sender", [](const PairSettings& times) { return seconds(times.interval); }},
     {"receive", "receiving time", [](const PairSettings& times) { return seconds(times.receivingTime); }},
@@ -28,8 +28,6 @@ constexpr std::array<FixedWait, 13> waits{{
     {"ping", "a probe that nobody answers: ten pings", [](const PairSettings&) { return seconds(1); }},
     {"count", "countdown before the start command; with the keeper its ARP probes",
      [](const PairSettings& pair) { return pair.profile == Profile::keeper ? Millis(250) : seconds(5); }},
-    {"countdown", "before the start command where the marker is missing",
-     [](const PairSettings&) { return seconds(5); }},
     {"checks", "until a program that hangs has failed its checks", [](const PairSettings&) { return seconds(6); }},
     {"second", "pause after a failed check", [](const PairSettings&) { return seconds(1); }},
     {"half", "pause after a start command that printed", [](const PairSettings&) { return Millis(500); }},

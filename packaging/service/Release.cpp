@@ -144,4 +144,9 @@ int main()
 		std::cerr << "velarix-ha: nothing is released: " << printable(failure.what()) << '\n';
 		return number(failure.code());
 	}
+	catch (const std::exception& error)
+	{
+		std::cerr << "velarix-ha: the release has failed: " << printable(error.what()) << '\n';
+		return number(ExitCode::internal);
+	}
 }

@@ -48,7 +48,7 @@ wrong_settings=78
 # Copies the standard input to standard error without what a terminal obeys: settings and
 # programs say what they like.
 say_text() {
-	LC_ALL=C tr -d '\000-\010\013-\037\177' >&2
+	LC_ALL=C tr -d '\000-\010\013-\037\177' | LC_ALL=C sed 's/\xc2[\x80-\x9f]//g' >&2
 }
 
 say() {
@@ -71,7 +71,7 @@ is_agent() {
 # Prints the agent's pid. In its first two seconds it has no pid file.
 find_agent() {
 	pid=
-	if [ -r "$pid_file" ]; then
+	if [ -f "$pid_file" ] && [ -r "$pid_file" ]; then
 		# There is no line feed at the end, which read reports as a failure.
 		read -r pid <"$pid_file" || true
 	fi

@@ -8,7 +8,7 @@ namespace fs = std::filesystem;
 
 CheckTest::CheckTest()
 {
-	for (const char* tool : {"sh", "cat", "chmod", "ifconfig", "ip", "grep", "arping", "sleep", "killall"})
+	for (const char* tool : {"sh", "cat", "chmod", "ifconfig", "ip", "grep", "arping", "sleep", "killall", "nft"})
 	{
 		executable(std::string("/usr/bin/") + tool);
 	}

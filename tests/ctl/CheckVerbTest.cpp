@@ -171,6 +171,19 @@ TEST_F(CheckVerb, TheMachineIsAskedOnTheRunningSystem)
 	EXPECT_THAT(outcome.out, Not(HasSubstr("another root")));
 }
 
+TEST_F(CheckVerb, CuresNameThePathsOfTheMachine)
+{
+	fs::permissions(below("/opt/service/bin/server"), fs::perms{0777});
+	EXPECT_THAT(runBelow({"check"}).out, HasSubstr("fix: chmod go-w /opt/service/bin/server\n"));
+}
+
+TEST_F(CheckVerb, AMissingFileOfThePartnerIsSaidToBeThat)
+{
+	EXPECT_THAT(runBelow({"check", "--files-only", "--partner", "/nonexist"}).out,
+	            HasSubstr("if left: the two nodes' files are not compared\n"
+	                      "    fix: name a copy of the partner's config.ini\n"));
+}
+
 TEST_F(CheckVerb, AnUnknownOptionIsAUsageError)
 {
 	EXPECT_EQ(runBelow({"check", "--fix"}).code, 2);
@@ -181,6 +194,8 @@ TEST_F(CheckVerb, AnUnknownOptionIsAUsageError)
 TEST_F(CheckVerb, TheSamplesAreClean)
 {
 	executable("/usr/libexec/velarix-ha/keeper");
+	executable("/usr/sbin/nginx");
+	executable("/usr/bin/curl");
 	write("/usr/velarix/bin/ini/config.ini", readFile(VELARIX_PACKAGING "/config.ini.sample"));
 	write("/usr/velarix/bin/ini/keeper.ini", readFile(VELARIX_PACKAGING "/keeper.ini.sample"));
 	const Outcome outcome = runBelow({"check"});

@@ -195,7 +195,8 @@ TEST(ExplainMessage, WhyItIsNotKnown)
 	EXPECT_EQ(whyUnknown("CAgent:9999"), "there is no message CAgent:9999; the nearest: CAgent:251");
 	EXPECT_EQ(whyUnknown("2026-11-21 09:07:05.3 [1:3][Other:5] <D> x"),
 	          "there is no message Other:5: the daemon has no such label");
-	EXPECT_EQ(whyUnknown("hello\x1b[31m"), "no message of the daemon says \"hello\\x1b[31m\"");
+	EXPECT_EQ(whyUnknown("hello\x1b[31m"),
+	          "neither a message of the daemon nor a word of velarixctl: \"hello\\x1b[31m\"");
 }
 
 /// The verb, with its standard input.
@@ -239,6 +240,39 @@ TEST_F(ExplainVerb, TakesTheWordsOfATextThatWasNotQuoted)
 	EXPECT_THAT(outcome.out, HasSubstr("Utill:728  debug  DB is working\n"));
 }
 
+// The pages' tables are held against the code by the tests of events, status and check.
+TEST_F(ExplainVerb, KnowsEveryWordThatThePagesList)
+{
+	const std::set<std::string> headings{"| event |", "| cause |", "| fault |", "| id |", "| finding |"};
+	std::size_t known = 0;
+	for (const char* page : {"events.md", "monitoring.md", "check.md"})
+	{
+		std::istringstream lines(readFile(std::filesystem::path(VELARIX_CTL_EVENTS).parent_path() / page));
+		bool inTable = false;
+		for (std::string line; std::getline(lines, line);)
+		{
+			inTable = line.starts_with("|") && (inTable || headings.contains(line.substr(0, line.find('|', 1) + 1)));
+			if (inTable && line.starts_with("| `"))
+			{
+				const std::string word = line.substr(3, line.find('`', 3) - 3);
+				EXPECT_EQ(run({"explain", word}).code, 0) << word;
+				++known;
+			}
+		}
+	}
+	EXPECT_GT(known, 250U);
+}
+
+TEST_F(ExplainVerb, TakesALineOfEventsAndOfStatus)
+{
+	EXPECT_THAT(
+	    run({"explain", "2026-11-21 07:59:24.2  agent-ended          3 s          process 7: it was killed"}).out,
+	    StartsWith("event    agent-ended\n"));
+	EXPECT_THAT(run({"explain", "2026-11-21 07:59:24.2  keeper               ha-web died: ended with status 1"}).out,
+	            StartsWith("ha-NAME  keeper  died\n"));
+	EXPECT_THAT(run({"explain", "[split-brain]"}).out, StartsWith("problem  critical  split-brain\n"));
+}
+
 TEST_F(ExplainVerb, ColoursThePlaceOnATerminal)
 {
 	colour = true;
@@ -271,7 +305,7 @@ TEST_F(ExplainVerb, OneUnknownLineOfManyEndsWithOneAndNoLineWithZero)
 {
 	const Outcome outcome = runWith("CAgent:25\nhello\nCAgent:38\n", {"explain", "-"});
 	EXPECT_EQ(outcome.code, 1);
-	EXPECT_EQ(outcome.err, "velarixctl: no message of the daemon says \"hello\"\n");
+	EXPECT_EQ(outcome.err, "velarixctl: neither a message of the daemon nor a word of velarixctl: \"hello\"\n");
 	EXPECT_THAT(outcome.out, AllOf(HasSubstr("CAgent:25"), HasSubstr("CAgent:38")));
 	const Outcome nothing = runWith("", {"explain", "-"});
 	EXPECT_EQ(nothing.code, 0);

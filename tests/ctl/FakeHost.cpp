@@ -133,6 +133,11 @@ std::string tunnelRules()
 	return fakeHost().tunnelRules;
 }
 
+std::string rulesRefusal(const std::filesystem::path& /*file*/)
+{
+	return fakeHost().rulesRefusal;
+}
+
 std::string newTunnelKey()
 {
 	return fakeHost().newTunnelKey;

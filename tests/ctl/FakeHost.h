@@ -37,6 +37,8 @@ struct FakeHost
 	/// What the machine tells of its tunnel, and its packet filter.
 	std::optional<velarix::inspect::host::TunnelSession> tunnel;
 	std::string tunnelRules;
+	/// What nft has against any file.
+	std::string rulesRefusal;
 	/// Empty: there is no wg. The public key of a key is that with "P" in front.
 	std::string newTunnelKey = std::string(42, 'K') + "=";
 	/// By ascending pid.

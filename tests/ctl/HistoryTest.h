@@ -44,7 +44,9 @@ inline std::string textOf(const Event& event)
 class HistoryTest : public testing::Test
 {
 protected:
-	History history{[this](const Event& event) { m_events.push_back(event); }};
+	/// The last planned move.
+	std::optional<Instant> moved;
+	History history{[this](const Event& event) { m_events.push_back(event); }, {}, [this](Instant) { return moved; }};
 	Instant now{std::chrono::sys_days(std::chrono::year(2026) / 11 / 21) + std::chrono::hours(9)};
 	long process = 4711;
 	long thread = 3;

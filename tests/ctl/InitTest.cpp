@@ -174,6 +174,10 @@ TEST_F(Init, AWrongAnswerIsAUsageError)
 	     {Row{"--address-a=192.0.2", "--address-a: no IPv4 address: \"192.0.2\""},
 	      Row{"--gateway=fe80::1", "--gateway: no IPv4 address: \"fe80::1\""},
 	      Row{"--service=web", "--service: not NAME=COMMAND: \"web\""},
+	      Row{"--service=we/b=/bin/x", "--service: no name of a service: \"we/b\"; take at most 12 of"},
+	      Row{"--unit=db=d/b.service", "--unit: \"d/b.service\" is not NAME.service"},
+	      Row{"--service=web=a \"b", "--service: \"a \"b\" has an open quote"},
+	      Row{"--needed=3", "--needed: without --target"},
 	      Row{"--service-user=web=www", "--service-user: there is no service web"},
 	      Row{"--virtual-ip=198.51.100.10/33", "--virtual-ip: no prefix length from 1 to 32 behind the "
 	                                           "\"/\": \"198.51.100.10/33\""},
@@ -190,7 +194,7 @@ TEST_F(Init, AWrongAnswerIsAUsageError)
 
 TEST_F(Init, APairThatWouldNotWorkIsNotWritten)
 {
-	const Outcome outcome = run(arguments({"--service=a-name-that-is-too-long=/bin/true"}));
+	const Outcome outcome = run(arguments({"--service=address=/bin/true"}));
 	EXPECT_EQ(outcome.code, 78);
 	EXPECT_EQ(outcome.out, "");
 	EXPECT_THAT(outcome.err, HasSubstr("[keeper-settings]"));
@@ -229,10 +233,11 @@ TEST_F(Init, AsksForWhatIsMissing)
 TEST_F(Init, AsksAgainAfterAWrongAnswer)
 {
 	const Outcome outcome = answering("node-a\n\n 192.0.2.1 \n192.0.2.2\n192.0.2.254\n198.51.100.10/\n198.51.100.10\n"
-	                                  "\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
+	                                  "\nwe/b\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"node-a\"\nAddress of node a"));
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"\"\nAddress of node a"));
+	EXPECT_THAT(outcome.err, HasSubstr("no name of a service: \"we/b\""));
 	EXPECT_EQ(settingsOf("b").text(key::kPartnerIP), "192.0.2.1");
 	const auto b = keeper::readSettings(file("b/keeper.ini").c_str()).settings;
 	ASSERT_EQ(b.services.size(), 2U);

@@ -9,7 +9,11 @@ inline constexpr char kService[] = "--service=web=/usr/sbin/nginx -g \"daemon of
 class Init : public CheckTest
 {
 protected:
-	Init() { executable("/usr/libexec/velarix-ha/keeper"); }
+	Init()
+	{
+		executable("/usr/libexec/velarix-ha/keeper");
+		executable("/usr/sbin/nginx");
+	}
 
 	/// The answers of the sample, and where the files go.
 	std::vector<std::string> arguments(const std::vector<std::string>& more = {},

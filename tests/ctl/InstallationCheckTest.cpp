@@ -20,6 +20,14 @@ namespace
 #define SCRIPT "/usr/velarix/bin/ini/processList.sh"
 #define PROGRAM "/opt/service/bin/server"
 #define DEFAULTS "/etc/default/velarix-ha"
+#define FIREWALL "/usr/velarix/bin/ini/firewall.nft"
+
+/// Some of the defines of init's file.
+std::string firewallOf(const std::string& address, const std::string& partner)
+{
+	return "define port = 7000    # heartbeats\ndefine address = " + address + " # own\ndefine partner = " + partner +
+	       "\ntable inet velarix {\n}\n";
+}
 
 /// A sound node, and ways to break it.
 class InstallationCheck : public CheckTest
@@ -157,6 +165,15 @@ const Row kRows[] = {
     {"WrapperOfAnInterpreter",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\njava -jar /opt/x.jar\n"); }},
     {"WholeProgram",               {},                                                         [](Node& node) { node.program(readFile("/proc/self/exe")); }},
     {"HalfAProgram",               {"error truncated-program " CONFIG ":18"},                  [](Node& node) { const std::string whole = readFile("/proc/self/exe"); node.program(whole.substr(0, whole.size() / 2)); }},
+    {"ScriptFromWindows",          {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("#!/bin/sh\r\nexec /opt/other/server\r\n"); }},
+    // ---- the packet filter
+    {"FirewallOfThisNode",         {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); }},
+    {"FirewallOfThePartner",       {"error firewall-of-other-settings " FIREWALL},             [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.2", "192.0.2.1")); }},
+    {"FirewallOfAnotherPort",      {"warning firewall-of-other-settings " FIREWALL},           [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "700"); }},
+    {"FirewallOfASet",             {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "{ 192.0.2.9, 192.0.2.2 }")); }},
+    {"FirewallOfAPortInHex",       {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "0x1b58"); }},
+    {"FirewallOfOwnRules",         {},                                                         [](Node& node) { node.file(FIREWALL, "define address = $other\ntcp dport 22 accept\n"); }},
+    {"FirewallWithoutNft",         {"warning firewall-without-nft " FIREWALL},                 [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.remove("/usr/bin/nft"); }},
     // ---- tools and scripts of the commands
     {"NoToolOfAllCommands",        {"error missing-tool " CONFIG ":12"},                       [](Node& node) { node.remove("/usr/bin/ip"); }},
     {"NoToolOfTheAgent",           {"error missing-tool " CONFIG},                             [](Node& node) { node.remove("/usr/bin/ifconfig"); }},
@@ -193,6 +210,8 @@ TEST_F(InstallationCheck, SettingsThatCannotBeReadAreOneFinding)
 	}
 	write(CONFIG, wide);
 	EXPECT_THAT(foundIn(settings()), ElementsAre("error settings-encoding " CONFIG));
+	write(CONFIG, "[address]\naddress = 198.51.100.10\n");
+	EXPECT_THAT(foundIn(settings()), ElementsAre("error settings-of-the-keeper " CONFIG));
 	remove(CONFIG);
 	EXPECT_THAT(foundIn(settings()), ElementsAre("error settings-missing " CONFIG));
 	directory(CONFIG);
@@ -232,6 +251,20 @@ TEST_F(InstallationCheck, WhatAnotherUserOwnsIsFoundOnTheRunningSystemAlone)
 	EXPECT_THAT(shortForms(report),
 	            testing::IsSupersetOf({"error settings-owner " CONFIG, "warning directory-owner /usr/velarix/pid",
 	                                   "error directory-owner " CONFIG ":18", "error program-owner " CONFIG ":18"}));
+}
+
+TEST_F(InstallationCheck, RulesThatNftDoesNotTakeAreFound)
+{
+	fakeHost().rulesRefusal = "8:1-4: Error: syntax error, unexpected dorp";
+	fakeHost().files["/usr/bin/nft"] = {FileKind::regular, 0755, 0, 0};
+	write("/b/firewall.nft", firewallOf("192.0.2.1", "192.0.2.2"));
+	const SettingsFile file = SettingsFile::load(write("/b/config.ini", joined(lines)));
+	CheckReport report;
+	Findings findings(file, report);
+	checks::firewall(findings, Paths(root()));
+	EXPECT_THAT(shortForms(report), IsEmpty()) << "nft is that of another system";
+	checks::firewall(findings, Paths());
+	EXPECT_THAT(shortForms(report), ElementsAre("warning firewall-broken /b/firewall.nft"));
 }
 
 TEST_F(InstallationCheck, WhatThisUserMayNotLookAtIsSaid)

@@ -34,6 +34,7 @@ protected:
 	KeeperCheck()
 	{
 		executable("/usr/libexec/velarix-ha/keeper");
+		executable("/usr/sbin/nginx");
 		setKey(lines, "VIRTUAL_IP_START_COMMAND", "/usr/libexec/velarix-ha/keeper raise");
 		setKey(lines, "VIRTUAL_IP_STOP_COMMAND", "/usr/libexec/velarix-ha/keeper drop");
 		setKey(lines, "PROCESS_KILL_COMMAND", "/usr/libexec/velarix-ha/keeper stop");
@@ -82,7 +83,11 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	    {{"run/ha-web", "run/ha-db"}, none, "error keeper-service-unmanaged KEEPER:5"},
 	    {none, {"198.51.100.10", "198.51.100.11"}, "error keeper-address-differs KEEPER:1"},
 	    {none, {"eth0", "eth2"}, "warning keeper-another-interface KEEPER:1"},
+	    {none, {"nginx", "nginx | cat"}, "warning keeper-warning KEEPER:6"},
+	    {none, {"nginx", "no-nginx"}, "error keeper-unavailable KEEPER:6"},
+	    {none, {"nginx\n", "nginx\ncheck = /opt/ask\n"}, "error script-without-interpreter KEEPER:5"},
 	};
+	executable("/opt/ask", "exec curl\n");
 	for (const Row& row : rows)
 	{
 		std::string expected = row.finding;
@@ -95,12 +100,11 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	fs::remove(below(kKeeperIni));
 	write(kConfig, joined(lines));
 	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
-	            Contains(std::string("error keeper-settings ") + kKeeperIni));
+	            ElementsAre(std::string("error keeper-settings ") + kKeeperIni));
 }
 
 TEST_F(KeeperCheck, NobodyElseMayWriteWhatRootRuns)
 {
-	executable("/usr/sbin/nginx");
 	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty());
 	for (const char* path : {kKeeperIni, "/usr/sbin/nginx"})
 	{
@@ -125,6 +129,92 @@ TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)
 	EXPECT_THAT(all, Contains("warning keeper-warning keeper.ini:1")) << "interface and link";
 	EXPECT_THAT(all, Contains("error keeper-unavailable keeper.ini:6"));
 	EXPECT_THAT(all, Contains("error keeper-user keeper.ini:7"));
+}
+
+TEST_F(KeeperCheck, TheAddressIsHeldAgainstThoseOfTheMachine)
+{
+	const std::string error = std::string("error address-already-there ") + kConfig + ":11";
+	const std::string another = std::string("warning address-of-another-network ") + kConfig + ":11";
+	const std::string prefix = std::string("warning prefix-of-no-network ") + kKeeperIni + ":1";
+	using Addresses = std::vector<host::Address>;
+	const host::Address own{"eth0", "eth0", "198.51.100.1", 24, true};
+	const auto held = [](const char* label, int length) {
+		return host::Address{std::string(label).substr(0, 4), label, "198.51.100.10", length, true};
+	};
+	for (const auto& [address, addresses, expected] :
+	     std::vector<std::tuple<const char*, Addresses, std::vector<std::string>>>{
+	         {"198.51.100.10/24", {own}, {}},
+	         {"198.51.100.10", {own}, {}},
+	         {"198.51.100.10/24", {own, held("eth0:ha", 24)}, {}},
+	         {"198.51.100.10/24", {own, held("eth0:ha", 32)}, {}},
+	         {"198.51.100.10/24", {own, held("eth0", 24)}, {error}},
+	         {"198.51.100.10", {own, held("eth0", 24)}, {error}},
+	         {"198.51.100.10/24", {own, held("eth1", 24)}, {error}},
+	         {"198.51.100.1/24", {own}, {error}},
+	         {"203.0.113.10/24", {own}, {another}},
+	         {"198.51.100.10/8", {own}, {prefix}}})
+	{
+		fakeHost().addresses = addresses;
+		CheckReport report;
+		const SettingsFile file = SettingsFile::parse(below(kConfig), joined(lines));
+		Findings findings(file, report);
+		checks::keeperMachine(findings, {below(kKeeperIni), velarix::keeper::parseSettings(
+		                                                        changed(m_keeper, {"198.51.100.10/24", address}))});
+		std::vector<std::string> all = shortForms(report);
+		std::erase_if(all, [](const std::string& text) { return text.find("keeper-") != std::string::npos; });
+		EXPECT_EQ(all, expected) << address << " on " << addresses.back().label;
+	}
+}
+
+TEST_F(KeeperCheck, AUserThatDoesNotReachItsProgramIsFound)
+{
+	executable("/opt/run");
+	write("/srv/web", "");
+	const auto foundFor = [&](const char* user)
+	{
+		CheckReport report;
+		const SettingsFile file = SettingsFile::parse(below(kConfig), joined(lines));
+		Findings findings(file, report);
+		checks::keeperPrograms(findings,
+		                       {kKeeperIni, velarix::keeper::parseSettings(
+		                                        "[service web]\ncommand = " + below("/opt/run").string() +
+		                                        "\ndirectory = " + below("/srv").string() + "\nuser = " + user)},
+		                       Paths());
+		return shortForms(report);
+	};
+	const std::string program = std::string("warning keeper-user-without-access ") + kKeeperIni + ":2";
+	const std::string directory = std::string("warning keeper-user-without-access ") + kKeeperIni + ":1";
+	fs::permissions(root(), fs::perms{0755});
+	EXPECT_THAT(foundFor("nobody"), IsEmpty());
+	fs::permissions(below("/srv"), fs::perms{0700});
+	EXPECT_THAT(foundFor("nobody"), ElementsAre(directory));
+	EXPECT_THAT(foundFor("root"), IsEmpty());
+	fs::permissions(below("/srv"), fs::perms{0755});
+	fs::permissions(below("/opt"), fs::perms{0700});
+	EXPECT_THAT(foundFor("nobody"), ElementsAre(program));
+}
+
+TEST_F(KeeperCheck, AKeeperThatMayNotRunIsOneFinding)
+{
+	write("/usr/velarix/run/.keep", "");
+	for (const char* name : {"/usr/velarix/run/ha-address", "/usr/velarix/run/ha-web"})
+	{
+		fs::create_symlink("/usr/libexec/velarix-ha/keeper", below(name));
+	}
+	fs::permissions(below("/usr/libexec/velarix-ha/keeper"), fs::perms{0600});
+	EXPECT_THAT(foundIn(joined(lines), m_keeper), ElementsAre(std::string("error missing-tool ") + kConfig + ":12"));
+}
+
+TEST_F(KeeperCheck, BesideSettingsThatAreALinkIsTheInstalledFile)
+{
+	foundIn(joined(lines), m_keeper);
+	fs::create_directories(below("/etc/velarix"));
+	fs::rename(below(kConfig), below("/etc/velarix/config.ini"));
+	fs::create_symlink("/etc/velarix/config.ini", below(kConfig));
+	const Outcome outcome = runBelow({"check"});
+	EXPECT_THAT(outcome.out, EndsWith("0 errors, 0 warnings\n"));
+	EXPECT_THAT(outcome.out, HasSubstr("not checked: the users, units, directories and links of the services (another "
+	                                   "root)\n"));
 }
 
 TEST_F(KeeperCheck, FaultsOfTheReachability)

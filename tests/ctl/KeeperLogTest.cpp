@@ -3,6 +3,7 @@
 #include "ctl/history/KeeperLog.h"
 #include "CtlTest.h"
 #include "NodeLog.h"
+#include "ctl/history/OperatorLog.h"
 
 using namespace std::chrono_literals;
 using namespace velarix::ctl;
@@ -45,6 +46,30 @@ TEST_F(KeeperHistory, IsMergedByTimeWithItsArchives)
 	    run({"events", "--log", log.string(), "--json", "--since", "2m"}).out,
 	    HasSubstr("{\"time\":\"2026-03-01T11:58:30.500Z\",\"event\":\"keeper\",\"pid\":42,"
 	              "\"subject\":\"ha-web\",\"word\":\"died\",\"detail\":\"ended with status 1; is started again\""));
+}
+
+TEST_F(KeeperHistory, ASwitchoverIsPlannedInTheEventsAndInTheStatus)
+{
+	const fs::path log = write(m_log, NodeLog(now).start(198s).takeService(90s).masterFor(80s, 20s).giveUp(19s).text());
+	write(m_keeper, lineAt("12:59:40.500", "velarixctl[9] switchover: to 192.0.2.2, by root"));
+	const std::string text = run({"events", "--log", log.string()}).out;
+	EXPECT_THAT(text, AllOf(HasSubstr("operator                          velarixctl switchover: to 192.0.2.2, by root"),
+	                        HasSubstr("master -> standby: a planned move (velarixctl switchover)"),
+	                        Not(HasSubstr("fault-found"))));
+	EXPECT_EQ(movesIn(below(m_keeper))(now), now - 19500ms);
+	EXPECT_EQ(movesIn(below(m_keeper))(now - 20s), std::nullopt);
+}
+
+// The agent finds its programs started while another host keeps the address.
+TEST_F(KeeperHistory, AnAgentThatBelievesItServesIsContradicted)
+{
+	const fs::path log = write(m_log, NodeLog(now).start(198s).takeService(90s).text());
+	write(m_keeper, lineAt("12:58:00.000", "ha-address[4] waiting: 198.51.100.10 is held by 02:00:00:00:00:02"));
+	const std::string text = run({"events", "--log", log.string()}).out;
+	EXPECT_THAT(text, HasSubstr("has taken the service: to the agent alone, ha-address is waiting: 198.51.100.10 is "
+	                            "held by 02:00:00:00:00:02"));
+	write(m_keeper, lineAt("12:58:00.000", "ha-address[4] raised: 198.51.100.10 on eth0"));
+	EXPECT_THAT(run({"events", "--log", log.string()}).out, HasSubstr("has taken the service  ["));
 }
 
 TEST_F(KeeperHistory, GoesOnAfterItsFileWasCut)

@@ -61,6 +61,25 @@ TEST_F(MaintenanceVerb, StopsTheAgentAndTellsEverybody)
 	EXPECT_EQ(nagios.code, 1);
 	EXPECT_THAT(nagios.out, HasSubstr("new disk"));
 	EXPECT_THAT(runHere({"metrics"}).out, HasSubstr("velarix_maintenance 1\n"));
+	EXPECT_THAT(on.out, HasSubstr("this node alone; both at once: velarixctl maintenance on --pair\n"));
+}
+
+TEST_F(MaintenanceVerb, ItsBeginAndEndAreEvents)
+{
+	soundMaster();
+	begin({"--reason", "new disk"});
+	EXPECT_EQ(runHere({"maintenance", "off"}).code, 0);
+	EXPECT_THAT(runHere({"events"}).out,
+	            testing::ContainsRegex("12:00:00.0  operator +velarixctl maintenance-on: since .*: new disk, by .*\n"
+	                                   ".*  operator +velarixctl maintenance-off: by "));
+}
+
+TEST_F(MaintenanceVerb, ASecondOneSaysWhichItReplaces)
+{
+	soundMaster();
+	begin({"--reason", "new disk"});
+	EXPECT_THAT(runHere({"maintenance", "on", "--reason", "other"}).err,
+	            testing::MatchesRegex("velarixctl: this replaces the maintenance since .*: new disk\n"));
 }
 
 TEST_F(MaintenanceVerb, IsReportedAsForgottenAfterItsTime)

@@ -17,6 +17,7 @@
 
 #include "inspect/Host.h"
 #include "inspect/HostResources.h"
+#include "inspect/HostTunnel.h"
 
 using namespace velarix::inspect;
 namespace fs = std::filesystem;
@@ -66,6 +67,18 @@ private:
 };
 
 } // namespace
+
+TEST_F(FilesOfTheMachine, NftReadsRulesWithoutLoadingThem)
+{
+	std::ofstream(in("good.nft")) << "table inet velarix_test {\n}\n";
+	std::ofstream(in("bad.nft")) << "table inet velarix_test {\n\tchain input { tcp dport 1 dorp; }\n}\n";
+	EXPECT_EQ(host::rulesRefusal(in("good.nft")), "");
+	if (::geteuid() != 0 || !fs::exists("/usr/sbin/nft"))
+	{
+		GTEST_SKIP() << "no nft can be had";
+	}
+	EXPECT_THAT(host::rulesRefusal(in("bad.nft")), testing::HasSubstr("Error: syntax error"));
+}
 
 TEST_F(FilesOfTheMachine, TellKindRightsAndOwner)
 {

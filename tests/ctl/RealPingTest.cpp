@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -218,6 +219,24 @@ TEST_F(RealPing, CountsTheAnswerToItsOwnRequestAlone)
 		EXPECT_EQ(answer.seen, row.counts) << row.name;
 		EXPECT_GE(answer.requests, 1) << row.name;
 	}
+}
+
+TEST_F(RealPing, EachHasAnIdentifierAndANonceOfItsOwn)
+{
+	std::set<Packet> identifiers;
+	std::set<Packet> nonces;
+	for (int i = 0; i < 4; ++i)
+	{
+		ping(kTarget,
+		     [&](const Packet& request)
+		     {
+			     identifiers.emplace(request.begin() + 4, request.begin() + 6);
+			     nonces.emplace(request.begin() + 8, request.begin() + 24);
+			     return std::vector<Packet>{reply(request)};
+		     });
+	}
+	EXPECT_GT(identifiers.size(), 1U);
+	EXPECT_GE(nonces.size(), 4U);
 }
 
 TEST_F(RealPing, OfWhatIsNoAddressIsNotAnswered)

@@ -1,16 +1,33 @@
 #include "StateTest.h"
 
+#include <cstdlib>
+
 #include "SoundSettings.h"
 
 using namespace std::chrono_literals;
 using velarix::inspect::host::FileFacts;
 using velarix::inspect::host::FileKind;
 
-StateTest::StateTest()
+StateTest::StateTest() : m_path(std::getenv("PATH"))
 {
 	// Files of the directory, but the running system: its kernel may be asked.
 	paths = velarix::inspect::Paths(root());
 	paths.root = "/";
+}
+
+StateTest::~StateTest()
+{
+	::setenv("PATH", m_path.c_str(), 1);
+}
+
+void StateTest::ssh(std::string script) const
+{
+	for (std::size_t at = 0; (at = script.find("DIR")) != script.npos;)
+	{
+		script.replace(at, 3, root().string());
+	}
+	::setenv("PATH", (below("/bin").string() + ":" + m_path).c_str(), 1);
+	std::filesystem::permissions(write("/bin/ssh", "#!/bin/sh\n" + script), std::filesystem::perms::owner_all);
 }
 
 void StateTest::makeNode()

@@ -9,6 +9,10 @@ class StateTest : public CtlTest
 {
 protected:
 	StateTest();
+	~StateTest() override;
+
+	/// What ssh does from now on; DIR is the test's directory.
+	void ssh(std::string script) const;
 
 	/// Master for 190 seconds, with address and program, and a slave as partner;
 	/// its last line is 0.3 seconds old.
@@ -50,6 +54,7 @@ protected:
 
 private:
 	LocalZone m_zone{"UTC0"};
+	const std::string m_path;
 
 	void makeNode();
 };

@@ -101,6 +101,16 @@ TEST_F(StatusLog, NamesWhatIsWrongWithTheLog)
 	}
 }
 
+TEST_F(StatusLog, TellsThatTheLastChangeWasPlanned)
+{
+	soundSlave();
+	writeLog(emptyLog().start(198s).takeService(90s).masterFor(80s, 20s).giveUp(19s).slaveFor(17s, 300ms));
+	write("/usr/velarix/log/keeper.log",
+	      "2026-03-01T11:59:40.500+0000 velarixctl[9] switchover: to 192.0.2.2, by root\n");
+	EXPECT_THAT(row(runHere({"status"}), "last change"),
+	            HasSubstr("master -> standby: a planned move (velarixctl switchover)"));
+}
+
 TEST_F(StatusLog, TellsNoRoleOfAPartnerAfterOneSilentPass)
 {
 	soundMaster();
@@ -108,7 +118,7 @@ TEST_F(StatusLog, TellsNoRoleOfAPartnerAfterOneSilentPass)
 	const Outcome outcome = runHere({"status"});
 	EXPECT_EQ(row(outcome, "partner"),
 	          "partner      192.0.2.2 not known: no heartbeat for 5.3 s; reported last: standby, its "
-	          "programs do not run  [5.3 s]");
+	          "programs are stopped, as they should be  [5.3 s]");
 	EXPECT_EQ(outcome.code, 0);
 }
 

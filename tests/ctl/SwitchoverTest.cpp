@@ -17,6 +17,15 @@ constexpr char kPartnerServes[] = "/process/1/1/20260301120009/0/";
 class Switchover : public StateTest
 {
 protected:
+	Switchover() { partnerSays(R"({"works":true,"reasons":[]})"); }
+
+	/// What the partner's own status says of a failover to it.
+	void partnerSays(const std::string& failover, const std::string& node = "192.0.2.2") const
+	{
+		ssh("printf '%s\\n' '{\"node\":\"" + node +
+		    "\",\"partner\":{\"address\":\"192.0.2.1\"},\"fail_over\":" + failover + "}'\nexit 1\n");
+	}
+
 	/// Steps of a hand-over as the node sees them; each happens once, at the first
 	/// pause after its time.
 	struct Step
@@ -94,6 +103,77 @@ TEST_F(Switchover, MovesTheServiceAndTellsEachStepAndTheTime)
 	EXPECT_EQ(outcome.err, "");
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(fakeMachine().acts, ElementsAre(kCommand));
+	EXPECT_THAT(readFile(paths.keeperLog),
+	            testing::MatchesRegex(
+	                "2026-03-01T12:00:00.000\\+0000 velarixctl\\[[0-9]+\\] switchover: to 192.0.2.2, by .*\n"));
+}
+
+TEST_F(Switchover, IsRefusedForWhatThePartnersOwnStatusSays)
+{
+	soundMaster();
+	partnerSays(R"({"works":false,"reasons":["the service interface eth0 has no carrier"]})");
+	for (const char* option : {"--dry-run", "--ssh=root@b"})
+	{
+		EXPECT_EQ(refused({"switchover", option}).err,
+		          "velarixctl: refused: the partner could not take the service: its status says that a failover would "
+		          "not work; the service interface eth0 has no carrier\n");
+	}
+	EXPECT_FALSE(std::filesystem::exists(paths.keeperLog));
+}
+
+TEST_F(Switchover, SaysThatItCouldNotAskThePartnerAndGoesOn)
+{
+	struct Row
+	{
+		std::string why;
+		std::function<void()> change;
+	};
+	const std::vector<Row> rows{
+	    {"ssh 192.0.2.2 ended with 255: no key", [&] { ssh("echo no key >&2\nexit 255\n"); }},
+	    {"192.0.2.2 is 192.0.2.9, and not this node's partner",
+	     [&] { partnerSays(R"({"works":false,"reasons":[]})", "192.0.2.9"); }},
+	    {"it does not know itself", [&] { partnerSays(R"({"works":null,"reasons":[]})"); }},
+	};
+	for (const Row& row : rows)
+	{
+		soundMaster();
+		row.change();
+		const Outcome outcome = runHere({"switchover", "--dry-run"});
+		EXPECT_EQ(outcome.code, 0);
+		EXPECT_EQ(outcome.err,
+		          "velarixctl: could not ask the partner: " + row.why + "; as far as its heartbeats tell it is well\n");
+		freshHost();
+	}
+}
+
+TEST_F(Switchover, IsRefusedWhenThePartnerDiesWhileItIsAsked)
+{
+	soundMaster();
+	NodeLog log = emptyLog().start(198s).slaveFor(198s, 191s).takeService(190s);
+	write("/later", log.masterFor(183300ms, 13300ms).masterFor(12300ms, 300ms, "").text());
+	ssh("mv DIR/later DIR/usr/velarix/log/velarix.log\nexit 255\n");
+	const Outcome outcome = runHere({"switchover"});
+	EXPECT_EQ(outcome.code, 69);
+	EXPECT_THAT(outcome.err, HasSubstr("velarixctl: refused: the partner does not answer"));
+}
+
+// What the timer of a failback takes for "nothing to do" must not be a lack of rights.
+TEST_F(Switchover, WithoutTheRightToReadTheSettingsIsNotRefusedButFails)
+{
+	soundMaster();
+	fakeHost().user = 1000;
+	std::filesystem::remove(below(kSettings));
+	EXPECT_EQ(runHere({"switchover"}).code, 77);
+}
+
+TEST_F(Switchover, InMaintenanceSaysThatItIsToBeEndedFirst)
+{
+	soundMaster();
+	endProcess(kAgent);
+	addProcess(kAgent, "VelarixHA", 'T', 4);
+	write("/usr/velarix/pid/maintenance", "since=1772366400\nuntil=1772370000\nreason=new disk\n");
+	EXPECT_THAT(refused().err, AllOf(HasSubstr(": new disk: end the maintenance first: velarixctl maintenance off\n"),
+	                                 Not(HasSubstr("is stopped"))));
 }
 
 TEST_F(Switchover, OnlyTellsWhatItWouldDoInADryRun)

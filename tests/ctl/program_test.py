@@ -62,6 +62,19 @@ class Terminal(unittest.TestCase):
             self.assertNotIn("\033", self.output(*words, terminal=False))
 
 
+class ClosedPipe(unittest.TestCase):
+    def test_ends_in_silence(self):
+        with tempfile.TemporaryDirectory() as folder:
+            log = pathlib.Path(folder, "v.log")
+            log.write_text("".join(start("08:00:00.0", str(process)) for process in range(4000)))
+            reading, writing = os.pipe()
+            os.close(reading)
+            command = [PROGRAM, "events", "--log", str(log)]
+            result = subprocess.run(command, stdout=writing, stderr=subprocess.PIPE, text=True, check=False)
+            os.close(writing)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+
 def line(time, place, text, process="4711:3", letter="D"):
     return f"2026-11-21 {time} [{process}][{place}] <{letter}> {text}\n"
 

@@ -162,6 +162,7 @@ TEST_F(ServiceTest, StopEndsOnlyItsOwnAndIsQuickWithNothingToDo)
 	const pid_t foreign = startSleep();
 	EXPECT_EQ(m_host.keeper({"stop", "ha-db"}).status, 0);
 	EXPECT_EQ(m_host.keeper({"stop", "sleep"}).status, 64);
+	EXPECT_EQ(m_host.keeper({"stop", "web"}).output, "web is called ha-web: keeper stop ha-web\n");
 	EXPECT_EQ(m_host.keeper({"stop", "ha-../web"}).status, 64);
 	EXPECT_EQ(::kill(foreign, 0), 0);
 	milliseconds best = kServiceSoon;

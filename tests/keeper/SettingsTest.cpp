@@ -177,6 +177,36 @@ TEST(Settings, TheKeysOfARefusedSectionAreNoFindings)
 	EXPECT_EQ(parsed.findings.front().line, 5);
 }
 
+TEST(Settings, WhatOnlyAShellUnderstandsIsAWarning)
+{
+	const auto wordsFor = [](const std::string& line)
+	{
+		const ParsedSettings parsed = parseSettings(kAddressSection + "[service web]\n" + line + "\n");
+		EXPECT_EQ(parsed.error(), nullptr) << line;
+		return parsed.findings.empty() ? std::string() : parsed.findings.front().text;
+	};
+	for (const auto& [value, word] :
+	     std::initializer_list<std::pair<const char*, const char*>>{{"curl x | grep ok", " |,"},
+	                                                                {"a >/dev/null", " >/dev/null,"},
+	                                                                {"a 2>&1", " 2>&1,"},
+	                                                                {"a < b", " <,"},
+	                                                                {"a & b", " &,"},
+	                                                                {"a 'b c' && d", " &&,"},
+	                                                                {"a b; c", " b;,"},
+	                                                                {"a \xE2\x80\x9C"
+	                                                                 "b\xE2\x80\x9D",
+	                                                                 "typographic"}})
+	{
+		EXPECT_NE(wordsFor(std::string("command = ") + value).find(word), std::string::npos) << value;
+	}
+	for (const char* value : {"nginx -g \"daemon off;\"", "find . -exec a {} \\;", "cut -d '|' -f 1", "a b ; c | d",
+	                          "curl http://x/?a=1&b=2", "sh -c 'a | b && c'"})
+	{
+		EXPECT_EQ(wordsFor(std::string("command = ") + value), "") << value;
+	}
+	EXPECT_NE(wordsFor("command = a\ncheck = b | c"), "");
+}
+
 TEST(Settings, TheSampleIsSound)
 {
 	EXPECT_TRUE(readSettings(KEEPER_SAMPLE).findings.empty());

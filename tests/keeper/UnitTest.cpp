@@ -53,6 +53,26 @@ TEST_F(UnitTest, IsStartedWatchedAndStopped)
 	EXPECT_TRUE(asked().ends_with("stop web.service\n")) << asked();
 }
 
+TEST_F(UnitTest, WhatOfItIsMissingOrIdleIsFound)
+{
+	const auto found = [&](const std::string& setUp, const std::string& words)
+	{
+		m_host.sh("mkdir -p /run/systemd/system; rm -f /run/systemd/system/web.service; " + setUp);
+		return m_host.keeper({"check"}).output.find(words) != std::string::npos;
+	};
+	const std::string write = "printf '[Service]\nType=oneshot\nRemainAfterExit=on\nExecStart=";
+	const std::string to = "\n' >/run/systemd/system/web.service";
+	EXPECT_TRUE(found("ln -s /dev/null /run/systemd/system/web.service", "web.service is masked"));
+	EXPECT_TRUE(found(write + "/bin/true" + to, "web.service runs nothing itself"));
+	EXPECT_FALSE(found(write + "/bin/mount /srv" + to, "web.service"));
+	const std::string link = "/usr/velarix/run/ha-web";
+	EXPECT_TRUE(found("ln -sfn /nowhere " + link, link + " is a link to nothing"));
+	EXPECT_TRUE(found("rm " + link, "there is no " + link));
+	const std::string service = "/usr/libexec/velarix-ha/service";
+	EXPECT_FALSE(found(": >" + service + "; chmod 755 " + service, link)) << "the service makes it";
+	m_host.sh("rm " + service);
+}
+
 TEST_F(UnitTest, OneThatCannotBeStartedIsGivenUp)
 {
 	m_host.write("/run/broken", "");

@@ -49,6 +49,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, ShortHostile,
                                          std::tuple{"forged-service/1-1-0/a/master", Mitigation::port},
                                          std::tuple{"spoofed-partner/1-1-0/a/master", Mitigation::neighbours},
                                          std::tuple{"arp-cut-node/a/master", Mitigation::neighbours},
+                                         std::tuple{"icmp-wrong-id/gateway/a/master", Mitigation::none},
                                          std::tuple{"icmp-wrong-id/gateway/a/master", Mitigation::firewall}),
                          [](const testing::TestParamInfo<ShortHostile::ParamType>& cell)
                          {
@@ -169,6 +170,12 @@ TEST_F(Hostile, IptablesEndAHeldConnectionAndKnowTheHardwareAddress)
 	// A line that begins with the packets of the rule.
 	expectToKeepASpooferOut([&]
 	                        { return std::atol(onB("iptables -nvxL VELARIX_HARDWARE 1 | grep ' DROP '").c_str()); });
+	const auto replies = [&]
+	{ return std::atol(onB("iptables -nvxL VELARIX_PROBES | grep 'DROP.*icmptype 0$' || true").c_str()); };
+	EXPECT_EQ(replies(), 0);
+	Attacker forger(lab(), {"icmp-wrong-id", "gateway", HostId::b});
+	EXPECT_TRUE(waitFor([&] { return replies() > 0; }, moveLimit, "the forged replies to be dropped"));
+	forger.end();
 }
 
 /// What docs/security.md says of fixed entries and of their end.

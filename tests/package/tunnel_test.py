@@ -73,6 +73,7 @@ class TunnelTest(unittest.TestCase):
         self.assertIn("partner.pub is missing: copy tunnel.pub of the other node there", self.journal("velarix-tunnel"))
         self.machine.run(f"{INIT} --partner-key {self.partner_gets_a_key()}")
         self.machine.run("systemctl reset-failed; systemctl restart velarix-ha-firewall velarix-tunnel; systemctl start velarix-ha")
+        self.assertIn("echo-reply", self.machine.run("nft list chain inet velarix probes").out)
         self.wait_for_heartbeats()
         self.assertEqual(set(self.heard()), {"169.254.127.1"})
         self.assertIn("tunnel       last handshake", self.machine.run("velarixctl status").out)

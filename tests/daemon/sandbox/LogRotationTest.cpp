@@ -86,6 +86,31 @@ TEST_F(LogRotation, AFileOfTwentyFiveHoursIsArchivedUnderATimeStamp)
 	EXPECT_THAT(logFileLines(std::string(kDirectory) + "/" + archives().front()), ElementsAre("an old line"));
 }
 
+/// The library counts in universal time: a day with a changed clock is as long as the others.
+TEST_F(LogRotation, AChangeToDaylightSavingTimeChangesNothing)
+{
+	const std::time_t now = std::time(nullptr);
+	tm parts{};
+	::gmtime_r(&now, &parts);
+	// The clock went on by an hour twelve hours ago, or will go back so.
+	for (const int hours : {-12, 12})
+	{
+		const std::string day = std::to_string(parts.tm_yday);
+		const std::string change = day + "/" + std::to_string(parts.tm_hour + hours);
+		::setenv("TZ", ("XXX0YYY," + change + "," + std::to_string((parts.tm_yday + 100) % 365)).c_str(), 1);
+		::tzset();
+		for (const auto& [age, archived] : {std::pair(23 * kHour, 0U), std::pair(25 * kHour, 1U)})
+		{
+			leaveLogOf(age);
+			writeOneLine();
+			EXPECT_EQ(archives().size(), archived) << hours << " " << age;
+			sandbox::shell("rm -f /usr/velarix/log/rotation/*");
+		}
+	}
+	::unsetenv("TZ");
+	::tzset();
+}
+
 /// The library would end the daemon at it, at each start anew.
 TEST_F(LogRotation, AFileWhoseFirstLineHasNoDateIsArchivedAtTheStart)
 {

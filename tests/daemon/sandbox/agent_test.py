@@ -156,6 +156,13 @@ class Failure(AgentCase):
         self.assertEqual(agent.threads(), 4)
         self.assertFalse(nowhere.exists())
 
+    def test_of_a_log_without_an_inode_is_said_and_the_agent_goes_on(self):
+        shell(f"mount -t tmpfs -o nr_inodes=1 none {HOME}/log")
+        self.addCleanup(shell, f"umount -l {HOME}/log")
+        agent = self.start()
+        self.assertRegex(agent.output(), r"\ninitLog fail : [^\n]*velarix.log")
+        self.assertFalse(LOG.exists())
+
     def test_of_a_process_table_that_is_full_is_said_with_status_zero(self):
         # The limit does not bind root. Where there is no other user, in a user namespace of one, it binds this one.
         user = ["setpriv", "--reuid=61234"] if read("/proc/self/uid_map").split()[2] != "1" else []

@@ -112,14 +112,23 @@ class ServiceScript(ServiceCase):
         self.assertNotIn("\x1b", text)
 
     def test_a_log_path_that_is_no_regular_file_is_refused(self):
-        shell(f"mkfifo {HOME}/log/fifo {HOME}/log/$(printf '\\033c') && ln -s /dev/zero {HOME}/log/zero")
+        shell(f"mkfifo {HOME}/log/fifo {HOME}/log/$(printf '\\033c\\302\\2330') && ln -s /dev/zero {HOME}/log/zero")
         for path, shown in [(path, path) for path in (f"{HOME}/log/fifo", f"{HOME}/log/zero", "/dev/tty", f"{HOME}/log")] \
-                + [(f"{HOME}/log/\x1bc", f"{HOME}/log/c")]:
+                + [(f"{HOME}/log/\x1bc\u009b0", f"{HOME}/log/c0")]:
             self.configure(LOG__PATH=path)
             outcome = service("start")
             self.assertEqual(outcome.status, WRONG_SETTINGS, path)
             self.assertRegex(outcome.text, rf"\Avelarix-ha: not started: LOG\.PATH, {shown}, is no regular file")
             self.assertEqual(agents(), [])
+
+    def test_whatever_the_mask_nobody_else_may_write_the_pid_file(self):
+        self.addCleanup(os.umask, os.umask(0))
+        self.assertEqual(service("start").status, 0)
+        self.assertEqual(PID_FILE.stat().st_mode & 0o777, 0o644)
+
+    def test_a_pid_file_that_is_none_is_not_read(self):
+        os.mkfifo(PID_FILE)
+        self.assertEqual(service("status").status, 1)
 
     def test_the_log_path_is_read_as_the_agent_reads_it(self):
         """What the agent's own reader makes of each: SettingsStoreTest."""
