@@ -27,7 +27,7 @@ namespace velarix::inspect
 inline constexpr std::size_t kLongestText = 64UL * 1024UL;
 /// Bytes in which a message that is read backwards must begin: no agent writes such
 /// ones, and a file of garbage would hold up every look at the node.
-inline constexpr std::uint64_t kLongestLine = 64UL * 1024UL * 1024UL;
+inline constexpr std::uint64_t kLongestLine = 16UL * 1024UL * 1024UL;
 
 /// One file of the log.
 struct LogFile

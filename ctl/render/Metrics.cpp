@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ctl/render/Exposition.h"
-#include "ctl/status/KernelState.h"
+#include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"

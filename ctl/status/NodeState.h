@@ -216,6 +216,9 @@ private:
 /// @return nothing for a node without a tunnel
 std::optional<TunnelState> lookForTunnel(const NodeState& state);
 
+/// Fills the figures that the kernel tells: programs, virtual address, interfaces.
+void askKernel(NodeState& state, const Paths& paths);
+
 /// Names of the configured programs as the agent looks for them.
 std::vector<std::string> programNames(const SettingsFile& settings);
 
