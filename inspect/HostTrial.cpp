@@ -20,7 +20,6 @@
 
 #include "inspect/Descriptor.h"
 #include "inspect/Names.h"
-#include "inspect/TrialRoot.h"
 #include "inspect/TrialRun.h"
 
 namespace velarix::inspect::host

@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <deque>
+#include <functional>
+#include <optional>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -68,197 +70,98 @@ Descriptor openFile(const std::filesystem::path& path)
 	return path.extension() == ".gz" ? unpack(path) : openRegular(path);
 }
 
-/// The lines of a file from the last to the first.
-class BackwardLines
+/// @return where the first line with a head begins, behind the text's first line feed
+std::optional<std::size_t> firstHead(std::string_view text)
 {
-public:
-	/// @param unfinished whether a last line without an end counts
-	BackwardLines(const Descriptor& file, bool unfinished)
-	    : m_file(file.get()), m_offset(statusOf(file).st_size), m_first(!unfinished)
+	for (std::size_t at = text.find('\n'); at < text.size(); at = text.find('\n', at))
 	{
-	}
-
-	bool next(RawLine& line)
-	{
-		for (;;)
+		++at;
+		if (parseHead(text.substr(at, text.find('\n', at) - at)))
 		{
-			const std::size_t end = lineFeed();
-			if (end == std::string::npos && m_offset > 0)
-			{
-				fill();
-				continue;
-			}
-			if (end == std::string::npos && m_done)
-			{
-				return false;
-			}
-			line.text = end == std::string::npos ? m_text : m_text.substr(end + 1);
-			line.cut = std::exchange(m_cut, 0);
-			cutToLongest(line);
-			m_done = end == std::string::npos;
-			m_text.resize(m_done ? 0 : end);
-			m_unsearched = m_text.size();
-			// What is behind the last line feed is no line yet, or nothing.
-			const bool noLine = std::exchange(m_behindEnd, false) && (m_first || line.text.empty());
-			if (!noLine)
-			{
-				return true;
-			}
+			return at;
 		}
 	}
+	return std::nullopt;
+}
 
-	int error() const { return m_error; }
-
-private:
-	int m_file;
-	off_t m_offset;
-	bool m_first;
-	bool m_behindEnd = true;
-	bool m_done = false;
-	std::string m_text;
-	/// The front of the text, in which no line feed was looked for yet.
-	std::size_t m_unsearched = 0;
-	std::uint64_t m_cut = 0;
-	int m_error = 0;
-
-	std::size_t lineFeed()
-	{
-		const void* const found = ::memrchr(m_text.data(), '\n', std::exchange(m_unsearched, 0));
-		return found == nullptr ? std::string::npos
-		                        : static_cast<std::size_t>(static_cast<const char*>(found) - m_text.data());
-	}
-
-	/// A line is kept as far as it is read forwards.
-	static void cutToLongest(RawLine& line)
-	{
-		if (line.text.size() > kLongestText)
-		{
-			line.cut += line.text.size() - kLongestText;
-			line.text.resize(kLongestText);
-		}
-	}
-
-	/// Puts the block before in front. Of a line longer than is kept only its
-	/// beginning counts.
-	void fill()
-	{
-		if (m_cut > kLongestLine)
-		{
-			m_error = EFBIG;
-			m_offset = 0;
-			return;
-		}
-		const auto size = static_cast<std::size_t>(std::min<off_t>(m_offset, kBlock));
-		m_offset -= static_cast<off_t>(size);
-		std::string block(size, '\0');
-		const ssize_t count = ::pread(m_file, block.data(), size, m_offset);
-		if (count != static_cast<ssize_t>(size))
-		{
-			m_error = count < 0 ? errno : EIO;
-			m_offset = 0;
-			return;
-		}
-		if (m_text.size() > kLongestText)
-		{
-			m_cut += m_text.size() - kLongestText;
-			m_text.resize(kLongestText);
-		}
-		m_text.insert(0, block);
-		m_unsearched = size;
-	}
-};
-
-/// Messages from lines that come backwards: further lines before their head.
+/// Messages from the newest to the oldest: each piece of a file that begins with a head is
+/// read forwards.
 class BackwardMessages
 {
 public:
-	BackwardMessages(Instant near, const std::function<bool(const LogLine&)>& take) : m_clock(near), m_take(take) {}
+	BackwardMessages(Instant near, const std::function<bool(const LogLine&)>& take) : m_near(near), m_take(take) {}
 
+	/// @param unfinished whether a last line without an end counts
 	/// @return false when no more is wanted
-	bool add(const RawLine& line)
+	bool readFile(const Descriptor& file, bool unfinished, int& error)
 	{
-		const std::vector<std::string_view> pieces = piecesOf(line.text);
-		for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece)
+		std::string text;
+		bool ended = unfinished;
+		for (off_t from = statusOf(file).st_size; from > 0;)
 		{
-			if (!addPiece(*piece, piece == pieces.rbegin() ? line.cut : 0))
+			// Twice as much each time while no message begins in it.
+			const off_t size = std::min(from, static_cast<off_t>(std::max(kBlock, text.size())));
+			from -= size;
+			error = text.size() > kLongestLine ? EFBIG : putInFront(text, file, from, static_cast<std::size_t>(size));
+			if (error != 0)
 			{
-				return false;
+				return true;
+			}
+			if (!ended)
+			{
+				const std::size_t end = text.rfind('\n');
+				ended = end != std::string::npos;
+				text.resize(ended ? end + 1 : text.size());
+			}
+			// Lines before the first head of the file are one message.
+			const std::optional<std::size_t> begin = from == 0 ? 0 : firstHead(text);
+			if (ended && begin)
+			{
+				if (!give(std::string_view(text).substr(*begin)))
+				{
+					return false;
+				}
+				text.resize(*begin);
 			}
 		}
 		return true;
 	}
 
-	/// The beginning of the file: lines before its first head are one message.
-	bool finish()
-	{
-		if (m_further.empty())
-		{
-			return true;
-		}
-		LogLine message;
-		std::swap(message.cut, m_cut);
-		message.text = std::move(m_further.back());
-		m_further.pop_back();
-		return give(std::move(message));
-	}
-
 private:
-	LogClock m_clock;
+	Instant m_near;
 	const std::function<bool(const LogLine&)>& m_take;
-	/// The lines behind the head to come, the last one first.
-	std::deque<std::string> m_further;
-	std::size_t m_size = 0;
-	std::uint64_t m_cut = 0;
 
-	bool addPiece(std::string_view piece, std::uint64_t cut)
+	/// @return errno
+	static int putInFront(std::string& text, const Descriptor& file, off_t from, std::size_t size)
 	{
-		if (std::optional<LogLine> message = parseHead(piece, m_clock))
-		{
-			message->cut = cut + std::exchange(m_cut, 0);
-			return give(std::move(*message));
-		}
-		m_further.emplace_back(piece);
-		m_size += piece.size() + 1;
-		m_cut += cut;
-		// The beginning of a message is kept, so its end goes.
-		while (m_size > 2 * kLongestText)
-		{
-			m_size -= m_further.front().size() + 1;
-			m_cut += m_further.front().size() + 1;
-			m_further.pop_front();
-		}
-		return true;
+		std::string block(size, '\0');
+		const ssize_t count = ::pread(file.get(), block.data(), size, from);
+		text.insert(0, block);
+		return count == static_cast<ssize_t>(size) ? 0 : count < 0 ? errno : EIO;
 	}
 
-	bool give(LogLine message)
+	/// @return false when no more is wanted
+	bool give(std::string_view text)
 	{
-		RawLine text{std::move(message.text), message.cut};
-		for (auto line = m_further.rbegin(); line != m_further.rend(); ++line)
+		MessageJoiner joiner{LogClock(m_near)};
+		while (!text.empty())
 		{
-			text.append("\n", 1, kLongestText);
-			text.append(line->data(), line->size(), kLongestText);
+			const std::size_t end = std::min(text.find('\n'), text.size());
+			RawLine line;
+			line.append(text.data(), end, kLongestText);
+			joiner.add(line);
+			text.remove_prefix(std::min(end + 1, text.size()));
 		}
-		m_further.clear();
-		m_size = 0;
-		message.text = std::move(text.text);
-		message.cut = text.cut;
-		return m_take(message);
+		joiner.finish();
+		std::vector<LogLine> messages;
+		for (LogLine message; joiner.take(message);)
+		{
+			messages.push_back(std::move(message));
+		}
+		m_near = messages.empty() ? m_near : messages.front().time.value_or(m_near);
+		return std::all_of(messages.rbegin(), messages.rend(), std::cref(m_take));
 	}
 };
-
-/// @return false when no more is wanted
-bool readFile(const Descriptor& file, bool beingWritten, BackwardMessages& messages, int& error)
-{
-	BackwardLines lines(file, !beingWritten);
-	RawLine line;
-	bool more = true;
-	while (more && lines.next(line))
-	{
-		more = messages.add(line);
-	}
-	error = lines.error();
-	return more && messages.finish();
-}
 
 } // namespace
 
@@ -270,7 +173,7 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 	// file an archive, and nothing is missed.
 	const Descriptor written = openFile(path);
 	int error = written ? 0 : errno;
-	bool more = !written || readFile(written, true, messages, error);
+	bool more = !written || messages.readFile(written, false, error);
 	if (error != 0)
 	{
 		trouble.push_back({path, error});
@@ -289,7 +192,7 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 		}
 		else if (!written || idOf(file) != idOf(written))
 		{
-			more = readFile(file, false, messages, error);
+			more = messages.readFile(file, true, error);
 			if (error != 0)
 			{
 				trouble.push_back({archive->path, error});

@@ -1,20 +1,17 @@
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <charconv>
-#include <string_view>
+#include <ctime>
+#include <regex>
 #include <tuple>
 
 #include "inspect/LogReader.h"
-#include "inspect/Number.h"
 
 namespace velarix::inspect
 {
 
 namespace
 {
-
-constexpr std::string_view kPacked = ".gz";
-constexpr std::size_t kStampSize = sizeof("20261121090705123") - 1;
 
 struct Archive
 {
@@ -29,57 +26,29 @@ struct Archive
 	}
 };
 
-template <typename Number> bool readDigits(std::string_view text, Number& value)
+/// @param suffix what follows the log's name and a dot: "20261121090705123" (UTC), that with ".0" or ".gz"
+std::optional<Archive> archiveOf(const std::string& suffix)
 {
-	const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), isDigit);
-	return digits && std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
-}
-
-/// @param stamp "20261121090705123", UTC
-std::optional<Instant> instantOf(std::string_view stamp)
-{
-	int year = 0;
-	int hour = 0;
-	int minute = 0;
-	int second = 0;
-	int thousandths = 0;
-	unsigned month = 0;
-	unsigned day = 0;
-	if (stamp.size() != kStampSize || !readDigits(stamp.substr(0, 4), year) || !readDigits(stamp.substr(4, 2), month) ||
-	    !readDigits(stamp.substr(6, 2), day) || !readDigits(stamp.substr(8, 2), hour) ||
-	    !readDigits(stamp.substr(10, 2), minute) || !readDigits(stamp.substr(12, 2), second) ||
-	    !readDigits(stamp.substr(14), thousandths))
+	static const std::regex kSuffix(R"((\d{14})(\d{3})(?:\.(\d{1,9}))?(?:\.gz)?)");
+	constexpr char kStamp[] = "%Y%m%d%H%M%S";
+	std::smatch parts;
+	std::tm date{};
+	if (!std::regex_match(suffix, parts, kSuffix) || ::strptime(parts[1].str().c_str(), kStamp, &date) == nullptr)
 	{
 		return std::nullopt;
 	}
-	const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
-	if (!date.ok() || year < kFirstYear || year > kLastYear || hour > 23 || minute > 59 || second > 60)
+	// Makes another date of one that does not exist.
+	const std::time_t seconds = ::timegm(&date);
+	std::array<char, 16> stamp{};
+	std::strftime(stamp.data(), stamp.size(), kStamp, &date);
+	const int year = date.tm_year + 1900;
+	if (parts[1] != stamp.data() || year < kFirstYear || year > kLastYear)
 	{
 		return std::nullopt;
 	}
-	return std::chrono::sys_days(date) + std::chrono::hours(hour) + std::chrono::minutes(minute) +
-	       std::chrono::seconds(second) + std::chrono::milliseconds(thousandths);
-}
-
-/// @param suffix what follows the log's name and a dot: "STAMP", "STAMP.0", "STAMP.gz"
-std::optional<Archive> archiveOf(std::string_view suffix)
-{
-	if (suffix.ends_with(kPacked))
-	{
-		suffix.remove_suffix(kPacked.size());
-	}
-	const std::optional<Instant> rotated = instantOf(suffix.substr(0, kStampSize));
-	if (!rotated)
-	{
-		return std::nullopt;
-	}
-	Archive archive{*rotated, -1, {}};
-	suffix.remove_prefix(kStampSize);
-	if (!suffix.empty() && (suffix.front() != '.' || !readDigits(suffix.substr(1), archive.number)))
-	{
-		return std::nullopt;
-	}
-	return archive;
+	return Archive{std::chrono::system_clock::from_time_t(seconds) + std::chrono::milliseconds(std::stoi(parts[2])),
+	               parts[3].matched ? std::stoi(parts[3]) : -1,
+	               {}};
 }
 
 } // namespace
@@ -100,7 +69,7 @@ std::vector<LogFile> logFiles(const std::filesystem::path& path, std::vector<Log
 		{
 			continue;
 		}
-		if (std::optional<Archive> archive = archiveOf(std::string_view(name).substr(prefix.size())))
+		if (std::optional<Archive> archive = archiveOf(name.substr(prefix.size())))
 		{
 			archive->path = entry->path();
 			archives.push_back(std::move(*archive));

@@ -25,9 +25,9 @@ namespace velarix::inspect
 
 /// Bytes of one message that are kept.
 inline constexpr std::size_t kLongestText = 64UL * 1024UL;
-/// Bytes in which a line that is read backwards must begin: no agent writes such
-/// lines, and a file of garbage would hold up every look at the node.
-inline constexpr std::uint64_t kLongestLine = 64UL * 1024UL * 1024UL;
+/// Bytes in which a message that is read backwards must begin: no agent writes such
+/// ones, and a file of garbage would hold up every look at the node.
+inline constexpr std::uint64_t kLongestLine = 16UL * 1024UL * 1024UL;
 
 /// One file of the log.
 struct LogFile
@@ -105,8 +105,8 @@ private:
 };
 
 /// Reads a log backwards, newest message first, until `take` returns false. Only
-/// the part that is asked for is read; archives follow the file. A line without an
-/// end in kLongestLine bytes ends the reading of its file with EFBIG.
+/// the part that is asked for is read; archives follow the file. kLongestLine bytes
+/// without a head end the reading of its file with EFBIG.
 /// @param near    about when the newest message was written (now, mostly); tells
 ///                apart the two hours when the clocks are set back
 /// @param trouble gets what could not be read

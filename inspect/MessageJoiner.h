@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "inspect/LineStream.h"
@@ -19,6 +20,8 @@ std::vector<std::string_view> piecesOf(std::string_view line);
 class MessageJoiner
 {
 public:
+	explicit MessageJoiner(LogClock clock = {}) : m_clock(std::move(clock)) {}
+
 	void add(const RawLine& line);
 	/// The message begun last is whole: the file ends here, or nothing more of it
 	/// is awaited.

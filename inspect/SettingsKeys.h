@@ -53,16 +53,16 @@ struct KeyInfo
 	std::string_view name;
 	KeyType type;
 	/// "seconds", "port", ...; empty without one.
-	std::string_view unit;
+	std::string_view unit = {};
 	std::string_view meaning;
 	/// When the daemon reads it from the values it loaded at its start.
-	std::string_view whenRead;
+	std::string_view whenRead = "at the start";
 	/// What the daemon does when the key is not there.
-	std::string_view missing;
+	std::string_view missing = "the agent ends at its start";
 	/// What an empty text or the number zero does.
 	std::string_view zero;
 	/// What a negative number does; empty for texts.
-	std::string_view negative;
+	std::string_view negative = {};
 	std::string_view example;
 };
 

@@ -1,4 +1,4 @@
-#include "inspect/TrialRoot.h"
+#include "inspect/TrialRun.h"
 
 #include <algorithm>
 #include <array>

@@ -5,7 +5,6 @@
 
 #include <Poco/Net/IPAddress.h>
 
-#include "ctl/check/CommandRole.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "ctl/check/Finding.h"
+#include "ctl/check/Findings.h"
 #include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
 

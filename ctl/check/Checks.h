@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "ctl/check/Findings.h"
@@ -106,5 +107,34 @@ struct TrialTimes
 /// have found of a command is not reported again.
 /// @param addresses what the interfaces have beforehand
 void trial(Findings& findings, const std::vector<host::Address>& addresses, const TrialTimes& times = {});
+
+/// ---- what several of them have in common ---------------------------------------------
+
+/// A configured command: which it is and what its faults lead to.
+struct CommandRole
+{
+	const char* key;
+	/// When it does not do its work.
+	const char* useless;
+	/// When it does not end.
+	const char* blocked;
+};
+
+extern const CommandRole kStartRole;
+extern const CommandRole kStopRole;
+extern const CommandRole kKillRole;
+
+/// Reports that the virtual IP's text is found within another one, where the agent looks.
+void addressInside(Findings& findings, const std::string& address, const std::string& other);
+
+/// @return whether the text is one IPv4 address; what is wrong with another one is
+///         reported once, by the check of the addresses
+bool isVirtualAddress(const std::string& text);
+
+bool isExecutable(const std::filesystem::path& file);
+
+/// @param tool its name or its path
+/// @return its file, as this system reaches it; empty when it is not there
+std::filesystem::path toolPath(const Paths& paths, const std::string& tool);
 
 } // namespace velarix::ctl::checks

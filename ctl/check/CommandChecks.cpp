@@ -8,7 +8,6 @@
 #include <sstream>
 #include <string>
 
-#include "ctl/check/CommandRole.h"
 #include "ctl/check/CommandText.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"

@@ -1,16 +1,60 @@
-/// Collects what the checks find in one settings file and around it.
+/// What the checks report, and how it is collected.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
-#include "ctl/check/Finding.h"
 #include "inspect/SettingsFile.h"
 
 namespace velarix::ctl
 {
 
 using namespace inspect;
+
+/// An error keeps the agent from running, or the pair from doing its work. With
+/// a warning it works, but worse than it could in some situation.
+enum class Severity
+{
+	error,
+	warning
+};
+
+struct Finding
+{
+	/// Short and stable, for scripts: "port-out-of-range".
+	std::string id;
+	Severity severity = Severity::error;
+	std::filesystem::path file;
+	/// From 1; 0 when it concerns the file as a whole.
+	int line = 0;
+	/// What is wrong.
+	std::string what;
+	/// What happens if it is left.
+	std::string effect;
+	/// How to fix it.
+	std::string remedy;
+};
+
+/// Something that could not be looked at, and why.
+struct NotChecked
+{
+	std::string what;
+	std::string why;
+};
+
+struct CheckReport
+{
+	/// Sorted by file and line.
+	std::vector<Finding> findings;
+	/// Those that the operator has accepted; they do not count.
+	std::vector<Finding> acknowledged;
+	std::vector<NotChecked> notChecked;
+
+	std::size_t count(Severity severity) const;
+};
 
 /// The texts of a finding; see Finding.
 struct Words
@@ -21,6 +65,7 @@ struct Words
 	std::string remedy;
 };
 
+/// Collects what is found in one settings file and around it.
 class Findings
 {
 public:

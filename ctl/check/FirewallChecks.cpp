@@ -10,9 +10,7 @@
 #include <Poco/String.h>
 #include <Poco/StringTokenizer.h>
 
-#include "ctl/check/CommandRole.h"
-#include "ctl/check/Tools.h"
-#include "ctl/init/FirewallRules.h"
+#include "ctl/init/NodeFiles.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/HostTunnel.h"

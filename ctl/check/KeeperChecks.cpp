@@ -9,7 +9,6 @@
 
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
-#include "ctl/check/CommandRole.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"

@@ -14,7 +14,6 @@
 
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
-#include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 
 namespace velarix::ctl::checks

@@ -8,7 +8,6 @@
 
 #include <Poco/Net/IPAddress.h>
 
-#include "ctl/check/CommandRole.h"
 #include "inspect/Host.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"

@@ -15,7 +15,6 @@
 
 #include "ctl/Keeper.h"
 #include "ctl/check/CommandText.h"
-#include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"

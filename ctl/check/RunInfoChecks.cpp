@@ -6,7 +6,7 @@
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
-#include "inspect/RunInfo.h"
+#include "inspect/Names.h"
 
 namespace velarix::ctl::checks
 {

@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 
 #include "ctl/check/CommandText.h"
-#include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
 

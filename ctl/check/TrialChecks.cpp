@@ -10,7 +10,6 @@
 
 #include <Poco/Net/IPAddress.h>
 
-#include "ctl/check/CommandRole.h"
 #include "ctl/check/CommandText.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"

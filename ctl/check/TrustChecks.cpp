@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 
 #include "ctl/check/CommandText.h"
-#include "ctl/check/Tools.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
 #include "keeper/Settings.h"

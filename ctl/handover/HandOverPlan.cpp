@@ -1,4 +1,4 @@
-#include "ctl/handover/HandOverPlan.h"
+#include "ctl/handover/HandOver.h"
 
 #include <algorithm>
 #include <array>

@@ -4,10 +4,9 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <regex>
 #include <string>
 #include <utility>
-
-#include "inspect/Number.h"
 
 namespace velarix::ctl
 {
@@ -19,85 +18,47 @@ namespace
 
 using namespace std::chrono_literals;
 
-std::string_view takeDigits(std::string_view& text)
+std::optional<std::chrono::seconds> unitOf(const std::string& word)
 {
-	const auto end = std::find_if_not(text.begin(), text.end(), isDigit);
-	const std::string_view digits = text.substr(0, static_cast<std::size_t>(end - text.begin()));
-	text.remove_prefix(digits.size());
-	return digits;
-}
-
-void skipBlanks(std::string_view& text)
-{
-	while (text.starts_with(' '))
-	{
-		text.remove_prefix(1);
-	}
-}
-
-std::optional<std::chrono::seconds> unitOf(std::string_view word)
-{
-	static constexpr std::array<std::pair<std::string_view, std::chrono::seconds>, 24> units{
-	    {{"s", 1s},      {"sec", 1s},     {"secs", 1s},     {"second", 1s},    {"seconds", 1s},    {"m", 1min},
-	     {"min", 1min},  {"mins", 1min},  {"minute", 1min}, {"minutes", 1min}, {"h", 1h},          {"hr", 1h},
-	     {"hrs", 1h},    {"hour", 1h},    {"hours", 1h},    {"d", 24h},        {"day", 24h},       {"days", 24h},
-	     {"w", 24h * 7}, {"wk", 24h * 7}, {"wks", 24h * 7}, {"week", 24h * 7}, {"weeks", 24h * 7}, {"", 0s}}};
+	static const std::array<std::pair<std::regex, std::chrono::seconds>, 5> kUnits{
+	    {{std::regex("s|secs?|seconds?"), 1s},
+	     {std::regex("m|mins?|minutes?"), 1min},
+	     {std::regex("h|hrs?|hours?"), 1h},
+	     {std::regex("d|days?"), 24h},
+	     {std::regex("w|wks?|weeks?"), 24h * 7}}};
 	const auto* const unit =
-	    std::find_if(units.begin(), units.end() - 1, [word](const auto& one) { return one.first == word; });
-	return unit == units.end() - 1 ? std::nullopt : std::optional(unit->second);
+	    std::ranges::find_if(kUnits, [&](const auto& one) { return std::regex_match(word, one.first); });
+	return unit == kUnits.end() ? std::nullopt : std::optional(unit->second);
 }
 
-/// @return a number like "2" or "1.5" that the text begins with, times 1000;
-///         nothing for another text, a larger number or more decimals
-std::optional<std::int64_t> takeThousandths(std::string_view& text)
+/// "1d12h", "1.5 weeks", "5 minutes ago"
+std::optional<std::chrono::milliseconds> spanOf(std::string text)
 {
+	static const std::regex kPart(R"((\d{1,10})(?:\.(\d{1,3}))? *([a-z]+) *)");
 	constexpr std::int64_t most = 1'000'000'000;
-	const std::optional<std::int64_t> whole = numberIn<std::int64_t>(takeDigits(text));
-	if (!whole || *whole > most)
-	{
-		return std::nullopt;
-	}
-	if (!text.starts_with('.'))
-	{
-		return *whole * 1000;
-	}
-	text.remove_prefix(1);
-	const std::string_view digits = takeDigits(text);
-	if (digits.empty() || digits.size() > 3)
-	{
-		return std::nullopt;
-	}
-	const std::int64_t fraction = numberIn<std::int64_t>(digits).value_or(0);
-	return *whole * 1000 + (digits.size() == 1 ? fraction * 100 : digits.size() == 2 ? fraction * 10 : fraction);
-}
-
-/// "1d12h", "2 weeks", "5 minutes ago"
-std::optional<std::chrono::milliseconds> spanOf(std::string_view text)
-{
-	if (text.ends_with(" ago"))
-	{
-		text.remove_suffix(sizeof(" ago") - 1);
-	}
 	constexpr std::chrono::hours longest = 24h * 366 * 200;
+	text.resize(text.size() - (text.ends_with(" ago") ? sizeof(" ago") - 1 : 0));
 	std::chrono::milliseconds span{0};
 	do
 	{
-		const std::optional<std::int64_t> thousandths = takeThousandths(text);
-		skipBlanks(text);
-		const auto end = std::find_if(text.begin(), text.end(), [](char c) { return isDigit(c) || c == ' '; });
-		const std::string_view word = text.substr(0, static_cast<std::size_t>(end - text.begin()));
-		text.remove_prefix(word.size());
-		skipBlanks(text);
-		const std::optional<std::chrono::seconds> unit = unitOf(word);
-		if (!unit || !thousandths)
+		std::smatch part;
+		if (!std::regex_search(text, part, kPart, std::regex_constants::match_continuous))
 		{
 			return std::nullopt;
 		}
-		span += std::chrono::milliseconds(unit->count() * *thousandths);
+		const std::int64_t whole = std::stoll(part[1]);
+		const std::int64_t thousandths = std::stoll((part[2].str() + "000").substr(0, 3));
+		const std::optional<std::chrono::seconds> unit = unitOf(part[3]);
+		if (!unit || whole > most)
+		{
+			return std::nullopt;
+		}
+		span += std::chrono::milliseconds(unit->count() * (whole * 1000 + thousandths));
 		if (span > longest)
 		{
 			return std::nullopt;
 		}
+		text = part.suffix();
 	} while (!text.empty());
 	return span;
 }
@@ -164,7 +125,7 @@ std::optional<Instant> parseSince(std::string_view text, Instant now)
 	{
 		time = clock.read(wholeDate(text));
 	}
-	else if (const std::optional<std::chrono::milliseconds> span = spanOf(text))
+	else if (const std::optional<std::chrono::milliseconds> span = spanOf(std::string(text)))
 	{
 		time = now - *span;
 	}

@@ -1,4 +1,4 @@
-#include "ctl/init/FirewallRules.h"
+#include "ctl/init/NodeFiles.h"
 
 #include <map>
 #include <regex>

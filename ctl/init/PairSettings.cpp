@@ -1,4 +1,4 @@
-#include "ctl/init/PairSettings.h"
+#include "ctl/init/NodeFiles.h"
 
 #include <functional>
 #include <map>

@@ -1,4 +1,4 @@
-#include "ctl/init/TunnelFiles.h"
+#include "ctl/init/NodeFiles.h"
 
 #include <regex>
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "ctl/OutputFile.h"
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ctl/pair/NodeReport.h"
-#include "ctl/render/NagiosLine.h"
+#include "ctl/render/StateViews.h"
 
 namespace velarix::ctl
 {

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 #include "inspect/Printable.h"
 
 namespace velarix::ctl

@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "ctl/check/Finding.h"
+#include "ctl/check/Findings.h"
 
 namespace velarix::ctl
 {

@@ -1,10 +1,10 @@
-#include "ctl/render/Metrics.h"
+#include "ctl/render/StateViews.h"
 
 #include <set>
 #include <string>
 
 #include "ctl/render/Exposition.h"
-#include "ctl/status/KernelState.h"
+#include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"

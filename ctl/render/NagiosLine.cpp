@@ -1,4 +1,4 @@
-#include "ctl/render/NagiosLine.h"
+#include "ctl/render/StateViews.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 
 #include <utility>
 
 #include "ctl/render/EventReport.h"
-#include "ctl/status/KernelState.h"
+#include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"

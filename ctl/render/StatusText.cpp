@@ -1,10 +1,10 @@
-#include "ctl/render/StatusText.h"
+#include "ctl/render/StateViews.h"
 
 #include <array>
 #include <functional>
 
 #include "ctl/render/EventReport.h"
-#include "ctl/status/KernelState.h"
+#include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"

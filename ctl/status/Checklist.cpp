@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "ctl/status/KernelState.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 

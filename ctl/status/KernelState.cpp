@@ -1,9 +1,10 @@
-#include "ctl/status/KernelState.h"
+#include "ctl/status/NodeState.h"
 
 #include <algorithm>
 
 #include "inspect/HostProcesses.h"
 #include "inspect/HostResources.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "ctl/history/OperatorLog.h"
-#include "ctl/status/KernelState.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 

@@ -6,23 +6,25 @@
 /// taken from a file alone.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ctl/history/Events.h"
 #include "ctl/status/AgentProcess.h"
-#include "ctl/status/Figure.h"
 #include "ctl/status/KeeperState.h"
 #include "ctl/status/LogTail.h"
 #include "ctl/status/Maintenance.h"
 #include "ctl/status/Timing.h"
-#include "ctl/status/TunnelState.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
+#include "inspect/HostTunnel.h"
 #include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
+#include "inspect/Tunnel.h"
 
 namespace velarix::ctl
 {
@@ -62,6 +64,50 @@ struct HeldAddress
 	int prefix = 0;
 	/// `ifconfig`, which the agent asks, lists it.
 	bool listed = false;
+};
+
+/// One figure of a node's state: what it is, how old that is, or why it is not
+/// known. A figure that was reported by a log which can no longer be trusted keeps
+/// what was reported last and is not known all the same.
+template <typename Value> struct Figure
+{
+	/// What was reported or seen last.
+	std::optional<Value> reported;
+	/// When it was reported or seen last.
+	std::optional<std::chrono::system_clock::time_point> at;
+	/// When it became what it is; empty when that is not known.
+	std::optional<std::chrono::system_clock::time_point> since;
+	/// Why it is not known; empty for a known figure.
+	std::string why;
+
+	bool known() const { return reported.has_value() && why.empty(); }
+
+	/// @return whether it is known and that value
+	bool is(const Value& value) const { return known() && *reported == value; }
+};
+
+/// A figure that was seen just now.
+template <typename Value> Figure<Value> seen(Value value, std::chrono::system_clock::time_point now)
+{
+	return {std::move(value), now, std::nullopt, {}};
+}
+
+template <typename Value> Figure<Value> notKnown(std::string why)
+{
+	return {std::nullopt, std::nullopt, std::nullopt, std::move(why)};
+}
+
+/// The WireGuard tunnel of the heartbeats.
+struct TunnelState
+{
+	TunnelSettings settings;
+	/// Why the session is not known; empty when it is.
+	std::string why;
+	/// There is an interface.
+	bool present = false;
+	std::optional<host::TunnelSession> session;
+	/// The partner answers beside the tunnel and not in it. Looked for while it is not heard.
+	bool down = false;
 };
 
 struct NodeState
@@ -166,6 +212,12 @@ private:
 
 	void noteChange(NodeState& state);
 };
+
+/// @return nothing for a node without a tunnel
+std::optional<TunnelState> lookForTunnel(const NodeState& state);
+
+/// Fills the figures that the kernel tells: programs, virtual address, interfaces.
+void askKernel(NodeState& state, const Paths& paths);
 
 /// Names of the configured programs as the agent looks for them.
 std::vector<std::string> programNames(const SettingsFile& settings);

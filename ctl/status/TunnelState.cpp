@@ -1,5 +1,3 @@
-#include "ctl/status/TunnelState.h"
-
 #include "ctl/status/NodeState.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"

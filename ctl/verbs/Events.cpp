@@ -8,7 +8,7 @@
 
 #include "ctl/history/Since.h"
 #include "ctl/render/EventReport.h"
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/HostActions.h"

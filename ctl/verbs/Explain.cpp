@@ -6,7 +6,7 @@
 #include <set>
 #include <utility>
 
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/LogReader.h"

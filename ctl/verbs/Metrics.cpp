@@ -1,4 +1,4 @@
-#include "ctl/render/Metrics.h"
+#include "ctl/render/StateViews.h"
 
 #include <memory>
 

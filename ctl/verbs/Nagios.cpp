@@ -1,6 +1,6 @@
 #include <memory>
 
-#include "ctl/render/NagiosLine.h"
+#include "ctl/render/StateViews.h"
 #include "ctl/status/Judgement.h"
 #include "ctl/status/NodeState.h"
 #include "ctl/verbs/Verb.h"

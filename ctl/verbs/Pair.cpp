@@ -3,7 +3,7 @@
 #include "ctl/OutputFile.h"
 #include "ctl/pair/PairReport.h"
 #include "ctl/pair/Partner.h"
-#include "ctl/render/StatusJson.h"
+#include "ctl/render/StateViews.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/InputFile.h"

@@ -1,8 +1,7 @@
 #include <memory>
 
 #include "ctl/pair/NodeReport.h"
-#include "ctl/render/StatusJson.h"
-#include "ctl/render/StatusText.h"
+#include "ctl/render/StateViews.h"
 #include "ctl/status/Judgement.h"
 #include "ctl/status/NodeState.h"
 #include "ctl/verbs/Verb.h"

@@ -3,29 +3,12 @@
 #include <nlohmann/json.hpp>
 
 #include "CheckTest.h"
+#include "PlainUser.h"
 
 namespace fs = std::filesystem;
 
 namespace
 {
-
-/// For its lifetime the process is a user without rights, if it was root before.
-class AsNobody
-{
-public:
-	explicit AsNobody(const fs::path& reachable)
-	{
-		fs::permissions(reachable, fs::perms{0755});
-		EXPECT_TRUE(m_former != 0 || ::seteuid(kNobody) == 0);
-	}
-	~AsNobody() { EXPECT_EQ(::seteuid(m_former), 0); }
-	AsNobody(const AsNobody&) = delete;
-	AsNobody& operator=(const AsNobody&) = delete;
-
-private:
-	static constexpr uid_t kNobody = 65534;
-	uid_t m_former = ::geteuid();
-};
 
 class CheckVerb : public CheckTest
 {
@@ -142,7 +125,7 @@ TEST_F(CheckVerb, WhatTheOperatorHasAcceptedDoesNotCount)
 TEST_F(CheckVerb, AFileThatThisUserMayNotReadIsNoFinding)
 {
 	fs::permissions(settings(), fs::perms::none);
-	const AsNobody user(root());
+	const PlainUser user;
 	const Outcome outcome = runBelow({"check"});
 	EXPECT_EQ(outcome.code, 77);
 	EXPECT_EQ(outcome.out, "");

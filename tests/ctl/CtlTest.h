@@ -15,7 +15,6 @@
 #include <gmock/gmock.h>
 
 #include "FakeHost.h"
-#include "FakeMachine.h"
 #include "LogTestSupport.h"
 #include "RowName.h"
 #include "inspect/Paths.h"

@@ -157,7 +157,6 @@ protected:
 		m_events.clear();
 		return texts;
 	}
-	std::vector<Event> takeEvents() { return std::exchange(m_events, {}); }
 
 private:
 	std::vector<Event> m_events;

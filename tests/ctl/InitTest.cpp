@@ -1,7 +1,7 @@
 // What init writes, what it asks for, and what it refuses to write.
 
 #include "InitTest.h"
-#include "inspect/RunInfo.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "keeper/Settings.h"
 

@@ -153,21 +153,6 @@ TEST_F(LogBackwards, ALongLineIsCutWhereTheForwardReaderCutsIt)
 	}
 }
 
-TEST_F(LogBackwards, AMessageOfManyLinesIsCutAndSaysByHowMuch)
-{
-	std::string many;
-	for (int count = 0; count < 20000; ++count)
-	{
-		many += "further line\n";
-	}
-	write("/log/v.log", logLine("08:00:00.0", "A:1", "first") + many + logLine("08:00:02.0", "A:3", "third"));
-	const std::vector<LogLine> lines = lastLines(9, now);
-	ASSERT_EQ(lines.size(), 2U);
-	EXPECT_EQ(lines.at(0).text.size(), kLongestText);
-	EXPECT_EQ(lines.at(0).text.substr(0, 19), "first\nfurther line\n");
-	EXPECT_EQ(lines.at(0).text.size() + lines.at(0).cut, std::string("first\n").size() + many.size() - 1);
-}
-
 TEST_F(LogBackwards, TheSecondOfTwoHoursIsTakenWhenItIsNearer)
 {
 	const LocalZone other(kCentralEurope);

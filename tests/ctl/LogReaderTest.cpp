@@ -5,6 +5,7 @@
 #include <Poco/FileStream.h>
 
 #include "CtlTest.h"
+#include "PlainUser.h"
 
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
@@ -269,34 +270,9 @@ TEST_F(LogReaderTest, AMessageOfManyLinesIsCutAndSaysByHowMuch)
 	EXPECT_THAT(readAll(reader), ElementsAre("A:2 second"));
 }
 
-/// Runs as another user when the test is root: root reads everything.
-class WithoutRights : public LogReaderTest
+TEST_F(LogReaderTest, FilesThatMayNotBeReadAreReportedAndTheOthersRead)
 {
-protected:
-	void SetUp() override
-	{
-		if (::geteuid() == 0)
-		{
-			fs::permissions(root(), fs::perms::all);
-			fs::permissions(log.parent_path(), fs::perms::all);
-			ASSERT_EQ(::seteuid(65534), 0);
-			m_wasRoot = true;
-		}
-	}
-	void TearDown() override
-	{
-		if (m_wasRoot)
-		{
-			ASSERT_EQ(::seteuid(0), 0);
-		}
-	}
-
-private:
-	bool m_wasRoot = false;
-};
-
-TEST_F(WithoutRights, FilesThatMayNotBeReadAreReportedAndTheOthersRead)
-{
+	const PlainUser user;
 	append(logLine("08:00:00.0", "A:1", "first"));
 	fs::permissions(rotate("20261121090000100"), fs::perms::none);
 	append(logLine("08:00:01.0", "A:2", "second"));
@@ -307,8 +283,9 @@ TEST_F(WithoutRights, FilesThatMayNotBeReadAreReportedAndTheOthersRead)
 	EXPECT_EQ(reader.trouble().front().path.filename(), "v.log.20261121090000100");
 }
 
-TEST_F(WithoutRights, AFileThatMayNotBeReadIsReadOnceItMayBe)
+TEST_F(LogReaderTest, AFileThatMayNotBeReadIsReadOnceItMayBe)
 {
+	const PlainUser user;
 	append(logLine("08:00:01.0", "A:2", "second"));
 	fs::permissions(log, fs::perms::none);
 	LogReader reader(log);

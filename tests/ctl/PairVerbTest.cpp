@@ -9,7 +9,7 @@
 
 #include "RowName.h"
 #include "StateTest.h"
-#include "ctl/init/PairSettings.h"
+#include "ctl/init/NodeFiles.h"
 #include "ctl/pair/PairJudgement.h"
 
 using namespace std::chrono_literals;

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include "CheckTest.h"
-#include "FakeMachine.h"
 #include "RowName.h"
 #include "ctl/check/Checks.h"
 

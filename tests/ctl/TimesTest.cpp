@@ -1,10 +1,13 @@
-// Times as people write them, and bytes made fit for a terminal.
+// Times as people write and read them, bytes made fit for a terminal, and how long a sound agent may
+// be silent with which settings.
 
 #include <gtest/gtest.h>
 
 #include "LogTestSupport.h"
 #include "ctl/history/Since.h"
+#include "ctl/status/Timing.h"
 #include "inspect/Printable.h"
+#include "inspect/TimeText.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
@@ -106,5 +109,77 @@ INSTANTIATE_TEST_SUITE_P(
                     PrintableRow{"\xe0\x80\xaf", "\\xe0\\x80\\xaf"}, PrintableRow{"\xed\xa0\x80", "\\xed\\xa0\\x80"},
                     PrintableRow{"\xc2\x9b", "\\xc2\\x9b"}, PrintableRow{"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
                     PrintableRow{"\xf0\x80\x80\x80", "\\xf0\\x80\\x80\\x80"}, PrintableRow{"\x80", "\\x80"}));
+
+struct SpanRow
+{
+	std::chrono::milliseconds span;
+	const char* text;
+};
+
+class SpanText : public testing::TestWithParam<SpanRow>
+{
+};
+
+TEST_P(SpanText, ReadsAs)
+{
+	EXPECT_EQ(spanText(GetParam().span), GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(Row, SpanText,
+                         testing::Values(SpanRow{0ms, "0.0 s"}, SpanRow{449ms, "0.4 s"}, SpanRow{450ms, "0.5 s"},
+                                         SpanRow{9949ms, "9.9 s"}, SpanRow{9950ms, "10 s"}, SpanRow{59499ms, "59 s"},
+                                         SpanRow{59500ms, "1 min"}, SpanRow{185s, "3 min 5 s"}, SpanRow{1h, "1 h"},
+                                         SpanRow{3h + 12min + 59s, "3 h 12 min"}, SpanRow{24h, "1 d"},
+                                         SpanRow{52h + 59min, "2 d 4 h"}, SpanRow{-1500ms, "-1.5 s"}));
+
+TEST(TimeText, LocalTimeHasSecondsAndUtcHasMilliseconds)
+{
+	const LocalZone zone{kCentralEurope};
+	const std::chrono::system_clock::time_point time =
+	    std::chrono::sys_days{std::chrono::year{2026} / 11 / 21} + 8h + 7min + 5s + 340ms;
+	EXPECT_EQ(localText(time), "2026-11-21 09:07:05");
+	EXPECT_EQ(isoText(time), "2026-11-21T08:07:05.340Z");
+	EXPECT_DOUBLE_EQ(inSeconds(time), 1795248425.34);
+}
+
+struct TimingRow
+{
+	Timing timing;
+	std::chrono::milliseconds log;
+	std::chrono::milliseconds receiver;
+	std::chrono::milliseconds role;
+	std::chrono::milliseconds heartbeat;
+	std::chrono::milliseconds handOver;
+};
+
+TEST(Timing, GivesTheLongestPauses)
+{
+	const TimingRow rows[] = {{{1s, 2s, 1s, 0s}, 6s, 17s, 17s, 11s, 15s},
+	                          {{1s, 2s, 1s, 30s}, 6s, 17s, 17s, 11s, 45s},
+	                          {{10s, 20s, 60s, 1s}, 35s, 35s, 65s, 65s, 34s},
+	                          {{1s, 3s, 3600s, 0s}, 10s, 18s, 3605s, 13s, 15s},
+	                          {{0s, 0s, 0s, 0s}, 5s, 15s, 15s, 5s, 13s}};
+	for (const TimingRow& row : rows)
+	{
+		EXPECT_EQ(row.timing.logPause(), row.log);
+		EXPECT_EQ(row.timing.receiverPause(), row.receiver);
+		EXPECT_EQ(row.timing.rolePause(), row.role);
+		EXPECT_EQ(row.timing.heartbeatPause(), row.heartbeat);
+		EXPECT_EQ(row.timing.handOver(), row.handOver);
+	}
+}
+
+// interval, receiving time, check cycle, waiting time
+TEST(Timing, TakesMissingAndNegativeSettingsForZero)
+{
+	const SettingsFile file = SettingsFile::parse("config.ini", "[AGENT]\nHEART_BEAT_INTERVAL = -3\n"
+	                                                            "MAX_HEART_BEAT_RECEIING_TIME = 4\n"
+	                                                            "WAITING_TIME_BEFORE_PROCESS_RUN = many\n");
+	const Timing timing = Timing::of(file);
+	EXPECT_EQ(timing.interval, 0s);
+	EXPECT_EQ(timing.receivingTime, 4s);
+	EXPECT_EQ(timing.checkCycle, 0s);
+	EXPECT_EQ(timing.waitingTime, 0s);
+}
 
 } // namespace

@@ -1,0 +1,45 @@
+/// The files of each node, made from the answers: its settings, its packet filter and those of the
+/// WireGuard tunnel.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "ctl/init/Answers.h"
+
+namespace velarix::ctl
+{
+
+/// @param node whose file; the two differ in MODE and the two addresses alone
+/// @return the whole file, each key with a comment from the table of the keys
+std::string settingsText(const Answers& answers, NodeName node);
+
+/// @return the node's keeper.ini; the two differ in on_conflict, and have own and partner of [reachability] exchanged
+std::string keeperSettingsText(const Answers& answers, NodeName node);
+
+/// The file's name, beside the settings. The unit velarix-ha-firewall loads it from there.
+inline constexpr const char* kFirewallFile = "firewall.nft";
+
+/// @return a file for `nft -f`: the shipped velarix-ha.nft with the pair's values in its defines
+std::string firewallRules(const Answers& answers, NodeName node);
+
+/// Holds no secret and is made for both nodes. The private key is made on its own node and never
+/// leaves it; the public ones are exchanged.
+/// @return tunnel.conf of the node
+std::string tunnelText(const Answers& answers, NodeName node);
+
+/// The keys of one node.
+struct TunnelKeys
+{
+	std::string own; ///< private
+	std::string publicKey;
+};
+
+/// @return the line of a pre-shared key that the operator has added, to be kept; empty without one
+std::string presharedKey(const std::filesystem::path& file);
+
+/// Of this node: those that are there, or new ones.
+/// @throws Failure refused without wireguard-tools
+TunnelKeys tunnelKeys(const std::filesystem::path& directory);
+
+} // namespace velarix::ctl
