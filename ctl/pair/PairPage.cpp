@@ -257,7 +257,8 @@ std::string pairPage(const PairReports& reports, const std::vector<PairProblem>&
 	return std::string(kHead) + "<div class=\"verdict " + verdict + "\"><h1>Velarix HA " + html(address) + ": <b>" +
 	       verdict + "</b></h1><div class=\"faint\">" + html(localText(reports.time)) +
 	       ". When this time is old, nobody refreshes the page.</div></div>\n" + problemsPart(problems) +
-	       nodesPart(rowsOf(reports)) + "<h2>The last day</h2>\n<div class=\"panel\">" + Picture(reports).draw(reports) +
+	       nodesPart(rowsOf(reports)) + "<h2>The last day</h2>\n<div class=\"panel\">" +
+	       Picture(reports).draw(reports) +
 	       "<div class=\"faint\">Green: master. Grey: standby. Red: something went wrong.</div></div>\n" +
 	       "<h2>Events</h2>\n" + eventsPart(reports) + "</body>\n</html>\n";
 }
