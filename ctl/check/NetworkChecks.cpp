@@ -24,6 +24,8 @@ namespace
 using host::Address;
 using Poco::Net::IPAddress;
 
+constexpr int kPings = 3;
+
 /// @return whether it is on the interface whose carrier counts, or that of the tunnel on lo
 bool ownAddress(Findings& findings, const std::vector<Address>& addresses, bool tunnel)
 {
@@ -123,13 +125,14 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 }
 
 /// The way to another host: by the interface whose carrier counts.
-void route(Findings& findings, const char* key, const char* by, const char* unreached, const char* elsewhere)
+/// @return whether it is that
+bool route(Findings& findings, const char* key, const char* by, const char* unreached, const char* elsewhere)
 {
 	const std::string address = findings.file.text(key).value_or("");
 	if (!isVirtualAddress(address) || address == findings.file.text(key::kThisServerIP) ||
 	    findings.has("unusable-address", key))
 	{
-		return; // reported by the check of the addresses
+		return false; // reported by the check of the addresses
 	}
 	const std::optional<std::string> way = host::interfaceTo(address);
 	const std::string name = std::string(key).substr(std::string(key).find('.') + 1) + " (" + address + ")";
@@ -150,6 +153,7 @@ void route(Findings& findings, const char* key, const char* by, const char* unre
 		    key, {"route-elsewhere", "packets to " + name + " leave by " + *way + ", not by " + by, elsewhere,
 		          "use an address of the communication network, or correct the route: ip route get " + address});
 	}
+	return way == by;
 }
 
 /// A host answers ARP for each of its addresses on every interface (unless arp_ignore is
@@ -204,10 +208,19 @@ void network(Findings& findings, const std::vector<Address>& addresses, bool rea
 		{
 			return; // on lo, and only while enough targets answer
 		}
-		route(findings, key::kGatewayIP, kCommunicationInterface,
-		      "no ping of it is answered: whichever node becomes master gives up at once",
-		      "its answers say nothing about the communication network: when that breaks the master does not notice, "
-		      "and when the other one breaks the master gives up");
+		const bool there = route(
+		    findings, key::kGatewayIP, kCommunicationInterface,
+		    "no ping of it is answered: whichever node becomes master gives up at once",
+		    "its answers say nothing about the communication network: when that breaks the master does not notice, "
+		    "and when the other one breaks the master gives up");
+		const std::string gateway = findings.file.text(key::kGatewayIP).value_or("");
+		if (there && !host::answersPing(gateway, kPings).value_or(true))
+		{
+			findings.warning(key::kGatewayIP,
+			                 {"gateway-silent", "the gateway " + gateway + " does not answer pings",
+			                  "whichever node becomes master gives up: the service moves to and fro",
+			                  "see why it does not (ping " + gateway + "), or write an address that answers"});
+		}
 	}
 }
 

@@ -70,7 +70,7 @@ struct FakeMachine
 	/// Reported for these paths; no other file has a time.
 	std::map<std::string, std::chrono::system_clock::time_point> changed;
 	/// Addresses that answer pings.
-	std::set<std::string> answering;
+	std::set<std::string> answering{"192.0.2.254"};
 
 	/// Moves with each pause and each ping.
 	std::chrono::milliseconds elapsed{};

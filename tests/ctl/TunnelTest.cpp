@@ -73,7 +73,7 @@ void replace(const fs::path& file, const std::string& what, const std::string& w
 
 void down()
 {
-	fakeMachine().answering = {"192.0.2.2"};
+	fakeMachine().answering = {"192.0.2.2", "192.0.2.254"};
 }
 
 /// @param before what the keys once were, too
@@ -111,7 +111,7 @@ const Row kRows[] = {
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
     {"CableAloneButProven",  {"warning tunnel-down tunnel.conf"},                  [](const fs::path& in) { prove(in, ""); }},
     {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},
-    {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeMachine().answering = {}; }},
+    {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeMachine().answering = {"192.0.2.254"}; }},
     {"NoKeepalive",          {"warning tunnel-keepalive tunnel.conf"},             [](const fs::path& in) { replace(in / "tunnel.conf", "PersistentKeepalive = 1", ""); }},
     {"OtherAddress",         {"error tunnel-not-used tunnel.conf", "warning tunnel-rules tunnel.conf"}, [](const fs::path& in) { replace(in / "tunnel.conf", "169.254.127.1", "169.254.127.9"); }},
     {"NoEndpoint",           {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { fakeHost().routes[""] = "eth1"; replace(in / "tunnel.conf", "Endpoint = ", "#"); fakeHost().user = 1000; }},
