@@ -49,7 +49,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, ShortHostile,
                                          std::tuple{"forged-service/1-1-0/a/master", Mitigation::port},
                                          std::tuple{"spoofed-partner/1-1-0/a/master", Mitigation::neighbours},
                                          std::tuple{"arp-cut-node/a/master", Mitigation::neighbours},
-                                         std::tuple{"icmp-wrong-id/gateway/b/master", Mitigation::none},
                                          std::tuple{"icmp-wrong-id/gateway/a/master", Mitigation::firewall}),
                          [](const testing::TestParamInfo<ShortHostile::ParamType>& cell)
                          {
