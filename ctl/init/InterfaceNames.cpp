@@ -128,7 +128,7 @@ constexpr char kAgain[] =
 
 /// Lines of whatever names an interface: network, packet filter, sysctl, units, the agent's own settings. Not
 /// what a version control system keeps in a directory of its own.
-void tellLines(const std::vector<std::string>& words, const Paths& paths, std::ostream& out)
+void printLines(const std::vector<std::string>& words, const Paths& paths, std::ostream& out)
 {
 	host::ProgramCall call{{"grep", "-rnIwF", "--exclude-dir=.?*"}, {"LC_ALL=C"}, {}, std::chrono::seconds(60)};
 	for (const std::string& word : words)
@@ -195,7 +195,8 @@ std::vector<NewFile> linkFiles(const InterfaceNames& names, const Paths& paths)
 	return files;
 }
 
-void tellRenaming(const InterfaceNames& names, const std::vector<NewFile>& files, const Paths& paths, std::ostream& out)
+void printRenaming(const InterfaceNames& names, const std::vector<NewFile>& files, const Paths& paths,
+                   std::ostream& out)
 {
 	const std::vector<Link> links = host::links();
 	std::vector<std::string> former;
@@ -213,7 +214,7 @@ void tellRenaming(const InterfaceNames& names, const std::vector<NewFile>& files
 	{
 		return;
 	}
-	tellLines(former, paths, out);
+	printLines(former, paths, out);
 	out << "Then: update-initramfs -u (or dracut -f), reboot, velarixctl check\nWay back: rm";
 	for (const NewFile& file : files)
 	{

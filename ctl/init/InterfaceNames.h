@@ -29,7 +29,7 @@ std::vector<NewFile> linkFiles(const InterfaceNames& names, const inspect::Paths
 /// What the operator has to do: the lines of other files that name the interfaces, the
 /// next steps, and the way back. Changes nothing.
 /// @param files what `linkFiles` gave
-void tellRenaming(const InterfaceNames& names, const std::vector<NewFile>& files, const inspect::Paths& paths,
-                  std::ostream& out);
+void printRenaming(const InterfaceNames& names, const std::vector<NewFile>& files, const inspect::Paths& paths,
+                   std::ostream& out);
 
 } // namespace velarix::ctl

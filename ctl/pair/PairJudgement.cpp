@@ -223,7 +223,7 @@ private:
 		}
 	}
 
-	/// The time between making them also lies between two files' times; a partner that
+	/// Two files' times are also as far apart as their making; a partner that
 	/// is asked tells its time before this node's is taken.
 	void clocks()
 	{

@@ -190,7 +190,7 @@ void nameInterfaces(const InitOptions& options, const std::vector<NewFile>& link
 	place(links, {.force = options.force, .now = context.now()}, context.out);
 	if (!links.empty())
 	{
-		tellRenaming(options.interfaces, links, context.paths, context.out);
+		printRenaming(options.interfaces, links, context.paths, context.out);
 	}
 }
 

@@ -50,7 +50,7 @@ void Timeline::add(const Event& event)
 		const std::lock_guard lock(m_mutex);
 		insertLocked(event);
 	}
-	tellListener(event);
+	notifyListener(event);
 }
 
 void Timeline::change(Track track, Millis at, const std::string& value)
@@ -64,7 +64,7 @@ void Timeline::change(Track track, Millis at, const std::string& value)
 		}
 		insertLocked(event);
 	}
-	tellListener(event);
+	notifyListener(event);
 }
 
 std::string Timeline::current(Track track) const
@@ -87,7 +87,7 @@ void Timeline::insertLocked(const Event& event)
 	m_events.insert(place, event);
 }
 
-void Timeline::tellListener(const Event& event)
+void Timeline::notifyListener(const Event& event)
 {
 	const std::lock_guard lock(m_listenerMutex);
 	if (m_listener)

@@ -86,7 +86,7 @@ private:
 
 	std::string currentLocked(Track track) const;
 	void insertLocked(const Event& event);
-	void tellListener(const Event& event);
+	void notifyListener(const Event& event);
 };
 
 /// How long, between two times, the value was one of `values`.

@@ -50,7 +50,7 @@ ATTACKS = {
 }
 
 
-def tell_changes(attacker, ended):
+def print_changes(attacker, ended):
     last = ""
     while not ended.wait(0.05):
         now = attacker.report()
@@ -67,15 +67,15 @@ def main():
 
     signal.signal(signal.SIGTERM, stop)
     ended = threading.Event()
-    teller = threading.Thread(target=tell_changes, args=(attacker, ended))
-    teller.start()
+    printer = threading.Thread(target=print_changes, args=(attacker, ended))
+    printer.start()
     problem = {}
     try:
         ATTACKS[attacker.orders["attack"]](attacker)
     except Exception as error:  # whatever it is, the lab has to hear of it
         problem = {"problem": repr(error)}
     ended.set()
-    teller.join()
+    printer.join()
     print(attacker.report(**problem), flush=True)
     # A connection attempt under way waits for nobody.
     os._exit(1 if problem else 0)

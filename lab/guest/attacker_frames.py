@@ -150,16 +150,16 @@ class Attacker(Connections):
 
     @contextlib.contextmanager
     def spoofing(self, network, victim, address):
-        """The victim takes this host for the address; told twenty times a second."""
+        """The victim takes this host for the address; claimed twenty times a second."""
         sender, answer = self.arp_answer(network, self.orders[victim], self.orders[address])
         ended = threading.Event()
 
-        def tell():
+        def claim():
             while not ended.wait(0.05):
                 sender.send(answer)
                 self.did(tries=1)
 
-        thread = threading.Thread(target=tell)
+        thread = threading.Thread(target=claim)
         thread.start()
         try:
             yield

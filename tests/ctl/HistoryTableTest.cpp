@@ -22,6 +22,10 @@ std::vector<Story> stories()
 {
 	std::vector<Story> all;
 	std::ifstream file(VELARIX_CTL_HISTORIES);
+	if (!file)
+	{
+		throw std::runtime_error("cannot read " VELARIX_CTL_HISTORIES);
+	}
 	for (std::string line; std::getline(file, line);)
 	{
 		if (line.starts_with("== "))
@@ -48,9 +52,9 @@ std::string cutWord(std::string& text)
 	return word;
 }
 
-std::string yesNo(const std::optional<Reported<bool>>& told)
+std::string yesNo(const std::optional<Reported<bool>>& seen)
 {
-	return !told ? "none" : told->value ? "yes" : "no";
+	return !seen ? "none" : seen->value ? "yes" : "no";
 }
 
 class HistoryTable : public HistoryTest, public testing::WithParamInterface<Story>
@@ -82,13 +86,13 @@ protected:
 		{
 			return;
 		}
-		std::vector<std::string> told = events();
+		std::vector<std::string> seen = events();
 		if (expected.back() == "...")
 		{
 			expected.pop_back();
-			told.resize(std::min(told.size(), expected.size()));
+			seen.resize(std::min(seen.size(), expected.size()));
 		}
-		EXPECT_EQ(told, expected == std::vector<std::string>{"none"} ? std::vector<std::string>{} : expected);
+		EXPECT_EQ(seen, expected == std::vector<std::string>{"none"} ? std::vector<std::string>{} : expected);
 		expected.clear();
 	}
 
@@ -175,6 +179,8 @@ const std::map<std::string, HistoryTable::Command> HistoryTable::kCommands{
 
 TEST_P(HistoryTable, TellsItsEvents)
 {
+	const auto judges = [](const std::string& line) { return line.starts_with("> ") || line.starts_with("= "); };
+	ASSERT_TRUE(std::ranges::any_of(GetParam().lines, judges));
 	std::vector<std::string> expected;
 	for (const std::string& line : GetParam().lines)
 	{
