@@ -27,7 +27,8 @@ class Judge
 {
 public:
 	Judge(World& world, const Schedule& schedule)
-	    : m_world(world), m_standing(schedule.size(), false), m_schedule(schedule)
+	    : m_world(world), m_standing(schedule.size(), false), m_schedule(schedule),
+	      m_killsAddress(hasFault("keeper-kill-address")), m_killsService(hasFault("keeper-kill-service"))
 	{
 		world.observe = [this] { look(); };
 	}
@@ -74,7 +75,7 @@ private:
 			m_survivable = m_survivable && !m_operators;
 			const bool counts =
 			    !plain && node.on && !node.frozen && !node.slow && !node.address && m_world.serves(node);
-			const bool orphan = hasFault("keeper-kill-service") && m_world.find(node, kSupervisor) == nullptr;
+			const bool orphan = m_killsService && m_world.find(node, kSupervisor) == nullptr;
 			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
 			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
 			blame("service-with-address", without > kUnaddressed || orphaned > kAgentLooks,
@@ -151,9 +152,8 @@ private:
 	/// A standby on which not all programs run never tries to drop the address.
 	bool leftBehind(const Node& node) const
 	{
-		const bool killed = hasFault("keeper-kill-address");
-		const bool unattended =
-		    isPlain() ? !m_world.serves(node) : killed && m_world.find(node, keeper::kAddressProgram) == nullptr;
+		const bool unattended = isPlain() ? !m_world.serves(node)
+		                                  : m_killsAddress && m_world.find(node, keeper::kAddressProgram) == nullptr;
 		return node.role != nullptr && *node.role == MODE_SLAVE && unattended;
 	}
 
@@ -214,6 +214,8 @@ private:
 	World& m_world;
 	std::vector<bool> m_standing;
 	const Schedule& m_schedule;
+	bool m_killsAddress;
+	bool m_killsService;
 	Since m_split;
 	std::array<Since, 2> m_without;
 	std::array<Since, 2> m_orphaned;

@@ -70,12 +70,12 @@ void Scheduler::push(Event event)
 {
 	event.order = ++m_order;
 	m_events.push_back(std::move(event));
-	std::ranges::push_heap(m_events, std::ranges::greater(), &Event::place);
+	std::push_heap(m_events.begin(), m_events.end(), IsLater());
 }
 
 void Scheduler::at(Micros moment, std::function<void()> call)
 {
-	push({std::max(moment, m_now), 0, nullptr, 0, std::move(call)});
+	push({std::max(moment, m_now), 0, nullptr, 0, std::make_unique<std::function<void()>>(std::move(call))});
 }
 
 Task& Scheduler::spawn(Process& process, std::function<void()> body)
@@ -180,7 +180,7 @@ void Scheduler::take(Event& event)
 {
 	if (event.task == nullptr)
 	{
-		event.call();
+		(*event.call)();
 		return;
 	}
 	Task& task = *event.task;
@@ -200,7 +200,7 @@ void Scheduler::run(Micros moment)
 {
 	while (!m_stopped && !m_events.empty() && m_events.front().at <= moment)
 	{
-		std::ranges::pop_heap(m_events, std::ranges::greater(), &Event::place);
+		std::pop_heap(m_events.begin(), m_events.end(), IsLater());
 		Event event = std::move(m_events.back());
 		m_events.pop_back();
 		m_now = event.at;

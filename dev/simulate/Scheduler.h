@@ -104,9 +104,15 @@ private:
 		std::uint64_t order = 0;
 		Task* task = nullptr;
 		std::uint32_t turn = 0;
-		std::function<void()> call;
+		std::unique_ptr<std::function<void()>> call; ///< small to move: the heap moves a lot
+	};
 
-		std::pair<Micros, std::uint64_t> place() const { return {at, order}; }
+	struct IsLater
+	{
+		bool operator()(const Event& one, const Event& other) const
+		{
+			return one.at != other.at ? one.at > other.at : one.order > other.order;
+		}
 	};
 
 	void push(Event event);
