@@ -1,6 +1,7 @@
 #include "Hosts.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -132,6 +133,21 @@ Result Host::keeper(const std::vector<std::string>& arguments) const
 	std::vector<std::string> command{"/usr/libexec/velarix-ha/keeper"};
 	command.insert(command.end(), arguments.begin(), arguments.end());
 	return run(command);
+}
+
+testing::AssertionResult Host::waitsForNothing(const std::vector<std::string>& arguments) const
+{
+	std::array best{Clock::duration::max(), Clock::duration::max()};
+	for (int i = 0; i < 20; ++i)
+	{
+		const auto begin = Clock::now();
+		keeper(i % 2 == 0 ? std::vector<std::string>{"help"} : arguments);
+		best.at(i % 2) = std::min(best.at(i % 2), Clock::now() - begin);
+	}
+	const auto [start, took] = best;
+	const auto ms = [](Clock::duration time) { return std::chrono::duration_cast<milliseconds>(time).count(); };
+	return (took < 4 * start + 20ms ? testing::AssertionSuccess() : testing::AssertionFailure())
+	       << ms(took) << " ms, \"help\" " << ms(start) << " ms";
 }
 
 void Host::startProgram(const std::string& program) const

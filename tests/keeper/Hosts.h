@@ -22,14 +22,6 @@ using velarix::keeper::Mac;
 
 inline constexpr const char* kVirtual = "192.0.2.100";
 
-/// What a command may take that finds nothing to do: 10 ms are promised, and a machine under
-/// load or a sanitizer needs more for the start of any program.
-#ifdef KEEPER_INSTRUMENTED
-inline constexpr milliseconds kQuick{250};
-#else
-inline constexpr milliseconds kQuick{25};
-#endif
-
 /// Makes a machine of the namespaces that this process is in: a bridge, files of its own,
 /// and /usr/libexec/velarix-ha/keeper.
 bool makeMachine();
@@ -58,6 +50,9 @@ public:
 	Result run(const std::vector<std::string>& command) const;
 	Result sh(const std::string& script) const { return run({"/bin/sh", "-c", script}); }
 	Result keeper(const std::vector<std::string>& arguments) const;
+	/// @return whether "keeper ARGUMENTS" waits for nothing: at its best it lasts hardly longer than
+	///         "keeper help" in the same moments, on a slow or loaded machine, too
+	testing::AssertionResult waitsForNothing(const std::vector<std::string>& arguments) const;
 	/// Starts a managed program in the background, as the agent's run script does.
 	void startProgram(const std::string& program) const;
 	/// @return a file as this host sees it; empty when there is none

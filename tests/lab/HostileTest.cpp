@@ -135,8 +135,9 @@ protected:
 	void expectToKeepASpooferOut(const std::function<long()>& dropped)
 	{
 		EXPECT_TRUE(partnerIsReceived());
-		const long before = dropped();
 		Attacker spoofer(lab(), {"spoofed-partner", "1-0-0", HostId::b});
+		spoofer.awaitHold(true);
+		const long before = dropped();
 		EXPECT_TRUE(waitFor([&] { return dropped() > before; }, moveLimit, "the spoofer to be dropped"));
 		spoofer.end();
 		EXPECT_EQ(spoofer.tally().connections, 0);

@@ -164,6 +164,8 @@ bool Attacker::ended(Millis limit)
 
 void Attacker::stop()
 {
+	// A signal ends the interpreter itself while it still starts; the first report comes behind that.
+	waitFor([&] { return ended(Millis(0)) || !lastLine().empty(); }, endLimit, "the attacker to report");
 	if (!ended(Millis(0)))
 	{
 		::kill(m_process, SIGTERM);
