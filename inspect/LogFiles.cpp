@@ -2,10 +2,10 @@
 #include <array>
 #include <cerrno>
 #include <ctime>
-#include <regex>
 #include <tuple>
 
 #include "inspect/LogReader.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::inspect
 {
@@ -29,11 +29,11 @@ struct Archive
 /// @param suffix what follows the log's name and a dot: "20261121090705123" (UTC), that with ".0" or ".gz"
 std::optional<Archive> archiveOf(const std::string& suffix)
 {
-	static const std::regex kSuffix(R"((\d{14})(\d{3})(?:\.(\d{1,9}))?(?:\.gz)?)");
+	static const Pattern kSuffix(R"((\d{14})(\d{3})(?:\.(\d{1,9}))?(?:\.gz)?)");
 	constexpr char kStamp[] = "%Y%m%d%H%M%S";
-	std::smatch parts;
+	const Pattern::Groups parts = kSuffix.matched(suffix);
 	std::tm date{};
-	if (!std::regex_match(suffix, parts, kSuffix) || ::strptime(parts[1].str().c_str(), kStamp, &date) == nullptr)
+	if (parts.empty() || ::strptime(parts[1].c_str(), kStamp, &date) == nullptr)
 	{
 		return std::nullopt;
 	}
@@ -47,7 +47,7 @@ std::optional<Archive> archiveOf(const std::string& suffix)
 		return std::nullopt;
 	}
 	return Archive{std::chrono::system_clock::from_time_t(seconds) + std::chrono::milliseconds(std::stoi(parts[2])),
-	               parts[3].matched ? std::stoi(parts[3]) : -1,
+	               parts[3].empty() ? -1 : std::stoi(parts[3]),
 	               {}};
 }
 

@@ -1,13 +1,13 @@
 #include "inspect/Tunnel.h"
 
 #include <algorithm>
-#include <regex>
 #include <sstream>
 #include <utility>
 #include <vector>
 
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::inspect
 {
@@ -17,15 +17,14 @@ namespace
 
 std::string valueOf(const std::string& text, const std::string& key)
 {
-	std::smatch found;
-	const std::regex line("(^|\n)" + key + " *= *([^\\s/:]*)");
-	return std::regex_search(text, found, line) ? found[2].str() : "";
+	const Pattern::Groups found = Pattern("(^|\n)" + key + " *= *([^\\s/:]*)").found(text);
+	return found.empty() ? "" : found[2];
 }
 
 std::string endpointPort(const std::string& text)
 {
-	std::smatch found;
-	return std::regex_search(text, found, std::regex("\nEndpoint *=[^\n:]*:([0-9]+)")) ? found[1].str() : "";
+	const Pattern::Groups found = Pattern("\nEndpoint *=[^\n:]*:([0-9]+)").found(text);
+	return found.empty() ? "" : found[1];
 }
 
 } // namespace

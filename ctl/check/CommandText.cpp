@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <regex>
 #include <set>
 #include <string_view>
 
 #include "inspect/Number.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::ctl
 {
@@ -42,12 +42,12 @@ bool looksForProgram(const std::string& word)
 	return kWords.contains(word);
 }
 
-std::vector<std::string> found(const std::string& text, const std::regex& expression, std::size_t group)
+std::vector<std::string> found(const std::string& text, const inspect::Pattern& pattern, std::size_t group)
 {
 	std::vector<std::string> result;
-	for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at)
+	for (const inspect::Pattern::Groups& groups : pattern.all(text))
 	{
-		result.push_back((*at)[group]);
+		result.push_back(groups.at(group));
 	}
 	return result;
 }
@@ -99,20 +99,20 @@ bool isSystemDirectory(const std::string& path)
 
 CommandText::CommandText(std::string text) : m_text(std::move(text))
 {
-	static const std::regex kRedirection(R"((&>>?|[0-9]*(>>|>&|<&|>|<))\s*[^\s;&|()]*)");
-	static const std::regex kExpansion(R"(\$\{[^}]*\})");
+	static const inspect::Pattern kRedirection(R"((&>>?|[0-9]*(>>|>&|<&|>|<))\s*[^\s;&|()]*)");
+	static const inspect::Pattern kExpansion(R"(\$\{[^}]*\})");
 	const std::string bare = withoutQuotes(m_text.substr(0, kLookedAt), m_hasComment);
-	m_plain = std::regex_replace(std::regex_replace(bare, kExpansion, "$$_"), kRedirection, " ");
+	m_plain = kRedirection.replaced(kExpansion.replaced(bare, "$$_"), " ");
 }
 
 bool CommandText::matches(const char* expression) const
 {
-	return std::regex_search(m_text.substr(0, kLookedAt), std::regex(expression));
+	return !inspect::Pattern(expression).found(m_text.substr(0, kLookedAt)).empty();
 }
 
 std::vector<std::string> CommandText::all(const char* expression) const
 {
-	return found(m_text.substr(0, kLookedAt), std::regex(expression), 1);
+	return found(m_text.substr(0, kLookedAt), inspect::Pattern(expression), 1);
 }
 
 bool CommandText::asksService() const
@@ -123,8 +123,8 @@ bool CommandText::asksService() const
 
 std::vector<std::string> CommandText::programs() const
 {
-	static const std::regex kToken(R"([;&|(){}]+|[^\s;&|(){}]+)");
-	static const std::regex kAssignment("[A-Za-z_][A-Za-z_0-9]*=.*");
+	static const inspect::Pattern kToken(R"([;&|(){}]+|[^\s;&|(){}]+)");
+	static const inspect::Pattern kAssignment("[A-Za-z_][A-Za-z_0-9]*=.*");
 	const std::vector<std::string> tokens = found(m_plain, kToken, 0);
 	std::vector<std::string> result;
 	Names known;
@@ -148,7 +148,7 @@ std::vector<std::string> CommandText::programs() const
 		{
 			known.insert(word); // a function of its own
 		}
-		else if (expected && !opensCommand(word) && !std::regex_match(word, kAssignment))
+		else if (expected && !opensCommand(word) && kAssignment.matched(word).empty())
 		{
 			expected = false;
 			result.push_back(word);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <regex>
 #include <string>
 
 #include <Poco/String.h>
@@ -15,6 +14,7 @@
 #include "inspect/Host.h"
 #include "inspect/HostTunnel.h"
 #include "inspect/InputFile.h"
+#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -56,19 +56,19 @@ std::string wanted(const Findings& findings, const std::string& key)
 /// What init's file defines; rules of the operator's own without these are not judged.
 void values(Findings& findings, const fs::path& file, const std::string& rules)
 {
-	static const std::regex kLine(R"((?:^|\n)[ \t]*define (\w+) = ([^#\n$/]+))");
+	static const inspect::Pattern kLine(R"((?:^|\n)[ \t]*define (\w+) = ([^#\n$/]+))");
 	std::string what;
 	bool blocks = false;
-	for (std::sregex_iterator line(rules.begin(), rules.end(), kLine); line != std::sregex_iterator(); ++line)
+	for (const inspect::Pattern::Groups& line : kLine.all(rules))
 	{
-		const auto define = std::ranges::find(kDefines, line->str(1), &Define::name);
+		const auto define = std::ranges::find(kDefines, line.at(1), &Define::name);
 		const std::string value = define == kDefines.end() ? "" : wanted(findings, define->key);
 		// It may be a set.
-		const Poco::StringTokenizer words(line->str(2), " \t{},");
+		const Poco::StringTokenizer words(line.at(2), " \t{},");
 		if (!value.empty() && !words.has(value))
 		{
 			what += (what.empty() ? "" : ", ") + std::string(define->key) + " is " + value + " and not " +
-			        Poco::trim(line->str(2));
+			        Poco::trim(line.at(2));
 			blocks = blocks || define->blocks;
 		}
 	}

@@ -1,11 +1,11 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
-#include <regex>
 #include <string>
 
 #include <Poco/Exception.h>
 
+#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -43,9 +43,9 @@ void notANumber(Findings& findings, const std::string& name, const KeyInfo& info
 /// The library leaves commas out: they are taken for those between thousands.
 void comma(Findings& findings, const std::string& name)
 {
-	static const std::regex kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
+	static const Pattern kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
 	const std::string text = findings.file.text(name).value_or("");
-	if (text.find(',') != std::string::npos && !std::regex_match(text, kThousands))
+	if (text.find(',') != std::string::npos && kThousands.matched(text).empty())
 	{
 		const std::string read = std::to_string(findings.file.integer(name).value_or(0));
 		findings.error(name, {"comma-in-number", name + " is " + text + ", which is read as " + read,

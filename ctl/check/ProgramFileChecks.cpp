@@ -4,7 +4,6 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -18,6 +17,7 @@
 #include "inspect/Host.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"
+#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -49,21 +49,22 @@ std::string beginning(const fs::path& file)
 ///         what stands behind a separator; empty for none that is plain
 std::vector<std::string> lastWords(const std::string& script, bool& execs)
 {
-	static const std::regex kExec(R"((?:^|[\s;&|])exec\s+([^;&|<>]+))");
-	static const std::regex kPlain(
+	static const Pattern kExec(R"((?:^|[\s;&|])exec\s+([^;&|<>]+))");
+	static const Pattern kPlain(
 	    R"(^\s*((?:/|(?:nohup|setsid|env|nice|ionice|setpriv|runuser|sudo|chroot|java|python3?|perl|node|ruby)\s)[^;&|<>]*))");
 	std::istringstream lines(script);
 	std::string text;
 	for (std::string line; std::getline(lines, line);)
 	{
-		std::smatch match;
 		const std::string shown = line.substr(0, kLineLength);
 		if (shown.find_first_not_of(" \t") == std::string::npos || shown[shown.find_first_not_of(" \t")] == '#')
 		{
 			continue;
 		}
-		execs = std::regex_search(shown, match, kExec);
-		text = execs || std::regex_search(shown, match, kPlain) ? match[1].str() : "";
+		Pattern::Groups command = kExec.found(shown);
+		execs = !command.empty();
+		command = execs ? command : kPlain.found(shown);
+		text = command.empty() ? "" : command[1];
 	}
 	std::istringstream words(text);
 	return {std::istream_iterator<std::string>(words), {}};

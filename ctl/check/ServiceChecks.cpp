@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <array>
-#include <regex>
 #include <sstream>
 #include <string>
 
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::ctl::checks
 {
@@ -40,7 +40,7 @@ void option(Findings& findings, const std::filesystem::path& file, int line, con
             const std::string& value)
 {
 	const auto known = std::ranges::find(kOptions, name, &Option::name);
-	if (known != kOptions.end() && std::regex_match(value, std::regex(known->values)))
+	if (known != kOptions.end() && !Pattern(known->values).matched(value).empty())
 	{
 		return;
 	}
@@ -57,7 +57,7 @@ void option(Findings& findings, const std::filesystem::path& file, int line, con
 
 void service(Findings& findings, const Paths& paths)
 {
-	static const std::regex kAssignment(R"(\s*(?:export\s+)?(VELARIX_\w*)\s*=\s*["']?([^"'\s#]*).*)");
+	static const Pattern kAssignment(R"(\s*(?:export\s+)?(VELARIX_\w*)\s*=\s*["']?([^"'\s#]*).*)");
 	const std::filesystem::path file = paths.below(kDefaults);
 	if (host::fileFacts(file).kind == host::FileKind::missing)
 	{
@@ -70,7 +70,7 @@ void service(Findings& findings, const Paths& paths)
 		for (std::string line; std::getline(lines, line);)
 		{
 			++number;
-			if (std::smatch found; std::regex_match(line, found, kAssignment))
+			if (const Pattern::Groups found = kAssignment.matched(line); !found.empty())
 			{
 				option(findings, file, number, found[1], found[2]);
 			}

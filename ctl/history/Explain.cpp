@@ -6,11 +6,11 @@
 #include <charconv>
 #include <iterator>
 #include <optional>
-#include <regex>
 #include <utility>
 
 #include "ctl/history/KeeperLog.h"
 #include "inspect/LogLine.h"
+#include "inspect/Pattern.h"
 #include "inspect/Printable.h"
 
 namespace velarix::ctl
@@ -169,13 +169,12 @@ constexpr std::size_t kLongestLine = 256;
 /// "DATE TIME  WORD  ...".
 std::vector<Explanation> explainWord(std::string_view message)
 {
-	static const std::regex kForms(R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*)");
+	static const Pattern kForms(R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*)");
 	const std::string line(message.substr(0, std::min(message.find('\n'), kLongestLine)));
-	std::smatch parts;
 	std::vector<Explanation> explanations;
-	if (std::regex_match(line, parts, kForms))
+	if (const Pattern::Groups parts = kForms.matched(line); !parts.empty())
 	{
-		const std::string word = parts[1].matched ? parts[1] : parts[2];
+		const std::string& word = parts[1].empty() ? parts[2] : parts[1];
 		for (const CatalogueRow& row : words())
 		{
 			if (row.text == word)

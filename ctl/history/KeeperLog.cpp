@@ -1,13 +1,13 @@
 #include "ctl/history/KeeperLog.h"
 
 #include <cerrno>
-#include <regex>
 #include <utility>
 
 #include <Poco/DateTime.h>
 #include <Poco/DateTimeParser.h>
 
 #include "ctl/history/OperatorLog.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::ctl
 {
@@ -25,12 +25,11 @@ constexpr int kArchives = 9;
 
 std::optional<KeeperEvent> parseKeeperLine(const std::string& line)
 {
-	static const std::regex kLine(R"((\S+) (ha-[a-z0-9_-]+|velarixctl)\[(\d{1,9})\] ([a-z-]+): (.*))");
-	std::smatch parts;
+	static const inspect::Pattern kLine(R"((\S+) (ha-[a-z0-9_-]+|velarixctl)\[(\d{1,9})\] ([a-z-]+): (.*))");
+	const inspect::Pattern::Groups parts = kLine.matched(line);
 	int zone = 0;
 	Poco::DateTime date;
-	if (!std::regex_match(line, parts, kLine) ||
-	    !Poco::DateTimeParser::tryParse("%Y-%m-%dT%H:%M:%S.%i%z", parts[1], date, zone))
+	if (parts.empty() || !Poco::DateTimeParser::tryParse("%Y-%m-%dT%H:%M:%S.%i%z", parts[1], date, zone))
 	{
 		return std::nullopt;
 	}

@@ -1,11 +1,11 @@
 // What each word of the keeper's log means (keeper/Journal.h).
 
 #include <array>
-#include <regex>
 #include <string>
 
 #include "ctl/history/KeeperLog.h"
 #include "ctl/history/OperatorLog.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::ctl
 {
@@ -95,13 +95,13 @@ constexpr std::array kWords{
 
 std::vector<const CatalogueRow*> explainKeeper(std::string_view message)
 {
-	static const std::regex kLine(R"((ha-[a-z0-9_-]+|velarixctl)(?:\[\d+\]:?)? ([a-z-]+): )");
+	static const inspect::Pattern kLine(R"((ha-[a-z0-9_-]+|velarixctl)(?:\[\d+\]:?)? ([a-z-]+): )");
 	const std::string text(message.substr(0, kLongest));
-	std::smatch parts;
 	const bool named = text.find("ha-") != std::string::npos || text.find(kOperator) != std::string::npos;
-	const bool line = named && std::regex_search(text, parts, kLine);
-	const std::string word = line ? parts[2].str() : text;
-	const std::string program = line ? parts[1].str() : "";
+	const inspect::Pattern::Groups parts = named ? kLine.found(text) : inspect::Pattern::Groups();
+	const bool line = !parts.empty();
+	const std::string word = line ? parts[2] : text;
+	const std::string program = line ? parts[1] : "";
 	const std::string_view label =
 	    program == kAddress || program == kReach || program == kOperator ? std::string_view(program) : kService;
 	std::vector<const CatalogueRow*> rows;

@@ -1,10 +1,10 @@
 #include "ctl/history/Since.h"
 
+#include "inspect/Pattern.h"
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <ctime>
-#include <regex>
 #include <string>
 #include <utility>
 
@@ -20,34 +20,33 @@ using namespace std::chrono_literals;
 
 std::optional<std::chrono::seconds> unitOf(const std::string& word)
 {
-	static const std::array<std::pair<std::regex, std::chrono::seconds>, 5> kUnits{
-	    {{std::regex("s|secs?|seconds?"), 1s},
-	     {std::regex("m|mins?|minutes?"), 1min},
-	     {std::regex("h|hrs?|hours?"), 1h},
-	     {std::regex("d|days?"), 24h},
-	     {std::regex("w|wks?|weeks?"), 24h * 7}}};
+	static const std::array<std::pair<Pattern, std::chrono::seconds>, 5> kUnits{{{Pattern("s|secs?|seconds?"), 1s},
+	                                                                             {Pattern("m|mins?|minutes?"), 1min},
+	                                                                             {Pattern("h|hrs?|hours?"), 1h},
+	                                                                             {Pattern("d|days?"), 24h},
+	                                                                             {Pattern("w|wks?|weeks?"), 24h * 7}}};
 	const auto* const unit =
-	    std::ranges::find_if(kUnits, [&](const auto& one) { return std::regex_match(word, one.first); });
+	    std::ranges::find_if(kUnits, [&](const auto& one) { return !one.first.matched(word).empty(); });
 	return unit == kUnits.end() ? std::nullopt : std::optional(unit->second);
 }
 
 /// "1d12h", "1.5 weeks", "5 minutes ago"
 std::optional<std::chrono::milliseconds> spanOf(std::string text)
 {
-	static const std::regex kPart(R"((\d{1,10})(?:\.(\d{1,3}))? *([a-z]+) *)");
+	static const Pattern kPart(R"(^(\d{1,10})(?:\.(\d{1,3}))? *([a-z]+) *)");
 	constexpr std::int64_t most = 1'000'000'000;
 	constexpr std::chrono::hours longest = 24h * 366 * 200;
 	text.resize(text.size() - (text.ends_with(" ago") ? sizeof(" ago") - 1 : 0));
 	std::chrono::milliseconds span{0};
 	do
 	{
-		std::smatch part;
-		if (!std::regex_search(text, part, kPart, std::regex_constants::match_continuous))
+		const Pattern::Groups part = kPart.found(text);
+		if (part.empty())
 		{
 			return std::nullopt;
 		}
 		const std::int64_t whole = std::stoll(part[1]);
-		const std::int64_t thousandths = std::stoll((part[2].str() + "000").substr(0, 3));
+		const std::int64_t thousandths = std::stoll((part[2] + "000").substr(0, 3));
 		const std::optional<std::chrono::seconds> unit = unitOf(part[3]);
 		if (!unit || whole > most)
 		{
@@ -58,7 +57,7 @@ std::optional<std::chrono::milliseconds> spanOf(std::string text)
 		{
 			return std::nullopt;
 		}
-		text = part.suffix();
+		text.erase(0, part[0].size());
 	} while (!text.empty());
 	return span;
 }

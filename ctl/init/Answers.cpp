@@ -4,13 +4,13 @@
 #include <functional>
 #include <istream>
 #include <ostream>
-#include <regex>
 
 #include <Poco/Net/IPAddress.h>
 #include <Poco/String.h>
 
 #include "inspect/ExitCode.h"
 #include "inspect/Number.h"
+#include "inspect/Pattern.h"
 #include "keeper/Settings.h"
 
 namespace velarix::ctl
@@ -224,8 +224,8 @@ std::vector<std::string> faults(const Answers& answers)
 	}
 	tell("tunnel-a", addressFault(answers.tunnelA));
 	tell("tunnel-b", addressFault(answers.tunnelB));
-	static const std::regex key("([A-Za-z0-9+/]{43}=)?");
-	tell("partner-key", std::regex_match(answers.partnerKey, key) ? "" : "no public key of WireGuard");
+	static const Pattern key("([A-Za-z0-9+/]{43}=)?");
+	tell("partner-key", key.matched(answers.partnerKey).empty() ? "no public key of WireGuard" : "");
 	tell("partner-key", answers.partnerKey.empty() || answers.wireguard ? "" : "without --wireguard");
 	for (const std::string& target : answers.targets)
 	{

@@ -1,9 +1,9 @@
 #include "ctl/init/NodeFiles.h"
 
 #include <map>
-#include <regex>
 
 #include "FirewallTemplate.h"
+#include "inspect/Pattern.h"
 #include "inspect/Tunnel.h"
 
 namespace velarix::ctl
@@ -32,8 +32,8 @@ std::string firewallRules(const Answers& answers, NodeName node)
 	}
 	for (const auto& [name, value] : values)
 	{
-		rules = std::regex_replace(rules, std::regex(std::string("(define ").append(name).append(" = )\\S+")),
-		                           "$01" + value);
+		rules =
+		    inspect::Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$01" + value);
 	}
 	return rules;
 }

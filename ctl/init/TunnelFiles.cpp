@@ -1,13 +1,12 @@
 #include "ctl/init/NodeFiles.h"
 
-#include <regex>
-
 #include <Poco/String.h>
 
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/HostTunnel.h"
 #include "inspect/InputFile.h"
+#include "inspect/Pattern.h"
 #include "inspect/Tunnel.h"
 
 namespace velarix::ctl
@@ -35,8 +34,8 @@ std::string presharedKey(const std::filesystem::path& file)
 		return {};
 	}
 	const std::string text = readInputFile(file);
-	std::smatch found;
-	return std::regex_search(text, found, std::regex("\nPresharedKey *=[^\n]*")) ? found.str().substr(1) + "\n" : "";
+	const Pattern::Groups found = Pattern("\nPresharedKey *=[^\n]*").found(text);
+	return found.empty() ? "" : found[0].substr(1) + "\n";
 }
 
 TunnelKeys tunnelKeys(const std::filesystem::path& directory)

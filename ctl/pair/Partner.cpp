@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <regex>
 #include <sstream>
 
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
+#include "inspect/Pattern.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/SettingsKeys.h"
 
@@ -20,17 +20,16 @@ constexpr char kVariable[] = "VELARIX_PARTNER_SSH";
 
 std::string ofService(const Paths& paths)
 {
-	static const std::regex line(R"(\s*VELARIX_PARTNER_SSH=["']?([^"'\s#]*).*)");
+	static const inspect::Pattern line(R"(\s*VELARIX_PARTNER_SSH=["']?([^"'\s#]*).*)");
 	const std::filesystem::path file = paths.below("/etc/default/velarix-ha");
 	if (host::fileFacts(file).kind == host::FileKind::missing)
 	{
 		return {};
 	}
 	std::istringstream lines(readInputFile(file));
-	std::smatch found;
 	for (std::string text; std::getline(lines, text);)
 	{
-		if (std::regex_match(text, found, line))
+		if (const inspect::Pattern::Groups found = line.matched(text); !found.empty())
 		{
 			return found[1];
 		}

@@ -1,9 +1,9 @@
 #include "lab/campaigns/hostile/Mitigation.h"
 
 #include <array>
-#include <regex>
 #include <vector>
 
+#include "inspect/Pattern.h"
 #include "lab/core/Files.h"
 #include "lab/core/Plan.h"
 
@@ -27,12 +27,12 @@ std::string shippedFile(const char* name)
 
 void replace(std::string& text, const std::string& pattern, const std::string& replacement)
 {
-	const std::regex line(pattern);
-	if (!std::regex_search(text, line))
+	const inspect::Pattern line(pattern);
+	if (line.found(text).empty())
 	{
 		throw LabError("the rules do not have " + pattern);
 	}
-	text = std::regex_replace(text, line, replacement);
+	text = line.replaced(text, replacement);
 }
 
 struct Value
@@ -158,16 +158,16 @@ void applyMitigation(Lab& lab, Mitigation mitigation)
 long droppedByFirewall(Lab& lab, HostId node)
 {
 	const CommandResult shown = lab.run(node, {"nft", "list", "ruleset"});
-	static const std::regex counter("counter packets (\\d+)");
+	static const inspect::Pattern counter("counter packets (\\d+)");
 	long dropped = 0;
-	auto found = std::sregex_iterator(shown.output.begin(), shown.output.end(), counter);
-	if (!shown.ok() || found == std::sregex_iterator())
+	const auto found = counter.all(shown.output);
+	if (!shown.ok() || found.empty())
 	{
 		throw LabError("the firewall of " + nodeText(node) + " has no counter: " + shown.output);
 	}
-	for (; found != std::sregex_iterator(); ++found)
+	for (const inspect::Pattern::Groups& groups : found)
 	{
-		dropped += std::stol((*found)[1].str());
+		dropped += std::stol(groups[1]);
 	}
 	return dropped;
 }
