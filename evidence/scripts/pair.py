@@ -8,13 +8,19 @@ import time
 import timeline_svg
 from common import ROOT, Unusable
 
-LAB = os.environ.get("VELARIX_LAB", os.path.join(ROOT, "build", "demo", "lab", "velarix-lab"))
+def lab_of(preset):
+    return os.environ.get("VELARIX_LAB", os.path.join(ROOT, "build", preset, "lab", "velarix-lab"))
 
 
-def build():
-    """The agent and the lab, as optimised as installed."""
-    if subprocess.run([os.path.join(ROOT, "scripts", "build"), "demo"]).returncode != 0:
+LAB = lab_of("demo")
+
+
+def build(preset="demo", *targets):
+    """The agent and the lab, as optimised as installed; another preset for more than them."""
+    global LAB
+    if subprocess.run([os.path.join(ROOT, "scripts", "build"), preset, *targets]).returncode != 0:
         raise Unusable("the lab does not build, see above")
+    LAB = lab_of(preset)
 
 
 def outages(changes, begin, end):

@@ -13,6 +13,12 @@ protected:
 
 	/// What ssh does from now on; DIR is the test's directory.
 	void ssh(std::string script) const;
+	/// What the partner's own status says of a failover to it.
+	void partnerSays(const std::string& failover, const std::string& node = "192.0.2.2") const
+	{
+		ssh("printf '%s\\n' '{\"node\":\"" + node +
+		    "\",\"partner\":{\"address\":\"192.0.2.1\"},\"fail_over\":" + failover + "}'\nexit 1\n");
+	}
 
 	/// Master for 190 seconds, with address and program, and a slave as partner;
 	/// its last line is 0.3 seconds old.

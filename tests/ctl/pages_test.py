@@ -97,7 +97,7 @@ class Manual(unittest.TestCase):
         self.assertEqual(self.terms("EXIT STATUS"), statuses)
 
     def test_leaves_the_formatter_nothing_to_warn_about(self):
-        for page in ("velarixctl.1", "velarixha.8", "velarix.ini.5"):
+        for page in ("keeper.8", "velarixctl.1", "velarixha.8", "velarix.ini.5"):
             for width in ("78n", "120n"):
                 command = ["groff", "-man", "-ww", "-Wbreak", "-z", "-Tutf8", f"-rLL={width}", str(MANUALS / page)]
                 self.assertEqual(output_of(command), "", command)

@@ -102,7 +102,7 @@ class ServiceScript(ServiceCase):
         self.assertIn(f"runs (pid {agent.pid})", status.text)
         self.assertIn(f"its pid file {PID_FILE} is missing or empty", status.text)
         self.assertEqual(service("stop").status, 0)
-        self.assertEqual(agent.end(0), 128 + signal.SIGTERM)
+        self.assertEqual(agent.end(5), 128 + signal.SIGTERM)
 
     @unittest.skipUnless(RELEASE, "built without the companion programs")
     def test_the_release_shows_commands_as_text_that_no_terminal_obeys(self):
