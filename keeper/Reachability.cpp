@@ -27,6 +27,9 @@ namespace
 /// A flood is read in pieces of this many datagrams, with a pause behind each.
 constexpr int kDatagramsAtOnce = 64;
 constexpr Millis kFloodPause = 10;
+/// Killed or frozen, it leaves the address for so long and two rounds.
+constexpr Millis kKept = 10'000;
+constexpr Millis kRefresh = 3'000;
 constexpr const char* kPidFile = "/usr/velarix/pid/VelarixHA.pid";
 
 constexpr std::array kWords{"fails", "reaches", "ready"};
@@ -136,7 +139,7 @@ void Reachability::round()
 		ping(i);
 	}
 	openLink();
-	if (m_machine.held && !m_set)
+	if (m_machine.held && (!m_set || now() >= m_refreshAt))
 	{
 		raise();
 	}
@@ -302,7 +305,8 @@ void Reachability::feed(ReachEvent event)
 
 void Reachability::raise()
 {
-	const int error = addAddress(m_address);
+	m_refreshAt = now() + kRefresh;
+	const int error = addAddress(m_address, static_cast<std::uint32_t>((kKept + 2 * m_machine.interval) / 1000));
 	m_set = error == 0;
 	if (!m_set)
 	{

@@ -72,6 +72,7 @@ private:
 	int m_bindError = 0;               ///< as reported
 	std::string m_partner = "unknown"; ///< fails, reaches, ready, silent
 	bool m_asked = false;              ///< and not answered yet
+	Millis m_refreshAt = 0;            ///< before the kernel removes the address
 	Millis m_roundAt = 0;
 	Millis m_readAgainAt = kNever; ///< after a flood of datagrams
 	Fields m_published;

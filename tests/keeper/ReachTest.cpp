@@ -134,6 +134,18 @@ TEST_F(ReachTest, RemovedByHandItComesBackAndAKilledWorkerTakesItAlong)
 	    m_a, [&] { return m_a.processes(kReach).empty() && !isThere(m_a); }, "the end"));
 }
 
+TEST_F(ReachTest, FrozenItLosesTheAddressByItselfAndOtherwiseKeepsIt)
+{
+	startBoth();
+	m_b.sh("kill -STOP " + m_b.state(kReach, "pid"));
+	EXPECT_TRUE(comes(
+	    m_b, [&] { return !isThere(m_b); }, "the end of the address"));
+	// It was set before the other one's.
+	EXPECT_FALSE(has(m_a.events(), " removed: "));
+	m_b.sh("kill -CONT " + m_b.state(kReach, "pid"));
+	EXPECT_TRUE(reaches(m_b, "reachable", true));
+}
+
 TEST_F(ReachTest, NewSettingsEndItForItsUnitToStartAndWrongOnesDoNot)
 {
 	start(m_a);
