@@ -63,8 +63,7 @@ std::array<std::filesystem::file_time_type, 2> settingsTimes()
 	        std::filesystem::last_write_time(kKeyFile, ignored)};
 }
 
-} // namespace
-
+/// @return the reachability address as that of an interface
 AddressSettings reachAddress(const ReachSettings& settings)
 {
 	AddressSettings address;
@@ -73,6 +72,8 @@ AddressSettings reachAddress(const ReachSettings& settings)
 	address.interface = "lo";
 	return address;
 }
+
+} // namespace
 
 Reachability::Reachability(const ReachSettings& settings)
     : m_files(settingsTimes()), m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
@@ -87,7 +88,7 @@ Reachability::Reachability(const ReachSettings& settings)
 int Reachability::run()
 {
 	keepCapabilities({CAP_NET_ADMIN, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
-	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : feed(ReachEvent::stop); });
+	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : end(); });
 	m_loop.watch(m_bell.descriptor(),
 	             [this]
 	             {
@@ -99,8 +100,8 @@ int Reachability::run()
 			             raise();
 		             }
 	             });
-	// Left by somebody; whether it may be there is only asked now.
-	removeAddress(m_address);
+	// Left by one that was killed; whether it may be there is asked now.
+	m_machine.held = look(m_address).value_or(Sight()).present;
 	m_journal.event("started", m_address.text + " as long as " + std::to_string(m_settings.needed) + " of " +
 	                               std::to_string(m_targets.size()) + " targets answer");
 	m_roundAt = now();
@@ -109,6 +110,17 @@ int Reachability::run()
 		turn();
 	}
 	return m_changed ? EX_TEMPFAIL : EX_OK;
+}
+
+void Reachability::end()
+{
+	if (holderOf(kReachProgram, Part::guard) == 0)
+	{
+		m_journal.event("killed", "its guard; " + m_address.text + " is left to the next one");
+		m_machine.state = ReachState::stopped;
+		return;
+	}
+	feed(ReachEvent::stop);
 }
 
 void Reachability::turn()
