@@ -88,7 +88,7 @@ Reachability::Reachability(const ReachSettings& settings)
 int Reachability::run()
 {
 	keepCapabilities({CAP_NET_ADMIN, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
-	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : end(); });
+	m_loop.watchSignals([this, guard = ::getppid()](int signal) { signal == SIGCHLD ? void() : end(guard); });
 	m_loop.watch(m_bell.descriptor(),
 	             [this]
 	             {
@@ -112,9 +112,9 @@ int Reachability::run()
 	return m_changed ? EX_TEMPFAIL : EX_OK;
 }
 
-void Reachability::end()
+void Reachability::end(pid_t guard)
 {
-	if (holderOf(kReachProgram, Part::guard) == 0)
+	if (::getppid() != guard)
 	{
 		m_journal.event("killed", "its guard; " + m_address.text + " is left to the next one");
 		m_machine.state = ReachState::stopped;

@@ -38,7 +38,7 @@ private:
 	};
 
 	void turn();
-	void end();
+	void end(pid_t guard);
 	void round();
 	void ping(std::size_t index);
 	void readPing(std::size_t index);
