@@ -9,16 +9,11 @@ from arguments import Place
 from machine import wait_for
 
 KEEPER_INI = "/usr/velarix/bin/ini/keeper.ini"
-STATE = "/run/velarix-ha/ha-reach.state"
 INIT = ("velarixctl init --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
         f"--target 198.51.100.1 --virtual-ip {node.ADDRESS} --waiting-time 0 --service web={node.PROGRAM_PATH}")
 # No target may be an own address.
-ROUTER = """
-set -e
-ip netns add router
-ip link set wire1 netns router
-nsenter --net=/run/netns/router sh -ec 'ip link set wire1 up; ip addr add 198.51.100.1/24 dev wire1'
-"""
+ROUTER = ("ip netns add router && ip link set wire1 netns router && nsenter --net=/run/netns/router "
+          "sh -ec 'ip link set wire1 up; ip addr add 198.51.100.1/24 dev wire1'")
 
 
 class ReachTest(unittest.TestCase):
@@ -28,15 +23,12 @@ class ReachTest(unittest.TestCase):
         self.addCleanup(self.machine.power_off)
         self.machine.install(Place.deb)
         self.machine.equip()
-        self.machine.run(f"rm {node.SETTINGS_PATH}")
-        self.machine.run(ROUTER)
-        self.machine.run(INIT)
-        self.machine.run(command)
+        self.machine.run(f"rm {node.SETTINGS_PATH} && {ROUTER} && {INIT} && {command}")
         self.machine.wait_until_serving()
 
     def processes(self):
         """The pids of guard and worker; empty while there are not both."""
-        found = self.machine.run(f"pgrep -x ha-reach && pgrep -x keeper -P $(pgrep -x ha-reach) && sed -n s/^pid=//p {STATE}",
+        found = self.machine.run("pgrep -x ha-reach && pgrep -x keeper -P $(pgrep -x ha-reach) && sed -n s/^pid=//p /run/velarix-ha/ha-reach.state",
                                  check=False).out.split()
         return found[:2] if len(found) == 3 and found[1] == found[2] else []
 
@@ -47,7 +39,8 @@ class ReachTest(unittest.TestCase):
         """All at once: stopped, neither sees the other one's end."""
         self.machine.run(f"kill -STOP {' '.join(pids)}; kill -KILL {' '.join(pids)}", check=False)
 
-    def kill_in_all_ways(self):
+    def kill_in_all_ways(self, init, command):
+        self.start(init, command)
         agent = self.machine.agent()
         for killed in (slice(0, 1), slice(1, 2), slice(0, 2)):
             with self.subTest(killed):
@@ -66,12 +59,10 @@ class ReachTest(unittest.TestCase):
         self.assertEqual(self.processes(), [])
 
     def test_by_its_unit(self):
-        self.start("systemd", "systemctl start velarix-ha")
-        self.kill_in_all_ways()
+        self.kill_in_all_ways("systemd", "systemctl start velarix-ha")
 
     def test_by_the_service_script(self):
-        self.start("none", "/etc/init.d/velarix-ha start")
-        self.kill_in_all_ways()
+        self.kill_in_all_ways("none", "/etc/init.d/velarix-ha start")
 
 
 if __name__ == "__main__":
