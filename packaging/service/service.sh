@@ -239,9 +239,9 @@ link_programs() {
 # By its unit where there is systemd. Goes on when the agent stops, and is not started twice.
 start_reach() {
 	if [ ! -d /run/systemd/system ] && grep -qs '^[[:space:]]*[[][[:space:]]*reachability[[:space:]]*[]]' "$keeper_settings"; then
-		# 75: its settings have changed.
+		# As the unit does, but for 0 (asked to end, or there is one already) and 127 (removed).
 		# shellcheck disable=SC2016
-		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; [ $? = 75 ]; do :; done' "$keeper" </dev/null >/dev/null 2>>"$console" &
+		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; case $? in 0 | 78 | 127) false ;; esac; do sleep 0.1; done' "$keeper" </dev/null >/dev/null 2>>"$console" &
 	fi
 }
 
