@@ -24,7 +24,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr char kNoHeartbeat[] = "no heartbeat passes: each node takes the other for dead, and both hold the address";
-constexpr std::chrono::seconds kClockTenths{2};
+constexpr std::chrono::seconds kClockSlack{2};
 
 bool isMissing(const fs::path& path)
 {
@@ -103,6 +103,26 @@ bool isProven(const fs::path& directory, const fs::path& record)
 	}
 }
 
+/// @return what is dated in the future, of the last handshake and the files that the node itself writes: on
+///         one that has just booted the log is the latest; empty for nothing
+std::string datedAhead(const Findings& findings, const fs::path& directory, const Paths& paths)
+{
+	const auto soon = std::chrono::system_clock::now() + kClockSlack;
+	if (const auto now = host::tunnelSession(); now && now->handshake > soon)
+	{
+		return "the last handshake";
+	}
+	const fs::path log = findings.file.text(key::kLogPath).value_or("");
+	for (const fs::path& path : {paths.belowIfAny(log), paths.belowIfAny(kTunnelProven), directory / kTunnelKey})
+	{
+		if (host::changedAt(path) > soon)
+		{
+			return "the last change of " + path.string();
+		}
+	}
+	return {};
+}
+
 void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& file, const Paths& paths)
 {
 	if (!host::interface(kTunnelInterface).present)
@@ -113,11 +133,10 @@ void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 		              "has no WireGuard"});
 		return;
 	}
-	const std::optional<host::TunnelSession> now = host::tunnelSession();
-	if (now && now->handshake && *now->handshake > std::chrono::system_clock::now() + kClockTenths)
+	if (const std::string what = datedAhead(findings, file.parent_path(), paths); !what.empty())
 	{
 		findings.add(Severity::warning, file, 0,
-		             {"tunnel-clock", "the last handshake is in the future: the clock went back",
+		             {"tunnel-clock", what + " is in the future: the clock went back",
 		              "after its restart this node's handshakes are refused as old until the partner begins one",
 		              "set the clock"});
 	}

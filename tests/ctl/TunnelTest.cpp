@@ -85,6 +85,13 @@ void prove(const fs::path& directory, const std::string& before)
 	std::ofstream(record) << readFile(directory / "tunnel.pub") << before << readFile(directory / "partner.pub");
 }
 
+/// Just now, with a file that was changed so long from now.
+void booted(const fs::path& file, std::chrono::seconds ahead)
+{
+	fakeHost().tunnel->handshake.reset();
+	fakeMachine().changed[file.lexically_normal().string()] = std::chrono::system_clock::now() + ahead;
+}
+
 void replaceRule(const std::string& part)
 {
 	std::string& rules = fakeHost().tunnelRules;
@@ -108,6 +115,9 @@ const Row kRows[] = {
     {"RulesNotOfTheTunnel",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("iifname \"wg-ha\" ip saddr"); }},
     {"UserMayNotAsk",        {},                                                   [](const fs::path&) { fakeHost().tunnelRules = ""; fakeHost().user = 1000; }},
     {"ClockWentBack",        {"warning tunnel-clock tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnel->handshake = std::chrono::system_clock::now() + 60s; }},
+    {"ClockBackAtBoot",      {"warning tunnel-clock tunnel.conf"},                 [](const fs::path& in) { booted(in / "../../log/velarix.log", 60s); }},
+    {"ClockBackNoLog",       {"warning tunnel-clock tunnel.conf"},                 [](const fs::path& in) { booted(in / "tunnel.key", 60s); }},
+    {"ClockRightAtBoot",     {},                                                   [](const fs::path& in) { booted(in / "tunnel.key", -60s); }},
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
     {"CableAloneButProven",  {"warning tunnel-down tunnel.conf"},                  [](const fs::path& in) { prove(in, ""); }},
     {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},
