@@ -82,7 +82,7 @@ void outside(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 	                   kCommunicationInterface))
 	{
 		findings.add(Severity::warning, file, 0,
-		             {"tunnel-rules", "the tunnel's packet filter is not loaded, or takes packets of others",
+		             {"tunnel-rules", "the tunnel's packet filter is not loaded, or passes packets of others",
 		              "the tunnel protects nothing: packets to its addresses come in by any interface, and a relay "
 		              "can move its endpoint",
 		              "systemctl restart velarix-ha-firewall"});

@@ -89,4 +89,17 @@ TEST_F(Tunnel, PacketsBesideItDoNotReachTheAgent)
 	                    "a connection without the rules"));
 }
 
+TEST_F(Tunnel, UsersOfANodeDoNotReachThePartnersAgent)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	const std::string connect = std::string("timeout 5 bash -c 'exec 3<>/dev/tcp/") + plan::tunnelAddressOf(HostId::a) +
+	                            "/" + std::to_string(plan::heartbeatPort) + "'";
+	const std::string asUser = "setpriv --reuid 65534 --regid 65534 --clear-groups ";
+	EXPECT_TRUE(shell(HostId::b, connect).ok());
+	EXPECT_FALSE(shell(HostId::b, asUser + connect).ok());
+	ASSERT_TRUE(shell(HostId::b, "nft flush chain inet velarix_tunnel output").ok());
+	EXPECT_TRUE(shell(HostId::b, asUser + connect).ok());
+	EXPECT_NE(ctl(HostId::b, {"check"}).output.find("[tunnel-rules]"), std::string::npos);
+}
+
 } // namespace velarix::lab
