@@ -102,4 +102,22 @@ TEST_F(Tunnel, UsersOfANodeDoNotReachThePartnersAgent)
 	EXPECT_NE(ctl(HostId::b, {"check"}).output.find("[tunnel-rules]"), std::string::npos);
 }
 
+TEST_F(Tunnel, AnOldSessionIsRenewedAgainAndAgain)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	const auto handshake = [this]
+	{ return shell(HostId::b, std::string("wg show ") + plan::tunnelInterface + " latest-handshakes").output; };
+	ASSERT_TRUE(shell(HostId::b, std::string("VELARIX_TUNNEL_STALE=5 ") + plan::tunnelProgram +
+	                                 " refresh </dev/null >/dev/null 2>&1 &")
+	                .ok());
+	// WireGuard renews a session every two minutes: one of these may be its own.
+	for (const char* which : {"first", "second"})
+	{
+		const std::string before = handshake();
+		ASSERT_TRUE(
+		    waitFor([&] { return handshake() != before; }, moveLimit, std::string("the ") + which + " handshake"));
+	}
+	EXPECT_TRUE(waitUntilReady());
+}
+
 } // namespace velarix::lab
