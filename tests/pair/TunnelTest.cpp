@@ -120,4 +120,23 @@ TEST_F(Tunnel, AnOldSessionIsRenewedAgainAndAgain)
 	EXPECT_TRUE(waitUntilReady());
 }
 
+TEST_F(Tunnel, ANodeWithoutThePartnersKeyHasNoneAndIsReportedOnBoth)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	lab().killAgent(HostId::b);
+	ASSERT_TRUE(
+	    shell(HostId::b, std::string("rm ") + plan::partnerKey + "; ip link delete " + plan::tunnelInterface).ok());
+	const CommandResult start = shell(HostId::b, std::string(plan::tunnelProgram) + " start");
+	EXPECT_NE(start.output.find("copy tunnel.pub of the other node there"), std::string::npos) << start.output;
+
+	EXPECT_TRUE(waitForStatus(HostId::a, "the tunnel to be down",
+	                          [this](const auto& status) { return hasProblem(status, "tunnel-down"); }));
+	const CommandResult check = ctl(HostId::b, {"check"});
+	EXPECT_EQ(check.status, 78) << check.output;
+	for (const char* finding : {"[tunnel-key-missing]", "[tunnel-missing]"})
+	{
+		EXPECT_NE(check.output.find(finding), std::string::npos) << check.output;
+	}
+}
+
 } // namespace velarix::lab
