@@ -105,10 +105,11 @@ bool isProven(const fs::path& directory, const fs::path& record)
 
 /// @return what is dated in the future, of the last handshake and the files that the node itself writes: on
 ///         one that has just booted the log is the latest; empty for nothing
-std::string datedAhead(const Findings& findings, const fs::path& directory, const Paths& paths)
+std::string datedAhead(const Findings& findings, const std::optional<host::TunnelSession>& now,
+                       const fs::path& directory, const Paths& paths)
 {
 	const auto soon = std::chrono::system_clock::now() + kClockSlack;
-	if (const auto now = host::tunnelSession(); now && now->handshake > soon)
+	if (now && now->handshake > soon)
 	{
 		return "the last handshake";
 	}
@@ -123,6 +124,25 @@ std::string datedAhead(const Findings& findings, const fs::path& directory, cons
 	return {};
 }
 
+void handshake(Findings& findings, const TunnelSettings& tunnel, const fs::path& file, const Paths& paths)
+{
+	const std::optional<host::TunnelSession> now = host::tunnelSession();
+	if (const std::string what = datedAhead(findings, now, file.parent_path(), paths); !what.empty())
+	{
+		findings.add(Severity::warning, file, 0,
+		             {"tunnel-clock", what + " is in the future: the clock went back",
+		              "after its restart this node's handshakes are refused as old until the partner begins one",
+		              "set the clock"});
+	}
+	if (now && !tunnel.endpoint.empty() && now->endpoint != tunnel.endpoint + ":" + tunnel.port)
+	{
+		findings.add(Severity::warning, file, 0,
+		             {"tunnel-endpoint-moved", "the tunnel goes to " + now->endpoint + " and not to the Endpoint",
+		              "a relay passes its packets on; when it goes, no heartbeat passes for up to three minutes",
+		              "load the rules, then systemctl reload velarix-tunnel"});
+	}
+}
+
 void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& file, const Paths& paths)
 {
 	if (!host::interface(kTunnelInterface).present)
@@ -133,13 +153,7 @@ void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 		              "has no WireGuard"});
 		return;
 	}
-	if (const std::string what = datedAhead(findings, file.parent_path(), paths); !what.empty())
-	{
-		findings.add(Severity::warning, file, 0,
-		             {"tunnel-clock", what + " is in the future: the clock went back",
-		              "after its restart this node's handshakes are refused as old until the partner begins one",
-		              "set the clock"});
-	}
+	handshake(findings, tunnel, file, paths);
 	if (host::answersPing(tunnel.endpoint, 3).value_or(false) && !host::answersPing(tunnel.partner, 3).value_or(true))
 	{
 		// Anybody on the wire can answer at the endpoint: that must not keep a survivor from starting.

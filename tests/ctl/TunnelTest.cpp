@@ -124,6 +124,7 @@ const Row kRows[] = {
     {"ClockBackAtBoot",      {"warning tunnel-clock tunnel.conf"},                 [](const fs::path& in) { booted(in / "../../log/velarix.log", 60s); }},
     {"ClockBackNoLog",       {"warning tunnel-clock tunnel.conf"},                 [](const fs::path& in) { booted(in / "tunnel.key", 60s); }},
     {"ClockRightAtBoot",     {},                                                   [](const fs::path& in) { booted(in / "tunnel.key", -60s); }},
+    {"EndpointMoved",        {"warning tunnel-endpoint-moved tunnel.conf"},        [](const fs::path&) { fakeHost().tunnel->endpoint = "192.0.2.66:51871"; }},
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
     {"CableAloneButProven",  {"warning tunnel-down tunnel.conf"},                  [](const fs::path& in) { prove(in, ""); }},
     {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},

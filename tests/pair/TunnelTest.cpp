@@ -44,6 +44,7 @@ TEST_F(Tunnel, NeitherItsRestartNorANewKeyEndsAnAgentOrMovesTheService)
 	EXPECT_EQ(lab().node(HostId::a).agent().value().pid, agentA);
 	EXPECT_EQ(lab().node(HostId::b).agent().value().pid, agentB);
 	EXPECT_FALSE(status(HostId::a)["tunnel"]["down"].get<bool>());
+	EXPECT_EQ(ctl(HostId::a, {"check"}).output.find("[tunnel"), std::string::npos);
 	EXPECT_GT(status(HostId::a)["tunnel"]["received_bytes"].get<long>(), 0);
 }
 
@@ -137,6 +138,12 @@ TEST_F(Tunnel, ANodeWithoutThePartnersKeyHasNoneAndIsReportedOnBoth)
 	{
 		EXPECT_NE(check.output.find(finding), std::string::npos) << check.output;
 	}
+
+	// As a relay leaves it. Nothing of b's moves it back.
+	ASSERT_TRUE(shell(HostId::a, std::string("wg set wg-ha peer $(wg show wg-ha peers) endpoint ") +
+	                                 plan::addressOf(HostId::gateway, Network::communication) + ":51871")
+	                .ok());
+	EXPECT_NE(ctl(HostId::a, {"check"}).output.find("[tunnel-endpoint-moved]"), std::string::npos);
 }
 
 } // namespace velarix::lab
