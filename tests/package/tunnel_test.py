@@ -60,7 +60,7 @@ WantedBy=multi-user.target
 
 class TunnelTest(unittest.TestCase):
     def setUp(self):
-        self.machine = node.Node(Place.directory, "tunnel", Place.base, init="systemd")
+        self.machine = node.Node(Place.directory, self._testMethodName, Place.base, init="systemd")
         self.machine.power_on()
         self.addCleanup(self.machine.power_off)
         self.machine.install(Place.deb)
