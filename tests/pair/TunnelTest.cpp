@@ -106,7 +106,7 @@ TEST_F(Tunnel, UsersOfANodeDoNotReachThePartnersAgent)
 TEST_F(Tunnel, AnOldSessionIsRenewedAgainAndAgain)
 {
 	PAIR_OR_RETURN(startReadyPair(withTunnel()));
-	const auto handshake = [this]
+	const auto lastHandshake = [this]
 	{ return shell(HostId::b, std::string("wg show ") + plan::tunnelInterface + " latest-handshakes").output; };
 	ASSERT_TRUE(shell(HostId::b, std::string("VELARIX_TUNNEL_STALE=5 ") + plan::tunnelProgram +
 	                                 " refresh </dev/null >/dev/null 2>&1 &")
@@ -114,9 +114,9 @@ TEST_F(Tunnel, AnOldSessionIsRenewedAgainAndAgain)
 	// WireGuard renews a session every two minutes: one of these may be its own.
 	for (const char* which : {"first", "second"})
 	{
-		const std::string before = handshake();
+		const std::string before = lastHandshake();
 		ASSERT_TRUE(
-		    waitFor([&] { return handshake() != before; }, moveLimit, std::string("the ") + which + " handshake"));
+		    waitFor([&] { return lastHandshake() != before; }, moveLimit, std::string("the ") + which + " handshake"));
 	}
 	EXPECT_TRUE(waitUntilReady());
 }
