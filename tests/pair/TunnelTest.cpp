@@ -44,6 +44,7 @@ TEST_F(Tunnel, NeitherItsRestartNorANewKeyEndsAnAgentOrMovesTheService)
 	EXPECT_EQ(lab().node(HostId::a).agent().value().pid, agentA);
 	EXPECT_EQ(lab().node(HostId::b).agent().value().pid, agentB);
 	EXPECT_FALSE(status(HostId::a)["tunnel"]["down"].get<bool>());
+	EXPECT_EQ(ctl(HostId::a, {"check"}).output.find("[tunnel"), std::string::npos);
 	EXPECT_GT(status(HostId::a)["tunnel"]["received_bytes"].get<long>(), 0);
 }
 
@@ -87,6 +88,62 @@ TEST_F(Tunnel, PacketsBesideItDoNotReachTheAgent)
 	bool connected = false;
 	EXPECT_TRUE(waitFor([&] { return connected = shell(HostId::gateway, connect).ok(); }, moveLimit,
 	                    "a connection without the rules"));
+}
+
+TEST_F(Tunnel, UsersOfANodeDoNotReachThePartnersAgent)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	const std::string connect = std::string("timeout 5 bash -c 'exec 3<>/dev/tcp/") + plan::tunnelAddressOf(HostId::a) +
+	                            "/" + std::to_string(plan::heartbeatPort) + "'";
+	const std::string asUser = "setpriv --reuid 65534 --regid 65534 --clear-groups ";
+	EXPECT_TRUE(shell(HostId::b, connect).ok());
+	EXPECT_FALSE(shell(HostId::b, asUser + connect).ok());
+	ASSERT_TRUE(shell(HostId::b, "nft flush chain inet velarix_tunnel output").ok());
+	EXPECT_TRUE(shell(HostId::b, asUser + connect).ok());
+	EXPECT_NE(ctl(HostId::b, {"check"}).output.find("[tunnel-rules]"), std::string::npos);
+}
+
+TEST_F(Tunnel, AnOldSessionIsRenewedAgainAndAgain)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	const auto lastHandshake = [this]
+	{ return shell(HostId::b, std::string("wg show ") + plan::tunnelInterface + " latest-handshakes").output; };
+	ASSERT_TRUE(shell(HostId::b, std::string("VELARIX_TUNNEL_STALE=5 ") + plan::tunnelProgram +
+	                                 " refresh </dev/null >/dev/null 2>&1 &")
+	                .ok());
+	// WireGuard renews a session every two minutes: one of these may be its own.
+	for (const char* which : {"first", "second"})
+	{
+		const std::string before = lastHandshake();
+		ASSERT_TRUE(
+		    waitFor([&] { return lastHandshake() != before; }, moveLimit, std::string("the ") + which + " handshake"));
+	}
+	EXPECT_TRUE(waitUntilReady());
+}
+
+TEST_F(Tunnel, ANodeWithoutThePartnersKeyHasNoneAndIsReportedOnBoth)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	lab().killAgent(HostId::b);
+	ASSERT_TRUE(
+	    shell(HostId::b, std::string("rm ") + plan::partnerKey + "; ip link delete " + plan::tunnelInterface).ok());
+	const CommandResult start = shell(HostId::b, std::string(plan::tunnelProgram) + " start");
+	EXPECT_NE(start.output.find("copy tunnel.pub of the other node there"), std::string::npos) << start.output;
+
+	EXPECT_TRUE(waitForStatus(HostId::a, "the tunnel to be down",
+	                          [this](const auto& status) { return hasProblem(status, "tunnel-down"); }));
+	const CommandResult check = ctl(HostId::b, {"check"});
+	EXPECT_EQ(check.status, 78) << check.output;
+	for (const char* finding : {"[tunnel-key-missing]", "[tunnel-missing]"})
+	{
+		EXPECT_NE(check.output.find(finding), std::string::npos) << check.output;
+	}
+
+	// As a relay leaves it. Nothing of b's moves it back.
+	ASSERT_TRUE(shell(HostId::a, std::string("wg set wg-ha peer $(wg show wg-ha peers) endpoint ") +
+	                                 plan::addressOf(HostId::gateway, Network::communication) + ":51871")
+	                .ok());
+	EXPECT_NE(ctl(HostId::a, {"check"}).output.find("[tunnel-endpoint-moved]"), std::string::npos);
 }
 
 } // namespace velarix::lab
