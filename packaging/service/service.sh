@@ -146,9 +146,14 @@ at_boot() {
 	[ "$uptime" -lt 300 ]
 }
 
-# Or hopeless: what is wrong with the settings themselves stays wrong.
+# Or hopeless: what is wrong with the settings themselves stays wrong. A tunnel that is down and
+# has worked may be waited for; it is no reason not to start, since anybody on eth1 answers beside it.
 accepted() {
-	velarixctl check "$settings" >/dev/null 2>&1 || ! velarixctl check --files-only "$settings" >/dev/null 2>&1
+	if found=$(velarixctl check "$settings" 2>&1); then
+		case $found in *'[tunnel-down]'*) return 1 ;; esac
+	else
+		! velarixctl check --files-only "$settings" >/dev/null 2>&1
+	fi
 }
 
 # Prints LOG.PATH as the agent reads it: names in any case, the last one counts. Prints
