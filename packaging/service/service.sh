@@ -151,8 +151,8 @@ at_boot() {
 accepted() {
 	if found=$(velarixctl check "$settings" 2>&1); then
 		case $found in *'[tunnel-down]'*) return 1 ;; esac
-	else
-		! velarixctl check --files-only "$settings" >/dev/null 2>&1
+	elif velarixctl check --files-only "$settings" >/dev/null 2>&1; then
+		return 1
 	fi
 }
 
