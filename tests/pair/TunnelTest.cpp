@@ -19,6 +19,57 @@ protected:
 	{
 		return std::ranges::any_of(status["problems"], [&](const auto& problem) { return problem["id"] == id; });
 	}
+
+	/// @return when the last handshake was, by the clock of that node's tunnel; 0 when there was none
+	std::time_t handshake(HostId node)
+	{
+		return std::stol(
+		    shell(node, std::string("wg show ") + plan::tunnelInterface + " latest-handshakes | cut -f 2").output);
+	}
+
+	/// The new one begins a handshake. A second start: the first finds the old interface going away.
+	bool restartTunnel(HostId node, const std::string& meanwhile = "")
+	{
+		const std::string start = std::string(plan::tunnelProgram) + " start";
+		return shell(node,
+		             std::string("ip link delete ") + plan::tunnelInterface + "; " + meanwhile + start + " || " + start)
+		    .ok();
+	}
+
+	/// From its next start on the tunnel of that node, with all that it runs, has a clock an hour behind.
+	bool setTunnelAnHourBehind(HostId id)
+	{
+		Node& node = lab().node(id);
+		node.setClock(-std::chrono::hours(1));
+		const std::vector<std::string> clock = node.clockWords();
+		return shell(id, "sed -i '2i export LAB_CLOCK_CHILDREN=1 " + clock.at(1) + " " + clock.at(2) + "' " +
+		                     plan::tunnelProgram)
+		    .ok();
+	}
+
+	/// Its host comes back within a second. The partner remembers a handshake that this node began.
+	void rebootInThePast(HostId id)
+	{
+		const HostId partner = otherNode(id);
+		ASSERT_TRUE(restartTunnel(id) && waitUntilReady() && setTunnelAnHourBehind(id));
+		const Millis before = lab().clock().now();
+		const std::time_t down = std::time(nullptr);
+		lab().powerOff(id);
+		lab().powerOn(id, false);
+		// As the service does at boot.
+		const auto tunnelWorks = [&]
+		{ return ctl(id, {"check"}, moveLimit).output.find("[tunnel-down]") == std::string::npos; };
+		ASSERT_TRUE(waitFor(tunnelWorks, moveLimit, "the tunnel"));
+		// Its own handshakes, from the first second on, are refused; the partner begins one when it
+		// has heard nothing for 15 s.
+		EXPECT_GE(handshake(partner), down + 10);
+		EXPECT_NEAR(static_cast<double>(handshake(id)), static_cast<double>(handshake(partner) - 3600), 60.0);
+		lab().startAgent(id);
+		EXPECT_TRUE(lab().waitForService(partner, moveLimit));
+		EXPECT_TRUE(waitUntilReady());
+		EXPECT_EQ(lab().role(id), "slave");
+		EXPECT_EQ(heldBy("a+b", before), Millis(0)) << lab().stateText();
+	}
 };
 
 TEST_F(Tunnel, NeitherItsRestartNorANewKeyEndsAnAgentOrMovesTheService)
@@ -29,10 +80,8 @@ TEST_F(Tunnel, NeitherItsRestartNorANewKeyEndsAnAgentOrMovesTheService)
 	const Millis before = lab().clock().now();
 
 	// The route that is left keeps heartbeats from leaving in the clear. The refresh starts it too.
-	const std::string start = std::string(plan::tunnelProgram) + " start";
-	ASSERT_TRUE(shell(HostId::b, std::string("ip link delete ") + plan::tunnelInterface + "; if ip route get " +
-	                                 plan::tunnelAddressOf(HostId::a) + "; then exit 1; fi; " + start + " || " + start)
-	                .ok());
+	ASSERT_TRUE(restartTunnel(HostId::b, std::string("if ip route get ") + plan::tunnelAddressOf(HostId::a) +
+	                                         "; then exit 1; fi; "));
 	ASSERT_TRUE(waitUntilReady());
 
 	const std::string key = contentOf(lab().node(HostId::a).file(plan::tunnelKey));
@@ -55,6 +104,18 @@ TEST_F(Tunnel, ItIsStartedAgainWhenItsInterfaceIsGone)
 	EXPECT_TRUE(waitForStatus(HostId::b, "the tunnel to be there again",
 	                          [](const auto& status) { return status["tunnel"]["present"].template get<bool>(); }));
 	EXPECT_TRUE(waitUntilReady());
+}
+
+TEST_F(Tunnel, AStandbyThatBootsInThePastIsHeardWhenItsPartnerBeginsAHandshake)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	rebootInThePast(HostId::b);
+}
+
+TEST_F(Tunnel, AMasterThatBootsInThePastComesBackAsStandby)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	rebootInThePast(HostId::a);
 }
 
 TEST_F(Tunnel, ANodeWithAWrongKeyIsReportedOnBothAndNotStarted)
