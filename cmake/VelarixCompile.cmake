@@ -32,9 +32,11 @@ endif()
 # these in the built programs. The C library's checked functions need an optimising
 # build, and the sanitizers bring their own.
 add_library(velarix_hardened INTERFACE)
+# In every build: precompiled headers and their users have to agree.
+target_compile_options(velarix_hardened INTERFACE -fPIE)
 if(NOT VELARIX_SANITIZE AND NOT VELARIX_FUZZ)
   target_compile_options(velarix_hardened INTERFACE
-    -fPIE -fstack-protector-strong -fstack-clash-protection
+    -fstack-protector-strong -fstack-clash-protection
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
     $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
   target_link_options(velarix_hardened INTERFACE
