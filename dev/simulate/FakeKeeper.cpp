@@ -35,6 +35,8 @@ constexpr int kSignals = 1'000'000'003;
 constexpr int kWatchFile = 1'100'000'000;
 constexpr int kDeathFile = 1'200'000'000;
 
+constexpr const char* kLoopback = "lo"; ///< has the reachability address
+
 /// Uptime at the schedule's start.
 constexpr velarix::keeper::Millis kBooted = 1'000'000;
 
@@ -54,9 +56,20 @@ bool readable(int file)
 	{
 		return self().watches.at(static_cast<std::size_t>(file - kWatchFile));
 	}
-	return file == kArpFile    ? !self().arp.empty()
-	       : file == kBellFile ? self().bell
-	                           : file == kSignals && !selfProcess().signals.empty();
+	switch (file)
+	{
+	case kArpFile:
+		return !self().arp.empty();
+	case kBellFile:
+		return selfProcess().bell;
+	case kSignals:
+		return !selfProcess().signals.empty();
+	case sim::kPartnerFile:
+		return !self().datagrams.empty();
+	default:
+		return file >= sim::kEchoFile &&
+		       self().echoAt.at(static_cast<std::size_t>(file - sim::kEchoFile)) <= world().now();
+	}
 }
 
 } // namespace
@@ -108,7 +121,13 @@ void Loop::wait(Millis deadline)
 	{ return std::ranges::any_of(m_handlers, [](const auto& entry) { return readable(entry.first); }); };
 	const bool slow = self().slow;
 	const sim::Micros late = slow ? world().random.below(20 * kMilli) : world().random.between(20, 200);
-	waitUntil(ready, deadline == kNever ? sim::kNoTime : std::max(deadline - kBooted, Millis(0)) * kMilli + late);
+	sim::Micros end = deadline == kNever ? sim::kNoTime : std::max(deadline - kBooted, Millis(0)) * kMilli + late;
+	for (const sim::Network network : {sim::serviceNetwork, sim::communicationNetwork})
+	{
+		const bool listens = m_handlers.contains(sim::kEchoFile + network);
+		end = listens ? std::min(end, self().echoAt.at(network)) : end;
+	}
+	waitUntil(ready, end);
 }
 
 void Loop::dispatch()
@@ -177,25 +196,29 @@ int NetlinkBell::descriptor() const
 
 void NetlinkBell::quiet() const
 {
-	self().bell = false;
+	selfProcess().bell = false;
 }
 
-std::optional<Sight> look(const AddressSettings& /*settings*/)
+std::optional<Sight> look(const AddressSettings& settings)
 {
 	const sim::Node& node = self();
+	if (settings.interface == kLoopback)
+	{
+		return Sight{1, {}, true, node.reachAddress, false, {}};
+	}
 	const Mac own = sim::macOf(node.id);
 	return Sight{1, own, node.interfaces.at(sim::serviceNetwork).carrier, node.address, node.marker, {own}};
 }
 
-int addAddress(const AddressSettings& /*settings*/)
+int addAddress(const AddressSettings& settings)
 {
-	world().setAddress(self(), true);
+	settings.interface == kLoopback ? void(self().reachAddress = true) : world().setAddress(self(), true);
 	return 0;
 }
 
-int removeAddress(const AddressSettings& /*settings*/)
+int removeAddress(const AddressSettings& settings)
 {
-	world().setAddress(self(), false);
+	settings.interface == kLoopback ? void(self().reachAddress = false) : world().setAddress(self(), false);
 	return 0;
 }
 

@@ -1,7 +1,9 @@
 /// /proc, as the agent counts its programs there.
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <dirent.h>
@@ -32,6 +34,8 @@ extern "C"
 	int __wrap_closedir(DIR* pDirectory);
 	int __real_open64(const char* path, int flags, ...);
 	int __wrap_open64(const char* path, int flags, int mode);
+	int __real_close(int file);
+	int __wrap_close(int file);
 	ssize_t __real_read(int file, void* buffer, std::size_t size);
 	ssize_t __wrap_read(int file, void* buffer, std::size_t size);
 	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t room);
@@ -65,15 +69,21 @@ extern "C"
 
 	int __wrap_open64(const char* path, int flags, int mode)
 	{
-		int pid = 0;
-		if (std::sscanf(path, "/proc/%d/status", &pid) != 1)
+		constexpr std::string_view kProc = "/proc/";
+		if (!std::string_view(path).starts_with(kProc))
 		{
 			return __real_open64(path, flags, mode);
 		}
-		const Process& process = *velarix::simulate::processOf(self(), pid);
+		const Process& process = *velarix::simulate::processOf(self(), std::atoi(path + kProc.size()));
 		const bool named = process.alive && world().now() >= process.visibleAt;
-		g_status = "Name:\t" + (named ? process.name : std::string("sh")) + "\n";
+		g_status = "Name:\t" + (process.hidden ? "keeper" : named ? process.name : std::string("sh")) + "\n";
 		return kStatusFile;
+	}
+
+	/// Descriptors that no kernel has given are above all others.
+	int __wrap_close(int file)
+	{
+		return file >= kStatusFile ? 0 : __real_close(file);
 	}
 
 	ssize_t __wrap_read(int file, void* buffer, std::size_t size)

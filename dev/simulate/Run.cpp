@@ -18,6 +18,8 @@ constexpr Micros kUnaddressed = kSecond;
 constexpr Micros kAgentLooks = 6 * kSecond;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
+/// From a change of the role to the line that tells it.
+constexpr Micros kUntold = kSecond;
 /// A schedule has some twenty thousand.
 constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
@@ -39,6 +41,7 @@ public:
 		const bool rested = m_survivable && m_wellAt != kNoTime && m_world.now() - m_changedAt > bound();
 		m_standing.at(fault) = stands;
 		m_undisturbed = rested && stands && standsAlone(m_schedule.at(fault)) ? owner() : hostNone;
+		m_rolesCount = m_undisturbed == hostNone || knownOf(m_schedule.at(fault)) != Known::owned;
 		m_changedAt = m_world.now();
 		m_wellAt = kNoTime;
 		m_survivable = !m_operators && survivable();
@@ -80,6 +83,9 @@ private:
 			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
 			blame("service-with-address", without > kUnaddressed || orphaned > kAgentLooks,
 			      "a program runs without the address");
+			const bool tells = node.role == nullptr || node.loggedRole == nullptr || *node.role == *node.loggedRole;
+			blame("log", m_untold.at(node.id).holds(!tells && agentRuns(node), m_world.now()) > kUntold,
+			      "an agent's log tells another role than it has");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
 		lookWhetherServed();
@@ -119,8 +125,11 @@ private:
 			const Node& node = m_world.nodes.at(host);
 			return node.on && !node.frozen && node.role != nullptr && *node.role == MODE_MASTER;
 		};
-		return master(owner()) && !master(owner() == hostA ? hostB : hostA) ? "" : "roles do not tell the owner";
+		const bool tells = master(owner()) && !master(owner() == hostA ? hostB : hostA);
+		return tells || !m_rolesCount ? "" : "roles do not tell the owner";
 	}
+
+	Known knownOf(const Fault& fault) const { return fault.kind->known(m_world.profile); }
 
 	bool isPlain() const { return m_world.profile == Profile::plain; }
 
@@ -131,7 +140,9 @@ private:
 
 	bool standsAlone(const Fault& fault) const
 	{
-		return fault.kind->known == Known::standing && fault.node != owner() &&
+		const bool elsewhere = fault.node != owner() || !fault.kind->onNode;
+		const Known known = knownOf(fault);
+		return (known == Known::owned || (known == Known::standing && elsewhere)) &&
 		       std::ranges::count(m_standing, true) == 1;
 	}
 
@@ -190,8 +201,8 @@ private:
 			{
 				continue;
 			}
-			const Known known = fault.kind->known;
-			const bool passing = known == Known::passing || known == Known::standing ||
+			const Known known = knownOf(fault);
+			const bool passing = known == Known::passing || known == Known::standing || known == Known::owned ||
 			                     (known == Known::gateways && fault.node == hostA);
 			if (passing || (spoilt != hostNone && spoilt != where))
 			{
@@ -220,10 +231,12 @@ private:
 	std::array<Since, 2> m_without;
 	std::array<Since, 2> m_orphaned;
 	std::array<Since, 2> m_left;
+	std::array<Since, 2> m_untold;
 	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;
+	bool m_rolesCount = true;
 	bool m_operators = false;
 	int m_events = 0;
 };

@@ -26,16 +26,6 @@ World& world()
 	return *g_pWorld;
 }
 
-Node& self()
-{
-	return *Scheduler::current()->process->node;
-}
-
-Process& selfProcess()
-{
-	return *Scheduler::current()->process;
-}
-
 World::World(Profile itsProfile, std::uint64_t seed, bool itRecords)
     : profile(itsProfile), recording(itRecords), random(seed),
       scheduler({[](const Task& task) { return !task.process->stopped && !task.process->node->frozen; },
@@ -78,6 +68,8 @@ void World::powerOff(Node& node)
 	node.frozen = false;
 	node.address = false;
 	node.marker = false;
+	node.reachAddress = false;
+	node.datagrams.clear();
 	node.states.clear();
 	node.arp.clear();
 	++node.announcer;
@@ -89,6 +81,9 @@ void World::startAgent(Node& node)
 	{
 		node.asking = 0;
 		node.threadEnded = false;
+		node.loggedRole = nullptr;
+		const bool reaches = profile == Profile::plain || find(node, keeper::kReachProgram) != nullptr;
+		reaches ? void() : startManaged(node, keeper::kReachProgram);
 		runTask(start(node, kAgent, nullptr), runAgent);
 	}
 }
@@ -192,7 +187,7 @@ void World::signal(Process& process, int number)
 	}
 }
 
-Process* World::find(const Node& node, const std::string& name) const
+Process* World::find(const Node& node, std::string_view name) const
 {
 	const auto found = std::ranges::find_if(node.processes, [&](const auto& process)
 	                                        { return process->alive && process->name == name; });
@@ -208,11 +203,21 @@ void World::wake(Process& process)
 	}
 }
 
-void World::wakeKeeper(Node& node)
+void World::wakeKeeper(Node& node, const char* program)
 {
-	for (const auto& process : node.processes)
+	Process* process = find(node, program);
+	process != nullptr && process->takesSignals ? wake(*process) : void();
+}
+
+void World::ring(Node& node)
+{
+	for (const char* program : {keeper::kAddressProgram, keeper::kReachProgram})
 	{
-		process->takesSignals ? wake(*process) : void();
+		if (Process* process = find(node, program))
+		{
+			process->bell = true;
+			wakeKeeper(node, program);
+		}
 	}
 }
 
@@ -230,8 +235,7 @@ void World::setAddress(Node& node, bool held)
 	if (node.address != held)
 	{
 		node.address = held;
-		node.bell = true;
-		wakeKeeper(node);
+		ring(node);
 	}
 }
 
@@ -316,7 +320,7 @@ void World::arp(Host from, keeper::ArpKind kind)
 			             if (to < hostGateway)
 			             {
 				             node(to).arp.push_back({kind, macOf(from)});
-				             wakeKeeper(node(to));
+				             wakeKeeper(node(to), keeper::kAddressProgram);
 			             }
 			             const bool asked = kind == keeper::ArpKind::foreignProbe && holds(to);
 			             if (asked && from < hostGateway && delivers(serviceNetwork, to, from))
@@ -325,7 +329,7 @@ void World::arp(Host from, keeper::ArpKind kind)
 				                          [this, from, to]
 				                          {
 					                          node(from).arp.push_back({keeper::ArpKind::claim, macOf(to)});
-					                          wakeKeeper(node(from));
+					                          wakeKeeper(node(from), keeper::kAddressProgram);
 				                          });
 			             }
 		             });
