@@ -212,24 +212,28 @@ std::optional<Sight> look(const AddressSettings& settings)
 
 int addAddress(const AddressSettings& settings)
 {
+	world().sleepInKernel();
 	settings.interface == kLoopback ? void(self().reachAddress = true) : world().setAddress(self(), true);
 	return 0;
 }
 
 int removeAddress(const AddressSettings& settings)
 {
+	world().sleepInKernel();
 	settings.interface == kLoopback ? void(self().reachAddress = false) : world().setAddress(self(), false);
 	return 0;
 }
 
 int setMarker(const AddressSettings& /*settings*/)
 {
+	world().sleepInKernel();
 	self().marker = true;
 	return 0;
 }
 
 int removeMarker(const AddressSettings& /*settings*/)
 {
+	world().sleepInKernel();
 	self().marker = false;
 	return 0;
 }

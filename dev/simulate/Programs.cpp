@@ -142,6 +142,7 @@ void writeSettings(Node& node, Profile profile)
 	web.program = kSupervisor;
 	web.command = {std::string(kService)};
 	web.check = {"check"};
+	web.stopTimeout = kStopTimeout / kSecond;
 	node.keeperSettings.services = {web};
 	keeper::ReachSettings& reach = node.keeperSettings.reach;
 	reach.address = kReachAddress;

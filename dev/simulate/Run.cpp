@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dev/simulate/Chronicle.h"
+#include "dev/simulate/Programs.h"
 
 namespace velarix::simulate
 {
@@ -81,7 +82,8 @@ private:
 			const bool orphan = m_killsService && m_world.find(node, kSupervisor) == nullptr;
 			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
 			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
-			blame("service-with-address", without > kUnaddressed || orphaned > kAgentLooks,
+			blame("service-with-address",
+			      without > kUnaddressed + std::min(m_world.stopTime, kStopTimeout) || orphaned > kAgentLooks,
 			      "a program runs without the address");
 			const bool tells = node.role == nullptr || node.loggedRole == nullptr || *node.role == *node.loggedRole;
 			blame("log", m_untold.at(node.id).holds(!tells && agentRuns(node), m_world.now()) > kUntold,
@@ -241,6 +243,16 @@ private:
 	int m_events = 0;
 };
 
+/// Half of the schedules run in a fast world, with a program that ends when it is asked to.
+void setPace(World& world, std::uint64_t seed)
+{
+	constexpr std::array<Micros, 4> kPaces{1, 1, 10, 100};
+	constexpr std::array<Micros, 4> kStopTimes{0, 100 * kMilli, kSecond, 2 * kStopTimeout};
+	Random random(~seed);
+	world.pace = kPaces.at(static_cast<std::size_t>(random.below(std::ssize(kPaces))));
+	world.stopTime = random.below(1 + kStopTimes.at(static_cast<std::size_t>(random.below(std::ssize(kStopTimes)))));
+}
+
 void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& schedule)
 {
 	for (std::size_t i = 0; i < schedule.size(); ++i)
@@ -262,6 +274,7 @@ void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& sche
 Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool withTimeline)
 {
 	World world(profile, seed ^ 0x5deece66dU, withTimeline);
+	setPace(world, seed);
 	Judge judge(world, schedule);
 	std::optional<Chronicle> chronicle;
 	withTimeline ? static_cast<void>(chronicle.emplace(world)) : void();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <utility>
 
 #include "dev/simulate/Programs.h"
 
@@ -17,6 +18,7 @@ World* g_pWorld = nullptr;
 constexpr Micros kClientPatience = 8 * kSecond;
 /// From power on to the agent's start.
 constexpr Micros kBoot = 300 * kMilli;
+constexpr Micros kCommandsSlower = 10;
 constexpr Micros kClientLooks = 500 * kMilli;
 
 } // namespace
@@ -156,6 +158,11 @@ void World::endIn(Micros time, const Process& process, int status)
 	             });
 }
 
+void World::terminate(Process& process)
+{
+	process.name == kService ? endIn(stopTime, process, SIGTERM) : end(process, SIGTERM);
+}
+
 void World::signal(Process& process, int number)
 {
 	if (!process.alive)
@@ -168,9 +175,8 @@ void World::signal(Process& process, int number)
 		process.stopped = true;
 		return;
 	case SIGCONT:
-		process.stopped = false;
 		wake(process);
-		process.termPending ? end(process, SIGTERM) : void();
+		std::exchange(process.stopped, false) && process.termPending ? terminate(process) : void();
 		return;
 	case SIGTERM:
 		if (process.takesSignals)
@@ -180,7 +186,7 @@ void World::signal(Process& process, int number)
 			return;
 		}
 		process.termPending = true;
-		process.stopped ? void() : end(process, number);
+		process.stopped ? void() : terminate(process);
 		return;
 	default:
 		end(process, number);
@@ -199,7 +205,7 @@ void World::wake(Process& process)
 	for (Task* task : process.tasks)
 	{
 		scheduler.catchUp(*task);
-		scheduler.wakeAt(*task, now() + random.between(10, 80));
+		scheduler.wakeAt(*task, now() + random.between(10, 80) * pace);
 	}
 }
 
@@ -249,6 +255,8 @@ void World::sleepUntil(Micros moment)
 
 Micros World::effort(const Node& node, Micros usual)
 {
+	// Commands are slow because of many things: the root of the pace is 1, 3 or 10.
+	usual *= pace > kCommandsSlower ? kCommandsSlower : pace > 1 ? 3 : 1;
 	return node.slow ? random.between(usual, 1'500 * kMilli) : random.between(usual / 2, usual * 2);
 }
 
@@ -286,7 +294,7 @@ bool World::delivers(Network network, Host from, Host to)
 
 Micros World::latency(Network network, Host from, Host /*to*/)
 {
-	return random.between(20, 60) + (from < hostGateway ? nodes.at(from).interfaces.at(network).delay : 0);
+	return random.between(20, 60) * pace + (from < hostGateway ? nodes.at(from).interfaces.at(network).delay : 0);
 }
 
 bool World::holds(Host host) const

@@ -45,8 +45,8 @@ enum Network : int
 };
 
 inline constexpr const char* kVirtualAddress = "192.0.2.100";
-inline constexpr std::string_view kService = "labhttpd";  ///< the managed program; below the keeper with it
-inline constexpr const char* kSupervisor = "ha-web"; ///< the keeper's program for it
+inline constexpr std::string_view kService = "labhttpd"; ///< the managed program; below the keeper with it
+inline constexpr const char* kSupervisor = "ha-web";     ///< the keeper's program for it
 inline constexpr const char* kAgent = "VelarixHA";
 inline constexpr const char* kReachAddress = "192.0.0.8";
 inline constexpr const char* kServiceGateway = "192.0.2.1";
@@ -155,6 +155,8 @@ public:
 	bool gateway = true;
 	std::array<bool, 2> gatewayCut{};
 	bool rogue = false;
+	Micros pace = 1;             ///< the kernel and the networks are so many times slower
+	Micros stopTime = 0;         ///< from SIGTERM to the end of a managed program
 	Host clientKnows = hostNone; ///< whose hardware address the client has
 	std::function<void()> observe;
 	/// Only while recording. Text of the agent's log, by label and number.
@@ -189,6 +191,8 @@ public:
 	Micros latency(Network network, Host from, Host to);
 	void arp(Host from, keeper::ArpKind kind);
 	void setAddress(Node& node, bool held);
+	/// Within a task: what the kernel takes for one request.
+	void sleepInKernel() { sleepFor(random.between(10, 80) * pace); }
 	bool holds(Host host) const;
 	bool serves(const Node& node) const;
 	/// @return "a", "a+b", "none"
@@ -209,6 +213,7 @@ public:
 	void stateChanged(Node& node);
 
 private:
+	void terminate(Process& process);
 	bool reaches(Network network, Host from, Host to) const;
 	bool answersFrom(Host host) const;
 	void clientAsks();
