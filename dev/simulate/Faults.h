@@ -30,9 +30,13 @@ struct FaultKind
 	bool onNode;
 	Known keeper;
 	Known plain;
+	/// Seconds until the pair is well again after it, and after its repair, where it comes alone to
+	/// a pair at rest: with the keeper, and without. 0: as after many faults.
+	std::array<int, 2> within;
 	void (*inject)(World& world, Node& node);
 	void (*repair)(World& world, Node& node); ///< null: it is over at once
 
+	Micros bound(Profile profile) const { return within.at(profile == Profile::keeper ? 0 : 1) * kSecond; }
 	Known known(Profile profile) const { return profile == Profile::keeper ? keeper : plain; }
 };
 

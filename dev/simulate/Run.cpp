@@ -39,9 +39,12 @@ public:
 	/// A fault or a repair has just happened.
 	void changed(std::size_t fault, bool stands)
 	{
-		const bool rested = m_survivable && m_wellAt != kNoTime && m_world.now() - m_changedAt > bound();
+		const bool rested = m_wellAt != kNoTime && m_world.now() - m_changedAt > generalBound();
 		m_standing.at(fault) = stands;
-		m_undisturbed = rested && stands && standsAlone(m_schedule.at(fault)) ? owner() : hostNone;
+		const bool alone = rested && std::ranges::count(m_standing, true) == (stands ? 1 : 0);
+		const Micros ownBound = m_schedule.at(fault).kind->bound(m_world.profile);
+		m_bound = alone && ownBound > 0 ? ownBound : generalBound();
+		m_undisturbed = alone && stands && keepsOwner(m_schedule.at(fault)) ? owner() : hostNone;
 		m_rolesCount = m_undisturbed == hostNone || knownOf(m_schedule.at(fault)) != Known::owned;
 		m_changedAt = m_world.now();
 		m_wellAt = kNoTime;
@@ -80,13 +83,15 @@ private:
 			const bool counts =
 			    !plain && node.on && !node.frozen && !node.slow && !node.address && m_world.serves(node);
 			const bool orphan = m_killsService && m_world.find(node, kSupervisor) == nullptr;
+			// A standby's agent does not look for its programs.
+			const bool looks = agentRuns(node) && *node.role == MODE_MASTER;
 			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
-			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
+			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && looks, m_world.now());
 			blame("service-with-address",
 			      without > kUnaddressed + std::min(m_world.stopTime, kStopTimeout) || orphaned > kAgentLooks,
 			      "a program runs without the address");
 			const bool tells = node.role == nullptr || node.loggedRole == nullptr || *node.role == *node.loggedRole;
-			blame("log", m_untold.at(node.id).holds(!tells && agentRuns(node), m_world.now()) > kUntold,
+			blame("log", m_untold.at(node.id).holds(!tells && !node.slow && agentRuns(node), m_world.now()) > kUntold,
 			      "an agent's log tells another role than it has");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
@@ -103,7 +108,7 @@ private:
 		{
 			m_wellAt = kNoTime;
 			const bool master = trouble.starts_with("role");
-			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > bound(), trouble);
+			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > m_bound, trouble);
 		}
 		else if (m_wellAt == kNoTime)
 		{
@@ -135,17 +140,16 @@ private:
 
 	bool isPlain() const { return m_world.profile == Profile::plain; }
 
-	Micros bound() const { return isPlain() ? kPlainSettle : kKeeperSettle; }
+	Micros generalBound() const { return isPlain() ? kPlainSettle : kKeeperSettle; }
 
 	/// Of the two, when one holds the address.
 	Host owner() const { return held(hostA) ? hostA : hostB; }
 
-	bool standsAlone(const Fault& fault) const
+	bool keepsOwner(const Fault& fault) const
 	{
 		const bool elsewhere = fault.node != owner() || !fault.kind->onNode;
 		const Known known = knownOf(fault);
-		return (known == Known::owned || (known == Known::standing && elsewhere)) &&
-		       std::ranges::count(m_standing, true) == 1;
+		return known == Known::owned || (known == Known::standing && elsewhere);
 	}
 
 	bool held(Host host) const { return m_world.nodes.at(host).owns(); }
@@ -236,6 +240,7 @@ private:
 	std::array<Since, 2> m_untold;
 	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;
+	Micros m_bound = generalBound();
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;
 	bool m_rolesCount = true;
