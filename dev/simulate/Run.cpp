@@ -12,7 +12,6 @@ namespace velarix::simulate
 namespace
 {
 
-constexpr Micros kSplit = kSecond;
 constexpr Micros kPlainSplit = 12 * kSecond;
 constexpr Micros kUnaddressed = kSecond;
 /// A look of the agent at its programs, and what it waits for before.
@@ -73,7 +72,7 @@ private:
 		const bool both = held(hostA) && held(hostB);
 		const bool plain = isPlain();
 		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
-		blame("one-owner", split > (plain ? kPlainSplit : kSplit), "both nodes hold the address");
+		blame("one-owner", split > (plain ? kPlainSplit : splitLimit), "both nodes hold the address");
 		for (Node& node : m_world.nodes)
 		{
 			const bool left = m_left.at(node.id).holds(held(node.id) && leftBehind(node), m_world.now()) > kLeft;

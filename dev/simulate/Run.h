@@ -41,6 +41,9 @@
 namespace velarix::simulate
 {
 
+/// How long two nodes may hold the address with the keeper. A test shortens it.
+inline Micros splitLimit = kSecond;
+
 struct Violation
 {
 	const char* invariant = nullptr;
