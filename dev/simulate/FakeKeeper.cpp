@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <poll.h>
+#include <span>
 #include <unistd.h>
 
 #include "dev/simulate/Programs.h"
@@ -132,12 +133,14 @@ void Loop::wait(Millis deadline)
 
 void Loop::dispatch()
 {
-	std::vector<int> ready;
+	std::array<int, 16> ready{};
+	std::size_t count = 0;
 	for (const auto& [file, handler] : m_handlers)
 	{
-		readable(file) ? ready.push_back(file) : void();
+		ready.at(count) = file;
+		count += readable(file) ? 1U : 0U;
 	}
-	for (const int file : ready)
+	for (const int file : std::span(ready).first(count))
 	{
 		if (const auto found = m_handlers.find(file); found != m_handlers.end())
 		{

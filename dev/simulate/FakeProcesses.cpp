@@ -1,7 +1,8 @@
 /// /proc, as the agent counts its programs there.
 
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -55,7 +56,7 @@ extern "C"
 			if (process.alive || (!process.reaped && process.parent != nullptr))
 			{
 				g_entry.d_type = DT_DIR;
-				std::snprintf(g_entry.d_name, sizeof g_entry.d_name, "%d", process.pid);
+				*std::to_chars(std::begin(g_entry.d_name), std::end(g_entry.d_name), process.pid).ptr = '\0';
 				return &g_entry;
 			}
 		}
@@ -76,7 +77,7 @@ extern "C"
 		}
 		const Process& process = *velarix::simulate::processOf(self(), std::atoi(path + kProc.size()));
 		const bool named = process.alive && world().now() >= process.visibleAt;
-		g_status = "Name:\t" + (process.hidden ? "keeper" : named ? process.name : std::string("sh")) + "\n";
+		g_status.assign("Name:\t").append(process.hidden ? "keeper" : named ? process.name.c_str() : "sh").append("\n");
 		return kStatusFile;
 	}
 
@@ -88,9 +89,13 @@ extern "C"
 
 	ssize_t __wrap_read(int file, void* buffer, std::size_t size)
 	{
-		return file == kStatusFile
-		           ? static_cast<ssize_t>(std::exchange(g_status, "").copy(static_cast<char*>(buffer), size))
-		           : __real_read(file, buffer, size);
+		if (file != kStatusFile)
+		{
+			return __real_read(file, buffer, size);
+		}
+		const std::size_t length = g_status.copy(static_cast<char*>(buffer), size);
+		g_status.clear();
+		return static_cast<ssize_t>(length);
 	}
 
 	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t /*room*/)
