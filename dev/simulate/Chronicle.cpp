@@ -30,10 +30,6 @@ Chronicle::Chronicle(World& world) : m_world(world)
 		line.label = label;
 		line.number = number;
 		const lab::LogMeaning* meaning = lab::meaningOf(line);
-		if (meaning != nullptr && meaning->role != nullptr)
-		{
-			m_timeline.change(lab::roleTrack(idOf(node)), timeOf(m_world), meaning->role);
-		}
 		if (meaning != nullptr && meaning->action != nullptr)
 		{
 			m_timeline.add({timeOf(m_world), lab::EventKind::action, idOf(node), meaning->action});
@@ -56,6 +52,14 @@ void Chronicle::fault(const Fault& fault, bool injected)
 
 void Chronicle::look()
 {
+	for (const Node& node : m_world.nodes)
+	{
+		const Process* agent = m_world.find(node, kAgent);
+		const bool frozen = node.frozen || (agent != nullptr && agent->stopped);
+		const char* role = node.loggedRole == nullptr ? nullptr : *node.loggedRole == MODE_MASTER ? "master" : "slave";
+		role = !node.on ? "off" : frozen ? "frozen" : agent == nullptr ? "no agent" : role;
+		role != nullptr ? m_timeline.change(lab::roleTrack(idOf(node)), timeOf(m_world), role) : void();
+	}
 	const Host answer = m_world.answers();
 	m_timeline.change(lab::addressTrack, timeOf(m_world), m_world.owners());
 	m_timeline.change(lab::serviceTrack, timeOf(m_world), answer == hostNone ? "none" : answer == hostA ? "a" : "b");

@@ -17,6 +17,7 @@
 #include "Utilities.h"
 #include "VelarixLog.h"
 #include "dev/simulate/Programs.h"
+#include "lab/core/LogMeaning.h"
 #include "velarix/fatal.h"
 
 using velarix::simulate::kMilli;
@@ -26,6 +27,8 @@ using velarix::simulate::selfProcess;
 using velarix::simulate::world;
 
 namespace sim = velarix::simulate;
+namespace inspect = velarix::inspect;
+namespace lab = velarix::lab;
 
 // Settings.
 
@@ -58,8 +61,43 @@ namespace
 
 VelarixLog g_log;
 
+constexpr MODE kMaster = MODE_MASTER;
+constexpr MODE kSlave = MODE_SLAVE;
+
+/// @return the role that the line tells; null for none. By number, since that is fast; no two labels
+///         share one that tells a role
+const MODE* toldBy(const char* label, int number)
+{
+	constexpr std::size_t kNumbers = 1000;
+	static const std::array told = []
+	{
+		std::array<const lab::LogMeaning*, kNumbers> meanings{};
+		inspect::LogLine line;
+		for (const char* each : {"CAgent", "CHeartReciver"})
+		{
+			line.label = each;
+			for (line.number = 0; line.number < std::ssize(meanings); ++line.number)
+			{
+				const lab::LogMeaning* found = lab::meaningOf(line);
+				if (found != nullptr && found->role != nullptr)
+				{
+					meanings.at(static_cast<std::size_t>(line.number)) = found;
+				}
+			}
+		}
+		return meanings;
+	}();
+	const lab::LogMeaning* meaning =
+	    std::cmp_less(number, kNumbers) ? told.at(static_cast<std::size_t>(number)) : nullptr;
+	return meaning == nullptr || meaning->label != label ? nullptr
+	       : std::string_view(meaning->role) == "master" ? &kMaster
+	                                                     : &kSlave;
+}
+
 void note(const char* label, int number, const char* format, std::va_list arguments)
 {
+	const MODE* role = toldBy(label, number);
+	self().loggedRole = role != nullptr ? role : self().loggedRole;
 	world().recording ? world().logged(self(), label, number, VelarixLog::varFormat(format, arguments)) : void();
 }
 
@@ -205,11 +243,16 @@ int ping(const std::string& address, int count)
 	const sim::Node& node = self();
 	const bool partner = address == node.settings.find("AGENT.PARTNER_IP")->second;
 	const bool service = address == sim::kVirtualAddress;
+	const bool reach = address == sim::kReachAddress;
 	const sim::Micros began = world().now();
 	int replies = 0;
+	if (reach && !node.reachAddress)
+	{
+		throw Poco::IOException("Network is unreachable", address, ENETUNREACH);
+	}
 	for (int i = 0; i < count; ++i)
 	{
-		if (service && node.address)
+		if (reach || (service && node.address))
 		{
 			replies += i % 2; // the library takes every second one for a foreign answer
 			continue;

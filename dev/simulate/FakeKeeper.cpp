@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <poll.h>
+#include <span>
 #include <unistd.h>
 
 #include "dev/simulate/Programs.h"
@@ -35,6 +36,8 @@ constexpr int kSignals = 1'000'000'003;
 constexpr int kWatchFile = 1'100'000'000;
 constexpr int kDeathFile = 1'200'000'000;
 
+constexpr const char* kLoopback = "lo"; ///< has the reachability address
+
 /// Uptime at the schedule's start.
 constexpr velarix::keeper::Millis kBooted = 1'000'000;
 
@@ -54,9 +57,20 @@ bool readable(int file)
 	{
 		return self().watches.at(static_cast<std::size_t>(file - kWatchFile));
 	}
-	return file == kArpFile    ? !self().arp.empty()
-	       : file == kBellFile ? self().bell
-	                           : file == kSignals && !selfProcess().signals.empty();
+	switch (file)
+	{
+	case kArpFile:
+		return !self().arp.empty();
+	case kBellFile:
+		return selfProcess().bell;
+	case kSignals:
+		return !selfProcess().signals.empty();
+	case sim::kPartnerFile:
+		return !self().datagrams.empty();
+	default:
+		return file >= sim::kEchoFile &&
+		       self().echoAt.at(static_cast<std::size_t>(file - sim::kEchoFile)) <= world().now();
+	}
 }
 
 } // namespace
@@ -108,17 +122,25 @@ void Loop::wait(Millis deadline)
 	{ return std::ranges::any_of(m_handlers, [](const auto& entry) { return readable(entry.first); }); };
 	const bool slow = self().slow;
 	const sim::Micros late = slow ? world().random.below(20 * kMilli) : world().random.between(20, 200);
-	waitUntil(ready, deadline == kNever ? sim::kNoTime : std::max(deadline - kBooted, Millis(0)) * kMilli + late);
+	sim::Micros end = deadline == kNever ? sim::kNoTime : std::max(deadline - kBooted, Millis(0)) * kMilli + late;
+	for (const sim::Network network : {sim::serviceNetwork, sim::communicationNetwork})
+	{
+		const bool listens = m_handlers.contains(sim::kEchoFile + network);
+		end = listens ? std::min(end, self().echoAt.at(network)) : end;
+	}
+	waitUntil(ready, end);
 }
 
 void Loop::dispatch()
 {
-	std::vector<int> ready;
+	std::array<int, 16> ready{};
+	std::size_t count = 0;
 	for (const auto& [file, handler] : m_handlers)
 	{
-		readable(file) ? ready.push_back(file) : void();
+		ready.at(count) = file;
+		count += readable(file) ? 1U : 0U;
 	}
-	for (const int file : ready)
+	for (const int file : std::span(ready).first(count))
 	{
 		if (const auto found = m_handlers.find(file); found != m_handlers.end())
 		{
@@ -177,36 +199,44 @@ int NetlinkBell::descriptor() const
 
 void NetlinkBell::quiet() const
 {
-	self().bell = false;
+	selfProcess().bell = false;
 }
 
-std::optional<Sight> look(const AddressSettings& /*settings*/)
+std::optional<Sight> look(const AddressSettings& settings)
 {
 	const sim::Node& node = self();
+	if (settings.interface == kLoopback)
+	{
+		return Sight{1, {}, true, node.reachAddress, false, {}};
+	}
 	const Mac own = sim::macOf(node.id);
 	return Sight{1, own, node.interfaces.at(sim::serviceNetwork).carrier, node.address, node.marker, {own}};
 }
 
-int addAddress(const AddressSettings& /*settings*/)
+int addAddress(const AddressSettings& settings)
 {
-	world().setAddress(self(), true);
+	world().sleepInKernel();
+	settings.interface == kLoopback ? void(self().reachAddress = true) : world().setAddress(self(), true);
 	return 0;
 }
 
-int removeAddress(const AddressSettings& /*settings*/)
+int removeAddress(const AddressSettings& settings)
 {
-	world().setAddress(self(), false);
+	world().sleepInKernel();
+	settings.interface == kLoopback ? void(self().reachAddress = false) : world().setAddress(self(), false);
 	return 0;
 }
 
 int setMarker(const AddressSettings& /*settings*/)
 {
+	world().sleepInKernel();
 	self().marker = true;
 	return 0;
 }
 
 int removeMarker(const AddressSettings& /*settings*/)
 {
+	world().sleepInKernel();
 	self().marker = false;
 	return 0;
 }

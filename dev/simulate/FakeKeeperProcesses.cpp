@@ -133,8 +133,7 @@ extern "C"
 
 	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned /*flags*/)
 	{
-		const std::uint64_t number = world().random.next();
-		std::copy_n(reinterpret_cast<const char*>(&number), size, static_cast<char*>(buffer));
+		std::generate_n(static_cast<char*>(buffer), size, [] { return static_cast<char>(world().random.next()); });
 		return static_cast<ssize_t>(size);
 	}
 

@@ -1,7 +1,10 @@
 /// /proc, as the agent counts its programs there.
 
-#include <cstdio>
+#include <charconv>
+#include <cstdlib>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <dirent.h>
@@ -32,6 +35,8 @@ extern "C"
 	int __wrap_closedir(DIR* pDirectory);
 	int __real_open64(const char* path, int flags, ...);
 	int __wrap_open64(const char* path, int flags, int mode);
+	int __real_close(int file);
+	int __wrap_close(int file);
 	ssize_t __real_read(int file, void* buffer, std::size_t size);
 	ssize_t __wrap_read(int file, void* buffer, std::size_t size);
 	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t room);
@@ -51,7 +56,7 @@ extern "C"
 			if (process.alive || (!process.reaped && process.parent != nullptr))
 			{
 				g_entry.d_type = DT_DIR;
-				std::snprintf(g_entry.d_name, sizeof g_entry.d_name, "%d", process.pid);
+				*std::to_chars(std::begin(g_entry.d_name), std::end(g_entry.d_name), process.pid).ptr = '\0';
 				return &g_entry;
 			}
 		}
@@ -65,22 +70,32 @@ extern "C"
 
 	int __wrap_open64(const char* path, int flags, int mode)
 	{
-		int pid = 0;
-		if (std::sscanf(path, "/proc/%d/status", &pid) != 1)
+		constexpr std::string_view kProc = "/proc/";
+		if (!std::string_view(path).starts_with(kProc))
 		{
 			return __real_open64(path, flags, mode);
 		}
-		const Process& process = *velarix::simulate::processOf(self(), pid);
+		const Process& process = *velarix::simulate::processOf(self(), std::atoi(path + kProc.size()));
 		const bool named = process.alive && world().now() >= process.visibleAt;
-		g_status = "Name:\t" + (named ? process.name : std::string("sh")) + "\n";
+		g_status.assign("Name:\t").append(process.hidden ? "keeper" : named ? process.name.c_str() : "sh").append("\n");
 		return kStatusFile;
+	}
+
+	/// Descriptors that no kernel has given are above all others.
+	int __wrap_close(int file)
+	{
+		return file >= kStatusFile ? 0 : __real_close(file);
 	}
 
 	ssize_t __wrap_read(int file, void* buffer, std::size_t size)
 	{
-		return file == kStatusFile
-		           ? static_cast<ssize_t>(std::exchange(g_status, "").copy(static_cast<char*>(buffer), size))
-		           : __real_read(file, buffer, size);
+		if (file != kStatusFile)
+		{
+			return __real_read(file, buffer, size);
+		}
+		const std::size_t length = g_status.copy(static_cast<char*>(buffer), size);
+		g_status.clear();
+		return static_cast<ssize_t>(length);
 	}
 
 	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t /*room*/)

@@ -14,8 +14,7 @@ namespace
 template <Network network, bool carrier> void setCarrier(World& world, Node& node)
 {
 	node.interfaces.at(network).carrier = carrier;
-	node.bell = true;
-	world.wakeKeeper(node);
+	world.ring(node);
 }
 
 template <Network network, int percent> void setLoss(World& /*world*/, Node& node)
@@ -40,14 +39,14 @@ template <bool is> void setBothCut(World& world, Node& node)
 }
 
 /// What the other node sends does not arrive.
-template <bool is> void setDeaf(World& world, Node& node)
+template <Network network, bool is> void setDeaf(World& world, Node& node)
 {
-	world.cut.at(communicationNetwork).at(world.other(node).id) = is;
+	world.cut.at(network).at(world.other(node).id) = is;
 }
 
-template <bool is> void setMute(World& world, Node& node)
+template <Network network, bool is> void setMute(World& world, Node& node)
 {
-	world.cut.at(communicationNetwork).at(node.id) = is;
+	world.cut.at(network).at(node.id) = is;
 }
 
 template <bool World::*what, bool is> void set(World& world, Node& /*node*/)
@@ -133,8 +132,7 @@ void removeAddress(World& world, Node& node)
 void removeMarker(World& world, Node& node)
 {
 	node.marker = false;
-	node.bell = true;
-	world.wakeKeeper(node);
+	world.ring(node);
 }
 
 void restoreMarker(World& /*world*/, Node& node)
@@ -144,43 +142,45 @@ void restoreMarker(World& /*world*/, Node& node)
 
 // clang-format off
 constexpr std::array kFaults{
-	//                              on node
-	FaultKind{"power-off",               true,  Known::survivable, call<&World::powerOff>,                     call<&World::powerOn>},
-	FaultKind{"reboot",                  true,  Known::survivable, reboot,                                     nullptr},
-	FaultKind{"cold-start",              false, Known::survivable, coldStart,                                  nullptr},
-	FaultKind{"cold-start-alone",        true,  Known::survivable, coldStartAlone,                             powerOnOther},
-	FaultKind{"host-freeze",             true,  Known::survivable, setFrozen<true>,                            setFrozen<false>},
-	FaultKind{"overload",                true,  Known::passing,    set<&Node::slow, true>,                     set<&Node::slow, false>},
-	FaultKind{"agent-kill",              true,  Known::standing,   signalTo<kAgent, SIGKILL>,                  call<&World::startAgent>},
-	FaultKind{"agent-freeze",            true,  Known::standing,   signalTo<kAgent, SIGSTOP>,                  signalTo<kAgent, SIGCONT>},
-	FaultKind{"program-kill",            true,  Known::survivable, signalTo<kService, SIGKILL>,                nullptr},
-	FaultKind{"program-crash",           true,  Known::survivable, crash,                                      set<&Node::crashes, false>},
-	FaultKind{"program-hang",            true,  Known::keeperOwn,  signalTo<kService, SIGSTOP>,                signalTo<kService, SIGCONT>},
-	FaultKind{"address-removed",         true,  Known::survivable, removeAddress,                              nullptr},
-	FaultKind{"service-interface",       true,  Known::survivable, setCarrier<serviceNetwork, false>,          setCarrier<serviceNetwork, true>},
-	FaultKind{"communication-interface", true,  Known::survivable, setCarrier<communicationNetwork, false>,    setCarrier<communicationNetwork, true>},
-	FaultKind{"service-cut",             false, Known::passing,    setCut<serviceNetwork, true>,               setCut<serviceNetwork, false>},
-	FaultKind{"communication-cut",       false, Known::passing,    setCut<communicationNetwork, true>,         setCut<communicationNetwork, false>},
-	FaultKind{"both-cut",                false, Known::passing,    setBothCut<true>,                           setBothCut<false>},
-	FaultKind{"deaf",                    true,  Known::passing,    setDeaf<true>,                              setDeaf<false>},
-	FaultKind{"mute",                    true,  Known::passing,    setMute<true>,                              setMute<false>},
-	FaultKind{"gateway",                 false, Known::passing,    set<&World::gateway, false>,                set<&World::gateway, true>},
-	FaultKind{"gateway-for",             true,  Known::gateways,   setGatewayCut<true>,                        setGatewayCut<false>},
-	FaultKind{"service-loss-30",         true,  Known::passing,    setLoss<serviceNetwork, 30>,                setLoss<serviceNetwork, 0>},
-	FaultKind{"service-loss-50",         true,  Known::passing,    setLoss<serviceNetwork, 50>,                setLoss<serviceNetwork, 0>},
-	FaultKind{"service-delay",           true,  Known::passing,    setDelay<serviceNetwork, 200>,              setDelay<serviceNetwork, 0>},
-	FaultKind{"communication-loss-30",   true,  Known::passing,    setLoss<communicationNetwork, 30>,          setLoss<communicationNetwork, 0>},
-	FaultKind{"communication-loss-50",   true,  Known::passing,    setLoss<communicationNetwork, 50>,          setLoss<communicationNetwork, 0>},
-	FaultKind{"communication-delay",     true,  Known::passing,    setDelay<communicationNetwork, 200>,        setDelay<communicationNetwork, 0>},
-	FaultKind{"start-hangs",             true,  Known::standing,   setCommand<0, Spoilt::hangs>,               setCommand<0, Spoilt::no>},
-	FaultKind{"start-fails",             true,  Known::operators,  setCommand<0, Spoilt::fails>,               setCommand<0, Spoilt::no>},
-	FaultKind{"start-prints",            true,  Known::standing,   setCommand<0, Spoilt::prints>,              setCommand<0, Spoilt::no>},
-	FaultKind{"stop-fails",              true,  Known::operators,  setCommand<1, Spoilt::fails>,               setCommand<1, Spoilt::no>},
-	FaultKind{"kill-fails",              true,  Known::operators,  setCommand<2, Spoilt::fails>,               setCommand<2, Spoilt::no>},
-	FaultKind{"rogue-address",           false, Known::passing,    setRogue<true>,                             setRogue<false>},
-	FaultKind{"keeper-kill-address",     true,  Known::keeperOwn,  signalTo<keeper::kAddressProgram, SIGKILL>, nullptr},
-	FaultKind{"keeper-kill-service",     true,  Known::keeperOwn,  signalTo<kSupervisor, SIGKILL>,             nullptr},
-	FaultKind{"marker-missing",          true,  Known::keeperOwn,  removeMarker,                               restoreMarker},
+	//                                 on node keeper             plain             within
+	FaultKind{"power-off",               true,  Known::survivable, Known::survivable, {8, 14}, call<&World::powerOff>,                     call<&World::powerOn>},
+	FaultKind{"reboot",                  true,  Known::survivable, Known::survivable, {8, 14}, reboot,                                     nullptr},
+	FaultKind{"cold-start",              false, Known::survivable, Known::survivable, {8, 14}, coldStart,                                  nullptr},
+	FaultKind{"cold-start-alone",        true,  Known::survivable, Known::survivable, {8, 14}, coldStartAlone,                             powerOnOther},
+	FaultKind{"host-freeze",             true,  Known::survivable, Known::survivable, {8, 14}, setFrozen<true>,                            setFrozen<false>},
+	FaultKind{"overload",                true,  Known::passing,    Known::passing,    {8, 14}, set<&Node::slow, true>,                     set<&Node::slow, false>},
+	FaultKind{"agent-kill",              true,  Known::standing,   Known::standing,   {8, 14}, signalTo<kAgent, SIGKILL>,                  call<&World::startAgent>},
+	FaultKind{"agent-freeze",            true,  Known::standing,   Known::standing,   {8, 14}, signalTo<kAgent, SIGSTOP>,                  signalTo<kAgent, SIGCONT>},
+	FaultKind{"program-kill",            true,  Known::survivable, Known::survivable, {2, 14}, signalTo<kService, SIGKILL>,                nullptr},
+	FaultKind{"program-crash",           true,  Known::survivable, Known::survivable, {6, 14}, crash,                                      set<&Node::crashes, false>},
+	FaultKind{"program-hang",            true,  Known::survivable, Known::none,       {8, 0},  signalTo<kService, SIGSTOP>,                signalTo<kService, SIGCONT>},
+	FaultKind{"address-removed",         true,  Known::survivable, Known::survivable, {2, 14}, removeAddress,                              nullptr},
+	FaultKind{"service-interface",       true,  Known::survivable, Known::survivable, {6, 16}, setCarrier<serviceNetwork, false>,          setCarrier<serviceNetwork, true>},
+	FaultKind{"communication-interface", true,  Known::owned,      Known::survivable, {6, 16}, setCarrier<communicationNetwork, false>,    setCarrier<communicationNetwork, true>},
+	FaultKind{"service-cut",             false, Known::standing,   Known::standing,   {2, 2},  setCut<serviceNetwork, true>,               setCut<serviceNetwork, false>},
+	FaultKind{"communication-cut",       false, Known::owned,      Known::passing,    {6, 0},  setCut<communicationNetwork, true>,         setCut<communicationNetwork, false>},
+	FaultKind{"both-cut",                false, Known::passing,    Known::passing,    {0, 0},  setBothCut<true>,                           setBothCut<false>},
+	FaultKind{"deaf",                    true,  Known::owned,      Known::passing,    {6, 0},  setDeaf<communicationNetwork, true>,        setDeaf<communicationNetwork, false>},
+	FaultKind{"mute",                    true,  Known::owned,      Known::passing,    {6, 0},  setMute<communicationNetwork, true>,        setMute<communicationNetwork, false>},
+	FaultKind{"service-deaf",            true,  Known::standing,   Known::standing,   {2, 2},  setDeaf<serviceNetwork, true>,              setDeaf<serviceNetwork, false>},
+	FaultKind{"service-mute",            true,  Known::standing,   Known::standing,   {2, 2},  setMute<serviceNetwork, true>,              setMute<serviceNetwork, false>},
+	FaultKind{"gateway",                 false, Known::standing,   Known::passing,    {2, 0},  set<&World::gateway, false>,                set<&World::gateway, true>},
+	FaultKind{"gateway-for",             true,  Known::survivable, Known::gateways,   {8, 14}, setGatewayCut<true>,                        setGatewayCut<false>},
+	FaultKind{"service-loss-30",         true,  Known::passing,    Known::passing,    {2, 2},  setLoss<serviceNetwork, 30>,                setLoss<serviceNetwork, 0>},
+	FaultKind{"service-loss-50",         true,  Known::passing,    Known::passing,    {2, 2},  setLoss<serviceNetwork, 50>,                setLoss<serviceNetwork, 0>},
+	FaultKind{"service-delay",           true,  Known::passing,    Known::passing,    {2, 2},  setDelay<serviceNetwork, 200>,              setDelay<serviceNetwork, 0>},
+	FaultKind{"communication-loss-30",   true,  Known::passing,    Known::passing,    {8, 16}, setLoss<communicationNetwork, 30>,          setLoss<communicationNetwork, 0>},
+	FaultKind{"communication-loss-50",   true,  Known::passing,    Known::passing,    {8, 16}, setLoss<communicationNetwork, 50>,          setLoss<communicationNetwork, 0>},
+	FaultKind{"communication-delay",     true,  Known::passing,    Known::passing,    {8, 16}, setDelay<communicationNetwork, 200>,        setDelay<communicationNetwork, 0>},
+	FaultKind{"start-hangs",             true,  Known::standing,   Known::standing,   {2, 2},  setCommand<0, Spoilt::hangs>,               setCommand<0, Spoilt::no>},
+	FaultKind{"start-fails",             true,  Known::operators,  Known::operators,  {2, 2},  setCommand<0, Spoilt::fails>,               setCommand<0, Spoilt::no>},
+	FaultKind{"start-prints",            true,  Known::standing,   Known::standing,   {2, 2},  setCommand<0, Spoilt::prints>,              setCommand<0, Spoilt::no>},
+	FaultKind{"stop-fails",              true,  Known::operators,  Known::operators,  {2, 2},  setCommand<1, Spoilt::fails>,               setCommand<1, Spoilt::no>},
+	FaultKind{"kill-fails",              true,  Known::operators,  Known::operators,  {2, 2},  setCommand<2, Spoilt::fails>,               setCommand<2, Spoilt::no>},
+	FaultKind{"rogue-address",           false, Known::passing,    Known::passing,    {0, 0},  setRogue<true>,                             setRogue<false>},
+	FaultKind{"keeper-kill-address",     true,  Known::survivable, Known::none,       {5, 0},  signalTo<keeper::kAddressProgram, SIGKILL>, nullptr},
+	FaultKind{"keeper-kill-service",     true,  Known::survivable, Known::none,       {5, 0},  signalTo<kSupervisor, SIGKILL>,             nullptr},
+	FaultKind{"marker-missing",          true,  Known::survivable, Known::none,       {2, 0},  removeMarker,                               restoreMarker},
 };
 // clang-format on
 
@@ -261,7 +261,7 @@ Schedule scheduleFrom(std::uint64_t seed, Profile profile)
 		fault.node = anyNode(random);
 		fault.at = random.between(kFirst, kLast);
 		fault.until = repairOf(fault, random);
-		if (profile == Profile::keeper || fault.kind->known != Known::keeperOwn)
+		if (fault.kind->known(profile) != Known::none)
 		{
 			schedule.push_back(fault);
 			--count;

@@ -16,20 +16,28 @@ enum class Known
 {
 	survivable, ///< the other node, when it is well, takes over as long as this lasts
 	passing,    ///< when it is over the pair is well by itself
-	standing,   ///< passing; alone on a node that does not serve it changes nothing at all
+	standing,   ///< passing; alone, and not on the node that serves, it changes nothing at all
+	owned,      ///< passing; alone it does not move the address, whatever the nodes think of each other
 	gateways,   ///< survivable, but passing on the configured master
 	operators,  ///< survivable until the failing command is run; from then on the agent's order needs
 	            ///< an operator: who serves is not judged any more
-	keeperOwn   ///< survivable, and only with the keeper
+	none        ///< there is no such fault
 };
 
 struct FaultKind
 {
 	const char* name;
 	bool onNode;
-	Known known;
+	Known keeper;
+	Known plain;
+	/// Seconds until the pair is well again after it, and after its repair, where it comes alone to
+	/// a pair at rest: with the keeper, and without. 0: as after many faults.
+	std::array<int, 2> within;
 	void (*inject)(World& world, Node& node);
 	void (*repair)(World& world, Node& node); ///< null: it is over at once
+
+	Micros bound(Profile profile) const { return within.at(profile == Profile::keeper ? 0 : 1) * kSecond; }
+	Known known(Profile profile) const { return profile == Profile::keeper ? keeper : plain; }
 };
 
 /// @return null for none

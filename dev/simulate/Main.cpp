@@ -109,6 +109,7 @@ int main(int argc, char** argv)
 	app.add_option("--settings", options.profile, "keeper or plain")->transform(CLI::CheckedTransformer(profiles));
 	app.add_option("--explain", options.atMost, "violations to be explained")->capture_default_str();
 	app.add_option("--left-at-most", options.leftAtMost, "schedules in which a standby may keep the address");
+	app.add_option("--split-limit", splitLimit, "microseconds of two owners with the keeper")->capture_default_str();
 	app.add_option("--validate", options.validate, "compare with the lab's figures: docs/figures/fault-matrix.md")
 	    ->check(CLI::ExistingFile);
 	app.add_flag("--first", options.first, "end at the first violation");

@@ -6,7 +6,7 @@
 #include "CAgent.h"
 #include "keeper/AddressHolder.h"
 #include "keeper/Commands.h"
-#include "keeper/Netlink.h"
+#include "keeper/Reachability.h"
 #include "keeper/ServiceSupervisor.h"
 
 /// The agent lets it see its role.
@@ -92,6 +92,10 @@ void runKeeperProgram(Process& process)
 	{
 		keeper::AddressHolder(node.keeperSettings.address, {kSupervisor}).run();
 	}
+	else if (process.name == keeper::kReachProgram)
+	{
+		keeper::Reachability(node.keeperSettings.reach).run();
+	}
 	else
 	{
 		keeper::ServiceSupervisor(node.keeperSettings.services.front()).run();
@@ -118,7 +122,7 @@ void writeSettings(Node& node, Profile profile)
 	                 {"AGENT.HEART_BEAT_INTERVAL", "1"},
 	                 {"AGENT.MAX_HEART_BEAT_RECEIING_TIME", "2"},
 	                 {"AGENT.IGNORE_TIME", "5"},
-	                 {"AGENT.GATEWAY_IP", "198.51.100.1"},
+	                 {"AGENT.GATEWAY_IP", plain ? kCommunicationGateway : kReachAddress},
 	                 {"AGENT.VIRTUAL_IP", kVirtualAddress},
 	                 {"AGENT.WAITING_TIME_BEFORE_PROCESS_RUN", "0"},
 	                 {"AGENT.RELATED_PROCESS", ""},
@@ -136,9 +140,16 @@ void writeSettings(Node& node, Profile profile)
 	node.keeperSettings.address.defend = isA;
 	keeper::ServiceSettings web;
 	web.program = kSupervisor;
-	web.command = {kService};
+	web.command = {std::string(kService)};
 	web.check = {"check"};
+	web.stopTimeout = kStopTimeout / kSecond;
 	node.keeperSettings.services = {web};
+	keeper::ReachSettings& reach = node.keeperSettings.reach;
+	reach.address = kReachAddress;
+	reach.targets = {kCommunicationGateway, kServiceGateway};
+	reach.own = node.settings["AGENT.THIS_SERVER_IP"];
+	reach.partner = node.settings["AGENT.PARTNER_IP"];
+	reach.line = 1;
 }
 
 void runAgent()
@@ -191,7 +202,7 @@ std::string runCommand(const std::string& command)
 
 void World::startProgram(Node& node, Process* parent)
 {
-	Process& program = start(node, kService, parent, effort(node, kExec));
+	Process& program = start(node, std::string(kService), parent, effort(node, kExec));
 	node.crashes ? endIn(50 * kMilli, program, 1 << 8U) : void();
 }
 
@@ -218,7 +229,7 @@ void runScript()
 	world().sleepFor(world().effort(node, kLaunch));
 	if (world().profile == Profile::plain)
 	{
-		world().startManaged(node, kService);
+		world().startManaged(node, std::string(kService));
 	}
 	else
 	{

@@ -26,4 +26,12 @@ Process* processOf(const Node& node, int pid);
 
 keeper::Mac macOf(Host host);
 
+/// Of the keeper's service.
+inline constexpr Micros kStopTimeout = 2 * kSecond;
+
+/// Descriptors that no kernel has given, of ha-reach: the partner's datagrams, and answers of each
+/// network's gateway.
+inline constexpr int kPartnerFile = 1'000'000'004;
+inline constexpr int kEchoFile = 1'000'000'005;
+
 } // namespace velarix::simulate

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dev/simulate/Chronicle.h"
+#include "dev/simulate/Programs.h"
 
 namespace velarix::simulate
 {
@@ -11,13 +12,14 @@ namespace velarix::simulate
 namespace
 {
 
-constexpr Micros kSplit = kSecond;
 constexpr Micros kPlainSplit = 12 * kSecond;
 constexpr Micros kUnaddressed = kSecond;
 /// A look of the agent at its programs, and what it waits for before.
 constexpr Micros kAgentLooks = 6 * kSecond;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
+/// From a change of the role to the line that tells it.
+constexpr Micros kUntold = kSecond;
 /// A schedule has some twenty thousand.
 constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
@@ -36,9 +38,13 @@ public:
 	/// A fault or a repair has just happened.
 	void changed(std::size_t fault, bool stands)
 	{
-		const bool rested = m_survivable && m_wellAt != kNoTime && m_world.now() - m_changedAt > bound();
+		const bool rested = m_wellAt != kNoTime && m_world.now() - m_changedAt > generalBound();
 		m_standing.at(fault) = stands;
-		m_undisturbed = rested && stands && standsAlone(m_schedule.at(fault)) ? owner() : hostNone;
+		const bool alone = rested && std::ranges::count(m_standing, true) == (stands ? 1 : 0);
+		const Micros ownBound = m_schedule.at(fault).kind->bound(m_world.profile);
+		m_bound = alone && ownBound > 0 ? ownBound : generalBound();
+		m_undisturbed = alone && stands && keepsOwner(m_schedule.at(fault)) ? owner() : hostNone;
+		m_rolesCount = m_undisturbed == hostNone || knownOf(m_schedule.at(fault)) != Known::owned;
 		m_changedAt = m_world.now();
 		m_wellAt = kNoTime;
 		m_survivable = !m_operators && survivable();
@@ -66,7 +72,7 @@ private:
 		const bool both = held(hostA) && held(hostB);
 		const bool plain = isPlain();
 		const Micros split = m_split.holds(both && splitCounts(plain), m_world.now());
-		blame("one-owner", split > (plain ? kPlainSplit : kSplit), "both nodes hold the address");
+		blame("one-owner", split > (plain ? kPlainSplit : splitLimit), "both nodes hold the address");
 		for (Node& node : m_world.nodes)
 		{
 			const bool left = m_left.at(node.id).holds(held(node.id) && leftBehind(node), m_world.now()) > kLeft;
@@ -76,10 +82,16 @@ private:
 			const bool counts =
 			    !plain && node.on && !node.frozen && !node.slow && !node.address && m_world.serves(node);
 			const bool orphan = m_killsService && m_world.find(node, kSupervisor) == nullptr;
+			// A standby's agent does not look for its programs.
+			const bool looks = agentRuns(node) && *node.role == MODE_MASTER;
 			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
-			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && agentRuns(node), m_world.now());
-			blame("service-with-address", without > kUnaddressed || orphaned > kAgentLooks,
+			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && looks, m_world.now());
+			blame("service-with-address",
+			      without > kUnaddressed + std::min(m_world.stopTime, kStopTimeout) || orphaned > kAgentLooks,
 			      "a program runs without the address");
+			const bool tells = node.role == nullptr || node.loggedRole == nullptr || *node.role == *node.loggedRole;
+			blame("log", m_untold.at(node.id).holds(!tells && !node.slow && agentRuns(node), m_world.now()) > kUntold,
+			      "an agent's log tells another role than it has");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
 		lookWhetherServed();
@@ -95,7 +107,7 @@ private:
 		{
 			m_wellAt = kNoTime;
 			const bool master = trouble.starts_with("role");
-			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > bound(), trouble);
+			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > m_bound, trouble);
 		}
 		else if (m_wellAt == kNoTime)
 		{
@@ -119,20 +131,24 @@ private:
 			const Node& node = m_world.nodes.at(host);
 			return node.on && !node.frozen && node.role != nullptr && *node.role == MODE_MASTER;
 		};
-		return master(owner()) && !master(owner() == hostA ? hostB : hostA) ? "" : "roles do not tell the owner";
+		const bool tells = master(owner()) && !master(owner() == hostA ? hostB : hostA);
+		return tells || !m_rolesCount ? "" : "roles do not tell the owner";
 	}
+
+	Known knownOf(const Fault& fault) const { return fault.kind->known(m_world.profile); }
 
 	bool isPlain() const { return m_world.profile == Profile::plain; }
 
-	Micros bound() const { return isPlain() ? kPlainSettle : kKeeperSettle; }
+	Micros generalBound() const { return isPlain() ? kPlainSettle : kKeeperSettle; }
 
 	/// Of the two, when one holds the address.
 	Host owner() const { return held(hostA) ? hostA : hostB; }
 
-	bool standsAlone(const Fault& fault) const
+	bool keepsOwner(const Fault& fault) const
 	{
-		return fault.kind->known == Known::standing && fault.node != owner() &&
-		       std::ranges::count(m_standing, true) == 1;
+		const bool elsewhere = fault.node != owner() || !fault.kind->onNode;
+		const Known known = knownOf(fault);
+		return known == Known::owned || (known == Known::standing && elsewhere);
 	}
 
 	bool held(Host host) const { return m_world.nodes.at(host).owns(); }
@@ -190,8 +206,8 @@ private:
 			{
 				continue;
 			}
-			const Known known = fault.kind->known;
-			const bool passing = known == Known::passing || known == Known::standing ||
+			const Known known = knownOf(fault);
+			const bool passing = known == Known::passing || known == Known::standing || known == Known::owned ||
 			                     (known == Known::gateways && fault.node == hostA);
 			if (passing || (spoilt != hostNone && spoilt != where))
 			{
@@ -220,13 +236,26 @@ private:
 	std::array<Since, 2> m_without;
 	std::array<Since, 2> m_orphaned;
 	std::array<Since, 2> m_left;
+	std::array<Since, 2> m_untold;
 	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;
+	Micros m_bound = generalBound();
 	Micros m_wellAt = kNoTime;
 	bool m_survivable = true;
+	bool m_rolesCount = true;
 	bool m_operators = false;
 	int m_events = 0;
 };
+
+/// Half of the schedules run in a fast world, with a program that ends when it is asked to.
+void setPace(World& world, std::uint64_t seed)
+{
+	constexpr std::array<Micros, 4> kPaces{1, 1, 10, 100};
+	constexpr std::array<Micros, 4> kStopTimes{0, 100 * kMilli, kSecond, 2 * kStopTimeout};
+	Random random(~seed);
+	world.pace = kPaces.at(static_cast<std::size_t>(random.below(std::ssize(kPaces))));
+	world.stopTime = random.below(1 + kStopTimes.at(static_cast<std::size_t>(random.below(std::ssize(kStopTimes)))));
+}
 
 void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& schedule)
 {
@@ -249,6 +278,7 @@ void plan(World& world, Judge& judge, Chronicle* chronicle, const Schedule& sche
 Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool withTimeline)
 {
 	World world(profile, seed ^ 0x5deece66dU, withTimeline);
+	setPace(world, seed);
 	Judge judge(world, schedule);
 	std::optional<Chronicle> chronicle;
 	withTimeline ? static_cast<void>(chronicle.emplace(world)) : void();

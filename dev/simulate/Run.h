@@ -7,16 +7,27 @@
 /// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
 /// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |
 /// | undisturbed | owner, answers and roles stay while nothing but a "standing" fault stands | always | always |
+/// | log | the role that an agent's log tells is another one than it has for this long at most | 1 s | 1 s |
 /// | at-rest | nothing runs without a pause | always | always |
 /// | threads | no worker ends, no agent ends itself | always | always |
+///
+/// After a fault that comes alone to a pair at rest, or its repair, the time of served and
+/// one-master is the fault's own ("within" in Faults.cpp). That there is no state without a way
+/// out is what served, one-master and at-rest say together: every schedule ends with all
+/// repaired, and no time is without bound.
 ///
 /// Known exceptions, each a consequence of the agent's fixed order:
 /// - one-owner, keeper: counted while both holders live and hear each other's ARP in time. Plain:
 ///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
-/// - service-with-address: not on nodes that stand still or are overloaded; where both of the
-///   keeper's processes of a service are killed, 6 s that an agent has had to end it: nobody else does
+/// - service-with-address: not on nodes that stand still or are overloaded; a program that is
+///   slow to end has its time, stop_timeout at most. Where both of the keeper's processes of a
+///   service are killed, 6 s that the agent of a master has had to end it: nobody else does. Plain
+///   settings know no such thing: the program starts before the address is there and
+///   outlives it wherever only the address goes
 /// - served and one-master: since the last change, while everything is well but what is
 ///   "survivable" in Faults.cpp, on one node. Not after a failing command has been run
+/// - undisturbed: not the roles where the fault is "owned": the nodes do not hear each other
+/// - log: not on overloaded nodes; the agent logs a reset of its role after the commands of it
 /// - a standby on which not all programs run never drops the address it has (the keeper's
 ///   ha-address does, unless "keeper-kill-address" has hit it). From then on the schedule is not
 ///   judged for served and one-master; Outcome::leftAddress counts it, --left-at-most limits it
@@ -29,6 +40,9 @@
 
 namespace velarix::simulate
 {
+
+/// How long two nodes may hold the address with the keeper. A test shortens it.
+inline Micros splitLimit = kSecond;
 
 struct Violation
 {

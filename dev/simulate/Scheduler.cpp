@@ -15,7 +15,6 @@ namespace
 
 constexpr std::size_t kStack = 128 * 1024;
 
-Task* g_current = nullptr;
 std::jmp_buf g_main;
 std::vector<char*> g_stacks; ///< not in use
 
@@ -51,11 +50,6 @@ std::uint64_t Random::next()
 	return mixed ^ (mixed >> 31U);
 }
 
-Task* Scheduler::current()
-{
-	return g_current;
-}
-
 Scheduler::~Scheduler()
 {
 	// The latest first: a thread ends before the object that it belongs to.
@@ -66,16 +60,16 @@ Scheduler::~Scheduler()
 	}
 }
 
-void Scheduler::push(Event event)
+void Scheduler::push(Micros moment, Event event)
 {
-	event.order = ++m_order;
+	event.key = (moment << kOrderBits) + ++m_order;
 	m_events.push_back(std::move(event));
 	std::push_heap(m_events.begin(), m_events.end(), IsLater());
 }
 
 void Scheduler::at(Micros moment, std::function<void()> call)
 {
-	push({std::max(moment, m_now), 0, nullptr, 0, std::make_unique<std::function<void()>>(std::move(call))});
+	push(std::max(moment, m_now), {0, nullptr, 0, std::make_unique<std::function<void()>>(std::move(call))});
 }
 
 Task& Scheduler::spawn(Process& process, std::function<void()> body)
@@ -89,12 +83,17 @@ Task& Scheduler::spawn(Process& process, std::function<void()> body)
 
 void Scheduler::wakeAt(Task& task, Micros moment)
 {
-	push({std::max(moment, m_now), 0, &task, task.turn, {}});
+	moment = std::max(moment, m_now);
+	if (moment < task.wakesAt)
+	{
+		task.wakesAt = moment;
+		push(moment, {0, &task, task.turn, {}});
+	}
 }
 
 void Scheduler::pause(Micros moment)
 {
-	Task& task = *g_current;
+	Task& task = *s_current;
 	if (!task.dying)
 	{
 		if (moment != kNoTime)
@@ -130,14 +129,14 @@ void Scheduler::begin()
 {
 	try
 	{
-		g_current->body();
+		s_current->body();
 	}
 	catch (const Killed&)
 	{
 		// Its process has ended.
 	}
-	g_current->body = nullptr;
-	g_current->finished = true;
+	s_current->body = nullptr;
+	s_current->finished = true;
 	_longjmp(g_main, 1);
 }
 
@@ -149,7 +148,8 @@ void Scheduler::resume(Task& task)
 		return;
 	}
 	++task.turn;
-	g_current = &task;
+	task.wakesAt = kNoTime;
+	s_current = &task;
 	m_hooks.enter(task);
 	swapExceptions(task);
 	if (_setjmp(g_main) == 0)
@@ -166,8 +166,8 @@ void Scheduler::resume(Task& task)
 		::makecontext(&context, &Scheduler::begin, 0);
 		::setcontext(&context);
 	}
-	Task& ran = *g_current;
-	g_current = nullptr;
+	Task& ran = *s_current;
+	s_current = nullptr;
 	swapExceptions(ran);
 	m_hooks.leave(ran);
 	if (ran.finished)
@@ -176,36 +176,40 @@ void Scheduler::resume(Task& task)
 	}
 }
 
-void Scheduler::take(Event& event)
+bool Scheduler::take(Event& event)
 {
 	if (event.task == nullptr)
 	{
 		(*event.call)();
-		return;
+		return true;
 	}
 	Task& task = *event.task;
 	if (event.turn != task.turn || task.finished)
 	{
-		return;
+		return false;
 	}
 	if (!task.dying && !m_hooks.mayRun(task))
 	{
 		task.missed = true;
-		return;
+		task.wakesAt = kNoTime;
+		return false;
 	}
 	resume(task);
+	return true;
 }
 
 void Scheduler::run(Micros moment)
 {
-	while (!m_stopped && !m_events.empty() && m_events.front().at <= moment)
+	while (!m_stopped && !m_events.empty() && m_events.front().key >> kOrderBits <= moment)
 	{
 		std::pop_heap(m_events.begin(), m_events.end(), IsLater());
 		Event event = std::move(m_events.back());
 		m_events.pop_back();
-		m_now = event.at;
-		take(event);
-		m_hooks.afterEvent();
+		m_now = event.key >> kOrderBits;
+		if (take(event))
+		{
+			m_hooks.afterEvent();
+		}
 	}
 }
 

@@ -53,6 +53,7 @@ struct Task
 	std::jmp_buf place{};
 	std::array<void*, 2> exceptions{}; ///< what the C++ runtime keeps of exceptions in flight
 	std::uint32_t turn = 0;            ///< wakes of an earlier pause do not count
+	Micros wakesAt = kNoTime;          ///< the earliest of this turn: later ones are not needed
 	bool started = false;
 	bool dying = false;
 	bool finished = false;
@@ -79,7 +80,7 @@ public:
 
 	Micros now() const { return m_now; }
 	/// The task that runs; null between tasks.
-	static Task* current();
+	static Task* current() { return s_current; }
 
 	void at(Micros moment, std::function<void()> call);
 	Task& spawn(Process& process, std::function<void()> body);
@@ -100,8 +101,7 @@ public:
 private:
 	struct Event
 	{
-		Micros at = 0;
-		std::uint64_t order = 0;
+		std::int64_t key = 0; ///< the moment, and among those of one moment the order
 		Task* task = nullptr;
 		std::uint32_t turn = 0;
 		std::unique_ptr<std::function<void()>> call; ///< small to move: the heap moves a lot
@@ -109,20 +109,22 @@ private:
 
 	struct IsLater
 	{
-		bool operator()(const Event& one, const Event& other) const
-		{
-			return one.at != other.at ? one.at > other.at : one.order > other.order;
-		}
+		bool operator()(const Event& one, const Event& other) const { return one.key > other.key; }
 	};
 
-	void push(Event event);
-	void take(Event& event);
+	static constexpr int kOrderBits = 24; ///< a schedule has fewer events, and ends within days
+
+	void push(Micros moment, Event event);
+	/// @return whether anything has run
+	bool take(Event& event);
 	void resume(Task& task);
 	static void begin();
 
+	static inline Task* s_current = nullptr;
+
 	Hooks m_hooks;
 	Micros m_now = 0;
-	std::uint64_t m_order = 0;
+	std::int64_t m_order = 0;
 	bool m_stopped = false;
 	std::vector<Event> m_events; ///< a heap
 	std::vector<std::unique_ptr<Task>> m_tasks;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <utility>
 
 #include "dev/simulate/Programs.h"
 
@@ -17,6 +18,7 @@ World* g_pWorld = nullptr;
 constexpr Micros kClientPatience = 8 * kSecond;
 /// From power on to the agent's start.
 constexpr Micros kBoot = 300 * kMilli;
+constexpr Micros kCommandsSlower = 10;
 constexpr Micros kClientLooks = 500 * kMilli;
 
 } // namespace
@@ -24,16 +26,6 @@ constexpr Micros kClientLooks = 500 * kMilli;
 World& world()
 {
 	return *g_pWorld;
-}
-
-Node& self()
-{
-	return *Scheduler::current()->process->node;
-}
-
-Process& selfProcess()
-{
-	return *Scheduler::current()->process;
 }
 
 World::World(Profile itsProfile, std::uint64_t seed, bool itRecords)
@@ -78,6 +70,8 @@ void World::powerOff(Node& node)
 	node.frozen = false;
 	node.address = false;
 	node.marker = false;
+	node.reachAddress = false;
+	node.datagrams.clear();
 	node.states.clear();
 	node.arp.clear();
 	++node.announcer;
@@ -89,6 +83,9 @@ void World::startAgent(Node& node)
 	{
 		node.asking = 0;
 		node.threadEnded = false;
+		node.loggedRole = nullptr;
+		const bool reaches = profile == Profile::plain || find(node, keeper::kReachProgram) != nullptr;
+		reaches ? void() : startManaged(node, keeper::kReachProgram);
 		runTask(start(node, kAgent, nullptr), runAgent);
 	}
 }
@@ -161,6 +158,11 @@ void World::endIn(Micros time, const Process& process, int status)
 	             });
 }
 
+void World::terminate(Process& process)
+{
+	process.name == kService ? endIn(stopTime, process, SIGTERM) : end(process, SIGTERM);
+}
+
 void World::signal(Process& process, int number)
 {
 	if (!process.alive)
@@ -173,9 +175,8 @@ void World::signal(Process& process, int number)
 		process.stopped = true;
 		return;
 	case SIGCONT:
-		process.stopped = false;
 		wake(process);
-		process.termPending ? end(process, SIGTERM) : void();
+		std::exchange(process.stopped, false) && process.termPending ? terminate(process) : void();
 		return;
 	case SIGTERM:
 		if (process.takesSignals)
@@ -185,14 +186,14 @@ void World::signal(Process& process, int number)
 			return;
 		}
 		process.termPending = true;
-		process.stopped ? void() : end(process, number);
+		process.stopped ? void() : terminate(process);
 		return;
 	default:
 		end(process, number);
 	}
 }
 
-Process* World::find(const Node& node, const std::string& name) const
+Process* World::find(const Node& node, std::string_view name) const
 {
 	const auto found = std::ranges::find_if(node.processes, [&](const auto& process)
 	                                        { return process->alive && process->name == name; });
@@ -204,15 +205,25 @@ void World::wake(Process& process)
 	for (Task* task : process.tasks)
 	{
 		scheduler.catchUp(*task);
-		scheduler.wakeAt(*task, now() + random.between(10, 80));
+		scheduler.wakeAt(*task, now() + random.between(10, 80) * pace);
 	}
 }
 
-void World::wakeKeeper(Node& node)
+void World::wakeKeeper(Node& node, const char* program)
 {
-	for (const auto& process : node.processes)
+	Process* process = find(node, program);
+	process != nullptr && process->takesSignals ? wake(*process) : void();
+}
+
+void World::ring(Node& node)
+{
+	for (const char* program : {keeper::kAddressProgram, keeper::kReachProgram})
 	{
-		process->takesSignals ? wake(*process) : void();
+		if (Process* process = find(node, program))
+		{
+			process->bell = true;
+			wakeKeeper(node, program);
+		}
 	}
 }
 
@@ -230,8 +241,7 @@ void World::setAddress(Node& node, bool held)
 	if (node.address != held)
 	{
 		node.address = held;
-		node.bell = true;
-		wakeKeeper(node);
+		ring(node);
 	}
 }
 
@@ -245,6 +255,8 @@ void World::sleepUntil(Micros moment)
 
 Micros World::effort(const Node& node, Micros usual)
 {
+	// Commands are slow because of many things: the root of the pace is 1, 3 or 10.
+	usual *= pace > kCommandsSlower ? kCommandsSlower : pace > 1 ? 3 : 1;
 	return node.slow ? random.between(usual, 1'500 * kMilli) : random.between(usual / 2, usual * 2);
 }
 
@@ -282,7 +294,7 @@ bool World::delivers(Network network, Host from, Host to)
 
 Micros World::latency(Network network, Host from, Host /*to*/)
 {
-	return random.between(20, 60) + (from < hostGateway ? nodes.at(from).interfaces.at(network).delay : 0);
+	return random.between(20, 60) * pace + (from < hostGateway ? nodes.at(from).interfaces.at(network).delay : 0);
 }
 
 bool World::holds(Host host) const
@@ -316,7 +328,7 @@ void World::arp(Host from, keeper::ArpKind kind)
 			             if (to < hostGateway)
 			             {
 				             node(to).arp.push_back({kind, macOf(from)});
-				             wakeKeeper(node(to));
+				             wakeKeeper(node(to), keeper::kAddressProgram);
 			             }
 			             const bool asked = kind == keeper::ArpKind::foreignProbe && holds(to);
 			             if (asked && from < hostGateway && delivers(serviceNetwork, to, from))
@@ -325,7 +337,7 @@ void World::arp(Host from, keeper::ArpKind kind)
 				                          [this, from, to]
 				                          {
 					                          node(from).arp.push_back({keeper::ArpKind::claim, macOf(to)});
-					                          wakeKeeper(node(from));
+					                          wakeKeeper(node(from), keeper::kAddressProgram);
 				                          });
 			             }
 		             });

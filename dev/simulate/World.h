@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "dev/simulate/Scheduler.h"
@@ -44,9 +45,12 @@ enum Network : int
 };
 
 inline constexpr const char* kVirtualAddress = "192.0.2.100";
-inline constexpr const char* kService = "labhttpd";  ///< the managed program; below the keeper with it
-inline constexpr const char* kSupervisor = "ha-web"; ///< the keeper's program for it
+inline constexpr std::string_view kService = "labhttpd"; ///< the managed program; below the keeper with it
+inline constexpr const char* kSupervisor = "ha-web";     ///< the keeper's program for it
 inline constexpr const char* kAgent = "VelarixHA";
+inline constexpr const char* kReachAddress = "192.0.0.8";
+inline constexpr const char* kServiceGateway = "192.0.2.1";
+inline constexpr const char* kCommunicationGateway = "198.51.100.1";
 
 struct Node;
 
@@ -62,6 +66,8 @@ struct Process
 	bool reaped = false;
 	bool stopped = false;
 	bool takesSignals = false; ///< SIGTERM goes to its loop
+	bool hidden = false;       ///< its guard has given its name away
+	bool bell = false;         ///< an interface or an address has changed
 	bool termPending = false;
 	int status = 0; ///< as of waitpid
 	std::deque<int> signals;
@@ -115,13 +121,16 @@ struct Node
 	// The agent's.
 	std::int32_t asking = 0; ///< g_specialAsking while another node's tasks run
 	const MODE* role = nullptr;
+	const MODE* loggedRole = nullptr; ///< the last that its log tells
 	Listener* listener = nullptr;
 	std::string startTime;
 	bool threadEnded = false; ///< a worker has ended by an exception, or the agent by a fatal condition
 
 	// The keeper's.
 	std::deque<keeper::ArpPacket> arp;
-	bool bell = false;
+	bool reachAddress = false;                      ///< on lo
+	std::array<Micros, 2> echoAt{kNoTime, kNoTime}; ///< when the answer of each network's gateway comes
+	std::deque<std::string> datagrams;
 	std::map<std::string, keeper::Fields> states;
 	std::string printed;       ///< by the command that runs
 	std::vector<bool> watches; ///< of the runtime directory: has something changed
@@ -146,6 +155,8 @@ public:
 	bool gateway = true;
 	std::array<bool, 2> gatewayCut{};
 	bool rogue = false;
+	Micros pace = 1;             ///< the kernel and the networks are so many times slower
+	Micros stopTime = 0;         ///< from SIGTERM to the end of a managed program
 	Host clientKnows = hostNone; ///< whose hardware address the client has
 	std::function<void()> observe;
 	/// Only while recording. Text of the agent's log, by label and number.
@@ -169,7 +180,7 @@ public:
 	void end(Process& process, int status);
 	void endIn(Micros time, const Process& process, int status);
 	void signal(Process& process, int number);
-	Process* find(const Node& node, const std::string& name) const;
+	Process* find(const Node& node, std::string_view name) const;
 	void startProgram(Node& node, Process* parent);
 	/// Runs one of the settings' programs as the run script does.
 	void startManaged(Node& node, const std::string& name);
@@ -180,6 +191,8 @@ public:
 	Micros latency(Network network, Host from, Host to);
 	void arp(Host from, keeper::ArpKind kind);
 	void setAddress(Node& node, bool held);
+	/// Within a task: what the kernel takes for one request.
+	void sleepInKernel() { sleepFor(random.between(10, 80) * pace); }
 	bool holds(Host host) const;
 	bool serves(const Node& node) const;
 	/// @return "a", "a+b", "none"
@@ -193,10 +206,14 @@ public:
 	void sleepUntil(Micros moment);
 	void sleepFor(Micros time) { sleepUntil(now() + time); }
 	void wake(Process& process);
-	void wakeKeeper(Node& node);
+	/// One of the keeper's programs.
+	void wakeKeeper(Node& node, const char* program);
+	/// An interface or an address has changed.
+	void ring(Node& node);
 	void stateChanged(Node& node);
 
 private:
+	void terminate(Process& process);
 	bool reaches(Network network, Host from, Host to) const;
 	bool answersFrom(Host host) const;
 	void clientAsks();
@@ -206,8 +223,14 @@ private:
 
 /// The world that runs, and whose task has the turn.
 World& world();
-Node& self();
-Process& selfProcess();
+inline Process& selfProcess()
+{
+	return *Scheduler::current()->process;
+}
+inline Node& self()
+{
+	return *selfProcess().node;
+}
 
 /// Within a task: waits until `holds`, at the latest until `end`. @return whether it does
 template <typename Condition> bool waitUntil(Condition holds, Micros end)
