@@ -213,7 +213,7 @@ std::optional<Sight> look(const AddressSettings& settings)
 	return Sight{1, own, node.interfaces.at(sim::serviceNetwork).carrier, node.address, node.marker, {own}};
 }
 
-int addAddress(const AddressSettings& settings)
+int addAddress(const AddressSettings& settings, std::uint32_t /*seconds*/)
 {
 	world().sleepInKernel();
 	settings.interface == kLoopback ? void(self().reachAddress = true) : world().setAddress(self(), true);
