@@ -193,8 +193,8 @@ bool hasOption(const std::vector<std::string>& words, char option)
 
 void killer(Findings& findings, const CommandText& command)
 {
-	const std::vector<std::string> words = lastCommand(command);
-	const auto calls = [&](const char* name) { return std::ranges::find(words, name, baseName) != words.end(); };
+	const std::vector<std::string> words = innerCommand(lastCommand(command)).words;
+	const auto calls = [&](const char* name) { return !words.empty() && baseName(words.front()) == name; };
 	const bool pkill = calls("pkill");
 	if (calls("kill"))
 	{

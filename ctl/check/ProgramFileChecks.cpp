@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -45,52 +46,74 @@ std::string beginning(const fs::path& file)
 	return text;
 }
 
-/// @return the words of the command with which a shell script ends, without "exec" and
-///         what stands behind a separator; empty for none that is plain
-std::vector<std::string> lastWords(const std::string& script, bool& execs)
+/// The command with which a shell script ends, as far as it is plain.
+struct LastCommand
 {
-	static const Pattern kExec(R"((?:^|[\s;&|])exec\s+([^;&|<>]+))");
-	static const Pattern kPlain(
-	    R"(^\s*((?:/|(?:nohup|setsid|env|nice|ionice|setpriv|runuser|sudo|chroot|java|python3?|perl|node|ruby)\s)[^;&|<>]*))");
+	std::vector<std::string> words;
+	/// The line that it stands in.
+	std::string line;
+	/// What separates it from the command before it.
+	std::string separator;
+	bool inBackground = false;
+	/// "wait" follows.
+	bool waits = false;
+	/// The script's process turns into the program.
+	bool execs = false;
+};
+
+/// What stands behind the program that a script is for: "echo $! >pid; exit 0".
+bool isTidyingUp(const std::vector<std::string>& words)
+{
+	constexpr std::array kWords{"exit", "return", "wait", "echo", "printf", "true", ":", "disown"};
+	return std::ranges::find(kWords, words.front()) != kWords.end() || std::ranges::all_of(words, isAssignment);
+}
+
+LastCommand lastCommand(const std::string& script)
+{
+	static const Pattern kCommand("([^;&|]+)([;&|]*)");
 	std::istringstream lines(script);
-	std::string text;
-	for (std::string line; std::getline(lines, line);)
+	LastCommand last;
+	for (std::string line, more; std::getline(lines, line);)
 	{
-		const std::string shown = line.substr(0, kLineLength);
-		if (shown.find_first_not_of(" \t") == std::string::npos || shown[shown.find_first_not_of(" \t")] == '#')
+		while (line.ends_with('\\') && std::getline(lines, more))
+		{
+			line.replace(line.size() - 1, 1, more);
+		}
+		const std::size_t begin = line.find_first_not_of(" \t");
+		if (begin == std::string::npos || line[begin] == '#')
 		{
 			continue;
 		}
-		Pattern::Groups command = kExec.found(shown);
-		execs = !command.empty();
-		command = execs ? command : kPlain.found(shown);
-		text = command.empty() ? "" : command[1];
+		line.resize(std::min(line.size(), kLineLength));
+		const std::string plain = CommandText(line).plain();
+		if (plain.find_first_not_of(" \t") == std::string::npos)
+		{
+			last = {}; // the end of a text in quotes
+		}
+		std::string separator;
+		for (const Pattern::Groups& command : kCommand.all(plain))
+		{
+			std::istringstream text(command.at(1));
+			const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+			if (!words.empty() && !isTidyingUp(words))
+			{
+				const auto first = std::ranges::find_if_not(words, isAssignment);
+				last = {words, line, separator, command.at(2) == "&", false, *first == "exec"};
+			}
+			last.waits = last.waits || (!words.empty() && words.front() == "wait");
+			separator = command.at(2);
+		}
 	}
-	std::istringstream words(text);
-	return {std::istream_iterator<std::string>(words), {}};
+	return last;
 }
 
-/// It begins with the directory in which the program is looked for.
-bool hasChroot(const std::vector<std::string>& words)
+/// A script may end in one of these without being there for it.
+bool isEveryday(const std::string& program)
 {
-	return std::ranges::find(words, "chroot", baseName) != words.end();
-}
-
-/// @return the program among the words: "setpriv --reuid=1 /opt/x/server" runs server
-std::string programOf(const std::vector<std::string>& words)
-{
-	const auto isPath = [](const std::string& word) { return word.starts_with('/'); };
-	auto path = std::ranges::find_if(words, isPath);
-	if (path != words.end() && hasChroot(words))
-	{
-		path = std::find_if(path + 1, words.end(), isPath);
-	}
-	if (path != words.end())
-	{
-		return *path;
-	}
-	const auto plain = std::ranges::find_if(words, [](const std::string& word) { return !word.starts_with('-'); });
-	return plain == words.end() ? "" : *plain;
+	constexpr std::array kTools{"awk",  "cat",    "chmod", "chown",  "cp",     "date",    "grep", "ip",        "kill",
+	                            "ln",   "logger", "mkdir", "mv",     "rm",     "sed",     "sh",   "sleep",     "sync",
+	                            "test", "tee",    "touch", "sysctl", "umount", "killall", "[",    "systemctl", "pkill"};
+	return std::ranges::find(kTools, program) != kTools.end();
 }
 
 class ProgramFile
@@ -226,32 +249,47 @@ private:
 			      "try it: sh -n " + m_file.string());
 			return;
 		}
-		bool execs = false;
-		const std::vector<std::string> words = lastWords(text, execs);
-		const std::string program = programOf(words);
-		if (execs && program.starts_with('/') && !hasChroot(words) &&
-		    program.find_first_of("$*?[\"'`") == std::string::npos &&
-		    host::fileFacts(m_paths.belowIfAny(program)).kind == FileKind::missing)
+		const LastCommand last = lastCommand(text);
+		const InnerCommand inner = innerCommand(last.words);
+		const std::string program = inner.words.empty() ? "" : inner.words.front();
+		// A word that is not in the line was put together of variables and quotes.
+		if (program.empty() || last.line.find(program) == std::string::npos ||
+		    program.find_first_of("$*?[\"'`") != std::string::npos)
 		{
-			error("missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing",
-			      "install the program, or correct the script");
 			return;
 		}
-		wrapper(words, program, execs);
+		if (last.execs && !inner.elsewhere && isMissing(program))
+		{
+			const bool sure = program.starts_with('/') && last.separator != "||" && !mayMount(text);
+			add(sure ? Severity::error : Severity::warning,
+			    {"missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing", m_effect,
+			     "install the program, or correct the script"});
+			return;
+		}
+		wrapper(last, program);
+	}
+
+	static bool mayMount(const std::string& script) { return script.find("mount") != std::string::npos; }
+
+	/// A name alone is looked up where the service looks; the script may have a PATH of its own.
+	bool isMissing(const std::string& program) const
+	{
+		return program.starts_with('/') ? host::fileFacts(m_paths.belowIfAny(program)).kind == FileKind::missing
+		                                : program.find('/') == std::string::npos && toolPath(m_paths, program).empty();
 	}
 
 	/// A script that turns into a program of another name is lost from sight, and one that
 	/// waits for such a program is killed without it.
-	void wrapper(const std::vector<std::string>& words, const std::string& program, bool execs)
+	void wrapper(const LastCommand& last, const std::string& program)
 	{
-		const bool same = std::ranges::any_of(words, [&](const std::string& word)
+		const bool same = std::ranges::any_of(last.words, [&](const std::string& word)
 		                                      { return baseName(word).find(m_name) != std::string::npos; });
 		const std::string shown = baseName(program).substr(0, kProcessNameLength);
-		if (shown.empty() || same || program.find_first_of("$\"'`") != std::string::npos)
+		if (same)
 		{
 			return;
 		}
-		if (execs)
+		if (last.execs)
 		{
 			add(Severity::warning,
 			    {"wrapper-of-another-name",
@@ -260,10 +298,22 @@ private:
 			     "give the script the program's file name, in another directory"});
 			return;
 		}
-		add(Severity::warning, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
-		                        "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
-		                            "\" goes on: after a failover it runs on both nodes",
-		                        "write exec before it, and give the script the program's file name"});
+		if (isService(last, program))
+		{
+			add(Severity::warning, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
+			                        "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
+			                            "\" goes on: after a failover it runs on both nodes",
+			                        "write exec before it, and give the script the program's file name"});
+		}
+	}
+
+	/// It is no word of the shell, and no everyday tool.
+	bool isService(const LastCommand& last, const std::string& program) const
+	{
+		static const Pattern kInterpreter("java|python[0-9.]*|perl|node|ruby|php");
+		return program.starts_with('/') || last.words.front() != program || !kInterpreter.matched(program).empty() ||
+		       (!isEveryday(program) && CommandText(program).programs().size() == 1 &&
+		        program.find('/') == std::string::npos && !toolPath(m_paths, program).empty());
 	}
 
 	const Paths& m_paths;

@@ -163,6 +163,12 @@ const Row kRows[] = {
     {"WrapperOfTheSameName",       {},                                                         [](Node& node) { node.program("\x7f" "ELF", "/opt/other/server"); node.program("#!/bin/sh\n# exec other\nexec /opt/other/server -c /etc/server.conf\n"); }},
     {"WrapperInTheBackground",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\nnohup /opt/other/daemon &\n"); }},
     {"WrapperOfAnInterpreter",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\njava -jar /opt/x.jar\n"); }},
+    {"ScriptLocksAnAbsentFile",    {},                                                         [](Node& node) { node.program("#!/bin/sh\nexec flock /run/lock/no.lock \\\n  /opt/service/bin/server\n"); }},
+    {"ScriptOfAnotherRoot",        {},                                                         [](Node& node) { node.program("#!/bin/sh\nexec unshare --root=/jail /usr/sbin/server\n"); }},
+    {"ScriptSaysExec",             {},                                                         [](Node& node) { node.program("#!/bin/sh\n/opt/service/bin/server -d\nlogger did exec /opt/no/server\n"); }},
+    {"ScriptMountsTheProgram",     {"warning missing-program-file " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\nmount /srv && exec /srv/server\n"); }},
+    {"ScriptOfUnknownPrefix",      {},                                                         [](Node& node) { node.program("", "/usr/bin/capsh"); node.program("#!/bin/sh\nexec capsh --chroot=/jail -- -c /srv/server\n"); }},
+    {"ScriptRunsNothingBehind",    {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.program("#!/bin/sh\nexec nice -n 5 /opt/no/server\n"); }},
     {"WholeProgram",               {},                                                         [](Node& node) { node.program(readFile("/proc/self/exe")); }},
     {"HalfAProgram",               {"error truncated-program " CONFIG ":18"},                  [](Node& node) { const std::string whole = readFile("/proc/self/exe"); node.program(whole.substr(0, whole.size() / 2)); }},
     {"ScriptFromWindows",          {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("#!/bin/sh\r\nexec /opt/other/server\r\n"); }},
@@ -292,8 +298,10 @@ TEST_F(InstallationCheck, AFullDiskIsFound)
 TEST_F(InstallationCheck, WrappersThatChangeWhoAndHowItRunsAreFine)
 {
 	executable("/opt/other/server");
-	for (const char* how : {"setpriv --reuid=1000 --clear-groups", "env A=1", "nice -n 5", "runuser -u ha --",
-	                        "taskset -c 1", "chroot /srv/jail", "sudo -u ha", "ionice -c 3 nice -n 5"})
+	for (const char* how :
+	     {"setpriv --reuid=1000 --clear-groups", "env A=1", "nice -n 5", "runuser -u ha --", "taskset -c 1",
+	      "chroot /srv/jail", "sudo -u ha", "ionice -c 3 nice -n 5", "flock -w 5 /run/lock/service.lock",
+	      "unshare --root=/srv/jail", "timeout -k 5 1h", "setpriv --reuid 1000 env -u A B=1"})
 	{
 		program(std::string("#!/bin/sh\nexec ") + how + " /opt/other/server -d\n");
 		EXPECT_THAT(found(), IsEmpty()) << how;

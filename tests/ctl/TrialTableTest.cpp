@@ -130,6 +130,7 @@ const Row kRows[] = {
 {"KillExactly",                kKill, DEL " 2>/dev/null; pkill -9 -x",                             "", {}},
 {"KillByAFunction",            kKill, DEL "; f() { pidof \"$1\" | xargs -r kill -9; }; f",         "", {}},
 {"KillByAScript",              kKill, "SCRIPT",                                                    DEL "; exec killall -q -9 \"$1\"", {}},
+{"KillByAScriptsVerb",         kKill, "SCRIPT kill",                                               DEL "; exec killall -q -9 \"$2\"", {}},
 // ---- an address of which the check of the addresses speaks
 {"CommentInTheVirtualIP",      "VIRTUAL_IP", "198.51.100.10 ; shared",                             "", {}},
 };
