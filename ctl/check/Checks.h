@@ -60,8 +60,9 @@ void runInfo(Findings& findings, const Paths& paths);
 /// The programs' files.
 void programFiles(Findings& findings, const Paths& paths);
 /// The file of a program or check that the keeper runs.
+/// @param stays its end is the service's
 void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const std::filesystem::path& file,
-                    const std::string& effect);
+                    const std::string& effect, bool stays);
 /// Who may write along the paths of what root runs, links followed.
 void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.

@@ -121,10 +121,11 @@ class ProgramFile
 public:
 	/// @param name what the agent looks for; empty for what the keeper runs, whose name is all the same
 	/// @param effect of a program that does not start
+	/// @param stays the keeper takes its end for the service's
 	ProgramFile(Findings& findings, const Paths& paths, Place place, std::string name, fs::path file,
-	            std::string effect)
+	            std::string effect, bool stays = false)
 	    : m_paths(paths), m_findings(findings), m_place(std::move(place)), m_name(std::move(name)),
-	      m_file(std::move(file)), m_effect(std::move(effect))
+	      m_file(std::move(file)), m_effect(std::move(effect)), m_stays(stays)
 	{
 	}
 
@@ -223,13 +224,15 @@ private:
 			      "sed -i 's/\\r$//' " + m_file.string());
 			return;
 		}
-		std::istringstream first(line);
-		std::string interpreter;
-		first >> interpreter;
-		if (!isExecutable(m_paths.belowIfAny(interpreter)))
+		const std::string interpreter = interpreterOf(line);
+		const bool path = interpreter.starts_with('/');
+		if (path ? !isExecutable(m_paths.belowIfAny(interpreter)) : toolPath(m_paths, interpreter).empty())
 		{
-			error("missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
-			      "install " + interpreter + ", or correct the first line");
+			// The service may have been given another PATH.
+			const bool sure = path || interpreter.find(' ') != std::string::npos;
+			add(sure ? Severity::error : Severity::warning,
+			    {"missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
+			     m_effect, "install " + interpreter + ", or correct the first line (env needs -S before arguments)"});
 			return;
 		}
 		const std::string shell = baseName(interpreter);
@@ -239,19 +242,52 @@ private:
 		}
 	}
 
+	/// @param line what stands behind "#!"; behind env, all of the rest is one name unless -S splits it
+	static std::string interpreterOf(const std::string& line)
+	{
+		static const Pattern kEnv(R"(\s*\S*/env\s+(-\S*S\s*)?(.*\S)\s*)");
+		std::istringstream words(line);
+		std::string first;
+		words >> first;
+		const Pattern::Groups env = kEnv.matched(line);
+		if (env.empty() || env.at(2).starts_with('-') ||
+		    (!env.at(1).empty() && env.at(2).find_first_of("\"'$") != std::string::npos))
+		{
+			return first;
+		}
+		if (env.at(1).empty())
+		{
+			return env.at(2);
+		}
+		std::istringstream split("env " + env.at(2));
+		const InnerCommand inner = innerCommand({std::istream_iterator<std::string>(split), {}});
+		return inner.words.empty() ? first : inner.words.front();
+	}
+
 	void shellScript(const std::string& text, const std::string& shell)
 	{
-		// Another shell's grammar is not this one's, and half a script is no script.
-		const bool judged = shell != "bash" && text.size() < kScriptLength;
-		if (const std::string refusal = judged ? host::shellRefusal(text) : ""; !refusal.empty())
+		const bool bash = shell == "bash";
+		// Half a script is no script, and patterns that bash has to be told of are read at the run alone.
+		const bool judged = text.size() < kScriptLength && text.find("extglob") == std::string::npos;
+		if (const std::string refusal = judged ? host::shellRefusal(text, bash ? "/bin/bash" : "/bin/sh") : "";
+		    !refusal.empty())
 		{
 			error("broken-script", m_file.string() + " is no shell script: " + refusal,
-			      "try it: sh -n " + m_file.string());
+			      "try it: " + shell + " -n " + m_file.string());
 			return;
 		}
 		const LastCommand last = lastCommand(text);
 		const InnerCommand inner = innerCommand(last.words);
 		const std::string program = inner.words.empty() ? "" : inner.words.front();
+		if (m_stays && last.inBackground && !last.waits)
+		{
+			add(Severity::warning,
+			    {"wrapper-without-exec", m_file.string() + " leaves its program in the background and ends",
+			     "the end counts as the service's: it is started again, fails here and moves on, and what it left "
+			     "may go on",
+			     "let the script end in \"exec PROGRAM ARGUMENTS\", with the option that keeps it in the foreground"});
+			return;
+		}
 		// A word that is not in the line was put together of variables and quotes.
 		if (program.empty() || last.line.find(program) == std::string::npos ||
 		    program.find_first_of("$*?[\"'`") != std::string::npos)
@@ -322,6 +358,7 @@ private:
 	std::string m_name;
 	fs::path m_file;
 	std::string m_effect;
+	bool m_stays;
 };
 
 } // namespace
@@ -352,9 +389,9 @@ void programFiles(Findings& findings, const Paths& paths)
 }
 
 void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const fs::path& file,
-                    const std::string& effect)
+                    const std::string& effect, bool stays)
 {
-	ProgramFile(findings, paths, place, "", file, effect).check();
+	ProgramFile(findings, paths, place, "", file, effect, stays).check();
 }
 
 } // namespace velarix::ctl::checks
