@@ -29,6 +29,12 @@ struct Place
 
 /// ---- on the text alone -----------------------------------------------------
 
+/// Blanks and quotes that a web page or a word processor has written, or all values in quotes:
+/// each line would be a fault of its own.
+/// @return whether there are, which is reported once
+bool writtenForOthers(Findings& findings);
+/// @return the text without typographic quotes, dashes and blanks
+std::string withoutPasted(std::string text);
 /// Lines that do not do what they look like: unknown and repeated keys, lines
 /// without "=", comments and quotes in a value, references.
 void lines(Findings& findings);

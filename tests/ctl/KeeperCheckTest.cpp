@@ -109,6 +109,15 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	            ElementsAre(std::string("error keeper-settings ") + kKeeperIni));
 }
 
+TEST_F(KeeperCheck, OneCauseIsOneFinding)
+{
+	std::vector<std::string> same = lines;
+	setKey(same, "VIRTUAL_IP", "192.0.2.2");
+	EXPECT_THAT(foundIn(joined(same), m_keeper), ElementsAre(std::string("error same-address ") + kConfig + ":11"));
+	EXPECT_THAT(foundIn(changed(joined(lines), {"PROCESS_NUM = 2", "PROCESS_NUM = 1"}), m_keeper),
+	            ElementsAre(std::string("error keeper-service-unmanaged ") + kKeeperIni + ":5"));
+}
+
 TEST_F(KeeperCheck, CommandsBehindOthersAreFine)
 {
 	executable("/usr/bin/nice");
