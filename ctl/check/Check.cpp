@@ -8,6 +8,8 @@
 #include <tuple>
 #include <utility>
 
+#include "FindingNames.h"
+
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
 #include "ctl/check/KeeperChecks.h"
@@ -82,6 +84,17 @@ void dropConsequences(CheckReport& report)
 	              });
 }
 
+void known(CheckReport& report, const std::string& name, const fs::path& file, int line)
+{
+	if (!name.empty() && name[0] != '#' && name[0] != ';' &&
+	    std::ranges::find(kFindingNames, name) == kFindingNames.end())
+	{
+		report.findings.push_back({"unknown-finding", Severity::warning, file, line, "no finding has the name " + name,
+		                           "what is meant to be accepted still counts",
+		                           "write the name in brackets behind the finding"});
+	}
+}
+
 /// A name in each line, with the reason behind it.
 std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 {
@@ -90,9 +103,11 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 	try
 	{
 		std::istringstream lines(host::fileFacts(file).kind == host::FileKind::missing ? "" : readInputFile(file));
+		int number = 0;
 		for (std::string line; std::getline(lines, line);)
 		{
 			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
+			known(report, result.back(), file, ++number);
 		}
 	}
 	catch (const Failure& failure)
@@ -206,6 +221,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
 	checks::service(findings, paths);
+	checks::notifiers(findings, paths);
 	checks::firewall(findings, paths);
 	checks::tunnelFiles(findings);
 }
@@ -296,9 +312,13 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	}
 	dropConsequences(report);
 	leaveOutRoot(report, paths);
-	sort(report, request.file);
 	std::vector<std::string> names = acknowledged(paths, report);
-	names.insert(names.end(), request.ignored.begin(), request.ignored.end());
+	for (const std::string& name : request.ignored)
+	{
+		known(report, name, request.file, 0);
+		names.push_back(name);
+	}
+	sort(report, request.file);
 	setAside(report, names);
 	return report;
 }

@@ -229,11 +229,25 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 {
 	const std::string shown = raised.address + "/" + std::to_string(raised.prefix);
 	std::vector<int> around;
+	const auto isNeighbour = [&](const Address& there)
+	{
+		return there.interface == raised.interface && there.address != raised.address &&
+		       networkOf(there.address, raised.prefix) == networkOf(raised.address, raised.prefix);
+	};
 	for (const Address& there : addresses)
 	{
 		// The keeper drops it whatever its prefix.
 		const bool stays = there.interface != raised.interface || (!keeper && there.prefix != raised.prefix);
 		const bool other = stays || (there.label == there.interface && raised.label != raised.interface);
+		if (there.address == raised.address && other && !stays && std::ranges::none_of(addresses, isNeighbour))
+		{
+			findings.error(key::kVirtualIP, {"address-already-there",
+			                                 raised.address + " is this node's own address on " + there.interface +
+			                                     ", the only one in its network",
+			                                 "the agent drops it at its start: the node is cut off from that network",
+			                                 "write the service's address, which no node has of its own"});
+			return;
+		}
 		if (there.address == raised.address && other)
 		{
 			findings.add(stays || keeper ? Severity::error : Severity::warning, findings.file.path(),

@@ -361,6 +361,14 @@ private:
 	bool m_stays;
 };
 
+/// The keeper's copy acts by its name as well.
+bool isKeeper(const fs::path& program, const fs::path& keeper)
+{
+	std::error_code error;
+	return fs::equivalent(program, keeper, error) ||
+	       (!fs::is_directory(program, error) && fs::file_size(program, error) == fs::file_size(keeper, error));
+}
+
 } // namespace
 
 void programFiles(Findings& findings, const Paths& paths)
@@ -370,17 +378,24 @@ void programFiles(Findings& findings, const Paths& paths)
 	{
 		++number;
 		// What is no plain absolute path is reported by the check of the programs.
-		// A missing link to the keeper is reported with keeper.ini; the service makes it. A keeper that
+		const fs::path file = paths.belowIfAny(program);
+		// The service makes the link to the keeper unless something that can be run is there. A keeper that
 		// cannot run is reported with the commands.
-		if (isKeepers(program) && (host::fileFacts(paths.belowIfAny(program)).kind == FileKind::missing ||
-		                           !isExecutable(paths.belowIfAny(kKeeper))))
+		if (isKeepers(program) && !isExecutable(file) && host::fileFacts(file).kind != FileKind::directory)
 		{
+			continue;
+		}
+		if (isKeepers(program) && !isKeeper(file, paths.belowIfAny(kKeeper)))
+		{
+			findings.error(programKey(number), {"keeper-foreign-program", program + " is no link to the keeper",
+			                                    "it runs in place of the service, without its user, checks and limits",
+			                                    "remove it: the service makes the link at its start"});
 			continue;
 		}
 		if (program.starts_with('/') && !program.ends_with('/') && program.find_first_of(" \t\"'") == std::string::npos)
 		{
 			ProgramFile(findings, paths, {findings.file.path(), findings.lineFor(programKey(number))},
-			            programName(program), paths.belowIfAny(program),
+			            programName(program), file,
 			            "the program does not start: each node that becomes master gives up again, and the service "
 			            "moves to and fro")
 			    .check();

@@ -141,6 +141,7 @@ const Row kRows[] = {
 {"NameInEveryProcess",          "PROCESS_PATH1",                   "/opt/am",                       "",                                  {"error name-in-every-process 18"}},
 {"NameOfTheAgent",              "PROCESS_PATH1",                   "/opt/Velarix",                  "",                                  {"error name-of-the-agent 18"}},
 {"NameOfAnInterpreter",         "PROCESS_PATH1",                   "/usr/bin/python3",              "",                                  {"error name-of-an-interpreter 18"}},
+{"NameOfTheShell",              "PROCESS_PATH1",                   "/opt/sh",                       "",                                  {"error name-of-an-interpreter 18"}},
 {"NameOfAHelper",               "PROCESS_PATH1",                   "/opt/sleep",                    "",                                  {"warning name-of-a-helper 18"}},
 {"ProgramWithADollar",          "PROCESS_PATH1",                   "/opt/$HOME",                    "",                                  {"error shell-character-in-program 18"}},
 {"CommandInQuotes",             kStop,                             "\"ip addr del 198.51.100.10/24 dev eth0\"", "",                         {"error quoted-value 13"}},

@@ -112,6 +112,9 @@ const Row kRows[] = {
     {"StopActionEmpty",            {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP="); }},
     {"TimeoutIsNoNumber",          {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=2min"); }},
     {"TimeoutTooLong",             {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=200"); }},
+    {"Notifiers",                  {},                                                         [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms"); node.file("/etc/velarix-ha/notify.d/sms.dpkg-old"); }},
+    {"NotifierWithADot",           {"warning notifier-not-run /etc/velarix-ha/notify.d/sms.sh"}, [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms.sh"); }},
+    {"NotifierThatMayNotRun",      {"warning notifier-not-run /etc/velarix-ha/notify.d/sms"},  [](Node& node) { node.file("/etc/velarix-ha/notify.d/sms"); }},
     // ---- directories
     {"ReadOnlyDirectory",          {"error read-only-directory /usr/velarix/pid"},             [](Node& node) { node.facts("/usr/velarix/pid", {FileKind::directory, 0755, 0, 0, false, true, false}); }},
     {"LogInMemory",                {"warning log-in-memory " CONFIG ":25"},                    [](Node& node) { node.facts("/usr/velarix/log", {FileKind::directory, 0755, 0, 0, false, false, true}); }},

@@ -233,6 +233,15 @@ TEST_F(KeeperCheck, AKeeperThatMayNotRunIsOneFinding)
 	EXPECT_THAT(foundIn(joined(lines), m_keeper), ElementsAre(std::string("error missing-tool ") + kConfig + ":12"));
 }
 
+TEST_F(KeeperCheck, AnotherProgramInPlaceOfALinkIsFound)
+{
+	executable("/usr/velarix/run/ha-web", "#!/bin/sh\nexec /usr/sbin/nginx\n");
+	EXPECT_THAT(foundIn(joined(lines), m_keeper),
+	            ElementsAre(std::string("error keeper-foreign-program ") + kConfig + ":19"));
+	fs::permissions(below("/usr/velarix/run/ha-web"), fs::perms{0644});
+	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty()) << "replaced at the start";
+}
+
 TEST_F(KeeperCheck, BesideSettingsThatAreALinkIsTheInstalledFile)
 {
 	foundIn(joined(lines), m_keeper);
