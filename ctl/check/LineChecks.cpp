@@ -205,17 +205,26 @@ void value(Findings& findings, const SettingLine& line)
 	reference(findings, line, info->type);
 }
 
-/// The agent reads another key or value than is meant. A dash may be in the name of a file.
+/// The agent misses a key or a section, or does not understand a value. A dash may be in the name of a file, and a
+/// comment behind an address.
 bool isPasted(const Findings& findings, const SettingLine& line)
 {
 	const std::string key = withoutPasted(line.key);
+	const KeyInfo* info = findKey(key);
 	if (key != line.key)
 	{
-		return key.find('[') != std::string::npos || (findKey(key) != nullptr && findings.file.find(key) == nullptr);
+		const auto isSection = [&](const KeyInfo& known)
+		{
+			const std::string name(known.name);
+			return key.ends_with("[" + name.substr(0, name.find('.')) + "]") && findings.file.lacksSection(name);
+		};
+		return std::ranges::any_of(settingsKeys(), isSection) ||
+		       (info != nullptr && info->whenRead != "never" && info->name != key::kProcessPath &&
+		        findings.file.find(key) == nullptr);
 	}
-	const KeyInfo* info = findKey(key);
+	const std::string value = line.value.substr(0, line.value.find_first_of(" \t"));
 	return info != nullptr && (info->type == KeyType::integer || info->type == KeyType::address) &&
-	       withoutPasted(line.value) != line.value;
+	       findings.file.find(key) == &line && withoutPasted(value) != value;
 }
 
 } // namespace
@@ -236,10 +245,11 @@ bool writtenForOthers(Findings& findings)
 {
 	const auto first =
 	    std::ranges::find_if(findings.file.lines(), [&](const SettingLine& line) { return isPasted(findings, line); });
-	const auto quoted = [](const SettingLine& line)
+	const auto quoted = [&](const SettingLine& line)
 	{
 		const KeyInfo* info = findKey(line.key);
-		return info != nullptr && info->type != KeyType::command && info->type != KeyType::text && isQuoted(line.value);
+		return info != nullptr && info->type != KeyType::command && info->type != KeyType::text &&
+		       findings.file.find(line.key) == &line && isQuoted(line.value);
 	};
 	if (first != findings.file.lines().end())
 	{

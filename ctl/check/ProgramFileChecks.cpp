@@ -61,7 +61,7 @@ struct LastCommand
 	bool execs = false;
 };
 
-/// What stands behind the program that a script is for: "echo $! >pid; exit 0".
+/// As behind the program that a script is for: "echo $! >pid; exit 0".
 bool isTidyingUp(const std::vector<std::string>& words)
 {
 	constexpr std::array kWords{"exit", "return", "wait", "echo", "printf", "true", ":", "disown"};
@@ -75,14 +75,14 @@ LastCommand lastCommand(const std::string& script)
 	LastCommand last;
 	for (std::string line, more; std::getline(lines, line);)
 	{
-		while (line.ends_with('\\') && std::getline(lines, more))
-		{
-			line.replace(line.size() - 1, 1, more);
-		}
 		const std::size_t begin = line.find_first_not_of(" \t");
 		if (begin == std::string::npos || line[begin] == '#')
 		{
 			continue;
+		}
+		while (line.ends_with('\\') && std::getline(lines, more))
+		{
+			line.replace(line.size() - 1, 1, more);
 		}
 		line.resize(std::min(line.size(), kLineLength));
 		const std::string plain = CommandText(line).plain();
@@ -105,15 +105,6 @@ LastCommand lastCommand(const std::string& script)
 		}
 	}
 	return last;
-}
-
-/// A script may end in one of these without being there for it.
-bool isEveryday(const std::string& program)
-{
-	constexpr std::array kTools{"awk",  "cat",    "chmod", "chown",  "cp",     "date",    "grep", "ip",        "kill",
-	                            "ln",   "logger", "mkdir", "mv",     "rm",     "sed",     "sh",   "sleep",     "sync",
-	                            "test", "tee",    "touch", "sysctl", "umount", "killall", "[",    "systemctl", "pkill"};
-	return std::ranges::find(kTools, program) != kTools.end();
 }
 
 class ProgramFile
@@ -225,11 +216,11 @@ private:
 			return;
 		}
 		const std::string interpreter = interpreterOf(line);
-		const bool path = interpreter.starts_with('/');
-		if (path ? !isExecutable(m_paths.belowIfAny(interpreter)) : toolPath(m_paths, interpreter).empty())
+		const bool named = !interpreter.starts_with('/') && line.find("/env") != std::string::npos;
+		if (named ? toolPath(m_paths, interpreter).empty() : !isExecutable(m_paths.belowIfAny(interpreter)))
 		{
 			// The service may have been given another PATH.
-			const bool sure = path || interpreter.find(' ') != std::string::npos;
+			const bool sure = !named || interpreter.find(' ') != std::string::npos;
 			add(sure ? Severity::error : Severity::warning,
 			    {"missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
 			     m_effect, "install " + interpreter + ", or correct the first line (env needs -S before arguments)"});
@@ -245,31 +236,23 @@ private:
 	/// @param line what stands behind "#!"; behind env, all of the rest is one name unless -S splits it
 	static std::string interpreterOf(const std::string& line)
 	{
-		static const Pattern kEnv(R"(\s*\S*/env\s+(-\S*S\s*)?(.*\S)\s*)");
-		std::istringstream words(line);
-		std::string first;
-		words >> first;
+		static const Pattern kEnv(R"(\s*\S*/env\s+(-\S*S)?\s*([^-\s].*?)\s*)");
 		const Pattern::Groups env = kEnv.matched(line);
-		if (env.empty() || env.at(2).starts_with('-') ||
-		    (!env.at(1).empty() && env.at(2).find_first_of("\"'$") != std::string::npos))
-		{
-			return first;
-		}
-		if (env.at(1).empty())
+		if (!env.empty() && env.at(1).empty())
 		{
 			return env.at(2);
 		}
-		std::istringstream split("env " + env.at(2));
-		const InnerCommand inner = innerCommand({std::istream_iterator<std::string>(split), {}});
-		return inner.words.empty() ? first : inner.words.front();
+		std::istringstream text(env.empty() ? line : "env " + env.at(2));
+		const InnerCommand inner = innerCommand({std::istream_iterator<std::string>(text), {}});
+		return inner.words.empty() ? "/usr/bin/env" : inner.words.front();
 	}
 
 	void shellScript(const std::string& text, const std::string& shell)
 	{
-		const bool bash = shell == "bash";
 		// Half a script is no script, and patterns that bash has to be told of are read at the run alone.
 		const bool judged = text.size() < kScriptLength && text.find("extglob") == std::string::npos;
-		if (const std::string refusal = judged ? host::shellRefusal(text, bash ? "/bin/bash" : "/bin/sh") : "";
+		if (const std::string refusal =
+		        judged ? host::shellRefusal(text, shell == "bash" ? "/bin/bash" : "/bin/sh") : "";
 		    !refusal.empty())
 		{
 			error("broken-script", m_file.string() + " is no shell script: " + refusal,
@@ -296,7 +279,8 @@ private:
 		}
 		if (last.execs && !inner.elsewhere && isMissing(program))
 		{
-			const bool sure = program.starts_with('/') && last.separator != "||" && !mayMount(text);
+			const bool sure =
+			    program.starts_with('/') && last.separator != "||" && text.find("mount") == std::string::npos;
 			add(sure ? Severity::error : Severity::warning,
 			    {"missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing", m_effect,
 			     "install the program, or correct the script"});
@@ -304,8 +288,6 @@ private:
 		}
 		wrapper(last, program);
 	}
-
-	static bool mayMount(const std::string& script) { return script.find("mount") != std::string::npos; }
 
 	/// A name alone is looked up where the service looks; the script may have a PATH of its own.
 	bool isMissing(const std::string& program) const
@@ -318,10 +300,9 @@ private:
 	/// waits for such a program is killed without it.
 	void wrapper(const LastCommand& last, const std::string& program)
 	{
-		const bool same = std::ranges::any_of(last.words, [&](const std::string& word)
-		                                      { return baseName(word).find(m_name) != std::string::npos; });
 		const std::string shown = baseName(program).substr(0, kProcessNameLength);
-		if (same)
+		const auto isNamed = [&](const std::string& word) { return baseName(word).find(m_name) != std::string::npos; };
+		if (std::ranges::any_of(last.words, isNamed))
 		{
 			return;
 		}
@@ -347,8 +328,10 @@ private:
 	bool isService(const LastCommand& last, const std::string& program) const
 	{
 		static const Pattern kInterpreter("java|python[0-9.]*|perl|node|ruby|php");
+		static const Pattern kEveryday("awk|cat|chmod|chown|cp|date|grep|ip|killall|ln|logger|mkdir|mv|pkill|rm|sed|sh|"
+		                               "sleep|sync|sysctl|systemctl|tee|touch|umount");
 		return program.starts_with('/') || last.words.front() != program || !kInterpreter.matched(program).empty() ||
-		       (!isEveryday(program) && CommandText(program).programs().size() == 1 &&
+		       (kEveryday.matched(program).empty() && CommandText(program).programs().size() == 1 &&
 		        program.find('/') == std::string::npos && !toolPath(m_paths, program).empty());
 	}
 

@@ -103,6 +103,7 @@ const Row kRows[] = {
     {"TypographicQuotes",          {"error pasted-characters " CONFIG ":3"},                   [](Node& node) { for (const char* key : {"THIS_SERVER_IP", "VIRTUAL_IP"}) { node.set(key, "\xE2\x80\x9C" "192.0.2.1\xE2\x80\x9D"); } }},
     {"ATypographicQuote",          {"error pasted-characters " CONFIG ":13"},                  [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "\xE2\x80\x9Cip\xE2\x80\x9D addr del 198.51.100.10/24 dev eth0"); }},
     {"DashInAPath",                {},                                                         [](Node& node) { node.program("\x7f" "ELF", "/opt/a\xE2\x80\x93z/server"); node.set("PROCESS_PATH1", "/opt/a\xE2\x80\x93z/server"); }},
+    {"SignsWithoutEffect",         {"warning comment-in-value " CONFIG ":10", "warning unknown-key " CONFIG ":27", "warning unknown-key " CONFIG ":28"}, [](Node& node) { node.set("GATEWAY_IP", "192.0.2.254 ; the router \xE2\x80\x93 ours"); node.lines.insert(node.lines.end(), {"\xC2\xA0PATH = /x", "[a\xC2\xA0] = 1"}); }},
     {"AllInQuotes",                {"error quoted-value " CONFIG ":2"},                        [](Node& node) { for (const char* key : {"MODE", "GATEWAY_IP", "PATH", "PROCESS_CHECK_CYCLE"}) { node.set(key, "\"1\""); } }},
     {"HiddenSection",              {"error byte-order-mark " CONFIG ":1"},                     [](Node& node) { node.lines[0].insert(0, "\xEF\xBB\xBF"); }},
     // ---- the options of the service
@@ -164,6 +165,7 @@ const Row kRows[] = {
     {"WritableAgent",              {"error writable-program /usr/velarix/bin/VelarixHA"},      [](Node& node) { node.file("/usr/velarix/bin/VelarixHA"); node.rights("/usr/velarix/bin/VelarixHA", 0777); }},
     {"ScriptWithoutInterpreter",   {"error script-without-interpreter " CONFIG ":18"},         [](Node& node) { node.program("exec /opt/other/server -d\n"); }},
     {"ScriptIsEmpty",              {"error empty-program-file " CONFIG ":18"},                 [](Node& node) { node.program(""); }},
+    {"ScriptOfAnInterpretersName", {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("", "/usr/bin/python3"); node.program("#!python3\n"); }},
     {"ScriptOfNoInterpreter",      {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("#!/opt/no/python\n"); }},
     {"ScriptIsBroken",             {"error broken-script " CONFIG ":18"},                      [](Node& node) { node.program("#!/bin/sh\nif true; then\n"); }},
     {"ScriptRunsNothing",          {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.program("#!/bin/sh\nexec /opt/no/server -d\n"); }},
