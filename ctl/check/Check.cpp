@@ -106,6 +106,7 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 		int number = 0;
 		for (std::string line; std::getline(lines, line);)
 		{
+			line.erase(0, line.find_first_not_of(" \t"));
 			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
 			known(report, result.back(), file, ++number);
 		}

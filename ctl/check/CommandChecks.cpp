@@ -192,7 +192,7 @@ void killer(Findings& findings, const CommandText& command)
 	const std::vector<std::string> words = innerCommand(lastCommand(command)).words;
 	const auto calls = [&](const char* name) { return !words.empty() && baseName(words.front()) == name; };
 	const bool pkill = calls("pkill");
-	if (calls("kill"))
+	if (calls("kill") && (words.front() == "kill" || words.front().ends_with("/bin/kill")))
 	{
 		findings.error(kKillRole.key, {"kill-by-name", "kill takes process ids, and it gets a program's name",
 		                               kKillRole.useless, "use killall -q -9"});

@@ -112,7 +112,7 @@ TEST_F(CheckVerb, WhatTheOperatorHasAcceptedDoesNotCount)
 	put();
 	EXPECT_EQ(runBelow({"check", "--ignore", "zero-time"}).code, 0);
 	EXPECT_EQ(runBelow({"check", "--strict", "--ignore", "zero-time"}).code, 78);
-	write("/usr/velarix/bin/ini/acknowledged.txt", "# by us\nlogs-kept-for-ever\tcollected elsewhere\r\n");
+	write("/usr/velarix/bin/ini/acknowledged.txt", "# by us\n  logs-kept-for-ever\tcollected elsewhere\r\n");
 	const Outcome outcome = runBelow({"check", "--strict", "--ignore=zero-time", "--ignore", "disk-full"});
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.out, testing::StartsWith("acknowledged: AGENT.HEART_BEAT_INTERVAL is 0 [zero-time]\n"

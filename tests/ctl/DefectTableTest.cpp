@@ -146,6 +146,7 @@ const Row kRows[] = {
 {"ProgramWithADollar",          "PROCESS_PATH1",                   "/opt/$HOME",                    "",                                  {"error shell-character-in-program 18"}},
 {"CommandInQuotes",             kStop,                             "\"ip addr del 198.51.100.10/24 dev eth0\"", "",                         {"error quoted-value 13"}},
 {"ProgramInQuotes",             "PROCESS_PATH1",                   "\"/opt/server\"",               "",                                  {"error quoted-value 18"}},
+{"KillScriptByItsPath",         kKill,                             "/usr/local/sbin/kill",          "",                                  {}},
 {"SameNameTwice",               "PROCESS_NUM",                     "2",                             "[PROCESS_CHECK]\nPROCESS_PATH2 = /srv/server", {"warning same-name 18"}},
 {"NameWithinAName",             "PROCESS_NUM",                     "2",                             "[PROCESS_CHECK]\nPROCESS_PATH2 = /srv/serve", {"warning name-within-a-name 28"}},
 // ---- the log
