@@ -248,9 +248,10 @@ TEST_F(Trials, LeaveFilesKernelAndProcessesOfTheMachineAsTheyAre)
 TEST_F(Trials, SeeNeitherDevicesNorServicesNorTheSwitchesOfTheKernel)
 {
 	const CheckReport report = reportOf(
-	    with(kStart, ADD "; " ARP "; ls /run | grep -vx lock; ls -A /dev | grep -Ev '^(null|zero|full|random|urandom|fd|stdout|"
-	                     "stderr)$'; (echo 1 >/proc/sys/kernel/sysrq) 2>/dev/null && echo turned; ip -br link "
-	                     "show up | grep -Ev '^(lo|eth0|eth1)'; ps -e | grep -w VelarixHA"));
+	    with(kStart,
+	         ADD "; " ARP "; ls /run | grep -vx lock; ls -A /dev | grep -Ev '^(null|zero|full|random|urandom|fd|stdout|"
+	             "stderr)$'; (echo 1 >/proc/sys/kernel/sysrq) 2>/dev/null && echo turned; ip -br link "
+	             "show up | grep -Ev '^(lo|eth0|eth1)'; ps -e | grep -w VelarixHA"));
 	EXPECT_THAT(shortForms(report), testing::IsEmpty()) << report.findings.front().what;
 }
 
