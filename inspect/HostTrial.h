@@ -81,6 +81,6 @@ struct Trial
 Trial tryCommands(const TrialPlan& plan);
 
 /// @return what the shell says against the text of a command; empty when it can read it
-std::string shellRefusal(const std::string& command);
+std::string shellRefusal(const std::string& command, const char* shell = "/bin/sh");
 
 } // namespace velarix::inspect::host

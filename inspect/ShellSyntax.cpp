@@ -12,7 +12,7 @@
 namespace velarix::inspect::host
 {
 
-std::string shellRefusal(const std::string& command)
+std::string shellRefusal(const std::string& command, const char* shellPath)
 {
 	std::array<int, 2> ends{};
 	if (::pipe2(ends.data(), O_CLOEXEC) != 0)
@@ -25,7 +25,7 @@ std::string shellRefusal(const std::string& command)
 	if (shell == 0)
 	{
 		::dup2(shellsErrors.get(), STDERR_FILENO);
-		::execl("/bin/sh", "sh", "-n", "-c", command.c_str(), nullptr);
+		::execl(shellPath, shellPath, "-n", "-c", command.c_str(), nullptr);
 		::_exit(0);
 	}
 	shellsErrors.close();

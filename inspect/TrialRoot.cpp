@@ -128,7 +128,7 @@ bool makeDevices(const std::string& point)
 	return true;
 }
 
-/// What the kernel shows, and an empty /run: the sockets of this machine's services
+/// What the kernel shows, and a /run with nothing but the directory of locks: the sockets of this machine's services
 /// are there, over which a command could restart one of them.
 bool mountKernelFiles(const std::string& root)
 {
@@ -137,7 +137,8 @@ bool mountKernelFiles(const std::string& root)
 	return mountProc(root + "/proc") && makeDevices(root + "/dev") &&
 	       ::mount("sysfs", (root + "/sys").c_str(), "sysfs", MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) ==
 	           0 &&
-	       ::mount("tmpfs", (root + "/run").c_str(), "tmpfs", MS_NOSUID | MS_NODEV, kMemory) == 0;
+	       ::mount("tmpfs", (root + "/run").c_str(), "tmpfs", MS_NOSUID | MS_NODEV, kMemory) == 0 &&
+	       fs::create_directory(root + "/run/lock", error);
 }
 
 } // namespace

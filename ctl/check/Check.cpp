@@ -1,11 +1,14 @@
 #include "ctl/check/Check.h"
 
 #include <algorithm>
+#include <array>
 #include <set>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
+
+#include "FindingNames.h"
 
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
@@ -40,23 +43,56 @@ void text(Findings& findings, bool withPartner)
 /// A line with one of these has its other findings by it.
 bool explains(const std::string& id)
 {
-	return id == "quoted-value" || id == "reference-to-nothing" || id == "comma-in-number";
+	constexpr std::array kIds{"quoted-value",      "reference-to-nothing", "reference-not-closed", "comma-in-number",
+	                          "pasted-characters", "same-address",         "log-is-no-file"};
+	return std::ranges::find(kIds, id) != kIds.end();
 }
+
+/// What follows from another finding that is no less severe, wherever that stands.
+constexpr std::array<std::pair<const char*, const char*>, 11> kFollows{{
+    {"address-of-another-network", "keeper-another-interface"},
+    {"program-not-counted", "keeper-service-unmanaged"},
+    {"keeper-files-differ", "keeper-service-missing"},
+    {"firewall-of-other-settings", "reach-address-differs"},
+    {"tunnel-rules", "firewall-of-other-settings"},
+    {"not-this-node", "tunnel-missing"},
+    {"address-of-this-node", "same-address"},
+    {"another-address-raised", "same-address"},
+    {"another-address-dropped", "same-address"},
+    {"keeper-address-differs", "same-address"},
+    {"firewall-of-other-settings", "same-address"},
+}};
 
 void dropConsequences(CheckReport& report)
 {
 	std::set<std::pair<fs::path, int>> explained;
+	std::set<std::string> ids;
 	for (const Finding& finding : report.findings)
 	{
-		if (explains(finding.id))
+		ids.insert(finding.id);
+		if (explains(finding.id) && finding.severity == Severity::error)
 		{
 			explained.emplace(finding.file, finding.line);
 		}
 	}
 	std::erase_if(report.findings,
-	              [&](const Finding& finding) {
-		              return !explains(finding.id) && explained.contains({finding.file, finding.line});
+	              [&](const Finding& finding)
+	              {
+		              return (!explains(finding.id) && explained.contains({finding.file, finding.line})) ||
+		                     std::ranges::any_of(kFollows, [&](const auto& pair)
+		                                         { return finding.id == pair.first && ids.contains(pair.second); });
 	              });
+}
+
+void known(CheckReport& report, const std::string& name, const fs::path& file, int line)
+{
+	if (!name.empty() && name[0] != '#' && name[0] != ';' &&
+	    std::ranges::find(kFindingNames, name) == kFindingNames.end())
+	{
+		report.findings.push_back({"unknown-finding", Severity::warning, file, line, "no finding has the name " + name,
+		                           "what is meant to be accepted still counts",
+		                           "write the name in brackets behind the finding"});
+	}
 }
 
 /// A name in each line, with the reason behind it.
@@ -67,9 +103,12 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 	try
 	{
 		std::istringstream lines(host::fileFacts(file).kind == host::FileKind::missing ? "" : readInputFile(file));
+		int number = 0;
 		for (std::string line; std::getline(lines, line);)
 		{
+			line.erase(0, line.find_first_not_of(" \t"));
 			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
+			known(report, result.back(), file, ++number);
 		}
 	}
 	catch (const Failure& failure)
@@ -152,12 +191,10 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report, bool
 	{
 		return refuse("no-assignment", "no line of the settings file has a \"=\"", "write KEY = VALUE");
 	}
-	// A blank of another kind at a line's beginning, or before the "=", belongs to the key.
-	if (content.find("\xC2\xA0") != std::string::npos &&
-	    std::ranges::none_of(lines, [](const SettingLine& line) { return findKey(line.key) != nullptr; }))
+	Findings findings(settings, report);
+	if (checks::writtenForOthers(findings))
 	{
-		return refuse("pasted-characters", "the settings file holds blanks as a web page has them, which are none",
-		              "put plain blanks in their place: sed -i 's/\\xC2\\xA0/ /g' FILE");
+		return std::nullopt;
 	}
 	return settings;
 }
@@ -185,6 +222,7 @@ void disk(Findings& findings, const Paths& paths)
 	checks::trust(findings, paths);
 	checks::tools(findings, paths);
 	checks::service(findings, paths);
+	checks::notifiers(findings, paths);
 	checks::firewall(findings, paths);
 	checks::tunnelFiles(findings);
 }
@@ -275,9 +313,13 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	}
 	dropConsequences(report);
 	leaveOutRoot(report, paths);
-	sort(report, request.file);
 	std::vector<std::string> names = acknowledged(paths, report);
-	names.insert(names.end(), request.ignored.begin(), request.ignored.end());
+	for (const std::string& name : request.ignored)
+	{
+		known(report, name, request.file, 0);
+		names.push_back(name);
+	}
+	sort(report, request.file);
 	setAside(report, names);
 	return report;
 }

@@ -29,6 +29,12 @@ struct Place
 
 /// ---- on the text alone -----------------------------------------------------
 
+/// Blanks and quotes that a web page or a word processor has written, or all values in quotes:
+/// each line would be a fault of its own.
+/// @return whether there are, which is reported once
+bool writtenForOthers(Findings& findings);
+/// @return the text without typographic quotes, dashes and blanks
+std::string withoutPasted(std::string text);
 /// Lines that do not do what they look like: unknown and repeated keys, lines
 /// without "=", comments and quotes in a value, references.
 void lines(Findings& findings);
@@ -60,8 +66,9 @@ void runInfo(Findings& findings, const Paths& paths);
 /// The programs' files.
 void programFiles(Findings& findings, const Paths& paths);
 /// The file of a program or check that the keeper runs.
+/// @param stays its end is the service's
 void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const std::filesystem::path& file,
-                    const std::string& effect);
+                    const std::string& effect, bool stays);
 /// Who may write along the paths of what root runs, links followed.
 void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
@@ -73,6 +80,8 @@ void firewall(Findings& findings, const Paths& paths);
 void tunnelFiles(Findings& findings);
 /// The options in /etc/default.
 void service(Findings& findings, const Paths& paths);
+/// What lies in the directory of the notifiers and is not run.
+void notifiers(Findings& findings, const Paths& paths);
 
 /// ---- on this machine's kernel -----------------------------------------------------
 

@@ -32,13 +32,9 @@ const CommandRole kKillRole{key::kKillCommand,
 namespace
 {
 
-/// Letters that a word processor or a web page puts in place of those of the keyboard.
 void pasted(Findings& findings, const CommandRole& role, const std::string& text)
 {
-	constexpr std::array kPasted{"\xE2\x80\x98", "\xE2\x80\x99", "\xE2\x80\x9A", "\xE2\x80\x9C", "\xE2\x80\x9D",
-	                             "\xE2\x80\x9E", "\xC2\xAB",     "\xC2\xBB",     "\xE2\x80\x93", "\xE2\x80\x94",
-	                             "\xE2\x80\x8B", "\xC2\xA0",     "\xE2\x80\xAF"};
-	if (std::ranges::any_of(kPasted, [&](const char* letter) { return text.find(letter) != std::string::npos; }))
+	if (withoutPasted(text) != text)
 	{
 		findings.error(role.key, {"pasted-characters",
 		                          std::string(role.key) +
@@ -193,10 +189,10 @@ bool hasOption(const std::vector<std::string>& words, char option)
 
 void killer(Findings& findings, const CommandText& command)
 {
-	const std::vector<std::string> words = lastCommand(command);
-	const auto calls = [&](const char* name) { return std::ranges::find(words, name, baseName) != words.end(); };
+	const std::vector<std::string> words = innerCommand(lastCommand(command)).words;
+	const auto calls = [&](const char* name) { return !words.empty() && baseName(words.front()) == name; };
 	const bool pkill = calls("pkill");
-	if (calls("kill"))
+	if (calls("kill") && (words.front() == "kill" || words.front().ends_with("/bin/kill")))
 	{
 		findings.error(kKillRole.key, {"kill-by-name", "kill takes process ids, and it gets a program's name",
 		                               kKillRole.useless, "use killall -q -9"});

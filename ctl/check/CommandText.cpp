@@ -95,6 +95,52 @@ bool isSystemDirectory(const std::string& path)
 	return kSystem.contains(path.substr(0, path.rfind('/') + 1));
 }
 
+/// A program that runs the command behind its options.
+struct Prefix
+{
+	std::string_view name;
+	/// Options whose value is a word of its own.
+	std::string_view valued;
+	/// How many other words stand before the command.
+	std::ptrdiff_t operands;
+};
+
+constexpr std::array kPrefixes{
+    Prefix{"exec", " -a ", 0},
+    Prefix{"env", " -u -C --unset --chdir ", 0},
+    Prefix{"nice", " -n --adjustment ", 0},
+    Prefix{"ionice", " -c -n --class --classdata ", 0},
+    Prefix{"nohup", "", 0},
+    Prefix{"setsid", "", 0},
+    Prefix{"prlimit", "", 0},
+    Prefix{"stdbuf", " -i -o -e --input --output --error ", 0},
+    Prefix{"setpriv",
+           " --reuid --regid --ruid --euid --rgid --egid --groups --inh-caps --ambient-caps "
+           "--bounding-set --securebits --pdeathsig --selinux-label --apparmor-profile ",
+           0},
+    Prefix{"runuser", " -u -g -G --user --group --supp-group ", 0},
+    Prefix{"sudo", " -u -g -h -p -C -D -R -T --user --group --chdir --chroot ", 0},
+    Prefix{"unshare", " -R -w -S -G --root --wd --setuid --setgid ", 0},
+    Prefix{"taskset", "", 1},
+    Prefix{"chrt", " -T -P -D ", 1},
+    Prefix{"timeout", " -k -s --kill-after --signal ", 1},
+    Prefix{"flock", " -w -E --timeout --wait --conflict-exit-code ", 1},
+    Prefix{"chroot", " --userspec --groups ", 1},
+};
+
+/// @return whether the next word is the option's value: "-n", "-En" and "--user", not "-n5" and "--user=x"
+bool takesValue(const std::string& option, std::string_view valued)
+{
+	if (option.starts_with("--"))
+	{
+		return valued.find(" " + option + " ") != std::string_view::npos;
+	}
+	const auto isValued = [&](char letter)
+	{ return valued.find(std::string(" -") + letter + " ") != std::string_view::npos; };
+	const auto first = std::find_if(option.begin() + 1, option.end(), isValued);
+	return first != option.end() && first + 1 == option.end();
+}
+
 } // namespace
 
 CommandText::CommandText(std::string text) : m_text(std::move(text))
@@ -194,6 +240,51 @@ std::optional<int> CommandText::prefixOf(const std::string& address) const
 		}
 	}
 	return std::nullopt;
+}
+
+bool isAssignment(const std::string& word)
+{
+	const std::size_t at = word.find_first_of("=/");
+	return at != std::string::npos && at > 0 && word[at] == '=' && word[0] != '-';
+}
+
+InnerCommand innerCommand(std::vector<std::string> words)
+{
+	InnerCommand inner;
+	for (auto at = words.begin();;)
+	{
+		at = std::find_if_not(at, words.end(), isAssignment);
+		const std::string name = at == words.end() ? "" : baseName(*at);
+		const auto prefix = std::ranges::find(kPrefixes, name, &Prefix::name);
+		if (prefix == kPrefixes.end() || (*at != name && !isSystemDirectory(*at)))
+		{
+			inner.words.assign(at, words.end());
+			break;
+		}
+		bool named = name != "runuser";
+		for (++at; at != words.end() && at->starts_with('-');)
+		{
+			const std::string option = *at++;
+			named = named || option.starts_with("-u") || option.starts_with("--user");
+			inner.elsewhere = inner.elsewhere || option.starts_with("-R") || option.starts_with("--root") ||
+			                  option.starts_with("--chroot");
+			if (option == "--")
+			{
+				break;
+			}
+			at += takesValue(option, prefix->valued) && at != words.end() ? 1 : 0;
+		}
+		inner.elsewhere = inner.elsewhere || name == "chroot";
+		at = named ? std::find_if_not(at, words.end(), isAssignment) : words.end();
+		at += std::min(prefix->operands, words.end() - at);
+	}
+	// "flock FILE -c TEXT" and the like are for a shell.
+	if (!inner.words.empty() &&
+	    (inner.words.front().starts_with('-') || inner.words.front().find_first_of(" \t") != std::string::npos))
+	{
+		inner.words.clear();
+	}
+	return inner;
 }
 
 std::string baseName(const std::string& path)

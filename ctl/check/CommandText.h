@@ -53,6 +53,22 @@ private:
 	bool m_hasComment = false;
 };
 
+/// @return whether the shell takes the word for "NAME=VALUE"
+bool isAssignment(const std::string& word);
+
+/// What a command runs in the end.
+struct InnerCommand
+{
+	/// Empty where that cannot be told.
+	std::vector<std::string> words;
+	/// Its paths are those of another root.
+	bool elsewhere = false;
+};
+
+/// @return the command behind programs that only change how it runs, with their options:
+///         "nice -n 5 flock FILE /opt/server -d" runs "/opt/server -d"
+InnerCommand innerCommand(std::vector<std::string> words);
+
 /// @return the file name of a path
 std::string baseName(const std::string& path);
 

@@ -59,6 +59,7 @@ void values(Findings& findings, const fs::path& file, const std::string& rules)
 	static const inspect::Pattern kLine(R"((?:^|\n)[ \t]*define (\w+) = ([^#\n$/]+))");
 	std::string what;
 	bool blocks = false;
+	bool port = false;
 	for (const inspect::Pattern::Groups& line : kLine.all(rules))
 	{
 		const auto define = std::ranges::find(kDefines, line.at(1), &Define::name);
@@ -70,6 +71,7 @@ void values(Findings& findings, const fs::path& file, const std::string& rules)
 			what += (what.empty() ? "" : ", ") + std::string(define->key) + " is " + value + " and not " +
 			        Poco::trim(line.at(2));
 			blocks = blocks || define->blocks;
+			port = port || define->key == std::string_view(key::kReceivePort);
 		}
 	}
 	if (!what.empty())
@@ -77,7 +79,8 @@ void values(Findings& findings, const fs::path& file, const std::string& rules)
 		findings.add(blocks ? Severity::error : Severity::warning, file, 0,
 		             {"firewall-of-other-settings", "the rules are not for these settings: " + what,
 		              blocks ? "the partner's heartbeats are dropped: each node takes the other for dead"
-		                     : "they do not protect the pair: whoever reaches the heartbeat port moves the service",
+		              : port ? "they do not protect the pair: whoever reaches the heartbeat port moves the service"
+		                     : "they protect another address: whoever answers in this one's place is not held up",
 		              "take this node's file of velarixctl init, and load it: systemctl reload velarix-ha-firewall"});
 	}
 }

@@ -99,9 +99,9 @@ void programsOf(Findings& findings, const KeeperFile& file)
 		if (std::ranges::find(programs, path) == programs.end())
 		{
 			findings.add(Severity::error, file.path, service.line,
-			             {"keeper-service-unmanaged", "no PROCESS_PATH is " + path,
+			             {"keeper-service-unmanaged", "no PROCESS_PATH up to PROCESS_NUM is " + path,
 			              "the service is never started, and the keeper takes it for one that has ended",
-			              "write the path, or take the section away"});
+			              "write the path and raise PROCESS_NUM, or take the section away"});
 		}
 	}
 }
@@ -233,11 +233,10 @@ void keeperMachine(Findings& findings, const KeeperFile& file)
 		return;
 	}
 	std::vector<keeper::Finding> found = keeper::checkMachine(file.parsed.settings);
-	if (findings.hasAnywhere("missing-interface"))
-	{
-		std::erase_if(found, [](const keeper::Finding& finding)
-		              { return finding.text == std::string("there is no interface ") + kServiceInterface; });
-	}
+	const char* missing = findings.hasAnywhere("missing-interface") || findings.hasAnywhere("keeper-another-interface")
+	                          ? "there is no interface "
+	                          : nullptr;
+	std::erase_if(found, [&](const keeper::Finding& finding) { return missing && finding.text.starts_with(missing); });
 	take(findings, file, found);
 	addressMachine(findings, file);
 	if (file.parsed.settings.reach.line != 0)

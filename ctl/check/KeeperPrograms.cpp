@@ -14,6 +14,7 @@
 
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
+#include "ctl/check/CommandText.h"
 #include "inspect/Host.h"
 
 namespace velarix::ctl::checks
@@ -96,6 +97,28 @@ void reach(Findings& findings, const Place& place, const keeper::ServiceSettings
 	}
 }
 
+/// What "nice", "flock FILE" and the like run.
+void inner(Findings& findings, const Paths& paths, const Place& place, const std::vector<std::string>& command,
+           const std::string& effect, bool stays)
+{
+	const InnerCommand inner = innerCommand(command);
+	const std::string program = inner.words.empty() || inner.elsewhere ? "" : inner.words.front();
+	if (program.empty() || program == command.front() ||
+	    (!program.starts_with('/') && program.find('/') != std::string::npos))
+	{
+		return;
+	}
+	if (const fs::path file = toolPath(paths, program); !file.empty())
+	{
+		serviceProgram(findings, paths, place, file, effect, stays);
+		return;
+	}
+	// Another one may come with a mount, or a PATH of its own.
+	findings.add(program.starts_with("/usr/") ? Severity::error : Severity::warning, place.file, place.line,
+	             {"missing-program-file", command.front() + " runs " + program + ", which is no program there", effect,
+	              "install it, or correct its path"});
+}
+
 } // namespace
 
 void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& paths)
@@ -111,7 +134,9 @@ void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& pat
 			const fs::path program = command->empty() ? fs::path() : toolPath(paths, command->front());
 			if (!program.empty())
 			{
-				serviceProgram(findings, paths, place, program, effect);
+				const bool stays = command == &service.command;
+				serviceProgram(findings, paths, place, program, effect, stays);
+				inner(findings, paths, place, *command, effect, stays);
 				paths.elsewhere() ? void() : reach(findings, place, service, program, effect);
 			}
 			else if (!command->empty() && paths.elsewhere())

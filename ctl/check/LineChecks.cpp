@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <numeric>
 #include <string_view>
@@ -204,7 +205,71 @@ void value(Findings& findings, const SettingLine& line)
 	reference(findings, line, info->type);
 }
 
+/// The agent misses a key or a section, or does not understand a value. A dash may be in the name of a file, and a
+/// comment behind an address.
+bool isPasted(const Findings& findings, const SettingLine& line)
+{
+	const std::string key = withoutPasted(line.key);
+	const KeyInfo* info = findKey(key);
+	if (key != line.key)
+	{
+		const auto isSection = [&](const KeyInfo& known)
+		{
+			const std::string name(known.name);
+			return key.ends_with("[" + name.substr(0, name.find('.')) + "]") && findings.file.lacksSection(name);
+		};
+		return std::ranges::any_of(settingsKeys(), isSection) ||
+		       (info != nullptr && info->whenRead != "never" && info->name != key::kProcessPath &&
+		        findings.file.find(key) == nullptr);
+	}
+	const std::string value = line.value.substr(0, line.value.find_first_of(" \t"));
+	return info != nullptr && (info->type == KeyType::integer || info->type == KeyType::address) &&
+	       findings.file.find(key) == &line && withoutPasted(value) != value;
+}
+
 } // namespace
+
+std::string withoutPasted(std::string text)
+{
+	constexpr std::array kPasted{"\xE2\x80\x98", "\xE2\x80\x99", "\xE2\x80\x9A", "\xE2\x80\x9C", "\xE2\x80\x9D",
+	                             "\xE2\x80\x9E", "\xC2\xAB",     "\xC2\xBB",     "\xE2\x80\x93", "\xE2\x80\x94",
+	                             "\xE2\x80\x8B", "\xC2\xA0",     "\xE2\x80\xAF"};
+	for (const char* letter : kPasted)
+	{
+		Poco::replaceInPlace(text, letter, "");
+	}
+	return text;
+}
+
+bool writtenForOthers(Findings& findings)
+{
+	const auto first =
+	    std::ranges::find_if(findings.file.lines(), [&](const SettingLine& line) { return isPasted(findings, line); });
+	const auto quoted = [&](const SettingLine& line)
+	{
+		const KeyInfo* info = findKey(line.key);
+		return info != nullptr && info->type != KeyType::command && info->type != KeyType::text &&
+		       findings.file.find(line.key) == &line && isQuoted(line.value);
+	};
+	if (first != findings.file.lines().end())
+	{
+		findings.add(Severity::error, findings.file.path(), first->line,
+		             {"pasted-characters", "the settings hold blanks, quotes or dashes as a web page has them",
+		              "they are letters of the key or the value, which the agent does not find or does not understand",
+		              "see all of them: grep -nP '[^\\x00-\\x7F]' FILE; blanks: sed -i 's/\\xC2\\xA0/ /g' FILE"});
+	}
+	else if (std::ranges::count_if(findings.file.lines(), quoted) > 2)
+	{
+		findings.add(Severity::error, findings.file.path(), std::ranges::find_if(findings.file.lines(), quoted)->line,
+		             {"quoted-value", "values stand in quotes, here and further down",
+		              "the quotes are a part of the value", "remove the quotes"});
+	}
+	else
+	{
+		return false;
+	}
+	return true;
+}
 
 void lines(Findings& findings)
 {

@@ -229,6 +229,11 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 {
 	const std::string shown = raised.address + "/" + std::to_string(raised.prefix);
 	std::vector<int> around;
+	const auto isNeighbour = [&](const Address& there)
+	{
+		return there.interface == raised.interface && there.address != raised.address &&
+		       networkOf(there.address, there.prefix) == networkOf(raised.address, there.prefix);
+	};
 	for (const Address& there : addresses)
 	{
 		// The keeper drops it whatever its prefix.
@@ -236,15 +241,18 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 		const bool other = stays || (there.label == there.interface && raised.label != raised.interface);
 		if (there.address == raised.address && other)
 		{
-			findings.add(stays || keeper ? Severity::error : Severity::warning, findings.file.path(),
-			             findings.lineFor(key::kVirtualIP),
-			             {"address-already-there",
-			              there.address + "/" + std::to_string(there.prefix) + " is on " + there.label +
-			                  " already, not as " + (keeper ? "the keeper" : "the start command") +
-			                  " raises it: " + shown + " on " + raised.label,
-			              stays ? "the stop command does not drop it: both nodes hold it (split-brain)"
-			                    : "the agent drops it at its start: whatever counts on it is cut off",
-			              "take it out of the network configuration of this machine, or write the service's address"});
+			const bool own = !stays && std::ranges::none_of(addresses, isNeighbour);
+			findings.add(
+			    stays || own || keeper ? Severity::error : Severity::warning, findings.file.path(),
+			    findings.lineFor(key::kVirtualIP),
+			    {"address-already-there",
+			     own ? raised.address + " is this node's own address on " + there.interface + ", its only one there"
+			         : there.address + "/" + std::to_string(there.prefix) + " is on " + there.label +
+			               " already, not as " + (keeper ? "the keeper" : "the start command") +
+			               " raises it: " + shown + " on " + raised.label,
+			     stays ? "the stop command does not drop it: both nodes hold it (split-brain)"
+			           : "the agent drops it at its start: whatever counts on it is cut off",
+			     "take it out of the network configuration of this machine, or write the service's address"});
 			return;
 		}
 		if (there.address != raised.address && there.interface == raised.interface)

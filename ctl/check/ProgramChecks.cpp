@@ -23,7 +23,7 @@ namespace
 constexpr std::string_view kStatusFront = "Name:\t";
 
 /// Whose processes are everywhere.
-constexpr std::array kInterpreters{"bash", "dash", "perl", "python", "python3", "java", "node", "ruby", "php"};
+constexpr std::array kInterpreters{"sh", "bash", "dash", "perl", "python", "python3", "java", "node", "ruby", "php"};
 
 struct Program
 {
@@ -144,7 +144,7 @@ void helper(Findings& findings, const Program& program)
 	}
 	const auto found = std::ranges::find_if(helpers, [&](const std::string& name)
 	                                        { return name.find(program.name) != std::string::npos; });
-	if (found != helpers.end())
+	if (found != helpers.end() && !findings.has("name-of-an-interpreter", program.key))
 	{
 		findings.warning(program.key,
 		                 {"name-of-a-helper",

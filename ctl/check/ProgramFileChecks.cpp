@@ -1,6 +1,7 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -45,52 +46,65 @@ std::string beginning(const fs::path& file)
 	return text;
 }
 
-/// @return the words of the command with which a shell script ends, without "exec" and
-///         what stands behind a separator; empty for none that is plain
-std::vector<std::string> lastWords(const std::string& script, bool& execs)
+/// The command with which a shell script ends, as far as it is plain.
+struct LastCommand
 {
-	static const Pattern kExec(R"((?:^|[\s;&|])exec\s+([^;&|<>]+))");
-	static const Pattern kPlain(
-	    R"(^\s*((?:/|(?:nohup|setsid|env|nice|ionice|setpriv|runuser|sudo|chroot|java|python3?|perl|node|ruby)\s)[^;&|<>]*))");
+	std::vector<std::string> words;
+	/// The line that it stands in.
+	std::string line;
+	/// What separates it from the command before it.
+	std::string separator;
+	bool inBackground = false;
+	/// "wait" follows.
+	bool waits = false;
+	/// The script's process turns into the program.
+	bool execs = false;
+};
+
+/// As behind the program that a script is for: "echo $! >pid; exit 0".
+bool isTidyingUp(const std::vector<std::string>& words)
+{
+	constexpr std::array kWords{"exit", "return", "wait", "echo", "printf", "true", ":", "disown"};
+	return std::ranges::find(kWords, words.front()) != kWords.end() || std::ranges::all_of(words, isAssignment);
+}
+
+LastCommand lastCommand(const std::string& script)
+{
+	static const Pattern kCommand("([^;&|]+)([;&|]*)");
 	std::istringstream lines(script);
-	std::string text;
-	for (std::string line; std::getline(lines, line);)
+	LastCommand last;
+	for (std::string line, more; std::getline(lines, line);)
 	{
-		const std::string shown = line.substr(0, kLineLength);
-		if (shown.find_first_not_of(" \t") == std::string::npos || shown[shown.find_first_not_of(" \t")] == '#')
+		const std::size_t begin = line.find_first_not_of(" \t");
+		if (begin == std::string::npos || line[begin] == '#')
 		{
 			continue;
 		}
-		Pattern::Groups command = kExec.found(shown);
-		execs = !command.empty();
-		command = execs ? command : kPlain.found(shown);
-		text = command.empty() ? "" : command[1];
+		while (line.ends_with('\\') && std::getline(lines, more))
+		{
+			line.replace(line.size() - 1, 1, more);
+		}
+		line.resize(std::min(line.size(), kLineLength));
+		const std::string plain = CommandText(line).plain();
+		if (plain.find_first_not_of(" \t") == std::string::npos)
+		{
+			last = {}; // the end of a text in quotes
+		}
+		std::string separator;
+		for (const Pattern::Groups& command : kCommand.all(plain))
+		{
+			std::istringstream text(command.at(1));
+			const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+			if (!words.empty() && !isTidyingUp(words))
+			{
+				const auto first = std::ranges::find_if_not(words, isAssignment);
+				last = {words, line, separator, command.at(2) == "&", false, *first == "exec"};
+			}
+			last.waits = last.waits || (!words.empty() && words.front() == "wait");
+			separator = command.at(2);
+		}
 	}
-	std::istringstream words(text);
-	return {std::istream_iterator<std::string>(words), {}};
-}
-
-/// It begins with the directory in which the program is looked for.
-bool hasChroot(const std::vector<std::string>& words)
-{
-	return std::ranges::find(words, "chroot", baseName) != words.end();
-}
-
-/// @return the program among the words: "setpriv --reuid=1 /opt/x/server" runs server
-std::string programOf(const std::vector<std::string>& words)
-{
-	const auto isPath = [](const std::string& word) { return word.starts_with('/'); };
-	auto path = std::ranges::find_if(words, isPath);
-	if (path != words.end() && hasChroot(words))
-	{
-		path = std::find_if(path + 1, words.end(), isPath);
-	}
-	if (path != words.end())
-	{
-		return *path;
-	}
-	const auto plain = std::ranges::find_if(words, [](const std::string& word) { return !word.starts_with('-'); });
-	return plain == words.end() ? "" : *plain;
+	return last;
 }
 
 class ProgramFile
@@ -98,10 +112,11 @@ class ProgramFile
 public:
 	/// @param name what the agent looks for; empty for what the keeper runs, whose name is all the same
 	/// @param effect of a program that does not start
+	/// @param stays the keeper takes its end for the service's
 	ProgramFile(Findings& findings, const Paths& paths, Place place, std::string name, fs::path file,
-	            std::string effect)
+	            std::string effect, bool stays = false)
 	    : m_paths(paths), m_findings(findings), m_place(std::move(place)), m_name(std::move(name)),
-	      m_file(std::move(file)), m_effect(std::move(effect))
+	      m_file(std::move(file)), m_effect(std::move(effect)), m_stays(stays)
 	{
 	}
 
@@ -200,13 +215,15 @@ private:
 			      "sed -i 's/\\r$//' " + m_file.string());
 			return;
 		}
-		std::istringstream first(line);
-		std::string interpreter;
-		first >> interpreter;
-		if (!isExecutable(m_paths.belowIfAny(interpreter)))
+		const std::string interpreter = interpreterOf(line);
+		const bool named = !interpreter.starts_with('/') && line.find("/env") != std::string::npos;
+		if (named ? toolPath(m_paths, interpreter).empty() : !isExecutable(m_paths.belowIfAny(interpreter)))
 		{
-			error("missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
-			      "install " + interpreter + ", or correct the first line");
+			// The service may have been given another PATH.
+			const bool sure = !named || interpreter.find(' ') != std::string::npos;
+			add(sure ? Severity::error : Severity::warning,
+			    {"missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
+			     m_effect, "install " + interpreter + ", or correct the first line (env needs -S before arguments)"});
 			return;
 		}
 		const std::string shell = baseName(interpreter);
@@ -216,42 +233,80 @@ private:
 		}
 	}
 
+	/// @param line what stands behind "#!"; behind env, all of the rest is one name unless -S splits it
+	static std::string interpreterOf(const std::string& line)
+	{
+		static const Pattern kEnv(R"(\s*\S*/env\s+(-\S*S)?\s*([^-\s].*?)\s*)");
+		const Pattern::Groups env = kEnv.matched(line);
+		if (!env.empty() && env.at(1).empty())
+		{
+			return env.at(2);
+		}
+		std::istringstream text(env.empty() ? line : "env " + env.at(2));
+		const InnerCommand inner = innerCommand({std::istream_iterator<std::string>(text), {}});
+		return inner.words.empty() ? "/usr/bin/env" : inner.words.front();
+	}
+
 	void shellScript(const std::string& text, const std::string& shell)
 	{
-		// Another shell's grammar is not this one's, and half a script is no script.
-		const bool judged = shell != "bash" && text.size() < kScriptLength;
-		if (const std::string refusal = judged ? host::shellRefusal(text) : ""; !refusal.empty())
+		// Half a script is no script, and patterns that bash has to be told of are read at the run alone.
+		const bool judged = text.size() < kScriptLength && text.find("extglob") == std::string::npos;
+		if (const std::string refusal =
+		        judged ? host::shellRefusal(text, shell == "bash" ? "/bin/bash" : "/bin/sh") : "";
+		    !refusal.empty())
 		{
 			error("broken-script", m_file.string() + " is no shell script: " + refusal,
-			      "try it: sh -n " + m_file.string());
+			      "try it: " + shell + " -n " + m_file.string());
 			return;
 		}
-		bool execs = false;
-		const std::vector<std::string> words = lastWords(text, execs);
-		const std::string program = programOf(words);
-		if (execs && program.starts_with('/') && !hasChroot(words) &&
-		    program.find_first_of("$*?[\"'`") == std::string::npos &&
-		    host::fileFacts(m_paths.belowIfAny(program)).kind == FileKind::missing)
+		const LastCommand last = lastCommand(text);
+		const InnerCommand inner = innerCommand(last.words);
+		const std::string program = inner.words.empty() ? "" : inner.words.front();
+		if (m_stays && last.inBackground && !last.waits)
 		{
-			error("missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing",
-			      "install the program, or correct the script");
+			add(Severity::warning,
+			    {"wrapper-without-exec", m_file.string() + " leaves its program in the background and ends",
+			     "the end counts as the service's: it is started again, fails here and moves on, and what it left "
+			     "may go on",
+			     "let the script end in \"exec PROGRAM ARGUMENTS\", with the option that keeps it in the foreground"});
 			return;
 		}
-		wrapper(words, program, execs);
+		// A word that is not in the line was put together of variables and quotes.
+		if (program.empty() || last.line.find(program) == std::string::npos ||
+		    program.find_first_of("$*?[\"'`") != std::string::npos)
+		{
+			return;
+		}
+		if (last.execs && !inner.elsewhere && isMissing(program))
+		{
+			const bool sure =
+			    program.starts_with('/') && last.separator != "||" && text.find("mount") == std::string::npos;
+			add(sure ? Severity::error : Severity::warning,
+			    {"missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing", m_effect,
+			     "install the program, or correct the script"});
+			return;
+		}
+		wrapper(last, program);
+	}
+
+	/// A name alone is looked up where the service looks; the script may have a PATH of its own.
+	bool isMissing(const std::string& program) const
+	{
+		return program.starts_with('/') ? host::fileFacts(m_paths.belowIfAny(program)).kind == FileKind::missing
+		                                : program.find('/') == std::string::npos && toolPath(m_paths, program).empty();
 	}
 
 	/// A script that turns into a program of another name is lost from sight, and one that
 	/// waits for such a program is killed without it.
-	void wrapper(const std::vector<std::string>& words, const std::string& program, bool execs)
+	void wrapper(const LastCommand& last, const std::string& program)
 	{
-		const bool same = std::ranges::any_of(words, [&](const std::string& word)
-		                                      { return baseName(word).find(m_name) != std::string::npos; });
 		const std::string shown = baseName(program).substr(0, kProcessNameLength);
-		if (shown.empty() || same || program.find_first_of("$\"'`") != std::string::npos)
+		const auto isNamed = [&](const std::string& word) { return baseName(word).find(m_name) != std::string::npos; };
+		if (std::ranges::any_of(last.words, isNamed))
 		{
 			return;
 		}
-		if (execs)
+		if (last.execs)
 		{
 			add(Severity::warning,
 			    {"wrapper-of-another-name",
@@ -260,10 +315,24 @@ private:
 			     "give the script the program's file name, in another directory"});
 			return;
 		}
-		add(Severity::warning, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
-		                        "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
-		                            "\" goes on: after a failover it runs on both nodes",
-		                        "write exec before it, and give the script the program's file name"});
+		if (isService(last, program))
+		{
+			add(Severity::warning, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
+			                        "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
+			                            "\" goes on: after a failover it runs on both nodes",
+			                        "write exec before it, and give the script the program's file name"});
+		}
+	}
+
+	/// It is no word of the shell, and no everyday tool.
+	bool isService(const LastCommand& last, const std::string& program) const
+	{
+		static const Pattern kInterpreter("java|python[0-9.]*|perl|node|ruby|php");
+		static const Pattern kEveryday("awk|cat|chmod|chown|cp|date|grep|ip|killall|ln|logger|mkdir|mv|pkill|rm|sed|sh|"
+		                               "sleep|sync|sysctl|systemctl|tee|touch|umount");
+		return program.starts_with('/') || last.words.front() != program || !kInterpreter.matched(program).empty() ||
+		       (kEveryday.matched(program).empty() && CommandText(program).programs().size() == 1 &&
+		        program.find('/') == std::string::npos && !toolPath(m_paths, program).empty());
 	}
 
 	const Paths& m_paths;
@@ -272,7 +341,16 @@ private:
 	std::string m_name;
 	fs::path m_file;
 	std::string m_effect;
+	bool m_stays;
 };
+
+/// The keeper's copy acts by its name as well.
+bool isKeeper(const fs::path& program, const fs::path& keeper)
+{
+	std::error_code error;
+	return fs::equivalent(program, keeper, error) ||
+	       (!fs::is_directory(program, error) && fs::file_size(program, error) == fs::file_size(keeper, error));
+}
 
 } // namespace
 
@@ -283,17 +361,24 @@ void programFiles(Findings& findings, const Paths& paths)
 	{
 		++number;
 		// What is no plain absolute path is reported by the check of the programs.
-		// A missing link to the keeper is reported with keeper.ini; the service makes it. A keeper that
+		const fs::path file = paths.belowIfAny(program);
+		// The service makes the link to the keeper unless something that can be run is there. A keeper that
 		// cannot run is reported with the commands.
-		if (isKeepers(program) && (host::fileFacts(paths.belowIfAny(program)).kind == FileKind::missing ||
-		                           !isExecutable(paths.belowIfAny(kKeeper))))
+		if (isKeepers(program) && !isExecutable(file) && host::fileFacts(file).kind != FileKind::directory)
 		{
+			continue;
+		}
+		if (isKeepers(program) && !isKeeper(file, paths.belowIfAny(kKeeper)))
+		{
+			findings.error(programKey(number), {"keeper-foreign-program", program + " is no link to the keeper",
+			                                    "it runs in place of the service, without its user, checks and limits",
+			                                    "remove it: the service makes the link at its start"});
 			continue;
 		}
 		if (program.starts_with('/') && !program.ends_with('/') && program.find_first_of(" \t\"'") == std::string::npos)
 		{
 			ProgramFile(findings, paths, {findings.file.path(), findings.lineFor(programKey(number))},
-			            programName(program), paths.belowIfAny(program),
+			            programName(program), file,
 			            "the program does not start: each node that becomes master gives up again, and the service "
 			            "moves to and fro")
 			    .check();
@@ -302,9 +387,9 @@ void programFiles(Findings& findings, const Paths& paths)
 }
 
 void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const fs::path& file,
-                    const std::string& effect)
+                    const std::string& effect, bool stays)
 {
-	ProgramFile(findings, paths, place, "", file, effect).check();
+	ProgramFile(findings, paths, place, "", file, effect, stays).check();
 }
 
 } // namespace velarix::ctl::checks

@@ -1,4 +1,4 @@
-// The service's own options, which the shell reads without a word against them.
+// The service's own options and notifiers, of which those that do not fit are passed over in silence.
 
 #include "ctl/check/Checks.h"
 
@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "ctl/notify/Notifiers.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
@@ -79,6 +80,32 @@ void service(Findings& findings, const Paths& paths)
 	catch (const Failure& failure)
 	{
 		findings.notChecked(file.string(), failure.what());
+	}
+}
+
+void notifiers(Findings& findings, const Paths& paths)
+{
+	namespace fs = std::filesystem;
+	const fs::path directory = paths.belowIfAny("/etc/velarix-ha/notify.d");
+	const std::vector<notify::Notifier> all = notify::notifiersIn(directory);
+	std::error_code error;
+	for (const fs::directory_entry& entry : fs::directory_iterator(directory, error))
+	{
+		const std::string name = entry.path().filename();
+		const auto found = std::ranges::find(all, name, &notify::Notifier::name);
+		// A package's or an editor's copy is left out on purpose.
+		if (name.starts_with('.') || name.ends_with('~') || name.find(".dpkg-") != std::string::npos ||
+		    (found != all.end() && (found->refused.empty() || paths.elsewhere())))
+		{
+			continue;
+		}
+		findings.add(Severity::warning, entry.path(), 0,
+		             {"notifier-not-run",
+		              found != all.end() ? "the notifier is refused: " + found->refused
+		                                 : "this is no notifier: a name with other characters than letters, digits, "
+		                                   "\"-\" and \"_\", or no program that may be run",
+		              "nobody is told by it of a failover",
+		              "root's, for root alone to write, without a dot in the name, and chmod 755"});
 	}
 }
 

@@ -112,14 +112,22 @@ TEST_F(CheckVerb, WhatTheOperatorHasAcceptedDoesNotCount)
 	put();
 	EXPECT_EQ(runBelow({"check", "--ignore", "zero-time"}).code, 0);
 	EXPECT_EQ(runBelow({"check", "--strict", "--ignore", "zero-time"}).code, 78);
-	write("/usr/velarix/bin/ini/acknowledged.txt", "# by us\nlogs-kept-for-ever\tcollected elsewhere\r\n");
-	const Outcome outcome = runBelow({"check", "--strict", "--ignore=zero-time", "--ignore", "no-such"});
+	write("/usr/velarix/bin/ini/acknowledged.txt", "# by us\n  logs-kept-for-ever\tcollected elsewhere\r\n");
+	const Outcome outcome = runBelow({"check", "--strict", "--ignore=zero-time", "--ignore", "disk-full"});
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.out, testing::StartsWith("acknowledged: AGENT.HEART_BEAT_INTERVAL is 0 [zero-time]\n"
 	                                             "acknowledged: LOG.PURGEAGE is none [logs-kept-for-ever]\n"));
 	const auto json = nlohmann::json::parse(runBelow({"check", "--json", "--ignore", "zero-time"}).out);
 	EXPECT_EQ(json["acknowledged"].size(), 2U);
 	EXPECT_EQ(json["errors"], 0);
+}
+
+TEST_F(CheckVerb, ANameThatNoFindingHasIsFound)
+{
+	write("/usr/velarix/bin/ini/acknowledged.txt", "# by us\n\ngateway-silnt\tlimits pings\n");
+	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = true, .ignored = {"no-such"}}),
+	            testing::UnorderedElementsAre("warning unknown-finding /usr/velarix/bin/ini/acknowledged.txt:3",
+	                                          "warning unknown-finding /usr/velarix/bin/ini/config.ini"));
 }
 
 TEST_F(CheckVerb, AFileThatThisUserMayNotReadIsNoFinding)

@@ -141,10 +141,12 @@ const Row kRows[] = {
 {"NameInEveryProcess",          "PROCESS_PATH1",                   "/opt/am",                       "",                                  {"error name-in-every-process 18"}},
 {"NameOfTheAgent",              "PROCESS_PATH1",                   "/opt/Velarix",                  "",                                  {"error name-of-the-agent 18"}},
 {"NameOfAnInterpreter",         "PROCESS_PATH1",                   "/usr/bin/python3",              "",                                  {"error name-of-an-interpreter 18"}},
+{"NameOfTheShell",              "PROCESS_PATH1",                   "/opt/sh",                       "",                                  {"error name-of-an-interpreter 18"}},
 {"NameOfAHelper",               "PROCESS_PATH1",                   "/opt/sleep",                    "",                                  {"warning name-of-a-helper 18"}},
 {"ProgramWithADollar",          "PROCESS_PATH1",                   "/opt/$HOME",                    "",                                  {"error shell-character-in-program 18"}},
 {"CommandInQuotes",             kStop,                             "\"ip addr del 198.51.100.10/24 dev eth0\"", "",                         {"error quoted-value 13"}},
 {"ProgramInQuotes",             "PROCESS_PATH1",                   "\"/opt/server\"",               "",                                  {"error quoted-value 18"}},
+{"KillScriptByItsPath",         kKill,                             "/usr/local/sbin/kill",          "",                                  {}},
 {"SameNameTwice",               "PROCESS_NUM",                     "2",                             "[PROCESS_CHECK]\nPROCESS_PATH2 = /srv/server", {"warning same-name 18"}},
 {"NameWithinAName",             "PROCESS_NUM",                     "2",                             "[PROCESS_CHECK]\nPROCESS_PATH2 = /srv/serve", {"warning name-within-a-name 28"}},
 // ---- the log

@@ -97,7 +97,14 @@ const Row kRows[] = {
     {"SectionMisspelled",          {"error missing-section " CONFIG},                          [](Node& node) { node.lines[0] = "[AGNET]"; }},
     {"NoSection",                  {"error missing-section " CONFIG},                          [](Node& node) { node.lines[0] = ""; }},
     {"NoEqualsSigns",              {"error no-assignment " CONFIG},                            [](Node& node) { for (std::string& line : node.lines) { std::ranges::replace(line, '=', ':'); } }},
-    {"BlanksOfAWebPage",           {"error pasted-characters " CONFIG},                        [](Node& node) { for (std::string& line : node.lines) { line.insert(0, "\xC2\xA0"); } }},
+    {"BlanksOfAWebPage",           {"error pasted-characters " CONFIG ":1"},                   [](Node& node) { for (std::string& line : node.lines) { line.insert(0, "\xC2\xA0"); } }},
+    {"BlanksBehindEquals",         {"error pasted-characters " CONFIG ":2"},                   [](Node& node) { for (std::string& line : node.lines) { if (const auto at = line.find("= "); at != std::string::npos) { line.replace(at + 1, 1, "\xC2\xA0"); } } }},
+    {"ABlankOfAWebPage",           {"error pasted-characters " CONFIG ":8"},                   [](Node& node) { node.lines[7].insert(0, "\xC2\xA0"); }},
+    {"TypographicQuotes",          {"error pasted-characters " CONFIG ":3"},                   [](Node& node) { for (const char* key : {"THIS_SERVER_IP", "VIRTUAL_IP"}) { node.set(key, "\xE2\x80\x9C" "192.0.2.1\xE2\x80\x9D"); } }},
+    {"ATypographicQuote",          {"error pasted-characters " CONFIG ":13"},                  [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "\xE2\x80\x9Cip\xE2\x80\x9D addr del 198.51.100.10/24 dev eth0"); }},
+    {"DashInAPath",                {},                                                         [](Node& node) { node.program("\x7f" "ELF", "/opt/a\xE2\x80\x93z/server"); node.set("PROCESS_PATH1", "/opt/a\xE2\x80\x93z/server"); }},
+    {"SignsWithoutEffect",         {"warning comment-in-value " CONFIG ":10", "warning unknown-key " CONFIG ":27", "warning unknown-key " CONFIG ":28"}, [](Node& node) { node.set("GATEWAY_IP", "192.0.2.254 ; the router \xE2\x80\x93 ours"); node.lines.insert(node.lines.end(), {"\xC2\xA0PATH = /x", "[a\xC2\xA0] = 1"}); }},
+    {"AllInQuotes",                {"error quoted-value " CONFIG ":2"},                        [](Node& node) { for (const char* key : {"MODE", "GATEWAY_IP", "PATH", "PROCESS_CHECK_CYCLE"}) { node.set(key, "\"1\""); } }},
     {"HiddenSection",              {"error byte-order-mark " CONFIG ":1"},                     [](Node& node) { node.lines[0].insert(0, "\xEF\xBB\xBF"); }},
     // ---- the options of the service
     {"OptionsOfTheService",        {},                                                         [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP=\"handover\" # moves\nexport VELARIX_ON_STOP='release'\n#VELARIX_ON_STOP=x\nVELARIX_HANDOVER_TIMEOUT=100\nOTHER=1\n"); }},
@@ -106,6 +113,9 @@ const Row kRows[] = {
     {"StopActionEmpty",            {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP="); }},
     {"TimeoutIsNoNumber",          {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=2min"); }},
     {"TimeoutTooLong",             {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=200"); }},
+    {"Notifiers",                  {},                                                         [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms"); node.file("/etc/velarix-ha/notify.d/sms.dpkg-old"); }},
+    {"NotifierWithADot",           {"warning notifier-not-run /etc/velarix-ha/notify.d/sms.sh"}, [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms.sh"); }},
+    {"NotifierThatMayNotRun",      {"warning notifier-not-run /etc/velarix-ha/notify.d/sms"},  [](Node& node) { node.file("/etc/velarix-ha/notify.d/sms"); }},
     // ---- directories
     {"ReadOnlyDirectory",          {"error read-only-directory /usr/velarix/pid"},             [](Node& node) { node.facts("/usr/velarix/pid", {FileKind::directory, 0755, 0, 0, false, true, false}); }},
     {"LogInMemory",                {"warning log-in-memory " CONFIG ":25"},                    [](Node& node) { node.facts("/usr/velarix/log", {FileKind::directory, 0755, 0, 0, false, false, true}); }},
@@ -155,6 +165,7 @@ const Row kRows[] = {
     {"WritableAgent",              {"error writable-program /usr/velarix/bin/VelarixHA"},      [](Node& node) { node.file("/usr/velarix/bin/VelarixHA"); node.rights("/usr/velarix/bin/VelarixHA", 0777); }},
     {"ScriptWithoutInterpreter",   {"error script-without-interpreter " CONFIG ":18"},         [](Node& node) { node.program("exec /opt/other/server -d\n"); }},
     {"ScriptIsEmpty",              {"error empty-program-file " CONFIG ":18"},                 [](Node& node) { node.program(""); }},
+    {"ScriptOfAnInterpretersName", {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("", "/usr/bin/python3"); node.program("#!python3\n"); }},
     {"ScriptOfNoInterpreter",      {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("#!/opt/no/python\n"); }},
     {"ScriptIsBroken",             {"error broken-script " CONFIG ":18"},                      [](Node& node) { node.program("#!/bin/sh\nif true; then\n"); }},
     {"ScriptRunsNothing",          {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.program("#!/bin/sh\nexec /opt/no/server -d\n"); }},
@@ -163,6 +174,24 @@ const Row kRows[] = {
     {"WrapperOfTheSameName",       {},                                                         [](Node& node) { node.program("\x7f" "ELF", "/opt/other/server"); node.program("#!/bin/sh\n# exec other\nexec /opt/other/server -c /etc/server.conf\n"); }},
     {"WrapperInTheBackground",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\nnohup /opt/other/daemon &\n"); }},
     {"WrapperOfAnInterpreter",     {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\njava -jar /opt/x.jar\n"); }},
+    {"ScriptLocksAnAbsentFile",    {},                                                         [](Node& node) { node.program("#!/bin/sh\nexec flock /run/lock/no.lock \\\n  /opt/service/bin/server\n"); }},
+    {"ScriptOfAnotherRoot",        {},                                                         [](Node& node) { node.program("#!/bin/sh\nexec unshare --root=/jail /usr/sbin/server\n"); }},
+    {"ScriptSaysExec",             {},                                                         [](Node& node) { node.program("#!/bin/sh\n/opt/service/bin/server -d\nlogger did exec /opt/no/server\n"); }},
+    {"ScriptMountsTheProgram",     {"warning missing-program-file " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\nmount /srv && exec /srv/server\n"); }},
+    {"ScriptOfUnknownPrefix",      {},                                                         [](Node& node) { node.program("", "/usr/bin/capsh"); node.program("#!/bin/sh\nexec capsh --chroot=/jail -- -c /srv/server\n"); }},
+    {"ScriptRunsNothingBehind",    {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.program("#!/bin/sh\nexec nice -n 5 /opt/no/server\n"); }},
+    {"ScriptRunsNoName",           {"warning missing-program-file " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\nexec no-server -d\n"); }},
+    {"ScriptOfEnv",                {},                                                         [](Node& node) { node.program("", "/usr/bin/env"); node.program("", "/usr/bin/python3"); node.program("#!/usr/bin/env -S A=1 python3 -u\n"); }},
+    {"ScriptOfEnvAndNothing",      {"warning missing-interpreter " CONFIG ":18"},              [](Node& node) { node.program("", "/usr/bin/env"); node.program("#!/usr/bin/env no-python\n"); }},
+    {"ScriptOfEnvWithoutS",        {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("", "/usr/bin/env"); node.program("", "/usr/bin/bash"); node.program("#!/usr/bin/env bash -e\n"); }},
+    {"ScriptOfEnvAndBash",         {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.program("", "/usr/bin/env"); node.program("", "/usr/bin/bash"); node.program("#!/usr/bin/env bash\nexec /opt/no/server\n"); }},
+    {"BashIsBroken",               {"error broken-script " CONFIG ":18"},                      [](Node& node) { node.program("", "/bin/bash"); node.program("#!/bin/bash\nif [[ -n $A ]]; then\n"); }},
+    {"BashOfItsOwnGrammar",        {},                                                         [](Node& node) { node.program("", "/bin/bash"); node.program("#!/bin/bash\nshopt -s extglob\na=(1 2)\nrm -f !(x|y) < <(true)\nexec \"${a[@]}\"\n"); }},
+    {"WrapperThatTidiesUp",        {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\n/opt/other/daemon -d &\necho $! >/run/x.pid\nexit 0\n"); }},
+    {"WrapperThatHandsOnTheEnd",   {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("#!/bin/sh\n/opt/other/daemon -f\nrc=$?; exit $rc\n"); }},
+    {"WrapperOfAName",             {"warning wrapper-without-exec " CONFIG ":18"},             [](Node& node) { node.program("", "/usr/sbin/otherd"); node.program("#!/bin/sh\notherd -f\n"); }},
+    {"ScriptThatIsTheService",     {},                                                         [](Node& node) { node.program("#!/bin/sh\ntrap 'exit 0' TERM\nwhile true; do\n  /opt/other/daemon -d\n  sleep 1\ndone\n"); }},
+    {"ScriptThatEndsInSleep",      {},                                                         [](Node& node) { node.program("#!/bin/sh\ncd /srv\nsleep 1000\n"); }},
     {"WholeProgram",               {},                                                         [](Node& node) { node.program(readFile("/proc/self/exe")); }},
     {"HalfAProgram",               {"error truncated-program " CONFIG ":18"},                  [](Node& node) { const std::string whole = readFile("/proc/self/exe"); node.program(whole.substr(0, whole.size() / 2)); }},
     {"ScriptFromWindows",          {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("#!/bin/sh\r\nexec /opt/other/server\r\n"); }},
@@ -292,8 +321,10 @@ TEST_F(InstallationCheck, AFullDiskIsFound)
 TEST_F(InstallationCheck, WrappersThatChangeWhoAndHowItRunsAreFine)
 {
 	executable("/opt/other/server");
-	for (const char* how : {"setpriv --reuid=1000 --clear-groups", "env A=1", "nice -n 5", "runuser -u ha --",
-	                        "taskset -c 1", "chroot /srv/jail", "sudo -u ha", "ionice -c 3 nice -n 5"})
+	for (const char* how :
+	     {"setpriv --reuid=1000 --clear-groups", "env A=1", "nice -n 5", "runuser -u ha --", "taskset -c 1",
+	      "chroot /srv/jail", "sudo -u ha", "ionice -c 3 nice -n 5", "flock -w 5 /run/lock/service.lock",
+	      "unshare --root=/srv/jail", "timeout -k 5 1h", "setpriv --reuid 1000 env -u A B=1"})
 	{
 		program(std::string("#!/bin/sh\nexec ") + how + " /opt/other/server -d\n");
 		EXPECT_THAT(found(), IsEmpty()) << how;

@@ -86,8 +86,14 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	    {none, {"nginx", "nginx | cat"}, "warning keeper-warning KEEPER:6"},
 	    {none, {"nginx", "no-nginx"}, "error keeper-unavailable KEEPER:6"},
 	    {none, {"nginx\n", "nginx\ncheck = /opt/ask\n"}, "error script-without-interpreter KEEPER:5"},
+	    {none, {"/usr/sbin/nginx", "nice -n 5 /usr/sbin/no-nginx"}, "error missing-program-file KEEPER:6"},
+	    {none, {"/usr/sbin/nginx", "nice no-nginx"}, "warning missing-program-file KEEPER:6"},
+	    {none, {"/usr/sbin/nginx", "nice /opt/ask"}, "error script-without-interpreter KEEPER:6"},
+	    {none, {"/usr/sbin/nginx", "/opt/leaves"}, "warning wrapper-without-exec KEEPER:6"},
 	};
 	executable("/opt/ask", "exec curl\n");
+	executable("/opt/leaves", "#!/bin/sh\n\"$DAEMON\" >/dev/null 2>&1 &\necho $! >/run/daemon.pid\n");
+	executable("/usr/bin/nice");
 	for (const Row& row : rows)
 	{
 		std::string expected = row.finding;
@@ -101,6 +107,28 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	write(kConfig, joined(lines));
 	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
 	            ElementsAre(std::string("error keeper-settings ") + kKeeperIni));
+}
+
+TEST_F(KeeperCheck, OneCauseIsOneFinding)
+{
+	std::vector<std::string> same = lines;
+	setKey(same, "VIRTUAL_IP", "192.0.2.2");
+	EXPECT_THAT(foundIn(joined(same), m_keeper), ElementsAre(std::string("error same-address ") + kConfig + ":11"));
+	EXPECT_THAT(foundIn(changed(joined(lines), {"PROCESS_NUM = 2", "PROCESS_NUM = 1"}), m_keeper),
+	            ElementsAre(std::string("error keeper-service-unmanaged ") + kKeeperIni + ":5"));
+}
+
+TEST_F(KeeperCheck, CommandsBehindOthersAreFine)
+{
+	executable("/usr/bin/nice");
+	executable("/usr/bin/flock");
+	executable("/opt/waits", "#!/bin/sh\n/usr/sbin/nginx &\nwait\n");
+	executable("/opt/cleans", "#!/bin/sh\nclean &\nexit 0\n");
+	for (const char* command : {"nice -n 5 nginx", "flock -w 120 /srv/db/.ha-lock /usr/sbin/nginx", "/opt/waits",
+	                            "nginx\ncheck = /opt/cleans"})
+	{
+		EXPECT_THAT(foundIn(joined(lines), changed(m_keeper, {"/usr/sbin/nginx", command})), IsEmpty()) << command;
+	}
 }
 
 TEST_F(KeeperCheck, NobodyElseMayWriteWhatRootRuns)
@@ -203,6 +231,15 @@ TEST_F(KeeperCheck, AKeeperThatMayNotRunIsOneFinding)
 	}
 	fs::permissions(below("/usr/libexec/velarix-ha/keeper"), fs::perms{0600});
 	EXPECT_THAT(foundIn(joined(lines), m_keeper), ElementsAre(std::string("error missing-tool ") + kConfig + ":12"));
+}
+
+TEST_F(KeeperCheck, AnotherProgramInPlaceOfALinkIsFound)
+{
+	executable("/usr/velarix/run/ha-web", "#!/bin/sh\nexec /usr/sbin/nginx\n");
+	EXPECT_THAT(foundIn(joined(lines), m_keeper),
+	            ElementsAre(std::string("error keeper-foreign-program ") + kConfig + ":19"));
+	fs::permissions(below("/usr/velarix/run/ha-web"), fs::perms{0644});
+	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty()) << "replaced at the start";
 }
 
 TEST_F(KeeperCheck, BesideSettingsThatAreALinkIsTheInstalledFile)

@@ -99,6 +99,7 @@ const Row kRows[] = {
 {"AddressInAVariable",         kStart, "VIP=198.51.100.10; ip addr add $VIP/24 dev eth0 label eth0:ha && arping -q -A -c 1 -w 1 -I eth0 ${VIP}", "", {}},
 {"LogsToAFile",                kStart, "(" ADD "; " ARP ") >>/var/log/velarix-trial.log 2>&1",     "", {}},
 {"TurnsAKernelSwitch",         kStart, "echo 1 >/proc/sys/net/ipv4/ip_nonlocal_bind && " ADD "; " ARP, "", {}},
+{"LocksInRun",                 kStart, "exec 9>/run/lock/ha-vip; flock 9; " ADD "; " ARP,              "", {}},
 {"RaisedInTheBackground",      kStart, "(sleep 1; " ADD "; " ARP ") >/dev/null 2>&1 &",            "", {}},
 // ---- the stop command
 {"StopEmpty",                  kStop, "",                                                          "", {"error empty-command 13"}},
@@ -130,6 +131,7 @@ const Row kRows[] = {
 {"KillExactly",                kKill, DEL " 2>/dev/null; pkill -9 -x",                             "", {}},
 {"KillByAFunction",            kKill, DEL "; f() { pidof \"$1\" | xargs -r kill -9; }; f",         "", {}},
 {"KillByAScript",              kKill, "SCRIPT",                                                    DEL "; exec killall -q -9 \"$1\"", {}},
+{"KillByAScriptsVerb",         kKill, "SCRIPT kill",                                               DEL "; exec killall -q -9 \"$2\"", {}},
 // ---- an address of which the check of the addresses speaks
 {"CommentInTheVirtualIP",      "VIRTUAL_IP", "198.51.100.10 ; shared",                             "", {}},
 };
@@ -246,9 +248,10 @@ TEST_F(Trials, LeaveFilesKernelAndProcessesOfTheMachineAsTheyAre)
 TEST_F(Trials, SeeNeitherDevicesNorServicesNorTheSwitchesOfTheKernel)
 {
 	const CheckReport report = reportOf(
-	    with(kStart, ADD "; " ARP "; ls /run; ls -A /dev | grep -Ev '^(null|zero|full|random|urandom|fd|stdout|"
-	                     "stderr)$'; (echo 1 >/proc/sys/kernel/sysrq) 2>/dev/null && echo turned; ip -br link "
-	                     "show up | grep -Ev '^(lo|eth0|eth1)'; ps -e | grep -w VelarixHA"));
+	    with(kStart,
+	         ADD "; " ARP "; ls /run | grep -vx lock; ls -A /dev | grep -Ev '^(null|zero|full|random|urandom|fd|stdout|"
+	             "stderr)$'; (echo 1 >/proc/sys/kernel/sysrq) 2>/dev/null && echo turned; ip -br link "
+	             "show up | grep -Ev '^(lo|eth0|eth1)'; ps -e | grep -w VelarixHA"));
 	EXPECT_THAT(shortForms(report), testing::IsEmpty()) << report.findings.front().what;
 }
 
