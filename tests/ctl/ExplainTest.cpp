@@ -163,6 +163,10 @@ const Pasted kPasted[] = {
     {"master -> slave  process kill", {"CHeartReciver:509", "CHeartReciver:517", "CHeartReciver:525"}},
     {"process is waiting for ip setup:3", {"Utill"}},
     {"Good Bye!!! [fork parent]\r", {"HAmain"}},
+    // a part of it
+    {"Can't read file", {"Utill:216"}},
+    {"errrrreeeeeeerrrrrrr", {"CHeartReciver:319"}},
+    {"beat sent", {"CHeartSender:124"}},
     {"# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT", {"POCO"}},
 };
 
@@ -179,9 +183,9 @@ TEST(ExplainMessage, IsFoundInEachOfItsForms)
 
 TEST(ExplainMessage, WhatIsNotKnownIsNothing)
 {
-	for (const char* message :
-	     {"", "x", "CHeartReciver", "CHeartReciver:", "CHeartReciver:0", "CHeartReciver:550", "CHeartReciver:-549",
-	      "NoLabel:12", "hello world", "[1:2]", ":::::", "549", "CHeartReciver:99999999999999999999"})
+	for (const char* message : {"", "x", " is ", "CHeartReciver", "CHeartReciver:", "CHeartReciver:0",
+	                            "CHeartReciver:550", "CHeartReciver:-549", "NoLabel:12", "hello world", "[1:2]",
+	                            ":::::", "549", "CHeartReciver:99999999999999999999"})
 	{
 		EXPECT_THAT(placesOf(message), IsEmpty()) << message;
 	}
