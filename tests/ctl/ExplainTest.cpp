@@ -247,9 +247,10 @@ TEST_F(ExplainVerb, TakesTheWordsOfATextThatWasNotQuoted)
 // The pages' tables are held against the code by the tests of events, status and check.
 TEST_F(ExplainVerb, KnowsEveryWordThatThePagesList)
 {
-	const std::set<std::string> headings{"| event |", "| cause |", "| fault |", "| id |", "| finding |"};
+	const std::set<std::string> headings{"| event |",   "| cause |", "| fault |",   "| id |",
+	                                     "| finding |", "| agent |", "| address |", "| service |"};
 	std::size_t known = 0;
-	for (const char* page : {"events.md", "monitoring.md", "check.md"})
+	for (const char* page : {"events.md", "monitoring.md", "check.md", "keeper.md"})
 	{
 		std::istringstream lines(readFile(std::filesystem::path(VELARIX_CTL_EVENTS).parent_path() / page));
 		bool inTable = false;
@@ -275,6 +276,12 @@ TEST_F(ExplainVerb, TakesALineOfEventsAndOfStatus)
 	EXPECT_THAT(run({"explain", "2026-11-21 07:59:24.2  keeper               ha-web died: ended with status 1"}).out,
 	            StartsWith("ha-NAME  keeper  died\n"));
 	EXPECT_THAT(run({"explain", "[split-brain]"}).out, StartsWith("problem  critical  split-brain\n"));
+	std::string status = readFile(std::filesystem::path(VELARIX_CTL_GOLDEN) / "status-dead.txt");
+	const std::string agent = status.substr(status.find("agent "), status.find("\npartner") - status.find("agent "));
+	EXPECT_THAT(run({"explain", agent}).out, StartsWith("agent    DEAD\n")) << agent;
+	status.pop_back();
+	const std::string problem = status.substr(status.rfind('\n') + 1);
+	EXPECT_THAT(run({"explain", problem}).out, StartsWith("problem  critical  agent-dead\n")) << problem;
 }
 
 TEST_F(ExplainVerb, ColoursThePlaceOnATerminal)
