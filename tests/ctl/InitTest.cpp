@@ -29,7 +29,13 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	                                  "written: /pair/b/config.ini\n"
 	                                  "written: /pair/b/keeper.ini\n"
 	                                  "written: /pair/b/firewall.nft\n"
-	                                  "written: /pair/b/runinfo.txt\n");
+	                                  "written: /pair/b/runinfo.txt\n"
+	                                  "next, as root:\n"
+	                                  "  copy /pair/a/* to /usr/velarix/bin/ini on node a (192.0.2.1)\n"
+	                                  "  copy /pair/b/* to /usr/velarix/bin/ini on node b (192.0.2.2)\n"
+	                                  "  velarixctl check on both nodes\n"
+	                                  "  systemctl enable --now velarix-ha on node a, then on node b\n"
+	                                  "  velarixctl status on both: a failover would work\n");
 	EXPECT_EQ(outcome.err, "");
 	expectGolden("init-a-keeper.ini", readFile(file("a/keeper.ini")));
 	expectGolden("init-a.ini", readFile(file("a/config.ini")));
@@ -73,7 +79,7 @@ TEST_F(Init, RunAgainWithNothingToChangeItIsContent)
 	run(arguments());
 	const Outcome again = run(arguments());
 	EXPECT_EQ(again.code, 0);
-	EXPECT_THAT(again.out, Not(HasSubstr("written")));
+	EXPECT_THAT(again.out, AllOf(Not(HasSubstr("written")), Not(HasSubstr("next"))));
 	EXPECT_THAT(anonymous(again.out), HasSubstr("unchanged: /pair/b/keeper.ini\n"));
 }
 
@@ -116,6 +122,7 @@ TEST_F(Init, WhatItPutsInPlaceMakesASoundNode)
 	fs::remove(settings());
 	const Outcome outcome = runBelow(arguments({"--this=a"}));
 	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(anonymous(outcome.out), HasSubstr("next, as root:\n  copy /pair/b/* to "));
 	const Outcome checked = runBelow({"check", "--partner", file("b/config.ini").string()});
 	EXPECT_EQ(checked.code, 0);
 	EXPECT_THAT(checked.out, EndsWith("0 errors, 0 warnings\n"));
