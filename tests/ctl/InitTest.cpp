@@ -188,6 +188,10 @@ TEST_F(Init, AWrongAnswerIsAUsageError)
 	      Row{"--service-user=web=www", "--service-user: there is no service web"},
 	      Row{"--virtual-ip=198.51.100.10/33", "--virtual-ip: no prefix length from 1 to 32 behind the "
 	                                           "\"/\": \"198.51.100.10/33\""},
+	      Row{"--virtual-ip=198.51.100.0/24", "--virtual-ip: 198.51.100.0 is the network of 198.51.100.0/24"},
+	      Row{"--virtual-ip=198.51.100.7/29", "--virtual-ip: 198.51.100.7 is the broadcast address of 198.51.100.7/29"},
+	      Row{"--virtual-ip=255.255.255.255", "--virtual-ip: no address of a single host: 255.255.255.255"},
+	      Row{"--gateway=0.0.0.0", "--gateway: no address of a single host: 0.0.0.0"},
 	      Row{"--program=server", "--program: no absolute path of a program: \"server\""}})
 	{
 		const Outcome outcome = run({"init", row.argument, "--output=" + output().string()});
@@ -239,12 +243,16 @@ TEST_F(Init, AsksForWhatIsMissing)
 
 TEST_F(Init, AsksAgainAfterAWrongAnswer)
 {
-	const Outcome outcome = answering("node-a\n\n 192.0.2.1 \n192.0.2.2\n192.0.2.254\n198.51.100.10/\n198.51.100.10\n"
-	                                  "\nwe/b\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
+	const Outcome outcome =
+	    answering("node-a\n\n 192.0.2.1 \n192.0.2.1\n192.0.2.2\n127.0.0.1\n192.0.2.254\n198.51.100.10/\n"
+	              "192.0.2.254/24\n198.51.100.10\n"
+	              "\nwe/b\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"node-a\"\nAddress of node a"));
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"\"\nAddress of node a"));
 	EXPECT_THAT(outcome.err, HasSubstr("no name of a service: \"we/b\""));
+	EXPECT_THAT(outcome.err, HasSubstr("192.0.2.1 is given already: Address of node a on the communication network"));
+	EXPECT_THAT(outcome.err, HasSubstr("192.0.2.254 is given already: Address that answers pings"));
 	EXPECT_EQ(settingsOf("b").text(key::kPartnerIP), "192.0.2.1");
 	const auto b = keeper::readSettings(file("b/keeper.ini").c_str()).settings;
 	ASSERT_EQ(b.services.size(), 2U);
