@@ -116,6 +116,20 @@ TEST_F(MaintenanceVerb, RefusesToEndWhereTheServiceWouldMove)
 	EXPECT_THAT(fakeMachine().acts, ElementsAre(kContinueAgent));
 }
 
+TEST_F(MaintenanceVerb, RefusesToEndOnAMasterWithoutItsNetwork)
+{
+	soundMaster();
+	begin();
+	fakeMachine().answering.clear();
+	EXPECT_THAT(runHere({"maintenance", "off"}).err, HasSubstr("its gateway 192.0.2.254 does not answer"));
+	fakeMachine().answering.insert("192.0.2.254");
+	fakeHost().interfaces["eth0"] = {true, false};
+	const Outcome off = runHere({"maintenance", "off"});
+	EXPECT_EQ(off.code, 69);
+	EXPECT_THAT(off.err, HasSubstr("eth0 has no carrier"));
+	EXPECT_THAT(fakeMachine().acts, IsEmpty());
+}
+
 TEST_F(MaintenanceVerb, EndsOnAStandbyWithoutPrograms)
 {
 	soundSlave();
