@@ -107,6 +107,33 @@ INSTANTIATE_TEST_SUITE_P(All, PairTable, testing::ValuesIn(std::vector<PairRowOf
 }), rowName<PairRowOfTable>);
 // clang-format on
 
+TEST_F(PairVerb, HasAFixForEachProblemOfANodeWhoseTextNamesNone)
+{
+	const std::set<std::string> inTheText{"address-unlisted", "address-with-partner", "agent-console",
+	                                      "agent-starting",   "foreign-agent",        "log-begun-ahead",
+	                                      "maintenance",      "maintenance-left",     "maintenance-unreadable",
+	                                      "marker-missing",   "reach-partner",        "reach-stopped",
+	                                      "taking-over",      "tunnel-down",          "tunnel-missing"};
+	const std::string page = readFile(VELARIX_CTL_MONITORING);
+	std::istringstream lines(page.substr(0, page.find("## status as JSON")));
+	m_partner["problems"] = Json::array();
+	for (std::string line; std::getline(lines, line);)
+	{
+		const std::string id = line.starts_with("| `") ? line.substr(3, line.find('`', 3) - 3) : "";
+		const bool matters = line.find("` | critical") != line.npos || line.find("` | warning") != line.npos;
+		if (matters && !inTheText.contains(id))
+		{
+			m_partner["problems"].push_back({{"id", id}, {"severity", "warning"}, {"text", "x"}});
+		}
+	}
+	EXPECT_GT(m_partner["problems"].size(), 30U);
+	const std::string out = files().out;
+	for (const Json& problem : m_partner["problems"])
+	{
+		EXPECT_THAT(out, HasSubstr("[" + problem["id"].get<std::string>() + "]\n  fix: "));
+	}
+}
+
 TEST_F(PairVerb, DigestsWhatThePairSharesAndNoValueLeavesTheNode)
 {
 	const std::string text = m_own["pair"]["settings"].dump();
