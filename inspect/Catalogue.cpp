@@ -175,22 +175,21 @@ bool canBe(const CatalogueRow& row, std::string_view text)
 
 std::vector<const CatalogueRow*> findByText(std::string_view text)
 {
-	const auto rowsThat = [](const auto& match)
+	std::vector<const CatalogueRow*> whole;
+	std::vector<const CatalogueRow*> parts;
+	for (const CatalogueRow& row : catalogue())
 	{
-		std::vector<const CatalogueRow*> rows;
-		for (const CatalogueRow& row : catalogue())
+		const Pattern pattern(row);
+		if (pattern.tells() && !row.text.starts_with("**") && fits(pattern, text))
 		{
-			if (!row.text.starts_with("**") && match(Pattern(row)))
-			{
-				rows.push_back(&row);
-			}
+			whole.push_back(&row);
 		}
-		return rows;
-	};
-	const auto whole = rowsThat([&](const Pattern& pattern) { return pattern.tells() && fits(pattern, text); });
-	return whole.empty() && letters(text) >= kLettersOfPart
-	           ? rowsThat([&](const Pattern& pattern) { return pattern.contains(text); })
-	           : whole;
+		else if (letters(text) >= kLettersOfPart && pattern.contains(text))
+		{
+			parts.push_back(&row);
+		}
+	}
+	return whole.empty() ? parts : whole;
 }
 
 } // namespace velarix::inspect

@@ -173,7 +173,7 @@ std::vector<Explanation> explainWord(std::string_view message)
 	    R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*|(?:agent +)?([A-Z]+(?: [A-Z]+)*)(?:\W.*)?)");
 	const std::string_view line = message.substr(0, message.find('\n'));
 	const std::size_t bracket = line.ends_with(']') ? line.rfind(" [") : std::string_view::npos;
-	const std::string form(bracket == std::string_view::npos ? line.substr(0, kLongestLine) : line.substr(bracket + 1));
+	const std::string form(line.substr(bracket == std::string_view::npos ? 0 : bracket + 1, kLongestLine));
 	std::vector<Explanation> explanations;
 	if (const Pattern::Groups parts = kForms.matched(form); !parts.empty())
 	{

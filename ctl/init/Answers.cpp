@@ -70,15 +70,6 @@ std::string virtualIPFault(const std::string& text)
 	           : "";
 }
 
-/// @return which other question has that address as its answer; empty for none
-std::string clash(const Answers& answers, const Question& asked, const std::string& answer)
-{
-	const auto other = std::ranges::find_if(
-	    questions(), [&](const Question& question)
-	    { return question.answer != asked.answer && hostOf(answers.*question.answer) == hostOf(answer); });
-	return other == questions().end() ? "" : hostOf(answer) + " is given already: " + other->text;
-}
-
 /// @return the next line, trimmed
 std::string ask(std::istream& in, std::ostream& out, const std::string& prompt)
 {
@@ -304,7 +295,11 @@ void askFor(Answers& answers, std::istream& in, std::ostream& out)
 		const auto faultOf = [&](const std::string& given)
 		{
 			const std::string fault = question.fault(given);
-			return fault.empty() ? clash(answers, question, given) : fault;
+			const auto same =
+			    std::ranges::find_if(questions(), [&](const Question& other)
+			                         { return &other != &question && hostOf(answers.*other.answer) == hostOf(given); });
+			return !fault.empty() || same == questions().end() ? fault
+			                                                   : hostOf(given) + " is given already: " + same->text;
 		};
 		answer = answer.empty() ? askUntil(in, out, question.text, faultOf) : answer;
 	}

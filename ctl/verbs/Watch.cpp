@@ -113,17 +113,15 @@ private:
 			m_context.out << m_frame << '\n';
 			return;
 		}
-		const char* begin = "\033[H\033[K";
-		for (const std::string& line : fitted(m_frame))
+		const std::vector<std::string> lines = fitted(m_frame);
+		for (const std::string& line : lines)
 		{
-			m_context.out << begin << line;
-			begin = "\n\033[K";
+			m_context.out << (&line == &lines.front() ? "\033[H" : "\n")
+			              << (&line == &lines.back() ? "\033[J" : "\033[K") << line;
 		}
-		m_context.out << "\033[J";
 	}
 
-	/// @return the lines; where the window has fewer, the first three (time, node, role) and the last
-	///         ones (failover and problems)
+	/// @return the lines; in a smaller window the first (time, node, role) and the last (problems)
 	static std::vector<std::string> fitted(const std::string& frame)
 	{
 		std::vector<std::string> lines;

@@ -11,6 +11,7 @@
 #include "StateTest.h"
 #include "ctl/init/NodeFiles.h"
 #include "ctl/pair/PairJudgement.h"
+#include "inspect/Pattern.h"
 
 using namespace std::chrono_literals;
 using testing::AllOf;
@@ -115,15 +116,13 @@ TEST_F(PairVerb, HasAFixForEachProblemOfANodeWhoseTextNamesNone)
 	                                      "marker-missing",   "reach-partner",        "reach-stopped",
 	                                      "taking-over",      "tunnel-down",          "tunnel-missing"};
 	const std::string page = readFile(VELARIX_CTL_MONITORING);
-	std::istringstream lines(page.substr(0, page.find("## status as JSON")));
+	const velarix::inspect::Pattern rows("\n\\| `([a-z-]+)` \\| (?:critical|warning)");
 	m_partner["problems"] = Json::array();
-	for (std::string line; std::getline(lines, line);)
+	for (const auto& row : rows.all(page.substr(0, page.find("## status as JSON"))))
 	{
-		const std::string id = line.starts_with("| `") ? line.substr(3, line.find('`', 3) - 3) : "";
-		const bool matters = line.find("` | critical") != line.npos || line.find("` | warning") != line.npos;
-		if (matters && !inTheText.contains(id))
+		if (!inTheText.contains(row[1]))
 		{
-			m_partner["problems"].push_back({{"id", id}, {"severity", "warning"}, {"text", "x"}});
+			m_partner["problems"].push_back({{"id", row[1]}, {"severity", "warning"}, {"text", "x"}});
 		}
 	}
 	EXPECT_GT(m_partner["problems"].size(), 30U);

@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
-"""velarixctl notify with the notifiers of the packages and the clients that they use. The
-servers are the test's: the few commands of SMTP below, and Python's HTTP server. And programs
-that fail, hang or must not be trusted."""
+"""velarixctl notify with the notifiers of the packages, the few commands of SMTP below as a mail
+server, Python's HTTP server, and programs that fail, hang or must not be trusted."""
 
 import datetime
 import html
