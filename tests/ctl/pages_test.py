@@ -194,7 +194,6 @@ class Alerts(unittest.TestCase):
             for name, labels in re.findall(r"\b(velarix_\w+)(?:\{(.*?)\})?", rule):
                 self.assertIn(name, metrics, rule)
                 self.assertLessEqual(set(re.findall(r"(\w+)=", labels)), metrics[name], rule)
-            # "instance" is Prometheus' own.
             grouped = re.findall(r"(?:by|group_left) \((\w+)\)", rule)
             self.assertLessEqual(set(grouped), metrics["velarix_info"], rule)
             for label, value in re.findall(r'(problem|severity)="(.*?)"', rule):
