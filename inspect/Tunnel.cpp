@@ -56,6 +56,10 @@ bool protectTunnel(const std::string& rules, const TunnelSettings& tunnel, const
 	    {{port, "drop"}, false},
 	    {{"ip daddr " + tunnel.address, "iifname !=", "drop"}, false},
 	    {{"ip saddr " + tunnel.partner, "iifname != \"" + std::string(kTunnelInterface) + "\"", "drop"}, false},
+	    {{"udp sport " + tunnel.port, "oifname != \"" + outside + "\"", "drop"}, false},
+	    {{"ip daddr " + tunnel.partner, "oifname != \"" + std::string(kTunnelInterface) + "\"", "drop"}, false},
+	    {{"tcp dport " + heartbeats, "oifname \"" + std::string(kTunnelInterface) + "\"", "meta skuid != 0", "reject"},
+	     false},
 	};
 	std::istringstream lines(rules);
 	for (std::string line; std::getline(lines, line);)

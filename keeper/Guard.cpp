@@ -173,8 +173,8 @@ int runReach(const Settings& settings)
 {
 	beInTime();
 	const auto work = [&] { return Reachability(settings.reach).run(); };
-	const auto aftermath = [&] { removeAddress(reachAddress(settings.reach)); };
-	return reported(kReachProgram, [&] { return beGuard(kReachProgram, work, aftermath); });
+	// The next one goes on with the address, or it goes by itself.
+	return reported(kReachProgram, [&] { return beGuard(kReachProgram, work, [] {}); });
 }
 
 void hideAddressProgram()

@@ -16,7 +16,7 @@ namespace velarix::keeper
 /// already, which goes on; EX_SOFTWARE when the worker was killed
 int runAddress(const Settings& settings);
 int runService(const ServiceSettings& service);
-/// ha-reach, which the agent does not know.
+/// ha-reach, which the agent does not know. Killed, it leaves its address behind (Reachability.h).
 int runReach(const Settings& settings);
 
 /// Takes the name of ha-address from its guard. The agent misses a program then, gives up

@@ -43,6 +43,7 @@ struct Address
 	unsigned prefix = 0; ///< 0, to remove: whatever it is
 	std::string label = {};
 	unsigned char scope = RT_SCOPE_UNIVERSE;
+	std::uint32_t seconds = 0; ///< until it goes; 0: it stays
 };
 
 std::vector<std::uint8_t> bytesOf(std::uint32_t address, std::size_t length)
@@ -122,6 +123,11 @@ int request(std::uint16_t type, std::uint16_t flags, const Address& address)
 	{
 		mnl_attr_put_strz(message, IFA_LABEL, address.label.c_str());
 	}
+	if (address.seconds > 0)
+	{
+		const ifa_cacheinfo times{address.seconds, address.seconds, 0, 0};
+		mnl_attr_put(message, IFA_CACHEINFO, sizeof times, &times);
+	}
 	return transact(buffer);
 }
 
@@ -184,9 +190,10 @@ std::optional<Sight> look(const AddressSettings& settings)
 	return sight;
 }
 
-int addAddress(const AddressSettings& settings)
+int addAddress(const AddressSettings& settings, std::uint32_t seconds)
 {
 	Address address = addressOf(settings);
+	address.seconds = seconds;
 	address.prefix = static_cast<unsigned>(settings.prefix);
 	if (settings.interface == "lo")
 	{

@@ -35,7 +35,8 @@ struct Sight
 std::optional<Sight> look(const AddressSettings& settings);
 
 /// Each @return 0 or errno
-int addAddress(const AddressSettings& settings);
+/// @param seconds after which the kernel removes it, unless it is added again; 0: never
+int addAddress(const AddressSettings& settings, std::uint32_t seconds = 0);
 int setMarker(const AddressSettings& settings);
 /// Removes the address from its interface, whatever its prefix, until the kernel has none.
 int removeAddress(const AddressSettings& settings);

@@ -1,7 +1,7 @@
 /// Whether this node reaches its targets, and what follows from it. Pure functions, as
 /// AddressMachine.h.
 ///
-///   UNKNOWN        not enough answers yet; the reachability address is not there
+///   UNKNOWN        not enough answers yet; the reachability address stays as it is
 ///   REACHABLE      enough targets answer
 ///   ASKING         too few do: the partner is asked, and the address stays as it is
 ///   SHARED_OUTAGE  the partner reaches too few as well: nothing moves

@@ -27,6 +27,9 @@ namespace
 /// A flood is read in pieces of this many datagrams, with a pause behind each.
 constexpr int kDatagramsAtOnce = 64;
 constexpr Millis kFloodPause = 10;
+/// Killed or frozen, it leaves the address for so long and two rounds.
+constexpr Millis kKept = 10'000;
+constexpr Millis kRefresh = 3'000;
 constexpr const char* kPidFile = "/usr/velarix/pid/VelarixHA.pid";
 
 constexpr std::array kWords{"fails", "reaches", "ready"};
@@ -60,8 +63,7 @@ std::array<std::filesystem::file_time_type, 2> settingsTimes()
 	        std::filesystem::last_write_time(kKeyFile, ignored)};
 }
 
-} // namespace
-
+/// @return the reachability address as that of an interface
 AddressSettings reachAddress(const ReachSettings& settings)
 {
 	AddressSettings address;
@@ -70,6 +72,8 @@ AddressSettings reachAddress(const ReachSettings& settings)
 	address.interface = "lo";
 	return address;
 }
+
+} // namespace
 
 Reachability::Reachability(const ReachSettings& settings)
     : m_files(settingsTimes()), m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
@@ -84,7 +88,7 @@ Reachability::Reachability(const ReachSettings& settings)
 int Reachability::run()
 {
 	keepCapabilities({CAP_NET_ADMIN, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
-	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : feed(ReachEvent::stop); });
+	m_loop.watchSignals([this, guard = ::getppid()](int signal) { signal == SIGCHLD ? void() : end(guard); });
 	m_loop.watch(m_bell.descriptor(),
 	             [this]
 	             {
@@ -96,8 +100,8 @@ int Reachability::run()
 			             raise();
 		             }
 	             });
-	// Left by somebody; whether it may be there is only asked now.
-	removeAddress(m_address);
+	// Left by one that was killed; whether it may be there is asked now.
+	m_machine.held = look(m_address).value_or(Sight()).present;
 	m_journal.event("started", m_address.text + " as long as " + std::to_string(m_settings.needed) + " of " +
 	                               std::to_string(m_targets.size()) + " targets answer");
 	m_roundAt = now();
@@ -106,6 +110,17 @@ int Reachability::run()
 		turn();
 	}
 	return m_changed ? EX_TEMPFAIL : EX_OK;
+}
+
+void Reachability::end(pid_t guard)
+{
+	if (::getppid() != guard)
+	{
+		m_journal.event("killed", "its guard; " + m_address.text + " is left to the next one");
+		m_machine.state = ReachState::stopped;
+		return;
+	}
+	feed(ReachEvent::stop);
 }
 
 void Reachability::turn()
@@ -136,7 +151,7 @@ void Reachability::round()
 		ping(i);
 	}
 	openLink();
-	if (m_machine.held && !m_set)
+	if (m_machine.held && (!m_set || now() >= m_refreshAt))
 	{
 		raise();
 	}
@@ -302,7 +317,8 @@ void Reachability::feed(ReachEvent event)
 
 void Reachability::raise()
 {
-	const int error = addAddress(m_address);
+	m_refreshAt = now() + kRefresh;
+	const int error = addAddress(m_address, static_cast<std::uint32_t>((kKept + 2 * m_machine.interval) / 1000));
 	m_set = error == 0;
 	if (!m_set)
 	{

@@ -1,6 +1,7 @@
 /// ha-reach: sees whether this node reaches its targets, and holds the reachability address
 /// (GATEWAY_IP) on lo as long as it does (ReachMachine.h). The agent pings that address to judge
-/// its own network.
+/// its own network. Killed, it leaves the address to the next ha-reach; when there is none, or it is
+/// frozen, the kernel removes the address.
 #pragma once
 
 #include <array>
@@ -20,9 +21,6 @@
 namespace velarix::keeper
 {
 
-/// @return the reachability address as that of an interface
-AddressSettings reachAddress(const ReachSettings& settings);
-
 class Reachability
 {
 public:
@@ -40,6 +38,7 @@ private:
 	};
 
 	void turn();
+	void end(pid_t guard);
 	void round();
 	void ping(std::size_t index);
 	void readPing(std::size_t index);
@@ -72,6 +71,7 @@ private:
 	int m_bindError = 0;               ///< as reported
 	std::string m_partner = "unknown"; ///< fails, reaches, ready, silent
 	bool m_asked = false;              ///< and not answered yet
+	Millis m_refreshAt = 0;            ///< before the kernel removes the address
 	Millis m_roundAt = 0;
 	Millis m_readAgainAt = kNever; ///< after a flood of datagrams
 	Fields m_published;

@@ -78,8 +78,8 @@ void printText(const Settings& all, const Program& address, const std::vector<Pr
 	    settings.text + " on " + settings.interface + ": " + sentence(address) + " (" + address.state + since + ")\n";
 	if (!marker)
 	{
-		text += "the marker of " + settings.text +
-		        " is missing: a take-over takes five seconds longer; \"keeper mark\" sets it\n";
+		text +=
+		    "the marker of " + settings.text + " is missing: the next take-over sets it again, or \"keeper mark\"\n";
 	}
 	for (const Program& service : services)
 	{

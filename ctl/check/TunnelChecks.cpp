@@ -24,7 +24,7 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr char kNoHeartbeat[] = "no heartbeat passes: each node takes the other for dead, and both hold the address";
-constexpr std::chrono::seconds kClockTenths{2};
+constexpr std::chrono::seconds kClockSlack{2};
 
 bool isMissing(const fs::path& path)
 {
@@ -82,7 +82,7 @@ void outside(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 	                   kCommunicationInterface))
 	{
 		findings.add(Severity::warning, file, 0,
-		             {"tunnel-rules", "the tunnel's packet filter is not loaded, or takes packets of others",
+		             {"tunnel-rules", "the tunnel's packet filter is not loaded, or passes packets of others",
 		              "the tunnel protects nothing: packets to its addresses come in by any interface, and a relay "
 		              "can move its endpoint",
 		              "systemctl restart velarix-ha-firewall"});
@@ -103,6 +103,46 @@ bool isProven(const fs::path& directory, const fs::path& record)
 	}
 }
 
+/// @return what is dated in the future, of the last handshake and the files that the node itself writes: on
+///         one that has just booted the log is the latest; empty for nothing
+std::string datedAhead(const Findings& findings, const std::optional<host::TunnelSession>& now,
+                       const fs::path& directory, const Paths& paths)
+{
+	const auto soon = std::chrono::system_clock::now() + kClockSlack;
+	if (now && now->handshake > soon)
+	{
+		return "the last handshake";
+	}
+	const fs::path log = findings.file.text(key::kLogPath).value_or("");
+	for (const fs::path& path : {paths.belowIfAny(log), paths.belowIfAny(kTunnelProven), directory / kTunnelKey})
+	{
+		if (host::changedAt(path) > soon)
+		{
+			return "the last change of " + path.string();
+		}
+	}
+	return {};
+}
+
+void handshake(Findings& findings, const TunnelSettings& tunnel, const fs::path& file, const Paths& paths)
+{
+	const std::optional<host::TunnelSession> now = host::tunnelSession();
+	if (const std::string what = datedAhead(findings, now, file.parent_path(), paths); !what.empty())
+	{
+		findings.add(Severity::warning, file, 0,
+		             {"tunnel-clock", what + " is in the future: the clock went back",
+		              "after its restart this node's handshakes are refused as old until the partner begins one",
+		              "set the clock"});
+	}
+	if (now && !tunnel.endpoint.empty() && now->endpoint != tunnel.endpoint + ":" + tunnel.port)
+	{
+		findings.add(Severity::warning, file, 0,
+		             {"tunnel-endpoint-moved", "the tunnel goes to " + now->endpoint + " and not to the Endpoint",
+		              "a relay passes its packets on; when it goes, no heartbeat passes for up to three minutes",
+		              "load the rules, then systemctl reload velarix-tunnel"});
+	}
+}
+
 void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& file, const Paths& paths)
 {
 	if (!host::interface(kTunnelInterface).present)
@@ -113,14 +153,7 @@ void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 		              "has no WireGuard"});
 		return;
 	}
-	const std::optional<host::TunnelSession> now = host::tunnelSession();
-	if (now && now->handshake && *now->handshake > std::chrono::system_clock::now() + kClockTenths)
-	{
-		findings.add(Severity::warning, file, 0,
-		             {"tunnel-clock", "the last handshake is in the future: the clock went back",
-		              "after its restart this node's handshakes are refused as old until the partner begins one",
-		              "set the clock"});
-	}
+	handshake(findings, tunnel, file, paths);
 	if (host::answersPing(tunnel.endpoint, 3).value_or(false) && !host::answersPing(tunnel.partner, 3).value_or(true))
 	{
 		// Anybody on the wire can answer at the endpoint: that must not keep a survivor from starting.

@@ -87,7 +87,7 @@ constexpr std::array kWords{
     row(kOperator, kMaintenanceOn, "somebody works on this node: nothing fails over and nothing is restarted",
         "velarixctl maintenance off, when the work is done"),
     row(kOperator, kMaintenanceOff, "the maintenance is over; the agent goes on"),
-    row("keeper", "killed", "a worker of the keeper was killed or crashed; its guard has cleaned up behind it",
+    row("keeper", "killed", "a process of the keeper was killed or crashed; its other one has cleaned up behind it",
         "see the journal for who killed it: out of memory, an operator"),
 };
 

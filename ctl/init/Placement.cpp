@@ -101,6 +101,11 @@ bool place(const std::vector<NewFile>& files, const PlacementRules& rules, std::
 			out << (file.keepExisting ? "kept: " : "unchanged: ") << printable(file.path.string()) << '\n';
 			continue;
 		}
+		if (rules.dryRun)
+		{
+			out << "would be written: " << printable(file.path.string()) << '\n' << (file.open ? file.text : "");
+			continue;
+		}
 		if (there)
 		{
 			keepCopy(file.path, rules.now, out);

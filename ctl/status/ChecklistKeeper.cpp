@@ -59,11 +59,12 @@ void Checklist::reachability(const KeeperReach& reach)
 	const std::string lost = reach.lost();
 	// A master may be moved away from them.
 	const bool blocks = m_state.role.is(Role::slave);
-	if (!reach.program.runs)
+	if (!reach.program.runs || state == "frozen")
 	{
 		add("reach-stopped", Grade::critical, blocks,
-		    "ha-reach does not run: the gateway address is missing, and this node cannot keep the service; "
-		    "systemctl start velarix-reach");
+		    std::string("ha-reach ") + (reach.program.runs ? "is frozen" : "does not run") +
+		        ": the gateway address is missing, and this node cannot keep the service; systemctl restart "
+		        "velarix-reach");
 	}
 	else if (state == "isolated")
 	{
@@ -131,7 +132,7 @@ void Checklist::keeper()
 	if (m_state.agent.lives() && !m_state.keeper->marked)
 	{
 		add("marker-missing", Grade::warning, kHarmless,
-		    "the marker of the virtual address is missing: a take-over lasts five seconds longer; keeper mark sets it");
+		    "the marker of the virtual address is missing: the next take-over sets it again, or keeper mark");
 	}
 }
 

@@ -11,6 +11,7 @@
 #include "inspect/Number.h"
 #include "inspect/Printable.h"
 #include "inspect/TimeText.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl
 {
@@ -23,8 +24,6 @@ namespace
 
 /// What the keeper calls the process that watches; its parent has the program's name.
 constexpr char kWatcher[] = "keeper";
-constexpr std::string_view kPrefix = "ha-";
-constexpr std::string_view kAddress = "ha-address";
 
 system_clock::time_point timeIn(const std::map<std::string, std::string>& fields, const char* key,
                                 const std::filesystem::path& record)
@@ -86,8 +85,10 @@ std::vector<host::Process> serviceWatchers()
 		return std::ranges::any_of(all,
 		                           [&](const host::Process& process)
 		                           {
-			                           return process.pid == parent && process.user == 0 && process.name != kAddress &&
-			                                  process.name.starts_with(kPrefix);
+			                           return process.pid == parent && process.user == 0 &&
+			                                  process.name != keeper::kAddressProgram &&
+			                                  process.name != keeper::kReachProgram &&
+			                                  process.name.starts_with(keeper::kPrefix);
 		                           });
 	};
 	std::vector<host::Process> watchers;

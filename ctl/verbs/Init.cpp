@@ -44,7 +44,7 @@ struct InitOptions
 	InterfaceNames interfaces;
 	std::string output = "velarix-pair";
 	std::optional<NodeName> here;
-	bool force = false;
+	PlacementRules rules;
 };
 
 /// The files of one node in a directory, or where this node has them.
@@ -183,12 +183,12 @@ std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& 
 /// Writes the names of this machine's interfaces and says what is left to do.
 void nameInterfaces(const InitOptions& options, const std::vector<NewFile>& links, const Context& context)
 {
-	for (const NewFile& link : links)
+	for (const NewFile& link : options.rules.dryRun ? std::vector<NewFile>() : links)
 	{
 		std::error_code ignored; // place reports it
 		fs::create_directories(link.path.parent_path(), ignored);
 	}
-	place(links, {.force = options.force, .now = context.now()}, context.out);
+	place(links, options.rules, context.out);
 	if (!links.empty())
 	{
 		printRenaming(options.interfaces, links, context.paths, context.out);
@@ -219,6 +219,7 @@ void printNext(const InitOptions& options, const Context& context)
 
 ExitCode runInit(InitOptions& options, const Context& context)
 {
+	options.rules.now = context.now();
 	const std::vector<NewFile> links = linkFiles(options.interfaces, context.paths);
 	// The partner's interfaces have other hardware addresses: its operator gives these two options alone.
 	if (!links.empty() && missingOptions(options.answers).size() > questions().size())
@@ -264,13 +265,13 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		{
 			files.push_back({place.key, key, false});
 		}
-		if (!place.installed)
+		if (!place.installed && !options.rules.dryRun)
 		{
 			makeDirectory(place.settings.parent_path());
 		}
 	}
-	const bool wrote = place(files, {.force = options.force, .now = context.now()}, context.out);
-	if (!publicKey.empty())
+	const bool wrote = place(files, options.rules, context.out);
+	if (!publicKey.empty() && !options.rules.dryRun)
 	{
 		context.out << "public key of this node: " << publicKey << '\n';
 	}
@@ -338,7 +339,8 @@ void addInit(CLI::App& app, Context& context)
 	    .option("--service-interface", options->interfaces.service, "NAME",
 	            "this machine's interface that is to be eth0; alone with the next one: only that")
 	    .option("--communication-interface", options->interfaces.communication, "NAME", "the one that is to be eth1")
-	    .flag("--force", options->force, "replace files that are there, keeping a copy of each")
+	    .flag("--force", options->rules.force, "replace files that are there, keeping a copy of each")
+	    .flag("--dry-run", options->rules.dryRun, "write nothing; say which files would be written")
 	    .run(context, [options, &context] { return runInit(*options, context); });
 }
 

@@ -47,7 +47,11 @@ class Pair:
         self.words = [*words, *([] if agents else ["--no-agents"])]
 
     def __enter__(self):
-        self.lab("up", *self.words)
+        try:
+            self.lab("up", *self.words)
+        except Unusable:
+            subprocess.run([LAB, "down", "--name", self.name], capture_output=True)
+            raise
         return self
 
     def __exit__(self, *_):

@@ -5,15 +5,19 @@
 ///
 /// The file named in LAB_CLOCK holds the difference in seconds as a signed 64-bit
 /// number. It is mapped, so a change is a step in the running process. Programs
-/// that the process starts are not concerned. A process that cannot have its
-/// difference ends at once with status 126: its clock would be a right one.
+/// that the process starts are concerned only if LAB_CLOCK_CHILDREN is set. A
+/// process that cannot have its difference ends at once with status 126: its clock
+/// would be a right one.
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -32,7 +36,7 @@ const volatile std::int64_t* g_difference = nullptr;
 	_exit(126);
 }
 
-__attribute__((constructor)) void mapDifference()
+void mapDifference()
 {
 	const char* path = std::getenv("LAB_CLOCK");
 	const int file = ::open(path != nullptr ? path : "", O_RDONLY | O_CLOEXEC);
@@ -55,8 +59,6 @@ __attribute__((constructor)) void mapDifference()
 	}
 	::close(file);
 	g_difference = static_cast<const std::int64_t*>(mapped);
-	::unsetenv("LD_PRELOAD");
-	::unsetenv("LAB_CLOCK");
 }
 
 timespec wallClock()
@@ -68,6 +70,53 @@ timespec wallClock()
 	return now;
 }
 
+int readClock(clockid_t clock, timespec* time)
+{
+	if (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE)
+	{
+		*time = wallClock();
+		return 0;
+	}
+	return static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
+}
+
+/// Go's programs do not ask the C library but the function that the kernel maps into
+/// every process: its first bytes become a jump to the one above.
+void redirectKernelFunction()
+{
+#ifdef __x86_64__
+	void* object = ::dlopen("linux-vdso.so.1", RTLD_LAZY | RTLD_NOLOAD);
+	void* function = object != nullptr ? ::dlsym(object, "__vdso_clock_gettime") : nullptr;
+	if (function == nullptr)
+	{
+		return; // valgrind hides it from its program
+	}
+	// mov rax, readClock; jmp rax
+	std::array<unsigned char, 12> jump{0x48, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xe0};
+	const auto target = reinterpret_cast<std::uintptr_t>(&readClock);
+	std::memcpy(jump.data() + 2, &target, sizeof target);
+	const int memory = ::open("/proc/self/mem", O_WRONLY | O_CLOEXEC);
+	// The page itself is read-only.
+	if (::pwrite(memory, jump.data(), jump.size(), reinterpret_cast<off_t>(function)) !=
+	    static_cast<ssize_t>(jump.size()))
+	{
+		endLoudly("liblabclock: the kernel's function cannot be replaced");
+	}
+	::close(memory);
+#endif
+}
+
+__attribute__((constructor)) void begin()
+{
+	mapDifference();
+	redirectKernelFunction();
+	if (std::getenv("LAB_CLOCK_CHILDREN") == nullptr)
+	{
+		::unsetenv("LD_PRELOAD");
+		::unsetenv("LAB_CLOCK");
+	}
+}
+
 } // namespace
 
 extern "C"
@@ -75,12 +124,7 @@ extern "C"
 
 	__attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec* time) noexcept
 	{
-		if (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE)
-		{
-			*time = wallClock();
-			return 0;
-		}
-		return static_cast<int>(::syscall(SYS_clock_gettime, clock, time));
+		return readClock(clock, time);
 	}
 
 	__attribute__((visibility("default"))) int gettimeofday(timeval* time, void* /*zone*/) noexcept

@@ -77,7 +77,9 @@ void sendText(int socket, const std::string& text)
 
 ControlServer::ControlServer(const std::filesystem::path& path) : m_socket(makeSocket())
 {
-	const sockaddr_un address = addressFor(path);
+	// Who sees the file at its place is answered.
+	const std::filesystem::path made = path.string() + ".new";
+	const sockaddr_un address = addressFor(made);
 	const mode_t before = ::umask(0077);
 	const int bound = ::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
 	::umask(before);
@@ -85,6 +87,7 @@ ControlServer::ControlServer(const std::filesystem::path& path) : m_socket(makeS
 	{
 		throwErrno("cannot listen at " + path.string());
 	}
+	std::filesystem::rename(made, path);
 }
 
 void ControlServer::serve(int signals, const std::function<std::string(const std::string&)>& answer,

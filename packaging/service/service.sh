@@ -35,7 +35,7 @@ maintenance=/usr/velarix/pid/maintenance
 
 # The pid file comes two seconds after the parent has gone.
 pid_file_within=15
-# At boot an interface, its address or a mounted program may come late.
+# At boot an interface, its address, a mounted program or the tunnel may come late.
 interfaces_within=30
 # After the pid file the address is dropped and the programs are killed before the threads start.
 threads_within=15
@@ -146,9 +146,14 @@ at_boot() {
 	[ "$uptime" -lt 300 ]
 }
 
-# Or hopeless: what is wrong with the settings themselves stays wrong.
+# Or hopeless: what is wrong with the settings themselves stays wrong. A tunnel that is down and
+# has worked may be waited for; it is no reason not to start, since anybody on eth1 answers beside it.
 accepted() {
-	velarixctl check "$settings" >/dev/null 2>&1 || ! velarixctl check --files-only "$settings" >/dev/null 2>&1
+	if found=$(velarixctl check "$settings" 2>&1); then
+		case $found in *'[tunnel-down]'*) return 1 ;; esac
+	elif velarixctl check --files-only "$settings" >/dev/null 2>&1; then
+		return 1
+	fi
 }
 
 # Prints LOG.PATH as the agent reads it: names in any case, the last one counts. Prints
@@ -239,9 +244,9 @@ link_programs() {
 # By its unit where there is systemd. Goes on when the agent stops, and is not started twice.
 start_reach() {
 	if [ ! -d /run/systemd/system ] && grep -qs '^[[:space:]]*[[][[:space:]]*reachability[[:space:]]*[]]' "$keeper_settings"; then
-		# 75: its settings have changed.
+		# As the unit does, but for 0 (asked to end, or there is one already) and 127 (removed).
 		# shellcheck disable=SC2016
-		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; [ $? = 75 ]; do :; done' "$keeper" </dev/null >/dev/null 2>>"$console" &
+		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; case $? in 0 | 78 | 127) false ;; esac; do sleep 0.1; done' "$keeper" </dev/null >/dev/null 2>>"$console" &
 	fi
 }
 

@@ -17,7 +17,7 @@ device=wg-ha
 proven=/var/lib/velarix-ha/tunnel-proven
 # Without an answer for that long WireGuard has no session any more, and asks for one in
 # growing intervals.
-stale=185
+stale=${VELARIX_TUNNEL_STALE:-185}
 
 die() {
 	printf 'velarix-tunnel: %s\n' "$*" >&2

@@ -27,6 +27,12 @@ TEST_F(Init, ALinkToNowhereIsSomethingThatIsThere)
 	EXPECT_TRUE(fs::is_symlink(file("a/config.ini")));
 }
 
+TEST_F(Init, ADryRunWritesNothing)
+{
+	EXPECT_THAT(run(arguments({"--dry-run"})).out, HasSubstr("would be written: "));
+	EXPECT_FALSE(fs::exists(output()));
+}
+
 TEST_F(Init, ForcedItKeepsACopyOfWhatItReplaces)
 {
 	write("/pair/a/config.ini", "mine");

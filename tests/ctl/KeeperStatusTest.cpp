@@ -122,6 +122,8 @@ TEST_F(KeeperStatus, EachTargetIsShownAndWhatFollowsFromItIsAProblem)
 	const std::string metrics = runHere({"metrics"}).out;
 	EXPECT_THAT(metrics, HasSubstr("velarix_keeper_reachability_state{state=\"isolated\"} 1\n"));
 	EXPECT_THAT(metrics, HasSubstr("velarix_keeper_target_answers{target=\"192.0.2.9\"} 0\n"));
+	fakeHost().processes.back().state = 'T';
+	EXPECT_THAT(runHere({"nagios"}).out, HasSubstr("ha-reach is frozen: "));
 }
 
 TEST_F(KeeperStatus, MetricsHaveStatesConflictsAndRestarts)

@@ -127,17 +127,19 @@ TEST_F(MaintenanceVerb, EndsOnAStandbyWithoutPrograms)
 	EXPECT_EQ(runHere({"maintenance", "off"}).code, 0);
 }
 
-TEST_F(MaintenanceVerb, StopsWhatStartsTheKeepersServicesButNotTheAddress)
+TEST_F(MaintenanceVerb, StopsWhatStartsTheKeepersServicesButNoAddress)
 {
 	soundMaster();
 	addProcess(5001, "ha-address");
 	addProcess(5002, "keeper");
 	addProcess(5003, "ha-web");
 	addProcess(5004, "keeper");
-	addProcess(5005, "keeper");
+	addProcess(5005, "ha-reach");
+	addProcess(5006, "keeper");
+	addProcess(5008, "keeper");
 	for (auto& process : fakeHost().processes)
 	{
-		process.parent = process.pid == 5002 || process.pid == 5004 ? process.pid - 1 : 1;
+		process.parent = process.name == "keeper" ? process.pid - 1 : 1;
 	}
 	EXPECT_EQ(runHere({"maintenance", "on"}).code, 0);
 	EXPECT_THAT(fakeMachine().acts, ElementsAre(std::to_string(SIGSTOP) + " 5004", kStopAgent));

@@ -27,7 +27,10 @@ constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 518
                           "\t\tudp dport 51871 counter packets 0 bytes 0 drop\n"
                           "\t\tip daddr 169.254.127.1 iifname != { \"lo\", \"wg-ha\" } counter packets 1 bytes 1 drop\n"
                           "\t\tip saddr 169.254.127.2 iifname != \"wg-ha\" counter packets 2 bytes 2 drop\n"
-                          "\t\ttcp dport 7000 iifname \"wg-ha\" ip saddr 169.254.127.2 ip daddr 169.254.127.1 accept\n";
+                          "\t\ttcp dport 7000 iifname \"wg-ha\" ip saddr 169.254.127.2 ip daddr 169.254.127.1 accept\n"
+                          "\t\tudp sport 51871 oifname != \"eth1\" counter packets 3 bytes 3 drop\n"
+                          "\t\tip daddr 169.254.127.2 oifname != \"wg-ha\" counter packets 4 bytes 4 drop\n"
+                          "\t\toifname \"wg-ha\" tcp dport 7000 meta skuid != 0 counter packets 5 bytes 5 reject\n";
 
 class Tunnel : public CheckTest
 {
@@ -85,6 +88,13 @@ void prove(const fs::path& directory, const std::string& before)
 	std::ofstream(record) << readFile(directory / "tunnel.pub") << before << readFile(directory / "partner.pub");
 }
 
+/// Just now, with a file that was changed so long from now.
+void booted(const fs::path& file, std::chrono::seconds ahead)
+{
+	fakeHost().tunnel->handshake.reset();
+	fakeMachine().changed[file.lexically_normal().string()] = std::chrono::system_clock::now() + ahead;
+}
+
 void replaceRule(const std::string& part)
 {
 	std::string& rules = fakeHost().tunnelRules;
@@ -106,8 +116,15 @@ const Row kRows[] = {
     {"RulesAddressOpen",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 1 bytes 1 drop"); }},
     {"RulesPartnerOpen",     {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 2 bytes 2 drop"); }},
     {"RulesNotOfTheTunnel",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("iifname \"wg-ha\" ip saddr"); }},
+    {"RulesPortLeaves",      {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 3 bytes 3 drop"); }},
+    {"RulesPartnerInClear",  {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("packets 4 bytes 4 drop"); }},
+    {"RulesUsersConnect",    {"warning tunnel-rules tunnel.conf"},                 [](const fs::path&) { replaceRule("meta skuid != 0 "); }},
     {"UserMayNotAsk",        {},                                                   [](const fs::path&) { fakeHost().tunnelRules = ""; fakeHost().user = 1000; }},
     {"ClockWentBack",        {"warning tunnel-clock tunnel.conf"},                 [](const fs::path&) { fakeHost().tunnel->handshake = std::chrono::system_clock::now() + 60s; }},
+    {"ClockBackAtBoot",      {"warning tunnel-clock tunnel.conf"},                 [](const fs::path& in) { booted(in / "../../log/velarix.log", 60s); }},
+    {"ClockBackNoLog",       {"warning tunnel-clock tunnel.conf"},                 [](const fs::path& in) { booted(in / "tunnel.key", 60s); }},
+    {"ClockRightAtBoot",     {},                                                   [](const fs::path& in) { booted(in / "tunnel.key", -60s); }},
+    {"EndpointMoved",        {"warning tunnel-endpoint-moved tunnel.conf"},        [](const fs::path&) { fakeHost().tunnel->endpoint = "192.0.2.66:51871"; }},
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
     {"CableAloneButProven",  {"warning tunnel-down tunnel.conf"},                  [](const fs::path& in) { prove(in, ""); }},
     {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},

@@ -56,6 +56,10 @@ class Interfaces(unittest.TestCase):
         with tempfile.TemporaryDirectory() as directory:
             links = pathlib.Path(directory, "etc/systemd/network")
             links.mkdir(parents=True)
+            shown = self.run_there(f"{PROGRAM} --root {directory} init --dry-run --service-interface ens192 --communication-interface ens224")
+            self.assertIn("would be written: ", shown)
+            self.assertIn("Name=eth0", shown)
+            self.assertEqual(list(links.iterdir()), [])
             # The bridge has its port's address, as a VLAN has. No interface here has a permanent one.
             read = self.run_there(f"""
                 {PROGRAM} --root {directory} init --service-interface ens192 --communication-interface ens224

@@ -122,16 +122,38 @@ TEST_F(ReachTest, TheAddressIsThereWhileEnoughTargetsAnswerAndGoesWithItsProcess
 	EXPECT_TRUE(m_a.processes(kReach).empty());
 }
 
-TEST_F(ReachTest, RemovedByHandItComesBackAndAKilledWorkerTakesItAlong)
+TEST_F(ReachTest, RemovedByHandItComesBackAndKilledItLeavesTheAddressForTheNextOne)
 {
 	start(m_a);
 	ASSERT_TRUE(reaches(m_a, "reachable", true));
 	m_a.run({"ip", "addr", "del", "192.0.0.8/32", "dev", "lo"});
 	const milliseconds took = timeUntil([&] { return isThere(m_a); }, kSoon, "the address");
 	std::printf("removed to set again: %lld ms\n", static_cast<long long>(took.count()));
-	m_a.sh("kill -9 " + m_a.state(kReach, "pid"));
+	m_a.sh("ip monitor address > /run/seen 2>&1 &");
+	for (const auto& [killsWorker, killsGuard] : {std::pair(true, false), {false, true}, {true, true}})
+	{
+		const std::string worker = m_a.state(kReach, "pid");
+		const std::string guard = std::to_string(m_a.processes(kReach).front());
+		m_a.sh("kill -9 " + (killsWorker ? worker + " " : "") + (killsGuard ? guard : ""));
+		ASSERT_TRUE(comes(
+		    m_a, [&] { return m_a.processes(kReach).empty(); }, "the end"));
+		start(m_a);
+		ASSERT_TRUE(comes(
+		    m_a, [&] { return m_a.state(kReach, "pid") != worker && isThere(m_a); }, "the next one"));
+	}
+	EXPECT_FALSE(has(m_a.read("/run/seen"), "Deleted"));
+}
+
+TEST_F(ReachTest, FrozenItLosesTheAddressByItselfAndOtherwiseKeepsIt)
+{
+	startBoth();
+	m_b.sh("kill -STOP " + m_b.state(kReach, "pid"));
 	EXPECT_TRUE(comes(
-	    m_a, [&] { return m_a.processes(kReach).empty() && !isThere(m_a); }, "the end"));
+	    m_b, [&] { return !isThere(m_b); }, "the end of the address"));
+	// It was set before the other one's.
+	EXPECT_FALSE(has(m_a.events(), " removed: "));
+	m_b.sh("kill -CONT " + m_b.state(kReach, "pid"));
+	EXPECT_TRUE(reaches(m_b, "reachable", true));
 }
 
 TEST_F(ReachTest, NewSettingsEndItForItsUnitToStartAndWrongOnesDoNot)

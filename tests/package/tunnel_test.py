@@ -30,6 +30,10 @@ nsenter --net=/run/netns/partner sh -ec '
 	setsid perl /root/hear.pl </dev/null >/root/heard 2>/dev/null &
 '
 """
+KEYS = f"""#!/bin/sh
+nsenter --net=/run/netns/partner wg set wg-partner listen-port 51871 private-key /root/key \\
+	peer $(cat {FILES}/tunnel.pub) allowed-ips 169.254.127.1/32 endpoint 198.51.100.11:51871
+"""
 HEAR = """
 use IO::Socket::INET;
 $| = 1;
@@ -37,10 +41,26 @@ my $s = IO::Socket::INET->new(LocalAddr => '169.254.127.2', LocalPort => 7000, L
 while (my $c = $s->accept()) { while (<$c>) { } print $c->peerhost . "\\n"; close $c }
 """
 
+# At boot the partner, whose host answers, has no keys yet when the agent is about to start.
+LATE = """
+/opt/demo/interfaces
+/root/partner
+until [ "$(systemctl is-active velarix-ha)" = activating ]; do sleep 0.2; done
+sleep 10
+/root/keys
+"""
+LATE_UNIT = """[Service]
+Type=oneshot
+RemainAfterExit=yes
+ExecStart=/bin/sh -ec '. /root/late'
+[Install]
+WantedBy=multi-user.target
+"""
+
 
 class TunnelTest(unittest.TestCase):
     def setUp(self):
-        self.machine = node.Node(Place.directory, "tunnel", Place.base, init="systemd")
+        self.machine = node.Node(Place.directory, self._testMethodName, Place.base, init="systemd")
         self.machine.power_on()
         self.addCleanup(self.machine.power_off)
         self.machine.install(Place.deb)
@@ -48,12 +68,13 @@ class TunnelTest(unittest.TestCase):
         self.machine.equip()
         self.machine.run(f"rm {node.SETTINGS_PATH}")
         self.machine.write("/root/hear.pl", HEAR)
-        self.machine.run(PARTNER)
+        self.machine.write("/root/partner", f"#!/bin/sh{PARTNER}", "0755")
+        self.machine.write("/root/keys", KEYS, "0755")
+        self.machine.run("/root/partner")
 
     def partner_gets_a_key(self):
         """@return its public key; it knows the node's present one"""
-        self.machine.run(f"cd /root; wg genkey >key; nsenter --net=/run/netns/partner wg set wg-partner listen-port 51871 "
-                         f"private-key key peer $(cat {FILES}/tunnel.pub) allowed-ips 169.254.127.1/32 endpoint 198.51.100.11:51871")
+        self.machine.run("wg genkey >/root/key; /root/keys")
         return self.machine.run("wg pubkey </root/key").out.strip()
 
     def heard(self):
@@ -91,6 +112,22 @@ class TunnelTest(unittest.TestCase):
         self.wait_for_heartbeats()
         self.assertEqual(self.machine.run("wg show wg-ha peers").out.strip(), key)
         self.assertEqual(self.machine.run("systemctl is-active velarix-tunnel-refresh velarix-ha").out, "active\nactive\n")
+
+    def test_at_boot_the_agent_waits_for_the_tunnel(self):
+        self.machine.run(INIT)
+        self.machine.run("systemctl start velarix-tunnel", check=False)
+        self.machine.run(f"{INIT} --partner-key {self.partner_gets_a_key()}; touch -d '1 minute ago' {FILES}/tunnel.key; "
+                         "systemctl restart velarix-ha-firewall velarix-tunnel")
+        wait_for("the keys have worked", lambda: self.machine.exists("/var/lib/velarix-ha/tunnel-proven"), 30)
+        self.machine.write("/root/late", LATE)
+        self.machine.write("/etc/systemd/system/late.service", LATE_UNIT)
+        self.machine.run("systemctl enable late velarix-ha; sync")
+        self.machine.power_off()
+        self.machine.power_on()
+        self.assertEqual(self.machine.run("systemctl is-active late velarix-ha").out, "active\nactive\n", self.journal("velarix-ha"))
+        started = int(self.machine.run(f"date -d \"$(ps -o lstart= -p {self.machine.agent()})\" +%s").out)
+        handshake = wait_for("a handshake", lambda: int(self.machine.run("wg show wg-ha latest-handshakes").out.split()[1]), 30)
+        self.assertGreaterEqual(started, handshake - 1)  # whole seconds
 
 
 if __name__ == "__main__":
