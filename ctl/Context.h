@@ -28,7 +28,7 @@ struct Context
 	/// Diagnostics.
 	std::ostream& err;
 	Clock now;
-	/// Standard output is a terminal.
+	/// Standard output is a terminal that knows more than lines.
 	bool terminal = false;
 	/// ... that wants colours.
 	bool colour = false;

@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -10,7 +11,9 @@ int main(int argc, char** argv)
 	using namespace velarix::ctl;
 	const char* noColour = std::getenv("NO_COLOR");
 	const bool wanted = noColour == nullptr || *noColour == '\0';
-	const bool terminal = ::isatty(STDOUT_FILENO) == 1;
+	const char* const type = std::getenv("TERM");
+	const bool obeys = type != nullptr && *type != '\0' && std::string_view(type) != "dumb";
+	const bool terminal = obeys && ::isatty(STDOUT_FILENO) == 1;
 	Context context{.out = std::cout,
 	                .err = std::cerr,
 	                .now = std::chrono::system_clock::now,

@@ -13,6 +13,14 @@ namespace velarix::inspect
 namespace
 {
 
+/// Fewer are in too many messages.
+constexpr std::ptrdiff_t kLettersOfPart = 4;
+
+std::ptrdiff_t letters(std::string_view text)
+{
+	return std::ranges::count_if(text, [](unsigned char c) { return std::isalpha(c) != 0; });
+}
+
 /// A text with gaps: literal pieces, and before each but the first what the gap
 /// may hold.
 struct Pattern
@@ -61,12 +69,15 @@ struct Pattern
 	/// A word of its own, by which the message can be known.
 	bool tells() const
 	{
-		return std::any_of(pieces.begin(), pieces.end(),
-		                   [](const Piece& piece)
-		                   {
-			                   return std::count_if(piece.text.begin(), piece.text.end(),
-			                                        [](unsigned char c) { return std::isalpha(c) != 0; }) > 2;
-		                   });
+		return std::ranges::any_of(pieces, [](const Piece& piece) { return letters(piece.text) > 2; });
+	}
+
+	/// Whether a piece has the text in it, in whatever case.
+	bool contains(std::string_view text) const
+	{
+		const auto lower = [](unsigned char c) { return std::tolower(c); };
+		return std::ranges::any_of(pieces, [&](const Piece& piece)
+		                           { return !std::ranges::search(piece.text, text, {}, lower, lower).empty(); });
 	}
 };
 
@@ -164,16 +175,21 @@ bool canBe(const CatalogueRow& row, std::string_view text)
 
 std::vector<const CatalogueRow*> findByText(std::string_view text)
 {
-	std::vector<const CatalogueRow*> rows;
+	std::vector<const CatalogueRow*> whole;
+	std::vector<const CatalogueRow*> parts;
 	for (const CatalogueRow& row : catalogue())
 	{
 		const Pattern pattern(row);
 		if (pattern.tells() && !row.text.starts_with("**") && fits(pattern, text))
 		{
-			rows.push_back(&row);
+			whole.push_back(&row);
+		}
+		else if (letters(text) >= kLettersOfPart && pattern.contains(text))
+		{
+			parts.push_back(&row);
 		}
 	}
-	return rows;
+	return whole.empty() ? parts : whole;
 }
 
 } // namespace velarix::inspect

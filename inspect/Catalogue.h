@@ -46,8 +46,8 @@ const CatalogueRow* findMessage(std::string_view label, int number);
 /// @return whether the text is one that this message can have
 bool canBe(const CatalogueRow& row, std::string_view text);
 
-/// @return the messages that a text without its place can be; those that say
-///         nothing of their own ("%s") are left out
+/// @return the messages that a text without its place can be; when there is none, those that it
+///         is a part of; those that say nothing of their own ("%s") are left out
 std::vector<const CatalogueRow*> findByText(std::string_view text);
 
 } // namespace velarix::inspect

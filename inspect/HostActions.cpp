@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -105,6 +106,12 @@ bool signalProcess(pid_t pid, const std::string& name, int signal)
 void pause(std::chrono::milliseconds time)
 {
 	std::this_thread::sleep_for(time);
+}
+
+std::size_t windowLines()
+{
+	winsize window{};
+	return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0 ? window.ws_row : 0;
 }
 
 std::chrono::milliseconds elapsed()

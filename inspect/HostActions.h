@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 
 #include <sys/types.h>
@@ -34,6 +35,9 @@ bool signalProcess(pid_t pid, const std::string& name, int signal);
 
 /// Waits; the only wait of the verbs that watch something.
 void pause(std::chrono::milliseconds time);
+
+/// @return lines of the terminal that is standard output; 0 when that is not known
+std::size_t windowLines();
 
 /// @return a time that no setting of the clock changes, from any beginning
 std::chrono::milliseconds elapsed();

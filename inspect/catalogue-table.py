@@ -23,6 +23,9 @@ WORDS = {
     "cause": ("cause", 'see what "velarixctl events" shows before it'),
     "fault": ("fault", 'see troubleshooting.md'),
     "id": ("problem", '"velarixctl pair" names a fix; see troubleshooting.md'),
+    "agent": ("agent", '"velarixctl status" names the problem'),
+    "address": ("address", '"keeper status" and "velarixctl events" say more'),
+    "service": ("service", '"keeper status" and "velarixctl events" say more'),
     "finding": ("finding", '"velarixctl check" names place and fix'),
 }
 

@@ -165,16 +165,20 @@ bool takesLines(const CatalogueRow& row)
 /// What a line of events may have before the regular expression takes too long.
 constexpr std::size_t kLongestLine = 256;
 
-/// A word that velarixctl prints, alone or as the status and events have it: "[WORD]", and
-/// "DATE TIME  WORD  ...".
+/// A word that velarixctl prints: alone, or as status, pair, check and events have it, "... [WORD]",
+/// "agent   WORD: ..." and "DATE TIME  WORD  ...".
 std::vector<Explanation> explainWord(std::string_view message)
 {
-	static const Pattern kForms(R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*)");
-	const std::string line(message.substr(0, std::min(message.find('\n'), kLongestLine)));
+	static const Pattern kForms(
+	    R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*|(?:agent +)?([A-Z]+(?: [A-Z]+)*)(?:\W.*)?)");
+	const std::string_view line = message.substr(0, message.find('\n'));
+	const std::size_t bracket = line.ends_with(']') ? line.rfind(" [") : std::string_view::npos;
+	const std::string form(line.substr(bracket == std::string_view::npos ? 0 : bracket + 1, kLongestLine));
 	std::vector<Explanation> explanations;
-	if (const Pattern::Groups parts = kForms.matched(line); !parts.empty())
+	if (const Pattern::Groups parts = kForms.matched(form); !parts.empty())
 	{
-		const std::string& word = parts[1].empty() ? parts[2] : parts[1];
+		const std::string& word =
+		    *std::find_if(parts.begin() + 1, parts.end() - 1, [](const std::string& part) { return !part.empty(); });
 		for (const CatalogueRow& row : words())
 		{
 			if (row.text == word)

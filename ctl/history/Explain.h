@@ -25,7 +25,7 @@ struct Explanation
 /// @param message "LABEL:NUMBER", a line of the log (whole or in part, with its
 ///        further lines), an echo on the console ("**ERROR**(LABEL:NUMBER)text"),
 ///        the report of a fatal condition, a line or a word of the keeper's log, or a
-///        text alone
+///        text alone, or a part of it
 /// @return what it can be, in the order of the catalogue; several only for a text
 ///         alone; empty when it is not known
 std::vector<Explanation> explain(std::string_view message);

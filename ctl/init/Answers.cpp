@@ -31,7 +31,19 @@ std::string addressFault(const std::string& text)
 	IPAddress address;
 	const bool valid = IPAddress::tryParse(text, address) && address.family() == IPAddress::IPv4;
 	// The library takes "10.1" for an address too.
-	return valid && address.toString() == text ? "" : "no IPv4 address: \"" + text + "\"";
+	if (!valid || address.toString() != text)
+	{
+		return "no IPv4 address: \"" + text + "\"";
+	}
+	const std::optional<int> first = numberIn<int>(std::string_view(text).substr(0, text.find('.')));
+	constexpr int kLoopback = 127;
+	constexpr int kMulticast = 224;
+	return first == 0 || first == kLoopback || first >= kMulticast ? "no address of a single host: " + text : "";
+}
+
+std::string hostOf(const std::string& answer)
+{
+	return answer.substr(0, answer.find('/'));
 }
 
 std::string virtualIPFault(const std::string& text)
@@ -43,7 +55,19 @@ std::string virtualIPFault(const std::string& text)
 	{
 		return "no prefix length from 1 to 32 behind the \"/\": \"" + text + "\"";
 	}
-	return addressFault(text.substr(0, slash));
+	const std::string host = hostOf(text);
+	const std::string fault = addressFault(host);
+	constexpr int kLongestOfNetworks = 30;
+	if (!fault.empty() || *prefix > kLongestOfNetworks)
+	{
+		return fault;
+	}
+	const IPAddress address(host);
+	const IPAddress mask(static_cast<unsigned>(*prefix), IPAddress::IPv4);
+	const bool network = (address & mask) == address;
+	return network || (address | ~mask) == address
+	           ? host + (network ? " is the network" : " is the broadcast address") + " of " + text
+	           : "";
 }
 
 /// @return the next line, trimmed
@@ -268,7 +292,16 @@ void askFor(Answers& answers, std::istream& in, std::ostream& out)
 	for (const Question& question : questions())
 	{
 		std::string& answer = answers.*question.answer;
-		answer = answer.empty() ? askUntil(in, out, question.text, question.fault) : answer;
+		const auto faultOf = [&](const std::string& given)
+		{
+			const std::string fault = question.fault(given);
+			const auto same =
+			    std::ranges::find_if(questions(), [&](const Question& other)
+			                         { return &other != &question && hostOf(answers.*other.answer) == hostOf(given); });
+			return !fault.empty() || same == questions().end() ? fault
+			                                                   : hostOf(given) + " is given already: " + same->text;
+		};
+		answer = answer.empty() ? askUntil(in, out, question.text, faultOf) : answer;
 	}
 	if (answers.services.empty() && answers.programs.empty())
 	{

@@ -86,12 +86,13 @@ void demandRoom(const std::vector<NewFile>& files)
 
 } // namespace
 
-void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out)
+bool place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out)
 {
 	if (!rules.force)
 	{
 		demandRoom(files);
 	}
+	bool wrote = false;
 	for (const NewFile& file : files)
 	{
 		const bool there = isThere(file.path);
@@ -111,7 +112,9 @@ void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::
 		}
 		(file.open ? replaceFile : replaceOwnFile)(file.path, file.text);
 		out << "written: " << printable(file.path.string()) << '\n';
+		wrote = true;
 	}
+	return wrote;
 }
 
 } // namespace velarix::ctl

@@ -35,7 +35,8 @@ struct PlacementRules
 /// must not be replaced, nothing is written at all.
 /// @param out gets a line for each file: "written: PATH", "would be written: PATH", "unchanged: PATH",
 ///        "kept: PATH", "copy: PATH"
+/// @return whether one was written
 /// @throws Failure cannotWrite or noPermission
-void place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out);
+bool place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out);
 
 } // namespace velarix::ctl

@@ -53,6 +53,22 @@ constexpr std::array kCures{
     Cure{"flapping", "velarixctl events on both nodes: the causes of the last changes"},
     Cure{"duplicate-address", "repair the network between the nodes"},
     Cure{"address-taken", "find the host that has the address, by the hardware address"},
+    Cure{"address-conflict", "find the other host by its hardware address, in the switch (docs/split-brain.md)"},
+    Cure{"log-stale", "look at the disk of the log, and with ps axf for a command that hangs; restart the agent"},
+    Cure{"receiver-stuck", "look with ps axf for the command that hangs; restart the agent"},
+    Cure{"address-missing", "run the start command by hand, as root; velarixctl check tries it"},
+    Cure{"address-on-slave", "take it off there with ip addr del; then fix the stop and kill commands"},
+    Cure{"programs-on-slave", "end them"},
+    Cure{"two-masters", "repair the network between the nodes (docs/split-brain.md); MODE = 1 on one node alone"},
+    Cure{"no-master", "wait ten seconds; if it lasts, velarixctl check --partner FILE: MODE = 1 on one node"},
+    Cure{"partner-asks", "velarixctl events on the partner tells why it gave up"},
+    Cure{"asks", "velarixctl events on this node tells why it gave up"},
+    Cure{"service-unwell", "velarixctl events; run its command and its check by hand"},
+    Cure{"reach-isolated", "ping the targets from this node: look for its cables and switch ports"},
+    Cure{"reach-partner-only", "ping the targets from this node: look for its cables and switch ports"},
+    Cure{"reach-shared-outage", "look for what both nodes share on the way to the targets: a switch, a router"},
+    Cure{"target-lost", "ping it from this node; if it is gone for good, take another target (keeper.ini)"},
+    Cure{"program-file", "install it as on the partner, or correct the settings"},
 };
 
 class Judge

@@ -319,7 +319,7 @@ void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement
 	}
 	for (const Problem& problem : judgement.problems)
 	{
-		rows.add("", std::string(wordOf(problem.grade)) + ": " + problem.text,
+		rows.add("", std::string(wordOf(problem.grade)) + ": " + problem.text + "  [" + std::string(problem.id) + "]",
 		         problem.grade == Grade::critical ? Tone::bad : Tone::doubtful);
 	}
 }

@@ -21,6 +21,7 @@
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
+#include "inspect/Printable.h"
 #include "inspect/Tunnel.h"
 #include "keeper/PartnerLink.h"
 
@@ -194,6 +195,28 @@ void nameInterfaces(const InitOptions& options, const std::vector<NewFile>& link
 	}
 }
 
+/// What is left to do for a pair that works.
+void printNext(const InitOptions& options, const Context& context)
+{
+	const Answers& answers = options.answers;
+	context.out << "next, as root:\n";
+	for (const NodeName node : {NodeName::a, NodeName::b})
+	{
+		if (options.here != node)
+		{
+			context.out << "  copy " << printable(options.output) << '/' << textOf(node) << "/* to "
+			            << Paths().settings.parent_path().string() << " on node " << textOf(node) << " ("
+			            << answers.wireAddress(node) << ")\n";
+		}
+	}
+	context.out << (answers.wireguard && answers.partnerKey.empty()
+	                    ? "  exchange the public keys of the nodes: docs/tunnel.md\n"
+	                    : "")
+	            << "  velarixctl check on both nodes\n"
+	            << "  systemctl enable --now velarix-ha on node " << textOf(answers.master) << ", then on node "
+	            << textOf(otherOf(answers.master)) << "\n  velarixctl status on both: a failover would work\n";
+}
+
 ExitCode runInit(InitOptions& options, const Context& context)
 {
 	options.rules.now = context.now();
@@ -247,12 +270,16 @@ ExitCode runInit(InitOptions& options, const Context& context)
 			makeDirectory(place.settings.parent_path());
 		}
 	}
-	place(files, options.rules, context.out);
+	const bool wrote = place(files, options.rules, context.out);
 	if (!publicKey.empty() && !options.rules.dryRun)
 	{
 		context.out << "public key of this node: " << publicKey << '\n';
 	}
 	nameInterfaces(options, links, context);
+	if (wrote)
+	{
+		printNext(options, context);
+	}
 	return ExitCode::fine;
 }
 

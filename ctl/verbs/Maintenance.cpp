@@ -11,6 +11,7 @@
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/HostActions.h"
+#include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 
@@ -150,8 +151,16 @@ std::string harm(const NodeState& state)
 		}
 		return "this node is master and does not run" + missing;
 	}
-	return state.address.known() && !state.address.reported->held
-	           ? "this node is master without the virtual address " + state.setting(key::kVirtualIP)
+	if (state.address.known() && !state.address.reported->held)
+	{
+		return "this node is master without the virtual address " + state.setting(key::kVirtualIP);
+	}
+	if (state.gatewayAnswers.is(false))
+	{
+		return "this node is master and its gateway " + state.setting(key::kGatewayIP) + " does not answer";
+	}
+	return !state.serviceInterface.is(true)
+	           ? std::string("this node is master and ") + kServiceInterface + " has no carrier"
 	           : std::string();
 }
 
@@ -170,7 +179,7 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 		if (!why.empty() && !options.force)
 		{
 			complain(context, "refused: " + why +
-			                      ": the agent would give the service up; start it by hand first, "
+			                      ": the agent would give the service up; repair that first, "
 			                      "or let it move with --force");
 			return ExitCode::refused;
 		}
@@ -324,7 +333,8 @@ void addMaintenance(CLI::App& app, Context& context)
 	            "on: begin it, on the standby first; off: end it, on the master first")
 	    .option("--reason", options->reason, "TEXT", "what is being done; status shows it")
 	    .span("--for", options->time, kShortest, kLongest, "afterwards it counts as forgotten, and is reported (4h)")
-	    .flag("--force", options->force, "end it also where the service moves then: a master without its programs")
+	    .flag("--force", options->force,
+	          "end it also where the service moves then: a master without programs, address or network")
 	    .flag("--pair", options->pair, "do it on both nodes, the partner's by ssh, in the order that moves nothing")
 	    .ssh(options->ssh)
 	    .run(context, [options, &context] { return runMaintenance(*options, context); });

@@ -308,7 +308,11 @@ refuse_in_maintenance() {
 		say "not started: this node is in maintenance until $(date -d "@$until"): $(sed -n 's/^reason=//p' "$maintenance"); end it with velarixctl maintenance off"
 		exit "$wrong_settings"
 	fi
-	say "the maintenance of this node was forgotten and ends with this start"
+	if [ -n "$until" ]; then
+		say "the maintenance of this node was forgotten and ends with this start"
+	else
+		say "$maintenance is damaged and removed: nobody can tell when the maintenance of this node ends"
+	fi
 	rm -f "$maintenance"
 }
 

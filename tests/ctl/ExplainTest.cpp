@@ -163,6 +163,10 @@ const Pasted kPasted[] = {
     {"master -> slave  process kill", {"CHeartReciver:509", "CHeartReciver:517", "CHeartReciver:525"}},
     {"process is waiting for ip setup:3", {"Utill"}},
     {"Good Bye!!! [fork parent]\r", {"HAmain"}},
+    // a part of it
+    {"Can't read file", {"Utill:216"}},
+    {"errrrreeeeeeerrrrrrr", {"CHeartReciver:319"}},
+    {"beat sent", {"CHeartSender:124"}},
     {"# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT", {"POCO"}},
 };
 
@@ -179,9 +183,9 @@ TEST(ExplainMessage, IsFoundInEachOfItsForms)
 
 TEST(ExplainMessage, WhatIsNotKnownIsNothing)
 {
-	for (const char* message :
-	     {"", "x", "CHeartReciver", "CHeartReciver:", "CHeartReciver:0", "CHeartReciver:550", "CHeartReciver:-549",
-	      "NoLabel:12", "hello world", "[1:2]", ":::::", "549", "CHeartReciver:99999999999999999999"})
+	for (const char* message : {"", "x", " is ", "CHeartReciver", "CHeartReciver:", "CHeartReciver:0",
+	                            "CHeartReciver:550", "CHeartReciver:-549", "NoLabel:12", "hello world", "[1:2]",
+	                            ":::::", "549", "CHeartReciver:99999999999999999999"})
 	{
 		EXPECT_THAT(placesOf(message), IsEmpty()) << message;
 	}
@@ -243,9 +247,10 @@ TEST_F(ExplainVerb, TakesTheWordsOfATextThatWasNotQuoted)
 // The pages' tables are held against the code by the tests of events, status and check.
 TEST_F(ExplainVerb, KnowsEveryWordThatThePagesList)
 {
-	const std::set<std::string> headings{"| event |", "| cause |", "| fault |", "| id |", "| finding |"};
+	const std::set<std::string> headings{"| event |",   "| cause |", "| fault |",   "| id |",
+	                                     "| finding |", "| agent |", "| address |", "| service |"};
 	std::size_t known = 0;
-	for (const char* page : {"events.md", "monitoring.md", "check.md"})
+	for (const char* page : {"events.md", "monitoring.md", "check.md", "keeper.md"})
 	{
 		std::istringstream lines(readFile(std::filesystem::path(VELARIX_CTL_EVENTS).parent_path() / page));
 		bool inTable = false;
@@ -271,6 +276,12 @@ TEST_F(ExplainVerb, TakesALineOfEventsAndOfStatus)
 	EXPECT_THAT(run({"explain", "2026-11-21 07:59:24.2  keeper               ha-web died: ended with status 1"}).out,
 	            StartsWith("ha-NAME  keeper  died\n"));
 	EXPECT_THAT(run({"explain", "[split-brain]"}).out, StartsWith("problem  critical  split-brain\n"));
+	std::string status = readFile(std::filesystem::path(VELARIX_CTL_GOLDEN) / "status-dead.txt");
+	const std::string agent = status.substr(status.find("agent "), status.find("\npartner") - status.find("agent "));
+	EXPECT_THAT(run({"explain", agent}).out, StartsWith("agent    DEAD\n")) << agent;
+	status.pop_back();
+	const std::string problem = status.substr(status.rfind('\n') + 1);
+	EXPECT_THAT(run({"explain", problem}).out, StartsWith("problem  critical  agent-dead\n")) << problem;
 }
 
 TEST_F(ExplainVerb, ColoursThePlaceOnATerminal)

@@ -241,6 +241,11 @@ void pause(std::chrono::milliseconds time)
 	}
 }
 
+std::size_t windowLines()
+{
+	return fakeMachine().windowLines;
+}
+
 std::chrono::milliseconds elapsed()
 {
 	return fakeMachine().elapsed;

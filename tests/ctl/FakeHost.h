@@ -74,6 +74,7 @@ struct FakeMachine
 
 	/// Moves with each pause and each ping.
 	std::chrono::milliseconds elapsed{};
+	std::size_t windowLines = 0;
 	/// Called at each pause, after the time has moved.
 	std::function<void(std::chrono::milliseconds)> onPause;
 

@@ -29,7 +29,13 @@ TEST_F(Init, WritesTheFilesOfBothNodes)
 	                                  "written: /pair/b/config.ini\n"
 	                                  "written: /pair/b/keeper.ini\n"
 	                                  "written: /pair/b/firewall.nft\n"
-	                                  "written: /pair/b/runinfo.txt\n");
+	                                  "written: /pair/b/runinfo.txt\n"
+	                                  "next, as root:\n"
+	                                  "  copy /pair/a/* to /usr/velarix/bin/ini on node a (192.0.2.1)\n"
+	                                  "  copy /pair/b/* to /usr/velarix/bin/ini on node b (192.0.2.2)\n"
+	                                  "  velarixctl check on both nodes\n"
+	                                  "  systemctl enable --now velarix-ha on node a, then on node b\n"
+	                                  "  velarixctl status on both: a failover would work\n");
 	EXPECT_EQ(outcome.err, "");
 	expectGolden("init-a-keeper.ini", readFile(file("a/keeper.ini")));
 	expectGolden("init-a.ini", readFile(file("a/config.ini")));
@@ -73,7 +79,7 @@ TEST_F(Init, RunAgainWithNothingToChangeItIsContent)
 	run(arguments());
 	const Outcome again = run(arguments());
 	EXPECT_EQ(again.code, 0);
-	EXPECT_THAT(again.out, Not(HasSubstr("written")));
+	EXPECT_THAT(again.out, AllOf(Not(HasSubstr("written")), Not(HasSubstr("next"))));
 	EXPECT_THAT(anonymous(again.out), HasSubstr("unchanged: /pair/b/keeper.ini\n"));
 }
 
@@ -116,6 +122,7 @@ TEST_F(Init, WhatItPutsInPlaceMakesASoundNode)
 	fs::remove(settings());
 	const Outcome outcome = runBelow(arguments({"--this=a"}));
 	EXPECT_EQ(outcome.code, 0);
+	EXPECT_THAT(anonymous(outcome.out), HasSubstr("next, as root:\n  copy /pair/b/* to "));
 	const Outcome checked = runBelow({"check", "--partner", file("b/config.ini").string()});
 	EXPECT_EQ(checked.code, 0);
 	EXPECT_THAT(checked.out, EndsWith("0 errors, 0 warnings\n"));
@@ -181,6 +188,10 @@ TEST_F(Init, AWrongAnswerIsAUsageError)
 	      Row{"--service-user=web=www", "--service-user: there is no service web"},
 	      Row{"--virtual-ip=198.51.100.10/33", "--virtual-ip: no prefix length from 1 to 32 behind the "
 	                                           "\"/\": \"198.51.100.10/33\""},
+	      Row{"--virtual-ip=198.51.100.0/24", "--virtual-ip: 198.51.100.0 is the network of 198.51.100.0/24"},
+	      Row{"--virtual-ip=198.51.100.7/29", "--virtual-ip: 198.51.100.7 is the broadcast address of 198.51.100.7/29"},
+	      Row{"--virtual-ip=255.255.255.255", "--virtual-ip: no address of a single host: 255.255.255.255"},
+	      Row{"--gateway=0.0.0.0", "--gateway: no address of a single host: 0.0.0.0"},
 	      Row{"--program=server", "--program: no absolute path of a program: \"server\""}})
 	{
 		const Outcome outcome = run({"init", row.argument, "--output=" + output().string()});
@@ -232,12 +243,16 @@ TEST_F(Init, AsksForWhatIsMissing)
 
 TEST_F(Init, AsksAgainAfterAWrongAnswer)
 {
-	const Outcome outcome = answering("node-a\n\n 192.0.2.1 \n192.0.2.2\n192.0.2.254\n198.51.100.10/\n198.51.100.10\n"
-	                                  "\nwe/b\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
+	const Outcome outcome =
+	    answering("node-a\n\n 192.0.2.1 \n192.0.2.1\n192.0.2.2\n127.0.0.1\n192.0.2.254\n198.51.100.10/\n"
+	              "192.0.2.254/24\n198.51.100.10\n"
+	              "\nwe/b\nweb\n/bin/web\nwww\n\ndb\ndb.service\n/bin/ask\n\n");
 	EXPECT_EQ(outcome.code, 0);
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"node-a\"\nAddress of node a"));
 	EXPECT_THAT(outcome.err, HasSubstr("no IPv4 address: \"\"\nAddress of node a"));
 	EXPECT_THAT(outcome.err, HasSubstr("no name of a service: \"we/b\""));
+	EXPECT_THAT(outcome.err, HasSubstr("192.0.2.1 is given already: Address of node a on the communication network"));
+	EXPECT_THAT(outcome.err, HasSubstr("192.0.2.254 is given already: Address that answers pings"));
 	EXPECT_EQ(settingsOf("b").text(key::kPartnerIP), "192.0.2.1");
 	const auto b = keeper::readSettings(file("b/keeper.ini").c_str()).settings;
 	ASSERT_EQ(b.services.size(), 2U);

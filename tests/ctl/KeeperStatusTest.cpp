@@ -64,8 +64,9 @@ TEST_F(KeeperStatus, AStateIsBelievedAsLongAsItsWriterLives)
 	addProcess(6002, "sshd");
 	EXPECT_THAT(runHere({"status"}).out, HasSubstr("ha-web stopped\n"));
 	writeState("ha-web", "state=failed\npid=6002\nreason=signal 11\n");
-	EXPECT_THAT(runHere({"status"}).out, HasSubstr("ha-web died too often on this node: signal 11; when it is "
-	                                               "repaired, clear this with rm /run/velarix-ha/ha-web.state\n"));
+	EXPECT_THAT(runHere({"status"}).out,
+	            HasSubstr("ha-web died too often on this node: signal 11; when it is "
+	                      "repaired, clear this with rm /run/velarix-ha/ha-web.state  [service-failed]\n"));
 }
 
 TEST_F(KeeperStatus, ANodeThatWaitsForItsPartnerWarnsAndSaysThatNothingIsToBeDone)

@@ -106,6 +106,10 @@ TEST_F(MaintenanceVerb, RefusesToEndWhereTheServiceWouldMove)
 {
 	soundMaster();
 	begin();
+	fakeHost().interfaces["eth0"] = {true, false};
+	EXPECT_THAT(runHere({"maintenance", "off"}).err, HasSubstr("eth0 has no carrier"));
+	fakeMachine().answering.clear();
+	EXPECT_THAT(runHere({"maintenance", "off"}).err, HasSubstr("its gateway 192.0.2.254 does not answer"));
 	endProcess(kServer);
 	const Outcome off = runHere({"maintenance", "off"});
 	EXPECT_EQ(off.code, 69);

@@ -11,6 +11,7 @@
 #include "StateTest.h"
 #include "ctl/init/NodeFiles.h"
 #include "ctl/pair/PairJudgement.h"
+#include "inspect/Pattern.h"
 
 using namespace std::chrono_literals;
 using testing::AllOf;
@@ -106,6 +107,31 @@ INSTANTIATE_TEST_SUITE_P(All, PairTable, testing::ValuesIn(std::vector<PairRowOf
 	{"WhatIsNoText", [](Json&, Json& b) { b["problems"] = {1, nullptr, "x"}; b["interfaces"] = 7; b["host"] = Json::array(); }, 3, "VELARIX UNKNOWN"},
 }), rowName<PairRowOfTable>);
 // clang-format on
+
+TEST_F(PairVerb, HasAFixForEachProblemOfANodeWhoseTextNamesNone)
+{
+	const std::set<std::string> inTheText{"address-unlisted", "address-with-partner", "agent-console",
+	                                      "agent-starting",   "foreign-agent",        "log-begun-ahead",
+	                                      "maintenance",      "maintenance-left",     "maintenance-unreadable",
+	                                      "marker-missing",   "reach-partner",        "reach-stopped",
+	                                      "taking-over",      "tunnel-down",          "tunnel-missing"};
+	const std::string page = readFile(VELARIX_CTL_MONITORING);
+	const velarix::inspect::Pattern rows("\n\\| `([a-z-]+)` \\| (?:critical|warning)");
+	m_partner["problems"] = Json::array();
+	for (const auto& row : rows.all(page.substr(0, page.find("## status as JSON"))))
+	{
+		if (!inTheText.contains(row[1]))
+		{
+			m_partner["problems"].push_back({{"id", row[1]}, {"severity", "warning"}, {"text", "x"}});
+		}
+	}
+	EXPECT_GT(m_partner["problems"].size(), 30U);
+	const std::string out = files().out;
+	for (const Json& problem : m_partner["problems"])
+	{
+		EXPECT_THAT(out, HasSubstr("[" + problem["id"].get<std::string>() + "]\n  fix: "));
+	}
+}
 
 TEST_F(PairVerb, DigestsWhatThePairSharesAndNoValueLeavesTheNode)
 {

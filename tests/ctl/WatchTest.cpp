@@ -58,19 +58,34 @@ TEST_F(Watch, WaitsASecondBetweenLooksUnlessAskedOtherwise)
 	EXPECT_EQ(fakeMachine().elapsed, 8s);
 }
 
-TEST_F(Watch, RedrawsInPlaceOnATerminal)
+TEST_F(Watch, RedrawsInPlaceOnATerminalAndLeavesTheLastStateBehind)
 {
 	soundMaster();
 	terminal = true;
 	const Outcome outcome = runHere({"watch", "--count", "2"});
-	EXPECT_THAT(
-	    outcome.out,
-	    StartsWith("\033[H2026-03-01 12:00:00\033[K\nnode         node-a, 192.0.2.1\033[K\nrole         master"));
+	EXPECT_THAT(outcome.out,
+	            StartsWith("\033[?1049h\033[?7l\033[H\033[K2026-03-01 12:00:00\n\033[Knode         node-a, "
+	                       "192.0.2.1\n\033[Krole         master"));
 	EXPECT_EQ(count(outcome.out, "\033[H"), 2);
 	EXPECT_EQ(count(outcome.out, "\033[J"), 2);
-	// Every line has its rest erased.
-	EXPECT_EQ(count(outcome.out, "\n"), count(outcome.out, "\033[K\n"));
+	EXPECT_THAT(outcome.out, HasSubstr("heartbeats tell\033[?7h\033[?1049l2026-03-01 12:00:00\nnode "));
 	EXPECT_THAT(outcome.out, Not(HasSubstr("\033[3")));
+	EXPECT_THAT(runHere({"watch", "--json", "--count", "1"}).out, Not(HasSubstr("\033")));
+}
+
+TEST_F(Watch, KeepsToTheWindow)
+{
+	soundMaster();
+	terminal = true;
+	for (const std::size_t lines : {1U, 2U, 5U, 10U, 14U})
+	{
+		fakeMachine().windowLines = lines;
+		const std::string out = runHere({"watch", "--count", "1"}).out;
+		const std::string frame = out.substr(0, out.find("\033[?7h"));
+		EXPECT_EQ(count(frame, "\n"), lines - 1);
+		EXPECT_EQ(count(frame, "failover     would work"), lines > 2 ? 1 : 0) << frame;
+		EXPECT_EQ(count(frame, "role         master"), lines >= 6 ? 1 : 0) << frame;
+	}
 }
 
 TEST_F(Watch, FollowsWhatHappens)

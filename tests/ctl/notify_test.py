@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""velarixctl notify with the notifiers of the packages: a real SMTP server, a real HTTP
-server, and programs that fail, hang or must not be trusted."""
+"""velarixctl notify with the notifiers of the packages, the few commands of SMTP below as a mail
+server, Python's HTTP server, and programs that fail, hang or must not be trusted."""
 
 import datetime
 import html
@@ -123,6 +123,16 @@ class Node(unittest.TestCase):
         with open(self.log, "a") as log:
             log.write(f"{at.isoformat(timespec='milliseconds')} ha-web[12] {word}: {detail}\n")
 
+    def arrives_within_a_second(self, got):
+        """The best of some: the machine may have other work."""
+        delays = []
+        while not delays or (min(delays) > 1 and len(delays) < 5):
+            begin = time.monotonic()
+            self.happens("died", "exit status 1")
+            wait_for("the event", lambda: len(got()) > len(delays))
+            delays.append(time.monotonic() - begin)
+        self.assertLess(min(delays), 1)
+
     def got(self, name):
         """The events that a notifier has written down."""
         path = self.root / name
@@ -136,13 +146,8 @@ class NotifyTest(Node):
     def test_an_event_reaches_a_program_within_a_second_as_json_and_in_its_environment(self):
         self.notifier("any", ANY + 'cat >>GOT\nenv | grep ^VELARIX_ >>GOT.env\n')
         self.start()
-        delays = []
-        while not delays or (min(delays) > 1 and len(delays) < 5):
-            begin = time.monotonic()
-            self.happens("died", "exit status 1")
-            event = wait_for("the event", lambda: self.got("any")[len(delays):])[0]
-            delays.append(time.monotonic() - begin)
-        self.assertLess(min(delays), 1)
+        self.arrives_within_a_second(lambda: self.got("any"))
+        event = self.got("any")[0]
         self.assertEqual((event["event"], event["subject"], event["word"], event["severity"], event["node"]),
                          ("keeper", "ha-web", "died", "problem", "192.0.2.1"))
         lines = self.root / "any.env"
@@ -156,7 +161,7 @@ class NotifyTest(Node):
             log.write(f'{now} [77:0][CAgent:38] <I> Slave CAgent()\n')
         self.assertEqual(wait_for("the event", lambda: self.got("any"))[0]["event"], "agent-started")
 
-    def test_mail_reaches_a_mail_server(self):
+    def test_mail_reaches_a_mail_server_within_a_second(self):
         smtp = self.server(socketserver.ThreadingTCPServer, Smtp)
         self.write(self.root / "sendmail", ANY + f"exec /usr/bin/msmtp --host=127.0.0.1 --port={smtp.server_address[1]} "
                    "--from=ha@example.com \"$@\"\n", 0o755)
@@ -164,12 +169,12 @@ class NotifyTest(Node):
         self.link("mail", "MAIL_TO=oncall@example.com,second@example.com\n")
         self.start()
         self.happens("started", "not wanted")
-        self.happens("died", "exit status 1")
-        mail = wait_for("the mail", lambda: smtp.got)[0]
+        self.arrives_within_a_second(lambda: smtp.got)
+        mail = smtp.got[0]
         self.assertIn("To: oncall@example.com,second@example.com\r\n", mail)
         self.assertRegex(mail, r"\r\nSubject: \[velarix\] \S+: ha-web died: exit status 1\r\n")
 
-    def test_a_webhook_gets_each_form(self):
+    def test_a_webhook_gets_each_form_within_a_second(self):
         hook = self.server(http.server.ThreadingHTTPServer, Hook)
         detail = 'a "quoted" \\ <!channel> & path'
         text = "ha-web died: " + detail
@@ -186,6 +191,7 @@ class NotifyTest(Node):
             self.assertEqual(text_of(hook.got[-1][1]), text)
             self.assertNotIn("<!" if form == "slack" else "&lt;", json.dumps(hook.got[-1][1]))
         self.assertEqual(hook.got[-1][1][0]["labels"]["alertname"], "velarix-keeper")
+        self.arrives_within_a_second(lambda: hook.got[len(wanted):])
 
     def test_a_receiver_that_is_busy_gets_it_again_and_one_that_refuses_does_not(self):
         hook = self.server(http.server.ThreadingHTTPServer, Hook)

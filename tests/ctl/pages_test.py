@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The manual, the completion for bash and docs/check.md name what velarixctl has, and nothing else.
+"""The manual, the completion for bash and docs/check.md name what velarixctl has, and nothing else; the
+alerts of docs/operating.md watch metrics that it writes.
 
     pages_test.py SOURCES VELARIXCTL MANUALS [UNITTEST OPTIONS]
 """
@@ -178,6 +179,25 @@ class Findings(unittest.TestCase):
     def test_are_each_found_in_a_test(self):
         found = set(re.findall(r"\b(?:error|warning) ([a-z0-9-]+) ", self.text_below("tests/ctl")))
         self.assertLessEqual(self.listed, found)
+
+
+class Alerts(unittest.TestCase):
+    def test_know_the_metrics_their_labels_and_problems(self):
+        golden = "".join((SOURCES / f"tests/ctl/golden/metrics-{state}.txt").read_text() for state in ("master", "dead"))
+        metrics = collections.defaultdict(set)
+        for name, labels in re.findall(r"(?m)^(velarix_\w+)(.*)", golden):
+            metrics[name] |= set(re.findall(r'(\w+)="', labels))
+        problems = re.findall(r"(?m)^\| `([a-z-]+)` \| ", (SOURCES / "docs/monitoring.md").read_text())
+        rules = re.findall(r"expr: (.*)", (SOURCES / "docs/operating.md").read_text())
+        self.assertGreater(len(rules), 3)
+        for rule in rules:
+            for name, labels in re.findall(r"\b(velarix_\w+)(?:\{(.*?)\})?", rule):
+                self.assertIn(name, metrics, rule)
+                self.assertLessEqual(set(re.findall(r"(\w+)=", labels)), metrics[name], rule)
+            grouped = re.findall(r"(?:by|group_left) \((\w+)\)", rule)
+            self.assertLessEqual(set(grouped), metrics["velarix_info"], rule)
+            for label, value in re.findall(r'(problem|severity)="(.*?)"', rule):
+                self.assertIn(value, problems if label == "problem" else ("critical", "warning", "unknown"), rule)
 
 
 if __name__ == "__main__":

@@ -12,6 +12,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import unittest
 
 PROGRAM = sys.argv[1]
@@ -26,11 +27,13 @@ PATH = /var/v.log
 
 
 class Terminal(unittest.TestCase):
-    def output(self, *words, no_colour=None, terminal=True):
+    def output(self, *words, no_colour=None, terminal=True, kind="xterm", end=None):
         """The arguments look for the node's files in a directory that has none."""
         environment = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
-        environment |= {} if no_colour is None else {"NO_COLOR": no_colour}
+        environment |= {"TERM": kind} | ({} if no_colour is None else {"NO_COLOR": no_colour})
         reading, writing = pty.openpty() if terminal else os.pipe()
+        if terminal:
+            termios.tcsetwinsize(writing, (10, 60))
         with tempfile.TemporaryDirectory() as empty:
             program = subprocess.Popen([PROGRAM, "--root", empty, *words], stdin=writing, stdout=writing, env=environment)
             os.close(writing)
@@ -38,10 +41,12 @@ class Terminal(unittest.TestCase):
             try:
                 while piece := os.read(reading, 4096):
                     said += piece
+                    if end and b"\033[J" in said:
+                        program.send_signal(end)
             except OSError:  # how a terminal ends
                 pass
             os.close(reading)
-            program.wait()
+            self.status = program.wait()
         return said.decode()
 
     def test_gets_colours_unless_they_are_not_wanted(self):
@@ -52,10 +57,20 @@ class Terminal(unittest.TestCase):
         self.assertNotIn("\033[", plain)
 
     def test_is_redrawn_also_without_colours(self):
-        self.assertTrue(self.output("watch", "--count", "1").startswith("\033[H"))
-        plain = self.output("watch", "--count", "1", no_colour="1")
-        self.assertTrue(plain.startswith("\033[H"))
-        self.assertNotIn("\033[3", plain)
+        for no_colour in (None, "1"):
+            said = self.output("watch", "--count", "1", no_colour=no_colour)
+            self.assertTrue(said.startswith("\033[?1049h\033[?7l\033[H"), said)
+            self.assertEqual(said.split("\033[J")[0].count("\n"), 9)
+        self.assertNotIn("\033[3", said)
+
+    def test_is_given_back_when_a_signal_ends_the_watch(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            self.assertTrue(self.output("watch", end=number).endswith("\033[?7h\033[?1049l"))
+            self.assertEqual(self.status, -number)
+
+    def test_that_knows_lines_alone_gets_nothing_else(self):
+        for kind in ("dumb", ""):
+            self.assertNotIn("\033", self.output("watch", "--count", "1", kind=kind))
 
     def test_is_not_assumed_behind_a_pipe(self):
         for words in (["status"], ["watch", "--count", "1"]):

@@ -162,6 +162,17 @@ class ServiceScript(ServiceCase):
         soon = time.time() + 60
         self.assertEqual([path.stat().st_mtime < soon for path in (old, archive, other)], [True, True, False])
 
+    def test_a_maintenance_outlives_a_reboot_until_its_time_has_passed(self):
+        record = HOME / "pid/maintenance"
+        now = int(time.time())
+        for until, status, said in ((now + 3600, WRONG_SETTINGS, "not started: this node is in maintenance until .*: new disk; end it"),
+                                    (now - 1, 0, "the maintenance of this node was forgotten"),
+                                    ("soon", 0, f"{record} is damaged and removed")):
+            record.write_text(f"since={now - 7200}\nuntil={until}\nreason=new disk\n")
+            outcome = service("prepare")
+            self.assertEqual((outcome.status, record.exists()), (status, status != 0), outcome.text)
+            self.assertRegex(outcome.text, rf"\Avelarix-ha: {said}")
+
     def test_any_other_log_stays_in_its_place(self):
         for text in (log_of(0), log_of(48), log_of(-72)[:40], "a line\n", ""):
             LOG.write_text(text)
