@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include <linux/capability.h>
@@ -9,6 +11,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "keeper/Guard.h"
 #include "keeper/Process.h"
 #include "keeper/Runtime.h"
 
@@ -37,6 +40,15 @@ std::uint32_t randomNumber()
 	std::uint32_t number = 0;
 	[[maybe_unused]] const ssize_t length = ::getrandom(&number, sizeof number, 0);
 	return number;
+}
+
+/// Its supervisor is not there, nor what it ran.
+bool hasEnded(const std::string& service)
+{
+	const Fields state = readState(service);
+	const auto main = static_cast<pid_t>(std::atol(valueOf(state, "main").c_str()));
+	return holderOf(service, Part::guard) == 0 &&
+	       (valueOf(state, "started") != "yes" || (main > 0 && ::kill(main, 0) != 0 && errno == ESRCH));
 }
 
 } // namespace
@@ -190,21 +202,21 @@ void AddressHolder::readArpSocket()
 	}
 }
 
-/// A standby's agent leaves the address where it is when its programs do not all run. The node
-/// that is master then waits for it in vain, and nobody serves. A service whose supervisor was
-/// killed may still run: then the address stays, and the service is on one node only.
+/// A standby's agent leaves the address where it is when its programs do not all run, and one that
+/// was to be handed over is none that runs. The node that is master then waits for it in vain, and
+/// nobody serves. A service whose supervisor was killed may still run: then the address stays, and
+/// the service is on one node only.
 void AddressHolder::considerProbe()
 {
 	const Millis moment = now();
-	const auto hasEnded = [](const std::string& service)
-	{ return holderOf(service, Part::guard) == 0 && valueOf(readState(service), "started") != "yes"; };
-	const bool ended = std::ranges::any_of(m_services, hasEnded);
+	const bool ended = addressIsHidden() || std::ranges::any_of(m_services, hasEnded);
 	const bool again = m_askedAt != kNever && moment - m_askedAt < kAskedAgain;
 	m_askedAt = moment;
 	m_uselessAt = !ended || !m_machine.held() ? kNever : (again ? std::min(m_uselessAt, moment) : moment);
 	if (m_uselessAt != kNever && moment - m_uselessAt >= kUseless)
 	{
-		m_journal.event("yielded", m_settings.text + ": a service has ended here, and another host asks for it");
+		m_journal.event("yielded",
+		                m_settings.text + ": handed over, or a service has ended here; another host asks for it");
 		feed(AddressEvent::stop);
 	}
 }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
 
@@ -175,6 +176,13 @@ int runReach(const Settings& settings)
 	const auto work = [&] { return Reachability(settings.reach).run(); };
 	// The next one goes on with the address, or it goes by itself.
 	return reported(kReachProgram, [&] { return beGuard(kReachProgram, work, [] {}); });
+}
+
+bool addressIsHidden()
+{
+	std::string name;
+	std::ifstream("/proc/" + std::to_string(::getppid()) + "/comm") >> name;
+	return name != kAddressProgram;
 }
 
 void hideAddressProgram()

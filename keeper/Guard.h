@@ -23,5 +23,7 @@ int runReach(const Settings& settings);
 /// in good order, and asks its partner; the address is here until the agent drops it. When the
 /// agent does nothing, nothing changes.
 void hideAddressProgram();
+/// @return whether that has happened to the guard of this worker
+bool addressIsHidden();
 
 } // namespace velarix::keeper

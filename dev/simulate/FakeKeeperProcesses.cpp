@@ -1,6 +1,7 @@
 /// Processes as the keeper's programs start, find and end them.
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <sys/random.h>
 #include <sys/wait.h>
@@ -116,7 +117,12 @@ extern "C"
 	int __wrap_kill(pid_t pid, int number)
 	{
 		sim::Process* process = processOf(self(), std::abs(pid));
-		process != nullptr ? world().signal(*process, number) : void();
+		if (process == nullptr || !process->alive)
+		{
+			errno = ESRCH;
+			return -1;
+		}
+		number != 0 ? world().signal(*process, number) : void();
 		return 0;
 	}
 

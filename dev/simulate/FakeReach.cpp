@@ -63,6 +63,11 @@ std::optional<host::Process> host::process(pid_t /*pid*/)
 
 } // namespace velarix::inspect
 
+bool velarix::keeper::addressIsHidden()
+{
+	return sim::selfProcess().hidden;
+}
+
 void velarix::keeper::hideAddressProgram()
 {
 	if (sim::Process* program = world().find(self(), kAddressProgram))

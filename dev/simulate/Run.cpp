@@ -19,7 +19,7 @@ constexpr Micros kAgentLooks = 6 * kSecond;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
 /// From a change of the role to the line that tells it.
-constexpr Micros kUntold = kSecond;
+constexpr Micros kUntold = 5 * kSecond;
 /// A schedule has some twenty thousand.
 constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
@@ -118,9 +118,9 @@ private:
 
 	std::string whatIsWrong() const
 	{
-		if (held(hostA) == held(hostB))
+		if (heard(hostA) == heard(hostB))
 		{
-			return held(hostA) ? "two owners" : "no owner";
+			return heard(hostA) ? "two owners" : "no owner";
 		}
 		if (m_world.answers() != owner())
 		{
@@ -142,7 +142,7 @@ private:
 	Micros generalBound() const { return isPlain() ? kPlainSettle : kKeeperSettle; }
 
 	/// Of the two, when one holds the address.
-	Host owner() const { return held(hostA) ? hostA : hostB; }
+	Host owner() const { return heard(hostA) ? hostA : hostB; }
 
 	bool keepsOwner(const Fault& fault) const
 	{
@@ -152,6 +152,12 @@ private:
 	}
 
 	bool held(Host host) const { return m_world.nodes.at(host).owns(); }
+
+	/// The keeper of one that nobody hears cannot know of another holder.
+	bool heard(Host host) const
+	{
+		return held(host) && (isPlain() || m_world.nodes.at(host).interfaces.at(serviceNetwork).carrier);
+	}
 
 	bool agentRuns(const Node& node) const
 	{

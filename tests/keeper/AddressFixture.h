@@ -43,6 +43,17 @@ protected:
 		ASSERT_TRUE(state == "announcing" || reaches(host, state));
 	}
 
+	/// Host b asks for the address that a holds, and gets it.
+	void givesWay() const
+	{
+		m_b.startProgram("ha-address");
+		ASSERT_TRUE(reaches(m_b, "waiting"));
+		EXPECT_TRUE(comes(
+		    m_b, [&] { return m_b.hasAddress(); }, "address", 3 * kSoon));
+		EXPECT_FALSE(m_a.hasAddress());
+		EXPECT_TRUE(has(m_a.events(), "another host asks for it"));
+	}
+
 	static pid_t workerOf(const Host& host) { return std::stoi(host.state("ha-address", "pid")); }
 
 	static bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }

@@ -261,12 +261,33 @@ TEST_F(AddressTest, AHolderWhoseServiceHasEndedGivesWayToWhoeverAsksForLong)
 {
 	m_a.configure(true, "[service web]\ncommand = /bin/true\n");
 	hold(m_a);
-	m_b.startProgram("ha-address");
-	ASSERT_TRUE(reaches(m_b, "waiting"));
-	EXPECT_TRUE(comes(
-	    m_b, [&] { return m_b.hasAddress(); }, "address", 3 * kSoon));
-	EXPECT_FALSE(m_a.hasAddress());
-	EXPECT_TRUE(has(m_a.events(), "another host asks for it"));
+	givesWay();
+}
+
+TEST_F(AddressTest, OneThatWasToBeHandedOverGivesWayToo)
+{
+	hold(m_a);
+	::kill(m_a.processes("ha-address").front(), SIGUSR1);
+	EXPECT_TRUE(waitFor([&] { return !runs(m_a); }, kSoon, "another name"));
+	givesWay();
+}
+
+TEST_F(AddressTest, OneWhoseServiceWasKilledWithItsSupervisorGivesWayToo)
+{
+	m_a.configure(true, "[service web]\ncommand = /bin/sleep 1000\n");
+	hold(m_a);
+	m_a.startProgram("ha-web");
+	ASSERT_TRUE(comes(
+	    m_a, [&] { return m_a.state("ha-web") == "running"; }, "service"));
+	const std::vector<pid_t> service = m_a.processes("sleep");
+	ASSERT_EQ(service.size(), 1U);
+	const pid_t guard = m_a.processes("ha-web").front();
+	const pid_t worker = std::stoi(m_a.state("ha-web", "pid"));
+	for (const pid_t pid : {guard, worker, service.front()})
+	{
+		::kill(pid, SIGKILL);
+	}
+	givesWay();
 }
 
 TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)
