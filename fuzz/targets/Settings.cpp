@@ -20,7 +20,7 @@
 #include "Target.h"
 
 /// In place of the real one, which would start a shell for each command of each input.
-std::string velarix::inspect::host::shellRefusal(const std::string& /*command*/)
+std::string velarix::inspect::host::shellRefusal(const std::string& /*command*/, const char* /*shell*/)
 {
 	return {};
 }
