@@ -83,6 +83,15 @@ bool isUmbrella(const std::string& file)
 	return remains && nothing;
 }
 
+void checkEnabled(const std::string& unit, int line, Findings& findings)
+{
+	if (!firstOf("/etc/systemd/system/*.{wants,requires}/" + unit).empty())
+	{
+		findings.push_back({line, 0, unit + " is enabled: at boot it would run without the address",
+		                    "systemctl disable --now " + unit});
+	}
+}
+
 void checkUnit(const std::string& unit, int line, Findings& findings)
 {
 	// As systemd looks for them: its own file, a template's, and what systemctl enable makes.
@@ -102,10 +111,9 @@ void checkUnit(const std::string& unit, int line, Findings& findings)
 	{
 		findings.push_back({line, EX_UNAVAILABLE, unit + " is masked", "systemctl unmask " + unit});
 	}
-	else if (!firstOf("/etc/systemd/system/*.{wants,requires}/" + unit).empty())
+	else
 	{
-		findings.push_back(
-		    {line, 0, unit + " is enabled: at boot it would run without the address", "systemctl disable " + unit});
+		checkEnabled(unit, line, findings);
 	}
 	if (isUmbrella(file))
 	{
@@ -134,6 +142,12 @@ std::vector<Finding> checkMachine(const Settings& settings)
 		if (!service.unit.empty())
 		{
 			checkUnit(service.unit, service.commandLine, findings);
+		}
+		else if (!service.command.empty())
+		{
+			// As a distribution enables it when the package is installed.
+			const std::string program = std::filesystem::path(service.command.front()).filename();
+			checkEnabled(program + ".service", service.commandLine, findings);
 		}
 		struct stat status = {};
 		if (!service.directory.empty() && (::stat(service.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)))

@@ -71,6 +71,12 @@ TEST_F(UnitTest, WhatOfItIsMissingOrIdleIsFound)
 	const std::string service = "/usr/libexec/velarix-ha/service";
 	EXPECT_FALSE(found(": >" + service + "; chmod 755 " + service, link)) << "the service makes it";
 	m_host.sh("rm " + service);
+	const std::string enable =
+	    "cd /etc/systemd/system && mount -t tmpfs wants . && cd $PWD && mkdir boot.target.wants; : "
+	    ">boot.target.wants/";
+	EXPECT_TRUE(found(enable + "web.service; : >/run/systemd/system/web.service", "web.service is enabled"));
+	m_host.configure(true, "[service web]\ncommand = /bin/sleep 3000\n");
+	EXPECT_TRUE(found(enable + "sleep.service", "sleep.service is enabled"));
 }
 
 TEST_F(UnitTest, OneThatCannotBeStartedIsGivenUp)
