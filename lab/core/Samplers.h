@@ -47,7 +47,8 @@ private:
 /// Fetches http://VIRTUAL-ADDRESS:8080/ from the client and takes the node's name
 /// from the answer. Every 20 ms there is a request of its own, up to 2 s long, that
 /// does not wait for the one before. An outage begins with the last answer before a
-/// gap of more than 100 ms and ends with the next answer.
+/// gap of more than 100 ms and ends with the next answer. The time in which the observer's own
+/// thread did not run does not count.
 class ServiceSampler
 {
 public:

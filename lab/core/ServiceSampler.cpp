@@ -133,6 +133,8 @@ private:
 	const LabClock& m_clock;
 	std::vector<Request> m_open;
 	Millis m_lastAnswer{0}; ///< when it came in
+	Millis m_lastLook{0};
+	Millis m_stood{0}; ///< how long this thread did not run since the last answer
 
 	void judge(const std::vector<pollfd>& watched)
 	{
@@ -160,12 +162,16 @@ private:
 		noteSilence(now);
 		m_timeline.change(serviceTrack, now, node);
 		m_lastAnswer = now;
+		m_stood = Millis(0);
 	}
 
-	/// The outage began with the last answer and ends with the next one.
+	/// The outage began with the last answer and ends with the next one. While this thread was
+	/// kept from running, nobody looked: that alone is no outage.
 	void noteSilence(Millis now)
 	{
-		if (now - m_lastAnswer > longestGap)
+		m_stood += std::max(now - m_lastLook - 2 * samplingPeriod, Millis(0));
+		m_lastLook = now;
+		if (now - m_lastAnswer - m_stood > longestGap)
 		{
 			m_timeline.change(serviceTrack, m_lastAnswer, "none");
 		}

@@ -1,8 +1,10 @@
 /// What the client's observer tells of outages, long and short.
 
+#include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
@@ -59,6 +61,25 @@ TEST(LabClient, SeesOutagesOfAnyLength)
 		EXPECT_LE(outage, length + Millis(700));
 		EXPECT_EQ(lab->answeredBy(), "a");
 	}
+}
+
+/// The observer that does not run sees no answers, and that is no outage.
+TEST(LabClient, TakesItsOwnStandstillForNoOutage)
+{
+	if (const std::optional<std::string> problem = namespaceProblem())
+	{
+		GTEST_SKIP() << *problem;
+	}
+	const std::unique_ptr<Lab> lab = servingLab();
+	const Millis since = lab->clock().now();
+	const std::string self = std::to_string(::getpid());
+	runOrThrow(
+	    {{"sh", "-c", "(sleep 0.2; kill -STOP " + self + "; sleep 1; kill -CONT " + self + ") >/dev/null 2>&1 &"},
+	     {},
+	     {}});
+	std::this_thread::sleep_for(Millis(600));
+	ASSERT_GT(lab->clock().now() - since, Millis(1000)) << "it did not stand still";
+	EXPECT_LT(outageSince(*lab, since), Millis(700)) << "a loaded machine, but no fault";
 }
 
 } // namespace velarix::lab
