@@ -80,7 +80,7 @@ void firewall(Findings& findings, const Paths& paths);
 void tunnelFiles(Findings& findings);
 /// The options in /etc/default.
 void service(Findings& findings, const Paths& paths);
-/// What lies in the directory of the notifiers and is not run.
+/// What is in the directory of the notifiers and is not run.
 void notifiers(Findings& findings, const Paths& paths);
 
 /// ---- on this machine's kernel -----------------------------------------------------

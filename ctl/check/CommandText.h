@@ -59,7 +59,7 @@ bool isAssignment(const std::string& word);
 /// What a command runs in the end.
 struct InnerCommand
 {
-	/// Empty where that cannot be told.
+	/// Empty where that is not known.
 	std::vector<std::string> words;
 	/// Its paths are those of another root.
 	bool elsewhere = false;

@@ -249,7 +249,7 @@ private:
 
 	void shellScript(const std::string& text, const std::string& shell)
 	{
-		// Half a script is no script, and patterns that bash has to be told of are read at the run alone.
+		// Half a script is no script, and patterns that need an option of bash are read at the run alone.
 		const bool judged = text.size() < kScriptLength && text.find("extglob") == std::string::npos;
 		if (const std::string refusal =
 		        judged ? host::shellRefusal(text, shell == "bash" ? "/bin/bash" : "/bin/sh") : "";

@@ -104,7 +104,7 @@ void notifiers(Findings& findings, const Paths& paths)
 		              found != all.end() ? "the notifier is refused: " + found->refused
 		                                 : "this is no notifier: a name with other characters than letters, digits, "
 		                                   "\"-\" and \"_\", or no program that may be run",
-		              "nobody is told by it of a failover",
+		              "it notifies nobody of a failover",
 		              "root's, for root alone to write, without a dot in the name, and chmod 755"});
 	}
 }

@@ -64,12 +64,12 @@ VelarixLog g_log;
 constexpr MODE kMaster = MODE_MASTER;
 constexpr MODE kSlave = MODE_SLAVE;
 
-/// @return the role that the line tells; null for none. By number, since that is fast; no two labels
-///         share one that tells a role
-const MODE* toldBy(const char* label, int number)
+/// @return the role that the line reports; null for none. By number, since that is fast; no two labels
+///         share one that reports a role
+const MODE* reportedBy(const char* label, int number)
 {
 	constexpr std::size_t kNumbers = 1000;
-	static const std::array told = []
+	static const std::array reports = []
 	{
 		std::array<const lab::LogMeaning*, kNumbers> meanings{};
 		inspect::LogLine line;
@@ -88,7 +88,7 @@ const MODE* toldBy(const char* label, int number)
 		return meanings;
 	}();
 	const lab::LogMeaning* meaning =
-	    std::cmp_less(number, kNumbers) ? told.at(static_cast<std::size_t>(number)) : nullptr;
+	    std::cmp_less(number, kNumbers) ? reports.at(static_cast<std::size_t>(number)) : nullptr;
 	return meaning == nullptr || meaning->label != label ? nullptr
 	       : std::string_view(meaning->role) == "master" ? &kMaster
 	                                                     : &kSlave;
@@ -96,7 +96,7 @@ const MODE* toldBy(const char* label, int number)
 
 void note(const char* label, int number, const char* format, std::va_list arguments)
 {
-	const MODE* role = toldBy(label, number);
+	const MODE* role = reportedBy(label, number);
 	self().loggedRole = role != nullptr ? role : self().loggedRole;
 	world().recording ? world().logged(self(), label, number, VelarixLog::varFormat(format, arguments)) : void();
 }

@@ -18,8 +18,8 @@ constexpr Micros kUnaddressed = kSecond;
 constexpr Micros kAgentLooks = 6 * kSecond;
 /// A standby that still has the address then is not about to drop it.
 constexpr Micros kLeft = 3 * kSecond;
-/// From a change of the role to the line that tells it.
-constexpr Micros kUntold = 5 * kSecond;
+/// From a change of the role to the line that reports it.
+constexpr Micros kUnreported = 5 * kSecond;
 /// A schedule has some twenty thousand.
 constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
@@ -90,7 +90,8 @@ private:
 			      without > kUnaddressed + std::min(m_world.stopTime, kStopTimeout) || orphaned > kAgentLooks,
 			      "a program runs without the address");
 			const bool tells = node.role == nullptr || node.loggedRole == nullptr || *node.role == *node.loggedRole;
-			blame("log", m_untold.at(node.id).holds(!tells && !node.slow && agentRuns(node), m_world.now()) > kUntold,
+			blame("log",
+			      m_unreported.at(node.id).holds(!tells && !node.slow && agentRuns(node), m_world.now()) > kUnreported,
 			      "an agent's log tells another role than it has");
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
@@ -242,7 +243,7 @@ private:
 	std::array<Since, 2> m_without;
 	std::array<Since, 2> m_orphaned;
 	std::array<Since, 2> m_left;
-	std::array<Since, 2> m_untold;
+	std::array<Since, 2> m_unreported;
 	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;
 	Micros m_bound = generalBound();
