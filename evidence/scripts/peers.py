@@ -92,6 +92,7 @@ PEERS = [("keepalived", "defaults", 1), ("keepalived", "short", 0.1), ("ucarp", 
 FAULTS = {
     "power-off/a/master": ["power-off", "a"],
     "program-kill/a/master": ["program-kill", "a"],
+    "program-hang/a/master": ["program-hang", "a"],
     "service-interface/a/master": ["service-interface", "a"],
     "communication-interface/a/master": ["communication-interface", "a"],
     "communication-cut/a/master": ["communication-cut"],
@@ -150,17 +151,17 @@ def run_cell(name, program, interval, cell, jitter):
         return {"cell": cell, "phases": [pair.observe(begin, QUIET)], "differences": []}
 
 
-def run_all(runs, jobs, seed):
+def run_all(runs, jobs, seed, cells=(*FAULTS, BOOT), peers=tuple(PEERS)):
     """Every case `runs` times with each peer; what velarix-lab calls a campaign."""
     chance = random.Random(seed)
-    plans = [(peer, cell, chance.random()) for peer in PEERS for cell in [*FAULTS, BOOT] for _ in range(runs)]
+    plans = [(peer, cell, chance.random()) for peer in peers for cell in cells for _ in range(runs)]
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         tasks = [pool.submit(run_cell, f"peers-{index}", peer[0], peer[2], cell, jitter)
                  for index, (peer, cell, jitter) in enumerate(plans)]
         for done, task in enumerate(concurrent.futures.as_completed(tasks), 1):
             task.result()
             print(f"[{done}/{len(tasks)}]", file=sys.stderr)
-    found = [{"program": program, "settings": settings, "records": []} for program, settings, _ in PEERS]
+    found = [{"program": program, "settings": settings, "records": []} for program, settings, _ in peers]
     for (peer, _, _), task in zip(plans, tasks):
-        found[PEERS.index(peer)]["records"].append(task.result())
+        found[peers.index(peer)]["records"].append(task.result())
     return {"campaign": "peers", "peers": found}
