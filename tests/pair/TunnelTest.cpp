@@ -1,6 +1,7 @@
 /// A pair whose heartbeats go through the WireGuard tunnel.
 
 #include <algorithm>
+#include <thread>
 
 #include "OperatorTest.h"
 #include "lab/core/Tunnel.h"
@@ -180,6 +181,31 @@ TEST_F(Tunnel, AnOldSessionIsRenewedAgainAndAgain)
 		    waitFor([&] { return lastHandshake() != before; }, moveLimit, std::string("the ") + which + " handshake"));
 	}
 	EXPECT_TRUE(waitUntilReady());
+}
+
+/// After three minutes WireGuard has no session any more and would ask for one every five seconds.
+TEST_F(Tunnel, ACutLongerThanASessionEndsWithinSeconds)
+{
+	PAIR_OR_RETURN(startReadyPair(withTunnel()));
+	// The message that begins a handshake is 148 bytes long, and nothing else is.
+	ASSERT_TRUE(shell(HostId::a, "nft add table ip seen; "
+	                             "nft add chain ip seen out '{ type filter hook output priority 0; }'; "
+	                             "nft add rule ip seen out udp length 156 counter")
+	                .ok());
+	const auto begun = [this] {
+		return std::stol(shell(HostId::a, "nft list table ip seen | sed -n 's/.*packets \\([0-9]*\\).*/\\1/p'").output);
+	};
+	lab().wiring().isolateNodes(Network::communication, true);
+	std::this_thread::sleep_for(std::chrono::seconds(195));
+	const long before = begun();
+	std::this_thread::sleep_for(std::chrono::seconds(10));
+	EXPECT_GE(begun() - before, 6) << "it does not ask every second";
+	EXPECT_EQ(lab().owners(), "a+b");
+
+	const Millis joined = lab().clock().now();
+	lab().wiring().isolateNodes(Network::communication, false);
+	EXPECT_TRUE(waitUntilReady());
+	EXPECT_LE(heldBy("a+b", joined), Millis(4000)) << lab().stateText();
 }
 
 TEST_F(Tunnel, ANodeWithoutThePartnersKeyHasNoneAndIsReportedOnBoth)
