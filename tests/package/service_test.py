@@ -50,6 +50,20 @@ class StartTest(OnAMachine):
                  self.machine.run(f"journalctl --no-pager -o cat --since @{self.since} -t velarix-ha").out, 60)
         self.assertEqual(self.machine.run("velarixctl notify --test").out, "journal: taken\n")
 
+    def test_the_timer_writes_the_page_of_both_nodes_for_any_web_server(self):
+        self.machine.run("systemctl enable --now velarix-pair-page.timer")
+        self.addCleanup(self.machine.run, "systemctl disable --now velarix-pair-page.timer")
+        page = "/var/lib/velarix-ha/pair/index.html"
+        wait_for("the page is there", lambda: self.machine.exists(page), 90)
+        read = self.machine.run(f"setpriv --reuid 65534 --regid 65534 --clear-groups cat {page}").out
+        self.assertTrue(read.startswith("<!DOCTYPE html>") and read.endswith("</html>\n"), read)
+        # This machine has no partner to ask: the page says so, and the unit has not failed.
+        self.assertIn("partner-not-reached", read)
+        unit = "systemctl show --value --property={} velarix-pair-page.{}"
+        wait_for("the unit has ended", lambda: self.machine.run(unit.format("ActiveState", "service")).out == "inactive\n", 10)
+        wait_for("it comes again", lambda: self.machine.run(unit.format("NextElapseUSecMonotonic", "timer")).out.strip()
+                 not in ("", "0", "infinity"), 10)
+
     def test_a_user_who_runs_the_program_and_stops_it_keeps_nothing_from_starting(self):
         user = self.machine.stopped_agent_of_a_user()
         self.start()
