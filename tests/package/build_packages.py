@@ -7,10 +7,9 @@ Of the build tree TREE as it is (for the release that this machine runs), or, wh
 is a tree of sources, with scripts/package in a machine made of SUITE's build image,
 which has no network. OUTPUT gets the packages, in OUTPUT/old the same under a lower
 version, to upgrade from, and, made of sources, in OUTPUT/unnamed what scripts/package
-says to somebody who names no maintainer. Packages of the same sources are not made again.
+says to somebody who names no maintainer.
 """
 
-import hashlib
 import os
 import shutil
 import subprocess
@@ -39,40 +38,17 @@ def of_build_tree(tree, output):
         subprocess.run(["sh", "-c", command], check=True)
 
 
-def key(suite):
-    """Changes with everything that decides what is in the packages."""
-    digest = hashlib.sha256((suite + images.key()).encode())
-    for directory, below, names in os.walk(images.ROOT):
-        below[:] = sorted(set(below) - without_history(directory, below))
-        for name in sorted(set(names) - without_history(directory, names)):
-            path = os.path.join(directory, name)
-            digest.update(f"{path} {os.lstat(path).st_mode}\n".encode())
-            with open(path, "rb") as file:
-                digest.update(file.read())
-    return digest.hexdigest()
-
-
 def main():
     if len(sys.argv) != 5:
         print(__doc__, file=sys.stderr)
         return 2
     suite, directory, output, tree = sys.argv[1], *map(os.path.abspath, sys.argv[2:])
-    made_here = os.path.exists(tree + "/CPackConfig.cmake")
-    made_of, stamp = "" if made_here else key(suite), output + "/key"
-    if not made_here and os.path.exists(stamp):
-        with open(stamp) as file:
-            if file.read() == made_of:
-                return 0
     shutil.rmtree(output, ignore_errors=True)
     os.makedirs(output + "/old")
-    if made_here:
+    if os.path.exists(tree + "/CPackConfig.cmake"):
         of_build_tree(tree, output)
         return 0
-    status = of_sources(suite, directory, output)
-    if status == 0:
-        with open(stamp, "w") as file:
-            file.write(made_of)
-    return status
+    return of_sources(suite, directory, output)
 
 
 def of_sources(suite, directory, output):
