@@ -28,7 +28,11 @@ def settings(number, partner):
                          AGENT__PARTNER_IP=f"198.51.100.{partner}", AGENT__GATEWAY_IP="203.0.113.1")
 
 
-class PairTest(unittest.TestCase):
+INIT = ("velarixctl init --force --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 --gateway 203.0.113.1 "
+        f"--virtual-ip {node.ADDRESS}/24 --waiting-time 0 --service demo={node.PROGRAM_PATH}")
+
+
+class TwoNodes(unittest.TestCase):
     maxDiff = None
 
     @classmethod
@@ -72,6 +76,8 @@ class PairTest(unittest.TestCase):
         time.sleep(2)
         self.assertEqual(self.b.serves(), [])
 
+
+class PairTest(TwoNodes):
     def journal(self, machine):
         return machine.run("journalctl --no-pager -o cat -u velarix-ha").out
 
@@ -123,6 +129,36 @@ class PairTest(unittest.TestCase):
         time.sleep(5)
         self.assertEqual(self.a.serves(), program)
         self.assertEqual(self.b.serves(), [])
+
+
+class ToTheKeeperTest(TwoNodes):
+    """A running pair leaves its plain settings, one node after the other."""
+
+    def change_over(self, machine, this):
+        machine.run("systemctl stop velarix-ha")
+        machine.run(f"{INIT} --this {this}")
+        machine.run("velarixctl check && systemctl start velarix-ha")
+
+    def switch_over(self, machine, partner):
+        wait_for("a failover would work", lambda: machine.run("velarixctl switchover --dry-run", check=False).status == 0, 30)
+        machine.run("velarixctl switchover", limit=60)
+        wait_for("the partner serves", partner.serves, 20)
+        self.assertEqual(machine.serves(), [])
+
+    def test_the_service_moves_once(self):
+        program = self.a.serves()
+        self.change_over(self.b, "b")
+        self.assertEqual((self.a.serves(), self.b.serves()), (program, []))
+        self.switch_over(self.a, self.b)
+        program = self.b.serves()
+        self.assertRegex(self.b.run("velarixctl status").out, " ha-demo running, ")
+        self.change_over(self.a, "a")
+        wait_for("the standby is ready", lambda: self.a.run("velarixctl nagios", check=False).status == 0, 30)
+        self.assertEqual((self.a.serves(), self.b.serves()), ([], program))
+        for name in ("config.ini", "keeper.ini"):
+            self.a.write("/root/b/" + name, self.b.read("/usr/velarix/bin/ini/" + name))
+        self.a.run("velarixctl check --partner /root/b/config.ini")
+        self.switch_over(self.b, self.a)
 
 
 if __name__ == "__main__":
