@@ -85,6 +85,7 @@ COMMANDS = {
 }
 
 # (program, name of its settings, seconds between advertisements)
+OURS = ("velarix", "keeper", 1)  # for a switchover alone: its faults are velarix-lab's
 PEERS = [("keepalived", "defaults", 1), ("keepalived", "short", 0.1), ("ucarp", "defaults", 1)]
 
 # Test cases of the matrix that apply, and what brings the fault about: the words after
@@ -103,6 +104,9 @@ FAULTS = {
     "agent-freeze/a/master": "pkill -STOP -x $program",
 }
 BOOT = "cold-start/a/master"  # no fault: both start at once
+# A planned move: keepalived is stopped, which announces it; ours has a verb. Not one of the matrix's faults.
+SWITCHOVER = "switchover/a/master"
+MOVES = {"keepalived": FAULTS["agent-kill/a/master"].replace("KILL", "TERM"), "velarix": "velarixctl switchover >/dev/null"}
 QUIET = 10  # seconds without a change: more than three advertisements and a skew, twice
 
 
@@ -127,7 +131,7 @@ def start(pair, node, program, command):
 
 
 def inject(pair, cell, program):
-    fault = FAULTS[cell]
+    fault = MOVES[program] if cell == SWITCHOVER else FAULTS[cell]
     if isinstance(fault, list):
         pair.lab("inject", *fault)
     else:
@@ -137,10 +141,13 @@ def inject(pair, cell, program):
 def run_cell(name, program, interval, cell, jitter):
     """One run on a pair of its own, as a record of velarix-lab."""
     master = "b" if cell.endswith("/a/standby") else "a"
-    with Pair(name, agents=False) as pair:
-        commands = {node: prepare(pair, node, program, interval) for node in "ab"}
+    ours = program == "velarix"
+    with Pair(name, agents=ours) as pair:
+        commands = {} if ours else {node: prepare(pair, node, program, interval) for node in "ab"}
         begin = pair.status()["upMs"]
-        for node in sorted("ab", key=lambda node: node != master):
+        if ours:
+            pair.wait_until_served(master)
+        for node in sorted(commands, key=lambda node: node != master):
             start(pair, node, program, commands[node])
             if node == master and cell != BOOT:
                 pair.wait_until_served(master)
@@ -154,7 +161,8 @@ def run_cell(name, program, interval, cell, jitter):
 def run_all(runs, jobs, seed, cells=(*FAULTS, BOOT), peers=tuple(PEERS)):
     """Every case `runs` times with each peer; what velarix-lab calls a campaign."""
     chance = random.Random(seed)
-    plans = [(peer, cell, chance.random()) for peer in peers for cell in cells for _ in range(runs)]
+    plans = [(peer, cell, chance.random()) for peer in peers for cell in cells
+             for _ in range(runs) if peer is not OURS or cell == SWITCHOVER]
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         tasks = [pool.submit(run_cell, f"peers-{index}", peer[0], peer[2], cell, jitter)
                  for index, (peer, cell, jitter) in enumerate(plans)]
