@@ -162,9 +162,9 @@ int runAddress(const Settings& settings)
 	return reported(kAddressProgram, [&] { return beGuard(kAddressProgram, work, aftermath); });
 }
 
-int runService(const ServiceSettings& service)
+int runService(const AddressSettings& address, const ServiceSettings& service)
 {
-	const auto work = [&] { return ServiceSupervisor(service).run(); };
+	const auto work = [&] { return ServiceSupervisor(address, service).run(); };
 	// A unit is nobody's child here.
 	const auto aftermath = [&] { endRemains(service); };
 	return reported(service.program, [&] { return beGuard(service.program, work, aftermath); });

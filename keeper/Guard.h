@@ -15,7 +15,7 @@ namespace velarix::keeper
 /// ha-address and ha-NAME. @return the worker's exit status; EX_OK when another one lives
 /// already, which goes on; EX_SOFTWARE when the worker was killed
 int runAddress(const Settings& settings);
-int runService(const ServiceSettings& service);
+int runService(const AddressSettings& address, const ServiceSettings& service);
 /// ha-reach, which the agent does not know. Killed, it leaves its address behind (Reachability.h).
 int runReach(const Settings& settings);
 

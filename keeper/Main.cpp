@@ -59,7 +59,7 @@ int runProgram(const std::string& program)
 	}
 	const ParsedSettings alone{{}, checkMachine({{}, {}, {*service}})};
 	const Finding* error = alone.error();
-	return error != nullptr ? refuse(program, *error) : runService(*service);
+	return error != nullptr ? refuse(program, *error) : runService(parsed.settings.address, *service);
 }
 
 int runVerb(const std::string& verb, const std::string& argument)

@@ -9,13 +9,23 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "keeper/Netlink.h"
 #include "keeper/Process.h"
 
 namespace velarix::keeper
 {
 
-ServiceSupervisor::ServiceSupervisor(const ServiceSettings& settings)
-    : m_settings(settings), m_journal(settings.program)
+namespace
+{
+
+/// How long an address stays that both processes of ha-address have left, killed. A master's agent has missed
+/// them by then, and hands over.
+constexpr Millis kLeftAddress = 10'000;
+
+} // namespace
+
+ServiceSupervisor::ServiceSupervisor(const AddressSettings& address, const ServiceSettings& settings)
+    : m_addressSettings(address), m_settings(settings), m_journal(settings.program)
 {
 	m_machine.checkFailures = settings.checkFailures;
 	m_machine.restarts = settings.restarts;
@@ -32,7 +42,7 @@ int ServiceSupervisor::run()
 		return EX_UNAVAILABLE;
 	}
 	// What a service needs it gets from the kernel when it starts as root.
-	keepCapabilities({CAP_KILL, CAP_SETUID, CAP_SETGID});
+	keepCapabilities({CAP_KILL, CAP_NET_ADMIN, CAP_SETUID, CAP_SETGID});
 	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? reap() : feed(ServiceEvent::stop); });
 	m_loop.watch(m_address.changes(), [this] { lookAtAddress(); });
 	m_journal.event("started", "waits for the address");
@@ -40,7 +50,7 @@ int ServiceSupervisor::run()
 	lookAtAddress();
 	while (m_machine.state != ServiceState::ended)
 	{
-		m_loop.wait(std::min({m_machine.timerAt, m_checkAt, m_checkTimeout}));
+		m_loop.wait(std::min({m_machine.timerAt, m_checkAt, m_checkTimeout, m_leftAt}));
 		m_loop.dispatch();
 		onTime(now());
 	}
@@ -58,6 +68,10 @@ void ServiceSupervisor::onTime(Millis moment)
 	if (moment >= m_checkAt)
 	{
 		startCheck();
+	}
+	if (moment >= m_leftAt)
+	{
+		removeLeftAddress();
 	}
 	if (moment >= m_machine.timerAt)
 	{
@@ -77,9 +91,23 @@ void ServiceSupervisor::lookAtAddress()
 	{
 		m_loop.watch(m_watchedDeath, [this] { lookAtAddress(); });
 	}
+	m_leftAt = m_watchedDeath < 0 ? now() + kLeftAddress : kNever;
 	if (held != m_machine.held)
 	{
 		feed(held ? ServiceEvent::held : ServiceEvent::lost);
+	}
+}
+
+/// A standby's agent leaves an address alone whose program it does not see, and the master waits for it.
+void ServiceSupervisor::removeLeftAddress()
+{
+	m_leftAt = kNever;
+	const bool ended = holderOf(kAddressProgram, Part::guard) == 0 && holderOf(kAddressProgram, Part::worker) == 0;
+	if (ended && keeper::look(m_addressSettings).value_or(Sight()).present && removeAddress(m_addressSettings) == 0)
+	{
+		Journal(kAddressProgram)
+		    .event("lowered",
+		           m_addressSettings.text + " on " + m_addressSettings.interface + ", left behind by a killed program");
 	}
 }
 

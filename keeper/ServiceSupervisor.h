@@ -17,7 +17,7 @@ namespace velarix::keeper
 class ServiceSupervisor
 {
 public:
-	explicit ServiceSupervisor(const ServiceSettings& settings);
+	ServiceSupervisor(const AddressSettings& address, const ServiceSettings& settings);
 	/// Works until SIGTERM, or until the service died too often. @return the exit status
 	int run();
 
@@ -31,6 +31,7 @@ private:
 	};
 
 	void lookAtAddress();
+	void removeLeftAddress();
 	void reap();
 	void onMainEnd(int status);
 	void onCheckEnd(int status);
@@ -58,11 +59,13 @@ private:
 	/// When the first check is due behind a start.
 	Millis firstCheck() const;
 
+	AddressSettings m_addressSettings;
 	ServiceSettings m_settings;
 	Journal m_journal;
 	Loop m_loop;
 	AddressWatch m_address;
-	int m_watchedDeath = -1; ///< of ha-address
+	int m_watchedDeath = -1;  ///< of ha-address
+	Millis m_leftAt = kNever; ///< when an address without ha-address is removed
 	ServiceMachine m_machine;
 	std::string m_reason; ///< of the last death
 

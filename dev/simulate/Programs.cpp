@@ -98,7 +98,7 @@ void runKeeperProgram(Process& process)
 	}
 	else
 	{
-		keeper::ServiceSupervisor(node.keeperSettings.services.front()).run();
+		keeper::ServiceSupervisor(node.keeperSettings.address, node.keeperSettings.services.front()).run();
 	}
 	world().end(process, 0);
 }

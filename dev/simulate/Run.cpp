@@ -30,7 +30,7 @@ class Judge
 public:
 	Judge(World& world, const Schedule& schedule)
 	    : m_world(world), m_standing(schedule.size(), false), m_schedule(schedule),
-	      m_killsAddress(hasFault("keeper-kill-address")), m_killsService(hasFault("keeper-kill-service"))
+	      m_killsService(hasFault("keeper-kill-service"))
 	{
 		world.observe = [this] { look(); };
 	}
@@ -175,9 +175,7 @@ private:
 	/// A standby on which not all programs run never tries to drop the address.
 	bool leftBehind(const Node& node) const
 	{
-		const bool unattended = isPlain() ? !m_world.serves(node)
-		                                  : m_killsAddress && m_world.find(node, keeper::kAddressProgram) == nullptr;
-		return node.role != nullptr && *node.role == MODE_SLAVE && unattended;
+		return isPlain() && node.role != nullptr && *node.role == MODE_SLAVE && !m_world.serves(node);
 	}
 
 	bool splitCounts(bool plain) const
@@ -237,7 +235,6 @@ private:
 	World& m_world;
 	std::vector<bool> m_standing;
 	const Schedule& m_schedule;
-	bool m_killsAddress;
 	bool m_killsService;
 	Since m_split;
 	std::array<Since, 2> m_without;

@@ -31,9 +31,9 @@
 ///   they wait for a service that is slow to end
 /// - served and one-master, keeper: a holder without a carrier on the service network is none. It
 ///   yields when the carrier is back
-/// - a standby on which not all programs run never drops the address it has (the keeper's
-///   ha-address does, unless "keeper-kill-address" has hit it). From then on the schedule is not
-///   judged for served and one-master; Outcome::leftAddress counts it, --left-at-most limits it
+/// - plain: a standby on which not all programs run never drops the address it has. From then on the
+///   schedule is not judged for served and one-master; Outcome::leftAddress counts it, --left-at-most
+///   limits it
 #pragma once
 
 #include <optional>

@@ -70,8 +70,8 @@ TEST_F(ServiceTest, OneThatRunsAsRootIsAsTheKernelMakesIt)
 	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/reported").empty(); }, kServiceSoon, "its words"));
 	EXPECT_EQ(m_host.read("/run/reported"), shell("grep CapEff /proc/self/status"));
 	const std::string status = shell("grep CapEff /proc/" + m_host.state("ha-web", "pid") + "/status");
-	// CAP_KILL, CAP_SETGID, CAP_SETUID.
-	EXPECT_EQ(status, "CapEff:\t00000000000000e0\n");
+	// CAP_KILL, CAP_SETGID, CAP_SETUID, CAP_NET_ADMIN.
+	EXPECT_EQ(status, "CapEff:\t00000000000010e0\n");
 }
 
 TEST_F(ServiceTest, ACrashIsRestartedHere)
@@ -241,6 +241,20 @@ TEST_F(ServiceTest, WhatIsLeftWhenBothAreKilledIsEndedByStopByDropAndByTheNextSt
 		EXPECT_TRUE(ends(left));
 	}
 	EXPECT_TRUE(comes("sleep"));
+}
+
+TEST_F(ServiceTest, AnAddressThatBothProcessesOfItsHolderHaveLeftIsRemoved)
+{
+	configure("sleep 1000");
+	startSleep();
+	const pid_t guard = m_host.processes("ha-address").front();
+	::kill(guard, SIGSTOP);
+	::kill(std::stoi(m_host.state("ha-address", "pid")), SIGKILL);
+	::kill(guard, SIGKILL);
+	EXPECT_TRUE(ends("sleep"));
+	ASSERT_TRUE(m_host.hasAddress());
+	EXPECT_TRUE(happens([&] { return !m_host.hasAddress(); }, "end of the address"));
+	EXPECT_TRUE(tells("left behind by a killed program"));
 }
 
 TEST_F(ServiceTest, AFrozenSupervisorIsEnded)
