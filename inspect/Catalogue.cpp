@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <map>
-#include <utility>
 
 #include <Poco/RegularExpression.h>
 
@@ -77,25 +75,6 @@ private:
 	}
 };
 
-using Place = std::pair<std::string_view, int>;
-
-const std::map<Place, const CatalogueRow*>& byPlace()
-{
-	static const std::map<Place, const CatalogueRow*> rows = []
-	{
-		std::map<Place, const CatalogueRow*> result;
-		for (const CatalogueRow& row : catalogue())
-		{
-			if (row.number != 0)
-			{
-				result.emplace(Place(row.label, row.number), &row);
-			}
-		}
-		return result;
-	}();
-	return rows;
-}
-
 } // namespace
 
 std::string CatalogueRow::place() const
@@ -105,8 +84,9 @@ std::string CatalogueRow::place() const
 
 const CatalogueRow* findMessage(std::string_view label, int number)
 {
-	const auto found = byPlace().find(Place(label, number));
-	return found == byPlace().end() ? nullptr : found->second;
+	const auto found = std::ranges::find_if(catalogue(), [&](const CatalogueRow& row)
+	                                        { return row.number == number && row.label == label; });
+	return number == 0 || found == catalogue().end() ? nullptr : &*found;
 }
 
 bool canBe(const CatalogueRow& row, std::string_view text)
