@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -125,5 +126,22 @@ bool hasMarker(const std::string& address);
 /// @param address dotted IPv4; no name is resolved
 /// @return whether one was answered; nothing when this user may not ask
 std::optional<bool> answersPing(const std::string& address, int count);
+
+/// ---- ports and disk space -------------------------------------------------------
+
+/// Tries to listen as the agent does, and stops at once.
+/// @return whether another program has the port
+bool isPortTaken(const std::string& address, int port);
+
+/// @return whether the kernel may give the port to an outgoing connection;
+///         nothing when it does not tell
+std::optional<bool> isOutgoingPort(int port);
+
+/// @return the bytes that root may still write there; nothing when it is not known
+std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& directory);
+
+/// @return how many files may still be made there; nothing when it is not known or
+///         the file system has no such limit
+std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& directory);
 
 } // namespace velarix::inspect::host

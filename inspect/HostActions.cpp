@@ -1,21 +1,16 @@
 #include "inspect/HostActions.h"
 
-#include <array>
-#include <cerrno>
-#include <csignal>
 #include <optional>
 #include <thread>
+#include <vector>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "inspect/Descriptor.h"
 #include "inspect/HostProcesses.h"
+#include "inspect/HostProgram.h"
 
 namespace velarix::inspect::host
 {
@@ -23,81 +18,31 @@ namespace velarix::inspect::host
 namespace
 {
 
-int processDescriptor(pid_t pid)
+/// Runs a program in a network namespace of its own.
+ProgramEnd runUnshared(const std::vector<std::string>& command, std::chrono::milliseconds limit, bool shown)
 {
-	return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-}
-
-/// The child's side: never returns. A byte on `report` tells that there is no
-/// network namespace to be had; the shell's start closes it without one.
-[[noreturn]] void becomeShell(const char* command, int report)
-{
-	::setpgid(0, 0);
-	if (::unshare(CLONE_NEWNET) != 0)
-	{
-		[[maybe_unused]] const auto reported = ::write(report, "n", 1);
-		::_exit(127);
-	}
-	const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-	::dup2(nothing, STDIN_FILENO);
-	::dup2(STDERR_FILENO, STDOUT_FILENO);
-	::execl("/bin/sh", "sh", "-c", command, nullptr);
-	::_exit(127);
-}
-
-/// @return false when the time was over first
-bool awaitEnd(pid_t child, std::chrono::milliseconds limit)
-{
-	const Descriptor end(processDescriptor(child));
-	pollfd wanted{end.get(), POLLIN, 0};
-	int ready = 0;
-	do
-	{
-		ready = ::poll(&wanted, 1, static_cast<int>(limit.count()));
-	} while (ready < 0 && errno == EINTR);
-	return ready > 0;
+	std::vector<std::string> arguments{"unshare", "-n"};
+	arguments.insert(arguments.end(), command.begin(), command.end());
+	return runProgram({.arguments = arguments, .environment = {}, .input = {}, .limit = limit, .shown = shown});
 }
 
 } // namespace
 
 CommandEnd runWithoutNetwork(const std::string& command, std::chrono::milliseconds limit)
 {
-	std::array<int, 2> ends{};
-	if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+	constexpr std::chrono::seconds kProbe{10};
+	if (const ProgramEnd probe = runUnshared({"true"}, kProbe, false); !probe.fine())
 	{
-		return CommandEnd::notStarted;
+		return probe.status == ProgramEnd::kNotStarted ? CommandEnd::notStarted : CommandEnd::noNamespace;
 	}
-	const Descriptor report(ends[0]);
-	Descriptor childsReport(ends[1]);
-	const pid_t child = ::fork();
-	if (child == 0)
-	{
-		becomeShell(command.c_str(), childsReport.get());
-	}
-	childsReport.close();
-	if (child < 0)
-	{
-		return CommandEnd::notStarted;
-	}
-	char byte = 0;
-	const bool refused = ::read(report.get(), &byte, 1) == 1;
-	const bool inTime = awaitEnd(child, limit);
-	if (!inTime)
-	{
-		::kill(-child, SIGKILL);
-	}
-	::waitpid(child, nullptr, 0);
-	if (refused)
-	{
-		return CommandEnd::noNamespace;
-	}
-	return inTime ? CommandEnd::ended : CommandEnd::tooLong;
+	const ProgramEnd end = runUnshared({"/bin/sh", "-c", command}, limit, true);
+	return end.inTime ? CommandEnd::ended : CommandEnd::tooLong;
 }
 
 bool signalProcess(pid_t pid, const std::string& name, int signal)
 {
 	// The descriptor is opened before the name is read: it stays that process.
-	const Descriptor target(processDescriptor(pid));
+	const Descriptor target(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
 	const std::optional<Process> found = process(pid);
 	return target.get() >= 0 && found && found->name == name &&
 	       ::syscall(SYS_pidfd_send_signal, target.get(), signal, nullptr, 0) == 0;

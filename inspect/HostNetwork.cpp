@@ -4,7 +4,6 @@
 #include <array>
 #include <bit>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -19,6 +18,8 @@
 #include <unistd.h>
 
 #include <Poco/String.h>
+
+#include "inspect/HostProgram.h"
 
 namespace velarix::inspect::host
 {
@@ -68,24 +69,16 @@ std::string dotted(const sockaddr* address)
 	return text.data();
 }
 
-/// @return what a tool prints
-std::string outputOf(const std::string& command)
+/// @return what a tool prints; discarded when it is no JSON
+nlohmann::json jsonOf(const std::vector<std::string>& tool)
 {
-	std::string text;
-	const std::unique_ptr<FILE, int (*)(FILE*)> output(::popen((command + " 2>/dev/null").c_str(), "re"), &::pclose);
-	std::array<char, 1024> piece{};
-	while (output != nullptr && std::fgets(piece.data(), piece.size(), output.get()) != nullptr)
-	{
-		text += piece.data();
-	}
-	return text;
+	return nlohmann::json::parse(outputOf(tool), nullptr, /*allow_exceptions=*/false);
 }
 
-/// @return what a tool prints of an address; nothing for what is no address
-std::string outputOf(const std::string& command, const std::string& address)
+bool isAddress(const std::string& text)
 {
 	in_addr parsed{};
-	return ::inet_pton(AF_INET, address.c_str(), &parsed) == 1 ? outputOf(command + " " + address) : "";
+	return ::inet_pton(AF_INET, text.c_str(), &parsed) == 1;
 }
 
 /// "ip" shows the permanent address only where it is not the present one.
@@ -105,8 +98,7 @@ int prefixOf(const sockaddr* mask)
 
 std::vector<Link> links()
 {
-	const nlohmann::json all =
-	    nlohmann::json::parse(outputOf("ip -j -d link show"), nullptr, /*allow_exceptions=*/false);
+	const nlohmann::json all = jsonOf({"ip", "-j", "-d", "link", "show"});
 	std::vector<Link> result;
 	for (const nlohmann::json& link : all.is_array() ? all : nlohmann::json::array())
 	{
@@ -120,8 +112,7 @@ std::vector<Link> links()
 
 std::optional<std::string> interfaceTo(const std::string& address)
 {
-	const nlohmann::json routes =
-	    nlohmann::json::parse(outputOf("ip -j route get", address), nullptr, /*allow_exceptions=*/false);
+	const nlohmann::json routes = isAddress(address) ? jsonOf({"ip", "-j", "route", "get", address}) : nlohmann::json();
 	return routes.is_array() && !routes.empty() && routes[0].contains("dev")
 	           ? std::optional<std::string>(routes[0]["dev"])
 	           : std::nullopt;
@@ -130,7 +121,8 @@ std::optional<std::string> interfaceTo(const std::string& address)
 std::optional<std::string> holderOf(const std::string& address, const std::string& interface)
 {
 	// "Unicast reply from 198.51.100.10 [52:54:00:00:00:02]  0.6ms"
-	const std::string text = outputOf("arping -D -c 1 -w 1 -I '" + interface + "'", address);
+	const std::string text =
+	    isAddress(address) ? outputOf({"arping", "-D", "-c", "1", "-w", "1", "-I", interface, address}) : "";
 	const std::size_t begin = text.find('[');
 	const std::size_t end = text.find(']', begin);
 	if (end == std::string::npos)

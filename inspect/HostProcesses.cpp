@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -33,21 +34,6 @@ std::string_view behindTab(std::string_view line)
 fs::path directoryOf(pid_t pid)
 {
 	return fs::path("/proc") / std::to_string(pid);
-}
-
-/// @return seconds since 1970 at which the machine was started
-std::optional<long long> bootTime()
-{
-	std::ifstream file("/proc/stat");
-	for (std::string word; file >> word;)
-	{
-		long long seconds = 0;
-		if (word == "btime" && file >> seconds)
-		{
-			return seconds;
-		}
-	}
-	return std::nullopt;
 }
 
 /// @return clock ticks since the machine's start, the 22nd field of the line
@@ -135,10 +121,10 @@ std::string standardOutput(pid_t pid)
 	return linkText(directoryOf(pid) / "fd/1");
 }
 
-std::optional<std::vector<pid_t>> processIds()
+std::optional<std::vector<pid_t>> processIds(const std::string& directory)
 {
 	std::error_code error;
-	fs::directory_iterator entries("/proc", error);
+	fs::directory_iterator entries(directory, error);
 	if (error)
 	{
 		return std::nullopt;
@@ -180,14 +166,15 @@ bool isThere(pid_t pid)
 
 std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid)
 {
-	const std::optional<long long> boot = bootTime();
 	const std::optional<long long> ticks = startTicks(pid);
 	const long perSecond = ::sysconf(_SC_CLK_TCK);
-	if (!boot || !ticks || perSecond <= 0)
+	if (!ticks || perSecond <= 0)
 	{
 		return std::nullopt;
 	}
-	return std::chrono::system_clock::time_point(std::chrono::seconds(*boot)) +
+	timespec up{};
+	::clock_gettime(CLOCK_BOOTTIME, &up);
+	return std::chrono::system_clock::now() - std::chrono::seconds(up.tv_sec) +
 	       std::chrono::milliseconds(*ticks * 1000 / perSecond);
 }
 

@@ -9,6 +9,8 @@
 
 #include <sys/types.h>
 
+#include "inspect/Names.h"
+
 namespace velarix::inspect::host
 {
 
@@ -38,10 +40,17 @@ struct Process
 
 /// @return whether it is an agent of this node: root's, and of the agent's own
 ///         file. Any user can give a process of his the agent's name
-bool isAgent(const Process& process);
+inline bool isAgent(const Process& process)
+{
+	// Who may not ask for the file has the user alone to go by.
+	const bool fileFits = process.executable.empty() || process.executable == kAgentFile ||
+	                      process.executable == std::string(kAgentFile) + " (deleted)";
+	return process.name == kAgentName && process.user == 0 && !process.inContainer && fileFits;
+}
 
-/// @return the ids of all processes, ascending; nothing when /proc cannot be listed
-std::optional<std::vector<pid_t>> processIds();
+/// @param directory of /proc, as "/proc/1/task" for the threads of a process
+/// @return the ids of all processes, ascending; nothing when it cannot be listed
+std::optional<std::vector<pid_t>> processIds(const std::string& directory = "/proc");
 
 /// @return every process, by ascending pid; nothing when /proc cannot be listed
 std::optional<std::vector<Process>> processes();

@@ -27,7 +27,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kMostOutput = 16UL * 1024UL * 1024UL;
 constexpr std::size_t kMostErrors = 4096;
-constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
 /// The process group that is running; for the signal handler.
@@ -184,13 +183,15 @@ ProgramEnd runProgram(const ProgramCall& call)
 	Catcher errors(result.errors, kMostErrors);
 	const Descriptor input = inputFile(call.input);
 	// posix_spawn sets it with all signals blocked, so no signal comes between.
-	const int error = input ? start(call, input.get(), output.childsEnd(), errors.childsEnd(), runningGroup) : errno;
+	const int error = input ? start(call, input.get(), call.shown ? STDERR_FILENO : output.childsEnd(),
+	                                call.shown ? STDERR_FILENO : errors.childsEnd(), runningGroup)
+	                        : errno;
 	const pid_t child = runningGroup;
 	output.started();
 	errors.started();
 	if (error != 0)
 	{
-		result.status = kNotStarted;
+		result.status = ProgramEnd::kNotStarted;
 		result.errors = call.arguments.front() + ": " + std::strerror(error);
 		return result;
 	}
@@ -205,6 +206,13 @@ ProgramEnd runProgram(const ProgramCall& call)
 	::waitpid(child, &status, 0);
 	result.status = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
 	return result;
+}
+
+std::string outputOf(const std::vector<std::string>& arguments, const std::string& input)
+{
+	constexpr std::chrono::seconds kLimit{10};
+	const ProgramEnd end = runProgram({.arguments = arguments, .environment = {}, .input = input, .limit = kLimit});
+	return end.inTime ? end.output : "";
 }
 
 void endWithProgram()

@@ -18,11 +18,15 @@ struct ProgramCall
 	std::string input;
 	/// After it the program and all that it has left in its process group are killed.
 	std::chrono::milliseconds limit{};
+	/// What it prints goes to our standard error, and is not kept.
+	bool shown = false;
 };
 
 struct ProgramEnd
 {
-	/// The exit status; 127 when it could not be started, 128 and the number of the
+	static constexpr int kNotStarted = 127;
+
+	/// The exit status; kNotStarted when it could not be started, 128 and the number of the
 	/// signal that ended it.
 	int status = 0;
 	bool inTime = true;
@@ -40,6 +44,9 @@ struct ProgramEnd
 /// the group is killed; what a program that ends in time leaves behind goes on, as a mail
 /// program's delivery must. Only for programs of one thread.
 ProgramEnd runProgram(const ProgramCall& call);
+
+/// @return what a tool of the system prints; whatever its status; nothing when it takes longer than 10 s
+std::string outputOf(const std::vector<std::string>& arguments, const std::string& input = {});
 
 /// From now on SIGTERM ends this process and the process group of the running program.
 void endWithProgram();

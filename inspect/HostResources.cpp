@@ -1,15 +1,18 @@
-#include "inspect/HostResources.h"
+#include "inspect/Host.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <sstream>
 #include <system_error>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+
+#include "inspect/Pattern.h"
 
 namespace velarix::inspect::host
 {
@@ -42,24 +45,13 @@ namespace
 /// @return whether a list like "7000,8000-8010" names the port
 bool names(const std::string& list, int port)
 {
-	std::istringstream ranges(list);
-	for (std::string range; std::getline(ranges, range, ',');)
-	{
-		std::istringstream text(range);
-		int first = 0;
-		int last = 0;
-		char dash = '\0';
-		if (!(text >> first))
-		{
-			continue;
-		}
-		last = text >> dash >> last ? last : first;
-		if (first <= port && port <= last)
-		{
-			return true;
-		}
-	}
-	return false;
+	const std::vector<Pattern::Groups> ranges = Pattern("(\\d+)(?:-(\\d+))?").all(list);
+	return std::ranges::any_of(ranges,
+	                           [&](const Pattern::Groups& range)
+	                           {
+		                           const int first = std::stoi(range[1]);
+		                           return first <= port && port <= (range[2].empty() ? first : std::stoi(range[2]));
+	                           });
 }
 
 } // namespace

@@ -1,13 +1,5 @@
 #include "inspect/HostTunnel.h"
 
-#include <sstream>
-#include <vector>
-
-#include <Poco/Exception.h>
-#include <Poco/Pipe.h>
-#include <Poco/PipeStream.h>
-#include <Poco/Process.h>
-#include <Poco/StreamCopier.h>
 #include <Poco/String.h>
 #include <Poco/StringTokenizer.h>
 
@@ -18,38 +10,9 @@
 namespace velarix::inspect::host
 {
 
-namespace
-{
-
-/// @return what the tool prints; empty when it fails
-std::string outputOf(const std::string& tool, const std::vector<std::string>& arguments, const std::string& input = {})
-{
-	try
-	{
-		Poco::Pipe in;
-		Poco::Pipe out;
-		Poco::Pipe errors;
-		const Poco::ProcessHandle process = Poco::Process::launch(tool, arguments, &in, &out, &errors);
-		errors.close(Poco::Pipe::CLOSE_READ);
-		Poco::PipeOutputStream toTool(in);
-		toTool << input;
-		toTool.close();
-		std::string text;
-		Poco::PipeInputStream stream(out);
-		Poco::StreamCopier::copyToString(stream, text);
-		return process.wait() == 0 ? text : std::string();
-	}
-	catch (const Poco::Exception&)
-	{
-		return {};
-	}
-}
-
-} // namespace
-
 std::optional<TunnelSession> tunnelSession()
 {
-	const std::string dump = outputOf("wg", {"show", kTunnelInterface, "dump"});
+	const std::string dump = outputOf({"wg", "show", kTunnelInterface, "dump"});
 	// The first line is the interface's own, and holds its private key.
 	const std::size_t peer = dump.find('\n');
 	const Poco::StringTokenizer fields(peer == std::string::npos ? "" : dump.substr(peer + 1), "\t\n");
@@ -70,8 +33,8 @@ std::optional<TunnelSession> tunnelSession()
 
 std::string tunnelRules()
 {
-	return outputOf("nft", {"list", "table", "inet", "velarix_tunnel"}) +
-	       outputOf("nft", {"list", "table", "inet", "velarix"});
+	return outputOf({"nft", "list", "table", "inet", "velarix_tunnel"}) +
+	       outputOf({"nft", "list", "table", "inet", "velarix"});
 }
 
 std::string rulesRefusal(const std::filesystem::path& file)
@@ -94,13 +57,13 @@ std::string rulesRefusal(const std::filesystem::path& file)
 
 std::string newTunnelKey()
 {
-	return Poco::trim(outputOf("wg", {"genkey"}));
+	return Poco::trim(outputOf({"wg", "genkey"}));
 }
 
 std::string publicKeyOf(const std::string& privateKey)
 {
 	// Without wg nobody would read what is written.
-	return privateKey.empty() ? "" : Poco::trim(outputOf("wg", {"pubkey"}, privateKey + "\n"));
+	return privateKey.empty() ? "" : Poco::trim(outputOf({"wg", "pubkey"}, privateKey + "\n"));
 }
 
 } // namespace velarix::inspect::host

@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <system_error>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "inspect/Descriptor.h"
 #include "inspect/ExitCode.h"
-#include "inspect/LineStream.h"
 
 namespace velarix::inspect
 {
@@ -27,6 +27,21 @@ namespace
 
 } // namespace
 
+Descriptor openRegular(const std::filesystem::path& path)
+{
+	// Without O_NONBLOCK a pipe in the file's place would be waited for.
+	Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+	struct stat found
+	{
+	};
+	if (file && ::fstat(file.get(), &found) == 0 && !S_ISREG(found.st_mode))
+	{
+		file.close();
+		errno = S_ISDIR(found.st_mode) ? EISDIR : EINVAL;
+	}
+	return file;
+}
+
 std::string readInputFile(const std::filesystem::path& path)
 {
 	const Descriptor file = openRegular(path);
@@ -36,26 +51,14 @@ std::string readInputFile(const std::filesystem::path& path)
 	}
 	std::string text(kLargestInput + 1, '\0');
 	std::size_t size = 0;
-	while (size < text.size())
+	ssize_t count = 0;
+	while ((count = ::read(file.get(), text.data() + size, text.size() - size)) > 0)
 	{
-		const ssize_t count = ::read(file.get(), text.data() + size, text.size() - size);
-		if (count < 0 && errno == EINTR)
-		{
-			continue;
-		}
-		if (count < 0)
-		{
-			fail(path, errno);
-		}
-		if (count == 0)
-		{
-			break;
-		}
 		size += static_cast<std::size_t>(count);
 	}
-	if (size > kLargestInput)
+	if (count < 0 || size > kLargestInput)
 	{
-		fail(path, EFBIG);
+		fail(path, count < 0 ? errno : EFBIG);
 	}
 	text.resize(size);
 	return text;

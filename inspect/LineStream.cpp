@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <Poco/Exception.h>
 #include <Poco/FileStream.h>
 #include <Poco/InflatingStream.h>
+
+#include "inspect/InputFile.h"
 
 namespace velarix::inspect
 {
@@ -25,45 +27,31 @@ FileId idOf(const struct stat& found)
 	return {found.st_dev, found.st_ino};
 }
 
-class PlainBytes : public ByteSource
+/// An open file, whatever has its name meanwhile.
+class FileBytes : public ByteSource
 {
 public:
-	PlainBytes(Descriptor file, const FileId& id) : m_file(std::move(file)), m_id(id) {}
-
-	ssize_t read(char* buffer, std::size_t size) override
+	/// @param packed unpacks it while it is read
+	FileBytes(Descriptor file, const FileId& id, bool packed) : m_file(std::move(file)), m_id(id)
 	{
-		ssize_t count = 0;
-		do
+		if (packed)
 		{
-			count = ::read(m_file.get(), buffer, size);
-		} while (count < 0 && errno == EINTR);
-		return count;
-	}
-
-	FileId id() const override { return m_id; }
-
-private:
-	Descriptor m_file;
-	FileId m_id;
-};
-
-class PackedBytes : public ByteSource
-{
-public:
-	/// Reads the file that is open, whatever has its name meanwhile.
-	PackedBytes(const Descriptor& file, const FileId& id)
-	    : m_packed("/proc/self/fd/" + std::to_string(file.get())),
-	      m_plain(m_packed, Poco::InflatingStreamBuf::STREAM_GZIP), m_id(id)
-	{
+			m_packed.open("/proc/self/fd/" + std::to_string(m_file.get()), std::ios::in);
+			m_plain.emplace(m_packed, Poco::InflatingStreamBuf::STREAM_GZIP);
+		}
 	}
 
 	ssize_t read(char* buffer, std::size_t size) override
 	{
-		m_plain.read(buffer, static_cast<std::streamsize>(size));
-		const std::streamsize count = m_plain.gcount();
+		if (!m_plain)
+		{
+			return ::read(m_file.get(), buffer, size);
+		}
+		m_plain->read(buffer, static_cast<std::streamsize>(size));
+		const std::streamsize count = m_plain->gcount();
 		// The library's stream swallows its own exceptions; a packed file that ends
 		// well is at its end, a damaged one is not.
-		if (count == 0 && m_plain.bad())
+		if (count == 0 && m_plain->bad())
 		{
 			errno = EIO;
 			return -1;
@@ -74,9 +62,10 @@ public:
 	FileId id() const override { return m_id; }
 
 private:
-	Poco::FileInputStream m_packed;
-	Poco::InflatingInputStream m_plain;
+	Descriptor m_file;
 	FileId m_id;
+	Poco::FileInputStream m_packed;
+	std::optional<Poco::InflatingInputStream> m_plain;
 };
 
 } // namespace
@@ -102,21 +91,6 @@ bool lookAt(const std::filesystem::path& path, FileId& id, std::uint64_t& size)
 	return true;
 }
 
-Descriptor openRegular(const std::filesystem::path& path)
-{
-	// Without O_NONBLOCK a pipe in the file's place would be waited for.
-	Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-	struct stat found
-	{
-	};
-	if (file && ::fstat(file.get(), &found) == 0 && !S_ISREG(found.st_mode))
-	{
-		file.close();
-		errno = S_ISDIR(found.st_mode) ? EISDIR : EINVAL;
-	}
-	return file;
-}
-
 std::unique_ptr<ByteSource> openBytes(const std::filesystem::path& path)
 {
 	Descriptor file = openRegular(path);
@@ -127,13 +101,9 @@ std::unique_ptr<ByteSource> openBytes(const std::filesystem::path& path)
 	{
 		return nullptr;
 	}
-	if (path.extension() != ".gz")
-	{
-		return std::make_unique<PlainBytes>(std::move(file), idOf(found));
-	}
 	try
 	{
-		return std::make_unique<PackedBytes>(file, idOf(found));
+		return std::make_unique<FileBytes>(std::move(file), idOf(found), path.extension() == ".gz");
 	}
 	catch (const Poco::Exception&)
 	{

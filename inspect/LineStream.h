@@ -36,10 +36,6 @@ struct FileId
 /// @return the file's id and size; false when there is no such file (errno)
 bool lookAt(const std::filesystem::path& path, FileId& id, std::uint64_t& size);
 
-/// @return a regular file open for reading; none, with errno, otherwise: EISDIR or
-///         EINVAL for what is no regular file
-Descriptor openRegular(const std::filesystem::path& path);
-
 /// Where bytes come from.
 class ByteSource
 {

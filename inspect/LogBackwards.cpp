@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "inspect/InputFile.h"
 #include "inspect/LineStream.h"
 #include "inspect/LogReader.h"
 #include "inspect/MessageJoiner.h"
@@ -21,22 +21,6 @@ namespace
 {
 
 constexpr std::size_t kBlock = 64UL * 1024UL;
-
-/// @return which file it is and how long; zeros when that is not known
-struct stat statusOf(const Descriptor& file)
-{
-	struct stat found
-	{
-	};
-	::fstat(file.get(), &found);
-	return found;
-}
-
-FileId idOf(const Descriptor& file)
-{
-	const struct stat found = statusOf(file);
-	return {found.st_dev, found.st_ino};
-}
 
 /// Unpacks a file into one without a name, since packed bytes cannot be read
 /// from their end.
@@ -97,7 +81,7 @@ public:
 	{
 		std::string text;
 		bool ended = unfinished;
-		for (off_t from = statusOf(file).st_size; from > 0;)
+		for (off_t from = ::lseek(file.get(), 0, SEEK_END); from > 0;)
 		{
 			// Twice as much each time while no message begins in it.
 			const off_t size = std::min(from, static_cast<off_t>(std::max(kBlock, text.size())));
@@ -173,6 +157,9 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 	// file an archive, and nothing is missed.
 	const Descriptor written = openFile(path);
 	int error = written ? 0 : errno;
+	FileId writtenId;
+	std::uint64_t ignored = 0;
+	lookAt("/proc/self/fd/" + std::to_string(written.get()), writtenId, ignored);
 	bool more = !written || messages.readFile(written, false, error);
 	if (error != 0)
 	{
@@ -185,12 +172,14 @@ void readBackwards(const std::filesystem::path& path, Instant near, const std::f
 		{
 			continue;
 		}
+		FileId id;
+		const bool isWritten = written && lookAt(archive->path, id, ignored) && id == writtenId;
 		const Descriptor file = openFile(archive->path);
 		if (!file)
 		{
 			trouble.push_back({archive->path, errno});
 		}
-		else if (!written || idOf(file) != idOf(written))
+		else if (!isWritten)
 		{
 			more = messages.readFile(file, true, error);
 			if (error != 0)

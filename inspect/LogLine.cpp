@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
+#include <ranges>
 #include <vector>
 
 #include "inspect/Number.h"
@@ -249,15 +250,9 @@ std::optional<Heartbeat> parseHeartbeat(std::string_view text)
 		text.remove_suffix(1);
 	}
 	std::vector<std::string_view> fields;
-	for (;;)
+	for (const auto field : std::views::split(text, '/'))
 	{
-		const std::size_t end = text.find('/');
-		fields.push_back(text.substr(0, end));
-		if (end == std::string_view::npos)
-		{
-			break;
-		}
-		text.remove_prefix(end + 1);
+		fields.emplace_back(field.begin(), field.end());
 	}
 	if (fields.size() < 6 || !fields[1].starts_with("process"))
 	{

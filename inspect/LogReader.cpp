@@ -48,12 +48,18 @@ bool LogReader::next(LogLine& line)
 
 bool LogReader::last(LogLine& line)
 {
+	finish();
+	return m_joiner.take(line);
+}
+
+/// What was read so far is all of its message.
+void LogReader::finish()
+{
 	if (m_stream != nullptr && m_stream->rest(m_raw))
 	{
 		m_joiner.add(m_raw);
 	}
 	m_joiner.finish();
-	return m_joiner.take(line);
 }
 
 /// Queues the files that are wanted, the one that is being written last.
@@ -80,9 +86,7 @@ void LogReader::list(const std::function<bool(const LogFile&)>& wanted)
 
 void LogReader::tell(const std::filesystem::path& path, int error)
 {
-	const auto reported =
-	    std::find_if(m_trouble.begin(), m_trouble.end(), [&](const LogTrouble& one) { return one.path == path; });
-	if (reported == m_trouble.end())
+	if (std::ranges::find(m_trouble, path, &LogTrouble::path) == m_trouble.end())
 	{
 		m_trouble.push_back({path, error});
 	}
@@ -136,18 +140,28 @@ bool LogReader::goOn()
 		followRotation();
 		return true;
 	}
-	switch (fate())
+	return followFile();
+}
+
+/// At the end of the file that is being written.
+/// @return false when nothing more is there at present
+bool LogReader::followFile()
+{
+	FileId id;
+	std::uint64_t size = 0;
+	// Between the two steps of a rotation there is no file.
+	const bool there = lookAt(m_path, id, size);
+	if (there && id != m_stream->id())
 	{
-	case Fate::replaced:
 		// What was written between the last read and the rotation is still there.
 		m_leaving = true;
 		return true;
-	case Fate::cutDown:
+	}
+	if (there && size < m_stream->position())
+	{
 		leave();
 		m_queue.push_front({m_path, std::nullopt});
 		return true;
-	case Fate::growing:
-		break;
 	}
 	if (!m_stream->hasRest())
 	{
@@ -156,29 +170,10 @@ bool LogReader::goOn()
 	return false;
 }
 
-LogReader::Fate LogReader::fate() const
-{
-	FileId id;
-	std::uint64_t size = 0;
-	if (!lookAt(m_path, id, size))
-	{
-		return Fate::growing; // between the two steps of a rotation
-	}
-	if (id != m_stream->id())
-	{
-		return Fate::replaced;
-	}
-	return size < m_stream->position() ? Fate::cutDown : Fate::growing;
-}
-
 /// No message goes on in another file.
 void LogReader::leave()
 {
-	if (m_stream->rest(m_raw))
-	{
-		m_joiner.add(m_raw);
-	}
-	m_joiner.finish();
+	finish();
 	m_stream.reset();
 }
 

@@ -73,14 +73,6 @@ public:
 	const std::vector<LogTrouble>& trouble() const { return m_trouble; }
 
 private:
-	/// What has become of the file that is being written.
-	enum class Fate
-	{
-		growing,
-		cutDown,
-		replaced
-	};
-
 	const std::filesystem::path m_path;
 	std::deque<LogFile> m_queue;
 	/// The archives that have been read, are in the queue, or are older than that.
@@ -99,7 +91,8 @@ private:
 	void tell(const std::filesystem::path& path, int error);
 	bool openNext();
 	bool goOn();
-	Fate fate() const;
+	bool followFile();
+	void finish();
 	void leave();
 	void followRotation();
 };

@@ -51,36 +51,26 @@ void MessageJoiner::add(const RawLine& line)
 
 void MessageJoiner::addPiece(std::string_view piece, std::uint64_t cut)
 {
-	if (std::optional<LogLine> message = parseHead(piece, m_clock))
+	std::optional<LogLine> message = parseHead(piece, m_clock);
+	if (!message && m_begun)
 	{
-		finish();
-		begin(std::move(*message), cut);
+		appendLine(*m_begun, piece, cut);
+		return;
 	}
-	else if (m_hasBegun)
+	finish();
+	if (!message)
 	{
-		appendLine(m_begun, piece, cut);
+		message.emplace().text = piece;
 	}
-	else
-	{
-		LogLine rest;
-		rest.text = piece;
-		begin(std::move(rest), cut);
-	}
-}
-
-void MessageJoiner::begin(LogLine message, std::uint64_t cut)
-{
+	message->cut = cut;
 	m_begun = std::move(message);
-	m_begun.cut = cut;
-	m_hasBegun = true;
 }
 
 void MessageJoiner::finish()
 {
-	if (m_hasBegun)
+	if (m_begun)
 	{
-		m_whole.push_back(std::move(m_begun));
-		m_hasBegun = false;
+		m_whole.push_back(*std::exchange(m_begun, std::nullopt));
 	}
 }
 

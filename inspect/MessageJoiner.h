@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -31,12 +32,10 @@ public:
 
 private:
 	LogClock m_clock;
-	LogLine m_begun{}; ///< of use only when there is one
-	bool m_hasBegun = false;
+	std::optional<LogLine> m_begun;
 	std::deque<LogLine> m_whole;
 
 	void addPiece(std::string_view piece, std::uint64_t cut);
-	void begin(LogLine message, std::uint64_t cut);
 };
 
 } // namespace velarix::inspect

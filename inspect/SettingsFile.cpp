@@ -16,107 +16,46 @@ namespace velarix::inspect
 namespace
 {
 
-/// Walks over the text as the library's parser does: white space before a line,
-/// empty lines included, is skipped, and what follows the "]" of a section is
-/// looked at like a line of its own.
-class Splitter
+/// Without the white space at its beginning, as the library's parser sees it.
+std::string_view withoutFront(std::string_view text)
 {
-public:
-	explicit Splitter(std::string_view text) : m_text(text) {}
+	const auto* const begin = std::ranges::find_if_not(text, [](unsigned char c) { return Poco::Ascii::isSpace(c); });
+	return {begin, text.end()};
+}
 
-	SettingLines split()
-	{
-		while (skipSpace())
-		{
-			if (m_text[m_at] == ';')
-			{
-				takeUntil("\n");
-			}
-			else if (m_text[m_at] == '[')
-			{
-				takeSection();
-			}
-			else
-			{
-				takeKey();
-			}
-		}
-		return std::move(m_result);
-	}
-
-private:
-	/// @return false at the end of the text
-	bool skipSpace()
-	{
-		while (m_at < m_text.size() && Poco::Ascii::isSpace(static_cast<unsigned char>(m_text[m_at])))
-		{
-			step();
-		}
-		return m_at < m_text.size();
-	}
-
-	void step()
-	{
-		if (m_text[m_at] == '\n')
-		{
-			++m_line;
-		}
-		++m_at;
-	}
-
-	/// @return what stands before the first of the stops, which is consumed
-	std::string takeUntil(std::string_view stops)
-	{
-		const std::size_t end = std::min(m_text.find_first_of(stops, m_at), m_text.size());
-		std::string taken(m_text.substr(m_at, end - m_at));
-		m_at = end;
-		m_stop = '\0';
-		if (m_at < m_text.size())
-		{
-			m_stop = m_text[m_at];
-			step();
-		}
-		return taken;
-	}
-
-	void takeSection()
-	{
-		const int line = m_line;
-		++m_at;
-		m_section = Poco::trim(takeUntil("]\n"));
-		m_result.sections.push_back({m_section, line});
-	}
-
-	void takeKey()
-	{
-		SettingLine line;
-		line.line = m_line;
-		line.key = Poco::trim(takeUntil("=\n"));
-		if (!m_section.empty())
-		{
-			line.key.insert(0, m_section + ".");
-		}
-		line.assigned = m_stop == '=';
-		if (line.assigned)
-		{
-			line.value = Poco::trim(takeUntil("\n"));
-		}
-		m_result.keys.push_back(std::move(line));
-	}
-
-	std::string_view m_text;
-	std::size_t m_at = 0;
-	int m_line = 1;
-	char m_stop = '\0';
-	std::string m_section;
-	SettingLines m_result;
-};
+std::string trimmed(std::string_view text)
+{
+	return Poco::trim(std::string(text));
+}
 
 } // namespace
 
 SettingLines splitSettings(std::string_view text)
 {
-	return Splitter(text).split();
+	SettingLines result;
+	std::string section;
+	for (int number = 1; !text.empty(); ++number)
+	{
+		const std::size_t end = std::min(text.find('\n'), text.size());
+		std::string_view line = text.substr(0, end);
+		text.remove_prefix(std::min(end + 1, text.size()));
+		// What follows the "]" of a section is looked at like a line of its own.
+		while (!(line = withoutFront(line)).empty() && line.front() == '[')
+		{
+			const std::size_t close = std::min(line.find(']'), line.size());
+			section = trimmed(line.substr(1, close - 1));
+			result.sections.push_back({section, number});
+			line.remove_prefix(std::min(close + 1, line.size()));
+		}
+		if (!line.empty() && line.front() != ';')
+		{
+			const std::size_t equals = line.find('=');
+			const bool assigned = equals != std::string_view::npos;
+			result.keys.push_back({(section.empty() ? "" : section + ".") + trimmed(line.substr(0, equals)),
+			                       assigned ? trimmed(line.substr(equals + 1)) : "", number, assigned});
+		}
+	}
+	return result;
 }
 
 SettingsFile SettingsFile::load(const std::filesystem::path& path)

@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -22,7 +21,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "inspect/Number.h"
+#include "inspect/HostProcesses.h"
 #include "keeper/Loop.h"
 #include "keeper/Runtime.h"
 
@@ -32,10 +31,10 @@ namespace velarix::keeper
 namespace
 {
 
-/// In the environment of everything a service starts: its program's name. What remains of a
-/// supervisor that was killed is found by it.
 /// How the agent starts its programs.
 constexpr const char* kRunScript = "/usr/velarix/bin/ini/processList.sh";
+/// In the environment of everything a service starts: its program's name. What remains of a
+/// supervisor that was killed is found by it.
 constexpr const char* kServiceVariable = "VELARIX_SERVICE";
 
 /// @return whether everything could be set
@@ -103,26 +102,16 @@ void runChild(const ServiceSettings& service, const std::string& program, const 
 	}
 }
 
-/// @return the entries of a directory of /proc that are numbers
-std::vector<pid_t> numbersIn(const std::string& path)
+/// @return the processes of /proc, or the threads of one of them
+std::vector<pid_t> idsIn(const std::string& directory)
 {
-	namespace fs = std::filesystem;
-	std::vector<pid_t> numbers;
-	std::error_code error;
-	for (fs::directory_iterator entry(path, error); entry != fs::directory_iterator(); entry.increment(error))
-	{
-		if (const auto number = inspect::numberIn<pid_t>(entry->path().filename().string()))
-		{
-			numbers.push_back(*number);
-		}
-	}
-	return numbers;
+	return inspect::host::processIds(directory).value_or(std::vector<pid_t>());
 }
 
 void addChildren(pid_t pid, std::vector<pid_t>& found)
 {
 	const std::string tasks = "/proc/" + std::to_string(pid) + "/task/";
-	for (const pid_t task : numbersIn(tasks))
+	for (const pid_t task : idsIn(tasks))
 	{
 		std::ifstream list(tasks + std::to_string(task) + "/children");
 		found.insert(found.end(), std::istream_iterator<pid_t>(list), {});
@@ -133,7 +122,7 @@ void addChildren(pid_t pid, std::vector<pid_t>& found)
 std::vector<pid_t> processesOf(const std::string& program)
 {
 	const std::string wanted = '\0' + std::string(kServiceVariable) + "=" + program + '\0';
-	std::vector<pid_t> found = numbersIn("/proc");
+	std::vector<pid_t> found = idsIn("/proc");
 	std::erase_if(found,
 	              [&](pid_t pid)
 	              {
@@ -170,7 +159,7 @@ bool isStarting(pid_t pid)
 void waitForStart(Millis limit)
 {
 	const Millis end = now() + limit;
-	while (std::ranges::any_of(numbersIn("/proc"), isStarting) && now() < end)
+	while (std::ranges::any_of(idsIn("/proc"), isStarting) && now() < end)
 	{
 		::poll(nullptr, 0, 5);
 	}

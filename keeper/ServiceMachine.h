@@ -68,7 +68,7 @@ struct ServiceMachine
 	int restarted = 0;   ///< since the supervisor's start
 	Millis since = 0;
 	Millis timerAt = kNever;
-	std::deque<Millis> deaths; ///< within `within`
+	std::deque<Millis> deaths{}; ///< within `within`
 };
 
 struct ServiceActions

@@ -2,16 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <set>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sysexits.h>
 
-#include "inspect/Descriptor.h"
+#include "inspect/ExitCode.h"
+#include "inspect/InputFile.h"
 
 namespace velarix::keeper
 {
@@ -20,7 +17,6 @@ namespace
 {
 
 constexpr std::string_view kBlanks = " \t\r";
-constexpr off_t kLargestFile = 1 << 20;
 
 std::string_view trim(std::string_view text)
 {
@@ -34,34 +30,6 @@ bool isForShell(std::string_view word)
 {
 	const bool numbered = word.size() > 1 && word[0] >= '0' && word[0] <= '9' && (word[1] == '<' || word[1] == '>');
 	return numbered || word.find_first_of("|&<>") == 0 || (word.ends_with(';') && !word.ends_with("\\;"));
-}
-
-/// @return the first such word outside of quotes; empty for none
-std::string shellWord(std::string_view value)
-{
-	std::string word;
-	char quote = 0;
-	for (std::size_t i = 0; i <= value.size(); ++i)
-	{
-		const char sign = i < value.size() ? value[i] : ' ';
-		if (quote != 0 || (sign != ' ' && sign != '\t'))
-		{
-			const bool turns = (sign == '"' || sign == '\'') && (quote == 0 || quote == sign) && !word.ends_with('\\');
-			quote = turns ? (quote == 0 ? sign : '\0') : quote;
-			word += sign;
-			continue;
-		}
-		if (word.starts_with(';'))
-		{
-			break; // a comment
-		}
-		if (isForShell(word))
-		{
-			return word;
-		}
-		word.clear();
-	}
-	return {};
 }
 
 bool hasTypographicQuotes(std::string_view value)
@@ -133,7 +101,7 @@ private:
 		const std::size_t blank = std::min(inner.find_first_of(" \t"), inner.size());
 		if (inner == "address")
 		{
-			startAddress();
+			startOnly("address", m_settings.address.line);
 		}
 		else if (inner.substr(0, blank) == "service" && blank < inner.size())
 		{
@@ -141,7 +109,7 @@ private:
 		}
 		else if (inner == "reachability")
 		{
-			startReach();
+			startOnly("reachability", m_settings.reach.line);
 		}
 		else
 		{
@@ -149,9 +117,6 @@ private:
 			    "there are [address], [service NAME] and [reachability]");
 		}
 	}
-
-	void startAddress() { startOnly("address", m_settings.address.line); }
-	void startReach() { startOnly("reachability", m_settings.reach.line); }
 
 	/// A section that there is once.
 	void startOnly(std::string_view section, int& line)
@@ -188,10 +153,9 @@ private:
 
 	void parseKey(std::string_view name, std::string_view value)
 	{
-		const std::vector<KeyInfo> keys = keyTable();
-		const auto key = std::ranges::find_if(keys, [&](const KeyInfo& known)
+		const auto key = std::ranges::find_if(keyTable(), [&](const KeyInfo& known)
 		                                      { return m_section == known.section && name == known.name; });
-		if (key == keys.end())
+		if (key == keyTable().end())
 		{
 			add(m_line, "no such key in [" + std::string(m_section) + "]: " + std::string(name),
 			    "see keeper(8) for the keys");
@@ -224,10 +188,12 @@ private:
 	/// The keeper runs commands without a shell, and gives them such words as arguments.
 	void warnOfShell(const std::string& name, std::string_view value)
 	{
-		const std::string word = shellWord(value);
-		if (!word.empty())
+		std::vector<std::string> words;
+		std::vector<std::string> written;
+		splitArguments(value, words, &written);
+		if (const auto word = std::ranges::find_if(written, isForShell); word != written.end())
 		{
-			m_parsed.findings.push_back({m_line, 0, name + " has the word " + word + ", and no shell runs it",
+			m_parsed.findings.push_back({m_line, 0, name + " has the word " + *word + ", and no shell runs it",
 			                             "write sh -c '...', or quote the word if it is an argument"});
 		}
 		if (hasTypographicQuotes(value))
@@ -363,22 +329,18 @@ ParsedSettings parseSettings(std::string_view text)
 
 ParsedSettings readSettings(const char* path)
 {
-	// Not blocked by a fifo that somebody put there.
-	const inspect::Descriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-	struct stat status = {};
-	if (!file && errno == EACCES)
+	try
 	{
+		return parseSettings(inspect::readInputFile(path));
+	}
+	catch (const inspect::Failure& failure)
+	{
+		const bool forbidden = failure.code() == inspect::ExitCode::noPermission;
 		return {{},
-		        {{0, EX_NOPERM, std::string(path) + " cannot be read: " + std::strerror(errno), "run this as root"}}};
+		        {{0, forbidden ? EX_NOPERM : EX_CONFIG,
+		          std::string(path) + " cannot be read" + (forbidden ? ": Permission denied" : ""),
+		          forbidden ? "run this as root" : "make it with \"velarixctl init\""}}};
 	}
-	if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kLargestFile)
-	{
-		return {{}, {{0, EX_CONFIG, std::string(path) + " cannot be read", "make it with \"velarixctl init\""}}};
-	}
-	std::string text(static_cast<std::size_t>(status.st_size), '\0');
-	const ssize_t length = ::read(file.get(), text.data(), text.size());
-	text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-	return parseSettings(text);
 }
 
 } // namespace velarix::keeper

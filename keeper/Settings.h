@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -120,8 +121,10 @@ std::vector<Finding> checkMachine(const Settings& settings);
 /// Splits as a shell would, without any of its expansions: blanks separate, '...' and "..."
 /// keep them, a backslash keeps the next character (inside "..." only " and \), and a word
 /// that begins with ; is a comment with everything behind it.
+/// @param written gets the words with their quotes
 /// @return what is wrong: an open quote or a lone backslash; empty for nothing
-std::string splitArguments(std::string_view text, std::vector<std::string>& arguments);
+std::string splitArguments(std::string_view text, std::vector<std::string>& arguments,
+                           std::vector<std::string>* written = nullptr);
 
 /// @return the file that execvp() would run for `command`; empty for none
 std::string findCommand(const std::string& command);
@@ -134,9 +137,12 @@ struct KeyInfo
 	const char* meaning;
 	const char* fallback; ///< the default; empty when the key must be there
 	const char* range;
+	/// Gets one word, or at least one when it may be `many`. @return whether they are in the range
+	bool (*set)(Settings&, const std::vector<std::string>&);
+	bool many = false;
 };
 
-std::vector<KeyInfo> keyTable();
+std::span<const KeyInfo> keyTable();
 
 /// Sets a key, of the last service if it is one of a service's.
 /// @return what is wrong with the value; empty for nothing

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -75,6 +75,18 @@ template <std::string ServiceSettings::*Member> bool setText(Settings& settings,
 	return true;
 }
 
+template <auto Member, int Low, int High> bool setNumber(Settings& settings, const Words& words)
+{
+	if constexpr (std::is_same_v<decltype(Member), int ReachSettings::*>)
+	{
+		return readNumber(words[0], Low, High, settings.reach.*Member);
+	}
+	else
+	{
+		return readNumber(words[0], Low, High, settings.services.back().*Member);
+	}
+}
+
 bool setUnit(Settings& settings, const Words& words)
 {
 	constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789:-_.\\@";
@@ -93,11 +105,6 @@ bool setEnvironment(Settings& settings, const Words& words)
 	settings.services.back().environment = words;
 	return std::ranges::all_of(words, [](const std::string& word)
 	                           { return word.find('=') != std::string::npos && word[0] != '='; });
-}
-
-template <int ServiceSettings::*Member, int Low, int High> bool setNumber(Settings& settings, const Words& words)
-{
-	return readNumber(words[0], Low, High, settings.services.back().*Member);
 }
 
 bool setRestarts(Settings& settings, const Words& words)
@@ -121,75 +128,50 @@ bool setTargets(Settings& settings, const Words& words)
 	       std::ranges::all_of(words, [](const std::string& word) { return hostAddress(word).has_value(); });
 }
 
-template <int ReachSettings::*Member, int Low, int High> bool setReachNumber(Settings& settings, const Words& words)
-{
-	return readNumber(words[0], Low, High, settings.reach.*Member);
-}
-
-struct Key
-{
-	KeyInfo info;
-	/// Gets one word, or at least one when it may be `many`. @return whether they are in the range
-	bool (*set)(Settings&, const Words&);
-	bool many = false;
-};
-
 using S = ServiceSettings;
 using R = ReachSettings;
-constexpr std::array<Key, 23> kKeys{{
-    {{"address", "address", "the virtual address, with its prefix when it is not a host route (/32)", "",
-      "an IPv4 address of a host, with a prefix of /8 to /32 if wanted"},
-     setAddress},
-    {{"address", "interface", "the service interface, which carries it", "", "a name of at most 15 characters"},
+constexpr std::array<KeyInfo, 23> kKeys{{
+    {"address", "address", "the virtual address, with its prefix when it is not a host route (/32)", "",
+     "an IPv4 address of a host, with a prefix of /8 to /32 if wanted", setAddress},
+    {"address", "interface", "the service interface, which carries it", "", "a name of at most 15 characters",
      setInterface},
-    {{"address", "on_conflict",
-      "when another host holds it as well: announce it (the configured master) or give it up (the other node)", "",
-      "defend or yield"},
-     setOnConflict},
-    {{"service", "command", "the program with its arguments, without a shell", "", "this or unit"},
-     setWords<&S::command>,
+    {"address", "on_conflict",
+     "when another host holds it as well: announce it (the configured master) or give it up (the other node)", "",
+     "defend or yield", setOnConflict},
+    {"service", "command", "the program with its arguments, without a shell", "", "this or unit", setWords<&S::command>,
      true},
-    {{"service", "unit", "the systemd unit instead of a command; it has to be disabled", "", "NAME.service"}, setUnit},
-    {{"service", "user", "who runs it", "root", "a user"}, setText<&S::user>},
-    {{"service", "group", "its group", "the user's", "a group"}, setText<&S::group>},
-    {{"service", "directory", "where it runs", "/", "an absolute path"}, setDirectory},
-    {{"service", "environment", "added to its environment", "nothing", "NAME=value ..."}, setEnvironment, true},
-    {{"service", "check", "a command that ends with 0 while the service is well, run as its user", "none", "a command"},
-     setWords<&S::check>,
-     true},
-    {{"service", "check_interval", "seconds between two checks", "2", "1 to 3600"},
+    {"service", "unit", "the systemd unit instead of a command; it has to be disabled", "", "NAME.service", setUnit},
+    {"service", "user", "who runs it", "root", "a user", setText<&S::user>},
+    {"service", "group", "its group", "the user's", "a group", setText<&S::group>},
+    {"service", "directory", "where it runs", "/", "an absolute path", setDirectory},
+    {"service", "environment", "added to its environment", "nothing", "NAME=value ...", setEnvironment, true},
+    {"service", "check", "a command that ends with 0 while the service is well, run as its user", "none", "a command",
+     setWords<&S::check>, true},
+    {"service", "check_interval", "seconds between two checks", "2", "1 to 3600",
      setNumber<&S::checkInterval, 1, 3600>},
-    {{"service", "check_failures", "failed checks in a row that make it as good as dead", "3", "1 to 100"},
+    {"service", "check_failures", "failed checks in a row that make it as good as dead", "3", "1 to 100",
      setNumber<&S::checkFailures, 1, 100>},
-    {{"service", "check_timeout", "seconds after which a check is ended and has failed", "half of check_interval",
-      "1 to 3600"},
-     setNumber<&S::checkTimeout, 1, 3600>},
-    {{"service", "restarts", "how often it may be started again on this node, before the other one gets it", "3 in 60",
-      "0 to 1000 in 1 to 86400 seconds, as 3 in 60"},
-     setRestarts,
-     true},
-    {{"service", "stop_timeout", "seconds between TERM and KILL", "20", "0 to 3600"},
+    {"service", "check_timeout", "seconds after which a check is ended and has failed", "half of check_interval",
+     "1 to 3600", setNumber<&S::checkTimeout, 1, 3600>},
+    {"service", "restarts", "how often it may be started again on this node, before the other one gets it", "3 in 60",
+     "0 to 1000 in 1 to 86400 seconds, as 3 in 60", setRestarts, true},
+    {"service", "stop_timeout", "seconds between TERM and KILL", "20", "0 to 3600",
      setNumber<&S::stopTimeout, 0, 3600>},
-    {{"reachability", "targets", "hosts that answer pings as long as this node's networks work", "",
-      "1 to 8 IPv4 addresses"},
-     setTargets,
-     true},
-    {{"reachability", "needed", "how many of the targets have to answer", "1", "1 to the number of targets"},
-     setReachNumber<&R::needed, 1, 8>},
-    {{"reachability", "interval", "seconds between two pings of each target, the same on both nodes", "1", "1 to 60"},
-     setReachNumber<&R::interval, 1, 60>},
-    {{"reachability", "failures", "unanswered pings in a row after which a target is lost, the same on both nodes", "3",
-      "3 to 100"},
-     setReachNumber<&R::failures, 3, 100>},
-    {{"reachability", "address", "the same as GATEWAY_IP: on lo while enough targets answer", "",
-      "an IPv4 address outside of all attached networks"},
-     setReachAddress<&R::address>},
-    {{"reachability", "own", "the same as THIS_SERVER_IP", "", "an IPv4 address"}, setReachAddress<&R::own>},
-    {{"reachability", "partner", "the same as PARTNER_IP, which is asked whether it reaches its targets", "",
-      "an IPv4 address"},
-     setReachAddress<&R::partner>},
-    {{"reachability", "port", "UDP port of the question and the answer, the same on both nodes", "7000", "1 to 65535"},
-     setReachNumber<&R::port, 1, 65535>},
+    {"reachability", "targets", "hosts that answer pings as long as this node's networks work", "",
+     "1 to 8 IPv4 addresses", setTargets, true},
+    {"reachability", "needed", "how many of the targets have to answer", "1", "1 to the number of targets",
+     setNumber<&R::needed, 1, 8>},
+    {"reachability", "interval", "seconds between two pings of each target, the same on both nodes", "1", "1 to 60",
+     setNumber<&R::interval, 1, 60>},
+    {"reachability", "failures", "unanswered pings in a row after which a target is lost, the same on both nodes", "3",
+     "3 to 100", setNumber<&R::failures, 3, 100>},
+    {"reachability", "address", "the same as GATEWAY_IP: on lo while enough targets answer", "",
+     "an IPv4 address outside of all attached networks", setReachAddress<&R::address>},
+    {"reachability", "own", "the same as THIS_SERVER_IP", "", "an IPv4 address", setReachAddress<&R::own>},
+    {"reachability", "partner", "the same as PARTNER_IP, which is asked whether it reaches its targets", "",
+     "an IPv4 address", setReachAddress<&R::partner>},
+    {"reachability", "port", "UDP port of the question and the answer, the same on both nodes", "7000", "1 to 65535",
+     setNumber<&R::port, 1, 65535>},
 }};
 
 } // namespace
@@ -200,14 +182,28 @@ std::string AddressSettings::label() const
 	return name.size() < IFNAMSIZ ? name : interface;
 }
 
-std::string splitArguments(std::string_view text, Words& words)
+std::string splitArguments(std::string_view text, Words& arguments, Words* written)
 {
 	std::string word;
 	bool inWord = false;
 	char quote = 0;
-	for (std::size_t i = 0; i < text.size(); ++i)
+	std::size_t begin = 0;
+	std::size_t i = 0;
+	const auto finish = [&]
+	{
+		if (std::exchange(inWord, false))
+		{
+			arguments.push_back(std::exchange(word, {}));
+			if (written != nullptr)
+			{
+				written->emplace_back(text.substr(begin, i - begin));
+			}
+		}
+	};
+	for (; i < text.size(); ++i)
 	{
 		const char sign = text[i];
+		begin = inWord ? begin : i;
 		if (sign == '\\' && quote != '\'')
 		{
 			if (i + 1 == text.size())
@@ -226,10 +222,7 @@ std::string splitArguments(std::string_view text, Words& words)
 		}
 		else if (quote == 0 && (sign == ' ' || sign == '\t'))
 		{
-			if (std::exchange(inWord, false))
-			{
-				words.push_back(std::exchange(word, {}));
-			}
+			finish();
 		}
 		else if (quote == 0 && sign == ';' && !inWord)
 		{
@@ -241,18 +234,13 @@ std::string splitArguments(std::string_view text, Words& words)
 			inWord = true;
 		}
 	}
-	if (inWord)
-	{
-		words.push_back(word);
-	}
+	finish();
 	return quote != 0 ? "has an open quote" : "";
 }
 
-std::vector<KeyInfo> keyTable()
+std::span<const KeyInfo> keyTable()
 {
-	std::vector<KeyInfo> table;
-	std::ranges::transform(kKeys, std::back_inserter(table), &Key::info);
-	return table;
+	return kKeys;
 }
 
 std::string setKey(Settings& settings, const KeyInfo& key, std::string_view value)
@@ -263,12 +251,7 @@ std::string setKey(Settings& settings, const KeyInfo& key, std::string_view valu
 	{
 		error = "is empty";
 	}
-	const auto found = std::ranges::find_if(kKeys,
-	                                        [&](const Key& known) {
-		                                        return std::string_view(known.info.name) == key.name &&
-		                                               std::string_view(known.info.section) == key.section;
-	                                        });
-	const bool fits = error.empty() && (words.size() == 1 || found->many) && found->set(settings, words);
+	const bool fits = error.empty() && (words.size() == 1 || key.many) && key.set(settings, words);
 	return fits || !error.empty() ? error : std::string("is not ") + key.range;
 }
 

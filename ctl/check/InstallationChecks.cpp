@@ -8,7 +8,6 @@
 
 #include "ctl/status/LogTail.h"
 #include "inspect/Host.h"
-#include "inspect/HostResources.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 

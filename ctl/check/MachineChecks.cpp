@@ -7,7 +7,6 @@
 #include "ctl/status/AgentProcess.h"
 #include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
-#include "inspect/HostResources.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 

@@ -108,7 +108,7 @@ std::string nameFault(const std::string& name)
 /// @return what the keeper has against the value; empty for nothing
 std::string valueFault(const std::string& name, const std::string& value)
 {
-	const std::vector<keeper::KeyInfo> keys = keeper::keyTable();
+	const std::span<const keeper::KeyInfo> keys = keeper::keyTable();
 	const auto key = std::ranges::find_if(keys, [&](const keeper::KeyInfo& known)
 	                                      { return known.section == std::string("service") && known.name == name; });
 	keeper::Settings scratch{.address = {}, .reach = {}, .services = {{}}};

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
-#include "inspect/HostResources.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 

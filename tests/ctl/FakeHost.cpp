@@ -5,8 +5,6 @@
 
 #include <sys/stat.h>
 
-#include "inspect/HostResources.h"
-
 using namespace velarix::inspect::host;
 
 FakeHost& fakeHost()

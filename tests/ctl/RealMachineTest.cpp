@@ -16,7 +16,6 @@
 #include <unistd.h>
 
 #include "inspect/Host.h"
-#include "inspect/HostResources.h"
 #include "inspect/HostTunnel.h"
 
 using namespace velarix::inspect;

@@ -55,11 +55,7 @@ TEST_F(AddressTest, AnotherInterfaceOfThisHostOnTheSameNetworkIsNoConflict)
 {
 	shell("ip link add out type veth peer name eth1 netns " + m_b.namespaces() + " && ip link set out master br0 up");
 	m_b.run({"ip", "link", "set", "eth1", "up"});
-	EXPECT_TRUE(waitFor(
-	    [&] {
-		    return has(m_b.run({"ip", "-o", "link", "show", "dev", "eth1"}).output, "LOWER_UP");
-	    },
-	    kSoon, "carrier"));
+	EXPECT_TRUE(happens([&] { return m_b.prints("ip -o link show dev eth1", "LOWER_UP"); }, "carrier"));
 	hold(m_b, "holding");
 	const Speaker speaker;
 	EXPECT_GE(speaker.count(m_b.mac(), 2500ms).first, 2);
@@ -73,7 +69,7 @@ TEST_F(AddressTest, OneForgedPacketCostsNothing)
 	hold(m_b, "holding");
 	const Speaker speaker;
 	speaker.claim({2, 0, 0, 0, 0, 0x66});
-	ASSERT_TRUE(waitFor([&] { return m_b.state("ha-address", "conflicts") == "1"; }, kSoon, "conflict"));
+	ASSERT_TRUE(happens([&] { return m_b.state("ha-address", "conflicts") == "1"; }, "conflict"));
 	EXPECT_TRUE(reaches(m_b, "holding"));
 	EXPECT_TRUE(m_b.hasAddress());
 	EXPECT_FALSE(has(m_b.events(), "lowered"));
@@ -137,8 +133,7 @@ TEST_F(AddressTest, WhatWasClaimedDuringAStallAndIsOverCostsNothing)
 	speaker.claim({2, 0, 0, 0, 0, 0x66});
 	standStill();
 	::kill(worker, SIGCONT);
-	EXPECT_TRUE(comes(
-	    m_b, [&] { return has(m_b.events(), "stalled: "); }, "stall"));
+	EXPECT_TRUE(happens([&] { return has(m_b.events(), "stalled: "); }, "stall"));
 	EXPECT_TRUE(reaches(m_b, "holding"));
 	EXPECT_FALSE(has(m_b.events(), "lowered"));
 }
@@ -164,7 +159,7 @@ TEST_F(AddressTest, SomebodyWhoAnswersEveryProbeIsWaitedFor)
 	EXPECT_EQ(m_a.state("ha-address", "holder"), "02:00:00:00:00:66");
 	EXPECT_FALSE(m_a.hasAddress());
 	attacker.join();
-	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address"));
+	EXPECT_TRUE(happens([&] { return m_a.hasAddress(); }, "address"));
 }
 
 } // namespace

@@ -20,9 +20,8 @@ TEST_F(AddressTest, AFreeAddressIsRaisedAnnouncedAndAnswers)
 	EXPECT_TRUE(reaches(m_a, "holding"));
 	EXPECT_GE(probes, 4);
 	EXPECT_EQ(announcements, 5);
-	EXPECT_TRUE(
-	    has(m_a.run({"ip", "-4", "-o", "addr", "show", "dev", "eth0"}).output, "192.0.2.100/32 scope global eth0:ha"));
-	EXPECT_TRUE(has(m_a.run({"ifconfig"}).output, "inet 192.0.2.100 "));
+	EXPECT_TRUE(m_a.prints("ip -4 -o addr show dev eth0", "192.0.2.100/32 scope global eth0:ha"));
+	EXPECT_TRUE(m_a.prints("ifconfig", "inet 192.0.2.100 "));
 	EXPECT_TRUE(answers());
 	EXPECT_TRUE(has(m_a.events(), " raised: 192.0.2.100 on eth0\n"));
 }
@@ -30,9 +29,10 @@ TEST_F(AddressTest, AFreeAddressIsRaisedAnnouncedAndAnswers)
 TEST_F(AddressTest, TheAgentSeesOneProgramOfItsName)
 {
 	hold(m_a);
-	EXPECT_EQ(m_a.processes("ha-address").size(), 1U);
+	const std::vector<pid_t> first = m_a.processes("ha-address");
+	EXPECT_EQ(first.size(), 1U);
 	m_a.startProgram("ha-address");
-	EXPECT_TRUE(waitFor([&] { return m_a.processes("ha-address").size() == 1; }, kSoon, "end of the second one"));
+	EXPECT_TRUE(happens([&] { return m_a.processes("ha-address") == first; }, "end of the second one"));
 	EXPECT_EQ(m_a.keeper({"stop", "ha-address"}).status, 0);
 	EXPECT_FALSE(runs(m_a));
 	EXPECT_TRUE(m_a.processes("keeper").empty());
@@ -94,7 +94,7 @@ TEST_F(AddressTest, DropRemovesWhatSomebodyElseHasSet)
 	m_a.run({"ip", "addr", "add", "192.0.2.100/32", "dev", "eth0"});
 	EXPECT_EQ(m_a.keeper({"drop"}).output, "");
 	EXPECT_FALSE(m_a.hasAddress());
-	EXPECT_TRUE(has(m_a.run({"ip", "addr"}).output, "192.0.2.1/24"));
+	EXPECT_TRUE(m_a.prints("ip addr", "192.0.2.1/24"));
 }
 
 TEST_F(AddressTest, DropEndsAHolderThatIsBeingStarted)
@@ -131,13 +131,13 @@ TEST_F(AddressTest, AKilledHolderLeavesNoAddress)
 	// The guard first: its worker tidies up.
 	ASSERT_FALSE(m_a.processes("ha-address").empty());
 	::kill(m_a.processes("ha-address").front(), SIGKILL);
-	EXPECT_TRUE(waitFor([&] { return !m_a.hasAddress(); }, 2s, "end of the address"));
-	EXPECT_TRUE(waitFor([&] { return m_a.processes("keeper").empty(); }, 2s, "end of the worker"));
+	EXPECT_TRUE(happens([&] { return !m_a.hasAddress(); }, "end of the address", 2s));
+	EXPECT_TRUE(happens([&] { return m_a.processes("keeper").empty(); }, "end of the worker", 2s));
 	hold(m_a);
 	ASSERT_FALSE(m_a.processes("keeper").empty());
 	::kill(m_a.processes("keeper").front(), SIGKILL);
 	EXPECT_TRUE(
-	    waitFor([&] { return !m_a.hasAddress() && m_a.processes("ha-address").empty(); }, 2s, "end of the guard"));
+	    happens([&] { return !m_a.hasAddress() && m_a.processes("ha-address").empty(); }, "end of the guard", 2s));
 	EXPECT_TRUE(has(m_a.events(), "killed: the worker ended by signal 9"));
 }
 
@@ -151,7 +151,7 @@ TEST_F(AddressTest, AnAddressThatIsRemovedByHandIsBackAtOnce)
 		best = std::min(best, timeUntil([&] { return m_a.hasAddress(); }, kSoon, "address again"));
 	}
 	EXPECT_LE(best, 200ms) << "less than any probing takes";
-	EXPECT_TRUE(waitFor([&] { return m_a.state("ha-address", "removals") == "5"; }, kSoon, "five removals"));
+	EXPECT_TRUE(happens([&] { return m_a.state("ha-address", "removals") == "5"; }, "five removals"));
 	EXPECT_EQ(m_a.state("ha-address"), "holding");
 	EXPECT_TRUE(has(m_a.events(), "removed: 192.0.2.100 on eth0 was removed by somebody"));
 }
@@ -160,7 +160,7 @@ TEST_F(AddressTest, AStormOfRemovalsIsSurvived)
 {
 	hold(m_a);
 	m_a.sh("i=0; while [ $i -lt 300 ]; do ip addr flush dev eth0 to 192.0.2.100; i=$((i+1)); done");
-	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address again"));
+	EXPECT_TRUE(happens([&] { return m_a.hasAddress(); }, "address again"));
 	const std::string events = m_a.events();
 	std::size_t lines = 0;
 	for (std::size_t at = 0; (at = events.find(" removed: ", at)) != std::string::npos; ++at)
@@ -172,7 +172,7 @@ TEST_F(AddressTest, AStormOfRemovalsIsSurvived)
 
 TEST_F(AddressTest, TheMarkerIsSetAndKept)
 {
-	const auto marked = [&] { return has(m_a.run({"ifconfig", "lo"}).output, "::192.0.2.100"); };
+	const auto marked = [&] { return m_a.prints("ifconfig lo", "::192.0.2.100"); };
 	EXPECT_FALSE(marked());
 	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
 	EXPECT_TRUE(marked());
@@ -187,7 +187,7 @@ TEST_F(AddressTest, TheMarkerIsSetAndKept)
 	hold(m_a);
 	EXPECT_TRUE(marked());
 	m_a.run({"ip", "-6", "addr", "flush", "dev", "lo"});
-	EXPECT_TRUE(waitFor(marked, 2s, "marker again"));
+	EXPECT_TRUE(happens(marked, "marker again", 2s));
 	// It is for the eyes of ifconfig alone.
 	m_a.keeper({"drop"});
 	EXPECT_FALSE(answers());
@@ -196,7 +196,7 @@ TEST_F(AddressTest, TheMarkerIsSetAndKept)
 TEST_F(AddressTest, WithoutIPv6AnInterfaceIsTheMarker)
 {
 	m_a.sh("echo 1 > /proc/sys/net/ipv6/conf/lo/disable_ipv6");
-	const auto marked = [&] { return has(m_a.run({"ifconfig"}).output, "192.0.2.100: flags="); };
+	const auto marked = [&] { return m_a.prints("ifconfig", "192.0.2.100: flags="); };
 	EXPECT_FALSE(marked());
 	EXPECT_EQ(m_a.keeper({"mark"}).status, 0);
 	EXPECT_TRUE(marked());
@@ -205,9 +205,9 @@ TEST_F(AddressTest, WithoutIPv6AnInterfaceIsTheMarker)
 	EXPECT_EQ(m_a.keeper({"unmark"}).status, 0);
 	EXPECT_FALSE(marked());
 	hold(m_a);
-	EXPECT_TRUE(waitFor(marked, 2s, "marker of the keeper"));
+	EXPECT_TRUE(happens(marked, "marker of the keeper", 2s));
 	m_a.run({"ip", "link", "del", "192.0.2.100"});
-	EXPECT_TRUE(waitFor(marked, 2s, "marker again"));
+	EXPECT_TRUE(happens(marked, "marker again", 2s));
 }
 
 /// Its agent would ask for the address for good, and the partner's start the services anew at
@@ -217,7 +217,7 @@ TEST_F(AddressTest, WhereTheAddressIsHeldByAnotherHostARaiseSetsTheMarker)
 	m_a.sh("echo 1 > /proc/sys/net/ipv6/conf/lo/disable_ipv6");
 	hold(m_b);
 	EXPECT_EQ(m_a.keeper({"raise"}).status, 75);
-	EXPECT_TRUE(has(m_a.run({"ifconfig"}).output, "192.0.2.100: flags="));
+	EXPECT_TRUE(m_a.prints("ifconfig", "192.0.2.100: flags="));
 }
 
 TEST_F(AddressTest, AnInterfaceThatComesLateIsWaitedFor)
@@ -229,15 +229,10 @@ TEST_F(AddressTest, AnInterfaceThatComesLateIsWaitedFor)
 	EXPECT_TRUE(m_a.hasAddress());
 	EXPECT_EQ(m_a.state("ha-address", "held"), "no");
 	shell("ip link set " + m_a.port() + " up");
-	EXPECT_TRUE(comes(
-	    m_a, [&] { return m_a.state("ha-address", "held") == "yes"; }, "held"));
+	EXPECT_TRUE(happens([&] { return m_a.state("ha-address", "held") == "yes"; }, "held"));
 	// A carrier that goes and comes does not cost the address, and asks who else has it.
 	shell("ip link set " + m_a.port() + " down");
-	ASSERT_TRUE(waitFor(
-	    [&] {
-		    return has(m_a.run({"ip", "link", "show", "dev", "eth0"}).output, "NO-CARRIER");
-	    },
-	    kSoon, "loss"));
+	ASSERT_TRUE(happens([&] { return m_a.prints("ip link show dev eth0", "NO-CARRIER"); }, "loss"));
 	EXPECT_TRUE(m_a.hasAddress());
 	hold(m_b);
 	shell("ip link set " + m_a.port() + " up");
@@ -268,7 +263,7 @@ TEST_F(AddressTest, OneThatWasToBeHandedOverGivesWayToo)
 {
 	hold(m_a);
 	::kill(m_a.processes("ha-address").front(), SIGUSR1);
-	EXPECT_TRUE(waitFor([&] { return !runs(m_a); }, kSoon, "another name"));
+	EXPECT_TRUE(happens([&] { return !runs(m_a); }, "another name"));
 	givesWay();
 }
 
@@ -277,8 +272,7 @@ TEST_F(AddressTest, OneWhoseServiceWasKilledWithItsSupervisorGivesWayToo)
 	m_a.configure(true, "[service web]\ncommand = /bin/sleep 1000\n");
 	hold(m_a);
 	m_a.startProgram("ha-web");
-	ASSERT_TRUE(comes(
-	    m_a, [&] { return m_a.state("ha-web") == "running"; }, "service"));
+	ASSERT_TRUE(happens([&] { return m_a.state("ha-web") == "running"; }, "service"));
 	const std::vector<pid_t> service = m_a.processes("sleep");
 	ASSERT_EQ(service.size(), 1U);
 	const pid_t guard = m_a.processes("ha-web").front();
@@ -299,7 +293,7 @@ TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)
 	shell("ip link add h1 type veth peer name eth0 address 02:00:00:00:00:01 netns " + std::to_string(worker) +
 	      " && ip link set h1 master br0 up");
 	m_a.run({"ip", "link", "set", "eth0", "up"});
-	EXPECT_TRUE(waitFor([&] { return m_a.hasAddress(); }, kSoon, "address", [&] { return m_a.events(); }));
+	EXPECT_TRUE(happens([&] { return m_a.hasAddress(); }, "address"));
 }
 
 TEST_F(AddressTest, MalformedAndForeignARPIsIgnored)
@@ -319,7 +313,7 @@ TEST_F(AddressTest, MalformedAndForeignARPIsIgnored)
 	}
 	// One that counts, behind all of them.
 	speaker.claim({2, 0, 0, 0, 0, 0x66});
-	ASSERT_TRUE(waitFor([&] { return m_a.state("ha-address", "conflicts") != "0"; }, kSoon, "conflict"));
+	ASSERT_TRUE(happens([&] { return m_a.state("ha-address", "conflicts") != "0"; }, "conflict"));
 	EXPECT_EQ(m_a.state("ha-address", "conflicts"), "1");
 }
 

@@ -6,14 +6,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
 #include <arpa/inet.h>
-#include <linux/if_ether.h>
-#include <linux/if_packet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -22,6 +20,8 @@
 #include <unistd.h>
 
 #include "WaitFor.h"
+#include "inspect/EchoSocket.h"
+#include "inspect/HostProcesses.h"
 #include "keeper/Runtime.h"
 
 namespace keepertest
@@ -32,6 +32,9 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
+
+/// Those that there are.
+std::set<const Host*> g_hosts;
 
 void require(bool holds, const char* what)
 {
@@ -76,6 +79,7 @@ bool makeMachine()
 
 Host::Host(int number) : m_number(number)
 {
+	g_hosts.insert(this);
 	// The namespaces are a child's, which sleeps.
 	m_pid = ::fork();
 	if (m_pid == 0)
@@ -94,15 +98,12 @@ Host::Host(int number) : m_number(number)
 	sh("mkdir -p /usr/velarix/bin/ini /usr/velarix/log /usr/velarix/run; ip link set lo up; ip link set eth0 up; ip "
 	   "addr add 192.0.2." +
 	   digit + "/24 dev eth0");
-	EXPECT_TRUE(waitFor(
-	    [&] {
-		    return run({"ip", "-o", "link", "show", "dev", "eth0"}).output.find("LOWER_UP") != std::string::npos;
-	    },
-	    milliseconds(10'000), "carrier"));
+	EXPECT_TRUE(waitFor([&] { return prints("ip link show dev eth0", "LOWER_UP"); }, kSoon, "carrier"));
 }
 
 Host::~Host()
 {
+	g_hosts.erase(this);
 	// Everything of this host, and of it alone: what shares its network.
 	for (std::vector<pid_t> left; !(left = processes("")).empty();)
 	{
@@ -181,41 +182,30 @@ void Host::write(const std::string& path, const std::string& text) const
 
 bool Host::hasAddress() const
 {
-	return run({"ip", "-4", "-o", "addr", "show", "dev", "eth0"}).output.find(std::string(kVirtual) + "/") !=
-	       std::string::npos;
+	return has(run({"ip", "-4", "-o", "addr", "show", "dev", "eth0"}).output, std::string(kVirtual) + "/");
 }
 
 std::string Host::state(const std::string& program, const std::string& field) const
 {
-	std::istringstream lines(read("/run/velarix-ha/" + program + ".state"));
-	for (std::string line; std::getline(lines, line);)
-	{
-		if (line.starts_with(field + "="))
-		{
-			return line.substr(field.size() + 1);
-		}
-	}
-	return {};
+	using namespace velarix::keeper;
+	return valueOf(readState(program, "/proc/" + std::to_string(m_pid) + "/root" + kRuntimeDirectory), field);
 }
 
 std::vector<pid_t> Host::processes(const std::string& name) const
 {
-	const auto network = [](const std::string& pid)
+	const auto network = [](pid_t pid)
 	{
 		struct stat status = {};
-		return ::stat(("/proc/" + pid + "/ns/net").c_str(), &status) == 0 ? status.st_ino : 0;
+		return ::stat(("/proc/" + std::to_string(pid) + "/ns/net").c_str(), &status) == 0 ? status.st_ino : 0;
 	};
+	const std::vector<velarix::inspect::host::Process> all = velarix::inspect::host::processes().value();
 	std::vector<pid_t> found;
-	for (const auto& entry : std::filesystem::directory_iterator("/proc"))
+	for (const auto& process : all)
 	{
-		const std::string pid = entry.path().filename();
-		const bool mine =
-		    std::isdigit(pid.front()) != 0 && std::stoi(pid) != m_pid && network(pid) == network(std::to_string(m_pid));
-		std::ifstream file(entry.path() / "status");
-		std::string line;
-		if (mine && std::getline(file, line) && line.find(name) != std::string::npos)
+		if (process.pid != m_pid && process.statusLine.find(name) != std::string::npos &&
+		    network(process.pid) == network(m_pid))
 		{
-			found.push_back(std::stoi(pid));
+			found.push_back(process.pid);
 		}
 	}
 	return found;
@@ -226,24 +216,14 @@ Mac Host::mac() const
 	return {2, 0, 0, 0, 0, static_cast<std::uint8_t>(m_number)};
 }
 
-Speaker::Speaker() : m_socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ARP)))
+Speaker::Speaker() : m_socket(static_cast<int>(::if_nametoindex("br0")), ::inet_addr(kVirtual), Mac{})
 {
-	m_interface = static_cast<int>(::if_nametoindex("br0"));
-	sockaddr_ll place{};
-	place.sll_family = AF_PACKET;
-	place.sll_protocol = htons(ETH_P_ARP);
-	place.sll_ifindex = m_interface;
-	require(::bind(m_socket, reinterpret_cast<const sockaddr*>(&place), sizeof place) == 0, "packet socket");
-}
-
-Speaker::~Speaker()
-{
-	::close(m_socket);
+	require(static_cast<bool>(m_socket), "packet socket");
 }
 
 void Speaker::send(const std::vector<std::uint8_t>& frame) const
 {
-	EXPECT_EQ(::send(m_socket, frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
+	EXPECT_EQ(::send(m_socket.descriptor(), frame.data(), frame.size(), 0), static_cast<ssize_t>(frame.size()));
 }
 
 void Speaker::claim(const Mac& from) const
@@ -252,80 +232,62 @@ void Speaker::claim(const Mac& from) const
 	send({frame.begin(), frame.end()});
 }
 
-void Speaker::probe(const Mac& from) const
+void Speaker::listen(milliseconds time, const std::function<void(const ArpPacket&)>& hear) const
 {
-	const auto frame = velarix::keeper::arpProbe(::inet_addr(kVirtual), from);
-	send({frame.begin(), frame.end()});
+	const auto end = Clock::now() + time;
+	for (auto left = time; left > 0ms; left = std::chrono::ceil<milliseconds>(end - Clock::now()))
+	{
+		pollfd waiting{m_socket.descriptor(), POLLIN, 0};
+		if (::poll(&waiting, 1, static_cast<int>(left.count())) > 0)
+		{
+			m_socket.receive(1, hear);
+		}
+	}
 }
 
 std::pair<int, int> Speaker::count(const Mac& from, milliseconds time) const
 {
 	std::pair<int, int> counted{0, 0};
-	const auto end = Clock::now() + time;
-	const std::uint32_t address = ::inet_addr(kVirtual);
-	while (Clock::now() < end)
-	{
-		pollfd waiting{m_socket, POLLIN, 0};
-		const auto left = std::chrono::duration_cast<milliseconds>(end - Clock::now()).count();
-		if (::poll(&waiting, 1, static_cast<int>(std::max<long>(left, 0))) <= 0)
-		{
-			continue;
-		}
-		std::uint8_t frame[128];
-		const ssize_t length = ::recv(m_socket, frame, sizeof frame, 0);
-		// As somebody else would read it.
-		const auto packet =
-		    velarix::keeper::readArp({frame, static_cast<std::size_t>(std::max<ssize_t>(length, 0))}, address, Mac{});
-		if (packet.from == from && packet.kind == velarix::keeper::ArpKind::foreignProbe)
-		{
-			++counted.first;
-		}
-		if (packet.from == from && packet.kind == velarix::keeper::ArpKind::claim && frame[21] == 1)
-		{
-			++counted.second;
-		}
-	}
+	listen(time,
+	       [&](const ArpPacket& packet)
+	       {
+		       counted.first += packet.from == from && packet.kind == ArpKind::foreignProbe ? 1 : 0;
+		       counted.second += packet.from == from && packet.kind == ArpKind::claim ? 1 : 0;
+	       });
 	return counted;
 }
 
 void Speaker::answerProbes(const Mac& from, milliseconds time) const
 {
-	const auto end = Clock::now() + time;
-	while (Clock::now() < end)
-	{
-		pollfd waiting{m_socket, POLLIN, 0};
-		std::uint8_t frame[128];
-		if (::poll(&waiting, 1, 10) > 0 && ::recv(m_socket, frame, sizeof frame, 0) >= 42 && frame[6 + 5] != from[5])
-		{
-			claim(from);
-		}
-	}
+	listen(time, [&](const ArpPacket& packet) { packet.kind == ArpKind::foreignProbe ? claim(from) : void(); });
 }
 
 bool answers()
 {
-	// Nobody listens there: who has the address refuses, where nobody has it nothing comes.
-	const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-	sockaddr_in place{};
-	place.sin_family = AF_INET;
-	place.sin_port = htons(9);
-	place.sin_addr.s_addr = ::inet_addr(kVirtual);
-	const int connected = ::connect(socket, reinterpret_cast<const sockaddr*>(&place), sizeof place);
-	pollfd waiting{socket, POLLOUT, 0};
-	int error = connected == 0 ? 0 : errno;
-	socklen_t length = sizeof error;
-	if (error == EINPROGRESS && ::poll(&waiting, 1, 1500) > 0)
+	velarix::inspect::EchoSocket ping(kVirtual);
+	ping.request();
+	pollfd waiting{ping.descriptor(), POLLIN, 0};
+	return ::poll(&waiting, 1, 1500) > 0 && ping.answer();
+}
+
+testing::AssertionResult happens(const std::function<bool()>& predicate, const std::string& what, milliseconds limit)
+{
+	const auto reports = []
 	{
-		::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &length);
-	}
-	::close(socket);
-	return error == ECONNREFUSED;
+		std::string text;
+		for (const Host* host : g_hosts)
+		{
+			text += host->sh("tail -n 99 /run/velarix-ha/*.state 2>/dev/null").output + host->events();
+		}
+		return text;
+	};
+	return waitFor(predicate, limit, what, reports);
 }
 
 milliseconds timeUntil(const std::function<bool()>& predicate, milliseconds limit, const std::string& what)
 {
 	const auto begin = Clock::now();
-	EXPECT_TRUE(waitFor(predicate, limit, what));
+	EXPECT_TRUE(happens(predicate, what, limit));
 	return std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
 }
 

@@ -18,13 +18,23 @@ namespace keepertest
 {
 
 using std::chrono::milliseconds;
+using velarix::keeper::ArpKind;
+using velarix::keeper::ArpPacket;
 using velarix::keeper::Mac;
 
 inline constexpr const char* kVirtual = "192.0.2.100";
 
+/// Long enough for a machine under load; figures that are promised are distinguished.
+inline constexpr milliseconds kSoon{20'000};
+
 /// Makes a machine of the namespaces that this process is in: a bridge, files of its own,
 /// and /usr/libexec/velarix-ha/keeper.
 bool makeMachine();
+
+inline bool has(const std::string& text, const std::string& part)
+{
+	return text.find(part) != std::string::npos;
+}
 
 struct Result
 {
@@ -49,6 +59,7 @@ public:
 	/// Runs a program here and waits for it. It is run as is, without a shell.
 	Result run(const std::vector<std::string>& command) const;
 	Result sh(const std::string& script) const { return run({"/bin/sh", "-c", script}); }
+	bool prints(const std::string& script, const std::string& part) const { return has(sh(script).output, part); }
 	Result keeper(const std::vector<std::string>& arguments) const;
 	/// @return whether "keeper ARGUMENTS" waits for nothing: at its best it lasts hardly longer than
 	///         "keeper help" in the same moments, on a slow or loaded machine, too
@@ -75,31 +86,31 @@ private:
 	pid_t m_pid = 0;
 };
 
-/// A bare ARP speaker on the bridge, for what no kernel would do.
+/// An ARP speaker on the bridge, for what no kernel would do.
 class Speaker
 {
 public:
 	Speaker();
-	~Speaker();
-	Speaker(const Speaker&) = delete;
-	Speaker& operator=(const Speaker&) = delete;
 	void send(const std::vector<std::uint8_t>& frame) const;
 	/// Claims the virtual address for `from`.
 	void claim(const Mac& from) const;
-	void probe(const Mac& from) const;
-	/// @return how many ARP frames that hold the virtual address came within `time`, by kind:
-	///         probes and announcements of `from`
+	/// @return how many probes and how many claims of the virtual address came from `from` within `time`
 	std::pair<int, int> count(const Mac& from, milliseconds time) const;
 	/// Answers every probe for the virtual address with a claim, until `time` is over.
 	void answerProbes(const Mac& from, milliseconds time) const;
 
 private:
-	int m_socket;
-	int m_interface;
+	void listen(milliseconds time, const std::function<void(const ArpPacket&)>& hear) const;
+
+	velarix::keeper::ArpSocket m_socket;
 };
 
 /// @return whether a host answers at the virtual address, seen from the bridge
 bool answers();
+
+/// Waits until `predicate` is true; a failure shows what the programs of all hosts have reported.
+testing::AssertionResult happens(const std::function<bool()>& predicate, const std::string& what,
+                                 milliseconds limit = kSoon);
 
 /// @return how long `predicate` took to become true; fails the test after `limit`
 milliseconds timeUntil(const std::function<bool()>& predicate, milliseconds limit, const std::string& what);

@@ -79,16 +79,6 @@ TEST(PartnerLink, AnswersCountForTheQuestionThatIsOpenAndOnce)
 	EXPECT_EQ(a.read(), std::nullopt);
 }
 
-TEST(PartnerLink, AnotherKeyIsNoPartner)
-{
-	Link a("127.0.0.1", "127.0.0.2", kKey, PartnerWord::fails);
-	Link b("127.0.0.2", "127.0.0.1", Key{9}, PartnerWord::ready);
-	a.link.ask();
-	b.read();
-	EXPECT_EQ(b.asked, 0);
-	EXPECT_EQ(a.read(), std::nullopt);
-}
-
 TEST(PartnerLink, AWordOfALaterVersionIsNone)
 {
 	Link a("127.0.0.1", "127.0.0.2", kKey, PartnerWord::fails);

@@ -6,14 +6,11 @@
 #include <gtest/gtest.h>
 
 #include "Hosts.h"
-#include "WaitFor.h"
 
 namespace keepertest
 {
 
 using namespace std::chrono_literals;
-
-inline constexpr milliseconds kServiceSoon = 15s;
 
 class ServiceTest : public testing::Test
 {
@@ -42,11 +39,6 @@ protected:
 		return found.empty() ? 0 : found.front();
 	}
 
-	testing::AssertionResult happens(const std::function<bool()>& predicate, const std::string& what) const
-	{
-		return waitFor(predicate, kServiceSoon, what, [&] { return m_host.state("ha-web") + "\n" + m_host.events(); });
-	}
-
 	testing::AssertionResult reaches(const std::string& value, const std::string& field = "state") const
 	{
 		return happens([&] { return m_host.state("ha-web", field) == value; }, field + " " + value);
@@ -69,7 +61,7 @@ protected:
 		return happens([&] { return reported(part); }, part);
 	}
 
-	bool reported(const std::string& part) const { return m_host.events().find(part) != std::string::npos; }
+	bool reported(const std::string& part) const { return has(m_host.events(), part); }
 
 	void killWorker() const { ::kill(std::stoi(m_host.state("ha-web", "pid")), SIGKILL); }
 	void killGuard() const { ::kill(m_host.processes("ha-web").front(), SIGKILL); }

@@ -56,8 +56,8 @@ TEST_F(ServiceTest, HasItsArgumentsUserDirectoryAndEnvironmentAndNothingOfOurs)
 	m_host.configure(true, "[service web]\ncommand = /usr/velarix/tell \"a b\"\nuser = nobody\ndirectory = "
 	                       "/tmp\nenvironment = \"A=two words\"\n");
 	start();
-	ASSERT_TRUE(waitFor([&] { return m_host.read("/dev/shm/reported").find("done") != std::string::npos; },
-	                    kServiceSoon, "its words", [&] { return m_host.read("/dev/shm/reported"); }));
+	ASSERT_TRUE(
+	    happens([&] { return m_host.read("/dev/shm/reported").find("done") != std::string::npos; }, "its words"));
 	EXPECT_EQ(m_host.read("/dev/shm/reported"),
 	          "nobody\nnogroup\n/tmp\ntwo words\na b\n0 1 2 3 "
 	          "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\nCapEff:\t0000000000000000\ndone\n");
@@ -67,7 +67,7 @@ TEST_F(ServiceTest, OneThatRunsAsRootIsAsTheKernelMakesIt)
 {
 	configure("grep CapEff /proc/self/status > /run/reported; exec sleep 1000");
 	start();
-	ASSERT_TRUE(waitFor([&] { return !m_host.read("/run/reported").empty(); }, kServiceSoon, "its words"));
+	ASSERT_TRUE(happens([&] { return !m_host.read("/run/reported").empty(); }, "its words"));
 	EXPECT_EQ(m_host.read("/run/reported"), shell("grep CapEff /proc/self/status"));
 	const std::string status = shell("grep CapEff /proc/" + m_host.state("ha-web", "pid") + "/status");
 	// CAP_KILL, CAP_SETGID, CAP_SETUID, CAP_NET_ADMIN.
@@ -85,7 +85,7 @@ TEST_F(ServiceTest, ACrashIsRestartedHere)
 		    const std::vector<pid_t> now = m_host.processes("sleep");
 		    return now.size() == 1 && now.front() != before;
 	    },
-	    kServiceSoon, "new one");
+	    kSoon, "new one");
 	std::printf("crash to started again: %lld ms\n", static_cast<long long>(took.count()));
 	EXPECT_LE(took, 3s);
 	EXPECT_TRUE(reaches("1", "restarts"));
@@ -115,8 +115,7 @@ TEST_F(ServiceTest, AHangIsFoundByItsCheck)
 	ASSERT_TRUE(reaches("ok", "check"));
 	const std::string main = m_host.state("ha-web", "main");
 	m_host.run({"rm", "/run/well"});
-	const milliseconds took =
-	    timeUntil([&] { return m_host.state("ha-web", "restarts") == "1"; }, kServiceSoon, "restart");
+	const milliseconds took = timeUntil([&] { return m_host.state("ha-web", "restarts") == "1"; }, kSoon, "restart");
 	std::printf("ill to started again: %lld ms\n", static_cast<long long>(took.count()));
 	EXPECT_LE(took, 2500ms + 3s);
 	EXPECT_NE(m_host.state("ha-web", "main"), main);
@@ -139,7 +138,7 @@ TEST_F(ServiceTest, OneThatIsStoppedIsEndedAnyway)
 	const pid_t before = startSleep();
 	::kill(before, SIGSTOP);
 	EXPECT_TRUE(ends(before));
-	EXPECT_TRUE(waitFor([&] { return m_host.state("ha-web", "restarts") != "0"; }, kServiceSoon, "restart"));
+	EXPECT_TRUE(happens([&] { return m_host.state("ha-web", "restarts") != "0"; }, "restart"));
 }
 
 TEST_F(ServiceTest, StopIsTermAndAfterItsTimeoutKill)
@@ -289,18 +288,6 @@ TEST_F(ServiceTest, WhatCannotRunIsRefusedWithAStatusOfItsOwn)
 	m_host.configure(true);
 	EXPECT_EQ(refusal().status, 78);
 	EXPECT_TRUE(reported("failed: keeper.ini line 6: command: /nonexistent/program is no program here"));
-}
-
-TEST_F(ServiceTest, ASecondSupervisorLeavesTheFirstAlone)
-{
-	configure("exec sleep 1000");
-	start();
-	ASSERT_TRUE(comes("sleep"));
-	const pid_t before = m_host.processes("ha-web").front();
-	m_host.startProgram("ha-web");
-	EXPECT_TRUE(waitFor([&] { return m_host.processes("ha-web") == std::vector<pid_t>{before}; }, kServiceSoon,
-	                    "one supervisor"));
-	EXPECT_EQ(m_host.processes("sleep").size(), 1U);
 }
 
 } // namespace

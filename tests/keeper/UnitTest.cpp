@@ -42,12 +42,11 @@ TEST_F(UnitTest, IsStartedWatchedAndStopped)
 {
 	start();
 	ASSERT_TRUE(comes("sleep"));
-	ASSERT_TRUE(waitFor([&] { return asked() == "start web.service\nshow -p MainPID --value web.service\n"; },
-	                    kServiceSoon, "question", [&] { return asked() + m_host.events(); }));
+	ASSERT_TRUE(
+	    happens([&] { return asked() == "start web.service\nshow -p MainPID --value web.service\n"; }, "question"));
 	::kill(m_host.processes("sleep").front(), SIGKILL);
-	EXPECT_TRUE(waitFor([&]
-	                    { return m_host.state("ha-web", "restarts") == "1" && m_host.processes("sleep").size() == 1; },
-	                    kServiceSoon, "restart", [&] { return asked() + m_host.events(); }));
+	EXPECT_TRUE(happens(
+	    [&] { return m_host.state("ha-web", "restarts") == "1" && m_host.processes("sleep").size() == 1; }, "restart"));
 	EXPECT_EQ(m_host.keeper({"stop", "ha-web"}).status, 0);
 	EXPECT_TRUE(m_host.processes("sleep").empty());
 	EXPECT_TRUE(asked().ends_with("stop web.service\n")) << asked();
