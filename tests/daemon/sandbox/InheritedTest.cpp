@@ -12,7 +12,6 @@
 
 #include <Poco/Thread.h>
 
-#include "Daemon.h"
 #include "OwnProcess.h"
 #include "RealPrograms.h"
 #include "ShellRunner.h"
@@ -139,24 +138,22 @@ void launchDirectly()
 class Inherited : public DaemonTest, public testing::WithParamInterface<std::tuple<bool, Way>>
 {
 protected:
-	void SetUp() override
+	Inherited()
 	{
 		settings.set("AGENT.PROVE_COMMAND", "/usr/velarix/programs/vxprove");
-		DaemonTest::SetUp();
 		programs::installScript("vxprove", kProve);
 		g_oldKernel = std::get<bool>(GetParam());
 		m_shell = std::filesystem::read_symlink(kShell);
 		useShell("bash");
 	}
 
-	void TearDown() override
+	~Inherited() override
 	{
 		useShell(m_shell);
 		g_oldKernel = false;
 		while (::waitpid(-1, nullptr, 0) > 0)
 		{
 		}
-		DaemonTest::TearDown();
 	}
 
 private:

@@ -8,8 +8,7 @@ namespace
 {
 
 constexpr char kFile[] = "/usr/velarix/bin/ini/values.ini";
-constexpr char kGetInt[] = "int Configuraion::getInt(const std::string&)";
-constexpr char kGetBool[] = "bool Configuraion::getBool(const std::string&)";
+constexpr Report kNoSwitch{"0", "Configuraion", 100, "bool Configuraion::getBool(const std::string&)"};
 
 struct Row
 {
@@ -24,11 +23,7 @@ struct Row
 class SettingsValues : public DaemonTest, public testing::WithParamInterface<Row>
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		sandbox::writeFile(kFile, GetParam().content);
-	}
+	SettingsValues() { sandbox::writeFile(kFile, GetParam().content); }
 };
 
 TEST_P(SettingsValues, AsText)
@@ -40,7 +35,7 @@ TEST_P(SettingsValues, AsNumber)
 {
 	if (std::string(GetParam().number) == "-")
 	{
-		EXPECT_FATAL(Configuraion(kFile).getInt("S.K"), "0", "Configuraion", 83, kGetInt);
+		EXPECT_EXIT(Configuraion(kFile).getInt("S.K"), testing::KilledBySignal(SIGABRT), HasSubstr(kNoNumber.text()));
 	}
 	else
 	{
@@ -52,7 +47,7 @@ TEST_P(SettingsValues, AsSwitch)
 {
 	if (std::string(GetParam().flag) == "-")
 	{
-		EXPECT_FATAL(Configuraion(kFile).getBool("S.K"), "0", "Configuraion", 100, kGetBool);
+		EXPECT_EXIT(Configuraion(kFile).getBool("S.K"), testing::KilledBySignal(SIGABRT), HasSubstr(kNoSwitch.text()));
 	}
 	else
 	{

@@ -43,14 +43,9 @@ void forkGives(pid_t result)
 }
 
 /// For death tests, which see standard error only.
-void sendOutputToError()
-{
-	::dup2(STDERR_FILENO, STDOUT_FILENO);
-}
-
 void exitProgram(const char* text)
 {
-	sendOutputToError();
+	::dup2(STDERR_FILENO, STDOUT_FILENO);
 	ExitProgram(text);
 }
 
@@ -63,38 +58,26 @@ void runMain(pid_t forkResult)
 class HAmain : public DaemonTest
 {
 protected:
-	void SetUp() override
+	HAmain()
 	{
-		DaemonTest::SetUp();
 		// The entry makes its own.
 		useUnsetLog();
 		delete velarixLog;
 		velarixLog = nullptr;
-		apply();
+		settings.write();
 	}
 
 	/// Runs the daemon's side of the entry until its n-th wait.
 	static void runDaemonUntilWait(int n)
 	{
-		events::endAtSleep(n);
+		events::endAt(n, "sleep ");
 		EXPECT_THROW(runMain(0), events::EndOfScript);
-	}
-
-	MODE modeFor(const std::string& configured)
-	{
-		settings.set("AGENT.MODE", configured);
-		apply();
-		return getAgentMode();
 	}
 };
 
-TEST_F(HAmain, AFarewellWithoutAReasonHasNoBrackets)
+TEST_F(HAmain, TheFarewellHasItsReasonInBracketsWhichIsNoFormat)
 {
 	EXPECT_EXIT(exitProgram(nullptr), ExitedWithCode(0), Eq("Good Bye!!! \r\n"));
-}
-
-TEST_F(HAmain, AReasonIsNoFormat)
-{
 	EXPECT_EXIT(exitProgram("%s%d"), ExitedWithCode(0), Eq("Good Bye!!! [%s%d]\r\n"));
 }
 
@@ -125,14 +108,7 @@ TEST_F(HAmain, TheStartCleansTheNodeThenStartsTheWorkersThenSleepsForEver)
 TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 {
 	std::string pidAtStop;
-	fakeoutside::onAction(
-	    [&](const std::string& event)
-	    {
-		    if (event == "command vip-stop")
-		    {
-			    pidAtStop = sandbox::readFile(velarix::kPidPath);
-		    }
-	    });
+	events::at("command vip-stop", [&] { pidAtStop = sandbox::readFile(velarix::kPidPath); });
 	runDaemonUntilWait(2);
 	EXPECT_EQ(pidAtStop, std::to_string(::getpid()));
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
@@ -148,18 +124,22 @@ TEST_F(HAmain, WithoutThePidDirectoryOneLineSaysSoAndTheDaemonAborts)
 TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)
 {
 	settings.remove("LOG.PATH");
-	apply();
-	EXPECT_NO_TEXT(runMain(0), "LOG.PATH");
+	EXPECT_EXIT(runMain(0), testing::KilledBySignal(SIGABRT),
+	            testing::EndsWith("**ERROR**(Configuraion:65)Not found: LOG.PATH\nstart_test: " + kNoText.text()));
 }
 
 TEST_F(HAmain, OnlyTheRoleOneIsMaster)
 {
-	EXPECT_EQ(modeFor("1"), 1);
-	EXPECT_EQ(modeFor("2"), 2);
-	EXPECT_EQ(modeFor("7"), 2);
-	EXPECT_EQ(modeFor("3"), 2);
-	EXPECT_EQ(modeFor("0"), 2);
-	EXPECT_EQ(modeFor("-1"), 2);
+	for (const auto& [configured, role] : std::map<std::string, MODE>{{"1", MODE_MASTER},
+	                                                                  {"2", MODE_SLAVE},
+	                                                                  {"7", MODE_SLAVE},
+	                                                                  {"3", MODE_SLAVE},
+	                                                                  {"0", MODE_SLAVE},
+	                                                                  {"-1", MODE_SLAVE}})
+	{
+		settings.set("AGENT.MODE", configured);
+		EXPECT_EQ(getAgentMode(), role);
+	}
 }
 
 } // namespace

@@ -10,16 +10,8 @@ constexpr char kOther[] = "/usr/velarix/bin/ini/other.ini";
 class SettingsStore : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		forgetStore();
-	}
-	void TearDown() override
-	{
-		forgetStore();
-		DaemonTest::TearDown();
-	}
+	SettingsStore() { forgetStore(); }
+	~SettingsStore() override { forgetStore(); }
 
 	static void forgetStore()
 	{
