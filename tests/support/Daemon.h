@@ -104,7 +104,7 @@ testing::Matcher<const std::string&> endOfDaemon(const events::List& before, con
 	EXPECT_EXIT(                                                                                                       \
 	    {                                                                                                              \
 		    events::tellAtTheEnd();                                                                                    \
-		    ::alarm(10);                                                                                               \
+		    ::alarm(30);                                                                                               \
 		    statement;                                                                                                 \
 	    },                                                                                                             \
 	    testing::KilledBySignal(SIGABRT), endOfDaemon(before, Report{__VA_ARGS__}))

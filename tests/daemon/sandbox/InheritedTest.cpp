@@ -70,34 +70,6 @@ std::string blockedHere()
 	return result;
 }
 
-/// Descriptors such as the daemon has, none of them close-on-exec.
-class OpenDescriptors
-{
-public:
-	OpenDescriptors()
-	{
-		m_all[0] = ::socket(AF_INET, SOCK_STREAM, 0);
-		EXPECT_EQ(::listen(m_all[0], 1), 0);
-		m_all[1] = ::open("/usr/velarix/log/open.log", O_CREAT | O_WRONLY, 0600);
-		m_all[2] = ::socket(AF_INET, SOCK_DGRAM, 0);
-		m_all[3] = ::dup2(m_all[1], 900);
-		EXPECT_THAT(m_all, testing::Each(testing::Gt(2)));
-	}
-	~OpenDescriptors()
-	{
-		// They are the daemon's still, whatever was started.
-		for (const int descriptor : m_all)
-		{
-			EXPECT_EQ(::close(descriptor), 0) << descriptor;
-		}
-	}
-	OpenDescriptors(const OpenDescriptors&) = delete;
-	OpenDescriptors& operator=(const OpenDescriptors&) = delete;
-
-private:
-	std::array<int, 4> m_all{};
-};
-
 /// The ways in which the daemon starts something, each with the script of the proof.
 using Way = void (*)();
 
@@ -168,7 +140,12 @@ private:
 
 TEST_P(Inherited, AreTheStandardStreamsAndNoBlockedSignal)
 {
-	const OpenDescriptors descriptors;
+	// Descriptors such as the daemon has, none of them close-on-exec.
+	const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+	EXPECT_EQ(::listen(listener, 1), 0);
+	const int log = ::open("/usr/velarix/log/open.log", O_CREAT | O_WRONLY, 0600);
+	const std::array<int, 4> descriptors{listener, log, ::socket(AF_INET, SOCK_DGRAM, 0), ::dup2(log, 900)};
+	EXPECT_THAT(descriptors, testing::Each(testing::Gt(2)));
 	onWorkerThread(
 	    []
 	    {
@@ -181,6 +158,10 @@ TEST_P(Inherited, AreTheStandardStreamsAndNoBlockedSignal)
 	for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
 	{
 		EXPECT_EQ(::fcntl(stream, F_GETFD), 0) << stream;
+	}
+	for (const int descriptor : descriptors) // They are the daemon's still.
+	{
+		EXPECT_EQ(::close(descriptor), 0) << descriptor;
 	}
 }
 

@@ -109,4 +109,44 @@ TEST_F(ProcessTables, OnlyTheRoleOneIsTheMastersLetterInTheCheckersLine)
 	}
 }
 
+/// What the daemon takes from a configured program's path: the directory that the run script
+/// changes into, and the name by which the program is found and killed.
+struct Path
+{
+	const char* path;
+	const char* directory;
+	const char* program;
+};
+
+// clang-format off
+const Path kPaths[] = {
+//   path                               directory                     program
+	{"/usr/bin/mysqld",                 "/usr/bin/",                  "mysqld"},
+	{"/opt/app/bin/server -d",          "/opt/app/bin/",              "server -d"},
+	{"/opt/app/server -c /etc/app.conf", "/opt/app/server -c /etc/",  "app.conf"},
+	{"worker",                          "",                           "worker"},
+	{"/worker",                         "/",                          "worker"},
+	{"bin/worker",                      "bin/",                       "worker"},
+	{"../bin/./worker",                 "../bin/./",                  "worker"},
+	{"/opt//app///worker",              "/opt//app///",               "worker"},
+	{"/opt/my app / worker ",           "/opt/my app /",              " worker "},
+	{"/opt/app/",                       "/opt/app/",                  ""},
+	{"/",                               "/",                          ""},
+};
+// clang-format on
+
+TEST_F(ProcessTables, APathIsTheDirectoryAndTheNameOfItsProgram)
+{
+	CAgent agent(MODE_SLAVE);
+	events::clear();
+	for (const Path& row : kPaths)
+	{
+		std::string path = row.path;
+		EXPECT_EQ(agent.getProcessLocation(path), row.directory);
+		EXPECT_EQ(getProcessName(path), row.program);
+		EXPECT_EQ(path, row.path);
+	}
+	EXPECT_THAT(events::all(), IsEmpty());
+}
+
 } // namespace

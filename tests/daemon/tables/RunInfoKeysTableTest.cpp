@@ -30,11 +30,12 @@ struct Row
 class RunInfoKeys : public WorkerTest, public testing::WithParamInterface<Row>
 {
 protected:
-	RunInfoKeys() { events::stopClock(1700000000); }
-
 	/// Expects exactly the write of `key` and the one log line that begins with `lead`.
-	void expectWritten(const Key& key, const std::string& lead)
+	static void expectWritten(const Key& key, const std::string& lead, const std::function<void()>& write)
 	{
+		sandbox::writeFile(velarix::kRunInfoPath, kRunInfo);
+		events::clear();
+		write();
 		std::string record = kRunInfo;
 		record.replace(record.find(key.value), key.value.size(), "20231114221320");
 		EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), record);
@@ -43,32 +44,21 @@ protected:
 	}
 };
 
-TEST_P(RunInfoKeys, OfTheAgentsWriter)
+TEST_P(RunInfoKeys, OfEachWriterAndOfTheReader)
 {
+	const Row& row = GetParam();
+	events::stopClock(1700000000);
 	CAgent agent(MODE_SLAVE);
-	AgentAccess::processLocation(agent) = GetParam().label;
+	AgentAccess::processLocation(agent) = row.label;
 	events::clear();
-	agent.saveStartedTime();
-	expectWritten(GetParam().agentWrites, "log D CAgent:179 run time wrote:");
-}
-
-TEST_P(RunInfoKeys, OfTheReceiversWriter)
-{
-	make<CHeartReciver>(GetParam().label)->saveStartedTime();
-	expectWritten(GetParam().reciverWrites, "log D CHeartReciver:627 run info file changed:");
-}
-
-TEST_P(RunInfoKeys, OfTheSendersWriter)
-{
-	make<CHeartSender>(GetParam().label)->saveStartedTime();
-	expectWritten(GetParam().senderWrites, "log D CHeartSender:249 run info file changed:");
-}
-
-TEST_P(RunInfoKeys, OfTheSendersReader)
-{
-	EXPECT_EQ(make<CHeartSender>(GetParam().label)->getProcessStartedTime(), GetParam().senderReads.value);
+	EXPECT_EQ(make<CHeartSender>(row.label)->getProcessStartedTime(), row.senderReads.value);
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 	EXPECT_THAT(events::all(), IsEmpty());
+	expectWritten(row.agentWrites, "log D CAgent:179 run time wrote:", [&] { agent.saveStartedTime(); });
+	expectWritten(row.reciverWrites, "log D CHeartReciver:627 run info file changed:",
+	              [&] { make<CHeartReciver>(row.label)->saveStartedTime(); });
+	expectWritten(row.senderWrites, "log D CHeartSender:249 run info file changed:",
+	              [&] { make<CHeartSender>(row.label)->saveStartedTime(); });
 }
 
 // clang-format off

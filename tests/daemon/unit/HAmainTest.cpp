@@ -2,6 +2,9 @@
 // name, fork is scripted, no worker thread runs and every wait is recorded.
 
 #include "HAmain.h"
+
+#include <utility>
+
 #include "Configuraion.h"
 #include "Daemon.h"
 #include "VelarixLog.h"
@@ -11,9 +14,8 @@ int velarixMain();
 namespace
 {
 
-/// What the next fork gives; the real fork is used while it is not set.
-bool g_forkScripted = false;
-pid_t g_forkResult = 0;
+/// The next fork goes on as the daemon's side of it; otherwise it is the real one.
+bool g_goesOn = false;
 
 } // namespace
 
@@ -21,13 +23,12 @@ extern "C" pid_t __real_fork();
 extern "C" pid_t __wrap_fork();
 extern "C" pid_t __wrap_fork()
 {
-	if (!g_forkScripted)
+	if (!std::exchange(g_goesOn, false))
 	{
 		return __real_fork();
 	}
-	g_forkScripted = false;
 	events::add("fork");
-	return g_forkResult;
+	return 0;
 }
 
 using testing::Eq;
@@ -36,12 +37,6 @@ using testing::ExitedWithCode;
 namespace
 {
 
-void forkGives(pid_t result)
-{
-	g_forkScripted = true;
-	g_forkResult = result;
-}
-
 /// For death tests, which see standard error only.
 void exitProgram(const char* text)
 {
@@ -49,9 +44,9 @@ void exitProgram(const char* text)
 	ExitProgram(text);
 }
 
-void runMain(pid_t forkResult)
+void runMain()
 {
-	forkGives(forkResult);
+	g_goesOn = true;
 	velarixMain();
 }
 
@@ -71,7 +66,7 @@ protected:
 	static void runDaemonUntilWait(int n)
 	{
 		events::endAt(n, "sleep ");
-		EXPECT_THROW(runMain(0), events::EndOfScript);
+		EXPECT_THROW(runMain(), events::EndOfScript);
 	}
 };
 
@@ -117,14 +112,14 @@ TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 TEST_F(HAmain, WithoutThePidDirectoryOneLineSaysSoAndTheDaemonAborts)
 {
 	sandbox::shell("rmdir /usr/velarix/pid");
-	EXPECT_EXIT(runMain(0), testing::KilledBySignal(SIGABRT),
+	EXPECT_EXIT(runMain(), testing::KilledBySignal(SIGABRT),
 	            Eq("VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: No such file or directory\n"));
 }
 
 TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)
 {
 	settings.remove("LOG.PATH");
-	EXPECT_EXIT(runMain(0), testing::KilledBySignal(SIGABRT),
+	EXPECT_EXIT(runMain(), testing::KilledBySignal(SIGABRT),
 	            testing::EndsWith("**ERROR**(Configuraion:65)Not found: LOG.PATH\nstart_test: " + kNoText.text()));
 }
 
