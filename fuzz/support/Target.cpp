@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <stdexcept>
 
 #include <sys/mman.h>
@@ -19,15 +21,7 @@ void print(const char* label, std::string_view text)
 	std::fprintf(stderr, "%s (%zu bytes): ", label, text.size());
 	for (const char c : text)
 	{
-		const auto byte = static_cast<unsigned char>(c);
-		if (byte >= 0x20 && byte < 0x7f)
-		{
-			std::fputc(byte, stderr);
-		}
-		else
-		{
-			std::fprintf(stderr, "\\x%02x", byte);
-		}
+		std::fprintf(stderr, c >= 0x20 && c < 0x7f ? "%c" : "\\x%02x", static_cast<unsigned char>(c));
 	}
 	std::fputc('\n', stderr);
 }
@@ -100,34 +94,22 @@ std::string Input::rest()
 	return text;
 }
 
-void expectEqual(const char* what, std::string_view is, std::string_view expected)
-{
-	if (is == expected)
-	{
-		return;
-	}
-	std::fprintf(stderr, "FINDING: %s\n", what);
-	print("is", is);
-	print("expected", expected);
-	std::abort();
-}
-
-void expectEqual(const char* what, long long is, long long expected)
-{
-	if (is != expected)
-	{
-		std::fprintf(stderr, "FINDING: %s\nis %lld, expected %lld\n", what, is, expected);
-		std::abort();
-	}
-}
-
 void expect(const char* what, bool holds, std::string_view detail)
 {
 	if (!holds)
 	{
 		std::fprintf(stderr, "FINDING: %s\n", what);
-		print("detail", detail);
+		print("it is", detail);
 		std::abort();
+	}
+}
+
+void expectEqual(const char* what, std::string_view is, std::string_view expected)
+{
+	if (is != expected)
+	{
+		print("expected", expected);
+		expect(what, false, is);
 	}
 }
 
@@ -144,19 +126,36 @@ std::ostringstream& console()
 	return *pText;
 }
 
-std::string memoryFile(const std::string& bytes)
+MemoryFile::MemoryFile(const std::string& bytes) : m_file(::memfd_create("fuzz", MFD_CLOEXEC))
 {
-	const int file = ::memfd_create("fuzz", MFD_CLOEXEC);
-	if (file < 0 || ::write(file, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
+	write(bytes);
+}
+
+void MemoryFile::write(const std::string& bytes)
+{
+	if (::ftruncate(m_file, 0) != 0 ||
+	    ::pwrite(m_file, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
 	{
 		throw std::runtime_error("no file in memory");
 	}
-	return "/proc/self/fd/" + std::to_string(file);
+}
+
+std::string MemoryFile::read() const
+{
+	std::ifstream stream(path(), std::ios::binary);
+	return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+std::string MemoryFile::path() const
+{
+	return "/proc/self/fd/" + std::to_string(m_file);
 }
 
 void useSettings(const std::string& bytes)
 {
-	Configuraion::pConf = new Configuraion(memoryFile(bytes));
+	static MemoryFile file;
+	file.write(bytes);
+	Configuraion::pConf = new Configuraion(file.path());
 }
 
 } // namespace fuzz

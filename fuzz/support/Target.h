@@ -2,11 +2,13 @@
 /// taking apart of the input, how a finding is reported, and the daemon's console and settings.
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 
 // The entry points that the fuzzer and the replaying program call.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
@@ -43,7 +45,10 @@ void run(Input& input);
 /// @param what names the invariant
 void expectEqual(const char* what, std::string_view is, std::string_view expected);
 /// The same for numbers.
-void expectEqual(const char* what, long long is, long long expected);
+template <std::integral Is, std::integral Expected> void expectEqual(const char* what, Is is, Expected expected)
+{
+	std::cmp_equal(is, expected) ? void() : expectEqual(what, std::to_string(is), std::to_string(expected));
+}
 /// Ends the program when `holds` is false.
 void expect(const char* what, bool holds, std::string_view detail = {});
 
@@ -55,9 +60,18 @@ void captureConsole();
 /// What the daemon has written; the target empties it.
 std::ostringstream& console();
 
-/// @return the path of a new file in memory that holds `text`; it lives as long as
-///         the program
-std::string memoryFile(const std::string& text);
+/// A file in memory, which lives as long as the program.
+class MemoryFile
+{
+public:
+	explicit MemoryFile(const std::string& bytes = "");
+	void write(const std::string& bytes);
+	std::string read() const;
+	std::string path() const;
+
+private:
+	int m_file;
+};
 
 /// The daemon's store of settings is made anew from this text.
 void useSettings(const std::string& text);

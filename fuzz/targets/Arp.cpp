@@ -103,8 +103,8 @@ void fuzz::run(Input& input)
 			byte = static_cast<std::uint8_t>(input.byte());
 		}
 		const ArpPacket packet = readArp(frame, number, kOwn);
-		fuzz::expectEqual("the kind of the frame", static_cast<long long>(packet.kind),
-		                  static_cast<long long>(expectedKind(frame)));
+		fuzz::expectEqual("the kind of the frame", static_cast<int>(packet.kind),
+		                  static_cast<int>(expectedKind(frame)));
 		address.pass(static_cast<Millis>(frame.size()) * 7);
 		if (packet.kind != ArpKind::none)
 		{

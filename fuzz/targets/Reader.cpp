@@ -12,8 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <unistd.h>
-
 #include <Poco/Exception.h>
 
 #include "HeartbeatMessage.h"
@@ -66,8 +64,7 @@ struct Reading
 {
 	Bytes* pBytes = new Bytes;
 	LineStream lines{std::unique_ptr<ByteSource>(pBytes), kLongestText};
-	std::string path = fuzz::memoryFile("");
-	int file = std::stoi(path.substr(path.rfind('/') + 1));
+	fuzz::MemoryFile file;
 };
 
 Reading* g_pReading = nullptr;
@@ -120,13 +117,11 @@ std::vector<LogLine> forwards(const std::string& text, std::size_t step, bool wi
 
 std::vector<LogLine> backwards(const std::string& text, std::size_t expected, bool readOn)
 {
-	const auto size = static_cast<off_t>(text.size());
-	fuzz::expect("the file is written", ::ftruncate(g_pReading->file, 0) == 0 &&
-	                                        ::pwrite(g_pReading->file, text.data(), text.size(), 0) == size);
+	g_pReading->file.write(text);
 	std::vector<LogLine> messages;
 	std::vector<LogTrouble> trouble;
 	readBackwards(
-	    g_pReading->path, Instant(),
+	    g_pReading->file.path(), Instant(),
 	    [&](const LogLine& message)
 	    {
 		    messages.push_back(message);
@@ -140,8 +135,7 @@ std::vector<LogLine> backwards(const std::string& text, std::size_t expected, bo
 
 void compare(const std::vector<LogLine>& forward, const std::vector<LogLine>& backward)
 {
-	fuzz::expectEqual("messages backwards", static_cast<long long>(backward.size()),
-	                  static_cast<long long>(forward.size()));
+	fuzz::expectEqual("messages backwards", backward.size(), forward.size());
 	for (std::size_t i = 0; i < forward.size(); ++i)
 	{
 		fuzz::expectEqual("place backwards", backward[i].place(), forward[i].place());
@@ -149,8 +143,7 @@ void compare(const std::vector<LogLine>& forward, const std::vector<LogLine>& ba
 		                                   backward[i].process == forward[i].process &&
 		                                   backward[i].thread == forward[i].thread);
 		fuzz::expectEqual("text backwards", backward[i].text, forward[i].text);
-		fuzz::expectEqual("cut backwards", static_cast<long long>(backward[i].cut),
-		                  static_cast<long long>(forward[i].cut));
+		fuzz::expectEqual("cut backwards", backward[i].cut, forward[i].cut);
 	}
 }
 

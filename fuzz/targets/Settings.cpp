@@ -110,8 +110,7 @@ void checkReport(const CheckReport& report, int lines)
 	std::ostringstream json;
 	printReportJson(json, report);
 	const auto read = nlohmann::json::parse(json.str());
-	fuzz::expectEqual("the JSON report has every finding", static_cast<long long>(read.at("findings").size()),
-	                  static_cast<long long>(report.findings.size()));
+	fuzz::expectEqual("the JSON report has every finding", read.at("findings").size(), report.findings.size());
 }
 
 } // namespace

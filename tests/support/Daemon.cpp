@@ -1,6 +1,6 @@
 #include "Daemon.h"
 
-#include <cstring>
+#include <cerrno>
 #include <sstream>
 
 #include <Poco/AutoPtr.h>
@@ -14,8 +14,6 @@
 namespace
 {
 
-std::function<void(const std::string&)> g_onLogLine;
-
 class RecordingChannel : public Poco::Channel
 {
 public:
@@ -26,10 +24,6 @@ public:
 		event << "log " << kLetters[message.getPriority()] << ' ' << message.getSourceFile() << ':'
 		      << message.getSourceLine() << ' ' << message.getText();
 		events::add(event.str());
-		if (g_onLogLine)
-		{
-			g_onLogLine(event.str());
-		}
 	}
 };
 
@@ -38,27 +32,9 @@ void forgetLog()
 	Poco::Logger::destroy("FileLogger");
 	delete velarixLog;
 	velarixLog = nullptr;
-	g_onLogLine = nullptr;
-}
-
-std::string escaped(const std::string& text)
-{
-	std::string result;
-	for (const char c : text)
-	{
-		if (std::strchr("^$\\.[]|()?*+{}", c) != nullptr)
-		{
-			result += '\\';
-		}
-		result += c;
-	}
-	return result;
 }
 
 } // namespace
-
-const char kRunInfo[] = "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
-                        "SLAVE_LAST_RUN_TIME = 20240102000000\n";
 
 Settings::Settings()
 {
@@ -88,6 +64,7 @@ Settings& Settings::set(const std::string& key, const std::string& value)
 {
 	const std::size_t dot = key.find('.');
 	m_sections[key.substr(0, dot)][key.substr(dot + 1)] = value;
+	write();
 	return *this;
 }
 
@@ -95,6 +72,7 @@ Settings& Settings::remove(const std::string& key)
 {
 	const std::size_t dot = key.find('.');
 	m_sections[key.substr(0, dot)].erase(key.substr(dot + 1));
+	write();
 	return *this;
 }
 
@@ -126,8 +104,7 @@ void Settings::write() const
 
 void useRealLogFile()
 {
-	forgetLog();
-	velarixLog = new VelarixLog;
+	useUnsetLog();
 	velarixLog->init();
 }
 
@@ -135,19 +112,7 @@ void DaemonTest::useRealLogFileAt(const char* path)
 {
 	sandbox::writeFile(path, "");
 	settings.set("LOG.PATH", path);
-	apply();
 	useRealLogFile();
-}
-
-void useRecordedLog()
-{
-	useRealLogFile();
-	Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new RecordingChannel));
-}
-
-void onLogLine(std::function<void(const std::string&)> handler)
-{
-	g_onLogLine = std::move(handler);
 }
 
 void useUnsetLog()
@@ -156,33 +121,35 @@ void useUnsetLog()
 	velarixLog = new VelarixLog;
 }
 
-void DaemonTest::SetUp()
+DaemonTest::DaemonTest()
 {
-	events::clear();
-	events::resetFakes();
+	events::reset();
 	velarix::storeShared(g_specialAsking, std::int32_t{0});
 	sandbox::cleanDirectories();
 	settings.write();
 	sandbox::writeFile(velarix::kRunInfoPath, kRunInfo);
-	useRecordedLog();
-	events::clear();
+	useRealLogFile();
+	Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new RecordingChannel));
 }
 
-void DaemonTest::TearDown()
+DaemonTest::~DaemonTest()
 {
-	events::resetFakes();
-	events::clear();
+	EXPECT_THAT(events::reset(), IsEmpty()) << "did not come";
 	forgetLog();
 }
 
-std::string assertionReport(const std::string& expression, const std::string& source, unsigned line,
-                            const std::string& function)
+std::string Report::text() const
 {
-	return ": " + source + ":" + std::to_string(line) + ": " + function + ": Assertion `" + expression + "' failed.\n";
+	return std::string(source) + ":" + std::to_string(line) + ": " + function + ": Assertion `" + expression +
+	       "' failed.\n";
 }
 
-std::string endOfDaemon(const std::string& errorLine, const std::string& expression, const std::string& source,
-                        unsigned line, const std::string& function)
+testing::Matcher<const std::string&> endOfDaemon(const events::List& before, const Report& report)
 {
-	return escaped(errorLine) + "\n[^\n]*" + escaped(assertionReport(expression, source, line, function));
+	std::string text = events::kTold;
+	for (const std::string& event : before)
+	{
+		text += event + "\n";
+	}
+	return HasSubstr(text + program_invocation_short_name + ": " + report.text());
 }

@@ -31,7 +31,8 @@
 using testing::AllOf, testing::Contains, testing::ElementsAre, testing::ElementsAreArray, testing::HasSubstr;
 using testing::IsEmpty, testing::MatchesRegex, testing::Not, testing::SizeIs, testing::StartsWith;
 
-/// A whole settings file; every key has a working value until it is changed.
+/// A whole settings file; every key has a working value until it is changed. Each change
+/// writes it and makes the daemon's store read it at the next use.
 class Settings
 {
 public:
@@ -41,7 +42,6 @@ public:
 	Settings& remove(const std::string& key);
 	/// The managed programs' paths; sets PROCESS_NUM too.
 	Settings& programs(const std::vector<std::string>& paths);
-	/// Writes the file and makes the daemon's store read it at the next use.
 	void write() const;
 
 private:
@@ -54,11 +54,9 @@ private:
 class DaemonTest : public testing::Test
 {
 protected:
-	void SetUp() override;
-	void TearDown() override;
+	DaemonTest();
+	~DaemonTest() override;
 
-	/// Writes `settings` after a change.
-	void apply() { settings.write(); }
 	/// Makes the log anew with its real file at `path`, which is empty.
 	void useRealLogFileAt(const char* path);
 
@@ -70,44 +68,43 @@ inline constexpr char kBanner[] = "log E Utill:78 \n"
                                   "======================================================\n"
                                   "================ process run =========================\n"
                                   "======================================================";
+inline constexpr char kScript[] = "system /usr/velarix/bin/ini/processList.sh";
 
 /// The default run-info record.
-extern const char kRunInfo[];
+inline constexpr char kRunInfo[] = "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 20240101000000\n"
+                                   "SLAVE_LAST_RUN_TIME = 20240102000000\n";
 
 /// Makes the log anew with its real file (LOG.PATH), without recording.
 void useRealLogFile();
-/// Makes the log anew with its lines recorded as events.
-void useRecordedLog();
-/// Called with the event of each recorded log line after it was recorded; what it
-/// throws leaves the log's channel. Forgotten when the log is made anew.
-void onLogLine(std::function<void(const std::string&)> handler);
 /// Leaves `velarixLog` without a logger, as after a failed init.
 void useUnsetLog();
 
-/// The line that the C library prints for a failed assertion, without the
-/// program's name.
-std::string assertionReport(const std::string& expression, const std::string& source, unsigned line,
-                            const std::string& function);
+/// What the C library prints for a failed assertion.
+struct Report
+{
+	const char* expression;
+	const char* source;
+	unsigned line;
+	const char* function;
 
-/// Death test of a fatal condition: SIGABRT and the exact report line.
-#define EXPECT_FATAL(statement, expression, source, line, function)                                                    \
-	EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT),                                                           \
-	            testing::HasSubstr(assertionReport(expression, source, line, function)))
+	std::string text() const;
+};
 
-/// The two lines that EXPECT_FATAL_AFTER looks for, as a regular expression.
-std::string endOfDaemon(const std::string& errorLine, const std::string& expression, const std::string& source,
-                        unsigned line, const std::string& function);
+inline constexpr Report kNoText{"0", "Configuraion", 66, "std::string Configuraion::getString(const std::string&)"};
+inline constexpr Report kNoNumber{"0", "Configuraion", 83, "int Configuraion::getInt(const std::string&)"};
+inline constexpr Report kNoRecord{"(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30,
+                                  "bool initialization::loadFile(const std::string&)"};
 
-/// Death test of a fatal condition with the error line (`errorLine`: its echo "**ERROR**(FILE:LINE)TEXT")
-/// that tells the operator why, directly before the report.
-#define EXPECT_FATAL_AFTER(statement, errorLine, expression, source, line, function)                                   \
-	EXPECT_EXIT(statement, testing::KilledBySignal(SIGABRT),                                                           \
-	            testing::ContainsRegex(endOfDaemon(errorLine, expression, source, line, function)))
+/// @return what a fatal condition leaves last on standard error
+testing::Matcher<const std::string&> endOfDaemon(const events::List& before, const Report& report);
 
-/// Death tests of a setting that is read and missing.
-#define EXPECT_NO_NUMBER(statement, key)                                                                               \
-	EXPECT_FATAL_AFTER(statement, "**ERROR**(Configuraion:82)Not found: " key, "0", "Configuraion", 83,                \
-	                   "int Configuraion::getInt(const std::string&)")
-#define EXPECT_NO_TEXT(statement, key)                                                                                 \
-	EXPECT_FATAL_AFTER(statement, "**ERROR**(Configuraion:65)Not found: " key, "0", "Configuraion", 66,                \
-	                   "std::string Configuraion::getString(const std::string&)")
+/// Death test of a fatal condition: SIGABRT, the exact report (a Report, or its values), and
+/// exactly the events `before` in front of it. Whoever goes on instead would never end.
+#define EXPECT_END(statement, before, ...)                                                                             \
+	EXPECT_EXIT(                                                                                                       \
+	    {                                                                                                              \
+		    events::tellAtTheEnd();                                                                                    \
+		    ::alarm(30);                                                                                               \
+		    statement;                                                                                                 \
+	    },                                                                                                             \
+	    testing::KilledBySignal(SIGABRT), endOfDaemon(before, Report{__VA_ARGS__}))

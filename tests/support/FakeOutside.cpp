@@ -14,81 +14,56 @@
 namespace
 {
 
-template <typename T> class Turns
-{
-public:
-	explicit Turns(std::vector<T> values) : m_values(std::move(values)) {}
-	T next() { return m_next + 1 < m_values.size() ? m_values[m_next++] : m_values[m_next]; }
-
-private:
-	std::vector<T> m_values;
-	std::size_t m_next = 0;
-};
+/// Values that come one after the other, the last one for good.
+template <typename T> using Turns = std::map<std::string, std::vector<T>>;
 
 struct Script
 {
-	std::map<std::string, Turns<std::string>> outputs;
+	Turns<std::string> outputs;
+	Turns<int> replies;
 	std::set<std::string> failing;
 	std::map<std::string, int> system;
-	std::map<std::string, Turns<int>> replies;
-	std::map<std::string, std::function<void()>> throwers; ///< by how the event begins
-	std::function<void(const std::string&)> onAction;
+	int openPipes = 0;
 };
 
-std::recursive_mutex g_mutex;
+std::mutex g_mutex;
 Script g_script;
-int g_openPipes = 0;
 
-void record(const std::string& event)
+template <typename T> T next(Turns<T>& turns, const std::string& key, T otherwise)
 {
-	events::add(event);
-	std::function<void(const std::string&)> handler;
-	std::function<void()> thrower;
+	const auto it = turns.find(key);
+	if (it == turns.end())
 	{
-		const std::lock_guard lock(g_mutex);
-		handler = g_script.onAction;
-		for (const auto& [begin, throws] : g_script.throwers)
-		{
-			thrower = event.starts_with(begin) ? throws : thrower;
-		}
+		return otherwise;
 	}
-	handler ? handler(event) : void();
-	thrower ? thrower() : void();
+	const T value = it->second.front();
+	if (it->second.size() > 1)
+	{
+		it->second.erase(it->second.begin());
+	}
+	return value;
 }
 
 std::FILE* streamOf(const std::string& text)
 {
-	const int descriptor = ::memfd_create("output", 0);
-	std::FILE* pFile = ::fdopen(descriptor, "w+");
+	std::FILE* pFile = ::fdopen(::memfd_create("output", 0), "w+");
 	std::fwrite(text.data(), 1, text.size(), pFile);
 	std::rewind(pFile);
 	return pFile;
 }
 
-void reset()
-{
-	const std::lock_guard lock(g_mutex);
-	g_script = Script();
-	g_openPipes = 0;
-}
-
-const bool g_isReset = events::resetForEachTest(reset);
+const bool g_isReset = events::resetForEachTest([] { g_script = Script(); });
 
 } // namespace
 
 namespace fakeoutside
 {
 
-void commandPrints(const std::string& command, const std::string& output)
-{
-	commandPrintsInTurn(command, {output});
-}
-
-void commandPrintsInTurn(const std::string& command, std::vector<std::string> outputs)
+void commandPrints(const std::string& command, std::vector<std::string> outputs)
 {
 	const std::lock_guard lock(g_mutex);
 	g_script.failing.erase(command);
-	g_script.outputs.insert_or_assign(command, Turns<std::string>(std::move(outputs)));
+	g_script.outputs[command] = std::move(outputs);
 }
 
 void commandFails(const std::string& command)
@@ -103,40 +78,16 @@ void systemGives(const std::string& command, int result)
 	g_script.system[command] = result;
 }
 
-void pingGives(const std::string& address, int replies)
-{
-	pingGivesInTurn(address, {replies});
-}
-
-void pingGivesInTurn(const std::string& address, std::vector<int> replies)
+void pingGives(const std::string& address, std::vector<int> replies)
 {
 	const std::lock_guard lock(g_mutex);
-	g_script.throwers.erase("ping " + address + " ");
-	g_script.replies.insert_or_assign(address, Turns<int>(std::move(replies)));
-}
-
-void pingThrows(const std::string& address, std::function<void()> thrower)
-{
-	const std::lock_guard lock(g_mutex);
-	g_script.throwers["ping " + address + " "] = std::move(thrower);
-}
-
-void launchThrows(const std::string& path, std::function<void()> thrower)
-{
-	const std::lock_guard lock(g_mutex);
-	g_script.throwers["launch " + path] = std::move(thrower);
-}
-
-void onAction(std::function<void(const std::string&)> handler)
-{
-	const std::lock_guard lock(g_mutex);
-	g_script.onAction = std::move(handler);
+	g_script.replies[address] = std::move(replies);
 }
 
 int openPipes()
 {
 	const std::lock_guard lock(g_mutex);
-	return g_openPipes;
+	return g_script.openPipes;
 }
 
 } // namespace fakeoutside
@@ -146,27 +97,26 @@ namespace outside
 
 std::FILE* openPipe(const std::string& command)
 {
-	record("command " + command);
+	events::add("command " + command);
 	const std::lock_guard lock(g_mutex);
 	if (g_script.failing.contains(command))
 	{
 		return nullptr;
 	}
-	const auto it = g_script.outputs.find(command);
-	++g_openPipes;
-	return streamOf(it == g_script.outputs.end() ? "" : it->second.next());
+	++g_script.openPipes;
+	return streamOf(next<std::string>(g_script.outputs, command, ""));
 }
 
 int closePipe(std::FILE* pipe)
 {
 	const std::lock_guard lock(g_mutex);
-	--g_openPipes;
+	--g_script.openPipes;
 	return std::fclose(pipe);
 }
 
 int runShell(const std::string& command)
 {
-	record("system " + command);
+	events::add("system " + command);
 	const std::lock_guard lock(g_mutex);
 	const auto it = g_script.system.find(command);
 	return it == g_script.system.end() ? 0 : it->second;
@@ -174,16 +124,15 @@ int runShell(const std::string& command)
 
 Poco::ProcessHandle launch(const std::string& path, const std::vector<std::string>& arguments)
 {
-	record("launch " + path + (arguments.empty() ? "" : " with arguments"));
+	events::add("launch " + path + (arguments.empty() ? "" : " with arguments"));
 	return Poco::Process::launch("/bin/true", {});
 }
 
 int ping(const std::string& address, int count)
 {
-	record("ping " + address + " x" + std::to_string(count));
+	events::add("ping " + address + " x" + std::to_string(count));
 	const std::lock_guard lock(g_mutex);
-	const auto it = g_script.replies.find(address);
-	return it == g_script.replies.end() ? count : std::min(it->second.next(), count);
+	return std::min(next(g_script.replies, address, count), count);
 }
 
 } // namespace outside

@@ -8,19 +8,16 @@
 namespace sandbox
 {
 
-/// Runs `body` in a new process inside a fresh sandbox: its own /proc and /sys,
-/// loopback up, /usr/velarix with its directories and the run-info record. Works
-/// as root and, with a user namespace, without. Call it before any thread starts.
-/// Ends the calling process with the exit status of `body`, 128 + n when signal n
-/// ended it.
-/// @return only without a sandbox: what `body` returned in this very process
-int run(int argc, char** argv, int (*body)(int, char**));
+/// Runs this program again inside a fresh sandbox: its own /proc and /sys, loopback up. Works
+/// as root and, with a user namespace, without. Call it before anything else.
+/// @return inside the sandbox, and where there can be none
+void enter(char** argv);
 
-/// @return why there is no sandbox; empty inside one
-const std::string& whyUnavailable();
+/// @return whether this is one
+bool isOne();
 
-/// Empties /usr/velarix down to its directories, so that no test finds what
-/// another one left.
+/// Makes /usr/velarix anew with its directories and nothing else, so that no test finds
+/// what another one left.
 void cleanDirectories();
 
 /// Makes the network interface `name` (a virtual pair) and raises it.

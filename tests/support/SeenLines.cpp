@@ -10,6 +10,8 @@
 
 #include <Poco/Message.h>
 
+#include "Events.h"
+
 namespace
 {
 
@@ -96,5 +98,6 @@ extern "C" [[noreturn]] void __wrap___assert_fail(const char* expression, const 
                                                   const char* function)
 {
 	keep(label, static_cast<int>(number), "fatal", expression, function);
+	events::tell();
 	__real___assert_fail(expression, label, number, function);
 }

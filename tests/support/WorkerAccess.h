@@ -49,8 +49,4 @@ public:
 	static Poco::AutoPtr<ProcessChecker>& checker(CAgent& agent) { return agent.m_pChecker; }
 	static Poco::AutoPtr<CHeartSender>& sender(CAgent& agent) { return agent.m_pSender; }
 	static Poco::AutoPtr<CHeartReciver>& reciver(CAgent& agent) { return agent.m_pReciver; }
-	static Poco::Thread& checkerThread(CAgent& agent) { return agent.m_checkerThread; }
-	static Poco::Thread& senderThread(CAgent& agent) { return agent.m_senderThread; }
-	static Poco::Thread& reciverThread(CAgent& agent) { return agent.m_reciverThread; }
-	static Poco::Thread& spareThread(CAgent& agent) { return agent.m_spareThread; }
 };

@@ -1,8 +1,9 @@
 // The entry of every test program that needs /usr/velarix: it runs in a sandbox.
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -18,9 +19,9 @@ class SkipWithoutSandbox : public testing::Environment
 {
 	void SetUp() override
 	{
-		if (!sandbox::whyUnavailable().empty())
+		if (!sandbox::isOne())
 		{
-			GTEST_SKIP() << "namespaces unavailable: " << sandbox::whyUnavailable();
+			GTEST_SKIP() << "namespaces unavailable, see above";
 		}
 	}
 };
@@ -36,8 +37,22 @@ void failWhenUnfinished()
 	}
 }
 
-int runTests(int argc, char** argv)
+} // namespace
+
+int main(int argc, char** argv)
 {
+	const std::string program = std::filesystem::path(argv[0]).filename();
+	const bool isListing =
+	    std::any_of(argv, argv + argc, [](const char* word) { return std::string_view(word) == "--gtest_list_tests"; });
+	if (!isListing)
+	{
+		sandbox::enter(argv);
+		seenlines::keepFor(program);
+	}
+	if (sandbox::isOne())
+	{
+		sandbox::cleanDirectories();
+	}
 	testing::InitGoogleTest(&argc, argv);
 	testing::AddGlobalTestEnvironment(new SkipWithoutSandbox);
 	g_unfinished = ::getpid();
@@ -45,23 +60,4 @@ int runTests(int argc, char** argv)
 	const int result = RUN_ALL_TESTS();
 	g_unfinished = 0;
 	return result;
-}
-
-} // namespace
-
-int main(int argc, char** argv)
-{
-	for (int i = 1; i < argc; ++i)
-	{
-		if (std::strcmp(argv[i], "--gtest_list_tests") == 0)
-		{
-			return runTests(argc, argv);
-		}
-	}
-	seenlines::keepFor(std::strrchr(argv[0], '/') == nullptr ? argv[0] : std::strrchr(argv[0], '/') + 1);
-	const int result = sandbox::run(argc, argv, runTests);
-	// The tests ran in a process of their own. This one has no process namespace
-	// left in which a leak checker could make its helper, so it leaves without.
-	std::fflush(nullptr);
-	std::_Exit(result);
 }

@@ -12,7 +12,6 @@
 
 #include <Poco/Thread.h>
 
-#include "Daemon.h"
 #include "OwnProcess.h"
 #include "RealPrograms.h"
 #include "ShellRunner.h"
@@ -71,34 +70,6 @@ std::string blockedHere()
 	return result;
 }
 
-/// Descriptors such as the daemon has, none of them close-on-exec.
-class OpenDescriptors
-{
-public:
-	OpenDescriptors()
-	{
-		m_all[0] = ::socket(AF_INET, SOCK_STREAM, 0);
-		EXPECT_EQ(::listen(m_all[0], 1), 0);
-		m_all[1] = ::open("/usr/velarix/log/open.log", O_CREAT | O_WRONLY, 0600);
-		m_all[2] = ::socket(AF_INET, SOCK_DGRAM, 0);
-		m_all[3] = ::dup2(m_all[1], 900);
-		EXPECT_THAT(m_all, testing::Each(testing::Gt(2)));
-	}
-	~OpenDescriptors()
-	{
-		// They are the daemon's still, whatever was started.
-		for (const int descriptor : m_all)
-		{
-			EXPECT_EQ(::close(descriptor), 0) << descriptor;
-		}
-	}
-	OpenDescriptors(const OpenDescriptors&) = delete;
-	OpenDescriptors& operator=(const OpenDescriptors&) = delete;
-
-private:
-	std::array<int, 4> m_all{};
-};
-
 /// The ways in which the daemon starts something, each with the script of the proof.
 using Way = void (*)();
 
@@ -139,24 +110,22 @@ void launchDirectly()
 class Inherited : public DaemonTest, public testing::WithParamInterface<std::tuple<bool, Way>>
 {
 protected:
-	void SetUp() override
+	Inherited()
 	{
 		settings.set("AGENT.PROVE_COMMAND", "/usr/velarix/programs/vxprove");
-		DaemonTest::SetUp();
 		programs::installScript("vxprove", kProve);
 		g_oldKernel = std::get<bool>(GetParam());
 		m_shell = std::filesystem::read_symlink(kShell);
 		useShell("bash");
 	}
 
-	void TearDown() override
+	~Inherited() override
 	{
 		useShell(m_shell);
 		g_oldKernel = false;
 		while (::waitpid(-1, nullptr, 0) > 0)
 		{
 		}
-		DaemonTest::TearDown();
 	}
 
 private:
@@ -171,7 +140,12 @@ private:
 
 TEST_P(Inherited, AreTheStandardStreamsAndNoBlockedSignal)
 {
-	const OpenDescriptors descriptors;
+	// Descriptors such as the daemon has, none of them close-on-exec.
+	const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+	EXPECT_EQ(::listen(listener, 1), 0);
+	const int log = ::open("/usr/velarix/log/open.log", O_CREAT | O_WRONLY, 0600);
+	const std::array<int, 4> descriptors{listener, log, ::socket(AF_INET, SOCK_DGRAM, 0), ::dup2(log, 900)};
+	EXPECT_THAT(descriptors, testing::Each(testing::Gt(2)));
 	onWorkerThread(
 	    []
 	    {
@@ -184,6 +158,10 @@ TEST_P(Inherited, AreTheStandardStreamsAndNoBlockedSignal)
 	for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
 	{
 		EXPECT_EQ(::fcntl(stream, F_GETFD), 0) << stream;
+	}
+	for (const int descriptor : descriptors) // They are the daemon's still.
+	{
+		EXPECT_EQ(::close(descriptor), 0) << descriptor;
 	}
 }
 

@@ -37,20 +37,14 @@ namespace
 class ProcDirectory : public DaemonTest
 {
 protected:
-	void SetUp() override
+	ProcDirectory()
 	{
-		DaemonTest::SetUp();
 		settings.programs({"/opt/app/server"});
-		apply();
 		g_untyped.clear();
 		sandbox::coverProc();
 	}
 
-	void TearDown() override
-	{
-		sandbox::showRealProc();
-		DaemonTest::TearDown();
-	}
+	~ProcDirectory() override { sandbox::showRealProc(); }
 
 	static void directory(const std::string& name) { ASSERT_EQ(::mkdir(("/proc/" + name).c_str(), 0755), 0) << name; }
 
@@ -157,7 +151,6 @@ TEST_F(ProcDirectory, TheNumberOfMatchesDecides)
 	{
 		SCOPED_TRACE(row.name);
 		settings.programs(row.configured);
-		apply();
 		for (std::size_t i = 0; i < row.running.size(); ++i)
 		{
 			process(std::to_string(i + 1), "Name:\t" + row.running[i] + "\nUmask:\t0022\n");
@@ -202,54 +195,43 @@ TEST_F(ProcDirectory, TheNameMayBeAnywhereInTheLine)
 	process("1", "server\n");
 	process("2", "Name:\tobserver2\n");
 	settings.programs({"/opt/app/server", "server"});
-	apply();
 	EXPECT_TRUE(isRunning());
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:241  4processes are running at the same time"));
 }
 
-TEST_F(ProcDirectory, ADirectoryWithoutStatusIsReportedAndSkipped)
+TEST_F(ProcDirectory, AStatusThatCannotBeReadIsReportedAndSkippedAndWithoutProcNothingRuns)
 {
+	const std::string cannot = "log E Utill:216 Can't read file [/proc/17/status]";
 	directory("17");
 	process("18", "Name:\tserver\n");
 	EXPECT_TRUE(isRunning());
-	EXPECT_THAT(events::all(), ElementsAre("log E Utill:216 Can't read file [/proc/17/status]"));
-}
-
-TEST_F(ProcDirectory, AStatusThatMustNotBeReadIsReportedAndSkipped)
-{
-	process("17", "Name:\tserver\n");
+	sandbox::writeFile("/proc/17/status", "Name:\tserver\n");
+	std::filesystem::remove_all("/proc/18");
 	ASSERT_EQ(::chmod("/proc/17/status", 0), 0);
 	const PlainUser user;
 	EXPECT_FALSE(isRunning());
-	EXPECT_THAT(events::all(), ElementsAre("log E Utill:216 Can't read file [/proc/17/status]"));
+	ASSERT_EQ(::chmod("/proc", 0), 0);
+	EXPECT_FALSE(isRunning());
+	EXPECT_THAT(events::all(), ElementsAre(cannot, cannot, "log E Utill:204 NO_DIR(/proc)"));
 }
 
-TEST_F(ProcDirectory, AnEmptyStatusMatchesNothingAndThePreviousLineIsNotCountedAgain)
+TEST_F(ProcDirectory, AStatusWithoutALineMatchesNothingAndThePreviousLineIsNotCountedAgain)
 {
 	// Whatever the order of the entries, an empty one follows the matching one.
 	process("1", "");
 	process("2", "Name:\tserver\n");
 	process("3", "");
+	directory("4");
+	directory("4/status");
 	EXPECT_TRUE(isRunning());
 	EXPECT_THAT(events::all(), IsEmpty());
 	settings.programs({"/opt/app/server", "/opt/app/worker"});
-	apply();
 	EXPECT_FALSE(isRunning());
-}
-
-TEST_F(ProcDirectory, AStatusThatGivesNoLineMatchesNothing)
-{
-	directory("1");
-	directory("1/status");
-	process("2", "Name:\tserver\n");
-	EXPECT_TRUE(isRunning());
-	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 TEST_F(ProcDirectory, AnEmptyPathIsReportedForEachProcessAndMatchesIt)
 {
 	settings.programs({""});
-	apply();
 	process("1", "Name:\tone\n");
 	process("2", "Name:\ttwo\n");
 	EXPECT_TRUE(isRunning());
@@ -257,21 +239,15 @@ TEST_F(ProcDirectory, AnEmptyPathIsReportedForEachProcessAndMatchesIt)
 	                                       "log D Utill:241  2processes are running at the same time"));
 }
 
-TEST_F(ProcDirectory, AFileAndALinkAreSkippedEvenUnderANumber)
-{
-	sandbox::writeFile("/proc/5", "Name:\tserver\n");
-	process("elsewhere", "Name:\tserver\n");
-	ASSERT_EQ(::symlink("elsewhere", "/proc/6"), 0);
-	ASSERT_EQ(::mkfifo("/proc/7", 0600), 0);
-	EXPECT_FALSE(isRunning());
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(ProcDirectory, AnEntryWhoseTypeIsNotReportedIsSkipped)
+TEST_F(ProcDirectory, WhatIsNoDirectoryOrHasNoKnownTypeIsSkippedEvenUnderANumber)
 {
 	process("5", "Name:\tserver\n");
 	EXPECT_TRUE(isRunning());
 	g_untyped = "5";
+	sandbox::writeFile("/proc/6", "Name:\tserver\n");
+	process("elsewhere", "Name:\tserver\n");
+	ASSERT_EQ(::symlink("elsewhere", "/proc/7"), 0);
+	ASSERT_EQ(::mkfifo("/proc/8", 0600), 0);
 	EXPECT_FALSE(isRunning());
 	EXPECT_THAT(events::all(), IsEmpty());
 }

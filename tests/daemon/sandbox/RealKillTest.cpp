@@ -1,11 +1,6 @@
-// Kills of real programs, inside the process table of the sandbox.
+// Kills of real programs by their handles, inside the process table of the sandbox.
 
-#include <Poco/Process.h>
-
-#include "Daemon.h"
 #include "RealPrograms.h"
-
-using namespace std::chrono_literals;
 
 namespace
 {
@@ -52,36 +47,7 @@ private:
 	std::unique_ptr<std::vector<Poco::ProcessHandle*>> m_pHandles;
 };
 
-class RealKill : public DaemonTest
-{
-protected:
-	void configure(const std::vector<std::string>& paths)
-	{
-		settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall -q -9").programs(paths);
-		apply();
-	}
-};
-
-TEST_F(RealKill, EveryProgramIsKilledByItsName)
-{
-	configure({"/opt/app/vxalpha", "/opt/app/vxbeta"});
-	Poco::ProcessHandle alpha = Poco::Process::launch(programs::installSleeper("vxalpha"), {});
-	Poco::ProcessHandle beta = Poco::Process::launch(programs::installSleeper("vxbeta"), {});
-	Poco::ProcessHandle other = Poco::Process::launch(programs::installSleeper("vxother"), {});
-	ASSERT_TRUE(waitFor([] { return programs::running("vxalpha").size() == 1; }, 5s, "vxalpha"));
-	ASSERT_TRUE(waitFor([] { return programs::running("vxbeta").size() == 1; }, 5s, "vxbeta"));
-	ASSERT_TRUE(waitFor([] { return programs::running("vxother").size() == 1; }, 5s, "vxother"));
-	EXPECT_TRUE(Utill::isProcessRunning(OBSERVATION_MODE_1));
-	EXPECT_TRUE(Utill::processKill());
-	alpha.wait();
-	beta.wait();
-	EXPECT_FALSE(Utill::isProcessRunning(OBSERVATION_MODE_1));
-	EXPECT_THAT(programs::running("vxother"), SizeIs(1));
-	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(killall -q -9 vxalpha) : ",
-	                                       "log I Utill:573 command(killall -q -9 vxbeta) : "));
-	Poco::Process::kill(other);
-	other.wait();
-}
+using RealKill = DaemonTest;
 
 TEST_F(RealKill, HandlesAreKilledAndAwaitedFromTheLastToTheFirst)
 {

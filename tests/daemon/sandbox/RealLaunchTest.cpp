@@ -1,10 +1,7 @@
 // Launches of real programs: the run script from the agent's hands to the
 // process table, and the direct launchers.
 
-#include <Poco/Process.h>
-
 #include "CAgent.h"
-#include "Daemon.h"
 #include "RealPrograms.h"
 
 using namespace std::chrono_literals;
@@ -13,26 +10,19 @@ namespace
 {
 
 constexpr char kProof[] = "/usr/velarix/log/proof";
+constexpr char kFailoverBanner[] = "log E Utill:140 \n"
+                                   "=======================================================\n"
+                                   "===================  failover  ==========================\n"
+                                   "=======================================================";
 
 class RealLaunch : public DaemonTest
 {
 protected:
-	void SetUp() override
+	RealLaunch()
 	{
-		DaemonTest::SetUp();
 		settings.set("AGENT.VIRTUAL_IP_STOP_COMMAND", "true")
 		    .set("ADVENCE.PROCESS_KILL_COMMAND", "killall -q -9")
 		    .programs({});
-		apply();
-		::unlink(kProof);
-		::unlink(velarix::kRunScriptPath);
-	}
-
-	void TearDown() override
-	{
-		::unlink(kProof);
-		::unlink(velarix::kRunScriptPath);
-		DaemonTest::TearDown();
 	}
 
 	static void runScript(const std::string& text)
@@ -42,10 +32,10 @@ protected:
 	}
 };
 
-TEST_F(RealLaunch, TheAgentsScriptStartsTheConfiguredProgramsInTheirDirectory)
+TEST_F(RealLaunch, TheAgentsScriptStartsTheConfiguredProgramsInTheirDirectoryAndTheCommandKillsThemByName)
 {
 	settings.programs({programs::installSleeper("vxalpha"), programs::installSleeper("vxbeta")});
-	apply();
+	const programs::Sleeper other("vxother");
 	const CAgent agent(MODE_SLAVE);
 	EXPECT_FALSE(Utill::isProcessRunning(OBSERVATION_MODE_1));
 	Utill::voidProcessRun(true);
@@ -53,8 +43,12 @@ TEST_F(RealLaunch, TheAgentsScriptStartsTheConfiguredProgramsInTheirDirectory)
 	const std::vector<pid_t> alpha = programs::running("vxalpha");
 	ASSERT_THAT(alpha, SizeIs(1));
 	EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(alpha[0]) + "/cwd"), "/usr/velarix/programs");
+	events::clear();
 	EXPECT_TRUE(Utill::processKill());
+	EXPECT_THAT(events::all(), ElementsAre("log I Utill:573 command(killall -q -9 vxalpha) : ",
+	                                       "log I Utill:573 command(killall -q -9 vxbeta) : "));
 	EXPECT_TRUE(waitFor([] { return !Utill::isProcessRunning(OBSERVATION_MODE_1); }, 5s, "end of both programs"));
+	EXPECT_THAT(programs::running("vxother"), SizeIs(1));
 }
 
 TEST_F(RealLaunch, TheEndOfTheScriptIsAwaited)
@@ -81,8 +75,10 @@ TEST_F(RealLaunch, AScriptWhoseEndCannotBeAwaitedEndsTheDaemon)
 		std::signal(SIGCHLD, SIG_IGN);
 		Utill::voidProcessRun(true);
 	};
-	EXPECT_FATAL_AFTER(runWithoutEnds(), "**ERROR**(Utill:72)can't run processes[-1]", "1==0", "Utill", 73,
-	                   "static void Utill::voidProcessRun(bool)");
+	EXPECT_END(runWithoutEnds(),
+	           events::join({{"log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
+	                          "log E Utill:72 can't run processes[-1]"}}),
+	           "1==0", "Utill", 73, "static void Utill::voidProcessRun(bool)");
 }
 
 TEST_F(RealLaunch, HandleIBelongsToProgramI)
@@ -95,6 +91,13 @@ TEST_F(RealLaunch, HandleIBelongsToProgramI)
 	}
 	const std::unique_ptr<std::vector<Poco::ProcessHandle*>> handles(Utill::processRun(commands));
 	ASSERT_THAT(*handles, SizeIs(3));
+	const std::string rule = "======================================================";
+	EXPECT_THAT(
+	    events::all(),
+	    ElementsAre(
+	        "log D Utill:96 " + commands[0] + " started run..", "log D Utill:96 " + commands[1] + " started run..",
+	        "log D Utill:96 " + commands[2] + " started run..", "log E Utill:119 " + rule,
+	        "log E Utill:120 ================ process run =========================", "log E Utill:121 " + rule));
 	for (std::size_t i = 0; i < names.size(); ++i)
 	{
 		EXPECT_TRUE(waitFor([&] { return programs::running(names[i]) == std::vector<pid_t>{handles->at(i)->id()}; }, 5s,
@@ -107,14 +110,13 @@ TEST_F(RealLaunch, HandleIBelongsToProgramI)
 	}
 }
 
-TEST_F(RealLaunch, AMissingProgramRaisesNothingAndItsProcessEndsWith72)
+TEST_F(RealLaunch, AMissingProgramRaisesNothingAndItsProcessEndsWith72UnderTheFailoverBanner)
 {
 	settings.programs({"/usr/velarix/none/vxnobody"});
-	apply();
 	const std::unique_ptr<std::vector<Poco::ProcessHandle*>> handles(Utill::processRun());
 	ASSERT_THAT(*handles, SizeIs(1));
 	EXPECT_EQ(handles->at(0)->wait(), 72);
-	EXPECT_THAT(events::only({"log D"}), ElementsAre("log D Utill:96 /usr/velarix/none/vxnobody started run.."));
+	EXPECT_THAT(events::all(), ElementsAre("log D Utill:96 /usr/velarix/none/vxnobody started run..", kFailoverBanner));
 	delete handles->at(0);
 }
 
@@ -135,14 +137,12 @@ TEST_F(RealLaunch, AShellFileRunsWithoutBeingAwaited)
 	             programs::installScript("vxbackup", "while [ ! -e " + gate +
 	                                                     " ]; do sleep 0.01; done\n"
 	                                                     "echo saved > /usr/velarix/log/proof\n"));
-	apply();
 	Utill::shellFileRun("AGENT.BACKUP_COMMAND");
 	EXPECT_EQ(sandbox::readFile(kProof), "");
 	EXPECT_THAT(events::all(), IsEmpty());
 	sandbox::writeFile(gate, "");
 	EXPECT_TRUE(waitFor([] { return sandbox::readFile(kProof) == "saved\n"; }, 5s, "proof of the shell file"));
 	EXPECT_GT(::waitpid(-1, nullptr, 0), 0);
-	::unlink(gate.c_str());
 }
 
 } // namespace

@@ -11,23 +11,17 @@ namespace
 class RealPing : public DaemonTest
 {
 protected:
-	void SetUp() override
+	RealPing()
 	{
-		DaemonTest::SetUp();
 		sandbox::addInterface("eth1", true);
 		sandbox::shell("ip addr add 10.88.0.1/24 dev eth1");
 	}
 
-	void TearDown() override
-	{
-		sandbox::shell("ip link del eth1");
-		DaemonTest::TearDown();
-	}
+	~RealPing() override { sandbox::shell("ip link del eth1"); }
 
 	void configure(const std::string& address)
 	{
 		settings.set("AGENT.PARTNER_IP", address).set("AGENT.GATEWAY_IP", address).set("AGENT.VIRTUAL_IP", address);
-		apply();
 	}
 };
 

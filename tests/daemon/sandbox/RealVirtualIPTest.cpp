@@ -2,7 +2,7 @@
 
 #include "VirtualIP.h"
 
-#include "WorkerTest.h"
+#include "Workers.h"
 
 namespace
 {
@@ -15,26 +15,20 @@ constexpr char kListed[] = "log D Utill:668 myVirtualIP working";
 class RealVirtualIP : public WorkerTest
 {
 protected:
-	void SetUp() override
+	RealVirtualIP()
 	{
-		DaemonTest::SetUp();
 		sandbox::addInterface("eth0", true);
 		sandbox::shell("ip addr add 10.77.0.1/24 dev eth0");
 		configure(kStart);
 	}
 
-	void TearDown() override
-	{
-		sandbox::shell("ip link del eth0");
-		DaemonTest::TearDown();
-	}
+	~RealVirtualIP() override { sandbox::shell("ip link del eth0"); }
 
 	void configure(const std::string& startCommand)
 	{
 		settings.set("AGENT.VIRTUAL_IP", "10.77.0.100")
 		    .set("AGENT.VIRTUAL_IP_START_COMMAND", startCommand)
 		    .set("AGENT.VIRTUAL_IP_STOP_COMMAND", kStop);
-		apply();
 	}
 
 	static bool start()

@@ -6,7 +6,7 @@
 
 #include <Poco/Net/NetException.h>
 
-#include "ReceiverTest.h"
+#include "Workers.h"
 
 namespace
 {
@@ -51,13 +51,13 @@ std::map<std::string, events::List> makeEvents()
 	    {"isolated",      {line(508, "my comunication IP is not OK (1)"), line(509, "master -> slave  process kill")}},
 	    {"unserved",      {line(516, "my service IP is not OK (2)"), line(517, "master -> slave  process kill")}},
 	    {"unplugged",     {line(524, "my service LanCard is not OK (3)"), line(525, "master -> slave  process kill")}},
-	    {"kill",          steps::killPrograms()},
+	    {"kill",          steps::kKillPrograms},
 	    {"bad-kill",      notStarted(kKill)},
-	    {"drop",          steps::dropAddress()},
+	    {"drop",          steps::kDropAddress},
 	    {"bad-drop",      notStarted(kStop)},
 	    {"alone",         {line(543, "networkStatus : SLAVE 1")}},
 	    {"takes-over",    {line(548, "partner comunication IP is not OK"), line(549, "slave -> master  process run")}},
-	    {"run",           steps::runPrograms()},
+	    {"run",           steps::kRunPrograms},
 	};
 	// clang-format on
 }
@@ -77,15 +77,15 @@ events::List eventsOf(const std::string& names)
 
 constexpr int kThrows = -100; ///< replies of a ping that raises
 
-void setReplies(const char* address, int replies)
+void setReplies(const std::string& address, int replies)
 {
 	if (replies == kThrows)
 	{
-		fakeoutside::pingThrows(address, [] { throw Poco::Net::HostNotFoundException("nobody", 3); });
+		events::at("ping " + address + " ", events::throws(Poco::Net::HostNotFoundException("nobody", 3)));
 	}
 	else
 	{
-		fakeoutside::pingGives(address, replies);
+		fakeoutside::pingGives(address, {replies});
 	}
 }
 
@@ -113,7 +113,7 @@ TEST_P(NetworkStatus, Decides)
 	setReplies("10.0.0.2", row.partner);
 	setReplies("10.0.0.254", row.gateway);
 	setReplies("10.0.1.100", row.service);
-	fakeoutside::commandPrints(kCarrier, row.carrier);
+	fakeoutside::commandPrints(kCarrier, {row.carrier});
 	if (*row.carrier == '\0')
 	{
 		fakeoutside::commandFails(kCarrier);
@@ -177,7 +177,7 @@ TEST_F(NetworkStatusAsk, APassedCheckLeavesAPendingAskAloneAndANewOneCountsAnew)
 	mode = 1;
 	count() = 3;
 	velarix::storeShared(g_specialAsking, std::int32_t{1});
-	fakeoutside::commandPrintsInTurn(kCarrier, {"1\n", "0\n"});
+	fakeoutside::commandPrints(kCarrier, {"1\n", "0\n"});
 	EXPECT_EQ(receiver->networkStatus(), 1);
 	EXPECT_EQ(velarix::loadShared(g_specialAsking), 1);
 	EXPECT_EQ(count(), 3);

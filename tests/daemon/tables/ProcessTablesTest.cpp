@@ -2,7 +2,7 @@
 // raw values of system() that count as started, the checker's pause for every configured
 // cycle, and its line for every role.
 
-#include "WorkerTest.h"
+#include "Workers.h"
 
 namespace
 {
@@ -22,15 +22,9 @@ protected:
 	/// The checker's events up to the pause.
 	static events::List firstCycleOf(ProcessChecker* pChecker)
 	{
-		events::endAtSleep(1);
+		events::endAt(1, "sleep ");
 		EXPECT_THROW(pChecker->run(), events::EndOfScript);
 		return events::all();
-	}
-
-	void set(const std::string& key, const std::string& value)
-	{
-		settings.set(key, value);
-		apply();
 	}
 
 private:
@@ -44,7 +38,7 @@ TEST_F(ProcessTables, OnlyTheSettingOneIsTheFirstObservationMode)
 	for (const auto& [setting, observed] :
 	     std::map<std::string, int>{{"1", 1}, {"2", 2}, {"7", 2}, {"11", 2}, {"0", 2}, {"-1", 2}})
 	{
-		set("PROCESS_CHECK.OBSERVATION_MODE", setting);
+		settings.set("PROCESS_CHECK.OBSERVATION_MODE", setting);
 		EXPECT_EQ(Utill::getObservationMode(), observed) << setting;
 	}
 	EXPECT_THAT(events::all(), testing::IsEmpty());
@@ -60,10 +54,7 @@ TEST_F(ProcessTables, EveryOtherResultOfTheScriptCountsAsStarted)
 		events::clear();
 		fakeoutside::systemGives("/usr/velarix/bin/ini/processList.sh", raw);
 		Utill::voidProcessRun(true);
-		EXPECT_THAT(events::all(),
-		            ElementsAre("log D Utill:48 try to start virtual ip", "log D Utill:62 try to run processes",
-		                        "system chmod 755 /usr/velarix/bin/ini/processList.sh",
-		                        "system /usr/velarix/bin/ini/processList.sh", kBanner));
+		EXPECT_EQ(events::all(), steps::kRunProgramsOnly);
 	}
 }
 
@@ -95,7 +86,7 @@ TEST_F(ProcessTables, TheCheckerPausesForTheConfiguredCycle)
 	for (const Cycle& row : kCycles)
 	{
 		SCOPED_TRACE(row.seconds);
-		set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", row.seconds);
+		settings.set("PROCESS_CHECK.PROCESS_CHECK_CYCLE", row.seconds);
 		ProcessChecker* const pChecker = make(MODE_SLAVE);
 		EXPECT_EQ(pChecker->getCheckingCycle(), row.milliseconds);
 		EXPECT_EQ(firstCycleOf(pChecker).back(), row.sleep);
@@ -109,13 +100,53 @@ TEST_F(ProcessTables, OnlyTheRoleOneIsTheMastersLetterInTheCheckersLine)
 		for (const std::string stopped : {"0", "1"}) // of configured programs none runs
 		{
 			SCOPED_TRACE(role);
-			set("PROCESS_CHECK.PROCESS_NUM", stopped);
+			settings.set("PROCESS_CHECK.PROCESS_NUM", stopped);
 			const std::string answer = stopped == "0" ? "1" : "0";
 			EXPECT_THAT(firstCycleOf(make(role)),
 			            ElementsAre("log D ProcessChecker:103 ProcessRuning[noName][MODE:" + letter + "]: " + answer,
 			                        "sleep 5000"));
 		}
 	}
+}
+
+/// What the daemon takes from a configured program's path: the directory that the run script
+/// changes into, and the name by which the program is found and killed.
+struct Path
+{
+	const char* path;
+	const char* directory;
+	const char* program;
+};
+
+// clang-format off
+const Path kPaths[] = {
+//   path                               directory                     program
+	{"/usr/bin/mysqld",                 "/usr/bin/",                  "mysqld"},
+	{"/opt/app/bin/server -d",          "/opt/app/bin/",              "server -d"},
+	{"/opt/app/server -c /etc/app.conf", "/opt/app/server -c /etc/",  "app.conf"},
+	{"worker",                          "",                           "worker"},
+	{"/worker",                         "/",                          "worker"},
+	{"bin/worker",                      "bin/",                       "worker"},
+	{"../bin/./worker",                 "../bin/./",                  "worker"},
+	{"/opt//app///worker",              "/opt//app///",               "worker"},
+	{"/opt/my app / worker ",           "/opt/my app /",              " worker "},
+	{"/opt/app/",                       "/opt/app/",                  ""},
+	{"/",                               "/",                          ""},
+};
+// clang-format on
+
+TEST_F(ProcessTables, APathIsTheDirectoryAndTheNameOfItsProgram)
+{
+	CAgent agent(MODE_SLAVE);
+	events::clear();
+	for (const Path& row : kPaths)
+	{
+		std::string path = row.path;
+		EXPECT_EQ(agent.getProcessLocation(path), row.directory);
+		EXPECT_EQ(getProcessName(path), row.program);
+		EXPECT_EQ(path, row.path);
+	}
+	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 } // namespace

@@ -8,8 +8,7 @@ namespace
 {
 
 constexpr char kFile[] = "/usr/velarix/bin/ini/values.ini";
-constexpr char kGetInt[] = "int Configuraion::getInt(const std::string&)";
-constexpr char kGetBool[] = "bool Configuraion::getBool(const std::string&)";
+constexpr Report kNoSwitch{"0", "Configuraion", 100, "bool Configuraion::getBool(const std::string&)"};
 
 struct Row
 {
@@ -20,44 +19,30 @@ struct Row
 	const char* flag;
 };
 
-/// Every row is asked for the key "S.K".
+template <typename Get> void expectValue(const std::string& expected, const Report& end, Get get)
+{
+	if (expected == "-")
+	{
+		EXPECT_EXIT(get(), testing::KilledBySignal(SIGABRT), HasSubstr(end.text()));
+	}
+	else
+	{
+		EXPECT_EQ(get(), expected);
+	}
+}
+
 class SettingsValues : public DaemonTest, public testing::WithParamInterface<Row>
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		sandbox::writeFile(kFile, GetParam().content);
-	}
 };
 
-TEST_P(SettingsValues, AsText)
+TEST_P(SettingsValues, AreReadAsTextNumberAndSwitch)
 {
-	EXPECT_EQ(Configuraion(kFile).getString("S.K"), GetParam().text);
-}
-
-TEST_P(SettingsValues, AsNumber)
-{
-	if (std::string(GetParam().number) == "-")
-	{
-		EXPECT_FATAL(Configuraion(kFile).getInt("S.K"), "0", "Configuraion", 83, kGetInt);
-	}
-	else
-	{
-		EXPECT_EQ(std::to_string(Configuraion(kFile).getInt("S.K")), GetParam().number);
-	}
-}
-
-TEST_P(SettingsValues, AsSwitch)
-{
-	if (std::string(GetParam().flag) == "-")
-	{
-		EXPECT_FATAL(Configuraion(kFile).getBool("S.K"), "0", "Configuraion", 100, kGetBool);
-	}
-	else
-	{
-		EXPECT_EQ(Configuraion(kFile).getBool("S.K") ? "on" : "off", std::string(GetParam().flag));
-	}
+	const Row& row = GetParam();
+	sandbox::writeFile(kFile, row.content);
+	Configuraion store(kFile);
+	expectValue(row.text, kNoText, [&] { return store.getString("S.K"); });
+	expectValue(row.number, kNoNumber, [&] { return std::to_string(store.getInt("S.K")); });
+	expectValue(row.flag, kNoSwitch, [&] { return std::string(store.getBool("S.K") ? "on" : "off"); });
 }
 
 // clang-format off

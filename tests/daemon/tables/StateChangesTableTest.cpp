@@ -1,7 +1,7 @@
 // Other threads read role and ask at any moment: between which two events each value
 // changes when a heartbeat is judged, when the node judges itself and at a fail-over. The
 // changes of the network verdict are in NetworkStatusTableTest.cpp.
-#include "ReceiverTest.h"
+#include "Workers.h"
 
 namespace
 {
@@ -43,10 +43,10 @@ protected:
 TEST_P(StateChanges, ComeInThisOrder)
 {
 	const Row& row = GetParam();
-	configureRole(row.configured);
+	settings.set("AGENT.MODE", row.configured);
 	programRuns(row.programs);
-	fakeoutside::commandPrints("cat /sys/class/net/eth0/carrier", "1\n");
-	fakeoutside::pingGives("10.0.0.254", row.gateway);
+	fakeoutside::commandPrints("cat /sys/class/net/eth0/carrier", {"1\n"});
+	fakeoutside::pingGives("10.0.0.254", {row.gateway});
 	mode = row.role;
 	status() = row.status;
 	velarix::storeShared(g_specialAsking, row.ask);

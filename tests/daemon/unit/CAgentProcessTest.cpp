@@ -1,8 +1,9 @@
 // The agent's construction, what it does to the node in order, its process start and its kill.
 
-#include "Daemon.h"
 #include "Utilities.h"
-#include "WorkerAccess.h"
+#include "Workers.h"
+
+using events::join;
 
 namespace
 {
@@ -13,111 +14,58 @@ constexpr char kOwnName[] = "/opt/app/bin/daemon_unit";
 class CAgentProcess : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		agent = std::make_unique<CAgent>(2);
-		events::clear();
-	}
+	CAgentProcess() { events::clear(); }
 
-	void TearDown() override
-	{
-		agent.reset();
-		DaemonTest::TearDown();
-	}
-
-	/// From now on the log fails at the line "run time wrote", as on a full disk.
-	static void refuseTheTimeLine(std::function<void()> thrower)
-	{
-		onLogLine(
-		    [thrower](const std::string& event)
-		    {
-			    if (event.find("CAgent:179") != std::string::npos)
-			    {
-				    thrower();
-			    }
-		    });
-	}
-
-	/// From now on the run of the script throws.
-	static void scriptThrows(std::function<void()> thrower)
-	{
-		fakeoutside::onAction(
-		    [thrower](const std::string& event)
-		    {
-			    if (event == "system /usr/velarix/bin/ini/processList.sh")
-			    {
-				    thrower();
-			    }
-		    });
-	}
-
-	/// The start ends the daemon; the error line comes first.
-	void expectFatalStart(std::function<void()> thrower, const std::string& errorLine)
-	{
-		scriptThrows(std::move(thrower));
-		EXPECT_FATAL_AFTER(agent->processStart(), errorLine, "1 == 0", "CAgent", 100, "bool CAgent::processStart()");
-	}
-
-	static std::string recordedTime()
-	{
-		const std::string record = sandbox::readFile(velarix::kRunInfoPath);
-		return record.substr(std::string("[TRACE]\nLAST_RUN_TIME = ").size(), 14);
-	}
-
-	std::unique_ptr<CAgent> agent;
+	std::unique_ptr<CAgent> agent = std::make_unique<CAgent>(2);
 };
 
-TEST_F(CAgentProcess, ProcessStartRunsTheScriptWithoutTheAddressAndRecordsTheTime)
-{
-	EXPECT_TRUE(agent->processStart());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("log D CAgent:71 try to process run",                   //
-	                        "log D Utill:48 try to start virtual ip",               //
-	                        "log D Utill:62 try to run processes",                  //
-	                        "system chmod 755 /usr/velarix/bin/ini/processList.sh", //
-	                        "system /usr/velarix/bin/ini/processList.sh",           //
-	                        kBanner,                                                //
-	                        "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + recordedTime() + ")[noName]"));
-	EXPECT_TRUE(agent->isRunning());
-	EXPECT_NE(recordedTime(), "20240131235959");
-}
+const events::List kTry{"log D CAgent:71 try to process run"};
 
-TEST_F(CAgentProcess, TheRunningFlagIsSetAfterTheScriptAndBeforeTheTimeIsRecorded)
+TEST_F(CAgentProcess, ProcessStartRunsTheScriptWithoutTheAddressSetsTheFlagAndRecordsTheTime)
 {
-	std::vector<bool> flags;
-	scriptThrows([&] { flags.push_back(agent->isRunning()); });
-	refuseTheTimeLine([&] { flags.push_back(agent->isRunning()); });
+	events::at(kScript, [this] { EXPECT_FALSE(agent->isRunning()); });
+	events::at("log D CAgent:179", [this] { EXPECT_TRUE(agent->isRunning()); });
+	events::stopClock(1767431225);
 	EXPECT_TRUE(agent->processStart());
-	EXPECT_THAT(flags, ElementsAre(false, true));
+	EXPECT_EQ(events::all(), join({kTry,
+	                               steps::kRunProgramsOnly,
+	                               {"log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(20260103090705)[noName]"}}));
+	EXPECT_TRUE(agent->isRunning());
+	EXPECT_THAT(sandbox::readFile(velarix::kRunInfoPath), StartsWith("[TRACE]\nLAST_RUN_TIME = 20260103090705\n"));
 }
 
 TEST_F(CAgentProcess, AnErrorOfTheLibraryAtTheStartEndsTheDaemon)
 {
-	expectFatalStart([] { throw Poco::NotFoundException("script"); },
-	                 "**ERROR**(CAgent:84)Not found: script: NotFoundException");
-	expectFatalStart([] { throw Poco::NoPermissionException("script"); },
-	                 "**ERROR**(CAgent:88)No permission: script: NoPermissionException");
-	expectFatalStart([] { throw Poco::SystemException("fork"); },
-	                 "**ERROR**(CAgent:92)System exception: fork: SystemException");
-	expectFatalStart([] { throw Poco::TimeoutException("script"); }, "**ERROR**(CAgent:96)Timeout: script");
-}
-
-TEST_F(CAgentProcess, KillWithNoProgramRunningDoesNothing)
-{
-	EXPECT_TRUE(agent->kill());
-	EXPECT_THAT(events::all(), IsEmpty());
+	for (std::size_t i = 0; i < 4; ++i) // what is not of the library it does not catch
+	{
+		const auto& [failure, text] = steps::kScriptFailures[i];
+		events::at(kScript, failure);
+		const std::string line = "log E CAgent:" + std::to_string(84 + 4 * i) + " " + text;
+		EXPECT_END(agent->processStart(), join({kTry, steps::kTryPrograms, steps::kScriptRuns, {line}}), "1 == 0",
+		           "CAgent", 100, "bool CAgent::processStart()");
+	}
 }
 
 TEST_F(CAgentProcess, KillOfARunningProgramRunsTheCommandAndLogsAtErrorLevel)
 {
+	EXPECT_TRUE(agent->kill());
+	EXPECT_THAT(events::all(), IsEmpty());
 	settings.programs({kOwnName});
-	apply();
 	EXPECT_TRUE(agent->kill());
 	EXPECT_THAT(events::without({"log D Utill:241"}),
 	            ElementsAre("command kill-by-name daemon_unit",                     //
 	                        "log I Utill:573 command(kill-by-name daemon_unit) : ", //
 	                        "log E CAgent:123 process killed[noName]"));
+}
+
+TEST_F(CAgentProcess, AKillThatFailsEndsTheDaemon)
+{
+	settings.programs({kOwnName});
+	events::at("command kill-by-name", events::throws(Poco::SystemException("kill")));
+	EXPECT_END(agent->kill(),
+	           join({{"log D Utill:241  2processes are running at the same time", "command kill-by-name daemon_unit",
+	                  "log E CAgent:127 System exception: kill"}}),
+	           "isKill == true", "CAgent", 131, "bool CAgent::kill()");
 }
 
 class CAgentConstruction : public DaemonTest
@@ -132,34 +80,23 @@ protected:
 	}
 };
 
-TEST_F(CAgentConstruction, ASlaveDropsTheAddressThenKillsEveryProgramThenSaysSo)
+TEST_F(CAgentConstruction, WhateverTheRoleTheAddressIsDroppedThenEveryProgramIsKilled)
 {
 	settings.programs({"/opt/app/bin/server", "/opt/app/bin/worker"});
-	apply();
-	EXPECT_THAT(eventsOfConstruction(2),
-	            ElementsAre("log D CAgent:25 stop virtual ip, process",        //
-	                        "command vip-stop",                                //
-	                        "log I Utill:573 command(vip-stop) : ",            //
-	                        "command kill-by-name server",                     //
-	                        "log I Utill:573 command(kill-by-name server) : ", //
-	                        "command kill-by-name worker",                     //
-	                        "log I Utill:573 command(kill-by-name worker) : ", //
-	                        "log I CAgent:38 Slave CAgent()"));
-}
-
-TEST_F(CAgentConstruction, EveryOtherRoleIsMadeCleanInTheSameWay)
-{
 	for (const auto& [role, line] : std::map<MODE, std::string>{{1, "log I CAgent:33 Master CAgent()"},
+	                                                            {2, "log I CAgent:38 Slave CAgent()"},
 	                                                            {3, "log E CAgent:42 wrong mode setting: 3"},
 	                                                            {0, "log E CAgent:42 wrong mode setting: 0"},
 	                                                            {-7, "log E CAgent:42 wrong mode setting: -7"}})
 	{
 		EXPECT_THAT(eventsOfConstruction(role),
-		            ElementsAre("log D CAgent:25 stop virtual ip, process",              //
-		                        "command vip-stop",                                      //
-		                        "log I Utill:573 command(vip-stop) : ",                  //
-		                        "command kill-by-name noSuchServer",                     //
-		                        "log I Utill:573 command(kill-by-name noSuchServer) : ", //
+		            ElementsAre("log D CAgent:25 stop virtual ip, process",        //
+		                        "command vip-stop",                                //
+		                        "log I Utill:573 command(vip-stop) : ",            //
+		                        "command kill-by-name server",                     //
+		                        "log I Utill:573 command(kill-by-name server) : ", //
+		                        "command kill-by-name worker",                     //
+		                        "log I Utill:573 command(kill-by-name worker) : ", //
 		                        line));
 		CAgent agent(role);
 		EXPECT_EQ(AgentAccess::mode(agent), role);
@@ -170,7 +107,6 @@ TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
 {
 	CAgent agent(2);
 	EXPECT_EQ(AgentAccess::handles(agent), nullptr);
-	EXPECT_EQ(AgentAccess::mode(agent), 2);
 	EXPECT_FALSE(AgentAccess::running(agent));
 	EXPECT_FALSE(agent.isRunning());
 	EXPECT_EQ(AgentAccess::processLocation(agent), "noName");
@@ -178,10 +114,6 @@ TEST_F(CAgentConstruction, AtFirstNothingRunsAndNobodyWorks)
 	EXPECT_TRUE(AgentAccess::checker(agent).isNull());
 	EXPECT_TRUE(AgentAccess::sender(agent).isNull());
 	EXPECT_TRUE(AgentAccess::reciver(agent).isNull());
-	EXPECT_FALSE(AgentAccess::checkerThread(agent).isRunning());
-	EXPECT_FALSE(AgentAccess::senderThread(agent).isRunning());
-	EXPECT_FALSE(AgentAccess::reciverThread(agent).isRunning());
-	EXPECT_FALSE(AgentAccess::spareThread(agent).isRunning());
 }
 
 TEST_F(CAgentConstruction, TheDestructorLogsTheRoleOfThatMoment)

@@ -2,8 +2,17 @@
 // in the middle leaves behind. No worker thread runs here.
 
 #include "Daemon.h"
-#include "ThreadStarts.h"
 #include "WorkerAccess.h"
+
+// Poco::Thread::start(Poco::Runnable&): the start is an event, and no thread runs.
+extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThread, Poco::Runnable& worker);
+extern "C" void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* /*pThread*/, Poco::Runnable& worker)
+{
+	events::add(dynamic_cast<ProcessChecker*>(&worker) != nullptr  ? "start ProcessChecker"
+	            : dynamic_cast<CHeartReciver*>(&worker) != nullptr ? "start CHeartReciver"
+	            : dynamic_cast<CHeartSender*>(&worker) != nullptr  ? "start CHeartSender"
+	                                                               : "start of something else");
+}
 
 namespace
 {
@@ -11,70 +20,32 @@ namespace
 class CAgentThreads : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		makeAgent(2);
-	}
+	CAgentThreads() { events::clear(); }
 
-	void TearDown() override
+	/// Starts the workers and expects, behind the line about the start time that is in the
+	/// record now, these events.
+	void expectStart(const events::List& expected)
 	{
-		agent.reset();
-		DaemonTest::TearDown();
-	}
-
-	void makeAgent(MODE mode)
-	{
-		agent = std::make_unique<CAgent>(mode);
-		events::clear();
-	}
-
-	/// The line about the start time that is in the record now.
-	static std::string timeRecorded()
-	{
+		agent->startThread();
 		const std::string record = sandbox::readFile(velarix::kRunInfoPath);
 		const std::string time = record.substr(std::string("[TRACE]\nLAST_RUN_TIME = ").size(), 14);
 		EXPECT_EQ(record, "[TRACE]\nLAST_RUN_TIME = " + time +
 		                      "\nMASTER_LAST_RUN_TIME = 20240101000000\nSLAVE_LAST_RUN_TIME = 20240102000000\n");
-		EXPECT_THAT(time, MatchesRegex("[0-9]{14}"));
-		EXPECT_NE(time, "20240131235959");
-		return "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]";
+		EXPECT_THAT(time, AllOf(MatchesRegex("[0-9]{14}"), testing::Ne("20240131235959")));
+		EXPECT_EQ(
+		    events::all(),
+		    events::join({{"log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(" + time + ")[noName]"}, expected}));
 	}
 
-	/// The log throws after it has taken the line `event`.
-	static void refuse(const std::string& event)
-	{
-		onLogLine(
-		    [event](const std::string& line)
-		    {
-			    if (line.compare(0, event.size(), event) == 0)
-			    {
-				    throw Poco::WriteFileException("disk full");
-			    }
-		    });
-	}
-
-	std::unique_ptr<CAgent> agent;
+	std::unique_ptr<CAgent> agent = std::make_unique<CAgent>(2);
 };
 
-void noMoreThreads()
-{
-	throw Poco::SystemException("no more threads");
-}
+const events::List kStarts{"log D ProcessChecker:69 process list loaded[noName]", "start ProcessChecker",
+                           "start CHeartReciver", "start CHeartSender"};
 
-TEST_F(CAgentThreads, TheTimeIsRecordedThenTheCheckerTheReceiverAndTheSenderStart)
+TEST_F(CAgentThreads, TheTimeIsRecordedThenTheWorkersStartWithTheAgentsRoleFlagListAndLabel)
 {
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "start ProcessChecker",                                //
-	                                       "start CHeartReciver",                                 //
-	                                       "start CHeartSender"));
-}
-
-TEST_F(CAgentThreads, EveryWorkerSharesTheAgentsRoleFlagAndListAndCarriesItsLabel)
-{
-	agent->startThread();
+	expectStart(kStarts);
 	const auto expectShared = [&](auto& worker)
 	{
 		EXPECT_EQ(WorkerAccess::sharedMode(worker), &AgentAccess::mode(*agent));
@@ -89,13 +60,8 @@ TEST_F(CAgentThreads, EveryWorkerSharesTheAgentsRoleFlagAndListAndCarriesItsLabe
 
 TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSender)
 {
-	threadstarts::startThrows("CHeartReciver", noMoreThreads);
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "start ProcessChecker",                                //
-	                                       "start CHeartReciver",                                 //
-	                                       "log E CAgent:160 System exception: no more threads"));
+	events::at("start CHeartReciver", events::throws(Poco::SystemException("no more threads")));
+	expectStart({kStarts[0], kStarts[1], kStarts[2], "log E CAgent:160 System exception: no more threads"});
 	EXPECT_FALSE(AgentAccess::checker(*agent).isNull());
 	EXPECT_FALSE(AgentAccess::reciver(*agent).isNull());
 	EXPECT_TRUE(AgentAccess::sender(*agent).isNull());
@@ -103,24 +69,16 @@ TEST_F(CAgentThreads, AFailureOfTheReceiversThreadLeavesTheCheckerAndMakesNoSend
 
 TEST_F(CAgentThreads, AfterAnErrorWhileTheTimeIsRecordedAllThreeStart)
 {
-	refuse("log D CAgent:179 ");
-	agent->startThread();
-	EXPECT_THAT(events::all(), ElementsAre(timeRecorded(),                                        //
-	                                       "log E CAgent:183 Cannot write file: disk full",       //
-	                                       "log D ProcessChecker:69 process list loaded[noName]", //
-	                                       "start ProcessChecker",                                //
-	                                       "start CHeartReciver",                                 //
-	                                       "start CHeartSender"));
+	events::at("log D CAgent:179 ", events::throws(Poco::WriteFileException("disk full")));
+	expectStart(events::join({{"log E CAgent:183 Cannot write file: disk full"}, kStarts}));
 }
 
 TEST_F(CAgentThreads, AMissingRunInfoRecordEndsTheDaemonBeforeAnyWorkerIsMade)
 {
-	const std::string record = velarix::kRunInfoPath;
-	sandbox::shell("rm " + record);
-	threadstarts::startThrows("ProcessChecker", [record] { sandbox::writeFile(record, "a worker started"); });
-	EXPECT_FATAL(agent->startThread(), "(1 == 0) && \"ini File fopen fail.\"", "QuorinINI", 30,
-	             "bool initialization::loadFile(const std::string&)");
-	EXPECT_EQ(sandbox::readFile(record), "");
+	sandbox::shell("rm " + std::string(velarix::kRunInfoPath));
+	EXPECT_END(agent->startThread(), {"log E QuorinINI:29 File not found: /usr/velarix/bin/log/runinfo.txt"},
+	           kNoRecord);
+	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), "");
 }
 
 } // namespace

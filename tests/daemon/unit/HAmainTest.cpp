@@ -2,6 +2,9 @@
 // name, fork is scripted, no worker thread runs and every wait is recorded.
 
 #include "HAmain.h"
+
+#include <utility>
+
 #include "Configuraion.h"
 #include "Daemon.h"
 #include "VelarixLog.h"
@@ -11,9 +14,8 @@ int velarixMain();
 namespace
 {
 
-/// What the next fork gives; the real fork is used while it is not set.
-bool g_forkScripted = false;
-pid_t g_forkResult = 0;
+/// The next fork goes on as the daemon's side of it; otherwise it is the real one.
+bool g_goesOn = false;
 
 } // namespace
 
@@ -21,13 +23,12 @@ extern "C" pid_t __real_fork();
 extern "C" pid_t __wrap_fork();
 extern "C" pid_t __wrap_fork()
 {
-	if (!g_forkScripted)
+	if (!std::exchange(g_goesOn, false))
 	{
 		return __real_fork();
 	}
-	g_forkScripted = false;
 	events::add("fork");
-	return g_forkResult;
+	return 0;
 }
 
 using testing::Eq;
@@ -36,65 +37,42 @@ using testing::ExitedWithCode;
 namespace
 {
 
-void forkGives(pid_t result)
-{
-	g_forkScripted = true;
-	g_forkResult = result;
-}
-
 /// For death tests, which see standard error only.
-void sendOutputToError()
-{
-	::dup2(STDERR_FILENO, STDOUT_FILENO);
-}
-
 void exitProgram(const char* text)
 {
-	sendOutputToError();
+	::dup2(STDERR_FILENO, STDOUT_FILENO);
 	ExitProgram(text);
 }
 
-void runMain(pid_t forkResult)
+void runMain()
 {
-	forkGives(forkResult);
+	g_goesOn = true;
 	velarixMain();
 }
 
 class HAmain : public DaemonTest
 {
 protected:
-	void SetUp() override
+	HAmain()
 	{
-		DaemonTest::SetUp();
 		// The entry makes its own.
 		useUnsetLog();
 		delete velarixLog;
 		velarixLog = nullptr;
-		apply();
+		settings.write();
 	}
 
 	/// Runs the daemon's side of the entry until its n-th wait.
 	static void runDaemonUntilWait(int n)
 	{
-		events::endAtSleep(n);
-		EXPECT_THROW(runMain(0), events::EndOfScript);
-	}
-
-	MODE modeFor(const std::string& configured)
-	{
-		settings.set("AGENT.MODE", configured);
-		apply();
-		return getAgentMode();
+		events::endAt(n, "sleep ");
+		EXPECT_THROW(runMain(), events::EndOfScript);
 	}
 };
 
-TEST_F(HAmain, AFarewellWithoutAReasonHasNoBrackets)
+TEST_F(HAmain, TheFarewellHasItsReasonInBracketsWhichIsNoFormat)
 {
 	EXPECT_EXIT(exitProgram(nullptr), ExitedWithCode(0), Eq("Good Bye!!! \r\n"));
-}
-
-TEST_F(HAmain, AReasonIsNoFormat)
-{
 	EXPECT_EXIT(exitProgram("%s%d"), ExitedWithCode(0), Eq("Good Bye!!! [%s%d]\r\n"));
 }
 
@@ -125,14 +103,7 @@ TEST_F(HAmain, TheStartCleansTheNodeThenStartsTheWorkersThenSleepsForEver)
 TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 {
 	std::string pidAtStop;
-	fakeoutside::onAction(
-	    [&](const std::string& event)
-	    {
-		    if (event == "command vip-stop")
-		    {
-			    pidAtStop = sandbox::readFile(velarix::kPidPath);
-		    }
-	    });
+	events::at("command vip-stop", [&] { pidAtStop = sandbox::readFile(velarix::kPidPath); });
 	runDaemonUntilWait(2);
 	EXPECT_EQ(pidAtStop, std::to_string(::getpid()));
 	EXPECT_EQ(sandbox::readFile(velarix::kPidPath), std::to_string(::getpid()));
@@ -141,25 +112,29 @@ TEST_F(HAmain, ThePidFileHoldsBareDigitsBeforeTheFirstCommandRuns)
 TEST_F(HAmain, WithoutThePidDirectoryOneLineSaysSoAndTheDaemonAborts)
 {
 	sandbox::shell("rmdir /usr/velarix/pid");
-	EXPECT_EXIT(runMain(0), testing::KilledBySignal(SIGABRT),
+	EXPECT_EXIT(runMain(), testing::KilledBySignal(SIGABRT),
 	            Eq("VelarixHA: cannot write the pid file /usr/velarix/pid/VelarixHA.pid: No such file or directory\n"));
 }
 
 TEST_F(HAmain, AMissingLogPathEndsTheStartWithTheReasonOnStandardErrorAlone)
 {
 	settings.remove("LOG.PATH");
-	apply();
-	EXPECT_NO_TEXT(runMain(0), "LOG.PATH");
+	EXPECT_EXIT(runMain(), testing::KilledBySignal(SIGABRT),
+	            testing::EndsWith("**ERROR**(Configuraion:65)Not found: LOG.PATH\nstart_test: " + kNoText.text()));
 }
 
 TEST_F(HAmain, OnlyTheRoleOneIsMaster)
 {
-	EXPECT_EQ(modeFor("1"), 1);
-	EXPECT_EQ(modeFor("2"), 2);
-	EXPECT_EQ(modeFor("7"), 2);
-	EXPECT_EQ(modeFor("3"), 2);
-	EXPECT_EQ(modeFor("0"), 2);
-	EXPECT_EQ(modeFor("-1"), 2);
+	for (const auto& [configured, role] : std::map<std::string, MODE>{{"1", MODE_MASTER},
+	                                                                  {"2", MODE_SLAVE},
+	                                                                  {"7", MODE_SLAVE},
+	                                                                  {"3", MODE_SLAVE},
+	                                                                  {"0", MODE_SLAVE},
+	                                                                  {"-1", MODE_SLAVE}})
+	{
+		settings.set("AGENT.MODE", configured);
+		EXPECT_EQ(getAgentMode(), role);
+	}
 }
 
 } // namespace

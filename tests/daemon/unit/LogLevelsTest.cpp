@@ -6,9 +6,8 @@
 #include <Poco/Logger.h>
 #include <Poco/Message.h>
 
-#include "Console.h"
 #include "Daemon.h"
-#include "LogFile.h"
+#include "LogOutput.h"
 #include "VelarixLog.h"
 
 namespace
@@ -41,36 +40,25 @@ const Level kLevels[] = {
 };
 // clang-format on
 
-/// Ends every line in an exception.
 class RefusingChannel : public Poco::Channel
 {
 public:
-	explicit RefusingChannel(bool ofTheLibrary) : m_ofTheLibrary(ofTheLibrary) {}
-	void log(const Poco::Message& /*message*/) override
-	{
-		if (m_ofTheLibrary)
-		{
-			throw Poco::WriteFileException("/var/log/v.log");
-		}
-		throw std::runtime_error("not of the library");
-	}
+	explicit RefusingChannel(events::Action refusal) : m_refusal(std::move(refusal)) {}
+	void log(const Poco::Message& /*message*/) override { m_refusal(); }
 
 private:
-	bool m_ofTheLibrary;
+	events::Action m_refusal;
 };
 
 class LogTexts : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		useRealLogFileAt(kLog);
-	}
+	LogTexts() { useRealLogFileAt(kLog); }
 
-	static void refuse(bool ofTheLibrary)
+	/// Each line ends in an exception from now on.
+	static void refuse(const events::Action& refusal)
 	{
-		Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new RefusingChannel(ofTheLibrary)));
+		Poco::Logger::get("FileLogger").setChannel(Poco::AutoPtr<Poco::Channel>(new RefusingChannel(refusal)));
 	}
 	static std::vector<std::string> file() { return logFileTexts(kLog); }
 
@@ -103,7 +91,7 @@ TEST_P(LogLevels, StillEchoWithoutALogger)
 
 TEST_P(LogLevels, ThrowBeforeTheEchoOrPrintWhatTheFileRefused)
 {
-	refuse(true);
+	refuse(events::throws(Poco::WriteFileException("/var/log/v.log")));
 	if (GetParam().throws)
 	{
 		expectConsole([] { EXPECT_THROW(write(), Poco::WriteFileException); }, "", "");
@@ -116,7 +104,7 @@ TEST_P(LogLevels, ThrowBeforeTheEchoOrPrintWhatTheFileRefused)
 
 TEST_P(LogLevels, LeaveAnExceptionOfAnotherFamilyToTheCaller)
 {
-	refuse(false);
+	refuse(events::throws(std::runtime_error("not of the library")));
 	expectConsole([] { EXPECT_THROW(write(), std::runtime_error); }, "", "");
 }
 

@@ -8,12 +8,10 @@ namespace
 class ProcessKill : public DaemonTest
 {
 protected:
-	void SetUp() override
+	ProcessKill()
 	{
-		DaemonTest::SetUp();
 		settings.set("ADVENCE.PROCESS_KILL_COMMAND", "killall -9").set("ADVENCE.KEYWORD", "defunct");
 		settings.programs({"/opt/app/server", "/opt/app/worker"});
-		apply();
 	}
 };
 
@@ -30,7 +28,6 @@ TEST_F(ProcessKill, TheCommandRunsOncePerProgramNameInOrder)
 TEST_F(ProcessKill, WithoutProgramsOrHandlesNoCommandRuns)
 {
 	settings.programs({});
-	apply();
 	EXPECT_TRUE(Utill::processKill());
 	EXPECT_TRUE(Utill::processKill(nullptr));
 	EXPECT_THAT(events::all(), IsEmpty());
@@ -38,7 +35,7 @@ TEST_F(ProcessKill, WithoutProgramsOrHandlesNoCommandRuns)
 
 TEST_F(KeywordCheck, ProgramsWithoutTheKeywordPassWhateverTheArgument)
 {
-	fakeoutside::commandPrints("ps aux | grep server", "root 7 S /opt/app/server\n");
+	fakeoutside::commandPrints("ps aux | grep server", {"root 7 S /opt/app/server\n"});
 	for (const int argument : {0, -1, 99})
 	{
 		events::clear();
@@ -52,9 +49,9 @@ TEST_F(KeywordCheck, ProgramsWithoutTheKeywordPassWhateverTheArgument)
 
 TEST_F(KeywordCheck, TheFirstProgramWithTheKeywordEndsTheCheck)
 {
-	fakeoutside::commandPrints("ps aux | grep worker", "root 1 S init\nroot 8 Z [worker] <defunct>\n");
+	fakeoutside::commandPrints("ps aux | grep worker", {"root 1 S init\nroot 8 Z [worker] <defunct>\n"});
 	EXPECT_FALSE(Utill::advenceRunCheck(0));
-	fakeoutside::commandPrints("ps aux | grep server", "root 7 Z [server] <defunct>\n");
+	fakeoutside::commandPrints("ps aux | grep server", {"root 7 Z [server] <defunct>\n"});
 	EXPECT_FALSE(Utill::advenceRunCheck(0));
 	EXPECT_THAT(events::only({"command "}), ElementsAre("command ps aux | grep server", "command ps aux | grep worker",
 	                                                    "command ps aux | grep server"));
@@ -62,17 +59,11 @@ TEST_F(KeywordCheck, TheFirstProgramWithTheKeywordEndsTheCheck)
 
 using ProcessList = DaemonTest;
 
-TEST_F(ProcessList, TheIndexIsDecimalBeyondNine)
+TEST_F(ProcessList, TheIndexIsDecimalBeyondNineAndANegativeNumberGivesAnEmptyList)
 {
 	settings.programs({"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"});
-	apply();
 	EXPECT_THAT(Utill::getProcessList(), ElementsAre("a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"));
-}
-
-TEST_F(ProcessList, ANegativeNumberGivesAnEmptyList)
-{
 	settings.set("PROCESS_CHECK.PROCESS_NUM", "-3");
-	apply();
 	EXPECT_THAT(Utill::getProcessList(), IsEmpty());
 }
 
@@ -86,8 +77,8 @@ TEST_F(ProcessList, TheNameOfAnEmptyPathIsEmptyAndTheTokenizersErrorIsLogged)
 TEST_F(ProcessList, TheCheckByHandlesMustNotBeCalled)
 {
 	std::vector<Poco::ProcessHandle*>* pHandles = nullptr;
-	EXPECT_FATAL(Utill::isProcessRunning(&pHandles), "1 == 0", "Utill", 254,
-	             "static bool Utill::isProcessRunning(std::vector<Poco::ProcessHandle*>**)");
+	EXPECT_END(Utill::isProcessRunning(&pHandles), {}, "1 == 0", "Utill", 254,
+	           "static bool Utill::isProcessRunning(std::vector<Poco::ProcessHandle*>**)");
 }
 
 } // namespace

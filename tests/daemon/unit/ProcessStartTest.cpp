@@ -1,163 +1,96 @@
 // How the receiver and the sender start the programs and record the time, and their
-// smaller operations that are no part of their loops. What both promise is reported once.
+// smaller operations that are no part of their loops.
 
-#include <atomic>
+#include "Workers.h"
 
-#include "FixedClock.h"
-#include "ReceiverTest.h"
-
-using steps::join;
-using steps::runPrograms;
+using events::join;
 
 namespace
 {
 
 constexpr std::time_t kNow = 1706745599; // 2024-01-31 23:59:59
-constexpr char kScript[] = "system /usr/velarix/bin/ini/processList.sh";
 constexpr char kEmptyRecord[] = "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n";
 constexpr char kRecord[] =
     "[TRACE]\nLAST_RUN_TIME = 20240131235959\nMASTER_LAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n";
 
-/// What the two workers' lines are called.
-template <typename Worker> struct Lines;
-template <> struct Lines<CHeartReciver>
-{
-	static constexpr char kTry[] = "log D CHeartReciver:601 try to process run";
-	static constexpr char kRecorded[] =
-	    "log D CHeartReciver:627 run info file changed:TRACE.LAST_RUN_TIME(20240131235959)[noName]";
-	static constexpr char kRefused[] = "log E CHeartReciver:631 Cannot write file: velarix.log";
-};
-template <> struct Lines<CHeartSender>
-{
-	static constexpr char kTry[] = "log D CHeartSender:194 try to process run";
-	static constexpr char kRecorded[] =
-	    "log D CHeartSender:249 run info file changed:TRACE.LAST_RUN_TIME(20240131235959)[noName]";
-	static constexpr char kRefused[] = "log E CHeartSender:253 Cannot write file: velarix.log";
-};
-
-template <typename Worker> class ProcessStart : public ReceiverTest
+class ReceiverStart : public ReceiverTest
 {
 protected:
-	void SetUp() override
+	ReceiverStart()
 	{
-		ReceiverTest::SetUp();
 		sandbox::writeFile(velarix::kRunInfoPath, kEmptyRecord);
-		fixedclock::stopAt(kNow, "UTC0");
-		makeWorker("noName");
-	}
-	void TearDown() override
-	{
-		worker.reset();
-		ReceiverTest::TearDown();
-	}
-
-	void makeWorker(const std::string& label)
-	{
-		location = label;
-		worker = std::make_unique<Worker>(&handles, &running, &mode, location);
-	}
-
-	/// The line about the recorded time cannot be written, as on a full disk.
-	static void refuseTheRecord()
-	{
-		onLogLine(
-		    [](const std::string& event)
-		    {
-			    if (event == Lines<Worker>::kRecorded)
-			    {
-				    throw Poco::WriteFileException("velarix.log");
-			    }
-		    });
+		events::stopClock(kNow);
+		sender = make<CHeartSender>();
 	}
 
 	/// Starts the programs on another thread: a lock left behind makes it hang.
-	void expectStartElsewhere()
+	void expectStartElsewhere(const std::function<bool()>& start)
 	{
-		onLogLine(nullptr);
-		fakeoutside::onAction({});
 		running = false;
 		std::atomic<bool> done = false;
-		std::thread thread([&] { done = worker->startProcess(); });
+		std::thread thread([&] { done = start(); });
 		EXPECT_TRUE(waitFor([&] { return done.load(); }, std::chrono::seconds(10), "start on another thread"));
 		thread.join();
 	}
 
 	static std::string record() { return sandbox::readFile(velarix::kRunInfoPath); }
 
-	std::unique_ptr<Worker> worker;
+	Poco::AutoPtr<CHeartSender> sender;
 };
 
-using Workers = testing::Types<CHeartReciver, CHeartSender>;
-TYPED_TEST_SUITE(ProcessStart, Workers, );
-
-TYPED_TEST(ProcessStart, RunsTheProgramsAndRecordsTheTime)
+/// What both workers promise, and their lines.
+struct Starter
 {
-	using Line = Lines<TypeParam>;
-	EXPECT_TRUE(this->worker->startProcess());
-	EXPECT_TRUE(this->running);
-	EXPECT_EQ(this->mode, MODE_SLAVE);
-	EXPECT_THAT(events::all(), ElementsAreArray(join({Line::kTry, runPrograms(), Line::kRecorded})));
-	EXPECT_EQ(this->record(), kRecord);
-}
+	const char* name;
+	const char* tries;
+	const char* records;
+	const char* cannotRecord;
+};
 
-TYPED_TEST(ProcessStart, SetsTheFlagAfterTheScriptAndBeforeTheRecord)
+const Starter kStarters[] = {
+    {"Receiver", "log D CHeartReciver:601 try to process run",
+     "log D CHeartReciver:627 run info file changed:TRACE.LAST_RUN_TIME(20240131235959)[noName]",
+     "log E CHeartReciver:631 Cannot write file: velarix.log"},
+    {"Sender", "log D CHeartSender:194 try to process run",
+     "log D CHeartSender:249 run info file changed:TRACE.LAST_RUN_TIME(20240131235959)[noName]",
+     "log E CHeartSender:253 Cannot write file: velarix.log"},
+};
+
+class ProcessStart : public ReceiverStart, public testing::WithParamInterface<Starter>
 {
-	std::vector<bool> flags;
-	const auto note = [&](const std::string& event)
+protected:
+	bool start()
 	{
-		if (event == kScript || event == Lines<TypeParam>::kRecorded)
-		{
-			flags.push_back(velarix::loadShared(this->running));
-		}
-	};
-	fakeoutside::onAction(note);
-	onLogLine(note);
-	this->worker->startProcess();
-	EXPECT_THAT(flags, ElementsAre(false, true));
-}
+		return std::string(GetParam().name) == "Sender" ? sender->startProcess() : receiver->startProcess();
+	}
+};
 
-TYPED_TEST(ProcessStart, CountsAlsoWhenTheTimeCannotBeRecorded)
+INSTANTIATE_TEST_SUITE_P(Of, ProcessStart, testing::ValuesIn(kStarters), rowName<Starter>);
+
+TEST_P(ProcessStart, RunsTheProgramsThenSetsTheFlagThenRecordsTheTime)
 {
-	this->refuseTheRecord();
-	EXPECT_TRUE(this->worker->startProcess());
-	EXPECT_TRUE(this->running);
-	EXPECT_EQ(events::all().back(), Lines<TypeParam>::kRefused);
-	this->expectStartElsewhere();
-	this->expectStartElsewhere();
+	events::at(kScript, [this] { EXPECT_FALSE(velarix::loadShared(running)); });
+	events::at(GetParam().records, [this] { EXPECT_TRUE(velarix::loadShared(running)); });
+	EXPECT_TRUE(start());
+	EXPECT_TRUE(running);
+	EXPECT_EQ(mode, MODE_SLAVE);
+	EXPECT_EQ(events::all(), join({{GetParam().tries}, steps::kRunPrograms, {GetParam().records}}));
+	EXPECT_EQ(record(), kRecord);
 }
 
-TYPED_TEST(ProcessStart, TheLastReferenceDeletesTheWorkerAndNothingOfTheAgent)
+TEST_P(ProcessStart, CountsAlsoWhenTheTimeCannotBeRecorded)
 {
-	struct Watched : TypeParam
-	{
-		Watched(std::vector<Poco::ProcessHandle*>** ppHandles, bool* pRunning, MODE* pMode, std::string& label,
-		        bool& gone)
-		    : TypeParam(ppHandles, pRunning, pMode, label), m_gone(gone)
-		{
-		}
-		~Watched() override { m_gone = true; }
-		bool& m_gone;
-	};
-	bool gone = false;
-	TypeParam* pWorker = new Watched(&this->handles, &this->running, &this->mode, this->location, gone);
-	EXPECT_EQ(WorkerAccess::refCount(*pWorker), 1);
-	EXPECT_EQ(pWorker->duplicate(), pWorker);
-	EXPECT_EQ(WorkerAccess::refCount(*pWorker), 2);
-	pWorker->release();
-	EXPECT_FALSE(gone);
-	pWorker->release();
-	EXPECT_TRUE(gone);
-	EXPECT_EQ(this->mode, MODE_SLAVE);
-	EXPECT_EQ(this->location, "noName");
-	EXPECT_THAT(events::all(), ElementsAre());
+	events::atNth(1, GetParam().records, events::throws(Poco::WriteFileException("velarix.log")));
+	EXPECT_TRUE(start());
+	EXPECT_TRUE(running);
+	EXPECT_EQ(events::all().back(), GetParam().cannotRecord);
+	expectStartElsewhere([this] { return start(); });
 }
-
-using ReceiverStart = ProcessStart<CHeartReciver>;
 
 TEST_F(ReceiverStart, AFailOverMakesTheNodeMasterAndStartsThePrograms)
 {
-	makeWorker("master");
-	worker->failOver();
+	receiver = make<CHeartReciver>("master");
+	receiver->failOver();
 	EXPECT_EQ(events::all().back(), "log E CHeartReciver:598 SLAVE->MASTER[master]");
 	EXPECT_EQ(events::only({"system"}).size(), 2U);
 	EXPECT_EQ(mode, MODE_MASTER);
@@ -191,13 +124,17 @@ TEST_F(ReceiverStart, WhoeverRecordedTheEarlierTimeStartedFirst)
 	for (const StartTimes& row : kStartTimes)
 	{
 		SCOPED_TRACE(row.name);
+		// The times of the roles would give the other answer, whatever the label.
 		sandbox::writeFile(velarix::kRunInfoPath, std::string("[TRACE]\nLAST_RUN_TIME = ") + row.own +
-		                                              "\nMASTER_LAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 2\n");
-		std::string partner = row.partner;
-		EXPECT_EQ(worker->isStartedProcessFaster(partner), row.ownWasFirst);
-		EXPECT_EQ(partner, row.partner);
+		                                              "\nMASTER_LAST_RUN_TIME = 1\nSLAVE_LAST_RUN_TIME = 1\n");
+		for (const char* label : {"noName", "master", "slave"})
+		{
+			std::string partner = row.partner;
+			EXPECT_EQ(make<CHeartReciver>(label)->isStartedProcessFaster(partner), row.ownWasFirst) << label;
+			EXPECT_EQ(partner, row.partner);
+		}
 	}
-	EXPECT_THAT(events::all(), ElementsAre());
+	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 TEST_F(ReceiverStart, AHeartbeatAsOldAsTheIgnoreTimeStillCounts)
@@ -206,78 +143,69 @@ TEST_F(ReceiverStart, AHeartbeatAsOldAsTheIgnoreTimeStillCounts)
 	     std::map<int, bool>{{0, true}, {9, true}, {10, true}, {11, false}, {3600, false}, {-5, true}})
 	{
 		SCOPED_TRACE(age);
-		WorkerAccess::lastReceivedTime(*worker) = kNow - age;
+		WorkerAccess::lastReceivedTime(*receiver) = kNow - age;
 		events::clear();
-		EXPECT_EQ(worker->isKeepingUpMessage(), keepingUp);
+		EXPECT_EQ(receiver->isKeepingUpMessage(), keepingUp);
 		EXPECT_THAT(events::all(), ElementsAre("sleep 500"));
 	}
 	// The age is taken after the pause.
-	WorkerAccess::lastReceivedTime(*worker) = kNow - 10;
-	events::onSleep([](long) { fixedclock::stopAt(kNow + 1, "UTC0"); });
-	EXPECT_FALSE(worker->isKeepingUpMessage());
+	WorkerAccess::lastReceivedTime(*receiver) = kNow - 10;
+	events::at("sleep ", [] { events::stopClock(kNow + 1); });
+	EXPECT_FALSE(receiver->isKeepingUpMessage());
 }
 
 TEST_F(ReceiverStart, TheIgnoreTimeIsReadAtConstructionAndByInit)
 {
-	EXPECT_EQ(WorkerAccess::ignoreTime(*worker), 10);
+	EXPECT_EQ(WorkerAccess::ignoreTime(*receiver), 10);
 	settings.set("AGENT.IGNORE_TIME", "-1");
-	apply();
-	EXPECT_EQ(WorkerAccess::ignoreTime(*worker), 10);
-	worker->init();
-	EXPECT_EQ(WorkerAccess::ignoreTime(*worker), -1);
-	WorkerAccess::lastReceivedTime(*worker) = kNow;
-	EXPECT_FALSE(worker->isKeepingUpMessage());
+	EXPECT_EQ(WorkerAccess::ignoreTime(*receiver), 10);
+	receiver->init();
+	WorkerAccess::lastReceivedTime(*receiver) = kNow;
+	EXPECT_FALSE(receiver->isKeepingUpMessage());
 }
 
 TEST_F(ReceiverStart, ANewReceiverWaitsForNoConnectionAndTakesEveryRole)
 {
-	EXPECT_EQ(WorkerAccess::lastReceivedTime(*worker), 0);
-	EXPECT_TRUE(WorkerAccess::connectionDone(*worker));
+	EXPECT_EQ(WorkerAccess::lastReceivedTime(*receiver), 0);
+	EXPECT_TRUE(WorkerAccess::connectionDone(*receiver));
 	for (const MODE role : {MODE_MASTER, MODE_SLAVE, MODE_UNSET, 7})
 	{
-		worker->setMode(role);
+		receiver->setMode(role);
 		EXPECT_EQ(mode, role);
 	}
-	EXPECT_THAT(events::all(), ElementsAre());
+	EXPECT_THAT(events::all(), IsEmpty());
 }
 
-class SenderStart : public ProcessStart<CHeartSender>
-{
-protected:
-	/// A start whose script throws.
-	void expectFailedStart(const std::function<void()>& thrower, const std::string& line)
-	{
-		events::clear();
-		fakeoutside::onAction([thrower](const std::string& event) { event == kScript ? thrower() : void(); });
-		EXPECT_FALSE(worker->startProcess());
-		events::List expected = join({Lines<CHeartSender>::kTry, runPrograms()});
-		expected.back() = line;
-		EXPECT_THAT(events::all(), ElementsAreArray(expected));
-		EXPECT_FALSE(running);
-		EXPECT_EQ(record(), kEmptyRecord);
-	}
-};
+using SenderStart = ReceiverStart;
 
 TEST_F(SenderStart, RunningProgramsAreNotStartedAgainAndTheDaemonGoesOn)
 {
 	running = true;
-	EXPECT_FALSE(worker->startProcess());
+	EXPECT_FALSE(sender->startProcess());
 	EXPECT_THAT(events::all(), ElementsAre("log E CHeartSender:205 tried to start process. but it's already running"));
 	EXPECT_TRUE(running);
-	expectStartElsewhere();
+	expectStartElsewhere([this] { return sender->startProcess(); });
 }
 
 TEST_F(SenderStart, AFailedStartIsLoggedByItsKindAndLeavesTheLocksFree)
 {
-	expectFailedStart([] { throw Poco::NotFoundException("script"); },
-	                  "log E CHeartSender:210 Not found: script: NotFoundException");
-	expectFailedStart([] { throw Poco::NoPermissionException("script"); },
-	                  "log E CHeartSender:214 No permission: script: NoPermissionException");
-	expectFailedStart([] { throw Poco::SystemException("fork", 12); },
-	                  "log E CHeartSender:218 System exception: fork: SystemException");
-	expectFailedStart([] { throw Poco::TimeoutException("script"); }, "log E CHeartSender:222 Timeout: script");
-	expectFailedStart([] { throw std::runtime_error("not of the library"); }, "log E CHeartSender:226 UNKNOWN ERROR");
-	expectStartElsewhere();
+	int line = 206;
+	for (const auto& [failure, text] : steps::kScriptFailures)
+	{
+		line += 4;
+		events::clear();
+		events::at(kScript, failure);
+		EXPECT_FALSE(sender->startProcess());
+		EXPECT_EQ(events::all(), join({{kStarters[1].tries},
+		                               steps::kTryPrograms,
+		                               steps::kFindAddress,
+		                               steps::kScriptRuns,
+		                               {"log E CHeartSender:" + std::to_string(line) + " " + text}}));
+		EXPECT_FALSE(running);
+		EXPECT_EQ(record(), kEmptyRecord);
+	}
+	events::at(kScript, nullptr);
+	expectStartElsewhere([this] { return sender->startProcess(); });
 }
 
 TEST_F(SenderStart, ASecondStartOfTheSenderIsExcludedAndAStartOfTheReceiverIsNot)
@@ -289,21 +217,17 @@ TEST_F(SenderStart, ASecondStartOfTheSenderIsExcludedAndAStartOfTheReceiverIsNot
 	std::atomic<bool> otherDone = false;
 	std::thread ownThread;
 	std::thread otherThread;
-	fakeoutside::onAction(
-	    [&](const std::string& event)
+	events::atNth(
+	    1, kScript,
+	    [&]
 	    {
-		    if (event != kScript)
-		    {
-			    return;
-		    }
-		    fakeoutside::onAction({});
-		    ownThread = std::thread([&] { ownDone = !worker->startProcess(); });
+		    ownThread = std::thread([&] { ownDone = !sender->startProcess(); });
 		    // Long enough for a start that is not excluded to be done.
 		    EXPECT_FALSE(waitFor([&] { return ownDone.load(); }, std::chrono::milliseconds(100), "second start"));
 		    otherThread = std::thread([&] { otherDone = other.startProcess(); });
 		    EXPECT_TRUE(waitFor([&] { return otherDone.load(); }, std::chrono::seconds(10), "the receiver's start"));
 	    });
-	EXPECT_TRUE(worker->startProcess());
+	EXPECT_TRUE(sender->startProcess());
 	ownThread.join();
 	otherThread.join();
 	EXPECT_TRUE(ownDone);
@@ -311,27 +235,23 @@ TEST_F(SenderStart, ASecondStartOfTheSenderIsExcludedAndAStartOfTheReceiverIsNot
 	EXPECT_EQ(events::all().back(), "log E CHeartSender:205 tried to start process. but it's already running");
 }
 
-TEST_F(SenderStart, OneReplyOfFivePingsIsEnough)
+TEST_F(SenderStart, OneReplyOfFivePingsOfThePartnerIsEnoughAndAnErrorIsNone)
 {
-	WorkerAccess::partnerIP(*worker) = "10.0.0.2";
+	EXPECT_EQ(WorkerAccess::partnerIP(*sender), "");
+	EXPECT_EQ(WorkerAccess::port(*sender), 0);
+	EXPECT_EQ(sender->getDBMode(), 1);
+	WorkerAccess::partnerIP(*sender) = "10.0.0.2";
 	for (const auto& [replies, isOK] : std::map<int, bool>{{0, false}, {1, true}, {5, true}, {-1, false}})
 	{
 		SCOPED_TRACE(replies);
-		events::clear();
-		fakeoutside::pingGives("10.0.0.2", replies);
-		EXPECT_EQ(worker->isPartnerNetworkOK(), isOK);
-		EXPECT_THAT(events::all(), ElementsAre("ping 10.0.0.2 x5"));
+		fakeoutside::pingGives("10.0.0.2", {replies});
+		EXPECT_EQ(sender->isPartnerNetworkOK(), isOK);
 	}
-}
-
-TEST_F(SenderStart, ANewSenderKnowsNoPartnerAndAnErrorOfItsPingIsNotOK)
-{
-	EXPECT_EQ(WorkerAccess::port(*worker), 0);
-	EXPECT_EQ(WorkerAccess::partnerIP(*worker), "");
-	EXPECT_EQ(worker->getDBMode(), 1);
-	fakeoutside::pingThrows("", [] { throw Poco::SystemException("raw socket", 1); });
-	EXPECT_FALSE(worker->isPartnerNetworkOK());
-	EXPECT_THAT(events::all(), ElementsAre("ping  x5", "log E CHeartSender:150 System exception: raw socket[CODE:1]"));
+	events::clear();
+	events::at("ping ", events::throws(Poco::SystemException("raw socket", 1)));
+	EXPECT_FALSE(sender->isPartnerNetworkOK());
+	EXPECT_THAT(events::all(),
+	            ElementsAre("ping 10.0.0.2 x5", "log E CHeartSender:150 System exception: raw socket[CODE:1]"));
 }
 
 } // namespace

@@ -1,9 +1,8 @@
-#include "FixedClock.h"
 #include "OwnProcess.h"
 #include "PlainUser.h"
 #include "QuorinINI.h"
 #include "WaitingThread.h"
-#include "WorkerTest.h"
+#include "Workers.h"
 
 // ThreadSanitizer's deadlock detector is right about the editor: after a failure
 // it keeps its lock on purpose, and that is what these tests jam.
@@ -30,56 +29,37 @@ void jamTheEditor()
 	ASSERT_FALSE(editor.changeINI("T.K", "2"));
 }
 
-// With one shared lock the sender's reader would wait behind the failed editor
-// and no further heartbeat would go out.
-TEST_IN_OWN_PROCESS(RunInfoLocks, EachSourceFileHasItsOwnCopy)
+// With one shared lock the sender's reader would wait behind the failed editor and no further
+// heartbeat would go out. Each writer holds its own file's copy while it waits in the editor, so
+// a second call of the same class stops before it, a reader of that class too.
+TEST_IN_OWN_PROCESS(RunInfoLocks, EachSourceFileHasItsOwnCopyWhichAJammedWriterHolds)
 {
 	CAgent agent(MODE_SLAVE);
-	auto pSender = make<CHeartSender>();
-	auto pReciver = make<CHeartReciver>();
-	jamTheEditor();
-
-	const WaitingThread agentWriter([&agent] { agent.saveStartedTime(); });
-	EXPECT_TRUE(agentWriter.waits());
-
-	std::string time;
-	const WaitingThread senderReader([&] { time = pSender->getProcessStartedTime(); });
-	ASSERT_TRUE(senderReader.returns());
-	EXPECT_EQ(time, "20240131235959");
-
-	std::string partnerTime = "20240131235958";
-	bool faster = true;
-	const WaitingThread reciverReader([&] { faster = pReciver->isStartedProcessFaster(partnerTime); });
-	ASSERT_TRUE(reciverReader.returns());
-	EXPECT_FALSE(faster);
-	EXPECT_FALSE(agentWriter.isDone());
-	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
-}
-
-// Each writer holds its own file's copy while it waits in the editor, so a second
-// call of the same class stops before it, a reader of that class too.
-TEST_IN_OWN_PROCESS(RunInfoLocks, AJammedWriterHoldsUpItsOwnClassAlone)
-{
 	auto pSender = make<CHeartSender>();
 	auto pReciver = make<CHeartReciver>();
 	// The threads wait until the process ends, so what they use is never destroyed.
 	pSender.duplicate();
 	pReciver.duplicate();
 	static std::string partnerTime = "20240131235958";
+	const auto readBySender = [&] { EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959"); };
+	const auto readByReciver = [&] { EXPECT_FALSE(pReciver->isStartedProcessFaster(partnerTime)); };
 	jamTheEditor();
+
+	const WaitingThread agentWriter([&] { agent.saveStartedTime(); });
+	EXPECT_TRUE(agentWriter.waits());
+	EXPECT_TRUE(WaitingThread(readBySender).returns());
+	EXPECT_TRUE(WaitingThread(readByReciver).returns());
 
 	const WaitingThread reciverWriter([&] { pReciver->saveStartedTime(); });
 	EXPECT_TRUE(reciverWriter.waits());
-	const WaitingThread reciverReader([&] { pReciver->isStartedProcessFaster(partnerTime); });
+	const WaitingThread reciverReader(readByReciver);
 	EXPECT_TRUE(reciverReader.waits());
-	EXPECT_EQ(pSender->getProcessStartedTime(), "20240131235959");
+	EXPECT_TRUE(WaitingThread(readBySender).returns());
 
 	const WaitingThread senderWriter([&] { pSender->saveStartedTime(); });
 	EXPECT_TRUE(senderWriter.waits());
-	const WaitingThread senderReader([&] { pSender->getProcessStartedTime(); });
-	EXPECT_TRUE(senderReader.waits());
-	EXPECT_FALSE(reciverWriter.isDone());
-	EXPECT_FALSE(reciverReader.isDone());
+	EXPECT_TRUE(WaitingThread(readBySender).waits());
+	EXPECT_FALSE(agentWriter.isDone() || reciverWriter.isDone() || reciverReader.isDone());
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 }
 
@@ -94,33 +74,9 @@ TEST_F(RunInfoLocks, TheFourLocksAreRecursive)
 	}
 }
 
-constexpr char kAgentLine[] = "log D CAgent:179 run time wrote:TRACE.LAST_RUN_TIME(20231114221320)[noName]";
-constexpr char kReciverLine[] =
-    "log D CHeartReciver:627 run info file changed:TRACE.LAST_RUN_TIME(20231114221320)[noName]";
-constexpr char kSenderLine[] =
-    "log D CHeartSender:249 run info file changed:TRACE.LAST_RUN_TIME(20231114221320)[noName]";
-
-class RunInfoRecord : public WorkerTest
+TEST_IN_OWN_PROCESS(RunInfoLocks, AWriterIsNotToldThatTheEditorFailed)
 {
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		fixedclock::stopAt(1700000000, "UTC0");
-	}
-};
-
-// The default record's times of the roles would give the other answer.
-TEST_F(RunInfoRecord, TheComparisonTakesTheGeneralKeyWhateverTheLabel)
-{
-	std::string partnerTime = "20240115000000";
-	EXPECT_FALSE(make<CHeartReciver>("master")->isStartedProcessFaster(partnerTime));
-	EXPECT_FALSE(make<CHeartReciver>("slave")->isStartedProcessFaster(partnerTime));
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_IN_OWN_PROCESS(RunInfoRecord, AWriterIsNotReportedThatTheEditorFailed)
-{
+	events::stopClock(1700000000);
 	CAgent agent(MODE_SLAVE);
 	events::clear();
 	ASSERT_EQ(::chmod(velarix::kRunInfoPath, 0444), 0);
@@ -131,7 +87,10 @@ TEST_IN_OWN_PROCESS(RunInfoRecord, AWriterIsNotReportedThatTheEditorFailed)
 	make<CHeartSender>()->saveStartedTime();
 	const std::string printed = testing::internal::GetCapturedStdout();
 	EXPECT_THAT(printed, StartsWith("ini File fopen fail.\n**DEBUG**(CAgent:179)run time wrote:"));
-	EXPECT_THAT(events::all(), ElementsAre(kAgentLine, kReciverLine, kSenderLine));
+	const std::string time = "TRACE.LAST_RUN_TIME(20231114221320)[noName]";
+	EXPECT_THAT(events::all(), ElementsAre("log D CAgent:179 run time wrote:" + time,
+	                                       "log D CHeartReciver:627 run info file changed:" + time,
+	                                       "log D CHeartSender:249 run info file changed:" + time));
 	EXPECT_EQ(sandbox::readFile(velarix::kRunInfoPath), kRunInfo);
 }
 

@@ -5,24 +5,13 @@
 #include "CAgent.h"
 #include "Daemon.h"
 
-namespace
-{
-
-/// Called after the library has created a file, when set.
-std::function<void()> g_afterCreation;
-
-} // namespace
-
-// Poco::File::createFile()
+// Poco::File::createFile(), behind which an action can wait.
 extern "C" bool __real__ZN4Poco4File10createFileEv(Poco::File* pFile);
 extern "C" bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile);
 extern "C" bool __wrap__ZN4Poco4File10createFileEv(Poco::File* pFile)
 {
 	const bool created = __real__ZN4Poco4File10createFileEv(pFile);
-	if (g_afterCreation)
-	{
-		g_afterCreation();
-	}
+	events::announce("created");
 	return created;
 }
 
@@ -32,30 +21,10 @@ namespace
 class RunScript : public DaemonTest
 {
 protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		removeScript();
-	}
-
-	void TearDown() override
-	{
-		g_afterCreation = nullptr;
-		removeScript();
-		DaemonTest::TearDown();
-	}
-
-	static void removeScript()
-	{
-		::unlink(velarix::kRunScriptPath);
-		::rmdir(velarix::kRunScriptPath);
-	}
-
 	/// @return the script that an agent for these programs writes
 	std::string scriptFor(const std::vector<std::string>& paths)
 	{
 		settings.programs(paths);
-		apply();
 		const CAgent agent(MODE_SLAVE);
 		return sandbox::readFile(velarix::kRunScriptPath);
 	}
@@ -80,7 +49,7 @@ TEST_F(RunScript, AnExistingScriptIsReplacedAndNeverAppendedTo)
 
 TEST_F(RunScript, WhateverTheNewFileHoldsMeanwhileIsDropped)
 {
-	g_afterCreation = [] { sandbox::writeFile(velarix::kRunScriptPath, "somebody else's line\n"); };
+	events::at("created", [] { sandbox::writeFile(velarix::kRunScriptPath, "somebody else's line\n"); });
 	EXPECT_EQ(scriptFor({"/srv/worker"}), "cd /srv/\n/srv/worker &\n");
 }
 

@@ -6,48 +6,25 @@ namespace
 
 constexpr char kOther[] = "/usr/velarix/bin/ini/other.ini";
 
-/// Leaves the fixture's store aside, so that the next getInstance is the first.
-class SettingsStore : public DaemonTest
-{
-protected:
-	void SetUp() override
-	{
-		DaemonTest::SetUp();
-		forgetStore();
-	}
-	void TearDown() override
-	{
-		forgetStore();
-		DaemonTest::TearDown();
-	}
+using SettingsStore = DaemonTest;
 
-	static void forgetStore()
-	{
-		delete Configuraion::pConf;
-		Configuraion::pConf = nullptr;
-	}
-};
-
-TEST_F(SettingsStore, TheFirstCallKeepsTheInstanceThatItReturns)
+TEST_F(SettingsStore, TheFirstCallKeepsItsInstanceAndNeitherASecondPathNorALaterChangeIsRead)
 {
+	settings.write(); // the next use is the first
+	sandbox::writeFile(kOther, "[AGENT]\nMODE = 1\n");
 	Configuraion* const pStore = Configuraion::getInstance(velarix::kSettingsPath);
 	EXPECT_NE(pStore, nullptr);
 	EXPECT_EQ(Configuraion::pConf, pStore);
 	EXPECT_EQ(pStore->getInt("AGENT.HEART_BEAT_RECEIVE_PORT"), 7001);
-	EXPECT_THAT(events::all(), IsEmpty());
-}
-
-TEST_F(SettingsStore, NeitherASecondPathNorALaterChangeOfTheFileIsRead)
-{
-	sandbox::writeFile(kOther, "[AGENT]\nMODE = 1\n");
-	Configuraion* const pFirst = Configuraion::getInstance(velarix::kSettingsPath);
 	sandbox::writeFile(velarix::kSettingsPath, "[AGENT]\nMODE = 1\n");
-	EXPECT_EQ(Configuraion::getInstance(kOther), pFirst);
+	EXPECT_EQ(Configuraion::getInstance(kOther), pStore);
 	EXPECT_EQ(Configuraion::getInstance(velarix::kSettingsPath)->getInt("AGENT.MODE"), 2);
+	EXPECT_THAT(events::all(), IsEmpty());
 }
 
 TEST_F(SettingsStore, LoadFileTakesTheNewFileInPlaceOfTheOldOne)
 {
+	settings.write();
 	sandbox::writeFile(kOther, "[AGENT]\nMODE = 9\n");
 	Configuraion store(velarix::kSettingsPath);
 	EXPECT_EQ(store.getInt("AGENT.MODE"), 2);

@@ -9,7 +9,7 @@ class ShellRunner : public DaemonTest
 protected:
 	std::string outputOf(const std::string& printed)
 	{
-		fakeoutside::commandPrints("show", printed);
+		fakeoutside::commandPrints("show", {printed});
 		std::string command = "show";
 		return shellCommand(command);
 	}
@@ -33,7 +33,7 @@ TEST_F(ShellRunner, TheCommandIsLoggedWithItsDoubledOutput)
 TEST_F(ShellRunner, TheCommandHasEndedWhenItIsLoggedAndIsNotEchoed)
 {
 	int open = -1;
-	onLogLine([&open](const std::string&) { open = fakeoutside::openPipes(); });
+	events::at("log I", [&open] { open = fakeoutside::openPipes(); });
 	testing::internal::CaptureStdout();
 	outputOf("first\n");
 	EXPECT_THAT(testing::internal::GetCapturedStdout(), IsEmpty());

@@ -1,9 +1,10 @@
-#include "Utilities.h"
+// Small operations, and the wait for a database whose check fails.
 
 #include <limits>
 
 #include "Daemon.h"
-#include "FixedClock.h"
+#include "Database.h"
+#include "Utilities.h"
 
 namespace
 {
@@ -23,9 +24,7 @@ double difference(std::string first, std::string second)
 	return calculateDefferentTime(first, second);
 }
 
-class CurrentTime : public DaemonTest
-{
-};
+using CurrentTime = DaemonTest;
 
 TEST(Utilities, ATextIsFoundAnywhereAndTheEmptyOneAlways)
 {
@@ -55,7 +54,7 @@ TEST(Utilities, ATextIsReadAsItsLeadingNumber)
 
 TEST_F(CurrentTime, FiveSecondsPastSevenPastNineOnTheThirdOfJanuary2026)
 {
-	fixedclock::stopAt(1767431225, "UTC0");
+	events::stopClock(1767431225);
 	EXPECT_EQ(getCurrentTime(), "20260103090705");
 }
 
@@ -74,6 +73,57 @@ TEST(Utilities, ValuesAreWrittenInDecimal)
 	EXPECT_EQ(Utill::intToString(0), "0");
 	EXPECT_EQ(Utill::intToString(std::numeric_limits<int>::min()), "-2147483648");
 	EXPECT_EQ(Utill::intToString(std::numeric_limits<int>::max()), "2147483647");
+}
+
+} // namespace
+
+namespace
+{
+
+int g_failures = 0; ///< of the next checks
+MODE* g_pLastMode = nullptr;
+
+} // namespace
+
+// In place of src/net/DatabaseCheck.cpp.
+bool DBFileCheck(MODE* pMode)
+{
+	events::add("database check");
+	g_pLastMode = pMode;
+	return g_failures-- <= 0;
+}
+
+namespace
+{
+
+using DatabaseWait = DaemonTest;
+
+TEST_F(DatabaseWait, ADatabaseThatComesUpAfterTwoChecksIsWorking)
+{
+	g_failures = 2;
+	MODE mode = MODE_MASTER;
+	testing::internal::CaptureStdout();
+	EXPECT_TRUE(isDBOn(&mode));
+	EXPECT_EQ(g_pLastMode, &mode);
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "waiting database...: 1\n"
+	                                                  "waiting database...: 2\n"
+	                                                  "**DEBUG**(Utill:728)DB is working\n");
+	EXPECT_THAT(events::all(), ElementsAre("database check", "sleep 1000", "database check", "sleep 1000",
+	                                       "database check", "log D Utill:728 DB is working"));
+}
+
+TEST_F(DatabaseWait, AHundredFailedChecksEndTheWait)
+{
+	g_failures = 100;
+	std::string console;
+	for (int i = 1; i <= 100; ++i)
+	{
+		console += "waiting database...: " + std::to_string(i) + "\n";
+	}
+	testing::internal::CaptureStdout();
+	EXPECT_FALSE(isDBOn(nullptr));
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), console + "**DEBUG**(Utill:739)DB is not working\n");
+	EXPECT_EQ(events::all().size(), 201U);
 }
 
 } // namespace

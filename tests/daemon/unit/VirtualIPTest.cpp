@@ -2,7 +2,9 @@
 
 #include "VirtualIP.h"
 
-#include "Daemon.h"
+#include "Workers.h"
+
+using namespace steps;
 
 namespace
 {
@@ -23,7 +25,7 @@ private:
 
 TEST_F(VirtualIP, StopIsTrueWhateverTheCommandPrints)
 {
-	fakeoutside::commandPrints("vip-stop", "RTNETLINK answers: Cannot assign requested address\n");
+	fakeoutside::commandPrints("vip-stop", {"RTNETLINK answers: Cannot assign requested address\n"});
 	EXPECT_TRUE(Utill::stopVirtualIP());
 	EXPECT_THAT(events::all(),
 	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : RTNETLINK answers: Cannot assign "
@@ -43,12 +45,12 @@ TEST_F(VirtualIP, EachNumberOfTheCountdownIsShownBeforeItsSecond)
 {
 	std::string shown;
 	testing::internal::CaptureStdout();
-	events::onSleep(
-	    [&shown](long)
-	    {
-		    shown += testing::internal::GetCapturedStdout() + "|";
-		    testing::internal::CaptureStdout();
-	    });
+	events::at("sleep ",
+	           [&shown]
+	           {
+		           shown += testing::internal::GetCapturedStdout() + "|";
+		           testing::internal::CaptureStdout();
+	           });
 	EXPECT_TRUE(start());
 	testing::internal::GetCapturedStdout();
 	EXPECT_EQ(shown, "**DEBUG**(Utill:680)myVirtualIP not working\n"
@@ -62,44 +64,34 @@ TEST_F(VirtualIP, EachNumberOfTheCountdownIsShownBeforeItsSecond)
 TEST_F(VirtualIP, AStartCommandThatCannotBeRunIsRepeatedAfterAnotherCountdown)
 {
 	fakeoutside::commandFails("vip-start");
-	fakeoutside::onAction(
-	    [](const std::string& event)
-	    {
-		    if (event == "command vip-start" && events::only({event}).size() == 2)
-		    {
-			    fakeoutside::commandPrints("vip-start", "");
-		    }
-	    });
+	events::atNth(2, "command vip-start", [] { fakeoutside::commandPrints("vip-start", {""}); });
 	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "sleep 1000", "command vip-start",
-	                        "log E Utill:550 shell command run error(fp is NULL): vip-start", "sleep 1000",
-	                        "log E Utill:432 can't start virtual ip: velarixErr", "sleep 500", "command ifconfig",
-	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "sleep 1000", "command vip-start", "log I Utill:573 command(vip-start) : ",
-	                        "log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 10"));
+	events::List raised = kRaiseAddress;
+	raised.erase(raised.begin(), raised.begin() + 2); // it is dropped once
+	EXPECT_EQ(events::all(), join({kDropAddress,
+	                               kMissAddress,
+	                               {"log E Utill:550 shell command run error(fp is NULL): vip-start", "sleep 1000",
+	                                "log E Utill:432 can't start virtual ip: velarixErr", "sleep 500"},
+	                               raised}));
 }
 
 TEST_F(VirtualIP, APingErrorAfterASilentStartCommandIsLoggedWithTheEmptyOutput)
 {
-	fakeoutside::pingThrows("10.0.1.100", [] { throw Poco::IOException("no raw socket"); });
-	fakeoutside::commandPrintsInTurn("ifconfig", {kListingWithout, kListing});
+	events::at("ping 10.0.1.100", events::throws(Poco::IOException("no raw socket")));
+	fakeoutside::commandPrints("ifconfig", {kListingWithout, kListing});
 	EXPECT_TRUE(start());
-	EXPECT_THAT(events::all(),
-	            ElementsAre("command vip-stop", "log I Utill:573 command(vip-stop) : ", "command ifconfig",
-	                        "log D Utill:680 myVirtualIP not working", "sleep 1000", "sleep 1000", "sleep 1000",
-	                        "sleep 1000", "sleep 1000", "command vip-start",
-	                        "log I Utill:573 command(vip-start) : ", "log D Utill:490 set virtual ip...",
-	                        "ping 10.0.1.100 x10", "log E Utill:504 set virtual ip failed: I/O error: no raw socket",
-	                        "log E Utill:432 can't start virtual ip: ", "sleep 500", "command ifconfig",
-	                        "log D Utill:668 myVirtualIP working"));
+	EXPECT_EQ(events::all(),
+	          join({kDropAddress,
+	                kMissAddress,
+	                {"log I Utill:573 command(vip-start) : ", "log D Utill:490 set virtual ip...",
+	                 "ping 10.0.1.100 x10", "log E Utill:504 set virtual ip failed: I/O error: no raw socket",
+	                 "log E Utill:432 can't start virtual ip: ", "sleep 500", "command ifconfig",
+	                 "log D Utill:668 myVirtualIP working"}}));
 }
 
 TEST_F(VirtualIP, ASilentAddressIsPingedEachSecondUntilItAnswers)
 {
-	fakeoutside::pingGivesInTurn("10.0.1.100", {0, 0, 1});
+	fakeoutside::pingGives("10.0.1.100", {0, 0, 1});
 	EXPECT_TRUE(Utill::waitngForVirtualIPSet());
 	EXPECT_THAT(events::all(),
 	            ElementsAre("log D Utill:490 set virtual ip...", "ping 10.0.1.100 x10", "log D Utill:496 ping: 0",
@@ -122,8 +114,8 @@ protected:
 	static bool isListedIn(const std::string& listing)
 	{
 		int openAtTheLine = -1;
-		onLogLine([&openAtTheLine](const std::string&) { openAtTheLine = fakeoutside::openPipes(); });
-		fakeoutside::commandPrints("ifconfig", listing);
+		events::at("log ", [&openAtTheLine] { openAtTheLine = fakeoutside::openPipes(); });
+		fakeoutside::commandPrints("ifconfig", {listing});
 		const bool listed = isMyVirtualIPWorking();
 		EXPECT_EQ(openAtTheLine, 1);
 		EXPECT_EQ(fakeoutside::openPipes(), 0);
@@ -154,12 +146,11 @@ TEST_F(VirtualIPListing, TheAddressIsLookedForInPiecesOf127Bytes)
 
 TEST_F(VirtualIPListing, ALogThatTakesNoLineLeavesNoListingOpen)
 {
-	fakeoutside::commandPrints("ifconfig", "inet 10.0.1.100\n");
-	onLogLine([](const std::string&) { throw Poco::WriteFileException("no room"); });
+	fakeoutside::commandPrints("ifconfig", {"inet 10.0.1.100\n"});
+	events::at("log ", events::throws(Poco::WriteFileException("no room")));
 	EXPECT_THROW(isMyVirtualIPWorking(), Poco::WriteFileException);
 	EXPECT_EQ(fakeoutside::openPipes(), 0);
 	settings.set("AGENT.VIRTUAL_IP", "10.0.1.101");
-	apply();
 	EXPECT_THROW(isMyVirtualIPWorking(), Poco::WriteFileException);
 	EXPECT_EQ(fakeoutside::openPipes(), 0);
 }
