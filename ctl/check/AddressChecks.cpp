@@ -35,76 +35,38 @@ std::string withoutRest(const std::string& text)
 	return IPAddress::tryParse(front, address) ? "write " + front + " alone" : "write an IPv4 address";
 }
 
-void name(Findings& findings, const std::string& key, const std::string& text)
-{
-	if (key == key::kVirtualIP)
-	{
-		findings.error(key, {"address-is-a-name", key + " is a name, " + text,
-		                     "\"ifconfig\" lists numbers: the agent never finds the address on its interfaces",
-		                     "write the IPv4 address"});
-		return;
-	}
-	findings.warning(key, {"address-is-a-name", key + " is a name, " + text,
-	                       key == key::kThisServerIP
-	                           ? "it is looked up at the start: when the name is not found then, the receiver thread "
-	                             "ends, and the node never hears its partner"
-	                           : "it is looked up at each use: without a name server pings count as lost and "
-	                             "heartbeats are not sent",
-	                       "write the IPv4 address"});
-}
-
-/// The library takes "10.1" for 10.0.0.1, and what stands behind a blank for nothing.
-bool inFull(Findings& findings, const std::string& key, const std::string& text, const IPAddress& parsed)
-{
-	if (parsed.family() != IPAddress::IPv4)
-	{
-		findings.error(key, {"address-not-ipv4", key + " is no IPv4 address: " + text,
-		                     "the agent pings IPv4 addresses only: this one never answers", "write an IPv4 address"});
-		return false;
-	}
-	if (text.substr(0, text.find_first_of(" \t")) != parsed.toString())
-	{
-		findings.error(key, {"not-an-address", key + " is no full address: " + text,
-		                     "it is taken for " + parsed.toString(), "write all four numbers in decimal"});
-		return false;
-	}
-	return true;
-}
-
 /// @return whether it is an IPv4 address in dots
 bool form(Findings& findings, const std::string& key, const std::string& text)
 {
 	IPAddress parsed;
 	if (text.empty())
 	{
-		findings.error(key, {"empty-address", key + " is empty", emptyEffect(*findKey(key)), "write the address"});
+		findings.add("empty-address", key, emptyEffect(*findKey(key)));
 	}
 	else if (IPAddress::tryParse(text, parsed))
 	{
-		return inFull(findings, key, text, parsed);
+		// The library takes "10.1" for 10.0.0.1, and what stands behind a blank for nothing.
+		const bool full = text.substr(0, text.find_first_of(" \t")) == parsed.toString();
+		if (parsed.family() == IPAddress::IPv4 && full)
+		{
+			return true;
+		}
+		findings.add(parsed.family() != IPAddress::IPv4 ? "address-not-ipv4" : "not-an-address/short", key, text,
+		             parsed.toString());
 	}
 	else if (looksLikeAName(text))
 	{
-		name(findings, key, text);
+		const char* entry = key == key::kThisServerIP ? "address-is-a-name/own" : "address-is-a-name";
+		findings.add(key == key::kVirtualIP ? "address-is-a-name/virtual" : entry, key, text);
 	}
 	else
 	{
-		findings.error(key,
-		               {"not-an-address", key + " is no address: " + text,
-		                key == key::kThisServerIP ? emptyEffect(*findKey(key))
-		                                          : "it is never found: no ping is answered and nothing sent there",
-		                withoutRest(text)});
+		findings.add("not-an-address", key, text,
+		             key == key::kThisServerIP ? emptyEffect(*findKey(key))
+		                                       : "it is never found: no ping is answered and nothing sent there",
+		             withoutRest(text));
 	}
 	return false;
-}
-
-std::string unusable(const std::string& key, const IPAddress& address)
-{
-	if (key == key::kThisServerIP)
-	{
-		return "the partner cannot send its heartbeats there";
-	}
-	return address.isLoopback() ? "the node asks itself and always gets an answer" : "it never answers a ping";
 }
 
 void use(Findings& findings, const std::string& key, const std::string& text)
@@ -112,14 +74,12 @@ void use(Findings& findings, const std::string& key, const std::string& text)
 	const IPAddress address(text);
 	if (address.isWildcard() && key == key::kThisServerIP)
 	{
-		findings.warning(key, {"listens-everywhere", key + " is " + text,
-		                       "heartbeats are taken on every network, and whoever can send one moves the service",
-		                       "write this node's address on the communication network"});
+		findings.add("listens-everywhere", key, text);
 	}
 	else if (address.isWildcard() || address.isMulticast() || address.isBroadcast() || address.isLoopback())
 	{
-		findings.error(key, {"unusable-address", key + " is " + text + ", which is no address of a single other host",
-		                     unusable(key, address), "write the address meant"});
+		const char* entry = address.isLoopback() ? "unusable-address/loopback" : "unusable-address";
+		findings.add(key == key::kThisServerIP ? "unusable-address/own" : entry, key, text);
 	}
 }
 
@@ -150,9 +110,7 @@ void clashes(Findings& findings)
 		const std::optional<std::string> right = findings.file.text(clash.right);
 		if (left && right && !left->empty() && *left == *right)
 		{
-			findings.error(clash.left,
-			               {"same-address", std::string(clash.left) + " and " + clash.right + " are the same, " + *left,
-			                clash.effect, "write the address of each"});
+			findings.add("same-address", clash.left, clash.right, *left, clash.effect);
 		}
 	}
 }
@@ -160,8 +118,8 @@ void clashes(Findings& findings)
 /// The agent looks for the text of the address in the listing of its interfaces.
 void insideOther(Findings& findings)
 {
-	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
-	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
+	const std::string address = findings.valueOf(key::kVirtualIP);
+	const std::string own = findings.valueOf(key::kThisServerIP);
 	if (!address.empty() && own != address && own.find(address) != std::string::npos)
 	{
 		addressInside(findings, address, own + ", an address of this node");
@@ -172,10 +130,7 @@ void insideOther(Findings& findings)
 
 void addressInside(Findings& findings, const std::string& address, const std::string& other)
 {
-	findings.error(key::kVirtualIP,
-	               {"address-inside-another", "the text " + address + " is a part of " + other,
-	                "the agent finds it in the output of \"ifconfig\" and takes the virtual IP for raised: it never is",
-	                "choose an address whose text is no part of another one on the node"});
+	findings.add("address-inside-another", key::kVirtualIP, address, other);
 }
 
 void addresses(Findings& findings)

@@ -8,15 +8,11 @@
 #include <tuple>
 #include <utility>
 
-#include "FindingNames.h"
-
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
-#include "ctl/check/KeeperChecks.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
-#include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
 {
@@ -28,24 +24,12 @@ namespace
 
 namespace fs = std::filesystem;
 
-void text(Findings& findings, bool withPartner)
-{
-	checks::lines(findings);
-	checks::keys(findings);
-	checks::numbers(findings);
-	checks::timing(findings, withPartner);
-	checks::addresses(findings);
-	checks::programs(findings);
-	checks::commands(findings);
-	checks::log(findings);
-}
-
 /// A line with one of these has its other findings by it.
 bool explains(const std::string& id)
 {
-	constexpr std::array kIds{"quoted-value",      "reference-to-nothing", "reference-not-closed", "comma-in-number",
-	                          "pasted-characters", "same-address",         "log-is-no-file"};
-	return std::ranges::find(kIds, id) != kIds.end();
+	return checks::contains(std::array{"quoted-value", "reference-to-nothing", "reference-not-closed",
+	                                   "comma-in-number", "pasted-characters", "same-address", "log-is-no-file"},
+	                        id);
 }
 
 /// What follows from another finding that is no less severe, wherever that stands.
@@ -84,14 +68,11 @@ void dropConsequences(CheckReport& report)
 	              });
 }
 
-void known(CheckReport& report, const std::string& name, const fs::path& file, int line)
+void known(CheckReport& report, const std::string& name, const Place& place)
 {
-	if (!name.empty() && name[0] != '#' && name[0] != ';' &&
-	    std::ranges::find(kFindingNames, name) == kFindingNames.end())
+	if (!name.empty() && name[0] != '#' && name[0] != ';' && !isFinding(name))
 	{
-		report.findings.push_back({"unknown-finding", Severity::warning, file, line, "no finding has the name " + name,
-		                           "what is meant to be accepted still counts",
-		                           "write the name in brackets behind the finding"});
+		report.add("unknown-finding", {}, place, {"", name});
 	}
 }
 
@@ -108,7 +89,7 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 		{
 			line.erase(0, line.find_first_not_of(" \t"));
 			result.push_back(line.substr(0, line.find_first_of(" \t\r")));
-			known(report, result.back(), file, ++number);
+			known(report, result.back(), {file, ++number});
 		}
 	}
 	catch (const Failure& failure)
@@ -121,7 +102,7 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 void setAside(CheckReport& report, const std::vector<std::string>& names)
 {
 	const auto rest = std::ranges::stable_partition(report.findings, [&](const Finding& finding)
-	                                                { return std::ranges::find(names, finding.id) == names.end(); });
+	                                                { return !checks::contains(names, finding.id); });
 	report.acknowledged.assign(rest.begin(), rest.end());
 	report.findings.erase(rest.begin(), rest.end());
 }
@@ -150,46 +131,43 @@ bool isOtherEncoding(const std::string& content)
 ///         been reported
 std::optional<SettingsFile> open(const fs::path& file, CheckReport& report, bool partners = false)
 {
-	const auto refuse = [&](const char* id, const char* what, const char* remedy)
+	const auto refuse = [&](const char* entry)
 	{
-		report.findings.push_back(
-		    {id, Severity::error, file, 0, what,
-		     partners ? "the two nodes' files are not compared"
-		              : "the agent ends at its start; nothing but a line on its standard error tells why",
-		     remedy});
+		report.add(entry, {}, {file},
+		           {"",
+		            partners ? "the two nodes' files are not compared"
+		                     : "the agent ends at its start; nothing but a line on its standard error tells why",
+		            partners ? "name a copy of the partner's config.ini"
+		                     : "write it: \"velarixctl init\" makes the files of both nodes"});
 		return std::optional<SettingsFile>();
 	};
-	const char* kWrite = partners ? "name a copy of the partner's config.ini"
-	                              : "write it: \"velarixctl init\" makes the files of both nodes";
 	const host::FileKind kind = host::fileFacts(file).kind;
 	if (kind == host::FileKind::missing)
 	{
-		return refuse("settings-missing", "there is no settings file", kWrite);
+		return refuse("settings-missing");
 	}
 	if (kind == host::FileKind::directory)
 	{
-		return refuse("settings-is-a-directory", "the settings file is a directory", kWrite);
+		return refuse("settings-is-a-directory");
 	}
 	const std::string content = readInputFile(file);
 	if (isOtherEncoding(content))
 	{
-		return refuse("settings-encoding", "the settings file is UTF-16 or no text",
-		              "save it as UTF-8 without a byte order mark: iconv -f UTF-16 -t UTF-8");
+		return refuse("settings-encoding");
 	}
 	SettingsFile settings = SettingsFile::parse(file, content);
 	const std::vector<SettingLine>& lines = settings.lines();
 	if (settings.lineOfSection("address") != 0 && settings.lineOfSection("AGENT") == 0)
 	{
-		return refuse("settings-of-the-keeper", "this is a keeper.ini",
-		              "name the config.ini beside it: both are checked");
+		return refuse("settings-of-the-keeper");
 	}
 	if (lines.empty())
 	{
-		return refuse("settings-empty", "the settings file has no key", kWrite);
+		return refuse("settings-empty");
 	}
 	if (std::ranges::none_of(lines, &SettingLine::assigned))
 	{
-		return refuse("no-assignment", "no line of the settings file has a \"=\"", "write KEY = VALUE");
+		return refuse("no-assignment/at-all");
 	}
 	Findings findings(settings, report);
 	if (checks::writtenForOthers(findings))
@@ -258,7 +236,7 @@ void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keep
 		return;
 	}
 	Findings theirs(*partner, report);
-	text(theirs, true);
+	checks::text(theirs);
 	checks::pair(own, theirs);
 	const fs::path beside = file.parent_path() / (keeperFile ? keeperFile->path.filename() : "");
 	if (keeperFile && (host::fileFacts(beside).kind == host::FileKind::missing || beside == keeperFile->path))
@@ -293,13 +271,23 @@ void leaveOutRoot(CheckReport& report, const Paths& paths)
 
 } // namespace
 
+void checks::text(Findings& findings)
+{
+	lines(findings);
+	keys(findings);
+	addresses(findings);
+	programs(findings);
+	commands(findings);
+}
+
 CheckReport check(const CheckRequest& request, const Paths& paths)
 {
 	CheckReport report;
 	if (const std::optional<SettingsFile> file = open(request.file, report))
 	{
 		Findings own(*file, report);
-		text(own, request.partner.has_value());
+		checks::text(own);
+		request.partner ? void() : checks::timing(own);
 		const std::optional<checks::KeeperFile> keeperFile = openKeeper(own, paths);
 		if (keeperFile)
 		{
@@ -316,7 +304,7 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	std::vector<std::string> names = acknowledged(paths, report);
 	for (const std::string& name : request.ignored)
 	{
-		known(report, name, request.file, 0);
+		known(report, name, {request.file});
 		names.push_back(name);
 	}
 	sort(report, request.file);
@@ -329,8 +317,8 @@ CheckReport checkTexts(const NodeTexts& own, const NodeTexts& partner)
 	CheckReport report;
 	Findings left(own.settings, report);
 	Findings right(partner.settings, report);
-	text(left, true);
-	text(right, true);
+	checks::text(left);
+	checks::text(right);
 	checks::pair(left, right);
 	if (!own.keeperText.empty())
 	{

@@ -2,15 +2,19 @@
 /// `trial` none runs a configured command.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "ctl/check/CommandText.h"
 #include "ctl/check/Findings.h"
 #include "inspect/Host.h"
 #include "inspect/Paths.h"
+#include "keeper/Settings.h"
 
 namespace velarix::ctl::checks
 {
@@ -19,13 +23,6 @@ namespace velarix::ctl::checks
 inline constexpr char kAcknowledged[] = "/usr/velarix/bin/ini/acknowledged.txt";
 
 using namespace inspect;
-
-/// Where a finding belongs.
-struct Place
-{
-	std::filesystem::path file;
-	int line = 0;
-};
 
 /// ---- on the text alone -----------------------------------------------------
 
@@ -38,19 +35,17 @@ std::string withoutPasted(std::string text);
 /// Lines that do not do what they look like: unknown and repeated keys, lines
 /// without "=", comments and quotes in a value, references.
 void lines(Findings& findings);
-/// Every key is there, and numbers are numbers.
+/// Every key is there, and its value is one that the agent can work with.
 void keys(Findings& findings);
-/// The role, the ports, the times.
-void numbers(Findings& findings);
-/// @param withPartner the partner's own interval is known and is looked at by `pair`
-void timing(Findings& findings, bool withPartner);
+/// The receiving time against this node's own interval, where the partner's is not known.
+void timing(Findings& findings);
 void addresses(Findings& findings);
 /// The programs' names and how the run script cuts their paths.
 void programs(Findings& findings);
 /// The commands that raise and drop the address and kill programs, as texts.
 void commands(Findings& findings);
-/// The log's path and purge age.
-void log(Findings& findings);
+/// All of them but `timing`.
+void text(Findings& findings);
 
 /// ---- on two files ------------------------------------------------------------
 
@@ -61,8 +56,6 @@ void pair(Findings& own, Findings& partner);
 
 /// The directories, the run-info record and who may write what.
 void installation(Findings& findings, const Paths& paths);
-/// The run-info record alone; a part of `installation`.
-void runInfo(Findings& findings, const Paths& paths);
 /// The programs' files.
 void programFiles(Findings& findings, const Paths& paths);
 /// The file of a program or check that the keeper runs.
@@ -88,14 +81,12 @@ void notifiers(Findings& findings, const Paths& paths);
 /// Interfaces, addresses, privileges, space, other processes.
 /// @param reach GATEWAY_IP is the keeper's reachability address
 void machine(Findings& findings, const Paths& paths, bool reach);
-/// The names of the two interfaces and their carrier; a part of `machine`.
-void interfaces(Findings& findings);
-/// Addresses, routes and the virtual IP's holder; a part of `machine`.
+/// The two interfaces, addresses, routes and the virtual IP's holder; a part of `machine`.
 void network(Findings& findings, const std::vector<host::Address>& addresses, bool reach);
 /// The tunnel's interface, rules, way and session; a part of `machine`.
 void tunnelMachine(Findings& findings, const Paths& paths);
-/// @return the address of the network that an address is in
-std::string networkOf(const std::string& address, int prefix);
+/// @return whether an address is in the network of one of this machine's
+bool isInNetworkOf(const host::Address& there, const std::string& address);
 /// How the virtual IP is raised, against what the machine has; a part of `trial`.
 /// @param keeper the file that tells the keeper how it raises the address, and the line; none
 ///        where the start command does
@@ -117,6 +108,30 @@ struct TrialTimes
 /// @param addresses what the interfaces have beforehand
 void trial(Findings& findings, const std::vector<host::Address>& addresses, const TrialTimes& times = {});
 
+/// ---- keeper.ini, and what it and the agent's settings say of each other ---------------------
+
+/// A keeper.ini as it was read.
+struct KeeperFile
+{
+	std::filesystem::path path;
+	keeper::ParsedSettings parsed;
+};
+
+/// What its text has wrong, and where it does not fit the settings beside it.
+void keeperFile(Findings& findings, const KeeperFile& file);
+
+/// What this machine lacks for it. Its commands are not tried: they are known.
+void keeperMachine(Findings& findings, const KeeperFile& file);
+
+/// The files of the services' programs and checks, and whether their users reach them.
+void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& paths);
+
+/// The keys beside both files, where both are to be had.
+void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner);
+
+/// What must be the same in both nodes' files, and what must not.
+void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& partner);
+
 /// ---- what several of them have in common ---------------------------------------------
 
 /// A configured command: which it is and what its faults lead to.
@@ -132,6 +147,36 @@ struct CommandRole
 extern const CommandRole kStartRole;
 extern const CommandRole kStopRole;
 extern const CommandRole kKillRole;
+
+/// A configured program.
+struct Program
+{
+	std::string key;
+	/// The whole configured text.
+	std::string path;
+	/// What the agent looks for.
+	std::string name;
+
+	/// @return whether it is an absolute path without arguments or quotes
+	bool isPlain() const
+	{
+		return path.starts_with('/') && !name.empty() && path.find_first_of(" \t\"'") == std::string::npos;
+	}
+};
+
+std::vector<Program> programsOf(const Findings& findings);
+
+/// @return a configured command; an empty one where the key is missing
+inline CommandText commandOf(const Findings& findings, const char* key)
+{
+	return CommandText(findings.valueOf(key));
+}
+
+template <typename Range, typename Value, typename Projection = std::identity>
+bool contains(const Range& range, const Value& value, Projection projection = {})
+{
+	return std::ranges::find(range, value, projection) != std::ranges::end(range);
+}
 
 /// Reports that the virtual IP's text is found within another one, where the agent looks.
 void addressInside(Findings& findings, const std::string& address, const std::string& other);

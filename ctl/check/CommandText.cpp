@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <set>
+#include <sstream>
 #include <string_view>
 
+#include "ctl/check/Checks.h"
 #include "inspect/Number.h"
 #include "inspect/Pattern.h"
 
@@ -14,33 +17,21 @@ namespace velarix::ctl
 namespace
 {
 
+using checks::contains;
+
 /// The library's regular expressions recurse for each character.
 constexpr std::size_t kLookedAt = 4096;
 
-using Names = std::set<std::string>;
-
-bool isShellWord(const std::string& word)
-{
-	static const Names kWords{":",    "true",  "false",   "cd",   "export", "set",   "unset", "exit",  "return",
-	                          "wait", "test",  "[",       "trap", "umask",  "shift", "local", "read",  "eval",
-	                          "exec", ".",     "command", "type", "printf", "echo",  "kill",  "break", "continue",
-	                          "for",  "while", "until",   "in",   "esac",   "fi",    "done",  "hash",  "[["};
-	return kWords.contains(word);
-}
+constexpr std::array kShellWords{":",    "true",  "false",   "cd",   "export", "set",   "unset", "exit",  "return",
+                                 "wait", "test",  "[",       "trap", "umask",  "shift", "local", "read",  "eval",
+                                 "exec", ".",     "command", "type", "printf", "echo",  "kill",  "break", "continue",
+                                 "for",  "while", "until",   "in",   "esac",   "fi",    "done",  "hash",  "[["};
 
 /// Words behind which a command begins.
-bool opensCommand(const std::string& word)
-{
-	static const Names kWords{"do", "then", "else", "elif", "while", "until", "if", "!", "time"};
-	return kWords.contains(word);
-}
+constexpr std::array kOpeners{"do", "then", "else", "elif", "while", "until", "if", "!", "time"};
 
 /// Behind these the text looks whether a program is there.
-bool looksForProgram(const std::string& word)
-{
-	static const Names kWords{"-x", "-e", "-f", "-v", "which", "type", "hash"};
-	return kWords.contains(word);
-}
+constexpr std::array kLookers{"-x", "-e", "-f", "-v", "which", "type", "hash"};
 
 std::vector<std::string> found(const std::string& text, const inspect::Pattern& pattern, std::size_t group)
 {
@@ -91,8 +82,8 @@ std::string withoutQuotes(const std::string& text, bool& hasComment)
 
 bool isSystemDirectory(const std::string& path)
 {
-	static const Names kSystem{"/bin/", "/sbin/", "/usr/bin/", "/usr/sbin/"};
-	return kSystem.contains(path.substr(0, path.rfind('/') + 1));
+	constexpr std::array kSystem{"/bin/", "/sbin/", "/usr/bin/", "/usr/sbin/"};
+	return contains(kSystem, path.substr(0, path.rfind('/') + 1));
 }
 
 /// A program that runs the command behind its options.
@@ -173,7 +164,7 @@ std::vector<std::string> CommandText::programs() const
 	static const inspect::Pattern kAssignment("[A-Za-z_][A-Za-z_0-9]*=.*");
 	const std::vector<std::string> tokens = found(m_plain, kToken, 0);
 	std::vector<std::string> result;
-	Names known;
+	std::set<std::string> known;
 	bool expected = true;
 	for (std::size_t i = 0; i < tokens.size(); ++i)
 	{
@@ -186,7 +177,7 @@ std::vector<std::string> CommandText::programs() const
 		{
 			expected = true;
 		}
-		else if (i > 0 && looksForProgram(tokens[i - 1]))
+		else if (i > 0 && contains(kLookers, tokens[i - 1]))
 		{
 			known.insert(baseName(word));
 		}
@@ -194,15 +185,16 @@ std::vector<std::string> CommandText::programs() const
 		{
 			known.insert(word); // a function of its own
 		}
-		else if (expected && !opensCommand(word) && kAssignment.matched(word).empty())
+		else if (expected && !contains(kOpeners, word) && kAssignment.matched(word).empty())
 		{
 			expected = false;
 			result.push_back(word);
 		}
 	}
 	std::erase_if(result,
-	              [&](const std::string& word) {
-		              return isShellWord(word) || known.contains(baseName(word)) ||
+	              [&](const std::string& word)
+	              {
+		              return contains(kShellWords, word) || known.contains(baseName(word)) ||
 		                     word.find_first_of("$`*?[") != std::string::npos;
 	              });
 	return result;
@@ -240,6 +232,12 @@ std::optional<int> CommandText::prefixOf(const std::string& address) const
 		}
 	}
 	return std::nullopt;
+}
+
+std::vector<std::string> wordsOf(const std::string& text)
+{
+	std::istringstream words(text);
+	return {std::istream_iterator<std::string>(words), {}};
 }
 
 bool isAssignment(const std::string& word)

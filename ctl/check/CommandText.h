@@ -53,6 +53,9 @@ private:
 	bool m_hasComment = false;
 };
 
+/// @return the text, split at blanks
+std::vector<std::string> wordsOf(const std::string& text);
+
 /// @return whether the shell takes the word for "NAME=VALUE"
 bool isAssignment(const std::string& word);
 

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <type_traits>
 #include <vector>
 
 #include "inspect/SettingsFile.h"
@@ -38,11 +39,21 @@ struct Finding
 	std::string remedy;
 };
 
+/// @return whether findings.txt has a finding of that name
+bool isFinding(std::string_view id);
+
 /// Something that could not be looked at, and why.
 struct NotChecked
 {
 	std::string what;
 	std::string why;
+};
+
+/// Where a finding belongs.
+struct Place
+{
+	std::filesystem::path file;
+	int line = 0;
 };
 
 struct CheckReport
@@ -54,15 +65,12 @@ struct CheckReport
 	std::vector<NotChecked> notChecked;
 
 	std::size_t count(Severity severity) const;
-};
 
-/// The texts of a finding; see Finding.
-struct Words
-{
-	std::string id;
-	std::string what;
-	std::string effect;
-	std::string remedy;
+	/// @param entry the heading in findings.txt, which has the texts
+	/// @param severity where it is not the one given there
+	/// @param values what the texts have in place of {0}, {1} ...
+	void add(const std::string& entry, std::optional<Severity> severity, const Place& place,
+	         const std::vector<std::string>& values);
 };
 
 /// Collects what is found in one settings file and around it.
@@ -74,14 +82,24 @@ public:
 	/// The settings file that is being checked.
 	const SettingsFile& file;
 
-	/// At a key's line; a key that is missing gives its section's line.
-	void error(std::string_view key, Words words) { add(Severity::error, file.path(), lineFor(key), std::move(words)); }
-	void warning(std::string_view key, Words words)
+	/// Reports an entry of findings.txt at a key's line; a key that is missing gives its section's line.
+	/// @param values in place of {1}, {2} ... in its texts; {0} is the key
+	template <typename... Values> void add(const std::string& entry, std::string_view key, const Values&... values)
 	{
-		add(Severity::warning, file.path(), lineFor(key), std::move(words));
+		m_report.add(entry, {}, {file.path(), lineFor(key)}, {std::string(key), text(values)...});
 	}
 
-	void add(Severity severity, const std::filesystem::path& where, int line, Words words);
+	/// {0} is the file.
+	template <typename... Values> void add(const std::string& entry, const Place& place, const Values&... values)
+	{
+		m_report.add(entry, {}, place, {place.file, text(values)...});
+	}
+
+	template <typename... Values>
+	void add(Severity severity, const std::string& entry, const Place& place, const Values&... values)
+	{
+		m_report.add(entry, severity, place, {place.file, text(values)...});
+	}
 
 	void notChecked(const std::string& what, const std::string& why) { m_report.notChecked.push_back({what, why}); }
 
@@ -95,7 +113,24 @@ public:
 	///         when that is missing too
 	int lineFor(std::string_view key) const;
 
+	Place at(std::string_view key) const { return {file.path(), lineFor(key)}; }
+
+	/// @return the value of a key; empty when it has none
+	std::string valueOf(std::string_view key) const { return file.text(std::string(key)).value_or(""); }
+
 private:
+	template <typename Value> static std::string text(const Value& value)
+	{
+		if constexpr (std::is_integral_v<Value>)
+		{
+			return std::to_string(value);
+		}
+		else
+		{
+			return std::string(value);
+		}
+	}
+
 	CheckReport& m_report;
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <string>
 
 #include <Poco/String.h>
@@ -26,21 +27,13 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr char kDirectory[] = "/usr/velarix/bin/ini";
-constexpr char kOpen[] = "the rules are not loaded: whoever reaches the heartbeat port moves the service";
-
-struct Define
-{
-	const char* name;
-	const char* key;
-	/// With another value the partner's heartbeats are dropped.
-	bool blocks;
-};
-
-constexpr std::array kDefines{
-    Define{"port", key::kReceivePort, false},     Define{"address", key::kThisServerIP, true},
-    Define{"partner", key::kPartnerIP, true},     Define{"gateway", key::kGatewayIP, false},
-    Define{"virtual_ip", key::kVirtualIP, false},
-};
+constexpr std::array<std::pair<std::string_view, const char*>, 5> kDefines{{
+    {"port", key::kReceivePort},
+    {"address", key::kThisServerIP},
+    {"partner", key::kPartnerIP},
+    {"gateway", key::kGatewayIP},
+    {"virtual_ip", key::kVirtualIP},
+}};
 
 /// @return the value of a setting; empty for none, which has a finding of its own
 std::string wanted(const Findings& findings, const std::string& key)
@@ -49,7 +42,7 @@ std::string wanted(const Findings& findings, const std::string& key)
 	{
 		return std::to_string(findings.file.integer(key).value_or(0));
 	}
-	const std::string text = findings.file.text(key).value_or("");
+	const std::string text = findings.valueOf(key);
 	return isVirtualAddress(text) ? text : "";
 }
 
@@ -58,30 +51,26 @@ void values(Findings& findings, const fs::path& file, const std::string& rules)
 {
 	static const inspect::Pattern kLine(R"((?:^|\n)[ \t]*define (\w+) = ([^#\n$/]+))");
 	std::string what;
-	bool blocks = false;
-	bool port = false;
+	std::set<std::string> wrong;
 	for (const inspect::Pattern::Groups& line : kLine.all(rules))
 	{
-		const auto define = std::ranges::find(kDefines, line.at(1), &Define::name);
-		const std::string value = define == kDefines.end() ? "" : wanted(findings, define->key);
+		const auto define = std::ranges::find(kDefines, line.at(1), &std::pair<std::string_view, const char*>::first);
+		const std::string value = define == kDefines.end() ? "" : wanted(findings, define->second);
 		// It may be a set.
 		const Poco::StringTokenizer words(line.at(2), " \t{},");
 		if (!value.empty() && !words.has(value))
 		{
-			what += (what.empty() ? "" : ", ") + std::string(define->key) + " is " + value + " and not " +
+			what += (what.empty() ? "" : ", ") + std::string(define->second) + " is " + value + " and not " +
 			        Poco::trim(line.at(2));
-			blocks = blocks || define->blocks;
-			port = port || define->key == std::string_view(key::kReceivePort);
+			wrong.insert(define->second);
 		}
 	}
 	if (!what.empty())
 	{
-		findings.add(blocks ? Severity::error : Severity::warning, file, 0,
-		             {"firewall-of-other-settings", "the rules are not for these settings: " + what,
-		              blocks ? "the partner's heartbeats are dropped: each node takes the other for dead"
-		              : port ? "they do not protect the pair: whoever reaches the heartbeat port moves the service"
-		                     : "they protect another address: whoever answers in this one's place is not held up",
-		              "take this node's file of velarixctl init, and load it: systemctl reload velarix-ha-firewall"});
+		const bool blocks = wrong.contains(key::kThisServerIP) || wrong.contains(key::kPartnerIP);
+		const char* open =
+		    wrong.contains(key::kReceivePort) ? "firewall-of-other-settings/port" : "firewall-of-other-settings";
+		findings.add(blocks ? "firewall-of-other-settings/blocks" : open, {file}, what);
 	}
 }
 
@@ -107,15 +96,11 @@ void firewall(Findings& findings, const Paths& paths)
 	}
 	if (toolPath(paths, "nft").empty())
 	{
-		findings.add(Severity::warning, file, 0,
-		             {"firewall-without-nft", "nft, which loads the rules, is not there", kOpen,
-		              "install the package nftables"});
+		findings.add("firewall-without-nft", {file});
 	}
 	else if (const std::string refusal = paths.elsewhere() ? "" : host::rulesRefusal(file); !refusal.empty())
 	{
-		findings.add(Severity::warning, file, 0,
-		             {"firewall-broken", "nft does not take the rules: " + refusal, kOpen,
-		              "correct them, and try: nft -c -f " + file.string()});
+		findings.add("firewall-broken", {file}, refusal);
 	}
 }
 

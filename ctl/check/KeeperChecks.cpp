@@ -1,14 +1,16 @@
-#include "ctl/check/KeeperChecks.h"
+#include "ctl/check/Checks.h"
 
 #include <algorithm>
 #include <array>
 #include <tuple>
 #include <utility>
 
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <sysexits.h>
 
 #include "ctl/Keeper.h"
-#include "ctl/check/Checks.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
@@ -21,20 +23,17 @@ namespace velarix::ctl::checks
 namespace
 {
 
+namespace fs = std::filesystem;
+
 /// What the keeper refuses or warns about, in its own words.
 void take(Findings& findings, const KeeperFile& file, const std::vector<keeper::Finding>& found)
 {
 	for (const keeper::Finding& finding : found)
 	{
-		const bool warning = finding.status == 0;
-		std::string id = warning ? "keeper-warning" : "keeper-settings";
-		id = finding.status == EX_NOUSER ? "keeper-user" : id;
-		id = finding.status == EX_UNAVAILABLE ? "keeper-unavailable" : id;
-		findings.add(warning ? Severity::warning : Severity::error, file.path, finding.line,
-		             {id, finding.text,
-		              warning ? "the keeper starts all the same; address or service may not come up, or come up twice"
-		                      : "the keeper does not start with it: no address is raised and no service runs",
-		              finding.cure});
+		const char* refused = finding.status == EX_NOUSER ? "keeper-user" : "keeper-settings";
+		refused = finding.status == EX_UNAVAILABLE ? "keeper-unavailable" : refused;
+		findings.add(finding.status == 0 ? "keeper-warning" : refused, {file.path, finding.line}, finding.text,
+		             finding.cure);
 	}
 }
 
@@ -52,56 +51,39 @@ void commandsOf(Findings& findings)
 	{
 		const std::string command = keeperCommand(verb);
 		// A gate may stand in front: "fence-partner && keeper raise".
-		if (!findings.file.text(role->key).value_or("").ends_with(command))
+		if (!findings.valueOf(role->key).ends_with(command))
 		{
-			findings.error(role->key,
-			               {"keeper-command", std::string(role->key) + " does not end in " + command,
-			                std::string("the keeper does the rest alone: ") + role->useless, "write " + command});
+			findings.add("keeper-command", role->key, command, role->useless);
 		}
 	}
 }
 
-void programsOf(Findings& findings, const KeeperFile& file)
+void services(Findings& findings, const KeeperFile& file)
 {
-	const std::vector<std::string> programs = findings.file.programs();
+	const std::vector<std::string> paths = findings.file.programs();
 	const std::string address = keeperPath(keeper::kAddressProgram);
-	if (programs.empty() || programs.front() != address)
+	if (paths.empty() || paths.front() != address)
 	{
-		const bool later = std::ranges::find(programs, address) != programs.end();
-		findings.add(later ? Severity::warning : Severity::error, findings.file.path(), findings.lineFor(programKey(1)),
-		             {"keeper-address-not-first", programKey(1) + " is not " + address,
-		              later ? "the address is dropped only after the services before it have stopped"
-		                    : "nothing holds the address: no service starts",
-		              "name it first"});
+		findings.add(contains(paths, address) ? "keeper-address-not-first/later" : "keeper-address-not-first",
+		             programKey(1), address);
 	}
-	for (std::size_t i = 0; i < programs.size(); ++i)
+	for (const Program& program : programsOf(findings))
 	{
-		const std::string key = programKey(static_cast<int>(i) + 1);
-		const std::string name = programName(programs[i]);
-		if (!isKeepers(programs[i]))
+		if (!isKeepers(program.path))
 		{
-			findings.error(key, {"keeper-foreign-program", key + " is no program of the keeper: " + programs[i],
-			                     "the kill command does not end it: after a failover it runs on both nodes",
-			                     "make it a [service NAME] and write " + keeperPath("ha-NAME")});
+			findings.add("keeper-foreign-program", program.key, program.path, keeperPath("ha-NAME"));
 		}
-		else if (programs[i] != address && file.parsed.settings.find(name) == nullptr)
+		else if (program.path != address && file.parsed.settings.find(program.name) == nullptr)
 		{
-			findings.error(key, {"keeper-service-missing",
-			                     file.path.string() + " has no [service " + name.substr(keeper::kPrefix.size()) +
-			                         "] for " + programs[i],
-			                     "the program ends at its start: the service moves to and fro",
-			                     "write the section, or take the program away"});
+			findings.add("keeper-service-missing", program.key, file.path, program.name.substr(keeper::kPrefix.size()),
+			             program.path);
 		}
 	}
 	for (const keeper::ServiceSettings& service : file.parsed.settings.services)
 	{
-		const std::string path = keeperPath(service.program);
-		if (std::ranges::find(programs, path) == programs.end())
+		if (const std::string path = keeperPath(service.program); !contains(paths, path))
 		{
-			findings.add(Severity::error, file.path, service.line,
-			             {"keeper-service-unmanaged", "no PROCESS_PATH up to PROCESS_NUM is " + path,
-			              "the service is never started, and the keeper takes it for one that has ended",
-			              "write the path and raise PROCESS_NUM, or take the section away"});
+			findings.add("keeper-service-unmanaged", {file.path, service.line}, path);
 		}
 	}
 }
@@ -116,21 +98,17 @@ void reachOf(Findings& findings, const KeeperFile& file)
 	     {"partner", &reach.partner, key::kPartnerIP}}};
 	for (const auto& [name, value, key] : same)
 	{
-		const std::string other = findings.file.text(key).value_or("");
+		const std::string other = findings.valueOf(key);
 		if (!value->empty() && *value != other)
 		{
-			findings.add(Severity::error, file.path, reach.line,
-			             {"reach-address-differs",
-			              std::string(name) + " of [reachability] is " + *value + ", and " + key + " is " + other,
-			              "the agent pings an address that nobody keeps, or the partner is never asked",
-			              "write the same address in both"});
+			findings.add("reach-address-differs", {file.path, reach.line}, name, *value, key, other);
 		}
 	}
 }
 
-std::filesystem::path keyBeside(const KeeperFile& file)
+fs::path keyBeside(const KeeperFile& file)
 {
-	return file.path.parent_path() / std::filesystem::path(keeper::kKeyFile).filename();
+	return file.path.parent_path() / fs::path(keeper::kKeyFile).filename();
 }
 
 void reachMachine(Findings& findings, const KeeperFile& file)
@@ -138,29 +116,18 @@ void reachMachine(Findings& findings, const KeeperFile& file)
 	const keeper::ReachSettings& reach = file.parsed.settings.reach;
 	for (const host::Address& there : host::addresses())
 	{
-		if (there.interface != "lo" && !reach.address.empty() &&
-		    networkOf(there.address, there.prefix) == networkOf(reach.address, there.prefix))
+		if (there.interface != "lo" && !reach.address.empty() && isInNetworkOf(there, reach.address))
 		{
-			findings.add(Severity::error, file.path, reach.line,
-			             {"reach-address-attached",
-			              reach.address + " is inside the network of " + there.interface + ", " + there.address + "/" +
-			                  std::to_string(there.prefix),
-			              "another host may have it and answer: a node that is cut off does not notice",
-			              "take one that no network has, as 192.0.0.8, here and as GATEWAY_IP"});
+			findings.add("reach-address-attached", {file.path, reach.line}, reach.address, there.interface,
+			             there.address, there.prefix);
 		}
 	}
-	const std::filesystem::path path = keyBeside(file);
+	const fs::path path = keyBeside(file);
 	const host::FileFacts facts = host::fileFacts(path);
-	if (facts.kind == host::FileKind::regular && (facts.mode & 077) == 0 && facts.owner == 0)
+	if (facts.kind != host::FileKind::regular || (facts.mode & 077) != 0 || facts.owner != 0)
 	{
-		return;
+		findings.add(facts.kind == host::FileKind::regular ? "reach-key/open" : "reach-key", {path});
 	}
-	findings.add(Severity::error, path, 0,
-	             {"reach-key",
-	              facts.kind == host::FileKind::regular ? "others than root may read the key of the reachability"
-	                                                    : "there is no key of the reachability",
-	              "the partner cannot be asked, or anybody can answer for it: a node that loses its targets gives up",
-	              "copy reachability.key from the other node: owner root, chmod 600"});
 }
 
 /// The keeper's own address on this machine has its label, and is no finding.
@@ -180,21 +147,105 @@ void addressMachine(Findings& findings, const KeeperFile& file)
 	              host::addresses(), Place{file.path, address.line});
 }
 
+struct User
+{
+	uid_t id = 0;
+	std::vector<gid_t> groups;
+};
+
+/// @return nothing for root, and for one that does not exist, which has a finding of its own
+std::optional<User> userOf(const keeper::ServiceSettings& service)
+{
+	const passwd* found = service.user.empty() ? nullptr : ::getpwnam(service.user.c_str());
+	if (found == nullptr || found->pw_uid == 0)
+	{
+		return std::nullopt;
+	}
+	User user{.id = found->pw_uid, .groups = std::vector<gid_t>(1024)};
+	const group* own = service.group.empty() ? nullptr : ::getgrnam(service.group.c_str());
+	int number = static_cast<int>(user.groups.size());
+	::getgrouplist(service.user.c_str(), own != nullptr ? own->gr_gid : found->pw_gid, user.groups.data(), &number);
+	user.groups.resize(static_cast<std::size_t>(std::clamp(number, 0, static_cast<int>(user.groups.size()))));
+	return user;
+}
+
+/// @return whether the mode lets the user execute a file, or enter a directory
+bool mayEnter(const User& user, const host::FileFacts& facts)
+{
+	if (facts.owner == user.id)
+	{
+		return (facts.mode & S_IXUSR) != 0;
+	}
+	const bool member = std::ranges::find(user.groups, facts.group) != user.groups.end();
+	return (facts.mode & (member ? S_IXGRP : S_IXOTH)) != 0;
+}
+
+/// @return the first part of the path that stops the user; empty for none
+fs::path obstacle(const User& user, const fs::path& path)
+{
+	std::error_code error;
+	const fs::path target = fs::weakly_canonical(path, error);
+	for (const fs::path& way : {path, target})
+	{
+		fs::path at;
+		for (const fs::path& part : way)
+		{
+			at /= part;
+			const host::FileFacts facts = host::fileFacts(at);
+			const bool known = facts.kind != host::FileKind::missing && facts.kind != host::FileKind::notKnown;
+			if (known && !mayEnter(user, facts))
+			{
+				return at;
+			}
+		}
+	}
+	return {};
+}
+
+void reach(Findings& findings, const Place& place, const keeper::ServiceSettings& service, const fs::path& path,
+           const std::string& effect)
+{
+	const std::optional<User> user = userOf(service);
+	const fs::path stops = user && path.is_absolute() ? obstacle(*user, path) : fs::path();
+	if (!stops.empty())
+	{
+		// An access list may allow what the mode does not.
+		findings.add("keeper-user-without-access", place, service.user, path, stops, effect);
+	}
+}
+
+/// What "nice", "flock FILE" and the like run.
+void inner(Findings& findings, const Paths& paths, const Place& place, const std::vector<std::string>& command,
+           const std::string& effect, bool stays)
+{
+	const InnerCommand inner = innerCommand(command);
+	const std::string program = inner.words.empty() || inner.elsewhere ? "" : inner.words.front();
+	if (program.empty() || program == command.front() ||
+	    (!program.starts_with('/') && program.find('/') != std::string::npos))
+	{
+		return;
+	}
+	if (const fs::path file = toolPath(paths, program); !file.empty())
+	{
+		serviceProgram(findings, paths, place, file, effect, stays);
+		return;
+	}
+	// Another one may come with a mount, or a PATH of its own.
+	findings.add(program.starts_with("/usr/") ? Severity::error : Severity::warning, "missing-program-file/command",
+	             place, command.front(), program, effect);
+}
+
 } // namespace
 
 void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& partner)
 {
-	const std::filesystem::path here = keyBeside(own);
-	const std::filesystem::path there = keyBeside(partner);
-	const auto isFile = [](const std::filesystem::path& path)
-	{ return host::fileFacts(path).kind == host::FileKind::regular; };
+	const fs::path here = keyBeside(own);
+	const fs::path there = keyBeside(partner);
+	const auto isFile = [](const fs::path& path) { return host::fileFacts(path).kind == host::FileKind::regular; };
 	if (own.parsed.settings.reach.line != 0 && isFile(here) && isFile(there) &&
 	    readInputFile(here) != readInputFile(there))
 	{
-		findings.add(Severity::error, here, 0,
-		             {"reach-key-differs", "the key is not that of " + there.string(),
-		              "neither node believes the other one: whoever loses its targets gives up",
-		              "copy one node's key to the other one, and restart velarix-reach there"});
+		findings.add("reach-key-differs", {here}, there);
 	}
 }
 
@@ -206,23 +257,50 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 	{
 		return;
 	}
-	programsOf(findings, file);
+	services(findings, file);
 	reachOf(findings, file);
 	const keeper::AddressSettings& address = file.parsed.settings.address;
-	const std::string virtualIP = findings.file.text(key::kVirtualIP).value_or("");
+	const std::string virtualIP = findings.valueOf(key::kVirtualIP);
 	if (!address.text.empty() && address.text != virtualIP)
 	{
-		findings.add(Severity::error, file.path, address.line,
-		             {"keeper-address-differs", "the address is " + address.text + ", and VIRTUAL_IP is " + virtualIP,
-		              kStartRole.useless, "write the same address in both"});
+		findings.add("keeper-address-differs", {file.path, address.line}, address.text, virtualIP);
 	}
 	if (!address.interface.empty() && address.interface != kServiceInterface)
 	{
-		findings.add(
-		    Severity::warning, file.path, address.line,
-		    {"keeper-another-interface", "the address is raised on " + address.interface,
-		     "the agent watches the carrier of eth0: that of " + address.interface + " may go without a failover",
-		     "raise it on eth0"});
+		findings.add("keeper-another-interface", {file.path, address.line}, address.interface);
+	}
+}
+
+void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& paths)
+{
+	for (const keeper::ServiceSettings& service : file.parsed.settings.services)
+	{
+		const std::array<std::tuple<const std::vector<std::string>*, int, const char*>, 2> commands{
+		    {{&service.command, service.commandLine, "the service does not start: it fails here and moves on"},
+		     {&service.check, service.line, "every check fails: the service is restarted without end, and moves"}}};
+		for (const auto& [command, line, effect] : commands)
+		{
+			const Place place{file.path, line};
+			const fs::path program = command->empty() ? fs::path() : toolPath(paths, command->front());
+			if (!program.empty())
+			{
+				const bool stays = command == &service.command;
+				serviceProgram(findings, paths, place, program, effect, stays);
+				inner(findings, paths, place, *command, effect, stays);
+				paths.elsewhere() ? void() : reach(findings, place, service, program, effect);
+			}
+			else if (!command->empty() && paths.elsewhere())
+			{
+				findings.add("keeper-unavailable/elsewhere", place, command->front(), effect);
+			}
+		}
+		paths.elsewhere() ? void()
+		                  : reach(findings, {file.path, service.line}, service, service.directory,
+		                          "the service does not start: it fails here and moves on");
+	}
+	if (paths.elsewhere())
+	{
+		findings.notChecked("the users, units, directories and links of the services", "another root");
 	}
 }
 
@@ -251,12 +329,7 @@ void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& par
 	const keeper::AddressSettings& there = partner.parsed.settings.address;
 	if (here.line != 0 && there.line != 0 && here.defend == there.defend)
 	{
-		findings.add(Severity::error, own.path, here.line,
-		             {"keeper-on-conflict",
-		              std::string("on_conflict is ") + (here.defend ? "defend" : "yield") + " on both nodes",
-		              here.defend ? "after a split-brain both nodes keep the address"
-		                          : "after a split-brain both nodes drop the address, and services restart",
-		              "write defend on the configured master and yield on the other node"});
+		findings.add(here.defend ? "keeper-on-conflict/defend" : "keeper-on-conflict", {own.path, here.line});
 	}
 	const auto servicesOf = [](const KeeperFile& file)
 	{
@@ -276,11 +349,7 @@ void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& par
 	if (std::tie(here.text, here.prefix) != std::tie(there.text, there.prefix) ||
 	    servicesOf(own) != servicesOf(partner) || reachOf(own) != reachOf(partner))
 	{
-		findings.add(Severity::warning, own.path, 0,
-		             {"keeper-files-differ",
-		              "address, services or reachability are not those of " + partner.path.string(),
-		              "after a failover the service is another one",
-		              "write the same in both; on_conflict differs, and may the targets"});
+		findings.add("keeper-files-differ", {own.path}, partner.path);
 	}
 }
 

@@ -66,12 +66,15 @@ bool isComment(const SettingLine& line)
 	return line.key.compare(name, 1, "#") == 0;
 }
 
+Place at(const Findings& findings, const SettingLine& line)
+{
+	return {findings.file.path(), line.line};
+}
+
 void unknownKey(Findings& findings, const SettingLine& line)
 {
 	const std::string meant = likelyMeant(line.key);
-	findings.add(Severity::warning, findings.file.path(), line.line,
-	             {"unknown-key", line.key + " is no key of the agent", "the line has no effect",
-	              meant.empty() ? "remove the line" : "write " + meant + " (spelled so) if that is meant"});
+	findings.add(meant.empty() ? "unknown-key" : "unknown-key/like", at(findings, line), line.key, meant);
 }
 
 void numberedProgram(Findings& findings, const SettingLine& line)
@@ -80,9 +83,7 @@ void numberedProgram(Findings& findings, const SettingLine& line)
 	const std::string digits = line.key.substr(std::string(key::kProcessPath).size());
 	if (digits.size() > 9 || std::stoi(digits) > number)
 	{
-		findings.add(Severity::warning, findings.file.path(), line.line,
-		             {"program-not-counted", line.key + " is beyond PROCESS_NUM, which is " + std::to_string(number),
-		              "the program is not started, watched or killed", "raise PROCESS_NUM or remove the line"});
+		findings.add("program-not-counted", at(findings, line), line.key, number);
 	}
 }
 
@@ -91,9 +92,7 @@ void repeatedKey(Findings& findings, const SettingLine& line)
 	const SettingLine* counts = findings.file.find(line.key);
 	if (counts != nullptr && counts->line != line.line)
 	{
-		findings.add(Severity::warning, findings.file.path(), line.line,
-		             {"repeated-key", line.key + " stands again in line " + std::to_string(counts->line),
-		              "the last one counts, this line has no effect", "keep one of the two lines"});
+		findings.add("repeated-key", at(findings, line), line.key, counts->line);
 	}
 }
 
@@ -101,18 +100,14 @@ void repeatedKey(Findings& findings, const SettingLine& line)
 void byteOrderMark(Findings& findings, const SettingLine& line)
 {
 	const bool section = line.key.compare(kByteOrderMark.size(), 1, "[") == 0;
-	findings.add(
-	    section ? Severity::error : Severity::warning, findings.file.path(), line.line,
-	    {"byte-order-mark", "the file begins with a byte order mark",
-	     section ? "the section behind it is none: its keys count as missing" : "the line behind it has no effect",
-	     "save the file as UTF-8 without a byte order mark"});
+	findings.add(section ? "byte-order-mark/section" : "byte-order-mark", at(findings, line));
 }
 
 /// @return whether a blank and a comment sign stand in the value
 bool looksCommented(const std::string& value)
 {
-	return value.find(" ;") != std::string::npos || value.find("\t;") != std::string::npos ||
-	       value.find(" #") != std::string::npos || value.find("\t#") != std::string::npos;
+	return std::ranges::any_of(std::array{" ;", "\t;", " #", "\t#"},
+	                           [&](const char* sign) { return value.find(sign) != std::string::npos; });
 }
 
 bool isQuoted(const std::string& value)
@@ -126,8 +121,7 @@ void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
 	if (type == KeyType::command && isQuoted(line.value) &&
 	    line.value.find(line.value[0], 1) + 1 == line.value.size() && line.value.find(' ') != std::string::npos)
 	{
-		findings.error(line.key, {"quoted-value", line.key + " stands in quotes as a whole",
-		                          "the shell takes all of it for the name of one program", "remove the quotes"});
+		findings.add("quoted-value/command", line.key);
 	}
 	if (type == KeyType::command || type == KeyType::integer)
 	{
@@ -137,15 +131,11 @@ void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
 	{
 		// The library reads an address up to the first blank, the agent itself does not.
 		const bool harmless = type == KeyType::address && !sameKey(line.key, key::kVirtualIP);
-		findings.add(harmless ? Severity::warning : Severity::error, findings.file.path(), line.line,
-		             {"comment-in-value", "the value of " + line.key + " holds a comment",
-		              "a comment is one only at the beginning of a line; here it is a part of the value",
-		              "move the comment to a line of its own that begins with \";\""});
+		findings.add(harmless ? Severity::warning : Severity::error, "comment-in-value", at(findings, line), line.key);
 	}
 	else if (isQuoted(line.value))
 	{
-		findings.error(line.key, {"quoted-value", "the value of " + line.key + " stands in quotes",
-		                          "the quotes are a part of the value", "remove the quotes"});
+		findings.add("quoted-value", line.key);
 	}
 }
 
@@ -159,15 +149,12 @@ void reference(Findings& findings, const SettingLine& line, KeyType type)
 	}
 	if (line.value.find('}', begin) == std::string::npos)
 	{
-		findings.warning(line.key, {"reference-not-closed", "\"${\" in " + line.key + " is not closed",
-		                            "everything behind it is taken for the name of a key", "close it with \"}\""});
+		findings.add("reference-not-closed", line.key);
 	}
 	const std::optional<std::string> expanded = findings.file.text(line.key);
 	if (expanded && type != KeyType::command && expanded->find("${") != std::string::npos)
 	{
-		findings.error(line.key, {"reference-to-nothing", line.key + " refers to a key that is not there",
-		                          "the reference stays in the value as it is",
-		                          "name a key as ${SECTION.KEY}, or write the value"});
+		findings.add("reference-to-nothing", line.key);
 	}
 }
 
@@ -253,16 +240,11 @@ bool writtenForOthers(Findings& findings)
 	};
 	if (first != findings.file.lines().end())
 	{
-		findings.add(Severity::error, findings.file.path(), first->line,
-		             {"pasted-characters", "the settings hold blanks, quotes or dashes as a web page has them",
-		              "they are letters of the key or the value, which the agent does not find or does not understand",
-		              "see all of them: grep -nP '[^\\x00-\\x7F]' FILE; blanks: sed -i 's/\\xC2\\xA0/ /g' FILE"});
+		findings.add("pasted-characters", at(findings, *first));
 	}
 	else if (std::ranges::count_if(findings.file.lines(), quoted) > 2)
 	{
-		findings.add(Severity::error, findings.file.path(), std::ranges::find_if(findings.file.lines(), quoted)->line,
-		             {"quoted-value", "values stand in quotes, here and further down",
-		              "the quotes are a part of the value", "remove the quotes"});
+		findings.add("quoted-value/all", at(findings, *std::ranges::find_if(findings.file.lines(), quoted)));
 	}
 	else
 	{
@@ -282,10 +264,7 @@ void lines(Findings& findings)
 		}
 		if (!line.assigned && !isComment(line))
 		{
-			findings.add(Severity::warning, findings.file.path(), line.line,
-			             {"no-assignment", "the line has no \"=\"",
-			              "it counts as the key " + line.key + " with an empty value",
-			              "write KEY = VALUE, or begin a comment with \";\""});
+			findings.add("no-assignment", at(findings, line), line.key);
 		}
 		if (!isComment(line))
 		{

@@ -26,26 +26,17 @@ void pings(Findings& findings)
 {
 	if (host::ignoresPings())
 	{
-		findings.add(Severity::error, findings.file.path(), 0,
-		             {"pings-ignored", "this machine answers no pings (net.ipv4.icmp_echo_ignore_all is set)",
-		              "the agent pings the address that it has raised for ever and starts no program, and the partner "
-		              "takes this node for dead",
-		              "sysctl -w net.ipv4.icmp_echo_ignore_all=0, and the same in /etc/sysctl.d"});
+		findings.add("pings-ignored", {findings.file.path()});
 	}
 	const std::optional<std::string> why = host::whyNoPing();
-	if (!why)
-	{
-		return;
-	}
-	if (host::user() != 0)
+	if (why && host::user() != 0)
 	{
 		findings.notChecked("whether the agent may send pings", "only root may try");
-		return;
 	}
-	findings.add(Severity::error, findings.file.path(), 0,
-	             {"no-raw-sockets", "root may not open a raw socket here: " + *why,
-	              "every ping counts as lost: whichever node becomes master gives up at once",
-	              "give the agent CAP_NET_RAW"});
+	else if (why)
+	{
+		findings.add("no-raw-sockets", {findings.file.path()}, *why);
+	}
 }
 
 void ports(Findings& findings, const Paths& paths)
@@ -57,25 +48,16 @@ void ports(Findings& findings, const Paths& paths)
 	}
 	if (host::isOutgoingPort(port).value_or(false))
 	{
-		findings.warning(
-		    key::kReceivePort,
-		    {"port-of-outgoing-connections",
-		     "the kernel gives port " + std::to_string(port) + " to outgoing connections",
-		     "the agent listens anew in each pass: when a connection has got the port meanwhile, the agent "
-		     "ends",
-		     "choose a port outside of net.ipv4.ip_local_port_range, or add it to "
-		     "net.ipv4.ip_local_reserved_ports"});
+		findings.add("port-of-outgoing-connections", key::kReceivePort, port);
 	}
 	const Agent agent = lookForAgent(paths);
 	if (agent.lives() || agent.foreign != 0)
 	{
 		findings.notChecked("whether port " + std::to_string(port) + " is free", "the agent runs and uses it");
 	}
-	else if (host::isPortTaken(findings.file.text(key::kThisServerIP).value_or(""), port))
+	else if (host::isPortTaken(findings.valueOf(key::kThisServerIP), port))
 	{
-		findings.error(key::kReceivePort,
-		               {"port-taken", "another program listens on port " + std::to_string(port),
-		                "the agent cannot listen there and ends at its start", "choose another port, in both files"});
+		findings.add("port-taken", key::kReceivePort, port);
 	}
 }
 
@@ -88,62 +70,45 @@ std::optional<std::uintmax_t> daysOf(const std::string& age)
 		return std::nullopt;
 	}
 	const std::uintmax_t number = std::stoul(age.substr(0, digits));
-	if (age.find("month") != std::string::npos)
+	for (const auto& [unit, days] : {std::pair("month", 30U), std::pair("week", 7U), std::pair("day", 1U)})
 	{
-		return number * 30;
+		if (age.find(unit) != std::string::npos)
+		{
+			return number * days;
+		}
 	}
-	if (age.find("week") != std::string::npos)
-	{
-		return number * 7;
-	}
-	return age.find("day") != std::string::npos ? number : std::uintmax_t{1};
+	return 1;
 }
 
 void logSpace(Findings& findings, const Paths& paths)
 {
-	const std::filesystem::path log = findings.file.text(key::kLogPath).value_or("");
-	const std::optional<std::uintmax_t> days = daysOf(findings.file.text(key::kPurgeAge).value_or(""));
+	const std::filesystem::path log = findings.valueOf(key::kLogPath);
+	const std::optional<std::uintmax_t> days = daysOf(findings.valueOf(key::kPurgeAge));
 	const std::optional<std::uintmax_t> space = host::freeSpace(paths.below(log.parent_path()));
 	// The day that is being written comes on top.
 	if (!log.is_absolute() || !days || !space || (*days + 1) * kLogPerDay <= *space)
 	{
 		return;
 	}
-	findings.warning(
-	    key::kPurgeAge,
-	    {"little-log-space",
-	     "logs of " + std::to_string(*days) + " days take about " +
-	         std::to_string((*days + 1) * kLogPerDay / kMegabyte) + " MB, and " + std::to_string(*space / kMegabyte) +
-	         " MB are free",
-	     "on a full disk the receiver thread ends in silence while heartbeats still go out, and nobody takes "
-	     "over",
-	     "shorten the age, or move the log to a larger disk"});
+	findings.add("little-log-space", key::kPurgeAge, *days, (*days + 1) * kLogPerDay / kMegabyte, *space / kMegabyte);
 }
 
 /// Processes of other programs that the agent will take for a managed one.
 void namesakes(Findings& findings)
 {
 	const std::vector<host::Process> processes = host::processes().value_or(std::vector<host::Process>{});
-	int number = 0;
-	for (const std::string& program : findings.file.programs())
+	for (const Program& program : programsOf(findings))
 	{
-		++number;
-		const std::string name = programName(program);
 		const auto other = std::ranges::find_if(processes,
 		                                        [&](const host::Process& process)
 		                                        {
-			                                        return !name.empty() && process.name != name &&
-			                                               process.name.find(name) != std::string::npos &&
+			                                        return !program.name.empty() && process.name != program.name &&
+			                                               process.name.find(program.name) != std::string::npos &&
 			                                               process.name != kAgentName;
 		                                        });
 		if (other != processes.end())
 		{
-			findings.warning(programKey(number),
-			                 {"name-of-another-process",
-			                  "\"" + name + "\" is a part of \"" + other->name + "\", process " +
-			                      std::to_string(other->pid) + " of this machine",
-			                  "the agent counts that process as the program: that the program has died is not noticed",
-			                  "choose a name that nothing else on the node contains"});
+			findings.add("name-of-another-process", program.key, program.name, other->name, other->pid);
 		}
 	}
 }
@@ -152,7 +117,6 @@ void namesakes(Findings& findings)
 
 void machine(Findings& findings, const Paths& paths, bool reach)
 {
-	interfaces(findings);
 	network(findings, host::addresses(), reach);
 	tunnelMachine(findings, paths);
 	pings(findings);

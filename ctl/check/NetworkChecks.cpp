@@ -1,4 +1,4 @@
-// Addresses and routes of this machine, and who else has the virtual IP.
+// Interfaces, addresses and routes of this machine, and who else has the virtual IP.
 
 #include "ctl/check/Checks.h"
 
@@ -26,10 +26,105 @@ using Poco::Net::IPAddress;
 
 constexpr int kPings = 3;
 
+struct Use
+{
+	const char* name;
+	const char* network;
+	const char* effect;
+};
+
+constexpr Use kService{kServiceInterface, "service", "a node that becomes master gives up at once"};
+constexpr Use kCommunication{kCommunicationInterface, "communication",
+                             "a standby counts no missed heartbeats: it does not take over from a partner that does "
+                             "not answer while the service address still does"};
+
+/// @return the interface with an address in the network of that one; empty when there is none
+std::string interfaceIn(const std::vector<Address>& addresses, const std::string& member)
+{
+	IPAddress parsed;
+	if (!IPAddress::tryParse(member, parsed) || parsed.family() != IPAddress::IPv4)
+	{
+		return {};
+	}
+	const auto found = std::ranges::find_if(addresses, [&](const Address& there)
+	                                        { return there.interface != "lo" && isInNetworkOf(there, member); });
+	return found == addresses.end() ? "" : found->interface;
+}
+
+/// @return "; there are ens192 (198.51.100.1/24, service network), ens224 (no address)"
+std::string whatIsThere(const std::string& service, const std::string& communication,
+                        const std::vector<Address>& addresses)
+{
+	std::string text;
+	for (const host::Link& link : host::links())
+	{
+		std::string facts;
+		for (const Address& address : addresses)
+		{
+			facts +=
+			    address.interface == link.name ? address.address + "/" + std::to_string(address.prefix) + ", " : "";
+		}
+		if (link.type != "ether" || (facts.empty() && !link.kind.empty()))
+		{
+			continue; // a bridge's or a bond's port, say
+		}
+		facts += facts.empty() ? "no address, " : "";
+		facts += link.name == service ? "service network, " : "";
+		facts += link.name == communication ? "communication network, " : "";
+		for (const std::string& alternative : link.alternatives)
+		{
+			const bool meant = alternative == kServiceInterface || alternative == kCommunicationInterface;
+			facts += meant ? alternative + " by an alternative name only, " : "";
+		}
+		text += (text.empty() ? "; there are " : ", ") + link.name + " (" + facts.substr(0, facts.size() - 2) + ")";
+	}
+	return text;
+}
+
+void missing(Findings& findings, const std::vector<Use>& uses, const std::vector<Address>& addresses)
+{
+	const std::optional<TunnelSettings> tunnel = readTunnel(findings.file.path());
+	const std::string service = interfaceIn(addresses, findings.valueOf(key::kVirtualIP));
+	const std::string communication =
+	    interfaceIn(addresses, tunnel ? tunnel->endpoint : findings.valueOf(key::kThisServerIP));
+	std::string names;
+	std::string effects;
+	for (const Use& use : uses)
+	{
+		names += (names.empty() ? "" : " and no interface ") + std::string(use.name) + " (" + use.network + ")";
+		effects += (effects.empty() ? "" : "; ") + std::string(use.effect);
+	}
+	const bool clear = service != communication;
+	const auto shown = [&](const std::string& name) { return clear && !name.empty() ? name : "NAME"; };
+	findings.add("missing-interface", {findings.file.path()}, names, whatIsThere(service, communication, addresses),
+	             effects, shown(service), shown(communication));
+}
+
+void interfaces(Findings& findings, const std::vector<Address>& addresses)
+{
+	std::vector<Use> absent;
+	for (const Use& use : {kService, kCommunication})
+	{
+		const host::Interface interface = host::interface(use.name);
+		if (!interface.present)
+		{
+			absent.push_back(use);
+		}
+		else if (!interface.carrier.value_or(false))
+		{
+			findings.add("interface-without-carrier", {findings.file.path()}, use.name, use.network, use.effect);
+		}
+	}
+	if (!absent.empty())
+	{
+		missing(findings, absent, addresses);
+	}
+}
+
 /// @return whether it is on the interface whose carrier counts, or that of the tunnel on lo
 bool ownAddress(Findings& findings, const std::vector<Address>& addresses, bool tunnel)
 {
-	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
+	const std::string own = findings.valueOf(key::kThisServerIP);
 	IPAddress parsed;
 	if (!IPAddress::tryParse(own, parsed) || parsed.isWildcard() || parsed.family() != IPAddress::IPv4)
 	{
@@ -38,27 +133,16 @@ bool ownAddress(Findings& findings, const std::vector<Address>& addresses, bool 
 	const auto found = std::ranges::find(addresses, own, &Address::address);
 	if (found == addresses.end())
 	{
-		findings.error(key::kThisServerIP,
-		               {"not-this-node", "THIS_SERVER_IP is " + own + ", which is no address of this machine",
-		                "the agent cannot listen there and ends at its start",
-		                "write this node's address on the communication network"});
+		findings.add("not-this-node", key::kThisServerIP, own);
 	}
 	else if (tunnel && found->interface != "lo")
 	{
-		findings.warning(key::kThisServerIP,
-		                 {"tunnel-address", "THIS_SERVER_IP is on " + found->interface + ", not on lo",
-		                  "the address goes away with the tunnel, and the agent ends",
-		                  "systemctl restart velarix-tunnel raises it on lo"});
+		findings.add("tunnel-address", key::kThisServerIP, found->interface);
 	}
 	else if (!tunnel && found->interface != kCommunicationInterface && !parsed.isLoopback() &&
 	         host::interface(kCommunicationInterface).present)
 	{
-		findings.warning(key::kThisServerIP,
-		                 {"not-on-communication-interface",
-		                  "THIS_SERVER_IP is on " + found->interface + ", not on eth1",
-		                  "the agent watches the carrier of eth1 while the heartbeats come over " + found->interface +
-		                      ": it counts missed heartbeats, or does not, for the wrong reason",
-		                  "use the address on eth1"});
+		findings.add("not-on-communication-interface", key::kThisServerIP, found->interface);
 	}
 	return found != addresses.end() && found->interface == (tunnel ? "lo" : kCommunicationInterface);
 }
@@ -68,34 +152,21 @@ IPAddress maskOf(int prefix)
 	return {static_cast<unsigned>(std::clamp(prefix, 0, 32)), IPAddress::IPv4};
 }
 
+std::string networkOf(const std::string& address, int prefix)
+{
+	return (IPAddress(address) & maskOf(prefix)).toString();
+}
+
 /// "ifconfig" lists the broadcast address too.
 std::string broadcastOf(const Address& address)
 {
 	return (IPAddress(address.address) | ~maskOf(address.prefix)).toString();
 }
 
-/// @return the first address of the network that an address of that prefix is in
-} // namespace
-
-std::string networkOf(const std::string& address, int prefix)
-{
-	return (IPAddress(address) & maskOf(prefix)).toString();
-}
-
-namespace
-{
-
-/// @return what "ifconfig" shows of an address
-std::vector<std::string> listed(const Address& address)
-{
-	return address.listed ? std::vector<std::string>{address.address, broadcastOf(address)}
-	                      : std::vector<std::string>{};
-}
-
 void listing(Findings& findings, const std::vector<Address>& addresses)
 {
-	const std::string wanted = findings.file.text(key::kVirtualIP).value_or("");
-	const std::string own = findings.file.text(key::kThisServerIP).value_or("");
+	const std::string wanted = findings.valueOf(key::kVirtualIP);
+	const std::string own = findings.valueOf(key::kThisServerIP);
 	if (wanted.empty())
 	{
 		return;
@@ -105,17 +176,14 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 		if (address.prefix < 31 &&
 		    (wanted == broadcastOf(address) || wanted == networkOf(address.address, address.prefix)))
 		{
-			findings.error(key::kVirtualIP,
-			               {"unusable-address",
-			                "VIRTUAL_IP is the network or the broadcast address of " + address.address + "/" +
-			                    std::to_string(address.prefix) + " on " + address.interface,
-			                "no client can connect to it", "write an address of a single host"});
+			findings.add("unusable-address/network", key::kVirtualIP, address.address, address.prefix,
+			             address.interface);
 			return;
 		}
-		for (const std::string& text : listed(address))
+		for (const std::string& text : {address.address, broadcastOf(address)})
 		{
 			// The text of the node's own address is looked at without the machine too.
-			if (text != wanted && text != own && text.find(wanted) != std::string::npos)
+			if (address.listed && text != wanted && text != own && text.find(wanted) != std::string::npos)
 			{
 				addressInside(findings, wanted, text + ", which \"ifconfig\" lists on " + address.interface);
 				return;
@@ -128,7 +196,7 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 /// @return whether it is that
 bool route(Findings& findings, const char* key, const char* by, const char* unreached, const char* elsewhere)
 {
-	const std::string address = findings.file.text(key).value_or("");
+	const std::string address = findings.valueOf(key);
 	if (!isVirtualAddress(address) || address == findings.file.text(key::kThisServerIP) ||
 	    findings.has("unusable-address", key))
 	{
@@ -138,20 +206,15 @@ bool route(Findings& findings, const char* key, const char* by, const char* unre
 	const std::string name = std::string(key).substr(std::string(key).find('.') + 1) + " (" + address + ")";
 	if (!way)
 	{
-		findings.warning(key,
-		                 {"no-route", "there is no route to " + name, unreached,
-		                  "write an address of the communication network, or add the route: ip route get " + address});
+		findings.add("no-route", key, name, unreached, address);
 	}
 	else if (*way == "lo")
 	{
-		findings.warning(key, {"address-of-this-node", name + " is an address of this very machine",
-		                       "it always answers: a node that is cut off does not notice", "write the other host's"});
+		findings.add("address-of-this-node", key, name);
 	}
 	else if (*way != by)
 	{
-		findings.warning(
-		    key, {"route-elsewhere", "packets to " + name + " leave by " + *way + ", not by " + by, elsewhere,
-		          "use an address of the communication network, or correct the route: ip route get " + address});
+		findings.add("route-elsewhere", key, name, *way, by, elsewhere, address);
 	}
 	return way == by;
 }
@@ -160,22 +223,18 @@ bool route(Findings& findings, const char* key, const char* by, const char* unre
 /// set), so the partner is known by the answer for PARTNER_IP on the service network.
 void holder(Findings& findings, const std::vector<Address>& addresses)
 {
-	const std::string address = findings.file.text(key::kVirtualIP).value_or("");
-	const std::string partner = findings.file.text(key::kPartnerIP).value_or("");
+	const std::string address = findings.valueOf(key::kVirtualIP);
+	const std::string partner = findings.valueOf(key::kPartnerIP);
 	if (!isVirtualAddress(address) || !host::interface(kServiceInterface).carrier.value_or(false))
 	{
 		return;
 	}
 	const std::optional<std::string> other = host::holderOf(address, kServiceInterface);
-	const bool here = std::ranges::find(addresses, address, &Address::address) != addresses.end();
-	if (!other)
-	{
-		return;
-	}
 	const std::optional<std::string> partners = host::holderOf(partner, kServiceInterface);
-	if (!here && partners == other)
+	const bool here = contains(addresses, address, &Address::address);
+	if (!other || (!here && partners == other))
 	{
-		return; // the partner serves
+		return; // nobody serves, or the partner
 	}
 	if (!here && !partners && host::answersPing(partner, 1).value_or(true))
 	{
@@ -184,18 +243,19 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 		return;
 	}
 	// No error: where both nodes have it, this one's start is what drops it here.
-	findings.warning(
-	    key::kVirtualIP,
-	    {"address-in-use",
-	     address + (here ? " is held by this node, and by the host " : " is held by another host, ") + *other,
-	     "two hosts have the address: clients reach the one or the other, as their ARP caches have it",
-	     "find the host by its hardware address, and give one of the two another address"});
+	findings.add(here ? "address-in-use/here" : "address-in-use", key::kVirtualIP, address, *other);
 }
 
 } // namespace
 
+bool isInNetworkOf(const Address& there, const std::string& address)
+{
+	return networkOf(there.address, there.prefix) == networkOf(address, there.prefix);
+}
+
 void network(Findings& findings, const std::vector<Address>& addresses, bool reach)
 {
+	interfaces(findings, addresses);
 	listing(findings, addresses);
 	holder(findings, addresses);
 	const bool tunnel = readTunnel(findings.file.path()).has_value();
@@ -213,13 +273,10 @@ void network(Findings& findings, const std::vector<Address>& addresses, bool rea
 		    "no ping of it is answered: whichever node becomes master gives up at once",
 		    "its answers say nothing about the communication network: when that breaks the master does not notice, "
 		    "and when the other one breaks the master gives up");
-		const std::string gateway = findings.file.text(key::kGatewayIP).value_or("");
+		const std::string gateway = findings.valueOf(key::kGatewayIP);
 		if (there && !host::answersPing(gateway, kPings).value_or(true))
 		{
-			findings.warning(key::kGatewayIP,
-			                 {"gateway-silent", "the gateway " + gateway + " does not answer pings",
-			                  "whichever node becomes master gives up: the service moves to and fro",
-			                  "see why it does not (ping " + gateway + "), or write an address that answers"});
+			findings.add("gateway-silent", key::kGatewayIP, gateway);
 		}
 	}
 }
@@ -227,12 +284,11 @@ void network(Findings& findings, const std::vector<Address>& addresses, bool rea
 void raisedAddress(Findings& findings, const Address& raised, const std::vector<Address>& addresses,
                    const std::optional<Place>& keeper)
 {
-	const std::string shown = raised.address + "/" + std::to_string(raised.prefix);
 	std::vector<int> around;
 	const auto isNeighbour = [&](const Address& there)
 	{
 		return there.interface == raised.interface && there.address != raised.address &&
-		       networkOf(there.address, there.prefix) == networkOf(raised.address, there.prefix);
+		       isInNetworkOf(there, raised.address);
 	};
 	for (const Address& there : addresses)
 	{
@@ -242,43 +298,29 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 		if (there.address == raised.address && other)
 		{
 			const bool own = !stays && std::ranges::none_of(addresses, isNeighbour);
-			findings.add(
-			    stays || own || keeper ? Severity::error : Severity::warning, findings.file.path(),
-			    findings.lineFor(key::kVirtualIP),
-			    {"address-already-there",
-			     own ? raised.address + " is this node's own address on " + there.interface + ", its only one there"
-			         : there.address + "/" + std::to_string(there.prefix) + " is on " + there.label +
-			               " already, not as " + (keeper ? "the keeper" : "the start command") +
-			               " raises it: " + shown + " on " + raised.label,
-			     stays ? "the stop command does not drop it: both nodes hold it (split-brain)"
-			           : "the agent drops it at its start: whatever counts on it is cut off",
-			     "take it out of the network configuration of this machine, or write the service's address"});
+			findings.add(stays || own || keeper ? Severity::error : Severity::warning,
+			             own ? "address-already-there/own" : "address-already-there", findings.at(key::kVirtualIP),
+			             raised.address, there.prefix, own ? there.interface : there.label, raised.prefix, raised.label,
+			             keeper ? "the keeper" : "the start command",
+			             stays ? "the stop command does not drop it: both nodes hold it (split-brain)"
+			                   : "the agent drops it at its start: whatever counts on it is cut off");
 			return;
 		}
 		if (there.address != raised.address && there.interface == raised.interface)
 		{
-			const bool inside = networkOf(there.address, there.prefix) == networkOf(raised.address, there.prefix);
-			around.push_back(inside ? there.prefix : -1);
+			around.push_back(isInNetworkOf(there, raised.address) ? there.prefix : -1);
 		}
 	}
-	const bool inside = std::ranges::any_of(around, [](int prefix) { return prefix >= 0; });
-	if (!around.empty() && !inside)
+	const int widest = around.empty() ? -1 : std::ranges::max(around);
+	if (!around.empty() && widest < 0)
 	{
-		findings.warning(key::kVirtualIP,
-		                 {"address-of-another-network",
-		                  raised.address + " is in none of the networks of " + raised.interface,
-		                  "only hosts with a route of their own to it reach it", "write an address of that network"});
+		findings.add("address-of-another-network", key::kVirtualIP, raised.address, raised.interface);
 	}
-	else if (inside && raised.prefix != 32 && std::ranges::find(around, raised.prefix) == around.end())
+	else if (widest >= 0 && raised.prefix != 32 && !contains(around, raised.prefix))
 	{
-		const Place place = keeper.value_or(Place{findings.file.path(), findings.lineFor(kStartRole.key)});
-		findings.add(Severity::warning, place.file, place.line,
-		             {"prefix-of-no-network",
-		              raised.address + " is raised as /" + std::to_string(raised.prefix) + ", and the network of " +
-		                  raised.interface + " is a /" + std::to_string(*std::ranges::max_element(around)),
-		              "while the node holds it, it takes other hosts for neighbours than before, or routes past them",
-		              keeper ? "write the prefix of the network, or none"
-		                     : "write the prefix of the network, in all three commands"});
+		findings.add(keeper ? "prefix-of-no-network/keeper" : "prefix-of-no-network",
+		             keeper.value_or(findings.at(kStartRole.key)), raised.address, raised.prefix, raised.interface,
+		             widest);
 	}
 }
 

@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "ctl/check/CommandText.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -30,9 +29,8 @@ std::string bare(const std::string& key)
 /// "KEY is VALUE here, and OTHER is VALUE in FILE:LINE"
 std::string against(const Findings& here, const std::string& key, const Findings& there, const std::string& other)
 {
-	return bare(key) + " is " + here.file.text(key).value_or("") + ", and " + bare(other) + " is " +
-	       there.file.text(other).value_or("") + " in " + there.file.path().string() + ":" +
-	       std::to_string(there.file.lineOf(other));
+	return bare(key) + " is " + here.valueOf(key) + ", and " + bare(other) + " is " + there.valueOf(other) + " in " +
+	       there.file.path().string() + ":" + std::to_string(there.file.lineOf(other));
 }
 
 /// What one node says of its partner must be what the partner says of itself.
@@ -42,20 +40,13 @@ void mirrors(Findings& here, Findings& there)
 	const std::optional<std::string> itself = there.file.text(key::kThisServerIP);
 	if (address && itself && *address != *itself && *itself != "0.0.0.0")
 	{
-		here.error(
-		    key::kPartnerIP,
-		    {"addresses-not-mirrored", against(here, key::kPartnerIP, there, key::kThisServerIP),
-		     "heartbeats and pings go elsewhere: each node takes the other for dead, and both may serve (split-brain)",
-		     "write the partner's THIS_SERVER_IP"});
+		here.add("addresses-not-mirrored", key::kPartnerIP, against(here, key::kPartnerIP, there, key::kThisServerIP));
 	}
 	const std::optional<int> port = here.file.integer(key::kPartnerPort);
 	const std::optional<int> listening = there.file.integer(key::kReceivePort);
 	if (port && listening && *port != *listening)
 	{
-		here.error(key::kPartnerPort, {"ports-not-mirrored", against(here, key::kPartnerPort, there, key::kReceivePort),
-		                               "no heartbeat arrives there: the partner counts missed heartbeats, and takes "
-		                               "over as soon as a ping is lost",
-		                               "write the partner's HEART_BEAT_RECEIVE_PORT"});
+		here.add("ports-not-mirrored", key::kPartnerPort, against(here, key::kPartnerPort, there, key::kReceivePort));
 	}
 }
 
@@ -69,59 +60,42 @@ void roles(Findings& own, Findings& partner)
 	}
 	if (*left == 1 && *right == 1)
 	{
-		own.error(key::kMode, {"two-masters", "MODE is 1 on both nodes",
-		                       "both become master, and with each heartbeat both restart the service, without end",
-		                       "write 1 on one node and 2 on the other"});
+		own.add("two-masters", key::kMode);
 	}
 	else if (*left != 1 && *right != 1)
 	{
-		own.error(key::kMode, {"no-master", "MODE is 1 on neither node",
-		                       "as long as both live no node becomes master: the service is never started",
-		                       "write 1 on one node and 2 on the other"});
+		own.add("no-master", key::kMode);
 	}
 }
 
 /// @return the prefix that the start command gives the virtual IP, as far as its text tells
 std::optional<int> raisedPrefix(const Findings& findings)
 {
-	return CommandText(findings.file.text(key::kStartCommand).value_or(""))
-	    .prefixOf(findings.file.text(key::kVirtualIP).value_or(""));
+	return commandOf(findings, key::kStartCommand).prefixOf(findings.valueOf(key::kVirtualIP));
 }
 
-struct Alike
-{
-	const char* key;
-	const char* id;
-	Severity severity;
-	const char* effect;
-};
-
 /// What belongs to the pair, and not to a node.
-constexpr std::array kAlike{
-    Alike{key::kVirtualIP, "virtual-ip-differs", Severity::error,
-          "the service has another address after each failover, and a standby does not see that its partner serves"},
-    Alike{key::kGatewayIP, "gateways-differ", Severity::warning,
-          "each node judges its network by another host: a master gives up for one that its partner does not ask"},
-    Alike{key::kStartCommand, "commands-differ", Severity::warning, "the address is raised in another way there"},
-    Alike{key::kStopCommand, "commands-differ", Severity::warning, "the address is dropped in another way there"},
-    Alike{key::kKillCommand, "commands-differ", Severity::warning, "the programs are killed in another way there"},
-};
+constexpr std::array<std::pair<const char*, const char*>, 5> kAlike{{
+    {key::kVirtualIP, "virtual-ip-differs"},
+    {key::kGatewayIP, "gateways-differ"},
+    {key::kStartCommand, "commands-differ/start"},
+    {key::kStopCommand, "commands-differ/stop"},
+    {key::kKillCommand, "commands-differ/kill"},
+}};
 
 void alike(Findings& own, Findings& partner)
 {
 	// Commands for another address or prefix differ by that, which is reported.
 	const bool sameAddress = own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
 	                         raisedPrefix(own) == raisedPrefix(partner);
-	for (const Alike& one : kAlike)
+	for (const auto& [key, entry] : kAlike)
 	{
-		const std::optional<std::string> left = own.file.text(one.key);
-		const std::optional<std::string> right = partner.file.text(one.key);
-		const bool command = findKey(one.key)->type == KeyType::command;
-		if (left && right && *left != *right && (sameAddress || !command) && !left->empty() && !right->empty())
+		const std::string left = own.valueOf(key);
+		const std::string right = partner.valueOf(key);
+		const bool command = findKey(key)->type == KeyType::command;
+		if (left != right && (sameAddress || !command) && !left.empty() && !right.empty())
 		{
-			own.add(one.severity, own.file.path(), own.lineFor(one.key),
-			        {one.id, against(own, one.key, partner, one.key), one.effect,
-			         "write the same in both, unless the nodes differ in it"});
+			own.add(entry, key, against(own, key, partner, key));
 		}
 	}
 }
@@ -132,11 +106,7 @@ void prefix(Findings& own, Findings& partner)
 	const std::optional<int> right = raisedPrefix(partner);
 	if (left && right && *left != *right)
 	{
-		own.warning(key::kStartCommand,
-		            {"prefix-differs",
-		             "the address is raised as /" + std::to_string(*left) + " here, and as /" + std::to_string(*right) +
-		                 " by the partner",
-		             "one of the nodes routes wrongly while it holds the address", "write the same prefix in both"});
+		own.add("prefix-differs", key::kStartCommand, *left, *right);
 	}
 }
 
@@ -148,63 +118,31 @@ void programs(Findings& own, Findings& partner)
 	std::ranges::sort(right);
 	if (left != right)
 	{
-		own.warning(key::kProcessNumber,
-		            {"programs-differ",
-		             "the programs are not those of the partner (" + std::to_string(left.size()) + " here, " +
-		                 std::to_string(right.size()) + " there)",
-		             "after a failover the service is another one", "name the same programs in both files"});
+		own.add("programs-differ", key::kProcessNumber, left.size(), right.size());
 	}
 }
 
-/// @return nothing for a time that is missing, zero or negative, reported elsewhere
-std::optional<long> above(const Findings& findings, const std::string& key)
-{
-	const std::optional<int> seconds = findings.file.integer(key);
-	return seconds && *seconds > 0 ? std::optional<long>(*seconds) : std::nullopt;
-}
-
-/// One node's patience against the other one's pace.
+/// One node's patience against the other one's pace. A time that is missing, zero or negative is reported elsewhere.
 void silence(Findings& here, const Findings& there)
 {
-	const std::optional<long> receiving = above(here, key::kReceivingTime);
-	const std::optional<long> interval = above(there, key::kInterval);
-	if (!receiving || !interval || *receiving >= 2 * *interval)
+	const long receiving = here.file.integer(key::kReceivingTime).value_or(0);
+	const long interval = there.file.integer(key::kInterval).value_or(0);
+	if (receiving > 0 && interval > 0 && receiving < 2 * interval)
 	{
-		return;
+		const bool below = kSilences * (receiving + 1) <= interval;
+		here.add(below ? "receiving-time-below-interval" : "short-receiving-time/pair", key::kReceivingTime,
+		         against(here, key::kReceivingTime, there, key::kInterval), 2 * interval);
 	}
-	const std::string what = against(here, key::kReceivingTime, there, key::kInterval);
-	const std::string remedy = "write at least " + std::to_string(2 * *interval);
-	if (kSilences * (*receiving + 1) <= *interval)
-	{
-		here.error(key::kReceivingTime,
-		           {"receiving-time-below-interval", what,
-		            "three heartbeats count as missed between two of a partner that is well: one round of lost "
-		            "pings, and both nodes are master",
-		            remedy});
-		return;
-	}
-	here.warning(
-	    key::kReceivingTime,
-	    {"short-receiving-time", what + ": less than twice as long",
-	     "the partner's heartbeats come too late now and then: missed heartbeats are logged as errors and counted "
-	     "although it is well",
-	     remedy});
 }
 
 void paces(Findings& own, Findings& partner)
 {
-	const std::optional<long> left = above(own, key::kInterval);
-	const std::optional<long> right = above(partner, key::kInterval);
-	if (!left || !right || std::max(*left, *right) < kHeartbeatsOfAnAsk * std::min(*left, *right) || *left == *right)
+	const auto [fast, slow] = std::minmax<long>(
+	    {own.file.integer(key::kInterval).value_or(0), partner.file.integer(key::kInterval).value_or(0)});
+	if (fast > 0 && slow >= kHeartbeatsOfAnAsk * fast)
 	{
-		return;
+		own.add("paces-differ", key::kInterval, against(own, key::kInterval, partner, key::kInterval));
 	}
-	own.warning(
-	    key::kInterval,
-	    {"paces-differ", against(own, key::kInterval, partner, key::kInterval),
-	     "a node that asks its partner to take over counts four of the partner's heartbeats and drops the ask: "
-	     "the slower one may not have been heard by then, and the service falls back to the node that gave it up",
-	     "write the same interval in both"});
 }
 
 } // namespace

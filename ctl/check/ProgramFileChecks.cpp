@@ -4,7 +4,6 @@
 #include <array>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -14,7 +13,6 @@
 #include <sys/stat.h>
 
 #include "ctl/Keeper.h"
-#include "ctl/check/CommandText.h"
 #include "inspect/Host.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"
@@ -65,7 +63,7 @@ struct LastCommand
 bool isTidyingUp(const std::vector<std::string>& words)
 {
 	constexpr std::array kWords{"exit", "return", "wait", "echo", "printf", "true", ":", "disown"};
-	return std::ranges::find(kWords, words.front()) != kWords.end() || std::ranges::all_of(words, isAssignment);
+	return contains(kWords, words.front()) || std::ranges::all_of(words, isAssignment);
 }
 
 LastCommand lastCommand(const std::string& script)
@@ -93,8 +91,7 @@ LastCommand lastCommand(const std::string& script)
 		std::string separator;
 		for (const Pattern::Groups& command : kCommand.all(plain))
 		{
-			std::istringstream text(command.at(1));
-			const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+			const std::vector<std::string> words = wordsOf(command.at(1));
 			if (!words.empty() && !isTidyingUp(words))
 			{
 				const auto first = std::ranges::find_if_not(words, isAssignment);
@@ -123,43 +120,36 @@ public:
 	void check()
 	{
 		const FileFacts facts = host::fileFacts(m_file);
-		switch (facts.kind)
+		if (facts.kind == FileKind::notKnown)
 		{
-		case FileKind::notKnown:
 			m_findings.notChecked(m_file.string(), "this user may not look there");
-			return;
-		case FileKind::missing:
-			error("missing-program-file", m_file.string() + " is missing", "install the program, or correct the path");
-			return;
-		case FileKind::directory:
-		case FileKind::other:
-			error("not-a-program", m_file.string() + " is no ordinary file", "write the program's path");
-			return;
-		case FileKind::regular:
-			break;
 		}
-		rights(facts);
-		content();
+		else if (facts.kind != FileKind::regular)
+		{
+			add(facts.kind == FileKind::missing ? "missing-program-file" : "not-a-program");
+		}
+		else
+		{
+			rights(facts);
+			content();
+		}
 	}
 
 private:
-	void add(Severity severity, Words words) { m_findings.add(severity, m_place.file, m_place.line, std::move(words)); }
-
-	void error(const std::string& id, const std::string& what, const std::string& remedy)
+	template <typename... Values> void add(const char* entry, const Values&... values)
 	{
-		add(Severity::error, {id, what, m_effect, remedy});
+		m_findings.add(entry, m_place, m_file, m_effect, values...);
 	}
 
 	void rights(const FileFacts& facts)
 	{
 		if ((facts.mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0)
 		{
-			error("program-not-executable", m_file.string() + " is not executable", "chmod a+x " + m_file.string());
+			add("program-not-executable");
 		}
 		if (facts.noExec)
 		{
-			error("program-on-noexec", m_file.string() + " is on a file system that is mounted \"noexec\"",
-			      "move the program, or mount the file system without noexec");
+			add("program-on-noexec");
 		}
 	}
 
@@ -168,7 +158,7 @@ private:
 		const std::string text = beginning(m_file);
 		if (text.empty())
 		{
-			error("empty-program-file", m_file.string() + " is empty", "install the program again");
+			add("empty-program-file");
 		}
 		else if (!text.starts_with(ELFMAG))
 		{
@@ -176,8 +166,7 @@ private:
 		}
 		else if (isCut(text))
 		{
-			error("truncated-program", m_file.string() + " is only the beginning of a program",
-			      "install the program again");
+			add("truncated-program");
 		}
 	}
 
@@ -199,20 +188,13 @@ private:
 	{
 		if (!text.starts_with("#!"))
 		{
-			add(Severity::error, {"script-without-interpreter", m_file.string() + " is a script without \"#!\"",
-			                      m_name.empty() ? m_effect
-			                                     : "a shell runs it under the shell's own name, so that it is never "
-			                                       "found or killed: the service moves to and fro",
-			                      "begin it with #!/bin/sh"});
+			add(m_name.empty() ? "script-without-interpreter" : "script-without-interpreter/named");
 			return;
 		}
 		const std::string line = text.substr(2, text.find('\n') - 2);
 		if (line.ends_with('\r'))
 		{
-			error("missing-interpreter",
-			      m_file.string() +
-			          " has lines that end in CR LF, as Windows writes them: its interpreter is not found",
-			      "sed -i 's/\\r$//' " + m_file.string());
+			add("missing-interpreter/crlf");
 			return;
 		}
 		const std::string interpreter = interpreterOf(line);
@@ -221,9 +203,8 @@ private:
 		{
 			// The service may have been given another PATH.
 			const bool sure = !named || interpreter.find(' ') != std::string::npos;
-			add(sure ? Severity::error : Severity::warning,
-			    {"missing-interpreter", m_file.string() + " is a script for " + interpreter + ", which is not there",
-			     m_effect, "install " + interpreter + ", or correct the first line (env needs -S before arguments)"});
+			m_findings.add(sure ? Severity::error : Severity::warning, "missing-interpreter", m_place, m_file, m_effect,
+			               interpreter);
 			return;
 		}
 		const std::string shell = baseName(interpreter);
@@ -242,8 +223,7 @@ private:
 		{
 			return env.at(2);
 		}
-		std::istringstream text(env.empty() ? line : "env " + env.at(2));
-		const InnerCommand inner = innerCommand({std::istream_iterator<std::string>(text), {}});
+		const InnerCommand inner = innerCommand(wordsOf(env.empty() ? line : "env " + env.at(2)));
 		return inner.words.empty() ? "/usr/bin/env" : inner.words.front();
 	}
 
@@ -255,8 +235,7 @@ private:
 		        judged ? host::shellRefusal(text, shell == "bash" ? "/bin/bash" : "/bin/sh") : "";
 		    !refusal.empty())
 		{
-			error("broken-script", m_file.string() + " is no shell script: " + refusal,
-			      "try it: " + shell + " -n " + m_file.string());
+			add("broken-script", refusal, shell);
 			return;
 		}
 		const LastCommand last = lastCommand(text);
@@ -264,11 +243,7 @@ private:
 		const std::string program = inner.words.empty() ? "" : inner.words.front();
 		if (m_stays && last.inBackground && !last.waits)
 		{
-			add(Severity::warning,
-			    {"wrapper-without-exec", m_file.string() + " leaves its program in the background and ends",
-			     "the end counts as the service's: it is started again, fails here and moves on, and what it left "
-			     "may go on",
-			     "let the script end in \"exec PROGRAM ARGUMENTS\", with the option that keeps it in the foreground"});
+			add("wrapper-without-exec/background");
 			return;
 		}
 		// A word that is not in the line was put together of variables and quotes.
@@ -281,9 +256,8 @@ private:
 		{
 			const bool sure =
 			    program.starts_with('/') && last.separator != "||" && text.find("mount") == std::string::npos;
-			add(sure ? Severity::error : Severity::warning,
-			    {"missing-program-file", m_file.string() + " ends in exec " + program + ", which is missing", m_effect,
-			     "install the program, or correct the script"});
+			m_findings.add(sure ? Severity::error : Severity::warning, "missing-program-file/script", m_place, m_file,
+			               m_effect, program);
 			return;
 		}
 		wrapper(last, program);
@@ -308,19 +282,12 @@ private:
 		}
 		if (last.execs)
 		{
-			add(Severity::warning,
-			    {"wrapper-of-another-name",
-			     m_file.string() + " ends in exec " + program + ", which runs as \"" + shown + "\"",
-			     "the agent looks for \"" + m_name + "\" and does not find it: the service moves to and fro",
-			     "give the script the program's file name, in another directory"});
+			add("wrapper-of-another-name", program, shown, m_name);
 			return;
 		}
 		if (isService(last, program))
 		{
-			add(Severity::warning, {"wrapper-without-exec", m_file.string() + " ends in " + program + " without exec",
-			                        "the kill command ends \"" + m_name + "\", the script, and \"" + shown +
-			                            "\" goes on: after a failover it runs on both nodes",
-			                        "write exec before it, and give the script the program's file name"});
+			add("wrapper-without-exec", program, m_name, shown);
 		}
 	}
 
@@ -356,29 +323,23 @@ bool isKeeper(const fs::path& program, const fs::path& keeper)
 
 void programFiles(Findings& findings, const Paths& paths)
 {
-	int number = 0;
-	for (const std::string& program : findings.file.programs())
+	for (const Program& program : programsOf(findings))
 	{
-		++number;
 		// What is no plain absolute path is reported by the check of the programs.
-		const fs::path file = paths.belowIfAny(program);
+		const fs::path file = paths.belowIfAny(program.path);
 		// The service makes the link to the keeper unless something that can be run is there. A keeper that
 		// cannot run is reported with the commands.
-		if (isKeepers(program) && !isExecutable(file) && host::fileFacts(file).kind != FileKind::directory)
+		if (isKeepers(program.path) && !isExecutable(file) && host::fileFacts(file).kind != FileKind::directory)
 		{
 			continue;
 		}
-		if (isKeepers(program) && !isKeeper(file, paths.belowIfAny(kKeeper)))
+		if (isKeepers(program.path) && !isKeeper(file, paths.belowIfAny(kKeeper)))
 		{
-			findings.error(programKey(number), {"keeper-foreign-program", program + " is no link to the keeper",
-			                                    "it runs in place of the service, without its user, checks and limits",
-			                                    "remove it: the service makes the link at its start"});
-			continue;
+			findings.add("keeper-foreign-program/link", program.key, program.path);
 		}
-		if (program.starts_with('/') && !program.ends_with('/') && program.find_first_of(" \t\"'") == std::string::npos)
+		else if (program.isPlain())
 		{
-			ProgramFile(findings, paths, {findings.file.path(), findings.lineFor(programKey(number))},
-			            programName(program), file,
+			ProgramFile(findings, paths, findings.at(program.key), program.name, file,
 			            "the program does not start: each node that becomes master gives up again, and the service "
 			            "moves to and fro")
 			    .check();

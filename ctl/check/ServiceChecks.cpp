@@ -45,13 +45,8 @@ void option(Findings& findings, const std::filesystem::path& file, int line, con
 	{
 		return;
 	}
-	const Option& meant = known == kOptions.end() ? kOptions.front() : *known;
-	findings.add(Severity::warning, file, line,
-	             {"bad-service-option",
-	              known == kOptions.end() ? name + " is no option of the service"
-	                                      : name + " is \"" + value + "\", not " + meant.listed,
-	              "at a stop of the service address and programs stay, and nobody takes over",
-	              std::string("write ") + meant.name + "=, " + meant.listed});
+	known == kOptions.end() ? findings.add("bad-service-option/unknown", {file, line}, name)
+	                        : findings.add("bad-service-option", {file, line}, name, value, known->listed);
 }
 
 } // namespace
@@ -99,13 +94,8 @@ void notifiers(Findings& findings, const Paths& paths)
 		{
 			continue;
 		}
-		findings.add(Severity::warning, entry.path(), 0,
-		             {"notifier-not-run",
-		              found != all.end() ? "the notifier is refused: " + found->refused
-		                                 : "this is no notifier: a name with other characters than letters, digits, "
-		                                   "\"-\" and \"_\", or no program that may be run",
-		              "it notifies nobody of a failover",
-		              "root's, for root alone to write, without a dot in the name, and chmod 755"});
+		found != all.end() ? findings.add("notifier-not-run/refused", {entry.path()}, found->refused)
+		                   : findings.add("notifier-not-run", {entry.path()});
 	}
 }
 

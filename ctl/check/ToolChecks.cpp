@@ -6,7 +6,6 @@
 
 #include <sys/stat.h>
 
-#include "ctl/check/CommandText.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
 
@@ -45,52 +44,22 @@ fs::path toolPath(const Paths& paths, const std::string& tool)
 namespace
 {
 
-struct Tool
-{
-	const char* name;
-	const char* package;
-	const char* effect;
-};
-
-/// What the agent calls itself.
-constexpr std::array kOwnTools{
-    Tool{"sh", "dash", "no command can be run and no program started"},
-    Tool{"cat", "coreutils",
-         "the carrier of the interfaces cannot be read and counts as lost: a master gives up at once, a standby counts "
-         "no "
-         "missed heartbeats"},
-    Tool{"chmod", "coreutils", "the run script is not made executable: no program ever starts"},
-    Tool{"ifconfig", "net-tools",
-         "the agent never sees the virtual IP on its interfaces: it relies on a ping of its own address alone, and "
-         "raises "
-         "the "
-         "address again whenever that fails"},
-};
-
 /// It is there, and may not be run.
 bool isThere(const Paths& paths, const std::string& tool)
 {
 	return tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
 }
 
-void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& reported, const std::string& key,
-               const std::string& effect)
+void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& reported, const char* key,
+               const char* effect)
 {
-	for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
+	for (const std::string& tool : commandOf(findings, key).programs())
 	{
-		if (!toolPath(paths, tool).empty() || !reported.insert(tool).second)
+		if (toolPath(paths, tool).empty() && reported.insert(tool).second)
 		{
-			continue;
+			const char* entry = isThere(paths, tool) ? "missing-tool/rights" : "missing-tool/command";
+			findings.add(tool == "arping" ? "missing-tool/arping" : entry, key, tool, effect);
 		}
-		const Words text{"missing-tool",
-		                 std::string(key).append(" calls ").append(tool).append(
-		                     isThere(paths, tool) ? ", which may not be run" : ", which is not there"),
-		                 tool == "arping"
-		                     ? "the address is not announced: clients go on sending to the other node for some 45 "
-		                       "seconds after a failover"
-		                     : effect,
-		                 isThere(paths, tool) ? "chmod 755 " + tool : "install it, or write another command"};
-		tool == "arping" ? findings.warning(key, text) : findings.error(key, text);
 	}
 }
 
@@ -98,13 +67,12 @@ void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& re
 
 void tools(Findings& findings, const Paths& paths)
 {
-	for (const Tool& tool : kOwnTools)
+	for (const std::string entry :
+	     {"missing-tool/sh", "missing-tool/cat", "missing-tool/chmod", "missing-tool/ifconfig"})
 	{
-		if (toolPath(paths, tool.name).empty())
+		if (toolPath(paths, entry.substr(entry.find('/') + 1)).empty())
 		{
-			findings.add(Severity::error, findings.file.path(), 0,
-			             {"missing-tool", std::string(tool.name) + ", which the agent calls, is not there", tool.effect,
-			              std::string("install the package ") + tool.package});
+			findings.add(entry, {findings.file.path()});
 		}
 	}
 	std::set<std::string> reported;

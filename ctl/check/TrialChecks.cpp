@@ -4,13 +4,11 @@
 #include "ctl/check/Checks.h"
 
 #include <algorithm>
-#include <set>
 #include <string>
 #include <vector>
 
 #include <Poco/Net/IPAddress.h>
 
-#include "ctl/check/CommandText.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -80,56 +78,29 @@ private:
 		const std::string left = run.remaining.empty() ? "" : ": " + run.remaining;
 		if (run.end == RunEnd::slow)
 		{
-			m_findings.warning(role.key,
-			                   {"slow-command",
-			                    std::string(role.key) + " was tried and has not done its work after " +
-			                        std::to_string(m_times.limit.count() / 1000) + " seconds" + left,
-			                    "each failover lasts that much longer; when it never ends the agent waits for ever",
-			                    "run the command by hand and see how long it takes"});
+			m_findings.add("slow-command", role.key, m_times.limit.count() / 1000, left);
 		}
 		else if (run.end == RunEnd::flood || (run.end == RunEnd::endless && !run.shellEnded))
 		{
-			const std::string seconds = std::to_string(m_times.patience.count() / 1000);
-			m_findings.error(
-			    role.key,
-			    {"endless-command",
-			     std::string(role.key) + " was tried and " +
-			         (run.end == RunEnd::flood ? "never stops printing" : "still ran after " + seconds + " seconds") +
-			         left,
-			     role.blocked,
-			     "give what does not end a limit (arping -c 3 -w 3), or put it into the background with "
-			     "its output discarded: (... &) >/dev/null 2>&1"});
+			m_findings.add(run.end == RunEnd::flood ? "endless-command/prints" : "endless-command", role.key, left,
+			               role.blocked, m_times.patience.count() / 1000);
 		}
-		else if (run.end == RunEnd::endless || run.heldMilliseconds > kHeldMilliseconds)
+		else if (run.end == RunEnd::endless)
 		{
-			held(role, run, left);
+			m_findings.add("held-output", role.key, left, role.blocked);
+		}
+		else if (run.heldMilliseconds > kHeldMilliseconds)
+		{
+			m_findings.add("held-output/shortly", role.key, run.heldMilliseconds);
 		}
 		return run.end == RunEnd::ended;
-	}
-
-	void held(const CommandRole& role, const CommandRun& run, const std::string& left)
-	{
-		const bool forEver = run.end == RunEnd::endless;
-		const Words words{"held-output",
-		                  std::string(role.key) + " leaves something in the background with its output open" +
-		                      (forEver ? left : " for " + std::to_string(run.heldMilliseconds) + " ms"),
-		                  "the agent reads until the last one has closed the output" +
-		                      (forEver ? ": " + std::string(role.blocked) : ", and waits that long"),
-		                  "discard the output of what stays behind: (... &) >/dev/null 2>&1"};
-		forEver ? m_findings.error(role.key, words) : m_findings.warning(role.key, words);
 	}
 
 	void start(const CommandRun& run, const std::vector<Address>& before)
 	{
 		if (ends(kStartRole, run) && !run.output.empty())
 		{
-			m_findings.error(kStartRole.key,
-			                 {"start-command-prints",
-			                  std::string(kStartRole.key) + " was tried and printed \"" + firstLine(run.output) + "\"",
-			                  "output counts as a failure: the agent logs it, waits and looks again, so that the "
-			                  "address comes at least five seconds late; one that \"ifconfig\" does not list is raised "
-			                  "over and over for ever",
-			                  "discard the output: ( ... ) >/dev/null 2>&1"});
+			m_findings.add("start-command-prints", kStartRole.key, firstLine(run.output));
 		}
 		const Address* raised = find(run.addresses, m_address);
 		if (raised != nullptr)
@@ -153,49 +124,28 @@ private:
 		                         { return address.interface != "lo" && find(before, address.address) == nullptr; });
 		if (other != run.addresses.end())
 		{
-			m_findings.error(kStartRole.key, {"another-address-raised",
-			                                  std::string(kStartRole.key) + " was tried and raised " + other->address +
-			                                      ", and VIRTUAL_IP is " + m_address,
-			                                  kStartRole.useless, "let the command raise " + m_address});
+			m_findings.add("another-address-raised/tried", kStartRole.key, other->address, m_address);
 			return;
 		}
-		m_findings.error(kStartRole.key,
-		                 {"raises-nothing",
-		                  std::string(kStartRole.key) + " was tried and did not raise " + m_address + reason(run),
-		                  kStartRole.useless,
-		                  "write ip addr add " + m_address +
-		                      "/PREFIX dev eth0 label eth0:ha; the label begins with the interface "
-		                      "and has at most 15 characters"});
+		m_findings.add("raises-nothing", kStartRole.key, m_address, reason(run));
 	}
 
 	void placed(const Address& raised, const std::vector<Address>& before)
 	{
 		const bool known = raised.interface == kServiceInterface || raised.interface == kCommunicationInterface ||
-		                   std::ranges::find(before, raised.interface, &Address::interface) != before.end();
+		                   contains(before, raised.interface, &Address::interface);
 		if (!known && !raised.listed)
 		{
-			m_findings.error(kStartRole.key,
-			                 {"label-of-another-interface",
-			                  "the label " + raised.label + " does not begin with the name of an interface",
-			                  "\"ifconfig\" does not list the address, where the agent looks: it relies on a ping of "
-			                  "its own address alone, and raises the address again whenever that fails",
-			                  "write \"label eth0:ha\""});
+			m_findings.add("label-of-another-interface", kStartRole.key, raised.label);
 			return;
 		}
 		if (raised.interface != kServiceInterface)
 		{
-			m_findings.warning(kStartRole.key, {"another-interface", "the address is raised on " + raised.interface,
-			                                    "the agent watches the carrier of eth0: that of " + raised.interface +
-			                                        " may go without a failover",
-			                                    "raise it on eth0"});
+			m_findings.add("another-interface", kStartRole.key, raised.interface);
 		}
 		if (!raised.listed)
 		{
-			m_findings.warning(kStartRole.key,
-			                   {"address-without-label", "the address is raised where \"ifconfig\" does not list it",
-			                    "the agent looks there: it relies on a ping of its own address alone, and raises the "
-			                    "address again whenever that fails",
-			                    "give it a label: label eth0:ha"});
+			m_findings.add("address-without-label", kStartRole.key);
 		}
 	}
 
@@ -213,10 +163,7 @@ private:
 		ends(kStopRole, run);
 		if (keeps(kStopRole, run, raised))
 		{
-			m_findings.error(kStopRole.key,
-			                 {"drops-nothing",
-			                  std::string(kStopRole.key) + " was tried and did not drop " + m_address + reason(run),
-			                  kStopRole.useless, "write ip addr del " + written(*raised) + " >/dev/null 2>&1"});
+			m_findings.add("drops-nothing", kStopRole.key, m_address, reason(run), written(*raised));
 		}
 	}
 
@@ -225,21 +172,11 @@ private:
 		ends(kKillRole, run);
 		if (run.end == RunEnd::ended && !run.output.empty())
 		{
-			m_findings.warning(
-			    kKillRole.key,
-			    {"kill-command-prints",
-			     std::string(kKillRole.key) + " was tried and printed \"" + firstLine(run.output) + "\"",
-			     "the log gets it at every start and failover, once for each program",
-			     "discard the output of what stands before the program that kills: ... >/dev/null 2>&1;"});
+			m_findings.add("kill-command-prints", kKillRole.key, firstLine(run.output));
 		}
 		if (keeps(kKillRole, run, raised))
 		{
-			m_findings.warning(kKillRole.key,
-			                   {"kill-keeps-address", "the kill command leaves the virtual IP in place" + reason(run),
-			                    "a master that gives up because its pings fail does not drop the address otherwise: "
-			                    "both nodes hold it (split-brain) until someone drops it by hand",
-			                    "put \"ip addr del " + written(*raised) +
-			                        " >/dev/null 2>&1;\" in front of it; every start raises the address again"});
+			m_findings.add("kill-keeps-address", kKillRole.key, reason(run), written(*raised));
 		}
 		survivor(run);
 	}
@@ -249,12 +186,7 @@ private:
 		if (run.end == RunEnd::ended && run.programStarted && !run.programEnded &&
 		    !m_findings.has("kill-by-name", kKillRole.key) && !m_findings.has("missing-tool", kKillRole.key))
 		{
-			m_findings.error(kKillRole.key,
-			                 {"kills-nothing",
-			                  std::string(kKillRole.key) +
-			                      " was tried with a program's name behind it, and the program still runs" +
-			                      reason(run),
-			                  kKillRole.useless, "let the command end in the program that kills: killall -q -9"});
+			m_findings.add("kills-nothing", kKillRole.key, reason(run));
 		}
 	}
 
@@ -265,13 +197,13 @@ private:
 
 	Findings& m_findings;
 	const TrialTimes& m_times;
-	const std::string m_address = m_findings.file.text(key::kVirtualIP).value_or("");
+	const std::string m_address = m_findings.valueOf(key::kVirtualIP);
 };
 
 /// @return the command; empty when it is not to be run
 std::string runnable(Findings& findings, const CommandRole& role)
 {
-	const CommandText command(findings.file.text(role.key).value_or(""));
+	const CommandText command = commandOf(findings, role.key);
 	// What the text has shown to be wrong is not reported a second time by its effects.
 	if (command.text().empty() || findings.has("broken-command", role.key) ||
 	    findings.has("pasted-characters", role.key) || findings.has("program-name-lost", role.key))
@@ -305,19 +237,18 @@ std::vector<std::string> gates(const std::string& start)
 
 host::TrialPlan planFor(Findings& findings, const std::vector<Address>& addresses)
 {
-	const std::vector<std::string> programs = findings.file.programs();
-	const bool plain = !programs.empty() && programs[0].starts_with('/') && !programName(programs[0]).empty() &&
-	                   programs[0].find_first_of(" \t\"'") == std::string::npos;
+	const std::vector<Program> programs = programsOf(findings);
+	const Program program = programs.empty() || !programs[0].isPlain() ? Program{} : programs[0];
 	host::TrialPlan plan{.start = runnable(findings, kStartRole),
 	                     .stop = runnable(findings, kStopRole),
 	                     .kill = runnable(findings, kKillRole),
-	                     .virtualIP = findings.file.text(key::kVirtualIP).value_or(""),
-	                     .program = plain ? programs[0] : "",
+	                     .virtualIP = findings.valueOf(key::kVirtualIP),
+	                     .program = program.path,
 	                     .stubs = {},
 	                     .addresses = addresses,
 	                     .limit = {},
 	                     .patience = {}};
-	plan.kill += plan.kill.empty() ? "" : " " + (plain ? programName(programs[0]) : "");
+	plan.kill += plan.kill.empty() ? "" : " " + program.name;
 	std::erase_if(plan.addresses,
 	              [&](const Address& there) { return there.address == plan.virtualIP || there.interface == "lo"; });
 	return plan;

@@ -9,10 +9,8 @@
 #include <pwd.h>
 #include <sys/stat.h>
 
-#include "ctl/check/CommandText.h"
 #include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
-#include "keeper/Settings.h"
 
 namespace velarix::ctl::checks
 {
@@ -95,30 +93,18 @@ private:
 		{
 			return; // reported where the path itself is looked at
 		}
-		const std::string name = path.string();
+		const Place place = use.key.empty() ? Place{path} : m_findings.at(use.key);
 		if (open && !sticky)
 		{
-			add(use, path,
-			    {directory ? "writable-directory" : "writable-program", "others than root may write " + name,
-			     use.effect, "chmod go-w " + name});
+			m_findings.add(use.severity, directory ? "writable-directory" : "writable-program", place, path,
+			               use.effect);
 		}
 		// Another system's owners are numbers of that system.
 		if (facts.owner != 0 && !m_paths.elsewhere())
 		{
-			add(use, path,
-			    {directory ? "directory-owner" : "program-owner",
-			     name + " belongs to user " + std::to_string(facts.owner), use.effect, "chown root:root " + name});
+			m_findings.add(use.severity, directory ? "directory-owner" : "program-owner", place, path, use.effect,
+			               facts.owner);
 		}
-	}
-
-	void add(const Use& use, const fs::path& path, Words words)
-	{
-		if (use.key.empty())
-		{
-			m_findings.add(use.severity, path, 0, std::move(words));
-			return;
-		}
-		m_findings.add(use.severity, m_findings.file.path(), m_findings.lineFor(use.key), std::move(words));
 	}
 
 	Findings& m_findings;
@@ -131,7 +117,7 @@ private:
 void trust(Findings& findings, const Paths& paths)
 {
 	Trust trust(findings, paths);
-	const fs::path log = findings.file.text(key::kLogPath).value_or("");
+	const fs::path log = findings.valueOf(key::kLogPath);
 	trust.leaveOut(paths.settings);
 	trust.walk(paths.below(kAgent), {});
 	trust.walk(paths.runScript, {});
@@ -144,18 +130,13 @@ void trust(Findings& findings, const Paths& paths)
 	    {.severity = Severity::warning, .effect = "whoever may replace the run-info record there can end the agent"});
 	trust.walk(paths.keeperSettings, {});
 	trust.walk(paths.below(kAcknowledged), {});
-	int number = 0;
-	for (const std::string& program : findings.file.programs())
+	for (const Program& program : programsOf(findings))
 	{
-		++number;
-		if (program.starts_with('/'))
-		{
-			trust.walk(paths.belowIfAny(program), {.key = programKey(number)});
-		}
+		trust.walk(program.path.starts_with('/') ? paths.belowIfAny(program.path) : fs::path(), {.key = program.key});
 	}
 	for (const char* key : {key::kStartCommand, key::kStopCommand, key::kKillCommand})
 	{
-		for (const std::string& tool : CommandText(findings.file.text(key).value_or("")).programs())
+		for (const std::string& tool : commandOf(findings, key).programs())
 		{
 			trust.walk(toolPath(paths, tool), {.key = key});
 		}
@@ -166,8 +147,7 @@ void trust(Findings& findings, const Paths& paths)
 		{
 			const passwd* user = service.user.empty() ? nullptr : ::getpwnam(service.user.c_str());
 			const bool asRoot = (service.user.empty() || (user != nullptr && user->pw_uid == 0)) && !command.empty();
-			const fs::path file = asRoot ? toolPath(paths, command.front()) : fs::path();
-			file.empty() ? void() : trust.walk(file, {});
+			trust.walk(asRoot ? toolPath(paths, command.front()) : fs::path(), {});
 		}
 	}
 	if (log.is_absolute())

@@ -80,18 +80,6 @@ void compareWithParser(const SettingsFile& file, const std::string& text)
 	compareListed(file, parser, "", 0);
 }
 
-void checkText(Findings& findings, bool withPartner)
-{
-	checks::lines(findings);
-	checks::keys(findings);
-	checks::numbers(findings);
-	checks::timing(findings, withPartner);
-	checks::addresses(findings);
-	checks::programs(findings);
-	checks::commands(findings);
-	checks::log(findings);
-}
-
 void checkReport(const CheckReport& report, int lines)
 {
 	for (const Finding& finding : report.findings)
@@ -125,9 +113,12 @@ void fuzz::run(Input& input)
 
 	CheckReport report;
 	Findings own(file, report);
-	const bool withPartner = !partnerText.empty();
-	checkText(own, withPartner);
-	if (withPartner)
+	checks::text(own);
+	if (partnerText.empty())
+	{
+		checks::timing(own);
+	}
+	else
 	{
 		Findings theirs(partner, report);
 		checks::pair(own, theirs);

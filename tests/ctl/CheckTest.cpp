@@ -56,9 +56,18 @@ std::vector<std::string> CheckTest::found() const
 
 std::vector<std::string> CheckTest::foundOnMachine() const
 {
+	return shortForms(reportOf(parsed(), [](Findings& findings) { checks::machine(findings, Paths(), false); }));
+}
+
+SettingsFile CheckTest::parsed(const fs::path& file) const
+{
+	return SettingsFile::parse(file, joined(lines));
+}
+
+CheckReport CheckTest::reportOf(const SettingsFile& file, const std::function<void(Findings&)>& checks)
+{
 	CheckReport report;
-	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
 	Findings findings(file, report);
-	checks::machine(findings, Paths(), false);
-	return shortForms(report);
+	checks(findings);
+	return report;
 }

@@ -1,6 +1,8 @@
 /// What the tests of the checks share: a node's disk without a fault.
 #pragma once
 
+#include <functional>
+
 #include "CtlTest.h"
 #include "SoundSettings.h"
 #include "ctl/check/Check.h"
@@ -19,6 +21,13 @@ protected:
 
 	/// @return the findings of the machine, the disk being the running system's
 	std::vector<std::string> foundOnMachine() const;
+
+	/// The settings as if they stood in that file.
+	velarix::inspect::SettingsFile parsed(const std::filesystem::path& file = "config.ini") const;
+
+	/// @return what some of the checks alone report of settings
+	static velarix::ctl::CheckReport reportOf(const velarix::inspect::SettingsFile& file,
+	                                          const std::function<void(velarix::ctl::Findings&)>& checks);
 
 	/// Makes a file executable.
 	void executable(const std::string& absolute, const std::string& text = "\x7f"

@@ -272,12 +272,12 @@ TEST_F(InstallationCheck, WhatAnotherUserOwnsIsFoundOnTheRunningSystemAlone)
 	write(CONFIG, joined(lines));
 	Paths running(root());
 	running.root = "/";
-	CheckReport report;
-	const SettingsFile file = SettingsFile::load(settings());
-	Findings findings(file, report);
-	checks::installation(findings, running);
-	checks::trust(findings, running);
-	EXPECT_THAT(shortForms(report),
+	const auto onBoth = [&](Findings& findings)
+	{
+		checks::installation(findings, running);
+		checks::trust(findings, running);
+	};
+	EXPECT_THAT(shortForms(reportOf(parsed(settings()), onBoth)),
 	            testing::IsSupersetOf({"error settings-owner " CONFIG, "warning directory-owner /usr/velarix/pid",
 	                                   "error directory-owner " CONFIG ":18", "error program-owner " CONFIG ":18"}));
 }
@@ -287,13 +287,11 @@ TEST_F(InstallationCheck, RulesThatNftDoesNotTakeAreFound)
 	fakeHost().rulesRefusal = "8:1-4: Error: syntax error, unexpected dorp";
 	fakeHost().files["/usr/bin/nft"] = {FileKind::regular, 0755, 0, 0};
 	write("/b/firewall.nft", firewallOf("192.0.2.1", "192.0.2.2"));
-	const SettingsFile file = SettingsFile::load(write("/b/config.ini", joined(lines)));
-	CheckReport report;
-	Findings findings(file, report);
-	checks::firewall(findings, Paths(root()));
-	EXPECT_THAT(shortForms(report), IsEmpty()) << "nft is that of another system";
-	checks::firewall(findings, Paths());
-	EXPECT_THAT(shortForms(report), ElementsAre("warning firewall-broken /b/firewall.nft"));
+	const SettingsFile file = parsed(below("/b/config.ini"));
+	const auto foundOn = [&](const Paths& machine)
+	{ return shortForms(reportOf(file, [&](Findings& findings) { checks::firewall(findings, machine); })); };
+	EXPECT_THAT(foundOn(Paths(root())), IsEmpty()) << "nft is that of another system";
+	EXPECT_THAT(foundOn(Paths()), ElementsAre("warning firewall-broken /b/firewall.nft"));
 }
 
 TEST_F(InstallationCheck, WhatThisUserMayNotLookAtIsSaid)

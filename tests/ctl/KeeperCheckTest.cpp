@@ -1,7 +1,7 @@
 // What the check has against keeper.ini, and against settings that do not fit it.
 
 #include "CheckTest.h"
-#include "ctl/check/KeeperChecks.h"
+#include "ctl/check/Checks.h"
 
 using namespace velarix::ctl;
 using testing::UnorderedElementsAre;
@@ -47,6 +47,14 @@ protected:
 		write(kConfig, config);
 		write(kKeeperIni, keeperIni);
 		return found({.file = settings(), .partner = {}, .filesOnly = false});
+	}
+
+	/// @return what the machine lacks for a keeper.ini
+	std::vector<std::string> foundOnMachine(const std::string& keeperIni) const
+	{
+		const checks::KeeperFile file{below(kKeeperIni), velarix::keeper::parseSettings(keeperIni)};
+		return shortForms(
+		    reportOf(parsed(below(kConfig)), [&](Findings& findings) { checks::keeperMachine(findings, file); }));
 	}
 
 	const std::string m_keeper = "[address]\naddress = 198.51.100.10/24\ninterface = eth0\non_conflict = defend\n"
@@ -146,17 +154,13 @@ TEST_F(KeeperCheck, NobodyElseMayWriteWhatRootRuns)
 
 TEST_F(KeeperCheck, TheMachineMayLackWhatItNeeds)
 {
-	CheckReport report;
-	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
-	Findings findings(file, report);
-	checks::keeperMachine(
-	    findings, {"keeper.ini", velarix::keeper::parseSettings(
-	                                 "[address]\naddress = 198.51.100.10\ninterface = none0\non_conflict = yield\n"
-	                                 "[service web]\ncommand = /no/such/program\nuser = nobody-of-that-name\n")});
-	const std::vector<std::string> all = shortForms(report);
-	EXPECT_THAT(all, Contains("warning keeper-warning keeper.ini:1")) << "interface and link";
-	EXPECT_THAT(all, Contains("error keeper-unavailable keeper.ini:6"));
-	EXPECT_THAT(all, Contains("error keeper-user keeper.ini:7"));
+	const std::vector<std::string> all =
+	    foundOnMachine("[address]\naddress = 198.51.100.10\ninterface = none0\non_conflict = yield\n"
+	                   "[service web]\ncommand = /no/such/program\nuser = nobody-of-that-name\n");
+	const std::string file = std::string(kKeeperIni) + ":";
+	EXPECT_THAT(all, Contains("warning keeper-warning " + file + "1")) << "interface and link";
+	EXPECT_THAT(all, Contains("error keeper-unavailable " + file + "6"));
+	EXPECT_THAT(all, Contains("error keeper-user " + file + "7"));
 }
 
 TEST_F(KeeperCheck, TheAddressIsHeldAgainstThoseOfTheMachine)
@@ -183,12 +187,7 @@ TEST_F(KeeperCheck, TheAddressIsHeldAgainstThoseOfTheMachine)
 	         {"198.51.100.10/8", {own}, {prefix}}})
 	{
 		fakeHost().addresses = addresses;
-		CheckReport report;
-		const SettingsFile file = SettingsFile::parse(below(kConfig), joined(lines));
-		Findings findings(file, report);
-		checks::keeperMachine(findings, {below(kKeeperIni), velarix::keeper::parseSettings(
-		                                                        changed(m_keeper, {"198.51.100.10/24", address}))});
-		std::vector<std::string> all = shortForms(report);
+		std::vector<std::string> all = foundOnMachine(changed(m_keeper, {"198.51.100.10/24", address}));
 		std::erase_if(all, [](const std::string& text) { return text.find("keeper-") != std::string::npos; });
 		EXPECT_EQ(all, expected) << address << " on " << addresses.back().label;
 	}
@@ -200,15 +199,11 @@ TEST_F(KeeperCheck, AUserThatDoesNotReachItsProgramIsFound)
 	write("/srv/web", "");
 	const auto foundFor = [&](const char* user)
 	{
-		CheckReport report;
-		const SettingsFile file = SettingsFile::parse(below(kConfig), joined(lines));
-		Findings findings(file, report);
-		checks::keeperPrograms(findings,
-		                       {kKeeperIni, velarix::keeper::parseSettings(
-		                                        "[service web]\ncommand = " + below("/opt/run").string() +
-		                                        "\ndirectory = " + below("/srv").string() + "\nuser = " + user)},
-		                       Paths());
-		return shortForms(report);
+		const checks::KeeperFile file{
+		    kKeeperIni, velarix::keeper::parseSettings("[service web]\ncommand = " + below("/opt/run").string() +
+		                                               "\ndirectory = " + below("/srv").string() + "\nuser = " + user)};
+		return shortForms(reportOf(parsed(below(kConfig)),
+		                           [&](Findings& findings) { checks::keeperPrograms(findings, file, Paths()); }));
 	};
 	const std::string program = std::string("warning keeper-user-without-access ") + kKeeperIni + ":2";
 	const std::string directory = std::string("warning keeper-user-without-access ") + kKeeperIni + ":1";
@@ -277,16 +272,8 @@ TEST_F(KeeperCheck, FaultsOfTheReachability)
 TEST_F(KeeperCheck, TheReachabilityNeedsAnAddressOfNoNetworkAndAKeyOfRoots)
 {
 	const fs::path key = write("/usr/velarix/bin/ini/reachability.key", std::string(64, '7'));
-	const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
 	const auto onMachine = [&](const std::string& address)
-	{
-		CheckReport report;
-		Findings findings(file, report);
-		checks::keeperMachine(
-		    findings, {below(kKeeperIni), velarix::keeper::parseSettings(m_keeper + "[reachability]\naddress = " +
-		                                                                 address + "\ntargets = 192.0.2.9\n")});
-		return shortForms(report);
-	};
+	{ return foundOnMachine(m_keeper + "[reachability]\naddress = " + address + "\ntargets = 192.0.2.9\n"); };
 	const auto hasKeyFault = Contains(testing::StartsWith("error reach-key "));
 	fs::permissions(key, fs::perms{0600});
 	EXPECT_THAT(onMachine("192.0.0.8"), testing::Each(Not(testing::StartsWith("error reach-"))));

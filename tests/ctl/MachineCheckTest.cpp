@@ -118,20 +118,14 @@ protected:
 		trial.kill.programStarted = trial.kill.programEnded = true;
 	}
 
-	CheckReport tried() const { return tried({kLoopback, kOwn, kRaised}); }
-
-	CheckReport tried(const std::vector<host::Address>& addresses) const
+	CheckReport tried(const std::vector<host::Address>& addresses = {kLoopback, kOwn, kRaised}) const
 	{
-		CheckReport report;
-		const SettingsFile file = SettingsFile::parse("config.ini", joined(lines));
-		Findings findings(file, report);
-		checks::trial(findings, addresses);
-		return report;
+		return reportOf(parsed(), [&](Findings& findings) { checks::trial(findings, addresses); });
 	}
 
-	const host::Address kLoopback{"lo", "lo", "127.0.0.1", 8, true};
-	const host::Address kOwn{"eth0", "eth0", "198.51.100.1", 24, true};
-	const host::Address kRaised{"eth0", "eth0:ha", "198.51.100.10", 24, true};
+	static inline const host::Address kLoopback{"lo", "lo", "127.0.0.1", 8, true};
+	static inline const host::Address kOwn{"eth0", "eth0", "198.51.100.1", 24, true};
+	static inline const host::Address kRaised{"eth0", "eth0:ha", "198.51.100.10", 24, true};
 };
 
 } // namespace
@@ -143,7 +137,7 @@ TEST_F(CommandTrial, GetsTheCommandsAndWhatTheInterfacesHave)
 	EXPECT_THAT(shortForms(tried()), IsEmpty());
 	ASSERT_EQ(fakeHost().trials.size(), 1U);
 	const host::TrialPlan& plan = fakeHost().trials.front();
-	const SettingsFile file = SettingsFile::parse("", joined(lines));
+	const SettingsFile file = parsed();
 	EXPECT_EQ(plan.start, file.text("AGENT.VIRTUAL_IP_START_COMMAND"));
 	EXPECT_EQ(plan.stop, file.text("AGENT.VIRTUAL_IP_STOP_COMMAND"));
 	EXPECT_EQ(plan.kill, file.text("ADVENCE.PROCESS_KILL_COMMAND").value() + " server");

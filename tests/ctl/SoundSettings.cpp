@@ -1,6 +1,7 @@
 #include "SoundSettings.h"
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 
 namespace
@@ -19,9 +20,9 @@ std::string& lineOf(std::vector<std::string>& lines, const std::string& key)
 
 } // namespace
 
-std::vector<std::string> soundLines()
+std::vector<std::string> soundLines(int node)
 {
-	return {
+	std::vector<std::string> lines{
 	    "[AGENT]",                                // 1
 	    "MODE = 1",                               // 2
 	    "THIS_SERVER_IP = 192.0.2.1",             // 3
@@ -52,6 +53,13 @@ std::vector<std::string> soundLines()
 	    "PATH = /usr/velarix/log/velarix.log",                                                         // 25
 	    "PURGEAGE = 30 days",                                                                          // 26
 	};
+	if (node == 2)
+	{
+		setKey(lines, "MODE", "2");
+		setKey(lines, "THIS_SERVER_IP", "192.0.2.2");
+		setKey(lines, "PARTNER_IP", "192.0.2.1");
+	}
+	return lines;
 }
 
 std::string joined(const std::vector<std::string>& lines)
@@ -66,14 +74,7 @@ std::string joined(const std::vector<std::string>& lines)
 
 std::string soundSettings(int node)
 {
-	std::vector<std::string> lines = soundLines();
-	if (node == 2)
-	{
-		setKey(lines, "MODE", "2");
-		setKey(lines, "THIS_SERVER_IP", "192.0.2.2");
-		setKey(lines, "PARTNER_IP", "192.0.2.1");
-	}
-	return joined(lines);
+	return joined(soundLines(node));
 }
 
 void setKey(std::vector<std::string>& lines, const std::string& key, const std::string& value)
@@ -84,4 +85,44 @@ void setKey(std::vector<std::string>& lines, const std::string& key, const std::
 void dropKey(std::vector<std::string>& lines, const std::string& key)
 {
 	lineOf(lines, key).clear();
+}
+
+std::vector<SettingsCase> casesOf(const char* file)
+{
+	std::vector<SettingsCase> all;
+	std::ifstream lines(file);
+	for (std::string line; std::getline(lines, line);)
+	{
+		if (line.starts_with("== "))
+		{
+			all.push_back({.name = line.substr(3)});
+		}
+		else if (!line.empty() && !line.starts_with('#'))
+		{
+			all.back().lines.push_back(line);
+		}
+	}
+	return all;
+}
+
+void change(std::vector<std::string>& lines, const std::string& what)
+{
+	if (what.starts_with("+ "))
+	{
+		lines.push_back(what.substr(2));
+	}
+	else if (what.starts_with("drop "))
+	{
+		dropKey(lines, what.substr(5));
+	}
+	else
+	{
+		const std::size_t end = what.find(" =");
+		setKey(lines, what.substr(0, end), what.substr(std::min(end + 3, what.size())));
+	}
+}
+
+void PrintTo(const SettingsCase& one, std::ostream* out)
+{
+	*out << one.name;
 }

@@ -1,16 +1,17 @@
 /// A settings file without a fault, for tests that put faults into it.
 #pragma once
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
-/// Its lines, the first of which is line 1 of the file.
-std::vector<std::string> soundLines();
+/// The lines of node 1's (the master's) or node 2's, the first of which is line 1 of the file.
+std::vector<std::string> soundLines(int node = 1);
 
 /// @return the text with each line ended by a line feed
 std::string joined(const std::vector<std::string>& lines);
 
-/// @return the sound file of node 1 (master) or 2
+/// @return them as a text
 std::string soundSettings(int node = 1);
 
 /// Writes "KEY = VALUE" over the key's line.
@@ -18,3 +19,18 @@ void setKey(std::vector<std::string>& lines, const std::string& key, const std::
 
 /// Empties the key's line, so that the others keep their numbers.
 void dropKey(std::vector<std::string>& lines, const std::string& key);
+
+/// What stands below "== NAME" in a table of cases.
+struct SettingsCase
+{
+	std::string name;
+	std::vector<std::string> lines = {};
+};
+
+std::vector<SettingsCase> casesOf(const char* file);
+
+/// Does what a case's line says: "KEY = VALUE", "drop KEY" or "+ LINE" behind the others.
+void change(std::vector<std::string>& lines, const std::string& what);
+
+/// For a failed test.
+void PrintTo(const SettingsCase& one, std::ostream* out);

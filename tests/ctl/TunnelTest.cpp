@@ -160,12 +160,12 @@ TEST_P(TunnelTable, IsFound)
 {
 	const fs::path directory = below(kDirectory);
 	GetParam().change(directory);
-	CheckReport report;
-	const SettingsFile file = SettingsFile::load(directory / "config.ini");
-	Findings findings(file, report);
-	checks::tunnelFiles(findings);
-	checks::machine(findings, Paths(root()), false);
-	std::vector<std::string> found = shortForms(report);
+	std::vector<std::string> found = shortForms(reportOf(SettingsFile::load(directory / "config.ini"),
+	                                                     [this](Findings& findings)
+	                                                     {
+		                                                     checks::tunnelFiles(findings);
+		                                                     checks::machine(findings, Paths(root()), false);
+	                                                     }));
 	for (std::string& line : found)
 	{
 		line.erase(line.find(kDirectory), sizeof kDirectory - 1);

@@ -166,15 +166,21 @@ class Completion(unittest.TestCase):
 class Findings(unittest.TestCase):
     def setUp(self):
         self.listed = set(re.findall(r"\n\| `([a-z0-9]+-[a-z0-9-]+)` \|", (SOURCES / "docs/check.md").read_text()))
+        texts = (SOURCES / "ctl/check/findings.txt").read_text()
+        self.entries = re.findall(r"(?m)^\[([a-z0-9/-]+)\] (?:error|warning)\n.+\n.+\n.+$", texts)
+        self.assertEqual(len(self.entries), texts.count("\n["))
 
     @staticmethod
     def text_below(folder):
-        return "".join(path.read_text(errors="replace") for path in (SOURCES / folder).glob("*.cpp"))
+        paths = [path for path in (SOURCES / folder).iterdir() if path.suffix in (".cpp", ".txt")]
+        return "".join(path.read_text(errors="replace") for path in paths)
 
     def test_are_those_that_the_checks_can_tell(self):
-        # Every name has a hyphen; the other words with one are names of packages.
-        names = set(re.findall(r'"([a-z]+(?:-[a-z0-9]+)+)"', self.text_below("ctl/check")))
-        self.assertEqual(self.listed, names - {"net-tools"})
+        self.assertEqual(self.listed, {entry.split("/")[0] for entry in self.entries})
+        # Every name has a hyphen.
+        names = set(re.findall(r'"([a-z]+(?:-[a-z0-9]+)+(?:/[a-z-]+)?)"', self.text_below("ctl/check")))
+        self.assertLessEqual(set(self.entries), names)
+        self.assertLessEqual(names, self.listed | set(self.entries))
 
     def test_are_each_found_in_a_test(self):
         found = set(re.findall(r"\b(?:error|warning) ([a-z0-9-]+) ", self.text_below("tests/ctl")))
