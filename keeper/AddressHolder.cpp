@@ -34,6 +34,8 @@ constexpr Millis kUnheard = 1'000;
 constexpr Millis kUseless = 10'000;
 /// Whoever waits for the address asks more often.
 constexpr Millis kAskedAgain = 2'000;
+/// What is asked for meanwhile is not considered: that reads files.
+constexpr Millis kConsiderGap = 50;
 
 std::uint32_t randomNumber()
 {
@@ -209,6 +211,10 @@ void AddressHolder::readArpSocket()
 void AddressHolder::considerProbe()
 {
 	const Millis moment = now();
+	if (m_askedAt != kNever && moment - m_askedAt < kConsiderGap)
+	{
+		return;
+	}
 	const bool ended = addressIsHidden() || std::ranges::any_of(m_services, hasEnded);
 	const bool again = m_askedAt != kNever && moment - m_askedAt < kAskedAgain;
 	m_askedAt = moment;

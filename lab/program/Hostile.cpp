@@ -19,8 +19,12 @@ constexpr Millis caseLimit{3600000};
 
 std::vector<Case> chosen(const Options& options)
 {
-	const std::vector<Case> all = readTable(options.table);
+	std::vector<Case> all = readTable(options.table);
 	const bool every = std::find(options.attacks.begin(), options.attacks.end(), "all") != options.attacks.end();
+	// What is expected of the other attacks is expected of the plain settings.
+	const bool keeper = options.times.profile == Profile::keeper;
+	std::erase_if(all,
+	              [&](const Case& cell) { return attackNamed(cell.attack).onKeeper != keeper && (every || !keeper); });
 	return filtered(all, every ? std::vector<std::string>() : options.attacks, "case");
 }
 

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <thread>
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include "AddressFixture.h"
@@ -95,6 +96,24 @@ TEST_F(AddressTest, TheOneThatDefendsAnnouncesAtOnceAndNotOftener)
 	EXPECT_GE(announced, 3);
 	EXPECT_LE(announced, 22);
 	EXPECT_TRUE(m_a.hasAddress());
+}
+
+TEST_F(AddressTest, ClientsThatAskForTheAddressDoNotWakeItsHolder)
+{
+	hold(m_a, "holding");
+	const std::string pid = m_a.state("ha-address", "pid");
+	const auto wakes = [&]
+	{ return std::stoi(shell("awk '/^voluntary_ctxt_switches/ { print $2 }' /proc/" + pid + "/status")); };
+	const Speaker client;
+	auto request = velarix::keeper::arpProbe(::inet_addr(kVirtual), {2, 0, 0, 0, 0, 0x66});
+	request[31] = 9; // the last byte of the sender's address
+	const int before = wakes();
+	for (int i = 0; i < 500; ++i)
+	{
+		client.send({request.begin(), request.end()});
+		std::this_thread::sleep_for(1ms);
+	}
+	EXPECT_LT(wakes() - before, 100);
 }
 
 /// Longer than what counts as a stall, which is what is tested.

@@ -24,6 +24,7 @@ json calmRecord()
 	record.before.roles = record.after.roles = {"master", "slave"};
 	record.before.agents = {AgentFigures{10, 4, 5, 7000}, AgentFigures{11, 4, 5, 7000}};
 	record.after.agents = record.before.agents;
+	record.keeperBefore = record.keeperAfter = {20, 100, 2000};
 	record.during.durationMs = 10000;
 	record.tries = 65535;
 	record.connections = record.messages = record.atOnce = 200;
@@ -133,6 +134,21 @@ const std::vector<Row> rows{
      R"(owner = "any", outage = "mostly", after = "a")"},
     {"forged:1-0-0", none, open, {{"/owner", "b"}, {"/after/roles", {"slave", "master"}}}, "", either},
     {"forged:1-0-0", none, open, {{"/during/owner", "a+b"}}, "owner while attacked a+b, expected either", either},
+    // What it cost the keeper of the target, which is another process where the address has moved.
+    {"silent", none, open, {{"/keeperAfter/pid", 0}}, ""},
+    {"arp-probes", none, open, {{"/keeperAfter/pid", 0}}, ""},
+    {"arp-probes", none, open, {{"/keeperAfter/pid", 0}}, "keeper's process 0, expected 20", R"(owner = "a")", "a"},
+    {"arp-probes", none, open, {{"/keeperAfter/pid", 21}}, "keeper's process 21, expected 20", R"(owner = "a")", "a"},
+    {"arp-probes",
+     none,
+     open,
+     {{"/keeperAfter/cpuMs", 1101}},
+     "processor time of the keeper (ms) 1001, expected at most 1000"},
+    {"arp-probes",
+     none,
+     open,
+     {{"/keeperAfter/residentKib", 4097}},
+     "resident KiB of the keeper 4097, expected at most 4096"},
     // Whether the attack happened.
     {"silent", none, open, {{"/connections", 0}}, "connections 0, expected at least 1"},
     {"syn-flood", none, open, {{"/tries", 0}}, "tries 0, expected at least 1"},

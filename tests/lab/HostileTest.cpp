@@ -30,6 +30,7 @@ TEST_P(ShortHostile, EndsAsWrittenDown)
 	Plan plan;
 	plan.cell = filtered(readTable(""), {name}).front();
 	plan.mitigation = mitigation;
+	plan.times.pair.profile = attackNamed(plan.cell.attack).onKeeper ? Profile::keeper : Profile::plain;
 	plan.count = 200;
 	plan.times.slack = Millis(4000);
 	plan.times.noOutage = Millis(2500);
@@ -49,7 +50,8 @@ INSTANTIATE_TEST_SUITE_P(Cases, ShortHostile,
                                          std::tuple{"forged-service/1-1-0/a/master", Mitigation::port},
                                          std::tuple{"spoofed-partner/1-1-0/a/master", Mitigation::neighbours},
                                          std::tuple{"arp-cut-node/a/master", Mitigation::neighbours},
-                                         std::tuple{"icmp-wrong-id/gateway/a/master", Mitigation::firewall}),
+                                         std::tuple{"icmp-wrong-id/gateway/a/master", Mitigation::firewall},
+                                         std::tuple{"arp-claims/b/master", Mitigation::none}),
                          [](const testing::TestParamInfo<ShortHostile::ParamType>& cell)
                          {
 	                         std::string name =

@@ -16,7 +16,19 @@ constexpr AttackGoal receivedOnce{.messages = 1, .received = 1};
 /// Of a message a second, in the shortest time that a pair is watched.
 constexpr AttackGoal holdsReceiver{.messages = 10, .read = 10};
 
-constexpr std::array<AttackInfo, 32> attacks{{
+/// On the service network, where no mitigation keeps it out.
+constexpr AttackInfo onKeeper(const char* name, const char* what, long leastTries, bool lasting = true)
+{
+	return {.name = name,
+	        .lasting = lasting,
+	        .onKeeper = true,
+	        .what = what,
+	        .portUse = PortUse::none,
+	        .stoppedBy = Mitigation::none,
+	        .leastTries = leastTries};
+}
+
+constexpr std::array<AttackInfo, 39> attacks{{
     {.name = "random",
      .what = "random messages, each on a connection of its own",
      .goal = {.messagesPer = 1, .readPer = 500}},
@@ -153,6 +165,13 @@ constexpr std::array<AttackInfo, 32> attacks{{
      .what = "echo replies from the partner's address with the identifier of the target's pings",
      .portUse = PortUse::none,
      .stoppedBy = Mitigation::neighbours},
+    onKeeper("arp-announcements", "ARP announcements of the service address by another host, hundreds a second", 1000),
+    onKeeper("arp-claims", "ARP answers with the service address of another host, to the target alone", 100),
+    onKeeper("arp-requests", "ARP requests for the service address, thousands a second", 10000),
+    onKeeper("arp-probes", "ARP probes for the service address, thousands a second", 10000),
+    onKeeper("arp-malformed", "ARP packets that are cut short or have wrong fields, thousands a second", 10000),
+    onKeeper("arp-answers", "an answer to each ARP probe for the service address", 5),
+    onKeeper("address-removals", "the service address removed by root of the target, for ten seconds", 100, false),
 }};
 
 } // namespace

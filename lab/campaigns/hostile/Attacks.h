@@ -61,6 +61,7 @@ struct AttackInfo
 	bool bareTarget = false;  ///< the target's kernel makes no SYN cookies
 	bool relays = false;      ///< passes on what is led to it, from its own address
 	bool slowPings = false;   ///< partner and gateway answer pings 2 ms later
+	bool onKeeper = false;    ///< on how the keeper holds the address: with its settings only
 	const char* what = "";    ///< for a person
 	PortUse portUse = PortUse::connects;
 	/// The weakest mitigation that keeps it out; none: no mitigation does.

@@ -19,8 +19,28 @@ constexpr Millis longestGap{3000};
 /// Where it is hardly received, no more than one is read in this time.
 constexpr Millis hardlyReceived{5000};
 
+/// What an attack may cost the keeper of the address: of a core, and of memory.
+constexpr long keeperPercent = 10;
+constexpr long keeperResidentKib = 4096;
+
 /// Called with what was seen, and what was wanted.
 using Report = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
+
+void atLeast(const char* what, long seen, long least, const Report& differs)
+{
+	if (seen < least)
+	{
+		differs(what, std::to_string(seen), "at least " + std::to_string(least));
+	}
+}
+
+void atMost(const std::string& what, long seen, long most, const Report& differs)
+{
+	if (seen > most)
+	{
+		differs(what, std::to_string(seen), "at most " + std::to_string(most));
+	}
+}
 
 bool hasOutage(const Observation& seen, Outage expected, Millis noOutage)
 {
@@ -101,27 +121,29 @@ void agentDifferences(const Record& record, HostId node, bool serves, const Repo
 		differs("agent of " + nodeText(node), after.pid == 0 ? "gone" : "another process", "the same process");
 		return;
 	}
-	const auto atMost = [&](const char* what, long seen, long most)
-	{
-		if (seen > most)
-		{
-			differs(what + nodeText(node), std::to_string(seen), "at most " + std::to_string(most));
-		}
-	};
 	if (after.threads != before.threads)
 	{
 		differs("threads of " + nodeText(node), std::to_string(after.threads), std::to_string(before.threads));
 	}
-	atMost("descriptors of ", after.descriptors, before.descriptors + moreDescriptors);
-	atMost("resident KiB of ", after.residentKib, before.residentKib + moreResidentKib);
+	atMost("descriptors of " + nodeText(node), after.descriptors, before.descriptors + moreDescriptors, differs);
+	atMost("resident KiB of " + nodeText(node), after.residentKib, before.residentKib + moreResidentKib, differs);
 }
 
-void atLeast(const char* what, long seen, long least, const Report& differs)
+/// The keeper of a target that keeps the address stays the same process; the work of each is bounded.
+void keeperDifferences(const Record& record, const Plan& plan, const Report& differs)
 {
-	if (seen < least)
+	const KeeperFigures& before = record.keeperBefore;
+	const KeeperFigures& after = record.keeperAfter;
+	const bool keeps =
+	    plan.cell.master == plan.cell.target && plan.cell.expected(plan.mitigation).owner == nameOf(plan.cell.target);
+	if (keeps && (after.pid == 0 || after.pid != before.pid))
 	{
-		differs(what, std::to_string(seen), "at least " + std::to_string(least));
+		differs("keeper's process", std::to_string(after.pid), std::to_string(before.pid));
 	}
+	const long cpuMs = after.cpuMs - (after.pid == before.pid ? before.cpuMs : 0);
+	const long mostMs = record.during.durationMs * keeperPercent / 100;
+	atMost("processor time of the keeper (ms)", cpuMs, mostMs, differs);
+	atMost("resident KiB of the keeper", after.residentKib, keeperResidentKib, differs);
 }
 
 /// A pair that has lost a node, is busy with a failure, or may be, says nothing about received heartbeats.
@@ -186,6 +208,10 @@ std::vector<std::string> differencesOf(const Record& record, const Plan& plan)
 	{ found.push_back(what + " " + seen + ", expected " + wanted); };
 	const Outcome& expected = plan.cell.expected(plan.mitigation);
 	attackDifferences(record, plan, differs);
+	if (attackNamed(plan.cell.attack).onKeeper)
+	{
+		keeperDifferences(record, plan, differs);
+	}
 	serviceDifferences(record, expected, plan.times.noOutage, differs);
 	const std::string& after = expected.after == "either" ? record.owner : expected.after;
 	for (const HostId node : nodes)

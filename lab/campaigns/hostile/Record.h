@@ -22,6 +22,14 @@ struct AgentFigures
 	long residentKib = 0;
 };
 
+/// The process that holds the address, as the kernel shows it; zeros: there is none.
+struct KeeperFigures
+{
+	pid_t pid = 0;
+	long cpuMs = 0; ///< since its start
+	long residentKib = 0;
+};
+
 struct PairSnapshot
 {
 	std::array<std::string, 2> roles;
@@ -63,7 +71,9 @@ struct Record : AttackTally
 	long partner = 0; ///< its partner's
 	long dropped = 0; ///< packets that the target's firewall dropped
 	PairSnapshot before;
+	KeeperFigures keeperBefore; ///< the target's, just before the attack
 	Observation during;
+	KeeperFigures keeperAfter;            ///< when it has been watched
 	PairSnapshot after;                   ///< once nothing changes any more
 	std::string owner;                    ///< then
 	std::vector<std::string> differences; ///< from what is expected; empty: none
@@ -72,12 +82,13 @@ struct Record : AttackTally
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AttackTally, tries, connections, messages, bytes, atOnce, open, received, payload)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(AgentFigures, pid, threads, descriptors, residentKib)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeeperFigures, pid, cpuMs, residentKib)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSnapshot, roles, agents)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Observation, owner, roles, durationMs, outageMs, outageOpen, noAnswerMs, duplicateMs,
                                    moves, ended)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Record, name, mitigation, tries, connections, messages, bytes, atOnce, open,
-                                   received, read, partner, dropped, payload, before, during, after, owner, differences,
-                                   timeline)
+                                   received, read, partner, dropped, payload, before, keeperBefore, during, keeperAfter,
+                                   after, owner, differences, timeline)
 
 /// One line for each with the figures that an attack is judged by, and below it the differences.
 std::string toText(const std::vector<Record>& records);

@@ -1,6 +1,7 @@
 #include "lab/campaigns/hostile/Run.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -41,6 +42,23 @@ void takeLowest(AgentFigures& lowest, pid_t pid)
 	lowest.threads = std::min(lowest.threads, now.threads);
 	lowest.descriptors = std::min(lowest.descriptors, now.descriptors);
 	lowest.residentKib = std::min(lowest.residentKib, now.residentKib);
+}
+
+KeeperFigures keeperOn(Lab& lab, HostId node)
+{
+	const std::vector<Process> guards = lab.node(node).isOn()
+	                                        ? processesNamed(lab.node(node).host().pid(), plan::addressKeeper)
+	                                        : std::vector<Process>();
+	for (const Process& entry : guards.empty() ? guards : processesOf(lab.node(node).host().pid()))
+	{
+		if (entry.parent == guards.front().pid)
+		{
+			// Nanoseconds come first in it.
+			return {entry.pid, std::atol(procText(entry.pid, "schedstat").c_str()) / 1000000,
+			        numberBehind(procText(entry.pid, "status"), "VmRSS").value_or(0)};
+		}
+	}
+	return {};
 }
 
 std::array<std::string, 2> rolesOf(Lab& lab)
@@ -121,6 +139,7 @@ std::unique_ptr<Attacker> watchAttack(Lab& lab, const Plan& plan, Record& record
 {
 	const Outcome& expected = plan.cell.expected(plan.mitigation);
 	const ReceivedCounts receivedBefore = receivedBy(lab, plan.cell.target);
+	record.keeperBefore = keeperOn(lab, plan.cell.target);
 	const Millis from = lab.clock().now();
 	std::unique_ptr<Attacker> attacker = beginAttack(lab, plan);
 	if (!attacker->lasting())
@@ -136,6 +155,7 @@ std::unique_ptr<Attacker> watchAttack(Lab& lab, const Plan& plan, Record& record
 	const Millis quiet = forGood ? plan.times.patience() : plan.times.quiet();
 	const Millis took = lab.clock().now() - from;
 	record.during = observationOf(observe(lab, from, quiet, took + plan.times.patience() + quiet, took));
+	record.keeperAfter = keeperOn(lab, plan.cell.target);
 	record.during.roles = rolesOf(lab);
 	const ReceivedCounts received = receivedBy(lab, plan.cell.target);
 	record.read = received.all - receivedBefore.all;
