@@ -232,7 +232,8 @@ bool AddressHolder::nothingIsLeft()
 	{
 		std::string error;
 		m_ending = std::max(start({}, {"/proc/self/exe", "stop", *left}, RunAs::self, error), 0);
-		m_journal.event("stopping", "what is left of " + *left + " " + error);
+		Journal(*left).event("stopping", "its supervisor was killed, and another host asks for the address" +
+		                                     (error.empty() ? "" : ": " + error));
 	}
 	return left == m_services.end();
 }

@@ -357,8 +357,6 @@ int runAddress(const Settings& /*settings*/)
 
 extern "C"
 {
-	int __wrap_poll(pollfd* files, nfds_t count, int timeout);
-
 	int __wrap_poll(pollfd* files, nfds_t /*count*/, int timeout)
 	{
 		return waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli) ? 1 : 0;

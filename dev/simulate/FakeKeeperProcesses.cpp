@@ -104,15 +104,6 @@ bool endOrphans(const ServiceSettings& service)
 
 extern "C"
 {
-	pid_t __wrap_waitpid(pid_t pid, int* pStatus, int options);
-	int __wrap_kill(pid_t pid, int number);
-	pid_t __wrap_getpgid(pid_t pid);
-	pid_t __wrap_getpid();
-	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned flags);
-	pid_t __wrap_fork();
-	int __wrap_puts(const char* text);
-	int __wrap___printf_chk(int flag, const char* format, const char* text);
-
 	pid_t __wrap_waitpid(pid_t /*pid*/, int* pStatus, int /*options*/)
 	{
 		for (const auto& process : self().processes)

@@ -161,8 +161,8 @@ public:
 	Host clientKnows = hostNone; ///< whose hardware address the client has
 	std::function<void()> observe;
 	std::function<void(const Node&, const std::string& state)> published; ///< by ha-address
-	/// Only while recording. Text of the agent's log, by label and number.
-	std::function<void(const Node&, const char* label, int number, const std::string& text)> logged;
+	/// Only while recording. A line of the agent's log.
+	std::function<void(const Node&, const char* label, int number)> logged;
 	std::function<void(const Node&, const std::string& event)> journal;
 	Scheduler scheduler; ///< behind all that its tasks use
 
