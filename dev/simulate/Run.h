@@ -23,9 +23,9 @@
 ///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
 /// - service-with-address: not on nodes that stand still or are overloaded; a program that is
 ///   slow to end has its time, stop_timeout at most. Where both of the keeper's processes of a
-///   service are killed, 6 s that the agent of a master has had to end it: nobody else does. Plain
-///   settings know no such thing: the program starts before the address is there and
-///   outlives it wherever only the address goes
+///   service are killed, 6 s that the agent of a master has had to end it: on others ha-address does,
+///   when it is asked for the address. Plain settings know no such thing: the program starts before
+///   the address is there and outlives it wherever only the address goes
 /// - served and one-master: since the last change, while everything is well but what is
 ///   "survivable" in Faults.cpp, on one node. Not after a failing command has been run
 /// - defended: within a second after its carrier is back, or the host that stood still goes on, it
