@@ -1,13 +1,12 @@
 #include "keeper/AddressHolder.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 
 #include <linux/capability.h>
 #include <sys/random.h>
+#include <sys/wait.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -44,13 +43,10 @@ std::uint32_t randomNumber()
 	return number;
 }
 
-/// Its supervisor is not there, nor what it ran.
-bool hasEnded(const std::string& service)
+/// It has ended, or was killed: what it ran may be left.
+bool lacksSupervisor(const std::string& service)
 {
-	const Fields state = readState(service);
-	const auto main = static_cast<pid_t>(std::atol(valueOf(state, "main").c_str()));
-	return holderOf(service, Part::guard) == 0 &&
-	       (valueOf(state, "started") != "yes" || (main > 0 && ::kill(main, 0) != 0 && errno == ESRCH));
+	return holderOf(service, Part::guard) == 0 && holderOf(service, Part::worker) == 0;
 }
 
 } // namespace
@@ -74,7 +70,12 @@ AddressHolder::AddressHolder(AddressSettings settings, std::vector<std::string> 
 int AddressHolder::run()
 {
 	keepCapabilities({CAP_NET_ADMIN, CAP_NET_RAW});
-	m_loop.watchSignals([this](int signal) { signal == SIGCHLD ? void() : feed(AddressEvent::stop); });
+	m_loop.watchSignals(
+	    [this](int signal)
+	    {
+		    signal != SIGCHLD ? feed(AddressEvent::stop) : void();
+		    m_ending = m_ending > 0 && ::waitpid(m_ending, nullptr, WNOHANG) == 0 ? m_ending : 0;
+	    });
 	m_loop.watch(m_bell.descriptor(),
 	             [this]
 	             {
@@ -206,8 +207,7 @@ void AddressHolder::readArpSocket()
 
 /// A standby's agent leaves the address where it is when its programs do not all run, and one that
 /// was to be handed over is none that runs. The node that is master then waits for it in vain, and
-/// nobody serves. A service whose supervisor was killed may still run: then the address stays, and
-/// the service is on one node only.
+/// nobody serves. Where this node is master, its agent has given up before.
 void AddressHolder::considerProbe()
 {
 	const Millis moment = now();
@@ -215,16 +215,33 @@ void AddressHolder::considerProbe()
 	{
 		return;
 	}
-	const bool ended = addressIsHidden() || std::ranges::any_of(m_services, hasEnded);
+	const bool ended = addressIsHidden() || std::ranges::any_of(m_services, lacksSupervisor);
 	const bool again = m_askedAt != kNever && moment - m_askedAt < kAskedAgain;
 	m_askedAt = moment;
 	m_uselessAt = !ended || !m_machine.held() ? kNever : (again ? std::min(m_uselessAt, moment) : moment);
-	if (m_uselessAt != kNever && moment - m_uselessAt >= kUseless)
+	if (m_uselessAt != kNever && moment - m_uselessAt >= kUseless && nothingIsLeft())
 	{
 		m_journal.event("yielded",
 		                m_settings.text + ": handed over, or a service has ended here; another host asks for it");
 		feed(AddressEvent::stop);
 	}
+}
+
+/// What a killed supervisor has left is ended first, by "keeper stop": the service runs on one node
+/// only. That has the capabilities which this process has given away.
+bool AddressHolder::nothingIsLeft()
+{
+	const auto left =
+	    std::ranges::find_if(m_services, [](const std::string& service)
+	                         { return lacksSupervisor(service) && valueOf(readState(service), "started") == "yes"; });
+	if (left != m_services.end() && m_ending == 0)
+	{
+		std::string error;
+		m_ending = std::max(start({}, {"/proc/self/exe", "stop", *left}, RunAs::self, error), 0);
+		Journal(*left).event("stopping", "its supervisor was killed, and another host asks for the address" +
+		                                     (error.empty() ? "" : ": " + error));
+	}
+	return left == m_services.end();
 }
 
 void AddressHolder::feed(AddressEvent event, const Mac& from)

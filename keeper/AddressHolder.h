@@ -42,6 +42,7 @@ private:
 	void openArp();
 	void readArpSocket();
 	void considerProbe();
+	bool nothingIsLeft();
 	void feed(AddressEvent event, const Mac& from = {});
 	void perform(const AddressActions& actions);
 	void report(AddressEvent cause, const AddressMachine& before);
@@ -65,6 +66,7 @@ private:
 	bool m_unheard = false;       ///< raised so, and nobody has been asked since
 	Millis m_askedAt = kNever;    ///< when another host probed last
 	Millis m_uselessAt = kNever;  ///< since when others have asked for it in vain while a service has ended here
+	pid_t m_ending = 0;           ///< ends what is left of a service
 	int m_conflicts = 0;
 	long long m_lastConflict = 0; ///< CLOCK_REALTIME in seconds
 	int m_removals = 0;

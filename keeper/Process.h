@@ -22,7 +22,8 @@ enum class RunAs : std::uint8_t
 
 /// Starts a program for a service in a session and a process group of its own, with the
 /// service's directory and environment, ordinary signals, and no descriptors but the
-/// standard ones. It gets SIGTERM when we die.
+/// standard ones. It gets SIGTERM when we die, unless the kernel gives it more capabilities than
+/// we have kept: then, as root, it lives on.
 /// @param output its standard output; -1: ours
 /// @return its process id, or -1 with what failed in `error`
 pid_t start(const ServiceSettings& service, const std::vector<std::string>& command, RunAs runAs, std::string& error,

@@ -24,7 +24,7 @@ lab::Millis timeOf(const World& world)
 
 Chronicle::Chronicle(World& world) : m_world(world)
 {
-	world.logged = [this](const Node& node, const char* label, int number, const std::string& /*text*/)
+	world.logged = [this](const Node& node, const char* label, int number)
 	{
 		inspect::LogLine line;
 		line.label = label;

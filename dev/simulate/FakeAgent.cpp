@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdarg>
-#include <cstdio>
 #include <ctime>
 
 #include <Poco/Exception.h>
@@ -54,7 +53,7 @@ int Configuraion::getInt(const std::string& key)
 	return std::atoi(self().settings.at(key).c_str());
 }
 
-// The log. Texts are made only where somebody reads them.
+// The log: nobody reads its texts.
 
 namespace
 {
@@ -94,31 +93,21 @@ const MODE* reportedBy(const char* label, int number)
 	                                                     : &kSlave;
 }
 
-void note(const char* label, int number, const char* format, std::va_list arguments)
+void note(const char* label, int number)
 {
 	const MODE* role = reportedBy(label, number);
 	self().loggedRole = role != nullptr ? role : self().loggedRole;
-	world().recording ? world().logged(self(), label, number, VelarixLog::varFormat(format, arguments)) : void();
+	world().recording ? world().logged(self(), label, number) : void();
 }
 
 } // namespace
 
 VelarixLog* velarixLog = &g_log;
 
-std::string VelarixLog::varFormat(const char* format, va_list arguments)
-{
-	std::array<char, 512> text{};
-	std::vsnprintf(text.data(), text.size(), format, arguments);
-	return text.data();
-}
-
 #define LEVEL(name)                                                                                                    \
-	void VelarixLog::name(const char* file, int line, const char* format, ...)                                         \
+	void VelarixLog::name(const char* file, int line, const char* /*format*/, ...)                                     \
 	{                                                                                                                  \
-		std::va_list arguments;                                                                                        \
-		va_start(arguments, format);                                                                                   \
-		note(file, line, format, arguments);                                                                           \
-		va_end(arguments);                                                                                             \
+		note(file, line);                                                                                              \
 	}
 LEVEL(debug)
 LEVEL(info)
@@ -269,10 +258,6 @@ int ping(const std::string& address, int count)
 
 extern "C"
 {
-	void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long milliseconds);
-	void __wrap__ZN4Poco6Thread5startERNS_8RunnableE(Poco::Thread* pThread, Poco::Runnable& target);
-	std::time_t __wrap_time(std::time_t* pResult);
-
 	void __wrap__ZN4Poco10ThreadImpl9sleepImplEl(long milliseconds)
 	{
 		// A wait may be late, on an overloaded node much.

@@ -170,7 +170,9 @@ ArpSocket::ArpSocket(int /*interface*/, std::uint32_t address, const Mac& own)
 
 void ArpSocket::send(const ArpFrame& frame) const
 {
-	world().arp(self().id, static_cast<ArpKind>(frame.front()));
+	const auto kind = static_cast<ArpKind>(frame.front());
+	self().probesSinceAsked += kind == ArpKind::foreignProbe ? 1 : 0;
+	world().arp(self().id, kind);
 }
 
 bool ArpSocket::receive(int limit, const std::function<void(const ArpPacket&)>& handler) const
@@ -183,6 +185,7 @@ bool ArpSocket::receive(int limit, const std::function<void(const ArpPacket&)>& 
 		}
 		const ArpPacket packet = self().arp.front();
 		self().arp.pop_front();
+		self().probesSinceAsked = packet.kind == ArpKind::foreignProbe ? 0 : self().probesSinceAsked;
 		handler(packet);
 	}
 	return true;
@@ -279,6 +282,7 @@ bool LivingProcess::waitForEnd(Millis limit) const
 void writeState(const std::string& program, const Fields& fields)
 {
 	self().states[program] = fields;
+	program == kAddressProgram&& world().published ? world().published(self(), valueOf(fields, "state")) : void();
 	world().stateChanged(self());
 }
 
@@ -353,8 +357,6 @@ int runAddress(const Settings& /*settings*/)
 
 extern "C"
 {
-	int __wrap_poll(pollfd* files, nfds_t count, int timeout);
-
 	int __wrap_poll(pollfd* files, nfds_t /*count*/, int timeout)
 	{
 		return waitUntil([files] { return readable(files->fd); }, world().now() + timeout * kMilli) ? 1 : 0;

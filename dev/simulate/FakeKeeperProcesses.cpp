@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "dev/simulate/Programs.h"
+#include "keeper/Commands.h"
 #include "keeper/Process.h"
 #include "keeper/Settings.h"
 
@@ -42,13 +43,24 @@ pid_t start(const ServiceSettings& service, const std::vector<std::string>& comm
 		world().startProgram(self(), &selfProcess());
 		return self().lastPid;
 	}
+	sim::Process& child = world().start(self(), command.front(), &selfProcess());
+	if (command.size() > 1) // keeper stop PROGRAM
+	{
+		world().runTask(child,
+		                [&child, program = command.back()]
+		                {
+			                world().sleepFor(world().effort(self(), 2 * kMilli));
+			                commands::stop(self().keeperSettings, program);
+			                world().end(child, 0);
+		                });
+		return child.pid;
+	}
 	// A check asks the address, where it is, for a page.
-	sim::Process& check = world().start(self(), command.front(), &selfProcess());
 	const sim::Process* program = world().find(self(), sim::kService);
 	const bool hangs = program != nullptr && program->stopped;
 	const int status = self().address && program != nullptr ? 0 : 1 << 8U;
-	hangs ? void() : world().endIn(world().effort(self(), 5 * kMilli), check, status);
-	return check.pid;
+	hangs ? void() : world().endIn(world().effort(self(), 5 * kMilli), child, status);
+	return child.pid;
 }
 
 std::string howEnded(int status)
@@ -78,12 +90,13 @@ void signalAll(const std::vector<pid_t>& processes, int number)
 	}
 }
 
-bool endOrphans(const ServiceSettings& /*service*/)
+bool endOrphans(const ServiceSettings& service)
 {
 	for (const auto& process : self().processes)
 	{
 		process->alive && process->name == sim::kService ? world().end(*process, SIGKILL) : void();
 	}
+	removeState(service.program);
 	return true;
 }
 
@@ -91,15 +104,6 @@ bool endOrphans(const ServiceSettings& /*service*/)
 
 extern "C"
 {
-	pid_t __wrap_waitpid(pid_t pid, int* pStatus, int options);
-	int __wrap_kill(pid_t pid, int number);
-	pid_t __wrap_getpgid(pid_t pid);
-	pid_t __wrap_getpid();
-	ssize_t __wrap_getrandom(void* buffer, std::size_t size, unsigned flags);
-	pid_t __wrap_fork();
-	int __wrap_puts(const char* text);
-	int __wrap___printf_chk(int flag, const char* format, const char* text);
-
 	pid_t __wrap_waitpid(pid_t /*pid*/, int* pStatus, int /*options*/)
 	{
 		for (const auto& process : self().processes)
@@ -107,7 +111,7 @@ extern "C"
 			if (!process->alive && !process->reaped && process->parent == &selfProcess())
 			{
 				process->reaped = true;
-				*pStatus = process->status;
+				pStatus != nullptr ? void(*pStatus = process->status) : void();
 				return process->pid;
 			}
 		}

@@ -30,16 +30,9 @@ constexpr int kStatusFile = 1'000'000'000;
 
 extern "C"
 {
-	DIR* __wrap_opendir(const char* path);
-	dirent* __wrap_readdir64(DIR* pDirectory);
-	int __wrap_closedir(DIR* pDirectory);
 	int __real_open64(const char* path, int flags, ...);
-	int __wrap_open64(const char* path, int flags, int mode);
 	int __real_close(int file);
-	int __wrap_close(int file);
 	ssize_t __real_read(int file, void* buffer, std::size_t size);
-	ssize_t __wrap_read(int file, void* buffer, std::size_t size);
-	ssize_t __wrap___read_chk(int file, void* buffer, std::size_t size, std::size_t room);
 
 	DIR* __wrap_opendir(const char* /*path*/)
 	{

@@ -81,19 +81,6 @@ extern "C"
 	/// keeper::readKey and std::filesystem::last_write_time
 	std::optional<velarix::keeper::Key>
 	__wrap__ZN7velarix6keeper7readKeyERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEERS6_(const std::string&,
-	                                                                                             std::string&);
-	std::filesystem::file_time_type
-	__wrap__ZNSt10filesystem15last_write_timeERKNS_7__cxx114pathERSt10error_code(const std::filesystem::path&,
-	                                                                             std::error_code&);
-	int __wrap_socket(int domain, int type, int protocol);
-	int __wrap_setsockopt(int file, int level, int name, const void* value, socklen_t size);
-	int __wrap_bind(int file, const sockaddr* pPlace, socklen_t size);
-	int __wrap_connect(int file, const sockaddr* pPlace, socklen_t size);
-	ssize_t __wrap_send(int file, const void* data, std::size_t size, int flags);
-	ssize_t __wrap_recv(int file, void* buffer, std::size_t size, int flags);
-
-	std::optional<velarix::keeper::Key>
-	__wrap__ZN7velarix6keeper7readKeyERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEERS6_(const std::string&,
 	                                                                                             std::string&)
 	{
 		return velarix::keeper::Key{7};

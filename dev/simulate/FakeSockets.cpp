@@ -160,9 +160,6 @@ static_assert(sizeof(SimulatedServer) == sizeof(Poco::Net::ServerSocket));
 
 extern "C"
 {
-	void __wrap__ZN4Poco3Net12StreamSocketC1Ev(void* place);
-	void __wrap__ZN4Poco3Net12ServerSocketC1Ev(void* place);
-
 	void __wrap__ZN4Poco3Net12StreamSocketC1Ev(void* place)
 	{
 		new (place) velarix::simulate::SimulatedStream;

@@ -20,6 +20,10 @@ constexpr Micros kAgentLooks = 6 * kSecond;
 constexpr Micros kLeft = 3 * kSecond;
 /// From a change of the role to the line that reports it.
 constexpr Micros kUnreported = 5 * kSecond;
+/// Two of the three probes that precede an address: the first may be one of a node that waits.
+constexpr int kQuietProbes = 2;
+/// Three probes, their answers on a slow network, and the holder's wait for them.
+constexpr Micros kRecheck = kSecond;
 /// A schedule has some twenty thousand.
 constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
@@ -33,12 +37,17 @@ public:
 	      m_killsService(hasFault("keeper-kill-service"))
 	{
 		world.observe = [this] { look(); };
+		world.published = [this](const Node& node, const std::string& state) { judgeHolder(node, state); };
 	}
 
 	/// A fault or a repair has just happened.
 	void changed(std::size_t fault, bool stands)
 	{
 		const bool rested = m_wellAt != kNoTime && m_world.now() - m_changedAt > generalBound();
+		const std::string_view name = m_schedule.at(fault).kind->name;
+		const bool rechecks = !stands && (name == "host-freeze" || name == "service-interface");
+		m_recheckAt.at(m_schedule.at(fault).node) =
+		    rechecks ? m_world.now() : m_recheckAt.at(m_schedule.at(fault).node);
 		m_standing.at(fault) = stands;
 		const bool alone = rested && std::ranges::count(m_standing, true) == (stands ? 1 : 0);
 		const Micros ownBound = m_schedule.at(fault).kind->bound(m_world.profile);
@@ -96,6 +105,17 @@ private:
 			blame("threads", node.threadEnded, "a worker or the agent has ended");
 		}
 		lookWhetherServed();
+	}
+
+	/// Called with each state that ha-address publishes.
+	void judgeHolder(const Node& node, const std::string& state)
+	{
+		const bool entered = std::exchange(m_holderStates.at(node.id), state) != state;
+		blame("asks-first", entered && state == "announcing" && node.probesSinceAsked < kQuietProbes,
+		      "a node raises the address for which the other one asks");
+		const bool asked = m_recheckAt.at(node.id) != kNoTime && m_world.now() - m_recheckAt.at(node.id) < kRecheck;
+		blame("defended", entered && state == "yielded" && node.keeperSettings.address.defend && !asked,
+		      "the configured master yields");
 	}
 
 	void lookWhetherServed()
@@ -241,7 +261,9 @@ private:
 	std::array<Since, 2> m_orphaned;
 	std::array<Since, 2> m_left;
 	std::array<Since, 2> m_unreported;
-	Host m_undisturbed = hostNone; ///< who has to go on serving as if nothing stood
+	std::array<std::string, 2> m_holderStates;
+	std::array<Micros, 2> m_recheckAt{kNoTime, kNoTime}; ///< the carrier is back, or the host goes on
+	Host m_undisturbed = hostNone;                       ///< who has to go on serving as if nothing stood
 	Micros m_changedAt = 0;
 	Micros m_bound = generalBound();
 	Micros m_wellAt = kNoTime;
@@ -293,6 +315,7 @@ Outcome run(const Schedule& schedule, Profile profile, std::uint64_t seed, bool 
 	plan(world, judge, chronicle ? &*chronicle : nullptr, schedule);
 	world.scheduler.run(kScheduleLength);
 	world.observe = nullptr;
+	world.published = nullptr;
 	world.recording = false;
 	return {judge.violation, chronicle ? chronicle->text() : "", judge.settled, judge.leftAddress};
 }

@@ -7,6 +7,8 @@
 /// | served | one owner, and the client has an answer from it, after | 16 s | 30 s |
 /// | one-master | the owner is master and the other node is not, after | 16 s | 30 s |
 /// | undisturbed | owner, answers and roles stay while nothing but a "standing" fault stands | always | always |
+/// | asks-first | whoever raises the address has sent two probes since it received one of the other node | always | - |
+/// | defended | the configured master keeps the address it holds whoever claims it | always | - |
 /// | log | the role that an agent's log tells is another one than it has for this long at most | 5 s | 5 s |
 /// | at-rest | nothing runs without a pause | always | always |
 /// | threads | no worker ends, no agent ends itself | always | always |
@@ -21,11 +23,13 @@
 ///   while "served" is judged; nothing ends a split-brain of plain settings but a heartbeat
 /// - service-with-address: not on nodes that stand still or are overloaded; a program that is
 ///   slow to end has its time, stop_timeout at most. Where both of the keeper's processes of a
-///   service are killed, 6 s that the agent of a master has had to end it: nobody else does. Plain
-///   settings know no such thing: the program starts before the address is there and
-///   outlives it wherever only the address goes
+///   service are killed, 6 s that the agent of a master has had to end it: on others ha-address does,
+///   when it is asked for the address. Plain settings know no such thing: the program starts before
+///   the address is there and outlives it wherever only the address goes
 /// - served and one-master: since the last change, while everything is well but what is
 ///   "survivable" in Faults.cpp, on one node. Not after a failing command has been run
+/// - defended: within a second after its carrier is back, or the host that stood still goes on, it
+///   asks the network first, and yields to whoever answers
 /// - undisturbed: not the roles where the fault is "owned": the nodes do not hear each other
 /// - log: not on overloaded nodes; the agent logs a reset of its role after the commands of it, and
 ///   they wait for a service that is slow to end

@@ -128,6 +128,7 @@ struct Node
 
 	// The keeper's.
 	std::deque<keeper::ArpPacket> arp;
+	int probesSinceAsked = 0;                       ///< its own since it has read another's
 	bool reachAddress = false;                      ///< on lo
 	std::array<Micros, 2> echoAt{kNoTime, kNoTime}; ///< when the answer of each network's gateway comes
 	std::deque<std::string> datagrams;
@@ -159,8 +160,9 @@ public:
 	Micros stopTime = 0;         ///< from SIGTERM to the end of a managed program
 	Host clientKnows = hostNone; ///< whose hardware address the client has
 	std::function<void()> observe;
-	/// Only while recording. Text of the agent's log, by label and number.
-	std::function<void(const Node&, const char* label, int number, const std::string& text)> logged;
+	std::function<void(const Node&, const std::string& state)> published; ///< by ha-address
+	/// Only while recording. A line of the agent's log.
+	std::function<void(const Node&, const char* label, int number)> logged;
 	std::function<void(const Node&, const std::string& event)> journal;
 	Scheduler scheduler; ///< behind all that its tasks use
 

@@ -267,21 +267,21 @@ TEST_F(AddressTest, OneThatWasToBeHandedOverGivesWayToo)
 	givesWay();
 }
 
-TEST_F(AddressTest, OneWhoseServiceWasKilledWithItsSupervisorGivesWayToo)
+TEST_F(AddressTest, OneWhoseSupervisorWasKilledEndsWhatIsLeftOfTheServiceAndGivesWay)
 {
 	m_a.configure(true, "[service web]\ncommand = /bin/sleep 1000\n");
 	hold(m_a);
 	m_a.startProgram("ha-web");
 	ASSERT_TRUE(happens([&] { return m_a.state("ha-web") == "running"; }, "service"));
-	const std::vector<pid_t> service = m_a.processes("sleep");
-	ASSERT_EQ(service.size(), 1U);
 	const pid_t guard = m_a.processes("ha-web").front();
-	const pid_t worker = std::stoi(m_a.state("ha-web", "pid"));
-	for (const pid_t pid : {guard, worker, service.front()})
-	{
-		::kill(pid, SIGKILL);
-	}
+	// Neither may see the other one's end.
+	::kill(guard, SIGSTOP);
+	::kill(std::stoi(m_a.state("ha-web", "pid")), SIGKILL);
+	::kill(guard, SIGKILL);
+	ASSERT_TRUE(happens([&] { return m_a.processes("ha-web").empty(); }, "end of the supervisor"));
+	EXPECT_EQ(m_a.processes("sleep").size(), 1U);
 	givesWay();
+	EXPECT_TRUE(m_a.processes("sleep").empty());
 }
 
 TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)
