@@ -28,7 +28,7 @@ if(VELARIX_FUZZ)
   target_link_options(velarix_compile INTERFACE -fsanitize=address,undefined)
 endif()
 
-# Hardening of what is installed; tests/daemon/sandbox/BinaryTest.cpp looks for each of
+# Hardening of what is installed; tests/daemon/sandbox/BinaryTest.cpp and tests/package look for each of
 # these in the built programs. The C library's checked functions need an optimising
 # build, and the sanitizers bring their own.
 add_library(velarix_hardened INTERFACE)

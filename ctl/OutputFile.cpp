@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
-#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "inspect/Descriptor.h"
 #include "inspect/ExitCode.h"
 
 namespace velarix::ctl
@@ -20,99 +20,72 @@ using namespace inspect;
 namespace
 {
 
-/// A file under a name of its own, gone again unless it was renamed.
-class Draft
+/// For all to read, as a file made in the usual way.
+bool openToReaders(int file)
 {
-public:
-	explicit Draft(const std::filesystem::path& target)
-	    : m_target(target), m_name(target.string() + ".XXXXXX"), m_descriptor(::mkostemp(m_name.data(), O_CLOEXEC))
-	{
-		demand(m_descriptor >= 0);
-	}
+	const mode_t mask = ::umask(0);
+	::umask(mask);
+	return ::fchmod(file, 0666U & ~mask) == 0;
+}
 
-	~Draft()
+/// A draft is made for its owner alone, and stays so without a former file.
+bool takeRights(int file, const std::filesystem::path& former)
+{
+	struct stat rights
 	{
-		if (m_descriptor >= 0)
+	};
+	// The owner first: changing it clears bits of the mode.
+	return ::stat(former.c_str(), &rights) != 0 ||
+	       (::fchown(file, rights.st_uid, rights.st_gid) == 0 && ::fchmod(file, rights.st_mode & 07777U) == 0);
+}
+
+bool writeAll(int file, std::string_view text)
+{
+	while (!text.empty())
+	{
+		const ssize_t written = ::write(file, text.data(), text.size());
+		if (written <= 0 && errno != EINTR)
 		{
-			::close(m_descriptor);
-			::unlink(m_name.c_str());
+			return false;
 		}
+		text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
 	}
-	Draft(const Draft&) = delete;
-	Draft& operator=(const Draft&) = delete;
+	return ::fsync(file) == 0;
+}
 
-	/// For all to read, as a file made in the usual way.
-	void openToReaders() const
+void replace(const std::filesystem::path& path, const std::string& text, bool own)
+{
+	std::string name = path.string() + ".XXXXXX";
+	const Descriptor draft(::mkostemp(name.data(), O_CLOEXEC));
+	if (draft && (own ? takeRights(draft.get(), path) : openToReaders(draft.get())) && writeAll(draft.get(), text) &&
+	    std::rename(name.c_str(), path.c_str()) == 0)
 	{
-		const mode_t mask = ::umask(0);
-		::umask(mask);
-		demand(::fchmod(m_descriptor, 0666U & ~mask) == 0);
+		return;
 	}
-
-	/// The draft is made for its owner alone, and stays so without a former file.
-	void takeRightsOfTarget() const
+	const std::error_code error(errno, std::generic_category());
+	if (draft)
 	{
-		struct stat former
-		{
-		};
-		if (::stat(m_target.c_str(), &former) == 0)
-		{
-			// The owner first: changing it clears bits of the mode.
-			demand(::fchown(m_descriptor, former.st_uid, former.st_gid) == 0);
-			demand(::fchmod(m_descriptor, former.st_mode & 07777U) == 0);
-		}
+		::unlink(name.c_str());
 	}
-
-	void write(std::string_view text)
-	{
-		while (!text.empty())
-		{
-			const ssize_t written = ::write(m_descriptor, text.data(), text.size());
-			demand(written > 0 || errno == EINTR);
-			text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-		}
-		demand(::fsync(m_descriptor) == 0);
-	}
-
-	void becomeTarget()
-	{
-		demand(std::rename(m_name.c_str(), m_target.c_str()) == 0);
-		::close(m_descriptor);
-		m_descriptor = -1;
-	}
-
-private:
-	std::filesystem::path m_target;
-	std::string m_name;
-	int m_descriptor;
-
-	void demand(bool done) const
-	{
-		if (!done)
-		{
-			const int error = errno;
-			throw Failure(error == EACCES || error == EPERM ? ExitCode::noPermission : ExitCode::cannotWrite,
-			              "cannot write " + m_target.string() + ": " + std::generic_category().message(error));
-		}
-	}
-};
+	failOutput("cannot write " + path.string(), error);
+}
 
 } // namespace
 
+void failOutput(const std::string& what, const std::error_code& error)
+{
+	const bool rights = error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
+	throw Failure(rights ? ExitCode::noPermission : ExitCode::cannotWrite, what + ": " + error.message());
+}
+
 void replaceFile(const std::filesystem::path& path, const std::string& text)
 {
-	Draft draft(path);
-	draft.openToReaders();
-	draft.write(text);
-	draft.becomeTarget();
+	replace(path, text, false);
 }
 
 void replaceOwnFile(const std::filesystem::path& path, const std::string& text)
 {
-	Draft draft(path);
-	draft.takeRightsOfTarget();
-	draft.write(text);
-	draft.becomeTarget();
+	replace(path, text, true);
 }
 
 } // namespace velarix::ctl

@@ -70,26 +70,19 @@ std::string virtualIPFault(const std::string& text)
 	           : "";
 }
 
-/// @return the next line, trimmed
-std::string ask(std::istream& in, std::ostream& out, const std::string& prompt)
-{
-	out << prompt << ": " << std::flush;
-	std::string line;
-	if (!std::getline(in, line))
-	{
-		out << '\n';
-		throw Failure(ExitCode::usage, "the input ended before everything was answered; nothing was written");
-	}
-	return Poco::trim(line);
-}
-
-/// Asks until the answer has no fault.
+/// Asks until the answer, a line without blanks around it, has no fault.
 std::string askUntil(std::istream& in, std::ostream& out, const std::string& prompt,
                      const std::function<std::string(const std::string&)>& faultOf)
 {
-	for (;;)
+	for (std::string answer;;)
 	{
-		std::string answer = ask(in, out, prompt);
+		out << prompt << ": " << std::flush;
+		if (!std::getline(in, answer))
+		{
+			out << '\n';
+			throw Failure(ExitCode::usage, "the input ended before everything was answered; nothing was written");
+		}
+		Poco::trimInPlace(answer);
 		const std::string fault = faultOf(answer);
 		if (fault.empty())
 		{

@@ -78,6 +78,8 @@ struct Answers
 		const std::string& inTunnel = node == NodeName::a ? tunnelA : tunnelB;
 		return wireguard ? inTunnel : wireAddress(node);
 	}
+	/// @return the virtual address without its prefix
+	std::string bareVirtualIP() const { return virtualIP.substr(0, virtualIP.find('/')); }
 	/// @return the node's address on eth1
 	const std::string& wireAddress(NodeName node) const { return node == NodeName::a ? addressA : addressB; }
 };

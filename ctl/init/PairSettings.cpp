@@ -5,6 +5,8 @@
 #include <sstream>
 #include <string_view>
 
+#include <Poco/String.h>
+
 #include "ctl/Keeper.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -38,11 +40,6 @@ std::string comment(const std::string& text)
 	return result + line + "\n";
 }
 
-std::string bareAddress(const Answers& answers)
-{
-	return answers.virtualIP.substr(0, answers.virtualIP.find('/'));
-}
-
 std::string dropCommand(const Answers& answers)
 {
 	return "ip addr del " + answers.virtualIP + " dev eth0 >/dev/null 2>&1";
@@ -52,7 +49,7 @@ std::string dropCommand(const Answers& answers)
 /// as it is held, in the background and without an open output.
 std::string raiseCommand(const Answers& answers)
 {
-	const std::string address = bareAddress(answers);
+	const std::string address = answers.bareVirtualIP();
 	return "(ip addr add " + answers.virtualIP +
 	       " dev eth0 label eth0:ha; (while ip -4 -o addr show dev eth0 | grep -q " + address +
 	       "/; do arping -q -A -c 1 -w 1 -I eth0 " + address + "; sleep 4; done) &) >/dev/null 2>&1";
@@ -75,17 +72,20 @@ std::vector<std::string> programsOf(const Answers& answers)
 	return programs;
 }
 
-Values commonValues(const Answers& answers)
+Values valuesOf(const Answers& answers, NodeName node)
 {
 	const std::string port = std::to_string(answers.port);
 	const bool plain = answers.services.empty();
 	return {
+	    {key::kMode, node == answers.master ? "1" : "2"},
+	    {key::kThisServerIP, answers.heartbeatAddress(node)},
+	    {key::kPartnerIP, answers.heartbeatAddress(otherOf(node))},
 	    {key::kReceivePort, port},
 	    {key::kPartnerPort, port},
 	    {key::kInterval, std::to_string(answers.interval)},
 	    {key::kReceivingTime, std::to_string(answers.receivingTime)},
 	    {key::kGatewayIP, answers.gateway},
-	    {key::kVirtualIP, bareAddress(answers)},
+	    {key::kVirtualIP, answers.bareVirtualIP()},
 	    {key::kStartCommand, plain ? raiseCommand(answers) : keeperCommand("raise")},
 	    {key::kStopCommand, plain ? dropCommand(answers) : keeperCommand("drop")},
 	    {key::kWaitingTime, std::to_string(answers.waitingTime)},
@@ -95,15 +95,6 @@ Values commonValues(const Answers& answers)
 	    {key::kLogPath, answers.log},
 	    {key::kPurgeAge, answers.purgeAge},
 	};
-}
-
-Values valuesOf(const Answers& answers, NodeName node)
-{
-	Values values = commonValues(answers);
-	values[key::kMode] = node == answers.master ? "1" : "2";
-	values[key::kThisServerIP] = answers.heartbeatAddress(node);
-	values[key::kPartnerIP] = answers.heartbeatAddress(otherOf(node));
-	return values;
 }
 
 std::string bareName(std::string_view key)
@@ -150,15 +141,11 @@ std::string furtherKeys()
 std::string reachText(const Answers& answers, NodeName node)
 {
 	const NodeName other = otherOf(node);
-	std::string targets;
-	for (const std::string& target : answers.targets)
-	{
-		targets += (targets.empty() ? "" : " ") + target;
-	}
 	return "\n[reachability]\n" +
 	       comment("on lo while enough targets answer; the partner, whose file has own and partner exchanged, is asked "
 	               "with the key beside this file") +
-	       line("address", answers.gateway) + line("targets", targets) +
+	       line("address", answers.gateway) +
+	       line("targets", Poco::cat(std::string(" "), answers.targets.begin(), answers.targets.end())) +
 	       line("needed", std::to_string(answers.needed)) + line("own", answers.heartbeatAddress(node)) +
 	       line("partner", answers.heartbeatAddress(other)) + line("port", std::to_string(answers.port));
 }

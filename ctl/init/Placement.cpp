@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <iomanip>
-#include <sstream>
 #include <system_error>
+
+#include <Poco/DateTimeFormatter.h>
+#include <Poco/Timestamp.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,35 +32,20 @@ bool isThere(const fs::path& path)
 	return fs::exists(fs::symlink_status(path, error));
 }
 
-[[noreturn]] void fail(const std::string& what, const std::error_code& error)
-{
-	throw Failure(error == std::errc::permission_denied ? ExitCode::noPermission : ExitCode::cannotWrite,
-	              what + ": " + error.message());
-}
-
 /// @return whether the file is there with that very text
 bool holds(const NewFile& file)
 {
 	return fs::is_regular_file(fs::symlink_status(file.path)) && readInputFile(file.path) == file.text;
 }
 
-fs::path copyName(const fs::path& path, std::chrono::system_clock::time_point now)
-{
-	const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-	std::tm utc{};
-	::gmtime_r(&seconds, &utc);
-	std::ostringstream name;
-	name << path.string() << '.' << std::put_time(&utc, "%Y%m%dT%H%M%SZ");
-	return name.str();
-}
-
 void keepCopy(const fs::path& path, std::chrono::system_clock::time_point now, std::ostream& out)
 {
-	const fs::path copy = copyName(path, now);
+	const auto stamp = Poco::Timestamp::fromEpochTime(std::chrono::system_clock::to_time_t(now));
+	const fs::path copy = path.string() + Poco::DateTimeFormatter::format(stamp, ".%Y%m%dT%H%M%SZ");
 	std::error_code error;
 	if (!fs::copy_file(path, copy, fs::copy_options::none, error))
 	{
-		fail("cannot copy " + path.string() + " to " + copy.string(), error);
+		failOutput("cannot copy " + path.string() + " to " + copy.string(), error);
 	}
 	struct stat former
 	{
@@ -67,7 +53,7 @@ void keepCopy(const fs::path& path, std::chrono::system_clock::time_point now, s
 	// The mode came with the content; another user's file stays his.
 	if (::stat(path.c_str(), &former) != 0 || ::chown(copy.c_str(), former.st_uid, former.st_gid) != 0)
 	{
-		fail("cannot set the owner of " + copy.string(), std::error_code(errno, std::generic_category()));
+		failOutput("cannot set the owner of " + copy.string(), std::error_code(errno, std::generic_category()));
 	}
 	out << "copy: " << printable(copy.string()) << '\n';
 }

@@ -19,12 +19,7 @@ namespace
 constexpr mode_t kExecutable = S_IXUSR | S_IXGRP | S_IXOTH;
 constexpr mode_t kOpen = S_IWGRP | S_IWOTH;
 
-bool isName(const std::string& name)
-{
-	const auto fits = [](char c)
-	{ return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_'; };
-	return std::ranges::all_of(name, fits);
-}
+constexpr char kLetters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
 /// @return who else than root may change the file or put another one in its place
 std::string distrust(const fs::path& file)
@@ -56,7 +51,8 @@ std::vector<Notifier> notifiersIn(const fs::path& directory)
 		const std::string name = entry.path().filename();
 		const fs::path target = fs::canonical(entry.path(), error);
 		const host::FileFacts facts = host::fileFacts(entry.path());
-		if (isName(name) && !error && facts.kind == host::FileKind::regular && (facts.mode & kExecutable) != 0)
+		if (name.find_first_not_of(kLetters) == name.npos && !error && facts.kind == host::FileKind::regular &&
+		    (facts.mode & kExecutable) != 0)
 		{
 			const std::string place = distrust(fs::canonical(directory, error));
 			all.push_back({name, entry.path(), place.empty() ? distrust(target) : place});

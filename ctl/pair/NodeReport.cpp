@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <string_view>
 
 #include <Poco/DigestEngine.h>
 #include <Poco/SHA1Engine.h>
+#include <Poco/String.h>
 
 #include "ctl/history/EventStream.h"
 #include "ctl/render/EventReport.h"
@@ -44,8 +44,7 @@ void addSettings(Json& json, const SettingsFile& file, const std::string& prefix
 {
 	for (const SettingLine& line : file.lines())
 	{
-		std::string name = line.key;
-		std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+		const std::string name = Poco::toUpper(line.key);
 		const bool own = std::ranges::any_of(kOwn, [&](std::string_view one) { return sameKey(one, name); });
 		if (!own && !name.ends_with(kOwnEnding))
 		{

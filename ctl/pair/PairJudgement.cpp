@@ -1,8 +1,9 @@
-#include "ctl/pair/PairJudgement.h"
+#include "ctl/pair/PairReport.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <map>
 #include <string_view>
 
 #include "inspect/TimeText.h"
@@ -25,50 +26,44 @@ constexpr std::int64_t kLastTime = 253'402'300'799'000;
 constexpr char kPair[] = "pair";
 constexpr char kHeld[] = "/virtual_ip/value/held";
 
-struct Cure
-{
-	std::string_view id;
-	const char* text;
-};
-
 /// Of a node's own problems, where their texts do not say what to do.
-constexpr std::array kCures{
-    Cure{"agent-dead", "velarixctl events tells how it ended; systemctl restart velarix-ha (a start on a master "
-                       "interrupts the service)"},
-    Cure{"agent-not-running", "systemctl start velarix-ha"},
-    Cure{"agent-frozen", "find who stopped it; kill -CONT its process, or velarixctl maintenance off"},
-    Cure{"maintenance-forgotten", "velarixctl maintenance off --pair"},
-    Cure{"thread-lost", "make room on the disk of the log, then restart the agent"},
-    Cure{"log-disk", "make room on the disk of the log"},
-    Cure{"gateway", "look for the gateway, the cable and the switch port of this node"},
-    Cure{"service-interface", "look for the cable, the switch port and the driver of the interface"},
-    Cure{"communication-interface", "look for the cable, the switch port and the driver of the interface"},
-    Cure{"partner-silent", "look at the partner: does it run, does its network, does a firewall drop the port"},
-    Cure{"partner-mute", "start or restart the agent of the partner"},
-    Cure{"partner-refuses", "look at the partner's agent and firewall; velarixctl check there"},
-    Cure{"settings-newer", "restart the agent of the standby, switch over, restart the other"},
-    Cure{"start-fails", "run velarixctl check on that node: it tries the start command"},
-    Cure{"programs-missing", "velarixctl events, and the service's own log"},
-    Cure{"service-failed", "repair the service: its own log tells why it dies"},
-    Cure{"flapping", "velarixctl events on both nodes: the causes of the last changes"},
-    Cure{"duplicate-address", "repair the network between the nodes"},
-    Cure{"address-taken", "find the host that has the address, by the hardware address"},
-    Cure{"address-conflict", "find the other host by its hardware address, in the switch (docs/split-brain.md)"},
-    Cure{"log-stale", "look at the disk of the log, and with ps axf for a command that hangs; restart the agent"},
-    Cure{"receiver-stuck", "look with ps axf for the command that hangs; restart the agent"},
-    Cure{"address-missing", "run the start command by hand, as root; velarixctl check tries it"},
-    Cure{"address-on-slave", "take it off there with ip addr del; then fix the stop and kill commands"},
-    Cure{"programs-on-slave", "end them"},
-    Cure{"two-masters", "repair the network between the nodes (docs/split-brain.md); MODE = 1 on one node alone"},
-    Cure{"no-master", "wait ten seconds; if it lasts, velarixctl check --partner FILE: MODE = 1 on one node"},
-    Cure{"partner-asks", "velarixctl events on the partner tells why it gave up"},
-    Cure{"asks", "velarixctl events on this node tells why it gave up"},
-    Cure{"service-unwell", "velarixctl events; run its command and its check by hand"},
-    Cure{"reach-isolated", "ping the targets from this node: look for its cables and switch ports"},
-    Cure{"reach-partner-only", "ping the targets from this node: look for its cables and switch ports"},
-    Cure{"reach-shared-outage", "look for what both nodes share on the way to the targets: a switch, a router"},
-    Cure{"target-lost", "ping it from this node; if it is gone for good, take another target (keeper.ini)"},
-    Cure{"program-file", "install it as on the partner, or correct the settings"},
+const std::map<std::string_view, const char*> kCures{
+    {"agent-dead", "velarixctl events tells how it ended; systemctl restart velarix-ha (a start on a master "
+                   "interrupts the service)"},
+    {"agent-not-running", "systemctl start velarix-ha"},
+    {"agent-frozen", "find who stopped it; kill -CONT its process, or velarixctl maintenance off"},
+    {"maintenance-forgotten", "velarixctl maintenance off --pair"},
+    {"thread-lost", "make room on the disk of the log, then restart the agent"},
+    {"log-disk", "make room on the disk of the log"},
+    {"gateway", "look for the gateway, the cable and the switch port of this node"},
+    {"service-interface", "look for the cable, the switch port and the driver of the interface"},
+    {"communication-interface", "look for the cable, the switch port and the driver of the interface"},
+    {"partner-silent", "look at the partner: does it run, does its network, does a firewall drop the port"},
+    {"partner-mute", "start or restart the agent of the partner"},
+    {"partner-refuses", "look at the partner's agent and firewall; velarixctl check there"},
+    {"settings-newer", "restart the agent of the standby, switch over, restart the other"},
+    {"start-fails", "run velarixctl check on that node: it tries the start command"},
+    {"programs-missing", "velarixctl events, and the service's own log"},
+    {"service-failed", "repair the service: its own log tells why it dies"},
+    {"flapping", "velarixctl events on both nodes: the causes of the last changes"},
+    {"duplicate-address", "repair the network between the nodes"},
+    {"address-taken", "find the host that has the address, by the hardware address"},
+    {"address-conflict", "find the other host by its hardware address, in the switch (docs/split-brain.md)"},
+    {"log-stale", "look at the disk of the log, and with ps axf for a command that hangs; restart the agent"},
+    {"receiver-stuck", "look with ps axf for the command that hangs; restart the agent"},
+    {"address-missing", "run the start command by hand, as root; velarixctl check tries it"},
+    {"address-on-slave", "take it off there with ip addr del; then fix the stop and kill commands"},
+    {"programs-on-slave", "end them"},
+    {"two-masters", "repair the network between the nodes (docs/split-brain.md); MODE = 1 on one node alone"},
+    {"no-master", "wait ten seconds; if it lasts, velarixctl check --partner FILE: MODE = 1 on one node"},
+    {"partner-asks", "velarixctl events on the partner tells why it gave up"},
+    {"asks", "velarixctl events on this node tells why it gave up"},
+    {"service-unwell", "velarixctl events; run its command and its check by hand"},
+    {"reach-isolated", "ping the targets from this node: look for its cables and switch ports"},
+    {"reach-partner-only", "ping the targets from this node: look for its cables and switch ports"},
+    {"reach-shared-outage", "look for what both nodes share on the way to the targets: a switch, a router"},
+    {"target-lost", "ping it from this node; if it is gone for good, take another target (keeper.ini)"},
+    {"program-file", "install it as on the partner, or correct the settings"},
 };
 
 class Judge
@@ -265,12 +260,12 @@ private:
 		{
 			const std::string severity = textAt(problem, "/severity");
 			const std::string id = textAt(problem, "/id");
-			const auto* const cure = std::ranges::find(kCures, id, &Cure::id);
+			const auto cure = kCures.find(id);
 			add(id,
 			    severity == "critical"  ? NagiosStatus::critical
 			    : severity == "warning" ? NagiosStatus::warning
 			                            : NagiosStatus::unknown,
-			    textAt(problem, "/text"), cure == kCures.end() ? "" : cure->text, nameOf(report));
+			    textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second, nameOf(report));
 		}
 	}
 };

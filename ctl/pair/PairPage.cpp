@@ -2,10 +2,12 @@
 // a node is escaped, since an attacker's bytes can be in a log.
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
+#include <functional>
 #include <string_view>
+
+#include <Poco/NumberFormatter.h>
+#include <Poco/String.h>
 
 #include "ctl/pair/PairReport.h"
 #include "inspect/Printable.h"
@@ -58,26 +60,11 @@ td:first-child { white-space: nowrap; }
 
 std::string html(std::string_view bytes)
 {
-	std::string text;
-	for (const char c : printable(bytes))
+	std::string text = printable(bytes);
+	for (const auto& [letter, entity] :
+	     {std::pair("&", "&amp;"), std::pair("<", "&lt;"), std::pair(">", "&gt;"), std::pair("\"", "&quot;")})
 	{
-		switch (c)
-		{
-		case '&':
-			text += "&amp;";
-			break;
-		case '<':
-			text += "&lt;";
-			break;
-		case '>':
-			text += "&gt;";
-			break;
-		case '"':
-			text += "&quot;";
-			break;
-		default:
-			text += c;
-		}
+		Poco::replaceInPlace(text, letter, entity);
 	}
 	return text;
 }
@@ -87,105 +74,89 @@ std::string element(const std::string& name, std::string_view text)
 	return "<" + name + ">" + html(text) + "</" + name + ">";
 }
 
-std::string places(double value)
+/// @return where a moment of the day up to the end is on its bar
+double at(std::int64_t time, std::int64_t end)
 {
-	std::array<char, 32> text{};
-	std::snprintf(text.data(), text.size(), "%.1f", value);
-	return text.data();
+	const std::int64_t begin = end - kDay;
+	return kWidth * static_cast<double>(std::clamp(time, begin, end) - begin) / static_cast<double>(kDay);
+}
+
+std::string box(const std::string& kind, double from, double to, const std::string& title)
+{
+	return "<rect class=\"" + kind + "\" x=\"" + Poco::NumberFormatter::format(from, 1) + "\" y=\"0\" width=\"" +
+	       Poco::NumberFormatter::format(std::max(to - from, kNarrowest), 1) + "\" height=\"10\"><title>" +
+	       html(title) + "</title></rect>\n";
+}
+
+/// @return the role before the first event; empty when it is not known
+std::string firstRole(const Json& report)
+{
+	for (const Json& event : listAt(report, "/pair/events"))
+	{
+		const std::string word = textAt(event, "/event");
+		if (word == "role-changed" || word == "agent-started")
+		{
+			return textAt(event, "/from");
+		}
+	}
+	return lastRoleOf(report);
+}
+
+/// A bar for each role that it had, nothing while it had no agent, and marks for what
+/// went wrong.
+std::string lane(const Json& report, std::int64_t end)
+{
+	std::string bars;
+	std::string marks;
+	std::string role = firstRole(report);
+	std::int64_t since = end - kDay;
+	const auto change = [&](const std::string& from, const std::string& to, std::int64_t time)
+	{
+		if ((from == "master" || from == "slave") && time > since)
+		{
+			bars += box(from, at(since, end), at(time, end), from == "master" ? "master" : "standby");
+		}
+		since = std::max(since, time);
+		role = to;
+	};
+	for (const Json& event : listAt(report, "/pair/events"))
+	{
+		const std::string word = textAt(event, "/event");
+		const std::int64_t time = numberAt(event, "/time_ms");
+		if (word == "role-changed")
+		{
+			change(textAt(event, "/from"), textAt(event, "/to"), time);
+		}
+		if (word == "agent-started" || word == "agent-ended")
+		{
+			change(word == "agent-ended" ? role : "", word == "agent-ended" ? "" : "slave", time);
+		}
+		if (textAt(event, "/severity") == "problem")
+		{
+			marks += box("mark", at(time, end), at(time, end), textAt(event, "/time") + " " + textAt(event, "/text"));
+		}
+	}
+	const std::string agent = textAt(report, "/agent/state");
+	change(agent == "running" || agent == "frozen" ? role : "", "", end);
+	return bars + marks;
 }
 
 /// The last day up to the time of the page: a bar for each node. It is as wide as the screen,
 /// so no text is in the picture.
-class Picture
+std::string picture(const PairReports& reports)
 {
-public:
-	explicit Picture(const PairReports& reports)
-	    : m_end(std::chrono::duration_cast<std::chrono::milliseconds>(reports.time.time_since_epoch()).count()),
-	      m_begin(m_end - kDay)
+	const std::int64_t end =
+	    std::chrono::duration_cast<std::chrono::milliseconds>(reports.time.time_since_epoch()).count();
+	std::string text;
+	for (const Json* report : {&reports.own, &reports.partner})
 	{
+		text += "<div class=\"faint\">" + html(nameOf(*report)) +
+		        "</div><svg viewBox=\"0 0 1000 10\" preserveAspectRatio=\"none\" role=\"img\">\n" + lane(*report, end) +
+		        "</svg>\n";
 	}
-
-	std::string draw(const PairReports& reports) const
-	{
-		std::string text;
-		for (const Json* report : {&reports.own, &reports.partner})
-		{
-			text += "<div class=\"faint\">" + html(nameOf(*report)) +
-			        "</div><svg viewBox=\"0 0 1000 10\" preserveAspectRatio=\"none\" role=\"img\">\n" + lane(*report) +
-			        "</svg>\n";
-		}
-		return text + "<div class=\"ticks faint\"><span>-24 h</span><span>-18 h</span><span>-12 h</span>"
-		              "<span>-6 h</span><span>now</span></div>\n";
-	}
-
-private:
-	std::int64_t m_end;
-	std::int64_t m_begin;
-
-	double at(std::int64_t time) const
-	{
-		return kWidth * static_cast<double>(std::clamp(time, m_begin, m_end) - m_begin) / static_cast<double>(kDay);
-	}
-
-	static std::string box(const std::string& kind, double from, double to, const std::string& title)
-	{
-		return "<rect class=\"" + kind + "\" x=\"" + places(from) + "\" y=\"0\" width=\"" +
-		       places(std::max(to - from, kNarrowest)) + "\" height=\"10\"><title>" + html(title) + "</title></rect>\n";
-	}
-
-	/// @return the role before the first event; empty when it is not known
-	static std::string firstRole(const Json& report)
-	{
-		for (const Json& event : listAt(report, "/pair/events"))
-		{
-			const std::string word = textAt(event, "/event");
-			if (word == "role-changed" || word == "agent-started")
-			{
-				return textAt(event, "/from");
-			}
-		}
-		return lastRoleOf(report);
-	}
-
-	/// A bar for each role that it had, nothing while it had no agent, and marks for what
-	/// went wrong.
-	std::string lane(const Json& report) const
-	{
-		std::string bars;
-		std::string marks;
-		std::string role = firstRole(report);
-		std::int64_t since = m_begin;
-		const auto change = [&](const std::string& from, const std::string& to, std::int64_t time)
-		{
-			if ((from == "master" || from == "slave") && time > since)
-			{
-				bars += box(from, at(since), at(time), from == "master" ? "master" : "standby");
-			}
-			since = std::max(since, time);
-			role = to;
-		};
-		for (const Json& event : listAt(report, "/pair/events"))
-		{
-			const std::string word = textAt(event, "/event");
-			const std::int64_t time = numberAt(event, "/time_ms");
-			if (word == "role-changed")
-			{
-				change(textAt(event, "/from"), textAt(event, "/to"), time);
-			}
-			if (word == "agent-started" || word == "agent-ended")
-			{
-				change(word == "agent-ended" ? role : "", word == "agent-ended" ? "" : "slave", time);
-			}
-			if (textAt(event, "/severity") == "problem")
-			{
-				marks += box("mark", at(time), at(time), textAt(event, "/time") + " " + textAt(event, "/text"));
-			}
-		}
-		const std::string agent = textAt(report, "/agent/state");
-		change(agent == "running" || agent == "frozen" ? role : "", "", m_end);
-		return bars + marks;
-	}
-};
+	return text + "<div class=\"ticks faint\"><span>-24 h</span><span>-18 h</span><span>-12 h</span>"
+	              "<span>-6 h</span><span>now</span></div>\n";
+}
 
 std::string problemsPart(const std::vector<PairProblem>& problems)
 {
@@ -218,32 +189,26 @@ std::string nodesPart(const std::vector<PairRow>& rows)
 /// The last events of both, newest first.
 std::string eventsPart(const PairReports& reports)
 {
-	struct Listed
-	{
-		std::int64_t time;
-		const Json* report;
-		const Json* event;
-	};
-	std::vector<Listed> all;
+	std::vector<std::pair<const Json*, const Json*>> all;
 	for (const Json* report : {&reports.own, &reports.partner})
 	{
 		for (const Json& event : listAt(*report, "/pair/events"))
 		{
-			all.push_back({numberAt(event, "/time_ms"), report, &event});
+			all.emplace_back(report, &event);
 		}
 	}
-	std::ranges::stable_sort(all, std::greater(), &Listed::time);
+	std::ranges::stable_sort(all, std::greater(), [](const auto& one) { return numberAt(*one.second, "/time_ms"); });
 	all.resize(std::min(all.size(), kMostListed));
 	if (all.empty())
 	{
 		return "<p class=\"faint\">Nothing has happened.</p>\n";
 	}
 	std::string text = "<table>\n";
-	for (const Listed& one : all)
+	for (const auto& [report, event] : all)
 	{
-		text += "<tr><td>" + html(shortTime(textAt(*one.event, "/time"))) + "<br><span class=\"faint\">" +
-		        html(nameOf(*one.report)) + "</span></td><td>" + html(textAt(*one.event, "/event")) +
-		        "<br><span class=\"faint\">" + html(textAt(*one.event, "/text")) + "</span></td></tr>\n";
+		text += "<tr><td>" + html(shortTime(textAt(*event, "/time"))) + "<br><span class=\"faint\">" +
+		        html(nameOf(*report)) + "</span></td><td>" + html(textAt(*event, "/event")) +
+		        "<br><span class=\"faint\">" + html(textAt(*event, "/text")) + "</span></td></tr>\n";
 	}
 	return text + "</table>\n";
 }
@@ -257,8 +222,7 @@ std::string pairPage(const PairReports& reports, const std::vector<PairProblem>&
 	return std::string(kHead) + "<div class=\"verdict " + verdict + "\"><h1>Velarix HA " + html(address) + ": <b>" +
 	       verdict + "</b></h1><div class=\"faint\">" + html(localText(reports.time)) +
 	       ". When this time is old, nobody refreshes the page.</div></div>\n" + problemsPart(problems) +
-	       nodesPart(rowsOf(reports)) + "<h2>The last day</h2>\n<div class=\"panel\">" +
-	       Picture(reports).draw(reports) +
+	       nodesPart(rowsOf(reports)) + "<h2>The last day</h2>\n<div class=\"panel\">" + picture(reports) +
 	       "<div class=\"faint\">Green: master. Grey: standby. Red: something went wrong.</div></div>\n" +
 	       "<h2>Events</h2>\n" + eventsPart(reports) + "</body>\n</html>\n";
 }

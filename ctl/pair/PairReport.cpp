@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <utility>
+
+#include <Poco/String.h>
 
 #include "inspect/Printable.h"
 #include "inspect/TimeText.h"
@@ -96,13 +97,6 @@ constexpr std::array kRows{
     Row{"version", [](const Json& report) { return orUnknown(textAt(report, "/pair/version")); }},
 };
 
-/// As status --json has it.
-std::string lowerCase(std::string word)
-{
-	std::ranges::transform(word, word.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-	return word;
-}
-
 std::string padded(std::string text, std::size_t width)
 {
 	text.resize(std::max(text.size(), width), ' ');
@@ -181,14 +175,14 @@ Json pairReportJson(const PairReports& reports, const std::vector<PairProblem>& 
 	for (const PairProblem& problem : problems)
 	{
 		all.push_back({{"id", problem.id},
-		               {"severity", lowerCase(wordOf(problem.severity))},
+		               {"severity", Poco::toLower(std::string(wordOf(problem.severity)))},
 		               {"node", problem.node},
 		               {"text", problem.text},
 		               {"cure", problem.cure}});
 	}
 	return {{"schema_version", kSchemaVersion},
 	        {"time", isoText(reports.time)},
-	        {"verdict", lowerCase(wordOf(verdictOf(problems)))},
+	        {"verdict", Poco::toLower(std::string(wordOf(verdictOf(problems))))},
 	        {"problems", std::move(all)},
 	        {"nodes", {reports.own, reports.partner}}};
 }

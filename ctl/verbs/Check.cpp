@@ -44,11 +44,11 @@ void addCheck(CLI::App& app, Context& context)
 {
 	const auto options = std::make_shared<CheckOptions>();
 	Verb(app, "check", "find what would abort or cripple the agent, before it is started")
-	    .word("FILE", options->file, "settings file; the installed one without it")
+	    .option("FILE", options->file, "TEXT", "settings file; the installed one without it")
 	    .option("--partner", options->partner, "FILE", "the partner's settings file: check that the two fit")
 	    .flag("--files-only", options->filesOnly, "look at the settings alone, not at this machine, and try no command")
 	    .flag("--strict", options->strict, "let warnings count as errors")
-	    .list("--ignore", options->ignored, "NAME", "let the findings of this name not count (again for more)")
+	    .option("--ignore", options->ignored, "NAME", "let the findings of this name not count (again for more)")
 	    .flag("--json", options->json, "print the findings as JSON")
 	    .run(context, [options, &context] { return runCheck(*options, context); });
 }

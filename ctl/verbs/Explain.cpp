@@ -121,8 +121,9 @@ void addExplain(CLI::App& app, Context& context)
 {
 	const auto options = std::make_shared<ExplainOptions>();
 	Verb(app, "explain", "what a message of the agent means and what to do")
-	    .words("MESSAGE", options->words,
-	           "LABEL:NUMBER, a line of the log or of the console, a text or a part of it; \"-\" reads standard input")
+	    .option("MESSAGE", options->words, "TEXT",
+	            "LABEL:NUMBER, a line of the log or of the console, a text or a part of it; \"-\" reads standard input")
+	    .required()
 	    .flag("--json", options->json, "print an object of JSON a line")
 	    .run(context, [options, &context] { return runExplain(*options, context); });
 }

@@ -1,15 +1,16 @@
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <functional>
-#include <iomanip>
 #include <memory>
-#include <random>
-#include <sstream>
 #include <string>
+
+#include <Poco/DigestEngine.h>
+#include <Poco/RandomStream.h>
+#include <Poco/String.h>
 
 #include <sys/stat.h>
 
+#include "ctl/OutputFile.h"
 #include "ctl/check/Check.h"
 #include "ctl/init/Answers.h"
 #include "ctl/init/InterfaceNames.h"
@@ -36,67 +37,57 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr int kLastPort = 65535;
-const fs::path kKeyName = fs::path(keeper::kKeyFile).filename();
+constexpr std::size_t kKeyBytes = 32;
 
 struct InitOptions
 {
 	Answers answers;
 	InterfaceNames interfaces;
+	std::string master = "a";
 	std::string output = "velarix-pair";
-	std::optional<NodeName> here;
+	/// The node that this machine is; empty: its files go to `output` too.
+	std::string here;
 	PlacementRules rules;
 };
 
-/// The files of one node in a directory, or where this node has them.
-struct NodeFiles
+/// Where the files of one node go.
+struct Place
 {
 	fs::path settings;
-	fs::path keeper; ///< beside the settings, as the next one
-	fs::path firewall;
-	fs::path key;
+	fs::path keeper;
 	fs::path runInfo;
 	bool installed = false;
+
+	fs::path beside(const fs::path& name) const { return settings.parent_path() / name; }
+	fs::path key() const { return beside(fs::path(keeper::kKeyFile).filename()); }
 };
 
-NodeFiles filesOf(const InitOptions& options, NodeName node, const Paths& paths)
+Place placeOf(const InitOptions& options, NodeName node, const Paths& paths)
 {
-	if (options.here == node)
+	if (options.here == textOf(node))
 	{
-		return {paths.settings,
-		        paths.keeperSettings,
-		        paths.settings.parent_path() / kFirewallFile,
-		        paths.settings.parent_path() / kKeyName,
-		        paths.runInfo,
-		        true};
+		return {paths.settings, paths.keeperSettings, paths.runInfo, true};
 	}
 	const fs::path directory = fs::path(options.output) / textOf(node);
-	return {directory / paths.settings.filename(),
-	        directory / paths.keeperSettings.filename(),
-	        directory / kFirewallFile,
-	        directory / kKeyName,
-	        directory / paths.runInfo.filename(),
-	        false};
+	return {directory / paths.settings.filename(), directory / paths.keeperSettings.filename(),
+	        directory / paths.runInfo.filename(), false};
 }
 
 /// @return the key that a node has already, in place or in the output; else a new one
-std::string keyText(std::vector<NodeFiles> places)
+std::string keyText(std::vector<Place> places)
 {
 	// The output may be older than what is in use.
-	std::ranges::stable_sort(places, std::greater<>(), &NodeFiles::installed);
-	for (const NodeFiles& place : places)
+	std::ranges::stable_sort(places, std::greater<>(), &Place::installed);
+	for (const Place& place : places)
 	{
-		if (host::fileFacts(place.key).kind == host::FileKind::regular)
+		if (host::fileFacts(place.key()).kind == host::FileKind::regular)
 		{
-			return readInputFile(place.key);
+			return readInputFile(place.key());
 		}
 	}
-	std::random_device chance;
-	std::ostringstream digits;
-	for (int word = 0; word < 8; ++word)
-	{
-		digits << std::hex << std::setw(8) << std::setfill('0') << chance();
-	}
-	return digits.str() + "\n";
+	std::string bytes(kKeyBytes, '\0');
+	Poco::RandomInputStream().read(bytes.data(), kKeyBytes);
+	return Poco::DigestEngine::digestToHex({bytes.begin(), bytes.end()}) + "\n";
 }
 
 void completeAnswers(Answers& answers, const Context& context)
@@ -114,12 +105,8 @@ void completeAnswers(Answers& answers, const Context& context)
 	}
 	if (context.in == nullptr)
 	{
-		std::string list;
-		for (const std::string& option : missing)
-		{
-			list += " " + option;
-		}
-		throw Failure(ExitCode::usage, "needed:" + list + " (asked for when the input is a terminal)");
+		throw Failure(ExitCode::usage, "needed: " + Poco::cat(std::string(" "), missing.begin(), missing.end()) +
+		                                   " (asked for when the input is a terminal)");
 	}
 	askFor(answers, *context.in, context.err);
 }
@@ -140,41 +127,53 @@ bool isSound(const NodeTexts& left, const NodeTexts& right, const Context& conte
 /// are nobody else's affair.
 void makeDirectory(const fs::path& directory)
 {
-	std::error_code ignored;
-	if (directory.empty() || fs::is_directory(directory, ignored))
+	const mode_t mask = ::umask(S_IRWXG | S_IRWXO);
+	std::error_code error;
+	fs::create_directories(directory, error);
+	::umask(mask);
+	if (error)
 	{
-		return;
+		failOutput("cannot make " + directory.string(), error);
 	}
-	makeDirectory(directory.parent_path());
-	if (::mkdir(directory.c_str(), S_IRWXU) != 0)
+}
+
+/// @param texts for the checks
+void addFiles(const Answers& answers, NodeName node, const Place& place, std::vector<NewFile>& files,
+              std::vector<NodeTexts>& texts)
+{
+	const bool keeper = !answers.services.empty();
+	const std::string text = settingsText(answers, node);
+	const std::string keeperText = keeper ? keeperSettingsText(answers, node) : "";
+	texts.push_back({SettingsFile::parse(place.settings, text), place.keeper, keeperText});
+	files.push_back({place.settings, text});
+	if (keeper)
 	{
-		const std::error_code error(errno, std::generic_category());
-		throw Failure(error == std::errc::permission_denied ? ExitCode::noPermission : ExitCode::cannotWrite,
-		              "cannot make " + directory.string() + ": " + error.message());
+		files.push_back({place.keeper, keeperText});
 	}
+	files.push_back({place.beside(kFirewallFile), firewallRules(answers, node)});
+	files.push_back({place.runInfo, kInitialRunInfo, place.installed});
 }
 
 /// @param places of node a and node b
 /// @return the public key of this node; empty when the files are made elsewhere
-std::string addTunnel(const InitOptions& options, const std::vector<NodeFiles>& places, std::vector<NewFile>& files)
+std::string addTunnel(const Answers& answers, const std::vector<Place>& places, std::vector<NewFile>& files)
 {
-	const auto here = std::ranges::find(places, true, &NodeFiles::installed);
+	const auto here = std::ranges::find(places, true, &Place::installed);
 	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->settings.parent_path());
 	for (const NodeName node : {NodeName::a, NodeName::b})
 	{
-		const NodeFiles& place = places[node == NodeName::a ? 0 : 1];
-		const fs::path directory = place.settings.parent_path();
-		const fs::path conf = directory / kTunnelFile;
-		files.push_back({conf, tunnelText(options.answers, node) + presharedKey(conf), false});
+		const Place& place = places[node == NodeName::a ? 0 : 1];
+		const fs::path conf = place.beside(kTunnelFile);
+		files.push_back({conf, tunnelText(answers, node) + presharedKey(conf)});
 		if (place.installed)
 		{
-			files.push_back({directory / kTunnelKey, keys.own + "\n", true});
-			files.push_back({directory / kTunnelPublicKey, keys.publicKey + "\n", false});
+			files.push_back({place.beside(kTunnelKey), keys.own + "\n", true});
+			files.push_back({place.beside(kTunnelPublicKey), keys.publicKey + "\n"});
 		}
-		const std::string& partner = place.installed ? options.answers.partnerKey : keys.publicKey;
+		const std::string& partner = place.installed ? answers.partnerKey : keys.publicKey;
 		if (!partner.empty())
 		{
-			files.push_back({directory / kPartnerKey, partner + "\n", false});
+			files.push_back({place.beside(kPartnerKey), partner + "\n"});
 		}
 	}
 	return keys.publicKey;
@@ -202,7 +201,7 @@ void printNext(const InitOptions& options, const Context& context)
 	context.out << "next, as root:\n";
 	for (const NodeName node : {NodeName::a, NodeName::b})
 	{
-		if (options.here != node)
+		if (options.here != textOf(node))
 		{
 			context.out << "  copy " << printable(options.output) << '/' << textOf(node) << "/* to "
 			            << Paths().settings.parent_path().string() << " on node " << textOf(node) << " ("
@@ -220,6 +219,7 @@ void printNext(const InitOptions& options, const Context& context)
 ExitCode runInit(InitOptions& options, const Context& context)
 {
 	options.rules.now = context.now();
+	options.answers.master = options.master == textOf(NodeName::a) ? NodeName::a : NodeName::b;
 	const std::vector<NewFile> links = linkFiles(options.interfaces, context.paths);
 	// The partner's interfaces have other hardware addresses: its operator gives these two options alone.
 	if (!links.empty() && missingOptions(options.answers).size() > questions().size())
@@ -227,7 +227,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		nameInterfaces(options, links, context);
 		return ExitCode::fine;
 	}
-	if (!links.empty() && !options.here)
+	if (!links.empty() && options.here.empty())
 	{
 		throw Failure(ExitCode::usage, "the interfaces are those of this machine: say which node it is (--this), or "
 		                               "give --service-interface and --communication-interface alone");
@@ -235,35 +235,24 @@ ExitCode runInit(InitOptions& options, const Context& context)
 	completeAnswers(options.answers, context);
 	std::vector<NewFile> files;
 	std::vector<NodeTexts> texts;
-	const bool keeper = !options.answers.services.empty();
-	std::vector<NodeFiles> places;
+	std::vector<Place> places;
 	for (const NodeName node : {NodeName::a, NodeName::b})
 	{
-		const NodeFiles place = filesOf(options, node, context.paths);
-		const std::string text = settingsText(options.answers, node);
-		const std::string keeperText = keeper ? keeperSettingsText(options.answers, node) : "";
-		texts.push_back({SettingsFile::parse(place.settings, text), place.keeper, keeperText});
-		files.push_back({place.settings, text, false});
-		if (keeper)
-		{
-			files.push_back({place.keeper, keeperText, false});
-		}
-		files.push_back({place.firewall, firewallRules(options.answers, node), false});
-		files.push_back({place.runInfo, kInitialRunInfo, place.installed});
-		places.push_back(place);
+		places.push_back(placeOf(options, node, context.paths));
+		addFiles(options.answers, node, places.back(), files, texts);
 	}
-	const std::string publicKey = options.answers.wireguard ? addTunnel(options, places, files) : "";
+	const std::string publicKey = options.answers.wireguard ? addTunnel(options.answers, places, files) : "";
 	if (!isSound(texts[0], texts[1], context))
 	{
 		complain(context, "nothing was written");
 		return ExitCode::settings;
 	}
 	const std::string key = options.answers.targets.empty() ? "" : keyText(places);
-	for (const NodeFiles& place : places)
+	for (const Place& place : places)
 	{
 		if (!key.empty())
 		{
-			files.push_back({place.key, key, false});
+			files.push_back({place.key(), key});
 		}
 		if (!place.installed && !options.rules.dryRun)
 		{
@@ -283,11 +272,6 @@ ExitCode runInit(InitOptions& options, const Context& context)
 	return ExitCode::fine;
 }
 
-NodeName nodeOf(const std::string& name)
-{
-	return name == textOf(NodeName::a) ? NodeName::a : NodeName::b;
-}
-
 void addAnswers(Verb& verb, Answers& answers)
 {
 	for (const Question& question : questions())
@@ -302,21 +286,23 @@ void addAnswers(Verb& verb, Answers& answers)
 		    [&answers, &option](const std::string& given) { return addService(answers, option, given); }, option.type,
 		    option.text);
 	}
-	verb.list("--program", answers.programs, "PATH",
-	          "without the keeper: a program's path, without arguments; once for each")
-	    .list("--target", answers.targets, "ADDRESS",
-	          "a host that answers pings while this node's networks work; once for each")
-	    .preset("--needed", answers.needed, "how many targets have to answer")
+	verb.option("--program", answers.programs, "PATH",
+	            "without the keeper: a program's path, without arguments; once for each")
+	    .option("--target", answers.targets, "ADDRESS",
+	            "a host that answers pings while this node's networks work; once for each")
+	    .preset("--needed", answers.needed, "INT", "how many targets have to answer")
 	    .flag("--wireguard", answers.wireguard, "heartbeats through a WireGuard tunnel, encrypted and authenticated")
 	    .option("--partner-key", answers.partnerKey, "KEY", "public key of the other node's tunnel")
 	    .preset("--tunnel-a", answers.tunnelA, "ADDRESS", "address of node a in the tunnel")
 	    .preset("--tunnel-b", answers.tunnelB, "ADDRESS", "address of node b in the tunnel")
-	    .preset("--tunnel-port", answers.tunnelPort, 1, kLastPort, "UDP port of the tunnel, on both nodes")
-	    .preset("--port", answers.port, "TCP port of the heartbeats, on both nodes")
-	    .preset("--interval", answers.interval, "seconds between heartbeats")
-	    .preset("--receiving-time", answers.receivingTime, "seconds until a silence, at least twice the interval")
-	    .preset("--waiting-time", answers.waitingTime, "seconds between the address and the programs")
-	    .preset("--check-cycle", answers.checkCycle, "seconds between looks at the programs")
+	    .preset("--tunnel-port", answers.tunnelPort, "INT", "UDP port of the tunnel, on both nodes")
+	    .within(1, kLastPort)
+	    .preset("--port", answers.port, "INT", "TCP port of the heartbeats, on both nodes")
+	    .preset("--interval", answers.interval, "INT", "seconds between heartbeats")
+	    .preset("--receiving-time", answers.receivingTime, "INT",
+	            "seconds until a silence, at least twice the interval")
+	    .preset("--waiting-time", answers.waitingTime, "INT", "seconds between the address and the programs")
+	    .preset("--check-cycle", answers.checkCycle, "INT", "seconds between looks at the programs")
 	    .preset("--log", answers.log, "PATH", "the log file")
 	    .preset("--purge-age", answers.purgeAge, "TIME", "age at which old logs are deleted");
 }
@@ -329,13 +315,11 @@ void addInit(CLI::App& app, Context& context)
 	const std::vector<std::string> nodes{"a", "b"};
 	Verb verb(app, "init", "write settings, firewall rules and run-info records of both nodes");
 	addAnswers(verb, options->answers);
-	verb.oneOf(
-	        "--master", nodes, "a", [options](const std::string& name) { options->answers.master = nodeOf(name); },
-	        "the node that serves when both are well")
+	verb.preset("--master", options->master, "", "the node that serves when both are well")
+	    .oneOf(nodes)
 	    .preset("--output", options->output, "DIR", "where the files go, in a directory for each node")
-	    .oneOf(
-	        "--this", nodes, "", [options](const std::string& name) { options->here = nodeOf(name); },
-	        "put the files of this node in place; the other one's go to --output")
+	    .option("--this", options->here, "", "put the files of this node in place; the other one's go to --output")
+	    .oneOf(nodes)
 	    .option("--service-interface", options->interfaces.service, "NAME",
 	            "this machine's interface that is to be eth0; alone with the next one: only that")
 	    .option("--communication-interface", options->interfaces.communication, "NAME", "the one that is to be eth1")

@@ -94,18 +94,22 @@ NodeState lookAround(const Context& context)
 	return state;
 }
 
+ExitCode refuse(const Context& context, const std::string& why)
+{
+	complain(context, "refused: " + why);
+	return ExitCode::refused;
+}
+
 ExitCode begin(const MaintenanceOptions& options, const Context& context)
 {
 	const NodeState state = lookAround(context);
 	if (!state.agent.lives())
 	{
-		complain(context, "refused: " + state.agent.text + "; without an agent nothing fails over anyway");
-		return ExitCode::refused;
+		return refuse(context, state.agent.text + "; without an agent nothing fails over anyway");
 	}
 	if (state.snapshot().takeOver)
 	{
-		complain(context, "refused: this node is taking the service; try again when it has it");
-		return ExitCode::refused;
+		return refuse(context, "this node is taking the service; try again when it has it");
 	}
 	const std::filesystem::path& record = context.paths.maintenance;
 	const Maintenance now{context.now(), context.now() + std::chrono::seconds(static_cast<long>(options.time)),
@@ -159,9 +163,9 @@ std::string harm(const NodeState& state)
 	{
 		return "this node is master and its gateway " + state.setting(key::kGatewayIP) + " does not answer";
 	}
-	return !state.serviceInterface.is(true)
-	           ? std::string("this node is master and ") + kServiceInterface + " has no carrier"
-	           : std::string();
+	return state.serviceInterface.is(true)
+	           ? ""
+	           : std::string("this node is master and ") + kServiceInterface + " has no carrier";
 }
 
 ExitCode end(const MaintenanceOptions& options, const Context& context)
@@ -178,10 +182,8 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 		const std::string why = harm(state);
 		if (!why.empty() && !options.force)
 		{
-			complain(context, "refused: " + why +
-			                      ": the agent would give the service up; repair that first, "
-			                      "or let it move with --force");
-			return ExitCode::refused;
+			return refuse(context, why + ": the agent would give the service up; repair that first, "
+			                             "or let it move with --force");
 		}
 		if (!why.empty())
 		{
@@ -213,8 +215,7 @@ public:
 		const std::string why = look();
 		if (!why.empty())
 		{
-			complain(m_context, "refused: " + why + "; nothing was done");
-			return ExitCode::refused;
+			return refuse(m_context, why + "; nothing was done");
 		}
 		const bool on = m_options.word == "on";
 		const ExitCode code = m_master == on ? partnerFirst(on) : thisNodeFirst(on);
@@ -277,11 +278,10 @@ private:
 	ExitCode partnerFirst(bool on) const
 	{
 		// What fails may have been done all the same: an answer can be lost.
-		const bool done = there(on);
 		ExitCode code = ExitCode::notAsWished;
 		try
 		{
-			code = done ? here(on) : code;
+			code = there(on) ? here(on) : code;
 		}
 		catch (const Failure& failure)
 		{
@@ -329,10 +329,12 @@ void addMaintenance(CLI::App& app, Context& context)
 {
 	const auto options = std::make_shared<MaintenanceOptions>();
 	Verb(app, "maintenance", "nothing fails over or is restarted while somebody works here")
-	    .choice("WORD", options->word, {"on", "off"},
-	            "on: begin it, on the standby first; off: end it, on the master first")
+	    .option("WORD", options->word, "", "on: begin it, on the standby first; off: end it, on the master first")
+	    .oneOf({"on", "off"})
+	    .required()
 	    .option("--reason", options->reason, "TEXT", "what is being done; status shows it")
-	    .span("--for", options->time, kShortest, kLongest, "afterwards it counts as forgotten, and is reported (4h)")
+	    .option("--for", options->time, "TIME", "afterwards it counts as forgotten, and is reported (4h)")
+	    .spanWithin(kShortest, kLongest)
 	    .flag("--force", options->force,
 	          "end it also where the service moves then: a master without programs, address or network")
 	    .flag("--pair", options->pair, "do it on both nodes, the partner's by ssh, in the order that moves nothing")

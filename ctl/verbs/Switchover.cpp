@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <iomanip>
 #include <memory>
 
 #include "ctl/handover/HandOver.h"
@@ -92,27 +91,6 @@ void describe(const HandOverPlan& plan, const NodeState& state, const Context& c
 	            << " and asks its partner\nexpected to take about " << spanText(state.timing.handOver()) << '\n';
 }
 
-ExitCode conclude(HandOver::End end, const HandOver& handOver, const NodeState& before, const Context& context)
-{
-	const std::string partner = before.setting(key::kPartnerIP);
-	switch (end)
-	{
-	case HandOver::End::moved:
-		context.out << "the service moved to " << printable(partner) << " in " << spanText(handOver.duration())
-		            << "; its address did not answer for " << spanText(handOver.silence()) << '\n';
-		return ExitCode::fine;
-	case HandOver::End::cameBack:
-		complain(context, "this node has taken the service back after " + spanText(handOver.duration()) +
-		                      "; see velarixctl events here and on " + partner);
-		return ExitCode::notAsWished;
-	case HandOver::End::timeOut:
-		break;
-	}
-	complain(context, "not done after " + spanText(handOver.duration()) + "; " + handOver.missing() +
-	                      ". The agents go on; see velarixctl watch");
-	return ExitCode::timeOut;
-}
-
 ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 {
 	if (!options.dryRun && host::user() != 0)
@@ -144,11 +122,7 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 		return ExitCode::fine;
 	}
 	recordAct(context, kSwitchover, "to " + before.setting(key::kPartnerIP));
-	HandOver handOver(
-	    plan, [&] { return observer.look(context.now()); },
-	    [&](milliseconds since, const std::string& text)
-	    { context.out << std::setw(8) << spanText(since) << "  " << printable(text) << std::endl; });
-	return conclude(handOver.run(allowed(options, before)), handOver, before, context);
+	return handOver(plan, before.setting(key::kPartnerIP), observer, allowed(options, before), context);
 }
 
 } // namespace
@@ -158,9 +132,10 @@ void addSwitchover(CLI::App& app, Context& context)
 	const auto options = std::make_shared<SwitchoverOptions>();
 	Verb(app, "switchover", "on the master: hand the service over to the partner")
 	    .flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing")
-	    .seconds("--timeout", options->timeOut, 0.1, kLongestWait,
-	             "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
-	             "check cycle)")
+	    .option("--timeout", options->timeOut, "SECONDS",
+	            "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
+	            "check cycle)")
+	    .within(0.1, kLongestWait)
 	    .ssh(options->ssh)
 	    .run(context, [options, &context] { return runSwitchover(*options, context); });
 }

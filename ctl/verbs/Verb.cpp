@@ -2,6 +2,7 @@
 
 #include <map>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -11,9 +12,6 @@ namespace velarix::ctl
 
 namespace
 {
-
-/// A range that can be read in the refusal.
-constexpr int kMostLooks = 1'000'000;
 
 /// The library's own range lets "nan" through, which is no number to wait for.
 CLI::Validator secondsFrom(double least, double most)
@@ -29,77 +27,33 @@ CLI::Validator secondsFrom(double least, double most)
 	        ""};
 }
 
-CLI::Validator member(const std::vector<std::string>& allowed)
-{
-	return CLI::IsMember(allowed).description("");
-}
-
-std::string alternatives(const std::vector<std::string>& allowed)
-{
-	return CLI::detail::join(allowed, "|");
-}
-
 } // namespace
 
 Verb::Verb(CLI::App& app, const std::string& name, const std::string& text) : m_app(*app.add_subcommand(name, text))
 {
 }
 
-Verb& Verb::word(const std::string& name, std::string& value, const std::string& text)
-{
-	m_app.add_option(name, value, text);
-	return *this;
-}
-
-Verb& Verb::words(const std::string& name, std::vector<std::string>& values, const std::string& text)
-{
-	m_app.add_option(name, values, text)->required();
-	return *this;
-}
-
-Verb& Verb::choice(const std::string& name, std::string& value, const std::vector<std::string>& allowed,
-                   const std::string& text)
-{
-	m_app.add_option(name, value, text)->required()->type_name(alternatives(allowed))->check(member(allowed));
-	return *this;
-}
-
 Verb& Verb::flag(const std::string& name, bool& value, const std::string& text)
 {
-	m_app.add_flag(name, value, text);
+	m_last = m_app.add_flag(name, value, text);
 	return *this;
 }
 
-Verb& Verb::option(const std::string& name, std::string& value, const std::string& type, const std::string& text)
+template <typename Value>
+Verb& Verb::option(const std::string& name, Value& value, const std::string& type, const std::string& text)
 {
-	m_app.add_option(name, value, text)->type_name(type);
+	m_last = m_app.add_option(name, value, text)->type_name(type);
+	if constexpr (std::is_same_v<Value, std::vector<std::string>>)
+	{
+		m_last->allow_extra_args(!name.starts_with('-'));
+	}
 	return *this;
 }
 
-Verb& Verb::preset(const std::string& name, std::string& value, const std::string& type, const std::string& text)
-{
-	m_app.add_option(name, value, text)->type_name(type)->capture_default_str();
-	return *this;
-}
-
-Verb& Verb::preset(const std::string& name, int& value, const std::string& text)
-{
-	m_app.add_option(name, value, text)->capture_default_str();
-	return *this;
-}
-
-Verb& Verb::preset(const std::string& name, int& value, int least, int most, const std::string& text)
-{
-	m_app.add_option(name, value, text)->capture_default_str()->check(CLI::Range(least, most));
-	return *this;
-}
-
-Verb& Verb::list(const std::string& name, std::vector<std::string>& values, const std::string& type,
-                 const std::string& text)
-{
-	m_app.add_option(name, values, text)->type_name(type)->allow_extra_args(false);
-	return *this;
-}
+template Verb& Verb::option(const std::string&, std::string&, const std::string&, const std::string&);
+template Verb& Verb::option(const std::string&, int&, const std::string&, const std::string&);
+template Verb& Verb::option(const std::string&, double&, const std::string&, const std::string&);
+template Verb& Verb::option(const std::string&, std::vector<std::string>&, const std::string&, const std::string&);
 
 Verb& Verb::each(const std::string& name, const Take& take, const std::string& type, const std::string& text)
 {
@@ -117,42 +71,47 @@ Verb& Verb::each(const std::string& name, const Take& take, const std::string& t
 	return *this;
 }
 
-Verb& Verb::oneOf(const std::string& name, const std::vector<std::string>& allowed, const std::string& standard,
-                  const std::function<void(const std::string&)>& take, const std::string& text)
-{
-	m_app.add_option_function<std::string>(name, take, text)
-	    ->type_name(alternatives(allowed))
-	    ->check(member(allowed))
-	    ->default_str(standard);
-	return *this;
-}
-
-Verb& Verb::seconds(const std::string& name, double& value, double least, double most, const std::string& text)
-{
-	m_app.add_option(name, value, text)->type_name("SECONDS")->check(secondsFrom(least, most));
-	return *this;
-}
-
-Verb& Verb::span(const std::string& name, double& value, double least, double most, const std::string& text)
-{
-	constexpr double hour = 3600;
-	m_app.add_option(name, value, text)
-	    ->type_name("TIME")
-	    ->transform(
-	        CLI::AsNumberWithUnit(std::map<std::string, double>{{"s", 1}, {"m", 60}, {"h", hour}, {"d", 24 * hour}}))
-	    ->check(CLI::Range(least, most));
-	return *this;
-}
-
 Verb& Verb::ssh(std::string& target)
 {
 	return option("--ssh", target, "TARGET",
 	              "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)");
 }
 
-Verb& Verb::count(const std::string& name, int& value, const std::string& text)
+Verb& Verb::shown()
 {
-	m_app.add_option(name, value, text)->type_name("N")->check(CLI::Range(1, kMostLooks));
+	m_last->capture_default_str();
+	return *this;
+}
+
+Verb& Verb::required()
+{
+	m_last->required();
+	return *this;
+}
+
+Verb& Verb::oneOf(const std::vector<std::string>& allowed)
+{
+	m_last->type_name(CLI::detail::join(allowed, "|"))->check(CLI::IsMember(allowed).description(""));
+	return *this;
+}
+
+Verb& Verb::within(int least, int most)
+{
+	m_last->check(CLI::Range(least, most));
+	return *this;
+}
+
+Verb& Verb::within(double least, double most)
+{
+	m_last->check(secondsFrom(least, most));
+	return *this;
+}
+
+Verb& Verb::spanWithin(double least, double most)
+{
+	constexpr double hour = 3600;
+	const std::map<std::string, double> units{{"s", 1}, {"m", 60}, {"h", hour}, {"d", 24 * hour}};
+	m_last->transform(CLI::AsNumberWithUnit(units))->check(CLI::Range(least, most));
 	return *this;
 }
 

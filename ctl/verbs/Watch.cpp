@@ -22,6 +22,9 @@ using namespace inspect;
 namespace
 {
 
+/// A range that can be read in the refusal.
+constexpr int kMostLooks = 1'000'000;
+
 struct WatchOptions
 {
 	double interval = 1;
@@ -164,8 +167,10 @@ void addWatch(CLI::App& app, Context& context)
 {
 	const auto options = std::make_shared<WatchOptions>();
 	Verb(app, "watch", "the status again and again")
-	    .seconds("-n,--interval", options->interval, 0.1, 3600, "seconds between two looks (1)")
-	    .count("--count", options->count, "end after this many looks")
+	    .option("-n,--interval", options->interval, "SECONDS", "seconds between two looks (1)")
+	    .within(0.1, 3600.0)
+	    .option("--count", options->count, "N", "end after this many looks")
+	    .within(1, kMostLooks)
 	    .flag("--json", options->json, "print a line of JSON at the begin and at each change")
 	    .run(context, [options, &context] { return runWatch(*options, context); });
 }

@@ -8,6 +8,7 @@
 
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -21,54 +22,27 @@ using namespace velarix::inspect;
 /// @return the text as the page formatter prints it letter for letter
 std::string escaped(std::string_view text)
 {
-	std::string result;
+	static const std::map<char, std::string> kSpecial{{'\\', "\\e"},  {'-', "\\-"},    {'~', "\\(ti"},
+	                                                  {'^', "\\(ha"}, {'\'', "\\(aq"}, {'`', "\\(ga"}};
+	// A line that begins with a dot is a request to the formatter, as one with an apostrophe.
+	std::string result = text.starts_with('.') ? "\\&" : "";
 	for (const char c : text)
 	{
-		switch (c)
-		{
-		case '\\':
-			result += "\\e";
-			break;
-		case '-':
-			result += "\\-";
-			break;
-		case '~':
-			result += "\\(ti";
-			break;
-		case '^':
-			result += "\\(ha";
-			break;
-		case '\'':
-			result += "\\(aq";
-			break;
-		case '`':
-			result += "\\(ga";
-			break;
-		default:
-			result += c;
-			break;
-		}
+		const auto special = kSpecial.find(c);
+		result += special == kSpecial.end() ? std::string(1, c) : special->second;
 	}
-	// A line that begins with either is a request to the formatter.
-	return text.starts_with('.') ? "\\&" + result : result;
+	return result;
 }
 
 std::string typeName(const KeyInfo& info)
 {
-	switch (info.type)
-	{
-	case KeyType::integer:
-		return info.unit.empty() ? "whole number" : "whole number, " + std::string(info.unit);
-	case KeyType::address:
-		return "IPv4 address";
-	case KeyType::command:
-		return "shell command";
-	case KeyType::path:
-		return "path";
-	case KeyType::text:
-		break;
-	}
-	return info.unit.empty() ? "text" : "text, " + std::string(info.unit);
+	static const std::map<KeyType, std::string> kNames{{KeyType::integer, "whole number"},
+	                                                   {KeyType::address, "IPv4 address"},
+	                                                   {KeyType::command, "shell command"},
+	                                                   {KeyType::path, "path"},
+	                                                   {KeyType::text, "text"}};
+	const bool measured = !info.unit.empty() && (info.type == KeyType::integer || info.type == KeyType::text);
+	return kNames.at(info.type) + (measured ? ", " + std::string(info.unit) : "");
 }
 
 void writeFact(std::ostream& page, std::string_view name, std::string_view text)
@@ -127,15 +101,13 @@ bool writePage(std::istream& source, std::ostream& page)
 	bool found = false;
 	for (std::string line; std::getline(source, line);)
 	{
-		if (line == ".\\\" KEYS")
-		{
-			found = true;
-			writeKeys(page);
-		}
-		else
+		if (line != ".\\\" KEYS")
 		{
 			page << line << '\n';
+			continue;
 		}
+		found = true;
+		writeKeys(page);
 	}
 	page.flush();
 	return found && page.good();

@@ -16,9 +16,9 @@
 
 #include <Poco/Exception.h>
 
+#include "ctl/handover/HandOver.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
-#include "inspect/HostProcesses.h"
 #include "inspect/Names.h"
 #include "inspect/Paths.h"
 #include "inspect/Printable.h"
@@ -80,15 +80,6 @@ void releaseOnce(const Service& service)
 	}
 }
 
-/// @return whether a program runs under that name, as far as the kernel keeps it
-bool runs(const std::vector<host::Process>& processes, const std::string& program)
-{
-	return std::ranges::any_of(processes,
-	                           [&](const host::Process& process) {
-		                           return process.name == program.substr(0, kProcessNameLength) && process.state != 'Z';
-	                           });
-}
-
 /// @return what of the service is still on this node, in words
 std::vector<std::string> leftOf(const Service& service)
 {
@@ -98,10 +89,10 @@ std::vector<std::string> leftOf(const Service& service)
 	{
 		left.push_back("the address " + service.address);
 	}
-	const std::vector<host::Process> processes = host::processes().value_or(std::vector<host::Process>());
 	for (const std::string& program : service.programs)
 	{
-		if (runs(processes, program))
+		// As far as the kernel keeps the name.
+		if (!velarix::ctl::processesNamed({program.substr(0, kProcessNameLength)}).empty())
 		{
 			left.push_back("the program " + program);
 		}

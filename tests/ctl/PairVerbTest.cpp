@@ -10,7 +10,7 @@
 #include "RowName.h"
 #include "StateTest.h"
 #include "ctl/init/NodeFiles.h"
-#include "ctl/pair/PairJudgement.h"
+#include "ctl/pair/PairReport.h"
 #include "inspect/Pattern.h"
 
 using namespace std::chrono_literals;

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <thread>
 
+#include <Poco/TemporaryFile.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -32,20 +33,15 @@ class Sleeper
 public:
 	explicit Sleeper(const char* name)
 	{
-		std::array<int, 2> ready{};
-		EXPECT_EQ(::pipe(ready.data()), 0);
 		m_pid = ::fork();
 		if (m_pid == 0)
 		{
 			::prctl(PR_SET_NAME, name);
 			::prctl(PR_SET_PDEATHSIG, SIGKILL);
-			::close(ready[1]);
 			::pause();
 			::_exit(0);
 		}
-		::close(ready[1]);
-		::close(ready[0]);
-		awaitName(name);
+		EXPECT_TRUE(await([&](const host::Process& process) { return process.name == name; }));
 	}
 	~Sleeper()
 	{
@@ -80,11 +76,6 @@ public:
 
 private:
 	pid_t m_pid = -1;
-
-	void awaitName(const std::string& name) const
-	{
-		EXPECT_TRUE(await([&](const host::Process& process) { return process.name == name; }));
-	}
 };
 
 std::string content(const std::filesystem::path& path)
@@ -215,26 +206,20 @@ class RealCommand : public testing::Test
 protected:
 	void SetUp() override
 	{
-		std::string name = (std::filesystem::temp_directory_path() / "velarixctl-XXXXXX").string();
-		ASSERT_NE(::mkdtemp(name.data()), nullptr);
-		m_directory = name;
 		if (host::runWithoutNetwork("true", 10s) == host::CommandEnd::noNamespace)
 		{
 			GTEST_SKIP() << "no network namespace can be had";
 		}
 	}
-	void TearDown() override { std::filesystem::remove_all(m_directory); }
 
-	std::filesystem::path file() const { return m_directory / "out"; }
-
-private:
-	std::filesystem::path m_directory;
+	/// Removed with this.
+	Poco::TemporaryFile m_file;
 };
 
 TEST_F(RealCommand, SeesNoInterfaceButLoopbackAndSharesProcessesAndFiles)
 {
 	const Sleeper sleeper("velarix-seen");
-	const std::string out = file().string();
+	const std::string& out = m_file.path();
 	EXPECT_EQ(host::runWithoutNetwork("ls /proc/self/net/dev_snmp6 2>/dev/null >" + out +
 	                                      "; tail -n +3 /proc/self/net/dev | cut "
 	                                      "-d: -f1 | tr -d ' ' >" +
@@ -242,16 +227,16 @@ TEST_F(RealCommand, SeesNoInterfaceButLoopbackAndSharesProcessesAndFiles)
 	                                      " && echo shared >>" + out,
 	                                  10s),
 	          host::CommandEnd::ended);
-	EXPECT_EQ(content(file()), "lo\nshared\n");
+	EXPECT_EQ(content(m_file.path()), "lo\nshared\n");
 }
 
 TEST_F(RealCommand, IsKilledWithItsChildrenWhenItTakesTooLong)
 {
 	const auto begin = host::elapsed();
-	EXPECT_EQ(host::runWithoutNetwork("sh -c 'echo $$ >" + file().string() + "; exec sleep 60'; true", 300ms),
+	EXPECT_EQ(host::runWithoutNetwork("sh -c 'echo $$ >" + m_file.path() + "; exec sleep 60'; true", 300ms),
 	          host::CommandEnd::tooLong);
 	EXPECT_LT(host::elapsed() - begin, 10s);
-	const pid_t child = std::stoi(content(file()));
+	const pid_t child = std::stoi(content(m_file.path()));
 	for (int tries = 0; tries < 500 && host::process(child) && host::process(child)->state != 'Z'; ++tries)
 	{
 		host::pause(10ms);

@@ -1,18 +1,17 @@
 // What the checks ask of the real machine: files, interfaces, addresses, ports, space.
 // Only the loopback and a directory of the test's own are touched.
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 
+#include <Poco/Net/ServerSocket.h>
+#include <Poco/TemporaryFile.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sched.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "inspect/Host.h"
@@ -27,43 +26,16 @@ namespace
 class FilesOfTheMachine : public testing::Test
 {
 protected:
-	FilesOfTheMachine()
-	{
-		std::string name = (fs::temp_directory_path() / "velarixctl-XXXXXX").string();
-		EXPECT_NE(::mkdtemp(name.data()), nullptr);
-		m_directory = name;
-	}
-	~FilesOfTheMachine() override { fs::remove_all(m_directory); }
+	FilesOfTheMachine() { m_directory.createDirectory(); }
 
-	fs::path in(const std::string& name) const { return m_directory / name; }
+	fs::path in(const std::string& name) const { return fs::path(m_directory.path()) / name; }
 
 private:
-	fs::path m_directory;
+	/// Removed with this.
+	Poco::TemporaryFile m_directory;
 };
 
-/// A listening socket on a port that the kernel chose.
-class Listener
-{
-public:
-	Listener() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-	{
-		m_address.sin_family = AF_INET;
-		m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-		EXPECT_EQ(::bind(m_socket, reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address), 0);
-		EXPECT_EQ(::listen(m_socket, 1), 0);
-		socklen_t size = sizeof m_address;
-		EXPECT_EQ(::getsockname(m_socket, reinterpret_cast<sockaddr*>(&m_address), &size), 0);
-	}
-	~Listener() { ::close(m_socket); }
-	Listener(const Listener&) = delete;
-	Listener& operator=(const Listener&) = delete;
-
-	int port() const { return ntohs(m_address.sin_port); }
-
-private:
-	int m_socket;
-	sockaddr_in m_address{};
-};
+const Poco::Net::SocketAddress kAnyPort("127.0.0.1", 0);
 
 } // namespace
 
@@ -109,7 +81,6 @@ TEST_F(FilesOfTheMachine, BelowADirectoryThatMayNotBeSearchedNothingIsKnown)
 	const uid_t former = ::geteuid();
 	if (former == 0)
 	{
-		fs::permissions(in(""), fs::perms{0755});
 		ASSERT_EQ(::seteuid(65534), 0);
 	}
 	const host::FileKind kind = host::fileFacts(in("closed/file")).kind;
@@ -189,20 +160,17 @@ TEST(RealNetwork, WaysAndHoldersAreThoseOfTheKernelAndTheWire)
 
 TEST(RealNetwork, APortIsTakenWhileSomebodyListens)
 {
-	int port = 0;
-	{
-		const Listener listener;
-		port = listener.port();
-		EXPECT_TRUE(host::isPortTaken("127.0.0.1", port));
-		EXPECT_TRUE(host::isPortTaken("0.0.0.0", port));
-	}
+	Poco::Net::ServerSocket listener(kAnyPort);
+	const int port = listener.address().port();
+	EXPECT_TRUE(host::isPortTaken("127.0.0.1", port));
+	EXPECT_TRUE(host::isPortTaken("0.0.0.0", port));
+	listener.close();
 	EXPECT_FALSE(host::isPortTaken("127.0.0.1", port));
 	EXPECT_FALSE(host::isPortTaken("no address", port));
 }
 
 TEST(RealNetwork, TheKernelChoosesFromTheOutgoingPorts)
 {
-	const Listener listener;
-	EXPECT_EQ(host::isOutgoingPort(listener.port()), true);
+	EXPECT_EQ(host::isOutgoingPort(Poco::Net::ServerSocket(kAnyPort).address().port()), true);
 	EXPECT_EQ(host::isOutgoingPort(7), false);
 }

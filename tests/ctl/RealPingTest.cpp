@@ -1,26 +1,19 @@
 // The tool's own ping against forged answers: a responder in a network namespace of
 // the test's own answers echo requests as an attacker would, who sees them or not.
 
-#include <array>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <set>
 #include <thread>
 #include <vector>
 
-#include <arpa/inet.h>
+#include <Poco/Net/RawSocket.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <netinet/in.h>
 #include <netinet/ip_icmp.h>
-#include <poll.h>
 #include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 
-#include "inspect/Descriptor.h"
 #include "inspect/Host.h"
 
 using namespace velarix::inspect;
@@ -28,6 +21,7 @@ using namespace velarix::inspect;
 namespace
 {
 
+using Poco::Net::SocketAddress;
 using Packet = std::vector<std::uint8_t>;
 
 /// Makes the answers to one echo request, in their order.
@@ -58,24 +52,13 @@ Packet reply(Packet packet, std::size_t changed = 0)
 	return packet;
 }
 
-sockaddr_in loopback(const char* address)
-{
-	sockaddr_in result{};
-	result.sin_family = AF_INET;
-	::inet_pton(AF_INET, address, &result.sin_addr);
-	return result;
-}
-
 /// Answers the echo requests that pass on the loopback until it goes.
 class Responder
 {
 public:
-	Responder(const char* source, Forge forge)
-	    : m_forge(std::move(forge)), m_socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP)),
-	      m_sender(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP))
+	Responder(const char* source, Forge forge) : m_forge(std::move(forge))
 	{
-		const sockaddr_in from = loopback(source);
-		EXPECT_EQ(::bind(m_sender.get(), reinterpret_cast<const sockaddr*>(&from), sizeof from), 0);
+		m_sender.bind(SocketAddress(source, 0));
 		m_thread = std::thread([this] { work(); });
 	}
 	~Responder()
@@ -90,34 +73,31 @@ public:
 
 private:
 	Forge m_forge;
-	Descriptor m_socket;
-	Descriptor m_sender;
+	Poco::Net::RawSocket m_socket{SocketAddress::IPv4, IPPROTO_ICMP};
+	Poco::Net::RawSocket m_sender{SocketAddress::IPv4, IPPROTO_ICMP};
 	std::atomic<bool> m_ended = false;
 	std::atomic<int> m_requests = 0;
 	std::thread m_thread;
 
 	void work()
 	{
-		const sockaddr_in to = loopback("127.0.0.1");
 		while (!m_ended)
 		{
-			pollfd wanted{m_socket.get(), POLLIN, 0};
-			std::array<std::uint8_t, 256> bytes{};
-			if (::poll(&wanted, 1, 20) <= 0)
+			if (!m_socket.poll(Poco::Timespan(0, 20'000), Poco::Net::Socket::SELECT_READ))
 			{
 				continue;
 			}
-			const ssize_t size = ::recv(m_socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-			const std::size_t header = 4U * (bytes[0] & 0xfU);
-			if (size <= 0 || bytes[header] != ICMP_ECHO)
+			Packet bytes(256);
+			bytes.resize(static_cast<std::size_t>(m_socket.receiveBytes(bytes.data(), 256)));
+			bytes.erase(bytes.begin(), bytes.begin() + 4 * (bytes[0] & 0xf));
+			if (bytes[0] != ICMP_ECHO)
 			{
 				continue;
 			}
 			++m_requests;
-			for (const Packet& answer : m_forge(Packet(bytes.data() + header, bytes.data() + size)))
+			for (const Packet& answer : m_forge(bytes))
 			{
-				::sendto(m_sender.get(), answer.data(), answer.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-				         sizeof to);
+				m_sender.sendTo(answer.data(), static_cast<int>(answer.size()), SocketAddress("127.0.0.1", 0));
 			}
 		}
 	}
@@ -126,59 +106,42 @@ private:
 /// @return false when there is no namespace to be had
 bool enterNetwork()
 {
-	if (::unshare(CLONE_NEWNET) != 0)
-	{
-		return false;
-	}
 	// The kernel itself must not answer.
-	std::ofstream("/proc/sys/net/ipv4/icmp_echo_ignore_all") << 1;
-	const Descriptor any(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-	ifreq request{};
-	std::strcpy(request.ifr_name, "lo");
-	request.ifr_flags = IFF_UP | IFF_RUNNING;
-	return ::ioctl(any.get(), SIOCSIFFLAGS, &request) == 0;
+	return ::unshare(CLONE_NEWNET) == 0 &&
+	       std::system("echo 1 >/proc/sys/net/ipv4/icmp_echo_ignore_all && ip link set lo up") == 0;
 }
 
 struct Answer
 {
 	std::optional<bool> seen;
-	int requests = 0;
+	/// -1: without a network.
+	int requests = -1;
 };
 
-class RealPing : public testing::Test
+/// Pings 127.0.0.1 while answers are forged. The namespace goes with the thread.
+Answer ping(const char* source, const Forge& forge)
 {
-protected:
-	/// Pings 127.0.0.1 while answers are forged. The namespace goes with the thread.
-	static Answer ping(const char* source, const Forge& forge)
-	{
-		Answer answer;
-		bool network = true;
-		std::thread(
-		    [&]
+	Answer answer;
+	std::thread(
+	    [&]
+	    {
+		    if (enterNetwork())
 		    {
-			    network = enterNetwork();
-			    if (network)
-			    {
-				    const Responder responder(source, forge);
-				    answer.seen = host::answersPing("127.0.0.1", 3);
-				    answer.requests = responder.requests();
-			    }
-		    })
-		    .join();
-		if (!network)
-		{
-			answer.requests = -1;
-		}
-		return answer;
-	}
-};
+			    const Responder responder(source, forge);
+			    answer.seen = host::answersPing("127.0.0.1", 3);
+			    answer.requests = responder.requests();
+		    }
+	    })
+	    .join();
+	return answer;
+}
 
 constexpr char kTarget[] = "127.0.0.1";
 constexpr char kOther[] = "127.0.0.2";
 
 } // namespace
 
-TEST_F(RealPing, CountsTheAnswerToItsOwnRequestAlone)
+TEST(RealPing, CountsTheAnswerToItsOwnRequestAlone)
 {
 	struct Row
 	{
@@ -221,7 +184,7 @@ TEST_F(RealPing, CountsTheAnswerToItsOwnRequestAlone)
 	}
 }
 
-TEST_F(RealPing, EachHasAnIdentifierAndANonceOfItsOwn)
+TEST(RealPing, EachHasAnIdentifierAndANonceOfItsOwn)
 {
 	std::set<Packet> identifiers;
 	std::set<Packet> nonces;
@@ -239,7 +202,7 @@ TEST_F(RealPing, EachHasAnIdentifierAndANonceOfItsOwn)
 	EXPECT_GE(nonces.size(), 4U);
 }
 
-TEST_F(RealPing, OfWhatIsNoAddressIsNotAnswered)
+TEST(RealPing, OfWhatIsNoAddressIsNotAnswered)
 {
 	if (host::whyNoPing())
 	{

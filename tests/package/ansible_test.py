@@ -1,17 +1,17 @@
 #!/usr/bin/env python3
 """The Ansible role, run on both nodes of a pair."""
 
-import os
+import pathlib
 import re
 import unittest
 
 import arguments
 import images
 import node
-from arguments import Place
+from arguments import Place, boot
 from machine import wait_for
 
-ROLE = os.path.join(images.ROOT, "packaging", "ansible", "velarix_ha")
+ROLE = pathlib.Path(images.ROOT, "packaging", "ansible", "velarix_ha")
 WEB = "/opt/demo/bin/demoweb"
 PLAYBOOK = f"""
 - hosts: localhost
@@ -32,8 +32,6 @@ PLAYBOOK = f"""
 
 
 class AnsibleTest(unittest.TestCase):
-    maxDiff = None
-
     @classmethod
     def setUpClass(cls):
         cls.below = node.Node(Place.directory, "below", Place.base)
@@ -42,17 +40,12 @@ class AnsibleTest(unittest.TestCase):
             below.put(Place.deb, "/root/package.deb")
 
     def machine(self, name):
-        made = node.Node(Place.directory, name, self.below, init="systemd")
-        made.power_on()
-        self.addCleanup(made.power_off)
+        made = boot(self.addCleanup, name, self.below, "systemd")
         made.write("/opt/demo/interfaces", node.INTERFACES.replace(".11/", ".12/") if name == "b" else node.INTERFACES, "0755")
         made.run("sysctl -q -w net.ipv4.conf.all.arp_ignore=1; /opt/demo/interfaces")
         made.write(WEB, "#!/usr/bin/perl\nsleep;\n", "0755")
-        for directory, _, files in os.walk(ROLE):
-            for file in files:
-                source = os.path.join(directory, file)
-                with open(source) as text:
-                    made.write("/root/roles/velarix_ha/" + os.path.relpath(source, ROLE), text.read())
+        for source in filter(pathlib.Path.is_file, ROLE.rglob("*")):
+            made.write(f"/root/roles/velarix_ha/{source.relative_to(ROLE)}", source.read_text())
         made.write("/root/play.yml", PLAYBOOK)
         return made
 

@@ -10,7 +10,7 @@ import unittest
 import arguments
 import images
 import node
-from arguments import Place
+from arguments import Place, boot
 from build_packages import MAINTAINER
 from machine import wait_for
 
@@ -112,25 +112,19 @@ class OnASystem(unittest.TestCase):
     """A machine for each test, since each one changes what is installed. What all
     tests of a class begin with is installed once, on a machine below theirs."""
 
-    maxDiff = None
     init = "none"
-
-    @staticmethod
-    def installed_before():
-        return None
+    installed_before = None  # which package of Place is installed already
 
     @classmethod
     def setUpClass(cls):
         cls.below = Place.base
-        if cls.installed_before() is not None:
+        if cls.installed_before:
             cls.below = node.Node(Place.directory, "below-" + cls.__name__, Place.base)
             with cls.below:
-                cls.below.install(cls.installed_before())
+                cls.below.install(getattr(Place, cls.installed_before))
 
     def setUp(self):
-        self.machine = node.Node(Place.directory, self._testMethodName[5:60], self.below, init=self.init)
-        self.machine.power_on()
-        self.addCleanup(self.machine.power_off)
+        self.machine = boot(self.addCleanup, self._testMethodName[5:60], self.below, self.init)
 
     def apt(self, words):
         return self.machine.run("apt-get -y " + words)
@@ -207,9 +201,7 @@ class InstallationTest(OnASystem):
 
 
 class UpgradeTest(OnASystem):
-    @staticmethod
-    def installed_before():
-        return Place.old_deb
+    installed_before = "old_deb"
 
     def test_settings_record_logs_and_choices_are_kept(self):
         self.assertTrue(self.installed_version().startswith("0.9.0-"))
@@ -231,9 +223,7 @@ class UpgradeTest(OnASystem):
 
 
 class RemovalTest(OnASystem):
-    @staticmethod
-    def installed_before():
-        return Place.deb
+    installed_before = "deb"
 
     def everything_of_ours(self):
         """The test's own copy of the package and what names this kind of machine are not."""
@@ -282,10 +272,7 @@ class RunningTest(OnASystem):
     """The package's scripts beside a running systemd and a running agent."""
 
     init = "systemd"
-
-    @staticmethod
-    def installed_before():
-        return Place.old_deb
+    installed_before = "old_deb"
 
     def setUp(self):
         super().setUp()

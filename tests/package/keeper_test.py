@@ -5,7 +5,7 @@ import unittest
 
 import arguments
 import node
-from arguments import Place
+from arguments import Place, boot
 from machine import wait_for
 
 WEB = "/opt/demo/bin/demoweb"
@@ -13,20 +13,12 @@ UNIT = """[Service]
 ExecStart=/bin/sleep infinity
 """
 KEEPER_INI = "/usr/velarix/bin/ini/keeper.ini"
-INIT = ("velarixctl init --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
-        f"--gateway 198.51.100.1 --virtual-ip {node.ADDRESS} --waiting-time 0 "
-        f"--service web='{WEB} --port 80' --unit db=demo-db.service")
+INIT = f"{node.INIT} --gateway 198.51.100.1 --service web='{WEB} --port 80' --unit db=demo-db.service"
 
 
 class KeeperTest(unittest.TestCase):
-    maxDiff = None
-
     def setUp(self):
-        self.machine = node.Node(Place.directory, "keeper", Place.base, init="systemd")
-        self.machine.power_on()
-        self.addCleanup(self.machine.power_off)
-        self.machine.install(Place.old_deb)
-        self.machine.equip()
+        self.machine = boot(self.addCleanup, "keeper", Place.base, "systemd", Place.old_deb)
         # The wire's other end is in this machine, too: it must not answer for addresses of eth0.
         self.machine.run(f"sysctl -q -w net.ipv4.conf.all.arp_ignore=1; rm {node.SETTINGS_PATH}")
         self.machine.write(WEB, "#!/usr/bin/perl\nsleep;\n", "0755")

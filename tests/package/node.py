@@ -17,6 +17,8 @@ LOG_PATH = "/usr/velarix/log/velarix.log"
 DEFAULTS_PATH = "/etc/default/velarix-ha"
 SERVICE = "/usr/libexec/velarix-ha/service"
 
+INIT = ("velarixctl init --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
+        f"--virtual-ip {ADDRESS} --waiting-time 0")
 DROP = f"ip addr del {ADDRESS}/24 dev eth0 >/dev/null 2>&1"
 SETTINGS = {
     "AGENT.MODE": "1",

@@ -8,7 +8,7 @@ import unittest
 
 import arguments
 import node
-from arguments import Place
+from arguments import Place, boot
 from machine import wait_for
 
 # The gateway is on each node itself: it answers as long as the node lives.
@@ -33,18 +33,13 @@ INIT = ("velarixctl init --force --output /root/pair --address-a 198.51.100.11 -
 
 
 class TwoNodes(unittest.TestCase):
-    maxDiff = None
-
     @classmethod
     def setUpClass(cls):
         below = node.Node(Place.directory, "below-" + cls.__name__, Place.base)
         with below:
             below.install(Place.deb)
-        cls.a = node.Node(Place.directory, "a", below, init="systemd")
-        cls.b = node.Node(Place.directory, "b", below, init="systemd")
+        cls.a, cls.b = (boot(cls.addClassCleanup, name, below, "systemd") for name in "ab")
         for machine in (cls.a, cls.b):
-            machine.power_on()
-            cls.addClassCleanup(machine.power_off)
             machine.write(node.PROGRAM_PATH, node.PROGRAM_TEXT, "0755")
         cls.join(cls.a, cls.b)
         cls.configure(cls.a, 11, 12)

@@ -5,12 +5,11 @@ import unittest
 
 import arguments
 import node
-from arguments import Place
+from arguments import Place, boot
 from machine import wait_for
 
 KEEPER_INI = "/usr/velarix/bin/ini/keeper.ini"
-INIT = ("velarixctl init --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
-        f"--target 198.51.100.1 --virtual-ip {node.ADDRESS} --waiting-time 0 --service web={node.PROGRAM_PATH}")
+INIT = f"{node.INIT} --target 198.51.100.1 --service web={node.PROGRAM_PATH}"
 # No target may be an own address.
 ROUTER = ("ip netns add router && ip link set wire1 netns router && nsenter --net=/run/netns/router "
           "sh -ec 'ip link set wire1 up; ip addr add 198.51.100.1/24 dev wire1'")
@@ -18,11 +17,7 @@ ROUTER = ("ip netns add router && ip link set wire1 netns router && nsenter --ne
 
 class ReachTest(unittest.TestCase):
     def start(self, init, command):
-        self.machine = node.Node(Place.directory, f"reach-{init}", Place.base, init=init)
-        self.machine.power_on()
-        self.addCleanup(self.machine.power_off)
-        self.machine.install(Place.deb)
-        self.machine.equip()
+        self.machine = boot(self.addCleanup, f"reach-{init}", Place.base, init, Place.deb)
         self.machine.run(f"rm {node.SETTINGS_PATH} && {ROUTER} && {INIT} && {command}")
         self.machine.wait_until_serving()
 

@@ -5,7 +5,7 @@ import unittest
 
 import arguments
 import node
-from arguments import Place
+from arguments import Place, boot
 from build_packages import MAINTAINER
 from installed_test import OWN_SETTINGS, RUN_INFO, TREE
 from machine import mounted
@@ -14,14 +14,9 @@ RPM = "rpm --root /tree --dbpath /var/lib/rpm"
 
 
 class RpmTest(unittest.TestCase):
-    maxDiff = None
-
     @classmethod
     def setUpClass(cls):
-        cls.machine = node.Node(Place.directory, "rpm", Place.build, init="systemd")
-        cls.machine.shared = [(mounted(Place.directory, Place.base), "/base")]
-        cls.machine.power_on()
-        cls.addClassCleanup(cls.machine.power_off)
+        cls.machine = boot(cls.addClassCleanup, "rpm", Place.build, "systemd", shared=[(mounted(Place.directory, Place.base), "/base")])
         for name, source in (("old", Place.old_rpm), ("new", Place.rpm)):
             cls.machine.put(source, f"/root/{name}.rpm")
 

@@ -2,21 +2,14 @@
 
 import unittest
 
-import node
-from arguments import Place
+from arguments import Place, boot
 from machine import wait_for
 
 
 class OnAMachine(unittest.TestCase):
-    maxDiff = None
-
     @classmethod
     def setUpClass(cls):
-        cls.machine = node.Node(Place.directory, "service", Place.base, init="systemd")
-        cls.machine.power_on()
-        cls.addClassCleanup(cls.machine.power_off)
-        cls.machine.install(Place.deb)
-        cls.machine.equip()
+        cls.machine = boot(cls.addClassCleanup, "service", Place.base, "systemd", Place.deb)
 
     def setUp(self):
         self.machine.run("systemctl stop velarix-ha", check=False)

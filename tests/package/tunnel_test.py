@@ -5,12 +5,11 @@ import unittest
 
 import arguments
 import node
-from arguments import Place
+from arguments import Place, boot
 from machine import wait_for
 
 FILES = "/usr/velarix/bin/ini"
-INIT = ("velarixctl init --wireguard --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
-        f"--gateway 198.51.100.1 --virtual-ip {node.ADDRESS} --waiting-time 0 --service web=/opt/demo/bin/demoserver")
+INIT = f"{node.INIT} --wireguard --gateway 198.51.100.1 --service web={node.PROGRAM_PATH}"
 
 # The partner has the other end of eth1 in a network of its own. What its side of the tunnel
 # gets as heartbeats goes to a file.
@@ -60,12 +59,8 @@ WantedBy=multi-user.target
 
 class TunnelTest(unittest.TestCase):
     def setUp(self):
-        self.machine = node.Node(Place.directory, self._testMethodName, Place.base, init="systemd")
-        self.machine.power_on()
-        self.addCleanup(self.machine.power_off)
-        self.machine.install(Place.deb)
+        self.machine = boot(self.addCleanup, self._testMethodName, Place.base, "systemd", Place.deb)
         self.machine.run("apt-get install -y --no-install-recommends wireguard-tools wireguard-go nftables")
-        self.machine.equip()
         self.machine.run(f"rm {node.SETTINGS_PATH}")
         self.machine.write("/root/hear.pl", HEAR)
         self.machine.write("/root/partner", f"#!/bin/sh{PARTNER}", "0755")

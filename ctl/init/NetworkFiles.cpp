@@ -1,7 +1,10 @@
 #include "ctl/init/NodeFiles.h"
 
+#include <map>
+
 #include <Poco/String.h>
 
+#include "FirewallTemplate.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/HostTunnel.h"
@@ -13,6 +16,34 @@ namespace velarix::ctl
 {
 
 using namespace inspect;
+
+std::string firewallRules(const Answers& answers, NodeName node)
+{
+	// Outside of the tunnel the interface stays: the agent's is always eth1.
+	std::map<std::string, std::string> values{
+	    {"port", std::to_string(answers.port)},
+	    {"address", answers.heartbeatAddress(node)},
+	    {"partner", answers.heartbeatAddress(otherOf(node))},
+	    {"gateway", answers.gateway},
+	    {"virtual_ip", answers.bareVirtualIP()},
+	};
+	std::string rules = kFirewallTemplate;
+	if (answers.wireguard)
+	{
+		rules.append("\n").append(kTunnelTemplate);
+		values.insert({{"interface", std::string("\"").append(kTunnelInterface).append("\"")},
+		               {"tunnel_endpoint", answers.wireAddress(otherOf(node))},
+		               {"tunnel_port", std::to_string(answers.tunnelPort)},
+		               {"tunnel_address", answers.heartbeatAddress(node)},
+		               {"tunnel_partner", answers.heartbeatAddress(otherOf(node))},
+		               {"tunnel_heartbeats", std::to_string(answers.port)}});
+	}
+	for (const auto& [name, value] : values)
+	{
+		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$01" + value);
+	}
+	return rules;
+}
 
 std::string tunnelText(const Answers& answers, NodeName node)
 {
