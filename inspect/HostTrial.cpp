@@ -5,16 +5,18 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <set>
-#include <string_view>
 #include <system_error>
 
-#include <fcntl.h>
 #include <linux/capability.h>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sched.h>
+#include <spawn.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,7 +36,6 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Trial, whyNot, start, stop, kill)
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
 using Json = nlohmann::json;
 using std::chrono::milliseconds;
 
@@ -44,19 +45,6 @@ constexpr milliseconds kOverhead{40000};
 std::string lastError(const char* what)
 {
 	return std::string(what) + ": " + std::generic_category().message(errno);
-}
-
-void writeAll(int descriptor, std::string_view text)
-{
-	while (!text.empty())
-	{
-		const ssize_t written = ::write(descriptor, text.data(), text.size());
-		if (written < 0 && errno != EINTR)
-		{
-			return;
-		}
-		text.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-	}
 }
 
 /// ---- the whole, in the trial's own process -----------------------------------------------
@@ -116,28 +104,15 @@ void dropCapabilities()
 /// @return its process; 0 without one
 pid_t startProgram(const std::string& path)
 {
-	std::array<int, 2> ends{};
-	if (path.empty() || !replaceFile("/bin/sleep", path) || ::pipe2(ends.data(), O_CLOEXEC) != 0)
+	if (path.empty() || !replaceFile("/bin/sleep", path))
 	{
 		return 0;
 	}
-	const Descriptor started(ends[0]);
-	Descriptor programs(ends[1]);
-	const pid_t program = ::fork();
-	if (program == 0)
-	{
-		::execl(path.c_str(), path.c_str(), "100000", nullptr);
-		writeAll(programs.get(), "!");
-		::_exit(127);
-	}
-	programs.close();
-	char failed = 0;
-	if (::read(started.get(), &failed, 1) == 1)
-	{
-		::waitpid(program, nullptr, 0);
-		return 0;
-	}
-	return program;
+	pid_t program = 0;
+	std::array<std::string, 2> words{path, "100000"};
+	const std::array<char*, 3> arguments{words[0].data(), words[1].data(), nullptr};
+	const int error = ::posix_spawn(&program, path.c_str(), nullptr, nullptr, arguments.data(), environ);
+	return error == 0 ? program : 0;
 }
 
 CommandRun tryKill(const TrialPlan& plan, const std::vector<Address>& raised)
@@ -193,53 +168,30 @@ Trial perform(const TrialPlan& plan)
 
 /// ---- its processes ---------------------------------------------------------------------------
 
-/// Becomes the first process of the trial's process namespace, with whose end
-/// everything ends that the commands have left behind.
-[[noreturn]] void trialProcess(const TrialPlan& plan, int report)
-{
-	::prctl(PR_SET_PDEATHSIG, SIGKILL);
-	writeAll(report, Json(perform(plan)).dump(-1, ' ', false, Json::error_handler_t::replace));
-	::_exit(0);
-}
-
+/// In a process of its own, whose child is the first of the trial's process namespace: with its
+/// end everything ends that the commands have left behind.
+/// @param report gets the trial
 [[noreturn]] void enterNamespaces(const TrialPlan& plan, int report)
 {
+	const auto write = [&](const Trial& trial)
+	{
+		const std::string text = Json(trial).dump(-1, ' ', false, Json::error_handler_t::replace);
+		[[maybe_unused]] const ssize_t written = ::write(report, text.data(), text.size());
+		::_exit(0);
+	};
 	::prctl(PR_SET_PDEATHSIG, SIGKILL);
-	Trial trial;
 	if (::unshare(CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS) != 0)
 	{
-		trial.whyNot = lastError("no namespaces of its own");
-		writeAll(report, Json(trial).dump());
-		::_exit(0);
+		write({lastError("no namespaces of its own"), {}, {}, {}});
 	}
 	const pid_t first = ::fork();
 	if (first == 0)
 	{
-		trialProcess(plan, report);
+		::prctl(PR_SET_PDEATHSIG, SIGKILL);
+		write(perform(plan));
 	}
 	::waitpid(first, nullptr, 0);
 	::_exit(0);
-}
-
-/// @return all that is written there until it is closed, or until the time is over
-std::string readReport(int descriptor, milliseconds limit)
-{
-	std::string text;
-	const Clock::time_point deadline = Clock::now() + limit;
-	for (milliseconds left = limit; left.count() > 0;
-	     left = std::chrono::duration_cast<milliseconds>(deadline - Clock::now()))
-	{
-		pollfd wanted{descriptor, POLLIN, 0};
-		std::array<char, 4096> piece{};
-		const int ready = ::poll(&wanted, 1, static_cast<int>(left.count()));
-		const ssize_t got = ready > 0 ? ::read(descriptor, piece.data(), piece.size()) : -1;
-		if (got == 0)
-		{
-			break;
-		}
-		text.append(piece.data(), got > 0 ? static_cast<std::size_t>(got) : 0);
-	}
-	return text;
 }
 
 } // namespace
@@ -247,30 +199,30 @@ std::string readReport(int descriptor, milliseconds limit)
 Trial tryCommands(const TrialPlan& plan)
 {
 	Trial failed;
-	std::array<int, 2> ends{};
-	if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+	const Descriptor report(::memfd_create("trial", MFD_CLOEXEC));
+	if (!report)
 	{
-		failed.whyNot = lastError("no pipe");
+		failed.whyNot = lastError("no file for its report");
 		return failed;
 	}
-	const Descriptor report(ends[0]);
-	Descriptor trialsReport(ends[1]);
 	const pid_t child = ::fork();
 	if (child == 0)
 	{
-		enterNamespaces(plan, trialsReport.get());
+		enterNamespaces(plan, report.get());
 	}
-	trialsReport.close();
 	failed.whyNot = "no process for it";
 	if (child < 0)
 	{
 		return failed;
 	}
-	const std::string text = readReport(report.get(), 3 * plan.patience + kOverhead);
+	const Descriptor end(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+	pollfd wanted{end.get(), POLLIN, 0};
+	::poll(&wanted, 1, static_cast<int>((3 * plan.patience + kOverhead).count()));
 	// A process that hangs in the kernel is not waited for.
 	::kill(child, SIGKILL);
 	::waitpid(child, nullptr, 0);
-	const Json record = Json::parse(text, nullptr, false);
+	std::ifstream file("/proc/self/fd/" + std::to_string(report.get()));
+	const Json record = Json::parse(file, nullptr, false);
 	failed.whyNot = "it did not come to its end";
 	return record.is_discarded() ? failed : record.get<Trial>();
 }
