@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
 """Measures how long the keeper takes to raise the address on a busy node, and what it costs at rest.
 
-    sudo evidence/scripts/raise.py [--raises N] [--busy N] [--sleeping N] [--no-install]
+    sudo evidence/scripts/raise.py [--raises N] [--no-install]
 
 On a node without agents. A raise lasts from the start of the shell that the agent would start to
 its end: then the address has been probed for, raised and announced for the first time.
 
-Ends with 0 when every goal was reached, with 1 when not, with 2 when the work could not
-be done.
+Ends with 0 when every goal was reached, with 1 when not, with 2 when the work could not be done.
 """
 
 import argparse
@@ -22,24 +21,21 @@ import common
 import pair
 from machine import machine_text
 
-# Runs on the node, and prints the seconds of each raise; of what holds the address then: KiB of
-# each process, and the share of a processor of all.
+# Prints the seconds of each raise; KiB of each process that holds the address then, and the processor's share of all.
 ON_NODE = r"""
-import glob, json, subprocess, sys, time
+import glob, json, os, subprocess, sys, time
 
 KEEPER = "/usr/libexec/velarix-ha/keeper"
-raises, busy, sleeping = map(int, sys.argv[1:])
-load = [subprocess.Popen(words) for words, count in ((["sh", "-c", "while :; do :; done"], busy),
-                                                     (["sleep", "infinity"], sleeping)) for _ in range(count)]
+load = [subprocess.Popen(["sh", "-c", "while :; do :; done"]) for _ in range(os.cpu_count())]
+load += [subprocess.Popen(["sleep", "infinity"]) for _ in range(1000)]
 took = []
-for _ in range(raises):
+for _ in range(int(sys.argv[1])):
     subprocess.run([KEEPER, "drop"], check=True)
     begin = time.monotonic()
     subprocess.run(["sh", "-c", KEEPER + " raise"], check=True)
     took.append(time.monotonic() - begin)
 for process in load:
     process.kill()
-for process in load:
     process.wait()
 
 def numbers(name):
@@ -57,8 +53,6 @@ print(json.dumps({"took": sorted(took), "resident": [int(one[1]) * 4 for one in 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--raises", type=int, default=100, help="how many (100)")
-    parser.add_argument("--busy", type=int, default=os.cpu_count(), help="processes that do not pause (one a processor)")
-    parser.add_argument("--sleeping", type=int, default=1000, help="processes that wait (1000)")
     parser.add_argument("--no-install", action="store_true", help="neither install nor build")
     arguments = parser.parse_args()
     common.require_root("the pair lives in namespaces of its own")
@@ -67,10 +61,9 @@ def main():
         common.install("run", "build", "lab")
         pair.build()
     with pair.Pair("raise", agents=False) as lab:
-        found = json.loads(lab.lab("exec", "a", "/usr/bin/python3", "-c", ON_NODE,
-                                   *map(str, (arguments.raises, arguments.busy, arguments.sleeping))))
+        found = json.loads(lab.lab("exec", "a", "/usr/bin/python3", "-c", ON_NODE, str(arguments.raises)))
     took = [1000 * one for one in found["took"]]
-    print(f"{machine_text()}; {arguments.busy} busy and {arguments.sleeping} sleeping processes, {len(took)} raises")
+    print(f"{machine_text()}; a busy process for each processor, 1,000 that sleep, {len(took)} raises")
     print("milliseconds: " + ", ".join(f"{name} {took[round(part * (len(took) - 1))]:.0f}" for name, part in (
         ("least", 0), ("median", 0.5), ("p95", 0.95), ("p99", 0.99), ("most", 1))))
     share = 100 * found["processor"]
