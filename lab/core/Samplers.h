@@ -49,6 +49,7 @@ class ServiceSampler
 public:
 	/// `client` is needed during the call only; `timeline` and `clock` must outlive the sampler.
 	ServiceSampler(Timeline& timeline, const LabClock& clock, const Host& client);
+	ServiceSampler(const ServiceSampler&) = delete;
 
 private:
 	Timeline& m_timeline;

@@ -50,7 +50,6 @@ int runMatrix(const Options& options)
 	}
 	results.cells = filtered(results.expectations.cells, names);
 	results.times = options.times;
-	results.times.slack = Millis(options.slack);
 	results.seed = options.seed;
 	results.runs = options.runs;
 	results.jobs = options.jobs;
@@ -63,7 +62,7 @@ int runMatrix(const Options& options)
 		return 0;
 	}
 	requireLab(options.installRoot);
-	results.records = runAll(options, plansFor(options, results), results.times.runLimit(),
+	results.records = runAll(options, plansFor(options, results), options.times.runLimit(),
 	                         Runs<CellPlan, RunRecord>{matrix::runCell, matrix::recordOf, titleOf, differencesOf});
 	deliver(options, toText(results), jsonOf(results));
 	return results.allAsExpected() ? 0 : 1;
@@ -86,7 +85,12 @@ void addMatrix(CLI::App& app, int& status)
 	    ->capture_default_str()
 	    ->check(CLI::Range(0, 60000));
 	command->add_flag("--short", options->shortForm, "The ten or so cells that stand for the whole");
-	command->callback([&status, options] { status = runMatrix(*options); });
+	command->callback(
+	    [&status, options]
+	    {
+		    options->times.slack = Millis(options->slack);
+		    status = runMatrix(*options);
+	    });
 }
 
 } // namespace velarix::lab::program
