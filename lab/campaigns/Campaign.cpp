@@ -1,13 +1,22 @@
 #include "lab/campaigns/Campaign.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 
-#include "lab/core/Basics.h"
 #include "lab/core/Files.h"
 
 namespace velarix::lab
 {
+
+void tellRun(const std::string& progress, const std::vector<std::string>& differences)
+{
+	std::cerr << progress << (differences.empty() ? ": as expected\n" : ": NOT AS EXPECTED\n");
+	for (const std::string& difference : differences)
+	{
+		std::cerr << "    " << difference << '\n';
+	}
+}
 
 void saveTimeline(const std::string& directory, const std::string& title, const std::string& timeline)
 {
@@ -16,33 +25,30 @@ void saveTimeline(const std::string& directory, const std::string& title, const 
 		return;
 	}
 	std::string name = title + ".txt";
-	std::replace_if(
-	    name.begin(), name.end(), [](char letter) { return letter == '/' || letter == ' '; }, '-');
+	std::erase(name, ',');
+	std::ranges::replace_if(
+	    name, [](char letter) { return letter == '/' || letter == ' '; }, '-');
 	std::filesystem::create_directories(directory);
 	writeFile(std::filesystem::path(directory) / name, timeline);
 }
 
-void deliver(const std::string& report, const std::string& output)
-{
-	if (!output.empty())
-	{
-		writeFile(output, report);
-		return;
-	}
-	std::cout << report << std::flush;
-	if (!std::cout)
-	{
-		throw LabError("cannot write the report to standard output");
-	}
-}
-
-void deliver(const ReportOptions& options, const std::string& text, const nlohmann::json& report)
+void deliver(const CampaignOptions& options, const std::string& text, const nlohmann::json& report)
 {
 	if (!options.records.empty())
 	{
 		writeFile(options.records, jsonFileText(report));
 	}
-	deliver(options.form == "json" ? jsonFileText(report) : text, options.output);
+	const std::string shown = options.form == "json" ? jsonFileText(report) : text;
+	if (!options.output.empty())
+	{
+		writeFile(options.output, shown);
+		return;
+	}
+	std::cout << shown << std::flush;
+	if (!std::cout)
+	{
+		throw LabError("cannot write the report to standard output");
+	}
 }
 
 } // namespace velarix::lab

@@ -88,7 +88,7 @@ void measureEnded(const Timeline& timeline, PhaseRecord& phase)
 		if (event.kind == EventKind::action && event.host && event.at >= phase.from && event.at <= phase.to &&
 		    event.text == "the agent has ended by itself")
 		{
-			ended[static_cast<std::size_t>(*event.host)] = true;
+			ended[indexOf(*event.host)] = true;
 		}
 	}
 	phase.ended = ended[0] || ended[1] ? ownersText(ended[0], ended[1]) : std::string();
@@ -214,15 +214,15 @@ void measureOverhead(const Timeline& timeline, const Observed& observed, const P
 	{
 		return;
 	}
-	const auto node = static_cast<std::size_t>(*decision->host);
+	const LogSeen& log = observed[indexOf(*decision->host)];
 	Millis decided = decision->at;
 	Millis begun = phase.outageBegin + phase.took;
 	if (path.wholePass)
 	{
-		const std::vector<Millis>& own = observed.passes[node];
+		const std::vector<Millis>& own = log.passes;
 		const auto later = std::upper_bound(own.begin(), own.end(), decided);
 		const auto index = later - own.begin();
-		const Millis started = lastStart(observed.starts[node], decided);
+		const Millis started = lastStart(log.starts, decided);
 		decided = index > 0 ? own[static_cast<std::size_t>(index - 1)] : decided;
 		// A pass of the agent that ran before a reboot is none of this one's.
 		const bool another = index > 1 && own[static_cast<std::size_t>(index - 2)] >= started;
@@ -232,12 +232,11 @@ void measureOverhead(const Timeline& timeline, const Observed& observed, const P
 	{
 		return; // made before the phase: it does not answer what happened in it
 	}
-	const std::vector<ProbeInterval>& probes = observed.silentProbes[node];
 	const Millis early = std::max(decided - begun - sumOf(path.before, times), Millis(0));
 	phase.noticed = decided - phase.outageBegin;
 	phase.overhead = phase.outageEnd - decided - sumOf(path.after, times) + early;
-	phase.pings =
-	    beyondASecond(probes, decided, phase.outageEnd) + std::min(early, beyondASecond(probes, begun, decided));
+	phase.pings = beyondASecond(log.silentProbes, decided, phase.outageEnd) +
+	              std::min(early, beyondASecond(log.silentProbes, begun, decided));
 }
 
 } // namespace velarix::lab

@@ -25,12 +25,7 @@ void measure(const Timeline& timeline, PhaseRecord& phase);
 Millis lastChange(const Timeline& timeline, Millis from, Millis to);
 
 /// What the logs tell beside the timeline, of node a and node b.
-struct Observed
-{
-	std::array<std::vector<Millis>, 2> passes{};              ///< beginnings of the receivers' passes
-	std::array<std::vector<ProbeInterval>, 2> silentProbes{}; ///< probes that nobody answered
-	std::array<std::vector<Millis>, 2> starts{};              ///< of the agents
-};
+using Observed = std::array<LogSeen, 2>;
 
 /// Fills in phase.noticed, phase.overhead and phase.pings: how long the outage of the phase lasted beyond
 /// the fixed waits of the path. That is what came after the decision less the waits

@@ -104,7 +104,7 @@ void letServe(Lab& lab, HostId master, Millis limit)
 		}
 		else
 		{
-			lab.inject({FaultKind::programKilled, HostId::a});
+			lab.inject({"program-kill", HostId::a});
 		}
 		served = lab.waitForService(HostId::b, limit) && onStandby(lab, HostId::a, limit);
 	}

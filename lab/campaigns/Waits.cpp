@@ -1,9 +1,9 @@
 #include "lab/campaigns/Waits.h"
 
-#include <array>
+#include <algorithm>
 #include <charconv>
-#include <functional>
 #include <sstream>
+#include <vector>
 
 namespace velarix::lab
 {
@@ -11,104 +11,86 @@ namespace velarix::lab
 namespace
 {
 
-constexpr Millis seconds(int count)
-{
-	return std::chrono::seconds(count);
-}
+using std::chrono::seconds;
 
-constexpr std::array<FixedWait, 12> waits{{
-    {"0", "nothing", [](const PairSettings&) { return Millis(0); }},
-    {"interval", "pause of the sender", [](const PairSettings& times) { return seconds(times.interval); }},
-    {"receive", "receiving time", [](const PairSettings& times) { return seconds(times.receivingTime); }},
-    {"wait", "waiting time before the programs", [](const PairSettings& times) { return seconds(times.waitingTime); }},
-    {"silence", "receiving time and the second after it",
-     [](const PairSettings& times) { return seconds(times.receivingTime + 1); }},
-    {"beat", "until the next heartbeat is heard and served",
-     [](const PairSettings& times) { return seconds(times.interval) + Millis(500); }},
-    {"ping", "a probe that nobody answers: ten pings", [](const PairSettings&) { return seconds(1); }},
-    {"count", "countdown before the start command; with the keeper its ARP probes",
-     [](const PairSettings& pair) { return pair.profile == Profile::keeper ? Millis(250) : seconds(5); }},
-    {"checks", "until a program that hangs has failed its checks", [](const PairSettings&) { return seconds(6); }},
-    {"second", "pause after a failed check", [](const PairSettings&) { return seconds(1); }},
-    {"half", "pause after a start command that printed", [](const PairSettings&) { return Millis(500); }},
-    {"two", "pause of a sender that is refused, or of a fresh agent before it begins",
-     [](const PairSettings&) { return seconds(2); }},
-}};
+struct FixedWait
+{
+	const char* name;
+	Millis (*length)(const PairSettings& pair);
+};
+
+constexpr FixedWait waits[]{
+    {"0", [](const PairSettings&) { return Millis(0); }},
+    {"interval", [](const PairSettings& pair) -> Millis { return seconds(pair.interval); }},
+    {"receive", [](const PairSettings& pair) -> Millis { return seconds(pair.receivingTime); }},
+    {"wait", [](const PairSettings& pair) -> Millis { return seconds(pair.waitingTime); }},
+    {"silence", [](const PairSettings& pair) -> Millis { return seconds(pair.receivingTime + 1); }},
+    {"beat", [](const PairSettings& pair) { return seconds(pair.interval) + Millis(500); }},
+    {"ping", [](const PairSettings&) { return Millis(1000); }},
+    {"count", [](const PairSettings& pair) { return Millis(pair.profile == Profile::keeper ? 250 : 5000); }},
+    {"checks", [](const PairSettings&) { return Millis(6000); }},
+    {"second", [](const PairSettings&) { return Millis(1000); }},
+    {"half", [](const PairSettings&) { return Millis(500); }},
+    {"two", [](const PairSettings&) { return Millis(2000); }},
+};
 
 struct Term
 {
 	int factor = 1;
-	const FixedWait* wait = nullptr;
+	std::string name;
+	Millis length{0}; ///< of one
 };
 
-Term termFrom(std::string_view text)
+Term termFrom(const std::string& text, const PairSettings& times)
 {
 	Term term;
 	const std::size_t star = text.find('*');
-	std::string_view name = text;
-	if (star != std::string_view::npos)
+	term.name = text.substr(star == std::string::npos ? 0 : star + 1);
+	const char* end = text.data() + std::min(star, text.size());
+	const bool counted = star == std::string::npos || std::from_chars(text.data(), end, term.factor).ptr == end;
+	const auto* wait = std::ranges::find_if(waits, [&](const FixedWait& known) { return term.name == known.name; });
+	if (!counted || text.starts_with('*') || wait == std::end(waits))
 	{
-		const char* end = text.data() + star;
-		const auto [stopped, failure] = std::from_chars(text.data(), end, term.factor);
-		name = failure == std::errc() && stopped == end ? text.substr(star + 1) : std::string_view();
+		throw LabError("\"" + text + "\" is no fixed wait");
 	}
-	term.wait = waitNamed(name);
-	if (term.wait == nullptr)
-	{
-		throw LabError("\"" + std::string(text) + "\" is no fixed wait");
-	}
+	term.length = wait->length(times);
 	return term;
 }
 
-void forEachTerm(std::string_view expression, const std::function<void(const Term&)>& visit)
+std::vector<Term> termsIn(const std::string& expression, const PairSettings& times)
 {
+	std::vector<Term> terms;
 	for (std::size_t begin = 0; begin <= expression.size();)
 	{
 		const std::size_t end = std::min(expression.find('+', begin), expression.size());
-		visit(termFrom(expression.substr(begin, end - begin)));
+		terms.push_back(termFrom(expression.substr(begin, end - begin), times));
 		begin = end + 1;
 	}
-}
-
-std::string lengthText(Millis length)
-{
-	std::ostringstream text;
-	text << static_cast<double>(length.count()) / 1000 << " s";
-	return text.str();
+	return terms;
 }
 
 } // namespace
 
-const FixedWait* waitNamed(std::string_view name)
-{
-	for (const FixedWait& wait : waits)
-	{
-		if (name == wait.name)
-		{
-			return &wait;
-		}
-	}
-	return nullptr;
-}
-
-Millis sumOf(std::string_view expression, const PairSettings& times)
+Millis sumOf(const std::string& expression, const PairSettings& times)
 {
 	Millis sum{0};
-	forEachTerm(expression, [&](const Term& term) { sum += term.factor * term.wait->length(times); });
+	for (const Term& term : termsIn(expression, times))
+	{
+		sum += term.factor * term.length;
+	}
 	return sum;
 }
 
-std::string explained(std::string_view expression, const PairSettings& times)
+std::string explained(const std::string& expression, const PairSettings& times)
 {
-	std::string text;
-	forEachTerm(expression,
-	            [&](const Term& term)
-	            {
-		            text += text.empty() ? "" : " + ";
-		            text += term.factor == 1 ? std::string() : std::to_string(term.factor) + " * ";
-		            text += std::string(term.wait->name) + " " + lengthText(term.wait->length(times));
-	            });
-	return text;
+	std::ostringstream text;
+	for (const char* plus = ""; const Term& term : termsIn(expression, times))
+	{
+		text << plus << (term.factor == 1 ? "" : std::to_string(term.factor) + " * ") << term.name << ' '
+		     << static_cast<double>(term.length.count()) / 1000 << " s";
+		plus = " + ";
+	}
+	return text.str();
 }
 
 } // namespace velarix::lab

@@ -27,11 +27,11 @@ using HandOver = std::function<void(const std::string& part)>;
 using Work = std::function<std::string(std::size_t index, const HandOver& handOver)>;
 
 /// Runs `count` pieces of work, at most `jobs` at a time, in their order. The
-/// caller must have no other thread. Children end with it.
+/// caller must have no other thread and no other child. Children end with it.
 /// @param work   runs in the child; what it throws is its problem
 /// @param done   runs in the caller, as soon as a piece has ended
 /// @param limit  for one piece; one that takes longer is killed
-/// @throws LabError when no process can be made; the pieces under way are ended
+/// @throws LabError when no process can be made
 void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
                   const std::function<void(const WorkerResult&)>& done);
 

@@ -56,10 +56,10 @@ bool holdsVirtualAddress(int socket)
 
 AddressSampler::AddressSampler(Timeline& timeline, const LabClock& clock) : m_timeline(timeline), m_clock(clock)
 {
-	m_thread = std::thread(
-	    [this]
+	m_thread = std::jthread(
+	    [this](const std::stop_token& stop)
 	    {
-		    while (!m_stop)
+		    while (!stop.stop_requested())
 		    {
 			    {
 				    const std::lock_guard lock(m_mutex);
@@ -70,23 +70,17 @@ AddressSampler::AddressSampler(Timeline& timeline, const LabClock& clock) : m_ti
 	    });
 }
 
-AddressSampler::~AddressSampler()
-{
-	m_stop = true;
-	m_thread.join();
-}
-
 void AddressSampler::attach(HostId node, const Host& host)
 {
 	Descriptor opened = socketInside(host);
 	const std::lock_guard lock(m_mutex);
-	m_sockets[static_cast<std::size_t>(node)] = std::move(opened);
+	m_sockets[indexOf(node)] = std::move(opened);
 }
 
 void AddressSampler::detach(HostId node)
 {
 	const std::lock_guard lock(m_mutex);
-	m_sockets[static_cast<std::size_t>(node)].reset();
+	m_sockets[indexOf(node)].reset();
 	sampleLocked();
 }
 

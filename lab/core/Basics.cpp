@@ -1,5 +1,6 @@
 #include "lab/core/Basics.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -9,18 +10,8 @@ namespace velarix::lab
 
 const char* nameOf(HostId host)
 {
-	switch (host)
-	{
-	case HostId::a:
-		return "a";
-	case HostId::b:
-		return "b";
-	case HostId::gateway:
-		return "gateway";
-	case HostId::client:
-		return "client";
-	}
-	return "?";
+	static constexpr std::array<const char*, 4> names{"a", "b", "gateway", "client"};
+	return names.at(indexOf(host));
 }
 
 std::string nodeText(HostId node)
@@ -30,14 +21,8 @@ std::string nodeText(HostId node)
 
 std::optional<HostId> hostNamed(std::string_view name)
 {
-	for (const HostId host : allHosts)
-	{
-		if (name == nameOf(host))
-		{
-			return host;
-		}
-	}
-	return std::nullopt;
+	const auto* found = std::ranges::find(allHosts, name, nameOf);
+	return found == allHosts.end() ? std::nullopt : std::optional(*found);
 }
 
 std::string secondsText(Millis time)
@@ -55,11 +40,6 @@ void throwErrno(const std::string& what)
 Millis LabClock::now() const
 {
 	return std::chrono::duration_cast<Millis>(std::chrono::steady_clock::now() - m_start);
-}
-
-std::chrono::system_clock::time_point LabClock::wallAt(Millis time) const
-{
-	return m_wallStart + time;
 }
 
 } // namespace velarix::lab

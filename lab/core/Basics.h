@@ -28,6 +28,12 @@ enum class HostId
 inline constexpr std::array<HostId, 2> nodes{HostId::a, HostId::b};
 inline constexpr std::array<HostId, 4> allHosts{HostId::a, HostId::b, HostId::gateway, HostId::client};
 
+/// @return its place in an array by host or by node
+constexpr std::size_t indexOf(HostId host)
+{
+	return static_cast<std::size_t>(host);
+}
+
 /// @return "a", "b", "gateway" or "client"
 const char* nameOf(HostId host);
 
@@ -99,12 +105,9 @@ class LabClock
 {
 public:
 	Millis now() const;
-	/// The local wall clock time at which now() was `time`.
-	std::chrono::system_clock::time_point wallAt(Millis time) const;
 
 private:
 	std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
-	std::chrono::system_clock::time_point m_wallStart = std::chrono::system_clock::now();
 };
 
 } // namespace velarix::lab

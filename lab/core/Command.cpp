@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -51,21 +52,14 @@ std::vector<std::string> environmentFor(bool terminal)
 /// are safe in a copy of a program with threads.
 struct Prepared
 {
-	explicit Prepared(const SpawnPlan& spawnPlan) : plan(spawnPlan), environment(environmentFor(spawnPlan.terminal))
+	explicit Prepared(const SpawnPlan& spawnPlan)
+	    : plan(spawnPlan), words(spawnPlan.argv), environment(environmentFor(spawnPlan.terminal)),
+	      argv(pointersTo(words)), envp(pointersTo(environment))
 	{
-		for (const std::string& word : plan.argv)
-		{
-			argv.push_back(const_cast<char*>(word.c_str()));
-		}
-		argv.push_back(nullptr);
-		for (const std::string& word : environment)
-		{
-			envp.push_back(const_cast<char*>(word.c_str()));
-		}
-		envp.push_back(nullptr);
 	}
 
 	const SpawnPlan& plan;
+	std::vector<std::string> words;
 	std::vector<std::string> environment;
 	std::vector<char*> argv;
 	std::vector<char*> envp;
@@ -140,6 +134,14 @@ void placeStreams(const SpawnPlan& plan)
 
 } // namespace
 
+std::vector<char*> pointersTo(std::vector<std::string>& words)
+{
+	std::vector<char*> pointers;
+	std::ranges::transform(words, std::back_inserter(pointers), [](std::string& word) { return word.data(); });
+	pointers.push_back(nullptr);
+	return pointers;
+}
+
 pid_t spawn(const SpawnPlan& plan)
 {
 	const Prepared prepared(plan);
@@ -193,10 +195,7 @@ std::string runOrThrow(const Command& command)
 	if (!result.ok())
 	{
 		std::string text;
-		for (const std::string& word : command.argv)
-		{
-			text += word + " ";
-		}
+		std::ranges::for_each(command.argv, [&](const std::string& word) { text += word + " "; });
 		text += result.timedOut ? "did not end in time" : "ended with status " + std::to_string(result.status);
 		throw LabError(text + ": " + result.output);
 	}

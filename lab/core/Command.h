@@ -33,6 +33,9 @@ struct SpawnPlan
 	bool terminal = false; ///< stays in the caller's session
 };
 
+/// @return pointers to the words and a null, for exec; they last as long as the words
+std::vector<char*> pointersTo(std::vector<std::string>& words);
+
 /// Starts a program.
 /// @return pid of a child of the caller that ends with the program's own exit
 ///         status, or 128 + signal; 127 when it cannot be executed, 126 when the

@@ -62,11 +62,6 @@ void Console::clearWaiting()
 	}
 }
 
-std::string Console::coloured(const std::string& text, const char* code) const
-{
-	return m_colour && *code != '\0' ? std::string("\033[") + code + "m" + text + "\033[0m" : text;
-}
-
 void Console::line(const std::string& text)
 {
 	const std::lock_guard lock(m_mutex);
@@ -76,7 +71,8 @@ void Console::line(const std::string& text)
 
 void Console::event(const Event& event)
 {
-	line(coloured(toText(event), colourOf(event.kind)));
+	const std::string code = m_colour ? colourOf(event.kind) : "";
+	line(code.empty() ? toText(event) : "\033[" + code + "m" + toText(event) + "\033[0m");
 }
 
 void Console::waiting(const WaitProgress& progress)

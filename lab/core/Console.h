@@ -24,9 +24,7 @@ public:
 
 	void line(const std::string& text);
 	void event(const Event& event);
-	void waiting(const WaitProgress& progress);
-
-	/// waiting(), for a Wait.
+	/// For a Wait.
 	WaitObserver observer();
 
 private:
@@ -38,7 +36,7 @@ private:
 	LabClock m_clock;
 
 	void clearWaiting();
-	std::string coloured(const std::string& text, const char* code) const;
+	void waiting(const WaitProgress& progress);
 };
 
 } // namespace velarix::lab

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <fstream>
+#include <iterator>
 #include <optional>
-#include <sstream>
 #include <system_error>
 
 #include <sys/mman.h>
@@ -17,18 +17,12 @@ namespace
 
 std::optional<std::string> readIfOpen(const std::filesystem::path& path)
 {
-	const std::ifstream stream(path, std::ios::binary);
-	if (!stream.is_open())
+	std::ifstream stream(path, std::ios::binary);
+	if (!stream)
 	{
 		return std::nullopt;
 	}
-	std::ostringstream content;
-	// Inserting nothing at all would count as a failure.
-	if (stream.rdbuf()->sgetc() != std::char_traits<char>::eof())
-	{
-		content << stream.rdbuf();
-	}
-	return content.str();
+	return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
 [[noreturn]] void fail(const std::string& what, const std::filesystem::path& path)

@@ -1,5 +1,6 @@
 #include "lab/core/Host.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -9,7 +10,6 @@
 #include <fcntl.h>
 #include <linux/sched.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -25,21 +25,19 @@ constexpr int readyLimitMs = 20000;
 
 std::vector<std::string> initArguments(const HostSpec& spec, int control, int rackMounts)
 {
-	std::vector<std::string> arguments{spec.initProgram.string(), std::to_string(control), spec.hostName};
-	switch (spec.kind)
+	static constexpr std::array<const char*, 3> kinds{"root", "host", "node"};
+	std::vector<std::string> words{spec.initProgram.string(),
+	                               std::to_string(control),
+	                               spec.hostName,
+	                               kinds.at(static_cast<std::size_t>(spec.kind)),
+	                               std::to_string(spec.firstProcess),
+	                               std::to_string(rackMounts)};
+	const bool root = spec.kind == HostKind::root;
+	for (const HostId id : nodes)
 	{
-	case HostKind::root:
-		arguments.insert(arguments.end(), {"root", nameOf(HostId::a), nameOf(HostId::b)});
-		break;
-	case HostKind::host:
-		arguments.insert(arguments.end(), {"host", std::to_string(spec.firstProcess)});
-		break;
-	case HostKind::node:
-		arguments.insert(arguments.end(),
-		                 {"node", std::to_string(spec.firstProcess), std::to_string(rackMounts), spec.disk});
-		break;
+		words.push_back(root ? nameOf(id) : spec.disk);
 	}
-	return arguments;
+	return words;
 }
 
 /// Runs in the new process 1 until it becomes velarix-lab-init.
@@ -102,18 +100,11 @@ Host::~Host()
 
 void Host::start(const HostSpec& spec, int control, int rackMounts)
 {
-	const std::vector<std::string> arguments = initArguments(spec, control, rackMounts);
-	std::vector<char*> argv;
-	argv.reserve(arguments.size() + 1);
-	for (const std::string& argument : arguments)
-	{
-		argv.push_back(const_cast<char*>(argument.c_str()));
-	}
-	argv.push_back(nullptr);
-
+	std::vector<std::string> arguments = initArguments(spec, control, rackMounts);
+	const std::vector<char*> argv = pointersTo(arguments);
 	int pidFd = -1;
 	clone_args options{};
-	options.flags = CLONE_PIDFD | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC;
+	options.flags = CLONE_PIDFD | (allNamespaces & ~CLONE_NEWNS);
 	options.pidfd = reinterpret_cast<std::uintptr_t>(&pidFd);
 	options.exit_signal = SIGCHLD;
 	const long pid = ::syscall(SYS_clone3, &options, sizeof options);
@@ -146,16 +137,6 @@ void Host::awaitReady(const std::string& hostName)
 	                            (answer.empty() ? std::string() : ": " + answer.substr(0, answer.find('\n'))));
 }
 
-Inside Host::inside() const
-{
-	return {m_pidFd.get(), CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNS};
-}
-
-Inside Host::insideNetwork() const
-{
-	return {m_pidFd.get(), CLONE_NEWNET};
-}
-
 void Host::switchOff()
 {
 	if (m_pid < 0)
@@ -168,6 +149,11 @@ void Host::switchOff()
 	}
 	m_pid = -1;
 	m_control.reset();
+}
+
+std::string shell(const Host& host, const std::string& script)
+{
+	return runOrThrow({{"bash", "-ec", script}, {}, host.inside()});
 }
 
 void inNetworkOf(const Host& host, const std::function<void()>& work)

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <sched.h>
+
 #include "lab/core/Basics.h"
 #include "lab/core/Command.h"
 
@@ -24,6 +26,9 @@ enum class HostKind
 	host, ///< all files read-only but /run and /tmp
 	node  ///< as host, with a writable /usr on a disk of the root host
 };
+
+/// All the namespaces of a host.
+inline constexpr int allNamespaces = CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNS;
 
 struct HostSpec
 {
@@ -58,9 +63,9 @@ public:
 	std::filesystem::path root() const { return "/proc/" + std::to_string(m_pid) + "/root"; }
 
 	/// All its namespaces, for spawn and run.
-	Inside inside() const;
+	Inside inside() const { return {m_pidFd.get(), allNamespaces}; }
 	/// Its network namespace only: files and processes stay the machine's.
-	Inside insideNetwork() const;
+	Inside insideNetwork() const { return {m_pidFd.get(), CLONE_NEWNET}; }
 
 	/// Ends every process of the host at once and waits for process 1.
 	void switchOff();
@@ -73,6 +78,11 @@ private:
 	void start(const HostSpec& spec, int control, int rackMounts);
 	void awaitReady(const std::string& hostName);
 };
+
+/// Runs a script for bash in all namespaces of the host; what fails in it ends it.
+/// @return what it prints
+/// @throws LabError with that when it fails
+std::string shell(const Host& host, const std::string& script);
 
 /// Runs `work` on a thread of its own inside the host's network namespace: the
 /// sockets it opens stay there. Files and processes are the machine's.

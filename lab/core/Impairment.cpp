@@ -1,8 +1,6 @@
 #include "lab/core/Impairment.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 
 #include <net/ethernet.h>
 
@@ -11,8 +9,6 @@ namespace velarix::lab
 
 namespace
 {
-
-constexpr Millis longestDelay{60000};
 
 constexpr std::size_t destinationHardware = 0;
 constexpr std::size_t sourceHardware = 6;
@@ -50,23 +46,6 @@ bool holds(std::span<const std::uint8_t> frame, std::size_t at, const std::array
 }
 
 } // namespace
-
-std::optional<std::string> problemOf(const Impairment& impairment)
-{
-	if (!std::isfinite(impairment.lossPercent) || impairment.lossPercent < 0 || impairment.lossPercent > 100)
-	{
-		return "a loss has to be between 0 and 100 %";
-	}
-	if (impairment.delay < Millis(0) || impairment.delay > longestDelay)
-	{
-		return "a delay has to be between 0 and " + std::to_string(longestDelay.count()) + " ms";
-	}
-	if (impairment.jitter < Millis(0) || impairment.jitter > impairment.delay)
-	{
-		return "a jitter has to be between 0 and the delay";
-	}
-	return std::nullopt;
-}
 
 bool comesFrom(std::span<const std::uint8_t> frame, const InterfaceAddress& interface)
 {

@@ -44,10 +44,6 @@ struct Impairment
 	std::uint64_t seed = 1;
 };
 
-/// @return why no wire can be like that, for the person at the keyboard; empty
-///         when it is sound
-std::optional<std::string> problemOf(const Impairment& impairment);
-
 /// How a frame tells who sent it and whom it is for.
 struct InterfaceAddress
 {

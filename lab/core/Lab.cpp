@@ -28,6 +28,17 @@ void inLabErrors(const std::function<void()>& step)
 
 } // namespace
 
+void LabOptions::prepareFor(const std::vector<std::string>& faults)
+{
+	for (const std::string& name : faults)
+	{
+		if (const auto prepare = infoOf(name).prepare)
+		{
+			prepare(*this);
+		}
+	}
+}
+
 Lab::Lab(const LabOptions& options)
     : m_seed(options.seed), m_programs(findPrograms(options.installRoot)),
       m_rootHost({m_programs.init, "lab-root", HostKind::root, 0, 0, {}}), m_wiring(m_rootHost)
@@ -43,8 +54,7 @@ Lab::Lab(const LabOptions& options)
 	for (const HostId id : nodes)
 	{
 		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
-		m_nodes[static_cast<std::size_t>(id)] =
-		    std::make_unique<Node>(id, m_rootHost, m_programs, firstProcessOf(id, m_seed));
+		m_nodes[indexOf(id)] = std::make_unique<Node>(id, m_rootHost, m_programs, firstProcessOf(id, m_seed));
 		node(id).writeSettings(settings);
 		node(id).wrapAgent(options.wrapper);
 		if (options.clockShim)
@@ -168,7 +178,7 @@ void Lab::freezeAgent(HostId id)
 		throw LabError(nodeText(id) + " has no agent to freeze");
 	}
 	m_logWatch->catchUp(id);
-	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
+	m_roleBeforeFreeze[indexOf(id)] = role(id);
 	setRole(id, "frozen");
 }
 
@@ -178,7 +188,7 @@ void Lab::thawAgent(HostId id)
 	{
 		throw LabError("the agent of " + nodeText(id) + " is not frozen");
 	}
-	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
+	setRole(id, m_roleBeforeFreeze[indexOf(id)]);
 	node(id).signalAgent(SIGCONT);
 }
 
@@ -186,7 +196,7 @@ void Lab::freezeHost(HostId id)
 {
 	const pid_t init = node(id).host().pid();
 	m_logWatch->catchUp(id);
-	m_roleBeforeFreeze[static_cast<std::size_t>(id)] = role(id);
+	m_roleBeforeFreeze[indexOf(id)] = role(id);
 	Impairment unreachable;
 	unreachable.lossPercent = 100;
 	for (const Network network : {Network::service, Network::communication})
@@ -216,7 +226,7 @@ void Lab::thawHost(HostId id)
 		throw LabError(nodeText(id) + " is not frozen");
 	}
 	const pid_t init = node(id).host().pid();
-	setRole(id, m_roleBeforeFreeze[static_cast<std::size_t>(id)]);
+	setRole(id, m_roleBeforeFreeze[indexOf(id)]);
 	m_addressSampler->attach(id, node(id).host());
 	for (const Network network : {Network::service, Network::communication})
 	{
@@ -253,16 +263,11 @@ void Lab::powerOn(HostId id, bool withAgent)
 	}
 }
 
-void Lab::note(EventKind kind, const Fault& fault)
+void Lab::carryOut(EventKind kind, const Fault& fault, FaultInfo::Step step)
 {
-	const FaultInfo& info = infoOf(fault.kind);
+	const FaultInfo& info = infoOf(fault.name);
 	const std::optional<HostId> host = info.onNode ? std::optional<HostId>(fault.node) : std::nullopt;
 	m_timeline.add({m_clock.now(), kind, host, kind == EventKind::fault ? info.what : info.repaired});
-}
-
-void Lab::carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node))
-{
-	note(kind, fault);
 	try
 	{
 		inLabErrors([&] { step(*this, fault.node); });
@@ -277,7 +282,7 @@ void Lab::carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, Ho
 
 void Lab::inject(const Fault& fault)
 {
-	const FaultInfo& info = infoOf(fault.kind);
+	const FaultInfo& info = infoOf(fault.name);
 	if (info.require != nullptr)
 	{
 		inLabErrors([&] { info.require(*this, fault.node); });
@@ -287,7 +292,7 @@ void Lab::inject(const Fault& fault)
 
 void Lab::repair(const Fault& fault)
 {
-	const FaultInfo& info = infoOf(fault.kind);
+	const FaultInfo& info = infoOf(fault.name);
 	if (info.repair == nullptr)
 	{
 		throw LabError(std::string("there is nothing to repair after ") + info.name);

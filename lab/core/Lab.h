@@ -13,7 +13,6 @@
 #include <string>
 #include <vector>
 
-#include "lab/core/BackgroundJobs.h"
 #include "lab/core/Basics.h"
 #include "lab/core/Command.h"
 #include "lab/core/Fault.h"
@@ -39,6 +38,9 @@ struct LabOptions
 	{
 	}
 
+	/// Makes it ready for the faults of these names.
+	void prepareFor(const std::vector<std::string>& faults);
+
 	/// Where the agent is installed; empty: see findPrograms.
 	std::filesystem::path installRoot{};
 	NodeSettings settingsA = NodeSettings::standard(HostId::a);
@@ -63,7 +65,7 @@ public:
 
 	const LabClock& clock() const { return m_clock; }
 	Timeline& timeline() { return m_timeline; }
-	Node& node(HostId id) { return *m_nodes[static_cast<std::size_t>(id)]; }
+	Node& node(HostId id) { return *m_nodes[indexOf(id)]; }
 	/// @throws LabError when the node is off
 	const Host& host(HostId id);
 	/// A third host on both networks, which neither serves nor is pinged.
@@ -93,8 +95,6 @@ public:
 	void powerOn(HostId id, bool withAgent = true);
 
 	std::uint64_t seed() const { return m_seed; }
-	/// What faults keep running on the hosts.
-	BackgroundJobs& jobs() { return m_jobs; }
 
 	/// Injects or repairs a fault and notes it in the timeline.
 	/// @throws LabError when the fault has no place at present; an inject that
@@ -111,12 +111,8 @@ public:
 	std::string answeredBy() const { return m_timeline.current(serviceTrack); }
 	/// "starting", "master", "slave", "frozen", "no agent", "off"
 	std::string role(HostId id) const { return m_timeline.current(roleTrack(id)); }
-	/// When each pass of the node's receiver began, as its log tells.
-	std::vector<Millis> passes(HostId id) const { return m_logWatch->passes(id); }
-	/// The node's probes that nobody answered, as its log tells.
-	std::vector<ProbeInterval> silentProbes(HostId id) const { return m_logWatch->silentProbes(id); }
-	/// When the node's agents began their work, as its log tells.
-	std::vector<Millis> agentStarts(HostId id) const { return m_logWatch->starts(id); }
+	/// What the nodes' logs tell beside that.
+	std::array<LogSeen, 2> seenInLogs() const { return {m_logWatch->seen(HostId::a), m_logWatch->seen(HostId::b)}; }
 	/// One line with all of these.
 	std::string stateText() const;
 
@@ -135,7 +131,6 @@ private:
 	std::unique_ptr<Host> m_gateway;
 	std::unique_ptr<Host> m_client;
 	std::unique_ptr<Host> m_attacker;
-	BackgroundJobs m_jobs;
 	std::array<std::string, 2> m_roleBeforeFreeze;
 	std::optional<LogWatch> m_logWatch;
 	std::optional<AddressSampler> m_addressSampler;
@@ -144,8 +139,7 @@ private:
 	void setRole(HostId id, const std::string& role);
 	std::unique_ptr<Host> makeHost(HostId id) const;
 	void bootAndConnect(HostId id);
-	void note(EventKind kind, const Fault& fault);
-	void carryOut(EventKind kind, const Fault& fault, void (*step)(Lab& lab, HostId node));
+	void carryOut(EventKind kind, const Fault& fault, FaultInfo::Step step);
 };
 
 /// Checks tools, programs and namespaces; to be called before the first Lab for

@@ -50,13 +50,7 @@ std::vector<std::string> LogTail::readNew(const std::filesystem::path& path)
 
 LogWatch::LogWatch(Timeline& timeline, const LabClock& clock) : m_timeline(timeline), m_clock(clock)
 {
-	m_thread = std::thread([this] { loop(); });
-}
-
-LogWatch::~LogWatch()
-{
-	m_stop = true;
-	m_thread.join();
+	m_thread = std::jthread([this](const std::stop_token& stop) { loop(stop); });
 }
 
 void LogWatch::follow(HostId node, const std::filesystem::path& log)
@@ -71,22 +65,10 @@ void LogWatch::catchUp(HostId node)
 	readLog(node);
 }
 
-std::vector<Millis> LogWatch::passes(HostId node) const
+LogSeen LogWatch::seen(HostId node) const
 {
 	const std::lock_guard lock(m_mutex);
-	return m_watched[static_cast<std::size_t>(node)].passes;
-}
-
-std::vector<ProbeInterval> LogWatch::silentProbes(HostId node) const
-{
-	const std::lock_guard lock(m_mutex);
-	return m_watched[static_cast<std::size_t>(node)].silentProbes;
-}
-
-std::vector<Millis> LogWatch::starts(HostId node) const
-{
-	const std::lock_guard lock(m_mutex);
-	return m_watched[static_cast<std::size_t>(node)].starts;
+	return m_watched[indexOf(node)].seen;
 }
 
 void LogWatch::agentRuns(HostId node, pid_t agent)
@@ -95,9 +77,9 @@ void LogWatch::agentRuns(HostId node, pid_t agent)
 	watched(node).agent = agent;
 }
 
-void LogWatch::loop()
+void LogWatch::loop(const std::stop_token& stop)
 {
-	while (!m_stop)
+	while (!stop.stop_requested())
 	{
 		{
 			const std::lock_guard lock(m_mutex);
@@ -141,10 +123,10 @@ void LogWatch::keepMark(Watched& log, LogMark mark, Millis now)
 	switch (mark)
 	{
 	case LogMark::workBegins:
-		log.starts.push_back(now);
+		log.seen.starts.push_back(now);
 		break;
 	case LogMark::passBegins:
-		log.passes.push_back(now);
+		log.seen.passes.push_back(now);
 		break;
 	case LogMark::probeBegins:
 		log.probing = now;
@@ -152,7 +134,7 @@ void LogWatch::keepMark(Watched& log, LogMark mark, Millis now)
 	case LogMark::probeSilent:
 		if (log.probing)
 		{
-			log.silentProbes.push_back({*log.probing, now});
+			log.seen.silentProbes.push_back({*log.probing, now});
 		}
 		log.probing.reset();
 		break;

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -36,7 +35,8 @@ private:
 	std::string m_rest;
 };
 
-/// An interval.
+/// When a probe that nobody answered began and ended. Each end is as exact as every line is, so
+/// its length is exact within about 20 ms.
 struct ProbeInterval
 {
 	Millis from{0};
@@ -45,14 +45,19 @@ struct ProbeInterval
 	Millis length() const { return to - from; }
 };
 
+/// What a node's log tells beside the timeline, in the order in which it happened.
+struct LogSeen
+{
+	std::vector<Millis> passes;              ///< when each pass of the receiver began
+	std::vector<ProbeInterval> silentProbes; ///< probes that nobody answered
+	std::vector<Millis> starts;              ///< when an agent began its work
+};
+
 class LogWatch
 {
 public:
 	/// `timeline` and `clock` must outlive the watch.
 	LogWatch(Timeline& timeline, const LabClock& clock);
-	~LogWatch();
-	LogWatch(const LogWatch&) = delete;
-	LogWatch& operator=(const LogWatch&) = delete;
 
 	/// Follows this file, on the node's disk, so that it is there whether the
 	/// node is on or off.
@@ -60,15 +65,7 @@ public:
 	/// Reads at once what the file has.
 	void catchUp(HostId node);
 
-	/// When each pass of the node's receiver began, in their order.
-	std::vector<Millis> passes(HostId node) const;
-
-	/// The node's probes that nobody answered, in their order. Each end is as exact as
-	/// every line is, so a length is exact within about 20 ms.
-	std::vector<ProbeInterval> silentProbes(HostId node) const;
-
-	/// When an agent of the node began its work, in their order.
-	std::vector<Millis> starts(HostId node) const;
+	LogSeen seen(HostId node) const;
 
 	/// The node's agent runs as this process (as the lab sees it).
 	void agentRuns(HostId node, pid_t agent);
@@ -83,21 +80,18 @@ private:
 		inspect::LogClock clock;
 		pid_t agent = -1;
 		std::string lastAction;
-		std::vector<Millis> passes;
-		std::vector<Millis> starts;
-		std::optional<Millis> probing; ///< since when
-		std::vector<ProbeInterval> silentProbes;
+		LogSeen seen{};
+		std::optional<Millis> probing{}; ///< since when
 	};
 
 	Timeline& m_timeline;
 	const LabClock& m_clock;
 	mutable std::mutex m_mutex;
 	std::array<Watched, 2> m_watched;
-	std::atomic<bool> m_stop{false};
-	std::thread m_thread;
+	std::jthread m_thread; ///< ends before what it uses
 
-	Watched& watched(HostId node) { return m_watched[static_cast<std::size_t>(node)]; }
-	void loop();
+	Watched& watched(HostId node) { return m_watched[indexOf(node)]; }
+	void loop(const std::stop_token& stop);
 	void readLog(HostId node);
 	static void keepMark(Watched& log, LogMark mark, Millis now);
 	void checkAgent(HostId node);

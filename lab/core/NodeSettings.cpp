@@ -1,9 +1,9 @@
 #include "lab/core/NodeSettings.h"
 
 #include <algorithm>
+#include <map>
 
 #include "lab/core/Plan.h"
-#include "lab/core/SetCommand.h"
 
 namespace velarix::lab
 {
@@ -11,9 +11,17 @@ namespace velarix::lab
 namespace
 {
 
+using plan::SetCommand;
+
 const std::string sharedAddress = plan::virtualAddress;
 const std::string addressAndLength = sharedAddress + "/" + std::to_string(plan::prefixLength);
 const std::string sharedInterface = plan::serviceInterface;
+
+/// What a command of the settings begins with.
+std::string hookGuard(SetCommand command)
+{
+	return "[ ! -e " + plan::hookPath(command) + " ] || . " + plan::hookPath(command) + "; ";
+}
 
 /// The label makes the address show up in ifconfig, where the agent looks for
 /// it. The announcements go on as long as the address is held, in the background
@@ -115,16 +123,8 @@ NodeSettings NodeSettings::standard(HostId node, const PairSettings& pair)
 
 NodeSettings& NodeSettings::set(const std::string& key, const std::string& value)
 {
-	const auto found =
-	    std::find_if(m_values.begin(), m_values.end(), [&](const auto& entry) { return entry.first == key; });
-	if (found != m_values.end())
-	{
-		found->second = value;
-	}
-	else
-	{
-		m_values.emplace_back(key, value);
-	}
+	const auto found = std::ranges::find(m_values, key, &Entry::first);
+	found != m_values.end() ? void(found->second = value) : void(m_values.emplace_back(key, value));
 	return *this;
 }
 
@@ -136,14 +136,8 @@ NodeSettings& NodeSettings::remove(const std::string& key)
 
 std::string NodeSettings::get(const std::string& key) const
 {
-	for (const auto& [name, value] : m_values)
-	{
-		if (name == key)
-		{
-			return value;
-		}
-	}
-	return {};
+	const auto found = std::ranges::find(m_values, key, &Entry::first);
+	return found != m_values.end() ? found->second : std::string();
 }
 
 bool NodeSettings::usesTunnel() const
@@ -153,27 +147,16 @@ bool NodeSettings::usesTunnel() const
 
 std::string NodeSettings::ini() const
 {
-	std::string text;
-	std::vector<std::string> sections;
+	std::map<std::string, std::string> sections;
 	for (const auto& [name, value] : m_values)
 	{
-		const std::string section = name.substr(0, name.find('.'));
-		if (std::find(sections.begin(), sections.end(), section) == sections.end())
-		{
-			sections.push_back(section);
-		}
+		const std::size_t dot = name.find('.');
+		sections[name.substr(0, dot)] += name.substr(dot + 1) + " = " + value + "\n";
 	}
-	for (const std::string& section : sections)
+	std::string text;
+	for (const auto& [section, lines] : sections)
 	{
-		text += "[" + section + "]\n";
-		for (const auto& [name, value] : m_values)
-		{
-			if (name.starts_with(section + "."))
-			{
-				text += name.substr(section.size() + 1) + " = " + value + "\n";
-			}
-		}
-		text += "\n";
+		text += "[" + section + "]\n" + lines + "\n";
 	}
 	return text;
 }

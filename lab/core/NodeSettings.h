@@ -58,8 +58,10 @@ public:
 	const std::string& keeperIni() const { return m_keeperIni; }
 
 private:
+	using Entry = std::pair<std::string, std::string>;
+
 	std::string m_keeperIni;
-	std::vector<std::pair<std::string, std::string>> m_values;
+	std::vector<Entry> m_values;
 };
 
 } // namespace velarix::lab

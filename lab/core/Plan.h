@@ -11,6 +11,8 @@
 /// both addresses of the gateway are reachability targets, of which one is enough.
 #pragma once
 
+#include <string>
+
 #include "lab/core/Basics.h"
 
 namespace velarix::lab
@@ -90,6 +92,22 @@ constexpr const char* addressOf(HostId host, Network network)
 		return service ? "192.0.2.50" : nullptr;
 	}
 	return nullptr;
+}
+
+/// The commands that an operator sets.
+enum class SetCommand
+{
+	start, ///< of the virtual address
+	stop,  ///< of the virtual address
+	kill   ///< of the managed programs
+};
+
+/// A piece of shell on the node's disk, which the command includes first. There is none until a
+/// fault puts one there.
+inline std::string hookPath(SetCommand command)
+{
+	const char* name = command == SetCommand::start ? "start" : (command == SetCommand::stop ? "stop" : "kill");
+	return std::string("/usr/velarix/app/on-") + name;
 }
 
 /// @return the node's address in the tunnel, as "velarixctl init" chooses it

@@ -1,6 +1,5 @@
 #include "lab/core/ProcessTable.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -88,27 +87,20 @@ std::optional<long> numberBehind(const std::string& text, const std::string& key
 	return std::nullopt;
 }
 
-std::vector<std::string> descriptorsOf(pid_t pid)
+std::map<int, std::string> descriptorsOf(pid_t pid)
 {
-	std::vector<std::pair<pid_t, std::string>> found;
+	std::map<int, std::string> found;
 	std::error_code failure;
 	for (const fs::directory_entry& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", failure))
 	{
-		const std::optional<pid_t> number = inspect::numberIn<pid_t>(entry.path().filename().string());
+		const std::optional<int> number = inspect::numberIn<int>(entry.path().filename().string());
 		const fs::path target = fs::read_symlink(entry.path(), failure);
 		if (number && !failure)
 		{
-			found.emplace_back(*number, target.string());
+			found[*number] = target.string();
 		}
 	}
-	std::sort(found.begin(), found.end());
-	std::vector<std::string> texts;
-	texts.reserve(found.size());
-	for (const auto& [number, target] : found)
-	{
-		texts.push_back(std::to_string(number) + " " + target);
-	}
-	return texts;
+	return found;
 }
 
 } // namespace velarix::lab

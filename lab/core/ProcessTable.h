@@ -1,6 +1,7 @@
 /// The processes of one host, seen from the machine, and signals to them.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,8 +32,7 @@ std::string procText(pid_t pid, const char* name);
 /// The number behind "KEY:" in such a text of lines; empty when it is not there.
 std::optional<long> numberBehind(const std::string& text, const std::string& key);
 
-/// What each open descriptor of a process is, for example "socket:[123]",
-/// in the order of the descriptor numbers, as "NUMBER TARGET".
-std::vector<std::string> descriptorsOf(pid_t pid);
+/// What each open descriptor of a process is, for example "socket:[123]", by its number.
+std::map<int, std::string> descriptorsOf(pid_t pid);
 
 } // namespace velarix::lab

@@ -2,15 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "lab/core/Host.h"
 #include "lab/core/Plan.h"
 
 namespace velarix::lab
@@ -21,35 +16,29 @@ namespace
 
 namespace fs = std::filesystem;
 
-struct Tool
-{
-	const char* name;
-	const char* package;
-};
-
 /// Those of the agent, of its commands, of the lab and of its faults.
-constexpr std::array<Tool, 14> tools{{{"ip", "iproute2"},
-                                      {"ifconfig", "net-tools"},
-                                      {"ps", "procps"},
-                                      {"killall", "psmisc"},
-                                      {"arping", "iputils-arping"},
-                                      {"grep", "grep"},
-                                      {"cat", "coreutils"},
-                                      {"chmod", "coreutils"},
-                                      {"env", "coreutils"},
-                                      {"sleep", "coreutils"},
-                                      {"mount", "mount"},
-                                      {"umount", "mount"},
-                                      {"bash", "bash"},
-                                      {"sh", "dash"}}};
+constexpr std::pair<const char*, const char*> tools[]{{"ip", "iproute2"},
+                                                      {"ifconfig", "net-tools"},
+                                                      {"ps", "procps"},
+                                                      {"killall", "psmisc"},
+                                                      {"arping", "iputils-arping"},
+                                                      {"grep", "grep"},
+                                                      {"cat", "coreutils"},
+                                                      {"chmod", "coreutils"},
+                                                      {"env", "coreutils"},
+                                                      {"sleep", "coreutils"},
+                                                      {"mount", "mount"},
+                                                      {"umount", "mount"},
+                                                      {"bash", "bash"},
+                                                      {"sh", "dash"}};
 
 constexpr std::array<const char*, 6> toolDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                                      "/usr/bin",        "/sbin",          "/bin"};
 
-bool present(const Tool& tool)
+bool present(const char* tool)
 {
 	return std::ranges::any_of(toolDirectories, [&](const char* directory)
-	                           { return ::access((fs::path(directory) / tool.name).c_str(), X_OK) == 0; });
+	                           { return ::access((fs::path(directory) / tool).c_str(), X_OK) == 0; });
 }
 
 fs::path agentBelow(const fs::path& root)
@@ -96,23 +85,6 @@ fs::path ownProgram(const char* name, const char* built)
 	throw LabError(std::string(name) + " is missing: it was built as " + built);
 }
 
-/// Runs in a child of its own. @return 0, or which step failed
-int tryNamespaces()
-{
-	if (::unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWPID | CLONE_NEWUTS | CLONE_NEWIPC) != 0)
-	{
-		return 1;
-	}
-	if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-	    ::mount("lab", "/mnt", "tmpfs", 0, nullptr) != 0)
-	{
-		return 2;
-	}
-	::mkdir("/mnt/upper", 0755);
-	::mkdir("/mnt/scratch", 0755);
-	return ::mount("lab", "/usr", "overlay", 0, "lowerdir=/usr,upperdir=/mnt/upper,workdir=/mnt/scratch") == 0 ? 0 : 3;
-}
-
 } // namespace
 
 Programs findPrograms(const fs::path& installRoot)
@@ -124,12 +96,11 @@ Programs findPrograms(const fs::path& installRoot)
 void requireTools()
 {
 	std::string missing;
-	for (const Tool& tool : tools)
+	for (const auto& [name, package] : tools)
 	{
-		if (!present(tool))
+		if (!present(name))
 		{
-			missing +=
-			    (missing.empty() ? "" : ", ") + std::string(tool.name) + " (Debian package " + tool.package + ")";
+			missing += (missing.empty() ? "" : ", ") + std::string(name) + " (Debian package " + package + ")";
 		}
 	}
 	if (!missing.empty())
@@ -145,28 +116,19 @@ std::optional<std::string> namespaceProblem()
 		return "namespaces unavailable: a lab has to be run as root (it makes network, process and mount "
 		       "namespaces)";
 	}
-	const pid_t child = ::fork();
-	if (child == 0)
+	try
 	{
-		_exit(tryNamespaces());
-	}
-	int status = -1;
-	if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
-	{
-		return "namespaces unavailable: no process can be made for the trial";
-	}
-	switch (WEXITSTATUS(status))
-	{
-	case 0:
+		const fs::path init = ownProgram("velarix-lab-init", VELARIX_LAB_INIT);
+		const Host root({init, "trial-root", HostKind::root, 0, 0, {}});
+		const fs::path disk = root.root() / "mnt" / nameOf(HostId::a);
+		fs::create_directories(disk / "upper");
+		fs::create_directories(disk / "scratch");
+		const Host node({init, "trial", HostKind::node, 1000, root.pid(), nameOf(HostId::a)});
 		return std::nullopt;
-	case 1:
-		return "namespaces unavailable: this kernel or container refuses new namespaces";
-	case 2:
-		return "namespaces unavailable: this kernel or container refuses mounts in a new namespace";
-	case 3:
-		return "namespaces unavailable: this kernel or container refuses an overlay on /usr";
-	default:
-		return "namespaces unavailable: the trial ended with status " + std::to_string(WEXITSTATUS(status));
+	}
+	catch (const NamespacesUnavailable& refused)
+	{
+		return refused.what();
 	}
 }
 

@@ -1,10 +1,7 @@
 #include "lab/core/Relay.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <deque>
-#include <vector>
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -21,8 +18,6 @@ namespace velarix::lab
 
 namespace
 {
-
-using Time = LineModel::Time;
 
 /// What the kernel puts before each frame: struct virtio_net_hdr, whose header
 /// is not meant for this language.
@@ -67,209 +62,149 @@ Descriptor openOn(const std::string& interface)
 	return opened;
 }
 
-struct Waiting
-{
-	Time due;
-	std::vector<std::uint8_t> bytes;
-};
-
-/// One direction.
-struct Line
-{
-	Direction direction = Direction::fromHost;
-	int from = -1;
-	int to = -1;
-	LineModel model;
-	bool impaired = false;
-	std::deque<Waiting> waiting{};
-	std::atomic<std::uint64_t> passed{0};
-	std::atomic<std::uint64_t> lost{0};
-	std::atomic<std::uint64_t> refused{0};
-
-	Line(Direction which, const Impairment& impairment) : direction(which), model(modelFor(which, impairment)) {}
-
-	static LineModel modelFor(Direction which, const Impairment& impairment)
-	{
-		return {impairment, which == Direction::fromHost ? 1U : 2U};
-	}
-
-	void change(const Impairment& impairment)
-	{
-		model = modelFor(direction, impairment);
-		impaired = impairment.direction == Direction::both || impairment.direction == direction;
-	}
-
-	void send(std::span<const std::uint8_t> bytes)
-	{
-		const bool sent = ::send(to, bytes.data(), bytes.size(), MSG_DONTWAIT) >= 0;
-		++(sent ? passed : refused);
-	}
-
-	void sendDue(Time now)
-	{
-		while (!waiting.empty() && waiting.front().due <= now)
-		{
-			send(waiting.front().bytes);
-			waiting.pop_front();
-		}
-	}
-};
-
 std::span<const std::uint8_t> frameIn(std::span<const std::uint8_t> bytes)
 {
 	return bytes.subspan(std::min(bytes.size(), offloadData));
 }
 
+LineModel modelFor(Direction direction, const Impairment& impairment)
+{
+	return {impairment, direction == Direction::fromHost ? 1U : 2U};
+}
+
 } // namespace
 
-struct Relay::Lines
+Relay::Line::Line(Direction which, const Impairment& impairment) : direction(which), model(modelFor(which, impairment))
 {
-	explicit Lines(const RelayPlan& plan)
-	    : hostSide(openOn(plan.hostSide)), bridgeSide(openOn(plan.bridgeSide)),
-	      fromHost(Direction::fromHost, plan.impairment), toHost(Direction::toHost, plan.impairment)
-	{
-		fromHost.from = toHost.to = hostSide.get();
-		fromHost.to = toHost.from = bridgeSide.get();
-		change(plan.impairment, plan.peer);
-	}
+}
 
-	void change(const Impairment& impairment, const InterfaceAddress& address)
-	{
-		const std::lock_guard lock(mutex);
-		onlyPeer = impairment.peer.has_value();
-		peer = address;
-		fromHost.change(impairment);
-		toHost.change(impairment);
-	}
+void Relay::Line::change(const Impairment& impairment)
+{
+	model = modelFor(direction, impairment);
+	impaired = impairment.direction == Direction::both || impairment.direction == direction;
+}
 
-	bool concerned(const Line& line, std::span<const std::uint8_t> frame) const
-	{
-		if (!line.impaired || !onlyPeer)
-		{
-			return line.impaired;
-		}
-		return line.direction == Direction::fromHost ? goesTo(frame, peer) : comesFrom(frame, peer);
-	}
+void Relay::Line::send(Bytes bytes)
+{
+	const bool sent = ::send(to, bytes.data(), bytes.size(), MSG_DONTWAIT) >= 0;
+	++(sent ? passed : refused);
+}
 
-	void accept(Line& line, std::span<const std::uint8_t> bytes, Time now)
-	{
-		std::optional<Time> due = now;
-		if (concerned(line, frameIn(bytes)))
-		{
-			due = line.model.next(now);
-		}
-		if (!due)
-		{
-			++line.lost;
-		}
-		else if (*due <= now)
-		{
-			line.send(bytes);
-		}
-		else if (line.waiting.size() >= mostWaiting)
-		{
-			++line.refused;
-		}
-		else
-		{
-			insert(line, {*due, {bytes.begin(), bytes.end()}});
-		}
-	}
-
-	/// Only after a change of the impairment a frame can be due before others.
-	static void insert(Line& line, Waiting frame)
-	{
-		const auto later = [](Time due, const Waiting& other) { return due < other.due; };
-		const auto place = std::upper_bound(line.waiting.begin(), line.waiting.end(), frame.due, later);
-		line.waiting.insert(place, std::move(frame));
-	}
-
-	void receive(Line& line)
-	{
-		for (int count = 0; count < burst; ++count)
-		{
-			const ssize_t size = ::recv(line.from, buffer.data(), buffer.size(), MSG_DONTWAIT);
-			if (size < 0)
-			{
-				return;
-			}
-			accept(line, {buffer.data(), static_cast<std::size_t>(size)}, std::chrono::steady_clock::now());
-		}
-	}
-
-	/// @return until when nothing is to be sent; empty: for ever
-	std::optional<Time> nextDue() const
-	{
-		std::optional<Time> first;
-		for (const Line* line : {&fromHost, &toHost})
-		{
-			if (!line->waiting.empty())
-			{
-				first = std::min(first.value_or(line->waiting.front().due), line->waiting.front().due);
-			}
-		}
-		return first;
-	}
-
-	std::optional<Time> work()
-	{
-		const std::lock_guard lock(mutex);
-		receive(fromHost);
-		receive(toHost);
-		const Time now = std::chrono::steady_clock::now();
-		fromHost.sendDue(now);
-		toHost.sendDue(now);
-		return nextDue();
-	}
-
-	Descriptor hostSide;
-	Descriptor bridgeSide;
-	Line fromHost;
-	Line toHost;
-	std::mutex mutex;
-	InterfaceAddress peer{};
-	bool onlyPeer = false;
-	std::array<std::uint8_t, longestFrame> buffer{};
-};
-
-Relay::Relay(const Host& rootHost, const RelayPlan& plan) : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+Relay::Relay(const Host& rootHost, const RelayPlan& plan)
+    : m_wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), m_fromHost(Direction::fromHost, plan.impairment),
+      m_toHost(Direction::toHost, plan.impairment), m_buffer(longestFrame)
 {
 	if (!m_wake)
 	{
 		throwErrno("cannot make an event descriptor");
 	}
-	inNetworkOf(rootHost, [&] { m_lines = std::make_unique<Lines>(plan); });
-	m_thread = std::thread([this] { loop(); });
+	inNetworkOf(rootHost,
+	            [&]
+	            {
+		            m_hostSide = openOn(plan.hostSide);
+		            m_bridgeSide = openOn(plan.bridgeSide);
+	            });
+	m_fromHost.from = m_toHost.to = m_hostSide.get();
+	m_fromHost.to = m_toHost.from = m_bridgeSide.get();
+	change(plan.impairment, plan.peer);
+	m_thread = std::jthread([this](const std::stop_token& stop) { loop(stop); });
 }
 
 Relay::~Relay()
 {
-	m_stop = true;
+	m_thread.request_stop();
 	::eventfd_write(m_wake.get(), 1);
-	m_thread.join();
 }
 
 void Relay::change(const Impairment& impairment, const InterfaceAddress& peer)
 {
-	m_lines->change(impairment, peer);
+	const std::lock_guard lock(m_mutex);
+	m_onlyPeer = impairment.peer.has_value();
+	m_peer = peer;
+	m_fromHost.change(impairment);
+	m_toHost.change(impairment);
 }
 
 RelayCounts Relay::counts() const
 {
-	const Line& from = m_lines->fromHost;
-	const Line& to = m_lines->toHost;
-	return {from.passed, to.passed, from.lost, to.lost, from.refused + to.refused};
+	return {m_fromHost.passed, m_toHost.passed, m_fromHost.lost, m_toHost.lost, m_fromHost.refused + m_toHost.refused};
 }
 
-void Relay::loop()
+bool Relay::concerned(const Line& line, Bytes frame) const
+{
+	if (!line.impaired || !m_onlyPeer)
+	{
+		return line.impaired;
+	}
+	return line.direction == Direction::fromHost ? goesTo(frame, m_peer) : comesFrom(frame, m_peer);
+}
+
+void Relay::accept(Line& line, Bytes bytes, Time now)
+{
+	const std::optional<Time> due = concerned(line, frameIn(bytes)) ? line.model.next(now) : now;
+	if (!due)
+	{
+		++line.lost;
+	}
+	else if (*due <= now)
+	{
+		line.send(bytes);
+	}
+	else if (line.waiting.size() >= mostWaiting)
+	{
+		++line.refused;
+	}
+	else
+	{
+		// Only after a change of the impairment a frame can be due before others.
+		const auto place = std::ranges::upper_bound(line.waiting, *due, {}, &Waiting::due);
+		line.waiting.insert(place, Waiting{*due, {bytes.begin(), bytes.end()}});
+	}
+}
+
+void Relay::receive(Line& line)
+{
+	for (int count = 0; count < burst; ++count)
+	{
+		const ssize_t size = ::recv(line.from, m_buffer.data(), m_buffer.size(), MSG_DONTWAIT);
+		if (size < 0)
+		{
+			return;
+		}
+		accept(line, {m_buffer.data(), static_cast<std::size_t>(size)}, std::chrono::steady_clock::now());
+	}
+}
+
+/// @return until when nothing is to be sent; empty: for ever
+std::optional<Relay::Time> Relay::work()
+{
+	const std::lock_guard lock(m_mutex);
+	receive(m_fromHost);
+	receive(m_toHost);
+	const Time now = std::chrono::steady_clock::now();
+	std::optional<Time> first;
+	for (Line* line : {&m_fromHost, &m_toHost})
+	{
+		for (; !line->waiting.empty() && line->waiting.front().due <= now; line->waiting.pop_front())
+		{
+			line->send(line->waiting.front().bytes);
+		}
+		if (!line->waiting.empty())
+		{
+			first = std::min(first.value_or(line->waiting.front().due), line->waiting.front().due);
+		}
+	}
+	return first;
+}
+
+void Relay::loop(const std::stop_token& stop)
 {
 	// Of this thread only; a refusal costs some delay and nothing else.
 	::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), relayNiceness);
 	std::optional<Time> due;
-	while (!m_stop)
+	while (!stop.stop_requested())
 	{
-		pollfd watched[3] = {
-		    {m_lines->hostSide.get(), POLLIN, 0}, {m_lines->bridgeSide.get(), POLLIN, 0}, {m_wake.get(), POLLIN, 0}};
+		pollfd watched[3] = {{m_hostSide.get(), POLLIN, 0}, {m_bridgeSide.get(), POLLIN, 0}, {m_wake.get(), POLLIN, 0}};
 		timespec pause{};
 		if (due)
 		{
@@ -278,7 +213,7 @@ void Relay::loop()
 			pause = {seconds.count(), (left - seconds).count()};
 		}
 		::ppoll(watched, 3, due ? &pause : nullptr, nullptr);
-		due = m_lines->work();
+		due = work();
 	}
 }
 

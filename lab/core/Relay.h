@@ -8,10 +8,13 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
+#include <deque>
 #include <mutex>
+#include <optional>
+#include <span>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "lab/core/Basics.h"
 #include "lab/core/Host.h"
@@ -55,14 +58,49 @@ public:
 	RelayCounts counts() const;
 
 private:
-	struct Lines;
+	using Time = LineModel::Time;
+	using Bytes = std::span<const std::uint8_t>;
 
-	std::unique_ptr<Lines> m_lines;
+	struct Waiting
+	{
+		Time due;
+		std::vector<std::uint8_t> bytes;
+	};
+
+	/// One direction.
+	struct Line
+	{
+		Direction direction;
+		int from = -1; ///< sockets
+		int to = -1;
+		LineModel model;
+		bool impaired = false;
+		std::deque<Waiting> waiting{};
+		std::atomic<std::uint64_t> passed{0};
+		std::atomic<std::uint64_t> lost{0};
+		std::atomic<std::uint64_t> refused{0};
+
+		Line(Direction which, const Impairment& impairment);
+		void change(const Impairment& impairment);
+		void send(Bytes bytes);
+	};
+
+	Descriptor m_hostSide;
+	Descriptor m_bridgeSide;
 	Descriptor m_wake;
-	std::atomic<bool> m_stop{false};
-	std::thread m_thread;
+	Line m_fromHost;
+	Line m_toHost;
+	std::mutex m_mutex;
+	InterfaceAddress m_peer{};
+	bool m_onlyPeer = false;
+	std::vector<std::uint8_t> m_buffer;
+	std::jthread m_thread; ///< ends before what it uses
 
-	void loop();
+	bool concerned(const Line& line, Bytes frame) const;
+	void accept(Line& line, Bytes bytes, Time now);
+	void receive(Line& line);
+	std::optional<Time> work();
+	void loop(const std::stop_token& stop);
 };
 
 } // namespace velarix::lab

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -24,9 +23,6 @@ class AddressSampler
 public:
 	/// `timeline` and `clock` must outlive the sampler.
 	AddressSampler(Timeline& timeline, const LabClock& clock);
-	~AddressSampler();
-	AddressSampler(const AddressSampler&) = delete;
-	AddressSampler& operator=(const AddressSampler&) = delete;
 
 	void attach(HostId node, const Host& host);
 	/// The node is switched off: it holds nothing from now on. Its namespace is
@@ -38,8 +34,7 @@ private:
 	const LabClock& m_clock;
 	std::mutex m_mutex;
 	std::array<Descriptor, 2> m_sockets;
-	std::atomic<bool> m_stop{false};
-	std::thread m_thread;
+	std::jthread m_thread; ///< ends before what it uses
 
 	void sampleLocked();
 };
@@ -54,17 +49,14 @@ class ServiceSampler
 public:
 	/// `client` is needed during the call only; `timeline` and `clock` must outlive the sampler.
 	ServiceSampler(Timeline& timeline, const LabClock& clock, const Host& client);
-	~ServiceSampler();
 	ServiceSampler(const ServiceSampler&) = delete;
-	ServiceSampler& operator=(const ServiceSampler&) = delete;
 
 private:
 	Timeline& m_timeline;
 	const LabClock& m_clock;
-	std::atomic<bool> m_stop{false};
-	std::thread m_thread;
+	std::jthread m_thread; ///< ends before what it uses
 
-	void loop(int networkNamespace);
+	void loop(const std::stop_token& stop, int networkNamespace);
 };
 
 } // namespace velarix::lab

@@ -189,16 +189,10 @@ ServiceSampler::ServiceSampler(Timeline& timeline, const LabClock& clock, const 
 	{
 		throwErrno("cannot open " + path);
 	}
-	m_thread = std::thread([this, network] { loop(network); });
+	m_thread = std::jthread([this, network](const std::stop_token& stop) { loop(stop, network); });
 }
 
-ServiceSampler::~ServiceSampler()
-{
-	m_stop = true;
-	m_thread.join();
-}
-
-void ServiceSampler::loop(int networkNamespace)
+void ServiceSampler::loop(const std::stop_token& stop, int networkNamespace)
 {
 	const Descriptor network(networkNamespace);
 	if (::setns(network.get(), CLONE_NEWNET) != 0)
@@ -207,7 +201,7 @@ void ServiceSampler::loop(int networkNamespace)
 		return;
 	}
 	Requests requests(m_timeline, m_clock);
-	for (Millis next = m_clock.now(); !m_stop;)
+	for (Millis next = m_clock.now(); !stop.stop_requested();)
 	{
 		requests.begin();
 		next = std::max(next + samplingPeriod, m_clock.now());

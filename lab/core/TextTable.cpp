@@ -1,38 +1,27 @@
 #include "lab/core/TextTable.h"
 
+#include <algorithm>
+
 namespace velarix::lab
 {
 
-namespace
+std::string aligned(const std::vector<Row>& rows)
 {
-
-std::string alignedLine(const Row& row, const std::vector<std::size_t>& widths)
-{
-	std::string line;
-	for (std::size_t column = 0; column < row.size(); ++column)
-	{
-		line += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
-	}
-	return line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-}
-
-} // namespace
-
-std::string aligned(const Row& titles, std::vector<Row> rows)
-{
-	rows.insert(rows.begin(), titles);
-	std::vector<std::size_t> widths(titles.size(), 0);
+	std::vector<std::size_t> widths(rows.front().size(), 0);
 	for (const Row& row : rows)
 	{
-		for (std::size_t column = 0; column < row.size(); ++column)
-		{
-			widths[column] = std::max(widths[column], row[column].size());
-		}
+		std::ranges::transform(row, widths, widths.begin(),
+		                       [](const std::string& cell, std::size_t width) { return std::max(cell.size(), width); });
 	}
 	std::string text;
 	for (const Row& row : rows)
 	{
-		text += alignedLine(row, widths);
+		for (std::size_t column = 0; column < row.size(); ++column)
+		{
+			text += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
+		}
+		text.erase(text.find_last_not_of(' ') + 1);
+		text += '\n';
 	}
 	return text;
 }

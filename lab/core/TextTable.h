@@ -7,10 +7,10 @@
 namespace velarix::lab
 {
 
-/// One line of a table; every row has as many cells as the row of titles.
+/// One line of a table; every row has as many cells as the first one, that of titles.
 using Row = std::vector<std::string>;
 
 /// Columns as wide as their widest cell, two blanks between them.
-std::string aligned(const Row& titles, std::vector<Row> rows);
+std::string aligned(const std::vector<Row>& rows);
 
 } // namespace velarix::lab

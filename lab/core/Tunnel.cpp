@@ -10,11 +10,6 @@ namespace velarix::lab
 namespace
 {
 
-void shellOn(const Node& node, const std::string& line)
-{
-	runOrThrow({{"sh", "-ec", line}, {}, node.host().inside()});
-}
-
 void init(const Node& node)
 {
 	const auto wire = [](HostId host) { return std::string(plan::addressOf(host, Network::communication)); };
@@ -45,8 +40,8 @@ void makeTunnel(const Node& a, const Node& b)
 void startTunnel(const Node& node)
 {
 	const std::string program = plan::tunnelProgram;
-	shellOn(node, std::string("nft -f ") + plan::firewallFile + "; " + program + " start; " + program +
-	                  " refresh </dev/null >/dev/null 2>&1 &");
+	shell(node.host(), std::string("nft -f ") + plan::firewallFile + "; " + program + " start; " + program +
+	                       " refresh </dev/null >/dev/null 2>&1 &");
 }
 
 void changeTunnelKeys(const Node& a, const Node& b)
@@ -54,9 +49,9 @@ void changeTunnelKeys(const Node& a, const Node& b)
 	for (const Node* node : {&a, &b})
 	{
 		const Node& other = node == &a ? b : a;
-		shellOn(*node, std::string("rm ") + plan::tunnelKey + "; " + plan::tunnelProgram + " reload");
+		shell(node->host(), std::string("rm ") + plan::tunnelKey + "; " + plan::tunnelProgram + " reload");
 		takePublicKey(other, *node);
-		shellOn(other, std::string(plan::tunnelProgram) + " reload");
+		shell(other.host(), std::string(plan::tunnelProgram) + " reload");
 	}
 }
 

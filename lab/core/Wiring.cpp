@@ -106,58 +106,52 @@ Wiring::Wiring(const Host& rootHost) : m_rootHost(rootHost)
 	}
 }
 
-void Wiring::plugIn(HostId id, const Host& host)
+void Wiring::connect(const Host& host, const std::vector<Plug>& plugs)
 {
 	std::string outside;
 	std::string inside = "link set lo up\n";
-	for (const Network network : networks)
+	for (const Plug& plug : plugs)
 	{
-		if (!onNetwork(id, network))
-		{
-			continue;
-		}
-		const std::string port = portName(id, network);
-		const std::string interface = interfaceName(network);
-		outside.append("link add ").append(port).append(" type veth peer name ").append(interface);
-		outside.append(" address ").append(hardwareText(id, network));
-		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
-		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
-		outside.append(isolationLine(id, network));
-		inside.append("addr add ").append(plan::addressOf(id, network)).append("/");
-		inside.append(std::to_string(plan::prefixLength)).append(" dev ").append(interface).append("\n");
-		inside.append("link set ").append(interface).append(" up\n");
+		const std::string interface = interfaceName(plug.network);
+		outside += "link add " + plug.port + " type veth peer name " + interface + " address " + plug.hardware +
+		           " netns " + std::to_string(host.pid()) + "\nlink set " + plug.port + " master " +
+		           bridgeName(plug.network) + " up\n" + (plug.id ? isolationLine(*plug.id, plug.network) : "");
+		inside += "addr add " + plug.address + "/" + std::to_string(plan::prefixLength) + " dev " + interface +
+		          "\nlink set " + interface + " up\n";
 	}
 	batch(outside);
-	for (const Network network : networks)
+	for (const Plug& plug : plugs)
 	{
-		port(id, network).plugged = onNetwork(id, network);
-		if (port(id, network).plugged && port(id, network).impairment)
+		if (plug.id)
 		{
-			insertRelay(id, network);
+			port(*plug.id, plug.network).plugged = true;
+		}
+		if (plug.id && port(*plug.id, plug.network).impairment)
+		{
+			insertRelay(*plug.id, plug.network);
 		}
 	}
 	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
 }
 
-void Wiring::plugInAttacker(const Host& host)
+void Wiring::plugIn(HostId id, const Host& host)
 {
-	std::string outside;
-	std::string inside = "link set lo up\n";
+	std::vector<Plug> plugs;
 	for (const Network network : networks)
 	{
-		const bool service = network == Network::service;
-		const std::string port = service ? "vlx-str-svc" : "vlx-str-com";
-		const std::string interface = interfaceName(network);
-		const std::string address = service ? plan::attackerServiceAddress : plan::attackerAddress;
-		outside.append("link add ").append(port).append(" type veth peer name ").append(interface);
-		outside.append(service ? " address 02:00:00:00:00:66" : " address 02:00:00:00:01:66");
-		outside.append(" netns ").append(std::to_string(host.pid())).append("\n");
-		outside.append("link set ").append(port).append(" master ").append(bridgeName(network)).append(" up\n");
-		inside.append("addr add ").append(address).append("/").append(std::to_string(plan::prefixLength));
-		inside.append(" dev ").append(interface).append("\nlink set ").append(interface).append(" up\n");
+		if (onNetwork(id, network))
+		{
+			plugs.push_back(
+			    {network, portName(id, network), plan::addressOf(id, network), hardwareText(id, network), id});
+		}
 	}
-	batch(outside);
-	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
+	connect(host, plugs);
+}
+
+void Wiring::plugInAttacker(const Host& host)
+{
+	connect(host, {{Network::service, "vlx-str-svc", plan::attackerServiceAddress, "02:00:00:00:00:66"},
+	               {Network::communication, "vlx-str-com", plan::attackerAddress, "02:00:00:00:01:66"}});
 }
 
 void Wiring::unplug(HostId id)
@@ -207,10 +201,6 @@ void Wiring::impair(HostId id, Network network, const Impairment& impairment)
 	{
 		throw LabError("there is no " + placeText(onNetwork(id, network) ? *impairment.peer : id, network));
 	}
-	if (const std::optional<std::string> problem = problemOf(impairment))
-	{
-		throw LabError(*problem);
-	}
 	Port& bad = port(id, network);
 	bad.impairment = impairment;
 	if (bad.relay)
@@ -248,12 +238,12 @@ RelayCounts Wiring::relayCounts(HostId id, Network network) const
 
 Wiring::Port& Wiring::port(HostId id, Network network)
 {
-	return m_ports[static_cast<std::size_t>(id)][static_cast<std::size_t>(network)];
+	return m_ports[indexOf(id)][static_cast<std::size_t>(network)];
 }
 
 const Wiring::Port& Wiring::port(HostId id, Network network) const
 {
-	return m_ports[static_cast<std::size_t>(id)][static_cast<std::size_t>(network)];
+	return m_ports[indexOf(id)][static_cast<std::size_t>(network)];
 }
 
 /// The relay works before the bridge has its end of the cable: a frame goes one

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "lab/core/Basics.h"
 #include "lab/core/Host.h"
@@ -48,8 +49,7 @@ public:
 
 	/// Makes the host's port on that network a bad one, from now on; replaces what
 	/// the port suffered from before.
-	/// @throws LabError when the host is not on that network, or the impairment is
-	///         not sound
+	/// @throws LabError when the host is not on that network
 	void impair(HostId id, Network network, const Impairment& impairment);
 	/// Makes the port a good one again; frames under way in the relay are lost.
 	void unimpair(HostId id, Network network);
@@ -67,12 +67,23 @@ private:
 		bool plugged = false;
 	};
 
+	/// An interface that a host is to get.
+	struct Plug
+	{
+		Network network;
+		std::string port; ///< its other end
+		std::string address;
+		std::string hardware;
+		std::optional<HostId> id{}; ///< of a host of the plan
+	};
+
 	const Host& m_rootHost;
 	std::array<std::array<Port, 2>, 4> m_ports; ///< by host and network
 	std::array<bool, 2> m_isolated{};           ///< by network
 
 	Port& port(HostId id, Network network);
 	const Port& port(HostId id, Network network) const;
+	void connect(const Host& host, const std::vector<Plug>& plugs);
 	/// Puts a relay between port and bridge.
 	void insertRelay(HostId id, Network network);
 	/// The name of the interface that stands in the bridge for the host.

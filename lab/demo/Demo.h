@@ -2,10 +2,8 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "lab/core/NodeSettings.h"
-#include "lab/demo/Phase.h"
 
 namespace velarix::lab::demo
 {
@@ -16,9 +14,6 @@ struct Options
 	PairSettings pair{.profile = Profile::keeper};
 	std::string timelineFile{}; ///< scripts/lib/timeline_svg.py draws it; empty: none
 };
-
-/// What happens, one after the other.
-std::vector<Phase> phasesOf(Profile profile);
 
 /// Runs all phases on a lab of its own and prints what happens, and a table of them in the end.
 /// @return exit status: 0 when every phase ended as expected, else 1

@@ -6,9 +6,7 @@
 /// is closed, by whatever means the lab ended, and the kernel then ends every
 /// other process of the host and removes its interfaces and mounts.
 ///
-///   velarix-lab-init CONTROL-FD HOST-NAME root DISK...
-///   velarix-lab-init CONTROL-FD HOST-NAME host FIRST-PROCESS
-///   velarix-lab-init CONTROL-FD HOST-NAME node FIRST-PROCESS RACK-MOUNT-NAMESPACE-FD DISK
+///   velarix-lab-init CONTROL-FD HOST-NAME root|host|node FIRST-PROCESS ROOT-MOUNTS-FD DISK...
 ///
 /// root: holds the disks of the nodes below /mnt of its own mount namespace, a
 ///       tmpfs each, and the bridges in its network namespace.
@@ -166,7 +164,7 @@ void silenceStreams()
 
 int main(int argc, char** argv)
 {
-	if (argc < 4)
+	if (argc < 7)
 	{
 		std::fputs("velarix-lab-init is started by velarix-lab only\n", stderr);
 		return 2;
@@ -181,19 +179,18 @@ int main(int argc, char** argv)
 	need(::sethostname(name.c_str(), name.size()) == 0, "cannot set the host name");
 	if (kind == "root")
 	{
-		mountRack(argv + 4);
+		mountRack(argv + 6);
+		reapUntilTheLabEnds();
 	}
-	else if (kind == "node" && argc == 7)
+	if (kind == "node")
 	{
 		mountNode(std::atoi(argv[5]), argv[6]);
-		beginProcessNumbersAt(argv[4]);
 	}
 	else
 	{
-		need(kind == "host" && argc == 5, "these arguments do not make a host");
 		ownMountNamespace();
 		mountHost(false);
-		beginProcessNumbersAt(argv[4]);
 	}
+	beginProcessNumbersAt(argv[4]);
 	reapUntilTheLabEnds();
 }

@@ -1,11 +1,9 @@
-#include "lab/program/Campaigns.h"
-
 #include <algorithm>
 #include <iostream>
 
-#include "lab/campaigns/Campaign.h"
 #include "lab/campaigns/chaos/Report.h"
 #include "lab/core/Lab.h"
+#include "lab/program/CommandLine.h"
 
 namespace velarix::lab::program
 {
@@ -17,6 +15,13 @@ constexpr int defaultMinutes = 10;
 
 /// A step lasts at most this long; a worker that takes longer hangs.
 constexpr Millis stepLimit{400000};
+
+struct Options : CampaignOptions
+{
+	std::optional<int> steps{};   ///< of all workers together
+	std::optional<int> minutes{}; ///< neither of both: ten minutes
+	std::optional<int> worker{};  ///< only this one
+};
 
 /// From a worker's process; one write for each step keeps the lines whole.
 void report(const chaos::StepRecord& record)
@@ -30,23 +35,23 @@ void report(const chaos::StepRecord& record)
 	std::cerr << text + record.timeline << std::flush;
 }
 
-std::vector<chaos::Options> workersFor(const ChaosCommand& command)
+std::vector<chaos::Options> workersFor(const Options& options)
 {
 	std::vector<chaos::Options> workers;
-	const int count = command.worker ? 1 : command.jobs;
+	const int count = options.worker ? 1 : options.jobs;
+	const std::vector<std::string> kinds = readExpectations(options.expectations, options.times.pair.profile).forChaos;
 	for (int index = 0; index < count; ++index)
 	{
-		chaos::Options options = command.options;
-		options.worker = command.worker.value_or(index);
-		if (command.steps)
+		chaos::Options worker{options.installRoot, options.times, kinds, options.seed, options.worker.value_or(index)};
+		if (options.steps)
 		{
-			options.steps = *command.steps / count + (index < *command.steps % count ? 1 : 0);
+			worker.steps = *options.steps / count + (index < *options.steps % count ? 1 : 0);
 		}
-		if (command.minutes || !command.steps)
+		if (options.minutes || !options.steps)
 		{
-			options.duration = std::chrono::minutes(command.minutes.value_or(defaultMinutes));
+			worker.duration = std::chrono::minutes(options.minutes.value_or(defaultMinutes));
 		}
-		workers.push_back(options);
+		workers.push_back(worker);
 	}
 	return workers;
 }
@@ -71,11 +76,11 @@ void takeIn(const WorkerResult& worker, int number, chaos::Results& results)
 	}
 }
 
-chaos::Results runWorkers(const std::vector<chaos::Options>& workers)
+int runChaos(const Options& options)
 {
-	chaos::Results results;
-	results.seed = workers.front().seed;
-	results.times = workers.front().times.pair;
+	const std::vector<chaos::Options> workers = workersFor(options);
+	requireLab(options.installRoot);
+	chaos::Results results{options.seed, options.times.pair, {}, {}};
 	runInWorkers(
 	    workers.size(), static_cast<int>(workers.size()), limitOf(workers.front()),
 	    [&](std::size_t index, const HandOver& handOver)
@@ -88,27 +93,28 @@ chaos::Results runWorkers(const std::vector<chaos::Options>& workers)
 		                            });
 	    },
 	    [&](const WorkerResult& result) { takeIn(result, workers[result.index].worker, results); });
-	std::stable_sort(results.records.begin(), results.records.end(),
-	                 [](const chaos::StepRecord& left, const chaos::StepRecord& right)
-	                 { return left.worker < right.worker; });
-	return results;
-}
-
-chaos::Results runAll(const ChaosCommand& command)
-{
-	ChaosCommand whole = command;
-	whole.options.kinds = readExpectations(command.expectations, command.options.times.pair.profile).forChaos;
-	requireLab(command.options.installRoot);
-	return runWorkers(workersFor(whole));
+	std::ranges::stable_sort(results.records, {}, &chaos::StepRecord::worker);
+	deliver(options, toText(results), jsonOf(results));
+	return results.good() ? 0 : 1;
 }
 
 } // namespace
 
-int runChaos(const ChaosCommand& command)
+void addChaos(CLI::App& app, int& status)
 {
-	const chaos::Results results = runAll(command);
-	deliver(command, toText(results), jsonOf(results));
-	return results.good() ? 0 : 1;
+	CLI::App* command = app.add_subcommand("chaos", "Inject and repair faults at random and check the invariants");
+	const auto options = std::make_shared<Options>();
+	options->jobs = 1;
+	addCampaignOptions(*command, *options);
+	addReportOptions(*command, *options);
+	command->add_option("--minutes", options->minutes, "Begin no step after that (default 10 without --steps)")
+	    ->check(CLI::Range(1, 100000));
+	command->add_option("--steps", options->steps, "End after so many steps, of all workers together")
+	    ->check(CLI::Range(1, 1000000));
+	command->add_option("--worker", options->worker, "Only this worker, from 0 on: to repeat what it did")
+	    ->check(CLI::Range(0, 63));
+	command->footer("Ends with 0 when all invariants held after every step, with 1 when not.");
+	command->callback([&status, options] { status = runChaos(*options); });
 }
 
 } // namespace velarix::lab::program

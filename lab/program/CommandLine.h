@@ -1,41 +1,32 @@
-/// What the parts of the command line share.
+/// The commands of velarix-lab. Each is added to the program with its options, and writes its exit
+/// status to `status` when it is carried out.
 #pragma once
 
 #include <string>
 
 #include <CLI/CLI.hpp>
 
-#include "lab/program/Campaigns.h"
-#include "lab/program/PairCommands.h"
+#include "lab/campaigns/Campaign.h"
 
 namespace velarix::lab::program
 {
 
-/// What the options of all commands are read into.
-struct Arguments
-{
-	SupervisorOptions pair;
-	MatrixOptions matrix;
-	ChaosCommand chaos;
-	int slack = 2000;
-	hostile::Options hostile;
-	std::string installRoot;
-	PairSettings times{.profile = Profile::keeper};
-	std::string name = "lab";
-	std::string stateBase = "/run/velarix-lab";
-	bool noWait = false;
-	bool noAgents = false;
-	std::string wrapper;
-	bool json = false;
-	std::string fault;
-	std::string node;
-};
-
 /// The options of every command that makes a pair: the installed tree and the waits.
 void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& times);
+/// The options of every command that runs many pairs.
+void addCampaignOptions(CLI::App& command, CampaignOptions& options);
+/// Those of a command that runs the cells of a table.
+void addCellOptions(CLI::App& command, CampaignOptions& options);
+/// The form of the report, and a file for the records.
+void addReportOptions(CLI::App& command, CampaignOptions& options);
 
-/// The commands that run many pairs: matrix, hostile, chaos. Each
-/// writes its exit status to `status`.
-void addCampaigns(CLI::App& app, Arguments& arguments, int& status);
+// The commands that run many pairs. They end with 0 when everything was as expected, else with 1.
+
+/// Injects every fault into pairs and compares what happens with what was written down before.
+void addMatrix(CLI::App& app, int& status);
+/// Random faults and repairs, repeatable from a seed.
+void addChaos(CLI::App& app, int& status);
+/// Attacks on pairs from a third host, and what each mitigation does about them.
+void addHostile(CLI::App& app, int& status);
 
 } // namespace velarix::lab::program

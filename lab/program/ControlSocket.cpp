@@ -15,7 +15,8 @@ namespace velarix::lab::program
 namespace
 {
 
-sockaddr_un addressFor(const std::filesystem::path& path)
+/// A socket, and its connect() or bind() to the path.
+Descriptor socketAt(const std::filesystem::path& path, int (*place)(int, const sockaddr*, socklen_t))
 {
 	sockaddr_un address{};
 	address.sun_family = AF_UNIX;
@@ -24,31 +25,20 @@ sockaddr_un addressFor(const std::filesystem::path& path)
 		throw LabError("the path of the control socket is too long: " + path.string());
 	}
 	std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-	return address;
-}
-
-Descriptor makeSocket()
-{
 	Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-	if (!made)
+	if (!made || place(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
 	{
-		throwErrno("cannot make a control socket");
+		throwErrno("no supervisor at " + path.string());
 	}
 	return made;
 }
 
-void setReceiveLimit(int socket, Millis limit)
-{
-	timeval time{};
-	time.tv_sec = limit.count() / 1000;
-	time.tv_usec = limit.count() % 1000 * 1000;
-	::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
-}
-
 /// Reads until the other side has said all.
-/// @return false when it kept silent too long
-bool readText(int socket, std::string& text)
+/// @return false when it kept silent for so long
+bool readText(int socket, std::string& text, std::chrono::seconds limit)
 {
+	const timeval time{limit.count(), 0};
+	::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
 	char buffer[4096];
 	ssize_t count = 0;
 	while ((count = ::recv(socket, buffer, sizeof buffer, 0)) > 0)
@@ -58,71 +48,51 @@ bool readText(int socket, std::string& text)
 	return count == 0;
 }
 
-/// All of it, and that it was all.
+/// All of it, and that it was all. A socket that blocks takes the whole.
 void sendText(int socket, const std::string& text)
 {
-	for (std::size_t sent = 0; sent < text.size();)
-	{
-		const ssize_t count = ::send(socket, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-		if (count < 0)
-		{
-			return;
-		}
-		sent += static_cast<std::size_t>(count);
-	}
+	::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
 	::shutdown(socket, SHUT_WR);
 }
 
 } // namespace
 
-ControlServer::ControlServer(const std::filesystem::path& path) : m_socket(makeSocket())
+void serve(const std::filesystem::path& path, int signals, const std::function<std::string(const std::string&)>& answer,
+           const std::function<bool()>& goOn)
 {
 	// Who sees the file at its place is answered.
 	const std::filesystem::path made = path.string() + ".new";
-	const sockaddr_un address = addressFor(made);
 	const mode_t before = ::umask(0077);
-	const int bound = ::bind(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+	const Descriptor listening = socketAt(made, ::bind);
 	::umask(before);
-	if (bound != 0 || ::listen(m_socket.get(), 8) != 0)
+	if (::listen(listening.get(), 8) != 0)
 	{
 		throwErrno("cannot listen at " + path.string());
 	}
 	std::filesystem::rename(made, path);
-}
-
-void ControlServer::serve(int signals, const std::function<std::string(const std::string&)>& answer,
-                          const std::function<bool()>& goOn)
-{
 	while (goOn())
 	{
-		pollfd watched[2] = {{m_socket.get(), POLLIN, 0}, {signals, POLLIN, 0}};
+		pollfd watched[2] = {{listening.get(), POLLIN, 0}, {signals, POLLIN, 0}};
 		::poll(watched, 2, -1);
 		if (watched[1].revents != 0)
 		{
 			return;
 		}
-		const Descriptor connection(::accept4(m_socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+		const Descriptor connection(::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
 		std::string request;
-		setReceiveLimit(connection.get(), Millis(2000));
-		if (connection && readText(connection.get(), request))
+		if (connection && readText(connection.get(), request, std::chrono::seconds(2)))
 		{
 			sendText(connection.get(), answer(request));
 		}
 	}
 }
 
-std::string ask(const std::filesystem::path& path, const std::string& request, Millis limit)
+std::string ask(const std::filesystem::path& path, const std::string& request)
 {
-	const Descriptor connection = makeSocket();
-	const sockaddr_un address = addressFor(path);
-	if (::connect(connection.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-	{
-		throwErrno("no supervisor listens at " + path.string());
-	}
-	setReceiveLimit(connection.get(), limit);
+	const Descriptor connection = socketAt(path, ::connect);
 	sendText(connection.get(), request);
 	std::string answer;
-	if (!readText(connection.get(), answer))
+	if (!readText(connection.get(), answer, std::chrono::seconds(60)))
 	{
 		throw LabError("the supervisor does not answer");
 	}

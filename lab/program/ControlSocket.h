@@ -11,23 +11,14 @@
 namespace velarix::lab::program
 {
 
-class ControlServer
-{
-public:
-	/// Listens at `path`, for root only. @throws LabError
-	explicit ControlServer(const std::filesystem::path& path);
-
-	/// Answers every request until `goOn` is false after one, or a signal is
-	/// readable from `signals`.
-	void serve(int signals, const std::function<std::string(const std::string&)>& answer,
-	           const std::function<bool()>& goOn);
-
-private:
-	Descriptor m_socket;
-};
+/// Listens at `path`, for root only, and answers every request until `goOn` is false after one,
+/// or a signal is readable from `signals`.
+/// @throws LabError when it cannot listen there
+void serve(const std::filesystem::path& path, int signals, const std::function<std::string(const std::string&)>& answer,
+           const std::function<bool()>& goOn);
 
 /// Sends a request and reads the whole answer.
 /// @throws LabError when nobody listens at `path` or no answer comes in time
-std::string ask(const std::filesystem::path& path, const std::string& request, Millis limit = Millis(60000));
+std::string ask(const std::filesystem::path& path, const std::string& request);
 
 } // namespace velarix::lab::program

@@ -1,12 +1,10 @@
-#include "lab/program/Campaigns.h"
-
 #include <algorithm>
 #include <iostream>
 
-#include "lab/campaigns/Campaign.h"
 #include "lab/campaigns/Filter.h"
 #include "lab/campaigns/hostile/Run.h"
 #include "lab/core/Lab.h"
+#include "lab/program/CommandLine.h"
 
 namespace velarix::lab::hostile
 {
@@ -17,91 +15,105 @@ namespace
 /// The longest case waits for thousands of messages.
 constexpr Millis caseLimit{3600000};
 
-std::vector<Case> chosen(const Options& options)
+struct Options : CampaignOptions
 {
-	std::vector<Case> all = readTable(options.table);
-	const bool every = std::find(options.attacks.begin(), options.attacks.end(), "all") != options.attacks.end();
-	// What is expected of the other attacks is expected of the plain settings.
-	const bool keeper = options.times.profile == Profile::keeper;
-	std::erase_if(all,
-	              [&](const Case& cell) { return attackNamed(cell.attack).onKeeper != keeper && (every || !keeper); });
-	return filtered(all, every ? std::vector<std::string>() : options.attacks, "case");
-}
+	long count = 10000;
+	std::string mitigation = "none"; ///< see mitigationNamed
+	bool beside = false;             ///< see AttackerPlan
+	bool json = false;
+};
 
-int listCases(const std::vector<Case>& cells)
+Record recordOf(const Plan& plan)
 {
-	for (const Case& cell : cells)
-	{
-		std::cout << cell.name << ": " << attackNamed(cell.attack).what << (cell.note.empty() ? "" : "; " + cell.note)
-		          << '\n';
-	}
-	return 0;
-}
-
-/// On standard error, so that the report can go elsewhere.
-void report(const Record& record, std::size_t done, std::size_t all)
-{
-	std::cerr << "[" << done << "/" << all << "] " << record.name << ", mitigation " << record.mitigation << ": "
-	          << (record.differences.empty() ? "as expected" : "DIFFERS") << '\n';
-	for (const std::string& difference : record.differences)
-	{
-		std::cerr << "    " << difference << '\n';
-	}
-}
-
-Record recordFromChild(const WorkerResult& result, const Plan& plan)
-{
-	if (result.problem.empty())
-	{
-		return recordIn<Record>(result.text);
-	}
 	Record record;
 	record.name = plan.cell.name;
 	record.mitigation = nameOf(plan.mitigation);
-	record.differences.push_back("the run failed: " + result.problem);
 	return record;
 }
 
-std::vector<Record> runAll(const Options& options, const std::vector<Case>& cells)
+std::string titleOf(const Record& record)
 {
-	requireLab(options.installRoot);
-	const Mitigation mitigation = options.times.wireguard ? Mitigation::tunnel : mitigationNamed(options.mitigation);
+	return record.name + ", mitigation " + record.mitigation;
+}
+
+std::vector<Plan> plansFor(const Options& options, const std::vector<Case>& cells)
+{
+	const bool tunnel = options.times.pair.wireguard;
+	const Mitigation mitigation = tunnel ? Mitigation::tunnel : mitigationNamed(options.mitigation);
 	std::vector<Plan> plans;
-	plans.reserve(cells.size());
 	for (const Case& cell : cells)
 	{
 		plans.push_back(
-		    {cell, mitigation, {options.times}, options.seed, options.count, options.installRoot, options.beside});
+		    {cell, mitigation, options.times, options.seed, options.count, options.installRoot, options.beside});
 	}
-	std::vector<Record> records(plans.size());
-	std::size_t done = 0;
-	runInWorkers(
-	    plans.size(), options.jobs, caseLimit,
-	    [&](std::size_t index, const HandOver&) { return jsonText(runCase(plans[index])); },
-	    [&](const WorkerResult& result)
-	    {
-		    Record record = recordFromChild(result, plans[result.index]);
-		    report(record, ++done, plans.size());
-		    saveTimeline(options.timelines, record.name + " " + record.mitigation, record.timeline);
-		    records[result.index] = std::move(record);
-	    });
-	return records;
+	return plans;
 }
 
-} // namespace
+std::vector<Case> chosen(const Options& options)
+{
+	std::vector<Case> all = readTable(options.expectations);
+	const bool every = std::ranges::find(options.only, "all") != options.only.end();
+	// What is expected of the other attacks is expected of the plain settings.
+	const bool keeper = options.times.pair.profile == Profile::keeper;
+	std::erase_if(all,
+	              [&](const Case& cell) { return attackNamed(cell.attack).onKeeper != keeper && (every || !keeper); });
+	return filtered(all, every ? std::vector<std::string>() : options.only, "case");
+}
 
-int runCommand(const Options& options)
+int runHostile(const Options& options)
 {
 	const std::vector<Case> cells = chosen(options);
 	if (options.list)
 	{
-		return listCases(cells);
+		for (const Case& cell : cells)
+		{
+			std::cout << cell.name << ": " << attackNamed(cell.attack).what
+			          << (cell.note.empty() ? "" : "; " + cell.note) << '\n';
+		}
+		return 0;
 	}
-	const std::vector<Record> records = runAll(options, cells);
-	deliver(options.json ? jsonFileText(records) : toText(records), options.output);
-	return std::all_of(records.begin(), records.end(), [](const Record& record) { return record.differences.empty(); })
-	           ? 0
-	           : 1;
+	requireLab(options.installRoot);
+	const std::vector<Record> records =
+	    runAll(options, plansFor(options, cells), caseLimit,
+	           Runs<Plan, Record>{runCase, recordOf, titleOf, [](const Record& record) { return record.differences; }});
+	deliver(options, toText(records), records);
+	return std::ranges::all_of(records, [](const Record& record) { return record.differences.empty(); }) ? 0 : 1;
 }
 
+} // namespace
+
 } // namespace velarix::lab::hostile
+
+namespace velarix::lab::program
+{
+
+void addHostile(CLI::App& app, int& status)
+{
+	CLI::App* command =
+	    app.add_subcommand("hostile", "Attack pairs from a third host and compare with what is expected");
+	const auto options = std::make_shared<hostile::Options>();
+	// The table tells what comes of the plain settings.
+	options->times.pair.profile = Profile::plain;
+	addCampaignOptions(*command, *options);
+	addCellOptions(*command, *options);
+	command->add_option("--attack", options->only, "A case or a group of cases, or all (again for more)");
+	command->add_option("--count", options->count, "Random messages of an attack")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 1000000));
+	command
+	    ->add_option("--mitigation", options->mitigation,
+	                 "port: the shipped rules for the heartbeat port; firewall: all shipped rules; neighbours: "
+	                 "and fixed ARP entries, and hardware addresses in the rules")
+	    ->capture_default_str()
+	    ->check(CLI::IsMember({"none", "port", "firewall", "neighbours"}));
+	command->add_flag("--beside", options->beside, "With --wireguard: at the address on eth1, not at the tunnel's");
+	command->add_flag("--json", options->json, "The records as JSON, for evidence/scripts/render.py");
+	command->callback(
+	    [&status, options]
+	    {
+		    options->form = options->json ? "json" : "text";
+		    status = runHostile(*options);
+	    });
+}
+
+} // namespace velarix::lab::program

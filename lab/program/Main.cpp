@@ -2,11 +2,7 @@
 
 #include <cstdio>
 
-#include <CLI/CLI.hpp>
-
 #include "lab/core/Fault.h"
-#include "lab/core/Lab.h"
-#include "lab/core/Plan.h"
 #include "lab/program/CommandLine.h"
 #include "lab/program/PairCommands.h"
 
@@ -21,6 +17,21 @@ constexpr const char* overview =
     "installed. Nothing of the machine is changed, and nothing is left behind however it ends.\n"
     "Needs root.";
 
+/// What the options of the commands for one pair are read into.
+struct Arguments
+{
+	SupervisorOptions pair;
+	std::string name = "lab";
+	std::string stateBase = "/run/velarix-lab";
+	bool noWait = false;
+	bool noAgents = false;
+	bool json = false;
+	std::string fault;
+	std::string node;
+
+	StateDirectory directory() const { return {stateBase, name}; }
+};
+
 std::string faultList()
 {
 	std::string text = "Faults:\n";
@@ -32,26 +43,11 @@ std::string faultList()
 	return text;
 }
 
-void addPairOptions(CLI::App& command, Arguments& arguments)
-{
-	command.add_option("--name", arguments.name, "Name of the lab")->capture_default_str();
-	command.add_option("--state-dir", arguments.stateBase, "Directory of all labs that are kept running")
-	    ->capture_default_str();
-}
-
-void addFaultArguments(CLI::App& command, Arguments& arguments)
-{
-	addPairOptions(command, arguments);
-	command.add_option("fault", arguments.fault, "Name of the fault")->required();
-	command.add_option("node", arguments.node, "Node it is injected into: a or b");
-	command.footer(faultList());
-}
-
 int runUp(Arguments& arguments)
 {
-	StateDirectory directory(arguments.stateBase, arguments.name);
-	const SupervisorOptions options{arguments.installRoot, arguments.times, !arguments.noAgents, arguments.wrapper};
-	return pairUp(directory, options, !arguments.noWait);
+	StateDirectory directory = arguments.directory();
+	arguments.pair.startAgents = !arguments.noAgents;
+	return pairUp(directory, arguments.pair, !arguments.noWait);
 }
 
 int runExec(const Arguments& arguments, std::vector<std::string> words)
@@ -64,56 +60,61 @@ int runExec(const Arguments& arguments, std::vector<std::string> words)
 	{
 		throw LabError("exec needs a host and a command, for example: velarix-lab exec a ip addr");
 	}
-	return pairExec({arguments.stateBase, arguments.name}, words.front(), {words.begin() + 1, words.end()});
+	return pairExec(arguments.directory(), words.front(), {words.begin() + 1, words.end()});
 }
 
-void addUpAndDown(CLI::App& app, Arguments& arguments, int& status)
+/// A command for a pair that is kept running.
+CLI::App* addCommand(CLI::App& app, Arguments& arguments, const std::string& name, const std::string& what)
 {
-	CLI::App* up = app.add_subcommand("up", "Start a pair and keep it running");
-	addLabOptions(*up, arguments.installRoot, arguments.times);
-	addPairOptions(*up, arguments);
+	CLI::App* command = app.add_subcommand(name, what);
+	command->add_option("--name", arguments.name, "Name of the lab")->capture_default_str();
+	command->add_option("--state-dir", arguments.stateBase, "Directory of all labs that are kept running")
+	    ->capture_default_str();
+	return command;
+}
+
+void addPairCommands(CLI::App& app, Arguments& arguments, int& status)
+{
+	CLI::App* up = addCommand(app, arguments, "up", "Start a pair and keep it running");
+	addLabOptions(*up, arguments.pair.installRoot, arguments.pair.times);
 	up->add_flag("--no-wait", arguments.noWait, "Do not wait until the service answers");
 	up->add_flag("--no-agents", arguments.noAgents, "Start the hosts only, not the agents");
-	up->add_option("--wrap", arguments.wrapper, "Words in front of the agent's program, for example of an analyser");
+	up->add_option("--wrap", arguments.pair.wrapper,
+	               "Words in front of the agent's program, for example of an analyser");
 	up->callback([&] { status = runUp(arguments); });
 
-	CLI::App* down = app.add_subcommand("down", "End a pair that is kept running");
-	addPairOptions(*down, arguments);
-	down->callback([&] { status = pairDown({arguments.stateBase, arguments.name}); });
-}
+	CLI::App* down = addCommand(app, arguments, "down", "End a pair that is kept running");
+	down->callback([&] { status = pairDown(arguments.directory()); });
 
-void addStatusAndExec(CLI::App& app, Arguments& arguments, int& status)
-{
-	CLI::App* state = app.add_subcommand("status", "Print roles, owner of the address and who answers the client");
-	addPairOptions(*state, arguments);
+	CLI::App* state =
+	    addCommand(app, arguments, "status", "Print roles, owner of the address and who answers the client");
 	state->add_flag("--json", arguments.json, "As JSON");
-	state->callback([&] { status = pairStatus({arguments.stateBase, arguments.name}, arguments.json); });
+	state->callback([&] { status = pairStatus(arguments.directory(), arguments.json); });
 
-	CLI::App* exec = app.add_subcommand("exec", "Run a program on a host of the pair: exec HOST COMMAND...");
-	addPairOptions(*exec, arguments);
+	CLI::App* exec = addCommand(app, arguments, "exec", "Run a program on a host of the pair: exec HOST COMMAND...");
 	// No positionals of its own: from the host's name on nothing is parsed here.
 	exec->prefix_command();
 	exec->footer("HOST is a, b, gateway or client.\n"
 	             "The host's own /usr (of a node), /run and /tmp can be written; every other file is this\n"
 	             "machine's, read-only.");
 	exec->callback([&, exec] { status = runExec(arguments, exec->remaining()); });
+
+	CLI::App* timeline = addCommand(app, arguments, "timeline", "Print what has happened so far");
+	timeline->callback([&] { status = pairRequest(arguments.directory(), "timeline"); });
 }
 
 void addFaults(CLI::App& app, Arguments& arguments, int& status)
 {
 	for (const std::string verb : {"inject", "repair"})
 	{
-		CLI::App* command = app.add_subcommand(verb, verb == "inject" ? "Inject a fault" : "Repair a fault");
-		addFaultArguments(*command, arguments);
+		CLI::App* command = addCommand(app, arguments, verb, verb == "inject" ? "Inject a fault" : "Repair a fault");
+		command->add_option("fault", arguments.fault, "Name of the fault")->required();
+		command->add_option("node", arguments.node, "Node it is injected into: a or b");
+		command->footer(faultList());
 		command->callback(
-		    [&, verb] {
-			    status = pairRequest({arguments.stateBase, arguments.name},
-			                         verb + " " + arguments.fault + " " + arguments.node);
-		    });
+		    [&, verb]
+		    { status = pairRequest(arguments.directory(), verb + " " + arguments.fault + " " + arguments.node); });
 	}
-	CLI::App* timeline = app.add_subcommand("timeline", "Print what has happened so far");
-	addPairOptions(*timeline, arguments);
-	timeline->callback([&] { status = pairRequest({arguments.stateBase, arguments.name}, "timeline"); });
 }
 
 int runProgram(int argc, char** argv)
@@ -123,10 +124,11 @@ int runProgram(int argc, char** argv)
 	int status = 0;
 	app.set_version_flag("--version", "velarix-lab " VELARIX_LAB_VERSION);
 	app.require_subcommand(1);
-	addUpAndDown(app, arguments, status);
-	addStatusAndExec(app, arguments, status);
+	addPairCommands(app, arguments, status);
 	addFaults(app, arguments, status);
-	addCampaigns(app, arguments, status);
+	addMatrix(app, status);
+	addHostile(app, status);
+	addChaos(app, status);
 	try
 	{
 		app.parse(argc, argv);

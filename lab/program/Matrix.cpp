@@ -1,10 +1,9 @@
-#include "lab/program/Campaigns.h"
-
 #include <iostream>
 
 #include "lab/campaigns/Filter.h"
 #include "lab/campaigns/matrix/Report.h"
 #include "lab/core/Lab.h"
+#include "lab/program/CommandLine.h"
 
 namespace velarix::lab::program
 {
@@ -12,44 +11,23 @@ namespace velarix::lab::program
 namespace
 {
 
-/// The record that a run's process handed back, or one that tells why there is none.
-RunRecord recordOf(const WorkerResult& result, const std::string& cell, int run, std::uint64_t seed)
+using matrix::CellPlan;
+
+struct Options : CampaignOptions
 {
-	if (result.problem.empty())
-	{
-		return recordIn<RunRecord>(result.text);
-	}
-	RunRecord record;
-	record.cell = cell;
-	record.run = run;
-	record.seed = seed;
-	record.differences.push_back("the run failed: " + result.problem);
-	return record;
+	int runs = 1; ///< of each cell
+	int slack = 2000;
+	bool shortForm = false; ///< the cells that stand for the whole
+};
+
+std::string titleOf(const RunRecord& record)
+{
+	return record.cell + ", run " + std::to_string(record.run);
 }
 
-int listCells(const std::vector<Cell>& cells)
+std::vector<CellPlan> plansFor(const Options& options, const matrix::Results& results)
 {
-	for (const Cell& cell : cells)
-	{
-		std::cout << cell.name << (cell.note.empty() ? "" : ": " + cell.note) << '\n';
-	}
-	return 0;
-}
-
-/// On standard error, so that the report can go elsewhere.
-void report(const RunRecord& record, std::size_t done, std::size_t all)
-{
-	std::cerr << "[" << done << "/" << all << "] " << record.cell << ", run " << record.run << ": "
-	          << (record.asExpected() ? "as expected" : "NOT AS EXPECTED") << '\n';
-	for (const std::string& difference : differencesOf(record))
-	{
-		std::cerr << "    " << difference << '\n';
-	}
-}
-
-std::vector<matrix::CellPlan> plansFor(const MatrixOptions& options, const matrix::Results& results)
-{
-	std::vector<matrix::CellPlan> plans;
+	std::vector<CellPlan> plans;
 	for (int run = 1; run <= options.runs; ++run)
 	{
 		for (const Cell& cell : results.cells)
@@ -60,28 +38,7 @@ std::vector<matrix::CellPlan> plansFor(const MatrixOptions& options, const matri
 	return plans;
 }
 
-void runAll(const MatrixOptions& options, matrix::Results& results)
-{
-	const std::vector<matrix::CellPlan> plans = plansFor(options, results);
-	std::vector<RunRecord> records(plans.size());
-	std::size_t done = 0;
-	runInWorkers(
-	    plans.size(), options.jobs, options.times.runLimit(),
-	    [&](std::size_t index, const HandOver&) { return jsonText(matrix::runCell(plans[index])); },
-	    [&](const WorkerResult& result)
-	    {
-		    const matrix::CellPlan& plan = plans[result.index];
-		    const RunRecord record = recordOf(result, plan.cell.name, plan.run, plan.seed);
-		    report(record, ++done, plans.size());
-		    saveTimeline(options.timelines, record.cell + " " + std::to_string(record.run), record.timeline);
-		    records[result.index] = record;
-	    });
-	results.records = std::move(records);
-}
-
-} // namespace
-
-int runMatrix(const MatrixOptions& options)
+int runMatrix(const Options& options)
 {
 	matrix::Results results;
 	results.expectations = readExpectations(options.expectations, options.times.pair.profile);
@@ -98,12 +55,42 @@ int runMatrix(const MatrixOptions& options)
 	results.jobs = options.jobs;
 	if (options.list)
 	{
-		return listCells(results.cells);
+		for (const Cell& cell : results.cells)
+		{
+			std::cout << cell.name << (cell.note.empty() ? "" : ": " + cell.note) << '\n';
+		}
+		return 0;
 	}
 	requireLab(options.installRoot);
-	runAll(options, results);
+	results.records = runAll(options, plansFor(options, results), options.times.runLimit(),
+	                         Runs<CellPlan, RunRecord>{matrix::runCell, matrix::recordOf, titleOf, differencesOf});
 	deliver(options, toText(results), jsonOf(results));
 	return results.allAsExpected() ? 0 : 1;
+}
+
+} // namespace
+
+void addMatrix(CLI::App& app, int& status)
+{
+	CLI::App* command = app.add_subcommand("matrix", "Inject every fault into pairs and compare with what is expected");
+	const auto options = std::make_shared<Options>();
+	addCampaignOptions(*command, *options);
+	addCellOptions(*command, *options);
+	addReportOptions(*command, *options);
+	command->add_option("--runs", options->runs, "Runs of each cell")
+	    ->capture_default_str()
+	    ->check(CLI::Range(1, 1000));
+	command->add_option("--only", options->only, "A cell or a group of cells (again for more)");
+	command->add_option("--slack", options->slack, "Milliseconds allowed beyond the fixed waits")
+	    ->capture_default_str()
+	    ->check(CLI::Range(0, 60000));
+	command->add_flag("--short", options->shortForm, "The ten or so cells that stand for the whole");
+	command->callback(
+	    [&status, options]
+	    {
+		    options->times.slack = Millis(options->slack);
+		    status = runMatrix(*options);
+	    });
 }
 
 } // namespace velarix::lab::program

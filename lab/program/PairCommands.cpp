@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <sched.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -92,9 +91,10 @@ nlohmann::json statusOf(const StateDirectory& directory)
 
 std::string stateIn(const nlohmann::json& status)
 {
-	return "address " + status["address"].get<std::string>() + ", answer " + status["service"].get<std::string>() +
-	       ", a " + status["nodes"]["a"]["role"].get<std::string>() + ", b " +
-	       status["nodes"]["b"]["role"].get<std::string>();
+	const auto text = [&](const char* place)
+	{ return status.at(nlohmann::json::json_pointer(place)).get<std::string>(); };
+	return "address " + text("/address") + ", answer " + text("/service") + ", a " + text("/nodes/a/role") + ", b " +
+	       text("/nodes/b/role");
 }
 
 void awaitSupervisor(const StateDirectory& directory, pid_t supervisor, Console& console)
@@ -130,9 +130,16 @@ bool awaitService(const StateDirectory& directory, Console& console)
 	    });
 }
 
-pid_t hostPid(const StateDirectory& directory, const std::string& host)
+/// @return whether it was one that died
+bool removeDead(const StateDirectory& directory, Console& console)
 {
-	return std::stoi(askOrThrow(directory, "pid " + host));
+	const bool dead = directory.exists() && !directory.inUse();
+	if (dead)
+	{
+		directory.remove();
+		console.line("removed what a supervisor that died had left at " + directory.path().string());
+	}
+	return dead;
 }
 
 } // namespace
@@ -145,11 +152,7 @@ int pairUp(StateDirectory& directory, const SupervisorOptions& options, bool wai
 	{
 		throw LabError("the lab \"" + directory.name() + "\" is up already (velarix-lab status, velarix-lab down)");
 	}
-	if (directory.exists())
-	{
-		directory.remove();
-		console.line("removed what a supervisor that died had left at " + directory.path().string());
-	}
+	removeDead(directory, console);
 	awaitSupervisor(directory, startSupervisor(directory, options), console);
 	const bool served = !wait || !options.startAgents || awaitService(directory, console);
 	console.line("the lab \"" + directory.name() + "\" is up: " + stateIn(statusOf(directory)));
@@ -163,10 +166,8 @@ int pairDown(const StateDirectory& directory)
 		throw LabError("no lab \"" + directory.name() + "\" is up");
 	}
 	Console console;
-	if (!directory.inUse())
+	if (removeDead(directory, console))
 	{
-		directory.remove();
-		console.line("removed what a supervisor that died had left at " + directory.path().string());
 		return 0;
 	}
 	askOrThrow(directory, "down");
@@ -196,8 +197,8 @@ int pairStatus(const StateDirectory& directory, bool json)
 		std::cout << "node " << nameOf(id) << "   " << node["role"].get<std::string>()
 		          << (agent > 0 ? ", agent is process " + std::to_string(agent) : std::string()) << '\n';
 	}
-	const std::string owner = status["address"].get<std::string>();
-	const std::string answer = status["service"].get<std::string>();
+	const std::string owner = status["address"];
+	const std::string answer = status["service"];
 	std::cout << "address  " << plan::virtualAddress << " held by "
 	          << (owner == "none" ? "nobody" : (owner == "a+b" ? "both nodes" : "node " + owner)) << '\n';
 	std::cout << "service  http://" << plan::virtualAddress << ":" << plan::servicePort << "/ "
@@ -207,22 +208,17 @@ int pairStatus(const StateDirectory& directory, bool json)
 
 int pairExec(const StateDirectory& directory, const std::string& host, const std::vector<std::string>& command)
 {
-	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, hostPid(directory, host), 0)));
+	const pid_t pid = std::stoi(askOrThrow(directory, "pid " + host));
+	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
 	if (!pidFd)
 	{
 		throwErrno("cannot reach host " + host);
 	}
-	SpawnPlan plan;
-	plan.argv = command;
-	plan.inside = {pidFd.get(), CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWNS};
-	plan.input = STDIN_FILENO;
-	plan.output = STDOUT_FILENO;
-	plan.error = STDERR_FILENO;
-	plan.terminal = true;
 	// The keyboard's signals are for the program.
 	::signal(SIGINT, SIG_IGN);
 	::signal(SIGQUIT, SIG_IGN);
-	const pid_t child = spawn(plan);
+	const pid_t child =
+	    spawn({command, {pidFd.get(), allNamespaces}, STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, true});
 	int status = 0;
 	while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
 	{

@@ -1,7 +1,6 @@
 #include "lab/program/Supervisor.h"
 
 #include <csignal>
-#include <iostream>
 #include <iterator>
 #include <sstream>
 
@@ -29,100 +28,66 @@ Descriptor endingSignals()
 	return Descriptor(::signalfd(-1, &ending, SFD_CLOEXEC));
 }
 
-class Supervisor
+std::string statusOf(const std::string& name, Lab& lab)
 {
-public:
-	Supervisor(std::string name, Lab& lab) : m_name(std::move(name)), m_lab(lab) {}
-
-	bool goOn() const { return !m_down; }
-
-	std::string answer(const std::string& request)
+	nlohmann::ordered_json answer{{"name", name},
+	                              {"supervisor", ::getpid()},
+	                              {"upMs", lab.clock().now().count()},
+	                              {"address", lab.owners()},
+	                              {"service", lab.answeredBy()}};
+	for (const HostId id : nodes)
 	{
-		std::istringstream words(request);
-		std::string verb;
-		std::string first;
-		std::string second;
-		words >> verb >> first >> second;
-		try
-		{
-			return act(verb, first, second);
-		}
-		catch (const std::exception& error)
-		{
-			return std::string("error: ") + error.what();
-		}
+		const std::optional<Process> agent = lab.node(id).agent();
+		answer["nodes"][nameOf(id)] = {
+		    {"role", lab.role(id)}, {"on", lab.node(id).isOn()}, {"agentPid", agent ? agent->pidInside : -1}};
 	}
+	return answer.dump();
+}
 
-private:
-	std::string m_name;
-	Lab& m_lab;
-	bool m_down = false;
+/// Of a fault that is on no node, the node means nothing.
+Fault faultOrThrow(const std::string& name, const std::string& node)
+{
+	return faultFrom(infoOf(name).onNode && !node.empty() ? name + ":" + node : name);
+}
 
-	std::string act(const std::string& verb, const std::string& first, const std::string& second)
+std::string answerOf(const std::string& name, Lab& lab, const std::string& request)
+{
+	std::istringstream words(request);
+	std::string verb;
+	std::string first;
+	std::string second;
+	words >> verb >> first >> second;
+	if (verb == "status")
 	{
-		if (verb == "status")
-		{
-			return status();
-		}
-		if (verb == "pid")
-		{
-			return std::to_string(m_lab.host(hostOrThrow(first)).pid());
-		}
-		if (verb == "inject")
-		{
-			m_lab.inject(faultOrThrow(first, second));
-			return "ok";
-		}
-		if (verb == "repair")
-		{
-			m_lab.repair(faultOrThrow(first, second));
-			return "ok";
-		}
-		if (verb == "timeline")
-		{
-			return toText(m_lab.timeline());
-		}
-		if (verb == "down")
-		{
-			m_down = true;
-			return "ok";
-		}
-		throw LabError("unknown request: " + verb);
+		return statusOf(name, lab);
 	}
-
-	static HostId hostOrThrow(const std::string& name)
+	if (verb == "timeline")
 	{
-		const std::optional<HostId> host = hostNamed(name);
+		return toText(lab.timeline());
+	}
+	if (verb == "pid")
+	{
+		const std::optional<HostId> host = hostNamed(first);
 		if (!host)
 		{
-			throw LabError("there is no host \"" + name + "\" (a, b, gateway, client)");
+			throw LabError("there is no host \"" + first + "\" (a, b, gateway, client)");
 		}
-		return *host;
+		return std::to_string(lab.host(*host).pid());
 	}
-
-	/// Of a fault that is on no node, the node means nothing.
-	static Fault faultOrThrow(const std::string& name, const std::string& node)
+	if (verb == "inject")
 	{
-		const std::optional<FaultKind> kind = faultNamed(name);
-		return faultFrom(kind && infoOf(*kind).onNode && !node.empty() ? name + ":" + node : name);
+		lab.inject(faultOrThrow(first, second));
 	}
-
-	std::string status()
+	else if (verb == "repair")
 	{
-		nlohmann::ordered_json answer{{"name", m_name},
-		                              {"supervisor", ::getpid()},
-		                              {"upMs", m_lab.clock().now().count()},
-		                              {"address", m_lab.owners()},
-		                              {"service", m_lab.answeredBy()}};
-		for (const HostId id : nodes)
-		{
-			const std::optional<Process> agent = m_lab.node(id).agent();
-			answer["nodes"][nameOf(id)] = {
-			    {"role", m_lab.role(id)}, {"on", m_lab.node(id).isOn()}, {"agentPid", agent ? agent->pidInside : -1}};
-		}
-		return answer.dump();
+		lab.repair(faultOrThrow(first, second));
 	}
-};
+	else if (verb != "down")
+	{
+		throw LabError("unknown request: " + verb);
+	}
+	return "ok";
+}
 
 } // namespace
 
@@ -132,7 +97,6 @@ void supervise(StateDirectory& directory, const SupervisorOptions& options)
 	directory.lock();
 	std::error_code ignored;
 	std::filesystem::remove(directory.controlSocket(), ignored);
-	requireLab(options.installRoot);
 
 	LabOptions labOptions(options.installRoot, options.times);
 	std::istringstream words(options.wrapper);
@@ -142,11 +106,20 @@ void supervise(StateDirectory& directory, const SupervisorOptions& options)
 	{
 		lab.startAgents();
 	}
-	Supervisor supervisor(directory.name(), lab);
-	ControlServer server(directory.controlSocket());
-	server.serve(
-	    signals.get(), [&](const std::string& request) { return supervisor.answer(request); },
-	    [&] { return supervisor.goOn(); });
+	bool down = false;
+	const auto answer = [&](const std::string& request)
+	{
+		down = request == "down";
+		try
+		{
+			return answerOf(directory.name(), lab, request);
+		}
+		catch (const std::exception& error)
+		{
+			return std::string("error: ") + error.what();
+		}
+	};
+	serve(directory.controlSocket(), signals.get(), answer, [&] { return !down; });
 	directory.remove();
 }
 

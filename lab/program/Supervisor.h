@@ -1,7 +1,7 @@
 /// The background process that keeps a pair running between two commands.
 #pragma once
 
-#include <filesystem>
+#include <string>
 
 #include "lab/core/NodeSettings.h"
 #include "lab/program/StateDirectory.h"
@@ -11,8 +11,8 @@ namespace velarix::lab::program
 
 struct SupervisorOptions
 {
-	std::filesystem::path installRoot{};
-	PairSettings times{};
+	std::string installRoot{};
+	PairSettings times{.profile = Profile::keeper};
 	bool startAgents = true;
 	std::string wrapper{}; ///< words in front of the agent's program, with blanks between them
 };

@@ -110,7 +110,7 @@ Cell cellFrom(const TomlTable& row)
 	readCell(row, cell);
 	for (const Fault& fault : cell.repair)
 	{
-		if (infoOf(fault.kind).repair == nullptr)
+		if (infoOf(fault.name).repair == nullptr)
 		{
 			throw LabError("there is nothing to repair after " + toName(fault));
 		}
@@ -162,16 +162,6 @@ void addKeeperRow(Expectations& table, const TomlTable& row)
 	requirePath(table, found->repaired);
 }
 
-FaultKind kindFrom(const std::string& name)
-{
-	const std::optional<FaultKind> kind = faultNamed(name);
-	if (!kind)
-	{
-		throw LabError("there is no fault \"" + name + "\"");
-	}
-	return *kind;
-}
-
 Expectations expectationsFrom(const TomlTable& file, Profile profile)
 {
 	file.allowOnly({"paths", "cells", "keeper", "chaos", "chaos_keeper", "short"});
@@ -201,15 +191,13 @@ Expectations expectationsFrom(const TomlTable& file, Profile profile)
 	}
 	if (profile == Profile::keeper && file.has("chaos_keeper"))
 	{
-		for (const std::string& name : file.texts("chaos_keeper"))
-		{
-			table.forChaos.push_back(kindFrom(name));
-		}
+		table.forChaos = file.texts("chaos_keeper");
 	}
 	for (const std::string& name : file.texts("chaos"))
 	{
-		table.forChaos.push_back(kindFrom(name));
+		table.forChaos.push_back(name);
 	}
+	std::ranges::for_each(table.forChaos, infoOf);
 	table.shortForm = file.texts("short");
 	for (const std::string& name : table.shortForm)
 	{

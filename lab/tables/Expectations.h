@@ -67,7 +67,7 @@ struct Expectations
 	std::map<std::string, Path> paths;
 	std::vector<Cell> cells; ///< of one profile
 	/// Faults after which, once repaired, the pair has to be well again by itself.
-	std::vector<FaultKind> forChaos;
+	std::vector<std::string> forChaos;
 	/// Names of the cells that stand for the whole where time is short.
 	std::vector<std::string> shortForm;
 };

@@ -46,20 +46,15 @@ template <typename Value> const auto& TomlTable::valueOf(const std::string& key,
 	return *value;
 }
 
-std::string TomlTable::text(const std::string& key) const
+std::string TomlTable::text(const std::string& key, const std::optional<std::string>& otherwise) const
 {
-	return valueOf<std::string>(key, "text").get();
-}
-
-std::string TomlTable::text(const std::string& key, const std::string& otherwise) const
-{
-	return has(key) ? text(key) : otherwise;
+	return otherwise && !has(key) ? *otherwise : valueOf<std::string>(key, "text").get();
 }
 
 std::string TomlTable::oneOf(const std::string& key, const std::set<std::string>& words,
                              const std::optional<std::string>& otherwise) const
 {
-	std::string word = otherwise ? text(key, *otherwise) : text(key);
+	std::string word = text(key, otherwise);
 	if (!words.contains(word))
 	{
 		fail("\"" + word + "\" is no \"" + key + "\"");

@@ -28,8 +28,7 @@ public:
 	bool has(const std::string& key) const { return m_table->contains(key); }
 
 	/// @throws LabError when there is no such text
-	std::string text(const std::string& key) const;
-	std::string text(const std::string& key, const std::string& otherwise) const;
+	std::string text(const std::string& key, const std::optional<std::string>& otherwise = std::nullopt) const;
 	/// One of some words. @throws LabError when it is another one
 	std::string oneOf(const std::string& key, const std::set<std::string>& words,
 	                  const std::optional<std::string>& otherwise = std::nullopt) const;

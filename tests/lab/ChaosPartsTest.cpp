@@ -70,7 +70,7 @@ TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
 
 TEST(Chaos, AScheduleFollowsFromItsSeed)
 {
-	const std::vector<FaultKind> kinds{FaultKind::powerOff, FaultKind::gatewayGone, FaultKind::reboot};
+	const std::vector<std::string> kinds{"power-off", "gateway", "reboot"};
 	const auto drawn = [&](std::uint64_t seed, int worker)
 	{
 		Schedule schedule(seed, worker, kinds);
@@ -148,7 +148,7 @@ TEST(Chaos, APairThatIsWellHasNoViolation)
 TEST(Chaos, AWorkerWithoutAPairTellsWhy)
 {
 	Options options;
-	options.kinds = {FaultKind::reboot};
+	options.kinds = {"reboot"};
 	options.installRoot = "/no/such/tree";
 	const std::string problem = runWorker(options, [](const StepRecord&) { FAIL() << "no step can be run"; });
 	EXPECT_NE(problem.find("/no/such/tree"), std::string::npos) << problem;

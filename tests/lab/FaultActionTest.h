@@ -60,8 +60,8 @@ protected:
 	static Lab& lab() { return *s_lab; }
 	static Node& node(HostId id) { return lab().node(id); }
 
-	static void inject(FaultKind kind, HostId id = a) { lab().inject({kind, id}); }
-	static void repair(FaultKind kind, HostId id = a) { lab().repair({kind, id}); }
+	static void inject(const std::string& kind, HostId id = a) { lab().inject({kind, id}); }
+	static void repair(const std::string& kind, HostId id = a) { lab().repair({kind, id}); }
 
 	/// Why the call is refused; empty: it is not.
 	static std::string refusalOf(const std::function<void()>& call)
@@ -77,7 +77,7 @@ protected:
 		}
 	}
 
-	static std::string refusalOf(FaultKind kind, HostId id = a)
+	static std::string refusalOf(const std::string& kind, HostId id = a)
 	{
 		return refusalOf([&] { inject(kind, id); });
 	}

@@ -92,11 +92,11 @@ bool reachesSoon(Lab& lab, HostId from, HostId to)
 TEST_F(FaultAction, ProgramCrashesForAsLongAsTheFaultStands)
 {
 	node(a).startService();
-	inject(FaultKind::programCrashes);
-	EXPECT_EQ(refusalOf(FaultKind::programCrashes), "the managed program of node a crashes already");
+	inject("program-crash");
+	EXPECT_EQ(refusalOf("program-crash"), "the managed program of node a crashes already");
 	EXPECT_TRUE(waitFor([] { return !programRunsOn(a); }, soon, "the program to be killed"));
 	EXPECT_EQ(shell(a, plan::serviceProgram).status, 128 + SIGKILL) << "and again";
-	repair(FaultKind::programCrashes);
+	repair("program-crash");
 	EXPECT_TRUE(processesNamed(node(a).host().pid(), "killall").empty()) << "what the loop was about";
 	EXPECT_TRUE(shell(a, plan::serviceProgram, Millis(1000)).timedOut) << "it stays";
 	node(a).killService();
@@ -104,7 +104,7 @@ TEST_F(FaultAction, ProgramCrashesForAsLongAsTheFaultStands)
 
 TEST_F(FaultAction, ProgramCrashesOnBothNodesUntilBothLoopsAreEnded)
 {
-	inject(FaultKind::programCrashesEverywhere);
+	inject("program-crash-both");
 	for (const HostId id : nodes)
 	{
 		EXPECT_EQ(shell(id, plan::serviceProgram).status, 128 + SIGKILL) << nameOf(id);
@@ -112,11 +112,11 @@ TEST_F(FaultAction, ProgramCrashesOnBothNodesUntilBothLoopsAreEnded)
 	// The loop of one node ends with the node, so only one is left to end.
 	lab().powerOff(a);
 	lab().powerOn(a, false);
-	const std::string refusal = refusalOf([] { repair(FaultKind::programCrashesEverywhere); });
-	EXPECT_NE(refusal.find("had ended by itself"), std::string::npos) << refusal;
+	const std::string refusal = refusalOf([] { repair("program-crash-both"); });
+	EXPECT_EQ(refusal, "this is not being done: program-crash");
 	node(b).startService();
-	EXPECT_EQ(refusalOf(FaultKind::programCrashesEverywhere), "") << "nothing is under way any more";
-	repair(FaultKind::programCrashesEverywhere);
+	EXPECT_EQ(refusalOf("program-crash-both"), "") << "nothing is under way any more";
+	repair("program-crash-both");
 	node(b).killService();
 }
 
@@ -129,12 +129,12 @@ TEST_F(FaultAction, AZombieHasTheNameOfTheProgram)
 		                     [](const Process& entry)
 		                     { return entry.name == plan::serviceProgramName && entry.state == 'Z'; });
 	};
-	EXPECT_EQ(refusalOf(FaultKind::programZombie), "no managed program runs on node a");
+	EXPECT_EQ(refusalOf("program-zombie"), "no managed program runs on node a");
 	node(a).startService();
-	inject(FaultKind::programZombie);
+	inject("program-zombie");
 	EXPECT_TRUE(waitFor([&] { return zombies() == 1; }, soon, "one zombie, that of the fault"));
 	EXPECT_TRUE(waitFor([] { return !programRunsOn(a); }, soon, "the program to be gone"));
-	repair(FaultKind::programZombie);
+	repair("program-zombie");
 	EXPECT_TRUE(waitFor([&] { return zombies() == 0; }, soon, "the zombie to be gone"));
 }
 
@@ -148,17 +148,17 @@ TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 		const CommandResult kept = lab().run(id, {"ip", "neigh", "change", other, "dev", "eth1", "nud", "permanent"});
 		EXPECT_TRUE(kept.ok()) << kept.output;
 	}
-	inject(FaultKind::communicationDeaf);
+	inject("deaf");
 	EXPECT_TRUE(reachesSoon(lab(), a, b));
 	EXPECT_FALSE(reaches(lab(), b, a));
 	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
-	repair(FaultKind::communicationDeaf);
+	repair("deaf");
 	EXPECT_TRUE(reachesSoon(lab(), b, a));
-	inject(FaultKind::communicationMute);
+	inject("mute");
 	EXPECT_FALSE(reaches(lab(), a, b));
 	EXPECT_TRUE(reachesSoon(lab(), b, a));
 	EXPECT_TRUE(reachesSoon(lab(), a, HostId::gateway));
-	repair(FaultKind::communicationMute);
+	repair("mute");
 	EXPECT_TRUE(reachesSoon(lab(), a, b));
 }
 
@@ -166,15 +166,15 @@ TEST_F(FaultAction, AttackersAreHeard)
 {
 	const Descriptor listening = boundSocket(node(a).host(), a, SOCK_STREAM, plan::heartbeatPort);
 	ASSERT_EQ(::listen(listening.get(), 8), 0);
-	const std::vector<std::pair<FaultKind, std::vector<std::string>>> attackers{
-	    {FaultKind::heartbeatGarbage,
+	const std::vector<std::pair<std::string, std::vector<std::string>>> attackers{
+	    {"garbage",
 	     {"", "/process/", "/other/1/1/20260101000000/1/", std::string("\0\377\1\n", 4), "/process/1/1",
 	      std::string(300, '0'), ""}},
-	    {FaultKind::heartbeatReplay, {"/process/1/1/20260101000000/0/", "/process/1/1/20260101000000/0/"}},
-	    {FaultKind::askReplay, {"/process/0/2/20260101000000/1/", "/process/0/2/20260101000000/1/"}}};
+	    {"replay-master", {"/process/1/1/20260101000000/0/", "/process/1/1/20260101000000/0/"}},
+	    {"replay-ask", {"/process/0/2/20260101000000/1/", "/process/0/2/20260101000000/1/"}}};
 	for (const auto& [kind, words] : attackers)
 	{
-		SCOPED_TRACE(infoOf(kind).name);
+		SCOPED_TRACE(kind);
 		inject(kind);
 		for (const std::string& word : words)
 		{
@@ -192,19 +192,13 @@ TEST_F(FaultAction, AttackersAreHeard)
 
 TEST_F(FaultAction, AJobThatHasEndedByItselfIsReported)
 {
-	lab().jobs().start(node(a).host(), "try something", {"sh", "-c", "echo broken >&2; exit 3"});
-	// The one who waits for it outside of the host is a copy of this program.
-	const auto ended = []
-	{
-		const std::vector<Process> here = processesOf(::getpid());
-		return std::any_of(here.begin(), here.end(),
-		                   [](const Process& entry)
-		                   { return entry.state == 'Z' && entry.name.starts_with("lab_fault"); });
-	};
-	EXPECT_TRUE(waitFor(ended, soon, "the job to end"));
-	const std::string reported = refusalOf([] { lab().jobs().end("try something"); });
-	EXPECT_EQ(reported, "this had ended by itself with status 3: try something: broken\n");
-	EXPECT_FALSE(lab().jobs().underWay("try something"));
+	inject("garbage");
+	lab::shell(lab().host(HostId::gateway), "job=$(cat /run/garbage-a); echo broken >>/run/garbage-a.says; "
+	                                        "while kill -9 -- -$job 2>/dev/null; do sleep 0.02; done");
+	const std::string reported = refusalOf([] { repair("garbage"); });
+	EXPECT_NE(reported.find("had ended by itself\n"), std::string::npos) << reported;
+	EXPECT_NE(reported.find("broken\n"), std::string::npos) << reported;
+	EXPECT_EQ(refusalOf([] { repair("garbage"); }), "this is not being done: garbage-a");
 }
 
 } // namespace velarix::lab

@@ -21,10 +21,7 @@ class ShortHostile : public testing::TestWithParam<std::tuple<const char*, Mitig
 
 TEST_P(ShortHostile, EndsAsWrittenDown)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	requireLab();
 	const auto& [name, mitigation] = GetParam();
 	Plan plan;

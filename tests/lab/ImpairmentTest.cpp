@@ -1,6 +1,7 @@
 /// Bad wires: what the model decides, and what hosts of a lab see of it.
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <iostream>
 
 #include <arpa/inet.h>
@@ -10,6 +11,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include "PairTest.h"
 #include "lab/core/Impairment.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
@@ -43,76 +45,42 @@ struct Pings
 	Micros median() const { return trips.empty() ? Micros(-1) : trips[trips.size() / 2]; }
 };
 
-std::uint16_t checksumOf(const icmphdr& header)
-{
-	std::uint16_t words[sizeof header / 2];
-	std::copy_n(reinterpret_cast<const char*>(&header), sizeof header, reinterpret_cast<char*>(words));
-	std::uint32_t sum = 0;
-	for (const std::uint16_t word : words)
-	{
-		sum += word;
-	}
-	sum = (sum >> 16U) + (sum & 0xffffU);
-	return static_cast<std::uint16_t>(~(sum + (sum >> 16U)));
-}
-
-/// Reads the answers to the pings of that identifier that come until `until`.
-/// @return whether all have come
-bool collect(int socket, Clock::time_point until, std::uint16_t id, const std::vector<Clock::time_point>& sentAt,
-             Pings& pings)
-{
-	for (auto now = Clock::now(); now < until; now = Clock::now())
-	{
-		pollfd watched{socket, POLLIN, 0};
-		::poll(&watched, 1, static_cast<int>(std::chrono::ceil<Millis>(until - now).count()));
-		unsigned char packet[256];
-		const ssize_t size = ::recv(socket, packet, sizeof packet, MSG_DONTWAIT);
-		if (size < 28 || packet[20] != ICMP_ECHOREPLY || (packet[24] << 8U | packet[25]) != id)
-		{
-			continue;
-		}
-		const std::size_t number = static_cast<std::size_t>(packet[26]) << 8U | packet[27];
-		if (number < sentAt.size())
-		{
-			pings.trips.push_back(std::chrono::duration_cast<Micros>(Clock::now() - sentAt[number]));
-		}
-	}
-	return pings.trips.size() == sentAt.size();
-}
-
 /// Sends `count` pings, one every `interval`, and waits at most `patience` for the last.
 Pings ping(const Host& host, const std::string& address, int count, Millis interval, Millis patience)
 {
-	// Late answers to an earlier call's are not this one's.
-	static std::uint16_t lastId = 0;
-	const std::uint16_t id = ++lastId;
 	Pings pings;
-	inNetworkOf(host,
-	            [&]
-	            {
-		            const Descriptor socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
-		            sockaddr_in target{};
-		            target.sin_family = AF_INET;
-		            target.sin_addr.s_addr = ::inet_addr(address.c_str());
-		            std::vector<Clock::time_point> sentAt;
-		            for (; pings.sent < count; ++pings.sent)
-		            {
-			            icmphdr header{};
-			            header.type = ICMP_ECHO;
-			            header.un.echo.id = htons(id);
-			            header.un.echo.sequence = htons(static_cast<std::uint16_t>(pings.sent));
-			            header.checksum = checksumOf(header);
-			            sentAt.push_back(Clock::now());
-			            ::sendto(socket.get(), &header, sizeof header, 0, reinterpret_cast<const sockaddr*>(&target),
-			                     sizeof target);
-			            collect(socket.get(), sentAt.back() + interval, id, sentAt, pings);
-		            }
-		            const auto end = Clock::now() + patience;
-		            while (!collect(socket.get(), std::min(end, Clock::now() + Millis(20)), id, sentAt, pings) &&
-		                   Clock::now() < end)
-		            {
-		            }
-	            });
+	const auto work = [&]
+	{
+		// A socket of this kind has an identifier of its own, and only the answers to it come in.
+		std::ofstream(host.root() / "proc/sys/net/ipv4/ping_group_range") << "0 0" << std::endl;
+		const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP));
+		sockaddr_in target{};
+		target.sin_family = AF_INET;
+		target.sin_addr.s_addr = ::inet_addr(address.c_str());
+		std::vector<Clock::time_point> sentAt;
+		const auto begin = Clock::now();
+		while (std::ssize(pings.trips) < count && Clock::now() < begin + count * interval + patience)
+		{
+			if (pings.sent < count && Clock::now() >= begin + pings.sent * interval)
+			{
+				icmphdr header{};
+				header.type = ICMP_ECHO;
+				header.un.echo.sequence = htons(static_cast<std::uint16_t>(pings.sent++));
+				sentAt.push_back(Clock::now());
+				::sendto(socket.get(), &header, sizeof header, 0, reinterpret_cast<const sockaddr*>(&target),
+				         sizeof target);
+			}
+			pollfd watched{socket.get(), POLLIN, 0};
+			::poll(&watched, 1, 1);
+			icmphdr answer{};
+			if (::recv(socket.get(), &answer, sizeof answer, MSG_DONTWAIT) == sizeof answer)
+			{
+				const auto sent = sentAt.at(ntohs(answer.un.echo.sequence));
+				pings.trips.push_back(std::chrono::duration_cast<Micros>(Clock::now() - sent));
+			}
+		}
+	};
+	inNetworkOf(host, work);
 	std::sort(pings.trips.begin(), pings.trips.end());
 	return pings;
 }
@@ -206,27 +174,12 @@ TEST(ImpairmentModel, KnowsWhomAFrameConcerns)
 	}
 }
 
-TEST(ImpairmentModel, RefusesWhatNoWireCanBe)
-{
-	EXPECT_FALSE(problemOf({}));
-	EXPECT_FALSE(problemOf({100, Millis(200), Millis(200)}));
-	EXPECT_TRUE(problemOf({-1}));
-	EXPECT_TRUE(problemOf({100.5}));
-	EXPECT_TRUE(problemOf({std::nan("")}));
-	EXPECT_TRUE(problemOf({0, Millis(-1)}));
-	EXPECT_TRUE(problemOf({0, Millis(100), Millis(101)}));
-	EXPECT_TRUE(problemOf({0, Millis(60001)}));
-}
-
 class BadWire : public testing::Test
 {
 protected:
 	void SetUp() override
 	{
-		if (const std::optional<std::string> problem = namespaceProblem())
-		{
-			GTEST_SKIP() << *problem;
-		}
+		SKIP_WITHOUT_NAMESPACES();
 		m_lab = std::make_unique<Lab>();
 	}
 
@@ -383,7 +336,6 @@ TEST_F(BadWire, PassesLargeSegments)
 TEST_F(BadWire, TellsWhatIsWrong)
 {
 	EXPECT_THROW(wiring().impair(HostId::client, Network::communication, {10}), LabError);
-	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, {101}), LabError);
 	const Impairment toTheClient{10, Millis(0), Millis(0), Direction::both, HostId::client};
 	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, toTheClient), LabError);
 	EXPECT_FALSE(wiring().impairmentOf(HostId::a, Network::communication));

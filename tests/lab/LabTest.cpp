@@ -124,7 +124,7 @@ TEST_F(LabOfItsOwn, TwoLabsSideBySideDoNotConcernEachOther)
 	ASSERT_TRUE(second.waitForService(HostId::a, moveLimit));
 
 	const Millis off = second.clock().now();
-	lab().inject({FaultKind::powerOff, HostId::a});
+	lab().inject({"power-off", HostId::a});
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	const Millis now = second.clock().now();
 	EXPECT_EQ(timeWith(second.timeline().intervals(addressTrack, now), {"a"}, off, now), now - off);
@@ -170,10 +170,7 @@ TEST_F(LabOfItsOwn, RunsTheAgentsBehindTheWordsThatWrapThem)
 
 TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	const TemporaryDirectory base;
 	const CommandResult up = velarixLab({"up", "--name", "kept"}, base.path());
 	ASSERT_TRUE(up.ok()) << up.output;
@@ -234,10 +231,7 @@ class LabDemo : public testing::TestWithParam<const char*>
 
 TEST_P(LabDemo, EndsAsExpectedAndCanBeDrawn)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	const TemporaryDirectory base;
 	const fs::path timeline = base.path() / "timeline.txt";
 	const CommandResult demo = run(

@@ -1,7 +1,5 @@
 /// What the fault matrix makes of a timeline: measuring, judging, reporting.
 
-#include <array>
-
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
@@ -49,11 +47,7 @@ struct AskedTakeOver
 Observed onNodeB(const std::vector<Millis>& passes, const std::vector<ProbeInterval>& probes = {},
                  const std::vector<Millis>& starts = {})
 {
-	Observed observed;
-	observed.passes[1] = passes;
-	observed.silentProbes[1] = probes;
-	observed.starts[1] = starts;
-	return observed;
+	return {LogSeen{}, LogSeen{passes, probes, starts}};
 }
 
 CellPlan planOf(const std::string& cell)
@@ -106,12 +100,11 @@ TEST(MatrixMeasure, CountsMovesFromTheLastOwnerBeforeTheLeg)
 TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 {
 	AskedTakeOver seen;
-	using Passes = std::array<std::vector<Millis>, 2>;
-	const auto overhead = [&](const Path& path, const Passes& passes)
+	const auto overhead = [&](const Path& path, const std::vector<Millis>& passes)
 	{
 		seen.phase.noticed.reset();
 		seen.phase.overhead.reset();
-		measureOverhead(seen.timeline, {passes, {}, {}}, path, {}, seen.phase);
+		measureOverhead(seen.timeline, onNodeB(passes), path, {}, seen.phase);
 		return seen.phase.overhead;
 	};
 	const std::string words = "takes over: the partner asks";
@@ -119,14 +112,14 @@ TEST(MatrixMeasure, OverheadIsWhatTheWaitsDoNotExplain)
 	EXPECT_EQ(seen.phase.noticed, Millis(2000));
 	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(1200));
 	const Path pass{"asked", "silence", "2*count", true, words};
-	EXPECT_EQ(overhead(pass, {{{}, {Millis(100), Millis(2900), Millis(3100)}}}), Millis(300));
+	EXPECT_EQ(overhead(pass, {Millis(100), Millis(2900), Millis(3100)}), Millis(300));
 	EXPECT_EQ(seen.phase.noticed, Millis(1900));
 	// The pass before the deciding one lasted half a second longer than its waits.
-	EXPECT_EQ(overhead(pass, {{{}, {Millis(-600), Millis(2900)}}}), Millis(800));
+	EXPECT_EQ(overhead(pass, {Millis(-600), Millis(2900)}), Millis(800));
 	EXPECT_FALSE(overhead({"other", "0", "0", false, "third silence in a row"}, {}));
 	EXPECT_FALSE(seen.phase.noticed);
 	// The pass had begun before the phase did.
-	EXPECT_FALSE(overhead(pass, {{{}, {Millis(-600), Millis(100)}}}));
+	EXPECT_FALSE(overhead(pass, {Millis(-600), Millis(100)}));
 	seen.phase.took = Millis(700);
 	EXPECT_EQ(overhead({"asked", "second", "2*count", false, words}, {}), Millis(500));
 	seen.phase.outageOpen = true;
@@ -168,7 +161,7 @@ TEST(MatrixMeasure, TellsHowMuchOfTheOverheadSilentPingsAre)
 	EXPECT_EQ(pings(onNodeB(inTime, probes)), Millis(90));
 	EXPECT_EQ(pings(onNodeB(tooLate, probes)), Millis(590));
 	Observed ofTheOther = onNodeB(tooLate);
-	ofTheOther.silentProbes[0] = probes;
+	ofTheOther[0].silentProbes = probes;
 	EXPECT_EQ(pings(ofTheOther), Millis(0));
 	// Shorter than a second is no gain: it was not the whole probe that was seen.
 	EXPECT_EQ(pings(onNodeB(inTime, {{Millis(2900), Millis(3800)}})), Millis(0));

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "PairTest.h"
 #include "lab/campaigns/Filter.h"
 #include "lab/campaigns/matrix/CellRun.h"
 #include "lab/campaigns/matrix/Report.h"
@@ -26,10 +27,7 @@ class ShortMatrix : public testing::TestWithParam<std::tuple<std::string, Profil
 
 TEST_P(ShortMatrix, EndsAsWrittenDown)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	requireLab();
 	Results results;
 	const auto& [cell, profile] = GetParam();
@@ -80,10 +78,7 @@ std::string tableWith(const std::string& master, const std::string& during, cons
 /// The matrix has to be able to fail.
 TEST(MatrixProgram, EndsWithOneWhereTheTableIsWrong)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	const CommandResult result = matrixWith(tableWith("a", "{ owner = \"b\", moves_max = 1 }"), {});
 	EXPECT_EQ(result.status, 1) << result.output;
 	EXPECT_NE(result.output.find("wrong/a, run 1: fault: owner a, expected b\n"), std::string::npos) << result.output;
@@ -113,10 +108,7 @@ TEST(MatrixProgram, TellsInPlainWordsWhatIsWrong)
 /// One worker, one step: the whole way from the schedule to the report.
 TEST(ChaosProgram, RunsAStepAndTellsIt)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	// A take-over on silence may leave the program on both nodes where a loaded machine
 	// starts it slowly, so the fault is one that ends well on any machine.
 	const CommandResult result =

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "PairTest.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
 
@@ -19,12 +20,9 @@ namespace
 std::unique_ptr<Lab> servingLab()
 {
 	auto lab = std::make_unique<Lab>();
-	runOrThrow({{"sh", "-c", std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &"},
-	            {},
-	            lab->host(HostId::a).inside()});
-	runOrThrow({{"ip", "addr", "add", std::string(plan::virtualAddress) + "/24", "dev", plan::serviceInterface},
-	            {},
-	            lab->host(HostId::a).inside()});
+	lab->node(HostId::a).startService();
+	shell(lab->host(HostId::a),
+	      std::string("ip addr add ") + plan::virtualAddress + "/24 dev " + plan::serviceInterface);
 	EXPECT_TRUE(lab->waitForService(HostId::a, Millis(20000), Millis(1000)));
 	return lab;
 }
@@ -42,10 +40,7 @@ Millis outageSince(Lab& lab, Millis since)
 /// Shorter than a request has time, so the answers to younger ones come first.
 TEST(LabClient, SeesOutagesOfAnyLength)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	const std::unique_ptr<Lab> lab = servingLab();
 	EXPECT_LT(outageSince(*lab, lab->clock().now()), Millis(700)) << "a loaded machine, but no fault";
 	for (const Millis length : {Millis(150), Millis(250), Millis(1500)})
@@ -66,10 +61,7 @@ TEST(LabClient, SeesOutagesOfAnyLength)
 /// The observer that does not run sees no answers, and that is no outage.
 TEST(LabClient, TakesItsOwnStandstillForNoOutage)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	const std::unique_ptr<Lab> lab = servingLab();
 	const Millis since = lab->clock().now();
 	const std::string self = std::to_string(::getpid());

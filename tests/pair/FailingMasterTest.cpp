@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <map>
 #include <random>
-#include <set>
 
 #include "FailingNode.h"
 
@@ -30,26 +30,25 @@ protected:
 	}
 
 #if !defined(__SANITIZE_ADDRESS__)
-	/// The descriptors that the agent has open at each of many looks, its listening socket
-	/// among them and what it waits with not. They are numbered without a gap.
-	std::set<std::string> heldDescriptors(pid_t agent)
+	/// How many descriptors the agent has open at a look, its listening socket among them and what
+	/// it waits with not. They are numbered without a gap.
+	std::size_t heldDescriptors(pid_t agent)
 	{
-		std::set<std::string> held;
+		std::map<int, std::string> held;
 		const auto look = [&]
 		{
-			const std::vector<std::string> open = descriptorsOf(agent);
-			std::set<std::string> now(open.begin(), open.end());
-			std::erase_if(now, [](const std::string& one) { return one.find("eventpoll") != std::string::npos; });
-			held = std::move(now);
-			const auto sockets =
-			    std::count_if(held.begin(), held.end(),
-			                  [](const std::string& one) { return one.find("socket:") != std::string::npos; });
-			return open.size() == held.size() + 1 && sockets == 1 &&
-			       std::all_of(held.begin(), held.end(),
-			                   [&](const std::string& one) { return std::stoul(one) < held.size(); });
+			held = descriptorsOf(agent);
+			const auto are = [&](const char* kind) {
+				return std::ranges::count_if(held, [&](const auto& one)
+				                             { return one.second.find(kind) != std::string::npos; });
+			};
+			const auto sockets = are("socket:");
+			const auto erased =
+			    std::erase_if(held, [](const auto& one) { return one.second.find("eventpoll") != std::string::npos; });
+			return erased == 1 && sockets == 1 && std::ssize(held) == held.rbegin()->first + 1;
 		};
 		EXPECT_TRUE(waitFor(look, moveLimit, "an agent that waits for a heartbeat and does nothing else"));
-		return held;
+		return held.size();
 	}
 #endif
 };
@@ -86,8 +85,7 @@ TEST_F(FailingMaster, WithoutANewProcessItGivesUpAndKeepsAddressAndPrograms)
 	    "--reuid=" + std::to_string(std::uniform_int_distribution<uid_t>(1U << 20, 1U << 30)(chance));
 	const std::vector<std::string> words{"setpriv", user, "--inh-caps=" + capabilities,
 	                                     "--ambient-caps=" + capabilities};
-	PAIR_OR_RETURN(startPair({}, [&](Lab& made) { made.node(HostId::a).wrapAgent(words); }));
-	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	PAIR_OR_RETURN(startServingPair({}, [&](Lab& made) { made.node(HostId::a).wrapAgent(words); }));
 	const std::optional<Process> agent = lab().node(HostId::a).agent();
 	ASSERT_TRUE(agent);
 
@@ -119,8 +117,7 @@ TEST_F(FailingMaster, WithoutRawSocketsItGivesUpAndBeginsAgainAndAgain)
 // It drops the address and asks its partner; nobody ends its programs.
 TEST_F(FailingMaster, WithoutProcItHandsOverAndItsProgramsGoOn)
 {
-	PAIR_OR_RETURN(startPair({}, [](Lab& made) { made.node(HostId::a).wrapAgent(ownMounts()); }));
-	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	PAIR_OR_RETURN(startServingPair({}, [](Lab& made) { made.node(HostId::a).wrapAgent(ownMounts()); }));
 	hideProcFromAgent(HostId::a);
 	ASSERT_TRUE(waitForOwners("b"));
 	ASSERT_TRUE(waitForProgramOn(HostId::b));
@@ -131,13 +128,12 @@ TEST_F(FailingMaster, WithoutProcItHandsOverAndItsProgramsGoOn)
 
 TEST_F(FailingMaster, WithoutProcOnBothNodesTheServiceMovesToAndFro)
 {
-	PAIR_OR_RETURN(startPair({},
-	                         [](Lab& made)
-	                         {
-		                         made.node(HostId::a).wrapAgent(ownMounts());
-		                         made.node(HostId::b).wrapAgent(ownMounts());
-	                         }));
-	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	PAIR_OR_RETURN(startServingPair({},
+	                                [](Lab& made)
+	                                {
+		                                made.node(HostId::a).wrapAgent(ownMounts());
+		                                made.node(HostId::b).wrapAgent(ownMounts());
+	                                }));
 	hideProcFromAgent(HostId::b);
 	hideProcFromAgent(HostId::a);
 	EXPECT_TRUE(waitToBeTold(HostId::a, "CHeartReciver:567", 2, 2 * moveLimit));
@@ -154,7 +150,7 @@ TEST_F(FailingMaster, WithoutADescriptorItGivesUpAndServesOnWhileItsPartnerWaits
 	PAIR_OR_RETURN(startServingPair());
 	const std::optional<Process> agent = lab().node(HostId::a).agent();
 	ASSERT_TRUE(agent);
-	const std::string held = std::to_string(heldDescriptors(agent->pid).size());
+	const std::string held = std::to_string(heldDescriptors(agent->pid));
 	const Millis since = lab().clock().now();
 	const CommandResult limited =
 	    lab().run(HostId::a, {"prlimit", "--pid", std::to_string(agent->pidInside), "--nofile=" + held + ":" + held});

@@ -1,6 +1,7 @@
 /// A pair on whose nodes something of the system under the agent is missing.
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -29,14 +30,9 @@ protected:
 	/// How often the node's log has a line of this source and number, with this text in it.
 	int toldBy(HostId node, const std::string& place, const std::string& text = {})
 	{
-		int count = 0;
-		for (const std::string& line : linesOf(lab().node(node).file(plan::logFile)))
-		{
-			const bool there =
-			    line.find("[" + place + "]") != std::string::npos && line.find(text) != std::string::npos;
-			count += there ? 1 : 0;
-		}
-		return count;
+		return static_cast<int>(std::ranges::count_if(
+		    linesOf(lab().node(node).file(plan::logFile)), [&](const std::string& line)
+		    { return line.find("[" + place + "]") != std::string::npos && line.find(text) != std::string::npos; }));
 	}
 
 	/// Waits until the node's log has reported it so often.
@@ -68,14 +64,7 @@ protected:
 	/// Whether the agent's standard output or error has this text.
 	bool consoleHas(HostId node, const std::string& text)
 	{
-		for (const std::string& line : linesOf(lab().node(node).file(plan::consoleFile)))
-		{
-			if (line.find(text) != std::string::npos)
-			{
-				return true;
-			}
-		}
-		return false;
+		return timesIn(lab().node(node).file(plan::consoleFile), text) > 0;
 	}
 };
 

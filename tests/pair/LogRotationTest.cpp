@@ -73,10 +73,9 @@ protected:
 	std::vector<std::string> openLogs(HostId node)
 	{
 		std::vector<std::string> found;
-		for (const std::string& descriptor : descriptorsOf(lab().node(node).agent()->pid))
+		for (const auto& [number, target] : descriptorsOf(lab().node(node).agent()->pid))
 		{
-			const bool log = descriptor.find("velarix.log") != std::string::npos;
-			log ? found.push_back(descriptor.substr(descriptor.find(' ') + 1)) : void();
+			target.find("velarix.log") != std::string::npos ? found.push_back(target) : void();
 		}
 		return found;
 	}

@@ -4,7 +4,6 @@
 #include <fstream>
 
 #include "FailingNode.h"
-#include "lab/core/CommandHooks.h"
 
 namespace velarix::lab
 {
@@ -15,17 +14,11 @@ protected:
 	/// A pair without the tool on that node, which node a serves.
 	bool startServingWithout(const std::string& tool, HostId node)
 	{
-		if (!startPair({}, [&](Lab& made) { takeAway(made, node, tool); }))
-		{
-			return false;
-		}
-		const bool served = lab().waitForService(HostId::a, moveLimit, Millis(1000));
-		EXPECT_TRUE(served) << "the pair did not get going";
-		return served;
+		return startServingPair({}, [&](Lab& made) { takeAway(made, node, tool); });
 	}
 
 	/// The program of node a ends, so that it hands the service over.
-	void handOver() { lab().inject({FaultKind::programKilled, HostId::a}); }
+	void handOver() { lab().inject({"program-kill", HostId::a}); }
 
 	/// With the machine's tool, in the node's network.
 	void raiseByHand(HostId node)
@@ -79,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(Tool, MissingAnnouncement, testing::Values("grep", "arp
 TEST_F(MissingTools, WithoutKillallANodeThatGivesUpKeepsItsPrograms)
 {
 	PAIR_OR_RETURN(startServingWithout("killall", HostId::a));
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
+	lab().inject({"service-interface", HostId::a});
 	ASSERT_TRUE(waitForOwners("b"));
 	ASSERT_TRUE(waitForProgramOn(HostId::b));
 	EXPECT_EQ(toldBy(HostId::a, "CHeartReciver:524"), 1);
@@ -108,7 +101,7 @@ TEST_F(MissingTools, WithoutIpAMasterThatGivesUpKeepsTheAddress)
 {
 	PAIR_OR_RETURN(startServingPair());
 	takeAway(lab(), HostId::a, "ip");
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
+	lab().inject({"service-interface", HostId::a});
 	ASSERT_TRUE(waitForOwners("a+b"));
 	ASSERT_TRUE(waitForProgramOn(HostId::b));
 	EXPECT_EQ(programsOn(HostId::a), 0U) << "what follows the address in the kill command is done";
@@ -129,7 +122,7 @@ TEST_F(MissingTools, WithoutIfconfigATakeOverGoesAsWithIt)
 TEST_F(MissingTools, WithoutIfconfigAStartCommandThatPrintsIsRepeatedAndNoProgramStarts)
 {
 	PAIR_OR_RETURN(startServingWithout("ifconfig", HostId::b));
-	makePrint(lab().node(HostId::b), SetCommand::start);
+	lab().inject({"start-prints", HostId::b});
 	handOver();
 	ASSERT_TRUE(waitToBeTold(HostId::b, "Utill:432", 3));
 	EXPECT_EQ(lab().owners(), "b");
@@ -138,13 +131,12 @@ TEST_F(MissingTools, WithoutIfconfigAStartCommandThatPrintsIsRepeatedAndNoProgra
 
 TEST_F(MissingTools, WithoutPsNothingChanges)
 {
-	PAIR_OR_RETURN(startPair({},
-	                         [](Lab& made)
-	                         {
-		                         takeAway(made, HostId::a, "ps");
-		                         takeAway(made, HostId::b, "ps");
-	                         }));
-	ASSERT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
+	PAIR_OR_RETURN(startServingPair({},
+	                                [](Lab& made)
+	                                {
+		                                takeAway(made, HostId::a, "ps");
+		                                takeAway(made, HostId::b, "ps");
+	                                }));
 	handOver();
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	EXPECT_FALSE(consoleHas(HostId::a, "not found") || consoleHas(HostId::b, "not found"));
@@ -163,11 +155,11 @@ TEST_F(MissingTools, WithoutCatAMasterGivesUp)
 TEST_F(MissingTools, WithoutCatAStandbyCountsNoSilenceAndCannotKeepTheService)
 {
 	PAIR_OR_RETURN(startServingWithout("cat", HostId::b));
-	lab().inject({FaultKind::agentFrozen, HostId::a});
+	lab().inject({"agent-freeze", HostId::a});
 	ASSERT_TRUE(waitToBeTold(HostId::b, "CHeartReciver:182", 4));
 	EXPECT_EQ(toldBy(HostId::b, "CHeartReciver:192"), 0);
 
-	lab().inject({FaultKind::powerOff, HostId::a});
+	lab().inject({"power-off", HostId::a});
 	ASSERT_TRUE(waitToBeTold(HostId::b, "CHeartReciver:524", 2, 2 * moveLimit));
 	EXPECT_GE(toldBy(HostId::b, "Utill:78"), 2) << "it takes over each time";
 }

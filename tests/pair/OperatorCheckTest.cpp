@@ -137,7 +137,7 @@ TEST_F(OperatorCheck, InterfacesOfOtherNamesGetTheirsFromInitAndThePairWorks)
 	};
 	PAIR_OR_RETURN(startPair({}, rename));
 	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::a});
+	lab().inject({"service-interface", HostId::a});
 	EXPECT_TRUE(lab().waitForService(HostId::b, moveLimit, Millis(1000)));
 }
 

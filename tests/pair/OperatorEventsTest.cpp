@@ -57,7 +57,8 @@ protected:
 		for (const std::string& name : expected)
 		{
 			at = std::find_if(at, events.end(), [&](const nlohmann::json& event) { return nameOf(event) == name; });
-			ASSERT_NE(at, events.end()) << "no \"" << name << "\" (in this order) among\n" << namesOf(events);
+			ASSERT_NE(at, events.end()) << "no \"" << name << "\" (in this order) among\n"
+			                            << testing::PrintToString(names(events));
 		}
 	}
 
@@ -65,16 +66,6 @@ protected:
 	{
 		std::vector<std::string> all;
 		std::ranges::transform(events, std::back_inserter(all), nameOf);
-		return all;
-	}
-
-	static std::string namesOf(const std::vector<nlohmann::json>& events)
-	{
-		std::string all;
-		for (const std::string& name : names(events))
-		{
-			all += name + "\n";
-		}
 		return all;
 	}
 
@@ -102,7 +93,7 @@ TEST_F(OperatorEvents, ALostProgramAndTheHandOverAreReported)
 {
 	PAIR_OR_RETURN(startServingPair());
 	const Millis killed = lab().clock().now();
-	lab().inject({FaultKind::programKilled, HostId::a});
+	lab().inject({"program-kill", HostId::a});
 	ASSERT_TRUE(waitForAction(HostId::a, "asks the partner", killed));
 	ASSERT_TRUE(lab().waitForService(HostId::b, moveLimit));
 	ASSERT_TRUE(waitFor([this] { return reported(HostId::a, "ask-answered"); }, moveLimit, "the answer to the ask"));

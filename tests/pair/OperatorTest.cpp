@@ -165,27 +165,22 @@ TEST_F(OperatorSwitchover, MovesTheKeepersServiceThereAndBack)
 class OperatorOverSsh : public OperatorTest
 {
 protected:
-	void shell(HostId node, const std::string& line)
-	{
-		const CommandResult result = lab().run(node, {"sh", "-ec", line});
-		ASSERT_TRUE(result.ok()) << line << ": " << result.output;
-	}
-
 	void serve()
 	{
 		for (const HostId node : {HostId::a, HostId::b})
 		{
-			shell(node, "mount -t tmpfs -o mode=700 none /root; mkdir -m 700 /root/.ssh");
+			lab::shell(lab().host(node), "mount -t tmpfs -o mode=700 none /root; mkdir -m 700 /root/.ssh");
 		}
-		shell(HostId::a, "ssh-keygen -q -t ed25519 -N '' -f /root/.ssh/id_ed25519; "
-		                 "echo StrictHostKeyChecking accept-new >/root/.ssh/config");
-		shell(HostId::b, "dropbearkey -t ed25519 -f /root/key >/dev/null 2>&1; dropbear -r /root/key -P /root/pid");
+		lab::shell(lab().host(HostId::a), "ssh-keygen -q -t ed25519 -N '' -f /root/.ssh/id_ed25519; "
+		                                  "echo StrictHostKeyChecking accept-new >/root/.ssh/config");
+		lab::shell(lab().host(HostId::b),
+		           "dropbearkey -t ed25519 -f /root/key >/dev/null 2>&1; dropbear -r /root/key -P /root/pid");
 	}
 
 	void allow(const std::string& options)
 	{
 		const std::string key = contentOf(lab().node(HostId::a).file("/root/.ssh/id_ed25519.pub"));
-		shell(HostId::b, "umask 077; printf '%s' '" + options + key + "' >/root/.ssh/authorized_keys");
+		lab::shell(lab().host(HostId::b), "umask 077; printf '%s' '" + options + key + "' >/root/.ssh/authorized_keys");
 	}
 };
 
@@ -211,7 +206,7 @@ TEST_F(OperatorOverSsh, APairIsSeenAndPutIntoMaintenanceFromOneNode)
 	EXPECT_TRUE(waitUntilReady());
 
 	EXPECT_EQ(ctl(HostId::a, {"switchover", "--dry-run"}).status, 0);
-	lab().inject({FaultKind::serviceInterfacePulled, HostId::b});
+	lab().inject({"service-interface", HostId::b});
 	const CommandResult refused = ctl(HostId::a, {"switchover"});
 	EXPECT_EQ(refused.status, 69) << refused.output;
 	EXPECT_THAT(refused.output, HasSubstr("refused: the partner could not take the service: its status says that"));

@@ -1,5 +1,6 @@
 #include "PairTest.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 
@@ -12,10 +13,7 @@ namespace
 /// GTEST_SKIP and FAIL return from a function without a value.
 void makeLab(std::unique_ptr<Lab>& made, const LabOptions& options)
 {
-	if (const std::optional<std::string> problem = namespaceProblem())
-	{
-		GTEST_SKIP() << *problem;
-	}
+	SKIP_WITHOUT_NAMESPACES();
 	try
 	{
 		requireLab(options.installRoot);
@@ -44,9 +42,9 @@ bool PairTest::startPair(const LabOptions& options, const std::function<void(Lab
 	return m_lab != nullptr;
 }
 
-bool PairTest::startServingPair(const LabOptions& options)
+bool PairTest::startServingPair(const LabOptions& options, const std::function<void(Lab&)>& prepare)
 {
-	if (!startPair(options))
+	if (!startPair(options, prepare))
 	{
 		return false;
 	}
@@ -65,18 +63,12 @@ void PairTest::TearDown()
 
 bool PairTest::waitForAction(HostId node, const std::string& action, Millis since, Millis limit)
 {
-	const auto reported = [&]
+	const auto is = [&](const Event& event)
 	{
-		for (const Event& event : lab().timeline().events())
-		{
-			if (event.kind == EventKind::action && event.host == node && event.at >= since &&
-			    event.text.find(action) != std::string::npos)
-			{
-				return true;
-			}
-		}
-		return false;
+		return event.kind == EventKind::action && event.host == node && event.at >= since &&
+		       event.text.find(action) != std::string::npos;
 	};
+	const auto reported = [&] { return std::ranges::any_of(lab().timeline().events(), is); };
 	return waitFor(reported, limit, std::string("node ") + nameOf(node) + " to say \"" + action + "\"",
 	               [&] { return lab().stateText(); });
 }

@@ -17,6 +17,11 @@
 namespace velarix::lab
 {
 
+/// Skips the test where namespaces cannot be had.
+#define SKIP_WITHOUT_NAMESPACES()                                                                                      \
+	if (const std::optional<std::string> problem = namespaceProblem())                                                 \
+	GTEST_SKIP() << *problem
+
 class PairTest : public testing::Test
 {
 protected:
@@ -28,13 +33,15 @@ protected:
 	/// @return false when there is no lab: the test is skipped or has failed
 	bool startPair(const LabOptions& options = {}, const std::function<void(Lab&)>& prepare = {});
 	/// The same, and waits until node a holds the service.
-	bool startServingPair(const LabOptions& options = {});
+	bool startServingPair(const LabOptions& options = {}, const std::function<void(Lab&)>& prepare = {});
 
 	void TearDown() override;
 
 	Lab& lab() { return *m_lab; }
 	/// Removes it before the end of the test.
 	void endLab() { m_lab.reset(); }
+	/// Runs a script on a host, to its end or to what fails in it.
+	CommandResult shell(HostId host, const std::string& script) { return lab().run(host, {"sh", "-ec", script}); }
 
 	/// Waits until the node's log reported this action, after `since`.
 	bool waitForAction(HostId node, const std::string& action, Millis since, Millis limit = moveLimit);

@@ -14,8 +14,6 @@ class Tunnel : public OperatorTest
 protected:
 	static LabOptions withTunnel() { return {{}, {.wireguard = true}}; }
 
-	CommandResult shell(HostId node, const std::string& line) { return lab().run(node, {"sh", "-ec", line}); }
-
 	bool hasProblem(const nlohmann::json& status, const std::string& id)
 	{
 		return std::ranges::any_of(status["problems"], [&](const auto& problem) { return problem["id"] == id; });

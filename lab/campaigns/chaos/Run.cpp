@@ -27,6 +27,14 @@ bool attempted(const std::function<void()>& step)
 	}
 }
 
+/// Injected by what the nodes are now. The master is the node that holds the address alone, or else node a.
+Fault resolved(Lab& lab, const DrawnFault& drawn)
+{
+	const std::optional<HostId> owner = hostNamed(lab.owners());
+	const HostId master = owner && isNode(*owner) ? *owner : HostId::a;
+	return {drawn.kind, drawn.onMaster ? master : otherNode(master)};
+}
+
 std::vector<Fault> injectAll(Lab& lab, const Step& step)
 {
 	std::vector<Fault> injected;
@@ -48,7 +56,7 @@ Millis repairAll(Lab& lab, const std::vector<Fault>& injected, Millis pause)
 	std::optional<Millis> last;
 	for (auto fault = injected.rbegin(); fault != injected.rend(); ++fault)
 	{
-		if (infoOf(fault->kind).repair != nullptr)
+		if (infoOf(fault->name).repair != nullptr)
 		{
 			std::this_thread::sleep_for(last ? pause : Millis(0));
 			last = lab.clock().now();
@@ -101,6 +109,17 @@ StepRecord runStep(Lab& lab, const Step& step, const CampaignTimes& times)
 	return record;
 }
 
+/// Made ready for the faults that are drawn.
+std::unique_ptr<Lab> servingPair(const Options& options)
+{
+	LabOptions labOptions(options.installRoot, options.times.pair);
+	labOptions.seed = options.seed;
+	labOptions.prepareFor(options.kinds);
+	auto lab = std::make_unique<Lab>(labOptions);
+	letServe(*lab, HostId::a, options.times.serveLimit());
+	return lab;
+}
+
 void runSteps(const Options& options, const std::function<void(const StepRecord&)>& report)
 {
 	Schedule schedule(options.seed, options.worker, options.kinds);
@@ -128,34 +147,6 @@ void runSteps(const Options& options, const std::function<void(const StepRecord&
 }
 
 } // namespace
-
-std::unique_ptr<Lab> servingPair(const Options& options)
-{
-	LabOptions labOptions(options.installRoot, options.times.pair);
-	labOptions.seed = options.seed;
-	for (const FaultKind kind : options.kinds)
-	{
-		const FaultInfo& info = infoOf(kind);
-		if (info.prepare != nullptr)
-		{
-			info.prepare(labOptions);
-		}
-	}
-	auto lab = std::make_unique<Lab>(labOptions);
-	lab->startAgents();
-	if (!lab->waitForService(HostId::a, options.times.serveLimit()))
-	{
-		throw LabError("a fresh pair did not come to serve: " + lab->stateText());
-	}
-	return lab;
-}
-
-Fault resolved(Lab& lab, const DrawnFault& drawn)
-{
-	const std::optional<HostId> owner = hostNamed(lab.owners());
-	const HostId master = owner && isNode(*owner) ? *owner : HostId::a;
-	return {drawn.kind, drawn.onMaster ? master : otherNode(master)};
-}
 
 std::vector<std::string> violationsOf(const PhaseRecord& after, const std::string& ended, const std::string& agents)
 {

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -20,7 +19,7 @@ struct Options
 {
 	std::filesystem::path installRoot{};
 	CampaignTimes times{};
-	std::vector<FaultKind> kinds{};
+	std::vector<std::string> kinds{};
 	std::uint64_t seed = 1;
 	int worker = 0;
 	std::optional<int> steps{};       ///< at most
@@ -39,14 +38,6 @@ struct StepRecord
 	std::vector<std::string> violations; ///< empty: the invariants hold
 	std::string timeline;                ///< of the step, when they do not
 };
-
-/// A pair that serves, made ready for the faults of `options.kinds`.
-/// @throws LabError when it does not come to that
-std::unique_ptr<Lab> servingPair(const Options& options);
-
-/// The node that a drawn fault is injected into now. The master is the node that holds the
-/// address alone, or else node a.
-Fault resolved(Lab& lab, const DrawnFault& drawn);
 
 /// What is wrong with a pair that has come to rest; empty: the invariants hold.
 /// @param after   from the last repair until then

@@ -22,7 +22,7 @@ std::uint64_t mixed(std::uint64_t value)
 
 } // namespace
 
-Schedule::Schedule(std::uint64_t seed, int worker, std::vector<FaultKind> kinds)
+Schedule::Schedule(std::uint64_t seed, int worker, std::vector<std::string> kinds)
     : m_state(mixed(mixed(seed) + static_cast<std::uint64_t>(worker))), m_kinds(std::move(kinds))
 {
 	if (m_kinds.empty())

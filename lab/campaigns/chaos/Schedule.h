@@ -16,7 +16,7 @@ namespace velarix::lab::chaos
 /// A fault that is injected into a node by what the node is at the time.
 struct DrawnFault
 {
-	FaultKind kind = FaultKind::powerOff;
+	std::string kind;
 	bool onMaster = true; ///< else on the other node; not used by faults that are not on a node
 	Millis pause{0};      ///< before it comes
 };
@@ -34,13 +34,13 @@ class Schedule
 public:
 	/// @param worker  schedules of one seed that run side by side
 	/// @param kinds  to draw from, not empty
-	Schedule(std::uint64_t seed, int worker, std::vector<FaultKind> kinds);
+	Schedule(std::uint64_t seed, int worker, std::vector<std::string> kinds);
 
 	Step next();
 
 private:
 	std::uint64_t m_state;
-	std::vector<FaultKind> m_kinds;
+	std::vector<std::string> m_kinds;
 
 	/// Evenly from 0 to `below` - 1, the same on every machine.
 	std::uint64_t draw(std::uint64_t below);

@@ -26,7 +26,7 @@ Row rowOf(const Record& record)
 
 std::string toText(const std::vector<Record>& records)
 {
-	std::vector<Row> rows;
+	std::vector<Row> rows{{"case", "tries", "read/partner's", "dropped", "roles", "outage", "duplicate", "verdict"}};
 	std::string differences;
 	for (const Record& record : records)
 	{
@@ -36,8 +36,7 @@ std::string toText(const std::vector<Record>& records)
 			differences += record.name + ": " + difference + "\n";
 		}
 	}
-	return aligned({"case", "tries", "read/partner's", "dropped", "roles", "outage", "duplicate", "verdict"}, rows) +
-	       differences;
+	return aligned(rows) + differences;
 }
 
 } // namespace velarix::lab::hostile

@@ -18,11 +18,7 @@ LabOptions optionsFor(const CellPlan& plan)
 	options.seed = seedOfRun(plan.seed, plan.run, plan.cell.name);
 	for (const Fault& fault : plan.cell.inject)
 	{
-		const FaultInfo& info = infoOf(fault.kind);
-		if (info.prepare != nullptr)
-		{
-			info.prepare(options);
-		}
+		options.prepareFor({fault.name});
 	}
 	return options;
 }
@@ -39,13 +35,6 @@ Millis limitFor(const Outcome& expected, const CampaignTimes& times)
 	return expected.lasts ? sumOf(*expected.lasts, times.pair) : times.patience() + quietFor(expected, times);
 }
 
-Observed observedBy(Lab& lab)
-{
-	return {{lab.passes(HostId::a), lab.passes(HostId::b)},
-	        {lab.silentProbes(HostId::a), lab.silentProbes(HostId::b)},
-	        {lab.agentStarts(HostId::a), lab.agentStarts(HostId::b)}};
-}
-
 PhaseRecord runPhase(Lab& lab, const CellPlan& plan, const Outcome& expected, void (Lab::*step)(const Fault&),
                      const std::vector<Fault>& faults)
 {
@@ -58,7 +47,7 @@ PhaseRecord runPhase(Lab& lab, const CellPlan& plan, const Outcome& expected, vo
 	PhaseRecord phase = observe(lab, from, quietFor(expected, plan.times), took + limitFor(expected, plan.times), took);
 	if (plan.paths.contains(expected.path))
 	{
-		measureOverhead(lab.timeline(), observedBy(lab), plan.paths.at(expected.path), plan.times.pair, phase);
+		measureOverhead(lab.timeline(), lab.seenInLogs(), plan.paths.at(expected.path), plan.times.pair, phase);
 	}
 	return phase;
 }
@@ -83,12 +72,18 @@ void runPhases(Lab& lab, const CellPlan& plan, RunRecord& record)
 
 } // namespace
 
-RunRecord runCell(const CellPlan& plan)
+RunRecord recordOf(const CellPlan& plan)
 {
 	RunRecord record;
 	record.cell = plan.cell.name;
 	record.run = plan.run;
 	record.seed = plan.seed;
+	return record;
+}
+
+RunRecord runCell(const CellPlan& plan)
+{
+	RunRecord record = recordOf(plan);
 	Lab lab(optionsFor(plan));
 	try
 	{

@@ -21,6 +21,9 @@ struct CellPlan
 	std::filesystem::path installRoot{};
 };
 
+/// The record of a run that has not begun.
+RunRecord recordOf(const CellPlan& plan);
+
 /// Makes a lab, lets the cell's node serve, injects, watches, repairs, watches.
 /// What is not as expected, a fault that found no place included, is reported in
 /// differences; nothing is thrown for it.

@@ -1,0 +1,216 @@
+/// Faults of the servers, the agents and their files.
+
+#include <csignal>
+#include <filesystem>
+
+#include <sys/statvfs.h>
+
+#include "lab/core/FaultTables.h"
+#include "lab/core/Lab.h"
+
+namespace velarix::lab
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+template <auto method, auto... arguments> void call(Lab& lab, HostId node)
+{
+	(lab.*method)(node, arguments...);
+}
+
+/// Both are off, also one that was so before.
+void bothOff(Lab& lab)
+{
+	for (const HostId node : nodes)
+	{
+		if (lab.node(node).isOn())
+		{
+			lab.powerOff(node);
+		}
+	}
+}
+
+void coldStart(Lab& lab, HostId /*node*/)
+{
+	bothOff(lab);
+	for (const HostId node : nodes)
+	{
+		lab.powerOn(node, false);
+	}
+	lab.startAgents();
+}
+
+void agentRuns(Lab& lab, HostId node)
+{
+	refuse(!lab.node(node).agent(), nodeText(node) + " has no agent");
+}
+
+void hostNotFrozen(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	refuse(lab.role(node) == "frozen", "the agent of " + nodeText(node) + " is frozen already");
+}
+
+void agentNotFrozen(Lab& lab, HostId node)
+{
+	agentRuns(lab, node);
+	hostNotFrozen(lab, node);
+}
+
+/// @param hours  ahead of the machine's clock
+template <int hours> void stepClock(Lab& lab, HostId node)
+{
+	lab.node(node).stepClock(std::chrono::hours(hours));
+}
+
+void clockSteppable(Lab& lab, HostId node)
+{
+	refuse(!lab.node(node).hasClock(), "the agent of " + nodeText(node) + " has no clock that can be stepped");
+}
+
+void withClock(LabOptions& options)
+{
+	options.clockShim = true;
+}
+
+std::string recordOf(HostId node)
+{
+	return "the record of " + nodeText(node);
+}
+
+fs::path runInfo(Lab& lab, HostId node)
+{
+	return lab.node(node).file(plan::runInfoFile);
+}
+
+fs::path hiddenRunInfo(Lab& lab, HostId node)
+{
+	return runInfo(lab, node).string() + ".away";
+}
+
+bool runInfoReadOnly(Lab& lab, HostId node)
+{
+	struct statvfs found
+	{
+	};
+	return ::statvfs(runInfo(lab, node).c_str(), &found) == 0 && (found.f_flag & ST_RDONLY) != 0;
+}
+
+void runInfoThere(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	refuse(fs::exists(hiddenRunInfo(lab, node)), recordOf(node) + " is away already");
+	refuse(runInfoReadOnly(lab, node), recordOf(node) + " is read-only: it cannot be removed");
+}
+
+void removeRunInfo(Lab& lab, HostId node)
+{
+	fs::rename(runInfo(lab, node), hiddenRunInfo(lab, node));
+}
+
+/// Starts the agent, should it have ended.
+void restoreRunInfo(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	refuse(!fs::exists(hiddenRunInfo(lab, node)), recordOf(node) + " is not away");
+	fs::rename(hiddenRunInfo(lab, node), runInfo(lab, node));
+	if (!lab.node(node).agent())
+	{
+		lab.startAgent(node);
+	}
+}
+
+void runInfoWritable(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	refuse(!fs::exists(runInfo(lab, node)), recordOf(node) + " is away");
+	refuse(runInfoReadOnly(lab, node), recordOf(node) + " is read-only already");
+}
+
+/// The permissions of a file do not bind root; a read-only mount does.
+void protectRunInfo(Lab& lab, HostId node)
+{
+	const std::string file = plan::runInfoFile;
+	shell(lab.host(node), "mount --bind " + file + " " + file + "; mount -o remount,bind,ro " + file + " || { umount " +
+	                          file + "; exit 1; }");
+}
+
+/// A node that was off since has the mount no more.
+void freeRunInfo(Lab& lab, HostId node)
+{
+	nodeOn(lab, node);
+	refuse(!runInfoReadOnly(lab, node), recordOf(node) + " is not read-only");
+	shell(lab.host(node), std::string("umount ") + plan::runInfoFile);
+}
+
+/// Returns when the log has come to its end, too: its last page has room left.
+void fillDisk(Lab& lab, HostId node)
+{
+	constexpr Millis stillFor{3000};
+	lab.node(node).setDiskFull(true);
+	const fs::path log = lab.node(node).diskFile(plan::logFile);
+	std::uintmax_t size = 0;
+	Millis since = lab.clock().now();
+	const auto still = [&]
+	{
+		std::error_code none;
+		const std::uintmax_t now = fs::file_size(log, none);
+		since = now != size ? lab.clock().now() : since;
+		size = now;
+		return lab.clock().now() - since >= stillFor;
+	};
+	if (!waitFor(still, Millis(30000), "the log to come to its end"))
+	{
+		lab.node(node).setDiskFull(false);
+		throw LabError("the log of " + nodeText(node) + " goes on, though its disk is full");
+	}
+}
+
+constexpr FaultInfo table[]{
+    {"power-off", true, "host powered off", "host powered on", call<&Lab::powerOff>, call<&Lab::powerOn, true>, nodeOn},
+    {"reboot", true, "host rebooted", nullptr,
+     [](Lab& lab, HostId node)
+     {
+	     lab.powerOff(node);
+	     lab.powerOn(node);
+     },
+     nullptr, nodeOn},
+    {"cold-start", false, "both hosts off, and on at once", nullptr, coldStart, nullptr},
+    {"cold-start-alone", true, "both hosts off, only this one on", "the other host on, too",
+     [](Lab& lab, HostId node)
+     {
+	     bothOff(lab);
+	     lab.powerOn(node);
+     },
+     [](Lab& lab, HostId node) { lab.powerOn(otherNode(node)); }},
+    {"host-freeze", true, "host stands still", "host goes on", call<&Lab::freezeHost>, call<&Lab::thawHost>,
+     hostNotFrozen},
+    {"agent-kill", true, "agent killed", "agent started", call<&Lab::killAgent, SIGKILL>, call<&Lab::startAgent>,
+     agentRuns},
+    {"agent-term", true, "agent terminated", "agent started", call<&Lab::killAgent, SIGTERM>, call<&Lab::startAgent>,
+     agentRuns},
+    {"agent-freeze", true, "agent frozen", "agent thawed", call<&Lab::freezeAgent>, call<&Lab::thawAgent>,
+     agentNotFrozen},
+    {"clock-ahead", true, "agent's clock two hours ahead", "agent's clock set right", stepClock<2>, stepClock<0>,
+     clockSteppable, withClock},
+    {"clock-behind", true, "agent's clock two hours behind", "agent's clock set right", stepClock<-2>, stepClock<0>,
+     clockSteppable, withClock},
+    {"run-info-missing", true, "run-info record removed", "run-info record restored", removeRunInfo, restoreRunInfo,
+     runInfoThere},
+    {"run-info-read-only", true, "run-info record read-only", "run-info record writable", protectRunInfo, freeRunInfo,
+     runInfoWritable},
+    {"disk-full", true, "disk full", "disk has room", fillDisk,
+     [](Lab& lab, HostId node) { lab.node(node).setDiskFull(false); }},
+};
+
+} // namespace
+
+std::span<const FaultInfo> hostFaults()
+{
+	return table;
+}
+
+} // namespace velarix::lab
