@@ -34,10 +34,10 @@ std::vector<std::string> soundLines(int node)
 	    "IGNORE_TIME = 10",                       // 9
 	    "GATEWAY_IP = 192.0.2.254",               // 10
 	    "VIRTUAL_IP = 198.51.100.10",             // 11
-	    "VIRTUAL_IP_START_COMMAND = (ip addr add 198.51.100.10/24 dev eth0 label eth0:ha; (while ip -4 -o addr show "
-	    "dev "
-	    "eth0 | grep -q 198.51.100.10/; do arping -q -A -c 1 -w 1 -I eth0 198.51.100.10; sleep 4; done) &) "
-	    ">/dev/null 2>&1",                                                                             // 12
+	    ("VIRTUAL_IP_START_COMMAND = (ip addr add 198.51.100.10/24 dev eth0 label eth0:ha; (while ip -4 -o addr show "
+	     "dev "
+	     "eth0 | grep -q 198.51.100.10/; do arping -q -A -c 1 -w 1 -I eth0 198.51.100.10; sleep 4; done) &) "
+	     ">/dev/null 2>&1"),                                                                           // 12
 	    "VIRTUAL_IP_STOP_COMMAND = ip addr del 198.51.100.10/24 dev eth0 >/dev/null 2>&1",             // 13
 	    "WAITING_TIME_BEFORE_PROCESS_RUN = 1",                                                         // 14
 	    "RELATED_PROCESS =",                                                                           // 15
