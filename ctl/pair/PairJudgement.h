@@ -43,7 +43,4 @@ std::vector<PairProblem> judgePair(const PairReports& reports);
 /// @return of the first problem; ok without one
 NagiosStatus verdictOf(const std::vector<PairProblem>& problems);
 
-/// "OK", "WARNING", ...
-const char* wordOf(NagiosStatus status);
-
 } // namespace velarix::ctl

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ctl/history/EventStream.h"
 #include "ctl/history/OperatorLog.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -10,8 +11,6 @@
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -210,7 +209,6 @@ void takeLog(NodeState& state)
 	takePartner(state);
 	state.networkOk = fromLog(state, snapshot.networkOk);
 	state.asking = fromLog(state, snapshot.asking);
-	state.programsRunToAgent = fromLog(state, snapshot.programsRun);
 }
 
 /// @return when the role began; nothing when the log was not read far enough back
@@ -237,7 +235,7 @@ std::string NodeState::setting(const char* name) const
 
 LogWish NodeState::logWish() const
 {
-	return {log, now, {setting(key::kStartCommand), setting(key::kStopCommand), setting(key::kKillCommand)}, lastMove};
+	return {log, now, settings ? commandsOf(*settings) : Commands{}, lastMove};
 }
 
 std::optional<Milliseconds> NodeState::age(const std::optional<Instant>& time) const
