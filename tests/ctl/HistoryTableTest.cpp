@@ -1,8 +1,7 @@
 // What the history tells of agents, roles and services: the histories of histories.txt.
 
-#include <Poco/String.h>
-
 #include "CtlTest.h"
+#include "StoryBook.h"
 #include "ctl/history/History.h"
 
 using namespace velarix::ctl;
@@ -14,63 +13,10 @@ namespace
 
 using Lines = std::vector<std::string>;
 
-struct Story
+const StoryBook& book()
 {
-	std::string name;
-	Lines lines;
-};
-
-struct Book
-{
-	std::vector<Story> stories;
-	/// "def NAME" and its lines.
-	std::map<std::string, Lines> shorthands;
-};
-
-Book readBook()
-{
-	Book book;
-	std::ifstream file(VELARIX_CTL_HISTORIES);
-	if (!file)
-	{
-		throw std::runtime_error("cannot read " VELARIX_CTL_HISTORIES);
-	}
-	Lines* lines = nullptr;
-	for (std::string line; std::getline(file, line);)
-	{
-		if (line.starts_with("== "))
-		{
-			book.stories.push_back({line.substr(3), {}});
-			lines = &book.stories.back().lines;
-		}
-		else if (line.starts_with("def "))
-		{
-			lines = &book.shorthands[line.substr(4)];
-		}
-		else if (!line.empty() && !line.starts_with('#'))
-		{
-			for (const auto& [escape, byte] : {std::pair("\\n", "\n"), {"\\r", "\r"}, {"\\e", "\x1b"}})
-			{
-				Poco::replaceInPlace(line, std::string(escape), std::string(byte));
-			}
-			lines->push_back(line);
-		}
-	}
-	return book;
-}
-
-const Book& book()
-{
-	static const Book all = readBook();
+	static const StoryBook all(VELARIX_CTL_HISTORIES);
 	return all;
-}
-
-/// @return what stands before the first blank, which is taken away with it
-std::string cutWord(std::string& text)
-{
-	const std::string word = text.substr(0, text.find(' '));
-	text.erase(0, word.size() + 1);
-	return word;
 }
 
 std::string yesNo(const std::optional<Reported<bool>>& seen)
@@ -110,30 +56,9 @@ protected:
 
 	void obey(std::string line)
 	{
-		const std::string whole = line;
 		const std::string word = cutWord(line);
-		const auto shorthand = std::ranges::find_if(book().shorthands, [&](const auto& one)
-		                                            { return one.first == whole || one.first == word; });
 		const auto command = kCommands.find(word);
-		if (line.starts_with("x "))
-		{
-			repeat(std::stoi(word), line.substr(2));
-		}
-		else if (shorthand != book().shorthands.end())
-		{
-			for (const std::string& one : shorthand->second)
-			{
-				obey(Poco::replace(one, std::string("$"), line));
-			}
-		}
-		else if (command != kCommands.end())
-		{
-			command->second(*this, line);
-		}
-		else
-		{
-			message(word, line);
-		}
+		command != kCommands.end() ? command->second(*this, line) : message(word, line);
 	}
 
 	/// Clears what is expected; nothing is where nothing is expected.
@@ -215,19 +140,6 @@ private:
 		return reported ? text.str() + ", since " + age(reported->since) + ", " + age(reported->at) : "none";
 	}
 
-	void repeat(int times, std::string commands)
-	{
-		Poco::replaceInPlace(commands, std::string(" | "), std::string("\t"));
-		for (int time = 0; time < times; ++time)
-		{
-			std::istringstream each(commands);
-			for (std::string one; std::getline(each, one, '\t');)
-			{
-				obey(one);
-			}
-		}
-	}
-
 	/// "receiver 137 <E> TEXT"; each a tenth of a second after the one before
 	void message(const std::string& speaker, std::string rest)
 	{
@@ -283,11 +195,11 @@ TEST_P(HistoryTable, TellsItsEvents)
 			EXPECT_EQ(figure(line.substr(2, end - 2)), line.substr(end + 1)) << line;
 			continue;
 		}
-		obey(line);
+		book().expand(line, [this](const std::string& one) { obey(one); });
 	}
 	expectEvents(expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Story, HistoryTable, testing::ValuesIn(book().stories), rowName<Story>);
+INSTANTIATE_TEST_SUITE_P(Story, HistoryTable, testing::ValuesIn(book().stories()), rowName<Story>);
 
 } // namespace
