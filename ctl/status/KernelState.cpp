@@ -120,14 +120,6 @@ std::optional<TunnelState> tunnelOf(const NodeState& state)
 	return tunnel;
 }
 
-void forgetKernel(NodeState& state, const std::string& why)
-{
-	state.programs = notKnown<Programs>(why);
-	state.address = notKnown<HeldAddress>(why);
-	state.gatewayAnswers = notKnown<bool>(why);
-	state.logSpace = notKnown<std::uintmax_t>(why);
-}
-
 } // namespace
 
 std::vector<std::string> programNames(const SettingsFile& settings)
@@ -148,19 +140,15 @@ int matches(const std::string& statusLine, const std::vector<std::string>& names
 
 void askKernel(NodeState& state, const Paths& paths)
 {
-	if (state.elsewhere)
+	const std::string why = state.elsewhere ? "another root" : "the settings cannot be read";
+	state.serviceInterface = state.elsewhere ? notKnown<bool>(why) : carrierOf(state, kServiceInterface);
+	state.communicationInterface = state.elsewhere ? notKnown<bool>(why) : carrierOf(state, kCommunicationInterface);
+	if (state.elsewhere || !state.settings)
 	{
-		const std::string why = "another root";
-		forgetKernel(state, why);
-		state.serviceInterface = notKnown<bool>(why);
-		state.communicationInterface = notKnown<bool>(why);
-		return;
-	}
-	state.serviceInterface = carrierOf(state, kServiceInterface);
-	state.communicationInterface = carrierOf(state, kCommunicationInterface);
-	if (!state.settings)
-	{
-		forgetKernel(state, "the settings cannot be read");
+		state.programs = notKnown<Programs>(why);
+		state.address = notKnown<HeldAddress>(why);
+		state.gatewayAnswers = notKnown<bool>(why);
+		state.logSpace = notKnown<std::uintmax_t>(why);
 		return;
 	}
 	state.programs = programsOf(state, paths);

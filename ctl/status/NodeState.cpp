@@ -172,7 +172,7 @@ bool heard(const NodeState& state)
 	       (state.snapshot().takeOver || *state.age(state.heartbeat) <= state.timing.heartbeatPause());
 }
 
-template <typename Value> Figure<Value> ofPartner(const NodeState& state, Value value)
+template <typename Value> Figure<Value> ofPartner(const NodeState& state, const std::optional<Value>& value)
 {
 	Figure<Value> figure{value, state.heartbeat.at, std::nullopt, state.heartbeat.why};
 	if (state.heartbeat.known() && !heard(state))
@@ -186,20 +186,15 @@ void takePartner(NodeState& state)
 {
 	state.heartbeat = fromLog(state, state.snapshot().received);
 	state.sent = fromLog(state, state.snapshot().sent);
-	if (!state.heartbeat.reported)
+	const std::optional<Heartbeat>& last = state.heartbeat.reported;
+	if (!last && state.distrust.empty())
 	{
-		const std::string why =
-		    state.distrust.empty() ? "no heartbeat of it in the part of the log that was read" : state.distrust;
-		state.heartbeat.why = why;
-		state.partnerRole = notKnown<Role>(why);
-		state.partnerAsks = notKnown<bool>(why);
-		state.partnerRuns = notKnown<bool>(why);
-		return;
+		state.heartbeat.why = "no heartbeat of it in the part of the log that was read";
 	}
-	const Heartbeat& last = *state.heartbeat.reported;
-	state.partnerRole = ofPartner(state, last.master ? Role::master : Role::slave);
-	state.partnerAsks = ofPartner(state, last.asking);
-	state.partnerRuns = ofPartner(state, last.running);
+	state.partnerRole =
+	    ofPartner(state, last ? std::optional(last->master ? Role::master : Role::slave) : std::nullopt);
+	state.partnerAsks = ofPartner(state, last ? std::optional(last->asking) : std::nullopt);
+	state.partnerRuns = ofPartner(state, last ? std::optional(last->running) : std::nullopt);
 }
 
 void takeLog(NodeState& state)
