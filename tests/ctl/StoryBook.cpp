@@ -28,7 +28,8 @@ StoryBook::StoryBook(const std::string& path)
 		}
 		else if (!line.empty() && !line.starts_with('#'))
 		{
-			for (const auto& [escape, byte] : {std::pair("\\n", "\n"), {"\\r", "\r"}, {"\\e", "\x1b"}, {"\\xff", "\xff"}})
+			for (const auto& [escape, byte] :
+			     {std::pair("\\n", "\n"), {"\\r", "\r"}, {"\\e", "\x1b"}, {"\\xff", "\xff"}})
 			{
 				Poco::replaceInPlace(line, std::string(escape), std::string(byte));
 			}
