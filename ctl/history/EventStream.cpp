@@ -2,30 +2,19 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
 #include <utility>
 
 #include "inspect/ExitCode.h"
-#include "inspect/SettingsFile.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
 {
 
-namespace
+Commands commandsOf(const SettingsFile& settings)
 {
-
-std::filesystem::path logOf(const SettingsFile& settings, const Paths& paths)
-{
-	const std::string path = settings.text(key::kLogPath).value_or("");
-	if (path.empty())
-	{
-		throw Failure(ExitCode::settings, settings.path().string() + " has no LOG.PATH");
-	}
-	return paths.below(path);
+	return {settings.text(key::kStartCommand).value_or(""), settings.text(key::kStopCommand).value_or(""),
+	        settings.text(key::kKillCommand).value_or("")};
 }
-
-} // namespace
 
 /// The settings tell where the log is; a log that is named needs them no more.
 EventSource EventSource::of(const Paths& paths, const std::filesystem::path& log)
@@ -34,10 +23,13 @@ EventSource EventSource::of(const Paths& paths, const std::filesystem::path& log
 	try
 	{
 		const SettingsFile settings = SettingsFile::load(paths.settings);
-		source.commands = {settings.text(key::kStartCommand).value_or(""),
-		                   settings.text(key::kStopCommand).value_or(""),
-		                   settings.text(key::kKillCommand).value_or("")};
-		source.log = log.empty() ? logOf(settings, paths) : log;
+		source.commands = commandsOf(settings);
+		const std::string configured = settings.text(key::kLogPath).value_or("");
+		if (log.empty() && configured.empty())
+		{
+			throw Failure(ExitCode::settings, settings.path().string() + " has no LOG.PATH");
+		}
+		source.log = log.empty() ? paths.below(configured) : log;
 	}
 	catch (const Failure& failure)
 	{
@@ -119,11 +111,6 @@ void EventStream::readKeeper(Instant until)
 		note(*event);
 		m_keeperSink(*event);
 	}
-}
-
-void EventStream::readKeeper()
-{
-	readKeeper(Instant::max());
 }
 
 void EventStream::finish()

@@ -8,13 +8,17 @@
 #include <string>
 #include <vector>
 
-#include "ctl/history/Events.h"
+#include "ctl/history/History.h"
 #include "ctl/history/KeeperLog.h"
 #include "inspect/LogReader.h"
 #include "inspect/Paths.h"
+#include "inspect/SettingsFile.h"
 
 namespace velarix::ctl
 {
+
+/// @return the commands of the settings
+Commands commandsOf(const SettingsFile& settings);
 
 /// Which logs, and by what the agent's commands are known.
 struct EventSource
@@ -41,7 +45,7 @@ public:
 	/// @param goOn asked before each message; without it all of it is read
 	void read(const std::function<bool()>& goOn = {});
 	/// The keeper's events that are later than the agent's last.
-	void readKeeper();
+	void readKeeper(Instant until = Instant::max());
 	/// Lines that never got their end, when no more is awaited.
 	void finish();
 
@@ -68,7 +72,6 @@ private:
 	void feed();
 	void note(const KeeperEvent& event);
 	Event withKeeper(Event event) const;
-	void readKeeper(Instant until);
 };
 
 } // namespace velarix::ctl

@@ -1,4 +1,7 @@
+// What events, causes and faults are called, and what they mean in words.
 #include "ctl/history/Events.h"
+
+#include <algorithm>
 
 namespace velarix::ctl
 {
@@ -6,61 +9,156 @@ namespace velarix::ctl
 namespace
 {
 
-/// The word of an enumerator; the table holds one for each, in their order.
-template <std::size_t Size, typename Value>
-std::string_view wordAt(const std::array<std::string_view, Size>& words, Value value)
+constexpr std::string_view kProblem = "problem";
+constexpr std::string_view kRecovery = "recovery";
+constexpr std::string_view kChange = "change";
+constexpr std::string_view kDetail = "detail";
+
+/// How an event is shown.
+struct Wording
 {
-	return words.at(static_cast<std::size_t>(value));
+	std::string_view word;
+	std::string_view severity;
+	/// With marks for what the event tells: %p its process, %r the roles, %w why, %s what
+	/// it is about, %f the fault, %d the detail. A piece in brackets is left out when
+	/// its mark has nothing to tell.
+	std::string_view text;
+	/// In its place where the event has no duration.
+	std::string_view withoutDuration = {};
+};
+
+struct CauseWording
+{
+	std::string_view word;
+	std::string_view reason;
+};
+
+struct FaultWording
+{
+	std::string_view word;
+	std::string_view found;
+	std::string_view gone;
+};
+
+// A row for each enumerator, in their order.
+// clang-format off
+constexpr std::array<Wording, kEventKinds> kKinds{{
+    {"agent-started", kDetail, "process %p, after this time without an agent[; %d]", "process %p[; %d]"},
+    {"agent-resumed", kDetail, "process %p goes on: another agent was started beside it and could not stay"},
+    {"agent-ended", kProblem, "process %p: %w[: %d]"},
+    {"role-changed", kChange, "%r[: %w]"},
+    {"takeover-began", kChange, "takes the service: %w"},
+    {"takeover-done", kChange, "has taken the service[: %d]"},
+    {"takeover-unfinished", kProblem, "began to take the service and did not end it[: %d]"},
+    {"ask-made", kDetail, "asks the partner to take the service: %w"},
+    {"ask-answered", kRecovery, "the partner has taken the service"},
+    {"ask-unanswered", kProblem, "the partner stayed standby; this node no longer asks"},
+    {"ask-received", kDetail, "the partner asks this node to take the service"},
+    {"fault-found", kProblem, "%f[: %d]"},
+    {"fault-gone", kRecovery, "%f[: %d]"},
+    {"silence-counted", kDetail, "no heartbeat from the partner, %d"},
+    {"partner-lost", kProblem, "no heartbeat from the partner for this time", "no heartbeat from the partner yet"},
+    {"partner-back", kRecovery, "heartbeats again, after this time", "the first heartbeat of the partner"},
+    {"partner-changed", kDetail, "the partner: %r"},
+    {"partner-restarted", kDetail, "the partner's agent was started anew[ at %d]"},
+    {"address-dropped", kDetail, "the stop command was run[: %w][; it printed %d]"},
+    {"address-starting", kDetail, "the service address is not there; the start command follows in five seconds"},
+    {"address-waiting", kDetail, "the start command was run, but the service address does not answer pings"},
+    {"address-failed", kProblem, "the service address cannot be raised, %d"},
+    {"address-up", kDetail, "the service address is there[: %d]"},
+    {"program-killed", kDetail, "kill command for %s[: %w][; it printed %d]"},
+    {"programs-started", kDetail, "the run script was run"},
+    {"programs-running", kDetail, "the managed programs run[: %d]"},
+    {"programs-stopped", kDetail, "the managed programs do not run[: %w]"},
+    {"log-gap", kDetail, "nothing was logged for this time"},
+    {"clock-set-back", kDetail, "the clock was set back by this time"},
+    {"error", kProblem, "%d"},
+}};
+
+constexpr std::array<CauseWording, 17> kCauses{{
+    {"none", ""},
+    {"agent-start", "every agent starts as standby, without address and programs"},
+    {"killed", "no last word: it was killed, or its host went down"},
+    {"fatal-error", "it ended itself"},
+    {"gateway-silent", "the gateway does not answer pings"},
+    {"service-address-silent", "the service address does not answer pings"},
+    {"service-interface-down", "the service interface (eth0) has no carrier"},
+    {"programs-gone", "the managed programs do not run"},
+    {"partner-silent", "the partner sent no heartbeat for the third time, and its address does not answer pings"},
+    {"partner-and-service-silent", "neither the partner nor the service address answers pings, the gateway does"},
+    {"partner-asked", "the partner gave up the service and asked"},
+    {"configured-role", "both nodes were standby: back to the configured role"},
+    {"both-masters", "both nodes were master: back to the configured role"},
+    {"takeover", "this node takes the service"},
+    {"give-up", "this node gives up the service"},
+    {"switchover", "a planned move (velarixctl switchover)"},
+    {"not-logged", "the log does not tell why"},
+}};
+
+constexpr std::array<FaultWording, kFaults> kFaultWordings{{
+    {"gateway", "the gateway does not answer pings", "the gateway answers again"},
+    {"partner-address", "the partner's address does not answer pings", "the partner's address answers again"},
+    {"service-address", "the service address does not answer pings", "the service address answers again"},
+    {"service-interface", "the service interface (eth0) has no carrier", "the service interface (eth0) has carrier again"},
+    {"communication-interface", "the communication interface (eth1) has no carrier", "the communication interface (eth1) has carrier again"},
+    {"programs", "the managed programs do not run on the master", "no longer without its programs"},
+    {"heartbeats", "the partner's host answers pings, but no heartbeats come", "heartbeats come again"},
+    {"partner-port", "the partner does not take this node's heartbeats", "the partner takes them again"},
+    {"both-masters", "both nodes are master", "no longer two masters"},
+    {"foreign-message", "something else than a heartbeat came in", "nothing strange for a minute"},
+}};
+// clang-format on
+
+template <typename Table, typename Value> const auto& rowOf(const Table& table, Value value)
+{
+	return table.at(static_cast<std::size_t>(value));
+}
+
+std::string_view faultText(const Event& event)
+{
+	const auto* const row = std::ranges::find(kFaultWordings, event.subject, &FaultWording::word);
+	return row == kFaultWordings.end() ? event.subject : event.kind == EventKind::faultFound ? row->found : row->gone;
+}
+
+std::string reported(char mark, const Event& event)
+{
+	switch (mark)
+	{
+	case 'p':
+		return std::to_string(event.process);
+	case 'r':
+		return std::string(textOf(event.from)) + " -> " + std::string(textOf(event.to));
+	case 'w':
+		return std::string(rowOf(kCauses, event.cause).reason);
+	case 's':
+		return event.subject;
+	case 'f':
+		return std::string(faultText(event));
+	default:
+		return event.detail;
+	}
 }
 
 } // namespace
 
 std::string_view wordOf(EventKind kind)
 {
-	static constexpr std::array<std::string_view, kEventKinds> words{
-	    "agent-started",    "agent-resumed",       "agent-ended",       "role-changed",    "takeover-began",
-	    "takeover-done",    "takeover-unfinished", "ask-made",          "ask-answered",    "ask-unanswered",
-	    "ask-received",     "fault-found",         "fault-gone",        "silence-counted", "partner-lost",
-	    "partner-back",     "partner-changed",     "partner-restarted", "address-dropped", "address-starting",
-	    "address-waiting",  "address-failed",      "address-up",        "program-killed",  "programs-started",
-	    "programs-running", "programs-stopped",    "log-gap",           "clock-set-back",  "error"};
-	return wordAt(words, kind);
+	return rowOf(kKinds, kind).word;
 }
 
 std::string_view wordOf(Cause cause)
 {
-	static constexpr std::array<std::string_view, 17> words{"none",
-	                                                        "agent-start",
-	                                                        "killed",
-	                                                        "fatal-error",
-	                                                        "gateway-silent",
-	                                                        "service-address-silent",
-	                                                        "service-interface-down",
-	                                                        "programs-gone",
-	                                                        "partner-silent",
-	                                                        "partner-and-service-silent",
-	                                                        "partner-asked",
-	                                                        "configured-role",
-	                                                        "both-masters",
-	                                                        "takeover",
-	                                                        "give-up",
-	                                                        "switchover",
-	                                                        "not-logged"};
-	return wordAt(words, cause);
+	return rowOf(kCauses, cause).word;
 }
 
 std::string_view wordOf(Fault fault)
 {
-	static constexpr std::array<std::string_view, kFaults> words{
-	    "gateway",  "partner-address", "service-address", "service-interface", "communication-interface",
-	    "programs", "heartbeats",      "partner-port",    "both-masters",      "foreign-message"};
-	return wordAt(words, fault);
+	return rowOf(kFaultWordings, fault).word;
 }
 
 std::string_view wordOf(Role role)
 {
-	static constexpr std::array<std::string_view, 3> words{"not known", "master", "slave"};
-	return wordAt(words, role);
+	return role == Role::master ? "master" : role == Role::slave ? "slave" : "not known";
 }
 
 std::string_view textOf(Role role)
@@ -68,10 +166,38 @@ std::string_view textOf(Role role)
 	return role == Role::slave ? "standby" : wordOf(role);
 }
 
-std::string_view wordOf(AddressState state)
+std::string_view severityOf(const Event& event)
 {
-	static constexpr std::array<std::string_view, 5> words{"not known", "dropped", "starting", "waiting", "up"};
-	return wordAt(words, state);
+	return rowOf(kKinds, event.kind).severity;
+}
+
+std::string describe(const Event& event)
+{
+	const Wording& wording = rowOf(kKinds, event.kind);
+	const bool other = !event.duration && !wording.withoutDuration.empty();
+	const std::string_view text = other ? wording.withoutDuration : wording.text;
+	std::string result;
+	std::size_t piece = 0;
+	std::string figure;
+	for (std::size_t at = 0; at < text.size(); ++at)
+	{
+		switch (text[at])
+		{
+		case '[':
+			piece = result.size();
+			break;
+		case '%':
+			figure = reported(text[++at], event);
+			result += figure;
+			break;
+		case ']':
+			result.resize(figure.empty() ? piece : result.size());
+			break;
+		default:
+			result += text[at];
+		}
+	}
+	return result;
 }
 
 } // namespace velarix::ctl

@@ -1,19 +1,11 @@
 /// What happened on this node, reported from its log: events for a history, and the
 /// snapshot of the node that they add up to.
-///
-/// Feed a History the messages in order (LogReader gives them so); it hands out
-/// events as they become known and keeps the snapshot up to date. It knows nothing
-/// of files, settings, processes or the present time: whether the log is fresh
-/// and its agent alive is for the caller to find out.
 #pragma once
 
 #include <array>
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
-#include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -136,6 +128,13 @@ std::string_view wordOf(Role role);
 /// @return the same for people: "standby" for what the log calls slave
 std::string_view textOf(Role role);
 
+/// What an event means to whoever is informed: "problem", "recovery" (a problem is over),
+/// "change" (the service begins or ends to move) or "detail".
+std::string_view severityOf(const Event& event);
+
+/// What happened, in words: "standby -> master: the partner gave up and asked".
+std::string describe(const Event& event);
+
 enum class AddressState
 {
 	unknown,
@@ -144,7 +143,6 @@ enum class AddressState
 	waiting,
 	up
 };
-std::string_view wordOf(AddressState state);
 
 /// What the last message said about something, and when.
 template <typename Value> struct Reported
@@ -164,7 +162,6 @@ struct FaultState
 {
 	bool there = false;
 	Reported<std::string> reported; ///< value: the detail
-	std::uint64_t count = 0;        ///< how often it was found
 };
 
 /// Enough to see that the service comes and goes.
@@ -176,10 +173,8 @@ struct Snapshot
 	long process = 0;
 	std::optional<Instant> agentStarted;
 	std::optional<Instant> lastMessage;
-	/// The last messages of the workers, to see one that has died.
+	/// To see a receiver that has died.
 	std::optional<Instant> lastOfReceiver;
-	std::optional<Instant> lastOfSender;
-	std::optional<Instant> lastOfChecker;
 
 	std::optional<Reported<Role>> role;
 	std::optional<Event> lastRoleChange;
@@ -210,12 +205,6 @@ struct Snapshot
 
 	std::array<FaultState, kFaults> faults;
 	const FaultState& fault(Fault which) const { return faults[static_cast<std::size_t>(which)]; }
-
-	/// Counts over everything fed so far.
-	std::map<EventKind, std::uint64_t> events;
-	std::map<char, std::uint64_t> letters; ///< messages by letter; '?' for those without a head
-	std::uint64_t heartbeatsSent = 0;
-	std::uint64_t heartbeatsReceived = 0;
 };
 
 /// The configured commands, by which their lines in the log are distinguished. The
@@ -230,26 +219,5 @@ struct Commands
 
 /// @return the last planned move (switchover) up to then; the agent's log tells of none
 using LastMove = std::function<std::optional<Instant>(Instant until)>;
-
-class HistoryMachine;
-
-class History
-{
-public:
-	using Sink = std::function<void(const Event&)>;
-
-	/// @param sink gets each event; may be empty
-	explicit History(Sink sink = {}, Commands commands = {}, LastMove lastMove = {});
-	~History();
-	History(const History&) = delete;
-	History& operator=(const History&) = delete;
-
-	void feed(const LogLine& line);
-
-	const Snapshot& snapshot() const;
-
-private:
-	std::unique_ptr<HistoryMachine> m_machine;
-};
 
 } // namespace velarix::ctl

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <iterator>
 #include <optional>
+#include <set>
 #include <utility>
+
+#include <Poco/Ascii.h>
 
 #include "ctl/history/KeeperLog.h"
 #include "inspect/LogLine.h"
@@ -15,8 +17,6 @@
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -29,103 +29,57 @@ struct Given
 	std::optional<std::string> text;
 };
 
-bool sameLabel(std::string_view left, std::string_view right)
-{
-	return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-	                  [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-}
-
 /// @return the label as the catalogue has it; empty for another one
 std::string_view knownLabel(std::string_view label)
 {
-	for (const CatalogueRow& row : catalogue())
-	{
-		if (sameLabel(row.label, label))
-		{
-			return row.label;
-		}
-	}
-	return {};
+	const auto row = std::ranges::find_if(
+	    catalogue(), [label](const CatalogueRow& one)
+	    { return std::ranges::equal(one.label, label, {}, Poco::Ascii::toLower, Poco::Ascii::toLower); });
+	return row == catalogue().end() ? std::string_view() : row->label;
 }
 
-/// The first "LABEL:NUMBER" with a label that is known.
-struct FoundPlace
-{
-	Given given;
-	std::size_t behind = 0;
-};
-
-std::optional<FoundPlace> findPlace(std::string_view text)
-{
-	for (std::size_t colon = text.find(':'); colon != std::string_view::npos; colon = text.find(':', colon + 1))
-	{
-		std::size_t begin = colon;
-		while (begin > 0 && isOfLabel(text[begin - 1]))
-		{
-			--begin;
-		}
-		const std::string_view label = knownLabel(text.substr(begin, colon - begin));
-		int number = 0;
-		const char* const digits = text.data() + colon + 1;
-		const auto [end, error] = std::from_chars(digits, text.data() + text.size(), number);
-		if (!label.empty() && error == std::errc() && number > 0)
-		{
-			return FoundPlace{{std::string(label), number, {}}, static_cast<std::size_t>(end - text.data())};
-		}
-	}
-	return std::nullopt;
-}
-
-/// "**ERROR**(LABEL:NUMBER)text"
-std::optional<Given> readEcho(std::string_view message)
-{
-	for (const std::string_view mark : {"**DEBUG**(", "**ERROR**("})
-	{
-		const std::size_t at = message.find(mark);
-		std::optional<FoundPlace> place =
-		    at == std::string_view::npos ? std::nullopt : findPlace(message.substr(at + mark.size()));
-		if (place)
-		{
-			const std::string_view rest = message.substr(at + mark.size() + place->behind);
-			place->given.text = rest.starts_with(')') ? rest.substr(1) : rest;
-			return place->given;
-		}
-	}
-	return std::nullopt;
-}
-
+/// "**ERROR**(LABEL:NUMBER)text", or the report of a fatal condition:
 /// "VelarixHA: LABEL:NUMBER: FUNCTION: Assertion `EXPRESSION' failed."
-std::optional<Given> readAssertion(std::string_view message)
+std::optional<std::string> textAround(std::string_view before, std::string_view behind)
 {
-	constexpr std::string_view begin = "Assertion `";
-	constexpr std::string_view end = "' failed.";
-	const std::size_t at = message.find(begin);
-	std::optional<FoundPlace> place = at == std::string_view::npos ? std::nullopt : findPlace(message.substr(0, at));
-	if (!place)
+	constexpr std::string_view assertion = "Assertion `";
+	if (before.ends_with("**DEBUG**(") || before.ends_with("**ERROR**("))
 	{
-		return std::nullopt;
+		return std::string(behind.substr(behind.starts_with(')') ? 1 : 0));
 	}
-	const std::string_view expression = message.substr(at + begin.size());
-	place->given.text = expression.substr(0, expression.rfind(end));
-	return place->given;
+	if (const std::size_t at = behind.find(assertion); at != std::string_view::npos)
+	{
+		const std::string_view expression = behind.substr(at + assertion.size());
+		return std::string(expression.substr(0, expression.rfind("' failed.")));
+	}
+	return std::nullopt;
 }
 
+/// The head of a line, or the first "LABEL:NUMBER" with a label that is known.
 std::optional<Given> readPlace(std::string_view message)
 {
 	if (const std::optional<LogLine> line = parseHead(message))
 	{
 		return Given{line->label, line->number, line->text};
 	}
-	if (std::optional<Given> given = readEcho(message))
+	for (std::size_t colon = message.find(':'); colon != std::string::npos; colon = message.find(':', colon + 1))
 	{
-		return given;
+		std::size_t begin = colon;
+		while (begin > 0 && isOfLabel(message[begin - 1]))
+		{
+			--begin;
+		}
+		const std::string_view label = knownLabel(message.substr(begin, colon - begin));
+		const std::string_view digits = message.substr(colon + 1);
+		int number = 0;
+		const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+		if (!label.empty() && error == std::errc() && number > 0)
+		{
+			const auto size = static_cast<std::size_t>(end - digits.data());
+			return Given{std::string(label), number, textAround(message.substr(0, begin), digits.substr(size))};
+		}
 	}
-	if (std::optional<Given> given = readAssertion(message))
-	{
-		return given;
-	}
-	const std::optional<FoundPlace> place = findPlace(message);
-	return place ? std::optional(place->given) : std::nullopt;
+	return std::nullopt;
 }
 
 /// The one line of the log that is not the daemon's.
@@ -245,28 +199,19 @@ std::string whyUnknown(std::string_view message)
 	{
 		return "there is no message " + place + ": the daemon has no such label";
 	}
-	const CatalogueRow* below = nullptr;
-	const CatalogueRow* above = nullptr;
+	std::set<int> numbers;
 	for (const CatalogueRow& row : catalogue())
 	{
-		if (row.label != given->label || row.number == 0)
+		if (row.label == given->label && row.number != 0)
 		{
-			continue;
-		}
-		if (row.number < given->number && (below == nullptr || below->number < row.number))
-		{
-			below = &row;
-		}
-		if (row.number > given->number && (above == nullptr || above->number > row.number))
-		{
-			above = &row;
+			numbers.insert(row.number);
 		}
 	}
-	std::string text = "there is no message " + place;
-	text += below != nullptr || above != nullptr ? "; the nearest: " : "";
-	text += below != nullptr ? below->place() : "";
-	text += below != nullptr && above != nullptr ? ", " : "";
-	return text + (above != nullptr ? above->place() : "");
+	const auto above = numbers.lower_bound(given->number);
+	const std::string below = above == numbers.begin() ? "" : given->label + ":" + std::to_string(*std::prev(above));
+	const std::string next = above == numbers.end() ? "" : given->label + ":" + std::to_string(*above);
+	return "there is no message " + place + (numbers.empty() ? "" : "; the nearest: ") + below +
+	       (below.empty() || next.empty() ? "" : ", ") + next;
 }
 
 std::string MessageSplitter::add(const std::string& line)

@@ -1,13 +1,12 @@
 #include <algorithm>
 #include <cctype>
+#include <tuple>
 
-#include "ctl/history/HistoryMachine.h"
+#include "ctl/history/History.h"
 #include "inspect/Catalogue.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -35,10 +34,6 @@ constexpr std::size_t kMostErrors = 256;
 constexpr std::size_t kMostThreads = 16;
 constexpr std::size_t kLongestDetail = 300;
 
-constexpr std::string_view kReceiver = "CHeartReciver";
-constexpr std::string_view kSender = "CHeartSender";
-constexpr std::string_view kChecker = "ProcessChecker";
-
 Milliseconds between(Instant from, Instant to)
 {
 	return std::chrono::duration_cast<Milliseconds>(to - from);
@@ -64,15 +59,14 @@ std::string oneLine(std::string_view text)
 	return line;
 }
 
-HistoryMachine::HistoryMachine(History::Sink sink, Commands commands, LastMove lastMove)
+History::History(Sink sink, Commands commands, LastMove lastMove)
     : m_sink(std::move(sink)), m_commands(std::move(commands)), m_lastMove(std::move(lastMove))
 {
 }
 
-void HistoryMachine::feed(const LogLine& line)
+void History::feed(const LogLine& line)
 {
 	m_line = &line;
-	++m_snapshot.letters[line.letter];
 	if (!line.hasHead() || !readTime())
 	{
 		return;
@@ -80,7 +74,7 @@ void HistoryMachine::feed(const LogLine& line)
 	noteAgent();
 	noteGap();
 	m_snapshot.lastMessage = m_now;
-	noteWorker();
+	noteReceiver();
 	if (const Handler handler = handlerOf(line.label, line.number))
 	{
 		handler(*this);
@@ -92,14 +86,14 @@ void HistoryMachine::feed(const LogLine& line)
 }
 
 /// A message without a date happened when the one before did.
-bool HistoryMachine::readTime()
+bool History::readTime()
 {
 	const std::optional<Instant> time = m_line->time ? m_line->time : m_snapshot.lastMessage;
 	m_now = time.value_or(Instant());
 	return time.has_value();
 }
 
-void HistoryMachine::noteGap()
+void History::noteGap()
 {
 	if (!m_snapshot.lastMessage)
 	{
@@ -123,7 +117,7 @@ void HistoryMachine::noteGap()
 	}
 }
 
-void HistoryMachine::noteAgent()
+void History::noteAgent()
 {
 	const bool mainThread = m_line->thread == 0;
 	if (m_before && m_line->process == m_before->first.process && m_line->process != m_snapshot.process && !mainThread)
@@ -140,17 +134,17 @@ void HistoryMachine::noteAgent()
 
 /// The same process id again, as after a reboot: the main thread speaks at the
 /// start alone.
-bool HistoryMachine::startsAnew() const
+bool History::startsAnew() const
 {
 	if (m_line->is("CAgent", 25))
 	{
 		return m_agent.startSeen || m_agent.workersSeen;
 	}
-	const bool ofStart = m_line->is("CAgent", 38) || m_line->is("CAgent", 179) || m_line->is(kChecker, 69);
+	const bool ofStart = m_line->is("CAgent", 38) || m_line->is("CAgent", 179) || m_line->is("ProcessChecker", 69);
 	return ofStart && m_line->thread == 0 && m_agent.workersSeen;
 }
 
-void HistoryMachine::begin()
+void History::begin()
 {
 	const bool first = m_snapshot.process == 0;
 	const bool fromItsStart = m_line->thread == 0;
@@ -161,11 +155,9 @@ void HistoryMachine::begin()
 		without = since(*m_snapshot.lastMessage);
 		m_before.emplace(m_snapshot, m_agent);
 	}
-	Snapshot fresh;
-	std::swap(fresh, m_snapshot);
-	carryCountsFrom(fresh);
-	m_snapshot.lastRoleChange = fresh.lastRoleChange;
-	m_snapshot.roleChanges = fresh.roleChanges;
+	const Snapshot former = std::exchange(m_snapshot, {});
+	m_snapshot.lastRoleChange = former.lastRoleChange;
+	m_snapshot.roleChanges = former.roleChanges;
 	m_snapshot.process = m_line->process;
 	m_agent = {};
 	if (first && !fromItsStart)
@@ -174,23 +166,18 @@ void HistoryMachine::begin()
 	}
 	m_snapshot.agentStarted = m_now;
 	emit(EventKind::agentStarted, Cause::none, {}, fromItsStart ? "" : "its first messages are missing", without);
-	if (fresh.role && fresh.role->value == Role::master)
+	if (former.role && former.role->value == Role::master)
 	{
-		m_snapshot.role = fresh.role;
+		m_snapshot.role = former.role;
 		setRole(Role::slave, Cause::agentStart);
 	}
 	tell(m_snapshot.role, Role::slave);
 }
 
 /// Of the agent whose messages end here.
-void HistoryMachine::end()
+void History::end()
 {
 	const Instant last = m_snapshot.lastMessage.value_or(m_now);
-	std::optional<Milliseconds> life;
-	if (m_snapshot.agentStarted)
-	{
-		life = between(*m_snapshot.agentStarted, last);
-	}
 	if (m_snapshot.takeOver)
 	{
 		Event unfinished = event(EventKind::takeOverUnfinished, m_snapshot.takeOver->cause);
@@ -209,55 +196,33 @@ void HistoryMachine::end()
 	}
 	ended.time = last;
 	ended.process = m_snapshot.process;
-	ended.duration = life;
+	ended.duration = m_snapshot.agentStarted ? std::optional(between(*m_snapshot.agentStarted, last)) : std::nullopt;
 	emit(ended);
 }
 
 /// The agent that was taken for gone speaks again: another one was started
 /// beside it and could not stay.
-void HistoryMachine::resume()
+void History::resume()
 {
 	end();
-	const Snapshot other = m_snapshot;
-	m_snapshot = m_before->first;
-	m_agent = m_before->second;
+	std::tie(m_snapshot, m_agent) = *m_before;
 	m_before.reset();
-	carryCountsFrom(other);
 	emit(EventKind::agentResumed);
 }
 
-void HistoryMachine::carryCountsFrom(const Snapshot& other)
+void History::noteReceiver()
 {
-	m_snapshot.events = other.events;
-	m_snapshot.letters = other.letters;
-	m_snapshot.heartbeatsSent = other.heartbeatsSent;
-	m_snapshot.heartbeatsReceived = other.heartbeatsReceived;
-	for (std::size_t fault = 0; fault < kFaults; ++fault)
+	if (m_line->thread != 0 && m_line->label == "CHeartReciver" && m_agent.receivers.size() < kMostThreads)
 	{
-		m_snapshot.faults.at(fault).count = other.faults.at(fault).count;
+		m_agent.receivers.insert(m_line->thread);
+	}
+	if (m_agent.receivers.contains(m_line->thread))
+	{
+		m_snapshot.lastOfReceiver = m_now;
 	}
 }
 
-void HistoryMachine::noteWorker()
-{
-	for (const std::string_view worker : {kReceiver, kSender, kChecker})
-	{
-		if (m_line->thread != 0 && m_line->label == worker && m_agent.workers.size() < kMostThreads)
-		{
-			m_agent.workers[m_line->thread] = worker;
-		}
-	}
-	const auto worker = m_agent.workers.find(m_line->thread);
-	if (worker != m_agent.workers.end())
-	{
-		auto& last = worker->second == kReceiver ? m_snapshot.lastOfReceiver
-		             : worker->second == kSender ? m_snapshot.lastOfSender
-		                                         : m_snapshot.lastOfChecker;
-		last = m_now;
-	}
-}
-
-void HistoryMachine::noteError()
+void History::noteError()
 {
 	const std::string place = m_line->place();
 	const CatalogueRow* const row = findMessage(m_line->label, m_line->number);
@@ -284,7 +249,7 @@ void HistoryMachine::noteError()
 	emit(EventKind::error, Cause::none, {}, oneLine(m_line->text));
 }
 
-Event HistoryMachine::event(EventKind kind, Cause cause) const
+Event History::event(EventKind kind, Cause cause) const
 {
 	Event event;
 	event.kind = kind;
@@ -295,9 +260,8 @@ Event HistoryMachine::event(EventKind kind, Cause cause) const
 	return event;
 }
 
-void HistoryMachine::emit(const Event& event)
+void History::emit(const Event& event)
 {
-	++m_snapshot.events[event.kind];
 	if (event.kind == EventKind::roleChanged)
 	{
 		noteChange(event);
@@ -312,7 +276,7 @@ void HistoryMachine::emit(const Event& event)
 /// An agent's start ends the master's role, and is no failover of the pair. Neither is a
 /// planned move. Of one that the partner began this node sees only that it is asked: what it
 /// takes so just before it gives it away as planned, or just after, is the other way of the move.
-void HistoryMachine::noteChange(const Event& event)
+void History::noteChange(const Event& event)
 {
 	std::vector<Instant>& changes = m_snapshot.roleChanges;
 	const Event before = m_snapshot.lastRoleChange.value_or(Event());
@@ -330,7 +294,7 @@ void HistoryMachine::noteChange(const Event& event)
 }
 
 /// Whether the programs of this master were ended to move the service.
-bool HistoryMachine::isPlanned() const
+bool History::isPlanned() const
 {
 	if (!m_lastMove || !m_snapshot.role || m_snapshot.role->value != Role::master)
 	{
@@ -340,8 +304,8 @@ bool HistoryMachine::isPlanned() const
 	return move && *move >= m_snapshot.role->since && m_now - *move < kMove;
 }
 
-void HistoryMachine::emit(EventKind kind, Cause cause, std::string subject, std::string detail,
-                          std::optional<Milliseconds> duration)
+void History::emit(EventKind kind, Cause cause, std::string subject, std::string detail,
+                   std::optional<Milliseconds> duration)
 {
 	Event one = event(kind, cause);
 	one.subject = std::move(subject);
@@ -350,31 +314,20 @@ void HistoryMachine::emit(EventKind kind, Cause cause, std::string subject, std:
 	emit(one);
 }
 
-Milliseconds HistoryMachine::since(Instant time) const
+Milliseconds History::since(Instant time) const
 {
 	return between(time, m_now);
 }
 
-std::string HistoryMachine::behind(std::string_view prefix) const
+std::optional<Milliseconds> History::lasted(std::optional<Instant>& begun) const
+{
+	const std::optional<Instant> begin = std::exchange(begun, std::nullopt);
+	return begin ? std::optional(since(*begin)) : std::nullopt;
+}
+
+std::string History::behind(std::string_view prefix) const
 {
 	return m_line->text.starts_with(prefix) ? m_line->text.substr(prefix.size()) : m_line->text;
-}
-
-History::History(Sink sink, Commands commands, LastMove lastMove)
-    : m_machine(std::make_unique<HistoryMachine>(std::move(sink), std::move(commands), std::move(lastMove)))
-{
-}
-
-History::~History() = default;
-
-void History::feed(const LogLine& line)
-{
-	m_machine->feed(line);
-}
-
-const Snapshot& History::snapshot() const
-{
-	return m_machine->snapshot();
 }
 
 } // namespace velarix::ctl

@@ -1,4 +1,5 @@
-#include "ctl/history/HistoryMachine.h"
+// What is found wrong, and the partner's heartbeats.
+#include "ctl/history/History.h"
 
 namespace velarix::ctl
 {
@@ -18,7 +19,58 @@ Role roleOf(const Heartbeat& heartbeat)
 
 } // namespace
 
-void HistoryMachine::heartbeatReceived()
+void History::found(Fault fault, std::string detail)
+{
+	FaultState& is = state(fault);
+	is.reported.at = m_now;
+	if (is.there || (fault == Fault::programs && isPlanned()))
+	{
+		return;
+	}
+	is.there = true;
+	is.reported.since = m_now;
+	is.reported.value = detail;
+	emit(EventKind::faultFound, Cause::none, std::string(wordOf(fault)), std::move(detail));
+}
+
+void History::gone(Fault fault, std::string detail)
+{
+	FaultState& is = state(fault);
+	is.reported.at = m_now;
+	if (!is.there)
+	{
+		return;
+	}
+	const Milliseconds there = since(is.reported.since);
+	is.there = false;
+	is.reported.since = m_now;
+	is.reported.value.clear();
+	emit(EventKind::faultGone, Cause::none, std::string(wordOf(fault)), std::move(detail), there);
+}
+
+/// A probe that nobody answered, with the reason that a line before it reported.
+void History::unanswered(Fault fault)
+{
+	found(fault, std::exchange(m_agent.probeError, {}));
+}
+
+/// "service IP Check Failed: TEXT[CODE:1]": the reason, which the line behind it
+/// does not tell.
+void History::probeError()
+{
+	constexpr std::string_view mark = " Check Failed: ";
+	const std::size_t at = m_line->text.find(mark);
+	m_agent.probeError = oneLine(at == std::string::npos ? m_line->text : m_line->text.substr(at + mark.size()));
+}
+
+/// Also ends an action on a heartbeat in its middle.
+void History::serverError()
+{
+	m_agent.takeOverError = oneLine(behind("Server Error: "));
+	noteError();
+}
+
+void History::heartbeatReceived()
 {
 	const std::string text = behind("received message: ");
 	if (const std::optional<Heartbeat> heartbeat = parseHeartbeat(text))
@@ -31,9 +83,8 @@ void HistoryMachine::heartbeatReceived()
 	}
 }
 
-void HistoryMachine::heard(const Heartbeat& heartbeat)
+void History::heard(const Heartbeat& heartbeat)
 {
-	++m_snapshot.heartbeatsReceived;
 	const std::optional<Reported<Heartbeat>> before = m_snapshot.received;
 	tell(m_snapshot.received, heartbeat);
 	if (m_snapshot.partnerLost)
@@ -65,7 +116,7 @@ void HistoryMachine::heard(const Heartbeat& heartbeat)
 	}
 }
 
-void HistoryMachine::heartbeatSent()
+void History::heartbeatSent()
 {
 	const std::size_t begin = m_line->text.find("]:");
 	const std::optional<Heartbeat> heartbeat = parseHeartbeat(
@@ -76,7 +127,6 @@ void HistoryMachine::heartbeatSent()
 	{
 		return;
 	}
-	++m_snapshot.heartbeatsSent;
 	tell(m_snapshot.sent, *heartbeat);
 	// A heartbeat composed just before a change tells the old value, one after it
 	// never does.
@@ -89,14 +139,14 @@ void HistoryMachine::heartbeatSent()
 	}
 }
 
-void HistoryMachine::partnerRefuses()
+void History::partnerRefuses()
 {
 	++m_snapshot.refusals;
 	const std::string text = behind("Sender ");
 	found(Fault::partnerPort, oneLine(text.substr(0, text.rfind('['))));
 }
 
-void HistoryMachine::nobodyConnected()
+void History::nobodyConnected()
 {
 	if (m_snapshot.partnerLost)
 	{
@@ -110,7 +160,7 @@ void HistoryMachine::nobodyConnected()
 
 /// Once it is known that the partner's host is there, the count begins again and
 /// again and tells nothing new.
-void HistoryMachine::countSilence(int silences)
+void History::countSilence(int silences)
 {
 	m_snapshot.silences = silences;
 	if (!m_snapshot.fault(Fault::heartbeats).there)

@@ -1,9 +1,9 @@
-#include "ctl/history/HistoryMachine.h"
+#include "ctl/history/History.h"
 
 namespace velarix::ctl
 {
 
-void HistoryMachine::setRole(Role role, Cause cause)
+void History::setRole(Role role, Cause cause)
 {
 	const Role before = m_snapshot.role ? m_snapshot.role->value : Role::unknown;
 	if (before == role)
@@ -32,64 +32,48 @@ void HistoryMachine::setRole(Role role, Cause cause)
 
 /// Each pass of the receiver begins here; whatever an action of the pass before
 /// was interrupted by, it is over.
-void HistoryMachine::passBegins()
+void History::passBegins()
 {
-	if (m_snapshot.takeOver)
-	{
-		endTakeOver(EventKind::takeOverUnfinished, m_agent.takeOverError);
-	}
+	endTakeOver(EventKind::takeOverUnfinished, m_agent.takeOverError);
 	m_agent.doing = Cause::none;
 	m_agent.awaited = Awaited::notKnown;
 }
 
-void HistoryMachine::judgedAsMaster()
-{
-	if (m_snapshot.role)
-	{
-		setRole(Role::master, Cause::notLogged);
-	}
-	else
-	{
-		tell(m_snapshot.role, Role::master);
-	}
-}
-
 /// A node that goes back to its configured role as standby, and whose programs do
 /// not run, does not say so: its next judgement does.
-void HistoryMachine::judgedAsSlave()
+void History::judgedAs(Role role)
 {
-	if (m_snapshot.role)
+	if (!m_snapshot.role)
 	{
-		setRole(Role::slave, m_snapshot.fault(Fault::bothMasters).there ? Cause::bothMasters : Cause::notLogged);
+		tell(m_snapshot.role, role);
+		return;
 	}
-	else
-	{
-		tell(m_snapshot.role, Role::slave);
-	}
+	const bool silently = role == Role::slave && m_snapshot.fault(Fault::bothMasters).there;
+	setRole(role, silently ? Cause::bothMasters : Cause::notLogged);
 }
 
 /// What a master gives up for; the next message says that it does.
-void HistoryMachine::lost(Fault fault, Cause cause)
+void History::lost(Fault fault, Cause cause)
 {
 	found(fault);
 	m_agent.giveUpCause = cause;
 }
 
-void HistoryMachine::givesUp()
+void History::givesUp()
 {
 	setRole(Role::slave, m_agent.giveUpCause);
 	m_agent.doing = Cause::giveUp;
 	m_agent.awaited = Awaited::kill;
 }
 
-void HistoryMachine::givesUpAndAsks()
+void History::givesUpAndAsks()
 {
 	givesUp();
 	m_agent.awaited = Awaited::killThenStop;
 	ask();
 }
 
-void HistoryMachine::givesUpWithoutPrograms()
+void History::givesUpWithoutPrograms()
 {
 	m_agent.giveUpCause = isPlanned() ? Cause::switchover : Cause::programsGone;
 	givesUp();
@@ -98,11 +82,11 @@ void HistoryMachine::givesUpWithoutPrograms()
 }
 
 /// A first message of it may be missing: the kill before the start, or the start.
-void HistoryMachine::takesOver(Cause cause)
+void History::takesOver(Cause cause, Awaited next)
 {
 	setRole(Role::master, cause);
 	m_agent.doing = Cause::takeOver;
-	m_agent.awaited = Awaited::kill;
+	m_agent.awaited = next;
 	if (!m_snapshot.takeOver)
 	{
 		m_snapshot.takeOver = event(EventKind::takeOverBegan, cause);
@@ -111,79 +95,60 @@ void HistoryMachine::takesOver(Cause cause)
 	}
 }
 
-void HistoryMachine::takesOverAsAsked()
-{
-	takesOver(Cause::partnerAsked);
-	m_agent.awaited = Awaited::stop;
-}
-
-void HistoryMachine::leavesForConfiguredRole()
+void History::leavesForConfiguredRole()
 {
 	setRole(Role::slave, m_agent.resetCause);
 	m_agent.doing = m_agent.resetCause;
 	m_agent.awaited = Awaited::killThenStop;
 }
 
-void HistoryMachine::bothSlaves()
+void History::bothSlaves()
 {
 	m_agent.resetCause = Cause::configuredRole;
 	gone(Fault::bothMasters);
 }
 
-void HistoryMachine::bothMasters(bool ok)
+void History::bothMasters(bool ok)
 {
 	m_agent.resetCause = Cause::bothMasters;
-	setNetwork(ok);
+	tell(m_snapshot.networkOk, ok);
 	found(Fault::bothMasters);
 }
 
-void HistoryMachine::judged(bool ok)
+void History::judged(bool ok)
 {
-	setNetwork(ok);
+	tell(m_snapshot.networkOk, ok);
 	gone(Fault::bothMasters);
 }
 
-void HistoryMachine::setNetwork(bool ok)
+void History::endTakeOver(EventKind kind, std::string detail)
 {
-	tell(m_snapshot.networkOk, ok);
-}
-
-void HistoryMachine::endTakeOver(EventKind kind, std::string detail)
-{
-	if (m_snapshot.takeOver)
+	if (const std::optional<Event> began = std::exchange(m_snapshot.takeOver, std::nullopt))
 	{
-		const Event began = *m_snapshot.takeOver;
-		m_snapshot.takeOver.reset();
-		emit(kind, began.cause, {}, std::move(detail), since(began.time));
+		emit(kind, began->cause, {}, std::move(detail), since(began->time));
 	}
 }
 
-void HistoryMachine::ask()
+void History::ask()
 {
 	m_agent.askMade = m_now;
 	tell(m_snapshot.asking, true);
 	emit(EventKind::askMade, m_agent.giveUpCause);
 }
 
-void HistoryMachine::endAsk(EventKind kind)
+void History::endAsk(EventKind kind)
 {
 	if (!m_snapshot.asking || !m_snapshot.asking->value)
 	{
 		return;
 	}
-	std::optional<Milliseconds> duration;
-	if (m_agent.askMade)
-	{
-		duration = since(*m_agent.askMade);
-	}
-	m_agent.askMade.reset();
 	tell(m_snapshot.asking, false);
-	emit(kind, Cause::none, {}, {}, duration);
+	emit(kind, Cause::none, {}, {}, lasted(m_agent.askMade));
 }
 
 /// A master's heartbeat, judged with the own status OK: without an ask of its own
 /// it ends this node's.
-void HistoryMachine::answerSeen()
+void History::answerSeen()
 {
 	judged(true);
 	if (!behind("szTmp[1] szPartnerProcessRunning[").starts_with('1'))

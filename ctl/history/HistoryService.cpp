@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "ctl/history/HistoryMachine.h"
+#include "ctl/history/History.h"
 
 namespace velarix::ctl
 {
@@ -48,13 +48,13 @@ bool isRound(int count)
 
 } // namespace
 
-void HistoryMachine::agentCleans()
+void History::expectStop(Cause doing)
 {
-	m_agent.doing = Cause::agentStart;
+	m_agent.doing = doing;
 	m_agent.awaited = Awaited::stop;
 }
 
-void HistoryMachine::commandRun()
+void History::commandRun()
 {
 	const auto [command, output] = split(m_line->text, m_commands);
 	if (command == kServiceCarrier || command == kCommunicationCarrier)
@@ -98,7 +98,7 @@ void HistoryMachine::commandRun()
 	}
 }
 
-void HistoryMachine::killed(std::string_view program, const std::string& output)
+void History::killed(std::string_view program, const std::string& output)
 {
 	m_agent.killedFor = m_agent.doing;
 	emit(EventKind::programKilled, m_agent.doing, std::string(program), output);
@@ -106,7 +106,7 @@ void HistoryMachine::killed(std::string_view program, const std::string& output)
 
 /// Each start of the address begins with a stop: that tells something only when
 /// the address may have been there.
-void HistoryMachine::dropped(const std::string& output)
+void History::dropped(const std::string& output)
 {
 	const bool mayHaveBeenThere = m_snapshot.address && m_snapshot.address->value != AddressState::dropped;
 	if (m_agent.doing != Cause::takeOver || mayHaveBeenThere)
@@ -114,36 +114,19 @@ void HistoryMachine::dropped(const std::string& output)
 		emit(EventKind::addressDropped, m_agent.doing, {}, output);
 	}
 	m_agent.addressBegun.reset();
-	setAddress(AddressState::dropped);
+	tell(m_snapshot.address, AddressState::dropped);
 }
 
-void HistoryMachine::startsPrograms()
+void History::scriptWasRun()
 {
-	m_agent.doing = Cause::takeOver;
-	m_agent.awaited = Awaited::stop;
-}
-
-void HistoryMachine::scriptWasRun()
-{
-	std::optional<Milliseconds> duration;
-	if (m_agent.scriptBegun)
-	{
-		duration = since(*m_agent.scriptBegun);
-	}
-	m_agent.scriptBegun.reset();
 	m_agent.killedFor = Cause::none;
 	emit(EventKind::programsStarted, m_snapshot.takeOver ? m_snapshot.takeOver->cause : Cause::notLogged, {}, {},
-	     duration);
+	     lasted(m_agent.scriptBegun));
 	endTakeOver(EventKind::takeOverDone);
 	m_agent.doing = Cause::none;
 }
 
-void HistoryMachine::setAddress(AddressState address)
-{
-	tell(m_snapshot.address, address);
-}
-
-void HistoryMachine::addressNotListed()
+void History::addressNotListed()
 {
 	m_agent.awaited = Awaited::start;
 	if (!m_agent.addressBegun)
@@ -151,12 +134,12 @@ void HistoryMachine::addressNotListed()
 		m_agent.addressBegun = m_now;
 		m_agent.addressTries = 0;
 		m_snapshot.failedStarts = 0;
-		setAddress(AddressState::starting);
+		tell(m_snapshot.address, AddressState::starting);
 		emit(EventKind::addressStarting, m_agent.doing);
 	}
 }
 
-void HistoryMachine::addressPinged()
+void History::addressPinged()
 {
 	if (behind("ping: ") != "0")
 	{
@@ -165,17 +148,16 @@ void HistoryMachine::addressPinged()
 	}
 	if (!m_snapshot.address || m_snapshot.address->value != AddressState::waiting)
 	{
-		setAddress(AddressState::waiting);
 		emit(EventKind::addressWaiting);
 	}
-	setAddress(AddressState::waiting);
+	tell(m_snapshot.address, AddressState::waiting);
 }
 
-void HistoryMachine::addressFailed()
+void History::addressFailed()
 {
 	++m_agent.addressTries;
 	m_snapshot.failedStarts = m_agent.addressTries;
-	setAddress(AddressState::starting);
+	tell(m_snapshot.address, AddressState::starting);
 	const std::string output = oneLine(behind("can't start virtual ip: "));
 	m_snapshot.startOutput = output;
 	if (isRound(m_agent.addressTries))
@@ -194,13 +176,9 @@ void HistoryMachine::addressFailed()
 	m_agent.addressError.clear();
 }
 
-void HistoryMachine::addressUp(const std::string& how)
+void History::addressUp(const std::string& how)
 {
-	std::optional<Milliseconds> duration;
-	if (m_agent.addressBegun)
-	{
-		duration = since(*m_agent.addressBegun);
-	}
+	const std::optional<Milliseconds> duration = lasted(m_agent.addressBegun);
 	const bool news = duration || !m_snapshot.address || m_snapshot.address->value != AddressState::up;
 	std::string tries;
 	if (m_agent.addressTries > 0)
@@ -208,17 +186,16 @@ void HistoryMachine::addressUp(const std::string& how)
 		tries = ", after " + std::to_string(m_agent.addressTries) + " failed start";
 		tries += m_agent.addressTries > 1 ? "s" : "";
 	}
-	m_agent.addressBegun.reset();
 	m_agent.addressTries = 0;
 	m_snapshot.failedStarts = 0;
-	setAddress(AddressState::up);
+	tell(m_snapshot.address, AddressState::up);
 	if (news)
 	{
 		emit(EventKind::addressUp, Cause::none, {}, how + tries, duration);
 	}
 }
 
-void HistoryMachine::programsCounted()
+void History::programsCounted()
 {
 	const bool running = m_line->text.ends_with('1');
 	const std::optional<Reported<bool>> before = m_snapshot.programsRun;

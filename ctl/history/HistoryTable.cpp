@@ -2,7 +2,7 @@
 #include <array>
 #include <span>
 
-#include "ctl/history/HistoryMachine.h"
+#include "ctl/history/History.h"
 
 namespace velarix::ctl
 {
@@ -10,7 +10,7 @@ namespace velarix::ctl
 /// What is done at which message, ascending by the line's number in each source file.
 struct HistoryTable
 {
-	using M = HistoryMachine;
+	using M = History;
 
 	struct Row
 	{
@@ -19,13 +19,13 @@ struct HistoryTable
 	};
 
 	static constexpr std::array kAgent{
-	    Row{25, [](M& m) { m.agentCleans(); }},
+	    Row{25, [](M& m) { m.expectStop(Cause::agentStart); }},
 	};
 
 	static constexpr std::array kReceiver{
 	    Row{79, [](M& m) { m.serverError(); }},
 	    Row{94, [](M& m) { m.passBegins(); }},
-	    Row{99, [](M& m) { m.setNetwork(false); }},
+	    Row{99, [](M& m) { m.tell(m.m_snapshot.networkOk, false); }},
 	    Row{106, [](M& m) { m.givesUpWithoutPrograms(); }},
 	    Row{146, [](M& m) { m.nobodyConnected(); }},
 	    Row{150, [](M& m) { m.m_snapshot.silences = 0; }},
@@ -47,30 +47,30 @@ struct HistoryTable
 	    Row{324, [](M& m) { m.bothMasters(false); }},
 	    Row{329, [](M& m) { m.judged(true); }},
 	    Row{350, [](M& m) { m.answerSeen(); }},
-	    Row{368, [](M& m) { m.setNetwork(true), m.endAsk(EventKind::askAnswered); }},
-	    Row{389, [](M& m) { m.setNetwork(false), m.endAsk(EventKind::askAnswered); }},
+	    Row{368, [](M& m) { m.tell(m.m_snapshot.networkOk, true), m.endAsk(EventKind::askAnswered); }},
+	    Row{389, [](M& m) { m.tell(m.m_snapshot.networkOk, false), m.endAsk(EventKind::askAnswered); }},
 	    Row{403, [](M& m) { m.judged(true); }},
 	    // The ask field of a standby's heartbeat is looked at only when this node does not
 	    // ask, or has counted the last heartbeat that it waits for.
 	    Row{411, [](M& m) { m.judged(true), m.endAsk(EventKind::askUnanswered); }},
-	    Row{414, [](M& m) { m.takesOverAsAsked(); }},
+	    Row{414, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
 	    Row{418, [](M& m) { m.bothSlaves(); }},
 	    Row{429, [](M& m) { m.judged(false); }},
 	    Row{434, [](M& m) { m.judged(false), m.endAsk(EventKind::askUnanswered); }},
 	    Row{440, [](M& m) { m.judged(false); }},
-	    Row{443, [](M& m) { m.takesOverAsAsked(); }},
+	    Row{443, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
 	    Row{447, [](M& m) { m.bothSlaves(); }},
 	    Row{470, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
 	    Row{473, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
 	    Row{480, [](M& m) { m.leavesForConfiguredRole(); }},
-	    Row{505, [](M& m) { m.judgedAsMaster(); }},
+	    Row{505, [](M& m) { m.judgedAs(Role::master); }},
 	    Row{508, [](M& m) { m.lost(Fault::gateway, Cause::gatewaySilent); }},
 	    Row{509, [](M& m) { m.givesUp(); }},
 	    Row{516, [](M& m) { m.lost(Fault::serviceAddress, Cause::serviceAddressSilent); }},
 	    Row{517, [](M& m) { m.givesUp(); }},
 	    Row{524, [](M& m) { m.lost(Fault::serviceInterface, Cause::serviceInterfaceDown); }},
 	    Row{525, [](M& m) { m.givesUpAndAsks(); }},
-	    Row{538, [](M& m) { m.judgedAsSlave(); }},
+	    Row{538, [](M& m) { m.judgedAs(Role::slave); }},
 	    Row{549, [](M& m) { m.takesOver(Cause::partnerAndServiceSilent); }},
 	    Row{564, [](M& m) { m.gone(Fault::programs); }},
 	    Row{567, [](M& m) { m.found(Fault::programs); }},
@@ -86,7 +86,7 @@ struct HistoryTable
 	};
 
 	static constexpr std::array kService{
-	    Row{48, [](M& m) { m.startsPrograms(); }},
+	    Row{48, [](M& m) { m.expectStop(Cause::takeOver); }},
 	    Row{62, [](M& m) { m.m_agent.scriptBegun = m.m_now; }},
 	    Row{78, [](M& m) { m.scriptWasRun(); }},
 	    Row{432, [](M& m) { m.addressFailed(); }},

@@ -25,8 +25,8 @@ constexpr int kArchives = 9;
 
 std::optional<KeeperEvent> parseKeeperLine(const std::string& line)
 {
-	static const inspect::Pattern kLine(R"((\S+) (ha-[a-z0-9_-]+|velarixctl)\[(\d{1,9})\] ([a-z-]+): (.*))");
-	const inspect::Pattern::Groups parts = kLine.matched(line);
+	static const Pattern kLine(R"((\S+) (ha-[a-z0-9_-]+|velarixctl)\[(\d{1,9})\] ([a-z-]+): (.*))");
+	const Pattern::Groups parts = kLine.matched(line);
 	int zone = 0;
 	Poco::DateTime date;
 	if (parts.empty() || !Poco::DateTimeParser::tryParse("%Y-%m-%dT%H:%M:%S.%i%z", parts[1], date, zone))

@@ -95,10 +95,10 @@ constexpr std::array kWords{
 
 std::vector<const CatalogueRow*> explainKeeper(std::string_view message)
 {
-	static const inspect::Pattern kLine(R"((ha-[a-z0-9_-]+|velarixctl)(?:\[\d+\]:?)? ([a-z-]+): )");
+	static const Pattern kLine(R"((ha-[a-z0-9_-]+|velarixctl)(?:\[\d+\]:?)? ([a-z-]+): )");
 	const std::string text(message.substr(0, kLongest));
 	const bool named = text.find("ha-") != std::string::npos || text.find(kOperator) != std::string::npos;
-	const inspect::Pattern::Groups parts = named ? kLine.found(text) : inspect::Pattern::Groups();
+	const Pattern::Groups parts = named ? kLine.found(text) : Pattern::Groups();
 	const bool line = !parts.empty();
 	const std::string word = line ? parts[2] : text;
 	const std::string program = line ? parts[1] : "";

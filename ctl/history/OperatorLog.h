@@ -12,8 +12,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 /// In the place of a program of the keeper's.
 inline constexpr std::string_view kOperator = "velarixctl";
 /// The words of its lines.

@@ -1,39 +1,30 @@
 #include "ctl/history/Since.h"
 
-#include "inspect/Pattern.h"
 #include <algorithm>
 #include <array>
-#include <cstdint>
-#include <ctime>
 #include <string>
-#include <utility>
+
+#include <Poco/DateTime.h>
+#include <Poco/DateTimeParser.h>
+
+#include "inspect/Pattern.h"
+#include "inspect/TimeText.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
 
 using namespace std::chrono_literals;
 
-std::optional<std::chrono::seconds> unitOf(const std::string& word)
-{
-	static const std::array<std::pair<Pattern, std::chrono::seconds>, 5> kUnits{{{Pattern("s|secs?|seconds?"), 1s},
-	                                                                             {Pattern("m|mins?|minutes?"), 1min},
-	                                                                             {Pattern("h|hrs?|hours?"), 1h},
-	                                                                             {Pattern("d|days?"), 24h},
-	                                                                             {Pattern("w|wks?|weeks?"), 24h * 7}}};
-	const auto* const unit =
-	    std::ranges::find_if(kUnits, [&](const auto& one) { return !one.first.matched(word).empty(); });
-	return unit == kUnits.end() ? std::nullopt : std::optional(unit->second);
-}
-
 /// "1d12h", "1.5 weeks", "5 minutes ago"
 std::optional<std::chrono::milliseconds> spanOf(std::string text)
 {
-	static const Pattern kPart(R"(^(\d{1,10})(?:\.(\d{1,3}))? *([a-z]+) *)");
+	static const Pattern kPart(R"(^(\d{1,10})(?:\.(\d{1,3}))? *)"
+	                           R"((?:(s|secs?|seconds?)|(m|mins?|minutes?)|(h|hrs?|hours?)|(d|days?)|(w|wks?|weeks?)))"
+	                           R"((?![a-z]) *)");
+	constexpr std::array<std::chrono::seconds, 5> units{1s, 1min, 1h, 24h, 24h * 7};
 	constexpr std::int64_t most = 1'000'000'000;
 	constexpr std::chrono::hours longest = 24h * 366 * 200;
 	text.resize(text.size() - (text.ends_with(" ago") ? sizeof(" ago") - 1 : 0));
@@ -41,18 +32,15 @@ std::optional<std::chrono::milliseconds> spanOf(std::string text)
 	do
 	{
 		const Pattern::Groups part = kPart.found(text);
-		if (part.empty())
+		const std::int64_t whole = part.empty() ? most + 1 : std::stoll(part[1]);
+		if (whole > most)
 		{
 			return std::nullopt;
 		}
-		const std::int64_t whole = std::stoll(part[1]);
 		const std::int64_t thousandths = std::stoll((part[2] + "000").substr(0, 3));
-		const std::optional<std::chrono::seconds> unit = unitOf(part[3]);
-		if (!unit || whole > most)
-		{
-			return std::nullopt;
-		}
-		span += std::chrono::milliseconds(unit->count() * (whole * 1000 + thousandths));
+		const auto unit = std::find_if(part.begin() + 3, part.end(), [](const auto& word) { return !word.empty(); });
+		span += std::chrono::milliseconds(units.at(static_cast<std::size_t>(unit - part.begin() - 3)).count() *
+		                                  (whole * 1000 + thousandths));
 		if (span > longest)
 		{
 			return std::nullopt;
@@ -64,9 +52,8 @@ std::optional<std::chrono::milliseconds> spanOf(std::string text)
 
 /// Fills up what is left out: seconds, or the whole time of the day.
 /// @return "2026-11-21 09:07:05.0"; empty for another shape
-std::string wholeDate(std::string_view text)
+std::string wholeDate(std::string date)
 {
-	std::string date(text);
 	if (date.size() > 10 && date[10] == 'T')
 	{
 		date[10] = ' ';
@@ -76,55 +63,50 @@ std::string wholeDate(std::string_view text)
 	return known ? date + std::string(full.substr(date.size())) : std::string();
 }
 
-std::string dayOf(Instant time)
+std::optional<Instant> readDate(const std::string& date)
 {
-	const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-	std::tm date{};
-	::localtime_r(&seconds, &date);
-	std::array<char, 16> text{};
-	const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%d", &date);
-	return {text.data(), size};
+	return LogClock().read(wholeDate(date));
 }
 
-/// @param date whole and of a day that exists
 std::optional<Instant> readUtc(const std::string& date)
 {
-	std::tm parts{};
-	if (::strptime(date.c_str(), "%Y-%m-%d %H:%M:%S", &parts) == nullptr)
-	{
-		return std::nullopt;
-	}
-	return std::chrono::system_clock::from_time_t(::timegm(&parts));
+	int zone = 0;
+	Poco::DateTime time;
+	return readDate(date) && Poco::DateTimeParser::tryParse("%Y-%m-%d %H:%M:%S.%i", wholeDate(date), time, zone)
+	           ? std::optional<Instant>(std::chrono::microseconds(time.timestamp().epochMicroseconds()))
+	           : std::nullopt;
+}
+
+std::string dayOf(Instant time)
+{
+	return localText(time).substr(0, sizeof("2026-11-21") - 1);
 }
 
 } // namespace
 
 std::optional<Instant> parseSince(std::string_view text, Instant now)
 {
-	LogClock clock;
+	const std::string date(text);
+	const bool hasTime = date.find(':') != std::string::npos;
+	const bool hasDate = date.find('-') != std::string::npos;
 	std::optional<Instant> time;
-	if (text == "today")
+	if (date == "today")
 	{
-		time = clock.read(wholeDate(dayOf(now)));
+		time = readDate(dayOf(now));
 	}
-	else if (text == "yesterday")
+	else if (date == "yesterday")
 	{
-		const std::optional<Instant> today = clock.read(wholeDate(dayOf(now)));
-		time = LogClock().read(wholeDate(dayOf(*today - 12h)));
+		time = readDate(dayOf(*readDate(dayOf(now)) - 12h));
 	}
-	else if (text.ends_with('Z') && LogClock().read(wholeDate(text.substr(0, text.size() - 1))))
+	else if (date.ends_with('Z') && hasDate)
 	{
-		time = readUtc(wholeDate(text.substr(0, text.size() - 1)));
+		time = readUtc(date.substr(0, date.size() - 1));
 	}
-	else if (text.find(':') != std::string_view::npos && text.find('-') == std::string_view::npos)
+	else if (hasDate || hasTime)
 	{
-		time = clock.read(wholeDate(dayOf(now) + " " + std::string(text)));
+		time = readDate(hasDate ? date : dayOf(now) + " " + date);
 	}
-	else if (text.find('-') != std::string_view::npos)
-	{
-		time = clock.read(wholeDate(text));
-	}
-	else if (const std::optional<std::chrono::milliseconds> span = spanOf(std::string(text)))
+	else if (const std::optional<std::chrono::milliseconds> span = spanOf(date))
 	{
 		time = now - *span;
 	}

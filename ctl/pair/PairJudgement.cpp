@@ -89,7 +89,7 @@ public:
 		{
 			nodes(*report);
 		}
-		std::ranges::stable_sort(m_problems, {}, [](const PairProblem& one) { return -rank(one.severity); });
+		std::ranges::stable_sort(m_problems, {}, [](const PairProblem& one) { return -rankOf(one.severity); });
 		return std::move(m_problems);
 	}
 
@@ -98,12 +98,6 @@ private:
 	const Json& m_own;
 	const Json& m_partner;
 	std::vector<PairProblem> m_problems;
-
-	static int rank(NagiosStatus status)
-	{
-		constexpr std::array<int, 4> ranks{0, 1, 3, 2};
-		return ranks.at(static_cast<std::size_t>(status));
-	}
 
 	void add(std::string id, NagiosStatus severity, std::string text, std::string cure, std::string node = kPair)
 	{
@@ -280,12 +274,6 @@ std::vector<PairProblem> judgePair(const PairReports& reports)
 NagiosStatus verdictOf(const std::vector<PairProblem>& problems)
 {
 	return problems.empty() ? NagiosStatus::ok : problems.front().severity;
-}
-
-const char* wordOf(NagiosStatus status)
-{
-	constexpr std::array<const char*, 4> words{"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-	return words.at(static_cast<std::size_t>(status));
 }
 
 } // namespace velarix::ctl

@@ -43,9 +43,6 @@ std::vector<PairProblem> judgePair(const PairReports& reports);
 /// @return of the first problem; ok without one
 NagiosStatus verdictOf(const std::vector<PairProblem>& problems);
 
-/// "OK", "WARNING", ...
-const char* wordOf(NagiosStatus status);
-
 /// "2026-11-21 07:59:24 UTC" of the time in a report.
 std::string shortTime(const std::string& iso);
 

@@ -10,8 +10,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 

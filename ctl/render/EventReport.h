@@ -12,18 +12,13 @@
 namespace velarix::ctl
 {
 
-/// What happened, in words: "standby -> master: the partner gave up and asked".
-std::string describe(const Event& event);
-
 /// One line with aligned columns: local time, the event's word, how long it took
 /// or lasted, what happened, the place in the log. No line feed.
 std::string textLine(const Event& event, bool colour);
 /// The same of the keeper's; the word is "keeper".
 std::string textLine(const KeeperEvent& event, bool colour);
 
-/// What an event means to whoever is informed: "problem", "recovery" (a problem is over),
-/// "change" (the service begins or ends to move) or "detail".
-std::string_view severityOf(const Event& event);
+/// As that of an event of the agent (Events.h).
 std::string_view severityOf(const KeeperEvent& event);
 
 /// The header of these columns.

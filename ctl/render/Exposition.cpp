@@ -4,30 +4,19 @@
 #include <charconv>
 #include <utility>
 
+#include <Poco/String.h>
+
 namespace velarix::ctl
 {
 
 namespace
 {
 
-/// @param quotes whether quotes are escaped too, as in label values
-std::string escaped(std::string_view text, bool quotes)
+std::string escaped(std::string_view text)
 {
-	std::string result;
-	for (const char character : text)
-	{
-		if (character == '\n')
-		{
-			result += "\\n";
-			continue;
-		}
-		if (character == '\\' || (quotes && character == '"'))
-		{
-			result += '\\';
-		}
-		result += character;
-	}
-	return result;
+	std::string result(text);
+	Poco::replaceInPlace(result, std::string("\\"), std::string("\\\\"));
+	return Poco::replaceInPlace(result, std::string("\n"), std::string("\\n"));
 }
 
 /// Milliseconds at most, without zeros that tell nothing.
@@ -50,7 +39,7 @@ std::string numberText(double value)
 void Exposition::family(std::string_view name, std::string_view help, std::string_view type)
 {
 	m_name = "velarix_" + std::string(name);
-	m_head = "# HELP " + m_name + " " + escaped(help, false) + "\n";
+	m_head = "# HELP " + m_name + " " + escaped(help) + "\n";
 	m_head += "# TYPE " + m_name + " " + std::string(type) + "\n";
 }
 
@@ -60,7 +49,8 @@ void Exposition::sample(double value, Labels labels)
 	char separator = '{';
 	for (const auto& [name, content] : labels)
 	{
-		m_text += separator + std::string(name) + "=\"" + escaped(content, true) + "\"";
+		m_text += separator + std::string(name) + "=\"" +
+		          Poco::replace(escaped(content), std::string("\""), std::string("\\\"")) + "\"";
 		separator = ',';
 	}
 	m_text += (separator == ',' ? "} " : " ") + numberText(value) + "\n";

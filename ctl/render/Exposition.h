@@ -23,11 +23,9 @@ public:
 
 	/// A sample of the family begun last.
 	void sample(double value, Labels labels = {});
-	void sample(bool value, Labels labels = {}) { sample(value ? 1.0 : 0.0, labels); }
 
 	/// A family of one sample; nothing at all for a value that is not known.
-	template <typename Value>
-	void single(std::string_view name, std::string_view help, const std::optional<Value>& value)
+	void single(std::string_view name, std::string_view help, std::optional<double> value)
 	{
 		if (value)
 		{

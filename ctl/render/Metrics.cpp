@@ -12,8 +12,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 
@@ -22,9 +20,9 @@ std::optional<double> epoch(const std::optional<Instant>& time)
 	return time ? std::optional(inSeconds(*time)) : std::nullopt;
 }
 
-std::optional<bool> flag(const Figure<bool>& figure)
+template <typename Value> std::optional<double> known(const Figure<Value>& figure)
 {
-	return figure.known() ? figure.reported : std::nullopt;
+	return figure.known() ? std::optional(static_cast<double>(*figure.reported)) : std::nullopt;
 }
 
 void addRoles(Exposition& out, std::string_view name, std::string_view help, const Figure<Role>& role)
@@ -52,24 +50,19 @@ void addAgent(Exposition& out, const NodeState& state)
 	const Agent& agent = state.agent;
 	if (agent.state != AgentState::notKnown)
 	{
-		out.single("agent_up", "Whether the agent of the pid file runs.",
-		           std::optional(agent.state == AgentState::running));
+		out.single("agent_up", "Whether the agent of the pid file runs.", agent.state == AgentState::running);
 	}
 	out.single("maintenance", "Whether an administrator has put this node into maintenance.",
-	           std::optional(state.maintenance.has_value()));
+	           state.maintenance.has_value());
 	out.single("agent_start_time_seconds", "When the agent was started.", epoch(agent.since));
 	if (agent.lives())
 	{
-		out.single("agent_threads", "Threads of the agent; four are right.", std::optional<double>(agent.threads));
+		out.single("agent_threads", "Threads of the agent; four are right.", agent.threads);
 	}
 	out.single("log_last_message_timestamp_seconds", "When the log's last message was written.",
 	           epoch(state.snapshot().lastMessage));
-	if (state.logSpace.known())
-	{
-		out.single("log_free_bytes", "Free space on the disk of the log.",
-		           std::optional(static_cast<double>(*state.logSpace.reported)));
-	}
-	out.single("log_trusted", "Whether the log tells how the node is now.", std::optional(state.distrust.empty()));
+	out.single("log_free_bytes", "Free space on the disk of the log.", known(state.logSpace));
+	out.single("log_trusted", "Whether the log tells how the node is now.", state.distrust.empty());
 }
 
 void addPair(Exposition& out, const NodeState& state)
@@ -81,10 +74,10 @@ void addPair(Exposition& out, const NodeState& state)
 	           epoch(state.heartbeat.at));
 	out.single("last_heartbeat_sent_timestamp_seconds", "When this node's last heartbeat went out.",
 	           epoch(state.sent.at));
-	out.single("partner_programs_running", "Whether the programs run on the partner.", flag(state.partnerRuns));
-	out.single("partner_asking", "Whether the partner asks this node to take the service.", flag(state.partnerAsks));
-	out.single("asking", "Whether this node asks its partner to take the service.", flag(state.asking));
-	out.single("network_ok", "This node's own verdict on its network.", flag(state.networkOk));
+	out.single("partner_programs_running", "Whether the programs run on the partner.", known(state.partnerRuns));
+	out.single("partner_asking", "Whether the partner asks this node to take the service.", known(state.partnerAsks));
+	out.single("asking", "Whether this node asks its partner to take the service.", known(state.asking));
+	out.single("network_ok", "This node's own verdict on its network.", known(state.networkOk));
 }
 
 void addChange(Exposition& out, const NodeState& state, const Counters& former)
@@ -100,19 +93,17 @@ void addPrograms(Exposition& out, const NodeState& state)
 		return;
 	}
 	const Programs& programs = *state.programs.reported;
-	out.single("programs_configured", "Managed programs in the settings.",
-	           std::optional(static_cast<double>(programs.each.size())));
-	out.single("programs_running", "Whether the programs run, by the agent's count.", std::optional(programs.run));
+	out.single("programs_configured", "Managed programs in the settings.", static_cast<double>(programs.each.size()));
+	out.single("programs_running", "Whether the programs run, by the agent's count.", programs.run);
 	out.gauge("program_processes", "Processes whose name contains that of a managed program.");
 	std::set<std::string> reported;
 	for (const ProgramCount& program : programs.each)
 	{
 		// Programs of one name have the same processes, and one sample.
-		if (!reported.insert(program.name).second)
+		if (reported.insert(program.name).second)
 		{
-			continue;
+			out.sample(program.processes, {{"program", printable(program.name)}});
 		}
-		out.sample(static_cast<double>(program.processes), {{"program", printable(program.name)}});
 	}
 }
 
@@ -126,8 +117,8 @@ void addKeeper(Exposition& out, const NodeState& state)
 	out.gauge("keeper_address_state", "The state of the virtual address to the keeper, in the label; always 1.");
 	out.sample(true, {{"state", printable(address.state)}});
 	out.single("keeper_address_conflicts", "Claims of other hosts while this node held the address.",
-	           std::optional(static_cast<double>(address.conflicts)));
-	out.single("keeper_marker", "Whether the marker of the address is there.", std::optional(state.keeper->marked));
+	           address.conflicts);
+	out.single("keeper_marker", "Whether the marker of the address is there.", state.keeper->marked);
 	out.gauge("keeper_service_state", "The state of a service to the keeper, in the label; always 1.");
 	for (const KeeperProgram& service : state.keeper->services)
 	{
@@ -136,7 +127,7 @@ void addKeeper(Exposition& out, const NodeState& state)
 	out.gauge("keeper_service_restarts", "Restarts of a service since the start of its supervisor.");
 	for (const KeeperProgram& service : state.keeper->services)
 	{
-		out.sample(static_cast<double>(service.restarts), {{"service", printable(service.name)}});
+		out.sample(service.restarts, {{"service", printable(service.name)}});
 	}
 }
 
@@ -147,15 +138,14 @@ void addTunnel(Exposition& out, const NodeState& state)
 		return;
 	}
 	out.single("tunnel_down", "Whether the partner answers beside the tunnel of the heartbeats and not in it.",
-	           std::optional(state.tunnel->down || !state.tunnel->present));
+	           state.tunnel->down || !state.tunnel->present);
 	if (const std::optional<host::TunnelSession>& session = state.tunnel->session)
 	{
 		out.single("tunnel_last_handshake_timestamp_seconds", "When the tunnel's last handshake was.",
 		           epoch(session->handshake));
 		out.single("tunnel_received_bytes", "Received in the tunnel since it is up.",
-		           std::optional(static_cast<double>(session->received)));
-		out.single("tunnel_sent_bytes", "Sent in the tunnel since it is up.",
-		           std::optional(static_cast<double>(session->sent)));
+		           static_cast<double>(session->received));
+		out.single("tunnel_sent_bytes", "Sent in the tunnel since it is up.", static_cast<double>(session->sent));
 	}
 }
 
@@ -180,8 +170,7 @@ void addKernel(Exposition& out, const NodeState& state)
 	}
 	if (state.address.known())
 	{
-		out.single("virtual_ip_held", "Whether the virtual address is on this node.",
-		           std::optional(state.address.reported->held));
+		out.single("virtual_ip_held", "Whether the virtual address is on this node.", state.address.reported->held);
 	}
 	out.gauge("interface_carrier", "Whether an interface has carrier; left out for one that is not there or down.");
 	for (const auto& [name, use, interface] :
@@ -194,7 +183,7 @@ void addKernel(Exposition& out, const NodeState& state)
 		}
 	}
 	addTunnel(out, state);
-	out.single("gateway_reachable", "Whether the gateway answers a ping.", flag(state.gatewayAnswers));
+	out.single("gateway_reachable", "Whether the gateway answers a ping.", known(state.gatewayAnswers));
 }
 
 void addFaults(Exposition& out, const NodeState& state)

@@ -14,33 +14,8 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
-
-constexpr std::array<const char*, 4> kWords{"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-
-/// How bad: unknown is worse than a warning and hidden by an alarm.
-constexpr int rank(NagiosStatus status)
-{
-	constexpr std::array<int, 4> kRanks{0, 1, 3, 2};
-	return kRanks[static_cast<std::size_t>(status)];
-}
-
-NagiosStatus statusOf(Grade grade)
-{
-	switch (grade)
-	{
-	case Grade::warning:
-		return NagiosStatus::warning;
-	case Grade::critical:
-		return NagiosStatus::critical;
-	case Grade::unknown:
-		break;
-	}
-	return NagiosStatus::unknown;
-}
 
 std::string shortestText(double value)
 {
@@ -66,7 +41,7 @@ std::vector<Remark> remarks(const NodeState& state, const Judgement& judgement, 
 	{
 		if (problem.id != kPartnerSilent || !state.heartbeat.known())
 		{
-			all.emplace_back(statusOf(problem.grade), problem.text);
+			all.emplace_back(static_cast<NagiosStatus>(problem.grade), problem.text);
 		}
 	}
 	const std::optional<Milliseconds> age = state.age(state.heartbeat);
@@ -78,8 +53,7 @@ std::vector<Remark> remarks(const NodeState& state, const Judgement& judgement, 
 		all.emplace_back(alarm ? NagiosStatus::critical : NagiosStatus::warning,
 		                 "the partner's last heartbeat is " + spanText(*age) + " old");
 	}
-	std::ranges::stable_sort(all, [](const Remark& left, const Remark& right)
-	                         { return rank(left.first) > rank(right.first); });
+	std::ranges::stable_sort(all, {}, [](const Remark& one) { return -rankOf(one.first); });
 	return all;
 }
 
@@ -114,12 +88,7 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 	}
 	if (state.programs.known())
 	{
-		int processes = 0;
-		for (const ProgramCount& program : state.programs.reported->each)
-		{
-			processes += program.processes;
-		}
-		add("processes=" + std::to_string(processes) + ";;;0");
+		add("processes=" + std::to_string(state.programs.reported->processes()) + ";;;0");
 	}
 	if (state.address.known())
 	{
@@ -130,12 +99,24 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 
 } // namespace
 
+const char* wordOf(NagiosStatus status)
+{
+	constexpr std::array<const char*, 4> words{"OK", "WARNING", "CRITICAL", "UNKNOWN"};
+	return words.at(static_cast<std::size_t>(status));
+}
+
+int rankOf(NagiosStatus status)
+{
+	constexpr std::array<int, 4> ranks{0, 1, 3, 2};
+	return ranks.at(static_cast<std::size_t>(status));
+}
+
 NagiosLine nagiosLine(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
 {
 	const std::vector<Remark> all = remarks(state, judgement, limits);
 	NagiosLine line;
 	line.status = all.empty() ? NagiosStatus::ok : all.front().first;
-	line.text = std::string("VELARIX ") + kWords[static_cast<std::size_t>(line.status)] + " - ";
+	line.text = std::string("VELARIX ") + wordOf(line.status) + " - ";
 	if (all.empty())
 	{
 		line.text += harmless(fineText(state, judgement));

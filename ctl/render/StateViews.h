@@ -36,6 +36,11 @@ enum class NagiosStatus : int
 	unknown = 3
 };
 
+/// @return "OK", "WARNING", ...
+const char* wordOf(NagiosStatus status);
+/// How bad: unknown is worse than a warning and hidden by an alarm.
+int rankOf(NagiosStatus status);
+
 /// Ages of the partner's last heartbeat from which the line warns and alarms.
 struct NagiosLimits
 {

@@ -11,8 +11,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 

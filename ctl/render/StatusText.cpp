@@ -12,8 +12,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 
@@ -88,43 +86,34 @@ std::string named(const NodeState& state, const char* name)
 	return text.empty() ? text : text + " ";
 }
 
-std::string carrierWords(const NodeState& state, const Figure<bool>& interface)
+std::string words(const NodeState& state, const Figure<bool>& figure, const std::string& yes, const std::string& no)
 {
-	return words<bool>(state, interface, [](bool has) { return std::string(has ? "carrier" : "NO carrier"); });
+	return words<bool>(state, figure, [&](bool is) { return is ? yes : no; });
 }
 
 void addAgent(Rows& rows, const NodeState& state)
 {
 	const Agent& agent = state.agent;
 	const std::string life = agent.since ? spanText(*state.age(agent.since)) : std::string();
-	switch (agent.state)
+	if (agent.state == AgentState::running)
 	{
-	case AgentState::running:
 		rows.add("agent",
 		         "runs as process " + std::to_string(agent.pid) + ", " + std::to_string(agent.threads) + " threads" +
 		             (agent.since ? ", for " + life : std::string()) + ageMark(state, state.now),
 		         agent.threads < kAgentThreads ? Tone::bad : Tone::good);
-		break;
-	case AgentState::frozen:
-		if (state.maintenance)
-		{
-			rows.add("agent", "MAINTENANCE " + state.maintenance->words(), Tone::doubtful);
-			break;
-		}
-		rows.add("agent", "FROZEN: " + agent.text + (agent.since ? "; started " + life + " ago" : std::string()),
-		         Tone::bad);
-		break;
-	case AgentState::dead:
-	case AgentState::otherProgram:
-		rows.add("agent", "DEAD: " + agent.text, Tone::bad);
-		break;
-	case AgentState::noPidFile:
-		rows.add("agent", "DOES NOT RUN: " + agent.text, Tone::bad);
-		break;
-	case AgentState::notKnown:
-		rows.add("agent", "not known: " + agent.text, Tone::doubtful);
-		break;
+		return;
 	}
+	const bool frozen = agent.state == AgentState::frozen;
+	if (frozen && state.maintenance)
+	{
+		rows.add("agent", "MAINTENANCE " + state.maintenance->words(), Tone::doubtful);
+		return;
+	}
+	static constexpr std::array heads{"", "FROZEN: ", "DEAD: ", "DEAD: ", "DOES NOT RUN: ", "not known: "};
+	rows.add("agent",
+	         heads.at(static_cast<std::size_t>(agent.state)) + agent.text +
+	             (frozen && agent.since ? "; started " + life + " ago" : ""),
+	         agent.state == AgentState::notKnown ? Tone::doubtful : Tone::bad);
 }
 
 void addNode(Rows& rows, const NodeState& state)
@@ -143,14 +132,10 @@ void addRole(Rows& rows, const NodeState& state)
 	rows.add("role", text, state.role.known() ? Tone::good : Tone::doubtful);
 	// A standby's agent looks at no carrier.
 	const bool cut = state.serviceInterface.is(false) || state.communicationInterface.is(false);
-	const std::string fineText = cut ? "judged OK by the agent, although an interface has NO carrier" : "judged OK";
-	rows.add("own network",
-	         words<bool>(state, state.networkOk, [&](bool fine) { return fine ? fineText : "judged NOT OK"; }));
-	rows.add("ask", words<bool>(state, state.asking,
-	                            [](bool asks) {
-		                            return std::string(asks ? "PENDING: the partner is asked to take the service"
-		                                                    : "none pending");
-	                            }));
+	rows.add("own network", words(state, state.networkOk,
+	                              cut ? "judged OK by the agent, although an interface has NO carrier" : "judged OK",
+	                              "judged NOT OK"));
+	rows.add("ask", words(state, state.asking, "PENDING: the partner is asked to take the service", "none pending"));
 }
 
 std::string partnerWords(const Heartbeat& heartbeat)
@@ -268,15 +253,14 @@ void addKernel(Rows& rows, const NodeState& state)
 	rows.add("address", words<HeldAddress>(state, state.address,
 	                                       [&](const HeldAddress& address) { return addressWords(state, address); }));
 	addKeeper(rows, state);
-	rows.add("interfaces", std::string(kServiceInterface) + " (service) " +
-	                           carrierWords(state, state.serviceInterface) + ", " + kCommunicationInterface +
-	                           " (communication) " + carrierWords(state, state.communicationInterface));
+	const auto carrier = [&](const Figure<bool>& interface)
+	{ return words(state, interface, "carrier", "NO carrier"); };
+	rows.add("interfaces", std::string(kServiceInterface) + " (service) " + carrier(state.serviceInterface) + ", " +
+	                           kCommunicationInterface + " (communication) " + carrier(state.communicationInterface));
 	addTunnel(rows, state);
 	addReach(rows, state);
 	rows.add("gateway",
-	         named(state, key::kGatewayIP) +
-	             words<bool>(state, state.gatewayAnswers,
-	                         [](bool answers) { return std::string(answers ? "answers" : "does NOT answer"); }));
+	         named(state, key::kGatewayIP) + words(state, state.gatewayAnswers, "answers", "does NOT answer"));
 }
 
 void addChange(Rows& rows, const NodeState& state)
@@ -308,15 +292,14 @@ void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement
 {
 	// The partner itself may know better: velarixctl pair asks it.
 	const std::string heard = state.role.is(Role::master) ? ", as far as the partner's heartbeats tell" : "";
-	if (!judgement.failOverWorks)
-	{
-		rows.add("failover", "not known whether it would work", Tone::doubtful);
-	}
-	else
-	{
-		rows.add("failover", *judgement.failOverWorks ? "would work now" + heard : "would NOT work now",
-		         *judgement.failOverWorks ? Tone::good : Tone::bad);
-	}
+	const std::optional<bool>& works = judgement.failOverWorks;
+	rows.add("failover",
+	         !works   ? "not known whether it would work"
+	         : *works ? "would work now" + heard
+	                  : "would NOT work now",
+	         !works   ? Tone::doubtful
+	         : *works ? Tone::good
+	                  : Tone::bad);
 	for (const Problem& problem : judgement.problems)
 	{
 		rows.add("", std::string(wordOf(problem.grade)) + ": " + problem.text + "  [" + std::string(problem.id) + "]",

@@ -1,6 +1,7 @@
 #include "ctl/status/AgentProcess.h"
 
 #include <algorithm>
+#include <array>
 
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
@@ -12,19 +13,8 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
-
-Agent withoutProcess(AgentState state, const std::string& text, pid_t pid = 0)
-{
-	Agent agent;
-	agent.state = state;
-	agent.text = text;
-	agent.pid = pid;
-	return agent;
-}
 
 /// @return the number; 0 when the text is none. A line feed behind it, as of an
 ///         edited file, does no harm
@@ -48,35 +38,31 @@ std::string consoleOf(pid_t pid)
 
 Agent judge(pid_t pid)
 {
-	const std::string number = std::to_string(pid);
+	const std::string name = "process " + std::to_string(pid);
+	const std::string named = name + " of the pid file";
 	const std::optional<host::Process> process = host::process(pid);
 	if (!process)
 	{
-		return host::isThere(pid)
-		           ? withoutProcess(AgentState::notKnown,
-		                            "process " + number + " of the pid file is hidden from this user", pid)
-		           : withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
+		return host::isThere(pid) ? Agent{AgentState::notKnown, named + " is hidden from this user", pid}
+		                          : Agent{AgentState::dead, named + " has ended", pid};
 	}
 	if (process->state == 'Z' || process->state == 'X')
 	{
-		return withoutProcess(AgentState::dead, "process " + number + " of the pid file has ended", pid);
+		return {AgentState::dead, named + " has ended", pid};
 	}
 	if (!host::isAgent(*process))
 	{
 		// The name alone would not tell a user's process from the agent.
 		const std::string whose = process->name == kAgentName ? ", not the agent of root" : "";
-		return withoutProcess(
-		    AgentState::otherProgram,
-		    "process " + number + " of the pid file is another program now (" + process->name + whose + ")", pid);
+		return {AgentState::otherProgram, named + " is another program now (" + process->name + whose + ")", pid};
 	}
 	const bool frozen = process->state == 'T' || process->state == 't';
-	Agent agent =
-	    withoutProcess(frozen ? AgentState::frozen : AgentState::running,
-	                   frozen ? "process " + number + " is stopped and does nothing until it is continued" : "", pid);
-	agent.threads = process->threads;
-	agent.since = host::startOf(pid);
-	agent.console = consoleOf(pid);
-	return agent;
+	return {frozen ? AgentState::frozen : AgentState::running,
+	        frozen ? name + " is stopped and does nothing until it is continued" : "",
+	        pid,
+	        process->threads,
+	        host::startOf(pid),
+	        consoleOf(pid)};
 }
 
 Agent readPidFile(const Paths& paths)
@@ -84,17 +70,16 @@ Agent readPidFile(const Paths& paths)
 	const std::string file = paths.pid.string();
 	if (host::fileFacts(paths.pid).kind == host::FileKind::missing)
 	{
-		return withoutProcess(AgentState::noPidFile, "there is no pid file " + file);
+		return {AgentState::noPidFile, "there is no pid file " + file};
 	}
 	try
 	{
 		const pid_t pid = pidIn(readInputFile(paths.pid));
-		return pid > 0 ? judge(pid)
-		               : withoutProcess(AgentState::notKnown, "the pid file " + file + " holds no process id");
+		return pid > 0 ? judge(pid) : Agent{AgentState::notKnown, "the pid file " + file + " holds no process id"};
 	}
 	catch (const Failure& failure)
 	{
-		return withoutProcess(AgentState::notKnown, failure.what());
+		return {AgentState::notKnown, failure.what()};
 	}
 }
 
@@ -115,30 +100,16 @@ pid_t foreignBeside(const Agent& agent)
 
 std::string_view wordOf(AgentState state)
 {
-	switch (state)
-	{
-	case AgentState::running:
-		return "running";
-	case AgentState::frozen:
-		return "frozen";
-	case AgentState::dead:
-		return "dead";
-	case AgentState::otherProgram:
-		return "other-program";
-	case AgentState::noPidFile:
-		return "no-pid-file";
-	case AgentState::notKnown:
-		break;
-	}
-	return "not-known";
+	static constexpr std::array<std::string_view, 6> words{"running",       "frozen",      "dead",
+	                                                       "other-program", "no-pid-file", "not-known"};
+	return words.at(static_cast<std::size_t>(state));
 }
 
 Agent lookForAgent(const Paths& paths)
 {
 	if (paths.elsewhere())
 	{
-		return withoutProcess(AgentState::notKnown,
-		                      "these are the files of another root, whose processes are not known");
+		return {AgentState::notKnown, "these are the files of another root, whose processes are not known"};
 	}
 	Agent agent = readPidFile(paths);
 	agent.foreign = foreignBeside(agent);

@@ -41,9 +41,9 @@ struct Agent
 	pid_t pid = 0;
 	/// Of a running or frozen agent.
 	int threads = 0;
-	std::optional<std::chrono::system_clock::time_point> since;
+	std::optional<std::chrono::system_clock::time_point> since = {};
 	/// The pipe or terminal to which it echoes its log, in words; empty otherwise.
-	std::string console;
+	std::string console = {};
 	/// Another agent's process that the pid file does not name; 0 for none.
 	pid_t foreign = 0;
 

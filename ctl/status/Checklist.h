@@ -50,8 +50,8 @@ private:
 	std::vector<Problem> m_problems;
 
 	void add(std::string_view id, Grade grade, bool blocks, std::string text);
+	void addWhen(bool is, std::string_view id, Grade grade, bool blocks, std::string text);
 	void unheardPartner();
-	void programs();
 	/// @return the hardware address of the host that has the virtual address instead of this
 	///         node; empty for none
 	std::string otherHolder() const;

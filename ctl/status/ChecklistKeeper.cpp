@@ -7,10 +7,10 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
+
+using enum Grade;
 
 /// A split-brain of the address is reported for so long after its last conflict. The keeper
 /// asks once a second.
@@ -41,13 +41,13 @@ void Checklist::addressElsewhere(const std::string& holder)
 	const std::string span = since ? " for " + spanText(*m_state.age(since)) : "";
 	if (m_state.partnerRole.is(Role::slave))
 	{
-		add("address-taken", Grade::critical, kBlocks,
+		add("address-taken", critical, kBlocks,
 		    "another host, " + holder + ", holds the virtual address" + span +
 		        ", and the partner does not: find it in the switch");
 	}
 	else
 	{
-		add(kAddressWithPartner, Grade::warning, kHarmless,
+		add(kAddressWithPartner, warning, kHarmless,
 		    "the network between the nodes is cut: the partner (" + holder + ") holds the address and serves" + span +
 		        "; nothing to do here but to repair that network");
 	}
@@ -61,36 +61,33 @@ void Checklist::reachability(const KeeperReach& reach)
 	const bool blocks = m_state.role.is(Role::slave);
 	if (!reach.program.runs || state == "frozen")
 	{
-		add("reach-stopped", Grade::critical, blocks,
+		add("reach-stopped", critical, blocks,
 		    std::string("ha-reach ") + (reach.program.runs ? "is frozen" : "does not run") +
 		        ": the gateway address is missing, and this node cannot keep the service; systemctl restart "
 		        "velarix-reach");
 	}
 	else if (state == "isolated")
 	{
-		add("reach-isolated", Grade::critical, blocks,
+		add("reach-isolated", critical, blocks,
 		    "this node is isolated: neither its targets (" + lost + ") nor the partner's keeper answer");
 	}
 	else if (state == "partner-only")
 	{
-		add("reach-partner-only", Grade::warning, blocks,
-		    "only the partner reaches its targets; here do not answer: " + lost);
+		add("reach-partner-only", warning, blocks, "only the partner reaches its targets; here do not answer: " + lost);
 	}
 	else if (state == "shared-outage")
 	{
-		add("reach-shared-outage", Grade::warning, kHarmless,
+		add("reach-shared-outage", warning, kHarmless,
 		    "neither node reaches its targets, nothing moves; here do not answer: " + lost);
 	}
 	else if (!lost.empty())
 	{
-		add("target-lost", Grade::warning, kHarmless, "reachability targets do not answer: " + lost);
+		add("target-lost", warning, kHarmless, "reachability targets do not answer: " + lost);
 	}
-	if (reach.partner == "silent" && state == "reachable" && m_state.partnerRole.known())
-	{
-		add("reach-partner", Grade::warning, kHarmless,
-		    "the partner's ha-reach does not answer: it does not run, has another key, or a firewall drops UDP; when "
-		    "this node loses its targets it gives up");
-	}
+	addWhen(reach.partner == "silent" && state == "reachable" && m_state.partnerRole.known(), "reach-partner", warning,
+	        kHarmless,
+	        "the partner's ha-reach does not answer: it does not run, has another key, or a firewall drops UDP; when "
+	        "this node loses its targets it gives up");
 }
 
 void Checklist::keeper()
@@ -106,7 +103,7 @@ void Checklist::keeper()
 	}
 	else if (address.lastConflict && m_state.now - *address.lastConflict < kConflict)
 	{
-		add("address-conflict", Grade::critical, kHarmless,
+		add("address-conflict", critical, kHarmless,
 		    "split-brain: another host holds the virtual address, too; conflicts so far: " +
 		        std::to_string(address.conflicts));
 	}
@@ -114,13 +111,13 @@ void Checklist::keeper()
 	{
 		if (service.state == "failed")
 		{
-			add("service-failed", Grade::warning, kBlocks,
+			add("service-failed", warning, kBlocks,
 			    service.name + " died too often on this node: " + service.reason +
 			        "; when it is repaired, clear this with rm /run/velarix-ha/" + service.name + ".state");
 		}
 		else if (service.state == "restarting" || service.check.starts_with("failed"))
 		{
-			add("service-unwell", Grade::warning, kHarmless,
+			add("service-unwell", warning, kHarmless,
 			    service.name + " is " + service.state + ", its last check " + service.check +
 			        (service.reason.empty() ? "" : "; it died last: " + service.reason));
 		}
@@ -129,11 +126,8 @@ void Checklist::keeper()
 	{
 		reachability(*m_state.keeper->reach);
 	}
-	if (m_state.agent.lives() && !m_state.keeper->marked)
-	{
-		add("marker-missing", Grade::warning, kHarmless,
-		    "the marker of the virtual address is missing: the next take-over sets it again, or keeper mark");
-	}
+	addWhen(m_state.agent.lives() && !m_state.keeper->marked, "marker-missing", warning, kHarmless,
+	        "the marker of the virtual address is missing: the next take-over sets it again, or keeper mark");
 }
 
 } // namespace velarix::ctl

@@ -5,18 +5,17 @@
 #include <charconv>
 #include <cmath>
 #include <sstream>
-#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "ctl/history/History.h"
 #include "ctl/render/Exposition.h"
 #include "inspect/LogReader.h"
+#include "inspect/Pattern.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -29,81 +28,55 @@ constexpr auto kSettled = 1s;
 constexpr std::size_t kBefore = 1000;
 /// Up to this gap the log is read from its end, beyond it from its beginning.
 constexpr auto kShortGap = 1h;
-/// What is read from the end is held in memory, and no more than this of it.
-constexpr std::size_t kGapBytes = 16UL * 1024UL * 1024UL;
 
-constexpr std::string_view kUntil = "velarix_counted_until_timestamp_seconds";
-constexpr std::string_view kEvents = "velarix_events_total";
-constexpr std::string_view kMessages = "velarix_log_messages_total";
-constexpr std::string_view kSent = "velarix_heartbeats_sent_total";
-constexpr std::string_view kReceived = "velarix_heartbeats_received_total";
-constexpr std::string_view kChanged = "velarix_last_role_change_timestamp_seconds";
+constexpr std::string_view kUntil = "counted_until_timestamp_seconds";
+constexpr std::string_view kChanged = "last_role_change_timestamp_seconds";
+
+struct Family
+{
+	std::string_view name;
+	/// Of the label of its samples; empty for one without.
+	std::string_view label;
+	std::string_view help;
+};
+constexpr std::array kFamilies{
+    Family{"events_total", "event", "Events reported by the log, by their word (velarixctl events)."},
+    Family{"log_messages_total", "level", "Messages of the log by level."},
+    Family{"heartbeats_sent_total", "", "Heartbeats sent to the partner."},
+    Family{"heartbeats_received_total", "", "Heartbeats received from the partner."},
+};
+constexpr const Family& kEvents = kFamilies[0];
+constexpr const Family& kMessages = kFamilies[1];
+constexpr const Family& kSent = kFamilies[2];
+constexpr const Family& kReceived = kFamilies[3];
 
 /// Letters of the log; notices carry that of a debug line.
 constexpr std::array<std::pair<char, const char*>, 5> kLevels{
     {{'D', "debug"}, {'I', "info"}, {'W', "warning"}, {'E', "error"}, {'C', "critical"}}};
-
-const char* levelOf(char letter)
-{
-	for (const auto& [known, level] : kLevels)
-	{
-		if (known == letter)
-		{
-			return level;
-		}
-	}
-	return nullptr;
-}
-
-/// @return the text of the only label; empty without one
-std::string labelIn(std::string_view name)
-{
-	const std::size_t first = name.find('"');
-	const std::size_t last = name.rfind('"');
-	return first < last && last != std::string_view::npos ? std::string(name.substr(first + 1, last - first - 1))
-	                                                      : std::string();
-}
 
 Instant instantOf(double value)
 {
 	return Instant(std::chrono::milliseconds(std::llround(value * 1000)));
 }
 
-/// @return whether a sample of ours can have that value: a double counts exactly
-///         up to 2^53, and the clock ends in the year 2262
-bool isPlausible(std::string_view name, double value)
+/// Takes one sample line into the counters, when a sample of ours can have that value: a
+/// double counts exactly up to 2^53, and the clock ends in the year 2262.
+/// @param name  "events_total{event="error"}"
+void takeSample(Counters& counters, const std::string& name, double value)
 {
-	const bool time = name == kUntil || name == kChanged;
-	return value >= 0 && value < (time ? 9.2e9 : 9007199254740992.0);
-}
-
-/// Takes one sample line into the counters.
-void takeSample(Counters& counters, std::string_view name, double value)
-{
-	const auto count = static_cast<std::uint64_t>(std::llround(value));
-	if (name == kUntil)
+	if (name == kUntil || name == kChanged)
 	{
-		counters.until = instantOf(value);
+		(name == kUntil ? counters.until : counters.roleChanged) =
+		    value >= 0 && value < 9.2e9 ? std::optional(instantOf(value)) : std::nullopt;
+		return;
 	}
-	else if (name == kChanged)
+	static const Pattern kSample(R"re(([a-z_]+)(?:\{[a-z]+="([^"]+)"\})?)re");
+	const Pattern::Groups parts = kSample.matched(name);
+	const auto* const family = parts.empty() ? kFamilies.end() : std::ranges::find(kFamilies, parts[1], &Family::name);
+	if (family != kFamilies.end() && family->label.empty() == parts[2].empty() && value >= 0 &&
+	    value < 9007199254740992.0)
 	{
-		counters.roleChanged = instantOf(value);
-	}
-	else if (const std::string label = labelIn(name); !label.empty() && name.starts_with(kEvents))
-	{
-		counters.events[label] = count;
-	}
-	else if (!label.empty() && name.starts_with(kMessages))
-	{
-		counters.messages[label] = count;
-	}
-	else if (name == kSent)
-	{
-		counters.heartbeatsSent = count;
-	}
-	else if (name == kReceived)
-	{
-		counters.heartbeatsReceived = count;
+		counters.counts[{family->name, parts[2]}] = static_cast<std::uint64_t>(std::llround(value));
 	}
 }
 
@@ -140,43 +113,37 @@ private:
 	{
 		if (event.time > m_from && event.time <= m_to)
 		{
-			++m_counters.events[std::string(wordOf(event.kind))];
+			++m_counters.counts[{kEvents.name, std::string(wordOf(event.kind))}];
 		}
 	}
 
 	void take(const LogLine& line)
 	{
-		if (const char* level = levelOf(line.letter))
+		if (const auto* const level = std::ranges::find(kLevels, line.letter, &decltype(kLevels)::value_type::first);
+		    level != kLevels.end())
 		{
-			++m_counters.messages[level];
+			++m_counters.counts[{kMessages.name, level->second}];
 		}
-		m_counters.heartbeatsSent += line.is("CHeartSender", 124) ? 1U : 0U;
-		m_counters.heartbeatsReceived += line.is("CHeartReciver", 164) ? 1U : 0U;
+		m_counters.counts.at({kSent.name, ""}) += line.is("CHeartSender", 124) ? 1U : 0U;
+		m_counters.counts.at({kReceived.name, ""}) += line.is("CHeartReciver", 164) ? 1U : 0U;
 	}
 };
 
-/// @return false when the messages would not fit into kGapBytes; nothing is counted then
+/// @return false when the messages would not fit into kTailBytes; nothing is counted then
 bool readShortGap(Count& count, const LogWish& log, Instant from)
 {
-	std::vector<LogLine> newestFirst;
-	std::vector<LogTrouble> ignored;
 	std::size_t before = 0;
-	std::size_t bytes = 0;
-	readBackwards(
-	    log.path, log.now,
-	    [&](const LogLine& line)
-	    {
-		    newestFirst.push_back(line);
-		    bytes += sizeof line + line.text.size();
-		    before += line.time && *line.time <= from ? 1U : 0U;
-		    return before < kBefore && bytes < kGapBytes;
-	    },
-	    ignored);
-	if (bytes >= kGapBytes)
+	const Tail tail = readEnd(log,
+	                          [&](const LogLine& line)
+	                          {
+		                          before += line.time && *line.time <= from ? 1U : 0U;
+		                          return before < kBefore;
+	                          });
+	if (tail.full)
 	{
 		return false;
 	}
-	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { count.feed(line); });
+	std::ranges::for_each(tail.messages, [&](const LogLine& line) { count.feed(line); });
 	return true;
 }
 
@@ -193,21 +160,17 @@ void readLongGap(Count& count, const LogWish& log, Instant from)
 
 Counters readCounters(const std::string& exposition)
 {
+	constexpr std::string_view prefix = "velarix_";
 	Counters counters;
 	std::istringstream lines(exposition);
 	for (std::string line; std::getline(lines, line);)
 	{
 		const std::size_t blank = line.rfind(' ');
-		if (!line.starts_with("velarix_") || blank == std::string::npos)
-		{
-			continue;
-		}
-		const std::string_view name = std::string_view(line).substr(0, blank);
 		double value = 0;
-		if (std::from_chars(line.data() + blank + 1, line.data() + line.size(), value).ec == std::errc() &&
-		    isPlausible(name, value))
+		if (line.starts_with(prefix) && blank != std::string::npos &&
+		    std::from_chars(line.data() + blank + 1, line.data() + line.size(), value).ec == std::errc())
 		{
-			takeSample(counters, name, value);
+			takeSample(counters, line.substr(prefix.size(), blank - prefix.size()), value);
 		}
 	}
 	return counters.until ? counters : Counters{};
@@ -215,6 +178,8 @@ Counters readCounters(const std::string& exposition)
 
 void countOn(Counters& counters, const LogWish& log)
 {
+	counters.counts.try_emplace({kSent.name, ""});
+	counters.counts.try_emplace({kReceived.name, ""});
 	const Instant to = std::chrono::floor<std::chrono::milliseconds>(log.now - kSettled);
 	const std::optional<Instant> from = std::exchange(counters.until, to);
 	if (!from || *from >= to)
@@ -234,23 +199,20 @@ void writeCounters(Exposition& out, const Counters& counters)
 	{
 		return;
 	}
-	const auto bare = [](std::string_view name) { return name.substr(std::string_view("velarix_").size()); };
-	out.gauge(bare(kUntil), "Moment up to which the counters of this file count the log.");
-	out.sample(inSeconds(*counters.until));
-	out.counter(bare(kEvents), "Events reported by the log, by their word (velarixctl events).");
-	for (const auto& [word, count] : counters.events)
+	out.single(kUntil, "Moment up to which the counters of this file count the log.",
+	           std::optional(inSeconds(*counters.until)));
+	for (const Family& family : kFamilies)
 	{
-		out.sample(static_cast<double>(count), {{"event", word}});
+		out.counter(family.name, family.help);
+		for (const auto& [sample, count] : counters.counts)
+		{
+			if (sample.first == family.name)
+			{
+				family.label.empty() ? out.sample(static_cast<double>(count))
+				                     : out.sample(static_cast<double>(count), {{family.label, sample.second}});
+			}
+		}
 	}
-	out.counter(bare(kMessages), "Messages of the log by level.");
-	for (const auto& [level, count] : counters.messages)
-	{
-		out.sample(static_cast<double>(count), {{"level", level}});
-	}
-	out.counter(bare(kSent), "Heartbeats sent to the partner.");
-	out.sample(static_cast<double>(counters.heartbeatsSent));
-	out.counter(bare(kReceived), "Heartbeats received from the partner.");
-	out.sample(static_cast<double>(counters.heartbeatsReceived));
 }
 
 } // namespace velarix::ctl

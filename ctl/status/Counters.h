@@ -8,6 +8,8 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "ctl/status/LogTail.h"
 
@@ -20,10 +22,8 @@ struct Counters
 {
 	/// Every message up to this moment is counted.
 	std::optional<Instant> until;
-	std::map<std::string, std::uint64_t> events;   ///< by word
-	std::map<std::string, std::uint64_t> messages; ///< by level
-	std::uint64_t heartbeatsSent = 0;
-	std::uint64_t heartbeatsReceived = 0;
+	/// By the metric and the value of its label.
+	std::map<std::pair<std::string_view, std::string>, std::uint64_t> counts;
 	/// The role changed last, as the former run knew it; kept so that the log need
 	/// not be searched each time.
 	std::optional<Instant> roleChanged;

@@ -10,16 +10,7 @@ namespace velarix::ctl
 
 std::string_view wordOf(Grade grade)
 {
-	switch (grade)
-	{
-	case Grade::warning:
-		return "warning";
-	case Grade::critical:
-		return "critical";
-	case Grade::unknown:
-		break;
-	}
-	return "unknown";
+	return grade == Grade::warning ? "warning" : grade == Grade::critical ? "critical" : "unknown";
 }
 
 std::vector<std::string> Judgement::reasons() const

@@ -16,14 +16,15 @@
 namespace velarix::ctl
 {
 
-enum class Grade
+/// Each has the number of its exit status of a monitoring plug-in.
+enum class Grade : int
 {
 	/// The service is there, but something is not as it should be.
-	warning,
+	warning = 1,
 	/// The service is away, at risk now or not watched over.
-	critical,
+	critical = 2,
 	/// It is not known how things are.
-	unknown
+	unknown = 3
 };
 
 std::string_view wordOf(Grade grade);

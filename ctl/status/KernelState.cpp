@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
 #include "inspect/Names.h"
@@ -10,12 +11,10 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 
-constexpr int kGatewayPings = 3;
+constexpr int kPings = 3;
 
 /// @return whether the file of a configured program may be executed. What stands
 ///         behind the path (arguments) makes it another file, as for the agent
@@ -37,7 +36,6 @@ Figure<Programs> programsOf(const NodeState& state, const Paths& paths)
 		return notKnown<Programs>("/proc cannot be read");
 	}
 	Programs programs;
-	int total = 0;
 	for (const std::string& path : state.settings->programs())
 	{
 		ProgramCount program{path, programName(path), 0, executable(paths, path)};
@@ -45,10 +43,9 @@ Figure<Programs> programsOf(const NodeState& state, const Paths& paths)
 		{
 			program.processes += matches(process.statusLine, {program.name});
 		}
-		total += program.processes;
 		programs.each.push_back(std::move(program));
 	}
-	programs.run = total >= static_cast<int>(programs.each.size());
+	programs.run = programs.processes() >= static_cast<int>(programs.each.size());
 	return seen(std::move(programs), state.now);
 }
 
@@ -78,7 +75,7 @@ Figure<bool> carrierOf(const NodeState& state, const char* name)
 
 Figure<bool> gatewayOf(const NodeState& state)
 {
-	const std::optional<bool> answers = host::answersPing(state.setting(key::kGatewayIP), kGatewayPings);
+	const std::optional<bool> answers = host::answersPing(state.setting(key::kGatewayIP), kPings);
 	return answers ? seen(*answers, state.now) : notKnown<bool>("this user may not send pings");
 }
 
@@ -89,12 +86,38 @@ Figure<std::uintmax_t> logSpaceOf(const NodeState& state)
 	return space ? seen(*space, state.now) : notKnown<std::uintmax_t>("the log's disk cannot be asked");
 }
 
-void forgetKernel(NodeState& state, const std::string& why)
+bool answers(const std::string& address)
 {
-	state.programs = notKnown<Programs>(why);
-	state.address = notKnown<HeldAddress>(why);
-	state.gatewayAnswers = notKnown<bool>(why);
-	state.logSpace = notKnown<std::uintmax_t>(why);
+	return host::answersPing(address, kPings).value_or(false);
+}
+
+/// @return nothing for a node without a tunnel
+std::optional<TunnelState> tunnelOf(const NodeState& state)
+{
+	TunnelState tunnel;
+	try
+	{
+		const std::optional<TunnelSettings> settings = readTunnel(state.settings->path());
+		if (!settings)
+		{
+			return std::nullopt;
+		}
+		tunnel.settings = *settings;
+	}
+	catch (const Failure& failure)
+	{
+		tunnel.why = failure.what();
+		return tunnel;
+	}
+	tunnel.present = host::interface(kTunnelInterface).present;
+	tunnel.session = tunnel.present ? host::tunnelSession() : std::nullopt;
+	if (!tunnel.session)
+	{
+		tunnel.why = tunnel.present ? "wg show tells this user nothing" : "there is no interface wg-ha";
+	}
+	tunnel.down = tunnel.present && !state.partnerRole.known() && answers(tunnel.settings.endpoint) &&
+	              !answers(tunnel.settings.partner);
+	return tunnel;
 }
 
 } // namespace
@@ -117,25 +140,21 @@ int matches(const std::string& statusLine, const std::vector<std::string>& names
 
 void askKernel(NodeState& state, const Paths& paths)
 {
-	if (state.elsewhere)
+	const std::string why = state.elsewhere ? "another root" : "the settings cannot be read";
+	state.serviceInterface = state.elsewhere ? notKnown<bool>(why) : carrierOf(state, kServiceInterface);
+	state.communicationInterface = state.elsewhere ? notKnown<bool>(why) : carrierOf(state, kCommunicationInterface);
+	if (state.elsewhere || !state.settings)
 	{
-		const std::string why = "another root";
-		forgetKernel(state, why);
-		state.serviceInterface = notKnown<bool>(why);
-		state.communicationInterface = notKnown<bool>(why);
-		return;
-	}
-	state.serviceInterface = carrierOf(state, kServiceInterface);
-	state.communicationInterface = carrierOf(state, kCommunicationInterface);
-	if (!state.settings)
-	{
-		forgetKernel(state, "the settings cannot be read");
+		state.programs = notKnown<Programs>(why);
+		state.address = notKnown<HeldAddress>(why);
+		state.gatewayAnswers = notKnown<bool>(why);
+		state.logSpace = notKnown<std::uintmax_t>(why);
 		return;
 	}
 	state.programs = programsOf(state, paths);
 	state.address = addressOf(state);
 	state.keeper = lookForKeeper(*state.settings, paths);
-	state.tunnel = lookForTunnel(state);
+	state.tunnel = tunnelOf(state);
 	state.gatewayAnswers = gatewayOf(state);
 	state.logSpace = logSpaceOf(state);
 	if (state.role.is(Role::master) && !state.partnerRole.known() && state.address.known() &&

@@ -2,24 +2,20 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <deque>
 #include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include <Poco/DateTime.h>
 #include <Poco/DateTimeFormat.h>
 #include <Poco/DateTimeParser.h>
 
+#include "ctl/history/History.h"
 #include "inspect/LineStream.h"
-#include "inspect/LogReader.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -28,6 +24,9 @@ namespace
 /// and newer ones.
 constexpr std::size_t kBeforeChange = 500;
 constexpr std::size_t kAfterChange = 500;
+/// Messages after which the search for the last change of the role gives up:
+/// most of a day, a second or two of reading.
+constexpr std::size_t kSearchedMessages = 1'000'000;
 /// Bytes of the library's remark that are read.
 constexpr std::size_t kRemarkLength = 128;
 
@@ -45,40 +44,46 @@ Role repeatedRole(const LogLine& line)
 	return line.is("CHeartReciver", 538) ? Role::slave : Role::unknown;
 }
 
-/// @param newestFirst messages in the order in which they were read back
-template <typename Messages> Snapshot snapshotOf(const Messages& newestFirst, const LogWish& wish)
+Snapshot snapshotOf(const std::deque<LogLine>& messages, const LogWish& wish)
 {
 	History history({}, wish.commands, wish.lastMove);
-	std::for_each(newestFirst.rbegin(), newestFirst.rend(), [&](const LogLine& line) { history.feed(line); });
+	std::ranges::for_each(messages, [&](const LogLine& line) { history.feed(line); });
 	return history.snapshot();
 }
 
 } // namespace
 
-LogTail readTail(const LogWish& wish, std::optional<Instant> until)
+Tail readEnd(const LogWish& wish, const std::function<bool(const LogLine&)>& more)
 {
-	std::vector<LogLine> messages;
-	std::vector<LogTrouble> trouble;
+	Tail tail;
 	std::size_t bytes = 0;
 	readBackwards(
 	    wish.path, wish.now,
 	    [&](const LogLine& line)
 	    {
-		    messages.push_back(line);
+		    tail.messages.push_front(line);
 		    bytes += sizeof line + line.text.size();
-		    return bytes < kTailBytes &&
-		           (messages.size() < kTailMessages || (until && line.time && *line.time > *until));
+		    tail.full = bytes >= kTailBytes;
+		    return more(line) && !tail.full;
 	    },
-	    trouble);
+	    tail.trouble);
+	return tail;
+}
+
+LogTail readTail(const LogWish& wish, std::optional<Instant> until)
+{
+	std::size_t read = 0;
+	const Tail end = readEnd(wish, [&](const LogLine& line)
+	                         { return ++read < kTailMessages || (until && line.time && *line.time > *until); });
 	LogTail tail;
-	tail.snapshot = snapshotOf(messages, wish);
+	tail.snapshot = snapshotOf(end.messages, wish);
 	if (!tail.snapshot.lastMessage)
 	{
-		const int error = trouble.empty() ? 0 : trouble.front().error;
+		const int error = end.trouble.empty() ? 0 : end.trouble.front().error;
 		tail.forbidden = error == EACCES;
-		tail.problem = trouble.empty() ? "the log " + wish.path.string() + " holds no message of an agent"
-		                               : "cannot read the log " + wish.path.string() + ": " +
-		                                     std::generic_category().message(error);
+		tail.problem = end.trouble.empty() ? "the log " + wish.path.string() + " holds no message of an agent"
+		                                   : "cannot read the log " + wish.path.string() + ": " +
+		                                         std::generic_category().message(error);
 	}
 	return tail;
 }
@@ -105,7 +110,7 @@ std::optional<Instant> begunAt(const std::filesystem::path& log)
 	            : std::nullopt;
 }
 
-LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
+LastChange findLastChange(const LogWish& wish, Role role)
 {
 	LastChange result;
 	std::deque<LogLine> around;
@@ -117,10 +122,10 @@ LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
 	    wish.path, wish.now,
 	    [&](const LogLine& line)
 	    {
-		    around.push_back(line);
+		    around.push_front(line);
 		    if (!found && around.size() > kAfterChange)
 		    {
-			    around.pop_front();
+			    around.pop_back();
 		    }
 		    if (line.time)
 		    {
@@ -129,7 +134,7 @@ LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit)
 		    const Role reported = repeatedRole(line);
 		    found = found || (reported != Role::unknown && reported != role);
 		    sinceFound += found ? 1 : 0;
-		    return sinceFound < kBeforeChange && ++looked < limit;
+		    return sinceFound < kBeforeChange && ++looked < kSearchedMessages;
 	    },
 	    ignored);
 	result.event = snapshotOf(around, wish).lastRoleChange;

@@ -2,11 +2,15 @@
 /// search for the last change of the role further back.
 #pragma once
 
+#include <deque>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ctl/history/Events.h"
+#include "inspect/LogReader.h"
 
 namespace velarix::ctl
 {
@@ -15,9 +19,6 @@ namespace velarix::ctl
 inline constexpr std::size_t kTailMessages = 3000;
 /// Bytes of messages that are kept at most: a log full of long ones costs no more.
 inline constexpr std::size_t kTailBytes = 16UL * 1024UL * 1024UL;
-/// Messages after which the search for the last change of the role gives up:
-/// most of a day, a second or two of reading.
-inline constexpr std::size_t kSearchedMessages = 1'000'000;
 
 struct LogTail
 {
@@ -40,6 +41,18 @@ struct LogWish
 	LastMove lastMove;
 };
 
+/// The last messages, in their order.
+struct Tail
+{
+	std::deque<LogLine> messages;
+	/// No more of them would fit into kTailBytes.
+	bool full = false;
+	std::vector<LogTrouble> trouble;
+};
+
+/// @param more asked with each message, newest first, whether one more is wanted
+Tail readEnd(const LogWish& wish, const std::function<bool(const LogLine&)>& more);
+
 /// @param until read back at least to there, if that is further than kTailMessages
 LogTail readTail(const LogWish& wish, std::optional<Instant> until = std::nullopt);
 
@@ -57,6 +70,6 @@ struct LastChange
 };
 
 /// Looks back for the last change of the role, which is `role` now.
-LastChange findLastChange(const LogWish& wish, Role role, std::size_t limit = kSearchedMessages);
+LastChange findLastChange(const LogWish& wish, Role role);
 
 } // namespace velarix::ctl

@@ -16,7 +16,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
 using std::chrono::system_clock;
 
 namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ctl/history/EventStream.h"
 #include "ctl/history/OperatorLog.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -10,8 +11,6 @@
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -173,7 +172,7 @@ bool heard(const NodeState& state)
 	       (state.snapshot().takeOver || *state.age(state.heartbeat) <= state.timing.heartbeatPause());
 }
 
-template <typename Value> Figure<Value> ofPartner(const NodeState& state, Value value)
+template <typename Value> Figure<Value> ofPartner(const NodeState& state, const std::optional<Value>& value)
 {
 	Figure<Value> figure{value, state.heartbeat.at, std::nullopt, state.heartbeat.why};
 	if (state.heartbeat.known() && !heard(state))
@@ -187,20 +186,15 @@ void takePartner(NodeState& state)
 {
 	state.heartbeat = fromLog(state, state.snapshot().received);
 	state.sent = fromLog(state, state.snapshot().sent);
-	if (!state.heartbeat.reported)
+	const std::optional<Heartbeat>& last = state.heartbeat.reported;
+	if (!last && state.distrust.empty())
 	{
-		const std::string why =
-		    state.distrust.empty() ? "no heartbeat of it in the part of the log that was read" : state.distrust;
-		state.heartbeat.why = why;
-		state.partnerRole = notKnown<Role>(why);
-		state.partnerAsks = notKnown<bool>(why);
-		state.partnerRuns = notKnown<bool>(why);
-		return;
+		state.heartbeat.why = "no heartbeat of it in the part of the log that was read";
 	}
-	const Heartbeat& last = *state.heartbeat.reported;
-	state.partnerRole = ofPartner(state, last.master ? Role::master : Role::slave);
-	state.partnerAsks = ofPartner(state, last.asking);
-	state.partnerRuns = ofPartner(state, last.running);
+	state.partnerRole =
+	    ofPartner(state, last ? std::optional(last->master ? Role::master : Role::slave) : std::nullopt);
+	state.partnerAsks = ofPartner(state, last ? std::optional(last->asking) : std::nullopt);
+	state.partnerRuns = ofPartner(state, last ? std::optional(last->running) : std::nullopt);
 }
 
 void takeLog(NodeState& state)
@@ -210,7 +204,6 @@ void takeLog(NodeState& state)
 	takePartner(state);
 	state.networkOk = fromLog(state, snapshot.networkOk);
 	state.asking = fromLog(state, snapshot.asking);
-	state.programsRunToAgent = fromLog(state, snapshot.programsRun);
 }
 
 /// @return when the role began; nothing when the log was not read far enough back
@@ -237,7 +230,7 @@ std::string NodeState::setting(const char* name) const
 
 LogWish NodeState::logWish() const
 {
-	return {log, now, {setting(key::kStartCommand), setting(key::kStopCommand), setting(key::kKillCommand)}, lastMove};
+	return {log, now, settings ? commandsOf(*settings) : Commands{}, lastMove};
 }
 
 std::optional<Milliseconds> NodeState::age(const std::optional<Instant>& time) const

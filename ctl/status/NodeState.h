@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,8 +29,6 @@
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 /// Within it, so many changes of the role make a node one whose service comes and
 /// goes; the log is read back as far.
@@ -52,6 +51,12 @@ struct Programs
 	std::vector<ProgramCount> each;
 	/// The agent's rule: at least as many matches in total as programs.
 	bool run = false;
+
+	int processes() const
+	{
+		return std::accumulate(each.begin(), each.end(), 0,
+		                       [](int sum, const ProgramCount& one) { return sum + one.processes; });
+	}
 };
 
 /// Where the virtual address is on this machine.
@@ -155,7 +160,6 @@ struct NodeState
 	Figure<bool> networkOk;
 	/// This node asks its partner to take the service.
 	Figure<bool> asking;
-	Figure<bool> programsRunToAgent;
 	/// The last one received. Known although old: its age tells.
 	Figure<Heartbeat> heartbeat;
 	Figure<Heartbeat> sent;
@@ -212,9 +216,6 @@ private:
 
 	void noteChange(NodeState& state);
 };
-
-/// @return nothing for a node without a tunnel
-std::optional<TunnelState> lookForTunnel(const NodeState& state);
 
 /// Fills the figures that the kernel tells: programs, virtual address, interfaces.
 void askKernel(NodeState& state, const Paths& paths);

@@ -7,8 +7,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 

@@ -15,7 +15,7 @@
 #include <Poco/Exception.h>
 
 #include "HeartbeatMessage.h"
-#include "ctl/history/Events.h"
+#include "ctl/history/History.h"
 #include "ctl/render/EventReport.h"
 #include "inspect/LineStream.h"
 #include "inspect/LogReader.h"

@@ -3,6 +3,8 @@
 
 #include <iostream>
 
+#include <Poco/String.h>
+
 #include "CtlTest.h"
 #include "ctl/history/Explain.h"
 
@@ -11,16 +13,6 @@ using namespace velarix::inspect;
 
 namespace
 {
-
-std::vector<std::string> placesOf(const std::string& message)
-{
-	std::vector<std::string> places;
-	for (const Explanation& explanation : explain(message))
-	{
-		places.push_back(explanation.row->place() + (explanation.otherText ? " (other text)" : ""));
-	}
-	return places;
-}
 
 TEST(Catalogue, HasEveryRowOfThePage)
 {
@@ -82,100 +74,37 @@ TEST(Catalogue, ReferencesToOtherLinesAreFilledIn)
 
 TEST(Catalogue, PlacesAreKnownByTheirWholeName)
 {
-	EXPECT_EQ(findMessage("CHeartReciver", 550), nullptr);
 	EXPECT_EQ(findMessage("CHeartRec", 549), nullptr);
 	EXPECT_EQ(findMessage("", 0), nullptr);
 }
 
-struct TextRow
-{
-	const char* label;
-	int number;
-	const char* text;
-	bool fits;
-};
-
-TEST(Catalogue, ATextFitsItsFormatOrNot)
-{
-	const TextRow rows[] = {{"CHeartReciver", 549, "slave -> master  process run", true},
-	                        {"CHeartReciver", 549, "slave -> master process run", false},
-	                        {"CHeartReciver", 549, "slave -> master  process run ", false},
-	                        {"CHeartReciver", 88, "", true},
-	                        {"CHeartReciver", 88, "x", false},
-	                        {"CHeartReciver", 96, "networkResult: 1", true},
-	                        {"CHeartReciver", 96, "networkResult: -1", true},
-	                        {"CHeartReciver", 96, "networkResult: x", false},
-	                        {"CHeartReciver", 96, "networkResult: ", false},
-	                        {"CHeartReciver", 99, "networkStatus [0] m_myStatus[1]", true},
-	                        {"CHeartReciver", 99, "networkStatus [0] m_myStatus[]", false},
-	                        {"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName]", true},
-	                        {"CHeartSender", 79, "Sender a(CODE: b) (CODE: 1)[x][noName]", true},
-	                        {"CHeartSender", 79, "Sender Connection refused(CODE: 111)[noName", false},
-	                        {"Utill", 573, "command(a (b) : c) : d\n\n", true},
-	                        {"Utill", 573, "command(a) :", false},
-	                        {"Utill", 241, " 3processes are running at the same time", true},
-	                        {"Utill", 78,
-	                         "\n======================================================\n================ process run "
-	                         "=========================\n======================================================",
-	                         true}};
-	for (const TextRow& row : rows)
-	{
-		const CatalogueRow* const message = findMessage(row.label, row.number);
-		ASSERT_NE(message, nullptr) << row.label;
-		EXPECT_EQ(canBe(*message, row.text), row.fits) << row.text;
-	}
-}
-
-struct Pasted
-{
-	std::string message;
-	std::vector<std::string> places;
-};
-
-constexpr char kHead[] = "2026-11-21 09:07:05.3 [4711:3][CHeartReciver:549] <D> ";
-
-const Pasted kPasted[] = {
-    // its place
-    {"CHeartReciver:549", {"CHeartReciver:549"}},
-    {"cheartreciver:549", {"CHeartReciver:549"}},
-    {"[CHeartReciver:549]", {"CHeartReciver:549"}},
-    {"CAgent:100", {"CAgent:100"}},
-    // a line of the log
-    {std::string(kHead) + "slave -> master  process run", {"CHeartReciver:549"}},
-    {std::string(kHead) + "something else", {"CHeartReciver:549 (other text)"}},
-    {std::string("node-a: ") + kHead + "slave -> master  process run", {"CHeartReciver:549"}},
-    {"2026-11-21 09:07:05.3 [4711:2][CHeartSender:124] <D> beat sent[noName]:/process/1/1/x/0/", {"CHeartSender:124"}},
-    // the echo on the console
-    {"**ERROR**(CHeartSender:79)Sender Connection refused(CODE: 111)[noName]", {"CHeartSender:79"}},
-    {"**DEBUG**(CHeartReciver:549)slave -> master  process run", {"CHeartReciver:549"}},
-    {"Nov 21 09:07:05 node-a VelarixHA[4711]: **ERROR**(CHeartReciver:146)Reciver Connect Timed Out",
-     {"CHeartReciver:146"}},
-    {"**ERROR**(CHeartReciver:146)other", {"CHeartReciver:146 (other text)"}},
-    // the report of a fatal condition
-    {"VelarixHA: CHeartReciver:138: virtual void CHeartReciver::run(): Assertion `0' failed.", {"CHeartReciver:138"}},
-    {"VelarixHA: QuorinINI:30: bool initialization::loadFile(const std::string&): Assertion `(1 == 0) && \"ini File "
-     "fopen fail.\"' failed.",
-     {"QuorinINI:30"}},
-    {"VelarixHA: CHeartReciver:138: void f(): Assertion `x' failed.", {"CHeartReciver:138 (other text)"}},
-    // its text
-    {"slave -> master  process run", {"CHeartReciver:549"}},
-    {"Sender Timeout(CODE: 0)[noName]", {"CHeartSender:79"}},
-    {"master -> slave  process kill", {"CHeartReciver:509", "CHeartReciver:517", "CHeartReciver:525"}},
-    {"process is waiting for ip setup:3", {"Utill"}},
-    {"Good Bye!!! [fork parent]\r", {"HAmain"}},
-    // a part of it
-    {"Can't read file", {"Utill:216"}},
-    {"errrrreeeeeeerrrrrrr", {"CHeartReciver:319"}},
-    {"beat sent", {"CHeartSender:124"}},
-    {"# Log file created/rotated Saturday, 21 Nov 26 07:59:15 GMT", {"POCO"}},
-};
-
+/// The rows of explain.txt.
 TEST(ExplainMessage, IsFoundInEachOfItsForms)
 {
-	for (const Pasted& row : kPasted)
+	std::ifstream file(VELARIX_CTL_EXPLAIN);
+	int rows = 0;
+	for (std::string line; std::getline(file, line);)
 	{
-		EXPECT_EQ(placesOf(row.message), row.places) << row.message;
+		const std::size_t mark = line.rfind(" => ");
+		if (mark == std::string::npos)
+		{
+			continue;
+		}
+		++rows;
+		std::string message = line.substr(0, mark);
+		for (const auto& [escape, byte] : {std::pair("\\n", "\n"), {"\\r", "\r"}, {"\\e", "\x1b"}})
+		{
+			Poco::replaceInPlace(message, std::string(escape), std::string(byte));
+		}
+		std::string found;
+		for (const Explanation& explanation : explain(message))
+		{
+			found +=
+			    (found.empty() ? "" : ", ") + explanation.row->place() + (explanation.otherText ? " (other text)" : "");
+		}
+		EXPECT_EQ(found.empty() ? whyUnknown(message) : found, line.substr(mark + 4)) << message;
 	}
+	EXPECT_GT(rows, 40);
 	ASSERT_EQ(explain("**WARNING**something").size(), 1U);
 	EXPECT_EQ(explain("**WARNING**something").front().row->text, "**WARNING**<text>");
 	EXPECT_EQ(explain("**CRITICAL**something").front().row->text, "**CRITICAL**<text>");
@@ -187,20 +116,8 @@ TEST(ExplainMessage, WhatIsNotKnownIsNothing)
 	                            "CHeartReciver:550", "CHeartReciver:-549", "NoLabel:12", "hello world", "[1:2]",
 	                            ":::::", "549", "CHeartReciver:99999999999999999999"})
 	{
-		EXPECT_THAT(placesOf(message), IsEmpty()) << message;
+		EXPECT_THAT(explain(message), IsEmpty()) << message;
 	}
-}
-
-TEST(ExplainMessage, WhyItIsNotKnown)
-{
-	EXPECT_EQ(whyUnknown("CHeartReciver:550"),
-	          "there is no message CHeartReciver:550; the nearest: CHeartReciver:549, CHeartReciver:561");
-	EXPECT_EQ(whyUnknown("CAgent:1"), "there is no message CAgent:1; the nearest: CAgent:25");
-	EXPECT_EQ(whyUnknown("CAgent:9999"), "there is no message CAgent:9999; the nearest: CAgent:251");
-	EXPECT_EQ(whyUnknown("2026-11-21 09:07:05.3 [1:3][Other:5] <D> x"),
-	          "there is no message Other:5: the daemon has no such label");
-	EXPECT_EQ(whyUnknown("hello\x1b[31m"),
-	          "neither a message of the daemon nor a word of velarixctl: \"hello\\x1b[31m\"");
 }
 
 /// The verb, with its standard input.

@@ -1,9 +1,8 @@
-// What the history tells of agents, roles and services: the histories of histories.txt. Below,
-// what no event shows.
+// What the history tells of agents, roles and services: the histories of histories.txt.
 
-#include <Poco/String.h>
-
-#include "HistoryTest.h"
+#include "CtlTest.h"
+#include "StoryBook.h"
+#include "ctl/history/History.h"
 
 using namespace velarix::ctl;
 using namespace velarix::inspect;
@@ -12,44 +11,12 @@ using namespace std::chrono_literals;
 namespace
 {
 
-struct Story
-{
-	std::string name;
-	std::vector<std::string> lines;
-};
+using Lines = std::vector<std::string>;
 
-std::vector<Story> stories()
+const StoryBook& book()
 {
-	std::vector<Story> all;
-	std::ifstream file(VELARIX_CTL_HISTORIES);
-	if (!file)
-	{
-		throw std::runtime_error("cannot read " VELARIX_CTL_HISTORIES);
-	}
-	for (std::string line; std::getline(file, line);)
-	{
-		if (line.starts_with("== "))
-		{
-			all.push_back({line.substr(3), {}});
-		}
-		else if (!line.empty() && !line.starts_with('#'))
-		{
-			for (const auto& [escape, byte] : {std::pair("\\n", "\n"), {"\\r", "\r"}, {"\\e", "\x1b"}})
-			{
-				Poco::replaceInPlace(line, std::string(escape), std::string(byte));
-			}
-			all.back().lines.push_back(line);
-		}
-	}
+	static const StoryBook all(VELARIX_CTL_HISTORIES);
 	return all;
-}
-
-/// @return what stands before the first blank, which is taken away with it
-std::string cutWord(std::string& text)
-{
-	const std::string word = text.substr(0, text.find(' '));
-	text.erase(0, word.size() + 1);
-	return word;
 }
 
 std::string yesNo(const std::optional<Reported<bool>>& seen)
@@ -57,62 +24,86 @@ std::string yesNo(const std::optional<Reported<bool>>& seen)
 	return !seen ? "none" : seen->value ? "yes" : "no";
 }
 
-class HistoryTable : public HistoryTest, public testing::WithParamInterface<Story>
+/// An event on one line: "WORD FROM->TO (CAUSE) SUBJECT DETAIL DURATIONms"; what it
+/// does not have is left out.
+std::string textOf(const Event& event)
+{
+	std::ostringstream text;
+	text << wordOf(event.kind);
+	if (event.kind == EventKind::roleChanged || event.kind == EventKind::partnerChanged)
+	{
+		text << ' ' << wordOf(event.from) << "->" << wordOf(event.to);
+	}
+	if (event.cause != Cause::none)
+	{
+		text << " (" << wordOf(event.cause) << ')';
+	}
+	for (const std::string& part : {event.subject, event.detail})
+	{
+		text << (part.empty() ? "" : " " + part);
+	}
+	if (event.duration)
+	{
+		text << " " << event.duration->count() << "ms";
+	}
+	return text.str();
+}
+
+class HistoryTable : public testing::TestWithParam<Story>
 {
 protected:
+	HistoryTable() { begin({}); }
+
 	void obey(std::string line)
 	{
-		const std::string whole = line;
 		const std::string word = cutWord(line);
 		const auto command = kCommands.find(word);
-		if (line.starts_with("x "))
-		{
-			repeat(std::stoi(word), line.substr(2));
-		}
-		else if (command != kCommands.end())
-		{
-			command->second(*this, line);
-		}
-		else
-		{
-			message(word, line);
-		}
+		command != kCommands.end() ? command->second(*this, line) : message(word, line);
 	}
 
 	/// Clears what is expected; nothing is where nothing is expected.
-	void expectEvents(std::vector<std::string>& expected)
+	void expectEvents(Lines& expected)
 	{
 		if (expected.empty())
 		{
 			return;
 		}
-		std::vector<std::string> seen = events();
+		Lines seen = std::exchange(m_events, {});
 		if (expected.back() == "...")
 		{
 			expected.pop_back();
 			seen.resize(std::min(seen.size(), expected.size()));
 		}
-		EXPECT_EQ(seen, expected == std::vector<std::string>{"none"} ? std::vector<std::string>{} : expected);
+		EXPECT_EQ(seen, expected == Lines{"none"} ? Lines{} : expected);
 		expected.clear();
 	}
 
 	std::string figure(const std::string& name) const
 	{
-		const Snapshot& all = snapshot();
+		constexpr std::array addresses{"not known", "dropped", "starting", "waiting", "up"};
+		const Snapshot& all = m_history->snapshot();
+		const auto address = all.address.value_or(Reported<AddressState>{}).value;
 		const std::map<std::string, std::string> figures{
 		    {"process", std::to_string(all.process)},
-		    {"role", std::string(wordOf(all.role->value))},
-		    {"agent-starts", std::to_string(count(EventKind::agentStarted))},
+		    {"started", age(all.agentStarted)},
+		    {"receiver", age(all.lastOfReceiver)},
+		    {"role", std::string(all.role ? wordOf(all.role->value) : "none")},
+		    {"role-since", all.role ? age(all.role->since) : "none"},
+		    {"role-changes", std::to_string(all.roleChanges.size())},
+		    {"last-change", std::string(wordOf(all.lastRoleChange.value_or(Event{}).cause))},
 		    {"takeover", std::string(wordOf(all.takeOver.value_or(Event{}).cause))},
+		    {"network", yesNo(all.networkOk)},
 		    {"asking", yesNo(all.asking)},
-		    {"address", std::string(wordOf(all.address.value_or(Reported<AddressState>{}).value))},
+		    {"programs", yesNo(all.programsRun)},
+		    {"address", addresses.at(static_cast<std::size_t>(address))},
 		    {"partner", all.partnerLost ? "lost" : "heard"},
-		    {"fault", all.fault(Fault::heartbeats).there ? "heartbeats" : "none"},
+		    {"received", beat(all.received)},
+		    {"sent", beat(all.sent)},
+		    {"heartbeats", all.fault(Fault::heartbeats).there ? "fault" : "none"},
+		    {"missing-programs", all.fault(Fault::programs).there ? "fault" : "none"},
 		    {"silences", std::to_string(all.silences)},
 		    {"refusals", std::to_string(all.refusals)},
-		    {"failed-starts", std::to_string(all.failedStarts)},
-		    {"heartbeats-sent", std::to_string(all.heartbeatsSent)},
-		    {"heartbeats-received", std::to_string(all.heartbeatsReceived)}};
+		    {"failed-starts", std::to_string(all.failedStarts)}};
 		return figures.at(name);
 	}
 
@@ -120,26 +111,36 @@ private:
 	using Command = void (*)(HistoryTable&, std::string&);
 	static const std::map<std::string, Command> kCommands;
 
-	std::uint64_t count(EventKind kind) const
+	std::optional<History> m_history;
+	Lines m_events;
+	Instant m_now{std::chrono::sys_days(std::chrono::year(2026) / 11 / 21) + 9h};
+	/// The last planned move.
+	std::optional<Instant> m_moved;
+	long m_process = 4711;
+	long m_thread = 3;
+	bool m_dated = true;
+
+	void begin(const Commands& commands)
 	{
-		const auto found = snapshot().events.find(kind);
-		return found == snapshot().events.end() ? 0 : found->second;
+		m_history.emplace([this](const Event& event) { m_events.push_back(textOf(event)); }, commands,
+		                  [this](Instant) { return m_moved; });
 	}
 
-	void repeat(int times, std::string commands)
+	std::string age(const std::optional<Instant>& time) const
 	{
-		Poco::replaceInPlace(commands, std::string(" | "), std::string("\t"));
-		for (int time = 0; time < times; ++time)
-		{
-			std::istringstream each(commands);
-			for (std::string one; std::getline(each, one, '\t');)
-			{
-				obey(one);
-			}
-		}
+		return time ? std::to_string(std::chrono::duration_cast<Milliseconds>(m_now - *time).count()) : "none";
 	}
 
-	/// "receiver 137 <E> TEXT"
+	/// "RUNNING MASTER STARTED ASKING, since AGE, AGE"
+	std::string beat(const std::optional<Reported<Heartbeat>>& reported) const
+	{
+		const Heartbeat beat = reported.value_or(Reported<Heartbeat>{}).value;
+		std::ostringstream text;
+		text << beat.running << ' ' << beat.master << ' ' << beat.started << ' ' << beat.asking;
+		return reported ? text.str() + ", since " + age(reported->since) + ", " + age(reported->at) : "none";
+	}
+
+	/// "receiver 137 <E> TEXT"; each a tenth of a second after the one before
 	void message(const std::string& speaker, std::string rest)
 	{
 		static const std::map<std::string, std::pair<const char*, long>> speakers{{"agent", {"CAgent", 0}},
@@ -147,41 +148,39 @@ private:
 		                                                                          {"sender", {"CHeartSender", 2}},
 		                                                                          {"receiver", {"CHeartReciver", 3}}};
 		const auto known = speakers.find(speaker);
-		thread = known != speakers.end() ? known->second.second : thread;
-		const int number = std::stoi(cutWord(rest));
-		const char letter = rest.starts_with('<') ? cutWord(rest)[1] : 'D';
-		const std::string other = speaker == "service" ? "Utill" : speaker;
-		say(known != speakers.end() ? known->second.first : other, number, rest, letter);
+		m_thread = known != speakers.end() ? known->second.second : m_thread;
+		m_now += 100ms;
+		LogLine line;
+		line.time = m_dated ? std::optional(m_now) : std::nullopt;
+		line.process = m_process;
+		line.thread = m_thread;
+		line.label = known != speakers.end() ? known->second.first : speaker == "service" ? "Utill" : speaker;
+		line.number = std::stoi(cutWord(rest));
+		line.letter = rest.starts_with('<') ? cutWord(rest)[1] : 'D';
+		line.text = rest;
+		m_history->feed(line);
 	}
 };
 
 const std::map<std::string, HistoryTable::Command> HistoryTable::kCommands{
-    {"start", [](HistoryTable& test, std::string&) { test.start(); }},
-    {"pass", [](HistoryTable& test, std::string& role) { test.pass(role == "M"); }},
-    {"take-service", [](HistoryTable& test, std::string&) { test.takeService(); }},
-    {"become-master", [](HistoryTable& test, std::string&) { test.becomeMaster(); }},
-    {"become-standby", [](HistoryTable& test, std::string&) { test.becomeStandby(); }},
-    {"give-up-and-ask", [](HistoryTable& test, std::string&) { test.giveUpAndAsk(); }},
-    {"heard", [](HistoryTable& test, std::string& text) { test.heartbeat(text); }},
-    {"sent", [](HistoryTable& test, std::string& text) { test.sent(text); }},
-    {"checked", [](HistoryTable& test, std::string& text) { test.checked(text.at(0), std::stoi(text.substr(2))); }},
-    {"ran",
-     [](HistoryTable& test, std::string& text)
-     {
-	     const std::size_t end = std::min(text.find(" : "), text.size());
-	     test.ran(text.substr(0, end), text.substr(std::min(end + 3, text.size())));
+    {"given",
+     [](HistoryTable& test, std::string&) {
+	     test.begin({"raise", "drop (a) : b", "killall -9"});
      }},
-    {"process", [](HistoryTable& test, std::string& text) { test.process = std::stol(text); }},
-    {"thread", [](HistoryTable& test, std::string& text) { test.thread = std::stol(text); }},
-    {"wait", [](HistoryTable& test, std::string& text) { test.now += std::chrono::milliseconds(std::stol(text)); }},
-    {"forget", [](HistoryTable& test, std::string&) { test.events(); }},
+    {"process", [](HistoryTable& test, std::string& text) { test.m_process = std::stol(text); }},
+    {"thread", [](HistoryTable& test, std::string& text) { test.m_thread = std::stol(text); }},
+    {"wait", [](HistoryTable& test, std::string& text) { test.m_now += Milliseconds(std::stol(text)); }},
+    {"moved", [](HistoryTable& test, std::string& text) { test.m_moved = test.m_now - Milliseconds(std::stol(text)); }},
+    {"dated", [](HistoryTable& test, std::string& text) { test.m_dated = text == "yes"; }},
+    {"garbage", [](HistoryTable& test, std::string&) { test.m_history->feed(LogLine{}); }},
+    {"forget", [](HistoryTable& test, std::string&) { test.m_events.clear(); }},
 };
 
 TEST_P(HistoryTable, TellsItsEvents)
 {
 	const auto judges = [](const std::string& line) { return line.starts_with("> ") || line.starts_with("= "); };
 	ASSERT_TRUE(std::ranges::any_of(GetParam().lines, judges));
-	std::vector<std::string> expected;
+	Lines expected;
 	for (const std::string& line : GetParam().lines)
 	{
 		if (line.starts_with("> "))
@@ -196,103 +195,11 @@ TEST_P(HistoryTable, TellsItsEvents)
 			EXPECT_EQ(figure(line.substr(2, end - 2)), line.substr(end + 1)) << line;
 			continue;
 		}
-		obey(line);
+		book().expand(line, [this](const std::string& one) { obey(one); });
 	}
 	expectEvents(expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Story, HistoryTable, testing::ValuesIn(stories()), rowName<Story>);
-
-TEST_F(HistoryTest, ALogThatBeginsInTheMiddleTellsNoStartAndNoChange)
-{
-	pass(true);
-	checked('M', 1);
-	sent("/process/1/1/20261121090601/0/");
-	EXPECT_THAT(events(), IsEmpty());
-	EXPECT_EQ(snapshot().process, 4711);
-	EXPECT_FALSE(snapshot().agentStarted);
-	EXPECT_EQ(snapshot().role->value, Role::master);
-	EXPECT_TRUE(snapshot().programsRun->value);
-	EXPECT_FALSE(snapshot().asking->value);
-	EXPECT_FALSE(snapshot().lastRoleChange);
-}
-
-TEST_F(HistoryTest, MessagesWithoutADateHappenedWhenTheOneBeforeDid)
-{
-	LogLine line;
-	line.letter = 'D';
-	line.process = 1;
-	line.thread = 3;
-	line.label = "CHeartReciver";
-	line.number = 505;
-	history.feed(line);
-	EXPECT_EQ(snapshot().process, 0);
-	LogLine garbage;
-	garbage.text = "garbage";
-	history.feed(garbage);
-	EXPECT_EQ(snapshot().letters.at('?'), 1U);
-	start();
-	line.process = 4711;
-	history.feed(line);
-	EXPECT_EQ(snapshot().role->value, Role::master);
-	EXPECT_EQ(snapshot().role->since, now);
-}
-
-TEST_F(HistoryTest, EachWorkersLastMessageIsKnown)
-{
-	start();
-	EXPECT_FALSE(snapshot().lastOfReceiver);
-	receiver(94);
-	const Instant ofReceiver = now;
-	service(756); // on the receiver's thread
-	EXPECT_EQ(snapshot().lastOfReceiver, ofReceiver + 100ms);
-	checked('S', 0);
-	EXPECT_EQ(snapshot().lastOfChecker, now);
-	sent("/process/0/2/x/0/");
-	EXPECT_EQ(snapshot().lastOfSender, now);
-	EXPECT_EQ(snapshot().lastOfReceiver, ofReceiver + 100ms);
-	EXPECT_EQ(snapshot().lastMessage, now);
-}
-
-TEST_F(HistoryTest, GivenCommandsServeUntilTheLogTellsThem)
-{
-	std::vector<std::string> reported;
-	History given([&](const Event& event) { reported.push_back(textOf(event)); },
-	              {"raise", "drop (a) : b", "killall -9"});
-	const auto feed = [&](int number, const std::string& text)
-	{
-		LogLine line;
-		line.time = now += 100ms;
-		line.process = 1;
-		line.thread = 3;
-		line.label = number == 573 ? "Utill" : "CHeartReciver";
-		line.number = number;
-		line.letter = 'D';
-		line.text = text;
-		given.feed(line);
-	};
-	feed(505, "");
-	feed(524, "");
-	feed(525, "");
-	feed(573, "command(killall -9 server) : ");
-	feed(573, "command(drop (a) : b) : gone");
-	EXPECT_THAT(reported, ElementsAre("fault-found service-interface",
-	                                  "role-changed master->slave (service-interface-down) 200ms",
-	                                  "ask-made (service-interface-down)", "program-killed (give-up) server",
-	                                  "address-dropped (give-up) gone"));
-}
-
-TEST_F(HistoryTest, TheHeartbeatsOfBothSidesAreInThePicture)
-{
-	start();
-	heartbeat("/process/1/1/20261121090601/0/");
-	const Instant first = now;
-	heartbeat("/process/1/1/20261121090601/0/");
-	EXPECT_EQ(snapshot().received->value, (Heartbeat{true, true, "20261121090601", false}));
-	EXPECT_EQ(snapshot().received->since, first);
-	EXPECT_EQ(snapshot().received->at, now);
-	sent("/process/0/2/20261121090602/1/");
-	EXPECT_EQ(snapshot().sent->value, (Heartbeat{false, false, "20261121090602", true}));
-}
+INSTANTIATE_TEST_SUITE_P(Story, HistoryTable, testing::ValuesIn(book().stories()), rowName<Story>);
 
 } // namespace

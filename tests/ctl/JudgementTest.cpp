@@ -11,16 +11,13 @@ using testing::ElementsAreArray;
 namespace
 {
 
-enum class Side
-{
-	master,
-	slave
-};
+constexpr bool kMaster = true;
+constexpr bool kSlave = false;
 
 struct Row
 {
 	const char* name;
-	Side side;
+	bool master;
 	/// "ID grade" or "ID grade blocks", in the order of the list.
 	std::vector<std::string> problems;
 	/// Breaks a sound node, whose state the test has read.
@@ -99,9 +96,6 @@ void agentIs(NodeState& state, AgentState what)
 	state.agent.state = what;
 	state.agent.text = state.role.why = "a reason";
 }
-
-constexpr Side kMaster = Side::master;
-constexpr Side kSlave = Side::slave;
 
 // clang-format off
 const Row kRows[] = {
@@ -198,7 +192,7 @@ class JudgementOfAState : public StateTest, public testing::WithParamInterface<R
 
 TEST_P(JudgementOfAState, ListsWhatIsWrong)
 {
-	GetParam().side == Side::master ? soundMaster() : soundSlave();
+	GetParam().master ? soundMaster() : soundSlave();
 	NodeState state = Observer(paths).look(now);
 	GetParam().change(state);
 	const Judgement judgement = judge(state);

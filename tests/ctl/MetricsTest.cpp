@@ -1,4 +1,4 @@
-// The metrics on standard output and in a file of their own.
+// The metrics in a file of their own; what they are: states.txt.
 
 #include "PlainUser.h"
 #include "StateTest.h"
@@ -38,36 +38,6 @@ protected:
 		           : text.substr(at + name.size() + 2, text.find('\n', at + 1) - at - name.size() - 2);
 	}
 };
-
-TEST_F(Metrics, OfASoundMaster)
-{
-	soundMaster();
-	const Outcome outcome = runHere({"metrics"});
-	expectGolden("metrics-master.txt", outcome.out);
-	EXPECT_EQ(outcome.err, "");
-	EXPECT_EQ(outcome.code, 0);
-}
-
-TEST_F(Metrics, LeaveOutWhatIsNotKnown)
-{
-	soundMaster();
-	endProcess(kAgent);
-	const Outcome outcome = runHere({"metrics"});
-	expectGolden("metrics-dead.txt", outcome.out);
-	EXPECT_EQ(outcome.code, 0);
-}
-
-TEST_F(Metrics, WithoutSettingsAreWrittenAndTheReasonIsReported)
-{
-	soundMaster();
-	fs::remove(below(kSettings));
-	const Outcome outcome = write();
-	EXPECT_EQ(sample("velarix_agent_up"), "1");
-	EXPECT_EQ(sample("velarix_log_trusted"), "0");
-	EXPECT_EQ(outcome.out, "");
-	EXPECT_EQ(outcome.err, "velarixctl: cannot read /usr/velarix/bin/ini/config.ini: No such file or directory\n");
-	EXPECT_EQ(outcome.code, 66);
-}
 
 TEST_F(Metrics, WithoutTheRightToReadTheSettings)
 {
@@ -110,60 +80,12 @@ TEST_F(Metrics, LeaveTheFormerFileWhenTheyCannotBeWritten)
 	EXPECT_EQ(readFile(file()), former);
 }
 
-TEST_F(Metrics, TellADirectoryThatIsNotThere)
-{
-	soundMaster();
-	const Outcome outcome = runHere({"metrics", "--textfile", (root() / "nowhere/velarix.prom").string()});
-	EXPECT_EQ(outcome.err, "velarixctl: cannot write /nowhere/velarix.prom: No such file or directory\n");
-	EXPECT_EQ(outcome.code, 73);
-}
-
 TEST_F(Metrics, ATextFileThatIsAPipeIsRefusedAndNotWaitedFor)
 {
 	soundMaster();
 	ASSERT_EQ(::mkfifo(file().c_str(), 0600), 0);
 	EXPECT_EQ(write().code, 66);
 	EXPECT_TRUE(fs::is_fifo(file()));
-}
-
-TEST_F(Metrics, CountFromTheFirstRunOn)
-{
-	soundMaster();
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
-	EXPECT_EQ(sample("velarix_heartbeats_received_total"), "0");
-	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366399");
-
-	// The last line of before is younger than a second then, and counts now.
-	now += 30s;
-	writeLog(emptyLog().start(228s).slaveFor(228s, 221s).takeService(220s).masterFor(213300ms, 300ms));
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "30");
-	EXPECT_EQ(sample("velarix_heartbeats_received_total"), "30");
-	EXPECT_EQ(sample("velarix_log_messages_total{level=\"debug\"}"), "600");
-	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366429");
-}
-
-TEST_F(Metrics, CountEventsOnceHoweverOftenTheyRun)
-{
-	soundMaster();
-	ASSERT_EQ(write().code, 0);
-	now += 20s;
-	const NodeLog log = emptyLog()
-	                        .start(218s)
-	                        .slaveFor(218s, 211s)
-	                        .takeService(210s)
-	                        .masterFor(203300ms, 10s)
-	                        .giveUp(9s)
-	                        .slaveFor(8s, 300ms, "/process/1/1/20260301110000/0/");
-	writeLog(log);
-	for (int run = 0; run < 3; ++run)
-	{
-		ASSERT_EQ(write().code, 0);
-		EXPECT_EQ(sample("velarix_events_total{event=\"role-changed\"}"), "1");
-		EXPECT_EQ(sample("velarix_events_total{event=\"ask-made\"}"), "1");
-		now += 100ms;
-	}
 }
 
 TEST_F(Metrics, CountAcrossAGapOfHoursAndARotation)
@@ -177,40 +99,6 @@ TEST_F(Metrics, CountAcrossAGapOfHoursAndARotation)
 	writeLog(emptyLog().masterFor(1799s, 300ms));
 	ASSERT_EQ(write().code, 0);
 	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), std::to_string(1 + 5399 + 1799));
-}
-
-TEST_F(Metrics, GoOnWhenTheClockWasSetBack)
-{
-	soundMaster();
-	ASSERT_EQ(write().code, 0);
-	now -= 100s;
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
-	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366299");
-	now += 10s;
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "10");
-}
-
-TEST_F(Metrics, DoNotGoOnFromCountsThatNoRunWrote)
-{
-	soundMaster();
-	const std::string until = "velarix_counted_until_timestamp_seconds 1772366399\n";
-	CtlTest::write("/velarix.prom", until + "velarix_heartbeats_sent_total -5\n"
-	                                        "velarix_heartbeats_received_total NaN\n"
-	                                        "velarix_events_total 3\n"
-	                                        "velarix_log_messages_total{level=\"debug\"} 1e300\n"
-	                                        "velarix_last_role_change_timestamp_seconds 1e12\n");
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "0");
-	EXPECT_EQ(sample("velarix_heartbeats_received_total"), "0");
-	EXPECT_EQ(sample("velarix_events_total{event=\"\"}"), "none");
-	EXPECT_EQ(sample("velarix_log_messages_total{level=\"debug\"}"), "none");
-	EXPECT_EQ(sample("velarix_last_role_change_timestamp_seconds"), "1772366210");
-
-	CtlTest::write("/velarix.prom", "velarix_counted_until_timestamp_seconds 1e15\n");
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_counted_until_timestamp_seconds"), "1772366399");
 }
 
 // What a scraper refuses: two samples with the same name and labels.
@@ -230,25 +118,6 @@ TEST_F(Metrics, HaveEachSampleOnce)
 		EXPECT_TRUE(reported.insert(line.substr(0, line.rfind(' '))).second || line.starts_with('#')) << line;
 	}
 	EXPECT_GE(reported.size(), 30U);
-}
-
-TEST_F(Metrics, HaveLabelsInUtf8)
-{
-	soundMaster();
-	writeSettings(1, {{"PARTNER_IP", "192.0.2.\xff"}});
-	EXPECT_THAT(runHere({"metrics"}).out, HasSubstr(R"(partner="192.0.2.\\xff")"));
-}
-
-TEST_F(Metrics, RememberTheLastChangeOfTheRole)
-{
-	soundMaster();
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_last_role_change_timestamp_seconds"), "1772366210");
-	now += 86400s;
-	fakeMachine().starts[kAgent] = now - 90000s;
-	writeLog(emptyLog().masterFor(400s, 300ms));
-	ASSERT_EQ(write().code, 0);
-	EXPECT_EQ(sample("velarix_last_role_change_timestamp_seconds"), "1772366210");
 }
 
 TEST(Exposition, EscapesLabelsAndHelp)

@@ -1,11 +1,18 @@
-/// The works of a History: what each message of the agent tells.
+/// What each message of the agent tells.
+///
+/// Feed a History the messages in order (LogReader gives them so); it hands out
+/// events as they become known and keeps the snapshot up to date. It knows nothing
+/// of files, settings, processes or the present time: whether the log is fresh
+/// and its agent alive is for the caller to find out.
 ///
 /// The messages that matter are in one table (HistoryTable.cpp), place by place
 /// with what is done at it. Roles are taken from the receiver's messages alone:
 /// it changes them, the other workers only read them, a little early or late.
 #pragma once
 
+#include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,10 +22,13 @@
 namespace velarix::ctl
 {
 
-class HistoryMachine
+class History
 {
 public:
-	HistoryMachine(History::Sink sink, Commands commands, LastMove lastMove);
+	using Sink = std::function<void(const Event&)>;
+
+	/// @param sink gets each event; may be empty
+	explicit History(Sink sink = {}, Commands commands = {}, LastMove lastMove = {});
 
 	void feed(const LogLine& line);
 	const Snapshot& snapshot() const { return m_snapshot; }
@@ -42,8 +52,8 @@ private:
 	{
 		bool startSeen = false;
 		bool workersSeen = false;
-		/// Which worker a thread is, from the label of its own messages.
-		std::map<long, std::string_view> workers;
+		/// The receiver's threads, from the label of its own messages.
+		std::set<long> receivers;
 
 		/// What is going on, for the cause of commands: agentStart, giveUp, takeOver,
 		/// bothMasters or configuredRole.
@@ -71,7 +81,7 @@ private:
 		std::optional<Event> fatal;
 	};
 
-	History::Sink m_sink;
+	Sink m_sink;
 	Commands m_commands;
 	LastMove m_lastMove;
 	Snapshot m_snapshot;
@@ -91,9 +101,8 @@ private:
 	void begin();
 	void end();
 	void resume();
-	void noteWorker();
+	void noteReceiver();
 	void noteError();
-	void carryCountsFrom(const Snapshot& other);
 
 	// Shared
 	Event event(EventKind kind, Cause cause = Cause::none) const;
@@ -103,6 +112,8 @@ private:
 	void emit(EventKind kind, Cause cause = Cause::none, std::string subject = {}, std::string detail = {},
 	          std::optional<Milliseconds> duration = std::nullopt);
 	Milliseconds since(Instant time) const;
+	/// How long something has lasted that ends with this; nothing without its begin.
+	std::optional<Milliseconds> lasted(std::optional<Instant>& begun) const;
 	/// The text behind `prefix`; all of it when it begins differently.
 	std::string behind(std::string_view prefix) const;
 	template <typename Value> void tell(std::optional<Reported<Value>>& reported, const Value& value);
@@ -110,8 +121,7 @@ private:
 	// HistoryRole.cpp
 	void setRole(Role role, Cause cause);
 	void passBegins();
-	void judgedAsMaster();
-	void judgedAsSlave();
+	void judgedAs(Role role);
 	/// @param ok how the node judges its own network
 	void judged(bool ok);
 	void bothMasters(bool ok);
@@ -120,16 +130,21 @@ private:
 	void givesUp();
 	void givesUpAndAsks();
 	void givesUpWithoutPrograms();
-	void takesOver(Cause cause);
-	void takesOverAsAsked();
+	/// @param next the next command of it
+	void takesOver(Cause cause, Awaited next = Awaited::kill);
 	void leavesForConfiguredRole();
-	void setNetwork(bool ok);
 	void endTakeOver(EventKind kind, std::string detail = {});
 	void ask();
 	void endAsk(EventKind kind);
 	void answerSeen();
 
 	// HistoryPartner.cpp
+	void found(Fault fault, std::string detail = {});
+	void gone(Fault fault, std::string detail = {});
+	FaultState& state(Fault fault) { return m_snapshot.faults[static_cast<std::size_t>(fault)]; }
+	void unanswered(Fault fault);
+	void probeError();
+	void serverError();
 	void heartbeatReceived();
 	void heard(const Heartbeat& heartbeat);
 	void heartbeatSent();
@@ -138,11 +153,10 @@ private:
 	void countSilence(int silences);
 
 	// HistoryService.cpp
-	void agentCleans();
 	void commandRun();
-	void startsPrograms();
+	/// @param doing what the next commands belong to, of which the first is the stop
+	void expectStop(Cause doing);
 	void scriptWasRun();
-	void setAddress(AddressState state);
 	void addressUp(const std::string& how);
 	void addressNotListed();
 	void addressPinged();
@@ -150,17 +164,9 @@ private:
 	void programsCounted();
 	void killed(std::string_view program, const std::string& output);
 	void dropped(const std::string& output);
-
-	// HistoryFaults.cpp
-	void found(Fault fault, std::string detail = {});
-	void gone(Fault fault, std::string detail = {});
-	void unanswered(Fault fault);
-	void probeError();
-	void serverError();
-	FaultState& state(Fault fault) { return m_snapshot.faults[static_cast<std::size_t>(fault)]; }
 };
 
-template <typename Value> void HistoryMachine::tell(std::optional<Reported<Value>>& reported, const Value& value)
+template <typename Value> void History::tell(std::optional<Reported<Value>>& reported, const Value& value)
 {
 	if (!reported || !(reported->value == value))
 	{
@@ -170,7 +176,7 @@ template <typename Value> void HistoryMachine::tell(std::optional<Reported<Value
 }
 
 /// What is done at a place of the log.
-using Handler = void (*)(HistoryMachine&);
+using Handler = void (*)(History&);
 
 /// The words of a text on one line, no more than a line holds.
 std::string oneLine(std::string_view text);
