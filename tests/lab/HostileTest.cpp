@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, ShortHostile,
                                          std::tuple{"spoofed-partner/1-1-0/a/master", Mitigation::neighbours},
                                          std::tuple{"arp-cut-node/a/master", Mitigation::neighbours},
                                          std::tuple{"icmp-wrong-id/gateway/a/master", Mitigation::firewall},
-                                         std::tuple{"arp-claims/b/master", Mitigation::none}),
+                                         std::tuple{"arp-claims/a/master", Mitigation::none}),
                          [](const testing::TestParamInfo<ShortHostile::ParamType>& cell)
                          {
 	                         std::string name =

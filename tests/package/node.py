@@ -116,7 +116,8 @@ class Node(Machine):
         return agents[0]
 
     def programs(self):
-        found = self.run(f"for p in /proc/[0-9]*; do [ \"$(cat $p/comm 2>/dev/null)\" = {PROGRAM} ] && "
+        # A zombie has a name, and no program.
+        found = self.run(f"for p in /proc/[0-9]*; do [ \"$(cat $p/comm 2>/dev/null)\" = {PROGRAM} ] && [ -e $p/exe ] && "
                          "echo ${p#/proc/}; done; true", check=False)
         return [int(pid) for pid in found.out.split()]
 

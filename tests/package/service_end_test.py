@@ -32,6 +32,7 @@ class CrashTest(OnAMachine):
         self.start()
         program, agent = self.machine.wait_until_serving(), self.machine.agent()
         self.machine.run(f"kill -9 {program}")
+        wait_for("the program has ended", lambda: not self.machine.alive(program), 10)
         self.assertNotEqual(self.machine.wait_until_serving(), program)
         self.assertEqual(self.machine.agent(), agent)
         self.assertEqual(self.property("OOMPolicy"), "continue")
