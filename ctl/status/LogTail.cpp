@@ -106,8 +106,10 @@ std::optional<Instant> begunAt(const std::filesystem::path& log)
 	Poco::DateTime date;
 	const bool read = Poco::DateTimeParser::tryParse(Poco::DateTimeFormat::RFC1036_FORMAT,
 	                                                 line.text.substr(remark.size()), date, zone);
-	return read ? std::optional<Instant>(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000))
-	            : std::nullopt;
+	// The parser makes a date of the year 0 of what is none, and the clock's nanoseconds reach to 2262.
+	const bool known = read && date.year() >= 1970 && date.year() < 2262;
+	return known ? std::optional<Instant>(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000))
+	             : std::nullopt;
 }
 
 LastChange findLastChange(const LogWish& wish, Role role)

@@ -172,9 +172,11 @@ TEST_F(Metrics, AfterAGapHoldNoMoreThanAPart)
 	}
 	CtlTest::write(kLog, log.text() + later.masterFor(1800ms, 300ms).text());
 	std::ofstream("/proc/self/clear_refs") << 5;
-	const long before = memory("VmRSS:");
+	[[maybe_unused]] const long before = memory("VmRSS:");
 	ASSERT_EQ(write().code, 0);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 	EXPECT_LT(memory("VmHWM:") - before, 50'000) << "kB; the messages have " << kMessages * 2 << " kB";
+#endif
 	EXPECT_GE(std::stoi(sample("velarix_log_messages_total{level=\"debug\"}")), kMessages);
 	EXPECT_EQ(sample("velarix_heartbeats_sent_total"), "1");
 }

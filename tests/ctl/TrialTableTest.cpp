@@ -143,7 +143,8 @@ TEST_F(Trials, LeaveFilesKernelAndProcessesOfTheMachineAsTheyAre)
 	std::array<char, 64> name{};
 	EXPECT_EQ(::gethostname(name.data(), name.size() - 1), 0);
 	EXPECT_STRNE(name.data(), "velarix-trial");
-	for (const host::Process& process : host::processes().value())
+	const std::vector<host::Process> processes = host::processes().value();
+	for (const host::Process& process : processes)
 	{
 		std::string line;
 		std::getline(std::ifstream("/proc/" + std::to_string(process.pid) + "/cmdline"), line);
