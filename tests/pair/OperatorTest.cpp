@@ -245,6 +245,7 @@ TEST_P(OperatorMaintenance, AServiceMayBeStoppedAndStarted)
 	{
 		EXPECT_EQ(ctl(HostId::a, {"maintenance", "off"}).status, 69) << "the agent would give the service up";
 		lab().run(HostId::a, {"sh", "-c", std::string("setsid ") + plan::serviceProgram + " >/dev/null 2>&1 &"});
+		ASSERT_TRUE(waitFor([&] { return lab().answeredBy() == "a"; }, moveLimit, "the service to answer again"));
 	}
 	maintenance(HostId::a, "off");
 	maintenance(HostId::b, "off");
