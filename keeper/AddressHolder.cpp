@@ -234,8 +234,9 @@ bool AddressHolder::nothingIsLeft()
 	const auto left =
 	    std::ranges::find_if(m_services, [](const std::string& service)
 	                         { return lacksSupervisor(service) && valueOf(readState(service), "started") == "yes"; });
-	if (left != m_services.end() && m_ending == 0)
+	if (left != m_services.end() && m_ending == 0 && now() >= m_endAgainAt)
 	{
+		m_endAgainAt = now() + kUseless;
 		std::string error;
 		m_ending = std::max(start({}, {"/proc/self/exe", "stop", *left}, RunAs::self, error), 0);
 		Journal(*left).event("stopping", "its supervisor was killed, and another host asks for the address" +

@@ -67,6 +67,7 @@ private:
 	Millis m_askedAt = kNever;    ///< when another host probed last
 	Millis m_uselessAt = kNever;  ///< since when others have asked for it in vain while a service has ended here
 	pid_t m_ending = 0;           ///< ends what is left of a service
+	Millis m_endAgainAt = 0;      ///< no sooner
 	int m_conflicts = 0;
 	long long m_lastConflict = 0; ///< CLOCK_REALTIME in seconds
 	int m_removals = 0;

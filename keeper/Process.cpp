@@ -63,6 +63,9 @@ void runChild(const ServiceSettings& service, const std::string& program, const 
               RunAs runAs, int output, pid_t parent)
 {
 	::setsid();
+	// Our own turn before others is for the address alone.
+	const sched_param ordinary{};
+	::sched_setscheduler(0, SCHED_OTHER, &ordinary);
 	setProcessName("keeper-start");
 	sigset_t none;
 	sigemptyset(&none);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <exception>
 #include <utility>
 
 #include <linux/capability.h>
@@ -71,7 +72,15 @@ void ServiceSupervisor::onTime(Millis moment)
 	}
 	if (moment >= m_leftAt)
 	{
-		removeLeftAddress();
+		try
+		{
+			removeLeftAddress();
+		}
+		catch (const std::exception& exc)
+		{
+			m_journal.event("failed", exc.what());
+			m_leftAt = now() + kLeftAddress;
+		}
 	}
 	if (moment >= m_machine.timerAt)
 	{
@@ -91,7 +100,7 @@ void ServiceSupervisor::lookAtAddress()
 	{
 		m_loop.watch(m_watchedDeath, [this] { lookAtAddress(); });
 	}
-	m_leftAt = m_watchedDeath < 0 ? now() + kLeftAddress : kNever;
+	m_leftAt = m_watchedDeath < 0 ? std::min(m_leftAt, now() + kLeftAddress) : kNever;
 	if (held != m_machine.held)
 	{
 		feed(held ? ServiceEvent::held : ServiceEvent::lost);
@@ -102,13 +111,22 @@ void ServiceSupervisor::lookAtAddress()
 void ServiceSupervisor::removeLeftAddress()
 {
 	m_leftAt = kNever;
-	const bool ended = holderOf(kAddressProgram, Part::guard) == 0 && holderOf(kAddressProgram, Part::worker) == 0;
-	if (ended && keeper::look(m_addressSettings).value_or(Sight()).present && removeAddress(m_addressSettings) == 0)
+	// One that ends by itself has said so. What an administrator raises is not ours.
+	const std::string last = valueOf(readState(kAddressProgram), "state");
+	if (last != "announcing" && last != "holding" && last != "rechecking")
 	{
-		Journal(kAddressProgram)
-		    .event("lowered",
-		           m_addressSettings.text + " on " + m_addressSettings.interface + ", left behind by a killed program");
+		return;
 	}
+	const bool ended = holderOf(kAddressProgram, Part::guard) == 0 && holderOf(kAddressProgram, Part::worker) == 0;
+	if (!ended || removeAddress(m_addressSettings) != 0)
+	{
+		m_leftAt = now() + kLeftAddress;
+		return;
+	}
+	removeState(kAddressProgram);
+	Journal(kAddressProgram)
+	    .event("lowered",
+	           m_addressSettings.text + " on " + m_addressSettings.interface + ", left behind by a killed program");
 }
 
 void ServiceSupervisor::reap()

@@ -254,6 +254,10 @@ TEST_F(ServiceTest, AnAddressThatBothProcessesOfItsHolderHaveLeftIsRemoved)
 	ASSERT_TRUE(m_host.hasAddress());
 	EXPECT_TRUE(happens([&] { return !m_host.hasAddress(); }, "end of the address"));
 	EXPECT_TRUE(tells("left behind by a killed program"));
+	// What an administrator raises stays.
+	m_host.run({"ip", "addr", "add", "192.0.2.100/32", "dev", "eth0"});
+	ASSERT_TRUE(m_host.hasAddress());
+	EXPECT_FALSE(happens([&] { return !m_host.hasAddress(); }, "nothing", 11s));
 }
 
 TEST_F(ServiceTest, AFrozenSupervisorIsEnded)
