@@ -69,10 +69,18 @@ std::string dotted(const sockaddr* address)
 	return text.data();
 }
 
+/// @return what it prints, whatever its status: arping's says whether somebody has answered
+std::string printedBy(const std::vector<std::string>& tool)
+{
+	constexpr std::chrono::seconds kLimit{10};
+	const ProgramEnd end = runProgram({.arguments = tool, .environment = {}, .input = {}, .limit = kLimit});
+	return end.inTime ? end.output : "";
+}
+
 /// @return what a tool prints; discarded when it is no JSON
 nlohmann::json jsonOf(const std::vector<std::string>& tool)
 {
-	return nlohmann::json::parse(outputOf(tool), nullptr, /*allow_exceptions=*/false);
+	return nlohmann::json::parse(printedBy(tool), nullptr, /*allow_exceptions=*/false);
 }
 
 bool isAddress(const std::string& text)
@@ -122,7 +130,7 @@ std::optional<std::string> holderOf(const std::string& address, const std::strin
 {
 	// "Unicast reply from 198.51.100.10 [52:54:00:00:00:02]  0.6ms"
 	const std::string text =
-	    isAddress(address) ? outputOf({"arping", "-D", "-c", "1", "-w", "1", "-I", interface, address}) : "";
+	    isAddress(address) ? printedBy({"arping", "-D", "-c", "1", "-w", "1", "-I", interface, address}) : "";
 	const std::size_t begin = text.find('[');
 	const std::size_t end = text.find(']', begin);
 	if (end == std::string::npos)

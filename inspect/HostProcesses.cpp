@@ -174,8 +174,10 @@ std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid)
 	}
 	timespec up{};
 	::clock_gettime(CLOCK_BOOTTIME, &up);
-	return std::chrono::system_clock::now() - std::chrono::seconds(up.tv_sec) +
-	       std::chrono::milliseconds(*ticks * 1000 / perSecond);
+	// The same at each call: in whole seconds the clocks' small differences are not seen.
+	const auto boot = std::chrono::round<std::chrono::seconds>(
+	    std::chrono::system_clock::now() - std::chrono::seconds(up.tv_sec) - std::chrono::nanoseconds(up.tv_nsec));
+	return boot + std::chrono::milliseconds(*ticks * 1000 / perSecond);
 }
 
 } // namespace velarix::inspect::host

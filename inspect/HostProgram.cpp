@@ -212,7 +212,7 @@ std::string outputOf(const std::vector<std::string>& arguments, const std::strin
 {
 	constexpr std::chrono::seconds kLimit{10};
 	const ProgramEnd end = runProgram({.arguments = arguments, .environment = {}, .input = input, .limit = kLimit});
-	return end.inTime ? end.output : "";
+	return end.fine() ? end.output : "";
 }
 
 void endWithProgram()

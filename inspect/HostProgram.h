@@ -45,7 +45,7 @@ struct ProgramEnd
 /// program's delivery must. Only for programs of one thread.
 ProgramEnd runProgram(const ProgramCall& call);
 
-/// @return what a tool of the system prints; whatever its status; nothing when it takes longer than 10 s
+/// @return what a tool of the system prints; nothing when it fails or takes longer than 10 s
 std::string outputOf(const std::vector<std::string>& arguments, const std::string& input = {});
 
 /// From now on SIGTERM ends this process and the process group of the running program.

@@ -230,11 +230,15 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 		return;
 	}
 	const std::optional<std::string> other = host::holderOf(address, kServiceInterface);
+	if (!other)
+	{
+		return;
+	}
 	const std::optional<std::string> partners = host::holderOf(partner, kServiceInterface);
 	const bool here = contains(addresses, address, &Address::address);
-	if (!other || (!here && partners == other))
+	if (!here && partners == other)
 	{
-		return; // nobody serves, or the partner
+		return; // the partner serves
 	}
 	if (!here && !partners && host::answersPing(partner, 1).value_or(true))
 	{

@@ -126,6 +126,8 @@ TEST(RealProcesses, KnowWhenTheyWereStarted)
 	const std::optional<std::chrono::system_clock::time_point> start = host::startOf(sleeper.pid());
 	ASSERT_TRUE(start);
 	EXPECT_LT(std::chrono::abs(*start - before), 3s);
+	std::this_thread::sleep_for(3ms);
+	EXPECT_EQ(host::startOf(sleeper.pid()), start) << "the same at each look";
 }
 
 TEST(RealProcesses, OfAnotherUserOrFileAreNoAgent)
