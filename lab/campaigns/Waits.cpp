@@ -47,7 +47,8 @@ Term termFrom(const std::string& text, const PairSettings& times)
 	const std::size_t star = text.find('*');
 	term.name = text.substr(star == std::string::npos ? 0 : star + 1);
 	const char* end = text.data() + std::min(star, text.size());
-	const bool counted = star == std::string::npos || std::from_chars(text.data(), end, term.factor).ptr == end;
+	const auto [stopped, failure] = std::from_chars(text.data(), end, term.factor);
+	const bool counted = star == std::string::npos || (failure == std::errc() && stopped == end);
 	const auto* wait = std::ranges::find_if(waits, [&](const FixedWait& known) { return term.name == known.name; });
 	if (!counted || text.starts_with('*') || wait == std::end(waits))
 	{

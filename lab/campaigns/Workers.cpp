@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <map>
+#include <memory>
 #include <sstream>
 
 #include <sys/prctl.h>
@@ -109,6 +110,16 @@ void runInWorkers(std::size_t count, int jobs, Millis limit, const Work& work,
 {
 	const pid_t parent = ::getpid();
 	std::map<pid_t, Child> children;
+	// Where this one cannot go on, none of them does.
+	auto endAll = [&children](const void*)
+	{
+		for (const auto& [pid, child] : children)
+		{
+			::kill(pid, SIGKILL);
+			::waitpid(pid, nullptr, 0);
+		}
+	};
+	const std::unique_ptr<const void, decltype(endAll)> ender(&children, endAll);
 	std::size_t next = 0;
 	while (next < count || !children.empty())
 	{

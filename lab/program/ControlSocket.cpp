@@ -16,7 +16,9 @@ namespace
 {
 
 /// A socket, and its connect() or bind() to the path.
-Descriptor socketAt(const std::filesystem::path& path, int (*place)(int, const sockaddr*, socklen_t))
+/// @throws LabError beginning with `problem`
+Descriptor socketAt(const std::filesystem::path& path, int (*place)(int, const sockaddr*, socklen_t),
+                    const char* problem)
 {
 	sockaddr_un address{};
 	address.sun_family = AF_UNIX;
@@ -28,7 +30,7 @@ Descriptor socketAt(const std::filesystem::path& path, int (*place)(int, const s
 	Descriptor made(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 	if (!made || place(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
 	{
-		throwErrno("no supervisor at " + path.string());
+		throwErrno(problem + path.string());
 	}
 	return made;
 }
@@ -63,7 +65,7 @@ void serve(const std::filesystem::path& path, int signals, const std::function<s
 	// Who sees the file at its place is answered.
 	const std::filesystem::path made = path.string() + ".new";
 	const mode_t before = ::umask(0077);
-	const Descriptor listening = socketAt(made, ::bind);
+	const Descriptor listening = socketAt(made, ::bind, "cannot listen at ");
 	::umask(before);
 	if (::listen(listening.get(), 8) != 0)
 	{
@@ -89,7 +91,7 @@ void serve(const std::filesystem::path& path, int signals, const std::function<s
 
 std::string ask(const std::filesystem::path& path, const std::string& request)
 {
-	const Descriptor connection = socketAt(path, ::connect);
+	const Descriptor connection = socketAt(path, ::connect, "no supervisor at ");
 	sendText(connection.get(), request);
 	std::string answer;
 	if (!readText(connection.get(), answer, std::chrono::seconds(60)))

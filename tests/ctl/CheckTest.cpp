@@ -36,6 +36,7 @@ std::vector<std::string> CheckTest::shortForms(const CheckReport& report) const
 	std::vector<std::string> result;
 	for (const Finding& finding : report.findings)
 	{
+		expectWhole(finding);
 		std::string text = finding.severity == Severity::error ? "error " : "warning ";
 		text += finding.id + " " + anonymous(finding.file.string());
 		result.push_back(finding.line == 0 ? text : text + ":" + std::to_string(finding.line));

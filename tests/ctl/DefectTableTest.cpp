@@ -33,7 +33,7 @@ TEST_P(DefectTable, IsFoundAtItsLine)
 	std::vector<std::string> found;
 	for (const Finding& finding : report.findings)
 	{
-		EXPECT_FALSE(finding.what.empty() || finding.effect.empty() || finding.remedy.empty()) << finding.id;
+		expectWhole(finding);
 		found.push_back((finding.severity == Severity::error ? "error " : "warning ") + finding.id +
 		                (finding.file == other ? " b:" : " ") + std::to_string(finding.line));
 	}

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include <gmock/gmock.h>
+
 namespace
 {
 
@@ -87,10 +89,23 @@ void dropKey(std::vector<std::string>& lines, const std::string& key)
 	lineOf(lines, key).clear();
 }
 
+void expectWhole(const velarix::ctl::Finding& finding)
+{
+	for (const std::string& text : {finding.what, finding.effect, finding.remedy})
+	{
+		EXPECT_FALSE(text.empty()) << finding.id;
+		EXPECT_THAT(text, testing::Not(testing::ContainsRegex("[{][0-9][}]"))) << finding.id << ": a value is missing";
+	}
+}
+
 std::vector<SettingsCase> casesOf(const char* file)
 {
 	std::vector<SettingsCase> all;
 	std::ifstream lines(file);
+	if (!lines)
+	{
+		throw std::runtime_error(std::string("cannot read ") + file);
+	}
 	for (std::string line; std::getline(lines, line);)
 	{
 		if (line.starts_with("== "))

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "ctl/check/Findings.h"
+
 /// The lines of node 1's (the master's) or node 2's, the first of which is line 1 of the file.
 std::vector<std::string> soundLines(int node = 1);
 
@@ -34,3 +36,6 @@ void change(std::vector<std::string>& lines, const std::string& what);
 
 /// For a failed test.
 void PrintTo(const SettingsCase& one, std::ostream* out);
+
+/// Its texts are there, with all of their values.
+void expectWhole(const velarix::ctl::Finding& finding);

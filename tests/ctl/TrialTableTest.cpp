@@ -70,7 +70,7 @@ protected:
 		std::vector<std::string> result;
 		for (const Finding& finding : report.findings)
 		{
-			EXPECT_FALSE(finding.what.empty() || finding.effect.empty() || finding.remedy.empty()) << finding.id;
+			expectWhole(finding);
 			result.push_back((finding.severity == Severity::error ? "error " : "warning ") + finding.id + " " +
 			                 std::to_string(finding.line));
 		}
