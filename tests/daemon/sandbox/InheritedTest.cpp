@@ -50,10 +50,10 @@ constexpr char kProve[] = "(ls /proc/self/fd | tr '\\n' ' '; grep SigBlk /proc/s
 constexpr char kNothing[] = "0 1 2 3 SigBlk:\t0000000000000000\n";
 
 /// Runs `work` on a thread of the library, as the workers run.
-void onWorkerThread(const std::function<void()>& work)
+void onWorkerThread(std::function<void()> work)
 {
 	Poco::Thread thread;
-	thread.startFunc(work);
+	thread.start([](void* given) { (*static_cast<std::function<void()>*>(given))(); }, &work);
 	thread.join();
 }
 

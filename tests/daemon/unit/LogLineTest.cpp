@@ -59,7 +59,7 @@ TEST_F(LogLine, HoldsTimeProcessThreadPlaceLetterAndText)
 TEST_F(LogLine, NamesTheThreadThatWritesIt)
 {
 	Poco::Thread thread;
-	thread.startFunc([] { velarixLog->info("Source", 1, "%s", "text"); });
+	thread.start([](void*) { velarixLog->info("Source", 1, "%s", "text"); }, nullptr);
 	thread.join();
 	ASSERT_GT(thread.id(), 0);
 	EXPECT_THAT(line(), HasSubstr(":" + std::to_string(thread.id()) + "][Source:1] <I> text"));
