@@ -43,7 +43,7 @@ std::vector<host::Process> processesNamed(const std::vector<std::string>& names)
 
 /// Ends the programs and follows what happens; everything is verified from this node. Tells each step
 /// as it is seen, and how it ended.
-/// @param partner its address, for what is told
+/// @param partner its address, for the report
 ExitCode handOver(const HandOverPlan& plan, const std::string& partner, Observer& observer,
                   std::chrono::milliseconds timeOut, const Context& context);
 

@@ -42,7 +42,7 @@ void saveTimeline(const std::string& directory, const std::string& title, const 
 /// @throws LabError when it cannot be written
 void deliver(const CampaignOptions& options, const std::string& text, const nlohmann::json& report);
 
-/// How the runs of a campaign are carried out and told.
+/// How the runs of a campaign are carried out and reported.
 template <typename Plan, typename Record> struct Runs
 {
 	Record (*run)(const Plan&);

@@ -45,7 +45,7 @@ List join(std::initializer_list<List> lists);
 void at(const std::string& begin, Action action);
 /// At the n-th such event from now on alone. The test fails when it does not come.
 void atNth(int n, const std::string& begin, Action action);
-/// `observer` is told every event; an empty one: no longer.
+/// `observer` gets every event; an empty one ends that.
 void observe(std::function<void(const std::string&)> observer);
 
 template <typename Exception> Action throws(const Exception& exception)

@@ -174,8 +174,8 @@ inline const List kNewServer{"log D CHeartReciver:124 new server"};
 inline const List kPoll{"log D CHeartReciver:150 poll"};
 /// The communication interface looked at.
 inline const List kCarrier{"command cat /sys/class/net/eth1/carrier"};
-inline const List kCardOK = join({kCarrier, {"log D CHeartReciver:185 COMUNICATION LAN CARD OK"}});
-inline const List kCardError = join({kCarrier, {"log D CHeartReciver:182 COMUNICATION LAN CARD ERROR"}});
+inline const List kCarrierOK = join({kCarrier, {"log D CHeartReciver:185 COMUNICATION LAN CARD OK"}});
+inline const List kCarrierError = join({kCarrier, {"log D CHeartReciver:182 COMUNICATION LAN CARD ERROR"}});
 /// The time-out of a poll.
 inline const List kSilence{"log E CHeartReciver:146 Reciver Connect Timed Out", "sleep 1000"};
 /// The listening socket dropped at the end of a pass.
@@ -183,12 +183,12 @@ inline const List kDropped{"log D CHeartReciver:84 delete server", "log D CHeart
                            "log D CHeartReciver:88 "};
 /// A time-out that is counted, the communication interface having carrier.
 inline const List kCounted1 =
-    join({kSilence, kCardOK, {"log D CHeartReciver:189 Reciver : nReceiveFailCount[1]"}, kDropped});
+    join({kSilence, kCarrierOK, {"log D CHeartReciver:189 Reciver : nReceiveFailCount[1]"}, kDropped});
 inline const List kCounted2 =
-    join({kSilence, kCardOK, {"log D CHeartReciver:189 Reciver : nReceiveFailCount[2]"}, kDropped});
+    join({kSilence, kCarrierOK, {"log D CHeartReciver:189 Reciver : nReceiveFailCount[2]"}, kDropped});
 /// The third one, up to the second look at the interface.
 inline const List kThird =
-    join({kSilence, kCardOK, {"log D CHeartReciver:192 Reciver : no received message"}, kCarrier});
+    join({kSilence, kCarrierOK, {"log D CHeartReciver:192 Reciver : no received message"}, kCarrier});
 /// The partner still answers pings.
 inline const List kPartnerIsThere{"ping 10.0.0.2 x10", "log E CHeartReciver:201 Reciver : Partner IP and Service IP "
                                                        "are working, but I did not get any message from partner"};

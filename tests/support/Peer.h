@@ -82,7 +82,7 @@ inline bool somebodyListensOn(std::uint16_t port, const std::string& address = "
 	}
 }
 
-/// Listens like the partner's receiver, but accepts only when told to. The port may be shared.
+/// Listens like the partner's receiver, but accepts only when asked to. The port may be shared.
 class Listener
 {
 public:

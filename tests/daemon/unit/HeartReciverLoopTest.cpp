@@ -130,8 +130,8 @@ TEST_F(ReceiverSilence, ASlaveWithoutCarrierNeverCountsAndNeverTakesOver)
 {
 	partnerHostIsDead();
 	fakeoutside::commandPrints(kEth1, {"0\n"});
-	const List later = join({kJudged, kSilence, kCardError});
-	EXPECT_THAT(passes(5), are({kJudged, kNewServer, kSilence, kCardError, later, later, later, later}));
+	const List later = join({kJudged, kSilence, kCarrierError});
+	EXPECT_THAT(passes(5), are({kJudged, kNewServer, kSilence, kCarrierError, later, later, later, later}));
 	EXPECT_EQ(mode, MODE_SLAVE);
 }
 
@@ -161,7 +161,7 @@ TEST_F(ReceiverSilence, ACardErrorBetweenIsNeitherCountedNorForgetsTheCount)
 {
 	fakeoutside::commandPrints(kEth1, {"1\n", "0\n", "1\n"});
 	EXPECT_THAT(passes(3),
-	            are({kJudged, kNewServer, kCounted1, kJudged, kNewServer, kSilence, kCardError, kJudged, kCounted2}));
+	            are({kJudged, kNewServer, kCounted1, kJudged, kNewServer, kSilence, kCarrierError, kJudged, kCounted2}));
 }
 
 TEST_F(ReceiverSilence, TheThirdFromADeadPartnerIsATakeOverWhichKillsRunningProgramsFirst)
