@@ -62,7 +62,10 @@ std::optional<Given> readPlace(std::string_view message)
 	{
 		return Given{line->label, line->number, line->text};
 	}
-	for (std::size_t colon = message.find(':'); colon != std::string::npos; colon = message.find(':', colon + 1))
+	// What is behind the mark of an echo is its place, whatever was pasted before it.
+	const std::size_t mark = std::min(message.find("**DEBUG**("), message.find("**ERROR**("));
+	std::size_t colon = message.find(':', mark == std::string::npos ? 0 : mark);
+	for (; colon != std::string::npos; colon = message.find(':', colon + 1))
 	{
 		std::size_t begin = colon;
 		while (begin > 0 && isOfLabel(message[begin - 1]))
