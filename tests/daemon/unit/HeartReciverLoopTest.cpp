@@ -160,8 +160,8 @@ TEST_F(ReceiverSilence, ACardLostAtTheSecondLookStopsTheTakeOverKeepsTheSocketAn
 TEST_F(ReceiverSilence, ACardErrorBetweenIsNeitherCountedNorForgetsTheCount)
 {
 	fakeoutside::commandPrints(kEth1, {"1\n", "0\n", "1\n"});
-	EXPECT_THAT(passes(3),
-	            are({kJudged, kNewServer, kCounted1, kJudged, kNewServer, kSilence, kCarrierError, kJudged, kCounted2}));
+	EXPECT_THAT(passes(3), are({kJudged, kNewServer, kCounted1, kJudged, kNewServer, kSilence, kCarrierError, kJudged,
+	                            kCounted2}));
 }
 
 TEST_F(ReceiverSilence, TheThirdFromADeadPartnerIsATakeOverWhichKillsRunningProgramsFirst)
