@@ -28,6 +28,7 @@ constexpr Micros kRecheck = kSecond;
 constexpr int kMostEvents = 1'000'000;
 constexpr Micros kKeeperSettle = 16 * kSecond;
 constexpr Micros kPlainSettle = 30 * kSecond;
+constexpr const char* kRoles = "roles do not tell the owner";
 
 class Judge
 {
@@ -90,11 +91,11 @@ private:
 			m_survivable = m_survivable && !m_operators;
 			const bool counts =
 			    !plain && node.on && !node.frozen && !node.slow && !node.address && m_world.serves(node);
-			const bool orphan = m_killsService && m_world.find(node, kSupervisor) == nullptr;
+			const bool orphan = counts && m_killsService && m_world.find(node, kSupervisor) == nullptr;
 			// A standby's agent does not look for its programs.
-			const bool looks = agentRuns(node) && *node.role == MODE_MASTER;
+			const bool looks = orphan && agentRuns(node) && *node.role == MODE_MASTER;
 			const Micros without = m_without.at(node.id).holds(counts && !orphan, m_world.now());
-			const Micros orphaned = m_orphaned.at(node.id).holds(counts && orphan && looks, m_world.now());
+			const Micros orphaned = m_orphaned.at(node.id).holds(looks, m_world.now());
 			blame("service-with-address",
 			      without > kUnaddressed + std::min(m_world.stopTime, kStopTimeout) || orphaned > kAgentLooks,
 			      "a program runs without the address");
@@ -121,14 +122,13 @@ private:
 	void lookWhetherServed()
 	{
 		const Micros now = m_world.now();
-		const std::string trouble = whatIsWrong();
-		const bool disturbed = m_undisturbed != hostNone && (!trouble.empty() || owner() != m_undisturbed);
-		blame("undisturbed", disturbed && !m_operators, trouble.empty() ? "another owner" : trouble);
-		if (!trouble.empty())
+		const char* trouble = whatIsWrong();
+		const bool disturbed = m_undisturbed != hostNone && (trouble != nullptr || owner() != m_undisturbed);
+		blame("undisturbed", disturbed && !m_operators, trouble == nullptr ? "another owner" : trouble);
+		if (trouble != nullptr)
 		{
 			m_wellAt = kNoTime;
-			const bool master = trouble.starts_with("role");
-			blame(master ? "one-master" : "served", m_survivable && now - m_changedAt > m_bound, trouble);
+			blame(trouble == kRoles ? "one-master" : "served", m_survivable && now - m_changedAt > m_bound, trouble);
 		}
 		else if (m_wellAt == kNoTime)
 		{
@@ -137,7 +137,8 @@ private:
 		}
 	}
 
-	std::string whatIsWrong() const
+	/// @return null for nothing
+	const char* whatIsWrong() const
 	{
 		if (heard(hostA) == heard(hostB))
 		{
@@ -153,7 +154,7 @@ private:
 			return node.on && !node.frozen && node.role != nullptr && *node.role == MODE_MASTER;
 		};
 		const bool tells = master(owner()) && !master(owner() == hostA ? hostB : hostA);
-		return tells || !m_rolesCount ? "" : "roles do not tell the owner";
+		return tells || !m_rolesCount ? nullptr : kRoles;
 	}
 
 	Known knownOf(const Fault& fault) const { return fault.kind->known(m_world.profile); }
@@ -243,7 +244,8 @@ private:
 		return true;
 	}
 
-	void blame(const char* invariant, bool broken, const std::string& detail)
+	/// Called many times for each event: nothing is allocated before something is broken.
+	void blame(const char* invariant, bool broken, const char* detail)
 	{
 		if (broken && !violation)
 		{

@@ -63,13 +63,21 @@ Scheduler::~Scheduler()
 void Scheduler::push(Micros moment, Event event)
 {
 	event.key = (moment << kOrderBits) + ++m_order;
-	m_events.push_back(std::move(event));
+	m_events.push_back(event);
 	std::push_heap(m_events.begin(), m_events.end(), IsLater());
 }
 
 void Scheduler::at(Micros moment, std::function<void()> call)
 {
-	push(std::max(moment, m_now), {0, nullptr, 0, std::make_unique<std::function<void()>>(std::move(call))});
+	if (m_free.empty())
+	{
+		m_free.push_back(static_cast<std::uint32_t>(m_calls.size()));
+		m_calls.emplace_back();
+	}
+	const std::uint32_t place = m_free.back();
+	m_free.pop_back();
+	m_calls[place] = std::move(call);
+	push(std::max(moment, m_now), {0, nullptr, place});
 }
 
 Task& Scheduler::spawn(Process& process, std::function<void()> body)
@@ -87,7 +95,7 @@ void Scheduler::wakeAt(Task& task, Micros moment)
 	if (moment < task.wakesAt)
 	{
 		task.wakesAt = moment;
-		push(moment, {0, &task, task.turn, {}});
+		push(moment, {0, &task, task.turn});
 	}
 }
 
@@ -176,15 +184,22 @@ void Scheduler::resume(Task& task)
 	}
 }
 
-bool Scheduler::take(Event& event)
+void Scheduler::call(std::uint32_t index)
+{
+	const std::function<void()> call = std::exchange(m_calls[index], nullptr);
+	m_free.push_back(index);
+	call();
+}
+
+bool Scheduler::take(const Event& event)
 {
 	if (event.task == nullptr)
 	{
-		(*event.call)();
+		call(event.index);
 		return true;
 	}
 	Task& task = *event.task;
-	if (event.turn != task.turn || task.finished)
+	if (event.index != task.turn || task.finished)
 	{
 		return false;
 	}
@@ -203,7 +218,7 @@ void Scheduler::run(Micros moment)
 	while (!m_stopped && !m_events.empty() && m_events.front().key >> kOrderBits <= moment)
 	{
 		std::pop_heap(m_events.begin(), m_events.end(), IsLater());
-		Event event = std::move(m_events.back());
+		const Event event = m_events.back();
 		m_events.pop_back();
 		m_now = event.key >> kOrderBits;
 		if (take(event))

@@ -99,12 +99,12 @@ public:
 	void stop() { m_stopped = true; }
 
 private:
+	/// Trivial to move: the heap moves a lot.
 	struct Event
 	{
-		std::int64_t key = 0; ///< the moment, and among those of one moment the order
-		Task* task = nullptr;
-		std::uint32_t turn = 0;
-		std::unique_ptr<std::function<void()>> call; ///< small to move: the heap moves a lot
+		std::int64_t key = 0;    ///< the moment, and among those of one moment the order
+		Task* task = nullptr;    ///< null: a call
+		std::uint32_t index = 0; ///< the task's turn, or the call's place
 	};
 
 	struct IsLater
@@ -116,7 +116,8 @@ private:
 
 	void push(Micros moment, Event event);
 	/// @return whether anything has run
-	bool take(Event& event);
+	bool take(const Event& event);
+	void call(std::uint32_t index);
 	void resume(Task& task);
 	static void begin();
 
@@ -127,6 +128,8 @@ private:
 	std::int64_t m_order = 0;
 	bool m_stopped = false;
 	std::vector<Event> m_events; ///< a heap
+	std::vector<std::function<void()>> m_calls;
+	std::vector<std::uint32_t> m_free; ///< places in m_calls
 	std::vector<std::unique_ptr<Task>> m_tasks;
 };
 
