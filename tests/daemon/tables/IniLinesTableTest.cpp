@@ -91,6 +91,7 @@ const Row kSections[] = {
     {"SectionThatIsLonger",           "[TX]\nK=1\n",                          "T.K",  "2",      "[TX]\nK=1\n"},
     {"SectionThatIsShorter",          "[T]\nK=1\n",                           "TX.K", "2",      "[T]\nK=1\n"},
     {"TextBehindTheHeader",           "[T] ; the section\nK=1\n",             "T.K",  "2",      "[T] ; the section\nK = 2\n"},
+    {"SectionWithATilde",             "[T~]\nK=1\n",                          "T.K",  "2",      "[T~]\nK=1\n"},
     {"BlanksInsideTheBrackets",       "[ T ]\nK=1\n",                         "T.K",  "2",      "[ T ]\nK=1\n"},
     {"TheFirstClosingBracketCounts",  "[T]]\nK=1\n",                          "T.K",  "2",      "[T]]\nK = 2\n"},
     {"ASecondOpeningBracket",         "[[T]\nK=1\n",                          "T.K",  "2",      "[[T]\nK=1\n"},

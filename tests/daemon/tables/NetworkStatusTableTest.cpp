@@ -3,6 +3,7 @@
 // the one before it leaves the answer open. Only a service interface without carrier makes
 // a master drop the virtual IP and ask its partner.
 #include <sstream>
+#include <tuple>
 
 #include <Poco/Net/NetException.h>
 
@@ -184,6 +185,26 @@ TEST_F(NetworkStatusAsk, APassedCheckLeavesAPendingAskAloneAndANewOneCountsAnew)
 	EXPECT_EQ(receiver->networkStatus(), 0);
 	EXPECT_EQ(velarix::loadShared(g_specialAsking), 1);
 	EXPECT_EQ(count(), 0);
+}
+
+using ProcessStatus = ReceiverTest;
+
+TEST_F(ProcessStatus, OnlyAMasterLooksForItsPrograms)
+{
+	const std::string start = "log D CHeartReciver:561 processStatus : start";
+	const std::string found = "log D CHeartReciver:564 processStatus : OK";
+	const std::string missing = "log D CHeartReciver:567 processStatus : ERROR";
+	for (const auto& [role, runs, verdict, lines] :
+	     std::vector<std::tuple<MODE, bool, int, events::List>>{{MODE_MASTER, true, 1, {start, found}},
+	                                                            {MODE_MASTER, false, 0, {start, missing}},
+	                                                            {MODE_SLAVE, false, 1, {}}})
+	{
+		mode = role;
+		programRuns(runs);
+		events::clear();
+		EXPECT_EQ(receiver->processStatus(), verdict);
+		EXPECT_EQ(events::all(), lines);
+	}
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "HAmain.h"
 
+#include <optional>
 #include <utility>
 
 #include "Configuraion.h"
@@ -14,8 +15,8 @@ int velarixMain();
 namespace
 {
 
-/// The next fork goes on as the daemon's side of it; otherwise it is the real one.
-bool g_goesOn = false;
+/// What the next fork gives; without it that is the real one.
+std::optional<pid_t> g_forkGives;
 
 } // namespace
 
@@ -23,12 +24,12 @@ extern "C" pid_t __real_fork();
 extern "C" pid_t __wrap_fork();
 extern "C" pid_t __wrap_fork()
 {
-	if (!std::exchange(g_goesOn, false))
+	if (!g_forkGives)
 	{
 		return __real_fork();
 	}
 	events::add("fork");
-	return 0;
+	return *std::exchange(g_forkGives, std::nullopt);
 }
 
 using testing::Eq;
@@ -46,7 +47,15 @@ void exitProgram(const char* text)
 
 void runMain()
 {
-	g_goesOn = true;
+	g_forkGives = 0;
+	velarixMain();
+}
+
+/// For death tests, as above.
+void forkGives(pid_t result)
+{
+	::dup2(STDERR_FILENO, STDOUT_FILENO);
+	g_forkGives = result;
 	velarixMain();
 }
 
@@ -76,9 +85,23 @@ TEST_F(HAmain, TheFarewellHasItsReasonInBracketsWhichIsNoFormat)
 	EXPECT_EXIT(exitProgram("%s%d"), ExitedWithCode(0), Eq("Good Bye!!! [%s%d]\r\n"));
 }
 
+TEST_F(HAmain, WhoeverStartedItAndAFailedForkEndWell)
+{
+	EXPECT_EXIT(forkGives(1), ExitedWithCode(0), Eq("Good Bye!!! [fork parent]\r\n"));
+	EXPECT_EXIT(forkGives(-1), ExitedWithCode(0), Eq("Good Bye!!! [fork fail]\r\n"));
+}
+
 TEST_F(HAmain, TheDaemonWaitsTwoSecondsBeforeItLeavesAnyTrace)
 {
+	const auto lowestFree = []
+	{
+		const int descriptor = ::dup(STDERR_FILENO);
+		::close(descriptor);
+		return descriptor;
+	};
+	const int free = lowestFree();
 	runDaemonUntilWait(1);
+	EXPECT_EQ(lowestFree(), free);
 	EXPECT_THAT(events::all(), ElementsAre("fork", "sleep 2000"));
 	EXPECT_NE(::access(velarix::kPidPath, F_OK), 0);
 	EXPECT_EQ(velarixLog, nullptr);

@@ -74,6 +74,16 @@ TEST_F(RunInfoLocks, TheFourLocksAreRecursive)
 	}
 }
 
+// Whoever reads that line finds the new time in the record.
+TEST_F(RunInfoLocks, TheReceiverReportsARecordThatIsWritten)
+{
+	events::stopClock(1700000000);
+	events::at("log D CHeartReciver:627 ",
+	           [] { EXPECT_THAT(sandbox::readFile(velarix::kRunInfoPath), HasSubstr("20231114221320")); });
+	make<CHeartReciver>()->saveStartedTime();
+	EXPECT_THAT(events::only({"log D CHeartReciver:627"}), SizeIs(1));
+}
+
 TEST_IN_OWN_PROCESS(RunInfoLocks, AWriterIsNotToldThatTheEditorFailed)
 {
 	events::stopClock(1700000000);

@@ -103,10 +103,11 @@ TEST_F(DatabaseWait, ADatabaseThatComesUpAfterTwoChecksIsWorking)
 	g_failures = 2;
 	MODE mode = MODE_MASTER;
 	testing::internal::CaptureStdout();
+	events::at("sleep 1000", [] { std::cout << "(a second) "; });
 	EXPECT_TRUE(isDBOn(&mode));
 	EXPECT_EQ(g_pLastMode, &mode);
-	EXPECT_EQ(testing::internal::GetCapturedStdout(), "waiting database...: 1\n"
-	                                                  "waiting database...: 2\n"
+	EXPECT_EQ(testing::internal::GetCapturedStdout(), "(a second) waiting database...: 1\n"
+	                                                  "(a second) waiting database...: 2\n"
 	                                                  "**DEBUG**(Utill:728)DB is working\n");
 	EXPECT_THAT(events::all(), ElementsAre("database check", "sleep 1000", "database check", "sleep 1000",
 	                                       "database check", "log D Utill:728 DB is working"));
