@@ -11,8 +11,7 @@
 #include <unistd.h>
 
 #include "keeper/Guard.h"
-#include "keeper/Journal.h"
-#include "keeper/Netlink.h"
+#include "keeper/Network.h"
 #include "keeper/Process.h"
 #include "keeper/Runtime.h"
 
@@ -155,7 +154,7 @@ int drop(const Settings& settings)
 			LivingProcess(service.program, part).signal(SIGCONT);
 		}
 		// Both were killed while it ran: nobody else ends it.
-		if (holderOf(service.program, Part::guard) == 0 && holderOf(service.program, Part::worker) == 0)
+		if (hasEnded(service.program))
 		{
 			endOrphans(service);
 		}

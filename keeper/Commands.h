@@ -20,7 +20,6 @@ int drop(const Settings& settings);
 int stop(const Settings& settings, const std::string& program);
 int mark(const Settings& settings);
 int unmark(const Settings& settings);
-int status(const Settings& settings, bool json);
 /// Prints all findings. @return EX_CONFIG or the like when one is an error
 int check();
 

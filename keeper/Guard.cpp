@@ -13,10 +13,8 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "keeper/AddressHolder.h"
-#include "keeper/Journal.h"
+#include "keeper/Network.h"
 #include "keeper/Process.h"
-#include "keeper/Reachability.h"
 #include "keeper/Runtime.h"
 #include "keeper/ServiceSupervisor.h"
 
@@ -157,7 +155,7 @@ int runAddress(const Settings& settings)
 	{
 		services.push_back(service.program);
 	}
-	const auto work = [&] { return AddressHolder(settings.address, services).run(); };
+	const auto work = [&] { return holdAddress(settings.address, services); };
 	const auto aftermath = [&] { removeAddress(settings.address); };
 	return reported(kAddressProgram, [&] { return beGuard(kAddressProgram, work, aftermath); });
 }
@@ -173,7 +171,7 @@ int runService(const AddressSettings& address, const ServiceSettings& service)
 int runReach(const Settings& settings)
 {
 	beInTime();
-	const auto work = [&] { return Reachability(settings.reach).run(); };
+	const auto work = [&] { return watchTargets(settings.reach); };
 	// The next one goes on with the address, or it goes by itself.
 	return reported(kReachProgram, [&] { return beGuard(kReachProgram, work, [] {}); });
 }

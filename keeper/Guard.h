@@ -19,6 +19,12 @@ int runService(const AddressSettings& address, const ServiceSettings& service);
 /// ha-reach, which the agent does not know. Killed, it leaves its address behind (Reachability.h).
 int runReach(const Settings& settings);
 
+/// What their workers do, until SIGTERM. @return the exit status
+/// @param services the programs that run only where the address is
+int holdAddress(const AddressSettings& settings, const std::vector<std::string>& services);
+/// EX_TEMPFAIL to be started with changed settings
+int watchTargets(const ReachSettings& settings);
+
 /// Takes the name of ha-address from its guard. The agent misses a program then, gives up
 /// in good order, and asks its partner; the address is here until the agent drops it. When the
 /// agent does nothing, nothing changes.

@@ -1,17 +1,21 @@
 // keeper: acts by the name it is called by (ha-address, ha-NAME), else by its first word.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <functional>
 #include <map>
 #include <string>
 
+#include <nlohmann/json.hpp>
 #include <sys/stat.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include "keeper/Commands.h"
 #include "keeper/Guard.h"
-#include "keeper/Journal.h"
+#include "keeper/Network.h"
+#include "keeper/Runtime.h"
 
 namespace
 {
@@ -19,6 +23,164 @@ namespace
 using namespace velarix::keeper;
 
 constexpr const char* kUsage = "usage: keeper {raise|drop|stop PROGRAM|mark|unmark|reach|status [--json]|check|help}\n";
+
+// keeper status: what the state files say of what lives.
+
+struct Program
+{
+	explicit Program(const std::string& program) : name(program), fields(readState(program))
+	{
+		// Only root can ask for the lock.
+		const std::string pid = at("pid");
+		const bool listed = ::geteuid() != 0 && !pid.empty() && ::access(("/proc/" + pid).c_str(), F_OK) == 0;
+		running = listed || holderOf(name, Part::worker) != 0;
+		const std::string last = at("state");
+		state = running ? (last.empty() ? "starting" : last) : (last == "failed" ? last : "stopped");
+		const long long seconds = std::strtoll(at("since").c_str(), nullptr, 10);
+		since = seconds > 0 ? timeText(seconds, 0) : "";
+	}
+
+	std::string at(const char* key) const { return valueOf(fields, key); }
+	/// Of ha-reach while it lives.
+	std::vector<TargetState> targets() const { return running ? targetsOf(fields) : std::vector<TargetState>(); }
+
+	std::string name;
+	Fields fields;
+	bool running = false;
+	std::string state;
+	std::string since;
+};
+
+std::string sentence(const Program& address)
+{
+	const std::string holder = address.at("holder");
+	const std::string advice = "; nothing to do here, repair the network between the nodes";
+	const std::map<std::string, std::string> sentences{
+	    {"announcing", "held here"},
+	    {"holding", "held here"},
+	    {"rechecking", "held here; asks whether another host holds it, too"},
+	    {"waiting", "waits: " + holder + " holds it and serves" + advice},
+	    {"yielded", "given up to " + holder + ", which serves" + advice},
+	    {"offline", "cannot be held: " + address.at("interface") + " is missing, down or without carrier"},
+	    {"stopped", "not held here: this node is the standby, or its agent does not run"}};
+	const auto found = sentences.find(address.state);
+	return found == sentences.end() ? "asks whether it is free" : found->second;
+}
+
+std::string reachText(const ReachSettings& settings)
+{
+	const Program reach(kReachProgram);
+	std::string text = settings.address + " on lo: " + reach.state + (reach.running ? " since " + reach.since : "") +
+	                   ", partner " + (reach.running ? reach.at("partner") : "unknown");
+	for (const TargetState& target : reach.targets())
+	{
+		text += "\n  target " + target.address + ": " + target.state + " since " + timeText(target.since, 0);
+	}
+	return text + "\n";
+}
+
+void printText(const Settings& all, const Program& address, const std::vector<Program>& services, bool marker)
+{
+	const AddressSettings& settings = all.address;
+	const std::string since = address.running && !address.since.empty() ? " since " + address.since : "";
+	std::string text =
+	    settings.text + " on " + settings.interface + ": " + sentence(address) + " (" + address.state + since + ")\n";
+	if (!marker)
+	{
+		text +=
+		    "the marker of " + settings.text + " is missing: the next take-over sets it again, or \"keeper mark\"\n";
+	}
+	for (const Program& service : services)
+	{
+		text += service.name + ": " + service.state;
+		if (service.running)
+		{
+			text +=
+			    " since " + service.since + ", restarts " + service.at("restarts") + ", check " + service.at("check");
+		}
+		const std::string reason = service.at("reason");
+		text += (reason.empty() ? "" : "; last death: " + reason) + "\n";
+	}
+	text += all.reach.line != 0 ? reachText(all.reach) : "";
+	std::fputs(text.c_str(), stdout);
+}
+
+using Json = nlohmann::ordered_json;
+
+Json textOrNull(const std::string& text)
+{
+	return text.empty() ? Json() : Json(text);
+}
+
+long number(const Program& program, const char* key)
+{
+	return std::strtol(program.at(key).c_str(), nullptr, 10);
+}
+
+Json reachJson(const ReachSettings& settings)
+{
+	const Program reach(kReachProgram);
+	Json targets = Json::array();
+	for (const TargetState& target : reach.targets())
+	{
+		targets.push_back({{"address", target.address}, {"state", target.state}, {"since", timeText(target.since, 0)}});
+	}
+	return {{"address", settings.address},
+	        {"running", reach.running},
+	        {"state", reach.state},
+	        {"held", reach.running && reach.at("held") == "yes"},
+	        {"since", textOrNull(reach.running ? reach.since : "")},
+	        {"needed", settings.needed},
+	        {"partner", textOrNull(reach.running ? reach.at("partner") : "")},
+	        {"targets", std::move(targets)}};
+}
+
+void printJson(const Settings& all, const Program& address, const std::vector<Program>& services, bool marker)
+{
+	const AddressSettings& settings = all.address;
+	Json json;
+	json["address"] = {{"address", settings.text},
+	                   {"interface", settings.interface},
+	                   {"on_conflict", settings.defend ? "defend" : "yield"},
+	                   {"running", address.running},
+	                   {"state", address.state},
+	                   {"held", address.running && address.at("held") == "yes"},
+	                   {"since", textOrNull(address.running ? address.since : "")},
+	                   {"holder", textOrNull(address.running ? address.at("holder") : "")},
+	                   {"conflicts", number(address, "conflicts")},
+	                   {"removals", number(address, "removals")},
+	                   {"marker", marker}};
+	json["services"] = Json::array();
+	for (const Program& service : services)
+	{
+		json["services"].push_back({{"name", service.name},
+		                            {"running", service.running},
+		                            {"state", service.state},
+		                            {"since", textOrNull(service.since)},
+		                            {"restarts", number(service, "restarts")},
+		                            {"check", textOrNull(service.at("check"))},
+		                            {"reason", textOrNull(service.at("reason"))}});
+	}
+	if (all.reach.line != 0)
+	{
+		json["reachability"] = reachJson(all.reach);
+	}
+	std::printf("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+int printStatus(const Settings& settings, bool json)
+{
+	std::vector<Program> services;
+	for (const ServiceSettings& service : settings.services)
+	{
+		services.emplace_back(service.program);
+	}
+	const bool marker = look(settings.address).value_or(Sight()).marker;
+	(json ? printJson : printText)(settings, Program(kAddressProgram), services, marker);
+	return EX_OK;
+}
+
+// The rest.
 
 std::string placeOf(const Finding& finding)
 {
@@ -92,7 +254,7 @@ int runVerb(const std::string& verb, const std::string& argument)
 	    {"raise", [&] { return commands::raise(parsed.settings); }},
 	    {"mark", [&] { return commands::mark(parsed.settings); }},
 	    {"unmark", [&] { return commands::unmark(parsed.settings); }},
-	    {"status", [&] { return commands::status(parsed.settings, json); }}};
+	    {"status", [&] { return printStatus(parsed.settings, json); }}};
 	const auto found = verbs.find(verb);
 	if (found == verbs.end() || (!argument.empty() && !json))
 	{

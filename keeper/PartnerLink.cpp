@@ -16,8 +16,8 @@
 #include <sys/stat.h>
 
 #include "inspect/Number.h"
-#include "keeper/Loop.h"
 #include "keeper/ReachMachine.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::keeper
 {

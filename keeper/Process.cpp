@@ -22,7 +22,6 @@
 #include <unistd.h>
 
 #include "inspect/HostProcesses.h"
-#include "keeper/Loop.h"
 #include "keeper/Runtime.h"
 
 namespace velarix::keeper

@@ -1,5 +1,7 @@
-#include "keeper/Reachability.h"
-
+// ha-reach: sees whether this node reaches its targets, and holds the reachability address
+// (GATEWAY_IP) on lo as long as it does (ReachMachine.h). The agent pings that address to judge
+// its own network. Killed, it leaves the address to the next ha-reach; when there is none, or it is
+// frozen, the kernel removes the address.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -12,10 +14,14 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "inspect/EchoSocket.h"
 #include "inspect/HostProcesses.h"
 #include "inspect/Names.h"
 #include "keeper/Guard.h"
+#include "keeper/Network.h"
+#include "keeper/PartnerLink.h"
 #include "keeper/Process.h"
+#include "keeper/ReachMachine.h"
 #include "keeper/Runtime.h"
 
 namespace velarix::keeper
@@ -48,15 +54,14 @@ std::optional<Key> keyOrReport(Journal& journal)
 {
 	std::string error;
 	const std::optional<Key> key = readKey(kKeyFile, error);
-	if (!key)
-	{
-		journal.event("failed", error + "; the partner cannot be asked");
-	}
+	journal.eventIf(!key, "failed", error + "; the partner cannot be asked");
 	return key;
 }
 
+using FileTimes = std::array<std::filesystem::file_time_type, 2>;
+
 /// @return when the two files of the settings were written; the smallest time for a missing one
-std::array<std::filesystem::file_time_type, 2> settingsTimes()
+FileTimes settingsTimes()
 {
 	std::error_code ignored;
 	return {std::filesystem::last_write_time(kSettingsFile, ignored),
@@ -66,326 +71,330 @@ std::array<std::filesystem::file_time_type, 2> settingsTimes()
 /// @return the reachability address as that of an interface
 AddressSettings reachAddress(const ReachSettings& settings)
 {
-	AddressSettings address;
-	address.address = ::inet_addr(settings.address.c_str());
-	address.text = settings.address;
-	address.interface = "lo";
-	return address;
+	return {.address = ::inet_addr(settings.address.c_str()), .text = settings.address, .interface = "lo"};
 }
 
-} // namespace
-
-Reachability::Reachability(const ReachSettings& settings)
-    : m_files(settingsTimes()), m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
-      m_link(settings, keyOrReport(m_journal), [this] { return word(); }), m_targets(settings.targets.size()),
-      m_pings(settings.targets.size())
+/// A target's pings.
+struct Pings
 {
-	m_machine.interval = m_settings.interval * 1000LL;
-	m_since = wallClock(now());
-	std::ranges::for_each(m_pings, [this](Pings& pings) { pings.since = m_since; });
-}
+	inspect::EchoSocket socket;
+	bool answered = false; ///< the last one
+	long long since = 0;   ///< of what is known of the target; CLOCK_REALTIME in seconds
+};
 
-int Reachability::run()
+class Reachability
 {
-	keepCapabilities({CAP_NET_ADMIN, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
-	m_loop.watchSignals([this, guard = ::getppid()](int signal) { signal == SIGCHLD ? void() : end(guard); });
-	m_loop.watch(m_bell.descriptor(),
-	             [this]
-	             {
-		             m_bell.quiet();
-		             const std::optional<Sight> seen = look(m_address);
-		             if (m_machine.held && seen && !seen->present)
-		             {
-			             m_journal.event("removed", m_address.text + " was removed by somebody; set again");
-			             raise();
-		             }
-	             });
-	// Left by one that was killed; whether it may be there is asked now.
-	m_machine.held = look(m_address).value_or(Sight()).present;
-	m_journal.event("started", m_address.text + " as long as " + std::to_string(m_settings.needed) + " of " +
-	                               std::to_string(m_targets.size()) + " targets answer");
-	m_roundAt = now();
-	while (m_machine.state != ReachState::stopped)
+public:
+	explicit Reachability(const ReachSettings& settings)
+	    : m_files(settingsTimes()), m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
+	      m_link(settings, keyOrReport(m_journal), [this] { return word(); }), m_targets(settings.targets.size()),
+	      m_pings(settings.targets.size())
 	{
-		turn();
+		m_machine.interval = m_settings.interval * 1000LL;
+		m_since = wallClock(now());
+		std::ranges::for_each(m_pings, [this](Pings& pings) { pings.since = m_since; });
 	}
-	return m_changed ? EX_TEMPFAIL : EX_OK;
-}
 
-void Reachability::end(pid_t guard)
-{
-	if (::getppid() != guard)
+	int run()
 	{
+		keepCapabilities({CAP_NET_ADMIN, CAP_NET_BIND_SERVICE, CAP_NET_RAW});
+		m_loop.watchSignals([this, guard = ::getppid()](int signal) { signal == SIGCHLD ? void() : end(guard); });
+		m_loop.watch(m_bell.descriptor(),
+		             [this]
+		             {
+			             m_bell.quiet();
+			             const std::optional<Sight> seen = look(m_address);
+			             if (m_machine.held && seen && !seen->present)
+			             {
+				             m_journal.event("removed", m_address.text + " was removed by somebody; set again");
+				             raise();
+			             }
+		             });
+		// Left by one that was killed; whether it may be there is asked now.
+		m_machine.held = look(m_address).value_or(Sight()).present;
+		m_journal.event("started", m_address.text + " as long as " + std::to_string(m_settings.needed) + " of " +
+		                               std::to_string(m_targets.size()) + " targets answer");
+		m_roundAt = now();
+		while (m_machine.state != ReachState::stopped)
+		{
+			turn();
+		}
+		return m_changed ? EX_TEMPFAIL : EX_OK;
+	}
+
+private:
+	void end(pid_t guard)
+	{
+		if (::getppid() == guard)
+		{
+			feed(ReachEvent::stop);
+			return;
+		}
 		m_journal.event("killed", "its guard; " + m_address.text + " is left to the next one");
 		m_machine.state = ReachState::stopped;
-		return;
 	}
-	feed(ReachEvent::stop);
-}
 
-void Reachability::turn()
-{
-	m_loop.wait(std::min({m_roundAt, m_machine.askAt, m_readAgainAt}));
-	// Answers count that came before the verdict, however late we are.
-	m_loop.dispatch();
-	if (now() >= m_readAgainAt)
+	void turn()
 	{
-		m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
-		m_readAgainAt = kNever;
+		m_loop.wait(std::min({m_roundAt, m_machine.askAt, m_readAgainAt}));
+		// Answers count that came before the verdict, however late we are.
+		m_loop.dispatch();
+		if (now() >= m_readAgainAt)
+		{
+			m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
+			m_readAgainAt = kNever;
+		}
+		if (now() >= m_roundAt)
+		{
+			round();
+		}
+		if (now() >= m_machine.askAt)
+		{
+			feed(ReachEvent::timer);
+		}
 	}
-	if (now() >= m_roundAt)
-	{
-		round();
-	}
-	if (now() >= m_machine.askAt)
-	{
-		feed(ReachEvent::timer);
-	}
-}
 
-void Reachability::round()
-{
-	m_roundAt = now() + m_machine.interval;
-	for (std::size_t i = 0; i < m_targets.size(); ++i)
+	void round()
 	{
-		ping(i);
+		m_roundAt = now() + m_machine.interval;
+		for (std::size_t i = 0; i < m_targets.size(); ++i)
+		{
+			ping(i);
+		}
+		openLink();
+		if (m_machine.held && (!m_set || now() >= m_refreshAt))
+		{
+			raise();
+		}
+		judge();
+		publish();
+		m_changed = settingsChanged();
+		m_changed ? feed(ReachEvent::stop) : void();
 	}
-	openLink();
-	if (m_machine.held && (!m_set || now() >= m_refreshAt))
-	{
-		raise();
-	}
-	judge();
-	publish();
-	if (settingsChanged())
-	{
-		m_changed = true;
-		feed(ReachEvent::stop);
-	}
-}
 
-void Reachability::openLink()
-{
-	if (m_link.open())
+	void openLink()
 	{
-		m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
+		if (m_link.open())
+		{
+			m_loop.watch(m_link.descriptor(), [this] { readPartner(); });
+		}
+		const int error = m_link.bindError();
+		m_journal.eventIf(std::exchange(m_bindError, error) != error && error != 0, "failed",
+		                  "the partner cannot be asked: " + m_settings.own + " UDP port " +
+		                      std::to_string(m_settings.port) + ": " + std::strerror(error));
 	}
-	const int error = m_link.bindError();
-	if (std::exchange(m_bindError, error) != error && error != 0)
-	{
-		m_journal.event("failed", "the partner cannot be asked: " + m_settings.own + " UDP port " +
-		                              std::to_string(m_settings.port) + ": " + std::strerror(error));
-	}
-}
 
-/// @return whether there are new settings that can be used
-bool Reachability::settingsChanged()
-{
-	const auto files = settingsTimes();
-	if (files == m_files)
+	/// @return whether there are new settings that can be used
+	bool settingsChanged()
 	{
+		const auto files = settingsTimes();
+		if (files == m_files)
+		{
+			return false;
+		}
+		std::string error;
+		const ParsedSettings parsed = readSettings();
+		if (parsed.error() == nullptr && parsed.settings.reach.line != 0 && readKey(kKeyFile, error))
+		{
+			return true;
+		}
+		m_journal.eventIf(files != std::exchange(m_refused, files), "failed",
+		                  "keeper.ini or its key was changed, and the former settings stay: " +
+		                      (error.empty() ? "see keeper check" : error));
 		return false;
 	}
-	std::string error;
-	const ParsedSettings parsed = readSettings();
-	if (parsed.error() == nullptr && parsed.settings.reach.line != 0 && readKey(kKeyFile, error))
-	{
-		return true;
-	}
-	if (files != std::exchange(m_refused, files))
-	{
-		m_journal.event("failed", "keeper.ini or its key was changed, and the former settings stay: " +
-		                              (error.empty() ? "see keeper check" : error));
-	}
-	return false;
-}
 
-/// Closes the round before and begins the next one.
-void Reachability::ping(std::size_t index)
-{
-	Pings& pings = m_pings.at(index);
-	const std::string& target = m_settings.targets.at(index);
-	if (pings.socket.sequence() > 0 && !pings.answered && m_targets.at(index).miss(m_settings.failures))
+	/// Closes the round before and begins the next one.
+	void ping(std::size_t index)
 	{
-		pings.since = wallClock(now());
-		m_journal.event("target-lost",
-		                target + " has not answered " + std::to_string(m_settings.failures) + " pings in a row");
-	}
-	// Routes and own addresses may have changed since it was opened.
-	if (!pings.answered)
-	{
-		if (pings.socket)
-		{
-			m_loop.forget(pings.socket.descriptor());
-		}
-		pings.socket = inspect::EchoSocket(target);
-		if (pings.socket)
-		{
-			m_loop.watch(pings.socket.descriptor(), [this, index] { readPing(index); });
-		}
-	}
-	pings.answered = false;
-	pings.socket.request();
-}
-
-void Reachability::readPing(std::size_t index)
-{
-	Pings& pings = m_pings.at(index);
-	while (const std::optional<std::uint16_t> sequence = pings.socket.answer())
-	{
-		if (*sequence != pings.socket.sequence() || pings.answered)
-		{
-			continue;
-		}
-		pings.answered = true;
-		const bool back = m_targets.at(index).lost;
-		if (m_targets.at(index).hit())
+		Pings& pings = m_pings.at(index);
+		const std::string& target = m_settings.targets.at(index);
+		if (pings.socket.sequence() > 0 && !pings.answered && m_targets.at(index).miss(m_settings.failures))
 		{
 			pings.since = wallClock(now());
-			m_journal.event(back ? "target-back" : "target-found", m_settings.targets.at(index) + " answers");
-			judge();
+			m_journal.event("target-lost",
+			                target + " has not answered " + std::to_string(m_settings.failures) + " pings in a row");
+		}
+		// Routes and own addresses may have changed since it was opened.
+		if (!pings.answered)
+		{
+			pings.socket ? m_loop.forget(pings.socket.descriptor()) : void();
+			pings.socket = inspect::EchoSocket(target);
+			if (pings.socket)
+			{
+				m_loop.watch(pings.socket.descriptor(), [this, index] { readPing(index); });
+			}
+		}
+		pings.answered = false;
+		pings.socket.request();
+	}
+
+	void readPing(std::size_t index)
+	{
+		Pings& pings = m_pings.at(index);
+		while (const std::optional<std::uint16_t> sequence = pings.socket.answer())
+		{
+			const bool current = *sequence == pings.socket.sequence();
+			const bool first = current && !std::exchange(pings.answered, true);
+			const bool back = m_targets.at(index).lost;
+			if (first && m_targets.at(index).hit())
+			{
+				pings.since = wallClock(now());
+				m_journal.event(back ? "target-back" : "target-found", m_settings.targets.at(index) + " answers");
+				judge();
+				publish();
+			}
+		}
+	}
+
+	void readPartner()
+	{
+		int limit = kDatagramsAtOnce;
+		while (const std::optional<PartnerWord> answer = m_link.read(limit))
+		{
+			constexpr std::array kEvents{ReachEvent::partnerFails, ReachEvent::partnerReaches,
+			                             ReachEvent::partnerReady};
+			m_asked = false;
+			m_partner = kWords.at(static_cast<std::size_t>(*answer));
+			feed(kEvents.at(static_cast<std::size_t>(*answer)));
+			publish();
+		}
+		if (limit == 0)
+		{
+			m_loop.forget(m_link.descriptor());
+			m_readAgainAt = now() + kFloodPause;
+		}
+	}
+
+	void judge()
+	{
+		if (const std::optional<ReachEvent> event = verdict(m_targets, m_settings.needed))
+		{
+			feed(*event);
+		}
+	}
+
+	PartnerWord word() const
+	{
+		const bool reaches = steady(m_targets, m_settings.needed, m_settings.failures);
+		return !reaches ? PartnerWord::fails : (agentWorks() ? PartnerWord::ready : PartnerWord::reaches);
+	}
+
+	void feed(ReachEvent event)
+	{
+		const ReachState before = m_machine.state;
+		const ReachStep step = next(m_machine, event, now());
+		m_machine = step.machine;
+		if (step.actions.lower)
+		{
+			removeAddress(m_address);
+		}
+		if (step.actions.raise)
+		{
+			raise();
+		}
+		if (step.actions.ask)
+		{
+			m_partner = m_asked ? "silent" : m_partner;
+			m_asked = true;
+			m_link.ask();
+		}
+		if (step.actions.handOver)
+		{
+			handOver();
+		}
+		if (before != m_machine.state)
+		{
+			m_since = wallClock(now());
+			report(before);
 			publish();
 		}
 	}
-}
 
-void Reachability::readPartner()
-{
-	int limit = kDatagramsAtOnce;
-	while (const std::optional<PartnerWord> answer = m_link.read(limit))
+	void raise()
 	{
-		constexpr std::array kEvents{ReachEvent::partnerFails, ReachEvent::partnerReaches, ReachEvent::partnerReady};
-		m_asked = false;
-		m_partner = kWords.at(static_cast<std::size_t>(*answer));
-		feed(kEvents.at(static_cast<std::size_t>(*answer)));
-		publish();
+		m_refreshAt = now() + kRefresh;
+		const int error = addAddress(m_address, static_cast<std::uint32_t>((kKept + 2 * m_machine.interval) / 1000));
+		m_set = error == 0;
+		m_journal.eventIf(!m_set, "failed", m_address.text + " cannot be set on lo: " + std::strerror(error));
 	}
-	if (limit == 0)
-	{
-		m_loop.forget(m_link.descriptor());
-		m_readAgainAt = now() + kFloodPause;
-	}
-}
 
-void Reachability::judge()
-{
-	if (const std::optional<ReachEvent> event = verdict(m_targets, m_settings.needed))
+	void handOver()
 	{
-		feed(*event);
+		const bool held = valueOf(readState(kAddressProgram), "held") == "yes";
+		if (agentWorks() && held && holderOf(kAddressProgram, Part::worker) != 0)
+		{
+			m_journal.event("handing-over", "the partner reaches its targets, and gets the service");
+			hideAddressProgram();
+		}
 	}
-}
 
-PartnerWord Reachability::word() const
-{
-	if (!steady(m_targets, m_settings.needed, m_settings.failures))
+	void report(ReachState before)
 	{
-		return PartnerWord::fails;
+		const std::string& address = m_address.text;
+		const auto event = [&](ReachState entered, const char* word, const std::string& detail)
+		{ m_journal.eventIf(m_machine.state == entered, word, detail); };
+		const bool set = before == ReachState::unknown || before == ReachState::isolated;
+		event(ReachState::reachable, "reachable", "enough targets answer" + (set ? ", " + address + " is set" : ""));
+		event(ReachState::sharedOutage, "shared-outage",
+		      "the partner does not reach its targets either: nothing moves");
+		event(ReachState::partnerOnly, "partner-only", "the partner reaches its targets, this node does not");
+		event(ReachState::isolated, "isolated", "neither targets nor the partner answer: " + address + " is removed");
+		event(ReachState::stopped, "stopped",
+		      (m_changed ? "its settings were changed, " : "asked to end, ") + address + " is removed");
 	}
-	return agentWorks() ? PartnerWord::ready : PartnerWord::reaches;
-}
 
-void Reachability::feed(ReachEvent event)
-{
-	const ReachState before = m_machine.state;
-	const ReachStep step = next(m_machine, event, now());
-	m_machine = step.machine;
-	if (step.actions.lower)
+	/// Services are woken by every file that is written there: only what is new.
+	void publish()
 	{
-		removeAddress(m_address);
+		Fields fields{{"state", nameOf(m_machine.state)},
+		              {"held", m_machine.held ? "yes" : "no"},
+		              {"since", std::to_string(m_since)},
+		              {"address", m_address.text},
+		              {"needed", std::to_string(m_settings.needed)},
+		              {"partner", m_partner},
+		              {"pid", std::to_string(::getpid())}};
+		for (std::size_t i = 0; i < m_targets.size(); ++i)
+		{
+			const char* state = m_targets[i].answers ? "answers" : (m_targets[i].lost ? "lost" : "unknown");
+			fields.emplace_back("target." + m_settings.targets[i],
+			                    std::string(state) + " " + std::to_string(m_pings[i].since));
+		}
+		if (fields != m_published)
+		{
+			writeState(kReachProgram, fields);
+			m_published = std::move(fields);
+		}
 	}
-	if (step.actions.raise)
-	{
-		raise();
-	}
-	if (step.actions.ask)
-	{
-		m_partner = m_asked ? "silent" : m_partner;
-		m_asked = true;
-		m_link.ask();
-	}
-	if (step.actions.handOver)
-	{
-		handOver();
-	}
-	if (before != m_machine.state)
-	{
-		m_since = wallClock(now());
-		report(before);
-		publish();
-	}
-}
 
-void Reachability::raise()
-{
-	m_refreshAt = now() + kRefresh;
-	const int error = addAddress(m_address, static_cast<std::uint32_t>((kKept + 2 * m_machine.interval) / 1000));
-	m_set = error == 0;
-	if (!m_set)
-	{
-		m_journal.event("failed", m_address.text + " cannot be set on lo: " + std::strerror(error));
-	}
-}
+	FileTimes m_files;     ///< before the key is read
+	FileTimes m_refused{}; ///< could not be used, as reported
+	ReachSettings m_settings;
+	AddressSettings m_address;
+	Journal m_journal;
+	Loop m_loop;
+	NetlinkBell m_bell;
+	PartnerLink m_link;
+	ReachMachine m_machine;
+	long long m_since = 0; ///< of its state; CLOCK_REALTIME in seconds
+	std::vector<Target> m_targets;
+	std::vector<Pings> m_pings;
+	bool m_set = false;                ///< the last raise succeeded
+	bool m_changed = false;            ///< there are new settings
+	int m_bindError = 0;               ///< as reported
+	std::string m_partner = "unknown"; ///< fails, reaches, ready, silent
+	bool m_asked = false;              ///< and not answered yet
+	Millis m_refreshAt = 0;            ///< before the kernel removes the address
+	Millis m_roundAt = 0;
+	Millis m_readAgainAt = kNever; ///< after a flood of datagrams
+	Fields m_published;
+};
 
-void Reachability::handOver()
-{
-	const bool held = valueOf(readState(kAddressProgram), "held") == "yes";
-	if (agentWorks() && held && holderOf(kAddressProgram, Part::worker) != 0)
-	{
-		m_journal.event("handing-over", "the partner reaches its targets, and gets the service");
-		hideAddressProgram();
-	}
-}
+} // namespace
 
-void Reachability::report(ReachState before)
+int watchTargets(const ReachSettings& settings)
 {
-	const std::string address = m_address.text;
-	switch (m_machine.state)
-	{
-	case ReachState::reachable:
-		m_journal.event("reachable", "enough targets answer" +
-		                                 std::string(before == ReachState::unknown || before == ReachState::isolated
-		                                                 ? ", " + address + " is set"
-		                                                 : ""));
-		break;
-	case ReachState::sharedOutage:
-		m_journal.event("shared-outage", "the partner does not reach its targets either: nothing moves");
-		break;
-	case ReachState::partnerOnly:
-		m_journal.event("partner-only", "the partner reaches its targets, this node does not");
-		break;
-	case ReachState::isolated:
-		m_journal.event("isolated", "neither targets nor the partner answer: " + address + " is removed");
-		break;
-	case ReachState::stopped:
-		m_journal.event("stopped", std::string(m_changed ? "its settings were changed, " : "asked to end, ") + address +
-		                               " is removed");
-		break;
-	default:
-		break;
-	}
-}
-
-/// Services are woken by every file that is written there: only what is new.
-void Reachability::publish()
-{
-	Fields fields{{"state", nameOf(m_machine.state)},
-	              {"held", m_machine.held ? "yes" : "no"},
-	              {"since", std::to_string(m_since)},
-	              {"address", m_address.text},
-	              {"needed", std::to_string(m_settings.needed)},
-	              {"partner", m_partner},
-	              {"pid", std::to_string(::getpid())}};
-	for (std::size_t i = 0; i < m_targets.size(); ++i)
-	{
-		const char* state = m_targets[i].answers ? "answers" : (m_targets[i].lost ? "lost" : "unknown");
-		fields.emplace_back("target." + m_settings.targets[i],
-		                    std::string(state) + " " + std::to_string(m_pings[i].since));
-	}
-	if (fields != m_published)
-	{
-		writeState(kReachProgram, fields);
-		m_published = std::move(fields);
-	}
+	return Reachability(settings).run();
 }
 
 } // namespace velarix::keeper

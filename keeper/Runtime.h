@@ -1,22 +1,77 @@
-/// What the keeper's processes know of each other: /run/velarix-ha.
+/// What the keeper's processes live by: their loop, what they know of each other, and what they report.
+///
+/// In /run/velarix-ha they have of each other:
 ///
 ///   PROGRAM.lock    held while PROGRAM lives: byte 0 by its guard, byte 1 by its worker
 ///                   (Guard.h). The kernel releases it with the process and names the
 ///                   holder, so that there are no stale pid files
 ///   PROGRAM.state   lines "key=value", replaced as a whole; last written by a worker
+///
+/// They report to the system's journal, and to a log whose lines "velarixctl events" puts beside
+/// the agent's: TIME PROGRAM[PID] EVENT: DETAIL
+///
+///   2026-11-22T04:40:01.123+0100 ha-address[417] raised: 192.0.2.100 on eth0
+///
+/// TIME is local with its offset, EVENT one word. The log may be cut at any time
+/// (logrotate's copytruncate). Events of ha-address: started, waiting, raised, lowered,
+/// conflict, yielded, stalled, removed, offline, stopped, failed; of services: started,
+/// running, died, restarting, check-failed, stopping, stopped, failed; of ha-reach: started,
+/// target-found, target-lost, target-back, reachable, shared-outage, partner-only,
+/// handing-over, isolated, removed, stopped, failed; of all: killed.
 #pragma once
 
+#include <array>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <csignal>
+#include <sys/epoll.h>
 #include <sys/types.h>
 
-#include "keeper/Loop.h"
+#include "inspect/Descriptor.h"
+#include "keeper/AddressMachine.h"
 
 namespace velarix::keeper
 {
+
+using inspect::Descriptor;
+
+/// @return CLOCK_BOOTTIME
+Millis now();
+
+/// Blocks the signals of the loop for this process.
+/// @return SIGTERM, SIGINT, SIGHUP and SIGCHLD
+sigset_t blockSignals();
+
+/// One turn after the other: waits for descriptors, for signals and for a point in time.
+class Loop
+{
+public:
+	Loop();
+
+	/// Calls `handler` in each turn in which `descriptor` can be read.
+	void watch(int descriptor, std::function<void()> handler);
+	/// Before a watched descriptor is closed.
+	void forget(int descriptor);
+	/// Calls `handler` for each signal of blockSignals() that comes.
+	void watchSignals(std::function<void(int)> handler);
+	/// Sleeps until something can be read or `deadline` has come.
+	void wait(Millis deadline);
+	/// Calls the handlers of what wait() has found.
+	void dispatch();
+
+private:
+	Descriptor m_epoll;
+	Descriptor m_timer;
+	Descriptor m_signals;
+	std::map<int, std::function<void()>> m_handlers;
+	std::array<epoll_event, 16> m_events{};
+	int m_ready = 0;
+};
 
 inline constexpr const char* kRuntimeDirectory = "/run/velarix-ha";
 
@@ -35,6 +90,11 @@ Descriptor takeLock(const std::string& program, Part part);
 
 /// @return who lives as `part` of `program`; 0 for nobody
 pid_t holderOf(const std::string& program, Part part);
+/// @return whether neither lives: it has ended, or was killed and may have left something
+inline bool hasEnded(const std::string& program)
+{
+	return holderOf(program, Part::guard) == 0 && holderOf(program, Part::worker) == 0;
+}
 
 /// A process that is what it was when it was opened: its number is not used anew.
 class LivingProcess
@@ -95,5 +155,37 @@ private:
 	Descriptor m_inotify;
 	std::optional<LivingProcess> m_holder;
 };
+
+inline constexpr const char* kEventFile = "/usr/velarix/log/keeper.log";
+
+class Journal
+{
+public:
+	explicit Journal(std::string program) : m_program(std::move(program)) {}
+
+	/// Writes one event. Of one kind at most five in ten seconds are written, and then how
+	/// many were not: whoever can cause them cannot fill the disk.
+	void event(const std::string& word, const std::string& detail);
+	void eventIf(bool happened, const std::string& word, const std::string& detail)
+	{
+		happened ? event(word, detail) : void();
+	}
+
+private:
+	struct Count
+	{
+		Millis since = 0;
+		int written = 0;
+		int held = 0;
+	};
+
+	std::string m_program;
+	std::map<std::string, Count> m_counts;
+};
+
+/// @return CLOCK_REALTIME in seconds, of a moment of CLOCK_BOOTTIME
+long long wallClock(Millis moment);
+/// @return as 2026-11-22T04:40:01.123+0100
+std::string timeText(long long seconds, int millis);
 
 } // namespace velarix::keeper

@@ -10,7 +10,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "keeper/Netlink.h"
+#include "keeper/Network.h"
 #include "keeper/Process.h"
 
 namespace velarix::keeper
@@ -26,13 +26,13 @@ constexpr Millis kLeftAddress = 10'000;
 } // namespace
 
 ServiceSupervisor::ServiceSupervisor(const AddressSettings& address, const ServiceSettings& settings)
-    : m_addressSettings(address), m_settings(settings), m_journal(settings.program)
+    : m_addressSettings(address), m_settings(settings),
+      m_journal(settings.program), m_machine{.checkFailures = settings.checkFailures,
+                                             .restarts = settings.restarts,
+                                             .within = settings.restartsWithin * 1000LL,
+                                             .stopTimeout = settings.stopTimeout * 1000LL,
+                                             .since = now()}
 {
-	m_machine.checkFailures = settings.checkFailures;
-	m_machine.restarts = settings.restarts;
-	m_machine.within = settings.restartsWithin * 1000LL;
-	m_machine.stopTimeout = settings.stopTimeout * 1000LL;
-	m_machine.since = now();
 }
 
 int ServiceSupervisor::run()
@@ -117,8 +117,7 @@ void ServiceSupervisor::removeLeftAddress()
 	{
 		return;
 	}
-	const bool ended = holderOf(kAddressProgram, Part::guard) == 0 && holderOf(kAddressProgram, Part::worker) == 0;
-	if (!ended || removeAddress(m_addressSettings) != 0)
+	if (!hasEnded(kAddressProgram) || removeAddress(m_addressSettings) != 0)
 	{
 		m_leftAt = now() + kLeftAddress;
 		return;
@@ -320,28 +319,20 @@ void ServiceSupervisor::kill()
 void ServiceSupervisor::report(const ServiceMachine& before, ServiceEvent cause)
 {
 	const bool wasRunning = before.state == ServiceState::running;
-	const auto event = [&](const char* word, const std::string& detail, bool happened)
-	{
-		if (happened)
-		{
-			m_journal.event(word, detail);
-		}
-	};
 	const auto entered = [&](ServiceState state) { return m_machine.state == state && before.state != state; };
-	event("check-failed",
-	      m_reason + " (" + std::to_string(m_machine.failures) + " of " + std::to_string(m_machine.checkFailures) + ")",
-	      cause == ServiceEvent::checkFailed && wasRunning);
-	event("failed",
-	      m_reason + "; died more often than " + std::to_string(m_settings.restarts) + " in " +
-	          std::to_string(m_settings.restartsWithin) + " s: this node gives it up",
-	      m_machine.failed && wasRunning);
-	event(m_machine.restarted > before.restarted ? "restarted" : "running",
-	      hasUnit() ? m_settings.unit : m_settings.command.front(), entered(ServiceState::running));
-	event("died", m_reason + "; is started again here", entered(ServiceState::restarting));
-	event("stopping", "the address is not on this node any more", entered(ServiceState::stopping));
-	event("stopping", "asked to end", entered(ServiceState::ending));
-	event("stopped", "waits for the address", entered(ServiceState::waiting));
-	event("stopped", "ended", entered(ServiceState::ended));
+	m_journal.eventIf(cause == ServiceEvent::checkFailed && wasRunning, "check-failed",
+	                  m_reason + " (" + std::to_string(m_machine.failures) + " of " +
+	                      std::to_string(m_machine.checkFailures) + ")");
+	m_journal.eventIf(m_machine.failed && wasRunning, "failed",
+	                  m_reason + "; died more often than " + std::to_string(m_settings.restarts) + " in " +
+	                      std::to_string(m_settings.restartsWithin) + " s: this node gives it up");
+	m_journal.eventIf(entered(ServiceState::running), m_machine.restarted > before.restarted ? "restarted" : "running",
+	                  hasUnit() ? m_settings.unit : m_settings.command.front());
+	m_journal.eventIf(entered(ServiceState::restarting), "died", m_reason + "; is started again here");
+	m_journal.eventIf(entered(ServiceState::stopping), "stopping", "the address is not on this node any more");
+	m_journal.eventIf(entered(ServiceState::ending), "stopping", "asked to end");
+	m_journal.eventIf(entered(ServiceState::waiting), "stopped", "waits for the address");
+	m_journal.eventIf(entered(ServiceState::ended), "stopped", "ended");
 }
 
 void ServiceSupervisor::publish()

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "keeper/Journal.h"
-#include "keeper/Loop.h"
 #include "keeper/Runtime.h"
 #include "keeper/ServiceMachine.h"
 #include "keeper/Settings.h"

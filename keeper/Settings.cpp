@@ -99,17 +99,15 @@ private:
 		m_sectionLine = m_line;
 		const std::string_view inner = line.ends_with(']') ? trim(line.substr(1, line.size() - 2)) : std::string_view();
 		const std::size_t blank = std::min(inner.find_first_of(" \t"), inner.size());
-		if (inner == "address")
+		if (inner == "address" || inner == "reachability")
 		{
-			startOnly("address", m_settings.address.line);
+			int& former = inner == "address" ? m_settings.address.line : m_settings.reach.line;
+			m_section = isFirst(std::string(inner), former) ? inner : kRefused;
+			former = former == 0 ? m_line : former;
 		}
 		else if (inner.substr(0, blank) == "service" && blank < inner.size())
 		{
 			startService(std::string(trim(inner.substr(blank))));
-		}
-		else if (inner == "reachability")
-		{
-			startOnly("reachability", m_settings.reach.line);
 		}
 		else
 		{
@@ -118,37 +116,31 @@ private:
 		}
 	}
 
-	/// A section that there is once.
-	void startOnly(std::string_view section, int& line)
+	/// @param former the line of that section before, 0 for none; a second one is a finding
+	bool isFirst(const std::string& section, int former)
 	{
-		if (line != 0)
+		if (former != 0)
 		{
-			add(m_line, "a second [" + std::string(section) + "]",
-			    "keep one; the first is in line " + std::to_string(line));
-			return;
+			add(m_line, "a second [" + section + "]", "keep one; the first is in line " + std::to_string(former));
 		}
-		line = m_line;
-		m_section = section;
+		return former == 0;
 	}
 
 	void startService(const std::string& name)
 	{
 		const std::string program = std::string(kPrefix) + name;
+		const ServiceSettings* other = m_settings.find(program);
 		if (!isServiceName(name))
 		{
 			add(m_line, "\"" + name + "\" cannot be a service's name", kServiceName);
-			return;
 		}
-		if (const ServiceSettings* other = m_settings.find(program); other != nullptr)
+		else if (isFirst("service " + name, other != nullptr ? other->line : 0))
 		{
-			add(m_line, "a second [service " + name + "]",
-			    "keep one; the first is in line " + std::to_string(other->line));
-			return;
+			ServiceSettings& service = m_settings.services.emplace_back();
+			service.program = program;
+			service.line = m_line;
+			m_section = "service";
 		}
-		ServiceSettings& service = m_settings.services.emplace_back();
-		service.program = program;
-		service.line = m_line;
-		m_section = "service";
 	}
 
 	void parseKey(std::string_view name, std::string_view value)
@@ -320,6 +312,63 @@ const Finding* ParsedSettings::error() const
 {
 	const auto found = std::ranges::find_if(findings, [](const Finding& finding) { return finding.status != 0; });
 	return found == findings.end() ? nullptr : &*found;
+}
+
+std::string splitArguments(std::string_view text, std::vector<std::string>& arguments,
+                           std::vector<std::string>* written)
+{
+	std::string word;
+	bool inWord = false;
+	char quote = 0;
+	std::size_t begin = 0;
+	std::size_t i = 0;
+	const auto finish = [&]
+	{
+		if (std::exchange(inWord, false))
+		{
+			arguments.push_back(std::exchange(word, {}));
+			if (written != nullptr)
+			{
+				written->emplace_back(text.substr(begin, i - begin));
+			}
+		}
+	};
+	for (; i < text.size(); ++i)
+	{
+		const char sign = text[i];
+		begin = inWord ? begin : i;
+		if (sign == '\\' && quote != '\'')
+		{
+			if (i + 1 == text.size())
+			{
+				return "ends in a backslash";
+			}
+			const char following = text[++i];
+			word += quote == '"' && following != '"' && following != '\\' ? std::string{sign, following}
+			                                                              : std::string{following};
+			inWord = true;
+		}
+		else if (sign == quote || (quote == 0 && (sign == '"' || sign == '\'')))
+		{
+			quote = quote == 0 ? sign : '\0';
+			inWord = true;
+		}
+		else if (quote == 0 && (sign == ' ' || sign == '\t'))
+		{
+			finish();
+		}
+		else if (quote == 0 && sign == ';' && !inWord)
+		{
+			break;
+		}
+		else
+		{
+			word += sign;
+			inWord = true;
+		}
+	}
+	finish();
+	return quote != 0 ? "has an open quote" : "";
 }
 
 ParsedSettings parseSettings(std::string_view text)

@@ -1,14 +1,22 @@
-// The keys of keeper.ini, each with what it sets.
+// The keys of keeper.ini, each with what it sets; and what this machine lacks for the settings.
 #include "keeper/Settings.h"
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <type_traits>
-#include <utility>
 
 #include <arpa/inet.h>
+#include <glob.h>
+#include <grp.h>
 #include <net/if.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <unistd.h>
 
 #include "inspect/Number.h"
 
@@ -174,68 +182,117 @@ constexpr std::array<KeyInfo, 23> kKeys{{
      setNumber<&R::port, 1, 65535>},
 }};
 
+// What this machine lacks for them.
+
+using Findings = std::vector<Finding>;
+
+void checkProgram(const std::vector<std::string>& words, const char* key, int line, Findings& findings)
+{
+	if (!words.empty() && findCommand(words.front()).empty())
+	{
+		findings.push_back({line, EX_UNAVAILABLE, std::string(key) + ": " + words.front() + " is no program here",
+		                    "install it, or correct its path"});
+	}
+}
+
+void checkUser(const ServiceSettings& service, Findings& findings)
+{
+	if (!service.user.empty() && ::getpwnam(service.user.c_str()) == nullptr)
+	{
+		findings.push_back(
+		    {service.userLine, EX_NOUSER, "there is no user " + service.user, "make the user, or correct the name"});
+	}
+	if (!service.group.empty() && ::getgrnam(service.group.c_str()) == nullptr)
+	{
+		findings.push_back(
+		    {service.userLine, EX_NOUSER, "there is no group " + service.group, "make the group, or correct the name"});
+	}
+}
+
+/// Before each start the service makes a link that is missing.
+void checkLink(const std::string& program, int line, Findings& findings)
+{
+	const std::string link = std::string(kLinkDirectory) + "/" + program;
+	struct stat status = {};
+	const bool there = ::lstat(link.c_str(), &status) == 0;
+	if (::stat(link.c_str(), &status) != 0 && (there || ::access("/usr/libexec/velarix-ha/service", X_OK) != 0))
+	{
+		findings.push_back({line, 0, there ? link + " is a link to nothing" : "there is no " + link,
+		                    "ln -sfn /usr/libexec/velarix-ha/keeper " + link + ", and name it as PROCESS_PATH"});
+	}
+}
+
+/// @param pattern may have {this,that} and *
+/// @return the first file of it; empty for none
+std::string firstOf(const std::string& pattern)
+{
+	glob_t found{};
+	const bool any = ::glob(pattern.c_str(), GLOB_BRACE | GLOB_NOESCAPE, nullptr, &found) == 0;
+	std::string first = any ? found.gl_pathv[0] : "";
+	::globfree(&found);
+	return first;
+}
+
+/// Its ExecStart does nothing, and it counts as running afterwards: other units do its work.
+bool isUmbrella(const std::string& file)
+{
+	std::ifstream lines(file);
+	bool remains = false;
+	bool nothing = false;
+	for (std::string line; std::getline(lines, line);)
+	{
+		remains =
+		    remains || line == "RemainAfterExit=yes" || line == "RemainAfterExit=on" || line == "RemainAfterExit=true";
+		nothing = nothing || (line.starts_with("ExecStart=") && line.ends_with("/bin/true"));
+	}
+	return remains && nothing;
+}
+
+void checkEnabled(const std::string& unit, int line, Findings& findings)
+{
+	if (!firstOf("/etc/systemd/system/*.{wants,requires}/" + unit).empty())
+	{
+		findings.push_back({line, 0, unit + " is enabled: at boot it would run without the address",
+		                    "systemctl disable --now " + unit});
+	}
+}
+
+void checkUnit(const std::string& unit, int line, Findings& findings)
+{
+	// As systemd looks for them: its own file, a template's, and what systemctl enable makes.
+	const std::string directories = "{/etc,/run,/usr/local/lib,/usr/lib,/lib}/systemd/system/";
+	const std::string own = firstOf(directories + unit);
+	const std::string file = own.empty() ? firstOf(directories + unit.substr(0, unit.find('@')) + "@.service") : own;
+	std::error_code error;
+	if (::access("/run/systemd/system", F_OK) != 0)
+	{
+		findings.push_back({line, EX_UNAVAILABLE, "unit: this machine does not run systemd", "use command instead"});
+	}
+	else if (file.empty())
+	{
+		findings.push_back({line, EX_UNAVAILABLE, "there is no unit " + unit, "install it, or correct its name"});
+	}
+	else if (std::filesystem::canonical(file, error) == "/dev/null")
+	{
+		findings.push_back({line, EX_UNAVAILABLE, unit + " is masked", "systemctl unmask " + unit});
+	}
+	else
+	{
+		checkEnabled(unit, line, findings);
+	}
+	if (isUmbrella(file))
+	{
+		findings.push_back({line, 0, unit + " runs nothing itself: that its service has died is not noticed",
+		                    "name the unit that runs it, as postgresql@15-main.service"});
+	}
+}
+
 } // namespace
 
 std::string AddressSettings::label() const
 {
 	std::string name = interface + ":ha";
 	return name.size() < IFNAMSIZ ? name : interface;
-}
-
-std::string splitArguments(std::string_view text, Words& arguments, Words* written)
-{
-	std::string word;
-	bool inWord = false;
-	char quote = 0;
-	std::size_t begin = 0;
-	std::size_t i = 0;
-	const auto finish = [&]
-	{
-		if (std::exchange(inWord, false))
-		{
-			arguments.push_back(std::exchange(word, {}));
-			if (written != nullptr)
-			{
-				written->emplace_back(text.substr(begin, i - begin));
-			}
-		}
-	};
-	for (; i < text.size(); ++i)
-	{
-		const char sign = text[i];
-		begin = inWord ? begin : i;
-		if (sign == '\\' && quote != '\'')
-		{
-			if (i + 1 == text.size())
-			{
-				return "ends in a backslash";
-			}
-			const char following = text[++i];
-			word += quote == '"' && following != '"' && following != '\\' ? std::string{sign, following}
-			                                                              : std::string{following};
-			inWord = true;
-		}
-		else if (sign == quote || (quote == 0 && (sign == '"' || sign == '\'')))
-		{
-			quote = quote == 0 ? sign : '\0';
-			inWord = true;
-		}
-		else if (quote == 0 && (sign == ' ' || sign == '\t'))
-		{
-			finish();
-		}
-		else if (quote == 0 && sign == ';' && !inWord)
-		{
-			break;
-		}
-		else
-		{
-			word += sign;
-			inWord = true;
-		}
-	}
-	finish();
-	return quote != 0 ? "has an open quote" : "";
 }
 
 std::span<const KeyInfo> keyTable()
@@ -253,6 +310,67 @@ std::string setKey(Settings& settings, const KeyInfo& key, std::string_view valu
 	}
 	const bool fits = error.empty() && (words.size() == 1 || key.many) && key.set(settings, words);
 	return fits || !error.empty() ? error : std::string("is not ") + key.range;
+}
+
+std::vector<Finding> checkMachine(const Settings& settings)
+{
+	Findings findings;
+	const AddressSettings& address = settings.address;
+	if (!address.interface.empty() && ::if_nametoindex(address.interface.c_str()) == 0)
+	{
+		findings.push_back(
+		    {address.line, 0, "there is no interface " + address.interface, "correct its name, or bring it up"});
+	}
+	checkLink(kAddressProgram, address.line, findings);
+	for (const ServiceSettings& service : settings.services)
+	{
+		checkProgram(service.command, "command", service.commandLine, findings);
+		checkProgram(service.check, "check", service.line, findings);
+		checkUser(service, findings);
+		if (!service.unit.empty())
+		{
+			checkUnit(service.unit, service.commandLine, findings);
+		}
+		else if (!service.command.empty())
+		{
+			// As a distribution enables it when the package is installed.
+			const std::string program = std::filesystem::path(service.command.front()).filename();
+			checkEnabled(program + ".service", service.commandLine, findings);
+		}
+		struct stat status = {};
+		if (!service.directory.empty() && (::stat(service.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)))
+		{
+			findings.push_back({service.line, EX_UNAVAILABLE, "there is no directory " + service.directory, "make it"});
+		}
+		checkLink(service.program, service.line, findings);
+	}
+	return findings;
+}
+
+std::string findCommand(const std::string& command)
+{
+	const auto runs = [](const std::string& path)
+	{
+		struct stat status = {};
+		return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0111U) != 0;
+	};
+	if (command.find('/') != std::string::npos)
+	{
+		return runs(command) ? command : "";
+	}
+	const char* set = std::getenv("PATH");
+	std::string_view path = set != nullptr ? set : "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+	while (!path.empty())
+	{
+		const std::size_t end = path.find(':');
+		std::string candidate = std::string(path.substr(0, end)) + "/" + command;
+		if (candidate.front() == '/' && runs(candidate))
+		{
+			return candidate;
+		}
+		path.remove_prefix(end == std::string_view::npos ? path.size() : end + 1);
+	}
+	return {};
 }
 
 } // namespace velarix::keeper

@@ -1,4 +1,4 @@
-/// What the keeper has reported (keeper/Journal.h), beside what the agent's log tells.
+/// What the keeper has reported (keeper/Runtime.h), beside what the agent's log tells.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// What each word of the keeper's log means (keeper/Journal.h).
+// What each word of the keeper's log means (keeper/Runtime.h).
 
 #include <array>
 #include <string>

@@ -13,7 +13,7 @@
 
 #include "ctl/history/KeeperLog.h"
 #include "inspect/Descriptor.h"
-#include "keeper/Journal.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::ctl
 {

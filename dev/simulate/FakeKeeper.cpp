@@ -9,11 +9,8 @@
 #include <unistd.h>
 
 #include "dev/simulate/Programs.h"
-#include "keeper/Arp.h"
 #include "keeper/Guard.h"
-#include "keeper/Journal.h"
-#include "keeper/Loop.h"
-#include "keeper/Netlink.h"
+#include "keeper/Network.h"
 #include "keeper/Process.h"
 #include "keeper/Runtime.h"
 

@@ -4,9 +4,8 @@
 #include <utility>
 
 #include "CAgent.h"
-#include "keeper/AddressHolder.h"
 #include "keeper/Commands.h"
-#include "keeper/Reachability.h"
+#include "keeper/Guard.h"
 #include "keeper/ServiceSupervisor.h"
 
 /// The agent lets it see its role.
@@ -90,11 +89,11 @@ void runKeeperProgram(Process& process)
 	process.takesSignals = true;
 	if (process.name == keeper::kAddressProgram)
 	{
-		keeper::AddressHolder(node.keeperSettings.address, {kSupervisor}).run();
+		keeper::holdAddress(node.keeperSettings.address, {kSupervisor});
 	}
 	else if (process.name == keeper::kReachProgram)
 	{
-		keeper::Reachability(node.keeperSettings.reach).run();
+		keeper::watchTargets(node.keeperSettings.reach);
 	}
 	else
 	{

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "dev/simulate/Scheduler.h"
-#include "keeper/Arp.h"
+#include "keeper/Network.h"
 #include "keeper/Runtime.h"
 #include "keeper/Settings.h"
 #include "velarix/velarix.h"

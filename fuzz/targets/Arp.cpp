@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "keeper/AddressMachine.h"
-#include "keeper/Arp.h"
+#include "keeper/Network.h"
 
 #include "Target.h"
 

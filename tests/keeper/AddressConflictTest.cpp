@@ -5,13 +5,12 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "AddressFixture.h"
+#include "Hosts.h"
 
 namespace
 {
 
 using namespace keepertest;
-using namespace std::chrono_literals;
 
 TEST_F(AddressTest, TwoThatStartAtOnceAgreeOnOne)
 {
@@ -125,7 +124,7 @@ void standStill()
 TEST_F(AddressTest, AHolderThatStoodStillAsksBeforeItAnnouncesAndYieldsToWhoeverHoldsItNow)
 {
 	hold(m_a, "holding");
-	const pid_t worker = workerOf(m_a);
+	const pid_t worker = m_a.worker("ha-address");
 	::kill(worker, SIGSTOP);
 	// The rest of the machine, too, as a virtual machine that is paused.
 	shell("ip link set " + m_a.port() + " nomaster");
@@ -146,7 +145,7 @@ TEST_F(AddressTest, AHolderThatStoodStillAsksBeforeItAnnouncesAndYieldsToWhoever
 TEST_F(AddressTest, WhatWasClaimedDuringAStallAndIsOverCostsNothing)
 {
 	hold(m_b, "holding");
-	const pid_t worker = workerOf(m_b);
+	const pid_t worker = m_b.worker("ha-address");
 	::kill(worker, SIGSTOP);
 	const Speaker speaker;
 	speaker.claim({2, 0, 0, 0, 0, 0x66});
@@ -160,7 +159,7 @@ TEST_F(AddressTest, WhatWasClaimedDuringAStallAndIsOverCostsNothing)
 TEST_F(AddressTest, AShortPauseIsNoStall)
 {
 	hold(m_a, "holding");
-	const pid_t worker = workerOf(m_a);
+	const pid_t worker = m_a.worker("ha-address");
 	::kill(worker, SIGSTOP);
 	std::this_thread::sleep_for(500ms);
 	::kill(worker, SIGCONT);

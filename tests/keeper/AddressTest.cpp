@@ -4,13 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include "AddressFixture.h"
+#include "Hosts.h"
 
 namespace
 {
 
 using namespace keepertest;
-using namespace std::chrono_literals;
 
 TEST_F(AddressTest, AFreeAddressIsRaisedAnnouncedAndAnswers)
 {
@@ -273,11 +272,7 @@ TEST_F(AddressTest, OneWhoseSupervisorWasKilledEndsWhatIsLeftOfTheServiceAndGive
 	hold(m_a);
 	m_a.startProgram("ha-web");
 	ASSERT_TRUE(happens([&] { return m_a.state("ha-web") == "running"; }, "service"));
-	const pid_t guard = m_a.processes("ha-web").front();
-	// Neither may see the other one's end.
-	::kill(guard, SIGSTOP);
-	::kill(std::stoi(m_a.state("ha-web", "pid")), SIGKILL);
-	::kill(guard, SIGKILL);
+	m_a.killBoth("ha-web");
 	ASSERT_TRUE(happens([&] { return m_a.processes("ha-web").empty(); }, "end of the supervisor"));
 	EXPECT_EQ(m_a.processes("sleep").size(), 1U);
 	givesWay();
@@ -289,32 +284,10 @@ TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)
 	hold(m_a);
 	shell("ip link del " + m_a.port());
 	ASSERT_TRUE(reaches(m_a, "offline"));
-	const pid_t worker = workerOf(m_a);
-	shell("ip link add h1 type veth peer name eth0 address 02:00:00:00:00:01 netns " + std::to_string(worker) +
+	shell("ip link add h1 type veth peer name eth0 address 02:00:00:00:00:01 netns " + m_a.state("ha-address", "pid") +
 	      " && ip link set h1 master br0 up");
 	m_a.run({"ip", "link", "set", "eth0", "up"});
 	EXPECT_TRUE(happens([&] { return m_a.hasAddress(); }, "address"));
-}
-
-TEST_F(AddressTest, MalformedAndForeignARPIsIgnored)
-{
-	hold(m_a, "holding");
-	const Speaker speaker;
-	const auto claim = velarix::keeper::arpAnnouncement(0x640200c0, {2, 0, 0, 0, 0, 0x66});
-	for (std::size_t place = 14; place < 22; ++place)
-	{
-		std::vector<std::uint8_t> frame(claim.begin(), claim.end());
-		frame[place] = 0xee;
-		speaker.send(frame);
-	}
-	for (std::size_t length = 14; length < claim.size(); ++length)
-	{
-		speaker.send({claim.begin(), claim.begin() + static_cast<std::ptrdiff_t>(length)});
-	}
-	// One that counts, behind all of them.
-	speaker.claim({2, 0, 0, 0, 0, 0x66});
-	ASSERT_TRUE(happens([&] { return m_a.state("ha-address", "conflicts") != "0"; }, "conflict"));
-	EXPECT_EQ(m_a.state("ha-address", "conflicts"), "1");
 }
 
 TEST_F(AddressTest, WhatItMayDoIsLittle)

@@ -5,7 +5,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -31,7 +33,6 @@ namespace
 {
 
 using Clock = std::chrono::steady_clock;
-using namespace std::chrono_literals;
 
 /// Those that there are.
 std::set<const Host*> g_hosts;
@@ -58,15 +59,8 @@ Result execute(const std::string& line)
 	return result;
 }
 
-} // namespace
-
-std::string shell(const std::string& command)
-{
-	const Result result = execute("(" + command + ") 2>&1");
-	EXPECT_EQ(result.status, 0) << command << ": " << result.output;
-	return result.output;
-}
-
+/// Makes a machine of the namespaces that this process is in: a bridge, files of its own,
+/// and /usr/libexec/velarix-ha/keeper.
 bool makeMachine()
 {
 	shell("mount -t tmpfs tmpfs /mnt; mkdir /mnt/upper /mnt/work; mount -t tmpfs tmpfs /run; "
@@ -75,6 +69,15 @@ bool makeMachine()
 	      "ip link set lo up; ip link add br0 type bridge stp_state 0 forward_delay 0; "
 	      "ip addr add 192.0.2.254/24 dev br0; ip link set br0 up");
 	return !testing::Test::HasFailure();
+}
+
+} // namespace
+
+std::string shell(const std::string& command)
+{
+	const Result result = execute("(" + command + ") 2>&1");
+	EXPECT_EQ(result.status, 0) << command << ": " << result.output;
+	return result.output;
 }
 
 Host::Host(int number) : m_number(number)
@@ -191,6 +194,14 @@ std::string Host::state(const std::string& program, const std::string& field) co
 	return valueOf(readState(program, "/proc/" + std::to_string(m_pid) + "/root" + kRuntimeDirectory), field);
 }
 
+void Host::killBoth(const std::string& program) const
+{
+	const pid_t guard = processes(program).front();
+	::kill(guard, SIGSTOP);
+	::kill(worker(program), SIGKILL);
+	::kill(guard, SIGKILL);
+}
+
 std::vector<pid_t> Host::processes(const std::string& name) const
 {
 	const auto network = [](pid_t pid)
@@ -292,3 +303,25 @@ milliseconds timeUntil(const std::function<bool()>& predicate, milliseconds limi
 }
 
 } // namespace keepertest
+
+// The tests run in a machine of their own.
+int main(int argc, char** argv)
+{
+	testing::InitGoogleTest(&argc, argv);
+	if (testing::GTEST_FLAG(list_tests) || std::getenv("KEEPER_MACHINE") != nullptr)
+	{
+		return keepertest::makeMachine() ? RUN_ALL_TESTS() : 1;
+	}
+	if (::geteuid() != 0 || std::system("unshare -mnp true 2>/dev/null") != 0)
+	{
+		std::printf("skipped: namespaces need root\n");
+		return 77;
+	}
+	::setenv("KEEPER_MACHINE", "1", 1);
+	const std::string self = std::filesystem::canonical("/proc/self/exe");
+	const std::string filter = "--gtest_filter=" + testing::GTEST_FLAG(filter);
+	// The shell is the first process of the machine, and takes care of orphans.
+	::execlp("unshare", "unshare", "-mnpf", "--mount-proc", "--kill-child", "sh", "-c", "\"$@\"; exit $?", "sh",
+	         self.c_str(), filter.c_str(), nullptr);
+	return 1;
+}

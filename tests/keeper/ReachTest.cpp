@@ -7,7 +7,6 @@ namespace
 {
 
 using namespace keepertest;
-using namespace std::chrono_literals;
 
 constexpr const char* kReach = "ha-reach";
 
