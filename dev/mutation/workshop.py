@@ -101,7 +101,7 @@ class Workshop:
         os.makedirs(self.scratch)
         shutil.copytree(self.source, self.tree)
         configure(self.tree, self.build)
-        run(["ninja", "-C", self.build, "all"])
+        run(["ninja", "-C", self.build, "-j", self.ninja_jobs, "all"])
         self.find_programs()
         self.find_holders()
 
