@@ -40,7 +40,7 @@ std::string firewallRules(const Answers& answers, NodeName node)
 	}
 	for (const auto& [name, value] : values)
 	{
-		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$01" + value);
+		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$1" + value);
 	}
 	return rules;
 }
