@@ -7,7 +7,6 @@
 #include "FirewallTemplate.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
-#include "inspect/HostTunnel.h"
 #include "inspect/InputFile.h"
 #include "inspect/Pattern.h"
 #include "inspect/Tunnel.h"
