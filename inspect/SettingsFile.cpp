@@ -28,7 +28,59 @@ std::string trimmed(std::string_view text)
 	return Poco::trim(std::string(text));
 }
 
+/// @return whether the name is PROCESS_PATH with a number from 1 behind it
+bool isProgramPath(std::string_view name)
+{
+	const std::string_view stem(key::kProcessPath);
+	if (name.size() <= stem.size() || !sameKey(name.substr(0, stem.size()), stem))
+	{
+		return false;
+	}
+	const std::string_view digits = name.substr(stem.size());
+	return digits.front() != '0' && digits.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+template <typename Read> auto ifAny(const Read& read) -> std::optional<decltype(read())>
+{
+	try
+	{
+		return read();
+	}
+	catch (const Poco::Exception&)
+	{
+		return std::nullopt;
+	}
+}
+
 } // namespace
+
+bool sameKey(std::string_view left, std::string_view right)
+{
+	return Poco::icompare(std::string(left), std::string(right)) == 0;
+}
+
+const KeyInfo* findKey(std::string_view name)
+{
+	const std::string_view wanted = isProgramPath(name) ? key::kProcessPath : name;
+	const auto found =
+	    std::ranges::find_if(settingsKeys(), [&](const KeyInfo& info) { return sameKey(info.name, wanted); });
+	if (found == settingsKeys().end() || (found->name == key::kProcessPath && !isProgramPath(name)))
+	{
+		return nullptr;
+	}
+	return &*found;
+}
+
+std::string emptyEffect(const KeyInfo& info)
+{
+	constexpr std::string_view kFront("empty: ");
+	return std::string(info.zero.starts_with(kFront) ? info.zero.substr(kFront.size()) : info.zero);
+}
+
+std::string programKey(int number)
+{
+	return key::kProcessPath + std::to_string(number);
+}
 
 SettingLines splitSettings(std::string_view text)
 {
@@ -119,26 +171,12 @@ int SettingsFile::integerOrThrow(const std::string& key) const
 
 std::optional<std::string> SettingsFile::text(const std::string& key) const
 {
-	try
-	{
-		return textOrThrow(key);
-	}
-	catch (const Poco::Exception&)
-	{
-		return std::nullopt;
-	}
+	return ifAny([&] { return textOrThrow(key); });
 }
 
 std::optional<int> SettingsFile::integer(const std::string& key) const
 {
-	try
-	{
-		return integerOrThrow(key);
-	}
-	catch (const Poco::Exception&)
-	{
-		return std::nullopt;
-	}
+	return ifAny([&] { return integerOrThrow(key); });
 }
 
 std::vector<std::string> SettingsFile::programs() const

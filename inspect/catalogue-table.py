@@ -5,6 +5,7 @@ pages and program never differ.
 Usage: catalogue-table.py PAGE OUTPUT WORD-PAGE...
 """
 
+import json
 import pathlib
 import re
 import sys
@@ -31,12 +32,7 @@ WORDS = {
 
 
 def literal(text):
-    """A C++ string literal; every byte that is no plain character in octal."""
-    plain = []
-    for byte in text.encode("utf-8"):
-        char = chr(byte)
-        plain.append(char if 32 <= byte < 127 and char not in '"\\?' else f"\\{byte:03o}")
-    return '"' + "".join(plain) + '"'
+    return json.dumps(text, ensure_ascii=False)
 
 
 def said(text):
