@@ -6,6 +6,7 @@
 #include <Poco/Ascii.h>
 #include <Poco/Exception.h>
 #include <Poco/String.h>
+#include <Poco/Util/IniFileConfiguration.h>
 
 #include "inspect/InputFile.h"
 #include "inspect/SettingsKeys.h"
@@ -121,7 +122,7 @@ SettingsFile SettingsFile::parse(const std::filesystem::path& path, const std::s
 	file.m_path = path;
 	file.m_lines = splitSettings(text);
 	std::istringstream stream(text);
-	file.m_values = new Poco::Util::IniFileConfiguration(stream);
+	file.m_values.reset(new Poco::Util::IniFileConfiguration(stream), [](auto* values) { values->release(); });
 	return file;
 }
 
