@@ -125,18 +125,13 @@ std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& directory)
 
 CommandEnd runWithoutNetwork(const std::string& command, std::chrono::milliseconds limit)
 {
-	constexpr std::chrono::seconds kProbe{10};
-	ProgramCall call{.arguments = {"unshare", "-n", "true"}, .environment = {}, .input = {}, .limit = kProbe};
-	if (const ProgramEnd probe = runProgram(call); !probe.fine())
+	if (const ProgramEnd probe = runProgram({.arguments = {"unshare", "-n", "true"}}); !probe.fine())
 	{
 		return probe.status == ProgramEnd::kNotStarted ? CommandEnd::notStarted : CommandEnd::noNamespace;
 	}
-	call = {.arguments = {"unshare", "-n", "/bin/sh", "-c", command},
-	        .environment = {},
-	        .input = {},
-	        .limit = limit,
-	        .shown = true};
-	return runProgram(call).inTime ? CommandEnd::ended : CommandEnd::tooLong;
+	const ProgramEnd end =
+	    runProgram({.arguments = {"unshare", "-n", "/bin/sh", "-c", command}, .limit = limit, .shown = true});
+	return end.inTime ? CommandEnd::ended : CommandEnd::tooLong;
 }
 
 bool signalProcess(pid_t pid, const std::string& name, int signal)

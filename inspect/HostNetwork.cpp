@@ -1,7 +1,6 @@
 #include "inspect/Host.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cerrno>
 #include <filesystem>
@@ -61,19 +60,10 @@ namespace
 
 using List = std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)>;
 
-std::string dotted(const sockaddr* address)
-{
-	std::array<char, INET_ADDRSTRLEN> text{};
-	const auto* internet = reinterpret_cast<const sockaddr_in*>(address);
-	::inet_ntop(AF_INET, &internet->sin_addr, text.data(), text.size());
-	return text.data();
-}
-
 /// @return what it prints, whatever its status: arping's says whether somebody has answered
 std::string printedBy(const std::vector<std::string>& tool)
 {
-	constexpr std::chrono::seconds kLimit{10};
-	const ProgramEnd end = runProgram({.arguments = tool, .environment = {}, .input = {}, .limit = kLimit});
+	const ProgramEnd end = runProgram({.arguments = tool});
 	return end.inTime ? end.output : "";
 }
 
@@ -167,8 +157,9 @@ std::vector<Address> addresses()
 			const bool first = std::ranges::find(result, label, &Address::label) == result.end();
 			const std::string interface = label.substr(0, label.find(':'));
 			// The kernel takes any label; "ifconfig" looks for the interface that it names.
-			result.push_back({interface, label, dotted(entry->ifa_addr), prefixOf(entry->ifa_netmask),
-			                  first && ::if_nametoindex(interface.c_str()) != 0});
+			result.push_back({interface, label,
+			                  ::inet_ntoa(reinterpret_cast<const sockaddr_in*>(entry->ifa_addr)->sin_addr),
+			                  prefixOf(entry->ifa_netmask), first && ::if_nametoindex(interface.c_str()) != 0});
 		}
 	}
 	return result;
@@ -251,11 +242,8 @@ std::string tunnelRules()
 
 std::string rulesRefusal(const std::filesystem::path& file)
 {
-	constexpr std::chrono::seconds kLimit{10};
-	const ProgramEnd end = runProgram({.arguments = {"unshare", "-n", "nft", "-c", "-f", file.string()},
-	                                   .environment = {"LC_ALL=C"},
-	                                   .input = {},
-	                                   .limit = kLimit});
+	const ProgramEnd end =
+	    runProgram({.arguments = {"unshare", "-n", "nft", "-c", "-f", file.string()}, .environment = {"LC_ALL=C"}});
 	// What the kernel refuses may be this kernel's fault, and begins with "Could not".
 	const std::size_t error = end.errors.find(": Error: ");
 	const std::string front = file.string() + ":";

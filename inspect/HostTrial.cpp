@@ -62,21 +62,6 @@ constexpr milliseconds kAfterwards{3000};
 /// Between two looks at a command.
 constexpr int kTurn = 20;
 
-/// @return whether it came true in time
-bool await(const std::function<bool()>& condition, milliseconds limit)
-{
-	const Clock::time_point deadline = Clock::now() + limit;
-	while (!condition())
-	{
-		if (Clock::now() >= deadline)
-		{
-			return false;
-		}
-		::poll(nullptr, 0, kTurn);
-	}
-	return true;
-}
-
 [[noreturn]] void becomeShell(const std::string& command, int output, int errors)
 {
 	::setsid();
@@ -131,7 +116,10 @@ public:
 		}
 		shellsOutput.close();
 		watch(output.get(), done);
-		await(done, kAfterwards);
+		for (const Clock::time_point end = Clock::now() + kAfterwards; !done() && Clock::now() < end;)
+		{
+			::poll(nullptr, 0, kTurn);
+		}
 		m_run.errors.resize(kKept);
 		m_run.errors.resize(
 		    static_cast<std::size_t>(std::max<ssize_t>(::pread(errors.get(), m_run.errors.data(), kKept, 0), 0)));

@@ -114,23 +114,20 @@ def resolve(rows):
 
 
 def table(name, rows):
-    return f"constexpr CatalogueRow {name}[] = {{\n" + "".join(rows) + "};\n"
+    """Each row: number, fatal, and the eight texts of a CatalogueRow."""
+    lines = [f"{{{number}, {fatal}, {', '.join(map(literal, texts))}}},\n" for number, fatal, *texts in rows]
+    return f"constexpr CatalogueRow {name}[] = {{\n" + "".join(lines) + "};\n"
 
 
 def main(page, output, *word_pages):
     rows = read(page)
     resolve(rows)
     fatal = fatal_numbers(rows)
-    lines = []
-    for row in rows:
-        number = "0" if row["number"] == "-" else row["number"]
-        texts = [row["file"], row["label"], row["level"], said(row["text"]), row["function"]]
-        texts += [prose(row["when"]), prose(row["action"]), prose(row["topic"])]
-        lines.append(f"{{{number}, {fatal.get((row['label'], row['number']), 0)}, {', '.join(map(literal, texts))}}},\n")
-    words = []
-    for label, level, *texts in (row for each in word_pages for row in read_words(each)):
-        word, meaning, action, topic = map(literal, texts)
-        words.append(f'{{0, 0, "", {literal(label)}, {literal(level)}, {word}, "", {meaning}, {action}, {topic}}},\n')
+    lines = [(row["number"].replace("-", "0"), fatal.get((row["label"], row["number"]), 0), row["file"], row["label"],
+              row["level"], said(row["text"]), row["function"], prose(row["when"]), prose(row["action"]), prose(row["topic"]))
+             for row in rows]
+    words = [(0, 0, "", label, level, word, "", *rest)
+             for each in word_pages for label, level, word, *rest in read_words(each)]
     output.write_text(
         f"// Made from {page.name} and others by catalogue-table.py.\n"
         '#include "inspect/Catalogue.h"\n\n'
