@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -143,5 +144,69 @@ std::optional<std::uintmax_t> freeSpace(const std::filesystem::path& directory);
 /// @return how many files may still be made there; nothing when it is not known or
 ///         the file system has no such limit
 std::optional<std::uintmax_t> freeFiles(const std::filesystem::path& directory);
+
+/// ---- the tunnel of the heartbeats --------------------------------------------------
+
+/// The session with the partner.
+struct TunnelSession
+{
+	/// Nothing before the first one.
+	std::optional<std::chrono::system_clock::time_point> handshake;
+	/// Bytes since the tunnel came up.
+	std::uint64_t received = 0;
+	std::uint64_t sent = 0;
+	/// The partner's address and port outside, "192.0.2.2:51871".
+	std::string endpoint;
+};
+
+/// @return nothing without the interface or a peer, or when this user may not ask
+std::optional<TunnelSession> tunnelSession();
+
+/// @return the packet filter's tables of this node; empty when they are not loaded, or this user may not ask
+std::string tunnelRules();
+
+/// Has nft read a file of rules, in a network of its own: nothing is loaded.
+/// @return its first error in the text, "8:1-4: Error: syntax error, ..."; empty for none, or when
+///         this user may not ask
+std::string rulesRefusal(const std::filesystem::path& file);
+
+/// @return a new private key; empty without wireguard-tools
+std::string newTunnelKey();
+/// @return the public key of it; empty when it is none
+std::string publicKeyOf(const std::string& privateKey);
+
+/// ---- what a hand-over does -------------------------------------------------------
+
+enum class CommandEnd
+{
+	/// It ran to its end, well or not.
+	ended,
+	/// It took longer than allowed and was killed.
+	tooLong,
+	/// The kernel gave it no network namespace; it was not run.
+	noNamespace,
+	/// No process could be made for it.
+	notStarted
+};
+
+/// Runs a line through /bin/sh in a network namespace of its own, which holds
+/// no interface: what the line does to processes and files happens, what it does to
+/// addresses and routes does not. What it prints goes to standard error.
+CommandEnd runWithoutNetwork(const std::string& command, std::chrono::milliseconds limit);
+
+/// Sends a signal to a process.
+/// @param name short name it must have, so that no other process that got the
+///             same id meanwhile is hit
+/// @return false when it is gone, is another one or may not be signalled
+bool signalProcess(pid_t pid, const std::string& name, int signal);
+
+/// Waits; the only wait of the verbs that watch something.
+void pause(std::chrono::milliseconds time);
+
+/// @return lines of the terminal that is standard output; 0 when that is not known
+std::size_t windowLines();
+
+/// @return a time that no setting of the clock changes, from any beginning
+std::chrono::milliseconds elapsed();
 
 } // namespace velarix::inspect::host

@@ -1,7 +1,6 @@
 #include "inspect/Host.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cerrno>
 #include <filesystem>
@@ -14,25 +13,25 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <Poco/String.h>
+#include <Poco/StringTokenizer.h>
 
+#include "inspect/Descriptor.h"
+#include "inspect/EchoSocket.h"
 #include "inspect/HostProgram.h"
+#include "inspect/Number.h"
+#include "inspect/Tunnel.h"
 
 namespace velarix::inspect::host
 {
 
 std::optional<std::string> whyNoPing()
 {
-	const int raw = ::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP);
-	if (raw < 0)
-	{
-		return std::generic_category().message(errno);
-	}
-	::close(raw);
-	return std::nullopt;
+	const Descriptor raw(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+	return raw ? std::nullopt : std::optional(std::generic_category().message(errno));
 }
 
 bool ignoresPings()
@@ -61,19 +60,10 @@ namespace
 
 using List = std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)>;
 
-std::string dotted(const sockaddr* address)
-{
-	std::array<char, INET_ADDRSTRLEN> text{};
-	const auto* internet = reinterpret_cast<const sockaddr_in*>(address);
-	::inet_ntop(AF_INET, &internet->sin_addr, text.data(), text.size());
-	return text.data();
-}
-
 /// @return what it prints, whatever its status: arping's says whether somebody has answered
 std::string printedBy(const std::vector<std::string>& tool)
 {
-	constexpr std::chrono::seconds kLimit{10};
-	const ProgramEnd end = runProgram({.arguments = tool, .environment = {}, .input = {}, .limit = kLimit});
+	const ProgramEnd end = runProgram({.arguments = tool});
 	return end.inTime ? end.output : "";
 }
 
@@ -167,8 +157,9 @@ std::vector<Address> addresses()
 			const bool first = std::ranges::find(result, label, &Address::label) == result.end();
 			const std::string interface = label.substr(0, label.find(':'));
 			// The kernel takes any label; "ifconfig" looks for the interface that it names.
-			result.push_back({interface, label, dotted(entry->ifa_addr), prefixOf(entry->ifa_netmask),
-			                  first && ::if_nametoindex(interface.c_str()) != 0});
+			result.push_back({interface, label,
+			                  ::inet_ntoa(reinterpret_cast<const sockaddr_in*>(entry->ifa_addr)->sin_addr),
+			                  prefixOf(entry->ifa_netmask), first && ::if_nametoindex(interface.c_str()) != 0});
 		}
 	}
 	return result;
@@ -194,6 +185,85 @@ bool hasMarker(const std::string& address)
 		}
 	}
 	return false;
+}
+
+std::optional<bool> answersPing(const std::string& address, int count)
+{
+	using Steady = std::chrono::steady_clock;
+	constexpr std::chrono::milliseconds kPatience{100};
+	EchoSocket socket(address);
+	if (!socket)
+	{
+		return errno == EPERM ? std::nullopt : std::optional(false);
+	}
+	for (int sent = 1; sent <= count; ++sent)
+	{
+		socket.request();
+		const Steady::time_point deadline = Steady::now() + kPatience;
+		for (Steady::duration left = kPatience; left > Steady::duration::zero(); left = deadline - Steady::now())
+		{
+			pollfd wanted{socket.descriptor(), POLLIN, 0};
+			const auto wait = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+			if (::poll(&wanted, 1, static_cast<int>(wait)) > 0 && socket.answer())
+			{
+				return true;
+			}
+		}
+	}
+	return false;
+}
+
+std::optional<TunnelSession> tunnelSession()
+{
+	const std::string dump = outputOf({"wg", "show", kTunnelInterface, "dump"});
+	// The first line is the interface's own, and holds its private key.
+	const std::size_t peer = dump.find('\n');
+	const Poco::StringTokenizer fields(peer == std::string::npos ? "" : dump.substr(peer + 1), "\t\n");
+	if (fields.count() < 8)
+	{
+		return std::nullopt;
+	}
+	TunnelSession session;
+	if (const auto seconds = numberIn<std::int64_t>(fields[4]).value_or(0); seconds > 0)
+	{
+		session.handshake = std::chrono::system_clock::time_point(std::chrono::seconds(seconds));
+	}
+	session.received = numberIn<std::uint64_t>(fields[5]).value_or(0);
+	session.sent = numberIn<std::uint64_t>(fields[6]).value_or(0);
+	session.endpoint = fields[2];
+	return session;
+}
+
+std::string tunnelRules()
+{
+	return outputOf({"nft", "list", "table", "inet", "velarix_tunnel"}) +
+	       outputOf({"nft", "list", "table", "inet", "velarix"});
+}
+
+std::string rulesRefusal(const std::filesystem::path& file)
+{
+	const ProgramEnd end =
+	    runProgram({.arguments = {"unshare", "-n", "nft", "-c", "-f", file.string()}, .environment = {"LC_ALL=C"}});
+	// What the kernel refuses may be this kernel's fault, and begins with "Could not".
+	const std::size_t error = end.errors.find(": Error: ");
+	const std::string front = file.string() + ":";
+	if (error == std::string::npos || end.errors.find("Could not", error) == error + 9 ||
+	    !end.errors.starts_with(front))
+	{
+		return {};
+	}
+	return end.errors.substr(front.size(), end.errors.find('\n') - front.size());
+}
+
+std::string newTunnelKey()
+{
+	return Poco::trim(outputOf({"wg", "genkey"}));
+}
+
+std::string publicKeyOf(const std::string& privateKey)
+{
+	// Without wg nobody would read what is written.
+	return privateKey.empty() ? "" : Poco::trim(outputOf({"wg", "pubkey"}, privateKey + "\n"));
 }
 
 } // namespace velarix::inspect::host

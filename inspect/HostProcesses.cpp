@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string_view>
 #include <system_error>
 
 #include <unistd.h>
@@ -24,12 +23,6 @@ namespace fs = std::filesystem;
 
 /// The agent reads no more of the line.
 constexpr std::size_t kStatusLineKept = 127;
-
-std::string_view behindTab(std::string_view line)
-{
-	const std::size_t tab = line.find('\t');
-	return tab == std::string_view::npos ? std::string_view() : line.substr(tab + 1);
-}
 
 fs::path directoryOf(pid_t pid)
 {
@@ -66,51 +59,45 @@ std::string linkText(const fs::path& link)
 	return error ? std::string() : target.string();
 }
 
-/// Takes one line of the status file.
-void takeStatus(Process& process, const std::string& line)
-{
-	const std::string_view value = behindTab(line);
-	if (line.starts_with("State:") && !value.empty())
-	{
-		process.state = value.front();
-	}
-	else if (line.starts_with("Uid:"))
-	{
-		// Real, effective, saved, of the file system.
-		const std::string_view effective = behindTab(value);
-		process.user = numberIn<uid_t>(effective.substr(0, effective.find('\t'))).value_or(process.user);
-	}
-	else if (line.starts_with("PPid:"))
-	{
-		process.parent = numberIn<pid_t>(value).value_or(-1);
-	}
-	else if (line.starts_with("NSpid:"))
-	{
-		process.inContainer = value.find('\t') != std::string_view::npos;
-		process.pidInside = numberIn<pid_t>(line.substr(line.rfind('\t') + 1)).value_or(-1);
-	}
-	else if (line.starts_with("Threads:"))
-	{
-		process.threads = numberIn<int>(value).value_or(0);
-	}
-}
-
 } // namespace
 
 std::optional<Process> process(pid_t pid)
 {
 	std::ifstream file(directoryOf(pid) / "status");
 	Process result;
+	std::string line;
 	result.pid = pid;
 	if (!std::getline(file, result.statusLine))
 	{
 		return std::nullopt;
 	}
-	result.name = behindTab(result.statusLine);
+	result.name = result.statusLine.substr(result.statusLine.find('\t') + 1);
 	result.statusLine.resize(std::min(result.statusLine.size(), kStatusLineKept));
-	for (std::string line; std::getline(file, line) && !line.starts_with("SigQ:");)
+	// What is left of a line is a word that nobody knows.
+	for (std::string word; file >> word && word != "SigQ:";)
 	{
-		takeStatus(result, line);
+		if (word == "State:")
+		{
+			file >> result.state;
+		}
+		else if (word == "PPid:")
+		{
+			file >> result.parent;
+		}
+		else if (word == "Uid:")
+		{
+			file >> word >> result.user; // the effective one is the second
+		}
+		else if (word == "Threads:")
+		{
+			file >> result.threads;
+		}
+		else if (std::getline(file, line) && word == "NSpid:")
+		{
+			const std::size_t last = line.rfind('\t');
+			result.inContainer = last != 0;
+			result.pidInside = numberIn<pid_t>(line.substr(last + 1)).value_or(-1);
+		}
 	}
 	result.executable = linkText(directoryOf(pid) / "exe");
 	return result;

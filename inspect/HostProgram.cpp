@@ -84,14 +84,9 @@ private:
 Descriptor inputFile(std::string_view text)
 {
 	Descriptor file(::memfd_create("input", MFD_CLOEXEC));
-	while (file && !text.empty())
+	if (file && ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
 	{
-		const ssize_t size = ::write(file.get(), text.data(), text.size());
-		if (size <= 0)
-		{
-			return Descriptor();
-		}
-		text.remove_prefix(static_cast<std::size_t>(size));
+		return Descriptor();
 	}
 	::lseek(file.get(), 0, SEEK_SET);
 	return file;
@@ -210,8 +205,7 @@ ProgramEnd runProgram(const ProgramCall& call)
 
 std::string outputOf(const std::vector<std::string>& arguments, const std::string& input)
 {
-	constexpr std::chrono::seconds kLimit{10};
-	const ProgramEnd end = runProgram({.arguments = arguments, .environment = {}, .input = input, .limit = kLimit});
+	const ProgramEnd end = runProgram({.arguments = arguments, .input = input});
 	return end.fine() ? end.output : "";
 }
 

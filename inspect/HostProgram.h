@@ -13,11 +13,11 @@ struct ProgramCall
 	/// The program first; without a slash it is looked for in PATH.
 	std::vector<std::string> arguments;
 	/// "NAME=value", beside this program's own environment and in place of the same name there.
-	std::vector<std::string> environment;
+	std::vector<std::string> environment{};
 	/// What it reads from standard input.
-	std::string input;
-	/// After it the program and all that it has left in its process group are killed.
-	std::chrono::milliseconds limit{};
+	std::string input{};
+	/// Ten seconds unless it is told. After it the program and all that it has left in its process group are killed.
+	std::chrono::milliseconds limit{10000};
 	/// What it prints goes to our standard error, and is not kept.
 	bool shown = false;
 };

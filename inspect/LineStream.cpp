@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <optional>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,55 +19,39 @@ namespace velarix::inspect
 namespace
 {
 
-constexpr std::size_t kBufferSize = 256UL * 1024UL;
-
 FileId idOf(const struct stat& found)
 {
 	return {found.st_dev, found.st_ino};
 }
 
-/// An open file, whatever has its name meanwhile.
-class FileBytes : public ByteSource
-{
-public:
-	/// @param packed unpacks it while it is read
-	FileBytes(Descriptor file, const FileId& id, bool packed) : m_file(std::move(file)), m_id(id)
-	{
-		if (packed)
-		{
-			m_packed.open("/proc/self/fd/" + std::to_string(m_file.get()), std::ios::in);
-			m_plain.emplace(m_packed, Poco::InflatingStreamBuf::STREAM_GZIP);
-		}
-	}
-
-	ssize_t read(char* buffer, std::size_t size) override
-	{
-		if (!m_plain)
-		{
-			return ::read(m_file.get(), buffer, size);
-		}
-		m_plain->read(buffer, static_cast<std::streamsize>(size));
-		const std::streamsize count = m_plain->gcount();
-		// The library's stream swallows its own exceptions; a packed file that ends
-		// well is at its end, a damaged one is not.
-		if (count == 0 && m_plain->bad())
-		{
-			errno = EIO;
-			return -1;
-		}
-		return count;
-	}
-
-	FileId id() const override { return m_id; }
-
-private:
-	Descriptor m_file;
-	FileId m_id;
-	Poco::FileInputStream m_packed;
-	std::optional<Poco::InflatingInputStream> m_plain;
-};
-
 } // namespace
+
+ByteSource::ByteSource(Descriptor file, const FileId& id, bool packed) : m_file(std::move(file)), m_id(id)
+{
+	if (packed)
+	{
+		m_packed = std::make_unique<Poco::FileInputStream>("/proc/self/fd/" + std::to_string(m_file.get()));
+		m_plain = std::make_unique<Poco::InflatingInputStream>(*m_packed, Poco::InflatingStreamBuf::STREAM_GZIP);
+	}
+}
+
+ssize_t ByteSource::read(char* buffer, std::size_t size)
+{
+	if (!m_plain)
+	{
+		return ::read(m_file.get(), buffer, size);
+	}
+	m_plain->read(buffer, static_cast<std::streamsize>(size));
+	const std::streamsize count = m_plain->gcount();
+	// The library's stream swallows its own exceptions; a packed file that ends
+	// well is at its end, a damaged one is not.
+	if (count == 0 && m_plain->bad())
+	{
+		errno = EIO;
+		return -1;
+	}
+	return count;
+}
 
 void RawLine::append(const char* bytes, std::size_t size, std::size_t longest)
 {
@@ -103,7 +86,7 @@ std::unique_ptr<ByteSource> openBytes(const std::filesystem::path& path)
 	}
 	try
 	{
-		return std::make_unique<FileBytes>(std::move(file), idOf(found), path.extension() == ".gz");
+		return std::make_unique<ByteSource>(std::move(file), idOf(found), path.extension() == ".gz");
 	}
 	catch (const Poco::Exception&)
 	{
@@ -112,8 +95,8 @@ std::unique_ptr<ByteSource> openBytes(const std::filesystem::path& path)
 	}
 }
 
-LineStream::LineStream(std::unique_ptr<ByteSource> bytes, std::size_t longest)
-    : m_bytes(std::move(bytes)), m_longest(longest), m_buffer(kBufferSize, '\0')
+LineStream::LineStream(std::unique_ptr<ByteSource> bytes, std::size_t longest, std::size_t atOnce)
+    : m_bytes(std::move(bytes)), m_longest(longest), m_buffer(atOnce, '\0')
 {
 }
 

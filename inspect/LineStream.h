@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <istream>
 #include <memory>
 #include <string>
 
@@ -36,14 +37,22 @@ struct FileId
 /// @return the file's id and size; false when there is no such file (errno)
 bool lookAt(const std::filesystem::path& path, FileId& id, std::uint64_t& size);
 
-/// Where bytes come from.
+/// The bytes of an open file, whatever has its name meanwhile.
 class ByteSource
 {
 public:
-	virtual ~ByteSource() = default;
+	/// @param packed unpacks it while it is read
+	ByteSource(Descriptor file, const FileId& id, bool packed);
+
 	/// @return how many bytes came, 0 at the end, -1 with errno
-	virtual ssize_t read(char* buffer, std::size_t size) = 0;
-	virtual FileId id() const = 0;
+	ssize_t read(char* buffer, std::size_t size);
+	FileId id() const { return m_id; }
+
+private:
+	Descriptor m_file;
+	FileId m_id;
+	std::unique_ptr<std::istream> m_packed;
+	std::unique_ptr<std::istream> m_plain;
 };
 
 /// Opens a file; one whose name ends in ".gz" is unpacked while it is read.
@@ -54,7 +63,8 @@ class LineStream
 {
 public:
 	/// @param longest bytes of a line that are kept
-	LineStream(std::unique_ptr<ByteSource> bytes, std::size_t longest);
+	/// @param atOnce bytes that are read at a time
+	LineStream(std::unique_ptr<ByteSource> bytes, std::size_t longest, std::size_t atOnce = 256UL * 1024UL);
 
 	/// The next line that has its end. At the end of the file ask again later.
 	/// @return false at the end; error() tells whether reading failed

@@ -12,7 +12,6 @@
 #include "inspect/InputFile.h"
 #include "inspect/LineStream.h"
 #include "inspect/LogReader.h"
-#include "inspect/MessageJoiner.h"
 
 namespace velarix::inspect
 {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <concepts>
 #include <ctime>
 #include <ranges>
 #include <vector>
@@ -19,62 +19,30 @@ constexpr std::size_t kDateSize = sizeof("2026-11-21 09:07:05.3") - 1;
 constexpr std::size_t kMinuteSize = sizeof("2026-11-21 09:07") - 1;
 constexpr std::size_t kLongestLabel = 64;
 
-/// Takes a text apart from its beginning; everything after a failure fails.
-class Scanner
+/// These take something from the beginning of a text. @return false when it is not there
+
+bool take(std::string_view& text, std::string_view expected)
 {
-public:
-	explicit Scanner(std::string_view text) : m_rest(text) {}
+	const bool there = text.starts_with(expected);
+	text.remove_prefix(there ? expected.size() : 0);
+	return there;
+}
 
-	bool skip(std::string_view expected)
-	{
-		if (!m_rest.starts_with(expected))
-		{
-			return false;
-		}
-		m_rest.remove_prefix(expected.size());
-		return true;
-	}
+template <std::integral Number> bool take(std::string_view& text, Number& value)
+{
+	const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+	const bool there = error == std::errc() && isDigit(text.front());
+	text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+	return there;
+}
 
-	template <typename Number> bool read(Number& value)
-	{
-		if (m_rest.empty() || !isDigit(m_rest.front()))
-		{
-			return false;
-		}
-		const auto [end, error] = std::from_chars(m_rest.data(), m_rest.data() + m_rest.size(), value);
-		m_rest.remove_prefix(static_cast<std::size_t>(end - m_rest.data()));
-		return error == std::errc();
-	}
-
-	bool read(std::string& label)
-	{
-		const auto end = std::find_if_not(m_rest.begin(), m_rest.end(), isOfLabel);
-		const auto size = static_cast<std::size_t>(end - m_rest.begin());
-		if (size == 0 || size > kLongestLabel)
-		{
-			return false;
-		}
-		label.assign(m_rest.data(), size);
-		m_rest.remove_prefix(size);
-		return true;
-	}
-
-	bool readLetter(char& letter)
-	{
-		if (m_rest.empty() || m_rest.front() < 'A' || m_rest.front() > 'Z')
-		{
-			return false;
-		}
-		letter = m_rest.front();
-		m_rest.remove_prefix(1);
-		return true;
-	}
-
-	std::string_view rest() const { return m_rest; }
-
-private:
-	std::string_view m_rest;
-};
+bool take(std::string_view& text, std::string& label)
+{
+	const auto end = std::find_if_not(text.begin(), text.end(), isOfLabel);
+	label.assign(text.begin(), std::min(end, text.begin() + std::min(text.size(), kLongestLabel + 1)));
+	text.remove_prefix(label.size());
+	return !label.empty() && label.size() <= kLongestLabel;
+}
 
 bool hasDate(std::string_view line)
 {
@@ -84,43 +52,23 @@ bool hasDate(std::string_view line)
 	                  [](char expected, char is) { return expected == '#' ? isDigit(is) : is == expected; });
 }
 
-/// @param date has the shape of one
-int digits(std::string_view date, std::size_t at, std::size_t count)
-{
-	int value = 0;
-	for (const char c : date.substr(at, count))
-	{
-		value = value * 10 + (c - '0');
-	}
-	return value;
-}
-
-bool sameMinute(const std::tm& left, const std::tm& right)
-{
-	return left.tm_year == right.tm_year && left.tm_mon == right.tm_mon && left.tm_mday == right.tm_mday &&
-	       left.tm_hour == right.tm_hour && left.tm_min == right.tm_min;
-}
-
 /// @param minute has the shape of one
-std::tm dateOf(std::string_view minute)
+/// @return nothing when there is none of that date
+std::optional<std::tm> dateOf(const std::string& minute)
 {
 	std::tm date{};
-	date.tm_year = digits(minute, 0, 4) - 1900;
-	date.tm_mon = digits(minute, 5, 2) - 1;
-	date.tm_mday = digits(minute, 8, 2);
-	date.tm_hour = digits(minute, 11, 2);
-	date.tm_min = digits(minute, 14, 2);
-	date.tm_isdst = -1;
-	return date;
-}
-
-bool exists(const std::tm& date)
-{
+	// It stops within a number that is too large.
+	const char* const end = ::strptime(minute.c_str(), "%Y-%m-%d %H:%M", &date);
+	if (end == nullptr || *end != '\0')
+	{
+		return std::nullopt;
+	}
 	const std::chrono::year_month_day day(std::chrono::year(date.tm_year + 1900),
 	                                      std::chrono::month(static_cast<unsigned>(date.tm_mon + 1)),
 	                                      std::chrono::day(static_cast<unsigned>(date.tm_mday)));
-	return day.ok() && date.tm_year + 1900 >= kFirstYear && date.tm_year + 1900 <= kLastYear && date.tm_hour < 24 &&
-	       date.tm_min < 60;
+	const bool known =
+	    day.ok() && day.year() >= std::chrono::year(kFirstYear) && day.year() <= std::chrono::year(kLastYear);
+	return known ? std::optional(date) : std::nullopt;
 }
 
 /// What a local minute may mean: two instants when the clocks are set back, else
@@ -133,7 +81,7 @@ std::vector<std::chrono::seconds> meaningsOf(const std::tm& date)
 		std::tm attempt = date;
 		attempt.tm_isdst = summer;
 		const std::chrono::seconds meaning(std::mktime(&attempt));
-		if (attempt.tm_isdst == summer && sameMinute(attempt, date))
+		if (attempt.tm_isdst == summer)
 		{
 			meanings.push_back(meaning);
 		}
@@ -141,6 +89,7 @@ std::vector<std::chrono::seconds> meaningsOf(const std::tm& date)
 	if (meanings.empty())
 	{
 		std::tm attempt = date;
+		attempt.tm_isdst = -1;
 		meanings.emplace_back(std::mktime(&attempt));
 	}
 	return meanings;
@@ -161,13 +110,15 @@ std::string LogLine::place() const
 void LogClock::readMinute(std::string_view minute)
 {
 	m_minute = minute;
-	const std::tm date = dateOf(minute);
-	m_meanings = exists(date) ? meaningsOf(date) : std::vector<std::chrono::seconds>();
+	const std::optional<std::tm> date = dateOf(m_minute);
+	m_meanings = date ? meaningsOf(*date) : std::vector<std::chrono::seconds>();
 }
 
 std::optional<Instant> LogClock::read(std::string_view date)
 {
-	if (date.size() != kDateSize || !hasDate(date) || digits(date, 17, 2) > 60)
+	constexpr int kLeapSecond = 60;
+	const int second = date.size() == kDateSize && hasDate(date) ? numberIn<int>(date.substr(17, 2)).value() : -1;
+	if (second < 0 || second > kLeapSecond)
 	{
 		return std::nullopt;
 	}
@@ -179,8 +130,7 @@ std::optional<Instant> LogClock::read(std::string_view date)
 	{
 		return std::nullopt;
 	}
-	const auto within =
-	    std::chrono::seconds(digits(date, 17, 2)) + std::chrono::milliseconds(100 * digits(date, 20, 1));
+	const auto within = std::chrono::seconds(second) + std::chrono::milliseconds(100 * (date.back() - '0'));
 	Instant best(m_meanings.front() + within);
 	if (m_meanings.size() > 1 && m_last)
 	{
@@ -209,14 +159,16 @@ std::optional<LogLine> parseHead(std::string_view line)
 		return std::nullopt;
 	}
 	LogLine message;
-	Scanner scanner(line.substr(kDateSize));
-	if (!scanner.skip(" [") || !scanner.read(message.process) || !scanner.skip(":") || !scanner.read(message.thread) ||
-	    !scanner.skip("][") || !scanner.read(message.label) || !scanner.skip(":") || !scanner.read(message.number) ||
-	    !scanner.skip("] <") || !scanner.readLetter(message.letter) || !scanner.skip("> "))
+	line.remove_prefix(kDateSize);
+	const bool placed = take(line, " [") && take(line, message.process) && take(line, ":") &&
+	                    take(line, message.thread) && take(line, "][") && take(line, message.label) &&
+	                    take(line, ":") && take(line, message.number) && take(line, "] <") && line.size() > 2;
+	if (!placed || line.front() < 'A' || line.front() > 'Z' || line.substr(1, 2) != "> ")
 	{
 		return std::nullopt;
 	}
-	message.text = scanner.rest();
+	message.letter = line.front();
+	message.text = line.substr(3);
 	return message;
 }
 

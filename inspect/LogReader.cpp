@@ -1,8 +1,13 @@
 #include "inspect/LogReader.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <ctime>
+#include <tuple>
 #include <utility>
+
+#include "inspect/Pattern.h"
 
 namespace velarix::inspect
 {
@@ -16,7 +21,138 @@ std::filesystem::path unpacked(const std::filesystem::path& path)
 	return path.extension() == ".gz" ? path.parent_path() / path.stem() : path;
 }
 
+/// In the order in which they were rotated away. Two of one instant: the library numbers all but the newest,
+/// the oldest has the highest number (here the lowest).
+using Archives = std::set<std::tuple<Instant, int, std::filesystem::path>>;
+
+/// @param suffix what follows the log's name and a dot: "20261121090705123" (UTC), that with ".0" or ".gz"
+void takeArchive(Archives& archives, const std::filesystem::path& path, const std::string& suffix)
+{
+	static const Pattern kSuffix(R"((\d{14})(\d{3})(?:\.(\d{1,9}))?(?:\.gz)?)");
+	constexpr char kStamp[] = "%Y%m%d%H%M%S";
+	const Pattern::Groups parts = kSuffix.matched(suffix);
+	std::tm date{};
+	if (parts.empty() || ::strptime(parts[1].c_str(), kStamp, &date) == nullptr)
+	{
+		return;
+	}
+	// Makes another date of one that does not exist.
+	const std::time_t seconds = ::timegm(&date);
+	std::array<char, 16> stamp{};
+	std::strftime(stamp.data(), stamp.size(), kStamp, &date);
+	const int year = date.tm_year + 1900;
+	if (parts[1] == stamp.data() && year >= kFirstYear && year <= kLastYear)
+	{
+		archives.emplace(std::chrono::system_clock::from_time_t(seconds) +
+		                     std::chrono::milliseconds(std::stoi(parts[2])),
+		                 parts[3].empty() ? 1 : -std::stoi(parts[3]), path);
+	}
+}
+
+/// Appends a further line to a message.
+void appendLine(LogLine& message, std::string_view line, std::uint64_t cut)
+{
+	RawLine text{std::move(message.text), message.cut + cut};
+	text.append("\n", 1, kLongestText);
+	text.append(line.data(), line.size(), kLongestText);
+	message.text = std::move(text.text);
+	message.cut = text.cut;
+}
+
 } // namespace
+
+std::vector<LogFile> logFiles(const std::filesystem::path& path, std::vector<LogTrouble>& trouble)
+{
+	const std::filesystem::path directory = path.has_parent_path() ? path.parent_path() : ".";
+	const std::string prefix = path.filename().string() + ".";
+	Archives archives;
+	std::error_code error;
+	std::filesystem::directory_iterator entry(directory, error);
+	for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+	{
+		const std::string name = entry->path().filename().string();
+		// The library makes no links; one that is there leads to something else.
+		std::error_code ignored;
+		if (name.starts_with(prefix) && !entry->is_symlink(ignored))
+		{
+			takeArchive(archives, entry->path(), name.substr(prefix.size()));
+		}
+	}
+	if (error)
+	{
+		trouble.push_back({directory, error.value()});
+	}
+	std::vector<LogFile> files;
+	for (const auto& [rotated, number, archive] : archives)
+	{
+		files.push_back({archive, rotated});
+	}
+	files.push_back({path, std::nullopt});
+	return files;
+}
+
+std::vector<std::string_view> piecesOf(std::string_view line)
+{
+	std::vector<std::string_view> pieces;
+	const std::size_t behindZeros = line.find_first_not_of('\0');
+	if (behindZeros != 0 && behindZeros != std::string_view::npos)
+	{
+		pieces.push_back(line.substr(0, behindZeros));
+		line.remove_prefix(behindZeros);
+	}
+	for (std::size_t head = headInside(line); head != std::string_view::npos; head = headInside(line))
+	{
+		pieces.push_back(line.substr(0, head));
+		line.remove_prefix(head);
+	}
+	pieces.push_back(line);
+	return pieces;
+}
+
+void MessageJoiner::add(const RawLine& line)
+{
+	const std::vector<std::string_view> pieces = piecesOf(line.text);
+	for (std::size_t at = 0; at < pieces.size(); ++at)
+	{
+		addPiece(pieces[at], at + 1 == pieces.size() ? line.cut : 0);
+	}
+}
+
+void MessageJoiner::addPiece(std::string_view piece, std::uint64_t cut)
+{
+	std::optional<LogLine> message = parseHead(piece, m_clock);
+	if (!message && m_begun)
+	{
+		appendLine(*m_begun, piece, cut);
+		return;
+	}
+	finish();
+	if (!message)
+	{
+		message.emplace().text = piece;
+	}
+	message->cut = cut;
+	m_begun = std::move(message);
+}
+
+void MessageJoiner::finish()
+{
+	if (m_begun)
+	{
+		m_whole.push_back(*std::exchange(m_begun, std::nullopt));
+	}
+}
+
+bool MessageJoiner::take(LogLine& message)
+{
+	if (m_whole.empty())
+	{
+		return false;
+	}
+	message = std::move(m_whole.front());
+	m_whole.pop_front();
+	return true;
+}
 
 LogReader::LogReader(std::filesystem::path path, std::optional<Instant> since) : m_path(std::move(path))
 {

@@ -1,6 +1,6 @@
 #include "inspect/Pattern.h"
 
-#include <regex>
+#include <algorithm>
 
 namespace velarix::inspect
 {
@@ -8,48 +8,42 @@ namespace velarix::inspect
 namespace
 {
 
-Pattern::Groups groupsOf(const std::smatch& match)
-{
-	return {match.begin(), match.end()};
-}
+using Regular = Poco::RegularExpression;
+
+constexpr std::size_t kGroups = 10;
 
 } // namespace
 
-struct Pattern::Expression
-{
-	std::regex regex;
-};
-
 Pattern::Pattern(const std::string& expression)
-    : m_expression(std::make_shared<const Expression>(Expression{std::regex(expression)}))
+    : m_part(expression, Regular::RE_DOLLAR_ENDONLY), m_whole("(?:" + expression + ")\\z", Regular::RE_ANCHORED)
 {
 }
 
-Pattern::Groups Pattern::matched(const std::string& text) const
+Pattern::Groups Pattern::groups(const Regular& expression, const std::string& text, std::size_t from)
 {
-	std::smatch match;
-	return std::regex_match(text, match, m_expression->regex) ? groupsOf(match) : Groups();
-}
-
-Pattern::Groups Pattern::found(const std::string& text) const
-{
-	std::smatch match;
-	return std::regex_search(text, match, m_expression->regex) ? groupsOf(match) : Groups();
+	Groups groups;
+	if (expression.split(text, from, groups) > 0)
+	{
+		groups.resize(std::max(groups.size(), kGroups));
+	}
+	return groups;
 }
 
 std::vector<Pattern::Groups> Pattern::all(const std::string& text) const
 {
 	std::vector<Groups> all;
-	for (std::sregex_iterator at(text.begin(), text.end(), m_expression->regex), end; at != end; ++at)
+	Regular::Match match{0, 0};
+	for (std::size_t at = 0; m_part.match(text, at, match) > 0 && match.length > 0; at = match.offset + match.length)
 	{
-		all.push_back(groupsOf(*at));
+		all.push_back(groups(m_part, text, at));
 	}
 	return all;
 }
 
-std::string Pattern::replaced(const std::string& text, const std::string& by) const
+std::string Pattern::replaced(std::string text, const std::string& by) const
 {
-	return std::regex_replace(text, m_expression->regex, by);
+	m_part.subst(text, by, Regular::RE_GLOBAL);
+	return text;
 }
 
 } // namespace velarix::inspect

@@ -6,6 +6,7 @@
 #include <Poco/Ascii.h>
 #include <Poco/Exception.h>
 #include <Poco/String.h>
+#include <Poco/Util/IniFileConfiguration.h>
 
 #include "inspect/InputFile.h"
 #include "inspect/SettingsKeys.h"
@@ -28,7 +29,59 @@ std::string trimmed(std::string_view text)
 	return Poco::trim(std::string(text));
 }
 
+/// @return whether the name is PROCESS_PATH with a number from 1 behind it
+bool isProgramPath(std::string_view name)
+{
+	const std::string_view stem(key::kProcessPath);
+	if (name.size() <= stem.size() || !sameKey(name.substr(0, stem.size()), stem))
+	{
+		return false;
+	}
+	const std::string_view digits = name.substr(stem.size());
+	return digits.front() != '0' && digits.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+template <typename Read> auto ifAny(const Read& read) -> std::optional<decltype(read())>
+{
+	try
+	{
+		return read();
+	}
+	catch (const Poco::Exception&)
+	{
+		return std::nullopt;
+	}
+}
+
 } // namespace
+
+bool sameKey(std::string_view left, std::string_view right)
+{
+	return Poco::icompare(std::string(left), std::string(right)) == 0;
+}
+
+const KeyInfo* findKey(std::string_view name)
+{
+	const std::string_view wanted = isProgramPath(name) ? key::kProcessPath : name;
+	const auto found =
+	    std::ranges::find_if(settingsKeys(), [&](const KeyInfo& info) { return sameKey(info.name, wanted); });
+	if (found == settingsKeys().end() || (found->name == key::kProcessPath && !isProgramPath(name)))
+	{
+		return nullptr;
+	}
+	return &*found;
+}
+
+std::string emptyEffect(const KeyInfo& info)
+{
+	constexpr std::string_view kFront("empty: ");
+	return std::string(info.zero.starts_with(kFront) ? info.zero.substr(kFront.size()) : info.zero);
+}
+
+std::string programKey(int number)
+{
+	return key::kProcessPath + std::to_string(number);
+}
 
 SettingLines splitSettings(std::string_view text)
 {
@@ -69,7 +122,7 @@ SettingsFile SettingsFile::parse(const std::filesystem::path& path, const std::s
 	file.m_path = path;
 	file.m_lines = splitSettings(text);
 	std::istringstream stream(text);
-	file.m_values = new Poco::Util::IniFileConfiguration(stream);
+	file.m_values.reset(new Poco::Util::IniFileConfiguration(stream), [](auto* values) { values->release(); });
 	return file;
 }
 
@@ -119,26 +172,12 @@ int SettingsFile::integerOrThrow(const std::string& key) const
 
 std::optional<std::string> SettingsFile::text(const std::string& key) const
 {
-	try
-	{
-		return textOrThrow(key);
-	}
-	catch (const Poco::Exception&)
-	{
-		return std::nullopt;
-	}
+	return ifAny([&] { return textOrThrow(key); });
 }
 
 std::optional<int> SettingsFile::integer(const std::string& key) const
 {
-	try
-	{
-		return integerOrThrow(key);
-	}
-	catch (const Poco::Exception&)
-	{
-		return std::nullopt;
-	}
+	return ifAny([&] { return integerOrThrow(key); });
 }
 
 std::vector<std::string> SettingsFile::programs() const

@@ -7,13 +7,16 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <Poco/AutoPtr.h>
-#include <Poco/Util/IniFileConfiguration.h>
+namespace Poco::Util
+{
+class IniFileConfiguration;
+}
 
 namespace velarix::inspect
 {
@@ -95,7 +98,7 @@ public:
 private:
 	std::filesystem::path m_path;
 	SettingLines m_lines;
-	Poco::AutoPtr<Poco::Util::IniFileConfiguration> m_values;
+	std::shared_ptr<Poco::Util::IniFileConfiguration> m_values;
 };
 
 /// @return what the daemon looks for in the kernel's process names: the part of

@@ -1,5 +1,5 @@
-/// THE table of the settings: what each key means and what it does to the
-/// daemon. The checks, `init` and the manual page of the file are fed from it.
+/// The settings: what each key means and what it does to the daemon. The rows are made of
+/// settings-keys.toml by settings-table.py, as is the manual page of the file.
 #pragma once
 
 #include <span>
@@ -53,16 +53,16 @@ struct KeyInfo
 	std::string_view name;
 	KeyType type;
 	/// "seconds", "port", ...; empty without one.
-	std::string_view unit = {};
+	std::string_view unit;
 	std::string_view meaning;
 	/// When the daemon reads it from the values it loaded at its start.
-	std::string_view whenRead = "at the start";
+	std::string_view whenRead;
 	/// What the daemon does when the key is not there.
-	std::string_view missing = "the agent ends at its start";
+	std::string_view missing;
 	/// What an empty text or the number zero does.
 	std::string_view zero;
 	/// What a negative number does; empty for texts.
-	std::string_view negative = {};
+	std::string_view negative;
 	std::string_view example;
 };
 

@@ -9,9 +9,7 @@ namespace velarix::inspect::host
 
 std::string shellRefusal(const std::string& command, const char* shell)
 {
-	constexpr std::chrono::seconds kLimit{10};
-	const ProgramEnd end =
-	    runProgram({.arguments = {shell, "-n", "-c", command}, .environment = {}, .input = {}, .limit = kLimit});
+	const ProgramEnd end = runProgram({.arguments = {shell, "-n", "-c", command}});
 	if (end.fine() || !end.inTime || end.status == ProgramEnd::kNotStarted)
 	{
 		return {};

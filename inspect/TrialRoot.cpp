@@ -1,4 +1,4 @@
-#include "inspect/TrialRun.h"
+#include "inspect/TrialRoot.h"
 
 #include <algorithm>
 #include <array>

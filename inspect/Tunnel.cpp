@@ -12,27 +12,16 @@
 namespace velarix::inspect
 {
 
-namespace
-{
-
-std::string valueOf(const std::string& text, const std::string& key)
-{
-	const Pattern::Groups found = Pattern("(^|\n)" + key + " *= *([^\\s/:]*)").found(text);
-	return found.empty() ? "" : found[2];
-}
-
-std::string endpointPort(const std::string& text)
-{
-	const Pattern::Groups found = Pattern("\nEndpoint *=[^\n:]*:([0-9]+)").found(text);
-	return found.empty() ? "" : found[1];
-}
-
-} // namespace
-
 TunnelSettings parseTunnel(const std::string& text)
 {
-	return {valueOf(text, "Address"), valueOf(text, "AllowedIPs"), valueOf(text, "Endpoint"), endpointPort(text),
-	        valueOf(text, "PersistentKeepalive")};
+	const auto found = [&](const std::string& expression)
+	{
+		const Pattern::Groups groups = Pattern(expression).found(text);
+		return groups.empty() ? "" : groups[1];
+	};
+	const auto value = [&](const std::string& key) { return found("(?:^|\n)" + key + " *= *([^\\s/:]*)"); };
+	return {value("Address"), value("AllowedIPs"), value("Endpoint"), found("\nEndpoint *=[^\n:]*:([0-9]+)"),
+	        value("PersistentKeepalive")};
 }
 
 std::optional<TunnelSettings> readTunnel(const std::filesystem::path& settings)

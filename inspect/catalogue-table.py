@@ -5,6 +5,7 @@ pages and program never differ.
 Usage: catalogue-table.py PAGE OUTPUT WORD-PAGE...
 """
 
+import json
 import pathlib
 import re
 import sys
@@ -31,12 +32,7 @@ WORDS = {
 
 
 def literal(text):
-    """A C++ string literal; every byte that is no plain character in octal."""
-    plain = []
-    for byte in text.encode("utf-8"):
-        char = chr(byte)
-        plain.append(char if 32 <= byte < 127 and char not in '"\\?' else f"\\{byte:03o}")
-    return '"' + "".join(plain) + '"'
+    return json.dumps(text, ensure_ascii=False)
 
 
 def said(text):
@@ -118,23 +114,20 @@ def resolve(rows):
 
 
 def table(name, rows):
-    return f"constexpr CatalogueRow {name}[] = {{\n" + "".join(rows) + "};\n"
+    """Each row: number, fatal, and the eight texts of a CatalogueRow."""
+    lines = [f"{{{number}, {fatal}, {', '.join(map(literal, texts))}}},\n" for number, fatal, *texts in rows]
+    return f"constexpr CatalogueRow {name}[] = {{\n" + "".join(lines) + "};\n"
 
 
 def main(page, output, *word_pages):
     rows = read(page)
     resolve(rows)
     fatal = fatal_numbers(rows)
-    lines = []
-    for row in rows:
-        number = "0" if row["number"] == "-" else row["number"]
-        texts = [row["file"], row["label"], row["level"], said(row["text"]), row["function"]]
-        texts += [prose(row["when"]), prose(row["action"]), prose(row["topic"])]
-        lines.append(f"{{{number}, {fatal.get((row['label'], row['number']), 0)}, {', '.join(map(literal, texts))}}},\n")
-    words = []
-    for label, level, *texts in (row for each in word_pages for row in read_words(each)):
-        word, meaning, action, topic = map(literal, texts)
-        words.append(f'{{0, 0, "", {literal(label)}, {literal(level)}, {word}, "", {meaning}, {action}, {topic}}},\n')
+    lines = [(row["number"].replace("-", "0"), fatal.get((row["label"], row["number"]), 0), row["file"], row["label"],
+              row["level"], said(row["text"]), row["function"], prose(row["when"]), prose(row["action"]), prose(row["topic"]))
+             for row in rows]
+    words = [(0, 0, "", label, level, word, "", *rest)
+             for each in word_pages for label, level, word, *rest in read_words(each)]
     output.write_text(
         f"// Made from {page.name} and others by catalogue-table.py.\n"
         '#include "inspect/Catalogue.h"\n\n'

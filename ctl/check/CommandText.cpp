@@ -139,7 +139,7 @@ CommandText::CommandText(std::string text) : m_text(std::move(text))
 	static const inspect::Pattern kRedirection(R"((&>>?|[0-9]*(>>|>&|<&|>|<))\s*[^\s;&|()]*)");
 	static const inspect::Pattern kExpansion(R"(\$\{[^}]*\})");
 	const std::string bare = withoutQuotes(m_text.substr(0, kLookedAt), m_hasComment);
-	m_plain = kRedirection.replaced(kExpansion.replaced(bare, "$$_"), " ");
+	m_plain = kRedirection.replaced(kExpansion.replaced(bare, "$_"), " ");
 }
 
 bool CommandText::matches(const char* expression) const

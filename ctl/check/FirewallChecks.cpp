@@ -13,7 +13,6 @@
 #include "ctl/init/NodeFiles.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
-#include "inspect/HostTunnel.h"
 #include "inspect/InputFile.h"
 #include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"

@@ -7,7 +7,7 @@
 #include <Poco/String.h>
 
 #include "inspect/ExitCode.h"
-#include "inspect/HostTunnel.h"
+#include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"

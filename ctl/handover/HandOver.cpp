@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "inspect/Host.h"
-#include "inspect/HostActions.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 

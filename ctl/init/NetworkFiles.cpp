@@ -7,7 +7,6 @@
 #include "FirewallTemplate.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
-#include "inspect/HostTunnel.h"
 #include "inspect/InputFile.h"
 #include "inspect/Pattern.h"
 #include "inspect/Tunnel.h"
@@ -40,7 +39,7 @@ std::string firewallRules(const Answers& answers, NodeName node)
 	}
 	for (const auto& [name, value] : values)
 	{
-		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$01" + value);
+		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$1" + value);
 	}
 	return rules;
 }

@@ -14,7 +14,6 @@
 #include "ctl/render/EventReport.h"
 #include "ctl/render/StateViews.h"
 #include "inspect/Host.h"
-#include "inspect/HostActions.h"
 #include "inspect/InputFile.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/SettingsKeys.h"

@@ -22,7 +22,6 @@
 #include "ctl/status/Timing.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
-#include "inspect/HostTunnel.h"
 #include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/Tunnel.h"

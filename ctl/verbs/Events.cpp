@@ -11,7 +11,7 @@
 #include "ctl/render/StateViews.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
-#include "inspect/HostActions.h"
+#include "inspect/Host.h"
 
 namespace velarix::ctl
 {

@@ -10,7 +10,6 @@
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
-#include "inspect/HostActions.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"

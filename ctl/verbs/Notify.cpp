@@ -17,7 +17,6 @@
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
-#include "inspect/HostActions.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl

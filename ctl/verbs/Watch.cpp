@@ -11,7 +11,7 @@
 #include "ctl/status/NodeState.h"
 #include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
-#include "inspect/HostActions.h"
+#include "inspect/Host.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl

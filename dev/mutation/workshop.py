@@ -6,9 +6,7 @@ import os
 import re
 import shlex
 import shutil
-import signal
 import subprocess
-import threading
 import time
 
 from common import Unusable
@@ -57,7 +55,6 @@ class Experience:
     """What the workshops learn together about the test programs."""
 
     def __init__(self):
-        self.lock = threading.Lock()
         self.kills = collections.Counter()
         self.seconds = {}  # by program, on the unchanged tree
         self.tests = {}  # by program, how many pass there
@@ -67,18 +64,8 @@ class Experience:
         """The programs that noticed mutants of the file so far first, the quick ones before the
         slow; the slowest only where there is no other."""
         programs = [name for name in programs if self.seconds[name] < SLOW] or programs
-        with self.lock:
-            kills = {name: self.kills[file, name] for name in programs}
         link = 0.5  # seconds
-        return sorted(programs, key=lambda name: (kills[name] + 0.01) / (link + self.seconds[name]), reverse=True)
-
-    def learn(self, file, name):
-        with self.lock:
-            self.kills[file, name] += 1
-
-    def doubt(self, name):
-        with self.lock:
-            self.flaky[name] += 1
+        return sorted(programs, key=lambda name: (self.kills[file, name] + 0.01) / (link + self.seconds[name]), reverse=True)
 
 
 class Workshop:
@@ -101,7 +88,7 @@ class Workshop:
         os.makedirs(self.scratch)
         shutil.copytree(self.source, self.tree)
         configure(self.tree, self.build)
-        run(["ninja", "-C", self.build, "all"])
+        run(["ninja", "-C", self.build, "-j", self.ninja_jobs, "all"])
         self.find_programs()
         self.find_holders()
 
@@ -147,27 +134,16 @@ class Workshop:
             self.experience.tests[name] = int(passed.group(1))
 
     def start(self, name, limit):
-        """Runs a program. Gives its status, None when it took too long, and its output."""
+        """Runs a program. Gives its status and its output; one that takes longer than `limit` is killed."""
         output_path = os.path.join(self.scratch, "output")
-        limits = ["prlimit", f"--fsize={FILE_LIMIT}", f"--data={MEMORY_LIMIT}", "--core=0"]
+        command = ["timeout", "-s", "KILL", str(limit), "prlimit", f"--fsize={FILE_LIMIT}", f"--data={MEMORY_LIMIT}",
+                   "--core=0", self.programs[name], "--gtest_brief=1", "--gtest_fail_fast"]
+        # Into a file: what the program leaves behind may keep a pipe open.
         with open(output_path, "wb") as output:
-            process = subprocess.Popen(
-                [*limits, self.programs[name], "--gtest_brief=1", "--gtest_fail_fast"],
-                stdin=subprocess.DEVNULL,
-                stdout=output,
-                stderr=subprocess.DEVNULL,
-                cwd=self.build,
-                env={**os.environ, "TMPDIR": self.scratch},
-                start_new_session=True,
-            )
-            try:
-                status = process.wait(limit)
-            except subprocess.TimeoutExpired:
-                os.killpg(process.pid, signal.SIGKILL)
-                process.wait()
-                status = None
+            done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.DEVNULL,
+                                  cwd=self.build, env={**os.environ, "TMPDIR": self.scratch}, start_new_session=True)
         with open(output_path, encoding="utf-8", errors="replace") as output:
-            return status, output.read()
+            return done.returncode, output.read()
 
     def notices(self, name):
         """Whether the program fails, twice in a row: a failure that does not come again is the
@@ -180,7 +156,7 @@ class Workshop:
                 if passed is None or int(passed.group(1)) != self.experience.tests[name]:
                     raise Unusable(f"{name} passes without running all of its tests:\n{output[-2000:]}")
                 if attempt == 2:
-                    self.experience.doubt(name)
+                    self.experience.flaky[name] += 1
                 return False
         return True
 
@@ -217,7 +193,7 @@ class Workshop:
                 return NO_MUTANT
             same = name not in self.starters and digest(self.programs[name]) == self.digests[name]
             if not same and self.notices(name):
-                self.experience.learn(mutant.file, name)
+                self.experience.kills[mutant.file, name] += 1
                 return name
         return SURVIVED
 

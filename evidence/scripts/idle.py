@@ -13,7 +13,6 @@ Ends with 0 when every goal was reached, with 1 when not, with 2 when the work c
 be done.
 """
 
-import argparse
 import contextlib
 import json
 import os
@@ -29,7 +28,6 @@ import page
 import pair
 import peers
 import render
-from machine import machine_text
 
 AGENT = "VelarixHA"
 SETTLE = 10  # seconds until nothing of the start is left
@@ -139,7 +137,7 @@ def measure(seconds, windows):
         parts = [window(before, after) for before, after in zip(seen, seen[1:])]
         nodes.append({"guard": guard, "role": role,
                       **{part: statistics.median(one[part] for one in parts) for part in parts[0]}})
-    return {"campaign": "idle", "machine": machine_text(), "seconds": seconds, "windows": windows, "nodes": nodes}
+    return {"campaign": "idle", "machine": pair.machine_text(), "seconds": seconds, "windows": windows, "nodes": nodes}
 
 
 def goals(found):
@@ -160,31 +158,22 @@ def section(found):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = common.parser(__doc__, "docs/figures/performance.md")
     parser.add_argument("--seconds", type=int, default=60, help="of a window (60)")
     parser.add_argument("--windows", type=int, default=5, help="how many (5)")
     parser.add_argument("--records", help="write the figures to this file as JSON")
     parser.add_argument("--render", metavar="FILE", help="measure nothing, render such a file")
-    parser.add_argument("--report", help="a page whose figures are replaced (docs/figures/performance.md)")
-    parser.add_argument("--no-install", action="store_true", help="install no packages")
     arguments = parser.parse_args()
     if arguments.render:
         with open(arguments.render, encoding="utf-8") as handle:
             found = json.load(handle)
     else:
-        if not arguments.no_install:
-            common.install("run", "build", "lab", "peers")
-        common.require_root("the pairs live in namespaces of their own")
-        common.require_namespaces()
-        pair.build()
+        pair.prepare(arguments.no_install, groups=("peers",))
         found = measure(arguments.seconds, arguments.windows)
     if arguments.records:
         with open(arguments.records, "w", encoding="utf-8") as handle:
             json.dump(found, handle, indent=1)
-    if arguments.report:
-        page.put_figures(arguments.report, section(found))
-    else:
-        print(section(found), end="")
+    page.tell(section(found), arguments.report)
     return 0 if all(reached for _, reached in goals(found)) else 1
 
 

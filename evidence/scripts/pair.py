@@ -2,9 +2,12 @@
 
 import json
 import os
+import platform
+import re
 import subprocess
 import time
 
+import common
 import timeline_svg
 from common import ROOT, Unusable
 
@@ -15,12 +18,30 @@ def lab_of(preset):
 LAB = lab_of("demo")
 
 
-def build(preset="demo", *targets):
-    """The agent and the lab, as optimised as installed; another preset for more than them."""
+def prepare(no_install, preset="demo", *targets, groups=()):
+    """Packages, the agent and the lab, as optimised as installed; another preset for more than them.
+
+    Nothing is built when VELARIX_LAB names a lab.
+    """
     global LAB
-    if subprocess.run([os.path.join(ROOT, "scripts", "build"), preset, *targets]).returncode != 0:
-        raise Unusable("the lab does not build, see above")
+    if not no_install:
+        common.install("run", "build", "lab", *groups)
+    common.require_root("the pairs live in namespaces of their own")
+    common.require_namespaces()
     LAB = lab_of(preset)
+    build = [os.path.join(ROOT, "scripts", "build"), preset, *targets]
+    if "VELARIX_LAB" not in os.environ and subprocess.run(build).returncode != 0:
+        raise Unusable("the lab does not build, see above")
+
+
+def machine_text():
+    """What measured times depend on; without what a host appends to the kernel's version."""
+    with open("/proc/cpuinfo", encoding="utf-8") as handle:
+        model = re.search(r"^model name\s*: (.*)", handle.read(), re.M)
+    gib = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") / 2 ** 30
+    kernel = re.match(r"[0-9.]*", platform.release()).group()
+    return (f"{model[1] if model else platform.machine()}, {os.cpu_count()} processors, {gib:.0f} GiB of memory, "
+            f"{platform.freedesktop_os_release()['PRETTY_NAME']}, Linux {kernel}")
 
 
 def outages(changes, begin, end):

@@ -9,7 +9,6 @@ its end: then the address has been probed for, raised and announced for the firs
 Ends with 0 when every goal was reached, with 1 when not, with 2 when the work could not be done.
 """
 
-import argparse
 import json
 import os
 import sys
@@ -19,7 +18,6 @@ sys.dont_write_bytecode = True
 
 import common
 import pair
-from machine import machine_text
 
 # Prints the seconds of each raise; KiB of each process that holds the address then, and the processor's share of all.
 ON_NODE = r"""
@@ -51,19 +49,14 @@ print(json.dumps({"took": sorted(took), "resident": [int(one[1]) * 4 for one in 
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = common.parser(__doc__)
     parser.add_argument("--raises", type=int, default=100, help="how many (100)")
-    parser.add_argument("--no-install", action="store_true", help="neither install nor build")
     arguments = parser.parse_args()
-    common.require_root("the pair lives in namespaces of its own")
-    common.require_namespaces()
-    if not arguments.no_install:
-        common.install("run", "build", "lab")
-        pair.build()
+    pair.prepare(arguments.no_install)
     with pair.Pair("raise", agents=False) as lab:
         found = json.loads(lab.lab("exec", "a", "/usr/bin/python3", "-c", ON_NODE, str(arguments.raises)))
     took = [1000 * one for one in found["took"]]
-    print(f"{machine_text()}; a busy process for each processor, 1,000 that sleep, {len(took)} raises")
+    print(f"{pair.machine_text()}; a busy process for each processor, 1,000 that sleep, {len(took)} raises")
     print("milliseconds: " + ", ".join(f"{name} {took[round(part * (len(took) - 1))]:.0f}" for name, part in (
         ("least", 0), ("median", 0.5), ("p95", 0.95), ("p99", 0.99), ("most", 1))))
     share = 100 * found["processor"]

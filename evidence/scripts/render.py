@@ -8,7 +8,6 @@ Times in the files are milliseconds. A phase of a run is the time in which a fau
 stands (the first one) or after it was repaired (the second one).
 """
 
-import argparse
 import collections
 import json
 import os
@@ -210,7 +209,7 @@ CAMPAIGNS = {"matrix": matrix, "chaos": chaos}
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = common.parser(__doc__, install=False)
     parser.add_argument("records", nargs="+", metavar="FILE")
     parser.add_argument("--attacks", metavar="PAGE", help="replace the table of attacks of this page")
     arguments = parser.parse_args()
@@ -222,10 +221,7 @@ def main():
         text = attacks([record for one in found for record in one])
     else:
         text = "\n".join(CAMPAIGNS[one["campaign"]](one) for one in found)
-    if arguments.attacks:
-        page.put_figures(arguments.attacks, text, name="attacks")
-    else:
-        print(text, end="")
+    page.tell(text, arguments.attacks, "attacks")
     return 0
 
 

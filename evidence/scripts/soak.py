@@ -2,8 +2,7 @@
 """Keeps a pair under faults for long and looks whether agent or keeper grow.
 
     sudo evidence/scripts/soak.py [--minutes 61] [--seed N] [--settings keeper|plain]
-                                  [--fault NAME ...] [--restarts] [--json FILE]
-                                  [--install-root DIR] [--no-install]
+                                  [--fault NAME ...] [--restarts] [--no-install]
 
 A fault of the random schedules is injected about once a minute and repaired. Every ten
 seconds each process of agent and keeper is sampled; one that is started again begins a
@@ -20,7 +19,6 @@ Ends with 0 when no bound was crossed, with 1 when one was, with 2 when the work
 not be done.
 """
 
-import argparse
 import collections
 import contextlib
 import inspect
@@ -219,16 +217,13 @@ class Soak:
 
 
 def options():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = common.parser(__doc__)
     parser.add_argument("--minutes", type=float, default=61)
     parser.add_argument("--period", type=float, default=60, help="seconds between faults")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--settings", choices=("keeper", "plain"), default="keeper")
     parser.add_argument("--fault", action="append")
     parser.add_argument("--restarts", action="store_true")
-    parser.add_argument("--json")
-    parser.add_argument("--install-root", help="tree with the installed agent")
-    parser.add_argument("--no-install", action="store_true")
     given = parser.parse_args()
     with open(os.path.join(common.ROOT, "lab", "tables", "faults.toml"), "rb") as file:
         table = tomllib.load(file)
@@ -239,20 +234,12 @@ def options():
 
 def main():
     given = options()
-    common.require_root("to make network namespaces")
-    common.require_namespaces()
-    if not given.no_install:
-        common.install("run", "build", "lab")
-        pair.build()
-    words = ["--settings", given.settings, *(["--install-root", given.install_root] if given.install_root else [])]
-    with pair.Pair(f"soak-{os.getpid()}", words=words) as lab:
+    pair.prepare(given.no_install)
+    with pair.Pair(f"soak-{os.getpid()}", words=["--settings", given.settings]) as lab:
         soak = Soak(lab, given)
         soak.run()
         found = soak.judge()
     soak.summary()
-    if given.json:
-        with open(given.json, "w") as file:
-            json.dump([{"node": node, "pid": pid, "samples": series} for (node, pid), series in soak.series.items()], file)
     growth_of = f"; growth not judged on node {' and '.join(soak.unjudged())}" if soak.unjudged() else ""
     print("\n".join(found) or f"nothing crossed the bounds{growth_of}; {soak.faults} faults")
     return 1 if found else 0

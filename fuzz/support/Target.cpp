@@ -11,8 +11,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "Configuraion.h"
-
 namespace
 {
 
@@ -149,13 +147,6 @@ std::string MemoryFile::read() const
 std::string MemoryFile::path() const
 {
 	return "/proc/self/fd/" + std::to_string(m_file);
-}
-
-void useSettings(const std::string& bytes)
-{
-	static MemoryFile file;
-	file.write(bytes);
-	Configuraion::pConf = new Configuraion(file.path());
 }
 
 } // namespace fuzz

@@ -1,5 +1,5 @@
 /// What every fuzz target shares: the two entry points, which call prepare() and run(), the
-/// taking apart of the input, how a finding is reported, and the daemon's console and settings.
+/// taking apart of the input, how a finding is reported, and the daemon's console.
 #pragma once
 
 #include <concepts>
@@ -72,8 +72,5 @@ public:
 private:
 	int m_file;
 };
-
-/// The daemon's store of settings is made anew from this text.
-void useSettings(const std::string& text);
 
 } // namespace fuzz

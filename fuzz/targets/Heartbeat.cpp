@@ -108,7 +108,7 @@ bool Utill::stopVirtualIP()
 void fuzz::prepare()
 {
 	fuzz::captureConsole();
-	fuzz::useSettings("[AGENT]\nMODE = 2\nIGNORE_TIME = 5\n");
+	Configuraion::pConf = new Configuraion(MemoryFile("[AGENT]\nMODE = 2\nIGNORE_TIME = 5\n").path());
 	velarixLog = new VelarixLog;
 	static bool running = false;
 	static std::vector<Poco::ProcessHandle*>* handles = nullptr;

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <sstream>
 
+#include <Poco/AutoPtr.h>
+#include <Poco/Util/IniFileConfiguration.h>
 #include <nlohmann/json.hpp>
 
 #include "ctl/check/Checks.h"

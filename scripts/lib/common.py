@@ -1,5 +1,6 @@
 """What the Python scripts share: where the tree is, how they end, what they need first."""
 
+import argparse
 import os
 import subprocess
 import sys
@@ -10,6 +11,16 @@ NAME = os.path.basename(sys.argv[0])
 
 class Unusable(Exception):
     """The script cannot do its work; the text says why in plain words."""
+
+
+def parser(text, report=None, install=True):
+    """The options that most scripts have; `report` is the page that is made of the figures."""
+    made = argparse.ArgumentParser(description=text, formatter_class=argparse.RawDescriptionHelpFormatter)
+    if install:
+        made.add_argument("--no-install", action="store_true", help="install no packages")
+    if report:
+        made.add_argument("--report", help=f"a page whose figures are replaced ({report})")
+    return made
 
 
 def require_root(why):

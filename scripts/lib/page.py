@@ -26,6 +26,11 @@ def put_figures(path, text, name="figures"):
         handle.write(head + begin + "\n" + text + "\n" + end + tail)
 
 
+def tell(text, path, name="figures"):
+    """Puts the figures on the page, or prints them when none is given."""
+    put_figures(path, text, name) if path else print(text, end="")
+
+
 def read_entries(path, names):
     """Reads blocks of "name: value" lines, parted by blank lines; "#" begins a comment.
 

@@ -13,10 +13,8 @@
 #include <vector>
 
 #include "inspect/Host.h"
-#include "inspect/HostActions.h"
 #include "inspect/HostProcesses.h"
 #include "inspect/HostTrial.h"
-#include "inspect/HostTunnel.h"
 
 struct FakeHost
 {

@@ -7,7 +7,7 @@
 
 #include "LogTestSupport.h"
 #include "inspect/LogLine.h"
-#include "inspect/MessageJoiner.h"
+#include "inspect/LogReader.h"
 
 using namespace velarix::inspect;
 using namespace std::chrono_literals;

@@ -18,7 +18,6 @@
 
 #include "ToolThreads.h"
 #include "inspect/Host.h"
-#include "inspect/HostActions.h"
 #include "inspect/HostProcesses.h"
 
 using namespace velarix::inspect;

@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include "inspect/Host.h"
-#include "inspect/HostTunnel.h"
 
 using namespace velarix::inspect;
 namespace fs = std::filesystem;

@@ -58,7 +58,7 @@ void enableHardwareRule(std::string& rules, const std::string& example, const st
 {
 	if (!hardware.empty())
 	{
-		replace(rules, "#(iifname .* )" + example + "( ether saddr != )\\S+", "$01" + address + "$02" + hardware);
+		replace(rules, "#(iifname .* )" + example + "( ether saddr != )\\S+", "$1" + address + "$2" + hardware);
 	}
 }
 
@@ -86,7 +86,7 @@ std::string nftRules(HostId node, const HardwareAddresses& hardware)
 	std::string rules = shippedFile("velarix-ha.nft");
 	for (const auto& [name, unused, value] : valuesOf(node))
 	{
-		replace(rules, std::string("(define ") + name + " = )\\S+", "$01" + value);
+		replace(rules, std::string("(define ") + name + " = )\\S+", "$1" + value);
 	}
 	enableHardwareRule(rules, "192\\.0\\.2\\.2", onCommunication(otherNode(node)), hardware.partner);
 	enableHardwareRule(rules, "192\\.0\\.2\\.254", onCommunication(HostId::gateway), hardware.gateway);
@@ -98,10 +98,10 @@ std::string iptablesRules(HostId node, const HardwareAddresses& hardware)
 	std::string rules = shippedFile("velarix-ha.iptables");
 	for (const auto& [unused, name, value] : valuesOf(node))
 	{
-		replace(rules, std::string("(\n") + name + "=)\\S+", "$01" + value);
+		replace(rules, std::string("(\n") + name + "=)\\S+", "$1" + value);
 	}
-	replace(rules, "(PARTNER_MAC=)\n", "$01" + hardware.partner + "\n");
-	replace(rules, "(GATEWAY_MAC=)\n", "$01" + hardware.gateway + "\n");
+	replace(rules, "(PARTNER_MAC=)\n", "$1" + hardware.partner + "\n");
+	replace(rules, "(GATEWAY_MAC=)\n", "$1" + hardware.gateway + "\n");
 	return rules;
 }
 

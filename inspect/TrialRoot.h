@@ -1,22 +1,10 @@
-/// One command of a rehearsal (HostTrial.h), and the file system around it.
+/// The file system around a rehearsal (HostTrial.h).
 #pragma once
 
-#include <functional>
 #include <string>
-
-#include <sys/types.h>
-
-#include "inspect/HostTrial.h"
 
 namespace velarix::inspect::host
 {
-
-/// Runs a command as the agent does and waits for its end, its output's and its work's,
-/// each within limits.
-/// @param done whether the command has done its work
-/// @param program a process that is no part of the command; 0 for none
-CommandRun runInTrial(const TrialPlan& plan, const std::string& command, const std::function<bool()>& done,
-                      pid_t program = 0);
 
 /// Makes a copy of this machine's files the root directory of the calling process,
 /// which must be alone in mount and process namespaces of its own: reads show the

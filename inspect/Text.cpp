@@ -1,10 +1,12 @@
+#include "inspect/Printable.h"
 #include "inspect/TimeText.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
-#include <iomanip>
-#include <sstream>
+
+#include <Poco/UTF8Encoding.h>
 
 namespace velarix::inspect
 {
@@ -20,12 +22,10 @@ milliseconds sinceEpoch(Instant time)
 	return std::chrono::floor<milliseconds>(time.time_since_epoch());
 }
 
-/// @param between what separates the date from the time of day
-std::string dateText(const std::tm& date, char between)
+std::string dateText(const std::tm& date)
 {
-	std::ostringstream text;
-	text << std::put_time(&date, "%Y-%m-%d") << between << std::put_time(&date, "%H:%M:%S");
-	return text.str();
+	std::array<char, 32> text{};
+	return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &date)};
 }
 
 /// Two units, the smaller one left out when it is zero.
@@ -33,6 +33,19 @@ std::string twoUnits(long long value, long long inOne, const char* large, const 
 {
 	const std::string rest = value % inOne == 0 ? "" : " " + std::to_string(value % inOne) + " " + small;
 	return std::to_string(value / inOne) + " " + large + rest;
+}
+
+/// @return the bytes of a character that may be shown and begins here; 0 when
+///         there is none
+std::size_t shownLength(std::string_view bytes)
+{
+	static const Poco::UTF8Encoding encoding;
+	const auto* const begin = reinterpret_cast<const unsigned char*>(bytes.data());
+	const int size = static_cast<int>(std::min(bytes.size(), std::size_t{4}));
+	// Negative for what is no character, or only the beginning of one.
+	const int code = encoding.queryConvert(begin, size);
+	const bool control = code < 0x20 || (code >= 0x7f && code < 0xa0);
+	return control ? 0 : static_cast<std::size_t>(encoding.sequenceLength(begin, size));
 }
 
 } // namespace
@@ -68,7 +81,7 @@ std::string localText(Instant time)
 	const std::time_t seconds = std::chrono::floor<std::chrono::seconds>(time.time_since_epoch()).count();
 	std::tm date{};
 	::localtime_r(&seconds, &date);
-	return dateText(date, ' ');
+	return dateText(date);
 }
 
 std::string isoText(Instant time)
@@ -80,7 +93,9 @@ std::string isoText(Instant time)
 	::gmtime_r(&epoch, &date);
 	std::array<char, 8> fraction{};
 	std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>((whole - seconds).count()));
-	return dateText(date, 'T') + fraction.data();
+	std::string text = dateText(date) + fraction.data();
+	text.at(sizeof("2026-11-21") - 1) = 'T';
+	return text;
 }
 
 double inSeconds(milliseconds span)
@@ -91,6 +106,33 @@ double inSeconds(milliseconds span)
 double inSeconds(Instant time)
 {
 	return inSeconds(sinceEpoch(time));
+}
+
+std::string printable(std::string_view bytes)
+{
+	constexpr std::string_view digits = "0123456789abcdef";
+	std::string text;
+	text.reserve(bytes.size());
+	for (std::size_t at = 0; at < bytes.size();)
+	{
+		const std::size_t length = shownLength(bytes.substr(at));
+		if (length > 0)
+		{
+			text.append(bytes.substr(at, length));
+			at += length;
+			continue;
+		}
+		const auto byte = static_cast<unsigned char>(bytes[at++]);
+		if (byte == '\n' || byte == '\t')
+		{
+			text += byte == '\n' ? "\\n" : "\\t";
+		}
+		else
+		{
+			text += {'\\', 'x', digits[byte >> 4U], digits[byte & 0xfU]};
+		}
+	}
+	return text;
 }
 
 } // namespace velarix::inspect
