@@ -1,10 +1,8 @@
 #include "ctl/history/Explain.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <iterator>
-#include <optional>
 #include <set>
 #include <utility>
 

@@ -10,11 +10,8 @@
 /// it changes them, the other workers only read them, a little early or late.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <set>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "ctl/history/Events.h"

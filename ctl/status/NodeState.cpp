@@ -1,10 +1,6 @@
 #include "ctl/status/NodeState.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "ctl/history/EventStream.h"
-#include "ctl/history/OperatorLog.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
@@ -221,6 +217,9 @@ std::optional<Instant> roleSince(const NodeState& state)
 	return whole ? started : std::nullopt;
 }
 
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
 } // namespace
 
 std::string NodeState::setting(const char* name) const
@@ -272,6 +271,12 @@ void Observer::noteChange(NodeState& state)
 	}
 	state.lastChange = m_change;
 	state.role.since = roleSince(state);
+}
+
+Timing Timing::of(const SettingsFile& settings)
+{
+	const auto read = [&](const char* name) { return seconds(std::max(0, settings.integer(name).value_or(0))); };
+	return {read(key::kInterval), read(key::kReceivingTime), read(key::kCheckCycle), read(key::kWaitingTime)};
 }
 
 } // namespace velarix::ctl
