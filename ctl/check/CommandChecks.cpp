@@ -86,13 +86,6 @@ void announcement(Findings& findings, const CommandText& command)
 	findings.add(asks ? "no-gratuitous-arp/asks" : "no-gratuitous-arp", kStartRole.key);
 }
 
-/// @return the words of the last simple command, which gets the program's name behind it
-std::vector<std::string> lastCommand(const CommandText& command)
-{
-	const std::string& text = command.plain();
-	return wordsOf(text.substr(text.find_last_of(";&|({") + 1));
-}
-
 void nameLost(Findings& findings, const CommandText& command)
 {
 	const std::string& plain = command.plain();
@@ -121,7 +114,9 @@ bool hasOption(const std::vector<std::string>& words, char option)
 
 void killer(Findings& findings, const CommandText& command)
 {
-	const std::vector<std::string> words = innerCommand(lastCommand(command)).words;
+	// The last simple command gets the program's name behind it.
+	const std::string& text = command.plain();
+	const std::vector<std::string> words = innerCommand(wordsOf(text.substr(text.find_last_of(";&|({") + 1))).words;
 	const auto calls = [&](const char* name) { return !words.empty() && baseName(words.front()) == name; };
 	const bool whole = calls("pkill") && hasOption(words, 'f');
 	findings.addWhen(calls("kill") && (words.front() == "kill" || words.front().ends_with("/bin/kill")), "kill-by-name",
@@ -162,15 +157,6 @@ constexpr std::array kInterpreters{"sh", "bash", "dash", "perl", "python", "pyth
 bool hasBlank(const std::string& text)
 {
 	return text.find_first_of(" \t") != std::string::npos;
-}
-
-/// "cd DIRECTORY" and "PROGRAM &" are what the run script gets.
-void withArguments(Findings& findings, const Program& program)
-{
-	const std::string directory = program.path.substr(0, program.path.rfind('/') + 1);
-	const std::string script = programName(program.path.substr(0, program.path.find_first_of(" \t")));
-	findings.add(hasBlank(directory) ? "argument-with-slash" : "program-with-arguments", program.key, program.name,
-	             script, directory);
 }
 
 void path(Findings& findings, const Program& program)
@@ -218,7 +204,11 @@ void one(Findings& findings, const Program& program)
 	}
 	if (hasBlank(program.path))
 	{
-		withArguments(findings, program);
+		// "cd DIRECTORY" and "PROGRAM &" are what the run script gets.
+		const std::string directory = program.path.substr(0, program.path.rfind('/') + 1);
+		const std::string script = programName(program.path.substr(0, program.path.find_first_of(" \t")));
+		findings.add(hasBlank(directory) ? "argument-with-slash" : "program-with-arguments", program.key, program.name,
+		             script, directory);
 		return;
 	}
 	path(findings, program);

@@ -27,20 +27,17 @@ void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 	             name.substr(dot + 1), info.example, name.substr(0, dot));
 }
 
-void notANumber(Findings& findings, const std::string& name, const KeyInfo& info)
-{
-	const std::string text = findings.valueOf(name);
-	findings.add("not-a-number", name, text.empty() ? "empty" : "\"" + text + "\", which is no whole number",
-	             info.missing, info.unit.empty() ? "1 or 2" : info.unit);
-}
-
-/// The library leaves commas out: they are taken for those between thousands.
-void comma(Findings& findings, const std::string& name)
+void number(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	static const Pattern kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
 	const std::string text = findings.valueOf(name);
-	findings.addWhen(text.find(',') != std::string::npos && kThousands.matched(text).empty(), "comma-in-number", name,
-	                 text, findings.file.integer(name).value_or(0));
+	const std::optional<int> value = findings.file.integer(name);
+	findings.addWhen(!value, "not-a-number", name,
+	                 text.empty() ? "empty" : "\"" + text + "\", which is no whole number", info.missing,
+	                 info.unit.empty() ? "1 or 2" : info.unit);
+	// The library leaves commas out: they are taken for those between thousands.
+	findings.addWhen(value && text.find(',') != std::string::npos && kThousands.matched(text).empty(),
+	                 "comma-in-number", name, text, value.value_or(0));
 }
 
 void check(Findings& findings, const std::string& name, const KeyInfo& info)
@@ -61,7 +58,7 @@ void check(Findings& findings, const std::string& name, const KeyInfo& info)
 	}
 	if (info.type == KeyType::integer)
 	{
-		findings.file.integer(name) ? comma(findings, name) : notANumber(findings, name, info);
+		number(findings, name, info);
 	}
 }
 

@@ -39,13 +39,6 @@ Place at(const Findings& findings, const SettingLine& line)
 	return {findings.file.path(), line.line};
 }
 
-/// @return whether a blank and a comment sign stand in the value
-bool looksCommented(const std::string& value)
-{
-	return std::ranges::any_of(std::array{" ;", "\t;", " #", "\t#"},
-	                           [&](const char* sign) { return value.find(sign) != std::string::npos; });
-}
-
 bool isQuoted(const std::string& value)
 {
 	return value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.front() == value.back();
@@ -62,7 +55,8 @@ void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
 	{
 		return;
 	}
-	if (looksCommented(line.value))
+	const auto isIn = [&](const char* sign) { return line.value.find(sign) != std::string::npos; };
+	if (std::ranges::any_of(std::array{" ;", "\t;", " #", "\t#"}, isIn))
 	{
 		// The library reads an address up to the first blank, the agent itself does not.
 		const bool harmless = type == KeyType::address && !sameKey(line.key, key::kVirtualIP);

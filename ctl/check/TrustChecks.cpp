@@ -49,12 +49,6 @@ fs::path toolPath(const Paths& paths, const std::string& tool)
 namespace
 {
 
-/// It is there, and may not be run.
-bool isThere(const Paths& paths, const std::string& tool)
-{
-	return tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
-}
-
 void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& reported, const char* key,
                const char* effect)
 {
@@ -62,7 +56,9 @@ void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& re
 	{
 		if (toolPath(paths, tool).empty() && reported.insert(tool).second)
 		{
-			const char* entry = isThere(paths, tool) ? "missing-tool/rights" : "missing-tool/command";
+			const bool there =
+			    tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
+			const char* entry = there ? "missing-tool/rights" : "missing-tool/command";
 			findings.add(tool == "arping" ? "missing-tool/arping" : entry, key, tool, effect);
 		}
 	}

@@ -118,14 +118,9 @@ template <typename Table, typename Value> const auto& rowOf(const Table& table, 
 	return table.at(static_cast<std::size_t>(value));
 }
 
-std::string_view faultText(const Event& event)
-{
-	const auto* const row = std::ranges::find(kFaultWordings, event.subject, &FaultWording::word);
-	return row == kFaultWordings.end() ? event.subject : event.kind == EventKind::faultFound ? row->found : row->gone;
-}
-
 std::string reported(char mark, const Event& event)
 {
+	const auto* const fault = std::ranges::find(kFaultWordings, event.subject, &FaultWording::word);
 	switch (mark)
 	{
 	case 'p':
@@ -137,7 +132,9 @@ std::string reported(char mark, const Event& event)
 	case 's':
 		return event.subject;
 	case 'f':
-		return std::string(faultText(event));
+		return fault == kFaultWordings.end()
+		           ? event.subject
+		           : std::string(event.kind == EventKind::faultFound ? fault->found : fault->gone);
 	default:
 		return event.detail;
 	}

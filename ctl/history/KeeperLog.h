@@ -32,7 +32,7 @@ struct KeeperEvent
 {
 	Instant time;
 	long process = 0;
-	/// "ha-web"; kOperator for what an administrator did (OperatorLog.h)
+	/// "ha-web"; kOperator for what an administrator did
 	std::string program;
 	/// The keeper's word: "raised".
 	std::string word;

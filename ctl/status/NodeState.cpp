@@ -193,15 +193,6 @@ void takePartner(NodeState& state)
 	state.partnerRuns = ofPartner(state, last ? std::optional(last->running) : std::nullopt);
 }
 
-void takeLog(NodeState& state)
-{
-	const Snapshot& snapshot = state.snapshot();
-	takeRole(state);
-	takePartner(state);
-	state.networkOk = fromLog(state, snapshot.networkOk);
-	state.asking = fromLog(state, snapshot.asking);
-}
-
 /// @return when the role began; nothing when the log was not read far enough back
 std::optional<Instant> roleSince(const NodeState& state)
 {
@@ -248,7 +239,10 @@ NodeState Observer::look(Instant now)
 	readSettings(state, m_paths);
 	readLog(state, m_paths, m_lastLook);
 	state.distrust = doubt(state);
-	takeLog(state);
+	takeRole(state);
+	takePartner(state);
+	state.networkOk = fromLog(state, state.snapshot().networkOk);
+	state.asking = fromLog(state, state.snapshot().asking);
 	askKernel(state, m_paths);
 	noteChange(state);
 	m_lastLook = now - kStart;
