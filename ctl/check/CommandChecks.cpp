@@ -1,4 +1,4 @@
-// What the texts of the three commands tell without running them.
+// What the texts of the three commands and of the programs' paths tell without running them.
 
 #include <array>
 #include <set>

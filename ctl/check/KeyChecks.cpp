@@ -1,4 +1,4 @@
-// Every key is there, and its value is one that the agent can work with.
+// Every key is there, and its value is one that the agent can work with, alone and beside the partner's.
 
 #include <array>
 

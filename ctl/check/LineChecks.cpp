@@ -1,3 +1,5 @@
+// Lines that do not do what they look like, and addresses that are none.
+
 #include <array>
 #include <iterator>
 #include <limits>

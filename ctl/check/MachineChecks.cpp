@@ -1,3 +1,5 @@
+// The installation's directories and records, and this machine: pings, ports, space and other processes.
+
 #include <sstream>
 #include <system_error>
 

@@ -1,5 +1,5 @@
-// Who may change what root runs, from the root directory down.
-// The service's own options and notifiers, of which those that do not fit are passed over in silence.
+// What root runs: whether it is there, and who may change it, from the root directory down; the service's own
+// options and notifiers, of which those that do not fit are passed over in silence.
 
 #include <array>
 #include <set>

@@ -1,5 +1,5 @@
-// The packet filter beside the settings, which its unit loads with the agent.
-// The WireGuard tunnel of the heartbeats: its files, and what this machine has of it.
+// The packet filter beside the settings, which its unit loads with the agent, and the WireGuard tunnel of the
+// heartbeats: its files, and what this machine has of it.
 
 #include <array>
 #include <set>

@@ -1,4 +1,4 @@
-// What events, causes and faults are called, and what they mean in words.
+// What events, causes and faults are called, what they mean in words, and how they are shown.
 
 #include "ctl/history/Events.h"
 

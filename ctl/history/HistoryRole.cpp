@@ -1,4 +1,4 @@
-// What is found wrong, and the partner's heartbeats.
+// The roles, what is found wrong, and the partner's heartbeats.
 
 #include "ctl/history/History.h"
 

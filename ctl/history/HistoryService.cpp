@@ -1,3 +1,5 @@
+// Address and programs, and the table of what is done at which message.
+
 #include <algorithm>
 
 #include "ctl/history/History.h"

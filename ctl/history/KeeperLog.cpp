@@ -1,4 +1,4 @@
-// What each word of the keeper's log means (keeper/Journal.h).
+// The keeper's log, what velarixctl records in it, and what each of its words means (keeper/Journal.h).
 
 #include "ctl/history/KeeperLog.h"
 

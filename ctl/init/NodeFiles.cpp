@@ -1,3 +1,5 @@
+// The files of both nodes, from the answers: settings, keeper.ini, packet filter and tunnel.
+
 #include "ctl/init/NodeFiles.h"
 
 #include <functional>

@@ -1,3 +1,5 @@
+// A node's state as Prometheus metrics and as the line of a monitoring plug-in.
+
 #include <charconv>
 #include <set>
 

@@ -1,4 +1,4 @@
-/// The agent's process: what the pid file names and what is true of it.
+/// The agent's process: what the pid file names and what is true of it; and the maintenance that stops it.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-/// What the keeper, its reachability targets and the tunnel have to say.
+// What the keeper and its reachability targets have to say.
 
 #include "ctl/status/Checklist.h"
 #include "inspect/TimeText.h"

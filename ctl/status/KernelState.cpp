@@ -1,3 +1,5 @@
+// What the kernel and the keeper's programs tell of this node.
+
 #include <cstdlib>
 
 #include "ctl/Keeper.h"
@@ -239,20 +241,13 @@ std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Pat
 
 std::string addressSentence(const KeeperProgram& address)
 {
-	if (address.waits())
-	{
-		return (address.state == "yielded" ? "gave the address up to " : "waits for the address, held by ") +
-		       address.holder;
-	}
-	if (address.state == "rechecking")
-	{
-		return "holds the address, asks whether another host holds it as well";
-	}
-	if (address.state == "holding" || address.state == "announcing")
-	{
-		return "holds the address";
-	}
-	return address.state == "stopped" ? "does not hold the address" : "does not hold the address: " + address.state;
+	const std::string& state = address.state;
+	return state == "yielded"      ? "gave the address up to " + address.holder
+	       : state == "waiting"    ? "waits for the address, held by " + address.holder
+	       : state == "rechecking" ? "holds the address, asks whether another host holds it as well"
+	       : state == "holding" || state == "announcing" ? "holds the address"
+	       : state == "stopped"                          ? "does not hold the address"
+	                                                     : "does not hold the address: " + state;
 }
 
 } // namespace velarix::ctl

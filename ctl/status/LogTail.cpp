@@ -1,3 +1,5 @@
+// The end of the log, and the counts over it.
+
 #include "ctl/status/LogTail.h"
 
 #include <algorithm>
@@ -37,15 +39,11 @@ constexpr std::size_t kRemarkLength = 128;
 /// @return the role that a message tells which every pass or cycle repeats
 Role repeatedRole(const LogLine& line)
 {
-	if (line.is("ProcessChecker", 103))
-	{
-		return line.text.find("[MODE:M]") != std::string::npos ? Role::master : Role::slave;
-	}
-	if (line.is("CHeartReciver", 505))
-	{
-		return Role::master;
-	}
-	return line.is("CHeartReciver", 538) ? Role::slave : Role::unknown;
+	const bool tells = line.is("ProcessChecker", 103);
+	const bool master = tells && line.text.find("[MODE:M]") != std::string::npos;
+	return master || line.is("CHeartReciver", 505)  ? Role::master
+	       : tells || line.is("CHeartReciver", 538) ? Role::slave
+	                                                : Role::unknown;
 }
 
 Snapshot snapshotOf(const std::deque<LogLine>& messages, const LogWish& wish)
