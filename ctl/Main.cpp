@@ -1,6 +1,5 @@
 #include <cstdlib>
 #include <iostream>
-#include <string_view>
 
 #include <unistd.h>
 

@@ -1,16 +1,23 @@
 #include "ctl/OutputFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
+#include <Poco/DateTimeFormatter.h>
+#include <Poco/Timestamp.h>
+
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "inspect/Descriptor.h"
 #include "inspect/ExitCode.h"
+#include "inspect/InputFile.h"
+#include "inspect/Printable.h"
 
 namespace velarix::ctl
 {
@@ -53,7 +60,69 @@ bool writeAll(int file, std::string_view text)
 	return ::fsync(file) == 0;
 }
 
-void replace(const std::filesystem::path& path, const std::string& text, bool own)
+namespace fs = std::filesystem;
+
+/// A dangling link counts as something that is there.
+bool isThere(const fs::path& path)
+{
+	std::error_code error;
+	return fs::exists(fs::symlink_status(path, error));
+}
+
+/// @return whether the file is there with that very text
+bool holds(const NewFile& file)
+{
+	return fs::is_regular_file(fs::symlink_status(file.path)) && readInputFile(file.path) == file.text;
+}
+
+void keepCopy(const fs::path& path, std::chrono::system_clock::time_point now, std::ostream& out)
+{
+	const auto stamp = Poco::Timestamp::fromEpochTime(std::chrono::system_clock::to_time_t(now));
+	const fs::path copy = path.string() + Poco::DateTimeFormatter::format(stamp, ".%Y%m%dT%H%M%SZ");
+	std::error_code error;
+	if (!fs::copy_file(path, copy, fs::copy_options::none, error))
+	{
+		failOutput("cannot copy " + path.string() + " to " + copy.string(), error);
+	}
+	struct stat former
+	{
+	};
+	// The mode came with the content; another user's file stays his.
+	if (::stat(path.c_str(), &former) != 0 || ::chown(copy.c_str(), former.st_uid, former.st_gid) != 0)
+	{
+		failOutput("cannot set the owner of " + copy.string(), std::error_code(errno, std::generic_category()));
+	}
+	out << "copy: " << printable(copy.string()) << '\n';
+}
+
+void demandRoom(const std::vector<NewFile>& files)
+{
+	const auto obstacle = std::ranges::find_if(files, [](const NewFile& file)
+	                                           { return !file.keepExisting && isThere(file.path) && !holds(file); });
+	if (obstacle != files.end())
+	{
+		throw Failure(ExitCode::cannotWrite, obstacle->path.string() +
+		                                         " is there already; nothing was written (--force replaces it and "
+		                                         "keeps a copy)");
+	}
+}
+
+/// Poco blocks SIGPIPE, so that a switchover goes on when nobody reads its steps any more.
+bool readerIsGone()
+{
+	pollfd output{STDOUT_FILENO, 0, 0};
+	return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
+
+} // namespace
+
+void failOutput(const std::string& what, const std::error_code& error)
+{
+	const bool rights = error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
+	throw Failure(rights ? ExitCode::noPermission : ExitCode::cannotWrite, what + ": " + error.message());
+}
+
+void replaceFile(const std::filesystem::path& path, const std::string& text, bool own)
 {
 	std::string name = path.string() + ".XXXXXX";
 	const Descriptor draft(::mkostemp(name.data(), O_CLOEXEC));
@@ -70,22 +139,44 @@ void replace(const std::filesystem::path& path, const std::string& text, bool ow
 	failOutput("cannot write " + path.string(), error);
 }
 
-} // namespace
-
-void failOutput(const std::string& what, const std::error_code& error)
+bool place(const std::vector<NewFile>& files, const PlacementRules& rules, std::ostream& out)
 {
-	const bool rights = error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
-	throw Failure(rights ? ExitCode::noPermission : ExitCode::cannotWrite, what + ": " + error.message());
+	if (!rules.force)
+	{
+		demandRoom(files);
+	}
+	bool wrote = false;
+	for (const NewFile& file : files)
+	{
+		const bool there = isThere(file.path);
+		if (there && (file.keepExisting || holds(file)))
+		{
+			out << (file.keepExisting ? "kept: " : "unchanged: ") << printable(file.path.string()) << '\n';
+			continue;
+		}
+		if (rules.dryRun)
+		{
+			out << "would be written: " << printable(file.path.string()) << '\n' << (file.open ? file.text : "");
+			continue;
+		}
+		if (there)
+		{
+			keepCopy(file.path, rules.now, out);
+		}
+		replaceFile(file.path, file.text, !file.open);
+		out << "written: " << printable(file.path.string()) << '\n';
+		wrote = true;
+	}
+	return wrote;
 }
 
-void replaceFile(const std::filesystem::path& path, const std::string& text)
+void deliver(std::ostream& out)
 {
-	replace(path, text, false);
-}
-
-void replaceOwnFile(const std::filesystem::path& path, const std::string& text)
-{
-	replace(path, text, true);
+	out.flush();
+	if (!out && !readerIsGone())
+	{
+		throw Failure(ExitCode::cannotWrite, "cannot write standard output");
+	}
 }
 
 } // namespace velarix::ctl

@@ -1,17 +1,14 @@
 #include "ctl/Program.h"
 
-#include <algorithm>
 #include <exception>
-#include <filesystem>
-#include <numeric>
-#include <string_view>
-#include <utility>
+#include <sstream>
 
 #include <CLI/CLI.hpp>
 
-#include <poll.h>
-#include <unistd.h>
-
+#include "ctl/Nearest.h"
+#include "ctl/OutputFile.h"
+#include "ctl/check/Findings.h"
+#include "ctl/render/StateViews.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 
@@ -23,6 +20,239 @@ namespace
 
 constexpr char kName[] = "velarixctl";
 
+/// Some thirty years.
+constexpr double kLongestLimit = 1e9;
+constexpr double kMinute = 60;
+constexpr double kDay = 86400;
+
+/// Adds a verb, which acts when the whole command line has been read.
+/// @return it, and where its options go
+template <typename Options>
+std::pair<CLI::App&, Options&> verb(CLI::App& app, Context& context, const std::string& name, const std::string& text,
+                                    ExitCode (*act)(const Options&, const Context&))
+{
+	const auto options = std::make_shared<Options>();
+	CLI::App* added = app.add_subcommand(name, text);
+	added->callback([=, &context] { context.action = [=, &context] { return act(*options, context); }; });
+	return {*added, *options};
+}
+
+/// The library's own range lets "nan" through, which is no number to wait for.
+CLI::Validator seconds(double least, double most)
+{
+	std::ostringstream refusal;
+	refusal << "is no number from " << least << " to " << most;
+	return {[=, text = refusal.str()](std::string& given)
+	        {
+		        double value = 0;
+		        const bool fits = CLI::detail::lexical_cast(given, value) && value >= least && value <= most;
+		        return fits ? std::string() : "\"" + given + "\" " + text;
+	        },
+	        ""};
+}
+
+/// An option, or without hyphens in front a positional word; its value stays as it is when it is not given.
+template <typename Value>
+CLI::Option* option(CLI::App& verb, const std::string& name, Value& value, const std::string& type,
+                    const std::string& text)
+{
+	return verb.add_option(name, value, text)->type_name(type);
+}
+
+/// The same; the help shows the value that it has now as the default.
+template <typename Value>
+CLI::Option* preset(CLI::App& verb, const std::string& name, Value& value, const std::string& type,
+                    const std::string& text)
+{
+	return option(verb, name, value, type, text)->capture_default_str();
+}
+
+void addSsh(CLI::App& verb, std::string& target)
+{
+	option(verb, "--ssh", target, "TARGET", "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)");
+}
+
+/// In the order of the command line, which brings what says more of a service behind it.
+void addServices(CLI::App& verb, Answers& answers)
+{
+	for (const ServiceOption& option : serviceOptions())
+	{
+		const std::string name = std::string("--") + option.option;
+		const auto take = [name, &answers, &option](const std::vector<std::string>& all)
+		{
+			for (const std::string& given : all)
+			{
+				if (const std::string fault = addService(answers, option, given); !fault.empty())
+				{
+					throw CLI::ValidationError(name, fault);
+				}
+			}
+		};
+		verb.add_option_function<std::vector<std::string>>(name, take, option.text)
+		    ->type_name(option.type)
+		    ->allow_extra_args(false);
+	}
+}
+
+void addAnswers(CLI::App& verb, Answers& answers)
+{
+	for (const Question& question : questions())
+	{
+		verb.add_option(std::string("--") + question.option, answers.*question.answer, question.text)
+		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS");
+	}
+	addServices(verb, answers);
+	option(verb, "--program", answers.programs, "PATH",
+	       "without the keeper: a program's path, without arguments; once for each")
+	    ->allow_extra_args(false);
+	option(verb, "--target", answers.targets, "ADDRESS",
+	       "a host that answers pings while this node's networks work; once for each")
+	    ->allow_extra_args(false);
+	preset(verb, "--needed", answers.needed, "INT", "how many targets have to answer");
+	verb.add_flag("--wireguard", answers.wireguard,
+	              "heartbeats through a WireGuard tunnel, encrypted and authenticated");
+	option(verb, "--partner-key", answers.partnerKey, "KEY", "public key of the other node's tunnel");
+	preset(verb, "--tunnel-a", answers.tunnelA, "ADDRESS", "address of node a in the tunnel");
+	preset(verb, "--tunnel-b", answers.tunnelB, "ADDRESS", "address of node b in the tunnel");
+	preset(verb, "--tunnel-port", answers.tunnelPort, "INT", "UDP port of the tunnel, on both nodes")
+	    ->check(CLI::Range(1, 65535));
+	preset(verb, "--port", answers.port, "INT", "TCP port of the heartbeats, on both nodes");
+	preset(verb, "--interval", answers.interval, "INT", "seconds between heartbeats");
+	preset(verb, "--receiving-time", answers.receivingTime, "INT",
+	       "seconds until a silence, at least twice the interval");
+	preset(verb, "--waiting-time", answers.waitingTime, "INT", "seconds between the address and the programs");
+	preset(verb, "--check-cycle", answers.checkCycle, "INT", "seconds between looks at the programs");
+	preset(verb, "--log", answers.log, "PATH", "the log file");
+	preset(verb, "--purge-age", answers.purgeAge, "TIME", "age at which old logs are deleted");
+}
+
+void addInit(CLI::App& app, Context& context)
+{
+	auto [init, given] =
+	    verb(app, context, "init", "write settings, firewall rules and run-info records of both nodes", runInit);
+	addAnswers(init, given.answers);
+	preset(init, "--master", given.master, "a|b", "the node that serves when both are well")
+	    ->check(CLI::IsMember({"a", "b"}).description(""));
+	preset(init, "--output", given.output, "DIR", "where the files go, in a directory for each node");
+	option(init, "--this", given.here, "a|b", "put the files of this node in place; the other one's go to --output")
+	    ->check(CLI::IsMember({"a", "b"}).description(""));
+	option(init, "--service-interface", given.interfaces.service, "NAME",
+	       "this machine's interface that is to be eth0; alone with the next one: only that");
+	option(init, "--communication-interface", given.interfaces.communication, "NAME", "the one that is to be eth1");
+	init.add_flag("--force", given.rules.force, "replace files that are there, keeping a copy of each");
+	init.add_flag("--dry-run", given.rules.dryRun, "write nothing; say which files would be written");
+}
+
+/// What tells how the nodes are.
+void addViews(CLI::App& app, Context& context)
+{
+	auto [status, shown] =
+	    verb(app, context, "status", "how this node and its pair are now, and whether a failover works", runStatus);
+	status.add_flag("--json", shown.json, "print it as JSON");
+	status.add_flag("--for-pair", shown.pair, "print it as JSON, with what velarixctl pair compares");
+
+	auto [pair, both] = verb(app, context, "pair", "both nodes side by side, and what neither can know alone", runPair);
+	addSsh(pair, both.ssh);
+	option(pair, "--timeout", both.timeOut, "SECONDS", "how long the partner may take to answer (15)")
+	    ->check(seconds(1, 300));
+	option(pair, "--partner-json", both.partnerFile, "FILE", "the partner's \"status --for-pair\", in place of ssh");
+	option(pair, "--own-json", both.ownFile, "FILE", "the same of this node, in place of looking here");
+	pair.add_flag("--json", both.json, "print it as JSON");
+	option(pair, "--html", both.page, "FILE", "write a page for browsers as well, whole or not at all");
+
+	auto [watch, looks] = verb(app, context, "watch", "the status again and again", runWatch);
+	option(watch, "-n,--interval", looks.interval, "SECONDS", "seconds between two looks (1)")
+	    ->check(seconds(0.1, 3600));
+	option(watch, "--count", looks.count, "N", "end after this many looks")->check(CLI::Range(1, 1'000'000));
+	watch.add_flag("--json", looks.json, "print a line of JSON at the begin and at each change");
+}
+
+void addCheck(CLI::App& app, Context& context)
+{
+	auto [check, given] =
+	    verb(app, context, "check", "find what would abort or cripple the agent, before it is started", runCheck);
+	option(check, "FILE", given.file, "TEXT", "settings file; the installed one without it");
+	option(check, "--partner", given.partner, "FILE", "the partner's settings file: check that the two fit");
+	check.add_flag("--files-only", given.filesOnly,
+	               "look at the settings alone, not at this machine, and try no command");
+	check.add_flag("--strict", given.strict, "let warnings count as errors");
+	option(check, "--ignore", given.ignored, "NAME", "let the findings of this name not count (again for more)")
+	    ->allow_extra_args(false);
+	check.add_flag("--json", given.json, "print the findings as JSON");
+}
+
+/// What has happened, and what it means.
+void addLogs(CLI::App& app, Context& context)
+{
+	auto [events, wanted] = verb(app, context, "events",
+	                             "what has happened on this node, reported from the log and its archives", runEvents);
+	option(events, "--since", wanted.since, "TIME",
+	       "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today");
+	events.add_flag("-f,--follow", wanted.follow, "go on with what happens from now on");
+	events.add_flag("--json", wanted.json, "print an object of JSON a line");
+	option(events, "--log", wanted.log, "FILE", "read this log instead of the one that the settings name");
+
+	auto [explain, given] =
+	    verb(app, context, "explain", "what a message of the agent means and what to do", runExplain);
+	option(explain, "MESSAGE", given.words, "TEXT",
+	       "LABEL:NUMBER, a line of the log or of the console, a text or a part of it; \"-\" reads standard input")
+	    ->allow_extra_args()
+	    ->required();
+	explain.add_flag("--json", given.json, "print an object of JSON a line");
+}
+
+/// What moves the service, or keeps it where it is.
+void addActs(CLI::App& app, Context& context)
+{
+	auto [switchover, move] =
+	    verb(app, context, "switchover", "on the master: hand the service over to the partner", runSwitchover);
+	switchover.add_flag("--dry-run", move.dryRun, "tell what would be done, or why it is refused, and do nothing");
+	option(switchover, "--timeout", move.timeOut, "SECONDS",
+	       "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
+	       "check cycle)")
+	    ->check(seconds(0.1, kDay));
+	addSsh(switchover, move.ssh);
+
+	const std::map<std::string, double> units{{"s", 1}, {"m", kMinute}, {"h", 60 * kMinute}, {"d", kDay}};
+	auto [maintenance, work] = verb(app, context, "maintenance",
+	                                "nothing fails over or is restarted while somebody works here", runMaintenance);
+	option(maintenance, "WORD", work.word, "on|off",
+	       "on: begin it, on the standby first; off: end it, on the master first")
+	    ->check(CLI::IsMember({"on", "off"}).description(""))
+	    ->required();
+	option(maintenance, "--reason", work.reason, "TEXT", "what is being done; status shows it");
+	option(maintenance, "--for", work.time, "TIME", "afterwards it counts as forgotten, and is reported (4h)")
+	    ->transform(CLI::AsNumberWithUnit(units))
+	    ->check(CLI::Range(kMinute, 30 * kDay));
+	maintenance.add_flag("--force", work.force,
+	                     "end it also where the service moves then: a master without programs, address or network");
+	maintenance.add_flag("--pair", work.pair,
+	                     "do it on both nodes, the partner's by ssh, in the order that moves nothing");
+	addSsh(maintenance, work.ssh);
+}
+
+/// What other programs of the operator call.
+void addMonitoring(CLI::App& app, Context& context)
+{
+	auto [metrics, textfile] = verb(app, context, "metrics", "the state as Prometheus metrics", runMetrics);
+	option(metrics, "--textfile", textfile, "FILE",
+	       "write FILE (whole or not at all) instead of standard output, with counters that go on from run to run");
+
+	auto [nagios, limits] =
+	    verb(app, context, "nagios", "the state as one line of a monitoring plug-in, with its exit status", runNagios);
+	option(nagios, "--warning", limits.warning, "SECONDS", "warn when the partner's last heartbeat is this old (15)")
+	    ->check(seconds(0, kLongestLimit));
+	option(nagios, "--critical", limits.critical, "SECONDS", "alarm when it is this old (60)")
+	    ->check(seconds(0, kLongestLimit));
+
+	auto [notify, given] =
+	    verb(app, context, "notify", "pass events on to the programs in /etc/velarix-ha/notify.d", runNotify);
+	notify.add_flag("--test", given.test, "give each of them a test event once, tell what came of it, and end");
+	option(notify, "--timeout", given.timeOut, "SECONDS", "kill one that takes longer, and try again later (30)")
+	    ->check(seconds(1, 3600));
+}
+
+/// The verbs come in the order of the help text: a node's life from its installation on.
 void setUp(CLI::App& app, std::string& root, Context& context)
 {
 	app.set_version_flag("--version", std::string(kName) + " " VELARIX_VERSION);
@@ -31,7 +261,7 @@ void setUp(CLI::App& app, std::string& root, Context& context)
 	    ->check(CLI::ExistingDirectory);
 	app.require_subcommand(1);
 	app.fallthrough();
-	for (const AddVerb add : kVerbs)
+	for (const auto add : {addInit, addCheck, addViews, addLogs, addActs, addMonitoring})
 	{
 		add(app, context);
 	}
@@ -45,39 +275,16 @@ int unknownToPlugin(const std::string& reason, Context& context)
 	return number(ExitCode::notRunning);
 }
 
-/// @return how many letters must be put in, left out or replaced to make one the other
-std::size_t distance(std::string_view from, std::string_view to)
-{
-	std::vector<std::size_t> row(to.size() + 1);
-	std::iota(row.begin(), row.end(), std::size_t{0});
-	for (std::size_t i = 0; i < from.size(); ++i)
-	{
-		std::size_t diagonal = std::exchange(row[0], i + 1);
-		for (std::size_t j = 0; j < to.size(); ++j)
-		{
-			const std::size_t replaced = diagonal + (from[i] == to[j] ? 0U : 1U);
-			diagonal = row[j + 1];
-			row[j + 1] = std::min({replaced, diagonal + 1, row[j] + 1});
-		}
-	}
-	return row.back();
-}
-
 /// @return "; did you mean status?"; the way to the list when no verb is like the word
 std::string suggestion(const CLI::App& app, const std::string& word)
 {
-	constexpr std::size_t likely = 2;
-	std::string nearest;
-	std::size_t least = likely + 1;
+	std::vector<std::string> verbs;
 	for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; }))
 	{
-		if (const std::size_t away = distance(word, verb->get_name()); away < least)
-		{
-			least = away;
-			nearest = verb->get_name();
-		}
+		verbs.push_back(verb->get_name());
 	}
-	return nearest.empty() ? "; see velarixctl --help" : "; did you mean " + nearest + "?";
+	const std::string likely = nearest(word, verbs, 2);
+	return likely.empty() ? "; see velarixctl --help" : "; did you mean " + likely + "?";
 }
 
 /// @return the status for a command line that asks for help or is wrong
@@ -153,25 +360,6 @@ int fail(const std::string& text, ExitCode code, bool plugin, Context& context)
 	return number(code);
 }
 
-/// Poco blocks SIGPIPE, so that a switchover goes on when nobody reads its steps any more.
-bool readerIsGone()
-{
-	pollfd output{STDOUT_FILENO, 0, 0};
-	return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
-}
-
-/// A full disk behind standard output must not pass for an answer. A reader that has seen
-/// enough is no failure.
-ExitCode delivered(ExitCode code, const Context& context)
-{
-	context.out.flush();
-	if (!context.out && !readerIsGone())
-	{
-		throw Failure(ExitCode::cannotWrite, "cannot write standard output");
-	}
-	return code;
-}
-
 } // namespace
 
 int run(const std::vector<std::string>& arguments, Context& context)
@@ -189,7 +377,8 @@ int run(const std::vector<std::string>& arguments, Context& context)
 		{
 			context.paths = Paths(std::filesystem::absolute(root));
 		}
-		const ExitCode code = delivered(context.action(), context);
+		const ExitCode code = context.action();
+		deliver(context.out);
 		adviseRoot(code, context);
 		return number(code);
 	}

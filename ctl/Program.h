@@ -1,13 +1,54 @@
 /// The whole program but for what Main.cpp takes from the process.
 #pragma once
 
+#include <chrono>
+#include <functional>
+#include <istream>
+#include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "ctl/Context.h"
+#include "inspect/ExitCode.h"
+#include "inspect/Paths.h"
+#include "inspect/Printable.h"
 
 namespace velarix::ctl
 {
+
+using namespace inspect;
+
+/// @return the time of day now
+using Clock = std::function<std::chrono::system_clock::time_point()>;
+
+/// What every verb gets: where the node's files are, where its words go, what
+/// time it is. Nothing else reaches a verb from outside, so that a test can give
+/// it a directory, two string streams and a clock of its own.
+struct Context
+{
+	/// Data; nothing else is written there.
+	std::ostream& out;
+	/// Diagnostics.
+	std::ostream& err;
+	Clock now;
+	/// Standard output is a terminal that knows more than lines.
+	bool terminal = false;
+	/// ... that wants colours.
+	bool colour = false;
+	/// The running system's; others with --root, set before `action` runs.
+	Paths paths;
+	/// What the chosen verb does; set by the verb's own callback.
+	std::function<ExitCode()> action;
+	/// Where answers come from; null when nobody is there to be asked.
+	std::istream* in = nullptr;
+};
+
+/// Writes a line of the diagnostics: "velarixctl: TEXT". Whatever the text quotes,
+/// a terminal is not made to obey it.
+inline void complain(const Context& context, std::string_view text)
+{
+	context.err << "velarixctl: " << printable(text) << '\n';
+}
 
 /// Reads the command line and runs the verb it names.
 /// @param arguments without the program's name

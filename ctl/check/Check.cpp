@@ -1,23 +1,17 @@
-#include "ctl/check/Check.h"
-
-#include <algorithm>
 #include <array>
 #include <set>
 #include <sstream>
-#include <string>
 #include <tuple>
 #include <utility>
 
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
+#include "ctl/verbs/Verbs.h"
 #include "inspect/ExitCode.h"
-#include "inspect/Host.h"
 #include "inspect/InputFile.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -283,20 +277,21 @@ void checks::text(Findings& findings)
 CheckReport check(const CheckRequest& request, const Paths& paths)
 {
 	CheckReport report;
-	if (const std::optional<SettingsFile> file = open(request.file, report))
+	const fs::path settings = request.file.empty() ? paths.settings : fs::path(request.file);
+	if (const std::optional<SettingsFile> file = open(settings, report))
 	{
 		Findings own(*file, report);
 		checks::text(own);
-		request.partner ? void() : checks::timing(own);
+		request.partner.empty() ? checks::timing(own) : void();
 		const std::optional<checks::KeeperFile> keeperFile = openKeeper(own, paths);
 		if (keeperFile)
 		{
 			checks::keeperFile(own, *keeperFile);
 		}
 		node(own, request, paths, keeperFile);
-		if (request.partner)
+		if (!request.partner.empty())
 		{
-			comparePartner(own, keeperFile, report, *request.partner);
+			comparePartner(own, keeperFile, report, request.partner);
 		}
 	}
 	dropConsequences(report);
@@ -304,10 +299,10 @@ CheckReport check(const CheckRequest& request, const Paths& paths)
 	std::vector<std::string> names = acknowledged(paths, report);
 	for (const std::string& name : request.ignored)
 	{
-		known(report, name, {request.file});
+		known(report, name, {settings});
 		names.push_back(name);
 	}
-	sort(report, request.file);
+	sort(report, settings);
 	setAside(report, names);
 	return report;
 }
@@ -330,6 +325,14 @@ CheckReport checkTexts(const NodeTexts& own, const NodeTexts& partner)
 	}
 	sort(report, own.settings.path());
 	return report;
+}
+
+ExitCode runCheck(const CheckRequest& request, const Context& context)
+{
+	const CheckReport report = check(request, context.paths);
+	request.json ? printReportJson(context.out, report) : printReport(context.out, report, context.colour);
+	const bool wrong = report.count(Severity::error) > 0 || (request.strict && report.count(Severity::warning) > 0);
+	return wrong ? ExitCode::settings : ExitCode::fine;
 }
 
 } // namespace velarix::ctl

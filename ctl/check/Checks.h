@@ -4,11 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <functional>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "ctl/check/CommandText.h"
 #include "ctl/check/Findings.h"
@@ -21,8 +17,6 @@ namespace velarix::ctl::checks
 
 /// Names of findings that the operator accepts, one in each line with its reason.
 inline constexpr char kAcknowledged[] = "/usr/velarix/bin/ini/acknowledged.txt";
-
-using namespace inspect;
 
 /// ---- on the text alone -----------------------------------------------------
 
@@ -177,9 +171,6 @@ bool contains(const Range& range, const Value& value, Projection projection = {}
 {
 	return std::ranges::find(range, value, projection) != std::ranges::end(range);
 }
-
-/// Reports that the virtual IP's text is found within another one, where the agent looks.
-void addressInside(Findings& findings, const std::string& address, const std::string& other);
 
 /// @return whether the text is one IPv4 address; what is wrong with another one is
 ///         reported once, by the check of the addresses

@@ -1,10 +1,9 @@
-// What the texts of the three commands tell without running them.
+// What the texts of the three commands and of the programs' paths tell without running them.
+
+#include <array>
+#include <set>
 
 #include "ctl/check/Checks.h"
-
-#include <algorithm>
-#include <string>
-
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -32,13 +31,10 @@ void otherAddress(Findings& findings, const CommandRole& role, const CommandText
 {
 	const std::string address = findings.valueOf(key::kVirtualIP);
 	const std::vector<std::string> named = command.addresses(raising);
-	if (!isVirtualAddress(address) || named.empty() || contains(named, address))
-	{
-		return;
-	}
 	// Where all commands are for one other address, that is one fault.
-	if (raising || !findings.has("another-address-raised", kStartRole.key) ||
-	    commandOf(findings, key::kStartCommand).addresses(true).front() != named.front())
+	if (isVirtualAddress(address) && !named.empty() && !contains(named, address) &&
+	    (raising || !findings.has("another-address-raised", kStartRole.key) ||
+	     commandOf(findings, key::kStartCommand).addresses(true).front() != named.front()))
 	{
 		findings.add(raising ? "another-address-raised" : "another-address-dropped", role.key, named.front(), address);
 	}
@@ -48,13 +44,11 @@ void otherAddress(Findings& findings, const CommandRole& role, const CommandText
 void otherPrefix(Findings& findings, const CommandRole& role, const CommandText& command)
 {
 	const std::string address = findings.valueOf(key::kVirtualIP);
-	const std::optional<int> raised = commandOf(findings, key::kStartCommand).prefixOf(address);
-	const std::optional<int> dropped = command.prefixOf(address);
-	if (!address.empty() && raised && dropped && *raised != *dropped &&
-	    !findings.has("another-prefix-dropped", kStopRole.key))
-	{
-		findings.add("another-prefix-dropped", role.key, address, *dropped, *raised);
-	}
+	const int raised = commandOf(findings, key::kStartCommand).prefixOf(address).value_or(-1);
+	const int dropped = command.prefixOf(address).value_or(-1);
+	findings.addWhen(!address.empty() && raised >= 0 && dropped >= 0 && raised != dropped &&
+	                     !findings.has("another-prefix-dropped", kStopRole.key),
+	                 "another-prefix-dropped", role.key, address, dropped, raised);
 }
 
 /// What is announced, and where, as far as it is written out.
@@ -92,13 +86,6 @@ void announcement(Findings& findings, const CommandText& command)
 	findings.add(asks ? "no-gratuitous-arp/asks" : "no-gratuitous-arp", kStartRole.key);
 }
 
-/// @return the words of the last simple command, which gets the program's name behind it
-std::vector<std::string> lastCommand(const CommandText& command)
-{
-	const std::string& text = command.plain();
-	return wordsOf(text.substr(text.find_last_of(";&|({") + 1));
-}
-
 void nameLost(Findings& findings, const CommandText& command)
 {
 	const std::string& plain = command.plain();
@@ -127,21 +114,15 @@ bool hasOption(const std::vector<std::string>& words, char option)
 
 void killer(Findings& findings, const CommandText& command)
 {
-	const std::vector<std::string> words = innerCommand(lastCommand(command)).words;
+	// The last simple command gets the program's name behind it.
+	const std::string& text = command.plain();
+	const std::vector<std::string> words = innerCommand(wordsOf(text.substr(text.find_last_of(";&|({") + 1))).words;
 	const auto calls = [&](const char* name) { return !words.empty() && baseName(words.front()) == name; };
-	const bool pkill = calls("pkill");
-	if (calls("kill") && (words.front() == "kill" || words.front().ends_with("/bin/kill")))
-	{
-		findings.add("kill-by-name", kKillRole.key);
-	}
-	else if (pkill && hasOption(words, 'f'))
-	{
-		findings.add("kills-by-command-line", kKillRole.key);
-	}
-	else if (pkill && !hasOption(words, 'x'))
-	{
-		findings.add("kills-parts-of-names", kKillRole.key);
-	}
+	const bool whole = calls("pkill") && hasOption(words, 'f');
+	findings.addWhen(calls("kill") && (words.front() == "kill" || words.front().ends_with("/bin/kill")), "kill-by-name",
+	                 kKillRole.key);
+	findings.addWhen(whole, "kills-by-command-line", kKillRole.key);
+	findings.addWhen(calls("pkill") && !whole && !hasOption(words, 'x'), "kills-parts-of-names", kKillRole.key);
 }
 
 /// What holds for each of the three.
@@ -160,16 +141,90 @@ bool general(Findings& findings, const CommandRole& role, const CommandText& com
 		findings.add("broken-command", role.key, why, role.useless);
 		return false;
 	}
-	if (withoutPasted(command.text()) != command.text())
-	{
-		findings.add("pasted-characters/command", role.key, role.useless);
-	}
+	findings.addWhen(withoutPasted(command.text()) != command.text(), "pasted-characters/command", role.key,
+	                 role.useless);
 	// Only some shells know it.
-	if (command.text().find("&>") != std::string::npos)
-	{
-		findings.add("shell-of-its-own", role.key);
-	}
+	findings.addWhen(command.text().find("&>") != std::string::npos, "shell-of-its-own", role.key);
 	return true;
+}
+
+/// What stands before the name in the line that the agent searches.
+constexpr std::string_view kStatusFront = "Name:\t";
+
+/// Whose processes are everywhere.
+constexpr std::array kInterpreters{"sh", "bash", "dash", "perl", "python", "python3", "java", "node", "ruby", "php"};
+
+bool hasBlank(const std::string& text)
+{
+	return text.find_first_of(" \t") != std::string::npos;
+}
+
+void path(Findings& findings, const Program& program)
+{
+	const bool bare = program.path.find('/') == std::string::npos;
+	findings.addWhen(program.path.front() != '/', bare ? "program-without-directory" : "relative-program", program.key,
+	                 program.path);
+	if (const std::size_t at = program.path.find_first_of("$`\"'\\|&;<>()*?[]{}~!#"); at != std::string::npos)
+	{
+		findings.add("shell-character-in-program", program.key, program.path.substr(at, 1));
+	}
+}
+
+/// @return what is wrong with the name that the agent looks for; null for nothing
+const char* nameFault(const std::string& name)
+{
+	return name.size() > kProcessNameLength                    ? "long-program-name"
+	       : kStatusFront.find(name) != std::string_view::npos ? "name-in-every-process"
+	       : contains(kInterpreters, name)                     ? "name-of-an-interpreter"
+	       : kAgentName.find(name) != std::string_view::npos   ? "name-of-the-agent"
+	                                                           : nullptr;
+}
+
+/// The start command leaves a shell and what it calls behind.
+void helper(Findings& findings, const Program& program)
+{
+	std::set<std::string> helpers{"sh"};
+	for (const std::string& called : commandOf(findings, key::kStartCommand).programs())
+	{
+		helpers.insert(baseName(called).substr(0, kProcessNameLength));
+	}
+	const auto found = std::ranges::find_if(helpers, [&](const std::string& name)
+	                                        { return name.find(program.name) != std::string::npos; });
+	findings.addWhen(found != helpers.end() && !findings.has("name-of-an-interpreter", program.key), "name-of-a-helper",
+	                 program.key, program.name, found == helpers.end() ? "" : *found);
+}
+
+void one(Findings& findings, const Program& program)
+{
+	if (program.name.empty())
+	{
+		program.path.empty() ? findings.add("empty-program", program.key, emptyEffect(*findKey(program.key)))
+		                     : findings.add("program-is-a-directory", program.key);
+		return;
+	}
+	if (hasBlank(program.path))
+	{
+		// "cd DIRECTORY" and "PROGRAM &" are what the run script gets.
+		const std::string directory = program.path.substr(0, program.path.rfind('/') + 1);
+		const std::string script = programName(program.path.substr(0, program.path.find_first_of(" \t")));
+		findings.add(hasBlank(directory) ? "argument-with-slash" : "program-with-arguments", program.key, program.name,
+		             script, directory);
+		return;
+	}
+	path(findings, program);
+	if (const char* fault = nameFault(program.name))
+	{
+		findings.add(fault, program.key, program.name, program.name.size());
+	}
+	helper(findings, program);
+}
+
+/// One program's process counts once for every configured name that it contains.
+void within(Findings& findings, const Program& inner, const Program& outer)
+{
+	findings.addWhen(!inner.name.empty() && !hasBlank(inner.path) && outer.name.find(inner.name) != std::string::npos,
+	                 inner.name == outer.name ? "same-name" : "name-within-a-name", inner.key, outer.key, inner.name,
+	                 outer.name);
 }
 
 } // namespace
@@ -195,6 +250,30 @@ void commands(Findings& findings)
 		{
 			nameLost(findings, command);
 			killer(findings, command);
+		}
+	}
+}
+
+std::vector<Program> programsOf(const Findings& findings)
+{
+	std::vector<Program> result;
+	for (const std::string& path : findings.file.programs())
+	{
+		result.push_back({programKey(static_cast<int>(result.size()) + 1), path, programName(path)});
+	}
+	return result;
+}
+
+void programs(Findings& findings)
+{
+	const std::vector<Program> all = programsOf(findings);
+	for (auto left = all.begin(); left != all.end(); ++left)
+	{
+		one(findings, *left);
+		for (auto right = left + 1; right != all.end(); ++right)
+		{
+			const bool inOrder = left->name.size() <= right->name.size();
+			within(findings, inOrder ? *left : *right, inOrder ? *right : *left);
 		}
 	}
 }

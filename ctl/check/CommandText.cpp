@@ -1,11 +1,9 @@
 #include "ctl/check/CommandText.h"
 
-#include <algorithm>
 #include <array>
 #include <iterator>
 #include <set>
 #include <sstream>
-#include <string_view>
 
 #include "ctl/check/Checks.h"
 #include "inspect/Number.h"

@@ -3,11 +3,13 @@
 
 #include <filesystem>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
 
+#include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
 
 namespace velarix::ctl
@@ -101,7 +103,19 @@ public:
 		m_report.add(entry, severity, place, {place.file, text(values)...});
 	}
 
+	/// The same when something is so.
+	template <typename... Rest> void addWhen(bool is, const Rest&... rest)
+	{
+		if (is)
+		{
+			add(rest...);
+		}
+	}
+
 	void notChecked(const std::string& what, const std::string& why) { m_report.notChecked.push_back({what, why}); }
+
+	/// @return the file's text; nothing for one that cannot be read, which is noted
+	std::optional<std::string> read(const std::filesystem::path& path);
 
 	/// @return whether that has been found at the key's line
 	bool has(std::string_view id, std::string_view key) const;
@@ -133,5 +147,43 @@ private:
 
 	CheckReport& m_report;
 };
+
+/// One paragraph for each finding: "FILE:LINE: error: WHAT [ID]", what happens,
+/// how to fix it; then what was not checked, then the count.
+void printReport(std::ostream& out, const CheckReport& report, bool colour);
+
+/// {"findings": [...], "not_checked": [...], "errors": N, "warnings": N}; the
+/// line is null where there is none.
+void printReportJson(std::ostream& out, const CheckReport& report);
+
+struct CheckRequest
+{
+	/// Empty: the installed one.
+	std::string file;
+	/// The partner's; empty: not compared.
+	std::string partner;
+	/// Look at nothing but the two files.
+	bool filesOnly = false;
+	/// Findings that do not count, by their names.
+	std::vector<std::string> ignored = {};
+	/// Warnings count as errors.
+	bool strict = false;
+	bool json = false;
+};
+
+/// @param paths where the node's other files are
+/// @throws Failure noPermission when a file may not be read
+CheckReport check(const CheckRequest& request, const Paths& paths);
+
+/// What a node is to have: its settings, and its keeper.ini unless that is empty.
+struct NodeTexts
+{
+	SettingsFile settings;
+	std::filesystem::path keeperFile;
+	std::string keeperText;
+};
+
+/// The checks of the texts alone, of both nodes.
+CheckReport checkTexts(const NodeTexts& own, const NodeTexts& partner);
 
 } // namespace velarix::ctl

@@ -1,6 +1,5 @@
 #include "ctl/check/Checks.h"
 
-#include <algorithm>
 #include <array>
 #include <tuple>
 #include <utility>
@@ -11,7 +10,6 @@
 #include <sysexits.h>
 
 #include "ctl/Keeper.h"
-#include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -51,10 +49,8 @@ void commandsOf(Findings& findings)
 	{
 		const std::string command = keeperCommand(verb);
 		// A gate may stand in front: "fence-partner && keeper raise".
-		if (!findings.valueOf(role->key).ends_with(command))
-		{
-			findings.add("keeper-command", role->key, command, role->useless);
-		}
+		findings.addWhen(!findings.valueOf(role->key).ends_with(command), "keeper-command", role->key, command,
+		                 role->useless);
 	}
 }
 
@@ -62,11 +58,9 @@ void services(Findings& findings, const KeeperFile& file)
 {
 	const std::vector<std::string> paths = findings.file.programs();
 	const std::string address = keeperPath(keeper::kAddressProgram);
-	if (paths.empty() || paths.front() != address)
-	{
-		findings.add(contains(paths, address) ? "keeper-address-not-first/later" : "keeper-address-not-first",
-		             programKey(1), address);
-	}
+	findings.addWhen(paths.empty() || paths.front() != address,
+	                 contains(paths, address) ? "keeper-address-not-first/later" : "keeper-address-not-first",
+	                 programKey(1), address);
 	for (const Program& program : programsOf(findings))
 	{
 		if (!isKeepers(program.path))
@@ -116,18 +110,14 @@ void reachMachine(Findings& findings, const KeeperFile& file)
 	const keeper::ReachSettings& reach = file.parsed.settings.reach;
 	for (const host::Address& there : host::addresses())
 	{
-		if (there.interface != "lo" && !reach.address.empty() && isInNetworkOf(there, reach.address))
-		{
-			findings.add("reach-address-attached", {file.path, reach.line}, reach.address, there.interface,
-			             there.address, there.prefix);
-		}
+		findings.addWhen(there.interface != "lo" && !reach.address.empty() && isInNetworkOf(there, reach.address),
+		                 "reach-address-attached", Place{file.path, reach.line}, reach.address, there.interface,
+		                 there.address, there.prefix);
 	}
 	const fs::path path = keyBeside(file);
 	const host::FileFacts facts = host::fileFacts(path);
-	if (facts.kind != host::FileKind::regular || (facts.mode & 077) != 0 || facts.owner != 0)
-	{
-		findings.add(facts.kind == host::FileKind::regular ? "reach-key/open" : "reach-key", {path});
-	}
+	findings.addWhen(facts.kind != host::FileKind::regular || (facts.mode & 077) != 0 || facts.owner != 0,
+	                 facts.kind == host::FileKind::regular ? "reach-key/open" : "reach-key", Place{path});
 }
 
 /// The keeper's own address on this machine has its label, and is no finding.
@@ -242,11 +232,9 @@ void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& part
 	const fs::path here = keyBeside(own);
 	const fs::path there = keyBeside(partner);
 	const auto isFile = [](const fs::path& path) { return host::fileFacts(path).kind == host::FileKind::regular; };
-	if (own.parsed.settings.reach.line != 0 && isFile(here) && isFile(there) &&
-	    readInputFile(here) != readInputFile(there))
-	{
-		findings.add("reach-key-differs", {here}, there);
-	}
+	findings.addWhen(own.parsed.settings.reach.line != 0 && isFile(here) && isFile(there) &&
+	                     readInputFile(here) != readInputFile(there),
+	                 "reach-key-differs", Place{here}, there);
 }
 
 void keeperFile(Findings& findings, const KeeperFile& file)
@@ -261,14 +249,10 @@ void keeperFile(Findings& findings, const KeeperFile& file)
 	reachOf(findings, file);
 	const keeper::AddressSettings& address = file.parsed.settings.address;
 	const std::string virtualIP = findings.valueOf(key::kVirtualIP);
-	if (!address.text.empty() && address.text != virtualIP)
-	{
-		findings.add("keeper-address-differs", {file.path, address.line}, address.text, virtualIP);
-	}
-	if (!address.interface.empty() && address.interface != kServiceInterface)
-	{
-		findings.add("keeper-another-interface", {file.path, address.line}, address.interface);
-	}
+	findings.addWhen(!address.text.empty() && address.text != virtualIP, "keeper-address-differs",
+	                 Place{file.path, address.line}, address.text, virtualIP);
+	findings.addWhen(!address.interface.empty() && address.interface != kServiceInterface, "keeper-another-interface",
+	                 Place{file.path, address.line}, address.interface);
 }
 
 void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& paths)
@@ -327,10 +311,8 @@ void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& par
 {
 	const keeper::AddressSettings& here = own.parsed.settings.address;
 	const keeper::AddressSettings& there = partner.parsed.settings.address;
-	if (here.line != 0 && there.line != 0 && here.defend == there.defend)
-	{
-		findings.add(here.defend ? "keeper-on-conflict/defend" : "keeper-on-conflict", {own.path, here.line});
-	}
+	findings.addWhen(here.line != 0 && there.line != 0 && here.defend == there.defend,
+	                 here.defend ? "keeper-on-conflict/defend" : "keeper-on-conflict", Place{own.path, here.line});
 	const auto servicesOf = [](const KeeperFile& file)
 	{
 		std::vector<std::tuple<std::string, std::vector<std::string>, std::string, std::string>> services;
@@ -346,11 +328,9 @@ void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& par
 		const keeper::ReachSettings& reach = file.parsed.settings.reach;
 		return std::tuple(reach.line != 0, reach.interval, reach.failures, reach.port);
 	};
-	if (std::tie(here.text, here.prefix) != std::tie(there.text, there.prefix) ||
-	    servicesOf(own) != servicesOf(partner) || reachOf(own) != reachOf(partner))
-	{
-		findings.add("keeper-files-differ", {own.path}, partner.path);
-	}
+	findings.addWhen(std::tie(here.text, here.prefix) != std::tie(there.text, there.prefix) ||
+	                     servicesOf(own) != servicesOf(partner) || reachOf(own) != reachOf(partner),
+	                 "keeper-files-differ", Place{own.path}, partner.path);
 }
 
 } // namespace velarix::ctl::checks

@@ -1,21 +1,17 @@
-// Every key is there, and its value is one that the agent can work with.
+// Every key is there, and its value is one that the agent can work with, alone and beside the partner's.
 
-#include "ctl/check/Checks.h"
-
-#include <algorithm>
-#include <string>
+#include <array>
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 #include <Poco/FileChannel.h>
 
+#include "ctl/check/Checks.h"
 #include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -31,22 +27,17 @@ void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 	             name.substr(dot + 1), info.example, name.substr(0, dot));
 }
 
-void notANumber(Findings& findings, const std::string& name, const KeyInfo& info)
-{
-	const std::string text = findings.valueOf(name);
-	findings.add("not-a-number", name, text.empty() ? "empty" : "\"" + text + "\", which is no whole number",
-	             info.missing, info.unit.empty() ? "1 or 2" : info.unit);
-}
-
-/// The library leaves commas out: they are taken for those between thousands.
-void comma(Findings& findings, const std::string& name)
+void number(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	static const Pattern kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
 	const std::string text = findings.valueOf(name);
-	if (text.find(',') != std::string::npos && kThousands.matched(text).empty())
-	{
-		findings.add("comma-in-number", name, text, findings.file.integer(name).value_or(0));
-	}
+	const std::optional<int> value = findings.file.integer(name);
+	findings.addWhen(!value, "not-a-number", name,
+	                 text.empty() ? "empty" : "\"" + text + "\", which is no whole number", info.missing,
+	                 info.unit.empty() ? "1 or 2" : info.unit);
+	// The library leaves commas out: they are taken for those between thousands.
+	findings.addWhen(value && text.find(',') != std::string::npos && kThousands.matched(text).empty(),
+	                 "comma-in-number", name, text, value.value_or(0));
 }
 
 void check(Findings& findings, const std::string& name, const KeyInfo& info)
@@ -67,7 +58,7 @@ void check(Findings& findings, const std::string& name, const KeyInfo& info)
 	}
 	if (info.type == KeyType::integer)
 	{
-		findings.file.integer(name) ? comma(findings, name) : notANumber(findings, name, info);
+		number(findings, name, info);
 	}
 }
 
@@ -98,23 +89,15 @@ void programPaths(Findings& findings, const KeyInfo& info)
 void choice(Findings& findings, const char* name, const char* id)
 {
 	const int value = findings.file.integer(name).value_or(1);
-	if (value != 1 && value != 2)
-	{
-		findings.add(id, name, value);
-	}
+	findings.addWhen(value != 1 && value != 2, id, name, value);
 }
 
 void port(Findings& findings, const char* name)
 {
 	const int value = findings.file.integer(name).value_or(1);
-	if (value == 0)
-	{
-		findings.add("port-out-of-range", name, value, findKey(name)->zero);
-	}
-	else if (value < 0 || value > 65535)
-	{
-		findings.add("port-out-of-range/modulo", name, value, static_cast<unsigned>(value) & 0xFFFFU);
-	}
+	findings.addWhen(value == 0, "port-out-of-range", name, value, findKey(name)->zero);
+	findings.addWhen(value < 0 || value > 65535, "port-out-of-range/modulo", name, value,
+	                 static_cast<unsigned>(value) & 0xFFFFU);
 }
 
 /// A time that must be above zero.
@@ -137,50 +120,29 @@ void times(Findings& findings)
 		pause(findings, name);
 	}
 	const int receiving = findings.file.integer(key::kReceivingTime).value_or(1);
-	if (receiving > kLongReceivingTime)
-	{
-		findings.add("slow-take-over", key::kReceivingTime, receiving, 3LL * (receiving + 1LL));
-	}
+	findings.addWhen(receiving > kLongReceivingTime, "slow-take-over", key::kReceivingTime, receiving,
+	                 3LL * (receiving + 1LL));
 	const int waiting = findings.file.integer(key::kWaitingTime).value_or(0);
-	if (waiting < 0)
-	{
-		findings.add("negative-time/waiting", key::kWaitingTime, waiting, findKey(key::kWaitingTime)->negative);
-	}
-	else if (waiting > kLongWaitingTime)
-	{
-		findings.add("long-waiting-time", key::kWaitingTime, waiting);
-	}
+	findings.addWhen(waiting < 0, "negative-time/waiting", key::kWaitingTime, waiting,
+	                 findKey(key::kWaitingTime)->negative);
+	findings.addWhen(waiting > kLongWaitingTime, "long-waiting-time", key::kWaitingTime, waiting);
 }
 
-/// @return what the library says against a purge age; empty when it takes it
-std::string refusal(const std::string& age)
+void purgeAge(Findings& findings, const std::string& age)
 {
 	try
 	{
 		Poco::AutoPtr<Poco::FileChannel> channel(new Poco::FileChannel);
 		channel->setProperty("purgeAge", age);
-		return {};
 	}
 	catch (const Poco::Exception& reason)
 	{
-		return reason.displayText();
+		findings.add("bad-purge-age", key::kPurgeAge, age, reason.displayText());
+		return;
 	}
-}
-
-void purgeAge(Findings& findings, const std::string& age)
-{
-	if (const std::string why = refusal(age); !why.empty())
-	{
-		findings.add("bad-purge-age", key::kPurgeAge, age, why);
-	}
-	else if (age.empty() || age == "none")
-	{
-		findings.add("logs-kept-for-ever", key::kPurgeAge, age.empty() ? "empty" : age);
-	}
-	else if (age.find("second") != std::string::npos || age.find("minute") != std::string::npos)
-	{
-		findings.add("short-purge-age", key::kPurgeAge, age);
-	}
+	findings.addWhen(age.empty() || age == "none", "logs-kept-for-ever", key::kPurgeAge, age.empty() ? "empty" : age);
+	findings.addWhen(age.find("second") != std::string::npos || age.find("minute") != std::string::npos,
+	                 "short-purge-age", key::kPurgeAge, age);
 }
 
 void numbers(Findings& findings)
@@ -191,24 +153,108 @@ void numbers(Findings& findings)
 	port(findings, key::kPartnerPort);
 	times(findings);
 	const int programs = findings.file.integer(key::kProcessNumber).value_or(1);
-	if (programs <= 0)
-	{
-		findings.add(programs < 0 ? "no-programs/negative" : "no-programs", key::kProcessNumber, programs,
-		             findKey(key::kProcessNumber)->zero);
-	}
+	findings.addWhen(programs <= 0, programs < 0 ? "no-programs/negative" : "no-programs", key::kProcessNumber,
+	                 programs, findKey(key::kProcessNumber)->zero);
 }
 
 void log(Findings& findings)
 {
 	const std::string path = findings.file.text(key::kLogPath).value_or("/");
-	if (!path.starts_with('/'))
-	{
-		findings.add(path.empty() ? "empty-log-path" : "relative-log-path", key::kLogPath, path);
-	}
+	findings.addWhen(!path.starts_with('/'), path.empty() ? "empty-log-path" : "relative-log-path", key::kLogPath,
+	                 path);
 	if (const std::optional<std::string> age = findings.file.text(key::kPurgeAge))
 	{
 		purgeAge(findings, *age);
 	}
+}
+
+/// An asking node drops its ask with the fourth heartbeat of a partner that has
+/// not heard it yet.
+constexpr int kHeartbeatsOfAnAsk = 3;
+/// Missed heartbeats in a row until a standby gives its partner up.
+constexpr int kSilences = 3;
+
+std::string bare(const std::string& key)
+{
+	return key.substr(key.find('.') + 1);
+}
+
+/// "KEY is VALUE here, and OTHER is VALUE in FILE:LINE"
+std::string against(const Findings& here, const std::string& key, const Findings& there, const std::string& other)
+{
+	return bare(key) + " is " + here.valueOf(key) + ", and " + bare(other) + " is " + there.valueOf(other) + " in " +
+	       there.file.path().string() + ":" + std::to_string(there.file.lineOf(other));
+}
+
+/// What one node says of its partner must be what the partner says of itself.
+void mirrors(Findings& here, Findings& there)
+{
+	const std::optional<std::string> address = here.file.text(key::kPartnerIP);
+	const std::optional<std::string> itself = there.file.text(key::kThisServerIP);
+	here.addWhen(address && itself && *address != *itself && *itself != "0.0.0.0", "addresses-not-mirrored",
+	             key::kPartnerIP, against(here, key::kPartnerIP, there, key::kThisServerIP));
+	const std::optional<int> port = here.file.integer(key::kPartnerPort);
+	const std::optional<int> listening = there.file.integer(key::kReceivePort);
+	here.addWhen(port && listening && *port != *listening, "ports-not-mirrored", key::kPartnerPort,
+	             against(here, key::kPartnerPort, there, key::kReceivePort));
+}
+
+/// @return the prefix that the start command gives the virtual IP, as far as its text tells
+std::optional<int> raisedPrefix(const Findings& findings)
+{
+	return commandOf(findings, key::kStartCommand).prefixOf(findings.valueOf(key::kVirtualIP));
+}
+
+/// What belongs to the pair, and not to a node.
+constexpr std::array<std::pair<const char*, const char*>, 5> kAlike{{
+    {key::kVirtualIP, "virtual-ip-differs"},
+    {key::kGatewayIP, "gateways-differ"},
+    {key::kStartCommand, "commands-differ/start"},
+    {key::kStopCommand, "commands-differ/stop"},
+    {key::kKillCommand, "commands-differ/kill"},
+}};
+
+void alike(Findings& own, Findings& partner)
+{
+	// Commands for another address or prefix differ by that, which is reported.
+	const bool sameAddress = own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
+	                         raisedPrefix(own) == raisedPrefix(partner);
+	for (const auto& [key, entry] : kAlike)
+	{
+		const std::string left = own.valueOf(key);
+		const std::string right = partner.valueOf(key);
+		const bool command = findKey(key)->type == KeyType::command;
+		own.addWhen(left != right && (sameAddress || !command) && !left.empty() && !right.empty(), entry, key,
+		            against(own, key, partner, key));
+	}
+}
+
+void programs(Findings& own, Findings& partner)
+{
+	std::vector<std::string> left = own.file.programs();
+	std::vector<std::string> right = partner.file.programs();
+	std::ranges::sort(left);
+	std::ranges::sort(right);
+	own.addWhen(left != right, "programs-differ", key::kProcessNumber, left.size(), right.size());
+}
+
+/// One node's patience against the other one's pace. A time that is missing, zero or negative is reported elsewhere.
+void silence(Findings& here, const Findings& there)
+{
+	const long receiving = here.file.integer(key::kReceivingTime).value_or(0);
+	const long interval = there.file.integer(key::kInterval).value_or(0);
+	const bool below = kSilences * (receiving + 1) <= interval;
+	here.addWhen(receiving > 0 && interval > 0 && receiving < 2 * interval,
+	             below ? "receiving-time-below-interval" : "short-receiving-time/pair", key::kReceivingTime,
+	             against(here, key::kReceivingTime, there, key::kInterval), 2 * interval);
+}
+
+void paces(Findings& own, Findings& partner)
+{
+	const auto [fast, slow] = std::minmax<long>(
+	    {own.file.integer(key::kInterval).value_or(0), partner.file.integer(key::kInterval).value_or(0)});
+	own.addWhen(fast > 0 && slow >= kHeartbeatsOfAnAsk * fast, "paces-differ", key::kInterval,
+	            against(own, key::kInterval, partner, key::kInterval));
 }
 
 } // namespace
@@ -222,10 +268,8 @@ void keys(Findings& findings)
 		const bool next = name.substr(0, name.find('.')) != section;
 		section = name.substr(0, name.find('.'));
 		// Its keys are another one's then, or no one's: one fault. A byte order mark hides the first one.
-		if (next && findings.file.lacksSection(name) && !findings.hasAnywhere("byte-order-mark"))
-		{
-			findings.add("missing-section", {findings.file.path()}, section);
-		}
+		findings.addWhen(next && findings.file.lacksSection(name) && !findings.hasAnywhere("byte-order-mark"),
+		                 "missing-section", Place{findings.file.path()}, section);
 		info.name == key::kProcessPath ? programPaths(findings, info) : check(findings, name, info);
 	}
 	numbers(findings);
@@ -236,10 +280,26 @@ void timing(Findings& findings)
 {
 	const int interval = findings.file.integer(key::kInterval).value_or(0);
 	const int receiving = findings.file.integer(key::kReceivingTime).value_or(0);
-	if (interval > 0 && receiving > 0 && receiving < 2LL * interval)
-	{
-		findings.add("short-receiving-time", key::kReceivingTime, receiving, interval, 2LL * interval);
-	}
+	findings.addWhen(interval > 0 && receiving > 0 && receiving < 2LL * interval, "short-receiving-time",
+	                 key::kReceivingTime, receiving, interval, 2LL * interval);
+}
+
+void pair(Findings& own, Findings& partner)
+{
+	mirrors(own, partner);
+	mirrors(partner, own);
+	const std::optional<int> left = own.file.integer(key::kMode);
+	const std::optional<int> right = partner.file.integer(key::kMode);
+	own.addWhen(left == 1 && right == 1, "two-masters", key::kMode);
+	own.addWhen(left && right && left != 1 && right != 1, "no-master", key::kMode);
+	alike(own, partner);
+	const int here = raisedPrefix(own).value_or(-1);
+	const int there = raisedPrefix(partner).value_or(-1);
+	own.addWhen(here >= 0 && there >= 0 && here != there, "prefix-differs", key::kStartCommand, here, there);
+	programs(own, partner);
+	silence(own, partner);
+	silence(partner, own);
+	paces(own, partner);
 }
 
 } // namespace velarix::ctl::checks

@@ -1,63 +1,33 @@
-#include "ctl/check/Checks.h"
+// Lines that do not do what they look like, and addresses that are none.
 
-#include <algorithm>
 #include <array>
+#include <iterator>
 #include <limits>
-#include <numeric>
-#include <string_view>
-#include <vector>
 
 #include <Poco/Exception.h>
+#include <Poco/Net/IPAddress.h>
 #include <Poco/String.h>
 
+#include "ctl/Nearest.h"
+#include "ctl/check/Checks.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
 {
 
-using namespace inspect;
-
 namespace
 {
 
+/// Some editors begin a file with it. It turns what follows into a key.
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-/// @return how many letters must be changed, added or left out to make one text
-///         of the other
-std::size_t distance(const std::string& left, const std::string& right)
-{
-	std::vector<std::size_t> row(right.size() + 1);
-	std::iota(row.begin(), row.end(), std::size_t{0});
-	for (std::size_t i = 0; i < left.size(); ++i)
-	{
-		std::size_t diagonal = row[0];
-		row[0] = i + 1;
-		for (std::size_t j = 0; j < right.size(); ++j)
-		{
-			const std::size_t change = diagonal + (left[i] == right[j] ? 0 : 1);
-			diagonal = row[j + 1];
-			row[j + 1] = std::min({change, row[j] + 1, row[j + 1] + 1});
-		}
-	}
-	return row[right.size()];
-}
 
 /// @return the known key that is spelled most alike; empty when none is near
 std::string likelyMeant(const std::string& key)
 {
-	constexpr std::size_t kNear = 4;
-	std::string best;
-	std::size_t nearest = kNear + 1;
-	for (const KeyInfo& info : settingsKeys())
-	{
-		const std::size_t far = distance(Poco::toUpper(key), std::string(info.name));
-		if (far < nearest)
-		{
-			nearest = far;
-			best = info.name;
-		}
-	}
-	return best;
+	std::vector<std::string> known;
+	std::ranges::transform(settingsKeys(), std::back_inserter(known),
+	                       [](const KeyInfo& info) { return std::string(info.name); });
+	return nearest(Poco::toUpper(key), known, 4);
 }
 
 bool isComment(const SettingLine& line)
@@ -71,45 +41,6 @@ Place at(const Findings& findings, const SettingLine& line)
 	return {findings.file.path(), line.line};
 }
 
-void unknownKey(Findings& findings, const SettingLine& line)
-{
-	const std::string meant = likelyMeant(line.key);
-	findings.add(meant.empty() ? "unknown-key" : "unknown-key/like", at(findings, line), line.key, meant);
-}
-
-void numberedProgram(Findings& findings, const SettingLine& line)
-{
-	const int number = findings.file.integer(key::kProcessNumber).value_or(std::numeric_limits<int>::max());
-	const std::string digits = line.key.substr(std::string(key::kProcessPath).size());
-	if (digits.size() > 9 || std::stoi(digits) > number)
-	{
-		findings.add("program-not-counted", at(findings, line), line.key, number);
-	}
-}
-
-void repeatedKey(Findings& findings, const SettingLine& line)
-{
-	const SettingLine* counts = findings.file.find(line.key);
-	if (counts != nullptr && counts->line != line.line)
-	{
-		findings.add("repeated-key", at(findings, line), line.key, counts->line);
-	}
-}
-
-/// Some editors begin a file with it. It turns what follows into a key.
-void byteOrderMark(Findings& findings, const SettingLine& line)
-{
-	const bool section = line.key.compare(kByteOrderMark.size(), 1, "[") == 0;
-	findings.add(section ? "byte-order-mark/section" : "byte-order-mark", at(findings, line));
-}
-
-/// @return whether a blank and a comment sign stand in the value
-bool looksCommented(const std::string& value)
-{
-	return std::ranges::any_of(std::array{" ;", "\t;", " #", "\t#"},
-	                           [&](const char* sign) { return value.find(sign) != std::string::npos; });
-}
-
 bool isQuoted(const std::string& value)
 {
 	return value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.front() == value.back();
@@ -118,16 +49,16 @@ bool isQuoted(const std::string& value)
 /// Integers with a comment or quotes behind them are no integers, which is reported there.
 void decoratedValue(Findings& findings, const SettingLine& line, KeyType type)
 {
-	if (type == KeyType::command && isQuoted(line.value) &&
-	    line.value.find(line.value[0], 1) + 1 == line.value.size() && line.value.find(' ') != std::string::npos)
-	{
-		findings.add("quoted-value/command", line.key);
-	}
+	findings.addWhen(type == KeyType::command && isQuoted(line.value) &&
+	                     line.value.find(line.value[0], 1) + 1 == line.value.size() &&
+	                     line.value.find(' ') != std::string::npos,
+	                 "quoted-value/command", line.key);
 	if (type == KeyType::command || type == KeyType::integer)
 	{
 		return;
 	}
-	if (looksCommented(line.value))
+	const auto isIn = [&](const char* sign) { return line.value.find(sign) != std::string::npos; };
+	if (std::ranges::any_of(std::array{" ;", "\t;", " #", "\t#"}, isIn))
 	{
 		// The library reads an address up to the first blank, the agent itself does not.
 		const bool harmless = type == KeyType::address && !sameKey(line.key, key::kVirtualIP);
@@ -147,15 +78,9 @@ void reference(Findings& findings, const SettingLine& line, KeyType type)
 	{
 		return;
 	}
-	if (line.value.find('}', begin) == std::string::npos)
-	{
-		findings.add("reference-not-closed", line.key);
-	}
-	const std::optional<std::string> expanded = findings.file.text(line.key);
-	if (expanded && type != KeyType::command && expanded->find("${") != std::string::npos)
-	{
-		findings.add("reference-to-nothing", line.key);
-	}
+	findings.addWhen(line.value.find('}', begin) == std::string::npos, "reference-not-closed", line.key);
+	findings.addWhen(type != KeyType::command && findings.valueOf(line.key).find("${") != std::string::npos,
+	                 "reference-to-nothing", line.key);
 }
 
 /// It is known in a section that is not there, which is reported as such.
@@ -176,17 +101,23 @@ void value(Findings& findings, const SettingLine& line)
 	const KeyInfo* info = findKey(line.key);
 	if (info == nullptr)
 	{
-		displaced(findings, line) ? void() : unknownKey(findings, line);
+		const std::string meant = likelyMeant(line.key);
+		findings.addWhen(!displaced(findings, line), meant.empty() ? "unknown-key" : "unknown-key/like",
+		                 at(findings, line), line.key, meant);
 		return;
 	}
-	if (findings.file.find(line.key) != &line)
+	if (const SettingLine* counts = findings.file.find(line.key); counts != &line)
 	{
-		repeatedKey(findings, line);
+		const int number = counts == nullptr ? line.line : counts->line;
+		findings.addWhen(number != line.line, "repeated-key", at(findings, line), line.key, number);
 		return;
 	}
 	if (info->name == key::kProcessPath)
 	{
-		numberedProgram(findings, line);
+		const int number = findings.file.integer(key::kProcessNumber).value_or(std::numeric_limits<int>::max());
+		const std::string digits = line.key.substr(std::string(key::kProcessPath).size());
+		findings.addWhen(digits.size() > 9 || std::stoi(digits) > number, "program-not-counted", at(findings, line),
+		                 line.key, number);
 	}
 	decoratedValue(findings, line, info->type);
 	reference(findings, line, info->type);
@@ -213,6 +144,93 @@ bool isPasted(const Findings& findings, const SettingLine& line)
 	return info != nullptr && (info->type == KeyType::integer || info->type == KeyType::address) &&
 	       findings.file.find(key) == &line && withoutPasted(value) != value;
 }
+
+using Poco::Net::IPAddress;
+
+constexpr std::array kAddressKeys{key::kThisServerIP, key::kPartnerIP, key::kGatewayIP, key::kVirtualIP};
+
+/// @return whether a name server or a hosts file could know it
+bool looksLikeAName(const std::string& text)
+{
+	constexpr char kLetters[] = "0123456789.-_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+	return text.find_first_not_of(kLetters) == std::string::npos &&
+	       text.find_first_not_of("0123456789.") != std::string::npos;
+}
+
+/// @return what to write instead: an address with something behind it is common
+std::string withoutRest(const std::string& text)
+{
+	IPAddress address;
+	const std::string front = text.substr(0, text.find_first_of("/:"));
+	return IPAddress::tryParse(front, address) ? "write " + front + " alone" : "write an IPv4 address";
+}
+
+/// @return whether it is an IPv4 address in dots
+bool form(Findings& findings, const std::string& key, const std::string& text)
+{
+	IPAddress parsed;
+	if (text.empty())
+	{
+		findings.add("empty-address", key, emptyEffect(*findKey(key)));
+	}
+	else if (IPAddress::tryParse(text, parsed))
+	{
+		// The library takes "10.1" for 10.0.0.1, and what stands behind a blank for nothing.
+		const bool full = text.substr(0, text.find_first_of(" \t")) == parsed.toString();
+		if (parsed.family() == IPAddress::IPv4 && full)
+		{
+			return true;
+		}
+		findings.add(parsed.family() != IPAddress::IPv4 ? "address-not-ipv4" : "not-an-address/short", key, text,
+		             parsed.toString());
+	}
+	else if (looksLikeAName(text))
+	{
+		const char* entry = key == key::kThisServerIP ? "address-is-a-name/own" : "address-is-a-name";
+		findings.add(key == key::kVirtualIP ? "address-is-a-name/virtual" : entry, key, text);
+	}
+	else
+	{
+		findings.add("not-an-address", key, text,
+		             key == key::kThisServerIP ? emptyEffect(*findKey(key))
+		                                       : "it is never found: no ping is answered and nothing sent there",
+		             withoutRest(text));
+	}
+	return false;
+}
+
+void use(Findings& findings, const std::string& key, const std::string& text)
+{
+	const IPAddress address(text);
+	if (address.isWildcard() && key == key::kThisServerIP)
+	{
+		findings.add("listens-everywhere", key, text);
+	}
+	else if (address.isWildcard() || address.isMulticast() || address.isBroadcast() || address.isLoopback())
+	{
+		const char* entry = address.isLoopback() ? "unusable-address/loopback" : "unusable-address";
+		findings.add(key == key::kThisServerIP ? "unusable-address/own" : entry, key, text);
+	}
+}
+
+struct Clash
+{
+	const char* left;
+	const char* right;
+	const char* effect;
+};
+
+constexpr std::array kClashes{
+    Clash{key::kThisServerIP, key::kPartnerIP, "the node sends its heartbeats to itself and never hears its partner"},
+    Clash{key::kGatewayIP, key::kThisServerIP, "the gateway always answers: a node that is cut off does not notice"},
+    Clash{key::kGatewayIP, key::kPartnerIP,
+          "a dead partner looks like a fault of the own network: the master gives up, and no standby takes over"},
+    Clash{key::kGatewayIP, key::kVirtualIP,
+          "while nobody holds the address the gateway does not answer, so that no standby takes over"},
+    Clash{key::kVirtualIP, key::kThisServerIP,
+          "the address is always there: it is never raised, and the stop command cuts the node off"},
+    Clash{key::kVirtualIP, key::kPartnerIP, "the partner's own address counts as the service's"},
+};
 
 } // namespace
 
@@ -259,18 +277,39 @@ void lines(Findings& findings)
 	{
 		if (line.key.starts_with(kByteOrderMark))
 		{
-			byteOrderMark(findings, line);
+			const bool section = line.key.compare(kByteOrderMark.size(), 1, "[") == 0;
+			findings.add(section ? "byte-order-mark/section" : "byte-order-mark", at(findings, line));
 			continue;
 		}
-		if (!line.assigned && !isComment(line))
-		{
-			findings.add("no-assignment", at(findings, line), line.key);
-		}
+		findings.addWhen(!line.assigned && !isComment(line), "no-assignment", at(findings, line), line.key);
 		if (!isComment(line))
 		{
 			value(findings, line);
 		}
 	}
+}
+
+void addresses(Findings& findings)
+{
+	for (const std::string key : kAddressKeys)
+	{
+		const std::optional<std::string> text = findings.file.text(key);
+		if (text && form(findings, key, *text))
+		{
+			use(findings, key, *text);
+		}
+	}
+	for (const Clash& clash : kClashes)
+	{
+		const std::string both = findings.valueOf(clash.left);
+		findings.addWhen(!both.empty() && both == findings.valueOf(clash.right), "same-address", clash.left,
+		                 clash.right, both, clash.effect);
+	}
+	// The agent looks for the text of the address in the listing of its interfaces.
+	const std::string address = findings.valueOf(key::kVirtualIP);
+	const std::string own = findings.valueOf(key::kThisServerIP);
+	findings.addWhen(!address.empty() && own != address && own.find(address) != std::string::npos,
+	                 "address-inside-another", key::kVirtualIP, address, own + ", an address of this node");
 }
 
 } // namespace velarix::ctl::checks

@@ -2,21 +2,14 @@
 
 #include "ctl/check/Checks.h"
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include <Poco/Net/IPAddress.h>
 
-#include "inspect/Host.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/Tunnel.h"
 
 namespace velarix::ctl::checks
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -185,7 +178,8 @@ void listing(Findings& findings, const std::vector<Address>& addresses)
 			// The text of the node's own address is looked at without the machine too.
 			if (address.listed && text != wanted && text != own && text.find(wanted) != std::string::npos)
 			{
-				addressInside(findings, wanted, text + ", which \"ifconfig\" lists on " + address.interface);
+				findings.add("address-inside-another", key::kVirtualIP, wanted,
+				             text + ", which \"ifconfig\" lists on " + address.interface);
 				return;
 			}
 		}
@@ -278,10 +272,8 @@ void network(Findings& findings, const std::vector<Address>& addresses, bool rea
 		    "its answers say nothing about the communication network: when that breaks the master does not notice, "
 		    "and when the other one breaks the master gives up");
 		const std::string gateway = findings.valueOf(key::kGatewayIP);
-		if (there && !host::answersPing(gateway, kPings).value_or(true))
-		{
-			findings.add("gateway-silent", key::kGatewayIP, gateway);
-		}
+		findings.addWhen(there && !host::answersPing(gateway, kPings).value_or(true), "gateway-silent", key::kGatewayIP,
+		                 gateway);
 	}
 }
 

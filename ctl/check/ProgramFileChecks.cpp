@@ -1,19 +1,15 @@
 #include "ctl/check/Checks.h"
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <system_error>
-#include <vector>
 
 #include <elf.h>
 #include <sys/stat.h>
 
 #include "ctl/Keeper.h"
-#include "inspect/Host.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Names.h"
 #include "inspect/Pattern.h"
@@ -21,8 +17,6 @@
 
 namespace velarix::ctl::checks
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -130,7 +124,8 @@ public:
 		}
 		else
 		{
-			rights(facts);
+			addWhen((facts.mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0, "program-not-executable");
+			addWhen(facts.noExec, "program-on-noexec");
 			content();
 		}
 	}
@@ -141,16 +136,9 @@ private:
 		m_findings.add(entry, m_place, m_file, m_effect, values...);
 	}
 
-	void rights(const FileFacts& facts)
+	template <typename... Values> void addWhen(bool is, const char* entry, const Values&... values)
 	{
-		if ((facts.mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0)
-		{
-			add("program-not-executable");
-		}
-		if (facts.noExec)
-		{
-			add("program-on-noexec");
-		}
+		m_findings.addWhen(is, entry, m_place, m_file, m_effect, values...);
 	}
 
 	void content()
@@ -285,10 +273,7 @@ private:
 			add("wrapper-of-another-name", program, shown, m_name);
 			return;
 		}
-		if (isService(last, program))
-		{
-			add("wrapper-without-exec", program, m_name, shown);
-		}
+		addWhen(isService(last, program), "wrapper-without-exec", program, m_name, shown);
 	}
 
 	/// It is no word of the shell, and no everyday tool.

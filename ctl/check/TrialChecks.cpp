@@ -3,10 +3,6 @@
 
 #include "ctl/check/Checks.h"
 
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include <Poco/Net/IPAddress.h>
 
 #include "inspect/HostTrial.h"
@@ -98,10 +94,8 @@ private:
 
 	void start(const CommandRun& run, const std::vector<Address>& before)
 	{
-		if (ends(kStartRole, run) && !run.output.empty())
-		{
-			m_findings.add("start-command-prints", kStartRole.key, firstLine(run.output));
-		}
+		m_findings.addWhen(ends(kStartRole, run) && !run.output.empty(), "start-command-prints", kStartRole.key,
+		                   firstLine(run.output));
 		const Address* raised = find(run.addresses, m_address);
 		if (raised != nullptr)
 		{
@@ -122,12 +116,9 @@ private:
 		const auto other =
 		    std::ranges::find_if(run.addresses, [&](const Address& address)
 		                         { return address.interface != "lo" && find(before, address.address) == nullptr; });
-		if (other != run.addresses.end())
-		{
-			m_findings.add("another-address-raised/tried", kStartRole.key, other->address, m_address);
-			return;
-		}
-		m_findings.add("raises-nothing", kStartRole.key, m_address, reason(run));
+		other != run.addresses.end()
+		    ? m_findings.add("another-address-raised/tried", kStartRole.key, other->address, m_address)
+		    : m_findings.add("raises-nothing", kStartRole.key, m_address, reason(run));
 	}
 
 	void placed(const Address& raised, const std::vector<Address>& before)
@@ -139,14 +130,9 @@ private:
 			m_findings.add("label-of-another-interface", kStartRole.key, raised.label);
 			return;
 		}
-		if (raised.interface != kServiceInterface)
-		{
-			m_findings.add("another-interface", kStartRole.key, raised.interface);
-		}
-		if (!raised.listed)
-		{
-			m_findings.add("address-without-label", kStartRole.key);
-		}
+		m_findings.addWhen(raised.interface != kServiceInterface, "another-interface", kStartRole.key,
+		                   raised.interface);
+		m_findings.addWhen(!raised.listed, "address-without-label", kStartRole.key);
 	}
 
 	/// @param raised how the start command raises the address; null when it does not,
@@ -170,24 +156,16 @@ private:
 	void killed(const CommandRun& run, const Address* raised)
 	{
 		ends(kKillRole, run);
-		if (run.end == RunEnd::ended && !run.output.empty())
-		{
-			m_findings.add("kill-command-prints", kKillRole.key, firstLine(run.output));
-		}
+		m_findings.addWhen(run.end == RunEnd::ended && !run.output.empty(), "kill-command-prints", kKillRole.key,
+		                   firstLine(run.output));
 		if (keeps(kKillRole, run, raised))
 		{
 			m_findings.add("kill-keeps-address", kKillRole.key, reason(run), written(*raised));
 		}
-		survivor(run);
-	}
-
-	void survivor(const CommandRun& run)
-	{
-		if (run.end == RunEnd::ended && run.programStarted && !run.programEnded &&
-		    !m_findings.has("kill-by-name", kKillRole.key) && !m_findings.has("missing-tool", kKillRole.key))
-		{
-			m_findings.add("kills-nothing", kKillRole.key, reason(run));
-		}
+		m_findings.addWhen(run.end == RunEnd::ended && run.programStarted && !run.programEnded &&
+		                       !m_findings.has("kill-by-name", kKillRole.key) &&
+		                       !m_findings.has("missing-tool", kKillRole.key),
+		                   "kills-nothing", kKillRole.key, reason(run));
 	}
 
 	static std::string written(const Address& raised)

@@ -1,26 +1,69 @@
-// Who may change what root runs, from the root directory down.
+// What root runs: whether it is there, and who may change it, from the root directory down; the service's own
+// options and notifiers, of which those that do not fit are passed over in silence.
 
-#include "ctl/check/Checks.h"
-
+#include <array>
 #include <set>
-#include <string>
+#include <sstream>
 #include <system_error>
 
 #include <pwd.h>
 #include <sys/stat.h>
 
-#include "inspect/Host.h"
+#include "ctl/check/Checks.h"
+#include "ctl/notify/Notifiers.h"
+#include "inspect/ExitCode.h"
+#include "inspect/InputFile.h"
+#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
 {
 
-using namespace inspect;
+namespace fs = std::filesystem;
+
+bool isExecutable(const fs::path& file)
+{
+	const host::FileFacts facts = host::fileFacts(file);
+	return facts.kind == host::FileKind::regular && (facts.mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
+}
+
+fs::path toolPath(const Paths& paths, const std::string& tool)
+{
+	/// Where the service finds its tools.
+	constexpr std::array kDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin", "/usr/bin", "/sbin", "/bin"};
+	if (tool.find('/') != std::string::npos)
+	{
+		return isExecutable(paths.below(tool)) ? paths.below(tool) : fs::path();
+	}
+	for (const char* directory : kDirectories)
+	{
+		fs::path file = paths.below(fs::path(directory) / tool);
+		if (isExecutable(file))
+		{
+			return file;
+		}
+	}
+	return {};
+}
 
 namespace
 {
 
-namespace fs = std::filesystem;
+void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& reported, const char* key,
+               const char* effect)
+{
+	for (const std::string& tool : commandOf(findings, key).programs())
+	{
+		if (toolPath(paths, tool).empty() && reported.insert(tool).second)
+		{
+			const bool there =
+			    tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
+			const char* entry = there ? "missing-tool/rights" : "missing-tool/command";
+			findings.add(tool == "arping" ? "missing-tool/arping" : entry, key, tool, effect);
+		}
+	}
+}
+
 using host::FileFacts;
 using host::FileKind;
 
@@ -94,17 +137,11 @@ private:
 			return; // reported where the path itself is looked at
 		}
 		const Place place = use.key.empty() ? Place{path} : m_findings.at(use.key);
-		if (open && !sticky)
-		{
-			m_findings.add(use.severity, directory ? "writable-directory" : "writable-program", place, path,
-			               use.effect);
-		}
+		m_findings.addWhen(open && !sticky, use.severity, directory ? "writable-directory" : "writable-program", place,
+		                   path, use.effect);
 		// Another system's owners are numbers of that system.
-		if (facts.owner != 0 && !m_paths.elsewhere())
-		{
-			m_findings.add(use.severity, directory ? "directory-owner" : "program-owner", place, path, use.effect,
-			               facts.owner);
-		}
+		m_findings.addWhen(facts.owner != 0 && !m_paths.elsewhere(), use.severity,
+		                   directory ? "directory-owner" : "program-owner", place, path, use.effect, facts.owner);
 	}
 
 	Findings& m_findings;
@@ -112,7 +149,50 @@ private:
 	std::set<fs::path> m_seen;
 };
 
+constexpr char kDefaults[] = "/etc/default/velarix-ha";
+
+struct Option
+{
+	const char* name;
+	/// What its value matches.
+	const char* values;
+	const char* listed;
+};
+
+constexpr std::array kOptions{
+    Option{"VELARIX_ON_STOP", "leave|release|handover", "leave, release or handover"},
+    Option{"VELARIX_HANDOVER_TIMEOUT", "[1-9][0-9]?|100", "seconds from 1 to 100"},
+    Option{"VELARIX_PARTNER_SSH", ".*", "a target of ssh"},
+};
+
+void option(Findings& findings, const std::filesystem::path& file, int line, const std::string& name,
+            const std::string& value)
+{
+	const auto known = std::ranges::find(kOptions, name, &Option::name);
+	if (known != kOptions.end() && !Pattern(known->values).matched(value).empty())
+	{
+		return;
+	}
+	known == kOptions.end() ? findings.add("bad-service-option/unknown", {file, line}, name)
+	                        : findings.add("bad-service-option", {file, line}, name, value, known->listed);
+}
+
 } // namespace
+
+void tools(Findings& findings, const Paths& paths)
+{
+	for (const std::string entry :
+	     {"missing-tool/sh", "missing-tool/cat", "missing-tool/chmod", "missing-tool/ifconfig"})
+	{
+		findings.addWhen(toolPath(paths, entry.substr(entry.find('/') + 1)).empty(), entry,
+		                 Place{findings.file.path()});
+	}
+	std::set<std::string> reported;
+	ofCommand(findings, paths, reported, key::kStartCommand, "the address may not be raised");
+	ofCommand(findings, paths, reported, key::kStopCommand, "the address may not be dropped");
+	ofCommand(findings, paths, reported, key::kKillCommand,
+	          "the programs may not be killed: after a failover they run on both nodes");
+}
 
 void trust(Findings& findings, const Paths& paths)
 {
@@ -157,6 +237,47 @@ void trust(Findings& findings, const Paths& paths)
 		            .severity = Severity::warning,
 		            .effect = "whoever may write there can turn what root logs into another file",
 		            .open = S_IWOTH});
+	}
+}
+
+void service(Findings& findings, const Paths& paths)
+{
+	static const Pattern kAssignment(R"(\s*(?:export\s+)?(VELARIX_\w*)\s*=\s*["']?([^"'\s#]*).*)");
+	const std::filesystem::path file = paths.below(kDefaults);
+	if (host::fileFacts(file).kind == host::FileKind::missing)
+	{
+		return;
+	}
+	std::istringstream lines(findings.read(file).value_or(""));
+	int number = 0;
+	for (std::string line; std::getline(lines, line);)
+	{
+		++number;
+		if (const Pattern::Groups found = kAssignment.matched(line); !found.empty())
+		{
+			option(findings, file, number, found[1], found[2]);
+		}
+	}
+}
+
+void notifiers(Findings& findings, const Paths& paths)
+{
+	namespace fs = std::filesystem;
+	const fs::path directory = paths.belowIfAny("/etc/velarix-ha/notify.d");
+	const std::vector<notify::Notifier> all = notify::notifiersIn(directory);
+	std::error_code error;
+	for (const fs::directory_entry& entry : fs::directory_iterator(directory, error))
+	{
+		const std::string name = entry.path().filename();
+		const auto found = std::ranges::find(all, name, &notify::Notifier::name);
+		// A package's or an editor's copy is left out on purpose.
+		if (name.starts_with('.') || name.ends_with('~') || name.find(".dpkg-") != std::string::npos ||
+		    (found != all.end() && (found->refused.empty() || paths.elsewhere())))
+		{
+			continue;
+		}
+		found != all.end() ? findings.add("notifier-not-run/refused", {entry.path()}, found->refused)
+		                   : findings.add("notifier-not-run", {entry.path()});
 	}
 }
 

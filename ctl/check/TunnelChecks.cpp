@@ -1,27 +1,77 @@
-// The WireGuard tunnel of the heartbeats: its files, and what this machine has of it.
+// The packet filter beside the settings, which its unit loads with the agent, and the WireGuard tunnel of the
+// heartbeats: its files, and what this machine has of it.
 
-#include "ctl/check/Checks.h"
-
-#include <string>
+#include <array>
+#include <set>
 
 #include <Poco/String.h>
+#include <Poco/StringTokenizer.h>
 
+#include "ctl/check/Checks.h"
+#include "ctl/init/NodeFiles.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
+#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/Tunnel.h"
 
 namespace velarix::ctl::checks
 {
 
-using namespace inspect;
-
 namespace
 {
 
 namespace fs = std::filesystem;
+
+constexpr char kDirectory[] = "/usr/velarix/bin/ini";
+constexpr std::array<std::pair<std::string_view, const char*>, 5> kDefines{{
+    {"port", key::kReceivePort},
+    {"address", key::kThisServerIP},
+    {"partner", key::kPartnerIP},
+    {"gateway", key::kGatewayIP},
+    {"virtual_ip", key::kVirtualIP},
+}};
+
+/// @return the value of a setting; empty for none, which has a finding of its own
+std::string wanted(const Findings& findings, const std::string& key)
+{
+	if (key == key::kReceivePort)
+	{
+		return std::to_string(findings.file.integer(key).value_or(0));
+	}
+	const std::string text = findings.valueOf(key);
+	return isVirtualAddress(text) ? text : "";
+}
+
+/// What init's file defines; rules of the operator's own without these are not judged.
+void values(Findings& findings, const fs::path& file, const std::string& rules)
+{
+	static const inspect::Pattern kLine(R"((?:^|\n)[ \t]*define (\w+) = ([^#\n$/]+))");
+	std::string what;
+	std::set<std::string> wrong;
+	for (const inspect::Pattern::Groups& line : kLine.all(rules))
+	{
+		const auto define = std::ranges::find(kDefines, line.at(1), &std::pair<std::string_view, const char*>::first);
+		const std::string value = define == kDefines.end() ? "" : wanted(findings, define->second);
+		// It may be a set.
+		const Poco::StringTokenizer words(line.at(2), " \t{},");
+		if (!value.empty() && !words.has(value))
+		{
+			what += (what.empty() ? "" : ", ") + std::string(define->second) + " is " + value + " and not " +
+			        Poco::trim(line.at(2));
+			wrong.insert(define->second);
+		}
+	}
+	if (!what.empty())
+	{
+		const bool blocks = wrong.contains(key::kThisServerIP) || wrong.contains(key::kPartnerIP);
+		const char* open =
+		    wrong.contains(key::kReceivePort) ? "firewall-of-other-settings/port" : "firewall-of-other-settings";
+		findings.add(blocks ? "firewall-of-other-settings/blocks" : open, {file}, what);
+	}
+}
 
 constexpr std::chrono::seconds kClockSlack{2};
 
@@ -37,15 +87,11 @@ void keys(Findings& findings, const fs::path& directory)
 	isMissing(key) ? findings.add("tunnel-key-missing", {key}) : void();
 	isMissing(partner) ? findings.add("tunnel-key-missing/partner", {partner}) : void();
 	const host::FileFacts facts = host::fileFacts(key);
-	if ((facts.mode & 077U) != 0 || facts.owner != 0)
-	{
-		findings.add("tunnel-key-open", {key});
-	}
+	findings.addWhen((facts.mode & 077U) != 0 || facts.owner != 0, "tunnel-key-open", Place{key});
 	const fs::path own = directory / kTunnelPublicKey;
-	if (host::user() == 0 && !isMissing(partner) && !isMissing(own) && readInputFile(own) == readInputFile(partner))
-	{
-		findings.add("tunnel-own-key", {partner});
-	}
+	findings.addWhen(host::user() == 0 && !isMissing(partner) && !isMissing(own) &&
+	                     readInputFile(own) == readInputFile(partner),
+	                 "tunnel-own-key", Place{partner});
 }
 
 void outside(Findings& findings, const TunnelSettings& tunnel, const fs::path& file)
@@ -60,10 +106,9 @@ void outside(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 		findings.notChecked("the tunnel's rules and handshake", "only root may ask");
 		return;
 	}
-	if (!protectTunnel(host::tunnelRules(), tunnel, findings.valueOf(key::kReceivePort), kCommunicationInterface))
-	{
-		findings.add("tunnel-rules", {file});
-	}
+	findings.addWhen(
+	    !protectTunnel(host::tunnelRules(), tunnel, findings.valueOf(key::kReceivePort), kCommunicationInterface),
+	    "tunnel-rules", Place{file});
 }
 
 /// @return whether a handshake has been made with the keys that are in place (packaging/tunnel)
@@ -132,6 +177,31 @@ void session(Findings& findings, const TunnelSettings& tunnel, const fs::path& f
 
 } // namespace
 
+void firewall(Findings& findings, const Paths& paths)
+{
+	const fs::path file = findings.file.path() == paths.settings
+	                          ? paths.belowIfAny(fs::path(kDirectory) / kFirewallFile)
+	                          : findings.file.path().parent_path() / kFirewallFile;
+	if (host::fileFacts(file).kind != host::FileKind::regular)
+	{
+		return;
+	}
+	const std::optional<std::string> rules = findings.read(file);
+	if (!rules)
+	{
+		return;
+	}
+	values(findings, file, *rules);
+	if (toolPath(paths, "nft").empty())
+	{
+		findings.add("firewall-without-nft", {file});
+	}
+	else if (const std::string refusal = paths.elsewhere() ? "" : host::rulesRefusal(file); !refusal.empty())
+	{
+		findings.add("firewall-broken", {file}, refusal);
+	}
+}
+
 void tunnelFiles(Findings& findings)
 {
 	const fs::path file = findings.file.path().parent_path() / kTunnelFile;
@@ -140,15 +210,11 @@ void tunnelFiles(Findings& findings)
 	{
 		return;
 	}
-	if (tunnel->address != findings.file.text(key::kThisServerIP) ||
-	    tunnel->partner != findings.file.text(key::kPartnerIP) || tunnel->endpoint.empty() || tunnel->port.empty())
-	{
-		findings.add("tunnel-not-used", {file});
-	}
-	if (tunnel->keepalive != "1")
-	{
-		findings.add("tunnel-keepalive", {file});
-	}
+	findings.addWhen(tunnel->address != findings.file.text(key::kThisServerIP) ||
+	                     tunnel->partner != findings.file.text(key::kPartnerIP) || tunnel->endpoint.empty() ||
+	                     tunnel->port.empty(),
+	                 "tunnel-not-used", Place{file});
+	findings.addWhen(tunnel->keepalive != "1", "tunnel-keepalive", Place{file});
 	keys(findings, file.parent_path());
 }
 

@@ -8,19 +8,12 @@
 /// master, so nothing has moved.
 #pragma once
 
-#include <chrono>
-#include <string>
-#include <vector>
-
-#include "ctl/Context.h"
+#include "ctl/Program.h"
 #include "ctl/status/Judgement.h"
-#include "ctl/status/NodeState.h"
 #include "inspect/HostProcesses.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 /// What it would do, and why it may not be done.
 struct HandOverPlan

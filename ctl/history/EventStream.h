@@ -2,14 +2,9 @@
 /// one order.
 #pragma once
 
-#include <filesystem>
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "ctl/history/History.h"
 #include "ctl/history/KeeperLog.h"
+#include "inspect/LogLine.h"
 #include "inspect/LogReader.h"
 #include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
@@ -73,5 +68,11 @@ private:
 	void note(const KeeperEvent& event);
 	Event withKeeper(Event event) const;
 };
+
+/// A span before now ("90s", "15m", "2h", "1d12h", "2 weeks"), a local date
+/// ("2026-11-21", "2026-11-21 09:07", "2026-11-21T09:07:05"; with a "Z" at its
+/// end UTC), a local time of today ("09:07"), "today" or "yesterday".
+/// @return empty when it is none of these, or before the year 1970
+std::optional<Instant> parseSince(std::string_view text, Instant now);
 
 } // namespace velarix::ctl

@@ -1,10 +1,8 @@
 #include "ctl/history/Explain.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <iterator>
-#include <optional>
 #include <set>
 #include <utility>
 
@@ -119,6 +117,16 @@ bool takesLines(const CatalogueRow& row)
 	return row.text.find('\n') != std::string_view::npos || row.text.ends_with("%s");
 }
 
+std::vector<Explanation> all(const std::vector<const CatalogueRow*>& rows)
+{
+	std::vector<Explanation> explanations;
+	std::ranges::transform(rows, std::back_inserter(explanations),
+	                       [](const CatalogueRow* row) {
+		                       return Explanation{row, false};
+	                       });
+	return explanations;
+}
+
 /// What a line of events may have before the regular expression takes too long.
 constexpr std::size_t kLongestLine = 256;
 
@@ -151,11 +159,7 @@ std::vector<Explanation> explainWord(std::string_view message)
 
 std::vector<Explanation> explain(std::string_view message)
 {
-	std::vector<Explanation> explanations;
-	for (const CatalogueRow* row : explainKeeper(message))
-	{
-		explanations.push_back({row, false});
-	}
+	std::vector<Explanation> explanations = all(explainKeeper(message));
 	if (!explanations.empty())
 	{
 		std::ranges::copy(explainWord(message), std::back_inserter(explanations));
@@ -178,15 +182,8 @@ std::vector<Explanation> explain(std::string_view message)
 	{
 		return {{row, false}};
 	}
-	if (explanations = explainWord(message); !explanations.empty())
-	{
-		return explanations;
-	}
-	for (const CatalogueRow* row : findByText(message))
-	{
-		explanations.push_back({row, false});
-	}
-	return explanations;
+	explanations = explainWord(message);
+	return explanations.empty() ? all(findByText(message)) : explanations;
 }
 
 std::string whyUnknown(std::string_view message)

@@ -67,10 +67,13 @@ History::History(Sink sink, Commands commands, LastMove lastMove)
 void History::feed(const LogLine& line)
 {
 	m_line = &line;
-	if (!line.hasHead() || !readTime())
+	// A message without a date happened when the one before did.
+	const std::optional<Instant> time = line.time ? line.time : m_snapshot.lastMessage;
+	if (!line.hasHead() || !time)
 	{
 		return;
 	}
+	m_now = *time;
 	noteAgent();
 	noteGap();
 	m_snapshot.lastMessage = m_now;
@@ -83,14 +86,6 @@ void History::feed(const LogLine& line)
 	{
 		noteError();
 	}
-}
-
-/// A message without a date happened when the one before did.
-bool History::readTime()
-{
-	const std::optional<Instant> time = m_line->time ? m_line->time : m_snapshot.lastMessage;
-	m_now = time.value_or(Instant());
-	return time.has_value();
 }
 
 void History::noteGap()

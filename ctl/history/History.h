@@ -5,16 +5,13 @@
 /// of files, settings, processes or the present time: whether the log is fresh
 /// and its agent alive is for the caller to find out.
 ///
-/// The messages that matter are in one table (HistoryTable.cpp), place by place
+/// The messages that matter are in one table (HistoryService.cpp), place by place
 /// with what is done at it. Roles are taken from the receiver's messages alone:
 /// it changes them, the other workers only read them, a little early or late.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <set>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "ctl/history/Events.h"
@@ -94,7 +91,6 @@ private:
 	std::map<std::string, std::pair<std::string, Instant>> m_errors;
 
 	// History.cpp
-	bool readTime();
 	void noteGap();
 	void noteAgent();
 	bool startsAnew() const;
@@ -138,7 +134,6 @@ private:
 	void endAsk(EventKind kind);
 	void answerSeen();
 
-	// HistoryPartner.cpp
 	void found(Fault fault, std::string detail = {});
 	void gone(Fault fault, std::string detail = {});
 	FaultState& state(Fault fault) { return m_snapshot.faults[static_cast<std::size_t>(fault)]; }

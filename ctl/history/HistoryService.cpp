@@ -1,3 +1,5 @@
+// Address and programs, and the table of what is done at which message.
+
 #include <algorithm>
 
 #include "ctl/history/History.h"
@@ -220,6 +222,109 @@ void History::programsCounted()
 	{
 		gone(Fault::programs);
 	}
+}
+
+/// What is done at which message, by the line's number in each source file.
+struct HistoryTable
+{
+	using M = History;
+
+	struct Row
+	{
+		std::string_view label;
+		int number;
+		Handler handler;
+	};
+
+	static constexpr std::string_view kAgent = "CAgent";
+	static constexpr std::string_view kReceiver = "CHeartReciver";
+	static constexpr std::string_view kSender = "CHeartSender";
+	static constexpr std::string_view kChecker = "ProcessChecker";
+	static constexpr std::string_view kService = "Utill";
+
+	static constexpr std::array kRows{
+	    Row{kAgent, 25, [](M& m) { m.expectStop(Cause::agentStart); }},
+	    Row{kReceiver, 79, [](M& m) { m.serverError(); }},
+	    Row{kReceiver, 94, [](M& m) { m.passBegins(); }},
+	    Row{kReceiver, 99, [](M& m) { m.tell(m.m_snapshot.networkOk, false); }},
+	    Row{kReceiver, 106, [](M& m) { m.givesUpWithoutPrograms(); }},
+	    Row{kReceiver, 146, [](M& m) { m.nobodyConnected(); }},
+	    Row{kReceiver, 150, [](M& m) { m.m_snapshot.silences = 0; }},
+	    Row{kReceiver, 164, [](M& m) { m.heartbeatReceived(); }},
+	    Row{kReceiver, 182, [](M& m) { m.found(Fault::communicationInterface); }},
+	    Row{kReceiver, 185, [](M& m) { m.gone(Fault::communicationInterface); }},
+	    Row{kReceiver, 189,
+	        [](M& m) { m.countSilence(m.behind("Reciver : nReceiveFailCount[").starts_with('1') ? 1 : 2); }},
+	    Row{kReceiver, 192, [](M& m) { m.countSilence(3); }},
+	    Row{kReceiver, 196, [](M& m) { m.found(Fault::communicationInterface); }},
+	    Row{kReceiver, 201, [](M& m) { m.found(Fault::heartbeats); }},
+	    Row{kReceiver, 215, [](M& m) { m.takesOver(Cause::partnerSilent); }},
+	    Row{kReceiver, 218, [](M& m) { m.takesOver(Cause::partnerSilent); }},
+	    Row{kReceiver, 246, [](M& /*said at 164*/) {}},
+	    Row{kReceiver, 252, [](M& /*said at 164*/) {}},
+	    Row{kReceiver, 278, [](M& m) { m.judged(true); }},
+	    Row{kReceiver, 282, [](M& m) { m.bothMasters(true); }},
+	    Row{kReceiver, 287, [](M& m) { m.judged(true); }},
+	    Row{kReceiver, 319, [](M& m) { m.judged(false); }},
+	    Row{kReceiver, 324, [](M& m) { m.bothMasters(false); }},
+	    Row{kReceiver, 329, [](M& m) { m.judged(true); }},
+	    Row{kReceiver, 350, [](M& m) { m.answerSeen(); }},
+	    Row{kReceiver, 368, [](M& m) { m.tell(m.m_snapshot.networkOk, true), m.endAsk(EventKind::askAnswered); }},
+	    Row{kReceiver, 389, [](M& m) { m.tell(m.m_snapshot.networkOk, false), m.endAsk(EventKind::askAnswered); }},
+	    Row{kReceiver, 403, [](M& m) { m.judged(true); }},
+	    // The ask field of a standby's heartbeat is looked at only when this node does not
+	    // ask, or has counted the last heartbeat that it waits for.
+	    Row{kReceiver, 411, [](M& m) { m.judged(true), m.endAsk(EventKind::askUnanswered); }},
+	    Row{kReceiver, 414, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
+	    Row{kReceiver, 418, [](M& m) { m.bothSlaves(); }},
+	    Row{kReceiver, 429, [](M& m) { m.judged(false); }},
+	    Row{kReceiver, 434, [](M& m) { m.judged(false), m.endAsk(EventKind::askUnanswered); }},
+	    Row{kReceiver, 440, [](M& m) { m.judged(false); }},
+	    Row{kReceiver, 443, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
+	    Row{kReceiver, 447, [](M& m) { m.bothSlaves(); }},
+	    Row{kReceiver, 470, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
+	    Row{kReceiver, 473, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
+	    Row{kReceiver, 480, [](M& m) { m.leavesForConfiguredRole(); }},
+	    Row{kReceiver, 505, [](M& m) { m.judgedAs(Role::master); }},
+	    Row{kReceiver, 508, [](M& m) { m.lost(Fault::gateway, Cause::gatewaySilent); }},
+	    Row{kReceiver, 509, [](M& m) { m.givesUp(); }},
+	    Row{kReceiver, 516, [](M& m) { m.lost(Fault::serviceAddress, Cause::serviceAddressSilent); }},
+	    Row{kReceiver, 517, [](M& m) { m.givesUp(); }},
+	    Row{kReceiver, 524, [](M& m) { m.lost(Fault::serviceInterface, Cause::serviceInterfaceDown); }},
+	    Row{kReceiver, 525, [](M& m) { m.givesUpAndAsks(); }},
+	    Row{kReceiver, 538, [](M& m) { m.judgedAs(Role::slave); }},
+	    Row{kReceiver, 549, [](M& m) { m.takesOver(Cause::partnerAndServiceSilent); }},
+	    Row{kReceiver, 564, [](M& m) { m.gone(Fault::programs); }},
+	    Row{kReceiver, 567, [](M& m) { m.found(Fault::programs); }},
+	    Row{kSender, 79, [](M& m) { m.partnerRefuses(); }},
+	    Row{kSender, 124, [](M& m) { m.heartbeatSent(); }},
+	    Row{kChecker, 103, [](M& m) { m.programsCounted(); }},
+	    Row{kService, 48, [](M& m) { m.expectStop(Cause::takeOver); }},
+	    Row{kService, 62, [](M& m) { m.m_agent.scriptBegun = m.m_now; }},
+	    Row{kService, 78, [](M& m) { m.scriptWasRun(); }},
+	    Row{kService, 432, [](M& m) { m.addressFailed(); }},
+	    Row{kService, 496, [](M& m) { m.addressPinged(); }},
+	    Row{kService, 504, [](M& m) { m.m_agent.addressError = oneLine(m.behind("set virtual ip failed: ")); }},
+	    Row{kService, 573, [](M& m) { m.commandRun(); }},
+	    Row{kService, 668, [](M& m) { m.addressUp("listed"); }},
+	    Row{kService, 680, [](M& m) { m.addressNotListed(); }},
+	    Row{kService, 760, [](M& m) { m.gone(Fault::partnerAddress); }},
+	    Row{kService, 766, [](M& m) { m.probeError(); }},
+	    Row{kService, 768, [](M& m) { m.unanswered(Fault::partnerAddress); }},
+	    Row{kService, 783, [](M& m) { m.gone(Fault::gateway); }},
+	    Row{kService, 789, [](M& m) { m.probeError(); }},
+	    Row{kService, 791, [](M& m) { m.unanswered(Fault::gateway); }},
+	    Row{kService, 807, [](M& m) { m.gone(Fault::serviceAddress); }},
+	    Row{kService, 814, [](M& m) { m.probeError(); }},
+	    Row{kService, 817, [](M& m) { m.unanswered(Fault::serviceAddress); }},
+	};
+};
+
+Handler handlerOf(std::string_view label, int number)
+{
+	const auto* const row = std::ranges::find_if(HistoryTable::kRows, [&](const HistoryTable::Row& one)
+	                                             { return one.number == number && one.label == label; });
+	return row == HistoryTable::kRows.end() ? nullptr : row->handler;
 }
 
 } // namespace velarix::ctl

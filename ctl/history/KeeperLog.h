@@ -1,14 +1,11 @@
 /// What the keeper has reported (keeper/Runtime.h), beside what the agent's log tells.
 #pragma once
 
-#include <cstddef>
 #include <filesystem>
 #include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
+#include "ctl/Program.h"
+#include "ctl/history/Events.h"
 #include "inspect/Catalogue.h"
 #include "inspect/LineStream.h"
 #include "inspect/LogReader.h"
@@ -16,13 +13,26 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
+/// What an administrator does to a node with velarixctl. The agent's log tells of its effects
+/// alone, so it is put beside the keeper's events (keeper.log).
+/// In the place of a program of the keeper's.
+inline constexpr std::string_view kOperator = "velarixctl";
+/// The words of its lines.
+inline constexpr std::string_view kSwitchover = "switchover";
+inline constexpr std::string_view kMaintenanceOn = "maintenance-on";
+inline constexpr std::string_view kMaintenanceOff = "maintenance-off";
+
+/// Adds a line, and who called. What cannot be written keeps nothing from being done: it is complained of.
+void recordAct(const Context& context, std::string_view word, const std::string& detail);
+
+/// What the end of the log tells of switchovers; a log that cannot be read tells of none.
+LastMove movesIn(const std::filesystem::path& keeperLog);
 
 struct KeeperEvent
 {
 	Instant time;
 	long process = 0;
-	/// "ha-web"; kOperator for what an administrator did (OperatorLog.h)
+	/// "ha-web"; kOperator for what an administrator did
 	std::string program;
 	/// The keeper's word: "raised".
 	std::string word;

@@ -140,11 +140,6 @@ void askServices(Answers& answers, std::istream& in, std::ostream& out)
 	}
 }
 
-std::string programFault(const std::string& path)
-{
-	return path.starts_with('/') && !path.ends_with('/') ? "" : "no absolute path of a program: \"" + path + "\"";
-}
-
 } // namespace
 
 std::string_view textOf(NodeName node)
@@ -260,7 +255,8 @@ std::vector<std::string> faults(const Answers& answers)
 	}
 	for (const std::string& program : answers.programs)
 	{
-		tell(kProgramsOption, programFault(program));
+		const bool whole = program.starts_with('/') && !program.ends_with('/');
+		tell(kProgramsOption, whole ? "" : "no absolute path of a program: \"" + program + "\"");
 	}
 	if (!answers.programs.empty())
 	{

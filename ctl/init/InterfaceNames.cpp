@@ -1,8 +1,7 @@
-#include "ctl/init/InterfaceNames.h"
+#include "ctl/init/NodeFiles.h"
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <sstream>
 
 #include "inspect/ExitCode.h"

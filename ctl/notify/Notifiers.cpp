@@ -1,16 +1,23 @@
 #include "ctl/notify/Notifiers.h"
 
-#include <algorithm>
-#include <system_error>
+#include <cstring>
+
+#include <Poco/String.h>
 
 #include <sys/stat.h>
 
+#include "ctl/OutputFile.h"
+#include "ctl/history/EventStream.h"
+#include "ctl/render/StateViews.h"
 #include "inspect/Host.h"
+#include "inspect/InputFile.h"
+#include "inspect/SettingsFile.h"
+#include "inspect/SettingsKeys.h"
+#include "inspect/TimeText.h"
 
 namespace velarix::ctl::notify
 {
 
-using namespace inspect;
 namespace fs = std::filesystem;
 
 namespace
@@ -40,6 +47,245 @@ std::string distrust(const fs::path& file)
 	}
 }
 
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+constexpr std::size_t kMostBehind = 1000;
+constexpr auto kLook = 200ms;
+constexpr milliseconds kFirstRetry = 1s;
+constexpr milliseconds kLastRetry = 1min;
+/// Nobody wants to be woken up by what was yesterday.
+constexpr auto kTooOld = 24h;
+/// Of sysexits.h: the event is at fault, and would be at every try.
+constexpr int kBadEvent = 65;
+
+/// An event on its way.
+struct Message
+{
+	/// When it became known.
+	Instant at;
+	Json json;
+
+	/// What it is found by when the logs are read again; how long it took is no part of it,
+	/// since that depends on how much of the logs is still there.
+	std::string identity() const
+	{
+		std::string text;
+		for (const char* member : {"time", "event", "pid", "place", "subject", "word"})
+		{
+			text += json.contains(member) ? jsonText(json[member]) + " " : "";
+		}
+		return text;
+	}
+};
+
+/// Passes the events of one log on that come behind the last one that was taken. While it catches
+/// up it keeps them; should that one not be in the log, those from its time on.
+struct Resumption
+{
+	/// The last event that was taken; without an identity: begin with what comes after `at`.
+	Instant at;
+	std::string identity;
+
+	bool found = false;
+	bool catchesUp = true;
+	/// What came behind it while it catches up, and how many were too many to keep, the oldest.
+	std::deque<Message> behind;
+	std::size_t dropped = 0;
+
+	/// @return whether the event is to be delivered now
+	bool passes(const Message& message)
+	{
+		if (!catchesUp)
+		{
+			return true;
+		}
+		if (!found && message.identity() == identity)
+		{
+			found = true;
+			behind.clear();
+			dropped = 0;
+		}
+		else if (found || message.at >= at)
+		{
+			behind.push_back(message);
+			if (behind.size() > kMostBehind)
+			{
+				behind.pop_front();
+				++dropped;
+			}
+		}
+		return false;
+	}
+
+	Json json() const
+	{
+		return {{"time", std::chrono::duration_cast<milliseconds>(at.time_since_epoch()).count()}, {"event", identity}};
+	}
+	void take(const Json& mark)
+	{
+		at = Instant(milliseconds(mark.at("time").get<std::int64_t>()));
+		identity = mark.at("event").get<std::string>();
+	}
+};
+
+class Worker
+{
+public:
+	Worker(const Notifier& notifier, milliseconds limit, const Context& context)
+	    : m_notifier(notifier), m_limit(limit), m_context(context), m_node(nodeOf(context)),
+	      m_file(context.paths.below(kPositions) / notifier.name)
+	{
+		begin();
+		m_stream.emplace(
+		    EventSource::of(context.paths), std::max(std::min(m_agent.at, context.now()), context.now() - kTooOld),
+		    [this](const Event& event) { take(m_agent, m_stream->at(), eventJson(event), severityOf(event)); },
+		    [this](const KeeperEvent& event) { take(m_keeper, event.time, eventJson(event), severityOf(event)); });
+	}
+
+	[[noreturn]] void run()
+	{
+		read();
+		std::vector<std::pair<Message, Resumption*>> missed;
+		for (Resumption* log : {&m_agent, &m_keeper})
+		{
+			log->catchesUp = false;
+			for (Message& message : std::exchange(log->behind, {}))
+			{
+				missed.emplace_back(std::move(message), log);
+			}
+			if (log->dropped > 0)
+			{
+				say(std::to_string(log->dropped) + " older events are dropped: too many have happened meanwhile");
+			}
+		}
+		// What the two logs report of the time without this process comes at once: in one order.
+		std::ranges::stable_sort(missed, {}, [](const auto& one) { return one.first.at; });
+		for (const auto& [message, log] : std::exchange(missed, {}))
+		{
+			pass(message, *log);
+		}
+		for (;;)
+		{
+			host::pause(kLook);
+			read();
+		}
+	}
+
+private:
+	const Notifier& m_notifier;
+	const milliseconds m_limit;
+	const Context& m_context;
+	const std::string m_node;
+	const std::filesystem::path m_file;
+	Resumption m_agent;
+	Resumption m_keeper;
+	std::optional<EventStream> m_stream;
+	/// How many of the troubles of each log were reported.
+	std::size_t m_agentTroubles = 0;
+	std::size_t m_keeperTroubles = 0;
+
+	void read()
+	{
+		m_stream->read();
+		m_stream->readKeeper();
+		for (auto [troubles, reported] : {std::pair(&m_stream->trouble(), &m_agentTroubles),
+		                                  std::pair(&m_stream->keeperTrouble(), &m_keeperTroubles)})
+		{
+			for (; *reported < troubles->size(); ++*reported)
+			{
+				const LogTrouble& one = (*troubles)[*reported];
+				say("cannot read " + one.path.string() + ": " + std::strerror(one.error));
+			}
+		}
+	}
+
+	/// A notifier that is new here is spared the past.
+	void begin()
+	{
+		// The log's times are cut to tenths of a second.
+		const Instant now = std::chrono::floor<std::chrono::duration<long, std::deci>>(m_context.now());
+		m_agent.at = m_keeper.at = now;
+		try
+		{
+			if (host::fileFacts(m_file).kind != host::FileKind::missing)
+			{
+				const Json json = Json::parse(readInputFile(m_file), nullptr, false);
+				Resumption agent;
+				Resumption keeper;
+				agent.take(json.at("agent"));
+				keeper.take(json.at("keeper"));
+				m_agent = std::move(agent);
+				m_keeper = std::move(keeper);
+				return;
+			}
+		}
+		catch (const Json::exception&)
+		{
+			say(m_file.string() + " is damaged; it goes on from now");
+		}
+		catch (const Failure& failure)
+		{
+			say(std::string(failure.what()) + "; it goes on from now");
+		}
+		remember();
+	}
+
+	/// On a full disk it goes on all the same: a new start gives the last events again.
+	void remember() const
+	{
+		try
+		{
+			replaceFile(m_file, jsonText(Json{{"agent", m_agent.json()}, {"keeper", m_keeper.json()}}) + "\n");
+		}
+		catch (const Failure& failure)
+		{
+			say(failure.what());
+		}
+	}
+
+	void say(const std::string& text) const { complain(m_context, m_notifier.name + ": " + text); }
+
+	void take(Resumption& log, Instant at, Json event, std::string_view severity)
+	{
+		const Message message{at, withNode(std::move(event), m_node, severity)};
+		if (log.passes(message))
+		{
+			pass(message, log);
+		}
+	}
+
+	void pass(const Message& message, Resumption& log)
+	{
+		for (milliseconds wait = kFirstRetry; !isDone(message, wait); wait = std::min(2 * wait, kLastRetry))
+		{
+			host::pause(wait);
+		}
+		log.at = message.at;
+		log.identity = message.identity();
+		remember();
+	}
+
+	/// @param wait until the next try, for the diagnostics
+	bool isDone(const Message& message, milliseconds wait) const
+	{
+		const std::string what = message.json["event"].get<std::string>() + " of " + localText(message.at);
+		if (m_context.now() - message.at > kTooOld)
+		{
+			say(what + " was not taken for a day and is dropped");
+			return true;
+		}
+		const host::ProgramEnd end = deliver(m_notifier, message.json, m_limit);
+		if (end.fine())
+		{
+			return true;
+		}
+		const bool bad = end.inTime && end.status == kBadEvent;
+		say(what + ": " + end.reason() + (bad ? "; it is dropped" : "; the next try follows in " + spanText(wait)));
+		return bad;
+	}
+};
+
 } // namespace
 
 std::vector<Notifier> notifiersIn(const fs::path& directory)
@@ -60,6 +306,35 @@ std::vector<Notifier> notifiersIn(const fs::path& directory)
 	}
 	std::ranges::sort(all, {}, &Notifier::name);
 	return all;
+}
+
+std::string nodeOf(const Context& context)
+{
+	return SettingsFile::load(context.paths.settings).text(key::kThisServerIP).value_or("");
+}
+
+Json withNode(Json event, const std::string& node, std::string_view severity)
+{
+	event["severity"] = severity;
+	event["host"] = host::name();
+	event["node"] = node;
+	return event;
+}
+
+host::ProgramEnd deliver(const Notifier& notifier, const Json& event, milliseconds limit)
+{
+	host::ProgramCall call{{notifier.path.string()}, {}, jsonText(event) + "\n", limit};
+	for (const auto& [name, value] : event.items())
+	{
+		const std::string text = value.is_string() ? value.get<std::string>() : jsonText(value);
+		call.environment.push_back("VELARIX_" + Poco::toUpper(name) + "=" + text);
+	}
+	return host::runProgram(call);
+}
+
+void work(const Notifier& notifier, milliseconds limit, const Context& context)
+{
+	Worker(notifier, limit, context).run();
 }
 
 } // namespace velarix::ctl::notify

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
-#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "ctl/Program.h"
+#include "inspect/HostProgram.h"
 
 namespace velarix::ctl::notify
 {
@@ -22,5 +25,29 @@ struct Notifier
 ///         disabled and left out. One that somebody else than root may change is refused:
 ///         it would be run as root
 std::vector<Notifier> notifiersIn(const std::filesystem::path& directory);
+
+using Json = nlohmann::ordered_json;
+
+/// Where the workers remember how far their notifiers have come.
+inline constexpr char kPositions[] = "/var/lib/velarix-ha/notify";
+
+/// @return this node's address, as events name it
+/// @throws Failure for settings that cannot be read
+std::string nodeOf(const Context& context);
+/// @return the event with what tells the reader where it happened
+Json withNode(Json event, const std::string& node, std::string_view severity);
+
+/// Gives the event to the notifier once: JSON on standard input, its members as VELARIX_NAME
+/// in the environment.
+host::ProgramEnd deliver(const Notifier& notifier, const Json& event, std::chrono::milliseconds limit);
+
+/// Brings the events of this node to the notifier, in their order, each until it is taken.
+///
+/// The logs are the queue: an event is read again from them until the notifier has taken
+/// it, and a small file remembers how far it has come. In memory is at most what a start
+/// has found behind the mark, 1000 events of each log. A crash between taking and
+/// remembering gives the event twice.
+/// @param limit what one try may take
+[[noreturn]] void work(const Notifier& notifier, std::chrono::milliseconds limit, const Context& context);
 
 } // namespace velarix::ctl::notify

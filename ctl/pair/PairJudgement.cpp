@@ -1,11 +1,5 @@
 #include "ctl/pair/PairReport.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <map>
-#include <string_view>
-
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl
@@ -16,6 +10,7 @@ namespace
 
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
+using enum Grade;
 
 /// Heartbeats and logs are in seconds; less is nobody's trouble.
 constexpr milliseconds kClocks = 2s;
@@ -75,7 +70,7 @@ public:
 	{
 		if (m_partner.is_null())
 		{
-			add("partner-not-reached", NagiosStatus::unknown, "the partner was not asked: " + m_reports.whyNot,
+			add("partner-not-reached", unknown, "the partner was not asked: " + m_reports.whyNot,
 			    "make \"ssh TARGET velarixctl status --for-pair\" work, or see to the partner");
 		}
 		else if (areOnePair())
@@ -99,9 +94,17 @@ private:
 	const Json& m_partner;
 	std::vector<PairProblem> m_problems;
 
-	void add(std::string id, NagiosStatus severity, std::string text, std::string cure, std::string node = kPair)
+	void add(std::string id, Grade severity, std::string text, std::string cure, std::string node = kPair)
 	{
 		m_problems.push_back({std::move(id), severity, std::move(node), std::move(text), std::move(cure)});
+	}
+
+	template <typename... Parts> void addWhen(bool is, const Parts&... parts)
+	{
+		if (is)
+		{
+			add(parts...);
+		}
 	}
 
 	bool areOnePair()
@@ -112,18 +115,15 @@ private:
 		{ return !one.empty() && !other.empty() && one != other; };
 		for (const Json* report : {&m_own, &m_partner})
 		{
-			if (textAt(*report, "/node").empty())
-			{
-				add("settings-not-known", NagiosStatus::unknown,
-				    nameOf(*report) + " has no readable settings: nobody can tell whether the two are a pair",
-				    "velarixctl check there");
-			}
+			addWhen(textAt(*report, "/node").empty(), "settings-not-known", unknown,
+			        nameOf(*report) + " has no readable settings: nobody can tell whether the two are a pair",
+			        "velarixctl check there");
 		}
 		if (!unlike(textAt(m_own, "/partner/address"), partner) && !unlike(textAt(m_partner, "/partner/address"), own))
 		{
 			return true;
 		}
-		add("not-the-partner", NagiosStatus::unknown,
+		add("not-the-partner", unknown,
 		    "the reports are not of one pair: " + nameOf(m_own) + " has the partner " +
 		        textAt(m_own, "/partner/address") + ", and " + nameOf(m_partner) + " has " +
 		        textAt(m_partner, "/partner/address"),
@@ -146,26 +146,23 @@ private:
 	void address()
 	{
 		const std::string address = textAt(m_own, "/virtual_ip/address");
-		if (isTrueAt(m_own, kHeld) && isTrueAt(m_partner, kHeld))
+		if (isAt(m_own, kHeld, true) && isAt(m_partner, kHeld, true))
 		{
-			add("split-brain", NagiosStatus::critical, "both nodes hold " + address,
+			add("split-brain", critical, "both nodes hold " + address,
 			    "repair the network between the nodes; then drop the address on the node that clients do not reach "
 			    "(docs/split-brain.md)");
 		}
-		else if (isFalseAt(m_own, kHeld) && isFalseAt(m_partner, kHeld))
+		else if (isAt(m_own, kHeld, false) && isAt(m_partner, kHeld, false))
 		{
 			const bool moves = isMoving() || eitherSays("agent-starting");
-			add("nobody-holds-address", moves ? NagiosStatus::warning : NagiosStatus::critical,
+			add("nobody-holds-address", moves ? warning : critical,
 			    "no node holds " + address + (moves ? "; one is taking the service" : ""),
 			    moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
 		}
 		for (const Json* report : {&m_own, &m_partner})
 		{
-			if (isTrueAt(*report, kHeld) && lastRoleOf(*report) == "slave")
-			{
-				add("address-not-at-master", NagiosStatus::critical,
-				    nameOf(*report) + " holds the address and is standby", "velarixctl events there");
-			}
+			addWhen(isAt(*report, kHeld, true) && lastRoleOf(*report) == "slave", "address-not-at-master", critical,
+			        nameOf(*report) + " holds the address and is standby", "velarixctl events there");
 		}
 	}
 
@@ -173,25 +170,15 @@ private:
 	{
 		const std::string own = textAt(m_own, "/role/value");
 		const std::string partner = textAt(m_partner, "/role/value");
-		if (own == "master" && partner == "master")
-		{
-			add("both-master", NagiosStatus::critical, "both nodes are master",
-			    "repair the network between the nodes (docs/split-brain.md)");
-		}
-		if (own == "slave" && partner == "slave")
-		{
-			const bool moves = isMoving();
-			add("both-standby", moves ? NagiosStatus::warning : NagiosStatus::critical, "both nodes are standby",
-			    "velarixctl events on both nodes");
-		}
+		addWhen(own == "master" && partner == "master", "both-master", critical, "both nodes are master",
+		        "repair the network between the nodes (docs/split-brain.md)");
+		addWhen(own == "slave" && partner == "slave", "both-standby", isMoving() ? warning : critical,
+		        "both nodes are standby", "velarixctl events on both nodes");
 		const bool here = m_own.contains("maintenance") && m_own["maintenance"].is_object();
 		const bool there = m_partner.contains("maintenance") && m_partner["maintenance"].is_object();
-		if (here != there)
-		{
-			add("maintenance-on-one", NagiosStatus::warning,
-			    "only " + nameOf(here ? m_own : m_partner) + " is in maintenance: the other is watched by nobody",
-			    "velarixctl maintenance on --pair, or off --pair");
-		}
+		addWhen(here != there, "maintenance-on-one", warning,
+		        "only " + nameOf(here ? m_own : m_partner) + " is in maintenance: the other is watched by nobody",
+		        "velarixctl maintenance on --pair, or off --pair");
 	}
 
 	void differences()
@@ -213,19 +200,14 @@ private:
 				keys += reported ? "" : (keys.empty() ? "" : ", ") + key;
 			}
 		}
-		if (!keys.empty() && !own.empty() && !partner.empty())
-		{
-			add("settings-differ", NagiosStatus::warning, "the nodes have other values of " + keys,
-			    "velarixctl check --partner FILE, with the partner's settings");
-		}
+		addWhen(!keys.empty() && !own.empty() && !partner.empty(), "settings-differ", warning,
+		        "the nodes have other values of " + keys,
+		        "velarixctl check --partner FILE, with the partner's settings");
 		const std::string here = textAt(m_own, "/pair/version");
 		const std::string there = textAt(m_partner, "/pair/version");
-		if (here != there && !here.empty() && !there.empty())
-		{
-			add("versions-differ", NagiosStatus::warning,
-			    nameOf(m_own) + " has version " + here + ", " + nameOf(m_partner) + " " + there,
-			    "upgrade the older one, standby first");
-		}
+		addWhen(here != there && !here.empty() && !there.empty(), "versions-differ", warning,
+		        nameOf(m_own) + " has version " + here + ", " + nameOf(m_partner) + " " + there,
+		        "upgrade the older one, standby first");
 	}
 
 	/// Two files' times are also as far apart as their making; a partner that
@@ -236,16 +218,10 @@ private:
 		{ return milliseconds(std::clamp(numberAt(report, "/pair/time_ms"), std::int64_t{0}, kLastTime)); };
 		const milliseconds behind = timeOf(m_own) - timeOf(m_partner);
 		const milliseconds apart = std::chrono::abs(behind);
-		if (m_reports.asked && (-behind > kClocks || behind > kClocks + *m_reports.asked))
-		{
-			add("clocks-differ", NagiosStatus::warning, "the nodes' clocks are " + spanText(apart) + " apart",
-			    "see to NTP on both nodes");
-		}
-		if (!m_reports.asked && apart > kApart)
-		{
-			add("reports-apart", NagiosStatus::warning, "the reports were made " + spanText(apart) + " apart",
-			    "make both now, if the clocks agree");
-		}
+		addWhen(m_reports.asked && (-behind > kClocks || behind > kClocks + *m_reports.asked), "clocks-differ", warning,
+		        "the nodes' clocks are " + spanText(apart) + " apart", "see to NTP on both nodes");
+		addWhen(!m_reports.asked && apart > kApart, "reports-apart", warning,
+		        "the reports were made " + spanText(apart) + " apart", "make both now, if the clocks agree");
 	}
 
 	void nodes(const Json& report)
@@ -256,9 +232,9 @@ private:
 			const std::string id = textAt(problem, "/id");
 			const auto cure = kCures.find(id);
 			add(id,
-			    severity == "critical"  ? NagiosStatus::critical
-			    : severity == "warning" ? NagiosStatus::warning
-			                            : NagiosStatus::unknown,
+			    severity == "critical"  ? critical
+			    : severity == "warning" ? warning
+			                            : unknown,
 			    textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second, nameOf(report));
 		}
 	}
@@ -271,9 +247,9 @@ std::vector<PairProblem> judgePair(const PairReports& reports)
 	return Judge(reports).run();
 }
 
-NagiosStatus verdictOf(const std::vector<PairProblem>& problems)
+Grade verdictOf(const std::vector<PairProblem>& problems)
 {
-	return problems.empty() ? NagiosStatus::ok : problems.front().severity;
+	return problems.empty() ? ok : problems.front().severity;
 }
 
 } // namespace velarix::ctl

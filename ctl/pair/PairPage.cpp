@@ -1,16 +1,10 @@
 // The page of both nodes: plain HTML, with the last day as a picture. All that comes from
 // a node is escaped, since an attacker's bytes can be in a log.
 
-#include <algorithm>
-#include <cstdint>
-#include <functional>
-#include <string_view>
-
 #include <Poco/NumberFormatter.h>
 #include <Poco/String.h>
 
 #include "ctl/pair/PairReport.h"
-#include "inspect/Printable.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl
@@ -163,7 +157,7 @@ std::string problemsPart(const std::vector<PairProblem>& problems)
 	std::string text;
 	for (const PairProblem& problem : problems)
 	{
-		const std::string word = wordOf(problem.severity);
+		const std::string word = pluginWordOf(problem.severity);
 		text += "<div class=\"panel problem " + word + "\"><b>" + word + "</b> " + html(problem.node) + ": " +
 		        html(problem.text) + " <span class=\"faint\">" + html(problem.id) + "</span>";
 		text += (problem.cure.empty() ? "" : "<br>Fix: " + html(problem.cure)) + "</div>\n";
@@ -217,7 +211,7 @@ std::string eventsPart(const PairReports& reports)
 
 std::string pairPage(const PairReports& reports, const std::vector<PairProblem>& problems)
 {
-	const std::string verdict = wordOf(verdictOf(problems));
+	const std::string verdict = pluginWordOf(verdictOf(problems));
 	const std::string address = textAt(reports.own, "/virtual_ip/address");
 	return std::string(kHead) + "<div class=\"verdict " + verdict + "\"><h1>Velarix HA " + html(address) + ": <b>" +
 	       verdict + "</b></h1><div class=\"faint\">" + html(localText(reports.time)) +

@@ -1,12 +1,7 @@
 #include "ctl/pair/PairReport.h"
 
-#include <algorithm>
-#include <array>
-#include <utility>
-
-#include <Poco/String.h>
-
-#include "inspect/Printable.h"
+#include "ctl/verbs/Verbs.h"
+#include "inspect/InputFile.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl
@@ -38,7 +33,7 @@ std::string agentOf(const Json& report)
 
 std::string yesNo(const Json& report, const char* place, const char* yes, const char* no)
 {
-	return isTrueAt(report, place) ? yes : isFalseAt(report, place) ? no : "not known";
+	return isAt(report, place, true) ? yes : isAt(report, place, false) ? no : "not known";
 }
 
 std::string addressOf(const Json& report)
@@ -118,7 +113,60 @@ std::string firstLine(const PairReports& reports, const std::vector<PairProblem>
 		       roleOf(reports.partner);
 	}
 	std::ranges::replace(text, '|', '/');
-	return std::string("VELARIX ") + wordOf(verdictOf(problems)) + " - " + printable(text) + "\n";
+	return "VELARIX " + pluginWordOf(verdictOf(problems)) + " - " + printable(text) + "\n";
+}
+
+using std::chrono::milliseconds;
+
+/// @return null for what is no report
+Json reportIn(const std::string& text)
+{
+	Json report = Json::parse(text, nullptr, false);
+	return report.is_object() && report.contains("schema_version") && report.contains("pair") ? report : Json();
+}
+
+Json reportOf(const std::string& file)
+{
+	Json report = reportIn(readInputFile(file));
+	if (report.is_null())
+	{
+		throw Failure(ExitCode::noInput, file + " holds no output of velarixctl status --for-pair");
+	}
+	return report;
+}
+
+void askPartner(const PairOptions& options, const Context& context, PairReports& reports)
+{
+	const Partner partner(options.ssh, milliseconds(static_cast<long>(options.timeOut * 1000)), context.paths);
+	const auto begin = context.now();
+	const host::ProgramEnd end = partner.run({"status", "--for-pair"});
+	reports.asked = std::chrono::duration_cast<milliseconds>(context.now() - begin);
+	// A node without an agent tells so with its status, and is a good answer.
+	reports.partner = end.inTime ? reportIn(end.output) : Json();
+	reports.whyNot = "ssh " + partner.target() + " " + end.reason();
+}
+
+PairReports look(const PairOptions& options, const Context& context)
+{
+	PairReports reports;
+	reports.time = context.now();
+	if (!options.partnerFile.empty())
+	{
+		reports.partner = reportOf(options.partnerFile);
+	}
+	else
+	{
+		askPartner(options, context, reports);
+	}
+	if (!options.ownFile.empty())
+	{
+		reports.own = reportOf(options.ownFile);
+		return reports;
+	}
+	const NodeState state = Observer(context.paths).look(context.now());
+	reports.own = statusJson(state, judge(state));
+	reports.own["pair"] = pairJson(state, context.paths);
+	return reports;
 }
 
 } // namespace
@@ -162,7 +210,7 @@ std::string pairText(const PairReports& reports, const std::vector<PairProblem>&
 	}
 	for (const PairProblem& problem : problems)
 	{
-		text += "\n" + std::string(wordOf(problem.severity)) + "  " + printable(problem.node) + ": " +
+		text += "\n" + pluginWordOf(problem.severity) + "  " + printable(problem.node) + ": " +
 		        printable(problem.text) + "  [" + printable(problem.id) + "]\n";
 		text += problem.cure.empty() ? "" : "  fix: " + printable(problem.cure) + "\n";
 	}
@@ -175,16 +223,28 @@ Json pairReportJson(const PairReports& reports, const std::vector<PairProblem>& 
 	for (const PairProblem& problem : problems)
 	{
 		all.push_back({{"id", problem.id},
-		               {"severity", Poco::toLower(std::string(wordOf(problem.severity)))},
+		               {"severity", wordOf(problem.severity)},
 		               {"node", problem.node},
 		               {"text", problem.text},
 		               {"cure", problem.cure}});
 	}
 	return {{"schema_version", kSchemaVersion},
 	        {"time", isoText(reports.time)},
-	        {"verdict", Poco::toLower(std::string(wordOf(verdictOf(problems))))},
+	        {"verdict", wordOf(verdictOf(problems))},
 	        {"problems", std::move(all)},
 	        {"nodes", {reports.own, reports.partner}}};
+}
+
+ExitCode runPair(const PairOptions& options, const Context& context)
+{
+	const PairReports reports = look(options, context);
+	const std::vector<PairProblem> problems = judgePair(reports);
+	if (!options.page.empty())
+	{
+		replaceFile(options.page, pairPage(reports, problems));
+	}
+	context.out << (options.json ? jsonText(pairReportJson(reports, problems), 2) + "\n" : pairText(reports, problems));
+	return static_cast<ExitCode>(verdictOf(problems));
 }
 
 } // namespace velarix::ctl

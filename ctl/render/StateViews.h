@@ -1,13 +1,10 @@
 /// A node's state for people, for programs, for a monitoring plug-in and as metrics.
 #pragma once
 
-#include <string>
-
 #include <nlohmann/json.hpp>
 
-#include "ctl/status/Counters.h"
+#include "ctl/history/KeeperLog.h"
 #include "ctl/status/Judgement.h"
-#include "ctl/status/NodeState.h"
 
 namespace velarix::ctl
 {
@@ -28,19 +25,6 @@ std::string jsonText(const nlohmann::ordered_json& json, int indent = -1);
 /// What of a state is compared to see a change: everything but times.
 nlohmann::ordered_json withoutTimes(nlohmann::ordered_json status);
 
-enum class NagiosStatus : int
-{
-	ok = 0,
-	warning = 1,
-	critical = 2,
-	unknown = 3
-};
-
-/// @return "OK", "WARNING", ...
-const char* wordOf(NagiosStatus status);
-/// How bad: unknown is worse than a warning and hidden by an alarm.
-int rankOf(NagiosStatus status);
-
 /// Ages of the partner's last heartbeat from which the line warns and alarms.
 struct NagiosLimits
 {
@@ -50,7 +34,7 @@ struct NagiosLimits
 
 struct NagiosLine
 {
-	NagiosStatus status = NagiosStatus::unknown;
+	Grade status = Grade::unknown;
 	/// "VELARIX OK - ...|heartbeat_age=0.4s;15;60;0 ...", without a line feed.
 	std::string text;
 };
@@ -61,5 +45,21 @@ NagiosLine nagiosLine(const NodeState& state, const Judgement& judgement, const 
 /// zero then.
 /// @param counters without a moment are left out
 std::string metricsText(const NodeState& state, const Judgement& judgement, const Counters& counters);
+
+/// One line with aligned columns: local time, the event's word, how long it took
+/// or lasted, what happened, the place in the log. No line feed.
+std::string textLine(const Event& event, bool colour);
+/// The same of the keeper's; the word is "keeper".
+std::string textLine(const KeeperEvent& event, bool colour);
+
+/// As that of an event of the agent (Events.h).
+std::string_view severityOf(const KeeperEvent& event);
+
+/// The header of these columns.
+std::string textHeader();
+
+/// One object; members without a value are left out. Times are UTC.
+nlohmann::ordered_json eventJson(const Event& event);
+nlohmann::ordered_json eventJson(const KeeperEvent& event);
 
 } // namespace velarix::ctl

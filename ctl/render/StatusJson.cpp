@@ -1,8 +1,5 @@
 #include "ctl/render/StateViews.h"
 
-#include <utility>
-
-#include "ctl/render/EventReport.h"
 #include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"

@@ -1,9 +1,5 @@
 #include "ctl/render/StateViews.h"
 
-#include <array>
-#include <functional>
-
-#include "ctl/render/EventReport.h"
 #include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
@@ -114,13 +110,6 @@ void addAgent(Rows& rows, const NodeState& state)
 	         heads.at(static_cast<std::size_t>(agent.state)) + agent.text +
 	             (frozen && agent.since ? "; started " + life + " ago" : ""),
 	         agent.state == AgentState::notKnown ? Tone::doubtful : Tone::bad);
-}
-
-void addNode(Rows& rows, const NodeState& state)
-{
-	const std::string address = state.setting(key::kThisServerIP);
-	const std::string host = state.elsewhere ? "another root" : state.host;
-	rows.add("node", address.empty() ? host : host + ", " + address);
 }
 
 void addRole(Rows& rows, const NodeState& state)
@@ -312,7 +301,9 @@ void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement
 std::string statusText(const NodeState& state, const Judgement& judgement, bool colour)
 {
 	Rows rows(colour);
-	addNode(rows, state);
+	const std::string address = state.setting(key::kThisServerIP);
+	const std::string host = state.elsewhere ? "another root" : state.host;
+	rows.add("node", address.empty() ? host : host + ", " + address);
 	addRole(rows, state);
 	addAgent(rows, state);
 	addPartner(rows, state);

@@ -1,13 +1,16 @@
-/// The agent's process: what the pid file names and what is true of it.
+/// The agent's process: what the pid file names and what is true of it; and the maintenance that stops it.
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <sys/types.h>
 
+#include "inspect/HostProcesses.h"
 #include "inspect/Paths.h"
 
 namespace velarix::ctl
@@ -55,5 +58,35 @@ struct Agent
 inline constexpr int kAgentThreads = 4;
 
 Agent lookForAgent(const Paths& paths);
+
+/// Maintenance: an administrator works on the node, and nothing fails over or is
+/// restarted meanwhile. The service goes on.
+///
+/// The agent is stopped by a signal (SIGSTOP), and so is what watches the services
+/// for the keeper; the address stays watched. A record on the disk tells it to
+/// everybody, and outlives a reboot: the service script starts no agent before the
+/// maintenance is over or its time has passed.
+struct Maintenance
+{
+	std::chrono::system_clock::time_point since;
+	/// After it somebody has forgotten to end it.
+	std::chrono::system_clock::time_point until;
+	/// One line, as it was typed; may be empty.
+	std::string reason;
+
+	/// @return "since ... until ...: REASON", local times
+	std::string words() const;
+};
+
+/// @return what the record tells; nothing without one
+/// @throws Failure noInput for a record that cannot be read, settings for one without times
+std::optional<Maintenance> readMaintenance(const std::filesystem::path& record);
+
+/// @throws Failure as replaceFile
+void writeMaintenance(const std::filesystem::path& record, const Maintenance& maintenance);
+
+/// @return the keeper's processes that start services again, one for each service that
+///         runs here, whatever the settings say now
+std::vector<host::Process> serviceWatchers();
 
 } // namespace velarix::ctl

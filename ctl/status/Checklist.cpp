@@ -1,8 +1,6 @@
 #include "ctl/status/Checklist.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <utility>
+#include <Poco/String.h>
 
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
@@ -37,6 +35,15 @@ void Checklist::addWhen(bool is, std::string_view id, Grade grade, bool blocks, 
 	if (is)
 	{
 		add(id, grade, blocks, std::move(text));
+	}
+}
+
+void Checklist::addFirst(std::initializer_list<std::pair<bool, Problem>> problems)
+{
+	const auto* const first = std::ranges::find(problems, true, &std::pair<bool, Problem>::first);
+	if (first != problems.end())
+	{
+		m_problems.push_back(first->second);
 	}
 }
 
@@ -89,33 +96,18 @@ void Checklist::agent()
 void Checklist::sources()
 {
 	const bool watched = m_state.agent.state == AgentState::running;
-	if (!m_state.settings)
-	{
-		const bool forbidden = m_state.settingsCode == ExitCode::noPermission;
-		add("settings-unreadable", unknown, kHarmless, m_state.settingsProblem + (forbidden ? "; run it as root" : ""));
-	}
-	else if (watched && m_state.starting)
-	{
-		add("agent-starting", warning, kBlocks, "the agent was started just now and has not reported its role");
-	}
-	else if (watched && m_state.otherZone)
-	{
-		add("log-time-zone", unknown, kHarmless,
-		    m_state.distrust +
-		        "; run velarixctl with the agent's time zone (TZ), or start the agent with the system's");
-	}
-	else if (watched && m_state.logStale)
-	{
-		add("log-stale", critical, kBlocks, m_state.distrust);
-	}
-	else if (!m_state.tail.problem.empty())
-	{
-		add("log-unreadable", unknown, kHarmless, m_state.tail.problem);
-	}
-	else if (watched && !m_state.role.known())
-	{
-		add("role-not-known", unknown, kHarmless, "the role is not known: " + m_state.role.why);
-	}
+	const char* advice = m_state.settingsCode == ExitCode::noPermission ? "; run it as root" : "";
+	addFirst({{!m_state.settings, {"settings-unreadable", unknown, kHarmless, m_state.settingsProblem + advice}},
+	          {watched && m_state.starting,
+	           {"agent-starting", warning, kBlocks, "the agent was started just now and has not reported its role"}},
+	          {watched && m_state.otherZone,
+	           {"log-time-zone", unknown, kHarmless,
+	            m_state.distrust +
+	                "; run velarixctl with the agent's time zone (TZ), or start the agent with the system's"}},
+	          {watched && m_state.logStale, {"log-stale", critical, kBlocks, m_state.distrust}},
+	          {!m_state.tail.problem.empty(), {"log-unreadable", unknown, kHarmless, m_state.tail.problem}},
+	          {watched && !m_state.role.known(),
+	           {"role-not-known", unknown, kHarmless, "the role is not known: " + m_state.role.why}}});
 	addWhen(m_state.settingsNewer, "settings-newer", warning, kHarmless,
 	        "the settings were changed after the agent's start: it still works with the former ones");
 }
@@ -208,25 +200,20 @@ void Checklist::unheardPartner()
 	const bool master = m_state.role.is(Role::master);
 	const std::string since = m_state.heartbeat.at ? "no heartbeat for " + spanText(*m_state.age(m_state.heartbeat))
 	                                               : "no heartbeat in the part of the log that was read";
-	if (master && !m_state.otherHolder.empty())
-	{
-		add("duplicate-address", critical, kBlocks,
-		    "split-brain: the host " + m_state.otherHolder +
-		        " has the virtual address too, and the partner does not answer: " + since);
-	}
-	else if (!master && snapshot.fault(Fault::heartbeats).there)
-	{
-		add("partner-mute", critical, kBlocks,
-		    "the partner's host answers pings but its agent sends no heartbeats (" + since +
-		        "): this node does not take over while it answers");
-	}
-	else
-	{
-		add(kPartnerSilent, warning, master,
-		    "the partner does not answer: " + since +
-		        (master ? ""
-		                : "; this node has counted " + std::to_string(snapshot.silences) + " of 3 missed heartbeats"));
-	}
+	addFirst({{master && !m_state.otherHolder.empty(),
+	           {"duplicate-address", critical, kBlocks,
+	            "split-brain: the host " + m_state.otherHolder +
+	                " has the virtual address too, and the partner does not answer: " + since}},
+	          {!master && snapshot.fault(Fault::heartbeats).there,
+	           {"partner-mute", critical, kBlocks,
+	            "the partner's host answers pings but its agent sends no heartbeats (" + since +
+	                "): this node does not take over while it answers"}},
+	          {true,
+	           {kPartnerSilent, warning, master,
+	            "the partner does not answer: " + since +
+	                (master ? ""
+	                        : "; this node has counted " + std::to_string(snapshot.silences) +
+	                              " of 3 missed heartbeats")}}});
 }
 
 void Checklist::partner()
@@ -283,6 +270,67 @@ void Checklist::standby()
 	}
 	addWhen(m_state.programs.reported->run && !programs.empty(), "programs-on-slave", warning, kHarmless,
 	        "this node is standby, but its programs run: a take-over would kill them first");
+}
+
+std::string_view wordOf(Grade grade)
+{
+	constexpr std::array<std::string_view, 4> words{"ok", "warning", "critical", "unknown"};
+	return words.at(static_cast<std::size_t>(grade));
+}
+
+std::string pluginWordOf(Grade grade)
+{
+	return Poco::toUpper(std::string(wordOf(grade)));
+}
+
+int rankOf(Grade grade)
+{
+	constexpr std::array<int, 4> ranks{0, 1, 3, 2};
+	return ranks.at(static_cast<std::size_t>(grade));
+}
+
+std::vector<std::string> Judgement::reasons() const
+{
+	std::vector<std::string> texts;
+	for (const Problem& problem : problems)
+	{
+		if (failOverWorks ? problem.blocks : problem.grade == Grade::unknown)
+		{
+			texts.push_back(problem.text);
+		}
+	}
+	return texts;
+}
+
+Judgement judge(const NodeState& state)
+{
+	Checklist list(state);
+	list.agent();
+	list.sources();
+	list.log();
+	list.flapping();
+	list.start();
+	list.keeper();
+	list.tunnel();
+	if (state.role.known())
+	{
+		list.workers();
+		list.interfaces();
+		list.partner();
+		state.role.is(Role::master) ? list.master() : list.standby();
+	}
+	Judgement judgement;
+	judgement.problems = std::move(list).problems();
+	const auto is = [&](const auto& test) { return std::ranges::any_of(judgement.problems, test); };
+	if (is([](const Problem& problem) { return problem.blocks; }))
+	{
+		judgement.failOverWorks = false;
+	}
+	else if (!is([](const Problem& problem) { return problem.grade == Grade::unknown; }))
+	{
+		judgement.failOverWorks = true;
+	}
+	return judgement;
 }
 
 } // namespace velarix::ctl

@@ -1,10 +1,6 @@
 /// The single questions behind a Judgement, by what they are about.
 #pragma once
 
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "ctl/status/Judgement.h"
 
 namespace velarix::ctl
@@ -51,6 +47,8 @@ private:
 
 	void add(std::string_view id, Grade grade, bool blocks, std::string text);
 	void addWhen(bool is, std::string_view id, Grade grade, bool blocks, std::string text);
+	/// Adds the first one that there is.
+	void addFirst(std::initializer_list<std::pair<bool, Problem>> problems);
 	void unheardPartner();
 	/// @return the hardware address of the host that has the virtual address instead of this
 	///         node; empty for none

@@ -1,5 +1,4 @@
-/// What the keeper, its reachability targets and the tunnel have to say.
-#include <string>
+// What the keeper and its reachability targets have to say.
 
 #include "ctl/status/Checklist.h"
 #include "inspect/TimeText.h"
@@ -39,18 +38,14 @@ void Checklist::addressElsewhere(const std::string& holder)
 {
 	const std::optional<Instant>& since = m_state.keeper->address.since;
 	const std::string span = since ? " for " + spanText(*m_state.age(since)) : "";
-	if (m_state.partnerRole.is(Role::slave))
-	{
-		add("address-taken", critical, kBlocks,
-		    "another host, " + holder + ", holds the virtual address" + span +
-		        ", and the partner does not: find it in the switch");
-	}
-	else
-	{
-		add(kAddressWithPartner, warning, kHarmless,
-		    "the network between the nodes is cut: the partner (" + holder + ") holds the address and serves" + span +
-		        "; nothing to do here but to repair that network");
-	}
+	addFirst({{m_state.partnerRole.is(Role::slave),
+	           {"address-taken", critical, kBlocks,
+	            "another host, " + holder + ", holds the virtual address" + span +
+	                ", and the partner does not: find it in the switch"}},
+	          {true,
+	           {kAddressWithPartner, warning, kHarmless,
+	            "the network between the nodes is cut: the partner (" + holder + ") holds the address and serves" +
+	                span + "; nothing to do here but to repair that network"}}});
 }
 
 void Checklist::reachability(const KeeperReach& reach)
@@ -59,31 +54,21 @@ void Checklist::reachability(const KeeperReach& reach)
 	const std::string lost = reach.lost();
 	// A master may be moved away from them.
 	const bool blocks = m_state.role.is(Role::slave);
-	if (!reach.program.runs || state == "frozen")
-	{
-		add("reach-stopped", critical, blocks,
-		    std::string("ha-reach ") + (reach.program.runs ? "is frozen" : "does not run") +
-		        ": the gateway address is missing, and this node cannot keep the service; systemctl restart "
-		        "velarix-reach");
-	}
-	else if (state == "isolated")
-	{
-		add("reach-isolated", critical, blocks,
-		    "this node is isolated: neither its targets (" + lost + ") nor the partner's keeper answer");
-	}
-	else if (state == "partner-only")
-	{
-		add("reach-partner-only", warning, blocks, "only the partner reaches its targets; here do not answer: " + lost);
-	}
-	else if (state == "shared-outage")
-	{
-		add("reach-shared-outage", warning, kHarmless,
-		    "neither node reaches its targets, nothing moves; here do not answer: " + lost);
-	}
-	else if (!lost.empty())
-	{
-		add("target-lost", warning, kHarmless, "reachability targets do not answer: " + lost);
-	}
+	addFirst(
+	    {{!reach.program.runs || state == "frozen",
+	      {"reach-stopped", critical, blocks,
+	       std::string("ha-reach ") + (reach.program.runs ? "is frozen" : "does not run") +
+	           ": the gateway address is missing, and this node cannot keep the service; systemctl restart "
+	           "velarix-reach"}},
+	     {state == "isolated",
+	      {"reach-isolated", critical, blocks,
+	       "this node is isolated: neither its targets (" + lost + ") nor the partner's keeper answer"}},
+	     {state == "partner-only",
+	      {"reach-partner-only", warning, blocks, "only the partner reaches its targets; here do not answer: " + lost}},
+	     {state == "shared-outage",
+	      {"reach-shared-outage", warning, kHarmless,
+	       "neither node reaches its targets, nothing moves; here do not answer: " + lost}},
+	     {!lost.empty(), {"target-lost", warning, kHarmless, "reachability targets do not answer: " + lost}}});
 	addWhen(reach.partner == "silent" && state == "reachable" && m_state.partnerRole.known(), "reach-partner", warning,
 	        kHarmless,
 	        "the partner's ha-reach does not answer: it does not run, has another key, or a firewall drops UDP; when "
@@ -109,18 +94,14 @@ void Checklist::keeper()
 	}
 	for (const KeeperProgram& service : m_state.keeper->services)
 	{
-		if (service.state == "failed")
-		{
-			add("service-failed", warning, kBlocks,
-			    service.name + " died too often on this node: " + service.reason +
-			        "; when it is repaired, clear this with rm /run/velarix-ha/" + service.name + ".state");
-		}
-		else if (service.state == "restarting" || service.check.starts_with("failed"))
-		{
-			add("service-unwell", warning, kHarmless,
-			    service.name + " is " + service.state + ", its last check " + service.check +
-			        (service.reason.empty() ? "" : "; it died last: " + service.reason));
-		}
+		addFirst({{service.state == "failed",
+		           {"service-failed", warning, kBlocks,
+		            service.name + " died too often on this node: " + service.reason +
+		                "; when it is repaired, clear this with rm /run/velarix-ha/" + service.name + ".state"}},
+		          {service.state == "restarting" || service.check.starts_with("failed"),
+		           {"service-unwell", warning, kHarmless,
+		            service.name + " is " + service.state + ", its last check " + service.check +
+		                (service.reason.empty() ? "" : "; it died last: " + service.reason)}}});
 	}
 	if (m_state.keeper->reach)
 	{

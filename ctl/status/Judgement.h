@@ -6,11 +6,6 @@
 /// this node could.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "ctl/status/NodeState.h"
 
 namespace velarix::ctl
@@ -19,6 +14,7 @@ namespace velarix::ctl
 /// Each has the number of its exit status of a monitoring plug-in.
 enum class Grade : int
 {
+	ok = 0,
 	/// The service is there, but something is not as it should be.
 	warning = 1,
 	/// The service is away, at risk now or not watched over.
@@ -27,7 +23,12 @@ enum class Grade : int
 	unknown = 3
 };
 
+/// @return "ok", "warning", ...
 std::string_view wordOf(Grade grade);
+/// @return the same as a plug-in writes it: "OK", "WARNING", ...
+std::string pluginWordOf(Grade grade);
+/// How bad: unknown is worse than a warning and hidden by an alarm.
+int rankOf(Grade grade);
 
 /// The problem that `nagios` judges by limits of its own.
 inline constexpr std::string_view kPartnerSilent = "partner-silent";

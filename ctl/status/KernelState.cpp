@@ -1,12 +1,13 @@
+// What the kernel and the keeper's programs tell of this node.
+
+#include <cstdlib>
+
+#include "ctl/Keeper.h"
 #include "ctl/status/NodeState.h"
-
-#include <algorithm>
-
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
 #include "inspect/Names.h"
-#include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl
 {
@@ -73,19 +74,6 @@ Figure<bool> carrierOf(const NodeState& state, const char* name)
 	return interface.carrier ? seen(*interface.carrier, state.now) : notKnown<bool>("the interface is down");
 }
 
-Figure<bool> gatewayOf(const NodeState& state)
-{
-	const std::optional<bool> answers = host::answersPing(state.setting(key::kGatewayIP), kPings);
-	return answers ? seen(*answers, state.now) : notKnown<bool>("this user may not send pings");
-}
-
-Figure<std::uintmax_t> logSpaceOf(const NodeState& state)
-{
-	const std::optional<std::uintmax_t> space =
-	    state.log.empty() ? std::nullopt : host::freeSpace(state.log.parent_path());
-	return space ? seen(*space, state.now) : notKnown<std::uintmax_t>("the log's disk cannot be asked");
-}
-
 bool answers(const std::string& address)
 {
 	return host::answersPing(address, kPings).value_or(false);
@@ -118,6 +106,57 @@ std::optional<TunnelState> tunnelOf(const NodeState& state)
 	tunnel.down = tunnel.present && !state.partnerRole.known() && answers(tunnel.settings.endpoint) &&
 	              !answers(tunnel.settings.partner);
 	return tunnel;
+}
+
+/// What the process that writes a state is called; the one that has the program's name only
+/// guards it.
+constexpr std::string_view kWorker = "keeper";
+
+using Time = std::chrono::system_clock::time_point;
+
+std::optional<Time> timeOf(const std::string& seconds)
+{
+	const long long number = std::strtoll(seconds.c_str(), nullptr, 10);
+	return number > 0 ? std::optional(Time(std::chrono::seconds(number))) : std::nullopt;
+}
+
+KeeperProgram programOf(const std::string& name, const Paths& paths)
+{
+	const keeper::Fields fields = keeper::readState(name, paths.keeperStates.string());
+	const auto field = [&](const char* key) { return keeper::valueOf(fields, key); };
+	KeeperProgram program;
+	program.name = name;
+	const std::optional<host::Process> process = host::process(std::atoi(field("pid").c_str()));
+	program.runs = process && process->name == kWorker && process->state != 'Z';
+	program.state = field("state");
+	if (!program.runs)
+	{
+		program.state = program.state == "failed" ? "failed" : "stopped";
+		program.reason = field("reason");
+		return program;
+	}
+	// In maintenance on purpose; else it neither watches nor ends its service.
+	program.state = process->state == 'T' ? "frozen" : program.state;
+	program.since = timeOf(field("since"));
+	program.holder = field("holder");
+	program.conflicts = std::atoi(field("conflicts").c_str());
+	program.lastConflict = timeOf(field("last_conflict"));
+	program.restarts = std::atoi(field("restarts").c_str());
+	program.check = field("check");
+	program.reason = field("reason");
+	return program;
+}
+
+KeeperReach reachOf(const Paths& paths)
+{
+	KeeperReach reach{programOf(keeper::kReachProgram, paths), {}, {}};
+	if (reach.program.runs)
+	{
+		const keeper::Fields fields = keeper::readState(keeper::kReachProgram, paths.keeperStates.string());
+		reach.partner = keeper::valueOf(fields, "partner");
+		reach.targets = keeper::targetsOf(fields);
+	}
+	return reach;
 }
 
 } // namespace
@@ -155,13 +194,60 @@ void askKernel(NodeState& state, const Paths& paths)
 	state.address = addressOf(state);
 	state.keeper = lookForKeeper(*state.settings, paths);
 	state.tunnel = tunnelOf(state);
-	state.gatewayAnswers = gatewayOf(state);
-	state.logSpace = logSpaceOf(state);
+	const std::optional<bool> gateway = host::answersPing(state.setting(key::kGatewayIP), kPings);
+	state.gatewayAnswers = gateway ? seen(*gateway, state.now) : notKnown<bool>("this user may not send pings");
+	const std::optional<std::uintmax_t> space =
+	    state.log.empty() ? std::nullopt : host::freeSpace(state.log.parent_path());
+	state.logSpace = space ? seen(*space, state.now) : notKnown<std::uintmax_t>("the log's disk cannot be asked");
 	if (state.role.is(Role::master) && !state.partnerRole.known() && state.address.known() &&
 	    state.address.reported->held)
 	{
 		state.otherHolder = host::holderOf(state.setting(key::kVirtualIP), kServiceInterface).value_or("");
 	}
+}
+
+std::string KeeperReach::lost() const
+{
+	std::string all;
+	for (const keeper::TargetState& target : targets)
+	{
+		all += target.state == "lost" ? (all.empty() ? "" : ", ") + target.address : "";
+	}
+	return all;
+}
+
+std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths)
+{
+	if (!usesKeeper(settings))
+	{
+		return std::nullopt;
+	}
+	KeeperState state;
+	state.address = programOf(keeper::kAddressProgram, paths);
+	for (const std::string& path : settings.programs())
+	{
+		if (isKeepers(path) && programName(path) != keeper::kAddressProgram)
+		{
+			state.services.push_back(programOf(programName(path), paths));
+		}
+	}
+	if (keeper::readSettings(paths.keeperSettings.c_str()).settings.reach.line != 0)
+	{
+		state.reach = reachOf(paths);
+	}
+	state.marked = host::hasMarker(settings.text(key::kVirtualIP).value_or(""));
+	return state;
+}
+
+std::string addressSentence(const KeeperProgram& address)
+{
+	const std::string& state = address.state;
+	return state == "yielded"      ? "gave the address up to " + address.holder
+	       : state == "waiting"    ? "waits for the address, held by " + address.holder
+	       : state == "rechecking" ? "holds the address, asks whether another host holds it as well"
+	       : state == "holding" || state == "announcing" ? "holds the address"
+	       : state == "stopped"                          ? "does not hold the address"
+	                                                     : "does not hold the address: " + state;
 }
 
 } // namespace velarix::ctl

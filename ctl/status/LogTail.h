@@ -2,12 +2,12 @@
 /// search for the last change of the role further back.
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <filesystem>
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
+#include <initializer_list>
+#include <map>
+#include <utility>
 
 #include "ctl/history/Events.h"
 #include "inspect/LogReader.h"
@@ -71,5 +71,65 @@ struct LastChange
 
 /// Looks back for the last change of the role, which is `role` now.
 LastChange findLastChange(const LogWish& wish, Role role);
+
+/// The text format that Prometheus reads. Collects samples; the first one of a family puts its HELP and TYPE lines
+/// before it, so that a family without samples is left out.
+class Exposition
+{
+public:
+	using Labels = std::initializer_list<std::pair<std::string_view, std::string_view>>;
+
+	void gauge(std::string_view name, std::string_view help) { family(name, help, "gauge"); }
+	/// @param name ends in "_total"
+	void counter(std::string_view name, std::string_view help) { family(name, help, "counter"); }
+
+	/// A sample of the family begun last.
+	void sample(double value, Labels labels = {});
+
+	/// A family of one sample; nothing at all for a value that is not known.
+	void single(std::string_view name, std::string_view help, std::optional<double> value)
+	{
+		if (value)
+		{
+			gauge(name, help);
+			sample(*value);
+		}
+	}
+
+	const std::string& text() const { return m_text; }
+
+private:
+	std::string m_text;
+	std::string m_name;
+	/// The lines before the first sample of the family.
+	std::string m_head;
+
+	void family(std::string_view name, std::string_view help, std::string_view type);
+};
+
+/// Counts over the log that go on from run to run. The log is not read from its
+/// beginning each time: the former counts stand in the file that the last run
+/// wrote, with the moment up to which they count, and only what was logged since
+/// then is added.
+struct Counters
+{
+	/// Every message up to this moment is counted.
+	std::optional<Instant> until;
+	/// By the metric and the value of its label.
+	std::map<std::pair<std::string_view, std::string>, std::uint64_t> counts;
+	/// The role changed last, as the former run knew it; kept so that the log need
+	/// not be searched each time.
+	std::optional<Instant> roleChanged;
+};
+
+/// @return the counts of a file that writeCounters wrote; zeros and no moment for
+///         any other text
+Counters readCounters(const std::string& exposition);
+
+/// Adds what was logged after `counters.until` and up to a little before now,
+/// and moves `until` there. Counters without a moment begin at zero.
+void countOn(Counters& counters, const LogWish& log);
+
+void writeCounters(Exposition& out, const Counters& counters);
 
 } // namespace velarix::ctl

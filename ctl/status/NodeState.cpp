@@ -1,10 +1,6 @@
 #include "ctl/status/NodeState.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "ctl/history/EventStream.h"
-#include "ctl/history/OperatorLog.h"
 #include "inspect/Names.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
@@ -197,15 +193,6 @@ void takePartner(NodeState& state)
 	state.partnerRuns = ofPartner(state, last ? std::optional(last->running) : std::nullopt);
 }
 
-void takeLog(NodeState& state)
-{
-	const Snapshot& snapshot = state.snapshot();
-	takeRole(state);
-	takePartner(state);
-	state.networkOk = fromLog(state, snapshot.networkOk);
-	state.asking = fromLog(state, snapshot.asking);
-}
-
 /// @return when the role began; nothing when the log was not read far enough back
 std::optional<Instant> roleSince(const NodeState& state)
 {
@@ -220,6 +207,9 @@ std::optional<Instant> roleSince(const NodeState& state)
 	const bool whole = started && change.searchedTo && *change.searchedTo <= *started + kStart;
 	return whole ? started : std::nullopt;
 }
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 } // namespace
 
@@ -249,7 +239,10 @@ NodeState Observer::look(Instant now)
 	readSettings(state, m_paths);
 	readLog(state, m_paths, m_lastLook);
 	state.distrust = doubt(state);
-	takeLog(state);
+	takeRole(state);
+	takePartner(state);
+	state.networkOk = fromLog(state, state.snapshot().networkOk);
+	state.asking = fromLog(state, state.snapshot().asking);
 	askKernel(state, m_paths);
 	noteChange(state);
 	m_lastLook = now - kStart;
@@ -272,6 +265,12 @@ void Observer::noteChange(NodeState& state)
 	}
 	state.lastChange = m_change;
 	state.role.since = roleSince(state);
+}
+
+Timing Timing::of(const SettingsFile& settings)
+{
+	const auto read = [&](const char* name) { return seconds(std::max(0, settings.integer(name).value_or(0))); };
+	return {read(key::kInterval), read(key::kReceivingTime), read(key::kCheckCycle), read(key::kWaitingTime)};
 }
 
 } // namespace velarix::ctl

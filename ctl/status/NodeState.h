@@ -6,28 +6,115 @@
 /// taken from a file alone.
 #pragma once
 
-#include <chrono>
-#include <cstdint>
+#include <algorithm>
 #include <numeric>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "ctl/history/Events.h"
 #include "ctl/status/AgentProcess.h"
-#include "ctl/status/KeeperState.h"
 #include "ctl/status/LogTail.h"
-#include "ctl/status/Maintenance.h"
-#include "ctl/status/Timing.h"
 #include "inspect/ExitCode.h"
 #include "inspect/Host.h"
 #include "inspect/Paths.h"
 #include "inspect/SettingsFile.h"
 #include "inspect/Tunnel.h"
+#include "keeper/Runtime.h"
 
 namespace velarix::ctl
 {
+
+/// What a program of the keeper, ha-address or a service, says of itself: /run/velarix-ha/PROGRAM.state,
+/// believed as long as the process that wrote it lives.
+struct KeeperProgram
+{
+	std::string name;
+	bool runs = false;
+	/// The keeper's word: holding, waiting, running, ...; "stopped" or "failed" when it does
+	/// not run.
+	std::string state;
+	std::optional<std::chrono::system_clock::time_point> since;
+	/// The hardware address of the host that has the virtual address instead of this one.
+	std::string holder;
+	int conflicts = 0;
+	std::optional<std::chrono::system_clock::time_point> lastConflict;
+	/// Of a service, since its supervisor's start.
+	int restarts = 0;
+	/// "ok", "failed 2", "none"
+	std::string check;
+	/// Why a service died last.
+	std::string reason;
+
+	/// @return whether another host has the address
+	bool waits() const { return state == "waiting" || state == "yielded"; }
+};
+
+/// ha-reach, with what it knows of its targets.
+struct KeeperReach
+{
+	KeeperProgram program;
+	/// "ready", "reaches", "fails", "silent", "unknown"
+	std::string partner;
+	std::vector<keeper::TargetState> targets;
+
+	/// @return the targets that do not answer, "192.0.2.1, 192.0.2.2"
+	std::string lost() const;
+};
+
+struct KeeperState
+{
+	KeeperProgram address;
+	std::vector<KeeperProgram> services;
+	/// Without a [reachability] nothing.
+	std::optional<KeeperReach> reach;
+	bool marked = false; ///< the marker is there
+};
+
+/// @return nothing when the settings do without the keeper
+std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths);
+
+/// @return the address's state as one sentence, without its time
+std::string addressSentence(const KeeperProgram& address);
+
+/// How long a sound agent may be silent, from its settings.
+/// Those that are missing or negative count as zero here: an agent with such
+/// settings does not run for long anyway.
+struct Timing
+{
+	using Span = std::chrono::milliseconds;
+
+	std::chrono::seconds interval{};
+	std::chrono::seconds receivingTime{};
+	std::chrono::seconds checkCycle{};
+	std::chrono::seconds waitingTime{};
+
+	/// What a loaded machine may add.
+	static constexpr std::chrono::seconds kSlack{5};
+	/// The sender's pause after a failed connect.
+	static constexpr std::chrono::seconds kRetry{2};
+	/// Three silent pings and the pause after a silence.
+	static constexpr std::chrono::seconds kChecks{10};
+	/// Two countdowns of five seconds and a round of pings.
+	static constexpr std::chrono::seconds kAddress{11};
+
+	static Timing of(const SettingsFile& settings);
+
+	/// Between two lines of any worker: the checker writes one each cycle, the
+	/// sender one for each heartbeat or failed connect.
+	Span logPause() const { return std::min(checkCycle, receivingTime + std::max(interval, kRetry)) + kSlack; }
+
+	/// Between two lines of the receiver when it is not starting the service: a
+	/// pass with three silent pings and a silence.
+	Span receiverPause() const { return receivingTime + kChecks + kSlack; }
+
+	/// Between two lines that tell the role: whichever of checker and receiver is
+	/// the slower.
+	Span rolePause() const { return std::max<Span>(checkCycle + kSlack, receiverPause()); }
+
+	/// Between two heartbeats of a partner with the same settings.
+	Span heartbeatPause() const { return 2 * (interval + receivingTime) + kSlack; }
+
+	/// A switchover from the end of the programs until they run on the partner,
+	/// mostly: the agent notices, asks, the partner counts down twice and waits.
+	Span handOver() const { return interval + kRetry + kAddress + waitingTime + interval; }
+};
 
 /// Within it, so many changes of the role make a node one whose service comes and
 /// goes; the log is read back as far.

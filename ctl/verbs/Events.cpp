@@ -1,22 +1,15 @@
-#include "ctl/history/EventStream.h"
-
 #include <cerrno>
-#include <memory>
-#include <optional>
-#include <system_error>
-#include <utility>
+#include <iostream>
+#include <limits>
 
-#include "ctl/history/Since.h"
-#include "ctl/render/EventReport.h"
+#include "ctl/history/EventStream.h"
+#include "ctl/history/Explain.h"
 #include "ctl/render/StateViews.h"
-#include "ctl/verbs/Verb.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -24,14 +17,6 @@ namespace
 using namespace std::chrono_literals;
 
 constexpr auto kLook = 200ms;
-
-struct EventsOptions
-{
-	std::string since;
-	std::string log;
-	bool follow = false;
-	bool json = false;
-};
 
 Instant readSince(const EventsOptions& options, const Context& context)
 {
@@ -98,12 +83,73 @@ private:
 	std::size_t m_reported = 0;
 };
 
-/// @return what a log of which nothing could be read means for the exit status
-ExitCode unread(const std::vector<LogTrouble>& trouble)
+/// Explains one message after the other, each place once.
+class Explainer
 {
-	const bool forbidden = !trouble.empty() && trouble.back().error == EACCES;
-	return forbidden ? ExitCode::noPermission : ExitCode::noInput;
+public:
+	Explainer(const ExplainOptions& options, const Context& context) : m_json(options.json), m_context(context) {}
+
+	void take(const std::string& message)
+	{
+		if (message.empty())
+		{
+			return;
+		}
+		const std::vector<Explanation> explanations = explain(message);
+		if (explanations.empty())
+		{
+			m_known = false;
+			complain(m_context, whyUnknown(message));
+		}
+		for (const Explanation& explanation : explanations)
+		{
+			if (m_reported.insert({explanation.row, explanation.otherText}).second)
+			{
+				print(explanation);
+			}
+		}
+	}
+
+	ExitCode result() const { return m_known ? ExitCode::fine : ExitCode::notAsWished; }
+
+private:
+	bool m_json;
+	const Context& m_context;
+	bool m_known = true;
+	std::set<std::pair<const CatalogueRow*, bool>> m_reported;
+
+	void print(const Explanation& explanation)
+	{
+		if (m_json)
+		{
+			m_context.out << jsonText(explanationJson(explanation)) << '\n';
+			return;
+		}
+		m_context.out << (m_reported.size() > 1 ? "\n" : "") << explanationText(explanation, m_context.colour);
+	}
+};
+
+/// Reads a line and keeps no more of it than of a message.
+/// @return false at the end
+bool readLine(std::istream& in, std::string& line)
+{
+	static std::string buffer(kLongestText, '\0');
+	in.getline(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+	std::streamsize size = in.gcount();
+	if (in.good())
+	{
+		--size; // the line feed is counted
+	}
+	else if (!in.eof() && size > 0)
+	{
+		in.clear();
+		in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+	}
+	line.assign(buffer, 0, static_cast<std::size_t>(size));
+	return in.good() || size > 0;
 }
+
+} // namespace
 
 ExitCode runEvents(const EventsOptions& options, const Context& context)
 {
@@ -131,21 +177,35 @@ ExitCode runEvents(const EventsOptions& options, const Context& context)
 	{
 		printer.tell(one);
 	}
-	return stream.anything() || stream.trouble().empty() ? ExitCode::fine : unread(stream.trouble());
+	return stream.anything() || stream.trouble().empty() ? ExitCode::fine
+	       : stream.trouble().back().error == EACCES     ? ExitCode::noPermission
+	                                                     : ExitCode::noInput;
 }
 
-} // namespace
-
-void addEvents(CLI::App& app, Context& context)
+ExitCode runExplain(const ExplainOptions& options, const Context& context)
 {
-	const auto options = std::make_shared<EventsOptions>();
-	Verb(app, "events", "what has happened on this node, reported from the log and its archives")
-	    .option("--since", options->since, "TIME",
-	            "begin there: a span (2h), a date (2026-11-21 09:07) or a time of today")
-	    .flag("-f,--follow", options->follow, "go on with what happens from now on")
-	    .flag("--json", options->json, "print an object of JSON a line")
-	    .option("--log", options->log, "FILE", "read this log instead of the one that the settings name")
-	    .run(context, [options, &context] { return runEvents(*options, context); });
+	Explainer explainer(options, context);
+	if (options.words == std::vector<std::string>{"-"})
+	{
+		MessageSplitter splitter;
+		for (std::string line; readLine(std::cin, line);)
+		{
+			explainer.take(splitter.add(line));
+		}
+		explainer.take(splitter.finish());
+		return explainer.result();
+	}
+	std::string message;
+	for (const std::string& word : options.words)
+	{
+		message += (message.empty() ? "" : " ") + word;
+	}
+	if (message.empty())
+	{
+		throw Failure(ExitCode::usage, "nothing to explain: MESSAGE is empty");
+	}
+	explainer.take(message);
+	return explainer.result();
 }
 
 } // namespace velarix::ctl

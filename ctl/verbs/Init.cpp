@@ -1,8 +1,4 @@
 #include <algorithm>
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <string>
 
 #include <Poco/DigestEngine.h>
 #include <Poco/RandomStream.h>
@@ -10,14 +6,7 @@
 
 #include <sys/stat.h>
 
-#include "ctl/OutputFile.h"
-#include "ctl/check/Check.h"
-#include "ctl/init/Answers.h"
-#include "ctl/init/InterfaceNames.h"
-#include "ctl/init/NodeFiles.h"
-#include "ctl/init/Placement.h"
-#include "ctl/render/CheckOutput.h"
-#include "ctl/verbs/Verb.h"
+#include "ctl/check/Findings.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
@@ -29,29 +18,15 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 
 namespace fs = std::filesystem;
 
-constexpr int kLastPort = 65535;
 constexpr std::size_t kKeyBytes = 32;
 
-struct InitOptions
-{
-	Answers answers;
-	InterfaceNames interfaces;
-	std::string master = "a";
-	std::string output = "velarix-pair";
-	/// The node that this machine is; empty: its files go to `output` too.
-	std::string here;
-	PlacementRules rules;
-};
-
 /// Where the files of one node go.
-struct Place
+struct NodePlace
 {
 	fs::path settings;
 	fs::path keeper;
@@ -62,7 +37,7 @@ struct Place
 	fs::path key() const { return beside(fs::path(keeper::kKeyFile).filename()); }
 };
 
-Place placeOf(const InitOptions& options, NodeName node, const Paths& paths)
+NodePlace placeOf(const InitOptions& options, NodeName node, const Paths& paths)
 {
 	if (options.here == textOf(node))
 	{
@@ -74,11 +49,11 @@ Place placeOf(const InitOptions& options, NodeName node, const Paths& paths)
 }
 
 /// @return the key that a node has already, in place or in the output; else a new one
-std::string keyText(std::vector<Place> places)
+std::string keyText(std::vector<NodePlace> places)
 {
 	// The output may be older than what is in use.
-	std::ranges::stable_sort(places, std::greater<>(), &Place::installed);
-	for (const Place& place : places)
+	std::ranges::stable_sort(places, std::greater<>(), &NodePlace::installed);
+	for (const NodePlace& place : places)
 	{
 		if (host::fileFacts(place.key()).kind == host::FileKind::regular)
 		{
@@ -138,7 +113,7 @@ void makeDirectory(const fs::path& directory)
 }
 
 /// @param texts for the checks
-void addFiles(const Answers& answers, NodeName node, const Place& place, std::vector<NewFile>& files,
+void addFiles(const Answers& answers, NodeName node, const NodePlace& place, std::vector<NewFile>& files,
               std::vector<NodeTexts>& texts)
 {
 	const bool keeper = !answers.services.empty();
@@ -156,13 +131,13 @@ void addFiles(const Answers& answers, NodeName node, const Place& place, std::ve
 
 /// @param places of node a and node b
 /// @return the public key of this node; empty when the files are made elsewhere
-std::string addTunnel(const Answers& answers, const std::vector<Place>& places, std::vector<NewFile>& files)
+std::string addTunnel(const Answers& answers, const std::vector<NodePlace>& places, std::vector<NewFile>& files)
 {
-	const auto here = std::ranges::find(places, true, &Place::installed);
+	const auto here = std::ranges::find(places, true, &NodePlace::installed);
 	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->settings.parent_path());
 	for (const NodeName node : {NodeName::a, NodeName::b})
 	{
-		const Place& place = places[node == NodeName::a ? 0 : 1];
+		const NodePlace& place = places[node == NodeName::a ? 0 : 1];
 		const fs::path conf = place.beside(kTunnelFile);
 		files.push_back({conf, tunnelText(answers, node) + presharedKey(conf)});
 		if (place.installed)
@@ -216,8 +191,11 @@ void printNext(const InitOptions& options, const Context& context)
 	            << textOf(otherOf(answers.master)) << "\n  velarixctl status on both: a failover would work\n";
 }
 
-ExitCode runInit(InitOptions& options, const Context& context)
+} // namespace
+
+ExitCode runInit(const InitOptions& given, const Context& context)
 {
+	InitOptions options = given;
 	options.rules.now = context.now();
 	options.answers.master = options.master == textOf(NodeName::a) ? NodeName::a : NodeName::b;
 	const std::vector<NewFile> links = linkFiles(options.interfaces, context.paths);
@@ -235,7 +213,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 	completeAnswers(options.answers, context);
 	std::vector<NewFile> files;
 	std::vector<NodeTexts> texts;
-	std::vector<Place> places;
+	std::vector<NodePlace> places;
 	for (const NodeName node : {NodeName::a, NodeName::b})
 	{
 		places.push_back(placeOf(options, node, context.paths));
@@ -248,7 +226,7 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		return ExitCode::settings;
 	}
 	const std::string key = options.answers.targets.empty() ? "" : keyText(places);
-	for (const Place& place : places)
+	for (const NodePlace& place : places)
 	{
 		if (!key.empty())
 		{
@@ -270,62 +248,6 @@ ExitCode runInit(InitOptions& options, const Context& context)
 		printNext(options, context);
 	}
 	return ExitCode::fine;
-}
-
-void addAnswers(Verb& verb, Answers& answers)
-{
-	for (const Question& question : questions())
-	{
-		verb.option(std::string("--") + question.option, answers.*question.answer,
-		            question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS", question.text);
-	}
-	for (const ServiceOption& option : serviceOptions())
-	{
-		verb.each(
-		    std::string("--") + option.option,
-		    [&answers, &option](const std::string& given) { return addService(answers, option, given); }, option.type,
-		    option.text);
-	}
-	verb.option("--program", answers.programs, "PATH",
-	            "without the keeper: a program's path, without arguments; once for each")
-	    .option("--target", answers.targets, "ADDRESS",
-	            "a host that answers pings while this node's networks work; once for each")
-	    .preset("--needed", answers.needed, "INT", "how many targets have to answer")
-	    .flag("--wireguard", answers.wireguard, "heartbeats through a WireGuard tunnel, encrypted and authenticated")
-	    .option("--partner-key", answers.partnerKey, "KEY", "public key of the other node's tunnel")
-	    .preset("--tunnel-a", answers.tunnelA, "ADDRESS", "address of node a in the tunnel")
-	    .preset("--tunnel-b", answers.tunnelB, "ADDRESS", "address of node b in the tunnel")
-	    .preset("--tunnel-port", answers.tunnelPort, "INT", "UDP port of the tunnel, on both nodes")
-	    .within(1, kLastPort)
-	    .preset("--port", answers.port, "INT", "TCP port of the heartbeats, on both nodes")
-	    .preset("--interval", answers.interval, "INT", "seconds between heartbeats")
-	    .preset("--receiving-time", answers.receivingTime, "INT",
-	            "seconds until a silence, at least twice the interval")
-	    .preset("--waiting-time", answers.waitingTime, "INT", "seconds between the address and the programs")
-	    .preset("--check-cycle", answers.checkCycle, "INT", "seconds between looks at the programs")
-	    .preset("--log", answers.log, "PATH", "the log file")
-	    .preset("--purge-age", answers.purgeAge, "TIME", "age at which old logs are deleted");
-}
-
-} // namespace
-
-void addInit(CLI::App& app, Context& context)
-{
-	const auto options = std::make_shared<InitOptions>();
-	const std::vector<std::string> nodes{"a", "b"};
-	Verb verb(app, "init", "write settings, firewall rules and run-info records of both nodes");
-	addAnswers(verb, options->answers);
-	verb.preset("--master", options->master, "", "the node that serves when both are well")
-	    .oneOf(nodes)
-	    .preset("--output", options->output, "DIR", "where the files go, in a directory for each node")
-	    .option("--this", options->here, "", "put the files of this node in place; the other one's go to --output")
-	    .oneOf(nodes)
-	    .option("--service-interface", options->interfaces.service, "NAME",
-	            "this machine's interface that is to be eth0; alone with the next one: only that")
-	    .option("--communication-interface", options->interfaces.communication, "NAME", "the one that is to be eth1")
-	    .flag("--force", options->rules.force, "replace files that are there, keeping a copy of each")
-	    .flag("--dry-run", options->rules.dryRun, "write nothing; say which files would be written")
-	    .run(context, [options, &context] { return runInit(*options, context); });
 }
 
 } // namespace velarix::ctl

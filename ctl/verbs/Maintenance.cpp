@@ -1,13 +1,6 @@
 #include <csignal>
-#include <filesystem>
-#include <map>
-#include <memory>
 
-#include "ctl/history/OperatorLog.h"
-#include "ctl/pair/Partner.h"
-#include "ctl/status/Maintenance.h"
-#include "ctl/status/NodeState.h"
-#include "ctl/verbs/Verb.h"
+#include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/Names.h"
@@ -17,37 +10,12 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
-
 namespace
 {
 
-constexpr double kHour = 3600;
-constexpr double kShortest = 60;
-constexpr double kLongest = 30 * 24 * kHour;
 /// A signal is delivered at once; a machine under load needs a moment to show it.
 constexpr int kLooks = 50;
 constexpr std::chrono::milliseconds kBetweenLooks{20};
-
-struct MaintenanceOptions
-{
-	std::string word;
-	std::string reason;
-	/// Seconds.
-	double time = 4 * kHour;
-	bool force = false;
-	bool pair = false;
-	/// The partner for ssh.
-	std::string ssh;
-};
-
-void needRoot()
-{
-	if (host::user() != 0)
-	{
-		throw Failure(ExitCode::noPermission, "only root may stop and continue the agent; run it as root");
-	}
-}
 
 bool isStopped(pid_t pid)
 {
@@ -312,33 +280,19 @@ private:
 	}
 };
 
+} // namespace
+
 ExitCode runMaintenance(const MaintenanceOptions& options, const Context& context)
 {
-	needRoot();
+	if (host::user() != 0)
+	{
+		throw Failure(ExitCode::noPermission, "only root may stop and continue the agent; run it as root");
+	}
 	if (options.pair)
 	{
 		return OnBoth(options, context).run();
 	}
 	return options.word == "on" ? begin(options, context) : end(options, context);
-}
-
-} // namespace
-
-void addMaintenance(CLI::App& app, Context& context)
-{
-	const auto options = std::make_shared<MaintenanceOptions>();
-	Verb(app, "maintenance", "nothing fails over or is restarted while somebody works here")
-	    .option("WORD", options->word, "", "on: begin it, on the standby first; off: end it, on the master first")
-	    .oneOf({"on", "off"})
-	    .required()
-	    .option("--reason", options->reason, "TEXT", "what is being done; status shows it")
-	    .option("--for", options->time, "TIME", "afterwards it counts as forgotten, and is reported (4h)")
-	    .spanWithin(kShortest, kLongest)
-	    .flag("--force", options->force,
-	          "end it also where the service moves then: a master without programs, address or network")
-	    .flag("--pair", options->pair, "do it on both nodes, the partner's by ssh, in the order that moves nothing")
-	    .ssh(options->ssh)
-	    .run(context, [options, &context] { return runMaintenance(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -3,18 +3,13 @@
 
 #include <csignal>
 #include <exception>
-#include <map>
-#include <memory>
-#include <utility>
-#include <vector>
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "ctl/history/EventStream.h"
-#include "ctl/notify/Worker.h"
-#include "ctl/verbs/Verb.h"
+#include "ctl/notify/Notifiers.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/TimeText.h"
@@ -22,7 +17,6 @@
 namespace velarix::ctl
 {
 
-using namespace inspect;
 using namespace notify;
 
 namespace
@@ -34,15 +28,7 @@ using std::chrono::milliseconds;
 constexpr auto kLookForNotifiers = 1s;
 /// After a worker that failed.
 constexpr auto kBeforeNext = 10s;
-constexpr double kLongestLimit = 3600;
 constexpr char kNotifiers[] = "/etc/velarix-ha/notify.d";
-
-struct NotifyOptions
-{
-	bool test = false;
-	/// Seconds that a notifier may take.
-	double timeOut = 30;
-};
 
 milliseconds limitOf(const NotifyOptions& options)
 {
@@ -156,6 +142,8 @@ ExitCode test(const NotifyOptions& options, const Context& context)
 	return fine ? ExitCode::fine : ExitCode::notAsWished;
 }
 
+} // namespace
+
 ExitCode runNotify(const NotifyOptions& options, const Context& context)
 {
 	if (host::user() != 0)
@@ -169,18 +157,6 @@ ExitCode runNotify(const NotifyOptions& options, const Context& context)
 	EventSource::of(context.paths);
 	std::filesystem::create_directories(context.paths.below(kPositions));
 	Notification(options, context).run();
-}
-
-} // namespace
-
-void addNotify(CLI::App& app, Context& context)
-{
-	const auto options = std::make_shared<NotifyOptions>();
-	Verb(app, "notify", "pass events on to the programs in /etc/velarix-ha/notify.d")
-	    .flag("--test", options->test, "give each of them a test event once, tell what came of it, and end")
-	    .option("--timeout", options->timeOut, "SECONDS", "kill one that takes longer, and try again later (30)")
-	    .within(1.0, kLongestLimit)
-	    .run(context, [options, &context] { return runNotify(*options, context); });
 }
 
 } // namespace velarix::ctl

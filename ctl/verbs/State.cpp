@@ -1,19 +1,18 @@
 // The state of this node for people and programs, for a monitoring system and for Prometheus.
 
-#include <memory>
+#include <csignal>
+#include <sstream>
 
-#include "ctl/OutputFile.h"
-#include "ctl/pair/NodeReport.h"
-#include "ctl/render/StateViews.h"
-#include "ctl/verbs/Verb.h"
+#include <unistd.h>
+
+#include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
+#include "inspect/TimeText.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -21,26 +20,126 @@ namespace
 /// The statuses that init scripts give.
 ExitCode codeOf(const NodeState& state)
 {
-	switch (state.agent.state)
-	{
-	case AgentState::dead:
-	case AgentState::otherProgram:
-		return ExitCode::notAsWished;
-	case AgentState::noPidFile:
-		return ExitCode::notRunning;
-	case AgentState::running:
-	case AgentState::frozen:
-	case AgentState::notKnown:
-		break;
-	}
-	return state.role.known() ? ExitCode::fine : ExitCode::notKnown;
+	const AgentState agent = state.agent.state;
+	return agent == AgentState::dead || agent == AgentState::otherProgram ? ExitCode::notAsWished
+	       : agent == AgentState::noPidFile                               ? ExitCode::notRunning
+	       : state.role.known()                                           ? ExitCode::fine
+	                                                                      : ExitCode::notKnown;
 }
 
-struct StatusOptions
+/// The terminal's second screen, where a line that is too long is cut; and back.
+constexpr std::string_view kEnter = "\033[?1049h\033[?7l";
+constexpr std::string_view kLeave = "\033[?7h\033[?1049l";
+
+/// The signal comes again with its own action, which is to end.
+extern "C" void leaveAndEnd(int signal)
 {
-	bool json = false;
-	bool pair = false;
+	[[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, kLeave.data(), kLeave.size());
+	::raise(signal);
+}
+
+/// Shows one state after the other.
+class Screen
+{
+public:
+	Screen(const WatchOptions& options, const Context& context)
+	    : m_json(options.json), m_terminal(context.terminal && !options.json), m_context(context)
+	{
+		if (m_terminal)
+		{
+			forEnds(leaveAndEnd);
+			m_context.out << kEnter;
+		}
+	}
+
+	~Screen()
+	{
+		if (m_terminal)
+		{
+			m_context.out << kLeave << m_frame << std::flush;
+			forEnds(SIG_DFL);
+		}
+	}
+
+	Screen(const Screen&) = delete;
+	Screen& operator=(const Screen&) = delete;
+
+	void show(const NodeState& state)
+	{
+		const Judgement judgement = judge(state);
+		m_json ? showChange(statusJson(state, judgement))
+		       : showFrame(statusText(state, judgement, m_context.colour), state);
+		m_context.out << std::flush;
+	}
+
+private:
+	bool m_json;
+	bool m_terminal;
+	const Context& m_context;
+	nlohmann::ordered_json m_last;
+	/// What was shown last stays behind.
+	std::string m_frame;
+
+	static void forEnds(void (*handler)(int))
+	{
+		for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+		{
+			struct sigaction action = {};
+			action.sa_handler = handler;
+			action.sa_flags = static_cast<int>(SA_RESETHAND);
+			::sigaction(signal, &action, nullptr);
+		}
+	}
+
+	/// A whole status as one line, when more than times differ from the last.
+	void showChange(const nlohmann::ordered_json& status)
+	{
+		nlohmann::ordered_json steady = withoutTimes(status);
+		if (steady != m_last)
+		{
+			m_context.out << jsonText(status) << '\n';
+			m_last = std::move(steady);
+		}
+	}
+
+	void showFrame(const std::string& text, const NodeState& state)
+	{
+		m_frame = localText(state.now) + "\n" + text;
+		if (!m_terminal)
+		{
+			m_context.out << m_frame << '\n';
+			return;
+		}
+		const std::vector<std::string> lines = fitted(m_frame);
+		for (const std::string& line : lines)
+		{
+			m_context.out << (&line == &lines.front() ? "\033[H" : "\n")
+			              << (&line == &lines.back() ? "\033[J" : "\033[K") << line;
+		}
+	}
+
+	/// @return the lines; in a smaller window the first (time, node, role) and the last (problems)
+	static std::vector<std::string> fitted(const std::string& frame)
+	{
+		std::vector<std::string> lines;
+		std::istringstream stream(frame);
+		for (std::string line; std::getline(stream, line);)
+		{
+			lines.push_back(line);
+		}
+		const std::size_t room = host::windowLines();
+		if (room > 0 && lines.size() > room)
+		{
+			constexpr std::size_t first = 3;
+			const auto head = lines.begin() + static_cast<std::ptrdiff_t>(std::min(first, room / 2));
+			*head = "...";
+			lines.erase(head + 1, head + 1 + static_cast<std::ptrdiff_t>(lines.size() - room));
+		}
+		return lines;
+	}
 };
+
+} // namespace
 
 ExitCode runStatus(const StatusOptions& options, const Context& context)
 {
@@ -62,26 +161,22 @@ ExitCode runStatus(const StatusOptions& options, const Context& context)
 	return codeOf(state);
 }
 
-/// Some thirty years.
-constexpr double kLongestLimit = 1e9;
-
 ExitCode runNagios(const NagiosLimits& limits, const Context& context)
 {
+	if (limits.critical < limits.warning)
+	{
+		throw Failure(ExitCode::usage, "nagios: --critical is below --warning");
+	}
 	const NodeState state = Observer(context.paths, false).look(context.now());
 	const NagiosLine line = nagiosLine(state, judge(state), limits);
 	context.out << line.text << '\n';
 	return static_cast<ExitCode>(line.status);
 }
 
-/// @return the counts that the former run left; zeros when there is none
-Counters formerCounters(const std::filesystem::path& file)
-{
-	return host::fileFacts(file).kind == host::FileKind::missing ? Counters{} : readCounters(readInputFile(file));
-}
-
 ExitCode runMetrics(const std::string& textfile, const Context& context)
 {
-	Counters counters = textfile.empty() ? Counters{} : formerCounters(textfile);
+	const bool former = !textfile.empty() && host::fileFacts(textfile).kind != host::FileKind::missing;
+	Counters counters = former ? readCounters(readInputFile(textfile)) : Counters{};
 	const NodeState state = Observer(context.paths, !counters.roleChanged).look(context.now());
 	if (!textfile.empty() && state.tail.problem.empty())
 	{
@@ -97,37 +192,20 @@ ExitCode runMetrics(const std::string& textfile, const Context& context)
 	return ExitCode::fine;
 }
 
-} // namespace
-
-void addStatus(CLI::App& app, Context& context)
+ExitCode runWatch(const WatchOptions& options, const Context& context)
 {
-	const auto options = std::make_shared<StatusOptions>();
-	Verb(app, "status", "how this node and its pair are now, and whether a failover works")
-	    .flag("--json", options->json, "print it as JSON")
-	    .flag("--for-pair", options->pair, "print it as JSON, with what velarixctl pair compares")
-	    .run(context, [options, &context] { return runStatus(*options, context); });
-}
-
-void addMetrics(CLI::App& app, Context& context)
-{
-	const auto textfile = std::make_shared<std::string>();
-	Verb(app, "metrics", "the state as Prometheus metrics")
-	    .option("--textfile", *textfile, "FILE",
-	            "write FILE (whole or not at all) instead of standard output, with counters that go on from run to run")
-	    .run(context, [textfile, &context] { return runMetrics(*textfile, context); });
-}
-
-void addNagios(CLI::App& app, Context& context)
-{
-	const auto limits = std::make_shared<NagiosLimits>();
-	Verb(app, "nagios", "the state as one line of a monitoring plug-in, with its exit status")
-	    .option("--warning", limits->warning, "SECONDS", "warn when the partner's last heartbeat is this old (15)")
-	    .within(0.0, kLongestLimit)
-	    .option("--critical", limits->critical, "SECONDS", "alarm when it is this old (60)")
-	    .within(0.0, kLongestLimit)
-	    .run(
-	        context, [limits, &context] { return runNagios(*limits, context); },
-	        [limits] { return limits->critical < limits->warning ? "--critical is below --warning" : ""; });
+	const std::chrono::milliseconds interval(static_cast<long>(options.interval * 1000));
+	Observer observer(context.paths);
+	Screen screen(options, context);
+	for (int shown = 1;; ++shown)
+	{
+		screen.show(observer.look(context.now()));
+		if (shown == options.count || !context.out)
+		{
+			return ExitCode::fine;
+		}
+		host::pause(interval);
+	}
 }
 
 } // namespace velarix::ctl

@@ -1,19 +1,11 @@
-#include <algorithm>
-#include <memory>
-
 #include "ctl/handover/HandOver.h"
-#include "ctl/history/OperatorLog.h"
-#include "ctl/pair/Partner.h"
-#include "ctl/verbs/Verb.h"
+#include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
-#include "inspect/Host.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl
 {
-
-using namespace inspect;
 
 namespace
 {
@@ -22,18 +14,6 @@ using std::chrono::milliseconds;
 
 /// A service that has to move waits no longer for a partner's word.
 constexpr std::chrono::seconds kPatience{10};
-/// A day.
-constexpr double kLongestWait = 86400;
-
-struct SwitchoverOptions
-{
-	bool dryRun = false;
-	/// Seconds; 0: what the settings make it take, three times, a minute at least,
-	/// and a check cycle.
-	double timeOut = 0;
-	/// The partner for ssh.
-	std::string ssh;
-};
 
 milliseconds allowed(const SwitchoverOptions& options, const NodeState& state)
 {
@@ -59,7 +39,7 @@ std::vector<std::string> askPartner(const SwitchoverOptions& options, const Node
 {
 	std::string why;
 	const Json report = Partner(options.ssh, kPatience, context.paths).status(state, why);
-	if (isFalseAt(report, "/fail_over/works"))
+	if (isAt(report, "/fail_over/works", false))
 	{
 		std::string reasons = "its status says that a failover would not work";
 		for (const Json& reason : listAt(report, "/fail_over/reasons"))
@@ -68,7 +48,7 @@ std::vector<std::string> askPartner(const SwitchoverOptions& options, const Node
 		}
 		return {"the partner could not take the service: " + reasons};
 	}
-	if (!isTrueAt(report, "/fail_over/works"))
+	if (!isAt(report, "/fail_over/works", true))
 	{
 		complain(context, "could not ask the partner: " + (why.empty() ? "it does not know itself" : why) +
 		                      "; as far as its heartbeats tell it is well");
@@ -90,6 +70,8 @@ void describe(const HandOverPlan& plan, const NodeState& state, const Context& c
 	context.out << "  the agent then misses its programs, drops " << printable(state.setting(key::kVirtualIP))
 	            << " and asks its partner\nexpected to take about " << spanText(state.timing.handOver()) << '\n';
 }
+
+} // namespace
 
 ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 {
@@ -123,21 +105,6 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 	}
 	recordAct(context, kSwitchover, "to " + before.setting(key::kPartnerIP));
 	return handOver(plan, before.setting(key::kPartnerIP), observer, allowed(options, before), context);
-}
-
-} // namespace
-
-void addSwitchover(CLI::App& app, Context& context)
-{
-	const auto options = std::make_shared<SwitchoverOptions>();
-	Verb(app, "switchover", "on the master: hand the service over to the partner")
-	    .flag("--dry-run", options->dryRun, "tell what would be done, or why it is refused, and do nothing")
-	    .option("--timeout", options->timeOut, "SECONDS",
-	            "give up waiting after this time (three times what the settings make it take, 60 at least, and a "
-	            "check cycle)")
-	    .within(0.1, kLongestWait)
-	    .ssh(options->ssh)
-	    .run(context, [options, &context] { return runSwitchover(*options, context); });
 }
 
 } // namespace velarix::ctl

@@ -16,7 +16,7 @@
 
 #include "HeartbeatMessage.h"
 #include "ctl/history/History.h"
-#include "ctl/render/EventReport.h"
+#include "ctl/render/StateViews.h"
 #include "inspect/LineStream.h"
 #include "inspect/LogReader.h"
 #include "inspect/Printable.h"

@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ctl/check/Checks.h"
-#include "ctl/render/CheckOutput.h"
+#include "ctl/check/Findings.h"
 #include "inspect/HostTrial.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsFile.h"

@@ -5,7 +5,7 @@
 
 #include "CtlTest.h"
 #include "SoundSettings.h"
-#include "ctl/check/Check.h"
+#include "ctl/check/Findings.h"
 
 /// A sound node below the test's directory, which counts as another root; the
 /// made-up machine is asked where a test says so.

@@ -29,7 +29,7 @@ TEST_P(DefectTable, IsFoundAtItsLine)
 	const auto own = write("/a.ini", joined(lines));
 	const auto other = write("/b.ini", joined(partner));
 	const CheckReport report =
-	    check({.file = own, .partner = isPair ? std::optional(other) : std::nullopt, .filesOnly = true}, Paths(root()));
+	    check({.file = own, .partner = isPair ? other.string() : "", .filesOnly = true}, Paths(root()));
 	std::vector<std::string> found;
 	for (const Finding& finding : report.findings)
 	{

@@ -3,7 +3,6 @@
 #include "ctl/history/KeeperLog.h"
 #include "CtlTest.h"
 #include "NodeLog.h"
-#include "ctl/history/OperatorLog.h"
 
 using namespace std::chrono_literals;
 using namespace velarix::ctl;

@@ -2,7 +2,7 @@
 
 #include "PlainUser.h"
 #include "StateTest.h"
-#include "ctl/render/Exposition.h"
+#include "ctl/status/LogTail.h"
 
 using namespace std::chrono_literals;
 

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "LogTestSupport.h"
-#include "ctl/history/Since.h"
-#include "ctl/status/Timing.h"
+#include "ctl/history/EventStream.h"
+#include "ctl/status/NodeState.h"
 #include "inspect/Printable.h"
 #include "inspect/TimeText.h"
 

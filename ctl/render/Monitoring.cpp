@@ -1,9 +1,9 @@
-#include "ctl/render/StateViews.h"
+// A node's state as Prometheus metrics and as the line of a monitoring plug-in.
 
+#include <charconv>
 #include <set>
-#include <string>
 
-#include "ctl/render/Exposition.h"
+#include "ctl/render/StateViews.h"
 #include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"
@@ -78,12 +78,6 @@ void addPair(Exposition& out, const NodeState& state)
 	out.single("partner_asking", "Whether the partner asks this node to take the service.", known(state.partnerAsks));
 	out.single("asking", "Whether this node asks its partner to take the service.", known(state.asking));
 	out.single("network_ok", "This node's own verdict on its network.", known(state.networkOk));
-}
-
-void addChange(Exposition& out, const NodeState& state, const Counters& former)
-{
-	out.single("last_role_change_timestamp_seconds", "When the role changed last.",
-	           epoch(state.lastChange.event ? state.lastChange.event->time : former.roleChanged));
 }
 
 void addPrograms(Exposition& out, const NodeState& state)
@@ -215,6 +209,86 @@ void addJudgement(Exposition& out, const Judgement& judgement)
 	}
 }
 
+std::string shortestText(double value)
+{
+	std::array<char, 32> digits{};
+	return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr};
+}
+
+/// A bar begins the performance data and a line feed ends the line.
+std::string harmless(std::string text)
+{
+	std::ranges::replace(text, '|', '/');
+	std::ranges::replace(text, '\n', ' ');
+	return printable(text);
+}
+
+using Remark = std::pair<Grade, std::string>;
+
+/// The age of the last heartbeat is judged by the limits alone.
+std::vector<Remark> remarks(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
+{
+	std::vector<Remark> all;
+	for (const Problem& problem : judgement.problems)
+	{
+		if (problem.id != kPartnerSilent || !state.heartbeat.known())
+		{
+			all.emplace_back(problem.grade, problem.text);
+		}
+	}
+	const std::optional<Milliseconds> age = state.age(state.heartbeat);
+	if (state.heartbeat.known() && inSeconds(*age) >= limits.warning)
+	{
+		const bool serves =
+		    std::ranges::find(judgement.problems, kAddressWithPartner, &Problem::id) != judgement.problems.end();
+		const bool alarm = inSeconds(*age) >= limits.critical && !serves;
+		all.emplace_back(alarm ? Grade::critical : Grade::warning,
+		                 "the partner's last heartbeat is " + spanText(*age) + " old");
+	}
+	std::ranges::stable_sort(all, {}, [](const Remark& one) { return -rankOf(one.first); });
+	return all;
+}
+
+std::string fineText(const NodeState& state, const Judgement& judgement)
+{
+	// A partner that has missed heartbeats within the limits is not yet a problem, and
+	// whether it could take the service is not said.
+	const std::string partner = state.partnerRole.known()
+	                                ? std::string(textOf(*state.partnerRole.reported))
+	                                : "last heard " + spanText(*state.age(state.heartbeat)) + " ago";
+	return std::string(textOf(*state.role.reported)) + ", partner " + state.setting(key::kPartnerIP) + " " + partner +
+	       (judgement.failOverWorks == true ? ", a failover would work" : "");
+}
+
+std::string performance(const NodeState& state, const NagiosLimits& limits)
+{
+	std::string text;
+	const auto add = [&](const std::string& figure) { text += (text.empty() ? "|" : " ") + figure; };
+	if (state.heartbeat.known())
+	{
+		add("heartbeat_age=" + shortestText(inSeconds(*state.age(state.heartbeat))) + "s;" +
+		    shortestText(limits.warning) + ";" + shortestText(limits.critical) + ";0");
+	}
+	if (const std::optional<Milliseconds> age = state.age(state.snapshot().lastMessage))
+	{
+		add("log_age=" + shortestText(inSeconds(*age)) + "s;" + shortestText(inSeconds(state.timing.logPause())) +
+		    ";;0");
+	}
+	if (state.agent.lives())
+	{
+		add("threads=" + std::to_string(state.agent.threads) + ";;" + std::to_string(kAgentThreads) + ":;0");
+	}
+	if (state.programs.known())
+	{
+		add("processes=" + std::to_string(state.programs.reported->processes()) + ";;;0");
+	}
+	if (state.address.known())
+	{
+		add("address=" + std::string(state.address.reported->held ? "1" : "0") + ";;;0;1");
+	}
+	return text;
+}
+
 } // namespace
 
 std::string metricsText(const NodeState& state, const Judgement& judgement, const Counters& counters)
@@ -223,12 +297,31 @@ std::string metricsText(const NodeState& state, const Judgement& judgement, cons
 	addInfo(out, state);
 	addAgent(out, state);
 	addPair(out, state);
-	addChange(out, state, counters);
+	out.single("last_role_change_timestamp_seconds", "When the role changed last.",
+	           epoch(state.lastChange.event ? state.lastChange.event->time : counters.roleChanged));
 	addKernel(out, state);
 	addFaults(out, state);
 	addJudgement(out, judgement);
 	writeCounters(out, counters);
 	return out.text();
+}
+
+NagiosLine nagiosLine(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
+{
+	const std::vector<Remark> all = remarks(state, judgement, limits);
+	NagiosLine line;
+	line.status = all.empty() ? Grade::ok : all.front().first;
+	line.text = "VELARIX " + pluginWordOf(line.status) + " - ";
+	if (all.empty())
+	{
+		line.text += harmless(fineText(state, judgement));
+	}
+	for (const Remark& remark : all)
+	{
+		line.text += (&remark == all.data() ? "" : "; ") + harmless(remark.second);
+	}
+	line.text += performance(state, limits);
+	return line;
 }
 
 } // namespace velarix::ctl
