@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "lab/core/LogMeaning.h"
+#include "lab/core/LogWatch.h"
 
 namespace velarix::simulate
 {

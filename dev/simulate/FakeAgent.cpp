@@ -16,7 +16,7 @@
 #include "Utilities.h"
 #include "VelarixLog.h"
 #include "dev/simulate/Programs.h"
-#include "lab/core/LogMeaning.h"
+#include "lab/core/LogWatch.h"
 #include "velarix/fatal.h"
 
 using velarix::simulate::kMilli;

@@ -41,9 +41,6 @@ template <typename Value> struct adl_serializer<std::optional<Value>>
 namespace velarix::lab
 {
 
-NLOHMANN_JSON_SERIALIZE_ENUM(
-    HostId, {{HostId::a, "a"}, {HostId::b, "b"}, {HostId::gateway, "gateway"}, {HostId::client, "client"}})
-
 NLOHMANN_JSON_SERIALIZE_ENUM(Profile, {{Profile::keeper, "keeper"}, {Profile::plain, "plain"}})
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PairSettings, interval, receivingTime, waitingTime, profile)
 

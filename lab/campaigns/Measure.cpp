@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lab/campaigns/Waits.h"
+#include "lab/campaigns/Times.h"
 
 namespace velarix::lab
 {
@@ -45,7 +45,7 @@ void measureOutage(const std::vector<Interval>& service, PhaseRecord& phase)
 			phase.outageOpen = interval.to >= phase.to;
 		}
 	}
-	phase.noAnswer = timeWith(service, {"none"}, phase.from, phase.to);
+	phase.noAnswer = timeWith(service, "none", phase.from, phase.to);
 }
 
 void measureAnswer(const std::vector<Interval>& service, PhaseRecord& phase)
@@ -54,7 +54,7 @@ void measureAnswer(const std::vector<Interval>& service, PhaseRecord& phase)
 	phase.answer = "mixed";
 	for (const char* value : {"none", "a", "b"})
 	{
-		const Millis share = timeWith(service, {value}, begin, phase.to);
+		const Millis share = timeWith(service, value, begin, phase.to);
 		if (static_cast<double>(share.count()) >= clearShare * static_cast<double>((phase.to - begin).count()))
 		{
 			phase.answer = value;
@@ -176,9 +176,9 @@ void measure(const Timeline& timeline, PhaseRecord& phase)
 	measureAnswer(service, phase);
 	measureMoves(address, phase);
 	measureEnded(timeline, phase);
-	phase.splitBrain = timeWith(address, {"a+b"}, phase.from, phase.to);
-	phase.splitBrainLongest = longestWith(address, {"a+b"}, phase.from, phase.to);
-	phase.noOwner = timeWith(address, {"none"}, phase.from, phase.to);
+	phase.splitBrain = timeWith(address, "a+b", phase.from, phase.to);
+	phase.splitBrainLongest = longestWith(address, "a+b", phase.from, phase.to);
+	phase.noOwner = timeWith(address, "none", phase.from, phase.to);
 	for (const HostId node : nodes)
 	{
 		compareGains(timeline, address, node, phase);

@@ -1,12 +1,12 @@
-#include "lab/campaigns/Observe.h"
+#include "lab/campaigns/Measure.h"
 
 #include <algorithm>
 #include <fstream>
 #include <map>
+#include <set>
 #include <thread>
 
 #include "inspect/LogLine.h"
-#include "lab/campaigns/Measure.h"
 #include "lab/core/Plan.h"
 
 namespace velarix::lab
@@ -16,18 +16,6 @@ namespace
 {
 
 constexpr Millis betweenLooks{1500};
-
-/// An agent that starts a command is two of that name for a moment, so what matters is
-/// who is there at both looks.
-std::size_t lastingAgents(const std::vector<Process>& first, const std::vector<Process>& second)
-{
-	return static_cast<std::size_t>(std::count_if(second.begin(), second.end(),
-	                                              [&](const Process& entry) {
-		                                              return std::any_of(first.begin(), first.end(),
-		                                                                 [&](const Process& before)
-		                                                                 { return before.pid == entry.pid; });
-	                                              }));
-}
 
 /// A service's keeper waits for the address for as long as nobody stops it; the address' one
 /// is a master's, or that of whoever holds it.
@@ -42,43 +30,57 @@ bool isKeepers(Lab& lab, HostId node, const Process& entry)
 	return always || (entry.name == plan::addressKeeper && wanted);
 }
 
-/// All processes of a node that are neither the system's nor meant to be there.
-std::map<pid_t, Process> unexpectedOn(Lab& lab, HostId node)
+/// The processes of a node that are neither the system's nor meant to be there, and its agents.
+struct Look
 {
-	std::map<pid_t, Process> found;
+	std::map<pid_t, Process> unexpected;
+	std::set<pid_t> agents;
+};
+
+Look lookAt(Lab& lab, HostId node)
+{
+	Look look;
 	for (const Process& entry : processesOf(lab.node(node).host().pid()))
 	{
-		const bool service = entry.name == plan::serviceProgramName && entry.state != 'Z';
-		const bool tunnel = (entry.name == "tunnel" || entry.name == "wireguard-go") && entry.state != 'Z';
-		if (entry.pidInside != 1 && !tunnel && entry.name != plan::agentName && !service &&
-		    !isKeepers(lab, node, entry))
+		const bool zombie = entry.state == 'Z';
+		const bool known =
+		    entry.name == plan::serviceProgramName || entry.name == "tunnel" || entry.name == "wireguard-go";
+		if (entry.name == plan::agentName)
 		{
-			found[entry.pid] = entry;
+			zombie ? void() : void(look.agents.insert(entry.pid));
+		}
+		else if (entry.pidInside != 1 && (zombie || !known) && !isKeepers(lab, node, entry))
+		{
+			look.unexpected.emplace(entry.pid, entry);
 		}
 	}
-	return found;
+	return look;
 }
 
-std::vector<std::string> leftOnNode(Lab& lab, HostId node, const std::map<pid_t, Process>& first)
+/// What is there at both looks: an agent that starts a command is two of that name for a moment.
+std::vector<std::string> leftOnNode(Lab& lab, HostId node, const Look& first)
 {
 	std::vector<std::string> left;
-	const std::string owners = lab.owners();
-	const bool owns = holds(owners, node);
+	const bool owns = holds(lab.owners(), node);
 	// An owner has an announcer: a shell, and what that runs for the moment. When
 	// the address was raised twice in a row, the first one goes on as well.
 	int allowedShells = owns && !lab.node(node).hasKeeper() ? 2 : 0;
-	for (const auto& [pid, entry] : unexpectedOn(lab, node))
+	const Look second = lookAt(lab, node);
+	for (const auto& [pid, entry] : second.unexpected)
 	{
-		const bool passing = !first.contains(pid) || entry.name == "sleep" || entry.name == "arping";
-		if (passing || (entry.name == "sh" && allowedShells-- > 0))
+		const bool passing = !first.unexpected.contains(pid) || entry.name == "sleep" || entry.name == "arping";
+		if (!passing && (entry.name != "sh" || allowedShells-- <= 0))
 		{
-			continue;
+			left.push_back(nodeText(node) + ": process " + entry.name + (entry.state == 'Z' ? " (zombie)" : ""));
 		}
-		left.push_back(nodeText(node) + ": process " + entry.name + (entry.state == 'Z' ? " (zombie)" : ""));
 	}
 	if (!owns && !processesNamed(lab.node(node).host().pid(), plan::serviceProgramName).empty())
 	{
 		left.push_back(nodeText(node) + ": the managed program without the address");
+	}
+	if (std::ranges::count_if(second.agents, [&](pid_t pid) { return first.agents.contains(pid); }) > 1)
+	{
+		left.push_back(nodeText(node) + ": more than one agent");
 	}
 	return left;
 }
@@ -167,30 +169,20 @@ std::string errorsIn(Lab& lab)
 
 std::vector<std::string> leftOn(Lab& lab)
 {
-	struct Look
-	{
-		std::map<pid_t, Process> unexpected;
-		std::vector<Process> agents;
-	};
-	const auto agentsOn = [&](HostId node) { return processesNamed(lab.node(node).host().pid(), plan::agentName); };
 	std::map<HostId, Look> first;
 	for (const HostId node : nodes)
 	{
 		if (lab.node(node).isOn())
 		{
-			first[node] = {unexpectedOn(lab, node), agentsOn(node)};
+			first[node] = lookAt(lab, node);
 		}
 	}
 	std::this_thread::sleep_for(betweenLooks);
 	std::vector<std::string> left;
 	for (const auto& [node, look] : first)
 	{
-		const std::vector<std::string> here = leftOnNode(lab, node, look.unexpected);
+		const std::vector<std::string> here = leftOnNode(lab, node, look);
 		left.insert(left.end(), here.begin(), here.end());
-		if (lastingAgents(look.agents, agentsOn(node)) > 1)
-		{
-			left.push_back(nodeText(node) + ": more than one agent");
-		}
 	}
 	return left;
 }

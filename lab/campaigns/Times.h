@@ -36,4 +36,11 @@ std::uint64_t seedOfRun(std::uint64_t seed, int run, const std::string& cell);
 /// Sleeps a part of `longest`, drawn evenly: a fault comes at any moment of a pass.
 void waitForJitter(std::mt19937_64& random, Millis longest);
 
+/// Adds up an expression such as "silence+2*ping+count".
+/// @throws LabError naming the word that is no wait
+Millis sumOf(const std::string& expression, const PairSettings& times);
+
+/// "silence 3 s + 2 * ping 1 s + count 5 s", for the reports.
+std::string explained(const std::string& expression, const PairSettings& times);
+
 } // namespace velarix::lab

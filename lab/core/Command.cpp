@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "lab/core/Files.h"
+#include "lab/core/Basics.h"
 
 namespace velarix::lab
 {

@@ -1,5 +1,6 @@
 #include "lab/core/Console.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
@@ -75,12 +76,13 @@ void Console::event(const Event& event)
 	line(code.empty() ? toText(event) : "\033[" + code + "m" + toText(event) + "\033[0m");
 }
 
-void Console::waiting(const WaitProgress& progress)
+void Console::waiting(const Wait& wait, Millis elapsed)
 {
+	const std::string state = wait.seen ? wait.seen() : "";
 	const std::lock_guard lock(m_mutex);
-	const std::string text = "waiting " + std::to_string(progress.elapsed.count() / 1000) + " of " +
-	                         std::to_string(progress.limit.count() / 1000) + " s for " + progress.what +
-	                         (progress.seen.empty() ? std::string() : " (now: " + progress.seen + ")");
+	const std::string text = "waiting " + std::to_string(elapsed.count() / 1000) + " of " +
+	                         std::to_string(wait.limit.count() / 1000) + " s for " + wait.what +
+	                         (state.empty() ? std::string() : " (now: " + state + ")");
 	if (m_terminal)
 	{
 		clearWaiting();
@@ -96,7 +98,28 @@ void Console::waiting(const WaitProgress& progress)
 
 WaitObserver Console::observer()
 {
-	return [this](const WaitProgress& progress) { waiting(progress); };
+	return [this](const Wait& wait, Millis elapsed) { waiting(wait, elapsed); };
+}
+
+std::string aligned(const std::vector<Row>& rows)
+{
+	std::vector<std::size_t> widths(rows.front().size(), 0);
+	for (const Row& row : rows)
+	{
+		std::ranges::transform(row, widths, widths.begin(),
+		                       [](const std::string& cell, std::size_t width) { return std::max(cell.size(), width); });
+	}
+	std::string text;
+	for (const Row& row : rows)
+	{
+		for (std::size_t column = 0; column < row.size(); ++column)
+		{
+			text += row[column] + std::string(widths[column] - row[column].size() + 2, ' ');
+		}
+		text.erase(text.find_last_not_of(' ') + 1);
+		text += '\n';
+	}
+	return text;
 }
 
 } // namespace velarix::lab

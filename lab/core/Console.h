@@ -3,9 +3,10 @@
 
 #include <mutex>
 #include <string>
+#include <vector>
 
+#include "lab/core/Basics.h"
 #include "lab/core/Timeline.h"
-#include "lab/core/Wait.h"
 
 namespace velarix::lab
 {
@@ -36,7 +37,13 @@ private:
 	LabClock m_clock;
 
 	void clearWaiting();
-	void waiting(const WaitProgress& progress);
+	void waiting(const Wait& wait, Millis elapsed);
 };
+
+/// One line of a table; every row has as many cells as the first one, that of titles.
+using Row = std::vector<std::string>;
+
+/// Columns as wide as their widest cell, two blanks between them.
+std::string aligned(const std::vector<Row>& rows);
 
 } // namespace velarix::lab

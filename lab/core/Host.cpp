@@ -4,19 +4,105 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <exception>
-#include <thread>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include <fcntl.h>
 #include <linux/sched.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "inspect/Number.h"
+#include "lab/core/Basics.h"
+
 namespace velarix::lab
 {
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// The process namespace, as a number; 0 when there is no such process.
+ino_t processNamespaceOf(pid_t pid)
+{
+	struct stat found
+	{
+	};
+	const std::string path = "/proc/" + std::to_string(pid) + "/ns/pid";
+	return ::stat(path.c_str(), &found) == 0 ? found.st_ino : 0;
+}
+
+} // namespace
+
+std::vector<Process> processesOf(pid_t hostInit)
+{
+	std::vector<Process> found;
+	const ino_t wanted = processNamespaceOf(hostInit);
+	for (const pid_t pid : inspect::host::processIds().value_or(std::vector<pid_t>()))
+	{
+		const bool here = wanted != 0 && processNamespaceOf(pid) == wanted;
+		if (std::optional<Process> process = here ? inspect::host::process(pid) : std::nullopt)
+		{
+			found.push_back(*std::move(process));
+		}
+	}
+	return found;
+}
+
+std::vector<Process> processesNamed(pid_t hostInit, const std::string& name)
+{
+	std::vector<Process> found = processesOf(hostInit);
+	std::erase_if(found, [&](const Process& entry) { return entry.name != name || entry.state == 'Z'; });
+	return found;
+}
+
+bool signalInHost(pid_t hostInit, pid_t pid, int signal)
+{
+	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+	const ino_t wanted = processNamespaceOf(hostInit);
+	if (!pidFd || wanted == 0 || processNamespaceOf(pid) != wanted)
+	{
+		return false;
+	}
+	return ::syscall(SYS_pidfd_send_signal, pidFd.get(), signal, nullptr, 0) == 0;
+}
+
+std::string procText(pid_t pid, const char* name)
+{
+	std::ifstream stream("/proc/" + std::to_string(pid) + "/" + name);
+	std::ostringstream text;
+	text << stream.rdbuf();
+	return text.str();
+}
+
+long residentKibOf(pid_t pid)
+{
+	long pages[2]{};
+	std::istringstream(procText(pid, "statm")) >> pages[0] >> pages[1];
+	return pages[1] * (::sysconf(_SC_PAGESIZE) / 1024);
+}
+
+std::map<int, std::string> descriptorsOf(pid_t pid)
+{
+	std::map<int, std::string> found;
+	std::error_code failure;
+	for (const fs::directory_entry& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", failure))
+	{
+		const std::optional<int> number = inspect::numberIn<int>(entry.path().filename().string());
+		const fs::path target = fs::read_symlink(entry.path(), failure);
+		if (number && !failure)
+		{
+			found[*number] = target.string();
+		}
+	}
+	return found;
+}
 
 namespace
 {
@@ -26,7 +112,7 @@ constexpr int readyLimitMs = 20000;
 std::vector<std::string> initArguments(const HostSpec& spec, int control, int rackMounts)
 {
 	static constexpr std::array<const char*, 3> kinds{"root", "host", "node"};
-	std::vector<std::string> words{spec.initProgram.string(),
+	std::vector<std::string> words{VELARIX_LAB_INIT,
 	                               std::to_string(control),
 	                               spec.hostName,
 	                               kinds.at(static_cast<std::size_t>(spec.kind)),
@@ -154,39 +240,6 @@ void Host::switchOff()
 std::string shell(const Host& host, const std::string& script)
 {
 	return runOrThrow({{"bash", "-ec", script}, {}, host.inside()});
-}
-
-void inNetworkOf(const Host& host, const std::function<void()>& work)
-{
-	const std::string path = "/proc/" + std::to_string(host.pid()) + "/ns/net";
-	const Descriptor network(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-	bool entered = false;
-	std::exception_ptr failure;
-	std::thread(
-	    [&]
-	    {
-		    entered = ::setns(network.get(), CLONE_NEWNET) == 0;
-		    try
-		    {
-			    if (entered)
-			    {
-				    work();
-			    }
-		    }
-		    catch (...)
-		    {
-			    failure = std::current_exception();
-		    }
-	    })
-	    .join();
-	if (failure)
-	{
-		std::rethrow_exception(failure);
-	}
-	if (!entered)
-	{
-		throw LabError("cannot enter the network of " + path);
-	}
 }
 
 } // namespace velarix::lab

@@ -1,5 +1,6 @@
 /// One host of a lab: a process 1 in process, network, mount, host name and IPC
-/// namespaces of its own. Everything that runs on the host ends with it.
+/// namespaces of its own, and its processes, seen from the machine. Everything that runs on the host
+/// ends with it.
 ///
 /// Nothing is made in the machine's own network namespace and nothing is pinned
 /// to a file: process 1 ends when the lab's end of its control socket is closed,
@@ -8,17 +9,42 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <sched.h>
+#include <sys/types.h>
 
+#include "inspect/HostProcesses.h"
 #include "lab/core/Basics.h"
 #include "lab/core/Command.h"
 
 namespace velarix::lab
 {
+
+using inspect::host::Process;
+
+/// Every process in the process namespace of `hostInit`, process 1 included, in
+/// the order of their pids. Empty when the host is off.
+std::vector<Process> processesOf(pid_t hostInit);
+
+/// The host's processes of that short name, zombies left out.
+std::vector<Process> processesNamed(pid_t hostInit, const std::string& name);
+
+/// Sends a signal to a process of the host.
+/// @return false when it is gone, or is not the host's: then nothing is sent
+bool signalInHost(pid_t hostInit, pid_t pid, int signal);
+
+/// What the kernel tells in /proc/PID/NAME; empty when the process is gone.
+std::string procText(pid_t pid, const char* name);
+
+/// Its memory that is in use; 0 when the process is gone.
+long residentKibOf(pid_t pid);
+
+/// What each open descriptor of a process is, for example "socket:[123]", by its number.
+std::map<int, std::string> descriptorsOf(pid_t pid);
 
 enum class HostKind
 {
@@ -32,7 +58,6 @@ inline constexpr int allNamespaces = CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS 
 
 struct HostSpec
 {
-	std::filesystem::path initProgram; ///< velarix-lab-init
 	std::string hostName;
 	HostKind kind = HostKind::host;
 	int firstProcess = 0;  ///< not for the root host: processes are numbered from the next one on
@@ -83,10 +108,5 @@ private:
 /// @return what it prints
 /// @throws LabError with that when it fails
 std::string shell(const Host& host, const std::string& script);
-
-/// Runs `work` on a thread of its own inside the host's network namespace: the
-/// sockets it opens stay there. Files and processes are the machine's.
-/// @throws LabError when the namespace cannot be entered; then nothing is run
-void inNetworkOf(const Host& host, const std::function<void()>& work);
 
 } // namespace velarix::lab

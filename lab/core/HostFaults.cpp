@@ -3,8 +3,6 @@
 #include <csignal>
 #include <filesystem>
 
-#include <sys/statvfs.h>
-
 #include "lab/core/FaultTables.h"
 #include "lab/core/Lab.h"
 
@@ -76,74 +74,48 @@ void withClock(LabOptions& options)
 	options.clockShim = true;
 }
 
-std::string recordOf(HostId node)
+/// What a script prints when it finds a reason to refuse, behind "the record of node a ".
+template <const char* script> void checkRecord(Lab& lab, HostId node)
 {
-	return "the record of " + nodeText(node);
+	const std::string reason = shell(lab.host(node), std::string("file=") + plan::runInfoFile +
+	                                                     "; readOnly() { findmnt -no OPTIONS $file | "
+	                                                     "grep -q '^ro'; }; " +
+	                                                     script);
+	refuse(!reason.empty(), "the record of " + nodeText(node) + " " + reason.substr(0, reason.find('\n')));
 }
 
-fs::path runInfo(Lab& lab, HostId node)
+template <const char* script> void changeRecord(Lab& lab, HostId node)
 {
-	return lab.node(node).file(plan::runInfoFile);
+	shell(lab.host(node), std::string("file=") + plan::runInfoFile + "; " + script);
 }
 
-fs::path hiddenRunInfo(Lab& lab, HostId node)
-{
-	return runInfo(lab, node).string() + ".away";
-}
-
-bool runInfoReadOnly(Lab& lab, HostId node)
-{
-	struct statvfs found
-	{
-	};
-	return ::statvfs(runInfo(lab, node).c_str(), &found) == 0 && (found.f_flag & ST_RDONLY) != 0;
-}
-
-void runInfoThere(Lab& lab, HostId node)
-{
-	nodeOn(lab, node);
-	refuse(fs::exists(hiddenRunInfo(lab, node)), recordOf(node) + " is away already");
-	refuse(runInfoReadOnly(lab, node), recordOf(node) + " is read-only: it cannot be removed");
-}
-
-void removeRunInfo(Lab& lab, HostId node)
-{
-	fs::rename(runInfo(lab, node), hiddenRunInfo(lab, node));
-}
+constexpr char canGo[] = "[ ! -e $file.away ] || echo is away already; "
+                         "! readOnly || echo 'is read-only: it cannot be removed'";
+constexpr char isAway[] = "[ -e $file.away ] || echo is not away";
+constexpr char canBeProtected[] = "[ -e $file ] || echo is away; ! readOnly || echo is read-only already";
+constexpr char isProtected[] = "readOnly || echo is not read-only";
+constexpr char takeAway[] = "mv $file $file.away";
+constexpr char bringBack[] = "mv $file.away $file";
+/// The permissions of a file do not bind root; a read-only mount does.
+constexpr char protect[] = "mount --bind $file $file; mount -o remount,bind,ro $file || { umount $file; exit 1; }";
+constexpr char release[] = "umount $file";
 
 /// Starts the agent, should it have ended.
-void restoreRunInfo(Lab& lab, HostId node)
+void restoreRecord(Lab& lab, HostId node)
 {
-	nodeOn(lab, node);
-	refuse(!fs::exists(hiddenRunInfo(lab, node)), recordOf(node) + " is not away");
-	fs::rename(hiddenRunInfo(lab, node), runInfo(lab, node));
+	checkRecord<isAway>(lab, node);
+	changeRecord<bringBack>(lab, node);
 	if (!lab.node(node).agent())
 	{
 		lab.startAgent(node);
 	}
 }
 
-void runInfoWritable(Lab& lab, HostId node)
-{
-	nodeOn(lab, node);
-	refuse(!fs::exists(runInfo(lab, node)), recordOf(node) + " is away");
-	refuse(runInfoReadOnly(lab, node), recordOf(node) + " is read-only already");
-}
-
-/// The permissions of a file do not bind root; a read-only mount does.
-void protectRunInfo(Lab& lab, HostId node)
-{
-	const std::string file = plan::runInfoFile;
-	shell(lab.host(node), "mount --bind " + file + " " + file + "; mount -o remount,bind,ro " + file + " || { umount " +
-	                          file + "; exit 1; }");
-}
-
 /// A node that was off since has the mount no more.
-void freeRunInfo(Lab& lab, HostId node)
+void freeRecord(Lab& lab, HostId node)
 {
-	nodeOn(lab, node);
-	refuse(!runInfoReadOnly(lab, node), recordOf(node) + " is not read-only");
-	shell(lab.host(node), std::string("umount ") + plan::runInfoFile);
+	checkRecord<isProtected>(lab, node);
+	changeRecord<release>(lab, node);
 }
 
 /// Returns when the log has come to its end, too: its last page has room left.
@@ -198,10 +170,10 @@ constexpr FaultInfo table[]{
      clockSteppable, withClock},
     {"clock-behind", true, "agent's clock two hours behind", "agent's clock set right", stepClock<-2>, stepClock<0>,
      clockSteppable, withClock},
-    {"run-info-missing", true, "run-info record removed", "run-info record restored", removeRunInfo, restoreRunInfo,
-     runInfoThere},
-    {"run-info-read-only", true, "run-info record read-only", "run-info record writable", protectRunInfo, freeRunInfo,
-     runInfoWritable},
+    {"run-info-missing", true, "run-info record removed", "run-info record restored", changeRecord<takeAway>,
+     restoreRecord, checkRecord<canGo>},
+    {"run-info-read-only", true, "run-info record read-only", "run-info record writable", changeRecord<protect>,
+     freeRecord, checkRecord<canBeProtected>},
     {"disk-full", true, "disk full", "disk has room", fillDisk,
      [](Lab& lab, HostId node) { lab.node(node).setDiskFull(false); }},
 };

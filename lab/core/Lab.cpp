@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <functional>
 
+#include "lab/core/Node.h"
 #include "lab/core/Plan.h"
-#include "lab/core/Tunnel.h"
 
 namespace velarix::lab
 {
@@ -28,20 +28,17 @@ void inLabErrors(const std::function<void()>& step)
 
 } // namespace
 
-void LabOptions::prepareFor(const std::vector<std::string>& faults)
+void LabOptions::prepareFor(const std::string& fault)
 {
-	for (const std::string& name : faults)
+	if (const auto prepare = infoOf(fault).prepare)
 	{
-		if (const auto prepare = infoOf(name).prepare)
-		{
-			prepare(*this);
-		}
+		prepare(*this);
 	}
 }
 
 Lab::Lab(const LabOptions& options)
-    : m_seed(options.seed), m_programs(findPrograms(options.installRoot)),
-      m_rootHost({m_programs.init, "lab-root", HostKind::root, 0, 0, {}}), m_wiring(m_rootHost)
+    : m_seed(options.seed), m_installRoot(findInstallRoot(options.installRoot)),
+      m_rootHost({"lab-root", HostKind::root, 0, 0, {}}), m_wiring(m_rootHost)
 {
 	m_gateway = makeHost(HostId::gateway);
 	m_client = makeHost(HostId::client);
@@ -54,7 +51,7 @@ Lab::Lab(const LabOptions& options)
 	for (const HostId id : nodes)
 	{
 		const NodeSettings& settings = id == HostId::a ? options.settingsA : options.settingsB;
-		m_nodes[indexOf(id)] = std::make_unique<Node>(id, m_rootHost, m_programs, firstProcessOf(id, m_seed));
+		m_nodes[indexOf(id)] = std::make_unique<Node>(id, m_rootHost, m_installRoot, firstProcessOf(id, m_seed));
 		node(id).writeSettings(settings);
 		node(id).wrapAgent(options.wrapper);
 		if (options.clockShim)
@@ -79,8 +76,7 @@ Lab::~Lab() = default;
 
 std::unique_ptr<Host> Lab::makeHost(HostId id) const
 {
-	return std::make_unique<Host>(
-	    HostSpec{m_programs.init, nameOf(id), HostKind::host, firstProcessOf(id, m_seed), 0, {}});
+	return std::make_unique<Host>(HostSpec{nameOf(id), HostKind::host, firstProcessOf(id, m_seed), 0, {}});
 }
 
 const Host& Lab::host(HostId id)
@@ -91,20 +87,17 @@ const Host& Lab::host(HostId id)
 		return *m_gateway;
 	case HostId::client:
 		return *m_client;
+	case HostId::third:
+		if (!m_third)
+		{
+			auto made = std::make_unique<Host>(HostSpec{"attacker", HostKind::host, 40000, 0, {}});
+			m_wiring.plugIn(id, *made);
+			m_third = std::move(made);
+		}
+		return *m_third;
 	default:
 		return node(id).host();
 	}
-}
-
-const Host& Lab::attacker()
-{
-	if (!m_attacker)
-	{
-		auto host = std::make_unique<Host>(HostSpec{m_programs.init, "attacker", HostKind::host, 40000, 0, {}});
-		m_wiring.plugInAttacker(*host);
-		m_attacker = std::move(host);
-	}
-	return *m_attacker;
 }
 
 void Lab::setRole(HostId id, const std::string& role)
@@ -197,12 +190,7 @@ void Lab::freezeHost(HostId id)
 	const pid_t init = node(id).host().pid();
 	m_logWatch->catchUp(id);
 	m_roleBeforeFreeze[indexOf(id)] = role(id);
-	Impairment unreachable;
-	unreachable.lossPercent = 100;
-	for (const Network network : {Network::service, Network::communication})
-	{
-		m_wiring.impair(id, network, unreachable);
-	}
+	m_wiring.setBridged(id, false);
 	// Until none is left that could start another one.
 	for (bool running = true; running;)
 	{
@@ -228,10 +216,7 @@ void Lab::thawHost(HostId id)
 	const pid_t init = node(id).host().pid();
 	setRole(id, m_roleBeforeFreeze[indexOf(id)]);
 	m_addressSampler->attach(id, node(id).host());
-	for (const Network network : {Network::service, Network::communication})
-	{
-		m_wiring.unimpair(id, network);
-	}
+	m_wiring.setBridged(id, true);
 	for (const Process& entry : processesOf(init))
 	{
 		signalInHost(init, entry.pid, SIGCONT);
@@ -330,7 +315,7 @@ void requireLab(const std::filesystem::path& installRoot)
 		throw NamespacesUnavailable(*problem);
 	}
 	requireTools();
-	findPrograms(installRoot);
+	findInstallRoot(installRoot);
 }
 
 } // namespace velarix::lab

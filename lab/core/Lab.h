@@ -23,7 +23,6 @@
 #include "lab/core/Programs.h"
 #include "lab/core/Samplers.h"
 #include "lab/core/Timeline.h"
-#include "lab/core/Wait.h"
 #include "lab/core/Wiring.h"
 
 namespace velarix::lab
@@ -38,10 +37,10 @@ struct LabOptions
 	{
 	}
 
-	/// Makes it ready for the faults of these names.
-	void prepareFor(const std::vector<std::string>& faults);
+	/// Makes it ready for the fault of that name.
+	void prepareFor(const std::string& fault);
 
-	/// Where the agent is installed; empty: see findPrograms.
+	/// Where the agent is installed; empty: see findInstallRoot.
 	std::filesystem::path installRoot{};
 	NodeSettings settingsA = NodeSettings::standard(HostId::a);
 	NodeSettings settingsB = NodeSettings::standard(HostId::b);
@@ -68,9 +67,6 @@ public:
 	Node& node(HostId id) { return *m_nodes[indexOf(id)]; }
 	/// @throws LabError when the node is off
 	const Host& host(HostId id);
-	/// A third host on both networks, which neither serves nor is pinged.
-	/// It comes into being when it is first asked for.
-	const Host& attacker();
 	Wiring& wiring() { return m_wiring; }
 
 	/// Starts the agents of both nodes.
@@ -124,13 +120,13 @@ private:
 	LabClock m_clock;
 	Timeline m_timeline;
 	std::uint64_t m_seed;
-	Programs m_programs;
+	std::filesystem::path m_installRoot;
 	Host m_rootHost;
 	Wiring m_wiring;
 	std::array<std::unique_ptr<Node>, 2> m_nodes;
 	std::unique_ptr<Host> m_gateway;
 	std::unique_ptr<Host> m_client;
-	std::unique_ptr<Host> m_attacker;
+	std::unique_ptr<Host> m_third;
 	std::array<std::string, 2> m_roleBeforeFreeze;
 	std::optional<LogWatch> m_logWatch;
 	std::optional<AddressSampler> m_addressSampler;

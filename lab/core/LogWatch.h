@@ -2,7 +2,8 @@
 /// the timeline; also notices an agent that ends by itself.
 ///
 /// A line's time is when the lab read it, at most about 20 ms after it was
-/// written: the log's own stamps are tenths of a second.
+/// written: the log's own stamps are tenths of a second. What a line means is told by its label and
+/// number: both are fixed for ever (docs/log-messages.md), while texts hold values.
 #pragma once
 
 #include <array>
@@ -10,17 +11,41 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include <sys/types.h>
 
+#include "inspect/LogLine.h"
 #include "lab/core/Basics.h"
-#include "lab/core/LogMeaning.h"
 #include "lab/core/Timeline.h"
 
 namespace velarix::lab
 {
+
+/// What begins or ends with a line. A probe is ten pings to one address.
+enum class LogMark
+{
+	none,
+	workBegins, ///< a fresh agent begins
+	passBegins, ///< of the receiver
+	probeBegins,
+	probeAnswered, ///< it is over, something answered
+	probeSilent    ///< it is over, nothing answered
+};
+
+struct LogMeaning
+{
+	std::string_view label;
+	int number;
+	const char* role;   ///< the role the node has from this line on; null: not reported
+	const char* action; ///< for a person; null: not shown
+	LogMark mark = LogMark::none;
+};
+
+/// @return the meaning of the line; null when the lab makes nothing of it
+const LogMeaning* meaningOf(const inspect::LogLine& line);
 
 /// Reads what is new in a growing text file.
 class LogTail
@@ -31,7 +56,7 @@ public:
 	std::vector<std::string> readNew(const std::filesystem::path& path);
 
 private:
-	off_t m_offset = 0;
+	std::uintmax_t m_offset = 0;
 	std::string m_rest;
 };
 

@@ -56,8 +56,7 @@ template <Network network> void repairWire(Lab& lab, HostId node)
 /// The node does not get what the other one sends.
 void makeDeaf(Lab& lab, HostId node)
 {
-	lab.wiring().impair(node, communication,
-	                    {.lossPercent = 100, .direction = Direction::toHost, .peer = otherNode(node)});
+	lab.wiring().impair(node, communication, {.lossPercent = 100, .peer = otherNode(node)});
 }
 
 template <FaultInfo::Step step> void ofTheOther(Lab& lab, HostId node)
@@ -70,13 +69,14 @@ void raiseRogue(Lab& lab, HostId /*node*/)
 {
 	const std::string address = plan::virtualAddress;
 	const std::string interface = plan::serviceInterface;
-	shell(lab.attacker(), "ip addr replace " + address + "/32 dev " + interface + "; arping -q -A -c 1 -w 1 -I " +
-	                          interface + " " + address);
+	shell(lab.host(HostId::third), "ip addr replace " + address + "/32 dev " + interface +
+	                                   "; arping -q -A -c 1 -w 1 -I " + interface + " " + address);
 }
 
 void dropRogue(Lab& lab, HostId /*node*/)
 {
-	shell(lab.attacker(), std::string("ip addr flush dev ") + plan::serviceInterface + " to " + plan::virtualAddress);
+	shell(lab.host(HostId::third),
+	      std::string("ip addr flush dev ") + plan::serviceInterface + " to " + plan::virtualAddress);
 }
 
 // What attackers send, for printf: one connection after the other, each with the next of them.

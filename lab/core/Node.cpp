@@ -1,17 +1,20 @@
 #include "lab/core/Node.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdint>
 
 #include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
-#include "lab/core/Disk.h"
-#include "lab/core/Files.h"
+#include "lab/core/Basics.h"
+#include "lab/core/Command.h"
 #include "lab/core/Plan.h"
-#include "lab/core/Wait.h"
 
 namespace velarix::lab
 {
@@ -19,15 +22,95 @@ namespace velarix::lab
 namespace
 {
 
+namespace fs = std::filesystem;
+
+constexpr const char* tree = "usr/velarix";
+
+/// What the installation provides and the agent does not make by itself.
+constexpr std::array<const char*, 5> needed{"usr/velarix/bin/VelarixHA", "usr/velarix/bin/ini", "usr/velarix/bin/log",
+                                            "usr/velarix/bin/log/runinfo.txt", "usr/velarix/pid"};
+
+void requireInstalled(const fs::path& root)
+{
+	for (const char* path : needed)
+	{
+		if (!fs::exists(root / path))
+		{
+			throw LabError("the installed tree is not complete: " + (root / path).string() + " is missing");
+		}
+	}
+}
+
+/// A staged tree is copied whole below /usr. Of this machine's own installation
+/// only its directory is taken, and no file that a running agent has written.
+void copyInstalled(const fs::path& root, const fs::path& upper)
+{
+	if (root != "/")
+	{
+		fs::copy(root / "usr", upper, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+		return;
+	}
+	const fs::path source = root / tree;
+	for (const fs::directory_entry& entry : fs::recursive_directory_iterator(source))
+	{
+		const fs::path relative = entry.path().lexically_relative(source);
+		const fs::path target = upper / "velarix" / relative;
+		const std::string parent = relative.parent_path().string();
+		const bool written = parent == "bin/ini" || parent == "pid" || parent == "log";
+		if (entry.is_directory())
+		{
+			fs::create_directories(target);
+		}
+		else if (entry.is_regular_file() && !written)
+		{
+			fs::copy_file(entry.path(), target);
+		}
+	}
+}
+
+/// The file that the node knows as `path`, which begins with "/usr/".
+fs::path fileOnDisk(const fs::path& disk, const std::string& path)
+{
+	return disk / "upper" / fs::path(path).lexically_relative("/usr");
+}
+
+/// Fills a new disk: the installed tree below /usr, the managed service, a log directory, no settings file.
+/// What an agent that is really installed on this machine has written does not shine through.
+void prepareDisk(const fs::path& disk, const fs::path& installRoot)
+{
+	requireInstalled(installRoot);
+	try
+	{
+		const fs::path upper = disk / "upper";
+		fs::create_directories(disk / "scratch");
+		fs::create_directories(upper / "velarix");
+		// Opaque: nothing of a lower /usr/velarix is seen through it.
+		if (::setxattr((upper / "velarix").c_str(), "trusted.overlay.opaque", "y", 1, 0) != 0)
+		{
+			throwErrno("cannot mark the node's own directory");
+		}
+		copyInstalled(installRoot, upper);
+		const fs::path service = fileOnDisk(disk, plan::serviceProgram);
+		fs::create_directories(service.parent_path());
+		fs::copy_file(VELARIX_LAB_HTTPD, service);
+		fs::copy_file(VELARIX_LAB_CLOCK, fileOnDisk(disk, plan::clockShim));
+		fs::create_directories(fileOnDisk(disk, plan::logFile).parent_path());
+	}
+	catch (const fs::filesystem_error& error)
+	{
+		throw LabError(std::string("cannot fill the disk of a node: ") + error.what());
+	}
+}
+
 constexpr Millis startLimit{10000};
 constexpr Millis wrappedStartLimit{120000};
 
 } // namespace
 
-Node::Node(HostId id, const Host& rootHost, const Programs& programs, int firstProcess)
-    : m_id(id), m_rootHost(rootHost), m_initProgram(programs.init), m_firstProcess(firstProcess)
+Node::Node(HostId id, const Host& rootHost, const std::filesystem::path& installRoot, int firstProcess)
+    : m_id(id), m_rootHost(rootHost), m_firstProcess(firstProcess)
 {
-	prepareDisk(disk(), programs);
+	prepareDisk(disk(), installRoot);
 }
 
 std::filesystem::path Node::disk() const
@@ -37,7 +120,7 @@ std::filesystem::path Node::disk() const
 
 void Node::boot()
 {
-	m_host.emplace(HostSpec{m_initProgram, hostName(), HostKind::node, m_firstProcess, m_rootHost.pid(), nameOf(m_id)});
+	m_host.emplace(HostSpec{hostName(), HostKind::node, m_firstProcess, m_rootHost.pid(), nameOf(m_id)});
 }
 
 const Host& Node::host() const
@@ -131,7 +214,23 @@ void Node::stepClock(std::chrono::seconds ahead) const
 
 void Node::setDiskFull(bool full) const
 {
-	setFull(disk(), full);
+	struct statvfs found
+	{
+	};
+	if (::statvfs(disk().c_str(), &found) != 0)
+	{
+		throwErrno("cannot look at the disk of a node");
+	}
+	// The size that is in use, in pages: what the last page of a file has left
+	// is all that can be written.
+	const std::string size =
+	    full ? std::to_string((found.f_blocks - found.f_bfree) * found.f_frsize / 1024) + "k" : "50%";
+	const Descriptor system(::fspick(AT_FDCWD, disk().c_str(), FSPICK_CLOEXEC));
+	if (!system || ::fsconfig(system.get(), FSCONFIG_SET_STRING, "size", size.c_str(), 0) != 0 ||
+	    ::fsconfig(system.get(), FSCONFIG_CMD_RECONFIGURE, nullptr, nullptr, 0) != 0)
+	{
+		throwErrno("cannot change the size of a node's disk");
+	}
 }
 
 void Node::startAgent()
@@ -205,8 +304,7 @@ bool Node::signalAgent(int signal) const
 
 void Node::startService() const
 {
-	const std::string line = std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &";
-	runOrThrow({{"sh", "-c", line}, {}, host().inside()});
+	shell(host(), std::string(plan::serviceProgram) + " >/dev/null 2>&1 </dev/null &");
 	const auto runs = [this] { return !processesNamed(m_host->pid(), plan::serviceProgramName).empty(); };
 	if (!waitFor(runs, startLimit, "the managed program to run"))
 	{
@@ -227,6 +325,54 @@ int Node::signalAll(const std::string& name, int signal) const
 int Node::killService() const
 {
 	return signalAll(plan::serviceProgramName, SIGKILL);
+}
+
+namespace
+{
+
+void init(const Node& node)
+{
+	const auto wire = [](HostId host) { return std::string(plan::addressOf(host, Network::communication)); };
+	runOrThrow({{"velarixctl", "init", "--force", "--wireguard", std::string("--this=") + nameOf(node.id()),
+	             "--output=/tmp/pair", "--address-a=" + wire(HostId::a), "--address-b=" + wire(HostId::b),
+	             "--gateway=" + wire(HostId::gateway),
+	             std::string("--virtual-ip=") + plan::virtualAddress + "/" + std::to_string(plan::prefixLength),
+	             "--port=" + std::to_string(plan::heartbeatPort), std::string("--program=") + plan::serviceProgram},
+	            {},
+	            node.host().inside()});
+}
+
+void takePublicKey(const Node& node, const Node& partner)
+{
+	writeFile(node.file(plan::partnerKey), contentOf(partner.file(plan::tunnelPublicKey)));
+}
+
+} // namespace
+
+void makeTunnel(const Node& a, const Node& b)
+{
+	init(a);
+	init(b);
+	takePublicKey(a, b);
+	takePublicKey(b, a);
+}
+
+void startTunnel(const Node& node)
+{
+	const std::string program = plan::tunnelProgram;
+	shell(node.host(), std::string("nft -f ") + plan::firewallFile + "; " + program + " start; " + program +
+	                       " refresh </dev/null >/dev/null 2>&1 &");
+}
+
+void changeTunnelKeys(const Node& a, const Node& b)
+{
+	for (const Node* node : {&a, &b})
+	{
+		const Node& other = node == &a ? b : a;
+		shell(node->host(), std::string("rm ") + plan::tunnelKey + "; " + plan::tunnelProgram + " reload");
+		takePublicKey(other, *node);
+		shell(other.host(), std::string(plan::tunnelProgram) + " reload");
+	}
 }
 
 } // namespace velarix::lab

@@ -16,7 +16,6 @@
 #include "lab/core/Basics.h"
 #include "lab/core/Host.h"
 #include "lab/core/NodeSettings.h"
-#include "lab/core/ProcessTable.h"
 #include "lab/core/Programs.h"
 
 namespace velarix::lab
@@ -29,7 +28,7 @@ public:
 	/// `rootHost` must outlive the node.
 	/// @throws LabError when the installed tree is not complete
 	/// @param firstProcess  see HostSpec
-	Node(HostId id, const Host& rootHost, const Programs& programs, int firstProcess);
+	Node(HostId id, const Host& rootHost, const std::filesystem::path& installRoot, int firstProcess);
 
 	HostId id() const { return m_id; }
 	/// Name of the host inside and outside, "node-a" or "node-b".
@@ -99,7 +98,6 @@ public:
 private:
 	HostId m_id;
 	const Host& m_rootHost;
-	std::filesystem::path m_initProgram;
 	std::optional<Host> m_host;
 	int m_firstProcess;
 	bool m_clockShim = false;
@@ -109,5 +107,17 @@ private:
 	std::vector<std::string> agentCommand() const;
 	std::vector<Process> agentProcesses() const;
 };
+
+/// Runs "velarixctl init --wireguard" on both nodes, which are on and connected, and exchanges
+/// their public keys. The settings files are to be written anew afterwards.
+/// @throws LabError when the installed tree lacks the tunnel, or a step fails
+void makeTunnel(const Node& a, const Node& b);
+
+/// Loads the rules and brings the tunnel up, as the units do at boot.
+/// @throws LabError when one of them fails
+void startTunnel(const Node& node);
+
+/// Makes a new key for each node and takes them into the running tunnel, the first one's alone for a moment.
+void changeTunnelKeys(const Node& a, const Node& b);
 
 } // namespace velarix::lab

@@ -63,7 +63,6 @@ inline constexpr const char* agentProgram = "/usr/velarix/bin/VelarixHA";
 inline constexpr const char* agentName = "VelarixHA";
 inline constexpr const char* settingsFile = "/usr/velarix/bin/ini/config.ini";
 inline constexpr const char* runInfoFile = "/usr/velarix/bin/log/runinfo.txt";
-inline constexpr const char* pidFile = "/usr/velarix/pid/VelarixHA.pid";
 inline constexpr const char* logFile = "/usr/velarix/log/velarix.log";
 /// Preloaded into an agent whose wall clock is to be stepped, and the file with
 /// the difference in seconds.
@@ -71,10 +70,6 @@ inline constexpr const char* clockShim = "/usr/velarix/app/liblabclock.so";
 inline constexpr const char* clockDifferenceFile = "/usr/velarix/app/clock-difference";
 /// Standard output and error of the agent.
 inline constexpr const char* consoleFile = "/usr/velarix/log/console.txt";
-
-/// A host that belongs to nobody, on both networks.
-inline constexpr const char* attackerAddress = "198.51.100.66"; ///< on the communication network
-inline constexpr const char* attackerServiceAddress = "192.0.2.66";
 
 /// @return the host's address on that network; null when it is not on it
 constexpr const char* addressOf(HostId host, Network network)
@@ -90,6 +85,8 @@ constexpr const char* addressOf(HostId host, Network network)
 		return service ? "192.0.2.1" : "198.51.100.1";
 	case HostId::client:
 		return service ? "192.0.2.50" : nullptr;
+	case HostId::third:
+		return service ? "192.0.2.66" : "198.51.100.66";
 	}
 	return nullptr;
 }

@@ -17,20 +17,12 @@ namespace
 namespace fs = std::filesystem;
 
 /// Those of the agent, of its commands, of the lab and of its faults.
-constexpr std::pair<const char*, const char*> tools[]{{"ip", "iproute2"},
-                                                      {"ifconfig", "net-tools"},
-                                                      {"ps", "procps"},
-                                                      {"killall", "psmisc"},
-                                                      {"arping", "iputils-arping"},
-                                                      {"grep", "grep"},
-                                                      {"cat", "coreutils"},
-                                                      {"chmod", "coreutils"},
-                                                      {"env", "coreutils"},
-                                                      {"sleep", "coreutils"},
-                                                      {"mount", "mount"},
-                                                      {"umount", "mount"},
-                                                      {"bash", "bash"},
-                                                      {"sh", "dash"}};
+constexpr std::pair<const char*, const char*> tools[]{
+    {"ip", "iproute2"},     {"ifconfig", "net-tools"},    {"ps", "procps"},
+    {"killall", "psmisc"},  {"arping", "iputils-arping"}, {"grep", "grep"},
+    {"cat", "coreutils"},   {"chmod", "coreutils"},       {"env", "coreutils"},
+    {"sleep", "coreutils"}, {"mount", "mount"},           {"umount", "mount"},
+    {"bash", "bash"},       {"python3", "python3"},       {"sh", "dash"}};
 
 constexpr std::array<const char*, 6> toolDirectories{"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                                      "/usr/bin",        "/sbin",          "/bin"};
@@ -46,7 +38,9 @@ fs::path agentBelow(const fs::path& root)
 	return root / (plan::agentProgram + 1);
 }
 
-fs::path chooseInstallRoot(const fs::path& wanted)
+} // namespace
+
+fs::path findInstallRoot(const fs::path& wanted)
 {
 	const fs::path staged = VELARIX_LAB_STAGE;
 	if (!wanted.empty())
@@ -70,29 +64,6 @@ fs::path chooseInstallRoot(const fs::path& wanted)
 	               agentBelow("/").string() + " is there (build the project first, or give --install-root)");
 }
 
-/// Beside the running program, or else where the build put it.
-fs::path ownProgram(const char* name, const char* built)
-{
-	std::error_code ignored;
-	const fs::path beside = fs::read_symlink("/proc/self/exe", ignored).parent_path() / name;
-	for (const fs::path& path : {beside, fs::path(built)})
-	{
-		if (fs::exists(path, ignored))
-		{
-			return path;
-		}
-	}
-	throw LabError(std::string(name) + " is missing: it was built as " + built);
-}
-
-} // namespace
-
-Programs findPrograms(const fs::path& installRoot)
-{
-	return {chooseInstallRoot(installRoot), ownProgram("velarix-lab-init", VELARIX_LAB_INIT),
-	        ownProgram("labhttpd", VELARIX_LAB_HTTPD), ownProgram("liblabclock.so", VELARIX_LAB_CLOCK)};
-}
-
 void requireTools()
 {
 	std::string missing;
@@ -107,6 +78,13 @@ void requireTools()
 	{
 		throw LabError("missing on this machine: " + missing);
 	}
+	for (const char* built : {VELARIX_LAB_INIT, VELARIX_LAB_HTTPD, VELARIX_LAB_CLOCK})
+	{
+		if (!fs::exists(built))
+		{
+			throw LabError(fs::path(built).filename().string() + " is missing: it was built as " + built);
+		}
+	}
 }
 
 std::optional<std::string> namespaceProblem()
@@ -118,12 +96,11 @@ std::optional<std::string> namespaceProblem()
 	}
 	try
 	{
-		const fs::path init = ownProgram("velarix-lab-init", VELARIX_LAB_INIT);
-		const Host root({init, "trial-root", HostKind::root, 0, 0, {}});
+		const Host root({"trial-root", HostKind::root, 0, 0, {}});
 		const fs::path disk = root.root() / "mnt" / nameOf(HostId::a);
 		fs::create_directories(disk / "upper");
 		fs::create_directories(disk / "scratch");
-		const Host node({init, "trial", HostKind::node, 1000, root.pid(), nameOf(HostId::a)});
+		const Host node({"trial", HostKind::node, 1000, root.pid(), nameOf(HostId::a)});
 		return std::nullopt;
 	}
 	catch (const NamespacesUnavailable& refused)

@@ -11,20 +11,13 @@
 namespace velarix::lab
 {
 
-struct Programs
-{
-	std::filesystem::path installRoot; ///< the tree that holds usr/velarix; "/" for this machine's own
-	std::filesystem::path init;        ///< velarix-lab-init
-	std::filesystem::path service;     ///< labhttpd
-	std::filesystem::path clockShim;   ///< liblabclock.so
-};
+/// Where the agent is installed: the tree that holds usr/velarix, "/" for this machine's own.
+/// @param wanted  empty: as staged by the build, or else as installed on this machine
+/// @throws LabError in plain words when it is not there
+std::filesystem::path findInstallRoot(const std::filesystem::path& wanted = {});
 
-/// The lab's own programs as built, and the agent: below `installRoot`, or when
-/// that is empty as staged by the build, or else as installed on this machine.
-/// @throws LabError in plain words when one is missing
-Programs findPrograms(const std::filesystem::path& installRoot = {});
-
-/// @throws LabError naming every tool that is missing on this machine, and its package
+/// @throws LabError naming every tool that is missing on this machine, and its package, or a program of
+///         the lab's own
 void requireTools();
 
 /// Tries the namespaces and mounts a lab needs, without leaving anything.

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "lab/core/Basics.h"
 #include "lab/core/Host.h"
@@ -47,16 +48,31 @@ private:
 class ServiceSampler
 {
 public:
-	/// `client` is needed during the call only; `timeline` and `clock` must outlive the sampler.
+	/// All three must outlive the sampler.
 	ServiceSampler(Timeline& timeline, const LabClock& clock, const Host& client);
 	ServiceSampler(const ServiceSampler&) = delete;
 
 private:
+	/// One HTTP request on its own connection.
+	struct Request
+	{
+		Descriptor connection;
+		Millis begun{0};
+		bool sent = false;
+	};
+
 	Timeline& m_timeline;
 	const LabClock& m_clock;
+	std::vector<Request> m_open;
+	Millis m_lastAnswer{0}; ///< when it came in
+	Millis m_lastLook{0};
+	Millis m_stood{0};     ///< how long the thread did not run since the last answer
 	std::jthread m_thread; ///< ends before what it uses
 
-	void loop(const std::stop_token& stop, int networkNamespace);
+	void loop(const std::stop_token& stop);
+	void serve(Millis until);
+	bool advance(Request& request, short events);
+	void noteSilence(Millis now);
 };
 
 } // namespace velarix::lab

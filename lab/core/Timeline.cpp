@@ -1,6 +1,7 @@
 #include "lab/core/Timeline.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 
 namespace velarix::lab
@@ -14,32 +15,19 @@ bool inTrack(const Event& event, Track track)
 	return event.kind == track.kind && event.host == track.host;
 }
 
-bool oneOf(const std::string& value, const std::vector<std::string>& values)
-{
-	return std::find(values.begin(), values.end(), value) != values.end();
-}
-
 std::string sentenceFor(const Event& event)
 {
-	switch (event.kind)
-	{
-	case EventKind::phase:
-		return "---- " + event.text;
-	case EventKind::fault:
-		return "FAULT    " + event.text;
-	case EventKind::repair:
-		return "repaired   " + event.text;
-	case EventKind::role:
-		return "role     " + event.text;
-	case EventKind::action:
-		return "         " + event.text;
-	case EventKind::address:
-		return "address  owned by " + event.text;
-	case EventKind::service:
-		return "service  " +
-		       (event.text == "none" ? std::string("does not answer the client") : "answered by node " + event.text);
-	}
-	return event.text;
+	// In the order of the enumerators.
+	static constexpr std::array<const char*, 7> beginnings{"---- ",
+	                                                       "FAULT    ",
+	                                                       "repaired   ",
+	                                                       "role     ",
+	                                                       "         ",
+	                                                       "address  owned by ",
+	                                                       "service  answered by node "};
+	const bool silent = event.kind == EventKind::service && event.text == "none";
+	return silent ? "service  does not answer the client"
+	              : beginnings.at(static_cast<std::size_t>(event.kind)) + event.text;
 }
 
 } // namespace
@@ -126,27 +114,22 @@ std::vector<Interval> Timeline::intervals(Track track, Millis until) const
 	return found;
 }
 
-Millis timeWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from, Millis to)
+Millis timeWith(const std::vector<Interval>& intervals, const std::string& value, Millis from, Millis to)
 {
 	Millis total{0};
 	for (const Interval& interval : intervals)
 	{
-		const Millis length = std::min(interval.to, to) - std::max(interval.from, from);
-		total += oneOf(interval.value, values) ? std::max(length, Millis(0)) : Millis(0);
+		total += interval.value == value ? interval.within(from, to) : Millis(0);
 	}
 	return total;
 }
 
-Millis longestWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from,
-                   Millis to)
+Millis longestWith(const std::vector<Interval>& intervals, const std::string& value, Millis from, Millis to)
 {
 	Millis longest{0};
-	Millis running{0};
 	for (const Interval& interval : intervals)
 	{
-		const Millis length = std::max(std::min(interval.to, to) - std::max(interval.from, from), Millis(0));
-		running = oneOf(interval.value, values) ? running + length : Millis(0);
-		longest = std::max(longest, running);
+		longest = interval.value == value ? std::max(longest, interval.within(from, to)) : longest;
 	}
 	return longest;
 }

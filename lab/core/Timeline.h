@@ -5,6 +5,7 @@
 /// of a scenario and single actions of the agents. Any thread may add.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -55,6 +56,12 @@ struct Interval
 	Millis from{0};
 	Millis to{0};
 	std::string value;
+
+	/// How much of it lies between two times.
+	Millis within(Millis begin, Millis end) const
+	{
+		return std::max(std::min(to, end) - std::max(from, begin), Millis(0));
+	}
 };
 
 class Timeline
@@ -89,12 +96,9 @@ private:
 	void notifyListener(const Event& event);
 };
 
-/// How long, between two times, the value was one of `values`.
-Millis timeWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from, Millis to);
-
-/// The longest time without a break, between two times, in which the value was one of `values`.
-Millis longestWith(const std::vector<Interval>& intervals, const std::vector<std::string>& values, Millis from,
-                   Millis to);
+/// How long the track had this value between two times, in all and without a break.
+Millis timeWith(const std::vector<Interval>& intervals, const std::string& value, Millis from, Millis to);
+Millis longestWith(const std::vector<Interval>& intervals, const std::string& value, Millis from, Millis to);
 
 /// One line per event.
 std::string toText(const Timeline& timeline);

@@ -1,9 +1,11 @@
 #include "lab/core/Wiring.h"
 
-#include <array>
+#include <csignal>
 #include <cstdio>
 
-#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace velarix::lab
 {
@@ -46,29 +48,6 @@ std::string bridgeEnd(HostId id, Network network)
 	return interfaceName("vlb-", id, network);
 }
 
-/// An interface keeps its hardware address when its host is switched off and on.
-std::array<std::uint8_t, 6> hardwareAddress(HostId id, Network network)
-{
-	return {2, 0, 0, 0, static_cast<std::uint8_t>(network), static_cast<std::uint8_t>(static_cast<int>(id) + 1)};
-}
-
-std::string hardwareText(HostId id, Network network)
-{
-	char text[18];
-	const std::array<std::uint8_t, 6> bytes = hardwareAddress(id, network);
-	std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
-	              bytes[5]);
-	return text;
-}
-
-InterfaceAddress interfaceAddress(HostId id, Network network)
-{
-	InterfaceAddress interface;
-	interface.hardware = hardwareAddress(id, network);
-	::inet_pton(AF_INET, plan::addressOf(id, network), interface.internet.data());
-	return interface;
-}
-
 bool onNetwork(HostId id, Network network)
 {
 	return plan::addressOf(id, network) != nullptr;
@@ -106,52 +85,52 @@ Wiring::Wiring(const Host& rootHost) : m_rootHost(rootHost)
 	}
 }
 
-void Wiring::connect(const Host& host, const std::vector<Plug>& plugs)
+Wiring::~Wiring()
 {
-	std::string outside;
-	std::string inside = "link set lo up\n";
-	for (const Plug& plug : plugs)
+	for (std::array<Port, 2>& ports : m_ports)
 	{
-		const std::string interface = interfaceName(plug.network);
-		outside += "link add " + plug.port + " type veth peer name " + interface + " address " + plug.hardware +
-		           " netns " + std::to_string(host.pid()) + "\nlink set " + plug.port + " master " +
-		           bridgeName(plug.network) + " up\n" + (plug.id ? isolationLine(*plug.id, plug.network) : "");
-		inside += "addr add " + plug.address + "/" + std::to_string(plan::prefixLength) + " dev " + interface +
-		          "\nlink set " + interface + " up\n";
-	}
-	batch(outside);
-	for (const Plug& plug : plugs)
-	{
-		if (plug.id)
+		for (Port& one : ports)
 		{
-			port(*plug.id, plug.network).plugged = true;
-		}
-		if (plug.id && port(*plug.id, plug.network).impairment)
-		{
-			insertRelay(*plug.id, plug.network);
+			endRelay(one);
 		}
 	}
-	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
+}
+
+std::string Wiring::hardwareAddress(HostId id, Network network)
+{
+	char text[18];
+	std::snprintf(text, sizeof text, "02:00:00:00:%02x:%02x", static_cast<unsigned>(network),
+	              static_cast<unsigned>(id) + 1);
+	return text;
 }
 
 void Wiring::plugIn(HostId id, const Host& host)
 {
-	std::vector<Plug> plugs;
+	std::string outside;
+	std::string inside = "link set lo up\n";
 	for (const Network network : networks)
 	{
 		if (onNetwork(id, network))
 		{
-			plugs.push_back(
-			    {network, portName(id, network), plan::addressOf(id, network), hardwareText(id, network), id});
+			const std::string interface = interfaceName(network);
+			outside += "link add " + portName(id, network) + " type veth peer name " + interface + " address " +
+			           hardwareAddress(id, network) + " netns " + std::to_string(host.pid()) + "\nlink set " +
+			           portName(id, network) + " master " + bridgeName(network) + " up\n" + isolationLine(id, network);
+			inside += std::string("addr add ") + plan::addressOf(id, network) + "/" +
+			          std::to_string(plan::prefixLength) + " dev " + interface + "\nlink set " + interface + " up\n";
 		}
 	}
-	connect(host, plugs);
-}
-
-void Wiring::plugInAttacker(const Host& host)
-{
-	connect(host, {{Network::service, "vlx-str-svc", plan::attackerServiceAddress, "02:00:00:00:00:66"},
-	               {Network::communication, "vlx-str-com", plan::attackerAddress, "02:00:00:00:01:66"}});
+	batch(outside);
+	for (const Network network : networks)
+	{
+		port(id, network).plugged = onNetwork(id, network);
+		port(id, network).bridged = true;
+		if (port(id, network).impairment)
+		{
+			insertRelay(id, network);
+		}
+	}
+	runOrThrow({{"ip", "-batch", "-"}, inside, host.insideNetwork()});
 }
 
 void Wiring::unplug(HostId id)
@@ -160,8 +139,7 @@ void Wiring::unplug(HostId id)
 	for (const Network network : networks)
 	{
 		lines += onNetwork(id, network) ? "link del " + portName(id, network) + "\n" : "";
-		lines += port(id, network).relay ? "link del " + bridgeEnd(id, network) + "\n" : "";
-		port(id, network).relay.reset();
+		lines += endRelay(port(id, network)) ? "link del " + bridgeEnd(id, network) + "\n" : "";
 		port(id, network).plugged = false;
 	}
 	// The kernel may be removing the interfaces of a dead host at the same time:
@@ -184,9 +162,22 @@ void Wiring::setAllPorts(HostId id, bool up)
 	batch(lines);
 }
 
+void Wiring::setBridged(HostId id, bool bridged)
+{
+	std::string lines;
+	for (const Network network : networks)
+	{
+		port(id, network).bridged = bridged;
+		const std::string line = "link set " + bridgeSide(id, network);
+		lines += bridged ? line + " master " + bridgeName(network) + "\n" + isolationLine(id, network)
+		                 : line + " nomaster\n";
+	}
+	batch(lines);
+}
+
 void Wiring::isolateNodes(Network network, bool isolated)
 {
-	m_isolated[static_cast<std::size_t>(network)] = isolated;
+	m_isolated[indexOf(network)] = isolated;
 	std::string lines;
 	for (const HostId node : nodes)
 	{
@@ -201,13 +192,10 @@ void Wiring::impair(HostId id, Network network, const Impairment& impairment)
 	{
 		throw LabError("there is no " + placeText(onNetwork(id, network) ? *impairment.peer : id, network));
 	}
+	unimpair(id, network);
 	Port& bad = port(id, network);
 	bad.impairment = impairment;
-	if (bad.relay)
-	{
-		bad.relay->change(impairment, interfaceAddress(impairment.peer.value_or(id), network));
-	}
-	else if (bad.plugged)
+	if (bad.plugged)
 	{
 		insertRelay(id, network);
 	}
@@ -217,33 +205,12 @@ void Wiring::unimpair(HostId id, Network network)
 {
 	Port& good = port(id, network);
 	good.impairment.reset();
-	if (good.relay)
+	if (endRelay(good))
 	{
-		good.relay.reset();
+		good.bridged = true;
 		batch("link del " + bridgeEnd(id, network) + "\nlink set " + portName(id, network) + " master " +
 		      bridgeName(network) + "\n" + isolationLine(id, network));
 	}
-}
-
-std::optional<Impairment> Wiring::impairmentOf(HostId id, Network network) const
-{
-	return port(id, network).impairment;
-}
-
-RelayCounts Wiring::relayCounts(HostId id, Network network) const
-{
-	const Port& asked = port(id, network);
-	return asked.relay ? asked.relay->counts() : RelayCounts{};
-}
-
-Wiring::Port& Wiring::port(HostId id, Network network)
-{
-	return m_ports[indexOf(id)][static_cast<std::size_t>(network)];
-}
-
-const Wiring::Port& Wiring::port(HostId id, Network network) const
-{
-	return m_ports[indexOf(id)][static_cast<std::size_t>(network)];
 }
 
 /// The relay works before the bridge has its end of the cable: a frame goes one
@@ -256,22 +223,64 @@ void Wiring::insertRelay(HostId id, Network network)
 	const std::string relaySide = relayEnd(id, network);
 	batch("link add " + bridgeSideName + " type veth peer name " + relaySide + "\nlink set " + bridgeSideName +
 	      " addrgenmode none\nlink set " + relaySide + " addrgenmode none up\n");
-	bad.relay = std::make_unique<Relay>(m_rootHost, RelayPlan{portName(id, network), relaySide, impairment,
-	                                                          interfaceAddress(impairment.peer.value_or(id), network)});
+	const auto number = [](auto value) { return std::to_string(value); };
+	std::vector<std::string> words{"python3",
+	                               "-B",
+	                               VELARIX_LAB_RELAY,
+	                               portName(id, network),
+	                               relaySide,
+	                               number(impairment.lossPercent),
+	                               number(impairment.delay.count()),
+	                               number(impairment.jitter.count()),
+	                               number(impairment.seed)};
+	if (impairment.peer)
+	{
+		words.push_back(hardwareAddress(*impairment.peer, network));
+	}
+	int ends[2];
+	if (::pipe2(ends, O_CLOEXEC) != 0)
+	{
+		throwErrno("cannot make a pipe");
+	}
+	const Descriptor said(ends[0]);
+	Descriptor theirs(ends[1]);
+	bad.relay =
+	    spawn({.argv = words, .inside = m_rootHost.insideNetwork(), .output = theirs.get(), .error = theirs.get()});
+	theirs.close();
+	char text[1024];
+	const ssize_t count = ::read(said.get(), text, sizeof text);
+	if (const std::string answer(text, count > 0 ? static_cast<std::size_t>(count) : 0); answer != "ready\n")
+	{
+		throw LabError("the relay did not start: " + answer);
+	}
+	bad.bridged = true;
 	batch("link set " + portName(id, network) + " nomaster\nlink set " + bridgeSideName + " master " +
 	      bridgeName(network) + " up\n" + isolationLine(id, network));
 }
 
-std::string Wiring::bridgeSide(HostId id, Network network) const
+bool Wiring::endRelay(Port& port)
 {
-	return port(id, network).relay ? bridgeEnd(id, network) : portName(id, network);
+	if (port.relay < 0)
+	{
+		return false;
+	}
+	::kill(port.relay, SIGKILL);
+	::waitpid(port.relay, nullptr, 0);
+	port.relay = -1;
+	return true;
 }
 
-std::string Wiring::isolationLine(HostId id, Network network) const
+std::string Wiring::bridgeSide(HostId id, Network network)
 {
-	return isNode(id) ? "link set " + bridgeSide(id, network) + " type bridge_slave isolated " +
-	                        (m_isolated[static_cast<std::size_t>(network)] ? "on" : "off") + "\n"
-	                  : "";
+	return port(id, network).relay > 0 ? bridgeEnd(id, network) : portName(id, network);
+}
+
+std::string Wiring::isolationLine(HostId id, Network network)
+{
+	return isNode(id) && port(id, network).bridged
+	           ? "link set " + bridgeSide(id, network) + " type bridge_slave isolated " +
+	                 (m_isolated[indexOf(network)] ? "on" : "off") + "\n"
+	           : "";
 }
 
 void Wiring::batch(const std::string& lines) const

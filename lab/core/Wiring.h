@@ -4,26 +4,36 @@
 /// A port that is set down takes the carrier from the host's interface, as a pulled
 /// cable does. Isolated ports of one bridge keep their carrier and reach every
 /// port but each other. An impaired port keeps its carrier too; its frames go
-/// through a Relay between the port and the bridge, which loses or delays them.
+/// through lab/guest/relay.py between the port and the bridge, which loses or delays them.
 ///
 /// Isolation and impairments belong to the network, not to the host: they stay
 /// when a host is unplugged and plugged in again.
 #pragma once
 
 #include <array>
-#include <memory>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "lab/core/Basics.h"
 #include "lab/core/Host.h"
-#include "lab/core/Impairment.h"
 #include "lab/core/Plan.h"
-#include "lab/core/Relay.h"
 
 namespace velarix::lab
 {
+
+/// What a bad wire does to the frames of one switch port, each way; lab/guest/relay.py does it.
+struct Impairment
+{
+	double lossPercent = 0; ///< 0 to 100
+	Millis delay{0};        ///< both ways make a round trip twice as slow
+	Millis jitter{0};       ///< at most the delay
+	/// Only what the host receives from this one, broadcasts included. To cut the way from a
+	/// to b and nothing else, impair the port of b: {.lossPercent = 100, .peer = HostId::a}.
+	std::optional<HostId> peer{};
+	std::uint64_t seed = 1;
+};
 
 class Wiring
 {
@@ -31,12 +41,14 @@ public:
 	/// Makes both bridges. `rootHost` must outlive the wiring.
 	/// @throws NamespacesUnavailable when the kernel has no bridges
 	explicit Wiring(const Host& rootHost);
+	~Wiring();
+	Wiring(const Wiring&) = delete;
+	Wiring& operator=(const Wiring&) = delete;
 
+	/// Of its interface on that network, which keeps it when the host is switched off and on.
+	static std::string hardwareAddress(HostId id, Network network);
 	/// Gives the host its interfaces, addresses and loopback, and plugs it in.
 	void plugIn(HostId id, const Host& host);
-	/// Gives a host that is no part of the plan an interface on each network, with the addresses
-	/// plan::attackerAddress and plan::attackerServiceAddress.
-	void plugInAttacker(const Host& host);
 	/// Removes the host's interfaces on both networks, also those already gone.
 	void unplug(HostId id);
 
@@ -44,6 +56,9 @@ public:
 	void setPort(HostId id, Network network, bool up);
 	/// Sets all ports of the host up or down, in one step.
 	void setAllPorts(HostId id, bool up);
+	/// Takes all ports of the host out of their bridges, which leaves them their carrier, or puts
+	/// them back.
+	void setBridged(HostId id, bool bridged);
 	/// Cuts the path between the two nodes on one network, or joins it again.
 	void isolateNodes(Network network, bool isolated);
 
@@ -53,42 +68,35 @@ public:
 	void impair(HostId id, Network network, const Impairment& impairment);
 	/// Makes the port a good one again; frames under way in the relay are lost.
 	void unimpair(HostId id, Network network);
-	/// What the port suffers from; empty when it is a good one.
-	std::optional<Impairment> impairmentOf(HostId id, Network network) const;
-	/// What the port's relay has done so far; all zero when it has none.
-	RelayCounts relayCounts(HostId id, Network network) const;
+	bool isImpaired(HostId id, Network network) const
+	{
+		return m_ports[indexOf(id)][indexOf(network)].impairment.has_value();
+	}
 
 private:
 	/// What is known of one switch port.
 	struct Port
 	{
 		std::optional<Impairment> impairment;
-		std::unique_ptr<Relay> relay;
+		pid_t relay = -1;
 		bool plugged = false;
-	};
-
-	/// An interface that a host is to get.
-	struct Plug
-	{
-		Network network;
-		std::string port; ///< its other end
-		std::string address;
-		std::string hardware;
-		std::optional<HostId> id{}; ///< of a host of the plan
+		bool bridged = true; ///< see setBridged
 	};
 
 	const Host& m_rootHost;
-	std::array<std::array<Port, 2>, 4> m_ports; ///< by host and network
+	std::array<std::array<Port, 2>, 5> m_ports; ///< by host and network
 	std::array<bool, 2> m_isolated{};           ///< by network
 
-	Port& port(HostId id, Network network);
-	const Port& port(HostId id, Network network) const;
-	void connect(const Host& host, const std::vector<Plug>& plugs);
+	static std::size_t indexOf(Network network) { return static_cast<std::size_t>(network); }
+	static std::size_t indexOf(HostId id) { return lab::indexOf(id); }
+	Port& port(HostId id, Network network) { return m_ports[indexOf(id)][indexOf(network)]; }
 	/// Puts a relay between port and bridge.
 	void insertRelay(HostId id, Network network);
+	/// @return whether there was one
+	bool endRelay(Port& port);
 	/// The name of the interface that stands in the bridge for the host.
-	std::string bridgeSide(HostId id, Network network) const;
-	std::string isolationLine(HostId id, Network network) const;
+	std::string bridgeSide(HostId id, Network network);
+	std::string isolationLine(HostId id, Network network);
 	void batch(const std::string& lines) const;
 };
 

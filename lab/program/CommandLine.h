@@ -6,19 +6,15 @@
 
 #include <CLI/CLI.hpp>
 
-#include "lab/campaigns/Campaign.h"
+#include "lab/core/NodeSettings.h"
 
 namespace velarix::lab::program
 {
 
 /// The options of every command that makes a pair: the installed tree and the waits.
 void addLabOptions(CLI::App& command, std::string& installRoot, PairSettings& times);
-/// The options of every command that runs many pairs.
-void addCampaignOptions(CLI::App& command, CampaignOptions& options);
-/// Those of a command that runs the cells of a table.
-void addCellOptions(CLI::App& command, CampaignOptions& options);
-/// The form of the report, and a file for the records.
-void addReportOptions(CLI::App& command, CampaignOptions& options);
+/// Those for a pair that is kept running: up, down, status, exec, inject, repair, timeline.
+void addPairCommands(CLI::App& app, int& status);
 
 // The commands that run many pairs. They end with 0 when everything was as expected, else with 1.
 

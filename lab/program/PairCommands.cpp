@@ -1,4 +1,6 @@
-#include "lab/program/PairCommands.h"
+// The commands for a pair that is kept running.
+
+#include "lab/program/CommandLine.h"
 
 #include <csignal>
 #include <iostream>
@@ -9,12 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "lab/core/Basics.h"
 #include "lab/core/Command.h"
 #include "lab/core/Console.h"
-#include "lab/core/Files.h"
+#include "lab/core/Fault.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
-#include "lab/program/ControlSocket.h"
+#include "lab/program/Supervisor.h"
 
 namespace velarix::lab::program
 {
@@ -25,30 +28,6 @@ namespace
 constexpr Millis startLimit{30000};
 constexpr Millis electionLimit{60000};
 constexpr Millis downLimit{30000};
-
-void requireUp(const StateDirectory& directory)
-{
-	if (directory.inUse())
-	{
-		return;
-	}
-	const std::string hint = directory.exists()
-	                             ? " (a supervisor that died left its directory; \"velarix-lab down\" removes it)"
-	                             : " (start it with: velarix-lab up)";
-	throw LabError("no lab \"" + directory.name() + "\" is up" + hint);
-}
-
-/// @throws LabError when the answer tells of an error
-std::string askOrThrow(const StateDirectory& directory, const std::string& request)
-{
-	requireUp(directory);
-	std::string answer = ask(directory.controlSocket(), request);
-	if (answer.starts_with("error: "))
-	{
-		throw LabError(answer.substr(7));
-	}
-	return answer;
-}
 
 /// In a process and a session of its own, which outlive this command.
 pid_t startSupervisor(StateDirectory& directory, const SupervisorOptions& options)
@@ -86,7 +65,7 @@ pid_t startSupervisor(StateDirectory& directory, const SupervisorOptions& option
 
 nlohmann::json statusOf(const StateDirectory& directory)
 {
-	return nlohmann::json::parse(askOrThrow(directory, "status"));
+	return nlohmann::json::parse(directory.ask("status"));
 }
 
 std::string stateIn(const nlohmann::json& status)
@@ -142,9 +121,7 @@ bool removeDead(const StateDirectory& directory, Console& console)
 	return dead;
 }
 
-} // namespace
-
-int pairUp(StateDirectory& directory, const SupervisorOptions& options, bool wait)
+int pairUp(StateDirectory directory, const SupervisorOptions& options, bool wait)
 {
 	requireLab(options.installRoot);
 	Console console;
@@ -170,7 +147,7 @@ int pairDown(const StateDirectory& directory)
 	{
 		return 0;
 	}
-	askOrThrow(directory, "down");
+	directory.ask("down");
 	const Wait gone{"the supervisor to end", downLimit, {}, console.observer()};
 	if (!gone.until([&] { return !directory.exists(); }))
 	{
@@ -206,9 +183,20 @@ int pairStatus(const StateDirectory& directory, bool json)
 	return 0;
 }
 
-int pairExec(const StateDirectory& directory, const std::string& host, const std::vector<std::string>& command)
+/// @param words  the host's name, and a command
+int pairExec(const StateDirectory& directory, std::vector<std::string> words)
 {
-	const pid_t pid = std::stoi(askOrThrow(directory, "pid " + host));
+	if (words.size() > 1 && words[1] == "--")
+	{
+		words.erase(words.begin() + 1);
+	}
+	if (words.size() < 2)
+	{
+		throw LabError("exec needs a host and a command, for example: velarix-lab exec a ip addr");
+	}
+	const std::string host = words.front();
+	words.erase(words.begin());
+	const pid_t pid = std::stoi(directory.ask("pid " + host));
 	const Descriptor pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
 	if (!pidFd)
 	{
@@ -217,8 +205,7 @@ int pairExec(const StateDirectory& directory, const std::string& host, const std
 	// The keyboard's signals are for the program.
 	::signal(SIGINT, SIG_IGN);
 	::signal(SIGQUIT, SIG_IGN);
-	const pid_t child =
-	    spawn({command, {pidFd.get(), allNamespaces}, STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, true});
+	const pid_t child = spawn({words, {pidFd.get(), allNamespaces}, STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO, true});
 	int status = 0;
 	while (::waitpid(child, &status, 0) < 0 && errno == EINTR)
 	{
@@ -226,19 +213,90 @@ int pairExec(const StateDirectory& directory, const std::string& host, const std
 	const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 	if (code == 127)
 	{
-		std::cerr << "velarix-lab: " << command.front() << " was not found on host " << host << '\n';
+		std::cerr << "velarix-lab: " << words.front() << " was not found on host " << host << '\n';
 	}
 	return code;
 }
 
-int pairRequest(const StateDirectory& directory, const std::string& request)
+/// What the options are read into.
+struct Arguments
 {
-	const std::string answer = askOrThrow(directory, request);
-	if (answer != "ok")
+	SupervisorOptions options;
+	std::string name = "lab";
+	std::string stateBase = "/run/velarix-lab";
+	bool noWait = false;
+	bool noAgents = false;
+	bool json = false;
+	std::string fault;
+	std::string node;
+};
+
+std::string faultList()
+{
+	std::string text = "Faults:\n";
+	for (const FaultInfo& info : allFaults())
 	{
-		std::cout << answer;
+		text += "  " + std::string(info.name) + (info.onNode ? " NODE" : "") + "  (" + info.what +
+		        (info.repair == nullptr ? "; recovers by itself" : "") + ")\n";
 	}
-	return 0;
+	return text;
+}
+
+/// A command for a pair that is kept running.
+CLI::App* addCommand(CLI::App& app, Arguments& arguments, const std::string& name, const std::string& what)
+{
+	CLI::App* command = app.add_subcommand(name, what);
+	command->add_option("--name", arguments.name, "Name of the lab")->capture_default_str();
+	command->add_option("--state-dir", arguments.stateBase, "Directory of all labs that are kept running")
+	    ->capture_default_str();
+	return command;
+}
+
+} // namespace
+
+void addPairCommands(CLI::App& app, int& status)
+{
+	const auto given = std::make_shared<Arguments>();
+	const auto pair = [given] { return StateDirectory(given->stateBase, given->name); };
+	CLI::App* up = addCommand(app, *given, "up", "Start a pair and keep it running");
+	addLabOptions(*up, given->options.installRoot, given->options.times);
+	up->add_flag("--no-wait", given->noWait, "Do not wait until the service answers");
+	up->add_flag("--no-agents", given->noAgents, "Start the hosts only, not the agents");
+	up->add_option("--wrap", given->options.wrapper,
+	               "Words in front of the agent's program, for example of an analyser");
+	up->callback(
+	    [=, &status]
+	    {
+		    given->options.startAgents = !given->noAgents;
+		    status = pairUp(pair(), given->options, !given->noWait);
+	    });
+
+	CLI::App* down = addCommand(app, *given, "down", "End a pair that is kept running");
+	down->callback([=, &status] { status = pairDown(pair()); });
+
+	CLI::App* state = addCommand(app, *given, "status", "Print roles, owner of the address and who answers the client");
+	state->add_flag("--json", given->json, "As JSON");
+	state->callback([=, &status] { status = pairStatus(pair(), given->json); });
+
+	CLI::App* exec = addCommand(app, *given, "exec", "Run a program on a host of the pair: exec HOST COMMAND...");
+	// No positionals of its own: from the host's name on nothing is parsed here.
+	exec->prefix_command();
+	exec->footer("HOST is a, b, gateway or client.\n"
+	             "The host's own /usr (of a node), /run and /tmp can be written; every other file is this\n"
+	             "machine's, read-only.");
+	exec->callback([=, &status] { status = pairExec(pair(), exec->remaining()); });
+
+	CLI::App* timeline = addCommand(app, *given, "timeline", "Print what has happened so far");
+	timeline->callback([=] { std::cout << pair().ask("timeline"); });
+
+	for (const std::string verb : {"inject", "repair"})
+	{
+		CLI::App* command = addCommand(app, *given, verb, verb == "inject" ? "Inject a fault" : "Repair a fault");
+		command->add_option("fault", given->fault, "Name of the fault")->required();
+		command->add_option("node", given->node, "Node it is injected into: a or b");
+		command->footer(faultList());
+		command->callback([=] { pair().ask(verb + " " + given->fault + " " + given->node); });
+	}
 }
 
 } // namespace velarix::lab::program

@@ -2,7 +2,6 @@
 /// table is reported with the number of its line.
 #pragma once
 
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,8 +19,6 @@ class TomlTable
 public:
 	/// @throws LabError when the text is no TOML
 	static TomlTable parse(const std::string& text);
-	/// @throws LabError when the file cannot be read, or is no TOML
-	static TomlTable read(const std::filesystem::path& file);
 
 	/// The number of the line on which the table begins.
 	unsigned line() const { return m_table->source().begin.line; }

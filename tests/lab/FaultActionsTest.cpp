@@ -32,7 +32,7 @@ std::string stateOf(Lab& lab)
 		}
 		for (const Network network : {Network::service, Network::communication})
 		{
-			text += lab.wiring().impairmentOf(id, network) ? "a bad wire\n" : "";
+			text += lab.wiring().isImpaired(id, network) ? "a bad wire\n" : "";
 		}
 		if (lab.node(id).isOn())
 		{

@@ -4,13 +4,8 @@
 #include <algorithm>
 #include <csignal>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include "FaultActionTest.h"
+#include "lab/core/FaultTables.h"
 
 namespace velarix::lab
 {
@@ -18,74 +13,34 @@ namespace velarix::lab
 namespace
 {
 
-sockaddr_in addressOn(HostId host, int port)
+/// A datagram from one host to another arrives: the second one counts them. One may be lost at the moment in
+/// which a wire becomes bad or good.
+bool reaches(Lab& lab, HostId from, HostId to, int tries = 2)
 {
-	sockaddr_in address{};
-	address.sin_family = AF_INET;
-	address.sin_port = htons(static_cast<std::uint16_t>(port));
-	::inet_pton(AF_INET, plan::addressOf(host, Network::communication), &address.sin_addr);
-	return address;
-}
-
-const sockaddr* generic(const sockaddr_in& address)
-{
-	return reinterpret_cast<const sockaddr*>(&address);
-}
-
-/// A socket in the host, bound on the communication network.
-Descriptor boundSocket(const Host& where, HostId host, int type, int port)
-{
-	Descriptor opened;
-	inNetworkOf(where, [&] { opened.reset(::socket(AF_INET, type | SOCK_CLOEXEC, 0)); });
-	const sockaddr_in address = addressOn(host, port);
-	const int on = 1;
-	::setsockopt(opened.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-	EXPECT_EQ(::bind(opened.get(), generic(address), sizeof address), 0);
-	return opened;
-}
-
-bool readableWithin(int socket, Millis limit)
-{
-	pollfd watched{socket, POLLIN, 0};
-	return ::poll(&watched, 1, static_cast<int>(limit.count())) == 1;
-}
-
-/// What the next attacker says to a listening socket until it hangs up; empty: none came.
-std::optional<std::string> nextWords(int listening, Millis limit)
-{
-	if (!readableWithin(listening, limit))
+	const Host& receiver = lab.host(to);
+	shell(receiver, "nft 'add table ip seen; add chain ip seen in { type filter hook input priority 0; }; "
+	                "flush chain ip seen in; add rule ip seen in udp dport 9999 counter'");
+	const auto arrived = [&]
+	{ return shell(receiver, "nft list chain ip seen in").find("packets 0 ") == std::string::npos; };
+	bool any = false;
+	for (int number = 0; number < tries && !any; ++number)
 	{
-		return std::nullopt;
+		shell(lab.host(from), std::string("echo >/dev/udp/") + plan::addressOf(to, Network::communication) + "/9999");
+		any = waitFor(arrived, Millis(700), "a datagram");
 	}
-	sockaddr_in peer{};
-	socklen_t size = sizeof peer;
-	const Descriptor connection(::accept(listening, reinterpret_cast<sockaddr*>(&peer), &size));
-	EXPECT_EQ(peer.sin_addr.s_addr, addressOn(HostId::gateway, 0).sin_addr.s_addr);
-	std::string words;
-	char buffer[1024];
-	for (ssize_t count = 0; (count = ::recv(connection.get(), buffer, sizeof buffer, 0)) > 0;)
-	{
-		words.append(buffer, static_cast<std::size_t>(count));
-	}
-	return words;
+	return any;
 }
 
-/// A datagram from one host to another arrives.
-bool reaches(Lab& lab, HostId from, HostId to)
-{
-	constexpr int port = 9999;
-	const Descriptor receiver = boundSocket(lab.host(to), to, SOCK_DGRAM, port);
-	const Descriptor sender = boundSocket(lab.host(from), from, SOCK_DGRAM, 0);
-	const sockaddr_in address = addressOn(to, port);
-	EXPECT_EQ(::sendto(sender.get(), "x", 1, 0, generic(address), sizeof address), 1);
-	return readableWithin(receiver.get(), Millis(700));
-}
-
-/// A frame may be lost at the moment in which a wire becomes bad or good.
-bool reachesSoon(Lab& lab, HostId from, HostId to)
-{
-	return reaches(lab, from, to) || reaches(lab, from, to);
-}
+/// Prints what each connection says, and where it comes from.
+constexpr const char* listener = R"(
+import socket
+listening = socket.create_server(("", 15001))
+print("ready", flush=True)
+while True:
+    connection, peer = listening.accept()
+    words = b"".join(iter(lambda: connection.recv(1024), b""))
+    print(peer[0], words, flush=True)
+)";
 
 } // namespace
 
@@ -140,7 +95,7 @@ TEST_F(FaultAction, AZombieHasTheNameOfTheProgram)
 
 TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 {
-	EXPECT_TRUE(reachesSoon(lab(), a, b) && reachesSoon(lab(), b, a));
+	EXPECT_TRUE(reaches(lab(), a, b) && reaches(lab(), b, a));
 	// Neither has to ask for the other's interface, which takes both ways.
 	for (const HostId id : nodes)
 	{
@@ -149,44 +104,45 @@ TEST_F(FaultAction, DeafAndMuteLoseOneWayEach)
 		EXPECT_TRUE(kept.ok()) << kept.output;
 	}
 	inject("deaf");
-	EXPECT_TRUE(reachesSoon(lab(), a, b));
-	EXPECT_FALSE(reaches(lab(), b, a));
-	EXPECT_TRUE(reachesSoon(lab(), HostId::gateway, a));
+	EXPECT_TRUE(reaches(lab(), a, b));
+	EXPECT_FALSE(reaches(lab(), b, a, 1));
+	EXPECT_TRUE(reaches(lab(), HostId::gateway, a));
 	repair("deaf");
-	EXPECT_TRUE(reachesSoon(lab(), b, a));
+	EXPECT_TRUE(reaches(lab(), b, a));
 	inject("mute");
-	EXPECT_FALSE(reaches(lab(), a, b));
-	EXPECT_TRUE(reachesSoon(lab(), b, a));
-	EXPECT_TRUE(reachesSoon(lab(), a, HostId::gateway));
+	EXPECT_FALSE(reaches(lab(), a, b, 1));
+	EXPECT_TRUE(reaches(lab(), b, a));
+	EXPECT_TRUE(reaches(lab(), a, HostId::gateway));
 	repair("mute");
-	EXPECT_TRUE(reachesSoon(lab(), a, b));
+	EXPECT_TRUE(reaches(lab(), a, b));
 }
 
 TEST_F(FaultAction, AttackersAreHeard)
 {
-	const Descriptor listening = boundSocket(node(a).host(), a, SOCK_STREAM, plan::heartbeatPort);
-	ASSERT_EQ(::listen(listening.get(), 8), 0);
-	const std::vector<std::pair<std::string, std::vector<std::string>>> attackers{
-	    {"garbage",
-	     {"", "/process/", "/other/1/1/20260101000000/1/", std::string("\0\377\1\n", 4), "/process/1/1",
-	      std::string(300, '0'), ""}},
-	    {"replay-master", {"/process/1/1/20260101000000/0/", "/process/1/1/20260101000000/0/"}},
-	    {"replay-ask", {"/process/0/2/20260101000000/1/", "/process/0/2/20260101000000/1/"}}};
+	const auto heard = [] { return contentIfAny(node(a).file("/run/heard.says")); };
+	const std::string gateway = plan::addressOf(HostId::gateway, Network::communication);
+	const auto saying = [&](const std::string& words) { return gateway + " b'" + words + "'\n"; };
+	const std::vector<std::pair<std::string, std::string>> attackers{
+	    {"garbage", saying("") + saying("/process/") + saying("/other/1/1/20260101000000/1/") +
+	                    saying("\\x00\\xff\\x01\\n") + saying("/process/1/1") + saying(std::string(300, '0')) +
+	                    saying("")},
+	    {"replay-master", saying("/process/1/1/20260101000000/0/") + saying("/process/1/1/20260101000000/0/")},
+	    {"replay-ask", saying("/process/0/2/20260101000000/1/") + saying("/process/0/2/20260101000000/1/")}};
 	for (const auto& [kind, words] : attackers)
 	{
 		SCOPED_TRACE(kind);
+		startJob(node(a).host(), "heard", {"python3", "-c", listener});
+		ASSERT_TRUE(waitFor([&] { return heard() == "ready\n"; }, soon, "the listener"));
 		inject(kind);
-		for (const std::string& word : words)
-		{
-			EXPECT_EQ(nextWords(listening.get(), soon), word);
-		}
+		EXPECT_TRUE(
+		    waitFor([&, &said = words] { return heard().starts_with("ready\n" + said); }, soon, "the attacker", heard));
 		EXPECT_TRUE(refusalOf(kind).starts_with("this is done already")) << refusalOf(kind);
 		repair(kind);
 		// One more may have come before the end.
-		while (nextWords(listening.get(), Millis(0)))
-		{
-		}
-		EXPECT_FALSE(nextWords(listening.get(), Millis(1200)));
+		const auto connections = [&] { return std::ranges::count(heard(), '\n'); };
+		const auto last = connections();
+		EXPECT_FALSE(waitFor([&] { return connections() > last + 1; }, Millis(1200), "nobody"));
+		endJob(node(a).host(), "heard");
 	}
 }
 

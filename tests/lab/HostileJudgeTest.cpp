@@ -5,7 +5,7 @@
 
 #include "lab/campaigns/Json.h"
 #include "lab/campaigns/hostile/Attacks.h"
-#include "lab/campaigns/hostile/Judge.h"
+#include "lab/campaigns/hostile/Run.h"
 
 namespace velarix::lab::hostile
 {

@@ -6,9 +6,9 @@
 #include <tuple>
 
 #include "PairTest.h"
-#include "lab/campaigns/Filter.h"
+#include "lab/campaigns/Campaign.h"
 #include "lab/campaigns/hostile/Attacker.h"
-#include "lab/campaigns/hostile/Heartbeats.h"
+#include "lab/campaigns/hostile/Attacks.h"
 #include "lab/campaigns/hostile/Run.h"
 
 namespace velarix::lab::hostile
@@ -31,7 +31,7 @@ TEST_P(ShortHostile, EndsAsWrittenDown)
 	plan.count = 200;
 	plan.times.slack = Millis(4000);
 	plan.times.noOutage = Millis(2500);
-	Record record = runCase(plan);
+	Record record = runPlan(plan);
 #if defined(__SANITIZE_ADDRESS__)
 	// AddressSanitizer keeps what is freed.
 	std::erase_if(record.differences, [](const std::string& text) { return text.starts_with("resident KiB"); });
@@ -155,9 +155,8 @@ TEST_F(Hostile, NftablesEndAHeldConnectionAndKnowTheHardwareAddress)
 {
 	PAIR_OR_RETURN(startServingPair());
 	expectToEndAHeldConnection([&] { applyMitigation(lab(), Mitigation::firewall); });
-	runOrThrow({{"nft", "-f", "-"},
-	            nftRules(HostId::b, {.partner = hardwareOn(lab(), HostId::a)}),
-	            lab().host(HostId::b).inside()});
+	runOrThrow(
+	    {{"nft", "-f", "-"}, nftRules(HostId::b, {.partner = hardwareOf(HostId::a)}), lab().host(HostId::b).inside()});
 	expectToKeepASpooferOut([&] { return droppedByFirewall(lab(), HostId::b); });
 }
 
@@ -165,7 +164,7 @@ TEST_F(Hostile, IptablesEndAHeldConnectionAndKnowTheHardwareAddress)
 {
 	PAIR_OR_RETURN(startServingPair());
 	expectToEndAHeldConnection([&] { onB(iptablesRules(HostId::b)); });
-	onB(iptablesRules(HostId::b, {.partner = hardwareOn(lab(), HostId::a)}));
+	onB(iptablesRules(HostId::b, {.partner = hardwareOf(HostId::a)}));
 	// A line that begins with the packets of the rule.
 	expectToKeepASpooferOut([&]
 	                        { return std::atol(onB("iptables -nvxL VELARIX_HARDWARE 1 | grep ' DROP '").c_str()); });

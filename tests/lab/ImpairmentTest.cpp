@@ -1,18 +1,14 @@
-/// Bad wires: what the model decides, and what hosts of a lab see of it.
-#include <algorithm>
+/// What hosts of a lab see of bad wires, and the client's observer of outages, long and short. What the
+/// relay decides is in guest_test.py.
 #include <cmath>
-#include <fstream>
 #include <iostream>
+#include <sstream>
+#include <thread>
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <netinet/ip_icmp.h>
-#include <poll.h>
-#include <sys/socket.h>
+#include <unistd.h>
 
 #include "PairTest.h"
-#include "lab/core/Impairment.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
 
@@ -22,157 +18,35 @@ namespace velarix::lab
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
-using Micros = std::chrono::microseconds;
-
-std::vector<std::optional<Clock::time_point>> fates(const Impairment& impairment, std::uint64_t salt, int count)
-{
-	LineModel model(impairment, salt);
-	std::vector<std::optional<Clock::time_point>> found;
-	for (int frame = 0; frame < count; ++frame)
-	{
-		found.push_back(model.next(Clock::time_point(std::chrono::seconds(frame))));
-	}
-	return found;
-}
-
 struct Pings
 {
-	int sent = 0;
-	std::vector<Micros> trips; ///< of the answered ones, sorted
-
-	double lossPercent() const { return 100.0 * (sent - static_cast<double>(trips.size())) / sent; }
-	Micros median() const { return trips.empty() ? Micros(-1) : trips[trips.size() / 2]; }
+	double lossPercent = 100;
+	double fastest = 0; ///< ms, of the answered ones
+	double median = 0;
+	double slowest = 0;
 };
 
-/// Sends `count` pings, one every `interval`, and waits at most `patience` for the last.
-Pings ping(const Host& host, const std::string& address, int count, Millis interval, Millis patience)
-{
-	Pings pings;
-	const auto work = [&]
-	{
-		// A socket of this kind has an identifier of its own, and only the answers to it come in.
-		std::ofstream(host.root() / "proc/sys/net/ipv4/ping_group_range") << "0 0" << std::endl;
-		const Descriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_ICMP));
-		sockaddr_in target{};
-		target.sin_family = AF_INET;
-		target.sin_addr.s_addr = ::inet_addr(address.c_str());
-		std::vector<Clock::time_point> sentAt;
-		const auto begin = Clock::now();
-		while (std::ssize(pings.trips) < count && Clock::now() < begin + count * interval + patience)
-		{
-			if (pings.sent < count && Clock::now() >= begin + pings.sent * interval)
-			{
-				icmphdr header{};
-				header.type = ICMP_ECHO;
-				header.un.echo.sequence = htons(static_cast<std::uint16_t>(pings.sent++));
-				sentAt.push_back(Clock::now());
-				::sendto(socket.get(), &header, sizeof header, 0, reinterpret_cast<const sockaddr*>(&target),
-				         sizeof target);
-			}
-			pollfd watched{socket.get(), POLLIN, 0};
-			::poll(&watched, 1, 1);
-			icmphdr answer{};
-			if (::recv(socket.get(), &answer, sizeof answer, MSG_DONTWAIT) == sizeof answer)
-			{
-				const auto sent = sentAt.at(ntohs(answer.un.echo.sequence));
-				pings.trips.push_back(std::chrono::duration_cast<Micros>(Clock::now() - sent));
-			}
-		}
-	};
-	inNetworkOf(host, work);
-	std::sort(pings.trips.begin(), pings.trips.end());
-	return pings;
-}
-
-InterfaceAddress interface(std::uint8_t last)
-{
-	return {{2, 0, 0, 0, 0, last}, {192, 0, 2, last}};
-}
-
-/// An ARP or IPv4 frame from interface `from` to `to`; the hardware addresses can be others.
-std::vector<std::uint8_t> frame(bool arp, const InterfaceAddress& from, const InterfaceAddress& to)
-{
-	std::vector<std::uint8_t> bytes(42, 0);
-	std::copy(to.hardware.begin(), to.hardware.end(), bytes.begin());
-	std::copy(from.hardware.begin(), from.hardware.end(), bytes.begin() + 6);
-	bytes[12] = 8;
-	bytes[13] = arp ? 6 : 0;
-	std::copy(from.internet.begin(), from.internet.end(), bytes.begin() + (arp ? 28 : 26));
-	std::copy(to.internet.begin(), to.internet.end(), bytes.begin() + (arp ? 38 : 30));
-	return bytes;
-}
+/// Pings every so many seconds, and waits as long for the last. Prints how many were lost, and the times.
+constexpr const char* pinger = R"(
+import select, socket, struct, sys, time
+to, count, interval, patience = sys.argv[1], int(sys.argv[2]), float(sys.argv[3]), float(sys.argv[4])
+open('/proc/sys/net/ipv4/ping_group_range', 'w').write('0 0')
+pinging = socket.socket(socket.AF_INET, socket.SOCK_DGRAM, socket.IPPROTO_ICMP)
+sent, trips, begin = [], [], time.monotonic()
+while len(trips) < count and time.monotonic() < begin + count * interval + patience:
+    if len(sent) < count and time.monotonic() >= begin + len(sent) * interval:
+        sent.append(time.monotonic())
+        pinging.sendto(struct.pack('!BBHHH', 8, 0, 0, 0, len(sent) - 1), (to, 0))
+    if select.select([pinging], [], [], .001)[0]:
+        try:
+            trips.append(time.monotonic() - sent[struct.unpack('!H', pinging.recv(64)[6:8])[0]])
+        except OSError:
+            pass
+trips = sorted(trips) or [0]
+print(100 * (1 - (len(trips) if trips[0] else 0) / count), *(1000 * trips[i] for i in (0, len(trips) // 2, -1)))
+)";
 
 } // namespace
-
-TEST(ImpairmentModel, LosesTheShareAskedFor)
-{
-	for (const double percent : {0.0, 10.0, 30.0, 50.0, 100.0})
-	{
-		Impairment impairment;
-		impairment.lossPercent = percent;
-		impairment.seed = 42;
-		const auto found = fates(impairment, 1, 10000);
-		const auto lost = std::count(found.begin(), found.end(), std::nullopt);
-		EXPECT_NEAR(static_cast<double>(lost) / 100, percent, percent == 0 || percent == 100 ? 0 : 2);
-	}
-}
-
-TEST(ImpairmentModel, IsRepeatableFromItsSeed)
-{
-	Impairment impairment{30, Millis(200), Millis(100)};
-	EXPECT_EQ(fates(impairment, 1, 200), fates(impairment, 1, 200));
-	EXPECT_NE(fates(impairment, 1, 200), fates(impairment, 2, 200)) << "each direction has its own";
-	const auto before = fates(impairment, 1, 200);
-	impairment.seed = 2;
-	EXPECT_NE(fates(impairment, 1, 200), before);
-}
-
-TEST(ImpairmentModel, DelaysWithinTheJitterAndKeepsTheOrder)
-{
-	const Impairment impairment{0, Millis(200), Millis(150)};
-	LineModel model(impairment, 1);
-	Clock::time_point last{};
-	Clock::duration shortest = Millis(1000);
-	Clock::duration longest{};
-	for (int count = 0; count < 2000; ++count)
-	{
-		const Clock::time_point now{Millis(100) * count};
-		const auto due = model.next(now);
-		ASSERT_TRUE(due);
-		EXPECT_GE(*due, last);
-		last = *due;
-		shortest = std::min(shortest, *due - now);
-		longest = std::max(longest, *due - now);
-	}
-	EXPECT_GE(shortest, Millis(50));
-	EXPECT_LT(shortest, Millis(70));
-	EXPECT_LE(longest, Millis(350));
-	EXPECT_GT(longest, Millis(330));
-}
-
-TEST(ImpairmentModel, KnowsWhomAFrameConcerns)
-{
-	const InterfaceAddress a = interface(11);
-	const InterfaceAddress b = interface(12);
-	const InterfaceAddress everybody{{255, 255, 255, 255, 255, 255}, {255, 255, 255, 255}};
-	InterfaceAddress otherHardware = a;
-	otherHardware.hardware = {0, 0, 0x5e, 0, 1, 10};
-	for (const bool arp : {false, true})
-	{
-		EXPECT_TRUE(comesFrom(frame(arp, a, b), a));
-		EXPECT_FALSE(comesFrom(frame(arp, a, b), b));
-		EXPECT_TRUE(goesTo(frame(arp, a, b), b));
-		EXPECT_FALSE(goesTo(frame(arp, a, b), a));
-		EXPECT_TRUE(comesFrom(frame(arp, otherHardware, everybody), a)) << "by its internet address";
-		EXPECT_FALSE(goesTo(frame(arp, a, everybody), b));
-	}
-	for (std::size_t size = 0; size < 42; ++size)
-	{
-		const std::vector<std::uint8_t> whole = frame(true, otherHardware, everybody);
-		EXPECT_FALSE(goesTo({whole.data(), size}, b)) << "a short frame is no trap";
-	}
-}
 
 class BadWire : public testing::Test
 {
@@ -185,20 +59,26 @@ protected:
 
 	Wiring& wiring() { return m_lab->wiring(); }
 	Lab& lab() { return *m_lab; }
-	void endLab() { m_lab.reset(); }
 
-	Pings pingFrom(HostId from, HostId to, Network network, int count = 100, Millis interval = Millis(10),
-	               Millis patience = Millis(2000))
+	Pings pingFrom(HostId from, HostId to, Network network, int count = 100, double interval = 0.01,
+	               double patience = 2)
 	{
-		return ping(m_lab->host(from), plan::addressOf(to, network), count, interval, patience);
+		Pings pings;
+		std::istringstream(lab()
+		                       .run(from,
+		                            {"python3", "-c", pinger, plan::addressOf(to, network), std::to_string(count),
+		                             std::to_string(interval), std::to_string(patience)},
+		                            Millis(60000))
+		                       .output) >>
+		    pings.lossPercent >> pings.fastest >> pings.median >> pings.slowest;
+		return pings;
 	}
 
 	/// Until there are answers: a neighbour that was silent is asked for again only after
 	/// seconds, and until then all that is sent to it is dropped.
 	void awaitAnswers(HostId from, HostId to, Network network)
 	{
-		const auto answered = [&]
-		{ return pingFrom(from, to, network, 3, Millis(10), Millis(500)).lossPercent() == 0; };
+		const auto answered = [&] { return pingFrom(from, to, network, 3, 0.01, 0.5).lossPercent == 0; };
 		EXPECT_TRUE(waitFor(answered, Millis(30000), std::string(nameOf(to)) + " to answer " + nameOf(from)));
 	}
 
@@ -206,8 +86,7 @@ protected:
 	void expectGood(HostId from, HostId to, Network network)
 	{
 		awaitAnswers(from, to, network);
-		EXPECT_EQ(pingFrom(from, to, network, 10, Millis(10), Millis(20000)).lossPercent(), 0)
-		    << nameOf(from) << " to " << nameOf(to);
+		EXPECT_EQ(pingFrom(from, to, network, 10, 0.01, 20).lossPercent, 0) << nameOf(from) << " to " << nameOf(to);
 	}
 
 private:
@@ -221,16 +100,11 @@ TEST_F(BadWire, AddsLittleOfItsOwn)
 	wiring().impair(HostId::a, Network::service, {});
 	expectGood(HostId::client, HostId::a, Network::service);
 	const Pings with = pingFrom(HostId::client, HostId::a, Network::service, 200);
-	std::cout << "round trip without a relay " << without.median().count() << " us, with one that changes nothing "
-	          << with.median().count() << " us (median of 200; slowest " << with.trips.back().count() << " us)\n";
-	EXPECT_EQ(with.lossPercent(), 0);
-	EXPECT_LT(with.median() - without.median(), Micros(5000));
-	const RelayCounts counts = wiring().relayCounts(HostId::a, Network::service);
-	EXPECT_GE(counts.passedTo, 210U);
-	EXPECT_GE(counts.passedFrom, 210U);
-	EXPECT_EQ(counts.lostTo + counts.lostFrom, 0U);
+	std::cout << "round trip without a relay " << without.median << " ms, with one that changes nothing " << with.median
+	          << " ms (median of 200; slowest " << with.slowest << " ms)\n";
+	EXPECT_EQ(with.lossPercent, 0);
+	EXPECT_LT(with.median - without.median, 5);
 	wiring().unimpair(HostId::a, Network::service);
-	EXPECT_EQ(wiring().relayCounts(HostId::a, Network::service).passedTo, 0U);
 	expectGood(HostId::client, HostId::a, Network::service);
 }
 
@@ -239,78 +113,49 @@ TEST_F(BadWire, LosesTheShareOnEachNetwork)
 	for (const Network network : {Network::service, Network::communication})
 	{
 		expectGood(HostId::a, HostId::b, network);
-		for (const double percent : {10.0, 30.0, 50.0})
+		for (const double each : {10.0, 30.0, 50.0})
 		{
-			Impairment loss{percent};
-			loss.direction = Direction::toHost;
-			wiring().impair(HostId::b, network, loss);
+			wiring().impair(HostId::b, network, {.lossPercent = each});
+			const double percent = 100 - (100 - each) * (100 - each) / 100; // a question or its answer
 			const double fiveDeviations = 5 * std::sqrt(percent * (100 - percent) / 500);
-			EXPECT_NEAR(pingFrom(HostId::a, HostId::b, network, 500, Millis(4)).lossPercent(), percent, fiveDeviations);
+			EXPECT_NEAR(pingFrom(HostId::a, HostId::b, network, 500, 0.004).lossPercent, percent, fiveDeviations);
 		}
-		EXPECT_EQ(wiring().impairmentOf(HostId::b, network)->lossPercent, 50);
+		EXPECT_TRUE(wiring().isImpaired(HostId::b, network));
 		wiring().unimpair(HostId::b, network);
-		EXPECT_FALSE(wiring().impairmentOf(HostId::b, network));
+		EXPECT_FALSE(wiring().isImpaired(HostId::b, network));
 		expectGood(HostId::a, HostId::b, network);
 	}
 }
 
-TEST_F(BadWire, DelaysInEachImpairedDirection)
+TEST_F(BadWire, DelaysEachWay)
 {
-	const auto within = [](const Pings& pings, Millis least, Millis most)
-	{
-		EXPECT_EQ(pings.lossPercent(), 0);
-		ASSERT_FALSE(pings.trips.empty());
-		EXPECT_GE(pings.trips.front(), least);
-		EXPECT_LE(pings.median(), most);
-	};
 	expectGood(HostId::a, HostId::b, Network::communication);
-	wiring().impair(HostId::a, Network::communication, {0, Millis(200), Millis(50), Direction::fromHost});
-	within(pingFrom(HostId::a, HostId::b, Network::communication, 30), Millis(150), Millis(400));
-	wiring().impair(HostId::a, Network::communication, {0, Millis(200), Millis(50)});
-	within(pingFrom(HostId::a, HostId::b, Network::communication, 30), Millis(300), Millis(700));
+	wiring().impair(HostId::a, Network::communication, {.delay = Millis(200), .jitter = Millis(50)});
+	const Pings late = pingFrom(HostId::a, HostId::b, Network::communication, 30);
+	EXPECT_EQ(late.lossPercent, 0);
+	EXPECT_GE(late.fastest, 300);
+	EXPECT_LE(late.median, 700);
 	wiring().unimpair(HostId::a, Network::communication);
 	expectGood(HostId::a, HostId::b, Network::communication);
 }
 
-/// What a sends to b arrives nowhere; everything else goes on.
-TEST_F(BadWire, CutsOneWayBetweenTheNodesOnly)
-{
-	for (const HostId from : nodes)
-	{
-		const HostId to = otherNode(from);
-		expectGood(from, to, Network::communication);
-		expectGood(from, HostId::gateway, Network::communication);
-		wiring().impair(to, Network::communication, {100, Millis(0), Millis(0), Direction::toHost, from});
-		EXPECT_EQ(pingFrom(from, to, Network::communication, 20).lossPercent(), 100);
-		expectGood(from, HostId::gateway, Network::communication);
-		expectGood(to, HostId::gateway, Network::communication);
-		// The answers do not arrive, but the questions do.
-		const std::uint64_t before = wiring().relayCounts(to, Network::communication).passedFrom;
-		EXPECT_EQ(pingFrom(to, from, Network::communication, 20).lossPercent(), 100);
-		EXPECT_GE(wiring().relayCounts(to, Network::communication).passedFrom, before + 20);
-		EXPECT_GE(wiring().relayCounts(to, Network::communication).lostTo, 20U);
-		wiring().unimpair(to, Network::communication);
-		expectGood(from, to, Network::communication);
-	}
-}
-
 TEST_F(BadWire, KeepsCarrierIsolationAndItselfOverAReboot)
 {
-	wiring().impair(HostId::a, Network::communication, {0, Millis(30)});
+	wiring().impair(HostId::a, Network::communication, {.delay = Millis(30)});
 	wiring().isolateNodes(Network::communication, true);
 	lab().powerOff(HostId::a);
 	lab().powerOn(HostId::a, false);
-	EXPECT_EQ(pingFrom(HostId::a, HostId::b, Network::communication, 10).lossPercent(), 100);
+	EXPECT_EQ(pingFrom(HostId::a, HostId::b, Network::communication, 10).lossPercent, 100);
 	wiring().isolateNodes(Network::communication, false);
 	awaitAnswers(HostId::a, HostId::b, Network::communication);
-	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median(), Millis(60));
+	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median, 60);
 	const auto carrier = [&] { return lab().run(HostId::a, {"cat", "/sys/class/net/eth1/carrier"}).output; };
 	EXPECT_EQ(carrier(), "1\n");
 	wiring().setPort(HostId::a, Network::communication, false);
 	EXPECT_EQ(carrier(), "0\n");
 	wiring().setPort(HostId::a, Network::communication, true);
 	awaitAnswers(HostId::a, HostId::b, Network::communication);
-	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median(), Millis(60));
+	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median, 60);
 	wiring().unimpair(HostId::a, Network::communication);
 	expectGood(HostId::a, HostId::b, Network::communication);
 }
@@ -318,7 +163,7 @@ TEST_F(BadWire, KeepsCarrierIsolationAndItselfOverAReboot)
 /// A web page larger than a frame: segments go through whole and with checksums.
 TEST_F(BadWire, PassesLargeSegments)
 {
-	wiring().impair(HostId::a, Network::service, {0, Millis(5)});
+	wiring().impair(HostId::a, Network::service, {.delay = Millis(5)});
 	const char* serve = "import socket; s=socket.create_server(('0.0.0.0',9000)); open('/tmp/up','w').close(); "
 	                    "c,_=s.accept(); c.sendall(b'x'*3000000); c.close()";
 	const char* fetch = "import socket; c=socket.create_connection(('192.0.2.11',9000),5); n=0\n"
@@ -335,11 +180,69 @@ TEST_F(BadWire, PassesLargeSegments)
 
 TEST_F(BadWire, TellsWhatIsWrong)
 {
-	EXPECT_THROW(wiring().impair(HostId::client, Network::communication, {10}), LabError);
-	const Impairment toTheClient{10, Millis(0), Millis(0), Direction::both, HostId::client};
-	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, toTheClient), LabError);
-	EXPECT_FALSE(wiring().impairmentOf(HostId::a, Network::communication));
+	EXPECT_THROW(wiring().impair(HostId::client, Network::communication, {}), LabError);
+	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, {.peer = HostId::client}), LabError);
+	EXPECT_FALSE(wiring().isImpaired(HostId::a, Network::communication));
 	wiring().unimpair(HostId::a, Network::communication);
+}
+
+namespace
+{
+
+/// A lab without agents on which node a serves.
+std::unique_ptr<Lab> servingLab()
+{
+	auto lab = std::make_unique<Lab>();
+	lab->node(HostId::a).startService();
+	shell(lab->host(HostId::a),
+	      std::string("ip addr add ") + plan::virtualAddress + "/24 dev " + plan::serviceInterface);
+	EXPECT_TRUE(lab->waitForService(HostId::a, Millis(20000), Millis(1000)));
+	return lab;
+}
+
+/// The longest outage since then, after all requests that were under way have ended.
+Millis outageSince(Lab& lab, Millis since)
+{
+	std::this_thread::sleep_for(Millis(1000));
+	const Millis now = lab.clock().now();
+	return longestWith(lab.timeline().intervals(serviceTrack, now), "none", since, now);
+}
+
+} // namespace
+
+/// Shorter than a request has time, so the answers to younger ones come first.
+TEST(LabClient, SeesOutagesOfAnyLength)
+{
+	SKIP_WITHOUT_NAMESPACES();
+	const std::unique_ptr<Lab> lab = servingLab();
+	EXPECT_LT(outageSince(*lab, lab->clock().now()), Millis(700)) << "a loaded machine, but no fault";
+	for (const Millis length : {Millis(150), Millis(250), Millis(1500)})
+	{
+		const Millis since = lab->clock().now();
+		lab->wiring().setBridged(HostId::a, false);
+		std::this_thread::sleep_for(length);
+		lab->wiring().setBridged(HostId::a, true);
+		const Millis outage = outageSince(*lab, since);
+		EXPECT_GE(outage, length - Millis(40));
+		EXPECT_LE(outage, length + Millis(700));
+		EXPECT_EQ(lab->answeredBy(), "a");
+	}
+}
+
+/// The observer that does not run sees no answers, and that is no outage.
+TEST(LabClient, TakesItsOwnStandstillForNoOutage)
+{
+	SKIP_WITHOUT_NAMESPACES();
+	const std::unique_ptr<Lab> lab = servingLab();
+	const Millis since = lab->clock().now();
+	const std::string self = std::to_string(::getpid());
+	runOrThrow(
+	    {{"sh", "-c", "(sleep 0.2; kill -STOP " + self + "; sleep 1; kill -CONT " + self + ") >/dev/null 2>&1 &"},
+	     {},
+	     {}});
+	std::this_thread::sleep_for(Millis(600));
+	ASSERT_GT(lab->clock().now() - since, Millis(1000)) << "it did not stand still";
+	EXPECT_LT(outageSince(*lab, since), Millis(700)) << "a loaded machine, but no fault";
 }
 
 } // namespace velarix::lab

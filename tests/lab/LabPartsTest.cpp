@@ -1,20 +1,25 @@
-/// Parts of the lab that need no namespaces.
+/// Parts of the lab that need no namespaces; of random schedules drawing, judging, telling, and the
+/// processes that runs have of their own.
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <map>
 #include <set>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "inspect/Catalogue.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/chaos/Chaos.h"
+#include "lab/core/Basics.h"
 #include "lab/core/Fault.h"
 #include "lab/core/Host.h"
-#include "lab/core/LogMeaning.h"
+#include "lab/core/LogWatch.h"
 #include "lab/core/NodeSettings.h"
 #include "lab/core/Programs.h"
 #include "lab/core/Timeline.h"
-#include "lab/core/Wait.h"
 
 namespace velarix::lab
 {
@@ -74,9 +79,8 @@ TEST(LabTimeline, KeepsTheOrderOfTimesAndOfChanges)
 	ASSERT_EQ(intervals.size(), 3U);
 	EXPECT_EQ(intervals[1].from, Millis(500));
 	EXPECT_EQ(intervals[1].to, Millis(800));
-	EXPECT_EQ(timeWith(intervals, {"none"}, Millis(100), Millis(1000)), Millis(600));
-	EXPECT_EQ(longestWith(intervals, {"none"}, Millis(100), Millis(1000)), Millis(400));
-	EXPECT_EQ(longestWith(intervals, {"none", "a"}, Millis(0), Millis(1000)), Millis(1000));
+	EXPECT_EQ(timeWith(intervals, "none", Millis(100), Millis(1000)), Millis(600));
+	EXPECT_EQ(longestWith(intervals, "none", Millis(100), Millis(1000)), Millis(400));
 }
 
 TEST(LabFaults, HaveNamesOfTheirOwnAndRepairsThatAreTold)
@@ -108,3 +112,155 @@ TEST(LabHosts, BeginTheirProcessNumbersApart)
 }
 
 } // namespace velarix::lab
+
+namespace velarix::lab::chaos
+{
+
+TEST(MatrixChildren, HandBackTextsAndProblems)
+{
+	std::vector<std::string> seen(7);
+	const Work work = [](std::size_t index, const HandOver&) -> std::string
+	{
+		switch (index)
+		{
+		case 1:
+			throw LabError("no luck");
+		case 2:
+			_exit(3);
+		case 3:
+			for (;;)
+			{
+				::pause();
+			}
+		case 4:
+			throw LabError("");
+		case 5:
+			::raise(SIGKILL);
+			return "";
+		case 6:
+			_exit(0);
+		default:
+			return std::string(100000, 'x');
+		}
+	};
+	runInWorkers(7, 2, Millis(2000), work,
+	             [&](const WorkerResult& result) {
+		             seen[result.index] = result.problem.empty() ? std::to_string(result.text.size()) : result.problem;
+	             });
+	EXPECT_EQ(seen, (std::vector<std::string>{"100000", "no luck", "it ended with status 3", "it did not end in time",
+	                                          "it failed and did not say why", "it was killed by signal 9",
+	                                          "it ended before it had said everything"}));
+}
+
+TEST(MatrixChildren, KeepTheirPartsWhenTheirTimeIsOver)
+{
+	WorkerResult seen;
+	const Work work = [](std::size_t, const HandOver& handOver) -> std::string
+	{
+		handOver("first");
+		handOver("");
+		handOver("third");
+		for (;;)
+		{
+			::pause();
+		}
+	};
+	runInWorkers(1, 1, Millis(500), work, [&](const WorkerResult& result) { seen = result; });
+	EXPECT_EQ(seen.problem, "it did not end in time");
+	EXPECT_EQ(seen.parts, (std::vector<std::string>{"first", "", "third"}));
+}
+
+TEST(Chaos, AScheduleFollowsFromItsSeed)
+{
+	const std::vector<std::string> kinds{"power-off", "gateway", "reboot"};
+	const auto drawn = [&](std::uint64_t seed, int worker)
+	{
+		Schedule schedule(seed, worker, kinds);
+		std::string text;
+		for (int step = 0; step < 50; ++step)
+		{
+			const Step next = schedule.next();
+			EXPECT_GE(next.faults.size(), 1U);
+			EXPECT_LE(next.faults.size(), 2U);
+			text += toText(next) + std::to_string(next.stands.count()) + "\n";
+		}
+		return text;
+	};
+	EXPECT_EQ(drawn(7, 0), drawn(7, 0));
+	EXPECT_NE(drawn(7, 0), drawn(8, 0));
+	EXPECT_NE(drawn(7, 0), drawn(7, 1));
+	EXPECT_NE(drawn(7, 0).find("power-off of the master, "), std::string::npos);
+	EXPECT_NE(drawn(7, 0).find("power-off of the other one"), std::string::npos);
+	EXPECT_THROW(Schedule(1, 0, {}), LabError);
+}
+
+TEST(Chaos, TheReportNamesTheCommandThatRepeatsWhatWentWrong)
+{
+	Results results;
+	EXPECT_FALSE(results.good());
+	StepRecord record;
+	record.worker = 2;
+	record.step = 9;
+	record.faults = "reboot of the master";
+	record.injected = {"reboot:a"};
+	results.seed = 5;
+	results.records = {record};
+	EXPECT_TRUE(results.good());
+	results.records[0].violations = {"owner of the address: a+b"};
+	EXPECT_FALSE(results.good());
+	const std::string text = toText(results);
+	EXPECT_NE(text.find("velarix-lab chaos --settings plain --seed 5 --worker 2 --steps 9"), std::string::npos) << text;
+	EXPECT_NE(text.find("worker 2, step 9 (reboot of the master): owner of the address: a+b"), std::string::npos);
+	results.records[0].violations.clear();
+	results.problems = {{1, 4, "it did not end in time"}};
+	EXPECT_FALSE(results.good());
+	EXPECT_NE(
+	    toText(results).find("worker 1 did not get to its end, step 4: it did not end in time\n  again: velarix-lab "
+	                         "chaos --settings plain --seed 5 --worker 1 --steps 4"),
+	    std::string::npos)
+	    << toText(results);
+}
+
+TEST(Chaos, APairThatIsWellHasNoViolation)
+{
+	PhaseRecord after;
+	after.steady = true;
+	after.owner = after.answer = after.programs = "b";
+	EXPECT_TRUE(violationsOf(after, "", "a+b").empty());
+	EXPECT_EQ(violationsOf(after, "a", "b"),
+	          (std::vector<std::string>{"an agent has ended by itself on: a", "no agent on node a"}));
+	PhaseRecord split = after;
+	split.owner = "a+b";
+	EXPECT_EQ(violationsOf(split, "", "a+b"),
+	          (std::vector<std::string>{"owner of the address: a+b", "the client is answered by: b",
+	                                    "the managed program runs on: b"}));
+	PhaseRecord silent = after;
+	silent.answer = "none";
+	silent.disagreements = {"x"};
+	EXPECT_EQ(violationsOf(silent, "", "a+b"),
+	          (std::vector<std::string>{"the client is answered by: none", "log and observation: x"}));
+	PhaseRecord restless = after;
+	restless.steady = false;
+	restless.programs = "a";
+	EXPECT_EQ(violationsOf(restless, "", "none"),
+	          (std::vector<std::string>{"the pair does not come to rest", "the managed program runs on: a",
+	                                    "no agent on node a", "no agent on node b"}));
+}
+
+TEST(Chaos, AWorkerWithoutAPairTellsWhy)
+{
+	Options options;
+	options.kinds = {"reboot"};
+	options.installRoot = "/no/such/tree";
+	try
+	{
+		runWorker(options, [](const StepRecord&) { FAIL() << "no step can be run"; });
+		FAIL() << "there is no such tree";
+	}
+	catch (const LabError& error)
+	{
+		EXPECT_NE(std::string(error.what()).find("/no/such/tree"), std::string::npos) << error.what();
+	}
+}
+
+} // namespace velarix::lab::chaos

@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
-#include "lab/campaigns/Filter.h"
+#include "lab/campaigns/Campaign.h"
 #include "lab/campaigns/Measure.h"
-#include "lab/campaigns/matrix/CellRun.h"
-#include "lab/campaigns/matrix/Judge.h"
-#include "lab/campaigns/matrix/Report.h"
+#include "lab/campaigns/matrix/Matrix.h"
 
 namespace velarix::lab::matrix
 {

@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "SmallTable.h"
-#include "lab/campaigns/Filter.h"
-#include "lab/campaigns/Waits.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/Times.h"
 #include "lab/tables/Expectations.h"
 
 namespace velarix::lab

@@ -9,11 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "PairTest.h"
-#include "lab/campaigns/Filter.h"
-#include "lab/campaigns/matrix/CellRun.h"
-#include "lab/campaigns/matrix/Report.h"
+#include "lab/campaigns/Campaign.h"
+#include "lab/campaigns/matrix/Matrix.h"
+#include "lab/core/Basics.h"
 #include "lab/core/Command.h"
-#include "lab/core/Files.h"
 #include "lab/core/Lab.h"
 #include "lab/tables/Expectations.h"
 
@@ -38,9 +37,9 @@ TEST_P(ShortMatrix, EndsAsWrittenDown)
 	// Less than a countdown: one too many has to be noticed, on a loaded machine as well.
 	results.times.slack = Millis(4000);
 	results.times.noOutage = Millis(2500);
-	const RunRecord record = runCell({results.cells.front(), results.expectations.paths, results.times});
+	const RunRecord record = runPlan(CellPlan{results.cells.front(), results.expectations.paths, results.times});
 	results.records.push_back(record);
-	EXPECT_TRUE(record.asExpected()) << toText(results) << record.timeline;
+	EXPECT_TRUE(differencesOf(record).empty()) << toText(results) << record.timeline;
 }
 
 namespace

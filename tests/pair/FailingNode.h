@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "PairTest.h"
-#include "lab/core/ProcessTable.h"
+#include "lab/core/Host.h"
 
 namespace velarix::lab
 {

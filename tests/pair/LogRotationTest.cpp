@@ -6,13 +6,12 @@
 /// gives each archive the time at which the agent wrote its last line.
 
 #include <algorithm>
-
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <iterator>
+#include <sstream>
 
 #include "PairTest.h"
 #include "ToolThreads.h"
-#include "lab/core/ProcessTable.h"
+#include "lab/core/Host.h"
 
 namespace velarix::lab
 {
@@ -54,19 +53,11 @@ protected:
 		return begun;
 	}
 
-	fs::path logDirectory(HostId node) { return lab().node(node).file(plan::logFile).parent_path(); }
-
 	/// Names of the archives, the oldest first: they end in their time.
 	std::vector<std::string> archives(HostId node)
 	{
-		std::vector<std::string> names;
-		for (const fs::directory_entry& entry : fs::directory_iterator(logDirectory(node)))
-		{
-			const std::string name = entry.path().filename();
-			name.starts_with("velarix.log.") ? names.push_back(name) : void();
-		}
-		std::sort(names.begin(), names.end());
-		return names;
+		std::istringstream names(shell(node, "cd /usr/velarix/log; ls | grep '^velarix.log[.]' || :").output);
+		return {std::istream_iterator<std::string>(names), {}};
 	}
 
 	/// What the log's descriptors of the running agent lead to.
@@ -99,16 +90,9 @@ protected:
 			return "";
 		}
 		const std::string name = fresh();
-		stamp(logDirectory(node) / name, firstDay + (number - 1) * day);
+		const std::time_t stamp = std::time(nullptr) + std::chrono::seconds(firstDay + (number - 1) * day).count();
+		EXPECT_TRUE(shell(node, "touch -d @" + std::to_string(stamp) + " /usr/velarix/log/" + name).ok());
 		return name;
-	}
-
-private:
-	static void stamp(const fs::path& file, hours ahead)
-	{
-		const std::time_t time = std::time(nullptr) + std::chrono::seconds(ahead).count();
-		const timespec times[2] = {{time, 0}, {time, 0}};
-		EXPECT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0) << file;
 	}
 };
 

@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "OperatorTest.h"
+#include "PairTest.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::lab
@@ -32,7 +32,7 @@ constexpr Millis kUntilItRuns{6000};
 
 } // namespace
 
-class OperatorCheck : public OperatorTest
+class OperatorCheck : public PairTest
 {
 protected:
 	/// The whole lab's answers to init.
@@ -99,9 +99,7 @@ TEST_F(OperatorCheck, WhatInitWritesPassesTheCheckAndDrivesThePair)
 	for (const auto& [node, partner] :
 	     {std::pair(HostId::a, "/tmp/pair/b/config.ini"), std::pair(HostId::b, "/tmp/partner.ini")})
 	{
-		const CommandResult checked = ctl(node, {"check", "--partner", partner});
-		EXPECT_EQ(checked.status, 0) << checked.output;
-		EXPECT_NE(checked.output.find("0 errors, 0 warnings"), std::string::npos) << checked.output;
+		expectSays(ctl(node, {"check", "--partner", partner}), 0, {"0 errors, 0 warnings"});
 	}
 
 	const Millis started = lab().clock().now();
@@ -110,8 +108,7 @@ TEST_F(OperatorCheck, WhatInitWritesPassesTheCheckAndDrivesThePair)
 	EXPECT_TRUE(lab().waitForService(HostId::a, moveLimit, Millis(1000)));
 	EXPECT_EQ(lab().role(HostId::b), "slave");
 	// The agent that runs now is no fault: its port is not tried, its address is held.
-	const CommandResult running = ctl(HostId::a, {"check"});
-	EXPECT_EQ(running.status, 0) << running.output;
+	expectSays(ctl(HostId::a, {"check"}), 0);
 }
 
 TEST_F(OperatorCheck, InterfacesOfOtherNamesGetTheirsFromInitAndThePairWorks)
@@ -122,17 +119,13 @@ TEST_F(OperatorCheck, InterfacesOfOtherNamesGetTheirsFromInitAndThePairWorks)
 		{
 			const CommandResult renamed = made.run(node, {"sh", "-c", kOtherNames});
 			EXPECT_TRUE(renamed.ok()) << renamed.output;
-			const CommandResult found = ctl(node, {"check"});
-			const std::string cure = "init --service-interface ens192 --communication-interface ens224";
-			EXPECT_EQ(found.status, 78);
-			EXPECT_NE(found.output.find(cure), std::string::npos) << found.output;
+			expectSays(ctl(node, {"check"}), 78, {"init --service-interface ens192 --communication-interface ens224"});
 			const CommandResult written = ctl(node, {"--root", "/tmp/links", "init", "--service-interface", "ens192",
 			                                         "--communication-interface", "ens224"});
 			EXPECT_TRUE(written.ok()) << written.output;
 			const CommandResult applied = made.run(node, {"sh", "-c", kApplyLinks});
 			EXPECT_TRUE(applied.ok()) << applied.output;
-			const CommandResult sound = ctl(node, {"check"});
-			EXPECT_EQ(sound.status, 0) << sound.output;
+			expectSays(ctl(node, {"check"}), 0);
 		}
 	};
 	PAIR_OR_RETURN(startPair({}, rename));

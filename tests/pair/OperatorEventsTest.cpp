@@ -4,20 +4,19 @@
 #include <algorithm>
 #include <sstream>
 
-#include <nlohmann/json.hpp>
-
-#include "OperatorTest.h"
+#include "PairTest.h"
+#include "lab/campaigns/hostile/Attacker.h"
 
 namespace velarix::lab
 {
 
-class OperatorEvents : public OperatorTest
+class OperatorEvents : public PairTest
 {
 protected:
 	/// Runs it by a shell, for redirections.
 	CommandResult inShell(HostId node, const std::string& arguments)
 	{
-		return lab().run(node, {"/bin/sh", "-c", program + (" " + arguments)}, moveLimit);
+		return lab().run(node, {"/bin/sh", "-c", velarixctl + (" " + arguments)}, moveLimit);
 	}
 
 	static std::vector<nlohmann::json> parse(const std::string& lines)
@@ -135,6 +134,51 @@ TEST_F(OperatorEvents, AHostThatFailsAndComesBackIsReportedOnBothNodes)
 	                       "takeover-done " + cause, "partner-back"});
 	expectAllExplained(HostId::a);
 	expectAllExplained(HostId::b);
+}
+
+/// A message with line feeds in it, in a node's log and in what velarixctl makes of it.
+class HostileLog : public PairTest
+{
+};
+
+/// Lines that the agent has not written are taken
+/// for its own.
+TEST_F(HostileLog, LineFeedsMakeEventsTellOfWhatHasNotHappened)
+{
+	PAIR_OR_RETURN(startReadyPair());
+	const auto events = [&] { return ctl(HostId::a, {"events"}, moveLimit).output; };
+	const std::string before = events();
+	ASSERT_EQ(before.find("agent-ended"), std::string::npos) << before;
+	const std::optional<Process> agent = lab().node(HostId::a).agent();
+	ASSERT_TRUE(agent);
+
+	hostile::Attacker attacker(lab(), {"line-feeds", "", HostId::a});
+	attacker.awaitEnd();
+	attacker.end();
+	ASSERT_GE(attacker.tally().received, 1);
+
+	const std::string after = events();
+	EXPECT_NE(after.find("agent-ended"), std::string::npos) << after;
+	EXPECT_NE(after.find("CHeartReciver:516"), std::string::npos) << after;
+	EXPECT_EQ(lab().node(HostId::a).agent()->pid, agent->pid) << "no agent has ended";
+	EXPECT_TRUE(waitUntilReady()) << "the agent's next lines put the status right";
+	EXPECT_EQ(lab().owners(), "a");
+}
+
+/// The agent counts no silence while a connection is served, whoever made it; the operator's tool
+/// looks for the partner's heartbeats.
+TEST_F(HostileLog, APartnerThatIsKeptOutIsMissedByTheStatus)
+{
+	PAIR_OR_RETURN(startReadyPair());
+	hostile::Attacker holder(lab(), {"hold-connection", "", HostId::a});
+	holder.awaitHold(false);
+	EXPECT_TRUE(
+	    waitForStatus(HostId::a, "that the partner does not answer",
+	                  [](const nlohmann::json& status)
+	                  { return status["problems"].dump().find("the partner does not answer") != std::string::npos; }));
+	EXPECT_EQ(lab().owners(), "a");
+	holder.end();
+	EXPECT_TRUE(waitUntilReady());
 }
 
 } // namespace velarix::lab

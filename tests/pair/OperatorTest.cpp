@@ -1,6 +1,6 @@
 /// What velarixctl tells about a real pair, sound and broken, and does with it.
 
-#include "OperatorTest.h"
+#include "PairTest.h"
 
 #include <gmock/gmock.h>
 
@@ -12,7 +12,9 @@ namespace velarix::lab
 using testing::HasSubstr;
 using testing::StartsWith;
 
-using Operator = OperatorTest;
+class Operator : public PairTest
+{
+};
 
 TEST_F(Operator, SeesASoundPairFromBothNodes)
 {
@@ -41,10 +43,8 @@ TEST_F(Operator, SeesASoundPairFromBothNodes)
 	EXPECT_EQ(b["programs"]["value"]["run"], false);
 	EXPECT_EQ(b["virtual_ip"]["value"]["held"], false);
 
-	const CommandResult text = ctl(HostId::a, {"status"});
-	EXPECT_EQ(text.status, 0);
-	EXPECT_THAT(text.output, HasSubstr("\nrole         master"));
-	EXPECT_THAT(text.output, HasSubstr("failover     would work now, as far as the partner's heartbeats tell\n"));
+	expectSays(ctl(HostId::a, {"status"}), 0,
+	           {"\nrole         master", "failover     would work now, as far as the partner's heartbeats tell\n"});
 }
 
 TEST_F(Operator, HasFiguresForTheMonitoring)
@@ -78,19 +78,13 @@ TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 	PAIR_OR_RETURN(startReadyPair());
 
 	lab().freezeAgent(HostId::b);
-	const CommandResult frozen = ctl(HostId::b, {"status"});
-	EXPECT_EQ(frozen.status, 4);
-	EXPECT_THAT(frozen.output, HasSubstr("\nrole         not known: "));
-	EXPECT_THAT(frozen.output, HasSubstr("agent        FROZEN"));
+	expectSays(ctl(HostId::b, {"status"}), 4, {"\nrole         not known: ", "agent        FROZEN"});
 	EXPECT_EQ(ctl(HostId::b, {"nagios"}).status, 2);
 	lab().thawAgent(HostId::b);
 	ASSERT_TRUE(waitUntilReady());
 
 	lab().killAgent(HostId::b);
-	const CommandResult dead = ctl(HostId::b, {"status"});
-	EXPECT_EQ(dead.status, 1);
-	EXPECT_THAT(dead.output, HasSubstr("agent        DEAD"));
-	EXPECT_THAT(dead.output, HasSubstr("failover     would NOT work now\n"));
+	expectSays(ctl(HostId::b, {"status"}), 1, {"agent        DEAD", "failover     would NOT work now\n"});
 	EXPECT_TRUE(waitForStatus(HostId::a, "that a failover would not work",
 	                          [](const nlohmann::json& a)
 	                          {
@@ -103,7 +97,7 @@ TEST_F(Operator, TellsAFrozenAgentAndAKilledOneApart)
 }
 
 /// Planned moves.
-class OperatorSwitchover : public OperatorTest
+class OperatorSwitchover : public PairTest
 {
 protected:
 	/// Moves the service from one node to the other and looks whether all of it went.
@@ -130,9 +124,7 @@ TEST_F(OperatorSwitchover, MovesTheServiceThereAndBack)
 {
 	PAIR_OR_RETURN(startReadyPair());
 
-	const CommandResult dry = ctl(HostId::a, {"switchover", "--dry-run"});
-	EXPECT_EQ(dry.status, 0);
-	EXPECT_THAT(dry.output, HasSubstr("would hand the service over to 198.51.100.12:\n"));
+	expectSays(ctl(HostId::a, {"switchover", "--dry-run"}), 0, {"would hand the service over to 198.51.100.12:\n"});
 	EXPECT_EQ(lab().owners(), "a");
 
 	move(HostId::a);
@@ -151,8 +143,7 @@ TEST_F(OperatorSwitchover, MovesTheKeepersServiceThereAndBack)
 	// The third would be refused if the first two counted as flapping.
 	for (const HostId from : {HostId::a, HostId::b, HostId::a})
 	{
-		const CommandResult result = ctl(from, {"switchover"}, moveLimit);
-		ASSERT_EQ(result.status, 0) << result.output;
+		expectSays(ctl(from, {"switchover"}, moveLimit), 0);
 		EXPECT_TRUE(lab().waitForService(otherNode(from), moveLimit));
 		EXPECT_EQ(status(from)["last_change"]["cause"], "switchover");
 		ASSERT_TRUE(waitUntilReady());
@@ -162,7 +153,7 @@ TEST_F(OperatorSwitchover, MovesTheKeepersServiceThereAndBack)
 }
 
 /// Node a has a key that b accepts; what it may do there is the line of authorized_keys.
-class OperatorOverSsh : public OperatorTest
+class OperatorOverSsh : public PairTest
 {
 protected:
 	void serve()
@@ -188,9 +179,7 @@ TEST_F(OperatorOverSsh, APairIsSeenAndPutIntoMaintenanceFromOneNode)
 {
 	PAIR_OR_RETURN(startReadyPair());
 	serve();
-	const CommandResult alone = ctl(HostId::a, {"pair"});
-	EXPECT_EQ(alone.status, 3) << alone.output;
-	EXPECT_THAT(alone.output, HasSubstr("partner-not-reached"));
+	expectSays(ctl(HostId::a, {"pair"}), 3, {"partner-not-reached"});
 
 	allow("restrict,command=\"velarixctl status --for-pair\" ");
 	const CommandResult pair = ctl(HostId::a, {"pair", "--json"});
@@ -198,30 +187,23 @@ TEST_F(OperatorOverSsh, APairIsSeenAndPutIntoMaintenanceFromOneNode)
 	EXPECT_EQ(nlohmann::json::parse(pair.output)["nodes"][1]["role"]["value"], "slave") << pair.output;
 
 	allow("");
-	const CommandResult on = ctl(HostId::a, {"maintenance", "on", "--pair"});
-	EXPECT_EQ(on.status, 0) << on.output;
+	expectSays(ctl(HostId::a, {"maintenance", "on", "--pair"}), 0);
 	EXPECT_EQ(status(HostId::b)["problems"][0]["id"], "maintenance");
-	const CommandResult off = ctl(HostId::a, {"maintenance", "off", "--pair"});
-	EXPECT_EQ(off.status, 0) << off.output;
+	expectSays(ctl(HostId::a, {"maintenance", "off", "--pair"}), 0);
 	EXPECT_TRUE(waitUntilReady());
 
 	EXPECT_EQ(ctl(HostId::a, {"switchover", "--dry-run"}).status, 0);
 	lab().inject({"service-interface", HostId::b});
-	const CommandResult refused = ctl(HostId::a, {"switchover"});
-	EXPECT_EQ(refused.status, 69) << refused.output;
-	EXPECT_THAT(refused.output, HasSubstr("refused: the partner could not take the service: its status says that"));
+	expectSays(ctl(HostId::a, {"switchover"}), 69,
+	           {"refused: the partner could not take the service: its status says that"});
 	EXPECT_EQ(lab().owners(), "a");
 }
 
 /// An administrator works on the pair, and nothing fails over.
-class OperatorMaintenance : public OperatorTest, public testing::WithParamInterface<Profile>
+class OperatorMaintenance : public PairTest, public testing::WithParamInterface<Profile>
 {
 protected:
-	void maintenance(HostId node, const std::string& word)
-	{
-		const CommandResult result = ctl(node, {"maintenance", word});
-		ASSERT_EQ(result.status, 0) << result.output;
-	}
+	void maintenance(HostId node, const std::string& word) { expectSays(ctl(node, {"maintenance", word}), 0); }
 };
 
 TEST_P(OperatorMaintenance, AServiceMayBeStoppedAndStarted)

@@ -76,13 +76,66 @@ bool PairTest::waitForAction(HostId node, const std::string& action, Millis sinc
 Millis PairTest::heldBy(const std::string& owners, Millis since)
 {
 	const Millis now = lab().clock().now();
-	return timeWith(lab().timeline().intervals(addressTrack, now), {owners}, since, now);
+	return timeWith(lab().timeline().intervals(addressTrack, now), owners, since, now);
 }
 
 Millis PairTest::outageSince(Millis since)
 {
 	const Millis now = lab().clock().now();
-	return longestWith(lab().timeline().intervals(serviceTrack, now), {"none"}, since, now);
+	return longestWith(lab().timeline().intervals(serviceTrack, now), "none", since, now);
+}
+
+CommandResult PairTest::ctl(HostId node, std::vector<std::string> arguments, Millis limit)
+{
+	arguments.insert(arguments.begin(), velarixctl);
+	return lab().run(node, arguments, limit);
+}
+
+nlohmann::json PairTest::status(HostId node)
+{
+	return nlohmann::json::parse(ctl(node, {"status", "--json"}).output);
+}
+
+bool PairTest::waitForStatus(HostId node, const std::string& what,
+                             const std::function<bool(const nlohmann::json&)>& filtered, Millis limit)
+{
+	nlohmann::json last;
+	return waitFor(
+	    [&]
+	    {
+		    last = status(node);
+		    return filtered(last);
+	    },
+	    limit, std::string("the status of node ") + nameOf(node) + " to tell " + what, [&] { return last.dump(); });
+}
+
+bool PairTest::waitUntilReady()
+{
+	// A node that has just raised the address has heard no partner for as long as that took,
+	// and the partner has not been reported yet that the programs run.
+	const auto ready = [](const nlohmann::json& status)
+	{
+		const nlohmann::json& partner = status["partner"];
+		const nlohmann::json& age = partner["heartbeat_received_age_seconds"];
+		const bool reported = partner["role"]["value"] != "master" || partner["programs_run"]["value"] == true;
+		return status["fail_over"]["works"] == true && status["problems"].empty() && reported && age.is_number() &&
+		       age < 3;
+	};
+	return waitForStatus(HostId::a, "that all is well", ready) && waitForStatus(HostId::b, "that all is well", ready);
+}
+
+bool PairTest::startReadyPair(const LabOptions& options)
+{
+	return startServingPair(options) && waitUntilReady();
+}
+
+void PairTest::expectSays(const CommandResult& result, int status, const std::vector<std::string>& texts)
+{
+	EXPECT_EQ(result.status, status) << result.output;
+	for (const std::string& text : texts)
+	{
+		EXPECT_NE(result.output.find(text), std::string::npos) << "no \"" << text << "\" in: " << result.output;
+	}
 }
 
 std::vector<std::string> linesOf(const std::filesystem::path& path)

@@ -9,8 +9,9 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
-#include "lab/core/Files.h"
+#include "lab/core/Basics.h"
 #include "lab/core/Lab.h"
 #include "lab/core/Plan.h"
 
@@ -42,6 +43,28 @@ protected:
 	void endLab() { m_lab.reset(); }
 	/// Runs a script on a host, to its end or to what fails in it.
 	CommandResult shell(HostId host, const std::string& script) { return lab().run(host, {"sh", "-ec", script}); }
+
+	// Of velarixctl, where the nodes have it installed.
+
+	static constexpr char velarixctl[] = "/usr/bin/velarixctl";
+
+	/// Runs it on a node.
+	CommandResult ctl(HostId node, std::vector<std::string> arguments, Millis limit = Millis(15000));
+
+	/// @return what `status --json` prints there
+	nlohmann::json status(HostId node);
+
+	/// Waits until the node's status, as JSON, is as filtered.
+	bool waitForStatus(HostId node, const std::string& what, const std::function<bool(const nlohmann::json&)>& filtered,
+	                   Millis limit = moveLimit);
+
+	/// Waits until a fail-over would work on both nodes.
+	bool waitUntilReady();
+
+	/// The service is on a and nothing is wrong on either node.
+	bool startReadyPair(const LabOptions& options = {});
+	/// Expects its status, and texts in what it prints.
+	void expectSays(const CommandResult& result, int status, const std::vector<std::string>& texts = {});
 
 	/// Waits until the node's log reported this action, after `since`.
 	bool waitForAction(HostId node, const std::string& action, Millis since, Millis limit = moveLimit);

@@ -3,10 +3,9 @@
 #include <csignal>
 #include <string_view>
 
-#include "lab/campaigns/hostile/Heartbeats.h"
-#include "lab/core/Files.h"
+#include "lab/campaigns/hostile/Attacks.h"
+#include "lab/core/Basics.h"
 #include "lab/core/Plan.h"
-#include "lab/core/Wait.h"
 
 namespace velarix::lab::hostile
 {
@@ -18,20 +17,6 @@ namespace
 constexpr Millis receivedLimit{30000};
 /// One that is stopped may wait for the answer to its farewell.
 constexpr Millis endLimit{20000};
-
-/// @return what the attacker answers for besides its own addresses; empty: nothing
-std::string takenAddress(const AttackInfo& attack, HostId target)
-{
-	switch (attack.takes)
-	{
-	case TakenAddress::partner:
-		return plan::addressOf(otherNode(target), Network::communication);
-	case TakenAddress::service:
-		return plan::virtualAddress;
-	default:
-		return {};
-	}
-}
 
 /// A probe of ten pings then lasts some milliseconds, as over a network of several switches.
 void slowPings(Lab& lab, HostId target, bool slow)
@@ -47,34 +32,43 @@ void slowPings(Lab& lab, HostId target, bool slow)
 
 /// Unless it relays the attacker neither forwards what reaches it by ARP spoofing, nor answers ARP for an
 /// address that it has taken: its victim alone is deceived.
-void prepareHost(Lab& lab, const AttackInfo& attack, HostId target, const std::string& at)
+/// @return what undoes it
+std::string prepareHost(Lab& lab, const AttackInfo& attack, HostId target, const std::string& at)
 {
-	std::string commands = "echo 1 >/proc/sys/net/ipv4/conf/all/arp_ignore; echo 0 >/proc/sys/net/ipv4/ip_forward";
-	if (const std::string taken = takenAddress(attack, target); !taken.empty())
+	std::string commands = "echo 1 >/proc/sys/net/ipv4/conf/all/arp_ignore; echo 0 >/proc/sys/net/ipv4/ip_forward; ";
+	std::string undo = ":; ";
+	if (attack.takes != TakenAddress::nothing)
 	{
-		commands += "; ip addr replace " + taken + "/32 dev lo";
+		const std::string taken = attack.takes == TakenAddress::service
+		                              ? plan::virtualAddress
+		                              : plan::addressOf(otherNode(target), Network::communication);
+		commands += "ip addr replace " + taken + "/32 dev lo; ";
+		undo += "ip addr del " + taken + "/32 dev lo; ";
 	}
 	const Network network = attack.overService ? Network::service : Network::communication;
 	if (at != plan::addressOf(target, network))
 	{
-		commands += "; ip route replace " + at + " via " + plan::addressOf(target, network) + " dev " +
-		            (attack.overService ? plan::serviceInterface : plan::communicationInterface);
+		commands += "ip route replace " + at + " via " + plan::addressOf(target, network) + " dev " +
+		            (attack.overService ? plan::serviceInterface : plan::communicationInterface) + "; ";
+		undo += "ip route del " + at + "; ";
 	}
 	if (attack.relays)
 	{
-		commands += "; echo 1 >/proc/sys/net/ipv4/ip_forward; echo 0 >/proc/sys/net/ipv4/conf/all/send_redirects; "
+		commands += "echo 1 >/proc/sys/net/ipv4/ip_forward; echo 0 >/proc/sys/net/ipv4/conf/all/send_redirects; "
 		            "echo 0 >/proc/sys/net/ipv4/conf/eth1/send_redirects; "
 		            "nft 'table ip relay { chain out { type nat hook postrouting priority 100; masquerade; }; }'";
+		undo += "echo 0 >/proc/sys/net/ipv4/ip_forward; nft delete table ip relay";
 	}
-	runOrThrow({{"sh", "-ec", commands}, {}, lab.attacker().inside()});
+	shell(lab.host(HostId::third), commands);
 	if (attack.bareTarget)
 	{
-		runOrThrow({{"sh", "-ec", "echo 0 >/proc/sys/net/ipv4/tcp_syncookies"}, {}, lab.node(target).host().inside()});
+		shell(lab.host(target), "echo 0 >/proc/sys/net/ipv4/tcp_syncookies");
 	}
 	if (attack.slowPings)
 	{
 		slowPings(lab, target, true);
 	}
+	return undo;
 }
 
 /// What it says. Of a tunnel, what can be captured shows neither heartbeats nor pings: the attacker
@@ -123,8 +117,8 @@ nlohmann::json ordersFor(Lab& lab, const AttackerPlan& plan)
 	        {"gateway", plan::addressOf(HostId::gateway, communication)},
 	        {"client", plan::addressOf(HostId::client, service)},
 	        {"virtual", plan::virtualAddress},
-	        {"own", plan::attackerAddress},
-	        {"ownService", plan::attackerServiceAddress},
+	        {"own", plan::addressOf(HostId::third, communication)},
+	        {"ownService", plan::addressOf(HostId::third, service)},
 	        {"captured", plan::addressOf(captured, communication)},
 	        {"capturePid", lab.node(captured).host().pid()}};
 }
@@ -132,14 +126,13 @@ nlohmann::json ordersFor(Lab& lab, const AttackerPlan& plan)
 } // namespace
 
 Attacker::Attacker(Lab& lab, const AttackerPlan& plan)
-    : m_lab(lab), m_attack(attackNamed(plan.attack)), m_target(plan.target), m_at(addressOf(plan, plan.target)),
-      m_said(fileInMemory())
+    : m_lab(lab), m_attack(attackNamed(plan.attack)), m_target(plan.target),
+      m_undo(prepareHost(lab, m_attack, m_target, addressOf(plan, m_target))), m_said(fileInMemory())
 {
-	prepareHost(lab, m_attack, m_target, m_at);
 	const Descriptor orders = fileInMemory(ordersFor(lab, plan).dump());
 	// In that network only: the target's log is a file of the machine.
 	m_process = spawn({.argv = {"python3", "-B", VELARIX_LAB_ATTACKER},
-	                   .inside = lab.attacker().insideNetwork(),
+	                   .inside = lab.host(HostId::third).insideNetwork(),
 	                   .input = orders.get(),
 	                   .output = m_said.get()});
 }
@@ -220,20 +213,7 @@ void Attacker::end()
 	{
 		throw LabError("the attack failed with status " + std::to_string(m_status) + ": " + lastLine());
 	}
-	std::string commands;
-	if (const std::string taken = takenAddress(m_attack, m_target); !taken.empty())
-	{
-		commands += "ip addr del " + taken + "/32 dev lo; ";
-	}
-	if (m_attack.relays)
-	{
-		commands += "echo 0 >/proc/sys/net/ipv4/ip_forward; nft delete table ip relay; ";
-	}
-	if (m_attack.overService || m_at != plan::addressOf(m_target, Network::communication))
-	{
-		commands += "ip route del " + m_at;
-	}
-	run({{"sh", "-c", commands}, {}, m_lab.attacker().inside()});
+	run({{"sh", "-c", m_undo}, {}, m_lab.host(HostId::third).inside()});
 	if (m_attack.slowPings)
 	{
 		slowPings(m_lab, m_target, false);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "lab/campaigns/hostile/Attacks.h"
-#include "lab/campaigns/hostile/Record.h"
+#include "lab/campaigns/hostile/Run.h"
 #include "lab/core/Lab.h"
 
 namespace velarix::lab::hostile
@@ -51,8 +51,8 @@ private:
 	Lab& m_lab;
 	const AttackInfo& m_attack;
 	HostId m_target;
-	std::string m_at;  ///< address of the target that is attacked
-	Descriptor m_said; ///< a file in memory: lines of JSON
+	std::string m_undo; ///< of what was done to the host
+	Descriptor m_said;  ///< a file in memory: lines of JSON
 	pid_t m_process = -1;
 	int m_status = 0;
 

@@ -1,8 +1,12 @@
 #include "lab/campaigns/hostile/Attacks.h"
 
+#include <algorithm>
 #include <array>
+#include <set>
+#include <string_view>
 
 #include "lab/core/Basics.h"
+#include "lab/tables/Toml.h"
 
 namespace velarix::lab::hostile
 {
@@ -16,17 +20,31 @@ constexpr AttackGoal receivedOnce{.messages = 1, .received = 1};
 /// Of a message a second, in the shortest time that a pair is watched.
 constexpr AttackGoal holdsReceiver{.messages = 10, .read = 10};
 
+/// It lasts, and does not use the heartbeat port.
+constexpr AttackInfo beside(const char* name, const char* what, Mitigation stoppedBy,
+                            TakenAddress takes = TakenAddress::nothing, bool slowPings = false, bool relays = false)
+{
+	return {.name = name,
+	        .lasting = true,
+	        .takes = takes,
+	        .relays = relays,
+	        .slowPings = slowPings,
+	        .what = what,
+	        .portUse = PortUse::none,
+	        .stoppedBy = stoppedBy};
+}
+
 /// On the service network, where no mitigation keeps it out.
 constexpr AttackInfo onKeeper(const char* name, const char* what, long leastTries, bool lasting = true)
 {
-	return {.name = name,
-	        .lasting = lasting,
-	        .onKeeper = true,
-	        .what = what,
-	        .portUse = PortUse::none,
-	        .stoppedBy = Mitigation::none,
-	        .leastTries = leastTries};
+	AttackInfo attack = beside(name, what, Mitigation::none);
+	attack.lasting = lasting;
+	attack.onKeeper = true;
+	attack.leastTries = leastTries;
+	return attack;
 }
+
+using enum Mitigation;
 
 constexpr std::array<AttackInfo, 39> attacks{{
     {.name = "random",
@@ -103,68 +121,24 @@ constexpr std::array<AttackInfo, 39> attacks{{
      .lasting = true,
      .takes = TakenAddress::partner,
      .what = "one forged heartbeat from the partner's address, with ARP answers to match",
-     .stoppedBy = Mitigation::neighbours,
+     .stoppedBy = neighbours,
      .goal = receivedOnce},
-    {.name = "impersonate-partner",
-     .lasting = true,
-     .takes = TakenAddress::partner,
-     .what = "the partner's address taken over, with ARP answers to match",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::neighbours},
-    {.name = "arp-cut-partner",
-     .lasting = true,
-     .what = "ARP answers that lead the partner's address to nobody",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::neighbours},
-    {.name = "relay",
-     .lasting = true,
-     .relays = true,
-     .what = "ARP answers that lead the nodes to the attacker, who passes packets on from its own address",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::neighbours},
-    {.name = "recorded",
-     .lasting = true,
-     .what = "packets that have reached the target, sent again and again",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::none},
-    {.name = "arp-cut-gateway",
-     .lasting = true,
-     .what = "ARP answers that lead the gateway's address to nobody",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::neighbours},
-    {.name = "arp-cut-node",
-     .lasting = true,
-     .what = "ARP answers to the gateway that lead the node's address to nobody",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::neighbours},
-    {.name = "arp-claim-service",
-     .lasting = true,
-     .what = "ARP answers to a client that lead the service address to nobody",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::none},
-    {.name = "impersonate-service",
-     .lasting = true,
-     .takes = TakenAddress::service,
-     .what = "the service address answered for, to the target alone",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::none},
-    {.name = "icmp-wrong-id",
-     .lasting = true,
-     .slowPings = true,
-     .what = "echo replies with wrong identifiers from an address that the target pings",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::firewall},
-    {.name = "icmp-requests",
-     .lasting = true,
-     .slowPings = true,
-     .what = "echo requests from an address that the target pings",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::firewall},
-    {.name = "icmp-known-id",
-     .lasting = true,
-     .what = "echo replies from the partner's address with the identifier of the target's pings",
-     .portUse = PortUse::none,
-     .stoppedBy = Mitigation::neighbours},
+    beside("impersonate-partner", "the partner's address taken over, with ARP answers to match", neighbours,
+           TakenAddress::partner),
+    beside("arp-cut-partner", "ARP answers that lead the partner's address to nobody", neighbours),
+    beside("relay", "ARP answers that lead the nodes to the attacker, who passes packets on from its own address",
+           neighbours, TakenAddress::nothing, false, true),
+    beside("recorded", "packets that have reached the target, sent again and again", none),
+    beside("arp-cut-gateway", "ARP answers that lead the gateway's address to nobody", neighbours),
+    beside("arp-cut-node", "ARP answers to the gateway that lead the node's address to nobody", neighbours),
+    beside("arp-claim-service", "ARP answers to a client that lead the service address to nobody", none),
+    beside("impersonate-service", "the service address answered for, to the target alone", none, TakenAddress::service),
+    beside("icmp-wrong-id", "echo replies with wrong identifiers from an address that the target pings", firewall,
+           TakenAddress::nothing, true),
+    beside("icmp-requests", "echo requests from an address that the target pings", firewall, TakenAddress::nothing,
+           true),
+    beside("icmp-known-id", "echo replies from the partner's address with the identifier of the target's pings",
+           neighbours),
     onKeeper("arp-announcements", "ARP announcements of the service address by another host, hundreds a second", 1000),
     onKeeper("arp-claims", "ARP answers with the service address of another host, to the target alone", 100),
     onKeeper("arp-requests", "ARP requests for the service address, thousands a second", 10000),
@@ -183,14 +157,176 @@ std::span<const AttackInfo> allAttacks()
 
 const AttackInfo& attackNamed(std::string_view name)
 {
-	for (const AttackInfo& info : attacks)
+	if (const auto* found = std::ranges::find(attacks, name, &AttackInfo::name); found != attacks.end())
 	{
-		if (info.name == name)
-		{
-			return info;
-		}
+		return *found;
 	}
 	throw LabError("there is no attack \"" + std::string(name) + "\"");
+}
+
+namespace
+{
+
+constexpr std::string_view headOfMessage = "received message: ";
+
+/// Attackers have start times of their own.
+bool isOfAgent(std::string_view message)
+{
+	constexpr std::string_view prefix = "/process/";
+	constexpr std::size_t timeAt = prefix.size() + 4; // behind "R/M/"
+	constexpr std::size_t timeSize = 14;
+	if (!message.starts_with(prefix) || message.size() <= timeAt + timeSize || message[timeAt + timeSize] != '/')
+	{
+		return false;
+	}
+	const std::string_view time = message.substr(timeAt, timeSize);
+	return time.find_first_not_of("0123456789") == std::string_view::npos && time != forgedTime && time != randomTime;
+}
+
+} // namespace
+
+std::string forgedHeartbeat(const std::string& fields)
+{
+	if (fields.size() != 5 || fields[1] != '-' || fields[3] != '-')
+	{
+		throw LabError("\"" + fields + "\" is no heartbeat: ROLE-RUNNING-ASK, for example 2-0-1");
+	}
+	return std::string("/process/") + fields[2] + "/" + fields[0] + "/" + forgedTime + "/" + fields[4] + "/";
+}
+
+ReceivedCounts receivedIn(const std::string& log)
+{
+	ReceivedCounts counts;
+	const std::string_view text = log;
+	for (std::size_t at = text.find(headOfMessage); at != std::string_view::npos; at = text.find(headOfMessage, at))
+	{
+		at += headOfMessage.size();
+		++counts.all;
+		counts.partner += isOfAgent(text.substr(at, 64)) ? 1 : 0;
+	}
+	return counts;
+}
+
+namespace
+{
+
+/// In the order of the enumerators.
+constexpr std::array<const char*, 5> outages{"none", "some", "mostly", "lasting", "any"};
+
+Outage outageFrom(const TomlTable& row)
+{
+	const std::string word = row.oneOf("outage", {outages.begin(), outages.end()}, outages[0]);
+	return static_cast<Outage>(std::ranges::find(outages, word) - outages.begin());
+}
+
+Outcome outcomeFrom(const TomlTable& row)
+{
+	row.allowOnly({"owner", "outage", "duplicate", "after"});
+	const std::string owner = row.oneOf("owner", {"a", "b", "a+b", "none", "either", "any"});
+	const std::string duplicate = row.oneOf("duplicate", {"never", "some", "perhaps"}, "never");
+	return {owner, outageFrom(row), duplicate == "perhaps" ? std::optional<bool>() : duplicate == "some",
+	        row.oneOf("after", {"a", "b", "either"}, owner)};
+}
+
+void requireDetail(const Case& cell)
+{
+	attackNamed(cell.attack);
+	static const std::set<std::string> forging{"forged", "forged-service", "repeated", "spoofed-partner"};
+	if (forging.contains(cell.attack))
+	{
+		forgedHeartbeat(cell.detail);
+	}
+	else if (cell.attack == "replay")
+	{
+		if (cell.detail != "a" && cell.detail != "b")
+		{
+			throw LabError("\"" + cell.detail + "\" is no node");
+		}
+	}
+	else if (cell.attack == "icmp-wrong-id" || cell.attack == "icmp-requests")
+	{
+		if (cell.detail != "gateway" && cell.detail != "partner")
+		{
+			throw LabError("\"" + cell.detail + "\" is no source of forged ICMP: gateway, partner");
+		}
+	}
+	else if (!cell.detail.empty())
+	{
+		throw LabError("the attack " + cell.attack + " has no detail");
+	}
+}
+
+Case caseFrom(const TomlTable& row)
+{
+	constexpr std::array<const char*, 5> mitigations{"open", "port", "firewall", "neighbours", "tunnel"};
+	row.allowOnly(
+	    {"attack", "detail", "serves", "target", "event", "open", "port", "firewall", "neighbours", "tunnel", "note"});
+	Case cell;
+	cell.attack = row.text("attack");
+	cell.detail = row.text("detail", "");
+	cell.master = *hostNamed(row.oneOf("serves", {"a", "b"}));
+	cell.target = *hostNamed(row.oneOf("target", {"a", "b"}));
+	requireDetail(cell);
+	cell.name = cell.attack + (cell.detail.empty() ? "" : "/" + cell.detail) + "/" + nameOf(cell.target) + "/" +
+	            (cell.master == cell.target ? "master" : "standby");
+	if (row.has("event"))
+	{
+		cell.event = faultFrom(row.text("event"));
+		cell.name += "/" + row.text("event");
+	}
+	for (std::size_t step = 0; step < mitigations.size(); ++step)
+	{
+		const char* name = mitigations[step];
+		// The tunnel comes with the firewall, and without fixed neighbours.
+		const std::size_t former = name == std::string("tunnel") ? step - 2 : step - 1;
+		cell.outcomes[step] = step == 0 || row.has(name) ? outcomeFrom(row.table(name)) : cell.outcomes[former];
+	}
+	const bool open = std::any_of(cell.outcomes.begin(), cell.outcomes.end(),
+	                              [](const Outcome& outcome) { return outcome.after == "either"; });
+	if (open && attackNamed(cell.attack).lasting)
+	{
+		throw LabError("the node that serves after the attack " + cell.attack + " has to be given");
+	}
+	cell.note = row.text("note", "");
+	return cell;
+}
+
+std::vector<Case> casesFrom(const TomlTable& file)
+{
+	file.allowOnly({"cases"});
+	std::vector<Case> cells;
+	for (const TomlTable& row : file.tables("cases"))
+	{
+		const Case cell = row.atLine([&] { return caseFrom(row); });
+		if (std::any_of(cells.begin(), cells.end(), [&](const Case& other) { return other.name == cell.name; }))
+		{
+			throw LabError("the case " + cell.name + " is there twice");
+		}
+		cells.push_back(cell);
+	}
+	return cells;
+}
+
+} // namespace
+
+const char* nameOf(Outage outage)
+{
+	return outage == Outage::none ? "-" : outages.at(static_cast<std::size_t>(outage));
+}
+
+bool isOwner(const std::string& owners, const std::string& word)
+{
+	return word == "any" || owners == word || (word == "either" && (owners == "a" || owners == "b"));
+}
+
+std::vector<Case> parseTable(const std::string& text)
+{
+	return casesFrom(TomlTable::parse(text));
+}
+
+std::vector<Case> readTable(const std::string& path)
+{
+	return parseTable(contentOf(std::filesystem::path(path.empty() ? VELARIX_LAB_HOSTILE : path)));
 }
 
 } // namespace velarix::lab::hostile

@@ -1,14 +1,65 @@
-/// The attacks: what each does to a pair, and how far it has to get where nothing
-/// keeps it out.
+/// The attacks: what each does to a pair, and how far it has to get where nothing keeps it out;
+/// what an operator sets up against them, in steps; and the table of what is expected of each: one row for
+/// each case, whose keys lab/tables/attacks.toml explains.
 #pragma once
 
+#include <array>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
-#include "lab/campaigns/hostile/Mitigation.h"
+#include "lab/core/Basics.h"
+#include "lab/core/Fault.h"
+#include "lab/core/Lab.h"
 
 namespace velarix::lab::hostile
 {
+
+enum class Mitigation
+{
+	none,
+	port,       ///< of the shipped rules those for the heartbeat port alone
+	firewall,   ///< the shipped rules
+	neighbours, ///< besides, fixed ARP entries on nodes and gateway, and their hardware addresses in the rules
+	tunnel      ///< heartbeats in the WireGuard tunnel, with the rules that belong to it
+};
+
+/// @return "none", "port", "firewall", "neighbours", "tunnel"
+const char* nameOf(Mitigation mitigation);
+/// @throws LabError when there is none of that name
+Mitigation mitigationNamed(const std::string& name);
+
+/// Hardware addresses for the rules; empty: their rules stay out.
+struct HardwareAddresses
+{
+	std::string partner{};
+	std::string gateway{};
+};
+
+/// velarix-ha.nft, for `nft -f`.
+/// @throws LabError when the file lacks what has to be replaced
+std::string nftRules(HostId node, const HardwareAddresses& hardware = {});
+
+/// velarix-ha.iptables, for `sh`. @throws LabError likewise
+std::string iptablesRules(HostId node, const HardwareAddresses& hardware = {});
+
+/// @return the hardware address of the host's interface on the communication network
+inline std::string hardwareOf(HostId host)
+{
+	return Wiring::hardwareAddress(host, Network::communication);
+}
+
+/// Fixed ARP entries of a node (partner and gateway), or of the gateway (both nodes).
+void fixNeighbours(Lab& lab, HostId host);
+
+/// Sets the mitigation up on both nodes, and what of it belongs on the gateway there.
+/// @throws LabError when a host does not take it
+void applyMitigation(Lab& lab, Mitigation mitigation);
+
+/// Packets that the rules have dropped on the node, by their own counters.
+long droppedByFirewall(Lab& lab, HostId node);
 
 /// What an attack comes to where nothing keeps it out; less, and it did not happen.
 struct AttackGoal
@@ -87,5 +138,70 @@ std::span<const AttackInfo> allAttacks();
 
 /// @throws LabError when there is none of that name
 const AttackInfo& attackNamed(std::string_view name);
+
+/// The start time that every forged heartbeat carries; no agent of a lab sends it,
+/// so a log shows which messages were forged. lab/guest/attacker.py has both, too.
+inline constexpr const char* forgedTime = "20000101000000";
+/// The same in random messages that resemble heartbeats.
+inline constexpr const char* randomTime = "20260101000000";
+
+/// @param fields  "ROLE-RUNNING-ASK", for example "2-0-1"
+/// @throws LabError when the text is not of that form
+std::string forgedHeartbeat(const std::string& fields);
+
+struct ReceivedCounts
+{
+	long all = 0;     ///< messages, each read of the socket being one
+	long partner = 0; ///< of them heartbeats of an agent: its partner's, and what is replayed of them
+};
+
+/// @param log  text of a node's log
+ReceivedCounts receivedIn(const std::string& log);
+
+/// How long the client has no service while the attack goes on.
+enum class Outage
+{
+	none,    ///< never longer than a second
+	some,    ///< an outage that ends
+	mostly,  ///< more than half of the time
+	lasting, ///< an outage that has not ended
+	any
+};
+
+/// @return "-", "some", "mostly", "lasting", "any"
+const char* nameOf(Outage outage);
+
+struct Outcome
+{
+	std::string owner;               ///< at the end of the attack: a, b, a+b, none, either (a or b), any
+	Outage outage = Outage::none;    ///< at the client
+	std::optional<bool> duplicate{}; ///< two nodes hold the address for a time; empty: perhaps
+	std::string after;               ///< owner once the attack is over and nothing changes any more: a, b, either
+};
+
+struct Case
+{
+	std::string name; ///< attack / target / role of the target
+	std::string attack;
+	std::string detail; ///< of forged heartbeats: the fields; of "replay": whose heartbeat; of ICMP: gateway, or
+	                    ///< partner for the partner's and the virtual address
+	HostId master = HostId::a;
+	HostId target = HostId::a;
+	std::optional<Fault> event;      ///< comes while the attack goes on
+	std::array<Outcome, 5> outcomes; ///< by mitigation
+	std::string note;
+
+	const Outcome& expected(Mitigation mitigation) const { return outcomes[static_cast<std::size_t>(mitigation)]; }
+};
+
+/// @return whether the owners are those of the word of an outcome
+bool isOwner(const std::string& owners, const std::string& word);
+
+/// @throws LabError with the line's number and what is wrong with it
+std::vector<Case> parseTable(const std::string& text);
+
+/// @param path  empty: the table of this build
+/// @throws LabError also when the file cannot be read
+std::vector<Case> readTable(const std::string& path);
 
 } // namespace velarix::lab::hostile

@@ -1,7 +1,9 @@
-#include "lab/campaigns/hostile/Judge.h"
+#include "lab/campaigns/hostile/Run.h"
 
 #include <algorithm>
-#include <functional>
+
+#include "lab/core/Basics.h"
+#include "lab/core/Console.h"
 
 namespace velarix::lab::hostile
 {
@@ -23,85 +25,58 @@ constexpr Millis hardlyReceived{5000};
 constexpr long keeperPercent = 10;
 constexpr long keeperResidentKib = 4096;
 
-/// Called with what was seen, and what was wanted.
-using Report = std::function<void(const std::string& what, const std::string& seen, const std::string& wanted)>;
-
-void atLeast(const char* what, long seen, long least, const Report& differs)
+void outageDifferences(const Observation& seen, Outage expected, Millis noOutage, Differences& found)
 {
-	if (seen < least)
+	if (expected == Outage::any)
 	{
-		differs(what, std::to_string(seen), "at least " + std::to_string(least));
+		return;
 	}
-}
-
-void atMost(const std::string& what, long seen, long most, const Report& differs)
-{
-	if (seen > most)
-	{
-		differs(what, std::to_string(seen), "at most " + std::to_string(most));
-	}
-}
-
-bool hasOutage(const Observation& seen, Outage expected, Millis noOutage)
-{
-	const bool some = seen.outageMs > noOutage.count();
-	switch (expected)
-	{
-	case Outage::none:
-		return !some;
-	case Outage::some:
-		return some && !seen.outageOpen;
-	case Outage::mostly:
-		return seen.noAnswerMs > seen.durationMs / 2;
-	case Outage::lasting:
-		return some && seen.outageOpen;
-	default:
-		return true;
-	}
-}
-
-std::string outageText(const Observation& seen, Outage expected, Millis noOutage)
-{
 	if (expected == Outage::mostly)
 	{
-		return "for " + secondsText(Millis(seen.noAnswerMs)) + " of " + secondsText(Millis(seen.durationMs));
+		if (seen.noAnswerMs <= seen.durationMs / 2)
+		{
+			found.add("outage for",
+			          secondsText(Millis(seen.noAnswerMs)) + " of " + secondsText(Millis(seen.durationMs)),
+			          nameOf(expected));
+		}
+		return;
 	}
-	const bool none = seen.outageMs <= noOutage.count();
-	return std::string(nameOf(none ? Outage::none : (seen.outageOpen ? Outage::lasting : Outage::some))) + " (" +
-	       secondsText(Millis(seen.outageMs)) + ")";
+	const Outage lasted = seen.outageOpen ? Outage::lasting : Outage::some;
+	const Outage was = seen.outageMs > noOutage.count() ? lasted : Outage::none;
+	if (was != expected)
+	{
+		found.add("outage", nameOf(was) + (" (" + secondsText(Millis(seen.outageMs)) + ")"), nameOf(expected));
+	}
 }
 
-void serviceDifferences(const Record& record, const Outcome& expected, Millis noOutage, const Report& differs)
+void serviceDifferences(const Record& record, const Outcome& expected, Millis noOutage, Differences& found)
 {
 	const Observation& seen = record.during;
 	if (!isOwner(seen.owner, expected.owner))
 	{
-		differs("owner while attacked", seen.owner, expected.owner);
+		found.add("owner while attacked", seen.owner, expected.owner);
 	}
-	if (!hasOutage(seen, expected.outage, noOutage))
-	{
-		differs("outage", outageText(seen, expected.outage, noOutage), nameOf(expected.outage));
-	}
+	outageDifferences(seen, expected.outage, noOutage, found);
 	if (expected.outage == Outage::none && seen.moves > 0)
 	{
-		differs("moves", std::to_string(seen.moves), "none");
+		found.add("moves", std::to_string(seen.moves), "none");
 	}
 	if (expected.duplicate && *expected.duplicate != (seen.duplicateMs > 0))
 	{
-		differs("duplicate address for", secondsText(Millis(seen.duplicateMs)),
-		        *expected.duplicate ? "some time" : "no time");
+		found.add("duplicate address for", secondsText(Millis(seen.duplicateMs)),
+		          *expected.duplicate ? "some time" : "no time");
 	}
 	if (!seen.ended.empty())
 	{
-		differs("agents that ended by themselves:", seen.ended, "none");
+		found.add("agents that ended by themselves:", seen.ended, "none");
 	}
 	if (!isOwner(record.owner, expected.after))
 	{
-		differs("owner at rest", record.owner, expected.after);
+		found.add("owner at rest", record.owner, expected.after);
 	}
 }
 
-void agentDifferences(const Record& record, HostId node, bool serves, const Report& differs)
+void agentDifferences(const Record& record, HostId node, bool serves, Differences& found)
 {
 	const auto index = static_cast<std::size_t>(node);
 	const std::string& role = record.after.roles[index];
@@ -112,25 +87,25 @@ void agentDifferences(const Record& record, HostId node, bool serves, const Repo
 	const char* wanted = serves ? "master" : "slave";
 	if (role != wanted)
 	{
-		differs("role of " + nodeText(node), role, wanted);
+		found.add("role of " + nodeText(node), role, wanted);
 	}
 	const AgentFigures& before = record.before.agents[index];
 	const AgentFigures& after = record.after.agents[index];
 	if (after.pid != before.pid)
 	{
-		differs("agent of " + nodeText(node), after.pid == 0 ? "gone" : "another process", "the same process");
+		found.add("agent of " + nodeText(node), after.pid == 0 ? "gone" : "another process", "the same process");
 		return;
 	}
 	if (after.threads != before.threads)
 	{
-		differs("threads of " + nodeText(node), std::to_string(after.threads), std::to_string(before.threads));
+		found.add("threads of " + nodeText(node), std::to_string(after.threads), std::to_string(before.threads));
 	}
-	atMost("descriptors of " + nodeText(node), after.descriptors, before.descriptors + moreDescriptors, differs);
-	atMost("resident KiB of " + nodeText(node), after.residentKib, before.residentKib + moreResidentKib, differs);
+	found.atMost("descriptors of " + nodeText(node), after.descriptors, before.descriptors + moreDescriptors);
+	found.atMost("resident KiB of " + nodeText(node), after.residentKib, before.residentKib + moreResidentKib);
 }
 
 /// The keeper of a target that keeps the address stays the same process; the work of each is bounded.
-void keeperDifferences(const Record& record, const Plan& plan, const Report& differs)
+void keeperDifferences(const Record& record, const Plan& plan, Differences& found)
 {
 	const KeeperFigures& before = record.keeperBefore;
 	const KeeperFigures& after = record.keeperAfter;
@@ -138,16 +113,16 @@ void keeperDifferences(const Record& record, const Plan& plan, const Report& dif
 	    plan.cell.master == plan.cell.target && plan.cell.expected(plan.mitigation).owner == nameOf(plan.cell.target);
 	if (keeps && (after.pid == 0 || after.pid != before.pid))
 	{
-		differs("keeper's process", std::to_string(after.pid), std::to_string(before.pid));
+		found.add("keeper's process", std::to_string(after.pid), std::to_string(before.pid));
 	}
 	const long cpuMs = after.cpuMs - (after.pid == before.pid ? before.cpuMs : 0);
 	const long mostMs = record.during.durationMs * keeperPercent / 100;
-	atMost("processor time of the keeper (ms)", cpuMs, mostMs, differs);
-	atMost("resident KiB of the keeper", after.residentKib, keeperResidentKib, differs);
+	found.atMost("processor time of the keeper (ms)", cpuMs, mostMs);
+	found.atMost("resident KiB of the keeper", after.residentKib, keeperResidentKib);
 }
 
 /// A pair that has lost a node, is busy with a failure, or may be, says nothing about received heartbeats.
-void partnerDifferences(const Record& record, const Plan& plan, bool keptOut, const Report& differs)
+void partnerDifferences(const Record& record, const Plan& plan, bool keptOut, Differences& found)
 {
 	const Millis lasted(record.during.durationMs);
 	const PartnerReceived open = attackNamed(plan.cell.attack).partner;
@@ -159,30 +134,29 @@ void partnerDifferences(const Record& record, const Plan& plan, bool keptOut, co
 	}
 	if (wanted == PartnerReceived::always)
 	{
-		atLeast("heartbeats of the partner read", record.partner, lasted / longestGap, differs);
+		found.atLeast("heartbeats of the partner read", record.partner, lasted / longestGap);
 	}
-	else if (record.partner > lasted / hardlyReceived)
+	else
 	{
-		differs("heartbeats of the partner read", std::to_string(record.partner),
-		        "at most " + std::to_string(lasted / hardlyReceived));
+		found.atMost("heartbeats of the partner read", record.partner, lasted / hardlyReceived);
 	}
 }
 
 /// Whether the attack happened at all, and whether what keeps it out did so. What the
 /// firewall lets pass, the neighbours stop without a packet dropped.
-void attackDifferences(const Record& record, const Plan& plan, const Report& differs)
+void attackDifferences(const Record& record, const Plan& plan, Differences& found)
 {
 	const AttackInfo& attack = attackNamed(plan.cell.attack);
-	atLeast("tries", record.tries, attack.leastTries, differs);
+	found.atLeast("tries", record.tries, attack.leastTries);
 	const bool keptOut = attack.isStoppedBy(plan.mitigation);
-	partnerDifferences(record, plan, keptOut, differs);
+	partnerDifferences(record, plan, keptOut, found);
 	if (keptOut && record.connections > 0)
 	{
-		differs("connections behind the mitigation", std::to_string(record.connections), "none");
+		found.add("connections behind the mitigation", std::to_string(record.connections), "none");
 	}
 	if (keptOut && attack.stoppedBy <= Mitigation::firewall)
 	{
-		atLeast("packets dropped by the firewall", record.dropped, 1, differs);
+		found.atLeast("packets dropped by the firewall", record.dropped, 1);
 	}
 	if (keptOut || attack.portUse != PortUse::connects)
 	{
@@ -190,35 +164,71 @@ void attackDifferences(const Record& record, const Plan& plan, const Report& dif
 	}
 	const AttackGoal& goal = attack.goal;
 	const auto least = [&plan](long fixed, long per) { return per == 0 ? fixed : std::max(1L, plan.count / per); };
-	atLeast("connections", record.connections, least(goal.connections, goal.connectionsPer), differs);
-	atLeast("messages written", record.messages, least(goal.messages, goal.messagesPer), differs);
-	atLeast("clients at once", record.atOnce, goal.atOnce, differs);
-	atLeast("clients connected at once", record.open, goal.open, differs);
-	atLeast("messages received by the target", record.received, goal.received, differs);
-	atLeast("messages read that are not the partner's", record.read - record.partner, least(goal.read, goal.readPer),
-	        differs);
+	found.atLeast("connections", record.connections, least(goal.connections, goal.connectionsPer));
+	found.atLeast("messages written", record.messages, least(goal.messages, goal.messagesPer));
+	found.atLeast("clients at once", record.atOnce, goal.atOnce);
+	found.atLeast("clients connected at once", record.open, goal.open);
+	found.atLeast("messages received by the target", record.received, goal.received);
+	found.atLeast("messages read that are not the partner's", record.read - record.partner,
+	              least(goal.read, goal.readPer));
 }
 
 } // namespace
 
 std::vector<std::string> differencesOf(const Record& record, const Plan& plan)
 {
-	std::vector<std::string> found;
-	const auto differs = [&](const std::string& what, const std::string& seen, const std::string& wanted)
-	{ found.push_back(what + " " + seen + ", expected " + wanted); };
+	Differences found;
 	const Outcome& expected = plan.cell.expected(plan.mitigation);
-	attackDifferences(record, plan, differs);
+	attackDifferences(record, plan, found);
 	if (attackNamed(plan.cell.attack).onKeeper)
 	{
-		keeperDifferences(record, plan, differs);
+		keeperDifferences(record, plan, found);
 	}
-	serviceDifferences(record, expected, plan.times.noOutage, differs);
+	serviceDifferences(record, expected, plan.times.noOutage, found);
 	const std::string& after = expected.after == "either" ? record.owner : expected.after;
 	for (const HostId node : nodes)
 	{
-		agentDifferences(record, node, after == nameOf(node), differs);
+		agentDifferences(record, node, after == nameOf(node), found);
 	}
 	return found;
+}
+
+namespace
+{
+
+Row rowOf(const Record& record)
+{
+	const Observation& during = record.during;
+	return {record.name,
+	        std::to_string(record.tries),
+	        std::to_string(record.read) + "/" + std::to_string(record.partner),
+	        std::to_string(record.dropped),
+	        during.roles[0] + ", " + during.roles[1],
+	        secondsText(Millis(during.noAnswerMs)) + " of " + secondsText(Millis(during.durationMs)),
+	        secondsText(Millis(during.duplicateMs)),
+	        record.differences.empty() ? "as expected" : "DIFFERS"};
+}
+
+} // namespace
+
+std::string titleOf(const Record& record)
+{
+	return record.name + ", mitigation " + record.mitigation;
+}
+
+std::string toText(const std::vector<Record>& records)
+{
+	std::vector<Row> rows{{"case", "tries", "read/partner's", "dropped", "roles", "outage", "duplicate", "verdict"}};
+	std::string differences;
+	for (const Record& record : records)
+	{
+		rows.push_back(rowOf(record));
+		for (const std::string& difference : record.differences)
+		{
+			differences += record.name + ": " + difference + "\n";
+		}
+	}
+	return aligned(rows) + differences;
 }
 
 } // namespace velarix::lab::hostile

@@ -1,10 +1,14 @@
-#include "lab/campaigns/hostile/Mitigation.h"
+#include "lab/campaigns/hostile/Attacks.h"
 
+#include <algorithm>
 #include <array>
+#include <iterator>
+#include <numeric>
+#include <sstream>
 #include <vector>
 
 #include "inspect/Pattern.h"
-#include "lab/core/Files.h"
+#include "lab/core/Basics.h"
 #include "lab/core/Plan.h"
 
 namespace velarix::lab::hostile
@@ -71,14 +75,12 @@ const char* nameOf(Mitigation mitigation)
 
 Mitigation mitigationNamed(const std::string& name)
 {
-	for (std::size_t index = 0; index < names.size(); ++index)
+	const auto* found = std::ranges::find(names, name);
+	if (found == names.end())
 	{
-		if (name == names[index])
-		{
-			return static_cast<Mitigation>(index);
-		}
+		throw LabError("there is no mitigation \"" + name + "\"");
 	}
-	throw LabError("there is no mitigation \"" + name + "\"");
+	return static_cast<Mitigation>(found - names.begin());
 }
 
 std::string nftRules(HostId node, const HardwareAddresses& hardware)
@@ -105,27 +107,14 @@ std::string iptablesRules(HostId node, const HardwareAddresses& hardware)
 	return rules;
 }
 
-std::string hardwareOn(Lab& lab, HostId host)
-{
-	const CommandResult shown =
-	    lab.run(host, {"cat", std::string("/sys/class/net/") + plan::communicationInterface + "/address"});
-	if (!shown.ok())
-	{
-		throw LabError("the interface of " + std::string(nameOf(host)) + " has no address: " + shown.output);
-	}
-	return shown.output.substr(0, shown.output.find('\n'));
-}
-
 void fixNeighbours(Lab& lab, HostId host)
 {
 	for (const HostId other : {HostId::a, HostId::b, HostId::gateway})
 	{
 		if (other != host)
 		{
-			runOrThrow({{"ip", "neigh", "replace", onCommunication(other), "lladdr", hardwareOn(lab, other), "nud",
-			             "permanent", "dev", plan::communicationInterface},
-			            {},
-			            lab.host(host).inside()});
+			shell(lab.host(host), "ip neigh replace " + onCommunication(other) + " lladdr " + hardwareOf(other) +
+			                          " nud permanent dev " + plan::communicationInterface);
 		}
 	}
 }
@@ -141,8 +130,7 @@ void applyMitigation(Lab& lab, Mitigation mitigation)
 	for (const HostId node : nodes)
 	{
 		const HardwareAddresses hardware =
-		    fixed ? HardwareAddresses{hardwareOn(lab, otherNode(node)), hardwareOn(lab, HostId::gateway)}
-		          : HardwareAddresses{};
+		    fixed ? HardwareAddresses{hardwareOf(otherNode(node)), hardwareOf(HostId::gateway)} : HardwareAddresses{};
 		const std::string portAlone = mitigation == Mitigation::port ? "flush chain inet velarix probes\n" : "";
 		runOrThrow({{"nft", "-f", "-"}, nftRules(node, hardware) + portAlone, lab.host(node).inside()});
 	}
@@ -157,19 +145,14 @@ void applyMitigation(Lab& lab, Mitigation mitigation)
 
 long droppedByFirewall(Lab& lab, HostId node)
 {
-	const CommandResult shown = lab.run(node, {"nft", "list", "ruleset"});
-	static const inspect::Pattern counter("counter packets (\\d+)");
-	long dropped = 0;
-	const auto found = counter.all(shown.output);
-	if (!shown.ok() || found.empty())
+	std::istringstream counters(
+	    shell(lab.host(node), R"(nft list ruleset | sed -n 's/.*counter packets \([0-9]*\).*/\1/p')"));
+	const std::vector<long> found{std::istream_iterator<long>(counters), {}};
+	if (found.empty())
 	{
-		throw LabError("the firewall of " + nodeText(node) + " has no counter: " + shown.output);
+		throw LabError("the firewall of " + nodeText(node) + " has no counter");
 	}
-	for (const inspect::Pattern::Groups& groups : found)
-	{
-		dropped += std::stol(groups[1]);
-	}
-	return dropped;
+	return std::accumulate(found.begin(), found.end(), 0L);
 }
 
 } // namespace velarix::lab::hostile

@@ -5,13 +5,11 @@
 #include <memory>
 #include <thread>
 
-#include "lab/campaigns/Observe.h"
+#include "lab/campaigns/Measure.h"
 #include "lab/campaigns/hostile/Attacker.h"
-#include "lab/campaigns/hostile/Judge.h"
-#include "lab/core/Files.h"
+#include "lab/core/Basics.h"
+#include "lab/core/Host.h"
 #include "lab/core/Plan.h"
-#include "lab/core/ProcessTable.h"
-#include "lab/core/Wait.h"
 
 namespace velarix::lab::hostile
 {
@@ -22,19 +20,11 @@ namespace
 /// A service that comes back at all is back by then: a burst holds up the receiver.
 constexpr Millis backLimit{240000};
 
-LabOptions optionsFor(const Plan& plan)
+void takeLowest(AgentFigures& lowest, const Process& agent)
 {
-	LabOptions options(plan.installRoot, plan.times.pair);
-	options.seed = seedOfRun(plan.seed, 1, plan.cell.name);
-	return options;
-}
-
-void takeLowest(AgentFigures& lowest, pid_t pid)
-{
-	const std::string status = procText(pid, "status");
-	const AgentFigures now{pid, static_cast<int>(numberBehind(status, "Threads").value_or(0)),
-	                       static_cast<int>(descriptorsOf(pid).size()), numberBehind(status, "VmRSS").value_or(0)};
-	if (lowest.pid != pid)
+	const AgentFigures now{agent.pid, agent.threads, static_cast<int>(descriptorsOf(agent.pid).size()),
+	                       residentKibOf(agent.pid)};
+	if (lowest.pid != agent.pid)
 	{
 		lowest = now;
 		return;
@@ -54,8 +44,7 @@ KeeperFigures keeperOn(Lab& lab, HostId node)
 		if (entry.parent == guards.front().pid)
 		{
 			// Nanoseconds come first in it.
-			return {entry.pid, std::atol(procText(entry.pid, "schedstat").c_str()) / 1000000,
-			        numberBehind(procText(entry.pid, "status"), "VmRSS").value_or(0)};
+			return {entry.pid, std::atol(procText(entry.pid, "schedstat").c_str()) / 1000000, residentKibOf(entry.pid)};
 		}
 	}
 	return {};
@@ -77,7 +66,7 @@ PairSnapshot snapshotOf(Lab& lab)
 			const std::optional<Process> agent = lab.node(node).isOn() ? lab.node(node).agent() : std::nullopt;
 			if (agent)
 			{
-				takeLowest(moment.agents[static_cast<std::size_t>(node)], agent->pid);
+				takeLowest(moment.agents[indexOf(node)], *agent);
 			}
 		}
 		std::this_thread::sleep_for(Millis(250));
@@ -175,7 +164,21 @@ void watchAftermath(Lab& lab, const Plan& plan, Attacker& attacker)
 	}
 }
 
-void runInLab(Lab& lab, const Plan& plan, Record& record)
+} // namespace
+
+ReceivedCounts receivedBy(Lab& lab, HostId node)
+{
+	return receivedIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
+}
+
+LabOptions optionsFor(const Plan& plan)
+{
+	LabOptions options(plan.installRoot, plan.times.pair);
+	options.seed = seedOfRun(plan.seed, 1, plan.cell.name);
+	return options;
+}
+
+void runIn(Lab& lab, const Plan& plan, Record& record)
 {
 	applyMitigation(lab, plan.mitigation);
 	letServe(lab, plan.cell.master, plan.times.serveLimit());
@@ -186,34 +189,14 @@ void runInLab(Lab& lab, const Plan& plan, Record& record)
 	record.dropped = plan.mitigation == Mitigation::none ? 0 : droppedByFirewall(lab, plan.cell.target);
 	record.owner = lab.owners();
 	record.after = snapshotOf(lab);
+	record.differences = differencesOf(record, plan);
 }
 
-} // namespace
-
-ReceivedCounts receivedBy(Lab& lab, HostId node)
-{
-	return receivedIn(contentIfAny(lab.node(node).diskFile(plan::logFile)));
-}
-
-Record runCase(const Plan& plan)
+Record recordOf(const Plan& plan)
 {
 	Record record;
 	record.name = plan.cell.name;
 	record.mitigation = nameOf(plan.mitigation);
-	Lab lab(optionsFor(plan));
-	try
-	{
-		runInLab(lab, plan, record);
-		record.differences = differencesOf(record, plan);
-	}
-	catch (const LabError& error)
-	{
-		record.differences.push_back(std::string("the run did not get to its end: ") + error.what());
-	}
-	if (!record.differences.empty())
-	{
-		record.timeline = toText(lab.timeline()) + errorsIn(lab);
-	}
 	return record;
 }
 
