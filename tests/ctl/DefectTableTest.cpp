@@ -17,14 +17,12 @@ class DefectTable : public CheckTest, public testing::WithParamInterface<Setting
 TEST_P(DefectTable, IsFoundAtItsLine)
 {
 	std::vector<std::string> partner = soundLines(2);
-	std::vector<std::string> expected;
 	bool isPair = false;
 	for (const std::string& line : GetParam().lines)
 	{
 		const bool forOne = line.starts_with("a: ") || line.starts_with("b: ");
 		isPair = isPair || forOne;
-		line.starts_with("> ") ? expected.push_back(line.substr(2))
-		                       : change(line.starts_with("b: ") ? partner : lines, line.substr(forOne ? 3 : 0));
+		change(line.starts_with("b: ") ? partner : lines, line.substr(forOne ? 3 : 0));
 	}
 	const auto own = write("/a.ini", joined(lines));
 	const auto other = write("/b.ini", joined(partner));
@@ -37,10 +35,11 @@ TEST_P(DefectTable, IsFoundAtItsLine)
 		found.push_back((finding.severity == Severity::error ? "error " : "warning ") + finding.id +
 		                (finding.file == other ? " b:" : " ") + std::to_string(finding.line));
 	}
-	EXPECT_EQ(found, expected);
+	EXPECT_EQ(found, GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(casesOf(VELARIX_CTL_DEFECTS)), rowName<SettingsCase>);
+INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(casesOf(VELARIX_CTL_TABLES "/defects.txt")),
+                         rowName<SettingsCase>);
 
 class PairFiles : public CheckTest
 {
