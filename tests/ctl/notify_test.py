@@ -66,7 +66,8 @@ class Node(unittest.TestCase):
 
     def setUp(self):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="notify-"))
-        self.addCleanup(shutil.rmtree, self.root)
+        # A worker may write for a moment longer than the program that is its parent lives.
+        self.addCleanup(wait_for, "the end of all", lambda: shutil.rmtree(self.root, ignore_errors=True) or not self.root.exists())
         os.chmod(self.root, 0o755)
         self.etc = self.root / "etc/velarix-ha"
         self.log = self.root / "usr/velarix/log/keeper.log"
