@@ -41,24 +41,4 @@ TEST_P(DefectTable, IsFoundAtItsLine)
 INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(casesOf(VELARIX_CTL_TABLES "/defects.txt")),
                          rowName<SettingsCase>);
 
-class PairFiles : public CheckTest
-{
-};
-
-TEST_F(PairFiles, AMissingPartnersFileIsFoundBesideTheOwnFaults)
-{
-	setKey(lines, "MODE", "7");
-	write("/a.ini", joined(lines));
-	EXPECT_THAT(found({.file = below("/a.ini"), .partner = below("/b.ini"), .filesOnly = true}),
-	            ElementsAre("warning unknown-role /a.ini:2", "error settings-missing /b.ini"));
-}
-
-TEST_F(PairFiles, TheSameFileTwiceIsNoPair)
-{
-	write("/a.ini", joined(lines));
-	EXPECT_THAT(found({.file = below("/a.ini"), .partner = below("/a.ini"), .filesOnly = true}),
-	            ElementsAre("error two-masters /a.ini:2", "error addresses-not-mirrored /a.ini:5",
-	                        "error addresses-not-mirrored /a.ini:5"));
-}
-
 } // namespace

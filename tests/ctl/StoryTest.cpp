@@ -59,6 +59,9 @@ void StoryTest::run(const std::string& words, bool below)
 		arguments.push_back(word);
 	}
 	const Outcome outcome = below ? runBelow(arguments) : StateTest::run(arguments);
+	expectEnd();
+	m_untold = words + " ";
+	m_judged = true;
 	m_outcome = {outcome.code, anonymous(outcome.out), anonymous(outcome.err)};
 }
 
@@ -137,6 +140,7 @@ TEST_P(StoryTest, IsToldAsExpected)
 	{
 		obey(line);
 	}
+	expectEnd();
 	EXPECT_TRUE(m_judged);
 }
 

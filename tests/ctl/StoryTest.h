@@ -49,6 +49,8 @@ protected:
 
 	/// Of the last run.
 	Outcome m_outcome;
+	/// The last run, until its exit status is told.
+	std::string m_untold;
 	int m_node = 1;
 	/// What differs from the sound settings.
 	std::vector<std::pair<std::string, std::string>> m_changes;
@@ -66,6 +68,8 @@ protected:
 	bool m_clock = false;
 
 	void obeyOne(const std::string& line);
+	/// A run without a line "code" ends with 0.
+	void expectEnd() { EXPECT_EQ(m_untold.empty() ? 0 : m_outcome.code, 0) << m_untold << '\n' << m_outcome.err; }
 
 	/// "start 198 | slave 198 191 | take 190 | master 183.3 0.3", in seconds before now
 	NodeLog logOf(const std::string& text) const;
