@@ -8,27 +8,13 @@ namespace fs = std::filesystem;
 
 CheckTest::CheckTest()
 {
-	for (const char* tool : {"sh", "cat", "chmod", "ifconfig", "ip", "grep", "arping", "sleep", "killall", "nft"})
-	{
-		executable(std::string("/usr/bin/") + tool);
-	}
-	executable("/bin/sh");
-	executable("/opt/service/bin/server");
-	write("/usr/velarix/bin/log/runinfo.txt",
-	      "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");
+	makeDisk();
 	write("/usr/velarix/bin/ini/config.ini", "");
-	fs::create_directories(below("/usr/velarix/pid"));
-	fs::create_directories(below("/usr/velarix/log"));
 }
 
 fs::path CheckTest::settings() const
 {
 	return below("/usr/velarix/bin/ini/config.ini");
-}
-
-void CheckTest::executable(const std::string& absolute, const std::string& text) const
-{
-	fs::permissions(write(absolute, text), fs::perms{0755});
 }
 
 std::vector<std::string> CheckTest::shortForms(const CheckReport& report) const

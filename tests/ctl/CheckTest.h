@@ -29,10 +29,6 @@ protected:
 	static velarix::ctl::CheckReport reportOf(const velarix::inspect::SettingsFile& file,
 	                                          const std::function<void(velarix::ctl::Findings&)>& checks);
 
-	/// Makes a file executable.
-	void executable(const std::string& absolute, const std::string& text = "\x7f"
-	                                                                       "ELF") const;
-
 	/// The settings as they are written.
 	std::vector<std::string> lines = soundLines();
 

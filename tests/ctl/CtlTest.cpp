@@ -1,5 +1,7 @@
 #include "CtlTest.h"
 
+#include <Poco/String.h>
+
 #include "ctl/Program.h"
 
 namespace fs = std::filesystem;
@@ -34,6 +36,25 @@ fs::path CtlTest::write(const std::string& absolute, const std::string& text) co
 	return path;
 }
 
+void CtlTest::executable(const std::string& absolute, const std::string& text) const
+{
+	fs::permissions(write(absolute, text), fs::perms{0755});
+}
+
+void CtlTest::makeDisk() const
+{
+	for (const char* tool : {"sh", "cat", "chmod", "ifconfig", "ip", "grep", "arping", "sleep", "killall", "nft"})
+	{
+		executable(std::string("/usr/bin/") + tool);
+	}
+	executable("/bin/sh");
+	executable("/opt/service/bin/server");
+	write("/usr/velarix/bin/log/runinfo.txt",
+	      "[TRACE]\nLAST_RUN_TIME = \nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n");
+	fs::create_directories(below("/usr/velarix/pid"));
+	fs::create_directories(below("/usr/velarix/log"));
+}
+
 Outcome CtlTest::run(const std::vector<std::string>& arguments) const
 {
 	std::ostringstream out;
@@ -58,12 +79,7 @@ Outcome CtlTest::runBelow(std::vector<std::string> arguments) const
 
 std::string CtlTest::anonymous(std::string text) const
 {
-	const std::string name = m_root.string();
-	for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at))
-	{
-		text.erase(at, name.size());
-	}
-	return text;
+	return Poco::replaceInPlace(text, m_root.string(), std::string());
 }
 
 std::string readFile(const fs::path& path)
@@ -71,6 +87,12 @@ std::string readFile(const fs::path& path)
 	std::ostringstream text;
 	text << std::ifstream(path, std::ios::binary).rdbuf();
 	return text.str();
+}
+
+long memory(const std::string& name)
+{
+	const std::string status = readFile("/proc/self/status");
+	return std::stol(status.substr(status.find(name) + name.size()));
 }
 
 std::set<std::string> allBetween(const std::string& text, const std::string& before, const std::string& after)

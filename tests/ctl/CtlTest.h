@@ -46,6 +46,13 @@ protected:
 	/// Writes a file below the directory and makes the folders above it.
 	std::filesystem::path write(const std::string& absolute, const std::string& text) const;
 
+	/// Makes a file executable.
+	void executable(const std::string& absolute, const std::string& text = "\x7f"
+	                                                                       "ELF") const;
+
+	/// What a sound node has on its disk besides settings.
+	void makeDisk() const;
+
 	/// Runs the program with the clock at `now`; no "--root" is added.
 	Outcome run(const std::vector<std::string>& arguments) const;
 
@@ -72,6 +79,9 @@ private:
 
 /// @return the whole file
 std::string readFile(const std::filesystem::path& path);
+
+/// @return a figure of this process, as "VmRSS:", in kB
+long memory(const std::string& name);
 
 /// @return what stands between `before` and the next `after`, wherever that is
 std::set<std::string> allBetween(const std::string& text, const std::string& before, const std::string& after);

@@ -17,14 +17,12 @@ class DefectTable : public CheckTest, public testing::WithParamInterface<Setting
 TEST_P(DefectTable, IsFoundAtItsLine)
 {
 	std::vector<std::string> partner = soundLines(2);
-	std::vector<std::string> expected;
 	bool isPair = false;
 	for (const std::string& line : GetParam().lines)
 	{
 		const bool forOne = line.starts_with("a: ") || line.starts_with("b: ");
 		isPair = isPair || forOne;
-		line.starts_with("> ") ? expected.push_back(line.substr(2))
-		                       : change(line.starts_with("b: ") ? partner : lines, line.substr(forOne ? 3 : 0));
+		change(line.starts_with("b: ") ? partner : lines, line.substr(forOne ? 3 : 0));
 	}
 	const auto own = write("/a.ini", joined(lines));
 	const auto other = write("/b.ini", joined(partner));
@@ -37,29 +35,10 @@ TEST_P(DefectTable, IsFoundAtItsLine)
 		found.push_back((finding.severity == Severity::error ? "error " : "warning ") + finding.id +
 		                (finding.file == other ? " b:" : " ") + std::to_string(finding.line));
 	}
-	EXPECT_EQ(found, expected);
+	EXPECT_EQ(found, GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(casesOf(VELARIX_CTL_DEFECTS)), rowName<SettingsCase>);
-
-class PairFiles : public CheckTest
-{
-};
-
-TEST_F(PairFiles, AMissingPartnersFileIsFoundBesideTheOwnFaults)
-{
-	setKey(lines, "MODE", "7");
-	write("/a.ini", joined(lines));
-	EXPECT_THAT(found({.file = below("/a.ini"), .partner = below("/b.ini"), .filesOnly = true}),
-	            ElementsAre("warning unknown-role /a.ini:2", "error settings-missing /b.ini"));
-}
-
-TEST_F(PairFiles, TheSameFileTwiceIsNoPair)
-{
-	write("/a.ini", joined(lines));
-	EXPECT_THAT(found({.file = below("/a.ini"), .partner = below("/a.ini"), .filesOnly = true}),
-	            ElementsAre("error two-masters /a.ini:2", "error addresses-not-mirrored /a.ini:5",
-	                        "error addresses-not-mirrored /a.ini:5"));
-}
+INSTANTIATE_TEST_SUITE_P(Defects, DefectTable, testing::ValuesIn(casesOf(VELARIX_CTL_TABLES "/defects.txt")),
+                         rowName<SettingsCase>);
 
 } // namespace

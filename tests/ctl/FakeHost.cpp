@@ -18,25 +18,22 @@ namespace
 
 void act(const std::string& what)
 {
-	fakeMachine().acts.push_back(what);
-	if (fakeMachine().onAct)
-	{
-		fakeMachine().onAct(what);
-	}
+	fakeHost().acts.push_back(what);
+	fakeHost().actTimes.push_back(fakeHost().elapsed);
+	fakeHost().onAct ? fakeHost().onAct(what) : void();
+}
+
+template <typename Value> std::optional<Value> valueOf(const std::map<std::string, Value>& all, const std::string& key)
+{
+	const auto found = all.find(key);
+	return found == all.end() ? std::nullopt : std::optional(found->second);
 }
 
 } // namespace
 
-FakeMachine& fakeMachine()
-{
-	static FakeMachine machine;
-	return machine;
-}
-
 void freshHost()
 {
 	fakeHost() = FakeHost{};
-	fakeMachine() = FakeMachine{};
 	fakeHost().interfaces = {{"eth0", {true, true}}, {"eth1", {true, true}}};
 	fakeHost().links = {{"lo", "loopback", "", "00:00:00:00:00:00", "00:00:00:00:00:00", {}},
 	                    {"eth0", "ether", "", "52:54:00:00:00:01", "52:54:00:00:00:01", {}},
@@ -51,9 +48,9 @@ namespace velarix::inspect::host
 
 FileFacts fileFacts(const std::filesystem::path& path)
 {
-	if (const auto reported = fakeHost().files.find(path.string()); reported != fakeHost().files.end())
+	if (const auto reported = valueOf(fakeHost().files, path.string()))
 	{
-		return reported->second;
+		return *reported;
 	}
 	FileFacts facts;
 	struct stat status = {};
@@ -110,15 +107,13 @@ std::vector<Address> addresses()
 
 std::optional<std::string> interfaceTo(const std::string& address)
 {
-	const auto found = fakeHost().routes.find(address);
-	const std::string interface = found == fakeHost().routes.end() ? "eth1" : found->second;
+	const std::string interface = valueOf(fakeHost().routes, address).value_or("eth1");
 	return interface.empty() ? std::nullopt : std::optional(interface);
 }
 
 std::optional<std::string> holderOf(const std::string& address, const std::string& /*interface*/)
 {
-	const auto found = fakeHost().holders.find(address);
-	return found == fakeHost().holders.end() ? std::nullopt : std::optional(found->second);
+	return valueOf(fakeHost().holders, address);
 }
 
 std::optional<TunnelSession> tunnelSession()
@@ -185,68 +180,60 @@ Trial tryCommands(const TrialPlan& plan)
 
 bool isThere(pid_t pid)
 {
-	return process(pid).has_value() || fakeMachine().hidden.contains(pid);
+	return process(pid).has_value() || fakeHost().hidden.contains(pid);
 }
 
 std::optional<std::chrono::system_clock::time_point> startOf(pid_t pid)
 {
-	const auto found = fakeMachine().starts.find(pid);
-	return found == fakeMachine().starts.end() ? std::nullopt : std::optional(found->second);
+	const auto found = fakeHost().starts.find(pid);
+	return found == fakeHost().starts.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::string standardOutput(pid_t pid)
 {
-	return fakeMachine().outputs[pid];
+	return fakeHost().outputs[pid];
 }
 
 std::optional<std::chrono::system_clock::time_point> changedAt(const std::filesystem::path& path)
 {
-	const auto found = fakeMachine().changed.find(path.string());
-	return found == fakeMachine().changed.end() ? std::nullopt : std::optional(found->second);
+	return valueOf(fakeHost().changed, path.string());
 }
 
 std::optional<bool> answersPing(const std::string& address, int /*count*/)
 {
-	return whyNoPing() ? std::nullopt : std::optional<bool>(fakeMachine().answering.contains(address));
+	return whyNoPing() ? std::nullopt : std::optional<bool>(fakeHost().answering.contains(address));
 }
 
 CommandEnd runWithoutNetwork(const std::string& command, std::chrono::milliseconds /*limit*/)
 {
-	if (fakeMachine().commandEnd == CommandEnd::ended || fakeMachine().commandEnd == CommandEnd::tooLong)
+	if (fakeHost().commandEnd == CommandEnd::ended || fakeHost().commandEnd == CommandEnd::tooLong)
 	{
 		act(command);
 	}
-	return fakeMachine().commandEnd;
+	return fakeHost().commandEnd;
 }
 
 bool signalProcess(pid_t pid, const std::string& name, int signal)
 {
-	const std::optional<Process> found = process(pid);
-	if (!found || found->name != name)
-	{
-		return false;
-	}
-	act(std::to_string(signal) + " " + std::to_string(pid));
-	return true;
+	const bool isIt = process(pid).value_or(Process{}).name == name;
+	isIt ? act(std::to_string(signal) + " " + std::to_string(pid)) : void();
+	return isIt;
 }
 
 void pause(std::chrono::milliseconds time)
 {
-	fakeMachine().elapsed += time;
-	if (fakeMachine().onPause)
-	{
-		fakeMachine().onPause(time);
-	}
+	fakeHost().elapsed += time;
+	fakeHost().onPause ? fakeHost().onPause(time) : void();
 }
 
 std::size_t windowLines()
 {
-	return fakeMachine().windowLines;
+	return fakeHost().windowLines;
 }
 
 std::chrono::milliseconds elapsed()
 {
-	return fakeMachine().elapsed;
+	return fakeHost().elapsed;
 }
 
 } // namespace velarix::inspect::host

@@ -16,6 +16,7 @@
 #include "inspect/HostProcesses.h"
 #include "inspect/HostTrial.h"
 
+/// At first nothing answers but the gateway, and nothing happens.
 struct FakeHost
 {
 	/// Reported for these paths; all others are those of the real file, owned by root.
@@ -51,15 +52,6 @@ struct FakeHost
 	/// What a rehearsal of the commands gives, and the plans it got.
 	velarix::inspect::host::Trial trial{.whyNot = "not made up", .start = {}, .stop = {}, .kill = {}};
 	std::vector<velarix::inspect::host::TrialPlan> trials;
-};
-
-/// @return the one machine of this test program
-FakeHost& fakeHost();
-
-/// The rest of it: what its processes have beyond their names, its network's answers, the passing of
-/// time and what a hand-over does to it. At first nothing answers, and nothing happens.
-struct FakeMachine
-{
 	std::map<pid_t, std::chrono::system_clock::time_point> starts;
 	/// Processes that are there, but that /proc does not show to this user.
 	std::set<pid_t> hidden;
@@ -78,13 +70,15 @@ struct FakeMachine
 
 	/// Command lines that were run without a network, and "SIGNAL PID" sent.
 	std::vector<std::string> acts;
+	/// When.
+	std::vector<std::chrono::milliseconds> actTimes;
 	velarix::inspect::host::CommandEnd commandEnd = velarix::inspect::host::CommandEnd::ended;
 	/// Called for each of the acts.
 	std::function<void(const std::string&)> onAct;
 };
 
-/// @return the one of this test program
-FakeMachine& fakeMachine();
+/// @return the one machine of this test program
+FakeHost& fakeHost();
 
 /// Makes it a sound node again: root, eth0 and eth1 with carrier and
 /// 192.0.2.1 on eth1.

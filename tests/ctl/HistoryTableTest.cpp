@@ -15,7 +15,7 @@ using Lines = std::vector<std::string>;
 
 const StoryBook& book()
 {
-	static const StoryBook all(VELARIX_CTL_HISTORIES);
+	static const StoryBook all(VELARIX_CTL_TABLES "/histories.txt");
 	return all;
 }
 
@@ -178,26 +178,32 @@ const std::map<std::string, HistoryTable::Command> HistoryTable::kCommands{
 
 TEST_P(HistoryTable, TellsItsEvents)
 {
-	const auto judges = [](const std::string& line) { return line.starts_with("> ") || line.starts_with("= "); };
-	ASSERT_TRUE(std::ranges::any_of(GetParam().lines, judges));
+	bool judged = false;
 	Lines expected;
-	for (const std::string& line : GetParam().lines)
+	const auto take = [&](const std::string& line)
 	{
 		if (line.starts_with("> "))
 		{
 			expected.push_back(line.substr(2));
-			continue;
+			judged = true;
+			return;
 		}
 		expectEvents(expected);
 		if (line.starts_with("= "))
 		{
 			const std::size_t end = line.find(' ', 2);
 			EXPECT_EQ(figure(line.substr(2, end - 2)), line.substr(end + 1)) << line;
-			continue;
+			judged = true;
+			return;
 		}
-		book().expand(line, [this](const std::string& one) { obey(one); });
+		obey(line);
+	};
+	for (const std::string& line : GetParam().lines)
+	{
+		book().expand(line, take);
 	}
 	expectEvents(expected);
+	EXPECT_TRUE(judged);
 }
 
 INSTANTIATE_TEST_SUITE_P(Story, HistoryTable, testing::ValuesIn(book().stories()), rowName<Story>);

@@ -296,7 +296,7 @@ TEST_F(InstallationCheck, RulesThatNftDoesNotTakeAreFound)
 
 TEST_F(InstallationCheck, WhatThisUserMayNotLookAtIsSaid)
 {
-	write(CONFIG, soundSettings());
+	write(CONFIG, joined(lines));
 	fakeHost().files[below("/usr/velarix/pid").string()] = {FileKind::notKnown, 0, 0, 0};
 	const CheckReport report = check({.file = settings(), .partner = {}, .filesOnly = false}, Paths(root()));
 	EXPECT_THAT(report.findings, IsEmpty());

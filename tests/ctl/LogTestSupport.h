@@ -53,13 +53,19 @@ inline std::string logLine(const std::string& time, const std::string& place, co
 	return "2026-11-21 " + time + " [" + process + "][" + place + "] <" + letter + "> " + text + "\n";
 }
 
-/// Everything that is there, as "PLACE text" and "text" without a head.
+/// "PLACE text", and "text" without a head.
+inline std::string textOf(const velarix::inspect::LogLine& line)
+{
+	return line.hasHead() ? line.place() + " " + line.text : line.text;
+}
+
+/// Everything that is there.
 template <typename Reader> std::vector<std::string> readAll(Reader& reader)
 {
 	std::vector<std::string> texts;
 	for (velarix::inspect::LogLine line; reader.next(line);)
 	{
-		texts.push_back(line.hasHead() ? line.place() + " " + line.text : line.text);
+		texts.push_back(textOf(line));
 	}
 	return texts;
 }

@@ -1,10 +1,10 @@
 // The tool's own ping against forged answers: a responder in a network namespace of
 // the test's own answers echo requests as an attacker would, who sees them or not.
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
@@ -52,88 +52,44 @@ Packet reply(Packet packet, std::size_t changed = 0)
 	return packet;
 }
 
-/// Answers the echo requests that pass on the loopback until it goes.
-class Responder
-{
-public:
-	Responder(const char* source, Forge forge) : m_forge(std::move(forge))
-	{
-		m_sender.bind(SocketAddress(source, 0));
-		m_thread = std::thread([this] { work(); });
-	}
-	~Responder()
-	{
-		m_ended = true;
-		m_thread.join();
-	}
-	Responder(const Responder&) = delete;
-	Responder& operator=(const Responder&) = delete;
-
-	int requests() const { return m_requests; }
-
-private:
-	Forge m_forge;
-	Poco::Net::RawSocket m_socket{SocketAddress::IPv4, IPPROTO_ICMP};
-	Poco::Net::RawSocket m_sender{SocketAddress::IPv4, IPPROTO_ICMP};
-	std::atomic<bool> m_ended = false;
-	std::atomic<int> m_requests = 0;
-	std::thread m_thread;
-
-	void work()
-	{
-		while (!m_ended)
-		{
-			if (!m_socket.poll(Poco::Timespan(0, 20'000), Poco::Net::Socket::SELECT_READ))
-			{
-				continue;
-			}
-			Packet bytes(256);
-			bytes.resize(static_cast<std::size_t>(m_socket.receiveBytes(bytes.data(), 256)));
-			bytes.erase(bytes.begin(), bytes.begin() + 4 * (bytes[0] & 0xf));
-			if (bytes[0] != ICMP_ECHO)
-			{
-				continue;
-			}
-			++m_requests;
-			for (const Packet& answer : m_forge(bytes))
-			{
-				m_sender.sendTo(answer.data(), static_cast<int>(answer.size()), SocketAddress("127.0.0.1", 0));
-			}
-		}
-	}
-};
-
-/// @return false when there is no namespace to be had
-bool enterNetwork()
-{
-	// The kernel itself must not answer.
-	return ::unshare(CLONE_NEWNET) == 0 &&
-	       std::system("echo 1 >/proc/sys/net/ipv4/icmp_echo_ignore_all && ip link set lo up") == 0;
-}
-
-struct Answer
+/// Pings 127.0.0.1 while the echo requests that pass on the loopback are answered so, in a network of its own.
+/// @return what the ping tells; nothing without a network
+std::optional<bool> ping(const char* source, const Forge& forge)
 {
 	std::optional<bool> seen;
-	/// -1: without a network.
-	int requests = -1;
-};
-
-/// Pings 127.0.0.1 while answers are forged. The namespace goes with the thread.
-Answer ping(const char* source, const Forge& forge)
-{
-	Answer answer;
-	std::thread(
-	    [&]
-	    {
-		    if (enterNetwork())
+	const auto pinged = [&]
+	{
+		// The kernel itself must not answer.
+		if (::unshare(CLONE_NEWNET) != 0 ||
+		    std::system("echo 1 >/proc/sys/net/ipv4/icmp_echo_ignore_all && ip link set lo up") != 0)
+		{
+			return;
+		}
+		Poco::Net::RawSocket requests(SocketAddress::IPv4, IPPROTO_ICMP);
+		Poco::Net::RawSocket answers(SocketAddress::IPv4, IPPROTO_ICMP);
+		answers.bind(SocketAddress(source, 0));
+		const std::jthread responder(
+		    [&](const std::stop_token& end)
 		    {
-			    const Responder responder(source, forge);
-			    answer.seen = host::answersPing("127.0.0.1", 3);
-			    answer.requests = responder.requests();
-		    }
-	    })
-	    .join();
-	return answer;
+			    while (!end.stop_requested())
+			    {
+				    if (!requests.poll(Poco::Timespan(0, 20'000), Poco::Net::Socket::SELECT_READ))
+				    {
+					    continue;
+				    }
+				    Packet bytes(256);
+				    bytes.resize(static_cast<std::size_t>(requests.receiveBytes(bytes.data(), 256)));
+				    bytes.erase(bytes.begin(), bytes.begin() + 4 * (bytes[0] & 0xf));
+				    for (const Packet& answer : bytes[0] == ICMP_ECHO ? forge(bytes) : std::vector<Packet>())
+				    {
+					    answers.sendTo(answer.data(), static_cast<int>(answer.size()), SocketAddress("127.0.0.1", 0));
+				    }
+			    }
+		    });
+		seen = host::answersPing("127.0.0.1", 3);
+	};
+	std::thread(pinged).join();
+	return seen;
 }
 
 constexpr char kTarget[] = "127.0.0.1";
@@ -174,13 +130,14 @@ TEST(RealPing, CountsTheAnswerToItsOwnRequestAlone)
 	};
 	for (const Row& row : rows)
 	{
-		const Answer answer = ping(row.source, row.forge);
-		if (answer.requests < 0)
+		int requests = 0;
+		const auto seen = ping(row.source, [&](const Packet& request) { return ++requests, row.forge(request); });
+		if (!seen)
 		{
 			GTEST_SKIP() << "no network namespace can be had";
 		}
-		EXPECT_EQ(answer.seen, row.counts) << row.name;
-		EXPECT_GE(answer.requests, 1) << row.name;
+		EXPECT_EQ(seen, row.counts) << row.name;
+		EXPECT_GE(requests, 1) << row.name;
 	}
 }
 

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <fstream>
 #include <stdexcept>
+#include <utility>
 
 #include <gmock/gmock.h>
+
+#include "StoryBook.h"
 
 namespace
 {
@@ -74,11 +77,6 @@ std::string joined(const std::vector<std::string>& lines)
 	return text;
 }
 
-std::string soundSettings(int node)
-{
-	return joined(soundLines(node));
-}
-
 void setKey(std::vector<std::string>& lines, const std::string& key, const std::string& value)
 {
 	lineOf(lines, key) = key + " = " + value;
@@ -102,22 +100,28 @@ std::vector<SettingsCase> casesOf(const char* file)
 {
 	std::vector<SettingsCase> all;
 	std::ifstream lines(file);
-	if (!lines)
-	{
-		throw std::runtime_error(std::string("cannot read ") + file);
-	}
+	SettingsCase one;
 	for (std::string line; std::getline(lines, line);)
 	{
-		if (line.starts_with("== "))
+		const std::size_t mark = line.rfind("=> ");
+		if (const std::string what = line.substr(0, mark); !what.empty() && what[0] != '#')
 		{
-			all.push_back({.name = line.substr(3)});
+			one.lines.push_back(mark == std::string::npos ? what : what.substr(0, what.size() - 1));
 		}
-		else if (!line.empty() && !line.starts_with('#'))
+		if (mark != std::string::npos && line[0] != '#')
 		{
-			all.back().lines.push_back(line);
+			const std::string expected = line.substr(mark + 3);
+			one.expected = expected == "none" ? std::vector<std::string>{} : split(expected, ", ");
+			one.name = "Case" + std::to_string(all.size() + 1);
+			all.push_back(std::exchange(one, {}));
 		}
 	}
 	return all;
+}
+
+void PrintTo(const SettingsCase& one, std::ostream* out)
+{
+	*out << testing::PrintToString(one.lines);
 }
 
 void change(std::vector<std::string>& lines, const std::string& what)
@@ -135,9 +139,4 @@ void change(std::vector<std::string>& lines, const std::string& what)
 		const std::size_t end = what.find(" =");
 		setKey(lines, what.substr(0, end), what.substr(std::min(end + 3, what.size())));
 	}
-}
-
-void PrintTo(const SettingsCase& one, std::ostream* out)
-{
-	*out << one.name;
 }

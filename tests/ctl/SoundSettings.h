@@ -13,29 +13,27 @@ std::vector<std::string> soundLines(int node = 1);
 /// @return the text with each line ended by a line feed
 std::string joined(const std::vector<std::string>& lines);
 
-/// @return them as a text
-std::string soundSettings(int node = 1);
-
 /// Writes "KEY = VALUE" over the key's line.
 void setKey(std::vector<std::string>& lines, const std::string& key, const std::string& value);
 
 /// Empties the key's line, so that the others keep their numbers.
 void dropKey(std::vector<std::string>& lines, const std::string& key);
 
-/// What stands below "== NAME" in a table of cases.
+/// Changes to sound settings, and what is found then: of a table of such cases.
 struct SettingsCase
 {
-	std::string name;
+	std::string name = {};
 	std::vector<std::string> lines = {};
+	std::vector<std::string> expected = {};
 };
 
 std::vector<SettingsCase> casesOf(const char* file);
 
-/// Does what a case's line says: "KEY = VALUE", "drop KEY" or "+ LINE" behind the others.
-void change(std::vector<std::string>& lines, const std::string& what);
-
 /// For a failed test.
 void PrintTo(const SettingsCase& one, std::ostream* out);
+
+/// Does what a case's line says: "KEY = VALUE", "drop KEY" or "+ LINE" behind the others.
+void change(std::vector<std::string>& lines, const std::string& what);
 
 /// Its texts are there, with all of their values.
 void expectWhole(const velarix::ctl::Finding& finding);

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include <Poco/String.h>
+
 #include "SoundSettings.h"
 
 using namespace std::chrono_literals;
@@ -22,23 +24,21 @@ StateTest::~StateTest()
 
 void StateTest::ssh(std::string script) const
 {
-	for (std::size_t at = 0; (at = script.find("DIR")) != script.npos;)
-	{
-		script.replace(at, 3, root().string());
-	}
+	Poco::replaceInPlace(script, std::string("DIR"), root().string());
 	::setenv("PATH", (below("/bin").string() + ":" + m_path).c_str(), 1);
-	std::filesystem::permissions(write("/bin/ssh", "#!/bin/sh\n" + script), std::filesystem::perms::owner_all);
+	executable("/bin/ssh", "#!/bin/sh\n" + script);
 }
 
 void StateTest::makeNode()
 {
+	freshHost();
 	write(kPid, std::to_string(kAgent));
 	write(kRunScript, std::string("cd /opt/service/bin/\n") + kProgram + " &\n");
 	fakeHost().files[kProgram] = FileFacts{FileKind::regular, 0755, 0, 0};
 	addProcess(1, "systemd");
 	addProcess(kAgent, "VelarixHA", 'S', 4);
-	fakeMachine().starts[kAgent] = now - 200s;
-	fakeMachine().answering = {"192.0.2.254", "192.0.2.2"};
+	fakeHost().starts[kAgent] = now - 200s;
+	fakeHost().answering = {"192.0.2.254", "192.0.2.2"};
 }
 
 void StateTest::soundMaster()
@@ -47,7 +47,7 @@ void StateTest::soundMaster()
 	writeSettings(1);
 	addProcess(kServer, "server");
 	fakeHost().addresses.push_back({"eth0", "eth0:ha", "198.51.100.10", 24, true});
-	fakeMachine().answering.insert("198.51.100.10");
+	fakeHost().answering.insert("198.51.100.10");
 	writeLog(emptyLog().start(198s).slaveFor(198s, 191s).takeService(190s).masterFor(183300ms, 300ms));
 }
 
@@ -55,7 +55,7 @@ void StateTest::soundSlave()
 {
 	makeNode();
 	writeSettings(2);
-	fakeMachine().answering = {"192.0.2.254", "192.0.2.1", "198.51.100.10"};
+	fakeHost().answering = {"192.0.2.254", "192.0.2.1", "198.51.100.10"};
 	writeLog(emptyLog().start(198s).slaveFor(197300ms, 300ms));
 }
 
@@ -71,12 +71,7 @@ void StateTest::losePartner() const
 
 void StateTest::writeSettings(int node, const std::vector<std::pair<std::string, std::string>>& changes) const
 {
-	std::string text = soundSettings(node);
-	std::vector<std::string> lines;
-	for (std::size_t at = 0; at < text.size(); at = text.find('\n', at) + 1)
-	{
-		lines.push_back(text.substr(at, text.find('\n', at) - at));
-	}
+	std::vector<std::string> lines = soundLines(node);
 	setKey(lines, "PATH", below(kLog).string());
 	for (const auto& [key, value] : changes)
 	{

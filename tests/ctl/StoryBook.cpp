@@ -2,25 +2,73 @@
 
 #include <algorithm>
 #include <fstream>
+#include <ostream>
 #include <stdexcept>
-#include <utility>
 
 #include <Poco/String.h>
 
-StoryBook::StoryBook(const std::string& path)
+namespace
+{
+
+std::string bytesOf(const std::string& text)
+{
+	static const std::map<char, char> kBytes{{'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'e', '\x1b'}, {'\\', '\\'}};
+	std::string bytes;
+	for (std::size_t at = 0; at < text.size(); ++at)
+	{
+		const char next = text[at] == '\\' && at + 1 < text.size() ? text[at + 1] : '\0';
+		if (next == 'x')
+		{
+			bytes += static_cast<char>(std::stoi(text.substr(at + 2, 2), nullptr, 16));
+			at += 3;
+			continue;
+		}
+		const bool known = kBytes.contains(next);
+		bytes += known ? kBytes.at(next) : text[at];
+		at += known ? 1 : 0;
+	}
+	return bytes;
+}
+
+} // namespace
+
+void PrintTo(const Story& story, std::ostream* out)
+{
+	*out << story.name;
+}
+
+StoryBook::StoryBook(const std::filesystem::path& path)
+{
+	if (!std::filesystem::is_directory(path))
+	{
+		read(path);
+		return;
+	}
+	for (const auto& entry : std::filesystem::directory_iterator(path))
+	{
+		read(entry.path());
+	}
+}
+
+void StoryBook::read(const std::filesystem::path& path)
 {
 	std::ifstream file(path);
 	if (!file)
 	{
-		throw std::runtime_error("cannot read " + path);
+		throw std::runtime_error("cannot read " + path.string());
 	}
 	std::vector<std::string>* lines = nullptr;
+	std::vector<std::string> begin;
 	for (std::string line; std::getline(file, line);)
 	{
 		if (line.starts_with("== "))
 		{
-			m_stories.push_back({line.substr(3), {}});
+			m_stories.push_back({line.substr(3), begin});
 			lines = &m_stories.back().lines;
+		}
+		else if (line == "begin" || line.starts_with("begin "))
+		{
+			begin.assign(line.size() > 6 ? 1 : 0, line.substr(std::min(line.size(), std::size_t{6})));
 		}
 		else if (line.starts_with("def "))
 		{
@@ -28,12 +76,7 @@ StoryBook::StoryBook(const std::string& path)
 		}
 		else if (!line.empty() && !line.starts_with('#'))
 		{
-			for (const auto& [escape, byte] :
-			     {std::pair("\\n", "\n"), {"\\r", "\r"}, {"\\e", "\x1b"}, {"\\xff", "\xff"}})
-			{
-				Poco::replaceInPlace(line, std::string(escape), std::string(byte));
-			}
-			lines->push_back(line);
+			lines->push_back(bytesOf(line));
 		}
 	}
 }
@@ -56,8 +99,11 @@ void StoryBook::expand(const std::string& line, const std::function<void(const s
 	}
 	else if (shorthand != m_shorthands.end())
 	{
-		for (const std::string& one : shorthand->second)
+		const std::size_t mark = rest.find(" => ");
+		for (std::string one : shorthand->second)
 		{
+			Poco::replaceInPlace(one, std::string("$1"), rest.substr(0, mark));
+			Poco::replaceInPlace(one, std::string("$2"), rest.substr(mark == rest.npos ? rest.size() : mark + 4));
 			expand(Poco::replace(one, std::string("$"), rest), take);
 		}
 	}

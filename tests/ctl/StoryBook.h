@@ -1,13 +1,15 @@
 /// Tests written as text: what happens, line by line, and what is expected of it.
 ///
 ///   == NAME     a story from its beginning
-///   def NAME    a shorthand; $ is what stands behind its name
+///   begin LINE  what each story below begins with
+///   def NAME    a shorthand; $ is what stands behind its name, or $1 and $2 before and behind " => "
 ///   N x LINE | LINE
 ///   # ...       a comment
 ///
-/// "\n", "\r", "\e" and "\xff" stand for the bytes. What the other lines mean is the test's.
+/// "\n", "\r", "\e", "\\" and "\x1f" stand for the bytes. What the other lines mean is the test's.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -19,10 +21,14 @@ struct Story
 	std::vector<std::string> lines;
 };
 
+/// For a failed test.
+void PrintTo(const Story& story, std::ostream* out);
+
 class StoryBook
 {
 public:
-	explicit StoryBook(const std::string& path);
+	/// @param path a file, or a folder of them
+	explicit StoryBook(const std::filesystem::path& path);
 
 	const std::vector<Story>& stories() const { return m_stories; }
 
@@ -32,6 +38,8 @@ public:
 private:
 	std::vector<Story> m_stories;
 	std::map<std::string, std::vector<std::string>> m_shorthands;
+
+	void read(const std::filesystem::path& file);
 };
 
 /// @return what stands before the first blank, which is taken away with it

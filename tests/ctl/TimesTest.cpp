@@ -142,34 +142,22 @@ TEST(TimeText, LocalTimeHasSecondsAndUtcHasMilliseconds)
 	EXPECT_DOUBLE_EQ(inSeconds(time), 1795248425.34);
 }
 
-struct TimingRow
-{
-	Timing timing;
-	std::chrono::milliseconds log;
-	std::chrono::milliseconds receiver;
-	std::chrono::milliseconds role;
-	std::chrono::milliseconds heartbeat;
-	std::chrono::milliseconds handOver;
-};
-
+// interval, receiving time, check cycle, waiting time
 TEST(Timing, GivesTheLongestPauses)
 {
-	const TimingRow rows[] = {{{1s, 2s, 1s, 0s}, 6s, 17s, 17s, 11s, 15s},
-	                          {{1s, 2s, 1s, 30s}, 6s, 17s, 17s, 11s, 45s},
-	                          {{10s, 20s, 60s, 1s}, 35s, 35s, 65s, 65s, 34s},
-	                          {{1s, 3s, 3600s, 0s}, 10s, 18s, 3605s, 13s, 15s},
-	                          {{0s, 0s, 0s, 0s}, 5s, 15s, 15s, 5s, 13s}};
-	for (const TimingRow& row : rows)
+	const auto pauses = [](const Timing& timing)
 	{
-		EXPECT_EQ(row.timing.logPause(), row.log);
-		EXPECT_EQ(row.timing.receiverPause(), row.receiver);
-		EXPECT_EQ(row.timing.rolePause(), row.role);
-		EXPECT_EQ(row.timing.heartbeatPause(), row.heartbeat);
-		EXPECT_EQ(row.timing.handOver(), row.handOver);
-	}
+		return std::array{timing.logPause(), timing.receiverPause(), timing.rolePause(), timing.heartbeatPause(),
+		                  timing.handOver()};
+	};
+	using Pauses = std::array<std::chrono::milliseconds, 5>;
+	EXPECT_EQ(pauses({1s, 2s, 1s, 0s}), (Pauses{6s, 17s, 17s, 11s, 15s}));
+	EXPECT_EQ(pauses({1s, 2s, 1s, 30s}), (Pauses{6s, 17s, 17s, 11s, 45s}));
+	EXPECT_EQ(pauses({10s, 20s, 60s, 1s}), (Pauses{35s, 35s, 65s, 65s, 34s}));
+	EXPECT_EQ(pauses({1s, 3s, 3600s, 0s}), (Pauses{10s, 18s, 3605s, 13s, 15s}));
+	EXPECT_EQ(pauses({0s, 0s, 0s, 0s}), (Pauses{5s, 15s, 15s, 5s, 13s}));
 }
 
-// interval, receiving time, check cycle, waiting time
 TEST(Timing, TakesMissingAndNegativeSettingsForZero)
 {
 	const SettingsFile file = SettingsFile::parse("config.ini", "[AGENT]\nHEART_BEAT_INTERVAL = -3\n"

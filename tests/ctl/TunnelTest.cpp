@@ -1,6 +1,4 @@
-// The WireGuard tunnel: what init writes, and what is found wrong with files and machine.
-
-#include <sys/stat.h>
+// The WireGuard tunnel: what is found wrong with files and machine. What init writes: stories/interfaces.txt.
 
 #include "CheckTest.h"
 #include "RowName.h"
@@ -9,10 +7,6 @@
 using namespace velarix::ctl;
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace fs = std::filesystem;
 
@@ -20,8 +14,6 @@ namespace
 {
 
 constexpr char kDirectory[] = "/usr/velarix/bin/ini/";
-constexpr char kKeyA[] = "KKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKK=";
-constexpr char kKeyB[] = "BBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBB=";
 /// As nft lists them.
 constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 51871 udp dport 51871 accept\n"
                           "\t\tudp dport 51871 counter packets 0 bytes 0 drop\n"
@@ -31,34 +23,6 @@ constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 518
                           "\t\tudp sport 51871 oifname != \"eth1\" counter packets 3 bytes 3 drop\n"
                           "\t\tip daddr 169.254.127.2 oifname != \"wg-ha\" counter packets 4 bytes 4 drop\n"
                           "\t\toifname \"wg-ha\" tcp dport 7000 meta skuid != 0 counter packets 5 bytes 5 reject\n";
-
-class Tunnel : public CheckTest
-{
-protected:
-	Tunnel()
-	{
-		fakeHost().newTunnelKey = kKeyA;
-		fs::remove(below("/usr/velarix/bin/ini/config.ini"));
-	}
-
-	/// On node a, as root there.
-	Outcome init(std::vector<std::string> more = {}) const
-	{
-		std::vector<std::string> words{"init",
-		                               "--wireguard",
-		                               "--this=a",
-		                               "--address-a=192.0.2.1",
-		                               "--address-b=192.0.2.2",
-		                               "--gateway=192.0.2.254",
-		                               "--virtual-ip=198.51.100.10/24",
-		                               "--program=/opt/service/bin/server",
-		                               "--output=" + below("/pair").string()};
-		words.insert(words.end(), more.begin(), more.end());
-		return runBelow(words);
-	}
-
-	std::string text(const std::string& name) const { return readFile(below(kDirectory + name)); }
-};
 
 struct Row
 {
@@ -76,7 +40,7 @@ void replace(const fs::path& file, const std::string& what, const std::string& w
 
 void down()
 {
-	fakeMachine().answering = {"192.0.2.2", "192.0.2.254"};
+	fakeHost().answering = {"192.0.2.2", "192.0.2.254"};
 }
 
 /// @param before what the keys once were, too
@@ -92,7 +56,7 @@ void prove(const fs::path& directory, const std::string& before)
 void booted(const fs::path& file, std::chrono::seconds ahead)
 {
 	fakeHost().tunnel->handshake.reset();
-	fakeMachine().changed[file.lexically_normal().string()] = std::chrono::system_clock::now() + ahead;
+	fakeHost().changed[file.lexically_normal().string()] = std::chrono::system_clock::now() + ahead;
 }
 
 void replaceRule(const std::string& part)
@@ -128,7 +92,7 @@ const Row kRows[] = {
     {"CableAlone",           {"error tunnel-down tunnel.conf"},                    [](const fs::path&) { down(); }},
     {"CableAloneButProven",  {"warning tunnel-down tunnel.conf"},                  [](const fs::path& in) { prove(in, ""); }},
     {"CableAloneNewKey",     {"error tunnel-down tunnel.conf"},                    [](const fs::path& in) { prove(in, "former "); }},
-    {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeMachine().answering = {"192.0.2.254"}; }},
+    {"PartnerIsDead",        {},                                                   [](const fs::path&) { fakeHost().answering = {"192.0.2.254"}; }},
     {"NoKeepalive",          {"warning tunnel-keepalive tunnel.conf"},             [](const fs::path& in) { replace(in / "tunnel.conf", "PersistentKeepalive = 1", ""); }},
     {"OtherAddress",         {"error tunnel-not-used tunnel.conf", "warning tunnel-rules tunnel.conf"}, [](const fs::path& in) { replace(in / "tunnel.conf", "169.254.127.1", "169.254.127.9"); }},
     {"NoEndpoint",           {"error tunnel-not-used tunnel.conf"},                [](const fs::path& in) { fakeHost().routes[""] = "eth1"; replace(in / "tunnel.conf", "Endpoint = ", "#"); fakeHost().user = 1000; }},
@@ -139,18 +103,23 @@ const Row kRows[] = {
 };
 // clang-format on
 
-class TunnelTable : public Tunnel, public testing::WithParamInterface<Row>
+/// Node a, as init makes it.
+class TunnelTable : public CheckTest, public testing::WithParamInterface<Row>
 {
 protected:
 	TunnelTable()
 	{
-		init({std::string("--partner-key=") + kKeyB});
+		fakeHost().newTunnelKey = std::string(43, 'K') + "=";
+		fs::remove(settings());
+		runBelow({"init", "--wireguard", "--this=a", "--address-a=192.0.2.1", "--address-b=192.0.2.2",
+		          "--gateway=192.0.2.254", "--virtual-ip=198.51.100.10/24", "--program=/opt/service/bin/server",
+		          "--output=" + below("/pair").string(), "--partner-key=" + std::string(43, 'B') + "="});
 		fakeHost().addresses.push_back({"lo", "lo", "169.254.127.1", 32, true});
 		fakeHost().routes["169.254.127.2"] = "wg-ha";
 		fakeHost().interfaces["wg-ha"] = {true, true};
 		fakeHost().tunnelRules = kRules;
 		fakeHost().tunnel = host::TunnelSession{std::chrono::system_clock::now() - 20s, 1, 1, "192.0.2.2:51871"};
-		fakeMachine().answering = {"192.0.2.2", "169.254.127.2", "192.0.2.254"};
+		fakeHost().answering = {"192.0.2.2", "169.254.127.2", "192.0.2.254"};
 	}
 };
 
@@ -175,62 +144,10 @@ TEST_P(TunnelTable, IsFound)
 
 INSTANTIATE_TEST_SUITE_P(Faults, TunnelTable, testing::ValuesIn(kRows), rowName<Row>);
 
-TEST_F(Tunnel, InitWritesTheFilesOfBothNodesAndTheKeyOfThisOneAlone)
-{
-	const Outcome outcome = init();
-	EXPECT_EQ(outcome.code, 0) << outcome.err;
-	EXPECT_THAT(outcome.out, HasSubstr(std::string("public key of this node: P") + kKeyA));
-	EXPECT_EQ(text("tunnel.key"), std::string(kKeyA) + "\n");
-	struct stat status = {};
-	ASSERT_EQ(::stat(below(std::string(kDirectory) + "tunnel.key").c_str(), &status), 0);
-	EXPECT_EQ(status.st_mode & 07777U, 0600U);
-	EXPECT_FALSE(fs::exists(below("/pair/b/tunnel.key")));
-	EXPECT_EQ(readFile(below("/pair/b/partner.pub")), text("tunnel.pub"));
-	EXPECT_THAT(text("tunnel.conf"), HasSubstr("Endpoint = 192.0.2.2:51871"));
-	EXPECT_THAT(text("tunnel.conf"), HasSubstr("PersistentKeepalive = 1"));
-	EXPECT_THAT(text("tunnel.conf"), Not(HasSubstr(kKeyA)));
-	EXPECT_THAT(readFile(below("/pair/b/tunnel.conf")), HasSubstr("Address = 169.254.127.2/32"));
-	EXPECT_THAT(text("config.ini"), HasSubstr("THIS_SERVER_IP = 169.254.127.1\n"));
-	EXPECT_THAT(text("config.ini"), HasSubstr("GATEWAY_IP = 192.0.2.254\n"));
-	for (const char* define : {"define interface = \"wg-ha\"", "define partner = 169.254.127.2\n",
-	                           "define tunnel_endpoint = 192.0.2.2 ", "define tunnel_address = 169.254.127.1 "})
-	{
-		EXPECT_THAT(text("firewall.nft"), HasSubstr(define));
-	}
-}
-
-TEST_F(Tunnel, InitAgainChangesNothingAndTakesThePartnersKey)
-{
-	init();
-	fakeHost().newTunnelKey = kKeyB; // would be a new one
-	const Outcome again = init({std::string("--partner-key=") + kKeyB});
-	EXPECT_EQ(again.code, 0) << again.err;
-	EXPECT_EQ(text("partner.pub"), std::string(kKeyB) + "\n");
-	EXPECT_EQ(text("tunnel.key"), std::string(kKeyA) + "\n");
-	const Outcome third = init();
-	EXPECT_EQ(third.code, 0);
-	EXPECT_THAT(third.out, Not(HasSubstr("written")));
-	EXPECT_EQ(text("partner.pub"), std::string(kKeyB) + "\n");
-	const std::string secret = text("tunnel.conf") + "PresharedKey = secret\n";
-	write(std::string(kDirectory) + "tunnel.conf", secret);
-	EXPECT_EQ(init({"--force", "--tunnel-port=51999"}).code, 0);
-	EXPECT_THAT(text("tunnel.conf"), HasSubstr("PersistentKeepalive = 1\nPresharedKey = secret\n"));
-}
-
-TEST_F(Tunnel, ItsUnitIsNeverStoppedWithTheAgentNorTheAgentWithIt)
+TEST(Tunnel, ItsUnitIsNeverStoppedWithTheAgentNorTheAgentWithIt)
 {
 	EXPECT_THAT(readFile(VELARIX_PACKAGING "/tunnel/velarix-tunnel.service"), Not(HasSubstr("\nExecStop")));
 	const std::string dropIn = readFile(VELARIX_PACKAGING "/tunnel/start-with-agent.conf");
 	EXPECT_THAT(dropIn, HasSubstr("\nWants=velarix-tunnel.service\nAfter=velarix-tunnel.service\n"));
 	EXPECT_THAT(dropIn, Not(HasSubstr("\nRequires")));
-}
-
-TEST_F(Tunnel, InitRefusesWhatIsNoKeyAndAMachineWithoutWireGuard)
-{
-	EXPECT_EQ(init({"--partner-key=short"}).code, 2);
-	fakeHost().newTunnelKey = "";
-	const Outcome outcome = init();
-	EXPECT_EQ(outcome.code, 69);
-	EXPECT_THAT(outcome.err, HasSubstr("is wireguard-tools installed"));
-	EXPECT_FALSE(fs::exists(below("/usr/velarix/bin/ini/config.ini")));
 }

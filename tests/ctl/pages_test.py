@@ -183,7 +183,9 @@ class Findings(unittest.TestCase):
         self.assertLessEqual(names, self.listed | set(self.entries))
 
     def test_are_each_found_in_a_test(self):
-        found = set(re.findall(r"\b(?:error|warning) ([a-z0-9-]+) ", self.text_below("tests/ctl")))
+        tests = "".join(self.text_below("tests/ctl" + folder) for folder in ("", "/stories", "/tables"))
+        found = set(re.findall(r"\b(?:error|warning) ([a-z0-9-]+) |times \d \[([a-z0-9-]+)\]", tests))
+        found = {name for either in found for name in either}
         self.assertLessEqual(self.listed, found)
 
 

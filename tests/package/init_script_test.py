@@ -43,6 +43,11 @@ class InitScriptTest(unittest.TestCase):
         self.script("status", 3)
         self.assertIn("does not run", self.script("stop", 0).err)
 
+        self.script("start", 0)
+        self.machine.run(f"kill -9 {self.machine.agent()}")
+        wait_for("it is dead", lambda: not self.machine.agents(), 10)
+        self.assertEqual(self.script("status", 1).out, f"velarix-ha: dead, though {node.PID_PATH} is there\n")
+
     def test_a_second_start_is_fine_and_starts_nothing(self):
         # In its first two seconds an agent has no pid file.
         self.machine.start_by_hand()
@@ -50,14 +55,6 @@ class InitScriptTest(unittest.TestCase):
             self.assertIn("runs already (pid", self.script("start", 0).err)
             self.machine.agent()
             wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
-
-    def test_an_agent_that_died_is_dead_with_its_pid_file_there(self):
-        self.script("start", 0)
-        self.machine.run(f"kill -9 {self.machine.agent()}")
-        wait_for("it is dead", lambda: not self.machine.agents(), 10)
-        self.assertEqual(self.script("status", 1).out, f"velarix-ha: dead, though {node.PID_PATH} is there\n")
-        self.script("start", 0)
-        self.script("status", 0)
 
     def test_the_number_of_another_process_in_the_pid_file_is_not_believed(self):
         self.machine.run("sleep 300 </dev/null >/dev/null 2>&1 & echo $! >/tmp/other")
@@ -73,12 +70,6 @@ class InitScriptTest(unittest.TestCase):
         self.script("stop", 0)
         self.assertFalse(self.machine.alive(agent))
         self.assertTrue(self.machine.alive(other))
-
-    def test_restart_starts_anew_and_also_from_rest(self):
-        self.script("restart", 0)
-        first = self.machine.agent()
-        self.script("restart", 0)
-        self.assertNotEqual(self.machine.agent(), first)
 
     def test_a_restart_whose_release_fails_starts_again_and_says_so(self):
         # Each of the release's three tries takes a line and drops nothing; for the start
@@ -96,17 +87,15 @@ class InitScriptTest(unittest.TestCase):
         self.assertIn("velarix-ha: the stop failed (status 1), but the agent has ended: it is started again", result.err)
         self.assertNotEqual(self.machine.agent(), before)
 
-    def test_try_restart_and_force_reload_restart_what_runs_and_nothing_else(self):
+    def test_each_kind_of_restart_and_other_words(self):
         for word in ("try-restart", "force-reload"):
             self.script(word, 0)
             self.assertEqual(self.machine.agents(), [])
-        self.script("start", 0)
-        for word in ("try-restart", "force-reload"):
+        self.script("restart", 0)
+        for word in ("restart", "try-restart", "force-reload"):
             before = self.machine.agent()
             self.script(word, 0)
             self.assertNotEqual(self.machine.agent(), before)
-
-    def test_reload_is_not_there_and_other_words_are_wrong(self):
         self.script("reload", 3)
         self.assertIn("Usage:", self.script("frobnicate", 2).err)
         self.script("", 2)

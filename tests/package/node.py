@@ -1,10 +1,13 @@
 """A machine with the package installed and all that an agent needs around it: two
 interfaces, a gateway that answers, a partner that does not, and a program to manage."""
 
+import configparser
 import glob
+import io
 import os
 import unittest
 
+from images import ROOT
 from machine import Machine, wait_for
 
 ADDRESS = "192.0.2.100"
@@ -20,31 +23,21 @@ SERVICE = "/usr/libexec/velarix-ha/service"
 INIT = ("velarixctl init --this a --output /root/pair --address-a 198.51.100.11 --address-b 198.51.100.12 "
         f"--virtual-ip {ADDRESS} --waiting-time 0")
 DROP = f"ip addr del {ADDRESS}/24 dev eth0 >/dev/null 2>&1"
+# What differs from the sample.
 SETTINGS = {
-    "AGENT.MODE": "1",
-    "AGENT.THIS_SERVER_IP": "198.51.100.11",
-    "AGENT.HEART_BEAT_RECEIVE_PORT": "7000",
-    "AGENT.PARTNER_IP": "198.51.100.12",
-    "AGENT.PARTNER_HEART_BEAT_RECEIVE_PORT": "7000",
-    "AGENT.HEART_BEAT_INTERVAL": "1",
-    "AGENT.MAX_HEART_BEAT_RECEIING_TIME": "2",
-    "AGENT.IGNORE_TIME": "10",
-    "AGENT.GATEWAY_IP": "198.51.100.1",
-    "AGENT.VIRTUAL_IP": ADDRESS,
-    "AGENT.VIRTUAL_IP_START_COMMAND":
+    "AGENT__THIS_SERVER_IP": "198.51.100.11",
+    "AGENT__PARTNER_IP": "198.51.100.12",
+    "AGENT__GATEWAY_IP": "198.51.100.1",
+    "AGENT__VIRTUAL_IP": ADDRESS,
+    "AGENT__VIRTUAL_IP_START_COMMAND":
         f"(ip addr add {ADDRESS}/24 dev eth0 label eth0:ha; (while ip -4 -o addr show dev eth0 | grep -q {ADDRESS}/; "
         f"do arping -q -A -c 1 -w 1 -I eth0 {ADDRESS}; sleep 4; done) &) >/dev/null 2>&1",
-    "AGENT.VIRTUAL_IP_STOP_COMMAND": DROP,
-    "AGENT.WAITING_TIME_BEFORE_PROCESS_RUN": "0",
-    "AGENT.RELATED_PROCESS": "",
-    "PROCESS_CHECK.PROCESS_NUM": "1",
-    "PROCESS_CHECK.PROCESS_PATH1": PROGRAM_PATH,
-    "PROCESS_CHECK.PROCESS_CHECK_CYCLE": "1",
-    "PROCESS_CHECK.OBSERVATION_MODE": "1",
-    "ADVENCE.PROCESS_KILL_COMMAND": DROP + "; killall -q -9",
-    "ADVENCE.KEYWORD": "defunct",
-    "LOG.PATH": LOG_PATH,
-    "LOG.PURGEAGE": "7 days",
+    "AGENT__VIRTUAL_IP_STOP_COMMAND": DROP,
+    "AGENT__WAITING_TIME_BEFORE_PROCESS_RUN": "0",
+    "PROCESS_CHECK__PROCESS_NUM": "1",
+    "PROCESS_CHECK__PROCESS_PATH1": PROGRAM_PATH,
+    "PROCESS_CHECK__PROCESS_PATH2": None,
+    "ADVENCE__PROCESS_KILL_COMMAND": DROP + "; killall -q -9",
 }
 
 # The other ends of the interfaces are in the machine, too, and the gateway on one of them.
@@ -75,20 +68,22 @@ while (my $c = $s->accept()) { 1 while <$c>; close $c }
 """
 
 
+def sample():
+    file = configparser.RawConfigParser(comment_prefixes=(";",))
+    file.optionxform = str
+    file.read(os.path.join(ROOT, "packaging", "config.ini.sample"))
+    return file
+
+
 def settings(**changes):
     """The text of the settings file; a change of None leaves the key out."""
-    values = dict(SETTINGS)
-    for name, value in changes.items():
-        values[name.replace("__", ".")] = value
-    text, section = "", None
-    for name, value in values.items():
+    file, text = sample(), io.StringIO()
+    for name, value in {**SETTINGS, **changes}.items():
+        file[name.split("__")[0]][name.split("__")[1]] = value or ""
         if value is None:
-            continue
-        if name.split(".")[0] != section:
-            section = name.split(".")[0]
-            text += f"[{section}]\n"
-        text += f"{name.split('.')[1]} = {value}\n"
-    return text
+            file.remove_option(*name.split("__"))
+    file.write(text)
+    return text.getvalue()
 
 
 class Node(Machine):

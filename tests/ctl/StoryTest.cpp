@@ -1,0 +1,147 @@
+// What an operator is told, and what is done for him: the stories of stories/.
+
+#include "StoryTest.h"
+
+#include <iomanip>
+
+using namespace velarix::inspect;
+using namespace std::chrono_literals;
+
+const StoryBook& storyBook()
+{
+	static const StoryBook all(VELARIX_CTL_STORIES);
+	return all;
+}
+
+void StoryTest::obeyOne(const std::string& line)
+{
+	Words words{line, "", ""};
+	const std::string word = cutWord(words.all);
+	words.rest = words.all;
+	words.first = cutWord(words.rest);
+	const bool judges = kExpectations.contains(word);
+	const auto& all = judges ? kExpectations : kCommands;
+	ASSERT_TRUE(all.contains(word)) << line;
+	SCOPED_TRACE(line + "\n" + m_outcome.out + m_outcome.err);
+	all.at(word)(*this, words);
+	m_judged = m_judged || judges;
+}
+
+NodeLog StoryTest::logOf(const std::string& text) const
+{
+	NodeLog log = emptyLog();
+	for (std::string part : split(text, " | "))
+	{
+		const std::string word = cutWord(part);
+		const std::string first = cutWord(part);
+		word == "start"         ? log.start(seconds(first))
+		: word == "take"        ? log.takeService(seconds(first))
+		: word == "give-up"     ? log.giveUp(seconds(first))
+		: word == "agent"       ? log.agent(std::stol(first))
+		: word == "master"      ? log.masterFor(seconds(first), seconds(part))
+		: word == "silent"      ? log.masterFor(seconds(first), seconds(part), "")
+		: word == "slave"       ? log.slaveFor(seconds(first), seconds(part))
+		: word == "asks"        ? log.slave(seconds(first), NodeLog::kSlaveBeat, true)
+		: word == "slave-hears" ? log.slave(seconds(first), part)
+		: word == "hears"       ? log.masterFor(12300ms, 300ms, first)
+		: word == "check"       ? log.line(seconds(first), 1, "ProcessChecker:103", "ProcessRuning[noName][MODE:M]: 1")
+		                        : throw std::invalid_argument(word);
+	}
+	return log;
+}
+
+void StoryTest::run(const std::string& words, bool below)
+{
+	std::vector<std::string> arguments;
+	std::istringstream stream(inDirectory(words));
+	for (std::string word; stream >> std::quoted(word, '\'', '\1');)
+	{
+		arguments.push_back(word);
+	}
+	const Outcome outcome = below ? runBelow(arguments) : StateTest::run(arguments);
+	expectEnd();
+	m_untold = words + " ";
+	m_judged = true;
+	m_outcome = {outcome.code, anonymous(outcome.out), anonymous(outcome.err)};
+}
+
+void StoryTest::writeState(const std::string& program, const std::string& fields) const
+{
+	const auto since =
+	    std::chrono::duration_cast<std::chrono::seconds>((now - NodeLog::Span(60000)).time_since_epoch());
+	std::string text = fields + ", since=" + std::to_string(since.count());
+	Poco::replaceInPlace(text, std::string("AGO"), std::to_string(since.count()));
+	Poco::replaceInPlace(text, std::string(", "), std::string("\n"));
+	write("/run/velarix-ha/" + program + ".state", text + "\n");
+}
+
+void StoryTest::writeSound(const std::string& path, std::vector<std::string> lines, const std::string& changes) const
+{
+	for (const std::string& one : split(changes, " | "))
+	{
+		one.empty() ? void() : change(lines, one);
+	}
+	write(path, joined(lines));
+}
+
+host::Process& StoryTest::process(const std::string& pid)
+{
+	return *std::ranges::find(fakeHost().processes, std::stoi(pid), &host::Process::pid);
+}
+
+void StoryTest::obeySignal(const std::string& act)
+{
+	for (host::Process& process : fakeHost().processes)
+	{
+		process.state = act == "19 " + std::to_string(process.pid)   ? 'T'
+		                : act == "18 " + std::to_string(process.pid) ? 'S'
+		                                                             : process.state;
+	}
+}
+
+void StoryTest::pass(std::chrono::milliseconds time)
+{
+	now += m_clock ? time : 0ms;
+	++m_pauses;
+	for (const auto& [when, line] : m_atPause)
+	{
+		when == 0 || when == m_pauses ? obey(line) : void();
+	}
+	for (; !m_steps.empty() && fakeHost().elapsed >= m_steps.front().first; m_steps.erase(m_steps.begin()))
+	{
+		obey(m_steps.front().second);
+	}
+	m_says.empty() ? void() : writeLog(logOf("start 98 | take 90 | master 83.3 80 | " + m_says));
+}
+
+void StoryTest::watchPauses()
+{
+	fakeHost().onPause = [this](auto time) { pass(time); };
+}
+
+void StoryTest::makeReports()
+{
+	soundSlave();
+	run("status --for-pair");
+	write("/partner", Poco::replace(m_outcome.out, std::string("\"node-a\""), std::string("\"node-b\"")));
+	soundMaster();
+	run("status --for-pair");
+	write("/own", m_outcome.out);
+}
+
+void StoryTest::patch(const std::string& file, const Json& change) const
+{
+	write(file, Json::parse(readFile(below(file))).patch(Json::array({change})).dump());
+}
+
+TEST_P(StoryTest, IsToldAsExpected)
+{
+	for (const std::string& line : GetParam().lines)
+	{
+		obey(line);
+	}
+	expectEnd();
+	EXPECT_TRUE(m_judged);
+}
+
+INSTANTIATE_TEST_SUITE_P(Story, StoryTest, testing::ValuesIn(storyBook().stories()), rowName<Story>);
