@@ -187,6 +187,14 @@ TEST_F(NetworkStatusAsk, APassedCheckLeavesAPendingAskAloneAndANewOneCountsAnew)
 	EXPECT_EQ(count(), 0);
 }
 
+TEST_F(NetworkStatusAsk, AnExceptionThatIsNotTheLibrarysPasses)
+{
+	auto sender = make<CHeartSender>();
+	events::at("ping ", events::throws(std::runtime_error("not of the library")));
+	EXPECT_THROW(receiver->isMyNetworkOK(), std::runtime_error);
+	EXPECT_THROW(sender->isPartnerNetworkOK(), std::runtime_error);
+}
+
 using ProcessStatus = ReceiverTest;
 
 TEST_F(ProcessStatus, OnlyAMasterLooksForItsPrograms)

@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include <sys/resource.h>
+
 #include "Configuraion.h"
 #include "Daemon.h"
 #include "VelarixLog.h"
@@ -106,6 +108,17 @@ TEST_F(HAmain, TheDaemonWaitsTwoSecondsBeforeItLeavesAnyTrace)
 	EXPECT_NE(::access(velarix::kPidPath, F_OK), 0);
 	EXPECT_EQ(velarixLog, nullptr);
 	EXPECT_EQ(Configuraion::pConf, nullptr);
+}
+
+TEST_F(HAmain, WithoutADescriptorForAClosedStreamTheStartGoesOn)
+{
+	rlimit usual{};
+	ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+	const rlimit none{0, usual.rlim_max};
+	ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+	runDaemonUntilWait(1);
+	ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+	EXPECT_THAT(events::all(), ElementsAre("fork", "sleep 2000"));
 }
 
 TEST_F(HAmain, TheStartCleansTheNodeThenStartsTheWorkersThenSleepsForEver)

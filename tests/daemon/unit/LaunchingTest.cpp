@@ -1,6 +1,8 @@
 // The start of the managed programs through the run script.
 
+#include "CAgent.h"
 #include "Database.h"
+#include "Probes.h"
 #include "Workers.h"
 
 using events::join;
@@ -46,6 +48,23 @@ TEST_F(Launching, TheDatabaseNeedsNoStartAndIsThereAtOnce)
 	EXPECT_TRUE(isDBOn(&mode));
 	EXPECT_THAT(events::all(), ElementsAre("log D Utill:728 DB is working"));
 	EXPECT_EQ(mode, MODE_MASTER);
+}
+
+// What is not the library's is a mistake of our own: nobody takes it for a failed probe or start.
+TEST_F(Launching, AnExceptionThatIsNotTheLibrarysPasses)
+{
+	std::vector<std::string> commands{"/bin/true"};
+	CAgent agent(MODE_SLAVE);
+	for (const char* event : {"launch ", "ping ", "log D CAgent:179 "})
+	{
+		events::at(event, events::throws(std::runtime_error("not of the library")));
+	}
+	EXPECT_THROW(Utill::processRun(), std::runtime_error);
+	EXPECT_THROW(Utill::processRun(commands), std::runtime_error);
+	EXPECT_THROW(partnerComunicationIPcheck(), std::runtime_error);
+	EXPECT_THROW(myComunicationIPcheck(), std::runtime_error);
+	EXPECT_THROW(serviceIPcheck(), std::runtime_error);
+	EXPECT_THROW(agent.saveStartedTime(), std::runtime_error);
 }
 
 } // namespace
