@@ -11,10 +11,6 @@ if(VELARIX_SANITIZE)
   target_compile_options(velarix_compile INTERFACE
     -fsanitize=${VELARIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(velarix_compile INTERFACE -fsanitize=${VELARIX_SANITIZE})
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # gcc takes the states of std::regex for uninitialised where it instruments them.
-    target_compile_options(velarix_compile INTERFACE -Wno-maybe-uninitialized)
-  endif()
 endif()
 
 # Everything is compiled for the fuzzers, whose programs are made in fuzz/. A

@@ -255,7 +255,7 @@ std::string_view severityOf(const KeeperEvent& event)
 {
 	constexpr std::array<std::string_view, 9> bad{"failed",  "killed",  "conflict", "died",   "check-failed",
 	                                              "offline", "removed", "stalled",  "yielded"};
-	constexpr std::array<std::string_view, 6> change{"raised",    "lowered",      "running",
+	constexpr std::array<std::string_view, 7> change{"raised",    "lowered",      "running",      "restarted",
 	                                                 kSwitchover, kMaintenanceOn, kMaintenanceOff};
 	return std::ranges::find(bad, event.word) != bad.end()         ? "problem"
 	       : std::ranges::find(change, event.word) != change.end() ? "change"

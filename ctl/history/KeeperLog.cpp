@@ -93,7 +93,7 @@ constexpr std::array kWords{
     row(kService, "running", "the service runs"),
     row(kService, "died", "the service has ended by itself, and is started again on this node",
         "find out why in the service's own log"),
-    row(kService, "restarting", "the service is started again on this node"),
+    row(kService, "restarted", "the service runs again on this node"),
     row(kService, "check-failed", "the check of the service has not ended with 0, or not in time",
         "run the check by hand; when the service is only slow, raise check_timeout or check_failures"),
     row(kService, "stopping", "the service is being stopped: SIGTERM, and SIGKILL after stop_timeout"),
