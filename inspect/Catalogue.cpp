@@ -24,13 +24,13 @@ std::ptrdiff_t letters(std::string_view text)
 using Regular = Poco::RegularExpression;
 
 /// A text with gaps for what is put in.
-struct Pattern
+struct MessagePattern
 {
 	std::vector<std::string> literals;
 	/// Of the whole text.
 	std::string expression;
 
-	explicit Pattern(const CatalogueRow& row)
+	explicit MessagePattern(const CatalogueRow& row)
 	{
 		const Regular gaps(row.number == 0 ? "%[sd]|<[^>]*>" : "%[sd]");
 		const std::size_t front = std::min(row.text.find_first_not_of(kFeeds), row.text.size());
@@ -91,7 +91,7 @@ const CatalogueRow* findMessage(std::string_view label, int number)
 
 bool canBe(const CatalogueRow& row, std::string_view text)
 {
-	return Pattern(row).fits(text);
+	return MessagePattern(row).fits(text);
 }
 
 std::vector<const CatalogueRow*> findByText(std::string_view text)
@@ -100,7 +100,7 @@ std::vector<const CatalogueRow*> findByText(std::string_view text)
 	std::vector<const CatalogueRow*> parts;
 	for (const CatalogueRow& row : catalogue())
 	{
-		const Pattern pattern(row);
+		const MessagePattern pattern(row);
 		if (pattern.tells() && !row.text.starts_with("**") && pattern.fits(text))
 		{
 			whole.push_back(&row);

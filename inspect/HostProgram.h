@@ -16,7 +16,7 @@ struct ProgramCall
 	std::vector<std::string> environment{};
 	/// What it reads from standard input.
 	std::string input{};
-	/// Ten seconds unless it is told. After it the program and all that it has left in its process group are killed.
+	/// Ten seconds by default. After it the program and all that it has left in its process group are killed.
 	std::chrono::milliseconds limit{10000};
 	/// What it prints goes to our standard error, and is not kept.
 	bool shown = false;

@@ -16,7 +16,7 @@ namespace velarix::keeper
 /// already, which goes on; EX_SOFTWARE when the worker was killed
 int runAddress(const Settings& settings);
 int runService(const AddressSettings& address, const ServiceSettings& service);
-/// ha-reach, which the agent does not know. Killed, it leaves its address behind (Reachability.h).
+/// ha-reach, which the agent does not know. Killed, it leaves its address behind (Reachability.cpp).
 int runReach(const Settings& settings);
 
 /// What their workers do, until SIGTERM. @return the exit status

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <span>
 #include <utility>
 
 #include <arpa/inet.h>

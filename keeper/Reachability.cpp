@@ -1,7 +1,6 @@
-// ha-reach: sees whether this node reaches its targets, and holds the reachability address
-// (GATEWAY_IP) on lo as long as it does (ReachMachine.h). The agent pings that address to judge
-// its own network. Killed, it leaves the address to the next ha-reach; when there is none, or it is
-// frozen, the kernel removes the address.
+// ha-reach: sees whether this node reaches its targets, and holds the reachability address (GATEWAY_IP) on lo
+// as long as it does (ReachMachine.h). The agent pings that address to judge its own network. Killed, it leaves
+// the address to the next ha-reach; when there is none, or it is frozen, the kernel removes the address.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -331,17 +330,18 @@ private:
 
 	void report(ReachState before)
 	{
-		const std::string& address = m_address.text;
-		const auto event = [&](ReachState entered, const char* word, const std::string& detail)
-		{ m_journal.eventIf(m_machine.state == entered, word, detail); };
+		const auto entered = [&](ReachState state) { return m_machine.state == state; };
 		const bool set = before == ReachState::unknown || before == ReachState::isolated;
-		event(ReachState::reachable, "reachable", "enough targets answer" + (set ? ", " + address + " is set" : ""));
-		event(ReachState::sharedOutage, "shared-outage",
-		      "the partner does not reach its targets either: nothing moves");
-		event(ReachState::partnerOnly, "partner-only", "the partner reaches its targets, this node does not");
-		event(ReachState::isolated, "isolated", "neither targets nor the partner answer: " + address + " is removed");
-		event(ReachState::stopped, "stopped",
-		      (m_changed ? "its settings were changed, " : "asked to end, ") + address + " is removed");
+		const std::string gone = m_address.text + " is removed";
+		m_journal.eventIf(entered(ReachState::reachable), "reachable",
+		                  "enough targets answer" + (set ? ", " + m_address.text + " is set" : ""));
+		m_journal.eventIf(entered(ReachState::sharedOutage), "shared-outage",
+		                  "the partner does not reach its targets either: nothing moves");
+		m_journal.eventIf(entered(ReachState::partnerOnly), "partner-only",
+		                  "the partner reaches its targets, this node does not");
+		m_journal.eventIf(entered(ReachState::isolated), "isolated", "neither targets nor the partner answer: " + gone);
+		m_journal.eventIf(entered(ReachState::stopped), "stopped",
+		                  (m_changed ? "its settings were changed, " : "asked to end, ") + gone);
 	}
 
 	/// Services are woken by every file that is written there: only what is new.

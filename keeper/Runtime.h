@@ -1,6 +1,6 @@
 /// What the keeper's processes live by: their loop, what they know of each other, and what they report.
 ///
-/// In /run/velarix-ha they have of each other:
+/// What they know of each other, in /run/velarix-ha:
 ///
 ///   PROGRAM.lock    held while PROGRAM lives: byte 0 by its guard, byte 1 by its worker
 ///                   (Guard.h). The kernel releases it with the process and names the
@@ -15,7 +15,7 @@
 /// TIME is local with its offset, EVENT one word. The log may be cut at any time
 /// (logrotate's copytruncate). Events of ha-address: started, waiting, raised, lowered,
 /// conflict, yielded, stalled, removed, offline, stopped, failed; of services: started,
-/// running, died, restarting, check-failed, stopping, stopped, failed; of ha-reach: started,
+/// running, died, restarted, check-failed, stopping, stopped, failed; of ha-reach: started,
 /// target-found, target-lost, target-back, reachable, shared-outage, partner-only,
 /// handing-over, isolated, removed, stopped, failed; of all: killed.
 #pragma once

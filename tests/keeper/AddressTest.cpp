@@ -290,6 +290,27 @@ TEST_F(AddressTest, AnInterfaceThatIsMadeAnewCarriesItAgain)
 	EXPECT_TRUE(happens([&] { return m_a.hasAddress(); }, "address"));
 }
 
+TEST_F(AddressTest, MalformedAndForeignARPIsIgnored)
+{
+	hold(m_a, "holding");
+	const Speaker speaker;
+	const auto claim = velarix::keeper::arpAnnouncement(0x640200c0, {2, 0, 0, 0, 0, 0x66});
+	for (std::size_t place = 14; place < 22; ++place)
+	{
+		std::vector<std::uint8_t> frame(claim.begin(), claim.end());
+		frame[place] = 0xee;
+		speaker.send(frame);
+	}
+	for (std::size_t length = 14; length < claim.size(); ++length)
+	{
+		speaker.send({claim.begin(), claim.begin() + static_cast<std::ptrdiff_t>(length)});
+	}
+	// One that counts, behind all of them.
+	speaker.claim({2, 0, 0, 0, 0, 0x66});
+	ASSERT_TRUE(happens([&] { return m_a.state("ha-address", "conflicts") != "0"; }, "conflict"));
+	EXPECT_EQ(m_a.state("ha-address", "conflicts"), "1");
+}
+
 TEST_F(AddressTest, WhatItMayDoIsLittle)
 {
 	hold(m_a);
