@@ -16,8 +16,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "lab/core/Basics.h"
-
 namespace velarix::lab
 {
 
@@ -59,6 +57,7 @@ struct Prepared
 	}
 
 	const SpawnPlan& plan;
+	pid_t parent = ::getpid();
 	std::vector<std::string> words;
 	std::vector<std::string> environment;
 	std::vector<char*> argv;
@@ -80,9 +79,13 @@ void placeStreams(const SpawnPlan& plan)
 	}
 }
 
-[[noreturn]] void becomeProgram(const Prepared& prepared)
+/// @param parent  as getppid tells it; one that ended before the call of prctl would send no signal any more
+[[noreturn]] void becomeProgram(const Prepared& prepared, pid_t parent)
 {
-	::prctl(PR_SET_PDEATHSIG, SIGKILL);
+	if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent)
+	{
+		_exit(126);
+	}
 	if (!prepared.plan.terminal)
 	{
 		::setsid();
@@ -109,14 +112,14 @@ void placeStreams(const SpawnPlan& plan)
 	}
 	if ((inside.namespaces & CLONE_NEWPID) == 0)
 	{
-		becomeProgram(prepared);
+		becomeProgram(prepared, prepared.parent);
 	}
 	// A process namespace is entered by the children only, so one more is made
 	// and this one waits for it. It holds no other descriptor meanwhile.
 	const pid_t inner = ::fork();
 	if (inner == 0)
 	{
-		becomeProgram(prepared);
+		becomeProgram(prepared, 0); // the parent is outside of the namespace
 	}
 	::syscall(SYS_close_range, 0U, ~0U, 0U);
 	if (prepared.plan.terminal)

@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 

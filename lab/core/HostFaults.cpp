@@ -77,7 +77,7 @@ void withClock(LabOptions& options)
 /// What a script prints when it finds a reason to refuse, behind "the record of node a ".
 template <const char* script> void checkRecord(Lab& lab, HostId node)
 {
-	const std::string reason = shell(lab.host(node), std::string("file=") + plan::runInfoFile +
+	const std::string reason = shell(lab.host(node), std::string("exec 2>/dev/null; file=") + plan::runInfoFile +
 	                                                     "; readOnly() { findmnt -no OPTIONS $file | "
 	                                                     "grep -q '^ro'; }; " +
 	                                                     script);

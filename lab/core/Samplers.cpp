@@ -21,30 +21,38 @@ namespace velarix::lab
 namespace
 {
 
-/// Enters the network namespace of a host, with this thread alone.
-bool enterNetworkOf(const Host& host)
+/// For setns, which moves the calling thread alone.
+Descriptor networkOf(const Host& host)
 {
 	const std::string path = "/proc/" + std::to_string(host.pid()) + "/ns/net";
-	const Descriptor network(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-	return ::setns(network.get(), CLONE_NEWNET) == 0;
+	Descriptor network(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+	if (!network)
+	{
+		throwErrno("cannot open " + path);
+	}
+	return network;
 }
 
 /// A socket stays in the network namespace it was opened in.
 Descriptor socketInside(const Host& host)
 {
+	const Descriptor network = networkOf(host);
 	Descriptor opened;
+	int problem = 0;
 	std::thread(
 	    [&]
 	    {
-		    if (enterNetworkOf(host))
+		    if (::setns(network.get(), CLONE_NEWNET) == 0)
 		    {
 			    opened.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 		    }
+		    problem = errno;
 	    })
 	    .join();
 	if (!opened)
 	{
-		throw LabError("cannot open a socket inside a node");
+		errno = problem;
+		throwErrno("cannot open a socket inside a node");
 	}
 	return opened;
 }
@@ -159,8 +167,8 @@ ServiceSampler::ServiceSampler(Timeline& timeline, const LabClock& clock, const 
     : m_timeline(timeline), m_clock(clock)
 {
 	m_timeline.change(serviceTrack, m_clock.now(), "none");
-	m_thread =
-	    std::jthread([this, &client](const std::stop_token& stop) { enterNetworkOf(client) ? loop(stop) : void(); });
+	m_thread = std::jthread([this, network = networkOf(client)](const std::stop_token& stop)
+	                        { ::setns(network.get(), CLONE_NEWNET) == 0 ? loop(stop) : void(); });
 }
 
 void ServiceSampler::loop(const std::stop_token& stop)

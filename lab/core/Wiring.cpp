@@ -110,6 +110,7 @@ void Wiring::plugIn(HostId id, const Host& host)
 	std::string inside = "link set lo up\n";
 	for (const Network network : networks)
 	{
+		port(id, network).bridged = true; // also one that was frozen when it was switched off
 		if (onNetwork(id, network))
 		{
 			const std::string interface = interfaceName(network);
@@ -124,7 +125,6 @@ void Wiring::plugIn(HostId id, const Host& host)
 	for (const Network network : networks)
 	{
 		port(id, network).plugged = onNetwork(id, network);
-		port(id, network).bridged = true;
 		if (port(id, network).impairment)
 		{
 			insertRelay(id, network);
@@ -205,11 +205,19 @@ void Wiring::unimpair(HostId id, Network network)
 {
 	Port& good = port(id, network);
 	good.impairment.reset();
-	if (endRelay(good))
+	if (good.relay < 0)
 	{
-		good.bridged = true;
-		batch("link del " + bridgeEnd(id, network) + "\nlink set " + portName(id, network) + " master " +
-		      bridgeName(network) + "\n" + isolationLine(id, network));
+		return;
+	}
+	siginfo_t ended{};
+	::waitid(P_PID, static_cast<id_t>(good.relay), &ended, WEXITED | WNOHANG | WNOWAIT);
+	endRelay(good);
+	good.bridged = true;
+	batch("link del " + bridgeEnd(id, network) + "\nlink set " + portName(id, network) + " master " +
+	      bridgeName(network) + "\n" + isolationLine(id, network));
+	if (ended.si_pid != 0)
+	{
+		throw LabError("the relay of " + placeText(id, network) + " had ended by itself");
 	}
 }
 
@@ -251,7 +259,10 @@ void Wiring::insertRelay(HostId id, Network network)
 	const ssize_t count = ::read(said.get(), text, sizeof text);
 	if (const std::string answer(text, count > 0 ? static_cast<std::size_t>(count) : 0); answer != "ready\n")
 	{
-		throw LabError("the relay did not start: " + answer);
+		endRelay(bad);
+		bad.impairment.reset();
+		batch("link del " + bridgeSideName + "\n");
+		throw LabError("the relay did not start: " + (answer.empty() ? "it said nothing (is there python3?)" : answer));
 	}
 	bad.bridged = true;
 	batch("link set " + portName(id, network) + " nomaster\nlink set " + bridgeSideName + " master " +

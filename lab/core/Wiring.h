@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "lab/core/Basics.h"
 #include "lab/core/Host.h"
@@ -31,6 +30,7 @@ struct Impairment
 	Millis jitter{0};       ///< at most the delay
 	/// Only what the host receives from this one, broadcasts included. To cut the way from a
 	/// to b and nothing else, impair the port of b: {.lossPercent = 100, .peer = HostId::a}.
+	/// Not with a delay: frames keep their order, so those of other hosts would wait behind the late ones.
 	std::optional<HostId> peer{};
 	std::uint64_t seed = 1;
 };
@@ -64,9 +64,10 @@ public:
 
 	/// Makes the host's port on that network a bad one, from now on; replaces what
 	/// the port suffered from before.
-	/// @throws LabError when the host is not on that network
+	/// @throws LabError when the host is not on that network, or no relay can be started
 	void impair(HostId id, Network network, const Impairment& impairment);
 	/// Makes the port a good one again; frames under way in the relay are lost.
+	/// @throws LabError when the relay had ended by itself: nothing passed the port since
 	void unimpair(HostId id, Network network);
 	bool isImpaired(HostId id, Network network) const
 	{

@@ -9,6 +9,7 @@ or with PEER, a hardware address, only what comes from there. It says "ready" on
 import collections
 import contextlib
 import os
+import pathlib
 import random
 import select
 import socket
@@ -72,8 +73,10 @@ def main(host_side, bridge_side, loss, delay, jitter, seed, peer=""):
     to_host = Line(*bad, f"{seed} to", bytes.fromhex(peer.replace(":", "")))
     from_host = Line(*((0, 0, 0) if peer else bad), f"{seed} from")
     host, bridge = opened(host_side), opened(bridge_side)
-    with contextlib.suppress(PermissionError):  # a wire does not wait for programs that want to work
+    with contextlib.suppress(OSError):  # a wire does not wait for programs that want to work
         os.setpriority(os.PRIO_PROCESS, 0, -15)
+        # Where the kernel groups the processes by their sessions, a priority holds inside the group only.
+        pathlib.Path("/proc/self/autogroup").write_text("-15")
     print("ready", flush=True)
     ways = (host, bridge, from_host), (bridge, host, to_host)
     due = float("inf")

@@ -151,6 +151,10 @@ std::string answerOf(const std::string& name, Lab& lab, const std::string& reque
 	{
 		lab.repair(faultOrThrow(first, second));
 	}
+	else if (verb != "down")
+	{
+		throw LabError("unknown request: " + verb);
+	}
 	return "";
 }
 

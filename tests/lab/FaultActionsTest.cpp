@@ -179,6 +179,10 @@ TEST_F(FaultAction, AFullDiskTakesNoByteAndNoHook)
 TEST_F(FaultAction, RunInfoRecordCannotBeWritten)
 {
 	const std::string write = std::string("echo >>") + plan::runInfoFile;
+	// A tool that warns gives no reason to refuse.
+	const CommandResult careful = shell(a, "cd /usr/local/bin && echo 'echo careful >&2; exec /usr/bin/findmnt \"$@\"' "
+	                                       ">findmnt && chmod +x findmnt && findmnt -no OPTIONS /");
+	EXPECT_TRUE(careful.output.starts_with("careful\n") && careful.ok()) << careful.output;
 	inject("run-info-read-only");
 	EXPECT_EQ(refusalOf("run-info-read-only"), "the record of node a is read-only already");
 	EXPECT_EQ(refusalOf("run-info-missing"), "the record of node a is read-only: it cannot be removed");

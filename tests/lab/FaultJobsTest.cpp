@@ -141,7 +141,7 @@ TEST_F(FaultAction, AttackersAreHeard)
 		// One more may have come before the end.
 		const auto connections = [&] { return std::ranges::count(heard(), '\n'); };
 		const auto last = connections();
-		EXPECT_FALSE(waitFor([&] { return connections() > last + 1; }, Millis(1200), "nobody"));
+		EXPECT_FALSE(waitFor([&] { return connections() > last + 1; }, Millis(3000), "nobody"));
 		endJob(node(a).host(), "heard");
 	}
 }

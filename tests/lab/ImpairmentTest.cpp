@@ -1,6 +1,7 @@
 /// What hosts of a lab see of bad wires, and the client's observer of outages, long and short. What the
 /// relay decides is in guest_test.py.
 #include <cmath>
+#include <csignal>
 #include <iostream>
 #include <sstream>
 #include <thread>
@@ -34,14 +35,14 @@ open('/proc/sys/net/ipv4/ping_group_range', 'w').write('0 0')
 pinging = socket.socket(socket.AF_INET, socket.SOCK_DGRAM, socket.IPPROTO_ICMP)
 sent, trips, begin = [], [], time.monotonic()
 while len(trips) < count and time.monotonic() < begin + count * interval + patience:
-    if len(sent) < count and time.monotonic() >= begin + len(sent) * interval:
-        sent.append(time.monotonic())
-        pinging.sendto(struct.pack('!BBHHH', 8, 0, 0, 0, len(sent) - 1), (to, 0))
-    if select.select([pinging], [], [], .001)[0]:
-        try:
+    try:
+        if len(sent) < count and time.monotonic() >= begin + len(sent) * interval:
+            sent.append(time.monotonic())
+            pinging.sendto(struct.pack('!BBHHH', 8, 0, 0, 0, len(sent) - 1), (to, 0))
+        if select.select([pinging], [], [], .001)[0]:
             trips.append(time.monotonic() - sent[struct.unpack('!H', pinging.recv(64)[6:8])[0]])
-        except OSError:
-            pass
+    except OSError:
+        pass
 trips = sorted(trips) or [0]
 print(100 * (1 - (len(trips) if trips[0] else 0) / count), *(1000 * trips[i] for i in (0, len(trips) // 2, -1)))
 )";
@@ -57,20 +58,35 @@ protected:
 		m_lab = std::make_unique<Lab>();
 	}
 
+	/// The one in this lab; 0: there is none.
+	static pid_t relay()
+	{
+		for (const pid_t pid : inspect::host::processIds().value())
+		{
+			const std::optional<Process> process = inspect::host::process(pid);
+			if (process && process->parent == ::getpid() &&
+			    procText(pid, "cmdline").find("relay.py") != std::string::npos)
+			{
+				return pid;
+			}
+		}
+		return 0;
+	}
+
 	Wiring& wiring() { return m_lab->wiring(); }
 	Lab& lab() { return *m_lab; }
 
 	Pings pingFrom(HostId from, HostId to, Network network, int count = 100, double interval = 0.01,
 	               double patience = 2)
 	{
+		const CommandResult result =
+		    lab().run(from,
+		              {"python3", "-c", pinger, plan::addressOf(to, network), std::to_string(count),
+		               std::to_string(interval), std::to_string(patience)},
+		              Millis(60000));
 		Pings pings;
-		std::istringstream(lab()
-		                       .run(from,
-		                            {"python3", "-c", pinger, plan::addressOf(to, network), std::to_string(count),
-		                             std::to_string(interval), std::to_string(patience)},
-		                            Millis(60000))
-		                       .output) >>
-		    pings.lossPercent >> pings.fastest >> pings.median >> pings.slowest;
+		std::istringstream figures(result.output);
+		EXPECT_TRUE(figures >> pings.lossPercent >> pings.fastest >> pings.median >> pings.slowest) << result.output;
 		return pings;
 	}
 
@@ -143,9 +159,12 @@ TEST_F(BadWire, KeepsCarrierIsolationAndItselfOverAReboot)
 {
 	wiring().impair(HostId::a, Network::communication, {.delay = Millis(30)});
 	wiring().isolateNodes(Network::communication, true);
+	wiring().isolateNodes(Network::service, true);
+	lab().freezeHost(HostId::a);
 	lab().powerOff(HostId::a);
 	lab().powerOn(HostId::a, false);
 	EXPECT_EQ(pingFrom(HostId::a, HostId::b, Network::communication, 10).lossPercent, 100);
+	EXPECT_EQ(pingFrom(HostId::a, HostId::b, Network::service, 10).lossPercent, 100);
 	wiring().isolateNodes(Network::communication, false);
 	awaitAnswers(HostId::a, HostId::b, Network::communication);
 	EXPECT_GE(pingFrom(HostId::a, HostId::b, Network::communication, 10).median, 60);
@@ -184,6 +203,30 @@ TEST_F(BadWire, TellsWhatIsWrong)
 	EXPECT_THROW(wiring().impair(HostId::a, Network::communication, {.peer = HostId::client}), LabError);
 	EXPECT_FALSE(wiring().isImpaired(HostId::a, Network::communication));
 	wiring().unimpair(HostId::a, Network::communication);
+
+	wiring().impair(HostId::a, Network::communication, {.lossPercent = 10});
+	const pid_t killed = relay();
+	ASSERT_TRUE(killed > 0 && ::kill(killed, SIGKILL) == 0);
+	const auto ended = [&] { return inspect::host::process(killed).value().state == 'Z'; };
+	EXPECT_TRUE(waitFor(ended, Millis(10000), "the relay to end"));
+	EXPECT_THROW(wiring().unimpair(HostId::a, Network::communication), LabError);
+	wiring().unimpair(HostId::a, Network::communication);
+	expectGood(HostId::a, HostId::b, Network::communication);
+
+	lab().run(HostId::a, {"ip", "link", "del", "eth1"}); // and with it the port
+	for (int time = 0; time < 2; ++time)
+	{
+		try
+		{
+			wiring().impair(HostId::a, Network::communication, {});
+			ADD_FAILURE() << "there is no port";
+		}
+		catch (const LabError& error)
+		{
+			EXPECT_TRUE(std::string(error.what()).starts_with("the relay did not start: Traceback")) << error.what();
+		}
+		EXPECT_FALSE(wiring().isImpaired(HostId::a, Network::communication));
+	}
 }
 
 namespace

@@ -158,7 +158,7 @@ TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 {
 	SKIP_WITHOUT_NAMESPACES();
 	const TemporaryDirectory base;
-	const CommandResult up = velarixLab({"up", "--name", "kept"}, base.path());
+	const CommandResult up = velarixLab({"up", "--name", "kept", "--wrap", "env LAB_WRAPPED=yes"}, base.path());
 	ASSERT_TRUE(up.ok()) << up.output;
 	const CommandResult again = velarixLab({"up", "--name", "kept"}, base.path());
 	EXPECT_NE(again.output.find("is up already"), std::string::npos) << again.output;
@@ -171,6 +171,12 @@ TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 	const CommandResult name = velarixLab({"exec", "--name", "kept", "b", "uname", "-n"}, base.path());
 	EXPECT_EQ(name.output, "node-b\n");
 	EXPECT_EQ(velarixLab({"exec", "--name", "kept", "client", "sh", "-c", "exit 7"}, base.path()).status, 7);
+	const std::string environment = "/proc/" + reported["nodes"]["b"]["agentPid"].dump() + "/environ";
+	EXPECT_TRUE(velarixLab({"exec", "--name", "kept", "b", "grep", "LAB_WRAPPED=yes", environment}, base.path()).ok());
+	const char* ask = "import socket, sys; s = socket.socket(socket.AF_UNIX); s.connect(sys.argv[1]); "
+	                  "s.sendall(b'frobnicate'); s.shutdown(1); print(s.recv(99))";
+	EXPECT_EQ(run({{"python3", "-c", ask, (base.path() / "kept" / "control").string()}}).output,
+	          "b'error: unknown request: frobnicate'\n");
 
 	const pid_t supervisor = reported["supervisor"].get<pid_t>();
 	std::vector<Descriptor> namespaces;
@@ -180,8 +186,14 @@ TEST(LabProgram, KeepsAPairRunningAndLeavesNothingEvenWhenItIsKilled)
 	}
 	ASSERT_EQ(namespaces.size(), 5U) << "four hosts and the root host";
 	EXPECT_GE(processesIn(namespaces), 8U);
+	EXPECT_TRUE(velarixLab({"inject", "--name", "kept", "communication-loss-10", "a"}, base.path()).ok());
+	const std::vector<pid_t> children = childrenOf(supervisor);
+	const auto isRelay = [](pid_t pid) { return procText(pid, "cmdline").find("relay.py") != std::string::npos; };
+	const auto relay = std::ranges::find_if(children, isRelay);
+	ASSERT_NE(relay, children.end());
 	ASSERT_EQ(::kill(supervisor, SIGKILL), 0);
-	EXPECT_TRUE(waitFor([&] { return processesIn(namespaces) == 0; }, Millis(10000), "all its processes to be gone"));
+	EXPECT_TRUE(waitFor([&] { return processesIn(namespaces) == 0 && !isRelay(*relay); }, Millis(10000),
+	                    "all its processes to be gone"));
 	EXPECT_TRUE(tracesOnThisMachine().empty());
 
 	// What is left is a directory, which the next command recognises.

@@ -47,6 +47,8 @@ class InitScriptTest(unittest.TestCase):
         self.machine.run(f"kill -9 {self.machine.agent()}")
         wait_for("it is dead", lambda: not self.machine.agents(), 10)
         self.assertEqual(self.script("status", 1).out, f"velarix-ha: dead, though {node.PID_PATH} is there\n")
+        self.script("start", 0)
+        self.script("status", 0)
 
     def test_a_second_start_is_fine_and_starts_nothing(self):
         # In its first two seconds an agent has no pid file.

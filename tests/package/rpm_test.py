@@ -16,7 +16,8 @@ RPM = "rpm --root /tree --dbpath /var/lib/rpm"
 class RpmTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.machine = boot(cls.addClassCleanup, "rpm", Place.build, "systemd", shared=[(mounted(Place.directory, Place.base), "/base")])
+        cls.machine = boot(cls.addClassCleanup, "rpm", Place.build, "systemd",
+                           shared=[(mounted(Place.directory, Place.base), "/base")])
         for name, source in (("old", Place.old_rpm), ("new", Place.rpm)):
             cls.machine.put(source, f"/root/{name}.rpm")
 
@@ -37,9 +38,11 @@ class RpmTest(unittest.TestCase):
         # It owns no directory of the system.
         for line in tell("--qf '[%{filemodes:perms} %{filenames}\\n]'").splitlines():
             if line.startswith("d"):
-                self.assertRegex(line, r" /usr/velarix|/velarix-ha(/docs(/figures)?|/firewall|/ansible(/.*)?|/notify([.]d)?|[.]service[.]d)?$")
-        self.assertEqual(tell("--configfiles").split(), ["/etc/default/velarix-ha", "/etc/init.d/velarix-ha", "/etc/logrotate.d/velarix-ha",
-                                                         "/etc/velarix-ha/notify.conf"])
+                self.assertRegex(line, r" /usr/velarix|/velarix-ha(/docs(/figures)?|/firewall|/ansible(/.*)?|"
+                                       r"/notify([.]d)?|[.]service[.]d)?$")
+        self.assertEqual(tell("--configfiles").split(),
+                         [node.DEFAULTS_PATH, "/etc/init.d/velarix-ha", "/etc/logrotate.d/velarix-ha",
+                          "/etc/velarix-ha/notify.conf"])
         for need in ("libPocoNet.so.", "(net-tools or net-tools-deprecated)", "(iproute or iproute2)", "iputils", "psmisc",
                      "(procps-ng or procps)"):
             self.assertIn(need, tell("--requires"))
@@ -60,7 +63,8 @@ class RpmTest(unittest.TestCase):
         self.assertEqual(self.machine.run(f"{RPM} -q --qf '%{{version}}' velarix-ha").out, "1.0.0")
         self.assertEqual({path: self.machine.read("/tree" + path) for path in kept}, kept)
         self.machine.run(f"{RPM} --nodeps -e velarix-ha")
-        left = self.machine.run("chroot /tree find /usr/velarix /usr/libexec/velarix-ha -type f", check=False).out.split()
+        left = self.machine.run(f"chroot /tree find /usr/velarix /usr/libexec/velarix-ha {node.DEFAULTS_PATH} -type f",
+                                check=False).out.split()
         self.assertEqual(sorted(left), [node.SETTINGS_PATH, node.RUN_INFO_PATH])
 
     def test_an_upgrade_leaves_the_running_agent_and_a_removal_ends_it(self):

@@ -128,7 +128,10 @@ class StopTest(OnAMachine):
             self.machine.write(node.SETTINGS_PATH, node.settings(), "0600")
             self.start()
             self.machine.wait_until_serving()
-            self.machine.write(node.SETTINGS_PATH, settings, "0600") if settings else self.machine.run(f"rm {node.SETTINGS_PATH}")
+            if settings:
+                self.machine.write(node.SETTINGS_PATH, settings, "0600")
+            else:
+                self.machine.run(f"rm {node.SETTINGS_PATH}")
             self.machine.run("systemctl stop velarix-ha", check=False)
             self.assertEqual(self.machine.agents(), [])
             self.assertEqual(self.property("ActiveState"), "failed")

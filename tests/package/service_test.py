@@ -40,6 +40,7 @@ class StartTest(OnAMachine):
         self.assertEqual(self.property("ActiveState"), "active")
         self.assertEqual(self.property("MainPID"), self.machine.read(node.PID_PATH))
         self.assertEqual(int(self.property("MainPID")), self.machine.agent())
+        self.assertIn("\nUmask:\t0022\n", self.machine.run(f"cat /proc/{self.machine.agent()}/status").out)
 
     def test_notifications_run_as_a_unit_once_a_notifier_is_linked(self):
         self.machine.run("ln -s /usr/libexec/velarix-ha/notify/journal /etc/velarix-ha/notify.d/; systemctl start velarix-notify")

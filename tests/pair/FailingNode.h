@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "PairTest.h"
 #include "lab/core/Host.h"

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "lab/campaigns/Measure.h"
-#include "lab/campaigns/matrix/Matrix.h"
+#include "lab/campaigns/Times.h"
 #include "lab/core/Basics.h"
 #include "lab/core/Fault.h"
 #include "lab/core/Lab.h"

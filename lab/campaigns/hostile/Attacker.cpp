@@ -1,7 +1,6 @@
 #include "lab/campaigns/hostile/Attacker.h"
 
 #include <csignal>
-#include <string_view>
 
 #include "lab/campaigns/hostile/Attacks.h"
 #include "lab/core/Basics.h"
