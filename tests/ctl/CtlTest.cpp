@@ -84,8 +84,13 @@ std::string CtlTest::anonymous(std::string text) const
 
 std::string readFile(const fs::path& path)
 {
+	std::ifstream file(path, std::ios::binary);
+	if (!file)
+	{
+		throw std::runtime_error("cannot read " + path.string());
+	}
 	std::ostringstream text;
-	text << std::ifstream(path, std::ios::binary).rdbuf();
+	text << file.rdbuf();
 	return text.str();
 }
 

@@ -78,6 +78,7 @@ private:
 };
 
 /// @return the whole file
+/// @throws std::runtime_error it cannot be read
 std::string readFile(const std::filesystem::path& path);
 
 /// @return a figure of this process, as "VmRSS:", in kB
