@@ -21,6 +21,7 @@ CtlTest::~CtlTest()
 {
 	std::error_code ignored;
 	fs::remove_all(m_root, ignored);
+	::umask(m_mask);
 }
 
 fs::path CtlTest::below(const std::string& absolute) const

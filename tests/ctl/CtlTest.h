@@ -75,6 +75,8 @@ protected:
 
 private:
 	std::filesystem::path m_root;
+	/// The caller's.
+	const mode_t m_mask = ::umask(022);
 };
 
 /// @return the whole file

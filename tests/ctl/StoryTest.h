@@ -35,8 +35,6 @@ struct Words
 class StoryTest : public StateTest, public testing::WithParamInterface<Story>
 {
 protected:
-	~StoryTest() override { ::umask(m_mask); }
-
 	void obey(const std::string& line)
 	{
 		storyBook().expand(line, [this](const std::string& one) { obeyOne(one); });
@@ -52,7 +50,6 @@ protected:
 	static const std::set<std::string> kMayBeEmpty;
 	static const std::set<std::string> kOfTwo;
 
-	const mode_t m_mask = ::umask(022);
 	/// Of the last run.
 	Outcome m_outcome;
 	/// The last run, until its exit status is told.
