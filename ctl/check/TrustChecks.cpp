@@ -255,7 +255,8 @@ void service(Findings& findings, const Paths& paths)
 		++number;
 		if (const Pattern::Groups found = kAssignment.matched(line); !found.empty())
 		{
-			option(findings, file, number, found[1], found[2]);
+			// The shell that reads the file takes the CR for a part of the value.
+			option(findings, file, number, found[1], found[2] + (line.ends_with('\r') ? "\r" : ""));
 		}
 	}
 }

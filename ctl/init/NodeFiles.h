@@ -41,8 +41,6 @@ std::string presharedKey(const std::filesystem::path& file);
 /// @throws Failure refused without wireguard-tools
 TunnelKeys tunnelKeys(const std::filesystem::path& directory);
 
-/// The names of this machine's interfaces: eth0 and eth1, which the agent reads, given by systemd.link(5)
-/// files. They hold hardware addresses, so each node makes its own.
 /// What the interfaces are called now; both empty when they are not asked for.
 struct InterfaceNames
 {
@@ -50,6 +48,8 @@ struct InterfaceNames
 	std::string communication;
 };
 
+/// The names of this machine's interfaces: eth0 and eth1, which the agent reads, given by systemd.link(5)
+/// files. They hold hardware addresses, so each node makes its own.
 /// @return the .link files, and what makes udev try again when a name was taken; nothing
 ///         without names
 /// @throws Failure usage or refused, with what to do instead

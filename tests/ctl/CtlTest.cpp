@@ -21,6 +21,7 @@ CtlTest::~CtlTest()
 {
 	std::error_code ignored;
 	fs::remove_all(m_root, ignored);
+	::umask(m_mask);
 }
 
 fs::path CtlTest::below(const std::string& absolute) const
@@ -84,8 +85,13 @@ std::string CtlTest::anonymous(std::string text) const
 
 std::string readFile(const fs::path& path)
 {
+	std::ifstream file(path, std::ios::binary);
+	if (!file)
+	{
+		throw std::runtime_error("cannot read " + path.string());
+	}
 	std::ostringstream text;
-	text << std::ifstream(path, std::ios::binary).rdbuf();
+	text << file.rdbuf();
 	return text.str();
 }
 

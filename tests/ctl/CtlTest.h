@@ -75,9 +75,12 @@ protected:
 
 private:
 	std::filesystem::path m_root;
+	/// The caller's.
+	const mode_t m_mask = ::umask(022);
 };
 
 /// @return the whole file
+/// @throws std::runtime_error it cannot be read
 std::string readFile(const std::filesystem::path& path);
 
 /// @return a figure of this process, as "VmRSS:", in kB

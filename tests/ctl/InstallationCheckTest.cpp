@@ -109,6 +109,8 @@ const Row kRows[] = {
     // ---- the options of the service
     {"OptionsOfTheService",        {},                                                         [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP=\"handover\" # moves\nexport VELARIX_ON_STOP='release'\n#VELARIX_ON_STOP=x\nVELARIX_HANDOVER_TIMEOUT=100\nOTHER=1\n"); }},
     {"StopActionMisspelled",       {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.file(DEFAULTS, "\nVELARIX_ON_STOP=relase"); }},
+    {"StopActionWithCrLf",         {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.file(DEFAULTS, "OTHER=1\r\nVELARIX_ON_STOP=relase\r\n"); }},
+    {"StopActionAsWindowsEndsIt",  {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP=release\r\n"); }},
     {"OptionMisspelled",           {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ONSTOP=release"); }},
     {"StopActionEmpty",            {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP="); }},
     {"TimeoutIsNoNumber",          {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=2min"); }},

@@ -101,14 +101,22 @@ std::vector<SettingsCase> casesOf(const char* file)
 	std::vector<SettingsCase> all;
 	std::ifstream lines(file);
 	SettingsCase one;
+	const auto demand = [file](bool isRight, const std::string& what)
+	{ isRight ? void() : throw std::runtime_error(std::string(file) + ": " + what); };
+	demand(lines.is_open(), "cannot be read");
 	for (std::string line; std::getline(lines, line);)
 	{
+		if (line.starts_with('#'))
+		{
+			continue;
+		}
 		const std::size_t mark = line.rfind("=> ");
-		if (const std::string what = line.substr(0, mark); !what.empty() && what[0] != '#')
+		demand(mark != std::string::npos || line.find("=>") == std::string::npos, "no blank behind =>: " + line);
+		if (const std::string what = line.substr(0, mark); !what.empty())
 		{
 			one.lines.push_back(mark == std::string::npos ? what : what.substr(0, what.size() - 1));
 		}
-		if (mark != std::string::npos && line[0] != '#')
+		if (mark != std::string::npos)
 		{
 			const std::string expected = line.substr(mark + 3);
 			one.expected = expected == "none" ? std::vector<std::string>{} : split(expected, ", ");
@@ -116,6 +124,7 @@ std::vector<SettingsCase> casesOf(const char* file)
 			all.push_back(std::exchange(one, {}));
 		}
 	}
+	demand(one.lines.empty(), "the last case has no => ");
 	return all;
 }
 

@@ -27,6 +27,7 @@ struct SettingsCase
 	std::vector<std::string> expected = {};
 };
 
+/// @throws std::runtime_error the file cannot be read, or a case has no "=> "
 std::vector<SettingsCase> casesOf(const char* file);
 
 /// For a failed test.

@@ -46,7 +46,7 @@ StoryBook::StoryBook(const std::filesystem::path& path)
 	}
 	for (const auto& entry : std::filesystem::directory_iterator(path))
 	{
-		read(entry.path());
+		entry.path().extension() == ".txt" ? read(entry.path()) : void();
 	}
 }
 
@@ -72,7 +72,12 @@ void StoryBook::read(const std::filesystem::path& path)
 		}
 		else if (line.starts_with("def "))
 		{
-			lines = &m_shorthands[line.substr(4)];
+			const auto [shorthand, isNew] = m_shorthands.try_emplace(line.substr(4));
+			if (!isNew)
+			{
+				throw std::runtime_error(path.string() + ": twice: " + line);
+			}
+			lines = &shorthand->second;
 		}
 		else if (!line.empty() && !line.starts_with('#'))
 		{

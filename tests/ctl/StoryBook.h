@@ -27,7 +27,8 @@ void PrintTo(const Story& story, std::ostream* out);
 class StoryBook
 {
 public:
-	/// @param path a file, or a folder of them
+	/// @param path a file, or a folder of *.txt
+	/// @throws std::runtime_error it cannot be read, or has a shorthand twice
 	explicit StoryBook(const std::filesystem::path& path);
 
 	const std::vector<Story>& stories() const { return m_stories; }

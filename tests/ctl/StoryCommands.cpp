@@ -30,7 +30,7 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
     {"change",
      [](auto& test, auto& words)
      {
-	     change(test.m_lines, words.all);
+	     change(test.m_lines, test.inDirectory(words.all));
 	     test.write(kSettings, joined(test.m_lines));
      }},
     {"sound", [](auto& test, auto& words) { test.writeSound(words.first, soundLines(), words.rest); }},
@@ -62,8 +62,16 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
 	     test.watchPauses();
      }},
     {"says", [](auto& test, auto& words) { test.m_says = words.all; }},
-    {"at-act", [](auto& test, auto& words)
-     { fakeHost().onAct = [&test, line = words.all](const std::string&) { test.obey(line); }; }},
+    {"at-act",
+     [](auto& test, auto& words)
+     {
+	     test.m_atAct = words.all;
+	     fakeHost().onAct = [&test, line = words.all](const std::string&)
+	     {
+		     test.m_atAct.clear();
+		     test.obey(line);
+	     };
+     }},
     {"forget-changes", [](auto& test, auto&) { test.m_changes.clear(); }},
     {"started", [](auto& test, auto& words) { fakeHost().starts[kAgent] = test.now - seconds(words.all); }},
     {"changed", [](auto& test, auto& words)
@@ -84,6 +92,7 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
      }},
     {"no-program", [](auto&, auto& words) { fakeHost().files[words.all] = host::FileFacts{}; }},
     {"remove", [](auto& test, auto& words) { fs::remove_all(test.below(words.all)); }},
+    {"keep", [](auto& test, auto& words) { test.m_kept[words.all] = readFile(test.below(words.all)); }},
     {"mode",
      [](auto& test, auto& words) { fs::permissions(test.below(words.first), fs::perms(number(words.rest, 8))); }},
     // ---- the machine
@@ -103,7 +112,7 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
     {"output", [](auto&, auto& words) { fakeHost().outputs[kAgent] = words.all; }},
     {"state", [](auto& test, auto& words) { test.writeState(words.first, words.rest); }},
     {"drop-address", [](auto& test, auto&) { test.dropAddress(); }},
-    {"no-carrier", [](auto&, auto& words) { fakeHost().interfaces[words.all].carrier = false; }},
+    {"no-carrier", [](auto&, auto& words) { fakeHost().interfaces.at(words.all).carrier = false; }},
     {"interface",
      [](auto&, auto& words) {
 	     fakeHost().interfaces[words.all] = {true, true};

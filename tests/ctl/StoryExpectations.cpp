@@ -22,6 +22,12 @@ std::map<std::string, std::string> valuesOf(const fs::path& path)
 
 } // namespace
 
+const std::set<std::string> StoryTest::kMayBeEmpty{"acts", "error", "none-came", "nothing", "unique-samples"};
+
+const std::set<std::string> StoryTest::kOfTwo{"between",   "contains", "file-has", "file-not", "golden-file",
+                                              "has-group", "has-mode", "items",    "json",     "packaged",
+                                              "same",      "sample",   "size",     "times"};
+
 const std::map<std::string, StoryTest::Command> StoryTest::kExpectations{
     {"code",
      [](auto& test, auto& words)
@@ -71,8 +77,35 @@ const std::map<std::string, StoryTest::Command> StoryTest::kExpectations{
 	               std::set<std::string>(all.begin(), all.end()));
      }},
     {"paused", [](auto&, auto& words) { EXPECT_EQ(std::exchange(fakeHost().elapsed, {}), seconds(words.all)); }},
+    {"none-came",
+     [](auto& test, auto&)
+     {
+	     EXPECT_THAT(test.missed(), Not(IsEmpty()));
+	     EXPECT_EQ(test.m_pauses, 0);
+	     test.m_steps.clear();
+	     test.m_atAct = "";
+     }},
+    {"json",
+     [](auto& test, auto& words)
+     {
+	     const std::string value = words.rest.starts_with('/') ? readFile(test.below(words.rest)) : words.rest;
+	     EXPECT_EQ(Json::parse(test.m_outcome.out).at(Json::json_pointer(words.first)), Json::parse(value));
+     }},
+    {"items", [](auto& test, auto& words)
+     { EXPECT_EQ(Json::parse(test.m_outcome.out).at(Json::json_pointer(words.first)).size(), number(words.rest)); }},
     {"exists", [](auto& test, auto& words) { EXPECT_TRUE(fs::exists(test.below(words.all))); }},
     {"gone", [](auto& test, auto& words) { EXPECT_FALSE(fs::exists(test.below(words.all))); }},
+    {"is-fifo", [](auto& test, auto& words) { EXPECT_TRUE(fs::is_fifo(test.below(words.all))); }},
+    {"contains",
+     [](auto& test, auto& words)
+     {
+	     std::vector<std::string> names;
+	     std::ranges::transform(fs::directory_iterator(test.below(words.first)), std::back_inserter(names),
+	                            [](const auto& entry) { return entry.path().filename().string(); });
+	     EXPECT_THAT(names, testing::UnorderedElementsAreArray(split(words.rest, " | ")));
+     }},
+    {"kept", [](auto& test, auto& words) { EXPECT_EQ(readFile(test.below(words.all)), test.m_kept.at(words.all)); }},
+    {"size", [](auto& test, auto& words) { EXPECT_EQ(fs::file_size(test.below(words.first)), number(words.rest)); }},
     {"content", [](auto& test, auto& words) { EXPECT_EQ(readFile(test.below(words.first)), words.rest); }},
     {"same",
      [](auto& test, auto& words) { EXPECT_EQ(readFile(test.below(words.first)), readFile(test.below(words.rest))); }},

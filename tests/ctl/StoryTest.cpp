@@ -22,8 +22,17 @@ void StoryTest::obeyOne(const std::string& line)
 	const bool judges = kExpectations.contains(word);
 	const auto& all = judges ? kExpectations : kCommands;
 	ASSERT_TRUE(all.contains(word)) << line;
+	ASSERT_TRUE(!judges || kMayBeEmpty.contains(word) || !words.all.empty()) << "of what? " << line;
+	ASSERT_TRUE(!kOfTwo.contains(word) || !words.rest.empty()) << "and what? " << line;
 	SCOPED_TRACE(line + "\n" + m_outcome.out + m_outcome.err);
-	all.at(word)(*this, words);
+	try
+	{
+		all.at(word)(*this, words);
+	}
+	catch (const std::exception& error)
+	{
+		ADD_FAILURE() << error.what();
+	}
 	m_judged = m_judged || judges;
 }
 
@@ -63,6 +72,10 @@ void StoryTest::run(const std::string& words, bool below)
 	m_untold = words + " ";
 	m_judged = true;
 	m_outcome = {outcome.code, anonymous(outcome.out), anonymous(outcome.err)};
+	if (Poco::replace(m_untold, std::string("--json "), std::string()) != m_untold)
+	{
+		expectJson(arguments.front() == "watch" || arguments.front() == "events");
+	}
 }
 
 void StoryTest::writeState(const std::string& program, const std::string& fields) const
@@ -86,7 +99,8 @@ void StoryTest::writeSound(const std::string& path, std::vector<std::string> lin
 
 host::Process& StoryTest::process(const std::string& pid)
 {
-	return *std::ranges::find(fakeHost().processes, std::stoi(pid), &host::Process::pid);
+	const auto found = std::ranges::find(fakeHost().processes, std::stoi(pid), &host::Process::pid);
+	return found == fakeHost().processes.end() ? throw std::invalid_argument("no process " + pid) : *found;
 }
 
 void StoryTest::obeySignal(const std::string& act)
@@ -119,6 +133,26 @@ void StoryTest::watchPauses()
 	fakeHost().onPause = [this](auto time) { pass(time); };
 }
 
+std::vector<std::string> StoryTest::missed() const
+{
+	std::vector<std::string> lines(m_atAct.empty() ? 0 : 1, m_atAct);
+	std::ranges::transform(m_steps, std::back_inserter(lines), [](const auto& step) { return step.second; });
+	for (const auto& [when, line] : m_atPause)
+	{
+		lines.insert(lines.end(), std::max(when, 1) > m_pauses ? 1 : 0, line);
+	}
+	return lines;
+}
+
+void StoryTest::expectJson(bool isLines) const
+{
+	EXPECT_THAT(m_outcome.out, EndsWith("\n")) << m_untold;
+	for (const std::string& text : split(m_outcome.out.substr(0, m_outcome.out.rfind('\n')), isLines ? "\n" : "\x01"))
+	{
+		EXPECT_TRUE(Json::accept(text)) << m_untold << '\n' << text;
+	}
+}
+
 void StoryTest::makeReports()
 {
 	soundSlave();
@@ -142,6 +176,7 @@ TEST_P(StoryTest, IsToldAsExpected)
 	}
 	expectEnd();
 	EXPECT_TRUE(m_judged);
+	EXPECT_THAT(missed(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Story, StoryTest, testing::ValuesIn(storyBook().stories()), rowName<Story>);

@@ -46,6 +46,9 @@ protected:
 	using Command = void (*)(StoryTest&, const Words&);
 	static const std::map<std::string, Command> kCommands;
 	static const std::map<std::string, Command> kExpectations;
+	/// Expectations that say something without an operand, and such as need a second one.
+	static const std::set<std::string> kMayBeEmpty;
+	static const std::set<std::string> kOfTwo;
 
 	/// Of the last run.
 	Outcome m_outcome;
@@ -63,6 +66,10 @@ protected:
 	int m_pauses = 0;
 	/// What happens at the first pause after which time.
 	std::vector<std::pair<std::chrono::milliseconds, std::string>> m_steps;
+	/// What happens with the first act, until then.
+	std::string m_atAct;
+	/// Files as they were.
+	std::map<std::string, std::string> m_kept;
 	/// The end of the log from now on, at each moment.
 	std::string m_says;
 	bool m_clock = false;
@@ -96,6 +103,11 @@ protected:
 
 	void pass(std::chrono::milliseconds time);
 	void watchPauses();
+	/// @return what was to happen and did not
+	std::vector<std::string> missed() const;
+
+	/// The output is JSON; that of watch and events a line each.
+	void expectJson(bool isLines) const;
 
 	/// The reports of a sound pair.
 	void makeReports();
