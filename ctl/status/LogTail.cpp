@@ -135,7 +135,7 @@ void takeSample(Counters& counters, const std::string& name, double value)
 	}
 }
 
-/// Feeds a history and counts what lies after one moment and not after another.
+/// Feeds a history and counts what comes after one moment and not after another.
 class Count
 {
 public:

@@ -2,7 +2,7 @@
 /// the timeline; also notices an agent that ends by itself.
 ///
 /// A line's time is when the lab read it, at most about 20 ms after it was
-/// written: the log's own stamps are tenths of a second. What a line means is told by its label and
+/// written: the log's own stamps are tenths of a second. What a line means follows from its label and
 /// number: both are fixed for ever (docs/log-messages.md), while texts hold values.
 #pragma once
 

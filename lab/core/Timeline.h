@@ -57,7 +57,7 @@ struct Interval
 	Millis to{0};
 	std::string value;
 
-	/// How much of it lies between two times.
+	/// How much of it is between two times.
 	Millis within(Millis begin, Millis end) const
 	{
 		return std::max(std::min(to, end) - std::max(from, begin), Millis(0));

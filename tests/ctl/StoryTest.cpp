@@ -1,4 +1,4 @@
-// What an operator is told, and what is done for him: the stories of stories/.
+// What an operator reads, and what is done for him: the stories of stories/.
 
 #include "StoryTest.h"
 

@@ -52,7 +52,7 @@ protected:
 
 	/// Of the last run.
 	Outcome m_outcome;
-	/// The last run, until its exit status is told.
+	/// The last run, until a story has said its exit status.
 	std::string m_untold;
 	int m_node = 1;
 	/// What differs from the sound settings.

@@ -121,7 +121,7 @@ class StopTest(OnAMachine):
         # One that does not work is a failure that names what is left. A start would be refused with these settings; the
         # release reads them at the stop.
         left = "is still on this node, although the commands have run"
-        for settings, told in (
+        for settings, reported in (
                 (node.settings(ADVENCE__PROCESS_KILL_COMMAND="true", AGENT__VIRTUAL_IP_STOP_COMMAND="true"),
                  (f"the address {node.ADDRESS} {left}", f"the program {node.PROGRAM} {left}")),
                 (None, (f"velarix-ha: nothing is released: cannot read {node.SETTINGS_PATH}: No such file",))):
@@ -135,18 +135,18 @@ class StopTest(OnAMachine):
             self.machine.run("systemctl stop velarix-ha", check=False)
             self.assertEqual(self.machine.agents(), [])
             self.assertEqual(self.property("ActiveState"), "failed")
-            for text in told:
+            for text in reported:
                 self.assertIn(text, self.journal())
 
     def test_a_hand_over_without_a_partner_and_an_unknown_wish_leave_everything_in_place(self):
-        for wish, told in (("handover", "nothing was handed over (see above)"),
+        for action, reported in (("handover", "nothing was handed over (see above)"),
                            ("perhaps", 'VELARIX_ON_STOP is "perhaps" and not leave, release or handover')):
-            self.machine.on_stop(wish)
+            self.machine.on_stop(action)
             self.start()
             program = self.machine.wait_until_serving()
             self.machine.run("systemctl stop velarix-ha")
             self.assertEqual((self.machine.agents(), self.machine.serves()), ([], [program]))
-            self.assertIn(told, self.journal())
+            self.assertIn(reported, self.journal())
 
 
 if __name__ == "__main__":
