@@ -4,7 +4,6 @@
 #include <charconv>
 #include <concepts>
 #include <ctime>
-#include <ranges>
 #include <vector>
 
 #include "inspect/Number.h"
@@ -202,9 +201,11 @@ std::optional<Heartbeat> parseHeartbeat(std::string_view text)
 		text.remove_suffix(1);
 	}
 	std::vector<std::string_view> fields;
-	for (const auto field : std::views::split(text, '/'))
+	for (std::size_t at = 0; at != std::string_view::npos;)
 	{
-		fields.emplace_back(field.begin(), field.end());
+		const std::size_t end = text.find('/', at);
+		fields.push_back(text.substr(at, end - at));
+		at = end == std::string_view::npos ? end : end + 1;
 	}
 	if (fields.size() < 6 || !fields[1].starts_with("process"))
 	{
