@@ -55,9 +55,11 @@ struct MessagePattern
 	/// Whether a piece has the text in it, in whatever case.
 	bool contains(std::string_view text) const
 	{
-		const auto lower = [](unsigned char c) { return std::tolower(c); };
-		return std::ranges::any_of(literals, [&](const std::string& literal)
-		                           { return !std::ranges::search(literal, text, {}, lower, lower).empty(); });
+		const auto same = [](unsigned char one, unsigned char other)
+		{ return std::tolower(one) == std::tolower(other); };
+		const auto found = [&](const std::string& literal)
+		{ return std::search(literal.begin(), literal.end(), text.begin(), text.end(), same) != literal.end(); };
+		return !text.empty() && std::ranges::any_of(literals, found);
 	}
 
 	bool fits(std::string_view text) const

@@ -95,10 +95,11 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 
 void setAside(CheckReport& report, const std::vector<std::string>& names)
 {
-	const auto rest = std::ranges::stable_partition(report.findings, [&](const Finding& finding)
-	                                                { return !checks::contains(names, finding.id); });
-	report.acknowledged.assign(rest.begin(), rest.end());
-	report.findings.erase(rest.begin(), rest.end());
+	const auto rest =
+	    std::stable_partition(report.findings.begin(), report.findings.end(),
+	                          [&](const Finding& finding) { return !checks::contains(names, finding.id); });
+	report.acknowledged.assign(rest, report.findings.end());
+	report.findings.erase(rest, report.findings.end());
 }
 
 /// By file in the order of the first finding's file, then by line; the order of
