@@ -78,12 +78,13 @@ void noZombie(Lab& lab, HostId node)
 	refuse(jobUnderWay(lab.host(node), zombieJob), "there is a zombie on " + nodeText(node) + " already");
 }
 
-/// A second copy finds its port taken and ends at once; its parent, which is
+/// A second copy that may not open anything ends at once; its parent, which is
 /// not the first process of the host, never asks for its status.
 void makeZombie(Lab& lab, HostId node)
 {
 	const Host& host = lab.host(node);
-	startJob(host, zombieJob, {"sh", "-c", std::string(plan::serviceProgram) + " & exec sleep infinity"});
+	const std::string copy = std::string("(ulimit -n 3; exec ") + plan::serviceProgram + ")";
+	startJob(host, zombieJob, {"sh", "-c", copy + " & exec sleep infinity"});
 	if (!waitFor([&] { return zombieOn(host); }, Millis(5000), "the zombie"))
 	{
 		endJob(host, zombieJob);
