@@ -163,7 +163,7 @@ constexpr FaultInfo table[]{
     {"agent-kill", true, "agent killed", "agent started", call<&Lab::killAgent, SIGKILL>, call<&Lab::startAgent>,
      agentRuns},
     {"agent-term", true, "agent terminated", "agent started", call<&Lab::killAgent, SIGTERM>, call<&Lab::startAgent>,
-     agentRuns},
+     agentNotFrozen}, // the signal would wait until it goes on
     {"agent-freeze", true, "agent frozen", "agent thawed", call<&Lab::freezeAgent>, call<&Lab::thawAgent>,
      agentNotFrozen},
     {"clock-ahead", true, "agent's clock two hours ahead", "agent's clock set right", stepClock<2>, stepClock<0>,

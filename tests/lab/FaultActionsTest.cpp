@@ -252,6 +252,7 @@ TEST_F(FaultAction, RunInfoRecordIsAwayOnceOnly)
 	EXPECT_EQ(refusalOf([] { repair("run-info-missing"); }), "the record of node a is not away");
 	inject("agent-freeze");
 	EXPECT_EQ(refusalOf("agent-freeze"), "the agent of node a is frozen already");
+	EXPECT_EQ(refusalOf("agent-term"), "the agent of node a is frozen already") << "the signal would wait";
 	repair("agent-freeze");
 	lab().killAgent(a);
 }
