@@ -61,7 +61,8 @@ protected:
 	/// The one in this lab; 0: there is none.
 	static pid_t relay()
 	{
-		for (const pid_t pid : inspect::host::processIds().value())
+		const std::optional<std::vector<pid_t>> pids = inspect::host::processIds();
+		for (const pid_t pid : pids.value())
 		{
 			const std::optional<Process> process = inspect::host::process(pid);
 			if (process && process->parent == ::getpid() &&
