@@ -139,8 +139,10 @@ void checkRecord(Findings& findings, const SettingsFile& record, const std::stri
 		if (line == nullptr)
 		{
 			const bool used = name == kLastRunTime;
-			findings.add(used ? "run-info-key-missing" : "run-info-key-missing/unused",
-			             {record.path(), record.lineOfSection("TRACE")}, name, name.substr(6));
+			findings.add(used ? Severity::error : Severity::warning, "run-info-key-missing",
+			             {record.path(), record.lineOfSection("TRACE")}, name, name.substr(6),
+			             used ? "the agent ends at its first heartbeat"
+			                  : "no effect as long as the agent does not use the key");
 		}
 		else if (!isEdited(text, name))
 		{
@@ -159,8 +161,7 @@ void runInfo(Findings& findings, const Paths& paths)
 	const FileKind kind = host::fileFacts(paths.runInfo).kind;
 	if (kind == FileKind::missing || kind == FileKind::directory)
 	{
-		const bool missing = kind == FileKind::missing;
-		findings.add(missing ? "run-info-missing" : "run-info-is-a-directory", {paths.runInfo});
+		findings.add(kind == FileKind::missing ? "run-info-missing" : "run-info-is-a-directory", {paths.runInfo});
 		return;
 	}
 	if (const std::optional<std::string> text = findings.read(paths.runInfo))

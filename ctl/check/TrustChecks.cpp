@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 #include <system_error>
+#include <tuple>
 
 #include <pwd.h>
 #include <sys/stat.h>
@@ -20,6 +21,16 @@ namespace velarix::ctl::checks
 {
 
 namespace fs = std::filesystem;
+
+bool isMissing(const fs::path& path)
+{
+	return host::fileFacts(path).kind == host::FileKind::missing;
+}
+
+bool isFile(const fs::path& path)
+{
+	return host::fileFacts(path).kind == host::FileKind::regular;
+}
 
 bool isExecutable(const fs::path& file)
 {
@@ -56,8 +67,7 @@ void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& re
 	{
 		if (toolPath(paths, tool).empty() && reported.insert(tool).second)
 		{
-			const bool there =
-			    tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
+			const bool there = tool.starts_with('/') && isFile(paths.belowIfAny(tool));
 			const char* entry = there ? "missing-tool/rights" : "missing-tool/command";
 			findings.add(tool == "arping" ? "missing-tool/arping" : entry, key, tool, effect);
 		}
@@ -99,8 +109,9 @@ public:
 		}
 		const fs::path rest = path.lexically_relative(m_paths.root);
 		fs::path at = m_paths.root;
-		look(at, use);
-		for (auto part = rest.begin(); part != rest.end(); ++part)
+		// Below what is not there nothing is, however long the path goes on.
+		bool there = look(at, use);
+		for (auto part = rest.begin(); there && part != rest.end(); ++part)
 		{
 			const fs::path next = *part == ".." ? at.parent_path() : at / *part;
 			std::error_code error;
@@ -116,16 +127,17 @@ public:
 				return;
 			}
 			at = next;
-			look(at, use);
+			there = look(at, use);
 		}
 	}
 
 private:
-	void look(const fs::path& path, const Use& use)
+	/// @return whether it is there, as far as this user may know
+	bool look(const fs::path& path, const Use& use)
 	{
 		if (!m_seen.insert(path.lexically_normal()).second)
 		{
-			return;
+			return true;
 		}
 		const FileFacts facts = host::fileFacts(path);
 		const bool directory = facts.kind == FileKind::directory;
@@ -134,7 +146,7 @@ private:
 		const bool open = (facts.mode & use.open & (facts.group == 0 ? ~mode_t{S_IWGRP} : ~mode_t{})) != 0;
 		if (facts.kind == FileKind::missing || facts.kind == FileKind::notKnown)
 		{
-			return; // reported where the path itself is looked at
+			return false; // reported where the path itself is looked at
 		}
 		const Place place = use.key.empty() ? Place{path} : m_findings.at(use.key);
 		m_findings.addWhen(open && !sticky, use.severity, directory ? "writable-directory" : "writable-program", place,
@@ -142,6 +154,7 @@ private:
 		// Another system's owners are numbers of that system.
 		m_findings.addWhen(facts.owner != 0 && !m_paths.elsewhere(), use.severity,
 		                   directory ? "directory-owner" : "program-owner", place, path, use.effect, facts.owner);
+		return true;
 	}
 
 	Findings& m_findings;
@@ -181,11 +194,20 @@ void option(Findings& findings, const std::filesystem::path& file, int line, con
 
 void tools(Findings& findings, const Paths& paths)
 {
-	for (const std::string entry :
-	     {"missing-tool/sh", "missing-tool/cat", "missing-tool/chmod", "missing-tool/ifconfig"})
+	for (const auto& [tool, effect, package] :
+	     {std::tuple("sh", "no command can be run and no program started", "the package dash"),
+	      {"cat",
+	       "the carrier of the interfaces cannot be read and counts as lost: a master gives up at once, a standby "
+	       "counts no missed heartbeats",
+	       "the package coreutils"},
+	      {"chmod", "the run script is not made executable: no program ever starts", "the package coreutils"},
+	      {"ifconfig",
+	       "the agent never sees the virtual IP on its interfaces: it relies on a ping of its own address alone, and "
+	       "raises the address again whenever that fails",
+	       "the package net-tools"}})
 	{
-		findings.addWhen(toolPath(paths, entry.substr(entry.find('/') + 1)).empty(), entry,
-		                 Place{findings.file.path()});
+		findings.addWhen(toolPath(paths, tool).empty(), "missing-tool", Place{findings.file.path()}, tool, effect,
+		                 package);
 	}
 	std::set<std::string> reported;
 	ofCommand(findings, paths, reported, key::kStartCommand, "the address may not be raised");
@@ -199,17 +221,17 @@ void trust(Findings& findings, const Paths& paths)
 	Trust trust(findings, paths);
 	const fs::path log = findings.valueOf(key::kLogPath);
 	trust.leaveOut(paths.settings);
-	trust.walk(paths.below(kAgent), {});
-	trust.walk(paths.runScript, {});
-	trust.walk(paths.settings, {});
+	for (const fs::path& path :
+	     {paths.below(kAgent), paths.runScript, paths.settings, paths.keeperSettings, paths.below(kAcknowledged)})
+	{
+		trust.walk(path, {});
+	}
 	trust.walk(paths.pid.parent_path(),
 	           {.severity = Severity::warning,
 	            .effect = "whoever may replace the pid file there chooses the process that a stop of the agent kills"});
 	trust.walk(
 	    paths.runInfo.parent_path(),
 	    {.severity = Severity::warning, .effect = "whoever may replace the run-info record there can end the agent"});
-	trust.walk(paths.keeperSettings, {});
-	trust.walk(paths.below(kAcknowledged), {});
 	for (const Program& program : programsOf(findings))
 	{
 		trust.walk(program.path.starts_with('/') ? paths.belowIfAny(program.path) : fs::path(), {.key = program.key});
@@ -244,7 +266,7 @@ void service(Findings& findings, const Paths& paths)
 {
 	static const Pattern kAssignment(R"(\s*(?:export\s+)?(VELARIX_\w*)\s*=\s*["']?([^"'\s#]*).*)");
 	const std::filesystem::path file = paths.below(kDefaults);
-	if (host::fileFacts(file).kind == host::FileKind::missing)
+	if (isMissing(file))
 	{
 		return;
 	}
@@ -277,8 +299,10 @@ void notifiers(Findings& findings, const Paths& paths)
 		{
 			continue;
 		}
-		found != all.end() ? findings.add("notifier-not-run/refused", {entry.path()}, found->refused)
-		                   : findings.add("notifier-not-run", {entry.path()});
+		findings.add("notifier-not-run", {entry.path()},
+		             found != all.end() ? "the notifier is refused: " + found->refused
+		                                : "this is no notifier: a name with other characters than letters, digits, "
+		                                  "\"-\" and \"_\", or no program that may be run");
 	}
 }
 

@@ -69,22 +69,14 @@ public:
 	}
 
 	/// @return what is found, the settings file being as it is
-	std::vector<std::string> foundIn(const fs::path& file) const
-	{
-		return found({.file = file, .partner = {}, .filesOnly = false});
-	}
+	std::vector<std::string> foundIn(const fs::path& file) const { return found({.file = file}); }
 	using CheckTest::lines;
 	using CtlTest::below;
 };
 
 using Node = InstallationCheck;
 
-struct Row
-{
-	const char* name;
-	std::vector<std::string> expected;
-	void (*change)(Node&);
-};
+using Row = FaultRow<Node>;
 
 // clang-format off
 const Row kRows[] = {
@@ -300,7 +292,7 @@ TEST_F(InstallationCheck, WhatThisUserMayNotLookAtIsSaid)
 {
 	write(CONFIG, joined(lines));
 	fakeHost().files[below("/usr/velarix/pid").string()] = {FileKind::notKnown, 0, 0, 0};
-	const CheckReport report = check({.file = settings(), .partner = {}, .filesOnly = false}, Paths(root()));
+	const CheckReport report = check({.file = settings()}, Paths(root()));
 	EXPECT_THAT(report.findings, IsEmpty());
 	ASSERT_FALSE(report.notChecked.empty());
 	EXPECT_EQ(anonymous(report.notChecked.front().what), "/usr/velarix/pid");

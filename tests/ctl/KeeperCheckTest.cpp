@@ -46,7 +46,7 @@ protected:
 	{
 		write(CONFIG, config);
 		write(KEEPER, keeperIni);
-		return found({.file = settings(), .partner = {}, .filesOnly = false});
+		return found({.file = settings()});
 	}
 
 	/// @return what the machine lacks for a keeper.ini
@@ -108,8 +108,7 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	}
 	fs::remove(below(KEEPER));
 	write(CONFIG, joined(lines));
-	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
-	            ElementsAre("error keeper-settings " KEEPER));
+	EXPECT_THAT(found({.file = settings()}), ElementsAre("error keeper-settings " KEEPER));
 }
 
 TEST_F(KeeperCheck, OneCauseIsOneFinding)
