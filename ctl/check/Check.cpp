@@ -21,12 +21,8 @@ namespace
 namespace fs = std::filesystem;
 
 /// A line with one of these has its other findings by it.
-bool explains(const std::string& id)
-{
-	return checks::contains(std::array{"quoted-value", "reference-to-nothing", "reference-not-closed",
-	                                   "comma-in-number", "pasted-characters", "same-address", "log-is-no-file"},
-	                        id);
-}
+constexpr std::array kExplaining{"quoted-value",      "reference-to-nothing", "reference-not-closed", "comma-in-number",
+                                 "pasted-characters", "same-address",         "log-is-no-file"};
 
 /// What follows from another finding that is no less severe, wherever that stands.
 constexpr std::array<std::pair<const char*, const char*>, 11> kFollows{{
@@ -50,7 +46,7 @@ void dropConsequences(CheckReport& report)
 	for (const Finding& finding : report.findings)
 	{
 		ids.insert(finding.id);
-		if (explains(finding.id) && finding.severity == Severity::error)
+		if (checks::contains(kExplaining, finding.id) && finding.severity == Severity::error)
 		{
 			explained.emplace(finding.file, finding.line);
 		}
@@ -58,7 +54,8 @@ void dropConsequences(CheckReport& report)
 	std::erase_if(report.findings,
 	              [&](const Finding& finding)
 	              {
-		              return (!explains(finding.id) && explained.contains({finding.file, finding.line})) ||
+		              return (!checks::contains(kExplaining, finding.id) &&
+		                      explained.contains({finding.file, finding.line})) ||
 		                     std::ranges::any_of(kFollows, [&](const auto& pair)
 		                                         { return finding.id == pair.first && ids.contains(pair.second); });
 	              });
@@ -108,12 +105,9 @@ void setAside(CheckReport& report, const std::vector<std::string>& names)
 /// the checks within a line.
 void sort(CheckReport& report, const fs::path& own)
 {
-	std::ranges::stable_sort(report.findings,
-	                         [&](const Finding& left, const Finding& right)
-	                         {
-		                         return std::tuple(left.file != own, left.file.string(), left.line) <
-		                                std::tuple(right.file != own, right.file.string(), right.line);
-	                         });
+	std::ranges::stable_sort(report.findings, {},
+	                         [&](const Finding& finding)
+	                         { return std::tuple(finding.file != own, finding.file.string(), finding.line); });
 }
 
 /// What an editor of another system writes: every second byte is a zero, and each line

@@ -216,20 +216,14 @@ std::vector<std::string> CommandText::addresses(bool raising) const
 
 std::optional<int> CommandText::prefixOf(const std::string& address) const
 {
-	const std::string wanted = address + "/";
-	for (std::size_t at = text.find(wanted); at != std::string::npos; at = text.find(wanted, at + 1))
+	// What is no address may hold the end of the quotation, too.
+	if (address.find('\\') != std::string::npos)
 	{
-		const bool within = at > 0 && std::string_view("0123456789.").find(text[at - 1]) != std::string_view::npos;
-		const std::size_t digits = at + wanted.size();
-		const std::size_t end = std::min(text.find_first_not_of("0123456789", digits), text.size());
-		if (const std::optional<int> prefix =
-		        inspect::numberIn<int>(std::string_view(text).substr(digits, end - digits));
-		    prefix && !within)
-		{
-			return prefix;
-		}
+		return std::nullopt;
 	}
-	return std::nullopt;
+	const std::string expression = "(?<![0-9.])\\Q" + address + "\\E/([0-9]+)";
+	const std::vector<std::string> prefixes = found(text, expression.c_str());
+	return prefixes.empty() ? std::nullopt : inspect::numberIn<int>(prefixes.front());
 }
 
 std::vector<std::string> wordsOf(const std::string& text)

@@ -60,7 +60,9 @@ void directory(Findings& findings, const fs::path& path, const Place& place, con
 	}
 	else if (facts.kind != FileKind::directory)
 	{
-		findings.add(facts.kind == FileKind::missing ? "missing-directory" : "no-directory", place, path, effect);
+		const bool missing = facts.kind == FileKind::missing;
+		findings.add(missing ? "missing-directory" : "no-directory", place, path, effect,
+		             missing ? "missing" : "no directory");
 	}
 	else if (facts.readOnly)
 	{
@@ -161,7 +163,9 @@ void runInfo(Findings& findings, const Paths& paths)
 	const FileKind kind = host::fileFacts(paths.runInfo).kind;
 	if (kind == FileKind::missing || kind == FileKind::directory)
 	{
-		findings.add(kind == FileKind::missing ? "run-info-missing" : "run-info-is-a-directory", {paths.runInfo});
+		const bool missing = kind == FileKind::missing;
+		findings.add(missing ? "run-info-missing" : "run-info-is-a-directory", {paths.runInfo},
+		             missing ? "there is no run-info record" : "the run-info record is a directory");
 		return;
 	}
 	if (const std::optional<std::string> text = findings.read(paths.runInfo))

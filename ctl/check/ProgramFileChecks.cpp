@@ -140,7 +140,7 @@ struct FileCheck
 		const std::string text = beginning(target.file);
 		if (text.empty())
 		{
-			add("empty-program-file");
+			add("empty-program-file", "empty");
 		}
 		else if (!text.starts_with(ELFMAG))
 		{
@@ -148,7 +148,7 @@ struct FileCheck
 		}
 		else if (isCut(text))
 		{
-			add("truncated-program");
+			add("truncated-program", "only the beginning of a program");
 		}
 	}
 

@@ -5,7 +5,6 @@
 #include <set>
 #include <sstream>
 #include <system_error>
-#include <tuple>
 
 #include <pwd.h>
 #include <sys/stat.h>
@@ -194,20 +193,11 @@ void option(Findings& findings, const std::filesystem::path& file, int line, con
 
 void tools(Findings& findings, const Paths& paths)
 {
-	for (const auto& [tool, effect, package] :
-	     {std::tuple("sh", "no command can be run and no program started", "the package dash"),
-	      {"cat",
-	       "the carrier of the interfaces cannot be read and counts as lost: a master gives up at once, a standby "
-	       "counts no missed heartbeats",
-	       "the package coreutils"},
-	      {"chmod", "the run script is not made executable: no program ever starts", "the package coreutils"},
-	      {"ifconfig",
-	       "the agent never sees the virtual IP on its interfaces: it relies on a ping of its own address alone, and "
-	       "raises the address again whenever that fails",
-	       "the package net-tools"}})
+	for (const std::string entry :
+	     {"missing-tool/sh", "missing-tool/cat", "missing-tool/chmod", "missing-tool/ifconfig"})
 	{
-		findings.addWhen(toolPath(paths, tool).empty(), "missing-tool", Place{findings.file.path()}, tool, effect,
-		                 package);
+		findings.addWhen(toolPath(paths, entry.substr(entry.find('/') + 1)).empty(), entry,
+		                 Place{findings.file.path()});
 	}
 	std::set<std::string> reported;
 	ofCommand(findings, paths, reported, key::kStartCommand, "the address may not be raised");

@@ -66,6 +66,7 @@ protected:
 TEST_F(KeeperCheck, ASoundNodeHasNoFindingAndItsCommandsAreNotTried)
 {
 	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty());
+	EXPECT_THAT(run({"check", settings()}).out, Not(HasSubstr("not checked: interfaces")));
 	EXPECT_THAT(fakeHost().trials, IsEmpty());
 }
 
