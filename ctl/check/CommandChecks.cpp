@@ -171,20 +171,17 @@ const char* nameFault(const std::string& name)
 }
 
 /// The start command leaves a shell and what it calls behind.
-void helper(Findings& findings, const Program& program)
+std::set<std::string> helpersOf(const Findings& findings)
 {
 	std::set<std::string> helpers{"sh"};
 	for (const std::string& called : commandOf(findings, key::kStartCommand).programs())
 	{
 		helpers.insert(programName(called).substr(0, kProcessNameLength));
 	}
-	const auto found = std::ranges::find_if(helpers, [&](const std::string& name)
-	                                        { return name.find(program.name) != std::string::npos; });
-	findings.addWhen(found != helpers.end() && !findings.has("name-of-an-interpreter", program.key), "name-of-a-helper",
-	                 program.key, program.name, found == helpers.end() ? "" : *found);
+	return helpers;
 }
 
-void one(Findings& findings, const Program& program)
+void one(Findings& findings, const Program& program, const std::set<std::string>& helpers)
 {
 	if (program.name.empty())
 	{
@@ -202,11 +199,17 @@ void one(Findings& findings, const Program& program)
 		return;
 	}
 	path(findings, program);
-	if (const char* fault = nameFault(program.name))
+	const char* fault = nameFault(program.name);
+	const auto helper = std::ranges::find_if(helpers, [&](const std::string& name)
+	                                         { return name.find(program.name) != std::string::npos; });
+	if (fault != nullptr)
 	{
 		findings.add(fault, program.key, program.name, program.name.size());
 	}
-	helper(findings, program);
+	if (helper != helpers.end() && !findings.has("name-of-an-interpreter", program.key))
+	{
+		findings.add("name-of-a-helper", program.key, program.name, *helper);
+	}
 }
 
 /// One program's process counts once for every configured name that it contains.
@@ -257,9 +260,10 @@ std::vector<Program> programsOf(const Findings& findings)
 void programs(Findings& findings)
 {
 	const std::vector<Program> all = programsOf(findings);
+	const std::set<std::string> helpers = helpersOf(findings);
 	for (auto left = all.begin(); left != all.end(); ++left)
 	{
-		one(findings, *left);
+		one(findings, *left, helpers);
 		for (auto right = left + 1; right != all.end(); ++right)
 		{
 			const bool inOrder = left->name.size() <= right->name.size();

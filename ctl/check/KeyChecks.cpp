@@ -53,7 +53,7 @@ void number(Findings& findings, const std::string& name, const KeyInfo& info)
 
 void check(Findings& findings, const std::string& name, const KeyInfo& info)
 {
-	if (findings.file.find(name) == nullptr)
+	if (findings.find(name) == nullptr)
 	{
 		findings.file.lacksSection(name) ? void() : missing(findings, name, info);
 		return;
@@ -87,7 +87,7 @@ void programPaths(Findings& findings, const KeyInfo& info)
 	for (int i = 1; i <= number && i <= there + 1; ++i)
 	{
 		const std::string name = programKey(i);
-		if (findings.file.find(name) == nullptr)
+		if (findings.find(name) == nullptr)
 		{
 			findings.add("missing-program", name, number, info.missing);
 			return;
