@@ -4,6 +4,8 @@
 #include <tuple>
 #include <utility>
 
+#include <Poco/String.h>
+
 #include "ctl/Keeper.h"
 #include "ctl/check/Checks.h"
 #include "ctl/verbs/Verbs.h"
@@ -19,12 +21,8 @@ namespace
 namespace fs = std::filesystem;
 
 /// A line with one of these has its other findings by it.
-bool explains(const std::string& id)
-{
-	return checks::contains(std::array{"quoted-value", "reference-to-nothing", "reference-not-closed",
-	                                   "comma-in-number", "pasted-characters", "same-address", "log-is-no-file"},
-	                        id);
-}
+constexpr std::array kExplaining{"quoted-value",      "reference-to-nothing", "reference-not-closed", "comma-in-number",
+                                 "pasted-characters", "same-address",         "log-is-no-file"};
 
 /// What follows from another finding that is no less severe, wherever that stands.
 constexpr std::array<std::pair<const char*, const char*>, 11> kFollows{{
@@ -48,7 +46,7 @@ void dropConsequences(CheckReport& report)
 	for (const Finding& finding : report.findings)
 	{
 		ids.insert(finding.id);
-		if (explains(finding.id) && finding.severity == Severity::error)
+		if (checks::contains(kExplaining, finding.id) && finding.severity == Severity::error)
 		{
 			explained.emplace(finding.file, finding.line);
 		}
@@ -56,7 +54,8 @@ void dropConsequences(CheckReport& report)
 	std::erase_if(report.findings,
 	              [&](const Finding& finding)
 	              {
-		              return (!explains(finding.id) && explained.contains({finding.file, finding.line})) ||
+		              return (!checks::contains(kExplaining, finding.id) &&
+		                      explained.contains({finding.file, finding.line})) ||
 		                     std::ranges::any_of(kFollows, [&](const auto& pair)
 		                                         { return finding.id == pair.first && ids.contains(pair.second); });
 	              });
@@ -77,7 +76,7 @@ std::vector<std::string> acknowledged(const Paths& paths, CheckReport& report)
 	const fs::path file = paths.below(checks::kAcknowledged);
 	try
 	{
-		std::istringstream lines(host::fileFacts(file).kind == host::FileKind::missing ? "" : readInputFile(file));
+		std::istringstream lines(checks::isMissing(file) ? "" : readInputFile(file));
 		int number = 0;
 		for (std::string line; std::getline(lines, line);)
 		{
@@ -106,12 +105,9 @@ void setAside(CheckReport& report, const std::vector<std::string>& names)
 /// the checks within a line.
 void sort(CheckReport& report, const fs::path& own)
 {
-	std::ranges::stable_sort(report.findings,
-	                         [&](const Finding& left, const Finding& right)
-	                         {
-		                         return std::tuple(left.file != own, left.file.string(), left.line) <
-		                                std::tuple(right.file != own, right.file.string(), right.line);
-	                         });
+	std::ranges::stable_sort(report.findings, {},
+	                         [&](const Finding& finding)
+	                         { return std::tuple(finding.file != own, finding.file.string(), finding.line); });
 }
 
 /// What an editor of another system writes: every second byte is a zero, and each line
@@ -122,11 +118,38 @@ bool isOtherEncoding(const std::string& content)
 	       content.find('\0') != std::string::npos;
 }
 
+/// @param settings gets the file
+/// @return the finding of what the daemon cannot read; null for nothing
+const char* refusal(const fs::path& file, std::optional<SettingsFile>& settings)
+{
+	const host::FileKind kind = host::fileFacts(file).kind;
+	if (kind == host::FileKind::missing || kind == host::FileKind::directory)
+	{
+		return kind == host::FileKind::missing ? "settings-missing" : "settings-is-a-directory";
+	}
+	const std::string content = readInputFile(file);
+	if (isOtherEncoding(content))
+	{
+		return "settings-encoding";
+	}
+	settings = SettingsFile::parse(file, content);
+	if (settings->lineOfSection("address") != 0 && settings->lineOfSection("AGENT") == 0)
+	{
+		return "settings-of-the-keeper";
+	}
+	if (settings->lines().empty())
+	{
+		return "settings-empty";
+	}
+	return std::ranges::none_of(settings->lines(), &SettingLine::assigned) ? "no-assignment/at-all" : nullptr;
+}
+
 /// @return the file; nothing when it is none that the daemon can read, which has
 ///         been reported
 std::optional<SettingsFile> open(const fs::path& file, CheckReport& report, bool partners = false)
 {
-	const auto refuse = [&](const char* entry)
+	std::optional<SettingsFile> settings;
+	if (const char* entry = refusal(file, settings))
 	{
 		report.add(entry, {}, {file},
 		           {"",
@@ -134,42 +157,10 @@ std::optional<SettingsFile> open(const fs::path& file, CheckReport& report, bool
 		                     : "the agent ends at its start; nothing but a line on its standard error tells why",
 		            partners ? "name a copy of the partner's config.ini"
 		                     : "write it: \"velarixctl init\" makes the files of both nodes"});
-		return std::optional<SettingsFile>();
-	};
-	const host::FileKind kind = host::fileFacts(file).kind;
-	if (kind == host::FileKind::missing)
-	{
-		return refuse("settings-missing");
-	}
-	if (kind == host::FileKind::directory)
-	{
-		return refuse("settings-is-a-directory");
-	}
-	const std::string content = readInputFile(file);
-	if (isOtherEncoding(content))
-	{
-		return refuse("settings-encoding");
-	}
-	SettingsFile settings = SettingsFile::parse(file, content);
-	const std::vector<SettingLine>& lines = settings.lines();
-	if (settings.lineOfSection("address") != 0 && settings.lineOfSection("AGENT") == 0)
-	{
-		return refuse("settings-of-the-keeper");
-	}
-	if (lines.empty())
-	{
-		return refuse("settings-empty");
-	}
-	if (std::ranges::none_of(lines, &SettingLine::assigned))
-	{
-		return refuse("no-assignment/at-all");
-	}
-	Findings findings(settings, report);
-	if (checks::writtenForOthers(findings))
-	{
 		return std::nullopt;
 	}
-	return settings;
+	Findings findings(*settings, report);
+	return checks::writtenForOthers(findings) ? std::nullopt : settings;
 }
 
 /// Its keeper.ini stands beside a settings file; the installed one is taken for a file
@@ -184,20 +175,8 @@ std::optional<checks::KeeperFile> openKeeper(Findings& findings, const Paths& pa
 	const fs::path& installed = paths.keeperSettings;
 	fs::path path = findings.file.path().parent_path() / installed.filename();
 	const bool isInstalled = findings.file.path() == paths.settings;
-	path = isInstalled || host::fileFacts(path).kind == host::FileKind::missing ? installed : path;
+	path = isInstalled || checks::isMissing(path) ? installed : path;
 	return checks::KeeperFile{path, keeper::readSettings(path.c_str())};
-}
-
-void disk(Findings& findings, const Paths& paths)
-{
-	checks::installation(findings, paths);
-	checks::programFiles(findings, paths);
-	checks::trust(findings, paths);
-	checks::tools(findings, paths);
-	checks::service(findings, paths);
-	checks::notifiers(findings, paths);
-	checks::firewall(findings, paths);
-	checks::tunnelFiles(findings);
 }
 
 void node(Findings& findings, const CheckRequest& request, const Paths& paths,
@@ -208,7 +187,14 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths,
 		findings.notChecked("directories, programs, tools and this machine", "--files-only");
 		return;
 	}
-	disk(findings, paths);
+	checks::installation(findings, paths);
+	checks::programFiles(findings, paths);
+	checks::trust(findings, paths);
+	checks::tools(findings, paths);
+	checks::service(findings, paths);
+	checks::notifiers(findings, paths);
+	checks::firewall(findings, paths);
+	checks::tunnelFiles(findings);
 	if (keeperFile)
 	{
 		checks::keeperPrograms(findings, *keeperFile, paths);
@@ -222,6 +208,19 @@ void node(Findings& findings, const CheckRequest& request, const Paths& paths,
 	keeperFile ? checks::keeperMachine(findings, *keeperFile) : checks::trial(findings, host::addresses());
 }
 
+/// The partner's texts, and what must fit between the two.
+void compare(Findings& own, const std::optional<checks::KeeperFile>& ownKeeper, Findings& theirs,
+             const std::optional<checks::KeeperFile>& theirKeeper)
+{
+	checks::text(theirs);
+	checks::pair(own, theirs);
+	if (ownKeeper && theirKeeper)
+	{
+		checks::keeperFile(theirs, *theirKeeper);
+		checks::keeperPair(own, *ownKeeper, *theirKeeper);
+	}
+}
+
 void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keeperFile, CheckReport& report,
                     const fs::path& file)
 {
@@ -231,36 +230,29 @@ void comparePartner(Findings& own, const std::optional<checks::KeeperFile>& keep
 		return;
 	}
 	Findings theirs(*partner, report);
-	checks::text(theirs);
-	checks::pair(own, theirs);
+	std::optional<checks::KeeperFile> other;
 	const fs::path beside = file.parent_path() / (keeperFile ? keeperFile->path.filename() : "");
-	if (keeperFile && (host::fileFacts(beside).kind == host::FileKind::missing || beside == keeperFile->path))
+	if (keeperFile && (checks::isMissing(beside) || beside == keeperFile->path))
 	{
 		own.notChecked("whether the keeper does the same on both nodes",
 		               "the partner's keeper.ini is not beside its file");
 	}
 	else if (keeperFile)
 	{
-		const checks::KeeperFile other{beside, keeper::readSettings(beside.c_str())};
-		checks::keeperFile(theirs, other);
-		checks::keeperPair(own, *keeperFile, other);
-		checks::reachKeys(own, *keeperFile, other);
+		other = checks::KeeperFile{beside, keeper::readSettings(beside.c_str())};
+		checks::reachKeys(own, *keeperFile, *other);
 	}
+	compare(own, keeperFile, theirs, other);
 }
 
 /// What is done about it is done on the machine that the files belong to.
 void leaveOutRoot(CheckReport& report, const Paths& paths)
 {
-	const std::string root = (paths.root / "").string();
 	for (Finding& finding : report.findings)
 	{
-		for (std::size_t at = 0; (at = finding.remedy.find(root, at)) != std::string::npos; ++at)
-		{
-			if (at == 0 || finding.remedy[at - 1] == ' ')
-			{
-				finding.remedy.replace(at, root.size(), "/");
-			}
-		}
+		std::string words = " " + finding.remedy;
+		Poco::replaceInPlace(words, " " + (paths.root / "").string(), std::string(" /"));
+		finding.remedy = words.substr(1);
 	}
 }
 
@@ -313,17 +305,16 @@ CheckReport checkTexts(const NodeTexts& own, const NodeTexts& partner)
 	CheckReport report;
 	Findings left(own.settings, report);
 	Findings right(partner.settings, report);
+	std::optional<checks::KeeperFile> here;
+	std::optional<checks::KeeperFile> there;
 	checks::text(left);
-	checks::text(right);
-	checks::pair(left, right);
 	if (!own.keeperText.empty())
 	{
-		const checks::KeeperFile here{own.keeperFile, keeper::parseSettings(own.keeperText)};
-		const checks::KeeperFile there{partner.keeperFile, keeper::parseSettings(partner.keeperText)};
-		checks::keeperFile(left, here);
-		checks::keeperFile(right, there);
-		checks::keeperPair(left, here, there);
+		here = checks::KeeperFile{own.keeperFile, keeper::parseSettings(own.keeperText)};
+		there = checks::KeeperFile{partner.keeperFile, keeper::parseSettings(partner.keeperText)};
+		checks::keeperFile(left, *here);
 	}
+	compare(left, here, right, there);
 	sort(report, own.settings.path());
 	return report;
 }

@@ -10,6 +10,7 @@
 #include "ctl/check/Findings.h"
 #include "inspect/Host.h"
 #include "inspect/Paths.h"
+#include "inspect/SettingsKeys.h"
 #include "keeper/Settings.h"
 
 namespace velarix::ctl::checks
@@ -52,10 +53,19 @@ void pair(Findings& own, Findings& partner);
 void installation(Findings& findings, const Paths& paths);
 /// The programs' files.
 void programFiles(Findings& findings, const Paths& paths);
-/// The file of a program or check that the keeper runs.
-/// @param stays its end is the service's
-void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const std::filesystem::path& file,
-                    const std::string& effect, bool stays);
+/// A file that is run as a program.
+struct ProgramFile
+{
+	std::filesystem::path file;
+	Place place;
+	/// Of one that does not start.
+	std::string effect;
+	/// What the agent looks for; empty for what the keeper runs, whose name is all the same.
+	std::string name = {};
+	/// The keeper takes its end for the service's.
+	bool stays = false;
+};
+void programFile(Findings& findings, const Paths& paths, const ProgramFile& program);
 /// Who may write along the paths of what root runs, links followed.
 void trust(Findings& findings, const Paths& paths);
 /// The tools that the agent and the commands call.
@@ -138,9 +148,18 @@ struct CommandRole
 	const char* blocked;
 };
 
-extern const CommandRole kStartRole;
-extern const CommandRole kStopRole;
-extern const CommandRole kKillRole;
+inline constexpr CommandRole kStartRole{
+    key::kStartCommand,
+    "the address is not raised: the agent pings it for ever, while its heartbeats already say master and nobody takes "
+    "over",
+    "the agent waits for its end for ever: no program is started, while its heartbeats already say master and nobody "
+    "takes over"};
+inline constexpr CommandRole kStopRole{
+    key::kStopCommand, "the address is never dropped: after a failover both nodes hold it (split-brain)",
+    "the agent waits for its end for ever, already at its start"};
+inline constexpr CommandRole kKillRole{
+    key::kKillCommand, "the programs are never killed: after a failover they run on both nodes (split-brain)",
+    "the agent waits for its end for ever, already at its start"};
 
 /// A configured program.
 struct Program
@@ -176,6 +195,9 @@ bool contains(const Range& range, const Value& value, Projection projection = {}
 ///         reported once, by the check of the addresses
 bool isVirtualAddress(const std::string& text);
 
+/// Links are followed.
+bool isMissing(const std::filesystem::path& path);
+bool isFile(const std::filesystem::path& path);
 bool isExecutable(const std::filesystem::path& file);
 
 /// @param tool its name or its path

@@ -11,19 +11,6 @@
 namespace velarix::ctl::checks
 {
 
-const CommandRole kStartRole{
-    key::kStartCommand,
-    "the address is not raised: the agent pings it for ever, while its heartbeats already say master and nobody takes "
-    "over",
-    "the agent waits for its end for ever: no program is started, while its heartbeats already say master and nobody "
-    "takes over"};
-const CommandRole kStopRole{key::kStopCommand,
-                            "the address is never dropped: after a failover both nodes hold it (split-brain)",
-                            "the agent waits for its end for ever, already at its start"};
-const CommandRole kKillRole{key::kKillCommand,
-                            "the programs are never killed: after a failover they run on both nodes (split-brain)",
-                            "the agent waits for its end for ever, already at its start"};
-
 namespace
 {
 
@@ -65,12 +52,13 @@ void announced(Findings& findings, const CommandText& command)
 	if (isVirtualAddress(address) && !addresses.empty() && !contains(addresses, address) &&
 	    !command.matches(R"(\barping\b[^;&|]*\$)"))
 	{
-		findings.add("announced-elsewhere", kStartRole.key, addresses.front(), address);
+		findings.add("announced-elsewhere", kStartRole.key, addresses.front(), "VIRTUAL_IP is " + address);
 	}
 	else if (!interfaces.empty() && interfaces.front() != kServiceInterface && !raised.empty() &&
 	         !contains(raised, interfaces.front()))
 	{
-		findings.add("announced-elsewhere/interface", kStartRole.key, interfaces.front(), raised.front());
+		findings.add("announced-elsewhere", kStartRole.key, "on " + interfaces.front(),
+		             "the address is raised on " + raised.front());
 	}
 }
 
@@ -82,27 +70,30 @@ void announcement(Findings& findings, const CommandText& command)
 		announced(findings, command);
 		return;
 	}
-	const bool asks = command.matches(R"(\barping\b)");
-	findings.add(asks ? "no-gratuitous-arp/asks" : "no-gratuitous-arp", kStartRole.key);
+	findings.add("no-gratuitous-arp", kStartRole.key,
+	             command.matches(R"(\barping\b)")
+	                 ? "arping is called without -A or -U, so that it asks and announces nothing"
+	                 : "the command sends no gratuitous ARP");
 }
 
 void nameLost(Findings& findings, const CommandText& command)
 {
-	const std::string& plain = command.plain();
+	const std::string& plain = command.plain;
 	const std::size_t end = plain.find_last_not_of(" \t");
-	const std::string refusal = host::shellRefusal(command.text() + " name");
-	if (command.hasComment())
+	std::string lost;
+	if (command.hasComment)
 	{
-		findings.add("program-name-lost/comment", kKillRole.key);
+		lost = "becomes a part of the comment";
 	}
 	else if (end != std::string::npos && std::string_view(";&|").find(plain[end]) != std::string_view::npos)
 	{
-		findings.add("program-name-lost/separated", kKillRole.key);
+		lost = "is run as a command of its own";
 	}
-	else if (!refusal.empty())
+	else if (const std::string refusal = host::shellRefusal(command.text + " name"); !refusal.empty())
 	{
-		findings.add("program-name-lost", kKillRole.key, refusal);
+		lost = "is no shell command there: " + refusal;
 	}
+	findings.addWhen(!lost.empty(), "program-name-lost", kKillRole.key, lost);
 }
 
 /// "-9f" and "-f"
@@ -115,9 +106,9 @@ bool hasOption(const std::vector<std::string>& words, char option)
 void killer(Findings& findings, const CommandText& command)
 {
 	// The last simple command gets the program's name behind it.
-	const std::string& text = command.plain();
+	const std::string& text = command.plain;
 	const std::vector<std::string> words = innerCommand(wordsOf(text.substr(text.find_last_of(";&|({") + 1))).words;
-	const auto calls = [&](const char* name) { return !words.empty() && baseName(words.front()) == name; };
+	const auto calls = [&](const char* name) { return !words.empty() && programName(words.front()) == name; };
 	const bool whole = calls("pkill") && hasOption(words, 'f');
 	findings.addWhen(calls("kill") && (words.front() == "kill" || words.front().ends_with("/bin/kill")), "kill-by-name",
 	                 kKillRole.key);
@@ -129,22 +120,21 @@ void killer(Findings& findings, const CommandText& command)
 /// @return false when there is no command to look into, which has been reported
 bool general(Findings& findings, const CommandRole& role, const CommandText& command)
 {
-	if (command.text().empty())
+	if (command.text.empty())
 	{
 		findings.add("empty-command", role.key, emptyEffect(*findKey(role.key)));
 		return false;
 	}
-	const bool nothing = command.plain().find_first_not_of(" \t") == std::string::npos && command.hasComment();
-	const std::string why = nothing ? "nothing but a comment" : host::shellRefusal(command.text());
+	const bool nothing = command.plain.find_first_not_of(" \t") == std::string::npos && command.hasComment;
+	const std::string why = nothing ? "nothing but a comment" : host::shellRefusal(command.text);
 	if (!why.empty())
 	{
 		findings.add("broken-command", role.key, why, role.useless);
 		return false;
 	}
-	findings.addWhen(withoutPasted(command.text()) != command.text(), "pasted-characters/command", role.key,
-	                 role.useless);
+	findings.addWhen(withoutPasted(command.text) != command.text, "pasted-characters/command", role.key, role.useless);
 	// Only some shells know it.
-	findings.addWhen(command.text().find("&>") != std::string::npos, "shell-of-its-own", role.key);
+	findings.addWhen(command.text.find("&>") != std::string::npos, "shell-of-its-own", role.key);
 	return true;
 }
 
@@ -181,20 +171,17 @@ const char* nameFault(const std::string& name)
 }
 
 /// The start command leaves a shell and what it calls behind.
-void helper(Findings& findings, const Program& program)
+std::set<std::string> helpersOf(const Findings& findings)
 {
 	std::set<std::string> helpers{"sh"};
 	for (const std::string& called : commandOf(findings, key::kStartCommand).programs())
 	{
-		helpers.insert(baseName(called).substr(0, kProcessNameLength));
+		helpers.insert(programName(called).substr(0, kProcessNameLength));
 	}
-	const auto found = std::ranges::find_if(helpers, [&](const std::string& name)
-	                                        { return name.find(program.name) != std::string::npos; });
-	findings.addWhen(found != helpers.end() && !findings.has("name-of-an-interpreter", program.key), "name-of-a-helper",
-	                 program.key, program.name, found == helpers.end() ? "" : *found);
+	return helpers;
 }
 
-void one(Findings& findings, const Program& program)
+void one(Findings& findings, const Program& program, const std::set<std::string>& helpers)
 {
 	if (program.name.empty())
 	{
@@ -212,11 +199,17 @@ void one(Findings& findings, const Program& program)
 		return;
 	}
 	path(findings, program);
-	if (const char* fault = nameFault(program.name))
+	const char* fault = nameFault(program.name);
+	const auto helper = std::ranges::find_if(helpers, [&](const std::string& name)
+	                                         { return name.find(program.name) != std::string::npos; });
+	if (fault != nullptr)
 	{
 		findings.add(fault, program.key, program.name, program.name.size());
 	}
-	helper(findings, program);
+	if (helper != helpers.end() && !findings.has("name-of-an-interpreter", program.key))
+	{
+		findings.add("name-of-a-helper", program.key, program.name, *helper);
+	}
 }
 
 /// One program's process counts once for every configured name that it contains.
@@ -267,9 +260,10 @@ std::vector<Program> programsOf(const Findings& findings)
 void programs(Findings& findings)
 {
 	const std::vector<Program> all = programsOf(findings);
+	const std::set<std::string> helpers = helpersOf(findings);
 	for (auto left = all.begin(); left != all.end(); ++left)
 	{
-		one(findings, *left);
+		one(findings, *left, helpers);
 		for (auto right = left + 1; right != all.end(); ++right)
 		{
 			const bool inOrder = left->name.size() <= right->name.size();

@@ -8,6 +8,7 @@
 #include "ctl/check/Checks.h"
 #include "inspect/Number.h"
 #include "inspect/Pattern.h"
+#include "inspect/SettingsFile.h"
 
 namespace velarix::ctl
 {
@@ -31,12 +32,13 @@ constexpr std::array kOpeners{"do", "then", "else", "elif", "while", "until", "i
 /// Behind these the text looks whether a program is there.
 constexpr std::array kLookers{"-x", "-e", "-f", "-v", "which", "type", "hash"};
 
-std::vector<std::string> found(const std::string& text, const inspect::Pattern& pattern, std::size_t group)
+/// @return the first group of each match
+std::vector<std::string> found(const std::string& text, const char* expression)
 {
 	std::vector<std::string> result;
-	for (const inspect::Pattern::Groups& groups : pattern.all(text))
+	for (const inspect::Pattern::Groups& groups : inspect::Pattern(expression).all(text))
 	{
-		result.push_back(groups.at(group));
+		result.push_back(groups.at(1));
 	}
 	return result;
 }
@@ -132,22 +134,22 @@ bool takesValue(const std::string& option, std::string_view valued)
 
 } // namespace
 
-CommandText::CommandText(std::string text) : m_text(std::move(text))
+CommandText::CommandText(std::string configured) : text(std::move(configured))
 {
 	static const inspect::Pattern kRedirection(R"((&>>?|[0-9]*(>>|>&|<&|>|<))\s*[^\s;&|()]*)");
 	static const inspect::Pattern kExpansion(R"(\$\{[^}]*\})");
-	const std::string bare = withoutQuotes(m_text.substr(0, kLookedAt), m_hasComment);
-	m_plain = kRedirection.replaced(kExpansion.replaced(bare, "$_"), " ");
+	const std::string bare = withoutQuotes(text.substr(0, kLookedAt), hasComment);
+	plain = kRedirection.replaced(kExpansion.replaced(bare, "$_"), " ");
 }
 
 bool CommandText::matches(const char* expression) const
 {
-	return !inspect::Pattern(expression).found(m_text.substr(0, kLookedAt)).empty();
+	return !inspect::Pattern(expression).found(text.substr(0, kLookedAt)).empty();
 }
 
 std::vector<std::string> CommandText::all(const char* expression) const
 {
-	return found(m_text.substr(0, kLookedAt), inspect::Pattern(expression), 1);
+	return found(text.substr(0, kLookedAt), expression);
 }
 
 bool CommandText::asksService() const
@@ -158,9 +160,7 @@ bool CommandText::asksService() const
 
 std::vector<std::string> CommandText::programs() const
 {
-	static const inspect::Pattern kToken(R"([;&|(){}]+|[^\s;&|(){}]+)");
-	static const inspect::Pattern kAssignment("[A-Za-z_][A-Za-z_0-9]*=.*");
-	const std::vector<std::string> tokens = found(m_plain, kToken, 0);
+	const std::vector<std::string> tokens = found(plain, R"(([;&|(){}]+|[^\s;&|(){}]+))");
 	std::vector<std::string> result;
 	std::set<std::string> known;
 	bool expected = true;
@@ -177,13 +177,13 @@ std::vector<std::string> CommandText::programs() const
 		}
 		else if (i > 0 && contains(kLookers, tokens[i - 1]))
 		{
-			known.insert(baseName(word));
+			known.insert(inspect::programName(word));
 		}
 		else if (expected && i + 1 < tokens.size() && tokens[i + 1].starts_with("()"))
 		{
 			known.insert(word); // a function of its own
 		}
-		else if (expected && !contains(kOpeners, word) && kAssignment.matched(word).empty())
+		else if (expected && !contains(kOpeners, word) && !isAssignment(word))
 		{
 			expected = false;
 			result.push_back(word);
@@ -192,7 +192,7 @@ std::vector<std::string> CommandText::programs() const
 	std::erase_if(result,
 	              [&](const std::string& word)
 	              {
-		              return contains(kShellWords, word) || known.contains(baseName(word)) ||
+		              return contains(kShellWords, word) || known.contains(inspect::programName(word)) ||
 		                     word.find_first_of("$`*?[") != std::string::npos;
 	              });
 	return result;
@@ -216,20 +216,14 @@ std::vector<std::string> CommandText::addresses(bool raising) const
 
 std::optional<int> CommandText::prefixOf(const std::string& address) const
 {
-	const std::string wanted = address + "/";
-	for (std::size_t at = m_text.find(wanted); at != std::string::npos; at = m_text.find(wanted, at + 1))
+	// What is no address may hold the end of the quotation, too.
+	if (address.find('\\') != std::string::npos)
 	{
-		const bool within = at > 0 && std::string_view("0123456789.").find(m_text[at - 1]) != std::string_view::npos;
-		const std::size_t digits = at + wanted.size();
-		const std::size_t end = std::min(m_text.find_first_not_of("0123456789", digits), m_text.size());
-		if (const std::optional<int> prefix =
-		        inspect::numberIn<int>(std::string_view(m_text).substr(digits, end - digits));
-		    prefix && !within)
-		{
-			return prefix;
-		}
+		return std::nullopt;
 	}
-	return std::nullopt;
+	const std::string expression = "(?<![0-9.])\\Q" + address + "\\E/([0-9]+)";
+	const std::vector<std::string> prefixes = found(text, expression.c_str());
+	return prefixes.empty() ? std::nullopt : inspect::numberIn<int>(prefixes.front());
 }
 
 std::vector<std::string> wordsOf(const std::string& text)
@@ -250,7 +244,7 @@ InnerCommand innerCommand(std::vector<std::string> words)
 	for (auto at = words.begin();;)
 	{
 		at = std::find_if_not(at, words.end(), isAssignment);
-		const std::string name = at == words.end() ? "" : baseName(*at);
+		const std::string name = at == words.end() ? "" : inspect::programName(*at);
 		const auto prefix = std::ranges::find(kPrefixes, name, &Prefix::name);
 		if (prefix == kPrefixes.end() || (*at != name && !isSystemDirectory(*at)))
 		{
@@ -281,11 +275,6 @@ InnerCommand innerCommand(std::vector<std::string> words)
 		inner.words.clear();
 	}
 	return inner;
-}
-
-std::string baseName(const std::string& path)
-{
-	return path.substr(path.rfind('/') + 1);
 }
 
 } // namespace velarix::ctl

@@ -9,19 +9,16 @@
 namespace velarix::ctl
 {
 
-class CommandText
+struct CommandText
 {
-public:
-	explicit CommandText(std::string text);
+	explicit CommandText(std::string configured);
 
-	const std::string& text() const { return m_text; }
-
-	/// @return the text with what stands in quotes made one word ("a b" gives a_b),
-	///         without redirections and without a comment at its end
-	const std::string& plain() const { return m_plain; }
-
+	std::string text;
+	/// The text with what stands in quotes made one word ("a b" gives a_b), without
+	/// redirections and without a comment at its end.
+	std::string plain;
 	/// It ends in a comment.
-	bool hasComment() const { return m_hasComment; }
+	bool hasComment = false;
 
 	/// @return whether a regular expression is found in the text
 	bool matches(const char* expression) const;
@@ -46,11 +43,6 @@ public:
 
 	/// @return N of the first "ADDRESS/N" in the text
 	std::optional<int> prefixOf(const std::string& address) const;
-
-private:
-	std::string m_text;
-	std::string m_plain;
-	bool m_hasComment = false;
 };
 
 /// @return the text, split at blanks
@@ -71,8 +63,5 @@ struct InnerCommand
 /// @return the command behind programs that only change how it runs, with their options:
 ///         "nice -n 5 flock FILE /opt/server -d" runs "/opt/server -d"
 InnerCommand innerCommand(std::vector<std::string> words);
-
-/// @return the file name of a path
-std::string baseName(const std::string& path);
 
 } // namespace velarix::ctl

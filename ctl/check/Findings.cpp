@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include <Poco/String.h>
 #include <nlohmann/json.hpp>
 
 #include "FindingTexts.h"
@@ -33,14 +34,22 @@ const std::map<std::string, Entry>& entries()
 		std::istringstream lines(kFindingTexts);
 		for (std::string line; std::getline(lines, line);)
 		{
-			if (line.starts_with('['))
+			Entry entry;
+			std::vector<std::string> names;
+			for (; line.starts_with('['); std::getline(lines, line))
 			{
-				const std::size_t end = line.find(']');
-				Entry& entry = result[line.substr(1, end - 1)];
+				names.push_back(line.substr(1, line.find(']') - 1));
 				entry.severity = line.ends_with(" error") ? Severity::error : Severity::warning;
-				std::getline(lines, entry.what);
+			}
+			if (!names.empty())
+			{
+				entry.what = line;
 				std::getline(lines, entry.effect);
 				std::getline(lines, entry.remedy);
+			}
+			for (const std::string& name : names)
+			{
+				result[name] = entry;
 			}
 		}
 		return result;
@@ -138,6 +147,14 @@ void CheckReport::add(const std::string& entry, std::optional<Severity> severity
 	                    filled(texts.what, values), filled(texts.effect, values), filled(texts.remedy, values)});
 }
 
+Findings::Findings(const SettingsFile& settings, CheckReport& report) : file(settings), m_report(report)
+{
+	for (const SettingLine& line : file.lines())
+	{
+		m_lines[Poco::toUpper(line.key)] = &line;
+	}
+}
+
 std::optional<std::string> Findings::read(const std::filesystem::path& path)
 {
 	try
@@ -153,20 +170,25 @@ std::optional<std::string> Findings::read(const std::filesystem::path& path)
 
 bool Findings::has(std::string_view id, std::string_view key) const
 {
-	return std::ranges::any_of(
-	    m_report.findings, [&](const Finding& finding)
-	    { return finding.id == id && finding.file == file.path() && finding.line == lineFor(key); });
+	return std::ranges::any_of(m_report.findings,
+	                           [&](const Finding& finding)
+	                           {
+		                           const bool isThere =
+		                               key.empty() || (finding.file == file.path() && finding.line == lineFor(key));
+		                           return finding.id == id && isThere;
+	                           });
 }
 
-bool Findings::hasAnywhere(std::string_view id) const
+const SettingLine* Findings::find(std::string_view key) const
 {
-	return std::ranges::find(m_report.findings, id, &Finding::id) != m_report.findings.end();
+	const auto found = m_lines.find(Poco::toUpper(std::string(key)));
+	return found == m_lines.end() ? nullptr : found->second;
 }
 
 int Findings::lineFor(std::string_view key) const
 {
-	const int line = file.lineOf(key);
-	return line != 0 ? line : file.lineOfSection(key.substr(0, key.find('.')));
+	const SettingLine* line = find(key);
+	return line != nullptr ? line->line : file.lineOfSection(key.substr(0, key.find('.')));
 }
 
 void printReport(std::ostream& out, const CheckReport& report, bool colour)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -56,6 +57,8 @@ struct Place
 {
 	std::filesystem::path file;
 	int line = 0;
+	/// Whose line it is; empty for a place that is none of a key's.
+	std::string key = {};
 };
 
 struct CheckReport
@@ -79,28 +82,29 @@ struct CheckReport
 class Findings
 {
 public:
-	Findings(const SettingsFile& settings, CheckReport& report) : file(settings), m_report(report) {}
+	Findings(const SettingsFile& settings, CheckReport& report);
 
 	/// The settings file that is being checked.
 	const SettingsFile& file;
 
-	/// Reports an entry of findings.txt at a key's line; a key that is missing gives its section's line.
-	/// @param values in place of {1}, {2} ... in its texts; {0} is the key
-	template <typename... Values> void add(const std::string& entry, std::string_view key, const Values&... values)
+	/// Reports an entry of findings.txt.
+	/// @param values in place of {1}, {2} ... in its texts; {0} is the key or the file
+	/// @param severity where it is not the one given there
+	template <typename... Values>
+	void add(std::optional<Severity> severity, const std::string& entry, const Place& place, const Values&... values)
 	{
-		m_report.add(entry, {}, {file.path(), lineFor(key)}, {std::string(key), text(values)...});
+		m_report.add(entry, severity, place, {place.key.empty() ? place.file.string() : place.key, text(values)...});
 	}
 
-	/// {0} is the file.
 	template <typename... Values> void add(const std::string& entry, const Place& place, const Values&... values)
 	{
-		m_report.add(entry, {}, place, {place.file, text(values)...});
+		add(std::nullopt, entry, place, values...);
 	}
 
-	template <typename... Values>
-	void add(Severity severity, const std::string& entry, const Place& place, const Values&... values)
+	/// At a key's line; a key that is missing gives its section's line.
+	template <typename... Values> void add(const std::string& entry, std::string_view key, const Values&... values)
 	{
-		m_report.add(entry, severity, place, {place.file, text(values)...});
+		add(entry, at(key), values...);
 	}
 
 	/// The same when something is so.
@@ -117,17 +121,16 @@ public:
 	/// @return the file's text; nothing for one that cannot be read, which is noted
 	std::optional<std::string> read(const std::filesystem::path& path);
 
-	/// @return whether that has been found at the key's line
-	bool has(std::string_view id, std::string_view key) const;
+	/// @return whether that has been found at the key's line; without a key, anywhere
+	bool has(std::string_view id, std::string_view key = {}) const;
 
-	/// @return whether that has been found in any file
-	bool hasAnywhere(std::string_view id) const;
+	/// @return the line whose value counts, null for a missing key; fast also where there are tens of thousands
+	const SettingLine* find(std::string_view key) const;
 
 	/// @return the key's line; that of its section when the key is missing, 0
 	///         when that is missing too
 	int lineFor(std::string_view key) const;
-
-	Place at(std::string_view key) const { return {file.path(), lineFor(key)}; }
+	Place at(std::string_view key) const { return {file.path(), lineFor(key), std::string(key)}; }
 
 	/// @return the value of a key; empty when it has none
 	std::string valueOf(std::string_view key) const { return file.text(std::string(key)).value_or(""); }
@@ -146,6 +149,8 @@ private:
 	}
 
 	CheckReport& m_report;
+	/// By the keys in capitals.
+	std::map<std::string, const SettingLine*> m_lines;
 };
 
 /// One paragraph for each finding: "FILE:LINE: error: WHAT [ID]", what happens,
@@ -159,9 +164,9 @@ void printReportJson(std::ostream& out, const CheckReport& report);
 struct CheckRequest
 {
 	/// Empty: the installed one.
-	std::string file;
+	std::string file = {};
 	/// The partner's; empty: not compared.
-	std::string partner;
+	std::string partner = {};
 	/// Look at nothing but the two files.
 	bool filesOnly = false;
 	/// Findings that do not count, by their names.

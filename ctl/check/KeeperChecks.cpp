@@ -43,9 +43,7 @@ bool isNothing(const KeeperFile& file)
 
 void commandsOf(Findings& findings)
 {
-	const std::array<std::pair<const CommandRole*, const char*>, 3> verbs{
-	    {{&kStartRole, "raise"}, {&kStopRole, "drop"}, {&kKillRole, "stop"}}};
-	for (const auto& [role, verb] : verbs)
+	for (const auto& [role, verb] : {std::pair(&kStartRole, "raise"), {&kStopRole, "drop"}, {&kKillRole, "stop"}})
 	{
 		const std::string command = keeperCommand(verb);
 		// A gate may stand in front: "fence-partner && keeper raise".
@@ -86,17 +84,13 @@ void services(Findings& findings, const KeeperFile& file)
 void reachOf(Findings& findings, const KeeperFile& file)
 {
 	const keeper::ReachSettings& reach = file.parsed.settings.reach;
-	const std::array<std::tuple<const char*, const std::string*, const char*>, 3> same{
-	    {{"address", &reach.address, key::kGatewayIP},
-	     {"own", &reach.own, key::kThisServerIP},
-	     {"partner", &reach.partner, key::kPartnerIP}}};
-	for (const auto& [name, value, key] : same)
+	for (const auto& [name, value, key] : {std::tuple("address", reach.address, key::kGatewayIP),
+	                                       {"own", reach.own, key::kThisServerIP},
+	                                       {"partner", reach.partner, key::kPartnerIP}})
 	{
 		const std::string other = findings.valueOf(key);
-		if (!value->empty() && *value != other)
-		{
-			findings.add("reach-address-differs", {file.path, reach.line}, name, *value, key, other);
-		}
+		findings.addWhen(!value.empty() && value != other, "reach-address-differs", Place{file.path, reach.line}, name,
+		                 value, key, other);
 	}
 }
 
@@ -116,8 +110,10 @@ void reachMachine(Findings& findings, const KeeperFile& file)
 	}
 	const fs::path path = keyBeside(file);
 	const host::FileFacts facts = host::fileFacts(path);
-	findings.addWhen(facts.kind != host::FileKind::regular || (facts.mode & 077) != 0 || facts.owner != 0,
-	                 facts.kind == host::FileKind::regular ? "reach-key/open" : "reach-key", Place{path});
+	const bool there = facts.kind == host::FileKind::regular;
+	findings.addWhen(!there || (facts.mode & 077) != 0 || facts.owner != 0, "reach-key", Place{path},
+	                 there ? "others than root may read the key of the reachability"
+	                       : "there is no key of the reachability");
 }
 
 /// The keeper's own address on this machine has its label, and is no finding.
@@ -217,7 +213,7 @@ void inner(Findings& findings, const Paths& paths, const Place& place, const std
 	}
 	if (const fs::path file = toolPath(paths, program); !file.empty())
 	{
-		serviceProgram(findings, paths, place, file, effect, stays);
+		programFile(findings, paths, {.file = file, .place = place, .effect = effect, .stays = stays});
 		return;
 	}
 	// Another one may come with a mount, or a PATH of its own.
@@ -231,7 +227,6 @@ void reachKeys(Findings& findings, const KeeperFile& own, const KeeperFile& part
 {
 	const fs::path here = keyBeside(own);
 	const fs::path there = keyBeside(partner);
-	const auto isFile = [](const fs::path& path) { return host::fileFacts(path).kind == host::FileKind::regular; };
 	findings.addWhen(own.parsed.settings.reach.line != 0 && isFile(here) && isFile(there) &&
 	                     readInputFile(here) != readInputFile(there),
 	                 "reach-key-differs", Place{here}, there);
@@ -269,7 +264,7 @@ void keeperPrograms(Findings& findings, const KeeperFile& file, const Paths& pat
 			if (!program.empty())
 			{
 				const bool stays = command == &service.command;
-				serviceProgram(findings, paths, place, program, effect, stays);
+				programFile(findings, paths, {.file = program, .place = place, .effect = effect, .stays = stays});
 				inner(findings, paths, place, *command, effect, stays);
 				paths.elsewhere() ? void() : reach(findings, place, service, program, effect);
 			}
@@ -295,7 +290,7 @@ void keeperMachine(Findings& findings, const KeeperFile& file)
 		return;
 	}
 	std::vector<keeper::Finding> found = keeper::checkMachine(file.parsed.settings);
-	const char* missing = findings.hasAnywhere("missing-interface") || findings.hasAnywhere("keeper-another-interface")
+	const char* missing = findings.has("missing-interface") || findings.has("keeper-another-interface")
 	                          ? "there is no interface "
 	                          : nullptr;
 	std::erase_if(found, [&](const keeper::Finding& finding) { return missing && finding.text.starts_with(missing); });
@@ -311,8 +306,9 @@ void keeperPair(Findings& findings, const KeeperFile& own, const KeeperFile& par
 {
 	const keeper::AddressSettings& here = own.parsed.settings.address;
 	const keeper::AddressSettings& there = partner.parsed.settings.address;
-	findings.addWhen(here.line != 0 && there.line != 0 && here.defend == there.defend,
-	                 here.defend ? "keeper-on-conflict/defend" : "keeper-on-conflict", Place{own.path, here.line});
+	findings.addWhen(here.line != 0 && there.line != 0 && here.defend == there.defend, "keeper-on-conflict",
+	                 Place{own.path, here.line}, here.defend ? "defend" : "yield",
+	                 here.defend ? "keep the address" : "drop the address, and services restart");
 	const auto servicesOf = [](const KeeperFile& file)
 	{
 		std::vector<std::tuple<std::string, std::vector<std::string>, std::string, std::string>> services;

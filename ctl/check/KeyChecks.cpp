@@ -1,13 +1,13 @@
 // Every key is there, and its value is one that the agent can work with, alone and beside the partner's.
 
 #include <array>
+#include <tuple>
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 #include <Poco/FileChannel.h>
 
 #include "ctl/check/Checks.h"
-#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
 
 namespace velarix::ctl::checks
@@ -23,26 +23,37 @@ constexpr int kLongWaitingTime = 60;
 void missing(Findings& findings, const std::string& name, const KeyInfo& info)
 {
 	const std::size_t dot = name.find('.');
-	findings.add(info.whenRead == "never" ? "missing-key/unused" : "missing-key", name, info.missing,
-	             name.substr(dot + 1), info.example, name.substr(0, dot));
+	findings.add(info.whenRead == "never" ? Severity::warning : Severity::error, "missing-key", findings.at(name),
+	             info.missing, name.substr(dot + 1), info.example, name.substr(0, dot));
+}
+
+/// The library leaves commas out: they are taken for those between thousands. No pattern looks at this, since it
+/// recurses for each group of digits.
+/// @param text a number for the library
+bool hasOddComma(const std::string& text)
+{
+	const std::string digits = text.substr(text.find_first_of("0123456789,"));
+	bool odd = digits.front() == ',';
+	for (std::size_t i = 0; i < digits.size(); ++i)
+	{
+		odd = odd || (digits[digits.size() - 1 - i] == ',') != (i % 4 == 3);
+	}
+	return odd && digits.find(',') != std::string::npos;
 }
 
 void number(Findings& findings, const std::string& name, const KeyInfo& info)
 {
-	static const Pattern kThousands("[-+]?[0-9]{1,3}(,[0-9]{3})*");
 	const std::string text = findings.valueOf(name);
 	const std::optional<int> value = findings.file.integer(name);
 	findings.addWhen(!value, "not-a-number", name,
 	                 text.empty() ? "empty" : "\"" + text + "\", which is no whole number", info.missing,
 	                 info.unit.empty() ? "1 or 2" : info.unit);
-	// The library leaves commas out: they are taken for those between thousands.
-	findings.addWhen(value && text.find(',') != std::string::npos && kThousands.matched(text).empty(),
-	                 "comma-in-number", name, text, value.value_or(0));
+	findings.addWhen(value && hasOddComma(text), "comma-in-number", name, text, value.value_or(0));
 }
 
 void check(Findings& findings, const std::string& name, const KeyInfo& info)
 {
-	if (findings.file.find(name) == nullptr)
+	if (findings.find(name) == nullptr)
 	{
 		findings.file.lacksSection(name) ? void() : missing(findings, name, info);
 		return;
@@ -76,7 +87,7 @@ void programPaths(Findings& findings, const KeyInfo& info)
 	for (int i = 1; i <= number && i <= there + 1; ++i)
 	{
 		const std::string name = programKey(i);
-		if (findings.file.find(name) == nullptr)
+		if (findings.find(name) == nullptr)
 		{
 			findings.add("missing-program", name, number, info.missing);
 			return;
@@ -85,7 +96,7 @@ void programPaths(Findings& findings, const KeyInfo& info)
 	}
 }
 
-/// A number that is 1 or 2.
+/// A number that is missing or none is reported elsewhere.
 void choice(Findings& findings, const char* name, const char* id)
 {
 	const int value = findings.file.integer(name).value_or(1);
@@ -95,36 +106,33 @@ void choice(Findings& findings, const char* name, const char* id)
 void port(Findings& findings, const char* name)
 {
 	const int value = findings.file.integer(name).value_or(1);
-	findings.addWhen(value == 0, "port-out-of-range", name, value, findKey(name)->zero);
-	findings.addWhen(value < 0 || value > 65535, "port-out-of-range/modulo", name, value,
-	                 static_cast<unsigned>(value) & 0xFFFFU);
+	const std::string taken = std::to_string(static_cast<unsigned>(value) & 0xFFFFU);
+	findings.addWhen(value < 1 || value > 65535, "port-out-of-range", name, value,
+	                 value == 0 ? std::string(findKey(name)->zero)
+	                            : "port " + taken + " is taken, the number modulo 65536");
 }
 
-/// A time that must be above zero.
-void pause(Findings& findings, const char* name)
+void time(Findings& findings, const char* name, int least, const char* remedy)
 {
-	const int seconds = findings.file.integer(name).value_or(1);
-	if (seconds <= 0)
-	{
-		const KeyInfo& info = *findKey(name);
-		// "The same as zero" is no help to someone who reads this line alone.
-		const bool same = seconds == 0 || info.negative == "the same as zero";
-		findings.add(seconds == 0 ? "zero-time" : "negative-time", name, seconds, same ? info.zero : info.negative);
-	}
+	const int seconds = findings.file.integer(name).value_or(least);
+	const KeyInfo& info = *findKey(name);
+	// "The same as zero" is no help to someone who reads this line alone.
+	const bool same = seconds == 0 || info.negative == "the same as zero";
+	findings.addWhen(seconds < least, seconds == 0 ? "zero-time" : "negative-time", name, seconds,
+	                 same ? info.zero : info.negative, remedy);
 }
 
 void times(Findings& findings)
 {
 	for (const char* name : {key::kInterval, key::kReceivingTime, key::kCheckCycle})
 	{
-		pause(findings, name);
+		time(findings, name, 1, "at least 1 (second)");
 	}
+	time(findings, key::kWaitingTime, 0, "0 or a few seconds");
 	const int receiving = findings.file.integer(key::kReceivingTime).value_or(1);
 	findings.addWhen(receiving > kLongReceivingTime, "slow-take-over", key::kReceivingTime, receiving,
 	                 3LL * (receiving + 1LL));
 	const int waiting = findings.file.integer(key::kWaitingTime).value_or(0);
-	findings.addWhen(waiting < 0, "negative-time/waiting", key::kWaitingTime, waiting,
-	                 findKey(key::kWaitingTime)->negative);
 	findings.addWhen(waiting > kLongWaitingTime, "long-waiting-time", key::kWaitingTime, waiting);
 }
 
@@ -206,12 +214,12 @@ std::optional<int> raisedPrefix(const Findings& findings)
 }
 
 /// What belongs to the pair, and not to a node.
-constexpr std::array<std::pair<const char*, const char*>, 5> kAlike{{
-    {key::kVirtualIP, "virtual-ip-differs"},
-    {key::kGatewayIP, "gateways-differ"},
-    {key::kStartCommand, "commands-differ/start"},
-    {key::kStopCommand, "commands-differ/stop"},
-    {key::kKillCommand, "commands-differ/kill"},
+constexpr std::array<std::tuple<const char*, const char*, const char*>, 5> kAlike{{
+    {key::kVirtualIP, "virtual-ip-differs", ""},
+    {key::kGatewayIP, "gateways-differ", ""},
+    {key::kStartCommand, "commands-differ", "the address is raised"},
+    {key::kStopCommand, "commands-differ", "the address is dropped"},
+    {key::kKillCommand, "commands-differ", "the programs are killed"},
 }};
 
 void alike(Findings& own, Findings& partner)
@@ -219,13 +227,13 @@ void alike(Findings& own, Findings& partner)
 	// Commands for another address or prefix differ by that, which is reported.
 	const bool sameAddress = own.file.text(key::kVirtualIP) == partner.file.text(key::kVirtualIP) &&
 	                         raisedPrefix(own) == raisedPrefix(partner);
-	for (const auto& [key, entry] : kAlike)
+	for (const auto& [key, entry, what] : kAlike)
 	{
 		const std::string left = own.valueOf(key);
 		const std::string right = partner.valueOf(key);
 		const bool command = findKey(key)->type == KeyType::command;
 		own.addWhen(left != right && (sameAddress || !command) && !left.empty() && !right.empty(), entry, key,
-		            against(own, key, partner, key));
+		            against(own, key, partner, key), what);
 	}
 }
 
@@ -268,7 +276,7 @@ void keys(Findings& findings)
 		const bool next = name.substr(0, name.find('.')) != section;
 		section = name.substr(0, name.find('.'));
 		// Its keys are another one's then, or no one's: one fault. A byte order mark hides the first one.
-		findings.addWhen(next && findings.file.lacksSection(name) && !findings.hasAnywhere("byte-order-mark"),
+		findings.addWhen(next && findings.file.lacksSection(name) && !findings.has("byte-order-mark"),
 		                 "missing-section", Place{findings.file.path()}, section);
 		info.name == key::kProcessPath ? programPaths(findings, info) : check(findings, name, info);
 	}

@@ -83,44 +83,47 @@ void reference(Findings& findings, const SettingLine& line, KeyType type)
 	                 "reference-to-nothing", line.key);
 }
 
-/// It is known in a section that is not there, which is reported as such.
-bool displaced(const Findings& findings, const SettingLine& line)
+/// @return ".KEY" of each known key whose section is not there, which is reported as such
+std::vector<std::string> displacedKeys(const SettingsFile& file)
 {
-	const std::string name = "." + Poco::toUpper(line.key.substr(line.key.rfind('.') + 1));
-	return std::ranges::any_of(settingsKeys(),
-	                           [&](const KeyInfo& info)
-	                           {
-		                           const std::string known(info.name);
-		                           return findings.file.lacksSection(known) &&
-		                                  name.starts_with(known.substr(known.find('.')));
-	                           });
+	std::vector<std::string> result;
+	for (const KeyInfo& info : settingsKeys())
+	{
+		if (const std::string name(info.name); file.lacksSection(name))
+		{
+			result.push_back(name.substr(name.find('.')));
+		}
+	}
+	return result;
 }
 
-void value(Findings& findings, const SettingLine& line)
+void unknownKey(Findings& findings, const SettingLine& line, const std::vector<std::string>& displaced)
 {
-	const KeyInfo* info = findKey(line.key);
-	if (info == nullptr)
+	const std::string name = "." + Poco::toUpper(line.key.substr(line.key.rfind('.') + 1));
+	if (std::ranges::none_of(displaced, [&](const std::string& known) { return name.starts_with(known); }))
 	{
 		const std::string meant = likelyMeant(line.key);
-		findings.addWhen(!displaced(findings, line), meant.empty() ? "unknown-key" : "unknown-key/like",
-		                 at(findings, line), line.key, meant);
-		return;
+		findings.add("unknown-key", at(findings, line), line.key,
+		             meant.empty() ? "remove the line" : "write " + meant + " (spelled so) if that is meant");
 	}
-	if (const SettingLine* counts = findings.file.find(line.key); counts != &line)
+}
+
+void value(Findings& findings, const SettingLine& line, const KeyInfo& info)
+{
+	if (const SettingLine* counts = findings.find(line.key); counts != &line)
 	{
-		const int number = counts == nullptr ? line.line : counts->line;
-		findings.addWhen(number != line.line, "repeated-key", at(findings, line), line.key, number);
+		findings.addWhen(counts->line != line.line, "repeated-key", at(findings, line), line.key, counts->line);
 		return;
 	}
-	if (info->name == key::kProcessPath)
+	if (info.name == key::kProcessPath)
 	{
 		const int number = findings.file.integer(key::kProcessNumber).value_or(std::numeric_limits<int>::max());
 		const std::string digits = line.key.substr(std::string(key::kProcessPath).size());
 		findings.addWhen(digits.size() > 9 || std::stoi(digits) > number, "program-not-counted", at(findings, line),
 		                 line.key, number);
 	}
-	decoratedValue(findings, line, info->type);
-	reference(findings, line, info->type);
+	decoratedValue(findings, line, info.type);
+	reference(findings, line, info.type);
 }
 
 /// The agent misses a key or a section, or does not understand a value. A dash may be in the name of a file, and a
@@ -138,11 +141,11 @@ bool isPasted(const Findings& findings, const SettingLine& line)
 		};
 		return std::ranges::any_of(settingsKeys(), isSection) ||
 		       (info != nullptr && info->whenRead != "never" && info->name != key::kProcessPath &&
-		        findings.file.find(key) == nullptr);
+		        findings.find(key) == nullptr);
 	}
 	const std::string value = line.value.substr(0, line.value.find_first_of(" \t"));
 	return info != nullptr && (info->type == KeyType::integer || info->type == KeyType::address) &&
-	       findings.file.find(key) == &line && withoutPasted(value) != value;
+	       findings.find(key) == &line && withoutPasted(value) != value;
 }
 
 using Poco::Net::IPAddress;
@@ -208,8 +211,10 @@ void use(Findings& findings, const std::string& key, const std::string& text)
 	}
 	else if (address.isWildcard() || address.isMulticast() || address.isBroadcast() || address.isLoopback())
 	{
-		const char* entry = address.isLoopback() ? "unusable-address/loopback" : "unusable-address";
-		findings.add(key == key::kThisServerIP ? "unusable-address/own" : entry, key, text);
+		const char* effect =
+		    address.isLoopback() ? "the node asks itself and always gets an answer" : "it never answers a ping";
+		findings.add("unusable-address", key, text,
+		             key == key::kThisServerIP ? "the partner cannot send its heartbeats there" : effect);
 	}
 }
 
@@ -254,7 +259,7 @@ bool writtenForOthers(Findings& findings)
 	{
 		const KeyInfo* info = findKey(line.key);
 		return info != nullptr && info->type != KeyType::command && info->type != KeyType::text &&
-		       findings.file.find(line.key) == &line && isQuoted(line.value);
+		       findings.find(line.key) == &line && isQuoted(line.value);
 	};
 	if (first != findings.file.lines().end())
 	{
@@ -273,19 +278,24 @@ bool writtenForOthers(Findings& findings)
 
 void lines(Findings& findings)
 {
+	const std::vector<std::string> displaced = displacedKeys(findings.file);
 	for (const SettingLine& line : findings.file.lines())
 	{
 		if (line.key.starts_with(kByteOrderMark))
 		{
 			const bool section = line.key.compare(kByteOrderMark.size(), 1, "[") == 0;
-			findings.add(section ? "byte-order-mark/section" : "byte-order-mark", at(findings, line));
+			findings.add(section ? Severity::error : Severity::warning, "byte-order-mark", at(findings, line),
+			             section ? "the section behind it is none: its keys count as missing"
+			                     : "the line behind it has no effect");
 			continue;
 		}
-		findings.addWhen(!line.assigned && !isComment(line), "no-assignment", at(findings, line), line.key);
-		if (!isComment(line))
+		if (isComment(line))
 		{
-			value(findings, line);
+			continue;
 		}
+		findings.addWhen(!line.assigned, "no-assignment", at(findings, line), line.key);
+		const KeyInfo* info = findKey(line.key);
+		info == nullptr ? unknownKey(findings, line, displaced) : value(findings, line, *info);
 	}
 }
 

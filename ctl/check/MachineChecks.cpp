@@ -60,7 +60,9 @@ void directory(Findings& findings, const fs::path& path, const Place& place, con
 	}
 	else if (facts.kind != FileKind::directory)
 	{
-		findings.add(facts.kind == FileKind::missing ? "missing-directory" : "no-directory", place, path, effect);
+		const bool missing = facts.kind == FileKind::missing;
+		findings.add(missing ? "missing-directory" : "no-directory", place, path, effect,
+		             missing ? "missing" : "no directory");
 	}
 	else if (facts.readOnly)
 	{
@@ -139,8 +141,10 @@ void checkRecord(Findings& findings, const SettingsFile& record, const std::stri
 		if (line == nullptr)
 		{
 			const bool used = name == kLastRunTime;
-			findings.add(used ? "run-info-key-missing" : "run-info-key-missing/unused",
-			             {record.path(), record.lineOfSection("TRACE")}, name, name.substr(6));
+			findings.add(used ? Severity::error : Severity::warning, "run-info-key-missing",
+			             {record.path(), record.lineOfSection("TRACE")}, name, name.substr(6),
+			             used ? "the agent ends at its first heartbeat"
+			                  : "no effect as long as the agent does not use the key");
 		}
 		else if (!isEdited(text, name))
 		{
@@ -160,7 +164,8 @@ void runInfo(Findings& findings, const Paths& paths)
 	if (kind == FileKind::missing || kind == FileKind::directory)
 	{
 		const bool missing = kind == FileKind::missing;
-		findings.add(missing ? "run-info-missing" : "run-info-is-a-directory", {paths.runInfo});
+		findings.add(missing ? "run-info-missing" : "run-info-is-a-directory", {paths.runInfo},
+		             missing ? "there is no run-info record" : "the run-info record is a directory");
 		return;
 	}
 	if (const std::optional<std::string> text = findings.read(paths.runInfo))

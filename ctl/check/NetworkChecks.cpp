@@ -241,7 +241,8 @@ void holder(Findings& findings, const std::vector<Address>& addresses)
 		return;
 	}
 	// No error: where both nodes have it, this one's start is what drops it here.
-	findings.add(here ? "address-in-use/here" : "address-in-use", key::kVirtualIP, address, *other);
+	findings.add("address-in-use", key::kVirtualIP, address,
+	             (here ? "this node, and by the host " : "another host, ") + *other);
 }
 
 } // namespace
@@ -314,9 +315,8 @@ void raisedAddress(Findings& findings, const Address& raised, const std::vector<
 	}
 	else if (widest >= 0 && raised.prefix != 32 && !contains(around, raised.prefix))
 	{
-		findings.add(keeper ? "prefix-of-no-network/keeper" : "prefix-of-no-network",
-		             keeper.value_or(findings.at(kStartRole.key)), raised.address, raised.prefix, raised.interface,
-		             widest);
+		findings.add("prefix-of-no-network", keeper.value_or(findings.at(kStartRole.key)), raised.address,
+		             raised.prefix, raised.interface, widest, keeper ? "or none" : "in all three commands");
 	}
 }
 

@@ -77,7 +77,7 @@ LastCommand lastCommand(const std::string& script)
 			line.replace(line.size() - 1, 1, more);
 		}
 		line.resize(std::min(line.size(), kLineLength));
-		const std::string plain = CommandText(line).plain();
+		const std::string plain = CommandText(line).plain;
 		if (plain.find_first_not_of(" \t") == std::string::npos)
 		{
 			last = {}; // the end of a text in quotes
@@ -98,25 +98,18 @@ LastCommand lastCommand(const std::string& script)
 	return last;
 }
 
-class ProgramFile
+struct FileCheck
 {
-public:
-	/// @param name what the agent looks for; empty for what the keeper runs, whose name is all the same
-	/// @param effect of a program that does not start
-	/// @param stays the keeper takes its end for the service's
-	ProgramFile(Findings& findings, const Paths& paths, Place place, std::string name, fs::path file,
-	            std::string effect, bool stays = false)
-	    : m_paths(paths), m_findings(findings), m_place(std::move(place)), m_name(std::move(name)),
-	      m_file(std::move(file)), m_effect(std::move(effect)), m_stays(stays)
-	{
-	}
+	Findings& findings;
+	const Paths& paths;
+	const ProgramFile& target;
 
-	void check()
+	void check() const
 	{
-		const FileFacts facts = host::fileFacts(m_file);
+		const FileFacts facts = host::fileFacts(target.file);
 		if (facts.kind == FileKind::notKnown)
 		{
-			m_findings.notChecked(m_file.string(), "this user may not look there");
+			findings.notChecked(target.file.string(), "this user may not look there");
 		}
 		else if (facts.kind != FileKind::regular)
 		{
@@ -124,29 +117,30 @@ public:
 		}
 		else
 		{
-			addWhen((facts.mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0, "program-not-executable");
-			addWhen(facts.noExec, "program-on-noexec");
+			findings.addWhen(!isExecutable(target.file), "program-not-executable", target.place, target.file,
+			                 target.effect);
+			findings.addWhen(facts.noExec, "program-on-noexec", target.place, target.file, target.effect);
 			content();
 		}
 	}
 
-private:
-	template <typename... Values> void add(const char* entry, const Values&... values)
+	template <typename... Values>
+	void add(std::optional<Severity> severity, const char* entry, const Values&... values) const
 	{
-		m_findings.add(entry, m_place, m_file, m_effect, values...);
+		findings.add(severity, entry, target.place, target.file, target.effect, values...);
 	}
 
-	template <typename... Values> void addWhen(bool is, const char* entry, const Values&... values)
+	template <typename... Values> void add(const char* entry, const Values&... values) const
 	{
-		m_findings.addWhen(is, entry, m_place, m_file, m_effect, values...);
+		add(std::nullopt, entry, values...);
 	}
 
-	void content()
+	void content() const
 	{
-		const std::string text = beginning(m_file);
+		const std::string text = beginning(target.file);
 		if (text.empty())
 		{
-			add("empty-program-file");
+			add("empty-program-file", "empty");
 		}
 		else if (!text.starts_with(ELFMAG))
 		{
@@ -154,7 +148,7 @@ private:
 		}
 		else if (isCut(text))
 		{
-			add("truncated-program");
+			add("truncated-program", "only the beginning of a program");
 		}
 	}
 
@@ -168,15 +162,15 @@ private:
 		}
 		std::memcpy(&header, text.data(), sizeof header);
 		std::error_code error;
-		const std::uintmax_t size = fs::file_size(m_file, error);
+		const std::uintmax_t size = fs::file_size(target.file, error);
 		return !error && header.e_shoff + std::uintmax_t{header.e_shnum} * header.e_shentsize > size;
 	}
 
-	void script(const std::string& text)
+	void script(const std::string& text) const
 	{
 		if (!text.starts_with("#!"))
 		{
-			add(m_name.empty() ? "script-without-interpreter" : "script-without-interpreter/named");
+			add(target.name.empty() ? "script-without-interpreter" : "script-without-interpreter/named");
 			return;
 		}
 		const std::string line = text.substr(2, text.find('\n') - 2);
@@ -187,15 +181,14 @@ private:
 		}
 		const std::string interpreter = interpreterOf(line);
 		const bool named = !interpreter.starts_with('/') && line.find("/env") != std::string::npos;
-		if (named ? toolPath(m_paths, interpreter).empty() : !isExecutable(m_paths.belowIfAny(interpreter)))
+		if (named ? toolPath(paths, interpreter).empty() : !isExecutable(paths.belowIfAny(interpreter)))
 		{
 			// The service may have been given another PATH.
 			const bool sure = !named || interpreter.find(' ') != std::string::npos;
-			m_findings.add(sure ? Severity::error : Severity::warning, "missing-interpreter", m_place, m_file, m_effect,
-			               interpreter);
+			add(sure ? Severity::error : Severity::warning, "missing-interpreter", interpreter);
 			return;
 		}
-		const std::string shell = baseName(interpreter);
+		const std::string shell = programName(interpreter);
 		if (shell == "sh" || shell == "dash" || shell == "bash")
 		{
 			shellScript(text, shell);
@@ -215,7 +208,7 @@ private:
 		return inner.words.empty() ? "/usr/bin/env" : inner.words.front();
 	}
 
-	void shellScript(const std::string& text, const std::string& shell)
+	void shellScript(const std::string& text, const std::string& shell) const
 	{
 		// Half a script is no script, and patterns that need an option of bash are read at the run alone.
 		const bool judged = text.size() < kScriptLength && text.find("extglob") == std::string::npos;
@@ -229,7 +222,7 @@ private:
 		const LastCommand last = lastCommand(text);
 		const InnerCommand inner = innerCommand(last.words);
 		const std::string program = inner.words.empty() ? "" : inner.words.front();
-		if (m_stays && last.inBackground && !last.waits)
+		if (target.stays && last.inBackground && !last.waits)
 		{
 			add("wrapper-without-exec/background");
 			return;
@@ -240,40 +233,43 @@ private:
 		{
 			return;
 		}
-		if (last.execs && !inner.elsewhere && isMissing(program))
+		if (last.execs && !inner.elsewhere && isLacking(program))
 		{
 			const bool sure =
 			    program.starts_with('/') && last.separator != "||" && text.find("mount") == std::string::npos;
-			m_findings.add(sure ? Severity::error : Severity::warning, "missing-program-file/script", m_place, m_file,
-			               m_effect, program);
+			add(sure ? Severity::error : Severity::warning, "missing-program-file/script", program);
 			return;
 		}
 		wrapper(last, program);
 	}
 
 	/// A name alone is looked up where the service looks; the script may have a PATH of its own.
-	bool isMissing(const std::string& program) const
+	bool isLacking(const std::string& program) const
 	{
-		return program.starts_with('/') ? host::fileFacts(m_paths.belowIfAny(program)).kind == FileKind::missing
-		                                : program.find('/') == std::string::npos && toolPath(m_paths, program).empty();
+		return program.starts_with('/') ? isMissing(paths.belowIfAny(program))
+		                                : program.find('/') == std::string::npos && toolPath(paths, program).empty();
 	}
 
 	/// A script that turns into a program of another name is lost from sight, and one that
 	/// waits for such a program is killed without it.
-	void wrapper(const LastCommand& last, const std::string& program)
+	void wrapper(const LastCommand& last, const std::string& program) const
 	{
-		const std::string shown = baseName(program).substr(0, kProcessNameLength);
-		const auto isNamed = [&](const std::string& word) { return baseName(word).find(m_name) != std::string::npos; };
+		const std::string shown = programName(program).substr(0, kProcessNameLength);
+		const auto isNamed = [&](const std::string& word)
+		{ return programName(word).find(target.name) != std::string::npos; };
 		if (std::ranges::any_of(last.words, isNamed))
 		{
 			return;
 		}
 		if (last.execs)
 		{
-			add("wrapper-of-another-name", program, shown, m_name);
+			add("wrapper-of-another-name", program, shown, target.name);
 			return;
 		}
-		addWhen(isService(last, program), "wrapper-without-exec", program, m_name, shown);
+		if (isService(last, program))
+		{
+			add("wrapper-without-exec", program, target.name, shown);
+		}
 	}
 
 	/// It is no word of the shell, and no everyday tool.
@@ -284,16 +280,8 @@ private:
 		                               "sleep|sync|sysctl|systemctl|tee|touch|umount");
 		return program.starts_with('/') || last.words.front() != program || !kInterpreter.matched(program).empty() ||
 		       (kEveryday.matched(program).empty() && CommandText(program).programs().size() == 1 &&
-		        program.find('/') == std::string::npos && !toolPath(m_paths, program).empty());
+		        program.find('/') == std::string::npos && !toolPath(paths, program).empty());
 	}
-
-	const Paths& m_paths;
-	Findings& m_findings;
-	Place m_place;
-	std::string m_name;
-	fs::path m_file;
-	std::string m_effect;
-	bool m_stays;
 };
 
 /// The keeper's copy acts by its name as well.
@@ -324,18 +312,19 @@ void programFiles(Findings& findings, const Paths& paths)
 		}
 		else if (program.isPlain())
 		{
-			ProgramFile(findings, paths, findings.at(program.key), program.name, file,
-			            "the program does not start: each node that becomes master gives up again, and the service "
-			            "moves to and fro")
-			    .check();
+			programFile(findings, paths,
+			            {.file = file,
+			             .place = findings.at(program.key),
+			             .effect = "the program does not start: each node that becomes master gives up again, and the "
+			                       "service moves to and fro",
+			             .name = program.name});
 		}
 	}
 }
 
-void serviceProgram(Findings& findings, const Paths& paths, const Place& place, const fs::path& file,
-                    const std::string& effect, bool stays)
+void programFile(Findings& findings, const Paths& paths, const ProgramFile& program)
 {
-	ProgramFile(findings, paths, place, "", file, effect, stays).check();
+	FileCheck{findings, paths, program}.check();
 }
 
 } // namespace velarix::ctl::checks

@@ -47,56 +47,59 @@ std::string reason(const CommandRun& run)
 	return text.empty() ? "" : " (it says: " + text + ")";
 }
 
-class TrialReport
+struct TrialReport
 {
-public:
-	TrialReport(Findings& findings, const TrialTimes& times) : m_findings(findings), m_times(times) {}
+	Findings& findings;
+	const TrialTimes& times;
+	const std::string address = findings.valueOf(key::kVirtualIP);
 
 	void report(const host::Trial& trial, const std::vector<Address>& before)
 	{
 		start(trial.start, before);
-		const Address* raised = find(trial.start.addresses, m_address);
+		const Address* raised = find(trial.start.addresses, address);
 		dropped(trial.stop, raised);
 		killed(trial.kill, raised);
 	}
 
 	/// The start command raises the address and is silent.
-	static bool isFine(const host::Trial& trial, const std::string& address)
+	static bool isFine(const host::Trial& trial, const std::string& virtualIP)
 	{
 		return trial.start.end == RunEnd::ended && trial.start.output.empty() &&
-		       find(trial.start.addresses, address) != nullptr;
+		       find(trial.start.addresses, virtualIP) != nullptr;
 	}
 
-private:
 	/// @return whether the command has come to its end
 	bool ends(const CommandRole& role, const CommandRun& run)
 	{
 		const std::string left = run.remaining.empty() ? "" : ": " + run.remaining;
 		if (run.end == RunEnd::slow)
 		{
-			m_findings.add("slow-command", role.key, m_times.limit.count() / 1000, left);
+			findings.add("slow-command", role.key, times.limit.count() / 1000, left);
 		}
 		else if (run.end == RunEnd::flood || (run.end == RunEnd::endless && !run.shellEnded))
 		{
-			m_findings.add(run.end == RunEnd::flood ? "endless-command/prints" : "endless-command", role.key, left,
-			               role.blocked, m_times.patience.count() / 1000);
+			const std::string patience = std::to_string(times.patience.count() / 1000);
+			findings.add("endless-command", role.key,
+			             run.end == RunEnd::flood ? "never stops printing" + left
+			                                      : "still ran after " + patience + " seconds" + left,
+			             role.blocked);
 		}
 		else if (run.end == RunEnd::endless)
 		{
-			m_findings.add("held-output", role.key, left, role.blocked);
+			findings.add("held-output", role.key, left, role.blocked);
 		}
 		else if (run.heldMilliseconds > kHeldMilliseconds)
 		{
-			m_findings.add("held-output/shortly", role.key, run.heldMilliseconds);
+			findings.add("held-output/shortly", role.key, run.heldMilliseconds);
 		}
 		return run.end == RunEnd::ended;
 	}
 
 	void start(const CommandRun& run, const std::vector<Address>& before)
 	{
-		m_findings.addWhen(ends(kStartRole, run) && !run.output.empty(), "start-command-prints", kStartRole.key,
-		                   firstLine(run.output));
-		const Address* raised = find(run.addresses, m_address);
+		findings.addWhen(ends(kStartRole, run) && !run.output.empty(), "start-command-prints", kStartRole.key,
+		                 firstLine(run.output));
+		const Address* raised = find(run.addresses, address);
 		if (raised != nullptr)
 		{
 			placed(*raised, before);
@@ -109,16 +112,16 @@ private:
 
 	void notRaised(const CommandRun& run, const std::vector<Address>& before)
 	{
-		if (m_findings.has("another-address-raised", kStartRole.key) || m_findings.has("missing-tool", kStartRole.key))
+		if (findings.has("another-address-raised", kStartRole.key) || findings.has("missing-tool", kStartRole.key))
 		{
 			return;
 		}
 		const auto other =
-		    std::ranges::find_if(run.addresses, [&](const Address& address)
-		                         { return address.interface != "lo" && find(before, address.address) == nullptr; });
+		    std::ranges::find_if(run.addresses, [&](const Address& there)
+		                         { return there.interface != "lo" && find(before, there.address) == nullptr; });
 		other != run.addresses.end()
-		    ? m_findings.add("another-address-raised/tried", kStartRole.key, other->address, m_address)
-		    : m_findings.add("raises-nothing", kStartRole.key, m_address, reason(run));
+		    ? findings.add("another-address-raised/tried", kStartRole.key, other->address, address)
+		    : findings.add("raises-nothing", kStartRole.key, address, reason(run));
 	}
 
 	void placed(const Address& raised, const std::vector<Address>& before)
@@ -127,21 +130,20 @@ private:
 		                   contains(before, raised.interface, &Address::interface);
 		if (!known && !raised.listed)
 		{
-			m_findings.add("label-of-another-interface", kStartRole.key, raised.label);
+			findings.add("label-of-another-interface", kStartRole.key, raised.label);
 			return;
 		}
-		m_findings.addWhen(raised.interface != kServiceInterface, "another-interface", kStartRole.key,
-		                   raised.interface);
-		m_findings.addWhen(!raised.listed, "address-without-label", kStartRole.key);
+		findings.addWhen(raised.interface != kServiceInterface, "another-interface", kStartRole.key, raised.interface);
+		findings.addWhen(!raised.listed, "address-without-label", kStartRole.key);
 	}
 
 	/// @param raised how the start command raises the address; null when it does not,
 	///        which has been reported
 	bool keeps(const CommandRole& role, const CommandRun& run, const Address* raised) const
 	{
-		return raised != nullptr && run.end == RunEnd::ended && find(run.addresses, m_address) != nullptr &&
-		       !m_findings.hasAnywhere("another-prefix-dropped") &&
-		       !m_findings.has("another-address-dropped", role.key) && !m_findings.has("missing-tool", role.key);
+		return raised != nullptr && run.end == RunEnd::ended && find(run.addresses, address) != nullptr &&
+		       !findings.has("another-prefix-dropped") && !findings.has("another-address-dropped", role.key) &&
+		       !findings.has("missing-tool", role.key);
 	}
 
 	void dropped(const CommandRun& run, const Address* raised)
@@ -149,33 +151,29 @@ private:
 		ends(kStopRole, run);
 		if (keeps(kStopRole, run, raised))
 		{
-			m_findings.add("drops-nothing", kStopRole.key, m_address, reason(run), written(*raised));
+			findings.add("drops-nothing", kStopRole.key, address, reason(run), written(*raised));
 		}
 	}
 
 	void killed(const CommandRun& run, const Address* raised)
 	{
 		ends(kKillRole, run);
-		m_findings.addWhen(run.end == RunEnd::ended && !run.output.empty(), "kill-command-prints", kKillRole.key,
-		                   firstLine(run.output));
+		findings.addWhen(run.end == RunEnd::ended && !run.output.empty(), "kill-command-prints", kKillRole.key,
+		                 firstLine(run.output));
 		if (keeps(kKillRole, run, raised))
 		{
-			m_findings.add("kill-keeps-address", kKillRole.key, reason(run), written(*raised));
+			findings.add("kill-keeps-address", kKillRole.key, reason(run), written(*raised));
 		}
-		m_findings.addWhen(run.end == RunEnd::ended && run.programStarted && !run.programEnded &&
-		                       !m_findings.has("kill-by-name", kKillRole.key) &&
-		                       !m_findings.has("missing-tool", kKillRole.key),
-		                   "kills-nothing", kKillRole.key, reason(run));
+		findings.addWhen(run.end == RunEnd::ended && run.programStarted && !run.programEnded &&
+		                     !findings.has("kill-by-name", kKillRole.key) &&
+		                     !findings.has("missing-tool", kKillRole.key),
+		                 "kills-nothing", kKillRole.key, reason(run));
 	}
 
 	static std::string written(const Address& raised)
 	{
 		return raised.address + "/" + std::to_string(raised.prefix) + " dev " + raised.interface;
 	}
-
-	Findings& m_findings;
-	const TrialTimes& m_times;
-	const std::string m_address = m_findings.valueOf(key::kVirtualIP);
 };
 
 /// @return the command; empty when it is not to be run
@@ -183,7 +181,7 @@ std::string runnable(Findings& findings, const CommandRole& role)
 {
 	const CommandText command = commandOf(findings, role.key);
 	// What the text has shown to be wrong is not reported a second time by its effects.
-	if (command.text().empty() || findings.has("broken-command", role.key) ||
+	if (command.text.empty() || findings.has("broken-command", role.key) ||
 	    findings.has("pasted-characters", role.key) || findings.has("program-name-lost", role.key))
 	{
 		return {};
@@ -194,7 +192,7 @@ std::string runnable(Findings& findings, const CommandRole& role)
 		                    "it asks a service of this machine, which the trial does without");
 		return {};
 	}
-	return command.text();
+	return command.text;
 }
 
 /// "fence-partner && (ip addr add ...)": what stands before the "&&" asks the network,
@@ -206,14 +204,14 @@ std::vector<std::string> gates(const std::string& start)
 	std::erase_if(result,
 	              [&](const std::string& program)
 	              {
-		              const std::size_t at = command.plain().find(program) + program.size();
-		              return command.plain().find_first_of(";&|()", at) != command.plain().find("&&", at) ||
-		                     command.plain().find("&&", at) == std::string::npos;
+		              const std::size_t at = command.plain.find(program) + program.size();
+		              return command.plain.find_first_of(";&|()", at) != command.plain.find("&&", at) ||
+		                     command.plain.find("&&", at) == std::string::npos;
 	              });
 	return result;
 }
 
-host::TrialPlan planFor(Findings& findings, const std::vector<Address>& addresses)
+host::TrialPlan planFor(Findings& findings, const std::vector<Address>& addresses, const TrialTimes& times)
 {
 	const std::vector<Program> programs = programsOf(findings);
 	const Program program = programs.empty() || !programs[0].isPlain() ? Program{} : programs[0];
@@ -224,8 +222,8 @@ host::TrialPlan planFor(Findings& findings, const std::vector<Address>& addresse
 	                     .program = program.path,
 	                     .stubs = {},
 	                     .addresses = addresses,
-	                     .limit = {},
-	                     .patience = {}};
+	                     .limit = times.limit,
+	                     .patience = times.patience};
 	plan.kill += plan.kill.empty() ? "" : " " + program.name;
 	std::erase_if(plan.addresses,
 	              [&](const Address& there) { return there.address == plan.virtualIP || there.interface == "lo"; });
@@ -236,9 +234,7 @@ host::TrialPlan planFor(Findings& findings, const std::vector<Address>& addresse
 
 void trial(Findings& findings, const std::vector<Address>& addresses, const TrialTimes& times)
 {
-	host::TrialPlan plan = planFor(findings, addresses);
-	plan.limit = times.limit;
-	plan.patience = times.patience;
+	host::TrialPlan plan = planFor(findings, addresses, times);
 	if (!isVirtualAddress(plan.virtualIP) || (plan.start + plan.stop + plan.kill).empty())
 	{
 		return; // reported by the checks of the text
@@ -260,7 +256,7 @@ void trial(Findings& findings, const std::vector<Address>& addresses, const Tria
 		findings.notChecked("what " + plan.stubs.front() + " does",
 		                    "it decides by the network, which the trial has none of");
 	}
-	TrialReport(findings, times).report(result, plan.addresses);
+	TrialReport{findings, times}.report(result, plan.addresses);
 	const Address* raised = find(result.start.addresses, plan.virtualIP);
 	if (raised != nullptr && raised->interface == kServiceInterface)
 	{

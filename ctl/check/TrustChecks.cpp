@@ -21,6 +21,16 @@ namespace velarix::ctl::checks
 
 namespace fs = std::filesystem;
 
+bool isMissing(const fs::path& path)
+{
+	return host::fileFacts(path).kind == host::FileKind::missing;
+}
+
+bool isFile(const fs::path& path)
+{
+	return host::fileFacts(path).kind == host::FileKind::regular;
+}
+
 bool isExecutable(const fs::path& file)
 {
 	const host::FileFacts facts = host::fileFacts(file);
@@ -56,8 +66,7 @@ void ofCommand(Findings& findings, const Paths& paths, std::set<std::string>& re
 	{
 		if (toolPath(paths, tool).empty() && reported.insert(tool).second)
 		{
-			const bool there =
-			    tool.starts_with('/') && host::fileFacts(paths.belowIfAny(tool)).kind == host::FileKind::regular;
+			const bool there = tool.starts_with('/') && isFile(paths.belowIfAny(tool));
 			const char* entry = there ? "missing-tool/rights" : "missing-tool/command";
 			findings.add(tool == "arping" ? "missing-tool/arping" : entry, key, tool, effect);
 		}
@@ -99,8 +108,9 @@ public:
 		}
 		const fs::path rest = path.lexically_relative(m_paths.root);
 		fs::path at = m_paths.root;
-		look(at, use);
-		for (auto part = rest.begin(); part != rest.end(); ++part)
+		// Below what is not there nothing is, however long the path goes on.
+		bool there = look(at, use);
+		for (auto part = rest.begin(); there && part != rest.end(); ++part)
 		{
 			const fs::path next = *part == ".." ? at.parent_path() : at / *part;
 			std::error_code error;
@@ -116,16 +126,17 @@ public:
 				return;
 			}
 			at = next;
-			look(at, use);
+			there = look(at, use);
 		}
 	}
 
 private:
-	void look(const fs::path& path, const Use& use)
+	/// @return whether it is there, as far as this user may know
+	bool look(const fs::path& path, const Use& use)
 	{
 		if (!m_seen.insert(path.lexically_normal()).second)
 		{
-			return;
+			return true;
 		}
 		const FileFacts facts = host::fileFacts(path);
 		const bool directory = facts.kind == FileKind::directory;
@@ -134,7 +145,7 @@ private:
 		const bool open = (facts.mode & use.open & (facts.group == 0 ? ~mode_t{S_IWGRP} : ~mode_t{})) != 0;
 		if (facts.kind == FileKind::missing || facts.kind == FileKind::notKnown)
 		{
-			return; // reported where the path itself is looked at
+			return false; // reported where the path itself is looked at
 		}
 		const Place place = use.key.empty() ? Place{path} : m_findings.at(use.key);
 		m_findings.addWhen(open && !sticky, use.severity, directory ? "writable-directory" : "writable-program", place,
@@ -142,6 +153,7 @@ private:
 		// Another system's owners are numbers of that system.
 		m_findings.addWhen(facts.owner != 0 && !m_paths.elsewhere(), use.severity,
 		                   directory ? "directory-owner" : "program-owner", place, path, use.effect, facts.owner);
+		return true;
 	}
 
 	Findings& m_findings;
@@ -199,17 +211,17 @@ void trust(Findings& findings, const Paths& paths)
 	Trust trust(findings, paths);
 	const fs::path log = findings.valueOf(key::kLogPath);
 	trust.leaveOut(paths.settings);
-	trust.walk(paths.below(kAgent), {});
-	trust.walk(paths.runScript, {});
-	trust.walk(paths.settings, {});
+	for (const fs::path& path :
+	     {paths.below(kAgent), paths.runScript, paths.settings, paths.keeperSettings, paths.below(kAcknowledged)})
+	{
+		trust.walk(path, {});
+	}
 	trust.walk(paths.pid.parent_path(),
 	           {.severity = Severity::warning,
 	            .effect = "whoever may replace the pid file there chooses the process that a stop of the agent kills"});
 	trust.walk(
 	    paths.runInfo.parent_path(),
 	    {.severity = Severity::warning, .effect = "whoever may replace the run-info record there can end the agent"});
-	trust.walk(paths.keeperSettings, {});
-	trust.walk(paths.below(kAcknowledged), {});
 	for (const Program& program : programsOf(findings))
 	{
 		trust.walk(program.path.starts_with('/') ? paths.belowIfAny(program.path) : fs::path(), {.key = program.key});
@@ -244,7 +256,7 @@ void service(Findings& findings, const Paths& paths)
 {
 	static const Pattern kAssignment(R"(\s*(?:export\s+)?(VELARIX_\w*)\s*=\s*["']?([^"'\s#]*).*)");
 	const std::filesystem::path file = paths.below(kDefaults);
-	if (host::fileFacts(file).kind == host::FileKind::missing)
+	if (isMissing(file))
 	{
 		return;
 	}
@@ -277,8 +289,10 @@ void notifiers(Findings& findings, const Paths& paths)
 		{
 			continue;
 		}
-		found != all.end() ? findings.add("notifier-not-run/refused", {entry.path()}, found->refused)
-		                   : findings.add("notifier-not-run", {entry.path()});
+		findings.add("notifier-not-run", {entry.path()},
+		             found != all.end() ? "the notifier is refused: " + found->refused
+		                                : "this is no notifier: a name with other characters than letters, digits, "
+		                                  "\"-\" and \"_\", or no program that may be run");
 	}
 }
 

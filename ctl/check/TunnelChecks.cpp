@@ -67,25 +67,24 @@ void values(Findings& findings, const fs::path& file, const std::string& rules)
 	if (!what.empty())
 	{
 		const bool blocks = wrong.contains(key::kThisServerIP) || wrong.contains(key::kPartnerIP);
-		const char* open =
-		    wrong.contains(key::kReceivePort) ? "firewall-of-other-settings/port" : "firewall-of-other-settings";
-		findings.add(blocks ? "firewall-of-other-settings/blocks" : open, {file}, what);
+		const char* open = wrong.contains(key::kReceivePort)
+		                       ? "they do not protect the pair: whoever reaches the heartbeat port moves the service"
+		                       : "they protect another address: whoever answers in this one's place is not held up";
+		findings.add(blocks ? Severity::error : Severity::warning, "firewall-of-other-settings", {file}, what,
+		             blocks ? "the partner's heartbeats are dropped: each node takes the other for dead" : open);
 	}
 }
 
 constexpr std::chrono::seconds kClockSlack{2};
 
-bool isMissing(const fs::path& path)
-{
-	return host::fileFacts(path).kind == host::FileKind::missing;
-}
-
 void keys(Findings& findings, const fs::path& directory)
 {
 	const fs::path key = directory / kTunnelKey;
 	const fs::path partner = directory / kPartnerKey;
-	isMissing(key) ? findings.add("tunnel-key-missing", {key}) : void();
-	isMissing(partner) ? findings.add("tunnel-key-missing/partner", {partner}) : void();
+	findings.addWhen(isMissing(key), "tunnel-key-missing", Place{key}, kTunnelKey,
+	                 "systemctl start velarix-tunnel makes it");
+	findings.addWhen(isMissing(partner), "tunnel-key-missing", Place{partner}, kPartnerKey,
+	                 "copy tunnel.pub of the other node to it");
 	const host::FileFacts facts = host::fileFacts(key);
 	findings.addWhen((facts.mode & 077U) != 0 || facts.owner != 0, "tunnel-key-open", Place{key});
 	const fs::path own = directory / kTunnelPublicKey;
@@ -182,11 +181,7 @@ void firewall(Findings& findings, const Paths& paths)
 	const fs::path file = findings.file.path() == paths.settings
 	                          ? paths.belowIfAny(fs::path(kDirectory) / kFirewallFile)
 	                          : findings.file.path().parent_path() / kFirewallFile;
-	if (host::fileFacts(file).kind != host::FileKind::regular)
-	{
-		return;
-	}
-	const std::optional<std::string> rules = findings.read(file);
+	const std::optional<std::string> rules = isFile(file) ? findings.read(file) : std::nullopt;
 	if (!rules)
 	{
 		return;

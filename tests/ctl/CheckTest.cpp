@@ -19,15 +19,12 @@ fs::path CheckTest::settings() const
 
 std::vector<std::string> CheckTest::shortForms(const CheckReport& report) const
 {
-	std::vector<std::string> result;
-	for (const Finding& finding : report.findings)
-	{
-		expectWhole(finding);
-		std::string text = finding.severity == Severity::error ? "error " : "warning ";
-		text += finding.id + " " + anonymous(finding.file.string());
-		result.push_back(finding.line == 0 ? text : text + ":" + std::to_string(finding.line));
-	}
-	return result;
+	return ::shortForms(report,
+	                    [this](const Finding& finding)
+	                    {
+		                    const std::string line = finding.line == 0 ? "" : ":" + std::to_string(finding.line);
+		                    return anonymous(finding.file.string()) + line;
+	                    });
 }
 
 std::vector<std::string> CheckTest::found(const CheckRequest& request) const
@@ -38,7 +35,7 @@ std::vector<std::string> CheckTest::found(const CheckRequest& request) const
 std::vector<std::string> CheckTest::found() const
 {
 	write("/usr/velarix/bin/ini/config.ini", joined(lines));
-	return found({.file = settings(), .partner = {}, .filesOnly = false});
+	return found({.file = settings()});
 }
 
 std::vector<std::string> CheckTest::foundOnMachine() const

@@ -7,6 +7,14 @@
 #include "SoundSettings.h"
 #include "ctl/check/Findings.h"
 
+/// A fault in what a test has, and the findings then: a row of a table.
+template <typename Subject> struct FaultRow
+{
+	const char* name;
+	std::vector<std::string> expected;
+	void (*change)(Subject&);
+};
+
 /// A sound node below the test's directory, which counts as another root; the
 /// made-up machine is asked where a test says so.
 class CheckTest : public CtlTest

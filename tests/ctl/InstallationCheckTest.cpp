@@ -43,12 +43,10 @@ public:
 	}
 	void remove(const std::string& absolute) const { fs::remove(below(absolute)); }
 	void directory(const std::string& absolute) const { fs::create_directories(below(absolute)); }
-	void file(const std::string& absolute, const std::string& text = "") const { write(absolute, text); }
 	void link(const std::string& target, const std::string& absolute) const
 	{
 		fs::create_symlink(target, below(absolute));
 	}
-	void record(const std::string& text) const { write(RECORD, text); }
 	void program(const std::string& text, const std::string& absolute = PROGRAM) const { executable(absolute, text); }
 	void linkProgram() const
 	{
@@ -69,22 +67,15 @@ public:
 	}
 
 	/// @return what is found, the settings file being as it is
-	std::vector<std::string> foundIn(const fs::path& file) const
-	{
-		return found({.file = file, .partner = {}, .filesOnly = false});
-	}
+	std::vector<std::string> foundIn(const fs::path& file) const { return found({.file = file}); }
 	using CheckTest::lines;
 	using CtlTest::below;
+	using CtlTest::write;
 };
 
 using Node = InstallationCheck;
 
-struct Row
-{
-	const char* name;
-	std::vector<std::string> expected;
-	void (*change)(Node&);
-};
+using Row = FaultRow<Node>;
 
 // clang-format off
 const Row kRows[] = {
@@ -107,22 +98,22 @@ const Row kRows[] = {
     {"AllInQuotes",                {"error quoted-value " CONFIG ":2"},                        [](Node& node) { for (const char* key : {"MODE", "GATEWAY_IP", "PATH", "PROCESS_CHECK_CYCLE"}) { node.set(key, "\"1\""); } }},
     {"HiddenSection",              {"error byte-order-mark " CONFIG ":1"},                     [](Node& node) { node.lines[0].insert(0, "\xEF\xBB\xBF"); }},
     // ---- the options of the service
-    {"OptionsOfTheService",        {},                                                         [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP=\"handover\" # moves\nexport VELARIX_ON_STOP='release'\n#VELARIX_ON_STOP=x\nVELARIX_HANDOVER_TIMEOUT=100\nOTHER=1\n"); }},
-    {"StopActionMisspelled",       {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.file(DEFAULTS, "\nVELARIX_ON_STOP=relase"); }},
-    {"StopActionWithCrLf",         {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.file(DEFAULTS, "OTHER=1\r\nVELARIX_ON_STOP=relase\r\n"); }},
-    {"StopActionAsWindowsEndsIt",  {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP=release\r\n"); }},
-    {"OptionMisspelled",           {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ONSTOP=release"); }},
-    {"StopActionEmpty",            {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_ON_STOP="); }},
-    {"TimeoutIsNoNumber",          {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=2min"); }},
-    {"TimeoutTooLong",             {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.file(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=200"); }},
-    {"Notifiers",                  {},                                                         [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms"); node.file("/etc/velarix-ha/notify.d/sms.dpkg-old"); }},
+    {"OptionsOfTheService",        {},                                                         [](Node& node) { node.write(DEFAULTS, "VELARIX_ON_STOP=\"handover\" # moves\nexport VELARIX_ON_STOP='release'\n#VELARIX_ON_STOP=x\nVELARIX_HANDOVER_TIMEOUT=100\nOTHER=1\n"); }},
+    {"StopActionMisspelled",       {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.write(DEFAULTS, "\nVELARIX_ON_STOP=relase"); }},
+    {"StopActionWithCrLf",         {"warning bad-service-option " DEFAULTS ":2"},              [](Node& node) { node.write(DEFAULTS, "OTHER=1\r\nVELARIX_ON_STOP=relase\r\n"); }},
+    {"StopActionAsWindowsEndsIt",  {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.write(DEFAULTS, "VELARIX_ON_STOP=release\r\n"); }},
+    {"OptionMisspelled",           {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.write(DEFAULTS, "VELARIX_ONSTOP=release"); }},
+    {"StopActionEmpty",            {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.write(DEFAULTS, "VELARIX_ON_STOP="); }},
+    {"TimeoutIsNoNumber",          {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.write(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=2min"); }},
+    {"TimeoutTooLong",             {"warning bad-service-option " DEFAULTS ":1"},              [](Node& node) { node.write(DEFAULTS, "VELARIX_HANDOVER_TIMEOUT=200"); }},
+    {"Notifiers",                  {},                                                         [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms"); node.write("/etc/velarix-ha/notify.d/sms.dpkg-old", ""); }},
     {"NotifierWithADot",           {"warning notifier-not-run /etc/velarix-ha/notify.d/sms.sh"}, [](Node& node) { node.program("#!/bin/sh\n", "/etc/velarix-ha/notify.d/sms.sh"); }},
-    {"NotifierThatMayNotRun",      {"warning notifier-not-run /etc/velarix-ha/notify.d/sms"},  [](Node& node) { node.file("/etc/velarix-ha/notify.d/sms"); }},
+    {"NotifierThatMayNotRun",      {"warning notifier-not-run /etc/velarix-ha/notify.d/sms"},  [](Node& node) { node.write("/etc/velarix-ha/notify.d/sms", ""); }},
     // ---- directories
     {"ReadOnlyDirectory",          {"error read-only-directory /usr/velarix/pid"},             [](Node& node) { node.facts("/usr/velarix/pid", {FileKind::directory, 0755, 0, 0, false, true, false}); }},
     {"LogInMemory",                {"warning log-in-memory " CONFIG ":25"},                    [](Node& node) { node.facts("/usr/velarix/log", {FileKind::directory, 0755, 0, 0, false, false, true}); }},
     {"NoPidDirectory",             {"error missing-directory /usr/velarix/pid"},               [](Node& node) { node.remove("/usr/velarix/pid"); }},
-    {"PidDirectoryIsAFile",        {"error no-directory /usr/velarix/pid"},                    [](Node& node) { node.remove("/usr/velarix/pid"); node.file("/usr/velarix/pid"); }},
+    {"PidDirectoryIsAFile",        {"error no-directory /usr/velarix/pid"},                    [](Node& node) { node.remove("/usr/velarix/pid"); node.write("/usr/velarix/pid", ""); }},
     {"NoLogDirectory",             {"error missing-directory " CONFIG ":25"},                  [](Node& node) { node.remove("/usr/velarix/log"); }},
     {"LogIsADirectory",            {"error log-is-a-directory " CONFIG ":25"},                 [](Node& node) { node.set("PATH", "/usr/velarix/log"); }},
     {"LogIsAPipe",                 {"error log-is-no-file " CONFIG ":25"},                     [](Node& node) { node.set("PATH", "/opt/pipe"); }},
@@ -139,19 +130,19 @@ const Row kRows[] = {
     {"LogDirectorySticky",         {},                                                         [](Node& node) { node.rights("/usr/velarix/log", 01777); }},
     {"WritableAboveTheLog",        {"warning writable-directory " CONFIG ":25"},               [](Node& node) { node.directory("/var/log/ha"); node.rights("/var/log", 0777); node.set("PATH", "/var/log/ha/velarix.log"); }},
     {"RunScriptIsADirectory",      {"error run-script-is-a-directory " SCRIPT},                [](Node& node) { node.directory(SCRIPT); }},
-    {"WritablePidFile",            {"warning writable-pid-file /usr/velarix/pid/VelarixHA.pid"}, [](Node& node) { node.file("/usr/velarix/pid/VelarixHA.pid", "1"); node.rights("/usr/velarix/pid/VelarixHA.pid", 0666); }},
+    {"WritablePidFile",            {"warning writable-pid-file /usr/velarix/pid/VelarixHA.pid"}, [](Node& node) { node.write("/usr/velarix/pid/VelarixHA.pid", "1"); node.rights("/usr/velarix/pid/VelarixHA.pid", 0666); }},
     {"LogBegunInTheFuture",        {"warning log-from-the-future " CONFIG ":25"},              [](Node& node) { node.logBegun(Poco::Timespan(3, 0, 0, 0, 0)); }},
     {"LogBegunNow",                {},                                                         [](Node& node) { node.logBegun(0); }},
-    {"LogBegunSomeDay",            {},                                                         [](Node& node) { node.file("/usr/velarix/log/velarix.log", "# Log file created/rotated some day\n"); }},
+    {"LogBegunSomeDay",            {},                                                         [](Node& node) { node.write("/usr/velarix/log/velarix.log", "# Log file created/rotated some day\n"); }},
     // ---- the run-info record
     {"NoRecord",                   {"error run-info-missing " RECORD},                         [](Node& node) { node.remove(RECORD); }},
     {"RecordIsADirectory",         {"error run-info-is-a-directory " RECORD},                  [](Node& node) { node.remove(RECORD); node.directory(RECORD); }},
-    {"RecordWithoutTheKey",        {"error run-info-key-missing " RECORD ":1"},                [](Node& node) { node.record("[TRACE]\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"); }},
-    {"RecordWithoutOtherKeys",     {"warning run-info-key-missing " RECORD ":1", "warning run-info-key-missing " RECORD ":1"}, [](Node& node) { node.record("[TRACE]\nLAST_RUN_TIME = \n"); }},
-    {"RecordKeysNotEdited",        {"warning run-info-key-not-edited " RECORD ":2", "warning run-info-key-not-edited " RECORD ":3", "warning run-info-key-not-edited " RECORD ":4"}, [](Node& node) { node.record("[TRACE]\n LAST_RUN_TIME = \nmaster_last_run_time = \nSLAVE_LAST_RUN_TIME\t= \n"); }},
-    {"RecordTimeWithSlash",        {"error run-info-time-with-slash " RECORD ":2"},            [](Node& node) { node.record("[TRACE]\nLAST_RUN_TIME = 2026/03/01\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"); }},
-    {"RecordTimeIsNone",           {"warning run-info-time " RECORD ":2"},                     [](Node& node) { node.record("[TRACE]\nLAST_RUN_TIME = yesterday\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"); }},
-    {"RecordWithATime",            {},                                                         [](Node& node) { node.record("[TRACE]\nLAST_RUN_TIME = 20260301120000\nMASTER_LAST_RUN_TIME=\nSLAVE_LAST_RUN_TIME =\n"); }},
+    {"RecordWithoutTheKey",        {"error run-info-key-missing " RECORD ":1"},                [](Node& node) { node.write(RECORD, "[TRACE]\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"); }},
+    {"RecordWithoutOtherKeys",     {"warning run-info-key-missing " RECORD ":1", "warning run-info-key-missing " RECORD ":1"}, [](Node& node) { node.write(RECORD, "[TRACE]\nLAST_RUN_TIME = \n"); }},
+    {"RecordKeysNotEdited",        {"warning run-info-key-not-edited " RECORD ":2", "warning run-info-key-not-edited " RECORD ":3", "warning run-info-key-not-edited " RECORD ":4"}, [](Node& node) { node.write(RECORD, "[TRACE]\n LAST_RUN_TIME = \nmaster_last_run_time = \nSLAVE_LAST_RUN_TIME\t= \n"); }},
+    {"RecordTimeWithSlash",        {"error run-info-time-with-slash " RECORD ":2"},            [](Node& node) { node.write(RECORD, "[TRACE]\nLAST_RUN_TIME = 2026/03/01\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"); }},
+    {"RecordTimeIsNone",           {"warning run-info-time " RECORD ":2"},                     [](Node& node) { node.write(RECORD, "[TRACE]\nLAST_RUN_TIME = yesterday\nMASTER_LAST_RUN_TIME = \nSLAVE_LAST_RUN_TIME = \n"); }},
+    {"RecordWithATime",            {},                                                         [](Node& node) { node.write(RECORD, "[TRACE]\nLAST_RUN_TIME = 20260301120000\nMASTER_LAST_RUN_TIME=\nSLAVE_LAST_RUN_TIME =\n"); }},
     // ---- programs
     {"NoProgram",                  {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.remove(PROGRAM); }},
     {"ProgramIsADirectory",        {"error not-a-program " CONFIG ":18"},                      [](Node& node) { node.set("PROCESS_PATH1", "/opt/service/bin"); }},
@@ -164,7 +155,7 @@ const Row kRows[] = {
     {"WritableBehindALink",        {"error writable-directory " CONFIG ":18"},                 [](Node& node) { node.linkProgram(); node.rights("/srv", 0777); }},
     {"LinksInACircle",             {"error missing-program-file " CONFIG ":18"},               [](Node& node) { node.link("circle", "/opt/circle"); node.set("PROCESS_PATH1", "/opt/circle/server"); }},
     {"WritableAboveTheAgent",      {"error writable-directory /usr/velarix/bin"},              [](Node& node) { node.rights("/usr/velarix/bin", 0777); }},
-    {"WritableAgent",              {"error writable-program /usr/velarix/bin/VelarixHA"},      [](Node& node) { node.file("/usr/velarix/bin/VelarixHA"); node.rights("/usr/velarix/bin/VelarixHA", 0777); }},
+    {"WritableAgent",              {"error writable-program /usr/velarix/bin/VelarixHA"},      [](Node& node) { node.write("/usr/velarix/bin/VelarixHA", ""); node.rights("/usr/velarix/bin/VelarixHA", 0777); }},
     {"ScriptWithoutInterpreter",   {"error script-without-interpreter " CONFIG ":18"},         [](Node& node) { node.program("exec /opt/other/server -d\n"); }},
     {"ScriptIsEmpty",              {"error empty-program-file " CONFIG ":18"},                 [](Node& node) { node.program(""); }},
     {"ScriptOfAnInterpretersName", {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("", "/usr/bin/python3"); node.program("#!python3\n"); }},
@@ -198,13 +189,13 @@ const Row kRows[] = {
     {"HalfAProgram",               {"error truncated-program " CONFIG ":18"},                  [](Node& node) { const std::string whole = readFile("/proc/self/exe"); node.program(whole.substr(0, whole.size() / 2)); }},
     {"ScriptFromWindows",          {"error missing-interpreter " CONFIG ":18"},                [](Node& node) { node.program("#!/bin/sh\r\nexec /opt/other/server\r\n"); }},
     // ---- the packet filter
-    {"FirewallOfThisNode",         {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); }},
-    {"FirewallOfThePartner",       {"error firewall-of-other-settings " FIREWALL},             [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.2", "192.0.2.1")); }},
-    {"FirewallOfAnotherPort",      {"warning firewall-of-other-settings " FIREWALL},           [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "700"); }},
-    {"FirewallOfASet",             {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "{ 192.0.2.9, 192.0.2.2 }")); }},
-    {"FirewallOfAPortInHex",       {},                                                         [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "0x1b58"); }},
-    {"FirewallOfOwnRules",         {},                                                         [](Node& node) { node.file(FIREWALL, "define address = $other\ntcp dport 22 accept\n"); }},
-    {"FirewallWithoutNft",         {"warning firewall-without-nft " FIREWALL},                 [](Node& node) { node.file(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.remove("/usr/bin/nft"); }},
+    {"FirewallOfThisNode",         {},                                                         [](Node& node) { node.write(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); }},
+    {"FirewallOfThePartner",       {"error firewall-of-other-settings " FIREWALL},             [](Node& node) { node.write(FIREWALL, firewallOf("192.0.2.2", "192.0.2.1")); }},
+    {"FirewallOfAnotherPort",      {"warning firewall-of-other-settings " FIREWALL},           [](Node& node) { node.write(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "700"); }},
+    {"FirewallOfASet",             {},                                                         [](Node& node) { node.write(FIREWALL, firewallOf("192.0.2.1", "{ 192.0.2.9, 192.0.2.2 }")); }},
+    {"FirewallOfAPortInHex",       {},                                                         [](Node& node) { node.write(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.set("HEART_BEAT_RECEIVE_PORT", "0x1b58"); }},
+    {"FirewallOfOwnRules",         {},                                                         [](Node& node) { node.write(FIREWALL, "define address = $other\ntcp dport 22 accept\n"); }},
+    {"FirewallWithoutNft",         {"warning firewall-without-nft " FIREWALL},                 [](Node& node) { node.write(FIREWALL, firewallOf("192.0.2.1", "192.0.2.2")); node.remove("/usr/bin/nft"); }},
     // ---- tools and scripts of the commands
     {"NoToolOfAllCommands",        {"error missing-tool " CONFIG ":12"},                       [](Node& node) { node.remove("/usr/bin/ip"); }},
     {"NoToolOfTheAgent",           {"error missing-tool " CONFIG},                             [](Node& node) { node.remove("/usr/bin/ifconfig"); }},
@@ -300,7 +291,7 @@ TEST_F(InstallationCheck, WhatThisUserMayNotLookAtIsSaid)
 {
 	write(CONFIG, joined(lines));
 	fakeHost().files[below("/usr/velarix/pid").string()] = {FileKind::notKnown, 0, 0, 0};
-	const CheckReport report = check({.file = settings(), .partner = {}, .filesOnly = false}, Paths(root()));
+	const CheckReport report = check({.file = settings()}, Paths(root()));
 	EXPECT_THAT(report.findings, IsEmpty());
 	ASSERT_FALSE(report.notChecked.empty());
 	EXPECT_EQ(anonymous(report.notChecked.front().what), "/usr/velarix/pid");

@@ -46,7 +46,7 @@ protected:
 	{
 		write(CONFIG, config);
 		write(KEEPER, keeperIni);
-		return found({.file = settings(), .partner = {}, .filesOnly = false});
+		return found({.file = settings()});
 	}
 
 	/// @return what the machine lacks for a keeper.ini
@@ -66,6 +66,7 @@ protected:
 TEST_F(KeeperCheck, ASoundNodeHasNoFindingAndItsCommandsAreNotTried)
 {
 	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty());
+	EXPECT_THAT(run({"check", settings()}).out, Not(HasSubstr("not checked: interfaces")));
 	EXPECT_THAT(fakeHost().trials, IsEmpty());
 }
 
@@ -108,8 +109,7 @@ TEST_F(KeeperCheck, EachFaultHasItsFinding)
 	}
 	fs::remove(below(KEEPER));
 	write(CONFIG, joined(lines));
-	EXPECT_THAT(found({.file = settings(), .partner = {}, .filesOnly = false}),
-	            ElementsAre("error keeper-settings " KEEPER));
+	EXPECT_THAT(found({.file = settings()}), ElementsAre("error keeper-settings " KEEPER));
 }
 
 TEST_F(KeeperCheck, OneCauseIsOneFinding)

@@ -11,12 +11,7 @@ namespace
 
 using Lines = std::vector<std::string>;
 
-struct Row
-{
-	const char* name;
-	std::vector<std::string> expected;
-	void (*change)(Lines&);
-};
+using Row = FaultRow<Lines>;
 
 void addProcess(pid_t pid, const std::string& name)
 {
@@ -64,9 +59,7 @@ const Row kRows[] = {
 };
 // clang-format on
 
-class MachineCheck : public CheckTest
-{
-};
+using MachineCheck = CheckTest;
 
 class MachineTable : public CheckTest, public testing::WithParamInterface<Row>
 {

@@ -43,9 +43,7 @@ std::pair<ExitCode, std::string> failureOf(const std::filesystem::path& path)
 	return {ExitCode::fine, ""};
 }
 
-class InputFiles : public CtlTest
-{
-};
+using InputFiles = CtlTest;
 
 } // namespace
 

@@ -87,13 +87,21 @@ void dropKey(std::vector<std::string>& lines, const std::string& key)
 	lineOf(lines, key).clear();
 }
 
-void expectWhole(const velarix::ctl::Finding& finding)
+std::vector<std::string> shortForms(const velarix::ctl::CheckReport& report,
+                                    const std::function<std::string(const velarix::ctl::Finding&)>& place)
 {
-	for (const std::string& text : {finding.what, finding.effect, finding.remedy})
+	std::vector<std::string> result;
+	for (const velarix::ctl::Finding& finding : report.findings)
 	{
-		EXPECT_FALSE(text.empty()) << finding.id;
-		EXPECT_THAT(text, testing::Not(testing::ContainsRegex("[{][0-9][}]"))) << finding.id << ": a value is missing";
+		for (const std::string& text : {finding.what, finding.effect, finding.remedy})
+		{
+			EXPECT_FALSE(text.empty()) << finding.id;
+			EXPECT_THAT(text, testing::Not(testing::ContainsRegex("[{][0-9][}]"))) << finding.id << " lacks a value";
+		}
+		const bool isError = finding.severity == velarix::ctl::Severity::error;
+		result.push_back((isError ? "error " : "warning ") + finding.id + " " + place(finding));
 	}
+	return result;
 }
 
 std::vector<SettingsCase> casesOf(const char* file)

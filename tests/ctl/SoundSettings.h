@@ -1,6 +1,7 @@
 /// A settings file without a fault, for tests that put faults into it.
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -36,5 +37,6 @@ void PrintTo(const SettingsCase& one, std::ostream* out);
 /// Does what a case's line says: "KEY = VALUE", "drop KEY" or "+ LINE" behind the others.
 void change(std::vector<std::string>& lines, const std::string& what);
 
-/// Its texts are there, with all of their values.
-void expectWhole(const velarix::ctl::Finding& finding);
+/// @return "SEVERITY ID PLACE" of each finding, whose texts have to be there with all of their values
+std::vector<std::string> shortForms(const velarix::ctl::CheckReport& report,
+                                    const std::function<std::string(const velarix::ctl::Finding&)>& place);

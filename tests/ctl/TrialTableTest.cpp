@@ -65,14 +65,7 @@ protected:
 
 	static std::vector<std::string> shortForms(const CheckReport& report)
 	{
-		std::vector<std::string> result;
-		for (const Finding& finding : report.findings)
-		{
-			expectWhole(finding);
-			result.push_back((finding.severity == Severity::error ? "error " : "warning ") + finding.id + " " +
-			                 std::to_string(finding.line));
-		}
-		return result;
+		return ::shortForms(report, [](const Finding& finding) { return std::to_string(finding.line); });
 	}
 
 	/// Sound settings with one command.

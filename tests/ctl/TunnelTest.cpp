@@ -24,12 +24,7 @@ constexpr char kRules[] = "\t\tiifname \"eth1\" ip saddr 192.0.2.2 udp sport 518
                           "\t\tip daddr 169.254.127.2 oifname != \"wg-ha\" counter packets 4 bytes 4 drop\n"
                           "\t\toifname \"wg-ha\" tcp dport 7000 meta skuid != 0 counter packets 5 bytes 5 reject\n";
 
-struct Row
-{
-	const char* name;
-	std::vector<std::string> expected;
-	void (*change)(const fs::path& directory);
-};
+using Row = FaultRow<const fs::path>;
 
 void replace(const fs::path& file, const std::string& what, const std::string& with)
 {
