@@ -66,7 +66,7 @@ class Judge
 public:
 	explicit Judge(const PairReports& reports) : m_reports(reports), m_own(reports.own), m_partner(reports.partner) {}
 
-	std::vector<PairProblem> run()
+	PairProblems run()
 	{
 		if (m_partner.is_null())
 		{
@@ -84,7 +84,7 @@ public:
 		{
 			nodes(*report);
 		}
-		std::ranges::stable_sort(m_problems, {}, [](const PairProblem& one) { return -rankOf(one.severity); });
+		std::ranges::stable_sort(m_problems, {}, [](const Json& one) { return -rankOf(severityOf(one)); });
 		return std::move(m_problems);
 	}
 
@@ -92,11 +92,13 @@ private:
 	const PairReports& m_reports;
 	const Json& m_own;
 	const Json& m_partner;
-	std::vector<PairProblem> m_problems;
+	PairProblems m_problems;
 
-	void add(std::string id, Grade severity, std::string text, std::string cure, std::string node = kPair)
+	void add(const std::string& id, Grade severity, const std::string& text, const std::string& cure,
+	         const std::string& node = kPair)
 	{
-		m_problems.push_back({std::move(id), severity, std::move(node), std::move(text), std::move(cure)});
+		m_problems.push_back(
+		    {{"id", id}, {"severity", wordOf(severity)}, {"node", node}, {"text", text}, {"cure", cure}});
 	}
 
 	template <typename... Parts> void addWhen(bool is, const Parts&... parts)
@@ -183,22 +185,17 @@ private:
 
 	void differences()
 	{
-		const Json none = Json::object();
-		const auto settings = [&](const Json& report) -> const Json&
+		const auto settings = [](const Json& report)
 		{
 			const Json::json_pointer place("/pair/settings");
-			return report.contains(place) && report.at(place).is_object() ? report.at(place) : none;
+			return report.contains(place) && report.at(place).is_object() ? report.at(place) : Json::object();
 		};
-		const Json& own = settings(m_own);
-		const Json& partner = settings(m_partner);
+		const Json own = settings(m_own);
+		const Json partner = settings(m_partner);
 		std::string keys;
-		for (const auto& [left, right] : {std::pair(&own, &partner), std::pair(&partner, &own)})
+		for (const Json& change : Json::diff(own, partner))
 		{
-			for (const auto& [key, value] : left->items())
-			{
-				const bool reported = right->contains(key) && (left == &partner || (*right)[key] == value);
-				keys += reported ? "" : (keys.empty() ? "" : ", ") + key;
-			}
+			keys += (keys.empty() ? "" : ", ") + Json::json_pointer(textAt(change, "/path")).back();
 		}
 		addWhen(!keys.empty() && !own.empty() && !partner.empty(), "settings-differ", warning,
 		        "the nodes have other values of " + keys,
@@ -228,28 +225,30 @@ private:
 	{
 		for (const Json& problem : listAt(report, "/problems"))
 		{
-			const std::string severity = textAt(problem, "/severity");
 			const std::string id = textAt(problem, "/id");
 			const auto cure = kCures.find(id);
-			add(id,
-			    severity == "critical"  ? critical
-			    : severity == "warning" ? warning
-			                            : unknown,
-			    textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second, nameOf(report));
+			add(id, severityOf(problem), textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second,
+			    nameOf(report));
 		}
 	}
 };
 
 } // namespace
 
-std::vector<PairProblem> judgePair(const PairReports& reports)
+PairProblems judgePair(const PairReports& reports)
 {
 	return Judge(reports).run();
 }
 
-Grade verdictOf(const std::vector<PairProblem>& problems)
+Grade severityOf(const Json& problem)
 {
-	return problems.empty() ? ok : problems.front().severity;
+	const std::string word = textAt(problem, "/severity");
+	return word == wordOf(critical) ? critical : word == wordOf(warning) ? warning : unknown;
+}
+
+Grade verdictOf(const PairProblems& problems)
+{
+	return problems.empty() ? ok : severityOf(problems.front());
 }
 
 } // namespace velarix::ctl

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <set>
 
+#include <Poco/String.h>
+
 #include "ctl/render/StateViews.h"
 #include "inspect/Names.h"
 #include "inspect/Printable.h"
@@ -143,10 +145,10 @@ void addTunnel(Exposition& out, const NodeState& state)
 	}
 }
 
-void addReach(Exposition& out, const KeeperReach& reach)
+void addReach(Exposition& out, const KeeperProgram& reach)
 {
 	out.gauge("keeper_reachability_state", "Whether this node reaches its targets, in the label; always 1.");
-	out.sample(true, {{"state", printable(reach.program.state)}});
+	out.sample(true, {{"state", printable(reach.state)}});
 	out.gauge("keeper_target_answers", "Whether a reachability target answers pings.");
 	for (const keeper::TargetState& target : reach.targets)
 	{
@@ -213,14 +215,6 @@ std::string shortestText(double value)
 {
 	std::array<char, 32> digits{};
 	return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr};
-}
-
-/// A bar begins the performance data and a line feed ends the line.
-std::string harmless(std::string text)
-{
-	std::ranges::replace(text, '|', '/');
-	std::ranges::replace(text, '\n', ' ');
-	return printable(text);
 }
 
 using Remark = std::pair<Grade, std::string>;
@@ -306,22 +300,31 @@ std::string metricsText(const NodeState& state, const Judgement& judgement, cons
 	return out.text();
 }
 
+std::string pluginWordOf(Grade grade)
+{
+	return Poco::toUpper(std::string(wordOf(grade)));
+}
+
+std::string pluginLine(Grade grade, const std::vector<std::string>& texts)
+{
+	std::string text =
+	    "VELARIX " + pluginWordOf(grade) + " - " + Poco::cat(std::string("; "), texts.begin(), texts.end());
+	std::ranges::replace(text, '|', '/');
+	std::ranges::replace(text, '\n', ' ');
+	return printable(text);
+}
+
 NagiosLine nagiosLine(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
 {
 	const std::vector<Remark> all = remarks(state, judgement, limits);
-	NagiosLine line;
-	line.status = all.empty() ? Grade::ok : all.front().first;
-	line.text = "VELARIX " + pluginWordOf(line.status) + " - ";
 	if (all.empty())
 	{
-		line.text += harmless(fineText(state, judgement));
+		return {Grade::ok, pluginLine(Grade::ok, {fineText(state, judgement)}) + performance(state, limits)};
 	}
-	for (const Remark& remark : all)
-	{
-		line.text += (&remark == all.data() ? "" : "; ") + harmless(remark.second);
-	}
-	line.text += performance(state, limits);
-	return line;
+	std::vector<std::string> texts;
+	std::ranges::transform(all, std::back_inserter(texts), &Remark::second);
+	const Grade worst = all.front().first;
+	return {worst, pluginLine(worst, texts) + performance(state, limits)};
 }
 
 } // namespace velarix::ctl

@@ -32,6 +32,12 @@ struct NagiosLimits
 	double critical = 60;
 };
 
+/// @return the grade's word as a plug-in writes it: "OK", "WARNING", ...
+std::string pluginWordOf(Grade grade);
+
+/// @return "VELARIX OK - TEXT; TEXT"; no byte of the texts ends the line or begins its figures
+std::string pluginLine(Grade grade, const std::vector<std::string>& texts);
+
 struct NagiosLine
 {
 	Grade status = Grade::unknown;

@@ -155,7 +155,7 @@ Json tunnelJson(const NodeState& state)
 	return json;
 }
 
-Json reachJson(const KeeperReach& reach)
+Json reachJson(const KeeperProgram& reach)
 {
 	Json targets = Json::array();
 	for (const keeper::TargetState& target : reach.targets)
@@ -164,8 +164,8 @@ Json reachJson(const KeeperReach& reach)
 		                   {"state", target.state},
 		                   {"since", isoText(Instant(std::chrono::seconds(target.since)))}});
 	}
-	return {{"state", reach.program.state},
-	        {"since", isoOrNull(reach.program.since)},
+	return {{"state", reach.state},
+	        {"since", isoOrNull(reach.since)},
 	        {"partner", reach.partner.empty() ? Json() : Json(reach.partner)},
 	        {"targets", std::move(targets)}};
 }

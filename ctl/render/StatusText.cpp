@@ -223,9 +223,9 @@ void addReach(Rows& rows, const NodeState& state)
 	{
 		return;
 	}
-	const KeeperReach& reach = *state.keeper->reach;
-	rows.add("reachability", reach.program.state + spanOf(state, reach.program) +
-	                             (reach.partner.empty() ? "" : ", partner " + reach.partner));
+	const KeeperProgram& reach = *state.keeper->reach;
+	rows.add("reachability",
+	         reach.state + spanOf(state, reach) + (reach.partner.empty() ? "" : ", partner " + reach.partner));
 	for (const keeper::TargetState& target : reach.targets)
 	{
 		const Instant since(std::chrono::seconds(target.since));

@@ -129,10 +129,10 @@ KeeperProgram programOf(const std::string& name, const Paths& paths)
 	const std::optional<host::Process> process = host::process(std::atoi(field("pid").c_str()));
 	program.runs = process && process->name == kWorker && process->state != 'Z';
 	program.state = field("state");
+	program.reason = field("reason");
 	if (!program.runs)
 	{
 		program.state = program.state == "failed" ? "failed" : "stopped";
-		program.reason = field("reason");
 		return program;
 	}
 	// In maintenance on purpose; else it neither watches nor ends its service.
@@ -143,20 +143,9 @@ KeeperProgram programOf(const std::string& name, const Paths& paths)
 	program.lastConflict = timeOf(field("last_conflict"));
 	program.restarts = std::atoi(field("restarts").c_str());
 	program.check = field("check");
-	program.reason = field("reason");
+	program.partner = field("partner");
+	program.targets = keeper::targetsOf(fields);
 	return program;
-}
-
-KeeperReach reachOf(const Paths& paths)
-{
-	KeeperReach reach{programOf(keeper::kReachProgram, paths), {}, {}};
-	if (reach.program.runs)
-	{
-		const keeper::Fields fields = keeper::readState(keeper::kReachProgram, paths.keeperStates.string());
-		reach.partner = keeper::valueOf(fields, "partner");
-		reach.targets = keeper::targetsOf(fields);
-	}
-	return reach;
 }
 
 } // namespace
@@ -206,16 +195,6 @@ void askKernel(NodeState& state, const Paths& paths)
 	}
 }
 
-std::string KeeperReach::lost() const
-{
-	std::string all;
-	for (const keeper::TargetState& target : targets)
-	{
-		all += target.state == "lost" ? (all.empty() ? "" : ", ") + target.address : "";
-	}
-	return all;
-}
-
 std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths)
 {
 	if (!usesKeeper(settings))
@@ -233,7 +212,7 @@ std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Pat
 	}
 	if (keeper::readSettings(paths.keeperSettings.c_str()).settings.reach.line != 0)
 	{
-		state.reach = reachOf(paths);
+		state.reach = programOf(keeper::kReachProgram, paths);
 	}
 	state.marked = host::hasMarker(settings.text(key::kVirtualIP).value_or(""));
 	return state;

@@ -41,21 +41,12 @@ struct KeeperProgram
 	std::string check;
 	/// Why a service died last.
 	std::string reason;
-
-	/// @return whether another host has the address
-	bool waits() const { return state == "waiting" || state == "yielded"; }
-};
-
-/// ha-reach, with what it knows of its targets.
-struct KeeperReach
-{
-	KeeperProgram program;
-	/// "ready", "reaches", "fails", "silent", "unknown"
+	/// Of ha-reach alone: "ready", "reaches", "fails", "silent", "unknown"; and what it knows of its targets.
 	std::string partner;
 	std::vector<keeper::TargetState> targets;
 
-	/// @return the targets that do not answer, "192.0.2.1, 192.0.2.2"
-	std::string lost() const;
+	/// @return whether another host has the address
+	bool waits() const { return state == "waiting" || state == "yielded"; }
 };
 
 struct KeeperState
@@ -63,7 +54,7 @@ struct KeeperState
 	KeeperProgram address;
 	std::vector<KeeperProgram> services;
 	/// Without a [reachability] nothing.
-	std::optional<KeeperReach> reach;
+	std::optional<KeeperProgram> reach;
 	bool marked = false; ///< the marker is there
 };
 
