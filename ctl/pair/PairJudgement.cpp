@@ -70,8 +70,8 @@ public:
 	{
 		if (m_partner.is_null())
 		{
-			add("partner-not-reached", unknown, "the partner was not asked: " + m_reports.whyNot,
-			    "make \"ssh TARGET velarixctl status --for-pair\" work, or see to the partner");
+			addWhen(true, "partner-not-reached", unknown, "the partner was not asked: " + m_reports.whyNot,
+			        "make \"ssh TARGET velarixctl status --for-pair\" work, or see to the partner");
 		}
 		else if (areOnePair())
 		{
@@ -94,18 +94,13 @@ private:
 	const Json& m_partner;
 	PairProblems m_problems;
 
-	void add(const std::string& id, Grade severity, const std::string& text, const std::string& cure,
-	         const std::string& node = kPair)
-	{
-		m_problems.push_back(
-		    {{"id", id}, {"severity", wordOf(severity)}, {"node", node}, {"text", text}, {"cure", cure}});
-	}
-
-	template <typename... Parts> void addWhen(bool is, const Parts&... parts)
+	void addWhen(bool is, const std::string& id, Grade severity, const std::string& text, const std::string& cure,
+	             const std::string& node = kPair)
 	{
 		if (is)
 		{
-			add(parts...);
+			m_problems.push_back(
+			    {{"id", id}, {"severity", wordOf(severity)}, {"node", node}, {"text", text}, {"cure", cure}});
 		}
 	}
 
@@ -121,16 +116,14 @@ private:
 			        nameOf(*report) + " has no readable settings: nobody can tell whether the two are a pair",
 			        "velarixctl check there");
 		}
-		if (!unlike(textAt(m_own, "/partner/address"), partner) && !unlike(textAt(m_partner, "/partner/address"), own))
-		{
-			return true;
-		}
-		add("not-the-partner", unknown,
-		    "the reports are not of one pair: " + nameOf(m_own) + " has the partner " +
-		        textAt(m_own, "/partner/address") + ", and " + nameOf(m_partner) + " has " +
-		        textAt(m_partner, "/partner/address"),
-		    "ask the partner itself: --ssh, --partner-json");
-		return false;
+		const std::string ownPartner = textAt(m_own, "/partner/address");
+		const std::string partnerPartner = textAt(m_partner, "/partner/address");
+		const bool are = !unlike(ownPartner, partner) && !unlike(partnerPartner, own);
+		addWhen(!are, "not-the-partner", unknown,
+		        "the reports are not of one pair: " + nameOf(m_own) + " has the partner " + ownPartner + ", and " +
+		            nameOf(m_partner) + " has " + partnerPartner,
+		        "ask the partner itself: --ssh, --partner-json");
+		return are;
 	}
 
 	bool eitherSays(std::string_view id) const
@@ -148,19 +141,14 @@ private:
 	void address()
 	{
 		const std::string address = textAt(m_own, "/virtual_ip/address");
-		if (isAt(m_own, kHeld, true) && isAt(m_partner, kHeld, true))
-		{
-			add("split-brain", critical, "both nodes hold " + address,
-			    "repair the network between the nodes; then drop the address on the node that clients do not reach "
-			    "(docs/split-brain.md)");
-		}
-		else if (isAt(m_own, kHeld, false) && isAt(m_partner, kHeld, false))
-		{
-			const bool moves = isMoving() || eitherSays("agent-starting");
-			add("nobody-holds-address", moves ? warning : critical,
-			    "no node holds " + address + (moves ? "; one is taking the service" : ""),
-			    moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
-		}
+		const bool moves = isMoving() || eitherSays("agent-starting");
+		addWhen(isAt(m_own, kHeld, true) && isAt(m_partner, kHeld, true), "split-brain", critical,
+		        "both nodes hold " + address,
+		        "repair the network between the nodes; then drop the address on the node that clients do not reach "
+		        "(docs/split-brain.md)");
+		addWhen(isAt(m_own, kHeld, false) && isAt(m_partner, kHeld, false), "nobody-holds-address",
+		        moves ? warning : critical, "no node holds " + address + (moves ? "; one is taking the service" : ""),
+		        moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
 		for (const Json* report : {&m_own, &m_partner})
 		{
 			addWhen(isAt(*report, kHeld, true) && lastRoleOf(*report) == "slave", "address-not-at-master", critical,
@@ -227,8 +215,8 @@ private:
 		{
 			const std::string id = textAt(problem, "/id");
 			const auto cure = kCures.find(id);
-			add(id, severityOf(problem), textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second,
-			    nameOf(report));
+			addWhen(true, id, severityOf(problem), textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second,
+			        nameOf(report));
 		}
 	}
 };

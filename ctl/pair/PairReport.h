@@ -1,15 +1,11 @@
 /// What two nodes' reports show together, and no node alone; for people and for programs.
 #pragma once
 
-#include <nlohmann/json.hpp>
-
 #include "ctl/render/StateViews.h"
 #include "inspect/HostProgram.h"
 
 namespace velarix::ctl
 {
-
-using Json = nlohmann::ordered_json;
 
 /// How far back the events of a report go.
 inline constexpr std::chrono::hours kReportedEvents{24};
