@@ -8,7 +8,6 @@
 
 #include "ctl/OutputFile.h"
 #include "ctl/history/EventStream.h"
-#include "ctl/render/StateViews.h"
 #include "inspect/Host.h"
 #include "inspect/InputFile.h"
 #include "inspect/SettingsFile.h"
@@ -79,8 +78,8 @@ struct Message
 	}
 };
 
-/// Passes the events of one log on that come behind the last one that was taken. While it catches
-/// up it keeps them; should that one not be in the log, those from its time on.
+/// While a worker catches up: the events of one log that come behind the last one that was taken, or
+/// should that one not be in the log, those from its time on.
 struct Resumption
 {
 	/// The last event that was taken; without an identity: begin with what comes after `at`.
@@ -88,18 +87,12 @@ struct Resumption
 	std::string identity;
 
 	bool found = false;
-	bool catchesUp = true;
-	/// What came behind it while it catches up, and how many were too many to keep, the oldest.
 	std::deque<Message> behind;
+	/// How many were too many to keep, the oldest.
 	std::size_t dropped = 0;
 
-	/// @return whether the event is to be delivered now
-	bool passes(const Message& message)
+	void keep(const Message& message)
 	{
-		if (!catchesUp)
-		{
-			return true;
-		}
 		if (!found && message.identity() == identity)
 		{
 			found = true;
@@ -115,7 +108,6 @@ struct Resumption
 				++dropped;
 			}
 		}
-		return false;
 	}
 
 	Json json() const
@@ -146,25 +138,23 @@ public:
 	[[noreturn]] void run()
 	{
 		read();
-		std::vector<std::pair<Message, Resumption*>> missed;
-		for (Resumption* log : {&m_agent, &m_keeper})
+		for (const Resumption* log : {&m_agent, &m_keeper})
 		{
-			log->catchesUp = false;
-			for (Message& message : std::exchange(log->behind, {}))
-			{
-				missed.emplace_back(std::move(message), log);
-			}
 			if (log->dropped > 0)
 			{
 				say(std::to_string(log->dropped) + " older events are dropped: too many have happened meanwhile");
 			}
 		}
 		// What the two logs report of the time without this process comes at once: in one order.
-		std::ranges::stable_sort(missed, {}, [](const auto& one) { return one.first.at; });
-		for (const auto& [message, log] : std::exchange(missed, {}))
+		const auto next = [](const Resumption& log)
+		{ return log.behind.empty() ? Instant::max() : log.behind.front().at; };
+		while (!m_agent.behind.empty() || !m_keeper.behind.empty())
 		{
-			pass(message, *log);
+			Resumption& log = next(m_agent) <= next(m_keeper) ? m_agent : m_keeper;
+			pass(log.behind.front(), log);
+			log.behind.pop_front();
 		}
+		m_catchesUp = false;
 		for (;;)
 		{
 			host::pause(kLook);
@@ -180,6 +170,7 @@ private:
 	const std::filesystem::path m_file;
 	Resumption m_agent;
 	Resumption m_keeper;
+	bool m_catchesUp = true;
 	std::optional<EventStream> m_stream;
 	/// How many of the troubles of each log were reported.
 	std::size_t m_agentTroubles = 0;
@@ -203,20 +194,13 @@ private:
 	/// A notifier that is new here is spared the past.
 	void begin()
 	{
-		// The log's times are cut to tenths of a second.
-		const Instant now = std::chrono::floor<std::chrono::duration<long, std::deci>>(m_context.now());
-		m_agent.at = m_keeper.at = now;
 		try
 		{
 			if (host::fileFacts(m_file).kind != host::FileKind::missing)
 			{
 				const Json json = Json::parse(readInputFile(m_file), nullptr, false);
-				Resumption agent;
-				Resumption keeper;
-				agent.take(json.at("agent"));
-				keeper.take(json.at("keeper"));
-				m_agent = std::move(agent);
-				m_keeper = std::move(keeper);
+				m_agent.take(json.at("agent"));
+				m_keeper.take(json.at("keeper"));
 				return;
 			}
 		}
@@ -228,6 +212,10 @@ private:
 		{
 			say(std::string(failure.what()) + "; it goes on from now");
 		}
+		Resumption fresh;
+		// The log's times are cut to tenths of a second.
+		fresh.at = std::chrono::floor<std::chrono::duration<long, std::deci>>(m_context.now());
+		m_agent = m_keeper = fresh;
 		remember();
 	}
 
@@ -249,10 +237,7 @@ private:
 	void take(Resumption& log, Instant at, Json event, std::string_view severity)
 	{
 		const Message message{at, withNode(std::move(event), m_node, severity)};
-		if (log.passes(message))
-		{
-			pass(message, log);
-		}
+		m_catchesUp ? log.keep(message) : pass(message, log);
 	}
 
 	void pass(const Message& message, Resumption& log)

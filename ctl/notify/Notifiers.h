@@ -3,9 +3,8 @@
 
 #include <filesystem>
 
-#include <nlohmann/json.hpp>
-
 #include "ctl/Program.h"
+#include "ctl/render/StateViews.h"
 #include "inspect/HostProgram.h"
 
 namespace velarix::ctl::notify
@@ -25,8 +24,6 @@ struct Notifier
 ///         disabled and left out. One that somebody else than root may change is refused:
 ///         it would be run as root
 std::vector<Notifier> notifiersIn(const std::filesystem::path& directory);
-
-using Json = nlohmann::ordered_json;
 
 /// Where the workers remember how far their notifiers have come.
 inline constexpr char kPositions[] = "/var/lib/velarix-ha/notify";

@@ -1,7 +1,6 @@
 #include "ctl/pair/PairReport.h"
 
 #include <cstdlib>
-#include <sstream>
 
 #include <Poco/DigestEngine.h>
 #include <Poco/SHA1Engine.h>
@@ -110,21 +109,11 @@ constexpr char kVariable[] = "VELARIX_PARTNER_SSH";
 
 std::string ofService(const Paths& paths)
 {
-	static const inspect::Pattern line(R"(\s*VELARIX_PARTNER_SSH=["']?([^"'\s#]*).*)");
+	static const inspect::Pattern line(R"((?:^|\n)\s*VELARIX_PARTNER_SSH=["']?([^"'\s#]*))");
 	const std::filesystem::path file = paths.below("/etc/default/velarix-ha");
-	if (host::fileFacts(file).kind == host::FileKind::missing)
-	{
-		return {};
-	}
-	std::istringstream lines(readInputFile(file));
-	for (std::string text; std::getline(lines, text);)
-	{
-		if (const inspect::Pattern::Groups found = line.matched(text); !found.empty())
-		{
-			return found[1];
-		}
-	}
-	return {};
+	const bool missing = host::fileFacts(file).kind == host::FileKind::missing;
+	const inspect::Pattern::Groups found = line.found(missing ? "" : readInputFile(file));
+	return found.empty() ? "" : found[1];
 }
 
 std::string targetFrom(const std::string& option, const Paths& paths)
@@ -144,17 +133,6 @@ std::string targetFrom(const std::string& option, const Paths& paths)
 		throw Failure(ExitCode::usage, "\"" + target + "\" is no ssh target");
 	}
 	return target;
-}
-
-/// The shell of the partner gets the words as they are.
-std::string quoted(const std::string& word)
-{
-	std::string text = "'";
-	for (const char c : word)
-	{
-		text += c == '\'' ? "'\\''" : std::string(1, c);
-	}
-	return text + "'";
 }
 
 } // namespace
@@ -217,7 +195,8 @@ host::ProgramEnd Partner::run(const std::vector<std::string>& words) const
 	{
 		const bool plain =
 		    !word.empty() && word.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-") == word.npos;
-		command += " " + (plain ? word : quoted(word));
+		// The shell of the partner gets the words as they are.
+		command += plain ? " " + word : " '" + Poco::replace(word, std::string("'"), std::string("'\\''")) + "'";
 	}
 	const std::string patience = std::to_string(std::max<long>(m_limit.count() / 2000, 1));
 	return host::runProgram(

@@ -66,12 +66,12 @@ class Judge
 public:
 	explicit Judge(const PairReports& reports) : m_reports(reports), m_own(reports.own), m_partner(reports.partner) {}
 
-	std::vector<PairProblem> run()
+	PairProblems run()
 	{
 		if (m_partner.is_null())
 		{
-			add("partner-not-reached", unknown, "the partner was not asked: " + m_reports.whyNot,
-			    "make \"ssh TARGET velarixctl status --for-pair\" work, or see to the partner");
+			addWhen(true, "partner-not-reached", unknown, "the partner was not asked: " + m_reports.whyNot,
+			        "make \"ssh TARGET velarixctl status --for-pair\" work, or see to the partner");
 		}
 		else if (areOnePair())
 		{
@@ -84,7 +84,7 @@ public:
 		{
 			nodes(*report);
 		}
-		std::ranges::stable_sort(m_problems, {}, [](const PairProblem& one) { return -rankOf(one.severity); });
+		std::ranges::stable_sort(m_problems, {}, [](const Json& one) { return -rankOf(severityOf(one)); });
 		return std::move(m_problems);
 	}
 
@@ -92,18 +92,15 @@ private:
 	const PairReports& m_reports;
 	const Json& m_own;
 	const Json& m_partner;
-	std::vector<PairProblem> m_problems;
+	PairProblems m_problems;
 
-	void add(std::string id, Grade severity, std::string text, std::string cure, std::string node = kPair)
-	{
-		m_problems.push_back({std::move(id), severity, std::move(node), std::move(text), std::move(cure)});
-	}
-
-	template <typename... Parts> void addWhen(bool is, const Parts&... parts)
+	void addWhen(bool is, const std::string& id, Grade severity, const std::string& text, const std::string& cure,
+	             const std::string& node = kPair)
 	{
 		if (is)
 		{
-			add(parts...);
+			m_problems.push_back(
+			    {{"id", id}, {"severity", wordOf(severity)}, {"node", node}, {"text", text}, {"cure", cure}});
 		}
 	}
 
@@ -119,16 +116,14 @@ private:
 			        nameOf(*report) + " has no readable settings: nobody can tell whether the two are a pair",
 			        "velarixctl check there");
 		}
-		if (!unlike(textAt(m_own, "/partner/address"), partner) && !unlike(textAt(m_partner, "/partner/address"), own))
-		{
-			return true;
-		}
-		add("not-the-partner", unknown,
-		    "the reports are not of one pair: " + nameOf(m_own) + " has the partner " +
-		        textAt(m_own, "/partner/address") + ", and " + nameOf(m_partner) + " has " +
-		        textAt(m_partner, "/partner/address"),
-		    "ask the partner itself: --ssh, --partner-json");
-		return false;
+		const std::string ownPartner = textAt(m_own, "/partner/address");
+		const std::string partnerPartner = textAt(m_partner, "/partner/address");
+		const bool are = !unlike(ownPartner, partner) && !unlike(partnerPartner, own);
+		addWhen(!are, "not-the-partner", unknown,
+		        "the reports are not of one pair: " + nameOf(m_own) + " has the partner " + ownPartner + ", and " +
+		            nameOf(m_partner) + " has " + partnerPartner,
+		        "ask the partner itself: --ssh, --partner-json");
+		return are;
 	}
 
 	bool eitherSays(std::string_view id) const
@@ -146,19 +141,14 @@ private:
 	void address()
 	{
 		const std::string address = textAt(m_own, "/virtual_ip/address");
-		if (isAt(m_own, kHeld, true) && isAt(m_partner, kHeld, true))
-		{
-			add("split-brain", critical, "both nodes hold " + address,
-			    "repair the network between the nodes; then drop the address on the node that clients do not reach "
-			    "(docs/split-brain.md)");
-		}
-		else if (isAt(m_own, kHeld, false) && isAt(m_partner, kHeld, false))
-		{
-			const bool moves = isMoving() || eitherSays("agent-starting");
-			add("nobody-holds-address", moves ? warning : critical,
-			    "no node holds " + address + (moves ? "; one is taking the service" : ""),
-			    moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
-		}
+		const bool moves = isMoving() || eitherSays("agent-starting");
+		addWhen(isAt(m_own, kHeld, true) && isAt(m_partner, kHeld, true), "split-brain", critical,
+		        "both nodes hold " + address,
+		        "repair the network between the nodes; then drop the address on the node that clients do not reach "
+		        "(docs/split-brain.md)");
+		addWhen(isAt(m_own, kHeld, false) && isAt(m_partner, kHeld, false), "nobody-holds-address",
+		        moves ? warning : critical, "no node holds " + address + (moves ? "; one is taking the service" : ""),
+		        moves ? "wait for it: velarixctl watch" : "velarixctl events on both nodes");
 		for (const Json* report : {&m_own, &m_partner})
 		{
 			addWhen(isAt(*report, kHeld, true) && lastRoleOf(*report) == "slave", "address-not-at-master", critical,
@@ -183,22 +173,17 @@ private:
 
 	void differences()
 	{
-		const Json none = Json::object();
-		const auto settings = [&](const Json& report) -> const Json&
+		const auto settings = [](const Json& report)
 		{
 			const Json::json_pointer place("/pair/settings");
-			return report.contains(place) && report.at(place).is_object() ? report.at(place) : none;
+			return report.contains(place) && report.at(place).is_object() ? report.at(place) : Json::object();
 		};
-		const Json& own = settings(m_own);
-		const Json& partner = settings(m_partner);
+		const Json own = settings(m_own);
+		const Json partner = settings(m_partner);
 		std::string keys;
-		for (const auto& [left, right] : {std::pair(&own, &partner), std::pair(&partner, &own)})
+		for (const Json& change : Json::diff(own, partner))
 		{
-			for (const auto& [key, value] : left->items())
-			{
-				const bool reported = right->contains(key) && (left == &partner || (*right)[key] == value);
-				keys += reported ? "" : (keys.empty() ? "" : ", ") + key;
-			}
+			keys += (keys.empty() ? "" : ", ") + Json::json_pointer(textAt(change, "/path")).back();
 		}
 		addWhen(!keys.empty() && !own.empty() && !partner.empty(), "settings-differ", warning,
 		        "the nodes have other values of " + keys,
@@ -228,28 +213,30 @@ private:
 	{
 		for (const Json& problem : listAt(report, "/problems"))
 		{
-			const std::string severity = textAt(problem, "/severity");
 			const std::string id = textAt(problem, "/id");
 			const auto cure = kCures.find(id);
-			add(id,
-			    severity == "critical"  ? critical
-			    : severity == "warning" ? warning
-			                            : unknown,
-			    textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second, nameOf(report));
+			addWhen(true, id, severityOf(problem), textAt(problem, "/text"), cure == kCures.end() ? "" : cure->second,
+			        nameOf(report));
 		}
 	}
 };
 
 } // namespace
 
-std::vector<PairProblem> judgePair(const PairReports& reports)
+PairProblems judgePair(const PairReports& reports)
 {
 	return Judge(reports).run();
 }
 
-Grade verdictOf(const std::vector<PairProblem>& problems)
+Grade severityOf(const Json& problem)
 {
-	return problems.empty() ? ok : problems.front().severity;
+	const std::string word = textAt(problem, "/severity");
+	return word == wordOf(critical) ? critical : word == wordOf(warning) ? warning : unknown;
+}
+
+Grade verdictOf(const PairProblems& problems)
+{
+	return problems.empty() ? ok : severityOf(problems.front());
 }
 
 } // namespace velarix::ctl

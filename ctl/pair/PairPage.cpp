@@ -152,15 +152,16 @@ std::string picture(const PairReports& reports)
 	              "<span>-6 h</span><span>now</span></div>\n";
 }
 
-std::string problemsPart(const std::vector<PairProblem>& problems)
+std::string problemsPart(const PairProblems& problems)
 {
 	std::string text;
-	for (const PairProblem& problem : problems)
+	for (const Json& problem : problems)
 	{
-		const std::string word = pluginWordOf(problem.severity);
-		text += "<div class=\"panel problem " + word + "\"><b>" + word + "</b> " + html(problem.node) + ": " +
-		        html(problem.text) + " <span class=\"faint\">" + html(problem.id) + "</span>";
-		text += (problem.cure.empty() ? "" : "<br>Fix: " + html(problem.cure)) + "</div>\n";
+		const std::string word = pluginWordOf(severityOf(problem));
+		const std::string cure = textAt(problem, "/cure");
+		text += "<div class=\"panel problem " + word + "\"><b>" + word + "</b> " + html(textAt(problem, "/node")) +
+		        ": " + html(textAt(problem, "/text")) + " <span class=\"faint\">" + html(textAt(problem, "/id")) +
+		        "</span>" + (cure.empty() ? "" : "<br>Fix: " + html(cure)) + "</div>\n";
 	}
 	return text;
 }
@@ -209,7 +210,7 @@ std::string eventsPart(const PairReports& reports)
 
 } // namespace
 
-std::string pairPage(const PairReports& reports, const std::vector<PairProblem>& problems)
+std::string pairPage(const PairReports& reports, const PairProblems& problems)
 {
 	const std::string verdict = pluginWordOf(verdictOf(problems));
 	const std::string address = textAt(reports.own, "/virtual_ip/address");

@@ -72,48 +72,66 @@ std::string changeOf(const Json& report)
 	return time.empty() ? "-" : shortTime(time) + ", " + textAt(report, "/last_change/text");
 }
 
-struct Row
-{
-	const char* label;
-	std::string (*of)(const Json&);
-};
-
-constexpr std::array kRows{
-    Row{"role", roleOf},
-    Row{"agent", agentOf},
-    Row{"virtual address", addressOf},
-    Row{"programs", programsOf},
-    Row{"interfaces", interfacesOf},
-    Row{"gateway",
-        [](const Json& report) { return yesNo(report, "/gateway_answers/value", "answers", "does not answer"); }},
-    Row{"failover",
-        [](const Json& report) { return yesNo(report, "/fail_over/works", "would work", "would not work"); }},
-    Row{"last change", changeOf},
-    Row{"version", [](const Json& report) { return orUnknown(textAt(report, "/pair/version")); }},
-};
-
 std::string padded(std::string text, std::size_t width)
 {
 	text.resize(std::max(text.size(), width), ' ');
 	return text;
 }
 
-/// The first line of a plug-in: a bar would begin its figures.
-std::string firstLine(const PairReports& reports, const std::vector<PairProblem>& problems)
+std::string firstLine(const PairReports& reports, const PairProblems& problems)
 {
-	std::string text;
-	for (const PairProblem& problem : problems)
+	std::vector<std::string> texts;
+	for (const Json& problem : problems)
 	{
-		const bool first = text.empty();
-		text += (first ? "" : "; ") + (problem.node == "pair" ? "" : problem.node + ": ") + problem.text;
+		const std::string node = textAt(problem, "/node");
+		texts.push_back((node == "pair" ? "" : node + ": ") + textAt(problem, "/text"));
 	}
-	if (text.empty())
+	if (texts.empty())
 	{
-		text = nameOf(reports.own) + " is " + roleOf(reports.own) + ", " + nameOf(reports.partner) + " is " +
-		       roleOf(reports.partner);
+		texts.push_back(nameOf(reports.own) + " is " + roleOf(reports.own) + ", " + nameOf(reports.partner) + " is " +
+		                roleOf(reports.partner));
 	}
-	std::ranges::replace(text, '|', '/');
-	return "VELARIX " + pluginWordOf(verdictOf(problems)) + " - " + printable(text) + "\n";
+	return pluginLine(verdictOf(problems), texts) + "\n";
+}
+
+/// The first line is one of a monitoring plug-in; then a table of both and what to do.
+std::string pairText(const PairReports& reports, const PairProblems& problems)
+{
+	std::string text = firstLine(reports, problems) + "\n";
+	const std::vector<PairRow> rows = rowsOf(reports);
+	std::size_t own = 0;
+	for (const PairRow& row : rows)
+	{
+		own = std::max(own, row.label == "last change" ? 0 : printable(row.own).size());
+	}
+	for (const PairRow& row : rows)
+	{
+		// Too long for a column: one line for each node.
+		const bool wide = row.label == "last change";
+		const std::string label = padded(row.label, sizeof("virtual address") - 1 + kGap);
+		text += label +
+		        (wide ? printable(row.own) + "\n" + std::string(label.size(), ' ')
+		              : padded(printable(row.own), own + kGap)) +
+		        printable(row.partner) + "\n";
+	}
+	for (const Json& problem : problems)
+	{
+		const auto field = [&](const char* place) { return printable(textAt(problem, place)); };
+		text += "\n" + pluginWordOf(severityOf(problem)) + "  " + field("/node") + ": " + field("/text") + "  [" +
+		        field("/id") + "]\n";
+		text += field("/cure").empty() ? "" : "  fix: " + field("/cure") + "\n";
+	}
+	return text;
+}
+
+/// The reports are as they came, this node's first.
+Json pairReportJson(const PairReports& reports, const PairProblems& problems)
+{
+	return {{"schema_version", kSchemaVersion},
+	        {"time", isoText(reports.time)},
+	        {"verdict", wordOf(verdictOf(problems))},
+	        {"problems", problems},
+	        {"nodes", {reports.own, reports.partner}}};
 }
 
 using std::chrono::milliseconds;
@@ -182,63 +200,27 @@ std::vector<PairRow> rowsOf(const PairReports& reports)
 {
 	std::vector<PairRow> rows{
 	    {"node", nameOf(reports.own), reports.partner.is_null() ? "partner" : nameOf(reports.partner)}};
-	for (const Row& row : kRows)
-	{
-		rows.push_back({row.label, row.of(reports.own), row.of(reports.partner)});
-	}
+	const auto add = [&](const char* label, const auto& of) {
+		rows.push_back({label, of(reports.own), of(reports.partner)});
+	};
+	add("role", roleOf);
+	add("agent", agentOf);
+	add("virtual address", addressOf);
+	add("programs", programsOf);
+	add("interfaces", interfacesOf);
+	add("gateway",
+	    [](const Json& report) { return yesNo(report, "/gateway_answers/value", "answers", "does not answer"); });
+	add("failover",
+	    [](const Json& report) { return yesNo(report, "/fail_over/works", "would work", "would not work"); });
+	add("last change", changeOf);
+	add("version", [](const Json& report) { return orUnknown(textAt(report, "/pair/version")); });
 	return rows;
-}
-
-std::string pairText(const PairReports& reports, const std::vector<PairProblem>& problems)
-{
-	std::string text = firstLine(reports, problems) + "\n";
-	const std::vector<PairRow> rows = rowsOf(reports);
-	std::size_t own = 0;
-	for (const PairRow& row : rows)
-	{
-		own = std::max(own, row.label == "last change" ? 0 : printable(row.own).size());
-	}
-	for (const PairRow& row : rows)
-	{
-		// Too long for a column: one line for each node.
-		const bool wide = row.label == "last change";
-		const std::string label = padded(row.label, sizeof("virtual address") - 1 + kGap);
-		text += label +
-		        (wide ? printable(row.own) + "\n" + std::string(label.size(), ' ')
-		              : padded(printable(row.own), own + kGap)) +
-		        printable(row.partner) + "\n";
-	}
-	for (const PairProblem& problem : problems)
-	{
-		text += "\n" + pluginWordOf(problem.severity) + "  " + printable(problem.node) + ": " +
-		        printable(problem.text) + "  [" + printable(problem.id) + "]\n";
-		text += problem.cure.empty() ? "" : "  fix: " + printable(problem.cure) + "\n";
-	}
-	return text;
-}
-
-Json pairReportJson(const PairReports& reports, const std::vector<PairProblem>& problems)
-{
-	Json all = Json::array();
-	for (const PairProblem& problem : problems)
-	{
-		all.push_back({{"id", problem.id},
-		               {"severity", wordOf(problem.severity)},
-		               {"node", problem.node},
-		               {"text", problem.text},
-		               {"cure", problem.cure}});
-	}
-	return {{"schema_version", kSchemaVersion},
-	        {"time", isoText(reports.time)},
-	        {"verdict", wordOf(verdictOf(problems))},
-	        {"problems", std::move(all)},
-	        {"nodes", {reports.own, reports.partner}}};
 }
 
 ExitCode runPair(const PairOptions& options, const Context& context)
 {
 	const PairReports reports = look(options, context);
-	const std::vector<PairProblem> problems = judgePair(reports);
+	const PairProblems problems = judgePair(reports);
 	if (!options.page.empty())
 	{
 		replaceFile(options.page, pairPage(reports, problems));

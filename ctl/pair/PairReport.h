@@ -1,15 +1,11 @@
 /// What two nodes' reports show together, and no node alone; for people and for programs.
 #pragma once
 
-#include <nlohmann/json.hpp>
-
 #include "ctl/render/StateViews.h"
 #include "inspect/HostProgram.h"
 
 namespace velarix::ctl
 {
-
-using Json = nlohmann::ordered_json;
 
 /// How far back the events of a report go.
 inline constexpr std::chrono::hours kReportedEvents{24};
@@ -60,18 +56,6 @@ private:
 	std::chrono::milliseconds m_limit;
 };
 
-struct PairProblem
-{
-	/// For programs; does not change.
-	std::string id;
-	Grade severity = Grade::unknown;
-	/// The node's name; "pair" for what both show together.
-	std::string node;
-	std::string text;
-	/// What to do; empty where the text says it.
-	std::string cure;
-};
-
 /// Both nodes at about one time.
 struct PairReports
 {
@@ -85,11 +69,16 @@ struct PairReports
 	std::chrono::system_clock::time_point time;
 };
 
-/// @return worst first
-std::vector<PairProblem> judgePair(const PairReports& reports);
+/// Worst first: objects of `id` (for programs; does not change), `severity`, `node` (its name; "pair"
+/// for what both show together), `text` and `cure` (what to do; empty where the text says it).
+using PairProblems = std::vector<Json>;
+
+PairProblems judgePair(const PairReports& reports);
+
+Grade severityOf(const Json& problem);
 
 /// @return of the first problem; ok without one
-Grade verdictOf(const std::vector<PairProblem>& problems);
+Grade verdictOf(const PairProblems& problems);
 
 /// "2026-11-21 07:59:24 UTC" of the time in a report.
 std::string shortTime(const std::string& iso);
@@ -104,14 +93,7 @@ struct PairRow
 
 std::vector<PairRow> rowsOf(const PairReports& reports);
 
-/// The first line is one of a monitoring plug-in; then a table of both and what to do.
-std::string pairText(const PairReports& reports, const std::vector<PairProblem>& problems);
-
-/// `schema_version`, `time`, `verdict`, `problems`, `nodes` (this one first; the reports as
-/// they came).
-Json pairReportJson(const PairReports& reports, const std::vector<PairProblem>& problems);
-
 /// One page without scripts, and without anything from elsewhere.
-std::string pairPage(const PairReports& reports, const std::vector<PairProblem>& problems);
+std::string pairPage(const PairReports& reports, const PairProblems& problems);
 
 } // namespace velarix::ctl

@@ -1,7 +1,9 @@
 // A node's state as Prometheus metrics and as the line of a monitoring plug-in.
 
-#include <charconv>
 #include <set>
+
+#include <Poco/NumberFormatter.h>
+#include <Poco/String.h>
 
 #include "ctl/render/StateViews.h"
 #include "inspect/Names.h"
@@ -101,6 +103,17 @@ void addPrograms(Exposition& out, const NodeState& state)
 	}
 }
 
+void addReach(Exposition& out, const KeeperProgram& reach)
+{
+	out.gauge("keeper_reachability_state", "Whether this node reaches its targets, in the label; always 1.");
+	out.sample(true, {{"state", printable(reach.state)}});
+	out.gauge("keeper_target_answers", "Whether a reachability target answers pings.");
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		out.sample(target.state == "answers", {{"target", printable(target.address)}});
+	}
+}
+
 void addKeeper(Exposition& out, const NodeState& state)
 {
 	if (!state.keeper)
@@ -123,6 +136,10 @@ void addKeeper(Exposition& out, const NodeState& state)
 	{
 		out.sample(service.restarts, {{"service", printable(service.name)}});
 	}
+	if (state.keeper->reach)
+	{
+		addReach(out, *state.keeper->reach);
+	}
 }
 
 void addTunnel(Exposition& out, const NodeState& state)
@@ -143,25 +160,10 @@ void addTunnel(Exposition& out, const NodeState& state)
 	}
 }
 
-void addReach(Exposition& out, const KeeperReach& reach)
-{
-	out.gauge("keeper_reachability_state", "Whether this node reaches its targets, in the label; always 1.");
-	out.sample(true, {{"state", printable(reach.program.state)}});
-	out.gauge("keeper_target_answers", "Whether a reachability target answers pings.");
-	for (const keeper::TargetState& target : reach.targets)
-	{
-		out.sample(target.state == "answers", {{"target", printable(target.address)}});
-	}
-}
-
 void addKernel(Exposition& out, const NodeState& state)
 {
 	addPrograms(out, state);
 	addKeeper(out, state);
-	if (state.keeper && state.keeper->reach)
-	{
-		addReach(out, *state.keeper->reach);
-	}
 	if (state.address.known())
 	{
 		out.single("virtual_ip_held", "Whether the virtual address is on this node.", state.address.reported->held);
@@ -209,43 +211,23 @@ void addJudgement(Exposition& out, const Judgement& judgement)
 	}
 }
 
-std::string shortestText(double value)
+/// Worst first. The age of the last heartbeat is judged by the limits alone.
+std::vector<Problem> remarks(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
 {
-	std::array<char, 32> digits{};
-	return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr};
-}
-
-/// A bar begins the performance data and a line feed ends the line.
-std::string harmless(std::string text)
-{
-	std::ranges::replace(text, '|', '/');
-	std::ranges::replace(text, '\n', ' ');
-	return printable(text);
-}
-
-using Remark = std::pair<Grade, std::string>;
-
-/// The age of the last heartbeat is judged by the limits alone.
-std::vector<Remark> remarks(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
-{
-	std::vector<Remark> all;
-	for (const Problem& problem : judgement.problems)
+	std::vector<Problem> all = judgement.problems;
+	if (state.heartbeat.known())
 	{
-		if (problem.id != kPartnerSilent || !state.heartbeat.known())
+		std::erase_if(all, [](const Problem& problem) { return problem.id == kPartnerSilent; });
+		const Milliseconds age = *state.age(state.heartbeat);
+		const bool serves = std::ranges::find(all, kAddressWithPartner, &Problem::id) != all.end();
+		if (inSeconds(age) >= limits.warning)
 		{
-			all.emplace_back(problem.grade, problem.text);
+			all.push_back({kPartnerSilent,
+			               inSeconds(age) >= limits.critical && !serves ? Grade::critical : Grade::warning, false,
+			               "the partner's last heartbeat is " + spanText(age) + " old"});
 		}
 	}
-	const std::optional<Milliseconds> age = state.age(state.heartbeat);
-	if (state.heartbeat.known() && inSeconds(*age) >= limits.warning)
-	{
-		const bool serves =
-		    std::ranges::find(judgement.problems, kAddressWithPartner, &Problem::id) != judgement.problems.end();
-		const bool alarm = inSeconds(*age) >= limits.critical && !serves;
-		all.emplace_back(alarm ? Grade::critical : Grade::warning,
-		                 "the partner's last heartbeat is " + spanText(*age) + " old");
-	}
-	std::ranges::stable_sort(all, {}, [](const Remark& one) { return -rankOf(one.first); });
+	std::ranges::stable_sort(all, std::greater(), [](const Problem& one) { return rankOf(one.grade); });
 	return all;
 }
 
@@ -264,15 +246,15 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 {
 	std::string text;
 	const auto add = [&](const std::string& figure) { text += (text.empty() ? "|" : " ") + figure; };
+	const auto format = [](double value) { return Poco::NumberFormatter::format(value); };
 	if (state.heartbeat.known())
 	{
-		add("heartbeat_age=" + shortestText(inSeconds(*state.age(state.heartbeat))) + "s;" +
-		    shortestText(limits.warning) + ";" + shortestText(limits.critical) + ";0");
+		add("heartbeat_age=" + format(inSeconds(*state.age(state.heartbeat))) + "s;" + format(limits.warning) + ";" +
+		    format(limits.critical) + ";0");
 	}
 	if (const std::optional<Milliseconds> age = state.age(state.snapshot().lastMessage))
 	{
-		add("log_age=" + shortestText(inSeconds(*age)) + "s;" + shortestText(inSeconds(state.timing.logPause())) +
-		    ";;0");
+		add("log_age=" + format(inSeconds(*age)) + "s;" + format(inSeconds(state.timing.logPause())) + ";;0");
 	}
 	if (state.agent.lives())
 	{
@@ -280,7 +262,7 @@ std::string performance(const NodeState& state, const NagiosLimits& limits)
 	}
 	if (state.programs.known())
 	{
-		add("processes=" + std::to_string(state.programs.reported->processes()) + ";;;0");
+		add("processes=" + std::to_string(state.programs.reported->processes) + ";;;0");
 	}
 	if (state.address.known())
 	{
@@ -306,22 +288,31 @@ std::string metricsText(const NodeState& state, const Judgement& judgement, cons
 	return out.text();
 }
 
+std::string pluginWordOf(Grade grade)
+{
+	return Poco::toUpper(std::string(wordOf(grade)));
+}
+
+std::string pluginLine(Grade grade, const std::vector<std::string>& texts)
+{
+	std::string text =
+	    "VELARIX " + pluginWordOf(grade) + " - " + Poco::cat(std::string("; "), texts.begin(), texts.end());
+	std::ranges::replace(text, '|', '/');
+	std::ranges::replace(text, '\n', ' ');
+	return printable(text);
+}
+
 NagiosLine nagiosLine(const NodeState& state, const Judgement& judgement, const NagiosLimits& limits)
 {
-	const std::vector<Remark> all = remarks(state, judgement, limits);
-	NagiosLine line;
-	line.status = all.empty() ? Grade::ok : all.front().first;
-	line.text = "VELARIX " + pluginWordOf(line.status) + " - ";
+	const std::vector<Problem> all = remarks(state, judgement, limits);
+	std::vector<std::string> texts;
+	std::ranges::transform(all, std::back_inserter(texts), &Problem::text);
 	if (all.empty())
 	{
-		line.text += harmless(fineText(state, judgement));
+		texts.push_back(fineText(state, judgement));
 	}
-	for (const Remark& remark : all)
-	{
-		line.text += (&remark == all.data() ? "" : "; ") + harmless(remark.second);
-	}
-	line.text += performance(state, limits);
-	return line;
+	const Grade worst = all.empty() ? Grade::ok : all.front().grade;
+	return {worst, pluginLine(worst, texts) + performance(state, limits)};
 }
 
 } // namespace velarix::ctl

@@ -9,6 +9,8 @@
 namespace velarix::ctl
 {
 
+using Json = nlohmann::ordered_json;
+
 /// One row for each figure, its age in brackets behind it, and what is wrong.
 std::string statusText(const NodeState& state, const Judgement& judgement, bool colour);
 
@@ -16,14 +18,14 @@ std::string statusText(const NodeState& state, const Judgement& judgement, bool 
 /// Each figure is an object: "value" (null when it is not known), "age_seconds",
 /// "why" when it is not known, "reported" for what was reported last then, "since" where
 /// it is known.
-nlohmann::ordered_json statusJson(const NodeState& state, const Judgement& judgement);
+Json statusJson(const NodeState& state, const Judgement& judgement);
 
 /// @param indent blanks a level; negative: one line
 /// @return the text in ASCII; bytes of the settings that are no UTF-8 become U+FFFD
-std::string jsonText(const nlohmann::ordered_json& json, int indent = -1);
+std::string jsonText(const Json& json, int indent = -1);
 
 /// What of a state is compared to see a change: everything but times.
-nlohmann::ordered_json withoutTimes(nlohmann::ordered_json status);
+Json withoutTimes(Json status);
 
 /// Ages of the partner's last heartbeat from which the line warns and alarms.
 struct NagiosLimits
@@ -31,6 +33,12 @@ struct NagiosLimits
 	double warning = 15;
 	double critical = 60;
 };
+
+/// @return the grade's word as a plug-in writes it: "OK", "WARNING", ...
+std::string pluginWordOf(Grade grade);
+
+/// @return "VELARIX OK - TEXT; TEXT"; no byte of the texts ends the line or begins its figures
+std::string pluginLine(Grade grade, const std::vector<std::string>& texts);
 
 struct NagiosLine
 {
@@ -59,7 +67,7 @@ std::string_view severityOf(const KeeperEvent& event);
 std::string textHeader();
 
 /// One object; members without a value are left out. Times are UTC.
-nlohmann::ordered_json eventJson(const Event& event);
-nlohmann::ordered_json eventJson(const KeeperEvent& event);
+Json eventJson(const Event& event);
+Json eventJson(const KeeperEvent& event);
 
 } // namespace velarix::ctl

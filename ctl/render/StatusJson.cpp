@@ -11,8 +11,6 @@ namespace velarix::ctl
 namespace
 {
 
-using Json = nlohmann::ordered_json;
-
 /// Raised when a member goes or gets another meaning, not for a new one.
 constexpr int kSchemaVersion = 1;
 
@@ -27,7 +25,8 @@ Json isoOrNull(const std::optional<Instant>& time)
 }
 
 /// @param say makes the value's JSON
-template <typename Value, typename Say> Json figureJson(const NodeState& state, const Figure<Value>& figure, Say say)
+template <typename Value, typename Say = std::identity>
+Json figureJson(const NodeState& state, const Figure<Value>& figure, Say say = {})
 {
 	Json json{{"value", figure.known() ? Json(say(*figure.reported)) : Json()}};
 	if (figure.at)
@@ -47,11 +46,6 @@ template <typename Value, typename Say> Json figureJson(const NodeState& state, 
 		}
 	}
 	return json;
-}
-
-Json figureJson(const NodeState& state, const Figure<bool>& figure)
-{
-	return figureJson(state, figure, [](bool value) { return value; });
 }
 
 Json roleJson(const NodeState& state, const Figure<Role>& figure)
@@ -116,6 +110,21 @@ Json addressJson(const NodeState& state)
 	return json;
 }
 
+Json reachJson(const KeeperProgram& reach)
+{
+	Json targets = Json::array();
+	for (const keeper::TargetState& target : reach.targets)
+	{
+		targets.push_back({{"address", target.address},
+		                   {"state", target.state},
+		                   {"since", isoText(Instant(std::chrono::seconds(target.since)))}});
+	}
+	return {{"state", reach.state},
+	        {"since", isoOrNull(reach.since)},
+	        {"partner", reach.partner.empty() ? Json() : Json(reach.partner)},
+	        {"targets", std::move(targets)}};
+}
+
 Json keeperJson(const NodeState& state)
 {
 	const KeeperProgram& address = state.keeper->address;
@@ -129,13 +138,18 @@ Json keeperJson(const NodeState& state)
 		                    {"check", service.check},
 		                    {"reason", service.reason}});
 	}
-	return {{"address",
-	         {{"state", address.state},
-	          {"since", isoOrNull(address.since)},
-	          {"holder", address.holder.empty() ? Json() : Json(address.holder)},
-	          {"conflicts", address.conflicts}}},
-	        {"services", std::move(services)},
-	        {"marker", state.keeper->marked}};
+	Json json{{"address",
+	           {{"state", address.state},
+	            {"since", isoOrNull(address.since)},
+	            {"holder", address.holder.empty() ? Json() : Json(address.holder)},
+	            {"conflicts", address.conflicts}}},
+	          {"services", std::move(services)},
+	          {"marker", state.keeper->marked}};
+	if (state.keeper->reach)
+	{
+		json["reachability"] = reachJson(*state.keeper->reach);
+	}
+	return json;
 }
 
 Json tunnelJson(const NodeState& state)
@@ -153,21 +167,6 @@ Json tunnelJson(const NodeState& state)
 		json["why"] = tunnel.why;
 	}
 	return json;
-}
-
-Json reachJson(const KeeperReach& reach)
-{
-	Json targets = Json::array();
-	for (const keeper::TargetState& target : reach.targets)
-	{
-		targets.push_back({{"address", target.address},
-		                   {"state", target.state},
-		                   {"since", isoText(Instant(std::chrono::seconds(target.since)))}});
-	}
-	return {{"state", reach.program.state},
-	        {"since", isoOrNull(reach.program.since)},
-	        {"partner", reach.partner.empty() ? Json() : Json(reach.partner)},
-	        {"targets", std::move(targets)}};
 }
 
 Json changeJson(const NodeState& state)
@@ -239,23 +238,16 @@ Json statusJson(const NodeState& state, const Judgement& judgement)
 	json["own_network_ok"] = figureJson(state, state.networkOk);
 	json["asks"] = figureJson(state, state.asking);
 	json["agent"] = agentJson(state);
-	json["maintenance"] = Json();
-	if (state.maintenance)
-	{
-		json["maintenance"] = {{"since", isoText(state.maintenance->since)},
-		                       {"until", isoText(state.maintenance->until)},
-		                       {"reason", printable(state.maintenance->reason)}};
-	}
+	json["maintenance"] = state.maintenance ? Json{{"since", isoText(state.maintenance->since)},
+	                                               {"until", isoText(state.maintenance->until)},
+	                                               {"reason", printable(state.maintenance->reason)}}
+	                                        : Json();
 	json["partner"] = partnerJson(state);
 	json["programs"] = programsJson(state);
 	json["virtual_ip"] = addressJson(state);
 	if (state.keeper)
 	{
 		json["keeper"] = keeperJson(state);
-		if (state.keeper->reach)
-		{
-			json["keeper"]["reachability"] = reachJson(*state.keeper->reach);
-		}
 	}
 	if (state.tunnel)
 	{

@@ -13,37 +13,24 @@ namespace
 
 constexpr std::size_t kLabelWidth = 13;
 
-enum class Tone
-{
-	plain,
-	good,
-	doubtful,
-	bad
-};
+/// Colours of a terminal.
+constexpr std::string_view kPlain;
+constexpr std::string_view kGood = "\033[32m";
+constexpr std::string_view kDoubtful = "\033[33m";
+constexpr std::string_view kBad = "\033[31m";
 
-class Rows
+struct Rows
 {
-public:
-	explicit Rows(bool colour) : m_colour(colour) {}
+	bool colours;
+	std::string all{};
 
 	/// Names of processes and values of settings may hold anything, and a terminal
 	/// obeys it.
-	void add(const std::string& label, const std::string& text, Tone tone = Tone::plain)
+	void add(const std::string& label, const std::string& text, std::string_view colour = kPlain)
 	{
-		m_text += label + std::string(kLabelWidth - label.size(), ' ') + painted(printable(text), tone) + '\n';
-	}
-
-	std::string text() && { return std::move(m_text); }
-
-private:
-	std::string m_text;
-	bool m_colour;
-
-	std::string painted(const std::string& text, Tone tone) const
-	{
-		static constexpr std::array<const char*, 4> kCodes{"", "\033[32m", "\033[33m", "\033[31m"};
-		const char* code = kCodes[static_cast<std::size_t>(tone)];
-		return m_colour && *code != '\0' ? code + text + "\033[0m" : text;
+		const bool paints = colours && !colour.empty();
+		all += label + std::string(kLabelWidth - label.size(), ' ') + std::string(paints ? colour : "") +
+		       printable(text) + (paints ? "\033[0m\n" : "\n");
 	}
 };
 
@@ -61,9 +48,8 @@ std::string ageMark(const NodeState& state, const std::optional<Instant>& at)
 /// The figure in words with its age, or why it is not known and what was reported
 /// last. The reason that all figures of the log share stands in the rows of role
 /// and log alone.
-template <typename Value>
-std::string words(const NodeState& state, const Figure<Value>& figure,
-                  const std::function<std::string(const Value&)>& say, bool shareReason = true)
+template <typename Value, typename Say>
+std::string words(const NodeState& state, const Figure<Value>& figure, const Say& say, bool shareReason = true)
 {
 	if (figure.known())
 	{
@@ -82,9 +68,9 @@ std::string named(const NodeState& state, const char* name)
 	return text.empty() ? text : text + " ";
 }
 
-std::string words(const NodeState& state, const Figure<bool>& figure, const std::string& yes, const std::string& no)
+std::string yesOrNo(const NodeState& state, const Figure<bool>& figure, const std::string& yes, const std::string& no)
 {
-	return words<bool>(state, figure, [&](bool is) { return is ? yes : no; });
+	return words(state, figure, [&](bool is) { return is ? yes : no; });
 }
 
 void addAgent(Rows& rows, const NodeState& state)
@@ -96,35 +82,35 @@ void addAgent(Rows& rows, const NodeState& state)
 		rows.add("agent",
 		         "runs as process " + std::to_string(agent.pid) + ", " + std::to_string(agent.threads) + " threads" +
 		             (agent.since ? ", for " + life : std::string()) + ageMark(state, state.now),
-		         agent.threads < kAgentThreads ? Tone::bad : Tone::good);
+		         agent.threads < kAgentThreads ? kBad : kGood);
 		return;
 	}
 	const bool frozen = agent.state == AgentState::frozen;
 	if (frozen && state.maintenance)
 	{
-		rows.add("agent", "MAINTENANCE " + state.maintenance->words(), Tone::doubtful);
+		rows.add("agent", "MAINTENANCE " + state.maintenance->words(), kDoubtful);
 		return;
 	}
 	static constexpr std::array heads{"", "FROZEN: ", "DEAD: ", "DEAD: ", "DOES NOT RUN: ", "not known: "};
 	rows.add("agent",
 	         heads.at(static_cast<std::size_t>(agent.state)) + agent.text +
 	             (frozen && agent.since ? "; started " + life + " ago" : ""),
-	         agent.state == AgentState::notKnown ? Tone::doubtful : Tone::bad);
+	         agent.state == AgentState::notKnown ? kDoubtful : kBad);
 }
 
 void addRole(Rows& rows, const NodeState& state)
 {
 	const std::string since =
 	    state.role.known() && state.role.since ? ", for " + spanText(*state.age(state.role.since)) : std::string();
-	const std::string text = words<Role>(
+	const std::string text = words(
 	    state, state.role, [&](Role role) { return std::string(textOf(role)) + since; }, false);
-	rows.add("role", text, state.role.known() ? Tone::good : Tone::doubtful);
+	rows.add("role", text, state.role.known() ? kGood : kDoubtful);
 	// A standby's agent looks at no carrier.
 	const bool cut = state.serviceInterface.is(false) || state.communicationInterface.is(false);
-	rows.add("own network", words(state, state.networkOk,
-	                              cut ? "judged OK by the agent, although an interface has NO carrier" : "judged OK",
-	                              "judged NOT OK"));
-	rows.add("ask", words(state, state.asking, "PENDING: the partner is asked to take the service", "none pending"));
+	rows.add("own network", yesOrNo(state, state.networkOk,
+	                                cut ? "judged OK by the agent, although an interface has NO carrier" : "judged OK",
+	                                "judged NOT OK"));
+	rows.add("ask", yesOrNo(state, state.asking, "PENDING: the partner is asked to take the service", "none pending"));
 }
 
 std::string partnerWords(const Heartbeat& heartbeat)
@@ -142,8 +128,8 @@ void addPartner(Rows& rows, const NodeState& state)
 	{
 		partner.why = state.partnerRole.why;
 	}
-	rows.add("partner", named(state, key::kPartnerIP) + words<Heartbeat>(state, partner, partnerWords),
-	         partner.known() ? Tone::good : Tone::doubtful);
+	rows.add("partner", named(state, key::kPartnerIP) + words(state, partner, partnerWords),
+	         partner.known() ? kGood : kDoubtful);
 	const auto ago = [&](const Figure<Heartbeat>& beat, const char* what)
 	{ return beat.at ? what + (" " + spanText(*state.age(beat))) + " ago" : "none " + std::string(what); };
 	rows.add("heartbeats", ago(state.heartbeat, "received") + ", " + ago(state.sent, "sent"));
@@ -180,6 +166,18 @@ std::string spanOf(const NodeState& state, const KeeperProgram& program)
 	return program.since ? ", for " + spanText(*state.age(program.since)) : "";
 }
 
+/// Without its time.
+std::string addressSentence(const KeeperProgram& address)
+{
+	const std::string& state = address.state;
+	return state == "yielded"      ? "gave the address up to " + address.holder
+	       : state == "waiting"    ? "waits for the address, held by " + address.holder
+	       : state == "rechecking" ? "holds the address, asks whether another host holds it as well"
+	       : state == "holding" || state == "announcing" ? "holds the address"
+	       : state == "stopped"                          ? "does not hold the address"
+	                                                     : "does not hold the address: " + state;
+}
+
 void addKeeper(Rows& rows, const NodeState& state)
 {
 	if (!state.keeper)
@@ -187,8 +185,7 @@ void addKeeper(Rows& rows, const NodeState& state)
 		return;
 	}
 	const KeeperProgram& address = state.keeper->address;
-	rows.add("keeper", addressSentence(address) + spanOf(state, address),
-	         address.waits() ? Tone::doubtful : Tone::plain);
+	rows.add("keeper", addressSentence(address) + spanOf(state, address), address.waits() ? kDoubtful : kPlain);
 	for (const KeeperProgram& service : state.keeper->services)
 	{
 		std::string text = service.name + " " + service.state + spanOf(state, service);
@@ -196,7 +193,7 @@ void addKeeper(Rows& rows, const NodeState& state)
 		{
 			text += ", restarts " + std::to_string(service.restarts) + ", last check " + service.check;
 		}
-		rows.add("", text, service.state == "failed" ? Tone::bad : Tone::plain);
+		rows.add("", text, service.state == "failed" ? kBad : kPlain);
 	}
 }
 
@@ -214,7 +211,7 @@ void addTunnel(Rows& rows, const NodeState& state)
 		                           : "no handshake") +
 		       ", " + std::to_string(session->received) + " bytes received, " + std::to_string(session->sent) + " sent";
 	}
-	rows.add("tunnel", text, state.tunnel->down || !state.tunnel->present ? Tone::bad : Tone::plain);
+	rows.add("tunnel", text, state.tunnel->down || !state.tunnel->present ? kBad : kPlain);
 }
 
 void addReach(Rows& rows, const NodeState& state)
@@ -223,49 +220,48 @@ void addReach(Rows& rows, const NodeState& state)
 	{
 		return;
 	}
-	const KeeperReach& reach = *state.keeper->reach;
-	rows.add("reachability", reach.program.state + spanOf(state, reach.program) +
-	                             (reach.partner.empty() ? "" : ", partner " + reach.partner));
+	const KeeperProgram& reach = *state.keeper->reach;
+	rows.add("reachability",
+	         reach.state + spanOf(state, reach) + (reach.partner.empty() ? "" : ", partner " + reach.partner));
 	for (const keeper::TargetState& target : reach.targets)
 	{
 		const Instant since(std::chrono::seconds(target.since));
 		rows.add("",
 		         target.address + (target.state == "lost" ? " does NOT answer" : " " + target.state) + ", for " +
 		             spanText(*state.age(since)),
-		         target.state == "lost" ? Tone::doubtful : Tone::plain);
+		         target.state == "lost" ? kDoubtful : kPlain);
 	}
 }
 
 void addKernel(Rows& rows, const NodeState& state)
 {
-	rows.add("programs", words<Programs>(state, state.programs, programWords));
-	rows.add("address", words<HeldAddress>(state, state.address,
-	                                       [&](const HeldAddress& address) { return addressWords(state, address); }));
+	rows.add("programs", words(state, state.programs, programWords));
+	rows.add("address",
+	         words(state, state.address, [&](const HeldAddress& address) { return addressWords(state, address); }));
 	addKeeper(rows, state);
 	const auto carrier = [&](const Figure<bool>& interface)
-	{ return words(state, interface, "carrier", "NO carrier"); };
+	{ return yesOrNo(state, interface, "carrier", "NO carrier"); };
 	rows.add("interfaces", std::string(kServiceInterface) + " (service) " + carrier(state.serviceInterface) + ", " +
 	                           kCommunicationInterface + " (communication) " + carrier(state.communicationInterface));
 	addTunnel(rows, state);
 	addReach(rows, state);
 	rows.add("gateway",
-	         named(state, key::kGatewayIP) + words(state, state.gatewayAnswers, "answers", "does NOT answer"));
+	         named(state, key::kGatewayIP) + yesOrNo(state, state.gatewayAnswers, "answers", "does NOT answer"));
 }
 
 void addChange(Rows& rows, const NodeState& state)
 {
 	const LastChange& change = state.lastChange;
+	std::string text = "not known: the log does not tell";
 	if (change.event)
 	{
-		rows.add("last change",
-		         localText(change.event->time) + " " + describe(*change.event) + ageMark(state, change.event->time));
+		text = localText(change.event->time) + " " + describe(*change.event) + ageMark(state, change.event->time);
 	}
-	else
+	else if (change.searchedTo)
 	{
-		rows.add("last change",
-		         change.searchedTo ? "none since " + localText(*change.searchedTo) + ", as far back as the log was read"
-		                           : std::string("not known: the log does not tell"));
+		text = "none since " + localText(*change.searchedTo) + ", as far back as the log was read";
 	}
+	rows.add("last change", text);
 }
 
 void addLog(Rows& rows, const NodeState& state)
@@ -274,25 +270,26 @@ void addLog(Rows& rows, const NodeState& state)
 	rows.add("log",
 	         state.tail.problem.empty() ? state.log.string() + ", last line" + ageMark(state, last)
 	                                    : state.tail.problem,
-	         state.distrust.empty() ? Tone::plain : Tone::doubtful);
+	         state.distrust.empty() ? kPlain : kDoubtful);
 }
 
 void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement)
 {
 	// The partner itself may know better: velarixctl pair asks it.
 	const std::string heard = state.role.is(Role::master) ? ", as far as the partner's heartbeats tell" : "";
-	const std::optional<bool>& works = judgement.failOverWorks;
-	rows.add("failover",
-	         !works   ? "not known whether it would work"
-	         : *works ? "would work now" + heard
-	                  : "would NOT work now",
-	         !works   ? Tone::doubtful
-	         : *works ? Tone::good
-	                  : Tone::bad);
+	if (!judgement.failOverWorks)
+	{
+		rows.add("failover", "not known whether it would work", kDoubtful);
+	}
+	else
+	{
+		rows.add("failover", *judgement.failOverWorks ? "would work now" + heard : "would NOT work now",
+		         *judgement.failOverWorks ? kGood : kBad);
+	}
 	for (const Problem& problem : judgement.problems)
 	{
 		rows.add("", std::string(wordOf(problem.grade)) + ": " + problem.text + "  [" + std::string(problem.id) + "]",
-		         problem.grade == Grade::critical ? Tone::bad : Tone::doubtful);
+		         problem.grade == Grade::critical ? kBad : kDoubtful);
 	}
 }
 
@@ -300,7 +297,7 @@ void addJudgement(Rows& rows, const NodeState& state, const Judgement& judgement
 
 std::string statusText(const NodeState& state, const Judgement& judgement, bool colour)
 {
-	Rows rows(colour);
+	Rows rows{colour};
 	const std::string address = state.setting(key::kThisServerIP);
 	const std::string host = state.elsewhere ? "another root" : state.host;
 	rows.add("node", address.empty() ? host : host + ", " + address);
@@ -311,7 +308,7 @@ std::string statusText(const NodeState& state, const Judgement& judgement, bool 
 	addChange(rows, state);
 	addLog(rows, state);
 	addJudgement(rows, state, judgement);
-	return std::move(rows).text();
+	return rows.all;
 }
 
 } // namespace velarix::ctl

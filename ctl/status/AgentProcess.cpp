@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
-#include <sstream>
+#include <set>
 
 #include "ctl/OutputFile.h"
 #include "inspect/ExitCode.h"
@@ -11,6 +10,7 @@
 #include "inspect/InputFile.h"
 #include "inspect/Names.h"
 #include "inspect/Number.h"
+#include "inspect/Pattern.h"
 #include "inspect/Printable.h"
 #include "inspect/TimeText.h"
 #include "keeper/Settings.h"
@@ -40,12 +40,11 @@ Agent judge(pid_t pid)
 	const std::string name = "process " + std::to_string(pid);
 	const std::string named = name + " of the pid file";
 	const std::optional<host::Process> process = host::process(pid);
-	if (!process)
+	if (!process && host::isThere(pid))
 	{
-		return host::isThere(pid) ? Agent{AgentState::notKnown, named + " is hidden from this user", pid}
-		                          : Agent{AgentState::dead, named + " has ended", pid};
+		return {AgentState::notKnown, named + " is hidden from this user", pid};
 	}
-	if (process->state == 'Z' || process->state == 'X')
+	if (!process || process->state == 'Z' || process->state == 'X')
 	{
 		return {AgentState::dead, named + " has ended", pid};
 	}
@@ -98,27 +97,6 @@ pid_t foreignBeside(const Agent& agent)
 	return 0;
 }
 
-/// What the keeper calls the process that watches; its parent has the program's name.
-constexpr char kWatcher[] = "keeper";
-
-system_clock::time_point timeIn(const std::map<std::string, std::string>& fields, const char* key,
-                                const std::filesystem::path& record)
-{
-	const auto field = fields.find(key);
-	const std::optional<long> seconds = field == fields.end() ? std::nullopt : numberIn<long>(field->second);
-	if (!seconds)
-	{
-		throw Failure(ExitCode::settings,
-		              record.string() + " tells no time \"" + key + "\"; remove it and begin again");
-	}
-	return system_clock::time_point(std::chrono::seconds(*seconds));
-}
-
-long seconds(system_clock::time_point time)
-{
-	return static_cast<long>(system_clock::to_time_t(time));
-}
-
 } // namespace
 
 std::string_view wordOf(AgentState state)
@@ -151,45 +129,47 @@ std::optional<Maintenance> readMaintenance(const std::filesystem::path& record)
 	{
 		return std::nullopt;
 	}
-	std::map<std::string, std::string> fields;
-	std::istringstream text(readInputFile(record));
-	for (std::string line; std::getline(text, line);)
+	const std::string text = readInputFile(record);
+	const auto field = [&](const std::string& key)
 	{
-		const std::size_t equals = std::min(line.find('='), line.size());
-		fields[line.substr(0, equals)] = line.substr(std::min(equals + 1, line.size()));
-	}
-	return Maintenance{timeIn(fields, "since", record), timeIn(fields, "until", record), fields["reason"]};
+		const Pattern::Groups found = Pattern("(?:^|\n)" + key + "=([^\n]*)").found(text);
+		return found.empty() ? std::string() : found[1];
+	};
+	const auto time = [&](const std::string& key)
+	{
+		const std::optional<long> seconds = numberIn<long>(field(key));
+		return seconds ? system_clock::from_time_t(*seconds)
+		               : throw Failure(ExitCode::settings,
+		                               record.string() + " tells no time \"" + key + "\"; remove it and begin again");
+	};
+	return Maintenance{time("since"), time("until"), field("reason")};
 }
 
 void writeMaintenance(const std::filesystem::path& record, const Maintenance& maintenance)
 {
-	std::ostringstream text;
-	text << "since=" << seconds(maintenance.since) << "\nuntil=" << seconds(maintenance.until)
-	     << "\nreason=" << printable(maintenance.reason) << '\n';
-	replaceFile(record, text.str());
+	replaceFile(record, "since=" + std::to_string(system_clock::to_time_t(maintenance.since)) +
+	                        "\nuntil=" + std::to_string(system_clock::to_time_t(maintenance.until)) +
+	                        "\nreason=" + printable(maintenance.reason) + "\n");
 	// For monitoring, whatever the administrator's mask is.
 	std::filesystem::permissions(record, std::filesystem::perms(0644));
 }
 
 std::vector<host::Process> serviceWatchers()
 {
-	const std::vector<host::Process> all = host::processes().value_or(std::vector<host::Process>());
-	const auto supervises = [&](pid_t parent)
+	std::vector<host::Process> processes = host::processes().value_or(std::vector<host::Process>());
+	std::erase_if(processes, [](const host::Process& process) { return process.user != 0; });
+	std::set<pid_t> supervisors;
+	for (const host::Process& process : processes)
 	{
-		return std::ranges::any_of(all,
-		                           [&](const host::Process& process)
-		                           {
-			                           return process.pid == parent && process.user == 0 &&
-			                                  process.name != keeper::kAddressProgram &&
-			                                  process.name != keeper::kReachProgram &&
-			                                  process.name.starts_with(keeper::kPrefix);
-		                           });
-	};
-	std::vector<host::Process> watchers;
-	std::ranges::copy_if(all, std::back_inserter(watchers),
-	                     [&](const host::Process& process)
-	                     { return process.name == kWatcher && process.user == 0 && supervises(process.parent); });
-	return watchers;
+		if (process.name.starts_with(keeper::kPrefix) && process.name != keeper::kAddressProgram &&
+		    process.name != keeper::kReachProgram)
+		{
+			supervisors.insert(process.pid);
+		}
+	}
+	std::erase_if(processes, [&](const host::Process& process)
+	              { return process.name != kKeeperWorker || !supervisors.contains(process.parent); });
+	return processes;
 }
 
 } // namespace velarix::ctl

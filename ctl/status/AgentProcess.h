@@ -85,6 +85,9 @@ std::optional<Maintenance> readMaintenance(const std::filesystem::path& record);
 /// @throws Failure as replaceFile
 void writeMaintenance(const std::filesystem::path& record, const Maintenance& maintenance);
 
+/// What the keeper calls a process that works; its parent, which guards it, has the program's name.
+inline constexpr std::string_view kKeeperWorker = "keeper";
+
 /// @return the keeper's processes that start services again, one for each service that
 ///         runs here, whatever the settings say now
 std::vector<host::Process> serviceWatchers();

@@ -24,11 +24,16 @@ enum class Grade : int
 };
 
 /// @return "ok", "warning", ...
-std::string_view wordOf(Grade grade);
-/// @return the same as a plug-in writes it: "OK", "WARNING", ...
-std::string pluginWordOf(Grade grade);
+inline std::string_view wordOf(Grade grade)
+{
+	constexpr std::array<std::string_view, 4> words{"ok", "warning", "critical", "unknown"};
+	return words.at(static_cast<std::size_t>(grade));
+}
 /// How bad: unknown is worse than a warning and hidden by an alarm.
-int rankOf(Grade grade);
+inline int rankOf(Grade grade)
+{
+	return grade == Grade::critical ? 4 : static_cast<int>(grade);
+}
 
 /// The problem that `nagios` judges by limits of its own.
 inline constexpr std::string_view kPartnerSilent = "partner-silent";

@@ -44,9 +44,10 @@ Figure<Programs> programsOf(const NodeState& state, const Paths& paths)
 		{
 			program.processes += matches(process.statusLine, {program.name});
 		}
+		programs.processes += program.processes;
 		programs.each.push_back(std::move(program));
 	}
-	programs.run = programs.processes() >= static_cast<int>(programs.each.size());
+	programs.run = programs.processes >= static_cast<int>(programs.each.size());
 	return seen(std::move(programs), state.now);
 }
 
@@ -58,7 +59,7 @@ Figure<HeldAddress> addressOf(const NodeState& state)
 	{
 		if (address.address == wanted)
 		{
-			held = {true, address.interface, address.label, address.prefix, address.listed};
+			held = {address, true};
 		}
 	}
 	return seen(held, state.now);
@@ -108,55 +109,62 @@ std::optional<TunnelState> tunnelOf(const NodeState& state)
 	return tunnel;
 }
 
-/// What the process that writes a state is called; the one that has the program's name only
-/// guards it.
-constexpr std::string_view kWorker = "keeper";
-
-using Time = std::chrono::system_clock::time_point;
-
-std::optional<Time> timeOf(const std::string& seconds)
-{
-	const long long number = std::strtoll(seconds.c_str(), nullptr, 10);
-	return number > 0 ? std::optional(Time(std::chrono::seconds(number))) : std::nullopt;
-}
-
 KeeperProgram programOf(const std::string& name, const Paths& paths)
 {
 	const keeper::Fields fields = keeper::readState(name, paths.keeperStates.string());
 	const auto field = [&](const char* key) { return keeper::valueOf(fields, key); };
+	const auto number = [&](const char* key) { return std::atoi(field(key).c_str()); };
+	const auto time = [&](const char* key)
+	{
+		const long long seconds = std::atoll(field(key).c_str());
+		return seconds > 0 ? std::optional(Instant(std::chrono::seconds(seconds))) : std::nullopt;
+	};
 	KeeperProgram program;
 	program.name = name;
-	const std::optional<host::Process> process = host::process(std::atoi(field("pid").c_str()));
-	program.runs = process && process->name == kWorker && process->state != 'Z';
+	const std::optional<host::Process> process = host::process(number("pid"));
+	program.runs = process && process->name == kKeeperWorker && process->state != 'Z';
 	program.state = field("state");
+	program.reason = field("reason");
 	if (!program.runs)
 	{
 		program.state = program.state == "failed" ? "failed" : "stopped";
-		program.reason = field("reason");
 		return program;
 	}
 	// In maintenance on purpose; else it neither watches nor ends its service.
 	program.state = process->state == 'T' ? "frozen" : program.state;
-	program.since = timeOf(field("since"));
+	program.since = time("since");
 	program.holder = field("holder");
-	program.conflicts = std::atoi(field("conflicts").c_str());
-	program.lastConflict = timeOf(field("last_conflict"));
-	program.restarts = std::atoi(field("restarts").c_str());
+	program.conflicts = number("conflicts");
+	program.lastConflict = time("last_conflict");
+	program.restarts = number("restarts");
 	program.check = field("check");
-	program.reason = field("reason");
+	program.partner = field("partner");
+	program.targets = keeper::targetsOf(fields);
 	return program;
 }
 
-KeeperReach reachOf(const Paths& paths)
+/// @return nothing when the settings do without the keeper
+std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths)
 {
-	KeeperReach reach{programOf(keeper::kReachProgram, paths), {}, {}};
-	if (reach.program.runs)
+	if (!usesKeeper(settings))
 	{
-		const keeper::Fields fields = keeper::readState(keeper::kReachProgram, paths.keeperStates.string());
-		reach.partner = keeper::valueOf(fields, "partner");
-		reach.targets = keeper::targetsOf(fields);
+		return std::nullopt;
 	}
-	return reach;
+	KeeperState state;
+	state.address = programOf(keeper::kAddressProgram, paths);
+	for (const std::string& path : settings.programs())
+	{
+		if (isKeepers(path) && programName(path) != keeper::kAddressProgram)
+		{
+			state.services.push_back(programOf(programName(path), paths));
+		}
+	}
+	if (keeper::readSettings(paths.keeperSettings.c_str()).settings.reach.line != 0)
+	{
+		state.reach = programOf(keeper::kReachProgram, paths);
+	}
+	state.marked = host::hasMarker(settings.text(key::kVirtualIP).value_or(""));
+	return state;
 }
 
 } // namespace
@@ -204,50 +212,6 @@ void askKernel(NodeState& state, const Paths& paths)
 	{
 		state.otherHolder = host::holderOf(state.setting(key::kVirtualIP), kServiceInterface).value_or("");
 	}
-}
-
-std::string KeeperReach::lost() const
-{
-	std::string all;
-	for (const keeper::TargetState& target : targets)
-	{
-		all += target.state == "lost" ? (all.empty() ? "" : ", ") + target.address : "";
-	}
-	return all;
-}
-
-std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths)
-{
-	if (!usesKeeper(settings))
-	{
-		return std::nullopt;
-	}
-	KeeperState state;
-	state.address = programOf(keeper::kAddressProgram, paths);
-	for (const std::string& path : settings.programs())
-	{
-		if (isKeepers(path) && programName(path) != keeper::kAddressProgram)
-		{
-			state.services.push_back(programOf(programName(path), paths));
-		}
-	}
-	if (keeper::readSettings(paths.keeperSettings.c_str()).settings.reach.line != 0)
-	{
-		state.reach = reachOf(paths);
-	}
-	state.marked = host::hasMarker(settings.text(key::kVirtualIP).value_or(""));
-	return state;
-}
-
-std::string addressSentence(const KeeperProgram& address)
-{
-	const std::string& state = address.state;
-	return state == "yielded"      ? "gave the address up to " + address.holder
-	       : state == "waiting"    ? "waits for the address, held by " + address.holder
-	       : state == "rechecking" ? "holds the address, asks whether another host holds it as well"
-	       : state == "holding" || state == "announcing" ? "holds the address"
-	       : state == "stopped"                          ? "does not hold the address"
-	                                                     : "does not hold the address: " + state;
 }
 
 } // namespace velarix::ctl

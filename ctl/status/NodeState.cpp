@@ -168,16 +168,6 @@ bool heard(const NodeState& state)
 	       (state.snapshot().takeOver || *state.age(state.heartbeat) <= state.timing.heartbeatPause());
 }
 
-template <typename Value> Figure<Value> ofPartner(const NodeState& state, const std::optional<Value>& value)
-{
-	Figure<Value> figure{value, state.heartbeat.at, std::nullopt, state.heartbeat.why};
-	if (state.heartbeat.known() && !heard(state))
-	{
-		figure.why = "no heartbeat for " + spanText(*state.age(state.heartbeat));
-	}
-	return figure;
-}
-
 void takePartner(NodeState& state)
 {
 	state.heartbeat = fromLog(state, state.snapshot().received);
@@ -187,10 +177,16 @@ void takePartner(NodeState& state)
 	{
 		state.heartbeat.why = "no heartbeat of it in the part of the log that was read";
 	}
-	state.partnerRole =
-	    ofPartner(state, last ? std::optional(last->master ? Role::master : Role::slave) : std::nullopt);
-	state.partnerAsks = ofPartner(state, last ? std::optional(last->asking) : std::nullopt);
-	state.partnerRuns = ofPartner(state, last ? std::optional(last->running) : std::nullopt);
+	const bool silent = state.heartbeat.known() && !heard(state);
+	const auto take = [&](auto& figure, auto of)
+	{
+		figure.reported = last ? std::optional(std::invoke(of, *last)) : std::nullopt;
+		figure.at = state.heartbeat.at;
+		figure.why = silent ? "no heartbeat for " + spanText(*state.age(state.heartbeat)) : state.heartbeat.why;
+	};
+	take(state.partnerRole, [](const Heartbeat& beat) { return beat.master ? Role::master : Role::slave; });
+	take(state.partnerAsks, &Heartbeat::asking);
+	take(state.partnerRuns, &Heartbeat::running);
 }
 
 /// @return when the role began; nothing when the log was not read far enough back
@@ -207,9 +203,6 @@ std::optional<Instant> roleSince(const NodeState& state)
 	const bool whole = started && change.searchedTo && *change.searchedTo <= *started + kStart;
 	return whole ? started : std::nullopt;
 }
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
 
 } // namespace
 
@@ -269,7 +262,8 @@ void Observer::noteChange(NodeState& state)
 
 Timing Timing::of(const SettingsFile& settings)
 {
-	const auto read = [&](const char* name) { return seconds(std::max(0, settings.integer(name).value_or(0))); };
+	const auto read = [&](const char* name)
+	{ return std::chrono::seconds(std::max(0, settings.integer(name).value_or(0))); };
 	return {read(key::kInterval), read(key::kReceivingTime), read(key::kCheckCycle), read(key::kWaitingTime)};
 }
 

@@ -7,7 +7,6 @@
 #pragma once
 
 #include <algorithm>
-#include <numeric>
 
 #include "ctl/status/AgentProcess.h"
 #include "ctl/status/LogTail.h"
@@ -41,21 +40,12 @@ struct KeeperProgram
 	std::string check;
 	/// Why a service died last.
 	std::string reason;
-
-	/// @return whether another host has the address
-	bool waits() const { return state == "waiting" || state == "yielded"; }
-};
-
-/// ha-reach, with what it knows of its targets.
-struct KeeperReach
-{
-	KeeperProgram program;
-	/// "ready", "reaches", "fails", "silent", "unknown"
+	/// Of ha-reach alone: "ready", "reaches", "fails", "silent", "unknown"; and what it knows of its targets.
 	std::string partner;
 	std::vector<keeper::TargetState> targets;
 
-	/// @return the targets that do not answer, "192.0.2.1, 192.0.2.2"
-	std::string lost() const;
+	/// @return whether another host has the address
+	bool waits() const { return state == "waiting" || state == "yielded"; }
 };
 
 struct KeeperState
@@ -63,23 +53,15 @@ struct KeeperState
 	KeeperProgram address;
 	std::vector<KeeperProgram> services;
 	/// Without a [reachability] nothing.
-	std::optional<KeeperReach> reach;
+	std::optional<KeeperProgram> reach;
 	bool marked = false; ///< the marker is there
 };
-
-/// @return nothing when the settings do without the keeper
-std::optional<KeeperState> lookForKeeper(const SettingsFile& settings, const Paths& paths);
-
-/// @return the address's state as one sentence, without its time
-std::string addressSentence(const KeeperProgram& address);
 
 /// How long a sound agent may be silent, from its settings.
 /// Those that are missing or negative count as zero here: an agent with such
 /// settings does not run for long anyway.
 struct Timing
 {
-	using Span = std::chrono::milliseconds;
-
 	std::chrono::seconds interval{};
 	std::chrono::seconds receivingTime{};
 	std::chrono::seconds checkCycle{};
@@ -98,22 +80,22 @@ struct Timing
 
 	/// Between two lines of any worker: the checker writes one each cycle, the
 	/// sender one for each heartbeat or failed connect.
-	Span logPause() const { return std::min(checkCycle, receivingTime + std::max(interval, kRetry)) + kSlack; }
+	Milliseconds logPause() const { return std::min(checkCycle, receivingTime + std::max(interval, kRetry)) + kSlack; }
 
 	/// Between two lines of the receiver when it is not starting the service: a
 	/// pass with three silent pings and a silence.
-	Span receiverPause() const { return receivingTime + kChecks + kSlack; }
+	Milliseconds receiverPause() const { return receivingTime + kChecks + kSlack; }
 
 	/// Between two lines that tell the role: whichever of checker and receiver is
 	/// the slower.
-	Span rolePause() const { return std::max<Span>(checkCycle + kSlack, receiverPause()); }
+	Milliseconds rolePause() const { return std::max<Milliseconds>(checkCycle + kSlack, receiverPause()); }
 
 	/// Between two heartbeats of a partner with the same settings.
-	Span heartbeatPause() const { return 2 * (interval + receivingTime) + kSlack; }
+	Milliseconds heartbeatPause() const { return 2 * (interval + receivingTime) + kSlack; }
 
 	/// A switchover from the end of the programs until they run on the partner,
 	/// mostly: the agent notices, asks, the partner counts down twice and waits.
-	Span handOver() const { return interval + kRetry + kAddress + waitingTime + interval; }
+	Milliseconds handOver() const { return interval + kRetry + kAddress + waitingTime + interval; }
 };
 
 /// Within it, so many changes of the role make a node one whose service comes and
@@ -137,24 +119,14 @@ struct Programs
 	std::vector<ProgramCount> each;
 	/// The agent's rule: at least as many matches in total as programs.
 	bool run = false;
-
-	int processes() const
-	{
-		return std::accumulate(each.begin(), each.end(), 0,
-		                       [](int sum, const ProgramCount& one) { return sum + one.processes; });
-	}
+	/// Of all.
+	int processes = 0;
 };
 
 /// Where the virtual address is on this machine.
-struct HeldAddress
+struct HeldAddress : host::Address
 {
 	bool held = false;
-	/// Of the interface that holds it.
-	std::string interface;
-	std::string label;
-	int prefix = 0;
-	/// `ifconfig`, which the agent asks, lists it.
-	bool listed = false;
 };
 
 /// One figure of a node's state: what it is, how old that is, or why it is not

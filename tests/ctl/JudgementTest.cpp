@@ -166,7 +166,7 @@ const Row kRows[] = {
     {"ProgramsMissing",           kMaster, {"programs-missing critical"},            [](NodeState& state) { state.programs.reported->run = false; }},
     {"AddressOnASlave",           kSlave,  {"address-on-slave critical"},            [](NodeState& state) { state.address.reported->held = true; }},
     {"ProgramsOnASlave",          kSlave,  {"programs-on-slave warning"},            [](NodeState& state) { state.programs.reported->run = true; }},
-    {"NoProgramsAtAll",           kSlave,  {},                                       [](NodeState& state) { state.programs.reported = Programs{{}, true}; }},
+    {"NoProgramsAtAll",           kSlave,  {},                                       [](NodeState& state) { state.programs.reported = Programs{{}, true, 0}; }},
     {"ProgramFile",               kSlave,  {"program-file warning blocks"},          [](NodeState& state) { state.programs.reported->each[0].executable = false; }},
     {"ProgramFileNotKnown",       kSlave,  {},                                       [](NodeState& state) { state.programs.reported->each[0].executable.reset(); }},
 

@@ -52,7 +52,7 @@ TEST_F(PairVerb, FindsClocksThatDifferByMoreThanTheAskingTook)
 	{
 		partner["pair"]["time_ms"] = own["pair"]["time_ms"].get<long>() + ahead;
 		const auto problems = velarix::ctl::judgePair({own, partner, "", 3s, now});
-		const auto isIt = [](const auto& one) { return one.id == "clocks-differ"; };
+		const auto isIt = [](const auto& one) { return one["id"] == "clocks-differ"; };
 		EXPECT_EQ(std::ranges::any_of(problems, isIt), differs) << ahead;
 	}
 }

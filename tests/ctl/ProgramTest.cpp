@@ -1,4 +1,4 @@
-// What the program does when its output fails, or something that nobody foresaw happens; its metrics' page and memory.
+// What the program does when its output fails, or something that nobody foresaw happens; the memory of its metrics.
 // All else: stories/.
 
 #include <new>
@@ -52,19 +52,6 @@ TEST_F(Program, AnErrorThatNobodyForesawEndsItWithALine)
 		std::ostringstream err;
 		EXPECT_EQ(runOn(out, err, {verb}, clock), status) << verb;
 		EXPECT_THAT(status == 3 ? out.str() : err.str(), HasSubstr("internal error: std::bad_alloc\n")) << verb;
-	}
-}
-
-TEST_F(Program, TheMonitoringPageListsTheMetrics)
-{
-	soundMaster();
-	writeMetrics();
-	const std::string page = readFile(VELARIX_CTL_MONITORING);
-	const std::set<std::string> families = allBetween(metrics(), "# TYPE ", " ");
-	EXPECT_GE(families.size(), 25U);
-	for (const std::string& name : families)
-	{
-		EXPECT_THAT(page, HasSubstr("`" + name + "`"));
 	}
 }
 

@@ -3,9 +3,7 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <thread>
 
 #include <Poco/TemporaryFile.h>
@@ -19,6 +17,7 @@
 #include "ToolThreads.h"
 #include "inspect/Host.h"
 #include "inspect/HostProcesses.h"
+#include "inspect/InputFile.h"
 
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
@@ -76,13 +75,6 @@ public:
 private:
 	pid_t m_pid = -1;
 };
-
-std::string content(const std::filesystem::path& path)
-{
-	std::ostringstream text;
-	text << std::ifstream(path).rdbuf();
-	return text.str();
-}
 
 } // namespace
 
@@ -215,7 +207,7 @@ TEST_F(RealCommand, SeesNoInterfaceButLoopbackAndSharesProcessesAndFiles)
 	                                      " && echo shared >>" + out,
 	                                  10s),
 	          host::CommandEnd::ended);
-	EXPECT_EQ(content(m_file.path()), "lo\nshared\n");
+	EXPECT_EQ(readInputFile(m_file.path()), "lo\nshared\n");
 }
 
 TEST_F(RealCommand, IsKilledWithItsChildrenWhenItTakesTooLong)
@@ -224,7 +216,7 @@ TEST_F(RealCommand, IsKilledWithItsChildrenWhenItTakesTooLong)
 	EXPECT_EQ(host::runWithoutNetwork("sh -c 'echo $$ >" + m_file.path() + "; exec sleep 60'; true", 300ms),
 	          host::CommandEnd::tooLong);
 	EXPECT_LT(host::elapsed() - begin, 10s);
-	const pid_t child = std::stoi(content(m_file.path()));
+	const pid_t child = std::stoi(readInputFile(m_file.path()));
 	for (int tries = 0; tries < 500 && host::process(child) && host::process(child)->state != 'Z'; ++tries)
 	{
 		host::pause(10ms);

@@ -59,16 +59,6 @@ void StateTest::soundSlave()
 	writeLog(emptyLog().start(198s).slaveFor(197300ms, 300ms));
 }
 
-void StateTest::losePartner() const
-{
-	writeLog(emptyLog()
-	             .start(198s)
-	             .slaveFor(198s, 191s)
-	             .takeService(190s)
-	             .masterFor(183300ms, 60s)
-	             .masterFor(59s, 300ms, ""));
-}
-
 void StateTest::writeSettings(int node, const std::vector<std::pair<std::string, std::string>>& changes) const
 {
 	std::vector<std::string> lines = soundLines(node);
@@ -94,10 +84,4 @@ void StateTest::endProcess(pid_t pid)
 void StateTest::dropAddress()
 {
 	std::erase_if(fakeHost().addresses, [](const auto& address) { return address.address == "198.51.100.10"; });
-}
-
-Outcome StateTest::runHere(const std::vector<std::string>& arguments) const
-{
-	const Outcome outcome = run(arguments);
-	return {outcome.code, anonymous(outcome.out), anonymous(outcome.err)};
 }

@@ -13,21 +13,12 @@ protected:
 
 	/// What ssh does from now on; DIR is the test's directory.
 	void ssh(std::string script) const;
-	/// What the partner's own status says of a failover to it.
-	void partnerSays(const std::string& failover, const std::string& node = "192.0.2.2") const
-	{
-		ssh("printf '%s\\n' '{\"node\":\"" + node +
-		    "\",\"partner\":{\"address\":\"192.0.2.1\"},\"fail_over\":" + failover + "}'\nexit 1\n");
-	}
 
 	/// Master for 190 seconds, with address and program, and a slave as partner;
 	/// its last line is 0.3 seconds old.
 	void soundMaster();
 	/// Slave since its start 200 seconds ago; the partner is master.
 	void soundSlave();
-
-	/// Master as long, but for a minute without the partner's heartbeats.
-	void losePartner() const;
 
 	NodeLog emptyLog() const { return NodeLog(now); }
 	void writeLog(const NodeLog& log) const { write(kLog, log.text()); }
@@ -39,16 +30,6 @@ protected:
 	void endProcess(pid_t pid);
 	/// Takes the virtual address from the interface.
 	void dropAddress();
-
-	/// As run, with the directory's name taken out of the output.
-	Outcome runHere(const std::vector<std::string>& arguments) const;
-
-	/// @return the row of the status that begins with the label
-	static std::string row(const Outcome& outcome, const std::string& label)
-	{
-		const std::size_t at = ("\n" + outcome.out).find("\n" + label + " ");
-		return at == std::string::npos ? "no row " + label : outcome.out.substr(at, outcome.out.find('\n', at) - at);
-	}
 
 	static constexpr pid_t kAgent = 4711;
 	static constexpr pid_t kServer = 5000;

@@ -14,7 +14,6 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
 	     test.m_node = words.all == "master" ? 1 : 2;
 	     test.m_node == 1 ? test.soundMaster() : test.soundSlave();
      }},
-    {"lose-partner", [](auto& test, auto&) { test.losePartner(); }},
     {"set",
      [](auto& test, auto& words)
      {
@@ -148,7 +147,12 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
     {"commands-end", [](auto&, auto& words)
      { fakeHost().commandEnd = words.all == "tooLong" ? host::CommandEnd::tooLong : host::CommandEnd::noNamespace; }},
     {"ssh", [](auto& test, auto& words) { test.ssh(words.all + "\n"); }},
-    {"partner-says", [](auto& test, auto& words) { test.partnerSays(words.rest, words.first); }},
+    {"partner-says",
+     [](auto& test, auto& words)
+     {
+	     test.ssh("printf '%s\\n' '{\"node\":\"" + words.first +
+	              "\",\"partner\":{\"address\":\"192.0.2.1\"},\"fail_over\":" + words.rest + "}'\nexit 1\n");
+     }},
     {"partner-obeys",
      [](auto& test, auto& words)
      {

@@ -22,7 +22,8 @@ std::map<std::string, std::string> valuesOf(const fs::path& path)
 
 } // namespace
 
-const std::set<std::string> StoryTest::kMayBeEmpty{"acts", "error", "none-came", "nothing", "unique-samples"};
+const std::set<std::string> StoryTest::kMayBeEmpty{"acts",      "error",   "metrics-on-page",
+                                                   "none-came", "nothing", "unique-samples"};
 
 const std::set<std::string> StoryTest::kOfTwo{"between",   "contains", "file-has", "file-not", "golden-file",
                                               "has-group", "has-mode", "items",    "json",     "packaged",
@@ -145,5 +146,15 @@ const std::map<std::string, StoryTest::Command> StoryTest::kExpectations{
 	     const std::size_t value = at + sizeof("velarix_ ") + words.first.size();
 	     EXPECT_EQ(at == std::string::npos ? "none" : text.substr(value, text.find('\n', value) - value), words.rest);
      }},
-    {"on-page", [](auto&, auto& words) { EXPECT_THAT(readFile(VELARIX_CTL_MONITORING), HasSubstr("`" + words.all)); }},
+    {"metrics-on-page",
+     [](auto& test, auto&)
+     {
+	     const std::string page = readFile(VELARIX_CTL_MONITORING);
+	     const std::set<std::string> families = allBetween(readFile(test.below("/velarix.prom")), "# TYPE ", " ");
+	     EXPECT_GE(families.size(), 25U);
+	     for (const std::string& name : families)
+	     {
+		     EXPECT_THAT(page, testing::AnyOf(HasSubstr("`" + name + "`"), HasSubstr("`" + name + "{")));
+	     }
+     }},
 };
