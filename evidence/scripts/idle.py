@@ -27,7 +27,6 @@ import common
 import page
 import pair
 import peers
-import render
 
 AGENT = "VelarixHA"
 SETTLE = 10  # seconds until nothing of the start is left
@@ -152,7 +151,7 @@ def section(found):
              f"{node['proportional']:.1f}", f"{node['logs']:.1f}"] for node in found["nodes"]]
     return (f"{found['machine']}. {found['windows']} windows of {found['seconds']} s in which nothing happens, the median "
             "of each figure, all at the same time.\n\n" +
-            render.table(["program", "CPU itself, % of a core", "with its commands, %", "RSS, MB", "PSS, MB",
+            page.table(["program", "CPU itself, % of a core", "with its commands, %", "RSS, MB", "PSS, MB",
                           "log + console, MB/day"], rows, numbers=True) + "\n" +
             "".join(f"- {'reached' if reached else '**missed**'}: {text}\n" for text, reached in goals(found)))
 

@@ -18,14 +18,9 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 
 import common
 import page
+from page import table
 
 OVERHEAD_GOAL = (150, 400)  # milliseconds beyond the fixed waits: median, p95
-
-
-def table(titles, rows, numbers=False):
-    """A Markdown table; with numbers all columns but the first are set to the right."""
-    lines = [titles, ["---"] + ["---:" if numbers else "---"] * (len(titles) - 1), *rows]
-    return "".join("| " + " | ".join(map(str, line)) + " |\n" for line in lines)
 
 
 def summary(values):

@@ -1,5 +1,7 @@
 """Pages with figures that a script renews, and lists of explained exceptions."""
 
+import tomllib
+
 from common import Unusable
 
 
@@ -31,29 +33,16 @@ def tell(text, path, name="figures"):
     put_figures(path, text, name) if path else print(text, end="")
 
 
-def read_entries(path, names):
-    """Reads blocks of "name: value" lines, parted by blank lines; "#" begins a comment.
+def table(titles, rows, numbers=False):
+    """A Markdown table; with numbers all columns but the first are set to the right."""
+    lines = [titles, ["---"] + ["---:" if numbers else "---"] * (len(titles) - 1), *rows]
+    return "".join("| " + " | ".join(map(str, line)) + " |\n" for line in lines)
 
-    Every entry has exactly the given names; "reason" may go over several lines.
-    """
-    entries = []
-    fields = {}
-    with open(path, encoding="utf-8") as handle:
-        for number, line in enumerate([*handle, "\n"], start=1):
-            line = line.rstrip("\n")
-            if line.startswith("#"):
-                continue
-            if not line.strip():
-                if fields and set(fields) != set(names):
-                    raise Unusable(f"{path}:{number}: an entry has {', '.join(names)}; this one has {', '.join(fields)}")
-                if fields:
-                    entries.append(fields)
-                fields = {}
-            elif line.startswith(" ") and "reason" in fields:
-                fields["reason"] += " " + line.strip()
-            else:
-                name, _, value = line.partition(": ")
-                if name not in names or name in fields:
-                    raise Unusable(f'{path}:{number}: "{name}" has no place here')
-                fields[name] = value.strip()
-    return entries
+
+def read_entries(path, kind):
+    """The explained exceptions of a list, which stand below their files, as named tuples of that kind."""
+    with open(path, "rb") as handle:
+        try:
+            return [kind(file, **entry) for file, entries in tomllib.load(handle).items() for entry in entries]
+        except (tomllib.TOMLDecodeError, TypeError) as error:
+            raise Unusable(f"{path}: {error}") from None
