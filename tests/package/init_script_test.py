@@ -1,12 +1,10 @@
-#!/usr/bin/env python3
 """The init script, run on a system without systemd: every word with its exit status."""
 
 import time
 import unittest
 
-import arguments
 import node
-from arguments import Place, boot
+from node import boot
 from machine import wait_for
 
 SCRIPT = "/etc/init.d/velarix-ha"
@@ -16,7 +14,7 @@ CONSOLE = "/usr/velarix/log/console.err"
 class InitScriptTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.machine = boot(cls.addClassCleanup, "sysv", Place.base, package=Place.deb)
+        cls.machine = boot(cls.addClassCleanup, "sysv", installed="*.deb")
 
     def setUp(self):
         self.machine.calm_down()
@@ -142,7 +140,3 @@ class InitScriptTest(unittest.TestCase):
         self.assertEqual(self.machine.run("ls /etc/rc?.d/*velarix-ha").out.split(),
                          [f"/etc/rc{level}.d/{'S' if level in '2345' else 'K'}01velarix-ha" for level in "0123456"])
         self.machine.run("update-rc.d velarix-ha disable")
-
-
-if __name__ == "__main__":
-    arguments.run()

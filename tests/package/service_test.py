@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """The systemd unit, tried for real: how it starts the agent, and what it forbids."""
 
 import os
@@ -7,7 +6,6 @@ import re
 import time
 import unittest
 
-import arguments
 import images
 import node
 from machine import wait_for
@@ -48,7 +46,7 @@ class StartTest(OnAMachine):
         wait_for("it begins", lambda: self.machine.exists("/var/lib/velarix-ha/notify/journal"), 20)
         self.start()
         wait_for("the election is in the journal", lambda: "change role-changed: standby -> master" in
-                 self.machine.run(f"journalctl --no-pager -o cat --since @{self.since} -t velarix-ha").out, 60)
+                 self.machine.run(f"journalctl --no-pager -o cat --since @{self.machine.since} -t velarix-ha").out, 60)
         self.assertEqual(self.machine.run("velarixctl notify --test").out, "journal: taken\n")
 
     def test_the_timer_writes_the_page_of_both_nodes_for_any_web_server(self):
@@ -60,9 +58,8 @@ class StartTest(OnAMachine):
         self.assertTrue(read.startswith("<!DOCTYPE html>") and read.endswith("</html>\n"), read)
         # This machine has no partner to ask: the page says so, and the unit has not failed.
         self.assertIn("partner-not-reached", read)
-        unit = "systemctl show --value --property={} velarix-pair-page.{}"
-        wait_for("the unit has ended", lambda: self.machine.run(unit.format("ActiveState", "service")).out == "inactive\n", 10)
-        wait_for("it comes again", lambda: self.machine.run(unit.format("NextElapseUSecMonotonic", "timer")).out.strip()
+        wait_for("the unit has ended", lambda: self.property("ActiveState", "velarix-pair-page.service") == "inactive", 10)
+        wait_for("it comes again", lambda: self.property("NextElapseUSecMonotonic", "velarix-pair-page.timer")
                  not in ("", "0", "infinity"), 10)
 
     def test_a_user_who_runs_the_program_and_stops_it_keeps_nothing_from_starting(self):
@@ -114,7 +111,7 @@ class StartTest(OnAMachine):
         self.assertEqual(self.property("NRestarts"), "0")
 
     def test_the_number_of_a_living_process_in_the_pid_file_is_not_believed(self):
-        other = self.machine.run("systemctl show --value --property=MainPID systemd-journald").out.strip()
+        other = self.property("MainPID", "systemd-journald")
         self.machine.write(node.PID_PATH, other)
         self.start()
         agent = self.machine.agent()
@@ -262,7 +259,3 @@ class StartTest(OnAMachine):
     def run_in_unit(self, command):
         self.change_unit(f"[Service]\nExecStartPre=/bin/sh -c '{command}'\n")
         self.start()
-
-
-if __name__ == "__main__":
-    arguments.run()
