@@ -39,6 +39,11 @@ set(description
   "velarixctl makes and checks the settings, shows the state of the pair and its"
   "history, and moves the service.")
 
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS forget.sh)
+file(READ forget.sh VELARIX_FORGET)
+configure_file(debian/postrm.in ${CMAKE_CURRENT_BINARY_DIR}/postrm @ONLY)
+configure_file(rpm/postun.in ${CMAKE_CURRENT_BINARY_DIR}/postun @ONLY)
+
 # --- common ----------------------------------------------------------------------
 set(CPACK_GENERATOR "DEB;RPM")
 set(CPACK_PACKAGE_NAME velarix-ha)
@@ -59,13 +64,8 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 # --- Debian ------------------------------------------------------------------------
 set(distribution unknown)
-if(EXISTS /etc/os-release)
-  file(STRINGS /etc/os-release osRelease)
-  foreach(line ${osRelease})
-    if(line MATCHES "^(ID|VERSION_ID)=\"?([^\"]*)\"?$")
-      set(os_${CMAKE_MATCH_1} ${CMAKE_MATCH_2})
-    endif()
-  endforeach()
+cmake_host_system_information(RESULT os QUERY DISTRIB_INFO)
+if(os_ID)
   string(SUBSTRING "${os_ID}" 0 3 distribution)
   set(distribution "${distribution}${os_VERSION_ID}")
 endif()
@@ -83,17 +83,13 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm
-  ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm)
+  ${CMAKE_CURRENT_BINARY_DIR}/postrm)
 list(JOIN description "\n" CPACK_DEBIAN_PACKAGE_DESCRIPTION)
 
 set(debianChangelog ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian)
 configure_file(debian/changelog.in ${debianChangelog} @ONLY)
-add_custom_command(OUTPUT ${debianChangelog}.gz ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-  COMMAND gzip -9 -n -c ${debianChangelog} > ${debianChangelog}.gz
-  COMMAND gzip -9 -n -c ${PROJECT_SOURCE_DIR}/CHANGELOG.md > ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-  DEPENDS ${debianChangelog} ${PROJECT_SOURCE_DIR}/CHANGELOG.md
-  VERBATIM)
-add_custom_target(velarix_changelogs ALL DEPENDS ${debianChangelog}.gz ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+velarix_compress(${debianChangelog} ${debianChangelog}.gz)
+velarix_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
 install(FILES ${debianChangelog}.gz DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz DESTINATION ${VELARIX_DOC})
 install(FILES debian/copyright debian/README.Debian DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
@@ -116,7 +112,7 @@ string(CONCAT CPACK_RPM_PACKAGE_REQUIRES
   "(iproute or iproute2), iputils, findutils, util-linux")
 set(CPACK_RPM_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/rpm/post)
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/rpm/preun)
-set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/rpm/postun)
+set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/postun)
 set(CPACK_RPM_CHANGELOG_FILE ${CMAKE_CURRENT_BINARY_DIR}/changelog.rpm)
 configure_file(rpm/changelog.in ${CPACK_RPM_CHANGELOG_FILE} @ONLY)
 set(CPACK_RPM_USER_FILELIST
