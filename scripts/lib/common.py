@@ -23,20 +23,14 @@ def parser(text, report=None, install=True):
     return made
 
 
-def require_root(why):
-    if os.geteuid() != 0:
-        raise Unusable(f"root is needed, {why}: sudo scripts/{NAME}")
-
-
-def require_namespaces():
-    if subprocess.run(["unshare", "--net", "--mount", "--pid", "--fork", "true"], capture_output=True).returncode != 0:
-        raise Unusable("this machine does not let us make namespaces (unshare --net --mount --pid fails)")
-
-
-def install(*groups):
-    command = [os.path.join(ROOT, "scripts", "install-deps"), *groups]
-    if subprocess.run(command).returncode != 0:
+def prepare(no_install, why, *groups):
+    """The packages of these groups; and root and namespaces, unless there is no `why`."""
+    if not no_install and subprocess.run([os.path.join(ROOT, "scripts", "install-deps"), *groups]).returncode != 0:
         raise Unusable("the packages of the groups " + ", ".join(groups) + " are not all there, see above")
+    if why and os.geteuid() != 0:
+        raise Unusable(f"root is needed, {why}: sudo {sys.argv[0]}")
+    if why and subprocess.run(["unshare", "--net", "--mount", "--pid", "--fork", "true"], capture_output=True).returncode != 0:
+        raise Unusable("this machine does not let us make namespaces (unshare --net --mount --pid fails)")
 
 
 def run_main(main):
