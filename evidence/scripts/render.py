@@ -17,8 +17,7 @@ import sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "lib"))
 
 import common
-import page
-from page import table
+from common import table
 
 OVERHEAD_GOAL = (150, 400)  # milliseconds beyond the fixed waits: median, p95
 
@@ -216,7 +215,7 @@ def main():
         text = attacks([record for one in found for record in one])
     else:
         text = "\n".join(CAMPAIGNS[one["campaign"]](one) for one in found)
-    page.tell(text, arguments.attacks, "attacks")
+    common.tell(text, arguments.attacks, "attacks")
     return 0
 
 
