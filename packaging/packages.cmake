@@ -1,7 +1,7 @@
 # The Debian package and the RPM, both made by CPack of the same install rules:
 # a file that is added to an installation from source is in both packages, with
 # the same path and mode, without being listed again. What a distribution wants
-# besides (its change log, its scripts) is in the components "debian" and "rpm".
+# besides (its change log, its scripts) is in the components "DEB" and "RPM".
 
 # Who answers for the packages, and is informed of holes; whoever hands packages on puts in
 # their own (scripts/package --maintainer).
@@ -90,13 +90,13 @@ set(debianChangelog ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian)
 configure_file(debian/changelog.in ${debianChangelog} @ONLY)
 velarix_compress(${debianChangelog} ${debianChangelog}.gz)
 velarix_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
-install(FILES ${debianChangelog}.gz DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
+install(FILES ${debianChangelog}.gz DESTINATION ${VELARIX_DOC} COMPONENT DEB EXCLUDE_FROM_ALL)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz DESTINATION ${VELARIX_DOC})
-install(FILES debian/copyright debian/README.Debian DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
+install(FILES debian/copyright debian/README.Debian DESTINATION ${VELARIX_DOC} COMPONENT DEB EXCLUDE_FROM_ALL)
 install(FILES debian/lintian-overrides DESTINATION usr/share/lintian/overrides RENAME velarix-ha
-        COMPONENT debian EXCLUDE_FROM_ALL)
+        COMPONENT DEB EXCLUDE_FROM_ALL)
 install(FILES service/velarix-ha.needrestart DESTINATION etc/needrestart/conf.d RENAME velarix-ha.conf
-        COMPONENT debian EXCLUDE_FROM_ALL)
+        COMPONENT DEB EXCLUDE_FROM_ALL)
 
 # --- RPM -----------------------------------------------------------------------------
 set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
@@ -122,7 +122,7 @@ set(CPACK_RPM_USER_FILELIST
   "%config /etc/init.d/velarix-ha"
   "%doc /${VELARIX_DOC}/README.md"
   "%license /${VELARIX_DOC}/LICENSE")
-install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${VELARIX_DOC} COMPONENT rpm EXCLUDE_FROM_ALL)
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${VELARIX_DOC} COMPONENT RPM EXCLUDE_FROM_ALL)
 # Directories of the system, which other packages own.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /etc /etc/default /etc/init.d /etc/logrotate.d /usr /usr/bin /usr/lib /usr/lib/systemd /usr/lib/systemd/system
