@@ -1,7 +1,7 @@
 # The Debian package and the RPM, both made by CPack of the same install rules:
 # a file that is added to an installation from source is in both packages, with
 # the same path and mode, without being listed again. What a distribution wants
-# besides (its change log, its scripts) is in the components "debian" and "rpm".
+# besides (its change log, its scripts) is in the components "DEB" and "RPM".
 
 # Who answers for the packages, and is informed of holes; whoever hands packages on puts in
 # their own (scripts/package --maintainer).
@@ -39,6 +39,11 @@ set(description
   "velarixctl makes and checks the settings, shows the state of the pair and its"
   "history, and moves the service.")
 
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS forget.sh)
+file(READ forget.sh VELARIX_FORGET)
+configure_file(debian/postrm.in ${CMAKE_CURRENT_BINARY_DIR}/postrm @ONLY)
+configure_file(rpm/postun.in ${CMAKE_CURRENT_BINARY_DIR}/postun @ONLY)
+
 # --- common ----------------------------------------------------------------------
 set(CPACK_GENERATOR "DEB;RPM")
 set(CPACK_PACKAGE_NAME velarix-ha)
@@ -59,13 +64,8 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 # --- Debian ------------------------------------------------------------------------
 set(distribution unknown)
-if(EXISTS /etc/os-release)
-  file(STRINGS /etc/os-release osRelease)
-  foreach(line ${osRelease})
-    if(line MATCHES "^(ID|VERSION_ID)=\"?([^\"]*)\"?$")
-      set(os_${CMAKE_MATCH_1} ${CMAKE_MATCH_2})
-    endif()
-  endforeach()
+cmake_host_system_information(RESULT os QUERY DISTRIB_INFO)
+if(os_ID)
   string(SUBSTRING "${os_ID}" 0 3 distribution)
   set(distribution "${distribution}${os_VERSION_ID}")
 endif()
@@ -83,24 +83,20 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/conffiles
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm
-  ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm)
+  ${CMAKE_CURRENT_BINARY_DIR}/postrm)
 list(JOIN description "\n" CPACK_DEBIAN_PACKAGE_DESCRIPTION)
 
 set(debianChangelog ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian)
 configure_file(debian/changelog.in ${debianChangelog} @ONLY)
-add_custom_command(OUTPUT ${debianChangelog}.gz ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-  COMMAND gzip -9 -n -c ${debianChangelog} > ${debianChangelog}.gz
-  COMMAND gzip -9 -n -c ${PROJECT_SOURCE_DIR}/CHANGELOG.md > ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
-  DEPENDS ${debianChangelog} ${PROJECT_SOURCE_DIR}/CHANGELOG.md
-  VERBATIM)
-add_custom_target(velarix_changelogs ALL DEPENDS ${debianChangelog}.gz ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
-install(FILES ${debianChangelog}.gz DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
+velarix_compress(${debianChangelog} ${debianChangelog}.gz)
+velarix_compress(${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+install(FILES ${debianChangelog}.gz DESTINATION ${VELARIX_DOC} COMPONENT DEB EXCLUDE_FROM_ALL)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz DESTINATION ${VELARIX_DOC})
-install(FILES debian/copyright debian/README.Debian DESTINATION ${VELARIX_DOC} COMPONENT debian EXCLUDE_FROM_ALL)
+install(FILES debian/copyright debian/README.Debian DESTINATION ${VELARIX_DOC} COMPONENT DEB EXCLUDE_FROM_ALL)
 install(FILES debian/lintian-overrides DESTINATION usr/share/lintian/overrides RENAME velarix-ha
-        COMPONENT debian EXCLUDE_FROM_ALL)
+        COMPONENT DEB EXCLUDE_FROM_ALL)
 install(FILES service/velarix-ha.needrestart DESTINATION etc/needrestart/conf.d RENAME velarix-ha.conf
-        COMPONENT debian EXCLUDE_FROM_ALL)
+        COMPONENT DEB EXCLUDE_FROM_ALL)
 
 # --- RPM -----------------------------------------------------------------------------
 set(CPACK_RPM_FILE_NAME RPM-DEFAULT)
@@ -116,7 +112,7 @@ string(CONCAT CPACK_RPM_PACKAGE_REQUIRES
   "(iproute or iproute2), iputils, findutils, util-linux")
 set(CPACK_RPM_POST_INSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/rpm/post)
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/rpm/preun)
-set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_SOURCE_DIR}/rpm/postun)
+set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${CMAKE_CURRENT_BINARY_DIR}/postun)
 set(CPACK_RPM_CHANGELOG_FILE ${CMAKE_CURRENT_BINARY_DIR}/changelog.rpm)
 configure_file(rpm/changelog.in ${CPACK_RPM_CHANGELOG_FILE} @ONLY)
 set(CPACK_RPM_USER_FILELIST
@@ -126,7 +122,7 @@ set(CPACK_RPM_USER_FILELIST
   "%config /etc/init.d/velarix-ha"
   "%doc /${VELARIX_DOC}/README.md"
   "%license /${VELARIX_DOC}/LICENSE")
-install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${VELARIX_DOC} COMPONENT rpm EXCLUDE_FROM_ALL)
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${VELARIX_DOC} COMPONENT RPM EXCLUDE_FROM_ALL)
 # Directories of the system, which other packages own.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /etc /etc/default /etc/init.d /etc/logrotate.d /usr /usr/bin /usr/lib /usr/lib/systemd /usr/lib/systemd/system

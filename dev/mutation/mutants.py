@@ -82,7 +82,7 @@ class MutantMaker:
 
     def tokens(self, cursor, data, add):
         kinds = self.clang.TokenKind
-        unary, binary = self.operators(cursor)
+        binary = self.operators(cursor)
         types = self.type_extents(cursor) + attributes(data)
         for token in cursor.get_tokens():
             start, end = token.extent.start.offset, token.extent.end.offset
@@ -97,32 +97,21 @@ class MutantMaker:
             elif token.kind == kinds.PUNCTUATION:
                 if word == "!":
                     add("condition", start, end, "")
-                elif word in OPERATORS and (start in binary or word in ("++", "--")) and start not in unary:
+                elif word in OPERATORS and (start in binary or word in ("++", "--")):
                     for new in OPERATORS[word]:
                         add("operator", start, end, new)
 
     def operators(self, cursor):
-        """The offsets of the unary and of the binary operators."""
+        """The offsets of the binary operators, which stand between their operands."""
         kinds = self.clang.CursorKind
-        unary, binary = set(), set()
+        found = set()
         for node in cursor.walk_preorder():
-            if node.kind == kinds.UNARY_OPERATOR:
-                first = next(iter(node.get_tokens()), None)
-                if first is not None and first.spelling not in ("++", "--"):
-                    unary.add(first.extent.start.offset)
-            elif node.kind in (kinds.BINARY_OPERATOR, kinds.COMPOUND_ASSIGNMENT_OPERATOR, kinds.CALL_EXPR):
-                parts = list(node.get_children())
-                if len(parts) < 2:
-                    continue
-                for token in node.get_tokens():
-                    offset = token.extent.start.offset
-                    if token.spelling in OPERATORS and parts[0].extent.end.offset <= offset:
-                        # Between the operands; a call's operator is a child of its own.
-                        right = [part for part in parts[1:] if part.extent.start.offset >= offset]
-                        within = any(part.extent.start.offset < offset < part.extent.end.offset for part in parts)
-                        if right and not within:
-                            binary.add(offset)
-        return unary, binary
+            called = node.kind == kinds.CALL_EXPR and node.spelling.startswith("operator")
+            if called or node.kind in (kinds.BINARY_OPERATOR, kinds.COMPOUND_ASSIGNMENT_OPERATOR):
+                parts = [part.extent for part in node.get_children()]
+                offsets = [token.extent.start.offset for token in node.get_tokens()]
+                found |= {at for at in offsets if len(parts) > 1 and parts[0].end.offset <= at < parts[-1].start.offset}
+        return found
 
     def type_extents(self, cursor):
         """Places where a sign or a number belongs to a type and not to the program's work."""

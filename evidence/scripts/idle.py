@@ -24,10 +24,8 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 sys.dont_write_bytecode = True
 
 import common
-import page
 import pair
 import peers
-import render
 
 AGENT = "VelarixHA"
 SETTLE = 10  # seconds until nothing of the start is left
@@ -152,7 +150,7 @@ def section(found):
              f"{node['proportional']:.1f}", f"{node['logs']:.1f}"] for node in found["nodes"]]
     return (f"{found['machine']}. {found['windows']} windows of {found['seconds']} s in which nothing happens, the median "
             "of each figure, all at the same time.\n\n" +
-            render.table(["program", "CPU itself, % of a core", "with its commands, %", "RSS, MB", "PSS, MB",
+            common.table(["program", "CPU itself, % of a core", "with its commands, %", "RSS, MB", "PSS, MB",
                           "log + console, MB/day"], rows, numbers=True) + "\n" +
             "".join(f"- {'reached' if reached else '**missed**'}: {text}\n" for text, reached in goals(found)))
 
@@ -173,7 +171,7 @@ def main():
     if arguments.records:
         with open(arguments.records, "w", encoding="utf-8") as handle:
             json.dump(found, handle, indent=1)
-    page.tell(section(found), arguments.report)
+    common.tell(section(found), arguments.report)
     return 0 if all(reached for _, reached in goals(found)) else 1
 
 

@@ -24,10 +24,7 @@ def prepare(no_install, preset="demo", *targets, groups=()):
     Nothing is built when VELARIX_LAB names a lab.
     """
     global LAB
-    if not no_install:
-        common.install("run", "build", "lab", *groups)
-    common.require_root("the pairs live in namespaces of their own")
-    common.require_namespaces()
+    common.prepare(no_install, "the pairs live in namespaces of their own", "run", "build", "lab", *groups)
     LAB = lab_of(preset)
     build = [os.path.join(ROOT, "scripts", "build"), preset, *targets]
     if "VELARIX_LAB" not in os.environ and subprocess.run(build).returncode != 0:

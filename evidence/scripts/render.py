@@ -17,15 +17,9 @@ import sys
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "lib"))
 
 import common
-import page
+from common import table
 
 OVERHEAD_GOAL = (150, 400)  # milliseconds beyond the fixed waits: median, p95
-
-
-def table(titles, rows, numbers=False):
-    """A Markdown table; with numbers all columns but the first are set to the right."""
-    lines = [titles, ["---"] + ["---:" if numbers else "---"] * (len(titles) - 1), *rows]
-    return "".join("| " + " | ".join(map(str, line)) + " |\n" for line in lines)
 
 
 def summary(values):
@@ -221,7 +215,7 @@ def main():
         text = attacks([record for one in found for record in one])
     else:
         text = "\n".join(CAMPAIGNS[one["campaign"]](one) for one in found)
-    page.tell(text, arguments.attacks, "attacks")
+    common.tell(text, arguments.attacks, "attacks")
     return 0
 
 

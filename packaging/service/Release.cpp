@@ -36,9 +36,9 @@ constexpr int kAttempts = 3;
 struct Service
 {
 	std::string address;
-	std::string stopCommand;
-	std::string killCommand;
 	std::vector<std::string> programs;
+	/// What is run to end both, in this order.
+	std::vector<std::string> commands;
 };
 
 Service readService(const Paths& paths)
@@ -46,14 +46,13 @@ Service readService(const Paths& paths)
 	const SettingsFile settings = SettingsFile::load(paths.settings);
 	try
 	{
-		Service service{.address = settings.textOrThrow(key::kVirtualIP),
-		                .stopCommand = settings.textOrThrow(key::kStopCommand),
-		                .killCommand = settings.textOrThrow(key::kKillCommand),
-		                .programs = {}};
+		Service service{settings.textOrThrow(key::kVirtualIP), {}, {settings.textOrThrow(key::kStopCommand)}};
+		const std::string killCommand = settings.textOrThrow(key::kKillCommand);
 		const int number = settings.integerOrThrow(key::kProcessNumber);
 		for (int i = 1; i <= number; ++i)
 		{
 			service.programs.push_back(programName(settings.textOrThrow(programKey(i))));
+			service.commands.push_back(killCommand + " " + service.programs.back());
 		}
 		return service;
 	}
@@ -63,20 +62,14 @@ Service readService(const Paths& paths)
 	}
 }
 
-void runShell(const std::string& command)
-{
-	// A terminal obeys what stands in the settings, or in the names of processes.
-	std::cout << "running: " << printable(command) << std::endl;
-	// What the command is worth is seen by what is left, not by its status.
-	[[maybe_unused]] const int status = std::system(command.c_str());
-}
-
 void releaseOnce(const Service& service)
 {
-	runShell(service.stopCommand);
-	for (const std::string& program : service.programs)
+	for (const std::string& command : service.commands)
 	{
-		runShell(service.killCommand + " " + program);
+		// A terminal obeys what stands in the settings, or in the names of processes.
+		std::cout << "running: " << printable(command) << std::endl;
+		// What the command is worth is seen by what is left, not by its status.
+		[[maybe_unused]] const int status = std::system(command.c_str());
 	}
 }
 

@@ -30,7 +30,6 @@ release=/usr/libexec/velarix-ha/release
 keeper=/usr/libexec/velarix-ha/keeper
 keeper_settings=/usr/velarix/bin/ini/keeper.ini
 keeper_programs=/usr/velarix/run
-
 maintenance=/usr/velarix/pid/maintenance
 
 # The pid file comes two seconds after the parent has gone.
@@ -122,14 +121,10 @@ need_root() {
 	}
 }
 
-is_missing() {
-	[ ! -e "$1" ]
-}
-
 # systemd removes the pid file of a start that failed, also one that is another
 # agent's: with it gone, that agent would pass for dead.
 restore_pid_file() {
-	within 5 is_missing "$pid_file" || true
+	within 5 [ ! -e "$pid_file" ] || true
 	if is_agent "$1" && [ ! -e "$pid_file" ]; then
 		write_pid_file "$1"
 	fi
@@ -405,16 +400,6 @@ start() {
 	exit "$failed"
 }
 
-# Both nodes keep running meanwhile: the agent gives the service up and asks its
-# partner, by heartbeat, to take over.
-hand_over() {
-	if velarixctl switchover --timeout "${VELARIX_HANDOVER_TIMEOUT:-60}" >&2; then
-		return 0
-	fi
-	say "nothing was handed over (see above)"
-	return 1
-}
-
 stop() {
 	need_root stop
 	VELARIX_ON_STOP=leave
@@ -428,7 +413,11 @@ stop() {
 	}
 	case $VELARIX_ON_STOP in
 	leave | release) ;;
-	handover) hand_over || true ;;
+	handover)
+		# Both nodes keep running meanwhile: the agent gives the service up and asks its
+		# partner, by heartbeat, to take over.
+		velarixctl switchover --timeout "${VELARIX_HANDOVER_TIMEOUT:-60}" >&2 || say "nothing was handed over (see above)"
+		;;
 	*) say "$defaults: VELARIX_ON_STOP is \"$VELARIX_ON_STOP\" and not leave, release or handover: nothing is released" ;;
 	esac
 	# When the agent has ended, systemd reads the file once more, takes a living process of

@@ -1,14 +1,12 @@
-#!/usr/bin/env python3
 """The Ansible role, run on both nodes of a pair."""
 
 import pathlib
 import re
 import unittest
 
-import arguments
 import images
 import node
-from arguments import Place, boot
+from node import boot
 from machine import wait_for
 
 ROLE = pathlib.Path(images.ROOT, "packaging", "ansible", "velarix_ha")
@@ -32,15 +30,10 @@ PLAYBOOK = f"""
 
 
 class AnsibleTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.below = node.Node(Place.directory, "below", Place.base)
-        with cls.below as below:
-            below.run("apt-get install -y --no-install-recommends ansible-core python3-apt iproute2 procps")
-            below.put(Place.deb, "/root/package.deb")
-
     def machine(self, name):
-        made = boot(self.addCleanup, name, self.below, "systemd")
+        made = boot(self.addCleanup, name, "systemd")
+        made.run("apt-get install -y --no-install-recommends ansible-core python3-apt iproute2 procps")
+        made.put(node.package("*.deb"), "/root/package.deb")
         made.write("/opt/demo/interfaces", node.INTERFACES.replace(".11/", ".12/") if name == "b" else node.INTERFACES, "0755")
         made.run("sysctl -q -w net.ipv4.conf.all.arp_ignore=1; /opt/demo/interfaces")
         made.write(WEB, "#!/usr/bin/perl\nsleep;\n", "0755")
@@ -73,7 +66,3 @@ class AnsibleTest(unittest.TestCase):
             self.assertIn("settings were changed", machine.run("velarixctl status", check=False).out)
             self.assertEqual(self.play(machine, node_is, "velarix_ha_gateway=198.51.100.2", "velarix_ha_restart=true"), 2)
             wait_for("a new agent", lambda: machine.agent() != agent, 20)
-
-
-if __name__ == "__main__":
-    arguments.run()

@@ -1,24 +1,19 @@
 #!/usr/bin/env python3
-"""The first process of a test's machine, and the one that watches over it.
+"""The first process of a test's machine.
 
     boot.py MERGED LOWER UPPER INIT [SHARED=TARGET...]
 
-Makes a machine of its own namespaces (mounts, processes, network, host name, IPC,
-control groups) on an overlay of two directories, and runs INIT ("systemd", or
-"none" for a process that only reaps) as its process 1. Each SHARED directory
-appears at TARGET in it. Prints "made" when the machine is there, and ends with it.
-Ended itself, by whatever, it takes the machine with it: the kernel removes all of it.
-
-To be started in a mount namespace of its own.
+To be started in namespaces of its own (mounts, processes, network, host name, IPC,
+control groups). Makes the machine's files, an overlay of two directories, prints
+"made" and becomes INIT ("systemd", or "none" for a process that only reaps). Each
+SHARED directory appears at TARGET.
 """
 
-import ctypes
 import os
 import signal
 import socket
 import subprocess
 import sys
-import time
 
 DEVICES = ("null", "zero", "full", "random", "urandom", "tty", "net/tun")
 # A kernel setting that a machine changes would be the host's.
@@ -27,56 +22,6 @@ READ_ONLY_PROC = ("sys", "sysrq-trigger", "irq", "bus")
 
 def mount(*arguments):
     subprocess.run(["mount", *arguments], check=True)
-
-
-def die_with_parent():
-    PR_SET_PDEATHSIG = 1
-    ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
-
-
-def own_group():
-    with open("/proc/self/cgroup") as file:
-        for line in file:
-            if line.startswith("0::"):
-                return line[3:].strip().lstrip("/")
-    return ""
-
-
-def remove_group(group):
-    """The kernel takes a moment to end what was in it."""
-    with open(group + "/cgroup.kill", "w") as file:
-        file.write("1")
-    for _ in range(100):
-        try:
-            for directory, _, _ in os.walk(group, topdown=False):
-                os.rmdir(directory)
-            return
-        except OSError:
-            time.sleep(0.1)
-    print(f"boot: {group} cannot be removed", file=sys.stderr)
-
-
-def watch(merged, *arguments):
-    """Gives the machine a control group, starts it, and removes the group afterwards."""
-    groups = merged + ".groups"
-    os.makedirs(groups, exist_ok=True)
-    mount("-t", "cgroup2", "cgroup2", groups)
-    group = os.path.join(groups, own_group(), f"velarix-package-{os.getpid()}")
-    os.mkdir(group)
-
-    def join():
-        die_with_parent()
-        with open(group + "/cgroup.procs", "w") as file:
-            file.write("0")
-
-    try:
-        child = subprocess.Popen(
-            ["unshare", "--mount", "--propagation", "private", "--pid", "--net", "--uts", "--ipc", "--cgroup",
-             "--fork", "--kill-child=KILL", sys.executable, __file__, "--inside", merged, *arguments], preexec_fn=join)
-        signal.signal(signal.SIGTERM, lambda *_: child.kill())
-        child.wait()
-    finally:
-        remove_group(group)
 
 
 def make_root(merged, lower, upper, shared):
@@ -114,17 +59,7 @@ def make_root(merged, lower, upper, shared):
     subprocess.run(["umount", "--lazy", "/run/host-root"], check=True)
 
 
-def reap():
-    while True:
-        try:
-            os.wait()
-        except ChildProcessError:
-            signal.pause()
-        except InterruptedError:
-            pass
-
-
-def inside(merged, lower, upper, init, *shared):
+def main(merged, lower, upper, init, *shared):
     make_root(merged, lower, upper, [item.split("=", 1) for item in shared])
     socket.sethostname(os.path.basename(merged))
     print("made", flush=True)
@@ -134,12 +69,11 @@ def inside(merged, lower, upper, init, *shared):
     if init == "systemd":
         os.execve("/lib/systemd/systemd", ["systemd", "--unit=multi-user.target"],
                   {"container": "velarix-test", "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin"})
-    signal.signal(signal.SIGCHLD, lambda *_: None)
-    reap()
+    # The kernel reaps the children of whoever ignores their end.
+    signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+    while True:
+        signal.pause()
 
 
 if __name__ == "__main__":
-    if sys.argv[1:2] == ["--inside"]:
-        inside(*sys.argv[2:])
-    else:
-        watch(*sys.argv[1:])
+    main(*sys.argv[1:])

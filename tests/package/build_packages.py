@@ -10,13 +10,15 @@ version, to upgrade from, and, made of sources, in OUTPUT/unnamed what scripts/p
 says to somebody who names no maintainer.
 """
 
+import atexit
 import os
 import shutil
 import subprocess
 import sys
 
 import images
-from machine import Machine, private_place
+import node
+from machine import private_place
 
 OLD_VERSION = "0.9.0"
 MAINTAINER = "Who Tests <velarix-ha@tests.example.com>"
@@ -52,7 +54,8 @@ def main():
 
 
 def of_sources(suite, directory, output):
-    place = private_place()
+    place = node.Place.directory = private_place()
+    node.Place.suite, node.Place.images = suite, directory
     # The tests beside it mostly wait, and some of them measure for how long.
     os.nice(5)
     shutil.copytree(images.ROOT, place + "/sources", ignore=without_history, symlinks=True)
@@ -60,14 +63,14 @@ def of_sources(suite, directory, output):
     os.makedirs(output + "/unnamed")
     os.makedirs(cache, exist_ok=True)
     shared = [(place + "/sources", "/velarix"), (output, "/packages"), (cache, "/ccache")]
-    with Machine(place, "build", images.paths(suite, directory)["build"], shared=shared) as machine:
-        built = machine.run(
-            "cd /velarix && export CCACHE_DIR=/ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache && "
-            "{ scripts/package --no-install --output /packages/unnamed deb 2>/packages/unnamed/said ||"
-            "  { cat /packages/unnamed/said >&2; exit 1; }; } && "
-            f"scripts/package --no-install --output /packages --maintainer '{MAINTAINER}' 2>/packages/said && " +
-            " && ".join(cpack("build/package", "/packages/old", ["DEB", "RPM"], OLD_VERSION)),
-            check=False, limit=1500)
+    machine = node.boot(atexit.register, "build", image="build", shared=shared)
+    built = machine.run(
+        "cd /velarix && export CCACHE_DIR=/ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache && "
+        "{ scripts/package --no-install --output /packages/unnamed deb 2>/packages/unnamed/said ||"
+        "  { cat /packages/unnamed/said >&2; exit 1; }; } && "
+        f"scripts/package --no-install --output /packages --maintainer '{MAINTAINER}' 2>/packages/said && " +
+        " && ".join(cpack("build/package", "/packages/old", ["DEB", "RPM"], OLD_VERSION)),
+        check=False, limit=1500)
     if built.status != 0:
         print(built, file=sys.stderr)
         return 1

@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """The Debian package: what an installation puts where, and what upgrade, removal
 and purge leave of what belongs to the operator and to the agent."""
 
@@ -7,10 +6,9 @@ import platform
 import subprocess
 import unittest
 
-import arguments
 import images
 import node
-from arguments import Place, boot
+from node import boot
 from build_packages import MAINTAINER
 from machine import wait_for
 
@@ -42,8 +40,8 @@ class ProgramsTest(unittest.TestCase):
     """The programs of the package, as files: every protection of the build is in them."""
 
     def test_every_program_is_hardened(self):
-        tree = os.path.join(Place.directory, "programs")
-        subprocess.run(["dpkg-deb", "-x", Place.deb, tree], check=True)
+        tree = os.path.join(node.Place.directory, "programs")
+        subprocess.run(["dpkg-deb", "-x", node.package("*.deb"), tree], check=True)
         # The library's checked functions: the last two programs call none that has a checked form. The agent needs the
         # secure socket library, though it calls nothing of it.
         wanted = [("readelf -dW", r"FLAGS_1.*\bNOW\b", PROGRAMS), ("readelf -dW", r"FLAGS_1.*\bPIE\b", PROGRAMS),
@@ -68,7 +66,7 @@ class ProgramsTest(unittest.TestCase):
 
 def field(name):
     """What the package's own description says."""
-    return subprocess.run(["dpkg-deb", "-f", Place.deb, name], check=True, capture_output=True, text=True).stdout
+    return subprocess.run(["dpkg-deb", "-f", node.package("*.deb"), name], check=True, capture_output=True, text=True).stdout
 
 
 class BuildTest(unittest.TestCase):
@@ -78,7 +76,7 @@ class BuildTest(unittest.TestCase):
         self.assertEqual(field("Maintainer"), MAINTAINER + "\n")
 
     def said(self, directory):
-        with open(os.path.join(os.path.dirname(Place.deb), directory, "said")) as file:
+        with open(os.path.join(node.Place.packages, directory, "said")) as file:
             return file.read()
 
     def test_a_build_for_which_nobody_answers_warns(self):
@@ -97,22 +95,13 @@ class BuildTest(unittest.TestCase):
 
 
 class OnASystem(unittest.TestCase):
-    """A machine for each test, since each one changes what is installed. What all
-    tests of a class begin with is installed once, on a machine below theirs."""
+    """A machine for each test, since each one changes what is installed."""
 
     init = "none"
-    installed_before = None  # which package of Place is installed already
-
-    @classmethod
-    def setUpClass(cls):
-        cls.below = Place.base
-        if cls.installed_before:
-            cls.below = node.Node(Place.directory, "below-" + cls.__name__, Place.base)
-            with cls.below:
-                cls.below.install(getattr(Place, cls.installed_before))
+    installed_before = None
 
     def setUp(self):
-        self.machine = boot(self.addCleanup, self._testMethodName[5:60], self.below, self.init)
+        self.machine = boot(self.addCleanup, self._testMethodName[5:60], self.init, self.installed_before)
 
     def apt(self, words):
         return self.machine.run("apt-get -y " + words)
@@ -144,7 +133,7 @@ class InstallationTest(OnASystem):
     def test_a_first_installation(self):
         for tool in ("ifconfig", "ip", "arping", "killall"):
             self.assertNotEqual(self.machine.run(f"command -v {tool}", check=False).status, 0, tool)
-        said = self.machine.install(Place.deb).out
+        said = self.machine.install(node.package("*.deb")).out
 
         # Every file has its place, owner and mode.
         self.assertEqual(self.tree(), TREE)
@@ -176,14 +165,14 @@ class InstallationTest(OnASystem):
 
 
 class UpgradeTest(OnASystem):
-    installed_before = "old_deb"
+    installed_before = "old/*.deb"
 
     def test_settings_record_logs_and_choices_are_kept(self):
         self.assertTrue(self.installed_version().startswith("0.9.0-"))
         self.make_state()
         self.machine.run("dpkg-statoverride --update --add root adm 0750 /usr/velarix/log")
         before = self.state()
-        said = self.machine.install(Place.deb).out
+        said = self.machine.install(node.package("*.deb")).out
         self.assertTrue(self.installed_version().startswith("1.0.0-"))
         self.assertEqual(self.state(), before)
         self.assertIn("VELARIX_ON_STOP=release", before)
@@ -196,7 +185,7 @@ class UpgradeTest(OnASystem):
 
 
 class RemovalTest(OnASystem):
-    installed_before = "deb"
+    installed_before = "*.deb"
 
     def everything_of_ours(self):
         """The test's own copy of the package and what names this kind of machine are not."""
@@ -215,7 +204,7 @@ class RemovalTest(OnASystem):
         # The init script is a settings file and stays; it knows that there is nothing to start.
         self.assertEqual(self.machine.run("/etc/init.d/velarix-ha stop", check=False).status, 0)
         self.assertEqual(self.machine.run("/etc/init.d/velarix-ha start", check=False).status, 5)
-        self.machine.install(Place.deb)
+        self.machine.install(node.package("*.deb"))
         self.assertEqual(self.state(), before)
 
     def test_purge_leaves_nothing(self):
@@ -239,16 +228,15 @@ class RunningTest(OnASystem):
     """The package's scripts beside a running systemd and a running agent."""
 
     init = "systemd"
-    installed_before = "old_deb"
+    installed_before = "old/*.deb"
 
     def setUp(self):
         super().setUp()
-        self.machine.equip()
         self.machine.run("systemctl enable --now velarix-ha")
         self.agent = self.machine.agent()
 
     def test_an_upgrade_leaves_the_agent_running_and_enabled_and_says_so(self):
-        said = self.machine.install(Place.deb).out
+        said = self.machine.install(node.package("*.deb")).out
         self.assertEqual(self.machine.agent(), self.agent)
         self.assertRegex(said, r"velarix-ha: the running agent is still the one of version 0\.9\.0-\S+; "
                                "move the service, then restart it")
@@ -277,7 +265,3 @@ class RunningTest(OnASystem):
         wait_for("the pid file is there", lambda: self.machine.exists(node.PID_PATH), 10)
         self.apt("remove velarix-ha")
         self.assertEqual(self.machine.agents(), [])
-
-
-if __name__ == "__main__":
-    arguments.run()

@@ -4,15 +4,16 @@ A test program calls private_place() first; from then on whatever it mounts is g
 with it, however it ends.
 """
 
+import ctypes
 import os
+import signal
 import subprocess
 import sys
-import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin"
-MARK = "VELARIX_PACKAGE_TEST_PLACE"
+LIBC = ctypes.CDLL(None, use_errno=True)
 
 
 def need_root():
@@ -23,15 +24,14 @@ def need_root():
 
 
 def private_place():
-    """Starts this program anew in a mount namespace of its own, with a directory in memory."""
+    """Moves this program to a mount namespace of its own, with a directory in memory that it returns."""
     need_root()
-    if MARK not in os.environ:
-        os.environ[MARK] = tempfile.mkdtemp(prefix="velarix-package-")
-        status = subprocess.run(["unshare", "--mount", "--propagation", "private", sys.executable, *sys.argv]).returncode
-        os.rmdir(os.environ[MARK])
-        sys.exit(status if status >= 0 else 128 - status)
-    place = os.environ[MARK]
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", place], check=True)
+    CLONE_NEWNS = 0x00020000
+    if LIBC.unshare(CLONE_NEWNS) != 0:
+        raise OSError(ctypes.get_errno(), "no mount namespace for the machines")
+    place = "/dev/shm"
+    for arguments in (["--make-rprivate", "/"], ["-t", "tmpfs", "tmpfs", place]):
+        subprocess.run(["mount", *arguments], check=True)
     return place
 
 
@@ -70,68 +70,84 @@ def mounted(place, image):
     return directory
 
 
-class Machine:
-    """One machine: an image below, a disk of its own above. The disk stays when the machine goes.
+def groups(place):
+    """This program's control group, in which those of its machines are."""
+    directory = os.path.join(place, "groups")
+    if not os.path.isdir(directory):
+        os.makedirs(directory)
+        subprocess.run(["mount", "-t", "cgroup2", "cgroup2", directory], check=True)
+    with open("/proc/self/cgroup") as file:
+        own = next(line[3:] for line in file if line.startswith("0::"))
+    return os.path.join(directory, own.strip().lstrip("/"))
 
-    IMAGE is a file, or another machine that is off: what is on its disk is there, too.
-    """
+
+class Machine:
+    """One machine: an image below, a disk of its own above. The disk stays when the machine goes."""
 
     def __init__(self, place, name, image, init="none", shared=()):
         self.base = os.path.join(place, name)
-        if isinstance(image, Machine):
-            self.lower = f"{image.base}/disk/files:{image.lower}"
-        else:
-            self.lower = mounted(place, image)
-        self.name, self.init, self.shared, self.watcher, self.pid = name, init, list(shared), None, None
-
-    def __enter__(self):
-        self.power_on()
-        return self
-
-    def __exit__(self, *_):
-        self.power_off()
+        self.lower = mounted(place, image)
+        self.group = os.path.join(groups(place), f"velarix-package-{os.getpid()}-{name}")
+        self.name, self.init, self.process, self.pid = name, init, None, None
+        self.shared = [f"{source}={target}" for source, target in shared]
 
     def power_on(self):
-        arguments = [os.path.join(self.base, self.name), self.lower, self.base + "/disk", self.init]
-        self.watcher = subprocess.Popen(
-            ["unshare", "--mount", "--propagation", "private", sys.executable, os.path.join(HERE, "boot.py"),
-             *arguments, *(f"{a}={b}" for a, b in self.shared)],
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
-        if self.watcher.stdout.readline() != "made\n":
-            raise AssertionError(f"the machine {self.name} cannot be made (status {self.watcher.wait()})")
-        unshare = self._only_child(self.watcher.pid)
-        self.pid = self._only_child(unshare)
+        """It goes with this program, however that ends: the kernel removes all of it."""
+        os.makedirs(self.group)
+        self.process = subprocess.Popen(
+            ["unshare", "--mount", "--propagation", "private", "--pid", "--net", "--uts", "--ipc", "--cgroup",
+             "--fork", "--kill-child=KILL", sys.executable, os.path.join(HERE, "boot.py"),
+             os.path.join(self.base, self.name), self.lower, self.base + "/disk", self.init, *self.shared],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, preexec_fn=self._join)
+        if self.process.stdout.readline() != "made\n":
+            raise AssertionError(f"the machine {self.name} cannot be made (status {self.process.wait()})")
+        with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children") as file:
+            self.pid = int(file.read())
         if self.init == "systemd":
             wait_for("the machine is up", self._is_up, 60)
 
+    def _join(self):
+        PR_SET_PDEATHSIG = 1
+        LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+        with open(self.group + "/cgroup.procs", "w") as file:
+            file.write("0")
+
     def power_off(self):
         """As by pulling the plug: nothing in the machine gets to know."""
-        if self.watcher is not None:
-            self.watcher.terminate()
-            self.watcher.wait()
-            self.watcher.stdout.close()
-            self.watcher = None
+        if self.process is not None:
+            self.process.kill()
+            self.process.wait()
+            self.process.stdout.close()
+            self.process = None
+            with open(self.group + "/cgroup.kill", "w") as file:
+                file.write("1")
+            wait_for(f"{self.group} is removed", self._is_removed, 10)
+
+    def _is_removed(self):
+        """The kernel takes a moment to end what was in the group."""
+        try:
+            for directory, _, _ in os.walk(self.group, topdown=False):
+                os.rmdir(directory)
+            return True
+        except OSError:
+            return False
 
     def wait_for_end(self, limit):
         """Waits until the machine has switched itself off."""
-        wait_for(f"the machine {self.name} is off", lambda: self.watcher.poll() is not None, limit)
+        wait_for(f"the machine {self.name} is off", lambda: self.process.poll() is not None, limit)
         self.power_off()
 
     def _is_up(self):
         return self.run("systemctl is-system-running", check=False).out.strip() in ("running", "degraded")
 
-    @staticmethod
-    def _only_child(pid):
-        with open(f"/proc/{pid}/task/{pid}/children") as file:
-            return int(file.read().split()[0])
+    def _entered(self, command):
+        return ["nsenter", "--target", str(self.pid), "--all", "--root", "--wd", "env", "-i", f"PATH={PATH}",
+                "LC_ALL=C.UTF-8", "DEBIAN_FRONTEND=noninteractive", "sh", "-c", command]
 
     def run(self, command, check=True, stdin="", limit=120):
         """Runs a shell command in the machine; fails the test unless its status is 0."""
-        done = subprocess.run(
-            ["nsenter", "--target", str(self.pid), "--mount", "--pid", "--net", "--uts", "--ipc", "--cgroup",
-             "--root", "--wd", "env", "-i", f"PATH={PATH}", "LC_ALL=C.UTF-8", "DEBIAN_FRONTEND=noninteractive",
-             "sh", "-c", command],
-            input=stdin, capture_output=True, text=True, errors="replace", timeout=limit)
+        done = subprocess.run(self._entered(command), input=stdin, capture_output=True, text=True, errors="replace",
+                              timeout=limit)
         result = Result(done)
         if check and result.status != 0:
             raise AssertionError(f"{command}: {result}")
@@ -145,8 +161,7 @@ class Machine:
 
     def put(self, source, path):
         with open(source, "rb") as file:
-            subprocess.run(["nsenter", "--target", str(self.pid), "--mount", "--root", "sh", "-c", f"cat >'{path}'"],
-                           stdin=file, check=True)
+            subprocess.run(self._entered(f"cat >'{path}'"), stdin=file, check=True)
 
     def exists(self, path):
         return self.run(f"test -e '{path}'", check=False).status == 0

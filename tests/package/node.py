@@ -5,9 +5,8 @@ import configparser
 import glob
 import io
 import os
-import unittest
 
-from images import ROOT
+import images
 from machine import Machine, wait_for
 
 ADDRESS = "192.0.2.100"
@@ -71,7 +70,7 @@ while (my $c = $s->accept()) { 1 while <$c>; close $c }
 def sample():
     file = configparser.RawConfigParser(comment_prefixes=(";",))
     file.optionxform = str
-    file.read(os.path.join(ROOT, "packaging", "config.ini.sample"))
+    file.read(os.path.join(images.ROOT, "packaging", "config.ini.sample"))
     return file
 
 
@@ -86,7 +85,35 @@ def settings(**changes):
     return text.getvalue()
 
 
+class Place:
+    """Where a test program works, and what with; filled by it."""
+
+    directory = suite = images = packages = ""
+
+
+def package(pattern):
+    """The one package of the tests' directory that matches, "*.deb" or "old/*.rpm"."""
+    found = glob.glob(os.path.join(Place.packages, pattern))
+    if len(found) != 1:
+        raise AssertionError(f"one {pattern} should be in {Place.packages}, there are {found}")
+    return found[0]
+
+
+def boot(at_end, name, init="none", installed=None, image="base", shared=()):
+    """A machine that goes with its test: AT_END is the test's addCleanup, or its class's. With a package
+    that is installed, and all that an agent needs around it."""
+    made = Node(Place.directory, name, images.paths(Place.suite, Place.images)[image], init, shared)
+    at_end(made.power_off)
+    made.power_on()
+    if installed:
+        made.install(package(installed))
+        made.equip()
+    return made
+
+
 class Node(Machine):
+    since = 0  # what the journal is read from, in seconds
+
     def install(self, package):
         self.put(package, "/root/package.deb")
         return self.run("apt-get install -y --no-install-recommends /root/package.deb")
@@ -97,6 +124,12 @@ class Node(Machine):
         self.write(PROGRAM_PATH, PROGRAM_TEXT, "0755")
         self.write(SETTINGS_PATH, settings(), "0600")
         self.run("/opt/demo/interfaces")
+
+    def property(self, name, unit="velarix-ha"):
+        return self.run(f"systemctl show --value --property={name} {unit}").out.strip()
+
+    def journal(self, unit="velarix-ha"):
+        return self.run(f"journalctl --no-pager -o cat --since @{self.since} -u {unit}").out
 
     def agents(self):
         """The pids of all agents that run."""
@@ -146,13 +179,7 @@ class Node(Machine):
         self.write(SETTINGS_PATH, settings(), "0600")
         self.run(f"cp /usr/share/velarix-ha/runinfo.initial {RUN_INFO_PATH}")
         self.on_stop("leave")
+        self.since = self.run("date +%s.%N").out.strip()
 
     def on_stop(self, what):
         self.run(f"sed -i 's/^VELARIX_ON_STOP=.*/VELARIX_ON_STOP={what}/' {DEFAULTS_PATH}")
-
-
-def package(directory, kind="deb"):
-    found = glob.glob(os.path.join(directory, f"*.{kind}"))
-    if len(found) != 1:
-        raise unittest.SkipTest(f"one {kind} should be in {directory}, there are {found}")
-    return found[0]

@@ -1,11 +1,9 @@
-#!/usr/bin/env python3
 """ha-reach on whole machines: what starts it again when it is killed, and what becomes of GATEWAY_IP."""
 
 import unittest
 
-import arguments
 import node
-from arguments import Place, boot
+from node import boot
 from machine import wait_for
 
 KEEPER_INI = "/usr/velarix/bin/ini/keeper.ini"
@@ -17,7 +15,7 @@ ROUTER = ("ip netns add router && ip link set wire1 netns router && nsenter --ne
 
 class ReachTest(unittest.TestCase):
     def start(self, init, command):
-        self.machine = boot(self.addCleanup, f"reach-{init}", Place.base, init, Place.deb)
+        self.machine = boot(self.addCleanup, f"reach-{init}", init, "*.deb")
         self.machine.run(f"rm {node.SETTINGS_PATH} && {ROUTER} && {INIT} && {command}")
         self.machine.wait_until_serving()
 
@@ -58,7 +56,3 @@ class ReachTest(unittest.TestCase):
 
     def test_by_the_service_script(self):
         self.kill_in_all_ways("none", "/etc/init.d/velarix-ha start")
-
-
-if __name__ == "__main__":
-    arguments.run()

@@ -1,11 +1,10 @@
-#!/usr/bin/env python3
 """The RPM: what is in it, and its installation, upgrade and removal in a tree of its own."""
 
 import unittest
 
-import arguments
+import images
 import node
-from arguments import Place, boot
+from node import boot
 from build_packages import MAINTAINER
 from installed_test import OWN_SETTINGS, RUN_INFO, TREE
 from machine import mounted
@@ -16,10 +15,10 @@ RPM = "rpm --root /tree --dbpath /var/lib/rpm"
 class RpmTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.machine = boot(cls.addClassCleanup, "rpm", Place.build, "systemd",
-                           shared=[(mounted(Place.directory, Place.base), "/base")])
-        for name, source in (("old", Place.old_rpm), ("new", Place.rpm)):
-            cls.machine.put(source, f"/root/{name}.rpm")
+        base = mounted(node.Place.directory, images.paths(node.Place.suite, node.Place.images)["base"])
+        cls.machine = boot(cls.addClassCleanup, "rpm", "systemd", image="build", shared=[(base, "/base")])
+        for name, pattern in (("old", "old/*.rpm"), ("new", "*.rpm")):
+            cls.machine.put(node.package(pattern), f"/root/{name}.rpm")
 
     def setUp(self):
         self.machine.run("mkdir -p /tree /over && mount -t tmpfs tmpfs /over && mkdir /over/upper /over/work && "
@@ -78,9 +77,5 @@ class RpmTest(unittest.TestCase):
         self.assertEqual(self.machine.run("systemctl is-active velarix-ha").out, "active\n")
         self.machine.run("rpm --nodeps -e velarix-ha")
         self.assertEqual(self.machine.agents(), [])
-        self.assertIn("not-found", self.machine.run("systemctl show --property=LoadState velarix-ha").out)
+        self.assertEqual(self.machine.property("LoadState"), "not-found")
         self.assertTrue(self.machine.exists(node.SETTINGS_PATH))
-
-
-if __name__ == "__main__":
-    arguments.run()

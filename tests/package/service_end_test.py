@@ -1,9 +1,7 @@
-#!/usr/bin/env python3
 """The systemd unit, tried for real: how agent and service end."""
 
 import time
 
-import arguments
 import node
 from machine import wait_for
 from service_unit import OnAMachine
@@ -58,7 +56,7 @@ class CrashTest(OnAMachine):
     def test_after_a_crash_systemd_takes_whom_the_pid_file_names_for_the_agent(self):
         # Why nobody but root may write that file: see the page on security.
         self.machine.run("systemd-run --unit=other sleep 1000")
-        other = self.machine.run("systemctl show --value --property=MainPID other").out.strip()
+        other = self.property("MainPID", "other")
         self.start()
         self.machine.write(node.PID_PATH, other)
         self.machine.run(f"kill -ABRT {self.machine.agent()}")
@@ -104,7 +102,7 @@ class StopTest(OnAMachine):
         self.assertIn("the address and the programs of this node stay as they are", self.journal())
         self.start()
         wait_for("the agent has killed the program", lambda: not self.machine.alive(program), 10)
-        left_over = self.machine.run(f"journalctl --no-pager -o cat --since @{self.since} | grep -i left-over", check=False)
+        left_over = self.machine.run(f"journalctl --no-pager -o cat --since @{self.machine.since} | grep -i left-over", check=False)
         self.assertIn(f"({node.PROGRAM})", left_over.out)
 
     def test_release_on_stop_drops_the_address_and_kills_the_program(self):
@@ -147,7 +145,3 @@ class StopTest(OnAMachine):
             self.machine.run("systemctl stop velarix-ha")
             self.assertEqual((self.machine.agents(), self.machine.serves()), ([], [program]))
             self.assertIn(reported, self.journal())
-
-
-if __name__ == "__main__":
-    arguments.run()

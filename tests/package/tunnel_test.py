@@ -1,11 +1,9 @@
-#!/usr/bin/env python3
 """Heartbeats in WireGuard on a machine with systemd: the units, from the first key to another one."""
 
 import unittest
 
-import arguments
 import node
-from arguments import Place, boot
+from node import boot
 from machine import wait_for
 
 FILES = "/usr/velarix/bin/ini"
@@ -59,7 +57,7 @@ WantedBy=multi-user.target
 
 class TunnelTest(unittest.TestCase):
     def setUp(self):
-        self.machine = boot(self.addCleanup, self._testMethodName, Place.base, "systemd", Place.deb)
+        self.machine = boot(self.addCleanup, self._testMethodName, "systemd", "*.deb")
         self.machine.run("apt-get install -y --no-install-recommends wireguard-tools wireguard-go nftables")
         self.machine.run(f"rm {node.SETTINGS_PATH}")
         self.machine.write("/root/hear.pl", HEAR)
@@ -79,14 +77,11 @@ class TunnelTest(unittest.TestCase):
         before = len(self.heard())
         wait_for("a heartbeat in the tunnel", lambda: len(self.heard()) > before, 30)
 
-    def journal(self, unit):
-        return self.machine.run(f"journalctl --no-pager -o cat -u {unit}").out
-
     def test_the_units_from_the_first_key_to_another_one(self):
         # The agent does not start before the two nodes have each other's key.
         self.machine.run(INIT)
         self.assertNotEqual(self.machine.run("systemctl start velarix-ha", check=False).status, 0)
-        self.assertIn("partner.pub is missing: copy tunnel.pub of the other node there", self.journal("velarix-tunnel"))
+        self.assertIn("partner.pub is missing: copy tunnel.pub of the other node there", self.machine.journal("velarix-tunnel"))
         self.machine.run(f"{INIT} --partner-key {self.partner_gets_a_key()}")
         self.machine.run("systemctl reset-failed; systemctl restart velarix-ha-firewall velarix-tunnel; systemctl start velarix-ha")
         self.assertIn("echo-reply", self.machine.run("nft list chain inet velarix probes").out)
@@ -119,11 +114,7 @@ class TunnelTest(unittest.TestCase):
         self.machine.run("systemctl enable late velarix-ha; sync")
         self.machine.power_off()
         self.machine.power_on()
-        self.assertEqual(self.machine.run("systemctl is-active late velarix-ha").out, "active\nactive\n", self.journal("velarix-ha"))
+        self.assertEqual(self.machine.run("systemctl is-active late velarix-ha").out, "active\nactive\n", self.machine.journal())
         started = int(self.machine.run(f"date -d \"$(ps -o lstart= -p {self.machine.agent()})\" +%s").out)
         handshake = wait_for("a handshake", lambda: int(self.machine.run("wg show wg-ha latest-handshakes").out.split()[1]), 30)
         self.assertGreaterEqual(started, handshake - 1)  # whole seconds
-
-
-if __name__ == "__main__":
-    arguments.run()
