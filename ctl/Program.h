@@ -35,10 +35,10 @@ struct Context
 	bool terminal = false;
 	/// ... that wants colours.
 	bool colour = false;
-	/// The running system's; others with --root, set before `action` runs.
+	/// The running system's; others with --root.
 	Paths paths;
-	/// What the chosen verb does; set by the verb's own callback.
-	std::function<ExitCode()> action;
+	/// What came of the verb.
+	ExitCode code = ExitCode::fine;
 	/// Where answers come from; null when nobody is there to be asked.
 	std::istream* in = nullptr;
 };

@@ -11,21 +11,21 @@ namespace velarix::ctl
 
 /// @param node whose file; the two differ in MODE and the two addresses alone
 /// @return the whole file, each key with a comment from the table of the keys
-std::string settingsText(const Answers& answers, NodeName node);
+std::string settingsText(const Answers& answers, const std::string& node);
 
 /// @return the node's keeper.ini; the two differ in on_conflict, and have own and partner of [reachability] exchanged
-std::string keeperSettingsText(const Answers& answers, NodeName node);
+std::string keeperSettingsText(const Answers& answers, const std::string& node);
 
 /// The file's name, beside the settings. The unit velarix-ha-firewall loads it from there.
 inline constexpr const char* kFirewallFile = "firewall.nft";
 
 /// @return a file for `nft -f`: the shipped velarix-ha.nft with the pair's values in its defines
-std::string firewallRules(const Answers& answers, NodeName node);
+std::string firewallRules(const Answers& answers, const std::string& node);
 
 /// Holds no secret and is made for both nodes. The private key is made on its own node and never
 /// leaves it; the public ones are exchanged.
 /// @return tunnel.conf of the node
-std::string tunnelText(const Answers& answers, NodeName node);
+std::string tunnelText(const Answers& answers, const std::string& node);
 
 /// The keys of one node.
 struct TunnelKeys

@@ -19,8 +19,7 @@ protected:
 	int runOn(std::ostream& out, std::ostream& err, const std::vector<std::string>& words,
 	          const std::function<velarix::inspect::Instant()>& clock) const
 	{
-		velarix::ctl::Context context{
-		    .out = out, .err = err, .now = clock, .paths = velarix::inspect::Paths(root()), .action = {}};
+		velarix::ctl::Context context{.out = out, .err = err, .now = clock, .paths = velarix::inspect::Paths(root())};
 		return velarix::ctl::run(words, context);
 	}
 
