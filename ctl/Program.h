@@ -18,9 +18,6 @@ namespace velarix::ctl
 
 using namespace inspect;
 
-/// @return the time of day now
-using Clock = std::function<std::chrono::system_clock::time_point()>;
-
 /// What every verb gets: where the node's files are, where its words go, what
 /// time it is. Nothing else reaches a verb from outside, so that a test can give
 /// it a directory, two string streams and a clock of its own.
@@ -30,7 +27,8 @@ struct Context
 	std::ostream& out;
 	/// Diagnostics.
 	std::ostream& err;
-	Clock now;
+	/// @return the time of day
+	std::function<std::chrono::system_clock::time_point()> now;
 	/// Standard output is a terminal that knows more than lines.
 	bool terminal = false;
 	/// ... that wants colours.

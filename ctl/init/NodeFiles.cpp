@@ -252,19 +252,17 @@ std::string presharedKey(const std::filesystem::path& file)
 	return found.empty() ? "" : found[0].substr(1) + "\n";
 }
 
-TunnelKeys tunnelKeys(const std::filesystem::path& directory)
+std::string tunnelKey(const std::filesystem::path& directory)
 {
 	const std::filesystem::path file = directory / kTunnelKey;
-	TunnelKeys keys;
-	keys.own =
-	    host::fileFacts(file).kind == host::FileKind::missing ? host::newTunnelKey() : Poco::trim(readInputFile(file));
-	keys.publicKey = host::publicKeyOf(keys.own);
-	if (keys.publicKey.empty())
+	const bool isNew = host::fileFacts(file).kind == host::FileKind::missing;
+	std::string key = isNew ? host::newTunnelKey() : Poco::trim(readInputFile(file));
+	if (host::publicKeyOf(key).empty())
 	{
 		throw Failure(ExitCode::refused,
 		              "wg makes no key of " + file.string() + ": is wireguard-tools installed? Nothing was written");
 	}
-	return keys;
+	return key;
 }
 
 } // namespace velarix::ctl

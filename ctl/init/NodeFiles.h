@@ -27,19 +27,12 @@ std::string firewallRules(const Answers& answers, const std::string& node);
 /// @return tunnel.conf of the node
 std::string tunnelText(const Answers& answers, const std::string& node);
 
-/// The keys of one node.
-struct TunnelKeys
-{
-	std::string own; ///< private
-	std::string publicKey;
-};
-
 /// @return the line of a pre-shared key that the operator has added, to be kept; empty without one
 std::string presharedKey(const std::filesystem::path& file);
 
-/// Of this node: those that are there, or new ones.
+/// @return this node's private key: the one that is there, or a new one
 /// @throws Failure refused without wireguard-tools
-TunnelKeys tunnelKeys(const std::filesystem::path& directory);
+std::string tunnelKey(const std::filesystem::path& directory);
 
 /// What the interfaces are called now; both empty when they are not asked for.
 struct InterfaceNames

@@ -100,23 +100,24 @@ void addFiles(const Answers& answers, const NodePlace& place, const Paths& paths
 std::string addTunnel(const Answers& answers, const std::vector<NodePlace>& places, std::vector<NewFile>& files)
 {
 	const auto here = std::ranges::find(places, true, &NodePlace::installed);
-	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->directory);
+	const std::string key = here == places.end() ? "" : tunnelKey(here->directory);
+	const std::string publicKey = key.empty() ? "" : host::publicKeyOf(key);
 	for (const auto& [node, directory, installed] : places)
 	{
 		const fs::path conf = directory / kTunnelFile;
 		files.push_back({conf, tunnelText(answers, node) + presharedKey(conf)});
 		if (installed)
 		{
-			files.push_back({directory / kTunnelKey, keys.own + "\n", true});
-			files.push_back({directory / kTunnelPublicKey, keys.publicKey + "\n"});
+			files.push_back({directory / kTunnelKey, key + "\n", true});
+			files.push_back({directory / kTunnelPublicKey, publicKey + "\n"});
 		}
-		const std::string& partner = installed ? answers.partnerKey : keys.publicKey;
+		const std::string& partner = installed ? answers.partnerKey : publicKey;
 		if (!partner.empty())
 		{
 			files.push_back({directory / kPartnerKey, partner + "\n"});
 		}
 	}
-	return keys.publicKey;
+	return publicKey;
 }
 
 /// Writes the names of this machine's interfaces and says what is left to do.
