@@ -9,16 +9,6 @@ class StateTest : public CtlTest
 {
 protected:
 	StateTest();
-	~StateTest() override;
-
-	/// What ssh does from now on; DIR is the test's directory.
-	void ssh(std::string script) const;
-	/// What the partner's own status says of a failover to it.
-	void partnerSays(const std::string& failover, const std::string& node = "192.0.2.2") const
-	{
-		ssh("printf '%s\\n' '{\"node\":\"" + node +
-		    "\",\"partner\":{\"address\":\"192.0.2.1\"},\"fail_over\":" + failover + "}'\nexit 1\n");
-	}
 
 	/// Master for 190 seconds, with address and program, and a slave as partner;
 	/// its last line is 0.3 seconds old.
@@ -26,41 +16,19 @@ protected:
 	/// Slave since its start 200 seconds ago; the partner is master.
 	void soundSlave();
 
-	/// Master as long, but for a minute without the partner's heartbeats.
-	void losePartner() const;
-
 	NodeLog emptyLog() const { return NodeLog(now); }
 	void writeLog(const NodeLog& log) const { write(kLog, log.text()); }
-	/// Writes settings whose log is in the directory.
-	/// @param changes keys and their values, over those of the sound file
-	void writeSettings(int node, const std::vector<std::pair<std::string, std::string>>& changes = {}) const;
+	/// @return sound settings whose log is in the directory
+	std::vector<std::string> settingsOf(int node) const;
 
-	void addProcess(pid_t pid, const std::string& name, char state = 'S', int threads = 1);
-	void endProcess(pid_t pid);
-	/// Takes the virtual address from the interface.
-	void dropAddress();
-
-	/// As run, with the directory's name taken out of the output.
-	Outcome runHere(const std::vector<std::string>& arguments) const;
-
-	/// @return the row of the status that begins with the label
-	static std::string row(const Outcome& outcome, const std::string& label)
-	{
-		const std::size_t at = ("\n" + outcome.out).find("\n" + label + " ");
-		return at == std::string::npos ? "no row " + label : outcome.out.substr(at, outcome.out.find('\n', at) - at);
-	}
+	static void addProcess(pid_t pid, const std::string& name, char state = 'S', int threads = 1);
 
 	static constexpr pid_t kAgent = 4711;
-	static constexpr pid_t kServer = 5000;
 	static constexpr char kLog[] = "/usr/velarix/log/velarix.log";
-	static constexpr char kPid[] = "/usr/velarix/pid/VelarixHA.pid";
 	static constexpr char kSettings[] = "/usr/velarix/bin/ini/config.ini";
-	static constexpr char kRunScript[] = "/usr/velarix/bin/ini/processList.sh";
-	static constexpr char kProgram[] = "/opt/service/bin/server";
 
 private:
 	LocalZone m_zone{"UTC0"};
-	const std::string m_path;
 
 	void makeNode();
 };
