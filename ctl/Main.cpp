@@ -19,7 +19,6 @@ int main(int argc, char** argv)
 	                .terminal = terminal,
 	                .colour = terminal && wanted,
 	                .paths = {},
-	                .action = {},
 	                .in = ::isatty(STDIN_FILENO) == 1 ? &std::cin : nullptr};
 	return run({argv + 1, argv + argc}, context);
 }

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "ctl/Nearest.h"
+#include "ctl/Options.h"
 #include "ctl/OutputFile.h"
 #include "ctl/check/Findings.h"
 #include "ctl/render/StateViews.h"
@@ -19,13 +20,14 @@ namespace
 {
 
 constexpr char kName[] = "velarixctl";
+constexpr char kVersion[] = "velarixctl " VELARIX_VERSION;
 
 /// Some thirty years.
 constexpr double kLongestLimit = 1e9;
 constexpr double kMinute = 60;
 constexpr double kDay = 86400;
 
-/// Adds a verb, which acts when the whole command line has been read.
+/// Adds a verb, which acts when the whole command line has been read and is right.
 /// @return it, and where its options go
 template <typename Options>
 std::pair<CLI::App&, Options&> verb(CLI::App& app, Context& context, const std::string& name, const std::string& text,
@@ -33,7 +35,7 @@ std::pair<CLI::App&, Options&> verb(CLI::App& app, Context& context, const std::
 {
 	const auto options = std::make_shared<Options>();
 	CLI::App* added = app.add_subcommand(name, text);
-	added->callback([=, &context] { context.action = [=, &context] { return act(*options, context); }; });
+	added->callback([=, &context] { context.code = act(*options, context); });
 	return {*added, *options};
 }
 
@@ -51,79 +53,9 @@ CLI::Validator seconds(double least, double most)
 	        ""};
 }
 
-/// An option, or without hyphens in front a positional word; its value stays as it is when it is not given.
-template <typename Value>
-CLI::Option* option(CLI::App& verb, const std::string& name, Value& value, const std::string& type,
-                    const std::string& text)
-{
-	return verb.add_option(name, value, text)->type_name(type);
-}
-
-/// The same; the help shows the value that it has now as the default.
-template <typename Value>
-CLI::Option* preset(CLI::App& verb, const std::string& name, Value& value, const std::string& type,
-                    const std::string& text)
-{
-	return option(verb, name, value, type, text)->capture_default_str();
-}
-
 void addSsh(CLI::App& verb, std::string& target)
 {
 	option(verb, "--ssh", target, "TARGET", "the partner for ssh (VELARIX_PARTNER_SSH, else the settings' PARTNER_IP)");
-}
-
-/// In the order of the command line, which brings what says more of a service behind it.
-void addServices(CLI::App& verb, Answers& answers)
-{
-	for (const ServiceOption& option : serviceOptions())
-	{
-		const std::string name = std::string("--") + option.option;
-		const auto take = [name, &answers, &option](const std::vector<std::string>& all)
-		{
-			for (const std::string& given : all)
-			{
-				if (const std::string fault = addService(answers, option, given); !fault.empty())
-				{
-					throw CLI::ValidationError(name, fault);
-				}
-			}
-		};
-		verb.add_option_function<std::vector<std::string>>(name, take, option.text)
-		    ->type_name(option.type)
-		    ->allow_extra_args(false);
-	}
-}
-
-void addAnswers(CLI::App& verb, Answers& answers)
-{
-	for (const Question& question : questions())
-	{
-		verb.add_option(std::string("--") + question.option, answers.*question.answer, question.text)
-		    ->type_name(question.option == std::string("virtual-ip") ? "ADDRESS/PREFIX" : "ADDRESS");
-	}
-	addServices(verb, answers);
-	option(verb, "--program", answers.programs, "PATH",
-	       "without the keeper: a program's path, without arguments; once for each")
-	    ->allow_extra_args(false);
-	option(verb, "--target", answers.targets, "ADDRESS",
-	       "a host that answers pings while this node's networks work; once for each")
-	    ->allow_extra_args(false);
-	preset(verb, "--needed", answers.needed, "INT", "how many targets have to answer");
-	verb.add_flag("--wireguard", answers.wireguard,
-	              "heartbeats through a WireGuard tunnel, encrypted and authenticated");
-	option(verb, "--partner-key", answers.partnerKey, "KEY", "public key of the other node's tunnel");
-	preset(verb, "--tunnel-a", answers.tunnelA, "ADDRESS", "address of node a in the tunnel");
-	preset(verb, "--tunnel-b", answers.tunnelB, "ADDRESS", "address of node b in the tunnel");
-	preset(verb, "--tunnel-port", answers.tunnelPort, "INT", "UDP port of the tunnel, on both nodes")
-	    ->check(CLI::Range(1, 65535));
-	preset(verb, "--port", answers.port, "INT", "TCP port of the heartbeats, on both nodes");
-	preset(verb, "--interval", answers.interval, "INT", "seconds between heartbeats");
-	preset(verb, "--receiving-time", answers.receivingTime, "INT",
-	       "seconds until a silence, at least twice the interval");
-	preset(verb, "--waiting-time", answers.waitingTime, "INT", "seconds between the address and the programs");
-	preset(verb, "--check-cycle", answers.checkCycle, "INT", "seconds between looks at the programs");
-	preset(verb, "--log", answers.log, "PATH", "the log file");
-	preset(verb, "--purge-age", answers.purgeAge, "TIME", "age at which old logs are deleted");
 }
 
 void addInit(CLI::App& app, Context& context)
@@ -131,7 +63,7 @@ void addInit(CLI::App& app, Context& context)
 	auto [init, given] =
 	    verb(app, context, "init", "write settings, firewall rules and run-info records of both nodes", runInit);
 	addAnswers(init, given.answers);
-	preset(init, "--master", given.master, "a|b", "the node that serves when both are well")
+	preset(init, "--master", given.answers.master, "a|b", "the node that serves when both are well")
 	    ->check(CLI::IsMember({"a", "b"}).description(""));
 	preset(init, "--output", given.output, "DIR", "where the files go, in a directory for each node");
 	option(init, "--this", given.here, "a|b", "put the files of this node in place; the other one's go to --output")
@@ -252,148 +184,113 @@ void addMonitoring(CLI::App& app, Context& context)
 	    ->check(seconds(1, 3600));
 }
 
-/// The verbs come in the order of the help text: a node's life from its installation on.
-void setUp(CLI::App& app, std::string& root, Context& context)
+/// "help", "help VERB" and "version" as the options of that meaning. The help does not list them.
+void addWords(CLI::App& app, Context& context)
 {
-	app.set_version_flag("--version", std::string(kName) + " " VELARIX_VERSION);
-	app.add_option("--root", root, "look for the node's files below DIR; the kernel is not asked then")
+	app.add_subcommand("version")->group("")->callback([&] { context.out << kVersion << '\n'; });
+	const auto verb = std::make_shared<std::string>();
+	CLI::App* help = app.add_subcommand("help")->group("");
+	help->add_option("VERB", *verb);
+	help->callback(
+	    [=, &app, &context]
+	    {
+		    const auto isIt = [&](const CLI::App* each) { return each->get_name() == *verb; };
+		    const bool known = verb->empty() || !app.get_subcommands(isIt).empty();
+		    context.code = static_cast<ExitCode>(run({*verb, known ? "--help" : ""}, context));
+	    });
+}
+
+/// The verbs come in the order of the help text: a node's life from its installation on.
+void setUp(CLI::App& app, Context& context)
+{
+	app.set_version_flag("--version", kVersion);
+	const auto setRoot = [&](const std::string& root) { context.paths = Paths(std::filesystem::absolute(root)); };
+	app.add_option_function<std::string>("--root", setRoot,
+	                                     "look for the node's files below DIR; the kernel is not asked then")
 	    ->type_name("DIR")
 	    ->check(CLI::ExistingDirectory);
 	app.require_subcommand(1);
 	app.fallthrough();
-	for (const auto add : {addInit, addCheck, addViews, addLogs, addActs, addMonitoring})
+	for (const auto add : {addWords, addInit, addCheck, addViews, addLogs, addActs, addMonitoring})
 	{
 		add(app, context);
 	}
 }
 
-/// A monitoring system takes the first line of standard output, and every status
-/// of its own four as a verdict on the node.
-int unknownToPlugin(const std::string& reason, Context& context)
+/// @return what is wrong with a command line
+std::string textOf(const CLI::ParseError& error, const CLI::App& app)
 {
-	context.out << "VELARIX UNKNOWN - " << printable(reason) << '\n';
-	return number(ExitCode::notRunning);
-}
-
-/// @return "; did you mean status?"; the way to the list when no verb is like the word
-std::string suggestion(const CLI::App& app, const std::string& word)
-{
+	const std::vector<CLI::App*> chosen = app.get_subcommands();
+	if (!chosen.empty() || app.remaining().empty())
+	{
+		return std::string(error.what()) + "; see velarixctl " + (chosen.empty() ? "" : chosen[0]->get_name() + " ") +
+		       "--help";
+	}
+	const std::string word = app.remaining().front();
 	std::vector<std::string> verbs;
-	for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; }))
+	for (const CLI::App* verb : app.get_subcommands([](const CLI::App* one) { return !one->get_group().empty(); }))
 	{
 		verbs.push_back(verb->get_name());
 	}
 	const std::string likely = nearest(word, verbs, 2);
-	return likely.empty() ? "; see velarixctl --help" : "; did you mean " + likely + "?";
-}
-
-/// @return the status for a command line that asks for help or is wrong
-int explain(const CLI::App& app, const CLI::ParseError& error, Context& context)
-{
-	if (error.get_exit_code() == number(ExitCode::fine))
-	{
-		return app.exit(error, context.out, context.err);
-	}
-	const std::vector<CLI::App*> verbs = app.get_subcommands();
-	if (verbs.empty() && !app.remaining().empty())
-	{
-		const std::string word = app.remaining().front();
-		complain(context, "there is no verb \"" + word + "\"" + suggestion(app, word));
-		return number(ExitCode::usage);
-	}
-	const std::string verb = verbs.empty() ? "" : verbs.front()->get_name() + " ";
-	complain(context, std::string(error.what()) + "; see velarixctl " + verb + "--help");
-	return number(ExitCode::usage);
-}
-
-/// @return the first word that is no global option
-std::vector<std::string>::const_iterator verbIn(const std::vector<std::string>& arguments)
-{
-	auto word = arguments.begin();
-	while (word != arguments.end() && word->starts_with('-'))
-	{
-		word += *word == "--root" && word + 1 != arguments.end() ? 2 : 1;
-	}
-	return word;
-}
-
-/// "help", "help VERB" and "version" as the options of that meaning.
-std::vector<std::string> withoutWords(const CLI::App& app, std::vector<std::string> arguments)
-{
-	const auto word = arguments.begin() + (verbIn(arguments) - arguments.cbegin());
-	if (word != arguments.end() && *word == "version" && word + 1 == arguments.end())
-	{
-		*word = "--version";
-	}
-	else if (word != arguments.end() && *word == "help")
-	{
-		arguments.erase(word);
-		const auto verb = verbIn(arguments);
-		// Of a verb that is none the usual error tells.
-		const auto isIt = [&](const CLI::App* each) { return each->get_name() == *verb; };
-		if (verb == arguments.end() || !app.get_subcommands(isIt).empty())
-		{
-			arguments.emplace_back("--help");
-		}
-	}
-	return arguments;
+	return "there is no verb \"" + word + "\"" +
+	       (likely.empty() ? "; see velarixctl --help" : "; did you mean " + likely + "?");
 }
 
 /// Lacking rights have one cure.
-void adviseRoot(ExitCode code, const Context& context)
+int finish(ExitCode code, const Context& context)
 {
 	if (code == ExitCode::noPermission && host::user() != 0)
 	{
 		complain(context, "run it as root");
 	}
+	return number(code);
+}
+
+/// A monitoring system takes the first line of standard output, and every status
+/// of its own four as a verdict on the node.
+bool isPlugin(const CLI::App& app)
+{
+	return app.got_subcommand("nagios") || app.got_subcommand("pair");
 }
 
 /// @return the status of a run that ends with an error
-int fail(const std::string& text, ExitCode code, bool plugin, Context& context)
+int fail(const std::string& text, ExitCode code, const CLI::App& app, const Context& context)
 {
-	if (plugin)
+	if (isPlugin(app))
 	{
-		return unknownToPlugin(text, context);
+		context.out << "VELARIX UNKNOWN - " << printable(text) << '\n';
+		return number(ExitCode::notRunning);
 	}
 	complain(context, text);
-	adviseRoot(code, context);
-	return number(code);
+	return finish(code, context);
 }
 
 } // namespace
 
 int run(const std::vector<std::string>& arguments, Context& context)
 {
-	const auto verb = verbIn(arguments);
-	const bool plugin = verb != arguments.end() && (*verb == "nagios" || *verb == "pair");
 	CLI::App app("Sets up, checks, watches and moves a node of a Velarix HA pair.", kName);
-	std::string root;
-	setUp(app, root, context);
+	setUp(app, context);
 	try
 	{
-		const std::vector<std::string> words = withoutWords(app, arguments);
-		app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
-		if (!root.empty())
-		{
-			context.paths = Paths(std::filesystem::absolute(root));
-		}
-		const ExitCode code = context.action();
+		app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
 		deliver(context.out);
-		adviseRoot(code, context);
-		return number(code);
+		return finish(context.code, context);
 	}
 	catch (const CLI::ParseError& error)
 	{
 		const bool asked = error.get_exit_code() == number(ExitCode::fine);
-		return plugin && !asked ? unknownToPlugin(error.what(), context) : explain(app, error, context);
+		return asked ? app.exit(error, context.out, context.err)
+		             : fail(isPlugin(app) ? error.what() : textOf(error, app), ExitCode::usage, app, context);
 	}
 	catch (const Failure& failure)
 	{
-		return fail(failure.what(), failure.code(), plugin, context);
+		return fail(failure.what(), failure.code(), app, context);
 	}
 	catch (const std::exception& error)
 	{
-		return fail(std::string("internal error: ") + error.what(), ExitCode::internal, plugin, context);
+		return fail(std::string("internal error: ") + error.what(), ExitCode::internal, app, context);
 	}
 }
 

@@ -18,9 +18,6 @@ namespace velarix::ctl
 
 using namespace inspect;
 
-/// @return the time of day now
-using Clock = std::function<std::chrono::system_clock::time_point()>;
-
 /// What every verb gets: where the node's files are, where its words go, what
 /// time it is. Nothing else reaches a verb from outside, so that a test can give
 /// it a directory, two string streams and a clock of its own.
@@ -30,15 +27,16 @@ struct Context
 	std::ostream& out;
 	/// Diagnostics.
 	std::ostream& err;
-	Clock now;
+	/// @return the time of day
+	std::function<std::chrono::system_clock::time_point()> now;
 	/// Standard output is a terminal that knows more than lines.
 	bool terminal = false;
 	/// ... that wants colours.
 	bool colour = false;
-	/// The running system's; others with --root, set before `action` runs.
+	/// The running system's; others with --root.
 	Paths paths;
-	/// What the chosen verb does; set by the verb's own callback.
-	std::function<ExitCode()> action;
+	/// What came of the verb.
+	ExitCode code = ExitCode::fine;
 	/// Where answers come from; null when nobody is there to be asked.
 	std::istream* in = nullptr;
 };

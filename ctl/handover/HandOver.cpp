@@ -86,7 +86,7 @@ private:
 	const Context& m_context;
 	std::vector<Step> m_steps;
 	milliseconds m_begin = host::elapsed();
-	/// When the programs are helped to their end next, and how.
+	/// When the programs are helped to their end next (at once where no command can run), and how.
 	milliseconds m_nextSignal{};
 	int m_signal = SIGTERM;
 	std::optional<bool> m_answers;
@@ -131,24 +131,20 @@ private:
 
 	void runCommands(milliseconds timeOut)
 	{
-		m_nextSignal = kGrace;
 		for (const std::string& command : m_plan.commands)
 		{
 			tell("runs without a network: " + command);
-			switch (host::runWithoutNetwork(command, std::max(timeOut - duration(), milliseconds(0))))
+			const host::CommandEnd end =
+			    host::runWithoutNetwork(command, std::max(timeOut - duration(), milliseconds(0)));
+			if (end == host::CommandEnd::tooLong)
 			{
-			case host::CommandEnd::ended:
-				break;
-			case host::CommandEnd::tooLong:
 				tell("the command did not end in time and was killed");
-				break;
-			case host::CommandEnd::noNamespace:
-				tell("the kernel gives no network namespace: the command is not run, the programs get a signal");
-				m_nextSignal = 0ms;
-				return;
-			case host::CommandEnd::notStarted:
-				tell("no process could be made for the command, the programs get a signal");
-				m_nextSignal = 0ms;
+			}
+			else if (end != host::CommandEnd::ended)
+			{
+				tell(end == host::CommandEnd::noNamespace
+				         ? "the kernel gives no network namespace: the command is not run, the programs get a signal"
+				         : "no process could be made for the command, the programs get a signal");
 				return;
 			}
 		}
@@ -350,7 +346,6 @@ HandOverPlan planHandOver(const NodeState& state, const Judgement& judgement, co
 	{
 		plan.commands.push_back(state.setting(key::kKillCommand) + " " + name);
 	}
-	plan.targets = processesNamed(plan.names);
 	refuseByCount(plan, programNames(*state.settings));
 	refuseByRunScript(plan, programs, paths);
 	return plan;

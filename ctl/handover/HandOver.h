@@ -25,8 +25,6 @@ struct HandOverPlan
 	/// The programs' file names, and how many processes the agent must not find
 	/// any more to notice that they are gone.
 	std::vector<std::string> names;
-	/// The processes that are the programs.
-	std::vector<host::Process> targets;
 };
 
 HandOverPlan planHandOver(const NodeState& state, const Judgement& judgement, const Paths& paths);

@@ -1,39 +1,32 @@
 /// What must be known of a pair to write its settings, and how it is asked for.
 #pragma once
 
-#include <iosfwd>
-#include <optional>
+#include <array>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace CLI
+{
+class App;
+}
 
 namespace velarix::ctl
 {
 
-/// The two nodes; which is which is the operator's choice.
-enum class NodeName
-{
-	a,
-	b
-};
+struct Context;
 
-constexpr NodeName otherOf(NodeName node)
+/// The two nodes; which is which is the operator's choice.
+inline constexpr std::array kNodes{"a", "b"};
+
+inline std::string otherOf(const std::string& node)
 {
-	return node == NodeName::a ? NodeName::b : NodeName::a;
+	return kNodes[node == kNodes[0] ? 1 : 0];
 }
 
-/// @return "a" or "b"
-std::string_view textOf(NodeName node);
-
-/// A service that the keeper runs. What is empty is not written.
-struct ServiceAnswer
-{
-	std::string name;
-	std::string command;
-	std::string unit;
-	std::string user;
-	std::string check;
-};
+/// Keys of keeper.ini and their values, in the order in which they were given.
+using Service = nlohmann::ordered_map<std::string, std::string>;
 
 struct Answers
 {
@@ -47,12 +40,12 @@ struct Answers
 	int needed = 1;
 	/// With its prefix: "198.51.100.10/24". The keeper takes it without one as well.
 	std::string virtualIP;
-	/// Either services, left to the keeper with the address ...
-	std::vector<ServiceAnswer> services;
+	/// Either services by their names, left to the keeper with the address ...
+	nlohmann::ordered_map<std::string, Service> services;
 	/// ... or absolute paths of programs, beside commands for the address.
 	std::vector<std::string> programs;
 
-	NodeName master = NodeName::a;
+	std::string master = "a";
 	int port = 7000;
 	/// Seconds.
 	int interval = 1;
@@ -73,66 +66,27 @@ struct Answers
 	std::string partnerKey;
 
 	/// @return where the node's agent listens
-	const std::string& heartbeatAddress(NodeName node) const
+	const std::string& heartbeatAddress(const std::string& node) const
 	{
-		const std::string& inTunnel = node == NodeName::a ? tunnelA : tunnelB;
+		const std::string& inTunnel = node == kNodes[0] ? tunnelA : tunnelB;
 		return wireguard ? inTunnel : wireAddress(node);
 	}
 	/// @return the virtual address without its prefix
 	std::string bareVirtualIP() const { return virtualIP.substr(0, virtualIP.find('/')); }
 	/// @return the node's address on eth1
-	const std::string& wireAddress(NodeName node) const { return node == NodeName::a ? addressA : addressB; }
+	const std::string& wireAddress(const std::string& node) const { return node == kNodes[0] ? addressA : addressB; }
 };
 
-/// The gateway of a pair with reachability targets: nobody's, and never routed (RFC 7600).
-inline constexpr const char* kReachAddress = "192.0.0.8";
+/// Adds the options for the answers to a verb.
+void addAnswers(CLI::App& verb, Answers& answers);
 
-/// One thing that has no default.
-struct Question
-{
-	/// The option that answers it, without "--".
-	const char* option;
-	const char* text;
-	std::string Answers::*answer;
-	/// @return what is wrong with an answer; empty when nothing is
-	std::string (*fault)(const std::string& answer);
-};
+/// @return whether nothing is known of the pair yet
+bool nothingAnswered(const Answers& answers);
 
-/// All but services and programs.
-const std::vector<Question>& questions();
-
-/// An option NAME=VALUE for the services.
-struct ServiceOption
-{
-	/// Without "--".
-	const char* option;
-	/// Of the value.
-	const char* type;
-	const char* text;
-	std::string ServiceAnswer::*answer;
-	/// Of keeper.ini.
-	const char* key;
-};
-
-/// Those that add a service come before those that say more of one.
-const std::vector<ServiceOption>& serviceOptions();
-
-/// Takes one "NAME=VALUE".
-/// @return what is wrong with it; empty when nothing is
-std::string addService(Answers& answers, const ServiceOption& option, const std::string& given);
-
-/// Fills in what follows from the other answers.
-void complete(Answers& answers);
-
-/// @return the options whose answer is still missing, "--address-a" and so on
-std::vector<std::string> missingOptions(const Answers& answers);
-
-/// @return what is wrong with the answers that were given, as "--OPTION: why"
-std::vector<std::string> faults(const Answers& answers);
-
-/// Without services and programs asks for services. Asks on `out` for what is missing and reads the answers from `in`,
-/// one a line. A wrong answer is asked for again.
-/// @throws Failure usage when the input ends before
-void askFor(Answers& answers, std::istream& in, std::ostream& out);
+/// Fills in what follows from the other answers, and asks for what is missing then, one answer a line. A wrong one is
+/// asked for again.
+/// @throws Failure usage for an option whose answer is wrong, when nobody is there to be asked, and when the input
+///         ends before
+void complete(Answers& answers, const Context& context);
 
 } // namespace velarix::ctl

@@ -70,14 +70,14 @@ std::vector<std::string> programsOf(const Answers& answers)
 		return answers.programs;
 	}
 	std::vector<std::string> programs{keeperPath(keeper::kAddressProgram)};
-	for (const ServiceAnswer& service : answers.services)
+	for (const auto& service : answers.services)
 	{
-		programs.push_back(keeperPath(std::string(keeper::kPrefix) + service.name));
+		programs.push_back(keeperPath(std::string(keeper::kPrefix) + service.first));
 	}
 	return programs;
 }
 
-Values valuesOf(const Answers& answers, NodeName node)
+Values valuesOf(const Answers& answers, const std::string& node)
 {
 	const std::string port = std::to_string(answers.port);
 	const bool plain = answers.services.empty();
@@ -143,9 +143,9 @@ std::string furtherKeys()
 	return comment(text);
 }
 
-std::string reachText(const Answers& answers, NodeName node)
+std::string reachText(const Answers& answers, const std::string& node)
 {
-	const NodeName other = otherOf(node);
+	const std::string other = otherOf(node);
 	return "\n[reachability]\n" +
 	       comment("on lo while enough targets answer; the partner, whose file has own and partner exchanged, is asked "
 	               "with the key beside this file") +
@@ -157,11 +157,11 @@ std::string reachText(const Answers& answers, NodeName node)
 
 } // namespace
 
-std::string settingsText(const Answers& answers, NodeName node)
+std::string settingsText(const Answers& answers, const std::string& node)
 {
 	const Values values = valuesOf(answers, node);
 	std::string text =
-	    comment("Settings of node " + std::string(textOf(node)) +
+	    comment("Settings of node " + node +
 	            " of the pair. The agent reads them once, at its start; every key is needed. \";\" begins "
 	            "a comment at the beginning of a line only. The commands run as root: keep this file "
 	            "writable by root alone. The partner's file is the mirror of this one: after a change, "
@@ -180,28 +180,27 @@ std::string settingsText(const Answers& answers, NodeName node)
 	return text;
 }
 
-std::string keeperSettingsText(const Answers& answers, NodeName node)
+std::string keeperSettingsText(const Answers& answers, const std::string& node)
 {
-	std::string text = comment("What the keeper holds and runs on node " + std::string(textOf(node)) +
+	std::string text = comment("What the keeper holds and runs on node " + node +
 	                           ". keeper(8) has every key, \"velarixctl check\" looks through it. The partner's file "
 	                           "differs in on_conflict alone.");
 	text += "\n[address]\n" + line("address", answers.virtualIP) + line("interface", kServiceInterface);
 	text += comment("when another host holds the address as well: defend it (the configured master), or yield");
 	text += line("on_conflict", node == answers.master ? "defend" : "yield");
 	text += answers.targets.empty() ? "" : reachText(answers, node);
-	for (const ServiceAnswer& service : answers.services)
+	for (const auto& [name, keys] : answers.services)
 	{
-		text += "\n[service " + service.name + "]\n";
-		for (const auto& [name, value] : {std::pair("command", service.command), std::pair("unit", service.unit),
-		                                  std::pair("user", service.user), std::pair("check", service.check)})
+		text += "\n[service " + name + "]\n";
+		for (const auto& [key, value] : keys)
 		{
-			text += value.empty() ? "" : line(name, value);
+			text += line(key, value);
 		}
 	}
 	return text + "\n" + furtherKeys();
 }
 
-std::string firewallRules(const Answers& answers, NodeName node)
+std::string firewallRules(const Answers& answers, const std::string& node)
 {
 	// Outside of the tunnel the interface stays: the agent's is always eth1.
 	std::map<std::string, std::string> values{
@@ -229,10 +228,10 @@ std::string firewallRules(const Answers& answers, NodeName node)
 	return rules;
 }
 
-std::string tunnelText(const Answers& answers, NodeName node)
+std::string tunnelText(const Answers& answers, const std::string& node)
 {
 	const std::string port = std::to_string(answers.tunnelPort);
-	return "# WireGuard tunnel of the heartbeats, node " + std::string(textOf(node)) +
+	return "# WireGuard tunnel of the heartbeats, node " + node +
 	       ". /usr/libexec/velarix-ha/tunnel adds the keys, from\n"
 	       "# tunnel.key and partner.pub. After a change: systemctl reload velarix-tunnel\n\n"
 	       "[Interface]\nAddress = " +
@@ -253,19 +252,17 @@ std::string presharedKey(const std::filesystem::path& file)
 	return found.empty() ? "" : found[0].substr(1) + "\n";
 }
 
-TunnelKeys tunnelKeys(const std::filesystem::path& directory)
+std::string tunnelKey(const std::filesystem::path& directory)
 {
 	const std::filesystem::path file = directory / kTunnelKey;
-	TunnelKeys keys;
-	keys.own =
-	    host::fileFacts(file).kind == host::FileKind::missing ? host::newTunnelKey() : Poco::trim(readInputFile(file));
-	keys.publicKey = host::publicKeyOf(keys.own);
-	if (keys.publicKey.empty())
+	const bool isNew = host::fileFacts(file).kind == host::FileKind::missing;
+	std::string key = isNew ? host::newTunnelKey() : Poco::trim(readInputFile(file));
+	if (host::publicKeyOf(key).empty())
 	{
 		throw Failure(ExitCode::refused,
 		              "wg makes no key of " + file.string() + ": is wireguard-tools installed? Nothing was written");
 	}
-	return keys;
+	return key;
 }
 
 } // namespace velarix::ctl

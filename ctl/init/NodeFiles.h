@@ -11,35 +11,28 @@ namespace velarix::ctl
 
 /// @param node whose file; the two differ in MODE and the two addresses alone
 /// @return the whole file, each key with a comment from the table of the keys
-std::string settingsText(const Answers& answers, NodeName node);
+std::string settingsText(const Answers& answers, const std::string& node);
 
 /// @return the node's keeper.ini; the two differ in on_conflict, and have own and partner of [reachability] exchanged
-std::string keeperSettingsText(const Answers& answers, NodeName node);
+std::string keeperSettingsText(const Answers& answers, const std::string& node);
 
 /// The file's name, beside the settings. The unit velarix-ha-firewall loads it from there.
 inline constexpr const char* kFirewallFile = "firewall.nft";
 
 /// @return a file for `nft -f`: the shipped velarix-ha.nft with the pair's values in its defines
-std::string firewallRules(const Answers& answers, NodeName node);
+std::string firewallRules(const Answers& answers, const std::string& node);
 
 /// Holds no secret and is made for both nodes. The private key is made on its own node and never
 /// leaves it; the public ones are exchanged.
 /// @return tunnel.conf of the node
-std::string tunnelText(const Answers& answers, NodeName node);
-
-/// The keys of one node.
-struct TunnelKeys
-{
-	std::string own; ///< private
-	std::string publicKey;
-};
+std::string tunnelText(const Answers& answers, const std::string& node);
 
 /// @return the line of a pre-shared key that the operator has added, to be kept; empty without one
 std::string presharedKey(const std::filesystem::path& file);
 
-/// Of this node: those that are there, or new ones.
+/// @return this node's private key: the one that is there, or a new one
 /// @throws Failure refused without wireguard-tools
-TunnelKeys tunnelKeys(const std::filesystem::path& directory);
+std::string tunnelKey(const std::filesystem::path& directory);
 
 /// What the interfaces are called now; both empty when they are not asked for.
 struct InterfaceNames

@@ -2,7 +2,6 @@
 
 #include <Poco/DigestEngine.h>
 #include <Poco/RandomStream.h>
-#include <Poco/String.h>
 
 #include <sys/stat.h>
 
@@ -24,29 +23,17 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr std::size_t kKeyBytes = 32;
+constexpr std::string_view kKeyPath = keeper::kKeyFile;
+constexpr std::string_view kReachKey = kKeyPath.substr(kKeyPath.rfind('/') + 1);
 
 /// Where the files of one node go.
 struct NodePlace
 {
-	fs::path settings;
-	fs::path keeper;
-	fs::path runInfo;
+	std::string node;
+	fs::path directory;
+	/// This machine is the node.
 	bool installed = false;
-
-	fs::path beside(const fs::path& name) const { return settings.parent_path() / name; }
-	fs::path key() const { return beside(fs::path(keeper::kKeyFile).filename()); }
 };
-
-NodePlace placeOf(const InitOptions& options, NodeName node, const Paths& paths)
-{
-	if (options.here == textOf(node))
-	{
-		return {paths.settings, paths.keeperSettings, paths.runInfo, true};
-	}
-	const fs::path directory = fs::path(options.output) / textOf(node);
-	return {directory / paths.settings.filename(), directory / paths.keeperSettings.filename(),
-	        directory / paths.runInfo.filename(), false};
-}
 
 /// @return the key that a node has already, in place or in the output; else a new one
 std::string keyText(std::vector<NodePlace> places)
@@ -55,35 +42,14 @@ std::string keyText(std::vector<NodePlace> places)
 	std::ranges::stable_sort(places, std::greater<>(), &NodePlace::installed);
 	for (const NodePlace& place : places)
 	{
-		if (host::fileFacts(place.key()).kind == host::FileKind::regular)
+		if (host::fileFacts(place.directory / kReachKey).kind == host::FileKind::regular)
 		{
-			return readInputFile(place.key());
+			return readInputFile(place.directory / kReachKey);
 		}
 	}
 	std::string bytes(kKeyBytes, '\0');
 	Poco::RandomInputStream().read(bytes.data(), kKeyBytes);
 	return Poco::DigestEngine::digestToHex({bytes.begin(), bytes.end()}) + "\n";
-}
-
-void completeAnswers(Answers& answers, const Context& context)
-{
-	complete(answers);
-	const std::vector<std::string> wrong = faults(answers);
-	if (!wrong.empty())
-	{
-		throw Failure(ExitCode::usage, wrong.front());
-	}
-	const std::vector<std::string> missing = missingOptions(answers);
-	if (missing.empty())
-	{
-		return;
-	}
-	if (context.in == nullptr)
-	{
-		throw Failure(ExitCode::usage, "needed: " + Poco::cat(std::string(" "), missing.begin(), missing.end()) +
-		                                   " (asked for when the input is a terminal)");
-	}
-	askFor(answers, *context.in, context.err);
 }
 
 /// What the checks have against the pair goes to the diagnostics.
@@ -113,45 +79,45 @@ void makeDirectory(const fs::path& directory)
 }
 
 /// @param texts for the checks
-void addFiles(const Answers& answers, NodeName node, const NodePlace& place, std::vector<NewFile>& files,
+void addFiles(const Answers& answers, const NodePlace& place, const Paths& paths, std::vector<NewFile>& files,
               std::vector<NodeTexts>& texts)
 {
-	const bool keeper = !answers.services.empty();
-	const std::string text = settingsText(answers, node);
-	const std::string keeperText = keeper ? keeperSettingsText(answers, node) : "";
-	texts.push_back({SettingsFile::parse(place.settings, text), place.keeper, keeperText});
-	files.push_back({place.settings, text});
-	if (keeper)
+	const fs::path settings = place.directory / paths.settings.filename();
+	const fs::path keeper = place.directory / paths.keeperSettings.filename();
+	files.push_back({settings, settingsText(answers, place.node)});
+	texts.push_back({SettingsFile::parse(settings, files.back().text), keeper, ""});
+	if (!answers.services.empty())
 	{
-		files.push_back({place.keeper, keeperText});
+		texts.back().keeperText = keeperSettingsText(answers, place.node);
+		files.push_back({keeper, texts.back().keeperText});
 	}
-	files.push_back({place.beside(kFirewallFile), firewallRules(answers, node)});
-	files.push_back({place.runInfo, kInitialRunInfo, place.installed});
+	files.push_back({place.directory / kFirewallFile, firewallRules(answers, place.node)});
+	const fs::path runInfo = place.installed ? paths.runInfo : place.directory / paths.runInfo.filename();
+	files.push_back({runInfo, kInitialRunInfo, place.installed});
 }
 
-/// @param places of node a and node b
 /// @return the public key of this node; empty when the files are made elsewhere
 std::string addTunnel(const Answers& answers, const std::vector<NodePlace>& places, std::vector<NewFile>& files)
 {
 	const auto here = std::ranges::find(places, true, &NodePlace::installed);
-	const TunnelKeys keys = here == places.end() ? TunnelKeys() : tunnelKeys(here->settings.parent_path());
-	for (const NodeName node : {NodeName::a, NodeName::b})
+	const std::string key = here == places.end() ? "" : tunnelKey(here->directory);
+	const std::string publicKey = key.empty() ? "" : host::publicKeyOf(key);
+	for (const auto& [node, directory, installed] : places)
 	{
-		const NodePlace& place = places[node == NodeName::a ? 0 : 1];
-		const fs::path conf = place.beside(kTunnelFile);
+		const fs::path conf = directory / kTunnelFile;
 		files.push_back({conf, tunnelText(answers, node) + presharedKey(conf)});
-		if (place.installed)
+		if (installed)
 		{
-			files.push_back({place.beside(kTunnelKey), keys.own + "\n", true});
-			files.push_back({place.beside(kTunnelPublicKey), keys.publicKey + "\n"});
+			files.push_back({directory / kTunnelKey, key + "\n", true});
+			files.push_back({directory / kTunnelPublicKey, publicKey + "\n"});
 		}
-		const std::string& partner = place.installed ? answers.partnerKey : keys.publicKey;
+		const std::string& partner = installed ? answers.partnerKey : publicKey;
 		if (!partner.empty())
 		{
-			files.push_back({place.beside(kPartnerKey), partner + "\n"});
+			files.push_back({directory / kPartnerKey, partner + "\n"});
 		}
 	}
-	return keys.publicKey;
+	return publicKey;
 }
 
 /// Writes the names of this machine's interfaces and says what is left to do.
@@ -174,12 +140,12 @@ void printNext(const InitOptions& options, const Context& context)
 {
 	const Answers& answers = options.answers;
 	context.out << "next, as root:\n";
-	for (const NodeName node : {NodeName::a, NodeName::b})
+	for (const std::string node : kNodes)
 	{
-		if (options.here != textOf(node))
+		if (options.here != node)
 		{
-			context.out << "  copy " << printable(options.output) << '/' << textOf(node) << "/* to "
-			            << Paths().settings.parent_path().string() << " on node " << textOf(node) << " ("
+			context.out << "  copy " << printable(options.output) << '/' << node << "/* to "
+			            << Paths().settings.parent_path().string() << " on node " << node << " ("
 			            << answers.wireAddress(node) << ")\n";
 		}
 	}
@@ -187,8 +153,8 @@ void printNext(const InitOptions& options, const Context& context)
 	                    ? "  exchange the public keys of the nodes: docs/tunnel.md\n"
 	                    : "")
 	            << "  velarixctl check on both nodes\n"
-	            << "  systemctl enable --now velarix-ha on node " << textOf(answers.master) << ", then on node "
-	            << textOf(otherOf(answers.master)) << "\n  velarixctl status on both: a failover would work\n";
+	            << "  systemctl enable --now velarix-ha on node " << answers.master << ", then on node "
+	            << otherOf(answers.master) << "\n  velarixctl status on both: a failover would work\n";
 }
 
 } // namespace
@@ -197,10 +163,9 @@ ExitCode runInit(const InitOptions& given, const Context& context)
 {
 	InitOptions options = given;
 	options.rules.now = context.now();
-	options.answers.master = options.master == textOf(NodeName::a) ? NodeName::a : NodeName::b;
 	const std::vector<NewFile> links = linkFiles(options.interfaces, context.paths);
 	// The partner's interfaces have other hardware addresses: its operator gives these two options alone.
-	if (!links.empty() && missingOptions(options.answers).size() > questions().size())
+	if (!links.empty() && nothingAnswered(options.answers))
 	{
 		nameInterfaces(options, links, context);
 		return ExitCode::fine;
@@ -210,14 +175,15 @@ ExitCode runInit(const InitOptions& given, const Context& context)
 		throw Failure(ExitCode::usage, "the interfaces are those of this machine: say which node it is (--this), or "
 		                               "give --service-interface and --communication-interface alone");
 	}
-	completeAnswers(options.answers, context);
+	complete(options.answers, context);
 	std::vector<NewFile> files;
 	std::vector<NodeTexts> texts;
 	std::vector<NodePlace> places;
-	for (const NodeName node : {NodeName::a, NodeName::b})
+	for (const std::string node : kNodes)
 	{
-		places.push_back(placeOf(options, node, context.paths));
-		addFiles(options.answers, node, places.back(), files, texts);
+		const bool here = options.here == node;
+		places.push_back({node, here ? context.paths.settings.parent_path() : fs::path(options.output) / node, here});
+		addFiles(options.answers, places.back(), context.paths, files, texts);
 	}
 	const std::string publicKey = options.answers.wireguard ? addTunnel(options.answers, places, files) : "";
 	if (!isSound(texts[0], texts[1], context))
@@ -230,11 +196,11 @@ ExitCode runInit(const InitOptions& given, const Context& context)
 	{
 		if (!key.empty())
 		{
-			files.push_back({place.key(), key});
+			files.push_back({place.directory / kReachKey, key});
 		}
 		if (!place.installed && !options.rules.dryRun)
 		{
-			makeDirectory(place.settings.parent_path());
+			makeDirectory(place.directory);
 		}
 	}
 	const bool wrote = place(files, options.rules, context.out);

@@ -63,7 +63,7 @@ void describe(const HandOverPlan& plan, const NodeState& state, const Context& c
 	{
 		context.out << "  run without a network: " << printable(command) << '\n';
 	}
-	for (const host::Process& process : plan.targets)
+	for (const host::Process& process : processesNamed(plan.names))
 	{
 		context.out << "  which is to end " << printable(process.name) << ", process " << process.pid << '\n';
 	}

@@ -11,7 +11,6 @@ struct InitOptions
 {
 	Answers answers;
 	InterfaceNames interfaces;
-	std::string master = "a";
 	std::string output = "velarix-pair";
 	/// The node that this machine is; empty: its files go to `output` too.
 	std::string here;

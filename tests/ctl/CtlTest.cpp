@@ -66,7 +66,6 @@ Outcome CtlTest::run(const std::vector<std::string>& arguments) const
 	                              .terminal = terminal,
 	                              .colour = colour,
 	                              .paths = paths,
-	                              .action = {},
 	                              .in = in};
 	const int code = velarix::ctl::run(arguments, context);
 	return {code, out.str(), err.str()};

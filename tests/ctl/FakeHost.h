@@ -31,8 +31,6 @@ struct FakeHost
 	std::map<std::string, std::string> routes;
 	/// Other hosts' addresses and hardware addresses on the service network.
 	std::map<std::string, std::string> holders;
-	/// What hasMarker tells of every address.
-	bool marked = true;
 	/// What the machine tells of its tunnel, and its packet filter.
 	std::optional<velarix::inspect::host::TunnelSession> tunnel;
 	std::string tunnelRules;

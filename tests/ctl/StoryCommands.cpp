@@ -8,31 +8,35 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
-    {"node",
-     [](auto& test, auto& words)
-     {
-	     test.m_node = words.all == "master" ? 1 : 2;
-	     test.m_node == 1 ? test.soundMaster() : test.soundSlave();
-     }},
+    {"node", [](auto& test, auto& words) { test.makeNode(words.all == "master" ? 1 : 2); }},
     {"set",
      [](auto& test, auto& words)
      {
-	     test.m_changes.emplace_back(words.first, words.rest);
-	     test.writeSettings(test.m_node, test.m_changes);
+	     setKey(test.m_lines, words.first, words.rest);
+	     test.writeSettings();
      }},
     {"disk",
      [](auto& test, auto&)
      {
 	     test.makeDisk();
-	     test.write(kSettings, joined(test.m_lines));
+	     test.writeSettings();
      }},
     {"change",
      [](auto& test, auto& words)
      {
 	     change(test.m_lines, test.inDirectory(words.all));
-	     test.write(kSettings, joined(test.m_lines));
+	     test.writeSettings();
      }},
-    {"sound", [](auto& test, auto& words) { test.writeSound(words.first, soundLines(), words.rest); }},
+    {"sound",
+     [](auto& test, auto& words)
+     {
+	     std::vector<std::string> lines = soundLines();
+	     for (const std::string& one : split(words.rest, " | "))
+	     {
+		     one.empty() ? void() : change(lines, one);
+	     }
+	     test.write(words.first, joined(lines));
+     }},
     {"log", [](auto& test, auto& words) { test.writeLog(test.logOf(words.all)); }},
     {"archive-log",
      [](auto& test, auto& words) {
@@ -42,24 +46,10 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
     {"log-begins", [](auto& test, auto& words) { test.write(kLog, words.all + readFile(test.below(kLog))); }},
     {"zone", [](auto& test, auto& words) { test.m_zones.push_back(std::make_unique<LocalZone>(words.all.c_str())); }},
     {"wait", [](auto& test, auto& words) { test.now += seconds(words.all); }},
-    {"pause",
-     [](auto& test, auto& words)
-     {
-	     test.m_atPause.emplace_back(words.first == "each" ? 0 : std::stoi(words.first), words.rest);
-	     test.watchPauses();
-     }},
-    {"at",
-     [](auto& test, auto& words)
-     {
-	     test.m_steps.emplace_back(seconds(words.first), words.rest);
-	     test.watchPauses();
-     }},
-    {"clock",
-     [](auto& test, auto&)
-     {
-	     test.m_clock = true;
-	     test.watchPauses();
-     }},
+    {"pause", [](auto& test, auto& words)
+     { test.m_atPause.emplace_back(words.first == "each" ? 0 : std::stoi(words.first), words.rest); }},
+    {"at", [](auto& test, auto& words) { test.m_steps.emplace_back(seconds(words.first), words.rest); }},
+    {"clock", [](auto& test, auto&) { test.m_clock = true; }},
     {"says", [](auto& test, auto& words) { test.m_says = words.all; }},
     {"at-act",
      [](auto& test, auto& words)
@@ -71,12 +61,20 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
 		     test.obey(line);
 	     };
      }},
-    {"forget-changes", [](auto& test, auto&) { test.m_changes.clear(); }},
+    {"forget-changes", [](auto& test, auto&) { test.m_lines = test.settingsOf(1); }},
     {"started", [](auto& test, auto& words) { fakeHost().starts[kAgent] = test.now - seconds(words.all); }},
     {"changed", [](auto& test, auto& words)
      { fakeHost().changed[test.below(words.first).string()] = test.now - seconds(words.rest); }},
     // ---- files
     {"file", [](auto& test, auto& words) { test.write(words.first, words.rest); }},
+    {"edit",
+     [](auto& test, auto& words)
+     {
+	     const std::vector<std::string> texts = split(words.rest, " => ");
+	     const std::string file = readFile(test.below(words.first));
+	     EXPECT_EQ(split(file, texts.at(0)).size(), 2U) << "is not there once";
+	     test.write(words.first, Poco::replace(file, texts.at(0), texts.at(1)));
+     }},
     {"program", [](auto& test, auto& words) { test.executable(words.first, words.rest); }},
     {"copy", [](auto& test, auto& words) { test.write(words.rest, readFile(VELARIX_PACKAGING "/" + words.first)); }},
     {"directory", [](auto& test, auto& words) { fs::create_directories(test.below(words.all)); }},
@@ -95,13 +93,13 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
     {"mode",
      [](auto& test, auto& words) { fs::permissions(test.below(words.first), fs::perms(number(words.rest, 8))); }},
     // ---- the machine
-    {"end", [](auto& test, auto& words) { test.endProcess(std::stoi(words.all)); }},
+    {"end", [](auto& test, auto& words) { test.endProcess(words.all); }},
     {"process",
      [](auto& test, auto& words)
      {
 	     std::string state = words.rest;
 	     const std::string name = cutWord(state);
-	     test.endProcess(std::stoi(words.first));
+	     test.endProcess(words.first);
 	     test.addProcess(std::stoi(words.first), name, state.empty() ? 'S' : state[0], name == "VelarixHA" ? 4 : 1);
      }},
     {"parent", [](auto&, auto& words) { process(words.first).parent = std::stoi(words.rest); }},
@@ -110,7 +108,8 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
     {"hidden", [](auto&, auto& words) { fakeHost().hidden = {std::stoi(words.all)}; }},
     {"output", [](auto&, auto& words) { fakeHost().outputs[kAgent] = words.all; }},
     {"state", [](auto& test, auto& words) { test.writeState(words.first, words.rest); }},
-    {"drop-address", [](auto& test, auto&) { test.dropAddress(); }},
+    {"drop-address", [](auto&, auto&)
+     { std::erase_if(fakeHost().addresses, [](const auto& one) { return one.address == "198.51.100.10"; }); }},
     {"no-carrier", [](auto&, auto& words) { fakeHost().interfaces.at(words.all).carrier = false; }},
     {"interface",
      [](auto&, auto& words) {

@@ -88,19 +88,28 @@ void StoryTest::writeState(const std::string& program, const std::string& fields
 	write("/run/velarix-ha/" + program + ".state", text + "\n");
 }
 
-void StoryTest::writeSound(const std::string& path, std::vector<std::string> lines, const std::string& changes) const
+void StoryTest::makeNode(int node)
 {
-	for (const std::string& one : split(changes, " | "))
-	{
-		one.empty() ? void() : change(lines, one);
-	}
-	write(path, joined(lines));
+	node == 1 ? soundMaster() : soundSlave();
+	m_lines = settingsOf(node);
+	fakeHost().onPause = [this](auto time) { pass(time); };
 }
 
 host::Process& StoryTest::process(const std::string& pid)
 {
 	const auto found = std::ranges::find(fakeHost().processes, std::stoi(pid), &host::Process::pid);
 	return found == fakeHost().processes.end() ? throw std::invalid_argument("no process " + pid) : *found;
+}
+
+void StoryTest::endProcess(const std::string& pid)
+{
+	std::erase_if(fakeHost().processes, [&](const host::Process& process) { return process.pid == std::stoi(pid); });
+}
+
+void StoryTest::ssh(const std::string& script) const
+{
+	::setenv("PATH", (below("/bin").string() + ":" + m_path).c_str(), 1);
+	executable("/bin/ssh", "#!/bin/sh\n" + inDirectory(script));
 }
 
 void StoryTest::obeySignal(const std::string& act)
@@ -128,11 +137,6 @@ void StoryTest::pass(std::chrono::milliseconds time)
 	m_says.empty() ? void() : writeLog(logOf("start 98 | take 90 | master 83.3 80 | " + m_says));
 }
 
-void StoryTest::watchPauses()
-{
-	fakeHost().onPause = [this](auto time) { pass(time); };
-}
-
 std::vector<std::string> StoryTest::missed() const
 {
 	std::vector<std::string> lines(m_atAct.empty() ? 0 : 1, m_atAct);
@@ -155,10 +159,10 @@ void StoryTest::expectJson(bool isLines) const
 
 void StoryTest::makeReports()
 {
-	soundSlave();
+	makeNode(2);
 	run("status --for-pair");
 	write("/partner", Poco::replace(m_outcome.out, std::string("\"node-a\""), std::string("\"node-b\"")));
-	soundMaster();
+	makeNode(1);
 	run("status --for-pair");
 	write("/own", m_outcome.out);
 }

@@ -35,6 +35,8 @@ struct Words
 class StoryTest : public StateTest, public testing::WithParamInterface<Story>
 {
 protected:
+	~StoryTest() override { ::setenv("PATH", m_path.c_str(), 1); }
+
 	void obey(const std::string& line)
 	{
 		storyBook().expand(line, [this](const std::string& one) { obeyOne(one); });
@@ -54,10 +56,7 @@ protected:
 	Outcome m_outcome;
 	/// The last run, until a story has said its exit status.
 	std::string m_untold;
-	int m_node = 1;
-	/// What differs from the sound settings.
-	std::vector<std::pair<std::string, std::string>> m_changes;
-	/// The settings of a sound disk.
+	/// The settings.
 	std::vector<std::string> m_lines = soundLines();
 	std::vector<std::unique_ptr<LocalZone>> m_zones;
 	std::istringstream m_input;
@@ -73,6 +72,7 @@ protected:
 	/// The end of the log from now on, at each moment.
 	std::string m_says;
 	bool m_clock = false;
+	const std::string m_path = std::getenv("PATH");
 
 	void obeyOne(const std::string& line);
 	/// A run without a line "code" ends with 0.
@@ -93,16 +93,20 @@ protected:
 	/// A keeper's program, whose state is a minute old.
 	void writeState(const std::string& program, const std::string& fields) const;
 
-	/// "PATH CHANGE | CHANGE"
-	void writeSound(const std::string& path, std::vector<std::string> lines, const std::string& changes) const;
+	/// A sound master (1) or standby (2), whose pauses are watched.
+	void makeNode(int node);
+
+	void writeSettings() const { write(kSettings, joined(m_lines)); }
 
 	static velarix::inspect::host::Process& process(const std::string& pid);
+	static void endProcess(const std::string& pid);
+	/// What ssh does from now on.
+	void ssh(const std::string& script) const;
 
 	/// Whoever gets one of the two signals obeys.
 	static void obeySignal(const std::string& act);
 
 	void pass(std::chrono::milliseconds time);
-	void watchPauses();
 	/// @return what was to happen and did not
 	std::vector<std::string> missed() const;
 

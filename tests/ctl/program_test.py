@@ -77,8 +77,16 @@ class Terminal(unittest.TestCase):
             self.assertNotIn("\033", self.output(*words, terminal=False))
 
 
-class ClosedPipe(unittest.TestCase):
-    def test_ends_in_silence(self):
+class Output(unittest.TestCase):
+    def test_that_cannot_be_written_is_no_success(self):
+        for words in (["explain", "CHeartReciver:146"], ["watch", "--json"], ["check", "--json"]):
+            with open("/dev/full", "wb") as full, tempfile.TemporaryDirectory() as empty:
+                command = [PROGRAM, "--root", empty, *words]
+                result = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, text=True, check=False)
+            error = "velarixctl: cannot write standard output\n"
+            self.assertEqual((result.returncode, result.stderr), (73, error), words)
+
+    def test_that_nobody_reads_ends_in_silence(self):
         with tempfile.TemporaryDirectory() as folder:
             log = pathlib.Path(folder, "v.log")
             log.write_text("".join(start("08:00:00.0", str(process)) for process in range(4000)))
