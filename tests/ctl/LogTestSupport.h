@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,18 +16,18 @@ class LocalZone
 public:
 	explicit LocalZone(const char* zone)
 	{
-		const char* const before = std::getenv("TZ");
-		m_had = before != nullptr;
-		m_before = m_had ? before : "";
+		if (const char* const before = std::getenv("TZ"))
+		{
+			m_before = before;
+		}
 		set(zone);
 	}
-	~LocalZone() { set(m_had ? m_before.c_str() : nullptr); }
+	~LocalZone() { set(m_before ? m_before->c_str() : nullptr); }
 	LocalZone(const LocalZone&) = delete;
 	LocalZone& operator=(const LocalZone&) = delete;
 
 private:
-	bool m_had = false;
-	std::string m_before;
+	std::optional<std::string> m_before;
 
 	static void set(const char* zone)
 	{
