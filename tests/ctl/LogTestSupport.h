@@ -1,6 +1,7 @@
 /// What the tests of the log's readers share.
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -46,6 +47,12 @@ private:
 /// Clocks of central Europe: forward on 29 March 2026 at 02:00, back on 25
 /// October 2026 at 03:00. Needs no time zone database.
 inline constexpr char kCentralEurope[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+/// @return a moment of 2026
+inline velarix::inspect::Instant utc(int month, int day, std::chrono::milliseconds ofDay)
+{
+	return std::chrono::sys_days(std::chrono::year(2026) / month / day) + ofDay;
+}
 
 /// A line of the log with its end.
 inline std::string logLine(const std::string& time, const std::string& place, const std::string& text,

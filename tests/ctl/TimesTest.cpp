@@ -16,16 +16,7 @@ using namespace std::chrono_literals;
 namespace
 {
 
-Instant utc(int month, int day, std::chrono::seconds ofDay)
-{
-	return std::chrono::sys_days(std::chrono::year(2026) / month / day) + ofDay;
-}
-
-struct SinceRow
-{
-	const char* text;
-	Instant expected;
-};
+using SinceRow = std::pair<const char*, Instant>;
 
 /// On 27 March 2026, 12:30 local time (11:30 UTC), two days before the clocks go
 /// forward.
@@ -39,9 +30,7 @@ const Instant kNow = utc(3, 27, 11h + 30min);
 
 TEST_P(Since, Means)
 {
-	const auto since = parseSince(GetParam().text, kNow);
-	ASSERT_TRUE(since);
-	EXPECT_EQ(*since, GetParam().expected);
+	EXPECT_EQ(parseSince(GetParam().first, kNow), GetParam().second);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -82,11 +71,7 @@ TEST(SinceYesterday, IsADayAlsoWhenTheDayHadTwentyThreeHours)
 	EXPECT_EQ(parseSince("today", utc(3, 30, 10h)), utc(3, 29, 22h));
 }
 
-struct PrintableRow
-{
-	std::string bytes;
-	const char* text;
-};
+using PrintableRow = std::pair<std::string, const char*>;
 
 TEST(PrintableBytes, AreThoseOfATerminal)
 {
@@ -101,15 +86,11 @@ TEST(PrintableBytes, AreThoseOfATerminal)
 	      PrintableRow{"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
 	      PrintableRow{"\xf0\x80\x80\x80", "\\xf0\\x80\\x80\\x80"}, PrintableRow{"\x80", "\\x80"}})
 	{
-		EXPECT_EQ(printable(row.bytes), row.text);
+		EXPECT_EQ(printable(row.first), row.second);
 	}
 }
 
-struct SpanRow
-{
-	std::chrono::milliseconds span;
-	const char* text;
-};
+using SpanRow = std::pair<std::chrono::milliseconds, const char*>;
 
 TEST(SpanText, HasItsTwoLargestUnits)
 {
@@ -119,7 +100,7 @@ TEST(SpanText, HasItsTwoLargestUnits)
 	      SpanRow{1h, "1 h"}, SpanRow{3h + 12min + 59s, "3 h 12 min"}, SpanRow{24h, "1 d"},
 	      SpanRow{52h + 59min, "2 d 4 h"}, SpanRow{-1500ms, "-1.5 s"}})
 	{
-		EXPECT_EQ(spanText(row.span), row.text);
+		EXPECT_EQ(spanText(row.first), row.second);
 	}
 }
 
