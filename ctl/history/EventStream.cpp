@@ -18,34 +18,29 @@ namespace
 using namespace std::chrono_literals;
 
 /// "1d12h", "1.5 weeks", "5 minutes ago"
-std::optional<std::chrono::milliseconds> spanOf(std::string text)
+std::optional<std::chrono::milliseconds> spanOf(const std::string& text)
 {
-	static const Pattern kPart(R"(^(\d{1,10})(?:\.(\d{1,3}))? *)"
-	                           R"((?:(s|secs?|seconds?)|(m|mins?|minutes?)|(h|hrs?|hours?)|(d|days?)|(w|wks?|weeks?)))"
-	                           R"((?![a-z]) *)");
+	static const std::string kPart = R"((\d{1,10})(?:\.(\d{1,3}))? *)"
+	                                 R"((s|secs?|seconds?|m|mins?|minutes?|h|hrs?|hours?|d|days?|w|wks?|weeks?))"
+	                                 R"((?![a-z]) *)";
+	static const Pattern kParts(kPart);
+	static const Pattern kWhole("(?:" + kPart + ")+(?:(?<= )ago)?");
 	constexpr std::array<std::chrono::seconds, 5> units{1s, 1min, 1h, 24h, 24h * 7};
-	constexpr std::int64_t most = 1'000'000'000;
 	constexpr std::chrono::hours longest = 24h * 366 * 200;
-	text.resize(text.size() - (text.ends_with(" ago") ? sizeof(" ago") - 1 : 0));
 	std::chrono::milliseconds span{0};
-	do
+	if (kWhole.matched(text).empty())
 	{
-		const Pattern::Groups part = kPart.found(text);
-		const std::int64_t whole = part.empty() ? most + 1 : std::stoll(part[1]);
-		if (whole > most)
-		{
-			return std::nullopt;
-		}
-		const std::int64_t thousandths = std::stoll((part[2] + "000").substr(0, 3));
-		const auto unit = std::find_if(part.begin() + 3, part.end(), [](const auto& word) { return !word.empty(); });
-		span += std::chrono::milliseconds(units.at(static_cast<std::size_t>(unit - part.begin() - 3)).count() *
-		                                  (whole * 1000 + thousandths));
+		return std::nullopt;
+	}
+	for (const Pattern::Groups& part : kParts.all(text))
+	{
+		const std::chrono::milliseconds thousandths(std::stoll(part[1] + (part[2] + "000").substr(0, 3)));
+		span += units.at(std::string_view("smhdw").find(part[3].front())).count() * thousandths;
 		if (span > longest)
 		{
 			return std::nullopt;
 		}
-		text.erase(0, part[0].size());
-	} while (!text.empty());
+	}
 	return span;
 }
 
@@ -65,15 +60,6 @@ std::string wholeDate(std::string date)
 std::optional<Instant> readDate(const std::string& date)
 {
 	return LogClock().read(wholeDate(date));
-}
-
-std::optional<Instant> readUtc(const std::string& date)
-{
-	int zone = 0;
-	Poco::DateTime time;
-	return readDate(date) && Poco::DateTimeParser::tryParse("%Y-%m-%d %H:%M:%S.%i", wholeDate(date), time, zone)
-	           ? std::optional<Instant>(std::chrono::microseconds(time.timestamp().epochMicroseconds()))
-	           : std::nullopt;
 }
 
 std::string dayOf(Instant time)
@@ -194,32 +180,33 @@ void EventStream::finish()
 	}
 }
 
+std::optional<Instant> dateIn(const std::string& text, const std::string& format)
+{
+	int zone = 0;
+	Poco::DateTime date;
+	// The parser makes a date of the year 0 of what is none, and the clock's nanoseconds reach to 2262.
+	if (!Poco::DateTimeParser::tryParse(format, text, date, zone) || date.year() < kFirstYear ||
+	    date.year() > kLastYear)
+	{
+		return std::nullopt;
+	}
+	date.makeUTC(zone);
+	return Instant(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000));
+}
+
 std::optional<Instant> parseSince(std::string_view text, Instant now)
 {
 	const std::string date(text);
-	const bool hasTime = date.find(':') != std::string::npos;
-	const bool hasDate = date.find('-') != std::string::npos;
-	std::optional<Instant> time;
-	if (date == "today")
-	{
-		time = readDate(dayOf(now));
-	}
-	else if (date == "yesterday")
-	{
-		time = readDate(dayOf(*readDate(dayOf(now)) - 12h));
-	}
-	else if (date.ends_with('Z') && hasDate)
-	{
-		time = readUtc(date.substr(0, date.size() - 1));
-	}
-	else if (hasDate || hasTime)
-	{
-		time = readDate(hasDate ? date : dayOf(now) + " " + date);
-	}
-	else if (const std::optional<std::chrono::milliseconds> span = spanOf(date))
-	{
-		time = now - *span;
-	}
+	const std::string utc = date.substr(0, date.size() - (date.ends_with('Z') ? 1 : 0));
+	const std::string today = dayOf(now);
+	const std::optional<std::chrono::milliseconds> span = spanOf(date);
+	const std::optional<Instant> time = span                  ? std::optional<Instant>(now - *span)
+	                                    : date == "today"     ? readDate(today)
+	                                    : date == "yesterday" ? readDate(dayOf(*readDate(today) - 12h))
+	                                    : date.ends_with('Z') && readDate(utc)
+	                                        ? dateIn(wholeDate(utc), "%Y-%m-%d %H:%M:%S.%i")
+	                                    : readDate(date) ? readDate(date)
+	                                                     : readDate(today + " " + date);
 	return time && *time >= Instant() ? time : std::nullopt;
 }
 

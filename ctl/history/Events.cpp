@@ -2,9 +2,12 @@
 
 #include "ctl/history/Events.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <iomanip>
+#include <sstream>
 
 #include "ctl/render/StateViews.h"
+#include "inspect/Pattern.h"
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl
@@ -24,8 +27,8 @@ struct Wording
 	std::string_view word;
 	std::string_view severity;
 	/// With marks for what the event tells: %p its process, %r the roles, %w why, %s what
-	/// it is about, %f the fault, %d the detail. A piece in brackets is left out when
-	/// its mark has nothing to tell.
+	/// it is about, %f the fault, %d the detail. A piece in brackets, which ends with its
+	/// mark, is left out when that has nothing to tell.
 	std::string_view text;
 	/// In its place where the event has no duration.
 	std::string_view withoutDuration = {};
@@ -140,8 +143,9 @@ std::string reported(char mark, const Event& event)
 	}
 }
 
-constexpr std::size_t kWordWidth = sizeof("takeover-unfinished") - 1;
-constexpr std::size_t kSpanWidth = sizeof("12 min 59 s") - 1;
+constexpr int kTimeWidth = sizeof("2026-11-21 09:07:05.3") - 1;
+constexpr int kWordWidth = sizeof("takeover-unfinished") - 1;
+constexpr int kSpanWidth = sizeof("12 min 59 s") - 1;
 
 /// The colour of what has this severity.
 std::string colourOf(std::string_view severity)
@@ -152,19 +156,20 @@ std::string colourOf(std::string_view severity)
 	                                : "";
 }
 
-std::string padded(std::string text, std::size_t width)
-{
-	text.resize(std::max(text.size(), width), ' ');
-	return text;
-}
-
-std::string columns(Instant time, std::string_view word, const std::string& span, const std::string& text,
-                    const std::string& on)
+std::string timeText(Instant time)
 {
 	const auto milliseconds = std::chrono::duration_cast<Milliseconds>(time.time_since_epoch()).count() % 1000;
-	return localText(time) + "." + std::to_string(milliseconds / 100) + "  " + on +
-	       padded(std::string(word), kWordWidth) + (on.empty() ? "" : "\033[0m") + "  " + padded(span, kSpanWidth) +
-	       "  " + printable(text);
+	return localText(time) + "." + std::to_string(milliseconds / 100);
+}
+
+/// @param on  makes the word coloured; empty for none
+std::string columns(const std::string& time, std::string_view word, const std::string& span, const std::string& text,
+                    const std::string& on)
+{
+	std::ostringstream line;
+	line << std::left << std::setw(kTimeWidth) << time << "  " << on << std::setw(kWordWidth) << word
+	     << (on.empty() ? "" : "\033[0m") << "  " << std::setw(kSpanWidth) << span << "  " << printable(text);
+	return line.str();
 }
 
 std::string_view sourceOf(const KeeperEvent& event)
@@ -211,43 +216,32 @@ std::string_view severityOf(const Event& event)
 
 std::string describe(const Event& event)
 {
+	static const Pattern kMark(R"(\[([^%\]]*)%([a-z])\]|%([a-z]))");
 	const Wording& wording = rowOf(kKinds, event.kind);
 	const bool other = !event.duration && !wording.withoutDuration.empty();
-	const std::string_view text = other ? wording.withoutDuration : wording.text;
+	const std::string text(other ? wording.withoutDuration : wording.text);
 	std::string result;
-	std::size_t piece = 0;
-	std::string figure;
-	for (std::size_t at = 0; at < text.size(); ++at)
+	std::size_t at = 0;
+	for (const Pattern::Groups& mark : kMark.all(text))
 	{
-		switch (text[at])
-		{
-		case '[':
-			piece = result.size();
-			break;
-		case '%':
-			figure = reported(text[++at], event);
-			result += figure;
-			break;
-		case ']':
-			result.resize(figure.empty() ? piece : result.size());
-			break;
-		default:
-			result += text[at];
-		}
+		const std::size_t begin = text.find(mark[0], at);
+		const std::string figure = reported((mark[2] + mark[3]).front(), event);
+		result += text.substr(at, begin - at) + (figure.empty() ? "" : mark[1] + figure);
+		at = begin + mark[0].size();
 	}
-	return result;
+	return result + text.substr(at);
 }
 
 std::string textHeader()
 {
-	return "TIME                   " + std::string("EVENT") + std::string(kWordWidth - 5 + 2, ' ') + "TOOK" +
-	       std::string(kSpanWidth - 4 + 2, ' ') + "WHAT";
+	return columns("TIME", "EVENT", "TOOK", "WHAT", "");
 }
 
 std::string textLine(const Event& event, bool colour)
 {
-	const std::string line = columns(event.time, wordOf(event.kind), event.duration ? spanText(*event.duration) : "",
-	                                 describe(event), colour ? colourOf(severityOf(event)) : "");
+	const std::string line =
+	    columns(timeText(event.time), wordOf(event.kind), event.duration ? spanText(*event.duration) : "",
+	            describe(event), colour ? colourOf(severityOf(event)) : "");
 	return event.place.empty() ? line : line + "  [" + event.place + "]";
 }
 
@@ -265,7 +259,7 @@ std::string_view severityOf(const KeeperEvent& event)
 std::string textLine(const KeeperEvent& event, bool colour)
 {
 	const std::string_view severity = severityOf(event);
-	return columns(event.time, sourceOf(event), "", describe(event),
+	return columns(timeText(event.time), sourceOf(event), "", describe(event),
 	               colour && severity == "problem" ? colourOf(severity) : "");
 }
 

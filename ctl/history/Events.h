@@ -157,11 +157,13 @@ template <typename Value> struct Reported
 /// A fault stays until it was looked at again and found gone, and each is looked
 /// at in some situations only: gateway, service address and service interface on a
 /// master, the partner's address and the communication interface when the partner is
-/// silent. `reported.at` tells when it was looked at last.
+/// silent.
 struct FaultState
 {
 	bool there = false;
-	Reported<std::string> reported; ///< value: the detail
+	Instant since;
+	/// When it was found last.
+	Instant at;
 };
 
 /// Enough to see that the service comes and goes.
@@ -186,7 +188,7 @@ struct Snapshot
 	/// This node asks its partner to take the service.
 	std::optional<Reported<bool>> asking;
 	std::optional<Reported<bool>> programsRun;
-	std::optional<Reported<AddressState>> address;
+	AddressState address = AddressState::unknown;
 
 	std::optional<Reported<Heartbeat>> sent;
 	std::optional<Reported<Heartbeat>> received;

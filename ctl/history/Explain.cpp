@@ -96,94 +96,62 @@ constexpr CatalogueRow kRemarkRow{0,
                                   "nothing; the file is rotated 24 hours after this time",
                                   "The library that writes the log."};
 
-/// The row of an echo that has no place in it: "**WARNING**<text>".
+/// The row of an echo that has no place in it, whose text is "**WARNING**<text>".
 const CatalogueRow* echoRow(std::string_view message)
 {
-	for (const CatalogueRow& row : catalogue())
-	{
-		const std::string_view mark = row.text.substr(0, row.text.rfind("**") + 2);
-		if (row.text.starts_with("**") && !row.text.starts_with("**DEBUG") && !row.text.starts_with("**ERROR") &&
-		    message.starts_with(mark))
-		{
-			return &row;
-		}
-	}
-	return nullptr;
-}
-
-/// Messages of several lines: banners, and those that end in what a command said.
-bool takesLines(const CatalogueRow& row)
-{
-	return row.text.find('\n') != std::string_view::npos || row.text.ends_with("%s");
-}
-
-std::vector<Explanation> all(const std::vector<const CatalogueRow*>& rows)
-{
-	std::vector<Explanation> explanations;
-	std::ranges::transform(rows, std::back_inserter(explanations),
-	                       [](const CatalogueRow* row) {
-		                       return Explanation{row, false};
-	                       });
-	return explanations;
+	const std::string text = std::string(message.substr(0, message.find("**", 2))) + "**<text>";
+	const auto row = std::ranges::find(catalogue(), text, &CatalogueRow::text);
+	return row == catalogue().end() ? nullptr : &*row;
 }
 
 /// What a line of events may have before the regular expression takes too long.
 constexpr std::size_t kLongestLine = 256;
 
-/// A word that velarixctl prints: alone, or as status, pair, check and events have it, "... [WORD]",
+/// The rows of a word that velarixctl prints: alone, or as status, pair, check and events have it, "... [WORD]",
 /// "agent   WORD: ..." and "DATE TIME  WORD  ...".
-std::vector<Explanation> explainWord(std::string_view message)
+void addWord(std::vector<const CatalogueRow*>& rows, std::string_view message)
 {
 	static const Pattern kForms(
 	    R"(\[?([a-z0-9-]+)\]?|\d{4}-\S+ \S+ +([a-z-]+) .*|(?:agent +)?([A-Z]+(?: [A-Z]+)*)(?:\W.*)?)");
 	const std::string_view line = message.substr(0, message.find('\n'));
 	const std::size_t bracket = line.ends_with(']') ? line.rfind(" [") : std::string_view::npos;
 	const std::string form(line.substr(bracket == std::string_view::npos ? 0 : bracket + 1, kLongestLine));
-	std::vector<Explanation> explanations;
-	if (const Pattern::Groups parts = kForms.matched(form); !parts.empty())
+	const Pattern::Groups parts = kForms.matched(form);
+	for (const CatalogueRow& row : words())
 	{
-		const std::string& word =
-		    *std::find_if(parts.begin() + 1, parts.end() - 1, [](const std::string& part) { return !part.empty(); });
-		for (const CatalogueRow& row : words())
+		// One of the groups has taken part.
+		if (!parts.empty() && row.text == parts[1] + parts[2] + parts[3])
 		{
-			if (row.text == word)
-			{
-				explanations.push_back({&row, false});
-			}
+			rows.push_back(&row);
 		}
 	}
-	return explanations;
 }
 
 } // namespace
 
 std::vector<Explanation> explain(std::string_view message)
 {
-	std::vector<Explanation> explanations = all(explainKeeper(message));
-	if (!explanations.empty())
+	std::vector<const CatalogueRow*> rows = explainKeeper(message);
+	if (rows.empty())
 	{
-		std::ranges::copy(explainWord(message), std::back_inserter(explanations));
-		return explanations;
-	}
-	if (const std::optional<Given> given = readPlace(message))
-	{
-		const CatalogueRow* const row = findMessage(given->label, given->number);
-		if (row == nullptr)
+		if (const std::optional<Given> given = readPlace(message))
 		{
-			return {};
+			const CatalogueRow* const row = findMessage(given->label, given->number);
+			return row == nullptr ? std::vector<Explanation>()
+			                      : std::vector{Explanation(row, given->text && !canBe(*row, *given->text))};
 		}
-		return {{row, given->text && !canBe(*row, *given->text)}};
+		if (message.starts_with(kRemark))
+		{
+			return {&kRemarkRow};
+		}
+		if (const CatalogueRow* const row = echoRow(message))
+		{
+			return {row};
+		}
 	}
-	if (message.starts_with(kRemark))
-	{
-		return {{&kRemarkRow, false}};
-	}
-	if (const CatalogueRow* const row = echoRow(message))
-	{
-		return {{row, false}};
-	}
-	explanations = explainWord(message);
-	return explanations.empty() ? all(findByText(message)) : explanations;
+	addWord(rows, message);
+	rows = rows.empty() ? findByText(message) : rows;
+	return {rows.begin(), rows.end()};
 }
 
 std::string whyUnknown(std::string_view message)
@@ -214,22 +182,13 @@ std::string whyUnknown(std::string_view message)
 	       (below.empty() || next.empty() ? "" : ", ") + next;
 }
 
-std::string MessageSplitter::add(const std::string& line)
+bool continues(std::string_view message, std::string_view line)
 {
-	const std::optional<Given> given = readPlace(line);
-	if (!given && m_takesLines && explainKeeper(line).empty())
-	{
-		m_message += "\n" + line;
-		return {};
-	}
+	const std::optional<Given> given = readPlace(message.substr(0, message.find('\n')));
 	const CatalogueRow* const row = given ? findMessage(given->label, given->number) : nullptr;
-	m_takesLines = row != nullptr && takesLines(*row);
-	return std::exchange(m_message, line);
-}
-
-std::string MessageSplitter::finish()
-{
-	return std::exchange(m_message, {});
+	// Banners, and messages that end in what a command said.
+	return row != nullptr && (row->text.find('\n') != std::string_view::npos || row->text.ends_with("%s")) &&
+	       !readPlace(line) && explainKeeper(line).empty();
 }
 
 std::string explanationText(const Explanation& explanation, bool colour)

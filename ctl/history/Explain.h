@@ -16,10 +16,12 @@ using namespace inspect;
 
 struct Explanation
 {
-	const CatalogueRow* row = nullptr;
+	const CatalogueRow* row;
 	/// The place is this message's, but the text is none that it can have: another
 	/// version of the daemon wrote it, or it was changed on its way here.
-	bool otherText = false;
+	bool otherText;
+
+	Explanation(const CatalogueRow* what, bool other = false) : row(what), otherText(other) {}
 };
 
 /// @param message "LABEL:NUMBER", a line of the log (whole or in part, with its
@@ -33,20 +35,9 @@ std::vector<Explanation> explain(std::string_view message);
 /// Why nothing was found, with the nearest numbers of a label that is known.
 std::string whyUnknown(std::string_view message);
 
-/// Messages from lines, for text that was piped in: a line without a place belongs
-/// to the message before it when that one can have several.
-class MessageSplitter
-{
-public:
-	/// @return a message that this line ended; empty when there is none
-	std::string add(const std::string& line);
-	/// @return the last message; empty when there is none
-	std::string finish();
-
-private:
-	std::string m_message;
-	bool m_takesLines = false;
-};
+/// @return whether a line of a text that was piped in belongs to the message before it: one without a
+///         place, behind a message that can have several lines
+bool continues(std::string_view message, std::string_view line);
 
 std::string explanationText(const Explanation& explanation, bool colour);
 nlohmann::ordered_json explanationJson(const Explanation& explanation);

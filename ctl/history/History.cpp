@@ -1,9 +1,11 @@
 #include <algorithm>
-#include <cctype>
 #include <tuple>
+
+#include <Poco/String.h>
 
 #include "ctl/history/History.h"
 #include "inspect/Catalogue.h"
+#include "inspect/Pattern.h"
 
 namespace velarix::ctl
 {
@@ -43,20 +45,8 @@ Milliseconds between(Instant from, Instant to)
 
 std::string oneLine(std::string_view text)
 {
-	std::string line;
-	for (const char c : text.substr(0, kLongestDetail))
-	{
-		const bool blank = std::isspace(static_cast<unsigned char>(c)) != 0;
-		if (!blank || (!line.empty() && line.back() != ' '))
-		{
-			line += blank ? ' ' : c;
-		}
-	}
-	while (!line.empty() && line.back() == ' ')
-	{
-		line.pop_back();
-	}
-	return line;
+	static const Pattern kBlanks(R"(\s+)");
+	return Poco::trim(kBlanks.replaced(std::string(text.substr(0, kLongestDetail)), " "));
 }
 
 History::History(Sink sink, Commands commands, LastMove lastMove)
@@ -177,7 +167,6 @@ void History::end()
 	{
 		Event unfinished = event(EventKind::takeOverUnfinished, m_snapshot.takeOver->cause);
 		unfinished.time = last;
-		unfinished.process = m_snapshot.process;
 		unfinished.duration = between(m_snapshot.takeOver->time, last);
 		unfinished.detail = "the agent ended";
 		unfinished.place.clear();
@@ -190,7 +179,6 @@ void History::end()
 		ended = *m_agent.fatal;
 	}
 	ended.time = last;
-	ended.process = m_snapshot.process;
 	ended.duration = m_snapshot.agentStarted ? std::optional(between(*m_snapshot.agentStarted, last)) : std::nullopt;
 	emit(ended);
 }

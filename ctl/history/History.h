@@ -63,7 +63,6 @@ private:
 
 		std::optional<Instant> scriptBegun;
 		std::optional<Instant> addressBegun;
-		int addressTries = 0;
 		std::string addressError;
 		Cause killedFor = Cause::none;
 		int cyclesWithoutPrograms = 0;
@@ -123,14 +122,15 @@ private:
 	void bothMasters(bool ok);
 	void bothSlaves();
 	void lost(Fault fault, Cause cause);
-	void givesUp();
-	void givesUpAndAsks();
+	/// @param doing what the next commands belong to, and which is the first
+	void begins(Cause doing, Awaited next);
+	void givesUp(Awaited next);
+	void givesUpAndAsks(Awaited next);
 	void givesUpWithoutPrograms();
 	/// @param next the next command of it
 	void takesOver(Cause cause, Awaited next = Awaited::kill);
 	void leavesForConfiguredRole();
 	void endTakeOver(EventKind kind, std::string detail = {});
-	void ask();
 	void endAsk(EventKind kind);
 	void answerSeen();
 
@@ -149,15 +149,12 @@ private:
 
 	// HistoryService.cpp
 	void commandRun();
-	/// @param doing what the next commands belong to, of which the first is the stop
-	void expectStop(Cause doing);
 	void scriptWasRun();
 	void addressUp(const std::string& how);
 	void addressNotListed();
 	void addressPinged();
 	void addressFailed();
 	void programsCounted();
-	void killed(std::string_view program, const std::string& output);
 	void dropped(const std::string& output);
 };
 

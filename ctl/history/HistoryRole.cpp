@@ -52,8 +52,7 @@ void History::setRole(Role role, Cause cause)
 void History::passBegins()
 {
 	endTakeOver(EventKind::takeOverUnfinished, m_agent.takeOverError);
-	m_agent.doing = Cause::none;
-	m_agent.awaited = Awaited::notKnown;
+	begins(Cause::none, Awaited::notKnown);
 }
 
 /// A node that goes back to its configured role as standby, and whose programs do
@@ -76,34 +75,37 @@ void History::lost(Fault fault, Cause cause)
 	m_agent.giveUpCause = cause;
 }
 
-void History::givesUp()
+void History::begins(Cause doing, Awaited next)
 {
-	setRole(Role::slave, m_agent.giveUpCause);
-	m_agent.doing = Cause::giveUp;
-	m_agent.awaited = Awaited::kill;
+	m_agent.doing = doing;
+	m_agent.awaited = next;
 }
 
-void History::givesUpAndAsks()
+void History::givesUp(Awaited next)
 {
-	givesUp();
-	m_agent.awaited = Awaited::killThenStop;
-	ask();
+	setRole(Role::slave, m_agent.giveUpCause);
+	begins(Cause::giveUp, next);
+}
+
+void History::givesUpAndAsks(Awaited next)
+{
+	givesUp(next);
+	m_agent.askMade = m_now;
+	tell(m_snapshot.asking, true);
+	emit(EventKind::askMade, m_agent.giveUpCause);
 }
 
 void History::givesUpWithoutPrograms()
 {
 	m_agent.giveUpCause = isPlanned() ? Cause::switchover : Cause::programsGone;
-	givesUp();
-	m_agent.awaited = Awaited::stop;
-	ask();
+	givesUpAndAsks(Awaited::stop);
 }
 
 /// A first message of it may be missing: the kill before the start, or the start.
 void History::takesOver(Cause cause, Awaited next)
 {
 	setRole(Role::master, cause);
-	m_agent.doing = Cause::takeOver;
-	m_agent.awaited = next;
+	begins(Cause::takeOver, next);
 	if (!m_snapshot.takeOver)
 	{
 		m_snapshot.takeOver = event(EventKind::takeOverBegan, cause);
@@ -115,8 +117,7 @@ void History::takesOver(Cause cause, Awaited next)
 void History::leavesForConfiguredRole()
 {
 	setRole(Role::slave, m_agent.resetCause);
-	m_agent.doing = m_agent.resetCause;
-	m_agent.awaited = Awaited::killThenStop;
+	begins(m_agent.resetCause, Awaited::killThenStop);
 }
 
 void History::bothSlaves()
@@ -146,13 +147,6 @@ void History::endTakeOver(EventKind kind, std::string detail)
 	}
 }
 
-void History::ask()
-{
-	m_agent.askMade = m_now;
-	tell(m_snapshot.asking, true);
-	emit(EventKind::askMade, m_agent.giveUpCause);
-}
-
 void History::endAsk(EventKind kind)
 {
 	if (!m_snapshot.asking || !m_snapshot.asking->value)
@@ -177,30 +171,23 @@ void History::answerSeen()
 void History::found(Fault fault, std::string detail)
 {
 	FaultState& is = state(fault);
-	is.reported.at = m_now;
+	is.at = m_now;
 	if (is.there || (fault == Fault::programs && isPlanned()))
 	{
 		return;
 	}
 	is.there = true;
-	is.reported.since = m_now;
-	is.reported.value = detail;
+	is.since = m_now;
 	emit(EventKind::faultFound, Cause::none, std::string(wordOf(fault)), std::move(detail));
 }
 
 void History::gone(Fault fault, std::string detail)
 {
-	FaultState& is = state(fault);
-	is.reported.at = m_now;
-	if (!is.there)
+	if (std::exchange(state(fault).there, false))
 	{
-		return;
+		emit(EventKind::faultGone, Cause::none, std::string(wordOf(fault)), std::move(detail),
+		     since(state(fault).since));
 	}
-	const Milliseconds there = since(is.reported.since);
-	is.there = false;
-	is.reported.since = m_now;
-	is.reported.value.clear();
-	emit(EventKind::faultGone, Cause::none, std::string(wordOf(fault)), std::move(detail), there);
 }
 
 /// A probe that nobody answered, with the reason that a line before it reported.
@@ -250,7 +237,7 @@ void History::heard(const Heartbeat& heartbeat)
 	gone(Fault::heartbeats);
 	// A master never pings it again.
 	gone(Fault::partnerAddress, "its heartbeat came");
-	if (state(Fault::foreignMessage).there && m_now - state(Fault::foreignMessage).reported.at >= kQuiet)
+	if (state(Fault::foreignMessage).there && m_now - state(Fault::foreignMessage).at >= kQuiet)
 	{
 		gone(Fault::foreignMessage);
 	}

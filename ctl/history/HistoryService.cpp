@@ -50,12 +50,6 @@ bool isRound(int count)
 
 } // namespace
 
-void History::expectStop(Cause doing)
-{
-	m_agent.doing = doing;
-	m_agent.awaited = Awaited::stop;
-}
-
 void History::commandRun()
 {
 	const auto [command, output] = split(m_line->text, m_commands);
@@ -65,30 +59,29 @@ void History::commandRun()
 		output.find('1') != std::string_view::npos ? gone(interface) : found(interface);
 		return;
 	}
-	const bool learning = m_agent.doing == Cause::agentStart;
-	if (learning && m_agent.awaited == Awaited::stop)
+	if (m_agent.doing == Cause::agentStart && m_agent.awaited == Awaited::stop)
 	{
 		m_commands.stop = command;
 		m_agent.awaited = Awaited::kill;
 	}
 	const bool isKill = !m_commands.kill.empty() && command.starts_with(m_commands.kill + " ");
-	if (command == m_commands.stop)
+	const bool killNext =
+	    m_agent.awaited == Awaited::kill || (m_agent.awaited == Awaited::killThenStop && m_commands.kill.empty());
+	const bool stopNext = m_agent.awaited == Awaited::stop || m_agent.awaited == Awaited::killThenStop;
+	if (command == m_commands.stop || (stopNext && !killNext && !isKill))
 	{
+		m_commands.stop = command;
 		dropped(oneLine(output));
 	}
-	else if (isKill || m_agent.awaited == Awaited::kill ||
-	         (m_agent.awaited == Awaited::killThenStop && m_commands.kill.empty()))
+	else if (isKill || killNext)
 	{
 		if (!isKill)
 		{
 			m_commands.kill = command.substr(0, command.rfind(' '));
 		}
-		killed(command.substr(std::min(command.size(), m_commands.kill.size() + 1)), oneLine(output));
-	}
-	else if (m_agent.awaited == Awaited::stop || m_agent.awaited == Awaited::killThenStop)
-	{
-		m_commands.stop = command;
-		dropped(oneLine(output));
+		m_agent.killedFor = m_agent.doing;
+		const std::size_t program = std::min(command.size(), m_commands.kill.size() + 1);
+		emit(EventKind::programKilled, m_agent.doing, std::string(command.substr(program)), oneLine(output));
 	}
 	else if (m_agent.awaited == Awaited::start)
 	{
@@ -100,23 +93,16 @@ void History::commandRun()
 	}
 }
 
-void History::killed(std::string_view program, const std::string& output)
-{
-	m_agent.killedFor = m_agent.doing;
-	emit(EventKind::programKilled, m_agent.doing, std::string(program), output);
-}
-
 /// Each start of the address begins with a stop: that tells something only when
 /// the address may have been there.
 void History::dropped(const std::string& output)
 {
-	const bool mayHaveBeenThere = m_snapshot.address && m_snapshot.address->value != AddressState::dropped;
-	if (m_agent.doing != Cause::takeOver || mayHaveBeenThere)
+	const AddressState before = std::exchange(m_snapshot.address, AddressState::dropped);
+	if (m_agent.doing != Cause::takeOver || (before != AddressState::unknown && before != AddressState::dropped))
 	{
 		emit(EventKind::addressDropped, m_agent.doing, {}, output);
 	}
 	m_agent.addressBegun.reset();
-	tell(m_snapshot.address, AddressState::dropped);
 }
 
 void History::scriptWasRun()
@@ -134,9 +120,8 @@ void History::addressNotListed()
 	if (!m_agent.addressBegun)
 	{
 		m_agent.addressBegun = m_now;
-		m_agent.addressTries = 0;
 		m_snapshot.failedStarts = 0;
-		tell(m_snapshot.address, AddressState::starting);
+		m_snapshot.address = AddressState::starting;
 		emit(EventKind::addressStarting, m_agent.doing);
 	}
 }
@@ -148,52 +133,37 @@ void History::addressPinged()
 		addressUp("answers");
 		return;
 	}
-	if (!m_snapshot.address || m_snapshot.address->value != AddressState::waiting)
+	if (std::exchange(m_snapshot.address, AddressState::waiting) != AddressState::waiting)
 	{
 		emit(EventKind::addressWaiting);
 	}
-	tell(m_snapshot.address, AddressState::waiting);
 }
 
 void History::addressFailed()
 {
-	++m_agent.addressTries;
-	m_snapshot.failedStarts = m_agent.addressTries;
-	tell(m_snapshot.address, AddressState::starting);
-	const std::string output = oneLine(behind("can't start virtual ip: "));
-	m_snapshot.startOutput = output;
-	if (isRound(m_agent.addressTries))
+	const std::string tries = std::to_string(++m_snapshot.failedStarts);
+	m_snapshot.address = AddressState::starting;
+	m_snapshot.startOutput = oneLine(behind("can't start virtual ip: "));
+	const std::string error = std::exchange(m_agent.addressError, {});
+	if (isRound(m_snapshot.failedStarts))
 	{
-		std::string detail = "try " + std::to_string(m_agent.addressTries) + ": ";
-		if (!output.empty())
-		{
-			detail += "the start command printed \"" + output + "\"";
-		}
-		else
-		{
-			detail += m_agent.addressError.empty() ? "the wait for the address failed" : m_agent.addressError;
-		}
-		emit(EventKind::addressFailed, Cause::none, {}, detail);
+		const std::string why = !m_snapshot.startOutput.empty()
+		                            ? "the start command printed \"" + m_snapshot.startOutput + "\""
+		                        : error.empty() ? "the wait for the address failed"
+		                                        : error;
+		emit(EventKind::addressFailed, Cause::none, {}, "try " + tries + ": " + why);
 	}
-	m_agent.addressError.clear();
 }
 
 void History::addressUp(const std::string& how)
 {
 	const std::optional<Milliseconds> duration = lasted(m_agent.addressBegun);
-	const bool news = duration || !m_snapshot.address || m_snapshot.address->value != AddressState::up;
-	std::string tries;
-	if (m_agent.addressTries > 0)
+	const int failed = std::exchange(m_snapshot.failedStarts, 0);
+	const bool news = std::exchange(m_snapshot.address, AddressState::up) != AddressState::up;
+	if (duration || news)
 	{
-		tries = ", after " + std::to_string(m_agent.addressTries) + " failed start";
-		tries += m_agent.addressTries > 1 ? "s" : "";
-	}
-	m_agent.addressTries = 0;
-	m_snapshot.failedStarts = 0;
-	tell(m_snapshot.address, AddressState::up);
-	if (news)
-	{
-		emit(EventKind::addressUp, Cause::none, {}, how + tries, duration);
+		const std::string starts = std::to_string(failed) + (failed == 1 ? " failed start" : " failed starts");
+		emit(EventKind::addressUp, Cause::none, {}, how + (failed == 0 ? "" : ", after " + starts), duration);
 	}
 }
 
@@ -232,7 +202,8 @@ struct HistoryTable
 	struct Row
 	{
 		std::string_view label;
-		int number;
+		/// 0 stands for none.
+		std::array<int, 4> numbers;
 		Handler handler;
 	};
 
@@ -243,87 +214,75 @@ struct HistoryTable
 	static constexpr std::string_view kService = "Utill";
 
 	static constexpr std::array kRows{
-	    Row{kAgent, 25, [](M& m) { m.expectStop(Cause::agentStart); }},
-	    Row{kReceiver, 79, [](M& m) { m.serverError(); }},
-	    Row{kReceiver, 94, [](M& m) { m.passBegins(); }},
-	    Row{kReceiver, 99, [](M& m) { m.tell(m.m_snapshot.networkOk, false); }},
-	    Row{kReceiver, 106, [](M& m) { m.givesUpWithoutPrograms(); }},
-	    Row{kReceiver, 146, [](M& m) { m.nobodyConnected(); }},
-	    Row{kReceiver, 150, [](M& m) { m.m_snapshot.silences = 0; }},
-	    Row{kReceiver, 164, [](M& m) { m.heartbeatReceived(); }},
-	    Row{kReceiver, 182, [](M& m) { m.found(Fault::communicationInterface); }},
-	    Row{kReceiver, 185, [](M& m) { m.gone(Fault::communicationInterface); }},
-	    Row{kReceiver, 189,
+	    Row{kAgent, {25}, [](M& m) { m.begins(Cause::agentStart, M::Awaited::stop); }},
+	    Row{kReceiver, {79}, [](M& m) { m.serverError(); }},
+	    Row{kReceiver, {94}, [](M& m) { m.passBegins(); }},
+	    Row{kReceiver, {99}, [](M& m) { m.tell(m.m_snapshot.networkOk, false); }},
+	    Row{kReceiver, {106}, [](M& m) { m.givesUpWithoutPrograms(); }},
+	    Row{kReceiver, {146}, [](M& m) { m.nobodyConnected(); }},
+	    Row{kReceiver, {150}, [](M& m) { m.m_snapshot.silences = 0; }},
+	    Row{kReceiver, {164}, [](M& m) { m.heartbeatReceived(); }},
+	    Row{kReceiver, {182, 196}, [](M& m) { m.found(Fault::communicationInterface); }},
+	    Row{kReceiver, {185}, [](M& m) { m.gone(Fault::communicationInterface); }},
+	    Row{kReceiver,
+	        {189},
 	        [](M& m) { m.countSilence(m.behind("Reciver : nReceiveFailCount[").starts_with('1') ? 1 : 2); }},
-	    Row{kReceiver, 192, [](M& m) { m.countSilence(3); }},
-	    Row{kReceiver, 196, [](M& m) { m.found(Fault::communicationInterface); }},
-	    Row{kReceiver, 201, [](M& m) { m.found(Fault::heartbeats); }},
-	    Row{kReceiver, 215, [](M& m) { m.takesOver(Cause::partnerSilent); }},
-	    Row{kReceiver, 218, [](M& m) { m.takesOver(Cause::partnerSilent); }},
-	    Row{kReceiver, 246, [](M& /*said at 164*/) {}},
-	    Row{kReceiver, 252, [](M& /*said at 164*/) {}},
-	    Row{kReceiver, 278, [](M& m) { m.judged(true); }},
-	    Row{kReceiver, 282, [](M& m) { m.bothMasters(true); }},
-	    Row{kReceiver, 287, [](M& m) { m.judged(true); }},
-	    Row{kReceiver, 319, [](M& m) { m.judged(false); }},
-	    Row{kReceiver, 324, [](M& m) { m.bothMasters(false); }},
-	    Row{kReceiver, 329, [](M& m) { m.judged(true); }},
-	    Row{kReceiver, 350, [](M& m) { m.answerSeen(); }},
-	    Row{kReceiver, 368, [](M& m) { m.tell(m.m_snapshot.networkOk, true), m.endAsk(EventKind::askAnswered); }},
-	    Row{kReceiver, 389, [](M& m) { m.tell(m.m_snapshot.networkOk, false), m.endAsk(EventKind::askAnswered); }},
-	    Row{kReceiver, 403, [](M& m) { m.judged(true); }},
+	    Row{kReceiver, {192}, [](M& m) { m.countSilence(3); }},
+	    Row{kReceiver, {201}, [](M& m) { m.found(Fault::heartbeats); }},
+	    Row{kReceiver, {215, 218}, [](M& m) { m.takesOver(Cause::partnerSilent); }},
+	    Row{kReceiver, {246, 252}, [](M& /*said at 164*/) {}},
+	    Row{kReceiver, {278, 287, 329, 403}, [](M& m) { m.judged(true); }},
+	    Row{kReceiver, {282}, [](M& m) { m.bothMasters(true); }},
+	    Row{kReceiver, {319, 429, 440}, [](M& m) { m.judged(false); }},
+	    Row{kReceiver, {324}, [](M& m) { m.bothMasters(false); }},
+	    Row{kReceiver, {350}, [](M& m) { m.answerSeen(); }},
+	    Row{kReceiver, {368}, [](M& m) { m.tell(m.m_snapshot.networkOk, true), m.endAsk(EventKind::askAnswered); }},
+	    Row{kReceiver, {389}, [](M& m) { m.tell(m.m_snapshot.networkOk, false), m.endAsk(EventKind::askAnswered); }},
 	    // The ask field of a standby's heartbeat is looked at only when this node does not
 	    // ask, or has counted the last heartbeat that it waits for.
-	    Row{kReceiver, 411, [](M& m) { m.judged(true), m.endAsk(EventKind::askUnanswered); }},
-	    Row{kReceiver, 414, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
-	    Row{kReceiver, 418, [](M& m) { m.bothSlaves(); }},
-	    Row{kReceiver, 429, [](M& m) { m.judged(false); }},
-	    Row{kReceiver, 434, [](M& m) { m.judged(false), m.endAsk(EventKind::askUnanswered); }},
-	    Row{kReceiver, 440, [](M& m) { m.judged(false); }},
-	    Row{kReceiver, 443, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
-	    Row{kReceiver, 447, [](M& m) { m.bothSlaves(); }},
-	    Row{kReceiver, 470, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
-	    Row{kReceiver, 473, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
-	    Row{kReceiver, 480, [](M& m) { m.leavesForConfiguredRole(); }},
-	    Row{kReceiver, 505, [](M& m) { m.judgedAs(Role::master); }},
-	    Row{kReceiver, 508, [](M& m) { m.lost(Fault::gateway, Cause::gatewaySilent); }},
-	    Row{kReceiver, 509, [](M& m) { m.givesUp(); }},
-	    Row{kReceiver, 516, [](M& m) { m.lost(Fault::serviceAddress, Cause::serviceAddressSilent); }},
-	    Row{kReceiver, 517, [](M& m) { m.givesUp(); }},
-	    Row{kReceiver, 524, [](M& m) { m.lost(Fault::serviceInterface, Cause::serviceInterfaceDown); }},
-	    Row{kReceiver, 525, [](M& m) { m.givesUpAndAsks(); }},
-	    Row{kReceiver, 538, [](M& m) { m.judgedAs(Role::slave); }},
-	    Row{kReceiver, 549, [](M& m) { m.takesOver(Cause::partnerAndServiceSilent); }},
-	    Row{kReceiver, 564, [](M& m) { m.gone(Fault::programs); }},
-	    Row{kReceiver, 567, [](M& m) { m.found(Fault::programs); }},
-	    Row{kSender, 79, [](M& m) { m.partnerRefuses(); }},
-	    Row{kSender, 124, [](M& m) { m.heartbeatSent(); }},
-	    Row{kChecker, 103, [](M& m) { m.programsCounted(); }},
-	    Row{kService, 48, [](M& m) { m.expectStop(Cause::takeOver); }},
-	    Row{kService, 62, [](M& m) { m.m_agent.scriptBegun = m.m_now; }},
-	    Row{kService, 78, [](M& m) { m.scriptWasRun(); }},
-	    Row{kService, 432, [](M& m) { m.addressFailed(); }},
-	    Row{kService, 496, [](M& m) { m.addressPinged(); }},
-	    Row{kService, 504, [](M& m) { m.m_agent.addressError = oneLine(m.behind("set virtual ip failed: ")); }},
-	    Row{kService, 573, [](M& m) { m.commandRun(); }},
-	    Row{kService, 668, [](M& m) { m.addressUp("listed"); }},
-	    Row{kService, 680, [](M& m) { m.addressNotListed(); }},
-	    Row{kService, 760, [](M& m) { m.gone(Fault::partnerAddress); }},
-	    Row{kService, 766, [](M& m) { m.probeError(); }},
-	    Row{kService, 768, [](M& m) { m.unanswered(Fault::partnerAddress); }},
-	    Row{kService, 783, [](M& m) { m.gone(Fault::gateway); }},
-	    Row{kService, 789, [](M& m) { m.probeError(); }},
-	    Row{kService, 791, [](M& m) { m.unanswered(Fault::gateway); }},
-	    Row{kService, 807, [](M& m) { m.gone(Fault::serviceAddress); }},
-	    Row{kService, 814, [](M& m) { m.probeError(); }},
-	    Row{kService, 817, [](M& m) { m.unanswered(Fault::serviceAddress); }},
+	    Row{kReceiver, {411}, [](M& m) { m.judged(true), m.endAsk(EventKind::askUnanswered); }},
+	    Row{kReceiver, {414, 443}, [](M& m) { m.takesOver(Cause::partnerAsked, M::Awaited::stop); }},
+	    Row{kReceiver, {418, 447}, [](M& m) { m.bothSlaves(); }},
+	    Row{kReceiver, {434}, [](M& m) { m.judged(false), m.endAsk(EventKind::askUnanswered); }},
+	    Row{kReceiver, {470, 473}, [](M& m) { m.takesOver(m.m_agent.resetCause); }},
+	    Row{kReceiver, {480}, [](M& m) { m.leavesForConfiguredRole(); }},
+	    Row{kReceiver, {505}, [](M& m) { m.judgedAs(Role::master); }},
+	    Row{kReceiver, {508}, [](M& m) { m.lost(Fault::gateway, Cause::gatewaySilent); }},
+	    Row{kReceiver, {509, 517}, [](M& m) { m.givesUp(M::Awaited::kill); }},
+	    Row{kReceiver, {516}, [](M& m) { m.lost(Fault::serviceAddress, Cause::serviceAddressSilent); }},
+	    Row{kReceiver, {524}, [](M& m) { m.lost(Fault::serviceInterface, Cause::serviceInterfaceDown); }},
+	    Row{kReceiver, {525}, [](M& m) { m.givesUpAndAsks(M::Awaited::killThenStop); }},
+	    Row{kReceiver, {538}, [](M& m) { m.judgedAs(Role::slave); }},
+	    Row{kReceiver, {549}, [](M& m) { m.takesOver(Cause::partnerAndServiceSilent); }},
+	    Row{kReceiver, {564}, [](M& m) { m.gone(Fault::programs); }},
+	    Row{kReceiver, {567}, [](M& m) { m.found(Fault::programs); }},
+	    Row{kSender, {79}, [](M& m) { m.partnerRefuses(); }},
+	    Row{kSender, {124}, [](M& m) { m.heartbeatSent(); }},
+	    Row{kChecker, {103}, [](M& m) { m.programsCounted(); }},
+	    Row{kService, {48}, [](M& m) { m.begins(Cause::takeOver, M::Awaited::stop); }},
+	    Row{kService, {62}, [](M& m) { m.m_agent.scriptBegun = m.m_now; }},
+	    Row{kService, {78}, [](M& m) { m.scriptWasRun(); }},
+	    Row{kService, {432}, [](M& m) { m.addressFailed(); }},
+	    Row{kService, {496}, [](M& m) { m.addressPinged(); }},
+	    Row{kService, {504}, [](M& m) { m.m_agent.addressError = oneLine(m.behind("set virtual ip failed: ")); }},
+	    Row{kService, {573}, [](M& m) { m.commandRun(); }},
+	    Row{kService, {668}, [](M& m) { m.addressUp("listed"); }},
+	    Row{kService, {680}, [](M& m) { m.addressNotListed(); }},
+	    Row{kService, {760}, [](M& m) { m.gone(Fault::partnerAddress); }},
+	    Row{kService, {766, 789, 814}, [](M& m) { m.probeError(); }},
+	    Row{kService, {768}, [](M& m) { m.unanswered(Fault::partnerAddress); }},
+	    Row{kService, {783}, [](M& m) { m.gone(Fault::gateway); }},
+	    Row{kService, {791}, [](M& m) { m.unanswered(Fault::gateway); }},
+	    Row{kService, {807}, [](M& m) { m.gone(Fault::serviceAddress); }},
+	    Row{kService, {817}, [](M& m) { m.unanswered(Fault::serviceAddress); }},
 	};
 };
 
 Handler handlerOf(std::string_view label, int number)
 {
-	const auto* const row = std::ranges::find_if(HistoryTable::kRows, [&](const HistoryTable::Row& one)
-	                                             { return one.number == number && one.label == label; });
+	const auto knows = [&](const HistoryTable::Row& row)
+	{ return number != 0 && std::ranges::find(row.numbers, number) != row.numbers.end() && row.label == label; };
+	const auto* const row = std::ranges::find_if(HistoryTable::kRows, knows);
 	return row == HistoryTable::kRows.end() ? nullptr : row->handler;
 }
 

@@ -9,13 +9,11 @@
 #include <system_error>
 #include <utility>
 
-#include <Poco/DateTime.h>
-#include <Poco/DateTimeParser.h>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ctl/history/EventStream.h"
 #include "inspect/Descriptor.h"
 #include "inspect/Pattern.h"
 #include "keeper/Runtime.h"
@@ -35,33 +33,14 @@ constexpr int kArchives = 9;
 /// What a week of an unquiet node writes.
 constexpr std::streamoff kEnd = 64L * 1024;
 
-void addMoves(const std::filesystem::path& path, std::vector<Instant>& moves)
-{
-	std::ifstream file(path, std::ios::ate | std::ios::binary);
-	file.seekg(std::max<std::streamoff>(file.tellg() - kEnd, 0));
-	for (std::string line; std::getline(file, line);)
-	{
-		if (line.find(kSwitchover) == std::string::npos)
-		{
-			continue;
-		}
-		const std::optional<KeeperEvent> event = parseKeeperLine(line);
-		if (event && isMove(*event))
-		{
-			moves.push_back(event->time);
-		}
-	}
-}
-
 constexpr std::string_view kAddress = "ha-address";
 constexpr std::string_view kService = "ha-NAME";
 constexpr std::string_view kReach = "ha-reach";
-constexpr std::string_view kNothing = "nothing";
 /// What stands before a line's detail.
 constexpr std::size_t kLongestHead = 256;
 
 constexpr CatalogueRow row(std::string_view label, std::string_view word, std::string_view when,
-                           std::string_view action = kNothing)
+                           std::string_view action = "nothing")
 {
 	return {0, 0, "", label, "keeper", word, "", when, action, "The virtual address and the services (keeper.log)."};
 }
@@ -137,15 +116,8 @@ std::optional<KeeperEvent> parseKeeperLine(const std::string& line)
 {
 	static const Pattern kLine(R"((\S+) (ha-[a-z0-9_-]+|velarixctl)\[(\d{1,9})\] ([a-z-]+): (.*))");
 	const Pattern::Groups parts = kLine.matched(line);
-	int zone = 0;
-	Poco::DateTime date;
-	if (parts.empty() || !Poco::DateTimeParser::tryParse("%Y-%m-%dT%H:%M:%S.%i%z", parts[1], date, zone))
-	{
-		return std::nullopt;
-	}
-	date.makeUTC(zone);
-	return KeeperEvent{Instant(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000)),
-	                   std::stol(parts[3]), parts[2], parts[4], parts[5]};
+	const auto time = parts.empty() ? std::nullopt : dateIn(parts[1], "%Y-%m-%dT%H:%M:%S.%i%z");
+	return time ? std::optional<KeeperEvent>({*time, std::stol(parts[3]), parts[2], parts[4], parts[5]}) : std::nullopt;
 }
 
 bool isMove(const KeeperEvent& event)
@@ -174,11 +146,10 @@ KeeperLog::KeeperLog(fs::path path) : m_path(std::move(path))
 ///         that is being written may be readable again later
 bool KeeperLog::open()
 {
-	while (!m_lines && !m_files.empty())
+	while (!m_lines)
 	{
 		const fs::path file = m_files.front();
-		std::unique_ptr<ByteSource> bytes = openBytes(file);
-		if (bytes != nullptr)
+		if (std::unique_ptr<ByteSource> bytes = openBytes(file))
 		{
 			m_lines = std::make_unique<LineStream>(std::move(bytes), kLongest);
 			m_lastError = 0;
@@ -197,36 +168,35 @@ bool KeeperLog::open()
 		}
 		m_files.erase(m_files.begin());
 	}
-	return m_lines != nullptr;
+	return true;
 }
 
-/// @return whether nothing more comes from the open file: it was replaced (by logrotate) or cut
+/// @return whether nothing more will be written to the open file: an archive, or replaced (by logrotate) or cut
 bool KeeperLog::isOver() const
 {
 	FileId id;
 	std::uint64_t size = 0;
-	return lookAt(m_path, id, size) && (!(id == m_lines->id()) || size < m_lines->position());
+	return m_files.front() != m_path ||
+	       (lookAt(m_path, id, size) && (!(id == m_lines->id()) || size < m_lines->position()));
 }
 
 bool KeeperLog::nextLine(RawLine& line)
 {
 	while (open())
 	{
+		// Looked at first: what was written before the rotation is read from the old file.
+		const bool over = isOver();
 		if (m_lines->next(line))
 		{
 			return true;
 		}
-		if (m_files.front() != m_path)
-		{
-			m_files.erase(m_files.begin());
-		}
-		else if (!isOver())
+		if (!over)
 		{
 			return false;
 		}
-		else if (m_lines->next(line))
+		if (m_files.front() != m_path)
 		{
-			return true; // written between the look at its end and the rotation
+			m_files.erase(m_files.begin());
 		}
 		m_lines.reset();
 	}
@@ -265,8 +235,20 @@ void recordAct(const Context& context, std::string_view word, const std::string&
 LastMove movesIn(const std::filesystem::path& keeperLog)
 {
 	std::vector<Instant> moves;
-	addMoves(keeperLog.string() + ".1", moves);
-	addMoves(keeperLog, moves);
+	for (const char* const suffix : {".1", ""})
+	{
+		std::ifstream file(keeperLog.string() + suffix, std::ios::ate | std::ios::binary);
+		file.seekg(std::max<std::streamoff>(file.tellg() - kEnd, 0));
+		for (std::string line; std::getline(file, line);)
+		{
+			const bool named = line.find(kSwitchover) != std::string::npos;
+			const std::optional<KeeperEvent> event = named ? parseKeeperLine(line) : std::nullopt;
+			if (event && isMove(*event))
+			{
+				moves.push_back(event->time);
+			}
+		}
+	}
 	std::ranges::sort(moves);
 	return [moves = std::move(moves)](Instant until) -> std::optional<Instant>
 	{
@@ -281,15 +263,14 @@ std::vector<const CatalogueRow*> explainKeeper(std::string_view message)
 	const std::string text(message.substr(0, kLongestHead));
 	const bool named = text.find("ha-") != std::string::npos || text.find(kOperator) != std::string::npos;
 	const Pattern::Groups parts = named ? kLine.found(text) : Pattern::Groups();
-	const bool line = !parts.empty();
-	const std::string word = line ? parts[2] : text;
-	const std::string program = line ? parts[1] : "";
+	const std::string word = parts.empty() ? text : parts[2];
+	const std::string program = parts.empty() ? "" : parts[1];
 	const std::string_view label =
 	    program == kAddress || program == kReach || program == kOperator ? std::string_view(program) : kService;
 	std::vector<const CatalogueRow*> rows;
 	for (const CatalogueRow& row : kWords)
 	{
-		const bool its = !line || row.label == label || row.label == "keeper";
+		const bool its = parts.empty() || row.label == label || row.label == "keeper";
 		if (row.text == word && its)
 		{
 			rows.push_back(&row);

@@ -4,17 +4,17 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
 #include <memory>
 #include <sstream>
 #include <system_error>
 
-#include <Poco/DateTime.h>
 #include <Poco/DateTimeFormat.h>
-#include <Poco/DateTimeParser.h>
+#include <Poco/NumberFormatter.h>
+#include <Poco/NumberParser.h>
 #include <Poco/String.h>
 
+#include "ctl/history/EventStream.h"
 #include "ctl/history/History.h"
 #include "inspect/LineStream.h"
 #include "inspect/Pattern.h"
@@ -63,10 +63,7 @@ std::string escaped(std::string_view text)
 /// Milliseconds at most, without zeros that tell nothing.
 std::string numberText(double value)
 {
-	std::array<char, 64> digits{};
-	const auto end =
-	    std::to_chars(digits.data(), digits.data() + digits.size(), value, std::chars_format::fixed, 3).ptr;
-	std::string text(digits.data(), end);
+	std::string text = Poco::NumberFormatter::format(value, 3);
 	text.erase(text.find_last_not_of('0') + 1);
 	if (text.ends_with('.'))
 	{
@@ -81,8 +78,6 @@ using namespace std::chrono_literals;
 constexpr auto kSettled = 1s;
 /// Messages before the first that counts, for the history to know what it is about.
 constexpr std::size_t kBefore = 1000;
-/// Up to this gap the log is read from its end, beyond it from its beginning.
-constexpr auto kShortGap = 1h;
 
 constexpr std::string_view kUntil = "counted_until_timestamp_seconds";
 constexpr std::string_view kChanged = "last_role_change_timestamp_seconds";
@@ -109,110 +104,46 @@ constexpr const Family& kReceived = kFamilies[3];
 constexpr std::array<std::pair<char, const char*>, 5> kLevels{
     {{'D', "debug"}, {'I', "info"}, {'W', "warning"}, {'E', "error"}, {'C', "critical"}}};
 
-Instant instantOf(double value)
-{
-	return Instant(std::chrono::milliseconds(std::llround(value * 1000)));
-}
-
-/// Takes one sample line into the counters, when a sample of ours can have that value: a
-/// double counts exactly up to 2^53, and the clock ends in the year 2262.
-/// @param name  "events_total{event="error"}"
-void takeSample(Counters& counters, const std::string& name, double value)
+/// Takes one sample into the counters, when one of ours can have that value: a double counts
+/// exactly up to 2^53, and the clock ends in the year 2262.
+/// @param label the value of its label; empty without one
+void takeSample(Counters& counters, const std::string& name, const std::string& label, double value)
 {
 	if (name == kUntil || name == kChanged)
 	{
 		(name == kUntil ? counters.until : counters.roleChanged) =
-		    value >= 0 && value < 9.2e9 ? std::optional(instantOf(value)) : std::nullopt;
+		    value >= 0 && value < 9.2e9 ? std::optional(Instant(std::chrono::milliseconds(std::llround(value * 1000))))
+		                                : std::nullopt;
 		return;
 	}
-	static const Pattern kSample(R"re(([a-z_]+)(?:\{[a-z]+="([^"]+)"\})?)re");
-	const Pattern::Groups parts = kSample.matched(name);
-	const auto* const family = parts.empty() ? kFamilies.end() : std::ranges::find(kFamilies, parts[1], &Family::name);
-	if (family != kFamilies.end() && family->label.empty() == parts[2].empty() && value >= 0 &&
-	    value < 9007199254740992.0)
+	const auto* const family = std::ranges::find(kFamilies, name, &Family::name);
+	if (family != kFamilies.end() && family->label.empty() == label.empty() && value >= 0 && value < 9007199254740992.0)
 	{
-		counters.counts[{family->name, parts[2]}] = static_cast<std::uint64_t>(std::llround(value));
+		counters.counts[{family->name, label}] = static_cast<std::uint64_t>(std::llround(value));
 	}
 }
 
-/// Feeds a history and counts what comes after one moment and not after another.
-class Count
+void countMessage(Counters& counters, const LogLine& line)
 {
-public:
-	Count(Counters& counters, Instant from, Instant to, const LogWish& log)
-	    : m_counters(counters), m_from(from), m_to(to),
-	      m_history([this](const Event& event) { take(event); }, log.commands, log.lastMove)
+	if (const auto* const level = std::ranges::find(kLevels, line.letter, &decltype(kLevels)::value_type::first);
+	    level != kLevels.end())
 	{
+		++counters.counts[{kMessages.name, level->second}];
 	}
+	counters.counts.at({kSent.name, ""}) += line.is("CHeartSender", 124) ? 1U : 0U;
+	counters.counts.at({kReceived.name, ""}) += line.is("CHeartReciver", 164) ? 1U : 0U;
+}
 
-	void feed(const LogLine& line)
-	{
-		if (!line.time || *line.time > m_to)
-		{
-			return;
-		}
-		if (*line.time > m_from)
-		{
-			take(line);
-		}
-		m_history.feed(line);
-	}
-
-private:
-	Counters& m_counters;
-	Instant m_from;
-	Instant m_to;
-	History m_history;
-
-	void take(const Event& event)
-	{
-		if (event.time > m_from && event.time <= m_to)
-		{
-			++m_counters.counts[{kEvents.name, std::string(wordOf(event.kind))}];
-		}
-	}
-
-	void take(const LogLine& line)
-	{
-		if (const auto* const level = std::ranges::find(kLevels, line.letter, &decltype(kLevels)::value_type::first);
-		    level != kLevels.end())
-		{
-			++m_counters.counts[{kMessages.name, level->second}];
-		}
-		m_counters.counts.at({kSent.name, ""}) += line.is("CHeartSender", 124) ? 1U : 0U;
-		m_counters.counts.at({kReceived.name, ""}) += line.is("CHeartReciver", 164) ? 1U : 0U;
-	}
+/// The last messages, in their order.
+struct Tail
+{
+	std::deque<LogLine> messages;
+	/// No more of them would fit into kTailBytes.
+	bool full = false;
+	std::vector<LogTrouble> trouble;
 };
 
-/// @return false when the messages would not fit into kTailBytes; nothing is counted then
-bool readShortGap(Count& count, const LogWish& log, Instant from)
-{
-	std::size_t before = 0;
-	const Tail tail = readEnd(log,
-	                          [&](const LogLine& line)
-	                          {
-		                          before += line.time && *line.time <= from ? 1U : 0U;
-		                          return before < kBefore;
-	                          });
-	if (tail.full)
-	{
-		return false;
-	}
-	std::ranges::for_each(tail.messages, [&](const LogLine& line) { count.feed(line); });
-	return true;
-}
-
-void readLongGap(Count& count, const LogWish& log, Instant from)
-{
-	LogReader reader(log.path, from);
-	for (LogLine line; reader.next(line);)
-	{
-		count.feed(line);
-	}
-}
-
-} // namespace
-
+/// @param more asked with each message, newest first, whether one more is wanted
 Tail readEnd(const LogWish& wish, const std::function<bool(const LogLine&)>& more)
 {
 	Tail tail;
@@ -229,6 +160,8 @@ Tail readEnd(const LogWish& wish, const std::function<bool(const LogLine&)>& mor
 	    tail.trouble);
 	return tail;
 }
+
+} // namespace
 
 LogTail readTail(const LogWish& wish, std::optional<Instant> until)
 {
@@ -252,24 +185,15 @@ std::optional<Instant> begunAt(const std::filesystem::path& log)
 {
 	constexpr std::string_view remark = "# Log file created/rotated ";
 	RawLine line;
-	std::unique_ptr<ByteSource> bytes = openBytes(log);
-	if (bytes == nullptr)
+	if (std::unique_ptr<ByteSource> bytes = openBytes(log))
 	{
-		return std::nullopt;
+		LineStream lines(std::move(bytes), kRemarkLength);
+		if (lines.next(line) && line.text.starts_with(remark))
+		{
+			return dateIn(line.text.substr(remark.size()), Poco::DateTimeFormat::RFC1036_FORMAT);
+		}
 	}
-	LineStream lines(std::move(bytes), kRemarkLength);
-	if (!lines.next(line) || !line.text.starts_with(remark))
-	{
-		return std::nullopt;
-	}
-	int zone = 0;
-	Poco::DateTime date;
-	const bool read = Poco::DateTimeParser::tryParse(Poco::DateTimeFormat::RFC1036_FORMAT,
-	                                                 line.text.substr(remark.size()), date, zone);
-	// The parser makes a date of the year 0 of what is none, and the clock's nanoseconds reach to 2262.
-	const bool known = read && date.year() >= 1970 && date.year() < 2262;
-	return known ? std::optional<Instant>(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000))
-	             : std::nullopt;
+	return std::nullopt;
 }
 
 LastChange findLastChange(const LogWish& wish, Role role)
@@ -325,17 +249,16 @@ void Exposition::sample(double value, Labels labels)
 
 Counters readCounters(const std::string& exposition)
 {
-	constexpr std::string_view prefix = "velarix_";
+	static const Pattern kSample(R"re(velarix_([a-z_]+)(?:\{[a-z]+="([^"]+)"\})? (\S+))re");
 	Counters counters;
 	std::istringstream lines(exposition);
 	for (std::string line; std::getline(lines, line);)
 	{
-		const std::size_t blank = line.rfind(' ');
+		const Pattern::Groups parts = kSample.matched(line);
 		double value = 0;
-		if (line.starts_with(prefix) && blank != std::string::npos &&
-		    std::from_chars(line.data() + blank + 1, line.data() + line.size(), value).ec == std::errc())
+		if (!parts.empty() && Poco::NumberParser::tryParseFloat(parts[3], value))
 		{
-			takeSample(counters, line.substr(prefix.size(), blank - prefix.size()), value);
+			takeSample(counters, parts[1], parts[2], value);
 		}
 	}
 	return counters.until ? counters : Counters{};
@@ -346,15 +269,43 @@ void countOn(Counters& counters, const LogWish& log)
 	counters.counts.try_emplace({kSent.name, ""});
 	counters.counts.try_emplace({kReceived.name, ""});
 	const Instant to = std::chrono::floor<std::chrono::milliseconds>(log.now - kSettled);
-	const std::optional<Instant> from = std::exchange(counters.until, to);
-	if (!from || *from >= to)
+	const Instant from = std::exchange(counters.until, to).value_or(to);
+	if (from >= to)
 	{
 		return;
 	}
-	Count count(counters, *from, to, log);
-	if (to - *from >= kShortGap || !readShortGap(count, log, *from))
+	const auto take = [&](const Event& event)
 	{
-		readLongGap(count, log, *from);
+		if (event.time > from && event.time <= to)
+		{
+			++counters.counts[{kEvents.name, std::string(wordOf(event.kind))}];
+		}
+	};
+	History history(take, log.commands, log.lastMove);
+	const auto feed = [&](const LogLine& line)
+	{
+		if (!line.time || *line.time > to)
+		{
+			return;
+		}
+		if (*line.time > from)
+		{
+			countMessage(counters, line);
+		}
+		history.feed(line);
+	};
+	std::size_t before = 0;
+	if (const Tail end =
+	        readEnd(log, [&](const LogLine& line) { return !line.time || *line.time > from || ++before < kBefore; });
+	    !end.full)
+	{
+		std::ranges::for_each(end.messages, feed);
+		return;
+	}
+	LogReader reader(log.path, from);
+	for (LogLine line; reader.next(line);)
+	{
+		feed(line);
 	}
 }
 

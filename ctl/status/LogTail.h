@@ -41,18 +41,6 @@ struct LogWish
 	LastMove lastMove;
 };
 
-/// The last messages, in their order.
-struct Tail
-{
-	std::deque<LogLine> messages;
-	/// No more of them would fit into kTailBytes.
-	bool full = false;
-	std::vector<LogTrouble> trouble;
-};
-
-/// @param more asked with each message, newest first, whether one more is wanted
-Tail readEnd(const LogWish& wish, const std::function<bool(const LogLine&)>& more);
-
 /// @param until read back at least to there, if that is further than kTailMessages
 LogTail readTail(const LogWish& wish, std::optional<Instant> until = std::nullopt);
 

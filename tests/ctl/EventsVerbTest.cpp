@@ -3,6 +3,7 @@
 
 #include "CtlTest.h"
 #include "ctl/history/Events.h"
+#include "inspect/Catalogue.h"
 
 using namespace std::chrono_literals;
 using namespace velarix::ctl;
@@ -57,19 +58,16 @@ TEST_F(EventsVerb, MemoryDoesNotGrowWithTheLog)
 }
 #endif
 
-/// The words in the first column of the table with this heading.
-std::vector<std::string> wordsOfThePage(const std::string& heading)
+/// The words of the pages' tables with this heading, as the program has them.
+std::vector<std::string> wordsOfThePage(std::string_view heading)
 {
-	std::ifstream page(VELARIX_CTL_EVENTS);
 	std::vector<std::string> words;
-	bool inTable = false;
-	for (std::string line; std::getline(page, line);)
+	for (const CatalogueRow& row : velarix::inspect::words())
 	{
-		if (inTable && line.starts_with("| `"))
+		if (row.label == heading)
 		{
-			words.push_back(line.substr(3, line.find('`', 3) - 3));
+			words.emplace_back(row.text);
 		}
-		inTable = line.starts_with("| " + heading + " |") || (inTable && line.starts_with("|"));
 	}
 	return words;
 }

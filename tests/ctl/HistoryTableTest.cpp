@@ -57,8 +57,21 @@ protected:
 	void obey(std::string line)
 	{
 		const std::string word = cutWord(line);
-		const auto command = kCommands.find(word);
-		command != kCommands.end() ? command->second(*this, line) : message(word, line);
+		const std::map<std::string, std::function<void()>> commands{
+		    {"given",
+		     [&] {
+			     begin({"raise", "drop (a) : b", "killall -9"});
+		     }},
+		    {"process", [&] { m_process = std::stol(line); }},
+		    {"thread", [&] { m_thread = std::stol(line); }},
+		    {"wait", [&] { m_now += Milliseconds(std::stol(line)); }},
+		    {"moved", [&] { m_moved = m_now - Milliseconds(std::stol(line)); }},
+		    {"dated", [&] { m_dated = line == "yes"; }},
+		    {"garbage", [&] { m_history->feed(LogLine{}); }},
+		    {"forget", [&] { m_events.clear(); }},
+		};
+		const auto command = commands.find(word);
+		command != commands.end() ? command->second() : message(word, line);
 	}
 
 	/// Clears what is expected; nothing is where nothing is expected.
@@ -82,7 +95,6 @@ protected:
 	{
 		constexpr std::array addresses{"not known", "dropped", "starting", "waiting", "up"};
 		const Snapshot& all = m_history->snapshot();
-		const auto address = all.address.value_or(Reported<AddressState>{}).value;
 		const std::map<std::string, std::string> figures{
 		    {"process", std::to_string(all.process)},
 		    {"started", age(all.agentStarted)},
@@ -95,7 +107,7 @@ protected:
 		    {"network", yesNo(all.networkOk)},
 		    {"asking", yesNo(all.asking)},
 		    {"programs", yesNo(all.programsRun)},
-		    {"address", addresses.at(static_cast<std::size_t>(address))},
+		    {"address", addresses.at(static_cast<std::size_t>(all.address))},
 		    {"partner", all.partnerLost ? "lost" : "heard"},
 		    {"received", beat(all.received)},
 		    {"sent", beat(all.sent)},
@@ -108,9 +120,6 @@ protected:
 	}
 
 private:
-	using Command = void (*)(HistoryTable&, std::string&);
-	static const std::map<std::string, Command> kCommands;
-
 	std::optional<History> m_history;
 	Lines m_events;
 	Instant m_now{std::chrono::sys_days(std::chrono::year(2026) / 11 / 21) + 9h};
@@ -160,20 +169,6 @@ private:
 		line.text = rest;
 		m_history->feed(line);
 	}
-};
-
-const std::map<std::string, HistoryTable::Command> HistoryTable::kCommands{
-    {"given",
-     [](HistoryTable& test, std::string&) {
-	     test.begin({"raise", "drop (a) : b", "killall -9"});
-     }},
-    {"process", [](HistoryTable& test, std::string& text) { test.m_process = std::stol(text); }},
-    {"thread", [](HistoryTable& test, std::string& text) { test.m_thread = std::stol(text); }},
-    {"wait", [](HistoryTable& test, std::string& text) { test.m_now += Milliseconds(std::stol(text)); }},
-    {"moved", [](HistoryTable& test, std::string& text) { test.m_moved = test.m_now - Milliseconds(std::stol(text)); }},
-    {"dated", [](HistoryTable& test, std::string& text) { test.m_dated = text == "yes"; }},
-    {"garbage", [](HistoryTable& test, std::string&) { test.m_history->feed(LogLine{}); }},
-    {"forget", [](HistoryTable& test, std::string&) { test.m_events.clear(); }},
 };
 
 TEST_P(HistoryTable, TellsItsEvents)

@@ -96,6 +96,22 @@ TEST_F(KeeperHistory, AFileThatCannotBeReadForATimeIsReportedOnceAndReadLater)
 	EXPECT_EQ(log.next(now)->word, "died");
 }
 
+TEST_F(KeeperHistory, AFileThatCannotBeReadIsReportedWhileItIsFollowed)
+{
+	const fs::path log = write(m_log, NodeLog(now).start(180s).text());
+	fs::create_directories(below(m_keeper));
+	int looks = 0;
+	fakeHost().onPause = [&](std::chrono::milliseconds)
+	{
+		if (++looks == 3)
+		{
+			throw Failure(ExitCode::noInput, "enough");
+		}
+	};
+	EXPECT_EQ(run({"events", "--follow", "--log", log.string()}).err,
+	          "velarixctl: cannot read " + below(m_keeper).string() + ": Is a directory\nvelarixctl: enough\n");
+}
+
 TEST_F(KeeperHistory, EveryWordOfTheKeeperIsExplained)
 {
 	std::string sources;

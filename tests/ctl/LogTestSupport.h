@@ -1,8 +1,10 @@
 /// What the tests of the log's readers share.
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,18 +17,18 @@ class LocalZone
 public:
 	explicit LocalZone(const char* zone)
 	{
-		const char* const before = std::getenv("TZ");
-		m_had = before != nullptr;
-		m_before = m_had ? before : "";
+		if (const char* const before = std::getenv("TZ"))
+		{
+			m_before = before;
+		}
 		set(zone);
 	}
-	~LocalZone() { set(m_had ? m_before.c_str() : nullptr); }
+	~LocalZone() { set(m_before ? m_before->c_str() : nullptr); }
 	LocalZone(const LocalZone&) = delete;
 	LocalZone& operator=(const LocalZone&) = delete;
 
 private:
-	bool m_had = false;
-	std::string m_before;
+	std::optional<std::string> m_before;
 
 	static void set(const char* zone)
 	{
@@ -45,6 +47,12 @@ private:
 /// Clocks of central Europe: forward on 29 March 2026 at 02:00, back on 25
 /// October 2026 at 03:00. Needs no time zone database.
 inline constexpr char kCentralEurope[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+/// @return a moment of 2026
+inline velarix::inspect::Instant utc(int month, int day, std::chrono::milliseconds ofDay)
+{
+	return std::chrono::sys_days(std::chrono::year(2026) / month / day) + ofDay;
+}
 
 /// A line of the log with its end.
 inline std::string logLine(const std::string& time, const std::string& place, const std::string& text,
