@@ -4,6 +4,7 @@
 #include <charconv>
 #include <concepts>
 #include <ctime>
+#include <mutex>
 #include <vector>
 
 #include "inspect/Number.h"
@@ -70,6 +71,14 @@ std::optional<std::tm> dateOf(const std::string& minute)
 	return known ? std::optional(date) : std::nullopt;
 }
 
+/// The C library's own lock is one that ThreadSanitizer does not see.
+std::chrono::seconds instantOf(std::tm& date)
+{
+	static std::mutex mutex;
+	const std::lock_guard lock(mutex);
+	return std::chrono::seconds(std::mktime(&date));
+}
+
 /// What a local minute may mean: two instants when the clocks are set back, else
 /// one; for a minute that they jump over the one with which the zone goes on.
 std::vector<std::chrono::seconds> meaningsOf(const std::tm& date)
@@ -79,7 +88,7 @@ std::vector<std::chrono::seconds> meaningsOf(const std::tm& date)
 	{
 		std::tm attempt = date;
 		attempt.tm_isdst = summer;
-		const std::chrono::seconds meaning(std::mktime(&attempt));
+		const std::chrono::seconds meaning = instantOf(attempt);
 		if (attempt.tm_isdst == summer)
 		{
 			meanings.push_back(meaning);
@@ -89,7 +98,7 @@ std::vector<std::chrono::seconds> meaningsOf(const std::tm& date)
 	{
 		std::tm attempt = date;
 		attempt.tm_isdst = -1;
-		meanings.emplace_back(std::mktime(&attempt));
+		meanings.push_back(instantOf(attempt));
 	}
 	return meanings;
 }

@@ -126,14 +126,17 @@ TEST_F(AddressTest, AHolderThatStoodStillAsksBeforeItAnnouncesAndYieldsToWhoever
 	hold(m_a, "holding");
 	const pid_t worker = m_a.worker("ha-address");
 	::kill(worker, SIGSTOP);
-	// The rest of the machine, too, as a virtual machine that is paused.
+	// The rest of the machine, too, as a virtual machine that is paused: nor does its kernel answer
+	// before the worker goes on.
 	shell("ip link set " + m_a.port() + " nomaster");
+	m_a.sh("echo 8 > /proc/sys/net/ipv4/conf/all/arp_ignore");
 	hold(m_b);
 	standStill();
 	shell("ip link set " + m_a.port() + " master br0");
 	const Speaker speaker;
 	::kill(worker, SIGCONT);
 	const auto [probes, announcements] = speaker.count(m_a.mac(), 500ms);
+	m_a.sh("echo 0 > /proc/sys/net/ipv4/conf/all/arp_ignore");
 	EXPECT_GE(probes, 1);
 	EXPECT_EQ(announcements, 0);
 	EXPECT_TRUE(reaches(m_a, "yielded"));
