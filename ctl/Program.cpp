@@ -184,12 +184,19 @@ void addMonitoring(CLI::App& app, Context& context)
 	    ->check(seconds(1, 3600));
 }
 
-/// "help", "help VERB" and "version" as the options of that meaning. The help does not list them.
+/// "help", "help VERB" and "version" as the options of that meaning, before whatever was typed
+/// already. The help does not list them.
 void addWords(CLI::App& app, Context& context)
 {
-	app.add_subcommand("version")->group("")->callback([&] { context.out << kVersion << '\n'; });
+	const auto word = [&](const char* name)
+	{
+		CLI::App* added = app.add_subcommand(name)->group("")->fallthrough(false)->allow_extras();
+		added->set_help_flag();
+		return added;
+	};
+	word("version")->callback([&] { context.out << kVersion << '\n'; });
 	const auto verb = std::make_shared<std::string>();
-	CLI::App* help = app.add_subcommand("help")->group("");
+	CLI::App* help = word("help");
 	help->add_option("VERB", *verb);
 	help->callback(
 	    [=, &app, &context]

@@ -41,6 +41,7 @@ set(description
 
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS forget.sh)
 file(READ forget.sh VELARIX_FORGET)
+string(REGEX REPLACE "^(#[^\n]*\n)+" "" VELARIX_FORGET "${VELARIX_FORGET}")
 configure_file(debian/postrm.in ${CMAKE_CURRENT_BINARY_DIR}/postrm @ONLY)
 configure_file(rpm/postun.in ${CMAKE_CURRENT_BINARY_DIR}/postun @ONLY)
 

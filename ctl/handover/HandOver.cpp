@@ -86,7 +86,7 @@ private:
 	const Context& m_context;
 	std::vector<Step> m_steps;
 	milliseconds m_begin = host::elapsed();
-	/// When the programs are helped to their end next (at once where no command can run), and how.
+	/// When the programs are helped to their end next (zero until the commands were run), and how.
 	milliseconds m_nextSignal{};
 	int m_signal = SIGTERM;
 	std::optional<bool> m_answers;

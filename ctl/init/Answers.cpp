@@ -286,7 +286,7 @@ std::string addService(Answers& answers, const ServiceOption& option, const std:
 	return {};
 }
 
-/// In the order of the command line, which brings what says more of a service behind it.
+/// In the order of the table, which has what says more of a service behind it.
 void addServices(CLI::App& verb, Answers& answers)
 {
 	for (const ServiceOption& option : kServiceOptions)

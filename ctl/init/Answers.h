@@ -25,7 +25,7 @@ inline std::string otherOf(const std::string& node)
 	return kNodes[node == kNodes[0] ? 1 : 0];
 }
 
-/// Keys of keeper.ini and their values, in the order in which they were given.
+/// Keys of keeper.ini and their values, in the order of the options.
 using Service = nlohmann::ordered_map<std::string, std::string>;
 
 struct Answers

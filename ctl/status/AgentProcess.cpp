@@ -132,8 +132,8 @@ std::optional<Maintenance> readMaintenance(const std::filesystem::path& record)
 	const std::string text = readInputFile(record);
 	const auto field = [&](const std::string& key)
 	{
-		const Pattern::Groups found = Pattern("(?:^|\n)" + key + "=([^\n]*)").found(text);
-		return found.empty() ? std::string() : found[1];
+		const std::vector<Pattern::Groups> found = Pattern("(?:^|\n)" + key + "=([^\n]*)").all(text);
+		return found.empty() ? std::string() : found.back()[1];
 	};
 	const auto time = [&](const std::string& key)
 	{

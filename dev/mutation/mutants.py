@@ -106,7 +106,7 @@ class MutantMaker:
         kinds = self.clang.CursorKind
         found = set()
         for node in cursor.walk_preorder():
-            called = node.kind == kinds.CALL_EXPR and node.spelling.startswith("operator")
+            called = node.kind == kinds.CALL_EXPR and re.fullmatch(r"operator[^\w\s(\[]+", node.spelling)
             if called or node.kind in (kinds.BINARY_OPERATOR, kinds.COMPOUND_ASSIGNMENT_OPERATOR):
                 parts = [part.extent for part in node.get_children()]
                 offsets = [token.extent.start.offset for token in node.get_tokens()]

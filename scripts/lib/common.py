@@ -31,7 +31,8 @@ def prepare(no_install, why, *groups):
         raise Unusable("the packages of the groups " + ", ".join(groups) + " are not all there, see above")
     if why and os.geteuid() != 0:
         raise Unusable(f"root is needed, {why}: sudo {sys.argv[0]}")
-    if why and subprocess.run(["unshare", "--net", "--mount", "--pid", "--fork", "true"], capture_output=True).returncode != 0:
+    unshare = ["unshare", "--net", "--mount", "--pid", "--fork", "true"]
+    if why and subprocess.run(unshare, capture_output=True).returncode != 0:
         raise Unusable("this machine does not let us make namespaces (unshare --net --mount --pid fails)")
 
 

@@ -61,7 +61,6 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
 		     test.obey(line);
 	     };
      }},
-    {"forget-changes", [](auto& test, auto&) { test.m_lines = test.settingsOf(1); }},
     {"started", [](auto& test, auto& words) { fakeHost().starts[kAgent] = test.now - seconds(words.all); }},
     {"changed", [](auto& test, auto& words)
      { fakeHost().changed[test.below(words.first).string()] = test.now - seconds(words.rest); }},

@@ -61,7 +61,8 @@ class KeeperTest(unittest.TestCase):
 
         self.machine.on_stop("release")
         self.machine.run("systemctl stop velarix-ha")
-        self.assertEqual((self.machine.holds_address(), self.pid_of(WEB), self.machine.property("ActiveState", "demo-db")), (False, "", "inactive"))
+        state = self.machine.property("ActiveState", "demo-db")
+        self.assertEqual((self.machine.holds_address(), self.pid_of(WEB), state), (False, "", "inactive"))
 
         # What the keeper refuses keeps the agent from starting; a missing link is made.
         settings = self.machine.read(KEEPER_INI)

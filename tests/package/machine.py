@@ -4,6 +4,7 @@ A test program calls private_place() first; from then on whatever it mounts is g
 with it, however it ends.
 """
 
+import atexit
 import ctypes
 import os
 import signal
@@ -92,7 +93,8 @@ class Machine:
         self.shared = [f"{source}={target}" for source, target in shared]
 
     def power_on(self):
-        """It goes with this program, however that ends: the kernel removes all of it."""
+        """Its processes end with this program, however that ends; only its control group outlasts a SIGKILL."""
+        atexit.register(self.power_off)
         os.makedirs(self.group)
         self.process = subprocess.Popen(
             ["unshare", "--mount", "--propagation", "private", "--pid", "--net", "--uts", "--ipc", "--cgroup",

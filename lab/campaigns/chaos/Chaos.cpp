@@ -154,7 +154,7 @@ std::string timelineFrom(const Timeline& timeline, Millis from)
 	return text;
 }
 
-/// How often a keeper announces the address that it holds.
+/// How often a keeper announces the address that it holds (keeper/AddressMachine.h).
 constexpr Millis announcement{60000};
 
 /// Until nothing changes any more. Where the nodes did not receive each other on the service network, a client
@@ -171,7 +171,7 @@ PhaseRecord observeRecovery(Lab& lab, const std::vector<Fault>& injected, Millis
 	       after.to < repaired + limit + announced)
 	{
 		std::this_thread::sleep_for(Millis(1000));
-		after = observe(lab, repaired, times.quiet(), limit + announcement);
+		after = observe(lab, repaired, times.quiet(), limit + announced);
 	}
 	return after;
 }
