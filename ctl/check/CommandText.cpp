@@ -161,6 +161,7 @@ bool CommandText::asksService() const
 std::vector<std::string> CommandText::programs() const
 {
 	const std::vector<std::string> tokens = found(plain, R"(([;&|(){}]+|[^\s;&|(){}]+))");
+	static const inspect::Pattern kAssignment(R"([A-Za-z_]\w*=.*)");
 	std::vector<std::string> result;
 	std::set<std::string> known;
 	bool expected = true;
@@ -183,7 +184,7 @@ std::vector<std::string> CommandText::programs() const
 		{
 			known.insert(word); // a function of its own
 		}
-		else if (expected && !contains(kOpeners, word) && !isAssignment(word))
+		else if (expected && !contains(kOpeners, word) && kAssignment.matched(word).empty())
 		{
 			expected = false;
 			result.push_back(word);
@@ -216,8 +217,8 @@ std::vector<std::string> CommandText::addresses(bool raising) const
 
 std::optional<int> CommandText::prefixOf(const std::string& address) const
 {
-	// What is no address may hold the end of the quotation, too.
-	if (address.find('\\') != std::string::npos)
+	// What is no address may hold the end of the quotation, or be too long for an expression.
+	if (!checks::isVirtualAddress(address))
 	{
 		return std::nullopt;
 	}

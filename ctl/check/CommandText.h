@@ -48,7 +48,7 @@ struct CommandText
 /// @return the text, split at blanks
 std::vector<std::string> wordsOf(const std::string& text);
 
-/// @return whether the shell takes the word for "NAME=VALUE"
+/// @return whether it is "NAME=VALUE" with any name, as env takes it; the shell takes fewer names
 bool isAssignment(const std::string& word);
 
 /// What a command runs in the end.

@@ -131,7 +131,7 @@ public:
 	}
 
 private:
-	/// @return whether it is there, as far as this user may know
+	/// @return false when this look found it missing or could not tell; true also for what was looked at before
 	bool look(const fs::path& path, const Use& use)
 	{
 		if (!m_seen.insert(path.lexically_normal()).second)

@@ -2,72 +2,10 @@
 
 #include <algorithm>
 
-#include <Poco/DateTime.h>
-#include <Poco/DateTimeParser.h>
-
-#include "inspect/Pattern.h"
 #include "inspect/SettingsKeys.h"
-#include "inspect/TimeText.h"
 
 namespace velarix::ctl
 {
-
-namespace
-{
-
-using namespace std::chrono_literals;
-
-/// "1d12h", "1.5 weeks", "5 minutes ago"
-std::optional<std::chrono::milliseconds> spanOf(const std::string& text)
-{
-	static const std::string kPart = R"((\d{1,10})(?:\.(\d{1,3}))? *)"
-	                                 R"((s|secs?|seconds?|m|mins?|minutes?|h|hrs?|hours?|d|days?|w|wks?|weeks?))"
-	                                 R"((?![a-z]) *)";
-	static const Pattern kParts(kPart);
-	static const Pattern kWhole("(?:" + kPart + ")+(?:(?<= )ago)?");
-	constexpr std::array<std::chrono::seconds, 5> units{1s, 1min, 1h, 24h, 24h * 7};
-	constexpr std::chrono::hours longest = 24h * 366 * 200;
-	std::chrono::milliseconds span{0};
-	if (kWhole.matched(text).empty())
-	{
-		return std::nullopt;
-	}
-	for (const Pattern::Groups& part : kParts.all(text))
-	{
-		const std::chrono::milliseconds thousandths(std::stoll(part[1] + (part[2] + "000").substr(0, 3)));
-		span += units.at(std::string_view("smhdw").find(part[3].front())).count() * thousandths;
-		if (span > longest)
-		{
-			return std::nullopt;
-		}
-	}
-	return span;
-}
-
-/// Fills up what is left out: seconds, or the whole time of the day.
-/// @return "2026-11-21 09:07:05.0"; empty for another shape
-std::string wholeDate(std::string date)
-{
-	if (date.size() > 10 && date[10] == 'T')
-	{
-		date[10] = ' ';
-	}
-	constexpr std::string_view full = "2026-11-21 00:00:00.0";
-	const bool known = date.size() == 10 || date.size() == 16 || date.size() == 19;
-	return known ? date + std::string(full.substr(date.size())) : std::string();
-}
-
-std::optional<Instant> readDate(const std::string& date)
-{
-	return LogClock().read(wholeDate(date));
-}
-
-std::string dayOf(Instant time)
-{
-	return localText(time).substr(0, sizeof("2026-11-21") - 1);
-}
-
-} // namespace
 
 Commands commandsOf(const SettingsFile& settings)
 {
@@ -178,36 +116,6 @@ void EventStream::finish()
 	{
 		feed();
 	}
-}
-
-std::optional<Instant> dateIn(const std::string& text, const std::string& format)
-{
-	int zone = 0;
-	Poco::DateTime date;
-	// The parser makes a date of the year 0 of what is none, and the clock's nanoseconds reach to 2262.
-	if (!Poco::DateTimeParser::tryParse(format, text, date, zone) || date.year() < kFirstYear ||
-	    date.year() > kLastYear)
-	{
-		return std::nullopt;
-	}
-	date.makeUTC(zone);
-	return Instant(std::chrono::milliseconds(date.timestamp().epochMicroseconds() / 1000));
-}
-
-std::optional<Instant> parseSince(std::string_view text, Instant now)
-{
-	const std::string date(text);
-	const std::string utc = date.substr(0, date.size() - (date.ends_with('Z') ? 1 : 0));
-	const std::string today = dayOf(now);
-	const std::optional<std::chrono::milliseconds> span = spanOf(date);
-	const std::optional<Instant> time = span                  ? std::optional<Instant>(now - *span)
-	                                    : date == "today"     ? readDate(today)
-	                                    : date == "yesterday" ? readDate(dayOf(*readDate(today) - 12h))
-	                                    : date.ends_with('Z') && readDate(utc)
-	                                        ? dateIn(wholeDate(utc), "%Y-%m-%d %H:%M:%S.%i")
-	                                    : readDate(date) ? readDate(date)
-	                                                     : readDate(today + " " + date);
-	return time && *time >= Instant() ? time : std::nullopt;
 }
 
 } // namespace velarix::ctl

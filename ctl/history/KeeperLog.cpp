@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "ctl/history/EventStream.h"
+#include "ctl/history/Dates.h"
 #include "inspect/Descriptor.h"
 #include "inspect/Pattern.h"
 #include "keeper/Runtime.h"
@@ -184,15 +184,17 @@ bool KeeperLog::nextLine(RawLine& line)
 {
 	while (open())
 	{
-		// Looked at first: what was written before the rotation is read from the old file.
-		const bool over = isOver();
 		if (m_lines->next(line))
 		{
 			return true;
 		}
-		if (!over)
+		if (!isOver())
 		{
 			return false;
+		}
+		if (m_lines->next(line))
+		{
+			return true; // written between the look at its end and the rotation
 		}
 		if (m_files.front() != m_path)
 		{

@@ -14,7 +14,7 @@
 #include <Poco/NumberParser.h>
 #include <Poco/String.h>
 
-#include "ctl/history/EventStream.h"
+#include "ctl/history/Dates.h"
 #include "ctl/history/History.h"
 #include "inspect/LineStream.h"
 #include "inspect/Pattern.h"
@@ -78,6 +78,9 @@ using namespace std::chrono_literals;
 constexpr auto kSettled = 1s;
 /// Messages before the first that counts, for the history to know what it is about.
 constexpr std::size_t kBefore = 1000;
+/// Up to this gap the log is read from its end, beyond it from its beginning: in a long one the clock may
+/// have been set back, and what stands before that has to be counted as well.
+constexpr auto kShortGap = 1h;
 
 constexpr std::string_view kUntil = "counted_until_timestamp_seconds";
 constexpr std::string_view kChanged = "last_role_change_timestamp_seconds";
@@ -159,6 +162,15 @@ Tail readEnd(const LogWish& wish, const std::function<bool(const LogLine&)>& mor
 	    },
 	    tail.trouble);
 	return tail;
+}
+
+/// @return what was logged after a moment, and what the history needs before it; nothing when these are more messages
+///         than fit into kTailBytes, or not all of them can be read
+std::optional<std::deque<LogLine>> readShortGap(const LogWish& log, Instant from)
+{
+	std::size_t before = 0;
+	Tail end = readEnd(log, [&](const LogLine& line) { return !line.time || *line.time > from || ++before < kBefore; });
+	return end.full || !end.trouble.empty() ? std::nullopt : std::optional(std::move(end.messages));
 }
 
 } // namespace
@@ -249,7 +261,7 @@ void Exposition::sample(double value, Labels labels)
 
 Counters readCounters(const std::string& exposition)
 {
-	static const Pattern kSample(R"re(velarix_([a-z_]+)(?:\{[a-z]+="([^"]+)"\})? (\S+))re");
+	static const Pattern kSample(R"re(velarix_([a-z_]+)(?:\{[a-z]+="([^"]+)"\})? (\S+)\s*)re");
 	Counters counters;
 	std::istringstream lines(exposition);
 	for (std::string line; std::getline(lines, line);)
@@ -294,12 +306,9 @@ void countOn(Counters& counters, const LogWish& log)
 		}
 		history.feed(line);
 	};
-	std::size_t before = 0;
-	if (const Tail end =
-	        readEnd(log, [&](const LogLine& line) { return !line.time || *line.time > from || ++before < kBefore; });
-	    !end.full)
+	if (const auto end = to - from < kShortGap ? readShortGap(log, from) : std::nullopt)
 	{
-		std::ranges::for_each(end.messages, feed);
+		std::ranges::for_each(*end, feed);
 		return;
 	}
 	LogReader reader(log.path, from);

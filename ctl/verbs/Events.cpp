@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <iostream>
 
+#include "ctl/history/Dates.h"
 #include "ctl/history/EventStream.h"
 #include "ctl/history/Explain.h"
 #include "ctl/render/StateViews.h"
@@ -88,13 +89,10 @@ public:
 		}
 		for (const Explanation& explanation : explanations)
 		{
-			if (!m_reported.insert({explanation.row, explanation.otherText}).second)
+			if (m_reported.insert({explanation.row, explanation.otherText}).second)
 			{
-				continue;
+				print(explanation);
 			}
-			m_context.out << (m_json                  ? jsonText(explanationJson(explanation)) + "\n"
-			                  : m_reported.size() > 1 ? "\n" + explanationText(explanation, m_context.colour)
-			                                          : explanationText(explanation, m_context.colour));
 		}
 	}
 
@@ -105,6 +103,16 @@ private:
 	const Context& m_context;
 	bool m_known = true;
 	std::set<std::pair<const CatalogueRow*, bool>> m_reported;
+
+	void print(const Explanation& explanation) const
+	{
+		if (m_json)
+		{
+			m_context.out << jsonText(explanationJson(explanation)) << '\n';
+			return;
+		}
+		m_context.out << (m_reported.size() > 1 ? "\n" : "") << explanationText(explanation, m_context.colour);
+	}
 };
 
 /// Reads a line and keeps no more of it than of a message.

@@ -204,6 +204,8 @@ const Row kRows[] = {
     {"NoArping",                   {"warning missing-tool " CONFIG ":12"},                     [](Node& node) { node.remove("/usr/bin/arping"); }},
     {"ToolElsewhere",              {},                                                         [](Node& node) { node.remove("/usr/bin/ip"); node.program("", "/usr/local/sbin/ip"); }},
     {"NoScriptOfACommand",         {"error missing-tool " CONFIG ":13"},                       [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "/srv/ha/drop"); }},
+    {"NoAssignmentBeforeACommand", {"error missing-tool " CONFIG ":13"},                       [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "my-var=1 ip addr del 198.51.100.10/24 dev eth0"); }},
+    {"AssignmentBeforeACommand",   {},                                                         [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "my_var=1 ip addr del 198.51.100.10/24 dev eth0"); }},
     {"ScriptOfACommand",           {},                                                         [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "/srv/ha/drop"); node.program("#!/bin/sh\n", "/srv/ha/drop"); }},
     {"WritableScriptOfACommand",   {"error writable-directory " CONFIG ":13"},                 [](Node& node) { node.set("VIRTUAL_IP_STOP_COMMAND", "/srv/ha/drop"); node.program("#!/bin/sh\n", "/srv/ha/drop"); node.rights("/srv/ha", 0777); }},
 };

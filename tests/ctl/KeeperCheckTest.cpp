@@ -63,10 +63,25 @@ protected:
 
 } // namespace
 
-TEST_F(KeeperCheck, ASoundNodeHasNoFindingAndItsCommandsAreNotTried)
+TEST_F(KeeperCheck, ASoundNodeHasNoFinding)
 {
 	EXPECT_THAT(foundIn(joined(lines), m_keeper), IsEmpty());
-	EXPECT_THAT(run({"check", settings()}).out, Not(HasSubstr("not checked: interfaces")));
+	const Outcome sound = runBelow({"check"});
+	EXPECT_EQ(sound.code, 0);
+	EXPECT_THAT(sound.out, EndsWith("0 errors, 0 warnings\n"));
+}
+
+TEST_F(KeeperCheck, ItsCommandsAreNotTriedOnTheMachine)
+{
+	write(CONFIG, joined(soundLines()));
+	run({"check", settings()});
+	EXPECT_THAT(fakeHost().trials, SizeIs(1)) << "those of other commands are";
+	fakeHost().trials.clear();
+	fakeHost().addresses = {{"eth1", "eth1", "198.51.100.10", 24, true}};
+	foundIn(joined(lines), m_keeper);
+	const Outcome outcome = run({"check", settings()});
+	EXPECT_EQ(outcome.code, 78);
+	EXPECT_THAT(outcome.out, AllOf(HasSubstr("[address-already-there]"), Not(HasSubstr("not checked: interfaces"))));
 	EXPECT_THAT(fakeHost().trials, IsEmpty());
 }
 
