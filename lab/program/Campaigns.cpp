@@ -123,7 +123,7 @@ std::vector<hostile::Plan> plansFor(const HostileOptions& options, const std::ve
 std::vector<hostile::Case> chosen(const HostileOptions& options)
 {
 	std::vector<hostile::Case> all = hostile::readTable(options.expectations);
-	const bool every = std::ranges::find(options.only, "all") != options.only.end();
+	const bool every = options.only.empty() || std::ranges::find(options.only, "all") != options.only.end();
 	// What is expected of the other attacks is expected of the plain settings.
 	const bool keeper = options.times.pair.profile == Profile::keeper;
 	std::erase_if(all, [&](const hostile::Case& cell)
