@@ -196,7 +196,7 @@ class StartTest(OnAMachine):
                                                  "AF_NETROM", "AF_ROSE", "AF_X25"})
         families = "; ".join(f'print "family {family} ", (socket(my $s{family}, {family}, {kind}, 0) ? 0 : 0 + $!), "\\n"'
                              for family, kind in ((1, 1), (2, 1), (16, 3), (17, 3)))
-        self.assertEqual(self.told_by(families, self.run_in_unit),
+        self.assertEqual(self.output_of(families, self.run_in_unit),
                          ["family 1 0", "family 2 0", "family 16 0", "family 17 0"])
 
     @unittest.skipUnless(platform.machine() == "x86_64", "numbers of calls of one kind of processor")
@@ -239,12 +239,12 @@ class StartTest(OnAMachine):
 
     def errors_of_calls(self, calls, run):
         """The error of each call by its name: NAME, NUMBER and its arguments, four of 0 where there are none."""
-        told = self.told_by("; ".join(
+        errors = self.output_of("; ".join(
             f'syscall({", ".join(map(str, (number, *(arguments or (0, 0, 0, 0)))))}) == -1 and print "{name} ", 0 + $!, "\\n"'
             for name, number, *arguments in calls), run)
-        return {name: int(error) for name, error in map(str.split, told)}
+        return {name: int(error) for name, error in map(str.split, errors)}
 
-    def told_by(self, perl, run):
+    def output_of(self, perl, run):
         """The lines that a piece of Perl prints, run by the given function."""
         self.machine.write("/opt/demo/tries", f"#!/usr/bin/perl\nuse strict;\n{perl};\n", "0755")
         self.addCleanup(self.machine.run, "rm -f /opt/demo/tries /opt/demo/reported")
