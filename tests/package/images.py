@@ -98,7 +98,7 @@ def write(root, path, content):
 
 def squash(root, image, log):
     run(["mksquashfs", root, image, "-noappend", "-quiet", "-no-progress", "-no-xattrs", "-comp", "zstd",
-         "-Xcompression-level", "3"],
+         "-Xcompression-level", "1"],
         log, "The image cannot be written.")
 
 
