@@ -7,6 +7,11 @@ target_compile_options(velarix_compile INTERFACE
   -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2
   -Wmissing-declarations $<$<BOOL:${VELARIX_WARNINGS_AS_ERRORS}>:-Werror>)
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Collecting its garbage costs the compiler a tenth of its time, and saves memory that is there.
+  target_compile_options(velarix_compile INTERFACE --param=ggc-min-expand=1000 --param=ggc-min-heapsize=1000000)
+endif()
+
 if(VELARIX_SANITIZE)
   target_compile_options(velarix_compile INTERFACE
     -fsanitize=${VELARIX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -54,15 +59,13 @@ if(VELARIX_COVERAGE)
   target_link_options(velarix_compile INTERFACE --coverage)
 endif()
 
-# What runs for a moment: half the time of a build at -O2 with all that a debugger can use.
+# What runs for a moment.
 add_library(velarix_brief_build INTERFACE)
-target_compile_options(velarix_brief_build INTERFACE
-  $<$<CONFIG:RelWithDebInfo>:-O1> $<$<CONFIG:RelWithDebInfo>:-g1> $<$<CONFIG:Release>:-O1>)
+target_compile_options(velarix_brief_build INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-O1>)
 
-# What is compiled once and run briefly.
+# What is compiled once and run briefly. The preset "debug" has what a debugger needs.
 add_library(velarix_quick_build INTERFACE)
-target_compile_options(velarix_quick_build INTERFACE
-  $<$<CONFIG:Release,RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g1>)
+target_compile_options(velarix_quick_build INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-O0> $<$<CONFIG:RelWithDebInfo>:-g0>)
 
 # velarix_room(NAME SOURCES... DEPENDS...): one static library per folder of the daemon.
 function(velarix_room name)
@@ -83,11 +86,11 @@ function(velarix_sources result)
 endfunction()
 
 # The headers that most files of the companion programs include, precompiled: once for
-# what is installed and hardened, once for what is not.
-function(velarix_headers name header)
+# each set of compile settings.
+function(velarix_headers name)
   add_library(${name} OBJECT EXCLUDE_FROM_ALL ${PROJECT_SOURCE_DIR}/cmake/headers.cpp)
   target_link_libraries(${name} PRIVATE ${ARGN})
-  target_precompile_headers(${name} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/${header})
+  target_precompile_headers(${name} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/headers.h)
 endfunction()
 
 # velarix_companion(TARGET): compile settings of a target that is installed beside the daemon.

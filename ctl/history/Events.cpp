@@ -6,6 +6,8 @@
 #include <iomanip>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "ctl/render/StateViews.h"
 #include "inspect/Pattern.h"
 #include "inspect/TimeText.h"

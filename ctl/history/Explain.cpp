@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <Poco/Ascii.h>
+#include <nlohmann/json.hpp>
 
 #include "ctl/history/KeeperLog.h"
 #include "inspect/LogLine.h"

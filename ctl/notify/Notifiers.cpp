@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include <Poco/String.h>
+#include <nlohmann/json.hpp>
 
 #include <sys/stat.h>
 

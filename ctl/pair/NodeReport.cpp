@@ -5,6 +5,7 @@
 #include <Poco/DigestEngine.h>
 #include <Poco/SHA1Engine.h>
 #include <Poco/String.h>
+#include <nlohmann/json.hpp>
 
 #include "ctl/history/EventStream.h"
 #include "inspect/InputFile.h"

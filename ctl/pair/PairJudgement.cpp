@@ -1,5 +1,7 @@
 #include "ctl/pair/PairReport.h"
 
+#include <nlohmann/json.hpp>
+
 #include "inspect/TimeText.h"
 
 namespace velarix::ctl

@@ -3,6 +3,7 @@
 
 #include <Poco/NumberFormatter.h>
 #include <Poco/String.h>
+#include <nlohmann/json.hpp>
 
 #include "ctl/pair/PairReport.h"
 #include "inspect/TimeText.h"

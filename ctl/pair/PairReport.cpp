@@ -1,5 +1,7 @@
 #include "ctl/pair/PairReport.h"
 
+#include <nlohmann/json.hpp>
+
 #include "ctl/verbs/Verbs.h"
 #include "inspect/InputFile.h"
 #include "inspect/TimeText.h"

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "ctl/render/StateViews.h"
+
 #include "inspect/HostProgram.h"
+#include <nlohmann/json.hpp>
 
 namespace velarix::ctl
 {

@@ -1,7 +1,7 @@
 /// A node's state for people, for programs, for a monitoring plug-in and as metrics.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "ctl/history/KeeperLog.h"
 #include "ctl/status/Judgement.h"

@@ -1,5 +1,7 @@
 #include "ctl/render/StateViews.h"
 
+#include <nlohmann/json.hpp>
+
 #include "inspect/Names.h"
 #include "inspect/Printable.h"
 #include "inspect/SettingsKeys.h"

@@ -1,6 +1,8 @@
 #include <cerrno>
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 #include "ctl/history/Dates.h"
 #include "ctl/history/EventStream.h"
 #include "ctl/history/Explain.h"

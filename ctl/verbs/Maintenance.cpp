@@ -1,5 +1,7 @@
 #include <csignal>
 
+#include <nlohmann/json.hpp>
+
 #include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"

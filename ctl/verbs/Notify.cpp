@@ -4,6 +4,7 @@
 #include <csignal>
 #include <exception>
 
+#include <nlohmann/json.hpp>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>

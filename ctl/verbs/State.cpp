@@ -3,6 +3,7 @@
 #include <csignal>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include "ctl/pair/PairReport.h"

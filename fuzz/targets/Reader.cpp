@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include <Poco/Exception.h>
+#include <nlohmann/json.hpp>
 
 #include "HeartbeatMessage.h"
 #include "ctl/history/History.h"

@@ -3,6 +3,8 @@
 
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 #include "CtlTest.h"
 #include "StoryBook.h"
 #include "ctl/history/Explain.h"

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "PairTest.h"
 #include "lab/campaigns/hostile/Attacker.h"
 

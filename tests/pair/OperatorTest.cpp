@@ -3,6 +3,7 @@
 #include "PairTest.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "ToolThreads.h"
 

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <iostream>
 
+#include <nlohmann/json.hpp>
+
 namespace velarix::lab
 {
 

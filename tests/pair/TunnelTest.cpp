@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include "PairTest.h"
 #include "lab/core/Node.h"
 
