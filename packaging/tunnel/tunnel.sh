@@ -39,7 +39,12 @@ configuration() {
 
 make_key() {
 	[ -s "$directory/tunnel.key" ] || wg genkey >"$directory/tunnel.key"
-	wg pubkey <"$directory/tunnel.key" >"$directory/tunnel.pub"
+	public=$(wg pubkey <"$directory/tunnel.key")
+	if [ "$public" != "$(cat "$directory/tunnel.pub" 2>/dev/null)" ]; then
+		# In one step: the operator or a script may copy it at this moment.
+		printf '%s\n' "$public" >"$directory/tunnel.pub.$$"
+		mv "$directory/tunnel.pub.$$" "$directory/tunnel.pub"
+	fi
 	[ -s "$directory/partner.pub" ] ||
 		die "$directory/partner.pub is missing: copy tunnel.pub of the other node there (this one's is $(cat "$directory/tunnel.pub"))"
 }

@@ -210,7 +210,7 @@ class RemovalTest(OnASystem):
     def test_purge_leaves_nothing(self):
         self.make_state()
         for kept in ("config.ini.20261120T070605Z", "acknowledged.txt", "firewall.nft", "firewall.nft.20261120T070605Z",
-                     "tunnel.conf", "tunnel.key", "tunnel.pub", "partner.pub", "partner.pub.20261120T070605Z"):
+                     "tunnel.conf", "tunnel.key", "tunnel.pub", "tunnel.pub.4711", "partner.pub", "partner.pub.20261120T070605Z"):
             self.machine.write("/usr/velarix/bin/ini/" + kept, "x\n")
         self.apt("purge velarix-ha")
         self.assertEqual(self.everything_of_ours(), "")
