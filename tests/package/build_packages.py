@@ -65,7 +65,7 @@ def of_sources(suite, directory, output):
     shared = [(place + "/sources", "/velarix"), (output, "/packages"), (cache, "/ccache")]
     machine = node.boot(atexit.register, "build", image="build", shared=shared)
     built = machine.run(
-        "cd /velarix && export CCACHE_DIR=/ccache CCACHE_DEPEND=1 CMAKE_CXX_COMPILER_LAUNCHER=ccache && "
+        "cd /velarix && export CCACHE_DIR=/ccache CCACHE_DEPEND=1 && "
         "{ scripts/package --no-install --output /packages/unnamed deb 2>/packages/unnamed/said ||"
         "  { cat /packages/unnamed/said >&2; exit 1; }; } && "
         f"scripts/package --no-install --output /packages --maintainer '{MAINTAINER}' 2>/packages/said && " +
