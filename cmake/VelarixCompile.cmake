@@ -59,7 +59,7 @@ if(VELARIX_COVERAGE)
   target_link_options(velarix_compile INTERFACE --coverage)
 endif()
 
-# What runs for a moment.
+# Programs that run briefly: -O1 compiles faster than -O2.
 add_library(velarix_brief_build INTERFACE)
 target_compile_options(velarix_brief_build INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-O1>)
 

@@ -1,10 +1,10 @@
 /// What two nodes' reports show together, and no node alone; for people and for programs.
 #pragma once
 
-#include "ctl/render/StateViews.h"
-
-#include "inspect/HostProgram.h"
 #include <nlohmann/json.hpp>
+
+#include "ctl/render/StateViews.h"
+#include "inspect/HostProgram.h"
 
 namespace velarix::ctl
 {

@@ -1,10 +1,10 @@
-#include "ctl/handover/HandOver.h"
+#include <nlohmann/json.hpp>
 
+#include "ctl/handover/HandOver.h"
 #include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/SettingsKeys.h"
 #include "inspect/TimeText.h"
-#include <nlohmann/json.hpp>
 
 namespace velarix::ctl
 {
