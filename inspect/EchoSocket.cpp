@@ -47,7 +47,7 @@ bool filterAnswers(int socket, const EchoPacket& packet)
 	};
 	for (std::uint32_t word = 0; word < EchoPacket::kNonceWords; ++word)
 	{
-		const auto offset = static_cast<std::uint32_t>(offsetof(EchoPacket, nonce) + 4 * word);
+		const auto offset = static_cast<std::uint32_t>(offsetof(EchoPacket, nonce) + sizeof(std::uint32_t) * word);
 		const auto toRefusal = static_cast<std::uint8_t>(no - 5 - 2 * word);
 		code.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_IND, offset));
 		code.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ntohl(packet.nonce.at(word)), 0, toRefusal));
@@ -102,7 +102,7 @@ std::optional<std::uint16_t> EchoSocket::answer() const
 	for (ssize_t size = 0; (size = ::recv(m_socket.get(), bytes.data(), bytes.size(), 0)) > 0;)
 	{
 		// What came in before the filter was there is looked at once more.
-		const std::size_t header = 4U * (static_cast<unsigned char>(bytes[0]) & 0xfU);
+		const std::size_t header = std::size_t{4} * (static_cast<unsigned char>(bytes[0]) & 0xfU);
 		EchoPacket packet;
 		if (static_cast<std::size_t>(size) < header + sizeof packet)
 		{

@@ -213,7 +213,13 @@ void addAddress(const Address& address)
 	        label);
 }
 
-/// Pairs joined by a wire, so that each has carrier.
+/// Joined to its peer, so that both have carrier.
+void addInterface(const std::string& name, const std::string& peer)
+{
+	quietly("ip link add " + name + " type veth peer name " + peer + " && ip link set " + name + " up && ip link set " +
+	        peer + " up");
+}
+
 bool makeInterfaces(const std::vector<Address>& wanted)
 {
 	if (!quietly("ip link set lo up && ip link add eth0 type veth peer name eth1 && ip link set eth0 up && ip link "
@@ -226,9 +232,7 @@ bool makeInterfaces(const std::vector<Address>& wanted)
 	{
 		if (made.insert(address.interface).second)
 		{
-			const std::string peer = "peer" + std::to_string(made.size());
-			quietly("ip link add " + address.interface + " type veth peer name " + peer + " && ip link set " +
-			        address.interface + " up && ip link set " + peer + " up");
+			addInterface(address.interface, "peer" + std::to_string(made.size()));
 		}
 		addAddress(address);
 	}

@@ -33,7 +33,7 @@ std::string addressFault(const std::string& text)
 	{
 		return "no IPv4 address: \"" + text + "\"";
 	}
-	const std::optional<int> first = numberIn<int>(std::string_view(text).substr(0, text.find('.')));
+	const int first = numberIn<int>(std::string_view(text).substr(0, text.find('.'))).value_or(0);
 	constexpr int kLoopback = 127;
 	constexpr int kMulticast = 224;
 	return first == 0 || first == kLoopback || first >= kMulticast ? "no address of a single host: " + text : "";
@@ -54,7 +54,7 @@ std::string virtualIPFault(const std::string& text)
 		return "no prefix length from 1 to 32 behind the \"/\": \"" + text + "\"";
 	}
 	const std::string host = hostOf(text);
-	const std::string fault = addressFault(host);
+	std::string fault = addressFault(host);
 	constexpr int kLongestOfNetworks = 30;
 	if (!fault.empty() || *prefix > kLongestOfNetworks)
 	{

@@ -223,7 +223,8 @@ std::string firewallRules(const Answers& answers, const std::string& node)
 	}
 	for (const auto& [name, value] : values)
 	{
-		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+")).replaced(rules, "$1" + value);
+		rules = Pattern(std::string("(define ").append(name).append(" = )\\S+"))
+		            .replaced(rules, std::string("$1").append(value));
 	}
 	return rules;
 }

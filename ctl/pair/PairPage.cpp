@@ -153,16 +153,21 @@ std::string picture(const PairReports& reports)
 	              "<span>-6 h</span><span>now</span></div>\n";
 }
 
+std::string problemPart(const Json& problem)
+{
+	const std::string word = pluginWordOf(severityOf(problem));
+	const std::string cure = textAt(problem, "/cure");
+	return "<div class=\"panel problem " + word + "\"><b>" + word + "</b> " + html(textAt(problem, "/node")) + ": " +
+	       html(textAt(problem, "/text")) + " <span class=\"faint\">" + html(textAt(problem, "/id")) + "</span>" +
+	       (cure.empty() ? "" : "<br>Fix: " + html(cure)) + "</div>\n";
+}
+
 std::string problemsPart(const PairProblems& problems)
 {
 	std::string text;
 	for (const Json& problem : problems)
 	{
-		const std::string word = pluginWordOf(severityOf(problem));
-		const std::string cure = textAt(problem, "/cure");
-		text += "<div class=\"panel problem " + word + "\"><b>" + word + "</b> " + html(textAt(problem, "/node")) +
-		        ": " + html(textAt(problem, "/text")) + " <span class=\"faint\">" + html(textAt(problem, "/id")) +
-		        "</span>" + (cure.empty() ? "" : "<br>Fix: " + html(cure)) + "</div>\n";
+		text += problemPart(problem);
 	}
 	return text;
 }

@@ -101,7 +101,7 @@ std::string addTunnel(const Answers& answers, const std::vector<NodePlace>& plac
 {
 	const auto here = std::ranges::find(places, true, &NodePlace::installed);
 	const std::string key = here == places.end() ? "" : tunnelKey(here->directory);
-	const std::string publicKey = key.empty() ? "" : host::publicKeyOf(key);
+	std::string publicKey = key.empty() ? "" : host::publicKeyOf(key);
 	for (const auto& [node, directory, installed] : places)
 	{
 		const fs::path conf = directory / kTunnelFile;
