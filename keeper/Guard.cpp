@@ -171,7 +171,7 @@ int runService(const AddressSettings& address, const ServiceSettings& service)
 int runReach(const Settings& settings)
 {
 	beInTime();
-	const auto work = [&] { return watchTargets(settings.reach); };
+	const auto work = [&] { return watchTargets(settings); };
 	// The next one goes on with the address, or it goes by itself.
 	return reported(kReachProgram, [&] { return beGuard(kReachProgram, work, [] {}); });
 }

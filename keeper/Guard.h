@@ -23,7 +23,7 @@ int runReach(const Settings& settings);
 /// @param services the programs that run only where the address is
 int holdAddress(const AddressSettings& settings, const std::vector<std::string>& services);
 /// EX_TEMPFAIL to be started with changed settings
-int watchTargets(const ReachSettings& settings);
+int watchTargets(const Settings& settings);
 
 /// Takes the name of ha-address from its guard. The agent misses a program then, gives up
 /// in good order, and asks its partner; the address is here until the agent drops it. When the

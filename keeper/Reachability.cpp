@@ -84,11 +84,13 @@ struct Pings
 class Reachability
 {
 public:
-	explicit Reachability(const ReachSettings& settings)
-	    : m_files(settingsTimes()), m_settings(settings), m_address(reachAddress(settings)), m_journal(kReachProgram),
-	      m_link(settings, keyOrReport(m_journal), [this] { return word(); }), m_targets(settings.targets.size()),
-	      m_pings(settings.targets.size())
+	explicit Reachability(const Settings& settings)
+	    : m_files(settingsTimes()), m_settings(settings.reach), m_address(reachAddress(m_settings)),
+	      m_journal(kReachProgram), m_link(m_settings, keyOrReport(m_journal), [this] { return word(); }),
+	      m_targets(m_settings.targets.size()), m_pings(m_settings.targets.size())
 	{
+		// It may have been written again since it was read.
+		m_files.front() = settings.written;
 		m_machine.interval = m_settings.interval * 1000LL;
 		m_since = wallClock(now());
 		std::ranges::for_each(m_pings, [this](Pings& pings) { pings.since = m_since; });
@@ -392,7 +394,7 @@ private:
 
 } // namespace
 
-int watchTargets(const ReachSettings& settings)
+int watchTargets(const Settings& settings)
 {
 	return Reachability(settings).run();
 }

@@ -380,7 +380,11 @@ ParsedSettings readSettings(const char* path)
 {
 	try
 	{
-		return parseSettings(inspect::readInputFile(path));
+		std::error_code missing;
+		const auto written = std::filesystem::last_write_time(path, missing);
+		ParsedSettings parsed = parseSettings(inspect::readInputFile(path));
+		parsed.settings.written = written;
+		return parsed;
 	}
 	catch (const inspect::Failure& failure)
 	{

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <string_view>
@@ -90,6 +91,7 @@ struct Settings
 	AddressSettings address;
 	ReachSettings reach;
 	std::vector<ServiceSettings> services;
+	std::filesystem::file_time_type written{}; ///< the file, as seen before it was read
 
 	const ServiceSettings* find(std::string_view program) const;
 };

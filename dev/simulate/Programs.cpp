@@ -93,7 +93,7 @@ void runKeeperProgram(Process& process)
 	}
 	else if (process.name == keeper::kReachProgram)
 	{
-		keeper::watchTargets(node.keeperSettings.reach);
+		keeper::watchTargets(node.keeperSettings);
 	}
 	else
 	{
