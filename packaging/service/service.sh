@@ -334,6 +334,8 @@ has_ended() {
 }
 
 end_agent() {
+	# It may have ended during a handover, and its number be another process's.
+	is_agent "$1" || return 0
 	kill -TERM "$1" 2>/dev/null || true
 	# In maintenance it is stopped, and would not hear it.
 	kill -CONT "$1" 2>/dev/null || true
@@ -376,6 +378,9 @@ launch() {
 
 start() {
 	need_root start
+	# Of two at once both would find no agent and start one. Only root can open that directory.
+	[ -n "${VELARIX_START_LOCKED:-}" ] ||
+		exec env VELARIX_START_LOCKED=1 flock --close "${console%/*}" "$0" start
 	if running=$(find_agent); then
 		say "runs already (pid $running)"
 		return 0

@@ -6,6 +6,7 @@ accepts everything. How systemd takes it: tests/package.
 """
 
 import collections
+import concurrent.futures
 import email.utils
 import os
 import pathlib
@@ -120,6 +121,14 @@ class ServiceScript(ServiceCase):
             self.assertEqual(outcome.status, WRONG_SETTINGS, path)
             self.assertRegex(outcome.text, rf"\Avelarix-ha: not started: LOG\.PATH, {shown}, is no regular file")
             self.assertEqual(agents(), [])
+
+    def test_two_starts_at_once_start_one_agent(self):
+        self.tool("velarixctl", "sleep 1")
+        with concurrent.futures.ThreadPoolExecutor() as both:
+            first, second = sorted(both.map(service, ("start", "start")), key=lambda outcome: len(outcome.text))
+        self.assertEqual(agents(), [int(PID_FILE.read_text())], first.text + second.text)
+        self.assertEqual((first, second.status), (Outcome(0, ""), 0), second.text)
+        self.assertEqual(second.text, f"velarix-ha: runs already (pid {agents()[0]})\n")
 
     def test_whatever_the_mask_nobody_else_may_write_the_pid_file(self):
         self.addCleanup(os.umask, os.umask(0))
