@@ -38,7 +38,11 @@ configuration() {
 }
 
 make_key() {
-	[ -s "$directory/tunnel.key" ] || wg genkey >"$directory/tunnel.key"
+	if [ ! -s "$directory/tunnel.key" ]; then
+		wg genkey >"$directory/tunnel.key"
+		# Its public key may be copied at once: a power cut must not bring another one.
+		sync "$directory/tunnel.key"
+	fi
 	public=$(wg pubkey <"$directory/tunnel.key")
 	if [ "$public" != "$(cat "$directory/tunnel.pub" 2>/dev/null)" ]; then
 		# In one step: the operator or a script may copy it at this moment.
@@ -110,6 +114,12 @@ refresh() {
 }
 
 case ${1:-} in
-start | reload | refresh) "$1" ;;
+start | reload)
+	# The refresh may start it at the same time, and each would make a key. An empty file is none.
+	[ -n "${VELARIX_TUNNEL_LOCKED:-}" ] ||
+		exec env VELARIX_TUNNEL_LOCKED=1 flock --close "$directory/tunnel.key" "$0" "$1"
+	"$1"
+	;;
+refresh) refresh ;;
 *) die "usage: $0 {start|reload|refresh}" ;;
 esac
