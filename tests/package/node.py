@@ -129,13 +129,15 @@ class Node(Machine):
         return self.run(f"systemctl show --value --property={name} {unit}").out.strip()
 
     def journal(self, unit="velarix-ha"):
-        return self.run(f"journalctl --no-pager -o cat --since @{self.since} -u {unit}").out
+        return self.run(f"journalctl --sync; journalctl --no-pager -o cat --since @{self.since} -u {unit}").out
 
     def agents(self):
-        """The pids of all agents that run."""
+        """The pids of all agents that run. What one has forked, and has not become its command yet, is none."""
         found = self.run("for p in /proc/[0-9]*; do case $(readlink $p/exe) in "
-                         "/usr/velarix/bin/VelarixHA*) echo ${p#/proc/};; esac; done", check=False)
-        return [int(pid) for pid in found.out.split()]
+                         "/usr/velarix/bin/VelarixHA*) awk -v p=${p#/proc/} '/^PPid:/ { print p, $2 }' $p/status;; esac; done",
+                         check=False)
+        parents = {int(pid): int(parent) for pid, parent in map(str.split, found.out.splitlines())}
+        return [pid for pid, parent in parents.items() if parent not in parents]
 
     def agent(self):
         agents = self.agents()
@@ -167,10 +169,9 @@ class Node(Machine):
 
     def stopped_agent_of_a_user(self):
         """The pid of an agent that nobody started, who has stopped it before it could fail."""
-        self.run("setpriv --reuid 65534 --regid 65534 --clear-groups /usr/velarix/bin/VelarixHA </dev/null >/dev/null 2>&1")
-        agent = self.agent()
-        self.run(f"kill -STOP {agent}")
-        return agent
+        self.run("setpriv --reuid 65534 --regid 65534 --clear-groups /usr/velarix/bin/VelarixHA </dev/null >/dev/null 2>&1; "
+                 "pkill -STOP -u 65534 -x VelarixHA")
+        return self.agent()
 
     def calm_down(self):
         """No agent, no service, good settings: what every test starts from."""
