@@ -89,7 +89,9 @@ pid_t foreignBeside(const Agent& agent)
 {
 	for (const host::Process& process : host::processes().value_or(std::vector<host::Process>{}))
 	{
-		if (host::isAgent(process) && process.state != 'Z' && !(agent.lives() && process.pid == agent.pid))
+		// What the agent is about to run as a command is a copy of it until then.
+		const bool own = agent.lives() && (process.pid == agent.pid || process.parent == agent.pid);
+		if (host::isAgent(process) && process.state != 'Z' && !own)
 		{
 			return process.pid;
 		}
