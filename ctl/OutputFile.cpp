@@ -60,6 +60,14 @@ bool writeAll(int file, std::string_view text)
 	return ::fsync(file) == 0;
 }
 
+/// A new name is on the disk with its directory.
+bool syncDirectory(const std::filesystem::path& directory)
+{
+	const Descriptor opened(::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+	// A file system that cannot do it, or a directory that this user may write and not read, has no more to give.
+	return opened ? ::fsync(opened.get()) == 0 || errno == EINVAL : errno == EACCES;
+}
+
 namespace fs = std::filesystem;
 
 /// A dangling link counts as something that is there.
@@ -127,7 +135,7 @@ void replaceFile(const std::filesystem::path& path, const std::string& text, boo
 	std::string name = path.string() + ".XXXXXX";
 	const Descriptor draft(::mkostemp(name.data(), O_CLOEXEC));
 	if (draft && (own ? takeRights(draft.get(), path) : openToReaders(draft.get())) && writeAll(draft.get(), text) &&
-	    std::rename(name.c_str(), path.c_str()) == 0)
+	    std::rename(name.c_str(), path.c_str()) == 0 && syncDirectory(path.parent_path()))
 	{
 		return;
 	}

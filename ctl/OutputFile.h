@@ -14,11 +14,12 @@ namespace velarix::ctl
 /// @throws Failure "WHAT: REASON": noPermission when only the rights are lacking, else cannotWrite
 [[noreturn]] void failOutput(const std::string& what, const std::error_code& error);
 
-/// Puts the text into a file of its own beside `path`, brings it to the disk and
-/// renames it: readers see the former content or the new one, never a part.
+/// Puts the text into a file of its own beside `path`, brings it to the disk, renames it and
+/// brings the name to the disk, too: readers see the former content or the new one, never a
+/// part, and what is written outlives a loss of power.
 /// @param own the file concerns its owner alone: a new one has the mode 0600, one that
 ///        is there keeps its mode and owner
-/// @throws Failure as failOutput; the former file is as it was then
+/// @throws Failure as failOutput; the former file is as it was then, unless the name alone was not brought to the disk
 void replaceFile(const std::filesystem::path& path, const std::string& text, bool own = false);
 
 struct NewFile
