@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ctl/handover/NodeLock.h"
 #include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/Host.h"
@@ -71,6 +72,7 @@ ExitCode refuse(const Context& context, const std::string& why)
 
 ExitCode begin(const MaintenanceOptions& options, const Context& context)
 {
+	const Descriptor lock = lockNode(context.paths);
 	const NodeState state = lookAround(context);
 	if (!state.agent.lives())
 	{
@@ -139,6 +141,7 @@ std::string harm(const NodeState& state)
 
 ExitCode end(const MaintenanceOptions& options, const Context& context)
 {
+	const Descriptor lock = lockNode(context.paths);
 	const NodeState state = lookAround(context);
 	if (!state.maintenance && state.agent.state != AgentState::frozen)
 	{

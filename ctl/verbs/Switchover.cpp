@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ctl/handover/HandOver.h"
+#include "ctl/handover/NodeLock.h"
 #include "ctl/pair/PairReport.h"
 #include "ctl/verbs/Verbs.h"
 #include "inspect/SettingsKeys.h"
@@ -88,9 +89,11 @@ ExitCode runSwitchover(const SwitchoverOptions& options, const Context& context)
 		throw Failure(before.settingsCode, before.settingsProblem);
 	}
 	HandOverPlan plan = planHandOver(before, judge(before), context.paths);
+	Descriptor lock;
 	if (plan.refusals.empty())
 	{
 		const std::vector<std::string> refusals = askPartner(options, before, context);
+		lock = options.dryRun ? Descriptor() : lockNode(context.paths);
 		// A partner that does not answer may have died in the time that asking it took.
 		before = observer.look(context.now());
 		plan = planHandOver(before, judge(before), context.paths);

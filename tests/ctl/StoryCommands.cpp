@@ -2,6 +2,7 @@
 
 #include "PlainUser.h"
 #include "StoryTest.h"
+#include "ctl/handover/NodeLock.h"
 
 using namespace velarix::inspect;
 using namespace std::chrono_literals;
@@ -142,6 +143,8 @@ const std::map<std::string, StoryTest::Command> StoryTest::kCommands{
      }},
     {"obey-signals", [](auto&, auto&) { fakeHost().onAct = obeySignal; }},
     {"disobey", [](auto&, auto&) { fakeHost().onAct = nullptr; }},
+    {"another-command", [](auto& test, auto&) { test.m_otherLock = velarix::ctl::lockNode(test.paths); }},
+    {"it-ends", [](auto& test, auto&) { test.m_otherLock.close(); }},
     {"commands-end", [](auto&, auto& words)
      { fakeHost().commandEnd = words.all == "tooLong" ? host::CommandEnd::tooLong : host::CommandEnd::noNamespace; }},
     {"ssh", [](auto& test, auto& words) { test.ssh(words.all + "\n"); }},

@@ -130,9 +130,12 @@ void StoryTest::pass(std::chrono::milliseconds time)
 	{
 		when == 0 || when == m_pauses ? obey(line) : void();
 	}
-	for (; !m_steps.empty() && fakeHost().elapsed >= m_steps.front().first; m_steps.erase(m_steps.begin()))
+	while (!m_steps.empty() && fakeHost().elapsed >= m_steps.front().first)
 	{
-		obey(m_steps.front().second);
+		// A run in it may pause, too.
+		const std::string line = m_steps.front().second;
+		m_steps.erase(m_steps.begin());
+		obey(line);
 	}
 	m_says.empty() ? void() : writeLog(logOf("start 98 | take 90 | master 83.3 80 | " + m_says));
 }

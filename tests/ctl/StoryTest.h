@@ -9,6 +9,7 @@
 #include "SoundSettings.h"
 #include "StateTest.h"
 #include "StoryBook.h"
+#include "inspect/Descriptor.h"
 
 /// @return the one book of this test program
 const StoryBook& storyBook();
@@ -72,6 +73,8 @@ protected:
 	/// The end of the log from now on, at each moment.
 	std::string m_says;
 	bool m_clock = false;
+	/// Of a command that changes the node meanwhile.
+	velarix::inspect::Descriptor m_otherLock;
 	const std::string m_path = std::getenv("PATH");
 
 	void obeyOne(const std::string& line);
