@@ -70,6 +70,23 @@ ExitCode refuse(const Context& context, const std::string& why)
 	return ExitCode::refused;
 }
 
+/// An agent that is stopped between the end of the programs and the partner's take-over leaves nobody serving.
+/// @return why an agent must not be stopped now; empty when it may
+std::string moveUnderWay(const NodeState& state)
+{
+	if (state.snapshot().takeOver)
+	{
+		return "this node is taking the service; try again when it has it";
+	}
+	// Nothing of it is known of a frozen agent, whose maintenance may be prolonged.
+	const bool ended = state.programs.known() && !state.programs.reported->run;
+	if (state.asking.is(true) || (state.role.is(Role::master) && ended))
+	{
+		return "this node is giving the service away; try again when the partner has it";
+	}
+	return state.partnerAsks.is(true) ? "the partner is giving the service away; try again when this node has it" : "";
+}
+
 ExitCode begin(const MaintenanceOptions& options, const Context& context)
 {
 	const Descriptor lock = lockNode(context.paths);
@@ -78,9 +95,9 @@ ExitCode begin(const MaintenanceOptions& options, const Context& context)
 	{
 		return refuse(context, state.agent.text + "; without an agent nothing fails over anyway");
 	}
-	if (state.snapshot().takeOver)
+	if (const std::string why = moveUnderWay(state); !why.empty())
 	{
-		return refuse(context, "this node is taking the service; try again when it has it");
+		return refuse(context, why);
 	}
 	const std::filesystem::path& record = context.paths.maintenance;
 	const Maintenance now{context.now(), context.now() + std::chrono::seconds(static_cast<long>(options.time)),
