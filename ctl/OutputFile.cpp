@@ -60,14 +60,6 @@ bool writeAll(int file, std::string_view text)
 	return ::fsync(file) == 0;
 }
 
-/// A new name is on the disk with its directory.
-bool syncDirectory(const std::filesystem::path& directory)
-{
-	const Descriptor opened(::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-	// A file system that cannot do it, or a directory that this user may write and not read, has no more to give.
-	return opened ? ::fsync(opened.get()) == 0 || errno == EINVAL : errno == EACCES;
-}
-
 namespace fs = std::filesystem;
 
 /// A dangling link counts as something that is there.
@@ -128,6 +120,13 @@ void failOutput(const std::string& what, const std::error_code& error)
 {
 	const bool rights = error == std::errc::permission_denied || error == std::errc::operation_not_permitted;
 	throw Failure(rights ? ExitCode::noPermission : ExitCode::cannotWrite, what + ": " + error.message());
+}
+
+bool syncDirectory(const std::filesystem::path& directory)
+{
+	const Descriptor opened(::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+	// A file system that cannot do it, or a directory that this user may write and not read, has no more to give.
+	return opened ? ::fsync(opened.get()) == 0 || errno == EINVAL : errno == EACCES;
 }
 
 void replaceFile(const std::filesystem::path& path, const std::string& text, bool own)

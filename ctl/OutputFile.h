@@ -14,6 +14,10 @@ namespace velarix::ctl
 /// @throws Failure "WHAT: REASON": noPermission when only the rights are lacking, else cannotWrite
 [[noreturn]] void failOutput(const std::string& what, const std::error_code& error);
 
+/// Brings the names in a directory to the disk: of a file that was renamed or removed.
+/// @return false, with errno, when the disk fails
+bool syncDirectory(const std::filesystem::path& directory);
+
 /// Puts the text into a file of its own beside `path`, brings it to the disk, renames it and
 /// brings the name to the disk, too: readers see the former content or the new one, never a
 /// part, and what is written outlives a loss of power.

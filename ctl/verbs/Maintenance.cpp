@@ -182,6 +182,8 @@ ExitCode end(const MaintenanceOptions& options, const Context& context)
 	}
 	signalWatchers(SIGCONT);
 	std::filesystem::remove(context.paths.maintenance);
+	// Back after a power cut, it would keep the agent from starting.
+	syncDirectory(context.paths.maintenance.parent_path());
 	recordAct(context, kMaintenanceOff, "");
 	context.out << (state.agent.lives() ? "maintenance is over: the agent goes on\n"
 	                                    : "maintenance is over; the agent does not run: start it with "
