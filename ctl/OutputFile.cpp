@@ -125,7 +125,7 @@ void failOutput(const std::string& what, const std::error_code& error)
 bool syncDirectory(const std::filesystem::path& directory)
 {
 	const Descriptor opened(::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-	// A file system that cannot do it, or a directory that this user may write and not read, has no more to give.
+	// A file system that cannot do it, or a directory that this user may write and not read, cannot do more.
 	return opened ? ::fsync(opened.get()) == 0 || errno == EINVAL : errno == EACCES;
 }
 

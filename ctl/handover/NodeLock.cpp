@@ -22,8 +22,9 @@ Descriptor lockNode(const Paths& paths)
 	const std::error_code error(errno, std::generic_category());
 	if (error == std::errc::operation_would_block)
 	{
-		throw Failure(ExitCode::refused, "refused: another velarixctl is changing this node's state (switchover or "
-		                                 "maintenance): wait until it has ended");
+		throw Failure(ExitCode::refused, "refused: another switchover or maintenance is at work on this node: try "
+		                                 "again when it has ended (fuser -v " +
+		                                     directory.string() + " shows it)");
 	}
 	throw Failure(ExitCode::noInput, "cannot lock " + directory.string() + ": " + error.message());
 }

@@ -329,10 +329,8 @@ private:
 		        "both nodes are master");
 		addWhen(!m_master && m_state.partnerRole.is(Role::slave), "no-master", critical, kBlocks,
 		        "both nodes are standby: nobody serves");
-		addWhen(m_state.partnerAsks.is(true), "partner-asks", warning, kBlocks,
-		        "the partner asks: it has given up the service");
-		addWhen(m_state.asking.is(true), "asks", warning, kBlocks,
-		        "this node asks its partner: it has given up the service");
+		addWhen(m_state.isAsked(), "partner-asks", warning, kBlocks, "the partner asks: it has given up the service");
+		addWhen(m_state.asks(), "asks", warning, kBlocks, "this node asks its partner: it has given up the service");
 		addWhen(m_snapshot.fault(Fault::partnerPort).there && m_snapshot.refusals >= kRefusals, "partner-refuses",
 		        warning, kBlocks,
 		        "the partner does not accept this node's heartbeats: its receiver does not work, or a firewall is "

@@ -243,6 +243,11 @@ struct NodeState
 	/// by a master that hears no partner; empty otherwise.
 	std::string otherHolder;
 
+	/// A node that has given up asks as standby. The ask stays in the heartbeats of one that has taken
+	/// the service back without an answer, and means nothing there.
+	bool asks() const { return asking.is(true) && !role.is(Role::master); }
+	bool isAsked() const { return partnerAsks.is(true) && !partnerRole.is(Role::master); }
+
 	const Snapshot& snapshot() const { return tail.snapshot; }
 	/// @return how its log is read
 	LogWish logWish() const;

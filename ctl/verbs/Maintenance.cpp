@@ -70,7 +70,7 @@ ExitCode refuse(const Context& context, const std::string& why)
 	return ExitCode::refused;
 }
 
-/// An agent that is stopped between the end of the programs and the partner's take-over leaves nobody serving.
+/// An agent that is stopped between the end of the programs and the take-over leaves nobody serving.
 /// @return why an agent must not be stopped now; empty when it may
 std::string moveUnderWay(const NodeState& state)
 {
@@ -78,13 +78,11 @@ std::string moveUnderWay(const NodeState& state)
 	{
 		return "this node is taking the service; try again when it has it";
 	}
-	// Nothing of it is known of a frozen agent, whose maintenance may be prolonged.
+	// Nothing of it is known of a frozen agent, whose maintenance may be prolonged; without a partner nothing moves.
 	const bool ended = state.programs.known() && !state.programs.reported->run;
-	if (state.asking.is(true) || (state.role.is(Role::master) && ended))
-	{
-		return "this node is giving the service away; try again when the partner has it";
-	}
-	return state.partnerAsks.is(true) ? "the partner is giving the service away; try again when this node has it" : "";
+	const bool leaves = state.partnerRole.known() && (state.asks() || (state.role.is(Role::master) && ended));
+	const bool comes = state.isAsked() || (state.partnerRole.is(Role::master) && state.partnerRuns.is(false));
+	return leaves || comes ? "a switchover or failover is under way; try again when one node is master and serves" : "";
 }
 
 ExitCode begin(const MaintenanceOptions& options, const Context& context)
@@ -225,11 +223,17 @@ private:
 	Partner m_partner;
 	bool m_master = false;
 
-	/// @return why the order is not known
+	/// @return why it is not tried: the order is not known, or a move is under way
 	std::string look()
 	{
+		// What this node would refuse is not begun on the other one.
+		const Descriptor lock = lockNode(m_context.paths);
 		const NodeState state = lookAround(m_context);
-		std::string why;
+		std::string why = m_options.word == "on" ? moveUnderWay(state) : "";
+		if (!why.empty())
+		{
+			return why;
+		}
 		const Json report = m_partner.status(state, why);
 		if (report.is_null())
 		{
@@ -277,6 +281,7 @@ private:
 		catch (const Failure& failure)
 		{
 			complain(m_context, failure.what());
+			code = failure.code();
 		}
 		if (code != ExitCode::fine && on)
 		{

@@ -23,7 +23,7 @@ TEST_F(NodeLock, KeepsOthersOutAsLongAsItIsHeld)
 	EXPECT_TRUE(isFree());
 }
 
-// An ssh that hangs on would keep it.
+// An ssh that outlives the command would keep it.
 TEST_F(NodeLock, IsNotInherited)
 {
 	const Descriptor lock = velarix::ctl::lockNode(paths);

@@ -54,6 +54,7 @@ NodeLog StoryTest::logOf(const std::string& text) const
 		: word == "slave-hears" ? log.slave(seconds(first), part)
 		: word == "hears"       ? log.masterFor(12300ms, 300ms, first)
 		: word == "takes"       ? log.line(seconds(first), 3, "CHeartReciver:473", "try to process run")
+		: word == "sends"       ? log.line(seconds(first), 2, "CHeartSender:124", "beat sent[noName]:" + part)
 		: word == "check"       ? log.line(seconds(first), 1, "ProcessChecker:103", "ProcessRuning[noName][MODE:M]: 1")
 		                        : throw std::invalid_argument(word);
 	}
