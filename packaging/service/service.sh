@@ -39,6 +39,8 @@ interfaces_within=30
 # After the pid file the address is dropped and the programs are killed before the threads start.
 threads_within=15
 end_within=10
+# Longer than a start takes.
+other_start_within=120
 
 not_running=3
 failed=1
@@ -241,7 +243,7 @@ start_reach() {
 	if [ ! -d /run/systemd/system ] && grep -qs '^[[:space:]]*[[][[:space:]]*reachability[[:space:]]*[]]' "$keeper_settings"; then
 		# As the unit does, but for 0 (asked to end, or there is one already) and 127 (removed).
 		# shellcheck disable=SC2016
-		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; case $? in 0 | 78 | 127) false ;; esac; do sleep 0.1; done' "$keeper" </dev/null >/dev/null 2>>"$console" &
+		env -i PATH="$PATH" setsid sh -c 'while "$0" reach; case $? in 0 | 78 | 127) false ;; esac; do sleep 0.1; done' "$keeper" </dev/null >/dev/null 2>>"$console" 9<&- &
 	fi
 }
 
@@ -378,9 +380,14 @@ launch() {
 
 start() {
 	need_root start
-	# Of two at once both would find no agent and start one. Only root can open that directory.
-	[ -n "${VELARIX_START_LOCKED:-}" ] ||
-		exec env VELARIX_START_LOCKED=1 flock --close "${console%/*}" "$0" start
+	# Of two at once both would find no agent and start one.
+	if [ -d "${console%/*}" ]; then
+		exec 9<"${console%/*}"
+		flock -w "$other_start_within" 9 || {
+			say "not started: another start is at work (fuser -v ${console%/*} shows it)"
+			exit "$failed"
+		}
+	fi
 	if running=$(find_agent); then
 		say "runs already (pid $running)"
 		return 0
@@ -389,7 +396,7 @@ start() {
 	# Its echo of the log is not wanted twice; what it prints on standard error when
 	# it aborts stands nowhere else. The programs get what it gets, and nothing of
 	# the terminal that this was typed on.
-	env -i PATH="$PATH" LANG="${LANG:-C}" setsid "$agent" </dev/null >/dev/null 2>>"$console" || {
+	env -i PATH="$PATH" LANG="${LANG:-C}" setsid "$agent" </dev/null >/dev/null 2>>"$console" 9<&- || {
 		say "$agent cannot be run, or $console not be written"
 		exit "$failed"
 	}

@@ -40,14 +40,15 @@ def service(verb):
 
 def agents():
     """The processes that run the agent's program, whoever started them."""
-    found = []
+    parents = {}
     for process in pathlib.Path("/proc").glob("[0-9]*"):
         try:
             if os.readlink(process / "exe").startswith(PROGRAM):
-                found.append(int(process.name))
+                parents[int(process.name)] = int(re.search(r"PPid:\s*(\d+)", (process / "status").read_text())[1])
         except OSError:
             pass
-    return found
+    # What an agent has just forked, and has not become its command yet, is none.
+    return [process for process, parent in parents.items() if parent not in parents]
 
 
 def reap():
