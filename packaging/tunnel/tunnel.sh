@@ -38,6 +38,9 @@ configuration() {
 }
 
 make_key() {
+	# The refresh may start the tunnel at the same time, and each would make a key.
+	exec 9<"$directory/tunnel.conf"
+	flock 9
 	if [ ! -s "$directory/tunnel.key" ]; then
 		wg genkey >"$directory/tunnel.key"
 		# Its public key may be copied at once: a power cut must not bring another one.
@@ -51,6 +54,7 @@ make_key() {
 	fi
 	[ -s "$directory/partner.pub" ] ||
 		die "$directory/partner.pub is missing: copy tunnel.pub of the other node there (this one's is $(cat "$directory/tunnel.pub"))"
+	exec 9<&-
 }
 
 is_up() {
@@ -114,12 +118,6 @@ refresh() {
 }
 
 case ${1:-} in
-start | reload)
-	# The refresh may start it at the same time, and each would make a key. An empty file is none.
-	[ -n "${VELARIX_TUNNEL_LOCKED:-}" ] ||
-		exec env VELARIX_TUNNEL_LOCKED=1 flock --close "$directory/tunnel.key" "$0" "$1"
-	"$1"
-	;;
-refresh) refresh ;;
+start | reload | refresh) "$1" ;;
 *) die "usage: $0 {start|reload|refresh}" ;;
 esac
