@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <utility>
 
@@ -22,6 +21,7 @@
 #include "keeper/Process.h"
 #include "keeper/ReachMachine.h"
 #include "keeper/Runtime.h"
+#include "keeper/SettingsWatch.h"
 
 namespace velarix::keeper
 {
@@ -57,16 +57,6 @@ std::optional<Key> keyOrReport(Journal& journal)
 	return key;
 }
 
-using FileTimes = std::array<std::filesystem::file_time_type, 2>;
-
-/// @return when the two files of the settings were written; the smallest time for a missing one
-FileTimes settingsTimes()
-{
-	std::error_code ignored;
-	return {std::filesystem::last_write_time(kSettingsFile, ignored),
-	        std::filesystem::last_write_time(kKeyFile, ignored)};
-}
-
 /// @return the reachability address as that of an interface
 AddressSettings reachAddress(const ReachSettings& settings)
 {
@@ -85,12 +75,10 @@ class Reachability
 {
 public:
 	explicit Reachability(const Settings& settings)
-	    : m_files(settingsTimes()), m_settings(settings.reach), m_address(reachAddress(m_settings)),
-	      m_journal(kReachProgram), m_link(m_settings, keyOrReport(m_journal), [this] { return word(); }),
-	      m_targets(m_settings.targets.size()), m_pings(m_settings.targets.size())
+	    : m_watch(settings), m_settings(settings.reach), m_address(reachAddress(m_settings)), m_journal(kReachProgram),
+	      m_link(m_settings, keyOrReport(m_journal), [this] { return word(); }), m_targets(m_settings.targets.size()),
+	      m_pings(m_settings.targets.size())
 	{
-		// It may have been written again since it was read.
-		m_files.front() = settings.written;
 		m_machine.interval = m_settings.interval * 1000LL;
 		m_since = wallClock(now());
 		std::ranges::for_each(m_pings, [this](Pings& pings) { pings.since = m_since; });
@@ -169,7 +157,7 @@ private:
 		}
 		judge();
 		publish();
-		m_changed = settingsChanged();
+		m_changed = m_watch.changed(m_journal);
 		m_changed ? feed(ReachEvent::stop) : void();
 	}
 
@@ -183,26 +171,6 @@ private:
 		m_journal.eventIf(std::exchange(m_bindError, error) != error && error != 0, "failed",
 		                  "the partner cannot be asked: " + m_settings.own + " UDP port " +
 		                      std::to_string(m_settings.port) + ": " + std::strerror(error));
-	}
-
-	/// @return whether there are new settings that can be used
-	bool settingsChanged()
-	{
-		const auto files = settingsTimes();
-		if (files == m_files)
-		{
-			return false;
-		}
-		std::string error;
-		const ParsedSettings parsed = readSettings();
-		if (parsed.error() == nullptr && parsed.settings.reach.line != 0 && readKey(kKeyFile, error))
-		{
-			return true;
-		}
-		m_journal.eventIf(files != std::exchange(m_refused, files), "failed",
-		                  "keeper.ini or its key was changed, and the former settings stay: " +
-		                      (error.empty() ? "see keeper check" : error));
-		return false;
 	}
 
 	/// Closes the round before and begins the next one.
@@ -369,8 +337,7 @@ private:
 		}
 	}
 
-	FileTimes m_files;     ///< before the key is read
-	FileTimes m_refused{}; ///< could not be used, as reported
+	SettingsWatch m_watch; ///< before the key is read
 	ReachSettings m_settings;
 	AddressSettings m_address;
 	Journal m_journal;

@@ -209,7 +209,9 @@ TEST(Settings, WhatOnlyAShellUnderstandsIsAWarning)
 
 TEST(Settings, TheSampleIsSound)
 {
-	EXPECT_TRUE(readSettings(KEEPER_SAMPLE).findings.empty());
+	const ParsedSettings sample = readSettings(KEEPER_SAMPLE);
+	EXPECT_TRUE(sample.findings.empty());
+	EXPECT_EQ(sample.settings.written, std::filesystem::last_write_time(KEEPER_SAMPLE));
 }
 
 TEST(Settings, AFileThatIsNoneIsAFinding)
