@@ -110,7 +110,10 @@ void addRole(Rows& rows, const NodeState& state)
 	rows.add("own network", yesOrNo(state, state.networkOk,
 	                                cut ? "judged OK by the agent, although an interface has NO carrier" : "judged OK",
 	                                "judged NOT OK"));
-	rows.add("ask", yesOrNo(state, state.asking, "PENDING: the partner is asked to take the service", "none pending"));
+	rows.add("ask", yesOrNo(state, state.asking,
+	                        state.asks() ? "PENDING: the partner is asked to take the service"
+	                                     : "left from an earlier failover: without effect on a master",
+	                        "none pending"));
 }
 
 std::string partnerWords(const Heartbeat& heartbeat)
@@ -118,7 +121,8 @@ std::string partnerWords(const Heartbeat& heartbeat)
 	const char* stopped =
 	    heartbeat.master ? ", its programs do NOT run" : ", its programs are stopped, as they should be";
 	return std::string(textOf(heartbeat.master ? Role::master : Role::slave)) +
-	       (heartbeat.running ? ", its programs run" : stopped) + (heartbeat.asking ? ", ASKS for a take-over" : "");
+	       (heartbeat.running ? ", its programs run" : stopped) +
+	       (heartbeat.asking && !heartbeat.master ? ", ASKS for a take-over" : "");
 }
 
 void addPartner(Rows& rows, const NodeState& state)
